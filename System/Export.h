@@ -1,0 +1,5 @@
+#pragma once
+
+/// Marks a class or function as part of a library's binary interface. Both libraries are built with
+/// hidden visibility, so that whatever does not carry this mark can't be linked against.
+#define TARVEXDIAGS_EXPORT __attribute__((visibility("default")))
