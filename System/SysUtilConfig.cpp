@@ -12,8 +12,8 @@
 #include <memory>
 #include <utility>
 
-#include "System/ConfigScanner.h"
 #include "System/SysUtil.h"
+#include "System/internal/ConfigScanner.h"
 
 namespace TarvexDiags::System {
 

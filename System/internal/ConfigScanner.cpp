@@ -1,4 +1,4 @@
-#include "System/ConfigScanner.h"
+#include "System/internal/ConfigScanner.h"
 
 #include <algorithm>
 #include <cstring>

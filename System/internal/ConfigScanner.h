@@ -12,7 +12,7 @@ namespace TarvexDiags::System {
  * Foreign sections, nearly all of a file, are skipped from bracket to bracket and not line by line.
  * docs/configuration-file-format.md tells the format.
  *
- * Private to the framework library. Used by one thread; needs nothing of the operating system.
+ * Used by one thread; needs nothing of the operating system.
  */
 class ConfigScanner {
  public:
