@@ -1,0 +1,83 @@
+#!/usr/bin/env bash
+# Proves that what `cmake --install` lays down can be built against, outside of the tree.
+# Usage: check_install.sh STEP PREFIX, where STEP is one of
+#   install        installs the build in $BUILD_DIR into PREFIX and looks at the headers laid down
+#   cmake-client   builds and runs a client that uses find_package
+#   pkg-config-client, package-module   the same with pkg-config alone
+# CXX and CXXFLAGS are those of the build.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+step=$1
+prefix=$2
+CXXFLAGS="-std=c++20 -Wall -Wextra -Werror ${CXXFLAGS:-}"
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# expect TEXT COMMAND...: the command succeeds and prints exactly the text.
+expect() {
+  local wanted=$1 got
+  shift
+  got=$("$@") || fail "$* exited with $?: $got"
+  [[ $got == "$wanted" ]] || fail "$* printed '$got' instead of '$wanted'"
+}
+
+install_build() {
+  rm -rf "$prefix"
+  cmake --install "$BUILD_DIR" --prefix "$prefix" >/dev/null
+  local include=$prefix/include/tarvexdiags
+  [[ -f $include/DiagCtrl/GlobalSettings.h ]] || fail "no headers below $include"
+  [[ ! -e $include/DiagCtrl/internal ]] || fail "internal headers were installed"
+  if grep -rnE '#include "[A-Za-z]+/internal/' "$include"; then
+    fail "an installed header includes one that is not installed"
+  fi
+  local library
+  for library in diagframework diagctrl; do
+    [[ $(readelf -d "$prefix/lib/lib$library.so") == *"soname: [lib$library.so.1]"* ]] ||
+      fail "lib$library.so has another SONAME"
+  done
+}
+
+build_cmake_client() {
+  cp -r "$here/client" "$work/source"
+  cmake -S "$work/source" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$CXXFLAGS" >/dev/null
+  cmake --build "$work/build" >/dev/null
+  expect UNINITIALISED "$work/build/client"
+}
+
+build_pkg_config_client() {
+  cp "$here/client/main.cpp" "$work"
+  read -ra options <<<"$CXXFLAGS $(pkg-config --cflags --libs tarvexdiags)"
+  "$CXX" "$work/main.cpp" -o "$work/client" "${options[@]}" \
+    "-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags)"
+  expect UNINITIALISED "$work/client"
+}
+
+# Undefined symbols are refused: a package must get along with the framework alone.
+build_package_module() {
+  cp "$here"/module/*.cpp "$work"
+  read -ra options <<<"$CXXFLAGS $(pkg-config --cflags --libs tarvexdiags-framework)"
+  options+=("-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags-framework)")
+  local no_undefined=-Wl,-z,defs
+  [[ $CXXFLAGS != *-fsanitize* ]] || no_undefined=
+  "$CXX" -shared -fPIC -fvisibility=hidden "$work/package.cpp" -o "$work/libpackage.so" \
+    "${options[@]}" ${no_undefined:+"$no_undefined"}
+  "$CXX" "$work/host.cpp" -o "$work/host" "${options[@]}"
+  expect "host/device0 PASSED" "$work/host" "$work/libpackage.so"
+}
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+
+case $step in
+  install) install_build ;;
+  cmake-client) build_cmake_client ;;
+  pkg-config-client) build_pkg_config_client ;;
+  package-module) build_package_module ;;
+  *) fail "unknown step $step" ;;
+esac

@@ -1,0 +1,69 @@
+# Shared by ./test and ./run: messages and the Debian packages. Sourced with the root as the current
+# folder.
+# shellcheck shell=bash
+
+say() {
+  printf '== %s\n' "$*"
+}
+
+fail() {
+  printf 'FAILED: %s\n' "$*" >&2
+  exit 1
+}
+
+# quietly LOG COMMAND...: runs the command with its output in the log, and shows the log's end when
+# the command fails.
+quietly() {
+  local log=$1
+  shift
+  mkdir -p "$(dirname "$log")"
+  "$@" >"$log" 2>&1 && return
+  tail -n 80 "$log" >&2
+  echo "(the whole output is in $log)" >&2
+  return 1
+}
+
+# packages_of KIND: the names in tools/packages.txt, without those marked "full" unless KIND is full.
+packages_of() {
+  awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind) { print $1 }' tools/packages.txt
+}
+
+missing_packages() {
+  local name
+  for name in $(packages_of "$1"); do
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null) == installed ]] || echo "$name"
+  done
+}
+
+# install_packages KIND: installs what is missing of the list, as root or through sudo.
+install_packages() {
+  command -v dpkg-query >/dev/null ||
+    fail "this is no Debian system; needed are its packages: $(packages_of "$1" | xargs)"
+  local missing as_root=()
+  mapfile -t missing < <(missing_packages "$1")
+  if ((${#missing[@]} == 0)); then
+    say "packages: nothing is missing"
+    return
+  fi
+  if ((EUID != 0)); then
+    command -v sudo >/dev/null ||
+      fail "packages are missing, and neither root nor sudo is at hand: apt-get install ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "packages: installing ${missing[*]}"
+  quietly build/logs/packages.log "${as_root[@]}" apt-get update ||
+    fail "apt-get update failed"
+  quietly build/logs/packages.log "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "${missing[@]}" ||
+    fail "apt-get install ${missing[*]} failed"
+}
+
+# build_preset PRESET [TARGET...]: configures and builds.
+build_preset() {
+  local preset=$1
+  shift
+  say "$preset: building"
+  quietly "build/logs/$preset-configure.log" cmake --preset "$preset" || fail "$preset: configuring"
+  quietly "build/logs/$preset-build.log" cmake --build --preset "$preset" ${1:+--target "$@"} ||
+    fail "$preset: building"
+}

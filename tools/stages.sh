@@ -1,0 +1,140 @@
+# The stages of ./test: one function each, named in STAGES. Sourced by ./test.
+# shellcheck shell=bash
+
+STAGES=(
+  "dev:the test suite, in a build made for daily work"
+  "scripts:shellcheck of the scripts"
+  "format:clang-format of the sources"
+  "coverage:the test suite, with at least 95 % of the libraries' lines run"
+  "run:the release build and the main job"
+  "tidy:clang-tidy of the sources that are shipped"
+  "fuzz:the fuzzers, each for a short while"
+  "asan:the test suite and the stress tests, under the address and undefined behaviour sanitizers"
+  "tsan:the test suite and the stress tests, under the thread sanitizer"
+)
+
+LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
+SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit packages diagctl)
+CPP_FOLDERS=("${SHIPPED_FOLDERS[@]}" examples bench tests)
+
+CORES=$(nproc)
+
+# run_ctest LABEL ARGUMENT...: shows what failed and the summary, and keeps the latter for the end.
+# Most tests wait more than they compute, hence more of them at a time than there are cores.
+run_ctest() {
+  local label=$1 log=build/logs/$1-ctest.log status=0
+  shift
+  say "$label: running the tests"
+  ctest --parallel "$((3 * CORES))" "$@" 2>&1 | tee "$log" |
+    awk '!/^ +Start +[0-9]+:/ && !/ Passed +[0-9.]+ sec *$/ { print; fflush() }' || status=1
+  local count
+  count=$(find "$CTEST_SUMMARIES" -type f | wc -l)
+  grep -E '^[0-9]+% tests passed|^Total Test time' "$log" >"$CTEST_SUMMARIES/$count-$label" || status=1
+  return "$status"
+}
+
+# existing FOLDER...: those of the folders that are there.
+existing() {
+  local folder
+  for folder in "$@"; do
+    if [[ -d $folder ]]; then
+      echo "$folder"
+    fi
+  done
+}
+
+# needs TEXT COUNT: a check of nothing is no check.
+needs() {
+  (($2 > 0)) || fail "found no $1"
+}
+
+stage_dev() {
+  build_preset dev
+  run_ctest dev --preset dev
+}
+
+stage_scripts() {
+  local scripts
+  mapfile -t scripts < <(grep -rlE '^#!.*bash|^# shellcheck shell=bash' test run .ci tools tests)
+  needs scripts "${#scripts[@]}"
+  shellcheck --external-sources "${scripts[@]}"
+  say "scripts: ${#scripts[@]} are clean"
+}
+
+stage_format() {
+  local folders sources
+  mapfile -t folders < <(existing "${CPP_FOLDERS[@]}")
+  mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
+  needs sources "${#sources[@]}"
+  clang-format-14 --dry-run -Werror "${sources[@]}"
+  say "format: ${#sources[@]} files are formatted"
+}
+
+stage_coverage() {
+  build_preset coverage
+  find build/coverage -name '*.gcda' -delete
+  run_ctest coverage --preset coverage
+  local filters=() folder
+  for folder in "${LIBRARY_FOLDERS[@]}"; do
+    filters+=(--filter "$folder/")
+  done
+  mkdir -p build/coverage/report
+  gcovr --root . "${filters[@]}" -j "$CORES" --print-summary --fail-under-line 95 \
+    --html-details build/coverage/report/index.html --txt build/coverage/report/lines.txt \
+    build/coverage/CMakeFiles || {
+    cat build/coverage/report/lines.txt
+    fail "coverage: under the threshold (build/coverage/report/index.html)"
+  }
+}
+
+stage_run() {
+  ./run
+}
+
+# Reads the fuzzers' build: its compile commands are clang's own.
+stage_tidy() {
+  quietly build/logs/fuzz-configure.log cmake --preset fuzz
+  local pattern count
+  pattern="^$PWD/($(IFS='|' && echo "${SHIPPED_FOLDERS[*]}"))/"
+  count=$(grep -oE '"file": "[^"]+"' build/fuzz/compile_commands.json | cut -d'"' -f4 |
+    grep -cE "$pattern" || true)
+  needs "sources for clang-tidy" "$count"
+  say "tidy: $count files"
+  quietly build/logs/tidy.log run-clang-tidy-14 -quiet -p build/fuzz -j "$CORES" "$pattern"
+}
+
+# run_fuzzer NAME CORPUS: new inputs and crashes go below build/, the corpus is only read.
+run_fuzzer() {
+  local name=$1 corpus=$2 found=build/fuzz/found/$1 log=build/logs/fuzz-$1.log
+  mkdir -p "$found"
+  "build/fuzz/fuzzers/$name" -max_total_time="${TARVEX_FUZZ_SECONDS:-30}" -timeout=10 \
+    -artifact_prefix="build/fuzz/$name-" -print_final_stats=1 "$found" "$corpus" >"$log" 2>&1 || {
+    tail -n 60 "$log" >&2
+    echo "FAILED: fuzzer $name (the input lies beside build/fuzz/$name-*)" >&2
+    return 1
+  }
+  say "fuzz: $name: $(awk '/number_of_executed_units/ { print $2 }' "$log") runs"
+}
+
+stage_fuzz() {
+  build_preset fuzz fuzzers
+  needs fuzzers "$(wc -l <build/fuzz/fuzzers.txt)"
+  export -f run_fuzzer say
+  xargs -a build/fuzz/fuzzers.txt -P "$CORES" -L 1 bash -c 'run_fuzzer "$@"' fuzzer
+}
+
+# sanitized PRESET: the suite, then the stress tests, which run nowhere else.
+sanitized() {
+  build_preset "$1"
+  run_ctest "$1" --preset "$1"
+  TARVEX_STRESS_SECONDS=${TARVEX_STRESS_SECONDS:-60} run_ctest "$1-stress" \
+    --test-dir "build/$1" --label-regex '^stress$' --output-on-failure --no-tests=error
+}
+
+stage_asan() {
+  sanitized asan
+}
+
+stage_tsan() {
+  sanitized tsan
+}
