@@ -1,6 +1,7 @@
 # The stages of ./test: one function each, named in STAGES. Sourced by ./test.
 # shellcheck shell=bash
 
+# shellcheck disable=SC2034  # read by ./test
 STAGES=(
   "dev:the test suite, in a build made for daily work"
   "scripts:shellcheck of the scripts"
