@@ -101,7 +101,10 @@ stage_tidy() {
     grep -cE "$pattern" || true)
   needs "sources for clang-tidy" "$count"
   say "tidy: $count files"
-  quietly build/logs/tidy.log run-clang-tidy-14 -quiet -p build/fuzz -j "$CORES" "$pattern"
+  run-clang-tidy-14 -quiet -p build/fuzz -j "$CORES" "$pattern" >build/logs/tidy.log 2>&1 || {
+    sed 's/\x1b\[[0-9;]*m//g' build/logs/tidy.log | grep -E '(error|warning): ' | sort -u
+    fail "tidy: the whole output is in build/logs/tidy.log"
+  }
 }
 
 # run_fuzzer NAME CORPUS: new inputs and crashes go below build/, the corpus is only read.
