@@ -67,7 +67,8 @@ stage_format() {
   mapfile -t folders < <(existing "${CPP_FOLDERS[@]}")
   mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
   needs sources "${#sources[@]}"
-  clang-format-14 --dry-run -Werror "${sources[@]}"
+  clang-format-14 --dry-run -Werror "${sources[@]}" ||
+    fail "format: clang-format-14 -i FILE puts each file right"
   say "format: ${#sources[@]} files are formatted"
 }
 

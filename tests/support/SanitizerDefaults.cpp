@@ -1,5 +1,5 @@
-// Settings of the sanitizers, compiled into every test program so that a test run by hand behaves as
-// under ctest. The runtimes look these functions up by name; elsewhere nobody calls them.
+// Settings of the sanitizers, compiled into every test program so that a test run by hand behaves
+// as under ctest. The runtimes look these functions up by name; elsewhere nobody calls them.
 
 #define TARVEX_RUNTIME_HOOK extern "C" __attribute__((visibility("default"), used)) const char*
 
@@ -17,6 +17,10 @@ const char* __lsan_default_options() {
   return "print_suppressions=0:suppressions=" TARVEX_LSAN_SUPPRESSIONS;
 }
 
-const char* __ubsan_default_options() { return "print_stacktrace=1"; }
+const char* __ubsan_default_options() {
+  return "print_stacktrace=1";
+}
 
-const char* __tsan_default_options() { return "second_deadlock_stack=1:history_size=4"; }
+const char* __tsan_default_options() {
+  return "second_deadlock_stack=1:history_size=4";
+}

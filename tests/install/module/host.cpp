@@ -31,8 +31,9 @@ void runOnEachDevice(void* package) {
   for (auto& device : *devices) {
     Diag::DiagnosticSettings settings;
     const auto* result = diagnostics->runDiagnostic(device, &settings);
-    std::printf("%s %s\n", device.getDevice()->getResourceTag().c_str(),
-                result->getTestResult() == Diag::DiagnosticResult::PASSED ? "PASSED" : "not passed");
+    std::printf(
+        "%s %s\n", device.getDevice()->getResourceTag().c_str(),
+        result->getTestResult() == Diag::DiagnosticResult::PASSED ? "PASSED" : "not passed");
   }
 }
 
