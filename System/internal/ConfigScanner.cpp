@@ -94,14 +94,24 @@ ConfigScanner::State ConfigScanner::skipByteOrderMark() {
 }
 
 ConfigScanner::State ConfigScanner::seekSection() {
-  const char* const bracket = findNext('[');
-  if (bracket == nullptr) {
-    m_at = m_end;
-    return State::SEEK_SECTION;
+  while (const char* const bracket = findNext('[')) {
+    m_at = bracket + 1;
+    if (!isBlankBefore(bracket)) {
+      return State::SKIP_LINE;  // the rest of the line may hold many more
+    }
+    if (!isOtherSection()) {
+      return enterSectionName();
+    }
   }
-  m_at = bracket + 1;
-  // A line that has other text before its first bracket is left as a whole: it may hold many more.
-  return isBlankBefore(bracket) ? enterSectionName() : State::SKIP_LINE;
+  m_at = m_end;
+  return State::SEEK_SECTION;
+}
+
+// The quick look that dismisses most sections of a file: true only when it is certain.
+bool ConfigScanner::isOtherSection() const {
+  const std::size_t length = m_section.size();
+  return static_cast<std::size_t>(m_end - m_at) >= length && !isBlank(*m_at) &&
+         m_at[length - 1] != m_section.back();
 }
 
 ConfigScanner::State ConfigScanner::enterSectionName() {

@@ -56,6 +56,7 @@ class ConfigScanner {
   State matchName(const std::string& wanted, State matched, State mismatched);
   State endKey();
 
+  bool isOtherSection() const;
   bool nextIs(char wanted);
   void skipBlanks();
   const char* findNext(char wanted) const;
