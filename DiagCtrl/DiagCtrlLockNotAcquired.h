@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "DiagCtrl/DiagCtrlBaseException.h"
+#include "System/Export.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+/// Declared for handlers; nothing raises it.
+class TARVEXDIAGS_EXPORT DiagCtrlLockNotAcquired : public DiagCtrlBaseException {
+ public:
+  /// @param apcText names the raising method, as a literal: "Class::method()"; stored, not copied.
+  DiagCtrlLockNotAcquired(MinorCodeEnum aeMinorCode, unsigned long aulLine, const char* apcFile,
+                          const char* apcText)
+      : DiagCtrlBaseException(aeMinorCode, aulLine, apcFile), mpcParameterName(apcText) {}
+  DiagCtrlLockNotAcquired(const DiagCtrlLockNotAcquired&) = default;
+  DiagCtrlLockNotAcquired& operator=(const DiagCtrlLockNotAcquired&) = default;
+  ~DiagCtrlLockNotAcquired() override;
+
+  std::string dump() override;
+  const char* getParameter() const noexcept { return mpcParameterName; }
+
+ private:
+  const char* mpcParameterName;
+};
+
+}  // namespace TarvexDiags::DiagCtrl

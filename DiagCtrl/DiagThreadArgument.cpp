@@ -1,0 +1,7 @@
+#include "DiagCtrl/DiagThreadArgument.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+DiagThreadArgument::~DiagThreadArgument() = default;
+
+}  // namespace TarvexDiags::DiagCtrl

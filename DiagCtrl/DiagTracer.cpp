@@ -1,0 +1,153 @@
+#include "DiagCtrl/DiagTracer.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <fstream>
+#include <mutex>
+#include <string>
+
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlFileOpenException.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/Singleton.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+std::mutex sInstanceMutex;
+
+bool isLevel(int aiLevel) {
+  return aiLevel >= static_cast<int>(DiagCtrlConstants::DIAG_NO) &&
+         aiLevel <= static_cast<int>(DiagCtrlConstants::DIAG_INFORMATION);
+}
+
+// A bad level that is set turns tracing off; a bad level of a line makes it the least important.
+int levelToSet(int aiLevel) {
+  return isLevel(aiLevel) ? aiLevel : static_cast<int>(DiagCtrlConstants::DIAG_NO);
+}
+int levelOfLine(int aiLevel) {
+  return isLevel(aiLevel) ? aiLevel : static_cast<int>(DiagCtrlConstants::DIAG_INFORMATION);
+}
+
+const char* textOrNull(const char* apcText) {
+  return apcText != nullptr ? apcText : "<null>";
+}
+
+}  // namespace
+
+DiagTracer* DiagTracer::mpSTracerObject = nullptr;
+
+DiagTracer* DiagTracer::getInstance() {
+  return instanceOf(mpSTracerObject, sInstanceMutex, [] { return new DiagTracer; });
+}
+
+DiagTracer::DiagTracer()
+    : mbLogFileOpened(false),
+      miTraceLevel(0),
+      mMutexLock(DiagCtrlConstants::mSconlDefaultLockTimeOut) {}
+
+DiagTracer::~DiagTracer() {
+  mIndentMap.clear();
+  if (mTraceStream.is_open()) {
+    mTraceStream.close();
+  }
+  forgetInstance(mpSTracerObject, sInstanceMutex);
+}
+
+void DiagTracer::openTraceFile(const char* apcLogDirPath, int aiTraceLevel) {
+  const LockScope lock(mMutexLock, 0);
+  const std::string path = std::string(apcLogDirPath != nullptr ? apcLogDirPath : ".") +
+                           DiagCtrlConstants::mSconpcDoubleSlash +
+                           DiagCtrlConstants::mpcSDefTraceFile;
+  miTraceLevel = levelToSet(aiTraceLevel);
+  if (!mbLogFileOpened && miTraceLevel > 0) {
+    mTraceStream.open(path, std::ios::out | std::ios::app);
+  }
+  if (mTraceStream.fail()) {
+    mbLogFileOpened = false;
+    raise<DiagCtrlFileOpenException>(DiagCtrlBaseException::FileOpenException,
+                                     "DiagTracer::openTraceFile()");
+  }
+  mbLogFileOpened = true;
+  // A stream without a file must stay in its good state, so that it counts as opened ever after.
+  if (mTraceStream.is_open()) {
+    mTraceStream << "\n\n" << std::flush;
+  }
+}
+
+void DiagTracer::setTraceLevel(int aiTraceLevel) {
+  const LockScope lock(mMutexLock, 0);
+  miTraceLevel = levelToSet(aiTraceLevel);
+}
+
+void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
+  const LockScope lock(mMutexLock, 0);
+  const bool written = passes(aiTraceLevel);
+  const auto [entry, isNew] = mIndentMap.try_emplace(getCurrentThreadId());
+  if (!written) {
+    return;
+  }
+  if (!isNew) {
+    entry->second += DiagCtrlConstants::mpcSSpaceChar;
+  }
+  writeFile(entry->second.c_str(),
+            (std::string(DiagCtrlConstants::mpcSEnterString) + apcMethodName).c_str());
+}
+
+void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
+  sched_yield();
+  const LockScope lock(mMutexLock, 0);
+  const auto entry = mIndentMap.find(getCurrentThreadId());
+  if (entry == mIndentMap.end() || !passes(aiTraceLevel)) {
+    return;
+  }
+  std::string& indentation = entry->second;
+  writeFile(indentation.c_str(),
+            (std::string(DiagCtrlConstants::mpcSExitString) + apcMethodName).c_str());
+  constexpr std::size_t kStep = DiagCtrlConstants::miSSpaceSize;
+  indentation.resize(indentation.size() < kStep ? 0 : indentation.size() - kStep);
+}
+
+void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
+                            const char* apcPrintString) {
+  writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
+}
+
+void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
+                            const char* apcVariableName, unsigned long aulVariableValue) {
+  writeLine(
+      aiTraceLevel, apcClassName, aiLineNumber,
+      textOrNull(apcVariableName) + (": " + std::to_string(static_cast<long>(aulVariableValue))));
+}
+
+unsigned long DiagTracer::getCurrentThreadId() {
+  return pthread_self();
+}
+
+bool DiagTracer::passes(int aiTraceLevel) const {
+  return levelOfLine(aiTraceLevel) <= miTraceLevel;
+}
+
+void DiagTracer::writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumber,
+                           const std::string& arText) {
+  const LockScope lock(mMutexLock, 0);
+  const auto entry = mIndentMap.find(getCurrentThreadId());
+  if (entry == mIndentMap.end() || !passes(aiTraceLevel)) {
+    return;
+  }
+  const std::string line = std::string("FILE: ") + textOrNull(apcFile) +
+                           "\tLINE: " + std::to_string(aiLineNumber) + "\tSTRING: " + arText;
+  writeFile(entry->second.c_str(), line.c_str());
+}
+
+void DiagTracer::writeFile(const char* apcTabString, const char* apcStringToWrite) {
+  if (mbLogFileOpened && mTraceStream.is_open()) {
+    mTraceStream << "<" << getCurrentThreadId() << "> " << apcTabString << apcStringToWrite
+                 << std::endl;
+  }
+}
+
+}  // namespace TarvexDiags::DiagCtrl

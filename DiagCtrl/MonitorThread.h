@@ -1,0 +1,85 @@
+#pragma once
+
+#include "Diag/DiagnosticStatus.h"
+#include "DiagCtrl/DiagCtrlConditionVar.h"
+#include "DiagCtrl/DiagThread.h"
+#include "DiagCtrl/TestRequestManager.h"
+#include "System/Export.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+class DiagCtrlBaseException;
+class DiagnosticController;
+class DiagnosticPackageInterface;
+class DiagTracer;
+class DiagUtil;
+class EventManager;
+class ExecutionManagerThread;
+class RequestReference;
+
+/// The monitor: polls the requests that have a worker, hands their events and results to the
+/// clients, decides after each pass whether a request runs again or is finished, and turns the
+/// controller idle when nothing is left. Polls only while the controller is `ACTIVE`.
+class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
+ public:
+  /// The verdict on a request whose package reports completion.
+  enum queueStatus : unsigned int {
+    EXEC = 0,   ///< declared, never given
+    WAIT = 1,   ///< another pass
+    DROP = 2,   ///< finished
+    LOCAL = 3,  ///< aborted or halted, and its worker is still in the package
+  };
+
+  MonitorThread(EventManager& arEventManager, TestRequestManager& arTestRequestManager,
+                ExecutionManagerThread& arExecutionManagerThread,
+                DiagnosticController& arDiagnosticController,
+                DiagnosticPackageInterface& arDiagnosticPackageInterface);
+  ~MonitorThread() override;
+
+  void run(void* apRunArgument) override;
+
+  /// Asks the thread to end and wakes it. @throws DiagCtrlMutexException
+  void stop();
+
+  /// Forgets the requests that still owe results.
+  void clearTestRequestQueue();
+
+ private:
+  void runOnce(unsigned long aulTicket);
+  DiagCtrlConditionVar::WaitRetStatus waitForWork(unsigned long aulTicket);
+  void reportNothingPending();
+  void endRun();
+  void becomeIdleIfNothingIsLeft();
+  bool takeChangeLock();
+  void handleTimedOut();
+  void handleReceivedSignal();
+  void processExecQueue();
+  void processLocalTRQueue();
+  void pollEntry(RequestReference& arEntry, bool abHasWorker);
+  void getEventsResults(TestRequest* apTestRequest);
+  void collectEvents(TestRequest& arTestRequest);
+  Diag::DiagnosticStatus readStatus(TestRequest& arTestRequest);
+  void collectResults(TestRequest& arTestRequest);
+  void getResults(TestRequest* apTestRequest);
+  void finish(TestRequest& arTestRequest);
+  bool requeueTestRequest(TestRequest* apTestRequest);
+  queueStatus judge(TestRequest& arTestRequest);
+  static bool mayRunAgain(TestRequest& arTestRequest);
+  bool sendBack(TestRequest& arTestRequest);
+  void drop(TestRequest& arTestRequest);
+  void keepPolling(TestRequest& arTestRequest);
+  void releaseResourceLock(TestRequest* apTestRequest);
+  void traceFailure(const char* apcMethod, DiagCtrlBaseException& arFailure);
+
+  TestRequestQueue mResultPendingTRQueue;
+  EventManager& mrEventManager;
+  TestRequestManager& mrTestRequestManager;
+  ExecutionManagerThread& mrExecutionManagerThread;
+  DiagnosticController& mrDiagCtrl;
+  DiagnosticPackageInterface& mrDiagPkgIntf;
+  DiagCtrlConditionVar& mrWaitCondVar;
+  DiagCtrlConditionVar& mrExecCondVar;
+  DiagUtil* mpDiagUtil;
+};
+
+}  // namespace TarvexDiags::DiagCtrl

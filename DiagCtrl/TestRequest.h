@@ -1,0 +1,184 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+
+#include "Diag/DiagnosticSettings.h"
+#include "Diag/IDiagnostics.h"
+#include "DiagCtrl/DiagCtrlLock.h"
+#include "System/Export.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+class DiagDevice;
+class DiagnosticPackage;
+class DiagnosticPackageInterface;
+class DiagTracer;
+
+typedef void* DLL_Handle;  ///< one request's reference to its package's shared object
+typedef std::list<int> DiagIntList;
+
+/// One unit of work: a set of tests of one package on one device, with its own copy of the run
+/// settings, the package's object that carries it out, and the flags and status by which client
+/// threads, dispatcher, worker and monitor agree on what happens next.
+///
+/// `COMPLETED` and `ABORTED` are final: nothing leaves them.
+///
+/// Two private means keep the threads apart. The dispatch gate makes each of these one step: the
+/// claim of a request for a worker, the worker's entry into the package, the choice of what an
+/// abort does, and the return to a queue. Pins keep the package's object alive while a thread is
+/// inside of it: a release meanwhile hides the object, and the last user destroys it.
+///
+/// Thread-safety: any thread may call any operation. Accessors that lock may throw
+/// DiagCtrlMutexException. Objects belong to TestRequestManager once queued.
+class TARVEXDIAGS_EXPORT TestRequest {
+ public:
+  enum TestRequestStatus : unsigned int {
+    WAIT = 0,
+    RUNNING = 1,
+    COMPLETED = 2,
+    ABORTED = 3,
+    REQUEUED = 4,
+  };
+
+  /// Where an abort found the request, which decides what the abort still has to do.
+  enum class AbortedWhile {
+    inPackage,  ///< the package has to be told
+    monitored,  ///< the monitor ends it
+    queued,     ///< the caller releases the package's library
+  };
+
+  enum class Claim {
+    granted,
+    aborted,
+    stale,  ///< finished, halted, released or claimed already: the entry is a left-over
+  };
+
+  /// The request takes the settings over. Package and device are only referred to.
+  TestRequest(DiagnosticPackage& arDiagPackage, DiagDevice& arDiagDevice,
+              Diag::DiagnosticSettings* apDiagSettings);
+  /// @param aTestIdList the tests asked for; empty means all enabled tests of the device.
+  TestRequest(DiagnosticPackage& arDiagPackage, DiagDevice& arDiagDevice, DiagIntList aTestIdList,
+              Diag::DiagnosticSettings* apDiagSettings);
+  TestRequest(const TestRequest&) = delete;
+  TestRequest& operator=(const TestRequest&) = delete;
+  /// Gives the package's object and library back if that has not happened yet.
+  virtual ~TestRequest();
+
+  unsigned long getTestRequestId();
+  void setTestRequestId(unsigned long aulTestRequestId);
+  bool getToBeDroppedFlag();
+  void setToBeDroppedFlag(bool abToBeDropped);
+
+  TestRequestStatus getTestRequestStatus(long alTimeOutValue);
+  /// Refused without an error once the status is `COMPLETED` or `ABORTED`.
+  void setTestRequestStatus(TestRequestStatus aeStatus);
+
+  bool getAbortStatus();
+  /// True also makes the status `ABORTED`, unless it is `COMPLETED`.
+  void setAbortStatus(bool abAbortStatus, long alTimeOutValue);
+
+  /// The package's object; only while it is there.
+  Diag::IDiagnostics& getIDiagnostics();
+  /// The package's object, or null once it was released.
+  Diag::IDiagnostics* getIDiagnosticsPtr();
+  /// The request takes the object over.
+  void setIDiagnostics(Diag::IDiagnostics* apIDiagnostics);
+
+  bool getHaltedStatus();
+  void setHaltedStatus(bool abHaltedStatus);
+  bool getHaltLoopOnError();
+  void setHaltLoopOnError(bool abHaltLoopOnError);
+  bool getMonitored();
+  void setMonitored(bool abMonitored);
+  void setExecutedAll(bool abExecutedAll);
+
+  void setHandle(DLL_Handle aHandle);
+  DLL_Handle getHandle();
+  bool getExecutedOnce();
+  void setExecutedOnce(bool abExecutedOnce);
+  unsigned long getTestRequestStartTime();
+  /// @param aulStartTime seconds since the epoch.
+  void setTestRequestStartTime(unsigned long aulStartTime);
+  Diag::DiagnosticSettings* getDiagnosticSettings();
+  DiagnosticPackage& getDiagPackageRef();
+  DiagDevice& getDiagDeviceRef();
+  DiagIntList getTestIdList();
+
+  /// Destroys the package's object and gives the library reference back; once. While other threads
+  /// are inside of the object it is only hidden, and the last of them does the rest.
+  /// @throws DiagCtrlReleaseLibraryFailed, DiagCtrlMutexException
+  void releaseIDiagnostic(DiagnosticPackageInterface& apDiagPkgIntf, long alTimeOutValue);
+  /// Whether the package's object is gone.
+  bool ifIDiagnosticsDeleted();
+
+  // For the threads of the pipeline. ---------------------------------------------------------
+
+  /// Enters the package's object. @return null if it is gone; else `unpinIDiagnostics` must follow.
+  Diag::IDiagnostics* pinIDiagnostics();
+  /// Leaves it. Failures of a release that was waiting for this are traced only.
+  void unpinIDiagnostics();
+
+  /// [dispatcher] Claims the request for a worker: monitored, and in flight until the worker was
+  /// joined.
+  Claim claimForDispatch();
+  /// [worker] The last look before the package is entered; granted makes the request `RUNNING`.
+  Claim enterPackage();
+  /// Ends the flight that the claim began.
+  void landFromFlight();
+  /// Back to waiting for a worker, unless a worker is in flight.
+  void returnToWait();
+  /// [monitor] Makes the request `COMPLETED`.
+  void complete();
+  /// Sets the abort flag and tells where the abort met the request.
+  AbortedWhile beginAbort(long alTimeOutValue);
+  /// Whether a queue entry of the request is a left-over that must fall out silently.
+  bool isStaleEntry();
+  /// Aborted or halted, and out of the package for good.
+  bool willNotRunAgain();
+
+  // Counts the queue entries and threads by which the request can still be reached.
+  void addReference() noexcept { ++miReferences; }
+  void dropReference() noexcept { --miReferences; }
+  bool isReferenced() const noexcept { return miReferences > 0; }
+
+ private:
+  void setStatusIfOpen(TestRequestStatus aeStatus);
+  Claim lookBeforeStart();
+  void destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf, long alTimeOutValue);
+
+  unsigned long mulTestRequestId = 0;
+  std::atomic<bool> mbHaltLoopOnError{false};
+  std::atomic<bool> mbHaltedStatus{false};
+  std::atomic<TestRequestStatus> meTestRequestStatus{WAIT};
+  DiagnosticPackage& mrDiagPackageRef;
+  DiagDevice& mrDiagDeviceRef;
+  DiagIntList mTestIdList;
+  bool mbAbortStatus = false;
+  std::atomic<Diag::IDiagnostics*> mpIDiagnosticsPtr{nullptr};
+  Diag::DiagnosticSettings* mpDiagSetting;
+  DiagCtrlLock mmtxTestReqLock;
+  DiagCtrlLock mmtxTestReqStatusLock;
+  DiagCtrlLock mmtxTestReqAbortLock;
+  DiagCtrlLock mmtxIDiagLock;
+  DiagCtrlLock mmtxRelLibraryLock;
+  std::atomic<unsigned long> mulTestRequestStartTime{0};
+  std::atomic<bool> mbExecutedOnce{false};
+  bool mbLibraryReleased = false;
+  std::atomic<bool> mbMonitored{false};
+  bool mbExecutedAll = false;
+  bool mbToBeDropped = false;
+  DiagTracer* mpDiagTracer;
+  std::atomic<DLL_Handle> mDLLHandle{nullptr};
+
+  DiagCtrlLock mmtxDispatchGate;
+  bool mbInFlight = false;  // guarded by the dispatch gate
+  // Guarded by mmtxRelLibraryLock.
+  int miUsers = 0;
+  Diag::IDiagnostics* mpDyingIDiagnostics = nullptr;
+  DiagnosticPackageInterface* mpReleasedBy = nullptr;
+
+  std::atomic<int> miReferences{0};
+};
+
+}  // namespace TarvexDiags::DiagCtrl

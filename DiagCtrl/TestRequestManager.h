@@ -1,0 +1,148 @@
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <list>
+#include <map>
+#include <vector>
+
+#include "DiagCtrl/DiagCtrlConditionVar.h"
+#include "DiagCtrl/DiagCtrlLock.h"
+#include "DiagCtrl/TestRequest.h"
+#include "System/Export.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+class DiagTracer;
+class RequestReference;
+
+typedef std::deque<TestRequest*> TestRequestQueue;
+typedef std::map<unsigned long, TestRequest*> TestRequestMap;
+typedef std::list<unsigned long> TestRequestIdList;
+
+/// Owns all requests and the three queues through which they travel, hands out their ids, and owns
+/// the condition variables by which the threads of the pipeline wake each other. Makes no
+/// decisions.
+///
+/// Thread-safety: any thread may call any operation. Operations that lock may throw
+/// DiagCtrlMutexException.
+class TARVEXDIAGS_EXPORT TestRequestManager {
+ public:
+  enum TestRequestQueueType : unsigned int {
+    WAIT = 0,       ///< new requests, and requests sent back for another pass
+    PROCESS = 1,    ///< requests that the dispatcher is to start
+    EXECUTION = 2,  ///< requests with a worker, which the monitor takes over
+  };
+
+  TestRequestManager();
+  TestRequestManager(const TestRequestManager&) = delete;
+  TestRequestManager& operator=(const TestRequestManager&) = delete;
+  /// Deletes all requests.
+  virtual ~TestRequestManager();
+
+  /// Held by the dispatcher while it has requests in its hands, and tried by the monitor before it
+  /// decides that nothing is left. The manager's own operations do not take it.
+  DiagCtrlLock mmtxTestReqChangeLock;
+
+  /// Makes a request visible to the pipeline: at the back of the WAIT queue, under a new id,
+  /// counted from 1. The manager takes the request over. @return the id.
+  unsigned long queueTestRequest(TestRequest* apTestReqToAdd);
+
+  int getTestReqExecQueueSize();
+  int getTestReqWaitQueueSize();
+  int getTestReqProcessQueueSize();
+
+  /// Removes and returns the front of a queue; null if it is empty.
+  TestRequest* frontTestRequestQueue(TestRequestQueueType aeQueueType);
+  /// A push to WAIT makes the request wait and unmonitored, one to EXECUTION makes it monitored.
+  void pushBackTestRequestQueue(TestRequestQueueType aeQueueType, TestRequest* apTestRequest);
+  void pushFrontTestRequestQueue(TestRequestQueueType aeQueueType, TestRequest* apTestRequest);
+
+  /// The manager's own object. @throws DiagCtrlObjectNotFound if the id is not known.
+  TestRequest* getTestRequestObj(unsigned long testReqId, long alTimeOutValue);
+  void addInTestRequestIdMap(unsigned long aulTestRequestId, TestRequest* apTestRequest);
+
+  /// Ids of the requests that have not finished, oldest first.
+  TestRequestIdList getTestRequestIdList(long alTimeOutValue);
+  /// @throws DiagCtrlObjectNotFound if the id is not known; the list has lost it all the same.
+  void removeFromTestReqIdList(unsigned long aulTestRequestId);
+  void clearTestRequestIdList(long alTimeOutValue);
+  /// Forgets all requests. Those that no thread can reach any more are deleted at once, the others
+  /// are kept aside for `deleteRetiredRequests`.
+  void clearTestRequestMap();
+
+  /// Work stands in the WAIT queue; the dispatcher waits on it.
+  DiagCtrlConditionVar& getCondVarTRWaitQueue();
+  /// A request stands in the EXECUTION queue or a worker has ended; the monitor waits on it.
+  DiagCtrlConditionVar& getCondVarTRExecQueue();
+  /// Something was given back or judged; the dispatcher waits on it.
+  DiagCtrlConditionVar& getCondVarExecMgrThread();
+
+  bool getTestExecCompleted();
+  void setTestExecCompleted(bool abTestExecCompleted);
+
+  /// The next request numbers from 1 again.
+  static void resetRequestId();
+
+  // For the threads of the pipeline. ---------------------------------------------------------
+
+  /// As `frontTestRequestQueue`; the caller takes the queue's reference over.
+  RequestReference popTestRequestQueue(TestRequestQueueType aeQueueType);
+  /// As `getTestRequestObj`; the request stays while the reference does.
+  RequestReference acquireTestRequest(unsigned long testReqId, long alTimeOutValue);
+  /// How often the request stands in the WAIT and PROCESS queues together.
+  int countQueuedEntries(const TestRequest* apTestRequest);
+  /// Runs the action if all three queues are empty, in one step with that test: nobody can queue a
+  /// request meanwhile.
+  void ifNothingIsQueued(const std::function<void()>& arAction);
+
+  /// [dispatcher] Begins the wait for the verdict on a pass of this request.
+  void awaitTestExecCompleted(unsigned long aulTestRequestId);
+  /// [monitor] Ends that wait, unless it is for another request, and wakes the dispatcher.
+  void concludeTestExec(unsigned long aulTestRequestId);
+
+  /// Counts the workers from their claim to their last statement.
+  void workerClaimed() noexcept { ++miWorkers; }
+  void workerEnded() noexcept { --miWorkers; }
+  bool isAnyWorkerAlive() const noexcept { return miWorkers > 0; }
+
+  /// Whether a thread can still reach a request of this package.
+  bool isPackageInUse(const DiagnosticPackage& arDiagPackage);
+  /// Deletes the requests that `clearTestRequestMap` kept aside. No thread may be left.
+  void deleteRetiredRequests();
+
+ private:
+  TestRequestQueue& queueOf(TestRequestQueueType aeQueueType);
+  DiagCtrlLock& lockOf(TestRequestQueueType aeQueueType);
+  void prepareForQueue(TestRequestQueueType aeQueueType, TestRequest& arTestRequest);
+  TestRequest* takeFront(TestRequestQueueType aeQueueType);
+  TestRequest* findTestRequest(unsigned long testReqId);
+
+  static std::atomic<unsigned long> mSulCurrentTestReqIdNumber;
+  static constexpr unsigned long mSConUlstartNumberTestRequestId = 0;
+  TestRequestQueue mTestRequestWaitQueue;
+  TestRequestQueue mTestRequestProcessQueue;
+  TestRequestQueue mTestRequestExecQueue;
+  TestRequestMap mTestRequestMap;
+  TestRequestIdList mTestRequestIdList;
+  DiagCtrlLock mmtxTestReqWaitLock;
+  DiagCtrlLock mmtxTestReqProcessLock;
+  DiagCtrlLock mmtxTestReqExecLock;
+  DiagCtrlLock mmtxTestReqIdMapLock;
+  DiagCtrlLock mmtxTestReqIdListLock;
+  DiagCtrlConditionVar* mpCondVarTRWaitQueue;
+  DiagCtrlConditionVar* mpCondVarExecMgrThread;
+  DiagCtrlConditionVar* mpCondVarTRExecQueue;
+  DiagCtrlLock mmtxLock;
+  DiagCtrlLock mmtxTestExecCompletedLock;
+  bool mbTestExecCompleted;
+  DiagTracer* mpDiagTracer;
+
+  std::atomic<int> miProcessQueueSize{0};      // read without the queue's lock
+  unsigned long mulAwaitedTestRequestId = 0;   // guarded by mmtxTestExecCompletedLock
+  std::vector<TestRequest*> mRetiredRequests;  // guarded by mmtxTestReqIdMapLock
+  std::atomic<int> miWorkers{0};
+};
+
+}  // namespace TarvexDiags::DiagCtrl

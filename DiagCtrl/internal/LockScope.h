@@ -1,0 +1,52 @@
+#pragma once
+
+#include "DiagCtrl/DiagCtrlBaseException.h"
+#include "DiagCtrl/DiagCtrlLock.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+/// The time-out that is passed on to a lock: -1 stays -1, anything else becomes 0. Locks ignore it.
+inline long lockTimeOut(long alTimeOutValue) noexcept {
+  return alTimeOutValue == -1 ? -1 : 0;
+}
+
+/// Holds a lock for a scope. A DiagCtrlMutexException from the lock leaves as a new one that names
+/// the method which wanted the lock.
+class LockScope {
+ public:
+  /// @param apcText "Class::method()", a literal.
+  LockScope(DiagCtrlLock& arLock, long alTimeOutValue,
+            DiagCtrlBaseException::MinorCodeEnum aeMinorCode, const char* apcText,
+            const char* apcFile = __builtin_FILE(), unsigned long aulLine = __builtin_LINE())
+      : mpLock(&arLock) {
+    try {
+      arLock.lock(alTimeOutValue);
+    } catch (const DiagCtrlMutexException&) {
+      throw DiagCtrlMutexException(aeMinorCode, aulLine, apcFile, apcText);
+    }
+  }
+  /// For the few places whose caller handles the lock's own exception.
+  LockScope(DiagCtrlLock& arLock, long alTimeOutValue) : mpLock(&arLock) {
+    arLock.lock(alTimeOutValue);
+  }
+  ~LockScope() { release(); }
+  LockScope(const LockScope&) = delete;
+  LockScope& operator=(const LockScope&) = delete;
+
+  /// Gives the lock back before the end of the scope.
+  void release() {
+    if (mpLock != nullptr) {
+      mpLock->unlock();
+      mpLock = nullptr;
+    }
+  }
+
+  /// Leaves the lock held when the scope ends, on purpose.
+  void keepHeld() noexcept { mpLock = nullptr; }
+
+ private:
+  DiagCtrlLock* mpLock;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
