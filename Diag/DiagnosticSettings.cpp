@@ -50,7 +50,12 @@ DiagnosticSettings::DiagnosticSettings(bool quickTestMode, bool stressMode, bool
                                        bool reportStatusMessage, bool logEvents,
                                        const char* logfileName, Uint testRequestId, Ulong runTime,
                                        int requestedPassCount, int passCount, Uint openMode)
-    : m_ulRunTime(runTime),
+    : m_quickTestMode(false),
+      m_stressMode(false),
+      m_haltOnError(false),
+      m_ulRunTime(runTime),
+      m_reportStatusMessage(false),
+      m_logEvents(false),
       m_logfileName(textOrEmpty(logfileName)),
       m_testRequestId(testRequestId),
       m_requestedPassCount(requestedPassCount),

@@ -226,6 +226,17 @@ TEST_F(ReadCfgFileTest, lines_and_values_of_any_length_are_read_whole) {
   EXPECT_EQ(readFrom("[" + megabytes + "]\nk=v\n", megabytes, "k"), "v");
 }
 
+TEST_F(ReadCfgFileTest, lines_anywhere_in_the_file_are_read_whole) {
+  const std::string lines = "\n [ A ] \n key = value \n";
+  constexpr std::size_t buffer =
+      64 * 1024;  // what is read at a time; each cut of the lines is tried
+  for (std::size_t before = 0; before <= lines.size(); ++before) {
+    write("#" + std::string(buffer - 1 - before, '.') + lines + "[B]\nkey=other\n");
+    EXPECT_EQ(read("A", "key"), "value") << before;
+    EXPECT_EQ(read("B", "key"), "other") << before;
+  }
+}
+
 TEST_F(ReadCfgFileTest, hundreds_of_megabytes_are_read_in_constant_memory) {
   constexpr off_t size = off_t{400} << 20U;  // a hole: takes no room on the disk
   write("[Head]\nk=start\n");
