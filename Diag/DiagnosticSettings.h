@@ -131,12 +131,12 @@ class TARVEXDIAGS_EXPORT DiagnosticSettings {
   std::map<unsigned long, int> m_PassCountMap;  // references by request id
   mutable System::Lock m_MapLock;               // guards m_PassCountMap
   std::vector<int> m_testNumber_v;
-  bool m_quickTestMode;
-  bool m_stressMode;
-  bool m_haltOnError;
+  bool m_quickTestMode = false;
+  bool m_stressMode = false;
+  bool m_haltOnError = false;
   Ulong m_ulRunTime;
-  bool m_reportStatusMessage;
-  bool m_logEvents;
+  bool m_reportStatusMessage = false;
+  bool m_logEvents = false;
   std::string m_logfileName;
   Uint m_testRequestId;
   int m_requestedPassCount;

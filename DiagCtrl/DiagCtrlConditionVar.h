@@ -55,8 +55,8 @@ class TARVEXDIAGS_EXPORT DiagCtrlConditionVar {
   WaitRetStatus waitUntilDeadline(long alTimeout);
   static timespec convertTime(long alTimeout);
 
-  pthread_cond_t mcondConditionVar;
-  pthread_mutex_t mut;
+  pthread_cond_t mcondConditionVar{};
+  pthread_mutex_t mut{};
   DiagCtrlLock mmtxDiagCtrlLock;
   DiagCtrlLock mmtxDiagCtrlSignalLock;
   DiagTracer* mpDiagTracer;
