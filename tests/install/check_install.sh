@@ -34,6 +34,9 @@ install_build() {
   if grep -rnE '#include "[A-Za-z]+/internal/' "$include"; then
     fail "an installed header includes one that is not installed"
   fi
+  if grep -rnE '^(class|struct) [A-Z][A-Za-z]* *(final *)?(:|\{|$)' "$include"; then
+    fail "an installed class is not exported"
+  fi
   local library
   for library in diagframework diagctrl; do
     [[ $(readelf -d "$prefix/lib/lib$library.so") == *"soname: [lib$library.so.1]"* ]] ||
