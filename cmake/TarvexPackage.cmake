@@ -1,0 +1,82 @@
+# tarvex_add_package: a diagnostic package, written with the package kit.
+#
+#   tarvex_add_package(NAME <name> SOURCES <source>... [LIBRARIES <library>...]
+#                      [FOLDER <folder>] [GROUP packages|selftest|examples])
+#
+# builds lib<name>.so as the target package_<name>. Beside it go the configuration file <name>.cfg and
+# the language files <language>/<name>.cfg, taken from the folder (by default where the function is
+# called), each with the kit's own section entries appended.
+#
+# In the build tree all packages of a group lie in one folder, named by TARVEX_PACKAGES_DIR_<group>:
+# a directory that `PackDirPath` of a control file can name. `packages` are installed into
+# lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, `examples` nowhere.
+
+set(TARVEX_PACKAGE_LANGUAGES en de fr es zh ja)
+
+if(NOT DEFINED TARVEX_KIT_DATA_DIR)
+  set(TARVEX_KIT_DATA_DIR "${CMAKE_CURRENT_LIST_DIR}/../packagekit/data")
+endif()
+foreach(group IN ITEMS packages selftest examples)
+  set(TARVEX_PACKAGES_DIR_${group} "${PROJECT_BINARY_DIR}/${group}")
+endforeach()
+set(TARVEX_PACKAGES_DIR_examples "${PROJECT_BINARY_DIR}/example_packages")
+
+# Appends the kit's entries to a file of a package, in the build tree.
+function(tarvex_join_package_file source kit_file output)
+  get_filename_component(output_dir "${output}" DIRECTORY)
+  file(MAKE_DIRECTORY "${output_dir}")
+  add_custom_command(OUTPUT "${output}"
+    COMMAND "${CMAKE_COMMAND}" -E cat "${source}" "${kit_file}" > "${output}"
+    DEPENDS "${source}" "${kit_file}"
+    COMMENT "Joining ${output}"
+    VERBATIM)
+endfunction()
+
+function(tarvex_add_package)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;FOLDER;GROUP" "SOURCES;LIBRARIES")
+  if(NOT arg_GROUP)
+    set(arg_GROUP packages)
+  endif()
+  if(NOT arg_FOLDER)
+    set(arg_FOLDER "${CMAKE_CURRENT_SOURCE_DIR}")
+  endif()
+  get_filename_component(folder "${arg_FOLDER}" ABSOLUTE)
+  set(output_dir "${TARVEX_PACKAGES_DIR_${arg_GROUP}}")
+  set(install_dir "${CMAKE_INSTALL_LIBDIR}/tarvexdiags/${arg_GROUP}")
+
+  set(files "${output_dir}/${arg_NAME}.cfg")
+  tarvex_join_package_file(
+    "${folder}/${arg_NAME}.cfg" "${TARVEX_KIT_DATA_DIR}/kit.cfg" "${output_dir}/${arg_NAME}.cfg")
+  foreach(language IN LISTS TARVEX_PACKAGE_LANGUAGES)
+    set(joined "${output_dir}/${language}/${arg_NAME}.cfg")
+    tarvex_join_package_file("${folder}/${language}/${arg_NAME}.cfg"
+      "${TARVEX_KIT_DATA_DIR}/${language}/kit.cfg" "${joined}")
+    list(APPEND files "${joined}")
+    if(NOT arg_GROUP STREQUAL "examples")
+      install(FILES "${joined}" DESTINATION "${install_dir}/${language}")
+    endif()
+  endforeach()
+
+  set(target package_${arg_NAME})
+  add_library(${target} MODULE ${arg_SOURCES} ${files})
+  target_link_libraries(${target} PRIVATE ${arg_LIBRARIES} TarvexDiags::packagekit)
+  if(TARGET tarvex_warnings)
+    target_link_libraries(${target} PRIVATE tarvex_warnings)
+  endif()
+  if(TARGET tarvex-package-worker)
+    add_dependencies(${target} tarvex-package-worker)
+  endif()
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME "${arg_NAME}"
+    PREFIX "lib"
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    LIBRARY_OUTPUT_DIRECTORY "${output_dir}"
+    INSTALL_RPATH "$ORIGIN/../..")
+  # A unique symbol would keep the package mapped after the last dlclose.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+  if(NOT arg_GROUP STREQUAL "examples")
+    install(TARGETS ${target} LIBRARY DESTINATION "${install_dir}")
+    install(FILES "${output_dir}/${arg_NAME}.cfg" DESTINATION "${install_dir}")
+  endif()
+endfunction()

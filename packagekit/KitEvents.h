@@ -1,0 +1,53 @@
+#pragma once
+
+namespace TarvexDiags::PackageKit {
+
+/**
+ * @brief Event codes that the kit raises on behalf of every package: 9000 to 9099 are reserved.
+ *
+ * Their tokens and texts are appended to the files of each package when it is built. All of them
+ * begin with the same three parameters: number of the test, name of the test, resource tag of the
+ * device. What follows is told at each. "Last lines" are what the worker wrote to its standard
+ * output and error last, the lines joined with " | ", possibly empty.
+ */
+enum KitEvent : unsigned int {
+  // ERROR_EVENT: trouble of the tool. The result is UNUSUAL_STATUS, never FAILED.
+  WORKER_CRASHED = 9000,         ///< signal (as "SIGSEGV"), last lines
+  WORKER_EXITED = 9001,          ///< exit status, last lines: ended before the test had a verdict
+  TEST_TIMED_OUT = 9002,         ///< time allowed in seconds, last lines
+  OUT_OF_MEMORY = 9003,          ///< what failed, last lines
+  NO_PERMISSION = 9004,          ///< what failed (text of the errno included), last lines
+  DEVICE_VANISHED = 9005,        ///< what failed, last lines
+  TEST_THREW = 9006,             ///< text of the exception, last lines
+  SYSTEM_CALL_FAILED = 9007,     ///< what failed (text of the errno included), last lines
+  WORKER_NOT_STARTED = 9008,     ///< why, last lines
+  WORKER_BROKE_PROTOCOL = 9009,  ///< what was wrong with its messages, last lines
+  WORKER_KILLED = 9010,          ///< last lines: SIGKILL from outside, mostly for lack of memory
+  WORKER_UNKILLABLE = 9011,      ///< process id, last lines: it ignores even SIGKILL
+  DEVICE_REFUSED = 9012,         ///< process id: the device still has such a worker
+  TEST_UNKNOWN = 9013,           ///< the package has no test of that number
+  OPEN_MODE_REFUSED = 9014,      ///< the test writes and the open mode forbids it
+
+  // WARNING_EVENT
+  TEST_NOT_SUPPORTED = 9040,  ///< reason. The result is UNUSUAL_STATUS
+  EVENTS_DROPPED = 9041,      ///< how many events the test raised beyond what is kept
+  TEST_ABORTED = 9042,        ///< the client ended the test: no verdict
+
+  // INFORMATION_EVENT
+  TEST_STARTED = 9060,      ///< number of the pass, seed
+  TEST_ENDED = 9061,        ///< verdict (PASSED, UNUSUAL_STATUS, FAILED), milliseconds that it took
+  TEST_MEASUREMENT = 9062,  ///< name, value, unit
+  TEST_PROGRESS = 9063,     ///< percent: every ten, when the request asks for status messages
+};
+
+/** @brief Device status codes of the kit, with their tokens in section `DeviceStatus`. */
+enum KitDeviceStatus : unsigned int {
+  DEVICE_STATUS_HUNG = 9090,     ///< a worker on it can't be killed; refused until enumerated again
+  DEVICE_STATUS_UNKNOWN = 9091,  ///< the package's own function failed
+};
+
+/** @brief First code that packages must leave alone, and the last. */
+inline constexpr unsigned int kFirstKitCode = 9000;
+inline constexpr unsigned int kLastKitCode = 9099;
+
+}  // namespace TarvexDiags::PackageKit

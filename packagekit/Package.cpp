@@ -1,0 +1,99 @@
+#include "packagekit/Package.h"
+
+#include <stdexcept>
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+class FunctionTest : public Test {
+ public:
+  explicit FunctionTest(Package::TestFunction function) : m_function(std::move(function)) {}
+
+  Verdict run(TestContext& context) override { return m_function(context); }
+
+ private:
+  const Package::TestFunction m_function;
+};
+
+const char* nameOf(DiagnosticMode mode) {
+  switch (mode) {
+    case DeviceEnum::IDeviceEnumerator::CUSTOMER:
+      return "CUSTOMER";
+    case DeviceEnum::IDeviceEnumerator::FACTORY:
+      return "FACTORY";
+    case DeviceEnum::IDeviceEnumerator::BRINGUP:
+      return "BRINGUP";
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+TestEntry::TestEntry(std::unique_ptr<Test> test) : m_test(std::move(test)) {}
+
+TestEntry& TestEntry::supportedWhen(
+    std::function<Support(const Device&, const Environment&)> predicate) {
+  m_predicate = std::move(predicate);
+  return *this;
+}
+
+TestEntry& TestEntry::onlyIn(std::set<DiagnosticMode> modes) {
+  m_modes = std::move(modes);
+  return *this;
+}
+
+TestEntry& TestEntry::writes() {
+  m_writes = true;
+  return *this;
+}
+
+TestEntry& TestEntry::estimate(std::function<int(const Device&, const Environment&)> figure) {
+  m_estimate = std::move(figure);
+  return *this;
+}
+
+Support TestEntry::supports(const Device& device, const Environment& environment) const {
+  if (!m_modes.empty() && m_modes.count(environment.diagnosticMode) == 0) {
+    return Support::no(std::string("not offered in diagnostic mode ") +
+                       nameOf(environment.diagnosticMode));
+  }
+  if (m_predicate) {
+    const Support answer = m_predicate(device, environment);
+    if (!answer) {
+      return answer;
+    }
+  }
+  return m_test->supports(device, environment);
+}
+
+int TestEntry::estimateFor(const Device& device, const Environment& environment) const {
+  return m_estimate ? m_estimate(device, environment) : m_test->estimate(device, environment);
+}
+
+void Package::discover(DiscoverFunction function) {
+  m_discover = std::move(function);
+}
+
+TestEntry& Package::test(int testId, TestFunction function) {
+  return test(testId, std::unique_ptr<Test>(std::make_unique<FunctionTest>(std::move(function))));
+}
+
+TestEntry& Package::test(int testId, std::unique_ptr<Test> test) {
+  const auto added = m_tests.emplace(testId, TestEntry(std::move(test)));
+  if (!added.second) {
+    throw std::logic_error("test " + std::to_string(testId) + " is defined twice");
+  }
+  return added.first->second;
+}
+
+std::vector<Device> Package::findDevices(const Environment& environment) const {
+  return m_discover ? m_discover(environment) : std::vector<Device>();
+}
+
+const TestEntry* Package::find(int testId) const {
+  const auto found = m_tests.find(testId);
+  return found == m_tests.end() ? nullptr : &found->second;
+}
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,33 @@
+#pragma once
+
+// All that a package's source includes. A whole package:
+//
+//   #include "packagekit/PackageKit.h"
+//
+//   using namespace TarvexDiags::PackageKit;
+//
+//   static std::vector<Device> findFans(const Environment&) {
+//     return {{.name = "Fan 1", .resourceTag = "host/fan1", .properties = {{"path", "/sys/..."}}}};
+//   }
+//
+//   static Verdict spins(TestContext& context) {
+//     const long rpm = readNumber(context.property("path"));
+//     context.measurement("speed", static_cast<double>(rpm), "rpm");
+//     return rpm > context.settingInteger("LowestSpeed", 300) ? passed() : failed(1, {...});
+//   }
+//
+//   TARVEX_PACKAGE(package) {
+//     package.discover(findFans);
+//     package.test(1, spins);
+//   }
+
+#include "packagekit/Device.h"
+#include "packagekit/Environment.h"
+#include "packagekit/Exports.h"
+#include "packagekit/KitEvents.h"
+#include "packagekit/Package.h"
+#include "packagekit/Settings.h"
+#include "packagekit/Support.h"
+#include "packagekit/Test.h"
+#include "packagekit/TestContext.h"
+#include "packagekit/Verdict.h"

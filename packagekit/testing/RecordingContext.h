@@ -1,0 +1,81 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "packagekit/TestContext.h"
+
+namespace TarvexDiags::PackageKit::Testing {
+
+/** @brief A context for unit tests: runs a test in the caller's process and keeps what it says. */
+class RecordingContext : public TestContext {
+ public:
+  struct Event {
+    EventType type;
+    unsigned int code;
+    std::vector<std::string> parameters;
+  };
+
+  explicit RecordingContext(TestParameters parameters) : TestContext(std::move(parameters)) {}
+
+  /** @brief What a client's abort does. From any thread. */
+  void requestStop() { m_stop = true; }
+
+  /** @brief Makes the n-th question for a stop from now on the first that is answered with yes. */
+  void stopAfter(int questions) { m_questionsLeft = questions; }
+
+  bool stopRequested() const noexcept override {
+    if (m_questionsLeft.load() > 0 && --m_questionsLeft == 0) {
+      m_stop = true;
+    }
+    return m_stop.load();
+  }
+
+  /** @brief Does not wait: only tells whether a stop was requested. Waits are summed up. */
+  bool sleepFor(std::chrono::nanoseconds duration) override {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_slept += duration;
+    return !stopRequested();
+  }
+
+  std::vector<Event> events() const { return locked(m_events); }
+  std::vector<unsigned int> progressSteps() const { return locked(m_progress); }
+  std::vector<std::string> logLines() const { return locked(m_log); }
+  std::chrono::nanoseconds slept() const { return locked(m_slept); }
+
+ protected:
+  void sendProgress(unsigned int percent) override {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_progress.push_back(percent);
+  }
+  void sendEvent(EventType type, unsigned int code,
+                 std::vector<std::string> eventParameters) override {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_events.push_back({type, code, std::move(eventParameters)});
+  }
+  void writeLog(const std::string& line) override {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_log.push_back(line);
+  }
+
+ private:
+  template <class Value>
+  Value locked(const Value& value) const {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    return value;
+  }
+
+  mutable std::mutex m_lock;
+  mutable std::atomic<bool> m_stop{false};
+  mutable std::atomic<int> m_questionsLeft{0};
+  std::vector<Event> m_events;
+  std::vector<unsigned int> m_progress;
+  std::vector<std::string> m_log;
+  std::chrono::nanoseconds m_slept{0};
+};
+
+}  // namespace TarvexDiags::PackageKit::Testing
