@@ -1,0 +1,200 @@
+#include "tests/support/CodeNames.h"
+
+namespace TarvexDiags::TestSupport {
+
+namespace {
+
+using DiagCtrl::DiagControllerStatus;
+using DiagCtrl::DiagCtrlEvent;
+using DiagCtrl::DiagnosticController;
+using DiagCtrl::TestRequest;
+
+template <class Code>
+struct Named {
+  Code code;
+  const char* name;
+};
+
+template <class Code, std::size_t size>
+std::string lookUp(const Named<Code> (&table)[size], Code code) {
+  for (const Named<Code>& entry : table) {
+    if (entry.code == code) {
+      return entry.name;
+    }
+  }
+  return std::to_string(static_cast<unsigned int>(code));
+}
+
+#define NAMED(name) \
+  { Scope::name, #name }
+
+}  // namespace
+
+std::string nameOf(DiagnosticController::errorCode code) {
+  typedef DiagnosticController Scope;
+  static constexpr Named<Scope::errorCode> table[] = {
+      NAMED(SUCCESS),
+      NAMED(INITIALISATION_FAILED),
+      NAMED(UNABLE_TO_REGISTER),
+      NAMED(FILE_OPEN_EXCEPTION),
+      NAMED(OUT_OF_RANGE),
+      NAMED(EV_REG_ID_NOT_FOUND),
+      NAMED(TEST_OBJECT_NOT_FOUND),
+      NAMED(REQUEST_OBJECT_NOT_FOUND),
+      NAMED(RESULT_REG_ID_NOT_FOUND),
+      NAMED(CTRL_EV_REG_ID_NOT_FOUND),
+      NAMED(DEVICE_NOT_FOUND),
+      NAMED(KEY_NOT_EXIST),
+      NAMED(UNABLE_TO_ADD_TEST_REQUEST),
+      NAMED(INVALID_PARAMETER),
+      NAMED(FILE_NOT_FOUND),
+      NAMED(UNABLE_TO_ABORT_TESTS),
+      NAMED(PACKAGE_INITIALIZE_FAILED),
+      NAMED(UNABLE_TO_CREATE_DEVICE_VECTOR),
+      NAMED(OBJECT_NOT_FOUND),
+      NAMED(UNABLE_TO_SET_STATUS),
+      NAMED(IDIAGNOSTIC_NOT_FOUND),
+      NAMED(UNABLE_TO_SET_PHASE),
+      NAMED(INCORRECT_PHASE),
+      NAMED(UNABLE_TO_INIT_EXE_MGR_THREAD),
+      NAMED(UNABLE_TO_INIT_MONI_THREAD),
+      NAMED(ENCORE_REQUEST),
+      NAMED(RESET_FAILED),
+      NAMED(PACKAGE_FILE_NOT_FOUND),
+      NAMED(UNABLE_TO_GET_LOCK),
+      NAMED(UNABLE_TO_SET_CTRL_PHASE),
+      NAMED(FUNCTION_NOT_FOUND_IN_DLL),
+      NAMED(UNABLE_TO_GET_REQUESTID_LIST),
+      NAMED(DEVICE_OBJECT_NOT_FOUND),
+      NAMED(INVALID_MESSAGE_STRING),
+      NAMED(CTRL_EVENT_REG_ID_NOT_FOUND),
+      NAMED(UNABLE_TO_LOAD_PACKAGE),
+      NAMED(UNABLE_TO_GET_REQUEST_ID_LIST),
+      NAMED(INVALID_VALUE_IN_CONFIG_FILE),
+      NAMED(LOAD_LIBRARY_FAILED),
+      NAMED(UNABLE_TO_GET_GLOBAL_SETTINGS),
+      NAMED(UNABLE_TO_CREATE_RES_LOCK),
+      NAMED(NO_PACKAGE_ENABLED),
+      NAMED(INVALID_FILE_NAME_PASSED),
+      NAMED(INVALID_OBJECT_PASSED),
+      NAMED(INAVLID_VALUE_PASSED),
+      NAMED(TEST_VECTOR_IS_EMPTY),
+      NAMED(MESSAGE_TYPE_NOT_PASSED),
+      NAMED(LANG_ID_IS_NULL),
+      NAMED(MESSAGE_TOKEN_IS_NULL),
+      NAMED(INVALID_KEY_PASSED),
+      NAMED(UNABLE_TO_GET_OS),
+      NAMED(PACKAGE_NOT_FOUND),
+      NAMED(UNABLE_TO_REMOVE_RES_LOCK),
+      NAMED(ABORT_ALL_ALREADY_IN_PROCESS),
+      NAMED(UNABLE_TO_RESET_RESOURCE_LOCK_MAP),
+      NAMED(INVALID_STRESS_MODE),
+      NAMED(INVALID_QIUCK_TEST_MODE),
+      NAMED(INVALID_HALT_ON_EEROR),
+      NAMED(INVALID_RUN_TIME),
+      NAMED(INVALID_PASS_COUNT),
+  };
+  return lookUp(table, code);
+}
+
+std::string nameOf(DiagCtrlEvent::eventCode code) {
+  typedef DiagCtrlEvent Scope;
+  static constexpr Named<Scope::eventCode> table[] = {
+      NAMED(SUCCESS),
+      NAMED(INITIALISATION_FAILED),
+      NAMED(UNABLE_TO_REGISTER),
+      NAMED(FILE_OPEN_EXCEPTION),
+      NAMED(OUT_OF_RANGE),
+      NAMED(EV_REG_ID_NOT_FOUND),
+      NAMED(TEST_OBJECT_NOT_FOUND),
+      NAMED(REQUEST_OBJECT_NOT_FOUND),
+      NAMED(RESULT_REG_ID_NOT_FOUND),
+      NAMED(CTRL_EV_REG_ID_NOT_FOUND),
+      NAMED(DEVICE_NOT_FOUND),
+      NAMED(KEY_NOT_EXIST),
+      NAMED(UNABLE_TO_ADD_TEST_REQUEST),
+      NAMED(INVALID_PARAMETER),
+      NAMED(FILE_NOT_FOUND),
+      NAMED(UNABLE_TO_ABORT_TESTS),
+      NAMED(PACKAGE_INITIALIZE_FAILED),
+      NAMED(UNABLE_TO_CREATE_DEVICE_VECTOR),
+      NAMED(OBJECT_NOT_FOUND),
+      NAMED(UNABLE_TO_SET_STATUS),
+      NAMED(IDIAGNOSTIC_NOT_FOUND),
+      NAMED(UNABLE_TO_SET_PHASE),
+      NAMED(INCORRECT_PHASE),
+      NAMED(UNABLE_TO_INIT_EXE_MGR_THREAD),
+      NAMED(UNABLE_TO_INIT_MONI_THREAD),
+      NAMED(ENCORE_REQUEST),
+      NAMED(RESET_FAILED),
+      NAMED(PACKAGE_FILE_NOT_FOUND),
+      NAMED(UNABLE_TO_GET_LOCK),
+      NAMED(UNABLE_TO_SET_CTRL_PHASE),
+      NAMED(UNABLE_TO_PROCESS_TEST_REQUEST),
+      NAMED(DISABLE_TEST),
+      NAMED(ERROR_RECVD_AND_HALT_ON_ERROR),
+      NAMED(UNUSUAL_STATUS_AND_HALT_ON_ERROR),
+      NAMED(DROP_REQUEST_ON_COMPLETION),
+      NAMED(DROP_REQUEST_ON_COMPLETION_ERROR),
+      NAMED(UNABLE_TO_GET_OPERATING_SYSTEM),
+      NAMED(UNABLE_TO_READ_CONFIG_FILE),
+      NAMED(UNABLE_TO_SET_GLOBAL_SETTINGS),
+      NAMED(UNABLE_TO_CREATE_QUEUE),
+      NAMED(UNABLE_TO_READ_CURRENT_DIR),
+      NAMED(DEVICE_OBJECT_NOT_FOUND),
+      NAMED(FUNCTION_NOT_FOUND_IN_DLL),
+      NAMED(UNABLE_TO_GET_REQUESTID_LIST),
+      NAMED(INVALID_PARAMETER_IN_INI_FILE),
+      NAMED(CTRL_EVENT_REG_ID_NOT_FOUND),
+      NAMED(INVALID_MESSAGE_STRING),
+      NAMED(INVALID_PARAMETER_INI_FILE),
+      NAMED(UNABLE_TO_LOAD_PACKAGE),
+      NAMED(UNABLE_TO_FIND_DLL),
+      NAMED(UNABLE_TO_GET_TEST_REQUESTID_OBJ),
+      NAMED(RELEASE_LIBRARY_FAILED),
+      NAMED(LOAD_LIBRARY_FAILED),
+      NAMED(UNABLE_TO_GET_GLOBAL_SETTINGS),
+      NAMED(UNABLE_TO_INIT_EXE_THREAD),
+      NAMED(PACKAGE_NOT_FOUND),
+      NAMED(NO_TEST_ENABLE_TO_EXECUTE),
+      NAMED(ABORT_ALL_ALREADY_IN_PROCESS),
+      NAMED(UNABLE_TO_RESET_RESOURCE_LOCK_MAP),
+      NAMED(TEST_REQUEST_ABORTED),
+      NAMED(INVALID_STRESS_MODE),
+      NAMED(INVALID_QIUCK_TEST_MODE),
+      NAMED(INVALID_HALT_ON_EEROR),
+      NAMED(INVALID_RUN_TIME),
+      NAMED(INVALID_PASS_COUNT),
+      NAMED(UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED),
+      NAMED(ESTIMATED_TIME_INVALID),
+  };
+  return lookUp(table, code);
+}
+
+std::string nameOf(DiagControllerStatus::diagCtrlPhase phase) {
+  typedef DiagControllerStatus Scope;
+  static constexpr Named<Scope::diagCtrlPhase> table[] = {
+      NAMED(UNINITIALISED), NAMED(ACTIVE),     NAMED(IDLE),
+      NAMED(ENUMERATE),     NAMED(INITIALIZE), NAMED(ESTIMATION),
+  };
+  return lookUp(table, phase);
+}
+
+std::string nameOf(TestRequest::TestRequestStatus status) {
+  typedef TestRequest Scope;
+  static constexpr Named<Scope::TestRequestStatus> table[] = {
+      NAMED(WAIT), NAMED(RUNNING), NAMED(COMPLETED), NAMED(ABORTED), NAMED(REQUEUED),
+  };
+  return lookUp(table, status);
+}
+
+std::string letterOf(Diag::DiagnosticEvent::EventType type) {
+  static constexpr Named<Diag::DiagnosticEvent::EventType> table[] = {
+      {Diag::DiagnosticEvent::INFORMATION_EVENT, "I"},
+      {Diag::DiagnosticEvent::WARNING_EVENT, "W"},
+      {Diag::DiagnosticEvent::ERROR_EVENT, "E"},
+  };
+  return lookUp(table, type);
+}
+
+}  // namespace TarvexDiags::TestSupport
