@@ -363,7 +363,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
  private:
   struct QueueTarget;
-  struct Retired;
 
   DiagnosticController();
 
@@ -371,6 +370,119 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   std::optional<errorCode> refusal(ClientCall aeCall, TraceScope& arTrace);
   errorCode fail(TraceScope& arTrace, DiagCtrlEvent::eventCode aeEvent, errorCode aeResult);
   void pushError(DiagCtrlEvent::eventCode aeEvent);
+
+  /// Runs the steps of a call; a ClientFailure becomes its event and its code.
+  template <class Steps>
+  errorCode answer(TraceScope& arTrace, Steps aSteps);
+  void requireManagers() const;
+  bool isResetting() const;
+
+  // Start and stop.
+  bool readControlFile(TraceScope& arTrace);
+  void openTraceFile(TraceScope& arTrace);
+  void readMessageFilePath();
+  void undoStart();
+  errorCode startMachinery(TraceScope& arTrace);
+  void setShutDownRequest(bool abShutDownRequest);
+  void setResetRequest(bool abResetRequest);
+  void stopTests(const TraceScope& arTrace);
+  void stopThreads(const TraceScope& arTrace);
+  void dropRequestsAndRegistrations(const TraceScope& arTrace);
+  void dropCatalogue(const TraceScope& arTrace);
+  void dropManagersAndSettings();
+
+  // Settings.
+  template <class Read>
+  errorCode readSetting(ClientCall aeCall, const char* apcMethod, Read aRead);
+  template <class Validate, class Write>
+  errorCode changeSetting(const char* apcMethod, Validate aValidate, Write aWrite);
+
+  // Registration and collection.
+  errorCode registerFor(const QueueTarget& arTarget, CallBackObject* apCallBackObj,
+                        unsigned long& arulRegistrationId);
+  void notifyAll(const char* apcMethod, const char* apcText, DiagCtrlLock& arLock,
+                 std::list<CallBackObject*>& arObjects);
+  template <class Messages>
+  errorCode fetchMessages(const char* apcMethod, const char* apcUnknownText,
+                          Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
+                          Messages*& arpMessages);
+
+  // Enumeration.
+  errorCode enumerate(const char* apcMethod, const PackageNameVector& arWanted,
+                      const char* apcVetoText);
+  errorCode leaveEnumeration(diagCtrlPhase aePhase, errorCode aeResult);
+  void readDirectory(char* apcDirPath);
+  void leaveOutDisabledPackages(const TraceScope& arTrace);
+  errorCode enumerateFoundPackages(const TraceScope& arTrace, const PackageNameVector& arWanted,
+                                   const char* apcVetoText);
+  errorCode enumerateOne(const TraceScope& arTrace, const std::string& arName, int aiIndex,
+                         const PackageNameVector& arWanted, const char* apcVetoText);
+  bool preEnumerationCheck(const char* packageName);
+  errorCode doEnumeratePackage(DiagnosticPackage* apDiagnosticPackage,
+                               const PackageNameVector& packageVector);
+  errorCode probeOrRelease(const TraceScope& arTrace, DiagnosticPackage& arPackage,
+                           const std::string& arConfigFile);
+  errorCode probePackage(const TraceScope& arTrace, DiagnosticPackage& arPackage,
+                         const std::string& arConfigFile);
+  void createResourceLocks(const TraceScope& arTrace,
+                           std::vector<DeviceEnum::VirtualDevice>& arDevices);
+  void removeResourceLocks(const TraceScope& arTrace, DiagnosticPackage& arPackage);
+  errorCode enumerateAgain(const TraceScope& arTrace, int packageIndex);
+  bool checkPackageDllDep(const char* apcPackageDir, const char* apcPackDllName);
+  void setEnumerationProgress(int progressValue);
+  static bool val_comp(const std::string& arLeft, const std::string& arRight);
+
+  // Catalogue.
+  DiagnosticPackage* getDiagPackagePtr(int iPackIndex);
+  DiagnosticPackage& packageOf(int aiPackageIndex);
+  template <class Steps>
+  errorCode query(const char* apcMethod, Steps aSteps);
+  template <class Steps>
+  errorCode queryIds(const char* apcMethod, std::vector<int>*& arpIds, Steps aSteps);
+
+  // Queueing.
+  bool validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings, errorCode& arErorCode);
+  unsigned long queueRequest(const char* apcPackageName, TestRequest* apTestRequest);
+  errorCode queueOnDevice(TraceScope& arTrace, int packageIndex, unsigned int deviceId,
+                          const std::vector<int>* apTests, std::optional<bool> aHaltLoopOnError,
+                          Diag::DiagnosticSettings& arDiagSettings,
+                          unsigned long& rulTestRequestId);
+  LockScope lockForQueueing();
+  DiagnosticPackage& packageForQueueing(int packageIndex);
+  template <class Failure>
+  void becomeActive(Failure aFailure);
+  unsigned long loadAndQueue(const char* apcPackageName, TestRequest& arTestRequest);
+  unsigned long queueForDevice(DiagnosticPackage& arPackage, int packageIndex, int deviceId,
+                               const std::vector<int>* apTests,
+                               std::optional<bool> aHaltLoopOnError,
+                               Diag::DiagnosticSettings& arDiagSettings);
+
+  // Request control and status.
+  template <class Act>
+  errorCode controlRequests(const char* apcMethod, const std::vector<unsigned long>& arIds,
+                            Act aAct);
+  RequestReference findRequest(const TraceScope& arTrace, unsigned long aulTestRequestId,
+                               long alTimeOutValue);
+  void abortRequest(TestRequest& arTestRequest, long alTimeOutValue);
+  errorCode abortAllRequests(const TraceScope& arTrace);
+  template <class Read>
+  errorCode askPackage(const char* apcMethod, unsigned long aulTestRequestId,
+                       bool abKeepsLockWhenReleased, Read aRead);
+
+  // Estimation.
+  bool collectEstimates(std::size_t aRequestCount, std::vector<int>& apTimeRemainingVec);
+  int configuredEstimate(unsigned long aulTestRequestId);
+
+  // Text.
+  errorCode readToken(const char* apcMethod, int packageIndex, const std::string* apSection,
+                      const char* apcKey, char*& arpcToken);
+  const char* packageNameOf(int packageIndex) const;
+  std::string packageFile(const char* apcPackageName, const char* apcLanguage) const;
+  errorCode readText(TraceScope& arTrace, const char* apcSection, const char* apcKey,
+                     const std::string& arFile, DiagCtrlEvent::eventCode aeEvent, char*& arpcText);
+  void translateParameters(const char* apcLangId, const std::string& arFile,
+                           ParamStringVector& arParameters);
+  bool generateString(char* apcLocalString, ParamStringVector aStringVector);
 
   static DiagnosticController* mSpInstance;
   std::list<CallBackObject*> mlEventCallBackObjList;
@@ -420,6 +532,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   DiagCtrlLock mmtxResetLock;
 
   std::atomic<std::thread::id> mResettingThread;
+  /// Libraries whose devices a request of an earlier enumeration may still use.
+  std::vector<void*> mRetiredHandles;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <list>
 #include <map>
 #include <string>
@@ -65,6 +66,9 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
 
   /// Destroys devices and tests and forgets what the file said of them; the texts stay.
   void clearPackageData();
+  /// The same, but devices and tests are kept until the package is destroyed: for a package whose
+  /// requests are still alive when it is enumerated again.
+  void retirePackageData();
 
   /// Wraps each device of the vector, numbers it from 1, and asks the diagnostics object once for
   /// each pair of device and offered test. Keeps neither argument.
@@ -82,16 +86,16 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   void updateDeviceIdList(std::list<int> aDeviceIdList);
 
  private:
-  struct EntryFilter;
-
+  void readFile(const char* apcFile);
   void readPackageSection(const char* apcFile);
   void readTest(const char* apcFile, int aiTestId);
-  void readDisabledTests(const char* apcFile, const std::string& arOs);
-  void readDisabledDevices(const char* apcFile, const std::string& arOs);
-  bool offersTest(int aiTestId) const;
-  bool isDisabledFor(int aiTestId, const std::string& arDisableName) const;
-  void settlePair(DiagDevice& arDevice, int aiDeviceId, const std::string& arDisableName,
-                  int aiTestId);
+  void readDisabledTest(const char* apcFile, int aiEntry, const std::string& arOs);
+  void readDisabledDevices(const char* apcFile, int aiEntry, const std::string& arOs);
+  bool entryApplies(const char* apcFile, const char* apcSection, const std::string& arOs) const;
+  void withdrawTest(int aiTestId);
+  bool isDisabledFor(int aiTestId, const char* apcDisableName) const;
+  void settlePair(int aiTestId, int aiDeviceId, DiagDevice& arDevice, const char* apcDisableName);
+  void dropDevices();
 
   unsigned short musMachineId;
   std::map<int, PackageTestInfo*> mTestIdTestObjectMap;
@@ -103,7 +107,7 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   char* mpcPackageMnemonic;
   char* mpcPackageVersion;
   char* mpcPackageDesc;
-  bool mbSystemLock;
+  std::atomic<bool> mbSystemLock;
   char* mpcDLLDependencies;
   int miNumTest;
   DiagCtrlLock mmtxTestIdTestObjMapLock;
@@ -117,6 +121,9 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   DiagTracer* mpDiagTracer;
   DiagCtrlLock mmtxDeviceIdListLock;
   DiagCtrlLock mmtxTestIdMapLock;
+
+  DeviceVector mRetiredDevices;
+  std::vector<PackageTestInfo*> mRetiredTests;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
@@ -52,7 +53,18 @@ class TARVEXDIAGS_EXPORT ResourceLockManager {
   void setSystemLockFlag(bool abSystemLock);
 
  private:
+  /// What both maps say of a component.
+  struct Entry {
+    bool* locked = nullptr;
+    int* shares = nullptr;
+    bool exists() const noexcept { return locked != nullptr; }
+  };
+
   ResourceLockManager();
+
+  Entry find(const std::string& arComponent);
+  bool take(const std::string& arTag);
+  static void rollBack(bool& arLeafLocked, const std::vector<int*>& arVisited);
 
   static ResourceLockManager* mpSResLockMgr;
   bool mbSystemLocked;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "DiagCtrl/DiagCtrlBaseException.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
@@ -31,6 +33,8 @@ class LockScope {
     arLock.lock(alTimeOutValue);
   }
   ~LockScope() { release(); }
+  LockScope(LockScope&& arOther) noexcept : mpLock(std::exchange(arOther.mpLock, nullptr)) {}
+  LockScope& operator=(LockScope&&) = delete;
   LockScope(const LockScope&) = delete;
   LockScope& operator=(const LockScope&) = delete;
 

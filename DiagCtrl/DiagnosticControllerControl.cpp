@@ -1,0 +1,297 @@
+// Steering and watching queued requests.
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Diag/DiagnosticSettings.h"
+#include "Diag/DiagnosticStatus.h"
+#include "Diag/IDiagnostics.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagCtrlObjectNotFound.h"
+#include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagUtil.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/TestRequest.h"
+#include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/Answer.h"
+#include "DiagCtrl/internal/ClientFailure.h"
+#include "DiagCtrl/internal/DiagnosticsPin.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+using Code = DiagnosticController;
+using Status = Diag::DiagnosticStatus;
+
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+constexpr ClientFailure kRequestNotFound{DiagCtrlEvent::REQUEST_OBJECT_NOT_FOUND,
+                                         Code::REQUEST_OBJECT_NOT_FOUND};
+constexpr ClientFailure kIDiagnosticNotFound{DiagCtrlEvent::IDIAGNOSTIC_NOT_FOUND,
+                                             Code::IDIAGNOSTIC_NOT_FOUND};
+
+bool mayBeSuspended(TestRequest& arTestRequest) {
+  const TestRequest::TestRequestStatus status = arTestRequest.getTestRequestStatus(kTimeOut);
+  return status == TestRequest::RUNNING || status == TestRequest::WAIT;
+}
+
+}  // namespace
+
+/// Looks a request up; an unknown id is traced.
+RequestReference DiagnosticController::findRequest(const TraceScope& arTrace,
+                                                   unsigned long aulTestRequestId,
+                                                   long alTimeOutValue) {
+  try {
+    return mpTestRequestManager->acquireTestRequest(aulTestRequestId, alTimeOutValue);
+  } catch (const DiagCtrlObjectNotFound&) {
+    arTrace.errorValue("REQUEST NOT FOUND, INVALID REQ ID:", aulTestRequestId);
+    throw;
+  }
+}
+
+// One hold of the big lock over all requests; the first that is unknown ends the call.
+template <class Act>
+DiagnosticController::errorCode DiagnosticController::controlRequests(
+    const char* apcMethod, const std::vector<unsigned long>& arIds, Act aAct) {
+  TraceScope trace(mpDiagTracer, apcMethod);
+  if (const auto refused = refusal(ClientCall::control, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    orFail(kUnableToGetLock, kRequestNotFound, [&] {
+      const LockScope apiLock(mmtxApiPhaseLock, 0);
+      requireManagers();
+      for (const unsigned long id : arIds) {
+        aAct(*findRequest(trace, id, kTimeOut), id);
+      }
+    });
+    return SUCCESS;
+  });
+}
+
+// The choice of the branch and the abort flag are one step; the rest follows outside of it.
+void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeOutValue) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::abortRequest");
+  switch (arTestRequest.beginAbort(alTimeOutValue)) {
+    case TestRequest::AbortedWhile::inPackage:
+      if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
+        diagnostics->abortDiagnostic();
+      }
+      return;
+    case TestRequest::AbortedWhile::monitored:
+      return;  // the monitor finishes the job
+    case TestRequest::AbortedWhile::queued:
+      break;
+  }
+  try {
+    arTestRequest.releaseIDiagnostic(*mpDiagPackInterface, alTimeOutValue);
+  } catch (const DiagCtrlReleaseLibraryFailed&) {
+    pushError(DiagCtrlEvent::RELEASE_LIBRARY_FAILED);
+  } catch (const DiagCtrlMutexException&) {
+    pushError(DiagCtrlEvent::RELEASE_LIBRARY_FAILED);
+  }
+  const unsigned long id = arTestRequest.getTestRequestId();
+  mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
+                                Diag::DiagnosticEvent::INFORMATION_EVENT,
+                                static_cast<unsigned int>(id));
+  trace.infoValue("TEST_REQUEST_ABORTED", id);
+}
+
+DiagnosticController::errorCode DiagnosticController::abortTest(unsigned long ulRequestId) {
+  std::vector<unsigned long> ids{ulRequestId};
+  return abortTest(ids);
+}
+
+DiagnosticController::errorCode DiagnosticController::abortTest(
+    std::vector<unsigned long>& requestIdVector) {
+  return controlRequests("DiagnosticController::abortTest", requestIdVector,
+                         [this](TestRequest& arTestRequest, unsigned long aulId) {
+                           abortRequest(arTestRequest, kTimeOut);
+                           mpTestRequestManager->removeFromTestReqIdList(aulId);
+                         });
+}
+
+// A lock failure leaves the call.
+DiagnosticController::errorCode DiagnosticController::abortAllTest() {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::abortAllTest");
+  if (const auto refused = refusal(ClientCall::abortAll, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    std::optional<LockScope> apiLock;
+    if (!getShutDownFlag()) {
+      apiLock.emplace(mmtxApiPhaseLock, -1);
+    }
+    requireManagers();
+    const errorCode result = abortAllRequests(trace);
+    if (result == ABORT_ALL_ALREADY_IN_PROCESS && apiLock) {
+      apiLock->keepHeld();  // nobody goes on until a shut-down clears up
+    }
+    return result;
+  });
+}
+
+// Neither takes nor gives back the big lock: a shut-down holds it already. The flag is cleared
+// before the lock is, so that the next caller never meets a flag that is only on its way out.
+DiagnosticController::errorCode DiagnosticController::abortAllRequests(const TraceScope& arTrace) {
+  if (mbAbortAllFlag) {
+    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::ABORT_ALL_ALREADY_IN_PROCESS,
+                                  Diag::DiagnosticEvent::WARNING_EVENT, 0);
+    return ABORT_ALL_ALREADY_IN_PROCESS;
+  }
+  mbAbortAllFlag = true;
+  for (const unsigned long id : mpTestRequestManager->getTestRequestIdList(-1)) {
+    try {
+      abortRequest(*findRequest(arTrace, id, -1), -1);
+    } catch (const DiagCtrlObjectNotFound&) {
+      throw kRequestNotFound;  // the flag stays set until the next shut-down
+    }
+  }
+  mbAbortAllFlag = false;
+  return SUCCESS;
+}
+
+DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long ulRequestId) {
+  return controlRequests("DiagnosticController::suspendTest", {ulRequestId},
+                         [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
+                           if (!mayBeSuspended(arTestRequest)) {
+                             return;
+                           }
+                           const DiagnosticsPin diagnostics(arTestRequest);
+                           if (!diagnostics) {
+                             return;
+                           }
+                           const Status::Status status =
+                               diagnostics->getDiagnosticStatus().getStatus();
+                           if (status == Status::EXECUTING || status == Status::READY) {
+                             diagnostics->suspendDiagnostic();
+                           }
+                         });
+}
+
+DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long ulRequestId) {
+  return controlRequests("DiagnosticController::resumeTest", {ulRequestId},
+                         [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
+                           if (!mayBeSuspended(arTestRequest)) {
+                             return;
+                           }
+                           if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
+                             diagnostics->resumeDiagnostic();
+                           }
+                         });
+}
+
+template <class Read>
+DiagnosticController::errorCode DiagnosticController::askPackage(const char* apcMethod,
+                                                                 unsigned long aulTestRequestId,
+                                                                 bool abKeepsLockWhenReleased,
+                                                                 Read aRead) {
+  TraceScope trace(mpDiagTracer, apcMethod);
+  if (const auto refused = refusal(ClientCall::askPackage, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    const RequestReference request = orFail(kUnableToGetLock, kRequestNotFound, [&] {
+      return mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
+    });
+    LockScope lock = orFail(kUnableToGetLock, kUnableToGetLock,
+                            [&] { return LockScope(mmtxDiagProgressLock, 0); });
+    const auto pinned = orFail(kIDiagnosticNotFound, kIDiagnosticNotFound,
+                               [&] { return std::make_unique<DiagnosticsPin>(*request); });
+    if (!*pinned) {
+      if (abKeepsLockWhenReleased) {
+        lock.keepHeld();  // as this call has always done: the next one of either kind blocks
+      }
+      throw kIDiagnosticNotFound;
+    }
+    aRead((*pinned)->getDiagnosticStatus());
+    return SUCCESS;
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagnosticStatus(
+    unsigned long aulTestRequestId, Diag::DiagnosticStatus::Status& aruiDiagStatus) {
+  return askPackage("DiagnosticController::getDiagnosticStatus", aulTestRequestId, true,
+                    [&](const Status& arStatus) { aruiDiagStatus = arStatus.getStatus(); });
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagnosticProgress(
+    unsigned long aulTestRequestId, unsigned int& aruiDiagProgress) {
+  return askPackage("DiagnosticController::getDiagnosticProgress", aulTestRequestId, false,
+                    [&](const Status& arStatus) { aruiDiagProgress = arStatus.getProgress(); });
+}
+
+DiagnosticController::errorCode DiagnosticController::getRequestStatus(
+    long lTestRequestId, TestRequest::TestRequestStatus& arStatus, int& aiCurPassCnt,
+    int& aiTotalPassCnt, bool& abStrssMode) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestStatus");
+  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    orFail(kUnableToGetLock, kRequestNotFound, [&] {
+      const RequestReference request = mpTestRequestManager->acquireTestRequest(
+          static_cast<unsigned long>(lTestRequestId), kTimeOut);
+      Diag::DiagnosticSettings& settings = *request->getDiagnosticSettings();
+      arStatus = request->getTestRequestStatus(kTimeOut);
+      aiCurPassCnt = settings.getPassCount();
+      aiTotalPassCnt = settings.getRequestedPassCount();
+      abStrssMode = settings.getStressMode() != 0;
+    });
+    return SUCCESS;
+  });
+}
+
+// The client gets a vector whatever follows, and owns it.
+DiagnosticController::errorCode DiagnosticController::getRequestIdList(
+    std::vector<unsigned long>*& arTestRequestIdList) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestIdList");
+  arTestRequestIdList = new std::vector<unsigned long>;
+  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+      const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(kTimeOut);
+      arTestRequestIdList->assign(ids.begin(), ids.end());
+    });
+    return SUCCESS;
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::getTestRequest(int requestId,
+                                                                     TestRequest*& arpRequest) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequest");
+  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    arpRequest = orFail(kUnableToGetLock, kObjectNotFound, [&] {
+      return mpTestRequestManager->getTestRequestObj(static_cast<unsigned long>(requestId),
+                                                     kTimeOut);
+    });
+    return SUCCESS;
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::clearRequestIdList() {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::clearRequestIdList");
+  if (const auto refused = refusal(ClientCall::clearRequests, trace)) {
+    return *refused;
+  }
+  return answer(trace, [&] {
+    orFail(kUnableToGetLock, kUnableToGetLock,
+           [&] { mpTestRequestManager->clearTestRequestMap(); });
+    return SUCCESS;
+  });
+}
+
+}  // namespace TarvexDiags::DiagCtrl

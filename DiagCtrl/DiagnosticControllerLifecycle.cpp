@@ -1,0 +1,395 @@
+// Start, stop and health of the controller: the one place where the subsystems are put together.
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "DiagCtrl/DiagControlConfig.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlFileOpenException.h"
+#include "DiagCtrl/DiagCtrlInvalidKey.h"
+#include "DiagCtrl/DiagCtrlInvalidParameter.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
+#include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackage.h"
+#include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/EventManager.h"
+#include "DiagCtrl/ExecutionManagerThread.h"
+#include "DiagCtrl/GlobalSettings.h"
+#include "DiagCtrl/MonitorThread.h"
+#include "DiagCtrl/ResourceLockManager.h"
+#include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/ClientFailure.h"
+#include "DiagCtrl/internal/Invariant.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/TraceScope.h"
+#include "System/SysUtil.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+constexpr unsigned long kThreadStackBytes = 2'000'000;
+constexpr unsigned short kThreadPriority = 98;
+
+int (*const stringcmp1)(const char*, const char*) = strcasecmp;
+
+template <class T>
+void deleteAndNull(T*& arpObject) {
+  delete arpObject;
+  arpObject = nullptr;
+}
+
+void deleteTextAndNull(char*& arpcText) {
+  delete[] arpcText;
+  arpcText = nullptr;
+}
+
+bool isFresh(DiagThread* apThread, time_t aNow) {
+  return apThread != nullptr && aNow - static_cast<time_t>(apThread->getLastUpdatedTime()) <
+                                    DiagCtrlConstants::mSconlTimeOut;
+}
+
+/// Sets a thread up and starts it. @return false if the platform refuses.
+template <class Thread>
+bool startThread(Thread& arThread, const TraceScope& arTrace) {
+  try {
+    arThread.initialize(DiagThread::sched_Other, kThreadStackBytes, kThreadPriority);
+    arThread.start(nullptr);
+  } catch (const DiagCtrlInvalidParameter&) {
+    return false;
+  } catch (const DiagCtrlUnsupportedOperation&) {
+    return false;
+  } catch (const DiagCtrlMutexException&) {
+    arTrace.warning("WARNING: DiagCtrlMutexException");
+  }
+  return true;
+}
+
+/// Stops a thread, waits for its end and deletes it.
+template <class Thread>
+void endThread(Thread*& arpThread, const TraceScope& arTrace) {
+  if (arpThread == nullptr) {
+    return;
+  }
+  try {
+    arpThread->stop();
+    arpThread->join();
+  } catch (const DiagCtrlUnsupportedOperation&) {
+    arTrace.warning("WARNING: DiagCtrlUnsupportedOperation");
+  } catch (const DiagCtrlMutexException&) {
+    arTrace.warning("WARNING: DiagCtrlMutexException");
+  }
+  deleteAndNull(arpThread);
+}
+
+}  // namespace
+
+DiagnosticController::errorCode DiagnosticController::initialize(const char* apcFileName) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::initialize");
+  if (apcFileName == nullptr) {
+    return INVALID_FILE_NAME_PASSED;
+  }
+  // Copied first: a reset passes the very path that is freed next.
+  char* path = strdup(apcFileName);
+  std::free(mpcCtrlConfigFilePath);
+  mpcCtrlConfigFilePath = path;
+  if (!readControlFile(trace)) {
+    return INITIALISATION_FAILED;
+  }
+  openTraceFile(trace);
+  const auto isWrongPhase = [&] {
+    const diagCtrlPhase phase = getDiagCtrlPhase(-1);
+    if (phase == DiagControllerStatus::UNINITIALISED) {
+      return false;
+    }
+    trace.errorValue("INCORRECT PHASE:", phase);
+    return true;
+  };
+  if (isWrongPhase()) {
+    return INCORRECT_PHASE;
+  }
+  if (isResetting()) {
+    return startMachinery(trace);  // the resetting thread holds the lock
+  }
+  const LockScope apiLock(mmtxApiPhaseLock, -1);
+  return isWrongPhase() ? INCORRECT_PHASE : startMachinery(trace);
+}
+
+// What an earlier initialize read stays allocated: its threads go on with it.
+bool DiagnosticController::readControlFile(TraceScope& arTrace) {
+  mpDiagCtrlConfig = new DiagControlConfig(mpcCtrlConfigFilePath);
+  try {
+    mpcPackDirPath = mpDiagCtrlConfig->readPackageDirPath();
+    mpGlobalSettings = mpDiagCtrlConfig->readGlobalSettings();
+  } catch (const DiagCtrlInvalidKey&) {
+    deleteAndNull(mpDiagCtrlConfig);
+    deleteTextAndNull(mpcPackDirPath);
+    std::free(mpcCtrlConfigFilePath);
+    mpcCtrlConfigFilePath = nullptr;
+    mpGlobalSettings = nullptr;
+    arTrace.error("INITIALISATION_FAILED: Read CFG file failed");
+    return false;
+  }
+  return true;
+}
+
+void DiagnosticController::openTraceFile(TraceScope& arTrace) {
+  try {
+    mpcLogDirPath = mpDiagCtrlConfig->readLogDirPath();
+  } catch (const DiagCtrlInvalidKey&) {
+    deleteTextAndNull(mpcLogDirPath);
+    arTrace.warning("WARNING: No LogDirPath specified");
+  }
+  try {
+    mpDiagTracer->openTraceFile(mpcLogDirPath, static_cast<int>(mpGlobalSettings->getDebugLog()));
+  } catch (const DiagCtrlFileOpenException&) {
+    arTrace.warning("WARNING: Opening trace-file failed");
+  }
+}
+
+// The order of creation is what all subsystems rely on.
+DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope& arTrace) {
+  mProgressEnumeration = 0;
+  mOs = System::SysUtil::getOs();
+  if (mOs.empty()) {
+    arTrace.error("UNABLE_TO_GET_OS: ");
+    return UNABLE_TO_GET_OS;
+  }
+  readMessageFilePath();
+  mpEventManager = EventManager::getInstance();
+  mpTestRequestManager = new TestRequestManager;
+  mpResourceLockManager = ResourceLockManager::getInstance();
+  mpExecMgrThread =
+      new ExecutionManagerThread(*mpTestRequestManager, *mpGlobalSettings, *mpDiagTracer);
+  if (!startThread(*mpExecMgrThread, arTrace)) {
+    undoStart();
+    arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
+    return UNABLE_TO_INIT_MONI_THREAD;
+  }
+  mpDiagPackInterface = new DiagnosticPackageInterface;
+  mpMoniThread = new MonitorThread(*mpEventManager, *mpTestRequestManager, *mpExecMgrThread, *this,
+                                   *mpDiagPackInterface);
+  if (!startThread(*mpMoniThread, arTrace)) {
+    deleteAndNull(mpMoniThread);
+    deleteAndNull(mpDiagPackInterface);
+    mpExecMgrThread->stop();
+    mpExecMgrThread->join();
+    undoStart();
+    arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
+    return UNABLE_TO_INIT_MONI_THREAD;
+  }
+  setDiagCtrlPhase(DiagControllerStatus::INITIALIZE, -1);
+  return SUCCESS;
+}
+
+void DiagnosticController::readMessageFilePath() {
+  deleteTextAndNull(mpcMsgFilePath);  // of an earlier run
+  mpcMsgFilePath = mpDiagCtrlConfig->readMessageFilePath();
+  if (stringcmp1(mpcMsgFilePath, DiagCtrlConstants::mSconNull) == 0) {
+    mbMsgFilePathFound = false;
+  }
+}
+
+void DiagnosticController::undoStart() {
+  deleteAndNull(mpExecMgrThread);
+  deleteAndNull(mpResourceLockManager);
+  deleteAndNull(mpTestRequestManager);
+  deleteAndNull(mpEventManager);
+  deleteTextAndNull(mpcPackDirPath);
+  deleteTextAndNull(mpcLogDirPath);
+  deleteAndNull(mpDiagCtrlConfig);
+  deleteAndNull(mpGlobalSettings);
+  std::free(mpcCtrlConfigFilePath);
+  mpcCtrlConfigFilePath = nullptr;
+}
+
+DiagnosticController::errorCode DiagnosticController::shutDown() {
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::shutDown");
+  // Before the lock, so that an enumeration in progress ends between two packages.
+  setShutDownRequest(true);
+  std::optional<LockScope> apiLock;
+  if (!isResetting()) {
+    apiLock.emplace(mmtxApiPhaseLock, -1);
+  }
+  stopTests(trace);
+  stopThreads(trace);
+  dropRequestsAndRegistrations(trace);
+  dropCatalogue(trace);
+  dropManagersAndSettings();
+  TestRequestManager::resetRequestId();
+  mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::UNINITIALISED, -1);
+  setShutDownRequest(false);
+  return SUCCESS;
+}
+
+void DiagnosticController::setShutDownRequest(bool abShutDownRequest) {
+  const LockScope lock(mmtxShutDownLock, 0);
+  mbShutDownRequest = abShutDownRequest;
+}
+
+void DiagnosticController::stopTests(const TraceScope& arTrace) {
+  if (mpDiagCtrlStatus->getDiagCtrlPhase(-1) != DiagControllerStatus::ACTIVE) {
+    return;
+  }
+  errorCode result = UNABLE_TO_GET_LOCK;
+  try {
+    TraceScope abortTrace(mpDiagTracer, "DiagnosticController::abortAllTest");
+    result = abortAllRequests(abortTrace);
+  } catch (const DiagCtrlMutexException&) {
+    // Counts as an abort that failed.
+  } catch (const ClientFailure& failure) {
+    pushError(failure.event);
+    result = failure.result;
+  }
+  if (result != SUCCESS) {
+    arTrace.error("UNABLE_TO_ABORT_TESTS: ");
+    pushError(DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
+  }
+  mpResourceLockManager->resetResourceLockMap(-1);
+  mpTestRequestManager->clearTestRequestIdList(-1);
+}
+
+// The monitor first: its end frees a dispatcher that waits for a verdict.
+void DiagnosticController::stopThreads(const TraceScope& arTrace) {
+  endThread(mpMoniThread, arTrace);
+  endThread(mpExecMgrThread, arTrace);
+  mbAbortAllFlag = false;
+}
+
+void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrace) {
+  if (mpTestRequestManager != nullptr) {
+    try {
+      mpTestRequestManager->clearTestRequestMap();
+      mpTestRequestManager->deleteRetiredRequests();
+    } catch (const DiagCtrlMutexException&) {
+      arTrace.warning("WARNING: DiagCtrlMutexException");
+    }
+  }
+  if (mpEventManager != nullptr) {
+    mpEventManager->clearCtrlEventQueues();
+    mpEventManager->clearResultQueues();
+    mpEventManager->clearEventQueues();
+  }
+  const auto clearList = [](DiagCtrlLock& arLock, std::list<CallBackObject*>& arObjects) {
+    const LockScope lock(arLock, 0);
+    arObjects.clear();  // the objects are the clients'
+  };
+  clearList(mmtxEvtCBObjListLock, mlEventCallBackObjList);
+  clearList(mmtxResCBObjListLock, mlResultCallBackObjList);
+  clearList(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+}
+
+// Each description goes before its library: the devices' code lies there.
+void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
+  mDisablePackageList.clear();
+  deleteAndNull(mpResourceLockManager);
+  const auto releaseLibrary = [&](void* apHandle) {
+    try {
+      mpDiagPackInterface->releaseLibrary(apHandle, kTimeOut);
+    } catch (const DiagCtrlReleaseLibraryFailed&) {
+      arTrace.warning("WARNING: DiagCtrlReleaseLibraryFailed");
+    }
+  };
+  for (const auto& [index, package] : mPackageObjectMap) {
+    void* handle = package->getPackageHandle();
+    delete package;
+    assertInvariant(mpDiagPackInterface != nullptr, "mpDiagPackInterface != 0");
+    if (handle != nullptr) {
+      releaseLibrary(handle);
+    }
+  }
+  for (void* handle : mRetiredHandles) {
+    releaseLibrary(handle);
+  }
+  mRetiredHandles.clear();
+  mPackageObjectMap.clear();
+  mPackageMap.clear();
+  mvPackageNameVector.clear();
+}
+
+void DiagnosticController::dropManagersAndSettings() {
+  deleteAndNull(mpTestRequestManager);
+  deleteAndNull(mpEventManager);
+  deleteAndNull(mpGlobalSettings);
+  deleteTextAndNull(mpcPackDirPath);
+  deleteTextAndNull(mpcLogDirPath);
+  deleteAndNull(mpDiagCtrlConfig);
+  deleteAndNull(mpDiagPackInterface);
+}
+
+DiagnosticController::errorCode DiagnosticController::resetDiagController() {
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::resetDiagController");
+  struct ResetFlag {
+    DiagnosticController& controller;
+    explicit ResetFlag(DiagnosticController& arController) : controller(arController) {
+      controller.setResetRequest(true);
+    }
+    ~ResetFlag() { controller.setResetRequest(false); }
+    ResetFlag(const ResetFlag&) = delete;
+    ResetFlag& operator=(const ResetFlag&) = delete;
+  };
+  const auto isWrongPhase = [&] {
+    const bool isWrong = getDiagCtrlPhase(-1) == DiagControllerStatus::UNINITIALISED;
+    if (isWrong) {
+      trace.errorValue("INCORRECT_PHASE: ", DiagControllerStatus::UNINITIALISED);
+    }
+    return isWrong;
+  };
+  if (isWrongPhase()) {
+    return INCORRECT_PHASE;
+  }
+  // The flag is set and cleared under the lock: it speaks for one thread.
+  const LockScope apiLock(mmtxApiPhaseLock, -1);
+  const ResetFlag flag(*this);
+  if (isWrongPhase()) {
+    return INCORRECT_PHASE;
+  }
+  if (const errorCode result = shutDown(); result != SUCCESS) {
+    trace.errorValue("SHUTDOWN: ", result);
+    return result;
+  }
+  if (const errorCode result = initialize(mpcCtrlConfigFilePath); result != SUCCESS) {
+    trace.errorValue("INITIALIZE: ", result);
+    return result;
+  }
+  return SUCCESS;
+}
+
+void DiagnosticController::setResetRequest(bool abResetRequest) {
+  const LockScope lock(mmtxResetLock, 0);
+  mResettingThread = abResetRequest ? std::this_thread::get_id() : std::thread::id();
+  mbResetRequest = abResetRequest;
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
+    DiagControllerStatus*& arDiagControllerStatus) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagControllerStatus");
+  if (const auto refused = refusal(ClientCall::readHealth, trace)) {
+    return *refused;
+  }
+  auto status = std::make_unique<DiagControllerStatus>();
+  const time_t now = time(nullptr);
+  status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
+  status->setMonThrHealth(isFresh(mpMoniThread, now));
+  try {
+    status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
+  } catch (const DiagCtrlMutexException&) {
+    return fail(trace, DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE);
+  }
+  arDiagControllerStatus = status.release();
+  return SUCCESS;
+}
+
+}  // namespace TarvexDiags::DiagCtrl

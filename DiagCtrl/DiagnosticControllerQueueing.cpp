@@ -1,0 +1,259 @@
+// The four forms of queueTest.
+
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Diag/DiagnosticSettings.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlFunctionNotFoundInDll.h"
+#include "DiagCtrl/DiagCtrlLoadLibraryFailed.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/GlobalSettings.h"
+#include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/Answer.h"
+#include "DiagCtrl/internal/ClientFailure.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+using Code = DiagnosticController;
+using Settings = Diag::DiagnosticSettings;
+
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+constexpr ClientFailure kPackageLockFailed{DiagCtrlEvent::OBJECT_NOT_FOUND,
+                                           Code::UNABLE_TO_GET_LOCK};
+constexpr ClientFailure kDeviceObjectNotFound{DiagCtrlEvent::DEVICE_OBJECT_NOT_FOUND,
+                                              Code::DEVICE_OBJECT_NOT_FOUND};
+constexpr ClientFailure kPackageNotFound{DiagCtrlEvent::PACKAGE_NOT_FOUND, Code::PACKAGE_NOT_FOUND};
+constexpr ClientFailure kUnableToAdd{DiagCtrlEvent::UNABLE_TO_ADD_TEST_REQUEST,
+                                     Code::UNABLE_TO_ADD_TEST_REQUEST};
+constexpr ClientFailure kUnableToSetPhase{DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE,
+                                          Code::UNABLE_TO_SET_CTRL_PHASE};
+constexpr ClientFailure kUnableToSetPhaseOfAll{DiagCtrlEvent::UNABLE_TO_ADD_TEST_REQUEST,
+                                               Code::UNABLE_TO_SET_CTRL_PHASE};
+
+/// One check of a client's settings.
+struct SettingCheck {
+  bool (*isBad)(Settings&);
+  const char* text;
+  ClientFailure failure;
+};
+
+// A bool is read as the byte that it is: a client may have filled it with anything.
+bool isNoBool(int aiByte) {
+  return aiByte != 0 && aiByte != 1;
+}
+
+const SettingCheck kChecks[] = {
+    {[](Settings& arSettings) { return arSettings.getRequestedPassCount() == 0; },
+     "INCORRECT PASS COUNT:",
+     {DiagCtrlEvent::INVALID_PASS_COUNT, Code::INVALID_PASS_COUNT}},
+    {[](Settings& arSettings) { return arSettings.getRunTime() == 0; },
+     "INCORRECT RUN TIME:",
+     {DiagCtrlEvent::INVALID_RUN_TIME, Code::INVALID_RUN_TIME}},
+    {[](Settings& arSettings) { return isNoBool(arSettings.getHaltOnError()); },
+     "INVALID HALT ON ERROR:",
+     {DiagCtrlEvent::INVALID_HALT_ON_EEROR, Code::INVALID_HALT_ON_EEROR}},
+    {[](Settings& arSettings) { return isNoBool(arSettings.getQuickTestMode()); },
+     "INVALID QIUCK TEST MODE:",
+     {DiagCtrlEvent::INVALID_QIUCK_TEST_MODE, Code::INVALID_QIUCK_TEST_MODE}},
+    {[](Settings& arSettings) { return isNoBool(arSettings.getStressMode()); },
+     "INVALID STRESS MODE:",
+     {DiagCtrlEvent::INVALID_STRESS_MODE, Code::INVALID_STRESS_MODE}},
+};
+
+}  // namespace
+
+bool DiagnosticController::validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings,
+                                                errorCode& arErorCode) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::validateDiagSettings");
+  for (const SettingCheck& check : kChecks) {
+    if (check.isBad(arDiagSettings)) {
+      trace.error(check.text);
+      arErorCode = fail(trace, check.failure.event, check.failure.result);
+      return false;
+    }
+  }
+  return true;
+}
+
+// Loads the library once more: each request has a reference and a diagnostics object of its own.
+unsigned long DiagnosticController::queueRequest(const char* apcPackageName,
+                                                 TestRequest* apTestRequest) {
+  using C = DiagCtrlConstants;
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::queueRequest");
+  const std::string directory = std::string(mpcPackDirPath) + C::mSconpcDoubleSlash;
+  const std::string config = directory + apcPackageName + C::mSconpcIni;
+  const std::string library = directory + C::mSconpcLib + apcPackageName + C::mSconpcDll;
+  const bool diagLog = mpGlobalSettings->getDiagLogMode();
+  const GlobalSettings::diagMode diagMode = mpGlobalSettings->getDiagnosticMode();
+  const pDllHandle handle = mpDiagPackInterface->loadPackage(library.c_str());
+  Diag::IDiagnostics* pIDiagnostics =
+      mpDiagPackInterface->getIDiagnostics(handle, config.c_str(), diagLog, diagMode);
+  if (pIDiagnostics == nullptr) {
+    return 0;
+  }
+  apTestRequest->setHandle(handle);
+  apTestRequest->setIDiagnostics(pIDiagnostics);
+  apTestRequest->setTestRequestStatus(TestRequest::WAIT);
+  return mpTestRequestManager->queueTestRequest(apTestRequest);
+}
+
+DiagnosticController::errorCode DiagnosticController::queueTest(
+    int packageIndex, unsigned int deviceId, std::vector<int>& testVector,
+    Diag::DiagnosticSettings& arDiagSettings, bool abHaltLoopOnError,
+    unsigned long& rulTestRequestId) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
+  return queueOnDevice(trace, packageIndex, deviceId, &testVector, abHaltLoopOnError,
+                       arDiagSettings, rulTestRequestId);
+}
+
+DiagnosticController::errorCode DiagnosticController::queueTest(
+    int packageIndex, unsigned int deviceId, std::vector<int>& testVector,
+    Diag::DiagnosticSettings& arDiagSettings, unsigned long& rulTestRequestId) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
+  return queueOnDevice(trace, packageIndex, deviceId, &testVector, std::nullopt, arDiagSettings,
+                       rulTestRequestId);
+}
+
+DiagnosticController::errorCode DiagnosticController::queueTest(
+    int packageIndex, unsigned int deviceId, Diag::DiagnosticSettings& arDiagSettings,
+    unsigned long& rulTestRequestId) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
+  return queueOnDevice(trace, packageIndex, deviceId, nullptr, std::nullopt, arDiagSettings,
+                       rulTestRequestId);
+}
+
+DiagnosticController::errorCode DiagnosticController::queueOnDevice(
+    TraceScope& arTrace, int packageIndex, unsigned int deviceId, const std::vector<int>* apTests,
+    std::optional<bool> aHaltLoopOnError, Diag::DiagnosticSettings& arDiagSettings,
+    unsigned long& rulTestRequestId) {
+  if (const auto refused = refusal(ClientCall::queue, arTrace)) {
+    return *refused;
+  }
+  if (apTests != nullptr && apTests->empty()) {
+    return TEST_VECTOR_IS_EMPTY;
+  }
+  errorCode invalid = SUCCESS;
+  if (!validateDiagSettings(arDiagSettings, invalid)) {
+    return invalid;
+  }
+  return answer(arTrace, [&] {
+    const LockScope apiLock = lockForQueueing();
+    DiagnosticPackage& package = packageForQueueing(packageIndex);
+    rulTestRequestId = queueForDevice(package, packageIndex, static_cast<int>(deviceId), apTests,
+                                      aHaltLoopOnError, arDiagSettings);
+    if (rulTestRequestId == 0) {
+      throw kUnableToAdd;
+    }
+    becomeActive(kUnableToSetPhase);
+    return SUCCESS;
+  });
+}
+
+// The requests of earlier devices stay queued when a later one fails.
+DiagnosticController::errorCode DiagnosticController::queueTest(
+    int packageIndex, Diag::DiagnosticSettings& arDiagSettings,
+    VectorTestReqId*& aVectorTestReqId) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
+  if (const auto refused = refusal(ClientCall::queue, trace)) {
+    return *refused;
+  }
+  errorCode invalid = SUCCESS;
+  if (!validateDiagSettings(arDiagSettings, invalid)) {
+    return invalid;
+  }
+  return answer(trace, [&] {
+    const LockScope apiLock = lockForQueueing();
+    DiagnosticPackage& package = packageForQueueing(packageIndex);
+    const std::list<int> devices =
+        orFail(kUnableToGetLock, kUnableToGetLock, [&] { return package.getDeviceIdList(); });
+    if (devices.empty()) {
+      throw kDeviceObjectNotFound;
+    }
+    aVectorTestReqId = new VectorTestReqId;
+    for (const int device : devices) {
+      const unsigned long id =
+          queueForDevice(package, packageIndex, device, nullptr, std::nullopt, arDiagSettings);
+      if (id == 0) {
+        throw kUnableToAdd;
+      }
+      aVectorTestReqId->push_back(id);
+    }
+    becomeActive(kUnableToSetPhaseOfAll);
+    return SUCCESS;
+  });
+}
+
+LockScope DiagnosticController::lockForQueueing() {
+  return orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+    LockScope apiLock(mmtxApiPhaseLock, 0);
+    requireManagers();
+    return apiLock;
+  });
+}
+
+DiagnosticPackage& DiagnosticController::packageForQueueing(int packageIndex) {
+  return *orFail(kPackageLockFailed, kObjectNotFound,
+                 [&] { return getDiagPackagePtr(packageIndex); });
+}
+
+// Only now: the request already stands in the queue, and the monitor polls nothing before.
+template <class Failure>
+void DiagnosticController::becomeActive(Failure aFailure) {
+  orFail(aFailure, aFailure,
+         [&] { mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ACTIVE, kTimeOut); });
+}
+
+unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage, int packageIndex,
+                                                   int deviceId, const std::vector<int>* apTests,
+                                                   std::optional<bool> aHaltLoopOnError,
+                                                   Diag::DiagnosticSettings& arDiagSettings) {
+  auto settings = std::make_unique<Diag::DiagnosticSettings>(arDiagSettings);
+  DiagDevice* device = orFail(kUnableToGetLock, kDeviceObjectNotFound,
+                              [&] { return arPackage.getDevice(deviceId); });
+  DiagIntList tests;
+  if (apTests != nullptr) {
+    tests.assign(apTests->begin(), apTests->end());
+  }
+  auto request = std::make_unique<TestRequest>(arPackage, *device, tests, settings.get());
+  settings.release();  // the request's now
+  if (mpGlobalSettings == nullptr || mpcPackDirPath == nullptr) {
+    throw kUnableToAdd;  // lost to a second initialize with a bad file
+  }
+  request->setHaltLoopOnError(aHaltLoopOnError.has_value() ? *aHaltLoopOnError
+                                                           : mpGlobalSettings->getHaltOnError());
+  const auto name = mPackageMap.find(packageIndex);
+  if (name == mPackageMap.end()) {
+    throw kPackageNotFound;
+  }
+  const unsigned long id =
+      orFail(kUnableToAdd, kUnableToAdd, [&] { return loadAndQueue(name->second, *request); });
+  if (id != 0) {
+    request.release();  // the manager's now
+  }
+  return id;
+}
+
+unsigned long DiagnosticController::loadAndQueue(const char* apcPackageName,
+                                                 TestRequest& arTestRequest) {
+  try {
+    return queueRequest(apcPackageName, &arTestRequest);
+  } catch (const DiagCtrlFunctionNotFoundInDll&) {
+    throw ClientFailure{DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL, FUNCTION_NOT_FOUND_IN_DLL};
+  } catch (const DiagCtrlLoadLibraryFailed&) {
+    throw ClientFailure{DiagCtrlEvent::LOAD_LIBRARY_FAILED, LOAD_LIBRARY_FAILED};
+  }
+}
+
+}  // namespace TarvexDiags::DiagCtrl

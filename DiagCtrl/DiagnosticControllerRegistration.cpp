@@ -1,0 +1,192 @@
+// Registration for messages, their notification and collection.
+
+#include <list>
+
+#include "DiagCtrl/CallBackObject.h"
+#include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/EventManager.h"
+#include "DiagCtrl/internal/Answer.h"
+#include "DiagCtrl/internal/ClientFailure.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr auto kMinorLock = DiagCtrlBaseException::MutexException;
+
+}  // namespace
+
+/// Where a registration goes: the gate, the queue that is made, and the list of objects.
+struct DiagnosticController::QueueTarget {
+  const char* method;
+  ClientCall call;
+  unsigned long (EventManager::*createQueue)();
+  DiagCtrlLock& listLock;
+  std::list<CallBackObject*>& objects;
+};
+
+DiagnosticController::errorCode DiagnosticController::registerForDiagEvents(
+    CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId) {
+  return registerFor(
+      {"DiagnosticController::registerForDiagEvents", ClientCall::registerForEvents,
+       &EventManager::createEventQueue, mmtxEvtCBObjListLock, mlEventCallBackObjList},
+      apCallBackObj, ulDiagEventRegId);
+}
+
+DiagnosticController::errorCode DiagnosticController::registerForDiagResults(
+    CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId) {
+  return registerFor(
+      {"DiagnosticController::registerForDiagResults", ClientCall::registerForResults,
+       &EventManager::createResultQueue, mmtxResCBObjListLock, mlResultCallBackObjList},
+      apCallBackObj, ulDiagResultRegId);
+}
+
+DiagnosticController::errorCode DiagnosticController::registerForDiagCtrlEvents(
+    CallBackObject* apCallBackObj, unsigned long& ulDiagCtrlEventRegId) {
+  return registerFor(
+      {"DiagnosticController::registerForDiagCtrlEvents", ClientCall::registerForCtrlEvents,
+       &EventManager::createCtrlEventQueue, mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList},
+      apCallBackObj, ulDiagCtrlEventRegId);
+}
+
+// The queue comes first and its lock is free again before the list's is taken: a push holds them in
+// that order.
+DiagnosticController::errorCode DiagnosticController::registerFor(
+    const QueueTarget& arTarget, CallBackObject* apCallBackObj, unsigned long& arulRegistrationId) {
+  TraceScope trace(mpDiagTracer, arTarget.method);
+  if (apCallBackObj == nullptr) {
+    trace.error("INVALID_OBJECT_PASSED: ");
+    return INVALID_OBJECT_PASSED;
+  }
+  if (const auto refused = refusal(arTarget.call, trace)) {
+    if (*refused == UNABLE_TO_GET_LOCK) {
+      trace.error("UNABLE_TO_GET_LOCK: ");
+    }
+    return *refused;
+  }
+  try {
+    arulRegistrationId = (mpEventManager->*arTarget.createQueue)();
+  } catch (const DiagCtrlMutexException&) {
+    pushError(DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
+    trace.error("UNABLE_TO_REGISTER: ");
+    return UNABLE_TO_REGISTER;
+  }
+  try {
+    const LockScope lock(arTarget.listLock, 0);
+    arTarget.objects.push_back(apCallBackObj);
+  } catch (const DiagCtrlMutexException&) {
+    trace.error("UNABLE_TO_GET_LOCK: ");
+    return UNABLE_TO_GET_LOCK;
+  }
+  return SUCCESS;
+}
+
+void DiagnosticController::notifyAll(const char* apcMethod, const char* apcText,
+                                     DiagCtrlLock& arLock, std::list<CallBackObject*>& arObjects) {
+  const TraceScope trace(mpDiagTracer, apcMethod);
+  const LockScope lock(arLock, 0, kMinorLock, apcText);
+  for (CallBackObject* object : arObjects) {
+    object->notify();
+  }
+}
+
+void DiagnosticController::notifyEvent() {
+  notifyAll("DiagnosticController::notifyEvent", "DiagnosticController::notifyEvent()",
+            mmtxEvtCBObjListLock, mlEventCallBackObjList);
+}
+
+void DiagnosticController::notifyResult() {
+  notifyAll("DiagnosticController::notifyResult", "DiagnosticController::notifyResult()",
+            mmtxResCBObjListLock, mlResultCallBackObjList);
+}
+
+void DiagnosticController::notifyCtrlEvent() {
+  notifyAll("DiagnosticController::notifyCtrlEvent", "DiagnosticController::notifyCtrlEvent()",
+            mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+}
+
+template <class Messages>
+DiagnosticController::errorCode DiagnosticController::fetchMessages(
+    const char* apcMethod, const char* apcUnknownText,
+    Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
+    Messages*& arpMessages) {
+  TraceScope trace(mpDiagTracer, apcMethod);
+  if (const auto refused = refusal(ClientCall::fetchMessages, trace)) {
+    return *refused;
+  }
+  // The code of an unknown result registration, for events too.
+  constexpr ClientFailure kUnknown{DiagCtrlEvent::RESULT_REG_ID_NOT_FOUND, RESULT_REG_ID_NOT_FOUND};
+  return answer(trace, [&] {
+    try {
+      arpMessages = (mpEventManager->*apGet)(static_cast<unsigned long>(alRegistrationId));
+    } catch (const DiagCtrlKeyNotExistException&) {
+      if (apcUnknownText != nullptr) {
+        trace.errorValue(apcUnknownText, static_cast<unsigned long>(alRegistrationId));
+      }
+      throw kUnknown;
+    } catch (const DiagCtrlMutexException&) {
+      throw kUnableToGetLock;
+    }
+    return SUCCESS;
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagnosticEvents(
+    long lEventRegId, EventVector*& rDiagEventVector) {
+  return fetchMessages("DiagnosticController::getDiagnosticEvents", nullptr,
+                       &EventManager::getEvents, lEventRegId, rDiagEventVector);
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagnosticResults(
+    long lResultId, ResultVector*& arpDiagResultVector) {
+  return fetchMessages("DiagnosticController::getDiagnosticResults",
+                       "RESULT REG ID NOT FOUND, INCORRECT REG ID:", &EventManager::getResults,
+                       lResultId, arpDiagResultVector);
+}
+
+DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
+    long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagnosticCtrlEvents");
+  if (const auto refused = refusal(ClientCall::fetchCtrlEvents, trace)) {
+    return *refused;
+  }
+  try {
+    arpDiagCtrlEventVector =
+        mpEventManager->getCtrlEvents(static_cast<unsigned long>(lCtrlEventRegId));
+  } catch (const DiagCtrlKeyNotExistException&) {
+    trace.errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:",
+                     static_cast<unsigned long>(lCtrlEventRegId));
+    return fail(trace, DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND);
+  } catch (const DiagCtrlMutexException&) {
+    return UNABLE_TO_GET_LOCK;
+  }
+  return SUCCESS;
+}
+
+DiagnosticController::errorCode DiagnosticController::getNumberOfRegistrations(
+    unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) {
+  TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfRegistrations");
+  if (const auto refused = refusal(ClientCall::countRegistrations, trace)) {
+    return *refused;
+  }
+  const auto count = [](DiagCtrlLock& arLock, const std::list<CallBackObject*>& arObjects) {
+    const LockScope lock(arLock, 0);
+    return static_cast<unsigned int>(arObjects.size());
+  };
+  try {
+    auiEvtReg = count(mmtxEvtCBObjListLock, mlEventCallBackObjList);
+    auiResReg = count(mmtxResCBObjListLock, mlResultCallBackObjList);
+    auiCtrlEvtReg = count(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+  } catch (const DiagCtrlMutexException&) {
+    return UNABLE_TO_GET_LOCK;
+  }
+  return SUCCESS;
+}
+
+}  // namespace TarvexDiags::DiagCtrl

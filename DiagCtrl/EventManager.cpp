@@ -1,0 +1,225 @@
+#include "DiagCtrl/EventManager.h"
+
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <utility>
+
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/Singleton.h"
+#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/TracedLock.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+
+std::mutex sInstanceMutex;
+// Shared by those who use the instance without being sure that it stays, taken alone to destroy it.
+std::shared_mutex sLifetimeMutex;
+
+template <class Queue>
+unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long& arLastId) {
+  arQueues.emplace(++arLastId, new Queue);
+  return arLastId;
+}
+
+/// Copies a message into every queue of its kind and destroys it.
+template <class Message, class Queue>
+void fanOut(const TraceScope& arTrace, Message* apMessage,
+            std::map<unsigned long, Queue*>& arQueues) {
+  const std::unique_ptr<Message> incoming(apMessage);
+  arTrace.info(incoming->dump());
+  for (const auto& [id, queue] : arQueues) {
+    queue->push(new Message(*incoming));
+  }
+}
+
+/// The clients are woken once for a batch. They lose nothing but the wake-up if that fails.
+template <class Notify>
+void wake(const TraceScope& arTrace, Notify aNotify) {
+  try {
+    (DiagnosticController::getInstance()->*aNotify)();
+  } catch (DiagCtrlMutexException& failure) {
+    arTrace.error(std::string(arTrace.method()) + " - Mutex Exception : " + failure.dump());
+  }
+}
+
+template <class Message, class Queue>
+void fanOutBatch(const TraceScope& arTrace, std::vector<Message*>& arMessages,
+                 std::map<unsigned long, Queue*>& arQueues,
+                 void (DiagnosticController::*apNotify)()) {
+  if (arMessages.empty()) {
+    return;
+  }
+  for (Message*& message : arMessages) {
+    fanOut(arTrace, std::exchange(message, nullptr), arQueues);
+  }
+  wake(arTrace, apNotify);
+}
+
+template <class Message, class Queue>
+std::vector<Message*>* drain(const TraceScope& arTrace, unsigned long aulId,
+                             std::map<unsigned long, Queue*>& arQueues, const char* apcText) {
+  const auto entry = arQueues.find(aulId);
+  if (entry == arQueues.end()) {
+    raise<DiagCtrlKeyNotExistException>(DiagCtrlBaseException::KeyNotExistException, apcText);
+  }
+  auto* messages = new std::vector<Message*>;
+  for (Queue& queue = *entry->second; !queue.empty(); queue.pop()) {
+    messages->push_back(queue.front());
+    arTrace.info(queue.front()->dump());
+  }
+  return messages;
+}
+
+// The messages stay allocated: nobody may rely on a destructor having run.
+template <class Queue>
+void clearQueues(std::map<unsigned long, Queue*>& arQueues) {
+  for (const auto& [id, queue] : arQueues) {
+    delete queue;
+  }
+  arQueues.clear();
+}
+
+std::string decimal(unsigned long aulValue) {
+  return std::to_string(static_cast<int>(aulValue));
+}
+
+}  // namespace
+
+EventManager* EventManager::mSEventManager = nullptr;
+
+EventManager::InstanceUse::InstanceUse() {
+  sLifetimeMutex.lock_shared();
+}
+
+EventManager::InstanceUse::~InstanceUse() {
+  sLifetimeMutex.unlock_shared();
+}
+
+EventManager* EventManager::getInstance() {
+  return instanceOf(mSEventManager, sInstanceMutex, [] { return new EventManager; });
+}
+
+EventManager::EventManager()
+    : mSulCurEventRegId(DiagCtrlConstants::miSInitialRegId),
+      mSulCurResultRegId(DiagCtrlConstants::miSInitialRegId),
+      mSulCurCtrlEvtRegId(DiagCtrlConstants::miSInitialRegId),
+      mProgressMutexLock(kTimeOut),
+      mEventMutexLock(kTimeOut),
+      mResultMutexLock(kTimeOut),
+      mCtrlEvtMutexLock(kTimeOut),
+      mpDiagTracer(DiagTracer::getInstance()) {}
+
+EventManager::~EventManager() {
+  const std::unique_lock<std::shared_mutex> alone(sLifetimeMutex);
+  mpDiagTracer = nullptr;
+  forgetInstance(mSEventManager, sInstanceMutex);
+}
+
+unsigned long EventManager::createEventQueue() {
+  const TraceScope trace(mpDiagTracer, "EventManager::createEventQueue");
+  const TracedLock lock(trace, mEventMutexLock, 0, "EventManager::createEventQueue()");
+  return addQueue(mPkgEventMap, mSulCurEventRegId);
+}
+
+unsigned long EventManager::createResultQueue() {
+  const TraceScope trace(mpDiagTracer, "EventManager::createResultQueue");
+  const TracedLock lock(trace, mResultMutexLock, 0, "EventManager::createResultQueue()");
+  return addQueue(mPkgResultMap, mSulCurResultRegId);
+}
+
+unsigned long EventManager::createCtrlEventQueue() {
+  const TraceScope trace(mpDiagTracer, "EventManager::createCtrlEventQueue");
+  const TracedLock lock(trace, mCtrlEvtMutexLock, 0, "EventManager::createCtrlEventQueue()");
+  return addQueue(mCtrlEventMap, mSulCurCtrlEvtRegId);
+}
+
+void EventManager::pushEventInAllEventQueue(EventVector aPkgEventVector) {
+  const TraceScope trace(mpDiagTracer, "EventManager::pushEventInAllEventQueue");
+  const TracedLock lock(trace, mEventMutexLock, 0, "EventManager::pushEventInAllEventQueue()");
+  fanOutBatch(trace, aPkgEventVector, mPkgEventMap, &DiagnosticController::notifyEvent);
+}
+
+void EventManager::pushResultInAllResultQueue(ResultVector aPkgResultVector) {
+  const TraceScope trace(mpDiagTracer, "EventManager::pushResultInAllResultQueue");
+  const TracedLock lock(trace, mResultMutexLock, 0, "EventManager::pushResultInAllResultQueue()");
+  fanOutBatch(trace, aPkgResultVector, mPkgResultMap, &DiagnosticController::notifyResult);
+}
+
+void EventManager::pushCtrlEventInAllCtrlEventQueue(DiagCtrlEvent* aCtrlEvent) {
+  const TraceScope trace(mpDiagTracer, "EventManager::pushCtrlEventInAllCtrlEventQueue");
+  const TracedLock lock(trace, mCtrlEvtMutexLock, 0,
+                        "EventManager::pushCtrlEventInAllCtrlEventQueue()");
+  if (mCtrlEventMap.empty()) {
+    return;  // nobody is told, and the event stays allocated
+  }
+  fanOut(trace, aCtrlEvent, mCtrlEventMap);
+  wake(trace, &DiagnosticController::notifyCtrlEvent);
+}
+
+EventVector* EventManager::getEvents(unsigned long aulEventRegId) {
+  const TraceScope trace(mpDiagTracer, "EventManager::getEvents");
+  const TracedLock lock(trace, mEventMutexLock, -1, "EventManager::getEvents()");
+  return drain<Diag::DiagnosticEvent>(trace, aulEventRegId, mPkgEventMap,
+                                      "EventManager::getEvents()");
+}
+
+ResultVector* EventManager::getResults(unsigned long aulResultRegId) {
+  const TraceScope trace(mpDiagTracer, "EventManager::getResults");
+  const TracedLock lock(trace, mResultMutexLock, -1, "EventManager::getResults()");
+  return drain<Diag::DiagnosticResult>(trace, aulResultRegId, mPkgResultMap,
+                                       "EventManager::getResults()");
+}
+
+CtrlEventVector* EventManager::getCtrlEvents(unsigned long aulCtrlEventRegId) {
+  const TraceScope trace(mpDiagTracer, "EventManager::getCtrlEvents");
+  const TracedLock lock(trace, mCtrlEvtMutexLock, -1, "EventManager::getCtrlEvents()");
+  return drain<DiagCtrlEvent>(trace, aulCtrlEventRegId, mCtrlEventMap,
+                              "EventManager::getCtrlEvents()");
+}
+
+void EventManager::clearEventQueues() {
+  const TraceScope trace(mpDiagTracer, "EventManager::clearEventQueues");
+  const TracedLock lock(trace, mEventMutexLock, 0, "EventManager::clearEventQueues()");
+  clearQueues(mPkgEventMap);
+}
+
+void EventManager::clearResultQueues() {
+  const TraceScope trace(mpDiagTracer, "EventManager::clearResultQueues");
+  const TracedLock lock(trace, mResultMutexLock, 0, "EventManager::clearResultQueues()");
+  clearQueues(mPkgResultMap);
+}
+
+void EventManager::clearCtrlEventQueues() {
+  const TraceScope trace(mpDiagTracer, "EventManager::clearCtrlEventQueues");
+  const TracedLock lock(trace, mCtrlEvtMutexLock, 0, "EventManager::clearCtrlEventQueues()");
+  clearQueues(mCtrlEventMap);
+}
+
+void EventManager::logProgress(const char* apcPackagename, unsigned long aulTestRequestId,
+                               unsigned int auiProgress) {
+  const TraceScope trace(mpDiagTracer, "EventManager::logProgress");
+  const TracedLock lock(trace, mProgressMutexLock, 0, "EventManager::logProgress()");
+  trace.info(std::string(apcPackagename) + ":" + decimal(aulTestRequestId) + "=" +
+             decimal(auiProgress) + "%");
+}
+
+void EventManager::logStatus(char* apcPackagename, unsigned long aulTestRequestId,
+                             Diag::DiagnosticStatus::Status aeStatus) {
+  const TraceScope trace(mpDiagTracer, "EventManager::logStatus");
+  const TracedLock lock(trace, mProgressMutexLock, 0, "EventManager::logStatus()");
+  trace.info(std::string(apcPackagename) + ":" + decimal(aulTestRequestId) + ":" +
+             decimal(aeStatus) + "%");
+}
+
+}  // namespace TarvexDiags::DiagCtrl

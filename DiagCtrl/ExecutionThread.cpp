@@ -1,0 +1,283 @@
+#include "DiagCtrl/ExecutionThread.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "DeviceEnum/IDevice.h"
+#include "Diag/DiagnosticResult.h"
+#include "Diag/DiagnosticSettings.h"
+#include "DiagCtrl/DiagCtrlConditionVar.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagDevice.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagUtil.h"
+#include "DiagCtrl/DiagnosticPackage.h"
+#include "DiagCtrl/GlobalSettings.h"
+#include "DiagCtrl/PackageTestInfo.h"
+#include "DiagCtrl/ResourceLockManager.h"
+#include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/Swallow.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+
+/// The last act of a worker on every way out: the monitor looks at once, and only then the worker
+/// no longer counts as alive.
+class WorkerEnd {
+ public:
+  explicit WorkerEnd(TestRequestManager& arTestReqMgr) : mrTestReqMgr(arTestReqMgr) {}
+  ~WorkerEnd() {
+    mrTestReqMgr.getCondVarTRExecQueue().signal();
+    mrTestReqMgr.workerEnded();
+  }
+  WorkerEnd(const WorkerEnd&) = delete;
+  WorkerEnd& operator=(const WorkerEnd&) = delete;
+
+ private:
+  TestRequestManager& mrTestReqMgr;
+};
+
+unsigned int openModeOf(const std::string& arDeclared) {
+  using DeviceEnum::IDevice;
+  struct Word {
+    const char* text;
+    IDevice::AccessMode mode;
+  };
+  static constexpr Word kWords[] = {{"READ_ONLY", IDevice::READ_ONLY},
+                                    {"WRITE_ONLY", IDevice::WRITE_ONLY},
+                                    {"QUERY", IDevice::QUERY}};
+  const auto* word = std::find_if(std::begin(kWords), std::end(kWords), [&](const Word& arWord) {
+    return arDeclared.find(arWord.text) != std::string::npos;
+  });
+  return word != std::end(kWords) ? word->mode : IDevice::READ_WRITE;
+}
+
+}  // namespace
+
+ExecutionThread::ExecutionThread(TestRequestManager& arTestReqMgr, TestRequest& arTestRequest,
+                                 GlobalSettings& arGlobalSetting, DiagnosticController& arDiagCtrl,
+                                 DiagTracer& arDiagTracer, DiagUtil& arDiagUtil)
+    : mrTestReqMgr(arTestReqMgr),
+      mrTestRequest(arTestRequest),
+      mrDiagTracer(arDiagTracer),
+      mrDiagCtrl(arDiagCtrl),
+      mrGlobalSetting(arGlobalSetting),
+      mpResLockMgr(ResourceLockManager::getInstance()),
+      mpDiagPackage(&arTestRequest.getDiagPackageRef()),
+      mpCondVarExecMgrThread(&arTestReqMgr.getCondVarExecMgrThread()),
+      mrDiagUtil(arDiagUtil),
+      m_resourceTagLock(kTimeOut),
+      mpRequestReference(std::make_unique<RequestReference>(&arTestRequest)) {}
+
+ExecutionThread::~ExecutionThread() = default;
+
+void ExecutionThread::run(void* /*apVoid*/) {
+  const WorkerEnd end(mrTestReqMgr);
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::run");
+  try {
+    runPass();
+  } catch (const DiagCtrlMutexException&) {
+    handleMutexFailure();
+  }
+}
+
+void ExecutionThread::runPass() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::runPass");
+  Diag::IDiagnostics* diagnostics = mrTestRequest.getIDiagnosticsPtr();
+  Diag::DiagnosticSettings* settings = mrTestRequest.getDiagnosticSettings();
+  const std::vector<int> tests = chooseTests();
+  const auto before = readStatus(TestRequest::WAIT);
+  if (isRefused(tests, before)) {
+    refuse();
+    return;
+  }
+  settings->setTestNumberVector(tests);
+  settings->setTestRequestId(static_cast<Uint>(mrTestRequest.getTestRequestId()));
+  settings->setOpenMode(chooseOpenMode());
+  if (!enterPackage()) {
+    return;
+  }
+  Diag::DiagnosticResult* result =
+      diagnostics->runDiagnostic(mrTestRequest.getDiagDeviceRef().getVirtualDeviceRef(), settings);
+  mrTestRequest.setToBeDroppedFlag(true);
+  reportEnd(readStatus(before));
+  if (!mustHalt(result->getTestResult())) {
+    giveLocksBack();
+    return;
+  }
+  mrDiagUtil.pushDiagCtrlEvent(DiagCtrlEvent::ERROR_RECVD_AND_HALT_ON_ERROR,
+                               Diag::DiagnosticEvent::ERROR_EVENT,
+                               static_cast<unsigned int>(mrTestRequest.getTestRequestId()));
+  mrTestRequest.setHaltedStatus(true);
+  giveLocksBack();
+  trace.warningValue("TestRequest Execution Failed. Halting. TestRequestID : ",
+                     mrTestRequest.getTestRequestId());
+}
+
+// A disabled test is skipped here, at every pass, and the request goes on with the rest.
+std::vector<int> ExecutionThread::chooseTests() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::chooseTests");
+  const DiagIntList asked = mrTestRequest.getTestIdList();
+  const TestIdMap enabled = mrTestRequest.getDiagDeviceRef().getEnableTestIdMap();
+  std::vector<int> tests;
+  if (asked.empty()) {
+    std::transform(enabled.begin(), enabled.end(), std::back_inserter(tests),
+                   [](const auto& arEntry) { return arEntry.first; });
+    return tests;
+  }
+  for (const int test : asked) {
+    if (enabled.count(test) > 0) {
+      tests.push_back(test);
+    } else {
+      pushWarning(DiagCtrlEvent::DISABLE_TEST);
+    }
+  }
+  return tests;
+}
+
+TestRequest::TestRequestStatus ExecutionThread::readStatus(
+    TestRequest::TestRequestStatus aeFallback) {
+  try {
+    return mrTestRequest.getTestRequestStatus(kTimeOut);
+  } catch (const DiagCtrlMutexException&) {
+    return aeFallback;
+  }
+}
+
+bool ExecutionThread::isRefused(const std::vector<int>& arTests,
+                                TestRequest::TestRequestStatus aeStatus) {
+  if (aeStatus == TestRequest::ABORTED) {
+    pushWarning(DiagCtrlEvent::TEST_REQUEST_ABORTED);
+    return true;
+  }
+  if (arTests.empty()) {
+    pushWarning(DiagCtrlEvent::NO_TEST_ENABLE_TO_EXECUTE);
+    return true;
+  }
+  return false;
+}
+
+// The request's own list decides, not the tests that are left of it.
+unsigned int ExecutionThread::chooseOpenMode() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::chooseOpenMode");
+  const DiagIntList asked = mrTestRequest.getTestIdList();
+  if (asked.size() != 1) {
+    return DeviceEnum::IDevice::READ_WRITE;
+  }
+  return swallowAll(static_cast<unsigned int>(DeviceEnum::IDevice::READ_WRITE), [&] {
+    return openModeOf(mpDiagPackage->getTestInfoFromPackage(asked.front())->getTestOpenMode());
+  });
+}
+
+// The last look and the entry are one step, so that an abort either is seen here or finds the
+// request running and tells the package.
+bool ExecutionThread::enterPackage() {
+  switch (mrTestRequest.enterPackage()) {
+    case TestRequest::Claim::granted:
+      return true;
+    case TestRequest::Claim::aborted:
+      pushWarning(DiagCtrlEvent::TEST_REQUEST_ABORTED);
+      refuse();
+      return false;
+    case TestRequest::Claim::stale:
+      break;
+  }
+  mrTestRequest.setToBeDroppedFlag(true);
+  giveLocksBack();
+  return false;
+}
+
+void ExecutionThread::reportEnd(TestRequest::TestRequestStatus aeStatus) {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::reportEnd");
+  const unsigned long id = mrTestRequest.getTestRequestId();
+  if (aeStatus == TestRequest::ABORTED) {
+    trace.infoValue("TestRequestAborted TestRequestID : ", id);
+    pushWarning(DiagCtrlEvent::TEST_REQUEST_ABORTED);
+    mrTestRequest.setToBeDroppedFlag(true);
+  } else {
+    mrTestRequest.setTestRequestStatus(TestRequest::REQUEUED);
+    trace.infoValue("TestRequest Execution Completed TestRequestID : ", id);
+  }
+}
+
+bool ExecutionThread::mustHalt(int aiTestResult) {
+  const bool isBad = aiTestResult == Diag::DiagnosticResult::UNUSUAL_STATUS ||
+                     aiTestResult == Diag::DiagnosticResult::FAILED;
+  return isBad && mrTestRequest.getDiagnosticSettings()->getRequestedPassCount() > 1 &&
+         mrTestRequest.getHaltLoopOnError();
+}
+
+void ExecutionThread::refuse() {
+  mrTestRequest.setAbortStatus(true, kTimeOut);
+  mrTestRequest.setToBeDroppedFlag(true);
+  giveLocksBack();
+}
+
+void ExecutionThread::giveLocksBack() {
+  relSysLockAndSignalExecMgrThread();
+  releaseResourceLock();
+}
+
+void ExecutionThread::handleMutexFailure() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::handleMutexFailure");
+  unsigned long id = 0;
+  try {
+    id = mrTestRequest.getTestRequestId();
+    mrDiagUtil.pushDiagCtrlEvent(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED,
+                                 Diag::DiagnosticEvent::ERROR_EVENT, static_cast<unsigned int>(id));
+    refuse();
+  } catch (const DiagCtrlMutexException&) {
+    trace.errorValue("TestRequest Execution::run Failed in reset locks TestRequestID : ", id);
+  }
+}
+
+void ExecutionThread::pushWarning(unsigned int auiEventCode) {
+  mrDiagUtil.pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(auiEventCode),
+                               Diag::DiagnosticEvent::WARNING_EVENT,
+                               static_cast<unsigned int>(mrTestRequest.getTestRequestId()));
+}
+
+void ExecutionThread::relSysLockAndSignalExecMgrThread() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::relSysLockAndSignalExecMgrThread");
+  LockScope lock(m_resourceTagLock, -1);
+  const GlobalSettings::runMode mode = mrGlobalSetting.getRunMode();
+  const bool takesMachine = mpDiagPackage->checkSystemLock();
+  lock.release();
+  if (takesMachine) {
+    if (mpResLockMgr->getSystemLockFlag()) {
+      mpResLockMgr->setSystemLockFlag(false);
+      mpCondVarExecMgrThread->signal();
+    }
+  } else if (mode == GlobalSettings::SERIAL) {
+    mpCondVarExecMgrThread->signal();
+  }
+}
+
+// Given back whether or not this pass took it: a request with the system lock did not.
+void ExecutionThread::releaseResourceLock() {
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::releaseResourceLock");
+  try {
+    LockScope lock(m_resourceTagLock, -1);
+    const std::string tag = mrTestRequest.getDiagDeviceRef().getIDevice()->getResourceTag();
+    lock.release();
+    mpResLockMgr->releaseResourceLock(tag);
+  } catch (DiagCtrlKeyNotExistException& failure) {
+    trace.error("ExecutionThread::releaseResourceLock - Key not found Exception : " +
+                failure.dump());
+  } catch (DiagCtrlMutexException& failure) {
+    trace.error("ExecutionThread::releaseResourceLock - Mutex Exception : " + failure.dump());
+  }
+}
+
+}  // namespace TarvexDiags::DiagCtrl

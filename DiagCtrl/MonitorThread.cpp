@@ -1,0 +1,446 @@
+#include "DiagCtrl/MonitorThread.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <string>
+
+#include "DeviceEnum/IDevice.h"
+#include "Diag/DiagnosticSettings.h"
+#include "Diag/IDiagnostics.h"
+#include "DiagCtrl/DiagControllerStatus.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/DiagCtrlObjectNotFound.h"
+#include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
+#include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
+#include "DiagCtrl/DiagDevice.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagUtil.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackage.h"
+#include "DiagCtrl/EventManager.h"
+#include "DiagCtrl/ExecutionManagerThread.h"
+#include "DiagCtrl/ResourceLockManager.h"
+#include "DiagCtrl/internal/DiagnosticsPin.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr auto kMinorLock = DiagCtrlBaseException::LockNotAcquired;
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+constexpr int kIdleCheckAttempts = 20;
+constexpr useconds_t kIdleCheckPauseMicroseconds = 5000;
+// A request that waits for its worker would otherwise double its entries at every poll.
+constexpr long kMostLocalEntries = 2;
+
+unsigned int eventId(TestRequest& arTestRequest) {
+  return static_cast<unsigned int>(arTestRequest.getTestRequestId());
+}
+
+}  // namespace
+
+MonitorThread::MonitorThread(EventManager& arEventManager, TestRequestManager& arTestRequestManager,
+                             ExecutionManagerThread& arExecutionManagerThread,
+                             DiagnosticController& arDiagnosticController,
+                             DiagnosticPackageInterface& arDiagnosticPackageInterface)
+    : mrEventManager(arEventManager),
+      mrTestRequestManager(arTestRequestManager),
+      mrExecutionManagerThread(arExecutionManagerThread),
+      mrDiagCtrl(arDiagnosticController),
+      mrDiagPkgIntf(arDiagnosticPackageInterface),
+      mrWaitCondVar(arTestRequestManager.getCondVarTRWaitQueue()),
+      mrExecCondVar(arTestRequestManager.getCondVarTRExecQueue()),
+      mpDiagUtil(DiagUtil::getInstance()) {}
+
+MonitorThread::~MonitorThread() = default;
+
+void MonitorThread::stop() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::stop");
+  try {
+    DiagThread::stop();
+    mrExecCondVar.signal();
+  } catch (const DiagCtrlMutexException&) {
+    raise<DiagCtrlMutexException>(kMinorLock, "MonitorThread::stop()");
+  }
+}
+
+void MonitorThread::run(void* /*apRunArgument*/) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::run");
+  // Before each look at the state, so that no signal is missed between the look and the wait.
+  unsigned long ticket = mrExecCondVar.ticket();
+  while (getState()) {
+    try {
+      runOnce(ticket);
+    } catch (DiagCtrlBaseException& failure) {
+      traceFailure("MonitorThread::run", failure);
+    }
+    ticket = mrExecCondVar.ticket();
+  }
+  endRun();
+}
+
+void MonitorThread::runOnce(unsigned long aulTicket) {
+  auto execQueueStatus = DiagCtrlConditionVar::receivedSignal;
+  updateTimeStamp();
+  if (mrTestRequestManager.getTestReqExecQueueSize() == 0) {
+    reportNothingPending();
+    execQueueStatus = waitForWork(aulTicket);
+    if (!getState()) {
+      return;
+    }
+  }
+  if (mrDiagCtrl.getDiagCtrlPhase(kTimeOut) != DiagControllerStatus::ACTIVE) {
+    return;
+  }
+  switch (execQueueStatus) {
+    case DiagCtrlConditionVar::timedOut:
+      handleTimedOut();
+      if (mResultPendingTRQueue.empty()) {
+        becomeIdleIfNothingIsLeft();
+      }
+      break;
+    case DiagCtrlConditionVar::receivedSignal:
+      handleReceivedSignal();
+      break;
+    case DiagCtrlConditionVar::waitAbandoned:
+      break;
+    default:
+      mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__,
+                               "run()::default - do nothing");
+  }
+}
+
+void MonitorThread::reportNothingPending() {
+  if (!mResultPendingTRQueue.empty() || mrTestRequestManager.getTestReqExecQueueSize() != 0) {
+    return;
+  }
+  try {
+    mrExecutionManagerThread.setTRBatchCompletedFlag(true);
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::run", failure);
+  } catch (DiagCtrlUnsupportedOperation& failure) {
+    traceFailure("MonitorThread::run", failure);
+  }
+}
+
+DiagCtrlConditionVar::WaitRetStatus MonitorThread::waitForWork(unsigned long aulTicket) {
+  try {
+    return mrExecCondVar.timedWaitSince(DiagCtrlConstants::mlSMonitorThrTimeWait, aulTicket);
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::run", failure);
+    return DiagCtrlConditionVar::waitAbandoned;
+  }
+}
+
+// Frees a dispatcher that waits for a verdict.
+void MonitorThread::endRun() {
+  try {
+    mrExecutionManagerThread.setTRBatchCompletedFlag(true);
+    mrTestRequestManager.setTestExecCompleted(true);
+    mrTestRequestManager.getCondVarExecMgrThread().signal();
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::run", failure);
+  } catch (DiagCtrlUnsupportedOperation& failure) {
+    traceFailure("MonitorThread::run", failure);
+  }
+}
+
+void MonitorThread::becomeIdleIfNothingIsLeft() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::becomeIdleIfNothingIsLeft");
+  if (!takeChangeLock()) {
+    return;
+  }
+  struct Unlock {
+    DiagCtrlLock& lock;
+    ~Unlock() { lock.unlock(); }
+  } const unlock{mrTestRequestManager.mmtxTestReqChangeLock};
+  mrTestRequestManager.ifNothingIsQueued([this] {
+    if (getState()) {
+      mrDiagCtrl.setDiagCtrlPhase(DiagControllerStatus::IDLE, kTimeOut);
+    }
+  });
+}
+
+// Never blocks: in serial mode the dispatcher holds the lock until this very thread has judged the
+// pass.
+bool MonitorThread::takeChangeLock() {
+  for (int attempt = 0; attempt < kIdleCheckAttempts && getState(); ++attempt) {
+    if (mrTestRequestManager.mmtxTestReqChangeLock.tryLock()) {
+      return true;
+    }
+    usleep(kIdleCheckPauseMicroseconds);
+  }
+  return false;
+}
+
+void MonitorThread::handleTimedOut() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::handleTimedOut");
+  processLocalTRQueue();
+}
+
+void MonitorThread::handleReceivedSignal() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::handleReceivedSignal");
+  processExecQueue();
+  processLocalTRQueue();
+}
+
+void MonitorThread::processExecQueue() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::processExecQueue");
+  const int iExecQueueSize = mrTestRequestManager.getTestReqExecQueueSize();
+  for (int i = 0; i < iExecQueueSize; ++i) {
+    if (RequestReference entry =
+            mrTestRequestManager.popTestRequestQueue(TestRequestManager::EXECUTION)) {
+      pollEntry(entry, true);
+    }
+  }
+}
+
+// What the polls append waits for the next pass.
+void MonitorThread::processLocalTRQueue() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::processLocalTRQueue");
+  const std::size_t iPendingResultQueueSize = mResultPendingTRQueue.size();
+  for (std::size_t i = 0; i < iPendingResultQueueSize; ++i) {
+    RequestReference entry = RequestReference::adopt(mResultPendingTRQueue.front());
+    mResultPendingTRQueue.pop_front();
+    pollEntry(entry, false);
+  }
+}
+
+void MonitorThread::pollEntry(RequestReference& arEntry, bool abHasWorker) {
+  try {
+    if (!arEntry->ifIDiagnosticsDeleted()) {
+      getEventsResults(arEntry.get());
+      return;
+    }
+    // The entry falls out, but nobody may go on waiting for its verdict.
+    const unsigned long id = arEntry->getTestRequestId();
+    if (abHasWorker) {
+      mrExecutionManagerThread.removeExecThreadObject(id);
+    }
+    mrTestRequestManager.concludeTestExec(id);
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::processExecQueue", failure);
+  }
+}
+
+void MonitorThread::getEventsResults(TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::getEventsResults");
+  // Read before the events, so that all of them are drained before the verdict.
+  const bool isForced = apTestRequest->willNotRunAgain();
+  const unsigned long ulTestRequestId = apTestRequest->getTestRequestId();
+  collectEvents(*apTestRequest);
+  const Diag::DiagnosticStatus rDiagnosticStatus = readStatus(*apTestRequest);
+  const bool isOver =
+      isForced || rDiagnosticStatus.getStatus() == Diag::DiagnosticStatus::COMPLETED;
+  mrEventManager.logProgress(apTestRequest->getDiagPackageRef().getPackageName(), ulTestRequestId,
+                             rDiagnosticStatus.getProgress());
+  Diag::DiagnosticSettings* pDiagSett = apTestRequest->getDiagnosticSettings();
+  if (pDiagSett->getStressMode() != 0) {
+    pDiagSett->setPassCount(static_cast<int>(rDiagnosticStatus.getPassCount()));
+  } else if (!isOver) {
+    keepPolling(*apTestRequest);
+    return;
+  }
+  collectResults(*apTestRequest);
+  if (isOver && requeueTestRequest(apTestRequest)) {
+    finish(*apTestRequest);
+  } else {
+    keepPolling(*apTestRequest);
+  }
+}
+
+void MonitorThread::collectEvents(TestRequest& arTestRequest) {
+  std::unique_ptr<EventVector> pEventVector;
+  try {
+    if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
+      pEventVector.reset(diagnostics->getDiagnosticEvents());
+    }
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::getEventsResults", failure);
+  }
+  if (pEventVector != nullptr) {
+    mrEventManager.pushEventInAllEventQueue(*pEventVector);
+  }
+}
+
+Diag::DiagnosticStatus MonitorThread::readStatus(TestRequest& arTestRequest) {
+  try {
+    if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
+      return diagnostics->getDiagnosticStatus();
+    }
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::getEventsResults", failure);
+  }
+  return {};
+}
+
+void MonitorThread::collectResults(TestRequest& arTestRequest) {
+  try {
+    if (!arTestRequest.ifIDiagnosticsDeleted()) {
+      getResults(&arTestRequest);
+    }
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::getEventsResults", failure);
+  }
+}
+
+void MonitorThread::getResults(TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::getResults");
+  std::unique_ptr<ResultVector> pResultVector;
+  try {
+    if (const DiagnosticsPin diagnostics(*apTestRequest); diagnostics) {
+      pResultVector.reset(diagnostics->getDiagnosticResults());
+    }
+  } catch (const DiagCtrlMutexException&) {
+    return;
+  }
+  if (pResultVector != nullptr) {
+    mrEventManager.pushResultInAllResultQueue(*pResultVector);
+  }
+}
+
+void MonitorThread::finish(TestRequest& arTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::finish");
+  mrExecutionManagerThread.removeExecThreadObject(arTestRequest.getTestRequestId());
+  try {
+    arTestRequest.releaseIDiagnostic(mrDiagPkgIntf, kTimeOut);
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::getEventsResults", failure);
+  } catch (DiagCtrlReleaseLibraryFailed& failure) {
+    traceFailure("MonitorThread::getEventsResults", failure);
+  }
+}
+
+bool MonitorThread::requeueTestRequest(TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::requeueTestRequest");
+  const queueStatus eQueueStatus = judge(*apTestRequest);
+  trace.infoValue("requeueTestRequest()::eQueueStatus", eQueueStatus);
+  switch (eQueueStatus) {
+    case WAIT:
+      return sendBack(*apTestRequest);
+    case LOCAL:
+      keepPolling(*apTestRequest);
+      return false;
+    case DROP:
+      drop(*apTestRequest);
+      return true;
+    case EXEC:
+      break;
+  }
+  return false;
+}
+
+MonitorThread::queueStatus MonitorThread::judge(TestRequest& arTestRequest) {
+  const bool bStressMode = arTestRequest.getDiagnosticSettings()->getStressMode() != 0;
+  const bool bToBeDropped = arTestRequest.getToBeDroppedFlag();
+  const bool bAbort = arTestRequest.getAbortStatus();
+  const bool bHalted = arTestRequest.getHaltedStatus();
+  if (bHalted || bAbort) {
+    return bToBeDropped ? DROP : LOCAL;
+  }
+  return !bStressMode && mayRunAgain(arTestRequest) ? WAIT : DROP;
+}
+
+// The clock runs from the queueing on, so it covers the time spent waiting.
+bool MonitorThread::mayRunAgain(TestRequest& arTestRequest) {
+  Diag::DiagnosticSettings& settings = *arTestRequest.getDiagnosticSettings();
+  const unsigned long elapsed =
+      static_cast<unsigned long>(time(nullptr)) - arTestRequest.getTestRequestStartTime();
+  return settings.getPassCount() < settings.getRequestedPassCount() &&
+         elapsed < settings.getRunTime();
+}
+
+bool MonitorThread::sendBack(TestRequest& arTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::sendBack");
+  const unsigned long id = arTestRequest.getTestRequestId();
+  try {
+    mrExecutionManagerThread.removeExecThreadObject(id);
+    // The worker may have been halted or aborted on its last steps.
+    if (arTestRequest.getAbortStatus() || arTestRequest.getHaltedStatus()) {
+      drop(arTestRequest);
+      return true;
+    }
+    Diag::DiagnosticSettings& settings = *arTestRequest.getDiagnosticSettings();
+    settings.setPassCount(settings.getPassCount() + 1);
+    mrTestRequestManager.pushBackTestRequestQueue(TestRequestManager::WAIT, &arTestRequest);
+    mrTestRequestManager.concludeTestExec(id);
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::requeueTestRequest", failure);
+    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION_ERROR,
+                                  Diag::DiagnosticEvent::ERROR_EVENT, eventId(arTestRequest));
+    return true;
+  }
+  try {
+    mrWaitCondVar.signal();
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::requeueTestRequest", failure);
+  }
+  return false;
+}
+
+void MonitorThread::drop(TestRequest& arTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::drop");
+  const unsigned long id = arTestRequest.getTestRequestId();
+  if (arTestRequest.getAbortStatus()) {
+    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
+                                  Diag::DiagnosticEvent::WARNING_EVENT, eventId(arTestRequest));
+  } else {
+    arTestRequest.complete();
+    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION,
+                                  Diag::DiagnosticEvent::INFORMATION_EVENT, eventId(arTestRequest));
+  }
+  try {
+    mrTestRequestManager.removeFromTestReqIdList(id);
+  } catch (DiagCtrlObjectNotFound& failure) {
+    // The ids were cleared meanwhile; the request itself is still there.
+    traceFailure("MonitorThread::requeueTestRequest", failure);
+  }
+  // The next request may start only when this one's worker is gone.
+  mrExecutionManagerThread.removeExecThreadObject(id);
+  mrTestRequestManager.concludeTestExec(id);
+}
+
+void MonitorThread::keepPolling(TestRequest& arTestRequest) {
+  if (std::count(mResultPendingTRQueue.begin(), mResultPendingTRQueue.end(), &arTestRequest) <
+      kMostLocalEntries) {
+    arTestRequest.addReference();
+    mResultPendingTRQueue.push_back(&arTestRequest);
+  }
+}
+
+void MonitorThread::releaseResourceLock(TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::releaseResourceLock");
+  try {
+    ResourceLockManager::getInstance()->releaseResourceLock(
+        apTestRequest->getDiagDeviceRef().getIDevice()->getResourceTag());
+  } catch (DiagCtrlMutexException& failure) {
+    traceFailure("MonitorThread::releaseResourceLock", failure);
+  } catch (DiagCtrlKeyNotExistException& failure) {
+    traceFailure("MonitorThread::releaseResourceLock", failure);
+  }
+}
+
+void MonitorThread::clearTestRequestQueue() {
+  const TraceScope trace(mpDiagTracer, "MonitorThread::clearTestRequestQueue");
+  for (TestRequest* request : mResultPendingTRQueue) {
+    request->dropReference();
+  }
+  mResultPendingTRQueue.clear();
+}
+
+void MonitorThread::traceFailure(const char* apcMethod, DiagCtrlBaseException& arFailure) {
+  const std::string line = std::string(apcMethod) + " - Mutex Exception : " + arFailure.dump();
+  mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__, line.c_str());
+}
+
+}  // namespace TarvexDiags::DiagCtrl

@@ -1,0 +1,38 @@
+#include "DiagCtrl/PackageDetails.h"
+
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+PackageDetails::PackageDetails()
+    : musMachineId(0), mpcOperatingSystem(nullptr), mDiagTracer(DiagTracer::getInstance()) {}
+
+PackageDetails::~PackageDetails() {
+  delete[] mpcOperatingSystem;
+}
+
+unsigned short PackageDetails::getMachineId() {
+  const TraceScope trace(mDiagTracer, "PackageDetails::getMachineId");
+  return musMachineId;
+}
+
+void PackageDetails::setMachineId(unsigned short ausMachineId) {
+  const TraceScope trace(mDiagTracer, "PackageDetails::setMachineId");
+  musMachineId = ausMachineId;
+}
+
+const char* PackageDetails::getOs() {
+  const TraceScope trace(mDiagTracer, "PackageDetails::getOs");
+  return mpcOperatingSystem;
+}
+
+void PackageDetails::setOs(char* apcOs) {
+  const TraceScope trace(mDiagTracer, "PackageDetails::setOs");
+  if (apcOs != mpcOperatingSystem) {
+    delete[] mpcOperatingSystem;
+    mpcOperatingSystem = apcOs;
+  }
+}
+
+}  // namespace TarvexDiags::DiagCtrl

@@ -1,0 +1,121 @@
+#include "DiagCtrl/PackageTestInfo.h"
+
+#include <list>
+
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+void replaceText(char*& arpcText, char* apcNew) {
+  if (arpcText != apcNew) {
+    delete[] arpcText;
+    arpcText = apcNew;
+  }
+}
+
+}  // namespace
+
+PackageTestInfo::PackageTestInfo()
+    : mpcTestName(nullptr),
+      mbTestDisable(false),
+      mpcTestDescrpition(nullptr),
+      mpcTestCapabilities(nullptr),
+      mpcTestOpenMode(nullptr),
+      miTestEstimatedTime(0),
+      mmtxDisDeviceListLock(DiagCtrlConstants::mSconlDefaultLockTimeOut),
+      mpDiagTracer(DiagTracer::getInstance()) {}
+
+PackageTestInfo::~PackageTestInfo() {
+  for (char* text : {mpcTestName, mpcTestDescrpition, mpcTestCapabilities, mpcTestOpenMode}) {
+    delete[] text;
+  }
+}
+
+const char* PackageTestInfo::getTestName() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestName");
+  return mpcTestName;
+}
+
+const char* PackageTestInfo::getTestDesc() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDesc");
+  return mpcTestDescrpition;
+}
+
+const char* PackageTestInfo::getTestCapabilities() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestCapabilities");
+  return mpcTestCapabilities;
+}
+
+const char* PackageTestInfo::getTestOpenMode() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestOpenMode");
+  return mpcTestOpenMode;
+}
+
+bool PackageTestInfo::getTestDisable() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDisable");
+  return mbTestDisable;
+}
+
+int PackageTestInfo::getTestEstimatedTime() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestEstimatedTime");
+  return miTestEstimatedTime;
+}
+
+void PackageTestInfo::setTestName(char* apcTestName) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestName");
+  replaceText(mpcTestName, apcTestName);
+}
+
+void PackageTestInfo::setTestDesc(char* apcTestDesc) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestDesc");
+  replaceText(mpcTestDescrpition, apcTestDesc);
+}
+
+void PackageTestInfo::setTestCapabilities(char* apcTestCapabilities) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestCapabilities");
+  replaceText(mpcTestCapabilities, apcTestCapabilities);
+}
+
+void PackageTestInfo::setTestOpenMode(char* apcTestOpenMode) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestOpenMode");
+  replaceText(mpcTestOpenMode, apcTestOpenMode);
+}
+
+void PackageTestInfo::setTestDisable(bool abTestDisable) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestDisable");
+  mbTestDisable = abTestDisable;
+}
+
+void PackageTestInfo::setTestEstimatedTime(int aiTestEstimatedTime) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestEstimatedTime");
+  miTestEstimatedTime = aiTestEstimatedTime;
+}
+
+void PackageTestInfo::updateEnableDeviceIdList(int aiDeviceId) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::updateEnableDeviceIdList");
+  mEnableDeviceList.push_back(aiDeviceId);
+}
+
+void PackageTestInfo::updateDisableDeviceIdList(int aiDeviceId) {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::updateDisableDeviceIdList");
+  mDisableDeviceList.push_back(aiDeviceId);
+}
+
+std::list<int> PackageTestInfo::getDisableDeviceList() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getDisableDeviceList");
+  const LockScope lock(mmtxDisDeviceListLock, 0, DiagCtrlBaseException::MutexException,
+                       "DiagnosticPackage::getDevice()");
+  return mDisableDeviceList;
+}
+
+std::list<int> PackageTestInfo::getEnableDeviceList() {
+  const TraceScope trace(mpDiagTracer, "PackageTestInfo::getEnableDeviceList");
+  return mEnableDeviceList;
+}
+
+}  // namespace TarvexDiags::DiagCtrl

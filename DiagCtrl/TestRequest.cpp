@@ -1,0 +1,365 @@
+#include "DiagCtrl/TestRequest.h"
+
+#include <exception>
+#include <functional>
+#include <utility>
+
+#include "DiagCtrl/DiagCtrlBaseException.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr auto kMinorLock = DiagCtrlBaseException::LockNotAcquired;
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+
+/// The accessors are alike: a trace, a lock, one access.
+template <class Access>
+auto locked(DiagTracer* apTracer, DiagCtrlLock& arLock, long alTimeOutValue, const char* apcMethod,
+            const char* apcText, Access aAccess, const char* apcFile = __builtin_FILE(),
+            unsigned long aulLine = __builtin_LINE()) {
+  const TraceScope trace(apTracer, apcMethod);
+  const LockScope lock(arLock, lockTimeOut(alTimeOutValue), kMinorLock, apcText, apcFile, aulLine);
+  return aAccess();
+}
+
+}  // namespace
+
+TestRequest::TestRequest(DiagnosticPackage& arDiagPackage, DiagDevice& arDiagDevice,
+                         Diag::DiagnosticSettings* apDiagSettings)
+    : TestRequest(arDiagPackage, arDiagDevice, DiagIntList(), apDiagSettings) {}
+
+TestRequest::TestRequest(DiagnosticPackage& arDiagPackage, DiagDevice& arDiagDevice,
+                         DiagIntList aTestIdList, Diag::DiagnosticSettings* apDiagSettings)
+    : mrDiagPackageRef(arDiagPackage),
+      mrDiagDeviceRef(arDiagDevice),
+      mTestIdList(std::move(aTestIdList)),
+      mpDiagSetting(apDiagSettings),
+      mmtxTestReqLock(kTimeOut),
+      mmtxTestReqStatusLock(kTimeOut),
+      mmtxTestReqAbortLock(kTimeOut),
+      mmtxIDiagLock(kTimeOut),
+      mmtxRelLibraryLock(kTimeOut),
+      mpDiagTracer(DiagTracer::getInstance()),
+      mmtxDispatchGate(kTimeOut) {}
+
+TestRequest::~TestRequest() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::~TestRequest");
+  delete mpDiagSetting;
+  mpDiagSetting = nullptr;
+  if (mbLibraryReleased) {
+    return;
+  }
+  try {
+    destroyIDiagnostics(DiagnosticController::getInstance()->getDiagPackInterfacePtr(), kTimeOut);
+  } catch (const std::exception&) {
+    // Nobody is left who could act on it.
+  } catch (const DiagCtrlBaseException&) {
+  }
+}
+
+unsigned long TestRequest::getTestRequestId() {
+  return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getTestRequestId",
+                "TestRequest::getTestRequestId()", [this] { return mulTestRequestId; });
+}
+
+void TestRequest::setTestRequestId(unsigned long aulTestRequestId) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setTestRequestId");
+  mulTestRequestId = aulTestRequestId;  // before the request is visible to anybody
+}
+
+bool TestRequest::getToBeDroppedFlag() {
+  return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getToBeDroppedFlag",
+                "TestRequest::getToBeDroppedFlag()", [this] { return mbToBeDropped; });
+}
+
+void TestRequest::setToBeDroppedFlag(bool abToBeDropped) {
+  locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::setToBeDroppedFlag",
+         "TestRequest::setToBeDroppedFlag()", [&] { mbToBeDropped = abToBeDropped; });
+}
+
+TestRequest::TestRequestStatus TestRequest::getTestRequestStatus(long alTimeOutValue) {
+  return locked(mpDiagTracer, mmtxTestReqStatusLock, alTimeOutValue,
+                "TestRequest::getTestRequestStatus", "TestRequest::getTestRequestStatus()",
+                [this] { return meTestRequestStatus.load(); });
+}
+
+void TestRequest::setTestRequestStatus(TestRequestStatus aeStatus) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setTestRequestStatus");
+  const LockScope lock(mmtxTestReqStatusLock, 0, kMinorLock, "TestRequest::setTestRequestStatus()");
+  setStatusIfOpen(aeStatus);
+}
+
+// The abort writes the status under another lock, so both writers compare and set.
+void TestRequest::setStatusIfOpen(TestRequestStatus aeStatus) {
+  TestRequestStatus present = meTestRequestStatus;
+  do {
+    if (present == COMPLETED || present == ABORTED) {
+      mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_WARNING, __FILE__, __LINE__,
+                               "Can't override, because status is ", present);
+      return;
+    }
+  } while (!meTestRequestStatus.compare_exchange_weak(present, aeStatus));
+}
+
+bool TestRequest::getAbortStatus() {
+  return locked(mpDiagTracer, mmtxTestReqAbortLock, 0, "TestRequest::getAbortStatus",
+                "TestRequest::getAbortStatus()", [this] { return mbAbortStatus; });
+}
+
+void TestRequest::setAbortStatus(bool abAbortStatus, long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setAbortStatus");
+  const LockScope lock(mmtxTestReqAbortLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequest::setAbortStatus()");
+  mbAbortStatus = abAbortStatus;
+  TestRequestStatus present = meTestRequestStatus;
+  while (abAbortStatus && present != COMPLETED &&
+         !meTestRequestStatus.compare_exchange_weak(present, ABORTED)) {
+  }
+}
+
+Diag::IDiagnostics& TestRequest::getIDiagnostics() {
+  return locked(
+      mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::getIDiagnostics",
+      "TestRequest::getIDiagnostics()",
+      [this]() -> std::reference_wrapper<Diag::IDiagnostics> { return *mpIDiagnosticsPtr.load(); });
+}
+
+Diag::IDiagnostics* TestRequest::getIDiagnosticsPtr() {
+  return locked(mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::getIDiagnosticsPtr",
+                "TestRequest::getIDiagnosticsPtr()", [this] { return mpIDiagnosticsPtr.load(); });
+}
+
+void TestRequest::setIDiagnostics(Diag::IDiagnostics* apIDiagnostics) {
+  locked(mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::setIDiagnostics",
+         "TestRequest::setIDiagnostics()", [&] { mpIDiagnosticsPtr = apIDiagnostics; });
+}
+
+bool TestRequest::getHaltedStatus() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getHaltedStatus");
+  return mbHaltedStatus;
+}
+
+void TestRequest::setHaltedStatus(bool abHaltedStatus) {
+  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setHaltedStatus",
+         "TestRequest::setHaltedStatus()", [&] { mbHaltedStatus = abHaltedStatus; });
+}
+
+bool TestRequest::getHaltLoopOnError() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getHaltLoopOnError");
+  return mbHaltLoopOnError;
+}
+
+void TestRequest::setHaltLoopOnError(bool abHaltLoopOnError) {
+  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setHaltLoopOnError",
+         "TestRequest::setHaltLoopOnError()", [&] { mbHaltLoopOnError = abHaltLoopOnError; });
+}
+
+bool TestRequest::getMonitored() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getMonitored");
+  return mbMonitored;
+}
+
+void TestRequest::setMonitored(bool abMonitored) {
+  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setMonitored",
+         "TestRequest::setMonitored()", [&] { mbMonitored = abMonitored; });
+}
+
+void TestRequest::setExecutedAll(bool abExecutedAll) {
+  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setExecutedAll",
+         "TestRequest::setExecutedAll()", [&] { mbExecutedAll = abExecutedAll; });
+}
+
+void TestRequest::setHandle(DLL_Handle aHandle) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setHandle");
+  mDLLHandle = aHandle;
+}
+
+DLL_Handle TestRequest::getHandle() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getHandle");
+  return mDLLHandle;
+}
+
+bool TestRequest::getExecutedOnce() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getExecutedOnce");
+  return mbExecutedOnce;
+}
+
+void TestRequest::setExecutedOnce(bool abExecutedOnce) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setExecutedOnce");
+  mbExecutedOnce = abExecutedOnce;
+}
+
+unsigned long TestRequest::getTestRequestStartTime() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getTestRequestStartTime");
+  return mulTestRequestStartTime;
+}
+
+void TestRequest::setTestRequestStartTime(unsigned long aulStartTime) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::setTestRequestStartTime");
+  mulTestRequestStartTime = aulStartTime;
+}
+
+Diag::DiagnosticSettings* TestRequest::getDiagnosticSettings() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getDiagnosticSettings");
+  return mpDiagSetting;
+}
+
+DiagnosticPackage& TestRequest::getDiagPackageRef() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getDiagPackageRef");
+  return mrDiagPackageRef;
+}
+
+DiagDevice& TestRequest::getDiagDeviceRef() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getDiagDeviceRef");
+  return mrDiagDeviceRef;
+}
+
+DiagIntList TestRequest::getTestIdList() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::getTestIdList");
+  return mTestIdList;
+}
+
+void TestRequest::releaseIDiagnostic(DiagnosticPackageInterface& apDiagPkgIntf,
+                                     long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::releaseIDiagnostic");
+  const LockScope lock(mmtxRelLibraryLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequest::releaseIDiagnostic()");
+  if (mbLibraryReleased) {
+    return;
+  }
+  if (miUsers > 0) {
+    mpDyingIDiagnostics = mpIDiagnosticsPtr.exchange(nullptr);
+    mpReleasedBy = &apDiagPkgIntf;
+    mbLibraryReleased = true;
+    return;
+  }
+  destroyIDiagnostics(&apDiagPkgIntf, -1);
+  mbLibraryReleased = true;
+}
+
+bool TestRequest::ifIDiagnosticsDeleted() {
+  return locked(mpDiagTracer, mmtxRelLibraryLock, 0, "TestRequest::ifIDiagnosticsDeleted",
+                "TestRequest::ifIDiagnosticsDeleted()", [this] { return mbLibraryReleased; });
+}
+
+// The object goes first: its code lies in the library. A request whose load failed has no library.
+void TestRequest::destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf,
+                                      long alTimeOutValue) {
+  delete mpIDiagnosticsPtr.exchange(nullptr);
+  const DLL_Handle handle = mDLLHandle;
+  if (handle != nullptr && apDiagPkgIntf != nullptr) {
+    apDiagPkgIntf->releaseLibrary(handle, alTimeOutValue);
+  }
+}
+
+Diag::IDiagnostics* TestRequest::pinIDiagnostics() {
+  return locked(mpDiagTracer, mmtxRelLibraryLock, 0, "TestRequest::pinIDiagnostics",
+                "TestRequest::pinIDiagnostics()", [this]() -> Diag::IDiagnostics* {
+                  Diag::IDiagnostics* object =
+                      mbLibraryReleased ? nullptr : mpIDiagnosticsPtr.load();
+                  miUsers += object != nullptr ? 1 : 0;
+                  return object;
+                });
+}
+
+void TestRequest::unpinIDiagnostics() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::unpinIDiagnostics");
+  const LockScope lock(mmtxRelLibraryLock, 0, kMinorLock, "TestRequest::unpinIDiagnostics()");
+  if (--miUsers > 0 || mpReleasedBy == nullptr) {
+    return;
+  }
+  delete std::exchange(mpDyingIDiagnostics, nullptr);
+  try {
+    destroyIDiagnostics(std::exchange(mpReleasedBy, nullptr), -1);
+  } catch (DiagCtrlBaseException& failure) {
+    trace.error("TestRequest::unpinIDiagnostics" + failure.dump());
+  }
+}
+
+TestRequest::Claim TestRequest::lookBeforeStart() {
+  if (getAbortStatus()) {
+    return Claim::aborted;
+  }
+  const bool over = meTestRequestStatus == COMPLETED || mbHaltedStatus || ifIDiagnosticsDeleted();
+  return over ? Claim::stale : Claim::granted;
+}
+
+TestRequest::Claim TestRequest::claimForDispatch() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::claimForDispatch");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::claimForDispatch()");
+  Claim claim = lookBeforeStart();
+  if (claim == Claim::granted && mbInFlight) {
+    claim = Claim::stale;
+  }
+  if (claim == Claim::granted) {
+    setMonitored(true);
+    mbInFlight = true;
+  }
+  return claim;
+}
+
+TestRequest::Claim TestRequest::enterPackage() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::enterPackage");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::enterPackage()");
+  const Claim claim = lookBeforeStart();
+  if (claim == Claim::granted) {
+    setTestRequestStatus(RUNNING);
+    setToBeDroppedFlag(false);
+  }
+  return claim;
+}
+
+void TestRequest::landFromFlight() {
+  locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::landFromFlight",
+         "TestRequest::landFromFlight()", [this] { mbInFlight = false; });
+}
+
+void TestRequest::returnToWait() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::returnToWait");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::returnToWait()");
+  if (!mbInFlight) {
+    setTestRequestStatus(WAIT);
+    setMonitored(false);
+  }
+}
+
+void TestRequest::complete() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::complete");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::complete()");
+  setTestRequestStatus(COMPLETED);
+}
+
+TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequest::beginAbort");
+  const LockScope gate(mmtxDispatchGate, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequest::beginAbort()");
+  const bool running = getTestRequestStatus(alTimeOutValue) == RUNNING;
+  const bool monitored = getMonitored();
+  setAbortStatus(true, alTimeOutValue);
+  if (running) {
+    return AbortedWhile::inPackage;
+  }
+  return monitored ? AbortedWhile::monitored : AbortedWhile::queued;
+}
+
+bool TestRequest::isStaleEntry() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::isStaleEntry");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::isStaleEntry()");
+  if (mbMonitored || mbInFlight) {
+    return true;
+  }
+  return !getAbortStatus() && (meTestRequestStatus == COMPLETED || ifIDiagnosticsDeleted());
+}
+
+bool TestRequest::willNotRunAgain() {
+  return (getAbortStatus() || getHaltedStatus()) && getToBeDroppedFlag();
+}
+
+}  // namespace TarvexDiags::DiagCtrl

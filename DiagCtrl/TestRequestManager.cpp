@@ -1,0 +1,344 @@
+#include "DiagCtrl/TestRequestManager.h"
+
+#include <algorithm>
+#include <ctime>
+#include <functional>
+#include <vector>
+
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlObjectNotFound.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+constexpr auto kMinorLock = DiagCtrlBaseException::LockNotAcquired;
+constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+
+int entriesOf(const TestRequestQueue& arQueue, const TestRequest* apTestRequest) {
+  return static_cast<int>(std::count(arQueue.begin(), arQueue.end(), apTestRequest));
+}
+
+}  // namespace
+
+std::atomic<unsigned long> TestRequestManager::mSulCurrentTestReqIdNumber{
+    TestRequestManager::mSConUlstartNumberTestRequestId};
+
+TestRequestManager::TestRequestManager()
+    : mmtxTestReqChangeLock(kTimeOut),
+      mmtxTestReqWaitLock(kTimeOut),
+      mmtxTestReqProcessLock(kTimeOut),
+      mmtxTestReqExecLock(kTimeOut),
+      mmtxTestReqIdMapLock(kTimeOut),
+      mmtxTestReqIdListLock(kTimeOut),
+      mpCondVarTRWaitQueue(new DiagCtrlConditionVar),
+      mpCondVarExecMgrThread(new DiagCtrlConditionVar),
+      mpCondVarTRExecQueue(new DiagCtrlConditionVar),
+      mmtxLock(kTimeOut),
+      mmtxTestExecCompletedLock(kTimeOut),
+      mbTestExecCompleted(false),
+      mpDiagTracer(DiagTracer::getInstance()) {}
+
+TestRequestManager::~TestRequestManager() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::~TestRequestManager");
+  deleteRetiredRequests();
+  {
+    const LockScope lock(mmtxTestReqIdMapLock, 0);
+    for (const auto& entry : mTestRequestMap) {
+      delete entry.second;
+    }
+    mTestRequestMap.clear();
+  }
+  delete mpCondVarTRWaitQueue;
+  delete mpCondVarTRExecQueue;
+  delete mpCondVarExecMgrThread;
+}
+
+unsigned long TestRequestManager::queueTestRequest(TestRequest* apTestReqToAdd) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::queueTestRequest");
+  constexpr const char* kText = "TestRequestManager::queueTestRequest()";
+  unsigned long id = 0;
+  {
+    const LockScope waitLock(mmtxTestReqWaitLock, 0, kMinorLock, kText);
+    const LockScope mapLock(mmtxTestReqIdMapLock, 0, kMinorLock, kText);
+    const LockScope listLock(mmtxTestReqIdListLock, 0, kMinorLock, kText);
+    apTestReqToAdd->addReference();
+    mTestRequestWaitQueue.push_back(apTestReqToAdd);
+    id = ++mSulCurrentTestReqIdNumber;
+    apTestReqToAdd->setTestRequestId(id);
+    apTestReqToAdd->setTestRequestStartTime(static_cast<unsigned long>(time(nullptr)));
+    apTestReqToAdd->getDiagnosticSettings()->setTestRequestId(static_cast<Uint>(id));
+    mTestRequestMap.emplace(id, apTestReqToAdd);
+    mTestRequestIdList.push_back(id);
+  }
+  mpCondVarTRWaitQueue->signal();
+  return id;
+}
+
+int TestRequestManager::getTestReqExecQueueSize() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestReqExecQueueSize");
+  const LockScope lock(mmtxTestReqExecLock, 0, kMinorLock,
+                       "TestRequestManager::getTestReqExecQueueSize()");
+  return static_cast<int>(mTestRequestExecQueue.size());
+}
+
+int TestRequestManager::getTestReqWaitQueueSize() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestReqWaitQueueSize");
+  const LockScope lock(mmtxTestReqWaitLock, 0, kMinorLock,
+                       "TestRequestManager::getTestReqWaitQueueSize()");
+  return static_cast<int>(mTestRequestWaitQueue.size());
+}
+
+int TestRequestManager::getTestReqProcessQueueSize() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestReqProcessQueueSize");
+  return miProcessQueueSize;
+}
+
+TestRequestQueue& TestRequestManager::queueOf(TestRequestQueueType aeQueueType) {
+  switch (aeQueueType) {
+    case WAIT:
+      return mTestRequestWaitQueue;
+    case PROCESS:
+      return mTestRequestProcessQueue;
+    case EXECUTION:
+      break;
+  }
+  return mTestRequestExecQueue;
+}
+
+DiagCtrlLock& TestRequestManager::lockOf(TestRequestQueueType aeQueueType) {
+  switch (aeQueueType) {
+    case WAIT:
+      return mmtxTestReqWaitLock;
+    case PROCESS:
+      return mmtxTestReqProcessLock;
+    case EXECUTION:
+      break;
+  }
+  return mmtxTestReqExecLock;
+}
+
+void TestRequestManager::prepareForQueue(TestRequestQueueType aeQueueType,
+                                         TestRequest& arTestRequest) {
+  if (aeQueueType == WAIT) {
+    arTestRequest.returnToWait();
+  } else if (aeQueueType == EXECUTION) {
+    arTestRequest.setMonitored(true);
+  }
+  arTestRequest.addReference();
+}
+
+TestRequest* TestRequestManager::takeFront(TestRequestQueueType aeQueueType) {
+  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
+                       "TestRequestManager::frontTestRequestQueue()");
+  TestRequestQueue& queue = queueOf(aeQueueType);
+  if (queue.empty()) {
+    return nullptr;
+  }
+  TestRequest* front = queue.front();
+  queue.pop_front();
+  miProcessQueueSize -= aeQueueType == PROCESS ? 1 : 0;
+  return front;
+}
+
+TestRequest* TestRequestManager::frontTestRequestQueue(TestRequestQueueType aeQueueType) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::frontTestRequestQueue");
+  return RequestReference::adopt(takeFront(aeQueueType)).get();
+}
+
+RequestReference TestRequestManager::popTestRequestQueue(TestRequestQueueType aeQueueType) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::popTestRequestQueue");
+  return RequestReference::adopt(takeFront(aeQueueType));
+}
+
+void TestRequestManager::pushBackTestRequestQueue(TestRequestQueueType aeQueueType,
+                                                  TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::pushBackTestRequestQueue");
+  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
+                       "TestRequestManager::pushBackTestRequestQueue()");
+  prepareForQueue(aeQueueType, *apTestRequest);
+  queueOf(aeQueueType).push_back(apTestRequest);
+  miProcessQueueSize += aeQueueType == PROCESS ? 1 : 0;
+}
+
+void TestRequestManager::pushFrontTestRequestQueue(TestRequestQueueType aeQueueType,
+                                                   TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::pushFrontTestRequestQueue");
+  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
+                       "TestRequestManager::pushFrontTestRequestQueue()");
+  prepareForQueue(aeQueueType, *apTestRequest);
+  queueOf(aeQueueType).push_front(apTestRequest);
+  miProcessQueueSize += aeQueueType == PROCESS ? 1 : 0;
+}
+
+int TestRequestManager::countQueuedEntries(const TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::countQueuedEntries");
+  constexpr const char* kText = "TestRequestManager::countQueuedEntries()";
+  const LockScope waitLock(mmtxTestReqWaitLock, 0, kMinorLock, kText);
+  const LockScope processLock(mmtxTestReqProcessLock, 0, kMinorLock, kText);
+  return entriesOf(mTestRequestWaitQueue, apTestRequest) +
+         entriesOf(mTestRequestProcessQueue, apTestRequest);
+}
+
+void TestRequestManager::ifNothingIsQueued(const std::function<void()>& arAction) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::ifNothingIsQueued");
+  const LockScope lock(mmtxTestReqWaitLock, 0, kMinorLock,
+                       "TestRequestManager::ifNothingIsQueued()");
+  // A client pushes under the same lock and makes the controller active afterwards.
+  if (mTestRequestWaitQueue.empty() && getTestReqProcessQueueSize() == 0 &&
+      getTestReqExecQueueSize() == 0) {
+    arAction();
+  }
+}
+
+TestRequest* TestRequestManager::findTestRequest(unsigned long testReqId) {
+  const auto entry = mTestRequestMap.find(testReqId);
+  if (entry == mTestRequestMap.end()) {
+    raise<DiagCtrlObjectNotFound>(DiagCtrlBaseException::ObjectNotFound,
+                                  "TestRequestManager::getTestRequestObj()");
+  }
+  return entry->second;
+}
+
+TestRequest* TestRequestManager::getTestRequestObj(unsigned long testReqId, long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestRequestObj");
+  const LockScope lock(mmtxTestReqIdMapLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequestManager::getTestRequestObj()");
+  return findTestRequest(testReqId);
+}
+
+RequestReference TestRequestManager::acquireTestRequest(unsigned long testReqId,
+                                                        long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::acquireTestRequest");
+  const LockScope lock(mmtxTestReqIdMapLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequestManager::getTestRequestObj()");
+  return RequestReference(findTestRequest(testReqId));
+}
+
+void TestRequestManager::addInTestRequestIdMap(unsigned long aulTestRequestId,
+                                               TestRequest* apTestRequest) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::addInTestRequestIdMap");
+  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
+                       "TestRequestManager::addInTestRequestIdMap()");
+  mTestRequestMap.emplace(aulTestRequestId, apTestRequest);
+}
+
+TestRequestIdList TestRequestManager::getTestRequestIdList(long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestRequestIdList");
+  const LockScope lock(mmtxTestReqIdListLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequestManager::getTestRequestIdList()");
+  return mTestRequestIdList;
+}
+
+void TestRequestManager::removeFromTestReqIdList(unsigned long aulTestRequestId) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::removeFromTestReqIdList");
+  {
+    const LockScope lock(mmtxTestReqIdListLock, 0, kMinorLock,
+                         "TestRequestManager::removeFromTestReqIdList()");
+    mTestRequestIdList.remove(aulTestRequestId);
+  }
+  acquireTestRequest(aulTestRequestId, kTimeOut)->setExecutedAll(true);
+}
+
+void TestRequestManager::clearTestRequestIdList(long alTimeOutValue) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::clearTestRequestIdList");
+  const LockScope lock(mmtxTestReqIdListLock, lockTimeOut(alTimeOutValue), kMinorLock,
+                       "TestRequestManager::clearTestRequestIdList()");
+  mTestRequestIdList.clear();
+}
+
+void TestRequestManager::clearTestRequestMap() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::clearTestRequestMap");
+  clearTestRequestIdList(kTimeOut);
+  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
+                       "TestRequestManager::clearTestRequestMap()");
+  for (const auto& [id, request] : mTestRequestMap) {
+    if (request->isReferenced()) {
+      mRetiredRequests.push_back(request);
+    } else {
+      delete request;
+    }
+  }
+  mTestRequestMap.clear();
+}
+
+void TestRequestManager::deleteRetiredRequests() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::deleteRetiredRequests");
+  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
+                       "TestRequestManager::deleteRetiredRequests()");
+  for (TestRequest* request : mRetiredRequests) {
+    delete request;
+  }
+  mRetiredRequests.clear();
+}
+
+bool TestRequestManager::isPackageInUse(const DiagnosticPackage& arDiagPackage) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::isPackageInUse");
+  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock, "TestRequestManager::isPackageInUse()");
+  const auto isInUse = [&](TestRequest* apRequest) {
+    return apRequest->isReferenced() && &apRequest->getDiagPackageRef() == &arDiagPackage;
+  };
+  return std::any_of(mTestRequestMap.begin(), mTestRequestMap.end(),
+                     [&](const auto& arEntry) { return isInUse(arEntry.second); }) ||
+         std::any_of(mRetiredRequests.begin(), mRetiredRequests.end(), isInUse);
+}
+
+DiagCtrlConditionVar& TestRequestManager::getCondVarTRWaitQueue() {
+  return *mpCondVarTRWaitQueue;
+}
+
+DiagCtrlConditionVar& TestRequestManager::getCondVarTRExecQueue() {
+  return *mpCondVarTRExecQueue;
+}
+
+DiagCtrlConditionVar& TestRequestManager::getCondVarExecMgrThread() {
+  return *mpCondVarExecMgrThread;
+}
+
+bool TestRequestManager::getTestExecCompleted() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestExecCompleted");
+  const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
+                       "TestRequestManager::getTestExecCompleted()");
+  return mbTestExecCompleted;
+}
+
+void TestRequestManager::setTestExecCompleted(bool abTestExecCompleted) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::setTestExecCompleted");
+  const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
+                       "TestRequestManager::setTestExecCompleted()");
+  mbTestExecCompleted = abTestExecCompleted;
+}
+
+void TestRequestManager::awaitTestExecCompleted(unsigned long aulTestRequestId) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::awaitTestExecCompleted");
+  const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
+                       "TestRequestManager::setTestExecCompleted()");
+  mbTestExecCompleted = false;
+  mulAwaitedTestRequestId = aulTestRequestId;
+}
+
+void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId) {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::concludeTestExec");
+  {
+    const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
+                         "TestRequestManager::setTestExecCompleted()");
+    // A late verdict must not end the wait for another request.
+    if (aulTestRequestId == mulAwaitedTestRequestId) {
+      mbTestExecCompleted = true;
+    }
+  }
+  // The dispatcher may wait for a verdict or, with refused requests in hand, for new work.
+  mpCondVarExecMgrThread->signal();
+  mpCondVarTRWaitQueue->signal();
+}
+
+void TestRequestManager::resetRequestId() {
+  mSulCurrentTestReqIdNumber = mSConUlstartNumberTestRequestId;
+}
+
+}  // namespace TarvexDiags::DiagCtrl

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "DiagCtrl/DiagCtrlLock.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
+#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/TraceScope.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+/// Holds a lock for a scope. A failure to take it is traced, and leaves as a new exception that
+/// names the operation.
+class TracedLock {
+ public:
+  TracedLock(const TraceScope& arTrace, DiagCtrlLock& arLock, long alTimeOut, const char* apcText)
+      : mrLock(arLock) {
+    try {
+      arLock.lock(alTimeOut);
+    } catch (DiagCtrlMutexException& failure) {
+      arTrace.error(std::string(arTrace.method()) + " - Mutex Exception : " + failure.dump());
+      raise<DiagCtrlMutexException>(DiagCtrlBaseException::MutexException, apcText);
+    }
+  }
+  ~TracedLock() { mrLock.unlock(); }
+  TracedLock(const TracedLock&) = delete;
+  TracedLock& operator=(const TracedLock&) = delete;
+
+ private:
+  DiagCtrlLock& mrLock;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
