@@ -1,0 +1,97 @@
+#include "packages/common/CpuList.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstddef>
+
+namespace TarvexDiags::Common {
+
+namespace {
+
+// More CPUs than any kernel of today is built for; a list beyond it is no list.
+constexpr int maximumCpus = 1 << 16;
+
+bool parseNumber(std::string_view text, int& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() && number >= 0 &&
+         number < maximumCpus;
+}
+
+void appendRange(std::string_view range, std::vector<int>& numbers) {
+  const std::size_t dash = range.find('-');
+  int first = 0;
+  int last = 0;
+  if (!parseNumber(range.substr(0, dash), first)) {
+    return;
+  }
+  last = first;
+  if (dash != std::string_view::npos && !parseNumber(range.substr(dash + 1), last)) {
+    return;
+  }
+  for (int number = first; number <= last; ++number) {
+    numbers.push_back(number);
+  }
+}
+
+/** A set of CPUs of any size, as the kernel's calls take it. */
+class CpuSet {
+ public:
+  explicit CpuSet(int cpus) : mSize(CPU_ALLOC_SIZE(cpus)), mSet(CPU_ALLOC(cpus)) {
+    CPU_ZERO_S(mSize, mSet);
+  }
+  ~CpuSet() { CPU_FREE(mSet); }
+  CpuSet(const CpuSet&) = delete;
+  CpuSet& operator=(const CpuSet&) = delete;
+
+  std::size_t size() const { return mSize; }
+  cpu_set_t* get() { return mSet; }
+
+ private:
+  std::size_t mSize;
+  cpu_set_t* mSet;
+};
+
+}  // namespace
+
+std::vector<int> parseCpuList(std::string_view text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+    text.remove_suffix(1);
+  }
+  std::vector<int> numbers;
+  while (!text.empty()) {
+    const std::size_t comma = text.find(',');
+    appendRange(text.substr(0, comma), numbers);
+    text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
+  }
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+  return numbers;
+}
+
+std::vector<int> allowedCpus() {
+  CpuSet set(maximumCpus);
+  std::vector<int> numbers;
+  if (sched_getaffinity(0, set.size(), set.get()) != 0) {
+    return numbers;
+  }
+  for (int cpu = 0; cpu < maximumCpus; ++cpu) {
+    if (CPU_ISSET_S(static_cast<std::size_t>(cpu), set.size(), set.get())) {
+      numbers.push_back(cpu);
+    }
+  }
+  return numbers;
+}
+
+bool pinThisThread(int cpu) {
+  if (cpu < 0 || cpu >= maximumCpus) {
+    return false;
+  }
+  CpuSet set(maximumCpus);
+  CPU_SET_S(static_cast<std::size_t>(cpu), set.size(), set.get());
+  return pthread_setaffinity_np(pthread_self(), set.size(), set.get()) == 0;
+}
+
+}  // namespace TarvexDiags::Common

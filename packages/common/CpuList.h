@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+namespace TarvexDiags::Common {
+
+/** @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
+ * skipped. */
+std::vector<int> parseCpuList(std::string_view text);
+
+/** @brief The CPUs on which the calling thread may run, rising. */
+std::vector<int> allowedCpus();
+
+/** @brief Keeps the calling thread on one CPU. @return false when the kernel refuses. */
+bool pinThisThread(int cpu);
+
+}  // namespace TarvexDiags::Common

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TarvexDiags::Memory {
+
+/// What a cache holds as one piece, and what the kernels compare at once.
+constexpr std::size_t lineBytes = 64;
+constexpr std::size_t wordsInLine = lineBytes / sizeof(std::uint64_t);
+
+/// The piece of memory for which a kernel is called; patterns are defined block by block, so that
+/// any thread can begin at any block.
+constexpr std::size_t blockBytes = 64 * 1024;
+constexpr std::size_t linesInBlock = blockBytes / lineBytes;
+constexpr std::size_t wordsInBlock = blockBytes / sizeof(std::uint64_t);
+
+/** @brief A block of the tested memory: where it lies, and its number, which random values follow.
+ */
+struct Block {
+  std::byte* data;
+  std::uint64_t index;
+};
+
+/**
+ * @brief What every word of a block should hold.
+ *
+ * Thread-safety: a plain value.
+ */
+class Pattern {
+ public:
+  enum class Kind {
+    Periodic,    ///< a few lines, over and over
+    Random,      ///< from a seed and the block's number
+    OwnAddress,  ///< each word its own virtual address, or the complement of it
+  };
+
+  /// After so many lines a period of any length up to 40 words that divides them has come round.
+  static constexpr std::size_t maximumLines = 5;
+  /// Distance of the marked words of a modulo pattern: no power of two, so that marks wander
+  /// through lines, rows and channels.
+  static constexpr std::size_t moduloDistance = 20;
+
+  /** @brief Every word the same. */
+  static Pattern constant(std::uint64_t word);
+
+  /** @brief Every moduloDistance-th word, from `offset`, holds the word; the others its complement.
+   */
+  static Pattern modulo(std::uint64_t word, std::size_t offset);
+
+  /** @brief Reproducible random words. */
+  static Pattern random(std::uint64_t seed);
+
+  /** @brief Each word its own address, with every bit inverted when asked. */
+  static Pattern ownAddress(bool inverted);
+
+  Kind kind() const { return mKind; }
+  const std::string& name() const { return mName; }
+
+  /** @brief The lines of one period; the first `periodLines()` count. */
+  const std::uint64_t* lines() const { return mLines.data(); }
+  std::size_t periodLines() const { return mPeriodLines; }
+  /** @brief The line of the period with which a block begins. */
+  std::size_t firstLine(const Block& block) const {
+    return static_cast<std::size_t>((block.index * linesInBlock) % mPeriodLines);
+  }
+
+  std::uint64_t seed() const { return mSeed; }
+  std::uint64_t addressMask() const { return mAddressMask; }
+
+  /** @brief The marked offset of a modulo pattern, 0 to moduloDistance - 1. */
+  std::size_t moduloOffset() const { return mModuloOffset; }
+
+  /**
+   * @brief The states from which the eight random columns of a block begin, never 0.
+   *
+   * Word w of line l is column w's state after l + 1 steps of nextRandom.
+   */
+  std::array<std::uint64_t, wordsInLine> randomColumns(const Block& block) const;
+
+  /** @brief What the block should hold, word by word: the plain form that kernels are held against.
+   */
+  std::vector<std::uint64_t> expectedWords(const Block& block) const;
+
+ private:
+  Pattern(Kind kind, std::string name);
+
+  alignas(lineBytes) std::array<std::uint64_t, maximumLines * wordsInLine> mLines{};
+  std::size_t mPeriodLines = 1;
+  std::size_t mModuloOffset = 0;
+  std::uint64_t mSeed = 0;
+  std::uint64_t mAddressMask = 0;
+  Kind mKind;
+  std::string mName;
+};
+
+/**
+ * @brief The step of the random columns: shifts and exclusive ors only, which every vector unit
+ * has.
+ *
+ * Marsaglia, "Xorshift RNGs", Journal of Statistical Software 8(14), 2003, shifts 13, 7, 17.
+ */
+constexpr std::uint64_t nextRandom(std::uint64_t state) {
+  state ^= state << 13;
+  state ^= state >> 7;
+  return state ^ (state << 17);
+}
+
+}  // namespace TarvexDiags::Memory

@@ -1,0 +1,120 @@
+#include "packages/memory/Region.h"
+
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+namespace TarvexDiags::Memory {
+
+namespace {
+
+constexpr std::size_t hugePageBytes = Region::blocksInSlice * blockBytes;
+
+// Since Linux 5.14; the C library's headers of today may not know it.
+constexpr int adviceToPopulate = 23;
+constexpr int policyBind = 2;
+
+std::string failure(const std::string& what) {
+  return what + ": " + std::strerror(errno);
+}
+
+void touchPages(std::byte* data, std::size_t bytes) {
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  for (std::size_t offset = 0; offset < bytes; offset += page) {
+    *static_cast<volatile std::byte*>(data + offset) = std::byte{0};
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
+                                    const std::function<bool()>& giveUp, std::string& reason) {
+  bytes = std::max(bytes / blockBytes, std::size_t{1}) * blockBytes;
+  // Room to begin at the border of a huge page.
+  const std::size_t mappedBytes = bytes + hugePageBytes;
+  void* mapping =
+      mmap(nullptr, mappedBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapping == MAP_FAILED) {
+    reason = failure("No memory to test could be mapped");
+    return nullptr;
+  }
+  std::unique_ptr<Region> region(new Region(static_cast<std::byte*>(mapping), mappedBytes, bytes));
+  if (madvise(region->mData, bytes, MADV_HUGEPAGE) != 0) {
+    region->mRemarks.push_back(failure("Huge pages could not be asked for"));
+  }
+  if (node >= 0) {
+    region->bindTo(node);
+  }
+  region->populate(team, giveUp);
+  region->lock();
+  return region;
+}
+
+Region::Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes)
+    : mMapping(mapping), mMappedBytes(mappedBytes), mBlocks(bytes / blockBytes) {
+  const auto address = reinterpret_cast<std::uintptr_t>(mapping);
+  mData = mapping + (hugePageBytes - address % hugePageBytes) % hugePageBytes;
+}
+
+Region::~Region() {
+  munmap(mMapping, mMappedBytes);
+}
+
+std::size_t Region::blocksOfSlice(std::size_t slice) const {
+  return std::min(blocksInSlice, mBlocks - slice * blocksInSlice);
+}
+
+void Region::bindTo(int node) {
+  constexpr std::size_t bitsInWord = 8 * sizeof(unsigned long);
+  const auto number = static_cast<std::size_t>(node);
+  std::vector<unsigned long> mask(number / bitsInWord + 1);
+  mask.back() = 1UL << number % bitsInWord;
+  // The kernel reads one bit less than it is told.
+  if (syscall(SYS_mbind, mData, bytes(), policyBind, mask.data(), mask.size() * bitsInWord + 1,
+              0U) != 0) {
+    mRemarks.push_back(failure("The memory could not be bound to node " + std::to_string(node)));
+  }
+}
+
+void Region::populate(Team& team, const std::function<bool()>& giveUp) {
+  std::atomic<std::size_t> nextSlice{0};
+  team.onAll([&] {
+    for (std::size_t slice = nextSlice++; slice < slices() && !giveUp(); slice = nextSlice++) {
+      std::byte* const data = mData + slice * hugePageBytes;
+      const std::size_t size = blocksOfSlice(slice) * blockBytes;
+      if (madvise(data, size, adviceToPopulate) != 0) {
+        touchPages(data, size);
+      }
+    }
+  });
+}
+
+void Region::lock() {
+  if (mlock(mData, bytes()) == 0) {
+    mLockedBytes = bytes();
+    return;
+  }
+  const std::string reason = failure("Not all of the memory could be locked");
+  rlimit limit{};
+  getrlimit(RLIMIT_MEMLOCK, &limit);
+  const std::size_t allowed =
+      std::min<std::size_t>(limit.rlim_cur, bytes()) / blockBytes * blockBytes;
+  // Others of this process may have locked some already: try less and less.
+  for (std::size_t size = allowed; size >= blockBytes; size = size / 2 / blockBytes * blockBytes) {
+    if (mlock(mData, size) == 0) {
+      mLockedBytes = size;
+      break;
+    }
+  }
+  mRemarks.push_back(reason + "; locked are " + std::to_string(mLockedBytes / 1024) + " KiB of " +
+                     std::to_string(bytes() / 1024) + " KiB");
+}
+
+}  // namespace TarvexDiags::Memory

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "packages/memory/Pattern.h"
+#include "packages/memory/Team.h"
+
+namespace TarvexDiags::Memory {
+
+/**
+ * @brief The memory under test: mapped once, populated by all threads, locked as far as allowed.
+ *
+ * Thread-safety: the memory is everybody's; the object changes only while it is made.
+ */
+class Region {
+ public:
+  /// What a thread takes at a time: a huge page.
+  static constexpr std::size_t blocksInSlice = 32;
+
+  /**
+   * @brief Maps, populates and locks.
+   *
+   * @param bytes   rounded down to whole blocks, at least one
+   * @param node    the NUMA node that the memory must come from; -1 for any
+   * @param giveUp  asked between slices while the memory is populated; true leaves the rest
+   * untouched
+   * @return nothing, with `reason`, when the kernel gives no memory
+   */
+  static std::unique_ptr<Region> map(std::size_t bytes, int node, Team& team,
+                                     const std::function<bool()>& giveUp, std::string& reason);
+  ~Region();
+  Region(const Region&) = delete;
+  Region& operator=(const Region&) = delete;
+
+  std::byte* data() const { return mData; }
+  std::size_t bytes() const { return mBlocks * blockBytes; }
+  std::size_t blocks() const { return mBlocks; }
+  std::size_t slices() const { return (mBlocks + blocksInSlice - 1) / blocksInSlice; }
+  std::size_t blocksOfSlice(std::size_t slice) const;
+  Block block(std::size_t index) const { return {mData + index * blockBytes, index}; }
+
+  std::size_t lockedBytes() const { return mLockedBytes; }
+
+  /** @brief What could not be had as wished, for the log: one sentence each. */
+  const std::vector<std::string>& remarks() const { return mRemarks; }
+
+ private:
+  Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes);
+  void bindTo(int node);
+  void populate(Team& team, const std::function<bool()>& giveUp);
+  void lock();
+
+  std::byte* mMapping;
+  std::size_t mMappedBytes;
+  std::byte* mData;
+  std::size_t mBlocks;
+  std::size_t mLockedBytes = 0;
+  std::vector<std::string> mRemarks;
+};
+
+}  // namespace TarvexDiags::Memory

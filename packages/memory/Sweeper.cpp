@@ -1,0 +1,164 @@
+#include "packages/memory/Sweeper.h"
+
+#include <algorithm>
+
+#include "packages/memory/WordAccess.h"
+
+namespace TarvexDiags::Memory {
+
+namespace {
+
+/** The marked words first, then all others twice: what neighbours do to the marked ones shows. */
+void scatter(const Block& block, const Pattern& pattern) {
+  auto* const words = reinterpret_cast<std::uint64_t*>(block.data);
+  const std::uint64_t* const lines = pattern.lines();
+  const std::size_t period = pattern.periodLines() * wordsInLine;
+  const std::size_t first = pattern.firstLine(block) * wordsInLine;
+  const std::size_t distance = Pattern::moduloDistance;
+  const std::size_t mark = (pattern.moduloOffset() + distance - first % distance) % distance;
+  for (std::size_t index = mark; index < wordsInBlock; index += distance) {
+    writeWord(words + index, lines[(first + index) % period]);
+  }
+  for (int round = 0; round < 2; ++round) {
+    for (std::size_t index = 0; index < wordsInBlock; ++index) {
+      if (index % distance != mark) {
+        writeWord(words + index, lines[(first + index) % period]);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+Sweeper::Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
+                 FaultSeam* seam)
+    : mRegion(region), mTeam(team), mKernels(kernels), mObserver(observer), mSeam(seam) {}
+
+void Sweeper::expectWalks(std::size_t walks) {
+  mWalksExpected = std::max<std::size_t>(walks, 1);
+  mWalksDone = 0;
+}
+
+bool Sweeper::stopped() const {
+  return mMiscompares >= maximumCounted || mObserver.stopRequested();
+}
+
+void Sweeper::tellWritten() {
+  if (mSeam != nullptr) {
+    mSeam->written(mRegion, mStep);
+  }
+  ++mStep;
+}
+
+bool Sweeper::run(const Sweep& sweep) {
+  if (sweep.expected) {
+    tellWritten();
+  }
+  return forEachSlice(sweep.order, [&](std::size_t slice) {
+    const std::size_t first = slice * Region::blocksInSlice;
+    const std::size_t count = mRegion.blocksOfSlice(slice);
+    for (std::size_t index = 0; index < count; ++index) {
+      const bool rising = sweep.order == Sweep::Order::Rising;
+      sweepBlock(mRegion.block(first + (rising ? index : count - 1 - index)), sweep);
+    }
+  });
+}
+
+bool Sweeper::run(const std::vector<Sweep>& sweeps) {
+  return std::all_of(sweeps.begin(), sweeps.end(),
+                     [this](const Sweep& sweep) { return run(sweep); });
+}
+
+bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::size_t)>& work) {
+  const std::size_t slices = mRegion.slices();
+  std::atomic<std::size_t> taken{0};
+  const double walks = static_cast<double>(mWalksExpected);
+  mTeam.onAll([&] {
+    for (std::size_t turn = taken++; turn < slices && !stopped(); turn = taken++) {
+      work(order == Sweep::Order::Rising ? turn : slices - 1 - turn);
+      const double share = static_cast<double>(turn + 1) / static_cast<double>(slices);
+      const std::lock_guard hold(mReportLock);
+      mObserver.progress(std::min(1.0, (static_cast<double>(mWalksDone) + share) / walks));
+    }
+  });
+  ++mWalksDone;
+  return !stopped();
+}
+
+void Sweeper::sweepBlock(const Block& block, const Sweep& sweep) {
+  const bool streamed = sweep.writing == Sweep::Writing::Streamed;
+  if (sweep.expected) {
+    compare(block, *sweep.expected, sweep.next && streamed ? &*sweep.next : nullptr);
+  } else if (sweep.next && streamed) {
+    mKernels.fill(block, *sweep.next);
+  }
+  if (sweep.next && !streamed) {
+    scatter(block, *sweep.next);
+  }
+}
+
+void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern* next) {
+  FoundLine found{};
+  std::size_t line = 0;
+  while (true) {
+    line = next == nullptr ? mKernels.verify(block, line, expected, found)
+                           : mKernels.march(block, line, expected, *next, found);
+    if (line == linesInBlock) {
+      break;
+    }
+    judgeLine(block, line, expected, found);
+    if (next != nullptr) {
+      const std::vector<std::uint64_t> words = next->expectedWords(block);
+      auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * lineBytes);
+      for (std::size_t word = 0; word < wordsInLine; ++word) {
+        writeWord(target + word, words[line * wordsInLine + word]);
+      }
+    }
+    if (++line == linesInBlock || stopped()) {
+      break;
+    }
+  }
+  ++mBlocksVerified;
+}
+
+void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& expected,
+                        const FoundLine& found) {
+  const std::vector<std::uint64_t> words = expected.expectedWords(block);
+  auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * lineBytes);
+  for (std::size_t word = 0; word < wordsInLine; ++word) {
+    const std::uint64_t wanted = words[line * wordsInLine + word];
+    if (found.words[word] != wanted) {
+      judge(target + word, wanted, found.words[word], expected.name());
+    }
+  }
+}
+
+void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
+                    const std::string& patternName) {
+  if (++mMiscompares > maximumReported) {
+    return;
+  }
+  if (mSeam != nullptr) {
+    mSeam->readAgain(word);
+  }
+  const std::uint64_t foundAgain = readFromMemory(word);
+  FaultKind kind = FaultKind::ReadDisturbance;
+  if (foundAgain != expected) {
+    writeToMemory(word, expected);
+    if (mSeam != nullptr) {
+      mSeam->wordWritten(word);
+    }
+    kind = readFromMemory(word) == expected ? FaultKind::FlippedContent : FaultKind::StuckBit;
+  }
+  const Miscompare fault{reinterpret_cast<std::uintptr_t>(word),
+                         physicalAddressOf(word),
+                         expected,
+                         found,
+                         foundAgain,
+                         kind,
+                         patternName};
+  const std::lock_guard hold(mReportLock);
+  mObserver.miscompare(fault);
+}
+
+}  // namespace TarvexDiags::Memory

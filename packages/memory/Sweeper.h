@@ -1,0 +1,111 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packages/memory/Kernels.h"
+#include "packages/memory/Observer.h"
+#include "packages/memory/Region.h"
+#include "packages/memory/Team.h"
+
+namespace TarvexDiags::Memory {
+
+/** @brief One way through the whole region: compare with one pattern, write another, or both. */
+struct Sweep {
+  enum class Order { Rising, Falling };
+  enum class Writing {
+    Streamed,   ///< line by line, past the caches
+    Scattered,  ///< the marked words of a modulo pattern first, then twice all others
+  };
+
+  Order order = Order::Rising;
+  std::optional<Pattern> expected = {};
+  std::optional<Pattern> next = {};
+  Writing writing = Writing::Streamed;
+};
+
+/**
+ * @brief Takes all threads of a team through the region, slice by slice, and reports what is wrong.
+ *
+ * A slice goes to the thread that is free first, so a line is often verified by another core than
+ * the one that wrote it, and a core that others keep busy holds nobody up.
+ *
+ * Thread-safety: one thread.
+ */
+class Sweeper {
+ public:
+  /// So many miscompares are reported one by one; the rest is counted.
+  static constexpr std::uint64_t maximumReported = 32;
+  /// After so many a test ends: nothing new is to be learned.
+  static constexpr std::uint64_t maximumCounted = 100000;
+
+  /** @param seam  null in a pass; all others outlive the sweeper */
+  Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
+          FaultSeam* seam = nullptr);
+
+  Region& region() { return mRegion; }
+  const Kernels& kernels() const { return mKernels; }
+  Observer& observer() { return mObserver; }
+  FaultSeam* seam() { return mSeam; }
+
+  /** @brief Words that were wrong, reported or not. */
+  std::uint64_t miscompares() const { return mMiscompares; }
+  /** @brief Bytes that were compared. */
+  std::uint64_t bytesVerified() const { return mBlocksVerified * blockBytes; }
+
+  /** @brief Tells how many walks through the region the test takes, for its progress. */
+  void expectWalks(std::size_t walks);
+
+  /** @brief Runs one sweep. @return false when the test was asked to stop or found too much */
+  bool run(const Sweep& sweep);
+  /** @brief Runs them in turn, as long as none returns false. */
+  bool run(const std::vector<Sweep>& sweeps);
+
+  /**
+   * @brief Has the threads call `work` for each slice.
+   * @return as run does
+   */
+  bool forEachSlice(Sweep::Order order, const std::function<void(std::size_t slice)>& work);
+
+  /** @brief Compares one block, reports each wrong word, and writes `next` where it is given. */
+  void compare(const Block& block, const Pattern& expected, const Pattern* next);
+
+  /** @brief Compares a block that holds what was written for the block `source`. */
+  void compareCopy(const Block& block, const Pattern& expected, std::uint64_t source) {
+    compare({block.data, source}, expected, nullptr);
+  }
+
+  /** @brief Looks at a word that was wrong again, and reports it. Any of the threads. */
+  void judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
+             const std::string& patternName);
+
+  /** @brief To be called between writing and comparing. */
+  void tellWritten();
+
+  bool stopped() const;
+
+ private:
+  void sweepBlock(const Block& block, const Sweep& sweep);
+  void judgeLine(const Block& block, std::size_t line, const Pattern& expected,
+                 const FoundLine& found);
+
+  Region& mRegion;
+  Team& mTeam;
+  const Kernels& mKernels;
+  Observer& mObserver;
+  FaultSeam* mSeam;
+  std::size_t mStep = 0;
+  std::size_t mWalksExpected = 1;
+  std::size_t mWalksDone = 0;
+  std::atomic<std::uint64_t> mMiscompares{0};
+  std::atomic<std::uint64_t> mBlocksVerified{0};
+  std::mutex mReportLock;  ///< the observer hears from one thread at a time
+};
+
+}  // namespace TarvexDiags::Memory

@@ -1,0 +1,58 @@
+#pragma once
+
+// A small region with a team of two, and everything that a test of it has to say kept.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "packages/common/CpuList.h"
+#include "packages/memory/MemoryTests.h"
+
+namespace TarvexDiags::Memory {
+
+/** @brief Keeps what it hears. */
+class RecordingObserver : public Observer {
+ public:
+  bool stopRequested() override { return stop; }
+  void progress(double share) override { lastProgress = share; }
+  void miscompare(const Miscompare& fault) override { faults.push_back(fault); }
+  bool wait(std::chrono::milliseconds duration) override {
+    waited += duration;
+    return !stop;
+  }
+
+  std::atomic<bool> stop{false};
+  double lastProgress = 0;
+  std::chrono::milliseconds waited{0};
+  std::vector<Miscompare> faults;
+};
+
+inline std::vector<int> twoCpus() {
+  std::vector<int> cpus = Common::allowedCpus();
+  cpus.resize(2, cpus.front());
+  return cpus;
+}
+
+inline std::unique_ptr<Region> smallRegion(Team& team, std::size_t blocks) {
+  std::string reason;
+  auto region = Region::map(
+      blocks * blockBytes, -1, team, [] { return false; }, reason);
+  EXPECT_NE(region, nullptr) << reason;
+  return region;
+}
+
+/** @brief The short forms of all tests: what a sweep finds does not depend on how many there are.
+ */
+inline TestOptions quickOptions() {
+  TestOptions options;
+  options.quick = true;
+  options.seed = 42;
+  return options;
+}
+
+}  // namespace TarvexDiags::Memory

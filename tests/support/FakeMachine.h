@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "packages/common/SystemFiles.h"
+
+namespace TarvexDiags::Tests {
+
+/** @brief A machine of files in a folder of its own, where packages look for /sys and /proc. */
+class FakeMachine {
+ public:
+  FakeMachine() {
+    std::string name = (std::filesystem::temp_directory_path() / "machine-XXXXXX").string();
+    mRoot = mkdtemp(name.data());
+  }
+  ~FakeMachine() { std::filesystem::remove_all(mRoot); }
+  FakeMachine(const FakeMachine&) = delete;
+  FakeMachine& operator=(const FakeMachine&) = delete;
+
+  /** @brief Writes a file, over the one of that name. */
+  FakeMachine& has(const std::string& path, const std::string& text) {
+    std::filesystem::create_directories((mRoot / path).parent_path());
+    std::ofstream(mRoot / path) << text;
+    return *this;
+  }
+
+  Common::SystemFiles files() const { return Common::SystemFiles(mRoot); }
+
+ private:
+  std::filesystem::path mRoot;
+};
+
+}  // namespace TarvexDiags::Tests
