@@ -1,0 +1,228 @@
+#include "packages/storage/Disks.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string_view>
+#include <utility>
+
+namespace TarvexDiags::Storage {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readLine(const fs::path& file) {
+  std::string line;
+  std::ifstream stream(file);
+  std::getline(stream, line);
+  const auto first = line.find_first_not_of(" \t");
+  const auto last = line.find_last_not_of(" \t");
+  return first == std::string::npos ? std::string() : line.substr(first, last - first + 1);
+}
+
+std::string firstOf(const fs::path& folder, std::initializer_list<const char*> files) {
+  for (const char* file : files) {
+    if (std::string line = readLine(folder / file); !line.empty()) {
+      return line;
+    }
+  }
+  return {};
+}
+
+std::uint64_t readNumber(const fs::path& file, std::uint64_t fallback) {
+  std::uint64_t value = 0;
+  return std::ifstream(file) >> value ? value : fallback;
+}
+
+bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view> beginnings) {
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [&](std::string_view beginning) { return text.starts_with(beginning); });
+}
+
+/** @brief Names in a folder, sorted; none when it is not there. */
+std::vector<std::string> namesIn(const fs::path& folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+bool isDisk(const fs::path& folder, const std::string& name) {
+  if (beginsWithAny(name, {"loop", "ram", "zram", "dm-", "md", "sr", "fd", "nbd", "drbd", "rbd"})) {
+    return false;
+  }
+  // Boot and replay-protected areas of memory cards are no disks of their own.
+  const bool cardArea = name.starts_with("mmcblk") && name.find("boot") != std::string::npos;
+  return !cardArea && readNumber(folder / "hidden", 0) == 0 && readNumber(folder / "size", 0) > 0;
+}
+
+Attachment attachmentOf(const fs::path& folder, const std::string& name) {
+  if (name.starts_with("nvme")) {
+    return Attachment::nvme;
+  }
+  if (name.starts_with("mmcblk")) {
+    return Attachment::memoryCard;
+  }
+  if (!name.starts_with("sd") && !name.starts_with("hd")) {
+    return Attachment::virtualDisk;
+  }
+  // A hypervisor's disks come under names of their own, whatever bus they imitate.
+  const std::string vendor = readLine(folder / "device/vendor");
+  const std::string model = readLine(folder / "device/model");
+  if (beginsWithAny(vendor, {"QEMU", "VMware", "Msft", "VBOX", "Google", "Xen"}) ||
+      beginsWithAny(model, {"QEMU", "VMware", "VBOX", "Virtual"})) {
+    return Attachment::virtualDisk;
+  }
+  return vendor == "ATA" ? Attachment::ata : Attachment::scsi;
+}
+
+Disk describe(const fs::path& folder, const std::string& name) {
+  constexpr std::uint64_t sysfsSector = 512;  // "size" counts in it, whatever the disk's own block
+  Disk disk;
+  disk.name = name;
+  disk.path = "/dev/" + name;
+  disk.attachment = attachmentOf(folder, name);
+  disk.model = firstOf(folder, {"device/model", "device/name"});
+  disk.serial = firstOf(folder, {"device/serial", "serial", "wwid", "device/wwid"});
+  disk.firmware = firstOf(folder, {"device/firmware_rev", "device/rev", "device/fwrev"});
+  disk.bytes = readNumber(folder / "size", 0) * sysfsSector;
+  disk.logicalBlock =
+      static_cast<std::uint32_t>(readNumber(folder / "queue/logical_block_size", 512));
+  disk.physicalBlock =
+      static_cast<std::uint32_t>(readNumber(folder / "queue/physical_block_size", 512));
+  disk.rotational = readNumber(folder / "queue/rotational", 0) != 0;
+  disk.removable = readNumber(folder / "removable", 0) != 0;
+  disk.readOnly = readNumber(folder / "ro", 0) != 0;
+  return disk;
+}
+
+/** @brief The disk, its partitions, and everything that lies on one of them. */
+std::set<std::string> carriedBy(const std::string& disk, const fs::path& sysfs) {
+  std::set<std::string> found;
+  std::vector<std::string> open{disk};
+  while (!open.empty()) {
+    const std::string name = open.back();
+    open.pop_back();
+    if (!found.insert(name).second) {
+      continue;
+    }
+    const fs::path folder = sysfs / "class/block" / name;
+    for (const std::string& entry : namesIn(folder)) {
+      if (fs::exists(folder / entry / "partition")) {
+        open.push_back(entry);
+      }
+    }
+    const std::vector<std::string> holders = namesIn(folder / "holders");
+    open.insert(open.end(), holders.begin(), holders.end());
+  }
+  return found;
+}
+
+/** @brief "\040" and the like, as the list of mounts writes blanks in names. */
+std::string unescape(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool escaped = text[at] == '\\' && at + 3 < text.size();
+    plain += escaped ? static_cast<char>(std::stoi(text.substr(at + 1, 3), nullptr, 8)) : text[at];
+    at += escaped ? 3 : 0;
+  }
+  return plain;
+}
+
+constexpr std::array<std::pair<Attachment, const char*>, 6> attachmentTexts{{
+    {Attachment::nvme, "nvme"},
+    {Attachment::ata, "ata"},
+    {Attachment::scsi, "scsi"},
+    {Attachment::memoryCard, "memory card"},
+    {Attachment::virtualDisk, "virtual"},
+    {Attachment::file, "file"},
+}};
+
+}  // namespace
+
+std::vector<Disk> findDisks(const std::filesystem::path& sysfs) {
+  std::vector<Disk> disks;
+  for (const std::string& name : namesIn(sysfs / "block")) {
+    const fs::path folder = sysfs / "block" / name;
+    if (isDisk(folder, name)) {
+      disks.push_back(describe(folder, name));
+    }
+  }
+  return disks;
+}
+
+std::optional<Disk> fileAsDisk(const std::string& path) {
+  std::error_code error;
+  if (!fs::is_regular_file(path, error)) {
+    return std::nullopt;
+  }
+  Disk disk;
+  disk.name = fs::path(path).filename().string();
+  disk.path = path;
+  disk.attachment = Attachment::file;
+  disk.model = "file";
+  disk.bytes = fs::file_size(path, error);
+  return disk;
+}
+
+std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs,
+                            const std::filesystem::path& mountInfo) {
+  const std::set<std::string> devices = carriedBy(disk, sysfs);
+  std::set<std::pair<std::string, std::string>> numbers;
+  for (const std::string& device : devices) {
+    numbers.insert({readLine(sysfs / "class/block" / device / "dev"), device});
+  }
+  std::vector<Mount> mounts;
+  std::ifstream stream(mountInfo);
+  for (std::string line; std::getline(stream, line);) {
+    // id, parent, major:minor, root, directory, options, optional fields, "-", type, source, ...
+    std::istringstream fields(line);
+    std::string id, parent, number, root, directory, options, field, type, source;
+    fields >> id >> parent >> number >> root >> directory >> options;
+    while (fields >> field && field != "-") {
+    }
+    fields >> type >> source;
+    if (!options.starts_with("rw")) {
+      continue;
+    }
+    for (const auto& [deviceNumber, device] : numbers) {
+      // Some file systems show a number of their own; their source names the device.
+      if (number == deviceNumber || source == "/dev/" + device) {
+        mounts.push_back({unescape(directory), device});
+        break;
+      }
+    }
+  }
+  return mounts;
+}
+
+std::optional<std::uint64_t> startOnDisk(const std::string& disk, const std::string& device,
+                                         const std::filesystem::path& sysfs) {
+  if (disk == device) {
+    return 0;
+  }
+  const fs::path partition = sysfs / "block" / disk / device;
+  if (!fs::exists(partition / "partition")) {
+    return std::nullopt;
+  }
+  return readNumber(partition / "start", 0) * 512;
+}
+
+std::string attachmentText(Attachment attachment) {
+  return std::find_if(attachmentTexts.begin(), attachmentTexts.end(),
+                      [&](const auto& entry) { return entry.first == attachment; })
+      ->second;
+}
+
+Attachment attachmentFrom(const std::string& text) {
+  const auto found = std::find_if(attachmentTexts.begin(), attachmentTexts.end(),
+                                  [&](const auto& entry) { return entry.second == text; });
+  return found == attachmentTexts.end() ? Attachment::virtualDisk : found->first;
+}
+
+}  // namespace TarvexDiags::Storage

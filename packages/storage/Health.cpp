@@ -1,0 +1,71 @@
+#include "packages/storage/Health.h"
+
+namespace TarvexDiags::Storage {
+
+void judgeHealth(const HealthReport& health, const HealthLimits& limits, const std::string& disk,
+                 RunJournal& journal) {
+  for (const std::string& warning : health.criticalWarnings) {
+    report(journal, StorageEvent::criticalWarning, {disk, warning});
+  }
+  if (health.failing) {
+    report(journal, StorageEvent::healthFailing, {disk, health.failingText});
+  }
+  if (health.mediaErrors > 0) {
+    report(journal, StorageEvent::mediaErrors, {disk, std::to_string(health.mediaErrors)});
+  }
+  if (health.attributeFailedInThePast) {
+    report(journal, StorageEvent::pastAttribute, {disk});
+  }
+  if (health.badSectors > 0) {
+    report(journal, StorageEvent::badSectors, {disk, std::to_string(health.badSectors)});
+  }
+  if (health.spare < health.spareThreshold) {
+    report(journal, StorageEvent::lowSpare,
+           {disk, std::to_string(health.spare), std::to_string(health.spareThreshold)});
+  }
+  if (health.percentUsed >= limits.percentUsed) {
+    report(journal, StorageEvent::worn, {disk, std::to_string(health.percentUsed)});
+  }
+  if (health.celsius >= limits.celsius) {
+    report(journal, StorageEvent::temperature, {disk, std::to_string(health.celsius)});
+  }
+  report(journal, StorageEvent::health,
+         {disk, std::to_string(health.powerOnHours), std::to_string(health.celsius),
+          std::to_string(health.percentUsed), std::to_string(health.badSectors)});
+}
+
+void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::string& disk,
+                   RunJournal& journal) {
+  if (log.selfTest == SelfTestEnd::failed) {
+    report(journal, StorageEvent::selfTestFailed, {disk, log.selfTestText});
+  } else if (log.selfTest == SelfTestEnd::interrupted) {
+    report(journal, StorageEvent::selfTestInterrupted, {disk, log.selfTestText});
+  }
+  std::uint64_t total = 0;
+  for (const ErrorLogEntry& entry : log.entries) {
+    total += entry.count;
+  }
+  if (total > limits.errorLogEntries) {
+    report(journal, StorageEvent::errorLogEntries,
+           {disk, std::to_string(total), log.entries.front().text});
+  } else {
+    report(journal, StorageEvent::errorLogRead, {disk, log.origin, std::to_string(total)});
+  }
+}
+
+void identify(const Disk& disk, std::uint64_t bytesByDevice, RunJournal& journal) {
+  const auto orUnknown = [](const std::string& text) { return text.empty() ? "?" : text; };
+  report(journal, StorageEvent::identity,
+         {disk.name, orUnknown(disk.model), orUnknown(disk.serial), orUnknown(disk.firmware),
+          std::to_string(disk.bytes), std::to_string(disk.logicalBlock),
+          std::to_string(disk.physicalBlock)});
+  if (disk.readOnly) {
+    report(journal, StorageEvent::markedReadOnly, {disk.name});
+  }
+  if (bytesByDevice != 0 && bytesByDevice != disk.bytes) {
+    report(journal, StorageEvent::sizeMismatch,
+           {disk.name, std::to_string(disk.bytes), std::to_string(bytesByDevice)});
+  }
+}
+
+}  // namespace TarvexDiags::Storage

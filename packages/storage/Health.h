@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "packages/storage/Disks.h"
+#include "packages/storage/StorageEvents.h"
+
+namespace TarvexDiags::Storage {
+
+/** @brief What a disk says of itself, of either kind; what a disk does not tell is absent. */
+struct HealthReport {
+  std::vector<std::string> criticalWarnings;  ///< "the spare capacity is used up" and the like
+  bool failing = false;                       ///< the disk's own verdict
+  std::string failingText;                    ///< how it puts it
+  bool attributeFailedInThePast = false;
+  std::uint64_t mediaErrors = 0;    ///< data that could not be recovered
+  std::uint64_t badSectors = 0;     ///< reallocated or waiting for it
+  unsigned int percentUsed = 0;     ///< of the rated life; may be above 100
+  unsigned int spare = 100;         ///< spare capacity left, in per cent
+  unsigned int spareThreshold = 0;  ///< below it the disk warns
+  int celsius = 0;                  ///< 0: not told
+  std::uint64_t powerOnHours = 0;
+};
+
+/** @brief One entry of a disk's error log, or a counter of the kernel's. */
+struct ErrorLogEntry {
+  std::uint64_t count = 0;
+  std::string text;
+};
+
+/** @brief How the last self-test of the disk ended. */
+enum class SelfTestEnd { passedOrNever, running, interrupted, failed };
+
+struct ErrorLog {
+  std::string origin;                  ///< where it was read, such as "NVMe error log"
+  std::vector<ErrorLogEntry> entries;  ///< the latest first
+  SelfTestEnd selfTest = SelfTestEnd::passedOrNever;
+  std::string selfTestText;
+};
+
+/** @brief Reads a disk's health; a seam, so that tests can bring sick disks. */
+class HealthReader {
+ public:
+  HealthReader() = default;
+  HealthReader(const HealthReader&) = delete;
+  HealthReader& operator=(const HealthReader&) = delete;
+  virtual ~HealthReader() = default;
+
+  /** @brief Both throw NotSupported when the disk does not tell or this user may not ask. */
+  virtual HealthReport health() = 0;
+  virtual ErrorLog errorLog() = 0;
+};
+
+/** @brief The reader for a disk. Throws NotSupported where there is none, as for virtual disks. */
+std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk);
+
+/** @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing. */
+std::string whyNoHealth(const Disk& disk);
+
+struct HealthLimits {
+  unsigned int percentUsed = 100;
+  int celsius = 70;
+  std::uint64_t errorLogEntries = 0;  ///< more are a warning
+};
+
+/** @brief Tells what is wrong with the disk by its own account, and a summary. */
+void judgeHealth(const HealthReport& health, const HealthLimits& limits, const std::string& disk,
+                 RunJournal& journal);
+void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::string& disk,
+                   RunJournal& journal);
+
+/**
+ * @brief Tells what the disk is, and compares its capacity by sysfs and by what it answers when
+ * opened, where it can be opened.
+ */
+void identify(const Disk& disk, std::uint64_t bytesByDevice, RunJournal& journal);
+
+}  // namespace TarvexDiags::Storage

@@ -1,0 +1,151 @@
+#include "packages/storage/HealthRecords.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace TarvexDiags::Storage {
+namespace {
+
+/** @brief Little-endian number of any width; what does not fit is the largest value. */
+template <std::size_t Size>
+std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
+  std::uint64_t value = 0;
+  for (std::size_t at = Size; at-- > 0;) {
+    if (at >= sizeof value && bytes[at] != 0) {
+      return std::numeric_limits<std::uint64_t>::max();
+    }
+    value = value << 8 | bytes[at];
+  }
+  return value;
+}
+
+constexpr int freezingPoint = 273;  // temperatures are told in Kelvin
+
+constexpr std::array<std::pair<unsigned int, const char*>, 6> criticalWarnings{{
+    {NVME_SMART_CRIT_SPARE, "the spare capacity has fallen below its threshold"},
+    {NVME_SMART_CRIT_TEMPERATURE, "a temperature is beyond its threshold"},
+    {NVME_SMART_CRIT_DEGRADED, "reliability is degraded by media or internal errors"},
+    {NVME_SMART_CRIT_MEDIA, "all of the media has been placed in read only mode"},
+    {NVME_SMART_CRIT_VOLATILE_MEMORY, "the backup of the volatile memory has failed"},
+    {NVME_SMART_CRIT_PMR_RO, "the persistent memory region has become read only"},
+}};
+
+}  // namespace
+
+HealthReport healthFrom(const nvme_smart_log& log) {
+  HealthReport health;
+  for (const auto& [bit, text] : criticalWarnings) {
+    if ((log.critical_warning & bit) != 0) {
+      health.criticalWarnings.emplace_back(text);
+    }
+  }
+  const auto kelvin = static_cast<int>(littleEndian(log.temperature));
+  health.celsius = kelvin == 0 ? 0 : kelvin - freezingPoint;
+  health.spare = log.avail_spare;
+  health.spareThreshold = log.spare_thresh;
+  health.percentUsed = log.percent_used;
+  health.mediaErrors = littleEndian(log.media_errors);
+  health.powerOnHours = littleEndian(log.power_on_hours);
+  return health;
+}
+
+ErrorLog errorLogFrom(std::span<const nvme_error_log_page> pages) {
+  ErrorLog log;
+  log.origin = "NVMe error log";
+  for (const nvme_error_log_page& page : pages) {
+    if (page.error_count == 0) {
+      continue;  // an entry that was never filled
+    }
+    // The lowest bit of the field is the phase tag, not part of the status.
+    const auto status = static_cast<int>(page.status_field >> 1);
+    log.entries.push_back(
+        {1, fmt::format("error {}, queue {}, block {}: {}", page.error_count, page.sqid, page.lba,
+                        nvme_status_to_string(status, false))});
+  }
+  return log;
+}
+
+HealthReport healthFrom(SkDisk& disk) {
+  HealthReport health;
+  SkBool good = TRUE;
+  if (sk_disk_smart_status(&disk, &good) == 0 && good == FALSE) {
+    health.failing = true;
+    health.failingText = sk_smart_overall_to_string(SK_SMART_OVERALL_BAD_STATUS);
+  }
+  SkSmartOverall overall = SK_SMART_OVERALL_GOOD;
+  if (sk_disk_smart_get_overall(&disk, &overall) == 0) {
+    health.attributeFailedInThePast = overall == SK_SMART_OVERALL_BAD_ATTRIBUTE_IN_THE_PAST;
+    if (overall == SK_SMART_OVERALL_BAD_ATTRIBUTE_NOW ||
+        overall == SK_SMART_OVERALL_BAD_SECTOR_MANY || overall == SK_SMART_OVERALL_BAD_STATUS) {
+      health.failing = true;
+      health.failingText = sk_smart_overall_to_string(overall);
+    }
+  }
+  std::uint64_t milliKelvin = 0;
+  if (sk_disk_smart_get_temperature(&disk, &milliKelvin) == 0) {
+    health.celsius = static_cast<int>(milliKelvin / 1000) - freezingPoint;
+  }
+  std::uint64_t milliseconds = 0;
+  if (sk_disk_smart_get_power_on(&disk, &milliseconds) == 0) {
+    health.powerOnHours = milliseconds / 3'600'000;
+  }
+  sk_disk_smart_get_bad(&disk, &health.badSectors);
+  return health;
+}
+
+ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sysfs) {
+  constexpr std::array<std::pair<const char*, const char*>, 2> counters{{
+      {"ioerr_cnt", "commands that ended with an error"},
+      {"iotmo_cnt", "commands that timed out"},
+  }};
+  ErrorLog log;
+  log.origin = "kernel counters";
+  bool found = false;
+  for (const auto& [file, text] : counters) {
+    std::string value;
+    if (std::ifstream(sysfs / "block" / name / "device" / file) >> value) {
+      found = true;
+      if (const std::uint64_t count = std::stoull(value, nullptr, 0); count > 0) {
+        log.entries.push_back({count, text});
+      }
+    }
+  }
+  if (!found) {
+    throw NotSupported(name + ": the kernel keeps no error counters for it");
+  }
+  return log;
+}
+
+ErrorLog errorLogFrom(SkDisk& disk, const std::string& name, const std::filesystem::path& sysfs) {
+  ErrorLog log = kernelErrorLog(name, sysfs);
+  const SkSmartParsedData* data = nullptr;
+  if (sk_disk_smart_parse(&disk, &data) != 0) {
+    return log;
+  }
+  const SkSmartSelfTestExecutionStatus status = data->self_test_execution_status;
+  const char* text = sk_smart_self_test_execution_status_to_string(status);
+  log.selfTestText = text == nullptr ? "unknown" : text;
+  switch (status) {
+    case SK_SMART_SELF_TEST_EXECUTION_STATUS_SUCCESS_OR_NEVER:
+      break;
+    case SK_SMART_SELF_TEST_EXECUTION_STATUS_INPROGRESS:
+      log.selfTest = SelfTestEnd::running;
+      break;
+    case SK_SMART_SELF_TEST_EXECUTION_STATUS_ABORTED:
+    case SK_SMART_SELF_TEST_EXECUTION_STATUS_INTERRUPTED:
+      log.selfTest = SelfTestEnd::interrupted;
+      break;
+    default:
+      log.selfTest = SelfTestEnd::failed;
+  }
+  return log;
+}
+
+}  // namespace TarvexDiags::Storage

@@ -1,0 +1,103 @@
+#include "packages/storage/ReadErrors.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+namespace TarvexDiags::Storage {
+
+std::string causeOf(int error) {
+  return error == 0 ? "fewer bytes than asked for" : std::generic_category().message(error);
+}
+
+ReadErrors::ReadErrors(BlockSource& source, RunJournal& journal, std::string disk)
+    : m_source(source), m_journal(journal), m_disk(std::move(disk)) {}
+
+void ReadErrors::note(const Transfer& transfer, const Completion& completion) {
+  if (meansGone(completion.error)) {
+    throw std::system_error(completion.error, std::generic_category(), m_disk);
+  }
+  m_failed.push_back({transfer.offset, transfer.length, completion.error, false});
+}
+
+std::uint64_t ReadErrors::tell() {
+  std::sort(m_failed.begin(), m_failed.end(),
+            [](const Place& left, const Place& right) { return left.offset < right.offset; });
+  for (const Place& failed : m_failed) {
+    isolate(failed);
+  }
+  std::uint64_t unreadable = 0;
+  std::size_t places = 0;
+  for (const Place& place : m_places) {
+    if (places++ < mostPlaces) {
+      tellPlace(place);
+    }
+    unreadable += place.recovered ? 0 : place.length / m_source.blockSize();
+  }
+  if (unreadable > 0) {
+    report(m_journal, StorageEvent::unreadableTotal,
+           {m_disk, std::to_string(unreadable), std::to_string(m_source.blockSize()),
+            std::to_string(places)});
+  }
+  return unreadable;
+}
+
+void ReadErrors::isolate(const Place& failed) {
+  Place place = failed;
+  if (m_journal.stopRequested()) {
+    append(place);
+    return;
+  }
+  if (readsAgain(failed, place.error)) {
+    // Halves of a failed read that can be read are good; only a whole one that heals is told.
+    const bool whole = std::any_of(m_failed.begin(), m_failed.end(), [&](const Place& other) {
+      return other.offset == failed.offset && other.length == failed.length;
+    });
+    place.recovered = true;
+    place.error = failed.error;
+    if (whole) {
+      append(place);
+    }
+    return;
+  }
+  const std::uint64_t block = m_source.blockSize();
+  if (failed.length <= block) {
+    append(place);
+    return;
+  }
+  const std::uint64_t half = std::max(block, failed.length / 2 / block * block);
+  isolate({failed.offset, half, place.error, false});
+  isolate({failed.offset + half, failed.length - half, place.error, false});
+}
+
+bool ReadErrors::readsAgain(const Place& place, int& error) {
+  const Transfer transfer{Direction::read, 0, place.offset,
+                          static_cast<std::uint32_t>(place.length)};
+  const Completion completion = transferOne(m_source, transfer);
+  error = completion.error;
+  return succeeded(transfer, completion);
+}
+
+void ReadErrors::append(const Place& place) {
+  if (!m_places.empty()) {
+    Place& last = m_places.back();
+    if (place.offset < last.offset + last.length) {
+      return;  // two reads of a random run met the same block
+    }
+    if (last.offset + last.length == place.offset && last.recovered == place.recovered &&
+        last.error == place.error) {
+      last.length += place.length;
+      return;
+    }
+  }
+  m_places.push_back(place);
+}
+
+void ReadErrors::tellPlace(const Place& place) {
+  const std::uint64_t block = m_source.blockSize();
+  report(m_journal, place.recovered ? StorageEvent::recoveredRead : StorageEvent::unreadable,
+         {m_disk, std::to_string(place.offset / block), std::to_string(place.length / block),
+          std::to_string(block), causeOf(place.error)});
+}
+
+}  // namespace TarvexDiags::Storage

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "packages/storage/StorageEvents.h"
+#include "packages/storage/TransferQueue.h"
+
+namespace TarvexDiags::Storage {
+
+/**
+ * @brief Gathers the reads of a run that failed, and afterwards finds the blocks at fault and tells
+ * them.
+ *
+ * A failed read of 1 MiB says little: it is read again in halves, down to the block. What stays
+ * unreadable is an error with its address and count; what can be read the second time is a warning.
+ */
+class ReadErrors {
+ public:
+  ReadErrors(BlockSource& source, RunJournal& journal, std::string disk);
+
+  /** @brief Notes a read that failed. Throws std::system_error when the disk is gone. */
+  void note(const Transfer& transfer, const Completion& completion);
+
+  /** @brief Whether so much has failed that further reading tells nothing new. */
+  bool isFull() const { return m_failed.size() >= mostReads; }
+
+  /** @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks. */
+  std::uint64_t tell();
+
+  /** @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
+   */
+  static constexpr std::size_t mostReads = 256;
+  /** @brief Places that are told one by one. */
+  static constexpr std::size_t mostPlaces = 32;
+
+ private:
+  struct Place {
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    int error = 0;
+    bool recovered = false;
+  };
+
+  void isolate(const Place& failed);
+  bool readsAgain(const Place& place, int& error);
+  void append(const Place& place);
+  void tellPlace(const Place& place);
+
+  BlockSource& m_source;
+  RunJournal& m_journal;
+  std::string m_disk;
+  std::vector<Place> m_failed;
+  std::vector<Place> m_places;
+};
+
+/** @brief The message of an errno; a short read, which has none, is told as such. */
+std::string causeOf(int error);
+
+}  // namespace TarvexDiags::Storage

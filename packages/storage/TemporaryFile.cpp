@@ -1,0 +1,90 @@
+#include "packages/storage/TemporaryFile.h"
+
+#include <fcntl.h>
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <system_error>
+
+namespace TarvexDiags::Storage {
+namespace {
+
+[[noreturn]] void fail(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+int openNameless(const std::string& directory, int flags) {
+  return open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL | flags,
+              S_IRUSR | S_IWUSR);
+}
+
+/** @brief For file systems without nameless files: a name for the blink of an eye. */
+int openAndUnlink(const std::string& directory, int flags) {
+  std::string name = directory + "/.tarvex-XXXXXX";
+  const int descriptor = mkostemp(name.data(), O_CLOEXEC | flags);
+  if (descriptor >= 0) {
+    unlink(name.c_str());
+  }
+  return descriptor;
+}
+
+Packages::UniqueDescriptor openIn(const std::string& directory) {
+  for (const int flags : {O_DIRECT, 0}) {
+    for (const auto& way : {openNameless, openAndUnlink}) {
+      const int descriptor = way(directory, flags);
+      if (descriptor >= 0) {
+        return Packages::UniqueDescriptor(descriptor);
+      }
+    }
+  }
+  fail(errno, directory);
+}
+
+}  // namespace
+
+Packages::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
+  Packages::UniqueDescriptor file = openIn(directory);
+  if (const int error = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); error != 0) {
+    fail(error, directory);
+  }
+  return file;
+}
+
+std::optional<std::uint64_t> placeOnDevice(int file, std::uint64_t offset) {
+  alignas(fiemap) std::array<std::byte, sizeof(fiemap) + sizeof(fiemap_extent)> memory{};
+  fiemap request{};
+  request.fm_start = offset;
+  request.fm_length = 1;
+  request.fm_flags = FIEMAP_FLAG_SYNC;
+  request.fm_extent_count = 1;
+  std::memcpy(memory.data(), &request, sizeof request);
+  if (ioctl(file, FS_IOC_FIEMAP, memory.data()) != 0) {
+    return std::nullopt;
+  }
+  std::memcpy(&request, memory.data(), sizeof request);
+  fiemap_extent extent{};
+  std::memcpy(&extent, memory.data() + sizeof request, sizeof extent);
+  constexpr std::uint32_t elsewhere =
+      FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC | FIEMAP_EXTENT_ENCODED;
+  if (request.fm_mapped_extents != 1 || (extent.fe_flags & elsewhere) != 0) {
+    return std::nullopt;
+  }
+  return extent.fe_physical + (offset - extent.fe_logical);
+}
+
+std::uint64_t freeSpace(const std::string& directory) {
+  struct statvfs status {};
+  if (statvfs(directory.c_str(), &status) != 0) {
+    return 0;
+  }
+  return static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
+}
+
+}  // namespace TarvexDiags::Storage

@@ -1,0 +1,106 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "packages/storage/FileSource.h"
+
+namespace TarvexDiags::Storage {
+namespace {
+
+/** @brief A queue between the caller and the threads; empty and closed means the end. */
+template <typename Entry>
+class HandOver {
+ public:
+  void push(Entry entry) {
+    {
+      const std::lock_guard<std::mutex> hold(m_lock);
+      m_entries.push_back(std::move(entry));
+    }
+    m_changed.notify_one();
+  }
+
+  void close() {
+    {
+      const std::lock_guard<std::mutex> hold(m_lock);
+      m_closed = true;
+    }
+    m_changed.notify_all();
+  }
+
+  std::optional<Entry> pop() {
+    std::unique_lock<std::mutex> hold(m_lock);
+    m_changed.wait(hold, [this] { return m_closed || !m_entries.empty(); });
+    if (m_entries.empty()) {
+      return std::nullopt;
+    }
+    Entry entry = std::move(m_entries.front());
+    m_entries.pop_front();
+    return entry;
+  }
+
+ private:
+  std::mutex m_lock;
+  std::condition_variable m_changed;
+  std::deque<Entry> m_entries;
+  bool m_closed = false;
+};
+
+class ThreadSource final : public FileSource {
+ public:
+  ThreadSource(Packages::UniqueDescriptor descriptor, const SourceOptions& options)
+      : FileSource(std::move(descriptor), options) {
+    for (unsigned int count = 0; count < slots(); ++count) {
+      m_threads.emplace_back([this] { serve(); });
+    }
+  }
+
+  ~ThreadSource() override {
+    m_waiting.close();
+    for (std::thread& thread : m_threads) {
+      thread.join();
+    }
+  }
+
+  void start(const Transfer& transfer) override {
+    dropCached(transfer);
+    stampStart(transfer.slot);
+    m_waiting.push(transfer);
+  }
+
+  Completion wait() override { return m_done.pop().value(); }
+
+ private:
+  void serve() {
+    while (const std::optional<Transfer> transfer = m_waiting.pop()) {
+      m_done.push(completionOf(transfer->slot, move(*transfer)));
+    }
+  }
+
+  std::int64_t move(const Transfer& transfer) {
+    void* data = buffer(transfer.slot).data();
+    const auto offset = static_cast<off_t>(transfer.offset);
+    const ssize_t moved = transfer.direction == Direction::read
+                              ? pread(descriptor(), data, transfer.length, offset)
+                              : pwrite(descriptor(), data, transfer.length, offset);
+    return moved < 0 ? -errno : moved;
+  }
+
+  HandOver<Transfer> m_waiting;
+  HandOver<Completion> m_done;
+  std::vector<std::thread> m_threads;
+};
+
+}  // namespace
+
+std::unique_ptr<BlockSource> makeThreadSource(Packages::UniqueDescriptor& descriptor,
+                                              const SourceOptions& options) {
+  return std::make_unique<ThreadSource>(std::move(descriptor), options);
+}
+
+}  // namespace TarvexDiags::Storage

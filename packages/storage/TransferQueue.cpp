@@ -1,0 +1,78 @@
+#include "packages/storage/TransferQueue.h"
+
+#include <cerrno>
+#include <vector>
+
+namespace TarvexDiags::Storage {
+namespace {
+
+/** @brief The transfers in flight; waits for them when a callback throws. */
+class InFlight {
+ public:
+  explicit InFlight(BlockSource& source) : m_source(source), m_transfers(source.slots()) {}
+  InFlight(const InFlight&) = delete;
+  InFlight& operator=(const InFlight&) = delete;
+  ~InFlight() {
+    while (m_count > 0) {
+      m_source.wait();
+      --m_count;
+    }
+  }
+
+  void start(const Transfer& transfer) {
+    m_transfers[transfer.slot] = transfer;
+    m_source.start(transfer);
+    ++m_count;
+  }
+
+  Completion wait() {
+    const Completion completion = m_source.wait();
+    --m_count;
+    return completion;
+  }
+
+  const Transfer& of(const Completion& completion) const { return m_transfers[completion.slot]; }
+  unsigned int count() const { return m_count; }
+
+ private:
+  BlockSource& m_source;
+  std::vector<Transfer> m_transfers;
+  unsigned int m_count = 0;
+};
+
+}  // namespace
+
+void transferAll(BlockSource& source,
+                 const std::function<std::optional<Transfer>(unsigned int slot)>& next,
+                 const std::function<void(const Transfer&, const Completion&)>& done) {
+  InFlight inFlight(source);
+  bool more = true;
+  const auto refill = [&](unsigned int slot) {
+    const std::optional<Transfer> transfer = next(slot);
+    more = transfer.has_value();
+    if (more) {
+      inFlight.start(*transfer);
+    }
+  };
+  for (unsigned int slot = 0; more && slot < source.slots(); ++slot) {
+    refill(slot);
+  }
+  while (inFlight.count() > 0) {
+    const Completion completion = inFlight.wait();
+    done(inFlight.of(completion), completion);
+    if (more) {
+      refill(completion.slot);
+    }
+  }
+}
+
+Completion transferOne(BlockSource& source, const Transfer& transfer) {
+  source.start(transfer);
+  return source.wait();
+}
+
+bool meansGone(int error) {
+  return error == ENODEV || error == ENXIO || error == ENOMEDIUM;
+}
+
+}  // namespace TarvexDiags::Storage

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace TarvexDiags::Packages {
+
+/** @brief What an event says about the hardware; decides the verdict of the test that reports it.
+ */
+enum class Severity { information, warning, error };
+
+/**
+ * @brief Where a test's engine tells what it sees and learns whether to go on. The engines know
+ * nothing of the controller: a package hands them a journal of its own, the tests a recording one.
+ *
+ * An engine calls it from one thread.
+ */
+class RunJournal {
+ public:
+  RunJournal() = default;
+  RunJournal(const RunJournal&) = delete;
+  RunJournal& operator=(const RunJournal&) = delete;
+  virtual ~RunJournal() = default;
+
+  /** @brief Reports one event. The parameters fill the variables of the event's text, in order. */
+  virtual void report(Severity severity, unsigned int code,
+                      std::vector<std::string> parameters) = 0;
+
+  /** @brief How much of the run is done, in percent. */
+  virtual void progress(unsigned int percent) = 0;
+
+  /** @brief Whether the run shall end as soon as it can. Cheap: asked for every few transfers. */
+  virtual bool stopRequested() = 0;
+};
+
+/** @brief The device or this process lacks what the test needs; the text says what. No fault. */
+class NotSupported : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace TarvexDiags::Packages

@@ -1,0 +1,197 @@
+#pragma once
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "packages/storage/BlockSource.h"
+
+namespace TarvexDiags::Storage {
+
+/**
+ * @brief A disk with the faults that a test asks for, over a good one.
+ *
+ * A fault concerns transfers that touch its range of bytes. `times` says how many of them; the rest
+ * go well.
+ */
+class FaultySource : public BlockSource {
+ public:
+  static constexpr int always = -1;
+
+  explicit FaultySource(std::unique_ptr<BlockSource> good)
+      : m_good(std::move(good)), m_transfers(m_good->slots()) {}
+
+  FaultySource& failReads(std::uint64_t offset, std::uint64_t length, int error = EIO,
+                          int times = always) {
+    return add(Kind::fail, Direction::read, offset, length, times, error);
+  }
+  FaultySource& failWrites(std::uint64_t offset, std::uint64_t length, int error,
+                           int times = always) {
+    return add(Kind::fail, Direction::write, offset, length, times, error);
+  }
+  FaultySource& shortenReads(std::uint64_t offset) {
+    return add(Kind::shorten, Direction::read, offset, 1, always, 0);
+  }
+  /** @brief Flips a bit of the byte in what is read, after `good` right reads of it. */
+  FaultySource& flipReads(std::uint64_t offset, int good, int times = always) {
+    add(Kind::none, Direction::read, offset, 1, good, 0);
+    return add(Kind::flip, Direction::read, offset, 1, times, 0x10);
+  }
+  /** @brief Every second read of the byte is wrong. */
+  FaultySource& flicker(std::uint64_t offset) {
+    return add(Kind::flicker, Direction::read, offset, 1, always, 0x01);
+  }
+  FaultySource& slowReads(std::uint64_t offset, std::uint64_t length,
+                          std::chrono::milliseconds latency, int times = always) {
+    return add(Kind::slow, Direction::read, offset, length, times,
+               static_cast<int>(latency.count()));
+  }
+  FaultySource& flipWrites(std::uint64_t offset, int mask) {
+    return add(Kind::flip, Direction::write, offset, 1, always, mask);
+  }
+  FaultySource& loseWrites(std::uint64_t offset) {
+    return add(Kind::lose, Direction::write, offset, 1, always, 0);
+  }
+  /** @brief Writes that touch `from` go to `to` as well. */
+  FaultySource& misdirectWrites(std::uint64_t from, std::uint64_t to) {
+    m_misdirectedTo = to;
+    return add(Kind::misdirect, Direction::write, from, 1, always, 0);
+  }
+  FaultySource& failFlush(int error) {
+    m_flushError = error;
+    return *this;
+  }
+  /** @brief What other programs seem to write: asked for each look. */
+  FaultySource& others(std::function<std::optional<WriteActivity>()> activity) {
+    m_activity = std::move(activity);
+    return *this;
+  }
+
+  std::uint64_t size() const override { return m_good->size(); }
+  std::uint32_t blockSize() const override { return m_good->blockSize(); }
+  unsigned int slots() const override { return m_good->slots(); }
+  std::span<std::byte> buffer(unsigned int slot) override { return m_good->buffer(slot); }
+
+  void start(const Transfer& transfer) override {
+    ++m_inFlight;
+    m_transfers[transfer.slot] = {transfer, hit(transfer)};
+    const Fault* fault = m_transfers[transfer.slot].fault;
+    const Kind kind = fault ? fault->kind : Kind::none;
+    if (kind == Kind::fail) {
+      m_ended.push_back({transfer.slot, fault->value, 0, {}});
+    } else if (kind == Kind::lose) {
+      m_ended.push_back({transfer.slot, 0, transfer.length, {}});
+    } else {
+      if (kind == Kind::flip && transfer.direction == Direction::write) {
+        flip(transfer, *fault);
+      }
+      if (kind == Kind::misdirect) {
+        m_misdirected.assign(buffer(transfer.slot).begin(),
+                             buffer(transfer.slot).begin() + transfer.length);
+      }
+      m_good->start(transfer);
+    }
+  }
+
+  Completion wait() override {
+    --m_inFlight;
+    if (!m_ended.empty()) {
+      const Completion completion = m_ended.front();
+      m_ended.pop_front();
+      return completion;
+    }
+    Completion completion = m_good->wait();
+    const auto& [transfer, fault] = m_transfers[completion.slot];
+    if (fault != nullptr && transfer.direction == Direction::read) {
+      spoil(transfer, *fault, completion);
+    }
+    return completion;
+  }
+
+  int flush() override {
+    if (!m_misdirected.empty()) {
+      // The slots are at rest now, so the first one serves.
+      std::copy(m_misdirected.begin(), m_misdirected.end(), buffer(0).begin());
+      m_good->start(
+          {Direction::write, 0, m_misdirectedTo, static_cast<std::uint32_t>(m_misdirected.size())});
+      m_good->wait();
+    }
+    return m_flushError != 0 ? m_flushError : m_good->flush();
+  }
+
+  std::optional<WriteActivity> writeActivity() override {
+    return m_activity ? m_activity() : m_good->writeActivity();
+  }
+
+  int inFlight() const { return m_inFlight; }
+
+ private:
+  enum class Kind { none, fail, shorten, flip, flicker, slow, lose, misdirect };
+
+  struct Fault {
+    Kind kind;
+    Direction direction;
+    std::uint64_t offset;
+    std::uint64_t length;
+    int times;
+    int value;
+    int hits = 0;
+  };
+
+  struct Started {
+    Transfer transfer;
+    Fault* fault = nullptr;
+  };
+
+  FaultySource& add(Kind kind, Direction direction, std::uint64_t offset, std::uint64_t length,
+                    int times, int value) {
+    m_faults.push_back({kind, direction, offset, length, times, value});
+    return *this;
+  }
+
+  Fault* hit(const Transfer& transfer) {
+    for (Fault& fault : m_faults) {
+      const bool touches = fault.direction == transfer.direction &&
+                           fault.offset < transfer.offset + transfer.length &&
+                           transfer.offset < fault.offset + fault.length;
+      if (touches && (fault.times == always || fault.hits < fault.times)) {
+        ++fault.hits;
+        return &fault;
+      }
+    }
+    return nullptr;
+  }
+
+  void flip(const Transfer& transfer, const Fault& fault) {
+    buffer(transfer.slot)[fault.offset - transfer.offset] ^= static_cast<std::byte>(fault.value);
+  }
+
+  void spoil(const Transfer& transfer, const Fault& fault, Completion& completion) {
+    if (fault.kind == Kind::flip || (fault.kind == Kind::flicker && fault.hits % 2 == 0)) {
+      flip(transfer, fault);
+    } else if (fault.kind == Kind::shorten) {
+      completion.length /= 2;
+    } else if (fault.kind == Kind::slow) {
+      completion.latency = std::chrono::milliseconds(fault.value);
+    }
+  }
+
+  std::unique_ptr<BlockSource> m_good;
+  std::vector<Started> m_transfers;
+  std::deque<Fault> m_faults;
+  std::deque<Completion> m_ended;
+  std::function<std::optional<WriteActivity>()> m_activity;
+  std::vector<std::byte> m_misdirected;
+  std::uint64_t m_misdirectedTo = 0;
+  int m_flushError = 0;
+  int m_inFlight = 0;
+};
+
+}  // namespace TarvexDiags::Storage

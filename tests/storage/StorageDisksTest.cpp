@@ -1,0 +1,306 @@
+// Discovery in trees that look like the kernel's, and health from records as disks write them.
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "packages/storage/Disks.h"
+#include "packages/storage/Health.h"
+#include "packages/storage/HealthRecords.h"
+#include "tests/support/RecordingJournal.h"
+#include "tests/support/TestPrecompiled.h"
+
+namespace TarvexDiags::Storage {
+namespace {
+
+namespace fs = std::filesystem;
+using Packages::RecordingJournal;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+/** @brief A folder of its own, laid out as the kernel lays out /sys, and removed at the end. */
+class Tree {
+ public:
+  Tree() {
+    std::string name = fs::absolute("sysfs-XXXXXX").string();
+    m_root = mkdtemp(name.data());
+  }
+  Tree(const Tree&) = delete;
+  Tree& operator=(const Tree&) = delete;
+  ~Tree() { fs::remove_all(m_root); }
+
+  Tree& file(const std::string& path, const std::string& text) {
+    fs::create_directories((m_root / path).parent_path());
+    std::ofstream(m_root / path) << text << "\n";
+    return *this;
+  }
+
+  /** @brief A disk, in "block" and in "class/block" as the kernel links it. */
+  Tree& disk(const std::string& name, const std::string& number, const std::string& sectors) {
+    file("block/" + name + "/size", sectors);
+    file("block/" + name + "/dev", number);
+    fs::create_directories(m_root / "class/block");
+    fs::create_directory_symlink(m_root / "block" / name, m_root / "class/block" / name);
+    return *this;
+  }
+
+  Tree& partition(const std::string& disk, const std::string& name, const std::string& number,
+                  const std::string& start) {
+    const std::string folder = "block/" + disk + "/" + name;
+    file(folder + "/partition", "1").file(folder + "/start", start).file(folder + "/dev", number);
+    fs::create_directory_symlink(m_root / folder, m_root / "class/block" / name);
+    return *this;
+  }
+
+  const fs::path& root() const { return m_root; }
+
+ private:
+  fs::path m_root;
+};
+
+std::vector<std::string> namesOf(const std::vector<Disk>& disks) {
+  std::vector<std::string> names;
+  for (const Disk& disk : disks) {
+    names.push_back(disk.name);
+  }
+  return names;
+}
+
+TEST(StorageDiscovery, FindsRealDisksAndLeavesOutSoftwareOnes) {
+  Tree tree;
+  tree.disk("sda", "8:0", "1000").disk("nvme0n1", "259:0", "2000").disk("vda", "254:0", "3000");
+  tree.disk("loop0", "7:0", "8").disk("zram0", "253:0", "8").disk("dm-0", "252:0", "8");
+  tree.disk("sr0", "11:0", "8").disk("md0", "9:0", "8").disk("sdb", "8:16", "0");
+  tree.disk("mmcblk0", "179:0", "8").disk("mmcblk0boot0", "179:8", "8");
+  tree.disk("nvme1c0n1", "0:0", "8").file("block/nvme1c0n1/hidden", "1");
+  EXPECT_THAT(namesOf(findDisks(tree.root())), ElementsAre("mmcblk0", "nvme0n1", "sda", "vda"));
+}
+
+TEST(StorageDiscovery, HasNoDisksWithoutSysfs) {
+  EXPECT_THAT(findDisks("/no/such/folder"), IsEmpty());
+}
+
+TEST(StorageDiscovery, DescribesADisk) {
+  Tree tree;
+  tree.disk("nvme0n1", "259:0", "2000409264");
+  tree.file("block/nvme0n1/device/model", "  Fine Disk 990  ")
+      .file("block/nvme0n1/device/serial", "S123")
+      .file("block/nvme0n1/device/firmware_rev", "1B2Q")
+      .file("block/nvme0n1/queue/logical_block_size", "4096")
+      .file("block/nvme0n1/queue/rotational", "0");
+  const Disk disk = findDisks(tree.root()).at(0);
+  EXPECT_EQ(disk.path, "/dev/nvme0n1");
+  EXPECT_EQ(disk.attachment, Attachment::nvme);
+  EXPECT_EQ(disk.model, "Fine Disk 990");
+  EXPECT_EQ(disk.serial, "S123");
+  EXPECT_EQ(disk.firmware, "1B2Q");
+  EXPECT_EQ(disk.bytes, std::uint64_t{2000409264} * 512);
+  EXPECT_EQ(disk.logicalBlock, 4096U);
+  EXPECT_FALSE(disk.readOnly);
+}
+
+TEST(StorageDiscovery, TellsRealAtaDisksFromImitatedOnes) {
+  Tree tree;
+  tree.disk("sda", "8:0", "8").file("block/sda/device/vendor", "ATA");
+  tree.file("block/sda/device/model", "WDC WD40");
+  tree.disk("sdb", "8:16", "8").file("block/sdb/device/vendor", "QEMU");
+  tree.disk("sdc", "8:32", "8").file("block/sdc/device/vendor", "ATA");
+  tree.file("block/sdc/device/model", "QEMU HARDDISK");
+  tree.disk("sdd", "8:48", "8").file("block/sdd/device/vendor", "SEAGATE");
+  tree.disk("vda", "254:0", "8");
+  std::vector<std::string> kinds;
+  for (const Disk& disk : findDisks(tree.root())) {
+    kinds.push_back(attachmentText(disk.attachment));
+    EXPECT_EQ(attachmentFrom(attachmentText(disk.attachment)), disk.attachment);
+  }
+  EXPECT_THAT(kinds, ElementsAre("ata", "virtual", "virtual", "scsi", "virtual"));
+}
+
+TEST(StorageDiscovery, TakesAFileForADisk) {
+  std::ofstream("image") << std::string(8192, 'x');
+  const std::optional<Disk> disk = fileAsDisk("image");
+  ASSERT_TRUE(disk);
+  EXPECT_EQ(disk->bytes, 8192U);
+  EXPECT_EQ(disk->attachment, Attachment::file);
+  EXPECT_EQ(fileAsDisk("/dev/null"), std::nullopt);
+  EXPECT_EQ(fileAsDisk("no such file"), std::nullopt);
+}
+
+TEST(StorageMounts, AreFoundThroughPartitionsAndLayers) {
+  Tree tree;
+  tree.disk("sda", "8:0", "8").partition("sda", "sda1", "8:1", "2048");
+  tree.partition("sda", "sda2", "8:2", "4096").disk("sdb", "8:16", "8").disk("dm-0", "252:0", "8");
+  tree.file("block/sda/sda2/holders/dm-0", "");
+  tree.file("mounts",
+            "22 1 8:1 / / rw,relatime shared:1 - ext4 /dev/sda1 rw\n"
+            "23 1 252:0 / /home\\040of\\040all rw - xfs /dev/mapper/home rw\n"
+            "24 1 8:1 / /mnt/frozen ro,relatime - ext4 /dev/sda1 rw\n"
+            "25 1 8:16 / /other rw - ext4 /dev/sdb rw\n"
+            "26 1 0:40 / /pool rw master:1 propagate_from:2 - btrfs /dev/sda2 rw");
+  std::vector<std::string> found;
+  for (const Mount& mount : mountsOn("sda", tree.root(), tree.root() / "mounts")) {
+    found.push_back(mount.directory + " on " + mount.device);
+  }
+  EXPECT_THAT(found, ElementsAre("/ on sda1", "/home of all on dm-0", "/pool on sda2"));
+  EXPECT_EQ(startOnDisk("sda", "sda1", tree.root()), 2048U * 512);
+  EXPECT_EQ(startOnDisk("sda", "sda", tree.root()), 0U);
+  EXPECT_EQ(startOnDisk("sda", "dm-0", tree.root()), std::nullopt);
+}
+
+// --- Identity
+
+TEST(StorageIdentity, IsTold) {
+  RecordingJournal journal;
+  Disk disk;
+  disk.name = "sda";
+  disk.model = "Fine Disk";
+  disk.bytes = 4096;
+  identify(disk, 4096, journal);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::identity),
+              ElementsAre("sda", "Fine Disk", "?", "?", "4096", "512", "512"));
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST(StorageIdentity, FindsADiskOfTwoSizesAndOneSetReadOnly) {
+  RecordingJournal journal;
+  Disk disk;
+  disk.name = "sda";
+  disk.bytes = 4096;
+  disk.readOnly = true;
+  identify(disk, 8192, journal);
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::markedReadOnly),
+                          static_cast<unsigned int>(StorageEvent::sizeMismatch)));
+}
+
+// --- Health
+
+TEST(StorageHealth, OfVirtualDisksIsNotSupportedAndSaysWhy) {
+  for (const Attachment attachment :
+       {Attachment::virtualDisk, Attachment::file, Attachment::memoryCard}) {
+    Disk disk;
+    disk.attachment = attachment;
+    EXPECT_THAT(whyNoHealth(disk), Not(IsEmpty()));
+    EXPECT_THROW(makeHealthReader(disk), NotSupported);
+  }
+}
+
+TEST(StorageHealth, OfADiskThatCannotBeOpenedIsNotSupported) {
+  for (const Attachment attachment : {Attachment::nvme, Attachment::ata}) {
+    Disk disk;
+    disk.name = "none";
+    disk.path = "/dev/none";
+    disk.attachment = attachment;
+    EXPECT_THAT(whyNoHealth(disk), IsEmpty());
+    try {
+      makeHealthReader(disk);
+      FAIL();
+    } catch (const NotSupported& reason) {
+      EXPECT_THAT(reason.what(), HasSubstr("none: "));
+    }
+  }
+}
+
+nvme_smart_log soundNvme() {
+  nvme_smart_log log{};
+  log.temperature[0] = 0x3B;  // 315 K
+  log.temperature[1] = 0x01;
+  log.avail_spare = 100;
+  log.spare_thresh = 10;
+  log.percent_used = 3;
+  log.power_on_hours[0] = 0x10;
+  log.power_on_hours[1] = 0x27;
+  return log;
+}
+
+std::unique_ptr<RecordingJournal> judged(const HealthReport& health) {
+  auto journal = std::make_unique<RecordingJournal>();
+  judgeHealth(health, {}, "nvme0n1", *journal);
+  return journal;
+}
+
+TEST(StorageHealth, OfASoundNvmeDiskIsToldWithoutComplaint) {
+  const auto journal = judged(healthFrom(soundNvme()));
+  EXPECT_THAT(journal->complaints(), IsEmpty());
+  EXPECT_THAT(journal->parametersOf(StorageEvent::health),
+              ElementsAre("nvme0n1", "10000", "42", "3", "0"));
+}
+
+TEST(StorageHealth, NamesEachFaultOfAnNvmeDisk) {
+  struct Case {
+    std::function<void(nvme_smart_log&)> spoil;
+    StorageEvent event;
+    std::string parameter;
+  };
+  const std::vector<Case> cases{
+      {[](auto& log) { log.critical_warning = 1; }, StorageEvent::criticalWarning, "spare"},
+      {[](auto& log) { log.critical_warning = 4; }, StorageEvent::criticalWarning, "degraded"},
+      {[](auto& log) { log.critical_warning = 8; }, StorageEvent::criticalWarning, "read only"},
+      {[](auto& log) { log.critical_warning = 16; }, StorageEvent::criticalWarning, "backup"},
+      {[](auto& log) { log.media_errors[0] = 7; }, StorageEvent::mediaErrors, "7"},
+      {[](auto& log) { log.media_errors[15] = 1; }, StorageEvent::mediaErrors,
+       "18446744073709551615"},
+      {[](auto& log) { log.percent_used = 104; }, StorageEvent::worn, "104"},
+      {[](auto& log) { log.avail_spare = 9; }, StorageEvent::lowSpare, "9"},
+      {[](auto& log) { log.temperature[0] = 0x5D; }, StorageEvent::temperature, "76"},
+  };
+  for (const Case& item : cases) {
+    nvme_smart_log log = soundNvme();
+    item.spoil(log);
+    const auto journal = judged(healthFrom(log));
+    EXPECT_THAT(journal->complaints(), ElementsAre(static_cast<unsigned int>(item.event)));
+    ASSERT_GT(journal->parametersOf(item.event).size(), 1U);
+    EXPECT_THAT(journal->parametersOf(item.event).at(1), HasSubstr(item.parameter));
+  }
+}
+
+TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
+  std::array<nvme_error_log_page, 4> pages{};
+  RecordingJournal clean;
+  judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", clean);
+  EXPECT_THAT(clean.complaints(), IsEmpty());
+  EXPECT_THAT(clean.parametersOf(StorageEvent::errorLogRead),
+              ElementsAre("nvme0n1", "NVMe error log", "0"));
+
+  pages[0].error_count = 12;
+  pages[0].lba = 4711;
+  pages[0].status_field = 0x281 << 1;  // unrecovered read error
+  pages[1].error_count = 11;
+  RecordingJournal journal;
+  judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", journal);
+  const auto parameters = journal.parametersOf(StorageEvent::errorLogEntries);
+  ASSERT_THAT(parameters, SizeIs(3));
+  EXPECT_EQ(parameters[1], "2");
+  EXPECT_THAT(parameters[2], HasSubstr("block 4711"));
+  EXPECT_THAT(parameters[2], HasSubstr("Unrecovered Read Error"));
+}
+
+TEST(StorageErrorLog, OfTheKernelCountsFailedCommands) {
+  Tree tree;
+  EXPECT_THROW(kernelErrorLog("sda", tree.root()), NotSupported);
+  tree.file("block/sda/device/ioerr_cnt", "0x1f").file("block/sda/device/iotmo_cnt", "0x0");
+  RecordingJournal journal;
+  judgeErrorLog(kernelErrorLog("sda", tree.root()), {}, "sda", journal);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::errorLogEntries),
+              ElementsAre("sda", "31", "commands that ended with an error"));
+}
+
+TEST(StorageErrorLog, TellsHowTheLastSelfTestEnded) {
+  ErrorLog log;
+  log.selfTest = SelfTestEnd::failed;
+  log.selfTestText = "read failure";
+  RecordingJournal failed;
+  judgeErrorLog(log, {}, "sda", failed);
+  EXPECT_THAT(failed.parametersOf(StorageEvent::selfTestFailed),
+              ElementsAre("sda", "read failure"));
+  log.selfTest = SelfTestEnd::interrupted;
+  RecordingJournal interrupted;
+  judgeErrorLog(log, {}, "sda", interrupted);
+  EXPECT_THAT(interrupted.complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::selfTestInterrupted)));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Storage
