@@ -32,4 +32,24 @@ void DiagControllerStatus::setDiagCtrlPhase(diagCtrlPhase aePhase, long alTimeOu
   meDiagCtrlStatus = aePhase;
 }
 
+bool DiagControllerStatus::getExecMgrThrHealth() const {
+  const TraceScope trace(mpDiagTracer, "DiagControllerStatus::getExecMgrThrHealth");
+  return mbExecMgrThrHealth;
+}
+
+bool DiagControllerStatus::getMonThrHealth() const {
+  const TraceScope trace(mpDiagTracer, "DiagControllerStatus::getMonThrHealth");
+  return mbMonThrHealth;
+}
+
+void DiagControllerStatus::setExecMgrThrHealth(bool abHealth) {
+  const TraceScope trace(mpDiagTracer, "DiagControllerStatus::setExecMgrThrHealth");
+  mbExecMgrThrHealth = abHealth;
+}
+
+void DiagControllerStatus::setMonThrHealth(bool abHealth) {
+  const TraceScope trace(mpDiagTracer, "DiagControllerStatus::setMonThrHealth");
+  mbMonThrHealth = abHealth;
+}
+
 }  // namespace TarvexDiags::DiagCtrl

@@ -34,10 +34,10 @@ class TARVEXDIAGS_EXPORT DiagControllerStatus {
   void setDiagCtrlPhase(diagCtrlPhase aePhase, long alTimeOutValue);
 
   /// A thread is healthy when its time stamp is less than 10 seconds old.
-  bool getExecMgrThrHealth() const noexcept { return mbExecMgrThrHealth; }
-  bool getMonThrHealth() const noexcept { return mbMonThrHealth; }
-  void setExecMgrThrHealth(bool abHealth) noexcept { mbExecMgrThrHealth = abHealth; }
-  void setMonThrHealth(bool abHealth) noexcept { mbMonThrHealth = abHealth; }
+  bool getExecMgrThrHealth() const;
+  bool getMonThrHealth() const;
+  void setExecMgrThrHealth(bool abHealth);
+  void setMonThrHealth(bool abHealth);
 
  private:
   diagCtrlPhase meDiagCtrlStatus;

@@ -133,6 +133,11 @@ void DiagThread::updateTimeStamp() {
   mlTimeStamp = secondsSinceEpoch();
 }
 
+const pthread_t& DiagThread::getId() const {
+  const TraceScope trace(mpDiagTracer, "DiagThread::getId");
+  return mthThreadID;
+}
+
 void* DiagThread::proxyRun(void* apArgument) {
   DiagThread* thread = nullptr;
   void* runArgument = nullptr;

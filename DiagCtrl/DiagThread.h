@@ -58,7 +58,7 @@ class TARVEXDIAGS_EXPORT DiagThread {
   void updateTimeStamp();
 
   /// The platform's id; 0 before `start`.
-  const pthread_t& getId() const noexcept { return mthThreadID; }
+  const pthread_t& getId() const;
 
  protected:
   static void* proxyRun(void* apArgument);

@@ -1,5 +1,7 @@
 #include "DiagCtrl/DiagUtil.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -73,11 +75,11 @@ int DiagUtil::GetParamsValueString(const char* apcsectionName, const char* apcke
   const int retval =
       System::SysUtil::ReadCfgFile(textOrEmpty(apcsectionName), textOrEmpty(apckeyName), keyValue,
                                    textOrEmpty(apcinitFileName), -1);
-  const auto size = static_cast<std::size_t>(aikeySize);
+  const auto size = static_cast<std::size_t>(std::max(aikeySize, 0));
   std::memset(apckeyValue, 0, size);
   // A value that does not fit is dropped and not cut.
   const bool isRead = retval >= 0 && !keyValue.empty() && keyValue.size() < size;
-  std::strncpy(apckeyValue, isRead ? keyValue.c_str() : apcdefaultValue, size);
+  std::strncpy(apckeyValue, isRead ? keyValue.c_str() : textOrEmpty(apcdefaultValue), size);
   return retval;
 }
 
@@ -95,8 +97,10 @@ char* DiagUtil::getString(const char* apcSectionName, const char* apcKeyName, un
                           const char* apcFileName) {
   const TraceScope trace(mpDiagTracer, "DiagUtil::getString");
   Buffer value(new char[kBufferSize]);
-  GetParamsValueString(apcSectionName, apcKeyName, DiagCtrlConstants::mSconNull, value.get(),
-                       static_cast<int>(auiSize), apcFileName);
+  value[0] = '\0';
+  const auto size = static_cast<int>(std::min<unsigned int>(auiSize, kBufferSize));
+  GetParamsValueString(apcSectionName, apcKeyName, DiagCtrlConstants::mSconNull, value.get(), size,
+                       apcFileName);
   trace.info("DiagUtil::getString " + describeKey(apcFileName, apcSectionName, apcKeyName) + " \"" +
              value.get() + "\"");
   return value.release();

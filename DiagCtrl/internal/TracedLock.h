@@ -13,13 +13,16 @@ namespace TarvexDiags::DiagCtrl {
 /// names the operation.
 class TracedLock {
  public:
-  TracedLock(const TraceScope& arTrace, DiagCtrlLock& arLock, long alTimeOut, const char* apcText)
+  TracedLock(const TraceScope& arTrace, DiagCtrlLock& arLock, long alTimeOut, const char* apcText,
+             const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE())
       : mrLock(arLock) {
     try {
       arLock.lock(alTimeOut);
     } catch (DiagCtrlMutexException& failure) {
-      arTrace.error(std::string(arTrace.method()) + " - Mutex Exception : " + failure.dump());
-      raise<DiagCtrlMutexException>(DiagCtrlBaseException::MutexException, apcText);
+      arTrace.error(std::string(arTrace.method()) + " - Mutex Exception : " + failure.dump(),
+                    apcFile, aiLine);
+      raise<DiagCtrlMutexException>(DiagCtrlBaseException::MutexException, apcText, apcFile,
+                                    static_cast<unsigned long>(aiLine));
     }
   }
   ~TracedLock() { mrLock.unlock(); }
