@@ -20,6 +20,7 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/TracedLock.h"
 #include "tests/foundation/PlatformCalls.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -304,6 +305,39 @@ TEST(LockScope, lets_a_locks_own_exception_out_where_the_caller_handles_it) {
   } catch (const DiagCtrlMutexException& failure) {
     EXPECT_STREQ(failure.getParameter(), "RefusingLock::lock()");
   }
+}
+
+TEST(TracedLock, holds_the_lock_to_its_end) {
+  DiagCtrlLock lock(kAnyTime);
+  const TraceScope trace(DiagTracer::getInstance(), "Sample::method");
+  {
+    const TracedLock hold(trace, lock, 0, "Sample::method()");
+    EXPECT_FALSE(isFree(lock));
+  }
+  EXPECT_TRUE(isFree(lock));
+}
+
+TEST(TracedLock, traces_why_the_lock_could_not_be_taken_before_it_names_the_method) {
+  const TemporaryDirectory directory;
+  DiagTracer* const tracer = DiagTracer::getInstance();
+  tracer->openTraceFile(directory.path().c_str(), DiagCtrlConstants::DIAG_ERROR);
+  RefusingLock lock;
+  const unsigned long before = __LINE__;
+  try {
+    const TraceScope trace(tracer, "Sample::method");
+    const TracedLock hold(trace, lock, 0, "Sample::method()");
+    FAIL() << "the lock was taken";
+  } catch (const DiagCtrlMutexException& failure) {
+    EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::MutexException);
+    EXPECT_STREQ(failure.getParameter(), "Sample::method()");
+    EXPECT_STREQ(failure.getFile(), __FILE__);
+    EXPECT_EQ(failure.getLine(), before + 3);
+  }
+  EXPECT_EQ(lock.unlocks, 0);
+  const TraceFile file(directory.path());
+  EXPECT_TRUE(
+      file.contains("Sample::method - Mutex Exception :  The MinorCode of Exception is :14"));
+  EXPECT_TRUE(file.contains(" The Key Not Found is :RefusingLock::lock()"));
 }
 
 // ---- Condition variables ---------------------------------------------------------------------

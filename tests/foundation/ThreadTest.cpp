@@ -174,15 +174,18 @@ TEST(DiagThread, gives_the_thread_the_stack_that_was_asked_for) {
 }
 
 TEST(DiagThread, is_wanted_from_before_its_first_statement_until_it_is_stopped) {
+  std::atomic<bool> hasLooked{false};
   std::atomic<bool> wantedAtFirst{false};
   SampleThread thread([&](SampleThread& self, void*) {
     wantedAtFirst = self.getState();
+    hasLooked = true;
     while (self.getState()) {
       std::this_thread::yield();
     }
   });
   thread.prepared().start(nullptr);
   EXPECT_TRUE(thread.getState());
+  EXPECT_TRUE(eventually([&] { return hasLooked.load(); }));
   thread.stop();
   EXPECT_FALSE(thread.getState());
   thread.join();
