@@ -1,0 +1,389 @@
+// Queues of messages: one for each registration, copies for each, ids from 1 for each kind.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/EventManager.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::DiagCtrl {
+namespace {
+
+using Diag::DiagnosticEvent;
+using Diag::DiagnosticResult;
+using Diag::DiagnosticStatus;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+/** The three kinds of message behind one face, so that one test serves all of them. */
+struct Events {
+  typedef DiagnosticEvent Message;
+  static unsigned long create(EventManager& manager) { return manager.createEventQueue(); }
+  static EventVector* drain(EventManager& manager, unsigned long id) {
+    return manager.getEvents(id);
+  }
+  static void push(EventManager& manager, std::vector<Message*> batch) {
+    manager.pushEventInAllEventQueue(std::move(batch));
+  }
+  static void clear(EventManager& manager) { manager.clearEventQueues(); }
+};
+
+struct Results {
+  typedef DiagnosticResult Message;
+  static unsigned long create(EventManager& manager) { return manager.createResultQueue(); }
+  static ResultVector* drain(EventManager& manager, unsigned long id) {
+    return manager.getResults(id);
+  }
+  static void push(EventManager& manager, std::vector<Message*> batch) {
+    manager.pushResultInAllResultQueue(std::move(batch));
+  }
+  static void clear(EventManager& manager) { manager.clearResultQueues(); }
+};
+
+struct CtrlEvents {
+  typedef DiagCtrlEvent Message;
+  static unsigned long create(EventManager& manager) { return manager.createCtrlEventQueue(); }
+  static CtrlEventVector* drain(EventManager& manager, unsigned long id) {
+    return manager.getCtrlEvents(id);
+  }
+  static void push(EventManager& manager, std::vector<Message*> batch) {
+    for (Message* const message : batch) {
+      manager.pushCtrlEventInAllCtrlEventQueue(message);
+    }
+  }
+  static void clear(EventManager& manager) { manager.clearCtrlEventQueues(); }
+};
+
+/** A message that tells when it is destroyed. */
+template <class Message>
+class Watched : public Message {
+ public:
+  Watched(unsigned int code, int& destroyed) : m_destroyed(destroyed) {
+    this->setEventCode(code);
+    this->setTestRequestId(4);
+    this->setParamVector({"one", "two"});
+  }
+  Watched(const Watched&) = delete;
+  ~Watched() override { ++m_destroyed; }
+
+ private:
+  int& m_destroyed;
+};
+
+class EventManagerBase : public ::testing::Test {
+ protected:
+  ~EventManagerBase() override {
+    delete EventManager::getInstance();
+    delete DiagnosticController::getInstance();
+  }
+
+  void trace() { DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(), 3); }
+
+  TestSupport::TemporaryDirectory m_directory;
+  EventManager& m_manager = *EventManager::getInstance();
+};
+
+template <class Kind>
+class EventManagerTest : public EventManagerBase {
+ protected:
+  typedef typename Kind::Message Message;
+
+  ~EventManagerTest() override {
+    for (unsigned long id = 1; id <= m_lastId; ++id) {
+      drain(id);
+    }
+    Kind::clear(m_manager);
+  }
+
+  unsigned long create() { return m_lastId = Kind::create(m_manager); }
+
+  void push(const std::vector<unsigned int>& codes) {
+    std::vector<Message*> batch;
+    for (const unsigned int code : codes) {
+      batch.push_back(new Watched<Message>(code, m_destroyed));
+    }
+    Kind::push(m_manager, batch);
+  }
+
+  std::vector<std::unique_ptr<Message>> drain(unsigned long id) {
+    const std::unique_ptr<std::vector<Message*>> drained(Kind::drain(m_manager, id));
+    EXPECT_NE(drained, nullptr);
+    std::vector<std::unique_ptr<Message>> messages;
+    for (Message* const message : *drained) {
+      messages.emplace_back(message);
+    }
+    return messages;
+  }
+
+  std::vector<unsigned int> codes(unsigned long id) {
+    std::vector<unsigned int> found;
+    for (const auto& message : drain(id)) {
+      found.push_back(message->getEventCode());
+    }
+    return found;
+  }
+
+  bool isUnknown(unsigned long id) {
+    try {
+      drain(id);
+      return false;
+    } catch (DiagCtrlKeyNotExistException& failure) {
+      EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::KeyNotExistException);
+      return true;
+    }
+  }
+
+  int m_destroyed = 0;
+  unsigned long m_lastId = 0;
+};
+
+typedef ::testing::Types<Events, Results, CtrlEvents> Kinds;
+TYPED_TEST_SUITE(EventManagerTest, Kinds);
+
+TYPED_TEST(EventManagerTest, ids_count_from_1) {
+  EXPECT_EQ(this->create(), 1U);
+  EXPECT_EQ(this->create(), 2U);
+  EXPECT_EQ(this->create(), 3U);
+}
+
+TYPED_TEST(EventManagerTest, an_empty_queue_drains_to_an_empty_vector) {
+  EXPECT_THAT(this->drain(this->create()), IsEmpty());
+}
+
+TYPED_TEST(EventManagerTest, an_unknown_id_is_a_missing_key) {
+  this->create();
+  EXPECT_TRUE(this->isUnknown(0));
+  EXPECT_TRUE(this->isUnknown(2));
+  EXPECT_TRUE(this->isUnknown(static_cast<unsigned long>(-1L)));
+}
+
+TYPED_TEST(EventManagerTest, messages_come_out_oldest_first_and_once) {
+  const unsigned long id = this->create();
+  this->push({5, 3});
+  this->push({4});
+  EXPECT_THAT(this->codes(id), ElementsAre(5, 3, 4));
+  EXPECT_THAT(this->codes(id), IsEmpty());
+}
+
+TYPED_TEST(EventManagerTest, each_registration_gets_a_deep_copy_and_the_message_is_destroyed) {
+  this->create();
+  this->create();
+  this->push({7});
+  EXPECT_EQ(this->m_destroyed, 1) << "within the call";
+  auto first = this->drain(1);
+  ASSERT_THAT(first, SizeIs(1));
+  first[0]->setParamVector({"changed"});
+  first.clear();
+  const auto second = this->drain(2);
+  ASSERT_THAT(second, SizeIs(1));
+  EXPECT_EQ(second[0]->getEventCode(), 7U);
+  EXPECT_EQ(second[0]->getTestRequestId(), 4U);
+  EXPECT_THAT(second[0]->getParamVector(), ElementsAre("one", "two"));
+}
+
+TYPED_TEST(EventManagerTest, draining_one_queue_leaves_the_others) {
+  this->create();
+  this->create();
+  this->push({1, 2});
+  EXPECT_THAT(this->codes(1), ElementsAre(1, 2));
+  this->push({3});
+  EXPECT_THAT(this->codes(2), ElementsAre(1, 2, 3));
+  EXPECT_THAT(this->codes(1), ElementsAre(3));
+}
+
+TYPED_TEST(EventManagerTest, a_late_registration_sees_nothing_of_what_was_before) {
+  this->create();
+  this->push({1});
+  EXPECT_THAT(this->codes(this->create()), IsEmpty());
+}
+
+TYPED_TEST(EventManagerTest, queues_take_any_number) {
+  const unsigned long id = this->create();
+  for (unsigned int code = 0; code < 5000; ++code) {
+    this->push({code});
+  }
+  const auto codes = this->codes(id);
+  ASSERT_THAT(codes, SizeIs(5000));
+  EXPECT_EQ(codes.front(), 0U);
+  EXPECT_EQ(codes.back(), 4999U);
+}
+
+TYPED_TEST(EventManagerTest, cleared_registrations_are_unknown_and_the_counter_goes_on) {
+  const unsigned long id = this->create();
+  TypeParam::clear(this->m_manager);
+  EXPECT_TRUE(this->isUnknown(id));
+  EXPECT_EQ(this->create(), 2U);
+  this->push({1});
+  EXPECT_THAT(this->codes(2), ElementsAre(1));
+  TypeParam::clear(this->m_manager);
+  this->m_lastId = 0;
+}
+
+TYPED_TEST(EventManagerTest, a_new_instance_counts_from_1) {
+  this->create();
+  TypeParam::clear(this->m_manager);
+  delete EventManager::getInstance();
+  EventManager& next = *EventManager::getInstance();
+  EXPECT_EQ(TypeParam::create(next), 1U);
+  TypeParam::clear(next);
+  this->m_lastId = 0;
+}
+
+TYPED_TEST(EventManagerTest, both_ways_of_a_message_are_traced) {
+  this->trace();
+  const unsigned long id = this->create();
+  this->push({77});
+  const TestSupport::TraceFile trace(this->m_directory.path());
+  EXPECT_EQ(trace.count("code 77, type INFORMATION_EVENT, request 4"), 1U);
+  this->drain(id);
+  EXPECT_EQ(trace.count("code 77, type INFORMATION_EVENT, request 4"), 2U);
+}
+
+TYPED_TEST(EventManagerTest, a_drain_never_sees_half_a_batch) {
+  if (std::is_same_v<TypeParam, CtrlEvents>) {
+    GTEST_SKIP() << "controller events come one by one";
+  }
+  const unsigned long id = this->create();
+  constexpr std::size_t batches = 300;
+  std::thread pusher([this] {
+    for (std::size_t batch = 0; batch < batches; ++batch) {
+      this->push({1, 2, 3});
+    }
+  });
+  std::size_t seen = 0;
+  while (seen < 3 * batches) {
+    const std::size_t drained = this->drain(id).size();
+    EXPECT_EQ(drained % 3, 0U);
+    seen += drained;
+  }
+  pusher.join();
+  EXPECT_EQ(seen, 3 * batches);
+}
+
+class MessagesTest : public EventManagerBase {};
+
+TEST_F(MessagesTest, the_three_kinds_count_separately) {
+  m_manager.createEventQueue();
+  m_manager.createEventQueue();
+  EXPECT_EQ(m_manager.createResultQueue(), 1U);
+  EXPECT_EQ(m_manager.createCtrlEventQueue(), 1U);
+  EXPECT_EQ(m_manager.createEventQueue(), 3U);
+  m_manager.clearEventQueues();
+  m_manager.clearResultQueues();
+  m_manager.clearCtrlEventQueues();
+}
+
+TEST_F(MessagesTest, package_messages_are_destroyed_without_any_registration) {
+  int destroyed = 0;
+  Events::push(m_manager, {new Watched<DiagnosticEvent>(1, destroyed),
+                           new Watched<DiagnosticEvent>(2, destroyed)});
+  Results::push(m_manager, {new Watched<DiagnosticResult>(3, destroyed)});
+  EXPECT_EQ(destroyed, 3);
+}
+
+TEST_F(MessagesTest, a_controller_event_is_not_touched_without_any_registration) {
+  trace();
+  int destroyed = 0;
+  const auto event = std::make_unique<Watched<DiagCtrlEvent>>(91, destroyed);
+  m_manager.pushCtrlEventInAllCtrlEventQueue(event.get());
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_FALSE(TestSupport::TraceFile(m_directory.path()).contains("code 91"));
+  const unsigned long late = m_manager.createCtrlEventQueue();
+  const std::unique_ptr<CtrlEventVector> drained(m_manager.getCtrlEvents(late));
+  EXPECT_THAT(*drained, IsEmpty());
+  m_manager.clearCtrlEventQueues();
+}
+
+TEST_F(MessagesTest, an_empty_batch_is_nothing) {
+  const unsigned long id = m_manager.createEventQueue();
+  m_manager.pushEventInAllEventQueue({});
+  m_manager.pushResultInAllResultQueue({});
+  const std::unique_ptr<EventVector> drained(m_manager.getEvents(id));
+  EXPECT_THAT(*drained, IsEmpty());
+  m_manager.clearEventQueues();
+}
+
+TEST_F(MessagesTest, a_result_keeps_its_verdict_in_each_copy) {
+  const unsigned long id = m_manager.createResultQueue();
+  auto* const result = new DiagnosticResult;
+  result->setTestResult(DiagnosticResult::FAILED);
+  result->setEstimatedTime(12);
+  m_manager.pushResultInAllResultQueue({result});
+  const std::unique_ptr<ResultVector> drained(m_manager.getResults(id));
+  ASSERT_THAT(*drained, SizeIs(1));
+  const std::unique_ptr<DiagnosticResult> copy(drained->front());
+  EXPECT_NE(copy.get(), result);
+  EXPECT_EQ(copy->getTestResult(), DiagnosticResult::FAILED);
+  EXPECT_EQ(copy->getEstimatedTime(), 12);
+  m_manager.clearResultQueues();
+}
+
+TEST_F(MessagesTest, a_controller_event_says_what_its_base_says) {
+  DiagCtrlEvent event(DiagCtrlEvent::DISABLE_TEST, DiagnosticEvent::WARNING_EVENT);
+  event.setTestRequestId(6);
+  DiagnosticEvent& base = event;
+  EXPECT_EQ(base.dump(), "code 33, type WARNING_EVENT, request 6, parameters []");
+  EXPECT_EQ(DiagCtrlEvent(event).dump(), base.dump());
+  EXPECT_EQ(DiagCtrlEvent().getEventCode(), 0U);
+}
+
+// --- Progress
+
+class ProgressTest : public MessagesTest {
+ protected:
+  ProgressTest() { trace(); }
+
+  std::string lastLine(const std::string& start) {
+    std::string found;
+    for (const auto& line : TestSupport::TraceFile(m_directory.path()).lines()) {
+      if (line.text.find("STRING: " + start) != std::string::npos) {
+        found = line.text.substr(line.text.find("STRING: ") + 8);
+      }
+    }
+    return found;
+  }
+};
+
+TEST_F(ProgressTest, progress_is_a_line_of_the_trace) {
+  m_manager.logProgress("P", 12, 40);
+  EXPECT_EQ(lastLine("P"), "P:12=40%");
+  m_manager.logProgress("Memory test", 4294967295UL, 4294967295U);
+  EXPECT_EQ(lastLine("Memory"), "Memory test:-1=-1%") << "both read as signed";
+}
+
+TEST_F(ProgressTest, status_is_a_line_of_the_same_form) {
+  std::string package = "P";
+  m_manager.logStatus(package.data(), 12, DiagnosticStatus::SUSPENDED);
+  EXPECT_EQ(lastLine("P"), "P:12:3%");
+}
+
+TEST_F(ProgressTest, progress_is_written_at_the_level_of_information_only) {
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_WARNING);
+  m_manager.logProgress("P", 1, 2);
+  EXPECT_EQ(lastLine("P"), "");
+}
+
+TEST_F(ProgressTest, each_poll_is_a_line) {
+  m_manager.logProgress("P", 1, 2);
+  m_manager.logProgress("P", 1, 2);
+  EXPECT_EQ(TestSupport::TraceFile(m_directory.path()).count("P:1=2%"), 2U);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagCtrl

@@ -1,0 +1,468 @@
+// Registering for messages, being woken, and fetching them through the client's calls.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DiagCtrl/CallBackObject.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagUtil.h"
+#include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/EventManager.h"
+#include "tests/support/ControllerHarness.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/ThreadState.h"
+#include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::DiagCtrl {
+namespace {
+
+using Diag::DiagnosticEvent;
+using Diag::DiagnosticResult;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using TestSupport::Companion;
+using TestSupport::ControllerHarness;
+using TestSupport::eventually;
+using TestSupport::neverWithin;
+using namespace std::chrono_literals;
+typedef DiagControllerStatus Phase;
+typedef DiagnosticController::errorCode Code;
+
+/** The three registering calls behind one face. */
+struct Registering {
+  const char* name;
+  Code (DiagnosticController::*call)(CallBackObject*, unsigned long&);
+  DiagCtrlEvent::eventCode wrongPhaseEvent;
+};
+
+const Registering registeringCalls[] = {
+    {"events", &DiagnosticController::registerForDiagEvents, DiagCtrlEvent::UNABLE_TO_GET_LOCK},
+    {"results", &DiagnosticController::registerForDiagResults, DiagCtrlEvent::INCORRECT_PHASE},
+    {"controller events", &DiagnosticController::registerForDiagCtrlEvents,
+     DiagCtrlEvent::UNABLE_TO_GET_LOCK},
+};
+
+const Phase::diagCtrlPhase allPhases[] = {Phase::UNINITIALISED, Phase::ACTIVE,
+                                          Phase::IDLE,          Phase::ENUMERATE,
+                                          Phase::INITIALIZE,    Phase::ESTIMATION};
+
+void raise(DiagCtrlEvent::eventCode code, unsigned int requestId = 0) {
+  DiagUtil::getInstance()->pushDiagCtrlEvent(code, DiagnosticEvent::WARNING_EVENT, requestId);
+}
+
+void pushEvents(int number) {
+  EventVector batch;
+  for (int index = 0; index < number; ++index) {
+    batch.push_back(new DiagnosticEvent);
+  }
+  EventManager::getInstance()->pushEventInAllEventQueue(batch);
+}
+
+void pushResult() {
+  EventManager::getInstance()->pushResultInAllResultQueue({new DiagnosticResult});
+}
+
+/** A controller that is initialised and in any phase that a test puts it into. */
+class RegistrationTest : public ::testing::Test {
+ protected:
+  RegistrationTest() {
+    m_harness.trace();
+    m_harness.initialize();
+  }
+  ~RegistrationTest() override { setPhase(Phase::INITIALIZE); }
+
+  void setPhase(Phase::diagCtrlPhase phase) { m_harness->setDiagCtrlPhase(phase, -1); }
+
+  unsigned long registerFor(const Registering& kind) {
+    unsigned long id = 0;
+    EXPECT_EQ((m_harness.controller().*kind.call)(&m_object, id), DiagnosticController::SUCCESS);
+    return id;
+  }
+
+  std::vector<unsigned int> registrations() {
+    unsigned int events = 0;
+    unsigned int results = 0;
+    unsigned int ctrlEvents = 0;
+    EXPECT_EQ(m_harness->getNumberOfRegistrations(events, results, ctrlEvents),
+              DiagnosticController::SUCCESS);
+    return {events, results, ctrlEvents};
+  }
+
+  CallBackObject m_object;
+  ControllerHarness m_harness;
+  TestSupport::TraceFile m_trace{m_harness.directory().path()};
+};
+
+// --- Registering
+
+TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_event) {
+  m_harness.registerForAll();
+  for (const auto phase : allPhases) {
+    setPhase(phase);
+    for (const Registering& kind : registeringCalls) {
+      unsigned long id = 99;
+      EXPECT_EQ((m_harness.controller().*kind.call)(nullptr, id),
+                DiagnosticController::INVALID_OBJECT_PASSED);
+      EXPECT_EQ(id, 99U);
+    }
+  }
+  setPhase(Phase::IDLE);
+  EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
+  EXPECT_TRUE(m_trace.contains("INVALID_OBJECT_PASSED: "));
+}
+
+TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
+  m_harness.registerForAll();
+  for (const auto phase : allPhases) {
+    SCOPED_TRACE(TestSupport::nameOf(phase));
+    for (const Registering& kind : registeringCalls) {
+      SCOPED_TRACE(kind.name);
+      setPhase(Phase::IDLE);
+      m_harness.forget();
+      setPhase(phase);
+      unsigned long id = 0;
+      const Code code = (m_harness.controller().*kind.call)(&m_object, id);
+      setPhase(Phase::IDLE);
+      if (phase == Phase::UNINITIALISED) {
+        EXPECT_EQ(code, DiagnosticController::INCORRECT_PHASE);
+        EXPECT_EQ(id, 0U);
+        EXPECT_THAT(m_harness.ctrlEvents(),
+                    ElementsAre(TestSupport::nameOf(kind.wrongPhaseEvent) + " E 0"));
+      } else {
+        EXPECT_EQ(code, DiagnosticController::SUCCESS);
+        EXPECT_GT(id, 1U);
+        EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
+      }
+    }
+  }
+  EXPECT_TRUE(m_trace.contains("INCORRECT_PHASE: "));
+}
+
+TEST(BeforeInitialize, registering_is_refused_and_nothing_is_reached) {
+  CallBackObject object;
+  ControllerHarness harness;
+  for (const Registering& kind : registeringCalls) {
+    unsigned long id = 0;
+    EXPECT_EQ((harness.controller().*kind.call)(&object, id),
+              DiagnosticController::INCORRECT_PHASE);
+  }
+}
+
+TEST_F(RegistrationTest, counts_entries_of_each_kind_and_does_not_merge_equal_objects) {
+  registerFor(registeringCalls[0]);
+  registerFor(registeringCalls[0]);
+  registerFor(registeringCalls[2]);
+  EXPECT_THAT(registrations(), ElementsAre(2, 0, 1));
+  EventManager::getInstance()->clearEventQueues();
+  EXPECT_THAT(registrations(), ElementsAre(2, 0, 1)) << "entries, not queues";
+}
+
+TEST_F(RegistrationTest, counting_is_refused_in_UNINITIALISED_and_ENUMERATE) {
+  m_harness.registerForAll();
+  for (const auto phase : allPhases) {
+    SCOPED_TRACE(TestSupport::nameOf(phase));
+    setPhase(Phase::IDLE);
+    m_harness.forget();
+    setPhase(phase);
+    unsigned int counts[] = {7, 7, 7};
+    const Code code = m_harness->getNumberOfRegistrations(counts[0], counts[1], counts[2]);
+    setPhase(Phase::IDLE);
+    if (phase == Phase::UNINITIALISED || phase == Phase::ENUMERATE) {
+      EXPECT_EQ(code, DiagnosticController::INCORRECT_PHASE);
+      EXPECT_THAT(counts, ElementsAre(7, 7, 7));
+      EXPECT_THAT(m_harness.ctrlEvents(), ElementsAre("INCORRECT_PHASE E 0"));
+    } else {
+      EXPECT_EQ(code, DiagnosticController::SUCCESS);
+      EXPECT_THAT(counts, ElementsAre(1, 1, 1));
+      EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
+    }
+  }
+}
+
+TEST_F(RegistrationTest, nothing_of_it_survives_a_shut_down_and_objects_can_be_used_again) {
+  const unsigned long id = registerFor(registeringCalls[2]);
+  m_harness.shutDown();
+  m_harness.initialize();
+  EXPECT_THAT(registrations(), ElementsAre(0, 0, 0));
+  CtrlEventVector* drained = nullptr;
+  EXPECT_EQ(m_harness->getDiagnosticCtrlEvents(static_cast<long>(id), drained),
+            DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND);
+  EXPECT_EQ(registerFor(registeringCalls[2]), 1U) << "ids start anew";
+}
+
+// --- Being woken
+
+/** Threads that wait on one object. */
+class Waiters {
+ public:
+  Waiters(CallBackObject& object, int number) : m_object(object) {
+    for (int index = 0; index < number; ++index) {
+      m_threads.emplace_back([&object] { object.wait(); });
+    }
+    for (const Companion& thread : m_threads) {
+      EXPECT_TRUE(thread.blocks());
+    }
+  }
+  ~Waiters() {
+    eventually([this] {
+      m_object.notify();
+      return woken() == static_cast<int>(m_threads.size());
+    });
+  }
+  Waiters(const Waiters&) = delete;
+  Waiters& operator=(const Waiters&) = delete;
+
+  int woken() const {
+    return static_cast<int>(std::count_if(m_threads.begin(), m_threads.end(),
+                                          [](const Companion& thread) { return thread.ended(); }));
+  }
+  bool wakes(int number) const {
+    return eventually([&] { return woken() >= number; }) &&
+           neverWithin(100ms, [&] { return woken() > number; });
+  }
+
+ private:
+  CallBackObject& m_object;
+  std::list<Companion> m_threads;
+};
+
+TEST_F(RegistrationTest, a_batch_is_one_signal_and_wakes_one_waiter) {
+  registerFor(registeringCalls[0]);
+  const Waiters waiters(m_object, 3);
+  pushEvents(5);
+  EXPECT_TRUE(waiters.wakes(1));
+}
+
+TEST_F(RegistrationTest, an_object_that_is_registered_twice_is_signalled_twice) {
+  EXPECT_EQ(registerFor(registeringCalls[0]), 1U);
+  EXPECT_EQ(registerFor(registeringCalls[0]), 2U);
+  const Waiters waiters(m_object, 3);
+  pushEvents(1);
+  EXPECT_TRUE(waiters.wakes(2));
+}
+
+TEST_F(RegistrationTest, an_empty_batch_and_other_kinds_wake_nobody) {
+  registerFor(registeringCalls[0]);
+  const Waiters waiters(m_object, 1);
+  pushEvents(0);
+  pushResult();
+  raise(DiagCtrlEvent::DISABLE_TEST);
+  EXPECT_TRUE(waiters.wakes(0));
+}
+
+TEST_F(RegistrationTest, each_kind_wakes_its_own) {
+  for (std::size_t kind = 0; kind < 3; ++kind) {
+    SCOPED_TRACE(registeringCalls[kind].name);
+    CallBackObject object;
+    unsigned long id = 0;
+    (m_harness.controller().*registeringCalls[kind].call)(&object, id);
+    {
+      const Waiters waiters(object, 1);
+      kind == 0 ? pushEvents(1) : kind == 1 ? pushResult() : raise(DiagCtrlEvent::DISABLE_TEST);
+      EXPECT_TRUE(waiters.wakes(1));
+    }
+    m_harness.shutDown();
+    m_harness.initialize();
+  }
+}
+
+TEST_F(RegistrationTest, without_a_queue_messages_are_gone_and_objects_are_still_woken) {
+  registerFor(registeringCalls[0]);
+  EventManager::getInstance()->clearEventQueues();
+  const Waiters waiters(m_object, 1);
+  pushEvents(1);
+  EXPECT_TRUE(waiters.wakes(1));
+}
+
+TEST_F(RegistrationTest, a_signal_that_nobody_waits_for_is_lost) {
+  registerFor(registeringCalls[0]);
+  pushEvents(1);
+  const Waiters waiters(m_object, 1);
+  EXPECT_TRUE(waiters.wakes(0));
+}
+
+TEST_F(RegistrationTest, a_woken_client_finds_the_whole_batch) {
+  const unsigned long id = registerFor(registeringCalls[0]);
+  std::size_t found = 0;
+  Companion client([&] {
+    m_object.wait();
+    const std::unique_ptr<EventVector> events(EventManager::getInstance()->getEvents(id));
+    found = events->size();
+    std::for_each(events->begin(), events->end(), [](DiagnosticEvent* event) { delete event; });
+  });
+  ASSERT_TRUE(client.blocks());
+  pushEvents(50);
+  ASSERT_TRUE(client.ends());
+  EXPECT_EQ(found, 50U);
+}
+
+// --- Raising controller events
+
+TEST_F(RegistrationTest, a_controller_event_carries_code_type_request_and_one_empty_parameter) {
+  const unsigned long id = registerFor(registeringCalls[2]);
+  raise(DiagCtrlEvent::TEST_REQUEST_ABORTED, 12);
+  const std::unique_ptr<CtrlEventVector> events(EventManager::getInstance()->getCtrlEvents(id));
+  ASSERT_THAT(*events, SizeIs(1));
+  const std::unique_ptr<DiagCtrlEvent> event(events->front());
+  EXPECT_EQ(event->getEventCode(), 61U);
+  EXPECT_EQ(event->getEventType(), DiagnosticEvent::WARNING_EVENT);
+  EXPECT_EQ(event->getTestRequestId(), 12U);
+  EXPECT_THAT(event->getParamVector(), ElementsAre(""));
+}
+
+TEST_F(RegistrationTest, events_can_be_raised_from_many_threads_at_once) {
+  m_harness.registerForAll();
+  constexpr int threads = 8;
+  constexpr int each = 200;
+  std::vector<std::thread> raisers;
+  for (int thread = 0; thread < threads; ++thread) {
+    raisers.emplace_back([] {
+      for (int number = 0; number < each; ++number) {
+        raise(DiagCtrlEvent::DISABLE_TEST);
+      }
+    });
+  }
+  for (std::thread& raiser : raisers) {
+    raiser.join();
+  }
+  EXPECT_THAT(m_harness.ctrlEvents(), SizeIs(threads * each));
+}
+
+TEST(BeforeInitialize, an_event_can_be_raised_and_reaches_nobody) {
+  ControllerHarness harness;
+  harness.controller();
+  raise(DiagCtrlEvent::DISABLE_TEST);
+  harness.initialize();
+  harness.registerForAll();
+  EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
+}
+
+// --- Fetching
+
+class FetchingTest : public RegistrationTest {
+ protected:
+  FetchingTest() {
+    m_harness.registerForAll();
+    setPhase(Phase::IDLE);
+  }
+
+  /** Fetches events; nothing may be there. */
+  Code fetchEvents(long id) { return fetch(&DiagnosticController::getDiagnosticEvents, id); }
+  Code fetchResults(long id) { return fetch(&DiagnosticController::getDiagnosticResults, id); }
+  Code fetchCtrlEvents(long id) {
+    return fetch(&DiagnosticController::getDiagnosticCtrlEvents, id);
+  }
+
+  template <class Vector>
+  Code fetch(Code (DiagnosticController::*call)(long, Vector*&), long id) {
+    static Vector sentinel;
+    Vector* drained = &sentinel;
+    const Code code = (m_harness.controller().*call)(id, drained);
+    if (code == DiagnosticController::SUCCESS) {
+      EXPECT_NE(drained, &sentinel);
+      EXPECT_THAT(*drained, IsEmpty());
+      delete drained;
+    } else {
+      EXPECT_EQ(drained, &sentinel) << "untouched";
+    }
+    return code;
+  }
+};
+
+TEST_F(FetchingTest, an_empty_queue_is_a_success) {
+  EXPECT_EQ(fetchEvents(1), DiagnosticController::SUCCESS);
+  EXPECT_EQ(fetchResults(1), DiagnosticController::SUCCESS);
+  EXPECT_EQ(fetchCtrlEvents(1), DiagnosticController::SUCCESS);
+}
+
+TEST_F(FetchingTest, an_unknown_id_has_the_code_of_results_for_events_too) {
+  for (const long id : {0L, 2L, -1L}) {
+    m_harness.forget();
+    EXPECT_EQ(fetchEvents(id), DiagnosticController::RESULT_REG_ID_NOT_FOUND);
+    EXPECT_EQ(fetchResults(id), DiagnosticController::RESULT_REG_ID_NOT_FOUND);
+    EXPECT_THAT(m_harness.ctrlEvents(),
+                ElementsAre("RESULT_REG_ID_NOT_FOUND E 0", "RESULT_REG_ID_NOT_FOUND E 0"));
+  }
+  EXPECT_EQ(m_trace.count("RESULT REG ID NOT FOUND, INCORRECT REG ID:"), 3U) << "results only";
+}
+
+TEST_F(FetchingTest, an_unknown_id_of_controller_events_differs_in_code_and_event) {
+  EXPECT_EQ(fetchCtrlEvents(7), DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND);
+  EXPECT_EQ(DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND, 36U);
+  EXPECT_EQ(DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, 11U);
+  EXPECT_THAT(m_harness.ctrlEvents(), ElementsAre("CTRL_EV_REG_ID_NOT_FOUND E 0"));
+  EXPECT_TRUE(m_trace.contains("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:"));
+}
+
+TEST_F(FetchingTest, ids_of_the_kinds_overlap) {
+  unsigned long resultId = 0;
+  m_harness->registerForDiagResults(&m_object, resultId);
+  unsigned long eventId = 0;
+  m_harness->registerForDiagEvents(&m_object, eventId);
+  ASSERT_EQ(resultId, eventId);
+  pushEvents(2);
+  EventVector* drained = nullptr;
+  ASSERT_EQ(m_harness->getDiagnosticEvents(static_cast<long>(resultId), drained),
+            DiagnosticController::SUCCESS);
+  const std::unique_ptr<EventVector> owned(drained);
+  EXPECT_THAT(*owned, SizeIs(2)) << "the other client's";
+  std::for_each(owned->begin(), owned->end(), [](DiagnosticEvent* event) { delete event; });
+  EXPECT_THAT(m_harness.events(), SizeIs(2)) << "the first registration has its own";
+}
+
+TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
+  for (const auto phase : allPhases) {
+    SCOPED_TRACE(TestSupport::nameOf(phase));
+    setPhase(Phase::IDLE);
+    m_harness.forget();
+    setPhase(phase);
+    const Code events = fetchEvents(1);
+    setPhase(phase);
+    const Code results = fetchResults(1);
+    setPhase(Phase::IDLE);
+    if (phase == Phase::ACTIVE || phase == Phase::IDLE) {
+      EXPECT_EQ(events, DiagnosticController::SUCCESS);
+      EXPECT_EQ(results, DiagnosticController::SUCCESS);
+      EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
+    } else {
+      EXPECT_EQ(events, DiagnosticController::INCORRECT_PHASE);
+      EXPECT_EQ(results, DiagnosticController::INCORRECT_PHASE);
+      EXPECT_THAT(m_harness.ctrlEvents(),
+                  ElementsAre("INCORRECT_PHASE E 0", "INCORRECT_PHASE E 0"));
+    }
+  }
+}
+
+TEST_F(FetchingTest, controller_events_are_fetched_in_INITIALIZE_too_and_a_refusal_is_silent) {
+  for (const auto phase : allPhases) {
+    SCOPED_TRACE(TestSupport::nameOf(phase));
+    setPhase(phase);
+    const Code code = fetchCtrlEvents(1);
+    setPhase(Phase::IDLE);
+    const bool isOpen =
+        phase == Phase::ACTIVE || phase == Phase::IDLE || phase == Phase::INITIALIZE;
+    EXPECT_EQ(code, isOpen ? DiagnosticController::SUCCESS : DiagnosticController::INCORRECT_PHASE);
+    EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
+  }
+}
+
+TEST_F(FetchingTest, messages_belong_to_the_client) {
+  pushEvents(1);
+  pushResult();
+  raise(DiagCtrlEvent::DISABLE_TEST, 3);
+  EXPECT_THAT(m_harness.events(), ElementsAre("0 I 0"));
+  EXPECT_THAT(m_harness.results(), ElementsAre("UNUSUAL_STATUS 0"));
+  EXPECT_THAT(m_harness.ctrlEvents(), ElementsAre("DISABLE_TEST W 3"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagCtrl
