@@ -11,6 +11,7 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/SharedObjectFile.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -34,6 +35,12 @@ Function& requireExport(pDllHandle aHandle, const char* apcName, const char* apc
   return *function;
 }
 
+[[noreturn]] void refuseToLoad(const TraceScope& arTrace, const std::string& arReason) {
+  arTrace.warning(arReason);
+  raise<DiagCtrlLoadLibraryFailed>(DiagCtrlBaseException::LoadLibraryFailed,
+                                   "DiagnosticPackageInterface::loadPackage()");
+}
+
 }  // namespace
 
 DiagnosticPackageInterface::DiagnosticPackageInterface()
@@ -44,12 +51,13 @@ DiagnosticPackageInterface::~DiagnosticPackageInterface() = default;
 
 pDllHandle DiagnosticPackageInterface::loadPackage(const char* packageName) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackageInterface::loadPackage");
+  if (isCutOff(packageName)) {
+    refuseToLoad(trace, std::string(packageName) + ": file is cut off");
+  }
   pDllHandle handle = dlopen(packageName, RTLD_NOW);
   if (handle == nullptr) {
     const char* reason = dlerror();
-    trace.warning(reason != nullptr ? reason : "");
-    raise<DiagCtrlLoadLibraryFailed>(DiagCtrlBaseException::LoadLibraryFailed,
-                                     "DiagnosticPackageInterface::loadPackage()");
+    refuseToLoad(trace, reason != nullptr ? reason : "");
   }
   return handle;
 }

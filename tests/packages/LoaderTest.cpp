@@ -229,7 +229,9 @@ TEST_F(LoaderTest, what_an_export_throws_passes_through) {
        {Call::SetConfigFile, Call::SetLogDir, Call::GetEnumerator, Call::GetDiagnostics}) {
     script.throwAt(call, "no power");
   }
-  for (auto* const call : {setConfigFile, setLogDir, askForEnumerator, askForDiagnostics}) {
+  EXPECT_THROW(m_loader.setPackageConfigFile(handle, m_packages.configPath("THETA").c_str()),
+               std::runtime_error);
+  for (auto* const call : {setLogDir, askForEnumerator, askForDiagnostics}) {
     EXPECT_THROW(call(m_loader, handle), std::runtime_error);
   }
   for (const Call call :

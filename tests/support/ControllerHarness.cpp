@@ -128,17 +128,25 @@ DiagnosticController& ControllerHarness::controller() {
   return *DiagnosticController::getInstance();
 }
 
-int ControllerHarness::indexOf(const std::string& package) {
+std::vector<std::string> ControllerHarness::catalogue() {
   int count = 0;
   require(controller().getNumberOfDiagPackages(count), "getNumberOfDiagPackages");
+  std::vector<std::string> names;
   for (int index = 1; index <= count; ++index) {
-    DiagnosticPackage* found = nullptr;
-    if (controller().getDiagPackage(index, found) == DiagnosticController::SUCCESS &&
-        package == found->getPackageBaseName()) {
-      return index;
-    }
+    DiagnosticPackage* package = nullptr;
+    require(controller().getDiagPackage(index, package), "getDiagPackage");
+    names.emplace_back(package->getPackageBaseName());
   }
-  throw std::runtime_error("no package " + package + " in the catalogue");
+  return names;
+}
+
+int ControllerHarness::indexOf(const std::string& package) {
+  const std::vector<std::string> names = catalogue();
+  const auto found = std::find(names.begin(), names.end(), package);
+  if (found == names.end()) {
+    throw std::runtime_error("no package " + package + " in the catalogue");
+  }
+  return static_cast<int>(found - names.begin()) + 1;
 }
 
 DiagnosticSettings ControllerHarness::settings(int passes) {

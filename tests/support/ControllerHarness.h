@@ -75,6 +75,8 @@ class ControllerHarness {
   DiagCtrl::DiagnosticController& controller();
   DiagCtrl::DiagnosticController* operator->() { return &controller(); }
 
+  /** The base names of the packages in the catalogue, by their indices from 1 on. */
+  std::vector<std::string> catalogue();
   /** The index of a package in the catalogue. */
   int indexOf(const std::string& package);
 
