@@ -36,6 +36,15 @@ void failIf(bool abFailed, unsigned long aulLine = __builtin_LINE()) {
   }
 }
 
+// The platform would follow the id of a thread that was never started, and need not notice a thread
+// that waits for itself.
+int joinThread(pthread_t aThread) {
+  if (aThread == 0) {
+    return ESRCH;
+  }
+  return pthread_equal(aThread, pthread_self()) != 0 ? EDEADLK : pthread_join(aThread, nullptr);
+}
+
 unsigned long secondsSinceEpoch() {
   return static_cast<unsigned long>(time(nullptr));
 }
@@ -101,9 +110,7 @@ void DiagThread::stop() {
 
 void DiagThread::join() {
   const TraceScope trace(mpDiagTracer, "DiagThread::join");
-  // The platform would follow the id of a thread that was never started.
-  const int result = mthThreadID == 0 ? ESRCH : pthread_join(mthThreadID, nullptr);
-  if (isOneOf(result, {ESRCH, EINVAL, EDEADLK})) {
+  if (isOneOf(joinThread(mthThreadID), {ESRCH, EINVAL, EDEADLK})) {
     raise<DiagCtrlUnsupportedOperation>(DiagCtrlBaseException::UnsupportedOperation,
                                         "DiagThread::join()");
   }

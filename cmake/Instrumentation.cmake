@@ -26,6 +26,8 @@ endif()
 if(TARVEX_INSTRUMENTATION_FLAGS)
   set(TARVEX_SANITIZED ON)
   list(APPEND TARVEX_INSTRUMENTATION_FLAGS -fno-omit-frame-pointer)
-  add_compile_options(${TARVEX_INSTRUMENTATION_FLAGS})
+  add_compile_options(${TARVEX_INSTRUMENTATION_FLAGS}
+    # The checks that a sanitizer adds lead gcc's own analysis astray.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   add_link_options(${TARVEX_INSTRUMENTATION_FLAGS})
 endif()

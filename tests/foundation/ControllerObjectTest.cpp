@@ -6,17 +6,21 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "DiagCtrl/DiagControllerStatus.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
+#include "DiagCtrl/GlobalSettings.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
@@ -144,6 +148,50 @@ TEST(DiagnosticControllerObject, traces_the_pointers_it_hands_out_but_not_the_en
                                              "@exit DiagnosticController::getTestRequestMgrPtr",
                                              "@enter DiagnosticController::getGlobalSettingsPtr"};
   EXPECT_EQ(TraceFile(directory.path()).texts(), expected);
+}
+
+TEST(ControllerEvents, reach_their_registrations_before_there_is_a_controller) {
+  EventManager* const manager = EventManager::getInstance();
+  const unsigned long first = manager->createCtrlEventQueue();
+  const unsigned long second = manager->createCtrlEventQueue();
+  DiagUtil::getInstance()->pushDiagCtrlEvent(DiagCtrlEvent::PACKAGE_NOT_FOUND,
+                                             Diag::DiagnosticEvent::WARNING_EVENT, 7);
+  for (const unsigned long registration : {first, second}) {
+    const std::unique_ptr<CtrlEventVector> events(manager->getCtrlEvents(registration));
+    ASSERT_EQ(events->size(), 1U);
+    const std::unique_ptr<DiagCtrlEvent> event(events->front());
+    EXPECT_EQ(event->getEventCode(), 57U);
+    EXPECT_EQ(event->getEventType(), Diag::DiagnosticEvent::WARNING_EVENT);
+    EXPECT_EQ(event->getTestRequestId(), 7U);
+    EXPECT_EQ(event->getParamVector(), std::vector<std::string>{""});
+  }
+}
+
+TEST(ControllerEvents, of_the_default_constructor_can_be_dumped) {
+  DiagCtrlEvent event;
+  event.setTestRequestId(12);
+  EXPECT_NE(event.dump().find("12"), std::string::npos) << event.dump();
+}
+
+TEST(GlobalSettings, keep_what_they_are_given) {
+  GlobalSettings settings(DiagCtrlConstants::DIAG_WARNING, GlobalSettings::PARALLEL, true, false,
+                          GlobalSettings::FACTORY);
+  EXPECT_EQ(settings.getDebugLog(), DiagCtrlConstants::DIAG_WARNING);
+  EXPECT_EQ(settings.getRunMode(), GlobalSettings::PARALLEL);
+  EXPECT_TRUE(settings.getDiagLogMode());
+  EXPECT_FALSE(settings.getHaltOnError());
+  EXPECT_EQ(settings.getDiagnosticMode(), GlobalSettings::FACTORY);
+
+  settings.setDebugLog(DiagCtrlConstants::DIAG_ERROR);
+  settings.setRunMode(GlobalSettings::SERIAL);
+  settings.setDiagLogMode(false);
+  settings.setHaltOnError(true);
+  settings.setDiagnosticMode(GlobalSettings::BRINGUP);
+  EXPECT_EQ(settings.getDebugLog(), DiagCtrlConstants::DIAG_ERROR);
+  EXPECT_EQ(settings.getRunMode(), GlobalSettings::SERIAL);
+  EXPECT_FALSE(settings.getDiagLogMode());
+  EXPECT_TRUE(settings.getHaltOnError());
+  EXPECT_EQ(settings.getDiagnosticMode(), GlobalSettings::BRINGUP);
 }
 
 TEST(Singletons, are_one_for_all_threads_that_ask_first) {
