@@ -22,10 +22,4 @@ namespace TarvexDiags::PackageKit {
  */
 std::vector<std::string> checkPackageTexts(const std::string& directory, const std::string& name);
 
-/**
- * @brief Finds resource tags whose last components clash: such devices would share a lock.
- * @return a line for each clash, naming both tags; tags that are equal as a whole clash as well
- */
-std::vector<std::string> findTagClashes(const std::vector<std::string>& resourceTags);
-
 }  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace TarvexDiags::PackageKit {
+
+/// Owns a file descriptor.
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : m_number(number) {}
+  Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(m_number, other.m_number);
+    return *this;
+  }
+  ~Descriptor() { close(); }
+
+  int number() const { return m_number; }
+  bool isOpen() const { return m_number >= 0; }
+  void close() {
+    if (m_number >= 0) {
+      ::close(std::exchange(m_number, -1));
+    }
+  }
+
+ private:
+  int m_number;
+};
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,159 @@
+#include "packagekit/internal/Module.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "System/SysUtil.h"
+#include "packagekit/internal/Guard.h"
+#include "packagekit/internal/PackageLog.h"
+#include "packagekit/internal/WorkerProcess.h"
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+std::string absolute(const char* path) {
+  char* const resolved = realpath(path, nullptr);
+  if (resolved == nullptr) {
+    return path;
+  }
+  std::string text(resolved);
+  free(resolved);
+  return text;
+}
+
+// The file of the shared object that has the function or variable at that address.
+std::string objectWith(const void* address) {
+  Dl_info info{};
+  return dladdr(address, &info) != 0 && info.dli_fname != nullptr ? absolute(info.dli_fname) : "";
+}
+
+std::string directoryOf(const std::string& file) {
+  const auto separator = file.rfind('/');
+  return separator == std::string::npos ? "." : file.substr(0, separator);
+}
+
+std::string stemOf(const std::string& file) {
+  const auto separator = file.rfind('/');
+  const std::string name = separator == std::string::npos ? file : file.substr(separator + 1);
+  return name.substr(0, name.rfind('.'));
+}
+
+// Lies in the package's own shared object, as the kit is linked into it.
+const char anchor = 0;
+
+}  // namespace
+
+Module& Module::instance() {
+  static Module module;
+  return module;
+}
+
+Module::Module() : m_packageFile(objectWith(&anchor)) {}
+
+Module::~Module() {
+  forgetHung();
+}
+
+void Module::setConfigFile(const char* file) {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  // The host may change its working directory before a worker reads the file.
+  m_configFile = file == nullptr ? "" : absolute(file);
+}
+
+void Module::setLogDirectory(const char* directory) {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_logDirectory = directory == nullptr ? "" : absolute(directory);
+}
+
+Settings Module::settings() const {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  return Settings(m_configFile);
+}
+
+std::string Module::logFile(const std::string& name) const {
+  if (name.find('/') != std::string::npos) {
+    return name;
+  }
+  const std::lock_guard<std::mutex> hold(m_lock);
+  if (m_logDirectory.empty() || m_configFile.empty()) {
+    return {};
+  }
+  return m_logDirectory + "/" + (name.empty() ? stemOf(m_configFile) + ".log" : name);
+}
+
+void Module::log(const std::string& line) const {
+  writeLogLine(logFile(), line);
+}
+
+const Package* Module::package(DefineFunction define) {
+  std::optional<std::string> failure;
+  {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    if (m_defined) {
+      return m_package.get();
+    }
+    m_defined = true;
+    auto package = std::make_unique<Package>();
+    failure = failureOf([&] { define(*package); });
+    if (!failure) {
+      m_package = std::move(package);
+      return m_package.get();
+    }
+  }
+  log("the package can't be used: " + *failure);
+  return nullptr;
+}
+
+Environment Module::environment(DiagnosticMode mode) const {
+  return {mode, settings(), {}, 0, [this](const std::string& line) { log(line); }};
+}
+
+std::string Module::workerFile() const {
+  if (const auto configured = settings().package("WorkerPath")) {
+    return *configured;
+  }
+  static const char name[] = "/tarvex-package-worker";
+  const std::string framework =
+      directoryOf(objectWith(reinterpret_cast<const void*>(&System::SysUtil::getOs)));
+  const std::string candidates[] = {
+      directoryOf(packageFile()) + name,
+      framework + "/packages" + name,
+      framework + "/" TARVEX_LIBEXEC_FROM_LIB + name,
+      TARVEX_LIBEXEC_DIR + std::string(name),
+  };
+  const auto* const found =
+      std::find_if(std::begin(candidates), std::end(candidates),
+                   [](const std::string& file) { return access(file.c_str(), X_OK) == 0; });
+  return found == std::end(candidates) ? "" : *found;
+}
+
+void Module::markHung(const std::string& resourceTag, pid_t worker) {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_hung[resourceTag] = worker;
+}
+
+std::optional<pid_t> Module::hungWorker(const std::string& resourceTag) const {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  const auto found = m_hung.find(resourceTag);
+  return found == m_hung.end() ? std::nullopt : std::optional<pid_t>(found->second);
+}
+
+void Module::forgetHung() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  for (const auto& entry : m_hung) {
+    m_forgotten.push_back(entry.second);
+  }
+  m_hung.clear();
+  reapForgotten();
+}
+
+void Module::reapForgotten() {
+  m_forgotten.erase(std::remove_if(m_forgotten.begin(), m_forgotten.end(), &reapIfEnded),
+                    m_forgotten.end());
+}
+
+}  // namespace TarvexDiags::PackageKit

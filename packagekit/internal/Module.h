@@ -1,0 +1,69 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packagekit/Exports.h"
+#include "packagekit/Package.h"
+#include "packagekit/Settings.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// The one object behind the exports of a loaded package: where its files are, what its author
+/// defined, and which of its devices hang. Lives from the first export called until the shared
+/// object is closed. Thread-safe.
+class Module {
+ public:
+  static Module& instance();
+  Module(const Module&) = delete;
+  Module& operator=(const Module&) = delete;
+  ~Module();
+
+  void setConfigFile(const char* file);
+  void setLogDirectory(const char* directory);
+  Settings settings() const;
+
+  /// A file in the log directory, by default the package's own log, named after it; a name with a
+  /// "/" is taken as it is. Empty without a log directory.
+  std::string logFile(const std::string& name = {}) const;
+  void log(const std::string& line) const;
+
+  /// The author's package, filled at the first call. Null when that failed, which the log tells.
+  const Package* package(DefineFunction define);
+
+  /// What discovery and predicates are given.
+  Environment environment(DiagnosticMode mode) const;
+
+  /// The path of this package's shared object.
+  const std::string& packageFile() const { return m_packageFile; }
+
+  /// The worker executable: named by the key `WorkerPath`, or the first one found beside the
+  /// package and in the places where it is built and installed. Empty when there is none.
+  std::string workerFile() const;
+
+  /// Workers that nothing can end, by the resource tag of their device.
+  void markHung(const std::string& resourceTag, pid_t worker);
+  std::optional<pid_t> hungWorker(const std::string& resourceTag) const;
+  void forgetHung();
+
+ private:
+  Module();
+  void reapForgotten();
+
+  const std::string m_packageFile;
+  mutable std::mutex m_lock;
+  std::string m_configFile;
+  std::string m_logDirectory;
+  bool m_defined = false;
+  std::unique_ptr<Package> m_package;
+  std::map<std::string, pid_t> m_hung;
+  std::vector<pid_t> m_forgotten;
+};
+
+}  // namespace TarvexDiags::PackageKit

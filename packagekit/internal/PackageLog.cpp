@@ -1,0 +1,61 @@
+#include "packagekit/internal/PackageLog.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+
+#include "packagekit/internal/Descriptor.h"
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+constexpr off_t kLargestLog = 16 * 1024 * 1024;
+
+std::string timeStamp() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm parts{};
+  gmtime_r(&now.tv_sec, &parts);
+  char text[64];
+  const std::size_t length = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(text + length, sizeof text - length, ".%03ldZ", now.tv_nsec / 1'000'000);
+  return text;
+}
+
+std::string onOneLine(std::string text) {
+  for (char& character : text) {
+    if (static_cast<unsigned char>(character) < ' ') {
+      character = ' ';
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+void writeLogLine(const std::string& file, const std::string& line) noexcept {
+  if (file.empty()) {
+    return;
+  }
+  try {
+    const Descriptor log(::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    if (!log.isOpen()) {
+      return;
+    }
+    struct stat state {};
+    if (fstat(log.number(), &state) == 0 && state.st_size > kLargestLog) {
+      std::rename(file.c_str(), (file + ".1").c_str());
+    }
+    const std::string text =
+        timeStamp() + " [" + std::to_string(getpid()) + "] " + onOneLine(line) + "\n";
+    // One call for the line: appends of several processes then stay apart.
+    [[maybe_unused]] const ssize_t written = ::write(log.number(), text.data(), text.size());
+  } catch (const std::exception&) {
+  }
+}
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,309 @@
+#include "packagekit/internal/PassRunner.h"
+
+#include <signal.h>
+#include <string.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <system_error>
+
+#include "packagekit/KitEvents.h"
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+using Diag::DiagnosticEvent;
+using Diag::DiagnosticResult;
+
+constexpr double kDefaultTestTimeout = 3600;
+constexpr long kDefaultMaxEvents = 10'000;
+
+std::string signalName(int signal) {
+  const char* const name = sigabbrev_np(signal);
+  return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
+}
+
+std::string howItEnded(const ProcessEnd& end) {
+  switch (end.kind) {
+    case ProcessEnd::Kind::Exited:
+      return "exit status " + std::to_string(end.number);
+    case ProcessEnd::Kind::Signalled:
+      return signalName(end.number);
+    case ProcessEnd::Kind::Unknown:
+      break;
+  }
+  return "unknown end";
+}
+
+const char* nameOf(DiagnosticResult::TestResult verdict) {
+  switch (verdict) {
+    case DiagnosticResult::PASSED:
+      return "PASSED";
+    case DiagnosticResult::UNUSUAL_STATUS:
+      return "UNUSUAL_STATUS";
+    case DiagnosticResult::FAILED:
+      break;
+  }
+  return "FAILED";
+}
+
+std::string whyNotStarted(const SessionEnd& end) {
+  if (end.pid < 0) {
+    return "no process";
+  }
+  if (!end.protocolError.empty()) {
+    return end.protocolError;
+  }
+  return end.isTimedOut ? "not ready in time" : howItEnded(end.process);
+}
+
+bool isClean(const SessionEnd& end) {
+  return end.isComplete && end.protocolError.empty() &&
+         end.process.kind != ProcessEnd::Kind::Signalled && end.process.number == 0;
+}
+
+std::vector<std::string> with(std::vector<std::string> details, const std::string& lastLines) {
+  details.push_back(lastLines);
+  return details;
+}
+
+std::string secondsText(double seconds) {
+  std::string text = std::to_string(seconds);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (!text.empty() && text.back() == '.') {
+    text.pop_back();
+  }
+  return text;
+}
+
+PassSetup remainderOf(const PassSetup& setup, std::size_t from) {
+  PassSetup rest = setup;
+  rest.testIds.erase(rest.testIds.begin(), rest.testIds.begin() + static_cast<long>(from));
+  return rest;
+}
+
+}  // namespace
+
+void PassOutcome::worsen(const PassOutcome& other) {
+  if (other.verdict > verdict) {
+    *this = other;
+  }
+}
+
+PassRunner::PassRunner(Module& module, RunControl& control, PassObserver& observer,
+                       bool reportStatus)
+    : m_module(module), m_control(control), m_observer(observer), m_reportStatus(reportStatus) {}
+
+PassOutcome PassRunner::run(PassSetup setup) {
+  m_setup = std::move(setup);
+  m_outcome = {};
+  const Settings settings = m_module.settings();
+  m_eventsLeft = static_cast<std::size_t>(std::max(
+      0L,
+      Settings::toInteger(settings.package("MaxEvents").value_or("")).value_or(kDefaultMaxEvents)));
+  m_eventsDropped = 0;
+  m_offset = 0;
+  bool goesOn = !startIsRefused();
+  while (goesOn && m_offset < m_setup.testIds.size()) {
+    const PassSetup rest = remainderOf(m_setup, m_offset);
+    m_test = m_offset;
+    goesOn = judgeSession(runSession(rest)) && !m_control.isAborted() &&
+             !(m_setup.haltOnError && m_outcome.verdict != DiagnosticResult::PASSED);
+  }
+  reportDropped();
+  return m_outcome;
+}
+
+bool PassRunner::startIsRefused() {
+  m_test = 0;
+  m_namedTest.reset();
+  if (m_setup.testIds.empty()) {
+    m_outcome.worsen({DiagnosticResult::UNUSUAL_STATUS});
+    return true;
+  }
+  const auto hung = m_module.hungWorker(m_setup.device.resourceTag);
+  if (!hung) {
+    return false;
+  }
+  m_outcome.worsen(raised(trouble(DEVICE_REFUSED, {std::to_string(*hung)})));
+  return true;
+}
+
+SessionLimits PassRunner::readLimits(const PassSetup& setup) const {
+  const Settings settings = m_module.settings();
+  const auto seconds = [&settings](const char* key, double fallback) {
+    return Settings::toNumber(settings.package(key).value_or("")).value_or(fallback);
+  };
+  SessionLimits limits;
+  limits.start = seconds("StartTimeout", limits.start);
+  limits.abortGrace = seconds("AbortGrace", limits.abortGrace);
+  limits.termGrace = seconds("TermGrace", limits.termGrace);
+  limits.killGrace = seconds("KillGrace", limits.killGrace);
+  for (const int testId : setup.testIds) {
+    limits.tests.push_back(settings.testNumber(testId, "TestTimeout", kDefaultTestTimeout));
+  }
+  return limits;
+}
+
+SessionEnd PassRunner::runSession(const PassSetup& setup) {
+  m_limits = readLimits(setup);
+  const std::string worker = m_module.workerFile();
+  SessionEnd failed;
+  if (worker.empty()) {
+    failed.lastLines = "no worker executable was found";
+    return failed;
+  }
+  try {
+    return WorkerSession(setup, m_limits, m_control, *this).run(worker, m_module.packageFile());
+  } catch (const std::system_error& error) {
+    failed.lastLines = error.what();
+    return failed;
+  }
+}
+
+void PassRunner::testBegan(std::size_t position) {
+  m_test = m_offset + position;
+  m_testIsOpen = true;
+  m_testStart = Clock::now();
+  m_reportedTens = 0;
+  m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_STARTED,
+                   aboutTest({std::to_string(m_setup.passNumber), std::to_string(m_setup.seed)}));
+  testProgressed(0);
+}
+
+void PassRunner::testProgressed(unsigned int percent) {
+  const std::size_t tests = m_setup.testIds.size();
+  m_observer.progressed(static_cast<unsigned int>((m_test * 100 + percent) / tests));
+  if (m_reportStatus && m_testIsOpen && percent / 10 > m_reportedTens) {
+    m_reportedTens = percent / 10;
+    m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_PROGRESS,
+                     aboutTest({std::to_string(m_reportedTens * 10)}));
+  }
+}
+
+void PassRunner::eventRaised(EventType type, unsigned int code,
+                             std::vector<std::string> parameters) {
+  if (m_eventsLeft == 0) {
+    ++m_eventsDropped;
+    return;
+  }
+  --m_eventsLeft;
+  m_observer.raise(type, code,
+                   code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters);
+}
+
+void PassRunner::testEnded(const TestReport& report) {
+  const bool isStopped = report.isTimedOut || m_control.isAborted();
+  if (report.ending == TestEnding::Failed) {
+    finishTest(raised(
+        {DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code, report.parameters}));
+  } else if (isStopped || report.ending == TestEnding::Stopped) {
+    finishTest(raised(report.isTimedOut ? trouble(TEST_TIMED_OUT, {timeAllowed(), report.lastLines})
+                                        : warning(TEST_ABORTED, {})));
+  } else if (report.ending == TestEnding::Passed) {
+    finishTest({});
+  } else if (report.ending == TestEnding::Unusual) {
+    finishTest(raised({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT,
+                       report.code, report.parameters}));
+  } else if (report.ending == TestEnding::NotSupported) {
+    finishTest(raised(warning(TEST_NOT_SUPPORTED, report.parameters)));
+  } else {
+    finishTest(raised(trouble(report.code, with(report.parameters, report.lastLines))));
+  }
+}
+
+// Tells how a session ended beyond what its tests told; false when the pass can't go on.
+bool PassRunner::judgeSession(const SessionEnd& end) {
+  if (end.isGivenUp) {
+    m_module.markHung(m_setup.device.resourceTag, end.pid);
+    finishTest(raised(trouble(WORKER_UNKILLABLE, {std::to_string(end.pid), end.lastLines})));
+    return false;
+  }
+  if (!end.isReady) {
+    m_outcome.worsen(raised(
+        m_control.isAborted() ? warning(TEST_ABORTED, {})
+                              : trouble(WORKER_NOT_STARTED, {whyNotStarted(end), end.lastLines})));
+    return false;
+  }
+  if (!isClean(end)) {
+    finishTest(raised(earlyEnd(end)));
+  }
+  const std::size_t handled = end.testsEnded + (end.current ? 1 : 0);
+  m_offset += handled;
+  // A worker that is ready and then runs nothing would do so again.
+  return handled > 0;
+}
+
+PassOutcome PassRunner::earlyEnd(const SessionEnd& end) {
+  if (!end.protocolError.empty()) {
+    return trouble(WORKER_BROKE_PROTOCOL, {end.protocolError, end.lastLines});
+  }
+  if (m_control.isAborted()) {
+    return warning(TEST_ABORTED, {});
+  }
+  if (end.isTimedOut) {
+    return trouble(TEST_TIMED_OUT, {timeAllowed(), end.lastLines});
+  }
+  if (end.process.kind != ProcessEnd::Kind::Signalled) {
+    return trouble(WORKER_EXITED, {howItEnded(end.process), end.lastLines});
+  }
+  if (end.process.number == SIGKILL) {
+    return trouble(WORKER_KILLED, {end.lastLines});
+  }
+  return trouble(WORKER_CRASHED, {signalName(end.process.number), end.lastLines});
+}
+
+std::string PassRunner::timeAllowed() const {
+  return secondsText(m_limits.tests[m_test - m_offset]);
+}
+
+void PassRunner::finishTest(const PassOutcome& outcome) {
+  m_outcome.worsen(outcome);
+  if (!m_testIsOpen) {
+    return;
+  }
+  const auto took =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_testStart).count();
+  m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_ENDED,
+                   aboutTest({nameOf(outcome.verdict), std::to_string(took)}));
+  testProgressed(100);
+  m_testIsOpen = false;
+}
+
+void PassRunner::reportDropped() {
+  if (m_eventsDropped > 0) {
+    raised(warning(EVENTS_DROPPED, {std::to_string(m_eventsDropped)}));
+  }
+}
+
+PassOutcome PassRunner::trouble(unsigned int code, std::vector<std::string> details) {
+  return {DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::ERROR_EVENT, code,
+          aboutTest(std::move(details))};
+}
+
+PassOutcome PassRunner::warning(unsigned int code, std::vector<std::string> details) {
+  return {DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT, code,
+          aboutTest(std::move(details))};
+}
+
+PassOutcome PassRunner::raised(const PassOutcome& outcome) {
+  m_observer.raise(outcome.type, outcome.code, outcome.parameters);
+  return outcome;
+}
+
+std::vector<std::string> PassRunner::aboutTest(std::vector<std::string> details) {
+  const int testId = m_test < m_setup.testIds.size() ? m_setup.testIds[m_test] : 0;
+  if (m_namedTest != testId) {
+    m_namedTest = testId;
+    m_testName =
+        m_module.settings().read("TestID" + std::to_string(testId), "TestName").value_or("?");
+  }
+  std::vector<std::string> all = {std::to_string(testId), m_testName, m_setup.device.resourceTag};
+  all.insert(all.end(), std::make_move_iterator(details.begin()),
+             std::make_move_iterator(details.end()));
+  return all;
+}
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
+#include "packagekit/internal/Module.h"
+#include "packagekit/internal/PassSetup.h"
+#include "packagekit/internal/RunControl.h"
+#include "packagekit/internal/WorkerSession.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// Where the events and the progress of a pass go.
+class PassObserver {
+ public:
+  virtual ~PassObserver() = default;
+  virtual void raise(Diag::DiagnosticEvent::EventType type, unsigned int code,
+                     std::vector<std::string> parameters) = 0;
+  virtual void progressed(unsigned int percentOfPass) = 0;
+};
+
+/// What came out of a pass: the worst verdict of its tests, with the event that told it.
+struct PassOutcome {
+  Diag::DiagnosticResult::TestResult verdict = Diag::DiagnosticResult::PASSED;
+  Diag::DiagnosticEvent::EventType type = Diag::DiagnosticEvent::INFORMATION_EVENT;
+  unsigned int code = 0;
+  std::vector<std::string> parameters = {};
+
+  /// Takes over what is worse than what is known.
+  void worsen(const PassOutcome& other);
+};
+
+/// One pass over a list of tests on one device: a worker runs them one after the other; when it
+/// does not live to see the end, another one runs the rest. Translates what workers say, and how
+/// they end, into events and verdicts: trouble of the tool is never a fault of the hardware.
+class PassRunner : private SessionObserver {
+ public:
+  PassRunner(Module& module, RunControl& control, PassObserver& observer, bool reportStatus);
+
+  PassOutcome run(PassSetup setup);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  using EventType = Diag::DiagnosticEvent::EventType;
+
+  void testBegan(std::size_t position) override;
+  void testProgressed(unsigned int percent) override;
+  void eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters) override;
+  void testEnded(const TestReport& report) override;
+
+  bool startIsRefused();
+  SessionLimits readLimits(const PassSetup& setup) const;
+  SessionEnd runSession(const PassSetup& setup);
+  bool judgeSession(const SessionEnd& end);
+  PassOutcome earlyEnd(const SessionEnd& end);
+  std::string timeAllowed() const;
+  void finishTest(const PassOutcome& outcome);
+  void reportDropped();
+  PassOutcome trouble(unsigned int code, std::vector<std::string> details);
+  PassOutcome warning(unsigned int code, std::vector<std::string> details);
+  PassOutcome raised(const PassOutcome& outcome);
+  std::vector<std::string> aboutTest(std::vector<std::string> details);
+
+  Module& m_module;
+  RunControl& m_control;
+  PassObserver& m_observer;
+  const bool m_reportStatus;
+  PassSetup m_setup;         ///< of the pass
+  std::size_t m_offset = 0;  ///< position in the pass of the session's first test
+  std::size_t m_test = 0;    ///< position in the pass of the present test
+  bool m_testIsOpen = false;
+  std::optional<int> m_namedTest;
+  std::string m_testName;
+  SessionLimits m_limits;  ///< of the session
+  Clock::time_point m_testStart;
+  unsigned int m_reportedTens = 0;
+  std::size_t m_eventsLeft = 0;
+  std::size_t m_eventsDropped = 0;
+  PassOutcome m_outcome;
+};
+
+}  // namespace TarvexDiags::PackageKit

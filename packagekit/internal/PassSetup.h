@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "packagekit/Device.h"
+#include "packagekit/TestContext.h"
+#include "packagekit/internal/Frame.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// All that a worker process is told: what it runs, on what, and within which limits.
+struct PassSetup {
+  std::vector<int> testIds = {};
+  Device device = {};  ///< without its status function
+  AccessMode openMode = DeviceEnum::IDevice::READ_WRITE;
+  bool quickMode = false;
+  bool haltOnError = false;
+  DiagnosticMode diagnosticMode = DeviceEnum::IDeviceEnumerator::CUSTOMER;
+  int passNumber = 1;
+  std::uint64_t seed = 0;
+  std::string configFile = {};
+  std::string logFile = {};       ///< empty: no log
+  std::uint64_t memoryLimit = 0;  ///< bytes of address space; 0: none
+  bool coreDumps = false;
+
+  FrameWriter toFrame() const;
+  static PassSetup fromFrame(Frame& frame);
+};
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,67 @@
+#include "packagekit/internal/RunControl.h"
+
+#include <sys/eventfd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <system_error>
+
+namespace TarvexDiags::PackageKit {
+
+void RunControl::abort() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_aborted = true;
+  m_suspended = false;
+  wake();
+}
+
+void RunControl::suspend() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_suspended = !m_aborted;
+  wake();
+}
+
+void RunControl::resume() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_suspended = false;
+  wake();
+}
+
+bool RunControl::isAborted() const {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  return m_aborted;
+}
+
+bool RunControl::isSuspended() const {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  return m_suspended;
+}
+
+void RunControl::beginRun() {
+  Descriptor wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!wakeUp.isOpen()) {
+    throw std::system_error(errno, std::generic_category(), "eventfd");
+  }
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_wake = std::move(wakeUp);
+}
+
+void RunControl::endRun() noexcept {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  m_suspended = false;
+  m_wake.close();
+}
+
+void RunControl::clearWake() {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const ssize_t size = ::read(m_wake.number(), &count, sizeof count);
+}
+
+void RunControl::wake() {
+  if (m_wake.isOpen()) {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t size = ::write(m_wake.number(), &one, sizeof one);
+  }
+}
+
+}  // namespace TarvexDiags::PackageKit

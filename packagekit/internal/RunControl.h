@@ -1,0 +1,36 @@
+#pragma once
+
+#include <mutex>
+
+#include "packagekit/internal/Descriptor.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// What client threads want of a run, and the way to wake the thread that supervises it. An abort
+/// is latched. All operations are thread-safe and none blocks.
+class RunControl {
+ public:
+  void abort();
+  void suspend();
+  void resume();
+
+  bool isAborted() const;
+  bool isSuspended() const;  ///< never after an abort
+
+  /// Called by the supervising thread around its run: between the two, wakeDescriptor() becomes
+  /// readable whenever something changed. Throws std::system_error.
+  void beginRun();
+  void endRun() noexcept;
+  int wakeDescriptor() const { return m_wake.number(); }
+  void clearWake();
+
+ private:
+  void wake();
+
+  mutable std::mutex m_lock;
+  bool m_aborted = false;
+  bool m_suspended = false;
+  Descriptor m_wake;
+};
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,174 @@
+// The life of a worker process: takes the setup, runs the tests one after the other, tells the
+// host.
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <optional>
+#include <system_error>
+
+#include "packagekit/Exports.h"
+#include "packagekit/KitEvents.h"
+#include "packagekit/internal/Frame.h"
+#include "packagekit/internal/PassSetup.h"
+#include "packagekit/internal/WorkerContext.h"
+#include "packagekit/internal/WorkerLink.h"
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+struct Ending {
+  TestEnding kind;
+  unsigned int code = 0;
+  std::vector<std::string> parameters = {};
+};
+
+Ending trouble(KitEvent code, const std::string& what) {
+  return {TestEnding::Trouble, code, {what}};
+}
+
+Ending endingOf(const Verdict& verdict) {
+  switch (verdict.kind()) {
+    case Verdict::Kind::Passed:
+      return {TestEnding::Passed};
+    case Verdict::Kind::Unusual:
+      return {TestEnding::Unusual, verdict.code(), verdict.parameters()};
+    case Verdict::Kind::Failed:
+      return {TestEnding::Failed, verdict.code(), verdict.parameters()};
+    case Verdict::Kind::NotSupported:
+      break;
+  }
+  return {TestEnding::NotSupported, TEST_NOT_SUPPORTED, verdict.parameters()};
+}
+
+Ending endingOf(const std::system_error& error) {
+  const std::error_code& code = error.code();
+  if (code.category() != std::generic_category() && code.category() != std::system_category()) {
+    return trouble(TEST_THREW, error.what());
+  }
+  switch (code.value()) {
+    case ENOMEM:
+      return trouble(OUT_OF_MEMORY, error.what());
+    case EACCES:
+    case EPERM:
+      return trouble(NO_PERMISSION, error.what());
+    case ENODEV:
+    case ENXIO:
+    case ENOMEDIUM:
+      return trouble(DEVICE_VANISHED, error.what());
+    default:
+      return trouble(SYSTEM_CALL_FAILED, error.what());
+  }
+}
+
+Ending runTest(const TestEntry* entry, TestContext& context) {
+  if (entry == nullptr) {
+    return trouble(TEST_UNKNOWN, {});
+  }
+  if (entry->isWriting() && !context.mayWrite()) {
+    return trouble(OPEN_MODE_REFUSED, {});
+  }
+  try {
+    return endingOf(entry->test().run(context));
+  } catch (const Stopped&) {
+    return {TestEnding::Stopped};
+  } catch (const std::bad_alloc&) {
+    return trouble(OUT_OF_MEMORY, "the test could not allocate memory");
+  } catch (const DeviceVanished& error) {
+    return trouble(DEVICE_VANISHED, error.what());
+  } catch (const std::system_error& error) {
+    return endingOf(error);
+  } catch (const std::exception& error) {
+    return trouble(TEST_THREW, error.what());
+  } catch (...) {
+    return trouble(TEST_THREW, "an exception of an unknown type");
+  }
+}
+
+// A sanitizer's runtime reserves most of the address space for itself.
+constexpr bool kAddressSpaceIsFree =
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    false;
+#else
+    true;
+#endif
+
+void setLimits(const PassSetup& setup) {
+  if (setup.memoryLimit > 0 && kAddressSpaceIsFree) {
+    const rlimit limit{setup.memoryLimit, setup.memoryLimit};
+    setrlimit(RLIMIT_AS, &limit);
+  }
+  if (!setup.coreDumps) {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+  }
+}
+
+TestParameters parametersOf(const PassSetup& setup, int testId) {
+  TestParameters parameters;
+  parameters.testId = testId;
+  parameters.device = setup.device;
+  parameters.openMode = setup.openMode;
+  parameters.quickMode = setup.quickMode;
+  parameters.haltOnError = setup.haltOnError;
+  parameters.diagnosticMode = setup.diagnosticMode;
+  parameters.passNumber = setup.passNumber;
+  parameters.seed = setup.seed;
+  parameters.configFile = setup.configFile;
+  return parameters;
+}
+
+void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
+  for (std::size_t position = 0; position < setup.testIds.size(); ++position) {
+    const int testId = setup.testIds[position];
+    FrameWriter begin(FrameType::TestBegin);
+    link.send(begin.number(position));
+    WorkerContext context(parametersOf(setup, testId), link, setup.logFile);
+    const Ending ending = runTest(package.find(testId), context);
+    std::fflush(nullptr);
+    FrameWriter end(FrameType::TestEnd);
+    link.send(end.number(position)
+                  .number(static_cast<std::uint64_t>(ending.kind))
+                  .number(ending.code)
+                  .texts(ending.parameters));
+    const bool isGood = ending.kind == TestEnding::Passed;
+    if (link.stopRequested() || (setup.haltOnError && !isGood)) {
+      break;
+    }
+  }
+  FrameWriter end(FrameType::PassEnd);
+  link.send(end);
+}
+
+}  // namespace
+
+int runWorker(DefineFunction define, int socket) {
+  // Kept for the process's life, as the listening thread uses it to the last.
+  WorkerLink& link = *new WorkerLink(socket);
+  try {
+    Package package;
+    define(package);
+    Frame frame = link.receive();
+    const PassSetup setup = PassSetup::fromFrame(frame);
+    setLimits(setup);
+    FrameWriter ready(FrameType::Ready);
+    link.send(ready.number(static_cast<std::uint64_t>(getpid())));
+    link.listen();
+    runPass(package, setup, link);
+    std::fflush(nullptr);
+    // Nothing is to be tidied up: the process ends, and the next pass starts from nothing.
+    _exit(EXIT_SUCCESS);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+  }
+  std::fflush(nullptr);
+  _exit(EXIT_FAILURE);
+}
+
+}  // namespace TarvexDiags::PackageKit

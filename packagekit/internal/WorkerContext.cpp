@@ -1,0 +1,33 @@
+#include "packagekit/internal/WorkerContext.h"
+
+#include <stdexcept>
+
+#include "packagekit/KitEvents.h"
+#include "packagekit/internal/PackageLog.h"
+
+namespace TarvexDiags::PackageKit {
+
+void WorkerContext::sendProgress(unsigned int percent) {
+  if (m_progress.exchange(percent, std::memory_order_relaxed) != percent) {
+    FrameWriter frame(FrameType::Progress);
+    m_link.send(frame.number(percent));
+  }
+}
+
+void WorkerContext::sendEvent(EventType type, unsigned int code,
+                              std::vector<std::string> eventParameters) {
+  if (code >= kFirstKitCode && code <= kLastKitCode && code != TEST_MEASUREMENT) {
+    throw std::invalid_argument("event code " + std::to_string(code) + " is reserved");
+  }
+  FrameWriter frame(FrameType::Event);
+  m_link.send(frame.number(type).number(code).texts(eventParameters));
+}
+
+void WorkerContext::writeLog(const std::string& line) {
+  if (!m_logFile.empty()) {
+    writeLogLine(m_logFile,
+                 "test " + std::to_string(testId()) + " on " + device().resourceTag + ": " + line);
+  }
+}
+
+}  // namespace TarvexDiags::PackageKit

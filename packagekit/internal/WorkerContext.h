@@ -1,0 +1,34 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "packagekit/TestContext.h"
+#include "packagekit/internal/WorkerLink.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// The context of a test in its worker process.
+class WorkerContext : public TestContext {
+ public:
+  WorkerContext(TestParameters parameters, WorkerLink& link, std::string logFile)
+      : TestContext(std::move(parameters)), m_link(link), m_logFile(std::move(logFile)) {}
+
+  bool stopRequested() const noexcept override { return m_link.stopRequested(); }
+  bool sleepFor(std::chrono::nanoseconds duration) override { return m_link.sleepFor(duration); }
+
+ protected:
+  void sendProgress(unsigned int percent) override;
+  void sendEvent(EventType type, unsigned int code,
+                 std::vector<std::string> eventParameters) override;
+  void writeLog(const std::string& line) override;
+
+ private:
+  WorkerLink& m_link;
+  const std::string m_logFile;
+  std::atomic<unsigned int> m_progress{0};
+};
+
+}  // namespace TarvexDiags::PackageKit

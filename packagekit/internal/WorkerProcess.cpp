@@ -1,0 +1,183 @@
+#include "packagekit/internal/WorkerProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+constexpr int kWorkerSocket = 3;
+// Above all numbers that the worker's own descriptors get, so that no dup2 hits another's source.
+constexpr int kFirstOwnDescriptor = 10;
+constexpr int kPatienceMilliseconds = 1000;
+
+[[noreturn]] void fail(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+void check(int error, const char* what) {
+  if (error != 0) {
+    fail(error, what);
+  }
+}
+
+Descriptor moveUp(int number) {
+  Descriptor low(number);
+  Descriptor high(fcntl(low.number(), F_DUPFD_CLOEXEC, kFirstOwnDescriptor));
+  if (!high.isOpen()) {
+    fail(errno, "fcntl");
+  }
+  return high;
+}
+
+std::pair<Descriptor, Descriptor> makeSocketPair() {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    fail(errno, "socketpair");
+  }
+  Descriptor ours(ends[0]);
+  Descriptor theirs = moveUp(ends[1]);
+  fcntl(ours.number(), F_SETFL, O_NONBLOCK);
+  return {std::move(ours), std::move(theirs)};
+}
+
+std::pair<Descriptor, Descriptor> makePipe() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    fail(errno, "pipe2");
+  }
+  Descriptor ours(ends[0]);
+  Descriptor theirs = moveUp(ends[1]);
+  fcntl(ours.number(), F_SETFL, O_NONBLOCK);
+  return {std::move(ours), std::move(theirs)};
+}
+
+class SpawnActions {
+ public:
+  SpawnActions(int socket, int output) {
+    check(posix_spawn_file_actions_init(&m_actions), "posix_spawn_file_actions_init");
+    check(posix_spawn_file_actions_addopen(&m_actions, 0, "/dev/null", O_RDONLY, 0), "addopen");
+    check(posix_spawn_file_actions_adddup2(&m_actions, output, 1), "adddup2");
+    check(posix_spawn_file_actions_adddup2(&m_actions, output, 2), "adddup2");
+    check(posix_spawn_file_actions_adddup2(&m_actions, socket, kWorkerSocket), "adddup2");
+    check(posix_spawn_file_actions_addclosefrom_np(&m_actions, kWorkerSocket + 1), "addclosefrom");
+  }
+  SpawnActions(const SpawnActions&) = delete;
+  SpawnActions& operator=(const SpawnActions&) = delete;
+  ~SpawnActions() { posix_spawn_file_actions_destroy(&m_actions); }
+
+  const posix_spawn_file_actions_t* get() const { return &m_actions; }
+
+ private:
+  posix_spawn_file_actions_t m_actions;
+};
+
+class SpawnAttributes {
+ public:
+  SpawnAttributes() {
+    check(posix_spawnattr_init(&m_attributes), "posix_spawnattr_init");
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    posix_spawnattr_setsigdefault(&m_attributes, &all);
+    posix_spawnattr_setsigmask(&m_attributes, &none);
+    posix_spawnattr_setpgroup(&m_attributes, 0);
+    posix_spawnattr_setflags(
+        &m_attributes,
+        static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP));
+  }
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+  ~SpawnAttributes() { posix_spawnattr_destroy(&m_attributes); }
+
+  const posix_spawnattr_t* get() const { return &m_attributes; }
+
+ private:
+  posix_spawnattr_t m_attributes;
+};
+
+int killGroup(pid_t group, int signal) {
+  return ::kill(-group, signal);
+}
+
+}  // namespace
+
+int (*WorkerProcess::sendSignal)(pid_t group, int signal) = &killGroup;
+
+WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile) {
+  auto [socket, theirSocket] = makeSocketPair();
+  auto [output, theirOutput] = makePipe();
+  const SpawnActions actions(theirSocket.number(), theirOutput.number());
+  const SpawnAttributes attributes;
+  std::string name = executable;
+  std::string package = packageFile;
+  std::string host = std::to_string(getpid());
+  char* const arguments[] = {name.data(), package.data(), host.data(), nullptr};
+  check(
+      posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments, environ),
+      executable.c_str());
+  m_socket = std::move(socket);
+  m_output = std::move(output);
+  // Where there is no such call, the supervisor looks at intervals.
+  m_pidDescriptor = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
+}
+
+WorkerProcess::~WorkerProcess() {
+  if (m_pid > 0) {
+    sendSignal(m_pid, SIGKILL);
+    pollfd end{m_pidDescriptor.number(), POLLIN, 0};
+    poll(&end, 1, kPatienceMilliseconds);
+    reapIfEnded(m_pid);
+  }
+}
+
+bool WorkerProcess::isZombie() const {
+  siginfo_t info{};
+  return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         info.si_pid == m_pid;
+}
+
+bool WorkerProcess::hasEnded() const {
+  // Without such a child, somebody else took its status, or the host ignores SIGCHLD.
+  return isZombie() || (errno == ECHILD && ::kill(m_pid, 0) != 0);
+}
+
+void WorkerProcess::signalGroup(int signal) const {
+  sendSignal(m_pid, signal);
+}
+
+ProcessEnd WorkerProcess::reap() {
+  if (isZombie()) {
+    // The number is still ours: nobody else's group can be hit.
+    sendSignal(m_pid, SIGKILL);
+  }
+  const pid_t pid = std::exchange(m_pid, -1);
+  int status = 0;
+  pid_t result = 0;
+  do {
+    result = waitpid(pid, &status, 0);
+  } while (result < 0 && errno == EINTR);
+  if (result != pid) {
+    return {};
+  }
+  return WIFSIGNALED(status) ? ProcessEnd{ProcessEnd::Kind::Signalled, WTERMSIG(status)}
+                             : ProcessEnd{ProcessEnd::Kind::Exited, WEXITSTATUS(status)};
+}
+
+bool reapIfEnded(pid_t pid) {
+  const pid_t result = waitpid(pid, nullptr, WNOHANG);
+  return result == pid || (result < 0 && errno == ECHILD);
+}
+
+}  // namespace TarvexDiags::PackageKit

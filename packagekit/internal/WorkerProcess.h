@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "packagekit/internal/Descriptor.h"
+
+namespace TarvexDiags::PackageKit {
+
+/// How a process ended.
+struct ProcessEnd {
+  enum class Kind { Exited, Signalled, Unknown };  ///< unknown: somebody else took its status
+  Kind kind = Kind::Unknown;
+  int number = 0;  ///< exit status or signal
+};
+
+/// One worker process: the leader of a process group of its own, with a socket to talk to it and a
+/// pipe on which its standard output and error come. Nothing of the host but its environment and
+/// working directory gets into it: no descriptor, no signal handler, no mask.
+class WorkerProcess {
+ public:
+  /// Starts `executable` with the package's path. Throws std::system_error.
+  WorkerProcess(const std::string& executable, const std::string& packageFile);
+
+  /// Kills and reaps the process unless it was reaped or given up before.
+  ~WorkerProcess();
+  WorkerProcess(const WorkerProcess&) = delete;
+  WorkerProcess& operator=(const WorkerProcess&) = delete;
+
+  pid_t pid() const { return m_pid; }
+  int socket() const { return m_socket.number(); }  ///< non-blocking
+  int output() const { return m_output.number(); }  ///< non-blocking
+  int processDescriptor() const {
+    return m_pidDescriptor.number();
+  }  ///< readable at its end, or -1
+
+  void closeOutput() { m_output.close(); }
+
+  /// Whether the process has ended; it stays a zombie, so its id stays its own.
+  bool hasEnded() const;
+
+  /// Sends a signal to the whole group, by way of sendSignal.
+  void signalGroup(int signal) const;
+
+  /// Takes the status of a process that has ended, after it killed what is left of its group.
+  ProcessEnd reap();
+
+  /// Leaves the process to itself: it can't be ended.
+  void giveUp() { m_pid = -1; }
+
+  /// The call that sends signals to process groups: kill(2), unless a test puts another one there.
+  static int (*sendSignal)(pid_t group, int signal);
+
+ private:
+  bool isZombie() const;
+
+  pid_t m_pid = -1;
+  Descriptor m_socket;
+  Descriptor m_output;
+  Descriptor m_pidDescriptor;
+};
+
+/// Takes the status of a given-up process that has ended meanwhile. @return false while it lives
+bool reapIfEnded(pid_t pid);
+
+}  // namespace TarvexDiags::PackageKit

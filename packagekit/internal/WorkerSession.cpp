@@ -1,0 +1,316 @@
+#include "packagekit/internal/WorkerSession.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "packagekit/KitEvents.h"
+
+namespace TarvexDiags::PackageKit {
+
+namespace {
+
+// A flood of one kind shall not keep the others waiting.
+constexpr int kReadsInARow = 16;
+// How often a host looks for the end of a process where the kernel has no descriptors for them.
+constexpr int kLookMilliseconds = 20;
+constexpr double kLongestWait = 1e9;
+
+Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
+  return static_cast<Diag::DiagnosticEvent::EventType>(
+      frame.number(Diag::DiagnosticEvent::ERROR_EVENT));
+}
+
+bool isReserved(unsigned int code) {
+  return code >= kFirstKitCode && code <= kLastKitCode;
+}
+
+}  // namespace
+
+WorkerSession::WorkerSession(const PassSetup& setup, const SessionLimits& limits,
+                             RunControl& control, SessionObserver& observer)
+    : m_setup(setup), m_limits(limits), m_control(control), m_observer(observer) {}
+
+SessionEnd WorkerSession::run(const std::string& workerFile, const std::string& packageFile) {
+  WorkerProcess process(workerFile, packageFile);
+  m_process = &process;
+  m_end.pid = process.pid();
+  m_outgoing = m_setup.toFrame().bytes();
+  flushOutgoing();
+  allow(m_limits.start);
+  while (m_stage != Stage::GivenUp && !process.hasEnded()) {
+    followControl();
+    escalateWhenDue();
+    waitForSomething();
+    readOutput();
+    readFrames();
+  }
+  drain();
+  m_end.lastLines = m_tail.lines();
+  if (m_stage == Stage::GivenUp) {
+    m_end.isGivenUp = true;
+    process.giveUp();
+  } else {
+    m_end.process = process.reap();
+  }
+  m_process = nullptr;
+  return std::move(m_end);
+}
+
+void WorkerSession::followControl() {
+  m_control.clearWake();
+  if (m_stage != Stage::Running) {
+    return;
+  }
+  if (m_control.isAborted()) {
+    askToStop();
+  } else {
+    pause(m_control.isSuspended());
+  }
+}
+
+// Time stands still for a suspended worker.
+void WorkerSession::pause(bool on) {
+  if (on == m_isPaused) {
+    return;
+  }
+  m_isPaused = on;
+  m_process->signalGroup(on ? SIGSTOP : SIGCONT);
+  const auto now = Clock::now();
+  if (on) {
+    m_hadDeadline = m_deadline.has_value();
+    m_left = m_hadDeadline ? *m_deadline - now : Clock::duration();
+    m_deadline.reset();
+  } else if (m_hadDeadline) {
+    m_deadline = now + m_left;
+  }
+}
+
+void WorkerSession::allow(double seconds) {
+  m_deadline.reset();
+  if (seconds > 0 && seconds < kLongestWait) {
+    m_deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                    std::chrono::duration<double>(seconds));
+  }
+}
+
+void WorkerSession::escalateWhenDue() {
+  if (!m_deadline || Clock::now() < *m_deadline) {
+    return;
+  }
+  switch (m_stage) {
+    case Stage::Running:
+      m_end.isTimedOut = true;
+      // One that has not loaded its package, or is past its last test, has no ear for a request.
+      if (m_end.current) {
+        askToStop();
+      } else {
+        terminate();
+      }
+      break;
+    case Stage::AskedToStop:
+      terminate();
+      break;
+    case Stage::Terminated:
+      escalateTo(Stage::Killed, SIGKILL, m_limits.killGrace);
+      break;
+    case Stage::Killed:
+      m_stage = Stage::GivenUp;
+      break;
+    case Stage::GivenUp:
+      break;
+  }
+}
+
+void WorkerSession::askToStop() {
+  pause(false);
+  m_stage = Stage::AskedToStop;
+  m_outgoing += FrameWriter(FrameType::Stop).bytes();
+  flushOutgoing();
+  allow(std::max(m_limits.abortGrace, 1e-3));
+}
+
+void WorkerSession::terminate() {
+  pause(false);
+  escalateTo(Stage::Terminated, SIGTERM, m_limits.termGrace);
+}
+
+void WorkerSession::escalateTo(Stage stage, int signal, double grace) {
+  m_stage = stage;
+  m_end.isKilledByHost = true;
+  m_process->signalGroup(signal);
+  allow(std::max(grace, 1e-3));
+}
+
+int WorkerSession::pollTimeout() const {
+  int timeout = m_process->processDescriptor() < 0 ? kLookMilliseconds : -1;
+  if (m_deadline) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*m_deadline - Clock::now()).count();
+    const auto bounded = static_cast<int>(std::clamp<long>(left, 0, 60'000));
+    timeout = timeout < 0 ? bounded : std::min(timeout, bounded);
+  }
+  return timeout;
+}
+
+void WorkerSession::waitForSomething() {
+  if (m_stage == Stage::GivenUp) {
+    return;
+  }
+  const short socketEvents = static_cast<short>(POLLIN | (m_outgoing.empty() ? 0 : POLLOUT));
+  pollfd sources[] = {{m_socketIsOpen ? m_process->socket() : -1, socketEvents, 0},
+                      {m_process->output(), POLLIN, 0},
+                      {m_process->processDescriptor(), POLLIN, 0},
+                      {m_control.wakeDescriptor(), POLLIN, 0}};
+  poll(sources, std::size(sources), pollTimeout());
+  if ((sources[0].revents & POLLOUT) != 0) {
+    flushOutgoing();
+  }
+}
+
+bool WorkerSession::readOutput() {
+  char bytes[4096];
+  for (int count = 0; count < kReadsInARow; ++count) {
+    const ssize_t size =
+        m_process->output() < 0 ? 0 : ::read(m_process->output(), bytes, sizeof bytes);
+    if (size <= 0) {
+      if (size == 0) {
+        m_process->closeOutput();
+      }
+      return false;
+    }
+    m_tail.add(bytes, static_cast<std::size_t>(size));
+  }
+  return true;
+}
+
+bool WorkerSession::readFrames() {
+  char bytes[16384];
+  for (int count = 0; count < kReadsInARow && m_socketIsOpen; ++count) {
+    const ssize_t size = ::recv(m_process->socket(), bytes, sizeof bytes, 0);
+    if (size <= 0) {
+      m_socketIsOpen = size < 0 && (errno == EAGAIN || errno == EINTR);
+      return false;
+    }
+    m_reader.add(bytes, static_cast<std::size_t>(size));
+    takeFrames();
+  }
+  return m_socketIsOpen;
+}
+
+void WorkerSession::takeFrames() {
+  try {
+    for (Frame frame; m_reader.next(frame);) {
+      handle(frame);
+    }
+  } catch (const FrameError& error) {
+    breakProtocol(error.what());
+  }
+}
+
+void WorkerSession::handle(Frame& frame) {
+  switch (frame.type()) {
+    case FrameType::Ready:
+      m_end.isReady = true;
+      return;
+    case FrameType::TestBegin:
+      handleTestBegin(frame);
+      return;
+    case FrameType::Progress:
+      m_observer.testProgressed(static_cast<unsigned int>(frame.number(100)));
+      return;
+    case FrameType::Event: {
+      const auto type = eventTypeOf(frame);
+      const auto code = static_cast<unsigned int>(frame.number());
+      if (!m_end.current || (isReserved(code) && code != TEST_MEASUREMENT)) {
+        throw FrameError("an event that a test can't raise");
+      }
+      m_observer.eventRaised(type, code, frame.texts());
+      return;
+    }
+    case FrameType::TestEnd:
+      handleTestEnd(frame);
+      return;
+    case FrameType::PassEnd:
+      m_end.isComplete = true;
+      if (m_stage == Stage::Running) {
+        allow(std::max(m_limits.abortGrace, 1e-3));
+      }
+      return;
+    case FrameType::Setup:
+    case FrameType::Stop:
+      break;
+  }
+  throw FrameError("a frame of an unknown type");
+}
+
+void WorkerSession::handleTestBegin(Frame& frame) {
+  const std::uint64_t position = frame.number();
+  if (!m_end.isReady || m_end.isComplete || m_end.current || position != m_end.testsEnded ||
+      position >= m_setup.testIds.size()) {
+    throw FrameError("a test that is not due");
+  }
+  m_end.current = position;
+  if (m_stage == Stage::Running) {
+    allow(m_limits.tests[position]);
+  }
+  m_observer.testBegan(position);
+}
+
+void WorkerSession::handleTestEnd(Frame& frame) {
+  TestReport report;
+  report.position = frame.number();
+  if (!m_end.current || report.position != *m_end.current) {
+    throw FrameError("the end of a test that did not run");
+  }
+  report.ending =
+      static_cast<TestEnding>(frame.number(static_cast<std::uint64_t>(TestEnding::Trouble)));
+  report.code = static_cast<unsigned int>(frame.number());
+  report.parameters = frame.texts();
+  report.isTimedOut = m_end.isTimedOut;
+  readOutput();
+  report.lastLines = m_tail.lines();
+  m_end.current.reset();
+  ++m_end.testsEnded;
+  if (m_stage == Stage::Running) {
+    // From here to the next test, or to the end, there is little to do.
+    allow(std::max(m_limits.abortGrace, 1e-3));
+  }
+  m_observer.testEnded(report);
+}
+
+void WorkerSession::flushOutgoing() {
+  while (!m_outgoing.empty()) {
+    const ssize_t size = ::send(m_process->socket(), m_outgoing.data(), m_outgoing.size(),
+                                MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (size < 0) {
+      if (errno != EAGAIN && errno != EINTR) {
+        // Nobody reads any more: the end of the process tells the rest.
+        m_outgoing.clear();
+      }
+      return;
+    }
+    m_outgoing.erase(0, static_cast<std::size_t>(size));
+  }
+}
+
+void WorkerSession::breakProtocol(const std::string& what) {
+  m_socketIsOpen = false;
+  m_end.protocolError = what;
+  if (m_stage == Stage::Running || m_stage == Stage::AskedToStop) {
+    pause(false);
+    escalateTo(Stage::Killed, SIGKILL, m_limits.killGrace);
+  }
+}
+
+void WorkerSession::drain() {
+  while (readFrames()) {
+  }
+  while (readOutput()) {
+  }
+}
+
+}  // namespace TarvexDiags::PackageKit

@@ -1,0 +1,56 @@
+// The process in which the tests of a package run. It loads the package and lets it do the rest; it
+// needs nothing but the C library, so that it is up quickly.
+//
+// Usage: tarvex-package-worker <package> <process id of the host>, started by the kit alone: the
+// socket to the host is descriptor 3.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+static const int kSocket = 3;
+static const int kUnusable = 126;
+
+// Dies with the thread that started it, which stays for as long as it wants the worker.
+static void dieWithHost(long host) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != host) {
+    _exit(EXIT_FAILURE);
+  }
+}
+
+// When memory runs out the kernel shall take the test and not the program that runs it.
+static void becomeFirstVictim() {
+  const int file = open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC);
+  if (file >= 0) {
+    const ssize_t written = write(file, "1000", 4);
+    (void)written;
+    close(file);
+  }
+}
+
+int main(int count, char** arguments) {
+  if (count != 3) {
+    fprintf(stderr, "usage: %s <package> <host>, started by a diagnostic package\n", arguments[0]);
+    return kUnusable;
+  }
+  dieWithHost(strtol(arguments[2], NULL, 10));
+  becomeFirstVictim();
+  fcntl(kSocket, F_SETFD, FD_CLOEXEC);
+
+  void* const package = dlopen(arguments[1], RTLD_LAZY);
+  if (package == NULL) {
+    fprintf(stderr, "%s\n", dlerror());
+    return kUnusable;
+  }
+  void* const entry = dlsym(package, "runPackageWorker");
+  if (entry == NULL) {
+    fprintf(stderr, "%s\n", dlerror());
+    return kUnusable;
+  }
+  return reinterpret_cast<int (*)(int)>(entry)(kSocket);
+}
