@@ -73,6 +73,10 @@ function(tarvex_add_package)
     VISIBILITY_INLINES_HIDDEN ON
     LIBRARY_OUTPUT_DIRECTORY "${output_dir}"
     INSTALL_RPATH "$ORIGIN/../..")
+  target_link_options(${target} PRIVATE
+    "-Wl,--version-script=${TARVEX_KIT_DATA_DIR}/package.map")
+  set_property(TARGET ${target} APPEND PROPERTY
+    LINK_DEPENDS "${TARVEX_KIT_DATA_DIR}/package.map")
   # A unique symbol would keep the package mapped after the last dlclose.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
   if(NOT arg_GROUP STREQUAL "examples")

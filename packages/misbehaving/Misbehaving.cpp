@@ -1,0 +1,318 @@
+// Tests that crash, hang, flood, lie and leave things behind. Their numbers are those of the
+// sections in misbehaving.cfg.
+
+#include <dirent.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "LyingDiagnostics.h"
+#include "packagekit/PackageKit.h"
+#include "packagekit/internal/Frame.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+
+namespace {
+
+enum OwnEvent : unsigned int { GREETING = 1, FAULT_FOUND = 2, MARGIN_SMALL = 3, FLOOD = 4 };
+
+constexpr int kSocketToHost = 3;
+
+// Far outside of what a compiler can reason about.
+volatile int* volatile nowhere = nullptr;
+
+Verdict behaves(TestContext& context) {
+  context.progress(50);
+  context.information(GREETING, {context.device().name});
+  context.measurement("answer", 42, "units");
+  context.progress(100);
+  return passed();
+}
+
+Verdict segfaults(TestContext&) {
+  std::fprintf(stderr, "about to read from nowhere\n");
+  // The runtime of a sanitizer would turn the signal into an exit.
+  signal(SIGSEGV, SIG_DFL);
+  *nowhere = 1;
+  return passed();
+}
+
+Verdict aborts(TestContext&) {
+  signal(SIGABRT, SIG_DFL);
+  std::abort();
+}
+
+Verdict throws(TestContext&) {
+  throw std::runtime_error("deliberately thrown");
+}
+
+Verdict throwsNoException(TestContext&) {
+  throw 7;
+}
+
+[[noreturn]] void hang() {
+  for (;;) {
+    __asm__ volatile("");
+  }
+}
+
+Verdict hangs(TestContext&) {
+  hang();
+}
+
+Verdict hangsIgnoringSigterm(TestContext&) {
+  signal(SIGTERM, SIG_IGN);
+  hang();
+}
+
+Verdict exitsWithinFrame(TestContext&) {
+  FrameWriter frame(FrameType::Event);
+  const std::string& bytes = frame.number(0).number(GREETING).texts({"cut off"}).bytes();
+  ::send(kSocketToHost, bytes.data(), bytes.size() / 2, 0);
+  _exit(0);
+}
+
+Verdict exitsEarly(TestContext&) {
+  std::printf("leaving early");
+  std::exit(0);
+}
+
+Verdict floodsEvents(TestContext& context) {
+  const long count = context.settingInteger("FloodCount", 100'000);
+  for (long number = 0; number < count; ++number) {
+    context.information(FLOOD, {std::to_string(number)});
+  }
+  return passed();
+}
+
+Verdict floodsOutput(TestContext& context) {
+  const std::string line(199, 'x');
+  const long count = context.settingInteger("FloodCount", 100'000);
+  for (long number = 0; number < count; ++number) {
+    std::printf("%s\n", line.c_str());
+  }
+  std::printf("the last line\n");
+  return passed();
+}
+
+// The address space is limited by the configuration, so the machine is safe.
+Verdict allocatesWithoutEnd(TestContext&) {
+  rlimit limit{};
+  getrlimit(RLIMIT_AS, &limit);
+  if (limit.rlim_cur == RLIM_INFINITY) {
+    return notSupported("no limit of memory is set, and the machine shall survive");
+  }
+  constexpr std::size_t block = 1 << 20;
+  for (;;) {
+    std::memset(::operator new(block), 1, block);
+  }
+}
+
+Verdict claimsImpossibleProgress(TestContext&) {
+  FrameWriter frame(FrameType::Progress);
+  const std::string& bytes = frame.number(4'000'000'000U).bytes();
+  ::send(kSocketToHost, bytes.data(), bytes.size(), 0);
+  pause();
+  return passed();
+}
+
+Verdict claimsOthersEnd(TestContext&) {
+  FrameWriter frame(FrameType::TestEnd);
+  const std::string& bytes = frame.number(99).number(0).number(0).texts({}).bytes();
+  ::send(kSocketToHost, bytes.data(), bytes.size(), 0);
+  pause();
+  return passed();
+}
+
+Verdict sendsGarbage(TestContext&) {
+  const std::string garbage(1000, '\xa5');
+  ::send(kSocketToHost, garbage.data(), garbage.size(), 0);
+  pause();
+  return passed();
+}
+
+Verdict usesReservedCode(TestContext& context) {
+  context.error(WORKER_CRASHED, {"not so"});
+  return passed();
+}
+
+Verdict losesDevice(TestContext&) {
+  throw std::system_error(ENODEV, std::generic_category(), "read");
+}
+
+Verdict lacksPermission(TestContext&) {
+  throw std::system_error(EACCES, std::generic_category(), "open");
+}
+
+Verdict findsFault(TestContext& context) {
+  return failed(FAULT_FOUND, {context.device().name, "bit 3"});
+}
+
+Verdict findsSmallMargin(TestContext&) {
+  return unusual(MARGIN_SMALL, {"0.1"});
+}
+
+Verdict isImpossible(TestContext&) {
+  return notSupported("there is nothing to test");
+}
+
+// A test as it ought to be: asks often whether it shall stop.
+Verdict takesTime(TestContext& context) {
+  using std::chrono::milliseconds;
+  const long total = context.quickMode() ? 1 : context.settingInteger("Milliseconds", 60'000);
+  for (long passedBy = 0; passedBy < total; passedBy += 5) {
+    context.progress(static_cast<unsigned int>(passedBy * 100 / total));
+    if (!context.sleepFor(milliseconds(5))) {
+      throw Stopped();
+    }
+  }
+  return passed();
+}
+
+// Does not ask, and ends at once when it gets SIGTERM.
+Verdict sleepsDeaf(TestContext&) {
+  for (;;) {
+    pause();
+  }
+}
+
+Verdict leavesChildBehind(TestContext& context) {
+  const pid_t child = fork();
+  if (child == 0) {
+    for (;;) {
+      pause();
+    }
+  }
+  context.measurement("child", static_cast<double>(child));
+  return passed();
+}
+
+std::string openDescriptors() {
+  std::string numbers;
+  DIR* const directory = opendir("/proc/self/fd");
+  while (const dirent* const entry = readdir(directory)) {
+    if (entry->d_name[0] != '.' && std::atoi(entry->d_name) != dirfd(directory)) {
+      numbers += std::string(numbers.empty() ? "" : " ") + entry->d_name;
+    }
+  }
+  closedir(directory);
+  return numbers;
+}
+
+std::string lineOf(const char* file, const std::string& start) {
+  std::ifstream stream(file);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.compare(0, start.size(), start) == 0) {
+      return line.substr(line.find_first_not_of(" \t", start.size()));
+    }
+  }
+  return {};
+}
+
+Verdict looksAround(TestContext& context) {
+  context.measurement("descriptors", openDescriptors());
+  context.measurement("blockedSignals", lineOf("/proc/self/status", "SigBlk:"));
+  context.measurement("ignoredSignals", lineOf("/proc/self/status", "SigIgn:"));
+  context.measurement("oomScore", lineOf("/proc/self/oom_score_adj", ""));
+  context.measurement("process", std::to_string(getpid()));
+  context.measurement("group", std::to_string(getpgrp()));
+  context.measurement("openMode", std::to_string(context.openMode()));
+  context.measurement("property", context.property("key"));
+  context.measurement("setting", context.setting("Setting").value_or("none"));
+  context.measurement("packageSetting", context.setting("PackageSetting").value_or("none"));
+  context.log("looked around");
+  return passed();
+}
+
+std::vector<Device> findDevices(const Environment& environment) {
+  std::vector<Device> devices = {
+      {.name = "Unit 0", .resourceTag = "selftest/unit0", .properties = {{"key", "a = [b]"}}},
+      {.name = "Unit 1", .resourceTag = "selftest/unit1"},
+      // Clashes with the first.
+      {.name = "Unit 0 of a rack", .resourceTag = "selftest/rack/unit0"},
+      {.name = "Without a tag", .resourceTag = ""},
+      {.name = "Broken status",
+       .resourceTag = "selftest/unit2",
+       .status = []() -> unsigned int { throw std::runtime_error("no status"); }},
+  };
+  if (environment.settings.package("DiscoveryFails")) {
+    throw std::runtime_error("no bus");
+  }
+  return devices;
+}
+
+void define(Package& package) {
+  package.discover(findDevices);
+  package.test(1, behaves);
+  package.test(2, segfaults);
+  package.test(3, aborts);
+  package.test(4, throws);
+  package.test(5, hangs);
+  package.test(6, hangsIgnoringSigterm);
+  package.test(7, exitsWithinFrame);
+  package.test(8, floodsEvents);
+  package.test(9, allocatesWithoutEnd);
+  package.test(10, claimsImpossibleProgress);
+  package.test(11, throwsNoException);
+  package.test(12, losesDevice);
+  package.test(13, lacksPermission);
+  package.test(14, findsFault);
+  package.test(15, findsSmallMargin);
+  package.test(16, takesTime).estimate([](const Device&, const Environment&) { return 12; });
+  package.test(17, sendsGarbage);
+  package.test(18, floodsOutput);
+  package.test(19, leavesChildBehind);
+  package.test(20, isImpossible).supportedWhen([](const Device& device, const Environment&) {
+    return device.name == "Unit 1" ? Support::no("unit 1 is excused") : Support::yes();
+  });
+  package.test(21, behaves).writes().onlyIn({DiagnosticMode::FACTORY});
+  package.test(22, exitsEarly);
+  package.test(23, looksAround);
+  package.test(24, sleepsDeaf);
+  package.test(LyingDiagnostics::kLyingTest, takesTime);
+  package.test(26, claimsOthersEnd);
+  package.test(27, usesReservedCode);
+  // 28 stands in the configuration file alone.
+}
+
+}  // namespace
+
+extern "C" {
+
+TARVEXDIAGS_EXPORT void setPackageConfigFile(const char* file) {
+  setConfigFile(file);
+}
+
+TARVEXDIAGS_EXPORT void setPackageLogDir(const char* directory) {
+  setLogDirectory(directory);
+}
+
+TARVEXDIAGS_EXPORT DeviceEnum::IDeviceEnumerator* getIDeviceEnumerator(bool diagLog,
+                                                                       DiagnosticMode mode) {
+  return makeEnumerator(&define, diagLog, mode);
+}
+
+TARVEXDIAGS_EXPORT Diag::IDiagnostics* getIDiagnostics(bool diagLog, DiagnosticMode mode) {
+  std::unique_ptr<Diag::IDiagnostics> honest(makeDiagnostics(&define, diagLog, mode));
+  return honest ? new LyingDiagnostics(std::move(honest)) : nullptr;
+}
+
+TARVEXDIAGS_EXPORT int runPackageWorker(int socket) {
+  return runWorker(&define, socket);
+}
+}

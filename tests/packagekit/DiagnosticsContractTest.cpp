@@ -1,0 +1,453 @@
+// What a controller relies on, with a package of which every test is known.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "packagekit/KitEvents.h"
+#include "packagekit/testing/PackageDriver.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+using Diag::DiagnosticResult;
+using Diag::DiagnosticStatus;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Testing::PackageDriver;
+
+namespace {
+
+enum Tests { BEHAVES = 1, FINDS_FAULT = 14, SMALL_MARGIN = 15, TAKES_TIME = 16, LOOKS_AROUND = 23 };
+
+// One request, driven step by step.
+class Request {
+ public:
+  Request(PackageDriver& driver, std::vector<int> testIds, bool stressMode = false,
+          int requestedPasses = 1)
+      : m_device(driver.device("unit0")), m_diagnostics(driver.makeDiagnostics()) {
+    m_settings.setTestNumberVector(std::move(testIds));
+    m_settings.setStressMode(stressMode);
+    m_settings.setRequestedPassCount(requestedPasses);
+    m_settings.setRunTime(600);
+    m_settings.setTestRequestId(7);
+    m_settings.setOpenMode(DeviceEnum::IDevice::READ_WRITE);
+  }
+  ~Request() {
+    m_diagnostics->abortDiagnostic();
+    join();
+  }
+
+  Diag::DiagnosticSettings& settings() { return m_settings; }
+  Diag::IDiagnostics& operator*() { return *m_diagnostics; }
+  Diag::IDiagnostics* operator->() { return m_diagnostics.get(); }
+
+  void start() {
+    m_pass =
+        std::thread([this] { m_result = m_diagnostics->runDiagnostic(m_device, &m_settings); });
+  }
+  DiagnosticResult* join() {
+    if (m_pass.joinable()) {
+      m_pass.join();
+    }
+    return m_result;
+  }
+  DiagnosticResult* runPass() {
+    start();
+    return join();
+  }
+
+  DiagnosticStatus::Status status() { return m_diagnostics->getDiagnosticStatus().getStatus(); }
+
+  std::size_t takeEvents() {
+    const std::unique_ptr<std::vector<Diag::DiagnosticEvent*>> events(
+        m_diagnostics->getDiagnosticEvents());
+    std::size_t count = 0;
+    if (events) {
+      for (auto* const event : *events) {
+        EXPECT_EQ(event->getTestRequestId(), 7U);
+        m_codes.push_back(event->getEventCode());
+        delete event;
+        ++count;
+      }
+    }
+    return count;
+  }
+
+  std::vector<DiagnosticResult::TestResult> takeResults() {
+    const std::unique_ptr<std::vector<DiagnosticResult*>> results(
+        m_diagnostics->getDiagnosticResults());
+    std::vector<DiagnosticResult::TestResult> verdicts;
+    if (results) {
+      for (auto* const result : *results) {
+        EXPECT_NE(result, m_result);
+        EXPECT_EQ(result->getTestRequestId(), 7U);
+        verdicts.push_back(result->getTestResult());
+        delete result;
+      }
+    }
+    return verdicts;
+  }
+
+  const std::vector<unsigned int>& codes() const { return m_codes; }
+
+  bool hasBegun() {
+    takeEvents();
+    return std::count(m_codes.begin(), m_codes.end(), TEST_STARTED) > 0;
+  }
+
+ private:
+  DeviceEnum::VirtualDevice& m_device;
+  std::unique_ptr<Diag::IDiagnostics> m_diagnostics;
+  Diag::DiagnosticSettings m_settings;
+  std::thread m_pass;
+  DiagnosticResult* m_result = nullptr;
+  std::vector<unsigned int> m_codes;
+};
+
+// Looks until the condition holds; a deadline ends a test that would hang.
+template <class Condition>
+::testing::AssertionResult eventually(Condition condition, milliseconds limit = seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return ::testing::AssertionFailure() << "not within " << limit.count() << " ms";
+    }
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  return ::testing::AssertionSuccess();
+}
+
+class DiagnosticsContract : public ::testing::Test {
+ protected:
+  PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
+};
+
+constexpr auto PASSED = DiagnosticResult::PASSED;
+constexpr auto UNUSUAL = DiagnosticResult::UNUSUAL_STATUS;
+constexpr auto FAILED = DiagnosticResult::FAILED;
+
+}  // namespace
+
+TEST_F(DiagnosticsContract, CompletedLastsFromTheLastEventToTheResults) {
+  Request request(m_driver, {BEHAVES});
+  EXPECT_EQ(request.status(), DiagnosticStatus::READY);
+  const DiagnosticResult* const result = request.runPass();
+  ASSERT_NE(result, nullptr);
+  EXPECT_EQ(const_cast<DiagnosticResult*>(result)->getTestResult(), PASSED);
+  EXPECT_EQ(request.status(), DiagnosticStatus::EXECUTING) << "events are still queued";
+  EXPECT_GT(request.takeEvents(), 0U);
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+  EXPECT_EQ(request.status(), DiagnosticStatus::READY);
+  EXPECT_EQ(request->getDiagnosticEvents(), nullptr);
+  EXPECT_EQ(request->getDiagnosticResults(), nullptr);
+}
+
+TEST_F(DiagnosticsContract, ResultsTakenBeforeTheEndWasToldLeaveItToBeTold) {
+  Request request(m_driver, {BEHAVES});
+  request.runPass();
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+  request.takeEvents();
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+  EXPECT_THAT(request.takeResults(), ::testing::IsEmpty());
+  EXPECT_EQ(request.status(), DiagnosticStatus::READY);
+}
+
+TEST_F(DiagnosticsContract, EveryPassHandsOverOneResult) {
+  Request request(m_driver, {BEHAVES});
+  for (int pass = 1; pass <= 3; ++pass) {
+    request.settings().setPassCount(pass);
+    request.runPass();
+    request.takeEvents();
+    ASSERT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+    EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+  }
+}
+
+TEST_F(DiagnosticsContract, TheWorstVerdictIsThatOfThePass) {
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES, SMALL_MARGIN, BEHAVES}).verdict, UNUSUAL);
+  const auto run = m_driver.run("unit0", {SMALL_MARGIN, FINDS_FAULT, BEHAVES});
+  EXPECT_EQ(run.verdict, FAILED);
+  EXPECT_THAT(run.parametersOf(2), ::testing::ElementsAre("Unit 0", "bit 3"));
+  EXPECT_THAT(run.parametersOf(3), ::testing::ElementsAre("0.1"));
+}
+
+TEST_F(DiagnosticsContract, HaltOnErrorLeavesOutTheRest) {
+  PackageDriver::Options options;
+  options.haltOnError = true;
+  const auto run = m_driver.run("unit0", {BEHAVES, FINDS_FAULT, TAKES_TIME}, options);
+  EXPECT_EQ(run.verdict, FAILED);
+  const auto started = [](const PackageDriver::Event& event) { return event.code == TEST_STARTED; };
+  EXPECT_EQ(std::count_if(run.events.begin(), run.events.end(), started), 2);
+}
+
+TEST_F(DiagnosticsContract, TellsWhatHappensInOrder) {
+  const auto run = m_driver.run("unit0", {BEHAVES});
+  std::vector<unsigned int> codes;
+  for (const auto& event : run.events) {
+    codes.push_back(event.code);
+  }
+  EXPECT_THAT(codes, ::testing::ElementsAre(TEST_STARTED, 1, TEST_MEASUREMENT, TEST_ENDED));
+  EXPECT_THAT(run.parametersOf(TEST_MEASUREMENT),
+              ::testing::ElementsAre("1", "Behaves", "selftest/unit0", "answer", "42", "units"));
+  EXPECT_THAT(run.parametersOf(TEST_STARTED),
+              ::testing::ElementsAre("1", "Behaves", "selftest/unit0", "1", ::testing::_));
+  EXPECT_EQ(run.parametersOf(TEST_ENDED)[3], "PASSED");
+}
+
+TEST_F(DiagnosticsContract, ReportsProgressWhenTheClientAsksForIt) {
+  PackageDriver::Options options;
+  EXPECT_FALSE(m_driver.run("unit0", {BEHAVES}, options).has(TEST_PROGRESS));
+  options.reportStatusMessage = true;
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES}, options).parametersOf(TEST_PROGRESS)[3], "50");
+}
+
+TEST_F(DiagnosticsContract, QuickModeReachesTheTest) {
+  PackageDriver::Options options;
+  options.quickMode = true;
+  EXPECT_EQ(m_driver.run("unit0", {TAKES_TIME}, options).verdict, PASSED);
+}
+
+TEST_F(DiagnosticsContract, TheOpenModeReachesTheTest) {
+  PackageDriver::Options options;
+  options.openMode = DeviceEnum::IDevice::READ_ONLY;
+  EXPECT_EQ(m_driver.run("unit0", {LOOKS_AROUND}, options).measurement("openMode"), "1");
+}
+
+TEST_F(DiagnosticsContract, ATestThatWritesNeedsAnOpenModeForIt) {
+  PackageDriver factory(TARVEX_SELFTEST_DIR, "misbehaving", DiagnosticMode::FACTORY);
+  EXPECT_FALSE(m_driver.supports("unit0", 21));
+  EXPECT_TRUE(factory.supports("unit0", 21));
+  PackageDriver::Options options;
+  options.openMode = DeviceEnum::IDevice::READ_ONLY;
+  const auto refused = factory.run("unit0", {21}, options);
+  EXPECT_EQ(refused.verdict, UNUSUAL);
+  EXPECT_TRUE(refused.has(OPEN_MODE_REFUSED));
+  EXPECT_EQ(factory.run("unit0", {21}).verdict, PASSED);
+}
+
+TEST_F(DiagnosticsContract, EstimationAnswersWithoutRunning) {
+  PackageDriver::Options options;
+  options.estimationMode = true;
+  auto run = m_driver.run("unit0", {BEHAVES}, options);
+  EXPECT_EQ(run.estimatedTime, 3) << "as configured";
+  EXPECT_TRUE(run.events.empty());
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES, TAKES_TIME}, options).estimatedTime, 15);
+  m_driver.set("TestID1", "TestEstimatedTime", "-1");
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES, TAKES_TIME}, options).estimatedTime, -1);
+}
+
+TEST_F(DiagnosticsContract, StressLoopsByItselfUntilThePassesAreDone) {
+  Request request(m_driver, {BEHAVES}, true, 3);
+  request.start();
+  // The controller writes the count of passes back, as it does in stress mode.
+  ASSERT_TRUE(eventually([&] {
+    request.takeEvents();
+    const auto status = request->getDiagnosticStatus();
+    request.settings().setPassCount(static_cast<int>(status.getPassCount()));
+    return status.getStatus() == DiagnosticStatus::COMPLETED;
+  }));
+  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+  EXPECT_EQ(request->getDiagnosticStatus().getPassCount(), 3U);
+  EXPECT_EQ(request.takeResults().size(), 3U);
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "for ever";
+}
+
+TEST_F(DiagnosticsContract, StressEndsWhenItsTimeIsOver) {
+  PackageDriver::Options options;
+  options.stressMode = true;
+  options.requestedPassCount = 1'000'000;
+  options.runTime = 1;
+  const auto run = m_driver.run("unit0", {BEHAVES}, options);
+  EXPECT_GE(run.duration, seconds(1));
+  EXPECT_LT(run.duration, seconds(10));
+  EXPECT_GT(run.results.size(), 1U);
+}
+
+TEST_F(DiagnosticsContract, StressHaltsAtTheFirstErrorWhenToldTo) {
+  PackageDriver::Options options;
+  options.stressMode = true;
+  options.requestedPassCount = 5;
+  options.haltOnError = true;
+  const auto run = m_driver.run("unit0", {FINDS_FAULT}, options);
+  EXPECT_THAT(run.results, ::testing::ElementsAre(FAILED));
+  EXPECT_EQ(run.verdict, FAILED);
+}
+
+TEST_F(DiagnosticsContract, AnAbortBeforeTheRunKeepsTheDeviceUntouched) {
+  Request request(m_driver, {TAKES_TIME});
+  request->abortDiagnostic();
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "it will never run";
+  EXPECT_EQ(request.runPass()->getTestResult(), UNUSUAL);
+  EXPECT_EQ(request.takeEvents(), 0U);
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(UNUSUAL));
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+}
+
+TEST_F(DiagnosticsContract, AnAbortDuringTheRunEndsItSoon) {
+  Request request(m_driver, {TAKES_TIME, BEHAVES});
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
+  const auto start = std::chrono::steady_clock::now();
+  request->abortDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(5));
+  request.takeEvents();
+  EXPECT_THAT(request.codes(), ::testing::Contains(static_cast<unsigned int>(TEST_ABORTED)));
+  EXPECT_THAT(request.codes(), ::testing::Not(::testing::Contains(1U))) << "the rest is left out";
+  EXPECT_EQ(request.takeResults().size(), 1U);
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "for ever";
+}
+
+TEST_F(DiagnosticsContract, AFaultFoundBeforeTheAbortStands) {
+  Request request(m_driver, {FINDS_FAULT, TAKES_TIME});
+  request.start();
+  ASSERT_TRUE(eventually([&] {
+    request.takeEvents();
+    return std::count(request.codes().begin(), request.codes().end(), TEST_STARTED) == 2;
+  }));
+  request->abortDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), FAILED);
+}
+
+TEST_F(DiagnosticsContract, SuspendStopsTheProcessAndResumeContinuesIt) {
+  m_driver.set("TestID16", "Milliseconds", "300");
+  Request request(m_driver, {TAKES_TIME});
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
+  request->suspendDiagnostic();
+  EXPECT_EQ(request.status(), DiagnosticStatus::SUSPENDED);
+  std::this_thread::sleep_for(milliseconds(50));  // for the signal to arrive
+  const auto progress = request->getDiagnosticStatus().getProgress();
+  std::this_thread::sleep_for(milliseconds(600));
+  EXPECT_EQ(request->getDiagnosticStatus().getProgress(), progress);
+  EXPECT_EQ(request.status(), DiagnosticStatus::SUSPENDED);
+  request->resumeDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+}
+
+TEST_F(DiagnosticsContract, TimeStandsStillForASuspendedTest) {
+  m_driver.set("TestID16", "Milliseconds", "200").set("TestID16", "TestTimeout", "5");
+  Request request(m_driver, {TAKES_TIME});
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
+  m_driver.set("TestID16", "Milliseconds", "1");
+  request->suspendDiagnostic();
+  std::this_thread::sleep_for(milliseconds(300));
+  request->resumeDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+}
+
+TEST_F(DiagnosticsContract, AnAbortWakesASuspendedTest) {
+  Request request(m_driver, {TAKES_TIME});
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
+  request->suspendDiagnostic();
+  std::this_thread::sleep_for(milliseconds(50));
+  request->abortDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+}
+
+TEST_F(DiagnosticsContract, ASuspendBeforeTheRunHoldsItAtItsStart) {
+  Request request(m_driver, {BEHAVES});
+  request->suspendDiagnostic();
+  EXPECT_EQ(request.status(), DiagnosticStatus::READY);
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.status() == DiagnosticStatus::SUSPENDED; }));
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(request.takeEvents(), 0U);
+  request->resumeDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+}
+
+TEST_F(DiagnosticsContract, AnAbortWakesARunThatIsHeldAtItsStart) {
+  Request request(m_driver, {BEHAVES});
+  request->suspendDiagnostic();
+  request.start();
+  ASSERT_TRUE(eventually([&] { return request.status() == DiagnosticStatus::SUSPENDED; }));
+  request->abortDiagnostic();
+  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+}
+
+TEST_F(DiagnosticsContract, ASuspendAfterTheEndIsIgnored) {
+  Request request(m_driver, {BEHAVES});
+  request.runPass();
+  request->suspendDiagnostic();
+  request.takeEvents();
+  EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
+  request.takeResults();
+  EXPECT_EQ(request.runPass()->getTestResult(), PASSED);
+}
+
+TEST_F(DiagnosticsContract, ClientsMayAskAtFullSpeedWhileTestsRun) {
+  Request request(m_driver, {BEHAVES, FINDS_FAULT, LOOKS_AROUND}, true, 10);
+  std::atomic<bool> stop{false};
+  std::thread asking([&] {
+    while (!stop) {
+      request->getDiagnosticStatus();
+      request->resumeDiagnostic();
+      std::this_thread::yield();
+    }
+  });
+  request.start();
+  std::size_t results = 0;
+  EXPECT_TRUE(eventually([&] {
+    request.takeEvents();
+    results += request.takeResults().size();
+    return request.status() == DiagnosticStatus::COMPLETED;
+  }));
+  stop = true;
+  asking.join();
+  EXPECT_EQ(results + request.takeResults().size(), 10U);
+  EXPECT_EQ(request.join()->getTestResult(), FAILED);
+}
+
+TEST_F(DiagnosticsContract, RequestsOnSeveralDevicesRunAtOnce) {
+  m_driver.set("TestID16", "Milliseconds", "50");
+  m_driver.devices();
+  std::vector<std::thread> threads;
+  std::atomic<int> passedRuns{0};
+  for (int client = 0; client < 8; ++client) {
+    threads.emplace_back([&, client] {
+      const auto diagnostics = m_driver.makeDiagnostics();
+      auto device = m_driver.device(client % 2 == 0 ? "unit0" : "unit1");
+      Diag::DiagnosticSettings settings;
+      settings.setTestNumberVector({BEHAVES, TAKES_TIME});
+      passedRuns += diagnostics->runDiagnostic(device, &settings)->getTestResult() == PASSED;
+    });
+  }
+  for (auto& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(passedRuns, 8);
+}
+
+TEST_F(DiagnosticsContract, ADeviceThatIsNotTheKitsIsTestedAllTheSame) {
+  DeviceEnum::VirtualDevice stranger(new DeviceEnum::IDevice("a/b", "b", "b"));
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({BEHAVES});
+  EXPECT_EQ(diagnostics->runDiagnostic(stranger, &settings)->getTestResult(), PASSED);
+}
+
+TEST_F(DiagnosticsContract, ConfigurationAndPropertiesReachTheTest) {
+  const auto run = m_driver.run("unit0", {LOOKS_AROUND});
+  EXPECT_EQ(run.measurement("property"), "a = [b]");
+  EXPECT_EQ(run.measurement("setting"), "from the test");
+  EXPECT_EQ(run.measurement("packageSetting"), "from the package");
+  EXPECT_THAT(m_driver.logText(), ::testing::HasSubstr("selftest/unit0: looked around"));
+}
+
+TEST_F(DiagnosticsContract, TheSeedIsNewForEachPassUnlessConfigured) {
+  const auto seedOf = [](const PackageDriver::Run& run) {
+    return run.parametersOf(TEST_STARTED).back();
+  };
+  EXPECT_NE(seedOf(m_driver.run("unit0", {BEHAVES})), seedOf(m_driver.run("unit0", {BEHAVES})));
+  m_driver.set("Package", "Seed", "4711");
+  EXPECT_EQ(seedOf(m_driver.run("unit0", {BEHAVES})), "4711");
+}

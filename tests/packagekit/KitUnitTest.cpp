@@ -1,0 +1,275 @@
+// The parts of the kit that need no process of their own.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "packagekit/PackageKit.h"
+#include "packagekit/PackageTexts.h"
+#include "packagekit/ResourceTags.h"
+#include "packagekit/internal/OutputTail.h"
+#include "packagekit/internal/PackageLog.h"
+#include "packagekit/testing/RecordingContext.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string writeFile(const std::string& name, const std::string& text) {
+  fs::create_directories(fs::path(name).parent_path());
+  std::ofstream(name) << text;
+  return name;
+}
+
+std::string readFile(const std::string& name) {
+  std::ostringstream text;
+  text << std::ifstream(name).rdbuf();
+  return text.str();
+}
+
+// Other tests run at the same time, in the same working directory.
+std::string freshDirectory(const std::string& name) {
+  const std::string own = name + "-" + std::to_string(getpid());
+  fs::remove_all(own);
+  fs::create_directories(own);
+  return fs::absolute(own).string();
+}
+
+Environment customerEnvironment() {
+  return {DeviceEnum::IDeviceEnumerator::CUSTOMER, Settings(""), "", 0, [](const std::string&) {}};
+}
+
+}  // namespace
+
+TEST(Settings, TakesATestsOwnKeyBeforeThePackages) {
+  const Settings settings(
+      writeFile("settings/a.cfg", "[Package]\nA=package\nB=package\n[TestID2]\nA=test\n"));
+  EXPECT_EQ(settings.test(2, "A"), "test");
+  EXPECT_EQ(settings.test(2, "B"), "package");
+  EXPECT_EQ(settings.test(1, "A"), "package");
+  EXPECT_EQ(settings.test(1, "C"), std::nullopt);
+}
+
+TEST(Settings, GivesTheDefaultForWhatIsNoNumber) {
+  const Settings settings(writeFile(
+      "settings/b.cfg",
+      "[Package]\nI=12\nJ=12x\nK=99999999999999999999\nD=0.25\nE=,5\nT=true\nF=False\nM=maybe\n"));
+  EXPECT_EQ(settings.testInteger(1, "I", 7), 12);
+  EXPECT_EQ(settings.testInteger(1, "J", 7), 7);
+  EXPECT_EQ(settings.testInteger(1, "K", 7), 7);
+  EXPECT_EQ(settings.testInteger(1, "absent", 7), 7);
+  EXPECT_EQ(settings.testNumber(1, "D", 1), 0.25);
+  EXPECT_EQ(settings.testNumber(1, "I", 1), 12);
+  EXPECT_EQ(settings.testNumber(1, "E", 1), 1);
+  EXPECT_TRUE(settings.testFlag(1, "T", false));
+  EXPECT_FALSE(settings.testFlag(1, "F", true));
+  EXPECT_TRUE(settings.testFlag(1, "M", true));
+}
+
+TEST(Package, RefusesATestThatIsDefinedTwice) {
+  Package package;
+  package.test(1, [](TestContext&) { return passed(); });
+  EXPECT_THROW(package.test(1, [](TestContext&) { return passed(); }), std::logic_error);
+}
+
+TEST(TestEntry, IsOfferedInItsModesOnly) {
+  Package package;
+  const TestEntry& entry = package.test(1, [](TestContext&) { return passed(); })
+                               .onlyIn({DiagnosticMode::FACTORY, DiagnosticMode::BRINGUP});
+  Environment environment = customerEnvironment();
+  EXPECT_THAT(entry.supports({}, environment).reason(), HasSubstr("CUSTOMER"));
+  environment.diagnosticMode = DiagnosticMode::FACTORY;
+  EXPECT_TRUE(entry.supports({}, environment));
+}
+
+TEST(TestEntry, AsksItsPredicateAndThenItsClass) {
+  struct Picky : PackageKit::Test {
+    Verdict run(TestContext&) override { return passed(); }
+    Support supports(const Device& device, const Environment&) const override {
+      return device.name == "b" ? Support::no("not b") : Support::yes();
+    }
+    int estimate(const Device&, const Environment&) const override { return 4; }
+  };
+  Package package;
+  const TestEntry& entry =
+      package.test<Picky>(1).supportedWhen([](const Device& device, const Environment&) {
+        return device.name == "a" ? Support::no("") : Support::yes();
+      });
+  const Environment environment = customerEnvironment();
+  Device device;
+  device.name = "a";
+  EXPECT_EQ(entry.supports(device, environment).reason(), "no reason given");
+  device.name = "b";
+  EXPECT_EQ(entry.supports(device, environment).reason(), "not b");
+  device.name = "c";
+  EXPECT_TRUE(entry.supports(device, environment));
+  EXPECT_EQ(entry.estimateFor(device, environment), 4);
+}
+
+TEST(TestContext, TellsWhatTheOpenModeAllows) {
+  struct Row {
+    AccessMode mode;
+    bool mayRead;
+    bool mayWrite;
+    int flags;
+  };
+  const Row rows[] = {{DeviceEnum::IDevice::QUERY, false, false, O_RDONLY | O_NONBLOCK},
+                      {DeviceEnum::IDevice::READ_ONLY, true, false, O_RDONLY},
+                      {DeviceEnum::IDevice::WRITE_ONLY, false, true, O_WRONLY},
+                      {DeviceEnum::IDevice::READ_WRITE, true, true, O_RDWR}};
+  for (const Row& row : rows) {
+    TestParameters parameters;
+    parameters.openMode = row.mode;
+    const Testing::RecordingContext context(parameters);
+    EXPECT_EQ(context.mayRead(), row.mayRead);
+    EXPECT_EQ(context.mayWrite(), row.mayWrite);
+    EXPECT_EQ(context.openFlags(), row.flags | O_CLOEXEC);
+  }
+}
+
+TEST(TestContext, RecordsWhatATestSays) {
+  TestParameters parameters;
+  parameters.device.properties["path"] = "/dev/x";
+  Testing::RecordingContext context(parameters);
+  context.progress(250);
+  context.warning(5, {"a"});
+  context.measurement("speed", 0.1, "GB/s");
+  context.log("a line");
+  EXPECT_EQ(context.property("path"), "/dev/x");
+  EXPECT_EQ(context.property("none", "fallback"), "fallback");
+  EXPECT_THAT(context.progressSteps(), ElementsAre(100));
+  ASSERT_EQ(context.events().size(), 2U);
+  EXPECT_EQ(context.events()[0].type, Diag::DiagnosticEvent::WARNING_EVENT);
+  EXPECT_EQ(context.events()[1].code, TEST_MEASUREMENT);
+  EXPECT_THAT(context.events()[1].parameters, ElementsAre("speed", "0.1", "GB/s"));
+  EXPECT_THAT(context.logLines(), ElementsAre("a line"));
+}
+
+TEST(TestContext, ThrowsOnceAStopWasRequested) {
+  Testing::RecordingContext context{TestParameters()};
+  context.stopAfter(2);
+  EXPECT_NO_THROW(context.throwIfStopped());
+  EXPECT_THROW(context.throwIfStopped(), Stopped);
+  EXPECT_FALSE(context.sleepFor(std::chrono::hours(1)));
+}
+
+TEST(OutputTail, KeepsTheLastLines) {
+  OutputTail tail;
+  EXPECT_EQ(tail.lines(), "");
+  for (int line = 0; line < 3000; ++line) {
+    const std::string text = "line " + std::to_string(line) + "\n";
+    tail.add(text.data(), text.size());
+  }
+  tail.add("unfinished", 10);
+  EXPECT_THAT(tail.lines(), testing::EndsWith("line 2998 | line 2999 | unfinished"));
+  EXPECT_THAT(tail.lines(), testing::StartsWith("line 2991 | "));
+}
+
+TEST(OutputTail, IsAlwaysPlainValidText) {
+  OutputTail tail;
+  const std::string bytes = "tab\tand \x01 and \xff\xc3\xa4\n\xed\xa0\x80\xf0\x9f\x98\x80\xc3";
+  tail.add(bytes.data(), bytes.size());
+  EXPECT_EQ(tail.lines(), "tab and   and ?\xc3\xa4 | ???\xf0\x9f\x98\x80?");
+}
+
+TEST(PackageLog, WritesEachLineWithTimeAndProcess) {
+  const std::string file = freshDirectory("log") + "/a.log";
+  writeLogLine(file, "first\nstill first");
+  writeLogLine(file, "second");
+  EXPECT_THAT(readFile(file), testing::MatchesRegex("[0-9TZ:.-]+ \\[[0-9]+\\] first still first\n"
+                                                    "[0-9TZ:.-]+ \\[[0-9]+\\] second\n"));
+}
+
+TEST(PackageLog, StartsANewFileWhenItIsLarge) {
+  const std::string file = freshDirectory("log") + "/b.log";
+  writeLogLine(file, "old");
+  fs::resize_file(file, 17 * 1024 * 1024);
+  writeLogLine(file, "last of the old");
+  writeLogLine(file, "new");
+  EXPECT_LT(fs::file_size(file), 100U);
+  EXPECT_GT(fs::file_size(file + ".1"), 17U * 1024 * 1024);
+}
+
+TEST(PackageLog, BearsAFileThatCantBeWritten) {
+  writeLogLine("/nonexistent/folder/x.log", "lost");
+  writeLogLine("", "nowhere");
+}
+
+TEST(ResourceTags, ClashByTheirLastComponent) {
+  EXPECT_EQ(lastComponent("host/cpu3"), "cpu3");
+  EXPECT_EQ(lastComponent("cpu3"), "cpu3");
+  EXPECT_EQ(lastComponent("host/"), "");
+  EXPECT_THAT(findTagClashes({"host/cpu0", "host/cpu1", "host/node0"}), IsEmpty());
+  EXPECT_THAT(findTagClashes({"host/cpu0", "rack/cpu0", "host/cpu1", "host/cpu0"}),
+              ElementsAre("host/cpu0 and rack/cpu0", "host/cpu0 and host/cpu0"));
+}
+
+namespace {
+
+class PackageTexts : public testing::Test {
+ protected:
+  PackageTexts() {
+    write("p.cfg", "[Package]\nNameToken=NAME\n[Error]\n1=BROKEN\n[DeviceStatus]\n2=FINE\n");
+    for (const char* const language : {"en", "de", "fr", "es", "zh", "ja"}) {
+      writeLanguage(language,
+                    "NAME=x\nBROKEN=$1$ is broken: $2$\nBROKEN_ACTION=x\n"
+                    "FINE=x\nFINE_ACTION=x\n");
+    }
+  }
+  void write(const std::string& name, const std::string& text) {
+    writeFile(m_directory + "/" + name, text);
+  }
+  void writeLanguage(const std::string& language, const std::string& text) {
+    write(language + "/p.cfg", "[" + language + "]\n" + text);
+  }
+  std::vector<std::string> faults() { return checkPackageTexts(m_directory, "p"); }
+
+  ~PackageTexts() override { fs::remove_all(m_directory); }
+
+  const std::string m_directory = freshDirectory("texts");
+};
+
+}  // namespace
+
+TEST_F(PackageTexts, AreGoodWhenEveryTokenIsInEveryLanguage) {
+  EXPECT_THAT(faults(), IsEmpty());
+}
+
+TEST_F(PackageTexts, LackALanguage) {
+  fs::remove(m_directory + "/ja/p.cfg");
+  EXPECT_THAT(faults(), ElementsAre(HasSubstr("ja/p.cfg: missing")));
+}
+
+TEST_F(PackageTexts, LackATextAnActionAndAName) {
+  writeLanguage("de", "BROKEN=$1$ ist kaputt: $2$\nFINE=\nFINE_ACTION=x\n");
+  EXPECT_THAT(faults(), ElementsAre(HasSubstr("BROKEN_ACTION"), HasSubstr("no text for FINE"),
+                                    HasSubstr("NAME")));
+}
+
+TEST_F(PackageTexts, MustUseTheSameVariables) {
+  writeLanguage("fr", "NAME=x\nBROKEN=$1$ est en panne\nBROKEN_ACTION=x\nFINE=x\nFINE_ACTION=x\n");
+  EXPECT_THAT(faults(), ElementsAre(HasSubstr("fr/p.cfg: BROKEN has other variables")));
+}
+
+TEST_F(PackageTexts, NeedPlainCodesOnceEach) {
+  write("p.cfg", "[Error]\n1=BROKEN\n01=BROKEN\nx=BROKEN\n1=FINE\n9500=FINE\n3=\n");
+  EXPECT_THAT(faults(), ElementsAre(HasSubstr("01 is no code"), HasSubstr("x is no code"),
+                                    HasSubstr("1 stands twice"), HasSubstr("9500 is no code"),
+                                    HasSubstr("3 has no token")));
+}
+
+TEST_F(PackageTexts, AreMissedWhereThereIsNoPackage) {
+  EXPECT_THAT(checkPackageTexts(m_directory, "q"), ElementsAre(HasSubstr("missing or empty")));
+}

@@ -1,0 +1,389 @@
+// Each test of the misbehaving package: nothing of it reaches the host, and all of it is told.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "packagekit/KitEvents.h"
+#include "packagekit/PackageTexts.h"
+#include "packagekit/testing/PackageDriver.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+using Diag::DiagnosticResult;
+using ::testing::HasSubstr;
+using Testing::PackageDriver;
+
+namespace {
+
+constexpr int kBehaves = 1;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+class Misbehaviour : public ::testing::Test {
+ protected:
+  // A test that behaves follows, on the same device, in the same pass: it must not suffer.
+  PackageDriver::Run runBefore(int testId) {
+    const auto run = m_driver.run("unit0", {testId, kBehaves});
+    const auto endings = endingsOf(run);
+    EXPECT_EQ(endings.size(), 2U);
+    EXPECT_EQ(endings.empty() ? "" : endings.back(), "PASSED");
+    EXPECT_THAT(m_driver.eventsWithoutToken(), ::testing::IsEmpty());
+    return run;
+  }
+
+  static std::vector<std::string> endingsOf(const PackageDriver::Run& run) {
+    std::vector<std::string> endings;
+    for (const auto& event : run.events) {
+      if (event.code == TEST_ENDED) {
+        endings.push_back(event.parameters[3]);
+      }
+    }
+    return endings;
+  }
+
+  // Trouble of the tool: an error event that names test and device, and never a failed device.
+  void expectTrouble(const PackageDriver::Run& run, unsigned int code, const std::string& testId) {
+    EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+    ASSERT_TRUE(run.has(code));
+    const auto& parameters = run.parametersOf(code);
+    EXPECT_EQ(parameters[0], testId);
+    EXPECT_NE(parameters[1], "?");
+    EXPECT_EQ(parameters[2], "selftest/unit0");
+    for (const auto& event : run.events) {
+      if (event.code == code) {
+        EXPECT_EQ(event.type, Diag::DiagnosticEvent::ERROR_EVENT);
+      }
+    }
+  }
+
+  PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
+};
+
+bool exists(pid_t process) {
+  return kill(process, 0) == 0;
+}
+
+}  // namespace
+
+TEST_F(Misbehaviour, ASegmentationFaultIsTold) {
+  const auto run = runBefore(2);
+  expectTrouble(run, WORKER_CRASHED, "2");
+  EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGSEGV");
+  EXPECT_THAT(run.parametersOf(WORKER_CRASHED)[4], HasSubstr("about to read from nowhere"));
+}
+
+TEST_F(Misbehaviour, AnAbortIsTold) {
+  const auto run = runBefore(3);
+  expectTrouble(run, WORKER_CRASHED, "3");
+  EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGABRT");
+}
+
+TEST_F(Misbehaviour, AnExceptionIsTold) {
+  const auto run = runBefore(4);
+  expectTrouble(run, TEST_THREW, "4");
+  EXPECT_EQ(run.parametersOf(TEST_THREW)[3], "deliberately thrown");
+}
+
+TEST_F(Misbehaviour, AThrownNumberIsTold) {
+  expectTrouble(runBefore(11), TEST_THREW, "11");
+}
+
+TEST_F(Misbehaviour, AnEndlessLoopIsEndedWhenItsTimeIsOver) {
+  const auto run = runBefore(5);
+  expectTrouble(run, TEST_TIMED_OUT, "5");
+  EXPECT_EQ(run.parametersOf(TEST_TIMED_OUT)[3], "0.3");
+  EXPECT_LT(run.duration, std::chrono::seconds(10));
+}
+
+TEST_F(Misbehaviour, AnEndlessLoopThatIgnoresSigtermIsKilled) {
+  const auto run = runBefore(6);
+  expectTrouble(run, TEST_TIMED_OUT, "6");
+  EXPECT_LT(run.duration, std::chrono::seconds(10));
+}
+
+TEST_F(Misbehaviour, ADeafSleepIsEndedWhenItsTimeIsOver) {
+  expectTrouble(runBefore(24), TEST_TIMED_OUT, "24");
+}
+
+TEST_F(Misbehaviour, ALongTestThatListensEndsByItselfWhenItsTimeIsOver) {
+  m_driver.set("TestID16", "TestTimeout", "0.2");
+  expectTrouble(runBefore(16), TEST_TIMED_OUT, "16");
+}
+
+TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
+  m_driver.set("Package", "TestTimeout", "600").set("TestID6", "TestTimeout", "600");
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({6});
+  std::thread pass([&] { diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  while (diagnostics->getDiagnosticEvents() == nullptr) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  diagnostics->abortDiagnostic();
+  pass.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+}
+
+TEST_F(Misbehaviour, AnEndHalfWayThroughAMessageIsTold) {
+  const auto run = runBefore(7);
+  expectTrouble(run, WORKER_EXITED, "7");
+  EXPECT_EQ(run.parametersOf(WORKER_EXITED)[3], "exit status 0");
+}
+
+TEST_F(Misbehaviour, AnEarlyExitIsTold) {
+  const auto run = runBefore(22);
+  expectTrouble(run, WORKER_EXITED, "22");
+  EXPECT_EQ(run.parametersOf(WORKER_EXITED)[4], "leaving early");
+}
+
+TEST_F(Misbehaviour, AFloodOfEventsIsCutAndCounted) {
+  m_driver.set("Package", "MaxEvents", "1000").set("TestID8", "FloodCount", "20000");
+  const auto run = m_driver.run("unit0", {8});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(run.events.size(), 1003U) << "with its start, its end, and the count of the rest";
+  EXPECT_EQ(run.parametersOf(EVENTS_DROPPED)[3], "19000");
+}
+
+TEST_F(Misbehaviour, AFloodOfOutputIsDrained) {
+  const auto run = runBefore(18);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+}
+
+TEST_F(Misbehaviour, AllocationWithoutEndStopsAtTheLimit) {
+  if (kIsSanitized) {
+    GTEST_SKIP() << "a sanitizer needs the address space";
+  }
+  m_driver.set("Package", "MemoryLimit", "128");
+  expectTrouble(runBefore(9), OUT_OF_MEMORY, "9");
+}
+
+TEST_F(Misbehaviour, WithoutALimitTheFloodOfMemoryIsLeftOut) {
+  m_driver.set("Package", "MemoryLimit", "0");
+  const auto run = m_driver.run("unit0", {9});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_TRUE(run.has(TEST_NOT_SUPPORTED));
+}
+
+TEST_F(Misbehaviour, ImpossibleProgressEndsTheWorker) {
+  expectTrouble(runBefore(10), WORKER_BROKE_PROTOCOL, "10");
+}
+
+TEST_F(Misbehaviour, GarbageEndsTheWorker) {
+  const auto run = runBefore(17);
+  expectTrouble(run, WORKER_BROKE_PROTOCOL, "17");
+  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], "bytes that are no frame");
+}
+
+TEST_F(Misbehaviour, TheEndOfATestThatDoesNotRunEndsTheWorker) {
+  expectTrouble(runBefore(26), WORKER_BROKE_PROTOCOL, "26");
+}
+
+TEST_F(Misbehaviour, EventsOfTheKitCantBeForged) {
+  const auto run = runBefore(27);
+  expectTrouble(run, TEST_THREW, "27");
+  EXPECT_FALSE(run.has(WORKER_CRASHED));
+}
+
+TEST_F(Misbehaviour, AVanishedDeviceIsNoFault) {
+  expectTrouble(runBefore(12), DEVICE_VANISHED, "12");
+}
+
+TEST_F(Misbehaviour, AMissingPermissionIsNoFault) {
+  const auto run = runBefore(13);
+  expectTrouble(run, NO_PERMISSION, "13");
+  EXPECT_THAT(run.parametersOf(NO_PERMISSION)[3], HasSubstr("open: Permission denied"));
+}
+
+TEST_F(Misbehaviour, ATestThatIsNotThereIsTold) {
+  EXPECT_FALSE(m_driver.supports("unit0", 28));
+  expectTrouble(runBefore(28), TEST_UNKNOWN, "28");
+}
+
+TEST_F(Misbehaviour, ATestThatIsNotSupportedSaysWhy) {
+  EXPECT_TRUE(m_driver.supports("unit0", 20));
+  EXPECT_FALSE(m_driver.supports("unit1", 20));
+  EXPECT_THAT(m_driver.logText(),
+              HasSubstr("test 20 is not supported on selftest/unit1: unit 1 is excused"));
+  const auto run = m_driver.run("unit0", {20});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_EQ(run.parametersOf(TEST_NOT_SUPPORTED)[3], "there is nothing to test");
+}
+
+TEST_F(Misbehaviour, AChildLeftBehindDiesWithItsTest) {
+  const auto run = runBefore(19);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  const pid_t child = static_cast<pid_t>(std::stod(run.measurement("child")));
+  for (int look = 0; look < 2000 && exists(child); ++look) {
+    // Whoever inherits orphans here may not collect them: a zombie is as dead as can be.
+    std::ifstream status("/proc/" + std::to_string(child) + "/stat");
+    std::string line;
+    std::getline(status, line);
+    if (line.find(") Z ") != std::string::npos || line.find(") X ") != std::string::npos) {
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_FALSE(exists(child));
+}
+
+TEST_F(Misbehaviour, NothingOfTheHostLeaksIntoTheWorker) {
+  sigset_t usr1;
+  sigemptyset(&usr1);
+  sigaddset(&usr1, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+  signal(SIGUSR2, SIG_IGN);
+  int leaky[2];
+  ASSERT_EQ(pipe(leaky), 0);
+  const auto run = m_driver.run("unit0", {23});
+  EXPECT_EQ(run.measurement("descriptors"), "0 1 2 3");
+  EXPECT_EQ(run.measurement("blockedSignals"), "0000000000000000");
+  // The two that the C library keeps for itself can't be reset.
+  const auto ignored = std::stoull(run.measurement("ignoredSignals"), nullptr, 16);
+  EXPECT_EQ(ignored & ~0x180000000ULL, kIsSanitized ? ignored : 0U);
+  EXPECT_EQ(run.measurement("oomScore"), "1000");
+  EXPECT_EQ(run.measurement("process"), run.measurement("group"));
+}
+
+TEST_F(Misbehaviour, TheHostsDescriptorsAreGivenBack) {
+  m_driver.run("unit0", {kBehaves});
+  const auto count = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+  };
+  const auto before = count();
+  for (int pass = 0; pass < 5; ++pass) {
+    m_driver.run("unit0", {2, 7, 4});
+  }
+  EXPECT_EQ(count(), before);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
+}
+
+TEST_F(Misbehaviour, AHostThatIgnoresItsChildrenGetsItsVerdicts) {
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(m_driver.run("unit0", {kBehaves}).verdict, DiagnosticResult::PASSED);
+  expectTrouble(m_driver.run("unit0", {2}), WORKER_EXITED, "2");
+  signal(SIGCHLD, SIG_DFL);
+}
+
+TEST_F(Misbehaviour, AWorkerDiesWithItsHost) {
+  int report[2];
+  ASSERT_EQ(pipe(report), 0);
+  const pid_t host = fork();
+  if (host == 0) {
+    // Tells the worker's process id, then dies while the test runs.
+    PackageDriver driver(TARVEX_SELFTEST_DIR, "misbehaving");
+    const auto diagnostics = driver.makeDiagnostics();
+    Diag::DiagnosticSettings settings;
+    settings.setTestNumberVector({23, 16});
+    std::thread pass([&] { diagnostics->runDiagnostic(driver.device("unit0"), &settings); });
+    for (;;) {
+      if (const auto* const events = diagnostics->getDiagnosticEvents()) {
+        for (auto* const event : *events) {
+          if (event->getEventCode() == TEST_MEASUREMENT &&
+              event->getParamVector()[3] == "process") {
+            const pid_t worker = std::stoi(event->getParamVector()[4]);
+            if (write(report[1], &worker, sizeof worker) == sizeof worker) {
+              raise(SIGKILL);
+            }
+          }
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  pid_t worker = 0;
+  ASSERT_EQ(read(report[0], &worker, sizeof worker), static_cast<ssize_t>(sizeof worker));
+  EXPECT_EQ(waitpid(host, nullptr, 0), host);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  bool isGone = false;
+  while (!isGone && std::chrono::steady_clock::now() < deadline) {
+    std::ifstream status("/proc/" + std::to_string(worker) + "/stat");
+    std::string line;
+    isGone = !std::getline(status, line) || line.find(") Z ") != std::string::npos;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_TRUE(isGone);
+}
+
+TEST_F(Misbehaviour, AMissingWorkerIsTold) {
+  m_driver.set("Package", "WorkerPath", "/nonexistent/worker");
+  auto run = m_driver.run("unit0", {kBehaves});
+  expectTrouble(run, WORKER_NOT_STARTED, "1");
+  EXPECT_THAT(run.parametersOf(WORKER_NOT_STARTED)[4], HasSubstr("No such file or directory"));
+  m_driver.set("Package", "WorkerPath", "/bin/false");
+  run = m_driver.run("unit0", {kBehaves});
+  expectTrouble(run, WORKER_NOT_STARTED, "1");
+  EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], "exit status 1");
+}
+
+TEST_F(Misbehaviour, AWorkerThatNeverGetsReadyIsEnded) {
+  const std::string script = std::filesystem::absolute("never-ready").string();
+  std::ofstream(script) << "#!/bin/sh\necho stuck\nsleep 1000\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  m_driver.set("Package", "WorkerPath", script).set("Package", "StartTimeout", "0.3");
+  const auto run = m_driver.run("unit0", {kBehaves});
+  expectTrouble(run, WORKER_NOT_STARTED, "1");
+  EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], "not ready in time");
+  EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[4], "stuck");
+}
+
+TEST_F(Misbehaviour, ClashingTagsAreToldAtEnumeration) {
+  EXPECT_EQ(m_driver.devices().size(), 4U);
+  EXPECT_THAT(m_driver.logText(),
+              HasSubstr("resource tags clash: selftest/unit0 and selftest/rack/unit0"));
+}
+
+TEST_F(Misbehaviour, ADeviceWithoutATagIsLeftOut) {
+  m_driver.devices();
+  EXPECT_THAT(m_driver.logText(), HasSubstr("left out: 'Without a tag', ''"));
+}
+
+TEST_F(Misbehaviour, AStatusThatFailsIsUnknown) {
+  EXPECT_EQ(m_driver.device("unit2").getDevice()->getDeviceStatus(), DEVICE_STATUS_UNKNOWN);
+  EXPECT_EQ(m_driver.device("unit1").getDevice()->getDeviceStatus(), 0U);
+}
+
+TEST_F(Misbehaviour, ADiscoveryThatFailsFindsNothing) {
+  m_driver.set("Package", "DiscoveryFails", "TRUE");
+  EXPECT_TRUE(m_driver.devices().empty());
+  EXPECT_THAT(m_driver.logText(), HasSubstr("looking for them failed: no bus"));
+}
+
+TEST_F(Misbehaviour, AnObjectThatLiesAboutItsStatusReallyDoes) {
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({25});
+  std::thread pass([&] { diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  while (diagnostics->getDiagnosticStatus().getStatus() == Diag::DiagnosticStatus::READY) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(diagnostics->getDiagnosticStatus().getStatus(), Diag::DiagnosticStatus::COMPLETED);
+  EXPECT_EQ(diagnostics->getDiagnosticStatus().getProgress(), 4'000'000'000U);
+  pass.join();
+}
+
+TEST(MisbehavingPackage, IsUnderstoodInEveryLanguage) {
+  EXPECT_THAT(checkPackageTexts(TARVEX_SELFTEST_DIR, "misbehaving"), ::testing::IsEmpty());
+}
+
+TEST(MisbehavingPackage, LeavesTheProcessWhenItIsClosed) {
+  {
+    PackageDriver driver(TARVEX_SELFTEST_DIR, "misbehaving");
+    driver.run("unit0", {kBehaves});
+  }
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);) {
+    EXPECT_THAT(line, ::testing::Not(HasSubstr("libmisbehaving.so")));
+  }
+}
