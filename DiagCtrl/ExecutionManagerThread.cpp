@@ -1,5 +1,6 @@
 #include "DiagCtrl/ExecutionManagerThread.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -60,6 +61,7 @@ void handlingFailures(Action aAction, Handler aHandler) {
 struct ExecutionManagerThread::Pass {
   int queueSize = 0;
   unsigned long ticket = 0;  ///< of the variable that refused requests wait on, from the start
+  bool isStalled = false;    ///< every request was refused in the last pass as well
   bool hasWaited = false;
   std::vector<RequestReference> batch;
   std::vector<RequestReference> refused;
@@ -153,6 +155,9 @@ void ExecutionManagerThread::dispatchBatch(Pass& arPass) {
       arPass.batch.push_back(std::move(request));
     }
   }
+  arPass.isStalled = std::all_of(
+      arPass.batch.begin(), arPass.batch.end(),
+      [this](const RequestReference& arRequest) { return wasRefusedLastPass(arRequest.get()); });
   for (RequestReference& request : arPass.batch) {
     if (!getState()) {
       arPass.refused.push_back(std::move(request));
@@ -178,9 +183,12 @@ ExecutionManagerThread::Outcome ExecutionManagerThread::dispatch(TestRequest& ar
   }
   try {
     waitForSystemLock();
-    waitIfRefusedBefore(arTestRequest, arPass);
+    waitIfStalled(arPass);
   } catch (const DiagCtrlMutexException&) {
     return Outcome::refused;
+  }
+  if (!getState()) {
+    return Outcome::refused;  // nothing is started any more
   }
   try {
     if (arTestRequest.getAbortStatus()) {
@@ -219,12 +227,17 @@ void ExecutionManagerThread::waitForSystemLock() {
 }
 
 // Slows down the retries of refused requests: all of a pass share one wait, which ends early as
-// soon as anything was given back or judged since they were refused.
-void ExecutionManagerThread::waitIfRefusedBefore(const TestRequest& arTestRequest, Pass& arPass) {
-  if (!arPass.hasWaited && mRefusedLastPass.count(&arTestRequest) > 0) {
+// soon as anything was given back, judged or queued since they were refused. A request that was not
+// refused never waits for those that were.
+void ExecutionManagerThread::waitIfStalled(Pass& arPass) {
+  if (arPass.isStalled && !arPass.hasWaited) {
     mpTReqExecMgrThCondVar.load()->timedWaitSince(kWaitMs, mulLastPassTicket);
     arPass.hasWaited = true;
   }
+}
+
+bool ExecutionManagerThread::wasRefusedLastPass(const TestRequest* apTestRequest) const {
+  return mRefusedLastPass.count(apTestRequest) > 0;
 }
 
 void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {

@@ -67,7 +67,8 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   void dispatchBatch(Pass& arPass);
   Outcome dispatch(TestRequest& arTestRequest, Pass& arPass);
   void waitForSystemLock();
-  void waitIfRefusedBefore(const TestRequest& arTestRequest, Pass& arPass);
+  void waitIfStalled(Pass& arPass);
+  bool wasRefusedLastPass(const TestRequest* apTestRequest) const;
   void dropAborted(TestRequest& arTestRequest);
   bool takeLocks(TestRequest& arTestRequest);
   bool takeSystemLock(TestRequest& arTestRequest);

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -41,7 +40,7 @@ constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 constexpr int kIdleCheckAttempts = 20;
 constexpr useconds_t kIdleCheckPauseMicroseconds = 5000;
 // A request that waits for its worker would otherwise double its entries at every poll.
-constexpr long kMostLocalEntries = 2;
+constexpr int kMostLocalEntries = 2;
 
 unsigned int eventId(TestRequest& arTestRequest) {
   return static_cast<unsigned int>(arTestRequest.getTestRequestId());
@@ -210,8 +209,7 @@ void MonitorThread::processLocalTRQueue() {
   const TraceScope trace(mpDiagTracer, "MonitorThread::processLocalTRQueue");
   const std::size_t iPendingResultQueueSize = mResultPendingTRQueue.size();
   for (std::size_t i = 0; i < iPendingResultQueueSize; ++i) {
-    RequestReference entry = RequestReference::adopt(mResultPendingTRQueue.front());
-    mResultPendingTRQueue.pop_front();
+    RequestReference entry = takeLocalEntry();
     pollEntry(entry, false);
   }
 }
@@ -391,13 +389,12 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
 void MonitorThread::drop(TestRequest& arTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::drop");
   const unsigned long id = arTestRequest.getTestRequestId();
-  if (arTestRequest.getAbortStatus()) {
-    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
-                                  Diag::DiagnosticEvent::WARNING_EVENT, eventId(arTestRequest));
-  } else {
-    arTestRequest.complete();
+  if (arTestRequest.complete()) {
     mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION,
                                   Diag::DiagnosticEvent::INFORMATION_EVENT, eventId(arTestRequest));
+  } else {
+    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
+                                  Diag::DiagnosticEvent::WARNING_EVENT, eventId(arTestRequest));
   }
   try {
     mrTestRequestManager.removeFromTestReqIdList(id);
@@ -411,11 +408,21 @@ void MonitorThread::drop(TestRequest& arTestRequest) {
 }
 
 void MonitorThread::keepPolling(TestRequest& arTestRequest) {
-  if (std::count(mResultPendingTRQueue.begin(), mResultPendingTRQueue.end(), &arTestRequest) <
-      kMostLocalEntries) {
+  int& entries = mLocalEntries[&arTestRequest];
+  if (entries < kMostLocalEntries) {
+    ++entries;
     arTestRequest.addReference();
     mResultPendingTRQueue.push_back(&arTestRequest);
   }
+}
+
+RequestReference MonitorThread::takeLocalEntry() {
+  RequestReference entry = RequestReference::adopt(mResultPendingTRQueue.front());
+  mResultPendingTRQueue.pop_front();
+  if (const auto entries = mLocalEntries.find(entry.get()); --entries->second == 0) {
+    mLocalEntries.erase(entries);
+  }
+  return entry;
 }
 
 void MonitorThread::releaseResourceLock(TestRequest* apTestRequest) {
@@ -436,6 +443,7 @@ void MonitorThread::clearTestRequestQueue() {
     request->dropReference();
   }
   mResultPendingTRQueue.clear();
+  mLocalEntries.clear();
 }
 
 void MonitorThread::traceFailure(const char* apcMethod, DiagCtrlBaseException& arFailure) {

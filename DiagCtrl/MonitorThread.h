@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unordered_map>
+
 #include "Diag/DiagnosticStatus.h"
 #include "DiagCtrl/DiagCtrlConditionVar.h"
 #include "DiagCtrl/DiagThread.h"
@@ -68,6 +70,7 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   bool sendBack(TestRequest& arTestRequest);
   void drop(TestRequest& arTestRequest);
   void keepPolling(TestRequest& arTestRequest);
+  RequestReference takeLocalEntry();
   void releaseResourceLock(TestRequest* apTestRequest);
   void traceFailure(const char* apcMethod, DiagCtrlBaseException& arFailure);
 
@@ -80,6 +83,9 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   DiagCtrlConditionVar& mrWaitCondVar;
   DiagCtrlConditionVar& mrExecCondVar;
   DiagUtil* mpDiagUtil;
+
+  // How often each request stands in the local queue.
+  std::unordered_map<const TestRequest*, int> mLocalEntries;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -330,10 +330,14 @@ void TestRequest::returnToWait() {
   }
 }
 
-void TestRequest::complete() {
+bool TestRequest::complete() {
   const TraceScope trace(mpDiagTracer, "TestRequest::complete");
   const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::complete()");
+  if (getAbortStatus()) {
+    return false;
+  }
   setTestRequestStatus(COMPLETED);
+  return true;
 }
 
 TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {

@@ -128,8 +128,8 @@ class TARVEXDIAGS_EXPORT TestRequest {
   void landFromFlight();
   /// Back to waiting for a worker, unless a worker is in flight.
   void returnToWait();
-  /// [monitor] Makes the request `COMPLETED`.
-  void complete();
+  /// [monitor] Makes the request `COMPLETED`. @return false, without doing so, if it was aborted.
+  bool complete();
   /// Sets the abort flag and tells where the abort met the request.
   AbortedWhile beginAbort(long alTimeOutValue);
   /// Whether a queue entry of the request is a left-over that must fall out silently.

@@ -77,6 +77,8 @@ unsigned long TestRequestManager::queueTestRequest(TestRequest* apTestReqToAdd) 
     mTestRequestIdList.push_back(id);
   }
   mpCondVarTRWaitQueue->signal();
+  // The dispatcher may be slowing down the retries of refused requests: the new one need not wait.
+  mpCondVarExecMgrThread->signal();
   return id;
 }
 

@@ -1,0 +1,245 @@
+#include "tests/pipeline/PipelineSteps.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "DiagCtrl/DiagThread.h"
+#include "DiagCtrl/DiagThreadArgument.h"
+#include "DiagCtrl/ExecutionManagerThread.h"
+#include "DiagCtrl/ExecutionThread.h"
+#include "DiagCtrl/MonitorThread.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/PrivateMember.h"
+
+namespace TarvexDiags::TestSupport {
+
+struct ThreadEntryTag {
+  using Member = void* (*)(void*);
+};
+template struct PrivateMember<ThreadEntryTag, &DiagCtrl::DiagThread::proxyRun>;
+
+namespace {
+
+struct Stop {
+  Actor actor = Actor::none;
+  unsigned int remaining = 0;
+  PipelineSteps::Action action;
+};
+
+std::mutex sMutex;  // guards the two actions
+Stop sStop;
+PipelineSteps::Action sBeforeWorker;
+std::atomic<Actor> sArmed{Actor::none};
+std::atomic<bool> sReached{false};
+std::atomic<int> sActing{0};
+std::atomic<long> sWaitMs{0};
+std::atomic<int> sRefusedWorkers{0};
+std::atomic<int> sLiving{0};
+
+thread_local Actor sSelf = Actor::none;
+thread_local bool sIsActing = false;
+
+Actor actorOf(void* (*routine)(void*), void* argument) {
+  if (routine != MemberOf<ThreadEntryTag>::value || routine == nullptr) {
+    return Actor::none;
+  }
+  auto* thread = static_cast<DiagCtrl::DiagThread*>(
+      static_cast<DiagCtrl::DiagThreadArgument*>(argument)->getThreadPtr());
+  if (dynamic_cast<DiagCtrl::ExecutionThread*>(thread) != nullptr) {
+    return Actor::worker;
+  }
+  if (dynamic_cast<DiagCtrl::MonitorThread*>(thread) != nullptr) {
+    return Actor::monitor;
+  }
+  return dynamic_cast<DiagCtrl::ExecutionManagerThread*>(thread) != nullptr ? Actor::dispatcher
+                                                                            : Actor::none;
+}
+
+struct Start {
+  Actor actor;
+  void* (*routine)(void*);
+  void* argument;
+};
+
+/** Counted off also when the thread ends with pthread_exit. */
+struct Living {
+  Living() { ++sLiving; }
+  ~Living() { --sLiving; }
+};
+
+void* enterThread(void* argument) {
+  const std::unique_ptr<Start> owned(static_cast<Start*>(argument));
+  const Start start = *owned;
+  sSelf = start.actor;
+  if (start.actor == Actor::none) {
+    return start.routine(start.argument);
+  }
+  const Living living;
+  return start.routine(start.argument);
+}
+
+/** The action that is due on this thread, if it is. */
+PipelineSteps::Action takeStep() {
+  const std::lock_guard<std::mutex> hold(sMutex);
+  if (sStop.actor != sSelf || --sStop.remaining > 0) {
+    return nullptr;
+  }
+  sArmed = Actor::none;
+  sStop.actor = Actor::none;
+  sReached = true;
+  ++sActing;
+  return std::exchange(sStop.action, nullptr);
+}
+
+void step() {
+  if (sSelf == Actor::none || sSelf != sArmed.load(std::memory_order_relaxed) || sIsActing) {
+    return;
+  }
+  sIsActing = true;
+  if (const PipelineSteps::Action action = takeStep()) {
+    action();
+    --sActing;
+  }
+  sIsActing = false;
+}
+
+void beforeWorker() {
+  PipelineSteps::Action action;
+  {
+    const std::lock_guard<std::mutex> hold(sMutex);
+    action = sBeforeWorker;
+  }
+  if (action) {
+    action();
+  }
+}
+
+timespec fromNow(long milliseconds) {
+  timespec time{};
+  clock_gettime(CLOCK_REALTIME, &time);
+  constexpr long second = 1'000'000'000;
+  const long nanoseconds = time.tv_nsec + (milliseconds % 1000) * 1'000'000;
+  time.tv_sec += milliseconds / 1000 + nanoseconds / second;
+  time.tv_nsec = nanoseconds % second;
+  return time;
+}
+
+}  // namespace
+
+PipelineSteps::PipelineSteps() = default;
+
+PipelineSteps::~PipelineSteps() {
+  disarm();
+  restoreWaits();
+  sRefusedWorkers = 0;
+  beforeWorkerIsCreated(nullptr);
+}
+
+void PipelineSteps::setWaits(std::chrono::milliseconds length) {
+  sWaitMs = length.count();
+}
+
+void PipelineSteps::restoreWaits() {
+  sWaitMs = 0;
+}
+
+void PipelineSteps::atLock(Actor actor, unsigned int number, Action action) {
+  const std::lock_guard<std::mutex> hold(sMutex);
+  sStop = {actor, number, std::move(action)};
+  sReached = false;
+  sArmed = actor;
+}
+
+bool PipelineSteps::isReached() const {
+  return sReached;
+}
+
+void PipelineSteps::disarm() {
+  {
+    const std::lock_guard<std::mutex> hold(sMutex);
+    sArmed = Actor::none;
+    sStop = {};
+  }
+  eventually([] { return sActing == 0; });
+}
+
+void PipelineSteps::refuseWorkers(int number) {
+  sRefusedWorkers = number;
+}
+
+void PipelineSteps::beforeWorkerIsCreated(Action action) {
+  const std::lock_guard<std::mutex> hold(sMutex);
+  sBeforeWorker = std::move(action);
+}
+
+int PipelineSteps::livingThreads() const {
+  return sLiving;
+}
+
+void Barrier::pass() {
+  ++m_arrived;
+  while (!m_open) {
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+}
+
+void Barrier::open() {
+  m_open = true;
+}
+
+bool Barrier::awaitArrival() const {
+  return eventually([this] { return m_arrived > 0; });
+}
+
+}  // namespace TarvexDiags::TestSupport
+
+// The runtime of a sanitizer may come here before it is ready itself.
+#define TARVEX_INTERPOSED                                                                   \
+  extern "C" __attribute__((visibility("default"), no_sanitize_address, no_sanitize_thread, \
+                            no_sanitize_undefined)) int
+
+#define TARVEX_NEXT(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
+
+namespace Steps = TarvexDiags::TestSupport;
+
+TARVEX_INTERPOSED pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                                 void* (*routine)(void*), void* argument) noexcept {
+  static const auto next = TARVEX_NEXT(pthread_create);
+  const Steps::Actor actor = Steps::actorOf(routine, argument);
+  if (actor == Steps::Actor::none) {
+    return next(thread, attributes, routine, argument);
+  }
+  if (actor == Steps::Actor::worker) {
+    Steps::beforeWorker();
+    if (Steps::sRefusedWorkers > 0) {
+      --Steps::sRefusedWorkers;
+      return EAGAIN;
+    }
+  }
+  return next(thread, attributes, Steps::enterThread, new Steps::Start{actor, routine, argument});
+}
+
+TARVEX_INTERPOSED pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+  static const auto next = TARVEX_NEXT(pthread_mutex_trylock);
+  Steps::step();
+  return next(mutex);
+}
+
+TARVEX_INTERPOSED pthread_cond_timedwait(pthread_cond_t* variable, pthread_mutex_t* mutex,
+                                         const timespec* deadline) {
+  static const auto next = TARVEX_NEXT(pthread_cond_timedwait);
+  const long length = Steps::sWaitMs;
+  if (length == 0 || Steps::sSelf == Steps::Actor::none) {
+    return next(variable, mutex, deadline);
+  }
+  const timespec nearer = Steps::fromNow(length);
+  return next(variable, mutex, &nearer);
+}

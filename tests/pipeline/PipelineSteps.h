@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <utility>
+
+#include "tests/support/ThreadState.h"
+
+namespace TarvexDiags::TestSupport {
+
+/** The kinds of thread of the pipeline. */
+enum class Actor : unsigned int { dispatcher, monitor, worker, none };
+
+/**
+ * Forces the order in which the threads of the pipeline meet. The test program's own definitions of
+ * pthread_create, pthread_mutex_trylock and pthread_cond_timedwait stand in front of the
+ * platform's; they know the controller's threads and can stop one of them in front of any lock that
+ * it takes.
+ *
+ *   PipelineSteps steps;
+ *   steps.setWaits(std::chrono::hours(1));          // what is not signalled never happens
+ *   steps.atLock(Actor::worker, 7, [&] { ... });    // in front of a worker's seventh lock
+ *
+ * One object at a time, made before the controller is initialised.
+ */
+class PipelineSteps {
+ public:
+  typedef std::function<void()> Action;
+
+  PipelineSteps();
+  ~PipelineSteps();
+  PipelineSteps(const PipelineSteps&) = delete;
+  PipelineSteps& operator=(const PipelineSteps&) = delete;
+
+  /** The length of each timed wait of the controller's threads, in place of two seconds. */
+  void setWaits(std::chrono::milliseconds length);
+  void restoreWaits();
+
+  /** The action runs once, on the actor's thread, in front of the n-th lock from now on. */
+  void atLock(Actor actor, unsigned int number, Action action);
+  /** Whether that lock has come. */
+  bool isReached() const;
+  /** Takes the action away again; waits until it is over if it is under way. */
+  void disarm();
+
+  /** The platform refuses the next so many workers. */
+  void refuseWorkers(int number);
+  /** Runs on the dispatcher's thread before each worker is created. */
+  void beforeWorkerIsCreated(Action action);
+  /** Threads of the pipeline that exist. */
+  int livingThreads() const;
+};
+
+/**
+ * What a test does on a thread of its own while a thread of the pipeline is stopped: until it has
+ * ended or waits for something that the stopped thread holds. Joined in the end.
+ */
+class Interjection {
+ public:
+  explicit Interjection(std::function<void()> action) : m_companion(std::move(action)) {
+    m_companion.blocks();
+  }
+  bool ended() const { return m_companion.ended(); }
+
+ private:
+  Companion m_companion;
+};
+
+/** A gate at which a thread of the package or pipeline stays until the test opens it. */
+class Barrier {
+ public:
+  /** For the thread that is to stay. */
+  void pass();
+  void open();
+  /** For the test. @return false if nobody came within the time. */
+  bool awaitArrival() const;
+  bool isOpen() const { return m_open; }
+
+ private:
+  std::atomic<int> m_arrived{0};
+  std::atomic<bool> m_open{false};
+};
+
+}  // namespace TarvexDiags::TestSupport
