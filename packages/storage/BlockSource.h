@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "packages/support/UniqueDescriptor.h"
+#include "packages/common/UniqueDescriptor.h"
 
 namespace TarvexDiags::Storage {
 
@@ -86,7 +86,6 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
  * @brief The source of a regular file that the caller opened for reading and writing. Never to be
  * given a block device: throws std::invalid_argument.
  */
-std::unique_ptr<BlockSource> overFile(Packages::UniqueDescriptor file,
-                                      const SourceOptions& options);
+std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options);
 
 }  // namespace TarvexDiags::Storage

@@ -30,7 +30,7 @@ constexpr std::uint32_t fileBlock = 4096;
 
 }  // namespace
 
-FileSource::FileSource(Packages::UniqueDescriptor descriptor, const SourceOptions& options)
+FileSource::FileSource(Common::UniqueDescriptor descriptor, const SourceOptions& options)
     : m_options(options),
       m_buffers(static_cast<std::size_t>(options.slots) * options.slotSize),
       m_started(options.slots) {
@@ -98,7 +98,7 @@ Completion FileSource::completionOf(unsigned int slot, std::int64_t result) cons
 
 namespace {
 
-std::unique_ptr<BlockSource> makeSource(Packages::UniqueDescriptor descriptor,
+std::unique_ptr<BlockSource> makeSource(Common::UniqueDescriptor descriptor,
                                         const SourceOptions& options) {
   if (options.useUring) {
     try {
@@ -121,11 +121,10 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
   if (descriptor < 0) {
     throw NotSupported(path + " cannot be read: " + std::generic_category().message(errno));
   }
-  return makeSource(Packages::UniqueDescriptor(descriptor), options);
+  return makeSource(Common::UniqueDescriptor(descriptor), options);
 }
 
-std::unique_ptr<BlockSource> overFile(Packages::UniqueDescriptor file,
-                                      const SourceOptions& options) {
+std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options) {
   if (!S_ISREG(statusOf(file.get()).st_mode)) {
     throw std::invalid_argument("only regular files are written to");
   }

@@ -5,9 +5,9 @@
 #include <system_error>
 #include <utility>
 
+#include "packages/common/UniqueDescriptor.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
-#include "packages/support/UniqueDescriptor.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -52,7 +52,7 @@ class NvmeReader final : public HealthReader {
   }
 
   std::string m_name;
-  Packages::UniqueDescriptor m_device;
+  Common::UniqueDescriptor m_device;
 };
 
 /** @brief ATA: S.M.A.R.T. through libatasmart. */

@@ -2,15 +2,14 @@
 
 #include <cstdint>
 
-#include "packages/support/RunJournal.h"
+#include "packages/common/RunJournal.h"
 
 namespace TarvexDiags::Storage {
 
 /** @brief Tells the journal each whole per cent once. */
 class Progress {
  public:
-  Progress(Packages::RunJournal& journal, std::uint64_t total)
-      : m_journal(journal), m_total(total) {}
+  Progress(Common::RunJournal& journal, std::uint64_t total) : m_journal(journal), m_total(total) {}
 
   void at(std::uint64_t done) {
     const auto percent = static_cast<unsigned int>(m_total == 0 ? 100 : done * 100 / m_total);
@@ -21,7 +20,7 @@ class Progress {
   }
 
  private:
-  Packages::RunJournal& m_journal;
+  Common::RunJournal& m_journal;
   std::uint64_t m_total;
   unsigned int m_last = 0;
 };

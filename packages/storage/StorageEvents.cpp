@@ -5,11 +5,7 @@
 namespace TarvexDiags::Storage {
 
 Severity severityOf(StorageEvent event) {
-  const auto code = static_cast<unsigned int>(event);
-  if (code < 100) {
-    return Severity::information;
-  }
-  return code < 200 ? Severity::warning : Severity::error;
+  return Common::severityOfCode(static_cast<unsigned int>(event));
 }
 
 void report(RunJournal& journal, StorageEvent event, std::vector<std::string> parameters) {

@@ -3,13 +3,13 @@
 #include <string>
 #include <vector>
 
-#include "packages/support/RunJournal.h"
+#include "packages/common/RunJournal.h"
 
 namespace TarvexDiags::Storage {
 
-using Packages::NotSupported;
-using Packages::RunJournal;
-using Packages::Severity;
+using Common::NotSupported;
+using Common::RunJournal;
+using Common::Severity;
 
 /**
  * @brief The codes of the package's events, as storage.cfg lists them: below 100 information, from
@@ -27,6 +27,7 @@ enum class StorageEvent : unsigned int {
   health = 8,              ///< disk, hours on, degrees Celsius, per cent used, bad sectors
   errorLogRead = 9,        ///< disk, where it was read, entries
 
+  unusual = 100,              ///< disk, warnings: closes a test without a verdict
   recoveredRead = 101,        ///< disk, first block, blocks, bytes in a block, cause
   stalls = 102,               ///< disk, count, worst latency, its block, bytes in a block
   unsettled = 103,            ///< disk, block, bytes in a block
@@ -43,6 +44,7 @@ enum class StorageEvent : unsigned int {
   lowSpare = 114,             ///< disk, spare left in per cent, threshold
   slowerThanAsked = 115,      ///< disk, rate, rate asked for
 
+  failed = 200,           ///< disk, errors: closes a test that failed
   unreadable = 201,       ///< disk, first block, blocks, bytes in a block, cause
   unreadableTotal = 202,  ///< disk, blocks, bytes in a block, places
   unstable = 203,         ///< disk, block, bytes in a block, different contents, reads

@@ -35,12 +35,12 @@ int openAndUnlink(const std::string& directory, int flags) {
   return descriptor;
 }
 
-Packages::UniqueDescriptor openIn(const std::string& directory) {
+Common::UniqueDescriptor openIn(const std::string& directory) {
   for (const int flags : {O_DIRECT, 0}) {
     for (const auto& way : {openNameless, openAndUnlink}) {
       const int descriptor = way(directory, flags);
       if (descriptor >= 0) {
-        return Packages::UniqueDescriptor(descriptor);
+        return Common::UniqueDescriptor(descriptor);
       }
     }
   }
@@ -49,8 +49,8 @@ Packages::UniqueDescriptor openIn(const std::string& directory) {
 
 }  // namespace
 
-Packages::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
-  Packages::UniqueDescriptor file = openIn(directory);
+Common::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
+  Common::UniqueDescriptor file = openIn(directory);
   if (const int error = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); error != 0) {
     fail(error, directory);
   }

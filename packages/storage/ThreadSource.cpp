@@ -53,7 +53,7 @@ class HandOver {
 
 class ThreadSource final : public FileSource {
  public:
-  ThreadSource(Packages::UniqueDescriptor descriptor, const SourceOptions& options)
+  ThreadSource(Common::UniqueDescriptor descriptor, const SourceOptions& options)
       : FileSource(std::move(descriptor), options) {
     for (unsigned int count = 0; count < slots(); ++count) {
       m_threads.emplace_back([this] { serve(); });
@@ -98,7 +98,7 @@ class ThreadSource final : public FileSource {
 
 }  // namespace
 
-std::unique_ptr<BlockSource> makeThreadSource(Packages::UniqueDescriptor& descriptor,
+std::unique_ptr<BlockSource> makeThreadSource(Common::UniqueDescriptor& descriptor,
                                               const SourceOptions& options) {
   return std::make_unique<ThreadSource>(std::move(descriptor), options);
 }

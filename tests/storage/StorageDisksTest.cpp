@@ -14,7 +14,7 @@ namespace TarvexDiags::Storage {
 namespace {
 
 namespace fs = std::filesystem;
-using Packages::RecordingJournal;
+using Common::RecordingJournal;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;

@@ -24,8 +24,8 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-using Packages::RecordingJournal;
-using Packages::UniqueDescriptor;
+using Common::RecordingJournal;
+using Common::UniqueDescriptor;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;

@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "packages/support/RunJournal.h"
+#include "packages/common/RunJournal.h"
 
-namespace TarvexDiags::Packages {
+namespace TarvexDiags::Common {
 
 /** @brief Keeps what an engine says, and stops it when asked to. */
 class RecordingJournal : public RunJournal {
@@ -67,4 +67,4 @@ class RecordingJournal : public RunJournal {
   int m_questions = 0;
 };
 
-}  // namespace TarvexDiags::Packages
+}  // namespace TarvexDiags::Common

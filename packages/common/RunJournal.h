@@ -4,17 +4,25 @@
 #include <string>
 #include <vector>
 
-namespace TarvexDiags::Packages {
+namespace TarvexDiags::Common {
 
 /** @brief What an event says about the hardware; decides the verdict of the test that reports it.
  */
 enum class Severity { information, warning, error };
 
+/** @brief How the packages number their events: below 100, from 100 on, from 200 on. */
+constexpr Severity severityOfCode(unsigned int code) {
+  if (code < 100) {
+    return Severity::information;
+  }
+  return code < 200 ? Severity::warning : Severity::error;
+}
+
 /**
  * @brief Where a test's engine tells what it sees and learns whether to go on. The engines know
  * nothing of the controller: a package hands them a journal of its own, the tests a recording one.
  *
- * An engine calls it from one thread.
+ * An engine calls it from one thread at a time.
  */
 class RunJournal {
  public:
@@ -40,4 +48,4 @@ class NotSupported : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-}  // namespace TarvexDiags::Packages
+}  // namespace TarvexDiags::Common

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace TarvexDiags::Packages {
+namespace TarvexDiags::Common {
 
 /** @brief Owns a file descriptor and closes it. */
 class UniqueDescriptor {
@@ -32,4 +32,4 @@ class UniqueDescriptor {
   int m_descriptor = -1;
 };
 
-}  // namespace TarvexDiags::Packages
+}  // namespace TarvexDiags::Common

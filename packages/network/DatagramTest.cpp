@@ -1,0 +1,223 @@
+#include "packages/network/DatagramTest.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "packages/network/Payload.h"
+
+namespace TarvexDiags::Network {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/** @brief What opens each datagram. The guard tells a damaged header from a sound one. */
+struct Header {
+  std::uint64_t sequence = 0;
+  std::uint64_t guard = 0;
+};
+
+constexpr std::uint64_t guardOf(std::uint64_t sequence, std::uint64_t seed) {
+  return (sequence + 1) * 0x9E3779B97F4A7C15U ^ seed;
+}
+
+/** @brief How often something happened, and to which datagram first. */
+struct Tally {
+  std::uint64_t count = 0;
+  std::uint64_t first = 0;
+  void add(std::uint64_t sequence) {
+    if (count++ == 0) {
+      first = sequence;
+    }
+  }
+};
+
+class DatagramRun {
+ public:
+  DatagramRun(DatagramLink& link, const DatagramOptions& options, const std::string& interface,
+              RunJournal& journal)
+      : m_link(link),
+        m_options(options),
+        m_interface(interface),
+        m_journal(journal),
+        m_payload(options.seed),
+        m_arrivals(options.datagrams, 0),
+        m_buffer(std::size_t{64} << 10) {}
+
+  DatagramFigures run() {
+    auto lastArrival = Clock::now();
+    while (m_settled < m_options.datagrams && !m_broken) {
+      const bool sent = send();
+      const bool received = receive();
+      if (received) {
+        lastArrival = Clock::now();
+      }
+      if (m_stopped) {
+        return m_figures;
+      }
+      if (sent || received) {
+        continue;
+      }
+      m_stopped = m_journal.stopRequested();
+      m_link.wait(std::min(m_options.patience, std::chrono::milliseconds(50)));
+      if (Clock::now() - lastArrival > m_options.patience) {
+        // What is on its way now is lost; the rest still gets its chance.
+        m_settled = m_sent;
+        lastArrival = Clock::now();
+      }
+    }
+    while (receive()) {
+      // A second copy may come after everything else.
+    }
+    tell();
+    return m_figures;
+  }
+
+ private:
+  static constexpr unsigned int mostTold = 16;
+
+  std::size_t lengthOf(std::uint64_t sequence) const {
+    return sizeof(Header) + sequence * 37 % (m_options.longest - sizeof(Header) + 1);
+  }
+
+  /** @brief The datagram's bytes after its header; another stretch of the payload for each. */
+  std::span<const std::byte> bodyOf(std::uint64_t sequence) const {
+    return m_payload.at(sequence * 1009, lengthOf(sequence) - sizeof(Header));
+  }
+
+  bool send() {
+    if (m_sent == m_options.datagrams || m_sent - m_settled >= m_options.inFlight) {
+      return false;
+    }
+    const Header header{m_sent, guardOf(m_sent, m_options.seed)};
+    const auto body = bodyOf(m_sent);
+    m_outgoing.resize(sizeof header + body.size());
+    std::memcpy(m_outgoing.data(), &header, sizeof header);
+    std::copy(body.begin(), body.end(), m_outgoing.begin() + sizeof header);
+    if (checked(m_link.send(m_outgoing)) == 0) {
+      return false;
+    }
+    ++m_sent;
+    return true;
+  }
+
+  bool receive() {
+    const auto length = static_cast<std::size_t>(checked(m_link.receive(m_buffer)));
+    if (length > 0) {
+      settle(std::span<const std::byte>(m_buffer).first(length));
+    }
+    return length > 0;
+  }
+
+  std::int64_t checked(std::int64_t result) {
+    if (result >= 0) {
+      return result;
+    }
+    m_broken = true;
+    report(m_journal, NetworkEvent::connectionBroken,
+           {m_interface, std::generic_category().message(static_cast<int>(-result))});
+    return 0;
+  }
+
+  void settle(std::span<const std::byte> datagram) {
+    Header header;
+    std::memcpy(&header, datagram.data(), std::min(sizeof header, datagram.size()));
+    const bool known = datagram.size() >= sizeof header && header.sequence < m_sent &&
+                       header.guard == guardOf(header.sequence, m_options.seed);
+    if (!known) {
+      tellCorrupted("?", 0, std::byte{0}, datagram.front());
+      m_settled = std::min(m_settled + 1, m_sent);
+      return;
+    }
+    m_figures.bytes += datagram.size();
+    if (m_arrivals[header.sequence]++ > 0) {
+      m_repeated.add(header.sequence);
+      return;
+    }
+    ++m_figures.arrived;
+    m_settled = std::min(m_settled + 1, m_sent);
+    if (header.sequence < m_highest) {
+      m_reordered.add(header.sequence);
+    }
+    m_highest = std::max(m_highest, header.sequence);
+    compare(header.sequence, datagram.subspan(sizeof header));
+    if (m_figures.arrived % 256 == 0) {
+      m_journal.progress(static_cast<unsigned int>(m_figures.arrived * 100 / m_options.datagrams));
+      m_stopped = m_journal.stopRequested();
+    }
+  }
+
+  void compare(std::uint64_t sequence, std::span<const std::byte> found) {
+    const auto expected = bodyOf(sequence);
+    const auto [wanted, got] =
+        std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
+    if (wanted != expected.end() || got != found.end()) {
+      tellCorrupted(std::to_string(sequence),
+                    sizeof(Header) + static_cast<std::size_t>(got - found.begin()),
+                    wanted == expected.end() ? std::byte{0} : *wanted,
+                    got == found.end() ? std::byte{0} : *got);
+    }
+  }
+
+  void tellCorrupted(const std::string& sequence, std::size_t place, std::byte expected,
+                     std::byte found) {
+    if (m_told++ < mostTold) {
+      report(m_journal, NetworkEvent::datagramCorrupted,
+             {m_interface, sequence, std::to_string(place),
+              fmt::format("{:#04x}", std::to_integer<unsigned int>(expected)),
+              fmt::format("{:#04x}", std::to_integer<unsigned int>(found))});
+    }
+  }
+
+  void tell() {
+    Tally lost;
+    for (std::uint64_t sequence = 0; sequence < m_sent; ++sequence) {
+      if (m_arrivals[sequence] == 0) {
+        lost.add(sequence);
+      }
+    }
+    tellTally(NetworkEvent::datagramsLost, lost);
+    tellTally(NetworkEvent::datagramsRepeated, m_repeated);
+    tellTally(NetworkEvent::reordered, m_reordered);
+    report(m_journal, NetworkEvent::datagramsVerified,
+           {m_interface, std::to_string(m_figures.arrived), std::to_string(m_figures.bytes)});
+  }
+
+  void tellTally(NetworkEvent event, const Tally& tally) {
+    if (tally.count > 0) {
+      report(m_journal, event,
+             {m_interface, std::to_string(tally.count), std::to_string(tally.first)});
+    }
+  }
+
+  DatagramLink& m_link;
+  const DatagramOptions& m_options;
+  const std::string& m_interface;
+  RunJournal& m_journal;
+  Payload m_payload;
+  std::vector<std::uint8_t> m_arrivals;  ///< of each datagram
+  std::vector<std::byte> m_buffer;
+  std::vector<std::byte> m_outgoing;
+  DatagramFigures m_figures;
+  std::uint64_t m_sent = 0;
+  std::uint64_t m_settled = 0;  ///< arrived or given up
+  std::uint64_t m_highest = 0;
+  Tally m_repeated;
+  Tally m_reordered;
+  unsigned int m_told = 0;
+  bool m_broken = false;
+  bool m_stopped = false;
+};
+
+}  // namespace
+
+DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
+                                const std::string& interface, RunJournal& journal) {
+  return DatagramRun(link, options, interface, journal).run();
+}
+
+}  // namespace TarvexDiags::Network

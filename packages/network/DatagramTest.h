@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "packages/network/NetworkEvents.h"
+
+namespace TarvexDiags::Network {
+
+/** @brief Both ends of a path for datagrams, neither of which ever blocks. A seam, as StreamLink.
+ */
+class DatagramLink {
+ public:
+  DatagramLink() = default;
+  DatagramLink(const DatagramLink&) = delete;
+  DatagramLink& operator=(const DatagramLink&) = delete;
+  virtual ~DatagramLink() = default;
+
+  /** @brief The datagram's length, 0 when there is no room now, or a negative errno. */
+  virtual std::int64_t send(std::span<const std::byte> datagram) = 0;
+  /** @brief The length of one datagram, 0 when there is none now, or a negative errno. */
+  virtual std::int64_t receive(std::span<std::byte> buffer) = 0;
+  /** @brief Waits until there is something to receive, or the time is over. */
+  virtual void wait(std::chrono::milliseconds limit) = 0;
+};
+
+struct DatagramOptions {
+  std::uint64_t datagrams = 0;
+  std::uint64_t seed = 0;
+  std::size_t longest = 1472;  ///< bytes; all lengths from the header's on occur
+  /** Datagrams on their way at most: few enough for a socket's buffer, so that none may be lost. */
+  std::uint64_t inFlight = 32;
+  std::chrono::milliseconds patience = std::chrono::seconds(1);  ///< for those that are late
+};
+
+struct DatagramFigures {
+  std::uint64_t arrived = 0;
+  std::uint64_t bytes = 0;
+};
+
+/**
+ * @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
+ * that were lost, came twice or in another order, or were corrupted.
+ */
+DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
+                                const std::string& interface, RunJournal& journal);
+
+}  // namespace TarvexDiags::Network

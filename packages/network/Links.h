@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "packages/network/NetworkEvents.h"
+
+namespace TarvexDiags::Network {
+
+/** @brief An interface and its counters, as the kernel tells them over netlink. */
+struct Link {
+  std::string name;
+  int index = 0;
+  std::string kind;  ///< "veth", "bridge" and so on for interfaces of software, else empty
+  bool loopback = false;
+  bool up = false;        ///< switched on by the administrator
+  bool carrier = false;   ///< has a partner
+  bool enslaved = false;  ///< part of a bridge, bond or the like
+  std::string state;      ///< the kernel's operational state, such as "up" or "lowerlayerdown"
+  std::uint64_t carrierChanges = 0;
+  std::map<std::string, std::uint64_t> errors;  ///< counters of faults, by name
+  std::map<std::string, std::uint64_t> drops;   ///< counters of what was thrown away
+  std::uint64_t packetsReceived = 0;
+  std::uint64_t packetsSent = 0;
+};
+
+/** @brief The interfaces of the calling thread's network namespace. Throws std::system_error. */
+std::vector<Link> readLinks();
+
+/** @brief One of them. Throws std::system_error with ENODEV when there is none of that name. */
+Link readLink(const std::string& name);
+
+/** @brief Why there is nothing to test on the interface; empty when there is. */
+std::string whyNoDevice(const Link& link);
+
+/**
+ * @brief Compares counters before and after a test: faults are errors, drops are warnings, a
+ * carrier that came or went is an error. When nothing rose, says so.
+ */
+void judgeCounters(const Link& before, const Link& after, RunJournal& journal);
+
+}  // namespace TarvexDiags::Network

@@ -1,0 +1,276 @@
+#include "packages/network/StreamTest.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "packages/network/Payload.h"
+
+namespace TarvexDiags::Network {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/** @brief What the connections' threads share. */
+class Shared {
+ public:
+  Shared(const StreamOptions& options, const std::string& interface, RunJournal& journal)
+      : m_options(options), m_interface(interface), m_journal(journal) {}
+
+  /** @brief From any of the threads; beyond a number of faults there is nothing new to learn. */
+  void tell(NetworkEvent event, std::vector<std::string> parameters) {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    if (m_told++ < mostTold) {
+      parameters.insert(parameters.begin(), m_interface);
+      report(m_journal, event, std::move(parameters));
+    }
+  }
+
+  /** @brief Counts, tells the progress, and says whether to go on. */
+  bool advance(std::uint64_t bytes) {
+    const std::uint64_t done = m_done += bytes;
+    const std::uint64_t total = m_options.bytes * m_options.connections;
+    const auto percent = static_cast<unsigned int>(total == 0 ? 100 : done * 100 / total);
+    if (percent != m_percent.exchange(percent)) {
+      const std::lock_guard<std::mutex> hold(m_lock);
+      m_journal.progress(percent);
+      m_stop = m_stop || m_journal.stopRequested();
+    }
+    return !m_stop && m_told < mostTold;
+  }
+
+  bool askWhetherStopped() {
+    const std::lock_guard<std::mutex> hold(m_lock);
+    m_stop = m_stop || m_journal.stopRequested();
+    return m_stop;
+  }
+
+  void stop() { m_stop = true; }
+  std::uint64_t done() const { return m_done; }
+  bool stopped() const { return m_stop; }
+
+ private:
+  static constexpr unsigned int mostTold = 32;
+
+  const StreamOptions& m_options;
+  const std::string& m_interface;
+  RunJournal& m_journal;
+  std::mutex m_lock;
+  std::atomic<std::uint64_t> m_done{0};
+  std::atomic<unsigned int> m_percent{0};
+  std::atomic<unsigned int> m_told{0};
+  std::atomic<bool> m_stop{false};
+};
+
+/** @brief One connection: sends ahead, receives, compares. */
+class Lane {
+ public:
+  Lane(StreamLink& link, const StreamOptions& options, unsigned int number, Shared& shared)
+      : m_link(link),
+        m_options(options),
+        m_shared(shared),
+        m_payload(options.seed + number),
+        m_buffer(Payload::longest) {}
+
+  void run() {
+    auto lastMove = Clock::now();
+    while (m_position < m_options.bytes) {
+      const bool sent = send();
+      const std::uint64_t received = receive();
+      if (m_broken || (received > 0 && !m_shared.advance(received))) {
+        return;
+      }
+      if (sent || received > 0) {
+        lastMove = Clock::now();
+      } else if (!waitForMore(lastMove)) {
+        return;
+      }
+    }
+  }
+
+ private:
+  bool send() {
+    const std::uint64_t onTheirWay = m_sent - std::min(m_sent, m_position);
+    if (m_sent == m_options.bytes || onTheirWay >= m_options.inFlight) {
+      return false;
+    }
+    const std::uint64_t room = std::min(m_options.inFlight - onTheirWay, m_options.bytes - m_sent);
+    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(room, Payload::longest));
+    const std::int64_t taken = checked(m_link.send(m_payload.at(m_sent, length)));
+    m_sent += static_cast<std::uint64_t>(taken);
+    return taken > 0;
+  }
+
+  std::uint64_t receive() {
+    const auto bytes = static_cast<std::size_t>(checked(m_link.receive(m_buffer)));
+    const auto found = std::span<const std::byte>(m_buffer).first(bytes);
+    const auto expected = m_payload.at(m_position, bytes);
+    if (std::memcmp(found.data(), expected.data(), bytes) == 0) {
+      m_position += bytes;
+    } else {
+      examine(found);
+    }
+    return bytes;
+  }
+
+  std::int64_t checked(std::int64_t result) {
+    if (result >= 0) {
+      return result;
+    }
+    m_broken = true;
+    m_shared.tell(NetworkEvent::connectionBroken,
+                  {std::generic_category().message(static_cast<int>(-result))});
+    return 0;
+  }
+
+  bool waitForMore(Clock::time_point lastMove) {
+    constexpr std::chrono::milliseconds slice{50};
+    m_link.wait(m_sent < m_options.bytes, std::min(slice, m_options.stall));
+    if (m_shared.askWhetherStopped()) {
+      return false;
+    }
+    if (Clock::now() - lastMove < m_options.stall) {
+      return true;
+    }
+    m_shared.tell(NetworkEvent::stalled,
+                  {fmt::format("{:.1f}", std::chrono::duration<double>(m_options.stall).count()),
+                   std::to_string(m_position)});
+    return false;
+  }
+
+  /** @brief Goes through bytes that are not as expected, and finds the way back into the stream. */
+  void examine(std::span<const std::byte> found) {
+    while (!found.empty()) {
+      const auto expected = m_payload.at(m_position, found.size());
+      const auto [wanted, got] = std::mismatch(expected.begin(), expected.end(), found.begin());
+      const auto good = static_cast<std::size_t>(got - found.begin());
+      m_position += good;
+      found = found.subspan(good);
+      if (found.empty()) {
+        return;
+      }
+      found = found.subspan(explain(found));
+    }
+  }
+
+  /** @brief Tells one fault, whose bytes begin the span. Returns how many of them to skip. */
+  std::size_t explain(std::span<const std::byte> found) {
+    const std::optional<std::uint64_t> place = m_payload.find(found, m_position);
+    if (place && *place != m_position) {
+      const bool lost = *place > m_position;
+      const std::uint64_t bytes = lost ? *place - m_position : m_position - *place;
+      m_shared.tell(lost ? NetworkEvent::bytesLost : NetworkEvent::bytesRepeated,
+                    {std::to_string(m_position), std::to_string(bytes)});
+      m_position = *place;
+      return 0;
+    }
+    const std::size_t length = lengthOfFault(found);
+    tellCorrupted(found.first(length));
+    m_position += length;
+    return length;
+  }
+
+  /** @brief Bytes until the stream is right again for a while. */
+  std::size_t lengthOfFault(std::span<const std::byte> found) const {
+    constexpr std::size_t quiet = 32;
+    const auto expected = m_payload.at(m_position, found.size());
+    std::size_t length = 1;
+    for (std::size_t at = 1; at < found.size() && at < length + quiet; ++at) {
+      if (found[at] != expected[at]) {
+        length = at + 1;
+      }
+    }
+    return length;
+  }
+
+  void tellCorrupted(std::span<const std::byte> found) {
+    const auto expected = m_payload.at(m_position, found.size());
+    int bits = 0;
+    for (std::size_t at = 0; at < found.size(); ++at) {
+      bits += std::popcount(std::to_integer<unsigned int>(found[at] ^ expected[at]));
+    }
+    m_shared.tell(NetworkEvent::corrupted,
+                  {std::to_string(m_position),
+                   fmt::format("{:#04x}", std::to_integer<unsigned int>(expected.front())),
+                   fmt::format("{:#04x}", std::to_integer<unsigned int>(found.front())),
+                   std::to_string(bits)});
+  }
+
+  StreamLink& m_link;
+  const StreamOptions& m_options;
+  Shared& m_shared;
+  Payload m_payload;
+  std::vector<std::byte> m_buffer;
+  std::uint64_t m_sent = 0;
+  std::uint64_t m_position = 0;  ///< of the next byte in the stream
+  bool m_broken = false;
+};
+
+/** @brief Runs the lanes, each on a thread; throws what one of them threw. */
+void runLanes(std::vector<std::unique_ptr<Lane>>& lanes, Shared& shared) {
+  std::exception_ptr thrown;
+  std::mutex lock;
+  std::vector<std::thread> threads;
+  for (const auto& lane : lanes) {
+    threads.emplace_back([&, runner = lane.get()] {
+      try {
+        runner->run();
+      } catch (...) {
+        const std::lock_guard<std::mutex> hold(lock);
+        thrown = std::current_exception();
+        shared.stop();
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  if (thrown) {
+    std::rethrow_exception(thrown);
+  }
+}
+
+std::string rateText(double bytesPerSecond) {
+  return fmt::format("{:.1f} MB/s", bytesPerSecond / 1e6);
+}
+
+}  // namespace
+
+StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options,
+                            const std::string& interface, RunJournal& journal) {
+  Shared shared(options, interface, journal);
+  std::vector<std::unique_ptr<StreamLink>> links;
+  std::vector<std::unique_ptr<Lane>> lanes;
+  for (unsigned int number = 0; number < options.connections; ++number) {
+    links.push_back(make(number));
+    lanes.push_back(std::make_unique<Lane>(*links.back(), options, number, shared));
+  }
+  const auto begin = Clock::now();
+  runLanes(lanes, shared);
+  const StreamFigures figures{shared.done(), Clock::now() - begin};
+  if (shared.stopped()) {
+    return figures;
+  }
+  const double seconds = std::chrono::duration<double>(figures.elapsed).count();
+  const double rate = seconds > 0 ? static_cast<double>(figures.bytes) / seconds : 0;
+  report(journal, NetworkEvent::streamVerified,
+         {interface, std::to_string(figures.bytes), rateText(rate),
+          std::to_string(options.connections)});
+  if (rate < options.minimumRate) {
+    report(journal, NetworkEvent::slowerThanAsked,
+           {interface, rateText(rate), rateText(options.minimumRate)});
+  }
+  return figures;
+}
+
+}  // namespace TarvexDiags::Network

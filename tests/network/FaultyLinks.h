@@ -1,0 +1,143 @@
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <map>
+#include <memory>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "packages/network/DatagramTest.h"
+#include "packages/network/StreamTest.h"
+
+namespace TarvexDiags::Network {
+
+/** @brief A connection with the faults that a test asks for, over a good one. Places are bytes. */
+class FaultyStream : public StreamLink {
+ public:
+  static constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+
+  struct Faults {
+    std::map<std::uint64_t, unsigned char> flips = {};  ///< place and mask
+    std::uint64_t loseAt = never;
+    std::uint64_t loseBytes = 0;
+    std::uint64_t repeatAt = never;  ///< the bytes before it come again
+    std::uint64_t repeatBytes = 0;
+    std::uint64_t breakAt = never;
+    std::uint64_t stallAt = never;
+  };
+
+  FaultyStream(std::unique_ptr<StreamLink> good, Faults faults)
+      : m_good(std::move(good)), m_faults(std::move(faults)) {}
+
+  std::int64_t send(std::span<const std::byte> bytes) override { return m_good->send(bytes); }
+
+  std::int64_t receive(std::span<std::byte> buffer) override {
+    // In small pieces, so that a fault can stand at the edge of one.
+    if (m_place >= m_faults.breakAt) {
+      return -ECONNRESET;
+    }
+    if (m_place >= m_faults.stallAt) {
+      return 0;
+    }
+    fetch();
+    const std::size_t length = std::min(buffer.size(), m_waiting.size());
+    std::copy_n(m_waiting.begin(), length, buffer.begin());
+    m_waiting.erase(m_waiting.begin(), m_waiting.begin() + static_cast<std::ptrdiff_t>(length));
+    return static_cast<std::int64_t>(length);
+  }
+
+  void wait(bool forRoom, std::chrono::milliseconds limit) override {
+    m_good->wait(forRoom, std::min(limit, std::chrono::milliseconds(5)));
+  }
+
+ private:
+  void fetch() {
+    std::vector<std::byte> piece(10'000);
+    const std::int64_t result = m_good->receive(piece);
+    for (std::int64_t at = 0; at < result; ++at, ++m_place) {
+      std::byte value = piece[static_cast<std::size_t>(at)];
+      if (const auto flip = m_faults.flips.find(m_place); flip != m_faults.flips.end()) {
+        value ^= static_cast<std::byte>(flip->second);
+      }
+      if (m_place == m_faults.repeatAt) {
+        const std::vector<std::byte> again(
+            m_recent.end() - static_cast<std::ptrdiff_t>(m_faults.repeatBytes), m_recent.end());
+        m_waiting.insert(m_waiting.end(), again.begin(), again.end());
+      }
+      if (m_place < m_faults.loseAt || m_place - m_faults.loseAt >= m_faults.loseBytes) {
+        m_waiting.push_back(value);
+      }
+      if (m_faults.repeatAt != never) {
+        m_recent.push_back(value);
+      }
+    }
+  }
+
+  std::unique_ptr<StreamLink> m_good;
+  Faults m_faults;
+  std::uint64_t m_place = 0;
+  std::deque<std::byte> m_waiting;
+  std::vector<std::byte> m_recent;
+};
+
+/** @brief A path for datagrams with the faults that a test asks for. Numbers count what is sent. */
+class FaultyDatagrams : public DatagramLink {
+ public:
+  struct Faults {
+    std::set<std::uint64_t> lose = {};
+    std::set<std::uint64_t> repeat = {};
+    std::set<std::uint64_t> swapWithNext = {};
+    std::map<std::uint64_t, std::size_t> flip = {};  ///< number and place
+    std::set<std::uint64_t> cut = {};                ///< lose their last byte
+  };
+
+  explicit FaultyDatagrams(Faults faults) : m_faults(std::move(faults)) {}
+
+  std::int64_t send(std::span<const std::byte> datagram) override {
+    const std::uint64_t number = m_sent++;
+    std::vector<std::byte> copy(datagram.begin(), datagram.end());
+    if (const auto flip = m_faults.flip.find(number); flip != m_faults.flip.end()) {
+      copy[flip->second] ^= std::byte{0x20};
+    }
+    if (m_faults.cut.contains(number)) {
+      copy.pop_back();
+    }
+    if (!m_faults.lose.contains(number)) {
+      m_waiting.push_back(copy);
+    }
+    if (m_faults.repeat.contains(number)) {
+      m_waiting.push_back(copy);
+    }
+    if (number > 0 && m_faults.swapWithNext.contains(number - 1)) {
+      std::swap(m_waiting.back(), m_waiting[m_waiting.size() - 2]);
+    }
+    return static_cast<std::int64_t>(datagram.size());
+  }
+
+  std::int64_t receive(std::span<std::byte> buffer) override {
+    // A swap needs the next one to be there already.
+    if (m_waiting.empty() ||
+        (m_waiting.size() == 1 && m_faults.swapWithNext.contains(m_sent - 1))) {
+      return 0;
+    }
+    const std::vector<std::byte> datagram = m_waiting.front();
+    m_waiting.pop_front();
+    std::copy(datagram.begin(), datagram.end(), buffer.begin());
+    return static_cast<std::int64_t>(datagram.size());
+  }
+
+  void wait(std::chrono::milliseconds) override { std::this_thread::yield(); }
+
+ private:
+  Faults m_faults;
+  std::uint64_t m_sent = 0;
+  std::deque<std::vector<std::byte>> m_waiting;
+};
+
+}  // namespace TarvexDiags::Network
