@@ -1,0 +1,36 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace TarvexDiags::DiagCtl {
+
+/// What a number of the controller means: as the result of a call, as the code of a controller
+/// event, or both. The two enumerations agree through 31 and go apart from 32 on.
+struct CodeEntry {
+  enum class Severity { success, information, warning, error };
+
+  std::string_view name;
+  std::optional<unsigned int> resultNumber;  ///< as the result of a call
+  std::optional<unsigned int> eventNumber;   ///< as the code of a controller event
+  Severity severity;
+  std::string_view meaning;
+  std::string_view nextAction;
+};
+
+/// All codes, in the order of their lowest number.
+const std::vector<CodeEntry>& codeTable();
+
+/// The entry of a controller event's code; null if there is none.
+const CodeEntry* findEvent(unsigned int number);
+/// The entry of a call's result; null if there is none.
+const CodeEntry* findResult(unsigned int number);
+/// All entries that a person may mean: by number in either enumeration, or by name, without regard
+/// to case.
+std::vector<const CodeEntry*> lookUp(const std::string& nameOrNumber);
+
+std::string_view toText(CodeEntry::Severity severity);
+
+}  // namespace TarvexDiags::DiagCtl
