@@ -1,0 +1,62 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "DiagCtrl/DiagnosticController.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// Whether a test can run on a device.
+enum class PairState { enabled, disabled, unsupported };
+
+struct TestItem {
+  int id = 0;
+  std::string name;
+  std::string description;
+  std::string capabilities;
+  std::string openMode;
+  int estimatedTime = 0;
+};
+
+struct DeviceItem {
+  unsigned int id = 0;
+  std::string name;
+  std::string tag;
+  std::string disableName;
+  unsigned int status = 0;
+  std::string statusText;  ///< in the chosen language; empty if the package has none
+};
+
+struct PackageItem {
+  int index = 0;
+  std::string baseName;
+  std::string name;
+  std::string mnemonic;
+  std::string version;
+  std::string description;
+  bool takesMachine = false;  ///< its tests run alone
+  std::vector<TestItem> tests;
+  std::vector<DeviceItem> devices;
+  std::vector<int> withdrawnTests;  ///< withdrawn for this machine or operating system
+  std::map<std::pair<unsigned int, int>, PairState> pairs;  ///< by device and test
+
+  PairState stateOf(const DeviceItem& device, const TestItem& test) const;
+};
+
+/// What an enumeration found, copied, so that it can be looked at without the controller.
+struct Catalogue {
+  std::vector<PackageItem> packages;
+  std::vector<std::string> disabledPackages;  ///< base names that the control file left out
+
+  std::size_t numberOfDevices() const;
+};
+
+/// Reads the whole catalogue of an enumerated controller.
+/// @param language for the texts of device statuses.
+/// @throws ControllerFailure
+Catalogue readCatalogue(DiagCtrl::DiagnosticController& controller, const std::string& language);
+
+}  // namespace TarvexDiags::DiagCtl

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Diag/DiagnosticEvent.h"
+#include "DiagCtrl/DiagnosticController.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// Texts of packages in one language, by way of their tokens. What has no text in the language is
+/// looked up in English, so that a technician sees words and not numbers.
+class Texts {
+ public:
+  Texts(DiagCtrl::DiagnosticController& controller, std::string language)
+      : m_controller(controller), m_language(std::move(language)) {}
+
+  /// The message of an event, its parameters filled in.
+  std::optional<std::string> message(int packageIndex, const Diag::DiagnosticEvent& event) const;
+  /// What to do about an event: the text of its token with "_ACTION" behind it.
+  std::optional<std::string> action(int packageIndex, const Diag::DiagnosticEvent& event) const;
+  std::optional<std::string> deviceStatus(int packageIndex, unsigned int status) const;
+
+  const std::string& language() const { return m_language; }
+
+ private:
+  std::optional<std::string> token(int packageIndex, const Diag::DiagnosticEvent& event) const;
+  std::optional<std::string> localise(int packageIndex, const std::string& token,
+                                      std::vector<std::string> parameters) const;
+
+  DiagCtrl::DiagnosticController& m_controller;
+  std::string m_language;
+};
+
+/// The language of the environment's locale (LC_ALL, LC_MESSAGES, LANG), "en" if there is none.
+std::string languageOfLocale();
+
+}  // namespace TarvexDiags::DiagCtl
