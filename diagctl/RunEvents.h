@@ -1,0 +1,125 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace TarvexDiags::DiagCtl {
+
+/// The stream that a run tells: what every report is made of, live or from a saved log.
+
+enum class Severity { debug, information, warning, error };
+/// COMPLETE: ran to its end. ERROR: the tool could not do its work. SKIP: nothing ran, or aborted.
+enum class RunStatus { complete, error, skip };
+enum class RunResult { pass, fail, notApplicable };
+enum class Verdict { pass, fail, unknown };
+
+struct HardwareItem {
+  std::string id;  ///< unique in the run
+  std::string name;
+  std::string location;  ///< the resource tag
+};
+
+struct SoftwareItem {
+  std::string id;
+  std::string name;
+  std::string version;
+};
+
+struct RunStarted {
+  std::string name;
+  std::string version;
+  std::string commandLine;
+  std::map<std::string, std::string> parameters;
+  std::string machineId;
+  std::string machineName;
+  std::vector<std::string> platforms;
+  std::vector<HardwareItem> hardware;
+  std::vector<SoftwareItem> software;
+};
+
+/// One test of one request.
+struct StepStarted {
+  std::string stepId;
+  std::string package;
+  std::string device;
+  std::string test;
+  std::string hardwareId;
+  int passes = 1;
+};
+
+struct StepProgress {
+  std::string stepId;
+  unsigned int percent = 0;
+  int pass = 1;
+  int passes = 1;
+};
+
+struct StepMessage {
+  std::string stepId;
+  Severity severity = Severity::information;
+  std::string text;
+  std::string action;  ///< what to do about it; may be empty
+};
+
+struct StepMeasurement {
+  std::string stepId;
+  std::string name;
+  std::variant<double, std::string> value;
+  std::string unit;
+  std::string hardwareId;
+};
+
+/// The package's judgement on one pass.
+struct StepDiagnosis {
+  std::string stepId;
+  Verdict verdict = Verdict::unknown;
+  std::string symptom;  ///< short identifier, such as "memory-miscompare" or "PASSED"
+  std::string message;
+  std::string action;
+  std::string hardwareId;
+  int pass = 1;
+};
+
+/// Trouble of the tool, never of the hardware.
+struct StepTrouble {
+  std::string stepId;
+  std::string symptom;
+  std::string message;
+  std::string action;
+};
+
+struct StepEnded {
+  std::string stepId;
+  RunStatus status = RunStatus::complete;
+};
+
+/// Trouble or news that belongs to no step.
+struct RunMessage {
+  Severity severity = Severity::information;
+  std::string text;
+};
+
+struct RunTrouble {
+  std::string symptom;
+  std::string message;
+};
+
+struct RunEnded {
+  RunStatus status = RunStatus::complete;
+  RunResult result = RunResult::pass;
+};
+
+using RunEventBody =
+    std::variant<RunStarted, StepStarted, StepProgress, StepMessage, StepMeasurement, StepDiagnosis,
+                 StepTrouble, StepEnded, RunMessage, RunTrouble, RunEnded>;
+
+struct RunEvent {
+  std::chrono::system_clock::time_point time;
+  RunEventBody body;
+};
+
+}  // namespace TarvexDiags::DiagCtl

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "DiagCtrl/DiagnosticController.h"
+#include "diagctl/Catalogue.h"
+#include "diagctl/Texts.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// Settings of a session that override those of the control file.
+struct SessionSettings {
+  std::optional<DiagCtrl::GlobalSettings::runMode> runMode;
+  std::optional<DiagCtrl::GlobalSettings::diagMode> diagMode;
+  std::optional<bool> haltOnError;
+};
+
+/// An initialised and enumerated controller, shut down in the end. One at a time in a process.
+class Session {
+ public:
+  /// Initialises and enumerates.
+  /// @throws ControllerFailure if there is nothing to work with.
+  Session(const std::string& controlFile, const std::string& language,
+          const SessionSettings& settings);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  DiagCtrl::DiagnosticController& controller() { return m_controller; }
+  const Catalogue& catalogue() const { return m_catalogue; }
+  const Texts& texts() const { return m_texts; }
+  /// Packages that are in the directory but not in the catalogue, with the reason.
+  const std::vector<std::string>& warnings() const { return m_warnings; }
+  /// Packages that could not be loaded: their tests have no verdict.
+  std::size_t failedPackages() const { return m_warnings.size(); }
+
+ private:
+  void enumerate();
+  void apply(const SessionSettings& settings);
+  void collectWarnings(unsigned long registration);
+
+  DiagCtrl::DiagnosticController& m_controller;
+  Texts m_texts;
+  Catalogue m_catalogue;
+  std::vector<std::string> m_warnings;
+  DiagCtrl::CallBackObject m_callBack;
+};
+
+}  // namespace TarvexDiags::DiagCtl
