@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "diagctl/RunEvents.h"
+#include "diagctl/RunPlan.h"
+#include "diagctl/Session.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// What a person or a signal wants of a run under way. Set by any thread, a signal handler
+/// included, and read by the runner.
+struct RunRequests {
+  std::atomic<bool> abortAll{false};
+  std::atomic<bool> suspendAll{false};
+  std::atomic<bool> resumeAll{false};
+  std::atomic<unsigned long> abortStep{0};  ///< number of the step to abort, from 1; 0: none
+};
+
+/// What became of a run, for the exit status.
+struct RunSummary {
+  std::size_t passed = 0;
+  std::size_t failed = 0;
+  std::size_t warned = 0;    ///< ended without a verdict, or with a warning
+  std::size_t troubled = 0;  ///< the tool could not do its work
+  std::size_t aborted = 0;
+  std::size_t skipped = 0;
+
+  std::size_t ran() const { return passed + failed + warned + troubled; }
+};
+
+/// Runs a plan: queues each request, tells its stream to a sink, and ends when the last of its own
+/// requests has ended, whatever else the controller does.
+class Runner {
+ public:
+  using Sink = std::function<void(const RunEvent&)>;
+
+  Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests);
+  ~Runner();
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+
+  /// @param start the opening event of the stream.
+  RunSummary run(const RunStarted& start);
+
+ private:
+  struct Step;
+  class Wakeups;
+
+  void queueAll();
+  void tellSkipped();
+  void serveRequests();
+  void collect();
+  void collectEvents();
+  void collectResults();
+  void collectControllerEvents();
+  void collectProgress();
+  void endSteps();
+  void end(Step& step);
+  Step* stepOf(unsigned int requestId);
+  bool isOver(Step& step);
+  void abortAll();
+  void tell(RunEventBody body);
+  RunSummary summarise() const;
+  RunEnded verdictOf(const RunSummary& summary) const;
+
+  Session& m_session;
+  const RunPlan& m_plan;
+  Sink m_sink;
+  RunRequests& m_requests;
+  std::string m_parameters;
+  std::vector<Step> m_steps;
+  std::map<unsigned int, std::size_t> m_stepByRequest;
+  long m_eventRegistration = 0;
+  long m_resultRegistration = 0;
+  long m_controlRegistration = 0;
+  bool m_isAborted = false;
+};
+
+}  // namespace TarvexDiags::DiagCtl
