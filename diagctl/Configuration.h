@@ -1,0 +1,47 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace TarvexDiags::DiagCtl {
+
+/// The control file that a session works with: the one that was named, else the first that exists
+/// of $XDG_CONFIG_HOME/tarvexdiags/control.cfg (~/.config without the variable) and
+/// /etc/tarvexdiags/control.cfg, else one made for the packages that come with the program.
+class Configuration {
+ public:
+  /// @param named the file of --config. @param serial run mode of a file that is made.
+  /// @throws std::runtime_error if no packages are found for a file that is made, or it cannot be
+  ///   written.
+  static Configuration find(const std::optional<std::string>& named);
+
+  /// Removes a file that was made.
+  ~Configuration();
+  Configuration(Configuration&& other) noexcept;
+  Configuration& operator=(Configuration&&) = delete;
+  Configuration(const Configuration&) = delete;
+  Configuration& operator=(const Configuration&) = delete;
+
+  const std::string& path() const { return m_path; }
+  bool isEmbedded() const { return !m_madeDirectory.empty(); }
+  /// Where the file comes from, for people.
+  std::string origin() const;
+
+ private:
+  explicit Configuration(std::string path) : m_path(std::move(path)) {}
+  static Configuration make(const std::filesystem::path& packages);
+
+  std::string m_path;
+  std::filesystem::path m_madeDirectory;
+};
+
+/// The directory of the packages that come with the program, found from where the program lies:
+/// beside it in a build tree, under lib in an installed one. Empty if there is none.
+std::filesystem::path bundledPackages();
+
+/// The text of the control file that is made when there is none.
+std::string embeddedControlFile(const std::filesystem::path& packages,
+                                const std::filesystem::path& logs);
+
+}  // namespace TarvexDiags::DiagCtl

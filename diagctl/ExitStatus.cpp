@@ -1,0 +1,40 @@
+#include "diagctl/ExitStatus.h"
+
+namespace TarvexDiags::DiagCtl {
+
+int exitCodeOf(const RunSummary& summary, std::size_t failedPackages, bool missingDevices,
+               bool strict) {
+  if (summary.failed > 0 || missingDevices) {
+    return ExitCode::hardwareFailure;
+  }
+  if (summary.troubled > 0 || failedPackages > 0 || (strict && summary.warned > 0)) {
+    return ExitCode::noVerdict;
+  }
+  if (summary.ran() == 0) {
+    return ExitCode::nothingRan;
+  }
+  return ExitCode::passed;
+}
+
+int translate(int code, const RunSummary& summary, ExitStyle style) {
+  constexpr int nagiosWarning = 1;
+  constexpr int nagiosCritical = 2;
+  constexpr int nagiosUnknown = 3;
+  if (style == ExitStyle::plain) {
+    return code;
+  }
+  if (style == ExitStyle::npd) {
+    // One problem daemon asks one question: is there a problem, or can it not be told?
+    return code == ExitCode::nothingRan ? ExitCode::noVerdict : code;
+  }
+  switch (code) {
+    case ExitCode::passed:
+      return summary.warned > 0 ? nagiosWarning : 0;
+    case ExitCode::hardwareFailure:
+      return nagiosCritical;
+    default:
+      return nagiosUnknown;
+  }
+}
+
+}  // namespace TarvexDiags::DiagCtl

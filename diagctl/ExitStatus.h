@@ -1,0 +1,31 @@
+#pragma once
+
+#include "diagctl/Runner.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// How a run that ended is told to the caller of the program.
+enum class ExitStyle {
+  plain,   ///< 0 passed, 1 hardware failure, 2 no verdict, 3 nothing ran
+  nagios,  ///< 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN
+  npd,     ///< node problem detector: 0 OK, 1 not OK, 2 unknown
+};
+
+namespace ExitCode {
+inline constexpr int passed = 0;
+inline constexpr int hardwareFailure = 1;
+inline constexpr int noVerdict = 2;
+inline constexpr int nothingRan = 3;
+inline constexpr int usage = 64;
+inline constexpr int signalBase = 128;
+}  // namespace ExitCode
+
+/// @param failedPackages packages that could not be loaded. @param strict warnings count as no
+///   verdict. @param missingDevices fewer devices than expected: a hardware failure.
+int exitCodeOf(const RunSummary& summary, std::size_t failedPackages, bool missingDevices,
+               bool strict);
+
+/// The same outcome in another style.
+int translate(int code, const RunSummary& summary, ExitStyle style);
+
+}  // namespace TarvexDiags::DiagCtl

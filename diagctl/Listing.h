@@ -1,0 +1,19 @@
+#pragma once
+
+#include <ostream>
+
+#include "diagctl/Catalogue.h"
+#include "diagctl/Selection.h"
+
+namespace TarvexDiags::DiagCtl {
+
+void listPackages(std::ostream& out, const Catalogue& catalogue);
+void listDevices(std::ostream& out, const Catalogue& catalogue);
+/// Tests with the devices that they are enabled, disabled and not supported on.
+void listTests(std::ostream& out, const Catalogue& catalogue);
+/// All that is known of each package, device and test that matches. @return whether any does.
+bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& pattern);
+/// The pairs of a plan that would run and those that would not.
+void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs);
+
+}  // namespace TarvexDiags::DiagCtl
