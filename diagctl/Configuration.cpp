@@ -27,7 +27,7 @@ fs::path fromEnvironment(const char* variable, const char* belowHome) {
   return home != nullptr && *home == '/' ? fs::path(home) / belowHome : fs::path();
 }
 
-bool exists(const fs::path& path) {
+bool isThere(const fs::path& path) {
   std::error_code ignored;
   return fs::exists(path, ignored);
 }
@@ -50,7 +50,7 @@ Configuration Configuration::find(const std::optional<std::string>& named) {
   const fs::path user = fromEnvironment("XDG_CONFIG_HOME", ".config");
   for (const fs::path& directory : {user, fs::path("/etc")}) {
     const fs::path candidate = directory / "tarvexdiags" / "control.cfg";
-    if (!directory.empty() && exists(candidate)) {
+    if (!directory.empty() && isThere(candidate)) {
       return Configuration(candidate.string());
     }
   }
@@ -100,7 +100,7 @@ fs::path bundledPackages() {
   for (const char* relative : {"../packages", "../lib/tarvexdiags/packages",
                                "../" TARVEX_LIBDIR "/tarvexdiags/packages"}) {
     const fs::path candidate = fs::weakly_canonical(directory / relative, failure);
-    if (!failure && exists(candidate)) {
+    if (!failure && isThere(candidate)) {
       return candidate;
     }
   }

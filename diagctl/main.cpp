@@ -1,0 +1,14 @@
+#include <exception>
+#include <iostream>
+
+#include "diagctl/CommandLine.h"
+#include "diagctl/ExitStatus.h"
+
+int main(int argc, char** argv) {
+  try {
+    return TarvexDiags::DiagCtl::runCommandLine(argc, argv);
+  } catch (const std::exception& failure) {
+    std::cerr << "diagctl: " << failure.what() << '\n';
+    return TarvexDiags::DiagCtl::ExitCode::noVerdict;
+  }
+}
