@@ -94,7 +94,7 @@ void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
     entry->second += DiagCtrlConstants::mpcSSpaceChar;
   }
   writeFile(entry->second.c_str(),
-            (std::string(DiagCtrlConstants::mpcSEnterString) + apcMethodName).c_str());
+            (std::string(DiagCtrlConstants::mpcSEnterString) + textOrNull(apcMethodName)).c_str());
 }
 
 void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
@@ -106,7 +106,7 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
   }
   std::string& indentation = entry->second;
   writeFile(indentation.c_str(),
-            (std::string(DiagCtrlConstants::mpcSExitString) + apcMethodName).c_str());
+            (std::string(DiagCtrlConstants::mpcSExitString) + textOrNull(apcMethodName)).c_str());
   constexpr std::size_t kStep = DiagCtrlConstants::miSSpaceSize;
   indentation.resize(indentation.size() < kStep ? 0 : indentation.size() - kStep);
 }

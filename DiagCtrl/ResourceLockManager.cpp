@@ -75,7 +75,7 @@ void ResourceLockManager::createResourceLock(std::string astrResourceString, lon
   const TracedLock lock(trace, mMutexLock, lockTimeOut(alTimeOutValue),
                         "ResourceLockManager::createResourceLock()");
   const std::string resString = leafOf(astrResourceString);
-  if (mResStrLockMap.count(resString) > 0 || mResStrShareMap.count(resString) > 0) {
+  if (mResStrLockMap.contains(resString) || mResStrShareMap.contains(resString)) {
     raise<DiagCtrlKeyExistsException>(DiagCtrlBaseException::KeyExistsException,
                                       "ResourceLockManager::createResourceLock()");
   }
@@ -88,7 +88,7 @@ void ResourceLockManager::removeResourceLock(std::string astrResourceString, lon
   const TracedLock lock(trace, mMutexLock, lockTimeOut(alTimeOutValue),
                         "ResourceLockManager::removeResourceLock()");
   const std::string resString = leafOf(astrResourceString);
-  if (mResStrLockMap.count(resString) == 0 || mResStrShareMap.count(resString) == 0) {
+  if (!mResStrLockMap.contains(resString) || !mResStrShareMap.contains(resString)) {
     raise<DiagCtrlKeyNotExistException>(DiagCtrlBaseException::KeyNotExistException,
                                         "ResourceLockManager::removeResourceLock()");
   }

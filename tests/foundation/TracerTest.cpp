@@ -224,11 +224,13 @@ TEST_F(DiagTracerTest, writes_every_line_number) {
 
 TEST_F(DiagTracerTest, writes_a_null_text_as_a_word) {
   open();
-  enter("A::a");
+  enter(nullptr);
   m_tracer->traceValue(kInformation, nullptr, 1, nullptr);
   m_tracer->traceValue(kInformation, nullptr, 1, nullptr, 3UL);
-  EXPECT_THAT(m_file.texts(), ElementsAre("@enter A::a", "FILE: <null>\tLINE: 1\tSTRING: <null>",
-                                          "FILE: <null>\tLINE: 1\tSTRING: <null>: 3"));
+  leave(nullptr);
+  EXPECT_THAT(m_file.texts(),
+              ElementsAre("@enter <null>", "FILE: <null>\tLINE: 1\tSTRING: <null>",
+                          "FILE: <null>\tLINE: 1\tSTRING: <null>: 3", "@exit <null>"));
 }
 
 TEST_F(DiagTracerTest, writes_the_lines_up_to_its_level) {
