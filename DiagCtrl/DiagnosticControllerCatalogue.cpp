@@ -205,7 +205,9 @@ DiagnosticController::errorCode DiagnosticController::getDeviceStatus(
     DiagDevice* device = deviceOf(packageOf(packageIndex), deviceId);
     locking(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDeviceStatusLock, 0);
-      aruiDeviceStatus = device->getVirtualDeviceRef().getDevice()->getDeviceStatus();
+      aruiDeviceStatus = orPackageFailed(kDeviceNotFound, [&] {
+        return device->getVirtualDeviceRef().getDevice()->getDeviceStatus();
+      });
     });
   });
 }

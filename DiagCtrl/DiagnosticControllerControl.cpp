@@ -23,6 +23,7 @@
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/Swallow.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -83,7 +84,11 @@ void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeO
   switch (arTestRequest.beginAbort(alTimeOutValue)) {
     case TestRequest::AbortedWhile::inPackage:
       if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
-        diagnostics->abortDiagnostic();
+        // A package that throws was told all the same, and the mark on the request stands.
+        swallowAll(false, [&] {
+          diagnostics->abortDiagnostic();
+          return true;
+        });
       }
       return;
     case TestRequest::AbortedWhile::monitored:
@@ -169,11 +174,13 @@ DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long 
                            if (!diagnostics) {
                              return;
                            }
-                           const Status::Status status =
-                               diagnostics->getDiagnosticStatus().getStatus();
-                           if (status == Status::EXECUTING || status == Status::READY) {
-                             diagnostics->suspendDiagnostic();
-                           }
+                           orPackageFailed(kIDiagnosticNotFound, [&] {
+                             const Status::Status status =
+                                 diagnostics->getDiagnosticStatus().getStatus();
+                             if (status == Status::EXECUTING || status == Status::READY) {
+                               diagnostics->suspendDiagnostic();
+                             }
+                           });
                          });
 }
 
@@ -184,7 +191,8 @@ DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long u
                              return;
                            }
                            if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
-                             diagnostics->resumeDiagnostic();
+                             orPackageFailed(kIDiagnosticNotFound,
+                                             [&] { diagnostics->resumeDiagnostic(); });
                            }
                          });
 }
@@ -212,7 +220,7 @@ DiagnosticController::errorCode DiagnosticController::askPackage(const char* apc
       }
       throw kIDiagnosticNotFound;
     }
-    aRead((*pinned)->getDiagnosticStatus());
+    orPackageFailed(kIDiagnosticNotFound, [&] { aRead((*pinned)->getDiagnosticStatus()); });
     return SUCCESS;
   });
 }

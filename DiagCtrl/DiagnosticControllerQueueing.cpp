@@ -248,7 +248,8 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
 unsigned long DiagnosticController::loadAndQueue(const char* apcPackageName,
                                                  TestRequest& arTestRequest) {
   try {
-    return queueRequest(apcPackageName, &arTestRequest);
+    return orPackageFailed(kUnableToAdd,
+                           [&] { return queueRequest(apcPackageName, &arTestRequest); });
   } catch (const DiagCtrlFunctionNotFoundInDll&) {
     throw ClientFailure{DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL, FUNCTION_NOT_FOUND_IN_DLL};
   } catch (const DiagCtrlLoadLibraryFailed&) {

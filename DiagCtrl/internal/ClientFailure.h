@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cxxabi.h>
+
+#include "DiagCtrl/DiagCtrlBaseException.h"
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
@@ -36,6 +39,23 @@ decltype(auto) orFail(ClientFailure aOnMutex, ClientFailure aOnMissing, Step aSt
     throw aOnMissing;
   } catch (const DiagCtrlKeyNotExistException&) {
     throw aOnMissing;
+  }
+}
+
+/// Runs a step that calls into a package. What the package throws is not the client's to see: it
+/// becomes the call's answer, while the package's code is still loaded.
+template <class Step>
+decltype(auto) orPackageFailed(ClientFailure aOnForeign, Step aStep) {
+  try {
+    return aStep();
+  } catch (const ClientFailure&) {
+    throw;
+  } catch (const DiagCtrlBaseException&) {
+    throw;
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    throw aOnForeign;
   }
 }
 

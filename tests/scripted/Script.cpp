@@ -76,7 +76,7 @@ RunningPass::~RunningPass() = default;
 
 Script::Script(std::string package)
     : m_package(std::move(package)),
-      m_devices({Device{.tag = m_package + "/1", .name = m_package + "-device"}}),
+      m_devices({Device{.tag = m_package + "/" + m_package + "-1", .name = m_package + "-device"}}),
       m_plan([](const CallRecord&) { return Pass{}; }),
       m_counts(indexOf(Call::Count)) {}
 
@@ -110,7 +110,8 @@ Script& Script::setDevices(int count) {
   std::vector<Device> devices;
   for (int number = 1; number <= count; ++number) {
     const std::string text = std::to_string(number);
-    devices.push_back({.tag = m_package + "/" + text, .name = m_package + "-" + text});
+    const std::string name = m_package + "-" + text;
+    devices.push_back({.tag = m_package + "/" + name, .name = name});
   }
   return setDevices(std::move(devices));
 }

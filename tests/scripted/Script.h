@@ -174,7 +174,8 @@ class TARVEXDIAGS_EXPORT Script {
 
   /** One device, named as the package with "-device", unless this is called. */
   Script& setDevices(std::vector<Device> devices);
-  /** count devices, each with a tag of its own: "PACKAGE/1" and so on, named "PACKAGE-1". */
+  /** count devices, named "PACKAGE-1" and so on, with the tags "PACKAGE/PACKAGE-1": their last
+   *  parts, which alone count, are told apart from those of other packages. */
   Script& setDevices(int count);
   Script& setDeviceStatus(const std::string& device, unsigned int status);
   /** Every pair is supported unless a rule says no. */

@@ -325,7 +325,7 @@ TEST_F(ScriptedPackageTest, devices_are_those_of_the_script_and_belong_to_the_en
   auto enumerator = m_package->enumerator();
   DeviceEnum::VirtualDeviceVector* const devices = enumerator->getDeviceVector("res", 7);
   ASSERT_THAT(*devices, SizeIs(2));
-  EXPECT_EQ((*devices)[0].getDevice()->getResourceTag(), "ALPHA/1");
+  EXPECT_EQ((*devices)[0].getDevice()->getResourceTag(), "ALPHA/ALPHA-1");
   EXPECT_EQ((*devices)[0].getDevice()->getDisableDeviceName(), "ALPHA-1");
   EXPECT_EQ((*devices)[1].getDevice()->getDeviceStatus(), 42U);
   EXPECT_EQ(m_script.living(), (Living{.diagnostics = 1, .enumerators = 1, .devices = 2}));
