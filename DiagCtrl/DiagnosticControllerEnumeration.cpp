@@ -389,7 +389,7 @@ DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int 
 DiagnosticController::errorCode DiagnosticController::enumerateAgain(const TraceScope& arTrace,
                                                                      int packageIndex) {
   const auto entry = mPackageObjectMap.find(packageIndex);
-  if (entry == mPackageObjectMap.end() || mPackageMap.count(packageIndex) == 0) {
+  if (entry == mPackageObjectMap.end() || !mPackageMap.contains(packageIndex)) {
     return PACKAGE_NOT_FOUND;
   }
   DiagnosticPackage& package = *entry->second;

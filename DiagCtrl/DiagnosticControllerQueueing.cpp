@@ -227,7 +227,7 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
     tests.assign(apTests->begin(), apTests->end());
   }
   auto request = std::make_unique<TestRequest>(arPackage, *device, tests, settings.get());
-  settings.release();  // the request's now
+  static_cast<void>(settings.release());  // the request's now
   if (mpGlobalSettings == nullptr || mpcPackDirPath == nullptr) {
     throw kUnableToAdd;  // lost to a second initialize with a bad file
   }
@@ -240,7 +240,7 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
   const unsigned long id =
       orFail(kUnableToAdd, kUnableToAdd, [&] { return loadAndQueue(name->second, *request); });
   if (id != 0) {
-    request.release();  // the manager's now
+    static_cast<void>(request.release());  // the manager's now
   }
   return id;
 }

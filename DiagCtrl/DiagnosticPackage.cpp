@@ -170,7 +170,7 @@ void DiagnosticPackage::readDisabledTest(const char* apcFile, int aiEntry,
                                          const std::string& arOs) {
   const std::string section = numbered(C::mSconpcDisTestId, aiEntry);
   const int test = readRequiredNumber(section.c_str(), C::mSconpcTestId, apcFile);
-  if (mTestIdTestObjectMap.count(test) > 0 && entryApplies(apcFile, section.c_str(), arOs)) {
+  if (mTestIdTestObjectMap.contains(test) && entryApplies(apcFile, section.c_str(), arOs)) {
     withdrawTest(test);
   }
 }
@@ -179,7 +179,7 @@ void DiagnosticPackage::readDisabledDevices(const char* apcFile, int aiEntry,
                                             const std::string& arOs) {
   const std::string section = numbered(C::mSconpcDevTestId, aiEntry);
   const int test = readRequiredNumber(section.c_str(), C::mSconpcTestId, apcFile);
-  if (mTestIdTestObjectMap.count(test) == 0) {
+  if (!mTestIdTestObjectMap.contains(test)) {
     return;
   }
   const int count = readRequiredNumber(section.c_str(), C::mSconpcNumDevice, apcFile);

@@ -137,7 +137,7 @@ std::vector<int> ExecutionThread::chooseTests() {
     return tests;
   }
   for (const int test : asked) {
-    if (enabled.count(test) > 0) {
+    if (enabled.contains(test)) {
       tests.push_back(test);
     } else {
       pushWarning(DiagCtrlEvent::DISABLE_TEST);

@@ -54,12 +54,12 @@ TestEntry& TestEntry::estimate(std::function<int(const Device&, const Environmen
 }
 
 Support TestEntry::supports(const Device& device, const Environment& environment) const {
-  if (!m_modes.empty() && m_modes.count(environment.diagnosticMode) == 0) {
+  if (!m_modes.empty() && !m_modes.contains(environment.diagnosticMode)) {
     return Support::no(std::string("not offered in diagnostic mode ") +
                        nameOf(environment.diagnosticMode));
   }
   if (m_predicate) {
-    const Support answer = m_predicate(device, environment);
+    Support answer = m_predicate(device, environment);
     if (!answer) {
       return answer;
     }
