@@ -1,10 +1,9 @@
 #include "diagctl/TextReporter.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <algorithm>
+#include <map>
 
 namespace TarvexDiags::DiagCtl {
 
@@ -15,137 +14,80 @@ constexpr const char* red = "\033[31m";
 constexpr const char* yellow = "\033[33m";
 constexpr const char* reset = "\033[0m";
 
-double secondsBetween(std::chrono::system_clock::time_point from,
-                      std::chrono::system_clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
-}
-
 }  // namespace
 
 TextReporter::TextReporter(std::ostream& out, bool colour) : m_out(out), m_colour(colour) {}
 
-std::string TextReporter::paint(const std::string& text, const char* colour) const {
-  return m_colour ? colour + text + reset : text;
-}
-
-TextReporter::Step& TextReporter::step(const std::string& stepId) {
-  return m_steps[stepId];
-}
-
-void TextReporter::finding(const std::string& stepId, const std::string& text,
-                           const std::string& action) {
-  Step& found = step(stepId);
-  if (!text.empty() &&
-      std::find(found.lines.begin(), found.lines.end(), text) == found.lines.end()) {
-    found.lines.push_back(text);
-  }
-  const std::string advice = "-> " + action;
-  if (!action.empty() &&
-      std::find(found.lines.begin(), found.lines.end(), advice) == found.lines.end()) {
-    found.lines.push_back(advice);
-  }
+std::string TextReporter::paint(const char* text, const char* colour) const {
+  return m_colour ? std::string(colour) + text + reset : text;
 }
 
 void TextReporter::handle(const RunEvent& event) {
-  m_last = event.time;
-  if (!m_hasBegun) {
-    m_hasBegun = true;
-    m_begin = event.time;
+  if (const StepRecord* ended = m_record.handle(event)) {
+    writeStep(*ended);
   }
   if (const auto* start = std::get_if<RunStarted>(&event.body)) {
     fmt::print(m_out, "{} {} on {}\n", start->name, start->version, start->machineName);
     for (const std::string& platform : start->platforms) {
       fmt::print(m_out, "  {}\n", platform);
     }
-    m_out << '\n';
-  } else if (const auto* started = std::get_if<StepStarted>(&event.body)) {
-    step(started->stepId).start = *started;
-    step(started->stepId).begin = event.time;
-    m_order.push_back(started->stepId);
-  } else if (const auto* message = std::get_if<StepMessage>(&event.body)) {
-    if (message->severity == Severity::warning || message->severity == Severity::error) {
-      finding(message->stepId, message->text, message->action);
-    }
-  } else if (const auto* diagnosis = std::get_if<StepDiagnosis>(&event.body)) {
-    Step& judged = step(diagnosis->stepId);
-    ++judged.passes;
-    judged.hasFailed |= diagnosis->verdict == Verdict::fail;
-    judged.hasWarning |= diagnosis->verdict == Verdict::unknown;
-    finding(diagnosis->stepId, diagnosis->message, diagnosis->action);
-  } else if (const auto* trouble = std::get_if<StepTrouble>(&event.body)) {
-    finding(trouble->stepId, trouble->message, trouble->action);
-  } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
-    Step& over = step(ended->stepId);
-    over.status = ended->status;
-    over.hasEnded = true;
-    over.end = event.time;
-    writeStep(over);
-  } else if (const auto* runTrouble = std::get_if<RunTrouble>(&event.body)) {
-    m_troubles.push_back(runTrouble->message);
-  } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
-    m_hasEnded = true;
-    m_end = *end;
+    m_out << '\n' << std::flush;
   }
 }
 
-std::string TextReporter::verdictOf(const Step& step) const {
-  if (step.hasFailed) {
-    return paint("FAILED ", red);
+std::string TextReporter::verdictOf(const StepRecord& step) const {
+  switch (step.outcome()) {
+    case StepRecord::Outcome::passed:
+      return paint("PASSED ", green);
+    case StepRecord::Outcome::failed:
+      return paint("FAILED ", red);
+    case StepRecord::Outcome::warning:
+      return paint("WARNING", yellow);
+    case StepRecord::Outcome::trouble:
+      return paint("ERROR  ", yellow);
+    case StepRecord::Outcome::aborted:
+      break;
   }
-  if (step.status == RunStatus::error) {
-    return paint("ERROR  ", yellow);
-  }
-  if (!step.hasEnded || step.status == RunStatus::skip) {
-    return paint("ABORTED", yellow);
-  }
-  return step.hasWarning ? paint("WARNING", yellow) : paint("PASSED ", green);
+  return paint("ABORTED", yellow);
 }
 
-void TextReporter::writeStep(const Step& step) {
+void TextReporter::writeStep(const StepRecord& step) {
   fmt::print(m_out, "{}  {}: {} on {}", verdictOf(step), step.start.package, step.start.test,
              step.start.device);
   if (step.start.passes > 1 || step.passes > 1) {
     fmt::print(m_out, ", {} of {} passes", step.passes, step.start.passes);
   }
   if (step.hasEnded) {
-    fmt::print(m_out, " ({:.1f} s)", secondsBetween(step.begin, step.end));
+    fmt::print(m_out, " ({:.1f} s)", step.seconds());
   }
   m_out << '\n';
-  for (const std::string& line : step.lines) {
-    fmt::print(m_out, "         {}\n", line);
+  for (const std::string& finding : step.findings) {
+    fmt::print(m_out, "         {}\n", finding);
+  }
+  for (const std::string& action : step.actions) {
+    fmt::print(m_out, "         -> {}\n", action);
   }
   m_out << std::flush;
 }
 
 void TextReporter::finish() {
-  std::map<std::string, int> sums;
-  for (const std::string& id : m_order) {
-    const Step& counted = step(id);
-    if (!counted.hasEnded) {
-      writeStep(counted);
+  std::map<StepRecord::Outcome, int> sums;
+  for (const StepRecord* step : m_record.steps()) {
+    if (!step->hasEnded) {
+      writeStep(*step);
     }
-    const char* name = "passed";
-    if (counted.hasFailed) {
-      name = "failed";
-    } else if (counted.status == RunStatus::error) {
-      name = "without a verdict";
-    } else if (!counted.hasEnded || counted.status == RunStatus::skip) {
-      name = "aborted";
-    } else if (counted.hasWarning) {
-      name = "with a warning";
-    }
-    ++sums[name];
+    ++sums[step->outcome()];
   }
-  for (const std::string& trouble : m_troubles) {
+  for (const std::string& trouble : m_record.troubles()) {
     fmt::print(m_out, "{}  {}\n", paint("ERROR  ", yellow), trouble);
   }
   std::string summary;
-  for (const auto& [name, count] : sums) {
-    summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", count, name);
+  for (const auto& [outcome, count] : sums) {
+    summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", count, toText(outcome));
   }
-  fmt::print(m_out, "\n{} tests in {:.1f} s: {}\n", m_order.size(), secondsBetween(m_begin, m_last),
+  fmt::print(m_out, "\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),
              summary.empty() ? "nothing ran" : summary);
-  if (!m_hasEnded) {
+  if (!m_record.hasEnded()) {
     m_out << "The run was cut short.\n";
   }
   m_out << std::flush;

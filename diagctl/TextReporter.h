@@ -1,11 +1,10 @@
 #pragma once
 
-#include <map>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "diagctl/Reporter.h"
+#include "diagctl/StepRecord.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -20,34 +19,13 @@ class TextReporter : public Reporter {
   void finish() override;
 
  private:
-  struct Step {
-    StepStarted start;
-    std::chrono::system_clock::time_point begin;
-    std::chrono::system_clock::time_point end;
-    std::vector<std::string> lines;  ///< findings and actions
-    int passes = 0;
-    bool hasFailed = false;
-    bool hasWarning = false;
-    bool hasEnded = false;
-    RunStatus status = RunStatus::complete;
-  };
-
-  Step& step(const std::string& stepId);
-  void finding(const std::string& stepId, const std::string& text, const std::string& action);
-  void writeStep(const Step& step);
-  std::string verdictOf(const Step& step) const;
-  std::string paint(const std::string& text, const char* colour) const;
+  void writeStep(const StepRecord& step);
+  std::string verdictOf(const StepRecord& step) const;
+  std::string paint(const char* text, const char* colour) const;
 
   std::ostream& m_out;
   bool m_colour;
-  std::map<std::string, Step> m_steps;
-  std::vector<std::string> m_order;
-  std::vector<std::string> m_troubles;
-  std::chrono::system_clock::time_point m_begin;
-  std::chrono::system_clock::time_point m_last;
-  bool m_hasBegun = false;
-  bool m_hasEnded = false;
-  RunEnded m_end;
+  RunRecord m_record;
 };
 
 }  // namespace TarvexDiags::DiagCtl

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <ostream>
+
+#include "diagctl/Reporter.h"
+#include "diagctl/StepRecord.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
+/// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
+/// test `skipped`. Written whole at the end.
+class JunitReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit JunitReporter(std::ostream& out) : m_out(out) {}
+
+  void handle(const RunEvent& event) override { m_record.handle(event); }
+  void finish() override;
+
+ private:
+  std::ostream& m_out;
+  RunRecord m_record;
+};
+
+}  // namespace TarvexDiags::DiagCtl

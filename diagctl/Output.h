@@ -1,0 +1,46 @@
+#pragma once
+
+#include <fstream>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "diagctl/Reporter.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// Where one format of a report goes. A log (jsonl) is appended to as it happens; every other
+/// format is written beside its file and renamed at the end, so that a file is never half-written.
+class Output {
+ public:
+  /// @param specification "FORMAT=FILE". @throws std::invalid_argument for anything else,
+  ///   std::system_error if the file cannot be opened.
+  static std::unique_ptr<Output> toFile(const std::string& specification);
+  static std::unique_ptr<Output> toStandardOutput(const std::string& format, bool colour);
+
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output();
+
+  /// @throws std::system_error naming the file if it cannot be written.
+  void handle(const RunEvent& event);
+  void finish();
+
+ private:
+  Output() = default;
+  void makeReporter(const std::string& format, bool colour);
+  void requireWritten();
+
+  std::string m_name;     ///< for people
+  std::string m_path;     ///< the file in the end; empty for standard output
+  std::string m_besides;  ///< what is renamed to it; empty for a log
+  std::unique_ptr<std::ofstream> m_file;
+  std::ostream* m_out = nullptr;
+  std::unique_ptr<Reporter> m_reporter;
+};
+
+/// Whether this names a format.
+bool isFormat(const std::string& name);
+
+}  // namespace TarvexDiags::DiagCtl

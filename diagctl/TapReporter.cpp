@@ -1,0 +1,71 @@
+#include "diagctl/TapReporter.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <string>
+
+namespace TarvexDiags::DiagCtl {
+
+namespace {
+
+// "#" begins a directive and a line break the next line.
+std::string plain(std::string text) {
+  std::replace(text.begin(), text.end(), '#', ' ');
+  std::replace(text.begin(), text.end(), '\n', ' ');
+  return text;
+}
+
+std::string directiveOf(const StepRecord& step) {
+  switch (step.outcome()) {
+    case StepRecord::Outcome::trouble:
+      return " # TODO no verdict: " + plain(step.symptom);
+    case StepRecord::Outcome::aborted:
+      return " # SKIP aborted";
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+void TapReporter::handle(const RunEvent& event) {
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    m_out << "TAP version 13\n" << std::flush;
+  }
+  if (const StepRecord* ended = m_record.handle(event)) {
+    writeStep(*ended);
+  }
+}
+
+void TapReporter::writeStep(const StepRecord& step) {
+  const StepRecord::Outcome outcome = step.outcome();
+  const bool isOk =
+      outcome != StepRecord::Outcome::failed && outcome != StepRecord::Outcome::trouble;
+  fmt::print(m_out, "{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
+             plain(step.start.package), plain(step.start.test), plain(step.start.device),
+             directiveOf(step));
+  for (const std::string& finding : step.findings) {
+    fmt::print(m_out, "# {}\n", plain(finding));
+  }
+  for (const std::string& action : step.actions) {
+    fmt::print(m_out, "# -> {}\n", plain(action));
+  }
+  m_out << std::flush;
+}
+
+void TapReporter::finish() {
+  for (const StepRecord* step : m_record.steps()) {
+    if (!step->hasEnded) {
+      writeStep(*step);
+    }
+  }
+  for (const std::string& trouble : m_record.troubles()) {
+    fmt::print(m_out, "# {}\n", plain(trouble));
+  }
+  fmt::print(m_out, "1..{}\n", m_number);
+  m_out << std::flush;
+}
+
+}  // namespace TarvexDiags::DiagCtl

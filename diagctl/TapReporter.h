@@ -1,0 +1,29 @@
+#pragma once
+
+#include <ostream>
+
+#include "diagctl/Reporter.h"
+#include "diagctl/StepRecord.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// The Test Anything Protocol, version 13: a line for each test as it ends, the plan at the end.
+/// Trouble of the tool is "not ok" with a TODO directive, so that a harness does not count it as a
+/// hardware failure; an aborted test is skipped.
+class TapReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit TapReporter(std::ostream& out) : m_out(out) {}
+
+  void handle(const RunEvent& event) override;
+  void finish() override;
+
+ private:
+  void writeStep(const StepRecord& step);
+
+  std::ostream& m_out;
+  RunRecord m_record;
+  int m_number = 0;
+};
+
+}  // namespace TarvexDiags::DiagCtl
