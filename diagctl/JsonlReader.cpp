@@ -1,0 +1,231 @@
+#include "diagctl/JsonlReader.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <ctime>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+namespace TarvexDiags::DiagCtl {
+
+namespace {
+
+using Json = nlohmann::json;
+
+std::string textOf(const Json& object, const char* key) {
+  return object.value(key, std::string());
+}
+
+template <class Value>
+Value lookUp(const std::map<std::string, Value>& values, const std::string& text) {
+  const auto entry = values.find(text);
+  if (entry == values.end()) {
+    throw std::runtime_error(fmt::format("'{}' is none of the known values", text));
+  }
+  return entry->second;
+}
+
+Severity severityOf(const Json& object) {
+  return lookUp<Severity>({{"DEBUG", Severity::debug},
+                           {"INFO", Severity::information},
+                           {"WARNING", Severity::warning},
+                           {"ERROR", Severity::error},
+                           {"FATAL", Severity::error}},
+                          object.at("severity"));
+}
+
+RunStatus statusOf(const Json& object) {
+  return lookUp<RunStatus>(
+      {{"COMPLETE", RunStatus::complete}, {"ERROR", RunStatus::error}, {"SKIP", RunStatus::skip}},
+      object.at("status"));
+}
+
+RunResult resultOf(const Json& object) {
+  return lookUp<RunResult>({{"PASS", RunResult::pass},
+                            {"FAIL", RunResult::fail},
+                            {"NOT_APPLICABLE", RunResult::notApplicable}},
+                           object.at("result"));
+}
+
+Verdict verdictOf(const Json& object) {
+  return lookUp<Verdict>(
+      {{"PASS", Verdict::pass}, {"FAIL", Verdict::fail}, {"UNKNOWN", Verdict::unknown}},
+      object.at("type"));
+}
+
+std::chrono::system_clock::time_point timeOf(const std::string& text) {
+  std::tm parts{};
+  const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+  if (rest == nullptr) {
+    throw std::runtime_error(fmt::format("'{}' is no time stamp", text));
+  }
+  const double fraction = *rest == '.' ? std::strtod(rest, nullptr) : 0.0;
+  return std::chrono::system_clock::from_time_t(timegm(&parts)) +
+         std::chrono::milliseconds(static_cast<long>(fraction * 1000 + 0.5));
+}
+
+RunStarted toRunStarted(const Json& content) {
+  RunStarted start;
+  start.name = textOf(content, "name");
+  start.version = textOf(content, "version");
+  start.commandLine = textOf(content, "commandLine");
+  for (const auto& [key, value] : content.at("parameters").items()) {
+    start.parameters[key] = value.is_string() ? value.get<std::string>() : value.dump();
+  }
+  const Json& machine = content.at("dutInfo");
+  start.machineId = textOf(machine, "dutInfoId");
+  start.machineName = textOf(machine, "name");
+  for (const Json& item : machine.value("platformInfos", Json::array())) {
+    start.platforms.push_back(textOf(item, "info"));
+  }
+  for (const Json& item : machine.value("softwareInfos", Json::array())) {
+    start.software.push_back(
+        {textOf(item, "softwareInfoId"), textOf(item, "name"), textOf(item, "version")});
+  }
+  for (const Json& item : machine.value("hardwareInfos", Json::array())) {
+    start.hardware.push_back(
+        {textOf(item, "hardwareInfoId"), textOf(item, "name"), textOf(item, "location")});
+  }
+  return start;
+}
+
+// "package: test on device", as the log writes it.
+StepStarted toStepStarted(const std::string& stepId, const std::string& name) {
+  StepStarted started;
+  started.stepId = stepId;
+  const std::size_t colon = name.find(": ");
+  const std::size_t on = name.rfind(" on ");
+  if (colon == std::string::npos || on == std::string::npos || on < colon + 2) {
+    started.test = name;
+    return started;
+  }
+  started.package = name.substr(0, colon);
+  started.test = name.substr(colon + 2, on - colon - 2);
+  started.device = name.substr(on + 4);
+  return started;
+}
+
+StepDiagnosis toStepDiagnosis(const std::string& stepId, const Json& content) {
+  StepDiagnosis diagnosis;
+  diagnosis.stepId = stepId;
+  diagnosis.verdict = verdictOf(content);
+  diagnosis.symptom = textOf(content, "verdict");
+  diagnosis.hardwareId = textOf(content, "hardwareInfoId");
+  const std::string message = textOf(content, "message");
+  const std::size_t colon = message.find(": ");
+  if (message.rfind("pass ", 0) == 0) {
+    diagnosis.pass = static_cast<int>(std::strtol(message.c_str() + 5, nullptr, 10));
+    diagnosis.message = colon != std::string::npos ? message.substr(colon + 2) : "";
+  } else {
+    diagnosis.message = message;
+  }
+  return diagnosis;
+}
+
+StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content) {
+  StepMeasurement figure;
+  figure.stepId = stepId;
+  figure.name = textOf(content, "name");
+  figure.unit = textOf(content, "unit");
+  figure.hardwareId = textOf(content, "hardwareInfoId");
+  const Json& value = content.at("value");
+  if (value.is_number()) {
+    figure.value = value.get<double>();
+  } else {
+    figure.value = value.is_string() ? value.get<std::string>() : value.dump();
+  }
+  return figure;
+}
+
+std::optional<RunEventBody> toStepEvent(const Json& artifact) {
+  const std::string stepId = artifact.at("testStepId");
+  if (artifact.contains("testStepStart")) {
+    return toStepStarted(stepId, artifact["testStepStart"].at("name"));
+  }
+  if (artifact.contains("testStepEnd")) {
+    return StepEnded{stepId, statusOf(artifact["testStepEnd"])};
+  }
+  if (artifact.contains("diagnosis")) {
+    return toStepDiagnosis(stepId, artifact["diagnosis"]);
+  }
+  if (artifact.contains("error")) {
+    const Json& content = artifact["error"];
+    return StepTrouble{stepId, content.at("symptom"), textOf(content, "message"), ""};
+  }
+  if (artifact.contains("log")) {
+    const Json& content = artifact["log"];
+    return StepMessage{stepId, severityOf(content), content.at("message"), ""};
+  }
+  if (artifact.contains("measurement")) {
+    return toStepMeasurement(stepId, artifact["measurement"]);
+  }
+  return std::nullopt;
+}
+
+std::optional<RunEventBody> toRunEvent(const Json& artifact) {
+  if (artifact.contains("testRunStart")) {
+    return toRunStarted(artifact["testRunStart"]);
+  }
+  if (artifact.contains("testRunEnd")) {
+    const Json& content = artifact["testRunEnd"];
+    return RunEnded{statusOf(content), resultOf(content)};
+  }
+  if (artifact.contains("error")) {
+    const Json& content = artifact["error"];
+    return RunTrouble{content.at("symptom"), textOf(content, "message")};
+  }
+  if (artifact.contains("log")) {
+    const Json& content = artifact["log"];
+    return RunMessage{severityOf(content), content.at("message")};
+  }
+  return std::nullopt;
+}
+
+std::optional<RunEventBody> toEvent(const Json& line) {
+  if (line.contains("testStepArtifact")) {
+    return toStepEvent(line["testStepArtifact"]);
+  }
+  if (line.contains("testRunArtifact")) {
+    return toRunEvent(line["testRunArtifact"]);
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+JsonlReader::JsonlReader(std::istream& in, std::string name) : m_in(in), m_name(std::move(name)) {}
+
+bool JsonlReader::readRun(const Sink& sink) {
+  bool hasBegun = false;
+  std::string text = std::exchange(m_pending, std::string());
+  while (!text.empty() || std::getline(m_in, text)) {
+    ++m_line;
+    if (text.find_first_not_of(" \t\r") == std::string::npos) {
+      text.clear();
+      continue;
+    }
+    try {
+      const Json line = Json::parse(text);
+      if (line.contains("schemaVersion") && hasBegun) {
+        m_pending = text;
+        --m_line;
+        return true;
+      }
+      hasBegun = true;
+      if (auto body = toEvent(line)) {
+        sink({timeOf(line.at("timestamp")), std::move(*body)});
+      }
+    } catch (const std::exception& failure) {
+      if (m_in.eof()) {
+        return hasBegun;  // the run was killed in the middle of its last line
+      }
+      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, m_line, failure.what()));
+    }
+    text.clear();
+  }
+  return hasBegun;
+}
+
+}  // namespace TarvexDiags::DiagCtl

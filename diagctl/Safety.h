@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace TarvexDiags::DiagCtl {
+
+/// What makes it unsafe to load code by way of a file: an owner that is not root, or permission for
+/// others to write, of the file itself or of a directory above it. A directory with the sticky bit
+/// that others may write to is only safe for what root owns in it.
+/// @param path need not exist. @return a line for each finding, naming path and reason.
+std::vector<std::string> findInsecurePaths(const std::string& path);
+
+/// The findings for a control file and all that it makes the program load: the package directory
+/// and every description and shared object in it.
+std::vector<std::string> findInsecureFiles(const std::string& controlFile,
+                                           const std::string& packageDirectory);
+
+/// Whether the program runs as root, so that what it loads must be root's.
+bool mustBeSecure();
+
+}  // namespace TarvexDiags::DiagCtl
