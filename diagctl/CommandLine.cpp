@@ -17,7 +17,9 @@
 #include "diagctl/Configuration.h"
 #include "diagctl/ExitStatus.h"
 #include "diagctl/Listing.h"
+#include "diagctl/ReportCommand.h"
 #include "diagctl/RunCommand.h"
+#include "diagctl/Safety.h"
 #include "diagctl/Session.h"
 
 namespace TarvexDiags::DiagCtl {
@@ -27,7 +29,16 @@ namespace {
 struct GlobalOptions {
   std::optional<std::string> config;
   std::string language = languageOfLocale();
+  bool allowsInsecure = false;
 };
+
+Configuration configurationOf(const GlobalOptions& global) {
+  Configuration configuration = Configuration::find(global.config);
+  if (!global.allowsInsecure && mustBeSecure()) {
+    requireSecureFiles(configuration.path());
+  }
+  return configuration;
+}
 
 struct ListOptions {
   std::string what = "packages";
@@ -94,7 +105,7 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
 }
 
 int list(const GlobalOptions& global, const ListOptions& options) {
-  const Configuration configuration = Configuration::find(global.config);
+  const Configuration configuration = configurationOf(global);
   const Session session(configuration.path(), global.language, {});
   for (const std::string& warning : session.warnings()) {
     fmt::print(std::cerr, "diagctl: {}\n", warning);
@@ -110,7 +121,7 @@ int list(const GlobalOptions& global, const ListOptions& options) {
 }
 
 int show(const GlobalOptions& global, const std::string& item) {
-  const Configuration configuration = Configuration::find(global.config);
+  const Configuration configuration = configurationOf(global);
   const Session session(configuration.path(), global.language, {});
   if (!showItem(std::cout, session.catalogue(), item)) {
     fmt::print(std::cerr, "diagctl: no package, device or test matches '{}'\n", item);
@@ -153,6 +164,8 @@ int runCommandLine(int argc, char** argv) {
   GlobalOptions global;
   app.add_option("-c,--config", global.config, "Control file");
   app.add_option("--lang", global.language, "Language of texts: en, de, fr, es, zh, ja");
+  app.add_flag("--allow-insecure", global.allowsInsecure,
+               "As root: work with files that others may change");
   app.fallthrough();
 
   ListOptions listOptions;
@@ -169,6 +182,13 @@ int runCommandLine(int argc, char** argv) {
   auto* explainCommand = app.add_subcommand("explain", "Explain a code of the controller");
   explainCommand->add_option("code", code, "Name or number")->required();
 
+  ReportCommandOptions reportOptions;
+  auto* reportCommand = app.add_subcommand("report", "Turn a saved log into any format");
+  reportCommand->add_option("log", reportOptions.log, "A file that run wrote as jsonl")->required();
+  reportCommand->add_option("--format", reportOptions.format, "text, jsonl, junit or tap")
+      ->check(CLI::IsMember({"text", "jsonl", "junit", "tap"}));
+  reportCommand->add_option("-o,--output", reportOptions.outputs, "FORMAT=FILE; may be repeated");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& failure) {
@@ -183,6 +203,10 @@ int runCommandLine(int argc, char** argv) {
   if (explainCommand->parsed()) {
     return explain(code);
   }
+  if (reportCommand->parsed()) {
+    return carryOutReport(reportOptions);
+  }
+  runOptions.allowsInsecure = global.allowsInsecure;
   runOptions.config = global.config;
   runOptions.language = global.language;
   for (int i = 0; i < argc; ++i) {

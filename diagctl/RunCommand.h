@@ -26,6 +26,7 @@ struct RunCommandOptions {
   std::vector<std::string> outputs;  ///< FORMAT=FILE
   bool isQuiet = false;
   bool isStrict = false;
+  bool allowsInsecure = false;
   ExitStyle exitStyle = ExitStyle::plain;
 };
 

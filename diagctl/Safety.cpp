@@ -9,6 +9,8 @@
 #include <set>
 #include <system_error>
 
+#include "System/SysUtil.h"
+
 namespace TarvexDiags::DiagCtl {
 
 namespace {
@@ -75,6 +77,16 @@ std::vector<std::string> findInsecureFiles(const std::string& controlFile,
     }
   }
   return findings;
+}
+
+void requireSecureFiles(const std::string& controlFile) {
+  std::string packages;
+  System::SysUtil::ReadCfgFile("GlobalSettings", "PackDirPath", packages, controlFile, -1);
+  const std::vector<std::string> findings = findInsecureFiles(controlFile, packages);
+  if (!findings.empty()) {
+    throw InsecureFiles(fmt::format("refused to run as root:\n  {}\n--allow-insecure overrides",
+                                    fmt::join(findings, "\n  ")));
+  }
 }
 
 }  // namespace TarvexDiags::DiagCtl

@@ -1,9 +1,16 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace TarvexDiags::DiagCtl {
+
+/// Files that root must not load code by.
+class InsecureFiles : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 /// What makes it unsafe to load code by way of a file: an owner that is not root, or permission for
 /// others to write, of the file itself or of a directory above it. A directory with the sticky bit
@@ -15,6 +22,9 @@ std::vector<std::string> findInsecurePaths(const std::string& path);
 /// and every description and shared object in it.
 std::vector<std::string> findInsecureFiles(const std::string& controlFile,
                                            const std::string& packageDirectory);
+
+/// @throws InsecureFiles with all findings for a control file and what it names, if there are any.
+void requireSecureFiles(const std::string& controlFile);
 
 /// Whether the program runs as root, so that what it loads must be root's.
 bool mustBeSecure();

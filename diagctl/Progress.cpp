@@ -1,0 +1,142 @@
+#include "diagctl/Progress.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace TarvexDiags::DiagCtl {
+
+namespace {
+
+constexpr std::size_t mostLines = 12;
+constexpr int barWidth = 20;
+
+unsigned long numberOf(const std::string& stepId) {
+  return std::strtoul(stepId.c_str(), nullptr, 10);
+}
+
+double secondsBetween(std::chrono::system_clock::time_point from,
+                      std::chrono::system_clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
+
+std::string clock(double seconds) {
+  const auto whole = static_cast<long>(seconds);
+  return whole >= 3600 ? fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60)
+                       : fmt::format("{}:{:02}", whole / 60, whole % 60);
+}
+
+std::string bar(unsigned int percent) {
+  const auto filled = static_cast<std::size_t>(std::min(percent, 100U) * barWidth / 100);
+  return std::string(filled, '#') + std::string(barWidth - filled, '.');
+}
+
+std::size_t columnsOf(int descriptor) {
+  winsize size{};
+  return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+}  // namespace
+
+Progress::Progress(std::ostream& out, bool isTerminal, bool colour, std::size_t total)
+    : m_out(out), m_isTerminal(isTerminal), m_colour(colour), m_total(total) {}
+
+unsigned long Progress::firstRunning() const {
+  const auto running = std::find_if(m_steps.begin(), m_steps.end(),
+                                    [](const auto& entry) { return entry.second.hasBegun; });
+  return running != m_steps.end() ? running->first : 0;
+}
+
+void Progress::handle(const RunEvent& event) {
+  erase();
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    m_begin = event.time;
+  } else if (const auto* started = std::get_if<StepStarted>(&event.body)) {
+    m_steps[numberOf(started->stepId)].start = *started;
+  } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
+    Step& step = m_steps[numberOf(progress->stepId)];
+    if (!step.hasBegun) {
+      step.hasBegun = true;
+      step.begin = event.time;
+      if (!m_isTerminal) {
+        fmt::print(m_out, "running  {}: {} on {}\n", step.start.package, step.start.test,
+                   step.start.device);
+      }
+    }
+    step.percent = progress->percent;
+    step.pass = progress->pass;
+  } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
+    const auto entry = m_steps.find(numberOf(ended->stepId));
+    ++m_ended;
+    if (entry != m_steps.end()) {
+      if (!m_isTerminal) {
+        const StepStarted& start = entry->second.start;
+        fmt::print(m_out, "ended    {}: {} on {} ({} of {})\n", start.package, start.test,
+                   start.device, m_ended, m_total);
+      }
+      m_steps.erase(entry);
+    }
+  } else if (const auto* message = std::get_if<RunMessage>(&event.body);
+             message != nullptr && message->severity != Severity::information) {
+    fmt::print(m_out, "{}\n", message->text);
+  }
+  draw(event.time);
+}
+
+std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
+  const double elapsed = secondsBetween(step.begin, now);
+  const std::string remaining = step.percent > 0 && step.percent < 100
+                                    ? clock(elapsed * (100.0 - step.percent) / step.percent)
+                                    : "-";
+  const std::string pass =
+      step.start.passes > 1 ? fmt::format(" pass {}/{}", step.pass, step.start.passes) : "";
+  return fmt::format("[{}] {:3}%{} {} left {}  {} on {}", bar(step.percent), step.percent, pass,
+                     clock(elapsed), remaining, step.start.test, step.start.device);
+}
+
+void Progress::draw(std::chrono::system_clock::time_point now) {
+  if (!m_isTerminal) {
+    m_out << std::flush;
+    return;
+  }
+  const std::size_t columns = columnsOf(STDERR_FILENO);
+  std::vector<std::string> lines;
+  std::size_t running = 0;
+  for (const auto& [number, step] : m_steps) {
+    if (!step.hasBegun) {
+      continue;
+    }
+    if (++running <= mostLines) {
+      lines.push_back(lineOf(step, now));
+    }
+  }
+  if (running > mostLines) {
+    lines.push_back(fmt::format("... and {} more", running - mostLines));
+  }
+  lines.push_back(fmt::format("{} of {} ended, {}   s suspend  r resume  a abort one  q abort all",
+                              m_ended, m_total, clock(secondsBetween(m_begin, now))));
+  for (std::string& line : lines) {
+    // Longer lines would wrap, and could not be erased again.
+    fmt::print(m_out, "{}\n", line.substr(0, columns - 1));
+  }
+  m_drawnLines = lines.size();
+  m_out << std::flush;
+}
+
+void Progress::erase() {
+  if (m_drawnLines > 0) {
+    fmt::print(m_out, "\033[{}A\033[J", m_drawnLines);
+    m_drawnLines = 0;
+  }
+}
+
+void Progress::finish() {
+  erase();
+  m_out << std::flush;
+}
+
+}  // namespace TarvexDiags::DiagCtl
