@@ -97,7 +97,8 @@ class EventManagerBase : public ::testing::Test {
   void trace() { DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(), 3); }
 
   TestSupport::TemporaryDirectory m_directory;
-  EventManager& m_manager = *EventManager::getInstance();
+  /** Asked for anew each time: a test may replace it. */
+  static EventManager& manager() { return *EventManager::getInstance(); }
 };
 
 template <class Kind>
@@ -109,21 +110,21 @@ class EventManagerTest : public EventManagerBase {
     for (unsigned long id = 1; id <= m_lastId; ++id) {
       drain(id);
     }
-    Kind::clear(m_manager);
+    Kind::clear(manager());
   }
 
-  unsigned long create() { return m_lastId = Kind::create(m_manager); }
+  unsigned long create() { return m_lastId = Kind::create(manager()); }
 
   void push(const std::vector<unsigned int>& codes) {
     std::vector<Message*> batch;
     for (const unsigned int code : codes) {
       batch.push_back(new Watched<Message>(code, m_destroyed));
     }
-    Kind::push(m_manager, batch);
+    Kind::push(manager(), batch);
   }
 
   std::vector<std::unique_ptr<Message>> drain(unsigned long id) {
-    const std::unique_ptr<std::vector<Message*>> drained(Kind::drain(m_manager, id));
+    const std::unique_ptr<std::vector<Message*>> drained(Kind::drain(manager(), id));
     EXPECT_NE(drained, nullptr);
     std::vector<std::unique_ptr<Message>> messages;
     for (Message* const message : *drained) {
@@ -227,23 +228,20 @@ TYPED_TEST(EventManagerTest, queues_take_any_number) {
 
 TYPED_TEST(EventManagerTest, cleared_registrations_are_unknown_and_the_counter_goes_on) {
   const unsigned long id = this->create();
-  TypeParam::clear(this->m_manager);
+  TypeParam::clear(this->manager());
   EXPECT_TRUE(this->isUnknown(id));
   EXPECT_EQ(this->create(), 2U);
   this->push({1});
   EXPECT_THAT(this->codes(2), ElementsAre(1));
-  TypeParam::clear(this->m_manager);
+  TypeParam::clear(this->manager());
   this->m_lastId = 0;
 }
 
 TYPED_TEST(EventManagerTest, a_new_instance_counts_from_1) {
   this->create();
-  TypeParam::clear(this->m_manager);
+  TypeParam::clear(this->manager());
   delete EventManager::getInstance();
-  EventManager& next = *EventManager::getInstance();
-  EXPECT_EQ(TypeParam::create(next), 1U);
-  TypeParam::clear(next);
-  this->m_lastId = 0;
+  EXPECT_EQ(this->create(), 1U);
 }
 
 TYPED_TEST(EventManagerTest, both_ways_of_a_message_are_traced) {
@@ -278,21 +276,21 @@ TYPED_TEST(EventManagerTest, a_drain_never_sees_half_a_batch) {
 class MessagesTest : public EventManagerBase {};
 
 TEST_F(MessagesTest, the_three_kinds_count_separately) {
-  m_manager.createEventQueue();
-  m_manager.createEventQueue();
-  EXPECT_EQ(m_manager.createResultQueue(), 1U);
-  EXPECT_EQ(m_manager.createCtrlEventQueue(), 1U);
-  EXPECT_EQ(m_manager.createEventQueue(), 3U);
-  m_manager.clearEventQueues();
-  m_manager.clearResultQueues();
-  m_manager.clearCtrlEventQueues();
+  manager().createEventQueue();
+  manager().createEventQueue();
+  EXPECT_EQ(manager().createResultQueue(), 1U);
+  EXPECT_EQ(manager().createCtrlEventQueue(), 1U);
+  EXPECT_EQ(manager().createEventQueue(), 3U);
+  manager().clearEventQueues();
+  manager().clearResultQueues();
+  manager().clearCtrlEventQueues();
 }
 
 TEST_F(MessagesTest, package_messages_are_destroyed_without_any_registration) {
   int destroyed = 0;
-  Events::push(m_manager, {new Watched<DiagnosticEvent>(1, destroyed),
+  Events::push(manager(), {new Watched<DiagnosticEvent>(1, destroyed),
                            new Watched<DiagnosticEvent>(2, destroyed)});
-  Results::push(m_manager, {new Watched<DiagnosticResult>(3, destroyed)});
+  Results::push(manager(), {new Watched<DiagnosticResult>(3, destroyed)});
   EXPECT_EQ(destroyed, 3);
 }
 
@@ -300,37 +298,37 @@ TEST_F(MessagesTest, a_controller_event_is_not_touched_without_any_registration)
   trace();
   int destroyed = 0;
   const auto event = std::make_unique<Watched<DiagCtrlEvent>>(91, destroyed);
-  m_manager.pushCtrlEventInAllCtrlEventQueue(event.get());
+  manager().pushCtrlEventInAllCtrlEventQueue(event.get());
   EXPECT_EQ(destroyed, 0);
   EXPECT_FALSE(TestSupport::TraceFile(m_directory.path()).contains("code 91"));
-  const unsigned long late = m_manager.createCtrlEventQueue();
-  const std::unique_ptr<CtrlEventVector> drained(m_manager.getCtrlEvents(late));
+  const unsigned long late = manager().createCtrlEventQueue();
+  const std::unique_ptr<CtrlEventVector> drained(manager().getCtrlEvents(late));
   EXPECT_THAT(*drained, IsEmpty());
-  m_manager.clearCtrlEventQueues();
+  manager().clearCtrlEventQueues();
 }
 
 TEST_F(MessagesTest, an_empty_batch_is_nothing) {
-  const unsigned long id = m_manager.createEventQueue();
-  m_manager.pushEventInAllEventQueue({});
-  m_manager.pushResultInAllResultQueue({});
-  const std::unique_ptr<EventVector> drained(m_manager.getEvents(id));
+  const unsigned long id = manager().createEventQueue();
+  manager().pushEventInAllEventQueue({});
+  manager().pushResultInAllResultQueue({});
+  const std::unique_ptr<EventVector> drained(manager().getEvents(id));
   EXPECT_THAT(*drained, IsEmpty());
-  m_manager.clearEventQueues();
+  manager().clearEventQueues();
 }
 
 TEST_F(MessagesTest, a_result_keeps_its_verdict_in_each_copy) {
-  const unsigned long id = m_manager.createResultQueue();
+  const unsigned long id = manager().createResultQueue();
   auto* const result = new DiagnosticResult;
   result->setTestResult(DiagnosticResult::FAILED);
   result->setEstimatedTime(12);
-  m_manager.pushResultInAllResultQueue({result});
-  const std::unique_ptr<ResultVector> drained(m_manager.getResults(id));
+  manager().pushResultInAllResultQueue({result});
+  const std::unique_ptr<ResultVector> drained(manager().getResults(id));
   ASSERT_THAT(*drained, SizeIs(1));
   const std::unique_ptr<DiagnosticResult> copy(drained->front());
   EXPECT_NE(copy.get(), result);
   EXPECT_EQ(copy->getTestResult(), DiagnosticResult::FAILED);
   EXPECT_EQ(copy->getEstimatedTime(), 12);
-  m_manager.clearResultQueues();
+  manager().clearResultQueues();
 }
 
 TEST_F(MessagesTest, a_controller_event_says_what_its_base_says) {
@@ -360,27 +358,27 @@ class ProgressTest : public MessagesTest {
 };
 
 TEST_F(ProgressTest, progress_is_a_line_of_the_trace) {
-  m_manager.logProgress("P", 12, 40);
+  manager().logProgress("P", 12, 40);
   EXPECT_EQ(lastLine("P"), "P:12=40%");
-  m_manager.logProgress("Memory test", 4294967295UL, 4294967295U);
+  manager().logProgress("Memory test", 4294967295UL, 4294967295U);
   EXPECT_EQ(lastLine("Memory"), "Memory test:-1=-1%") << "both read as signed";
 }
 
 TEST_F(ProgressTest, status_is_a_line_of_the_same_form) {
   std::string package = "P";
-  m_manager.logStatus(package.data(), 12, DiagnosticStatus::SUSPENDED);
+  manager().logStatus(package.data(), 12, DiagnosticStatus::SUSPENDED);
   EXPECT_EQ(lastLine("P"), "P:12:3%");
 }
 
 TEST_F(ProgressTest, progress_is_written_at_the_level_of_information_only) {
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_WARNING);
-  m_manager.logProgress("P", 1, 2);
+  manager().logProgress("P", 1, 2);
   EXPECT_EQ(lastLine("P"), "");
 }
 
 TEST_F(ProgressTest, each_poll_is_a_line) {
-  m_manager.logProgress("P", 1, 2);
-  m_manager.logProgress("P", 1, 2);
+  manager().logProgress("P", 1, 2);
+  manager().logProgress("P", 1, 2);
   EXPECT_EQ(TestSupport::TraceFile(m_directory.path()).count("P:1=2%"), 2U);
 }
 
