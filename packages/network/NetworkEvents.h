@@ -29,7 +29,6 @@ enum class NetworkEvent : unsigned int {
   dropsCounted = 103,     ///< interface, counter, by how much it rose
   slowerThanAsked = 104,  ///< interface, rate, rate asked for
   reordered = 105,        ///< interface, datagrams, sequence number of the first
-  interfaceGone = 106,    ///< interface
 
   failed = 200,             ///< interface, errors: closes a test that failed
   noLink = 201,             ///< interface, state

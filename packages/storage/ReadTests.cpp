@@ -58,8 +58,12 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
       });
   figures.elapsed = Clock::now() - begin;
   figures.unreadableBlocks = errors.tell();
-  report(journal, StorageEvent::scanned,
-         {disk, sizeText(figures.bytes), rateText(rateOf(figures.bytes, figures.elapsed))});
+  const double rate = rateOf(figures.bytes, figures.elapsed);
+  report(journal, StorageEvent::scanned, {disk, sizeText(figures.bytes), rateText(rate)});
+  if (rate < options.minimumRate && !journal.stopRequested()) {
+    report(journal, StorageEvent::slowerThanAsked,
+           {disk, rateText(rate), rateText(options.minimumRate)});
+  }
   return figures;
 }
 

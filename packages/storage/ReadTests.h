@@ -20,6 +20,7 @@ struct ReadFigures {
 struct ScanOptions {
   std::uint64_t bytes = 0;  ///< how much to read, spread evenly over the disk; 0: all of it
   std::uint64_t zone = std::uint64_t{64} << 20;  ///< read in one go when not everything is read
+  double minimumRate = 0;                        ///< bytes a second; slower is a warning
 };
 
 /**

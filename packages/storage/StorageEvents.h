@@ -17,12 +17,12 @@ using Common::Severity;
  * numbers of logical blocks; the size of such a block is always told with them.
  */
 enum class StorageEvent : unsigned int {
-  identity = 1,            ///< disk, model, serial number, firmware, capacity, block sizes
-  scanned = 2,             ///< disk, bytes read, rate
-  randomRead = 3,          ///< disk, reads, reads a second, median, 99 %, slowest latency
-  stable = 4,              ///< disk, bytes compared
-  changedByOthers = 5,     ///< disk, block, bytes in a block; another program wrote meanwhile
-  latency = 6,             ///< disk, reads, median, 99 %, 99.9 %, slowest
+  identity = 1,         ///< disk, model, serial number, firmware, bytes, logical and physical block
+  scanned = 2,          ///< disk, bytes read, rate
+  randomRead = 3,       ///< disk, reads, reads a second, median, 99 %, slowest latency
+  stable = 4,           ///< disk, bytes compared
+  changedByOthers = 5,  ///< disk, block, bytes in a block; another program wrote meanwhile
+  latency = 6,          ///< disk, reads, median, 99 %, 99.9 %, slowest
   writtenAndVerified = 7,  ///< disk, bytes, rate of writing, rate of reading back
   health = 8,              ///< disk, hours on, degrees Celsius, per cent used, bad sectors
   errorLogRead = 9,        ///< disk, where it was read, entries
@@ -36,13 +36,12 @@ enum class StorageEvent : unsigned int {
   badSectors = 106,           ///< disk, count
   errorLogEntries = 107,      ///< disk, count, description of the latest
   selfTestInterrupted = 108,  ///< disk, status of the last self-test
-  deviceGone = 109,           ///< disk, cause
-  markedReadOnly = 110,       ///< disk
-  pastAttribute = 111,        ///< disk
-  recoveredVerify = 112,      ///< disk, offset in the file, block, bytes in a block
-  noSpace = 113,              ///< disk, cause
-  lowSpare = 114,             ///< disk, spare left in per cent, threshold
-  slowerThanAsked = 115,      ///< disk, rate, rate asked for
+  markedReadOnly = 109,       ///< disk
+  pastAttribute = 110,        ///< disk
+  recoveredVerify = 111,      ///< disk, offset in the file, block, bytes in a block
+  noSpace = 112,              ///< disk, cause
+  lowSpare = 113,             ///< disk, spare left in per cent, threshold
+  slowerThanAsked = 114,      ///< disk, rate, rate asked for
 
   failed = 200,           ///< disk, errors: closes a test that failed
   unreadable = 201,       ///< disk, first block, blocks, bytes in a block, cause

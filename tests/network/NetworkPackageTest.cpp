@@ -1,0 +1,149 @@
+// The network package as the controller loads it, in namespaces where no real interface is.
+
+#include <dlfcn.h>
+#include <netlink/route/link/veth.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "packagekit/PackageTexts.h"
+#include "packagekit/ResourceTags.h"
+#include "packagekit/testing/PackageDriver.h"
+#include "packages/network/Netlink.h"
+#include "tests/support/TestPrecompiled.h"
+
+namespace TarvexDiags::Network {
+namespace {
+
+using Diag::DiagnosticResult;
+using PackageKit::DiagnosticMode;
+using PackageKit::Testing::PackageDriver;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+PackageDriver::Run runQuick(PackageDriver& driver, const std::string& device,
+                            const std::vector<int>& tests) {
+  PackageDriver::Options options;
+  options.quickMode = true;
+  return driver.run(device, tests, options);
+}
+
+class NetworkPackage : public testing::Test {
+ protected:
+  PackageDriver driver{TARVEX_PACKAGE_DIR, "network"};
+};
+
+TEST_F(NetworkPackage, PassesOnTheLoopbackInterface) {
+  driver.set("TestID4", "QuickStreamMegabytes", "64").set("TestID5", "QuickDatagrams", "2000");
+  const auto run = runQuick(driver, "lo", {4, 5});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_TRUE(run.has(4));
+  EXPECT_TRUE(run.has(5));
+  EXPECT_GT(std::stod(run.measurement("streamRate")), 0);
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(NetworkPackage, WarnsOfARateBelowTheOneAskedFor) {
+  driver.set("TestID4", "QuickStreamMegabytes", "16").set("TestID4", "MinimumRate", "1000000000");
+  const auto run = runQuick(driver, "lo", {4});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_TRUE(run.has(104));
+  EXPECT_TRUE(run.has(100));
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(NetworkPackage, OffersOnTheLoopbackInterfaceOnlyWhatMakesSenseThere) {
+  EXPECT_FALSE(driver.supports("lo", 1));
+  EXPECT_FALSE(driver.supports("lo", 2));
+  EXPECT_FALSE(driver.supports("lo", 3));
+  EXPECT_TRUE(driver.supports("lo", 4));
+  EXPECT_TRUE(driver.supports("lo", 5));
+  EXPECT_FALSE(driver.supports("lo", 6));
+  EXPECT_THAT(driver.logText(), HasSubstr("no partner"));
+}
+
+TEST_F(NetworkPackage, GivesEachDeviceALockOfItsOwn) {
+  std::vector<std::string> tags;
+  for (auto& device : driver.devices()) {
+    tags.push_back(device.getDevice()->getResourceTag());
+  }
+  EXPECT_THAT(tags, Contains("host/lo"));
+  EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
+  EXPECT_EQ(driver.device("lo").getDevice()->getDeviceStatus(), 0U);
+}
+
+TEST(NetworkPackageTexts, AreCompleteInEveryLanguage) {
+  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "network"), IsEmpty());
+}
+
+TEST(NetworkPackageObject, IsGoneAfterItsRelease) {
+  const char* file = TARVEX_PACKAGE_DIR "/libnetwork.so";
+  void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  ASSERT_EQ(dlclose(handle), 0);
+  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
+/** @brief In a namespace of its own, so that the pair is the only thing there besides "lo". */
+class NetworkPackagePair : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (unshare(CLONE_NEWNET) != 0) {
+      GTEST_SKIP() << "needs CAP_SYS_ADMIN: " << std::strerror(errno);
+    }
+    const NetlinkSocket socket;
+    if (rtnl_link_veth_add(socket.get(), "left", "right", getpid()) < 0) {
+      GTEST_SKIP() << "the kernel has no virtual pairs";
+    }
+  }
+
+  static void configure(PackageDriver& driver) {
+    driver.set("TestID6", "FirstInterface", "left").set("TestID6", "SecondInterface", "right");
+    driver.set("TestID6", "QuickStreamMegabytes", "16").set("TestID6", "QuickDatagrams", "1000");
+    driver.set("TestID6", "CarrierSeconds", "1");
+  }
+};
+
+TEST_F(NetworkPackagePair, PassesInFactoryMode) {
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
+  configure(driver);
+  ASSERT_TRUE(driver.supports("left", 6)) << driver.logText();
+  EXPECT_FALSE(driver.supports("right", 6));
+  const auto run = runQuick(driver, "left", {6});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_GT(std::stod(run.measurement("streamRateBack")), 0);
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+  EXPECT_EQ(driver.device("left").getDevice()->getDeviceStatus(), 2U) << "is back, switched off";
+}
+
+TEST_F(NetworkPackagePair, IsNotOfferedToCustomers) {
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::CUSTOMER);
+  configure(driver);
+  EXPECT_FALSE(driver.supports("left", 6));
+}
+
+TEST_F(NetworkPackagePair, FailsWithoutAPartner) {
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
+  const NetlinkSocket socket;
+  ASSERT_EQ(rtnl_link_veth_add(socket.get(), "other", "alone", getpid()), 0);
+  configure(driver);
+  driver.set("TestID6", "SecondInterface", "other").set("TestID6", "CarrierSeconds", "0.1");
+  const auto run = runQuick(driver, "left", {6});
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_TRUE(run.has(201));
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(NetworkPackagePair, HasNoLinkWhileItIsSwitchedOff) {
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network");
+  configure(driver);
+  const auto run = runQuick(driver, "left", {1});
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_TRUE(run.has(201));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Network

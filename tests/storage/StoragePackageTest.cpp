@@ -1,0 +1,137 @@
+// The storage package as the controller loads it, on a file that stands for a disk.
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "packagekit/PackageTexts.h"
+#include "packagekit/ResourceTags.h"
+#include "packagekit/testing/PackageDriver.h"
+#include "tests/support/TestPrecompiled.h"
+
+namespace TarvexDiags::Storage {
+namespace {
+
+namespace fs = std::filesystem;
+using Diag::DiagnosticResult;
+using PackageKit::Testing::PackageDriver;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class StoragePackage : public testing::Test {
+ protected:
+  StoragePackage() {
+    std::string name = fs::absolute("image-XXXXXX").string();
+    m_folder = mkdtemp(name.data());
+    std::ofstream image(path(), std::ios::binary);
+    for (int block = 0; block < 8 * 256; ++block) {
+      image << std::string(4096, static_cast<char>(block % 251));
+    }
+    image.close();
+    driver.set("Package", "DeviceFile1", path().string());
+    driver.set("TestID8", "QuickFileMegabytes", "8");
+  }
+  ~StoragePackage() override { fs::remove_all(m_folder); }
+
+  fs::path path() const { return m_folder / "image"; }
+
+  PackageDriver::Run runQuick(const std::vector<int>& tests) {
+    PackageDriver::Options options;
+    options.quickMode = true;
+    return driver.run("image", tests, options);
+  }
+
+  PackageDriver driver{TARVEX_PACKAGE_DIR, "storage"};
+
+ private:
+  fs::path m_folder;
+};
+
+TEST_F(StoragePackage, PassesEveryTestOnASoundDevice) {
+  const auto run = runQuick({1, 4, 5, 6, 7, 8});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  for (const unsigned int code : {1U, 2U, 3U, 4U, 6U, 7U}) {
+    EXPECT_TRUE(run.has(code)) << code;
+  }
+  EXPECT_GT(std::stod(run.measurement("readRate")), 0);
+  EXPECT_GT(std::stod(run.measurement("verifyRate")), 0);
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(StoragePackage, LeavesNothingBehind) {
+  runQuick({8});
+  const auto entries = fs::directory_iterator(path().parent_path());
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+}
+
+TEST_F(StoragePackage, FailsADeviceWhoseSizeIsNotWhatItWas) {
+  driver.devices();
+  fs::resize_file(path(), std::uintmax_t{4} << 20);
+  const auto run = runQuick({1});
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_TRUE(run.has(212));
+  EXPECT_TRUE(run.has(200));
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(StoragePackage, WarnsOfARateBelowTheOneAskedFor) {
+  driver.set("TestID4", "MinimumRate", "100000000");
+  const auto run = runQuick({4});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_TRUE(run.has(114));
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(StoragePackage, DoesNotBlameADeviceThatVanished) {
+  driver.devices();
+  fs::remove(path());
+  const auto run = runQuick({4});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_TRUE(run.has(9040));
+}
+
+TEST_F(StoragePackage, OffersNoHealthTestsForAFileAndSaysWhy) {
+  EXPECT_FALSE(driver.supports("image", 2));
+  EXPECT_FALSE(driver.supports("image", 3));
+  EXPECT_TRUE(driver.supports("image", 4));
+  EXPECT_THAT(driver.logText(), HasSubstr("a file has no health of its own"));
+}
+
+TEST_F(StoragePackage, TellsThePresentStatusOfADevice) {
+  DeviceEnum::IDevice* device = driver.device("image").getDevice();
+  EXPECT_EQ(device->getDeviceStatus(), 0U);
+  fs::remove(path());
+  EXPECT_EQ(device->getDeviceStatus(), 2U);
+}
+
+TEST_F(StoragePackage, GivesEachDeviceALockOfItsOwn) {
+  std::vector<std::string> tags;
+  for (auto& device : driver.devices()) {
+    tags.push_back(device.getDevice()->getResourceTag());
+  }
+  EXPECT_THAT(tags, Contains("host/image"));
+  EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
+}
+
+TEST_F(StoragePackage, LeavesOutAFileThatIsNotThere) {
+  driver.set("Package", "DeviceFile2", "/no/such/file");
+  driver.devices();
+  EXPECT_THAT(driver.logText(), HasSubstr("/no/such/file is no file"));
+}
+
+TEST(StoragePackageTexts, AreCompleteInEveryLanguage) {
+  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "storage"), IsEmpty());
+}
+
+TEST(StoragePackageObject, IsGoneAfterItsRelease) {
+  const char* file = TARVEX_PACKAGE_DIR "/libstorage.so";
+  void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  ASSERT_EQ(dlclose(handle), 0);
+  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Storage
