@@ -1,7 +1,7 @@
 # tarvex_add_package: a diagnostic package, written with the package kit.
 #
 #   tarvex_add_package(NAME <name> SOURCES <source>... [LIBRARIES <library>...]
-#                      [FOLDER <folder>] [GROUP packages|selftest|examples])
+#                      [FOLDER <folder>] [GROUP packages|selftest|examples|bench])
 #
 # builds lib<name>.so as the target package_<name>. Beside it go the configuration file <name>.cfg and
 # the language files <language>/<name>.cfg, taken from the folder (by default where the function is
@@ -9,17 +9,18 @@
 #
 # In the build tree all packages of a group lie in one folder, named by TARVEX_PACKAGES_DIR_<group>:
 # a directory that `PackDirPath` of a control file can name. `packages` are installed into
-# lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, `examples` nowhere.
+# lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, the others nowhere.
 
 set(TARVEX_PACKAGE_LANGUAGES en de fr es zh ja)
 
 if(NOT DEFINED TARVEX_KIT_DATA_DIR)
   set(TARVEX_KIT_DATA_DIR "${CMAKE_CURRENT_LIST_DIR}/../packagekit/data")
 endif()
-foreach(group IN ITEMS packages selftest examples)
-  set(TARVEX_PACKAGES_DIR_${group} "${PROJECT_BINARY_DIR}/${group}")
-endforeach()
+set(TARVEX_PACKAGES_DIR_packages "${PROJECT_BINARY_DIR}/packages")
+set(TARVEX_PACKAGES_DIR_selftest "${PROJECT_BINARY_DIR}/selftest")
 set(TARVEX_PACKAGES_DIR_examples "${PROJECT_BINARY_DIR}/example_packages")
+set(TARVEX_PACKAGES_DIR_bench "${PROJECT_BINARY_DIR}/bench_packages")
+set(TARVEX_INSTALLED_PACKAGE_GROUPS packages selftest)
 
 # Appends the kit's entries to a file of a package, in the build tree.
 function(tarvex_join_package_file source kit_file output)
@@ -52,7 +53,7 @@ function(tarvex_add_package)
     tarvex_join_package_file("${folder}/${language}/${arg_NAME}.cfg"
       "${TARVEX_KIT_DATA_DIR}/${language}/kit.cfg" "${joined}")
     list(APPEND files "${joined}")
-    if(NOT arg_GROUP STREQUAL "examples")
+    if(arg_GROUP IN_LIST TARVEX_INSTALLED_PACKAGE_GROUPS)
       install(FILES "${joined}" DESTINATION "${install_dir}/${language}")
     endif()
   endforeach()
@@ -79,7 +80,7 @@ function(tarvex_add_package)
     LINK_DEPENDS "${TARVEX_KIT_DATA_DIR}/package.map")
   # A unique symbol would keep the package mapped after the last dlclose.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
-  if(NOT arg_GROUP STREQUAL "examples")
+  if(arg_GROUP IN_LIST TARVEX_INSTALLED_PACKAGE_GROUPS)
     install(TARGETS ${target} LIBRARY DESTINATION "${install_dir}")
     install(FILES "${output_dir}/${arg_NAME}.cfg" DESTINATION "${install_dir}")
   endif()

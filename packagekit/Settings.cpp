@@ -21,6 +21,16 @@ std::optional<Number> parse(const std::string& text) {
   return number;
 }
 
+bool flagOf(const std::optional<std::string>& value, bool fallback) {
+  if (!value) {
+    return fallback;
+  }
+  if (strcasecmp(value->c_str(), "TRUE") == 0) {
+    return true;
+  }
+  return strcasecmp(value->c_str(), "FALSE") == 0 ? false : fallback;
+}
+
 }  // namespace
 
 std::optional<std::string> Settings::read(const std::string& section,
@@ -52,15 +62,12 @@ double Settings::testNumber(int testId, const std::string& key, double fallback)
   return value ? toNumber(*value).value_or(fallback) : fallback;
 }
 
+bool Settings::packageFlag(const std::string& key, bool fallback) const {
+  return flagOf(package(key), fallback);
+}
+
 bool Settings::testFlag(int testId, const std::string& key, bool fallback) const {
-  const auto value = test(testId, key);
-  if (!value) {
-    return fallback;
-  }
-  if (strcasecmp(value->c_str(), "TRUE") == 0) {
-    return true;
-  }
-  return strcasecmp(value->c_str(), "FALSE") == 0 ? false : fallback;
+  return flagOf(test(testId, key), fallback);
 }
 
 std::optional<long> Settings::toInteger(const std::string& text) {

@@ -38,6 +38,9 @@ class Settings {
   /** @brief As `test`, for a decimal number with or without fraction ("2", "0.25"). */
   double testNumber(int testId, const std::string& key, double fallback) const;
 
+  /** @brief TRUE or FALSE, in any case, in section `Package`. */
+  bool packageFlag(const std::string& key, bool fallback) const;
+
   /** @brief As `test`, for TRUE or FALSE in any case. */
   bool testFlag(int testId, const std::string& key, bool fallback) const;
 

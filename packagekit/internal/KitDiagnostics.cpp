@@ -1,7 +1,6 @@
 #include "packagekit/internal/KitDiagnostics.h"
 
 #include <poll.h>
-#include <sys/random.h>
 
 #include <algorithm>
 #include <memory>
@@ -35,14 +34,6 @@ Device describe(DeviceEnum::VirtualDevice& device) {
   description.resourceTag = given->getResourceTag();
   description.disableName = given->getDisableDeviceName();
   return description;
-}
-
-std::uint64_t randomSeed() {
-  std::uint64_t seed = 0;
-  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof seed)) {
-    seed = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
-  }
-  return seed >> 1;  // fits the whole numbers of every configuration file
 }
 
 // The elements of a vector that is given away, or null when there are none.
@@ -194,10 +185,6 @@ PassOutcome KitDiagnostics::runPass(const Device& device, const DiagnosticSettin
 
 PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings& settings,
                                   int passNumber) const {
-  const Settings configuration = m_module.settings();
-  const auto number = [&configuration](const char* key) {
-    return Settings::toInteger(configuration.package(key).value_or(""));
-  };
   PassSetup setup;
   setup.testIds = settings.getTestNumberVector();
   setup.device = device;
@@ -206,13 +193,8 @@ PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings
   setup.haltOnError = settings.getHaltOnError() != 0;
   setup.diagnosticMode = m_mode;
   setup.passNumber = passNumber;
-  const auto seed = number("Seed");
-  setup.seed = seed ? static_cast<std::uint64_t>(*seed) : randomSeed();
-  setup.configFile = configuration.file();
+  setup.configFile = m_module.settings().file();
   setup.logFile = m_diagLog ? m_module.logFile() : "";
-  setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, number("MemoryLimit").value_or(0)))
-                      << 20U;
-  setup.coreDumps = configuration.testFlag(0, "CoreDumps", false);
   return setup;
 }
 

@@ -62,6 +62,7 @@ void Module::setConfigFile(const char* file) {
   const std::lock_guard<std::mutex> hold(m_lock);
   // The host may change its working directory before a worker reads the file.
   m_configFile = file == nullptr ? "" : absolute(file);
+  m_workerFile.clear();
 }
 
 void Module::setLogDirectory(const char* directory) {
@@ -112,8 +113,16 @@ Environment Module::environment(DiagnosticMode mode) const {
   return {mode, settings(), {}, 0, [this](const std::string& line) { log(line); }};
 }
 
-std::string Module::workerFile() const {
-  if (const auto configured = settings().package("WorkerPath")) {
+std::string Module::workerFile() {
+  const std::lock_guard<std::mutex> hold(m_lock);
+  if (m_workerFile.empty()) {
+    m_workerFile = findWorker();
+  }
+  return m_workerFile;
+}
+
+std::string Module::findWorker() const {
+  if (const auto configured = Settings(m_configFile).package("WorkerPath")) {
     return *configured;
   }
   static const char name[] = "/tarvex-package-worker";

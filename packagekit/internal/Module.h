@@ -44,8 +44,9 @@ class Module {
   const std::string& packageFile() const { return m_packageFile; }
 
   /// The worker executable: named by the key `WorkerPath`, or the first one found beside the
-  /// package and in the places where it is built and installed. Empty when there is none.
-  std::string workerFile() const;
+  /// package and in the places where it is built and installed. Empty when there is none. Looked
+  /// for once for each time that the configuration file was set.
+  std::string workerFile();
 
   /// Workers that nothing can end, by the resource tag of their device.
   void markHung(const std::string& resourceTag, pid_t worker);
@@ -55,11 +56,13 @@ class Module {
  private:
   Module();
   void reapForgotten();
+  std::string findWorker() const;
 
   const std::string m_packageFile;
   mutable std::mutex m_lock;
   std::string m_configFile;
   std::string m_logDirectory;
+  std::string m_workerFile;
   bool m_defined = false;
   std::unique_ptr<Package> m_package;
   std::map<std::string, pid_t> m_hung;

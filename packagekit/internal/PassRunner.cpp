@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <string.h>
+#include <sys/random.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -78,6 +79,14 @@ std::string secondsText(double seconds) {
   return text;
 }
 
+std::uint64_t randomSeed() {
+  std::uint64_t seed = 0;
+  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof seed)) {
+    seed = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+  }
+  return seed >> 1U;  // fits the whole numbers of a configuration file
+}
+
 PassSetup remainderOf(const PassSetup& setup, std::size_t from) {
   PassSetup rest = setup;
   rest.testIds.erase(rest.testIds.begin(), rest.testIds.begin() + static_cast<long>(from));
@@ -99,17 +108,13 @@ PassRunner::PassRunner(Module& module, RunControl& control, PassObserver& observ
 PassOutcome PassRunner::run(PassSetup setup) {
   m_setup = std::move(setup);
   m_outcome = {};
-  const Settings settings = m_module.settings();
-  m_eventsLeft = static_cast<std::size_t>(std::max(
-      0L,
-      Settings::toInteger(settings.package("MaxEvents").value_or("")).value_or(kDefaultMaxEvents)));
+  m_eventsLeft.reset();
   m_eventsDropped = 0;
   m_offset = 0;
   bool goesOn = !startIsRefused();
   while (goesOn && m_offset < m_setup.testIds.size()) {
-    const PassSetup rest = remainderOf(m_setup, m_offset);
     m_test = m_offset;
-    goesOn = judgeSession(runSession(rest)) && !m_control.isAborted() &&
+    goesOn = judgeSession(runSession()) && !m_control.isAborted() &&
              !(m_setup.haltOnError && m_outcome.verdict != DiagnosticResult::PASSED);
   }
   reportDropped();
@@ -131,24 +136,7 @@ bool PassRunner::startIsRefused() {
   return true;
 }
 
-SessionLimits PassRunner::readLimits(const PassSetup& setup) const {
-  const Settings settings = m_module.settings();
-  const auto seconds = [&settings](const char* key, double fallback) {
-    return Settings::toNumber(settings.package(key).value_or("")).value_or(fallback);
-  };
-  SessionLimits limits;
-  limits.start = seconds("StartTimeout", limits.start);
-  limits.abortGrace = seconds("AbortGrace", limits.abortGrace);
-  limits.termGrace = seconds("TermGrace", limits.termGrace);
-  limits.killGrace = seconds("KillGrace", limits.killGrace);
-  for (const int testId : setup.testIds) {
-    limits.tests.push_back(settings.testNumber(testId, "TestTimeout", kDefaultTestTimeout));
-  }
-  return limits;
-}
-
-SessionEnd PassRunner::runSession(const PassSetup& setup) {
-  m_limits = readLimits(setup);
+SessionEnd PassRunner::runSession() {
   const std::string worker = m_module.workerFile();
   SessionEnd failed;
   if (worker.empty()) {
@@ -156,11 +144,45 @@ SessionEnd PassRunner::runSession(const PassSetup& setup) {
     return failed;
   }
   try {
-    return WorkerSession(setup, m_limits, m_control, *this).run(worker, m_module.packageFile());
+    WorkerProcess process(worker, m_module.packageFile());
+    // While it loads the package.
+    readConfiguration();
+    const PassSetup rest = remainderOf(m_setup, m_offset);
+    return WorkerSession(rest, m_limits, m_control, *this).run(process);
   } catch (const std::system_error& error) {
     failed.lastLines = error.what();
     return failed;
   }
+}
+
+// Anew for each worker; what concerns the pass as a whole, for its first.
+void PassRunner::readConfiguration() {
+  const Settings settings = m_module.settings();
+  const auto seconds = [&settings](const char* key, double fallback) {
+    return Settings::toNumber(settings.package(key).value_or("")).value_or(fallback);
+  };
+  const auto integer = [&settings](const char* key) {
+    return Settings::toInteger(settings.package(key).value_or(""));
+  };
+  m_limits = {};
+  m_limits.start = seconds("StartTimeout", m_limits.start);
+  m_limits.abortGrace = seconds("AbortGrace", m_limits.abortGrace);
+  m_limits.termGrace = seconds("TermGrace", m_limits.termGrace);
+  m_limits.killGrace = seconds("KillGrace", m_limits.killGrace);
+  for (std::size_t test = m_offset; test < m_setup.testIds.size(); ++test) {
+    m_limits.tests.push_back(
+        settings.testNumber(m_setup.testIds[test], "TestTimeout", kDefaultTestTimeout));
+  }
+  if (m_eventsLeft) {
+    return;
+  }
+  m_eventsLeft =
+      static_cast<std::size_t>(std::max(0L, integer("MaxEvents").value_or(kDefaultMaxEvents)));
+  const auto seed = integer("Seed");
+  m_setup.seed = seed ? static_cast<std::uint64_t>(*seed) : randomSeed();
+  m_setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, integer("MemoryLimit").value_or(0)))
+                        << 20U;
+  m_setup.coreDumps = settings.packageFlag("CoreDumps", false);
 }
 
 void PassRunner::testBegan(std::size_t position) {
@@ -185,11 +207,11 @@ void PassRunner::testProgressed(unsigned int percent) {
 
 void PassRunner::eventRaised(EventType type, unsigned int code,
                              std::vector<std::string> parameters) {
-  if (m_eventsLeft == 0) {
+  if (*m_eventsLeft == 0) {
     ++m_eventsDropped;
     return;
   }
-  --m_eventsLeft;
+  --*m_eventsLeft;
   m_observer.raise(type, code,
                    code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters);
 }

@@ -41,6 +41,7 @@ class PassRunner : private SessionObserver {
  public:
   PassRunner(Module& module, RunControl& control, PassObserver& observer, bool reportStatus);
 
+  /// Runs the tests of the setup; seed and limits are filled in here, from the configuration.
   PassOutcome run(PassSetup setup);
 
  private:
@@ -53,8 +54,8 @@ class PassRunner : private SessionObserver {
   void testEnded(const TestReport& report) override;
 
   bool startIsRefused();
-  SessionLimits readLimits(const PassSetup& setup) const;
-  SessionEnd runSession(const PassSetup& setup);
+  SessionEnd runSession();
+  void readConfiguration();
   bool judgeSession(const SessionEnd& end);
   PassOutcome earlyEnd(const SessionEnd& end);
   std::string timeAllowed() const;
@@ -78,7 +79,7 @@ class PassRunner : private SessionObserver {
   SessionLimits m_limits;  ///< of the session
   Clock::time_point m_testStart;
   unsigned int m_reportedTens = 0;
-  std::size_t m_eventsLeft = 0;
+  std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
   std::size_t m_eventsDropped = 0;
   PassOutcome m_outcome;
 };

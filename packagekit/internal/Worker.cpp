@@ -133,12 +133,14 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
     const Ending ending = runTest(package.find(testId), context);
     std::fflush(nullptr);
     FrameWriter end(FrameType::TestEnd);
-    link.send(end.number(position)
-                  .number(static_cast<std::uint64_t>(ending.kind))
-                  .number(ending.code)
-                  .texts(ending.parameters));
-    const bool isGood = ending.kind == TestEnding::Passed;
-    if (link.stopRequested() || (setup.haltOnError && !isGood)) {
+    const bool isLast = position + 1 == setup.testIds.size() || link.stopRequested() ||
+                        (setup.haltOnError && ending.kind != TestEnding::Passed);
+    const auto tell = isLast ? &WorkerLink::hold : &WorkerLink::send;
+    (link.*tell)(end.number(position)
+                     .number(static_cast<std::uint64_t>(ending.kind))
+                     .number(ending.code)
+                     .texts(ending.parameters));
+    if (isLast) {
       break;
     }
   }
@@ -158,7 +160,7 @@ int runWorker(DefineFunction define, int socket) {
     const PassSetup setup = PassSetup::fromFrame(frame);
     setLimits(setup);
     FrameWriter ready(FrameType::Ready);
-    link.send(ready.number(static_cast<std::uint64_t>(getpid())));
+    link.hold(ready.number(static_cast<std::uint64_t>(getpid())));
     link.listen();
     runPass(package, setup, link);
     std::fflush(nullptr);

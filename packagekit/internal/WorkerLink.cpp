@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace TarvexDiags::PackageKit {
 
@@ -68,9 +69,15 @@ void WorkerLink::listenUntilTheEnd() {
   }
 }
 
-void WorkerLink::send(FrameWriter& frame) {
-  const std::string& bytes = frame.bytes();
+void WorkerLink::hold(FrameWriter& frame) {
   const std::lock_guard<std::mutex> hold(m_sendLock);
+  m_held += frame.bytes();
+}
+
+void WorkerLink::send(FrameWriter& frame) {
+  const std::lock_guard<std::mutex> hold(m_sendLock);
+  m_held += frame.bytes();
+  const std::string bytes = std::exchange(m_held, {});
   std::size_t sent = 0;
   while (sent < bytes.size()) {
     const ssize_t size = ::send(m_socket, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);

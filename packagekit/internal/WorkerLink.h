@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 
 #include "packagekit/internal/Frame.h"
 
@@ -24,6 +25,9 @@ class WorkerLink {
   /// Sends a whole frame; waits while the host is busy. From any thread.
   void send(FrameWriter& frame);
 
+  /// Keeps a frame until the next one is sent: the host then wakes up once for both.
+  void hold(FrameWriter& frame);
+
   bool stopRequested() const noexcept { return m_stop.load(std::memory_order_relaxed); }
 
   /// Waits; false when a stop was requested.
@@ -37,6 +41,7 @@ class WorkerLink {
   const int m_socket;
   FrameReader m_reader;
   std::mutex m_sendLock;
+  std::string m_held;  // guarded by m_sendLock
   std::mutex m_stopLock;
   std::condition_variable m_stopped;
   std::atomic<bool> m_stop{false};

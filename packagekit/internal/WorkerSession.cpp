@@ -34,8 +34,7 @@ WorkerSession::WorkerSession(const PassSetup& setup, const SessionLimits& limits
                              RunControl& control, SessionObserver& observer)
     : m_setup(setup), m_limits(limits), m_control(control), m_observer(observer) {}
 
-SessionEnd WorkerSession::run(const std::string& workerFile, const std::string& packageFile) {
-  WorkerProcess process(workerFile, packageFile);
+SessionEnd WorkerSession::run(WorkerProcess& process) {
   m_process = &process;
   m_end.pid = process.pid();
   m_outgoing = m_setup.toFrame().bytes();

@@ -60,17 +60,17 @@ struct SessionEnd {
   std::string lastLines = {};
 };
 
-/// The life of one worker, seen from the host: starts it, relays what it says, and ends it when it
-/// is told to or when its time is over. A worker that does not end by itself is asked, then gets
-/// SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever.
+/// The life of one worker, seen from the host: gives it its work, relays what it says, and ends it
+/// when it is told to or when its time is over. A worker that does not end by itself is asked, then
+/// gets SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever.
 class WorkerSession {
  public:
   /// @param setup a list of one test or more.
   WorkerSession(const PassSetup& setup, const SessionLimits& limits, RunControl& control,
                 SessionObserver& observer);
 
-  /// Throws std::system_error when the worker can't be started.
-  SessionEnd run(const std::string& workerFile, const std::string& packageFile);
+  /// Sends the setup and stays with the worker to its end.
+  SessionEnd run(WorkerProcess& process);
 
  private:
   using Clock = std::chrono::steady_clock;

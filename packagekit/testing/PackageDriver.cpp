@@ -88,7 +88,6 @@ class PackageDriver::Implementation {
       fail(dlerror());
     }
     writeConfiguration();
-    call<void (*)(const char*)>("setPackageConfigFile")(m_configFile.c_str());
     call<void (*)(const char*)>("setPackageLogDir")(m_work.c_str());
   }
 
@@ -199,7 +198,10 @@ class PackageDriver::Implementation {
     return reinterpret_cast<Function>(address);
   }
 
-  void writeConfiguration() { std::ofstream(m_configFile) << m_changes << m_original; }
+  void writeConfiguration() {
+    std::ofstream(m_configFile) << m_changes << m_original;
+    call<void (*)(const char*)>("setPackageConfigFile")(m_configFile.c_str());
+  }
 
   void drain(Diag::IDiagnostics& diagnostics, Run& run) {
     const std::unique_ptr<std::vector<DiagnosticEvent*>> given(diagnostics.getDiagnosticEvents());

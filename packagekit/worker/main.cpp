@@ -1,5 +1,4 @@
-// The process in which the tests of a package run. It loads the package and lets it do the rest; it
-// needs nothing but the C library, so that it is up quickly.
+// The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
 // Usage: tarvex-package-worker <package> <process id of the host>, started by the kit alone: the
 // socket to the host is descriptor 3.

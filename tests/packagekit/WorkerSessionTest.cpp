@@ -63,9 +63,9 @@ TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
   control.beginRun();
   SilentObserver observer;
   const auto start = std::chrono::steady_clock::now();
-  const SessionEnd end = WorkerSession(setup, limits, control, observer)
-                             .run(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
-                                  TARVEX_SELFTEST_DIR "/libmisbehaving.so");
+  WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
+                        TARVEX_SELFTEST_DIR "/libmisbehaving.so");
+  const SessionEnd end = WorkerSession(setup, limits, control, observer).run(process);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   EXPECT_TRUE(end.isGivenUp);
   EXPECT_TRUE(end.isTimedOut);
@@ -82,6 +82,7 @@ TEST_F(UnkillableWorker, MakesItsDeviceHungAndRefusedUntilEnumeratedAgain) {
   chmod(script.c_str(), 0755);
   std::ofstream("unkillable.cfg", std::ios::app)
       << "[Package]\nStartTimeout=0.1\nWorkerPath=" << script << "\n";
+  m_module.setConfigFile("unkillable.cfg");
   KitEnumerator enumerator(m_module, m_package, false, DiagnosticMode::CUSTOMER);
   DeviceEnum::VirtualDevice device = enumerator.getDeviceVector("", 0)->front();
   EXPECT_EQ(device.getDevice()->getDeviceStatus(), 0U);
