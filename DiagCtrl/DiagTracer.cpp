@@ -85,7 +85,7 @@ void DiagTracer::setTraceLevel(int aiTraceLevel) {
 
 void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
   const LockScope lock(mMutexLock, 0);
-  const bool written = passes(aiTraceLevel);
+  const bool written = admits(aiTraceLevel);
   const auto [entry, isNew] = mIndentMap.try_emplace(getCurrentThreadId());
   if (!written) {
     return;
@@ -101,7 +101,7 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
   sched_yield();
   const LockScope lock(mMutexLock, 0);
   const auto entry = mIndentMap.find(getCurrentThreadId());
-  if (entry == mIndentMap.end() || !passes(aiTraceLevel)) {
+  if (entry == mIndentMap.end() || !admits(aiTraceLevel)) {
     return;
   }
   std::string& indentation = entry->second;
@@ -127,7 +127,7 @@ unsigned long DiagTracer::getCurrentThreadId() {
   return pthread_self();
 }
 
-bool DiagTracer::passes(int aiTraceLevel) const {
+bool DiagTracer::admits(int aiTraceLevel) const noexcept {
   return levelOfLine(aiTraceLevel) <= miTraceLevel;
 }
 
@@ -135,7 +135,7 @@ void DiagTracer::writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumb
                            const std::string& arText) {
   const LockScope lock(mMutexLock, 0);
   const auto entry = mIndentMap.find(getCurrentThreadId());
-  if (entry == mIndentMap.end() || !passes(aiTraceLevel)) {
+  if (entry == mIndentMap.end() || !admits(aiTraceLevel)) {
     return;
   }
   const std::string line = std::string("FILE: ") + textOrNull(apcFile) +

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <fstream>
 #include <map>
 #include <string>
@@ -52,6 +53,9 @@ class TARVEXDIAGS_EXPORT DiagTracer {
   void traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                   const char* apcPrintString);
 
+  /// Whether a line of this level would be written now: for callers whose text is dear to make.
+  bool admits(int aiTraceLevel) const noexcept;
+
   /// A text line with a value, which reads as signed.
   void traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                   const char* apcVariableName, unsigned long aulVariableValue);
@@ -60,13 +64,12 @@ class TARVEXDIAGS_EXPORT DiagTracer {
   DiagTracer();
 
   static unsigned long getCurrentThreadId();
-  bool passes(int aiTraceLevel) const;
   void writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumber,
                  const std::string& arText);
   void writeFile(const char* apcTabString, const char* apcStringToWrite);
 
   bool mbLogFileOpened;
-  int miTraceLevel;
+  std::atomic<int> miTraceLevel;  // written under the lock
   std::ofstream mTraceStream;
   ThrIdToIndentMap mIndentMap;
   static DiagTracer* mpSTracerObject;

@@ -101,8 +101,10 @@ char* DiagUtil::getString(const char* apcSectionName, const char* apcKeyName, un
   const auto size = static_cast<int>(std::min<unsigned int>(auiSize, kBufferSize));
   GetParamsValueString(apcSectionName, apcKeyName, DiagCtrlConstants::mSconNull, value.get(), size,
                        apcFileName);
-  trace.info("DiagUtil::getString " + describeKey(apcFileName, apcSectionName, apcKeyName) + " \"" +
-             value.get() + "\"");
+  trace.infoOf([&] {
+    return "DiagUtil::getString " + describeKey(apcFileName, apcSectionName, apcKeyName) + " \"" +
+           value.get() + "\"";
+  });
   return value.release();
 }
 

@@ -37,7 +37,7 @@ template <class Message, class Queue>
 void fanOut(const TraceScope& arTrace, Message* apMessage,
             std::map<unsigned long, Queue*>& arQueues) {
   const std::unique_ptr<Message> incoming(apMessage);
-  arTrace.info(incoming->dump());
+  arTrace.infoOf([&] { return incoming->dump(); });
   for (const auto& [id, queue] : arQueues) {
     queue->push(new Message(*incoming));
   }
@@ -76,7 +76,7 @@ std::vector<Message*>* drain(const TraceScope& arTrace, unsigned long aulId,
   auto* messages = new std::vector<Message*>;
   for (Queue& queue = *entry->second; !queue.empty(); queue.pop()) {
     messages->push_back(queue.front());
-    arTrace.info(queue.front()->dump());
+    arTrace.infoOf([&] { return queue.front()->dump(); });
   }
   return messages;
 }

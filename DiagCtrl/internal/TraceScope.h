@@ -48,6 +48,15 @@ class TraceScope {
     line(DiagCtrlConstants::DIAG_INFORMATION, arText, apcFile, aiLine);
   }
 
+  /// Progress whose text is made only when it is written. @param aMakeText gives the text.
+  template <class MakeText>
+  void infoOf(MakeText aMakeText, const char* apcFile = __builtin_FILE(),
+              int aiLine = __builtin_LINE()) const {
+    if (mpDiagTracer != nullptr && mpDiagTracer->admits(DiagCtrlConstants::DIAG_INFORMATION)) {
+      info(aMakeText(), apcFile, aiLine);
+    }
+  }
+
   // The same with a value behind the text.
   void errorValue(const std::string& arText, unsigned long aulValue,
                   const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE()) const {

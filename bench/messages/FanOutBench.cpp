@@ -81,9 +81,11 @@ void fanOut(benchmark::State& state) {
     registrations.drain();
   }
   state.SetItemsProcessed(state.iterations() * kBatch);
-  state.counters["per copy"] =
-      benchmark::Counter(static_cast<double>(state.iterations() * kBatch * state.range(0)),
-                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  if (state.range(0) > 0) {
+    state.counters["per copy"] =
+        benchmark::Counter(static_cast<double>(state.iterations() * kBatch * state.range(0)),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  }
 }
 BENCHMARK(fanOut)->Arg(0)->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMicrosecond);
 
