@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 namespace TarvexDiags::Storage {
 
@@ -12,7 +13,7 @@ Nanoseconds Latencies::quantile(double share) {
     return Nanoseconds{0};
   }
   const auto last = static_cast<double>(m_values.size() - 1);
-  const auto place = m_values.begin() + static_cast<std::ptrdiff_t>(share * last + 0.5);
+  const auto place = m_values.begin() + std::lround(share * last);
   std::nth_element(m_values.begin(), place, m_values.end());
   return *place;
 }
