@@ -237,7 +237,7 @@ void ExecutionManagerThread::waitIfStalled(Pass& arPass) {
 }
 
 bool ExecutionManagerThread::wasRefusedLastPass(const TestRequest* apTestRequest) const {
-  return mRefusedLastPass.count(apTestRequest) > 0;
+  return mRefusedLastPass.contains(apTestRequest);
 }
 
 void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {

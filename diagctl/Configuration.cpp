@@ -99,7 +99,7 @@ fs::path bundledPackages() {
   const fs::path directory = program.parent_path();
   for (const char* relative : {"../packages", "../lib/tarvexdiags/packages",
                                "../" TARVEX_LIBDIR "/tarvexdiags/packages"}) {
-    const fs::path candidate = fs::weakly_canonical(directory / relative, failure);
+    fs::path candidate = fs::weakly_canonical(directory / relative, failure);
     if (!failure && isThere(candidate)) {
       return candidate;
     }

@@ -58,7 +58,7 @@ void Session::enumerate() {
   }
   collectWarnings(registration);
   if (m_warnings.empty() && code != Controller::SUCCESS) {
-    m_warnings.push_back(ControllerFailure("enumerating the last package", code).what());
+    m_warnings.emplace_back(ControllerFailure("enumerating the last package", code).what());
   }
 }
 

@@ -66,7 +66,7 @@ FrameWriter& FrameWriter::texts(const std::vector<std::string>& values) {
 }
 
 const std::string& FrameWriter::bytes() {
-  Header header;
+  Header header{};
   std::memcpy(&header, m_bytes.data(), sizeof header);
   const std::string_view payload = std::string_view(m_bytes).substr(sizeof header);
   header.length = static_cast<std::uint32_t>(payload.size());
@@ -119,7 +119,7 @@ void FrameReader::add(const char* bytes, std::size_t size) {
 }
 
 bool FrameReader::next(Frame& frame) {
-  Header header;
+  Header header{};
   if (unfinishedBytes() < sizeof header) {
     return false;
   }

@@ -79,7 +79,7 @@ class SpawnActions {
   const posix_spawn_file_actions_t* get() const { return &m_actions; }
 
  private:
-  posix_spawn_file_actions_t m_actions;
+  posix_spawn_file_actions_t m_actions{};
 };
 
 class SpawnAttributes {
@@ -104,7 +104,7 @@ class SpawnAttributes {
   const posix_spawnattr_t* get() const { return &m_attributes; }
 
  private:
-  posix_spawnattr_t m_attributes;
+  posix_spawnattr_t m_attributes{};
 };
 
 int killGroup(pid_t group, int signal) {

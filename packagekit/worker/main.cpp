@@ -37,17 +37,17 @@ int main(int count, char** arguments) {
     fprintf(stderr, "usage: %s <package> <host>, started by a diagnostic package\n", arguments[0]);
     return kUnusable;
   }
-  dieWithHost(strtol(arguments[2], NULL, 10));
+  dieWithHost(strtol(arguments[2], nullptr, 10));
   becomeFirstVictim();
   fcntl(kSocket, F_SETFD, FD_CLOEXEC);
 
   void* const package = dlopen(arguments[1], RTLD_LAZY);
-  if (package == NULL) {
+  if (package == nullptr) {
     fprintf(stderr, "%s\n", dlerror());
     return kUnusable;
   }
   void* const entry = dlsym(package, "runPackageWorker");
-  if (entry == NULL) {
+  if (entry == nullptr) {
     fprintf(stderr, "%s\n", dlerror());
     return kUnusable;
   }

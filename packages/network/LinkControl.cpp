@@ -111,7 +111,7 @@ class EthtoolControl final : public LinkControl {
     mode.duplex = settings->duplex == DUPLEX_FULL   ? Duplex::full
                   : settings->duplex == DUPLEX_HALF ? Duplex::half
                                                     : Duplex::unknown;
-    const auto words = static_cast<unsigned int>(settings->link_mode_masks_nwords);
+    const auto words = static_cast<unsigned char>(settings->link_mode_masks_nwords);
     const auto* masks = request.after<std::uint32_t>(sizeof(ethtool_link_settings));
     const std::uint32_t* advertised = masks + words;
     const std::uint32_t* partner = masks + std::size_t{2} * words;
