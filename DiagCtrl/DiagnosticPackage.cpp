@@ -360,10 +360,12 @@ void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVi
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::createDeviceVector");
   mDeviceVector.clear();
   mDevIdDevObjectMap.clear();
-  if (apIDiagnostics == nullptr && !apVirtualDeviceVector->empty()) {
-    // Nobody could be asked; a package without devices needs nobody.
-    raise<DiagCtrlObjectNotFound>(DiagCtrlBaseException::ObjectNotFound,
-                                  "DiagnosticPackage::createDeviceVector()");
+  for (DeviceEnum::VirtualDevice& device : *apVirtualDeviceVector) {
+    if (apIDiagnostics == nullptr || device.getDevice() == nullptr) {
+      // Nobody could be asked, or about nothing; a package without devices needs nobody.
+      raise<DiagCtrlObjectNotFound>(DiagCtrlBaseException::ObjectNotFound,
+                                    "DiagnosticPackage::createDeviceVector()");
+    }
   }
   for (const DeviceEnum::VirtualDevice& device : *apVirtualDeviceVector) {
     mDeviceVector.push_back(new DiagDevice(device));

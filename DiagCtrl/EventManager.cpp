@@ -32,11 +32,15 @@ unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long&
   return arLastId;
 }
 
-/// Copies a message into every queue of its kind and destroys it.
+/// Copies a message into every queue of its kind and destroys it. A package that hands over a null
+/// among its messages has handed over nothing.
 template <class Message, class Queue>
 void fanOut(const TraceScope& arTrace, Message* apMessage,
             std::map<unsigned long, Queue*>& arQueues) {
   const std::unique_ptr<Message> incoming(apMessage);
+  if (incoming == nullptr) {
+    return;
+  }
   arTrace.infoOf([&] { return incoming->dump(); });
   for (const auto& [id, queue] : arQueues) {
     queue->push(new Message(*incoming));

@@ -307,6 +307,18 @@ TEST_F(MessagesTest, a_controller_event_is_not_touched_without_any_registration)
   manager().clearCtrlEventQueues();
 }
 
+TEST_F(MessagesTest, a_null_among_the_messages_is_passed_over) {
+  const unsigned long id = manager().createEventQueue();
+  manager().pushEventInAllEventQueue({new DiagnosticEvent, nullptr, new DiagnosticEvent});
+  manager().pushResultInAllResultQueue({nullptr});
+  const std::unique_ptr<EventVector> drained(manager().getEvents(id));
+  ASSERT_THAT(*drained, SizeIs(2));
+  for (DiagnosticEvent* const event : *drained) {
+    delete event;
+  }
+  manager().clearEventQueues();
+}
+
 TEST_F(MessagesTest, an_empty_batch_is_nothing) {
   const unsigned long id = manager().createEventQueue();
   manager().pushEventInAllEventQueue({});

@@ -337,6 +337,27 @@ TEST_F(RegistrationTest, events_can_be_raised_from_many_threads_at_once) {
   EXPECT_THAT(m_harness.ctrlEvents(), SizeIs(threads * each));
 }
 
+TEST(RaisingUnderLocks, an_event_can_be_raised_wherever_a_package_is_called) {
+  using Scripted::Call;
+  ControllerHarness harness;
+  Scripted::Script& alpha = harness.addPackage("ALPHA");
+  const std::vector<Call> calls = {Call::SetConfigFile, Call::GetDevices,        Call::IsSupported,
+                                   Call::RunEnter,      Call::GetEvents,         Call::GetStatus,
+                                   Call::GetResults,    Call::DestroyDiagnostics};
+  for (const Call call : calls) {
+    alpha.on(call, [call](const Scripted::CallRecord&) {
+      raise(DiagCtrlEvent::DISABLE_TEST, static_cast<unsigned int>(call) + 1000);
+    });
+  }
+  harness.start();
+  ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
+  for (const Call call : calls) {
+    EXPECT_TRUE(harness.awaitCtrlEvent("DISABLE_TEST W " +
+                                       std::to_string(static_cast<unsigned int>(call) + 1000)))
+        << Scripted::nameOf(call);
+  }
+}
+
 TEST(BeforeInitialize, an_event_can_be_raised_and_reaches_nobody) {
   ControllerHarness harness;
   harness.controller();

@@ -234,6 +234,14 @@ TEST_F(DevicesTest, devices_without_a_diagnostics_object_are_an_object_not_found
   EXPECT_THROW(m_package->createDeviceVector(&devices, nullptr), DiagCtrlObjectNotFound);
 }
 
+TEST_F(DevicesTest, a_stand_in_without_a_device_is_an_object_not_found) {
+  describe(PackageConfig(1));
+  VirtualDeviceVector devices{VirtualDevice(new IDevice("tag", "name", "disable")),
+                              VirtualDevice(nullptr)};
+  EXPECT_THROW(m_package->createDeviceVector(&devices, &m_diagnostics), DiagCtrlObjectNotFound);
+  EXPECT_EQ(m_package->getNumOfDevices(), 0);
+}
+
 TEST_F(DevicesTest, no_tests_need_no_question) {
   describe(PackageConfig(0).with("NumberOfTests", "-1"));
   enumerate({"a"});

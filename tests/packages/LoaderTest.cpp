@@ -6,8 +6,10 @@
 #include <link.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -21,7 +23,6 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "tests/scripted/Script.h"
-#include "tests/support/Eventually.h"
 #include "tests/support/PackageDirectory.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
@@ -32,11 +33,9 @@ namespace {
 using Scripted::Call;
 using Scripted::Script;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::IsNull;
 using ::testing::NotNull;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 using TestSupport::PackageConfig;
 
 std::string moduleFile(const std::string& name) {
@@ -317,6 +316,25 @@ TEST_F(UnloadableTest, a_file_that_lost_only_what_is_never_mapped_is_whole) {
 TEST_F(UnloadableTest, a_name_without_a_directory_goes_through_the_search_path_of_the_loader) {
   EXPECT_THAT(load("libc.so.6"), NotNull());
   EXPECT_THROW(load("libthere-is-no-such-library.so"), DiagCtrlLoadLibraryFailed);
+}
+
+// --- Several threads
+
+TEST_F(LoaderTest, a_package_that_takes_its_time_holds_nobody_up) {
+  const pDllHandle slow = loadScripted("KAPPA");
+  std::promise<void> release;
+  Script::of("KAPPA").on(Call::GetDiagnostics, [gate = release.get_future().share()](
+                                                   const Scripted::CallRecord&) { gate.wait(); });
+  {
+    const TestSupport::Companion inside([&] { askForDiagnostics(m_loader, slow); });
+    ASSERT_TRUE(Script::of("KAPPA").awaitCalls(Call::GetDiagnostics));
+    const pDllHandle other = loadScripted("LAMBDA");
+    askForEnumerator(m_loader, other);
+    m_loader.releaseLibrary(m_loader.loadPackage(moduleFile("loader_complete").c_str()), 0);
+    EXPECT_FALSE(inside.ended());
+    release.set_value();
+  }
+  Script::of("KAPPA").on(Call::GetDiagnostics, {});
 }
 
 // --- References
