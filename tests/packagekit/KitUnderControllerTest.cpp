@@ -1,0 +1,199 @@
+// The kit's packages under a real controller: the program above never notices what tests do to
+// themselves.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "packagekit/KitEvents.h"
+#include "tests/support/ControllerHarness.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+using DiagCtrl::DiagnosticController;
+using DiagCtrl::TestRequest;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using TestSupport::ControllerHarness;
+
+namespace {
+
+const std::string kPackage = "misbehaving";
+constexpr unsigned int kUnit0 = 1;
+constexpr unsigned int kUnit1 = 2;
+constexpr unsigned int kUnit2 = 4;
+enum Tests { BEHAVES = 1, SEGFAULTS = 2, DEAF = 6, FAULT = 14, TAKES_TIME = 16, LIES = 25 };
+
+class KitUnderController : public ::testing::Test {
+ protected:
+  KitUnderController() { m_harness.control().packDirPath(TARVEX_SELFTEST_DIR); }
+
+  bool awaitEvent(const std::string& start) {
+    const auto deadline = std::chrono::steady_clock::now() + ControllerHarness::defaultLimit;
+    while (std::chrono::steady_clock::now() < deadline) {
+      for (const std::string& event : m_harness.events()) {
+        if (event.compare(0, start.size(), start) == 0) {
+          return true;
+        }
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+  }
+
+  ControllerHarness m_harness;
+};
+
+std::string taken(char* text) {
+  const std::unique_ptr<char[]> owned(text);
+  return text == nullptr ? "" : text;
+}
+
+}  // namespace
+
+TEST_F(KitUnderController, EachPassCountsOnce) {
+  m_harness.start();
+  const auto id = m_harness.queue(kPackage, kUnit0, {BEHAVES}, ControllerHarness::settings(3));
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(id), TestRequest::COMPLETED);
+  EXPECT_THAT(m_harness.results(), ElementsAre("PASSED 1", "PASSED 1", "PASSED 1"));
+  EXPECT_THAT(m_harness.ctrlEventsOf(id), ElementsAre("DROP_REQUEST_ON_COMPLETION I"));
+}
+
+TEST_F(KitUnderController, ACrashIsOneRequestsTroubleAndNobodyElses) {
+  m_harness.control().parallel();
+  m_harness.start();
+  const auto crashing = m_harness.queue(kPackage, kUnit0, {SEGFAULTS});
+  const auto behaving = m_harness.queue(kPackage, kUnit1, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(crashing), TestRequest::COMPLETED);
+  EXPECT_EQ(m_harness.statusOf(behaving), TestRequest::COMPLETED);
+  EXPECT_THAT(m_harness.results(), ::testing::UnorderedElementsAre("UNUSUAL_STATUS 1", "PASSED 2"));
+  EXPECT_THAT(m_harness.events(),
+              Contains(HasSubstr("9000 E 1 [2, Segmentation fault, selftest/unit0, SIGSEGV")));
+}
+
+TEST_F(KitUnderController, StressIsLoopedByThePackage) {
+  m_harness.start();
+  auto settings = ControllerHarness::settings(4);
+  settings.setStressMode(true);
+  const auto id = m_harness.queue(kPackage, kUnit0, {BEHAVES}, settings);
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(id), TestRequest::COMPLETED);
+  EXPECT_EQ(m_harness.results().size(), 4U);
+}
+
+TEST_F(KitUnderController, AnAbortEndsEvenADeafTest) {
+  m_harness.start();
+  const auto id = m_harness.queue(kPackage, kUnit0, {24}, ControllerHarness::settings(5));
+  ASSERT_TRUE(awaitEvent("9060 I"));
+  EXPECT_EQ(m_harness->abortTest(id), DiagnosticController::SUCCESS);
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(id), TestRequest::ABORTED);
+  EXPECT_LE(m_harness.results().size(), 1U);
+}
+
+TEST_F(KitUnderController, ASuspendedTestWaitsAndGoesOn) {
+  m_harness.start();
+  const auto id = m_harness.queue(kPackage, kUnit0, {TAKES_TIME});
+  ASSERT_TRUE(awaitEvent("9060 I"));
+  EXPECT_EQ(m_harness->suspendTest(id), DiagnosticController::SUCCESS);
+  auto status = Diag::DiagnosticStatus::UNKNOWN;
+  EXPECT_EQ(m_harness->getDiagnosticStatus(id, status), DiagnosticController::SUCCESS);
+  EXPECT_EQ(status, Diag::DiagnosticStatus::SUSPENDED);
+  EXPECT_EQ(m_harness->resumeTest(id), DiagnosticController::SUCCESS);
+  EXPECT_EQ(m_harness->getDiagnosticStatus(id, status), DiagnosticController::SUCCESS);
+  EXPECT_EQ(status, Diag::DiagnosticStatus::EXECUTING);
+  EXPECT_EQ(m_harness->abortTest(id), DiagnosticController::SUCCESS);
+  ASSERT_TRUE(m_harness.awaitIdle());
+}
+
+TEST_F(KitUnderController, AFaultHaltsTheLoopWhenToldTo) {
+  m_harness.control().haltOnError();
+  m_harness.start();
+  const auto id = m_harness.queue(kPackage, kUnit0, {FAULT}, ControllerHarness::settings(3));
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(id), TestRequest::COMPLETED);
+  EXPECT_THAT(m_harness.results(), ElementsAre("FAILED 1"));
+  EXPECT_THAT(m_harness.ctrlEventsOf(id), Contains("ERROR_RECVD_AND_HALT_ON_ERROR E"));
+}
+
+TEST_F(KitUnderController, EstimationGivesThePackagesFigures) {
+  m_harness.start();
+  auto settings = ControllerHarness::settings();
+  settings.setEstimationMode(true);
+  std::vector<int> ids;
+  const int package = m_harness.indexOf(kPackage);
+  ASSERT_EQ(m_harness->runEstimation({package, package}, {kUnit0, kUnit0}, {BEHAVES, TAKES_TIME},
+                                     ids, settings),
+            DiagnosticController::SUCCESS);
+  ASSERT_TRUE(m_harness.awaitIdle());
+  std::vector<int> figures;
+  int total = 0;
+  EXPECT_TRUE(m_harness->getEstimatedTime(ids, figures, total));
+  EXPECT_THAT(figures, ElementsAre(3, 12));
+  EXPECT_EQ(total, 15);
+}
+
+TEST_F(KitUnderController, APackageThatLiesAboutItsStatusHarmsOnlyItsOwnRequest) {
+  m_harness.start();
+  const auto lying = m_harness.queue(kPackage, kUnit0, {LIES});
+  const auto honest = m_harness.queue(kPackage, kUnit0, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_EQ(m_harness.statusOf(lying), TestRequest::COMPLETED);
+  EXPECT_EQ(m_harness.statusOf(honest), TestRequest::COMPLETED);
+  EXPECT_THAT(m_harness.results(), Contains("PASSED 2"));
+}
+
+TEST_F(KitUnderController, EveryMisbehaviourAtOnceLeavesAHealthyController) {
+  m_harness.control().parallel();
+  m_harness.start();
+  const std::vector<int> all = {2, 3, 4, 5, 7, 10, 11, 12, 13, 15, 17, 19, 22, 24, 26, 27};
+  for (const unsigned int device : {kUnit0, kUnit1, kUnit2}) {
+    m_harness.queue(kPackage, device, all);
+  }
+  const auto last = m_harness.queue(kPackage, kUnit0, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle(std::chrono::seconds(60)));
+  EXPECT_EQ(m_harness.statusOf(last), TestRequest::COMPLETED);
+  EXPECT_EQ(m_harness.results().size(), 4U);
+  EXPECT_THAT(m_harness.results(), Contains("PASSED 4"));
+  EXPECT_THAT(m_harness.results(), Not(Contains(HasSubstr("FAILED"))));
+  EXPECT_EQ(m_harness.shutDown(), DiagnosticController::SUCCESS);
+}
+
+TEST_F(KitUnderController, TheKitsEventsHaveTextsInEveryLanguage) {
+  m_harness.start();
+  const int package = m_harness.indexOf(kPackage);
+  char* token = nullptr;
+  ASSERT_EQ(m_harness->getMessageToken(package, Diag::DiagnosticEvent::ERROR_EVENT, WORKER_CRASHED,
+                                       token),
+            DiagnosticController::SUCCESS);
+  const std::unique_ptr<char[]> owned(token);
+  for (std::string language : {"en", "de", "fr", "es", "zh", "ja"}) {
+    std::vector<std::string> parameters = {"2", "Name", "host/cpu0", "SIGSEGV", "last"};
+    char* text = nullptr;
+    ASSERT_EQ(m_harness->getLocalizedMessage(package, language.data(), token, parameters, text),
+              DiagnosticController::SUCCESS);
+    const std::string message = taken(text);
+    for (const char* const part : {"2", "Name", "host/cpu0", "SIGSEGV", "last"}) {
+      EXPECT_THAT(message, HasSubstr(part));
+    }
+  }
+}
+
+TEST_F(KitUnderController, TheStatusOfADeviceHasAToken) {
+  m_harness.start();
+  unsigned int status = 0;
+  const int package = m_harness.indexOf(kPackage);
+  ASSERT_EQ(m_harness->getDeviceStatus(package, kUnit2, status), DiagnosticController::SUCCESS);
+  EXPECT_EQ(status, DEVICE_STATUS_UNKNOWN);
+  char* token = nullptr;
+  ASSERT_EQ(m_harness->getDeviceStatusToken(package, status, token), DiagnosticController::SUCCESS);
+  EXPECT_EQ(taken(token), "KIT_DEVICE_STATUS_UNKNOWN");
+}
