@@ -1,15 +1,16 @@
-# What `cmake --install` puts into a prefix: the two libraries, their headers below
-# include/tarvexdiags, the CMake package and the pkg-config files.
+# What `cmake --install` puts into a prefix: the two libraries and the package kit, their headers
+# below include/tarvexdiags, the CMake package and the pkg-config files.
 
 include(CMakePackageConfigHelpers)
 
 set(tarvex_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TarvexDiags")
+set(tarvex_kit_data_dir "${CMAKE_INSTALL_DATADIR}/tarvexdiags/packagekit")
 set(tarvex_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
 install(TARGETS diagframework diagctrl
   EXPORT TarvexDiagsTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-install(DIRECTORY DiagCtrl Diag DeviceEnum System
+install(DIRECTORY DiagCtrl Diag DeviceEnum System packagekit
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvexdiags"
   FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
 
@@ -17,11 +18,13 @@ install(EXPORT TarvexDiagsTargets
   NAMESPACE TarvexDiags::
   DESTINATION "${tarvex_package_dir}")
 configure_package_config_file(cmake/TarvexDiagsConfig.cmake.in TarvexDiagsConfig.cmake
-  INSTALL_DESTINATION "${tarvex_package_dir}")
+  INSTALL_DESTINATION "${tarvex_package_dir}"
+  PATH_VARS tarvex_kit_data_dir)
 write_basic_package_version_file(TarvexDiagsConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
   "${PROJECT_BINARY_DIR}/TarvexDiagsConfig.cmake"
   "${PROJECT_BINARY_DIR}/TarvexDiagsConfigVersion.cmake"
+  cmake/TarvexPackage.cmake
   DESTINATION "${tarvex_package_dir}")
 
 # The pkg-config files find the prefix from where they lie, so an installed tree can be moved.

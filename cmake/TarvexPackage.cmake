@@ -11,6 +11,7 @@
 # a directory that `PackDirPath` of a control file can name. `packages` are installed into
 # lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, the others nowhere.
 
+include(GNUInstallDirs)
 set(TARVEX_PACKAGE_LANGUAGES en de fr es zh ja)
 
 if(NOT DEFINED TARVEX_KIT_DATA_DIR)
@@ -49,6 +50,9 @@ function(tarvex_add_package)
   tarvex_join_package_file(
     "${folder}/${arg_NAME}.cfg" "${TARVEX_KIT_DATA_DIR}/kit.cfg" "${output_dir}/${arg_NAME}.cfg")
   foreach(language IN LISTS TARVEX_PACKAGE_LANGUAGES)
+    if(NOT EXISTS "${folder}/${language}/${arg_NAME}.cfg")
+      continue()
+    endif()
     set(joined "${output_dir}/${language}/${arg_NAME}.cfg")
     tarvex_join_package_file("${folder}/${language}/${arg_NAME}.cfg"
       "${TARVEX_KIT_DATA_DIR}/${language}/kit.cfg" "${joined}")

@@ -3,7 +3,8 @@
 # Usage: check_install.sh STEP PREFIX, where STEP is one of
 #   install        installs the build in $BUILD_DIR into PREFIX and looks at the headers laid down
 #   cmake-client   builds and runs a client that uses find_package
-#   pkg-config-client, package-module   the same with pkg-config alone
+#   kit-package    builds a package with the installed kit and runs its test
+#   pkg-config-client, package-module   a client and a package with pkg-config alone
 # CXX and CXXFLAGS are those of the build.
 set -euo pipefail
 
@@ -52,6 +53,15 @@ build_cmake_client() {
   expect UNINITIALISED "$work/build/client"
 }
 
+build_kit_package() {
+  cp -r "$here/kit" "$work/source"
+  cp -r "$here/../../examples/minimal_package" "$work/source/clock"
+  cmake -S "$work/source" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_CXX_FLAGS="$CXXFLAGS" >/dev/null
+  cmake --build "$work/build" >/dev/null
+  expect PASSED "$work/build/driver"
+}
+
 build_pkg_config_client() {
   cp "$here/client/main.cpp" "$work"
   read -ra options <<<"$CXXFLAGS $(pkg-config --cflags --libs tarvexdiags)"
@@ -80,6 +90,7 @@ export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 case $step in
   install) install_build ;;
   cmake-client) build_cmake_client ;;
+  kit-package) build_kit_package ;;
   pkg-config-client) build_pkg_config_client ;;
   package-module) build_package_module ;;
   *) fail "unknown step $step" ;;

@@ -1,0 +1,74 @@
+// The package of the guide: it is what stands in the guide, it is short, and it runs.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "packagekit/KitEvents.h"
+#include "packagekit/PackageTexts.h"
+#include "packagekit/testing/PackageDriver.h"
+
+using namespace TarvexDiags;
+using namespace TarvexDiags::PackageKit;
+using Testing::PackageDriver;
+
+namespace {
+
+const char* const kFiles[] = {"Clock.cpp", "clock.cfg", "en/clock.cfg"};
+
+std::string textOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(std::string(TARVEX_SOURCE_DIR) + "/" + file).rdbuf();
+  EXPECT_FALSE(text.str().empty()) << file;
+  return text.str();
+}
+
+}  // namespace
+
+TEST(PackageGuide, ShowsTheExampleAsItIs) {
+  const std::string guide = textOf("docs/package-guide.md");
+  for (const std::string file : kFiles) {
+    const std::string block = "\n" + textOf("examples/minimal_package/" + file) + "```\n";
+    EXPECT_NE(guide.find(block), std::string::npos) << file << " differs from what the guide shows";
+  }
+  EXPECT_THAT(
+      textOf("examples/minimal_package/CMakeLists.txt"),
+      ::testing::HasSubstr("tarvex_add_package(NAME clock GROUP examples SOURCES Clock.cpp)"));
+}
+
+TEST(PackageGuide, NeedsNoMoreThanSixtyLines) {
+  long lines = 0;
+  for (const std::string file : kFiles) {
+    const std::string text = textOf("examples/minimal_package/" + file);
+    lines += std::count(text.begin(), text.end(), '\n');
+  }
+  EXPECT_LE(lines, 60);
+}
+
+TEST(PackageGuide, ListsEveryKeyAndEventOfTheKit) {
+  const std::string guide = textOf("docs/package-guide.md");
+  for (const char* const key :
+       {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "MemoryLimit",
+        "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
+    EXPECT_THAT(guide, ::testing::HasSubstr(std::string("| `") + key + "`"));
+  }
+  std::istringstream entries(textOf("packagekit/data/kit.cfg"));
+  for (std::string line; std::getline(entries, line);) {
+    if (line.find("=KIT_") != std::string::npos && line.compare(0, 4, "9091") != 0) {
+      EXPECT_THAT(guide, ::testing::HasSubstr(line.substr(0, 4)));
+    }
+  }
+}
+
+TEST(PackageGuide, HasAPackageThatRuns) {
+  PackageDriver clock(TARVEX_EXAMPLE_DIR, "clock");
+  const auto run = clock.run("clocksource0", {1});
+  EXPECT_EQ(run.verdict, Diag::DiagnosticResult::PASSED);
+  EXPECT_GT(std::stod(run.measurement("reading")), 0);
+  EXPECT_THAT(clock.eventsWithoutToken(), ::testing::IsEmpty());
+  EXPECT_THAT(checkPackageTexts(TARVEX_EXAMPLE_DIR, "clock"), ::testing::IsEmpty());
+}
