@@ -19,6 +19,9 @@ namespace TarvexDiags::DiagCtrl {
 namespace {
 
 constexpr auto kMinorLock = DiagCtrlBaseException::MutexException;
+// The code of an unknown registration for results, for events too.
+constexpr ClientFailure kUnknownRegistration{DiagCtrlEvent::RESULT_REG_ID_NOT_FOUND,
+                                             DiagnosticController::RESULT_REG_ID_NOT_FOUND};
 
 }  // namespace
 
@@ -120,8 +123,6 @@ DiagnosticController::errorCode DiagnosticController::fetchMessages(
   if (const auto refused = refusal(ClientCall::fetchMessages, trace)) {
     return *refused;
   }
-  // The code of an unknown result registration, for events too.
-  constexpr ClientFailure kUnknown{DiagCtrlEvent::RESULT_REG_ID_NOT_FOUND, RESULT_REG_ID_NOT_FOUND};
   return answer(trace, [&] {
     try {
       arpMessages = (mpEventManager->*apGet)(static_cast<unsigned long>(alRegistrationId));
@@ -129,7 +130,7 @@ DiagnosticController::errorCode DiagnosticController::fetchMessages(
       if (apcUnknownText != nullptr) {
         trace.errorValue(apcUnknownText, static_cast<unsigned long>(alRegistrationId));
       }
-      throw kUnknown;
+      throw kUnknownRegistration;
     } catch (const DiagCtrlMutexException&) {
       throw kUnableToGetLock;
     }
