@@ -1,5 +1,6 @@
 // Registration for messages, their notification and collection.
 
+#include <functional>
 #include <list>
 
 #include "DiagCtrl/CallBackObject.h"
@@ -125,7 +126,8 @@ DiagnosticController::errorCode DiagnosticController::fetchMessages(
   }
   return answer(trace, [&] {
     try {
-      arpMessages = (mpEventManager->*apGet)(static_cast<unsigned long>(alRegistrationId));
+      arpMessages =
+          std::invoke(apGet, *mpEventManager, static_cast<unsigned long>(alRegistrationId));
     } catch (const DiagCtrlKeyNotExistException&) {
       if (apcUnknownText != nullptr) {
         trace.errorValue(apcUnknownText, static_cast<unsigned long>(alRegistrationId));

@@ -18,6 +18,7 @@
 #include "tests/support/CtrlEventTap.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadCreation.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
@@ -66,6 +67,7 @@ using TestSupport::ControlFile;
 using TestSupport::ControllerHarness;
 using TestSupport::CtrlEventTap;
 using TestSupport::eventually;
+using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 using TestSupport::PlatformAnswers;
 using TestSupport::ThreadCreation;
@@ -123,16 +125,6 @@ int threadCount() {
     }
   }
   return 0;
-}
-
-bool isMapped(const std::string& path) {
-  std::ifstream maps("/proc/self/maps");
-  for (std::string line; std::getline(maps, line);) {
-    if (line.find(path) != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
 }
 
 /** The names, in the order in which they first stand in the list; those that do not are left out.

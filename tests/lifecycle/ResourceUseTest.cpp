@@ -71,7 +71,6 @@ class ResourceUseTest : public ::testing::Test {
   void work() {
     harness.registerForAll();
     harness.enumerate();
-    harness->enumerateDiagPackages(1);
     const auto first = harness.queuePackage("ALPHA", ControllerHarness::settings(2));
     const auto second = harness.queuePackage("BETA");
     for (const auto& ids : {first, second}) {
