@@ -458,8 +458,11 @@ class HalfQueuedTest : public EnumerationTest {
     alpha.setDevices(2);
     harness.start();
     alpha.holdRuns();
-    alpha.on(Call::GetDiagnostics,
-             [this](const CallRecord&) { harness.packages().removeLibrary("ALPHA"); });
+    const std::string library = harness.packages().libraryPath("ALPHA");
+    alpha.on(Call::GetDiagnostics, [this, library](const CallRecord&) {
+      harness.packages().copyLibrary("ALPHA", moduleFile("loader_complete"));
+      std::filesystem::resize_file(library, 5000);
+    });
     auto settings = ControllerHarness::settings();
     VectorTestReqId* ids = nullptr;
     EXPECT_EQ(controller().queueTest(1, settings, ids), LOAD_LIBRARY_FAILED);

@@ -266,7 +266,6 @@ TEST_F(LifecycleTest, a_refused_thread_of_either_kind_undoes_the_start_under_the
   for (const int refused : {1, 2}) {
     ThreadCreation creation;
     creation.refuse(refused);
-    const CtrlEventTap tap;
     EXPECT_EQ(controller().initialize(path.c_str()), UNABLE_TO_INIT_MONI_THREAD);
     EXPECT_EQ(creation.wanted(), refused);
     EXPECT_EQ(harness.phase(), Phase::UNINITIALISED);
