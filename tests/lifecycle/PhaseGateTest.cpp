@@ -482,6 +482,8 @@ TEST_F(PhaseGateTest, uninitialised_again_after_a_run) {
   harness.start();
   harness.shutDown();
   tryEveryCall(DiagControllerStatus::UNINITIALISED);
+  EXPECT_EQ(harness.shutDown(), DiagnosticController::SUCCESS);
+  harness.initialize();
 }
 
 TEST_F(PhaseGateTest, initialize) {
@@ -526,6 +528,7 @@ TEST_F(PhaseGateTest, active) {
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
   tryEveryCall(DiagControllerStatus::ACTIVE);
+  EXPECT_EQ(harness.shutDown(), DiagnosticController::SUCCESS);
 }
 
 TEST_F(PhaseGateTest, active_during_an_estimation) {
