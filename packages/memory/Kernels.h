@@ -34,6 +34,7 @@ struct Kernels {
   std::size_t (*march)(const Block& block, std::size_t line, const Pattern& expected,
                        const Pattern& next, FoundLine& found);
   void (*copy)(const Block& to, const Block& from);
+  void (*orderStores)();
 };
 
 extern const Kernels portableKernels;

@@ -21,7 +21,7 @@ TARVEX_SIMD [[gnu::always_inline]] inline bool anySet(Register value) {
   return _mm256_testz_si256(bits, bits) == 0;
 }
 
-TARVEX_SIMD [[gnu::always_inline]] inline void orderStores() {
+void orderStores() {
   _mm_sfence();
 }
 
@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels avx2Kernels = {"avx2", supported, fill, verify, march, copy};
+const Kernels avx2Kernels = {"avx2", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -21,7 +21,7 @@ TARVEX_SIMD [[gnu::always_inline]] inline bool anySet(Register value) {
   return _mm512_test_epi64_mask(bits, bits) != 0;
 }
 
-TARVEX_SIMD [[gnu::always_inline]] inline void orderStores() {
+void orderStores() {
   _mm_sfence();
 }
 
@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels avx512Kernels = {"avx512", supported, fill, verify, march, copy};
+const Kernels avx512Kernels = {"avx512", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -16,7 +16,7 @@ typedef std::uint64_t Register __attribute__((may_alias));
   return value != 0;
 }
 
-[[gnu::always_inline]] inline void orderStores() {}
+void orderStores() {}
 
 bool supported() {
   return true;
@@ -26,6 +26,6 @@ bool supported() {
 
 }  // namespace
 
-const Kernels portableKernels = {"portable", supported, fill, verify, march, copy};
+const Kernels portableKernels = {"portable", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory

@@ -21,7 +21,7 @@ TARVEX_SIMD [[gnu::always_inline]] inline bool anySet(Register value) {
   return _mm_movemask_epi8(zero) != 0xffff;
 }
 
-TARVEX_SIMD [[gnu::always_inline]] inline void orderStores() {
+void orderStores() {
   _mm_sfence();
 }
 
@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels sse2Kernels = {"sse2", supported, fill, verify, march, copy};
+const Kernels sse2Kernels = {"sse2", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

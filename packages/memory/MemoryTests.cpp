@@ -210,6 +210,7 @@ class BlockMover {
     if (count % 2 != 0) {
       mSweeper.compare(mRegion.block(first + count - 1), mPattern, nullptr);
     }
+    mSweeper.countVerified(count);
   }
 
   Sweeper& mSweeper;

@@ -58,8 +58,10 @@ bool Sweeper::run(const Sweep& sweep) {
     const std::size_t first = slice * Region::blocksInSlice;
     const std::size_t count = mRegion.blocksOfSlice(slice);
     for (std::size_t index = 0; index < count; ++index) {
-      const bool rising = sweep.order == Sweep::Order::Rising;
-      sweepBlock(mRegion.block(first + (rising ? index : count - 1 - index)), sweep);
+      sweepBlock(mRegion.block(first + index), sweep);
+    }
+    if (sweep.expected) {
+      countVerified(count);
     }
   });
 }
@@ -76,6 +78,7 @@ bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::siz
   mTeam.onAll([&] {
     for (std::size_t turn = taken++; turn < slices && !stopped(); turn = taken++) {
       work(order == Sweep::Order::Rising ? turn : slices - 1 - turn);
+      mKernels.orderStores();
       const double share = static_cast<double>(turn + 1) / static_cast<double>(slices);
       const std::lock_guard hold(mReportLock);
       mObserver.progress(std::min(1.0, (static_cast<double>(mWalksDone) + share) / walks));
@@ -118,7 +121,6 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
       break;
     }
   }
-  ++mBlocksVerified;
 }
 
 void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& expected,

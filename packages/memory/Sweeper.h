@@ -18,6 +18,8 @@ namespace TarvexDiags::Memory {
 
 /** @brief One way through the whole region: compare with one pattern, write another, or both. */
 struct Sweep {
+  /// The order of the slices. Within one it always rises: that is how processors fetch ahead, and
+  /// what reaches the memory is ordered by the caches anyway.
   enum class Order { Rising, Falling };
   enum class Writing {
     Streamed,   ///< line by line, past the caches
@@ -80,6 +82,12 @@ class Sweeper {
   void compareCopy(const Block& block, const Pattern& expected, std::uint64_t source) {
     compare({block.data, source}, expected, nullptr);
   }
+
+  /**
+   * @brief Adds to bytesVerified, for those who call compare themselves. Once a slice and not once
+   * a block: it waits for the streamed stores.
+   */
+  void countVerified(std::size_t blocks) { mBlocksVerified += blocks; }
 
   /** @brief Looks at a word that was wrong again, and reports it. Any of the threads. */
   void judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
