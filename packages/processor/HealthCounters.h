@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "packages/common/SystemFiles.h"
+
+namespace TarvexDiags::Processor {
+
+/** @brief What a counter that grew during a test means. */
+enum class Trouble {
+  Throttling,    ///< the core slowed down for heat: cooling, not the core
+  Corrected,     ///< errors that the processor put right itself
+  MachineCheck,  ///< an error that it could not
+};
+
+/**
+ * @brief What the kernel counts of a core's health, at one moment.
+ *
+ * Thread-safety: a plain value.
+ */
+class HealthCounters {
+ public:
+  struct Count {
+    Trouble trouble;
+    std::uint64_t value;
+  };
+
+  /** @brief Reads what there is; virtual machines often have none. */
+  static HealthCounters read(const Common::SystemFiles& files, int core);
+
+  bool present() const { return !mCounts.empty(); }
+
+  /** @brief By how much each has grown since an earlier reading, by name; only those that have. */
+  std::map<std::string, Count> since(const HealthCounters& earlier) const;
+
+ private:
+  std::map<std::string, Count> mCounts;
+};
+
+}  // namespace TarvexDiags::Processor
