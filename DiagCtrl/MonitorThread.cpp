@@ -75,29 +75,29 @@ void MonitorThread::stop() {
 
 void MonitorThread::run(void* /*apRunArgument*/) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::run");
-  // Before each look at the state, so that no signal is missed between the look and the wait.
-  unsigned long ticket = mrExecCondVar.ticket();
+  mulSignalsSeen = mrExecCondVar.ticket();
   while (getState()) {
     try {
-      runOnce(ticket);
+      runOnce();
     } catch (DiagCtrlBaseException& failure) {
       traceFailure("MonitorThread::run", failure);
     }
-    ticket = mrExecCondVar.ticket();
   }
   endRun();
 }
 
-void MonitorThread::runOnce(unsigned long aulTicket) {
+void MonitorThread::runOnce() {
   auto execQueueStatus = DiagCtrlConditionVar::receivedSignal;
   updateTimeStamp();
   if (mrTestRequestManager.getTestReqExecQueueSize() == 0) {
     reportNothingPending();
-    execQueueStatus = waitForWork(aulTicket);
+    execQueueStatus = waitForWork();
     if (!getState()) {
       return;
     }
   }
+  // Before all polls, so that a signal that comes during them ends the next wait at once.
+  mulSignalsSeen = mrExecCondVar.ticket();
   if (mrDiagCtrl.getDiagCtrlPhase(kTimeOut) != DiagControllerStatus::ACTIVE) {
     return;
   }
@@ -132,9 +132,9 @@ void MonitorThread::reportNothingPending() {
   }
 }
 
-DiagCtrlConditionVar::WaitRetStatus MonitorThread::waitForWork(unsigned long aulTicket) {
+DiagCtrlConditionVar::WaitRetStatus MonitorThread::waitForWork() {
   try {
-    return mrExecCondVar.timedWaitSince(DiagCtrlConstants::mlSMonitorThrTimeWait, aulTicket);
+    return mrExecCondVar.timedWaitSince(DiagCtrlConstants::mlSMonitorThrTimeWait, mulSignalsSeen);
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::run", failure);
     return DiagCtrlConditionVar::waitAbandoned;
@@ -380,6 +380,9 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
   }
   try {
     mrWaitCondVar.signal();
+    if (arTestRequest.getAbortStatus()) {
+      mrExecCondVar.signal();  // aborted just before the push, as monitored: to be finished here
+    }
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::requeueTestRequest", failure);
   }

@@ -47,8 +47,8 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   void clearTestRequestQueue();
 
  private:
-  void runOnce(unsigned long aulTicket);
-  DiagCtrlConditionVar::WaitRetStatus waitForWork(unsigned long aulTicket);
+  void runOnce();
+  DiagCtrlConditionVar::WaitRetStatus waitForWork();
   void reportNothingPending();
   void endRun();
   void becomeIdleIfNothingIsLeft();
@@ -84,6 +84,7 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   DiagCtrlConditionVar& mrExecCondVar;
   DiagUtil* mpDiagUtil;
 
+  unsigned long mulSignalsSeen = 0;
   // How often each request stands in the local queue.
   std::unordered_map<const TestRequest*, int> mLocalEntries;
 };

@@ -64,6 +64,15 @@ class PipelineTest : public testing::Test {
   }
   void wakeMonitor() { managers().getCondVarTRExecQueue().signal(); }
 
+  /** Lets the monitor poll so many times, each time everything that is pending. */
+  void pollTimes(int number) {
+    for (int i = 0; i < number; ++i) {
+      const unsigned long before = steps.waits(Actor::monitor);
+      wakeMonitor();
+      ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > before; }));
+    }
+  }
+
   Request& request(unsigned long id) {
     Request* found = nullptr;
     harness->getTestRequest(static_cast<int>(id), found);

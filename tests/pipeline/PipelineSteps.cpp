@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
@@ -41,7 +42,11 @@ std::atomic<Actor> sArmed{Actor::none};
 std::atomic<bool> sReached{false};
 std::atomic<int> sActing{0};
 std::atomic<long> sWaitMs{0};
+std::array<std::atomic<unsigned long>, 3> sWaits{};
+std::array<std::atomic<long>, 3> sLatestWait{};
 std::atomic<int> sRefusedWorkers{0};
+std::atomic<int> sRefusedLoads{0};
+std::atomic<int> sRefusedReleases{0};
 std::atomic<int> sLiving{0};
 
 thread_local Actor sSelf = Actor::none;
@@ -140,6 +145,8 @@ PipelineSteps::~PipelineSteps() {
   disarm();
   restoreWaits();
   sRefusedWorkers = 0;
+  sRefusedLoads = 0;
+  sRefusedReleases = 0;
   beforeWorkerIsCreated(nullptr);
 }
 
@@ -158,6 +165,14 @@ void PipelineSteps::atLock(Actor actor, unsigned int number, Action action) {
   sArmed = actor;
 }
 
+unsigned long PipelineSteps::waits(Actor actor) const {
+  return sWaits[static_cast<std::size_t>(actor)];
+}
+
+long PipelineSteps::latestWait(Actor actor) const {
+  return sLatestWait[static_cast<std::size_t>(actor)];
+}
+
 bool PipelineSteps::isReached() const {
   return sReached;
 }
@@ -173,6 +188,14 @@ void PipelineSteps::disarm() {
 
 void PipelineSteps::refuseWorkers(int number) {
   sRefusedWorkers = number;
+}
+
+void PipelineSteps::refuseLoads(int number) {
+  sRefusedLoads = number;
+}
+
+void PipelineSteps::refuseReleases(int number) {
+  sRefusedReleases = number;
 }
 
 void PipelineSteps::beforeWorkerIsCreated(Action action) {
@@ -204,14 +227,14 @@ bool Barrier::awaitArrival() const {
 // The runtime of a sanitizer may come here before it is ready itself.
 #define TARVEX_INTERPOSED                                                                   \
   extern "C" __attribute__((visibility("default"), no_sanitize_address, no_sanitize_thread, \
-                            no_sanitize_undefined)) int
+                            no_sanitize_undefined))
 
 #define TARVEX_NEXT(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 
 namespace Steps = TarvexDiags::TestSupport;
 
-TARVEX_INTERPOSED pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                                 void* (*routine)(void*), void* argument) noexcept {
+TARVEX_INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                                     void* (*routine)(void*), void* argument) noexcept {
   static const auto next = TARVEX_NEXT(pthread_create);
   const Steps::Actor actor = Steps::actorOf(routine, argument);
   if (actor == Steps::Actor::none) {
@@ -227,17 +250,41 @@ TARVEX_INTERPOSED pthread_create(pthread_t* thread, const pthread_attr_t* attrib
   return next(thread, attributes, Steps::enterThread, new Steps::Start{actor, routine, argument});
 }
 
-TARVEX_INTERPOSED pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
+TARVEX_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
   static const auto next = TARVEX_NEXT(pthread_mutex_trylock);
   Steps::step();
   return next(mutex);
 }
 
-TARVEX_INTERPOSED pthread_cond_timedwait(pthread_cond_t* variable, pthread_mutex_t* mutex,
-                                         const timespec* deadline) {
+TARVEX_INTERPOSED void* dlopen(const char* path, int mode) noexcept {
+  static const auto next = TARVEX_NEXT(dlopen);
+  if (Steps::sRefusedLoads > 0) {
+    --Steps::sRefusedLoads;
+    return nullptr;
+  }
+  return next(path, mode);
+}
+
+TARVEX_INTERPOSED int dlclose(void* handle) noexcept {
+  static const auto next = TARVEX_NEXT(dlclose);
+  if (Steps::sRefusedReleases > 0) {
+    --Steps::sRefusedReleases;
+    return -1;
+  }
+  return next(handle);
+}
+
+TARVEX_INTERPOSED int pthread_cond_timedwait(pthread_cond_t* variable, pthread_mutex_t* mutex,
+                                             const timespec* deadline) {
   static const auto next = TARVEX_NEXT(pthread_cond_timedwait);
+  if (Steps::sSelf == Steps::Actor::none) {
+    return next(variable, mutex, deadline);
+  }
+  const auto self = static_cast<std::size_t>(Steps::sSelf);
+  ++Steps::sWaits[self];
+  Steps::sLatestWait[self] = deadline->tv_sec - time(nullptr);
   const long length = Steps::sWaitMs;
-  if (length == 0 || Steps::sSelf == Steps::Actor::none) {
+  if (length == 0) {
     return next(variable, mutex, deadline);
   }
   const timespec nearer = Steps::fromNow(length);

@@ -37,6 +37,10 @@ class PipelineSteps {
   void setWaits(std::chrono::milliseconds length);
   void restoreWaits();
 
+  /** Timed waits of the actor so far, and the length in whole seconds that the latest asked for. */
+  unsigned long waits(Actor actor) const;
+  long latestWait(Actor actor) const;
+
   /** The action runs once, on the actor's thread, in front of the n-th lock from now on. */
   void atLock(Actor actor, unsigned int number, Action action);
   /** Whether that lock has come. */
@@ -46,6 +50,9 @@ class PipelineSteps {
 
   /** The platform refuses the next so many workers. */
   void refuseWorkers(int number);
+  /** The loader refuses to load, or to release, the next so many libraries. */
+  void refuseLoads(int number);
+  void refuseReleases(int number);
   /** Runs on the dispatcher's thread before each worker is created. */
   void beforeWorkerIsCreated(Action action);
   /** Threads of the pipeline that exist. */
