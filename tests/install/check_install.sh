@@ -35,7 +35,9 @@ install_build() {
   if grep -rnE '#include "[A-Za-z]+/internal/' "$include"; then
     fail "an installed header includes one that is not installed"
   fi
-  if grep -rnE '^(class|struct) [A-Z][A-Za-z]* *(final *)?(:|\{|$)' "$include"; then
+  # The package kit is a static library, whose classes are exported by nobody.
+  if grep -rnE '^(class|struct) [A-Z][A-Za-z]* *(final *)?(:|\{|$)' \
+    "$include"/{DiagCtrl,Diag,DeviceEnum,System}; then
     fail "an installed class is not exported"
   fi
   local library

@@ -103,7 +103,7 @@ class NetworkPackagePair : public testing::Test {
   static void configure(PackageDriver& driver) {
     driver.set("TestID6", "FirstInterface", "left").set("TestID6", "SecondInterface", "right");
     driver.set("TestID6", "QuickStreamMegabytes", "16").set("TestID6", "QuickDatagrams", "1000");
-    driver.set("TestID6", "CarrierSeconds", "1");
+    driver.set("TestID6", "CarrierSeconds", "10");
   }
 };
 
