@@ -28,6 +28,7 @@ class FakeMachine {
   }
 
   Common::SystemFiles files() const { return Common::SystemFiles(mRoot); }
+  std::string path() const { return mRoot.string(); }
 
  private:
   std::filesystem::path mRoot;

@@ -1,0 +1,350 @@
+#include "packages/memory/NodeTest.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "packages/common/ContextJournal.h"
+#include "packages/common/CpuList.h"
+#include "packages/memory/ErrorCounters.h"
+
+namespace TarvexDiags::Memory {
+
+namespace {
+
+using Common::RunJournal;
+using Common::SystemFiles;
+using PackageKit::Device;
+using PackageKit::Environment;
+using PackageKit::Settings;
+using PackageKit::Support;
+using PackageKit::TestContext;
+
+constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+
+// Less than this is no test: it would stay in the caches.
+constexpr std::uint64_t leastMegabytes = 1;
+
+void tell(RunJournal& journal, unsigned int code, std::vector<std::string> parameters) {
+  journal.report(Common::severityOfCode(code), code, std::move(parameters));
+}
+
+// --- Devices and settings
+// --------------------------------------------------------------------------
+
+SystemFiles filesOf(const Device& device) {
+  return SystemFiles(device.property("systemRoot", "/"));
+}
+
+Node nodeOf(const Device& device) {
+  Node node;
+  node.number = std::stoi(device.property("node", "-1"));
+  node.cpus = Common::parseCpuList(device.property("cpus"));
+  node.bytes = std::stoull(device.property("bytes", "0"));
+  return node;
+}
+
+/** The node's CPUs on which the process may run; for a node without CPUs, any. */
+std::vector<int> usableCpus(const Node& node) {
+  const std::vector<int> allowed = Common::allowedCpus();
+  if (node.cpus.empty()) {
+    return allowed;
+  }
+  std::vector<int> cpus;
+  std::set_intersection(node.cpus.begin(), node.cpus.end(), allowed.begin(), allowed.end(),
+                        std::back_inserter(cpus));
+  return cpus;
+}
+
+/** A figure of a test's section or of section Package, never below 0. */
+std::uint64_t figure(const Settings& settings, int test, bool quick, const std::string& key,
+                     long fallback) {
+  const long full = settings.testInteger(test, key, fallback);
+  const long value = quick ? settings.testInteger(test, "Quick" + key, full) : full;
+  return static_cast<std::uint64_t>(std::max(value, 0L));
+}
+
+SizeLimits limitsOf(const Settings& settings, int test, bool quick) {
+  return {figure(settings, test, quick, "MaximumMegabytes", 0) * mebibyte,
+          figure(settings, test, quick, "MarginMegabytes", 512) * mebibyte,
+          static_cast<unsigned int>(
+              std::min<std::uint64_t>(figure(settings, test, quick, "MarginPercent", 20), 100))};
+}
+
+std::chrono::milliseconds duration(const Settings& settings, int test, bool quick,
+                                   const std::string& key) {
+  const double full = settings.testNumber(test, key, 0);
+  const double seconds = quick ? settings.testNumber(test, "Quick" + key, full) : full;
+  return std::chrono::milliseconds(static_cast<long>(std::max(seconds, 0.0) * 1000));
+}
+
+TestOptions optionsOf(const TestContext& context) {
+  const bool quick = context.quickMode();
+  const int test = context.testId();
+  TestOptions options;
+  options.seed = context.seed();
+  options.quick = quick;
+  options.rounds = static_cast<int>(
+      std::clamp<std::uint64_t>(figure(context.settings(), test, quick, "Rounds", 1), 1, 1000000));
+  options.hold = duration(context.settings(), test, quick, "HoldSeconds");
+  options.duration = duration(context.settings(), test, quick, "DurationSeconds");
+  return options;
+}
+
+// --- The region of a pass
+// --------------------------------------------------------------------------
+
+/** The threads and the memory, for as long as the tests of a pass want the same. */
+struct Workbench {
+  explicit Workbench(const std::vector<int>& cpus) : team(cpus) {}
+
+  Team team;
+  std::unique_ptr<Region> region;
+  int node = -1;
+};
+
+std::unique_ptr<Workbench>& keptWorkbench() {
+  static std::unique_ptr<Workbench> kept;
+  return kept;
+}
+
+std::string megabytes(std::uint64_t bytes) {
+  return std::to_string(bytes / mebibyte);
+}
+
+/** @return null when there is too little memory, which was then reported */
+Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& journal) {
+  const SizeLimits limits = limitsOf(context.settings(), context.testId(), context.quickMode());
+  std::unique_ptr<Workbench>& kept = keptWorkbench();
+  // What an earlier test of the pass has mapped counts as available to this one.
+  const std::uint64_t held = kept != nullptr ? kept->region->bytes() : 0;
+  const auto available = availableBytes(filesOf(context.device()), node);
+  if (!available) {
+    throw Common::NotSupported("The kernel does not tell how much memory is available");
+  }
+  const std::uint64_t bytes = testedBytes(*available + held, limits) / blockBytes * blockBytes;
+  if (bytes < leastMegabytes * mebibyte) {
+    tell(journal, TooLittleMemory,
+         {context.device().name, megabytes(*available + held),
+          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
+              std::to_string(leastMegabytes)});
+    return nullptr;
+  }
+  // A little less than could be had now is no reason to map and populate anew.
+  if (kept != nullptr && kept->node == node.number && held <= bytes + bytes / 4 &&
+      held >= bytes - bytes / 4) {
+    return kept.get();
+  }
+  kept.reset();
+  auto made = std::make_unique<Workbench>(usableCpus(node));
+  made->node = node.number;
+  std::string reason;
+  made->region = Region::map(
+      bytes, node.number, made->team, [&] { return context.stopRequested(); }, reason);
+  if (made->region == nullptr) {
+    throw std::bad_alloc();
+  }
+  context.throwIfStopped();
+  const Region& region = *made->region;
+  tell(journal, RegionReady,
+       {context.device().name, megabytes(region.bytes()), std::to_string(made->team.size()),
+        bestKernels().name, megabytes(region.lockedBytes())});
+  for (const std::string& remark : region.remarks()) {
+    tell(journal, Remark, {context.device().name, remark});
+  }
+  for (const int cpu : made->team.refusedCpus()) {
+    tell(journal, Remark,
+         {context.device().name, "A thread could not be pinned to CPU " + std::to_string(cpu)});
+  }
+  kept = std::move(made);
+  return kept.get();
+}
+
+// --- What the engine reports
+// -----------------------------------------------------------------------
+
+std::string hexadecimal(std::uint64_t word) {
+  char text[24];
+  std::snprintf(text, sizeof(text), "0x%016llx", static_cast<unsigned long long>(word));
+  return text;
+}
+
+/** Tokens, which the client has translated as it fills the message's variables. */
+std::string tokenOf(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::ReadDisturbance:
+      return "READ_DISTURBANCE";
+    case FaultKind::FlippedContent:
+      return "FLIPPED_CONTENT";
+    case FaultKind::StuckBit:
+      return "STUCK_BIT";
+  }
+  return "";
+}
+
+class ContextObserver : public Observer {
+ public:
+  ContextObserver(TestContext& context, RunJournal& journal)
+      : mContext(context), mJournal(journal) {}
+
+  bool stopRequested() override {
+    return mContext.stopRequested() || (mFound && mContext.haltOnError());
+  }
+
+  void progress(double share) override {
+    mContext.progress(static_cast<unsigned int>(share * 100));
+  }
+
+  bool wait(std::chrono::milliseconds duration) override { return mContext.sleepFor(duration); }
+
+  void miscompare(const Miscompare& fault) override {
+    mFound = true;
+    tell(mJournal, MiscompareFound,
+         {mContext.device().name, hexadecimal(fault.virtualAddress),
+          fault.physicalAddress ? hexadecimal(*fault.physicalAddress) : std::string("UNKNOWN"),
+          hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
+          tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
+  }
+
+ private:
+  TestContext& mContext;
+  RunJournal& mJournal;
+  std::atomic<bool> mFound{false};
+};
+
+/** Proves the way from a fault to the report: flips one bit before the memory is first compared. */
+class InjectedFault : public FaultSeam {
+ public:
+  explicit InjectedFault(long offset) : mOffset(static_cast<std::size_t>(offset)) {}
+
+  void written(const Region& region, std::size_t step) override {
+    if (step == 0) {
+      region.data()[mOffset % region.bytes()] ^= std::byte{1};
+    }
+  }
+
+ private:
+  std::size_t mOffset;
+};
+
+void reportCounters(const std::string& device, const ErrorCounters& before,
+                    const ErrorCounters& after, RunJournal& journal) {
+  for (const auto& [name, count] : after.since(before)) {
+    if (count.uncorrected > 0) {
+      tell(journal, UncorrectedErrors, {device, name, std::to_string(count.uncorrected)});
+    }
+    if (count.corrected > 0) {
+      tell(journal, CorrectedErrors, {device, name, std::to_string(count.corrected)});
+    }
+  }
+}
+
+void reportResult(TestContext& context, const TestReport& report, RunJournal& journal) {
+  const std::string& device = context.device().name;
+  const double rate =
+      report.seconds > 0 ? static_cast<double>(report.bytesVerified) / report.seconds / 1e6 : 0;
+  if (report.miscompares > 0) {
+    tell(journal, MiscompareTotal,
+         {device, std::to_string(report.miscompares), megabytes(report.bytesVerified)});
+  }
+  tell(journal, MemoryVerified,
+       {device, megabytes(report.bytesVerified), std::to_string(static_cast<std::uint64_t>(rate))});
+  context.measurement("verifiedRate", rate, "MB/s");
+}
+
+// How often each test goes through the memory, and back; what it takes with it besides. In the
+// order of TestNumber.
+constexpr int walksOfTests[] = {3, 65, 65, 25, 9, 16, 180, 4, 2};
+
+}  // namespace
+
+PackageKit::Verdict NodeTest::run(TestContext& context) {
+  const std::string& device = context.device().name;
+  return Common::judged(context, device, [&](RunJournal& journal) {
+    const Node node = nodeOf(context.device());
+    const SystemFiles files = filesOf(context.device());
+    Workbench* const workbench = workbenchFor(context, node, journal);
+    if (workbench == nullptr) {
+      return;
+    }
+    const ErrorCounters before = ErrorCounters::read(files);
+    if (!before.present()) {
+      context.log(device + ": no driver counts the errors of the memory controllers");
+    }
+    std::optional<InjectedFault> injected;
+    const long offset = context.settingInteger("InjectFault", -1);
+    if (offset >= 0) {
+      injected.emplace(offset);
+    }
+    ContextObserver observer(context, journal);
+    Sweeper sweeper(*workbench->region, workbench->team, bestKernels(), observer,
+                    injected ? &*injected : nullptr);
+    const TestReport report = runTest(mNumber, sweeper, optionsOf(context));
+    reportCounters(device, before, ErrorCounters::read(files), journal);
+    if (report.miscompares == 0) {
+      context.throwIfStopped();
+    }
+    reportResult(context, report, journal);
+  });
+}
+
+Support NodeTest::supports(const Device& device, const Environment&) const {
+  const Node node = nodeOf(device);
+  if (usableCpus(node).empty()) {
+    return Support::no("this process may run on no CPU of " + device.name);
+  }
+  if (!availableBytes(filesOf(device), node)) {
+    return Support::no("the kernel does not tell how much memory is available");
+  }
+  return Support::yes();
+}
+
+int NodeTest::estimate(const Device& device, const Environment& environment) const {
+  const int test = static_cast<int>(mNumber);
+  const auto available = availableBytes(filesOf(device), nodeOf(device));
+  const std::uint64_t bytes =
+      testedBytes(available.value_or(0), limitsOf(environment.settings, test, false));
+  // By a cautious guess of what two cores verify in a second; populating costs as much as five
+  // walks.
+  constexpr double bytesPerSecond = 5e9;
+  const double walks = walksOfTests[test - 1] + 5;
+  const std::uint64_t rounds = figure(environment.settings, test, false, "Rounds", 1);
+  double seconds =
+      static_cast<double>(bytes) * walks / bytesPerSecond * static_cast<double>(rounds);
+  seconds +=
+      2 * static_cast<double>(rounds) * environment.settings.testNumber(test, "HoldSeconds", 0);
+  seconds += environment.settings.testNumber(test, "DurationSeconds", 0);
+  return static_cast<int>(seconds) + 1;
+}
+
+std::vector<Device> findNodeDevices(const Environment& environment) {
+  const std::string root = environment.settings.package("SystemRoot").value_or("/");
+  const std::string parent =
+      environment.resourceString.empty() ? "host" : environment.resourceString;
+  std::vector<Device> devices;
+  for (const Node& node : findNodes(SystemFiles(root))) {
+    Device device;
+    device.name = node.number < 0 ? "Memory" : "Memory of node " + std::to_string(node.number);
+    device.name += " (" + megabytes(node.bytes) + " MiB)";
+    device.resourceTag = parent + "/" + node.tagComponent();
+    device.disableName = node.tagComponent();
+    std::string cpus;
+    for (const int cpu : node.cpus) {
+      cpus += (cpus.empty() ? "" : ",") + std::to_string(cpu);
+    }
+    device.properties = {{"node", std::to_string(node.number)},
+                         {"cpus", cpus},
+                         {"bytes", std::to_string(node.bytes)},
+                         {"systemRoot", root}};
+    devices.push_back(std::move(device));
+  }
+  return devices;
+}
+
+}  // namespace TarvexDiags::Memory

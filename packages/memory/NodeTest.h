@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "packagekit/PackageKit.h"
+#include "packages/memory/MemoryTests.h"
+#include "packages/memory/Nodes.h"
+
+namespace TarvexDiags::Memory {
+
+/** @brief Codes of the package's events, as sections Information, Warning and Error name them. */
+enum MemoryEvent : unsigned int {
+  RegionReady = 1,        ///< device, MiB, threads, kernels, MiB locked
+  MemoryVerified = 2,     ///< device, MiB verified, MB/s
+  Remark = 3,             ///< device, what could not be had as wished
+  CorrectedErrors = 101,  ///< device, controller or module, how many
+  TooLittleMemory = 102,  ///< device, MiB available, MiB wanted at least
+  MiscompareFound = 201,  ///< device, virtual and physical address, expected, found, differing
+                          ///< bits, kind, found again, pattern
+  MiscompareTotal = 202,   ///< device, words that were wrong, MiB verified
+  UncorrectedErrors = 203  ///< device, controller or module, how many
+};
+
+/**
+ * @brief One of the tests, on the memory of one node.
+ *
+ * All tests of a pass use one region, which is mapped and populated by the first of them and lives
+ * as long as the worker process.
+ *
+ * Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
+ * it), "bytes", "systemRoot" (where /sys and /proc lie).
+ */
+class NodeTest : public PackageKit::Test {
+ public:
+  explicit NodeTest(TestNumber number) : mNumber(number) {}
+
+  PackageKit::Verdict run(PackageKit::TestContext& context) override;
+  PackageKit::Support supports(const PackageKit::Device& device,
+                               const PackageKit::Environment& environment) const override;
+  int estimate(const PackageKit::Device& device,
+               const PackageKit::Environment& environment) const override;
+
+ private:
+  TestNumber mNumber;
+};
+
+/** @brief The devices of the package. */
+std::vector<PackageKit::Device> findNodeDevices(const PackageKit::Environment& environment);
+
+}  // namespace TarvexDiags::Memory

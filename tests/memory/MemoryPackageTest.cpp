@@ -1,0 +1,220 @@
+// The package as the controller drives it, and its tests with a machine of files around them.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "packagekit/PackageTexts.h"
+#include "packagekit/ResourceTags.h"
+#include "packagekit/testing/PackageDriver.h"
+#include "packagekit/testing/RecordingContext.h"
+#include "packages/memory/NodeTest.h"
+#include "tests/support/FakeMachine.h"
+
+namespace TarvexDiags::Memory {
+namespace {
+
+using Diag::DiagnosticResult;
+using PackageKit::Testing::PackageDriver;
+using PackageKit::Testing::RecordingContext;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+const std::vector<int> allTests = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+
+class MemoryPackageTest : public ::testing::Test {
+ protected:
+  MemoryPackageTest() {
+    driver.set("Package", "QuickMaximumMegabytes", "4");
+    driver.set("Package", "MarginMegabytes", "0");
+    driver.set("Package", "MarginPercent", "0");
+    driver.set("TestID8", "QuickHoldSeconds", "0.05");
+    driver.set("TestID9", "QuickDurationSeconds", "0.05");
+    const std::string tag = driver.devices().at(0).getDevice()->getResourceTag();
+    device = tag.substr(tag.rfind('/') + 1);
+  }
+
+  PackageDriver::Run runQuick(const std::vector<int>& tests, bool haltOnError = false) {
+    PackageDriver::Options options;
+    options.quickMode = true;
+    options.haltOnError = haltOnError;
+    return driver.run(device, tests, options);
+  }
+
+  PackageDriver driver{TARVEX_PACKAGE_DIR, "memory"};
+  std::string device;
+};
+
+TEST_F(MemoryPackageTest, good_memory_passes_every_test_on_memory_that_is_mapped_once) {
+  const auto run = runQuick(allTests);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  const auto regions =
+      std::count_if(run.events.begin(), run.events.end(),
+                    [](const PackageDriver::Event& event) { return event.code == RegionReady; });
+  EXPECT_EQ(regions, 1);
+  EXPECT_EQ(run.parametersOf(RegionReady).at(1), "4");
+  EXPECT_GT(std::stod(run.measurement("verifiedRate")), 0);
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(MemoryPackageTest, injected_fault_fails_each_test_and_is_told_with_all_that_is_known) {
+  for (const int test : allTests) {
+    driver.set("TestID" + std::to_string(test), "InjectFault", "4242");
+  }
+  for (const int test : allTests) {
+    const auto run = runQuick({test});
+    EXPECT_EQ(run.verdict, DiagnosticResult::FAILED) << test;
+    EXPECT_TRUE(run.has(MiscompareTotal)) << test;
+    const std::vector<std::string> fault = run.parametersOf(MiscompareFound);
+    ASSERT_THAT(fault, SizeIs(9)) << test;
+    EXPECT_THAT(fault[1], HasSubstr("0x")) << test;
+    EXPECT_EQ(std::stoull(fault[3], nullptr, 16) ^ std::stoull(fault[4], nullptr, 16),
+              std::stoull(fault[5], nullptr, 16))
+        << test;
+    EXPECT_EQ(fault[5], "0x0000000000010000") << "bit 0 of byte 2 of its word";
+    EXPECT_EQ(fault[6], "FLIPPED_CONTENT") << test;
+  }
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(MemoryPackageTest, halt_on_error_ends_a_test_with_the_fault) {
+  driver.set("TestID9", "InjectFault", "0");
+  driver.set("TestID9", "QuickDurationSeconds", "3600");
+  EXPECT_EQ(runQuick({9}, true).verdict, DiagnosticResult::FAILED);
+}
+
+TEST_F(MemoryPackageTest, margin_that_leaves_nothing_is_a_warning_and_no_fault) {
+  driver.set("Package", "MarginPercent", "100");
+  const auto run = runQuick({2});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_TRUE(run.has(TooLittleMemory));
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(MemoryPackageTest, estimate_grows_with_the_work) {
+  PackageDriver::Options options;
+  options.estimationMode = true;
+  const int short1 = driver.run(device, {1}, options).estimatedTime;
+  EXPECT_GT(short1, 0);
+  EXPECT_GT(driver.run(device, {2}, options).estimatedTime, short1);
+  EXPECT_GE(driver.run(device, {8}, options).estimatedTime, 180);
+}
+
+TEST_F(MemoryPackageTest, nodes_have_tags_and_locks_of_their_own) {
+  Tests::FakeMachine machine;
+  for (const std::string node : {"0", "1"}) {
+    const std::string folder = "sys/devices/system/node/node" + node;
+    machine.has(folder + "/meminfo", "Node " + node + " MemTotal: 1048576 kB\n");
+    machine.has(folder + "/cpulist", node == "0" ? "0-1\n" : "60000\n");
+  }
+  machine.has("proc/meminfo", "MemTotal: 2097152 kB\nMemAvailable: 1048576 kB\n");
+  driver.set("Package", "SystemRoot", machine.path());
+  std::vector<std::string> tags;
+  for (auto& found : driver.enumerateAgain()) {
+    tags.push_back(found.getDevice()->getResourceTag());
+    EXPECT_EQ(found.getDevice()->getDeviceStatus(), 0U);
+  }
+  EXPECT_EQ(tags, (std::vector<std::string>{"host/node0", "host/node1"}));
+  EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
+  EXPECT_TRUE(driver.supports("node0", 1));
+  EXPECT_FALSE(driver.supports("node1", 1)) << "none of its CPUs may be used";
+  EXPECT_THAT(driver.logText(), HasSubstr("may run on no CPU of Memory of node 1"));
+}
+
+TEST(MemoryPackageTextsTest, texts_are_complete_in_every_language) {
+  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "memory"), IsEmpty());
+}
+
+TEST(MemoryPackageObjectTest, object_is_gone_after_its_release) {
+  const char* const file = TARVEX_PACKAGE_DIR "/libmemory.so";
+  void* const handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  ASSERT_EQ(dlclose(handle), 0);
+  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
+/** @brief Lets a memory controller count errors while the test waits. */
+class CountingContext : public RecordingContext {
+ public:
+  CountingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)
+      : RecordingContext(std::move(parameters)), mMachine(machine) {}
+
+  bool sleepFor(std::chrono::nanoseconds duration) override {
+    mMachine.has("sys/devices/system/edac/mc/mc0/ce_count", corrected + "\n");
+    mMachine.has("sys/devices/system/edac/mc/mc0/ue_count", uncorrected + "\n");
+    return RecordingContext::sleepFor(duration);
+  }
+
+  std::string corrected = "7";
+  std::string uncorrected = "0";
+
+ private:
+  Tests::FakeMachine& mMachine;
+};
+
+class MemoryCountersTest : public ::testing::Test {
+ protected:
+  MemoryCountersTest() {
+    machine.has("proc/meminfo", "MemTotal: 2048 kB\nMemAvailable: 2048 kB\n");
+    machine.has("sys/devices/system/edac/mc/mc0/ce_count", "7\n");
+    machine.has("sys/devices/system/edac/mc/mc0/ue_count", "0\n");
+    machine.has("memory.cfg", "[Package]\nMarginMegabytes=0\nMarginPercent=0\n");
+    PackageKit::TestParameters parameters;
+    parameters.testId = 8;
+    parameters.device.name = "Memory";
+    parameters.device.properties = {{"systemRoot", machine.path()}};
+    parameters.configFile = machine.path() + "/memory.cfg";
+    context = std::make_unique<CountingContext>(std::move(parameters), machine);
+  }
+
+  PackageKit::Verdict run() { return NodeTest(TestNumber::BitFade).run(*context); }
+
+  std::vector<unsigned int> codes() const {
+    std::vector<unsigned int> codes;
+    for (const RecordingContext::Event& event : context->events()) {
+      codes.push_back(event.code);
+    }
+    return codes;
+  }
+
+  Tests::FakeMachine machine;
+  std::unique_ptr<CountingContext> context;
+};
+
+TEST_F(MemoryCountersTest, counters_that_stand_still_change_nothing) {
+  EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::Passed);
+}
+
+TEST_F(MemoryCountersTest, errors_that_were_corrected_are_a_warning) {
+  context->corrected = "9";
+  EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::Unusual);
+  EXPECT_THAT(codes(), Contains(unsigned{CorrectedErrors}));
+}
+
+TEST_F(MemoryCountersTest, errors_that_could_not_be_corrected_are_a_fault) {
+  context->uncorrected = "1";
+  EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::Failed);
+  EXPECT_THAT(codes(), Contains(unsigned{UncorrectedErrors}));
+}
+
+TEST_F(MemoryCountersTest, request_to_stop_gives_no_verdict) {
+  context->requestStop();
+  EXPECT_THROW(run(), PackageKit::Stopped);
+}
+
+TEST_F(MemoryCountersTest, kernel_that_tells_nothing_makes_the_test_not_supported) {
+  machine.has("proc/meminfo", "");
+  EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::NotSupported);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Memory
