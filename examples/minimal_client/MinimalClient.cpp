@@ -1,0 +1,99 @@
+// A minimal client: finds the packages, runs every test on every device, and prints what happened.
+// Usage: minimal_client [control file [language]]
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DiagCtrl/DiagnosticController.h"
+
+using namespace TarvexDiags;
+using DiagCtrl::DiagnosticController;
+
+static DiagnosticController& controller = *DiagnosticController::getInstance();
+static std::string language = "en";
+
+static void require(DiagnosticController::errorCode code, const char* call) {
+  if (code != DiagnosticController::SUCCESS) {
+    std::fprintf(stderr, "%s returned %u\n", call, code);
+    controller.shutDown();
+    std::exit(2);
+  }
+}
+
+// Prints the text of a token, from a package's file; package 0 is the client's own message file.
+static void print(int package, std::string token, std::vector<std::string> parameters) {
+  char* text = nullptr;
+  controller.getLocalizedMessage(package, language.data(), token.data(), parameters, text);
+  const std::unique_ptr<char[]> owned(text);
+  std::puts(text != nullptr ? text : token.c_str());
+}
+
+static void print(int package, const Diag::DiagnosticEvent& event) {
+  char* token = nullptr;
+  controller.getMessageToken(package, event.getEventType(), event.getEventCode(), token);
+  const std::unique_ptr<char[]> owned(token);
+  print(package, token != nullptr ? token : "?", event.getParamVector());
+}
+
+// Takes over a vector that a call handed out, with the messages in it.
+template <class Message>
+static std::vector<std::unique_ptr<Message>> owned(std::vector<Message*>* messages) {
+  const std::unique_ptr<std::vector<Message*>> vector(messages);
+  return {vector->begin(), vector->end()};
+}
+
+int main(int argc, char** argv) {
+  language = argc > 2 ? argv[2] : language;
+  DiagCtrl::CallBackObject wake;  // lives until the controller was shut down
+  unsigned long eventId = 0, resultId = 0;
+  require(controller.initialize(argc > 1 ? argv[1] : CONTROL_FILE), "initialize");
+  require(controller.registerForDiagEvents(&wake, eventId), "registerForDiagEvents");
+  require(controller.registerForDiagResults(&wake, resultId), "registerForDiagResults");
+  require(controller.enumerateAllPackages(), "enumerateAllPackages");
+  Diag::DiagnosticSettings settings;
+  settings.setRequestedPassCount(1);
+  settings.setRunTime(600);
+  std::map<unsigned long, int> packageOf;  // the package of each request
+  DiagCtrl::DiagnosticPackage* package = nullptr;
+  for (int index = 1; controller.getDiagPackage(index, package) == controller.SUCCESS; ++index) {
+    DiagCtrl::VectorTestReqId* ids = nullptr;  // stays null if the package has no devices
+    controller.queueTest(index, settings, ids);
+    const std::unique_ptr<DiagCtrl::VectorTestReqId> ownedIds(ids);
+    for (std::size_t i = 0; ids != nullptr && i < ids->size(); ++i) {
+      packageOf[(*ids)[i]] = index;
+    }
+  }
+  // A wake-up that comes while nobody waits is lost, so one comes every quarter of a second.
+  std::jthread ticker([&](const std::stop_token& stop) {
+    for (; !stop.stop_requested(); std::this_thread::sleep_for(std::chrono::milliseconds(250))) {
+      wake.notify();
+    }
+  });
+  const char* const verdicts[] = {"PASSED", "UNUSUAL_STATUS", "FAILED"};
+  bool allPassed = !packageOf.empty();
+  for (bool isPending = true; isPending; wake.wait()) {
+    std::vector<unsigned long>* unfinished = nullptr;  // asked first: what has ended was delivered
+    require(controller.getRequestIdList(unfinished), "getRequestIdList");
+    isPending = !std::unique_ptr<std::vector<unsigned long>>(unfinished)->empty();
+    DiagCtrl::EventVector* events = nullptr;
+    DiagCtrl::ResultVector* results = nullptr;
+    require(controller.getDiagnosticEvents(static_cast<long>(eventId), events), "events");
+    require(controller.getDiagnosticResults(static_cast<long>(resultId), results), "results");
+    for (const auto& event : owned(events)) {
+      print(packageOf[event->getTestRequestId()], *event);
+    }
+    for (const auto& result : owned(results)) {
+      controller.getDiagPackage(packageOf[result->getTestRequestId()], package);
+      print(0, verdicts[result->getTestResult()], {package->getPackageName()});
+      allPassed = allPassed && result->getTestResult() == Diag::DiagnosticResult::PASSED;
+    }
+  }
+  controller.shutDown();
+  return allPassed ? EXIT_SUCCESS : EXIT_FAILURE;
+}

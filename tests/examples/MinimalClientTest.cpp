@@ -1,0 +1,82 @@
+// The example client runs against the example package, is as short as it says, and is what the
+// guide shows.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tests/support/ControlFile.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace TarvexDiags {
+namespace {
+
+using ::testing::HasSubstr;
+using TestSupport::ControlFile;
+using TestSupport::TemporaryDirectory;
+
+struct ClientRun {
+  int exitStatus = -1;
+  std::string output;
+};
+
+/** Runs the client; what it writes to either stream is its output. */
+ClientRun runClient(const std::string& arguments) {
+  ClientRun run;
+  FILE* const pipe = popen((MINIMAL_CLIENT " " + arguments + " 2>&1").c_str(), "r");
+  if (pipe == nullptr) {
+    return run;
+  }
+  std::array<char, 512> buffer{};
+  while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), pipe) != nullptr) {
+    run.output += buffer.data();
+  }
+  const int status = pclose(pipe);
+  run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+std::string textOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(std::string(TARVEX_SOURCE_DIR) + "/" + file).rdbuf();
+  EXPECT_FALSE(text.str().empty()) << file;
+  return text.str();
+}
+
+TEST(MinimalClient, runs_every_test_of_the_example_package_and_prints_the_result) {
+  const ClientRun run = runClient("");
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("Never steps back"));
+  EXPECT_THAT(run.output, HasSubstr("Clock: passed\n"));
+}
+
+TEST(MinimalClient, speaks_the_language_that_it_is_told_to) {
+  const ClientRun run = runClient("\"$(dirname " MINIMAL_CLIENT ")/control.cfg\" de");
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("Clock: bestanden\n"));
+}
+
+TEST(MinimalClient, names_the_call_that_failed) {
+  const ClientRun missing = runClient("/nonexistent/control.cfg");
+  EXPECT_EQ(missing.exitStatus, 2);
+  EXPECT_EQ(missing.output, "initialize returned 2\n");
+  const TemporaryDirectory directory;
+  const ClientRun empty = runClient(ControlFile().packDirPath(directory.path()).writeTo(directory));
+  EXPECT_EQ(empty.exitStatus, 2);
+  EXPECT_EQ(empty.output, "enumerateAllPackages returned 43\n");
+}
+
+TEST(MinimalClient, has_fewer_than_a_hundred_lines) {
+  const std::string text = textOf("examples/minimal_client/MinimalClient.cpp");
+  EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 100);
+}
+
+}  // namespace
+}  // namespace TarvexDiags
