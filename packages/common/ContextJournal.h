@@ -43,6 +43,8 @@ class ContextJournal : public RunJournal {
     return m_context.stopRequested() || (m_errors > 0 && m_context.haltOnError());
   }
 
+  bool haltsOnError() override { return m_context.haltOnError(); }
+
   /** @brief An error means failed, a warning that there is no verdict. */
   PackageKit::Verdict verdict() const {
     if (m_errors > 0) {

@@ -40,6 +40,9 @@ class RunJournal {
 
   /** @brief Whether the run shall end as soon as it can. Cheap: asked for every few transfers. */
   virtual bool stopRequested() = 0;
+
+  /** @brief Whether the run shall end at its first error instead of looking for more. */
+  virtual bool haltsOnError() { return false; }
 };
 
 /** @brief The device or this process lacks what the test needs; the text says what. No fault. */

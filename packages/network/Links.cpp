@@ -136,14 +136,16 @@ std::string whyNoDevice(const Link& link) {
   return link.up ? "" : "is switched off";
 }
 
-void judgeCounters(const Link& before, const Link& after, RunJournal& journal) {
+void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
+                   RunJournal& journal) {
   const Rises errors = withoutSums(rises(before.errors, after.errors));
   const Rises drops = rises(before.drops, after.drops);
   for (const auto& [name, by] : errors) {
     report(journal, NetworkEvent::errorsCounted, {after.name, name, std::to_string(by)});
   }
   for (const auto& [name, by] : drops) {
-    report(journal, NetworkEvent::dropsCounted, {after.name, name, std::to_string(by)});
+    report(journal, by > limits.allowedDrops ? NetworkEvent::dropsCounted : NetworkEvent::fewDrops,
+           {after.name, name, std::to_string(by)});
   }
   if (after.carrierChanges > before.carrierChanges) {
     report(journal, NetworkEvent::linkFlapped,

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -100,6 +101,13 @@ Link unused(const std::string& interface) {
   return link;
 }
 
+/** @brief Keeps the kernel's own announcements off the wire, so that the counters are the test's.
+ */
+void silenceIpv6(const std::string& interface) {
+  // The folder is that of the calling thread's namespace. Without IPv6 it is not there.
+  std::ofstream("/proc/sys/net/ipv6/conf/" + interface + "/disable_ipv6") << 1;
+}
+
 /** @brief Sets an interface's address, mask and flags, in the calling thread's namespace. */
 class InterfaceSetter {
  public:
@@ -177,6 +185,7 @@ NamespacePair::Place::Place(std::string interface, const char* address)
 }
 
 void NamespacePair::Place::setUp() const {
+  silenceIpv6(m_interface);
   InterfaceSetter setter(m_interface);
   setter.setAddress(SIOCSIFADDR, m_address);
   setter.setAddress(SIOCSIFNETMASK, netMask);

@@ -22,6 +22,7 @@ enum class NetworkEvent : unsigned int {
   streamVerified = 4,     ///< interface, bytes, rate, connections
   datagramsVerified = 5,  ///< interface, datagrams, bytes
   driver = 6,             ///< interface, driver, version, firmware, bus
+  fewDrops = 7,           ///< interface, counter, by how much it rose
 
   unusual = 100,          ///< interface, warnings: closes a test without a verdict
   slowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer

@@ -1,7 +1,10 @@
 // The package: a device for each interface, and the engines as its tests.
 
+#include <sched.h>
+
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <system_error>
 
 #include "packagekit/PackageKit.h"
@@ -157,11 +160,29 @@ DatagramOptions datagramOptions(const TestContext& context, long longest) {
   return options;
 }
 
+/**
+ * @brief Sends the datagrams on a thread that stays on one processor: the kernel has a queue for
+ * each of them, so a sender that moves overtakes itself.
+ */
+void verifyInPlace(DatagramLink& path, const DatagramOptions& options, const std::string& interface,
+                   RunJournal& journal) {
+  std::async(std::launch::async, [&] {
+    if (const int processor = sched_getcpu(); processor >= 0) {
+      Common::pinThisThread(processor);
+    }
+    verifyDatagrams(path, options, interface, journal);
+  }).get();
+}
+
 void measureRate(TestContext& context, const std::string& name, const StreamFigures& figures) {
   const double seconds = std::chrono::duration<double>(figures.elapsed).count();
   if (seconds > 0) {
     context.measurement(name, static_cast<double>(figures.bytes) / seconds / 1e6, "MB/s");
   }
+}
+
+CounterLimits counterLimits(const TestContext& context) {
+  return {static_cast<std::uint64_t>(std::max(context.settingInteger("AllowedDrops", 10), 0L))};
 }
 
 /** @brief Runs a test with the interface's counters read before and after it. */
@@ -171,7 +192,7 @@ Verdict withCounters(TestContext& context,
   return judged(context, name, [&](RunJournal& journal) {
     const Link before = readLink(name);
     engine(before, journal);
-    judgeCounters(before, readLink(name), journal);
+    judgeCounters(before, readLink(name), counterLimits(context), journal);
   });
 }
 
@@ -215,7 +236,7 @@ Verdict loopbackStream(TestContext& context) {
 Verdict loopbackDatagrams(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
     const auto path = connectDatagrams(loopbackEnd(), loopbackEnd());
-    verifyDatagrams(*path, datagramOptions(context, 4096), link.name, journal);
+    verifyInPlace(*path, datagramOptions(context, 4096), link.name, journal);
   });
 }
 
@@ -229,7 +250,7 @@ void streamBetween(TestContext& context, const NamespacePair& pair, RunJournal& 
               verifyStreams(there, options, context.property("name"), journal));
   measureRate(context, "streamRateBack", verifyStreams(back, options, second, journal));
   const auto path = connectDatagrams(pair.firstEnd(), pair.secondEnd());
-  verifyDatagrams(*path, datagramOptions(context, 1472), context.property("name"), journal);
+  verifyInPlace(*path, datagramOptions(context, 1472), context.property("name"), journal);
 }
 
 Verdict betweenInterfaces(TestContext& context) {
@@ -247,8 +268,8 @@ Verdict betweenInterfaces(TestContext& context) {
     const Link firstBefore = pair.first();
     const Link secondBefore = pair.second();
     streamBetween(context, pair, journal);
-    judgeCounters(firstBefore, pair.first(), journal);
-    judgeCounters(secondBefore, pair.second(), journal);
+    judgeCounters(firstBefore, pair.first(), counterLimits(context), journal);
+    judgeCounters(secondBefore, pair.second(), counterLimits(context), journal);
   });
 }
 

@@ -49,7 +49,8 @@ void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::s
     report(journal, StorageEvent::errorLogEntries,
            {disk, std::to_string(total), log.entries.front().text});
   } else {
-    report(journal, StorageEvent::errorLogRead, {disk, log.origin, std::to_string(total)});
+    report(journal, StorageEvent::errorLogRead,
+           {disk, log.origin, std::to_string(total + log.harmless)});
   }
 }
 

@@ -36,6 +36,7 @@ enum class SelfTestEnd { passedOrNever, running, interrupted, failed };
 
 struct ErrorLog {
   std::string origin;                  ///< where it was read, such as "NVMe error log"
+  std::uint64_t harmless = 0;          ///< entries that blame a program's request, not the disk
   std::vector<ErrorLogEntry> entries;  ///< the latest first
   SelfTestEnd selfTest = SelfTestEnd::passedOrNever;
   std::string selfTestText;

@@ -26,6 +26,15 @@ std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
   return value;
 }
 
+/** @brief Media errors and internal ones; requests that the disk does not know are no fault of it.
+ */
+bool blamesTheDisk(int status) {
+  constexpr int mediaErrors = 2;
+  const bool isMediaError = (status >> 8 & 7) == mediaErrors;
+  const int generic = status & 0x7FF;
+  return isMediaError || generic == NVME_SC_DATA_XFER_ERROR || generic == NVME_SC_INTERNAL;
+}
+
 constexpr int freezingPoint = 273;  // temperatures are told in Kelvin
 
 constexpr std::array<std::pair<unsigned int, const char*>, 6> criticalWarnings{{
@@ -65,6 +74,10 @@ ErrorLog errorLogFrom(std::span<const nvme_error_log_page> pages) {
     }
     // The lowest bit of the field is the phase tag, not part of the status.
     const auto status = static_cast<int>(page.status_field >> 1);
+    if (!blamesTheDisk(status)) {
+      ++log.harmless;
+      continue;
+    }
     log.entries.push_back(
         {1, fmt::format("error {}, queue {}, block {}: {}", page.error_count, page.sqid, page.lba,
                         nvme_status_to_string(status, false))});
@@ -124,7 +137,12 @@ ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sy
 }
 
 ErrorLog errorLogFrom(SkDisk& disk, const std::string& name, const std::filesystem::path& sysfs) {
-  ErrorLog log = kernelErrorLog(name, sysfs);
+  ErrorLog log;
+  try {
+    log = kernelErrorLog(name, sysfs);
+  } catch (const NotSupported&) {
+    log.origin = "S.M.A.R.T.";  // no counters; the last self-test can still be told
+  }
   const SkSmartParsedData* data = nullptr;
   if (sk_disk_smart_parse(&disk, &data) != 0) {
     return log;

@@ -23,8 +23,10 @@ class ReadErrors {
   /** @brief Notes a read that failed. Throws std::system_error when the disk is gone. */
   void note(const Transfer& transfer, const Completion& completion);
 
-  /** @brief Whether so much has failed that further reading tells nothing new. */
-  bool isFull() const { return m_failed.size() >= mostReads; }
+  /** @brief Whether so much has failed that further reading is of no use. */
+  bool isFull() const {
+    return m_failed.size() >= (m_journal.haltsOnError() ? std::size_t{1} : mostReads);
+  }
 
   /** @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks. */
   std::uint64_t tell();

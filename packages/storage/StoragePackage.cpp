@@ -154,6 +154,8 @@ SourceOptions sourceOptions(const TestContext& context, long blockBytes, long de
       static_cast<unsigned int>(std::clamp(context.settingInteger("Depth", depth), 1L, 256L));
   options.slotSize =
       static_cast<std::uint32_t>(std::clamp(bytes / page, 1L, largest / page) * page);
+  constexpr std::uint32_t mostMemory = std::uint32_t{256} << 20;
+  options.slots = std::min(options.slots, mostMemory / options.slotSize);
   return options;
 }
 

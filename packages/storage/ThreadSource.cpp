@@ -55,17 +55,17 @@ class ThreadSource final : public FileSource {
  public:
   ThreadSource(Common::UniqueDescriptor descriptor, const SourceOptions& options)
       : FileSource(std::move(descriptor), options) {
-    for (unsigned int count = 0; count < slots(); ++count) {
-      m_threads.emplace_back([this] { serve(); });
+    try {
+      for (unsigned int count = 0; count < slots(); ++count) {
+        m_threads.emplace_back([this] { serve(); });
+      }
+    } catch (...) {
+      endThreads();
+      throw;
     }
   }
 
-  ~ThreadSource() override {
-    m_waiting.close();
-    for (std::thread& thread : m_threads) {
-      thread.join();
-    }
-  }
+  ~ThreadSource() override { endThreads(); }
 
   void start(const Transfer& transfer) override {
     dropCached(transfer);
@@ -76,6 +76,13 @@ class ThreadSource final : public FileSource {
   Completion wait() override { return m_done.pop().value(); }
 
  private:
+  void endThreads() {
+    m_waiting.close();
+    for (std::thread& thread : m_threads) {
+      thread.join();
+    }
+  }
+
   void serve() {
     while (const std::optional<Transfer> transfer = m_waiting.pop()) {
       m_done.push(completionOf(transfer->slot, move(*transfer)));

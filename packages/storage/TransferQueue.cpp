@@ -1,7 +1,10 @@
 #include "packages/storage/TransferQueue.h"
 
 #include <cerrno>
+#include <string>
 #include <vector>
+
+#include "packages/storage/StorageEvents.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -69,6 +72,12 @@ void transferAll(BlockSource& source,
 Completion transferOne(BlockSource& source, const Transfer& transfer) {
   source.start(transfer);
   return source.wait();
+}
+
+void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk) {
+  if (source.size() < bytes) {
+    throw NotSupported(disk + " has " + std::to_string(source.size()) + " bytes, too few to test");
+  }
 }
 
 bool meansGone(int error) {

@@ -23,6 +23,9 @@ void transferAll(BlockSource& source,
 /** @brief One transfer alone; the source must have none in flight. */
 Completion transferOne(BlockSource& source, const Transfer& transfer);
 
+/** @brief Throws NotSupported when the disk is smaller than the given number of bytes. */
+void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk);
+
 /** @brief Whether the transfer moved all its bytes. */
 inline bool succeeded(const Transfer& transfer, const Completion& completion) {
   return completion.error == 0 && completion.length == transfer.length;

@@ -258,6 +258,7 @@ class WriteVerifyRun {
 
 WriteVerifyFigures writeAndVerify(BlockSource& source, const WriteVerifyOptions& options,
                                   const std::string& disk, RunJournal& journal) {
+  requireSize(source, source.blockSize(), disk);
   return WriteVerifyRun(source, options, disk, journal).run();
 }
 

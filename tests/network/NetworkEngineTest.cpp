@@ -345,10 +345,10 @@ TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
   Link after = etherLink();
   after.errors["rx_errors"] += 3;
   after.errors["rx_crc_errors"] += 3;
-  after.drops["rx_dropped"] += 1;
+  after.drops["rx_dropped"] += 3;
   after.carrierChanges += 2;
   RecordingJournal journal;
-  judgeCounters(etherLink(), after, journal);
+  judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.complaints(),
               ElementsAre(codeOf(NetworkEvent::errorsCounted), codeOf(NetworkEvent::dropsCounted),
                           codeOf(NetworkEvent::linkFlapped)));
@@ -357,11 +357,20 @@ TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::linkFlapped), ElementsAre("eth7", "2"));
 }
 
+TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
+  Link after = etherLink();
+  after.drops["rx_dropped"] += 2;
+  RecordingJournal journal;
+  judgeCounters(etherLink(), after, {2}, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::fewDrops), ElementsAre("eth7", "rx_dropped", "2"));
+}
+
 TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
   Link after = etherLink();
   after.errors["rx_errors"] += 3;
   RecordingJournal journal;
-  judgeCounters(etherLink(), after, journal);
+  judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.parametersOf(NetworkEvent::errorsCounted),
               ElementsAre("eth7", "rx_errors", "3"));
 }
@@ -370,7 +379,7 @@ TEST(NetworkCounters, ThatStoodStillOrWereSetBackAreNoFault) {
   Link after = etherLink();
   after.errors["rx_errors"] = 0;
   RecordingJournal journal;
-  judgeCounters(etherLink(), after, journal);
+  judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_EQ(journal.count(NetworkEvent::countersQuiet), 1);
 }

@@ -31,6 +31,20 @@ PackageDriver::Run runQuick(PackageDriver& driver, const std::string& device,
   return driver.run(device, tests, options);
 }
 
+/** @brief The warnings and errors of a run, for people to read when a test fails. */
+std::string complaintsOf(const PackageDriver::Run& run) {
+  std::string text;
+  for (const auto& event : run.events) {
+    if (event.type != PackageKit::EventType::INFORMATION_EVENT) {
+      text += "\n" + std::to_string(event.code);
+      for (const std::string& parameter : event.parameters) {
+        text += " " + parameter;
+      }
+    }
+  }
+  return text;
+}
+
 class NetworkPackage : public testing::Test {
  protected:
   PackageDriver driver{TARVEX_PACKAGE_DIR, "network"};
@@ -39,7 +53,7 @@ class NetworkPackage : public testing::Test {
 TEST_F(NetworkPackage, PassesOnTheLoopbackInterface) {
   driver.set("TestID4", "QuickStreamMegabytes", "64").set("TestID5", "QuickDatagrams", "2000");
   const auto run = runQuick(driver, "lo", {4, 5});
-  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << complaintsOf(run);
   EXPECT_TRUE(run.has(4));
   EXPECT_TRUE(run.has(5));
   EXPECT_GT(std::stod(run.measurement("streamRate")), 0);
@@ -113,7 +127,7 @@ TEST_F(NetworkPackagePair, PassesInFactoryMode) {
   ASSERT_TRUE(driver.supports("left", 6)) << driver.logText();
   EXPECT_FALSE(driver.supports("right", 6));
   const auto run = runQuick(driver, "left", {6});
-  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << complaintsOf(run);
   EXPECT_GT(std::stod(run.measurement("streamRateBack")), 0);
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
   EXPECT_EQ(driver.device("left").getDevice()->getDeviceStatus(), 2U) << "is back, switched off";

@@ -256,18 +256,121 @@ TEST(StorageHealth, NamesEachFaultOfAnNvmeDisk) {
   }
 }
 
+/** @brief What an ATA disk answers, as libatasmart keeps it: parts with a tag and a length each. */
+class AtaRecording {
+ public:
+  AtaRecording() {
+    m_identify[164] = 1;      // S.M.A.R.T. is there
+    m_identify[170] = 1;      // and switched on
+    attribute(9, 100, 24);    // hours on
+    attribute(194, 100, 35);  // degrees Celsius
+  }
+
+  AtaRecording& attribute(unsigned char id, unsigned char value, unsigned char raw,
+                          unsigned char threshold = 0) {
+    unsigned char* entry = m_data.data() + 2 + 12 * m_attributes;
+    entry[0] = id;
+    entry[1] = 1;  // tells of failure to come
+    entry[3] = value;
+    entry[4] = value;
+    entry[5] = raw;
+    unsigned char* limit = m_thresholds.data() + 2 + 12 * m_attributes++;
+    limit[0] = id;
+    limit[1] = threshold;
+    return *this;
+  }
+  AtaRecording& ownVerdict(bool good) {
+    m_good = good;
+    return *this;
+  }
+  AtaRecording& lastSelfTest(unsigned char status) {
+    m_data[363] = static_cast<unsigned char>(status << 4);
+    return *this;
+  }
+
+  AtaDisk disk() const {
+    std::vector<unsigned char> blob;
+    append(blob, "IDFY", m_identify);
+    append(blob, "SMST", std::array<unsigned char, 4>{0, 0, 0, m_good ? uchar{1} : uchar{0}});
+    append(blob, "SMDT", m_data);
+    append(blob, "SMTH", m_thresholds);
+    SkDisk* opened = nullptr;
+    EXPECT_EQ(sk_disk_open(nullptr, &opened), 0);
+    AtaDisk disk(opened);
+    EXPECT_EQ(sk_disk_set_blob(opened, blob.data(), blob.size()), 0);
+    return disk;
+  }
+
+ private:
+  using uchar = unsigned char;
+
+  template <std::size_t Size>
+  static void append(std::vector<uchar>& blob, const char* tag,
+                     const std::array<uchar, Size>& part) {
+    blob.insert(blob.end(), tag, tag + 4);
+    blob.insert(blob.end(), {0, 0, static_cast<uchar>(Size >> 8), static_cast<uchar>(Size & 0xFF)});
+    blob.insert(blob.end(), part.begin(), part.end());
+  }
+
+  std::array<uchar, 512> m_identify{};
+  std::array<uchar, 512> m_data{};
+  std::array<uchar, 512> m_thresholds{};
+  std::size_t m_attributes = 0;
+  bool m_good = true;
+};
+
+std::unique_ptr<RecordingJournal> judged(const AtaRecording& recording) {
+  return judged(healthFrom(*recording.disk()));
+}
+
+TEST(StorageHealth, OfASoundAtaDiskIsToldWithoutComplaint) {
+  const auto journal = judged(AtaRecording());
+  EXPECT_THAT(journal->complaints(), IsEmpty());
+  EXPECT_THAT(journal->parametersOf(StorageEvent::health),
+              ElementsAre("nvme0n1", "24", "35", "0", "0"));
+}
+
+TEST(StorageHealth, NamesEachFaultOfAnAtaDisk) {
+  EXPECT_THAT(judged(AtaRecording().ownVerdict(false))->complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::healthFailing)));
+  EXPECT_THAT(judged(AtaRecording().attribute(5, 100, 7))->parametersOf(StorageEvent::badSectors),
+              ElementsAre("nvme0n1", "7"));
+  EXPECT_THAT(judged(AtaRecording().attribute(197, 100, 3))->complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::badSectors)));
+  EXPECT_THAT(judged(AtaRecording().attribute(10, 5, 0, 20))->complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::healthFailing)));
+}
+
+TEST(StorageErrorLog, OfAnAtaDiskTellsHowItsLastSelfTestEnded) {
+  struct Case {
+    unsigned char status;
+    SelfTestEnd end;
+  };
+  for (const Case& item : {Case{0, SelfTestEnd::passedOrNever}, Case{1, SelfTestEnd::interrupted},
+                           Case{7, SelfTestEnd::failed}, Case{15, SelfTestEnd::running}}) {
+    const AtaDisk disk = AtaRecording().lastSelfTest(item.status).disk();
+    EXPECT_EQ(errorLogFrom(*disk, "sda", "/no/such/folder").selfTest, item.end)
+        << static_cast<int>(item.status);
+  }
+}
+
 TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
   std::array<nvme_error_log_page, 4> pages{};
+  pages[0].error_count = 1;
+  pages[0].status_field = 0x02 << 1;  // a program asked for what the disk does not know
   RecordingJournal clean;
   judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", clean);
   EXPECT_THAT(clean.complaints(), IsEmpty());
   EXPECT_THAT(clean.parametersOf(StorageEvent::errorLogRead),
-              ElementsAre("nvme0n1", "NVMe error log", "0"));
+              ElementsAre("nvme0n1", "NVMe error log", "1"));
 
   pages[0].error_count = 12;
   pages[0].lba = 4711;
   pages[0].status_field = 0x281 << 1;  // unrecovered read error
   pages[1].error_count = 11;
+  pages[1].status_field = 0x06 << 1;  // internal error
+  pages[2].error_count = 10;
+  pages[2].status_field = 0x02 << 1;  // a program asked for what the disk does not know
   RecordingJournal journal;
   judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", journal);
   const auto parameters = journal.parametersOf(StorageEvent::errorLogEntries);

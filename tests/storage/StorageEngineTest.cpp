@@ -352,6 +352,25 @@ TEST(StorageScan, GivesUpOnADiskThatReadsNothing) {
   EXPECT_THAT(journal.parametersOf(StorageEvent::unreadable).at(1), "0");
 }
 
+TEST(StorageScan, EndsAtTheFirstErrorWhenAskedTo) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kib)));
+  faulty.failReads(20 * block, 1).failReads(700 * block, 1);
+  RecordingJournal journal;
+  journal.halts = true;
+  EXPECT_LT(scanSequentially(faulty, {}, disk, journal).reads, 50U);
+  EXPECT_EQ(journal.parametersOf(StorageEvent::unreadable).at(1), "20");
+}
+
+TEST(StorageScan, DoesNotPassADiskWithoutBlocks) {
+  const auto empty = overFile(makeTemporaryFile(".", 512), smallSlots(4 * kib));
+  RecordingJournal journal;
+  EXPECT_THROW(scanSequentially(*empty, {}, disk, journal), NotSupported);
+  EXPECT_THROW(readRandomly(*empty, {.reads = 1}, disk, journal), NotSupported);
+  EXPECT_THROW(checkStability(*empty, {}, disk, journal), NotSupported);
+  EXPECT_THROW(findSlowBlocks(*empty, {.reads = 1}, disk, journal), NotSupported);
+  EXPECT_THROW(writeAndVerify(*empty, {}, disk, journal), NotSupported);
+}
+
 TEST(StorageScan, StopsWithinAFewReads) {
   const auto source = goodDisk(smallSlots(4 * kib));
   RecordingJournal journal;

@@ -24,6 +24,10 @@ class RecordingJournal : public RunJournal {
   void progress(unsigned int percent) override { m_progress.push_back(percent); }
   bool stopRequested() override { return m_stopAfter >= 0 && m_questions++ >= m_stopAfter; }
 
+  bool haltsOnError() override { return halts; }
+
+  bool halts = false;
+
   /** @brief From the n-th question on, a stop is requested. */
   void stopAfter(int questions) { m_stopAfter = questions; }
 
