@@ -166,6 +166,7 @@ void PassRunner::readConfiguration() {
   };
   m_limits = {};
   m_limits.start = seconds("StartTimeout", m_limits.start);
+  m_limits.exit = seconds("ExitTimeout", m_limits.exit);
   m_limits.abortGrace = seconds("AbortGrace", m_limits.abortGrace);
   m_limits.termGrace = seconds("TermGrace", m_limits.termGrace);
   m_limits.killGrace = seconds("KillGrace", m_limits.killGrace);

@@ -235,9 +235,6 @@ void WorkerSession::handle(Frame& frame) {
       return;
     case FrameType::PassEnd:
       m_end.isComplete = true;
-      if (m_stage == Stage::Running) {
-        allow(std::max(m_limits.abortGrace, 1e-3));
-      }
       return;
     case FrameType::Setup:
     case FrameType::Stop:
@@ -275,8 +272,8 @@ void WorkerSession::handleTestEnd(Frame& frame) {
   m_end.current.reset();
   ++m_end.testsEnded;
   if (m_stage == Stage::Running) {
-    // From here to the next test, or to the end, there is little to do.
-    allow(std::max(m_limits.abortGrace, 1e-3));
+    // There is little to do from here, but memory is given back slowly when there is much of it.
+    allow(m_limits.exit);
   }
   m_observer.testEnded(report);
 }

@@ -83,7 +83,7 @@ class Request {
     std::vector<DiagnosticResult::TestResult> verdicts;
     if (results) {
       for (auto* const result : *results) {
-        EXPECT_NE(result, m_result);
+        EXPECT_NE(result, m_result.load());
         EXPECT_EQ(result->getTestRequestId(), 7U);
         verdicts.push_back(result->getTestResult());
         delete result;
@@ -104,7 +104,7 @@ class Request {
   std::unique_ptr<Diag::IDiagnostics> m_diagnostics;
   Diag::DiagnosticSettings m_settings;
   std::thread m_pass;
-  DiagnosticResult* m_result = nullptr;
+  std::atomic<DiagnosticResult*> m_result{nullptr};
   std::vector<unsigned int> m_codes;
 };
 

@@ -52,8 +52,8 @@ TEST(PackageGuide, NeedsNoMoreThanSixtyLines) {
 TEST(PackageGuide, ListsEveryKeyAndEventOfTheKit) {
   const std::string guide = textOf("docs/package-guide.md");
   for (const char* const key :
-       {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "MemoryLimit",
-        "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
+       {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "ExitTimeout",
+        "MemoryLimit", "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
     EXPECT_THAT(guide, ::testing::HasSubstr(std::string("| `") + key + "`"));
   }
   std::istringstream entries(textOf("packagekit/data/kit.cfg"));

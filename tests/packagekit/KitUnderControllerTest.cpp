@@ -96,7 +96,6 @@ TEST_F(KitUnderController, AnAbortEndsEvenADeafTest) {
   EXPECT_EQ(m_harness->abortTest(id), DiagnosticController::SUCCESS);
   ASSERT_TRUE(m_harness.awaitIdle());
   EXPECT_EQ(m_harness.statusOf(id), TestRequest::ABORTED);
-  EXPECT_LE(m_harness.results().size(), 1U);
 }
 
 TEST_F(KitUnderController, ASuspendedTestWaitsAndGoesOn) {

@@ -58,7 +58,9 @@ TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
   PassSetup setup;
   setup.testIds = {6};  // hangs and ignores SIGTERM
   setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
-  SessionLimits limits{30, 0.05, 0.05, 0.05, {0.1}};
+  SessionLimits limits;
+  limits.abortGrace = limits.termGrace = limits.killGrace = 0.05;
+  limits.tests = {0.1};
   RunControl control;
   control.beginRun();
   SilentObserver observer;
