@@ -70,6 +70,18 @@ class Misbehaviour : public ::testing::Test {
   PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
 };
 
+bool tookEvents(Diag::IDiagnostics& diagnostics) {
+  const std::unique_ptr<std::vector<Diag::DiagnosticEvent*>> events(
+      diagnostics.getDiagnosticEvents());
+  if (!events) {
+    return false;
+  }
+  for (auto* const event : *events) {
+    delete event;
+  }
+  return true;
+}
+
 bool exists(pid_t process) {
   return kill(process, 0) == 0;
 }
@@ -127,7 +139,8 @@ TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
   Diag::DiagnosticSettings settings;
   settings.setTestNumberVector({6});
   std::thread pass([&] { diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
-  while (diagnostics->getDiagnosticEvents() == nullptr) {
+  while (diagnostics->getDiagnosticStatus().getStatus() != Diag::DiagnosticStatus::EXECUTING ||
+         !tookEvents(*diagnostics)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   const auto start = std::chrono::steady_clock::now();
