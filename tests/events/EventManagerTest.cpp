@@ -260,7 +260,7 @@ TYPED_TEST(EventManagerTest, a_drain_never_sees_half_a_batch) {
   constexpr std::size_t batches = 300;
   std::thread pusher([this] {
     for (std::size_t batch = 0; batch < batches; ++batch) {
-      this->push(std::vector<unsigned int>(size, 1));
+      this->push(std::vector<unsigned int>(TypeParam::batchSize, 1));
     }
   });
   std::size_t seen = 0;
