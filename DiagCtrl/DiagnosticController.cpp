@@ -11,6 +11,7 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
+#include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
@@ -78,6 +79,11 @@ DiagnosticController::DiagnosticController()
 }
 
 DiagnosticController::~DiagnosticController() {
+  if (mpEventManager == nullptr) {
+    // Events that were raised while nothing was initialised have made one; it traces, so it must
+    // not outlive the tracer.
+    delete EventManager::getInstance();
+  }
   delete mpValidator;
   delete mpDiagUtil;
   delete mpDiagCtrlStatus;

@@ -367,6 +367,19 @@ TEST(BeforeInitialize, an_event_can_be_raised_and_reaches_nobody) {
   EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
 }
 
+TEST(BeforeInitialize, what_was_raised_outlives_no_controller) {
+  {
+    ControllerHarness harness;
+    GlobalSettings::runMode mode = GlobalSettings::SERIAL;
+    EXPECT_EQ(harness->getRunMode(mode), DiagnosticController::INCORRECT_PHASE);
+  }
+  ControllerHarness next;
+  next.initialize();
+  next.registerForAll();
+  raise(DiagCtrlEvent::DISABLE_TEST);
+  EXPECT_THAT(next.ctrlEvents(), ElementsAre("DISABLE_TEST W 0"));
+}
+
 // --- Fetching
 
 class FetchingTest : public RegistrationTest {

@@ -22,7 +22,7 @@ const char* const kFiles[] = {"Clock.cpp", "clock.cfg", "en/clock.cfg"};
 
 std::string textOf(const std::string& file) {
   std::ostringstream text;
-  text << std::ifstream(std::string(TARVEX_SOURCE_DIR) + "/" + file).rdbuf();
+  text << std::ifstream(TARVEX_SOURCE_DIR "/" + file).rdbuf();
   EXPECT_FALSE(text.str().empty()) << file;
   return text.str();
 }

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "DiagCtrl/DiagnosticPackage.h"
-#include "DiagCtrl/EventManager.h"
 #include "tests/support/Eventually.h"
 
 namespace TarvexDiags::TestSupport {
@@ -87,8 +86,6 @@ ControllerHarness::~ControllerHarness() {
   }
   shutDown();
   m_callBack.reset();
-  // Made by events that were raised while the controller was not initialised, if there is one.
-  delete DiagCtrl::EventManager::getInstance();
   delete DiagnosticController::getInstance();
 }
 
