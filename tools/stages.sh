@@ -6,7 +6,7 @@ STAGES=(
   "dev:the test suite, in a build made for daily work"
   "scripts:shellcheck of the scripts"
   "format:clang-format of the sources"
-  "coverage:the test suite, with at least 95 % of the libraries' lines run"
+  "coverage:each header alone, and the test suite with at least 95 % of the libraries' lines run"
   "run:the release build and the main job"
   "tidy:clang-tidy of the sources that are shipped"
   "fuzz:the fuzzers, each for a short while"
