@@ -262,7 +262,7 @@ void Script::clearLog() {
   m_mostRunning = static_cast<int>(m_running.size());
 }
 
-void Script::enter(CallRecord record) {
+void Script::enter(CallRecord record, RunningPass* begins) {
   record.thread = std::this_thread::get_id();
   std::shared_ptr<const Hook> hook;
   {
@@ -272,6 +272,10 @@ void Script::enter(CallRecord record) {
     hook = found == m_hooks.end() ? nullptr : found->second;
     if (m_records && (m_recordsPolls || !isPoll(record.call))) {
       m_calls.push_back(record);
+    }
+    if (begins != nullptr) {
+      m_running.insert(begins);
+      m_mostRunning = std::max(m_mostRunning, static_cast<int>(m_running.size()));
     }
   }
   m_recorded.notify_all();
@@ -334,12 +338,6 @@ DiagnosticStatus Script::report(DiagnosticStatus::Status status, unsigned int pa
   report.setPassCount(m_reportedPassCount.value_or(passes));
   report.setTimeRemaining(inside ? m_timeRemaining : 0);
   return report;
-}
-
-void Script::passBegins(RunningPass& pass) {
-  m_running.insert(&pass);
-  m_mostRunning = std::max(m_mostRunning, static_cast<int>(m_running.size()));
-  m_recorded.notify_all();
 }
 
 void Script::passEnds(RunningPass& pass) {

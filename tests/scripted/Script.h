@@ -242,8 +242,8 @@ class TARVEXDIAGS_EXPORT Script {
 
   // ---- For the package ---------------------------------------------------------------------
 
-  /** Notes a call and runs its hook. */
-  void enter(CallRecord record);
+  /** Notes a call, and with it the pass that begins, if one does; then runs the call's hook. */
+  void enter(CallRecord record, RunningPass* begins = nullptr);
   std::vector<Device> devices() const;
   unsigned int deviceStatus(const std::string& device) const;
   bool supports(const std::string& device, int test) const;
@@ -261,7 +261,6 @@ class TARVEXDIAGS_EXPORT Script {
   const Habits& currentHabits() const { return m_habits; }
   Diag::DiagnosticResult::TestResult abortedVerdict() const { return m_abortedVerdict; }
   Diag::DiagnosticStatus report(Diag::DiagnosticStatus::Status status, unsigned int passes) const;
-  void passBegins(RunningPass& pass);
   void passEnds(RunningPass& pass);
 
  private:

@@ -222,7 +222,7 @@ DiagnosticResult* ScriptedDiagnostics::runDiagnostic(VirtualDevice& device,
   const bool wasAborted = begin(device, *settings);
   Inside inside(*this);
   const CallRecord run = record(Call::RunEnter);
-  m_script.enter(run);
+  m_script.enter(run, this);
   const Pass pass = m_script.passFor(run);
   if (!wasAborted) {
     perform(pass, run.device);
@@ -251,7 +251,6 @@ bool ScriptedDiagnostics::begin(VirtualDevice& device, const DiagnosticSettings&
   }
   m_inside = true;
   m_completed = m_completed && m_script.currentHabits().keepsReportingCompleted;
-  m_script.passBegins(*this);
   return mustEnd();
 }
 
