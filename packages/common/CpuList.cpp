@@ -86,11 +86,17 @@ std::vector<int> allowedCpus() {
 }
 
 bool pinThisThread(int cpu) {
-  if (cpu < 0 || cpu >= maximumCpus) {
-    return false;
-  }
+  return allowThisThread({cpu});
+}
+
+bool allowThisThread(const std::vector<int>& cpus) {
   CpuSet set(maximumCpus);
-  CPU_SET_S(static_cast<std::size_t>(cpu), set.size(), set.get());
+  for (const int cpu : cpus) {
+    if (cpu < 0 || cpu >= maximumCpus) {
+      return false;
+    }
+    CPU_SET_S(static_cast<std::size_t>(cpu), set.size(), set.get());
+  }
   return pthread_setaffinity_np(pthread_self(), set.size(), set.get()) == 0;
 }
 

@@ -15,4 +15,7 @@ std::vector<int> allowedCpus();
 /** @brief Keeps the calling thread on one CPU. @return false when the kernel refuses. */
 bool pinThisThread(int cpu);
 
+/** @brief Lets the calling thread run on these CPUs. @return false when the kernel refuses. */
+bool allowThisThread(const std::vector<int>& cpus);
+
 }  // namespace TarvexDiags::Common

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 #include "packages/processor/VectorKernels.h"
 #include "packages/processor/Verifier.h"
@@ -23,12 +24,21 @@ void store(VectorBatch& batch, std::size_t index, Scalar value) {
               sizeof(Scalar));
 }
 
+/** What an operation is computed in: narrow unsigned numbers must not become signed on the way. */
+template <typename Scalar>
+struct Promoted {
+  using Type =
+      std::conditional_t<std::is_unsigned_v<Scalar> && sizeof(Scalar) < sizeof(unsigned int),
+                         unsigned int, Scalar>;
+};
+
 #define TARVEX_ELEMENTWISE(function, name, element, type, expression)               \
   void function(VectorBatch& batch) {                                               \
+    using Operand = Promoted<type>::Type;                                           \
     for (std::size_t index = 0; index < vectorBatchBytes / sizeof(type); ++index) { \
-      const type a = elementOf<type>(batch.first, index);                           \
-      const type b = elementOf<type>(batch.second, index);                          \
-      const type c = elementOf<type>(batch.third, index);                           \
+      const Operand a = elementOf<type>(batch.first, index);                        \
+      const Operand b = elementOf<type>(batch.second, index);                       \
+      const Operand c = elementOf<type>(batch.third, index);                        \
       static_cast<void>(b);                                                         \
       static_cast<void>(c);                                                         \
       store(batch, index, static_cast<type>(expression));                           \

@@ -1,0 +1,227 @@
+#include "packages/processor/CoreTest.h"
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "packages/common/ContextJournal.h"
+#include "packages/common/CpuList.h"
+#include "packages/processor/Cores.h"
+#include "packages/processor/HealthCounters.h"
+
+namespace TarvexDiags::Processor {
+
+namespace {
+
+using Common::RunJournal;
+using Common::SystemFiles;
+using PackageKit::Device;
+using PackageKit::Environment;
+using PackageKit::Settings;
+using PackageKit::Support;
+using PackageKit::TestContext;
+
+void tell(RunJournal& journal, unsigned int code, std::vector<std::string> parameters) {
+  journal.report(Common::severityOfCode(code), code, std::move(parameters));
+}
+
+SystemFiles filesOf(const Device& device) {
+  return SystemFiles(device.property("systemRoot", "/"));
+}
+
+int coreOf(const Device& device) {
+  return std::stoi(device.property("core", "0"));
+}
+
+bool isAllowed(int core) {
+  const std::vector<int> allowed = Common::allowedCpus();
+  return std::find(allowed.begin(), allowed.end(), core) != allowed.end();
+}
+
+int partnerOf(const Device& device) {
+  return partnerOf(coreOf(device), findCores(filesOf(device)), Common::allowedCpus());
+}
+
+std::chrono::milliseconds durationOf(const Settings& settings, int test, bool quick) {
+  const double full = settings.testNumber(test, "DurationSeconds", 0);
+  const double seconds = quick ? settings.testNumber(test, "QuickDurationSeconds", full) : full;
+  return std::chrono::milliseconds(static_cast<long>(std::max(seconds, 0.0) * 1000));
+}
+
+/** Pins the test's thread to its core, and gives it back the CPUs that it had. */
+class Pinned {
+ public:
+  explicit Pinned(int core) : mBefore(Common::allowedCpus()) {
+    if (!Common::pinThisThread(core)) {
+      throw Common::NotSupported("this process may not run on core " + std::to_string(core));
+    }
+  }
+  ~Pinned() { Common::allowThisThread(mBefore); }
+  Pinned(const Pinned&) = delete;
+  Pinned& operator=(const Pinned&) = delete;
+
+ private:
+  std::vector<int> mBefore;
+};
+
+class ContextObserver : public Observer {
+ public:
+  ContextObserver(TestContext& context, RunJournal& journal)
+      : mContext(context), mJournal(journal) {}
+
+  bool stopRequested() override { return mJournal.stopRequested(); }
+  void progress(double share) override {
+    mContext.progress(static_cast<unsigned int>(share * 100));
+  }
+  void wrongResult(const WrongResult& result) override {
+    tell(mJournal, WrongResultFound,
+         {mContext.device().name, std::to_string(result.core), result.instructionClass,
+          result.operands, result.expected, result.found});
+  }
+
+ private:
+  TestContext& mContext;
+  RunJournal& mJournal;
+};
+
+/** Proves the way from a wrong result to the report: spoils one result of an instruction class. */
+class InjectedFault : public ResultSeam {
+ public:
+  explicit InjectedFault(std::string instructionClass) : mClass(std::move(instructionClass)) {}
+
+  void computed(const std::string& instructionClass, std::span<std::uint64_t> results) override {
+    if (!mDone && instructionClass == mClass && !results.empty()) {
+      results.front() ^= 1;
+      mDone = true;
+    }
+  }
+
+ private:
+  std::string mClass;
+  bool mDone = false;
+};
+
+unsigned int codeOf(Trouble trouble) {
+  switch (trouble) {
+    case Trouble::Throttling:
+      return Throttled;
+    case Trouble::Corrected:
+      return ErrorsCorrected;
+    case Trouble::MachineCheck:
+      return MachineChecks;
+  }
+  return MachineChecks;
+}
+
+void reportCounters(const std::string& device, const HealthCounters& before,
+                    const HealthCounters& after, RunJournal& journal) {
+  for (const auto& [name, count] : after.since(before)) {
+    tell(journal, codeOf(count.trouble), {device, name, std::to_string(count.value)});
+  }
+}
+
+void reportResult(TestContext& context, const TestReport& report, std::size_t classes,
+                  RunJournal& journal) {
+  const std::string& device = context.device().name;
+  const double share = report.seconds > 0 ? 100 * report.verifiedSeconds / report.seconds : 100;
+  if (report.wrongResults > 0) {
+    tell(journal, WrongResultTotal,
+         {device, std::to_string(report.wrongResults), std::to_string(report.checkedResults)});
+  }
+  tell(journal, CoreVerified,
+       {device, std::to_string(report.checkedResults), std::to_string(classes),
+        std::to_string(static_cast<int>(share))});
+  context.measurement("verifiedShare", share, "%");
+  context.measurement("verifiedTime", report.verifiedSeconds, "s");
+  context.measurement("resultsCompared", static_cast<double>(report.checkedResults));
+}
+
+void reportMissing(const std::string& device, TestNumber number, RunJournal& journal) {
+  std::string names;
+  for (const std::string& name : missingChecks(number)) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  if (!names.empty()) {
+    tell(journal, ClassesMissing, {device, names});
+  }
+}
+
+}  // namespace
+
+PackageKit::Verdict CoreTest::run(TestContext& context) {
+  const std::string& device = context.device().name;
+  return Common::judged(context, device, [&](RunJournal& journal) {
+    const int core = coreOf(context.device());
+    const int partner = partnerOf(context.device());
+    const Pinned pinned(core);
+    const SystemFiles files = filesOf(context.device());
+    const HealthCounters before = HealthCounters::read(files, core);
+    if (!before.present()) {
+      context.log(device +
+                  ": the kernel counts neither throttling nor machine checks of this core");
+    }
+    const std::optional<std::string> injected = context.setting("InjectFault");
+    InjectedFault fault(injected.value_or(""));
+    ContextObserver observer(context, journal);
+    Verifier verifier(core, partner, context.seed(), observer, injected ? &fault : nullptr);
+    const TestReport report = runTest(
+        mNumber, verifier, durationOf(context.settings(), context.testId(), context.quickMode()));
+    reportCounters(device, before, HealthCounters::read(files, core), journal);
+    if (report.wrongResults == 0) {
+      context.throwIfStopped();
+    }
+    reportMissing(device, mNumber, journal);
+    reportResult(context, report, availableChecks(mNumber).size(), journal);
+  });
+}
+
+Support CoreTest::supports(const Device& device, const Environment&) const {
+  const int core = coreOf(device);
+  if (!isAllowed(core)) {
+    return Support::no("this process may not run on core " + std::to_string(core));
+  }
+  if (availableChecks(mNumber).empty()) {
+    return Support::no("the processor has none of the instructions");
+  }
+  if (mNumber == TestNumber::Atomics && partnerOf(device) < 0) {
+    return Support::no("there is no other core to work with");
+  }
+  if (mNumber == TestNumber::SustainedLoad &&
+      !HealthCounters::read(filesOf(device), core).present()) {
+    return Support::no("the kernel counts neither throttling nor machine checks of this core");
+  }
+  return Support::yes();
+}
+
+int CoreTest::estimate(const Device&, const Environment& environment) const {
+  const auto duration = durationOf(environment.settings, static_cast<int>(mNumber), false);
+  return static_cast<int>(duration.count() / 1000) + 1;
+}
+
+std::vector<Device> findCoreDevices(const Environment& environment) {
+  const std::string root = environment.settings.package("SystemRoot").value_or("/");
+  const std::string parent =
+      environment.resourceString.empty() ? "host" : environment.resourceString;
+  std::vector<Device> devices;
+  for (const Core& core : findCores(SystemFiles(root))) {
+    const std::string component = "cpu" + std::to_string(core.number);
+    Device device;
+    device.name = "Core " + std::to_string(core.number);
+    if (!core.model.empty()) {
+      device.name += " (" + core.model + ")";
+    }
+    device.resourceTag = parent + "/" + component;
+    device.disableName = component;
+    device.properties = {{"core", std::to_string(core.number)},
+                         {"package", std::to_string(core.package)},
+                         {"physicalCore", std::to_string(core.physicalCore)},
+                         {"model", core.model},
+                         {"systemRoot", root}};
+    devices.push_back(std::move(device));
+  }
+  return devices;
+}
+
+}  // namespace TarvexDiags::Processor

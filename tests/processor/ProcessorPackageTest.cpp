@@ -1,0 +1,220 @@
+// The package as the controller drives it, and its tests with a machine of files around them.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "packagekit/PackageTexts.h"
+#include "packagekit/ResourceTags.h"
+#include "packagekit/testing/PackageDriver.h"
+#include "packagekit/testing/RecordingContext.h"
+#include "packages/common/CpuList.h"
+#include "packages/processor/CoreTest.h"
+#include "tests/support/FakeMachine.h"
+
+namespace TarvexDiags::Processor {
+namespace {
+
+using Diag::DiagnosticResult;
+using PackageKit::Testing::PackageDriver;
+using PackageKit::Testing::RecordingContext;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class ProcessorPackageTest : public ::testing::Test {
+ protected:
+  ProcessorPackageTest() { driver.set("Package", "QuickDurationSeconds", "0.02"); }
+
+  PackageDriver::Run runQuick(const std::string& core, const std::vector<int>& tests) {
+    PackageDriver::Options options;
+    options.quickMode = true;
+    return driver.run(core, tests, options);
+  }
+
+  /** A core on which this process may run. */
+  std::string anyCore() const { return "cpu" + std::to_string(Common::allowedCpus().back()); }
+
+  PackageDriver driver{TARVEX_PACKAGE_DIR, "processor"};
+};
+
+TEST_F(ProcessorPackageTest, every_core_passes_every_test_that_it_supports) {
+  for (const int core : Common::allowedCpus()) {
+    const std::string name = "cpu" + std::to_string(core);
+    std::vector<int> tests;
+    for (int test = 1; test <= 7; ++test) {
+      if (driver.supports(name, test)) {
+        tests.push_back(test);
+      }
+    }
+    ASSERT_THAT(tests, SizeIs(::testing::Ge(4U)));
+    const auto run = runQuick(name, tests);
+    EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << name;
+    EXPECT_TRUE(run.has(CoreVerified));
+    EXPECT_GT(std::stod(run.measurement("resultsCompared")), 0);
+  }
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(ProcessorPackageTest, wrong_result_fails_the_core_and_is_told_with_all_that_is_known) {
+  const std::vector<std::string> classes = {"integer multiply, high half", "double divide"};
+  for (int test = 1; test <= 2; ++test) {
+    const std::string& name = classes.at(static_cast<std::size_t>(test) - 1);
+    driver.set("TestID" + std::to_string(test), "InjectFault", name);
+    const auto run = runQuick(anyCore(), {test});
+    EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+    EXPECT_TRUE(run.has(WrongResultTotal));
+    const std::vector<std::string> fault = run.parametersOf(WrongResultFound);
+    ASSERT_THAT(fault, SizeIs(6));
+    EXPECT_EQ("cpu" + fault[1], anyCore());
+    EXPECT_EQ(fault[2], name);
+    EXPECT_THAT(fault[3], HasSubstr("0x"));
+    EXPECT_EQ(std::stoull(fault[4], nullptr, 16) ^ std::stoull(fault[5], nullptr, 16), 1U);
+  }
+  EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(ProcessorPackageTest, estimate_is_the_configured_time) {
+  PackageDriver::Options options;
+  options.estimationMode = true;
+  driver.set("TestID1", "DurationSeconds", "42");
+  EXPECT_EQ(driver.run(anyCore(), {1}, options).estimatedTime, 43);
+}
+
+TEST_F(ProcessorPackageTest, cores_have_tags_and_locks_of_their_own) {
+  Tests::FakeMachine machine;
+  machine.has("sys/devices/system/cpu/online", "0-1,60000\n");
+  machine.has("proc/cpuinfo", "processor\t: 1\nmodel name\t: Some CPU\n");
+  driver.set("Package", "SystemRoot", machine.path());
+  std::vector<std::string> tags;
+  for (auto& found : driver.enumerateAgain()) {
+    tags.push_back(found.getDevice()->getResourceTag());
+    EXPECT_EQ(found.getDevice()->getDeviceStatus(), 0U);
+  }
+  EXPECT_EQ(tags, (std::vector<std::string>{"host/cpu0", "host/cpu1", "host/cpu60000"}));
+  EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
+  EXPECT_EQ(driver.device("cpu1").getDevice()->getDeviceName(), "Core 1 (Some CPU)");
+}
+
+TEST_F(ProcessorPackageTest, what_a_core_lacks_is_not_supported_with_a_reason) {
+  Tests::FakeMachine machine;
+  const std::string core = std::to_string(Common::allowedCpus().front());
+  machine.has("sys/devices/system/cpu/online", core + ",60000\n");
+  driver.set("Package", "SystemRoot", machine.path());
+  EXPECT_FALSE(driver.supports("cpu60000", 1));
+  EXPECT_FALSE(driver.supports("cpu" + core, 5));
+  EXPECT_FALSE(driver.supports("cpu" + core, 8));
+  EXPECT_TRUE(driver.supports("cpu" + core, 1));
+  EXPECT_THAT(driver.logText(), HasSubstr("may not run on core 60000"));
+  EXPECT_THAT(driver.logText(), HasSubstr("no other core to work with"));
+  EXPECT_THAT(driver.logText(), HasSubstr("neither throttling nor machine checks"));
+}
+
+TEST(ProcessorPackageTextsTest, texts_are_complete_in_every_language) {
+  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "processor"), IsEmpty());
+}
+
+TEST(ProcessorPackageObjectTest, object_is_gone_after_its_release) {
+  const char* const file = TARVEX_PACKAGE_DIR "/libprocessor.so";
+  void* const handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  ASSERT_EQ(dlclose(handle), 0);
+  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
+/** @brief Changes a counter of the machine once the test asks whether it shall stop. */
+class HeatingContext : public RecordingContext {
+ public:
+  HeatingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)
+      : RecordingContext(std::move(parameters)), mMachine(machine) {}
+
+  bool stopRequested() const noexcept override {
+    if (!changedFile.empty()) {
+      mMachine.has(changedFile, changedText);
+    }
+    return RecordingContext::stopRequested();
+  }
+
+  std::string changedFile;
+  std::string changedText;
+
+ private:
+  Tests::FakeMachine& mMachine;
+};
+
+class ProcessorCountersTest : public ::testing::Test {
+ protected:
+  ProcessorCountersTest() {
+    machine.has(folder + "core_throttle_count", "5\n");
+    machine.has("proc/interrupts", interrupts(1, 0));
+    PackageKit::TestParameters parameters;
+    parameters.testId = 6;
+    parameters.device.name = "Core";
+    parameters.device.properties = {{"core", core}, {"systemRoot", machine.path()}};
+    parameters.configFile = machine.path() + "/none.cfg";
+    context = std::make_unique<HeatingContext>(std::move(parameters), machine);
+  }
+
+  std::string interrupts(int thresholds, int checks) const {
+    return "     CPU" + core + "\n THR: " + std::to_string(thresholds) +
+           "   Threshold\n MCE: " + std::to_string(checks) + "   Machine check exceptions\n";
+  }
+
+  PackageKit::Verdict::Kind kindWith(const std::string& file, const std::string& text) {
+    context->changedFile = file;
+    context->changedText = text;
+    return CoreTest(TestNumber::Loads).run(*context).kind();
+  }
+
+  bool told(unsigned int code) const {
+    for (const RecordingContext::Event& event : context->events()) {
+      if (event.code == code) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  const std::string core = std::to_string(Common::allowedCpus().front());
+  const std::string folder = "sys/devices/system/cpu/cpu" + core + "/thermal_throttle/";
+  Tests::FakeMachine machine;
+  std::unique_ptr<HeatingContext> context;
+};
+
+TEST_F(ProcessorCountersTest, counters_that_stand_still_change_nothing) {
+  EXPECT_EQ(kindWith("", ""), PackageKit::Verdict::Kind::Passed);
+}
+
+TEST_F(ProcessorCountersTest, throttling_is_a_warning) {
+  EXPECT_EQ(kindWith(folder + "core_throttle_count", "6\n"), PackageKit::Verdict::Kind::Unusual);
+  EXPECT_TRUE(told(Throttled));
+}
+
+TEST_F(ProcessorCountersTest, corrected_errors_are_a_warning) {
+  EXPECT_EQ(kindWith("proc/interrupts", interrupts(2, 0)), PackageKit::Verdict::Kind::Unusual);
+  EXPECT_TRUE(told(ErrorsCorrected));
+}
+
+TEST_F(ProcessorCountersTest, machine_checks_are_a_fault) {
+  EXPECT_EQ(kindWith("proc/interrupts", interrupts(1, 1)), PackageKit::Verdict::Kind::Failed);
+  EXPECT_TRUE(told(MachineChecks));
+}
+
+TEST_F(ProcessorCountersTest, thread_has_its_cpus_back_after_the_test) {
+  const std::vector<int> before = Common::allowedCpus();
+  kindWith("", "");
+  EXPECT_EQ(Common::allowedCpus(), before);
+}
+
+TEST_F(ProcessorCountersTest, request_to_stop_gives_no_verdict) {
+  context->requestStop();
+  EXPECT_THROW(kindWith("", ""), PackageKit::Stopped);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Processor
