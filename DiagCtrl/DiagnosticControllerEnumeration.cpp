@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,13 +65,13 @@ std::string textOf(const char* apcText) {
   return apcText != nullptr ? apcText : "";
 }
 
-/// The base name of a package's configuration file; empty if the file is none.
-std::string baseNameOf(const std::string& arFileName) {
+/// The base name of a package's configuration file; none if the file is none.
+std::optional<std::string> baseNameOf(const std::string& arFileName) {
   const std::string extension = C::mSconpcIni;
   const std::size_t position = arFileName.rfind(extension);
   const bool isAtEnd =
       position != std::string::npos && position + extension.size() == arFileName.size();
-  return isAtEnd ? arFileName.substr(0, position) : std::string();
+  return isAtEnd ? std::optional(arFileName.substr(0, position)) : std::nullopt;
 }
 
 std::string libraryOf(const std::string& arBaseName) {
@@ -159,10 +160,10 @@ void DiagnosticController::readDirectory(char* apcDirPath) {
                                      "DiagnosticController::readDirectory");
   }
   for (int i = count - 1; i >= 0; --i) {
-    const std::string baseName = baseNameOf(entries[i]->d_name);
-    if (!baseName.empty() &&
-        canBeRead(std::string(apcDirPath) + C::mSconpcDoubleSlash + libraryOf(baseName))) {
-      mvPackageNameVector.push_back(baseName);
+    const auto baseName = baseNameOf(entries[i]->d_name);
+    if (baseName.has_value() &&
+        canBeRead(std::string(apcDirPath) + C::mSconpcDoubleSlash + libraryOf(*baseName))) {
+      mvPackageNameVector.push_back(*baseName);
     }
     std::free(entries[i]);
   }

@@ -138,6 +138,13 @@ TEST_F(EnumerationTest, the_last_extension_alone_makes_a_name_one_of_a_package) 
   EXPECT_THAT(harness.catalogue(), ElementsAre("ALPHA", "B.cfg"));
 }
 
+TEST_F(EnumerationTest, a_name_of_nothing_but_the_extension_is_one_of_a_package_too) {
+  harness.addPackage("");
+  harness.addPackage("ALPHA");
+  harness.start();
+  EXPECT_THAT(harness.catalogue(), ElementsAre("", "ALPHA"));
+}
+
 TEST_F(EnumerationTest, a_description_without_a_library_that_can_be_read_is_passed_over) {
   harness.addPackage("ALPHA");
   harness.addPackage("BETA");

@@ -415,14 +415,14 @@ TEST_F(QueueingTest, tests_run_in_the_order_of_the_vector_which_the_client_may_c
   unsigned long id = 0;
   ASSERT_EQ(controller().queueTest(1, 1, wanted, settings, id), SUCCESS);
   wanted.clear();
-  ASSERT_TRUE(alpha.awaitRunning(1));
+  ASSERT_TRUE(alpha.awaitCalls(Call::RunEnter));
   EXPECT_THAT(alpha.calls(Call::RunEnter)[0].tests, ElementsAre(3, 1, 3));
 }
 
 TEST_F(QueueingTest, without_tests_all_that_are_enabled_run_on_the_device) {
   start();
   harness.queueAllTests("ALPHA", 2);
-  ASSERT_TRUE(alpha.awaitRunning(1));
+  ASSERT_TRUE(alpha.awaitCalls(Call::RunEnter));
   EXPECT_THAT(alpha.calls(Call::RunEnter)[0].tests, ElementsAre(1, 2, 3));
   EXPECT_EQ(alpha.calls(Call::RunEnter)[0].device, "ALPHA-2");
 }
