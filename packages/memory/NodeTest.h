@@ -11,13 +11,13 @@ namespace TarvexDiags::Memory {
 
 /** @brief Codes of the package's events, as sections Information, Warning and Error name them. */
 enum MemoryEvent : unsigned int {
-  RegionReady = 1,        ///< device, MiB, threads, kernels, MiB locked
-  MemoryVerified = 2,     ///< device, MiB verified, MB/s
-  Remark = 3,             ///< device, what could not be had as wished
-  CorrectedErrors = 101,  ///< device, controller or module, how many
-  TooLittleMemory = 102,  ///< device, MiB available, MiB wanted at least
-  MiscompareFound = 201,  ///< device, virtual and physical address, expected, found, differing
-                          ///< bits, kind, found again, pattern
+  RegionReady = 1,         ///< device, MiB, threads, kernels, MiB locked
+  MemoryVerified = 2,      ///< device, MiB verified, MB/s
+  Remark = 3,              ///< device, what could not be had as wished
+  CorrectedErrors = 101,   ///< device, controller or module, how many
+  TooLittleMemory = 102,   ///< device, MiB available, MiB wanted at least
+  MiscompareFound = 201,   ///< device, virtual and physical address, expected, found, differing
+                           ///< bits, kind, found again, pattern
   MiscompareTotal = 202,   ///< device, words that were wrong, MiB verified
   UncorrectedErrors = 203  ///< device, controller or module, how many
 };
