@@ -374,6 +374,7 @@ void ScriptedDiagnostics::abortDiagnostic() {
   m_script.enter(record(Call::Abort));
   const Lock lock(m_script.mutex());
   m_aborted = true;
+  m_suspended = false;  // also a pass that will go on all the same
   m_script.changed().notify_all();
 }
 
