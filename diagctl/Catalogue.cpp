@@ -120,6 +120,19 @@ PairState PackageItem::stateOf(const DeviceItem& device, const TestItem& test) c
   return entry != pairs.end() ? entry->second : PairState::unsupported;
 }
 
+std::string PackageItem::describe(const DeviceItem& device, const TestItem& test) const {
+  const auto reason = reasons.find({device.id, test.id});
+  switch (stateOf(device, test)) {
+    case PairState::enabled:
+      return "enabled";
+    case PairState::disabled:
+      return "disabled by the package's configuration";
+    case PairState::unsupported:
+      break;
+  }
+  return reason != reasons.end() ? "not supported: " + reason->second : "not supported";
+}
+
 std::size_t Catalogue::numberOfDevices() const {
   return std::accumulate(
       packages.begin(), packages.end(), std::size_t{0},
@@ -132,6 +145,10 @@ Catalogue readCatalogue(Controller& controller, const std::string& language) {
   int count = 0;
   require(controller.getNumberOfDiagPackages(count), "counting the packages");
   for (int index = 1; index <= count; ++index) {
+    DiagCtrl::DiagnosticPackage* package = nullptr;
+    if (controller.getDiagPackage(index, package) == Controller::OBJECT_NOT_FOUND) {
+      continue;  // lost when it was enumerated again
+    }
     catalogue.packages.push_back(readPackage(controller, texts, index));
   }
   catalogue.disabledPackages = readDisabledPackages(controller);

@@ -41,9 +41,12 @@ struct PackageItem {
   std::vector<TestItem> tests;
   std::vector<DeviceItem> devices;
   std::vector<int> withdrawnTests;  ///< withdrawn for this machine or operating system
-  std::map<std::pair<unsigned int, int>, PairState> pairs;  ///< by device and test
+  std::map<std::pair<unsigned int, int>, PairState> pairs;      ///< by device and test
+  std::map<std::pair<unsigned int, int>, std::string> reasons;  ///< why not supported, if known
 
   PairState stateOf(const DeviceItem& device, const TestItem& test) const;
+  /// What the state of a pair means, for people: "not supported: there is no such sensor".
+  std::string describe(const DeviceItem& device, const TestItem& test) const;
 };
 
 /// What an enumeration found, copied, so that it can be looked at without the controller.

@@ -90,21 +90,33 @@ std::string Configuration::origin() const {
   return isEmbedded() ? "the built-in configuration for the bundled packages" : m_path;
 }
 
-fs::path bundledPackages() {
+namespace {
+
+// Beside the program's directory in a build tree, under lib in an installed one.
+fs::path besideProgram(const char* group) {
   std::error_code failure;
   const fs::path program = fs::read_symlink("/proc/self/exe", failure);
   if (failure) {
     return {};
   }
-  const fs::path directory = program.parent_path();
-  for (const char* relative : {"../packages", "../lib/tarvexdiags/packages",
-                               "../" TARVEX_LIBDIR "/tarvexdiags/packages"}) {
-    fs::path candidate = fs::weakly_canonical(directory / relative, failure);
-    if (!failure && isThere(candidate)) {
+  const fs::path above = program.parent_path().parent_path();
+  for (const fs::path& candidate : {above / group, above / "lib/tarvexdiags" / group,
+                                    above / TARVEX_LIBDIR / "tarvexdiags" / group}) {
+    if (isThere(candidate)) {
       return candidate;
     }
   }
   return {};
+}
+
+}  // namespace
+
+fs::path bundledPackages() {
+  return besideProgram("packages");
+}
+
+fs::path selfTestPackages() {
+  return besideProgram("selftest");
 }
 
 std::string embeddedControlFile(const fs::path& packages, const fs::path& logs) {

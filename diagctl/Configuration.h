@@ -11,10 +11,13 @@ namespace TarvexDiags::DiagCtl {
 /// /etc/tarvexdiags/control.cfg, else one made for the packages that come with the program.
 class Configuration {
  public:
-  /// @param named the file of --config. @param serial run mode of a file that is made.
+  /// @param named the file of --config.
   /// @throws std::runtime_error if no packages are found for a file that is made, or it cannot be
   ///   written.
   static Configuration find(const std::optional<std::string>& named);
+
+  /// Makes one for a directory of packages; its logs go with it.
+  static Configuration make(const std::filesystem::path& packages);
 
   /// Removes a file that was made.
   ~Configuration();
@@ -30,7 +33,6 @@ class Configuration {
 
  private:
   explicit Configuration(std::string path) : m_path(std::move(path)) {}
-  static Configuration make(const std::filesystem::path& packages);
 
   std::string m_path;
   std::filesystem::path m_madeDirectory;
@@ -39,6 +41,9 @@ class Configuration {
 /// The directory of the packages that come with the program, found from where the program lies:
 /// beside it in a build tree, under lib in an installed one. Empty if there is none.
 std::filesystem::path bundledPackages();
+
+/// The directory of the package for the self-test, beside that of the bundled packages.
+std::filesystem::path selfTestPackages();
 
 /// The text of the control file that is made when there is none.
 std::string embeddedControlFile(const std::filesystem::path& packages,

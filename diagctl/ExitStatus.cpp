@@ -2,18 +2,19 @@
 
 namespace TarvexDiags::DiagCtl {
 
-int exitCodeOf(const RunSummary& summary, std::size_t failedPackages, bool missingDevices,
-               bool strict) {
-  if (summary.failed > 0 || missingDevices) {
+int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
+  if (summary.failed > 0) {
     return ExitCode::hardwareFailure;
   }
-  if (summary.troubled > 0 || failedPackages > 0 || (strict && summary.warned > 0)) {
+  if (summary.troubled > 0 || summary.aborted > 0 || conditions.failedPackages > 0) {
     return ExitCode::noVerdict;
   }
   if (summary.ran() == 0) {
     return ExitCode::nothingRan;
   }
-  return ExitCode::passed;
+  const bool isSpoilt =
+      conditions.hasUnmatchedPattern || (conditions.isStrict && summary.warned > 0);
+  return isSpoilt ? ExitCode::noVerdict : ExitCode::passed;
 }
 
 int translate(int code, const RunSummary& summary, ExitStyle style) {

@@ -20,10 +20,14 @@ inline constexpr int usage = 64;
 inline constexpr int signalBase = 128;
 }  // namespace ExitCode
 
-/// @param failedPackages packages that could not be loaded. @param strict warnings count as no
-///   verdict. @param missingDevices fewer devices than expected: a hardware failure.
-int exitCodeOf(const RunSummary& summary, std::size_t failedPackages, bool missingDevices,
-               bool strict);
+/// What spoils a run beside its tests.
+struct RunConditions {
+  std::size_t failedPackages = 0;    ///< packages that could not be loaded: no verdict on theirs
+  bool hasUnmatchedPattern = false;  ///< something that was asked for does not exist
+  bool isStrict = false;             ///< a warning counts as no verdict
+};
+
+int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
 
 /// The same outcome in another style.
 int translate(int code, const RunSummary& summary, ExitStyle style);

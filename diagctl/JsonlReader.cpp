@@ -91,6 +91,21 @@ RunStarted toRunStarted(const Json& content) {
   return start;
 }
 
+/// A message and what to do about it, which the log writes on a line of its own.
+struct Advice {
+  std::string message;
+  std::string action;
+};
+
+Advice adviceOf(const std::string& text) {
+  const std::string mark = "\n-> ";
+  const std::size_t position = text.rfind(mark);
+  if (position == std::string::npos) {
+    return {text, ""};
+  }
+  return {text.substr(0, position), text.substr(position + mark.size())};
+}
+
 // "package: test on device", as the log writes it.
 StepStarted toStepStarted(const std::string& stepId, const std::string& name) {
   StepStarted started;
@@ -113,7 +128,8 @@ StepDiagnosis toStepDiagnosis(const std::string& stepId, const Json& content) {
   diagnosis.verdict = verdictOf(content);
   diagnosis.symptom = textOf(content, "verdict");
   diagnosis.hardwareId = textOf(content, "hardwareInfoId");
-  const std::string message = textOf(content, "message");
+  const auto [message, action] = adviceOf(textOf(content, "message"));
+  diagnosis.action = action;
   const std::size_t colon = message.find(": ");
   if (message.rfind("pass ", 0) == 0) {
     diagnosis.pass = static_cast<int>(std::strtol(message.c_str() + 5, nullptr, 10));
@@ -152,11 +168,13 @@ std::optional<RunEventBody> toStepEvent(const Json& artifact) {
   }
   if (artifact.contains("error")) {
     const Json& content = artifact["error"];
-    return StepTrouble{stepId, content.at("symptom"), textOf(content, "message"), ""};
+    const Advice advice = adviceOf(textOf(content, "message"));
+    return StepTrouble{stepId, content.at("symptom"), advice.message, advice.action};
   }
   if (artifact.contains("log")) {
     const Json& content = artifact["log"];
-    return StepMessage{stepId, severityOf(content), content.at("message"), ""};
+    const Advice advice = adviceOf(content.at("message"));
+    return StepMessage{stepId, severityOf(content), advice.message, advice.action};
   }
   if (artifact.contains("measurement")) {
     return toStepMeasurement(stepId, artifact["measurement"]);

@@ -61,8 +61,11 @@ const char* toText(Verdict verdict) {
   return "UNKNOWN";
 }
 
+// Its own line, by which a reader of the log finds it again.
+constexpr const char* actionMark = "\n-> ";
+
 std::string withAction(const std::string& message, const std::string& action) {
-  return action.empty() ? message : message + " " + action;
+  return action.empty() ? message : message + actionMark + action;
 }
 
 // Optional fields are left out and never null.

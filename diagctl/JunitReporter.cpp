@@ -70,7 +70,7 @@ std::map<std::string, Suite> suitesOf(const RunRecord& record) {
     suite.seconds += step->seconds();
     suite.failures += step->outcome() == StepRecord::Outcome::failed ? 1 : 0;
     suite.errors += step->outcome() == StepRecord::Outcome::trouble ? 1 : 0;
-    suite.skipped += step->outcome() == StepRecord::Outcome::aborted ? 1 : 0;
+    suite.skipped += step->outcome() == StepRecord::Outcome::skipped ? 1 : 0;
   }
   return suites;
 }
@@ -90,8 +90,8 @@ void writeCase(std::ostream& out, const StepRecord& step) {
       fmt::print(out, R"(<error type="{}" message="{}">{}</error>)", escape(step.symptom), head,
                  escape(text));
       break;
-    case StepRecord::Outcome::aborted:
-      out << R"(<skipped message="aborted"/>)";
+    case StepRecord::Outcome::skipped:
+      fmt::print(out, R"(<skipped message="{}"/>)", head);
       break;
     case StepRecord::Outcome::warning:
       fmt::print(out, "<system-out>{}</system-out>", escape(text));

@@ -17,7 +17,9 @@ constexpr std::array<const char*, 15> symptoms = {
     "worker-not-started", "protocol-broken", "worker-killed",     "worker-unkillable",
     "device-refused",     "test-unknown",    "open-mode-refused",
 };
-constexpr unsigned int firstBookkeeping = 9060;
+constexpr unsigned int notPossible = 9040;
+constexpr unsigned int aborted = 9042;
+constexpr unsigned int firstBookkeeping = 9061;
 constexpr unsigned int lastBookkeeping = 9063;
 constexpr unsigned int measurement = 9062;
 constexpr std::size_t measurementParameters = 6;
@@ -39,6 +41,15 @@ bool isMeasurement(const DiagnosticEvent& event) {
 bool isBookkeeping(const DiagnosticEvent& event) {
   return event.getEventType() == DiagnosticEvent::INFORMATION_EVENT &&
          event.getEventCode() >= firstBookkeeping && event.getEventCode() <= lastBookkeeping;
+}
+
+bool isNotPossible(const DiagnosticEvent& event) {
+  return event.getEventType() == DiagnosticEvent::WARNING_EVENT &&
+         event.getEventCode() == notPossible;
+}
+
+bool isAbort(const DiagnosticEvent& event) {
+  return event.getEventType() == DiagnosticEvent::WARNING_EVENT && event.getEventCode() == aborted;
 }
 
 std::string symptomOf(const DiagnosticEvent& event) {

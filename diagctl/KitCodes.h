@@ -15,8 +15,12 @@ namespace KitCodes {
 bool isTrouble(const Diag::DiagnosticEvent& event);
 /// A figure: parameters test number, test name, tag, name, value, unit.
 bool isMeasurement(const Diag::DiagnosticEvent& event);
-/// Starts and ends of tests and their progress, which a report has by other means.
+/// Ends of tests and their progress, which a report has by other means.
 bool isBookkeeping(const Diag::DiagnosticEvent& event);
+/// The test turned out not to be possible on its device.
+bool isNotPossible(const Diag::DiagnosticEvent& event);
+/// The test was ended by its client.
+bool isAbort(const Diag::DiagnosticEvent& event);
 /// A short identifier for a kind of trouble.
 std::string symptomOf(const Diag::DiagnosticEvent& event);
 /// A number where the text is one.

@@ -3,24 +3,12 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <algorithm>
+#include <map>
 #include <string>
 
 namespace TarvexDiags::DiagCtl {
 
 namespace {
-
-const char* toText(PairState state) {
-  switch (state) {
-    case PairState::enabled:
-      return "enabled";
-    case PairState::disabled:
-      return "disabled by the package's configuration";
-    case PairState::unsupported:
-      break;
-  }
-  return "not supported on this device";
-}
 
 std::string statusOf(const DeviceItem& device) {
   return device.statusText.empty() ? fmt::format("status {}", device.status) : device.statusText;
@@ -40,8 +28,7 @@ void showDevice(std::ostream& out, const PackageItem& package, const DeviceItem&
   fmt::print(out, "device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.name, device.name,
              device.tag, statusOf(device));
   for (const TestItem& test : package.tests) {
-    fmt::print(out, "  test {} {}: {}\n", test.id, test.name,
-               toText(package.stateOf(device, test)));
+    fmt::print(out, "  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
   }
 }
 
@@ -54,18 +41,19 @@ void showTest(std::ostream& out, const PackageItem& package, const TestItem& tes
     fmt::print(out, "  takes about {} s\n", test.estimatedTime);
   }
   for (const DeviceItem& device : package.devices) {
-    fmt::print(out, "  on {}: {}\n", device.name, toText(package.stateOf(device, test)));
+    fmt::print(out, "  on {}: {}\n", device.name, package.describe(device, test));
   }
 }
 
-std::string devicesIn(const PackageItem& package, const TestItem& test, PairState state) {
-  std::string names;
+/// The devices of a test by what it is there: enabled, disabled, or not supported for a reason.
+std::map<std::string, std::string> devicesByState(const PackageItem& package,
+                                                  const TestItem& test) {
+  std::map<std::string, std::string> devices;
   for (const DeviceItem& device : package.devices) {
-    if (package.stateOf(device, test) == state) {
-      names += (names.empty() ? "" : ", ") + device.name;
-    }
+    std::string& names = devices[package.describe(device, test)];
+    names += (names.empty() ? "" : ", ") + device.name;
   }
-  return names;
+  return devices;
 }
 
 }  // namespace
@@ -94,12 +82,8 @@ void listTests(std::ostream& out, const Catalogue& catalogue) {
   for (const PackageItem& package : catalogue.packages) {
     for (const TestItem& test : package.tests) {
       fmt::print(out, "{:<12} {:>3}  {}\n", package.mnemonic, test.id, test.name);
-      for (const PairState state :
-           {PairState::enabled, PairState::disabled, PairState::unsupported}) {
-        const std::string names = devicesIn(package, test, state);
-        if (!names.empty()) {
-          fmt::print(out, "                   {}: {}\n", toText(state), names);
-        }
+      for (const auto& [state, names] : devicesByState(package, test)) {
+        fmt::print(out, "                   {}: {}\n", state, names);
       }
     }
     for (const int test : package.withdrawnTests) {
@@ -134,9 +118,10 @@ bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& 
 
 void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs) {
   for (const SelectedPair& pair : pairs) {
-    fmt::print(out, "{:<5} {}: {} on {}{}\n", pair.state == PairState::enabled ? "run" : "skip",
-               pair.package->name, pair.test->name, pair.device->name,
-               pair.state == PairState::enabled ? "" : fmt::format(" ({})", toText(pair.state)));
+    const bool isRun = pair.state == PairState::enabled;
+    fmt::print(out, "{:<5} {}: {} on {}{}\n", isRun ? "run" : "skip", pair.package->name,
+               pair.test->name, pair.device->name,
+               isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");
   }
 }
 

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
-#include <stdexcept>
 #include <system_error>
 
 #include "diagctl/JsonlReporter.h"
 #include "diagctl/JunitReporter.h"
+#include "diagctl/SummaryReporter.h"
 #include "diagctl/TapReporter.h"
 #include "diagctl/TextReporter.h"
 
@@ -25,20 +25,60 @@ namespace {
 
 }  // namespace
 
+namespace {
+
 bool isFormat(const std::string& name) {
   return name == "text" || name == "jsonl" || name == "junit" || name == "tap";
 }
 
-std::unique_ptr<Output> Output::toFile(const std::string& specification) {
-  const std::size_t separator = specification.find('=');
-  if (separator == std::string::npos || !isFormat(specification.substr(0, separator)) ||
-      separator + 1 == specification.size()) {
-    throw std::invalid_argument(fmt::format(
-        "--output {}: expected FORMAT=FILE with text, jsonl, junit or tap", specification));
+struct Specification {
+  std::string format;
+  std::string path;
+
+  bool isStandardOutput() const { return path == "-"; }
+};
+
+Specification parse(const std::string& text) {
+  const std::size_t separator = text.find('=');
+  if (separator == std::string::npos) {
+    return {};
   }
-  const std::string format = specification.substr(0, separator);
+  return {text.substr(0, separator), text.substr(separator + 1)};
+}
+
+}  // namespace
+
+std::string findFault(const std::vector<std::string>& specifications) {
+  int standardOutputs = 0;
+  for (const std::string& text : specifications) {
+    const Specification parsed = parse(text);
+    if (!isFormat(parsed.format) || parsed.path.empty()) {
+      return fmt::format("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
+    }
+    standardOutputs += parsed.isStandardOutput() ? 1 : 0;
+  }
+  return standardOutputs > 1 ? "standard output takes one format" : "";
+}
+
+std::vector<std::unique_ptr<Output>> openOutputs(const std::vector<std::string>& specifications,
+                                                 const std::string& format, bool colour) {
+  std::vector<std::unique_ptr<Output>> outputs;
+  std::string standardFormat = format;
+  for (const std::string& text : specifications) {
+    const Specification parsed = parse(text);
+    if (parsed.isStandardOutput()) {
+      standardFormat = parsed.format;
+    } else {
+      outputs.push_back(Output::toFile(parsed.format, parsed.path));
+    }
+  }
+  outputs.push_back(Output::toStandardOutput(standardFormat, colour));
+  return outputs;
+}
+
+std::unique_ptr<Output> Output::toFile(const std::string& format, const std::string& path) {
   std::unique_ptr<Output> output(new Output);
-  output->m_path = specification.substr(separator + 1);
+  output->m_path = path;
   output->m_name = output->m_path;
   const bool isLog = format == "jsonl";
   // A device such as /dev/full has no neighbour to be renamed.
@@ -78,6 +118,8 @@ void Output::makeReporter(const std::string& format, bool colour) {
     m_reporter = std::make_unique<JsonlReporter>(*m_out);
   } else if (format == "junit") {
     m_reporter = std::make_unique<JunitReporter>(*m_out);
+  } else if (format == summaryFormat) {
+    m_reporter = std::make_unique<SummaryReporter>(*m_out);
   } else if (format == "tap") {
     m_reporter = std::make_unique<TapReporter>(*m_out);
   } else {

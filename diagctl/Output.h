@@ -10,13 +10,15 @@
 
 namespace TarvexDiags::DiagCtl {
 
+/// Closes the run's text for a monitor; no choice of the option for formats.
+inline constexpr const char* summaryFormat = "summary";
+
 /// Where one format of a report goes. A log (jsonl) is appended to as it happens; every other
 /// format is written beside its file and renamed at the end, so that a file is never half-written.
 class Output {
  public:
-  /// @param specification "FORMAT=FILE". @throws std::invalid_argument for anything else,
-  ///   std::system_error if the file cannot be opened.
-  static std::unique_ptr<Output> toFile(const std::string& specification);
+  /// @throws std::system_error if the file cannot be opened.
+  static std::unique_ptr<Output> toFile(const std::string& format, const std::string& path);
   static std::unique_ptr<Output> toStandardOutput(const std::string& format, bool colour);
 
   Output(const Output&) = delete;
@@ -40,7 +42,12 @@ class Output {
   std::unique_ptr<Reporter> m_reporter;
 };
 
-/// Whether this names a format.
-bool isFormat(const std::string& name);
+/// What is wrong with "FORMAT=FILE" specifications, for people; empty for nothing. FILE may be "-"
+/// for standard output, which takes one format.
+std::string findFault(const std::vector<std::string>& specifications);
+
+/// Opens them all, and standard output in the given format unless one of them names it.
+std::vector<std::unique_ptr<Output>> openOutputs(const std::vector<std::string>& specifications,
+                                                 const std::string& format, bool colour);
 
 }  // namespace TarvexDiags::DiagCtl

@@ -42,13 +42,11 @@ std::size_t columnsOf(int descriptor) {
 
 }  // namespace
 
-Progress::Progress(std::ostream& out, bool isTerminal, bool colour, std::size_t total)
-    : m_out(out), m_isTerminal(isTerminal), m_colour(colour), m_total(total) {}
+Progress::Progress(std::ostream& out, bool isTerminal, std::size_t total)
+    : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
 
 unsigned long Progress::firstRunning() const {
-  const auto running = std::find_if(m_steps.begin(), m_steps.end(),
-                                    [](const auto& entry) { return entry.second.hasBegun; });
-  return running != m_steps.end() ? running->first : 0;
+  return m_steps.empty() ? 0 : m_steps.begin()->first;
 }
 
 void Progress::handle(const RunEvent& event) {
@@ -56,17 +54,15 @@ void Progress::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
     m_begin = event.time;
   } else if (const auto* started = std::get_if<StepStarted>(&event.body)) {
-    m_steps[numberOf(started->stepId)].start = *started;
+    Step& step = m_steps[numberOf(started->stepId)];
+    step.start = *started;
+    step.begin = event.time;
+    if (!m_isTerminal) {
+      fmt::print(m_out, "running  {}: {} on {}\n", started->package, started->test,
+                 started->device);
+    }
   } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
     Step& step = m_steps[numberOf(progress->stepId)];
-    if (!step.hasBegun) {
-      step.hasBegun = true;
-      step.begin = event.time;
-      if (!m_isTerminal) {
-        fmt::print(m_out, "running  {}: {} on {}\n", step.start.package, step.start.test,
-                   step.start.device);
-      }
-    }
     step.percent = progress->percent;
     step.pass = progress->pass;
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
@@ -98,6 +94,20 @@ std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_p
                      clock(elapsed), remaining, step.start.test, step.start.device);
 }
 
+// What is left is told from the share that is done, so it is rough at the start.
+std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
+  const double elapsed = secondsBetween(m_begin, now);
+  double done = static_cast<double>(m_ended);
+  for (const auto& [number, step] : m_steps) {
+    const double passes = std::max(step.start.passes, 1);
+    done += (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / passes;
+  }
+  const double left = static_cast<double>(m_total) - done;
+  return fmt::format("{} of {} ended, {} left {}   s suspend  r resume  a abort one  q abort all",
+                     m_ended, m_total, clock(elapsed),
+                     done > 0 && left > 0 ? clock(elapsed * left / done) : "-");
+}
+
 void Progress::draw(std::chrono::system_clock::time_point now) {
   if (!m_isTerminal) {
     m_out << std::flush;
@@ -107,9 +117,6 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
   std::vector<std::string> lines;
   std::size_t running = 0;
   for (const auto& [number, step] : m_steps) {
-    if (!step.hasBegun) {
-      continue;
-    }
     if (++running <= mostLines) {
       lines.push_back(lineOf(step, now));
     }
@@ -117,8 +124,7 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
   if (running > mostLines) {
     lines.push_back(fmt::format("... and {} more", running - mostLines));
   }
-  lines.push_back(fmt::format("{} of {} ended, {}   s suspend  r resume  a abort one  q abort all",
-                              m_ended, m_total, clock(secondsBetween(m_begin, now))));
+  lines.push_back(totalLine(now));
   for (std::string& line : lines) {
     // Longer lines would wrap, and could not be erased again.
     fmt::print(m_out, "{}\n", line.substr(0, columns - 1));

@@ -16,7 +16,7 @@ namespace TarvexDiags::DiagCtl {
 class Progress : public Reporter {
  public:
   /// @param out kept alive by the caller. @param total number of tests of the run.
-  Progress(std::ostream& out, bool isTerminal, bool colour, std::size_t total);
+  Progress(std::ostream& out, bool isTerminal, std::size_t total);
 
   void handle(const RunEvent& event) override;
   void finish() override;
@@ -33,15 +33,14 @@ class Progress : public Reporter {
     std::chrono::system_clock::time_point begin;
     unsigned int percent = 0;
     int pass = 1;
-    bool hasBegun = false;
   };
 
   void draw(std::chrono::system_clock::time_point now);
+  std::string totalLine(std::chrono::system_clock::time_point now) const;
   std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;
 
   std::ostream& m_out;
   bool m_isTerminal;
-  bool m_colour;
   std::size_t m_total;
   std::size_t m_ended = 0;
   std::map<unsigned long, Step> m_steps;

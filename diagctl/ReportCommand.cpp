@@ -33,12 +33,20 @@ RunSummary summaryOf(const RunRecord& record) {
       case StepRecord::Outcome::trouble:
         ++summary.troubled;
         break;
-      case StepRecord::Outcome::aborted:
-        ++summary.aborted;
+      case StepRecord::Outcome::skipped:
+        ++summary.skipped;
         break;
     }
   }
   return summary;
+}
+
+// A run that ended without a result for all, or did not end, has no verdict on what it left out.
+int exitCodeOf(const RunRecord& record) {
+  const RunSummary summary = summaryOf(record);
+  const int code = exitCodeOf(summary, {.failedPackages = record.troubles().size()});
+  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::complete;
+  return code == ExitCode::passed && !isWhole ? ExitCode::noVerdict : code;
 }
 
 }  // namespace
@@ -53,13 +61,7 @@ int carryOutReport(const ReportCommandOptions& options) {
   int code = ExitCode::nothingRan;
   bool hasRun = false;
   for (bool isRead = true; isRead;) {
-    std::vector<std::unique_ptr<Output>> outputs;
-    for (const std::string& specification : options.outputs) {
-      outputs.push_back(Output::toFile(specification));
-    }
-    if (outputs.empty()) {
-      outputs.push_back(Output::toStandardOutput(options.format, false));
-    }
+    const auto outputs = openOutputs(options.outputs, options.format, false);
     RunRecord record;
     isRead = reader.readRun([&](const RunEvent& event) {
       record.handle(event);
@@ -74,7 +76,7 @@ int carryOutReport(const ReportCommandOptions& options) {
     for (const auto& output : outputs) {
       output->finish();
     }
-    code = exitCodeOf(summaryOf(record), record.troubles().size(), false, false);
+    code = exitCodeOf(record);
   }
   if (!hasRun) {
     throw std::runtime_error(fmt::format("{}: holds no run", options.log));

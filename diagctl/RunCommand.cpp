@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -16,6 +15,7 @@
 #include <utility>
 
 #include "diagctl/Configuration.h"
+#include "diagctl/Interruption.h"
 #include "diagctl/Keyboard.h"
 #include "diagctl/Listing.h"
 #include "diagctl/Machine.h"
@@ -29,45 +29,24 @@ namespace TarvexDiags::DiagCtl {
 
 namespace {
 
-RunRequests requests;
-volatile std::sig_atomic_t lastSignal = 0;
-
-// The first signal ends the run with its report, the second leaves at once.
-void handleSignal(int signal) {
-  if (lastSignal != 0) {
-    Keyboard::restoreTerminal();
-    _exit(ExitCode::signalBase + signal);
-  }
-  lastSignal = signal;
-  requests.abortAll = true;
-}
-
-void catchSignals() {
-  struct sigaction action = {};
-  action.sa_handler = handleSignal;
-  sigemptyset(&action.sa_mask);
-  for (const int signal : {SIGINT, SIGTERM}) {
-    sigaction(signal, &action, nullptr);
-  }
-  // A closed pipe is told by the write that fails, so that the run still ends in order.
-  std::signal(SIGPIPE, SIG_IGN);
-}
-
 bool isColoured(int descriptor) {
   const char* noColour = std::getenv("NO_COLOR");
   return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
+}
+
+std::string formatOf(const RunCommandOptions& options) {
+  if (!options.format.empty()) {
+    return options.format;
+  }
+  return options.exitStyle == ExitStyle::plain ? "text" : summaryFormat;
 }
 
 /// All that follows the stream of a run. An output that can no longer be written is dropped, and
 /// told at the end; the others go on.
 class Outputs {
  public:
-  explicit Outputs(const RunCommandOptions& options) {
-    for (const std::string& specification : options.outputs) {
-      m_outputs.push_back(Output::toFile(specification));
-    }
-    m_outputs.push_back(Output::toStandardOutput(options.format, isColoured(STDOUT_FILENO)));
-  }
+  explicit Outputs(const RunCommandOptions& options)
+      : m_outputs(openOutputs(options.outputs, formatOf(options), isColoured(STDOUT_FILENO))) {}
 
   void handle(const RunEvent& event) {
     forEach([&](Output& output) { output.handle(event); });
@@ -98,6 +77,7 @@ class Outputs {
 
 std::function<void(char)> keysFor(Progress& progress, std::mutex& mutex) {
   return [&](char key) {
+    RunRequests& requests = Interruption::requests();
     switch (key) {
       case 's':
         requests.suspendAll = true;
@@ -157,9 +137,8 @@ RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogu
 RunSummary runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                    Outputs& outputs) {
   std::mutex mutex;  // between the keyboard's thread and the stream
-  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0, isColoured(STDERR_FILENO),
-                    plan.requests.size());
-  catchSignals();
+  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0,
+                    plan.requests.size() + (plan.missingDevices > 0 ? 1 : 0));
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
     keyboard.emplace(keysFor(progress, mutex));
@@ -176,7 +155,7 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
           progress.handle(event);
         }
       },
-      requests);
+      Interruption::requests());
   const RunSummary summary = runner.run(openingOf(options, session.catalogue()));
   if (!options.isQuiet) {
     progress.finish();
@@ -188,34 +167,35 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
 }  // namespace
 
 int carryOutRun(const RunCommandOptions& options) {
+  Interruption::begin();
   const Configuration configuration = Configuration::find(options.config);
   requireSecure(options, configuration.path());
-  Outputs outputs(options);
   Session session(configuration.path(), options.language, settingsOf(options));
   const Catalogue& catalogue = session.catalogue();
-  for (const std::string& pattern : unmatchedPatterns(catalogue, options.patterns)) {
+  const std::vector<std::string> unmatched = unmatchedPatterns(catalogue, options.patterns);
+  for (const std::string& pattern : unmatched) {
     fmt::print(std::cerr, "diagctl: nothing matches {}\n", pattern);
   }
   const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
   if (options.isDryRun) {
     listPlan(std::cout, pairs);
-    return ExitCode::passed;
+    return pairs.empty() ? ExitCode::nothingRan : ExitCode::passed;
   }
-  const bool missesDevices =
-      options.expectedDevices && catalogue.numberOfDevices() < *options.expectedDevices;
-  if (missesDevices) {
-    fmt::print(std::cerr, "diagctl: {} devices were found, {} are expected\n",
-               catalogue.numberOfDevices(), *options.expectedDevices);
-  }
-  const RunPlan plan = makePlan(pairs, options.run);
+  RunPlan plan = makePlan(pairs, options.run);
+  plan.expectedDevices = options.expectedDevices.value_or(0);
+  plan.missingDevices =
+      plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
+  Outputs outputs(options);
   const RunSummary summary = runPlan(options, session, plan, outputs);
   for (const std::string& failure : outputs.failures()) {
     fmt::print(std::cerr, "diagctl: {}\n", failure);
   }
-  if (lastSignal != 0) {
-    return ExitCode::signalBase + lastSignal;
+  if (Interruption::signal() != 0) {
+    return ExitCode::signalBase + Interruption::signal();
   }
-  const int code = exitCodeOf(summary, session.failedPackages(), missesDevices, options.isStrict);
+  const int code = exitCodeOf(summary, {.failedPackages = session.failedPackages(),
+                                        .hasUnmatchedPattern = !unmatched.empty(),
+                                        .isStrict = options.isStrict});
   const bool isTold = outputs.failures().empty();
   return translate(isTold || code != ExitCode::passed ? code : ExitCode::noVerdict, summary,
                    options.exitStyle);

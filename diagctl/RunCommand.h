@@ -22,7 +22,7 @@ struct RunCommandOptions {
   std::optional<DiagCtrl::GlobalSettings::diagMode> mode;
   std::optional<std::size_t> expectedDevices;
   bool isDryRun = false;
-  std::string format = "text";
+  std::string format;                ///< of standard output; empty: as the exit style has it
   std::vector<std::string> outputs;  ///< FORMAT=FILE
   bool isQuiet = false;
   bool isStrict = false;

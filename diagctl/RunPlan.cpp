@@ -9,13 +9,6 @@ namespace {
 constexpr unsigned long secondsOfDay = 24UL * 60 * 60;
 constexpr unsigned long unlimitedSeconds = 10 * 365 * secondsOfDay;
 
-int passesOf(const RunOptions& options) {
-  if (options.passes) {
-    return *options.passes;
-  }
-  return options.profile == Profile::extended ? 3 : 1;
-}
-
 const char* toText(Profile profile) {
   switch (profile) {
     case Profile::quick:
@@ -29,6 +22,13 @@ const char* toText(Profile profile) {
 }
 
 }  // namespace
+
+int passesOf(const RunOptions& options) {
+  if (options.passes) {
+    return *options.passes;
+  }
+  return options.profile == Profile::extended ? 3 : 1;
+}
 
 RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options) {
   RunPlan plan;

@@ -35,6 +35,9 @@ struct RunPlan {
   std::vector<PlannedRequest> requests;
   std::vector<SelectedPair> skipped;  ///< disabled or not supported
   RunOptions options;
+  /// Devices that were expected and not found: each run that misses some has failed.
+  std::size_t missingDevices = 0;
+  std::size_t expectedDevices = 0;
 };
 
 RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options);
@@ -49,5 +52,8 @@ std::string parametersOf(const RunOptions& options);
 
 /// The options for people and reports.
 std::map<std::string, std::string> describe(const RunOptions& options);
+
+/// Passes of each test: as asked for, or as the profile has them.
+int passesOf(const RunOptions& options);
 
 }  // namespace TarvexDiags::DiagCtl

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <condition_variable>
+#include <cctype>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <utility>
 
 #include "diagctl/ControllerFailure.h"
@@ -20,7 +18,8 @@ using Controller = DiagCtrl::DiagnosticController;
 using Clock = std::chrono::steady_clock;
 
 // How long the loop waits for a wake-up; a lost one costs no more than that.
-constexpr std::chrono::milliseconds kLongestWait{200};
+// Starts of tests are seen at this rate too: nothing announces them.
+constexpr std::chrono::milliseconds kLongestWait{100};
 
 Severity severityOf(Diag::DiagnosticEvent::EventType type) {
   switch (type) {
@@ -32,6 +31,15 @@ Severity severityOf(Diag::DiagnosticEvent::EventType type) {
       break;
   }
   return Severity::information;
+}
+
+// A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
+std::string toSymptom(std::string token) {
+  for (char& character : token) {
+    const auto byte = static_cast<unsigned char>(character);
+    character = character == '_' ? '-' : static_cast<char>(std::tolower(byte));
+  }
+  return token;
 }
 
 std::string plainText(const Diag::DiagnosticEvent& event) {
@@ -50,50 +58,6 @@ void forEachDrained(std::vector<Message*>* drained, Use use) {
 
 }  // namespace
 
-/// Waits for wake-ups on a thread of its own: the wait on the controller's object has no limit.
-class Runner::Wakeups {
- public:
-  Wakeups() : m_thread([this] { run(); }) {}
-  ~Wakeups() {
-    m_isWanted = false;
-    // A wake-up is not remembered, so one is given until the thread has seen it.
-    while (!m_hasEnded) {
-      m_object.notify();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    m_thread.join();
-  }
-  Wakeups(const Wakeups&) = delete;
-  Wakeups& operator=(const Wakeups&) = delete;
-
-  DiagCtrl::CallBackObject& object() { return m_object; }
-
-  void waitFor(std::chrono::milliseconds limit) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_condition.wait_for(lock, limit, [this] { return m_isPending; });
-    m_isPending = false;
-  }
-
- private:
-  void run() {
-    while (m_isWanted) {
-      m_object.wait();
-      const std::lock_guard<std::mutex> lock(m_mutex);
-      m_isPending = true;
-      m_condition.notify_one();
-    }
-    m_hasEnded = true;
-  }
-
-  DiagCtrl::CallBackObject m_object;
-  std::atomic<bool> m_isWanted{true};
-  std::atomic<bool> m_hasEnded{false};
-  std::mutex m_mutex;
-  std::condition_variable m_condition;
-  bool m_isPending = false;
-  std::thread m_thread;
-};
-
 struct Runner::Step {
   const PlannedRequest* planned = nullptr;
   std::string id;
@@ -104,10 +68,13 @@ struct Runner::Step {
   bool hasPassed = false;
   bool hasWarning = false;
   bool hasTrouble = false;
+  bool isNotPossible = false;
   bool isAborted = false;
+  bool hasBegun = false;
   bool hasEnded = false;
+  int pass = 0;  ///< as told last, with the progress
   unsigned int progress = 0;
-  StepMessage lastWarning;
+  Finding lastFinding;  ///< of the present pass
 };
 
 Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests)
@@ -120,47 +87,56 @@ Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& re
 Runner::~Runner() = default;
 
 RunSummary Runner::run(const RunStarted& start) {
-  Controller& controller = m_session.controller();
-  // Lives until the session's shut-down would wake it no more: there is no way to unregister.
-  static Wakeups wakeups;
-  unsigned long events = 0;
-  unsigned long results = 0;
-  unsigned long control = 0;
-  require(controller.registerForDiagEvents(&wakeups.object(), events), "registering for events");
-  require(controller.registerForDiagResults(&wakeups.object(), results), "registering for results");
-  require(controller.registerForDiagCtrlEvents(&wakeups.object(), control),
-          "registering for the controller's events");
-  m_eventRegistration = static_cast<long>(events);
-  m_resultRegistration = static_cast<long>(results);
-  m_controlRegistration = static_cast<long>(control);
+  registerForMessages();
   tell(start);
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
   tellSkipped();
+  tellMissingDevices();
   queueAll();
-  const auto begin = Clock::now();
-  const auto isLeft = [&] {
-    return std::any_of(m_steps.begin(), m_steps.end(),
-                       [](const Step& step) { return !step.hasEnded; });
-  };
-  while (isLeft()) {
-    serveRequests();
-    const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin);
-    if (m_plan.options.totalSeconds &&
-        static_cast<unsigned long>(elapsed.count()) >= *m_plan.options.totalSeconds &&
-        !m_isAborted) {
-      tell(RunMessage{Severity::warning, "the total time is used up: ending what still runs"});
-      abortAll();
-    }
-    collect();
-    if (isLeft()) {
-      wakeups.waitFor(kLongestWait);
-    }
-  }
+  waitForAll();
   const RunSummary summary = summarise();
   tell(verdictOf(summary));
   return summary;
+}
+
+void Runner::registerForMessages() {
+  Controller& controller = m_session.controller();
+  unsigned long events = 0;
+  unsigned long results = 0;
+  require(controller.registerForDiagEvents(&m_session.wakeups().object(), events),
+          "registering for events");
+  require(controller.registerForDiagResults(&m_session.wakeups().object(), results),
+          "registering for results");
+  m_eventRegistration = static_cast<long>(events);
+  m_resultRegistration = static_cast<long>(results);
+}
+
+void Runner::waitForAll() {
+  const auto begin = Clock::now();
+  while (isLeft()) {
+    serveRequests();
+    endAfterTotalTime(begin);
+    collect();
+    if (isLeft()) {
+      m_session.wakeups().waitFor(kLongestWait);
+    }
+  }
+}
+
+bool Runner::isLeft() const {
+  return std::any_of(m_steps.begin(), m_steps.end(),
+                     [](const Step& step) { return !step.hasEnded; });
+}
+
+void Runner::endAfterTotalTime(Clock::time_point begin) {
+  if (!m_plan.options.totalSeconds || m_isAborted ||
+      Clock::now() - begin < std::chrono::seconds(*m_plan.options.totalSeconds)) {
+    return;
+  }
+  tell(RunMessage{Severity::warning, "The total time is used up: what still runs is ended."});
+  abortAll();
 }
 
 void Runner::tell(RunEventBody body) {
@@ -171,8 +147,23 @@ void Runner::tellSkipped() {
   for (const SelectedPair& pair : m_plan.skipped) {
     tell(RunMessage{Severity::information,
                     fmt::format("{} on {}: {}", pair.test->name, pair.device->name,
-                                pair.state == PairState::disabled ? "disabled" : "not supported")});
+                                pair.package->describe(*pair.device, *pair.test))});
   }
+}
+
+// A device that is not there is a finding on the hardware, and a step of the report like any other.
+void Runner::tellMissingDevices() {
+  if (m_plan.missingDevices == 0) {
+    return;
+  }
+  const std::string id = "devices";
+  tell(StepStarted{id, "diagctl", "this machine", "Expected devices", "", 1});
+  tell(StepDiagnosis{
+      id, Verdict::fail, "device-missing",
+      fmt::format("{} devices were found, {} are expected.",
+                  m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
+      "Compare \"diagctl list devices\" with what should be there.", "", 1});
+  tell(StepEnded{id, RunStatus::complete});
 }
 
 void Runner::queueAll() {
@@ -183,8 +174,6 @@ void Runner::queueAll() {
     step.planned = &planned;
     step.id = std::to_string(m_steps.size() + 1);
     step.hardwareId = fmt::format("{}-{}", pair.package->index, pair.device->id);
-    tell(StepStarted{step.id, pair.package->name, pair.device->name, pair.test->name,
-                     step.hardwareId, planned.passes});
     Diag::DiagnosticSettings settings = settingsOf(planned, m_plan.options, m_parameters);
     std::vector<int> tests{pair.test->id};
     const Controller::errorCode code =
@@ -198,9 +187,11 @@ void Runner::queueAll() {
     }
     queued.requestId = 0;
     queued.hasTrouble = true;
+    begin(queued);
     const ControllerFailure failure("queueing the test", code);
     const CodeEntry* entry = findResult(code);
-    tell(StepTrouble{queued.id, entry != nullptr ? std::string(entry->name) : "queueing-failed",
+    tell(StepTrouble{queued.id,
+                     entry != nullptr ? toSymptom(std::string(entry->name)) : "queueing-failed",
                      failure.what(), entry != nullptr ? std::string(entry->nextAction) : ""});
     end(queued);
   }
@@ -253,8 +244,7 @@ void Runner::collect() {
     }
   }
   collectControllerEvents();
-  collectEvents();
-  collectResults();
+  collectMessages();
   collectProgress();
   for (Step* step : over) {
     end(*step);
@@ -280,86 +270,102 @@ bool Runner::isOver(Step& step) {
   return isFinal && request->ifIDiagnosticsDeleted();
 }
 
-void Runner::collectEvents() {
-  DiagCtrl::EventVector* drained = nullptr;
-  if (m_session.controller().getDiagnosticEvents(m_eventRegistration, drained) !=
+// Results are drained first and judged last: the events of a pass arrive before its result, so none
+// of them is missed that way.
+void Runner::collectMessages() {
+  DiagCtrl::ResultVector* results = nullptr;
+  const bool hasResults = m_session.controller().getDiagnosticResults(
+                              m_resultRegistration, results) == Controller::SUCCESS;
+  DiagCtrl::EventVector* events = nullptr;
+  if (m_session.controller().getDiagnosticEvents(m_eventRegistration, events) ==
       Controller::SUCCESS) {
-    return;
+    forEachDrained(events, [&](const Diag::DiagnosticEvent& event) {
+      if (Step* step = stepOf(event.getTestRequestId())) {
+        begin(*step);
+        tellEvent(*step, event);
+      }
+    });
   }
-  forEachDrained(drained, [&](const Diag::DiagnosticEvent& event) {
-    Step* step = stepOf(event.getTestRequestId());
-    if (step == nullptr) {
-      return;
-    }
-    const std::vector<std::string>& parameters = event.getParamVector();
-    if (KitCodes::isMeasurement(event)) {
-      tell(StepMeasurement{step->id, parameters[3], KitCodes::measuredValue(parameters[4]),
-                           parameters[5], step->hardwareId});
-      return;
-    }
-    if (KitCodes::isBookkeeping(event)) {
-      return;
-    }
-    const int package = step->planned->pair.package->index;
-    const std::string text = m_session.texts().message(package, event).value_or(plainText(event));
-    const std::string action = m_session.texts().action(package, event).value_or("");
-    if (KitCodes::isTrouble(event)) {
-      step->hasTrouble = true;
-      tell(StepTrouble{step->id, KitCodes::symptomOf(event), text, action});
-      return;
-    }
-    step->lastWarning = {step->id, severityOf(event.getEventType()), text, action};
-    tell(step->lastWarning);
-  });
+  if (hasResults) {
+    forEachDrained(results, [&](const Diag::DiagnosticResult& result) {
+      if (Step* step = stepOf(result.getTestRequestId())) {
+        begin(*step);
+        judge(*step, result);
+      }
+    });
+  }
 }
 
-void Runner::collectResults() {
-  DiagCtrl::ResultVector* drained = nullptr;
-  if (m_session.controller().getDiagnosticResults(m_resultRegistration, drained) !=
-      Controller::SUCCESS) {
+void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
+  if (KitCodes::isMeasurement(event)) {
+    const std::vector<std::string>& parameters = event.getParamVector();
+    tell(StepMeasurement{step.id, parameters[3], KitCodes::measuredValue(parameters[4]),
+                         parameters[5], step.hardwareId});
     return;
   }
-  forEachDrained(drained, [&](Diag::DiagnosticResult& result) {
-    Step* step = stepOf(result.getTestRequestId());
-    if (step == nullptr) {
-      return;
-    }
-    StepDiagnosis diagnosis;
-    diagnosis.stepId = step->id;
-    diagnosis.hardwareId = step->hardwareId;
-    diagnosis.pass = ++step->results;
-    switch (result.getTestResult()) {
-      case Diag::DiagnosticResult::PASSED:
-        step->hasPassed = true;
-        diagnosis.verdict = Verdict::pass;
-        diagnosis.symptom = "passed";
-        break;
-      case Diag::DiagnosticResult::FAILED:
-        step->hasFailed = true;
-        diagnosis.verdict = Verdict::fail;
-        diagnosis.symptom = "failed";
-        diagnosis.message = step->lastWarning.text;
-        diagnosis.action = step->lastWarning.action;
-        break;
-      case Diag::DiagnosticResult::UNUSUAL_STATUS:
-        if (step->hasTrouble || step->isAborted) {
-          return;  // told as trouble already, or ended by a person
-        }
-        step->hasWarning = true;
-        diagnosis.verdict = Verdict::unknown;
-        diagnosis.symptom = "unusual-status";
-        diagnosis.message = step->lastWarning.text;
-        diagnosis.action = step->lastWarning.action;
-        break;
-    }
+  if (KitCodes::isBookkeeping(event) || (KitCodes::isAbort(event) && step.isAborted)) {
+    return;
+  }
+  const int package = step.planned->pair.package->index;
+  const Texts& texts = m_session.texts();
+  const std::string text = texts.message(package, event).value_or(plainText(event));
+  const std::string action = texts.action(package, event).value_or("");
+  if (KitCodes::isTrouble(event)) {
+    step.hasTrouble = true;
+    tell(StepTrouble{step.id, KitCodes::symptomOf(event), text, action});
+    return;
+  }
+  step.isNotPossible |= KitCodes::isNotPossible(event);
+  const StepMessage message{step.id, severityOf(event.getEventType()), text, action};
+  if (message.severity != Severity::information) {
+    step.lastFinding = {toSymptom(texts.token(package, event).value_or("")), text, action};
+  }
+  tell(message);
+}
+
+// A result names the event behind it, or else the last one of the pass is taken for it.
+Runner::Finding Runner::findingOf(Step& step, const Diag::DiagnosticResult& result) {
+  const Finding last = std::exchange(step.lastFinding, Finding());
+  const int package = step.planned->pair.package->index;
+  const Texts& texts = m_session.texts();
+  const auto token = texts.token(package, result);
+  if (result.getEventCode() == 0 || !token) {
+    return last;
+  }
+  return {toSymptom(*token), texts.message(package, result).value_or(plainText(result)),
+          texts.action(package, result).value_or("")};
+}
+
+void Runner::judge(Step& step, const Diag::DiagnosticResult& result) {
+  StepDiagnosis diagnosis{step.id, Verdict::pass,   "passed",      "",
+                          "",      step.hardwareId, ++step.results};
+  const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
+  if (verdict == Diag::DiagnosticResult::PASSED) {
+    step.hasPassed = true;
     tell(diagnosis);
-  });
+    return;
+  }
+  if (verdict == Diag::DiagnosticResult::UNUSUAL_STATUS &&
+      (step.hasTrouble || step.isAborted || step.isNotPossible)) {
+    return;  // told already: not the hardware's doing
+  }
+  const Finding finding = findingOf(step, result);
+  const bool isFailure = verdict == Diag::DiagnosticResult::FAILED;
+  (isFailure ? step.hasFailed : step.hasWarning) = true;
+  diagnosis.verdict = isFailure ? Verdict::fail : Verdict::unknown;
+  diagnosis.symptom = isFailure ? "failed" : "unusual-status";
+  if (!finding.symptom.empty()) {
+    diagnosis.symptom = finding.symptom;
+  }
+  diagnosis.message = finding.text;
+  diagnosis.action = finding.action;
+  tell(diagnosis);
 }
 
 void Runner::collectControllerEvents() {
   DiagCtrl::CtrlEventVector* drained = nullptr;
-  if (m_session.controller().getDiagnosticCtrlEvents(m_controlRegistration, drained) !=
-      Controller::SUCCESS) {
+  if (m_session.controller().getDiagnosticCtrlEvents(
+          static_cast<long>(m_session.controlRegistration()), drained) != Controller::SUCCESS) {
     return;
   }
   forEachDrained(drained, [&](const DiagCtrl::DiagCtrlEvent& event) {
@@ -378,7 +384,8 @@ void Runner::collectControllerEvents() {
         return;
       default:
         step->hasTrouble = true;
-        tell(StepTrouble{step->id, std::string(entry->name), std::string(entry->meaning),
+        begin(*step);
+        tell(StepTrouble{step->id, toSymptom(std::string(entry->name)), std::string(entry->meaning),
                          std::string(entry->nextAction)});
     }
   });
@@ -397,26 +404,40 @@ void Runner::collectProgress() {
         status != DiagCtrl::TestRequest::RUNNING) {
       continue;
     }
+    begin(step);
     unsigned int percent = 0;
     if (controller.getDiagnosticProgress(step.requestId, percent) == Controller::SUCCESS &&
-        percent != step.progress) {
+        (percent != step.progress || pass != step.pass)) {
       step.progress = percent;
+      step.pass = pass;
       tell(StepProgress{step.id, percent, pass, passes});
     }
   }
 }
 
+void Runner::begin(Step& step) {
+  if (!std::exchange(step.hasBegun, true)) {
+    const SelectedPair& pair = step.planned->pair;
+    tell(StepStarted{step.id, pair.package->name, pair.device->name, pair.test->name,
+                     step.hardwareId, step.planned->passes});
+  }
+}
+
 void Runner::end(Step& step) {
+  begin(step);
   step.hasEnded = true;
   if (step.results == 0 && !step.isAborted && !step.hasTrouble) {
     step.hasTrouble = true;
-    tell(StepTrouble{step.id, "no-result", "the package handed over no result",
+    tell(StepTrouble{step.id, "no-result", "The package handed over no result.",
                      "Look into the package's log."});
+  }
+  if (step.isAborted && !step.hasFailed && !step.hasTrouble) {
+    tell(StepMessage{step.id, Severity::warning, "Aborted before its end.", ""});
   }
   RunStatus status = RunStatus::complete;
   if (step.hasTrouble) {
     status = RunStatus::error;
-  } else if (step.isAborted && !step.hasFailed) {
+  } else if ((step.isAborted || step.isNotPossible) && !step.hasFailed) {
     status = RunStatus::skip;
   }
   tell(StepEnded{step.id, status});
@@ -425,6 +446,7 @@ void Runner::end(Step& step) {
 RunSummary Runner::summarise() const {
   RunSummary summary;
   summary.skipped = m_plan.skipped.size();
+  summary.failed = m_plan.missingDevices > 0 ? 1 : 0;
   for (const Step& step : m_steps) {
     if (step.hasFailed) {
       ++summary.failed;
@@ -432,6 +454,8 @@ RunSummary Runner::summarise() const {
       ++summary.troubled;
     } else if (step.isAborted) {
       ++summary.aborted;
+    } else if (step.isNotPossible) {
+      ++summary.skipped;
     } else if (step.hasWarning) {
       ++summary.warned;
     } else {

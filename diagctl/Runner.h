@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
 #include "diagctl/RunEvents.h"
 #include "diagctl/RunPlan.h"
 #include "diagctl/Session.h"
@@ -28,8 +30,8 @@ struct RunSummary {
   std::size_t failed = 0;
   std::size_t warned = 0;    ///< ended without a verdict, or with a warning
   std::size_t troubled = 0;  ///< the tool could not do its work
-  std::size_t aborted = 0;
-  std::size_t skipped = 0;
+  std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
+  std::size_t skipped = 0;   ///< not possible here
 
   std::size_t ran() const { return passed + failed + warned + troubled; }
 };
@@ -50,17 +52,28 @@ class Runner {
 
  private:
   struct Step;
-  class Wakeups;
+  struct Finding {
+    std::string symptom;
+    std::string text;
+    std::string action;
+  };
 
-  void queueAll();
+  void registerForMessages();
   void tellSkipped();
+  void tellMissingDevices();
+  void queueAll();
+  void waitForAll();
+  bool isLeft() const;
+  void endAfterTotalTime(std::chrono::steady_clock::time_point begin);
   void serveRequests();
   void collect();
-  void collectEvents();
-  void collectResults();
+  void collectMessages();
+  Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
+  void judge(Step& step, const Diag::DiagnosticResult& result);
+  void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
   void collectControllerEvents();
   void collectProgress();
-  void endSteps();
+  void begin(Step& step);
   void end(Step& step);
   Step* stepOf(unsigned int requestId);
   bool isOver(Step& step);
@@ -78,7 +91,6 @@ class Runner {
   std::map<unsigned int, std::size_t> m_stepByRequest;
   long m_eventRegistration = 0;
   long m_resultRegistration = 0;
-  long m_controlRegistration = 0;
   bool m_isAborted = false;
 };
 

@@ -4,7 +4,9 @@
 
 #include <memory>
 
+#include "System/SysUtil.h"
 #include "diagctl/ControllerFailure.h"
+#include "diagctl/Reasons.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -37,6 +39,9 @@ Session::Session(const std::string& controlFile, const std::string& language,
     enumerate();
     apply(settings);
     m_catalogue = readCatalogue(m_controller, language);
+    std::string logs;
+    System::SysUtil::ReadCfgFile("GlobalSettings", "LogDirPath", logs, controlFile);
+    readReasons(m_catalogue, logs);
   } catch (...) {
     m_controller.shutDown();
     throw;
@@ -49,22 +54,21 @@ Session::~Session() {
 
 // One package that fails leaves the others in the catalogue; its event tells of it.
 void Session::enumerate() {
-  unsigned long registration = 0;
-  require(m_controller.registerForDiagCtrlEvents(&m_callBack, registration),
+  require(m_controller.registerForDiagCtrlEvents(&m_wakeups.object(), m_controlRegistration),
           "registering for the controller's events");
   const Controller::errorCode code = m_controller.enumerateAllPackages();
   if (code != Controller::SUCCESS && !isLoss(code)) {
     throw ControllerFailure("looking for packages", code);
   }
-  collectWarnings(registration);
+  collectWarnings();
   if (m_warnings.empty() && code != Controller::SUCCESS) {
     m_warnings.emplace_back(ControllerFailure("enumerating the last package", code).what());
   }
 }
 
-void Session::collectWarnings(unsigned long registration) {
+void Session::collectWarnings() {
   DiagCtrl::CtrlEventVector* drained = nullptr;
-  require(m_controller.getDiagnosticCtrlEvents(static_cast<long>(registration), drained),
+  require(m_controller.getDiagnosticCtrlEvents(static_cast<long>(m_controlRegistration), drained),
           "collecting the controller's events");
   const std::unique_ptr<DiagCtrl::CtrlEventVector> events(drained);
   for (DiagCtrl::DiagCtrlEvent* event : *events) {
@@ -80,19 +84,31 @@ void Session::apply(const SessionSettings& settings) {
   if (settings.haltOnError) {
     require(m_controller.setHaltOnError(*settings.haltOnError), "setting halt on error");
   }
-  // Before the enumeration of devices it would be too early: settings change only while idle. What
-  // a mode offers is settled then, so each package is enumerated once more.
   DiagCtrl::GlobalSettings::diagMode present{};
   require(m_controller.getDiagnosticMode(present), "reading the diagnostic mode");
-  if (!settings.diagMode || *settings.diagMode == present) {
-    return;
+  if (settings.diagMode && *settings.diagMode != present) {
+    require(m_controller.setDiagnosticMode(*settings.diagMode), "setting the diagnostic mode");
+    enumerateAgain();
   }
-  require(m_controller.setDiagnosticMode(*settings.diagMode), "setting the diagnostic mode");
+}
+
+// Settings change only while the controller is idle, which it is not before the first enumeration.
+// What a mode offers is settled by an enumeration, so each package is looked at once more; one that
+// fails then leaves the catalogue, and the others keep their numbers.
+void Session::enumerateAgain() {
   int count = 0;
   require(m_controller.getNumberOfDiagPackages(count), "counting the packages");
   for (int index = 1; index <= count; ++index) {
-    require(m_controller.enumerateDiagPackages(index),
-            fmt::format("enumerating package {} in the diagnostic mode", index));
+    const Controller::errorCode code = m_controller.enumerateDiagPackages(index);
+    const std::size_t before = m_warnings.size();
+    collectWarnings();
+    if (code != Controller::SUCCESS && !isLoss(code)) {
+      throw ControllerFailure(fmt::format("enumerating package {} again", index), code);
+    }
+    if (code != Controller::SUCCESS && m_warnings.size() == before) {
+      m_warnings.push_back(
+          ControllerFailure(fmt::format("enumerating package {} again", index), code).what());
+    }
   }
 }
 

@@ -2,10 +2,12 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "diagctl/Catalogue.h"
 #include "diagctl/Texts.h"
+#include "diagctl/Wakeups.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -32,19 +34,25 @@ class Session {
   const Texts& texts() const { return m_texts; }
   /// Packages that are in the directory but not in the catalogue, with the reason.
   const std::vector<std::string>& warnings() const { return m_warnings; }
+  /// Wakes at each message of the controller.
+  Wakeups& wakeups() { return m_wakeups; }
+  /// The registration for the controller's events.
+  unsigned long controlRegistration() const { return m_controlRegistration; }
   /// Packages that could not be loaded: their tests have no verdict.
   std::size_t failedPackages() const { return m_warnings.size(); }
 
  private:
   void enumerate();
   void apply(const SessionSettings& settings);
-  void collectWarnings(unsigned long registration);
+  void enumerateAgain();
+  void collectWarnings();
 
   DiagCtrl::DiagnosticController& m_controller;
   Texts m_texts;
   Catalogue m_catalogue;
   std::vector<std::string> m_warnings;
-  DiagCtrl::CallBackObject m_callBack;
+  Wakeups m_wakeups;
+  unsigned long m_controlRegistration = 0;
 };
 
 }  // namespace TarvexDiags::DiagCtl

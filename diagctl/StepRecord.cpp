@@ -74,8 +74,11 @@ StepRecord::Outcome StepRecord::outcome() const {
   if (hasTrouble || status == RunStatus::error) {
     return Outcome::trouble;
   }
-  if (!hasEnded || status == RunStatus::skip) {
-    return Outcome::aborted;
+  if (!hasEnded) {
+    return Outcome::trouble;  // the run was cut short
+  }
+  if (status == RunStatus::skip) {
+    return Outcome::skipped;
   }
   return hasWarning ? Outcome::warning : Outcome::passed;
 }
@@ -138,10 +141,10 @@ const char* toText(StepRecord::Outcome outcome) {
       return "with a warning";
     case StepRecord::Outcome::trouble:
       return "without a verdict";
-    case StepRecord::Outcome::aborted:
+    case StepRecord::Outcome::skipped:
       break;
   }
-  return "aborted";
+  return "skipped";
 }
 
 }  // namespace TarvexDiags::DiagCtl

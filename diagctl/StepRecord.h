@@ -11,7 +11,7 @@ namespace TarvexDiags::DiagCtl {
 
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
-  enum class Outcome { passed, failed, warning, trouble, aborted };
+  enum class Outcome { passed, failed, warning, trouble, skipped };
 
   StepStarted start;
   std::chrono::system_clock::time_point begin;

@@ -21,8 +21,8 @@ std::string directiveOf(const StepRecord& step) {
   switch (step.outcome()) {
     case StepRecord::Outcome::trouble:
       return " # TODO no verdict: " + plain(step.symptom);
-    case StepRecord::Outcome::aborted:
-      return " # SKIP aborted";
+    case StepRecord::Outcome::skipped:
+      return " # SKIP " + (step.findings.empty() ? "" : plain(step.findings.front()));
     default:
       return {};
   }

@@ -45,10 +45,10 @@ std::string TextReporter::verdictOf(const StepRecord& step) const {
       return paint("WARNING", yellow);
     case StepRecord::Outcome::trouble:
       return paint("ERROR  ", yellow);
-    case StepRecord::Outcome::aborted:
+    case StepRecord::Outcome::skipped:
       break;
   }
-  return paint("ABORTED", yellow);
+  return paint("SKIPPED", yellow);
 }
 
 void TextReporter::writeStep(const StepRecord& step) {

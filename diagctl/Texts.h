@@ -16,6 +16,8 @@ class Texts {
   Texts(DiagCtrl::DiagnosticController& controller, std::string language)
       : m_controller(controller), m_language(std::move(language)) {}
 
+  /// The token of an event: a name for its kind, whatever the language.
+  std::optional<std::string> token(int packageIndex, const Diag::DiagnosticEvent& event) const;
   /// The message of an event, its parameters filled in.
   std::optional<std::string> message(int packageIndex, const Diag::DiagnosticEvent& event) const;
   /// What to do about an event: the text of its token with "_ACTION" behind it.
@@ -25,7 +27,6 @@ class Texts {
   const std::string& language() const { return m_language; }
 
  private:
-  std::optional<std::string> token(int packageIndex, const Diag::DiagnosticEvent& event) const;
   std::optional<std::string> localise(int packageIndex, const std::string& token,
                                       std::vector<std::string> parameters) const;
 

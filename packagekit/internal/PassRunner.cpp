@@ -179,8 +179,10 @@ void PassRunner::readConfiguration() {
   }
   m_eventsLeft =
       static_cast<std::size_t>(std::max(0L, integer("MaxEvents").value_or(kDefaultMaxEvents)));
-  const auto seed = integer("Seed");
-  m_setup.seed = seed ? static_cast<std::uint64_t>(*seed) : randomSeed();
+  if (m_setup.seed == 0) {
+    const auto seed = integer("Seed");
+    m_setup.seed = seed ? static_cast<std::uint64_t>(*seed) : randomSeed();
+  }
   m_setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, integer("MemoryLimit").value_or(0)))
                         << 20U;
   m_setup.coreDumps = settings.packageFlag("CoreDumps", false);

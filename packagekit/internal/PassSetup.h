@@ -19,7 +19,7 @@ struct PassSetup {
   bool haltOnError = false;
   DiagnosticMode diagnosticMode = DeviceEnum::IDeviceEnumerator::CUSTOMER;
   int passNumber = 1;
-  std::uint64_t seed = 0;
+  std::uint64_t seed = 0;  ///< 0: not chosen yet
   std::string configFile = {};
   std::string logFile = {};       ///< empty: no log
   std::uint64_t memoryLimit = 0;  ///< bytes of address space; 0: none

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "diagctl/Check.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// What a value must be.
+enum class ValueKind {
+  text,
+  truth,
+  number,          ///< whole and decimal
+  positiveNumber,  ///< whole, decimal and above zero
+  runMode,
+  diagMode,
+  debugLevel,
+  openMode,
+  operatingSystem,
+  directory,
+  file,
+};
+
+struct KeyRule {
+  const char* key;
+  ValueKind kind;
+  bool isRequired;
+};
+
+/// What is wrong with a value, empty if nothing is.
+std::string findFault(ValueKind kind, const std::string& value);
+
+/// Holds the keys of one section against rules.
+void checkKeys(const ConfigurationText& text, const std::string& file, const std::string& section,
+               const std::vector<KeyRule>& rules, std::vector<Problem>& problems);
+
+/// Adds what is written in a file and never read.
+void checkRemarks(const ConfigurationText& text, const std::string& file,
+                  std::vector<Problem>& problems);
+
+}  // namespace TarvexDiags::DiagCtl

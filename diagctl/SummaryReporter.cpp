@@ -1,0 +1,66 @@
+#include "diagctl/SummaryReporter.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <map>
+#include <string>
+
+namespace TarvexDiags::DiagCtl {
+
+namespace {
+
+using Outcome = StepRecord::Outcome;
+
+struct State {
+  Outcome outcome;
+  const char* word;
+};
+
+// The first that occurs is the state of the whole.
+constexpr State states[] = {{Outcome::failed, "CRITICAL"},
+                            {Outcome::trouble, "UNKNOWN"},
+                            {Outcome::warning, "WARNING"},
+                            {Outcome::passed, "OK"}};
+
+std::string firstFinding(const RunRecord& record, Outcome outcome) {
+  for (const StepRecord* step : record.steps()) {
+    if (step->outcome() == outcome && !step->findings.empty()) {
+      return fmt::format(" - {} on {}: {}", step->start.test, step->start.device,
+                         step->findings.front());
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+void SummaryReporter::finish() {
+  std::map<Outcome, int> sums;
+  for (const StepRecord* step : m_record.steps()) {
+    ++sums[step->outcome()];
+  }
+  std::string counts;
+  for (const auto& [outcome, count] : sums) {
+    counts += fmt::format("{}{} {}", counts.empty() ? "" : ", ", count, toText(outcome));
+  }
+  const char* word = "UNKNOWN";
+  std::string finding = m_record.troubles().empty() ? "" : " - " + m_record.troubles().front();
+  for (const State& state : states) {
+    if (sums.contains(state.outcome)) {
+      const bool isPassed = state.outcome == Outcome::passed;
+      word = isPassed && m_record.end().result != RunResult::pass ? "UNKNOWN" : state.word;
+      finding = isPassed ? finding : firstFinding(m_record, state.outcome);
+      break;
+    }
+  }
+  std::string line =
+      fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? "nothing ran" : counts, finding);
+  for (char& character : line) {
+    character = character == '\n' || character == '|' ? ' ' : character;  // "|" begins figures
+  }
+  fmt::print(m_out, "{}\n", line);
+  m_out << std::flush;
+}
+
+}  // namespace TarvexDiags::DiagCtl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <ostream>
+
+#include "diagctl/Reporter.h"
+#include "diagctl/StepRecord.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// One line for monitors that read no more: the state, the sums, and what was found first.
+class SummaryReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit SummaryReporter(std::ostream& out) : m_out(out) {}
+
+  void handle(const RunEvent& event) override { m_record.handle(event); }
+  void finish() override;
+
+ private:
+  std::ostream& m_out;
+  RunRecord m_record;
+};
+
+}  // namespace TarvexDiags::DiagCtl

@@ -1,0 +1,33 @@
+#include "diagctl/Wakeups.h"
+
+namespace TarvexDiags::DiagCtl {
+
+Wakeups::Wakeups() : m_thread([this] { run(); }) {}
+
+// A wake-up is not remembered, so one is given until the thread has seen it.
+Wakeups::~Wakeups() {
+  m_isWanted = false;
+  while (!m_hasEnded) {
+    m_object.notify();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  m_thread.join();
+}
+
+void Wakeups::waitFor(std::chrono::milliseconds limit) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_condition.wait_for(lock, limit, [this] { return m_isPending; });
+  m_isPending = false;
+}
+
+void Wakeups::run() {
+  while (m_isWanted) {
+    m_object.wait();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isPending = true;
+    m_condition.notify_one();
+  }
+  m_hasEnded = true;
+}
+
+}  // namespace TarvexDiags::DiagCtl

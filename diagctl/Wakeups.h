@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "DiagCtrl/CallBackObject.h"
+
+namespace TarvexDiags::DiagCtl {
+
+/// Waits for the controller's wake-ups on a thread of its own, since the wait on the controller's
+/// object has no limit. Lives until the controller was shut down: nothing unregisters the object.
+class Wakeups {
+ public:
+  Wakeups();
+  ~Wakeups();
+  Wakeups(const Wakeups&) = delete;
+  Wakeups& operator=(const Wakeups&) = delete;
+
+  /// What registrations are made with.
+  DiagCtrl::CallBackObject& object() { return m_object; }
+
+  /// Returns at the next wake-up, at once if there was one since the last call, or at the limit.
+  void waitFor(std::chrono::milliseconds limit);
+
+ private:
+  void run();
+
+  DiagCtrl::CallBackObject m_object;
+  std::atomic<bool> m_isWanted{true};
+  std::atomic<bool> m_hasEnded{false};
+  std::mutex m_mutex;
+  std::condition_variable m_condition;
+  bool m_isPending = false;
+  std::thread m_thread;
+};
+
+}  // namespace TarvexDiags::DiagCtl
