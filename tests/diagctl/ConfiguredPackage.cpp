@@ -1,0 +1,227 @@
+// A package without the kit, whose devices and tests do what its configuration file says:
+//
+//   [Devices]      Count, and for each number N: NameN, TagN
+//   [TestIDn]      Behave = pass, fail, warn, nothing; Milliseconds; Event (a code raised with each
+//                  pass); Estimate (seconds); UnsupportedOn (name of a device)
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "DeviceEnum/IDevice.h"
+#include "DeviceEnum/IDeviceEnumerator.h"
+#include "DeviceEnum/VirtualDevice.h"
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
+#include "Diag/DiagnosticSettings.h"
+#include "Diag/DiagnosticStatus.h"
+#include "Diag/IDiagnostics.h"
+#include "System/SysUtil.h"
+
+namespace {
+
+using TarvexDiags::DeviceEnum::IDevice;
+using TarvexDiags::DeviceEnum::IDeviceEnumerator;
+using TarvexDiags::DeviceEnum::VirtualDevice;
+using TarvexDiags::DeviceEnum::VirtualDeviceVector;
+using TarvexDiags::Diag::DiagnosticEvent;
+using TarvexDiags::Diag::DiagnosticResult;
+using TarvexDiags::Diag::DiagnosticSettings;
+using TarvexDiags::Diag::DiagnosticStatus;
+
+std::string configFile;
+
+std::string read(const std::string& section, const std::string& key) {
+  std::string value;
+  TarvexDiags::System::SysUtil::ReadCfgFile(section, key, value, configFile);
+  return value;
+}
+
+int readNumber(const std::string& section, const std::string& key) {
+  return std::atoi(read(section, key).c_str());
+}
+
+std::string sectionOf(int test) {
+  return "TestID" + std::to_string(test);
+}
+
+class ConfiguredDevices final : public IDeviceEnumerator {
+ public:
+  VirtualDeviceVector* getDeviceVector(const char*, TarvexDiags::Uint) override {
+    m_devices.clear();
+    for (int i = 1; i <= readNumber("Devices", "Count"); ++i) {
+      const std::string number = std::to_string(i);
+      const std::string name = read("Devices", "Name" + number);
+      m_devices.emplace_back(new IDevice(read("Devices", "Tag" + number), name, name));
+    }
+    return &m_devices;
+  }
+
+ private:
+  VirtualDeviceVector m_devices;
+};
+
+class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
+ public:
+  ~ConfiguredTests() override {
+    for (DiagnosticEvent* event : m_events) {
+      delete event;
+    }
+    for (DiagnosticResult* result : m_results) {
+      delete result;
+    }
+  }
+
+  DiagnosticResult* runDiagnostic(VirtualDevice&, DiagnosticSettings* settings) override {
+    setState(DiagnosticStatus::EXECUTING);
+    m_answer = DiagnosticResult();
+    m_answer.setTestRequestId(settings->getTestRequestId());
+    for (const int test : settings->getTestNumberVector()) {
+      if (settings->getEstimationMode()) {
+        m_answer.setEstimatedTime(readNumber(sectionOf(test), "Estimate"));
+        m_answer.setTestResult(DiagnosticResult::PASSED);
+      } else {
+        run(test, *settings);
+      }
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_delivers) {
+      m_results.push_back(new DiagnosticResult(m_answer));
+    }
+    m_state = DiagnosticStatus::COMPLETED;
+    return &m_answer;
+  }
+
+  bool IsDeviceSupported(VirtualDevice& device, int test) override {
+    return device.getDevice()->getDeviceName() != read(sectionOf(test), "UnsupportedOn");
+  }
+
+  DiagnosticStatus getDiagnosticStatus() override {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    DiagnosticStatus status;
+    status.setStatus(m_state == DiagnosticStatus::COMPLETED && !m_events.empty()
+                         ? DiagnosticStatus::EXECUTING
+                         : (m_isAborted && m_state == DiagnosticStatus::READY
+                                ? DiagnosticStatus::COMPLETED
+                                : m_state));
+    status.setProgress(m_percent);
+    return status;
+  }
+
+  void abortDiagnostic() override {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isAborted = true;
+    m_isSuspended = false;
+    m_changed.notify_all();
+  }
+  void suspendDiagnostic() override {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isSuspended = !m_isAborted;
+  }
+  void resumeDiagnostic() override {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isSuspended = false;
+    m_changed.notify_all();
+  }
+
+  std::vector<DiagnosticEvent*>* getDiagnosticEvents() override { return handOver(m_events); }
+
+  std::vector<DiagnosticResult*>* getDiagnosticResults() override {
+    auto* results = handOver(m_results);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (results != nullptr && m_state == DiagnosticStatus::COMPLETED && !m_isAborted) {
+      m_state = DiagnosticStatus::READY;
+    }
+    return results;
+  }
+
+ private:
+  void run(int test, const DiagnosticSettings& settings) {
+    const std::string section = sectionOf(test);
+    const std::string behaviour = read(section, "Behave");
+    const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, "Milliseconds");
+    if (!spend(total)) {
+      m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
+      return;
+    }
+    if (behaviour == "fail") {
+      raise(settings, DiagnosticEvent::ERROR_EVENT, readNumber(section, "Event"));
+      m_answer.setTestResult(DiagnosticResult::FAILED);
+    } else if (behaviour == "warn") {
+      raise(settings, DiagnosticEvent::WARNING_EVENT, readNumber(section, "Event"));
+      m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
+    } else {
+      m_delivers = behaviour != "nothing";
+      m_answer.setTestResult(DiagnosticResult::PASSED);
+    }
+  }
+
+  // @return false if the test was aborted.
+  bool spend(int milliseconds) {
+    using std::chrono::steady_clock;
+    constexpr int slice = 10;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (int spent = 0; spent < milliseconds && !m_isAborted;) {
+      m_changed.wait_until(lock, steady_clock::now() + std::chrono::milliseconds(slice));
+      spent += m_isSuspended ? 0 : slice;
+      m_state = m_isSuspended ? DiagnosticStatus::SUSPENDED : DiagnosticStatus::EXECUTING;
+      m_percent = static_cast<unsigned int>(std::min(100, spent * 100 / milliseconds));
+    }
+    return !m_isAborted;
+  }
+
+  void raise(const DiagnosticSettings& settings, DiagnosticEvent::EventType type, int code) {
+    auto event = std::make_unique<DiagnosticEvent>();
+    event->setEventType(type);
+    event->setEventCode(static_cast<unsigned int>(code));
+    event->setParamVector({"line 3"});
+    event->setTestRequestId(settings.getTestRequestId());
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_events.push_back(event.release());
+  }
+
+  template <class Message>
+  std::vector<Message*>* handOver(std::vector<Message*>& messages) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    auto given = std::make_unique<std::vector<Message*>>();
+    given->swap(messages);
+    return given->empty() ? nullptr : given.release();
+  }
+
+  void setState(DiagnosticStatus::Status state) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_state = state;
+    m_percent = 0;
+  }
+
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  DiagnosticStatus::Status m_state = DiagnosticStatus::READY;
+  unsigned int m_percent = 0;
+  bool m_isAborted = false;
+  bool m_isSuspended = false;
+  bool m_delivers = true;
+  std::vector<DiagnosticEvent*> m_events;
+  std::vector<DiagnosticResult*> m_results;
+  DiagnosticResult m_answer;
+};
+
+}  // namespace
+
+#define PACKAGE_EXPORT extern "C" __attribute__((visibility("default")))
+
+PACKAGE_EXPORT void setPackageConfigFile(const char* file) {
+  configFile = file;
+}
+
+PACKAGE_EXPORT IDeviceEnumerator* getIDeviceEnumerator(bool, unsigned int) {
+  return new ConfiguredDevices();
+}
+
+PACKAGE_EXPORT TarvexDiags::Diag::IDiagnostics* getIDiagnostics(bool, unsigned int) {
+  return new ConfiguredTests();
+}

@@ -1,0 +1,105 @@
+// The program on a pseudo-terminal: bars, keys, colours.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "tests/diagctl/Program.h"
+#include "tests/diagctl/Workplace.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class DiagctlTerminal : public ::testing::Test {
+ protected:
+  DiagctlTerminal() {
+    place.addPackage("SLOW", {{.name = "Long", .milliseconds = 60'000}},
+                     {{"One", "bus/one"}, {"Two", "bus/two"}});
+    place.addPackage("QUICK", {{.name = "Short", .milliseconds = 300}}, {{"Three", "bus/three"}});
+    terminal.onTerminal = true;
+  }
+
+  std::vector<std::string> arguments(std::vector<std::string> more) {
+    more.insert(more.begin(), {"--config", place.controlFile(), "run"});
+    return more;
+  }
+
+  Workplace place;
+  Program::Options terminal;
+};
+
+TEST_F(DiagctlTerminal, shows_bar_percentage_pass_and_total) {
+  Program program(arguments({"-p", "QUICK", "--passes", "2"}), terminal);
+  EXPECT_TRUE(program.waitFor("pass 2/2"));
+  EXPECT_TRUE(program.waitFor("0 of 1 ended"));
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.out, HasSubstr("[####"));
+  EXPECT_THAT(outcome.out, HasSubstr("Short on Three"));
+  EXPECT_THAT(outcome.out, HasSubstr("\033[32mPASSED"));
+}
+
+TEST_F(DiagctlTerminal, q_aborts_all) {
+  Program program(arguments({"-p", "SLOW"}), terminal);
+  ASSERT_TRUE(program.waitFor("Long on Two"));
+  program.type("q");
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_THAT(outcome.out, HasSubstr("2 skipped"));
+}
+
+TEST_F(DiagctlTerminal, a_aborts_one_and_the_others_go_on) {
+  Program program(arguments({"-p", "SLOW"}), terminal);
+  ASSERT_TRUE(program.waitFor("Long on Two"));
+  program.type("a");
+  EXPECT_TRUE(program.waitFor("1 of 2 ended"));
+  program.type("a");
+  EXPECT_EQ(program.finish().exitCode, 2);
+}
+
+TEST_F(DiagctlTerminal, s_suspends_and_r_resumes) {
+  place.addPackage("MID", {{.name = "Middle", .milliseconds = 1500}}, {{"Four", "bus/four"}});
+  Program program(arguments({"-p", "MID"}), terminal);
+  ASSERT_TRUE(program.waitFor("Middle on Four"));
+  program.type("s");
+  EXPECT_FALSE(program.waitFor("PASSED", std::chrono::seconds(3)));
+  program.type("r");
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.out;
+}
+
+TEST_F(DiagctlTerminal, interrupt_typed_twice_leaves_at_once) {
+  place.replaceIn(place.packageFile("SLOW"), "Behave=pass", "Behave=pass");
+  Program program(arguments({"-p", "SLOW"}), terminal);
+  ASSERT_TRUE(program.waitFor("Long on One"));
+  program.type("\x03");
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 128 + SIGINT);
+}
+
+TEST_F(DiagctlTerminal, no_color_is_honoured) {
+  terminal.environment["NO_COLOR"] = "1";
+  const Outcome outcome = diagctl(arguments({"-p", "QUICK"}), terminal);
+  EXPECT_THAT(outcome.out, HasSubstr("PASSED"));
+  EXPECT_THAT(outcome.out, Not(HasSubstr("\033[32m")));
+}
+
+TEST_F(DiagctlTerminal, quiet_draws_nothing) {
+  const Outcome outcome = diagctl(arguments({"-p", "QUICK", "--quiet"}), terminal);
+  EXPECT_THAT(outcome.out, Not(HasSubstr("ended,")));
+}
+
+TEST_F(DiagctlTerminal, elsewhere_there_are_plain_lines_without_control_characters) {
+  const Outcome outcome = diagctl(arguments({"-p", "QUICK"}));
+  EXPECT_THAT(outcome.err, HasSubstr("running  Package QUICK: Short on Three\n"));
+  EXPECT_THAT(outcome.err, HasSubstr("ended    Package QUICK: Short on Three (1 of 1)\n"));
+  EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr("\033")));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest

@@ -1,0 +1,172 @@
+#include "tests/diagctl/Program.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+namespace TarvexDiags::DiagctlTest {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Pipe {
+  int readEnd = -1;
+  int writeEnd = -1;
+};
+
+Pipe makePipe() {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    throw std::runtime_error("no pipe");
+  }
+  return {ends[0], ends[1]};
+}
+
+}  // namespace
+
+Program::Program(const std::vector<std::string>& arguments) : Program(arguments, {}) {}
+
+Program::Program(const std::vector<std::string>& arguments, const Options& options) {
+  start(arguments, options);
+}
+
+Program::~Program() {
+  if (m_process > 0) {
+    kill(m_process, SIGKILL);
+    waitpid(m_process, nullptr, 0);
+  }
+  for (const int descriptor : {m_out, m_err}) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+  }
+}
+
+void Program::start(const std::vector<std::string>& arguments, const Options& options) {
+  if (options.onTerminal) {
+    winsize size{.ws_row = 30, .ws_col = 100, .ws_xpixel = 0, .ws_ypixel = 0};
+    m_process = forkpty(&m_out, nullptr, nullptr, &size);
+    if (m_process == 0) {
+      become(arguments, options);
+    }
+    return;
+  }
+  const Pipe out = makePipe();
+  const Pipe err = makePipe();
+  m_process = fork();
+  if (m_process == 0) {
+    dup2(out.writeEnd, STDOUT_FILENO);
+    dup2(err.writeEnd, STDERR_FILENO);
+    if (!options.standardOutput.empty()) {
+      dup2(open(options.standardOutput.c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    }
+    become(arguments, options);
+  }
+  close(out.writeEnd);
+  close(err.writeEnd);
+  m_out = out.readEnd;
+  m_err = err.readEnd;
+  if (options.closesOutput) {
+    close(std::exchange(m_out, -1));
+  }
+}
+
+void Program::become(const std::vector<std::string>& arguments, const Options& options) {
+  for (const char* variable :
+       {"NO_COLOR", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_CONFIG_HOME", "HOME"}) {
+    unsetenv(variable);
+  }
+  for (const auto& [name, value] : options.environment) {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
+  if (options.user != 0 && (setgid(options.user) != 0 || setuid(options.user) != 0)) {
+    _exit(126);
+  }
+  std::vector<char*> texts{const_cast<char*>(TARVEX_DIAGCTL)};
+  for (const std::string& argument : arguments) {
+    texts.push_back(const_cast<char*>(argument.c_str()));
+  }
+  texts.push_back(nullptr);
+  execv(TARVEX_DIAGCTL, texts.data());
+  _exit(127);
+}
+
+bool Program::readSome(int milliseconds) {
+  pollfd inputs[2] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}};
+  if (poll(inputs, 2, milliseconds) <= 0) {
+    return true;
+  }
+  const std::pair<int*, std::string*> streams[2] = {{&m_out, &m_outcome.out},
+                                                    {&m_err, &m_outcome.err}};
+  for (int i = 0; i < 2; ++i) {
+    if (*streams[i].first < 0 || inputs[i].revents == 0) {
+      continue;
+    }
+    char buffer[4096];
+    const ssize_t count = read(*streams[i].first, buffer, sizeof buffer);
+    if (count > 0) {
+      streams[i].second->append(buffer, static_cast<std::size_t>(count));
+    } else {
+      close(std::exchange(*streams[i].first, -1));
+    }
+  }
+  return m_out >= 0 || m_err >= 0;
+}
+
+bool Program::waitFor(const std::string& text, std::chrono::milliseconds limit) {
+  const auto end = Clock::now() + limit;
+  const auto isThere = [&] {
+    return m_outcome.out.find(text) != std::string::npos ||
+           m_outcome.err.find(text) != std::string::npos;
+  };
+  bool isOpen = true;
+  while (!isThere() && isOpen && Clock::now() < end) {
+    isOpen = readSome(50);
+  }
+  return isThere();
+}
+
+void Program::type(const std::string& keys) {
+  if (write(m_out, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
+    throw std::runtime_error("the terminal takes no keys");
+  }
+}
+
+void Program::signal(int number) {
+  kill(m_process, number);
+}
+
+Outcome Program::finish(std::chrono::milliseconds limit) {
+  const auto end = Clock::now() + limit;
+  while (readSome(50) && Clock::now() < end) {
+  }
+  int status = 0;
+  while (waitpid(m_process, &status, WNOHANG) == 0) {
+    if (Clock::now() > end) {
+      throw std::runtime_error("the program did not end in time: " + m_outcome.out + m_outcome.err);
+    }
+    usleep(1000);
+  }
+  m_process = -1;
+  m_outcome.exitCode = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  return m_outcome;
+}
+
+Outcome diagctl(const std::vector<std::string>& arguments) {
+  return Program(arguments).finish();
+}
+
+Outcome diagctl(const std::vector<std::string>& arguments, const Program::Options& options) {
+  return Program(arguments, options).finish();
+}
+
+}  // namespace TarvexDiags::DiagctlTest

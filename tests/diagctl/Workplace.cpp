@@ -1,0 +1,90 @@
+#include "tests/diagctl/Workplace.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace TarvexDiags::DiagctlTest {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string sectionOf(std::size_t number, const ConfiguredTest& test) {
+  std::ostringstream text;
+  text << "[TestID" << number << "]\nTestName=" << test.name << "\nTestDescription=Test "
+       << test.name << ".\nTestDisable=FALSE\nBehave=" << test.behaviour
+       << "\nMilliseconds=" << test.milliseconds << "\n"
+       << test.more << "\n\n";
+  return text.str();
+}
+
+}  // namespace
+
+Workplace::Workplace() : m_controlFile(m_directory.file("control.cfg")) {
+  // Whatever the umask: root refuses what others may write to.
+  fs::permissions(m_directory.path(), fs::perms::owner_all);
+  m_directory.makeDirectory("packages/en");
+  m_directory.makeDirectory("packages/de");
+  m_directory.makeDirectory("logs");
+  write(m_controlFile, "[GlobalSettings]\nPackDirPath=" + path("packages") +
+                           "\nLogDirPath=" + path("logs") +
+                           "\nDebugLog=DIAG_NO\nRunMode=PARALLEL\nDiagLog=FALSE\n"
+                           "HaltOnError=FALSE\nDiagnosticMode=CUSTOMER\n");
+}
+
+Workplace& Workplace::addPackage(const std::string& name, const std::vector<ConfiguredTest>& tests,
+                                 const std::vector<ConfiguredDevice>& devices) {
+  std::ostringstream text;
+  text << "[Package]\nPackageName=Package " << name << "\nMnemonic=" << name
+       << "\nPackageVersion=2.1\nPackageDescription=For tests\nSystemLock=FALSE\nDeviceType=0\n"
+       << "NumberOfTests=" << tests.size() << "\n\n[Devices]\nCount=" << devices.size() << "\n";
+  for (std::size_t i = 0; i < devices.size(); ++i) {
+    text << "Name" << i + 1 << "=" << devices[i].name << "\nTag" << i + 1 << "=" << devices[i].tag
+         << "\n";
+  }
+  text << "\n[Error]\n7=LINE_STUCK\n[Warning]\n8=LINE_WEAK\n\n";
+  for (std::size_t i = 0; i < tests.size(); ++i) {
+    text << sectionOf(i + 1, tests[i]);
+  }
+  write(packageFile(name), text.str());
+  write(path("packages/en/" + name + ".cfg"),
+        "[en]\nLINE_STUCK=$1$ is stuck.\nLINE_STUCK_ACTION=Replace the cable.\n"
+        "LINE_WEAK=$1$ is weak.\nLINE_WEAK_ACTION=Watch the cable.\n");
+  write(path("packages/de/" + name + ".cfg"),
+        "[de]\nLINE_STUCK=$1$ klemmt.\nLINE_STUCK_ACTION=Kabel ersetzen.\n"
+        "LINE_WEAK=$1$ ist schwach.\nLINE_WEAK_ACTION=Kabel beobachten.\n");
+  const std::string library = path("packages/lib" + name + ".so");
+  fs::copy_file(TARVEX_TEST_MODULE_DIR "/libconfigured_package.so", library);
+  fs::permissions(library, fs::perms(0755));
+  return *this;
+}
+
+std::string Workplace::packageFile(const std::string& name) const {
+  return path("packages/" + name + ".cfg");
+}
+
+void Workplace::write(const std::string& file, const std::string& text) const {
+  std::ofstream(file) << text;
+  fs::permissions(file, fs::perms(0644));
+}
+
+void Workplace::replaceIn(const std::string& file, const std::string& from,
+                          const std::string& to) const {
+  std::string text = contentsOf(file);
+  const std::size_t position = text.find(from);
+  if (position == std::string::npos) {
+    throw std::logic_error(file + " does not hold " + from);
+  }
+  write(file, text.replace(position, from.size(), to));
+}
+
+std::string contentsOf(const std::string& file) {
+  std::ifstream stream(file);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+}  // namespace TarvexDiags::DiagctlTest

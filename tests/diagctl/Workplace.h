@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/support/TemporaryDirectory.h"
+
+namespace TarvexDiags::DiagctlTest {
+
+/** A test of a configured package: see ConfiguredPackage.cpp. */
+struct ConfiguredTest {
+  std::string name;
+  std::string behaviour = "pass";
+  int milliseconds = 0;
+  std::string more = {};  ///< further lines of its section
+};
+
+struct ConfiguredDevice {
+  std::string name;
+  std::string tag;
+};
+
+/** A control file and a directory of configured packages, as the tests want them. */
+class Workplace {
+ public:
+  Workplace();
+
+  /** Adds a package; its events 7 (error) and 8 (warning) have tokens and texts in en and de. */
+  Workplace& addPackage(const std::string& name, const std::vector<ConfiguredTest>& tests,
+                        const std::vector<ConfiguredDevice>& devices);
+
+  const std::string& controlFile() const { return m_controlFile; }
+  std::string packageFile(const std::string& name) const;
+  std::string path(const std::string& name) const { return m_directory.file(name); }
+
+  /** Replaces text in a file, which must hold it. */
+  void replaceIn(const std::string& file, const std::string& from, const std::string& to) const;
+  void write(const std::string& file, const std::string& text) const;
+
+ private:
+  TestSupport::TemporaryDirectory m_directory;
+  std::string m_controlFile;
+};
+
+std::string contentsOf(const std::string& file);
+
+}  // namespace TarvexDiags::DiagctlTest
