@@ -546,7 +546,7 @@ TEST_F(Diagctl, estimate_asks_the_packages_and_sums) {
   EXPECT_EQ(outcome.exitCode, passed);
   const auto lines = linesOf(outcome.out);
   ASSERT_EQ(lines.size(), 6U);
-  EXPECT_EQ(lines[0], " 3 min 00 s  Package EST: One on Left");
+  EXPECT_EQ(lines[0], "  3 min 00 s  Package EST: One on Left");
   EXPECT_EQ(lines.back(), "4 tests: 8 min 00 s one after the other, 4 min 00 s side by side");
   EXPECT_EQ(run({"estimate", "-t", "None"}).exitCode, nothingRan);
 }
