@@ -14,29 +14,29 @@ enum class PairState { enabled, disabled, unsupported };
 
 struct TestItem {
   int id = 0;
-  std::string name;
-  std::string description;
-  std::string capabilities;
-  std::string openMode;
+  std::string name = {};
+  std::string description = {};
+  std::string capabilities = {};
+  std::string openMode = {};
   int estimatedTime = 0;
 };
 
 struct DeviceItem {
   unsigned int id = 0;
-  std::string name;
-  std::string tag;
-  std::string disableName;
+  std::string name = {};
+  std::string tag = {};
+  std::string disableName = {};
   unsigned int status = 0;
-  std::string statusText;  ///< in the chosen language; empty if the package has none
+  std::string statusText = {};  ///< in the chosen language; empty if the package has none
 };
 
 struct PackageItem {
   int index = 0;
-  std::string baseName;
-  std::string name;
-  std::string mnemonic;
-  std::string version;
-  std::string description;
+  std::string baseName = {};
+  std::string name = {};
+  std::string mnemonic = {};
+  std::string version = {};
+  std::string description = {};
   bool takesMachine = false;  ///< its tests run alone
   std::vector<TestItem> tests;
   std::vector<DeviceItem> devices;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <deque>
 #include <memory>
 #include <utility>
 
@@ -54,6 +55,28 @@ void forEachDrained(std::vector<Message*>* drained, Use use) {
     const std::unique_ptr<Message> owned(message);
     use(*owned);
   }
+}
+
+/// Takes a drained vector and its messages over, behind those that are already there.
+template <class Message>
+void append(std::deque<std::unique_ptr<Message>>& inbox, std::vector<Message*>* drained) {
+  const std::unique_ptr<std::vector<Message*>> messages(drained);
+  for (Message* message : *messages) {
+    inbox.emplace_back(message);
+  }
+}
+
+/// Takes the first message of an inbox that is meant; null if there is none.
+template <class Message, class IsMeant>
+std::unique_ptr<Message> takeFirst(std::deque<std::unique_ptr<Message>>& inbox, IsMeant isMeant) {
+  const auto found = std::find_if(inbox.begin(), inbox.end(),
+                                  [&](const auto& message) { return isMeant(*message); });
+  if (found == inbox.end()) {
+    return nullptr;
+  }
+  std::unique_ptr<Message> message = std::move(*found);
+  inbox.erase(found);
+  return message;
 }
 
 }  // namespace
@@ -140,7 +163,9 @@ void Runner::endAfterTotalTime(Clock::time_point begin) {
 }
 
 void Runner::tell(RunEventBody body) {
-  m_sink({std::chrono::system_clock::now(), std::move(body)});
+  // As fine as a log keeps it, so that a report of the log says the same as the live one.
+  m_sink({std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()),
+          std::move(body)});
 }
 
 void Runner::tellSkipped() {
@@ -247,7 +272,9 @@ void Runner::collect() {
   collectMessages();
   collectProgress();
   for (Step* step : over) {
-    end(*step);
+    if (!step->hasEnded) {
+      end(*step);
+    }
   }
 }
 
@@ -273,26 +300,39 @@ bool Runner::isOver(Step& step) {
 // Results are drained first and judged last: the events of a pass arrive before its result, so none
 // of them is missed that way.
 void Runner::collectMessages() {
+  drainMessages();
+  tellMessages([](unsigned int /*requestId*/) { return true; });
+}
+
+// Results first: an event that a package raised before its result is in the queue by then.
+void Runner::drainMessages() {
   DiagCtrl::ResultVector* results = nullptr;
-  const bool hasResults = m_session.controller().getDiagnosticResults(
-                              m_resultRegistration, results) == Controller::SUCCESS;
+  if (m_session.controller().getDiagnosticResults(m_resultRegistration, results) ==
+      Controller::SUCCESS) {
+    append(m_results, results);
+  }
   DiagCtrl::EventVector* events = nullptr;
   if (m_session.controller().getDiagnosticEvents(m_eventRegistration, events) ==
       Controller::SUCCESS) {
-    forEachDrained(events, [&](const Diag::DiagnosticEvent& event) {
-      if (Step* step = stepOf(event.getTestRequestId())) {
-        begin(*step);
-        tellEvent(*step, event);
-      }
-    });
+    append(m_events, events);
   }
-  if (hasResults) {
-    forEachDrained(results, [&](const Diag::DiagnosticResult& result) {
-      if (Step* step = stepOf(result.getTestRequestId())) {
-        begin(*step);
-        judge(*step, result);
-      }
-    });
+}
+
+void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
+  const auto isMeantMessage = [&](const Diag::DiagnosticEvent& message) {
+    return isMeant(message.getTestRequestId());
+  };
+  while (const auto event = takeFirst(m_events, isMeantMessage)) {
+    if (Step* step = stepOf(event->getTestRequestId())) {
+      begin(*step);
+      tellEvent(*step, *event);
+    }
+  }
+  while (const auto result = takeFirst(m_results, isMeantMessage)) {
+    if (Step* step = stepOf(result->getTestRequestId())) {
+      begin(*step);
+      judge(*step, *result);
+    }
   }
 }
 
@@ -415,8 +455,35 @@ void Runner::collectProgress() {
   }
 }
 
+// A test that was judged is told to its end before another one begins: its place may be the reason
+// why the other could start.
+void Runner::endJudgedSteps(const Step& beginning) {
+  for (Step& step : m_steps) {
+    if (&step == &beginning || !step.hasBegun || step.hasEnded || !isJudged(step)) {
+      continue;
+    }
+    const auto giveUp = Clock::now() + kLongestWait;
+    while (!isOver(step) && Clock::now() < giveUp) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    drainMessages();
+    tellMessages([&](unsigned int id) { return id == step.requestId; });
+    if (!step.hasEnded && isOver(step)) {
+      end(step);
+    }
+  }
+}
+
+bool Runner::isJudged(Step& step) {
+  DiagCtrl::TestRequest* request = nullptr;
+  return m_session.controller().getTestRequest(static_cast<int>(step.requestId), request) ==
+             Controller::SUCCESS &&
+         request->getTestRequestStatus(-1) == DiagCtrl::TestRequest::COMPLETED;
+}
+
 void Runner::begin(Step& step) {
   if (!std::exchange(step.hasBegun, true)) {
+    endJudgedSteps(step);
     const SelectedPair& pair = step.planned->pair;
     tell(StepStarted{step.id, pair.package->name, pair.device->name, pair.test->name,
                      step.hardwareId, step.planned->passes});

@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -68,6 +70,10 @@ class Runner {
   void serveRequests();
   void collect();
   void collectMessages();
+  void drainMessages();
+  void tellMessages(const std::function<bool(unsigned int)>& isMeant);
+  void endJudgedSteps(const Step& beginning);
+  bool isJudged(Step& step);
   Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
   void judge(Step& step, const Diag::DiagnosticResult& result);
   void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
@@ -91,6 +97,8 @@ class Runner {
   std::map<unsigned int, std::size_t> m_stepByRequest;
   long m_eventRegistration = 0;
   long m_resultRegistration = 0;
+  std::deque<std::unique_ptr<Diag::DiagnosticEvent>> m_events;
+  std::deque<std::unique_ptr<Diag::DiagnosticResult>> m_results;
   bool m_isAborted = false;
 };
 

@@ -128,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(
         ExitCase{"warned_strictly", {.warned = 1}, {.isStrict = true}, ExitCode::noVerdict},
         ExitCase{"all_skipped", {.skipped = 3}, {}, ExitCode::nothingRan},
         ExitCase{"nothing", {}, {.hasUnmatchedPattern = true}, ExitCode::nothingRan}),
-    [](const auto& given) { return given.param.name; });
+    [](const auto& each) { return each.param.name; });
 
 TEST(ExitStyles, keep_what_they_cannot_tell_apart_on_the_safe_side) {
   EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::nagios), 3);
