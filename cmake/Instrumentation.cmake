@@ -28,6 +28,7 @@ if(TARVEX_INSTRUMENTATION_FLAGS)
   list(APPEND TARVEX_INSTRUMENTATION_FLAGS -fno-omit-frame-pointer)
   add_compile_options(${TARVEX_INSTRUMENTATION_FLAGS}
     # The checks that a sanitizer adds lead gcc's own analysis astray.
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
   add_link_options(${TARVEX_INSTRUMENTATION_FLAGS})
 endif()
