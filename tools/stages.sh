@@ -26,7 +26,8 @@ run_ctest() {
   local label=$1 log=build/logs/$1-ctest.log status=0
   shift
   say "$label: running the tests"
-  # A test of an interleaving may lose its race on a busy machine; a fault loses it every time.
+  # Tests of interleavings can fail on a busy machine. A rare fault can hide behind this as well: the
+  # log names each test that needed another try.
   ctest --parallel "$((3 * CORES))" --repeat until-pass:3 "$@" 2>&1 | tee "$log" |
     awk '!/^ +Start +[0-9]+:/ && !/ Passed +[0-9.]+ sec *$/ { print; fflush() }' || status=1
   local count
