@@ -28,10 +28,12 @@ class TARVEXDIAGS_EXPORT DiagControlConfig {
   /// Frees the details of the entries and leaves their names, which clients may still hold.
   virtual ~DiagControlConfig();
 
-  // New arrays that the caller owns. The two first throw DiagCtrlInvalidKey when the key is absent
-  // or empty; the third is then the empty text.
+  /// @return a new array that the caller owns; never empty.
+  /// @throws DiagCtrlInvalidKey when the key is absent or empty.
   char* readPackageDirPath();
+  /// As `readPackageDirPath`.
   char* readLogDirPath();
+  /// @return a new array that the caller owns; the empty text when the key is absent.
   char* readMessageFilePath();
 
   /// Also sets the trace level. @return a new object that the caller owns.

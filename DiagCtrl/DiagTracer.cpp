@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <atomic>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -18,6 +19,9 @@ namespace TarvexDiags::DiagCtrl {
 namespace {
 
 std::mutex sInstanceMutex;
+std::atomic<unsigned long> sTracersMade{0};
+// The tracer, by number, that knows this thread: most calls write nothing and end without the lock.
+thread_local unsigned long tKnownTo = 0;
 
 bool isLevel(int aiLevel) {
   return aiLevel >= static_cast<int>(DiagCtrlConstants::DIAG_NO) &&
@@ -47,6 +51,7 @@ DiagTracer* DiagTracer::getInstance() {
 DiagTracer::DiagTracer()
     : mbLogFileOpened(false),
       miTraceLevel(0),
+      mulNumber(++sTracersMade),
       mMutexLock(DiagCtrlConstants::mSconlDefaultLockTimeOut) {}
 
 DiagTracer::~DiagTracer() {
@@ -84,9 +89,13 @@ void DiagTracer::setTraceLevel(int aiTraceLevel) {
 }
 
 void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
+  if (tKnownTo == mulNumber && !admits(aiTraceLevel)) {
+    return;
+  }
   const LockScope lock(mMutexLock, 0);
   const bool written = admits(aiTraceLevel);
   const auto [entry, isNew] = mIndentMap.try_emplace(getCurrentThreadId());
+  tKnownTo = mulNumber;
   if (!written) {
     return;
   }
@@ -99,6 +108,9 @@ void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
 
 void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
   sched_yield();
+  if (!admits(aiTraceLevel)) {
+    return;
+  }
   const LockScope lock(mMutexLock, 0);
   const auto entry = mIndentMap.find(getCurrentThreadId());
   if (entry == mIndentMap.end() || !admits(aiTraceLevel)) {
@@ -113,14 +125,18 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
 
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                             const char* apcPrintString) {
-  writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
+  if (admits(aiTraceLevel)) {
+    writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
+  }
 }
 
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                             const char* apcVariableName, unsigned long aulVariableValue) {
-  writeLine(
-      aiTraceLevel, apcClassName, aiLineNumber,
-      textOrNull(apcVariableName) + (": " + std::to_string(static_cast<long>(aulVariableValue))));
+  if (admits(aiTraceLevel)) {
+    const std::string value = std::to_string(static_cast<long>(aulVariableValue));
+    writeLine(aiTraceLevel, apcClassName, aiLineNumber,
+              textOrNull(apcVariableName) + (": " + value));
+  }
 }
 
 unsigned long DiagTracer::getCurrentThreadId() {

@@ -70,6 +70,7 @@ class TARVEXDIAGS_EXPORT DiagTracer {
 
   bool mbLogFileOpened;
   std::atomic<int> miTraceLevel;  // written under the lock
+  const unsigned long mulNumber;  // among all tracers of the process
   std::ofstream mTraceStream;
   ThrIdToIndentMap mIndentMap;
   static DiagTracer* mpSTracerObject;

@@ -135,11 +135,17 @@ TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
 std::optional<DiagnosticController::errorCode> DiagnosticController::refusal(ClientCall aeCall,
                                                                              TraceScope& arTrace) {
   const GateRow& row = gateRow(aeCall);
+  const bool isTracedLast = row.trace == GateRow::afterEvent;
+  const auto closeTrace = [&] {
+    if (!isTracedLast) {
+      arTrace.close();
+    }
+  };
   diagCtrlPhase phase = DiagControllerStatus::UNINITIALISED;
   try {
     phase = getDiagCtrlPhase(row.readTimeOut);
   } catch (const DiagCtrlMutexException&) {
-    arTrace.close();
+    closeTrace();
     if (row.raisesLockFailure) {
       pushError(DiagCtrlEvent::UNABLE_TO_GET_LOCK);
     }
@@ -154,13 +160,11 @@ std::optional<DiagnosticController::errorCode> DiagnosticController::refusal(Cli
   if (row.trace == GateRow::before) {
     traceRefusal();
   }
-  if (row.trace != GateRow::afterEvent) {
-    arTrace.close();
-  }
+  closeTrace();
   if (row.wrongPhaseEvent != GateRow::noEvent) {
     pushError(row.wrongPhaseEvent);
   }
-  if (row.trace == GateRow::afterEvent) {
+  if (isTracedLast) {
     traceRefusal();
   }
   return INCORRECT_PHASE;

@@ -228,7 +228,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// The devices on which a test is disabled.
   errorCode getDisableDeviceList(int packageIndex, unsigned int testId,
                                  std::vector<int>*& arpDeviceIdVector);
-  /// Asks the device; one question at a time over all devices.
+  /// Asks the device; one question at a time over all devices. A device that throws counts as
+  /// DEVICE_NOT_FOUND.
   errorCode getDeviceStatus(int packageIndex, int deviceId, unsigned int& aruiDeviceStatus);
 
   // ---- Queueing: ACTIVE and IDLE; a success makes the controller ACTIVE ----------------------
@@ -268,6 +269,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   errorCode abortAllTest();
   /// Suspends a request whose package is executing or ready; else nothing, with SUCCESS.
   errorCode suspendTest(unsigned long ulRequestId);
+  /// Resumes a request that runs or waits, whatever its package says; else nothing, with SUCCESS.
   errorCode resumeTest(unsigned long ulRequestId);
   /// The package's own state of a request. For a request whose library was released it returns
   /// IDIAGNOSTIC_NOT_FOUND with a lock held, and the next call of this or of getDiagnosticProgress
@@ -276,9 +278,13 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
                                 Diag::DiagnosticStatus::Status& aruiDiagStatus);
   /// The package's own progress; IDIAGNOSTIC_NOT_FOUND for a request whose library was released.
   errorCode getDiagnosticProgress(unsigned long aulTestRequestId, unsigned int& aruiDiagProgress);
+  /// What the controller knows of a request, also after its end: the number of the pass under way
+  /// (of the last one, after the end), the number of passes asked for, and whether it is in stress
+  /// mode. The outputs are untouched on failure.
   errorCode getRequestStatus(long lTestRequestId, TestRequest::TestRequestStatus& arStatus,
                              int& aiCurPassCnt, int& aiTotalPassCnt, bool& abStrssMode);
-  /// A new vector, also on failure, with the ids of unfinished requests, oldest first.
+  /// A new vector, also on failure, with the ids of unfinished requests, oldest first. The id of a
+  /// request that `abortAllTest` met in a queue stays on the list.
   errorCode getRequestIdList(std::vector<unsigned long>*& arTestRequestIdList);
   /// The controller's own object; `clearRequestIdList` and `shutDown` destroy it. An unknown id
   /// gives OBJECT_NOT_FOUND.
@@ -395,7 +401,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   template <class Read>
   errorCode readSetting(ClientCall aeCall, const char* apcMethod, Read aRead);
   template <class Validate, class Write>
-  errorCode changeSetting(const char* apcMethod, Validate aValidate, Write aWrite);
+  errorCode changeSetting(const char* apcMethod, Validate aValidate, Write aWrite,
+                          const char* apcLockFailureText = nullptr);
+  LockScope lockSettings(const TraceScope& arTrace, const char* apcFailureText = nullptr);
 
   // Registration and collection.
   errorCode registerFor(const QueueTarget& arTarget, CallBackObject* apCallBackObj,
@@ -432,7 +440,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void setEnumerationProgress(int progressValue);
   static bool val_comp(const std::string& arLeft, const std::string& arRight);
 
-  // Catalogue.
+  // Catalogue. packageOf answers for getDiagPackagePtr what client calls answer.
   DiagnosticPackage* getDiagPackagePtr(int iPackIndex);
   DiagnosticPackage& packageOf(int aiPackageIndex);
   template <class Steps>
@@ -448,7 +456,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
                           Diag::DiagnosticSettings& arDiagSettings,
                           unsigned long& rulTestRequestId);
   LockScope lockForQueueing();
-  DiagnosticPackage& packageForQueueing(int packageIndex);
   template <class Failure>
   void becomeActive(Failure aFailure);
   unsigned long loadAndQueue(const char* apcPackageName, TestRequest& arTestRequest);
@@ -534,6 +541,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   std::atomic<std::thread::id> mResettingThread;
   /// Libraries whose devices a request of an earlier enumeration may still use.
   std::vector<void*> mRetiredHandles;
+  /// Packages that left the catalogue and stay allocated; what they keep for such a request does
+  /// not.
+  std::vector<DiagnosticPackage*> mLostPackages;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

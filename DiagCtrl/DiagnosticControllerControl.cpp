@@ -1,7 +1,6 @@
 // Steering and watching queued requests.
 
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "Diag/DiagnosticSettings.h"
@@ -124,28 +123,28 @@ DiagnosticController::errorCode DiagnosticController::abortTest(
                          });
 }
 
-// A lock failure leaves the call.
+// A lock failure leaves the call. The flag is cleared before the lock is, so that the next caller
+// never meets a flag that is only on its way out.
 DiagnosticController::errorCode DiagnosticController::abortAllTest() {
   TraceScope trace(mpDiagTracer, "DiagnosticController::abortAllTest");
   if (const auto refused = refusal(ClientCall::abortAll, trace)) {
     return *refused;
   }
   return answer(trace, [&] {
-    std::optional<LockScope> apiLock;
-    if (!getShutDownFlag()) {
-      apiLock.emplace(mmtxApiPhaseLock, -1);
-    }
+    LockScope apiLock(mmtxApiPhaseLock, -1);
     requireManagers();
     const errorCode result = abortAllRequests(trace);
-    if (result == ABORT_ALL_ALREADY_IN_PROCESS && apiLock) {
-      apiLock->keepHeld();  // nobody goes on until a shut-down clears up
+    if (result == SUCCESS) {
+      mbAbortAllFlag = false;
+    } else {
+      apiLock.keepHeld();  // nobody goes on until a shut-down clears up
     }
     return result;
   });
 }
 
-// Neither takes nor gives back the big lock: a shut-down holds it already. The flag is cleared
-// before the lock is, so that the next caller never meets a flag that is only on its way out.
+// Neither takes nor gives back the big lock, which a shut-down holds already, and leaves the flag
+// to the caller. It also stays set when an id has vanished: until the next shut-down.
 DiagnosticController::errorCode DiagnosticController::abortAllRequests(const TraceScope& arTrace) {
   if (mbAbortAllFlag) {
     mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::ABORT_ALL_ALREADY_IN_PROCESS,
@@ -157,10 +156,9 @@ DiagnosticController::errorCode DiagnosticController::abortAllRequests(const Tra
     try {
       abortRequest(*findRequest(arTrace, id, -1), -1);
     } catch (const DiagCtrlObjectNotFound&) {
-      throw kRequestNotFound;  // the flag stays set until the next shut-down
+      throw kRequestNotFound;
     }
   }
-  mbAbortAllFlag = false;
   return SUCCESS;
 }
 

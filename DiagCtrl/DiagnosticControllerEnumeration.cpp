@@ -242,8 +242,7 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
   const TraceScope trace(mpDiagTracer, "DiagnosticController::doEnumeratePackage");
   DiagnosticPackage& package = *apDiagnosticPackage;
   const std::string name = package.getPackageBaseName();
-  const std::string directory = textOf(mpcPackDirPath) + C::mSconpcDoubleSlash;
-  const std::string configFile = directory + name + C::mSconpcIni;
+  const std::string configFile = packageFile(name.c_str(), nullptr);
   try {
     package.initialize(configFile.c_str());
   } catch (const DiagCtrlInitialisationFailed&) {
@@ -260,6 +259,8 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
     }
     trace.info("Found package: " + name);
   }
+  // A description was read, so there is a directory.
+  const std::string directory = std::string(mpcPackDirPath) + C::mSconpcDoubleSlash;
   const auto unableToLoad = [&](const char* apcReason) {
     trace.warning(kPrefix + "UNABLE_TO_LOAD_PACKAGE: " + name + apcReason);
     pushWarning(*mpDiagUtil, DiagCtrlEvent::UNABLE_TO_LOAD_PACKAGE);
@@ -382,7 +383,9 @@ DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int 
   if (result != SUCCESS) {
     const LockScope lock(mmtxPackageVectorLock, 0);
     mPackageMap.erase(packageIndex);
-    mPackageObjectMap.erase(packageIndex);  // the description itself stays allocated
+    if (const auto lost = mPackageObjectMap.extract(packageIndex)) {
+      mLostPackages.push_back(lost.mapped());  // the description itself stays allocated
+    }
   }
   return leaveEnumeration(DiagControllerStatus::IDLE, result);
 }

@@ -310,6 +310,10 @@ void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
       releaseLibrary(handle);
     }
   }
+  for (DiagnosticPackage* package : mLostPackages) {
+    package->deleteRetiredData();
+  }
+  mLostPackages.clear();
   for (void* handle : mRetiredHandles) {
     releaseLibrary(handle);
   }

@@ -30,8 +30,6 @@ using Code = DiagnosticController;
 using Settings = Diag::DiagnosticSettings;
 
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
-constexpr ClientFailure kPackageLockFailed{DiagCtrlEvent::OBJECT_NOT_FOUND,
-                                           Code::UNABLE_TO_GET_LOCK};
 constexpr ClientFailure kDeviceObjectNotFound{DiagCtrlEvent::DEVICE_OBJECT_NOT_FOUND,
                                               Code::DEVICE_OBJECT_NOT_FOUND};
 constexpr ClientFailure kPackageNotFound{DiagCtrlEvent::PACKAGE_NOT_FOUND, Code::PACKAGE_NOT_FOUND};
@@ -150,7 +148,7 @@ DiagnosticController::errorCode DiagnosticController::queueOnDevice(
   }
   return answer(arTrace, [&] {
     const LockScope apiLock = lockForQueueing();
-    DiagnosticPackage& package = packageForQueueing(packageIndex);
+    DiagnosticPackage& package = packageOf(packageIndex);
     rulTestRequestId = queueForDevice(package, packageIndex, static_cast<int>(deviceId), apTests,
                                       aHaltLoopOnError, arDiagSettings);
     if (rulTestRequestId == 0) {
@@ -175,7 +173,7 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
   }
   return answer(trace, [&] {
     const LockScope apiLock = lockForQueueing();
-    DiagnosticPackage& package = packageForQueueing(packageIndex);
+    DiagnosticPackage& package = packageOf(packageIndex);
     const std::list<int> devices =
         orFail(kUnableToGetLock, kUnableToGetLock, [&] { return package.getDeviceIdList(); });
     if (devices.empty()) {
@@ -203,11 +201,6 @@ LockScope DiagnosticController::lockForQueueing() {
   });
 }
 
-DiagnosticPackage& DiagnosticController::packageForQueueing(int packageIndex) {
-  return *orFail(kPackageLockFailed, kObjectNotFound,
-                 [&] { return getDiagPackagePtr(packageIndex); });
-}
-
 // Only now: the request already stands in the queue, and the monitor polls nothing before.
 template <class Failure>
 void DiagnosticController::becomeActive(Failure aFailure) {
@@ -231,8 +224,9 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
   if (mpGlobalSettings == nullptr || mpcPackDirPath == nullptr) {
     throw kUnableToAdd;  // lost to a second initialize with a bad file
   }
-  request->setHaltLoopOnError(aHaltLoopOnError.has_value() ? *aHaltLoopOnError
-                                                           : mpGlobalSettings->getHaltOnError());
+  request->setHaltLoopOnError(orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+    return aHaltLoopOnError.has_value() ? *aHaltLoopOnError : mpGlobalSettings->getHaltOnError();
+  }));
   const auto name = mPackageMap.find(packageIndex);
   if (name == mPackageMap.end()) {
     throw kPackageNotFound;

@@ -1,5 +1,7 @@
 // The run-wide settings of the controller.
 
+#include <string>
+
 #include "DiagCtrl/DiagCtrlInvalidParameter.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagTracer.h"
@@ -21,6 +23,20 @@ GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
   return mpGlobalSettings;
 }
 
+// @param apcFailureText traced with the phase, which is that of a setter, if the lock fails.
+LockScope DiagnosticController::lockSettings(const TraceScope& arTrace,
+                                             const char* apcFailureText) {
+  try {
+    return LockScope(mmtxGlobalSettingsLock, 0);
+  } catch (const DiagCtrlMutexException&) {
+    if (apcFailureText != nullptr) {
+      arTrace.errorValue(std::string(arTrace.method()) + apcFailureText,
+                         DiagControllerStatus::IDLE);
+    }
+    throw;
+  }
+}
+
 template <class Read>
 DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeCall,
                                                                   const char* apcMethod,
@@ -31,7 +47,7 @@ DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeC
   }
   return answer(trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      const LockScope lock(mmtxGlobalSettingsLock, 0);
+      const LockScope lock = lockSettings(trace);
       if (mpGlobalSettings == nullptr) {
         throw kUnableToGetLock;  // lost to a second initialize with a bad file
       }
@@ -43,9 +59,8 @@ DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeC
 
 // The argument is checked before the phase, so that a bad value is told in any phase.
 template <class Validate, class Write>
-DiagnosticController::errorCode DiagnosticController::changeSetting(const char* apcMethod,
-                                                                    Validate aValidate,
-                                                                    Write aWrite) {
+DiagnosticController::errorCode DiagnosticController::changeSetting(
+    const char* apcMethod, Validate aValidate, Write aWrite, const char* apcLockFailureText) {
   TraceScope trace(mpDiagTracer, apcMethod);
   try {
     aValidate();
@@ -57,7 +72,7 @@ DiagnosticController::errorCode DiagnosticController::changeSetting(const char* 
   }
   return answer(trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      const LockScope lock(mmtxGlobalSettingsLock, 0);
+      const LockScope lock = lockSettings(trace, apcLockFailureText);
       if (mpGlobalSettings == nullptr) {
         throw kUnableToGetLock;
       }
@@ -143,7 +158,8 @@ DiagnosticController::errorCode DiagnosticController::setDiagnosticMode(
         mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeDiagnosticMode),
                                         DiagValidator::diagMode);
       },
-      [&](GlobalSettings& arSettings) { arSettings.setDiagnosticMode(aeDiagnosticMode); });
+      [&](GlobalSettings& arSettings) { arSettings.setDiagnosticMode(aeDiagnosticMode); },
+      "INCORRECT_PHASE: ");
 }
 
 }  // namespace TarvexDiags::DiagCtrl

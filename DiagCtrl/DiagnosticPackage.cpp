@@ -90,12 +90,7 @@ DiagnosticPackage::DiagnosticPackage(const char* pcPackageBaseName, unsigned sho
 DiagnosticPackage::~DiagnosticPackage() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::~DiagnosticPackage");
   clearPackageData();
-  for (DiagDevice* device : mRetiredDevices) {
-    delete device;
-  }
-  for (PackageTestInfo* test : mRetiredTests) {
-    delete test;
-  }
+  deleteRetiredData();
   for (char* text : {mpcResourceString, mpcPackagename, mpcPackageMnemonic, mpcPackageVersion,
                      mpcPackageDesc, mpcDLLDependencies}) {
     delete[] text;
@@ -328,6 +323,18 @@ void DiagnosticPackage::retirePackageData() {
   clearPackageData();
 }
 
+void DiagnosticPackage::deleteRetiredData() {
+  const TraceScope trace(mpDiagTracer, "DiagnosticPackage::deleteRetiredData");
+  for (DiagDevice* device : mRetiredDevices) {
+    delete device;
+  }
+  mRetiredDevices.clear();
+  for (PackageTestInfo* test : mRetiredTests) {
+    delete test;
+  }
+  mRetiredTests.clear();
+}
+
 // The list of device ids stays, for createDeviceVector to replace.
 void DiagnosticPackage::clearPackageData() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::clearPackageData");
@@ -382,7 +389,7 @@ void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVi
     const std::string disableName = virtualDevice.getDevice()->getDisableDeviceName();
     for (const auto& [test, zero] : mTestIdMap) {
       if (apIDiagnostics->IsDeviceSupported(virtualDevice, test)) {
-        settlePair(test, id, device, disableName.c_str());
+        settlePair(trace, test, id, device, disableName.c_str());
       } else {
         trace.info("IsDeviceSupported check failed for " +
                    virtualDevice.getDevice()->getDeviceName());
@@ -391,9 +398,8 @@ void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVi
   }
 }
 
-void DiagnosticPackage::settlePair(int aiTestId, int aiDeviceId, DiagDevice& arDevice,
-                                   const char* apcDisableName) {
-  const TraceScope trace(mpDiagTracer, "DiagnosticPackage::settlePair");
+void DiagnosticPackage::settlePair(const TraceScope& arTrace, int aiTestId, int aiDeviceId,
+                                   DiagDevice& arDevice, const char* apcDisableName) {
   constexpr const char* kText = "DiagnosticPackage::createDeviceVector()";
   try {
     PackageTestInfo& test = *getTestInfoFromPackage(aiTestId);
@@ -405,7 +411,7 @@ void DiagnosticPackage::settlePair(int aiTestId, int aiDeviceId, DiagDevice& arD
       test.updateEnableDeviceIdList(aiDeviceId);
     }
   } catch (const DiagCtrlKeyNotExistException&) {
-    trace.info("Incorrect Flow of Program. Should Never reach here.");
+    arTrace.info("Incorrect Flow of Program. Should Never reach here.");
     raise<DiagCtrlObjectNotFound>(DiagCtrlBaseException::ObjectNotFound, kText);
   } catch (const DiagCtrlMutexException&) {
     mlDeviceIdList.clear();

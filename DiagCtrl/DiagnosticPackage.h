@@ -16,6 +16,7 @@
 namespace TarvexDiags::DiagCtrl {
 
 class DiagTracer;
+class TraceScope;
 
 typedef void* p_Handle;  ///< the enumeration's handle of a package's shared object
 typedef std::vector<DiagDevice*> DeviceVector;
@@ -66,9 +67,11 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
 
   /// Destroys devices and tests and forgets what the file said of them; the texts stay.
   void clearPackageData();
-  /// The same, but devices and tests are kept until the package is destroyed: for a package whose
-  /// requests are still alive when it is enumerated again.
+  /// The same, but devices and tests are kept until they are deleted by the next call or with the
+  /// package: for a package whose requests are still alive when it is enumerated again.
   void retirePackageData();
+  /// Once no request is left that could reach them.
+  void deleteRetiredData();
 
   /// Wraps each device of the vector, numbers it from 1, and asks the diagnostics object once for
   /// each pair of device and offered test. Keeps neither argument.
@@ -94,7 +97,8 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   bool entryApplies(const char* apcFile, const char* apcSection, const std::string& arOs) const;
   void withdrawTest(int aiTestId);
   bool isDisabledFor(int aiTestId, const char* apcDisableName) const;
-  void settlePair(int aiTestId, int aiDeviceId, DiagDevice& arDevice, const char* apcDisableName);
+  void settlePair(const TraceScope& arTrace, int aiTestId, int aiDeviceId, DiagDevice& arDevice,
+                  const char* apcDisableName);
   void dropDevices();
 
   unsigned short musMachineId;

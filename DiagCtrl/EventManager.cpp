@@ -214,8 +214,10 @@ void EventManager::logProgress(const char* apcPackagename, unsigned long aulTest
                                unsigned int auiProgress) {
   const TraceScope trace(mpDiagTracer, "EventManager::logProgress");
   const TracedLock lock(trace, mProgressMutexLock, 0, "EventManager::logProgress()");
-  trace.info(std::string(apcPackagename) + ":" + decimal(aulTestRequestId) + "=" +
-             decimal(auiProgress) + "%");
+  trace.infoOf([&] {
+    return std::string(apcPackagename) + ":" + decimal(aulTestRequestId) + "=" +
+           decimal(auiProgress) + "%";
+  });
 }
 
 void EventManager::logStatus(char* apcPackagename, unsigned long aulTestRequestId,

@@ -32,8 +32,8 @@ typedef std::map<unsigned long, CtrlEventQueue*> CtrlEventQueueMap;
 /// Queues have no limit, and a registration lasts until its kind is cleared. Ids count from 1
 /// separately for each kind.
 ///
-/// Thread-safety: any thread may call any operation but the three clear operations, which run when
-/// no thread pushes any more. Create, push, drain and log may throw DiagCtrlMutexException.
+/// Thread-safety: any thread may call any operation; destroying the instance waits for events that
+/// are being raised. All but `getInstance` may throw DiagCtrlMutexException.
 class TARVEXDIAGS_EXPORT EventManager {
  public:
   /// The instance, made on first use.

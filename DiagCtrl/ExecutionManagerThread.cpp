@@ -383,7 +383,12 @@ void ExecutionManagerThread::waitForVerdict() {
 void ExecutionManagerThread::requeueRefused(std::vector<RequestReference>& arRefused) {
   for (auto request = arRefused.rbegin(); request != arRefused.rend(); ++request) {
     TestRequest& refused = **request;
-    if (!refused.isStaleEntry() && !refused.getAbortStatus()) {
+    if (refused.isStaleEntry()) {
+      continue;
+    }
+    if (refused.getAbortStatus()) {
+      dropAborted(refused);  // since it was looked at
+    } else {
       requeueTest(&refused);
     }
   }

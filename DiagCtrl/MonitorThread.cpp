@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "DeviceEnum/IDevice.h"
@@ -257,11 +258,13 @@ void MonitorThread::getEventsResults(TestRequest* apTestRequest) {
   }
 }
 
+// The messages may have code of their package, so the pin lasts until they were copied.
 void MonitorThread::collectEvents(TestRequest& arTestRequest) {
+  std::optional<DiagnosticsPin> diagnostics;
   std::unique_ptr<EventVector> pEventVector;
   try {
-    if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
-      pEventVector.reset(diagnostics->getDiagnosticEvents());
+    if (diagnostics.emplace(arTestRequest)) {
+      pEventVector.reset((*diagnostics)->getDiagnosticEvents());
     }
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::getEventsResults", failure);
@@ -294,10 +297,11 @@ void MonitorThread::collectResults(TestRequest& arTestRequest) {
 
 void MonitorThread::getResults(TestRequest* apTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::getResults");
+  std::optional<DiagnosticsPin> diagnostics;
   std::unique_ptr<ResultVector> pResultVector;
   try {
-    if (const DiagnosticsPin diagnostics(*apTestRequest); diagnostics) {
-      pResultVector.reset(diagnostics->getDiagnosticResults());
+    if (diagnostics.emplace(*apTestRequest)) {
+      pResultVector.reset((*diagnostics)->getDiagnosticResults());
     }
   } catch (const DiagCtrlMutexException&) {
     return;

@@ -10,6 +10,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/ReplaceStatus.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -98,14 +99,14 @@ void TestRequest::setTestRequestStatus(TestRequestStatus aeStatus) {
 
 // The abort writes the status under another lock, so both writers compare and set.
 void TestRequest::setStatusIfOpen(TestRequestStatus aeStatus) {
-  TestRequestStatus present = meTestRequestStatus;
-  do {
-    if (present == COMPLETED || present == ABORTED) {
+  replaceStatus(meTestRequestStatus, aeStatus, [this](TestRequestStatus aePresent) {
+    const bool isFinal = aePresent == COMPLETED || aePresent == ABORTED;
+    if (isFinal) {
       mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_WARNING, __FILE__, __LINE__,
-                               "Can't override, because status is ", present);
-      return;
+                               "Can't override, because status is ", aePresent);
     }
-  } while (!meTestRequestStatus.compare_exchange_weak(present, aeStatus));
+    return isFinal;
+  });
 }
 
 bool TestRequest::getAbortStatus() {
@@ -118,9 +119,9 @@ void TestRequest::setAbortStatus(bool abAbortStatus, long alTimeOutValue) {
   const LockScope lock(mmtxTestReqAbortLock, lockTimeOut(alTimeOutValue), kMinorLock,
                        "TestRequest::setAbortStatus()");
   mbAbortStatus = abAbortStatus;
-  TestRequestStatus present = meTestRequestStatus;
-  while (abAbortStatus && present != COMPLETED &&
-         !meTestRequestStatus.compare_exchange_weak(present, ABORTED)) {
+  if (abAbortStatus) {
+    replaceStatus(meTestRequestStatus, ABORTED,
+                  [](TestRequestStatus aePresent) { return aePresent == COMPLETED; });
   }
 }
 

@@ -122,7 +122,8 @@ class Storage:
             job = self.fio(engine, *fresh)
             self.verify.add(f"write, fio {engine}", job["write"]["bw_bytes"])
         for engine in self.engines:
-            job = self.fio(engine, *fresh, "--verify=crc32c", "--do_verify=1")
+            job = self.fio(engine, *fresh, "--verify=crc32c", "--do_verify=1",
+                           "--verify_state_save=0")
             elapsed = (job["write"]["runtime"] + job["read"]["runtime"]) / 1000
             self.verify.add(f"write and verify, fio {engine}", self.size / elapsed)
         entry = self.ours("WriteAndVerify/iterations:1/manual_time")

@@ -36,9 +36,7 @@ function(tarvex_add_library name)
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}
-    INSTALL_RPATH "$ORIGIN"
-    UNITY_BUILD ${TARVEX_UNITY_BUILD}
-    UNITY_BUILD_BATCH_SIZE 8)
+    INSTALL_RPATH "$ORIGIN")
 endfunction()
 
 # tarvex_add_program(<name> SOURCES <source>... [LIBRARIES <library>...]): an executable of the

@@ -2,7 +2,6 @@
 
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
-option(TARVEX_UNITY_BUILD "Compile the libraries in batches of source files" OFF)
 set(TARVEX_INSTRUMENTATION "none" CACHE STRING
   "What the build is instrumented for: none, asan, tsan, coverage or fuzz")
 set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage fuzz)

@@ -25,14 +25,16 @@ const std::vector<KeyRule> globalRules = {
 };
 
 const std::vector<KeyRule> disableRules = {{"PackageName", ValueKind::text, true},
+                                           {"MachineId", ValueKind::machineId, false},
                                            {"Os", ValueKind::operatingSystem, false}};
 
 // A key that nobody reads is mostly a misspelt one.
 void checkUnknownKeys(const ConfigurationText& text, const std::string& file,
                       std::vector<Problem>& problems) {
   for (const auto& [key, value] : text.keys(globalSection)) {
-    const bool isKnown = std::any_of(globalRules.begin(), globalRules.end(),
-                                     [&](const KeyRule& rule) { return rule.key == key; });
+    const bool isKnown =
+        std::any_of(globalRules.begin(), globalRules.end(),
+                    [&name = key](const KeyRule& rule) { return rule.key == name; });
     if (!isKnown) {
       problems.push_back({file, globalSection, key, "no such key is read"});
     }

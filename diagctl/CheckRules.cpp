@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <map>
 
 namespace TarvexDiags::DiagCtl {
@@ -37,6 +39,17 @@ std::string findNumberFault(const std::string& value, bool isPositive) {
   return isPositive && number <= 0 ? fmt::format("{} is not above 0", number) : "";
 }
 
+std::string findMachineIdFault(const std::string& value) {
+  char* end = nullptr;
+  const long number = std::strtol(value.c_str(), &end, 0);
+  if (end == value.c_str() || *end != '\0') {
+    return fmt::format("'{}' is no whole number, decimal or hexadecimal", value);
+  }
+  return number < 0 || number > std::numeric_limits<unsigned short>::max()
+             ? fmt::format("{} is not between 0 and 65535", number)
+             : "";
+}
+
 std::string findPathFault(const std::string& value, bool wantsDirectory) {
   std::error_code failure;
   const fs::file_status status = fs::status(value, failure);
@@ -58,6 +71,8 @@ std::string findFault(ValueKind kind, const std::string& value) {
     case ValueKind::number:
     case ValueKind::positiveNumber:
       return findNumberFault(value, kind == ValueKind::positiveNumber);
+    case ValueKind::machineId:
+      return findMachineIdFault(value);
     case ValueKind::directory:
     case ValueKind::file:
       return findPathFault(value, kind == ValueKind::directory);

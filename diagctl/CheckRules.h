@@ -16,6 +16,7 @@ enum class ValueKind {
   runMode,
   diagMode,
   debugLevel,
+  machineId,  ///< whole, decimal or hexadecimal with 0x, of 16 bits
   openMode,
   operatingSystem,
   directory,

@@ -111,8 +111,10 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
               {"factory", DiagCtrl::GlobalSettings::FACTORY},
               {"bringup", DiagCtrl::GlobalSettings::BRINGUP}},
           CLI::ignore_case));
-  command.add_option("--expect-devices", options.expectedDevices,
-                     "Fewer devices than this are a hardware failure");
+  command
+      .add_option("--expect-devices", options.expectedDevices,
+                  "Fewer devices than this are a hardware failure")
+      ->check(CLI::NonNegativeNumber);
   command.add_flag("--dry-run", options.isDryRun, "Only tell what would run");
   command.add_option("--seed", options.run.seed, "Seed of the tests' random values")
       ->check(CLI::Range(1L, std::numeric_limits<long>::max()));
@@ -131,9 +133,7 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
 int list(const GlobalOptions& global, const ListOptions& options) {
   const Configuration configuration = configurationOf(global);
   const Session session(configuration.path(), global.language, {});
-  for (const std::string& warning : session.warnings()) {
-    fmt::print(std::cerr, "diagctl: {}\n", warning);
-  }
+  tellWarnings(std::cerr, session.warnings());
   if (options.what == "devices") {
     listDevices(std::cout, session.catalogue());
   } else if (options.what == "tests") {
@@ -147,6 +147,7 @@ int list(const GlobalOptions& global, const ListOptions& options) {
 int show(const GlobalOptions& global, const std::string& item) {
   const Configuration configuration = configurationOf(global);
   const Session session(configuration.path(), global.language, {});
+  tellWarnings(std::cerr, session.warnings());
   if (!showItem(std::cout, session.catalogue(), item)) {
     fmt::print(std::cerr, "diagctl: no package, device or test matches '{}'\n", item);
     return ExitCode::nothingRan;
@@ -182,14 +183,19 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
   Interruption::begin();
   const Configuration configuration = configurationOf(global);
   Session session(configuration.path(), global.language, {});
-  const bool isQuick = options.run.quick || options.run.profile == Profile::quick;
-  const std::vector<Estimate> estimates = estimate(
-      session, select(session.catalogue(), options.patterns), passesOf(options.run), isQuick);
+  tellWarnings(std::cerr, session.warnings());
+  const bool isMatched = tellUnmatched(std::cerr, session.catalogue(), options.patterns);
+  const std::vector<Estimate> estimates =
+      estimate(session, select(session.catalogue(), options.patterns), passesOf(options.run),
+               isQuick(options.run));
   writeEstimates(std::cout, estimates);
   if (Interruption::signal() != 0) {
     return ExitCode::signalBase + Interruption::signal();
   }
-  return estimates.empty() ? ExitCode::nothingRan : ExitCode::passed;
+  if (estimates.empty()) {
+    return ExitCode::nothingRan;
+  }
+  return isMatched && session.failedPackages() == 0 ? ExitCode::passed : ExitCode::noVerdict;
 }
 
 int check(const GlobalOptions& global) {
@@ -231,9 +237,8 @@ class CommandLine {
     try {
       std::vector<std::string> rest(m_arguments.rbegin(), m_arguments.rend() - 1);
       m_app.parse(rest);
-      if (const std::string fault = findFault(m_run.outputs); !fault.empty()) {
-        throw CLI::ValidationError("--output", fault);
-      }
+      requireSound(findFault(m_run.outputs));
+      requireSound(findFault(m_report.outputs, m_report.log));
     } catch (const CLI::ParseError& failure) {
       return m_app.exit(failure) == 0 ? ExitCode::passed : ExitCode::usage;
     }
@@ -246,6 +251,12 @@ class CommandLine {
   }
 
  private:
+  static void requireSound(const std::string& fault) {
+    if (!fault.empty()) {
+      throw CLI::ValidationError("--output", fault);
+    }
+  }
+
   CLI::App& add(const char* name, const char* description, const char* examples,
                 std::function<int()> carryOut) {
     CLI::App& command = *m_app.add_subcommand(name, description);

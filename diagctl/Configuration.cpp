@@ -43,12 +43,13 @@ fs::path makeTemporaryDirectory() {
 
 }  // namespace
 
-Configuration Configuration::find(const std::optional<std::string>& named) {
+Configuration Configuration::find(const std::optional<std::string>& named,
+                                  const fs::path& systemDirectory) {
   if (named) {
     return Configuration(*named);
   }
   const fs::path user = fromEnvironment("XDG_CONFIG_HOME", ".config");
-  for (const fs::path& directory : {user, fs::path("/etc")}) {
+  for (const fs::path& directory : {user, systemDirectory}) {
     const fs::path candidate = directory / "tarvexdiags" / "control.cfg";
     if (!directory.empty() && isThere(candidate)) {
       return Configuration(candidate.string());

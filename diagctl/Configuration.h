@@ -11,10 +11,11 @@ namespace TarvexDiags::DiagCtl {
 /// /etc/tarvexdiags/control.cfg, else one made for the packages that come with the program.
 class Configuration {
  public:
-  /// @param named the file of --config.
+  /// @param named the file of --config. @param systemDirectory of the whole machine.
   /// @throws std::runtime_error if no packages are found for a file that is made, or it cannot be
   ///   written.
-  static Configuration find(const std::optional<std::string>& named);
+  static Configuration find(const std::optional<std::string>& named,
+                            const std::filesystem::path& systemDirectory = "/etc");
 
   /// Makes one for a directory of packages; its logs go with it.
   static Configuration make(const std::filesystem::path& packages);

@@ -26,7 +26,8 @@ int translate(int code, const RunSummary& summary, ExitStyle style) {
   }
   if (style == ExitStyle::npd) {
     // One problem daemon asks one question: is there a problem, or can it not be told?
-    return code == ExitCode::nothingRan ? ExitCode::noVerdict : code;
+    return code == ExitCode::passed || code == ExitCode::hardwareFailure ? code
+                                                                         : ExitCode::noVerdict;
   }
   switch (code) {
     case ExitCode::passed:

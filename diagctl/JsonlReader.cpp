@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -14,6 +18,12 @@ namespace {
 
 using Json = nlohmann::json;
 
+/// A line that is JSON and yet no artifact.
+class FormatFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 std::string textOf(const Json& object, const char* key) {
   return object.value(key, std::string());
 }
@@ -22,7 +32,7 @@ template <class Value>
 Value lookUp(const std::map<std::string, Value>& values, const std::string& text) {
   const auto entry = values.find(text);
   if (entry == values.end()) {
-    throw std::runtime_error(fmt::format("'{}' is none of the known values", text));
+    throw FormatFailure(fmt::format("'{}' is none of the known values", text));
   }
   return entry->second;
 }
@@ -59,11 +69,11 @@ std::chrono::system_clock::time_point timeOf(const std::string& text) {
   std::tm parts{};
   const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
   if (rest == nullptr) {
-    throw std::runtime_error(fmt::format("'{}' is no time stamp", text));
+    throw FormatFailure(fmt::format("'{}' is no time stamp", text));
   }
   const double fraction = *rest == '.' ? std::strtod(rest, nullptr) : 0.0;
   return std::chrono::system_clock::from_time_t(timegm(&parts)) +
-         std::chrono::milliseconds(static_cast<long>(fraction * 1000 + 0.5));
+         std::chrono::milliseconds(std::lround(fraction * 1000));
 }
 
 RunStarted toRunStarted(const Json& content) {
@@ -107,9 +117,10 @@ Advice adviceOf(const std::string& text) {
 }
 
 // "package: test on device", as the log writes it.
-StepStarted toStepStarted(const std::string& stepId, const std::string& name) {
+StepStarted toStepStarted(const std::string& stepId, const std::string& name, int passes) {
   StepStarted started;
   started.stepId = stepId;
+  started.passes = passes;
   const std::size_t colon = name.find(": ");
   const std::size_t on = name.rfind(" on ");
   if (colon == std::string::npos || on == std::string::npos || on < colon + 2) {
@@ -122,21 +133,16 @@ StepStarted toStepStarted(const std::string& stepId, const std::string& name) {
   return started;
 }
 
-StepDiagnosis toStepDiagnosis(const std::string& stepId, const Json& content) {
+StepDiagnosis toStepDiagnosis(const std::string& stepId, const Json& content, int pass) {
   StepDiagnosis diagnosis;
   diagnosis.stepId = stepId;
+  diagnosis.pass = pass;
   diagnosis.verdict = verdictOf(content);
   diagnosis.symptom = textOf(content, "verdict");
   diagnosis.hardwareId = textOf(content, "hardwareInfoId");
   const auto [message, action] = adviceOf(textOf(content, "message"));
+  diagnosis.message = message;
   diagnosis.action = action;
-  const std::size_t colon = message.find(": ");
-  if (message.rfind("pass ", 0) == 0) {
-    diagnosis.pass = static_cast<int>(std::strtol(message.c_str() + 5, nullptr, 10));
-    diagnosis.message = colon != std::string::npos ? message.substr(colon + 2) : "";
-  } else {
-    diagnosis.message = message;
-  }
   return diagnosis;
 }
 
@@ -155,93 +161,141 @@ StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content
   return figure;
 }
 
-std::optional<RunEventBody> toStepEvent(const Json& artifact) {
-  const std::string stepId = artifact.at("testStepId");
-  if (artifact.contains("testStepStart")) {
-    return toStepStarted(stepId, artifact["testStepStart"].at("name"));
+/// Turns the lines of one run into its stream, and keeps what an artifact says of those behind it.
+class RunParser {
+ public:
+  std::optional<RunEventBody> toEvent(const Json& line) {
+    if (line.contains("testStepArtifact")) {
+      return toStepEvent(line["testStepArtifact"]);
+    }
+    if (line.contains("testRunArtifact")) {
+      return toRunEvent(line["testRunArtifact"]);
+    }
+    return std::nullopt;
   }
-  if (artifact.contains("testStepEnd")) {
-    return StepEnded{stepId, statusOf(artifact["testStepEnd"])};
-  }
-  if (artifact.contains("diagnosis")) {
-    return toStepDiagnosis(stepId, artifact["diagnosis"]);
-  }
-  if (artifact.contains("error")) {
-    const Json& content = artifact["error"];
-    const Advice advice = adviceOf(textOf(content, "message"));
-    return StepTrouble{stepId, content.at("symptom"), advice.message, advice.action};
-  }
-  if (artifact.contains("log")) {
-    const Json& content = artifact["log"];
-    const Advice advice = adviceOf(content.at("message"));
-    return StepMessage{stepId, severityOf(content), advice.message, advice.action};
-  }
-  if (artifact.contains("measurement")) {
-    return toStepMeasurement(stepId, artifact["measurement"]);
-  }
-  return std::nullopt;
-}
 
-std::optional<RunEventBody> toRunEvent(const Json& artifact) {
-  if (artifact.contains("testRunStart")) {
-    return toRunStarted(artifact["testRunStart"]);
+ private:
+  std::optional<RunEventBody> toStepEvent(const Json& artifact) {
+    const std::string stepId = artifact.at("testStepId");
+    if (artifact.contains("testStepStart")) {
+      return toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes);
+    }
+    if (artifact.contains("testStepEnd")) {
+      return StepEnded{stepId, statusOf(artifact["testStepEnd"])};
+    }
+    if (artifact.contains("extension")) {
+      takeExtension(artifact["extension"]);
+      return std::nullopt;
+    }
+    if (artifact.contains("diagnosis")) {
+      return toStepDiagnosis(stepId, artifact["diagnosis"], m_pass);
+    }
+    if (artifact.contains("error")) {
+      const Json& content = artifact["error"];
+      const Advice advice = adviceOf(textOf(content, "message"));
+      return StepTrouble{stepId, content.at("symptom"), advice.message, advice.action};
+    }
+    if (artifact.contains("log")) {
+      const Json& content = artifact["log"];
+      const Advice advice = adviceOf(content.at("message"));
+      return StepMessage{stepId, severityOf(content), advice.message, advice.action};
+    }
+    if (artifact.contains("measurement")) {
+      return toStepMeasurement(stepId, artifact["measurement"]);
+    }
+    return std::nullopt;
   }
-  if (artifact.contains("testRunEnd")) {
-    const Json& content = artifact["testRunEnd"];
-    return RunEnded{statusOf(content), resultOf(content)};
-  }
-  if (artifact.contains("error")) {
-    const Json& content = artifact["error"];
-    return RunTrouble{content.at("symptom"), textOf(content, "message")};
-  }
-  if (artifact.contains("log")) {
-    const Json& content = artifact["log"];
-    return RunMessage{severityOf(content), content.at("message")};
-  }
-  return std::nullopt;
-}
 
-std::optional<RunEventBody> toEvent(const Json& line) {
-  if (line.contains("testStepArtifact")) {
-    return toStepEvent(line["testStepArtifact"]);
+  std::optional<RunEventBody> toRunEvent(const Json& artifact) {
+    if (artifact.contains("testRunStart")) {
+      RunStarted start = toRunStarted(artifact["testRunStart"]);
+      if (const auto passes = start.parameters.find("passes"); passes != start.parameters.end()) {
+        m_passes = std::max(std::atoi(passes->second.c_str()), 1);
+      }
+      return start;
+    }
+    if (artifact.contains("testRunEnd")) {
+      const Json& content = artifact["testRunEnd"];
+      return RunEnded{statusOf(content), resultOf(content)};
+    }
+    if (artifact.contains("error")) {
+      const Json& content = artifact["error"];
+      return RunTrouble{content.at("symptom"), textOf(content, "message")};
+    }
+    if (artifact.contains("log")) {
+      const Json& content = artifact["log"];
+      return RunMessage{severityOf(content), content.at("message")};
+    }
+    return std::nullopt;
   }
-  if (line.contains("testRunArtifact")) {
-    return toRunEvent(line["testRunArtifact"]);
+
+  void takeExtension(const Json& extension) {
+    if (textOf(extension, "name") == "pass") {
+      m_pass = extension.at("content").value("number", 1);
+    }
   }
-  return std::nullopt;
-}
+
+  int m_passes = 1;  ///< of each test of the run
+  int m_pass = 1;    ///< of the next diagnosis
+};
 
 }  // namespace
 
 JsonlReader::JsonlReader(std::istream& in, std::string name) : m_in(in), m_name(std::move(name)) {}
 
-bool JsonlReader::readRun(const Sink& sink) {
-  bool hasBegun = false;
-  std::string text = std::exchange(m_pending, std::string());
-  while (!text.empty() || std::getline(m_in, text)) {
+// Goes on to the next line that is not blank, unless the present one was put back.
+bool JsonlReader::nextLine() {
+  if (std::exchange(m_isPending, false)) {
+    return true;
+  }
+  while (std::getline(m_in, m_text)) {
     ++m_line;
-    if (text.find_first_not_of(" \t\r") == std::string::npos) {
-      text.clear();
-      continue;
+    if (m_text.find_first_not_of(" \t\r") != std::string::npos) {
+      return true;
     }
+  }
+  return false;
+}
+
+// A process that is killed leaves half a line; a later one appends its run on a line of its own.
+bool JsonlReader::endsHere() {
+  if (m_in.eof()) {
+    return true;
+  }
+  m_isPending = nextLine() && Json::parse(m_text, nullptr, false).contains("schemaVersion");
+  return m_isPending;
+}
+
+bool JsonlReader::readRun(const Sink& sink) {
+  RunParser parser;
+  bool hasBegun = false;
+  while (nextLine()) {
+    const unsigned long number = m_line;
+    const auto fail = [&](const std::exception& failure) {
+      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, number, failure.what()));
+    };
     try {
-      const Json line = Json::parse(text);
-      if (line.contains("schemaVersion") && hasBegun) {
-        m_pending = text;
-        --m_line;
+      const Json line = Json::parse(m_text);
+      if (line.contains("schemaVersion") && std::exchange(hasBegun, true)) {
+        m_isPending = true;
         return true;
       }
       hasBegun = true;
-      if (auto body = toEvent(line)) {
+      if (auto body = parser.toEvent(line)) {
         sink({timeOf(line.at("timestamp")), std::move(*body)});
       }
-    } catch (const std::exception& failure) {
-      if (m_in.eof()) {
-        return hasBegun;  // the run was killed in the middle of its last line
+    } catch (const Json::parse_error& failure) {
+      if (!endsHere()) {
+        fail(failure);
       }
-      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, m_line, failure.what()));
+      if (hasBegun) {
+        return true;
+      }
+    } catch (const Json::exception& failure) {
+      fail(failure);
+    } catch (const FormatFailure& failure) {
+      fail(failure);
     }
-    text.clear();
   }
   return hasBegun;
 }

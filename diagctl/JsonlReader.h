@@ -18,15 +18,19 @@ class JsonlReader {
   JsonlReader(std::istream& in, std::string name);
 
   /// Reads the next run. @return false if there is none.
-  /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A last
-  ///   line that was cut off ends the run without its end.
+  /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A line
+  ///   that broke off, at the end of the log or where another run was appended, ends its run.
   bool readRun(const Sink& sink);
 
  private:
+  bool nextLine();
+  bool endsHere();
+
   std::istream& m_in;
   std::string m_name;
-  std::string m_pending;  ///< a line that belongs to the next run
+  std::string m_text;  ///< the present line
   unsigned long m_line = 0;
+  bool m_isPending = false;  ///< the present line belongs to the next run
 };
 
 }  // namespace TarvexDiags::DiagCtl

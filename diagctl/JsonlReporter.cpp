@@ -142,10 +142,7 @@ struct ToArtifact {
   }
   Artifact operator()(const StepDiagnosis& diagnosis) const {
     Json content{{"verdict", diagnosis.symptom}, {"type", toText(diagnosis.verdict)}};
-    const std::string pass = fmt::format("pass {}", diagnosis.pass);
-    content["message"] = diagnosis.message.empty()
-                             ? pass
-                             : pass + ": " + withAction(diagnosis.message, diagnosis.action);
+    addUnlessEmpty(content, "message", withAction(diagnosis.message, diagnosis.action));
     addUnlessEmpty(content, "hardwareInfoId", diagnosis.hardwareId);
     return {stepArtifact, step(diagnosis.stepId, "diagnosis", std::move(content))};
   }
@@ -172,6 +169,12 @@ struct ToArtifact {
   }
 };
 
+// The pass that the diagnosis behind it judges, for which the format has no field.
+Json passOf(const StepDiagnosis& diagnosis) {
+  return step(diagnosis.stepId, "extension",
+              {{"name", "pass"}, {"content", {{"number", diagnosis.pass}}}});
+}
+
 }  // namespace
 
 std::string toTimestamp(std::chrono::system_clock::time_point time) {
@@ -186,9 +189,13 @@ JsonlReporter::JsonlReporter(std::ostream& out) : m_out(out) {}
 
 void JsonlReporter::handle(const RunEvent& event) {
   const std::string timestamp = toTimestamp(event.time);
-  if (!m_hasSchema) {
+  if (!m_hasSchema || std::holds_alternative<RunStarted>(event.body)) {
     m_hasSchema = true;
+    m_sequenceNumber = 0;
     write(timestamp, "schemaVersion", {{"major", 2}, {"minor", 0}});
+  }
+  if (const auto* diagnosis = std::get_if<StepDiagnosis>(&event.body)) {
+    write(timestamp, stepArtifact, passOf(*diagnosis));
   }
   Artifact artifact = std::visit(ToArtifact(), event.body);
   if (!artifact.content.is_null()) {

@@ -12,7 +12,8 @@ namespace TarvexDiags::DiagCtl {
 
 /// JSON lines after the Open Compute Project's "Test and Validation output" specification, version
 /// 2.0: one artifact a line, flushed when it happens, so that a run that is killed leaves a usable
-/// file. The end of the run is then missing, which is itself evidence.
+/// file. The end of the run is then missing, which is itself evidence. Each run begins with the
+/// schema's version and counts its lines from 0.
 class JsonlReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.

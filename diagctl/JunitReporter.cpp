@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "diagctl/JsonlReporter.h"
+#include "diagctl/Printable.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -16,7 +17,7 @@ namespace {
 // XML 1.0 has no form for most control characters; they are left out.
 std::string escape(const std::string& text) {
   std::string escaped;
-  for (const char character : text) {
+  for (const char character : toUtf8(text)) {
     switch (character) {
       case '&':
         escaped += "&amp;";
@@ -56,9 +57,7 @@ std::string join(const std::vector<std::string>& findings,
 
 struct Suite {
   std::vector<const StepRecord*> steps;
-  int failures = 0;
-  int errors = 0;
-  int skipped = 0;
+  OutcomeSums sums;
   double seconds = 0;
 };
 
@@ -68,9 +67,7 @@ std::map<std::string, Suite> suitesOf(const RunRecord& record) {
     Suite& suite = suites[step->start.package];
     suite.steps.push_back(step);
     suite.seconds += step->seconds();
-    suite.failures += step->outcome() == StepRecord::Outcome::failed ? 1 : 0;
-    suite.errors += step->outcome() == StepRecord::Outcome::trouble ? 1 : 0;
-    suite.skipped += step->outcome() == StepRecord::Outcome::skipped ? 1 : 0;
+    ++suite.sums[step->outcome()];
   }
   return suites;
 }
@@ -102,20 +99,35 @@ void writeCase(std::ostream& out, const StepRecord& step) {
   out << "</testcase>\n";
 }
 
+void writeRun(std::ostream& out, const RunRecord& run) {
+  auto suites = suitesOf(run);
+  for (auto& [package, suite] : suites) {
+    fmt::print(out,
+               "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
+               "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
+               escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::failed],
+               suite.sums[StepRecord::Outcome::trouble], suite.sums[StepRecord::Outcome::skipped],
+               suite.seconds, toTimestamp(run.begin()), escape(run.start().machineName));
+    for (const StepRecord* step : suite.steps) {
+      writeCase(out, *step);
+    }
+    out << "  </testsuite>\n";
+  }
+}
+
 }  // namespace
+
+void JunitReporter::handle(const RunEvent& event) {
+  if (m_runs.empty() || std::holds_alternative<RunStarted>(event.body)) {
+    m_runs.emplace_back();
+  }
+  m_runs.back().handle(event);
+}
 
 void JunitReporter::finish() {
   m_out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n";
-  for (const auto& [package, suite] : suitesOf(m_record)) {
-    fmt::print(m_out,
-               "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
-               "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-               escape(package), suite.steps.size(), suite.failures, suite.errors, suite.skipped,
-               suite.seconds, toTimestamp(m_record.begin()), escape(m_record.start().machineName));
-    for (const StepRecord* step : suite.steps) {
-      writeCase(m_out, *step);
-    }
-    m_out << "  </testsuite>\n";
+  for (const RunRecord& run : m_runs) {
+    writeRun(m_out, run);
   }
   m_out << "</testsuites>\n" << std::flush;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ostream>
+#include <vector>
 
 #include "diagctl/Reporter.h"
 #include "diagctl/StepRecord.h"
@@ -9,18 +10,18 @@ namespace TarvexDiags::DiagCtl {
 
 /// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
 /// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
-/// test `skipped`. Written whole at the end.
+/// test `skipped`. Written whole at the end; the suites of several runs follow each other.
 class JunitReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
   explicit JunitReporter(std::ostream& out) : m_out(out) {}
 
-  void handle(const RunEvent& event) override { m_record.handle(event); }
+  void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
   std::ostream& m_out;
-  RunRecord m_record;
+  std::vector<RunRecord> m_runs;
 };
 
 }  // namespace TarvexDiags::DiagCtl

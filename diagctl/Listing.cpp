@@ -116,6 +116,21 @@ bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& 
   return isFound;
 }
 
+bool tellUnmatched(std::ostream& out, const Catalogue& catalogue,
+                   const SelectionPatterns& patterns) {
+  const std::vector<std::string> unmatched = unmatchedPatterns(catalogue, patterns);
+  for (const std::string& pattern : unmatched) {
+    fmt::print(out, "diagctl: nothing matches {}\n", pattern);
+  }
+  return unmatched.empty();
+}
+
+void tellWarnings(std::ostream& out, const std::vector<std::string>& warnings) {
+  for (const std::string& warning : warnings) {
+    fmt::print(out, "diagctl: {}\n", warning);
+  }
+}
+
 void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs) {
   for (const SelectedPair& pair : pairs) {
     const bool isRun = pair.state == PairState::enabled;

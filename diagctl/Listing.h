@@ -1,6 +1,8 @@
 #pragma once
 
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include "diagctl/Catalogue.h"
 #include "diagctl/Selection.h"
@@ -13,6 +15,11 @@ void listDevices(std::ostream& out, const Catalogue& catalogue);
 void listTests(std::ostream& out, const Catalogue& catalogue);
 /// All that is known of each package, device and test that matches. @return whether any does.
 bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& pattern);
+/// Tells each pattern that nothing matches. @return whether there is none.
+bool tellUnmatched(std::ostream& out, const Catalogue& catalogue,
+                   const SelectionPatterns& patterns);
+/// Tells what a session has to complain of: packages that could not be loaded.
+void tellWarnings(std::ostream& out, const std::vector<std::string>& warnings);
 /// The pairs of a plan that would run and those that would not.
 void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs);
 

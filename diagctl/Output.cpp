@@ -1,5 +1,6 @@
 #include "diagctl/Output.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -19,13 +20,41 @@ namespace TarvexDiags::DiagCtl {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 [[noreturn]] void failWith(int error, const std::string& name) {
   throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
 }
 
-}  // namespace
+// A device such as /dev/full has no neighbour to be renamed, and takes anything.
+bool isPlainFile(const std::string& path) {
+  return !fs::exists(path) || fs::is_regular_file(path);
+}
 
-namespace {
+bool isSameFile(const std::string& one, const std::string& other) {
+  std::error_code ignored;
+  return isPlainFile(one) &&
+         (fs::equivalent(one, other, ignored) ||
+          fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored));
+}
+
+bool endsWithinLine(const std::string& path) {
+  std::ifstream file(path, std::ios::ate);
+  if (!file || file.tellg() <= 0) {
+    return false;
+  }
+  file.seekg(-1, std::ios::end);
+  return file.get() != '\n';
+}
+
+// What is renamed over an old report must be on the disk first.
+void synchronise(const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  if (file >= 0) {
+    fsync(file);
+    close(file);
+  }
+}
 
 bool isFormat(const std::string& name) {
   return name == "text" || name == "jsonl" || name == "junit" || name == "tap";
@@ -48,32 +77,29 @@ Specification parse(const std::string& text) {
 
 }  // namespace
 
-std::string findFault(const std::vector<std::string>& specifications) {
+std::string findFault(const std::vector<std::string>& specifications, const std::string& input) {
+  std::vector<std::string> taken;
+  if (!input.empty()) {
+    taken.push_back(input);
+  }
   int standardOutputs = 0;
   for (const std::string& text : specifications) {
     const Specification parsed = parse(text);
     if (!isFormat(parsed.format) || parsed.path.empty()) {
       return fmt::format("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
     }
-    standardOutputs += parsed.isStandardOutput() ? 1 : 0;
+    if (parsed.isStandardOutput()) {
+      ++standardOutputs;
+      continue;
+    }
+    for (const std::string& other : taken) {
+      if (isSameFile(parsed.path, other)) {
+        return fmt::format("the file '{}' is named twice", parsed.path);
+      }
+    }
+    taken.push_back(parsed.path);
   }
   return standardOutputs > 1 ? "standard output takes one format" : "";
-}
-
-std::vector<std::unique_ptr<Output>> openOutputs(const std::vector<std::string>& specifications,
-                                                 const std::string& format, bool colour) {
-  std::vector<std::unique_ptr<Output>> outputs;
-  std::string standardFormat = format;
-  for (const std::string& text : specifications) {
-    const Specification parsed = parse(text);
-    if (parsed.isStandardOutput()) {
-      standardFormat = parsed.format;
-    } else {
-      outputs.push_back(Output::toFile(parsed.format, parsed.path));
-    }
-  }
-  outputs.push_back(Output::toStandardOutput(standardFormat, colour));
-  return outputs;
 }
 
 std::unique_ptr<Output> Output::toFile(const std::string& format, const std::string& path) {
@@ -81,9 +107,7 @@ std::unique_ptr<Output> Output::toFile(const std::string& format, const std::str
   output->m_path = path;
   output->m_name = output->m_path;
   const bool isLog = format == "jsonl";
-  // A device such as /dev/full has no neighbour to be renamed.
-  const bool isPlain =
-      !std::filesystem::exists(output->m_path) || std::filesystem::is_regular_file(output->m_path);
+  const bool isPlain = isPlainFile(output->m_path);
   if (!isLog && isPlain) {
     output->m_besides = fmt::format("{}.{}.part", output->m_path, getpid());
   }
@@ -95,6 +119,9 @@ std::unique_ptr<Output> Output::toFile(const std::string& format, const std::str
     failWith(errno, output->m_name);
   }
   output->m_out = output->m_file.get();
+  if (isLog && isPlain && endsWithinLine(path)) {
+    *output->m_out << '\n';
+  }
   output->makeReporter(format, false);
   return output;
 }
@@ -144,6 +171,7 @@ void Output::finish() {
   m_file->close();
   requireWritten();
   if (!m_besides.empty()) {
+    synchronise(m_besides);
     if (std::rename(m_besides.c_str(), m_path.c_str()) != 0) {
       failWith(errno, m_name);
     }
@@ -155,6 +183,42 @@ void Output::requireWritten() {
   if (!*m_out) {
     failWith(errno, m_name);
   }
+}
+
+Outputs::Outputs(const std::vector<std::string>& specifications, const std::string& format,
+                 bool colour) {
+  std::string standardFormat = format;
+  for (const std::string& text : specifications) {
+    const Specification parsed = parse(text);
+    if (parsed.isStandardOutput()) {
+      standardFormat = parsed.format;
+    } else {
+      m_outputs.push_back(Output::toFile(parsed.format, parsed.path));
+    }
+  }
+  m_outputs.push_back(Output::toStandardOutput(standardFormat, colour));
+}
+
+template <class Act>
+void Outputs::forEach(Act act) {
+  for (std::unique_ptr<Output>& output : m_outputs) {
+    try {
+      if (output != nullptr) {
+        act(*output);
+      }
+    } catch (const std::system_error& failure) {
+      m_failures.emplace_back(failure.what());
+      output.reset();
+    }
+  }
+}
+
+void Outputs::handle(const RunEvent& event) {
+  forEach([&](Output& output) { output.handle(event); });
+}
+
+void Outputs::finish() {
+  forEach([](Output& output) { output.finish(); });
 }
 
 }  // namespace TarvexDiags::DiagCtl

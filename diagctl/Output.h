@@ -13,8 +13,9 @@ namespace TarvexDiags::DiagCtl {
 /// Closes the run's text for a monitor; no choice of the option for formats.
 inline constexpr const char* summaryFormat = "summary";
 
-/// Where one format of a report goes. A log (jsonl) is appended to as it happens; every other
-/// format is written beside its file and renamed at the end, so that a file is never half-written.
+/// Where one format of a report goes. A log (jsonl) is appended to as it happens, on a line of its
+/// own where an earlier run broke off; every other format is written beside its file and renamed at
+/// the end, so that a file is never half-written.
 class Output {
  public:
   /// @throws std::system_error if the file cannot be opened.
@@ -43,11 +44,30 @@ class Output {
 };
 
 /// What is wrong with "FORMAT=FILE" specifications, for people; empty for nothing. FILE may be "-"
-/// for standard output, which takes one format.
-std::string findFault(const std::vector<std::string>& specifications);
+/// for standard output, which takes one format; no file takes two.
+/// @param input a file that is read meanwhile, and takes none; empty for no such file.
+std::string findFault(const std::vector<std::string>& specifications,
+                      const std::string& input = {});
 
-/// Opens them all, and standard output in the given format unless one of them names it.
-std::vector<std::unique_ptr<Output>> openOutputs(const std::vector<std::string>& specifications,
-                                                 const std::string& format, bool colour);
+/// All that follows the stream of a run. An output that can no longer be written is dropped, and
+/// told at the end; the others go on.
+class Outputs {
+ public:
+  /// Opens them all, and standard output in the given format unless one of them names it.
+  /// @throws std::system_error naming the file that cannot be opened.
+  Outputs(const std::vector<std::string>& specifications, const std::string& format, bool colour);
+
+  void handle(const RunEvent& event);
+  void finish();
+  /// What became of outputs that were dropped, for people.
+  const std::vector<std::string>& failures() const { return m_failures; }
+
+ private:
+  template <class Act>
+  void forEach(Act act);
+
+  std::vector<std::unique_ptr<Output>> m_outputs;
+  std::vector<std::string> m_failures;
+};
 
 }  // namespace TarvexDiags::DiagCtl

@@ -36,12 +36,14 @@ const std::vector<KeyRule> testRules = {
 
 const std::vector<KeyRule> disabledTestRules = {
     {"TestID", ValueKind::positiveNumber, true},
+    {"MachineId", ValueKind::number, false},
     {"Os", ValueKind::operatingSystem, false},
 };
 
 const std::vector<KeyRule> disabledDeviceRules = {
     {"TestID", ValueKind::positiveNumber, true},
     {"NumberOfDevice", ValueKind::positiveNumber, true},
+    {"MachineId", ValueKind::number, false},
     {"Os", ValueKind::operatingSystem, false},
 };
 
@@ -69,6 +71,7 @@ class PackageChecker {
     checkEntries("Disable Test", "DisableTestID", disabledTestRules);
     checkEntries("Disable Device", "DisableDeviceTestID", disabledDeviceRules);
     checkLibrary(mayLoad);
+    checkDependency(mayLoad);
     collectTokens();
     for (const std::string& language : languages()) {
       checkTexts(language);
@@ -136,6 +139,22 @@ class PackageChecker {
       }
     }
     dlclose(handle);
+  }
+
+  // Looked for beside the package, then as the loader finds it.
+  void checkDependency(bool mayLoad) {
+    const auto name = m_text.value("Package", "SODependencies");
+    if (!name || !mayLoad) {
+      return;
+    }
+    const std::string beside = (fs::path(m_file).parent_path() / *name).string();
+    for (const std::string& path : {beside, *name}) {
+      if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); handle != nullptr) {
+        dlclose(handle);
+        return;
+      }
+    }
+    tell("Package", "SODependencies", fmt::format("'{}' cannot be loaded: {}", *name, dlerror()));
   }
 
   void collectTokens() {

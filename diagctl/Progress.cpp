@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "diagctl/Printable.h"
+
 namespace TarvexDiags::DiagCtl {
 
 namespace {
@@ -15,6 +17,7 @@ namespace {
 constexpr std::size_t mostLines = 12;
 constexpr int barWidth = 20;
 
+/// 0 for a step that is no request, and so nothing to watch.
 unsigned long numberOf(const std::string& stepId) {
   return std::strtoul(stepId.c_str(), nullptr, 10);
 }
@@ -28,6 +31,24 @@ std::string clock(double seconds) {
   const auto whole = static_cast<long>(seconds);
   return whole >= 3600 ? fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60)
                        : fmt::format("{}:{:02}", whole / 60, whole % 60);
+}
+
+std::string remainingTime(unsigned int percent, double elapsed) {
+  return percent > 0 && percent < 100 ? clock(elapsed * (100.0 - percent) / percent) : "-";
+}
+
+std::string nameOf(const StepStarted& start) {
+  return toPrintable(fmt::format("{}: {} on {}", start.package, start.test, start.device));
+}
+
+// Longer lines would wrap, and could not be erased again. No character is cut in two.
+std::string cut(const std::string& line, std::size_t columns) {
+  std::size_t length = std::min(line.size(), columns);
+  while (length > 0 && length < line.size() &&
+         (static_cast<unsigned char>(line[length]) & 0xC0U) == 0x80U) {
+    --length;
+  }
+  return line.substr(0, length);
 }
 
 std::string bar(unsigned int percent) {
@@ -53,45 +74,49 @@ void Progress::handle(const RunEvent& event) {
   erase();
   if (std::holds_alternative<RunStarted>(event.body)) {
     m_begin = event.time;
-  } else if (const auto* started = std::get_if<StepStarted>(&event.body)) {
+  } else if (const auto* started = std::get_if<StepStarted>(&event.body);
+             started != nullptr && numberOf(started->stepId) != 0) {
     Step& step = m_steps[numberOf(started->stepId)];
     step.start = *started;
     step.begin = event.time;
     if (!m_isTerminal) {
-      fmt::print(m_out, "running  {}: {} on {}\n", started->package, started->test,
-                 started->device);
+      fmt::print(m_out, "running  {}\n", nameOf(*started));
     }
   } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
     Step& step = m_steps[numberOf(progress->stepId)];
     step.percent = progress->percent;
     step.pass = progress->pass;
+    step.isSuspended = progress->isSuspended;
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
-    const auto entry = m_steps.find(numberOf(ended->stepId));
-    ++m_ended;
-    if (entry != m_steps.end()) {
-      if (!m_isTerminal) {
-        const StepStarted& start = entry->second.start;
-        fmt::print(m_out, "ended    {}: {} on {} ({} of {})\n", start.package, start.test,
-                   start.device, m_ended, m_total);
-      }
-      m_steps.erase(entry);
-    }
+    endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
              message != nullptr && message->severity != Severity::information) {
-    fmt::print(m_out, "{}\n", message->text);
+    fmt::print(m_out, "{}\n", toPrintable(message->text));
   }
   draw(event.time);
 }
 
+void Progress::endStep(unsigned long number) {
+  const auto entry = m_steps.find(number);
+  if (entry == m_steps.end()) {
+    return;
+  }
+  ++m_ended;
+  if (!m_isTerminal) {
+    fmt::print(m_out, "ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
+  }
+  m_steps.erase(entry);
+}
+
 std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(step.begin, now);
-  const std::string remaining = step.percent > 0 && step.percent < 100
-                                    ? clock(elapsed * (100.0 - step.percent) / step.percent)
-                                    : "-";
+  const std::string remaining =
+      step.isSuspended ? "suspended" : "left " + remainingTime(step.percent, elapsed);
   const std::string pass =
       step.start.passes > 1 ? fmt::format(" pass {}/{}", step.pass, step.start.passes) : "";
-  return fmt::format("[{}] {:3}%{} {} left {}  {} on {}", bar(step.percent), step.percent, pass,
-                     clock(elapsed), remaining, step.start.test, step.start.device);
+  return fmt::format("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass,
+                     clock(elapsed), remaining, toPrintable(step.start.test),
+                     toPrintable(step.start.device));
 }
 
 // What is left is told from the share that is done, so it is rough at the start.
@@ -125,9 +150,8 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
     lines.push_back(fmt::format("... and {} more", running - mostLines));
   }
   lines.push_back(totalLine(now));
-  for (std::string& line : lines) {
-    // Longer lines would wrap, and could not be erased again.
-    fmt::print(m_out, "{}\n", line.substr(0, columns - 1));
+  for (const std::string& line : lines) {
+    fmt::print(m_out, "{}\n", cut(line, columns - 1));
   }
   m_drawnLines = lines.size();
   m_out << std::flush;

@@ -33,8 +33,10 @@ class Progress : public Reporter {
     std::chrono::system_clock::time_point begin;
     unsigned int percent = 0;
     int pass = 1;
+    bool isSuspended = false;
   };
 
+  void endStep(unsigned long number);
   void draw(std::chrono::system_clock::time_point now);
   std::string totalLine(std::chrono::system_clock::time_point now) const;
   std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;

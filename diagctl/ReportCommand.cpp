@@ -1,10 +1,11 @@
 #include "diagctl/ReportCommand.h"
 
 #include <fmt/format.h>
+#include <fmt/ostream.h>
 
 #include <cerrno>
 #include <fstream>
-#include <memory>
+#include <iostream>
 #include <stdexcept>
 #include <system_error>
 
@@ -18,26 +19,14 @@ namespace TarvexDiags::DiagCtl {
 namespace {
 
 RunSummary summaryOf(const RunRecord& record) {
+  using Outcome = StepRecord::Outcome;
+  OutcomeSums sums = record.sums();
   RunSummary summary;
-  for (const StepRecord* step : record.steps()) {
-    switch (step->outcome()) {
-      case StepRecord::Outcome::passed:
-        ++summary.passed;
-        break;
-      case StepRecord::Outcome::failed:
-        ++summary.failed;
-        break;
-      case StepRecord::Outcome::warning:
-        ++summary.warned;
-        break;
-      case StepRecord::Outcome::trouble:
-        ++summary.troubled;
-        break;
-      case StepRecord::Outcome::skipped:
-        ++summary.skipped;
-        break;
-    }
-  }
+  summary.passed = sums[Outcome::passed];
+  summary.failed = sums[Outcome::failed];
+  summary.warned = sums[Outcome::warning];
+  summary.troubled = sums[Outcome::trouble];
+  summary.skipped = sums[Outcome::skipped];
   return summary;
 }
 
@@ -58,30 +47,28 @@ int carryOutReport(const ReportCommandOptions& options) {
     throw std::system_error(errno, std::generic_category(), options.log);
   }
   JsonlReader reader(in, options.log);
+  Outputs outputs(options.outputs, options.format, false);
   int code = ExitCode::nothingRan;
   bool hasRun = false;
   for (bool isRead = true; isRead;) {
-    const auto outputs = openOutputs(options.outputs, options.format, false);
     RunRecord record;
     isRead = reader.readRun([&](const RunEvent& event) {
       record.handle(event);
-      for (const auto& output : outputs) {
-        output->handle(event);
-      }
+      outputs.handle(event);
     });
-    if (!isRead) {
-      break;
+    if (isRead) {
+      hasRun = true;
+      code = exitCodeOf(record);
     }
-    hasRun = true;
-    for (const auto& output : outputs) {
-      output->finish();
-    }
-    code = exitCodeOf(record);
   }
   if (!hasRun) {
     throw std::runtime_error(fmt::format("{}: holds no run", options.log));
   }
-  return code;
+  outputs.finish();
+  for (const std::string& failure : outputs.failures()) {
+    fmt::print(std::cerr, "diagctl: {}\n", failure);
+  }
+  return outputs.failures().empty() || code != ExitCode::passed ? code : ExitCode::noVerdict;
 }
 
 }  // namespace TarvexDiags::DiagCtl

@@ -11,7 +11,7 @@ struct ReportCommandOptions {
   std::vector<std::string> outputs;  ///< FORMAT=FILE
 };
 
-/// The verb report. @return the exit code of the last run in the log.
+/// The verb report: tells each run of the log. @return the exit code of the last one.
 int carryOutReport(const ReportCommandOptions& options);
 
 }  // namespace TarvexDiags::DiagCtl

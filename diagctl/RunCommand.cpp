@@ -6,13 +6,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <iostream>
-#include <memory>
 #include <mutex>
 #include <optional>
-#include <system_error>
-#include <utility>
 
 #include "diagctl/Configuration.h"
 #include "diagctl/Interruption.h"
@@ -20,6 +18,7 @@
 #include "diagctl/Listing.h"
 #include "diagctl/Machine.h"
 #include "diagctl/Output.h"
+#include "diagctl/Printable.h"
 #include "diagctl/Progress.h"
 #include "diagctl/Runner.h"
 #include "diagctl/Safety.h"
@@ -40,40 +39,6 @@ std::string formatOf(const RunCommandOptions& options) {
   }
   return options.exitStyle == ExitStyle::plain ? "text" : summaryFormat;
 }
-
-/// All that follows the stream of a run. An output that can no longer be written is dropped, and
-/// told at the end; the others go on.
-class Outputs {
- public:
-  explicit Outputs(const RunCommandOptions& options)
-      : m_outputs(openOutputs(options.outputs, formatOf(options), isColoured(STDOUT_FILENO))) {}
-
-  void handle(const RunEvent& event) {
-    forEach([&](Output& output) { output.handle(event); });
-  }
-  void finish() {
-    forEach([](Output& output) { output.finish(); });
-  }
-  const std::vector<std::string>& failures() const { return m_failures; }
-
- private:
-  template <class Act>
-  void forEach(Act act) {
-    for (std::unique_ptr<Output>& output : m_outputs) {
-      try {
-        if (output != nullptr) {
-          act(*output);
-        }
-      } catch (const std::system_error& failure) {
-        m_failures.emplace_back(failure.what());
-        output.reset();
-      }
-    }
-  }
-
-  std::vector<std::unique_ptr<Output>> m_outputs;
-  std::vector<std::string> m_failures;
-};
 
 std::function<void(char)> keysFor(Progress& progress, std::mutex& mutex) {
   return [&](char key) {
@@ -137,8 +102,7 @@ RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogu
 RunSummary runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                    Outputs& outputs) {
   std::mutex mutex;  // between the keyboard's thread and the stream
-  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0,
-                    plan.requests.size() + (plan.missingDevices > 0 ? 1 : 0));
+  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0, plan.requests.size());
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
     keyboard.emplace(keysFor(progress, mutex));
@@ -164,29 +128,35 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
   return summary;
 }
 
-}  // namespace
+// Only tells what would run, with the code that a run of it could still come to.
+int tellPlan(const std::vector<SelectedPair>& pairs, bool isWhole) {
+  listPlan(std::cout, pairs);
+  const bool isAny = std::any_of(pairs.begin(), pairs.end(), [](const SelectedPair& pair) {
+    return pair.state == PairState::enabled;
+  });
+  if (!isAny) {
+    return ExitCode::nothingRan;
+  }
+  return isWhole ? ExitCode::passed : ExitCode::noVerdict;
+}
 
-int carryOutRun(const RunCommandOptions& options) {
-  Interruption::begin();
+int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Configuration configuration = Configuration::find(options.config);
   requireSecure(options, configuration.path());
   Session session(configuration.path(), options.language, settingsOf(options));
   const Catalogue& catalogue = session.catalogue();
-  const std::vector<std::string> unmatched = unmatchedPatterns(catalogue, options.patterns);
-  for (const std::string& pattern : unmatched) {
-    fmt::print(std::cerr, "diagctl: nothing matches {}\n", pattern);
-  }
+  const bool isMatched = tellUnmatched(std::cerr, catalogue, options.patterns);
   const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
   if (options.isDryRun) {
-    listPlan(std::cout, pairs);
-    return pairs.empty() ? ExitCode::nothingRan : ExitCode::passed;
+    tellWarnings(std::cerr, session.warnings());
+    return tellPlan(pairs, isMatched && session.failedPackages() == 0);
   }
   RunPlan plan = makePlan(pairs, options.run);
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
-  Outputs outputs(options);
-  const RunSummary summary = runPlan(options, session, plan, outputs);
+  Outputs outputs(options.outputs, formatOf(options), isColoured(STDOUT_FILENO));
+  summary = runPlan(options, session, plan, outputs);
   for (const std::string& failure : outputs.failures()) {
     fmt::print(std::cerr, "diagctl: {}\n", failure);
   }
@@ -194,11 +164,34 @@ int carryOutRun(const RunCommandOptions& options) {
     return ExitCode::signalBase + Interruption::signal();
   }
   const int code = exitCodeOf(summary, {.failedPackages = session.failedPackages(),
-                                        .hasUnmatchedPattern = !unmatched.empty(),
+                                        .hasUnmatchedPattern = !isMatched,
                                         .isStrict = options.isStrict});
   const bool isTold = outputs.failures().empty();
-  return translate(isTold || code != ExitCode::passed ? code : ExitCode::noVerdict, summary,
-                   options.exitStyle);
+  return isTold || code != ExitCode::passed ? code : ExitCode::noVerdict;
+}
+
+// A monitor reads the first line of standard output, whatever became of the run.
+int tellMonitor(const RunCommandOptions& options, const std::exception& failure) {
+  fmt::print(std::cerr, "diagctl: {}\n", failure.what());
+  if (formatOf(options) == summaryFormat) {
+    fmt::print(std::cout, "DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
+  }
+  return ExitCode::noVerdict;
+}
+
+}  // namespace
+
+int carryOutRun(const RunCommandOptions& options) {
+  Interruption::begin();
+  RunSummary summary;
+  try {
+    return translate(runSelected(options, summary), summary, options.exitStyle);
+  } catch (const std::exception& failure) {
+    if (options.exitStyle == ExitStyle::plain) {
+      throw;
+    }
+    return translate(tellMonitor(options, failure), summary, options.exitStyle);
+  }
 }
 
 }  // namespace TarvexDiags::DiagCtl

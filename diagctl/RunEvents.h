@@ -41,7 +41,7 @@ struct RunStarted {
   std::vector<SoftwareItem> software;
 };
 
-/// One test of one request.
+/// One test of one request. Steps that are no requests have ids that are no numbers.
 struct StepStarted {
   std::string stepId;
   std::string package;
@@ -56,6 +56,7 @@ struct StepProgress {
   unsigned int percent = 0;
   int pass = 1;
   int passes = 1;
+  bool isSuspended = false;
 };
 
 struct StepMessage {

@@ -30,6 +30,10 @@ int passesOf(const RunOptions& options) {
   return options.profile == Profile::extended ? 3 : 1;
 }
 
+bool isQuick(const RunOptions& options) {
+  return options.quick || options.profile == Profile::quick;
+}
+
 RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options) {
   RunPlan plan;
   plan.options = options;
@@ -46,7 +50,7 @@ RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& optio
 Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOptions& options,
                                     const std::string& parameters) {
   Diag::DiagnosticSettings settings;
-  settings.setQuickTestMode(options.quick || options.profile == Profile::quick);
+  settings.setQuickTestMode(isQuick(options));
   settings.setStressMode(options.stress);
   settings.setHaltOnError(options.haltOnError);
   settings.setRequestedPassCount(request.passes);
@@ -75,7 +79,7 @@ std::map<std::string, std::string> describe(const RunOptions& options) {
     texts["seed"] = std::to_string(*options.seed);
   }
   texts["stress"] = options.stress ? "true" : "false";
-  texts["quick"] = options.quick ? "true" : "false";
+  texts["quick"] = isQuick(options) ? "true" : "false";
   texts["haltOnError"] = options.haltOnError ? "true" : "false";
   return texts;
 }

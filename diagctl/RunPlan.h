@@ -53,6 +53,9 @@ std::string parametersOf(const RunOptions& options);
 /// The options for people and reports.
 std::map<std::string, std::string> describe(const RunOptions& options);
 
+/// Whether each test is asked for its short form.
+bool isQuick(const RunOptions& options);
+
 /// Passes of each test: as asked for, or as the profile has them.
 int passesOf(const RunOptions& options);
 

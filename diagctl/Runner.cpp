@@ -18,9 +18,11 @@ namespace {
 using Controller = DiagCtrl::DiagnosticController;
 using Clock = std::chrono::steady_clock;
 
-// How long the loop waits for a wake-up; a lost one costs no more than that.
-// Starts of tests are seen at this rate too: nothing announces them.
+// How long the loop waits for a wake-up; a lost one costs no more than that. Nothing announces the
+// start of a test, so the loop looks more often where one is due: behind a start or an end.
 constexpr std::chrono::milliseconds kLongestWait{100};
+constexpr std::chrono::milliseconds kWaitForStart{5};
+constexpr std::chrono::seconds kTick{1};
 
 Severity severityOf(Diag::DiagnosticEvent::EventType type) {
   switch (type) {
@@ -45,6 +47,10 @@ std::string toSymptom(std::string token) {
 
 std::string plainText(const Diag::DiagnosticEvent& event) {
   return fmt::format("event {}: {}", event.getEventCode(), fmt::join(event.getParamVector(), ", "));
+}
+
+std::string hardwareIdOf(const SelectedPair& pair) {
+  return fmt::format("{}-{}", pair.package->index, pair.device->id);
 }
 
 /// Takes a drained vector and its messages over, and shows each to a function.
@@ -97,7 +103,9 @@ struct Runner::Step {
   bool hasEnded = false;
   int pass = 0;  ///< as told last, with the progress
   unsigned int progress = 0;
-  Finding lastFinding;  ///< of the present pass
+  bool isSuspended = false;
+  Clock::time_point toldAt;  ///< when progress was told last
+  Finding lastFinding;       ///< of the present pass
 };
 
 Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests)
@@ -115,10 +123,10 @@ RunSummary Runner::run(const RunStarted& start) {
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
-  tellSkipped();
   tellMissingDevices();
   queueAll();
   waitForAll();
+  tellSkipped();
   const RunSummary summary = summarise();
   tell(verdictOf(summary));
   return summary;
@@ -138,12 +146,14 @@ void Runner::registerForMessages() {
 
 void Runner::waitForAll() {
   const auto begin = Clock::now();
+  m_changedAt = begin;
   while (isLeft()) {
     serveRequests();
     endAfterTotalTime(begin);
     collect();
     if (isLeft()) {
-      m_session.wakeups().waitFor(kLongestWait);
+      const bool isStartDue = Clock::now() - m_changedAt < kLongestWait;
+      m_session.wakeups().waitFor(isStartDue ? kWaitForStart : kLongestWait);
     }
   }
 }
@@ -168,11 +178,16 @@ void Runner::tell(RunEventBody body) {
           std::move(body)});
 }
 
+// What was selected and cannot run is a step of the report too, behind those that have a verdict.
 void Runner::tellSkipped() {
+  int number = 0;
   for (const SelectedPair& pair : m_plan.skipped) {
-    tell(RunMessage{Severity::information,
-                    fmt::format("{} on {}: {}", pair.test->name, pair.device->name,
-                                pair.package->describe(*pair.device, *pair.test))});
+    const std::string id = fmt::format("skipped-{}", ++number);
+    tell(StepStarted{id, pair.package->name, pair.device->name, pair.test->name, hardwareIdOf(pair),
+                     passesOf(m_plan.options)});
+    tell(StepMessage{id, Severity::information, pair.package->describe(*pair.device, *pair.test),
+                     ""});
+    tell(StepEnded{id, RunStatus::skip});
   }
 }
 
@@ -198,7 +213,7 @@ void Runner::queueAll() {
     Step step;
     step.planned = &planned;
     step.id = std::to_string(m_steps.size() + 1);
-    step.hardwareId = fmt::format("{}-{}", pair.package->index, pair.device->id);
+    step.hardwareId = hardwareIdOf(pair);
     Diag::DiagnosticSettings settings = settingsOf(planned, m_plan.options, m_parameters);
     std::vector<int> tests{pair.test->id};
     const Controller::errorCode code =
@@ -225,21 +240,16 @@ void Runner::queueAll() {
 void Runner::serveRequests() {
   Controller& controller = m_session.controller();
   if (m_requests.abortAll.exchange(false) && !m_isAborted) {
+    tell(RunMessage{Severity::warning, "Interrupted: what still runs is ended."});
     abortAll();
   }
-  const bool suspend = m_requests.suspendAll.exchange(false);
-  const bool resume = m_requests.resumeAll.exchange(false);
-  for (Step& step : m_steps) {
-    if (step.hasEnded) {
-      continue;
-    }
-    if (suspend) {
-      controller.suspendTest(step.requestId);
-    }
-    if (resume) {
-      controller.resumeTest(step.requestId);
-    }
+  if (m_requests.suspendAll.exchange(false)) {
+    m_hold = Hold::suspended;
   }
+  if (m_requests.resumeAll.exchange(false)) {
+    m_hold = Hold::resumed;
+  }
+  hold();
   const unsigned long number = m_requests.abortStep.exchange(0);
   if (number >= 1 && number <= m_steps.size() && !m_steps[number - 1].hasEnded) {
     m_steps[number - 1].isAborted = true;
@@ -247,9 +257,26 @@ void Runner::serveRequests() {
   }
 }
 
+// The controller leaves a request between two passes alone, so what is wanted is said at each turn.
+void Runner::hold() {
+  Controller& controller = m_session.controller();
+  for (Step& step : m_steps) {
+    if (step.hasEnded || m_hold == Hold::none) {
+      continue;
+    }
+    const bool suspends = m_hold == Hold::suspended;
+    const auto code =
+        suspends ? controller.suspendTest(step.requestId) : controller.resumeTest(step.requestId);
+    if (code == Controller::SUCCESS) {
+      step.isSuspended = suspends;
+    }
+  }
+}
+
 // A suspended test would never hear of the abort in some packages, so it is resumed first.
 void Runner::abortAll() {
   m_isAborted = true;
+  m_hold = Hold::none;
   Controller& controller = m_session.controller();
   for (Step& step : m_steps) {
     if (!step.hasEnded) {
@@ -356,16 +383,18 @@ void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
     return;
   }
   step.isNotPossible |= KitCodes::isNotPossible(event);
-  const StepMessage message{step.id, severityOf(event.getEventType()), text, action};
-  if (message.severity != Severity::information) {
-    step.lastFinding = {toSymptom(texts.token(package, event).value_or("")), text, action};
+  const Severity severity = severityOf(event.getEventType());
+  if (severity == Severity::information) {
+    tell(StepMessage{step.id, severity, text, ""});  // nothing is to be done about it
+    return;
   }
-  tell(message);
+  step.lastFinding = {toSymptom(texts.token(package, event).value_or("")), text, action};
+  tell(StepMessage{step.id, severity, text, action});
 }
 
 // A result names the event behind it, or else the last one of the pass is taken for it.
 Runner::Finding Runner::findingOf(Step& step, const Diag::DiagnosticResult& result) {
-  const Finding last = std::exchange(step.lastFinding, Finding());
+  Finding last = std::exchange(step.lastFinding, Finding());
   const int package = step.planned->pair.package->index;
   const Texts& texts = m_session.texts();
   const auto token = texts.token(package, result);
@@ -446,13 +475,22 @@ void Runner::collectProgress() {
     }
     begin(step);
     unsigned int percent = 0;
-    if (controller.getDiagnosticProgress(step.requestId, percent) == Controller::SUCCESS &&
-        (percent != step.progress || pass != step.pass)) {
-      step.progress = percent;
-      step.pass = pass;
-      tell(StepProgress{step.id, percent, pass, passes});
+    if (controller.getDiagnosticProgress(step.requestId, percent) == Controller::SUCCESS) {
+      tellProgress(step, percent, pass, passes);
     }
   }
+}
+
+// At each change, and so often besides that a clock beside it goes on.
+void Runner::tellProgress(Step& step, unsigned int percent, int pass, int passes) {
+  const auto now = Clock::now();
+  if (percent == step.progress && pass == step.pass && now - step.toldAt < kTick) {
+    return;
+  }
+  step.progress = percent;
+  step.pass = pass;
+  step.toldAt = now;
+  tell(StepProgress{step.id, percent, pass, passes, step.isSuspended});
 }
 
 // A test that was judged is told to its end before another one begins: its place may be the reason
@@ -484,6 +522,7 @@ bool Runner::isJudged(Step& step) {
 void Runner::begin(Step& step) {
   if (!std::exchange(step.hasBegun, true)) {
     endJudgedSteps(step);
+    m_changedAt = Clock::now();
     const SelectedPair& pair = step.planned->pair;
     tell(StepStarted{step.id, pair.package->name, pair.device->name, pair.test->name,
                      step.hardwareId, step.planned->passes});
@@ -493,6 +532,7 @@ void Runner::begin(Step& step) {
 void Runner::end(Step& step) {
   begin(step);
   step.hasEnded = true;
+  m_changedAt = Clock::now();
   if (step.results == 0 && !step.isAborted && !step.hasTrouble) {
     step.hasTrouble = true;
     tell(StepTrouble{step.id, "no-result", "The package handed over no result.",

@@ -54,6 +54,7 @@ class Runner {
 
  private:
   struct Step;
+  enum class Hold { none, suspended, resumed };
   struct Finding {
     std::string symptom;
     std::string text;
@@ -79,10 +80,12 @@ class Runner {
   void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
   void collectControllerEvents();
   void collectProgress();
+  void tellProgress(Step& step, unsigned int percent, int pass, int passes);
   void begin(Step& step);
   void end(Step& step);
   Step* stepOf(unsigned int requestId);
   bool isOver(Step& step);
+  void hold();
   void abortAll();
   void tell(RunEventBody body);
   RunSummary summarise() const;
@@ -99,7 +102,9 @@ class Runner {
   long m_resultRegistration = 0;
   std::deque<std::unique_ptr<Diag::DiagnosticEvent>> m_events;
   std::deque<std::unique_ptr<Diag::DiagnosticResult>> m_results;
+  std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
   bool m_isAborted = false;
+  Hold m_hold = Hold::none;  // what a person wants of all requests
 };
 
 }  // namespace TarvexDiags::DiagCtl

@@ -13,13 +13,13 @@ class InsecureFiles : public std::runtime_error {
 };
 
 /// What makes it unsafe to load code by way of a file: an owner that is not root, or permission for
-/// others to write, of the file itself or of a directory above it. A directory with the sticky bit
-/// that others may write to is only safe for what root owns in it.
+/// others to write, of the file itself, of a directory above it or of a symbolic link on the way.
+/// A directory above it that others may write to is safe with the sticky bit.
 /// @param path need not exist. @return a line for each finding, naming path and reason.
 std::vector<std::string> findInsecurePaths(const std::string& path);
 
 /// The findings for a control file and all that it makes the program load: the package directory
-/// and every description and shared object in it.
+/// and every description and shared object in it, with those that descriptions name as needed.
 std::vector<std::string> findInsecureFiles(const std::string& controlFile,
                                            const std::string& packageDirectory);
 

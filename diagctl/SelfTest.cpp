@@ -2,11 +2,12 @@
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>
-#include <unistd.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <thread>
@@ -19,7 +20,6 @@
 #include "diagctl/Safety.h"
 #include "diagctl/Selection.h"
 #include "diagctl/Session.h"
-#include "diagctl/StepRecord.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -30,22 +30,6 @@ namespace fs = std::filesystem;
 constexpr const char* device = "Unit 0";
 constexpr unsigned long longestSeconds = 120;
 
-const char* wordOf(StepRecord::Outcome outcome) {
-  switch (outcome) {
-    case StepRecord::Outcome::passed:
-      return "passed";
-    case StepRecord::Outcome::failed:
-      return "failed";
-    case StepRecord::Outcome::warning:
-      return "warning";
-    case StepRecord::Outcome::trouble:
-      return "error";
-    case StepRecord::Outcome::skipped:
-      break;
-  }
-  return "skipped";
-}
-
 std::vector<SelectedPair> expectedPairs(const Catalogue& catalogue) {
   SelectionPatterns patterns;
   patterns.devices = {device};
@@ -55,24 +39,24 @@ std::vector<SelectedPair> expectedPairs(const Catalogue& catalogue) {
   return select(catalogue, patterns);
 }
 
-// Every process that a worker made is a descendant of this one, or was given to it.
-std::size_t childProcesses() {
-  std::size_t count = 0;
-  std::error_code failure;
-  for (fs::directory_iterator task("/proc/self/task", failure), end; !failure && task != end;
-       task.increment(failure)) {
-    std::ifstream children(task->path() / "children");
-    for (int process = 0; children >> process;) {
-      ++count;
-    }
-  }
-  return count;
+// What a worker leaves behind is given to this process from now on.
+void adoptOrphans() {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+}
+
+// Reaps what has ended. @return whether no child, own or adopted, is there any more.
+bool hasNoChild() {
+  pid_t process = 0;
+  do {
+    process = waitpid(-1, nullptr, WNOHANG);
+  } while (process > 0);
+  return process < 0 && errno == ECHILD;
 }
 
 bool noProcessIsLeft() {
   constexpr int attempts = 50;
   for (int i = 0; i < attempts; ++i) {
-    if (childProcesses() == 0) {
+    if (hasNoChild()) {
       return true;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -85,20 +69,23 @@ bool tellRow(std::ostream& out, bool isContained, const std::string& text) {
   return isContained;
 }
 
+std::string describe(StepRecord::Outcome outcome, const std::string& symptom) {
+  return symptom.empty() ? toText(outcome) : fmt::format("{} ({})", toText(outcome), symptom);
+}
+
 // @return how many rows were not as they must be.
 std::size_t compare(std::ostream& out, const std::map<int, const StepRecord*>& steps) {
   std::size_t escaped = 0;
   for (const SelfTestExpectation& expectation : selfTestExpectations()) {
     const auto entry = steps.find(expectation.test);
-    const std::string outcome = entry != steps.end() ? wordOf(entry->second->outcome()) : "missing";
-    const std::string symptom = entry != steps.end() ? entry->second->symptom : "";
-    const bool isContained = outcome == expectation.outcome && symptom == expectation.symptom;
-    std::string text = fmt::format("{}: {}", expectation.contains, expectation.outcome);
-    if (*expectation.symptom != '\0') {
-      text += fmt::format(" ({})", expectation.symptom);
-    }
+    const StepRecord* step = entry != steps.end() ? entry->second : nullptr;
+    const bool isContained = step != nullptr && step->outcome() == expectation.outcome &&
+                             step->symptom == expectation.symptom;
+    std::string text = expectation.contains;
+    text += ": " + describe(expectation.outcome, expectation.symptom);
     if (!isContained) {
-      text += fmt::format(", but was {} ({})", outcome, symptom);
+      text += ", but was " +
+              (step != nullptr ? describe(step->outcome(), step->symptom) : "not told at all");
     }
     escaped += tellRow(out, isContained, text) ? 0 : 1;
   }
@@ -121,31 +108,32 @@ std::map<int, const StepRecord*> byTest(const RunRecord& record, const RunPlan& 
 
 // clang-format off
 const std::vector<SelfTestExpectation>& selfTestExpectations() {
+  using Outcome = StepRecord::Outcome;
   static const std::vector<SelfTestExpectation> expectations = {
-      {1, "passed", "", "a test that behaves"},
-      {2, "error", "worker-crashed", "a segmentation fault"},
-      {3, "error", "worker-crashed", "a call of abort"},
-      {4, "error", "test-threw", "an exception"},
-      {5, "error", "test-timed-out", "an endless loop"},
-      {6, "error", "test-timed-out", "an endless loop that ignores the request to end"},
-      {7, "error", "worker-exited", "an exit in the middle of a message"},
-      {8, "passed", "", "a flood of events"},
-      {9, "error", "out-of-memory", "a flood of memory"},
-      {10, "error", "protocol-broken", "an impossible progress"},
-      {11, "error", "test-threw", "something thrown that is no exception"},
-      {12, "error", "device-vanished", "a device that vanishes"},
-      {13, "error", "no-permission", "a missing permission"},
-      {14, "failed", "fault-found", "a fault of the hardware, told as one"},
-      {15, "warning", "margin-small", "a warning, told as one"},
-      {17, "error", "protocol-broken", "garbage instead of messages"},
-      {18, "passed", "", "a flood of output"},
-      {19, "passed", "", "a child process left behind"},
-      {20, "skipped", "", "a test that is not possible"},
-      {22, "error", "worker-exited", "an early exit"},
-      {24, "error", "test-timed-out", "a sleep that asks for nothing"},
-      {25, "error", "no-result", "a package that lies about its end"},
-      {26, "error", "protocol-broken", "the end of another test"},
-      {27, "error", "test-threw", "an event that is reserved"},
+      {1, Outcome::passed, "", "a test that behaves"},
+      {2, Outcome::trouble, "worker-crashed", "a segmentation fault"},
+      {3, Outcome::trouble, "worker-crashed", "a call of abort"},
+      {4, Outcome::trouble, "test-threw", "an exception"},
+      {5, Outcome::trouble, "test-timed-out", "an endless loop"},
+      {6, Outcome::trouble, "test-timed-out", "an endless loop that ignores the request to end"},
+      {7, Outcome::trouble, "worker-exited", "an exit in the middle of a message"},
+      {8, Outcome::passed, "", "a flood of events"},
+      {9, Outcome::trouble, "out-of-memory", "a flood of memory"},
+      {10, Outcome::trouble, "protocol-broken", "an impossible progress"},
+      {11, Outcome::trouble, "test-threw", "something thrown that is no exception"},
+      {12, Outcome::trouble, "device-vanished", "a device that vanishes"},
+      {13, Outcome::trouble, "no-permission", "a missing permission"},
+      {14, Outcome::failed, "fault-found", "a fault of the hardware, told as one"},
+      {15, Outcome::warning, "margin-small", "a warning, told as one"},
+      {17, Outcome::trouble, "protocol-broken", "garbage instead of messages"},
+      {18, Outcome::passed, "", "a flood of output"},
+      {19, Outcome::passed, "", "a child process left behind"},
+      {20, Outcome::skipped, "", "a test that is not possible"},
+      {22, Outcome::trouble, "worker-exited", "an early exit"},
+      {24, Outcome::trouble, "test-timed-out", "a sleep that asks for nothing"},
+      {25, Outcome::trouble, "no-result", "a package that lies about its end"},
+      {26, Outcome::trouble, "protocol-broken", "the end of another test"},
+      {27, Outcome::trouble, "test-threw", "an event that is reserved"},
   };
   return expectations;
 }
@@ -162,6 +150,7 @@ int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::
   if (!allowsInsecure && mustBeSecure()) {
     requireSecureFiles(configuration.path());
   }
+  adoptOrphans();
   RunRecord record;
   RunPlan plan;
   std::size_t escaped = 0;

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/StepRecord.h"
+
 namespace TarvexDiags::DiagCtl {
 
 /// What a test that misbehaves must come to.
 struct SelfTestExpectation {
-  int test;              ///< number in the misbehaving package
-  const char* outcome;   ///< "passed", "failed", "warning", "error" or "skipped"
+  int test;  ///< number in the misbehaving package
+  StepRecord::Outcome outcome;
   const char* symptom;   ///< short identifier, empty where there is none
   const char* contains;  ///< for people: what is proved
 };

@@ -106,7 +106,7 @@ void Session::enumerateAgain() {
       throw ControllerFailure(fmt::format("enumerating package {} again", index), code);
     }
     if (code != Controller::SUCCESS && m_warnings.size() == before) {
-      m_warnings.push_back(
+      m_warnings.emplace_back(
           ControllerFailure(fmt::format("enumerating package {} again", index), code).what());
     }
   }

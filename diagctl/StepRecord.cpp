@@ -1,5 +1,7 @@
 #include "diagctl/StepRecord.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace TarvexDiags::DiagCtl {
@@ -25,6 +27,8 @@ struct IntoStep {
     if (message.severity == Severity::warning || message.severity == Severity::error) {
       addOnce(step.findings, message.text);
       addOnce(step.actions, message.action);
+    } else {
+      step.news = message.text;
     }
   }
   void operator()(const StepDiagnosis& diagnosis) const {
@@ -48,6 +52,9 @@ struct IntoStep {
   void operator()(const StepEnded& ended) const {
     step.hasEnded = true;
     step.status = ended.status;
+    if (ended.status == RunStatus::skip && step.findings.empty()) {
+      addOnce(step.findings, step.news);  // the reason
+    }
   }
   template <class Other>
   void operator()(const Other& /*other*/) const {}
@@ -127,6 +134,14 @@ std::vector<const StepRecord*> RunRecord::steps() const {
   return steps;
 }
 
+OutcomeSums RunRecord::sums() const {
+  OutcomeSums sums;
+  for (const auto& [id, step] : m_steps) {
+    ++sums[step.outcome()];
+  }
+  return sums;
+}
+
 double RunRecord::seconds() const {
   return secondsBetween(m_begin, m_last);
 }
@@ -145,6 +160,14 @@ const char* toText(StepRecord::Outcome outcome) {
       break;
   }
   return "skipped";
+}
+
+std::string toText(const OutcomeSums& sums) {
+  std::string text;
+  for (const auto& [outcome, count] : sums) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, toText(outcome));
+  }
+  return text;
 }
 
 }  // namespace TarvexDiags::DiagCtl

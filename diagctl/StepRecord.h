@@ -18,6 +18,7 @@ struct StepRecord {
   std::chrono::system_clock::time_point end;
   std::vector<std::string> findings;
   std::vector<std::string> actions;
+  std::string news;     ///< what was told last that is no finding
   std::string symptom;  ///< of the first failure or trouble
   int passes = 0;       ///< passes that were judged
   bool hasFailed = false;
@@ -30,7 +31,10 @@ struct StepRecord {
   double seconds() const;
 };
 
-/// Gathers a stream into records, for reports that need a step whole.
+/// How many steps came to each outcome.
+using OutcomeSums = std::map<StepRecord::Outcome, std::size_t>;
+
+/// Gathers the stream of one run into records, for reports that need a step whole.
 class RunRecord {
  public:
   /// @return the step that the event has ended, if it has; valid until the next event.
@@ -40,6 +44,7 @@ class RunRecord {
   const std::vector<std::string>& troubles() const { return m_troubles; }
   /// Steps in the order in which they began.
   std::vector<const StepRecord*> steps() const;
+  OutcomeSums sums() const;
   bool hasEnded() const { return m_hasEnded; }
   const RunEnded& end() const { return m_end; }
   std::chrono::system_clock::time_point begin() const { return m_begin; }
@@ -58,5 +63,7 @@ class RunRecord {
 };
 
 const char* toText(StepRecord::Outcome outcome);
+/// For people: "3 passed, 1 failed"; empty for nothing.
+std::string toText(const OutcomeSums& sums);
 
 }  // namespace TarvexDiags::DiagCtl

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <map>
+#include <algorithm>
 #include <string>
+
+#include "diagctl/Printable.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -36,14 +38,8 @@ std::string firstFinding(const RunRecord& record, Outcome outcome) {
 }  // namespace
 
 void SummaryReporter::finish() {
-  std::map<Outcome, int> sums;
-  for (const StepRecord* step : m_record.steps()) {
-    ++sums[step->outcome()];
-  }
-  std::string counts;
-  for (const auto& [outcome, count] : sums) {
-    counts += fmt::format("{}{} {}", counts.empty() ? "" : ", ", count, toText(outcome));
-  }
+  const OutcomeSums sums = m_record.sums();
+  const std::string counts = toText(sums);
   const char* word = "UNKNOWN";
   std::string finding = m_record.troubles().empty() ? "" : " - " + m_record.troubles().front();
   for (const State& state : states) {
@@ -56,10 +52,8 @@ void SummaryReporter::finish() {
   }
   std::string line =
       fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? "nothing ran" : counts, finding);
-  for (char& character : line) {
-    character = character == '\n' || character == '|' ? ' ' : character;  // "|" begins figures
-  }
-  fmt::print(m_out, "{}\n", line);
+  std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
+  fmt::print(m_out, "{}\n", toPrintable(line));
   m_out << std::flush;
 }
 

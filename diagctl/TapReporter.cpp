@@ -5,16 +5,19 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
+
+#include "diagctl/Printable.h"
 
 namespace TarvexDiags::DiagCtl {
 
 namespace {
 
 // "#" begins a directive and a line break the next line.
-std::string plain(std::string text) {
-  std::replace(text.begin(), text.end(), '#', ' ');
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
+std::string plain(const std::string& text) {
+  std::string printable = toPrintable(text);
+  std::replace(printable.begin(), printable.end(), '#', ' ');
+  return printable;
 }
 
 std::string directiveOf(const StepRecord& step) {
@@ -32,7 +35,11 @@ std::string directiveOf(const StepRecord& step) {
 
 void TapReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
-    m_out << "TAP version 13\n" << std::flush;
+    if (std::exchange(m_hasBegun, true)) {
+      closeRun();
+    } else {
+      m_out << "TAP version 13\n" << std::flush;
+    }
   }
   if (const StepRecord* ended = m_record.handle(event)) {
     writeStep(*ended);
@@ -55,7 +62,8 @@ void TapReporter::writeStep(const StepRecord& step) {
   m_out << std::flush;
 }
 
-void TapReporter::finish() {
+// What did not end is told as it stands.
+void TapReporter::closeRun() {
   for (const StepRecord* step : m_record.steps()) {
     if (!step->hasEnded) {
       writeStep(*step);
@@ -64,6 +72,11 @@ void TapReporter::finish() {
   for (const std::string& trouble : m_record.troubles()) {
     fmt::print(m_out, "# {}\n", plain(trouble));
   }
+  m_record = RunRecord();
+}
+
+void TapReporter::finish() {
+  closeRun();
   fmt::print(m_out, "1..{}\n", m_number);
   m_out << std::flush;
 }

@@ -20,10 +20,12 @@ class TapReporter : public Reporter {
 
  private:
   void writeStep(const StepRecord& step);
+  void closeRun();
 
   std::ostream& m_out;
   RunRecord m_record;
-  int m_number = 0;
+  bool m_hasBegun = false;
+  int m_number = 0;  ///< of the points, over all runs
 };
 
 }  // namespace TarvexDiags::DiagCtl

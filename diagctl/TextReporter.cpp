@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 
-#include <map>
+#include <utility>
+
+#include "diagctl/Printable.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -13,6 +15,7 @@ constexpr const char* green = "\033[32m";
 constexpr const char* red = "\033[31m";
 constexpr const char* yellow = "\033[33m";
 constexpr const char* reset = "\033[0m";
+constexpr const char* indentedBreak = "\n         ";
 
 }  // namespace
 
@@ -23,13 +26,19 @@ std::string TextReporter::paint(const char* text, const char* colour) const {
 }
 
 void TextReporter::handle(const RunEvent& event) {
+  const auto* start = std::get_if<RunStarted>(&event.body);
+  if (start != nullptr && std::exchange(m_hasBegun, true)) {
+    closeRun();
+    m_out << '\n';
+  }
   if (const StepRecord* ended = m_record.handle(event)) {
     writeStep(*ended);
   }
-  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
-    fmt::print(m_out, "{} {} on {}\n", start->name, start->version, start->machineName);
+  if (start != nullptr) {
+    fmt::print(m_out, "{} {} on {}\n", start->name, start->version,
+               toPrintable(start->machineName));
     for (const std::string& platform : start->platforms) {
-      fmt::print(m_out, "  {}\n", platform);
+      fmt::print(m_out, "  {}\n", toPrintable(platform));
     }
     m_out << '\n' << std::flush;
   }
@@ -52,8 +61,8 @@ std::string TextReporter::verdictOf(const StepRecord& step) const {
 }
 
 void TextReporter::writeStep(const StepRecord& step) {
-  fmt::print(m_out, "{}  {}: {} on {}", verdictOf(step), step.start.package, step.start.test,
-             step.start.device);
+  fmt::print(m_out, "{}  {}: {} on {}", verdictOf(step), toPrintable(step.start.package),
+             toPrintable(step.start.test), toPrintable(step.start.device));
   if (step.start.passes > 1 || step.passes > 1) {
     fmt::print(m_out, ", {} of {} passes", step.passes, step.start.passes);
   }
@@ -62,35 +71,35 @@ void TextReporter::writeStep(const StepRecord& step) {
   }
   m_out << '\n';
   for (const std::string& finding : step.findings) {
-    fmt::print(m_out, "         {}\n", finding);
+    fmt::print(m_out, "         {}\n", toPrintable(finding, indentedBreak));
   }
   for (const std::string& action : step.actions) {
-    fmt::print(m_out, "         -> {}\n", action);
+    fmt::print(m_out, "         -> {}\n", toPrintable(action, indentedBreak));
   }
   m_out << std::flush;
 }
 
 void TextReporter::finish() {
-  std::map<StepRecord::Outcome, int> sums;
+  closeRun();
+}
+
+void TextReporter::closeRun() {
   for (const StepRecord* step : m_record.steps()) {
     if (!step->hasEnded) {
       writeStep(*step);
     }
-    ++sums[step->outcome()];
   }
   for (const std::string& trouble : m_record.troubles()) {
-    fmt::print(m_out, "{}  {}\n", paint("ERROR  ", yellow), trouble);
+    fmt::print(m_out, "{}  {}\n", paint("ERROR  ", yellow), toPrintable(trouble, indentedBreak));
   }
-  std::string summary;
-  for (const auto& [outcome, count] : sums) {
-    summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", count, toText(outcome));
-  }
+  const std::string summary = toText(m_record.sums());
   fmt::print(m_out, "\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),
              summary.empty() ? "nothing ran" : summary);
   if (!m_record.hasEnded()) {
     m_out << "The run was cut short.\n";
   }
   m_out << std::flush;
+  m_record = RunRecord();
 }
 
 }  // namespace TarvexDiags::DiagCtl

@@ -20,11 +20,13 @@ class TextReporter : public Reporter {
 
  private:
   void writeStep(const StepRecord& step);
+  void closeRun();
   std::string verdictOf(const StepRecord& step) const;
   std::string paint(const char* text, const char* colour) const;
 
   std::ostream& m_out;
   bool m_colour;
+  bool m_hasBegun = false;
   RunRecord m_record;
 };
 

@@ -13,7 +13,7 @@ namespace TarvexDiags::PackageKit {
 enum KitEvent : unsigned int {
   // ERROR_EVENT: trouble of the tool. The result is UNUSUAL_STATUS, never FAILED.
   WORKER_CRASHED = 9000,         ///< signal (as "SIGSEGV"), last lines
-  WORKER_EXITED = 9001,          ///< exit status, last lines: ended before the test had a verdict
+  WORKER_EXITED = 9001,          ///< exit status or "?", last lines
   TEST_TIMED_OUT = 9002,         ///< time allowed in seconds, last lines
   OUT_OF_MEMORY = 9003,          ///< what failed, last lines
   NO_PERMISSION = 9004,          ///< what failed (text of the errno included), last lines

@@ -20,6 +20,12 @@ CPP_FOLDERS=("${SHIPPED_FOLDERS[@]}" examples bench tests)
 
 CORES=$(nproc)
 
+# second_tries LOG: the tests that failed at first, as ctest logged them.
+second_tries() {
+  sed -nE 's/^.* Test +#[0-9]+: ([^ ]+) .*\*\*\*(Failed|Timeout|Exception).*/needed another try: \1/p' "$1" |
+    sort -u
+}
+
 # run_ctest LABEL ARGUMENT...: shows what failed and the summary, and keeps the latter for the end.
 # Most tests wait more than they compute, hence more of them at a time than there are cores.
 run_ctest() {
@@ -27,12 +33,13 @@ run_ctest() {
   shift
   say "$label: running the tests"
   # Tests of interleavings can fail on a busy machine. A rare fault can hide behind this as well: the
-  # log names each test that needed another try.
+  # closing lines name each test that needed another try.
   ctest --parallel "$((3 * CORES))" --repeat until-pass:3 "$@" 2>&1 | tee "$log" |
     awk '!/^ +Start +[0-9]+:/ && !/ Passed +[0-9.]+ sec *$/ { print; fflush() }' || status=1
   local count
   count=$(find "$CTEST_SUMMARIES" -type f | wc -l)
   grep -E '^[0-9]+% tests passed|^Total Test time' "$log" >"$CTEST_SUMMARIES/$count-$label" || status=1
+  second_tries "$log" >>"$CTEST_SUMMARIES/$count-$label"
   return "$status"
 }
 
@@ -136,6 +143,7 @@ sanitized() {
   run_ctest "$1" --preset "$1"
   TARVEX_STRESS_SECONDS=${TARVEX_STRESS_SECONDS:-60} run_ctest "$1-stress" \
     --test-dir "build/$1" --label-regex '^stress$' --output-on-failure --no-tests=error
+  say "$1: $(grep '^survived' "build/$1/Testing/Temporary/LastTest.log")"
 }
 
 stage_asan() {

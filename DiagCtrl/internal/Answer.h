@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/TraceScope.h"
@@ -11,6 +13,7 @@ DiagnosticController::errorCode DiagnosticController::answer(TraceScope& arTrace
   try {
     return aSteps();
   } catch (const ClientFailure& failure) {
+    arTrace.errorValue(std::string(arTrace.method()) + " failed", failure.result);
     return fail(arTrace, failure.event, failure.result);
   }
 }

@@ -41,6 +41,8 @@ enum class ClientCall : unsigned int {
 struct GateRow {
   /// What a wrong phase raises; SUCCESS stands for no event.
   static constexpr auto noEvent = DiagCtrlEvent::SUCCESS;
+  /// When a refusal is traced: a call that traces after its event is also left to trace what it
+  /// makes of a phase that cannot be read.
   enum Trace : unsigned int { none, before, afterEvent };
 
   ClientCall call;

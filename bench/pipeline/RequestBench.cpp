@@ -56,6 +56,16 @@ class Pipeline {
     }
     harness.start();
   }
+  /** The script outlives the pipeline, what it would call does not. */
+  ~Pipeline() {
+    for (const Call call :
+         {Call::GetDiagnostics, Call::RunEnter, Call::RunReturn, Call::DestroyDiagnostics}) {
+      alpha.on(call, nullptr);
+    }
+    alpha.everyPass({});
+  }
+  Pipeline(const Pipeline&) = delete;
+  Pipeline& operator=(const Pipeline&) = delete;
 
   /** Notes the moments of each request and pass. */
   void watch() {
@@ -178,31 +188,29 @@ BENCHMARK(bareThreadAndHandOvers)->UseRealTime();
 
 // ---- Latencies ---------------------------------------------------------------------------------
 
-void queueToStart(benchmark::State& state) {
+using Moment = std::atomic<Clock::time_point> Pipeline::*;
+
+/** The time between two moments of each request. */
+void measure(benchmark::State& state, Moment from, Moment to) {
   label(state);
   Pipeline pipeline(state.range(0) != 0, 1);
   pipeline.watch();
   std::vector<double> figures;
   for (auto _ : state) {
     pipeline.runOne();
-    figures.push_back(microseconds(pipeline.begun.load() - pipeline.queued.load()));
+    figures.push_back(microseconds((pipeline.*to).load() - (pipeline.*from).load()));
     state.SetIterationTime(figures.back() / 1e6);
   }
   report(state, figures);
 }
+
+void queueToStart(benchmark::State& state) {
+  measure(state, &Pipeline::queued, &Pipeline::begun);
+}
 BENCHMARK(queueToStart)->Arg(0)->Arg(1)->UseManualTime();
 
 void endOfPassToVerdict(benchmark::State& state) {
-  label(state);
-  Pipeline pipeline(state.range(0) != 0, 1);
-  pipeline.watch();
-  std::vector<double> figures;
-  for (auto _ : state) {
-    pipeline.runOne();
-    figures.push_back(microseconds(pipeline.judged.load() - pipeline.ended.load()));
-    state.SetIterationTime(figures.back() / 1e6);
-  }
-  report(state, figures);
+  measure(state, &Pipeline::ended, &Pipeline::judged);
 }
 BENCHMARK(endOfPassToVerdict)->Arg(0)->Arg(1)->UseManualTime();
 
@@ -274,10 +282,11 @@ void tenOneSecondTestsOnOneDevice(benchmark::State& state) {
   pipeline.alpha.everyPass({.duration = std::chrono::seconds(1)});
   pipeline.watch();
   for (auto _ : state) {
+    const unsigned long before = pipeline.finished();
     for (int request = 0; request < 10; ++request) {
       pipeline.queue(1);
     }
-    pipeline.awaitFinished(pipeline.finished() / 10 * 10 + 10);
+    pipeline.awaitFinished(before + 10);
   }
 }
 BENCHMARK(tenOneSecondTestsOnOneDevice)

@@ -13,13 +13,12 @@
 #include "DiagCtrl/DiagnosticController.h"
 
 using namespace TarvexDiags;
-using DiagCtrl::DiagnosticController;
 
-static DiagnosticController& controller = *DiagnosticController::getInstance();
+static DiagCtrl::DiagnosticController& controller = *DiagCtrl::DiagnosticController::getInstance();
 static std::string language = "en";
 
-static void require(DiagnosticController::errorCode code, const char* call) {
-  if (code != DiagnosticController::SUCCESS) {
+static void require(DiagCtrl::DiagnosticController::errorCode code, const char* call) {
+  if (code != controller.SUCCESS) {
     std::fprintf(stderr, "%s returned %u\n", call, code);
     controller.shutDown();
     std::exit(2);
@@ -63,8 +62,9 @@ int main(int argc, char** argv) {
   DiagCtrl::DiagnosticPackage* package = nullptr;
   for (int index = 1; controller.getDiagPackage(index, package) == controller.SUCCESS; ++index) {
     DiagCtrl::VectorTestReqId* ids = nullptr;  // stays null if the package has no devices
-    controller.queueTest(index, settings, ids);
+    const auto code = controller.queueTest(index, settings, ids);
     const std::unique_ptr<DiagCtrl::VectorTestReqId> ownedIds(ids);
+    require(ids != nullptr ? code : controller.SUCCESS, "queueTest");
     for (std::size_t i = 0; ids != nullptr && i < ids->size(); ++i) {
       packageOf[(*ids)[i]] = index;
     }

@@ -26,16 +26,14 @@ std::string signalName(int signal) {
   return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
 }
 
+// "?" when somebody else took it.
+std::string exitStatusOf(const ProcessEnd& end) {
+  return end.kind == ProcessEnd::Kind::Exited ? std::to_string(end.number) : "?";
+}
+
 std::string howItEnded(const ProcessEnd& end) {
-  switch (end.kind) {
-    case ProcessEnd::Kind::Exited:
-      return "exit status " + std::to_string(end.number);
-    case ProcessEnd::Kind::Signalled:
-      return signalName(end.number);
-    case ProcessEnd::Kind::Unknown:
-      break;
-  }
-  return "unknown end";
+  return end.kind == ProcessEnd::Kind::Signalled ? signalName(end.number)
+                                                 : "exit status " + exitStatusOf(end);
 }
 
 const char* nameOf(DiagnosticResult::TestResult verdict) {
@@ -272,7 +270,7 @@ PassOutcome PassRunner::earlyEnd(const SessionEnd& end) {
     return trouble(TEST_TIMED_OUT, {timeAllowed(), end.lastLines});
   }
   if (end.process.kind != ProcessEnd::Kind::Signalled) {
-    return trouble(WORKER_EXITED, {howItEnded(end.process), end.lastLines});
+    return trouble(WORKER_EXITED, {exitStatusOf(end.process), end.lastLines});
   }
   if (end.process.number == SIGKILL) {
     return trouble(WORKER_KILLED, {end.lastLines});

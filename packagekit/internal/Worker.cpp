@@ -33,7 +33,18 @@ Ending trouble(KitEvent code, const std::string& what) {
   return {TestEnding::Trouble, code, {what}};
 }
 
+// Codes of the kit stand for what only the kit can know.
+bool isForged(const Verdict& verdict) {
+  const bool hasOwnCode =
+      verdict.kind() == Verdict::Kind::Failed || verdict.kind() == Verdict::Kind::Unusual;
+  return hasOwnCode && verdict.code() >= kFirstKitCode && verdict.code() <= kLastKitCode;
+}
+
 Ending endingOf(const Verdict& verdict) {
+  if (isForged(verdict)) {
+    return trouble(TEST_THREW,
+                   "code " + std::to_string(verdict.code()) + " of the verdict is reserved");
+  }
   switch (verdict.kind()) {
     case Verdict::Kind::Passed:
       return {TestEnding::Passed};

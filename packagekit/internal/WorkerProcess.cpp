@@ -149,19 +149,28 @@ bool WorkerProcess::isZombie() const {
 }
 
 bool WorkerProcess::hasEnded() const {
-  // Without such a child, somebody else took its status, or the host ignores SIGCHLD.
-  return isZombie() || (errno == ECHILD && ::kill(m_pid, 0) != 0);
+  if (isZombie()) {
+    return true;
+  }
+  // Without such a child, somebody else took its status, or the host ignores SIGCHLD. Its number
+  // may be another process's by now, so the descriptor is asked where there is one.
+  pollfd end{m_pidDescriptor.number(), POLLIN, 0};
+  return errno == ECHILD &&
+         (m_pidDescriptor.isOpen() ? poll(&end, 1, 0) > 0 : ::kill(m_pid, 0) != 0);
 }
 
 void WorkerProcess::signalGroup(int signal) const {
   sendSignal(m_pid, signal);
 }
 
-ProcessEnd WorkerProcess::reap() {
+void WorkerProcess::killRest() const {
   if (isZombie()) {
     // The number is still ours: nobody else's group can be hit.
     sendSignal(m_pid, SIGKILL);
   }
+}
+
+ProcessEnd WorkerProcess::reap() {
   const pid_t pid = std::exchange(m_pid, -1);
   int status = 0;
   pid_t result = 0;

@@ -43,7 +43,10 @@ class WorkerProcess {
   /// Sends a signal to the whole group, by way of sendSignal.
   void signalGroup(int signal) const;
 
-  /// Takes the status of a process that has ended, after it killed what is left of its group.
+  /// Kills what is left of the group of a process that has ended and was not reaped yet.
+  void killRest() const;
+
+  /// Takes the status of a process that has ended.
   ProcessEnd reap();
 
   /// Leaves the process to itself: it can't be ended.

@@ -47,6 +47,10 @@ SessionEnd WorkerSession::run(WorkerProcess& process) {
     readOutput();
     readFrames();
   }
+  if (m_stage != Stage::GivenUp) {
+    // What a test left behind could keep talking for ever.
+    process.killRest();
+  }
   drain();
   m_end.lastLines = m_tail.lines();
   if (m_stage == Stage::GivenUp) {
@@ -80,19 +84,25 @@ void WorkerSession::pause(bool on) {
   m_process->signalGroup(on ? SIGSTOP : SIGCONT);
   const auto now = Clock::now();
   if (on) {
-    m_hadDeadline = m_deadline.has_value();
-    m_left = m_hadDeadline ? *m_deadline - now : Clock::duration();
+    m_left.reset();
+    if (m_deadline) {
+      m_left = *m_deadline - now;
+    }
     m_deadline.reset();
-  } else if (m_hadDeadline) {
-    m_deadline = now + m_left;
+  } else if (m_left) {
+    m_deadline = now + *m_left;
   }
 }
 
+// What a worker said before it was suspended may be read afterwards: its time begins later then.
 void WorkerSession::allow(double seconds) {
   m_deadline.reset();
+  m_left.reset();
   if (seconds > 0 && seconds < kLongestWait) {
-    m_deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                    std::chrono::duration<double>(seconds));
+    m_left = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    if (!m_isPaused) {
+      m_deadline = Clock::now() + *m_left;
+    }
   }
 }
 

@@ -107,8 +107,7 @@ class WorkerSession {
   SessionEnd m_end;
   Stage m_stage = Stage::Running;
   std::optional<Clock::time_point> m_deadline;
-  Clock::duration m_left{};  ///< while suspended: what is left until the deadline
-  bool m_hadDeadline = false;
+  std::optional<Clock::duration> m_left;  ///< while suspended: what is left until the deadline
   bool m_isPaused = false;
   bool m_socketIsOpen = true;
 };

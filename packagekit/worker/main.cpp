@@ -39,6 +39,8 @@ int main(int count, char** arguments) {
   }
   dieWithHost(strtol(arguments[2], nullptr, 10));
   becomeFirstVictim();
+  // What was printed before a crash is told, so it may not wait in a buffer.
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   fcntl(kSocket, F_SETFD, FD_CLOEXEC);
 
   void* const package = dlopen(arguments[1], RTLD_LAZY);

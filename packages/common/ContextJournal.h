@@ -45,6 +45,8 @@ class ContextJournal : public RunJournal {
 
   bool haltsOnError() override { return m_context.haltOnError(); }
 
+  bool hasErrors() const { return m_errors > 0; }
+
   /** @brief An error means failed, a warning that there is no verdict. */
   PackageKit::Verdict verdict() const {
     if (m_errors > 0) {
@@ -63,7 +65,9 @@ class ContextJournal : public RunJournal {
   unsigned int m_errors = 0;
 };
 
-/** @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
+/**
+ * @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
+ * Faults that were found stand, whatever the engine throws afterwards.
  */
 inline PackageKit::Verdict judged(PackageKit::TestContext& context, const std::string& device,
                                   const std::function<void(RunJournal&)>& engine) {
@@ -71,7 +75,15 @@ inline PackageKit::Verdict judged(PackageKit::TestContext& context, const std::s
   try {
     engine(journal);
   } catch (const NotSupported& reason) {
-    return PackageKit::notSupported(reason.what());
+    if (!journal.hasErrors()) {
+      return PackageKit::notSupported(reason.what());
+    }
+    context.log(reason.what());
+  } catch (const std::exception& error) {
+    if (!journal.hasErrors()) {
+      throw;
+    }
+    context.log(error.what());
   }
   return journal.verdict();
 }

@@ -52,7 +52,7 @@ Node nodeOf(const Device& device) {
 
 /** The node's CPUs on which the process may run; for a node without CPUs, any. */
 std::vector<int> usableCpus(const Node& node) {
-  const std::vector<int> allowed = Common::allowedCpus();
+  std::vector<int> allowed = Common::allowedCpus();
   if (node.cpus.empty()) {
     return allowed;
   }
@@ -142,7 +142,11 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
     return kept.get();
   }
   kept.reset();
-  auto made = std::make_unique<Workbench>(usableCpus(node));
+  const std::vector<int> cpus = usableCpus(node);
+  if (cpus.empty()) {
+    throw Common::NotSupported("This process may run on no CPU of " + context.device().name);
+  }
+  auto made = std::make_unique<Workbench>(cpus);
   made->node = node.number;
   std::string reason;
   made->region = Region::map(

@@ -23,6 +23,7 @@
 #include "LyingDiagnostics.h"
 #include "packagekit/PackageKit.h"
 #include "packagekit/internal/Frame.h"
+#include "packagekit/internal/WorkerProcess.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -53,6 +54,7 @@ Verdict segfaults(TestContext&) {
 }
 
 Verdict aborts(TestContext&) {
+  std::printf("about to abort\n");
   signal(SIGABRT, SIG_DFL);
   std::abort();
 }
@@ -147,6 +149,9 @@ Verdict sendsGarbage(TestContext&) {
 }
 
 Verdict usesReservedCode(TestContext& context) {
+  if (context.settingFlag("InVerdict", false)) {
+    return failed(WORKER_CRASHED, {"not so"});
+  }
   context.error(WORKER_CRASHED, {"not so"});
   return passed();
 }
@@ -191,9 +196,21 @@ Verdict sleepsDeaf(TestContext&) {
   }
 }
 
+[[noreturn]] void talk() {
+  for (;;) {
+    if (::write(STDOUT_FILENO, "still here\n", 11) < 0) {
+      _exit(1);
+    }
+  }
+}
+
 Verdict leavesChildBehind(TestContext& context) {
+  const bool talks = context.settingFlag("Talks", false);
   const pid_t child = fork();
   if (child == 0) {
+    if (talks) {
+      talk();
+    }
     for (;;) {
       pause();
     }
@@ -290,12 +307,20 @@ void define(Package& package) {
   // 28 stands in the configuration file alone.
 }
 
+// Stands for a worker that hangs in the kernel, where no signal reaches it.
+int loseSignal(pid_t /*group*/, int /*signal*/) {
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
 
 TARVEXDIAGS_EXPORT void setPackageConfigFile(const char* file) {
   setConfigFile(file);
+  if (file != nullptr && Settings(file).packageFlag("SignalsLost", false)) {
+    WorkerProcess::sendSignal = &loseSignal;
+  }
 }
 
 TARVEXDIAGS_EXPORT void setPackageLogDir(const char* directory) {

@@ -121,6 +121,7 @@ class DatagramRun {
     if (result >= 0) {
       return result;
     }
+    requireFaultOfConnection(static_cast<int>(-result), m_interface);
     m_broken = true;
     report(m_journal, NetworkEvent::connectionBroken,
            {m_interface, std::generic_category().message(static_cast<int>(-result))});

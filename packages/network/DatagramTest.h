@@ -43,7 +43,8 @@ struct DatagramFigures {
 
 /**
  * @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
- * that were lost, came twice or in another order, or were corrupted.
+ * that were lost, came twice or in another order, or were corrupted. Throws std::system_error when
+ * the kernel refuses one for reasons of its own.
  */
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
                                 const std::string& interface, RunJournal& journal);

@@ -38,6 +38,9 @@ void tellDriver(const std::string& interface, LinkControl& control, RunJournal& 
 
 void judgeLink(const Link& link, LinkControl& control, const LinkLimits& limits,
                RunJournal& journal) {
+  if (!link.up) {
+    throw NotSupported(link.name + " is switched off");
+  }
   const LinkMode mode = modeOf(control);
   tellDriver(link.name, control, journal);
   report(journal, NetworkEvent::link,

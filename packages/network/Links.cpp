@@ -65,6 +65,7 @@ Link describe(rtnl_link* link) {
   rtnl_link_get_carrier_changes(link, &carrierChanges);
   result.name = rtnl_link_get_name(link);
   result.index = rtnl_link_get_ifindex(link);
+  result.lower = rtnl_link_get_link(link);
   result.kind = kind == nullptr ? "" : kind;
   result.loopback = (flags & IFF_LOOPBACK) != 0;
   result.up = (flags & IFF_UP) != 0;
@@ -138,6 +139,9 @@ std::string whyNoDevice(const Link& link) {
 
 void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
                    RunJournal& journal) {
+  if (before.up && !after.up) {
+    throw NotSupported(after.name + " was switched off during the test");
+  }
   const Rises errors = withoutSums(rises(before.errors, after.errors));
   const Rises drops = rises(before.drops, after.drops);
   for (const auto& [name, by] : errors) {

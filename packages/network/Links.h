@@ -13,6 +13,7 @@ namespace TarvexDiags::Network {
 struct Link {
   std::string name;
   int index = 0;
+  int lower = 0;     ///< index of the interface that it lies on or is paired with; 0: none
   std::string kind;  ///< "veth", "bridge" and so on for interfaces of software, else empty
   bool loopback = false;
   bool up = false;        ///< switched on by the administrator
@@ -42,7 +43,8 @@ struct CounterLimits {
 
 /**
  * @brief Compares counters before and after a test: faults are errors, more drops than allowed are
- * warnings, a carrier that came or went is an error. When nothing rose, says so.
+ * warnings, a carrier that came or went is an error. When nothing rose, says so. Throws
+ * NotSupported when somebody has switched the interface off meanwhile.
  */
 void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
                    RunJournal& journal);

@@ -98,6 +98,12 @@ Link unused(const std::string& interface) {
   if (carriesAddress(interface)) {
     throw NotSupported(interface + " carries an address, so it is in use");
   }
+  for (const Link& other : readLinks()) {
+    // Of a virtual pair each is the other's lower one.
+    if (other.lower == link.index && other.kind != "veth") {
+      throw NotSupported(interface + " carries " + other.name + ", so it is in use");
+    }
+  }
   return link;
 }
 

@@ -35,7 +35,8 @@ class NamespacePair {
  public:
   /**
    * @brief Throws NotSupported without the privilege, or when an interface is in use: it carries an
-   * address or is part of a bridge or bond. std::system_error with ENODEV when there is none.
+   * address or another interface, such as that of a VLAN, or is part of a bridge or bond.
+   * std::system_error with ENODEV when there is none.
    */
   NamespacePair(const std::string& first, const std::string& second);
   NamespacePair(const NamespacePair&) = delete;

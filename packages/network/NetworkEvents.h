@@ -50,6 +50,13 @@ enum class NetworkEvent : unsigned int {
 /** @brief The severity that the code's number stands for. */
 Severity severityOf(NetworkEvent event);
 
+/**
+ * @brief Throws std::system_error unless the errno of a failed send or receive says that the
+ * connection is at fault: a lack of memory, a packet filter that forbids or an interface that was
+ * switched off say nothing about it.
+ */
+void requireFaultOfConnection(int error, const std::string& interface);
+
 /** @brief Reports an event of this package with its severity. */
 void report(RunJournal& journal, NetworkEvent event, std::vector<std::string> parameters);
 

@@ -56,6 +56,7 @@ class Shared {
   }
 
   void stop() { m_stop = true; }
+  const std::string& interface() const { return m_interface; }
   std::uint64_t done() const { return m_done; }
   bool stopped() const { return m_stop; }
 
@@ -126,6 +127,7 @@ class Lane {
     if (result >= 0) {
       return result;
     }
+    requireFaultOfConnection(static_cast<int>(-result), m_shared.interface());
     m_broken = true;
     m_shared.tell(NetworkEvent::connectionBroken,
                   {std::generic_category().message(static_cast<int>(-result))});

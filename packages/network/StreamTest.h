@@ -50,7 +50,8 @@ using StreamMaker = std::function<std::unique_ptr<StreamLink>(unsigned int numbe
 
 /**
  * @brief Sends data over connections and compares every byte that arrives. Tells corrupted bytes,
- * bytes that were lost or came twice, and a connection that broke or stood still.
+ * bytes that were lost or came twice, and a connection that broke or stood still. Throws
+ * std::system_error when the kernel refuses a transfer for reasons of its own.
  *
  * Each connection's two ends are served by one thread, in turns: nothing waits for another thread,
  * and the data is still in the cache when it is compared.

@@ -147,7 +147,7 @@ TARVEX_SHA void sha256BlockInstruction(std::array<std::uint32_t, 8>& state,
     cdgh = _mm_sha256rnds2_epu32(cdgh, abef, sum);
     abef = _mm_sha256rnds2_epu32(abef, cdgh, _mm_shuffle_epi32(sum, 0x0e));
   }
-  alignas(16) std::array<std::uint32_t, 8> words;
+  alignas(16) std::array<std::uint32_t, 8> words{};
   _mm_store_si128(reinterpret_cast<__m128i*>(words.data()), _mm_add_epi32(abef, startAbef));
   _mm_store_si128(reinterpret_cast<__m128i*>(words.data() + 4), _mm_add_epi32(cdgh, startCdgh));
   state = {words[3], words[2], words[7], words[6], words[1], words[0], words[5], words[4]};

@@ -32,7 +32,8 @@ struct Completion {
 
 /** @brief What others write to the disk meanwhile. */
 struct WriteActivity {
-  std::uint64_t completed = 0;  ///< writes and sectors completed, added up
+  /** Writes and sectors completed, added up; of a file, the time of its last change. */
+  std::uint64_t completed = 0;
   bool inFlight = false;
   bool operator==(const WriteActivity&) const = default;
 };

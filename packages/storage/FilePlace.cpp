@@ -31,7 +31,7 @@ std::string writableOn(const std::string& mount) {
     return {};
   }
   for (const char* below : {"/tmp", "/var/tmp", ""}) {
-    const std::string directory = mount == "/" && *below != '\0' ? below : mount + below;
+    std::string directory = mount == "/" && *below != '\0' ? below : mount + below;
     if (writableDirectory(directory) == root.st_dev) {
       return directory;
     }

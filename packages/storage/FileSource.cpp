@@ -64,14 +64,24 @@ int FileSource::flush() {
 
 std::optional<WriteActivity> FileSource::writeActivity() {
   if (m_statistics.empty()) {
-    return std::nullopt;
+    const timespec changed = statusOf(descriptor()).st_mtim;
+    return WriteActivity{static_cast<std::uint64_t>(changed.tv_sec) * 1'000'000'000 +
+                             static_cast<std::uint64_t>(changed.tv_nsec),
+                         false};
   }
-  // Fields 5 and 7 of "stat": writes completed, sectors written; "inflight": reads, writes.
+  // Fields 1, 5 and 7 of "stat": reads and writes completed, sectors written; "inflight": reads,
+  // writes. Where not even reads are counted, or counting is switched off, writes are not known.
   std::uint64_t skipped = 0;
+  std::uint64_t reads = 0;
   std::uint64_t writes = 0;
   std::uint64_t sectors = 0;
-  std::ifstream(m_statistics + "/stat") >> skipped >> skipped >> skipped >> skipped >> writes >>
+  std::ifstream(m_statistics + "/stat") >> reads >> skipped >> skipped >> skipped >> writes >>
       skipped >> sectors;
+  int counts = 1;
+  std::ifstream(m_statistics + "/queue/iostats") >> counts;
+  if (reads == 0 || counts == 0) {
+    return std::nullopt;
+  }
   std::uint64_t inFlight = 0;
   std::ifstream(m_statistics + "/inflight") >> skipped >> inFlight;
   return WriteActivity{writes + sectors, inFlight != 0};
@@ -113,6 +123,7 @@ std::unique_ptr<BlockSource> makeSource(Common::UniqueDescriptor descriptor,
 }  // namespace
 
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options) {
+  // Opening shall not wait for a medium, but reads shall wait for their end.
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
   int descriptor = open(path.c_str(), flags | O_DIRECT);
   if (descriptor < 0 && errno == EINVAL) {
@@ -121,7 +132,9 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
   if (descriptor < 0) {
     throw NotSupported(path + " cannot be read: " + std::generic_category().message(errno));
   }
-  return makeSource(Common::UniqueDescriptor(descriptor), options);
+  Common::UniqueDescriptor opened(descriptor);
+  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  return makeSource(std::move(opened), options);
 }
 
 std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options) {

@@ -64,7 +64,7 @@ void identify(const Disk& disk, std::uint64_t bytesByDevice, RunJournal& journal
     report(journal, StorageEvent::markedReadOnly, {disk.name});
   }
   if (bytesByDevice != 0 && bytesByDevice != disk.bytes) {
-    report(journal, StorageEvent::sizeMismatch,
+    report(journal, StorageEvent::sizeChanged,
            {disk.name, std::to_string(disk.bytes), std::to_string(bytesByDevice)});
   }
 }

@@ -74,8 +74,9 @@ void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::s
                    RunJournal& journal);
 
 /**
- * @brief Tells what the disk is, and compares its capacity by sysfs and by what it answers when
- * opened, where it can be opened.
+ * @brief Tells what the disk is, and compares the capacity that it had when it was enumerated with
+ * what it answers now, where it can be opened. Another one is a warning: a disk that loses blocks
+ * looks like one that somebody has resized.
  */
 void identify(const Disk& disk, std::uint64_t bytesByDevice, RunJournal& journal);
 

@@ -14,9 +14,7 @@ ReadErrors::ReadErrors(BlockSource& source, RunJournal& journal, std::string dis
     : m_source(source), m_journal(journal), m_disk(std::move(disk)) {}
 
 void ReadErrors::note(const Transfer& transfer, const Completion& completion) {
-  if (meansGone(completion.error)) {
-    throw std::system_error(completion.error, std::generic_category(), m_disk);
-  }
+  requireFaultOfDisk(completion.error, m_disk);
   m_failed.push_back({transfer.offset, transfer.length, completion.error, false});
 }
 
@@ -74,6 +72,7 @@ bool ReadErrors::readsAgain(const Place& place, int& error) {
   const Transfer transfer{Direction::read, 0, place.offset,
                           static_cast<std::uint32_t>(place.length)};
   const Completion completion = transferOne(m_source, transfer);
+  requireFaultOfDisk(completion.error, m_disk);
   error = completion.error;
   return succeeded(transfer, completion);
 }

@@ -20,7 +20,7 @@ class ReadErrors {
  public:
   ReadErrors(BlockSource& source, RunJournal& journal, std::string disk);
 
-  /** @brief Notes a read that failed. Throws std::system_error when the disk is gone. */
+  /** @brief Notes a read that failed. Throws std::system_error when the disk is not to blame. */
   void note(const Transfer& transfer, const Completion& completion);
 
   /** @brief Whether so much has failed that further reading is of no use. */
@@ -28,7 +28,10 @@ class ReadErrors {
     return m_failed.size() >= (m_journal.haltsOnError() ? std::size_t{1} : mostReads);
   }
 
-  /** @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks. */
+  /**
+   * @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks.
+   * Throws as note.
+   */
   std::uint64_t tell();
 
   /** @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.

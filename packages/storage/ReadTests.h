@@ -48,7 +48,8 @@ struct StabilityOptions {
 /**
  * @brief Reads windows twice and compares checksums. A block that differs is read again several
  * times. Contents that changed while nothing at all was written to the disk are an error; a block
- * that changed once while another program wrote is information.
+ * that changed once while another program wrote is information. There is no verdict on one that
+ * keeps changing under others' writes, or where nobody knows what others write.
  */
 ReadFigures checkStability(BlockSource& source, const StabilityOptions& options,
                            const std::string& disk, RunJournal& journal);

@@ -12,11 +12,10 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief Whether nothing was written between the two looks. What cannot be told counts as quiet.
- */
+/** @brief Whether nothing was written between the two looks, as far as is known. */
 bool isQuiet(const std::optional<WriteActivity>& before,
              const std::optional<WriteActivity>& after) {
-  return before == after && !(after && after->inFlight);
+  return before && before == after && !after->inFlight;
 }
 
 /** @brief Reads windows twice, and judges the pieces that differ. */
@@ -144,7 +143,8 @@ class StabilityCheck {
       report(m_journal, StorageEvent::unstable,
              {m_disk, block, blockSize, std::to_string(contents.size()), std::to_string(reads)});
     } else {
-      report(m_journal, later.size() > 1 ? StorageEvent::unsettled : StorageEvent::changedByOthers,
+      const bool isSettled = later.size() == 1 && m_source.writeActivity();
+      report(m_journal, isSettled ? StorageEvent::changedByOthers : StorageEvent::unsettled,
              {m_disk, block, blockSize});
     }
   }

@@ -30,7 +30,7 @@ enum class StorageEvent : unsigned int {
   unusual = 100,              ///< disk, warnings: closes a test without a verdict
   recoveredRead = 101,        ///< disk, first block, blocks, bytes in a block, cause
   stalls = 102,               ///< disk, count, worst latency, its block, bytes in a block
-  unsettled = 103,            ///< disk, block, bytes in a block
+  unsettled = 103,            ///< disk, block, bytes in a block; others wrote, or it is not known
   worn = 104,                 ///< disk, per cent of the rated life used
   temperature = 105,          ///< disk, degrees Celsius
   badSectors = 106,           ///< disk, count
@@ -42,6 +42,7 @@ enum class StorageEvent : unsigned int {
   noSpace = 112,              ///< disk, cause
   lowSpare = 113,             ///< disk, spare left in per cent, threshold
   slowerThanAsked = 114,      ///< disk, rate, rate asked for
+  sizeChanged = 115,          ///< disk, bytes when enumerated, bytes now
 
   failed = 200,           ///< disk, errors: closes a test that failed
   unreadable = 201,       ///< disk, first block, blocks, bytes in a block, cause
@@ -55,7 +56,6 @@ enum class StorageEvent : unsigned int {
   criticalWarning = 209,  ///< disk, what the disk warns of
   healthFailing = 210,    ///< disk, what the disk says
   mediaErrors = 211,      ///< disk, count
-  sizeMismatch = 212,     ///< disk, bytes by one source, bytes by the other
   selfTestFailed = 213,   ///< disk, status of the last self-test
 };
 

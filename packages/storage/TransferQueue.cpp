@@ -1,7 +1,10 @@
 #include "packages/storage/TransferQueue.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "packages/storage/StorageEvents.h"
@@ -80,8 +83,14 @@ void requireSize(const BlockSource& source, std::uint64_t bytes, const std::stri
   }
 }
 
-bool meansGone(int error) {
-  return error == ENODEV || error == ENXIO || error == ENOMEDIUM;
+// block/blk-core.c of the kernel, blk_errors: what stands for a fault of medium, target, transport
+// or protection data. File systems pass them on, and tell EBADMSG for their own checksums.
+void requireFaultOfDisk(int error, const std::string& disk) {
+  constexpr std::array faults{0,         EIO,   ENODATA, EREMOTEIO, EILSEQ,
+                              ETIMEDOUT, ETIME, ENOLINK, EBADMSG};
+  if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
+    throw std::system_error(error, std::generic_category(), disk);
+  }
 }
 
 }  // namespace TarvexDiags::Storage

@@ -31,7 +31,11 @@ inline bool succeeded(const Transfer& transfer, const Completion& completion) {
   return completion.error == 0 && completion.length == transfer.length;
 }
 
-/** @brief Whether the cause means that the disk left, not that a block is bad. */
-bool meansGone(int error);
+/**
+ * @brief Throws std::system_error unless the errno of a failed transfer (0: a short one) says that
+ * the disk or the way to it is at fault: a disk that left, a lack of memory or of a permission, a
+ * request that the kernel refuses say nothing about the disk's blocks.
+ */
+void requireFaultOfDisk(int error, const std::string& disk);
 
 }  // namespace TarvexDiags::Storage

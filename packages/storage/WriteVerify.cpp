@@ -6,7 +6,6 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -41,8 +40,9 @@ class WriteVerifyRun {
   WriteVerifyFigures run() {
     const auto begin = Clock::now();
     write();
+    writeAgain();
     if (const int error = m_source.flush(); error != 0) {
-      tellWriteFailure(0, m_source.size(), error);
+      settleFailedWrite(0, m_source.size(), error);
     }
     const auto written = Clock::now();
     verify();
@@ -97,18 +97,36 @@ class WriteVerifyRun {
       m_progress.at(m_moved);
       return;
     }
-    if (meansGone(completion.error)) {
-      throw std::system_error(completion.error, std::generic_category(), m_disk);
-    }
-    if (completion.error == ENOSPC || completion.error == EDQUOT) {
-      m_full = true;  // the file system's doing, not the disk's
-      report(m_journal, StorageEvent::noSpace, {m_disk, causeOf(completion.error)});
+    if (completion.error == 0 && !m_isSecondAttempt) {
+      m_cutShort.push_back(transfer);
       return;
     }
-    tellWriteFailure(transfer.offset, transfer.length, completion.error);
+    settleFailedWrite(transfer.offset, transfer.length, completion.error);
   }
 
-  void tellWriteFailure(std::uint64_t offset, std::uint64_t length, int error) {
+  /** @brief A write that was cut short, as by a full file system, has its cause told the next time.
+   */
+  void writeAgain() {
+    m_isSecondAttempt = true;
+    for (const Transfer& cut : m_cutShort) {
+      if (!goesOn()) {
+        return;
+      }
+      const auto data = m_source.buffer(0).first(cut.length);
+      m_pattern.fill(data);
+      m_pattern.stamp(data, cut.offset);
+      const Transfer again{Direction::write, 0, cut.offset, cut.length};
+      settleWrite(again, transferOne(m_source, again));
+    }
+  }
+
+  void settleFailedWrite(std::uint64_t offset, std::uint64_t length, int error) {
+    if (error == ENOSPC || error == EDQUOT) {
+      m_full = true;  // the file system's doing, not the disk's
+      report(m_journal, StorageEvent::noSpace, {m_disk, causeOf(error)});
+      return;
+    }
+    requireFaultOfDisk(error, m_disk);
     if (m_told++ < mostTold) {
       report(m_journal, StorageEvent::writeFailed,
              {m_disk, std::to_string(offset), std::to_string(length), causeOf(error)});
@@ -249,9 +267,11 @@ class WriteVerifyRun {
   ReadErrors m_errors;
   WriteVerifyFigures m_figures;
   std::vector<Difference> m_different;
+  std::vector<Transfer> m_cutShort;  ///< writes that moved less than asked for, with no cause told
   std::uint64_t m_moved = 0;
   unsigned int m_told = 0;
   bool m_full = false;
+  bool m_isSecondAttempt = false;
 };
 
 }  // namespace

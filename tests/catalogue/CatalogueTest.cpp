@@ -15,24 +15,19 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/BigLock.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 
 namespace TarvexDiags::Catalogue {
 
-struct ApiLockTag {
-  using Member = DiagCtrl::DiagCtrlLock DiagCtrl::DiagnosticController::*;
-};
 struct ShutDownRequestTag {
   using Member = bool DiagCtrl::DiagnosticController::*;
 };
 
 }  // namespace TarvexDiags::Catalogue
 
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Catalogue::ApiLockTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mmtxApiPhaseLock>;
 template struct TarvexDiags::TestSupport::PrivateMember<
     TarvexDiags::Catalogue::ShutDownRequestTag,
     &TarvexDiags::DiagCtrl::DiagnosticController::mbShutDownRequest>;
@@ -53,7 +48,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsNull;
 using TestSupport::Companion;
-using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::PackageConfig;
 using enum DiagnosticController::errorCode;
 typedef std::vector<int> Ids;
@@ -65,7 +60,7 @@ constexpr unsigned int kLargest = 4294967295U;
  * disabled on the device "second". Of its three devices the last supports nothing. BETA has one of
  * each, GAMMA is left out by the control file.
  */
-class CatalogueTest : public ::testing::Test {
+class CatalogueTest : public ControllerTest {
  protected:
   void SetUp() override {
     alpha
@@ -76,21 +71,13 @@ class CatalogueTest : public ::testing::Test {
     harness.addPackage("BETA");
     harness.addPackage("GAMMA");
     harness.control().disablePackage("GAMMA");
+    harness.control().traced(harness.directory().path()).with("DebugLog", "DIAG_ERROR");
     harness.start();
     alpha.clearLog();
   }
 
-  DiagnosticController& controller() { return harness.controller(); }
-
-  /** Takes over the vector of a call that must succeed. */
-  Ids idsOf(const std::function<DiagnosticController::errorCode(Ids*&)>& ask) {
-    Ids* ids = nullptr;
-    EXPECT_EQ(ask(ids), SUCCESS);
-    return *std::unique_ptr<Ids>(ids);
-  }
-  /** One that must fail, with a vector all the same. */
-  void expectFailure(DiagnosticController::errorCode code,
-                     const std::function<DiagnosticController::errorCode(Ids*&)>& ask) {
+  /** A call that must fail, with a vector all the same. */
+  void expectFailure(Code code, const std::function<Code(Ids*&)>& ask) {
     Ids* ids = nullptr;
     EXPECT_EQ(ask(ids), code);
     const std::unique_ptr<Ids> owned(ids);
@@ -98,7 +85,6 @@ class CatalogueTest : public ::testing::Test {
     EXPECT_THAT(*ids, IsEmpty());
   }
 
-  ControllerHarness harness;
   Script& alpha = harness.addPackage(
       "ALPHA", PackageConfig(4).withdrawTest(2).disableTest(3).disableDevices(4, {"SECOND"}));
 };
@@ -251,6 +237,17 @@ TEST_F(CatalogueTest, an_unknown_or_withdrawn_test_is_not_found) {
   }
 }
 
+TEST_F(CatalogueTest, a_query_that_fails_is_traced_with_its_code) {
+  Ids* ids = nullptr;
+  EXPECT_EQ(controller().getTestIdList(9, ids), OBJECT_NOT_FOUND);
+  delete ids;
+  DiagDevice* device = nullptr;
+  EXPECT_EQ(controller().getDevice(1, 9, device), DEVICE_NOT_FOUND);
+  EXPECT_TRUE(trace().contains("DiagnosticController::getTestIdList failed: 20"));
+  EXPECT_TRUE(trace().contains("DiagnosticController::getDevice failed: 12"));
+  EXPECT_EQ(trace().count(" failed: "), 2U);
+}
+
 TEST_F(CatalogueTest, names_that_an_ended_enumeration_left_over_count_without_an_index) {
   harness.shutDown();
   harness.initialize();
@@ -266,8 +263,7 @@ TEST_F(CatalogueTest, names_that_an_ended_enumeration_left_over_count_without_an
   EXPECT_EQ(controller().getDiagPackage(2, package), OBJECT_NOT_FOUND);
 }
 
-// ---- The status of a device
-// ----------------------------------------------------------------------
+// ---- The status of a device -----------------------------------------------------------------
 
 TEST_F(CatalogueTest, the_status_of_a_device_is_asked_each_time) {
   unsigned int status = 0;
@@ -315,7 +311,7 @@ TEST_F(CatalogueTest, a_device_that_throws_counts_as_not_found_and_leaves_no_loc
 // ---- Locks -----------------------------------------------------------------------------------
 
 TEST_F(CatalogueTest, the_count_alone_waits_for_the_big_lock) {
-  DiagCtrl::DiagCtrlLock& bigLock = TestSupport::privateMember<ApiLockTag>(controller());
+  DiagCtrl::DiagCtrlLock& bigLock = TestSupport::bigLockOf(controller());
   bigLock.lock(-1);
   int count = 0;
   Companion counter([&] { controller().getNumberOfDiagPackages(count); });

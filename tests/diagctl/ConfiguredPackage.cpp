@@ -1,7 +1,8 @@
 // A package without the kit, whose devices and tests do what its configuration file says:
 //
 //   [Devices]      Count, and for each number N: NameN, TagN
-//   [TestIDn]      Behave = pass, fail, warn, nothing; Milliseconds; Event (a code raised with each
+//   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
+//                  progress); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device)
 
 #include <atomic>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -144,7 +146,9 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     const std::string section = sectionOf(test);
     const std::string behaviour = read(section, "Behave");
     const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, "Milliseconds");
-    if (!spend(total)) {
+    if (behaviour == "deaf") {
+      std::this_thread::sleep_for(std::chrono::milliseconds(total));
+    } else if (!spend(total)) {
       m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
       return;
     }

@@ -14,13 +14,18 @@
 #include "diagctl/Check.h"
 #include "diagctl/CheckRules.h"
 #include "diagctl/CodeTable.h"
+#include "diagctl/Configuration.h"
 #include "diagctl/ExitStatus.h"
 #include "diagctl/JsonlReader.h"
 #include "diagctl/JsonlReporter.h"
+#include "diagctl/JunitReporter.h"
+#include "diagctl/Printable.h"
 #include "diagctl/Progress.h"
 #include "diagctl/RunPlan.h"
 #include "diagctl/Safety.h"
 #include "diagctl/Selection.h"
+#include "diagctl/TapReporter.h"
+#include "diagctl/TextReporter.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace TarvexDiags::DiagCtl {
@@ -135,6 +140,9 @@ TEST(ExitStyles, keep_what_they_cannot_tell_apart_on_the_safe_side) {
   EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::npd), 2);
   EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::plain), 3);
   EXPECT_EQ(translate(ExitCode::passed, {.warned = 1}, ExitStyle::npd), 0);
+  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::nagios), 3);
+  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::npd), 2);
+  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::plain), 143);
 }
 
 // ---- The log ---------------------------------------------------------------------------------
@@ -222,8 +230,95 @@ TEST(Safety, finds_foreign_owners_and_writers_of_the_file_and_of_what_lies_above
 }
 
 TEST(Safety, trusts_sticky_directories_for_what_lies_in_them) {
-  for (const std::string& finding : findInsecurePaths("/tmp")) {
+  for (const std::string& finding : findInsecurePaths("/tmp/nothing")) {
     EXPECT_THAT(finding, Not(HasSubstr("/tmp: may be written")));
+  }
+}
+
+TEST(Safety, trusts_no_sticky_directory_to_hold_only_what_is_meant) {
+  const TestSupport::TemporaryDirectory place;
+  fs::permissions(place.path(), fs::perms(01777));
+  EXPECT_THAT(findInsecurePaths(place.path()),
+              ::testing::Contains(HasSubstr(place.path() + ": may be written by others")));
+}
+
+TEST(Safety, looks_at_the_way_over_symbolic_links_too) {
+  const TestSupport::TemporaryDirectory place;
+  const std::string open = place.makeDirectory("open");
+  fs::permissions(open, fs::perms(0777));
+  fs::create_symlink("/etc/passwd", open + "/link");
+  EXPECT_THAT(findInsecurePaths(open + "/link"),
+              ::testing::Contains(HasSubstr(open + ": may be written by others")));
+}
+
+TEST(Safety, looks_at_shared_objects_that_a_description_needs) {
+  const TestSupport::TemporaryDirectory place;
+  const std::string packages = place.makeDirectory("packages");
+  const std::string helper = place.file("helper.so.1");
+  std::ofstream(packages + "/a.cfg") << "[Package]\nSODependencies=../helper.so.1\n";
+  std::ofstream(helper) << "x";
+  fs::permissions(helper, fs::perms(0666));
+  EXPECT_THAT(findInsecureFiles("/etc/passwd", packages),
+              ::testing::Contains(HasSubstr(helper + ": may be written by others")));
+}
+
+// ---- Where the control file comes from ---------------------------------------------------------
+
+TEST(ControlFile, comes_from_the_option_then_the_user_then_the_system) {
+  const TestSupport::TemporaryDirectory place;
+  const auto add = [&](const std::string& directory) {
+    place.makeDirectory(directory + "/tarvexdiags");
+    std::ofstream(place.file(directory + "/tarvexdiags/control.cfg")) << "x";
+    return place.file(directory + "/tarvexdiags/control.cfg");
+  };
+  setenv("XDG_CONFIG_HOME", place.file("user").c_str(), 1);
+  const auto found = [&] { return Configuration::find(std::nullopt, place.file("etc")).path(); };
+  const std::string ofSystem = add("etc");
+  EXPECT_EQ(found(), ofSystem);
+  const std::string ofUser = add("user");
+  EXPECT_EQ(found(), ofUser);
+  EXPECT_EQ(Configuration::find("named", place.file("etc")).path(), "named");
+  unsetenv("XDG_CONFIG_HOME");
+  setenv("HOME", place.file("home").c_str(), 1);
+  EXPECT_EQ(found(), ofSystem);
+  const std::string ofHome = add("home/.config");
+  EXPECT_EQ(found(), ofHome);
+}
+
+// ---- Texts from anywhere -----------------------------------------------------------------------
+
+TEST(PrintableTexts, hold_no_control_characters_and_are_always_utf_8) {
+  EXPECT_EQ(toPrintable("Gr\xc3\xb6\xc3\x9f"
+                        "e \x1b[2Jcleared\a\x7f"),
+            "Gr\xc3\xb6\xc3\x9f"
+            "e  [2Jcleared  ");
+  EXPECT_EQ(toPrintable("one\ntwo", "\n  "), "one\n  two");
+  EXPECT_EQ(toUtf8("disk \xff\n"), "disk \xef\xbf\xbd\n");
+}
+
+std::string reportOf(Reporter& reporter, const std::ostringstream& out) {
+  for (RunEvent event : wholeRun()) {
+    if (auto* started = std::get_if<StepStarted>(&event.body)) {
+      started->device = "Disk \xff\x1b[2J";
+    }
+    reporter.handle(event);
+  }
+  reporter.finish();
+  return out.str();
+}
+
+TEST(PrintableTexts, are_all_that_reports_for_people_and_machines_hold) {
+  std::ostringstream text;
+  TextReporter textReporter(text, false);
+  std::ostringstream tap;
+  TapReporter tapReporter(tap);
+  std::ostringstream junit;
+  JunitReporter junitReporter(junit);
+  for (const std::string& report :
+       {reportOf(textReporter, text), reportOf(tapReporter, tap), reportOf(junitReporter, junit)}) {
+    EXPECT_THAT(report, HasSubstr("Disk \xef\xbf\xbd"));
+    EXPECT_THAT(report, Not(HasSubstr("\x1b")));
+    EXPECT_EQ(toUtf8(report), report);
   }
 }
 
@@ -236,6 +331,10 @@ TEST(Rules, tell_what_is_wrong_with_a_value) {
   EXPECT_EQ(findFault(ValueKind::number, "3x"), "'3x' is no whole number");
   EXPECT_EQ(findFault(ValueKind::number, "99999999999"), "'99999999999' is no whole number");
   EXPECT_EQ(findFault(ValueKind::positiveNumber, "0"), "0 is not above 0");
+  EXPECT_EQ(findFault(ValueKind::machineId, "0xffff"), "");
+  EXPECT_EQ(findFault(ValueKind::machineId, "65536"), "65536 is not between 0 and 65535");
+  EXPECT_EQ(findFault(ValueKind::machineId, "0xfg"),
+            "'0xfg' is no whole number, decimal or hexadecimal");
   EXPECT_EQ(findFault(ValueKind::directory, "/nowhere"), "'/nowhere' does not exist");
   EXPECT_EQ(findFault(ValueKind::directory, "/etc/passwd"), "'/etc/passwd' is no directory");
   EXPECT_EQ(findFault(ValueKind::diagMode, "factory"), "");
@@ -266,6 +365,14 @@ TEST(Codes, every_entry_has_a_meaning_and_an_action) {
     EXPECT_FALSE(entry.meaning.empty()) << entry.name;
     EXPECT_FALSE(entry.nextAction.empty()) << entry.name;
     EXPECT_TRUE(entry.resultNumber || entry.eventNumber) << entry.name;
+  }
+}
+
+TEST(Codes, are_all_there_and_no_other) {
+  for (unsigned int number = 0; number <= 100; ++number) {
+    const bool isCode = number >= 1 && number != 6;
+    EXPECT_EQ(findResult(number) != nullptr, isCode && number <= 61) << number;
+    EXPECT_EQ(findEvent(number) != nullptr, isCode && number <= 68) << number;
   }
 }
 

@@ -61,6 +61,15 @@ Workplace& Workplace::addPackage(const std::string& name, const std::vector<Conf
   return *this;
 }
 
+Workplace& Workplace::usePackages(const std::string& directory) {
+  replaceIn(m_controlFile, "PackDirPath=" + path("packages"), "PackDirPath=" + directory);
+  return *this;
+}
+
+Workplace& Workplace::useMisbehavingPackage() {
+  return usePackages(fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "selftest");
+}
+
 std::string Workplace::packageFile(const std::string& name) const {
   return path("packages/" + name + ".cfg");
 }

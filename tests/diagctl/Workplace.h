@@ -29,6 +29,11 @@ class Workplace {
   Workplace& addPackage(const std::string& name, const std::vector<ConfiguredTest>& tests,
                         const std::vector<ConfiguredDevice>& devices);
 
+  /** Makes the control file name another directory of packages. */
+  Workplace& usePackages(const std::string& directory);
+  /** The package whose tests crash, hang and flood, on its four devices. */
+  Workplace& useMisbehavingPackage();
+
   const std::string& controlFile() const { return m_controlFile; }
   std::string packageFile(const std::string& name) const;
   std::string path(const std::string& name) const { return m_directory.file(name); }

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/ThreadState.h"
 
@@ -33,6 +33,7 @@ using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using TestSupport::Companion;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::eventually;
 using TestSupport::PackageConfig;
 using enum DiagnosticController::errorCode;
@@ -53,7 +54,7 @@ Scripted::Plan planThatFailsAt(const std::string& device, unsigned int badRun) {
  * ALPHA has two devices, and what runs on "ALPHA-2" fails in its second pass. BETA has one device,
  * on which its second test is disabled. GAMMA takes the whole machine.
  */
-class EndToEndTest : public ::testing::Test {
+class EndToEndTest : public ControllerTest {
  protected:
   void start() {
     alpha.setDevices(2).planPasses(planThatFailsAt("ALPHA-2", 2));
@@ -61,8 +62,6 @@ class EndToEndTest : public ::testing::Test {
     gamma.planPasses(planThatFailsAt("", 0));
     harness.start();
   }
-
-  DiagnosticController& controller() { return harness.controller(); }
 
   unsigned long queueHalting(const std::string& package, unsigned int device,
                              std::vector<int> tests, int passes) {
@@ -99,7 +98,6 @@ class EndToEndTest : public ::testing::Test {
     }
   }
 
-  ControllerHarness harness;
   Script& alpha = harness.addPackage("ALPHA", PackageConfig(2));
   Script& beta = harness.addPackage("BETA", PackageConfig(2).disableDevices(2, {"BETA-device"}));
   Script& gamma = harness.addPackage("GAMMA", PackageConfig(1).systemLock());

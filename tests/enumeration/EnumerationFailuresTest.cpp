@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <functional>
 #include <ostream>
@@ -10,9 +11,9 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
+#include "tests/support/PlatformAnswers.h"
 #include "tests/support/ProcessMaps.h"
-#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -23,9 +24,10 @@ using Scripted::Living;
 using Scripted::Script;
 using ::testing::IsEmpty;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
-using TestSupport::TraceFile;
+using TestSupport::PlatformAnswers;
 using enum DiagnosticController::errorCode;
 
 typedef std::function<void(ControllerHarness&)> AddPackage;
@@ -140,7 +142,8 @@ const std::vector<Failure> kFailures = {
     throwing("a_pair", Call::IsSupported),
 };
 
-class EnumerationFailureTest : public ::testing::TestWithParam<Failure> {
+class EnumerationFailureTest : public ControllerTest,
+                               public ::testing::WithParamInterface<Failure> {
  protected:
   DiagnosticController::errorCode enumerate(const PackageNameVector& wanted) {
     return wanted.empty() ? harness->enumerateAllPackages()
@@ -150,7 +153,7 @@ class EnumerationFailureTest : public ::testing::TestWithParam<Failure> {
   std::vector<std::string> tracedFailures() {
     std::vector<std::string> texts;
     const std::string mark = "STRING: ";
-    for (const std::string& line : TraceFile(harness.directory().path()).rawLines()) {
+    for (const std::string& line : trace().rawLines()) {
       const auto at = line.find(mark);
       const std::string text = at == std::string::npos ? "" : line.substr(at + mark.size());
       if (text.starts_with("DiagnosticController::") || text.starts_with("returning")) {
@@ -159,8 +162,6 @@ class EnumerationFailureTest : public ::testing::TestWithParam<Failure> {
     }
     return texts;
   }
-
-  ControllerHarness harness;
 };
 
 TEST_P(EnumerationFailureTest, leaves_the_package_out_and_nothing_behind) {
@@ -198,6 +199,47 @@ TEST_P(EnumerationFailureTest, does_not_touch_the_packages_around_it) {
 
 INSTANTIATE_TEST_SUITE_P(Row, EnumerationFailureTest, ::testing::ValuesIn(kFailures),
                          [](const auto& row) { return row.param.name; });
+
+// ---- Libraries that do not close ---------------------------------------------------------------
+
+/** Ends its process itself: the loader keeps its lock once a library did not close. */
+class UnclosableLibraryTest : public ControllerTest {
+ protected:
+  void TearDown() override { _exit(HasFailure() ? 1 : 0); }
+
+  PlatformAnswers platform;
+};
+
+TEST_F(UnclosableLibraryTest, a_package_that_failed_is_one_that_was_not_found) {
+  module("loader_without_diagnostics")(harness);
+  harness.initialize();
+  harness.registerForAll();
+  platform.refuseToClose();
+  EXPECT_EQ(harness->enumerateAllPackages(), PACKAGE_NOT_FOUND);
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
+  EXPECT_THAT(harness.catalogue(), IsEmpty());
+  EXPECT_THAT(harness.ctrlEvents(), ::testing::ElementsAre("FUNCTION_NOT_FOUND_IN_DLL W 0"));
+}
+
+TEST_F(UnclosableLibraryTest, a_dependency_was_loadable_all_the_same) {
+  harness.addPackage("ALPHA", PackageConfig().with("SODependencies", "libhelper.so"));
+  harness.packages().copyLibrary("helper", TARVEX_TEST_MODULE_DIR "/libloader_complete.so");
+  harness.initialize();
+  platform.refuseToClose();
+  EXPECT_EQ(harness->enumerateAllPackages(), SUCCESS);
+  EXPECT_THAT(harness.catalogue(), ::testing::ElementsAre("ALPHA"));
+}
+
+TEST_F(UnclosableLibraryTest, a_package_that_is_enumerated_again_leaves_the_catalogue) {
+  harness.addPackage("ALPHA");
+  harness.start();
+  platform.refuseToClose();
+  EXPECT_EQ(harness->enumerateDiagPackages(1), PACKAGE_NOT_FOUND);
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
+  EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
+  DiagnosticPackage* package = nullptr;
+  EXPECT_EQ(harness->getDiagPackage(1, package), OBJECT_NOT_FOUND);
+}
 
 }  // namespace
 }  // namespace TarvexDiags::DiagCtrl

@@ -13,10 +13,9 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
-#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -30,16 +29,14 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using TestSupport::Companion;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
-using TestSupport::TraceFile;
 using enum DiagnosticController::errorCode;
 using Phase = DiagControllerStatus;
 
-class EnumerationTest : public ::testing::Test {
+class EnumerationTest : public ControllerTest {
  protected:
-  DiagnosticController& controller() { return harness.controller(); }
-  TraceFile trace() { return TraceFile(harness.directory().path()); }
   /** Everything up to the enumeration, with controller events collected. */
   void startWithoutEnumeration() {
     harness.initialize();
@@ -60,14 +57,11 @@ class EnumerationTest : public ::testing::Test {
     return {list->begin(), list->end()};
   }
   std::vector<int> tests(int package) {
-    std::vector<int>* ids = nullptr;
-    EXPECT_EQ(controller().getTestIdList(package, ids), SUCCESS);
-    return *std::unique_ptr<std::vector<int>>(ids);
+    return idsOf([&](std::vector<int>*& ids) { return controller().getTestIdList(package, ids); });
   }
   std::vector<int> devices(int package) {
-    std::vector<int>* ids = nullptr;
-    EXPECT_EQ(controller().getDeviceIdList(package, ids), SUCCESS);
-    return *std::unique_ptr<std::vector<int>>(ids);
+    return idsOf(
+        [&](std::vector<int>*& ids) { return controller().getDeviceIdList(package, ids); });
   }
   int progress() {
     int value = -7;
@@ -85,8 +79,6 @@ class EnumerationTest : public ::testing::Test {
     }
     return values;
   }
-
-  ControllerHarness harness;
 };
 
 // ---- What is a package ---------------------------------------------------------------------
@@ -455,8 +447,7 @@ TEST_F(EnumerationTest, a_package_that_throws_again_leaves_the_catalogue_and_no_
   EXPECT_EQ(alpha.living(), Living{});
 }
 
-// ---- One package again while requests of it still live
-// ---------------------------------------------
+// ---- One package again while requests of it still live --------------------------------------
 
 class HalfQueuedTest : public EnumerationTest {
  protected:
@@ -490,6 +481,18 @@ TEST_F(HalfQueuedTest, the_device_that_a_request_uses_is_kept_until_the_shut_dow
   EXPECT_THAT(devices(1), ElementsAre(1)) << "replaced at once";
   EXPECT_EQ(alpha.living().devices, 3) << "two of them kept aside";
   EXPECT_EQ(alpha.running(), 1);
+  alpha.releaseRuns();
+  ASSERT_TRUE(alpha.awaitCalls(Call::RunReturn));
+  harness.shutDown();
+  EXPECT_EQ(alpha.living(), Living{});
+  EXPECT_FALSE(isMapped(harness.packages().libraryPath("ALPHA")));
+}
+
+TEST_F(HalfQueuedTest, the_device_is_kept_also_by_a_package_that_leaves_the_catalogue) {
+  queueHalf();
+  harness.packages().writeConfig("ALPHA", PackageConfig().without("Mnemonic"));
+  EXPECT_EQ(controller().enumerateDiagPackages(1), PACKAGE_INITIALIZE_FAILED);
+  EXPECT_EQ(alpha.living().devices, 2);
   alpha.releaseRuns();
   ASSERT_TRUE(alpha.awaitCalls(Call::RunReturn));
   harness.shutDown();

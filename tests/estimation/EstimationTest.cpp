@@ -11,8 +11,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
-#include "tests/support/ControllerHarness.h"
-#include "tests/support/TraceFile.h"
+#include "tests/support/ControllerTest.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -26,21 +25,19 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::PackageConfig;
-using TestSupport::TraceFile;
 using enum DiagnosticController::errorCode;
 
-class EstimationTest : public ::testing::Test {
+class EstimationTest : public ControllerTest {
  protected:
-  DiagnosticController& controller() { return harness.controller(); }
-  TraceFile trace() { return TraceFile(harness.directory().path()); }
   void start() {
     harness.trace();
     harness.start();
   }
 
   /** Estimates tests of ALPHA on its first device. */
-  DiagnosticController::errorCode estimate(const std::vector<int>& tests) {
+  Code estimate(const std::vector<int>& tests) {
     const std::vector<int> ones(tests.size(), 1);
     return controller().runEstimation(ones, ones, tests, ids, settings);
   }
@@ -69,7 +66,6 @@ class EstimationTest : public ::testing::Test {
     EXPECT_EQ(answer.times, times);
   }
 
-  ControllerHarness harness;
   Script& alpha = harness.addPackage("ALPHA", PackageConfig(3).estimatedTime(3, -1));
   std::vector<int> ids;
   Diag::DiagnosticSettings settings = ControllerHarness::settings(7);
@@ -166,8 +162,7 @@ TEST_F(EstimationTest, an_active_controller_estimates_nothing) {
   EXPECT_EQ(settings.getRequestedPassCount(), 7);
 }
 
-// ---- Collecting
-// ----------------------------------------------------------------------------------
+// ---- Collecting -----------------------------------------------------------------------------
 
 TEST_F(EstimationTest, figures_of_the_package_count_and_the_configured_one_stands_in_for_none) {
   alpha.planPasses([](const CallRecord& run) {
@@ -287,8 +282,7 @@ TEST_F(EstimationTest, without_a_registration_there_is_no_estimate_and_nothing_i
   EXPECT_THAT(*std::unique_ptr<CtrlEventVector>(events), IsEmpty());
 }
 
-// ---- Sums
-// ----------------------------------------------------------------------------------------
+// ---- Sums -----------------------------------------------------------------------------------
 
 TEST_F(EstimationTest, a_total_is_a_plain_sum) {
   start();

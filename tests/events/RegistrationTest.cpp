@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
+#include <iterator>
 #include <list>
 #include <memory>
 #include <string>
@@ -13,13 +15,42 @@
 
 #include "DiagCtrl/CallBackObject.h"
 #include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+struct ListOfEventsLockTag {
+  using Member = DiagCtrlLock DiagnosticController::*;
+};
+struct ListOfResultsLockTag {
+  using Member = DiagCtrlLock DiagnosticController::*;
+};
+struct ListOfCtrlEventsLockTag {
+  using Member = DiagCtrlLock DiagnosticController::*;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
+
+namespace TarvexDiags::TestSupport {
+
+using DiagCtrl::DiagnosticController;
+
+template struct PrivateMember<DiagCtrl::ListOfEventsLockTag,
+                              &DiagnosticController::mmtxEvtCBObjListLock>;
+template struct PrivateMember<DiagCtrl::ListOfResultsLockTag,
+                              &DiagnosticController::mmtxResCBObjListLock>;
+template struct PrivateMember<DiagCtrl::ListOfCtrlEventsLockTag,
+                              &DiagnosticController::mmtxCtrlEvtCBObjListLock>;
+
+}  // namespace TarvexDiags::TestSupport
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -71,6 +102,23 @@ void pushResult() {
   EventManager::getInstance()->pushResultInAllResultQueue({new DiagnosticResult});
 }
 
+typedef std::vector<std::string> Lines;
+
+/** Whether the pieces stand in lines of their own from a line on, in this order. */
+bool hasInOrder(const Lines& lines, std::size_t from, const Lines& pieces) {
+  auto line = lines.begin() + static_cast<std::ptrdiff_t>(from);
+  for (const std::string& piece : pieces) {
+    line = std::find_if(line, lines.end(), [&](const std::string& candidate) {
+      return candidate.find(piece) != std::string::npos;
+    });
+    if (line == lines.end()) {
+      return false;
+    }
+    ++line;
+  }
+  return true;
+}
+
 /** A controller that is initialised and in any phase that a test puts it into. */
 class RegistrationTest : public ::testing::Test {
  protected:
@@ -106,6 +154,7 @@ class RegistrationTest : public ::testing::Test {
 
 TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_event) {
   m_harness.registerForAll();
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : allPhases) {
     setPhase(phase);
     for (const Registering& kind : registeringCalls) {
@@ -117,11 +166,12 @@ TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_even
   }
   setPhase(Phase::IDLE);
   EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
-  EXPECT_TRUE(m_trace.contains("INVALID_OBJECT_PASSED: "));
+  EXPECT_EQ(m_trace.count("INVALID_OBJECT_PASSED: "), 3 * std::size(allPhases));
 }
 
 TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
   m_harness.registerForAll();
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : allPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     for (const Registering& kind : registeringCalls) {
@@ -144,7 +194,7 @@ TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
       }
     }
   }
-  EXPECT_TRUE(m_trace.contains("INCORRECT_PHASE: "));
+  EXPECT_EQ(m_trace.count("INCORRECT_PHASE: "), 3U);
 }
 
 TEST(BeforeInitialize, registering_is_refused_and_nothing_is_reached) {
@@ -305,6 +355,35 @@ TEST_F(RegistrationTest, a_woken_client_finds_the_whole_batch) {
   EXPECT_EQ(found, 50U);
 }
 
+/** Holds the list's lock, so that the push gets stuck at its wake-up. */
+void expectPushKeepsFetchingOut(DiagCtrlLock& listLock, const std::function<void()>& push,
+                                const std::function<void()>& fetch) {
+  listLock.lock(-1);
+  const Companion pusher(push);
+  EXPECT_TRUE(pusher.blocks());
+  const Companion client(fetch);
+  EXPECT_TRUE(client.blocks());
+  EXPECT_TRUE(neverWithin(50ms, [&] { return client.ended(); }));
+  listLock.unlock();
+  EXPECT_TRUE(pusher.ends());
+  EXPECT_TRUE(client.ends());
+}
+
+TEST_F(RegistrationTest, the_wake_up_belongs_to_the_push_and_fetching_waits_for_it) {
+  m_harness.registerForAll();
+  setPhase(Phase::IDLE);
+  DiagnosticController& controller = m_harness.controller();
+  expectPushKeepsFetchingOut(
+      TestSupport::privateMember<ListOfEventsLockTag>(controller), [] { pushEvents(1); },
+      [&] { EXPECT_THAT(m_harness.events(), SizeIs(1)); });
+  expectPushKeepsFetchingOut(TestSupport::privateMember<ListOfResultsLockTag>(controller),
+                             pushResult, [&] { EXPECT_THAT(m_harness.results(), SizeIs(1)); });
+  expectPushKeepsFetchingOut(
+      TestSupport::privateMember<ListOfCtrlEventsLockTag>(controller),
+      [] { raise(DiagCtrlEvent::DISABLE_TEST); },
+      [&] { EXPECT_THAT(m_harness.ctrlEvents(), SizeIs(1)); });
+}
+
 // --- Raising controller events
 
 TEST_F(RegistrationTest, a_controller_event_carries_code_type_request_and_one_empty_parameter) {
@@ -430,7 +509,10 @@ TEST_F(FetchingTest, an_unknown_id_has_the_code_of_results_for_events_too) {
 }
 
 TEST_F(FetchingTest, an_unknown_id_of_controller_events_differs_in_code_and_event) {
-  EXPECT_EQ(fetchCtrlEvents(7), DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND);
+  for (const long id : {0L, 7L, -1L}) {
+    m_harness.forget();
+    EXPECT_EQ(fetchCtrlEvents(id), DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND);
+  }
   EXPECT_EQ(DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND, 36U);
   EXPECT_EQ(DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, 11U);
   EXPECT_THAT(m_harness.ctrlEvents(), ElementsAre("CTRL_EV_REG_ID_NOT_FOUND E 0"));
@@ -454,6 +536,7 @@ TEST_F(FetchingTest, ids_of_the_kinds_overlap) {
 }
 
 TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : allPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(Phase::IDLE);
@@ -474,9 +557,11 @@ TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
                   ElementsAre("INCORRECT_PHASE E 0", "INCORRECT_PHASE E 0"));
     }
   }
+  EXPECT_EQ(m_trace.count("INCORRECT_PHASE: "), 8U) << "two calls in each of four phases";
 }
 
 TEST_F(FetchingTest, controller_events_are_fetched_in_INITIALIZE_too_and_a_refusal_is_silent) {
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : allPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(phase);
@@ -487,6 +572,7 @@ TEST_F(FetchingTest, controller_events_are_fetched_in_INITIALIZE_too_and_a_refus
     EXPECT_EQ(code, isOpen ? DiagnosticController::SUCCESS : DiagnosticController::INCORRECT_PHASE);
     EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
   }
+  EXPECT_EQ(m_trace.count("INCORRECT_PHASE: "), 3U) << "but it is traced";
 }
 
 TEST_F(FetchingTest, messages_belong_to_the_client) {
@@ -496,6 +582,48 @@ TEST_F(FetchingTest, messages_belong_to_the_client) {
   EXPECT_THAT(m_harness.events(), ElementsAre("0 I 0"));
   EXPECT_THAT(m_harness.results(), ElementsAre("UNUSUAL_STATUS 0"));
   EXPECT_THAT(m_harness.ctrlEvents(), ElementsAre("DISABLE_TEST W 3"));
+}
+
+// --- The order of what a refusal leaves in the trace
+
+struct RefusalOrder {
+  const char* name;
+  std::function<void(DiagnosticController&)> call;
+  Lines pieces;  ///< of the call's trace, in their order
+};
+
+TEST_F(RegistrationTest, a_refusal_is_traced_and_raised_in_the_order_of_its_call) {
+  const std::string raised = "@enter DiagUtil::pushDiagCtrlEvent";
+  const std::string text = "INCORRECT_PHASE: ";
+  GlobalSettings::runMode mode = GlobalSettings::SERIAL;
+  unsigned long id = 0;
+  EventVector* events = nullptr;
+  ResultVector* results = nullptr;
+  const RefusalOrder rows[] = {
+      {"setter",
+       [](DiagnosticController& c) { c.setRunMode(GlobalSettings::SERIAL); },
+       {"getDiagCtrlPhase", "@exit DiagnosticController::setRunMode", raised}},
+      {"getter",
+       [&](DiagnosticController& c) { c.getRunMode(mode); },
+       {"getDiagCtrlPhase", "@exit DiagnosticController::getRunMode", raised}},
+      {"registering",
+       [&](DiagnosticController& c) { c.registerForDiagResults(&m_object, id); },
+       {"getDiagCtrlPhase", raised, text, "@exit DiagnosticController::registerForDiagResults"}},
+      {"fetching",
+       [&](DiagnosticController& c) { c.getDiagnosticEvents(1, events); },
+       {"getDiagCtrlPhase", text, raised}},
+  };
+  for (const RefusalOrder& row : rows) {
+    setPhase(Phase::UNINITIALISED);
+    const std::size_t before = m_trace.texts().size();
+    row.call(m_harness.controller());
+    EXPECT_TRUE(hasInOrder(m_trace.texts(), before, row.pieces)) << row.name;
+  }
+  setPhase(Phase::IDLE);
+  const std::size_t before = m_trace.texts().size();
+  m_harness->getDiagnosticResults(7, results);
+  EXPECT_TRUE(hasInOrder(m_trace.texts(), before,
+                         {"EventManager::getResults", "INCORRECT REG ID:", raised}));
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "DiagCtrl/DiagControlConfig.h"
@@ -39,6 +41,11 @@ using TestSupport::TemporaryDirectory;
 using TestSupport::TraceFile;
 
 constexpr unsigned int kSize = DiagCtrlConstants::miSBuffSize;
+
+static_assert(std::has_virtual_destructor_v<DiagUtil> &&
+              std::has_virtual_destructor_v<DiagValidator> &&
+              std::has_virtual_destructor_v<DiagControlConfig> &&
+              !std::is_polymorphic_v<PackageDetails>);
 
 /// The text of an array that passes to the caller.
 std::string taken(char* text) {
@@ -71,8 +78,7 @@ void expectInvalidKey(const std::function<void()>& action, const std::string& te
   expectFailure<DiagCtrlInvalidKey>(action, DiagCtrlBaseException::InvalidKey, text);
 }
 
-// ---- Typed access
-// --------------------------------------------------------------------------------
+// ---- Typed access -------------------------------------------------------------------------------
 
 class DiagUtilTest : public ::testing::Test {
  protected:
@@ -386,8 +392,7 @@ TEST_F(DiagUtilTest, starts_anew_after_it_was_deleted) {
   EXPECT_EQ(getInt(), 7U);
 }
 
-// ---- Keywords
-// --------------------------------------------------------------------------------------
+// ---- Keywords -----------------------------------------------------------------------------------
 
 class DiagValidatorTest : public ::testing::Test {
  protected:
@@ -458,8 +463,7 @@ TEST_F(DiagValidatorTest, knows_three_kinds) {
   }
 }
 
-// ---- The control file
-// --------------------------------------------------------------------------------
+// ---- The control file ---------------------------------------------------------------------------
 
 class DiagControlConfigTest : public ::testing::Test {
  protected:
@@ -630,6 +634,27 @@ TEST_F(DiagControlConfigTest, sets_the_trace_level_with_the_settings) {
   write(ControlFile().with("DebugLog", "DIAG_WARNING").with("RunMode", "none"));
   EXPECT_THROW(m_config.readGlobalSettings(), DiagCtrlInvalidKey);
   EXPECT_FALSE(isWritten(2)) << "a failed read sets nothing";
+}
+
+TEST_F(DiagControlConfigTest, warns_in_its_own_name_of_what_is_wrong_with_the_file) {
+  DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(),
+                                           DiagCtrlConstants::DIAG_WARNING);
+  const TraceFile trace(m_directory.path());
+  write(ControlFile().without("PackDirPath").without("HaltOnError").disablePackage(""));
+  const std::pair<const char*, std::function<void()>> readers[] = {
+      {"readPackageDirPath", [&] { m_config.readPackageDirPath(); }},
+      {"readLogDirPath", [&] { m_config.readLogDirPath(); }},
+      {"readPackageDetails", [&] { m_config.readPackageDetails(); }},
+      // Last: it would set the level, if it succeeded.
+      {"readGlobalSettings", [&] { m_config.readGlobalSettings(); }},
+  };
+  for (const auto& [method, read] : readers) {
+    EXPECT_THROW(read(), DiagCtrlInvalidKey);
+    EXPECT_TRUE(
+        trace.texts().back().ends_with("\tSTRING: DiagControlConfig::" + std::string(method) +
+                                       " caught DiagCtrlInvalidKey Exception"))
+        << trace.texts().back();
+  }
 }
 
 TEST_F(DiagControlConfigTest, has_no_entries_without_a_count) {

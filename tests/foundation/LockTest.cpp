@@ -4,12 +4,14 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "DiagCtrl/DiagCtrlConditionVar.h"
@@ -26,12 +28,14 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+#include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
 
 using TestSupport::Companion;
 using TestSupport::eventually;
+using TestSupport::placeOf;
 using TestSupport::PlatformCalls;
 using TestSupport::TemporaryDirectory;
 using TestSupport::TraceFile;
@@ -162,6 +166,12 @@ TEST(DiagCtrlLock, can_be_tried_without_blocking) {
     EXPECT_TRUE(lock.tryLock());
     lock.unlock();
   });
+}
+
+TEST(DiagCtrlLock, is_called_through_the_first_places_of_its_table) {
+  EXPECT_EQ(placeOf(&DiagCtrlLock::lock), 2U);
+  EXPECT_EQ(placeOf(&DiagCtrlLock::unlock), 3U);
+  static_assert(std::has_virtual_destructor_v<DiagCtrlLock>);
 }
 
 // ---- The scope that holds a lock ---------------------------------------------------------------
@@ -432,6 +442,14 @@ void expectRefused(long timeout) {
   condition.signal();
 }
 
+/// The same for a wait that the platform ends in its own way.
+DiagCtrlConditionVar::WaitRetStatus statusAfter(int platformResult) {
+  DiagCtrlConditionVar condition;
+  PlatformCalls calls;
+  calls.endTimedWaits(platformResult);
+  return condition.timedWait(DiagCtrlConstants::mlSMonitorThrTimeWait);
+}
+
 TEST(DiagCtrlConditionVar, refuses_a_time_of_exactly_one_second) {
   expectRefused(1000);
 }
@@ -440,6 +458,18 @@ TEST(DiagCtrlConditionVar, refuses_a_negative_time) {
   expectRefused(-1);
   expectRefused(-2000);
   expectRefused(std::numeric_limits<long>::min());
+}
+
+TEST(DiagCtrlConditionVar, refuses_a_wait_that_the_platform_cannot_make) {
+  EXPECT_THROW(statusAfter(EINVAL), DiagCtrlUnsupportedOperation);
+  EXPECT_THROW(statusAfter(EFAULT), DiagCtrlUnsupportedOperation);
+}
+
+TEST(DiagCtrlConditionVar, takes_every_end_but_the_deadline_for_a_signal) {
+  EXPECT_EQ(statusAfter(ETIMEDOUT), DiagCtrlConditionVar::timedOut);
+  for (const int result : {0, EPERM, EINTR, ENOTRECOVERABLE}) {
+    EXPECT_EQ(statusAfter(result), DiagCtrlConditionVar::receivedSignal) << result;
+  }
 }
 
 TEST(DiagCtrlConditionVar, closes_its_trace_before_it_throws) {

@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <optional>
+
 namespace TarvexDiags::TestSupport {
 
 namespace {
@@ -17,6 +19,7 @@ struct Watch {
   bool swallowUnlocks = false;
   int attributesResult = 0;
   int policyResult = 0;
+  std::optional<int> timedWaitResult;
 };
 
 thread_local Watch sWatch;
@@ -47,6 +50,9 @@ void PlatformCalls::refuseAttributes(int result) {
 }
 void PlatformCalls::refuseSchedulingPolicy(int result) {
   sWatch.policyResult = result;
+}
+void PlatformCalls::endTimedWaits(int result) {
+  sWatch.timedWaitResult = result;
 }
 
 }  // namespace TarvexDiags::TestSupport
@@ -92,4 +98,13 @@ TARVEX_INTERPOSED pthread_attr_setschedpolicy(pthread_attr_t* attributes, int po
     return sWatch.policyResult;
   }
   TARVEX_PASS_ON(pthread_attr_setschedpolicy, attributes, policy);
+}
+
+// Not noexcept: the end of a thread unwinds through it.
+TARVEX_INTERPOSED pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                         const timespec* deadline) {
+  if (sWatch.timedWaitResult.has_value()) {
+    return *sWatch.timedWaitResult;
+  }
+  TARVEX_PASS_ON(pthread_cond_timedwait, condition, mutex, deadline);
 }

@@ -23,6 +23,7 @@ class PlatformCalls {
   /** What the next calls return instead of being made. */
   void refuseAttributes(int result);
   void refuseSchedulingPolicy(int result);
+  void endTimedWaits(int result);
 };
 
 }  // namespace TarvexDiags::TestSupport

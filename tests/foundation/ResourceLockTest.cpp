@@ -339,8 +339,7 @@ TEST_F(ResourceLockManagerTest, is_empty_after_it_was_deleted) {
   EXPECT_FALSE(m_manager->getSystemLockFlag());
 }
 
-// ---- Broken invariants end the process
-// -------------------------------------------------------------
+// ---- Broken invariants end the process ----------------------------------------------------------
 
 class ResourceLockManagerDeathTest : public ResourceLockManagerTest {
  protected:

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -24,11 +25,13 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
+#include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
 
 using TestSupport::eventually;
+using TestSupport::placeOf;
 using TestSupport::PlatformCalls;
 using TestSupport::TemporaryDirectory;
 using TestSupport::TraceFile;
@@ -293,6 +296,21 @@ TEST(DiagThread, takes_a_result_that_is_no_known_failure_for_success) {
   EXPECT_TRUE(ran);
 }
 
+TEST(DiagThread, unwinds_a_body_that_ends_its_thread_from_inside) {
+  bool isUnwound = false;
+  SampleThread thread([&](SampleThread&, void*) {
+    struct Guard {
+      bool& isUnwound;
+      ~Guard() { isUnwound = true; }
+    };
+    const Guard guard{isUnwound};
+    pthread_exit(nullptr);
+  });
+  thread.prepared().start(nullptr);
+  thread.join();
+  EXPECT_TRUE(isUnwound);
+}
+
 TEST(DiagThreadDeathTest, ends_the_process_with_what_its_body_throws) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
@@ -302,6 +320,13 @@ TEST(DiagThreadDeathTest, ends_the_process_with_what_its_body_throws) {
         thread.join();
       },
       "not handled");
+}
+
+TEST(DiagThread, is_called_through_the_first_places_of_its_table) {
+  EXPECT_EQ(placeOf(&DiagThread::getRegisterId), 2U);
+  EXPECT_EQ(placeOf(&DiagThread::run), 3U);
+  static_assert(std::has_virtual_destructor_v<DiagThread> && std::is_abstract_v<DiagThread> &&
+                std::has_virtual_destructor_v<DiagThreadArgument>);
 }
 
 TEST(DiagThread, numbers_its_policies) {

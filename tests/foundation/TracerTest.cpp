@@ -183,8 +183,7 @@ TEST_F(DiagTracerTest, loses_the_lines_from_before_the_file_is_open) {
   EXPECT_THAT(indented(), ElementsAre("@exit A::early"));
 }
 
-// ---- Lines
-// ---------------------------------------------------------------------------------------
+// ---- Lines --------------------------------------------------------------------------------------
 
 TEST_F(DiagTracerTest, writes_each_kind_of_line_in_its_own_form) {
   open();
@@ -294,8 +293,7 @@ TEST_F(DiagTracerTest, takes_a_lines_level_that_does_not_exist_for_the_least_imp
   }
 }
 
-// ---- Threads and indentation
-// -----------------------------------------------------------------------
+// ---- Threads and indentation --------------------------------------------------------------------
 
 TEST_F(DiagTracerTest, steps_in_from_the_second_call_on) {
   open();
@@ -471,8 +469,7 @@ TEST_F(DiagTracerTest, is_one_for_all_threads_that_ask_first) {
   EXPECT_EQ(std::set<DiagTracer*>(found.begin(), found.end()).size(), 1U);
 }
 
-// ---- The scope of a method
-// ---------------------------------------------------------------------------
+// ---- The scope of a method ----------------------------------------------------------------------
 
 class TraceScopeTest : public DiagTracerTest {
  protected:

@@ -1,15 +1,23 @@
-// The failures that travel inside the library, the two tables of codes, and the shared constants.
+// The failures that travel inside the library, the two tables of codes, the shared constants, and
+// what all classes, enumerations and aliases have in common.
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <deque>
 #include <exception>
+#include <list>
+#include <map>
+#include <queue>
 #include <set>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
+#include <vector>
 
+#include "DiagCtrl/DiagControlConfig.h"
 #include "DiagCtrl/DiagCtrlBaseException.h"
+#include "DiagCtrl/DiagCtrlConditionVar.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlEncoreRequest.h"
 #include "DiagCtrl/DiagCtrlEvent.h"
@@ -29,8 +37,19 @@
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
 #include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
+#include "DiagCtrl/DiagThread.h"
+#include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/DiagUtil.h"
+#include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/ExecutionManagerThread.h"
+#include "DiagCtrl/MonitorThread.h"
+#include "DiagCtrl/PackageDetails.h"
+#include "DiagCtrl/ResourceLockManager.h"
+#include "DiagCtrl/TestRequestManager.h"
 #include "DiagCtrl/internal/Raise.h"
+#include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -82,6 +101,11 @@ TEST(Exceptions, are_seventeen_and_their_base) {
     EXPECT_TRUE((std::is_base_of_v<Base, Exception>)) << typeid(Exception).name();
   });
   EXPECT_FALSE((std::is_base_of_v<std::exception, Base>));
+}
+
+TEST(Exceptions, are_dumped_through_the_first_place_of_their_table) {
+  EXPECT_EQ(TestSupport::placeOf(&Base::dump), 2U);
+  static_assert(std::has_virtual_destructor_v<Base>);
 }
 
 TEST(Exceptions, carry_what_the_raise_site_gave) {
@@ -449,6 +473,64 @@ TEST(Constants, hold_the_texts_that_only_others_read) {
   EXPECT_TEXT(mSconpcEqualTo, "=");
   EXPECT_TEXT(mSconpcBackSlash, "/");
 }
+
+// ---- Enumerations, aliases, copies
+// ---------------------------------------------------------------
+
+// A value out of range is a value all the same, which can be told and refused.
+template <class... Enumerations>
+constexpr bool areUnsignedInt =
+    (std::is_same_v<std::underlying_type_t<Enumerations>, unsigned int> && ...);
+
+static_assert(
+    areUnsignedInt<DiagnosticController::errorCode, DiagCtrlEvent::eventCode,
+                   DiagControllerStatus::diagCtrlPhase, DiagCtrlConstants::debugLevel,
+                   DiagCtrlBaseException::MinorCodeEnum, DiagCtrlConditionVar::WaitRetStatus,
+                   DiagThread::SchedulingPolicy, DiagValidator::enumType, GlobalSettings::runMode,
+                   GlobalSettings::diagMode, TestRequest::TestRequestStatus,
+                   TestRequestManager::TestRequestQueueType>);
+
+template <class Alias, class Type>
+constexpr bool is = std::is_same_v<Alias, Type>;
+
+static_assert(is<ThrIdToIndentMap, std::map<unsigned long, std::string>>);
+static_assert(is<EventVector, std::vector<Diag::DiagnosticEvent*>> &&
+              is<ResultVector, std::vector<Diag::DiagnosticResult*>> &&
+              is<CtrlEventVector, std::vector<DiagCtrlEvent*>>);
+static_assert(is<EventQueue, std::queue<Diag::DiagnosticEvent*>> &&
+              is<ResultQueue, std::queue<Diag::DiagnosticResult*>> &&
+              is<CtrlEventQueue, std::queue<DiagCtrlEvent*>>);
+static_assert(is<EventQueueMap, std::map<unsigned long, EventQueue*>> &&
+              is<ResultQueueMap, std::map<unsigned long, ResultQueue*>> &&
+              is<CtrlEventQueueMap, std::map<unsigned long, CtrlEventQueue*>>);
+static_assert(is<TestRequestQueue, std::deque<TestRequest*>> &&
+              is<TestRequestMap, std::map<unsigned long, TestRequest*>> &&
+              is<TestRequestIdList, std::list<unsigned long>>);
+static_assert(is<ExecutionThreadMap, std::map<unsigned long, ExecutionThread*>>);
+static_assert(is<ResStrLockMap, std::map<std::string, bool>> &&
+              is<ResStrShareMap, std::map<std::string, int>>);
+static_assert(is<DLL_Handle, void*> && is<p_Handle, void*> && is<pDllHandle, void*>);
+static_assert(is<DiagIntList, std::list<int>> && is<DeviceVector, std::vector<DiagDevice*>> &&
+              is<TestIdMap, std::map<int, int>>);
+static_assert(is<VectorTestReqId, std::vector<unsigned long>> &&
+              is<PackageNameVector, std::vector<std::string>> &&
+              is<ParamStringVector, std::vector<std::string>> &&
+              is<DisablePackList, std::list<const char*>> &&
+              is<PackageList, std::list<const char*>> &&
+              is<PackageObjectMap, std::map<int, DiagnosticPackage*>> &&
+              is<PackageMap, std::map<int, const char*>>);
+
+// What holds a lock or owns what a pointer leads to.
+template <class... Classes>
+constexpr bool cannotBeCopied = ((!std::is_copy_constructible_v<Classes> &&
+                                  !std::is_copy_assignable_v<Classes>)&&...);
+
+static_assert(cannotBeCopied<CallBackObject, DiagControlConfig, DiagControllerStatus,
+                             DiagCtrlConditionVar, DiagCtrlLock, DiagDevice, DiagnosticController,
+                             DiagnosticPackage, DiagnosticPackageInterface, DiagThread, DiagTracer,
+                             DiagUtil, DiagValidator, EventManager, ExecutionManagerThread,
+                             GlobalSettings, MonitorThread, PackageDetails, PackageTestInfo,
+                             ResourceLockManager, TestRequest, TestRequestManager>);
 
 }  // namespace
 }  // namespace TarvexDiags::DiagCtrl

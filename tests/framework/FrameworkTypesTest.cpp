@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstddef>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -25,6 +23,7 @@
 #include "Diag/IDiagnostics.h"
 #include "System/Lock.h"
 #include "tests/support/FlagByte.h"
+#include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags {
 namespace {
@@ -42,16 +41,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-
-// The place of a virtual operation in its class's table, as the platform's C++ ABI stores it in a
-// pointer to member. The destructor takes places 0 and 1.
-template <typename Operation>
-std::size_t placeOf(Operation operation) {
-  std::size_t words[2];
-  static_assert(sizeof(operation) == sizeof(words));
-  std::memcpy(words, &operation, sizeof(words));
-  return (words[0] - 1) / sizeof(void*);
-}
+using TestSupport::placeOf;
 
 TEST(VirtualOrder, diagnostics_interface) {
   EXPECT_EQ(placeOf(&IDiagnostics::runDiagnostic), 2U);

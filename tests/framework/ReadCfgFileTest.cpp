@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "System/SysUtil.h"
+#include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::System {
 namespace {
@@ -359,20 +360,8 @@ TEST_F(ReadCfgFileTest, exhausted_descriptors_are_a_failure_and_no_more) {
   EXPECT_EQ(read("A", "k"), "v");
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool memoryCanBeLimited = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool memoryCanBeLimited = false;
-#else
-constexpr bool memoryCanBeLimited = true;
-#endif
-#else
-constexpr bool memoryCanBeLimited = true;
-#endif
-
 TEST_F(ReadCfgFileTest, value_too_large_for_the_memory_is_a_failure_and_no_more) {
-  if (!memoryCanBeLimited) {
+  if (TestSupport::isSanitized) {
     GTEST_SKIP() << "a sanitizer reserves more memory than a limit could leave";
   }
   write("[A]\nk=");

@@ -13,10 +13,11 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
-#include "tests/lifecycle/PlatformAnswers.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/BigLock.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/CtrlEventTap.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/PlatformAnswers.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadCreation.h"
@@ -31,18 +32,12 @@ using DiagCtrl::DiagnosticController;
 struct AbortAllFlagTag {
   using Member = bool DiagnosticController::*;
 };
-struct ApiLockTag {
-  using Member = DiagCtrl::DiagCtrlLock DiagnosticController::*;
-};
 
 }  // namespace TarvexDiags::Lifecycle
 
 template struct TarvexDiags::TestSupport::PrivateMember<
     TarvexDiags::Lifecycle::AbortAllFlagTag,
     &TarvexDiags::DiagCtrl::DiagnosticController::mbAbortAllFlag>;
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Lifecycle::ApiLockTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mmtxApiPhaseLock>;
 
 namespace TarvexDiags::Lifecycle {
 namespace {
@@ -65,6 +60,7 @@ using ::testing::NotNull;
 using TestSupport::Companion;
 using TestSupport::ControlFile;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::CtrlEventTap;
 using TestSupport::eventually;
 using TestSupport::isMapped;
@@ -76,17 +72,34 @@ using namespace std::chrono_literals;
 using enum DiagnosticController::errorCode;
 using Phase = DiagControllerStatus;
 
-class LifecycleTest : public ::testing::Test {
- protected:
-  DiagnosticController& controller() { return harness.controller(); }
+int threadCount() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("Threads:", 0) == 0) {
+      return std::stoi(line.substr(8));
+    }
+  }
+  return 0;
+}
 
+/** The threads of a process that has started one and seen its end: the runtime of a sanitizer may
+ *  start one of its own with the first. */
+int threadCountAfterFirst() {
+  pid_t id = 0;
+  std::thread([&id] { id = gettid(); }).join();
+  const std::string task = "/proc/self/task/" + std::to_string(id);
+  EXPECT_TRUE(eventually([&] { return access(task.c_str(), F_OK) != 0; }));
+  return threadCount();
+}
+
+class LifecycleTest : public ControllerTest {
+ protected:
   /** A control file beside the harness's own. */
   std::string write(const ControlFile& file) {
     return file.writeTo(harness.directory(), "other.cfg");
   }
   ControlFile goodFile() { return ControlFile().packDirPath(harness.packages().path()); }
   std::string badFile() { return write(goodFile().without("RunMode")); }
-  TraceFile trace() { return TraceFile(harness.directory().path()); }
 
   /** Whether the controller can be started and used. */
   void expectToWork() {
@@ -114,18 +127,8 @@ class LifecycleTest : public ::testing::Test {
     return methods;
   }
 
-  ControllerHarness harness;
+  const int threadsBefore = threadCountAfterFirst();
 };
-
-int threadCount() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind("Threads:", 0) == 0) {
-      return std::stoi(line.substr(8));
-    }
-  }
-  return 0;
-}
 
 /** The names, in the order in which they first stand in the list; those that do not are left out.
  */
@@ -149,7 +152,7 @@ TEST_F(LifecycleTest, a_fresh_controller_is_uninitialised_and_its_threads_count_
   EXPECT_FALSE(status->getExecMgrThrHealth());
   EXPECT_FALSE(status->getMonThrHealth());
   EXPECT_FALSE(controller().getShutDownFlag());
-  EXPECT_EQ(threadCount(), 1);
+  EXPECT_EQ(threadCount(), threadsBefore);
 }
 
 TEST_F(LifecycleTest, the_phase_is_read_alike_whatever_the_time_out) {
@@ -273,7 +276,7 @@ TEST_F(LifecycleTest, a_refused_thread_of_either_kind_undoes_the_start_under_the
     EXPECT_THAT(controller().getEventMgrPtr(), IsNull());
     EXPECT_THAT(controller().getTestRequestMgrPtr(), IsNull());
     EXPECT_THAT(controller().getDiagPackInterfacePtr(), IsNull());
-    EXPECT_EQ(threadCount(), 1) << "the thread that did start was ended";
+    EXPECT_EQ(threadCount(), threadsBefore) << "the thread that did start was ended";
     EXPECT_EQ(trace().count("UNABLE_TO_INIT_MONI_THREAD: "), static_cast<std::size_t>(refused));
   }
   EXPECT_EQ(controller().shutDown(), SUCCESS);
@@ -290,7 +293,7 @@ TEST_F(LifecycleTest, without_a_name_of_the_operating_system_nothing_starts_and_
   EXPECT_EQ(harness.phase(), Phase::UNINITIALISED);
   EXPECT_THAT(controller().getEventMgrPtr(), IsNull());
   EXPECT_THAT(controller().getGlobalSettingsPtr(), NotNull()) << "what was read stays";
-  EXPECT_EQ(threadCount(), 1);
+  EXPECT_EQ(threadCount(), threadsBefore);
   platform.setOs(std::nullopt);
   EXPECT_EQ(controller().shutDown(), SUCCESS);
   expectToWork();
@@ -335,7 +338,7 @@ TEST_F(LifecycleTest, an_initialize_that_waited_for_another_one_is_refused) {
   ASSERT_TRUE(other->ends());
   EXPECT_EQ(result, INCORRECT_PHASE);
   EXPECT_EQ(harness.phase(), Phase::INITIALIZE);
-  EXPECT_EQ(threadCount(), 3) << "one dispatcher, one monitor, this thread";
+  EXPECT_EQ(threadCount(), threadsBefore + 2) << "one dispatcher, one monitor";
   other.reset();
 }
 
@@ -431,6 +434,7 @@ TEST_F(AfterBadFileTest, a_package_cannot_be_enumerated_again) {
   loseSettings();
   EXPECT_EQ(controller().enumerateDiagPackages(1), PACKAGE_INITIALIZE_FAILED);
   EXPECT_EQ(harness.phase(), Phase::IDLE);
+  EXPECT_FALSE(trace().contains(" /ALPHA.cfg ")) << "nothing is looked for at the root";
 }
 
 TEST_F(AfterBadFileTest, packages_cannot_be_enumerated_at_all) {
@@ -489,9 +493,13 @@ TEST_F(LifecycleTest, an_active_controller_is_taken_down_in_a_fixed_order) {
       "ExecutionManagerThread::stop",
       "ExecutionManagerThread::~ExecutionManagerThread",
       "TestRequestManager::clearTestRequestMap",
+      "TestRequest::~TestRequest",
       "EventManager::clearCtrlEventQueues",
       "EventManager::clearResultQueues",
       "EventManager::clearEventQueues",
+      "DiagnosticPackage::getPackageHandle",
+      "DiagnosticPackage::~DiagnosticPackage",
+      "TestRequestManager::~TestRequestManager",
       "DiagControllerStatus::setDiagCtrlPhase",
   };
   EXPECT_EQ(orderOf(steps, entered(lines)), steps);
@@ -532,7 +540,7 @@ TEST_F(LifecycleTest, a_shut_down_leaves_no_object_of_a_package_and_no_library) 
   EXPECT_EQ(harness.shutDown(), SUCCESS);
   EXPECT_EQ(alpha.living(), Living{});
   EXPECT_FALSE(isMapped(harness.packages().libraryPath("ALPHA")));
-  EXPECT_EQ(threadCount(), 1);
+  EXPECT_EQ(threadCount(), threadsBefore);
 }
 
 TEST_F(LifecycleTest, a_shut_down_waits_for_a_package_that_takes_its_time) {
@@ -566,14 +574,39 @@ TEST_F(LifecycleTest, an_abort_that_fails_is_told_and_the_shut_down_goes_on) {
   Script& alpha = harness.addPackage("ALPHA");
   harness.trace();
   harness.start();
-  alpha.everyPass({.duration = 200ms});
+  alpha.holdRuns();
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
   TestSupport::privateMember<AbortAllFlagTag>(controller()) = true;
-  EXPECT_EQ(harness.shutDown(), SUCCESS);
+  const CtrlEventTap tap;
+  std::vector<std::string> told;
+  Companion stopper([&] { EXPECT_EQ(harness.shutDown(), SUCCESS); });
+  EXPECT_TRUE(eventually([&] {
+    const auto events = tap.take();
+    told.insert(told.end(), events.begin(), events.end());
+    return told.size() >= 2;
+  }));
+  EXPECT_THAT(told, ElementsAre("ABORT_ALL_ALREADY_IN_PROCESS W 0", "UNABLE_TO_ABORT_TESTS E 0"));
+  alpha.releaseRuns();
+  ASSERT_TRUE(stopper.ends());
   EXPECT_TRUE(trace().contains("UNABLE_TO_ABORT_TESTS: "));
   EXPECT_FALSE(TestSupport::privateMember<AbortAllFlagTag>(controller()));
   EXPECT_EQ(alpha.living(), Living{});
+}
+
+TEST_F(LifecycleTest, threads_that_cannot_be_joined_are_traced_and_the_shut_down_goes_on) {
+  harness.addPackage("ALPHA");
+  harness.trace();
+  harness.start();
+  {
+    PlatformAnswers platform;
+    platform.failJoins();
+    EXPECT_EQ(harness.shutDown(), SUCCESS);
+  }
+  EXPECT_EQ(trace().count("WARNING: DiagCtrlUnsupportedOperation"), 2U) << "of either thread";
+  EXPECT_EQ(harness.phase(), Phase::UNINITIALISED);
+  EXPECT_THAT(controller().getTestRequestMgrPtr(), IsNull());
+  expectToWork();
 }
 
 TEST_F(LifecycleTest, registered_objects_stay_the_clients_own) {
@@ -746,7 +779,7 @@ TEST_F(LifecycleTest, an_enumeration_that_waited_behind_a_shut_down_is_refused) 
 TEST_F(LifecycleTest, of_two_enumerations_at_once_one_is_refused) {
   Script& alpha = harness.addPackage("ALPHA");
   harness.initialize();
-  DiagCtrl::DiagCtrlLock& bigLock = TestSupport::privateMember<ApiLockTag>(controller());
+  DiagCtrl::DiagCtrlLock& bigLock = TestSupport::bigLockOf(controller());
   bigLock.lock(-1);
   const CtrlEventTap tap;
   auto first = OUT_OF_RANGE;

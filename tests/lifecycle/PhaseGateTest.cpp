@@ -126,11 +126,14 @@ constexpr const char* kWrong = "INCORRECT_PHASE E 0";
 constexpr const char* kLock = "UNABLE_TO_GET_LOCK E 0";
 constexpr const char* kSilent = "";
 constexpr const char* kRefused = "INCORRECT_PHASE";
+constexpr const char* kEveryPhase = "UNEIAS";
 
 void addStartAndStop(std::vector<Row>& rows) {
   rows.push_back({"initialize", "U", "", "none", kSilent, kRefused, [](Client& client) {
                     return client.none(client.c.initialize(client.goodFile().c_str()));
                   }});
+  rows.push_back({"initialize without a file", kEveryPhase, "INVALID_FILE_NAME_PASSED", "", "", "",
+                  [](Client& client) { return client.none(client.c.initialize(nullptr)); }});
   rows.push_back({"resetDiagController", "NEIAS", "", "none", kSilent, kRefused,
                   [](Client& client) { return client.none(client.c.resetDiagController()); }});
   rows.push_back({"enumerateAllPackages", "N", "NO_PACKAGE_ENABLED", "none", kWrong, kRefused,
@@ -295,7 +298,7 @@ void addQueueing(std::vector<Row>& rows) {
       {"getToTalTimeRemaining", "IA", "5", "none", kWrong, "0", [](Client& client) {
          return Outcome{std::to_string(client.c.getToTalTimeRemaining({1}, {2, 3})), "none"};
        }});
-  rows.push_back({"getTimeRemaining", "UNEIAS", "false", "kept", "", "", [](Client& client) {
+  rows.push_back({"getTimeRemaining", kEveryPhase, "false", "", "", "", [](Client& client) {
                     std::vector<int> times;
                     int total = 77;
                     const bool answer = client.c.getTimeRemaining({1}, times, total);
@@ -416,6 +419,28 @@ void addTexts(std::vector<Row>& rows) {
   add("getLocalizedMessage", [](Client& client, char*& text) {
     DiagCtrl::ParamStringVector parameters;
     return client.c.getLocalizedMessage(99, client.language, client.token, parameters, text);
+  });
+  const auto addNull = [&](const std::string& what, const std::string& result, auto ask) {
+    rows.push_back(
+        {"a text without a " + what, kEveryPhase, result, "", "", "", [ask](Client& client) {
+           char* text = nullptr;
+           const auto code = ask(client, text);
+           return client.text(code, text);
+         }});
+  };
+  addNull("language", "LANG_ID_IS_NULL", [](Client& client, char*& text) {
+    return client.c.getLocalizedString(99, nullptr, nullptr, text);
+  });
+  addNull("token", "MESSAGE_TOKEN_IS_NULL", [](Client& client, char*& text) {
+    return client.c.getLocalizedString(99, client.language, nullptr, text);
+  });
+  addNull("language, in a message", "LANG_ID_IS_NULL", [](Client& client, char*& text) {
+    DiagCtrl::ParamStringVector parameters;
+    return client.c.getLocalizedMessage(99, nullptr, nullptr, parameters, text);
+  });
+  addNull("token, in a message", "MESSAGE_TOKEN_IS_NULL", [](Client& client, char*& text) {
+    DiagCtrl::ParamStringVector parameters;
+    return client.c.getLocalizedMessage(99, client.language, nullptr, parameters, text);
   });
 }
 

@@ -3,17 +3,30 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/CtrlEventTap.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadCreation.h"
 #include "tests/support/ThreadState.h"
-#include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::Lifecycle {
+
+struct ResetRequestTag {
+  using Member = std::atomic<bool> DiagCtrl::DiagnosticController::*;
+};
+
+}  // namespace TarvexDiags::Lifecycle
+
+template struct TarvexDiags::TestSupport::PrivateMember<
+    TarvexDiags::Lifecycle::ResetRequestTag,
+    &TarvexDiags::DiagCtrl::DiagnosticController::mbResetRequest>;
 
 namespace TarvexDiags::Lifecycle {
 namespace {
@@ -28,21 +41,18 @@ using Scripted::Script;
 using ::testing::IsEmpty;
 using TestSupport::Companion;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::CtrlEventTap;
 using TestSupport::PackageConfig;
 using TestSupport::ThreadCreation;
-using TestSupport::TraceFile;
 using enum DiagnosticController::errorCode;
 using Phase = DiagControllerStatus;
 
-class ResetTest : public ::testing::Test {
+class ResetTest : public ControllerTest {
  protected:
-  DiagnosticController& controller() { return harness.controller(); }
-  TraceFile trace() { return TraceFile(harness.directory().path()); }
   /** Writes the control file of the running controller anew. */
   void rewriteControlFile() { harness.control().writeTo(harness.directory()); }
-
-  ControllerHarness harness;
+  bool isMarkedAsResetting() { return TestSupport::privateMember<ResetRequestTag>(controller()); }
 };
 
 TEST_F(ResetTest, an_uninitialised_controller_cannot_be_reset_and_can_be_started_after_that) {
@@ -52,6 +62,7 @@ TEST_F(ResetTest, an_uninitialised_controller_cannot_be_reset_and_can_be_started
   const CtrlEventTap tap;
   EXPECT_EQ(controller().resetDiagController(), INCORRECT_PHASE);
   EXPECT_THAT(tap.take(), IsEmpty());
+  EXPECT_FALSE(isMarkedAsResetting());
   EXPECT_TRUE(trace().contains("INCORRECT_PHASE: : 0"));
   harness.initialize();
   EXPECT_EQ(harness.phase(), Phase::INITIALIZE);
@@ -64,6 +75,7 @@ TEST_F(ResetTest, a_reset_ends_where_an_initialize_does_with_the_file_read_afres
   harness.control().parallel();
   rewriteControlFile();
   EXPECT_EQ(controller().resetDiagController(), SUCCESS);
+  EXPECT_FALSE(isMarkedAsResetting());
   EXPECT_EQ(harness.phase(), Phase::INITIALIZE);
   EXPECT_EQ(alpha.living(), Living{});
   auto mode = GlobalSettings::SERIAL;
@@ -104,6 +116,7 @@ TEST_F(ResetTest, a_reset_that_cannot_restart_returns_why_and_lets_go_of_the_loc
   harness.control().with("RunMode", "SIDEWAYS");
   rewriteControlFile();
   EXPECT_EQ(controller().resetDiagController(), INITIALISATION_FAILED);
+  EXPECT_FALSE(isMarkedAsResetting());
   EXPECT_TRUE(trace().contains("INITIALIZE: : 2"));
   EXPECT_EQ(harness.phase(), Phase::UNINITIALISED);
   harness.control().with("RunMode", "SERIAL");

@@ -12,6 +12,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::Lifecycle {
 namespace {
@@ -106,11 +107,7 @@ class ResourceUseTest : public ::testing::Test {
   }
 
   // A sanitizer keeps what was freed for a while.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  static constexpr long residentSlack = 256L * 1024 * 1024;
-#else
-  static constexpr long residentSlack = 2L * 1024 * 1024;
-#endif
+  static constexpr long residentSlack = (TestSupport::isSanitized ? 256L : 2L) * 1024 * 1024;
   static constexpr int warmUp = 20;
   static constexpr int runs = 100;
 

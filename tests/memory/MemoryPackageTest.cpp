@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
+#include "packages/common/ContextJournal.h"
 #include "packages/memory/NodeTest.h"
 #include "tests/support/FakeMachine.h"
 
@@ -168,10 +170,14 @@ class MemoryCountersTest : public ::testing::Test {
     machine.has("sys/devices/system/edac/mc/mc0/ce_count", "7\n");
     machine.has("sys/devices/system/edac/mc/mc0/ue_count", "0\n");
     machine.has("memory.cfg", "[Package]\nMarginMegabytes=0\nMarginPercent=0\n");
+    makeContext("");
+  }
+
+  void makeContext(const std::string& cpus) {
     PackageKit::TestParameters parameters;
     parameters.testId = 8;
     parameters.device.name = "Memory";
-    parameters.device.properties = {{"systemRoot", machine.path()}};
+    parameters.device.properties = {{"systemRoot", machine.path()}, {"cpus", cpus}};
     parameters.configFile = machine.path() + "/memory.cfg";
     context = std::make_unique<CountingContext>(std::move(parameters), machine);
   }
@@ -209,6 +215,25 @@ TEST_F(MemoryCountersTest, errors_that_could_not_be_corrected_are_a_fault) {
 TEST_F(MemoryCountersTest, request_to_stop_gives_no_verdict) {
   context->requestStop();
   EXPECT_THROW(run(), PackageKit::Stopped);
+}
+
+TEST_F(MemoryCountersTest, fault_that_was_found_stands_whatever_comes_after_it) {
+  const auto troubled = [&](unsigned int code) {
+    return Common::judged(*context, "Memory", [code](Common::RunJournal& journal) {
+      journal.report(Common::severityOfCode(code), code, {});
+      throw Common::NotSupported("the rest cannot be done");
+    });
+  };
+  EXPECT_EQ(troubled(200).kind(), PackageKit::Verdict::Kind::Failed);
+  EXPECT_EQ(troubled(100).kind(), PackageKit::Verdict::Kind::NotSupported);
+  EXPECT_THROW(Common::judged(*context, "Memory",
+                              [](Common::RunJournal&) { throw std::runtime_error("trouble"); }),
+               std::runtime_error);
+}
+
+TEST_F(MemoryCountersTest, node_without_a_cpu_to_run_on_is_not_passed) {
+  makeContext("8191");
+  EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::NotSupported);
 }
 
 TEST_F(MemoryCountersTest, kernel_that_tells_nothing_makes_the_test_not_supported) {

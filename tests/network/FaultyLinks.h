@@ -29,6 +29,7 @@ class FaultyStream : public StreamLink {
     std::uint64_t repeatAt = never;  ///< the bytes before it come again
     std::uint64_t repeatBytes = 0;
     std::uint64_t breakAt = never;
+    int breakError = ECONNRESET;
     std::uint64_t stallAt = never;
   };
 
@@ -40,7 +41,7 @@ class FaultyStream : public StreamLink {
   std::int64_t receive(std::span<std::byte> buffer) override {
     // In small pieces, so that a fault can stand at the edge of one.
     if (m_place >= m_faults.breakAt) {
-      return -ECONNRESET;
+      return -m_faults.breakError;
     }
     if (m_place >= m_faults.stallAt) {
       return 0;
@@ -95,12 +96,16 @@ class FaultyDatagrams : public DatagramLink {
     std::set<std::uint64_t> swapWithNext = {};
     std::map<std::uint64_t, std::size_t> flip = {};  ///< number and place
     std::set<std::uint64_t> cut = {};                ///< lose their last byte
+    std::map<std::uint64_t, int> refuse = {};        ///< number and errno
   };
 
   explicit FaultyDatagrams(Faults faults) : m_faults(std::move(faults)) {}
 
   std::int64_t send(std::span<const std::byte> datagram) override {
     const std::uint64_t number = m_sent++;
+    if (const auto refused = m_faults.refuse.find(number); refused != m_faults.refuse.end()) {
+      return -refused->second;
+    }
     std::vector<std::byte> copy(datagram.begin(), datagram.end());
     if (const auto flip = m_faults.flip.find(number); flip != m_faults.flip.end()) {
       copy[flip->second] ^= std::byte{0x20};

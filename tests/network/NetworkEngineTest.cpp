@@ -2,6 +2,8 @@
 // pair of virtual interfaces in namespaces that exist for the test alone.
 
 #include <net/if.h>
+#include <netlink/errno.h>
+#include <netlink/route/link/macvlan.h>
 #include <netlink/route/link/veth.h>
 #include <sched.h>
 
@@ -135,6 +137,17 @@ TEST(NetworkStream, ThatBreaksTellsTheCause) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::connectionBroken).at(1), HasSubstr("reset"));
 }
 
+TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
+  for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
+    RecordingJournal journal;
+    EXPECT_THROW(
+        verifyStreams(faulty({.breakAt = mib, .breakError = error}), stream(), lo, journal),
+        std::system_error)
+        << error;
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+  }
+}
+
 TEST(NetworkStream, ThatStandsStillIsAnError) {
   RecordingJournal journal;
   verifyStreams(faulty({.stallAt = mib}), stream(), lo, journal);
@@ -226,6 +239,20 @@ TEST(NetworkDatagrams, WithADamagedHeaderOrCutShortAreFound) {
   EXPECT_EQ(cut.count(NetworkEvent::datagramCorrupted), 1);
 }
 
+TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
+  for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
+    RecordingJournal journal;
+    EXPECT_THROW(runFaulty({.refuse = {{7, error}}}, journal), std::system_error) << error;
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+  }
+}
+
+TEST(NetworkDatagrams, ThatCannotBeSentBreakTheConnection) {
+  RecordingJournal journal;
+  runFaulty({.refuse = {{7, EHOSTUNREACH}}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::connectionBroken)));
+}
+
 TEST(NetworkDatagrams, EndWhenStopped) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
@@ -284,6 +311,16 @@ TEST(NetworkLink, WithoutCarrierIsAnError) {
   Link link = etherLink();
   link.carrier = false;
   EXPECT_THAT(complaintsOf(link, control), ElementsAre(codeOf(NetworkEvent::noLink)));
+}
+
+TEST(NetworkLink, ThatIsSwitchedOffIsNoFault) {
+  ScriptedControl control;
+  RecordingJournal journal;
+  Link link = etherLink();
+  link.up = link.carrier = false;
+  EXPECT_THROW(judgeLink(link, control, {}, journal), NotSupported);
+  EXPECT_THROW(judgeCounters(etherLink(), link, {}, journal), NotSupported) << "meanwhile";
+  EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST(NetworkLink, OfLessThanBothEndsOfferIsAWarning) {
@@ -449,6 +486,25 @@ TEST_F(NetworkPair, IsRefusedWhenAnInterfaceIsInUse) {
         EXPECT_THAT(reason.what(), HasSubstr("in use"));
       }
     });
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U);
+}
+
+TEST_F(NetworkPair, IsRefusedWhenAnotherInterfaceLiesOnOneOfIts) {
+  const NetlinkSocket socket;
+  rtnl_link* const upper = rtnl_link_macvlan_alloc();
+  rtnl_link_set_name(upper, "upper");
+  rtnl_link_set_link(upper, readLink("left").index);
+  const int added = rtnl_link_add(socket.get(), upper, NLM_F_CREATE | NLM_F_EXCL);
+  rtnl_link_put(upper);
+  if (added < 0) {
+    GTEST_SKIP() << "the kernel lays no interface on another: " << nl_geterror(added);
+  }
+  try {
+    const NamespacePair pair("left", "right");
+    ADD_FAILURE() << "took an interface that carries another";
+  } catch (const NotSupported& reason) {
+    EXPECT_THAT(reason.what(), HasSubstr("left carries upper"));
   }
   EXPECT_NE(if_nametoindex("left"), 0U);
 }

@@ -332,13 +332,12 @@ TEST_F(DiagnosticsContract, SuspendStopsTheProcessAndResumeContinuesIt) {
 }
 
 TEST_F(DiagnosticsContract, TimeStandsStillForASuspendedTest) {
-  m_driver.set("TestID16", "Milliseconds", "200").set("TestID16", "TestTimeout", "5");
+  m_driver.set("TestID16", "Milliseconds", "200").set("TestID16", "TestTimeout", "2");
   Request request(m_driver, {TAKES_TIME});
   request.start();
   ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
-  m_driver.set("TestID16", "Milliseconds", "1");
   request->suspendDiagnostic();
-  std::this_thread::sleep_for(milliseconds(300));
+  std::this_thread::sleep_for(milliseconds(2200));  // longer than the test may take
   request->resumeDiagnostic();
   EXPECT_EQ(request.join()->getTestResult(), PASSED);
 }

@@ -5,8 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "packagekit/KitEvents.h"
@@ -148,6 +152,41 @@ TEST_F(KitUnderController, APackageThatLiesAboutItsStatusHarmsOnlyItsOwnRequest)
   EXPECT_EQ(m_harness.statusOf(lying), TestRequest::COMPLETED);
   EXPECT_EQ(m_harness.statusOf(honest), TestRequest::COMPLETED);
   EXPECT_THAT(m_harness.results(), Contains("PASSED 2"));
+}
+
+TEST_F(KitUnderController, AWorkerThatNothingEndsCostsItsOwnDeviceAndNoOther) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::absolute("signals-lost");
+  fs::copy(TARVEX_SELFTEST_DIR, folder,
+           fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  std::ostringstream original;
+  original << std::ifstream(folder / "misbehaving.cfg").rdbuf();
+  std::ofstream(folder / "misbehaving.cfg") << "[Package]\nSignalsLost=TRUE\nKillGrace=0.2\n"
+                                            << original.str();
+  m_harness.control().packDirPath(folder.string());
+  m_harness.start();
+  const auto hanging = m_harness.queue(kPackage, kUnit0, {DEAF});
+  const auto other = m_harness.queue(kPackage, kUnit1, {BEHAVES});
+  const auto refused = m_harness.queue(kPackage, kUnit0, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  for (const auto id : {hanging, other, refused}) {
+    EXPECT_EQ(m_harness.statusOf(id), TestRequest::COMPLETED);
+  }
+  EXPECT_THAT(m_harness.results(), ElementsAre("UNUSUAL_STATUS 1", "PASSED 2", "UNUSUAL_STATUS 3"));
+  EXPECT_THAT(m_harness.events(),
+              Contains(HasSubstr("9011 E 1 [6, Endless loop, deaf, selftest/unit0")));
+  EXPECT_THAT(m_harness.events(), Contains(HasSubstr("9012 E 3 [1, Behaves, selftest/unit0")));
+
+  const int package = m_harness.indexOf(kPackage);
+  unsigned int status = 0;
+  ASSERT_EQ(m_harness->getDeviceStatus(package, kUnit0, status), DiagnosticController::SUCCESS);
+  EXPECT_EQ(status, DEVICE_STATUS_HUNG);
+  ASSERT_EQ(m_harness->enumerateDiagPackages(package), DiagnosticController::SUCCESS);
+  ASSERT_EQ(m_harness->getDeviceStatus(package, kUnit0, status), DiagnosticController::SUCCESS);
+  EXPECT_EQ(status, 0U);
+  m_harness.queue(kPackage, kUnit0, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_THAT(m_harness.results(), Contains("PASSED 4"));
 }
 
 TEST_F(KitUnderController, EveryMisbehaviourAtOnceLeavesAHealthyController) {

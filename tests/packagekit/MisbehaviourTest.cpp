@@ -13,6 +13,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/PackageTexts.h"
 #include "packagekit/testing/PackageDriver.h"
+#include "tests/support/Sanitized.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -23,12 +24,6 @@ using Testing::PackageDriver;
 namespace {
 
 constexpr int kBehaves = 1;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 class Misbehaviour : public ::testing::Test {
  protected:
@@ -99,6 +94,7 @@ TEST_F(Misbehaviour, AnAbortIsTold) {
   const auto run = runBefore(3);
   expectTrouble(run, WORKER_CRASHED, "3");
   EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGABRT");
+  EXPECT_THAT(run.parametersOf(WORKER_CRASHED)[4], HasSubstr("about to abort"));
 }
 
 TEST_F(Misbehaviour, AnExceptionIsTold) {
@@ -133,6 +129,13 @@ TEST_F(Misbehaviour, ALongTestThatListensEndsByItselfWhenItsTimeIsOver) {
   expectTrouble(runBefore(16), TEST_TIMED_OUT, "16");
 }
 
+TEST_F(Misbehaviour, ATestWithoutATimeOfItsOwnHasThatOfThePackage) {
+  m_driver.set("Package", "TestTimeout", "0.2");
+  const auto run = m_driver.run("unit0", {16});
+  expectTrouble(run, TEST_TIMED_OUT, "16");
+  EXPECT_EQ(run.parametersOf(TEST_TIMED_OUT)[3], "0.2");
+}
+
 TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
   m_driver.set("Package", "TestTimeout", "600").set("TestID6", "TestTimeout", "600");
   const auto diagnostics = m_driver.makeDiagnostics();
@@ -152,7 +155,7 @@ TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
 TEST_F(Misbehaviour, AnEndHalfWayThroughAMessageIsTold) {
   const auto run = runBefore(7);
   expectTrouble(run, WORKER_EXITED, "7");
-  EXPECT_EQ(run.parametersOf(WORKER_EXITED)[3], "exit status 0");
+  EXPECT_EQ(run.parametersOf(WORKER_EXITED)[3], "0");
 }
 
 TEST_F(Misbehaviour, AnEarlyExitIsTold) {
@@ -175,7 +178,7 @@ TEST_F(Misbehaviour, AFloodOfOutputIsDrained) {
 }
 
 TEST_F(Misbehaviour, AllocationWithoutEndStopsAtTheLimit) {
-  if (kIsSanitized) {
+  if (TestSupport::isSanitized) {
     GTEST_SKIP() << "a sanitizer needs the address space";
   }
   m_driver.set("Package", "MemoryLimit", "128");
@@ -204,6 +207,13 @@ TEST_F(Misbehaviour, TheEndOfATestThatDoesNotRunEndsTheWorker) {
 }
 
 TEST_F(Misbehaviour, EventsOfTheKitCantBeForged) {
+  const auto run = runBefore(27);
+  expectTrouble(run, TEST_THREW, "27");
+  EXPECT_FALSE(run.has(WORKER_CRASHED));
+}
+
+TEST_F(Misbehaviour, AVerdictCantUseACodeOfTheKit) {
+  m_driver.set("TestID27", "InVerdict", "TRUE");
   const auto run = runBefore(27);
   expectTrouble(run, TEST_THREW, "27");
   EXPECT_FALSE(run.has(WORKER_CRASHED));
@@ -249,6 +259,11 @@ TEST_F(Misbehaviour, AChildLeftBehindDiesWithItsTest) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   EXPECT_FALSE(exists(child));
+}
+
+TEST_F(Misbehaviour, AChildThatTalksWithoutEndHoldsNobodyUp) {
+  m_driver.set("TestID19", "Talks", "TRUE");
+  EXPECT_EQ(runBefore(19).verdict, DiagnosticResult::PASSED);
 }
 
 TEST_F(Misbehaviour, NothingOfTheHostLeaksIntoTheWorker) {

@@ -1,4 +1,5 @@
-// The supervision of a worker that nothing can end: simulated by signals that do not arrive.
+// The supervision of a worker: the order in which it is ended, the time that it is allowed, and one
+// that nothing can end, simulated by signals that do not arrive.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -7,6 +8,9 @@
 
 #include <chrono>
 #include <fstream>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/internal/KitDevice.h"
@@ -52,7 +56,124 @@ class SilentObserver : public SessionObserver {
   void testEnded(const TestReport&) override {}
 };
 
+using Seconds = std::chrono::duration<double>;
+
+struct SentSignal {
+  int number;
+  std::chrono::steady_clock::time_point time;
+};
+std::vector<SentSignal> sentSignals;
+
+int recordSignal(pid_t group, int signal) {
+  sentSignals.push_back({signal, std::chrono::steady_clock::now()});
+  return kill(-group, signal);
+}
+
+// As if the signals to stop and to go on came late: what the worker says meanwhile is still read.
+int loseStops(pid_t group, int signal) {
+  return signal == SIGSTOP || signal == SIGCONT ? 0 : kill(-group, signal);
+}
+
+// Suspends the run when its first test begins, and resumes it when its second does.
+class SuspendingObserver : public SilentObserver {
+ public:
+  explicit SuspendingObserver(RunControl& control) : m_control(control) {}
+  void testBegan(std::size_t position) override {
+    position == 0 ? m_control.suspend() : m_control.resume();
+  }
+
+ private:
+  RunControl& m_control;
+};
+
+// Workers of the misbehaving package.
+class SupervisedWorker : public ::testing::Test {
+ protected:
+  SupervisedWorker() {
+    setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
+    control.beginRun();
+  }
+  ~SupervisedWorker() override { control.endRun(); }
+
+  SessionEnd run(SessionObserver& observer) {
+    WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
+                          TARVEX_SELFTEST_DIR "/libmisbehaving.so");
+    return WorkerSession(setup, limits, control, observer).run(process);
+  }
+
+  static std::vector<int> numbersOfSignals() {
+    std::vector<int> numbers;
+    for (const SentSignal& sent : sentSignals) {
+      numbers.push_back(sent.number);
+    }
+    return numbers;
+  }
+
+  PassSetup setup;
+  SessionLimits limits;
+  RunControl control;
+};
+
 }  // namespace
+
+TEST_F(SupervisedWorker, ThatListensIsEndedByTheRequestAlone) {
+  WorkerProcess::sendSignal = &recordSignal;
+  setup.testIds = {16};  // takes a minute, and asks whether it shall stop
+  limits.tests = {0.1};
+  SilentObserver observer;
+  const SessionEnd end = run(observer);
+  EXPECT_TRUE(end.isTimedOut);
+  EXPECT_TRUE(end.isComplete);
+  EXPECT_FALSE(end.isKilledByHost);
+  EXPECT_EQ(numbersOfSignals(), std::vector<int>{SIGKILL}) << "to what is left of its group";
+}
+
+TEST_F(SupervisedWorker, ThatIsDeafGetsSigtermAndSigkillEachAfterItsGrace) {
+  WorkerProcess::sendSignal = &recordSignal;
+  setup.testIds = {6};  // hangs and ignores SIGTERM
+  limits.tests = {0.2};
+  limits.abortGrace = 0.25;
+  limits.termGrace = 0.3;
+  SilentObserver observer;
+  const auto start = std::chrono::steady_clock::now();
+  const SessionEnd end = run(observer);
+  EXPECT_TRUE(end.isTimedOut);
+  EXPECT_TRUE(end.isKilledByHost);
+  ASSERT_EQ(numbersOfSignals(), (std::vector<int>{SIGTERM, SIGKILL, SIGKILL}));
+  EXPECT_GE(Seconds(sentSignals[0].time - start).count(), 0.2 + 0.25);
+  EXPECT_GE(Seconds(sentSignals[1].time - sentSignals[0].time).count(), 0.3);
+}
+
+TEST_F(SupervisedWorker, IsStoppedAndContinuedByTheClient) {
+  WorkerProcess::sendSignal = &recordSignal;
+  setup.testIds = {1};
+  limits.tests = {60};
+  limits.start = 0.5;  // does not run while the worker is stopped
+  control.suspend();
+  std::thread client([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    control.resume();
+  });
+  SilentObserver observer;
+  const SessionEnd end = run(observer);
+  client.join();
+  EXPECT_TRUE(end.isComplete);
+  EXPECT_FALSE(end.isTimedOut);
+  EXPECT_EQ(numbersOfSignals(), (std::vector<int>{SIGSTOP, SIGCONT, SIGKILL}));
+}
+
+TEST_F(SupervisedWorker, HasTheWholeTimeOfATestThatBeginsWhileItIsSuspended) {
+  WorkerProcess::sendSignal = &loseStops;
+  std::ofstream("suspended.cfg") << "[TestID16]\nMilliseconds=200\n[TestID25]\nMilliseconds=900\n";
+  setup.configFile = "suspended.cfg";
+  setup.testIds = {16, 25};
+  limits.tests = {0.5, 60};
+  SuspendingObserver observer(control);
+  const SessionEnd end = run(observer);
+  EXPECT_FALSE(end.isTimedOut) << "with what was left of the first test";
+  EXPECT_TRUE(end.isComplete);
+  EXPECT_EQ(end.testsEnded, 2U);
+}
 
 TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
   PassSetup setup;

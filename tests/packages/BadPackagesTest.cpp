@@ -61,6 +61,14 @@ TEST(BadPackages, are_left_out_one_by_one_and_the_good_ones_stay) {
   EXPECT_TRUE(harness.awaitEnd(id));
 }
 
+TEST(LogDirectory, that_the_control_file_does_not_name_reaches_a_package_as_null) {
+  ControllerHarness harness;
+  const auto& script = harness.addPackage("ALPHA");
+  harness.start();
+  ASSERT_EQ(script.count(Call::SetLogDir), 1U);
+  EXPECT_EQ(script.calls(Call::SetLogDir)[0].text, "<null>");
+}
+
 struct Filter {
   const char* name;
   const char* os;

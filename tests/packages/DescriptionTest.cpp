@@ -141,6 +141,28 @@ TEST_F(DescriptionTest, the_file_is_not_looked_at_again) {
   EXPECT_STREQ(package.getPackageMnemonic(), "SCRIPTED");
 }
 
+TEST_F(DescriptionTest, keys_are_read_in_the_order_of_the_format) {
+  trace();
+  read(PackageConfig(1).disableTest(1, "WinNT").disableDevices(1, {"slot1", "slot2"}));
+  std::vector<std::string> read;  // numbers are not told by the trace
+  const std::string start = "DiagUtil::getString ";
+  for (const auto& line : TestSupport::TraceFile(m_directory.path()).lines()) {
+    const auto section = line.text.find('[');
+    if (line.text.find(start) != std::string::npos && section != std::string::npos) {
+      read.push_back(line.text.substr(section, line.text.find(" \"", section) - section));
+    }
+  }
+  EXPECT_THAT(
+      read, ElementsAre(
+                "[Package] PackageName", "[Package] Mnemonic", "[Package] PackageVersion",
+                "[Package] PackageDescription", "[Package] SystemLock",
+                "[Package] ResourceLockProperty", "[Package] SODependencies", "[TestID1] TestName",
+                "[TestID1] TestDescription", "[TestID1] TestCapabilities", "[TestID1] TestOpenMode",
+                "[TestID1] TestDisable", "[DisableTestID1] MachineId", "[DisableTestID1] Os",
+                "[DisableDeviceTestID1] MachineId", "[DisableDeviceTestID1] Os",
+                "[DisableDeviceTestID1] DeviceName1", "[DisableDeviceTestID1] DeviceName2"));
+}
+
 // --- Strict and tolerant keys
 
 struct Key {
@@ -242,8 +264,6 @@ TEST_F(DescriptionTest, has_a_default_for_each_tolerant_key) {
        [](auto& p) { EXPECT_THAT(p.getDisableTestList(), ElementsAre(2)); }},
       {{"DisableTestID1", "Os"},
        [](auto& p) { EXPECT_THAT(p.getDisableTestList(), ElementsAre(2)); }},
-      {{"DisableDeviceTestID1", "MachineId"}, [](auto&) {}},
-      {{"DisableDeviceTestID1", "Os"}, [](auto&) {}},
   };
   for (const TolerantKey& row : rows) {
     SCOPED_TRACE(std::string(row.key.section) + " " + row.key.key);
@@ -316,6 +336,7 @@ TEST_F(DescriptionTest, counts_of_entries_that_are_not_positive_mean_none) {
     const auto config = PackageConfig(2)
                             .disableTest(1)
                             .disableDevices(2, {"slot1"})
+                            .withoutKey("DisableDeviceTestID1", "TestID")  // refused if it is read
                             .withKey("Disable Test", "NumberOfTests", count)
                             .withKey("Disable Device", "NumberOfTests", count);
     EXPECT_THAT(offered(config), ElementsAre(1, 2));
@@ -343,6 +364,14 @@ TEST_F(DescriptionTest, entries_apply_to_a_decimal_machine_id_and_an_operating_s
   }
 }
 
+TEST_F(DescriptionTest, entries_apply_to_the_machine_that_the_description_was_made_for) {
+  const std::string path =
+      PackageConfig(2).disableTest(1, "", "1").disableTest(2, "", "7").writeTo(m_directory);
+  DiagnosticPackage package("ALPHA", 7);
+  package.initialize(path.c_str());
+  EXPECT_THAT(package.getDisableTestList(), ElementsAre(2));
+}
+
 // --- Devices that are disabled by entries. Which pairs they disable is tested with the devices.
 
 TEST_F(DescriptionTest, an_entry_of_devices_that_does_not_apply_needs_its_count_and_no_names) {
@@ -351,6 +380,19 @@ TEST_F(DescriptionTest, an_entry_of_devices_that_does_not_apply_needs_its_count_
   EXPECT_FALSE(isRefused(PackageConfig(config).withoutKey(section, "DeviceName1")));
   EXPECT_TRUE(isRefused(PackageConfig(config).withoutKey(section, "NumberOfDevice")));
   EXPECT_TRUE(isRefused(PackageConfig(config).withKey(section, "NumberOfDevice", "0")));
+}
+
+TEST_F(DescriptionTest, an_entry_of_devices_without_machine_or_system_applies_to_all_of_them) {
+  const char* const section = "DisableDeviceTestID1";
+  for (const char* const key : {"MachineId", "Os"}) {
+    SCOPED_TRACE(key);
+    for (const auto& config :
+         {fullConfig().withoutKey(section, key), fullConfig().withKey(section, key, "")}) {
+      EXPECT_FALSE(isRefused(config));
+      EXPECT_TRUE(isRefused(PackageConfig(config).withoutKey(section, "DeviceName2")))
+          << "its names are read";
+    }
+  }
 }
 
 TEST_F(DescriptionTest, an_entry_of_devices_for_a_test_that_is_gone_needs_nothing_more) {
@@ -381,12 +423,14 @@ TEST_F(DescriptionTest, a_cleared_description_is_read_anew) {
   m_package->clearPackageData();
   EXPECT_THAT(m_package->getTestIdMap(), IsEmpty());
   EXPECT_THAT(m_package->getDisableTestList(), IsEmpty());
-  EXPECT_STREQ(m_package->getPackageMnemonic(), "SCRIPTED") << "texts stay";
+  const char* const mnemonic = m_package->getPackageMnemonic();
+  EXPECT_STREQ(mnemonic, "SCRIPTED") << "texts stay";
 
   m_package->initialize(
       PackageConfig(2).mnemonic("OTHER").systemLock().writeTo(m_directory).c_str());
   EXPECT_THAT(m_package->getTestIdMap(), ElementsAre(Pair(1, 0), Pair(2, 0)));
   EXPECT_STREQ(m_package->getPackageMnemonic(), "OTHER");
+  EXPECT_STREQ(mnemonic, "SCRIPTED") << "and can still be read by those who asked before";
   EXPECT_TRUE(m_package->checkSystemLock());
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 #include "DeviceEnum/VirtualDevice.h"
 #include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagDevice.h"
 #include "DiagCtrl/DiagTracer.h"
@@ -21,9 +23,51 @@
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
+#include "tests/support/BrokenLock.h"
 #include "tests/support/PackageConfig.h"
+#include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+// The locks that tests break.
+struct TestsLockTag {
+  using Member = DiagCtrlLock DiagnosticPackage::*;
+};
+struct TestIdsLockTag {
+  using Member = DiagCtrlLock DiagnosticPackage::*;
+};
+struct DevicesLockTag {
+  using Member = DiagCtrlLock DiagnosticPackage::*;
+};
+struct DeviceIdsLockTag {
+  using Member = DiagCtrlLock DiagnosticPackage::*;
+};
+struct DisabledDevicesLockTag {
+  using Member = DiagCtrlLock PackageTestInfo::*;
+};
+struct EnabledTestsLockTag {
+  using Member = DiagCtrlLock DiagDevice::*;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
+
+namespace TarvexDiags::TestSupport {
+
+using DiagCtrl::DiagnosticPackage;
+
+template struct PrivateMember<DiagCtrl::TestsLockTag, &DiagnosticPackage::mmtxTestIdTestObjMapLock>;
+template struct PrivateMember<DiagCtrl::TestIdsLockTag, &DiagnosticPackage::mmtxTestIdMapLock>;
+template struct PrivateMember<DiagCtrl::DevicesLockTag,
+                              &DiagnosticPackage::mmtxDevIdDevObjectMapLock>;
+template struct PrivateMember<DiagCtrl::DeviceIdsLockTag, &DiagnosticPackage::mmtxDeviceIdListLock>;
+template struct PrivateMember<DiagCtrl::DisabledDevicesLockTag,
+                              &DiagCtrl::PackageTestInfo::mmtxDisDeviceListLock>;
+template struct PrivateMember<DiagCtrl::EnabledTestsLockTag,
+                              &DiagCtrl::DiagDevice::mmtxTestIdMapLock>;
+
+}  // namespace TarvexDiags::TestSupport
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -35,7 +79,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using TestSupport::BrokenLock;
 using TestSupport::PackageConfig;
+using TestSupport::privateMember;
 
 /** Answers which tests suit which devices, and notes in which order it was asked. */
 class SupportOnly final : public Diag::IDiagnostics {
@@ -348,6 +394,73 @@ TEST_F(DevicesTest, lists_can_be_filled_by_hand) {
   EXPECT_THAT(enabledOn(7), ElementsAre(4));
   EXPECT_THAT(disabledOn(7), ElementsAre(5));
   EXPECT_THAT(m_package->getDeviceIdList(), ElementsAre(7));
+}
+
+// --- Locks that cannot be taken, which the library's own always can
+
+/** A lookup, and the operation that its failure names. */
+struct LockedLookup {
+  const char* text;
+  std::function<void()> call;
+};
+
+void expectNamed(const std::vector<LockedLookup>& lookups) {
+  for (const LockedLookup& lookup : lookups) {
+    try {
+      lookup.call();
+      ADD_FAILURE() << lookup.text << ": nothing thrown";
+    } catch (DiagCtrlMutexException& failure) {
+      EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::MutexException);
+      EXPECT_THAT(failure.dump(), HasSubstr(lookup.text));
+    }
+  }
+}
+
+TEST_F(DevicesTest, a_lookup_whose_lock_fails_is_named_after_itself_or_after_that_of_devices) {
+  if (!TestSupport::locksCanBreak()) {
+    GTEST_SKIP() << "built without locks that can break";
+  }
+  describe(PackageConfig(1));
+  enumerate({"a"});
+  DiagnosticPackage& package = *m_package;
+  PackageTestInfo& info = test(1);
+  DiagDevice& device = *package.getDevice(1);
+  const BrokenLock tests(privateMember<TestsLockTag>(package));
+  const BrokenLock testIds(privateMember<TestIdsLockTag>(package));
+  const BrokenLock devices(privateMember<DevicesLockTag>(package));
+  const BrokenLock deviceIds(privateMember<DeviceIdsLockTag>(package));
+  const BrokenLock disabledDevices(privateMember<DisabledDevicesLockTag>(info));
+  const BrokenLock enabledTests(privateMember<EnabledTestsLockTag>(device));
+  expectNamed({
+      {"DiagnosticPackage::getTestIdMap()", [&] { package.getTestIdMap(); }},
+      {"DiagnosticPackage::getDevice()", [&] { package.getTestInfoFromPackage(1); }},
+      {"DiagnosticPackage::getDevice()", [&] { package.getDevice(1); }},
+      {"DiagnosticPackage::getDevice()", [&] { package.getNumOfDevices(); }},
+      {"DiagnosticPackage::getDeviceIdList()", [&] { package.getDeviceIdList(); }},
+      {"DiagnosticPackage::updateDeviceIdList()", [&] { package.updateDeviceIdList({}); }},
+      {"DiagnosticPackage::getDevice()", [&] { info.getDisableDeviceList(); }},
+      {"DiagDevice::getEnableTestIdMap()", [&] { device.getEnableTestIdMap(); }},
+  });
+}
+
+TEST_F(DevicesTest, tests_that_cannot_be_looked_up_leave_no_device) {
+  if (!TestSupport::locksCanBreak()) {
+    GTEST_SKIP() << "built without locks that can break";
+  }
+  describe(PackageConfig(1));
+  {
+    const BrokenLock tests(privateMember<TestsLockTag>(*m_package));
+    try {
+      enumerate({"a", "b"});
+      ADD_FAILURE() << "nothing thrown";
+    } catch (DiagCtrlObjectNotFound& failure) {
+      EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::ObjectNotFound);
+      EXPECT_THAT(failure.dump(), HasSubstr("DiagnosticPackage::createDeviceVector()"));
+    }
+  }
+  EXPECT_THAT(m_package->getDeviceVector(), IsEmpty());
+  EXPECT_THAT(m_package->getDeviceIdList(), IsEmpty());
+  EXPECT_EQ(m_package->getNumOfDevices(), 0);
 }
 
 }  // namespace

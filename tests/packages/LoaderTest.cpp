@@ -19,13 +19,28 @@
 #include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagCtrlFunctionNotFoundInDll.h"
 #include "DiagCtrl/DiagCtrlLoadLibraryFailed.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "tests/scripted/Script.h"
+#include "tests/support/BrokenLock.h"
 #include "tests/support/PackageDirectory.h"
+#include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+struct LoaderLockTag {
+  using Member = DiagCtrlLock DiagnosticPackageInterface::*;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
+
+template struct TarvexDiags::TestSupport::PrivateMember<
+    TarvexDiags::DiagCtrl::LoaderLockTag,
+    &TarvexDiags::DiagCtrl::DiagnosticPackageInterface::mmtxLock>;
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -267,8 +282,13 @@ TEST_F(UnloadableTest, files_that_are_no_shared_object) {
 }
 
 TEST_F(UnloadableTest, the_reason_of_the_loader_is_traced) {
+  const std::string reason = "missing.so: cannot open shared object file";
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   expectUnloadable(m_directory.file("missing.so"));
-  EXPECT_TRUE(m_trace.contains("missing.so: cannot open shared object file"));
+  EXPECT_FALSE(m_trace.contains(reason));
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_WARNING);
+  expectUnloadable(m_directory.file("missing.so"));
+  EXPECT_TRUE(m_trace.contains(reason));
 }
 
 TEST_F(UnloadableTest, an_unresolved_symbol_fails_at_once) {
@@ -353,6 +373,22 @@ TEST_F(LoaderTest, each_load_is_a_reference_and_the_last_release_unloads) {
 TEST_F(LoaderTest, symbols_of_a_package_stay_its_own) {
   loadModule("loader_complete");
   EXPECT_THAT(dlsym(RTLD_DEFAULT, "setPackageConfigFile"), IsNull());
+}
+
+TEST_F(LoaderTest, a_release_whose_lock_fails_closes_nothing) {
+  if (!TestSupport::locksCanBreak()) {
+    GTEST_SKIP() << "built without locks that can break";
+  }
+  const pDllHandle handle = loadModule("loader_complete");
+  const TestSupport::BrokenLock broken(TestSupport::privateMember<LoaderLockTag>(m_loader));
+  try {
+    m_loader.releaseLibrary(handle, 0);
+    ADD_FAILURE() << "nothing thrown";
+  } catch (DiagCtrlMutexException& failure) {
+    EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::MutexException);
+    EXPECT_THAT(failure.dump(), HasSubstr("DiagnosticPackageInterface::releaseLibrary()"));
+  }
+  EXPECT_TRUE(isMapped(moduleFile("loader_complete")));
 }
 
 /** A handle that the loader knows and refuses to close: nobody opened it. */

@@ -10,6 +10,7 @@
 #include "DiagCtrl/CallBackObject.h"
 #include "tests/pipeline/PipelineFixture.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::TestSupport {
 
@@ -125,27 +126,16 @@ TEST_F(ControlTest, before_the_start_every_call_is_refused) {
 TEST_F(ControlTest, a_wrong_phase_is_traced_except_by_the_two_that_ask_the_package) {
   harness.trace();
   serial();
+  const TraceFile trace(harness.directory().path());
   const auto tracedBy = [&](const auto& call) {
-    const auto read = [&] {
-      std::string text;
-      for (const auto& entry : std::filesystem::directory_iterator(harness.directory().path())) {
-        std::ifstream stream(entry.path());
-        text += std::string(std::istreambuf_iterator<char>(stream), {});
-      }
-      std::size_t count = 0;
-      for (std::size_t at = 0; (at = text.find("INCORRECT_PHASE: ", at)) != std::string::npos;
-           ++at) {
-        ++count;
-      }
-      return count;
-    };
-    const std::size_t before = read();
+    const std::size_t before = trace.count("INCORRECT_PHASE: ");
     EXPECT_EQ(call(), Controller::INCORRECT_PHASE);
-    return read() - before;
+    return trace.count("INCORRECT_PHASE: ") - before;
   };
   EXPECT_EQ(tracedBy([&] { return harness->abortTest(1); }), 1U);
   EXPECT_EQ(tracedBy([&] { return harness->abortAllTest(); }), 1U);
   EXPECT_EQ(tracedBy([&] { return harness->suspendTest(1); }), 1U);
+  EXPECT_EQ(tracedBy([&] { return harness->resumeTest(1); }), 1U);
   EXPECT_EQ(tracedBy([&] { return statusCall(1); }), 0U);
   EXPECT_EQ(tracedBy([&] { return progressCall(1); }), 0U);
 }
@@ -213,7 +203,8 @@ TEST_F(ControlTest, aborting_a_finished_request_succeeds_and_it_stays_completed)
 }
 
 TEST_F(ControlTest, an_abort_of_a_running_request_returns_as_soon_as_the_package_was_told) {
-  alpha.everyPass({.unwinding = std::chrono::milliseconds(300)});
+  Barrier unwinding;
+  alpha.on(Call::RunEnd, [&](const CallRecord&) { unwinding.pass(); });
   serial();
   const unsigned long id = queueHeld();
   EXPECT_EQ(harness->abortTest(id), Controller::SUCCESS);
@@ -221,6 +212,7 @@ TEST_F(ControlTest, an_abort_of_a_running_request_returns_as_soon_as_the_package
   EXPECT_EQ(alpha.count(Call::Abort), 1U);
   EXPECT_THAT(harness.requestIds(), IsEmpty());
   EXPECT_EQ(requestStatusCall(static_cast<long>(id)), Controller::SUCCESS);
+  unwinding.open();
   EXPECT_TRUE(harness.awaitIdle());
 }
 
@@ -251,7 +243,6 @@ TEST_F(ControlTest, abort_all_aborts_what_is_on_the_list_and_leaves_the_ids_ther
   serial();
   const unsigned long running = queueHeld();
   const unsigned long queued = harness.queue("ALPHA", 2, {1});
-  alpha.on(Call::Abort, [&](const CallRecord&) {});
   EXPECT_EQ(harness->abortAllTest(), Controller::SUCCESS);
   EXPECT_EQ(alpha.count(Call::Abort), 1U);
   EXPECT_EQ(harness.statusOf(running), Request::ABORTED);
@@ -268,6 +259,25 @@ TEST_F(ControlTest, a_second_abort_all_starts_afresh) {
   EXPECT_EQ(harness->abortAllTest(), Controller::SUCCESS);
   EXPECT_EQ(harness->abortAllTest(), Controller::SUCCESS);
   EXPECT_TRUE(harness.awaitIdle());
+}
+
+// The shut-down has announced itself and waits for the call that holds the big lock.
+TEST_F(ControlTest, abort_all_waits_its_turn_although_a_shut_down_is_waiting) {
+  serial();
+  const unsigned long id = queueHeld();
+  Barrier inside;
+  alpha.on(Call::Suspend, [&](const CallRecord&) { inside.pass(); });
+  const Companion holder([&] { harness->suspendTest(id); });
+  ASSERT_TRUE(inside.awaitArrival());
+  const Companion stopper([&] { harness.shutDown(); });
+  ASSERT_TRUE(eventually([&] { return harness->getShutDownFlag(); }));
+  const Companion client([&] { harness->abortAllTest(); });
+  EXPECT_TRUE(client.blocks());
+  EXPECT_EQ(alpha.count(Call::Abort), 0U);
+  inside.open();
+  EXPECT_TRUE(client.ends());
+  EXPECT_TRUE(stopper.ends());
+  EXPECT_EQ(alpha.count(Call::Abort), 1U);
 }
 
 /** The list of unfinished requests names an id that the map has lost. */

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <random>
 #include <set>
@@ -44,6 +45,13 @@ class InterleavingTest : public PipelineTest {
               Controller::SUCCESS);
     return m_lastId;
   }
+  /** The entries of a request in the queues while the dispatcher has none in its hands. */
+  int entriesAtRest(unsigned long id) {
+    managers().mmtxTestReqChangeLock.lock(0);
+    const int entries = managers().countQueuedEntries(&request(id));
+    managers().mmtxTestReqChangeLock.unlock();
+    return entries;
+  }
   /** The monitor has given the object of each request back, and only once. */
   void expectAllObjectsGone() {
     EXPECT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
@@ -56,6 +64,7 @@ class InterleavingTest : public PipelineTest {
     EXPECT_TRUE(isTagFree("a/1"));
     EXPECT_TRUE(isTagFree("a/2"));
     EXPECT_EQ(steps.livingThreads(), 2) << "the dispatcher and the monitor";
+    EXPECT_EQ(workersKept(), 0U) << "each was joined and deleted";
   }
 
  private:
@@ -94,6 +103,32 @@ TEST_F(InterleavingTest, a_stop_ends_an_idle_check_that_cannot_get_its_lock) {
   ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > waits + 1; }));
   monitor().stop();
   EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 1; }));
+  managers().mmtxTestReqChangeLock.unlock();
+}
+
+TEST_F(InterleavingTest, an_idle_check_that_is_stopped_tries_no_more) {
+  serial();
+  ASSERT_TRUE(harness.awaitEnd(queueOn(1)));
+  managers().mmtxTestReqChangeLock.lock(0);
+  steps.setWaits(std::chrono::milliseconds(200));
+  const auto awaitNextRound = [this] {
+    const unsigned long waits = steps.waits(Actor::monitor);
+    EXPECT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > waits; }));
+    return steps.tries(Actor::monitor);
+  };
+  awaitNextRound();
+  const unsigned long before = awaitNextRound();
+  const auto round = static_cast<unsigned int>(awaitNextRound() - before);
+  ASSERT_GE(round, 20U) << "the tries of one check";
+  std::atomic<unsigned long> triesAtStop{0};
+  constexpr unsigned int left = 18;
+  steps.atLock(Actor::monitor, round - left, [&] {
+    triesAtStop = steps.tries(Actor::monitor);
+    monitor().stop();
+  });
+  EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 1; }));
+  EXPECT_GT(triesAtStop, 0U);
+  EXPECT_LT(steps.tries(Actor::monitor) - triesAtStop, left / 2) << "the end of the thread alone";
   managers().mmtxTestReqChangeLock.unlock();
 }
 
@@ -139,7 +174,8 @@ TEST_F(InterleavingTest, ten_serial_requests_each_queued_at_the_end_of_the_one_b
   for (int round = 0; round < 10; ++round) {
     ASSERT_TRUE(harness.awaitEnd(queueOn(1)));
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+  // One wait to its end each would be ten seconds at least.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
   EXPECT_TRUE(harness.awaitIdle(std::chrono::milliseconds(3500)));
 }
 
@@ -181,6 +217,43 @@ TEST_F(InterleavingTest, the_next_serial_request_starts_when_the_worker_of_the_l
   expectIdle();
 }
 
+// The same with the monitor stopped in front of each of its locks in turn while it judges.
+TEST_F(InterleavingTest,
+       no_step_of_a_verdict_frees_the_next_serial_request_before_the_worker_is_gone) {
+  serial();
+  forbidTimeOuts();
+  for (unsigned int number = 1; number <= 210; number += 3) {
+    Barrier leaving;
+    Barrier monitorStands;
+    const unsigned long first = nextId();
+    alpha.on(Call::RunReturn, [&, first](const CallRecord& run) {
+      if (run.requestId == first) {
+        leaving.pass();
+      }
+    });
+    alpha.holdRunsOn("a1");
+    const unsigned long runs = alpha.count(Call::RunEnter);
+    queueOn(1);
+    const unsigned long second = queueOn(2);
+    ASSERT_TRUE(alpha.awaitRunning(1));
+    pollTimes(2);  // the monitor has seen it begin, and waits
+    alpha.releaseRunsOn("a1");
+    ASSERT_TRUE(leaving.awaitArrival());
+    steps.atLock(Actor::monitor, number, [&] { monitorStands.pass(); });
+    wakeMonitor();
+    EXPECT_TRUE(neverWithin(std::chrono::milliseconds(15),
+                            [&] { return alpha.count(Call::RunEnter) > runs + 1; }))
+        << "step " << number;
+    monitorStands.open();
+    leaving.open();
+    ASSERT_TRUE(harness.awaitEnd(second)) << "step " << number;
+    ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
+    steps.disarm();
+    alpha.on(Call::RunReturn, nullptr);
+  }
+  expectIdle();
+}
+
 TEST_F(InterleavingTest, verdicts_follow_the_end_of_passes_without_any_time_out) {
   serial();
   forbidTimeOuts();
@@ -215,6 +288,7 @@ TEST_P(InterleavingInBothModes, a_halt_on_the_workers_last_steps_is_seen_before_
   leaving.open();
   ASSERT_TRUE(harness.awaitEnd(id));
   EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
+  EXPECT_EQ(request(id).getDiagnosticSettings()->getPassCount(), 1) << "not sent back";
   EXPECT_EQ(harness.statusOf(id), Request::COMPLETED);
   EXPECT_THAT(harness.ctrlEventsOf(id),
               ElementsAre("ERROR_RECVD_AND_HALT_ON_ERROR E", "DROP_REQUEST_ON_COMPLETION I"));
@@ -232,6 +306,9 @@ TEST_P(InterleavingInBothModes, an_abort_on_the_workers_last_steps_is_seen_befor
   leaving.open();
   expectIdle();
   EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
+  EXPECT_EQ(request(id).getDiagnosticSettings()->getPassCount(), 1) << "not sent back";
+  EXPECT_THAT(harness.ctrlEventsOf(id),
+              ElementsAre("TEST_REQUEST_ABORTED W", "TEST_REQUEST_ABORTED W"));
   EXPECT_EQ(harness.statusOf(id), Request::ABORTED);
 }
 
@@ -274,9 +351,12 @@ class EveryStepTest : public InterleavingTest, public testing::WithParamInterfac
     // The phase stays ACTIVE from now on: only a time-out could end it.
     ASSERT_TRUE(harness.awaitEnd(queueOn(2)));
   }
-  /** Runs one request per step; act gets its id while the actor stands still. */
+  /**
+   * Runs one request per step; act gets its id while the actor stands still. Until the request has
+   * ended, insist gets its id again and again.
+   */
   template <class Act, class Check>
-  void atEveryStep(Act act, Check check) {
+  void atEveryStep(Act act, Check check, std::function<void(unsigned long)> insist = nullptr) {
     const unsigned int stride = rounds(1) > 1 ? 1 : 3;
     for (unsigned int number = 1; number <= GetParam().most; number += stride) {
       const unsigned long id = nextId();
@@ -284,8 +364,13 @@ class EveryStepTest : public InterleavingTest, public testing::WithParamInterfac
       steps.atLock(GetParam().actor, number,
                    [&, id] { client = std::make_unique<Interjection>([&, id] { act(id); }); });
       ASSERT_EQ(queueOn(1, settings(GetParam().passes)), id);
-      ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }))
-          << "step " << number << " left the request hanging";
+      const auto isOver = [&] {
+        if (insist && steps.isReached()) {
+          insist(id);
+        }
+        return alpha.living().diagnostics == 0;
+      };
+      ASSERT_TRUE(eventually(isOver)) << "step " << number << " left the request hanging";
       steps.disarm();
       const bool wasReached = client != nullptr;
       client.reset();
@@ -312,18 +397,30 @@ INSTANTIATE_TEST_SUITE_P(Actors, EveryStepTest,
                          stepName);
 
 TEST_P(EveryStepTest, an_abort_ends_the_request_for_good) {
+  std::atomic<unsigned long> aborted{0};
+  std::atomic<unsigned long> told{0};
+  alpha.on(Call::Abort, [&](const CallRecord&) { ++told; });
+  alpha.on(Call::RunEnter, [&](const CallRecord& run) {
+    EXPECT_TRUE(run.requestId != aborted || told > 0) << "run after an abort it never heard of";
+  });
   start();
-  atEveryStep([this](unsigned long id) { harness->abortTest(id); },
-              [this](unsigned long id, unsigned int number) {
-                const auto status = harness.statusOf(id);
-                const Lines events = harness.ctrlEventsOf(id);
-                EXPECT_THAT(status, AnyOf(Request::ABORTED, Request::COMPLETED)) << number;
-                const bool isDropped =
-                    std::count(events.begin(), events.end(), "DROP_REQUEST_ON_COMPLETION I") > 0;
-                EXPECT_EQ(isDropped, status == Request::COMPLETED) << "step " << number;
-                EXPECT_LE(events.size(), 3U) << "step " << number;
-                EXPECT_FALSE(events.empty()) << "step " << number;
-              });
+  atEveryStep(
+      [&](unsigned long id) {
+        told = 0;
+        if (harness->abortTest(id) == Controller::SUCCESS) {  // it may not be queued yet
+          aborted = id;
+        }
+      },
+      [this](unsigned long id, unsigned int number) {
+        const auto status = harness.statusOf(id);
+        const Lines events = harness.ctrlEventsOf(id);
+        EXPECT_THAT(status, AnyOf(Request::ABORTED, Request::COMPLETED)) << number;
+        const bool isDropped =
+            std::count(events.begin(), events.end(), "DROP_REQUEST_ON_COMPLETION I") > 0;
+        EXPECT_EQ(isDropped, status == Request::COMPLETED) << "step " << number;
+        EXPECT_LE(events.size(), 3U) << "step " << number;
+        EXPECT_FALSE(events.empty()) << "step " << number;
+      });
   expectIdle();
   EXPECT_THAT(harness.requestIds(), IsEmpty());
 }
@@ -342,7 +439,9 @@ TEST_P(EveryStepTest, status_and_progress_calls_find_the_object_or_say_that_it_i
       [this](unsigned long id, unsigned int number) {
         EXPECT_EQ(harness.statusOf(id), Request::COMPLETED) << "step " << number;
         EXPECT_EQ(request(id).getDiagnosticSettings()->getPassCount(), GetParam().passes);
-      });
+      },
+      // A resume that meets the request between two passes is left alone: the next one stays held.
+      [this](unsigned long id) { harness->resumeTest(id); });
   expectIdle();
 }
 
@@ -440,7 +539,7 @@ TEST_P(InterleavingInBothModes, a_second_entry_of_a_running_request_falls_out_si
   managers().getCondVarTRWaitQueue().signal();
   EXPECT_EQ(harness.statusOf(id), Request::RUNNING) << "a push does not touch a request in flight";
   if (GetParam()) {
-    EXPECT_TRUE(eventually([&] { return managers().countQueuedEntries(&request(id)) == 0; }));
+    EXPECT_TRUE(eventually([&] { return entriesAtRest(id) == 0; }));
   }
   alpha.releaseRuns();
   ASSERT_TRUE(harness.awaitEnd(id));
@@ -448,6 +547,22 @@ TEST_P(InterleavingInBothModes, a_second_entry_of_a_running_request_falls_out_si
   EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
   EXPECT_EQ(managers().countQueuedEntries(&request(id)), 0);
   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("DROP_REQUEST_ON_COMPLETION I 1"));
+}
+
+TEST_F(InterleavingTest, a_second_entry_falls_out_silently_until_the_worker_was_reclaimed) {
+  alpha.setHabits({.neverCompletes = true});
+  parallel();
+  const unsigned long id = queueOn(1);
+  ASSERT_TRUE(harness.awaitStatus(id, Request::REQUEUED));
+  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; })) << "its worker has ended";
+  managers().pushBackTestRequestQueue(DiagCtrl::TestRequestManager::WAIT, &request(id));
+  managers().getCondVarTRWaitQueue().signal();
+  EXPECT_EQ(harness.statusOf(id), Request::REQUEUED);
+  EXPECT_TRUE(request(id).getMonitored());
+  EXPECT_TRUE(eventually([&] { return entriesAtRest(id) == 0; }));
+  EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
+  harness->abortTest(id);
+  expectIdle();
 }
 
 TEST_P(InterleavingInBothModes, an_entry_of_a_finished_request_falls_out_silently) {
@@ -480,6 +595,34 @@ TEST_P(InterleavingInBothModes,
                                             "TEST_REQUEST_ABORTED W"));
 }
 
+// The dispatcher is stopped in front of each of its locks in turn while it refuses a request.
+TEST_F(InterleavingTest, an_abort_at_any_step_of_a_refusal_is_reported_by_client_and_dispatcher) {
+  alpha.holdRunsOn("a1");
+  parallel();
+  steps.setWaits(std::chrono::milliseconds(2));
+  queueOn(1);
+  ASSERT_TRUE(alpha.awaitRunning(1));
+  for (unsigned int number = 1; number <= 50; ++number) {
+    const unsigned long id = queueOn(1);
+    const unsigned long waits = steps.waits(Actor::dispatcher);
+    ASSERT_TRUE(eventually([&] { return steps.waits(Actor::dispatcher) > waits + 3; }));
+    std::unique_ptr<Interjection> client;
+    steps.atLock(Actor::dispatcher, number,
+                 [&] { client = std::make_unique<Interjection>([&] { harness->abortTest(id); }); });
+    ASSERT_TRUE(eventually([&] { return steps.isReached(); }));
+    steps.disarm();
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return harness.ctrlEventsOf(id).size() >= 2; }));
+    EXPECT_THAT(harness.ctrlEventsOf(id),
+                testing::UnorderedElementsAre("TEST_REQUEST_ABORTED I", "TEST_REQUEST_ABORTED W"))
+        << "step " << number;
+    EXPECT_TRUE(eventually([&] { return request(id).getToBeDroppedFlag(); })) << "step " << number;
+  }
+  alpha.releaseRuns();
+  expectIdle();
+  EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
+}
+
 // The monitor is stopped while a request runs, and finds its library gone afterwards.
 TEST_P(InterleavingInBothModes, an_entry_without_its_library_is_dropped_and_nobody_waits_for_it) {
   start();
@@ -499,6 +642,22 @@ TEST_P(InterleavingInBothModes, an_entry_without_its_library_is_dropped_and_nobo
   ASSERT_TRUE(harness.awaitEnd(next));
   EXPECT_THAT(harness.ctrlEventsOf(id), IsEmpty());
   expectIdle();
+}
+
+TEST_F(InterleavingTest, nobody_waits_for_a_polled_request_that_has_lost_its_library) {
+  alpha.setHabits({.neverCompletes = true});
+  serial();
+  forbidTimeOuts();
+  const unsigned long id = queueOn(1);
+  ASSERT_TRUE(harness.awaitStatus(id, Request::REQUEUED));
+  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; })) << "its worker has ended";
+  pollTimes(2);
+  alpha.setHabits({});
+  const unsigned long next = queueOn(2);
+  request(id).releaseIDiagnostic(packageInterface(), -1);
+  wakeMonitor();
+  EXPECT_TRUE(harness.awaitEnd(next));
+  EXPECT_THAT(harness.ctrlEventsOf(id), IsEmpty());
 }
 
 // ---- The object and its users
@@ -536,6 +695,36 @@ TEST_F(InterleavingTest, an_abort_while_the_monitor_is_inside_leaves_the_object_
   EXPECT_EQ(alpha.calls(Call::DestroyDiagnostics).back().thread, monitorThread.load());
   otherRuns.open();
   expectIdle();
+}
+
+// Messages of a package may have its own code: they are copied and gone before the library is.
+TEST_F(InterleavingTest, a_library_stays_until_the_messages_that_it_handed_over_were_copied) {
+  alpha.setHabits({.losesEvents = true});
+  alpha.everyPass({.lastEvents = {{.code = 5}}});
+  parallel();
+  ASSERT_TRUE(harness.awaitEnd(queueOn(2)));
+  ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
+  for (const Call handOver : {Call::GetEvents, Call::GetResults}) {
+    Barrier monitorStands;
+    steps.atLock(Actor::monitor, 1, [&] { monitorStands.pass(); });
+    ASSERT_TRUE(monitorStands.awaitArrival());
+    const unsigned long passes = alpha.count(Call::RunReturn);
+    const unsigned long id = queueOn(1);
+    ASSERT_TRUE(alpha.awaitCalls(Call::RunReturn, passes + 1));
+    ASSERT_TRUE(eventually([&] { return managers().getTestReqExecQueueSize() == 1; }));
+    ASSERT_TRUE(eventually([&] { return request(id).getToBeDroppedFlag(); }));
+    harness.forget();
+    alpha.on(handOver,
+             [&](const CallRecord&) { request(id).releaseIDiagnostic(packageInterface(), -1); });
+    Lines delivered;
+    alpha.on(Call::DestroyDiagnostics, [&](const CallRecord&) {
+      delivered = handOver == Call::GetEvents ? harness.events() : harness.results();
+    });
+    monitorStands.open();
+    ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
+    EXPECT_THAT(delivered, SizeIs(1));
+    alpha.on(handOver, nullptr).on(Call::DestroyDiagnostics, nullptr);
+  }
 }
 
 TEST_F(InterleavingTest, a_verdict_while_a_client_is_inside_leaves_the_object_to_the_client) {

@@ -15,6 +15,10 @@ struct DispatcherTag {
 struct MonitorTag {
   using Member = DiagCtrl::MonitorThread* DiagnosticController::*;
 };
+struct WorkerMapTag {
+  using Member = DiagCtrl::ExecutionThreadMap DiagCtrl::ExecutionManagerThread::*;
+};
+template struct PrivateMember<WorkerMapTag, &DiagCtrl::ExecutionManagerThread::mExecutionThreadMap>;
 template struct PrivateMember<ManagerTag, &DiagnosticController::mpTestRequestManager>;
 template struct PrivateMember<DispatcherTag, &DiagnosticController::mpExecMgrThread>;
 template struct PrivateMember<MonitorTag, &DiagnosticController::mpMoniThread>;
@@ -27,6 +31,9 @@ DiagCtrl::ExecutionManagerThread& PipelineTest::dispatcher() {
 }
 DiagCtrl::MonitorThread& PipelineTest::monitor() {
   return *privateMember<MonitorTag>(harness.controller());
+}
+std::size_t PipelineTest::workersKept() {
+  return privateMember<WorkerMapTag>(dispatcher()).size();
 }
 DiagCtrl::DiagnosticPackageInterface& PipelineTest::packageInterface() {
   return *harness.controller().getDiagPackInterfacePtr();

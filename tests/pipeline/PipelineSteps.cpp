@@ -43,6 +43,7 @@ std::atomic<bool> sReached{false};
 std::atomic<int> sActing{0};
 std::atomic<long> sWaitMs{0};
 std::array<std::atomic<unsigned long>, 3> sWaits{};
+std::array<std::atomic<unsigned long>, 3> sTries{};
 std::array<std::atomic<long>, 3> sLatestWait{};
 std::atomic<int> sRefusedWorkers{0};
 std::atomic<int> sRefusedLoads{0};
@@ -169,6 +170,10 @@ unsigned long PipelineSteps::waits(Actor actor) const {
   return sWaits[static_cast<std::size_t>(actor)];
 }
 
+unsigned long PipelineSteps::tries(Actor actor) const {
+  return sTries[static_cast<std::size_t>(actor)];
+}
+
 long PipelineSteps::latestWait(Actor actor) const {
   return sLatestWait[static_cast<std::size_t>(actor)];
 }
@@ -207,11 +212,18 @@ int PipelineSteps::livingThreads() const {
   return sLiving;
 }
 
+Barrier::~Barrier() {
+  open();
+  eventually([this] { return m_inside == 0; });
+}
+
 void Barrier::pass() {
+  ++m_inside;
   ++m_arrived;
   while (!m_open) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
+  --m_inside;
 }
 
 void Barrier::open() {
@@ -252,6 +264,9 @@ TARVEX_INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* at
 
 TARVEX_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
   static const auto next = TARVEX_NEXT(pthread_mutex_trylock);
+  if (Steps::sSelf != Steps::Actor::none) {
+    ++Steps::sTries[static_cast<std::size_t>(Steps::sSelf)];
+  }
   Steps::step();
   return next(mutex);
 }

@@ -39,6 +39,8 @@ class PipelineSteps {
 
   /** Timed waits of the actor so far, and the length in whole seconds that the latest asked for. */
   unsigned long waits(Actor actor) const;
+  /** How often the threads of an actor have tried to take a lock. */
+  unsigned long tries(Actor actor) const;
   long latestWait(Actor actor) const;
 
   /** The action runs once, on the actor's thread, in front of the n-th lock from now on. */
@@ -77,6 +79,12 @@ class Interjection {
 /** A gate at which a thread of the package or pipeline stays until the test opens it. */
 class Barrier {
  public:
+  Barrier() = default;
+  /** Opens, so that a test that has failed ends all the same, and lets everybody out. */
+  ~Barrier();
+  Barrier(const Barrier&) = delete;
+  Barrier& operator=(const Barrier&) = delete;
+
   /** For the thread that is to stay. */
   void pass();
   void open();
@@ -86,6 +94,7 @@ class Barrier {
 
  private:
   std::atomic<int> m_arrived{0};
+  std::atomic<int> m_inside{0};
   std::atomic<bool> m_open{false};
 };
 

@@ -1,6 +1,7 @@
 // One request's flags, status and package object, and the manager's queues, ids and owning map.
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/internal/DiagnosticsPin.h"
+#include "DiagCtrl/internal/ReplaceStatus.h"
 #include "DiagCtrl/internal/RequestReference.h"
 #include "tests/pipeline/PipelineFixture.h"
 
@@ -171,6 +173,35 @@ TEST_F(RequestTest, no_status_ever_overwrites_an_abort_that_comes_at_the_same_ti
   }
 }
 
+/** A status that another thread sets just after it was looked at. */
+struct ContestedStatus {
+  TestRequest::TestRequestStatus value;
+  TestRequest::TestRequestStatus next;
+
+  TestRequest::TestRequestStatus load() { return std::exchange(value, next); }
+  bool compare_exchange_weak(TestRequest::TestRequestStatus& expected,
+                             TestRequest::TestRequestStatus wanted) {
+    if (value != expected) {
+      expected = value;
+      return false;
+    }
+    value = wanted;
+    return true;
+  }
+};
+
+TEST(ReplaceStatusTest, a_status_that_came_in_between_is_looked_at_before_it_is_replaced) {
+  const auto isFinal = [](TestRequest::TestRequestStatus status) {
+    return status == TestRequest::ABORTED;
+  };
+  ContestedStatus aborted{TestRequest::RUNNING, TestRequest::ABORTED};
+  EXPECT_EQ(DiagCtrl::replaceStatus(aborted, TestRequest::REQUEUED, isFinal), TestRequest::ABORTED);
+  EXPECT_EQ(aborted.value, TestRequest::ABORTED);
+  ContestedStatus requeued{TestRequest::RUNNING, TestRequest::REQUEUED};
+  EXPECT_EQ(DiagCtrl::replaceStatus(requeued, TestRequest::WAIT, isFinal), TestRequest::WAIT);
+  EXPECT_EQ(requeued.value, TestRequest::WAIT);
+}
+
 TEST_F(RequestTest, the_object_is_released_once) {
   const auto request = makeRequestWithObject();
   request->releaseIDiagnostic(packageInterface(), 0);
@@ -238,6 +269,20 @@ TEST_F(RequestTest, a_release_with_a_user_inside_gives_the_library_back_when_the
     EXPECT_TRUE(isLoaded());
   }
   EXPECT_FALSE(isLoaded());
+}
+
+TEST_F(RequestTest, a_library_that_the_last_user_cannot_give_back_harms_nobody) {
+  const std::string library = harness.packages().libraryPath("ALPHA");
+  const auto request = makeRequestWithObject();
+  request->setHandle(packageInterface().loadPackage(library.c_str()));
+  steps.refuseReleases(1);
+  {
+    const DiagnosticsPin pin(*request);
+    request->releaseIDiagnostic(packageInterface(), 0);
+  }
+  EXPECT_EQ(CountedDiagnostics::living, 0);
+  EXPECT_TRUE(request->ifIDiagnosticsDeleted()) << "its lock is free again";
+  _exit(HasFailure() ? 1 : 0);  // the loader's lock stays held after a failed release
 }
 
 // ---- The dispatch gate -----------------------------------------------------------------------

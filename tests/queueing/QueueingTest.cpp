@@ -11,12 +11,11 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/TestRequest.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/FlagByte.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
-#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::Queueing {
 
@@ -50,11 +49,11 @@ using ::testing::SizeIs;
 using TestSupport::Companion;
 using TestSupport::ControlFile;
 using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 using TestSupport::storeFlagByte;
 using TestSupport::TemporaryDirectory;
-using TestSupport::TraceFile;
 using enum DiagnosticController::errorCode;
 typedef DiagnosticController::errorCode Code;
 
@@ -62,15 +61,13 @@ std::string moduleFile(const std::string& name) {
   return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
 }
 
-class QueueingTest : public ::testing::Test {
+class QueueingTest : public ControllerTest {
  protected:
   /** A package of three tests and two devices, whose passes stay inside. */
   void start() {
     alpha.setDevices(2).holdRuns();
     harness.start();
   }
-
-  DiagnosticController& controller() { return harness.controller(); }
 
   /** What one form answers to these arguments, and whether the output is what it was. */
   struct Answer {
@@ -133,7 +130,6 @@ class QueueingTest : public ::testing::Test {
     return *found;
   }
 
-  ControllerHarness harness;
   Script& alpha = harness.addPackage("ALPHA", PackageConfig(3));
   std::vector<int> tests{1};
 };
@@ -177,7 +173,7 @@ TEST_P(BadSettingsTest, are_refused_in_every_form_before_anything_is_looked_up) 
   GetParam().spoil(settings);
   expectAllForms(GetParam().code, GetParam().event, 1, 1, settings);
   expectAllForms(GetParam().code, GetParam().event, 99, 99, settings);
-  EXPECT_EQ(TraceFile(harness.directory().path()).count(GetParam().trace), 8U);
+  EXPECT_EQ(trace().count(GetParam().trace), 8U);
   EXPECT_EQ(alpha.calls(Call::GetDiagnostics).size(), 1U) << "the enumeration's";
 }
 
@@ -305,8 +301,7 @@ TEST_F(QueueingTest, a_package_whose_name_is_lost_is_a_package_not_found) {
   TestSupport::privateMember<PackageMapTag>(controller()) = names;
 }
 
-// ---- Packages that cannot be loaded once more
-// ----------------------------------------------------
+// ---- Packages that cannot be loaded once more -----------------------------------------------
 
 class UnloadableTest : public QueueingTest {
  protected:
@@ -388,8 +383,7 @@ TEST_F(UnloadableTest, devices_before_the_one_that_fails_stay_queued_under_the_i
   EXPECT_TRUE(harness.awaitEnd(1) && harness.awaitEnd(later));
 }
 
-// ---- What a request is made of
-// -------------------------------------------------------------------
+// ---- What a request is made of --------------------------------------------------------------
 
 TEST_F(QueueingTest, a_success_makes_the_controller_active_and_gives_ids_from_one_counter) {
   harness.addPackage("BETA");
@@ -406,6 +400,16 @@ TEST_F(QueueingTest, a_success_makes_the_controller_active_and_gives_ids_from_on
   EXPECT_THAT(harness.queuePackage("ALPHA"), ElementsAre(4U, 5U));
   EXPECT_THAT(harness.requestIds(), ElementsAre(1U, 2U, 3U, 4U, 5U));
   EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
+}
+
+TEST_F(QueueingTest, the_controller_becomes_active_only_after_the_package_was_loaded) {
+  start();
+  std::vector<DiagControllerStatus::diagCtrlPhase> phases;
+  alpha.on(Call::GetDiagnostics,
+           [&](const Scripted::CallRecord&) { phases.push_back(harness.phase()); });
+  harness.queuePackage("ALPHA");
+  EXPECT_THAT(phases, ElementsAre(DiagControllerStatus::IDLE, DiagControllerStatus::IDLE));
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::ACTIVE);
 }
 
 TEST_F(QueueingTest, tests_run_in_the_order_of_the_vector_which_the_client_may_change_at_once) {

@@ -169,6 +169,7 @@ class ScriptedDiagnostics final : public IDiagnostics, private RunningPass {
   void stay(Lock& lock, const Pass& pass, const std::string& device);
   bool mustEnd() const { return m_aborted && !m_script.currentHabits().ignoresAbort; }
   DiagnosticStatus::Status status() const;
+  bool isSuspended() const;
   void queueEvent(const Event& event) override;
   void queueResults(const std::vector<Result>& results);
   void setReturned(DiagnosticResult::TestResult verdict);
@@ -270,7 +271,7 @@ void ScriptedDiagnostics::perform(const Pass& pass, const std::string& device) {
 void ScriptedDiagnostics::stay(Lock& lock, const Pass& pass, const std::string& device) {
   const auto end = std::chrono::steady_clock::now() + pass.duration;
   while (!mustEnd()) {
-    if (m_suspended || m_script.holds(device)) {
+    if (isSuspended() || m_script.holds(device)) {
       m_script.changed().wait(lock);
     } else if (pass.duration.count() == 0 || std::chrono::steady_clock::now() >= end) {
       return;
@@ -349,6 +350,11 @@ DiagnosticStatus ScriptedDiagnostics::getDiagnosticStatus() {
   m_script.enter(record(Call::GetStatus));
   const Lock lock(m_script.mutex());
   return m_script.report(status(), m_ended);
+}
+
+/** A pass that has been reported as over is joined by the host and never resumed: it goes on. */
+bool ScriptedDiagnostics::isSuspended() const {
+  return m_suspended && status() != DiagnosticStatus::COMPLETED;
 }
 
 /** EXECUTING while events are queued, so that a poll that sees the end has seen all events. */

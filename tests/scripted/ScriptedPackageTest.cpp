@@ -202,6 +202,12 @@ TEST_F(ScriptedPackageTest, suspend_after_the_end_is_ignored) {
   EXPECT_NE(run(), nullptr) << "does not hold";
 }
 
+TEST_F(ScriptedPackageTest, a_pass_that_is_reported_as_over_is_not_held_by_a_suspension) {
+  m_script.setHabits({.completesEarly = true});
+  m_diagnostics->suspendDiagnostic();
+  EXPECT_NE(run(), nullptr) << "nobody would resume it";
+}
+
 TEST_F(ScriptedPackageTest, progress_is_what_the_script_says_while_a_pass_is_inside) {
   m_script.setProgress(40).setTimeRemaining(9).holdRuns();
   auto pass = runAside();

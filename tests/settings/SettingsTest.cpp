@@ -311,6 +311,15 @@ TEST_F(SettingsInUse, log_flag_and_diagnostic_mode_are_those_of_the_moment_an_ob
   EXPECT_FALSE(script.calls(Call::GetDiagnostics)[1].diagLog);
   EXPECT_EQ(script.calls(Call::GetDiagnostics)[1].diagMode, GlobalSettings::BRINGUP);
   ASSERT_TRUE(m_harness.awaitIdle());
+
+  EXPECT_EQ(m_harness->setDiagLogMode(true), DiagnosticController::SUCCESS);
+  EXPECT_EQ(m_harness->setDiagnosticMode(GlobalSettings::CUSTOMER), DiagnosticController::SUCCESS);
+  EXPECT_EQ(m_harness->enumerateDiagPackages(1), DiagnosticController::SUCCESS);
+  for (const Scripted::CallRecord& made :
+       {script.calls(Call::GetEnumerator).back(), script.calls(Call::GetDiagnostics).back()}) {
+    EXPECT_TRUE(made.diagLog);
+    EXPECT_EQ(made.diagMode, GlobalSettings::CUSTOMER);
+  }
 }
 
 TEST_F(SettingsInUse, the_run_mode_cannot_be_changed_while_a_test_runs) {

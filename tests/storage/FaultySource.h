@@ -39,6 +39,9 @@ class FaultySource : public BlockSource {
   FaultySource& shortenReads(std::uint64_t offset) {
     return add(Kind::shorten, Direction::read, offset, 1, always, 0);
   }
+  FaultySource& shortenWrites(std::uint64_t offset, int times) {
+    return add(Kind::shorten, Direction::write, offset, 1, times, 0);
+  }
   /** @brief Flips a bit of the byte in what is read, after `good` right reads of it. */
   FaultySource& flipReads(std::uint64_t offset, int good, int times = always) {
     add(Kind::none, Direction::read, offset, 1, good, 0);
@@ -109,7 +112,8 @@ class FaultySource : public BlockSource {
     }
     Completion completion = m_good->wait();
     const auto& [transfer, fault] = m_transfers[completion.slot];
-    if (fault != nullptr && transfer.direction == Direction::read) {
+    if (fault != nullptr &&
+        (transfer.direction == Direction::read || fault->kind == Kind::shorten)) {
       spoil(transfer, *fault, completion);
     }
     return completion;

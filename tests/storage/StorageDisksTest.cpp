@@ -163,7 +163,7 @@ TEST(StorageIdentity, IsTold) {
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST(StorageIdentity, FindsADiskOfTwoSizesAndOneSetReadOnly) {
+TEST(StorageIdentity, WarnsOfADiskOfAnotherSizeAndOfOneSetReadOnly) {
   RecordingJournal journal;
   Disk disk;
   disk.name = "sda";
@@ -172,7 +172,7 @@ TEST(StorageIdentity, FindsADiskOfTwoSizesAndOneSetReadOnly) {
   identify(disk, 8192, journal);
   EXPECT_THAT(journal.complaints(),
               ElementsAre(static_cast<unsigned int>(StorageEvent::markedReadOnly),
-                          static_cast<unsigned int>(StorageEvent::sizeMismatch)));
+                          static_cast<unsigned int>(StorageEvent::sizeChanged)));
 }
 
 // --- Health

@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <numeric>
 #include <random>
 #include <system_error>
+#include <thread>
 
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/PageBuffer.h"
@@ -185,6 +188,21 @@ TEST(StorageSource, RefusesToWriteToAnythingButAFile) {
                std::invalid_argument);
 }
 
+TEST(StorageSource, ReadsFromADescriptorThatWaits) {
+  const std::string path = std::filesystem::absolute("waits").string();
+  std::ofstream(path) << std::string(block, 'x');
+  const auto source = openForReading(path, smallSlots());
+  int found = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry.path(), gone) == path) {
+      ++found;
+      EXPECT_EQ(fcntl(std::stoi(entry.path().filename()), F_GETFL) & O_NONBLOCK, 0);
+    }
+  }
+  EXPECT_EQ(found, 1);
+}
+
 TEST(StorageSource, TellsWhyADiskCannotBeRead) {
   try {
     openForReading("/dev/no-such-disk", smallSlots());
@@ -343,6 +361,34 @@ TEST(StorageScan, EndsWhenTheDiskIsGone) {
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
+TEST(StorageScan, DoesNotBlameTheDiskForWhatTheKernelLacks) {
+  for (const int error : {ENOMEM, EAGAIN, EINVAL, EPERM, EOPNOTSUPP, EBUSY}) {
+    FaultySource faulty(goodDisk());
+    faulty.failReads(2 * mib, 1, error);
+    RecordingJournal journal;
+    EXPECT_THROW(scanSequentially(faulty, {}, disk, journal), std::system_error) << error;
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+    EXPECT_EQ(faulty.inFlight(), 0);
+  }
+}
+
+TEST(StorageScan, BlamesTheDiskForEachWayToLoseABlock) {
+  for (const int error : {EIO, ENODATA, EREMOTEIO, EILSEQ, ETIMEDOUT, ETIME, ENOLINK, EBADMSG}) {
+    FaultySource faulty(goodDisk());
+    faulty.failReads(2 * mib, 1, error);
+    RecordingJournal journal;
+    EXPECT_EQ(scanSequentially(faulty, {}, disk, journal).unreadableBlocks, 1U) << error;
+  }
+}
+
+TEST(StorageScan, DoesNotBlameADiskThatLeavesWhileItsBadBlocksAreSearched) {
+  FaultySource faulty(goodDisk());
+  faulty.failReads(2 * mib, 1, EIO, 1).failReads(2 * mib, 1, ENODEV);
+  RecordingJournal journal;
+  EXPECT_THROW(scanSequentially(faulty, {}, disk, journal), std::system_error);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
 TEST(StorageScan, GivesUpOnADiskThatReadsNothing) {
   FaultySource faulty(goodDisk(smallSlots(4 * kib)));
   faulty.failReads(0, diskSize);
@@ -458,6 +504,30 @@ TEST(StorageStability, BlamesTheDiskWhenItsContentsChangeWhileNobodyWrites) {
   RecordingJournal journal;
   checkStability(faulty, {.bytes = 0, .window = diskSize}, disk, journal);
   EXPECT_EQ(journal.count(StorageEvent::unstable), 1);
+}
+
+TEST(StorageStability, GivesNoVerdictWhereNobodyKnowsWhatOthersWrite) {
+  for (const int times : {1, FaultySource::always}) {
+    FaultySource faulty(goodDisk());
+    faulty.flipReads(3 * block, 1, times).others([] { return std::nullopt; });
+    RecordingJournal journal;
+    checkStability(faulty, {.window = mib}, disk, journal);
+    EXPECT_THAT(journal.complaints(),
+                ElementsAre(static_cast<unsigned int>(StorageEvent::unsettled)));
+  }
+}
+
+TEST(StorageStability, KnowsWhetherAFileWasWrittenTo) {
+  const std::string path = "written-to";
+  std::ofstream(path) << std::string(block, 'x');
+  const auto source = openForReading(path, smallSlots());
+  const auto before = source->writeActivity();
+  ASSERT_TRUE(before);
+  EXPECT_EQ(source->writeActivity(), before);
+  // The kernel's clock for files moves in steps of some milliseconds.
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  std::fstream(path) << 'y';
+  EXPECT_NE(source->writeActivity(), before);
 }
 
 TEST(StorageStability, TellsAnUnreadableBlockAsSuchAndNotAsUnstable) {
@@ -593,6 +663,36 @@ TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFullFileSystem) {
   faulty.failWrites(mib, 1, ENOSPC);
   run();
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+}
+
+TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemThatIsFullAtTheFlush) {
+  faulty.failFlush(ENOSPC);
+  run();
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+}
+
+TEST_F(StorageWriteVerify, WritesAgainWhatWasCutShort) {
+  faulty.shortenWrites(mib, 1);
+  EXPECT_EQ(run().bytes, diskSize);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST_F(StorageWriteVerify, TakesAWriteThatIsCutShortByAFullFileSystemForNoFault) {
+  faulty.shortenWrites(mib, 1).failWrites(mib, 1, ENOSPC);
+  run();
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+}
+
+TEST_F(StorageWriteVerify, TellsAWriteThatIsCutShortAgainAndAgain) {
+  faulty.shortenWrites(mib, FaultySource::always);
+  run();
+  EXPECT_EQ(journal.parametersOf(StorageEvent::writeFailed).at(3), "fewer bytes than asked for");
+}
+
+TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemSetReadOnly) {
+  faulty.failWrites(mib, 1, EROFS);
+  EXPECT_THROW(run(), std::system_error);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST_F(StorageWriteVerify, EndsWhenTheDiskIsGone) {

@@ -10,9 +10,8 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "tests/support/ConfigText.h"
-#include "tests/support/ControllerHarness.h"
+#include "tests/support/ControllerTest.h"
 #include "tests/support/PrivateMember.h"
-#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::Text {
 
@@ -37,17 +36,12 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsNull;
 using TestSupport::ConfigText;
-using TestSupport::ControllerHarness;
+using TestSupport::ControllerTest;
 using TestSupport::PackageConfig;
-using TestSupport::TraceFile;
 using enum DiagnosticController::errorCode;
-typedef DiagnosticController::errorCode Code;
 
-class TextTest : public ::testing::Test {
+class TextTest : public ControllerTest {
  protected:
-  DiagnosticController& controller() { return harness.controller(); }
-  TraceFile trace() { return TraceFile(harness.directory().path()); }
-
   void start(const PackageConfig& config = PackageConfig(2)) {
     harness.addPackage("ALPHA", config);
     harness.trace();
@@ -85,12 +79,9 @@ class TextTest : public ::testing::Test {
     return controller().getLocalizedMessage(package, language.data(), token.data(), parameters,
                                             text);
   }
-
-  ControllerHarness harness;
 };
 
-// ---- Tokens
-// --------------------------------------------------------------------------------------
+// ---- Tokens ---------------------------------------------------------------------------------
 
 TEST_F(TextTest, a_token_is_what_the_package_file_says_at_the_moment) {
   start();
@@ -165,6 +156,25 @@ TEST_F(TextTest, an_unknown_package_has_no_tokens) {
   EXPECT_EQ(trace().count("PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:: -1"), 4U);
 }
 
+TEST_F(TextTest, an_unknown_package_is_traced_as_a_failure_and_a_missing_key_as_a_warning) {
+  harness.addPackage("ALPHA");
+  harness.control().traced(harness.directory().path()).with("DebugLog", "DIAG_ERROR");
+  harness.start();
+  char* text = nullptr;
+  const auto askForMissing = [&] {
+    EXPECT_EQ(packageToken(1, "Missing", text), INVALID_PARAMETER);
+    EXPECT_EQ(localString(1, "en", "MISSING", text), INVALID_PARAMETER);
+    return trace().count("caught DiagCtrlInvalidKey Exception");
+  };
+  EXPECT_EQ(packageToken(9, "Mnemonic", text), PACKAGE_NOT_FOUND);
+  EXPECT_EQ(localString(9, "en", "HELLO", text), PACKAGE_NOT_FOUND);
+  EXPECT_TRUE(trace().contains("PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:: 9"));
+  EXPECT_TRUE(trace().contains(" PACKAGE NOT FOUND, INCORRECT PACKAGE INDEX: 9"));
+  EXPECT_EQ(askForMissing(), 0U);
+  EXPECT_EQ(controller().setDebugLog(DiagCtrlConstants::DIAG_WARNING), SUCCESS);
+  EXPECT_EQ(askForMissing(), 2U);
+}
+
 TEST_F(TextTest, an_empty_token_is_none) {
   start(PackageConfig().with("HelpToken", "").token("Error", 1, ""));
   const std::string event = "INVALID_PARAMETER_IN_INI_FILE E 0";
@@ -197,8 +207,7 @@ TEST_F(TextTest, a_token_comes_in_a_whole_buffer_that_the_client_may_write_to) {
                 [&](char*& longText) { return packageToken(1, "TooLong", longText); });
 }
 
-// ---- Localised strings
-// -----------------------------------------------------------------------------
+// ---- Localised strings ----------------------------------------------------------------------
 
 class LocalisedTest : public TextTest {
  protected:
@@ -281,8 +290,7 @@ TEST_F(LocalisedTest, a_refused_string_is_traced_and_a_refused_message_is_not) {
   EXPECT_TRUE(trace().contains("DiagnosticController::getLocalizedStringINCORRECT PHASE:"));
 }
 
-// ---- Localised messages
-// ------------------------------------------------------------------------------
+// ---- Localised messages ---------------------------------------------------------------------
 
 TEST_F(LocalisedTest, an_index_below_one_reads_the_message_file_and_any_other_the_packages) {
   start();
@@ -340,8 +348,7 @@ TEST_F(LocalisedTest, parameters_stay_as_they_are_when_there_is_no_text) {
   EXPECT_THAT(parameters, ElementsAre("SLOT"));
 }
 
-// ---- Variables
-// -------------------------------------------------------------------------------------
+// ---- Variables ------------------------------------------------------------------------------
 
 struct Variables {
   std::string text;

@@ -1,9 +1,11 @@
-#include "tests/lifecycle/PlatformAnswers.h"
+#include "tests/support/PlatformAnswers.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/time.h>
 
 #include <atomic>
+#include <cerrno>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -17,6 +19,7 @@ namespace {
 
 std::atomic<long> sSecondsAhead{0};
 std::atomic<bool> sRefusesToClose{false};
+std::atomic<bool> sFailsJoins{false};
 // Set while no controller is starting.
 std::optional<std::string> sOs;
 
@@ -27,6 +30,7 @@ PlatformAnswers::PlatformAnswers() = default;
 PlatformAnswers::~PlatformAnswers() {
   sSecondsAhead = 0;
   sRefusesToClose = false;
+  sFailsJoins = false;
   sOs.reset();
 }
 
@@ -38,6 +42,9 @@ void PlatformAnswers::setOs(std::optional<std::string> name) {
 }
 void PlatformAnswers::refuseToClose() {
   sRefusesToClose = true;
+}
+void PlatformAnswers::failJoins() {
+  sFailsJoins = true;
 }
 
 }  // namespace TarvexDiags::TestSupport
@@ -64,4 +71,12 @@ extern "C" __attribute__((visibility("default"))) int dlclose(void* handle) noex
   }
   static const auto next = reinterpret_cast<decltype(&dlclose)>(dlsym(RTLD_NEXT, "dlclose"));
   return next(handle);
+}
+
+extern "C" __attribute__((visibility("default"))) int pthread_join(pthread_t thread,
+                                                                   void** result) {
+  static const auto next = reinterpret_cast<decltype(&pthread_join)>(  //
+      dlsym(RTLD_NEXT, "pthread_join"));
+  const int answer = next(thread, result);
+  return Support::sFailsJoins ? ESRCH : answer;
 }

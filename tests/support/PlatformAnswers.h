@@ -7,8 +7,8 @@ namespace TarvexDiags::TestSupport {
 
 /**
  * Changes what the platform answers to this process while the object lives. The program's own
- * definitions of time, dlclose and SysUtil::getOs stand in front of the others. One object at a
- * time.
+ * definitions of time, dlclose, pthread_join and SysUtil::getOs stand in front of the others. One
+ * object at a time.
  */
 class PlatformAnswers {
  public:
@@ -23,6 +23,8 @@ class PlatformAnswers {
   void setOs(std::optional<std::string> name);
   /** Libraries are not closed any more. */
   void refuseToClose();
+  /** Threads are joined, and the join is told to have failed all the same. */
+  void failJoins();
 };
 
 }  // namespace TarvexDiags::TestSupport

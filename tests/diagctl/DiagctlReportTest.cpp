@@ -1,0 +1,340 @@
+// The reports of the built program: each format, read back by a parser, and outputs that fail.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using Json = nlohmann::json;
+
+// ---- Formats -------------------------------------------------------------------------------
+
+TEST_F(Diagctl, a_log_is_sound_whatever_becomes_of_its_tests) {
+  addMixedPackage();
+  const auto lines = parseLines(run({"run", "--passes", "2", "--format", "jsonl"}).out);
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  EXPECT_EQ(artifacts(lines, "testStepStart").size(), 10U);
+  EXPECT_EQ(artifacts(lines, "testRunEnd"),
+            (std::vector<Json>{{{"status", "COMPLETE"}, {"result", "FAIL"}}}));
+}
+
+TEST_F(Diagctl, a_log_is_sound_when_tests_crash_hang_and_lie) {
+  place.useMisbehavingPackage();
+  const auto lines = parseLines(
+      run({"run",          "-d", "Unit 0",     "-t", "Behaves",     "-t",       "Seg*", "-t",
+           "Endless loop", "-t", "Fault",      "-t", "Small*",      "-t",       "Lies", "-t",
+           "Garbage",      "-t", "Impossible", "-t", "Destructive", "--format", "jsonl"})
+          .out);
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  std::map<std::string, std::string> statusByTest;
+  std::map<std::string, std::string> tests;
+  for (const Json& line : lines) {
+    const Json step = line.value("testStepArtifact", Json::object());
+    if (step.contains("testStepStart")) {
+      tests[step["testStepId"]] = step["testStepStart"]["name"];
+    } else if (step.contains("testStepEnd")) {
+      statusByTest[tests[step["testStepId"]]] = step["testStepEnd"]["status"];
+    }
+  }
+  const std::string of = "Misbehaving package: ";
+  const std::map<std::string, std::string> expected = {
+      {of + "Behaves on Unit 0", "COMPLETE"},      {of + "Segmentation fault on Unit 0", "ERROR"},
+      {of + "Endless loop on Unit 0", "ERROR"},    {of + "Fault on Unit 0", "COMPLETE"},
+      {of + "Small margin on Unit 0", "COMPLETE"}, {of + "Lies on Unit 0", "ERROR"},
+      {of + "Garbage on Unit 0", "ERROR"},         {of + "Impossible on Unit 0", "SKIP"},
+      {of + "Destructive on Unit 0", "SKIP"}};
+  EXPECT_EQ(statusByTest, expected);
+}
+
+TEST_F(Diagctl, what_cannot_run_is_a_skipped_step_with_its_reason) {
+  addMixedPackage();
+  const auto lines = parseLines(run({"run", "-t", "Picky", "-d", "1", "--format", "jsonl"}).out);
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  EXPECT_EQ(artifacts(lines, "log").at(0)["message"], "not supported");
+  EXPECT_EQ(artifacts(lines, "testStepEnd").at(0)["status"], "SKIP");
+  EXPECT_EQ(artifacts(lines, "testRunEnd").at(0),
+            Json({{"status", "SKIP"}, {"result", "NOT_APPLICABLE"}}));
+}
+
+TEST_F(Diagctl, the_log_of_an_aborted_run_is_sound_and_has_no_verdict) {
+  addSlowPackage();
+  Program program(withControlFile({"run", "--format", "jsonl"}));
+  ASSERT_TRUE(program.waitFor("running  Package SLOW: Long"));
+  program.signal(SIGTERM);
+  const auto lines = parseLines(program.finish().out);
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  EXPECT_EQ(artifacts(lines, "testStepEnd").at(0)["status"], "SKIP");
+  EXPECT_EQ(artifacts(lines, "testRunEnd").at(0),
+            Json({{"status", "SKIP"}, {"result", "NOT_APPLICABLE"}}));
+}
+
+TEST_F(Diagctl, each_diagnosis_of_a_log_follows_the_number_of_its_pass) {
+  addMixedPackage();
+  const auto lines =
+      parseLines(run({"run", "-t", "Bad", "-d", "1", "--passes", "3", "--format", "jsonl"}).out);
+  std::vector<int> passes;
+  for (const Json& extension : artifacts(lines, "extension")) {
+    EXPECT_EQ(extension["name"], "pass");
+    passes.push_back(extension["content"]["number"]);
+  }
+  EXPECT_THAT(passes, ElementsAre(1, 2, 3));
+  EXPECT_EQ(artifacts(lines, "diagnosis").size(), 3U);
+}
+
+TEST_F(Diagctl, jsonl_names_hardware_software_and_verdicts) {
+  addMixedPackage();
+  const auto lines = parseLines(run({"run", "-t", "Bad", "-d", "Right", "--format", "jsonl"}).out);
+  const Json start = artifacts(lines, "testRunStart").at(0);
+  EXPECT_EQ(start["name"], "diagctl");
+  EXPECT_EQ(start["parameters"]["profile"], "standard");
+  const Json hardware = start["dutInfo"]["hardwareInfos"];
+  EXPECT_EQ(hardware.size(), 2U);
+  EXPECT_EQ(hardware[1]["location"], "bus/right");
+  EXPECT_EQ(start["dutInfo"]["softwareInfos"][1]["version"], "2.1");
+  const Json diagnosis = artifacts(lines, "diagnosis").at(0);
+  EXPECT_EQ(diagnosis["type"], "FAIL");
+  EXPECT_EQ(diagnosis["verdict"], "line-stuck");
+  EXPECT_EQ(diagnosis["hardwareInfoId"], hardware[1]["hardwareInfoId"]);
+}
+
+TEST_F(Diagctl, trouble_of_the_tool_is_an_error_and_never_a_failure) {
+  addMixedPackage();
+  const auto lines = parseLines(run({"run", "-t", "Silent", "-d", "1", "--format", "jsonl"}).out);
+  EXPECT_THAT(artifacts(lines, "diagnosis"), IsEmpty());
+  EXPECT_EQ(artifacts(lines, "error").at(0)["symptom"], "no-result");
+  EXPECT_EQ(artifacts(lines, "testStepEnd").at(0)["status"], "ERROR");
+  EXPECT_EQ(artifacts(lines, "testRunEnd").at(0),
+            Json({{"status", "ERROR"}, {"result", "NOT_APPLICABLE"}}));
+}
+
+TEST_F(Diagctl, junit_counts_and_nests) {
+  addMixedPackage();
+  const Json root =
+      parseXml(run({"run", "-d", "1", "--exclude-test", "Weak", "--format", "junit"}).out);
+  EXPECT_EQ(root["tag"], "testsuites");
+  ASSERT_EQ(root["children"].size(), 1U);
+  const Json suite = root["children"][0];
+  EXPECT_EQ(suite["attributes"]["name"], "Package MIX");
+  EXPECT_EQ(suite["attributes"]["tests"], "4");
+  EXPECT_EQ(suite["attributes"]["failures"], "1");
+  EXPECT_EQ(suite["attributes"]["errors"], "1");
+  EXPECT_EQ(suite["attributes"]["skipped"], "1");
+  std::map<std::string, Json> inside;  // what a case holds, by its name
+  for (const Json& each : suite["children"]) {
+    EXPECT_EQ(each["attributes"]["classname"], "Package MIX");
+    inside[each["attributes"]["name"]] = each["children"];
+  }
+  EXPECT_EQ(inside.at("Good on Left"), Json::array());
+  const Json failure = inside.at("Bad on Left").at(0);
+  EXPECT_EQ(failure["tag"], "failure");
+  EXPECT_EQ(failure["attributes"]["type"], "line-stuck");
+  EXPECT_EQ(failure["attributes"]["message"], "line 3 is stuck.");
+  EXPECT_EQ(failure["text"], "line 3 is stuck.\n-> Replace the cable.\n");
+  EXPECT_EQ(inside.at("Silent on Left").at(0)["tag"], "error");
+  EXPECT_EQ(inside.at("Silent on Left").at(0)["attributes"]["type"], "no-result");
+  EXPECT_EQ(inside.at("Picky on Left").at(0)["tag"], "skipped");
+  EXPECT_EQ(inside.at("Picky on Left").at(0)["attributes"]["message"], "not supported");
+}
+
+TEST_F(Diagctl, tap_numbers_its_points_and_ends_with_the_plan) {
+  addMixedPackage();
+  const TapReport report =
+      parseTap(run({"run", "-d", "1", "--exclude-test", "Weak", "--format", "tap"}).out);
+  EXPECT_EQ(report.version, 13);
+  EXPECT_EQ(report.plan, 4);
+  std::map<std::string, Point> points;
+  for (const Point& point : report.points) {
+    EXPECT_EQ(point.number, static_cast<int>(points.size()) + 1);
+    points[point.name] = point;
+  }
+  EXPECT_TRUE(points.at("Package MIX: Good on Left").isOk);
+  EXPECT_EQ(points.at("Package MIX: Good on Left").directive, "");
+  EXPECT_FALSE(points.at("Package MIX: Bad on Left").isOk);
+  EXPECT_EQ(points.at("Package MIX: Bad on Left").directive, "");
+  EXPECT_FALSE(points.at("Package MIX: Silent on Left").isOk);
+  EXPECT_EQ(points.at("Package MIX: Silent on Left").directive, "TODO no verdict: no-result");
+  EXPECT_TRUE(points.at("Package MIX: Picky on Left").isOk);
+  EXPECT_EQ(points.at("Package MIX: Picky on Left").directive, "SKIP not supported");
+  EXPECT_THAT(report.comments, Contains("-> Replace the cable."));
+}
+
+TEST_F(Diagctl, one_run_writes_all_formats_and_report_turns_the_log_into_the_same) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  const Outcome live =
+      run({"run", "-q", "--passes", "2", "-o", "jsonl=" + log, "-o", "tap=" + place.path("run.tap"),
+           "-o", "junit=" + place.path("run.xml")});
+  EXPECT_EQ(live.exitCode, hardwareFailure);
+  const Outcome text = diagctl({"report", log});
+  EXPECT_EQ(text.exitCode, hardwareFailure);
+  EXPECT_EQ(text.out, live.out);
+  EXPECT_EQ(diagctl({"report", log, "--format", "tap"}).out, contentsOf(place.path("run.tap")));
+  EXPECT_EQ(diagctl({"report", log, "--format", "junit"}).out, contentsOf(place.path("run.xml")));
+  EXPECT_EQ(diagctl({"report", log, "--format", "jsonl"}).out, contentsOf(log));
+}
+
+TEST_F(Diagctl, output_to_a_dash_takes_the_place_of_the_text) {
+  addMixedPackage();
+  const Outcome outcome = run({"run", "-t", "Good", "-o", "tap=-"});
+  EXPECT_EQ(linesOf(outcome.out).front(), "TAP version 13");
+  EXPECT_EQ(run({"run", "-o", "tap=-", "-o", "text=-"}).exitCode, usage);
+}
+
+TEST_F(Diagctl, logs_are_appended_to_and_other_reports_replaced) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  const std::string tap = place.path("run.tap");
+  for (int i = 0; i < 2; ++i) {
+    run({"run", "-t", "Good", "-o", "jsonl=" + log, "-o", "tap=" + tap});
+  }
+  EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunStart").size(), 2U);
+  EXPECT_EQ(linesOf(contentsOf(tap)).size(), 4U);
+}
+
+TEST_F(Diagctl, a_killed_run_leaves_a_usable_log_and_the_old_report) {
+  addSlowPackage();
+  const std::string log = place.path("run.jsonl");
+  const std::string tap = place.path("run.tap");
+  place.write(tap, "the old report\n");
+  Program program(
+      {"--config", place.controlFile(), "run", "-o", "jsonl=" + log, "-o", "tap=" + tap});
+  ASSERT_TRUE(program.waitFor("running  Package SLOW: Long"));
+  program.signal(SIGKILL);
+  EXPECT_EQ(program.finish().exitCode, 128 + SIGKILL);
+  EXPECT_EQ(contentsOf(tap), "the old report\n");
+  const auto lines = parseLines(contentsOf(log));
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  EXPECT_THAT(artifacts(lines, "testRunEnd"), IsEmpty());
+  const Outcome report = diagctl({"report", log});
+  EXPECT_EQ(report.exitCode, noVerdict);
+  EXPECT_THAT(report.out, HasSubstr("The run was cut short."));
+}
+
+TEST_F(Diagctl, a_run_is_appended_to_a_log_that_broke_off_within_a_line) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-t", "Good", "-d", "1", "-o", "jsonl=" + log});
+  const std::string first = contentsOf(log);
+  const std::string half = first.substr(0, first.size() - 30);
+  place.write(log, half);
+  const Outcome live = run({"run", "-q", "-t", "Bad", "-d", "1", "-o", "jsonl=" + log});
+  EXPECT_EQ(contentsOf(log).substr(0, half.size() + 1), half + "\n");
+  const Outcome report = diagctl({"report", log});
+  EXPECT_EQ(report.exitCode, hardwareFailure) << report.err;
+  EXPECT_THAT(report.out, AllOf(HasSubstr("The run was cut short."), EndsWith(live.out)));
+}
+
+TEST_F(Diagctl, report_tells_each_run_of_a_log_in_every_format) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-q", "-t", "Good", "-d", "1", "-o", "jsonl=" + log});
+  run({"run", "-q", "-t", "Bad", "-o", "jsonl=" + log});
+  const Outcome text = diagctl({"report", log, "-o", "tap=" + place.path("run.tap"), "-o",
+                                "junit=" + place.path("run.xml")});
+  EXPECT_EQ(text.exitCode, hardwareFailure);
+  EXPECT_THAT(text.out, AllOf(HasSubstr("1 tests in"), HasSubstr("2 tests in")));
+  EXPECT_EQ(parseTap(contentsOf(place.path("run.tap"))).points.size(), 3U);
+  EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].size(), 2U);
+  const Outcome copy = diagctl({"report", log, "--format", "jsonl"});
+  EXPECT_EQ(copy.out, contentsOf(log));
+  EXPECT_THAT(faultsOf(parseLines(copy.out)), IsEmpty());
+}
+
+TEST_F(Diagctl, report_of_a_bad_log_names_file_line_and_reason) {
+  const std::string log = place.path("bad.jsonl");
+  place.write(log, "{\"schemaVersion\":{\"major\":2,\"minor\":0}}\nnonsense\n{}\n");
+  const Outcome outcome = diagctl({"report", log});
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr(log + ":2: "));
+  EXPECT_THAT(diagctl({"report", place.path("none")}).err, HasSubstr("No such file"));
+}
+
+// ---- Trouble with outputs --------------------------------------------------------------------
+
+TEST_F(Diagctl, a_full_disk_is_told_and_spoils_no_other_report) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  Program::Options full;
+  full.standardOutput = "/dev/full";
+  const Outcome outcome = run({"run", "-t", "Good", "-o", "jsonl=" + log}, full);
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr("standard output: No space left on device"));
+  EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
+  const Outcome file = run({"run", "-t", "Bad", "-o", "tap=/dev/full"});
+  EXPECT_EQ(file.exitCode, hardwareFailure);
+  EXPECT_THAT(file.err, HasSubstr("/dev/full: No space left on device"));
+}
+
+TEST_F(Diagctl, report_writes_its_other_files_when_one_disk_is_full) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-t", "Good", "-d", "1", "-o", "jsonl=" + log});
+  const Outcome outcome =
+      diagctl({"report", log, "-o", "tap=/dev/full", "-o", "junit=" + place.path("run.xml")});
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr("/dev/full: No space left on device"));
+  EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].size(), 1U);
+}
+
+TEST_F(Diagctl, no_file_takes_two_reports_and_no_log_its_own) {
+  addMixedPackage();
+  const std::string file = place.path("run.out");
+  EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=" + file, "-o", "junit=" + file}).exitCode, usage);
+  EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=" + file, "-o",
+                 "junit=" + place.path("logs/../run.out")})
+                .exitCode,
+            usage);
+  run({"run", "-t", "Good", "-o", "jsonl=" + file});
+  const std::string before = contentsOf(file);
+  EXPECT_EQ(diagctl({"report", file, "-o", "jsonl=" + file}).exitCode, usage);
+  EXPECT_EQ(contentsOf(file), before);
+  EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=/dev/null", "-o", "junit=/dev/null"}).exitCode,
+            passed);
+}
+
+TEST_F(Diagctl, each_verb_tells_a_full_disk) {
+  addMixedPackage();
+  Program::Options full;
+  full.standardOutput = "/dev/full";
+  for (const std::vector<std::string>& verb : std::vector<std::vector<std::string>>{
+           {"list"}, {"show", "Good"}, {"explain", "32"}, {"estimate"}, {"check"}}) {
+    EXPECT_EQ(run(verb, full).exitCode, noVerdict) << verb[0];
+  }
+}
+
+TEST_F(Diagctl, a_closed_pipe_lets_the_run_end_in_order) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  Program::Options closed;
+  closed.closesOutput = true;
+  const Outcome outcome = run({"run", "-t", "Good", "-o", "jsonl=" + log}, closed);
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr("standard output: Broken pipe"));
+  EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
+}
+
+TEST_F(Diagctl, an_output_that_cannot_be_opened_is_told_before_anything_runs) {
+  addMixedPackage();
+  const Outcome outcome = run({"run", "-o", "tap=" + place.path("none/run.tap")});
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_THAT(outcome.out, IsEmpty());
+  EXPECT_THAT(outcome.err, HasSubstr("none/run.tap: No such file or directory"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest

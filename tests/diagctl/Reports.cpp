@@ -1,0 +1,347 @@
+#include "tests/diagctl/Reports.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+#include "tests/diagctl/Workplace.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace TarvexDiags::DiagctlTest {
+
+namespace {
+
+using Json = nlohmann::json;
+
+enum Need { required, optional };
+
+/// A field of an object. Type: "text", "number", "count", "value", "object" (with any fields), the
+/// name of a shape, "[]" before the name of a shape, or words with "|" between them.
+struct Field {
+  const char* name;
+  Need need;
+  const char* type;
+};
+
+const std::map<std::string, std::vector<Field>>& shapes() {
+  static const std::map<std::string, std::vector<Field>> table = {
+      {"schemaVersion", {{"major", required, "count"}, {"minor", required, "count"}}},
+      {"testRunStart",
+       {{"name", required, "text"},
+        {"version", required, "text"},
+        {"commandLine", required, "text"},
+        {"parameters", required, "object"},
+        {"dutInfo", required, "dutInfo"}}},
+      {"testRunEnd",
+       {{"status", required, "COMPLETE|ERROR|SKIP"},
+        {"result", required, "PASS|FAIL|NOT_APPLICABLE"}}},
+      {"dutInfo",
+       {{"dutInfoId", required, "text"},
+        {"name", optional, "text"},
+        {"platformInfos", optional, "[]platformInfo"},
+        {"softwareInfos", optional, "[]softwareInfo"},
+        {"hardwareInfos", optional, "[]hardwareInfo"},
+        {"metadata", optional, "object"}}},
+      {"platformInfo", {{"info", required, "text"}}},
+      {"softwareInfo",
+       {{"name", required, "text"},
+        {"softwareInfoId", required, "text"},
+        {"version", optional, "text"},
+        {"revision", optional, "text"},
+        {"softwareType", optional, "UNSPECIFIED|FIRMWARE|SYSTEM|APPLICATION"},
+        {"computerSystem", optional, "text"}}},
+      {"hardwareInfo",
+       {{"name", required, "text"},
+        {"hardwareInfoId", required, "text"},
+        {"version", optional, "text"},
+        {"revision", optional, "text"},
+        {"location", optional, "text"},
+        {"serialNumber", optional, "text"},
+        {"partNumber", optional, "text"},
+        {"manufacturer", optional, "text"}}},
+      {"testStepStart", {{"name", required, "text"}}},
+      {"testStepEnd", {{"status", required, "COMPLETE|ERROR|SKIP"}}},
+      {"log",
+       {{"severity", required, "INFO|DEBUG|WARNING|ERROR|FATAL"}, {"message", required, "text"}}},
+      {"error",
+       {{"symptom", required, "text"},
+        {"message", optional, "text"},
+        {"softwareInfoIds", optional, "value"}}},
+      {"diagnosis",
+       {{"verdict", required, "text"},
+        {"type", required, "PASS|FAIL|UNKNOWN"},
+        {"message", optional, "text"},
+        {"hardwareInfoId", optional, "text"}}},
+      {"measurement",
+       {{"name", required, "text"},
+        {"value", required, "value"},
+        {"unit", optional, "text"},
+        {"hardwareInfoId", optional, "text"}}},
+      {"extension", {{"name", required, "text"}, {"content", required, "object"}}},
+  };
+  return table;
+}
+
+const std::set<std::string> runArtifacts = {"testRunStart", "testRunEnd", "log", "error"};
+const std::set<std::string> stepArtifacts = {"testStepStart", "testStepEnd", "measurement", "error",
+                                             "log",           "diagnosis",   "extension"};
+
+std::vector<std::string> wordsOf(const std::string& text, char separator) {
+  std::vector<std::string> words;
+  std::istringstream stream(text);
+  for (std::string word; std::getline(stream, word, separator);) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+/// Looks at one log, whose runs follow each other.
+class LogChecker {
+ public:
+  std::vector<std::string> check(const std::vector<Json>& lines) {
+    for (const Json& line : lines) {
+      ++m_line;
+      checkLine(line);
+    }
+    endRun();
+    return m_faults;
+  }
+
+ private:
+  void tell(const std::string& fault) {
+    m_faults.push_back("line " + std::to_string(m_line) + ": " + fault);
+  }
+
+  void checkLine(const Json& line) {
+    static const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
+    if (line.contains("schemaVersion")) {
+      endRun();
+      m_expected = 0;
+      if (line["schemaVersion"] != Json({{"major", 2}, {"minor", 0}})) {
+        tell("the version is another one");
+      }
+    }
+    if (line.value("sequenceNumber", Json()) != Json(m_expected)) {
+      tell("the number is not " + std::to_string(m_expected));
+    }
+    ++m_expected;
+    if (!std::regex_match(line.value("timestamp", ""), time)) {
+      tell("no time");
+    }
+    constexpr std::size_t fields = 3;
+    if (line.size() != fields) {
+      tell("there is not exactly one artifact");
+    }
+    if (line.contains("testRunArtifact")) {
+      checkRun(line["testRunArtifact"]);
+    } else if (line.contains("testStepArtifact")) {
+      checkStep(line["testStepArtifact"]);
+    } else if (!line.contains("schemaVersion")) {
+      tell("no known artifact");
+    }
+  }
+
+  void checkRun(const Json& artifact) {
+    if (artifact.size() != 1 || !runArtifacts.contains(artifact.begin().key())) {
+      tell("not exactly one artifact of a run");
+      return;
+    }
+    const std::string kind = artifact.begin().key();
+    const Json& content = artifact.begin().value();
+    checkObject(content, kind);
+    if (kind == "testRunStart") {
+      for (const Json& item : content["dutInfo"].value("hardwareInfos", Json::array())) {
+        if (!m_hardware.insert(item.value("hardwareInfoId", "")).second) {
+          tell("hardware of the same id");
+        }
+      }
+    } else if (kind == "testRunEnd") {
+      const std::string pair = content.value("status", "") + "/" + content.value("result", "");
+      static const std::set<std::string> pairs = {"COMPLETE/PASS", "COMPLETE/FAIL",
+                                                  "ERROR/NOT_APPLICABLE", "SKIP/NOT_APPLICABLE"};
+      if (!pairs.contains(pair)) {
+        tell(pair + " is no outcome");
+      }
+      m_isEnded = true;
+    }
+  }
+
+  void checkStep(const Json& artifact) {
+    const std::string step = artifact.value("testStepId", "");
+    Json rest = artifact;
+    rest.erase("testStepId");
+    if (step.empty() || rest.size() != 1 || !stepArtifacts.contains(rest.begin().key())) {
+      tell("not exactly one artifact of a step");
+      return;
+    }
+    const std::string kind = rest.begin().key();
+    const Json& content = rest.begin().value();
+    checkObject(content, kind);
+    if (kind == "testStepStart" && !m_begun.insert(step).second) {
+      tell("the step begins again");
+    } else if (!m_begun.contains(step) || m_ended.contains(step)) {
+      tell("the step is not open");
+    } else if (kind == "testStepEnd") {
+      m_ended.insert(step);
+    }
+    const std::string hardware = content.value("hardwareInfoId", "");
+    if (!hardware.empty() && !m_hardware.contains(hardware)) {
+      tell("no such hardware: " + hardware);
+    }
+  }
+
+  void endRun() {
+    if (m_isEnded && m_begun != m_ended) {
+      tell("the run has ended with open steps");
+    }
+    m_begun.clear();
+    m_ended.clear();
+    m_hardware.clear();
+    m_isEnded = false;
+  }
+
+  void checkObject(const Json& object, const std::string& shape) {
+    if (!object.is_object()) {
+      tell(shape + " is no object");
+      return;
+    }
+    std::set<std::string> known;
+    for (const Field& field : shapes().at(shape)) {
+      known.insert(field.name);
+      if (object.contains(field.name)) {
+        checkValue(object[field.name], field.type, shape + "." + field.name);
+      } else if (field.need == required) {
+        tell(shape + "." + field.name + " is missing");
+      }
+    }
+    for (const auto& [key, value] : object.items()) {
+      if (!known.contains(key)) {
+        tell(shape + "." + key + " is unknown");
+      }
+    }
+  }
+
+  void checkValue(const Json& value, const std::string& type, const std::string& name) {
+    if (type.rfind("[]", 0) == 0) {
+      if (!value.is_array() || value.empty()) {
+        tell(name + " is no list, or empty");
+      }
+      for (const Json& item : value) {
+        checkObject(item, type.substr(2));
+      }
+    } else if (shapes().contains(type)) {
+      checkObject(value, type);
+    } else if (!isOfType(value, type)) {
+      tell(name + " is no " + type + ": " + value.dump());
+    }
+  }
+
+  static bool isOfType(const Json& value, const std::string& type) {
+    if (type == "text") {
+      return value.is_string();
+    }
+    if (type == "count") {
+      return value.is_number_unsigned();
+    }
+    if (type == "object") {
+      return value.is_object();
+    }
+    if (type == "value") {
+      return value.is_string() || value.is_boolean() || value.is_number();
+    }
+    const std::vector<std::string> words = wordsOf(type, '|');
+    return value.is_string() && std::set<std::string>(words.begin(), words.end()).contains(value);
+  }
+
+  int m_line = 0;
+  unsigned long m_expected = 0;
+  bool m_isEnded = false;
+  std::set<std::string> m_begun;
+  std::set<std::string> m_ended;
+  std::set<std::string> m_hardware;
+  std::vector<std::string> m_faults;
+};
+
+}  // namespace
+
+std::vector<std::string> linesOf(const std::string& text) {
+  return wordsOf(text, '\n');
+}
+
+std::vector<Json> parseLines(const std::string& text) {
+  std::vector<Json> lines;
+  for (const std::string& line : linesOf(text)) {
+    lines.push_back(Json::parse(line));
+  }
+  return lines;
+}
+
+std::vector<Json> artifacts(const std::vector<Json>& lines, const std::string& kind) {
+  std::vector<Json> found;
+  for (const Json& line : lines) {
+    for (const char* owner : {"testRunArtifact", "testStepArtifact"}) {
+      if (line.contains(owner) && line[owner].contains(kind)) {
+        found.push_back(line[owner][kind]);
+      }
+    }
+  }
+  return found;
+}
+
+std::vector<std::string> faultsOf(const std::vector<Json>& lines) {
+  std::vector<std::string> faults = LogChecker().check(lines);
+  if (lines.empty() || !lines[0].contains("schemaVersion")) {
+    faults.emplace_back("the log does not begin with its version");
+  }
+  return faults;
+}
+
+Json parseXml(const std::string& text) {
+  const TestSupport::TemporaryDirectory place;
+  std::ofstream(place.file("document.xml")) << text;
+  std::ofstream(place.file("to_json.py")) << R"(import json, sys, xml.etree.ElementTree
+def tree(element):
+    return {"tag": element.tag, "attributes": element.attrib, "text": element.text or "",
+            "children": [tree(child) for child in element]}
+root = xml.etree.ElementTree.parse(sys.argv[1]).getroot()
+json.dump(tree(root), open(sys.argv[2], "w"))
+)";
+  const std::string json = place.file("document.json");
+  const std::string command =
+      "python3 " + place.file("to_json.py") + " " + place.file("document.xml") + " " + json;
+  if (std::system(command.c_str()) != 0) {  // NOLINT(cert-env33-c): an independent parser
+    throw std::runtime_error("no XML: " + text);
+  }
+  return Json::parse(contentsOf(json));
+}
+
+TapReport parseTap(const std::string& text) {
+  static const std::regex version("TAP version (\\d+)");
+  static const std::regex plan("1\\.\\.(\\d+)");
+  static const std::regex point("(not )?ok (\\d+) - ([^#]*[^# ])( # ((TODO|SKIP).*))?");
+  TapReport report;
+  for (const std::string& line : linesOf(text)) {
+    std::smatch match;
+    if (report.plan >= 0) {
+      throw std::runtime_error("behind the plan: " + line);
+    }
+    if (std::regex_match(line, match, version) && report.version == 0) {
+      report.version = std::stoi(match[1]);
+    } else if (std::regex_match(line, match, plan)) {
+      report.plan = std::stoi(match[1]);
+    } else if (std::regex_match(line, match, point)) {
+      report.points.push_back({!match[1].matched, std::stoi(match[2]), match[3], match[5]});
+    } else if (line.rfind("# ", 0) == 0) {
+      report.comments.push_back(line.substr(2));
+    } else {
+      throw std::runtime_error("no line of the protocol: " + line);
+    }
+  }
+  return report;
+}
+
+}  // namespace TarvexDiags::DiagctlTest

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace TarvexDiags::DiagctlTest {
+
+std::vector<std::string> linesOf(const std::string& text);
+
+/** A log, line by line. @throws if a line is no JSON. */
+std::vector<nlohmann::json> parseLines(const std::string& text);
+
+/** The contents of all artifacts of a kind, such as "testStepEnd". */
+std::vector<nlohmann::json> artifacts(const std::vector<nlohmann::json>& lines,
+                                      const std::string& kind);
+
+/** What is wrong with a log: lines with fields that are missing, unknown or of another type, counts
+    that do not rise by one, steps that do not begin and end once, references to nothing. */
+std::vector<std::string> faultsOf(const std::vector<nlohmann::json>& lines);
+
+/** A document of XML as {"tag", "attributes", "text", "children"}, read by Python's parser.
+    @throws if it is none. */
+nlohmann::json parseXml(const std::string& text);
+
+/** A point of the Test Anything Protocol. */
+struct Point {
+  bool isOk = false;
+  int number = 0;
+  std::string name;
+  std::string directive;  ///< "TODO ..." or "SKIP ...", empty for none
+};
+
+struct TapReport {
+  int version = 0;
+  int plan = -1;  ///< of the plan's line, which stands at the end; -1: there is none
+  std::vector<Point> points;
+  std::vector<std::string> comments;
+};
+
+/** @throws if a line is none of the protocol. */
+TapReport parseTap(const std::string& text);
+
+}  // namespace TarvexDiags::DiagctlTest
