@@ -45,7 +45,7 @@ ClientRun runClient(const std::string& arguments) {
 
 std::string textOf(const std::string& file) {
   std::ostringstream text;
-  text << std::ifstream(std::string(TARVEX_SOURCE_DIR) + "/" + file).rdbuf();
+  text << std::ifstream(TARVEX_SOURCE_DIR "/" + file).rdbuf();
   EXPECT_FALSE(text.str().empty()) << file;
   return text.str();
 }
