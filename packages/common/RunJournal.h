@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TarvexDiags::Common {
@@ -34,6 +35,11 @@ class RunJournal {
   /** @brief Reports one event. The parameters fill the variables of the event's text, in order. */
   virtual void report(Severity severity, unsigned int code,
                       std::vector<std::string> parameters) = 0;
+
+  /** @brief The same, for an event whose code says how severe it is. */
+  void report(unsigned int code, std::vector<std::string> parameters) {
+    report(severityOfCode(code), code, std::move(parameters));
+  }
 
   /** @brief How much of the run is done, in percent. */
   virtual void progress(unsigned int percent) = 0;

@@ -18,6 +18,8 @@ namespace TarvexDiags::Memory {
 
 namespace {
 
+using Common::durationOf;
+using Common::filesOf;
 using Common::RunJournal;
 using Common::SystemFiles;
 using PackageKit::Device;
@@ -31,16 +33,8 @@ constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 // Less than this is no test: it would stay in the caches.
 constexpr std::uint64_t leastMegabytes = 1;
 
-void tell(RunJournal& journal, unsigned int code, std::vector<std::string> parameters) {
-  journal.report(Common::severityOfCode(code), code, std::move(parameters));
-}
-
 // --- Devices and settings
 // --------------------------------------------------------------------------
-
-SystemFiles filesOf(const Device& device) {
-  return SystemFiles(device.property("systemRoot", "/"));
-}
 
 Node nodeOf(const Device& device) {
   Node node;
@@ -77,13 +71,6 @@ SizeLimits limitsOf(const Settings& settings, int test, bool quick) {
               std::min<std::uint64_t>(figure(settings, test, quick, "MarginPercent", 20), 100))};
 }
 
-std::chrono::milliseconds duration(const Settings& settings, int test, bool quick,
-                                   const std::string& key) {
-  const double full = settings.testNumber(test, key, 0);
-  const double seconds = quick ? settings.testNumber(test, "Quick" + key, full) : full;
-  return std::chrono::milliseconds(static_cast<long>(std::max(seconds, 0.0) * 1000));
-}
-
 TestOptions optionsOf(const TestContext& context) {
   const bool quick = context.quickMode();
   const int test = context.testId();
@@ -92,8 +79,8 @@ TestOptions optionsOf(const TestContext& context) {
   options.quick = quick;
   options.rounds = static_cast<int>(
       std::clamp<std::uint64_t>(figure(context.settings(), test, quick, "Rounds", 1), 1, 1000000));
-  options.hold = duration(context.settings(), test, quick, "HoldSeconds");
-  options.duration = duration(context.settings(), test, quick, "DurationSeconds");
+  options.hold = durationOf(context.settings(), test, quick, "HoldSeconds");
+  options.duration = durationOf(context.settings(), test, quick, "DurationSeconds");
   return options;
 }
 
@@ -130,10 +117,11 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   }
   const std::uint64_t bytes = testedBytes(*available + held, limits) / blockBytes * blockBytes;
   if (bytes < leastMegabytes * mebibyte) {
-    tell(journal, TooLittleMemory,
-         {context.device().name, megabytes(*available + held),
-          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
-              std::to_string(leastMegabytes)});
+    journal.report(
+        TooLittleMemory,
+        {context.device().name, megabytes(*available + held),
+         megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
+             std::to_string(leastMegabytes)});
     return nullptr;
   }
   // A little less than could be had now is no reason to map and populate anew.
@@ -156,15 +144,15 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   }
   context.throwIfStopped();
   const Region& region = *made->region;
-  tell(journal, RegionReady,
-       {context.device().name, megabytes(region.bytes()), std::to_string(made->team.size()),
-        bestKernels().name, megabytes(region.lockedBytes())});
+  journal.report(RegionReady, {context.device().name, megabytes(region.bytes()),
+                               std::to_string(made->team.size()), bestKernels().name,
+                               megabytes(region.lockedBytes())});
   for (const std::string& remark : region.remarks()) {
-    tell(journal, Remark, {context.device().name, remark});
+    journal.report(Remark, {context.device().name, remark});
   }
   for (const int cpu : made->team.refusedCpus()) {
-    tell(journal, Remark,
-         {context.device().name, "A thread could not be pinned to CPU " + std::to_string(cpu)});
+    journal.report(Remark, {context.device().name,
+                            "A thread could not be pinned to CPU " + std::to_string(cpu)});
   }
   kept = std::move(made);
   return kept.get();
@@ -209,11 +197,12 @@ class ContextObserver : public Observer {
 
   void miscompare(const Miscompare& fault) override {
     mFound = true;
-    tell(mJournal, MiscompareFound,
-         {mContext.device().name, hexadecimal(fault.virtualAddress),
-          fault.physicalAddress ? hexadecimal(*fault.physicalAddress) : std::string("UNKNOWN"),
-          hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
-          tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
+    mJournal.report(
+        MiscompareFound,
+        {mContext.device().name, hexadecimal(fault.virtualAddress),
+         fault.physicalAddress ? hexadecimal(*fault.physicalAddress) : std::string("UNKNOWN"),
+         hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
+         tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
   }
 
  private:
@@ -241,10 +230,10 @@ void reportCounters(const std::string& device, const ErrorCounters& before,
                     const ErrorCounters& after, RunJournal& journal) {
   for (const auto& [name, count] : after.since(before)) {
     if (count.uncorrected > 0) {
-      tell(journal, UncorrectedErrors, {device, name, std::to_string(count.uncorrected)});
+      journal.report(UncorrectedErrors, {device, name, std::to_string(count.uncorrected)});
     }
     if (count.corrected > 0) {
-      tell(journal, CorrectedErrors, {device, name, std::to_string(count.corrected)});
+      journal.report(CorrectedErrors, {device, name, std::to_string(count.corrected)});
     }
   }
 }
@@ -254,11 +243,11 @@ void reportResult(TestContext& context, const TestReport& report, RunJournal& jo
   const double rate =
       report.seconds > 0 ? static_cast<double>(report.bytesVerified) / report.seconds / 1e6 : 0;
   if (report.miscompares > 0) {
-    tell(journal, MiscompareTotal,
-         {device, std::to_string(report.miscompares), megabytes(report.bytesVerified)});
+    journal.report(MiscompareTotal,
+                   {device, std::to_string(report.miscompares), megabytes(report.bytesVerified)});
   }
-  tell(journal, MemoryVerified,
-       {device, megabytes(report.bytesVerified), std::to_string(static_cast<std::uint64_t>(rate))});
+  journal.report(MemoryVerified, {device, megabytes(report.bytesVerified),
+                                  std::to_string(static_cast<std::uint64_t>(rate))});
   context.measurement("verifiedRate", rate, "MB/s");
 }
 
@@ -289,7 +278,7 @@ PackageKit::Verdict NodeTest::run(TestContext& context) {
     ContextObserver observer(context, journal);
     Sweeper sweeper(*workbench->region, workbench->team, bestKernels(), observer,
                     injected ? &*injected : nullptr);
-    const TestReport report = runTest(mNumber, sweeper, optionsOf(context));
+    const TestReport report = runTest(number(), sweeper, optionsOf(context));
     reportCounters(device, before, ErrorCounters::read(files), journal);
     if (report.miscompares == 0) {
       context.throwIfStopped();
@@ -310,7 +299,7 @@ Support NodeTest::supports(const Device& device, const Environment&) const {
 }
 
 int NodeTest::estimate(const Device& device, const Environment& environment) const {
-  const int test = static_cast<int>(mNumber);
+  const int test = static_cast<int>(number());
   const auto available = availableBytes(filesOf(device), nodeOf(device));
   const std::uint64_t bytes =
       testedBytes(available.value_or(0), limitsOf(environment.settings, test, false));
@@ -328,9 +317,8 @@ int NodeTest::estimate(const Device& device, const Environment& environment) con
 }
 
 std::vector<Device> findNodeDevices(const Environment& environment) {
-  const std::string root = environment.settings.package("SystemRoot").value_or("/");
-  const std::string parent =
-      environment.resourceString.empty() ? "host" : environment.resourceString;
+  const std::string root = Common::systemRootOf(environment);
+  const std::string parent = Common::parentTagOf(environment);
   std::vector<Device> devices;
   for (const Node& node : findNodes(SystemFiles(root))) {
     Device device;

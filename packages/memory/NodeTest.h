@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "packagekit/PackageKit.h"
+#include "packages/common/SystemTest.h"
 #include "packages/memory/MemoryTests.h"
 #include "packages/memory/Nodes.h"
 
@@ -31,18 +32,15 @@ enum MemoryEvent : unsigned int {
  * Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
  * it), "bytes", "systemRoot" (where /sys and /proc lie).
  */
-class NodeTest : public PackageKit::Test {
+class NodeTest : public Common::SystemTest<TestNumber> {
  public:
-  explicit NodeTest(TestNumber number) : mNumber(number) {}
+  using SystemTest::SystemTest;
 
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
   int estimate(const PackageKit::Device& device,
                const PackageKit::Environment& environment) const override;
-
- private:
-  TestNumber mNumber;
 };
 
 /** @brief The devices of the package. */

@@ -15,6 +15,8 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
+using Common::durationOf;
+using Common::filesOf;
 using Common::RunJournal;
 using Common::SystemFiles;
 using PackageKit::Device;
@@ -22,14 +24,6 @@ using PackageKit::Environment;
 using PackageKit::Settings;
 using PackageKit::Support;
 using PackageKit::TestContext;
-
-void tell(RunJournal& journal, unsigned int code, std::vector<std::string> parameters) {
-  journal.report(Common::severityOfCode(code), code, std::move(parameters));
-}
-
-SystemFiles filesOf(const Device& device) {
-  return SystemFiles(device.property("systemRoot", "/"));
-}
 
 int coreOf(const Device& device) {
   return std::stoi(device.property("core", "0"));
@@ -42,12 +36,6 @@ bool isAllowed(int core) {
 
 int partnerOf(const Device& device) {
   return partnerOf(coreOf(device), findCores(filesOf(device)), Common::allowedCpus());
-}
-
-std::chrono::milliseconds durationOf(const Settings& settings, int test, bool quick) {
-  const double full = settings.testNumber(test, "DurationSeconds", 0);
-  const double seconds = quick ? settings.testNumber(test, "QuickDurationSeconds", full) : full;
-  return std::chrono::milliseconds(static_cast<long>(std::max(seconds, 0.0) * 1000));
 }
 
 /** Pins the test's thread to its core, and gives it back the CPUs that it had. */
@@ -76,9 +64,9 @@ class ContextObserver : public Observer {
     mContext.progress(static_cast<unsigned int>(share * 100));
   }
   void wrongResult(const WrongResult& result) override {
-    tell(mJournal, WrongResultFound,
-         {mContext.device().name, std::to_string(result.core), result.instructionClass,
-          result.operands, result.expected, result.found});
+    mJournal.report(WrongResultFound,
+                    {mContext.device().name, std::to_string(result.core), result.instructionClass,
+                     result.operands, result.expected, result.found});
   }
 
  private:
@@ -118,7 +106,7 @@ unsigned int codeOf(Trouble trouble) {
 void reportCounters(const std::string& device, const HealthCounters& before,
                     const HealthCounters& after, RunJournal& journal) {
   for (const auto& [name, count] : after.since(before)) {
-    tell(journal, codeOf(count.trouble), {device, name, std::to_string(count.value)});
+    journal.report(codeOf(count.trouble), {device, name, std::to_string(count.value)});
   }
 }
 
@@ -127,12 +115,11 @@ void reportResult(TestContext& context, const TestReport& report, std::size_t cl
   const std::string& device = context.device().name;
   const double share = report.seconds > 0 ? 100 * report.verifiedSeconds / report.seconds : 100;
   if (report.wrongResults > 0) {
-    tell(journal, WrongResultTotal,
-         {device, std::to_string(report.wrongResults), std::to_string(report.checkedResults)});
+    journal.report(WrongResultTotal, {device, std::to_string(report.wrongResults),
+                                      std::to_string(report.checkedResults)});
   }
-  tell(journal, CoreVerified,
-       {device, std::to_string(report.checkedResults), std::to_string(classes),
-        std::to_string(static_cast<int>(share))});
+  journal.report(CoreVerified, {device, std::to_string(report.checkedResults),
+                                std::to_string(classes), std::to_string(static_cast<int>(share))});
   context.measurement("verifiedShare", share, "%");
   context.measurement("verifiedTime", report.verifiedSeconds, "s");
   context.measurement("resultsCompared", static_cast<double>(report.checkedResults));
@@ -144,7 +131,7 @@ void reportMissing(const std::string& device, TestNumber number, RunJournal& jou
     names += (names.empty() ? "" : ", ") + name;
   }
   if (!names.empty()) {
-    tell(journal, ClassesMissing, {device, names});
+    journal.report(ClassesMissing, {device, names});
   }
 }
 
@@ -167,13 +154,14 @@ PackageKit::Verdict CoreTest::run(TestContext& context) {
     ContextObserver observer(context, journal);
     Verifier verifier(core, partner, context.seed(), observer, injected ? &fault : nullptr);
     const TestReport report = runTest(
-        mNumber, verifier, durationOf(context.settings(), context.testId(), context.quickMode()));
+        number(), verifier,
+        durationOf(context.settings(), context.testId(), context.quickMode(), "DurationSeconds"));
     reportCounters(device, before, HealthCounters::read(files, core), journal);
     if (report.wrongResults == 0) {
       context.throwIfStopped();
     }
-    reportMissing(device, mNumber, journal);
-    reportResult(context, report, availableChecks(mNumber).size(), journal);
+    reportMissing(device, number(), journal);
+    reportResult(context, report, availableChecks(number()).size(), journal);
   });
 }
 
@@ -182,13 +170,13 @@ Support CoreTest::supports(const Device& device, const Environment&) const {
   if (!isAllowed(core)) {
     return Support::no("this process may not run on core " + std::to_string(core));
   }
-  if (availableChecks(mNumber).empty()) {
+  if (availableChecks(number()).empty()) {
     return Support::no("the processor has none of the instructions");
   }
-  if (mNumber == TestNumber::Atomics && partnerOf(device) < 0) {
+  if (number() == TestNumber::Atomics && partnerOf(device) < 0) {
     return Support::no("there is no other core to work with");
   }
-  if (mNumber == TestNumber::SustainedLoad &&
+  if (number() == TestNumber::SustainedLoad &&
       !HealthCounters::read(filesOf(device), core).present()) {
     return Support::no("the kernel counts neither throttling nor machine checks of this core");
   }
@@ -196,14 +184,14 @@ Support CoreTest::supports(const Device& device, const Environment&) const {
 }
 
 int CoreTest::estimate(const Device&, const Environment& environment) const {
-  const auto duration = durationOf(environment.settings, static_cast<int>(mNumber), false);
+  const auto duration =
+      durationOf(environment.settings, static_cast<int>(number()), false, "DurationSeconds");
   return static_cast<int>(duration.count() / 1000) + 1;
 }
 
 std::vector<Device> findCoreDevices(const Environment& environment) {
-  const std::string root = environment.settings.package("SystemRoot").value_or("/");
-  const std::string parent =
-      environment.resourceString.empty() ? "host" : environment.resourceString;
+  const std::string root = Common::systemRootOf(environment);
+  const std::string parent = Common::parentTagOf(environment);
   std::vector<Device> devices;
   for (const Core& core : findCores(SystemFiles(root))) {
     const std::string component = "cpu" + std::to_string(core.number);

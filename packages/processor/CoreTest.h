@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "packagekit/PackageKit.h"
+#include "packages/common/SystemTest.h"
 #include "packages/processor/ProcessorTests.h"
 
 namespace TarvexDiags::Processor {
@@ -24,18 +25,15 @@ enum ProcessorEvent : unsigned int {
  * Properties of the device: "core" (the number of the logical processor), "systemRoot" (where /sys
  * and /proc lie).
  */
-class CoreTest : public PackageKit::Test {
+class CoreTest : public Common::SystemTest<TestNumber> {
  public:
-  explicit CoreTest(TestNumber number) : mNumber(number) {}
+  using SystemTest::SystemTest;
 
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
   int estimate(const PackageKit::Device& device,
                const PackageKit::Environment& environment) const override;
-
- private:
-  TestNumber mNumber;
 };
 
 /** @brief The devices of the package. */

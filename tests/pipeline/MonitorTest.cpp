@@ -401,13 +401,17 @@ TEST_F(MonitorTest, the_last_events_of_a_request_that_never_completes_are_draine
 /** A package that uses the controller's own lock exception, which each step of a poll bears. */
 class LockFailureTest : public MonitorTest {
  protected:
-  void failAt(Call call, int times) {
+  /** One request from queue to end, with a call of its package that throws so many times. */
+  void runWhileFailing(Call call, int times) {
+    harness.trace();
+    serial();
     alpha.on(call, [this, times](const CallRecord&) {
       if (++m_thrown <= times) {
         throw DiagCtrl::DiagCtrlMutexException(DiagCtrl::DiagCtrlBaseException::LockNotAcquired,
                                                __LINE__, __FILE__, "ALPHA");
       }
     });
+    ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
   }
   std::size_t traced() const {
     return TraceFile(harness.directory().path())
@@ -419,29 +423,20 @@ class LockFailureTest : public MonitorTest {
 };
 
 TEST_F(LockFailureTest, while_events_are_fetched_costs_the_events_of_that_poll) {
-  harness.trace();
-  serial();
-  failAt(Call::GetEvents, 1000);
-  ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
+  runWhileFailing(Call::GetEvents, 1000);
   EXPECT_THAT(harness.results(), ElementsAre("PASSED 1"));
   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("DROP_REQUEST_ON_COMPLETION I 1"));
   EXPECT_GE(traced(), 1U);
 }
 
 TEST_F(LockFailureTest, while_the_status_is_read_leaves_the_request_to_the_next_poll) {
-  harness.trace();
-  serial();
-  failAt(Call::GetStatus, 3);
-  ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
+  runWhileFailing(Call::GetStatus, 3);
   EXPECT_THAT(harness.results(), ElementsAre("PASSED 1"));
   EXPECT_EQ(traced(), 3U);
 }
 
 TEST_F(LockFailureTest, while_results_are_fetched_costs_the_results_without_a_trace) {
-  harness.trace();
-  serial();
-  failAt(Call::GetResults, 1);
-  ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
+  runWhileFailing(Call::GetResults, 1);
   EXPECT_THAT(harness.results(), IsEmpty());
   EXPECT_EQ(harness.statusOf(1), Request::COMPLETED);
   EXPECT_EQ(traced(), 0U);
