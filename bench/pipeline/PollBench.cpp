@@ -21,18 +21,8 @@
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/PrivateMember.h"
 
-namespace TarvexDiags::TestSupport {
-
-struct PollPendingTag {
-  using Member = void (DiagCtrl::MonitorThread::*)();
-};
-struct PollStartedTag {
-  using Member = void (DiagCtrl::MonitorThread::*)();
-};
-template struct PrivateMember<PollPendingTag, &DiagCtrl::MonitorThread::processLocalTRQueue>;
-template struct PrivateMember<PollStartedTag, &DiagCtrl::MonitorThread::processExecQueue>;
-
-}  // namespace TarvexDiags::TestSupport
+TARVEX_PRIVATE_MEMBER(PollPendingTag, DiagCtrl::MonitorThread::processLocalTRQueue);
+TARVEX_PRIVATE_MEMBER(PollStartedTag, DiagCtrl::MonitorThread::processExecQueue);
 
 namespace {
 
@@ -42,7 +32,6 @@ using TarvexDiags::Diag::DiagnosticResult;
 using TarvexDiags::Diag::DiagnosticSettings;
 using TarvexDiags::Diag::DiagnosticStatus;
 using TarvexDiags::TestSupport::ControllerHarness;
-using TarvexDiags::TestSupport::MemberOf;
 
 /** A test that is never over and answers at once. */
 class Endless final : public TarvexDiags::Diag::IDiagnostics {
@@ -83,9 +72,9 @@ void pollOfPendingRequests(benchmark::State& state) {
     requests.queueTestRequest(request);
     requests.pushBackTestRequestQueue(TestRequestManager::EXECUTION, request);
   }
-  (monitor.*MemberOf<TarvexDiags::TestSupport::PollStartedTag>::value)();
+  (monitor.*memberOf(PollStartedTag()))();
   for (auto _ : state) {
-    (monitor.*MemberOf<TarvexDiags::TestSupport::PollPendingTag>::value)();
+    (monitor.*memberOf(PollPendingTag()))();
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }

@@ -20,17 +20,7 @@
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 
-namespace TarvexDiags::Catalogue {
-
-struct ShutDownRequestTag {
-  using Member = bool DiagCtrl::DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::Catalogue
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Catalogue::ShutDownRequestTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mbShutDownRequest>;
+TARVEX_PRIVATE_MEMBER(ShutDownRequestTag, DiagCtrl::DiagnosticController::mbShutDownRequest);
 
 namespace TarvexDiags::Catalogue {
 namespace {

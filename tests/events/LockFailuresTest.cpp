@@ -24,64 +24,17 @@
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::DiagCtrl {
-
-// The locks that tests break, and the way to the record of the phase.
-struct StatusTag {
-  using Member = DiagControllerStatus* DiagnosticController::*;
-};
-struct SettingsLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct OwnSettingsLockTag {
-  using Member = DiagCtrlLock GlobalSettings::*;
-};
-struct EventListLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct ResultListLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct CtrlEventListLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct EventQueueLockTag {
-  using Member = DiagCtrlLock EventManager::*;
-};
-struct ResultQueueLockTag {
-  using Member = DiagCtrlLock EventManager::*;
-};
-struct CtrlEventQueueLockTag {
-  using Member = DiagCtrlLock EventManager::*;
-};
-struct ProgressLockTag {
-  using Member = DiagCtrlLock EventManager::*;
-};
-
-}  // namespace TarvexDiags::DiagCtrl
-
-namespace TarvexDiags::TestSupport {
-
-using DiagCtrl::DiagnosticController;
-using DiagCtrl::EventManager;
-
-template struct PrivateMember<DiagCtrl::StatusTag, &DiagnosticController::mpDiagCtrlStatus>;
-template struct PrivateMember<DiagCtrl::SettingsLockTag,
-                              &DiagnosticController::mmtxGlobalSettingsLock>;
-template struct PrivateMember<DiagCtrl::OwnSettingsLockTag,
-                              &DiagCtrl::GlobalSettings::mmtxGlobalSettLock>;
-template struct PrivateMember<DiagCtrl::EventListLockTag,
-                              &DiagnosticController::mmtxEvtCBObjListLock>;
-template struct PrivateMember<DiagCtrl::ResultListLockTag,
-                              &DiagnosticController::mmtxResCBObjListLock>;
-template struct PrivateMember<DiagCtrl::CtrlEventListLockTag,
-                              &DiagnosticController::mmtxCtrlEvtCBObjListLock>;
-template struct PrivateMember<DiagCtrl::EventQueueLockTag, &EventManager::mEventMutexLock>;
-template struct PrivateMember<DiagCtrl::ResultQueueLockTag, &EventManager::mResultMutexLock>;
-template struct PrivateMember<DiagCtrl::CtrlEventQueueLockTag, &EventManager::mCtrlEvtMutexLock>;
-template struct PrivateMember<DiagCtrl::ProgressLockTag, &EventManager::mProgressMutexLock>;
-
-}  // namespace TarvexDiags::TestSupport
+TARVEX_PRIVATE_MEMBER(StatusTag, DiagCtrl::DiagnosticController::mpDiagCtrlStatus);
+TARVEX_PRIVATE_MEMBER(SettingsLockTag, DiagCtrl::DiagnosticController::mmtxGlobalSettingsLock);
+TARVEX_PRIVATE_MEMBER(OwnSettingsLockTag, DiagCtrl::GlobalSettings::mmtxGlobalSettLock);
+TARVEX_PRIVATE_MEMBER(EventListLockTag, DiagCtrl::DiagnosticController::mmtxEvtCBObjListLock);
+TARVEX_PRIVATE_MEMBER(ResultListLockTag, DiagCtrl::DiagnosticController::mmtxResCBObjListLock);
+TARVEX_PRIVATE_MEMBER(CtrlEventListLockTag,
+                      DiagCtrl::DiagnosticController::mmtxCtrlEvtCBObjListLock);
+TARVEX_PRIVATE_MEMBER(EventQueueLockTag, DiagCtrl::EventManager::mEventMutexLock);
+TARVEX_PRIVATE_MEMBER(ResultQueueLockTag, DiagCtrl::EventManager::mResultMutexLock);
+TARVEX_PRIVATE_MEMBER(CtrlEventQueueLockTag, DiagCtrl::EventManager::mCtrlEvtMutexLock);
+TARVEX_PRIVATE_MEMBER(ProgressLockTag, DiagCtrl::EventManager::mProgressMutexLock);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {

@@ -25,32 +25,10 @@
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::DiagCtrl {
-
-struct ListOfEventsLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct ListOfResultsLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-struct ListOfCtrlEventsLockTag {
-  using Member = DiagCtrlLock DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::DiagCtrl
-
-namespace TarvexDiags::TestSupport {
-
-using DiagCtrl::DiagnosticController;
-
-template struct PrivateMember<DiagCtrl::ListOfEventsLockTag,
-                              &DiagnosticController::mmtxEvtCBObjListLock>;
-template struct PrivateMember<DiagCtrl::ListOfResultsLockTag,
-                              &DiagnosticController::mmtxResCBObjListLock>;
-template struct PrivateMember<DiagCtrl::ListOfCtrlEventsLockTag,
-                              &DiagnosticController::mmtxCtrlEvtCBObjListLock>;
-
-}  // namespace TarvexDiags::TestSupport
+TARVEX_PRIVATE_MEMBER(ListOfEventsLockTag, DiagCtrl::DiagnosticController::mmtxEvtCBObjListLock);
+TARVEX_PRIVATE_MEMBER(ListOfResultsLockTag, DiagCtrl::DiagnosticController::mmtxResCBObjListLock);
+TARVEX_PRIVATE_MEMBER(ListOfCtrlEventsLockTag,
+                      DiagCtrl::DiagnosticController::mmtxCtrlEvtCBObjListLock);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {

@@ -21,23 +21,8 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::DiagCtrl {
-
-// What the manager holds, for tests that look inside or break it.
-struct LockMapTag {
-  using Member = ResStrLockMap ResourceLockManager::*;
-};
-struct ShareMapTag {
-  using Member = ResStrShareMap ResourceLockManager::*;
-};
-
-}  // namespace TarvexDiags::DiagCtrl
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::DiagCtrl::LockMapTag, &TarvexDiags::DiagCtrl::ResourceLockManager::mResStrLockMap>;
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::DiagCtrl::ShareMapTag,
-    &TarvexDiags::DiagCtrl::ResourceLockManager::mResStrShareMap>;
+TARVEX_PRIVATE_MEMBER(LockMapTag, DiagCtrl::ResourceLockManager::mResStrLockMap);
+TARVEX_PRIVATE_MEMBER(ShareMapTag, DiagCtrl::ResourceLockManager::mResStrShareMap);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {

@@ -24,25 +24,14 @@
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::Lifecycle {
-
-using DiagCtrl::DiagControllerStatus;
-using DiagCtrl::DiagnosticController;
-
-struct AbortAllFlagTag {
-  using Member = bool DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::Lifecycle
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Lifecycle::AbortAllFlagTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mbAbortAllFlag>;
+TARVEX_PRIVATE_MEMBER(AbortAllFlagTag, DiagCtrl::DiagnosticController::mbAbortAllFlag);
 
 namespace TarvexDiags::Lifecycle {
 namespace {
 
+using DiagCtrl::DiagControllerStatus;
 using DiagCtrl::DiagCtrlConstants;
+using DiagCtrl::DiagnosticController;
 using DiagCtrl::GlobalSettings;
 using DiagCtrl::TestRequest;
 using Scripted::Call;

@@ -24,7 +24,23 @@
 #include "tests/support/CtrlEventTap.h"
 #include "tests/support/PrivateMember.h"
 
+TARVEX_PRIVATE_MEMBER(StatusTag, DiagCtrl::DiagnosticController::mpDiagCtrlStatus);
+TARVEX_PRIVATE_MEMBER(PhaseLock, DiagCtrl::DiagControllerStatus::mmtxDiagCtrlStatusLock);
+TARVEX_PRIVATE_MEMBER(PackagesLock, DiagCtrl::DiagnosticController::mmtxPackageVectorLock);
+TARVEX_PRIVATE_MEMBER(DisabledPackagesLock, DiagCtrl::DiagnosticController::mmtxDisPackageListLock);
+TARVEX_PRIVATE_MEMBER(DeviceStatusLock, DiagCtrl::DiagnosticController::mmtxDeviceStatusLock);
+TARVEX_PRIVATE_MEMBER(ProgressLock, DiagCtrl::DiagnosticController::mmtxProgressLock);
+TARVEX_PRIVATE_MEMBER(TestIdsLock, DiagCtrl::DiagnosticPackage::mmtxTestIdMapLock);
+TARVEX_PRIVATE_MEMBER(TestsLock, DiagCtrl::DiagnosticPackage::mmtxTestIdTestObjMapLock);
+TARVEX_PRIVATE_MEMBER(DevicesLock, DiagCtrl::DiagnosticPackage::mmtxDevIdDevObjectMapLock);
+TARVEX_PRIVATE_MEMBER(DeviceIdsLock, DiagCtrl::DiagnosticPackage::mmtxDeviceIdListLock);
+TARVEX_PRIVATE_MEMBER(EnabledTestsLock, DiagCtrl::DiagDevice::mmtxTestIdMapLock);
+TARVEX_PRIVATE_MEMBER(DisabledDevicesLock, DiagCtrl::PackageTestInfo::mmtxDisDeviceListLock);
+TARVEX_PRIVATE_MEMBER(SettingsLock, DiagCtrl::GlobalSettings::mmtxGlobalSettLock);
+TARVEX_PRIVATE_MEMBER(RequestsLock, DiagCtrl::TestRequestManager::mmtxTestReqIdMapLock);
+
 namespace TarvexDiags::Lifecycle {
+namespace {
 
 using DiagCtrl::DiagControllerStatus;
 using DiagCtrl::DiagDevice;
@@ -33,57 +49,6 @@ using DiagCtrl::DiagnosticPackage;
 using DiagCtrl::GlobalSettings;
 using DiagCtrl::PackageTestInfo;
 using DiagCtrl::TestRequestManager;
-
-/** A lock of a class; the number tells it from the others. */
-template <class Owner, int number = 0>
-struct LockOf {
-  using Member = DiagCtrl::DiagCtrlLock Owner::*;
-};
-typedef LockOf<DiagControllerStatus> PhaseLock;
-typedef LockOf<DiagnosticController, 1> PackagesLock;
-typedef LockOf<DiagnosticController, 2> DisabledPackagesLock;
-typedef LockOf<DiagnosticController, 3> DeviceStatusLock;
-typedef LockOf<DiagnosticController, 4> ProgressLock;
-typedef LockOf<DiagnosticPackage, 1> TestIdsLock;
-typedef LockOf<DiagnosticPackage, 2> TestsLock;
-typedef LockOf<DiagnosticPackage, 3> DevicesLock;
-typedef LockOf<DiagnosticPackage, 4> DeviceIdsLock;
-typedef LockOf<DiagDevice> EnabledTestsLock;
-typedef LockOf<PackageTestInfo> DisabledDevicesLock;
-typedef LockOf<GlobalSettings> SettingsLock;
-typedef LockOf<TestRequestManager> RequestsLock;
-
-struct StatusTag {
-  using Member = DiagControllerStatus* DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::Lifecycle
-
-namespace TarvexDiags::TestSupport {
-
-namespace L = Lifecycle;
-
-template struct PrivateMember<L::StatusTag, &L::DiagnosticController::mpDiagCtrlStatus>;
-template struct PrivateMember<L::PhaseLock, &L::DiagControllerStatus::mmtxDiagCtrlStatusLock>;
-template struct PrivateMember<L::PackagesLock, &L::DiagnosticController::mmtxPackageVectorLock>;
-template struct PrivateMember<L::DisabledPackagesLock,
-                              &L::DiagnosticController::mmtxDisPackageListLock>;
-template struct PrivateMember<L::DeviceStatusLock, &L::DiagnosticController::mmtxDeviceStatusLock>;
-template struct PrivateMember<L::ProgressLock, &L::DiagnosticController::mmtxProgressLock>;
-template struct PrivateMember<L::TestIdsLock, &L::DiagnosticPackage::mmtxTestIdMapLock>;
-template struct PrivateMember<L::TestsLock, &L::DiagnosticPackage::mmtxTestIdTestObjMapLock>;
-template struct PrivateMember<L::DevicesLock, &L::DiagnosticPackage::mmtxDevIdDevObjectMapLock>;
-template struct PrivateMember<L::DeviceIdsLock, &L::DiagnosticPackage::mmtxDeviceIdListLock>;
-template struct PrivateMember<L::EnabledTestsLock, &L::DiagDevice::mmtxTestIdMapLock>;
-template struct PrivateMember<L::DisabledDevicesLock, &L::PackageTestInfo::mmtxDisDeviceListLock>;
-template struct PrivateMember<L::SettingsLock, &L::GlobalSettings::mmtxGlobalSettLock>;
-template struct PrivateMember<L::RequestsLock, &L::TestRequestManager::mmtxTestReqIdMapLock>;
-
-}  // namespace TarvexDiags::TestSupport
-
-namespace TarvexDiags::Lifecycle {
-namespace {
-
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsNull;

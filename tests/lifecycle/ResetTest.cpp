@@ -16,17 +16,7 @@
 #include "tests/support/ThreadCreation.h"
 #include "tests/support/ThreadState.h"
 
-namespace TarvexDiags::Lifecycle {
-
-struct ResetRequestTag {
-  using Member = std::atomic<bool> DiagCtrl::DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::Lifecycle
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Lifecycle::ResetRequestTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mbResetRequest>;
+TARVEX_PRIVATE_MEMBER(ResetRequestTag, DiagCtrl::DiagnosticController::mbResetRequest);
 
 namespace TarvexDiags::Lifecycle {
 namespace {

@@ -29,45 +29,12 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::DiagCtrl {
-
-// The locks that tests break.
-struct TestsLockTag {
-  using Member = DiagCtrlLock DiagnosticPackage::*;
-};
-struct TestIdsLockTag {
-  using Member = DiagCtrlLock DiagnosticPackage::*;
-};
-struct DevicesLockTag {
-  using Member = DiagCtrlLock DiagnosticPackage::*;
-};
-struct DeviceIdsLockTag {
-  using Member = DiagCtrlLock DiagnosticPackage::*;
-};
-struct DisabledDevicesLockTag {
-  using Member = DiagCtrlLock PackageTestInfo::*;
-};
-struct EnabledTestsLockTag {
-  using Member = DiagCtrlLock DiagDevice::*;
-};
-
-}  // namespace TarvexDiags::DiagCtrl
-
-namespace TarvexDiags::TestSupport {
-
-using DiagCtrl::DiagnosticPackage;
-
-template struct PrivateMember<DiagCtrl::TestsLockTag, &DiagnosticPackage::mmtxTestIdTestObjMapLock>;
-template struct PrivateMember<DiagCtrl::TestIdsLockTag, &DiagnosticPackage::mmtxTestIdMapLock>;
-template struct PrivateMember<DiagCtrl::DevicesLockTag,
-                              &DiagnosticPackage::mmtxDevIdDevObjectMapLock>;
-template struct PrivateMember<DiagCtrl::DeviceIdsLockTag, &DiagnosticPackage::mmtxDeviceIdListLock>;
-template struct PrivateMember<DiagCtrl::DisabledDevicesLockTag,
-                              &DiagCtrl::PackageTestInfo::mmtxDisDeviceListLock>;
-template struct PrivateMember<DiagCtrl::EnabledTestsLockTag,
-                              &DiagCtrl::DiagDevice::mmtxTestIdMapLock>;
-
-}  // namespace TarvexDiags::TestSupport
+TARVEX_PRIVATE_MEMBER(TestsLockTag, DiagCtrl::DiagnosticPackage::mmtxTestIdTestObjMapLock);
+TARVEX_PRIVATE_MEMBER(TestIdsLockTag, DiagCtrl::DiagnosticPackage::mmtxTestIdMapLock);
+TARVEX_PRIVATE_MEMBER(DevicesLockTag, DiagCtrl::DiagnosticPackage::mmtxDevIdDevObjectMapLock);
+TARVEX_PRIVATE_MEMBER(DeviceIdsLockTag, DiagCtrl::DiagnosticPackage::mmtxDeviceIdListLock);
+TARVEX_PRIVATE_MEMBER(DisabledDevicesLockTag, DiagCtrl::PackageTestInfo::mmtxDisDeviceListLock);
+TARVEX_PRIVATE_MEMBER(EnabledTestsLockTag, DiagCtrl::DiagDevice::mmtxTestIdMapLock);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {

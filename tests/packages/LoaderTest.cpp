@@ -30,17 +30,7 @@
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::DiagCtrl {
-
-struct LoaderLockTag {
-  using Member = DiagCtrlLock DiagnosticPackageInterface::*;
-};
-
-}  // namespace TarvexDiags::DiagCtrl
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::DiagCtrl::LoaderLockTag,
-    &TarvexDiags::DiagCtrl::DiagnosticPackageInterface::mmtxLock>;
+TARVEX_PRIVATE_MEMBER(LoaderLockTag, DiagCtrl::DiagnosticPackageInterface::mmtxLock);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {

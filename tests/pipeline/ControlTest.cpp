@@ -12,12 +12,9 @@
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TraceFile.h"
 
-namespace TarvexDiags::TestSupport {
+TARVEX_PRIVATE_MEMBER(IdListTag, DiagCtrl::TestRequestManager::mTestRequestIdList);
 
-struct IdListTag {
-  using Member = DiagCtrl::TestRequestIdList DiagCtrl::TestRequestManager::*;
-};
-template struct PrivateMember<IdListTag, &DiagCtrl::TestRequestManager::mTestRequestIdList>;
+namespace TarvexDiags::TestSupport {
 
 namespace {
 

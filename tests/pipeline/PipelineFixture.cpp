@@ -2,26 +2,14 @@
 
 #include "tests/support/PrivateMember.h"
 
+TARVEX_PRIVATE_MEMBER(WorkerMapTag, DiagCtrl::ExecutionManagerThread::mExecutionThreadMap);
+TARVEX_PRIVATE_MEMBER(ManagerTag, DiagCtrl::DiagnosticController::mpTestRequestManager);
+TARVEX_PRIVATE_MEMBER(DispatcherTag, DiagCtrl::DiagnosticController::mpExecMgrThread);
+TARVEX_PRIVATE_MEMBER(MonitorTag, DiagCtrl::DiagnosticController::mpMoniThread);
+
 namespace TarvexDiags::TestSupport {
 
 using DiagCtrl::DiagnosticController;
-
-struct ManagerTag {
-  using Member = DiagCtrl::TestRequestManager* DiagnosticController::*;
-};
-struct DispatcherTag {
-  using Member = DiagCtrl::ExecutionManagerThread* DiagnosticController::*;
-};
-struct MonitorTag {
-  using Member = DiagCtrl::MonitorThread* DiagnosticController::*;
-};
-struct WorkerMapTag {
-  using Member = DiagCtrl::ExecutionThreadMap DiagCtrl::ExecutionManagerThread::*;
-};
-template struct PrivateMember<WorkerMapTag, &DiagCtrl::ExecutionManagerThread::mExecutionThreadMap>;
-template struct PrivateMember<ManagerTag, &DiagnosticController::mpTestRequestManager>;
-template struct PrivateMember<DispatcherTag, &DiagnosticController::mpExecMgrThread>;
-template struct PrivateMember<MonitorTag, &DiagnosticController::mpMoniThread>;
 
 DiagCtrl::TestRequestManager& PipelineTest::managers() {
   return *privateMember<ManagerTag>(harness.controller());

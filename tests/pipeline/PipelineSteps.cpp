@@ -20,12 +20,9 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/PrivateMember.h"
 
-namespace TarvexDiags::TestSupport {
+TARVEX_PRIVATE_MEMBER(ThreadEntryTag, DiagCtrl::DiagThread::proxyRun);
 
-struct ThreadEntryTag {
-  using Member = void* (*)(void*);
-};
-template struct PrivateMember<ThreadEntryTag, &DiagCtrl::DiagThread::proxyRun>;
+namespace TarvexDiags::TestSupport {
 
 namespace {
 
@@ -54,7 +51,7 @@ thread_local Actor sSelf = Actor::none;
 thread_local bool sIsActing = false;
 
 Actor actorOf(void* (*routine)(void*), void* argument) {
-  if (routine != MemberOf<ThreadEntryTag>::value || routine == nullptr) {
+  if (routine != memberOf(ThreadEntryTag()) || routine == nullptr) {
     return Actor::none;
   }
   auto* thread = static_cast<DiagCtrl::DiagThread*>(

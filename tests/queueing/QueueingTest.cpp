@@ -17,17 +17,7 @@
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
 
-namespace TarvexDiags::Queueing {
-
-struct PackageMapTag {
-  using Member = DiagCtrl::PackageMap DiagCtrl::DiagnosticController::*;
-};
-
-}  // namespace TarvexDiags::Queueing
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Queueing::PackageMapTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::mPackageMap>;
+TARVEX_PRIVATE_MEMBER(PackageMapTag, DiagCtrl::DiagnosticController::mPackageMap);
 
 namespace TarvexDiags::Queueing {
 namespace {

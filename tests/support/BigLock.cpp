@@ -2,12 +2,9 @@
 
 #include "tests/support/PrivateMember.h"
 
-namespace TarvexDiags::TestSupport {
+TARVEX_PRIVATE_MEMBER(BigLockTag, DiagCtrl::DiagnosticController::mmtxApiPhaseLock);
 
-struct BigLockTag {
-  using Member = DiagCtrl::DiagCtrlLock DiagCtrl::DiagnosticController::*;
-};
-template struct PrivateMember<BigLockTag, &DiagCtrl::DiagnosticController::mmtxApiPhaseLock>;
+namespace TarvexDiags::TestSupport {
 
 DiagCtrl::DiagCtrlLock& bigLockOf(DiagCtrl::DiagnosticController& controller) {
   return privateMember<BigLockTag>(controller);

@@ -8,6 +8,8 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "tests/support/PrivateMember.h"
 
+TARVEX_PRIVATE_MEMBER(PhaseLockTag, DiagCtrl::DiagControllerStatus::mmtxDiagCtrlStatusLock);
+
 namespace TarvexDiags::TestSupport {
 
 /** A lock that cannot be taken, which the library's own never is. */
@@ -46,12 +48,6 @@ class BrokenLock {
  private:
   void* m_place;
 };
-
-struct PhaseLockTag {
-  using Member = DiagCtrl::DiagCtrlLock DiagCtrl::DiagControllerStatus::*;
-};
-template struct PrivateMember<PhaseLockTag,
-                              &DiagCtrl::DiagControllerStatus::mmtxDiagCtrlStatusLock>;
 
 /** Whether the library asks which lock it holds. Fully optimised it does not: it knows its own. */
 inline bool locksCanBreak() {

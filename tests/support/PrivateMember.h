@@ -2,31 +2,34 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** The member that a tag stands for; filled before main by the tag's PrivateMember. */
-template <class Tag>
-struct MemberOf {
-  static inline typename Tag::Member value{};
-};
-
-/**
- * Opens a private member of a class to a test that must look inside, or break what no caller can.
- *
- *   struct CountTag { using Member = int Counter::*; };
- *   template struct TarvexDiags::TestSupport::PrivateMember<CountTag, &Counter::m_count>;
- *
- *   privateMember<CountTag>(counter) = -1;
- *
- * The tag stands in a namespace with a name. The explicit instantiation is the one place where the
- * language lets a private name be spelled.
- */
-template <class Tag, typename Tag::Member member>
+/** Says which member a tag stands for: found by the tag, with the member's own type. */
+template <class Tag, auto member>
 struct PrivateMember {
-  static inline const bool isFilled = (MemberOf<Tag>::value = member, true);
+  friend constexpr auto memberOf(Tag /*tag*/) { return member; }
 };
 
 template <class Tag, class Object>
 auto& privateMember(Object& object) {
-  return object.*MemberOf<Tag>::value;
+  return object.*memberOf(Tag());
 }
 
 }  // namespace TarvexDiags::TestSupport
+
+/**
+ * Opens a private member of a class to a test that must look inside, or break what no caller can.
+ * Stands outside of namespaces; the name is that of a type, one to a program.
+ *
+ *   TARVEX_PRIVATE_MEMBER(CountTag, DiagCtrl::Counter::m_count);
+ *
+ *   privateMember<CountTag>(counter) = -1;
+ *
+ * An explicit instantiation is the one place where the language lets a private name be spelled.
+ */
+#define TARVEX_PRIVATE_MEMBER(Tag, name)                  \
+  namespace TarvexDiags::TestSupport {                    \
+  struct Tag {                                            \
+    friend constexpr auto memberOf(Tag);                  \
+  };                                                      \
+  template struct PrivateMember<Tag, &TarvexDiags::name>; \
+  }                                                       \
+  using TarvexDiags::TestSupport::Tag

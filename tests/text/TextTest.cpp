@@ -13,17 +13,7 @@
 #include "tests/support/ControllerTest.h"
 #include "tests/support/PrivateMember.h"
 
-namespace TarvexDiags::Text {
-
-struct GenerateStringTag {
-  using Member = bool (DiagCtrl::DiagnosticController::*)(char*, DiagCtrl::ParamStringVector);
-};
-
-}  // namespace TarvexDiags::Text
-
-template struct TarvexDiags::TestSupport::PrivateMember<
-    TarvexDiags::Text::GenerateStringTag,
-    &TarvexDiags::DiagCtrl::DiagnosticController::generateString>;
+TARVEX_PRIVATE_MEMBER(GenerateStringTag, DiagCtrl::DiagnosticController::generateString);
 
 namespace TarvexDiags::Text {
 namespace {
@@ -406,7 +396,7 @@ TEST_F(TextTest, variables_stand_for_parameters) {
 
 TEST_F(TextTest, an_empty_text_stays_empty) {
   const auto buffer = std::make_unique<char[]>(DiagCtrlConstants::miSBuffSize);
-  const auto generate = TestSupport::MemberOf<GenerateStringTag>::value;
+  const auto generate = memberOf(GenerateStringTag());
   EXPECT_TRUE((controller().*generate)(buffer.get(), {"A", "B"}));
   EXPECT_STREQ(buffer.get(), "");
 }
