@@ -12,7 +12,7 @@ _diagctl_options() {
       echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
         "--profile --passes --quick"
       ;;
-    report) echo "--format -o --output" ;;
+    report) echo "--format -o --output --strict --exit-style" ;;
     selftest) echo "--packages" ;;
     "") echo "--version" ;;
   esac

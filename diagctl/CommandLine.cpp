@@ -59,11 +59,24 @@ void addSelection(CLI::App& command, SelectionPatterns& patterns) {
   command.add_option("--exclude-test", patterns.excludedTests, "Tests to leave out");
 }
 
-void addFormats(CLI::App& command, std::string& format, std::vector<std::string>& outputs) {
-  command.add_option("--format", format, "Format on standard output: text, jsonl, junit or tap")
+/// How a run is told, and its outcome.
+void addReporting(CLI::App& command, ReportingOptions& options) {
+  command
+      .add_option("--format", options.format,
+                  "Format on standard output: text, jsonl, junit or tap")
       ->check(CLI::IsMember({"text", "jsonl", "junit", "tap"}));
-  command.add_option("-o,--output", outputs, "FORMAT=FILE; may be repeated; - is standard output")
+  command
+      .add_option("-o,--output", options.outputs,
+                  "FORMAT=FILE; may be repeated; - is standard output")
       ->check([](const std::string& specification) { return findFault({specification}); });
+  command.add_flag("--strict", options.isStrict, "A warning counts as no verdict");
+  command
+      .add_option("--exit-style", options.exitStyle,
+                  "Exit codes for a monitor: plain, nagios or npd")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, ExitStyle>{
+              {"plain", ExitStyle::plain}, {"nagios", ExitStyle::nagios}, {"npd", ExitStyle::npd}},
+          CLI::ignore_case));
 }
 
 /// What settles how long tests take.
@@ -118,16 +131,8 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   command.add_flag("--dry-run", options.isDryRun, "Only tell what would run");
   command.add_option("--seed", options.run.seed, "Seed of the tests' random values")
       ->check(CLI::Range(1L, std::numeric_limits<long>::max()));
-  addFormats(command, options.format, options.outputs);
+  addReporting(command, options.reporting);
   command.add_flag("-q,--quiet", options.isQuiet, "No progress");
-  command.add_flag("--strict", options.isStrict, "A warning counts as no verdict");
-  command
-      .add_option("--exit-style", options.exitStyle,
-                  "Exit codes for a monitor: plain, nagios or npd")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, ExitStyle>{
-              {"plain", ExitStyle::plain}, {"nagios", ExitStyle::nagios}, {"npd", ExitStyle::npd}},
-          CLI::ignore_case));
 }
 
 int list(const GlobalOptions& global, const ListOptions& options) {
@@ -237,8 +242,8 @@ class CommandLine {
     try {
       std::vector<std::string> rest(m_arguments.rbegin(), m_arguments.rend() - 1);
       m_app.parse(rest);
-      requireSound(findFault(m_run.outputs));
-      requireSound(findFault(m_report.outputs, m_report.log));
+      requireSound(findFault(m_run.reporting.outputs));
+      requireSound(findFault(m_report.reporting.outputs, m_report.log));
     } catch (const CLI::ParseError& failure) {
       return m_app.exit(failure) == 0 ? ExitCode::passed : ExitCode::usage;
     }
@@ -301,7 +306,7 @@ class CommandLine {
                               "  diagctl report run.jsonl --format junit > run.xml",
                               [this] { return carryOutReport(m_report); });
     reporting.add_option("log", m_report.log, "A file that run wrote as jsonl")->required();
-    addFormats(reporting, m_report.format, m_report.outputs);
+    addReporting(reporting, m_report.reporting);
     add("check", "Tell every problem of the configuration and the packages",
         "  diagctl check\n  diagctl check --config control.cfg",
         [this] { return check(m_global); });

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "diagctl/Interruption.h"
+
 namespace TarvexDiags::DiagCtl {
 
 namespace {
@@ -67,6 +69,7 @@ Configuration Configuration::make(const fs::path& packages) {
   const fs::path directory = makeTemporaryDirectory();
   Configuration made((directory / "control.cfg").string());
   made.m_madeDirectory = directory;
+  Interruption::removeWhenLeaving(directory.string());
   std::ofstream file(made.m_path);
   file << embeddedControlFile(packages, directory);
   file.close();
@@ -84,6 +87,7 @@ Configuration::~Configuration() {
   if (!m_madeDirectory.empty()) {
     std::error_code ignored;
     fs::remove_all(m_madeDirectory, ignored);
+    Interruption::removeWhenLeaving("");
   }
 }
 

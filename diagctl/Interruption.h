@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "diagctl/Runner.h"
 
 namespace TarvexDiags::DiagCtl {
@@ -10,6 +12,9 @@ namespace Interruption {
 
 /// Catches the signals from now on.
 void begin();
+/// A directory that is removed when a signal ends the program at once; the last one named counts.
+/// @param directory empty for none.
+void removeWhenLeaving(const std::string& directory);
 /// What signals and keys want of the run.
 RunRequests& requests();
 /// The signal that came, 0 for none.

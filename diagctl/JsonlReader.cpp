@@ -9,6 +9,7 @@
 #include <ctime>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -181,10 +182,10 @@ class RunParser {
       return toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes);
     }
     if (artifact.contains("testStepEnd")) {
-      return StepEnded{stepId, statusOf(artifact["testStepEnd"])};
+      return StepEnded{stepId, statusOf(artifact["testStepEnd"]), m_aborted.contains(stepId)};
     }
     if (artifact.contains("extension")) {
-      takeExtension(artifact["extension"]);
+      takeExtension(stepId, artifact["extension"]);
       return std::nullopt;
     }
     if (artifact.contains("diagnosis")) {
@@ -229,14 +230,18 @@ class RunParser {
     return std::nullopt;
   }
 
-  void takeExtension(const Json& extension) {
-    if (textOf(extension, "name") == "pass") {
+  void takeExtension(const std::string& stepId, const Json& extension) {
+    const std::string name = textOf(extension, "name");
+    if (name == "pass") {
       m_pass = extension.at("content").value("number", 1);
+    } else if (name == "aborted") {
+      m_aborted.insert(stepId);
     }
   }
 
   int m_passes = 1;  ///< of each test of the run
   int m_pass = 1;    ///< of the next diagnosis
+  std::set<std::string> m_aborted;
 };
 
 }  // namespace

@@ -175,6 +175,11 @@ Json passOf(const StepDiagnosis& diagnosis) {
               {{"name", "pass"}, {"content", {{"number", diagnosis.pass}}}});
 }
 
+// The format has one status for what was aborted and for what could not run.
+Json abortOf(const StepEnded& ended) {
+  return step(ended.stepId, "extension", {{"name", "aborted"}, {"content", Json::object()}});
+}
+
 }  // namespace
 
 std::string toTimestamp(std::chrono::system_clock::time_point time) {
@@ -196,6 +201,10 @@ void JsonlReporter::handle(const RunEvent& event) {
   }
   if (const auto* diagnosis = std::get_if<StepDiagnosis>(&event.body)) {
     write(timestamp, stepArtifact, passOf(*diagnosis));
+  }
+  if (const auto* ended = std::get_if<StepEnded>(&event.body);
+      ended != nullptr && ended->isAborted) {
+    write(timestamp, stepArtifact, abortOf(*ended));
   }
   Artifact artifact = std::visit(ToArtifact(), event.body);
   if (!artifact.content.is_null()) {

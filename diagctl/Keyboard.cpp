@@ -23,6 +23,8 @@ Keyboard::Keyboard(std::function<void(char)> onKey) : m_onKey(std::move(onKey)) 
   }
   termios settings = oldSettings;
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  // Or a typed interrupt would throw away what is told of it just then.
+  settings.c_lflag |= static_cast<tcflag_t>(NOFLSH);
   if (tcsetattr(STDIN_FILENO, TCSANOW, &settings) != 0) {
     return;
   }

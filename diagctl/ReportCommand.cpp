@@ -1,13 +1,14 @@
 #include "diagctl/ReportCommand.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
+#include <vector>
 
 #include "diagctl/ExitStatus.h"
 #include "diagctl/JsonlReader.h"
@@ -20,6 +21,7 @@ namespace {
 
 RunSummary summaryOf(const RunRecord& record) {
   using Outcome = StepRecord::Outcome;
+  const std::vector<const StepRecord*> steps = record.steps();
   OutcomeSums sums = record.sums();
   RunSummary summary;
   summary.passed = sums[Outcome::passed];
@@ -27,29 +29,31 @@ RunSummary summaryOf(const RunRecord& record) {
   summary.warned = sums[Outcome::warning];
   summary.troubled = sums[Outcome::trouble];
   summary.skipped = sums[Outcome::skipped];
+  summary.aborted = static_cast<std::size_t>(
+      std::count_if(steps.begin(), steps.end(), [](const StepRecord* step) {
+        return step->isAborted && step->outcome() == Outcome::skipped;
+      }));
+  summary.skipped -= summary.aborted;
   return summary;
 }
 
 // A run that ended without a result for all, or did not end, has no verdict on what it left out.
-int exitCodeOf(const RunRecord& record) {
-  const RunSummary summary = summaryOf(record);
-  const int code = exitCodeOf(summary, {.failedPackages = record.troubles().size()});
+int exitCodeOf(const RunRecord& record, const RunSummary& summary, bool isStrict) {
+  const int code =
+      exitCodeOf(summary, {.failedPackages = record.troubles().size(), .isStrict = isStrict});
   const bool isWhole = record.hasEnded() && record.end().status == RunStatus::complete;
   return code == ExitCode::passed && !isWhole ? ExitCode::noVerdict : code;
 }
 
-}  // namespace
-
-int carryOutReport(const ReportCommandOptions& options) {
+int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   errno = 0;
   std::ifstream in(options.log);
   if (!in) {
     throw std::system_error(errno, std::generic_category(), options.log);
   }
   JsonlReader reader(in, options.log);
-  Outputs outputs(options.outputs, options.format, false);
-  int code = ExitCode::nothingRan;
-  bool hasRun = false;
+  Outputs outputs(options.reporting.outputs, formatOf(options.reporting), false);
+  std::optional<int> code;
   for (bool isRead = true; isRead;) {
     RunRecord record;
     isRead = reader.readRun([&](const RunEvent& event) {
@@ -57,18 +61,21 @@ int carryOutReport(const ReportCommandOptions& options) {
       outputs.handle(event);
     });
     if (isRead) {
-      hasRun = true;
-      code = exitCodeOf(record);
+      summary = summaryOf(record);
+      code = exitCodeOf(record, summary, options.reporting.isStrict);
     }
   }
-  if (!hasRun) {
+  if (!code) {
     throw std::runtime_error(fmt::format("{}: holds no run", options.log));
   }
-  outputs.finish();
-  for (const std::string& failure : outputs.failures()) {
-    fmt::print(std::cerr, "diagctl: {}\n", failure);
-  }
-  return outputs.failures().empty() || code != ExitCode::passed ? code : ExitCode::noVerdict;
+  return finish(outputs, *code);
+}
+
+}  // namespace
+
+int carryOutReport(const ReportCommandOptions& options) {
+  return carryOutInStyle(options.reporting,
+                         [&](RunSummary& summary) { return reportRuns(options, summary); });
 }
 
 }  // namespace TarvexDiags::DiagCtl

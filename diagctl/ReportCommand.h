@@ -1,14 +1,14 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+#include "diagctl/Reporting.h"
 
 namespace TarvexDiags::DiagCtl {
 
 struct ReportCommandOptions {
   std::string log;  ///< a file that run wrote in the format jsonl
-  std::string format = "text";
-  std::vector<std::string> outputs;  ///< FORMAT=FILE
+  ReportingOptions reporting;
 };
 
 /// The verb report: tells each run of the log. @return the exit code of the last one.

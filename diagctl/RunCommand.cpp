@@ -1,12 +1,10 @@
 #include "diagctl/RunCommand.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <exception>
 #include <functional>
 #include <iostream>
 #include <mutex>
@@ -18,7 +16,6 @@
 #include "diagctl/Listing.h"
 #include "diagctl/Machine.h"
 #include "diagctl/Output.h"
-#include "diagctl/Printable.h"
 #include "diagctl/Progress.h"
 #include "diagctl/Runner.h"
 #include "diagctl/Safety.h"
@@ -31,13 +28,6 @@ namespace {
 bool isColoured(int descriptor) {
   const char* noColour = std::getenv("NO_COLOR");
   return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
-}
-
-std::string formatOf(const RunCommandOptions& options) {
-  if (!options.format.empty()) {
-    return options.format;
-  }
-  return options.exitStyle == ExitStyle::plain ? "text" : summaryFormat;
 }
 
 std::function<void(char)> keysFor(Progress& progress, std::mutex& mutex) {
@@ -124,7 +114,6 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
   if (!options.isQuiet) {
     progress.finish();
   }
-  outputs.finish();
   return summary;
 }
 
@@ -155,43 +144,21 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
-  Outputs outputs(options.outputs, formatOf(options), isColoured(STDOUT_FILENO));
+  const ReportingOptions& reporting = options.reporting;
+  Outputs outputs(reporting.outputs, formatOf(reporting), isColoured(STDOUT_FILENO));
   summary = runPlan(options, session, plan, outputs);
-  for (const std::string& failure : outputs.failures()) {
-    fmt::print(std::cerr, "diagctl: {}\n", failure);
-  }
-  if (Interruption::signal() != 0) {
-    return ExitCode::signalBase + Interruption::signal();
-  }
-  const int code = exitCodeOf(summary, {.failedPackages = session.failedPackages(),
-                                        .hasUnmatchedPattern = !isMatched,
-                                        .isStrict = options.isStrict});
-  const bool isTold = outputs.failures().empty();
-  return isTold || code != ExitCode::passed ? code : ExitCode::noVerdict;
-}
-
-// A monitor reads the first line of standard output, whatever became of the run.
-int tellMonitor(const RunCommandOptions& options, const std::exception& failure) {
-  fmt::print(std::cerr, "diagctl: {}\n", failure.what());
-  if (formatOf(options) == summaryFormat) {
-    fmt::print(std::cout, "DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
-  }
-  return ExitCode::noVerdict;
+  const int code = finish(outputs, exitCodeOf(summary, {.failedPackages = session.failedPackages(),
+                                                        .hasUnmatchedPattern = !isMatched,
+                                                        .isStrict = reporting.isStrict}));
+  return Interruption::signal() == 0 ? code : ExitCode::signalBase + Interruption::signal();
 }
 
 }  // namespace
 
 int carryOutRun(const RunCommandOptions& options) {
   Interruption::begin();
-  RunSummary summary;
-  try {
-    return translate(runSelected(options, summary), summary, options.exitStyle);
-  } catch (const std::exception& failure) {
-    if (options.exitStyle == ExitStyle::plain) {
-      throw;
-    }
-    return translate(tellMonitor(options, failure), summary, options.exitStyle);
-  }
+  return carryOutInStyle(options.reporting,
+                         [&](RunSummary& summary) { return runSelected(options, summary); });
 }
 
 }  // namespace TarvexDiags::DiagCtl

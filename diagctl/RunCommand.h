@@ -2,10 +2,9 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "DiagCtrl/GlobalSettings.h"
-#include "diagctl/ExitStatus.h"
+#include "diagctl/Reporting.h"
 #include "diagctl/RunPlan.h"
 #include "diagctl/Selection.h"
 
@@ -22,12 +21,9 @@ struct RunCommandOptions {
   std::optional<DiagCtrl::GlobalSettings::diagMode> mode;
   std::optional<std::size_t> expectedDevices;
   bool isDryRun = false;
-  std::string format;                ///< of standard output; empty: as the exit style has it
-  std::vector<std::string> outputs;  ///< FORMAT=FILE
+  ReportingOptions reporting;
   bool isQuiet = false;
-  bool isStrict = false;
   bool allowsInsecure = false;
-  ExitStyle exitStyle = ExitStyle::plain;
 };
 
 /// The verb run. @return the exit code.

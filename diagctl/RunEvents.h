@@ -96,6 +96,7 @@ struct StepTrouble {
 struct StepEnded {
   std::string stepId;
   RunStatus status = RunStatus::complete;
+  bool isAborted = false;  ///< by a person, a signal or the total time
 };
 
 /// Trouble or news that belongs to no step.

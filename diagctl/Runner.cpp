@@ -547,7 +547,7 @@ void Runner::end(Step& step) {
   } else if ((step.isAborted || step.isNotPossible) && !step.hasFailed) {
     status = RunStatus::skip;
   }
-  tell(StepEnded{step.id, status});
+  tell(StepEnded{step.id, status, step.isAborted});
 }
 
 RunSummary Runner::summarise() const {

@@ -52,6 +52,7 @@ struct IntoStep {
   void operator()(const StepEnded& ended) const {
     step.hasEnded = true;
     step.status = ended.status;
+    step.isAborted = ended.isAborted;
     if (ended.status == RunStatus::skip && step.findings.empty()) {
       addOnce(step.findings, step.news);  // the reason
     }

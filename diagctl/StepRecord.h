@@ -25,6 +25,7 @@ struct StepRecord {
   bool hasWarning = false;
   bool hasTrouble = false;
   bool hasEnded = false;
+  bool isAborted = false;
   RunStatus status = RunStatus::complete;
 
   Outcome outcome() const;

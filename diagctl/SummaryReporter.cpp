@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <variant>
 
 #include "diagctl/Printable.h"
 
@@ -36,6 +37,13 @@ std::string firstFinding(const RunRecord& record, Outcome outcome) {
 }
 
 }  // namespace
+
+void SummaryReporter::handle(const RunEvent& event) {
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    m_record = RunRecord();
+  }
+  m_record.handle(event);
+}
 
 void SummaryReporter::finish() {
   const OutcomeSums sums = m_record.sums();

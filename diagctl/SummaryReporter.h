@@ -7,13 +7,14 @@
 
 namespace TarvexDiags::DiagCtl {
 
-/// One line for monitors that read no more: the state, the sums, and what was found first.
+/// One line for monitors that read no more: the state, the sums, and what was found first. Of
+/// several runs it tells the last.
 class SummaryReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
   explicit SummaryReporter(std::ostream& out) : m_out(out) {}
 
-  void handle(const RunEvent& event) override { m_record.handle(event); }
+  void handle(const RunEvent& event) override;
   void finish() override;
 
  private:

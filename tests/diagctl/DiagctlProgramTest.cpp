@@ -22,8 +22,10 @@ namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::AnyOf;
 using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
@@ -331,6 +333,48 @@ TEST_F(Diagctl, monitors_take_trouble_for_unknown_and_never_for_a_failure) {
   EXPECT_EQ(outcome.exitCode, 3);
   EXPECT_THAT(linesOf(outcome.out), ElementsAre(StartsWith("DIAGCTL UNKNOWN: starting with")));
   EXPECT_EQ(codeOf({}, "npd", "Long"), 2);
+}
+
+TEST_F(Diagctl, a_report_judges_as_its_run_did) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  struct Case {
+    const char* test;
+    std::vector<std::string> judgement;
+    int code;
+  };
+  for (const Case& each : std::vector<Case>{{"Good", {}, passed},
+                                            {"Weak", {}, passed},
+                                            {"Weak", {"--strict"}, noVerdict},
+                                            {"Weak", {"--exit-style", "nagios"}, 1},
+                                            {"Bad", {"--exit-style", "nagios"}, 2},
+                                            {"Bad", {"--exit-style", "npd"}, 1},
+                                            {"Silent", {"--exit-style", "nagios"}, 3},
+                                            {"Silent", {"--exit-style", "npd"}, 2}}) {
+    std::vector<std::string> running = {"run", "-q",      "-d", "2",
+                                        "-t",  each.test, "-o", "jsonl=" + log};
+    std::vector<std::string> reporting = {"report", log};
+    running.insert(running.end(), each.judgement.begin(), each.judgement.end());
+    reporting.insert(reporting.end(), each.judgement.begin(), each.judgement.end());
+    const Outcome live = run(running);
+    const Outcome report = diagctl(reporting);
+    EXPECT_EQ(live.exitCode, each.code) << each.test;
+    EXPECT_EQ(report.exitCode, each.code) << each.test;
+    EXPECT_THAT(report.out, EndsWith(live.out));
+  }
+  const Outcome line = diagctl({"report", log, "--exit-style", "nagios"});
+  EXPECT_THAT(linesOf(line.out), ElementsAre(StartsWith("DIAGCTL UNKNOWN: 1 without a verdict")));
+  const Outcome lost = diagctl({"report", place.path("none"), "--exit-style", "nagios"});
+  EXPECT_EQ(lost.exitCode, 3);
+  EXPECT_THAT(linesOf(lost.out), ElementsAre(StartsWith("DIAGCTL UNKNOWN: " + place.path("none"))));
+}
+
+TEST_F(Diagctl, a_report_of_an_aborted_run_has_no_verdict_as_the_run_had_none) {
+  addSlowPackage();
+  const std::string log = place.path("run.jsonl");
+  EXPECT_EQ(run({"run", "--total-time", "1s", "-o", "jsonl=" + log}).exitCode, noVerdict);
+  EXPECT_EQ(diagctl({"report", log}).exitCode, noVerdict);
+  EXPECT_THAT(faultsOf(parseLines(contentsOf(log))), IsEmpty());
 }
 
 // ---- Usage -----------------------------------------------------------------------------------
@@ -701,6 +745,25 @@ TEST_P(DiagctlSignals, the_second_leaves_at_once_and_writes_no_half_report) {
   program.signal(GetParam());
   EXPECT_EQ(program.finish(std::chrono::seconds(10)).exitCode, 128 + GetParam());
   EXPECT_EQ(contentsOf(place.path("run.tap")), "the old report\n");
+}
+
+TEST_F(Diagctl, a_run_left_at_once_leaves_nothing_in_the_directory_for_temporary_files) {
+  const std::string directory = place.path("temporary");
+  fs::create_directory(directory);
+  Program::Options options;
+  options.environment["TMPDIR"] = directory;
+  Program program({"--allow-insecure", "run", "-p", "processor", "-t", "Integer arithmetic",
+                   "--passes", "1000000", "--time", "10m"},
+                  options);
+  ASSERT_TRUE(program.waitFor("running  "));
+  EXPECT_FALSE(fs::is_empty(directory));
+  for (const int number : {SIGSTOP, SIGINT, SIGTERM, SIGCONT}) {
+    program.signal(number);  // so that two come at once
+  }
+  const Outcome outcome = program.finish(std::chrono::seconds(10));
+  EXPECT_THAT(outcome.exitCode, AnyOf(128 + SIGINT, 128 + SIGTERM));
+  EXPECT_THAT(outcome.out, Not(HasSubstr("skipped")));
+  EXPECT_TRUE(fs::is_empty(directory));
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, DiagctlSignals, ::testing::Values(SIGINT, SIGTERM, SIGHUP));

@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -166,6 +168,8 @@ std::vector<RunEvent> wholeRun() {
           {time, StepTrouble{"1", "worker-crashed", "It crashed.", "Run it again."}},
           {time, StepDiagnosis{"1", Verdict::fail, "bit-flip", "A: b", "Replace it.", "1-1", 2}},
           {time, StepEnded{"1", RunStatus::error}},
+          {time, StepStarted{"2", "Storage", "Disk", "Write", "1-1", 1}},
+          {time, StepEnded{"2", RunStatus::skip, true}},
           {time, RunMessage{Severity::information, "all told"}},
           {time, RunTrouble{"package-not-loaded", "lost"}},
           {time, RunEnded{RunStatus::complete, RunResult::fail}}};
@@ -194,6 +198,8 @@ TEST(Log, reads_back_as_it_was_written) {
   const auto diagnosis = std::get<StepDiagnosis>(fromLog(log)[5].body);
   EXPECT_EQ(diagnosis.action, "Replace it.");
   EXPECT_EQ(diagnosis.pass, 2);
+  EXPECT_FALSE(std::get<StepEnded>(fromLog(log)[6].body).isAborted);
+  EXPECT_TRUE(std::get<StepEnded>(fromLog(log)[8].body).isAborted);
 }
 
 TEST(Log, stays_valid_whatever_bytes_a_package_writes) {
@@ -283,6 +289,19 @@ TEST(ControlFile, comes_from_the_option_then_the_user_then_the_system) {
   EXPECT_EQ(found(), ofSystem);
   const std::string ofHome = add("home/.config");
   EXPECT_EQ(found(), ofHome);
+}
+
+TEST(ConfigurationDeathTest, nothing_of_a_made_one_is_left_when_a_signal_ends_the_program) {
+  const TestSupport::TemporaryDirectory place;
+  ASSERT_EQ(setenv("TMPDIR", place.path().c_str(), 1), 0);
+  const auto makeAndEnd = [](int number) {
+    const Configuration made = Configuration::make("/packages");
+    raise(number);
+  };
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    EXPECT_EXIT(makeAndEnd(number), ::testing::ExitedWithCode(128 + number), "");
+    EXPECT_TRUE(fs::is_empty(place.path())) << number;
+  }
 }
 
 // ---- Texts from anywhere -----------------------------------------------------------------------
