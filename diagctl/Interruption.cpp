@@ -28,7 +28,8 @@ char directoryToRemove[PATH_MAX] = "";
     const char text[] = {static_cast<char>('0' + code / 100),
                          static_cast<char>('0' + code / 10 % 10),
                          static_cast<char>('0' + code % 10), '\0'};
-    execl("/bin/sh", "sh", "-c", R"(rm -rf -- "$0"; exit "$1")", directoryToRemove, text, nullptr);
+    execl("/bin/sh", "sh", "-c", R"(/bin/rm -rf -- "$0"; exit "$1")", directoryToRemove, text,
+          nullptr);
   }
   _exit(code);
 }
@@ -47,7 +48,11 @@ void catchSignals() {
   action.sa_flags = SA_RESTART;  // a write that is cut short would cost all that is written later
   sigemptyset(&action.sa_mask);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaction(number, &action, nullptr);
+    struct sigaction present = {};
+    sigaction(number, nullptr, &present);
+    if (present.sa_handler != SIG_IGN) {  // nohup and the like ask for that
+      sigaction(number, &action, nullptr);
+    }
   }
 }
 

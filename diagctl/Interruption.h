@@ -7,7 +7,8 @@
 namespace TarvexDiags::DiagCtl {
 
 /// Interrupt, end and hang-up signals: the first ends the run in order, the second leaves at once.
-/// A closed pipe is told by the write that fails, so that the run still ends in order.
+/// A closed pipe is told by the write that fails, so that the run still ends in order. A signal
+/// that the program was started to ignore, as by nohup, stays ignored.
 namespace Interruption {
 
 /// Catches the signals from now on.

@@ -21,7 +21,6 @@ using Common::RunJournal;
 using Common::SystemFiles;
 using PackageKit::Device;
 using PackageKit::Environment;
-using PackageKit::Settings;
 using PackageKit::Support;
 using PackageKit::TestContext;
 

@@ -747,6 +747,16 @@ TEST_P(DiagctlSignals, the_second_leaves_at_once_and_writes_no_half_report) {
   EXPECT_EQ(contentsOf(place.path("run.tap")), "the old report\n");
 }
 
+TEST_P(DiagctlSignals, one_that_was_ignored_from_the_start_stays_so) {
+  place.addPackage("SHORT", {{.name = "Brief", .milliseconds = 1000}}, {{"One", "bus/one"}});
+  Program::Options options;
+  options.ignoredSignal = GetParam();
+  Program program(withControlFile({"run"}), options);
+  ASSERT_TRUE(program.waitFor("running  Package SHORT: Brief"));
+  program.signal(GetParam());
+  EXPECT_EQ(program.finish().exitCode, passed);
+}
+
 TEST_F(Diagctl, a_run_left_at_once_leaves_nothing_in_the_directory_for_temporary_files) {
   const std::string directory = place.path("temporary");
   fs::create_directory(directory);

@@ -295,6 +295,7 @@ TEST(ConfigurationDeathTest, nothing_of_a_made_one_is_left_when_a_signal_ends_th
   const TestSupport::TemporaryDirectory place;
   ASSERT_EQ(setenv("TMPDIR", place.path().c_str(), 1), 0);
   const auto makeAndEnd = [](int number) {
+    signal(number, SIG_DFL);
     const Configuration made = Configuration::make("/packages");
     raise(number);
   };

@@ -88,6 +88,9 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
   for (const auto& [name, value] : options.environment) {
     setenv(name.c_str(), value.c_str(), 1);
   }
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {  // whoever runs the tests may ignore some
+    ::signal(number, number == options.ignoredSignal ? SIG_IGN : SIG_DFL);
+  }
   if (options.user != 0 && (setgid(options.user) != 0 || setuid(options.user) != 0)) {
     _exit(126);
   }

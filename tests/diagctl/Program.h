@@ -25,6 +25,7 @@ class Program {
     std::string standardOutput = {};  ///< a file instead of being caught
     bool closesOutput = false;        ///< nobody reads its standard output
     unsigned int user = 0;            ///< to run as, 0 for the present one
+    int ignoredSignal = 0;            ///< as nohup does with SIGHUP
   };
 
   Program(const std::vector<std::string>& arguments, const Options& options);
