@@ -61,8 +61,8 @@ class InterleavingTest : public PipelineTest {
     allowTimeOuts();
     EXPECT_TRUE(harness.awaitIdle(std::chrono::seconds(5)));
     expectAllObjectsGone();
-    EXPECT_TRUE(isTagFree("a/1"));
-    EXPECT_TRUE(isTagFree("a/2"));
+    EXPECT_TRUE(eventually([&] { return isTagFree("a/1"); }));
+    EXPECT_TRUE(eventually([&] { return isTagFree("a/2"); }));
     EXPECT_EQ(steps.livingThreads(), 2) << "the dispatcher and the monitor";
     EXPECT_EQ(workersKept(), 0U) << "each was joined and deleted";
   }

@@ -154,8 +154,9 @@ class Planner {
     for (unsigned int i = 0; i < results; ++i) {
       const auto verdict = static_cast<Diag::DiagnosticResult::TestResult>(
           oneIn(random, 8) ? 1 + below(random, 2) : 0);
-      pass.results.push_back({.verdict = verdict, .code = ++m_lastCode});
-      m_resultsOf[run.requestId].push_back(m_lastCode);
+      const unsigned int code = ++m_lastCode;  // other passes count on meanwhile
+      pass.results.push_back({.verdict = verdict, .code = code});
+      m_resultsOf[run.requestId].push_back(code);
     }
     return pass;
   }
