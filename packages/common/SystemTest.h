@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <string>
-#include <utility>
 
 #include "packagekit/PackageKit.h"
 #include "packages/common/SystemFiles.h"
