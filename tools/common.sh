@@ -23,16 +23,15 @@ quietly() {
   return 1
 }
 
-# packages_of KIND: the names in tools/packages.txt, without those marked "full" unless KIND is full.
+# packages_of KIND: the names in tools/packages.txt that bear no mark, with those marked "full" when
+# KIND is full, and with all of them when it is deep.
 packages_of() {
-  awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind) { print $1 }' tools/packages.txt
+  awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind || kind == "deep") { print $1 }' tools/packages.txt
 }
 
 missing_packages() {
-  local name
-  for name in $(packages_of "$1"); do
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null) == installed ]] || echo "$name"
-  done
+  comm -23 <(packages_of "$1" | sort) \
+    <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | awk '$1 == "installed" { print $2 }' | sort)
 }
 
 # install_packages KIND: installs what is missing of the list, as root or through sudo.

@@ -1,18 +1,25 @@
 # The stages of ./test: one function each, named in STAGES. Sourced by ./test.
 # shellcheck shell=bash
 
+# Name, limit in seconds, the command that runs it, and what it is. The limit is what the stage takes
+# with nothing built before on two slow cores; beyond 1.5 times of it the stage is ended and has
+# failed. The limits of --full and of the packages come to at most an hour.
 # shellcheck disable=SC2034  # read by ./test
 STAGES=(
-  "dev:the test suite, in a build made for daily work"
-  "scripts:shellcheck of the scripts"
-  "format:clang-format of the sources"
-  "coverage:each header alone, and the test suite with at least 95 % of the libraries' lines run"
-  "run:the release build and the main job"
-  "tidy:clang-tidy of the sources that are shipped"
-  "fuzz:the fuzzers, each for a short while"
-  "asan:the test suite and the stress tests, under the address and undefined behaviour sanitizers"
-  "tsan:the test suite and the stress tests, under the thread sanitizer"
+  "packages     240  always  installs the Debian packages that are missing"
+  "dev          240  quick   the test suite, in a build made for daily work"
+  "scripts       10  full    shellcheck of the scripts"
+  "format        15  full    clang-format of the sources"
+  "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
+  "run          300  full    the release build and the main job"
+  "tidy         480  full    clang-tidy of the sources that are shipped"
+  "fuzz         100  full    the fuzzers, each for a short while"
+  "asan         810  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
+  "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
+  "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
+  "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
 )
+FULL_LIMIT=3600
 
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
 SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit packages diagctl)
@@ -56,6 +63,10 @@ existing() {
 # needs TEXT COUNT: a check of nothing is no check.
 needs() {
   (($2 > 0)) || fail "found no $1"
+}
+
+stage_packages() {
+  install_packages "${KIND_OF_PACKAGES:-quick}"
 }
 
 stage_dev() {
@@ -137,13 +148,32 @@ stage_fuzz() {
   xargs -a build/fuzz/fuzzers.txt -P "$CORES" -L 1 bash -c 'run_fuzzer "$@"' fuzzer
 }
 
-# sanitized PRESET: the suite, then the stress tests, which run nowhere else.
+stage_long_fuzz() {
+  TARVEX_FUZZ_SECONDS=${TARVEX_FUZZ_SECONDS:-600} stage_fuzz
+}
+
+# stress PRESET SEED: the stress tests, which run in the builds with a sanitizer alone.
+stress() {
+  TARVEX_STRESS_SECONDS=${TARVEX_STRESS_SECONDS:-60} TARVEX_STRESS_SEED=$2 run_ctest "$1-stress-$2" \
+    --test-dir "build/$1" --label-regex '^stress$' --output-on-failure --no-tests=error
+  say "$1: $(grep '^survived' "build/$1/Testing/Temporary/LastTest.log")"
+}
+
+# sanitized PRESET: the suite, then the stress tests.
 sanitized() {
   build_preset "$1"
   run_ctest "$1" --preset "$1"
-  TARVEX_STRESS_SECONDS=${TARVEX_STRESS_SECONDS:-60} run_ctest "$1-stress" \
-    --test-dir "build/$1" --label-regex '^stress$' --output-on-failure --no-tests=error
-  say "$1: $(grep '^survived' "build/$1/Testing/Temporary/LastTest.log")"
+  stress "$1" "${TARVEX_STRESS_SEED:-1}"
+}
+
+stage_long_stress() {
+  local preset seed
+  for preset in asan tsan; do
+    build_preset "$preset"
+    for seed in {1..10}; do
+      stress "$preset" "$seed"
+    done
+  done
 }
 
 stage_asan() {
