@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace TarvexDiags::DiagctlTest {
@@ -55,6 +56,9 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
   if (options.onTerminal) {
     winsize size{.ws_row = 30, .ws_col = 100, .ws_xpixel = 0, .ws_ypixel = 0};
     m_process = forkpty(&m_out, nullptr, nullptr, &size);
+    if (m_process < 0) {
+      throw std::system_error(errno, std::generic_category(), "no pseudo-terminal (/dev/pts)");
+    }
     if (m_process == 0) {
       become(arguments, options);
     }
