@@ -34,25 +34,30 @@ missing_packages() {
     <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | awk '$1 == "installed" { print $2 }' | sort)
 }
 
-# install_packages KIND: installs what is missing of the list, as root or through sudo.
+# as_root COMMAND...: runs it as root, through sudo where this is somebody else.
+as_root() {
+  if ((EUID == 0)); then
+    "$@"
+  else
+    command -v sudo >/dev/null || fail "this needs root, and there is no sudo: $*"
+    sudo "$@"
+  fi
+}
+
+# install_packages KIND: installs what is missing of the list.
 install_packages() {
   command -v dpkg-query >/dev/null ||
     fail "this is no Debian system; needed are its packages: $(packages_of "$1" | xargs)"
-  local missing as_root=()
+  local missing
   mapfile -t missing < <(missing_packages "$1")
   if ((${#missing[@]} == 0)); then
     say "packages: nothing is missing"
     return
   fi
-  if ((EUID != 0)); then
-    command -v sudo >/dev/null ||
-      fail "packages are missing, and neither root nor sudo is at hand: apt-get install ${missing[*]}"
-    as_root=(sudo)
-  fi
   say "packages: installing ${missing[*]}"
-  quietly build/logs/packages.log "${as_root[@]}" apt-get update ||
+  quietly build/logs/packages.log as_root apt-get update ||
     fail "apt-get update failed"
-  quietly build/logs/packages.log "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  quietly build/logs/packages.log as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get install -y --no-install-recommends "${missing[@]}" ||
     fail "apt-get install ${missing[*]} failed"
 }

@@ -10,6 +10,7 @@ STAGES=(
   "dev          240  quick   the test suite, in a build made for daily work"
   "scripts       10  full    shellcheck of the scripts"
   "format        15  full    clang-format of the sources"
+  "setup         60  full    configuring on a bare system, with nothing but the listed packages"
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
   "run          300  full    the release build and the main job"
   "tidy         480  full    clang-tidy of the sources that are shipped"
@@ -18,8 +19,12 @@ STAGES=(
   "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
+  "bare        1800  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
+
+# shellcheck source=tools/bare.sh
+source tools/bare.sh
 
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
 SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit packages diagctl)
@@ -182,4 +187,26 @@ stage_asan() {
 
 stage_tsan() {
   sanitized tsan
+}
+
+stage_setup() {
+  local root=$PWD/build/bare/setup
+  remove_bare_system "$root"
+  make_bare_system "$root"
+  copy_tree "$root" root
+  in_bare_system "$root" root \
+    'source tools/common.sh && install_packages quick && cmake --preset dev >cmake.log && tail -n 2 cmake.log'
+  remove_bare_system "$root"
+}
+
+stage_bare() {
+  local root=$PWD/build/bare/system
+  remove_bare_system "$root"
+  make_bare_system "$root"
+  copy_tree "$root" root
+  in_bare_system "$root" root './run && ./test'
+  as_root chroot "$root" useradd --create-home somebody
+  copy_tree "$root" somebody
+  in_bare_system "$root" somebody './run'
+  remove_bare_system "$root"
 }
