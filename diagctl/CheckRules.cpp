@@ -29,14 +29,18 @@ const std::map<ValueKind, std::vector<std::string>>& keywords() {
   return table;
 }
 
-std::string findNumberFault(const std::string& value, bool isPositive) {
+std::string findNumberFault(ValueKind kind, const std::string& value) {
   int number = 0;
   const char* end = value.data() + value.size();
   const auto [stop, error] = std::from_chars(value.data(), end, number);
   if (error != std::errc() || stop != end) {
     return fmt::format("'{}' is no whole number", value);
   }
-  return isPositive && number <= 0 ? fmt::format("{} is not above 0", number) : "";
+  if (kind == ValueKind::niceness && (number < 0 || number > 19)) {
+    return fmt::format("{} is not between 0 and 19", number);
+  }
+  return kind == ValueKind::positiveNumber && number <= 0 ? fmt::format("{} is not above 0", number)
+                                                          : "";
 }
 
 std::string findMachineIdFault(const std::string& value) {
@@ -70,7 +74,8 @@ std::string findFault(ValueKind kind, const std::string& value) {
       return {};
     case ValueKind::number:
     case ValueKind::positiveNumber:
-      return findNumberFault(value, kind == ValueKind::positiveNumber);
+    case ValueKind::niceness:
+      return findNumberFault(kind, value);
     case ValueKind::machineId:
       return findMachineIdFault(value);
     case ValueKind::directory:

@@ -13,6 +13,7 @@ enum class ValueKind {
   truth,
   number,          ///< whole and decimal
   positiveNumber,  ///< whole, decimal and above zero
+  niceness,        ///< whole, decimal, from 0 to 19
   runMode,
   diagMode,
   debugLevel,

@@ -24,6 +24,7 @@ const std::vector<KeyRule> packageRules = {
     {"SystemLock", ValueKind::truth, true},
     {"DeviceType", ValueKind::number, false},
     {"NumberOfTests", ValueKind::positiveNumber, true},
+    {"Nice", ValueKind::niceness, false},
 };
 
 const std::vector<KeyRule> testRules = {
@@ -32,6 +33,7 @@ const std::vector<KeyRule> testRules = {
     {"TestDisable", ValueKind::truth, true},
     {"TestOpenMode", ValueKind::openMode, false},
     {"TestEstimatedTime", ValueKind::number, false},
+    {"Nice", ValueKind::niceness, false},
 };
 
 const std::vector<KeyRule> disabledTestRules = {

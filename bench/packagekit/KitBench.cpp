@@ -110,7 +110,7 @@ void eventLatency(benchmark::State& state) {
     RunControl control;
     control.beginRun();
     WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
-                          TARVEX_BENCH_DIR "/libkitbench.so");
+                          TARVEX_BENCH_DIR "/libkitbench.so", 0);
     WorkerSession(setup, limits, control, observer).run(process);
   }
   state.counters["events"] = static_cast<double>(observer.latencies().size());

@@ -20,6 +20,8 @@ using Diag::DiagnosticResult;
 
 constexpr double kDefaultTestTimeout = 3600;
 constexpr long kDefaultMaxEvents = 10'000;
+constexpr int kDefaultNice = 10;
+constexpr int kNicest = 19;
 
 std::string signalName(int signal) {
   const char* const name = sigabbrev_np(signal);
@@ -85,10 +87,17 @@ std::uint64_t randomSeed() {
   return seed >> 1U;  // fits the whole numbers of a configuration file
 }
 
-PassSetup remainderOf(const PassSetup& setup, std::size_t from) {
-  PassSetup rest = setup;
-  rest.testIds.erase(rest.testIds.begin(), rest.testIds.begin() + static_cast<long>(from));
-  return rest;
+PassSetup partOf(const PassSetup& setup, std::size_t from, std::size_t to) {
+  PassSetup part = setup;
+  const auto first = setup.testIds.begin();
+  part.testIds.assign(first + static_cast<long>(from), first + static_cast<long>(to));
+  return part;
+}
+
+// A value that is none of them counts as absent, like all of the kit's.
+int niceOf(const Settings& settings, int testId) {
+  const long nice = settings.testInteger(testId, "Nice", kDefaultNice);
+  return nice >= 0 && nice <= kNicest ? static_cast<int>(nice) : kDefaultNice;
 }
 
 }  // namespace
@@ -142,15 +151,27 @@ SessionEnd PassRunner::runSession() {
     return failed;
   }
   try {
-    WorkerProcess process(worker, m_module.packageFile());
+    const int nice = niceOf(m_module.settings(), m_setup.testIds[m_offset]);
+    WorkerProcess process(worker, m_module.packageFile(), nice);
     // While it loads the package.
     readConfiguration();
-    const PassSetup rest = remainderOf(m_setup, m_offset);
-    return WorkerSession(rest, m_limits, m_control, *this).run(process);
+    const PassSetup part = partOf(m_setup, m_offset, endOfPart(nice));
+    return WorkerSession(part, m_limits, m_control, *this).run(process);
   } catch (const std::system_error& error) {
     failed.lastLines = error.what();
     return failed;
   }
+}
+
+// Only a privileged process becomes less nice again, so tests that differ in it get workers of
+// their own. Returns the position behind the last test of the worker that begins at the offset.
+std::size_t PassRunner::endOfPart(int nice) const {
+  const Settings settings = m_module.settings();
+  std::size_t end = m_offset + 1;
+  while (end < m_setup.testIds.size() && niceOf(settings, m_setup.testIds[end]) == nice) {
+    ++end;
+  }
+  return end;
 }
 
 // Anew for each worker; what concerns the pass as a whole, for its first.

@@ -35,7 +35,8 @@ struct PassOutcome {
 };
 
 /// One pass over a list of tests on one device: a worker runs them one after the other; when it
-/// does not live to see the end, another one runs the rest. Translates what workers say, and how
+/// does not live to see the end, or the next test asks for another nice value, another one runs the
+/// rest. Translates what workers say, and how
 /// they end, into events and verdicts: trouble of the tool is never a fault of the hardware.
 class PassRunner : private SessionObserver {
  public:
@@ -55,6 +56,7 @@ class PassRunner : private SessionObserver {
 
   bool startIsRefused();
   SessionEnd runSession();
+  std::size_t endOfPart(int nice) const;
   void readConfiguration();
   bool judgeSession(const SessionEnd& end);
   PassOutcome earlyEnd(const SessionEnd& end);

@@ -115,7 +115,8 @@ int killGroup(pid_t group, int signal) {
 
 int (*WorkerProcess::sendSignal)(pid_t group, int signal) = &killGroup;
 
-WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile) {
+WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile,
+                             int nice) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
   const SpawnActions actions(theirSocket.number(), theirOutput.number());
@@ -123,7 +124,8 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   std::string name = executable;
   std::string package = packageFile;
   std::string host = std::to_string(getpid());
-  char* const arguments[] = {name.data(), package.data(), host.data(), nullptr};
+  std::string niceness = std::to_string(nice);
+  char* const arguments[] = {name.data(), package.data(), host.data(), niceness.data(), nullptr};
   check(
       posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments, environ),
       executable.c_str());

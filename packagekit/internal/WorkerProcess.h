@@ -17,11 +17,14 @@ struct ProcessEnd {
 
 /// One worker process: the leader of a process group of its own, with a socket to talk to it and a
 /// pipe on which its standard output and error come. Nothing of the host but its environment and
-/// working directory gets into it: no descriptor, no signal handler, no mask.
+/// working directory gets into it: no descriptor, no signal handler, no mask. It stays in the
+/// host's session, and so in its scheduling group, as the nice value counts only against what is
+/// there.
 class WorkerProcess {
  public:
-  /// Starts `executable` with the package's path. Throws std::system_error.
-  WorkerProcess(const std::string& executable, const std::string& packageFile);
+  /// Starts `executable` with the package's path; it makes itself `nice`, or as nice as the calling
+  /// thread if that is more, before it loads the package. Throws std::system_error.
+  WorkerProcess(const std::string& executable, const std::string& packageFile, int nice);
 
   /// Kills and reaps the process unless it was reaped or given up before.
   ~WorkerProcess();

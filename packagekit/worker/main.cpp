@@ -1,7 +1,7 @@
 // The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
-// Usage: tarvex-package-worker <package> <process id of the host>, started by the kit alone: the
-// socket to the host is descriptor 3.
+// Usage: tarvex-package-worker <package> <process id of the host> <nice>, started by the kit alone:
+// the socket to the host is descriptor 3.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 static const int kSocket = 3;
@@ -32,13 +33,23 @@ static void becomeFirstVictim() {
   }
 }
 
+// A test takes what is left of the processor, so that the host keeps up with all tests. A host that
+// is nicer itself has been told to be.
+static void makeNice(long nice) {
+  if (getpriority(PRIO_PROCESS, 0) < nice) {
+    setpriority(PRIO_PROCESS, 0, static_cast<int>(nice));
+  }
+}
+
 int main(int count, char** arguments) {
-  if (count != 3) {
-    fprintf(stderr, "usage: %s <package> <host>, started by a diagnostic package\n", arguments[0]);
+  if (count != 4) {
+    fprintf(stderr, "usage: %s <package> <host> <nice>, started by a diagnostic package\n",
+            arguments[0]);
     return kUnusable;
   }
   dieWithHost(strtol(arguments[2], nullptr, 10));
   becomeFirstVictim();
+  makeNice(strtol(arguments[3], nullptr, 10));
   // What was printed before a crash is told, so it may not wait in a buffer.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   fcntl(kSocket, F_SETFD, FD_CLOEXEC);

@@ -241,6 +241,12 @@ std::string lineOf(const char* file, const std::string& start) {
   return {};
 }
 
+int niceOfThisThread() {
+  return getpriority(PRIO_PROCESS, 0);
+}
+
+const int niceAtLoad = niceOfThisThread();
+
 Verdict looksAround(TestContext& context) {
   context.measurement("descriptors", openDescriptors());
   context.measurement("blockedSignals", lineOf("/proc/self/status", "SigBlk:"));
@@ -248,6 +254,10 @@ Verdict looksAround(TestContext& context) {
   context.measurement("oomScore", lineOf("/proc/self/oom_score_adj", ""));
   context.measurement("process", std::to_string(getpid()));
   context.measurement("group", std::to_string(getpgrp()));
+  context.measurement("nice", std::to_string(niceOfThisThread()));
+  context.measurement("niceAtLoad", std::to_string(niceAtLoad));
+  context.measurement("session", std::to_string(getsid(0)));
+  context.measurement("schedulingGroup", lineOf("/proc/self/autogroup", ""));
   context.measurement("openMode", std::to_string(context.openMode()));
   context.measurement("property", context.property("key"));
   context.measurement("setting", context.setting("Setting").value_or("none"));

@@ -628,7 +628,7 @@ TEST_F(Diagctl, check_tells_every_problem_with_file_section_key_and_reason) {
   place.addPackage("CLASH", {{.name = "Good"}}, {{"Far left", "other/left"}});
   place.replaceIn(place.controlFile(), "RunMode=PARALLEL", "RunMode=SIDEWAYS\nRunMod=SERIAL");
   place.replaceIn(place.controlFile(), "HaltOnError=FALSE\n", "");
-  place.replaceIn(place.packageFile("MIX"), "SystemLock=FALSE", "SystemLock=MAYBE");
+  place.replaceIn(place.packageFile("MIX"), "SystemLock=FALSE", "SystemLock=MAYBE\nNice=20");
   place.replaceIn(place.packageFile("MIX"), "TestName=Weak\n", "TestName=\n");
   place.replaceIn(place.packageFile("MIX"), "7=LINE_STUCK", "7=LINE_STUCK\n9=LINE_GONE");
   place.replaceIn(place.path("packages/de/MIX.cfg"), "LINE_WEAK=$1$", "LINE_WEAK=$1");
@@ -652,6 +652,7 @@ TEST_F(Diagctl, check_tells_every_problem_with_file_section_key_and_reason) {
           place.controlFile() + " [GlobalSettings] RunMod: no such key is read",
           place.controlFile() + " [GlobalSettings] HaltOnError: the key is missing",
           mix + " [Package] SystemLock: 'MAYBE' is none of TRUE, FALSE",
+          mix + " [Package] Nice: 20 is not between 0 and 19",
           mix + " [TestID3] TestName: the value is empty or too long",
           place.path("packages/en/MIX.cfg") + " [en] LINE_GONE: the token has no text",
           place.path("packages/de/MIX.cfg") + " [de] LINE_WEAK: a \"$\" has no counterpart",

@@ -351,6 +351,11 @@ TEST(Rules, tell_what_is_wrong_with_a_value) {
   EXPECT_EQ(findFault(ValueKind::number, "3x"), "'3x' is no whole number");
   EXPECT_EQ(findFault(ValueKind::number, "99999999999"), "'99999999999' is no whole number");
   EXPECT_EQ(findFault(ValueKind::positiveNumber, "0"), "0 is not above 0");
+  EXPECT_EQ(findFault(ValueKind::niceness, "0"), "");
+  EXPECT_EQ(findFault(ValueKind::niceness, "19"), "");
+  EXPECT_EQ(findFault(ValueKind::niceness, "20"), "20 is not between 0 and 19");
+  EXPECT_EQ(findFault(ValueKind::niceness, "-1"), "-1 is not between 0 and 19");
+  EXPECT_EQ(findFault(ValueKind::niceness, "low"), "'low' is no whole number");
   EXPECT_EQ(findFault(ValueKind::machineId, "0xffff"), "");
   EXPECT_EQ(findFault(ValueKind::machineId, "65536"), "65536 is not between 0 and 65535");
   EXPECT_EQ(findFault(ValueKind::machineId, "0xfg"),

@@ -53,7 +53,7 @@ TEST(PackageGuide, ListsEveryKeyAndEventOfTheKit) {
   const std::string guide = textOf("docs/package-guide.md");
   for (const char* const key :
        {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "ExitTimeout",
-        "MemoryLimit", "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
+        "Nice", "MemoryLimit", "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
     EXPECT_THAT(guide, ::testing::HasSubstr(std::string("| `") + key + "`"));
   }
   std::istringstream entries(textOf("packagekit/data/kit.cfg"));

@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -47,6 +50,17 @@ class Misbehaviour : public ::testing::Test {
     return endings;
   }
 
+  static std::vector<std::string> measurementsOf(const PackageDriver::Run& run,
+                                                 const std::string& name) {
+    std::vector<std::string> values;
+    for (const auto& event : run.events) {
+      if (event.code == TEST_MEASUREMENT && event.parameters[3] == name) {
+        values.push_back(event.parameters[4]);
+      }
+    }
+    return values;
+  }
+
   // Trouble of the tool: an error event that names test and device, and never a failed device.
   void expectTrouble(const PackageDriver::Run& run, unsigned int code, const std::string& testId) {
     EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
@@ -75,6 +89,11 @@ bool tookEvents(Diag::IDiagnostics& diagnostics) {
     delete event;
   }
   return true;
+}
+
+// The suite itself may run at a nice value.
+std::string atLeastOurs(int nice) {
+  return std::to_string(std::max(nice, getpriority(PRIO_PROCESS, 0)));
 }
 
 bool exists(pid_t process) {
@@ -282,6 +301,58 @@ TEST_F(Misbehaviour, NothingOfTheHostLeaksIntoTheWorker) {
   EXPECT_EQ(ignored & ~0x180000000ULL, 0U);
   EXPECT_EQ(run.measurement("oomScore"), "1000");
   EXPECT_EQ(run.measurement("process"), run.measurement("group"));
+}
+
+TEST_F(Misbehaviour, AWorkerIsNicerThanItsHostBeforeItLoadsThePackage) {
+  const int before = getpriority(PRIO_PROCESS, 0);
+  const auto run = m_driver.run("unit0", {23});
+  EXPECT_EQ(run.measurement("nice"), atLeastOurs(10));
+  EXPECT_EQ(run.measurement("niceAtLoad"), atLeastOurs(10));
+  EXPECT_EQ(getpriority(PRIO_PROCESS, 0), before) << "the host keeps its own";
+}
+
+TEST_F(Misbehaviour, AWorkerStaysInTheSchedulingGroupOfItsHost) {
+  const auto run = m_driver.run("unit0", {23});
+  EXPECT_EQ(run.measurement("session"), std::to_string(getsid(0)));
+  std::string group;
+  std::getline(std::ifstream("/proc/self/autogroup"), group);
+  EXPECT_EQ(run.measurement("schedulingGroup"), group);
+}
+
+TEST_F(Misbehaviour, TheNiceValueIsThatOfTheTestThenOfThePackage) {
+  m_driver.set("Package", "Nice", "19");
+  EXPECT_EQ(m_driver.run("unit0", {23}).measurement("niceAtLoad"), "19");
+  m_driver.set("TestID23", "Nice", "0");
+  EXPECT_EQ(m_driver.run("unit0", {23}).measurement("niceAtLoad"), atLeastOurs(0));
+}
+
+TEST_F(Misbehaviour, ANiceValueThatIsNoneCountsAsAbsent) {
+  for (const char* const value : {"20", "-1", "low", "1.5", "99999999999999999999"}) {
+    m_driver.set("TestID23", "Nice", value);
+    EXPECT_EQ(m_driver.run("unit0", {23}).measurement("nice"), atLeastOurs(10)) << value;
+  }
+}
+
+TEST_F(Misbehaviour, TestsOfAnotherNiceValueGetAWorkerOfTheirOwn) {
+  const auto together = m_driver.run("unit0", {23, kBehaves, 23});
+  EXPECT_EQ(measurementsOf(together, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
+  EXPECT_EQ(measurementsOf(together, "process").front(),
+            measurementsOf(together, "process").back());
+
+  m_driver.set("TestID1", "Nice", "0");
+  const auto apart = m_driver.run("unit0", {23, kBehaves, 23});
+  EXPECT_EQ(apart.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(endingsOf(apart), (std::vector<std::string>{"PASSED", "PASSED", "PASSED"}));
+  EXPECT_EQ(measurementsOf(apart, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
+  EXPECT_NE(measurementsOf(apart, "process").front(), measurementsOf(apart, "process").back());
+}
+
+TEST_F(Misbehaviour, AHostThatIsNicerKeepsItsWorkersThere) {
+  // Niceness is the thread's, and the run inherits it.
+  std::thread([this] {
+    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 17), 0);
+    EXPECT_EQ(m_driver.run("unit0", {23}).measurement("niceAtLoad"), "17");
+  }).join();
 }
 
 TEST_F(Misbehaviour, TheHostsDescriptorsAreGivenBack) {

@@ -97,7 +97,7 @@ class SupervisedWorker : public ::testing::Test {
 
   SessionEnd run(SessionObserver& observer) {
     WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
-                          TARVEX_SELFTEST_DIR "/libmisbehaving.so");
+                          TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
     return WorkerSession(setup, limits, control, observer).run(process);
   }
 
@@ -187,7 +187,7 @@ TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
   SilentObserver observer;
   const auto start = std::chrono::steady_clock::now();
   WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
-                        TARVEX_SELFTEST_DIR "/libmisbehaving.so");
+                        TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
   const SessionEnd end = WorkerSession(setup, limits, control, observer).run(process);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   EXPECT_TRUE(end.isGivenUp);
