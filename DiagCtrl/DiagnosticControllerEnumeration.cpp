@@ -78,8 +78,9 @@ std::string libraryOf(const std::string& arBaseName) {
   return std::string(C::mSconpcLib) + arBaseName + C::mSconpcDll;
 }
 
+// Without blocking: the name may be that of a FIFO or a device.
 bool canBeRead(const std::string& arPath) {
-  const int descriptor = open(arPath.c_str(), O_RDONLY | O_CLOEXEC);
+  const int descriptor = open(arPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) {
     return false;
   }

@@ -51,8 +51,8 @@ DiagnosticPackageInterface::~DiagnosticPackageInterface() = default;
 
 pDllHandle DiagnosticPackageInterface::loadPackage(const char* packageName) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackageInterface::loadPackage");
-  if (isCutOff(packageName)) {
-    refuseToLoad(trace, std::string(packageName) + ": file is cut off");
+  if (const char* fault = faultOfSharedObject(packageName)) {
+    refuseToLoad(trace, std::string(packageName) + ": " + fault);
   }
   pDllHandle handle = dlopen(packageName, RTLD_NOW);
   if (handle == nullptr) {

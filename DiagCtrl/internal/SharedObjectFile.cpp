@@ -42,12 +42,7 @@ class OpenFile {
   int miDescriptor;
 };
 
-}  // namespace
-
 bool isCutOff(const char* apcPath) {
-  if (apcPath == nullptr || std::strchr(apcPath, '/') == nullptr) {
-    return false;
-  }
   const OpenFile file(apcPath);
   const unsigned long size = file.size();
   ElfW(Ehdr) header;
@@ -66,6 +61,24 @@ bool isCutOff(const char* apcPath) {
     }
   }
   return false;
+}
+
+// Judged without opening it: that alone can block, or set a device going.
+bool isSpecial(const char* apcPath) {
+  struct stat status = {};
+  return stat(apcPath, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+const char* faultOfSharedObject(const char* apcPath) {
+  if (apcPath == nullptr || std::strchr(apcPath, '/') == nullptr) {
+    return nullptr;
+  }
+  if (isSpecial(apcPath)) {
+    return "not a file";
+  }
+  return isCutOff(apcPath) ? "file is cut off" : nullptr;
 }
 
 }  // namespace TarvexDiags::DiagCtrl

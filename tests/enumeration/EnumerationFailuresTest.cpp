@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -12,6 +13,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "tests/support/ControllerTest.h"
+#include "tests/support/Fifo.h"
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/ProcessMaps.h"
 
@@ -22,9 +24,11 @@ using Scripted::Call;
 using Scripted::Habits;
 using Scripted::Living;
 using Scripted::Script;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TestSupport::ControllerHarness;
 using TestSupport::ControllerTest;
+using TestSupport::Fifo;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 using TestSupport::PlatformAnswers;
@@ -192,13 +196,45 @@ TEST_P(EnumerationFailureTest, does_not_touch_the_packages_around_it) {
   harness.initialize();
   harness.registerForAll();
   EXPECT_EQ(enumerate(wanted), SUCCESS) << "the result is that of the last package";
-  EXPECT_THAT(harness.catalogue(), ::testing::ElementsAre("AAA", "ZZZ"));
+  EXPECT_THAT(harness.catalogue(), ElementsAre("AAA", "ZZZ"));
   const unsigned long id = harness.queue("ZZZ", 1, {1});
   EXPECT_TRUE(harness.awaitEnd(id));
 }
 
 INSTANTIATE_TEST_SUITE_P(Row, EnumerationFailureTest, ::testing::ValuesIn(kFailures),
                          [](const auto& row) { return row.param.name; });
+
+// ---- What is no library at all ------------------------------------------------------------------
+
+class NoLibraryTest : public ControllerTest {
+ protected:
+  std::string replaceLibrary(const std::string& name) {
+    harness.addPackage(name);
+    harness.packages().removeLibrary(name);
+    return harness.packages().libraryPath(name);
+  }
+};
+
+TEST_F(NoLibraryTest, a_fifo_or_a_device_in_its_place_is_told_and_holds_nobody_up) {
+  const Fifo fifo(replaceLibrary("ALPHA"));
+  std::filesystem::create_symlink("/dev/null", replaceLibrary("BETA"));
+  harness.addPackage("GAMMA");
+  harness.initialize();
+  harness.registerForAll();
+  EXPECT_TRUE(fifo.staysClearOf([&] { harness->enumerateAllPackages(); }));
+  EXPECT_THAT(harness.catalogue(), ElementsAre("GAMMA"));
+  EXPECT_THAT(harness.ctrlEvents(),
+              ElementsAre("UNABLE_TO_LOAD_PACKAGE W 0", "UNABLE_TO_LOAD_PACKAGE W 0"));
+}
+
+TEST_F(NoLibraryTest, a_fifo_in_place_of_a_dependency_is_not_loadable) {
+  harness.addPackage("ALPHA", PackageConfig().with("SODependencies", "libhelper.so"));
+  const Fifo fifo(harness.packages().directory().file("libhelper.so"));
+  harness.initialize();
+  harness.registerForAll();
+  EXPECT_TRUE(fifo.staysClearOf([&] { harness->enumerateAllPackages(); }));
+  EXPECT_THAT(harness.ctrlEvents(), ElementsAre("UNABLE_TO_LOAD_PACKAGE W 0"));
+}
 
 // ---- Libraries that do not close ---------------------------------------------------------------
 
@@ -218,7 +254,7 @@ TEST_F(UnclosableLibraryTest, a_package_that_failed_is_one_that_was_not_found) {
   EXPECT_EQ(harness->enumerateAllPackages(), PACKAGE_NOT_FOUND);
   EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
   EXPECT_THAT(harness.catalogue(), IsEmpty());
-  EXPECT_THAT(harness.ctrlEvents(), ::testing::ElementsAre("FUNCTION_NOT_FOUND_IN_DLL W 0"));
+  EXPECT_THAT(harness.ctrlEvents(), ElementsAre("FUNCTION_NOT_FOUND_IN_DLL W 0"));
 }
 
 TEST_F(UnclosableLibraryTest, a_dependency_was_loadable_all_the_same) {
@@ -227,7 +263,7 @@ TEST_F(UnclosableLibraryTest, a_dependency_was_loadable_all_the_same) {
   harness.initialize();
   platform.refuseToClose();
   EXPECT_EQ(harness->enumerateAllPackages(), SUCCESS);
-  EXPECT_THAT(harness.catalogue(), ::testing::ElementsAre("ALPHA"));
+  EXPECT_THAT(harness.catalogue(), ElementsAre("ALPHA"));
 }
 
 TEST_F(UnclosableLibraryTest, a_package_that_is_enumerated_again_leaves_the_catalogue) {

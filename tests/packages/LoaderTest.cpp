@@ -25,8 +25,10 @@
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "tests/scripted/Script.h"
 #include "tests/support/BrokenLock.h"
+#include "tests/support/Fifo.h"
 #include "tests/support/PackageDirectory.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
 
@@ -41,18 +43,11 @@ using ::testing::HasSubstr;
 using ::testing::IsNull;
 using ::testing::NotNull;
 using ::testing::SizeIs;
+using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 
 std::string moduleFile(const std::string& name) {
   return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
-}
-
-bool isMapped(const std::string& path) {
-  void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-  if (handle != nullptr) {
-    dlclose(handle);
-  }
-  return handle != nullptr;
 }
 
 class LoaderTest : public ::testing::Test {
@@ -269,6 +264,17 @@ TEST_F(UnloadableTest, files_that_are_no_shared_object) {
   expectUnloadable(m_directory.write("magic.so",
                                      "\x7f"
                                      "ELF"));
+}
+
+TEST_F(UnloadableTest, what_is_no_file_is_not_even_opened) {
+  const std::string path = m_directory.file("fifo.so");
+  const TestSupport::Fifo fifo(path);
+  EXPECT_TRUE(fifo.staysClearOf([&] { expectUnloadable(path); }));
+  const std::string device = m_directory.file("device.so");
+  std::filesystem::create_symlink("/dev/null", device);
+  expectUnloadable(device);
+  EXPECT_EQ(m_trace.count("fifo.so: not a file"), 1U);
+  EXPECT_EQ(m_trace.count("device.so: not a file"), 1U);
 }
 
 TEST_F(UnloadableTest, the_reason_of_the_loader_is_traced) {
