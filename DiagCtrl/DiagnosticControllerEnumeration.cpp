@@ -98,6 +98,17 @@ void pushWarning(DiagUtil& arDiagUtil, DiagCtrlEvent::eventCode aeEvent) {
   arDiagUtil.pushDiagCtrlEvent(aeEvent, Diag::DiagnosticEvent::WARNING_EVENT, 0);
 }
 
+/// Traces what a package threw: nothing else tells why it is not there.
+struct ToldAsNotFound {
+  void operator()(const std::string& arReason) const {
+    trace.error(std::string(trace.method()) + "(): PACKAGE_NOT_FOUND: " + name + "(" + arReason +
+                ")");
+  }
+
+  const TraceScope& trace;
+  std::string name;
+};
+
 }  // namespace
 
 DiagnosticController::errorCode DiagnosticController::enumerateAllPackages() {
@@ -216,13 +227,15 @@ DiagnosticController::errorCode DiagnosticController::enumerateOne(
     const TraceScope& arTrace, const std::string& arName, int aiIndex,
     const PackageNameVector& arWanted, const char* apcVetoText) {
   auto package = std::make_unique<DiagnosticPackage>(arName.c_str(), musMachineId);
-  const errorCode result = swallowAll(PACKAGE_NOT_FOUND, [&] {
+  const auto enumerate = [&] {
     if (preEnumerationCheck(arName.c_str())) {
       arTrace.info(apcVetoText + arName);
       return PACKAGE_NOT_FOUND;
     }
     return doEnumeratePackage(package.get(), arWanted);
-  });
+  };
+  const errorCode result =
+      swallowAll(PACKAGE_NOT_FOUND, enumerate, ToldAsNotFound{arTrace, arName});
   if (result == SUCCESS) {
     const LockScope lock(mmtxPackageVectorLock, 0);
     mPackageMap.emplace(aiIndex, package->getPackageBaseName());
@@ -280,28 +293,25 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
   return probeOrRelease(trace, package, configFile);
 }
 
-// What holds code of the library is gone before the library is: the probe was unwound, and the
-// package's devices are dropped here.
+// What holds code of the library is gone before the library is: the probe was unwound, what the
+// package threw was handled, and the package's devices are dropped here.
 DiagnosticController::errorCode DiagnosticController::probeOrRelease(
     const TraceScope& arTrace, DiagnosticPackage& arPackage, const std::string& arConfigFile) {
   const std::string name = arPackage.getPackageBaseName();
-  const auto release = [&] {
-    arPackage.clearPackageData();
-    mpDiagPackInterface->releaseLibrary(arPackage.getPackageHandle(), kTimeOut);
-  };
+  errorCode result = FUNCTION_NOT_FOUND_IN_DLL;
   try {
     return probePackage(arTrace, arPackage, arConfigFile);
   } catch (const DiagCtrlFunctionNotFoundInDll&) {
     arTrace.warning(kPrefix + "FUNCTION_NOT_FOUND_IN_DLL: " + name + "(getIDiagnostics() failed)");
     pushWarning(*mpDiagUtil, DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL);
-    release();
-    return FUNCTION_NOT_FOUND_IN_DLL;
   } catch (const DiagCtrlObjectNotFound&) {
     arTrace.warning(kPrefix + "UNABLE_TO_CREATE_DEVICE_VECTOR: " + name);
     pushWarning(*mpDiagUtil, DiagCtrlEvent::UNABLE_TO_CREATE_DEVICE_VECTOR);
-    release();
-    return UNABLE_TO_CREATE_DEVICE_VECTOR;
+    result = UNABLE_TO_CREATE_DEVICE_VECTOR;
   }
+  arPackage.clearPackageData();
+  mpDiagPackInterface->releaseLibrary(arPackage.getPackageHandle(), kTimeOut);
+  return result;
 }
 
 DiagnosticController::errorCode DiagnosticController::probePackage(
@@ -315,7 +325,7 @@ DiagnosticController::errorCode DiagnosticController::probePackage(
   Probe probe;
   probe.enumerator.reset(loader.getIDeviceEnumerator(handle, diagLog, diagMode));
   if (probe.enumerator == nullptr) {
-    arTrace.warning("returning from doEnumerate");
+    arTrace.warning(kPrefix + "returning from doEnumerate");
     return UNABLE_TO_CREATE_DEVICE_VECTOR;
   }
   const DeviceEnum::VirtualDeviceVector* devices =
@@ -379,8 +389,10 @@ DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int 
     return *refused;
   }
   mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ENUMERATE, -1);
-  const errorCode result =
-      swallowAll(PACKAGE_NOT_FOUND, [&] { return enumerateAgain(trace, packageIndex); });
+  const auto name = mPackageMap.find(packageIndex);
+  const errorCode result = swallowAll(
+      PACKAGE_NOT_FOUND, [&] { return enumerateAgain(trace, packageIndex); },
+      ToldAsNotFound{trace, name != mPackageMap.end() ? name->second : ""});
   if (result != SUCCESS) {
     const LockScope lock(mmtxPackageVectorLock, 0);
     mPackageMap.erase(packageIndex);

@@ -62,7 +62,7 @@ AddPackage scripted(const PackageConfig& config, const Habits& habits = {}) {
   };
 }
 
-/** A package that throws where the result, no event and no trace say so. */
+/** A package that throws: the result and the trace say so, and no event. */
 Failure throwing(const std::string& name, Call call, const PackageNameVector& wanted = {}) {
   const AddPackage add = [call](ControllerHarness& harness) {
     harness.addPackage("ALPHA").throwAt(call, "out of order");
@@ -70,6 +70,9 @@ Failure throwing(const std::string& name, Call call, const PackageNameVector& wa
   return {.name = "thrown_at_" + name,
           .addPackage = add,
           .result = PACKAGE_NOT_FOUND,
+          .trace = std::string("DiagnosticController::") +
+                   (wanted.empty() ? "enumerateAllPackages" : "enumerateByPackageClass") +
+                   "(): PACKAGE_NOT_FOUND: ALPHA(out of order)",
           .staysOpen = true,
           .wanted = wanted};
 }
@@ -122,7 +125,7 @@ const std::vector<Failure> kFailures = {
     {.name = "null_enumerator",
      .addPackage = scripted(PackageConfig(), {.givesNoEnumerator = true}),
      .result = UNABLE_TO_CREATE_DEVICE_VECTOR,
-     .trace = "returning from doEnumerate",
+     .trace = kPrefix + "returning from doEnumerate",
      .staysOpen = true},
     {.name = "null_device_vector",
      .addPackage = scripted(PackageConfig(), {.givesNoDevices = true}),
@@ -137,6 +140,11 @@ const std::vector<Failure> kFailures = {
     withoutExport("configuration_file", "loader_without_config_file"),
     withoutExport("enumerator", "loader_without_enumerator"),
     withoutExport("diagnostics", "loader_without_diagnostics"),
+    {.name = "an_exception_of_the_controllers_family",
+     .addPackage = module("loader_throwing"),
+     .result = UNABLE_TO_CREATE_DEVICE_VECTOR,
+     .event = "UNABLE_TO_CREATE_DEVICE_VECTOR W 0",
+     .trace = kPrefix + "UNABLE_TO_CREATE_DEVICE_VECTOR: ALPHA"},
     throwing("the_configuration_file", Call::SetConfigFile),
     throwing("the_log_directory", Call::SetLogDir),
     throwing("the_enumerator", Call::GetEnumerator),
@@ -146,13 +154,8 @@ const std::vector<Failure> kFailures = {
     throwing("a_pair", Call::IsSupported),
 };
 
-class EnumerationFailureTest : public ControllerTest,
-                               public ::testing::WithParamInterface<Failure> {
+class TracedFailureTest : public ControllerTest {
  protected:
-  DiagnosticController::errorCode enumerate(const PackageNameVector& wanted) {
-    return wanted.empty() ? harness->enumerateAllPackages()
-                          : harness->enumerateByPackageClass(wanted);
-  }
   /** What the trace tells of packages that were left out. */
   std::vector<std::string> tracedFailures() {
     std::vector<std::string> texts;
@@ -160,11 +163,20 @@ class EnumerationFailureTest : public ControllerTest,
     for (const std::string& line : trace().rawLines()) {
       const auto at = line.find(mark);
       const std::string text = at == std::string::npos ? "" : line.substr(at + mark.size());
-      if (text.starts_with("DiagnosticController::") || text.starts_with("returning")) {
+      if (text.starts_with("DiagnosticController::")) {
         texts.push_back(text);
       }
     }
     return texts;
+  }
+};
+
+class EnumerationFailureTest : public TracedFailureTest,
+                               public ::testing::WithParamInterface<Failure> {
+ protected:
+  DiagnosticController::errorCode enumerate(const PackageNameVector& wanted) {
+    return wanted.empty() ? harness->enumerateAllPackages()
+                          : harness->enumerateByPackageClass(wanted);
   }
 };
 
@@ -203,6 +215,28 @@ TEST_P(EnumerationFailureTest, does_not_touch_the_packages_around_it) {
 
 INSTANTIATE_TEST_SUITE_P(Row, EnumerationFailureTest, ::testing::ValuesIn(kFailures),
                          [](const auto& row) { return row.param.name; });
+
+TEST_F(TracedFailureTest, what_a_package_throws_is_one_line_among_the_failures) {
+  Script& alpha = harness.addPackage("ALPHA");
+  alpha.throwAt(Call::GetDevices, "two\nlines");
+  harness.control().traced(harness.directory().path()).with("DebugLog", "DIAG_ERROR");
+  harness.initialize();
+  EXPECT_EQ(harness->enumerateAllPackages(), PACKAGE_NOT_FOUND);
+  EXPECT_THAT(tracedFailures(),
+              ElementsAre("DiagnosticController::enumerateAllPackages(): PACKAGE_NOT_FOUND: "
+                          "ALPHA(two lines)"));
+}
+
+TEST_F(TracedFailureTest, what_it_throws_later_on_is_told_with_its_name) {
+  Script& alpha = harness.addPackage("ALPHA");
+  harness.control().traced(harness.directory().path()).with("DebugLog", "DIAG_ERROR");
+  harness.start();
+  alpha.throwAt(Call::GetDevices, "not now");
+  EXPECT_EQ(harness->enumerateDiagPackages(1), PACKAGE_NOT_FOUND);
+  EXPECT_THAT(tracedFailures(),
+              ElementsAre("DiagnosticController::enumerateDiagPackages(): PACKAGE_NOT_FOUND: "
+                          "ALPHA(not now)"));
+}
 
 // ---- What is no library at all ------------------------------------------------------------------
 

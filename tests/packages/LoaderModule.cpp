@@ -1,8 +1,11 @@
 // A package without devices and tests, of which the build leaves one export out, or which calls
-// something that no library has.
+// something that no library has, or whose objects cannot be made.
 
 #include "DeviceEnum/IDeviceEnumerator.h"
 #include "Diag/IDiagnostics.h"
+#ifdef THROWING
+#include "DiagCtrl/DiagCtrlObjectNotFound.h"
+#endif
 #include "DiagCtrl/GlobalSettings.h"
 
 namespace {
@@ -32,6 +35,26 @@ PACKAGE_EXPORT void setPackageConfigFile(const char*) {}
 
 #ifndef WITHOUT_LOG_DIR
 PACKAGE_EXPORT void setPackageLogDir(const char*) {}
+#endif
+
+#ifdef THROWING
+namespace {
+/** Of the controller's family, but what becomes of it is told by code of this library. */
+class OutOfOrder final : public TarvexDiags::DiagCtrl::DiagCtrlObjectNotFound {
+ public:
+  OutOfOrder() : DiagCtrlObjectNotFound(ObjectNotFound, __LINE__, __FILE__, "OutOfOrder") {}
+};
+}  // namespace
+
+PACKAGE_EXPORT IDeviceEnumerator* getIDeviceEnumerator(bool, GlobalSettings::diagMode) {
+  throw OutOfOrder();
+}
+
+PACKAGE_EXPORT IDiagnostics* getIDiagnostics(bool, GlobalSettings::diagMode) {
+  throw OutOfOrder();
+}
+#define WITHOUT_ENUMERATOR
+#define WITHOUT_DIAGNOSTICS
 #endif
 
 #ifndef WITHOUT_ENUMERATOR
