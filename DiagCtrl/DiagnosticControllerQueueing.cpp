@@ -1,5 +1,7 @@
 // The four forms of queueTest.
 
+#include <cxxabi.h>
+
 #include <list>
 #include <memory>
 #include <optional>
@@ -7,6 +9,7 @@
 #include <vector>
 
 #include "Diag/DiagnosticSettings.h"
+#include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlFunctionNotFoundInDll.h"
 #include "DiagCtrl/DiagCtrlLoadLibraryFailed.h"
@@ -20,6 +23,7 @@
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/Swallow.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -70,6 +74,51 @@ const SettingCheck kChecks[] = {
      {DiagCtrlEvent::INVALID_STRESS_MODE, Code::INVALID_STRESS_MODE}},
 };
 
+/// A library that was loaded for a request, given back unless it is kept.
+class LoadedLibrary {
+ public:
+  LoadedLibrary(const TraceScope& arTrace, DiagnosticPackageInterface& arLoader,
+                const std::string& arPath)
+      : mrTrace(arTrace), mrLoader(arLoader), mHandle(arLoader.loadPackage(arPath.c_str())) {}
+  ~LoadedLibrary() {
+    if (mHandle != nullptr) {
+      swallowAll(
+          false, [&] { return mrLoader.releaseLibrary(mHandle, kTimeOut), true; },
+          [&](const std::string& arReason) {
+            mrTrace.error(std::string(mrTrace.method()) + " - " + arReason);
+          });
+    }
+  }
+  LoadedLibrary(const LoadedLibrary&) = delete;
+  LoadedLibrary& operator=(const LoadedLibrary&) = delete;
+
+  pDllHandle handle() const { return mHandle; }
+  void keep() { mHandle = nullptr; }
+
+ private:
+  const TraceScope& mrTrace;
+  DiagnosticPackageInterface& mrLoader;
+  pDllHandle mHandle;
+};
+
+/// Runs a step that calls into a library. Only failures whose code lies elsewhere leave it, so that
+/// the library may be given back behind them: copies of those that have an answer of their own, and
+/// `aOnForeign` for all others.
+template <class Step>
+auto withoutItsCode(ClientFailure aOnForeign, Step aStep) {
+  try {
+    return aStep();
+  } catch (const DiagCtrlFunctionNotFoundInDll& failure) {
+    throw DiagCtrlFunctionNotFoundInDll(failure);
+  } catch (const DiagCtrlMutexException& failure) {
+    throw DiagCtrlMutexException(failure);
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    throw aOnForeign;
+  }
+}
+
 }  // namespace
 
 bool DiagnosticController::validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings,
@@ -95,14 +144,18 @@ unsigned long DiagnosticController::queueRequest(const char* apcPackageName,
   const std::string library = directory + C::mSconpcLib + apcPackageName + C::mSconpcDll;
   const bool diagLog = mpGlobalSettings->getDiagLogMode();
   const GlobalSettings::diagMode diagMode = mpGlobalSettings->getDiagnosticMode();
-  const pDllHandle handle = mpDiagPackInterface->loadPackage(library.c_str());
-  Diag::IDiagnostics* pIDiagnostics =
-      mpDiagPackInterface->getIDiagnostics(handle, config.c_str(), diagLog, diagMode);
+  LoadedLibrary loaded(trace, *mpDiagPackInterface, library);
+  std::unique_ptr<Diag::IDiagnostics> pIDiagnostics(withoutItsCode(kUnableToAdd, [&] {
+    return mpDiagPackInterface->getIDiagnostics(loaded.handle(), config.c_str(), diagLog, diagMode);
+  }));
   if (pIDiagnostics == nullptr) {
+    loaded.keep();  // open for good: a package that gave nothing may have kept something running
     return 0;
   }
-  apTestRequest->setHandle(handle);
-  apTestRequest->setIDiagnostics(pIDiagnostics);
+  apTestRequest->setHandle(loaded.handle());
+  loaded.keep();
+  apTestRequest->setIDiagnostics(pIDiagnostics.get());
+  static_cast<void>(pIDiagnostics.release());
   apTestRequest->setTestRequestStatus(TestRequest::WAIT);
   return mpTestRequestManager->queueTestRequest(apTestRequest);
 }
@@ -242,8 +295,7 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
 unsigned long DiagnosticController::loadAndQueue(const char* apcPackageName,
                                                  TestRequest& arTestRequest) {
   try {
-    return orPackageFailed(kUnableToAdd,
-                           [&] { return queueRequest(apcPackageName, &arTestRequest); });
+    return queueRequest(apcPackageName, &arTestRequest);
   } catch (const DiagCtrlFunctionNotFoundInDll&) {
     throw ClientFailure{DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL, FUNCTION_NOT_FOUND_IN_DLL};
   } catch (const DiagCtrlLoadLibraryFailed&) {

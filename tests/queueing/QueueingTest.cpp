@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -13,6 +14,7 @@
 #include "DiagCtrl/TestRequest.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/FlagByte.h"
+#include "tests/support/PlatformAnswers.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
@@ -330,6 +332,15 @@ TEST_F(UnloadableTest, a_library_that_lost_its_export_is_told_as_an_error) {
   std::filesystem::copy_file(moduleFile("loader_without_diagnostics"),
                              elsewhere.file("libALPHA.so"));
   expectFailure(FUNCTION_NOT_FOUND_IN_DLL, "FUNCTION_NOT_FOUND_IN_DLL E 0");
+  EXPECT_FALSE(isMapped(elsewhere.file("libALPHA.so"))) << "it was given back";
+}
+
+TEST_F(UnloadableTest, a_library_whose_own_exception_is_of_the_controllers_family_is_given_back) {
+  start();
+  lookElsewhere();
+  std::filesystem::copy_file(moduleFile("loader_throwing"), elsewhere.file("libALPHA.so"));
+  expectFailure(UNABLE_TO_ADD_TEST_REQUEST, "UNABLE_TO_ADD_TEST_REQUEST E 0");
+  EXPECT_FALSE(isMapped(elsewhere.file("libALPHA.so")));
 }
 
 TEST_F(UnloadableTest, a_package_that_gives_no_object_keeps_its_library_open) {
@@ -344,6 +355,8 @@ TEST_F(UnloadableTest, a_package_that_throws_is_told_like_one_that_gives_no_obje
   start();
   alpha.throwAt(Call::GetDiagnostics, "out of order");
   expectFailure(UNABLE_TO_ADD_TEST_REQUEST, "UNABLE_TO_ADD_TEST_REQUEST E 0");
+  harness.shutDown();
+  EXPECT_FALSE(isMapped(harness.packages().libraryPath("ALPHA"))) << "it was given back";
 }
 
 TEST_F(UnloadableTest, the_settings_copy_and_the_request_are_gone_and_the_next_one_is_queued) {
@@ -371,6 +384,29 @@ TEST_F(UnloadableTest, devices_before_the_one_that_fails_stay_queued_under_the_i
   alpha.releaseRuns();
   const unsigned long later = harness.queue("ALPHA", 2, {1});
   EXPECT_TRUE(harness.awaitEnd(1) && harness.awaitEnd(later));
+}
+
+/** Ends its process itself: the loader keeps its lock once a library did not close. */
+class UnclosableTest : public UnloadableTest {
+ protected:
+  void TearDown() override { _exit(HasFailure() ? 1 : 0); }
+
+  TestSupport::PlatformAnswers platform;
+};
+
+TEST_F(UnclosableTest, a_library_that_cannot_be_given_back_changes_no_answer) {
+  harness.trace();
+  start();
+  lookElsewhere();
+  std::filesystem::copy_file(moduleFile("loader_throwing"), elsewhere.file("libALPHA.so"));
+  ASSERT_EQ(controller().setDebugLog(DiagCtrl::DiagCtrlConstants::DIAG_ERROR), SUCCESS);
+  platform.refuseToClose();
+  auto settings = ControllerHarness::settings();
+  unsigned long id = 77;
+  EXPECT_EQ(controller().queueTest(1, 1, tests, settings, id), UNABLE_TO_ADD_TEST_REQUEST);
+  EXPECT_THAT(harness.ctrlEvents(), ElementsAre("UNABLE_TO_ADD_TEST_REQUEST E 0"));
+  EXPECT_EQ(trace().count("STRING: DiagnosticController::queueRequest - "), 1U);
+  expectNothingHeld();
 }
 
 // ---- What a request is made of --------------------------------------------------------------
