@@ -32,12 +32,28 @@ unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long&
   return arLastId;
 }
 
+/// A batch that was handed over: what is left of it is destroyed, whichever way the call ends.
+template <class Message>
+class OwnedBatch {
+ public:
+  explicit OwnedBatch(std::vector<Message*>& arMessages) : mrMessages(arMessages) {}
+  ~OwnedBatch() {
+    for (Message* message : mrMessages) {
+      delete message;
+    }
+  }
+  OwnedBatch(const OwnedBatch&) = delete;
+  OwnedBatch& operator=(const OwnedBatch&) = delete;
+
+ private:
+  std::vector<Message*>& mrMessages;
+};
+
 /// Copies a message into every queue of its kind and destroys it. A package that hands over a null
 /// among its messages has handed over nothing.
 template <class Message, class Queue>
-void fanOut(const TraceScope& arTrace, Message* apMessage,
+void fanOut(const TraceScope& arTrace, std::unique_ptr<Message> incoming,
             std::map<unsigned long, Queue*>& arQueues) {
-  const std::unique_ptr<Message> incoming(apMessage);
   if (incoming == nullptr) {
     return;
   }
@@ -65,7 +81,7 @@ void fanOutBatch(const TraceScope& arTrace, std::vector<Message*>& arMessages,
     return;
   }
   for (Message*& message : arMessages) {
-    fanOut(arTrace, std::exchange(message, nullptr), arQueues);
+    fanOut(arTrace, std::unique_ptr<Message>(std::exchange(message, nullptr)), arQueues);
   }
   wake(arTrace, apNotify);
 }
@@ -150,24 +166,27 @@ unsigned long EventManager::createCtrlEventQueue() {
 
 void EventManager::pushEventInAllEventQueue(EventVector aPkgEventVector) {
   const TraceScope trace(mpDiagTracer, "EventManager::pushEventInAllEventQueue");
+  const OwnedBatch owned(aPkgEventVector);
   const TracedLock lock(trace, mEventMutexLock, 0, "EventManager::pushEventInAllEventQueue()");
   fanOutBatch(trace, aPkgEventVector, mPkgEventMap, &DiagnosticController::notifyEvent);
 }
 
 void EventManager::pushResultInAllResultQueue(ResultVector aPkgResultVector) {
   const TraceScope trace(mpDiagTracer, "EventManager::pushResultInAllResultQueue");
+  const OwnedBatch owned(aPkgResultVector);
   const TracedLock lock(trace, mResultMutexLock, 0, "EventManager::pushResultInAllResultQueue()");
   fanOutBatch(trace, aPkgResultVector, mPkgResultMap, &DiagnosticController::notifyResult);
 }
 
 void EventManager::pushCtrlEventInAllCtrlEventQueue(DiagCtrlEvent* aCtrlEvent) {
   const TraceScope trace(mpDiagTracer, "EventManager::pushCtrlEventInAllCtrlEventQueue");
+  std::unique_ptr<DiagCtrlEvent> event(aCtrlEvent);
   const TracedLock lock(trace, mCtrlEvtMutexLock, 0,
                         "EventManager::pushCtrlEventInAllCtrlEventQueue()");
   if (mCtrlEventMap.empty()) {
-    return;  // nobody is told, and the event stays allocated
+    return;  // nobody is told, not even the trace
   }
-  fanOut(trace, aCtrlEvent, mCtrlEventMap);
+  fanOut(trace, std::move(event), mCtrlEventMap);
   wake(trace, &DiagnosticController::notifyCtrlEvent);
 }
 

@@ -58,8 +58,8 @@ class TARVEXDIAGS_EXPORT EventManager {
   /// Fans out a batch. The messages pass to the manager, which destroys them within the call.
   void pushEventInAllEventQueue(EventVector aPkgEventVector);
   void pushResultInAllResultQueue(ResultVector aPkgResultVector);
-  /// Fans out one controller event, which passes to the manager. With no registration at all
-  /// nothing happens, and the event stays allocated.
+  /// Fans out one controller event, which passes to the manager like those of a batch. With no
+  /// registration at all it is destroyed, and that is all.
   void pushCtrlEventInAllCtrlEventQueue(DiagCtrlEvent* aCtrlEvent);
 
   /// Empties one queue, oldest first. @return a new vector that the caller owns with its messages;

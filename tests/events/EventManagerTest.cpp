@@ -13,11 +13,18 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
+#include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
+#include "tests/support/BrokenLock.h"
+#include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
+
+TARVEX_PRIVATE_MEMBER(EventQueuesTag, DiagCtrl::EventManager::mEventMutexLock);
+TARVEX_PRIVATE_MEMBER(ResultQueuesTag, DiagCtrl::EventManager::mResultMutexLock);
+TARVEX_PRIVATE_MEMBER(CtrlEventQueuesTag, DiagCtrl::EventManager::mCtrlEvtMutexLock);
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -28,6 +35,7 @@ using Diag::DiagnosticStatus;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using TestSupport::privateMember;
 
 /** The three kinds of message behind one face, so that one test serves all of them. */
 struct Events {
@@ -294,17 +302,36 @@ TEST_F(MessagesTest, package_messages_are_destroyed_without_any_registration) {
   EXPECT_EQ(destroyed, 3);
 }
 
-TEST_F(MessagesTest, a_controller_event_is_not_touched_without_any_registration) {
+TEST_F(MessagesTest, a_controller_event_is_destroyed_untold_without_any_registration) {
   trace();
   int destroyed = 0;
-  const auto event = std::make_unique<Watched<DiagCtrlEvent>>(91, destroyed);
-  manager().pushCtrlEventInAllCtrlEventQueue(event.get());
-  EXPECT_EQ(destroyed, 0);
+  manager().pushCtrlEventInAllCtrlEventQueue(new Watched<DiagCtrlEvent>(91, destroyed));
+  EXPECT_EQ(destroyed, 1);
   EXPECT_FALSE(TestSupport::TraceFile(m_directory.path()).contains("code 91"));
   const unsigned long late = manager().createCtrlEventQueue();
   const std::unique_ptr<CtrlEventVector> drained(manager().getCtrlEvents(late));
   EXPECT_THAT(*drained, IsEmpty());
   manager().clearCtrlEventQueues();
+}
+
+TEST_F(MessagesTest, what_cannot_be_queued_is_destroyed_as_well) {
+  if (!TestSupport::locksCanBreak()) {
+    GTEST_SKIP() << "built without locks that can break";
+  }
+  int destroyed = 0;
+  {
+    const TestSupport::BrokenLock noEvents(privateMember<EventQueuesTag>(manager()));
+    const TestSupport::BrokenLock noResults(privateMember<ResultQueuesTag>(manager()));
+    const TestSupport::BrokenLock noCtrlEvents(privateMember<CtrlEventQueuesTag>(manager()));
+    EXPECT_THROW(Events::push(manager(), {new Watched<DiagnosticEvent>(1, destroyed),
+                                          new Watched<DiagnosticEvent>(2, destroyed)}),
+                 DiagCtrlMutexException);
+    EXPECT_THROW(Results::push(manager(), {new Watched<DiagnosticResult>(3, destroyed)}),
+                 DiagCtrlMutexException);
+    EXPECT_THROW(CtrlEvents::push(manager(), {new Watched<DiagCtrlEvent>(4, destroyed)}),
+                 DiagCtrlMutexException);
+  }
+  EXPECT_EQ(destroyed, 4);
 }
 
 TEST_F(MessagesTest, a_null_among_the_messages_is_passed_over) {
