@@ -3,6 +3,7 @@
 #include <string>
 
 #include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -16,6 +17,7 @@ DiagCtrlEvent::DiagCtrlEvent(eventCode aeEventCode, EventType aeEventType) : Dia
 DiagCtrlEvent::~DiagCtrlEvent() = default;
 
 const std::string& DiagCtrlEvent::dump() {
+  const TraceScope trace(mpDiagTracer, "DiagCtrlEvent::dump");
   return DiagnosticEvent::dump();
 }
 

@@ -166,7 +166,6 @@ int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTest
 bool DiagnosticController::getTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
                                             std::vector<int>& /*apTimeRemainingVec*/,
                                             int& /*totalTimeRemaining*/) {
-  const TraceScope trace(mpDiagTracer, "DiagnosticController::getTimeRemaining");
   return false;
 }
 

@@ -100,11 +100,19 @@ DeviceEnum::VirtualDeviceVector* DiagnosticPackageInterface::getDeviceVector(
     pDllHandle Handle, char* resourceString, unsigned int uiDeviceType, bool abDiagLog,
     GlobalSettings::diagMode aeDiagMode) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackageInterface::getDeviceVector");
-  DeviceEnum::IDeviceEnumerator* enumerator = getIDeviceEnumerator(Handle, abDiagLog, aeDiagMode);
-  if (enumerator == nullptr) {
-    // Named after the operation that gave nothing.
-    raise<DiagCtrlFunctionNotFoundInDll>(DiagCtrlBaseException::FunctionNotFoundInDll,
-                                         "DiagnosticPackageInterface::getIDeviceEnumerator()");
+  DeviceEnum::IDeviceEnumerator* enumerator = nullptr;
+  try {
+    enumerator = getIDeviceEnumerator(Handle, abDiagLog, aeDiagMode);
+    if (enumerator == nullptr) {
+      // Named after the operation that gave nothing.
+      raise<DiagCtrlFunctionNotFoundInDll>(DiagCtrlBaseException::FunctionNotFoundInDll,
+                                           "DiagnosticPackageInterface::getIDeviceEnumerator()");
+    }
+  } catch (const DiagCtrlFunctionNotFoundInDll& failure) {
+    // A copy tells: the text grows with each telling.
+    trace.error(std::string(trace.method()) + " - " +
+                DiagCtrlFunctionNotFoundInDll(failure).dump());
+    throw;
   }
   return enumerator->getDeviceVector(resourceString, uiDeviceType);
 }

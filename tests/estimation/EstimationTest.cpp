@@ -301,6 +301,7 @@ TEST_F(EstimationTest, the_remaining_time_is_never_told) {
   EXPECT_THAT(times, ElementsAre(1));
   EXPECT_EQ(total, 77);
   EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
+  EXPECT_FALSE(trace().contains("getTimeRemaining")) << "not even the trace is touched";
 }
 
 }  // namespace

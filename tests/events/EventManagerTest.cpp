@@ -379,6 +379,13 @@ TEST_F(MessagesTest, a_controller_event_says_what_its_base_says) {
   EXPECT_EQ(DiagCtrlEvent().getEventCode(), 0U);
 }
 
+TEST_F(MessagesTest, telling_what_a_controller_event_says_is_traced_like_any_call) {
+  trace();
+  DiagCtrlEvent().dump();
+  const auto texts = TestSupport::TraceFile(m_directory.path()).texts();
+  EXPECT_THAT(texts, ElementsAre("@enter DiagCtrlEvent::dump", "@exit DiagCtrlEvent::dump"));
+}
+
 // --- Progress
 
 class ProgressTest : public MessagesTest {

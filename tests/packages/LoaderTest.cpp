@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -219,6 +220,21 @@ TEST_F(LoaderTest, no_devices_can_be_had_without_an_enumerator) {
   } catch (DiagCtrlFunctionNotFoundInDll& failure) {
     EXPECT_THAT(failure.dump(), HasSubstr("DiagnosticPackageInterface::getIDeviceEnumerator()"));
   }
+  EXPECT_EQ(m_trace.count("STRING: DiagnosticPackageInterface::getDeviceVector - "), 1U);
+}
+
+TEST_F(LoaderTest, a_missing_enumerator_is_traced_in_full_when_devices_are_wanted) {
+  const pDllHandle handle = loadModule("loader_without_enumerator");
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
+  std::string told;
+  try {
+    askForDevices(m_loader, handle);
+  } catch (DiagCtrlFunctionNotFoundInDll& failure) {
+    told = failure.dump();
+  }
+  std::ifstream stream(m_trace.path());
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  EXPECT_THAT(text, HasSubstr("DiagnosticPackageInterface::getDeviceVector - " + told));
 }
 
 TEST_F(LoaderTest, what_an_export_throws_passes_through) {
