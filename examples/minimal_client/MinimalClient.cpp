@@ -1,5 +1,4 @@
-// A minimal client: finds the packages, runs every test on every device, and prints what happened.
-// Usage: minimal_client [control file [language]]
+// minimal_client [control file [language]]: runs every test on every device, prints the outcome.
 
 #include <chrono>
 #include <cstdio>
@@ -13,7 +12,6 @@
 #include "DiagCtrl/DiagnosticController.h"
 
 using namespace TarvexDiags;
-
 static DiagCtrl::DiagnosticController& controller = *DiagCtrl::DiagnosticController::getInstance();
 static std::string language = "en";
 
@@ -59,8 +57,9 @@ int main(int argc, char** argv) {
   settings.setRequestedPassCount(1);
   settings.setRunTime(600);
   std::map<unsigned long, int> packageOf;  // the package of each request
-  DiagCtrl::DiagnosticPackage* package = nullptr;
-  for (int index = 1; controller.getDiagPackage(index, package) == controller.SUCCESS; ++index) {
+  int packages = 0;
+  require(controller.getNumberOfDiagPackages(packages), "getNumberOfDiagPackages");
+  for (int index = 1; index <= packages; ++index) {
     DiagCtrl::VectorTestReqId* ids = nullptr;  // stays null if the package has no devices
     const auto code = controller.queueTest(index, settings, ids);
     const std::unique_ptr<DiagCtrl::VectorTestReqId> ownedIds(ids);
@@ -89,6 +88,7 @@ int main(int argc, char** argv) {
       print(packageOf[event->getTestRequestId()], *event);
     }
     for (const auto& result : owned(results)) {
+      DiagCtrl::DiagnosticPackage* package = nullptr;
       controller.getDiagPackage(packageOf[result->getTestRequestId()], package);
       print(0, verdicts[result->getTestResult()], {package->getPackageName()});
       allPassed = allPassed && result->getTestResult() == Diag::DiagnosticResult::PASSED;

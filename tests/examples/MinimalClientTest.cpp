@@ -14,6 +14,7 @@
 
 #include "tests/support/ControlFile.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TraceFile.h"
 
 namespace TarvexDiags {
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using ::testing::HasSubstr;
 using TestSupport::ControlFile;
 using TestSupport::TemporaryDirectory;
+using TestSupport::TraceFile;
 
 struct ClientRun {
   int exitStatus = -1;
@@ -61,6 +63,19 @@ TEST(MinimalClient, speaks_the_language_that_it_is_told_to) {
   const ClientRun run = runClient("\"$(dirname " MINIMAL_CLIENT ")/control.cfg\" de");
   EXPECT_EQ(run.exitStatus, 0) << run.output;
   EXPECT_THAT(run.output, HasSubstr("Clock: bestanden\n"));
+}
+
+TEST(MinimalClient, asks_for_nothing_that_is_not_there) {
+  const TemporaryDirectory directory;
+  const ClientRun run = runClient(ControlFile()
+                                      .packDirPath(EXAMPLE_PACKAGES)
+                                      .traced(directory.path())
+                                      .with("DebugLog", "DIAG_ERROR")
+                                      .writeTo(directory));
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  const TraceFile trace(directory.path());
+  EXPECT_TRUE(trace.contains("Progress of Enumeration"));
+  EXPECT_FALSE(trace.contains(" failed: "));
 }
 
 TEST(MinimalClient, names_the_call_that_failed) {
