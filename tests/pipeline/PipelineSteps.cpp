@@ -39,9 +39,9 @@ std::atomic<Actor> sArmed{Actor::none};
 std::atomic<bool> sReached{false};
 std::atomic<int> sActing{0};
 std::atomic<long> sWaitMs{0};
-std::array<std::atomic<unsigned long>, 3> sWaits{};
-std::array<std::atomic<unsigned long>, 3> sTries{};
-std::array<std::atomic<long>, 3> sLatestWait{};
+std::array<std::atomic<unsigned long>, 4> sWaits{};
+std::array<std::atomic<unsigned long>, 4> sTries{};
+std::array<std::atomic<long>, 4> sLatestWait{};
 std::atomic<int> sRefusedWorkers{0};
 std::atomic<int> sRefusedLoads{0};
 std::atomic<int> sRefusedReleases{0};
@@ -175,6 +175,10 @@ long PipelineSteps::latestWait(Actor actor) const {
   return sLatestWait[static_cast<std::size_t>(actor)];
 }
 
+void PipelineSteps::actAsClient() {
+  sSelf = Actor::client;
+}
+
 bool PipelineSteps::isReached() const {
   return sReached;
 }
@@ -207,28 +211,6 @@ void PipelineSteps::beforeWorkerIsCreated(Action action) {
 
 int PipelineSteps::livingThreads() const {
   return sLiving;
-}
-
-Barrier::~Barrier() {
-  open();
-  eventually([this] { return m_inside == 0; });
-}
-
-void Barrier::pass() {
-  ++m_inside;
-  ++m_arrived;
-  while (!m_open) {
-    std::this_thread::sleep_for(std::chrono::microseconds(200));
-  }
-  --m_inside;
-}
-
-void Barrier::open() {
-  m_open = true;
-}
-
-bool Barrier::awaitArrival() const {
-  return eventually([this] { return m_arrived > 0; });
 }
 
 }  // namespace TarvexDiags::TestSupport

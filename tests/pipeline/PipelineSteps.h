@@ -5,12 +5,13 @@
 #include <functional>
 #include <utility>
 
+#include "tests/support/Barrier.h"
 #include "tests/support/ThreadState.h"
 
 namespace TarvexDiags::TestSupport {
 
-/** The kinds of thread of the pipeline. */
-enum class Actor : unsigned int { dispatcher, monitor, worker, none };
+/** The kinds of thread of the pipeline, and a client's. */
+enum class Actor : unsigned int { dispatcher, monitor, worker, client, none };
 
 /**
  * Forces the order in which the threads of the pipeline meet. The test program's own definitions of
@@ -45,6 +46,8 @@ class PipelineSteps {
 
   /** The action runs once, on the actor's thread, in front of the n-th lock from now on. */
   void atLock(Actor actor, unsigned int number, Action action);
+  /** Makes the calling thread a client that can be stopped like the controller's own threads. */
+  static void actAsClient();
   /** Whether that lock has come. */
   bool isReached() const;
   /** Takes the action away again; waits until it is over if it is under way. */
@@ -74,28 +77,6 @@ class Interjection {
 
  private:
   Companion m_companion;
-};
-
-/** A gate at which a thread of the package or pipeline stays until the test opens it. */
-class Barrier {
- public:
-  Barrier() = default;
-  /** Opens, so that a test that has failed ends all the same, and lets everybody out. */
-  ~Barrier();
-  Barrier(const Barrier&) = delete;
-  Barrier& operator=(const Barrier&) = delete;
-
-  /** For the thread that is to stay. */
-  void pass();
-  void open();
-  /** For the test. @return false if nobody came within the time. */
-  bool awaitArrival() const;
-  bool isOpen() const { return m_open; }
-
- private:
-  std::atomic<int> m_arrived{0};
-  std::atomic<int> m_inside{0};
-  std::atomic<bool> m_open{false};
 };
 
 }  // namespace TarvexDiags::TestSupport
