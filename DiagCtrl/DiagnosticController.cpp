@@ -12,6 +12,7 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/EventManager.h"
+#include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
@@ -74,6 +75,7 @@ DiagnosticController::DiagnosticController()
       mmtxProgressLock(kTimeOut),
       mmtxDisPackageListLock(kTimeOut),
       mmtxResetLock(kTimeOut),
+      mpClientCalls(std::make_unique<ClientCallCount>()),
       mResettingThread(std::thread::id()) {
   mpDiagCtrlStatus = new DiagControllerStatus;
 }
@@ -135,36 +137,52 @@ TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
 std::optional<DiagnosticController::errorCode> DiagnosticController::refusal(ClientCall aeCall,
                                                                              TraceScope& arTrace) {
   const GateRow& row = gateRow(aeCall);
-  const bool isTracedLast = row.trace == GateRow::afterEvent;
-  const auto closeTrace = [&] {
-    if (!isTracedLast) {
-      arTrace.close();
-    }
-  };
   diagCtrlPhase phase = DiagControllerStatus::UNINITIALISED;
   try {
     phase = getDiagCtrlPhase(row.readTimeOut);
   } catch (const DiagCtrlMutexException&) {
-    closeTrace();
+    if (row.trace != GateRow::afterEvent) {
+      arTrace.close();
+    }
     if (row.raisesLockFailure) {
       pushError(DiagCtrlEvent::UNABLE_TO_GET_LOCK);
     }
+    if (row.trace == GateRow::afterEvent) {
+      arTrace.error("UNABLE_TO_GET_LOCK: ");
+    }
     return UNABLE_TO_GET_LOCK;
   }
-  if ((row.allowedPhases & phaseBit(phase)) != 0) {
+  if (isAllowed(row, phase)) {
     return std::nullopt;
   }
+  return refuse(row, phase, arTrace);
+}
+
+// A call that is turned away meets the controller as it will be in a moment.
+std::optional<DiagnosticController::errorCode> DiagnosticController::refusalInside(
+    const ClientCallScope& arInside, ClientCall aeCall, TraceScope& arTrace) {
+  if (arInside.isTurnedAway()) {
+    return refuse(gateRow(aeCall), DiagControllerStatus::UNINITIALISED, arTrace);
+  }
+  return refusal(aeCall, arTrace);
+}
+
+DiagnosticController::errorCode DiagnosticController::refuse(const GateRow& arRow,
+                                                             diagCtrlPhase aePhase,
+                                                             TraceScope& arTrace) {
   const auto traceRefusal = [&] {
-    arTrace.errorValue(std::string(arTrace.method()) + row.text, phase);
+    arTrace.errorValue(std::string(arTrace.method()) + arRow.text, aePhase);
   };
-  if (row.trace == GateRow::before) {
+  if (arRow.trace == GateRow::before) {
     traceRefusal();
   }
-  closeTrace();
-  if (row.wrongPhaseEvent != GateRow::noEvent) {
-    pushError(row.wrongPhaseEvent);
+  if (arRow.trace != GateRow::afterEvent) {
+    arTrace.close();
   }
-  if (isTracedLast) {
+  if (arRow.wrongPhaseEvent != GateRow::noEvent) {
+    pushError(arRow.wrongPhaseEvent);
+  }
+  if (arRow.trace == GateRow::afterEvent) {
     traceRefusal();
   }
   return INCORRECT_PHASE;
@@ -179,6 +197,7 @@ DiagnosticController::errorCode DiagnosticController::fail(TraceScope& arTrace,
 }
 
 void DiagnosticController::pushError(DiagCtrlEvent::eventCode aeEvent) {
+  ClientCallScope::leaveCurrent();
   mpDiagUtil->pushDiagCtrlEvent(aeEvent, Diag::DiagnosticEvent::ERROR_EVENT, 0);
 }
 

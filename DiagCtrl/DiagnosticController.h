@@ -3,6 +3,8 @@
 #include <atomic>
 #include <list>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -27,6 +29,8 @@
 
 namespace TarvexDiags::DiagCtrl {
 
+class ClientCallCount;
+class ClientCallScope;
 class DiagControlConfig;
 class DiagnosticPackageInterface;
 class DiagTracer;
@@ -40,6 +44,7 @@ class ResourceLockManager;
 class TestRequestManager;
 class TraceScope;
 enum class ClientCall : unsigned int;
+struct GateRow;
 
 typedef std::vector<unsigned long> VectorTestReqId;
 typedef std::vector<std::string> PackageNameVector;
@@ -64,8 +69,9 @@ typedef std::map<int, const char*> PackageMap;
 /// objects stay the controller's.
 ///
 /// Thread-safety: any client thread may call any operation; `mmtxApiPhaseLock` makes those that
-/// change the machine take turns. Other client threads are at rest during `shutDown`,
-/// `resetDiagController` and the enumerations. No operation lets an exception out, but
+/// change the machine take turns. Other client threads are at rest during the enumerations;
+/// `shutDown` waits for calls that are inside, and turns new ones away as in `UNINITIALISED`. No
+/// operation lets an exception out, but
 /// `initialize` and `resetDiagController` (standard exceptions), `abortAllTest`
 /// (DiagCtrlMutexException) and `runEstimation` (std::out_of_range, and what `abortAllTest` lets
 /// out).
@@ -157,8 +163,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   errorCode initialize(const char* apcFileName);
 
   /// Aborts what runs, stops both threads and takes everything down; in any phase, always SUCCESS.
-  /// No time limit: it waits until each package has returned from the test it is in. Registrations
-  /// do not survive; the call-back objects stay the client's.
+  /// No time limit: it waits until each package has returned from the test it is in, and from the
+  /// call that another client thread is making. Registrations do not survive; the call-back objects
+  /// stay the client's.
   errorCode shutDown();
 
   /// `shutDown` and `initialize` with the same file, with every other client call kept out. Ends
@@ -166,7 +173,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   errorCode resetDiagController();
 
   /// A new record of the phase and of the threads' health, which the caller owns; in every phase
-  /// but `ENUMERATE`. A dispatcher that waits long for one serial test reads as unhealthy.
+  /// but `ENUMERATE`, also while the controller is shut down. A dispatcher that waits long for one
+  /// serial test reads as unhealthy.
   errorCode getDiagControllerStatus(DiagControllerStatus*& arDiagControllerStatus);
 
   // ---- Settings: read in every phase but UNINITIALISED and ENUMERATE, written in IDLE ------
@@ -374,12 +382,19 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   // The phase gate and the answers to failures.
   std::optional<errorCode> refusal(ClientCall aeCall, TraceScope& arTrace);
+  std::optional<errorCode> refusalInside(const ClientCallScope& arInside, ClientCall aeCall,
+                                         TraceScope& arTrace);
+  errorCode refuse(const GateRow& arRow, diagCtrlPhase aePhase, TraceScope& arTrace);
   errorCode fail(TraceScope& arTrace, DiagCtrlEvent::eventCode aeEvent, errorCode aeResult);
   void pushError(DiagCtrlEvent::eventCode aeEvent);
 
   /// Runs the steps of a call; a ClientFailure becomes its event and its code.
   template <class Steps>
   errorCode answer(TraceScope& arTrace, Steps aSteps);
+  /// The same behind the gate, for a call that uses the machinery without the big lock: a shut-down
+  /// waits for it, or turns it away.
+  template <class Steps>
+  errorCode answerInside(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
   void requireManagers() const;
   bool isResetting() const;
 
@@ -393,6 +408,12 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void setResetRequest(bool abResetRequest);
   void stopTests(const TraceScope& arTrace);
   void stopThreads(const TraceScope& arTrace);
+  template <class Thread>
+  void endThread(Thread*& arpThread, const TraceScope& arTrace);
+  template <class Thread>
+  void publishThread(Thread*& arpThread, Thread* apNext);
+  template <class Thread>
+  void deleteThread(Thread*& arpThread);
   void dropRequestsAndRegistrations(const TraceScope& arTrace);
   void dropCatalogue(const TraceScope& arTrace);
   void dropManagersAndSettings();
@@ -475,6 +496,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   template <class Read>
   errorCode askPackage(const char* apcMethod, unsigned long aulTestRequestId,
                        bool abKeepsLockWhenReleased, Read aRead);
+  void requireSameLife(const ClientCallScope& arInside, ClientCall aeCall, unsigned long aulLife);
 
   // Estimation.
   bool collectEstimates(std::size_t aRequestCount, std::vector<int>& apTimeRemainingVec);
@@ -538,6 +560,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   DiagCtrlLock mmtxDisPackageListLock;
   DiagCtrlLock mmtxResetLock;
 
+  std::unique_ptr<ClientCallCount> mpClientCalls;
+  /// Held to read the stamp of a thread, and to change the pointer to one. Never around a join.
+  std::mutex mThreadPointersMutex;
   std::atomic<std::thread::id> mResettingThread;
   /// Libraries whose devices a request of an earlier enumeration may still use.
   std::vector<void*> mRetiredHandles;

@@ -69,10 +69,7 @@ DiagnosticPackage* DiagnosticController::getDiagPackagePtr(int iPackIndex) {
 template <class Steps>
 DiagnosticController::errorCode DiagnosticController::query(const char* apcMethod, Steps aSteps) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::query, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::query, trace, [&] {
     aSteps();
     return SUCCESS;
   });

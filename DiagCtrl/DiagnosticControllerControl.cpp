@@ -17,6 +17,7 @@
 #include "DiagCtrl/TestRequest.h"
 #include "DiagCtrl/TestRequestManager.h"
 #include "DiagCtrl/internal/Answer.h"
+#include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/DiagnosticsPin.h"
 #include "DiagCtrl/internal/LockScope.h"
@@ -195,21 +196,34 @@ DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long u
                          });
 }
 
+// While the call waits for its lock, which another may hold for ever, it is not counted and has
+// nothing in its hands: it looks again at everything once it has the lock.
 template <class Read>
 DiagnosticController::errorCode DiagnosticController::askPackage(const char* apcMethod,
                                                                  unsigned long aulTestRequestId,
                                                                  bool abKeepsLockWhenReleased,
                                                                  Read aRead) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::askPackage, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
-    const RequestReference request = orFail(kUnableToGetLock, kRequestNotFound, [&] {
+  unsigned long life = 0;
+  const auto lookUp = [&] {
+    return orFail(kUnableToGetLock, kRequestNotFound, [&] {
       return mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
     });
+  };
+  const errorCode found = answerInside(ClientCall::askPackage, trace, [&] {
+    life = mpClientCalls->life();
+    lookUp();
+    return SUCCESS;
+  });
+  if (found != SUCCESS) {
+    return found;
+  }
+  return answer(trace, [&] {
     LockScope lock = orFail(kUnableToGetLock, kUnableToGetLock,
                             [&] { return LockScope(mmtxDiagProgressLock, 0); });
+    const ClientCallScope inside(*mpClientCalls);
+    requireSameLife(inside, ClientCall::askPackage, life);
+    const RequestReference request = lookUp();
     const auto pinned = orFail(kIDiagnosticNotFound, kIDiagnosticNotFound,
                                [&] { return std::make_unique<DiagnosticsPin>(*request); });
     if (!*pinned) {
@@ -221,6 +235,19 @@ DiagnosticController::errorCode DiagnosticController::askPackage(const char* apc
     orPackageFailed(kIDiagnosticNotFound, [&] { aRead((*pinned)->getDiagnosticStatus()); });
     return SUCCESS;
   });
+}
+
+/// Whether the controller is still the one that a call has met before it waited.
+void DiagnosticController::requireSameLife(const ClientCallScope& arInside, ClientCall aeCall,
+                                           unsigned long aulLife) {
+  if (arInside.isTurnedAway() || mpClientCalls->life() != aulLife) {
+    throw WrongPhase{aeCall, DiagControllerStatus::UNINITIALISED};
+  }
+  const diagCtrlPhase phase =
+      orFail(kUnableToGetLock, kUnableToGetLock, [&] { return getDiagCtrlPhase(kTimeOut); });
+  if (!isAllowed(gateRow(aeCall), phase)) {
+    throw WrongPhase{aeCall, phase};
+  }
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticStatus(
@@ -239,10 +266,7 @@ DiagnosticController::errorCode DiagnosticController::getRequestStatus(
     long lTestRequestId, TestRequest::TestRequestStatus& arStatus, int& aiCurPassCnt,
     int& aiTotalPassCnt, bool& abStrssMode) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestStatus");
-  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::queryRequest, trace, [&] {
     orFail(kUnableToGetLock, kRequestNotFound, [&] {
       const RequestReference request = mpTestRequestManager->acquireTestRequest(
           static_cast<unsigned long>(lTestRequestId), kTimeOut);
@@ -261,10 +285,7 @@ DiagnosticController::errorCode DiagnosticController::getRequestIdList(
     std::vector<unsigned long>*& arTestRequestIdList) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestIdList");
   arTestRequestIdList = new std::vector<unsigned long>;
-  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::queryRequest, trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
       const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(kTimeOut);
       arTestRequestIdList->assign(ids.begin(), ids.end());
@@ -276,10 +297,7 @@ DiagnosticController::errorCode DiagnosticController::getRequestIdList(
 DiagnosticController::errorCode DiagnosticController::getTestRequest(int requestId,
                                                                      TestRequest*& arpRequest) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequest");
-  if (const auto refused = refusal(ClientCall::queryRequest, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::queryRequest, trace, [&] {
     arpRequest = orFail(kUnableToGetLock, kObjectNotFound, [&] {
       return mpTestRequestManager->getTestRequestObj(static_cast<unsigned long>(requestId),
                                                      kTimeOut);
@@ -290,10 +308,7 @@ DiagnosticController::errorCode DiagnosticController::getTestRequest(int request
 
 DiagnosticController::errorCode DiagnosticController::clearRequestIdList() {
   TraceScope trace(mpDiagTracer, "DiagnosticController::clearRequestIdList");
-  if (const auto refused = refusal(ClientCall::clearRequests, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::clearRequests, trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock,
            [&] { mpTestRequestManager->clearTestRequestMap(); });
     return SUCCESS;

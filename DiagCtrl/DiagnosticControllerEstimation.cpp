@@ -16,6 +16,7 @@
 #include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/RequestReference.h"
@@ -87,7 +88,8 @@ bool DiagnosticController::getEstimatedTime(const std::vector<int>& apTestReques
     trace.error("DiagnosticController::getEstimatedTime- invalid size for apTestRequestIdVec");
     return true;
   }
-  if (const auto refused = refusal(ClientCall::readEstimate, trace)) {
+  const ClientCallScope inside(*mpClientCalls);
+  if (const auto refused = refusalInside(inside, ClientCall::readEstimate, trace)) {
     return *refused != INCORRECT_PHASE;
   }
   try {
@@ -152,7 +154,8 @@ int DiagnosticController::configuredEstimate(unsigned long aulTestRequestId) {
 int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
                                                 const std::vector<int>& apTimeRemainingVec) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getToTalTimeRemaining");
-  if (refusal(ClientCall::sumEstimates, trace)) {
+  const ClientCallScope inside(*mpClientCalls);
+  if (refusalInside(inside, ClientCall::sumEstimates, trace)) {
     return 0;
   }
   // Unsigned: a sum that overflows wraps, and that is all.

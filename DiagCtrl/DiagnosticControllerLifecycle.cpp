@@ -28,6 +28,7 @@
 #include "DiagCtrl/MonitorThread.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/Invariant.h"
 #include "DiagCtrl/internal/LockScope.h"
@@ -56,6 +57,7 @@ void deleteTextAndNull(char*& arpcText) {
   arpcText = nullptr;
 }
 
+// With the pointers' lock held, or the thread could be gone in between.
 bool isFresh(DiagThread* apThread, time_t aNow) {
   return apThread != nullptr && aNow - static_cast<time_t>(apThread->getLastUpdatedTime()) <
                                     DiagCtrlConstants::mSconlTimeOut;
@@ -75,23 +77,6 @@ bool startThread(Thread& arThread, const TraceScope& arTrace) {
     arTrace.warning("WARNING: DiagCtrlMutexException");
   }
   return true;
-}
-
-/// Stops a thread, waits for its end and deletes it.
-template <class Thread>
-void endThread(Thread*& arpThread, const TraceScope& arTrace) {
-  if (arpThread == nullptr) {
-    return;
-  }
-  try {
-    arpThread->stop();
-    arpThread->join();
-  } catch (const DiagCtrlUnsupportedOperation&) {
-    arTrace.warning("WARNING: DiagCtrlUnsupportedOperation");
-  } catch (const DiagCtrlMutexException&) {
-    arTrace.warning("WARNING: DiagCtrlMutexException");
-  }
-  deleteAndNull(arpThread);
 }
 
 }  // namespace
@@ -159,8 +144,42 @@ void DiagnosticController::openTraceFile(TraceScope& arTrace) {
   }
 }
 
+/// Stores the pointer to a thread where a client's question about its health finds it.
+template <class Thread>
+void DiagnosticController::publishThread(Thread*& arpThread, Thread* apNext) {
+  const std::lock_guard<std::mutex> hold(mThreadPointersMutex);
+  arpThread = apNext;
+}
+
+// The object is out of reach before it goes: its destructor may join the threads that it owns, and
+// a client's question does not wait for those.
+template <class Thread>
+void DiagnosticController::deleteThread(Thread*& arpThread) {
+  Thread* thread = arpThread;
+  publishThread<Thread>(arpThread, nullptr);
+  delete thread;
+}
+
+/// Stops a thread, waits for its end and deletes it.
+template <class Thread>
+void DiagnosticController::endThread(Thread*& arpThread, const TraceScope& arTrace) {
+  if (arpThread == nullptr) {
+    return;
+  }
+  try {
+    arpThread->stop();
+    arpThread->join();
+  } catch (const DiagCtrlUnsupportedOperation&) {
+    arTrace.warning("WARNING: DiagCtrlUnsupportedOperation");
+  } catch (const DiagCtrlMutexException&) {
+    arTrace.warning("WARNING: DiagCtrlMutexException");
+  }
+  deleteThread(arpThread);
+}
+
 // The order of creation is what all subsystems rely on.
 DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope& arTrace) {
+  mpClientCalls->beginLife();
   mProgressEnumeration = 0;
   mOs = System::SysUtil::getOs();
   if (mOs.empty()) {
@@ -171,18 +190,18 @@ DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope&
   mpEventManager = EventManager::getInstance();
   mpTestRequestManager = new TestRequestManager;
   mpResourceLockManager = ResourceLockManager::getInstance();
-  mpExecMgrThread =
-      new ExecutionManagerThread(*mpTestRequestManager, *mpGlobalSettings, *mpDiagTracer);
+  publishThread(mpExecMgrThread, new ExecutionManagerThread(*mpTestRequestManager,
+                                                            *mpGlobalSettings, *mpDiagTracer));
   if (!startThread(*mpExecMgrThread, arTrace)) {
     undoStart();
     arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
     return UNABLE_TO_INIT_MONI_THREAD;
   }
   mpDiagPackInterface = new DiagnosticPackageInterface;
-  mpMoniThread = new MonitorThread(*mpEventManager, *mpTestRequestManager, *mpExecMgrThread, *this,
-                                   *mpDiagPackInterface);
+  publishThread(mpMoniThread, new MonitorThread(*mpEventManager, *mpTestRequestManager,
+                                                *mpExecMgrThread, *this, *mpDiagPackInterface));
   if (!startThread(*mpMoniThread, arTrace)) {
-    deleteAndNull(mpMoniThread);
+    deleteThread(mpMoniThread);
     deleteAndNull(mpDiagPackInterface);
     mpExecMgrThread->stop();
     mpExecMgrThread->join();
@@ -203,7 +222,7 @@ void DiagnosticController::readMessageFilePath() {
 }
 
 void DiagnosticController::undoStart() {
-  deleteAndNull(mpExecMgrThread);
+  deleteThread(mpExecMgrThread);
   deleteAndNull(mpResourceLockManager);
   deleteAndNull(mpTestRequestManager);
   deleteAndNull(mpEventManager);
@@ -225,6 +244,8 @@ DiagnosticController::errorCode DiagnosticController::shutDown() {
   }
   stopTests(trace);
   stopThreads(trace);
+  // Opened again only in the new phase, at which the gate refuses by itself.
+  const ClientCallClosure closure(*mpClientCalls);
   dropRequestsAndRegistrations(trace);
   dropCatalogue(trace);
   dropManagersAndSettings();
@@ -385,8 +406,11 @@ DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
   }
   auto status = std::make_unique<DiagControllerStatus>();
   const time_t now = time(nullptr);
-  status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
-  status->setMonThrHealth(isFresh(mpMoniThread, now));
+  {
+    const std::lock_guard<std::mutex> hold(mThreadPointersMutex);
+    status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
+    status->setMonThrHealth(isFresh(mpMoniThread, now));
+  }
   try {
     status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
   } catch (const DiagCtrlMutexException&) {

@@ -68,27 +68,23 @@ DiagnosticController::errorCode DiagnosticController::registerFor(
     trace.error("INVALID_OBJECT_PASSED: ");
     return INVALID_OBJECT_PASSED;
   }
-  if (const auto refused = refusal(arTarget.call, trace)) {
-    if (*refused == UNABLE_TO_GET_LOCK) {
-      trace.error("UNABLE_TO_GET_LOCK: ");
+  return answerInside(arTarget.call, trace, [&] {
+    try {
+      arulRegistrationId = (mpEventManager->*arTarget.createQueue)();
+    } catch (const DiagCtrlMutexException&) {
+      pushError(DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
+      trace.error("UNABLE_TO_REGISTER: ");
+      return UNABLE_TO_REGISTER;
     }
-    return *refused;
-  }
-  try {
-    arulRegistrationId = (mpEventManager->*arTarget.createQueue)();
-  } catch (const DiagCtrlMutexException&) {
-    pushError(DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
-    trace.error("UNABLE_TO_REGISTER: ");
-    return UNABLE_TO_REGISTER;
-  }
-  try {
-    const LockScope lock(arTarget.listLock, 0);
-    arTarget.objects.push_back(apCallBackObj);
-  } catch (const DiagCtrlMutexException&) {
-    trace.error("UNABLE_TO_GET_LOCK: ");
-    return UNABLE_TO_GET_LOCK;
-  }
-  return SUCCESS;
+    try {
+      const LockScope lock(arTarget.listLock, 0);
+      arTarget.objects.push_back(apCallBackObj);
+    } catch (const DiagCtrlMutexException&) {
+      trace.error("UNABLE_TO_GET_LOCK: ");
+      return UNABLE_TO_GET_LOCK;
+    }
+    return SUCCESS;
+  });
 }
 
 void DiagnosticController::notifyAll(const char* apcMethod, const char* apcText,
@@ -121,10 +117,7 @@ DiagnosticController::errorCode DiagnosticController::fetchMessages(
     Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
     Messages*& arpMessages) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::fetchMessages, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::fetchMessages, trace, [&] {
     try {
       arpMessages =
           std::invoke(apGet, *mpEventManager, static_cast<unsigned long>(alRegistrationId));
@@ -156,40 +149,38 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticResults(
 DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
     long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagnosticCtrlEvents");
-  if (const auto refused = refusal(ClientCall::fetchCtrlEvents, trace)) {
-    return *refused;
-  }
-  try {
-    arpDiagCtrlEventVector =
-        mpEventManager->getCtrlEvents(static_cast<unsigned long>(lCtrlEventRegId));
-  } catch (const DiagCtrlKeyNotExistException&) {
-    trace.errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:",
-                     static_cast<unsigned long>(lCtrlEventRegId));
-    return fail(trace, DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND);
-  } catch (const DiagCtrlMutexException&) {
-    return UNABLE_TO_GET_LOCK;
-  }
-  return SUCCESS;
+  return answerInside(ClientCall::fetchCtrlEvents, trace, [&] {
+    try {
+      arpDiagCtrlEventVector =
+          mpEventManager->getCtrlEvents(static_cast<unsigned long>(lCtrlEventRegId));
+    } catch (const DiagCtrlKeyNotExistException&) {
+      trace.errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:",
+                       static_cast<unsigned long>(lCtrlEventRegId));
+      return fail(trace, DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND);
+    } catch (const DiagCtrlMutexException&) {
+      return UNABLE_TO_GET_LOCK;
+    }
+    return SUCCESS;
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getNumberOfRegistrations(
     unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfRegistrations");
-  if (const auto refused = refusal(ClientCall::countRegistrations, trace)) {
-    return *refused;
-  }
   const auto count = [](DiagCtrlLock& arLock, const std::list<CallBackObject*>& arObjects) {
     const LockScope lock(arLock, 0);
     return static_cast<unsigned int>(arObjects.size());
   };
-  try {
-    auiEvtReg = count(mmtxEvtCBObjListLock, mlEventCallBackObjList);
-    auiResReg = count(mmtxResCBObjListLock, mlResultCallBackObjList);
-    auiCtrlEvtReg = count(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
-  } catch (const DiagCtrlMutexException&) {
-    return UNABLE_TO_GET_LOCK;
-  }
-  return SUCCESS;
+  return answerInside(ClientCall::countRegistrations, trace, [&] {
+    try {
+      auiEvtReg = count(mmtxEvtCBObjListLock, mlEventCallBackObjList);
+      auiResReg = count(mmtxResCBObjListLock, mlResultCallBackObjList);
+      auiCtrlEvtReg = count(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+    } catch (const DiagCtrlMutexException&) {
+      return UNABLE_TO_GET_LOCK;
+    }
+    return SUCCESS;
+  });
 }
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -42,10 +42,7 @@ DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeC
                                                                   const char* apcMethod,
                                                                   Read aRead) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(aeCall, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(aeCall, trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
       const LockScope lock = lockSettings(trace);
       if (mpGlobalSettings == nullptr) {
@@ -67,10 +64,7 @@ DiagnosticController::errorCode DiagnosticController::changeSetting(
   } catch (const DiagCtrlInvalidParameter&) {
     return INAVLID_VALUE_PASSED;
   }
-  if (const auto refused = refusal(ClientCall::changeSetting, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerInside(ClientCall::changeSetting, trace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
       const LockScope lock = lockSettings(trace, apcLockFailureText);
       if (mpGlobalSettings == nullptr) {

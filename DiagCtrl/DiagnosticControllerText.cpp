@@ -14,6 +14,7 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/internal/Answer.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
@@ -92,20 +93,19 @@ DiagnosticController::errorCode DiagnosticController::readToken(const char* apcM
                                                                 const char* apcKey,
                                                                 char*& arpcToken) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::readToken, trace)) {
-    return *refused;
-  }
-  const char* package = packageNameOf(packageIndex);
-  if (package == nullptr) {
-    trace.errorValue(std::string(apcMethod) + "PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:",
-                     static_cast<unsigned long>(packageIndex));
-    return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
-  }
-  if (apSection == nullptr) {
-    return fail(trace, DiagCtrlEvent::INVALID_PARAMETER, INVALID_PARAMETER);
-  }
-  return readText(trace, apSection->c_str(), apcKey, packageFile(package, nullptr),
-                  DiagCtrlEvent::INVALID_PARAMETER_IN_INI_FILE, arpcToken);
+  return answerInside(ClientCall::readToken, trace, [&] {
+    const char* package = packageNameOf(packageIndex);
+    if (package == nullptr) {
+      trace.errorValue(std::string(apcMethod) + "PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:",
+                       static_cast<unsigned long>(packageIndex));
+      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+    }
+    if (apSection == nullptr) {
+      return fail(trace, DiagCtrlEvent::INVALID_PARAMETER, INVALID_PARAMETER);
+    }
+    return readText(trace, apSection->c_str(), apcKey, packageFile(package, nullptr),
+                    DiagCtrlEvent::INVALID_PARAMETER_IN_INI_FILE, arpcToken);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestToken(int packageIndex, int testIndex,
@@ -148,17 +148,16 @@ DiagnosticController::errorCode DiagnosticController::getLocalizedString(int pac
   if (pcMsgToken == nullptr) {
     return MESSAGE_TOKEN_IS_NULL;
   }
-  if (const auto refused = refusal(ClientCall::localiseString, trace)) {
-    return *refused;
-  }
-  const char* package = packageNameOf(packageIndex);
-  if (package == nullptr) {
-    trace.errorValue(std::string(trace.method()) + " PACKAGE NOT FOUND, INCORRECT PACKAGE INDEX",
-                     static_cast<unsigned long>(packageIndex));
-    return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
-  }
-  return readText(trace, pcLangId, pcMsgToken, packageFile(package, pcLangId),
-                  DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, rpcLocalString);
+  return answerInside(ClientCall::localiseString, trace, [&] {
+    const char* package = packageNameOf(packageIndex);
+    if (package == nullptr) {
+      trace.errorValue(std::string(trace.method()) + " PACKAGE NOT FOUND, INCORRECT PACKAGE INDEX",
+                       static_cast<unsigned long>(packageIndex));
+      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+    }
+    return readText(trace, pcLangId, pcMsgToken, packageFile(package, pcLangId),
+                    DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, rpcLocalString);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getLocalizedMessage(
@@ -171,27 +170,26 @@ DiagnosticController::errorCode DiagnosticController::getLocalizedMessage(
   if (pcMsgToken == nullptr) {
     return MESSAGE_TOKEN_IS_NULL;
   }
-  if (const auto refused = refusal(ClientCall::localiseMessage, trace)) {
-    return *refused;
-  }
-  std::string file;
-  if (mbMsgFilePathFound && packageIndex <= 0) {
-    file = mpcMsgFilePath;
-  } else if (const char* package = packageNameOf(packageIndex); package != nullptr) {
-    file = packageFile(package, pcLangId);
-  } else {
-    return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
-  }
-  char* pcLocalString = nullptr;
-  if (const errorCode result = readText(trace, pcLangId, pcMsgToken, file,
-                                        DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, pcLocalString);
-      result != SUCCESS) {
-    return result;
-  }
-  translateParameters(pcLangId, file, aStringVector);
-  generateString(pcLocalString, aStringVector);
-  rpcLocalString = pcLocalString;
-  return SUCCESS;
+  return answerInside(ClientCall::localiseMessage, trace, [&] {
+    std::string file;
+    if (mbMsgFilePathFound && packageIndex <= 0) {
+      file = mpcMsgFilePath;
+    } else if (const char* package = packageNameOf(packageIndex); package != nullptr) {
+      file = packageFile(package, pcLangId);
+    } else {
+      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+    }
+    char* pcLocalString = nullptr;
+    const errorCode result = readText(trace, pcLangId, pcMsgToken, file,
+                                      DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, pcLocalString);
+    if (result != SUCCESS) {
+      return result;
+    }
+    translateParameters(pcLangId, file, aStringVector);
+    generateString(pcLocalString, aStringVector);
+    rpcLocalString = pcLocalString;
+    return SUCCESS;
+  });
 }
 
 // A parameter may itself be a token; one that is none stays as it is.

@@ -8,6 +8,7 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/internal/PhaseGate.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -16,6 +17,12 @@ namespace TarvexDiags::DiagCtrl {
 struct ClientFailure {
   DiagCtrlEvent::eventCode event;
   DiagnosticController::errorCode result;
+};
+
+/// A call that has found the phase gone while it waited: answered as at the gate.
+struct WrongPhase {
+  ClientCall call;
+  DiagControllerStatus::diagCtrlPhase phase;
 };
 
 constexpr ClientFailure kUnableToGetLock{DiagCtrlEvent::UNABLE_TO_GET_LOCK,

@@ -41,8 +41,8 @@ enum class ClientCall : unsigned int {
 struct GateRow {
   /// What a wrong phase raises; SUCCESS stands for no event.
   static constexpr auto noEvent = DiagCtrlEvent::SUCCESS;
-  /// When a refusal is traced: a call that traces after its event is also left to trace what it
-  /// makes of a phase that cannot be read.
+  /// When a refusal is traced: a call that traces after its event traces a phase that cannot be
+  /// read as well.
   enum Trace : unsigned int { none, before, afterEvent };
 
   ClientCall call;
@@ -123,6 +123,10 @@ static_assert(rowsFollowCalls(), "the table is indexed by the call");
 
 constexpr const GateRow& gateRow(ClientCall aeCall) {
   return gate::kRows[static_cast<unsigned int>(aeCall)];
+}
+
+constexpr bool isAllowed(const GateRow& arRow, DiagControllerStatus::diagCtrlPhase aePhase) {
+  return (arRow.allowedPhases & phaseBit(aePhase)) != 0;
 }
 
 }  // namespace TarvexDiags::DiagCtrl
