@@ -4,14 +4,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
+#include "tests/support/Barrier.h"
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/CtrlEventTap.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/ThreadState.h"
 
 namespace TarvexDiags::Lifecycle {
@@ -26,9 +29,11 @@ using DiagCtrl::TestRequest;
 using Scripted::Call;
 using Scripted::CallRecord;
 using Scripted::Script;
+using TestSupport::Barrier;
 using TestSupport::Companion;
 using TestSupport::ControllerHarness;
 using TestSupport::CtrlEventTap;
+using TestSupport::eventually;
 using TestSupport::nameOf;
 
 using Phase = DiagControllerStatus::diagCtrlPhase;
@@ -465,8 +470,36 @@ std::vector<Row> gateTable() {
   return rows;
 }
 
+/** Whether a shut-down waits for the call by its big lock, or the call needs nothing of what goes.
+ */
+bool isUncounted(const Row& row) {
+  static const Lines families = {"initialize", "reset",         "enumerate",
+                                 "queueTest",  "abort",         "suspend",
+                                 "resume",     "runEstimation", "getNumberOfDiagPackages"};
+  return row.served.find('U') != std::string::npos ||
+         std::any_of(families.begin(), families.end(),
+                     [&](const std::string& family) { return row.name.rfind(family, 0) == 0; });
+}
+
 class PhaseGateTest : public ::testing::Test {
  protected:
+  /** Tries every call that a waiting shut-down turns away: as if there was no controller. */
+  void tryTurnedAwayCalls() {
+    Client client(harness);
+    const CtrlEventTap tap;
+    for (const Row& row : gateTable()) {
+      if (isUncounted(row)) {
+        continue;
+      }
+      SCOPED_TRACE(row.name);
+      tap.take();
+      const Outcome outcome = row.call(client);
+      EXPECT_EQ(outcome.result, row.refusedResult);
+      EXPECT_EQ(outcome.output, row.refusedOutput);
+      EXPECT_EQ(tap.take(), row.refusedEvent.empty() ? Lines() : Lines{row.refusedEvent});
+    }
+  }
+
   /** Tries every call in the phase that the controller is in. */
   void tryEveryCall(Phase phase) {
     ASSERT_EQ(harness.phase(), phase);
@@ -572,6 +605,29 @@ TEST_F(PhaseGateTest, estimation_which_only_a_test_can_set) {
   harness.start();
   harness->setDiagCtrlPhase(DiagControllerStatus::ESTIMATION, -1);
   tryEveryCall(DiagControllerStatus::ESTIMATION);
+}
+
+TEST_F(PhaseGateTest, a_shut_down_that_waits_for_a_call_turns_others_away) {
+  Script& alpha = harness.addPackage("ALPHA");
+  harness.start();
+  Barrier inPackage;
+  alpha.on(Call::DeviceStatus, [&](const CallRecord&) { inPackage.pass(); });
+  const Companion inside([&] {
+    unsigned int status = 0;
+    EXPECT_EQ(harness->getDeviceStatus(1, 1, status), DiagnosticController::SUCCESS);
+  });
+  ASSERT_TRUE(inPackage.awaitArrival());
+  const Companion shutDown([&] { harness.shutDown(); });
+  EXPECT_TRUE(eventually([&] {
+    bool mode = false;
+    return harness->getDiagLogMode(mode) == DiagnosticController::INCORRECT_PHASE;
+  }));
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
+  tryTurnedAwayCalls();
+  EXPECT_FALSE(shutDown.ended());
+  inPackage.open();
+  ASSERT_TRUE(inside.ends() && shutDown.ends());
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::UNINITIALISED);
 }
 
 }  // namespace
