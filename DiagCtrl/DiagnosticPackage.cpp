@@ -64,6 +64,16 @@ void freeTexts(std::list<char*>& arTexts) {
   arTexts.clear();
 }
 
+/// Texts on their way to an owner; freed if they do not get there.
+struct OwnedTexts {
+  OwnedTexts() = default;
+  ~OwnedTexts() { freeTexts(texts); }
+  OwnedTexts(const OwnedTexts&) = delete;
+  OwnedTexts& operator=(const OwnedTexts&) = delete;
+
+  std::list<char*> texts;
+};
+
 }  // namespace
 
 DiagnosticPackage::DiagnosticPackage(const char* pcPackageBaseName, unsigned short machineId)
@@ -158,7 +168,8 @@ void DiagnosticPackage::readTest(const char* apcFile, int aiTestId) {
   test->setTestOpenMode(openMode.release());
   test->setTestDisable(false);
   test->setTestEstimatedTime(estimatedTime);
-  updateTestIdTestObjectMap(aiTestId, test.release());
+  updateTestIdTestObjectMap(aiTestId, test.get());
+  static_cast<void>(test.release());  // the map's now
 }
 
 void DiagnosticPackage::readDisabledTest(const char* apcFile, int aiEntry,
@@ -181,19 +192,16 @@ void DiagnosticPackage::readDisabledDevices(const char* apcFile, int aiEntry,
   if (!entryApplies(apcFile, section.c_str(), arOs)) {
     return;
   }
-  std::list<char*> names;
-  try {
-    for (int device = 1; device <= count; ++device) {
-      const std::string key = numbered(C::mSconpcDeviceName, device);
-      names.push_back(readRequiredText(section.c_str(), key.c_str(), apcFile));
-    }
-  } catch (const DiagCtrlInvalidKey&) {
-    freeTexts(names);
-    throw;
+  OwnedTexts names;
+  for (int device = 1; device <= count; ++device) {
+    const std::string key = numbered(C::mSconpcDeviceName, device);
+    Text name(readRequiredText(section.c_str(), key.c_str(), apcFile));
+    names.texts.push_back(name.get());
+    static_cast<void>(name.release());
   }
   // The first entry that applies counts; a later one for the same test is dropped.
-  if (const auto [entry, isFirst] = mmTestIdDeviceMap.emplace(test, names); !isFirst) {
-    freeTexts(names);
+  if (const auto [entry, isFirst] = mmTestIdDeviceMap.try_emplace(test); isFirst) {
+    entry->second.swap(names.texts);
   }
 }
 
@@ -315,6 +323,7 @@ void DiagnosticPackage::retirePackageData() {
   mDeviceVector.clear();
   {
     const LockScope lock(mmtxTestIdTestObjMapLock, 0);
+    mRetiredTests.reserve(mRetiredTests.size() + mTestIdTestObjectMap.size());
     for (const auto& entry : mTestIdTestObjectMap) {
       mRetiredTests.push_back(entry.second);
     }
@@ -374,6 +383,7 @@ void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVi
                                     "DiagnosticPackage::createDeviceVector()");
     }
   }
+  mDeviceVector.reserve(apVirtualDeviceVector->size());
   for (const DeviceEnum::VirtualDevice& device : *apVirtualDeviceVector) {
     mDeviceVector.push_back(new DiagDevice(device));
   }

@@ -13,6 +13,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/Singleton.h"
+#include "DiagCtrl/internal/Swallow.h"
 #include "DiagCtrl/internal/TraceScope.h"
 #include "DiagCtrl/internal/TracedLock.h"
 
@@ -28,7 +29,9 @@ std::shared_mutex sLifetimeMutex;
 
 template <class Queue>
 unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long& arLastId) {
-  arQueues.emplace(++arLastId, new Queue);
+  auto queue = std::make_unique<Queue>();
+  arQueues.emplace(++arLastId, queue.get());
+  static_cast<void>(queue.release());
   return arLastId;
 }
 
@@ -59,7 +62,9 @@ void fanOut(const TraceScope& arTrace, std::unique_ptr<Message> incoming,
   }
   arTrace.infoOf([&] { return incoming->dump(); });
   for (const auto& [id, queue] : arQueues) {
-    queue->push(new Message(*incoming));
+    auto copy = std::make_unique<Message>(*incoming);
+    queue->push(copy.get());
+    static_cast<void>(copy.release());
   }
 }
 
@@ -93,12 +98,16 @@ std::vector<Message*>* drain(const TraceScope& arTrace, unsigned long aulId,
   if (entry == arQueues.end()) {
     raise<DiagCtrlKeyNotExistException>(DiagCtrlBaseException::KeyNotExistException, apcText);
   }
-  auto* messages = new std::vector<Message*>;
-  for (Queue& queue = *entry->second; !queue.empty(); queue.pop()) {
+  Queue& queue = *entry->second;
+  auto messages = std::make_unique<std::vector<Message*>>();
+  messages->reserve(queue.size());  // a message that has left its queue is not lost any more
+  for (; !queue.empty(); queue.pop()) {
     messages->push_back(queue.front());
-    arTrace.infoOf([&] { return queue.front()->dump(); });
   }
-  return messages;
+  for (Message* message : *messages) {
+    swallowAll(false, [&] { return arTrace.infoOf([&] { return message->dump(); }), true; });
+  }
+  return messages.release();
 }
 
 // The messages stay allocated: nobody may rely on a destructor having run.

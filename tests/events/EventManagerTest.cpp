@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Diag/DiagnosticEvent.h"
@@ -18,6 +19,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
 #include "tests/support/BrokenLock.h"
+#include "tests/support/FailingAllocation.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
@@ -260,6 +262,61 @@ TYPED_TEST(EventManagerTest, both_ways_of_a_message_are_traced) {
   EXPECT_EQ(trace.count("code 77, type INFORMATION_EVENT, request 4"), 1U);
   this->drain(id);
   EXPECT_EQ(trace.count("code 77, type INFORMATION_EVENT, request 4"), 2U);
+}
+
+TYPED_TEST(EventManagerTest, a_push_that_runs_out_of_memory_keeps_nothing_of_its_own) {
+  DiagnosticController::getInstance();
+  unsigned long id = 0;
+  std::vector<typename TypeParam::Message*> batch;
+  const auto prepare = [&] {
+    id = this->create();
+    for (int filling = 0; filling < 63; ++filling) {
+      this->push({1});  // the next one needs memory of the queue itself
+    }
+    batch = {};
+    for (unsigned int code = 0; code < TypeParam::batchSize; ++code) {
+      batch.push_back(new Watched<typename TypeParam::Message>(code, this->m_destroyed));
+    }
+  };
+  const auto push = [&] { TypeParam::push(this->manager(), std::exchange(batch, {})); };
+  const auto tidy = [&] {
+    this->drain(id);
+    TypeParam::clear(this->manager());
+  };
+  TestSupport::failEachAllocation(prepare, push, tidy);
+  this->m_lastId = 0;
+}
+
+TYPED_TEST(EventManagerTest, a_drain_that_runs_out_of_memory_leaves_the_messages_in_their_queue) {
+  DiagnosticController::getInstance();
+  unsigned long id = 0;
+  std::size_t seen = 0;
+  std::vector<typename TypeParam::Message*>* drained = nullptr;
+  const auto prepare = [&] {
+    id = this->create();
+    this->push({1, 2, 3});
+    drained = nullptr;
+  };
+  const auto drain = [&] { drained = TypeParam::drain(this->manager(), id); };
+  const auto tidy = [&] {
+    seen = drained == nullptr ? 0 : drained->size();
+    for (std::size_t index = 0; index < seen; ++index) {
+      delete (*drained)[index];
+    }
+    delete drained;
+    seen += this->drain(id).size();
+    EXPECT_EQ(seen, 3U);
+    TypeParam::clear(this->manager());
+  };
+  TestSupport::failEachAllocation(prepare, drain, tidy);
+  this->m_lastId = 0;
+}
+
+TYPED_TEST(EventManagerTest, a_registration_that_runs_out_of_memory_is_none) {
+  const auto nothing = [] {};
+  TestSupport::failEachAllocation(
+      nothing, [&] { this->create(); }, [&] { TypeParam::clear(this->manager()); });
+  this->m_lastId = 0;
 }
 
 TYPED_TEST(EventManagerTest, a_drain_never_sees_half_a_batch) {

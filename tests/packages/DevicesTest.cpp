@@ -14,6 +14,8 @@
 #include "DeviceEnum/IDevice.h"
 #include "DeviceEnum/VirtualDevice.h"
 #include "Diag/IDiagnostics.h"
+#include "DiagCtrl/DiagCtrlConstants.h"
+#include "DiagCtrl/DiagCtrlInitialisationFailed.h"
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
@@ -24,6 +26,7 @@
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "tests/support/BrokenLock.h"
+#include "tests/support/FailingAllocation.h"
 #include "tests/support/PackageConfig.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -428,6 +431,34 @@ TEST_F(DevicesTest, tests_that_cannot_be_looked_up_leave_no_device) {
   EXPECT_THAT(m_package->getDeviceVector(), IsEmpty());
   EXPECT_THAT(m_package->getDeviceIdList(), IsEmpty());
   EXPECT_EQ(m_package->getNumOfDevices(), 0);
+}
+
+TEST_F(DevicesTest, a_package_that_runs_out_of_memory_keeps_nothing_half_made) {
+  const std::string file = PackageConfig(4)
+                               .withdrawTest(1)
+                               .disableTest(2)
+                               .disableDevices(3, {"a", "c"})
+                               .disableDevices(3, {"b"})
+                               .writeTo(m_directory);
+  VirtualDeviceVector devices;
+  for (const char* const name : {"a", "b", "c"}) {
+    devices.emplace_back(new IDevice(name, name, name));
+  }
+  DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_NO);
+  const auto describeAndEnumerate = [&] {
+    DiagnosticPackage package("A package whose name needs memory", 1);
+    try {
+      package.initialize(file.c_str());
+      package.createDeviceVector(&devices, &m_diagnostics);
+    } catch (const DiagCtrlInitialisationFailed&) {
+      // A file that there is no memory to read is one that cannot be read.
+    }
+    package.retirePackageData();
+  };
+  m_diagnostics.asked.reserve(1000);
+  const auto nothing = [] {};
+  TestSupport::failEachAllocation(nothing, describeAndEnumerate,
+                                  [&] { m_diagnostics.asked.clear(); });
 }
 
 }  // namespace
