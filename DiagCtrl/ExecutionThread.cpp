@@ -224,9 +224,20 @@ void ExecutionThread::refuse() {
   giveLocksBack();
 }
 
+// What was given back already is not given back again: by then it can be another's. A worker that
+// had the machine never took its tag but releases it all the same, so it does that before it gives
+// the machine back, or it would free what the next one took.
 void ExecutionThread::giveLocksBack() {
-  relSysLockAndSignalExecMgrThread();
-  releaseResourceLock();
+  const bool takesMachine = mpDiagPackage->checkSystemLock();
+  if (!takesMachine) {
+    relSysLockAndSignalExecMgrThread();
+  }
+  if (!mbResourceGivenBack) {
+    releaseResourceLock();
+  }
+  if (takesMachine && !mbSystemLockGivenBack) {
+    relSysLockAndSignalExecMgrThread();
+  }
 }
 
 void ExecutionThread::handleMutexFailure() {
@@ -257,6 +268,7 @@ void ExecutionThread::relSysLockAndSignalExecMgrThread() {
   if (takesMachine) {
     if (mpResLockMgr->getSystemLockFlag()) {
       mpResLockMgr->setSystemLockFlag(false);
+      mbSystemLockGivenBack = true;
       mpCondVarExecMgrThread->signal();
     }
   } else if (mode == GlobalSettings::SERIAL) {
@@ -272,7 +284,9 @@ void ExecutionThread::releaseResourceLock() {
     const std::string tag = mrTestRequest.getDiagDeviceRef().getIDevice()->getResourceTag();
     lock.release();
     mpResLockMgr->releaseResourceLock(tag);
+    mbResourceGivenBack = true;
   } catch (DiagCtrlKeyNotExistException& failure) {
+    mbResourceGivenBack = true;  // the tag was removed meanwhile, and its hold with it
     trace.error("ExecutionThread::releaseResourceLock - Key not found Exception : " +
                 failure.dump());
   } catch (DiagCtrlMutexException& failure) {

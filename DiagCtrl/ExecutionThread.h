@@ -64,6 +64,8 @@ class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
   DiagUtil& mrDiagUtil;
   DiagCtrlLock m_resourceTagLock;
   std::unique_ptr<RequestReference> mpRequestReference;
+  bool mbSystemLockGivenBack = false;
+  bool mbResourceGivenBack = false;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -31,8 +31,8 @@ class Barrier {
   }
   void open() { m_open = true; }
   /** For the test. @return false if nobody came within the time. */
-  bool awaitArrival() const {
-    return eventually([this] { return m_arrived > 0; });
+  bool awaitArrival(std::chrono::milliseconds limit = std::chrono::seconds(20)) const {
+    return eventually([this] { return m_arrived > 0; }, limit);
   }
   bool isOpen() const { return m_open; }
 
