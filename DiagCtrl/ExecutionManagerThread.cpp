@@ -1,10 +1,10 @@
 #include "DiagCtrl/ExecutionManagerThread.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,6 +38,7 @@ constexpr long kWaitMs = 2000;
 constexpr unsigned long kWorkerStackBytes = 2'000'000;
 constexpr unsigned short kWorkerPriority = 98;
 constexpr int kMostEntriesOfRefused = 2;
+constexpr std::chrono::milliseconds kBetweenTwoRefusals{kWaitMs};
 
 std::string tagOf(TestRequest& arTestRequest) {
   return arTestRequest.getDiagDeviceRef().getIDevice()->getResourceTag();
@@ -59,13 +60,16 @@ void handlingFailures(Action aAction, Handler aHandler) {
 
 /// What one pass over the PROCESS queue carries along.
 struct ExecutionManagerThread::Pass {
-  int queueSize = 0;
-  unsigned long ticket = 0;  ///< of the variable that refused requests wait on, from the start
-  bool isStalled = false;    ///< every request was refused in the last pass as well
-  bool hasWaited = false;
+  struct Returning {
+    RequestReference request;
+    Outcome outcome;
+  };
+
+  std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
   std::vector<RequestReference> batch;
-  std::vector<RequestReference> refused;
-  std::set<const TestRequest*> refusedRequests;
+  std::vector<Returning> returning;
+  /// Everything was refused in the last pass as well, and this one has not waited yet.
+  bool isStalled = false;
 };
 
 ExecutionManagerThread::ExecutionManagerThread(TestRequestManager& arTestRQMgr,
@@ -138,41 +142,43 @@ void ExecutionManagerThread::traceFailure(DiagCtrlBaseException& arFailure) {
 
 void ExecutionManagerThread::runPass() {
   Pass pass;
-  pass.queueSize = mrTestReqMgr.getTestReqProcessQueueSize();
-  pass.ticket = mpTReqExecMgrThCondVar.load()->ticket();
+  const int queueSize = mrTestReqMgr.getTestReqProcessQueueSize();
+  const unsigned long ticket = mpTReqExecMgrThCondVar.load()->ticket();
   // Held while requests are in this thread's hands: the monitor must not find all queues empty.
   const LockScope changeLock(mrTestReqMgr.mmtxTestReqChangeLock, 0, kMinorLock,
                              "ExecutionManagerThread::run()");
-  dispatchBatch(pass);
-  requeueRefused(pass.refused);
-  mRefusedLastPass = std::move(pass.refusedRequests);
-  mulLastPassTicket = pass.ticket;
+  takeBatch(pass, queueSize);
+  for (RequestReference& request : pass.batch) {
+    const Outcome outcome = tryToDispatch(*request, pass);
+    request->refusal().inLastPass = outcome != Outcome::left;
+    if (outcome != Outcome::left) {
+      pass.returning.push_back({std::move(request), outcome});
+    }
+  }
+  putBack(pass);
+  mulLastPassTicket = ticket;
 }
 
-void ExecutionManagerThread::dispatchBatch(Pass& arPass) {
-  for (int i = 0; i < arPass.queueSize; ++i) {
+void ExecutionManagerThread::takeBatch(Pass& arPass, int aiQueueSize) {
+  for (int i = 0; i < aiQueueSize; ++i) {
     if (RequestReference request = mrTestReqMgr.popTestRequestQueue(TestRequestManager::PROCESS)) {
       arPass.batch.push_back(std::move(request));
     }
   }
   arPass.isStalled = std::all_of(
       arPass.batch.begin(), arPass.batch.end(),
-      [this](const RequestReference& arRequest) { return wasRefusedLastPass(arRequest.get()); });
-  for (RequestReference& request : arPass.batch) {
-    if (!getState()) {
-      arPass.refused.push_back(std::move(request));
-      continue;
-    }
-    Outcome outcome = Outcome::refused;
-    try {
-      outcome = dispatch(*request, arPass);
-    } catch (DiagCtrlBaseException& failure) {
-      traceFailure(failure);  // the request keeps its place and is tried again
-    }
-    if (outcome == Outcome::refused) {
-      arPass.refusedRequests.insert(request.get());
-      arPass.refused.push_back(std::move(request));
-    }
+      [](const RequestReference& arRequest) { return arRequest->refusal().inLastPass; });
+}
+
+// A request whose dispatch fails keeps its place and is tried again, as are those that are left
+// when the thread is told to stop.
+ExecutionManagerThread::Outcome ExecutionManagerThread::tryToDispatch(TestRequest& arTestRequest,
+                                                                      Pass& arPass) {
+  try {
+    return getState() ? dispatch(arTestRequest, arPass) : Outcome::refused;
+  } catch (DiagCtrlBaseException& failure) {
+    traceFailure(failure);
+    return Outcome::refused;
   }
 }
 
@@ -195,8 +201,8 @@ ExecutionManagerThread::Outcome ExecutionManagerThread::dispatch(TestRequest& ar
       dropAborted(arTestRequest);
       return Outcome::left;
     }
-    if (!takeLocks(arTestRequest)) {
-      return Outcome::refused;
+    if (const std::optional<Outcome> refusal = takeLocks(arTestRequest, arPass)) {
+      return *refusal;
     }
   } catch (const DiagCtrlKeyNotExistException&) {
     mpResLockMgr->setSystemLockFlag(false);
@@ -205,17 +211,21 @@ ExecutionManagerThread::Outcome ExecutionManagerThread::dispatch(TestRequest& ar
     mpResLockMgr->setSystemLockFlag(false);
     return Outcome::refused;
   }
+  claimAndLaunch(arTestRequest);
+  return Outcome::left;
+}
+
+void ExecutionManagerThread::claimAndLaunch(TestRequest& arTestRequest) {
   const TestRequest::Claim claim = arTestRequest.claimForDispatch();
   if (claim == TestRequest::Claim::granted) {
     mrTestReqMgr.workerClaimed();
     launch(arTestRequest);
-    return Outcome::started;
+    return;
   }
   giveLocksBack(arTestRequest);
   if (claim == TestRequest::Claim::aborted) {
     dropAborted(arTestRequest);
   }
-  return Outcome::left;
 }
 
 void ExecutionManagerThread::waitForSystemLock() {
@@ -230,14 +240,9 @@ void ExecutionManagerThread::waitForSystemLock() {
 // soon as anything was given back, judged or queued since they were refused. A request that was not
 // refused never waits for those that were.
 void ExecutionManagerThread::waitIfStalled(Pass& arPass) {
-  if (arPass.isStalled && !arPass.hasWaited) {
+  if (std::exchange(arPass.isStalled, false)) {
     mpTReqExecMgrThCondVar.load()->timedWaitSince(kWaitMs, mulLastPassTicket);
-    arPass.hasWaited = true;
   }
-}
-
-bool ExecutionManagerThread::wasRefusedLastPass(const TestRequest* apTestRequest) const {
-  return mRefusedLastPass.contains(apTestRequest);
 }
 
 void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {
@@ -247,27 +252,40 @@ void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {
   arTestRequest.setToBeDroppedFlag(true);
 }
 
-bool ExecutionManagerThread::takeLocks(TestRequest& arTestRequest) {
+// Nothing if the locks were taken.
+std::optional<ExecutionManagerThread::Outcome> ExecutionManagerThread::takeLocks(
+    TestRequest& arTestRequest, Pass& arPass) {
   if (arTestRequest.getDiagPackageRef().checkSystemLock()) {
-    return takeSystemLock(arTestRequest);
+    // The machine belongs to one test only when no other is left, the last statement of its worker
+    // included.
+    if (mrTestReqMgr.getTestReqExecQueueSize() > 0 || mrTestReqMgr.isAnyWorkerAlive()) {
+      return refuseSystemLock(arTestRequest, arPass);
+    }
+    mpResLockMgr->setSystemLockFlag(true);
+    return std::nullopt;
   }
   if (mpResLockMgr->getResourceLock(tagOf(arTestRequest))) {
-    return true;
+    return std::nullopt;
   }
   mpResLockMgr->setSystemLockFlag(false);
-  return false;
+  return Outcome::refused;
 }
 
-// The machine belongs to one test only when no other is left, the last statement of its worker
-// included.
-bool ExecutionManagerThread::takeSystemLock(TestRequest& arTestRequest) {
-  if (mrTestReqMgr.getTestReqExecQueueSize() > 0 || mrTestReqMgr.isAnyWorkerAlive()) {
-    requeueTest(&arTestRequest);  // and once more at the end of the pass: it then stands twice
-    pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST, arTestRequest);
-    return false;
+// Beside a stream of short requests this is looked at hundreds of times a second: clients hear of
+// it at once and then no more often than the dispatcher would look by itself. A pass that tells
+// does so for each of the request's entries.
+ExecutionManagerThread::Outcome ExecutionManagerThread::refuseSystemLock(TestRequest& arTestRequest,
+                                                                         Pass& arPass) {
+  auto& told = arTestRequest.refusal().told;
+  const auto now = std::chrono::steady_clock::now();
+  const bool isTold = told && *told < arPass.begin && now - *told < kBetweenTwoRefusals;
+  if (isTold) {
+    return Outcome::deferred;
   }
-  mpResLockMgr->setSystemLockFlag(true);
-  return true;
+  told = now;
+  requeueTest(&arTestRequest);  // and once more at the end of the pass: it then stands twice
+  pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST, arTestRequest);
+  return Outcome::refused;
 }
 
 void ExecutionManagerThread::giveLocksBack(TestRequest& arTestRequest) {
@@ -284,24 +302,24 @@ void ExecutionManagerThread::giveLocksBack(TestRequest& arTestRequest) {
 
 void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
   const TraceScope trace(&mrDiagTracer, "ExecutionManagerThread::launch");
-  auto* thread = new ExecutionThread(mrTestReqMgr, arTestRequest, mrGlobalSetting, *mpDiagCtrl,
+  auto* worker = new ExecutionThread(mrTestReqMgr, arTestRequest, mrGlobalSetting, *mpDiagCtrl,
                                      mrDiagTracer, *mpDiagUtil);
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
-  bool passedOn = false;
-  {
+  bool isPassedOn = false;
+  try {
     // One hold, so that the monitor never finds a worker that was not started.
-    std::optional<LockScope> mapLock;
-    holdWorkerMap(mapLock, arTestRequest.getTestRequestId());
-    mExecutionThreadMap[arTestRequest.getTestRequestId()] = thread;
-    mode = startThread(arTestRequest, thread);
-    handlingFailures(
-        [&] {
-          passToMonitor(arTestRequest);
-          passedOn = true;
-        },
-        [&] { abandon(arTestRequest); });
+    const LockScope mapLock(mmtxExecThreadMapCtrlLock, -1);
+    mode = startWorker(arTestRequest, worker);
+    isPassedOn = passToMonitor(arTestRequest);
+  } catch (const DiagCtrlMutexException&) {
+    mrDiagTracer.traceValue(
+        DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__,
+        "ExecutionManagerThread::run - Not able to insert thread object in map for TR id: ",
+        arTestRequest.getTestRequestId());
+    giveUpStart(arTestRequest, worker);
+    isPassedOn = passToMonitor(arTestRequest);
   }
-  if (!passedOn) {
+  if (!isPassedOn) {
     return;
   }
   mpTReqExecQueueCondVar.load()->signal();
@@ -310,64 +328,58 @@ void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
   }
 }
 
-void ExecutionManagerThread::holdWorkerMap(std::optional<LockScope>& arHold,
-                                           unsigned long aulTestRequestId) {
-  for (const long timeOut : {0L, -1L}) {
-    try {
-      arHold.emplace(mmtxExecThreadMapCtrlLock, timeOut);
-      return;
-    } catch (const DiagCtrlMutexException&) {
-      // Once more without a limit, then without the lock.
-    }
-  }
-  mrDiagTracer.traceValue(
-      DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__,
-      "ExecutionManagerThread::run - Not able to insert thread object in map for TR id: ",
-      aulTestRequestId);
-}
-
-GlobalSettings::runMode ExecutionManagerThread::startThread(TestRequest& arTestRequest,
-                                                            ExecutionThread* apThread) {
-  apThread->initialize(DiagThread::sched_Other, kWorkerStackBytes, kWorkerPriority);
+// With the map's lock held.
+GlobalSettings::runMode ExecutionManagerThread::startWorker(TestRequest& arTestRequest,
+                                                            ExecutionThread* apWorker) {
+  const unsigned long id = arTestRequest.getTestRequestId();
+  mExecutionThreadMap[id] = apWorker;
+  apWorker->initialize(DiagThread::sched_Other, kWorkerStackBytes, kWorkerPriority);
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
   handlingFailures(
       [&] {
         mode = mrGlobalSetting.getRunMode();
         if (mode == GlobalSettings::SERIAL) {
-          mrTestReqMgr.awaitTestExecCompleted(arTestRequest.getTestRequestId());
+          mrTestReqMgr.awaitTestExecCompleted(id);
         }
-        apThread->start(nullptr);
+        apWorker->start(nullptr);
       },
-      [&] { handleFailedStart(arTestRequest, apThread); });
+      [&] {
+        mExecutionThreadMap.erase(id);
+        giveUpStart(arTestRequest, apWorker);
+      });
   return mode;
 }
 
 // The request goes on to the monitor all the same, which finds it aborted and drops it.
-void ExecutionManagerThread::handleFailedStart(TestRequest& arTestRequest,
-                                               ExecutionThread* apThread) {
+void ExecutionManagerThread::giveUpStart(TestRequest& arTestRequest, ExecutionThread* apWorker) {
   giveLocksBack(arTestRequest);
   mpResLockMgr->setSystemLockFlag(false);
   arTestRequest.setAbortStatus(true, kTimeOut);
   arTestRequest.setToBeDroppedFlag(true);
-  mExecutionThreadMap.erase(arTestRequest.getTestRequestId());
-  delete apThread;
+  delete apWorker;
   mrTestReqMgr.workerEnded();
   arTestRequest.landFromFlight();
   mrTestReqMgr.setTestExecCompleted(true);
   pushError(DiagCtrlEvent::UNABLE_TO_INIT_EXE_THREAD, arTestRequest);
 }
 
-void ExecutionManagerThread::passToMonitor(TestRequest& arTestRequest) {
-  arTestRequest.setExecutedOnce(true);
-  mrTestReqMgr.pushBackTestRequestQueue(TestRequestManager::EXECUTION, &arTestRequest);
-}
-
-void ExecutionManagerThread::abandon(TestRequest& arTestRequest) {
-  mpResLockMgr->setSystemLockFlag(false);
-  arTestRequest.setAbortStatus(true, kTimeOut);
-  arTestRequest.setToBeDroppedFlag(true);
-  mrTestReqMgr.setTestExecCompleted(true);
-  pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED, arTestRequest);
+// @return false if the request could not be handed over, and is lost to the monitor.
+bool ExecutionManagerThread::passToMonitor(TestRequest& arTestRequest) {
+  bool isPassedOn = false;
+  handlingFailures(
+      [&] {
+        arTestRequest.setExecutedOnce(true);
+        mrTestReqMgr.pushBackTestRequestQueue(TestRequestManager::EXECUTION, &arTestRequest);
+        isPassedOn = true;
+      },
+      [&] {
+        mpResLockMgr->setSystemLockFlag(false);
+        arTestRequest.setAbortStatus(true, kTimeOut);
+        arTestRequest.setToBeDroppedFlag(true);
+        mrTestReqMgr.setTestExecCompleted(true);
+        pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED, arTestRequest);
+      });
+  return isPassedOn;
 }
 
 // Nothing is started any more once the thread was told to stop.
@@ -379,24 +391,39 @@ void ExecutionManagerThread::waitForVerdict() {
   }
 }
 
+// A request that cannot be put back has left the queues.
+template <class Push>
+void ExecutionManagerThread::orAbort(TestRequest& arTestRequest, Push aPush) {
+  try {
+    aPush();
+  } catch (const DiagCtrlMutexException&) {
+    arTestRequest.setAbortStatus(true, kTimeOut);
+    pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED, arTestRequest);
+  }
+}
+
 // Backwards, with pushes to the front, which keeps the order of the queue.
-void ExecutionManagerThread::requeueRefused(std::vector<RequestReference>& arRefused) {
-  for (auto request = arRefused.rbegin(); request != arRefused.rend(); ++request) {
-    TestRequest& refused = **request;
-    if (refused.isStaleEntry()) {
+void ExecutionManagerThread::putBack(Pass& arPass) {
+  for (auto entry = arPass.returning.rbegin(); entry != arPass.returning.rend(); ++entry) {
+    TestRequest& request = *entry->request;
+    if (request.isStaleEntry()) {
       continue;
     }
-    if (refused.getAbortStatus()) {
-      dropAborted(refused);  // since it was looked at
+    if (request.getAbortStatus()) {
+      dropAborted(request);  // since it was looked at
+    } else if (entry->outcome == Outcome::deferred) {
+      orAbort(request, [&] {
+        mrTestReqMgr.pushFrontTestRequestQueue(TestRequestManager::PROCESS, &request);
+      });
     } else {
-      requeueTest(&refused);
+      requeueTest(&request);
     }
   }
 }
 
 void ExecutionManagerThread::requeueTest(TestRequest* apTestRequest) {
   const TraceScope trace(&mrDiagTracer, "ExecutionManagerThread::requeueTest");
-  try {
+  orAbort(*apTestRequest, [&] {
     // Only a request that wants the whole machine can stand in the queues more than once.
     if (apTestRequest->getDiagPackageRef().checkSystemLock() &&
         mrTestReqMgr.countQueuedEntries(apTestRequest) >= kMostEntriesOfRefused) {
@@ -407,10 +434,7 @@ void ExecutionManagerThread::requeueTest(TestRequest* apTestRequest) {
     } else {
       mrTestReqMgr.pushFrontTestRequestQueue(TestRequestManager::PROCESS, apTestRequest);
     }
-  } catch (const DiagCtrlMutexException&) {
-    apTestRequest->setAbortStatus(true, kTimeOut);
-    pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED, *apTestRequest);
-  }
+  });
 }
 
 bool ExecutionManagerThread::handleWaitQueue() {

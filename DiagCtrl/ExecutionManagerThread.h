@@ -3,8 +3,6 @@
 #include <atomic>
 #include <map>
 #include <optional>
-#include <set>
-#include <vector>
 
 #include "DiagCtrl/DiagCtrlConditionVar.h"
 #include "DiagCtrl/DiagCtrlLock.h"
@@ -20,8 +18,6 @@ class DiagnosticController;
 class DiagTracer;
 class DiagUtil;
 class ExecutionThread;
-class LockScope;
-class RequestReference;
 class ResourceLockManager;
 class TestRequestManager;
 
@@ -59,29 +55,34 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   void setTRBatchCompletedFlag(bool abTRBatchCompleted);
 
  private:
-  enum class Outcome { started, refused, left };
+  enum class Outcome {
+    left,      ///< started, or fallen out of the queues
+    refused,   ///< goes back as a refused request does
+    deferred,  ///< stays in its place, and nobody is told once more
+  };
   struct Pass;
 
   void fetchCompanions();
   void runPass();
-  void dispatchBatch(Pass& arPass);
+  void takeBatch(Pass& arPass, int aiQueueSize);
+  Outcome tryToDispatch(TestRequest& arTestRequest, Pass& arPass);
   Outcome dispatch(TestRequest& arTestRequest, Pass& arPass);
   void waitForSystemLock();
   void waitIfStalled(Pass& arPass);
-  bool wasRefusedLastPass(const TestRequest* apTestRequest) const;
   void dropAborted(TestRequest& arTestRequest);
-  bool takeLocks(TestRequest& arTestRequest);
-  bool takeSystemLock(TestRequest& arTestRequest);
+  std::optional<Outcome> takeLocks(TestRequest& arTestRequest, Pass& arPass);
+  Outcome refuseSystemLock(TestRequest& arTestRequest, Pass& arPass);
   void giveLocksBack(TestRequest& arTestRequest);
+  void claimAndLaunch(TestRequest& arTestRequest);
   void launch(TestRequest& arTestRequest);
-  void holdWorkerMap(std::optional<LockScope>& arHold, unsigned long aulTestRequestId);
-  void traceFailure(DiagCtrlBaseException& arFailure);
-  GlobalSettings::runMode startThread(TestRequest& arTestRequest, ExecutionThread* apThread);
-  void handleFailedStart(TestRequest& arTestRequest, ExecutionThread* apThread);
-  void passToMonitor(TestRequest& arTestRequest);
-  void abandon(TestRequest& arTestRequest);
+  GlobalSettings::runMode startWorker(TestRequest& arTestRequest, ExecutionThread* apWorker);
+  void giveUpStart(TestRequest& arTestRequest, ExecutionThread* apWorker);
+  bool passToMonitor(TestRequest& arTestRequest);
   void waitForVerdict();
-  void requeueRefused(std::vector<RequestReference>& arRefused);
+  template <class Push>
+  void orAbort(TestRequest& arTestRequest, Push aPush);
+  void putBack(Pass& arPass);
+  void traceFailure(DiagCtrlBaseException& arFailure);
   void pushError(unsigned int auiEventCode, TestRequest& arTestRequest);
 
   TestRequestManager& mrTestReqMgr;
@@ -101,8 +102,7 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   DiagCtrlLock mmtxTRBatchDiagCtrlLock;
   DiagCtrlLock mmtxExecThreadMapCtrlLock;
 
-  // The dispatcher's own memory of its last pass.
-  std::set<const TestRequest*> mRefusedLastPass;
+  // Of the variable that refused requests wait on, from before the last pass.
   unsigned long mulLastPassTicket = 0;
 };
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <list>
+#include <optional>
 
 #include "Diag/DiagnosticSettings.h"
 #include "Diag/IDiagnostics.h"
@@ -52,6 +54,12 @@ class TARVEXDIAGS_EXPORT TestRequest {
     granted,
     aborted,
     stale,  ///< finished, halted, released or claimed already: the entry is a left-over
+  };
+
+  /// The dispatcher's own memory of a request that could not start yet; no other thread's.
+  struct Refusal {
+    bool inLastPass = false;
+    std::optional<std::chrono::steady_clock::time_point> told;  ///< when clients last heard of it
   };
 
   /// The request takes the settings over. Package and device are only referred to.
@@ -142,6 +150,8 @@ class TARVEXDIAGS_EXPORT TestRequest {
   void dropReference() noexcept { --miReferences; }
   bool isReferenced() const noexcept { return miReferences > 0; }
 
+  Refusal& refusal() noexcept { return mRefusal; }
+
  private:
   void setStatusIfOpen(TestRequestStatus aeStatus);
   Claim lookBeforeStart();
@@ -179,6 +189,7 @@ class TARVEXDIAGS_EXPORT TestRequest {
   DiagnosticPackageInterface* mpReleasedBy = nullptr;
 
   std::atomic<int> miReferences{0};
+  Refusal mRefusal;
 };
 
 }  // namespace TarvexDiags::DiagCtrl
