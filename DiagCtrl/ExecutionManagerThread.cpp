@@ -339,7 +339,7 @@ GlobalSettings::runMode ExecutionManagerThread::startWorker(TestRequest& arTestR
       [&] {
         mode = mrGlobalSetting.getRunMode();
         if (mode == GlobalSettings::SERIAL) {
-          mrTestReqMgr.awaitTestExecCompleted(id);
+          mrTestReqMgr.awaitTestExecCompleted(id, arTestRequest.claimedPass());
         }
         apWorker->start(nullptr);
       },

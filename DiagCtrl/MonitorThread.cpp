@@ -200,7 +200,7 @@ void MonitorThread::processExecQueue() {
   for (int i = 0; i < iExecQueueSize; ++i) {
     if (RequestReference entry =
             mrTestRequestManager.popTestRequestQueue(TestRequestManager::EXECUTION)) {
-      pollEntry(entry, true);
+      pollEntry(entry);
     }
   }
 }
@@ -211,22 +211,21 @@ void MonitorThread::processLocalTRQueue() {
   const std::size_t iPendingResultQueueSize = mResultPendingTRQueue.size();
   for (std::size_t i = 0; i < iPendingResultQueueSize; ++i) {
     RequestReference entry = takeLocalEntry();
-    pollEntry(entry, false);
+    pollEntry(entry);
   }
 }
 
-void MonitorThread::pollEntry(RequestReference& arEntry, bool abHasWorker) {
+void MonitorThread::pollEntry(RequestReference& arEntry) {
   try {
     if (!arEntry->ifIDiagnosticsDeleted()) {
       getEventsResults(arEntry.get());
       return;
     }
     // The entry falls out, but nobody may go on waiting for its verdict.
-    const unsigned long id = arEntry->getTestRequestId();
-    if (abHasWorker) {
-      mrExecutionManagerThread.removeExecThreadObject(id);
+    if (arEntry->isInFlight()) {
+      mrExecutionManagerThread.removeExecThreadObject(arEntry->getTestRequestId());
     }
-    mrTestRequestManager.concludeTestExec(id);
+    conclude(*arEntry);
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::processExecQueue", failure);
   }
@@ -239,8 +238,10 @@ void MonitorThread::getEventsResults(TestRequest* apTestRequest) {
   const unsigned long ulTestRequestId = apTestRequest->getTestRequestId();
   collectEvents(*apTestRequest);
   const Diag::DiagnosticStatus rDiagnosticStatus = readStatus(*apTestRequest);
-  const bool isOver =
-      isForced || rDiagnosticStatus.getStatus() == Diag::DiagnosticStatus::COMPLETED;
+  // Behind the read of the status: in front of it, a pass could begin in between.
+  const bool isOfThisPass = apTestRequest->lookAtPass();
+  const bool isOver = isForced || (isOfThisPass && rDiagnosticStatus.getStatus() ==
+                                                       Diag::DiagnosticStatus::COMPLETED);
   mrEventManager.logProgress(apTestRequest->getDiagPackageRef().getPackageName(), ulTestRequestId,
                              rDiagnosticStatus.getProgress());
   Diag::DiagnosticSettings* pDiagSett = apTestRequest->getDiagnosticSettings();
@@ -313,7 +314,6 @@ void MonitorThread::getResults(TestRequest* apTestRequest) {
 
 void MonitorThread::finish(TestRequest& arTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::finish");
-  mrExecutionManagerThread.removeExecThreadObject(arTestRequest.getTestRequestId());
   try {
     arTestRequest.releaseIDiagnostic(mrDiagPkgIntf, kTimeOut);
   } catch (DiagCtrlMutexException& failure) {
@@ -334,8 +334,7 @@ bool MonitorThread::requeueTestRequest(TestRequest* apTestRequest) {
       keepPolling(*apTestRequest);
       return false;
     case DROP:
-      drop(*apTestRequest);
-      return true;
+      return drop(*apTestRequest);
     case EXEC:
       break;
   }
@@ -366,20 +365,28 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::sendBack");
   const unsigned long id = arTestRequest.getTestRequestId();
   try {
-    mrExecutionManagerThread.removeExecThreadObject(id);
+    switch (arTestRequest.beginSendBack()) {
+      case TestRequest::SendBack::superseded:
+        return false;
+      case TestRequest::SendBack::reclaimWorker:
+        mrExecutionManagerThread.removeExecThreadObject(id);
+        break;
+      case TestRequest::SendBack::noWorker:
+        break;
+    }
     // The worker may have been halted or aborted on its last steps.
     if (arTestRequest.getAbortStatus() || arTestRequest.getHaltedStatus()) {
-      drop(arTestRequest);
-      return true;
+      return drop(arTestRequest);
     }
     Diag::DiagnosticSettings& settings = *arTestRequest.getDiagnosticSettings();
     settings.setPassCount(settings.getPassCount() + 1);
     mrTestRequestManager.pushBackTestRequestQueue(TestRequestManager::WAIT, &arTestRequest);
-    mrTestRequestManager.concludeTestExec(id);
+    conclude(arTestRequest);
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::requeueTestRequest", failure);
     mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION_ERROR,
                                   Diag::DiagnosticEvent::ERROR_EVENT, eventId(arTestRequest));
+    mrExecutionManagerThread.removeExecThreadObject(id);
     return true;
   }
   try {
@@ -393,15 +400,22 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
   return false;
 }
 
-void MonitorThread::drop(TestRequest& arTestRequest) {
+// @return false if the verdict came too late: the request runs its next pass.
+bool MonitorThread::drop(TestRequest& arTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::drop");
   const unsigned long id = arTestRequest.getTestRequestId();
-  if (arTestRequest.complete()) {
-    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION,
-                                  Diag::DiagnosticEvent::INFORMATION_EVENT, eventId(arTestRequest));
-  } else {
-    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
-                                  Diag::DiagnosticEvent::WARNING_EVENT, eventId(arTestRequest));
+  switch (arTestRequest.complete()) {
+    case TestRequest::Completion::superseded:
+      return false;
+    case TestRequest::Completion::completed:
+      mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION,
+                                    Diag::DiagnosticEvent::INFORMATION_EVENT,
+                                    eventId(arTestRequest));
+      break;
+    case TestRequest::Completion::aborted:
+      mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
+                                    Diag::DiagnosticEvent::WARNING_EVENT, eventId(arTestRequest));
+      break;
   }
   try {
     mrTestRequestManager.removeFromTestReqIdList(id);
@@ -411,11 +425,18 @@ void MonitorThread::drop(TestRequest& arTestRequest) {
   }
   // The next request may start only when this one's worker is gone.
   mrExecutionManagerThread.removeExecThreadObject(id);
-  mrTestRequestManager.concludeTestExec(id);
+  conclude(arTestRequest);
+  return true;
+}
+
+// Frees a dispatcher that waits for the verdict on just this pass.
+void MonitorThread::conclude(TestRequest& arTestRequest) {
+  mrTestRequestManager.concludeTestExec(arTestRequest.getTestRequestId(),
+                                        arTestRequest.reclaimedPass());
 }
 
 void MonitorThread::keepPolling(TestRequest& arTestRequest) {
-  int& entries = mLocalEntries[&arTestRequest];
+  int& entries = mLocalEntries[arTestRequest.getTestRequestId()];
   if (entries < kMostLocalEntries) {
     ++entries;
     arTestRequest.addReference();
@@ -426,7 +447,7 @@ void MonitorThread::keepPolling(TestRequest& arTestRequest) {
 RequestReference MonitorThread::takeLocalEntry() {
   RequestReference entry = RequestReference::adopt(mResultPendingTRQueue.front());
   mResultPendingTRQueue.pop_front();
-  if (const auto entries = mLocalEntries.find(entry.get()); --entries->second == 0) {
+  if (const auto entries = mLocalEntries.find(entry->getTestRequestId()); --entries->second == 0) {
     mLocalEntries.erase(entries);
   }
   return entry;

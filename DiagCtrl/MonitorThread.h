@@ -57,7 +57,7 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   void handleReceivedSignal();
   void processExecQueue();
   void processLocalTRQueue();
-  void pollEntry(RequestReference& arEntry, bool abHasWorker);
+  void pollEntry(RequestReference& arEntry);
   void getEventsResults(TestRequest* apTestRequest);
   void collectEvents(TestRequest& arTestRequest);
   Diag::DiagnosticStatus readStatus(TestRequest& arTestRequest);
@@ -68,7 +68,8 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   queueStatus judge(TestRequest& arTestRequest);
   static bool mayRunAgain(TestRequest& arTestRequest);
   bool sendBack(TestRequest& arTestRequest);
-  void drop(TestRequest& arTestRequest);
+  bool drop(TestRequest& arTestRequest);
+  void conclude(TestRequest& arTestRequest);
   void keepPolling(TestRequest& arTestRequest);
   RequestReference takeLocalEntry();
   void releaseResourceLock(TestRequest* apTestRequest);
@@ -85,8 +86,8 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   DiagUtil* mpDiagUtil;
 
   unsigned long mulSignalsSeen = 0;
-  // How often each request stands in the local queue.
-  std::unordered_map<const TestRequest*, int> mLocalEntries;
+  // How often each request, by its id, stands in the local queue.
+  std::unordered_map<unsigned long, int> mLocalEntries;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -302,8 +302,15 @@ TestRequest::Claim TestRequest::claimForDispatch() {
   if (claim == Claim::granted) {
     setMonitored(true);
     mbInFlight = true;
+    mbEntered = false;
+    ++mulClaims;
   }
   return claim;
+}
+
+unsigned long TestRequest::claimedPass() {
+  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::claimedPass",
+                "TestRequest::claimedPass()", [this] { return mulClaims; });
 }
 
 TestRequest::Claim TestRequest::enterPackage() {
@@ -313,6 +320,7 @@ TestRequest::Claim TestRequest::enterPackage() {
   if (claim == Claim::granted) {
     setTestRequestStatus(RUNNING);
     setToBeDroppedFlag(false);
+    mbEntered = true;
   }
   return claim;
 }
@@ -331,14 +339,47 @@ void TestRequest::returnToWait() {
   }
 }
 
-bool TestRequest::complete() {
+// Between two passes a report counts. While a pass is in flight, one that its worker cannot have
+// brought about yet is left over from the pass before; a first pass has none before it.
+bool TestRequest::lookAtPass() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::lookAtPass");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::lookAtPass()");
+  mulClaimsAtLook = mulClaims;
+  const bool isLeftOver = mbInFlight && (!mbEntered || (mulClaims > 1 && !getToBeDroppedFlag()));
+  return !isLeftOver;
+}
+
+TestRequest::Completion TestRequest::complete() {
   const TraceScope trace(mpDiagTracer, "TestRequest::complete");
   const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::complete()");
+  if (mulClaims != mulClaimsAtLook) {
+    return Completion::superseded;
+  }
   if (getAbortStatus()) {
-    return false;
+    return Completion::aborted;
   }
   setTestRequestStatus(COMPLETED);
-  return true;
+  return Completion::completed;
+}
+
+TestRequest::SendBack TestRequest::beginSendBack() {
+  const TraceScope trace(mpDiagTracer, "TestRequest::beginSendBack");
+  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::beginSendBack()");
+  if (mulClaims != mulClaimsAtLook) {
+    return SendBack::superseded;
+  }
+  return mbInFlight ? SendBack::reclaimWorker : SendBack::noWorker;
+}
+
+unsigned long TestRequest::reclaimedPass() {
+  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::reclaimedPass",
+                "TestRequest::reclaimedPass()",
+                [this] { return mulClaims - (mbInFlight ? 1 : 0); });
+}
+
+bool TestRequest::isInFlight() {
+  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::isInFlight",
+                "TestRequest::isInFlight()", [this] { return mbInFlight; });
 }
 
 TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {

@@ -28,8 +28,11 @@ typedef std::list<int> DiagIntList;
 ///
 /// Two private means keep the threads apart. The dispatch gate makes each of these one step: the
 /// claim of a request for a worker, the worker's entry into the package, the choice of what an
-/// abort does, and the return to a queue. Pins keep the package's object alive while a thread is
-/// inside of it: a release meanwhile hides the object, and the last user destroys it.
+/// abort does, the monitor's look at a pass and its verdict on it, and the return to a queue.
+/// Claims are counted, and the count is the number of a pass: a package may go on reporting the
+/// completion of one pass while the next is under way, and only the number tells the two apart.
+/// Pins keep the package's object alive while a thread is inside of it: a release meanwhile hides
+/// the object, and the last user destroys it.
 ///
 /// Thread-safety: any thread may call any operation. Accessors that lock may throw
 /// DiagCtrlMutexException. Objects belong to TestRequestManager once queued.
@@ -54,6 +57,20 @@ class TARVEXDIAGS_EXPORT TestRequest {
     granted,
     aborted,
     stale,  ///< finished, halted, released or claimed already: the entry is a left-over
+  };
+
+  /// What became of the monitor's attempt to finish the request.
+  enum class Completion {
+    completed,
+    aborted,
+    superseded,  ///< another pass was claimed since the look: the verdict was on one long over
+  };
+
+  /// What the monitor may do to send the request back for another pass.
+  enum class SendBack {
+    reclaimWorker,  ///< join its worker, then push
+    noWorker,       ///< push at once
+    superseded,     ///< nothing: as for a completion
   };
 
   /// The dispatcher's own memory of a request that could not start yet; no other thread's.
@@ -128,16 +145,28 @@ class TARVEXDIAGS_EXPORT TestRequest {
   void unpinIDiagnostics();
 
   /// [dispatcher] Claims the request for a worker: monitored, and in flight until the worker was
-  /// joined.
+  /// joined. The claim's number is that of the pass.
   Claim claimForDispatch();
+  /// [dispatcher] The number of the latest claim; 0 before the first.
+  unsigned long claimedPass();
   /// [worker] The last look before the package is entered; granted makes the request `RUNNING`.
   Claim enterPackage();
   /// Ends the flight that the claim began.
   void landFromFlight();
   /// Back to waiting for a worker, unless a worker is in flight.
   void returnToWait();
-  /// [monitor] Makes the request `COMPLETED`. @return false, without doing so, if it was aborted.
-  bool complete();
+  /// [monitor] To be called behind the read of the package's status: notes which pass the verdict
+  /// will be on. @return whether a completion that the package reports can be that of the pass
+  /// under way; if not, it is the one of the pass before, told once more.
+  bool lookAtPass();
+  /// [monitor] Makes the request `COMPLETED`, unless it was aborted or the look is out of date.
+  Completion complete();
+  /// [monitor] Before the request is sent back for another pass.
+  SendBack beginSendBack();
+  /// The number of the last pass whose worker was reclaimed.
+  unsigned long reclaimedPass();
+  /// Whether a worker was claimed and not joined yet.
+  bool isInFlight();
   /// Sets the abort flag and tells where the abort met the request.
   AbortedWhile beginAbort(long alTimeOutValue);
   /// Whether a queue entry of the request is a left-over that must fall out silently.
@@ -182,7 +211,11 @@ class TARVEXDIAGS_EXPORT TestRequest {
   std::atomic<DLL_Handle> mDLLHandle{nullptr};
 
   DiagCtrlLock mmtxDispatchGate;
-  bool mbInFlight = false;  // guarded by the dispatch gate
+  // Guarded by the dispatch gate.
+  unsigned long mulClaims = 0;
+  unsigned long mulClaimsAtLook = 0;
+  bool mbInFlight = false;
+  bool mbEntered = false;  // by the worker of the latest claim
   // Guarded by mmtxRelLibraryLock.
   int miUsers = 0;
   Diag::IDiagnostics* mpDyingIDiagnostics = nullptr;

@@ -316,21 +316,23 @@ void TestRequestManager::setTestExecCompleted(bool abTestExecCompleted) {
   mbTestExecCompleted = abTestExecCompleted;
 }
 
-void TestRequestManager::awaitTestExecCompleted(unsigned long aulTestRequestId) {
+void TestRequestManager::awaitTestExecCompleted(unsigned long aulTestRequestId,
+                                                unsigned long aulPass) {
   const TraceScope trace(mpDiagTracer, "TestRequestManager::awaitTestExecCompleted");
   const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
                        "TestRequestManager::setTestExecCompleted()");
   mbTestExecCompleted = false;
   mulAwaitedTestRequestId = aulTestRequestId;
+  mulAwaitedPass = aulPass;
 }
 
-void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId) {
+void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId, unsigned long aulPass) {
   const TraceScope trace(mpDiagTracer, "TestRequestManager::concludeTestExec");
   {
     const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
                          "TestRequestManager::setTestExecCompleted()");
-    // A late verdict must not end the wait for another request.
-    if (aulTestRequestId == mulAwaitedTestRequestId) {
+    // A late verdict must not end the wait for another request, nor that for the next pass.
+    if (aulTestRequestId == mulAwaitedTestRequestId && aulPass == mulAwaitedPass) {
       mbTestExecCompleted = true;
     }
   }

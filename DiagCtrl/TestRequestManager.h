@@ -97,10 +97,11 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   /// request meanwhile.
   void ifNothingIsQueued(const std::function<void()>& arAction);
 
-  /// [dispatcher] Begins the wait for the verdict on a pass of this request.
-  void awaitTestExecCompleted(unsigned long aulTestRequestId);
-  /// [monitor] Ends that wait, unless it is for another request, and wakes the dispatcher.
-  void concludeTestExec(unsigned long aulTestRequestId);
+  /// [dispatcher] Begins the wait for the verdict on this pass of this request.
+  void awaitTestExecCompleted(unsigned long aulTestRequestId, unsigned long aulPass);
+  /// [monitor] Ends that wait, unless it is for another request or another pass of it, and wakes
+  /// the dispatcher. @param aulPass the last one whose worker was reclaimed.
+  void concludeTestExec(unsigned long aulTestRequestId, unsigned long aulPass);
 
   /// Counts the workers from their claim to their last statement.
   void workerClaimed() noexcept { ++miWorkers; }
@@ -139,8 +140,9 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   bool mbTestExecCompleted;
   DiagTracer* mpDiagTracer;
 
-  std::atomic<int> miProcessQueueSize{0};      // read without the queue's lock
-  unsigned long mulAwaitedTestRequestId = 0;   // guarded by mmtxTestExecCompletedLock
+  std::atomic<int> miProcessQueueSize{0};     // read without the queue's lock
+  unsigned long mulAwaitedTestRequestId = 0;  // guarded by mmtxTestExecCompletedLock, as the next
+  unsigned long mulAwaitedPass = 0;
   std::vector<TestRequest*> mRetiredRequests;  // guarded by mmtxTestReqIdMapLock
   std::atomic<int> miWorkers{0};
 };

@@ -269,9 +269,9 @@ TEST_F(InterleavingTest, a_late_verdict_on_another_request_does_not_end_the_seri
   queueOn(1);
   queueOn(2);
   ASSERT_TRUE(alpha.awaitRunning(1));
-  managers().concludeTestExec(77);
+  managers().concludeTestExec(77, 1);
   EXPECT_TRUE(neverWithin(std::chrono::milliseconds(100), [&] { return alpha.running() > 1; }));
-  managers().concludeTestExec(1);
+  managers().concludeTestExec(1, 1);
   EXPECT_TRUE(alpha.awaitRunning(2)) << "its own does";
 }
 

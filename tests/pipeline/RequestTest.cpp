@@ -353,11 +353,63 @@ TEST_F(RequestTest, an_abort_tells_where_it_met_the_request) {
 TEST_F(RequestTest, an_aborted_request_is_not_completed_any_more) {
   const auto aborted = makeRequest();
   aborted->setAbortStatus(true, 0);
-  EXPECT_FALSE(aborted->complete());
+  EXPECT_EQ(aborted->complete(), TestRequest::Completion::aborted);
   EXPECT_EQ(statusOf(*aborted), TestRequest::ABORTED);
   const auto other = makeRequest();
-  EXPECT_TRUE(other->complete());
+  EXPECT_EQ(other->complete(), TestRequest::Completion::completed);
   EXPECT_EQ(statusOf(*other), TestRequest::COMPLETED);
+}
+
+TEST_F(RequestTest, claims_are_counted_and_the_refused_ones_are_not) {
+  const auto request = makeRequest();
+  EXPECT_EQ(request->claimedPass(), 0U);
+  ASSERT_EQ(request->claimForDispatch(), TestRequest::Claim::granted);
+  EXPECT_EQ(request->claimForDispatch(), TestRequest::Claim::stale);
+  EXPECT_EQ(request->claimedPass(), 1U);
+  EXPECT_EQ(request->reclaimedPass(), 0U);
+  EXPECT_TRUE(request->isInFlight());
+  request->landFromFlight();
+  EXPECT_EQ(request->reclaimedPass(), 1U);
+  EXPECT_FALSE(request->isInFlight());
+  request->setAbortStatus(true, 0);
+  EXPECT_EQ(request->claimForDispatch(), TestRequest::Claim::aborted);
+  EXPECT_EQ(request->claimedPass(), 1U);
+}
+
+TEST_F(RequestTest, a_report_of_completion_counts_when_the_pass_under_way_can_have_made_it) {
+  const auto request = makeRequest();
+  EXPECT_TRUE(request->lookAtPass());
+  request->claimForDispatch();
+  EXPECT_FALSE(request->lookAtPass()) << "its worker has not entered the package";
+  request->enterPackage();
+  EXPECT_TRUE(request->lookAtPass()) << "there is no pass before the first";
+  request->setToBeDroppedFlag(true);
+  EXPECT_TRUE(request->lookAtPass());
+  request->landFromFlight();
+  EXPECT_TRUE(request->lookAtPass()) << "between two passes";
+  request->claimForDispatch();
+  EXPECT_FALSE(request->lookAtPass()) << "claimed again, with the flag of the pass before";
+  request->enterPackage();
+  EXPECT_FALSE(request->lookAtPass()) << "a report of the pass before, told once more";
+  request->setToBeDroppedFlag(true);
+  EXPECT_TRUE(request->lookAtPass());
+}
+
+TEST_F(RequestTest, a_verdict_is_refused_once_another_pass_was_claimed) {
+  const auto request = makeRequest();
+  request->claimForDispatch();
+  request->lookAtPass();
+  EXPECT_EQ(request->beginSendBack(), TestRequest::SendBack::reclaimWorker);
+  request->landFromFlight();
+  EXPECT_EQ(request->beginSendBack(), TestRequest::SendBack::noWorker);
+  request->claimForDispatch();
+  EXPECT_EQ(request->beginSendBack(), TestRequest::SendBack::superseded);
+  EXPECT_EQ(request->complete(), TestRequest::Completion::superseded);
+  EXPECT_NE(statusOf(*request), TestRequest::COMPLETED);
+  request->setAbortStatus(true, 0);
+  EXPECT_EQ(request->complete(), TestRequest::Completion::superseded) << "aborted or not";
+  request->lookAtPass();
+  EXPECT_EQ(request->complete(), TestRequest::Completion::aborted);
 }
 
 TEST_F(RequestTest, entries_are_left_overs_when_the_request_is_claimed_or_over_but_not_aborted) {
@@ -554,23 +606,25 @@ TEST_F(RequestManagerTest, a_request_added_to_the_map_by_hand_is_found_and_owned
   EXPECT_EQ(CountedDiagnostics::living, 0);
 }
 
-TEST_F(RequestManagerTest, a_verdict_ends_the_wait_for_its_own_request_only) {
-  manager->awaitTestExecCompleted(2);
+TEST_F(RequestManagerTest, a_verdict_ends_the_wait_for_its_own_pass_of_its_own_request_only) {
+  manager->awaitTestExecCompleted(2, 5);
   EXPECT_FALSE(manager->getTestExecCompleted());
-  manager->concludeTestExec(1);
+  manager->concludeTestExec(1, 5);
   EXPECT_FALSE(manager->getTestExecCompleted()) << "a late verdict on another request";
-  manager->concludeTestExec(2);
+  manager->concludeTestExec(2, 4);
+  EXPECT_FALSE(manager->getTestExecCompleted()) << "a late verdict on the pass before";
+  manager->concludeTestExec(2, 5);
   EXPECT_TRUE(manager->getTestExecCompleted());
-  manager->awaitTestExecCompleted(3);
+  manager->awaitTestExecCompleted(3, 1);
   manager->setTestExecCompleted(true);
   EXPECT_TRUE(manager->getTestExecCompleted()) << "the end of the monitor frees every wait";
 }
 
 TEST_F(RequestManagerTest, a_verdict_on_another_request_signals_all_the_same) {
   DiagCtrl::DiagCtrlConditionVar& variable = manager->getCondVarExecMgrThread();
-  manager->awaitTestExecCompleted(2);
+  manager->awaitTestExecCompleted(2, 1);
   const unsigned long ticket = variable.ticket();
-  manager->concludeTestExec(1);
+  manager->concludeTestExec(1, 1);
   EXPECT_NE(variable.ticket(), ticket);
 }
 
