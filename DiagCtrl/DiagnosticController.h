@@ -493,6 +493,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
                                long alTimeOutValue);
   void abortRequest(TestRequest& arTestRequest, long alTimeOutValue);
   errorCode abortAllRequests(const TraceScope& arTrace);
+  void abortWorkersLeft();
   template <class Read>
   errorCode askPackage(const char* apcMethod, unsigned long aulTestRequestId,
                        bool abKeepsLockWhenReleased, Read aRead);

@@ -1,5 +1,6 @@
 // Steering and watching queued requests.
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -161,6 +162,17 @@ DiagnosticController::errorCode DiagnosticController::abortAllRequests(const Tra
     }
   }
   return SUCCESS;
+}
+
+// A worker can be inside although its request has left the list: aborted before, or finished by a
+// package that reported completion too early. Nothing can be torn down before it has come out.
+void DiagnosticController::abortWorkersLeft() {
+  const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(-1);
+  for (const RequestReference& request : mpTestRequestManager->requestsInFlight()) {
+    if (std::find(ids.begin(), ids.end(), request->getTestRequestId()) == ids.end()) {
+      abortRequest(*request, -1);
+    }
+  }
 }
 
 DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long ulRequestId) {

@@ -268,6 +268,7 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
   try {
     TraceScope abortTrace(mpDiagTracer, "DiagnosticController::abortAllTest");
     result = abortAllRequests(abortTrace);
+    abortWorkersLeft();
   } catch (const DiagCtrlMutexException&) {
     // Counts as an abort that failed.
   } catch (const ClientFailure& failure) {

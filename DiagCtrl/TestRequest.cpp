@@ -325,6 +325,11 @@ TestRequest::Claim TestRequest::enterPackage() {
   return claim;
 }
 
+// Under the gate.
+bool TestRequest::isWorkerInside() {
+  return mbInFlight && mbEntered && !getToBeDroppedFlag();
+}
+
 void TestRequest::landFromFlight() {
   locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::landFromFlight",
          "TestRequest::landFromFlight()", [this] { mbInFlight = false; });
@@ -386,7 +391,8 @@ TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {
   const TraceScope trace(mpDiagTracer, "TestRequest::beginAbort");
   const LockScope gate(mmtxDispatchGate, lockTimeOut(alTimeOutValue), kMinorLock,
                        "TestRequest::beginAbort()");
-  const bool running = getTestRequestStatus(alTimeOutValue) == RUNNING;
+  // A worker can be inside whatever the status says: a package may report completion too early.
+  const bool running = getTestRequestStatus(alTimeOutValue) == RUNNING || isWorkerInside();
   const bool monitored = getMonitored();
   setAbortStatus(true, alTimeOutValue);
   if (running) {

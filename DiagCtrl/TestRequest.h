@@ -184,6 +184,7 @@ class TARVEXDIAGS_EXPORT TestRequest {
  private:
   void setStatusIfOpen(TestRequestStatus aeStatus);
   Claim lookBeforeStart();
+  bool isWorkerInside();
   void destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf, long alTimeOutValue);
 
   unsigned long mulTestRequestId = 0;

@@ -279,6 +279,23 @@ void TestRequestManager::deleteRetiredRequests() {
   mRetiredRequests.clear();
 }
 
+std::vector<RequestReference> TestRequestManager::requestsInFlight() {
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::requestsInFlight");
+  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
+                       "TestRequestManager::requestsInFlight()");
+  std::vector<RequestReference> found;
+  const auto take = [&](TestRequest* apRequest) {
+    if (apRequest->isInFlight()) {
+      found.emplace_back(apRequest);
+    }
+  };
+  for (const auto& entry : mTestRequestMap) {
+    take(entry.second);
+  }
+  std::for_each(mRetiredRequests.begin(), mRetiredRequests.end(), take);
+  return found;
+}
+
 bool TestRequestManager::isPackageInUse(const DiagnosticPackage& arDiagPackage) {
   const TraceScope trace(mpDiagTracer, "TestRequestManager::isPackageInUse");
   const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock, "TestRequestManager::isPackageInUse()");

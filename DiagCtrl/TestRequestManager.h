@@ -108,6 +108,8 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   void workerEnded() noexcept { --miWorkers; }
   bool isAnyWorkerAlive() const noexcept { return miWorkers > 0; }
 
+  /// The requests with a worker that nobody has joined yet, whether or not their ids are known.
+  std::vector<RequestReference> requestsInFlight();
   /// Whether a thread can still reach a request of this package.
   bool isPackageInUse(const DiagnosticPackage& arDiagPackage);
   /// Deletes the requests that `clearTestRequestMap` kept aside. No thread may be left.

@@ -412,6 +412,18 @@ TEST_F(RequestTest, a_verdict_is_refused_once_another_pass_was_claimed) {
   EXPECT_EQ(request->complete(), TestRequest::Completion::aborted);
 }
 
+TEST_F(RequestTest, an_abort_finds_a_worker_inside_whatever_the_status_says) {
+  const auto request = makeRequest();
+  request->claimForDispatch();
+  request->enterPackage();
+  request->lookAtPass();
+  ASSERT_EQ(request->complete(), TestRequest::Completion::completed);
+  EXPECT_EQ(request->beginAbort(0), TestRequest::AbortedWhile::inPackage);
+  request->setToBeDroppedFlag(true);
+  EXPECT_EQ(request->beginAbort(0), TestRequest::AbortedWhile::monitored) << "it has come out";
+  EXPECT_EQ(statusOf(*request), TestRequest::COMPLETED);
+}
+
 TEST_F(RequestTest, entries_are_left_overs_when_the_request_is_claimed_or_over_but_not_aborted) {
   EXPECT_FALSE(makeRequest()->isStaleEntry());
   EXPECT_TRUE(makeRequestIn(TestRequest::COMPLETED)->isStaleEntry());
@@ -626,6 +638,26 @@ TEST_F(RequestManagerTest, a_verdict_on_another_request_signals_all_the_same) {
   const unsigned long ticket = variable.ticket();
   manager->concludeTestExec(1, 1);
   EXPECT_NE(variable.ticket(), ticket);
+}
+
+TEST_F(RequestManagerTest, requests_in_flight_are_told_whether_or_not_their_ids_are_known) {
+  TestRequest* const waiting = add();
+  TestRequest* const listed = add();
+  TestRequest* const forgotten = add();
+  listed->claimForDispatch();
+  forgotten->claimForDispatch();
+  manager->removeFromTestReqIdList(forgotten->getTestRequestId());
+  const auto inFlight = [this] {
+    std::vector<TestRequest*> found;
+    for (const auto& reference : manager->requestsInFlight()) {
+      found.push_back(reference.get());
+    }
+    return found;
+  };
+  EXPECT_THAT(inFlight(), testing::UnorderedElementsAre(listed, forgotten));
+  EXPECT_FALSE(waiting->isInFlight());
+  manager->clearTestRequestMap();  // all of them still stand in a queue
+  EXPECT_THAT(inFlight(), testing::UnorderedElementsAre(listed, forgotten));
 }
 
 TEST_F(RequestManagerTest, nobody_can_queue_while_the_queues_are_found_empty) {
