@@ -228,6 +228,10 @@ void MonitorThread::pollEntry(RequestReference& arEntry) {
     conclude(*arEntry);
   } catch (DiagCtrlMutexException& failure) {
     traceFailure("MonitorThread::processExecQueue", failure);
+  } catch (DiagCtrlBaseException& failure) {
+    // The request is still pending.
+    traceFailure("MonitorThread::processExecQueue", failure);
+    keepPolling(*arEntry);
   }
 }
 
@@ -259,6 +263,8 @@ void MonitorThread::getEventsResults(TestRequest* apTestRequest) {
   }
 }
 
+// Whatever of the family a package throws at a poll costs it that step alone: the request stays
+// pending, and nobody who waits for its verdict waits for ever.
 // The messages may have code of their package, so the pin lasts until they were copied.
 void MonitorThread::collectEvents(TestRequest& arTestRequest) {
   std::optional<DiagnosticsPin> diagnostics;
@@ -267,7 +273,7 @@ void MonitorThread::collectEvents(TestRequest& arTestRequest) {
     if (diagnostics.emplace(arTestRequest)) {
       pEventVector.reset((*diagnostics)->getDiagnosticEvents());
     }
-  } catch (DiagCtrlMutexException& failure) {
+  } catch (DiagCtrlBaseException& failure) {
     traceFailure("MonitorThread::getEventsResults", failure);
   }
   if (pEventVector != nullptr) {
@@ -280,7 +286,7 @@ Diag::DiagnosticStatus MonitorThread::readStatus(TestRequest& arTestRequest) {
     if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
       return diagnostics->getDiagnosticStatus();
     }
-  } catch (DiagCtrlMutexException& failure) {
+  } catch (DiagCtrlBaseException& failure) {
     traceFailure("MonitorThread::getEventsResults", failure);
   }
   return {};
@@ -291,7 +297,7 @@ void MonitorThread::collectResults(TestRequest& arTestRequest) {
     if (!arTestRequest.ifIDiagnosticsDeleted()) {
       getResults(&arTestRequest);
     }
-  } catch (DiagCtrlMutexException& failure) {
+  } catch (DiagCtrlBaseException& failure) {
     traceFailure("MonitorThread::getEventsResults", failure);
   }
 }
