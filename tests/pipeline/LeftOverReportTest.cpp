@@ -62,8 +62,9 @@ class LeftOverReportAtEveryStep : public LeftOverReportTest,
     wakeMonitor();
     const bool wasReached = monitorStands.awaitArrival(std::chrono::seconds(1));
     releaseDispatcher();
-    // It may have to wait for what the monitor holds.
-    eventually([&] { return alpha.running() == 1; }, std::chrono::milliseconds(40));
+    // It may have to wait for what the monitor holds, or the request is over.
+    eventually([&] { return alpha.running() == 1 || harness.statusOf(id) == Request::COMPLETED; },
+               std::chrono::milliseconds(250));
     monitorStands.open();
     pollTimes(2);  // the monitor stands at no worker that is still inside
     checkAndEnd(id);
