@@ -272,17 +272,17 @@ std::optional<ExecutionManagerThread::Outcome> ExecutionManagerThread::takeLocks
 }
 
 // Beside a stream of short requests this is looked at hundreds of times a second: clients hear of
-// it at once and then no more often than the dispatcher would look by itself. A pass that tells
-// does so for each of the request's entries.
+// it at once and then no more often than the dispatcher would look by itself. A pass tells for each
+// of the request's entries or for none, so the time of its begin decides: were one entry told of
+// and the other not, there would be three of them in the end.
 ExecutionManagerThread::Outcome ExecutionManagerThread::refuseSystemLock(TestRequest& arTestRequest,
                                                                          Pass& arPass) {
   auto& told = arTestRequest.refusal().told;
-  const auto now = std::chrono::steady_clock::now();
-  const bool isTold = told && *told < arPass.begin && now - *told < kBetweenTwoRefusals;
-  if (isTold) {
+  const bool isToldBefore = told && *told < arPass.begin;
+  if (isToldBefore && arPass.begin - *told < kBetweenTwoRefusals) {
     return Outcome::deferred;
   }
-  told = now;
+  told = std::chrono::steady_clock::now();
   requeueTest(&arTestRequest);  // and once more at the end of the pass: it then stands twice
   pushError(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST, arTestRequest);
   return Outcome::refused;
