@@ -70,7 +70,7 @@ DiagnosticController::errorCode DiagnosticController::registerFor(
   }
   return answerInside(arTarget.call, trace, [&] {
     try {
-      arulRegistrationId = (mpEventManager->*arTarget.createQueue)();
+      arulRegistrationId = std::invoke(arTarget.createQueue, *mpEventManager);
     } catch (const DiagCtrlMutexException&) {
       pushError(DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
       trace.error("UNABLE_TO_REGISTER: ");
