@@ -72,6 +72,75 @@ std::string describe(const CallRecord& record) {
   return text.str();
 }
 
+namespace {
+
+constexpr std::size_t kMostCollisions = 100;
+
+struct Everybody {
+  std::mutex mutex;
+  std::map<const void*, InsidePass> inside;
+  std::vector<std::string> collisions;
+};
+
+// Never destroyed: packages may still be used while the process ends.
+Everybody& everybody() {
+  static auto& all = *new Everybody;
+  return all;
+}
+
+std::string lastPartOf(const std::string& tag) {
+  return tag.substr(tag.rfind('/') + 1);  // all of it where there is no separator
+}
+
+std::string describe(const InsidePass& pass) {
+  return pass.package + " request " + std::to_string(pass.requestId) + " run " +
+         std::to_string(pass.run) + " on " + pass.tag;
+}
+
+}  // namespace
+
+std::vector<InsidePass> AllPackages::inside() {
+  const Lock lock(everybody().mutex);
+  std::vector<InsidePass> passes;
+  for (const auto& entry : everybody().inside) {
+    passes.push_back(entry.second);
+  }
+  return passes;
+}
+
+std::vector<std::string> AllPackages::collisions() {
+  const Lock lock(everybody().mutex);
+  return everybody().collisions;
+}
+
+void AllPackages::forgetCollisions() {
+  const Lock lock(everybody().mutex);
+  everybody().collisions.clear();
+}
+
+void AllPackages::enter(const void* who, InsidePass pass) {
+  const Lock lock(everybody().mutex);
+  for (const auto& [other, present] : everybody().inside) {
+    const bool isOneDevice = lastPartOf(present.tag) == lastPartOf(pass.tag);
+    if ((isOneDevice || other == who) && everybody().collisions.size() < kMostCollisions) {
+      everybody().collisions.push_back(describe(pass) + " began beside " + describe(present));
+    }
+  }
+  everybody().inside[who] = std::move(pass);
+}
+
+void AllPackages::leave(const void* who) {
+  const Lock lock(everybody().mutex);
+  everybody().inside.erase(who);
+}
+
+void AllPackages::noteAbort(const void* who) {
+  const Lock lock(everybody().mutex);
+  if (const auto found = everybody().inside.find(who); found != everybody().inside.end()) {
+    found->second.isToldToAbort = true;
+  }
+}
+
 RunningPass::~RunningPass() = default;
 
 Script::Script(std::string package)

@@ -145,6 +145,41 @@ typedef std::function<void(const CallRecord&)> Hook;
 typedef std::function<Pass(const CallRecord&)> Plan;
 typedef std::function<bool(const std::string& device, int test)> SupportRule;
 
+/** A pass that is inside runDiagnostic, of whatever package of the process. */
+struct InsidePass {
+  std::string package = {};
+  unsigned int requestId = 0;
+  unsigned long object = 0;  ///< of the package, as in CallRecord
+  unsigned int run = 0;
+  std::string tag = {};
+  bool isToldToAbort = false;  ///< before it began, or since
+
+  /** Whether it is the same pass, whatever has become of it. */
+  bool isSameAs(const InsidePass& other) const {
+    return package == other.package && object == other.object && run == other.run;
+  }
+};
+
+/**
+ * All packages of the process together: who is inside, and what no controller may ever do, noticed
+ * where it happens, by the packages themselves.
+ *
+ * Thread-safety: any thread may call anything.
+ */
+class TARVEXDIAGS_EXPORT AllPackages {
+ public:
+  static std::vector<InsidePass> inside();
+  /** A line for each pass that began on a device, or for a request, for which another was inside.
+   *  Devices are one and the same if the last parts of their tags are equal. The first hundred. */
+  static std::vector<std::string> collisions();
+  static void forgetCollisions();
+
+  // For the package.
+  static void enter(const void* who, InsidePass pass);
+  static void leave(const void* who);
+  static void noteAbort(const void* who);
+};
+
 /** A pass that is inside runDiagnostic, as the script reaches it. */
 class TARVEXDIAGS_EXPORT RunningPass {
  public:

@@ -33,6 +33,7 @@ using TarvexDiags::Diag::DiagnosticSettings;
 using TarvexDiags::Diag::DiagnosticStatus;
 using TarvexDiags::Diag::IDiagnostics;
 using TarvexDiags::DiagCtrl::GlobalSettings;
+using TarvexDiags::Scripted::AllPackages;
 using TarvexDiags::Scripted::Call;
 using TarvexDiags::Scripted::CallRecord;
 using TarvexDiags::Scripted::Device;
@@ -182,6 +183,7 @@ class ScriptedDiagnostics final : public IDiagnostics, private RunningPass {
   bool m_inside = false;
   bool m_completed = false;  // a pass has ended, and its results were not fetched since
   bool m_aborted = false;
+  bool m_toldToAbort = false;  // never forgotten
   bool m_suspended = false;
   unsigned int m_ended = 0;
   std::deque<std::unique_ptr<DiagnosticEvent>> m_events;
@@ -198,6 +200,7 @@ class ScriptedDiagnostics::Inside {
   Inside& operator=(const Inside&) = delete;
 
   void end() {
+    AllPackages::leave(&m_owner);  // before anybody can see that the pass is over
     const Lock lock(m_owner.m_script.mutex());
     if (m_owner.m_inside) {
       m_owner.m_inside = false;
@@ -250,6 +253,12 @@ bool ScriptedDiagnostics::begin(VirtualDevice& device, const DiagnosticSettings&
   if (m_script.currentHabits().forgetsAbort) {
     m_aborted = false;
   }
+  AllPackages::enter(this, {.package = m_script.package(),
+                            .requestId = m_latest.requestId,
+                            .object = m_latest.object,
+                            .run = m_latest.run,
+                            .tag = device.getDevice()->getResourceTag(),
+                            .isToldToAbort = m_toldToAbort});
   m_inside = true;
   m_completed = m_completed && m_script.currentHabits().keepsReportingCompleted;
   return mustEnd();
@@ -380,6 +389,8 @@ void ScriptedDiagnostics::abortDiagnostic() {
   m_script.enter(record(Call::Abort));
   const Lock lock(m_script.mutex());
   m_aborted = true;
+  m_toldToAbort = true;
+  AllPackages::noteAbort(this);
   m_suspended = false;  // also a pass that will go on all the same
   m_script.changed().notify_all();
 }

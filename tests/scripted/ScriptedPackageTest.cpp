@@ -29,6 +29,7 @@ using Diag::DiagnosticSettings;
 using Diag::DiagnosticStatus;
 using Diag::IDiagnostics;
 using DiagCtrl::GlobalSettings;
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsNull;
 using ::testing::SizeIs;
@@ -372,6 +373,46 @@ TEST_F(ScriptedPackageTest, each_copy_has_a_script_of_its_own) {
   package.diagnostics();
   EXPECT_EQ(beta.count(Call::GetDiagnostics), 1U);
   EXPECT_EQ(m_script.count(Call::GetDiagnostics), 0U);
+}
+
+TEST_F(ScriptedPackageTest, two_passes_at_once_on_one_device_are_noticed) {
+  AllPackages::forgetCollisions();
+  run();
+  run();
+  EXPECT_THAT(AllPackages::collisions(), IsEmpty()) << "one behind the other";
+  Script& beta = m_directory.add("BETA");
+  const OpenPackage package(m_directory, "BETA");
+  const auto other = package.diagnostics();
+  DeviceEnum::VirtualDevice elsewhere(new DeviceEnum::IDevice("x/y", "y", "y"));
+  DeviceEnum::VirtualDevice below(new DeviceEnum::IDevice("x/tag", "below", "below"));
+  m_script.holdRuns();
+  auto pass = runAside();
+  other->runDiagnostic(elsewhere, &m_settings);
+  EXPECT_THAT(AllPackages::collisions(), IsEmpty()) << "another device";
+  other->runDiagnostic(below, &m_settings);
+  EXPECT_THAT(AllPackages::collisions(), ElementsAre("BETA request 3 run 2 on x/tag began beside "
+                                                     "ALPHA request 3 run 3 on tag"));
+  m_script.releaseRuns();
+  pass.get();
+  EXPECT_THAT(AllPackages::inside(), IsEmpty());
+  AllPackages::forgetCollisions();
+  beta.clearLog();
+}
+
+TEST_F(ScriptedPackageTest, a_pass_that_is_inside_shows_whether_it_was_told_to_abort) {
+  m_script.holdRuns().setHabits({.ignoresAbort = true, .forgetsAbort = true});
+  auto pass = runAside();
+  ASSERT_THAT(AllPackages::inside(), SizeIs(1));
+  const InsidePass before = AllPackages::inside().front();
+  EXPECT_FALSE(before.isToldToAbort);
+  EXPECT_EQ(before.requestId, 3U);
+  EXPECT_EQ(before.package, "ALPHA");
+  m_diagnostics->abortDiagnostic();
+  ASSERT_THAT(AllPackages::inside(), SizeIs(1));
+  EXPECT_TRUE(AllPackages::inside().front().isToldToAbort);
+  EXPECT_TRUE(AllPackages::inside().front().isSameAs(before));
+  m_script.releaseRuns();
+  pass.get();
 }
 
 TEST_F(ScriptedPackageTest, nothing_keeps_it_mapped_once_it_was_closed) {
