@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <iomanip>
 #include <iostream>
 #include <string>
 
@@ -18,27 +19,69 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int numberFrom(const char* variable, int otherwise) {
+constexpr unsigned long kRequestsOfQuickLife = 10'000;
+
+unsigned long numberFrom(const char* variable, unsigned long otherwise) {
   const char* const text = std::getenv(variable);
-  return text == nullptr || *text == '\0' ? otherwise : std::atoi(text);
+  return text == nullptr || *text == '\0' ? otherwise : std::strtoul(text, nullptr, 10);
+}
+
+unsigned int firstSeed() {
+  return static_cast<unsigned int>(numberFrom("TARVEX_STRESS_SEED", 1));
+}
+
+/**
+ * Both modes, with long queues and with short ones; at every third seed a shut-down under load.
+ */
+LifePlan planOf(unsigned int seed) {
+  return {.seed = seed,
+          .isParallel = seed % 2 == 0,
+          .hasShortQueues = seed / 2 % 2 == 0,
+          .endsUnderLoad = seed % 3 == 0};
+}
+
+unsigned long live(const LifePlan& plan) {
+  SCOPED_TRACE("TARVEX_STRESS_SEED=" + std::to_string(plan.seed));
+  return Life(plan).run();
 }
 
 TEST(PipelineStress, whatever_clients_do_every_request_ends_and_nothing_is_left) {
-  const auto seconds = std::chrono::seconds(std::max(1, numberFrom("TARVEX_STRESS_SECONDS", 5)));
-  const auto length = std::min<std::chrono::milliseconds>(std::chrono::seconds(3), seconds / 2);
-  auto seed = static_cast<unsigned int>(numberFrom("TARVEX_STRESS_SEED", 1));
+  const auto seconds = std::chrono::seconds(std::max(1UL, numberFrom("TARVEX_STRESS_SECONDS", 5)));
+  unsigned int seed = firstSeed();
   const auto end = Clock::now() + seconds;
   unsigned long survived = 0;
-  int epochs = 0;
+  int lives = 0;
   while (Clock::now() < end && !HasFailure()) {
-    SCOPED_TRACE("TARVEX_STRESS_SEED=" + std::to_string(seed));
-    survived += Life(seed, seed % 2 == 0, length).run();
+    LifePlan plan = planOf(seed);
+    plan.length = std::min<std::chrono::milliseconds>(plan.length, seconds / 2);
+    survived += live(plan);
     ++seed;
-    ++epochs;
+    ++lives;
   }
   EXPECT_GT(survived, 0U);
-  std::cout << "survived " << survived << " requests in " << epochs << " lives of a controller, "
+  std::cout << "survived " << survived << " requests in " << lives << " lives of a controller, "
             << seconds.count() << " s, last seed " << seed - 1 << std::endl;
+}
+
+TEST(PipelineStress, as_many_requests_as_asked_for_survive) {
+  const unsigned long wanted = numberFrom("TARVEX_STRESS_REQUESTS", 2000);
+  unsigned int seed = firstSeed();
+  const auto begin = Clock::now();
+  unsigned long survived = 0;
+  while (survived < wanted && !HasFailure()) {
+    LifePlan plan = planOf(seed);
+    plan.length = std::chrono::minutes(10);
+    plan.requests = std::min(kRequestsOfQuickLife, wanted - survived);
+    plan.isQuick = true;
+    plan.hasShortQueues = false;
+    survived += live(plan);
+    ++seed;
+  }
+  const std::chrono::duration<double> passed = Clock::now() - begin;
+  std::cout << "survived " << survived << " short requests, " << std::fixed << std::setprecision(0)
+            << static_cast<double>(survived) / passed.count() << " a second, last seed " << seed - 1
+            << std::endl;
+  EXPECT_GE(survived, wanted);
 }
 
 }  // namespace
