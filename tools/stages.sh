@@ -12,6 +12,7 @@ STAGES=(
   "format        15  full    clang-format of the sources"
   "setup         60  full    configuring on a bare system, with nothing but the listed packages"
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
+  "schedules    150  full    the pipeline's and the stress tests under random schedules, from two seeds"
   "run          300  full    the release build and the main job"
   "tidy         480  full    clang-tidy of the sources that are shipped"
   "fuzz         100  full    the fuzzers, each for a short while"
@@ -19,6 +20,7 @@ STAGES=(
   "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
+  "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "bare        1800  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
@@ -190,6 +192,31 @@ stage_long_stress() {
     for seed in {1..10}; do
       stress "$preset" "$seed"
     done
+  done
+}
+
+# schedules SEED SECONDS: the tests that stand in a build once more with sleeps around every lock.
+# The stress test has other lives at each seed, of all kinds where it has the time.
+schedules() {
+  TARVEX_SCHEDULE_SEED=$1 TARVEX_STRESS_SEED=$((8 * $1 - 2)) TARVEX_STRESS_SECONDS=$2 \
+    run_ctest "schedules-$1" coverage --tests-regex '^Schedules/'
+  say "schedules: $(grep '^survived' build/coverage/Testing/Temporary/LastTest.log)"
+}
+
+# In the build that the coverage needs anyway: a sanitizer's runtime has locks of its own.
+stage_schedules() {
+  local seed
+  build_preset coverage pipeline_test pipeline_stress
+  for seed in 1 2; do
+    schedules "$seed" 15
+  done
+}
+
+stage_long_schedules() {
+  local seed
+  build_preset coverage pipeline_test pipeline_stress
+  for seed in {1..10}; do
+    schedules "$seed" 60
   done
 }
 
