@@ -10,6 +10,7 @@ STAGES=(
   "dev          240  quick   the test suite, in a build made for daily work"
   "scripts       10  full    shellcheck of the scripts"
   "format        15  full    clang-format of the sources"
+  "model         60  full    the models of the controller's threads, over every schedule"
   "setup         60  full    configuring on a bare system, with nothing but the listed packages"
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
   "schedules    150  full    the pipeline's and the stress tests under random schedules, from two seeds"
@@ -18,6 +19,7 @@ STAGES=(
   "fuzz         100  full    the fuzzers, each for a short while"
   "asan         810  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
+  "long-model  1200  deep    the models with larger bounds"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
@@ -109,6 +111,14 @@ stage_format() {
   clang-format-14 --dry-run -Werror "${sources[@]}" ||
     fail "format: clang-format-14 -i FILE puts each file right"
   say "format: ${#sources[@]} files are formatted"
+}
+
+stage_model() {
+  tests/model/run
+}
+
+stage_long_model() {
+  tests/model/run --deep
 }
 
 stage_coverage() {
