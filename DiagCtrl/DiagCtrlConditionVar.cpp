@@ -58,7 +58,7 @@ DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::timedWait(long alTimeo
 
 DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::timedWaitSince(long alTimeout,
                                                                          unsigned long aulTicket) {
-  const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::timedWaitSince");
+  const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::timedWait");
   const MutexHold hold(mut);
   return mulSignals != aulTicket ? receivedSignal : waitUntilDeadline(alTimeout);
 }
@@ -70,6 +70,10 @@ unsigned long DiagCtrlConditionVar::ticket() {
 
 void DiagCtrlConditionVar::signal() {
   const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::signal");
+  nudge();
+}
+
+void DiagCtrlConditionVar::nudge() {
   const MutexHold hold(mut);
   ++mulSignals;
   pthread_cond_signal(&mcondConditionVar);

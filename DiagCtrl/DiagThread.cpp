@@ -13,6 +13,7 @@
 #include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
 #include "DiagCtrl/DiagThreadArgument.h"
 #include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/GateScope.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/TraceScope.h"
@@ -114,6 +115,11 @@ void DiagThread::join() {
     raise<DiagCtrlUnsupportedOperation>(DiagCtrlBaseException::UnsupportedOperation,
                                         "DiagThread::join()");
   }
+}
+
+bool DiagThread::isWanted() {
+  const GateScope hold(mCtrlLock);
+  return muThreadState;
 }
 
 bool DiagThread::getState() {

@@ -63,6 +63,9 @@ class TARVEXDIAGS_EXPORT DiagThread {
  protected:
   static void* proxyRun(void* apArgument);
 
+  /// As `getState`, for a look in the midst of the thread's own steps.
+  bool isWanted();
+
  private:
   bool muThreadState;
   DiagCtrlLock mCtrlLock;

@@ -81,7 +81,6 @@ DiagnosticController::errorCode DiagnosticController::controlRequests(
 
 // The choice of the branch and the abort flag are one step; the rest follows outside of it.
 void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeOutValue) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::abortRequest");
   switch (arTestRequest.beginAbort(alTimeOutValue)) {
     case TestRequest::AbortedWhile::inPackage:
       if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
@@ -104,11 +103,12 @@ void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeO
   } catch (const DiagCtrlMutexException&) {
     pushError(DiagCtrlEvent::RELEASE_LIBRARY_FAILED);
   }
-  const unsigned long id = arTestRequest.getTestRequestId();
+  const unsigned long id = arTestRequest.id();
   mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
                                 Diag::DiagnosticEvent::INFORMATION_EVENT,
                                 static_cast<unsigned int>(id));
-  trace.infoValue("TEST_REQUEST_ABORTED", id);
+  mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_INFORMATION, __FILE__, __LINE__,
+                           "TEST_REQUEST_ABORTED", id);
 }
 
 DiagnosticController::errorCode DiagnosticController::abortTest(unsigned long ulRequestId) {

@@ -318,7 +318,6 @@ void DiagnosticPackage::updateTestIdTestObjectMap(int aiTestId, PackageTestInfo*
 }
 
 void DiagnosticPackage::retirePackageData() {
-  const TraceScope trace(mpDiagTracer, "DiagnosticPackage::retirePackageData");
   mRetiredDevices.insert(mRetiredDevices.end(), mDeviceVector.begin(), mDeviceVector.end());
   mDeviceVector.clear();
   {
@@ -333,7 +332,6 @@ void DiagnosticPackage::retirePackageData() {
 }
 
 void DiagnosticPackage::deleteRetiredData() {
-  const TraceScope trace(mpDiagTracer, "DiagnosticPackage::deleteRetiredData");
   for (DiagDevice* device : mRetiredDevices) {
     delete device;
   }

@@ -52,6 +52,8 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   unsigned int getDeviceType();
   /// Whether the package's tests take the whole machine.
   bool checkSystemLock();
+  /// The same without a trace.
+  bool takesMachine() const noexcept { return mbSystemLock; }
 
   p_Handle getPackageHandle();
   void setPackageHandle(p_Handle aHandle);

@@ -41,7 +41,7 @@ constexpr int kMostEntriesOfRefused = 2;
 constexpr std::chrono::milliseconds kBetweenTwoRefusals{kWaitMs};
 
 std::string tagOf(TestRequest& arTestRequest) {
-  return arTestRequest.getDiagDeviceRef().getIDevice()->getResourceTag();
+  return arTestRequest.device().getIDevice()->getResourceTag();
 }
 
 /// Runs an action; both families of exceptions lead to the handler.
@@ -175,7 +175,7 @@ void ExecutionManagerThread::takeBatch(Pass& arPass, int aiQueueSize) {
 ExecutionManagerThread::Outcome ExecutionManagerThread::tryToDispatch(TestRequest& arTestRequest,
                                                                       Pass& arPass) {
   try {
-    return getState() ? dispatch(arTestRequest, arPass) : Outcome::refused;
+    return isWanted() ? dispatch(arTestRequest, arPass) : Outcome::refused;
   } catch (DiagCtrlBaseException& failure) {
     traceFailure(failure);
     return Outcome::refused;
@@ -193,7 +193,7 @@ ExecutionManagerThread::Outcome ExecutionManagerThread::dispatch(TestRequest& ar
   } catch (const DiagCtrlMutexException&) {
     return Outcome::refused;
   }
-  if (!getState()) {
+  if (!isWanted()) {
     return Outcome::refused;  // nothing is started any more
   }
   try {
@@ -248,14 +248,14 @@ void ExecutionManagerThread::waitIfStalled(Pass& arPass) {
 void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {
   mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
                                 Diag::DiagnosticEvent::WARNING_EVENT,
-                                static_cast<unsigned int>(arTestRequest.getTestRequestId()));
+                                static_cast<unsigned int>(arTestRequest.id()));
   arTestRequest.setToBeDroppedFlag(true);
 }
 
 // Nothing if the locks were taken.
 std::optional<ExecutionManagerThread::Outcome> ExecutionManagerThread::takeLocks(
     TestRequest& arTestRequest, Pass& arPass) {
-  if (arTestRequest.getDiagPackageRef().checkSystemLock()) {
+  if (arTestRequest.package().checkSystemLock()) {
     // The machine belongs to one test only when no other is left, the last statement of its worker
     // included.
     if (mrTestReqMgr.getTestReqExecQueueSize() > 0 || mrTestReqMgr.isAnyWorkerAlive()) {
@@ -289,7 +289,7 @@ ExecutionManagerThread::Outcome ExecutionManagerThread::refuseSystemLock(TestReq
 }
 
 void ExecutionManagerThread::giveLocksBack(TestRequest& arTestRequest) {
-  if (arTestRequest.getDiagPackageRef().checkSystemLock()) {
+  if (arTestRequest.package().takesMachine()) {
     mpResLockMgr->setSystemLockFlag(false);
     return;
   }
@@ -301,7 +301,6 @@ void ExecutionManagerThread::giveLocksBack(TestRequest& arTestRequest) {
 }
 
 void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
-  const TraceScope trace(&mrDiagTracer, "ExecutionManagerThread::launch");
   auto* worker = new ExecutionThread(mrTestReqMgr, arTestRequest, mrGlobalSetting, *mpDiagCtrl,
                                      mrDiagTracer, *mpDiagUtil);
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
@@ -315,7 +314,7 @@ void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
     mrDiagTracer.traceValue(
         DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__,
         "ExecutionManagerThread::run - Not able to insert thread object in map for TR id: ",
-        arTestRequest.getTestRequestId());
+        arTestRequest.id());
     giveUpStart(arTestRequest, worker);
     isPassedOn = passToMonitor(arTestRequest);
   }
@@ -331,7 +330,7 @@ void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
 // With the map's lock held.
 GlobalSettings::runMode ExecutionManagerThread::startWorker(TestRequest& arTestRequest,
                                                             ExecutionThread* apWorker) {
-  const unsigned long id = arTestRequest.getTestRequestId();
+  const unsigned long id = arTestRequest.id();
   mExecutionThreadMap[id] = apWorker;
   apWorker->initialize(DiagThread::sched_Other, kWorkerStackBytes, kWorkerPriority);
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
@@ -385,7 +384,7 @@ bool ExecutionManagerThread::passToMonitor(TestRequest& arTestRequest) {
 // Nothing is started any more once the thread was told to stop.
 void ExecutionManagerThread::waitForVerdict() {
   DiagCtrlConditionVar& variable = *mpTReqExecMgrThCondVar.load();
-  for (unsigned long ticket = variable.ticket(); !mrTestReqMgr.getTestExecCompleted() && getState();
+  for (unsigned long ticket = variable.ticket(); !mrTestReqMgr.getTestExecCompleted() && isWanted();
        ticket = variable.ticket()) {
     variable.timedWaitSince(kWaitMs, ticket);
   }
@@ -425,7 +424,7 @@ void ExecutionManagerThread::requeueTest(TestRequest* apTestRequest) {
   const TraceScope trace(&mrDiagTracer, "ExecutionManagerThread::requeueTest");
   orAbort(*apTestRequest, [&] {
     // Only a request that wants the whole machine can stand in the queues more than once.
-    if (apTestRequest->getDiagPackageRef().checkSystemLock() &&
+    if (apTestRequest->package().takesMachine() &&
         mrTestReqMgr.countQueuedEntries(apTestRequest) >= kMostEntriesOfRefused) {
       return;
     }
@@ -523,9 +522,9 @@ void ExecutionManagerThread::setTRBatchCompletedFlag(bool abTRBatchCompleted) {
 }
 
 void ExecutionManagerThread::pushError(unsigned int auiEventCode, TestRequest& arTestRequest) {
-  DiagUtil::getInstance()->pushDiagCtrlEvent(
-      static_cast<DiagCtrlEvent::eventCode>(auiEventCode), Diag::DiagnosticEvent::ERROR_EVENT,
-      static_cast<unsigned int>(arTestRequest.getTestRequestId()));
+  DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(auiEventCode),
+                                             Diag::DiagnosticEvent::ERROR_EVENT,
+                                             static_cast<unsigned int>(arTestRequest.id()));
 }
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -38,7 +38,7 @@ class WorkerEnd {
  public:
   explicit WorkerEnd(TestRequestManager& arTestReqMgr) : mrTestReqMgr(arTestReqMgr) {}
   ~WorkerEnd() {
-    mrTestReqMgr.getCondVarTRExecQueue().signal();
+    mrTestReqMgr.getCondVarTRExecQueue().nudge();
     mrTestReqMgr.workerEnded();
   }
   WorkerEnd(const WorkerEnd&) = delete;
@@ -86,58 +86,57 @@ void ExecutionThread::run(void* /*apVoid*/) {
   const WorkerEnd end(mrTestReqMgr);
   const TraceScope trace(&mrDiagTracer, "ExecutionThread::run");
   try {
-    runPass();
+    runPass(trace);
   } catch (const DiagCtrlMutexException&) {
-    handleMutexFailure();
+    handleMutexFailure(trace);
   }
 }
 
-void ExecutionThread::runPass() {
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::runPass");
+void ExecutionThread::runPass(const TraceScope& arTrace) {
   Diag::IDiagnostics* diagnostics = mrTestRequest.getIDiagnosticsPtr();
   Diag::DiagnosticSettings* settings = mrTestRequest.getDiagnosticSettings();
-  const std::vector<int> tests = chooseTests();
+  const DiagIntList asked = mrTestRequest.getTestIdList();
+  DiagDevice& device = mrTestRequest.getDiagDeviceRef();
+  const std::vector<int> tests = chooseTests(asked, device.getEnableTestIdMap());
   const auto before = readStatus(TestRequest::WAIT);
   if (isRefused(tests, before)) {
     refuse();
     return;
   }
   settings->setTestNumberVector(tests);
-  settings->setTestRequestId(static_cast<Uint>(mrTestRequest.getTestRequestId()));
-  settings->setOpenMode(chooseOpenMode());
+  settings->setTestRequestId(static_cast<Uint>(mrTestRequest.id()));
+  settings->setOpenMode(chooseOpenMode(asked));
   if (!enterPackage()) {
     return;
   }
   Diag::DiagnosticResult* result =
-      diagnostics->runDiagnostic(mrTestRequest.getDiagDeviceRef().getVirtualDeviceRef(), settings);
+      diagnostics->runDiagnostic(device.getVirtualDeviceRef(), settings);
   mrTestRequest.setToBeDroppedFlag(true);
-  reportEnd(readStatus(before));
+  reportEnd(arTrace, readStatus(before));
   if (!mustHalt(result->getTestResult())) {
     giveLocksBack();
     return;
   }
   mrDiagUtil.pushDiagCtrlEvent(DiagCtrlEvent::ERROR_RECVD_AND_HALT_ON_ERROR,
                                Diag::DiagnosticEvent::ERROR_EVENT,
-                               static_cast<unsigned int>(mrTestRequest.getTestRequestId()));
+                               static_cast<unsigned int>(mrTestRequest.id()));
   mrTestRequest.setHaltedStatus(true);
   giveLocksBack();
-  trace.warningValue("TestRequest Execution Failed. Halting. TestRequestID : ",
-                     mrTestRequest.getTestRequestId());
+  arTrace.warningValue("TestRequest Execution Failed. Halting. TestRequestID : ",
+                       mrTestRequest.id());
 }
 
 // A disabled test is skipped here, at every pass, and the request goes on with the rest.
-std::vector<int> ExecutionThread::chooseTests() {
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::chooseTests");
-  const DiagIntList asked = mrTestRequest.getTestIdList();
-  const TestIdMap enabled = mrTestRequest.getDiagDeviceRef().getEnableTestIdMap();
+std::vector<int> ExecutionThread::chooseTests(const DiagIntList& arAsked,
+                                              const TestIdMap& arEnabled) {
   std::vector<int> tests;
-  if (asked.empty()) {
-    std::transform(enabled.begin(), enabled.end(), std::back_inserter(tests),
+  if (arAsked.empty()) {
+    std::transform(arEnabled.begin(), arEnabled.end(), std::back_inserter(tests),
                    [](const auto& arEntry) { return arEntry.first; });
     return tests;
   }
-  for (const int test : asked) {
-    if (enabled.contains(test)) {
+  for (const int test : arAsked) {
+    if (arEnabled.contains(test)) {
       tests.push_back(test);
     } else {
       pushWarning(DiagCtrlEvent::DISABLE_TEST);
@@ -169,14 +168,12 @@ bool ExecutionThread::isRefused(const std::vector<int>& arTests,
 }
 
 // The request's own list decides, not the tests that are left of it.
-unsigned int ExecutionThread::chooseOpenMode() {
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::chooseOpenMode");
-  const DiagIntList asked = mrTestRequest.getTestIdList();
-  if (asked.size() != 1) {
+unsigned int ExecutionThread::chooseOpenMode(const DiagIntList& arAsked) {
+  if (arAsked.size() != 1) {
     return DeviceEnum::IDevice::READ_WRITE;
   }
   return swallowAll(static_cast<unsigned int>(DeviceEnum::IDevice::READ_WRITE), [&] {
-    return openModeOf(mpDiagPackage->getTestInfoFromPackage(asked.front())->getTestOpenMode());
+    return openModeOf(mpDiagPackage->getTestInfoFromPackage(arAsked.front())->getTestOpenMode());
   });
 }
 
@@ -198,23 +195,23 @@ bool ExecutionThread::enterPackage() {
   return false;
 }
 
-void ExecutionThread::reportEnd(TestRequest::TestRequestStatus aeStatus) {
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::reportEnd");
-  const unsigned long id = mrTestRequest.getTestRequestId();
+void ExecutionThread::reportEnd(const TraceScope& arTrace,
+                                TestRequest::TestRequestStatus aeStatus) {
+  const unsigned long id = mrTestRequest.id();
   if (aeStatus == TestRequest::ABORTED) {
-    trace.infoValue("TestRequestAborted TestRequestID : ", id);
+    arTrace.infoValue("TestRequestAborted TestRequestID : ", id);
     pushWarning(DiagCtrlEvent::TEST_REQUEST_ABORTED);
     mrTestRequest.setToBeDroppedFlag(true);
   } else {
     mrTestRequest.setTestRequestStatus(TestRequest::REQUEUED);
-    trace.infoValue("TestRequest Execution Completed TestRequestID : ", id);
+    arTrace.infoValue("TestRequest Execution Completed TestRequestID : ", id);
   }
 }
 
 bool ExecutionThread::mustHalt(int aiTestResult) {
   const bool isBad = aiTestResult == Diag::DiagnosticResult::UNUSUAL_STATUS ||
                      aiTestResult == Diag::DiagnosticResult::FAILED;
-  return isBad && mrTestRequest.getDiagnosticSettings()->getRequestedPassCount() > 1 &&
+  return isBad && mrTestRequest.settings().getRequestedPassCount() > 1 &&
          mrTestRequest.getHaltLoopOnError();
 }
 
@@ -228,7 +225,7 @@ void ExecutionThread::refuse() {
 // had the machine never took its tag but releases it all the same, so it does that before it gives
 // the machine back, or it would free what the next one took.
 void ExecutionThread::giveLocksBack() {
-  const bool takesMachine = mpDiagPackage->checkSystemLock();
+  const bool takesMachine = mpDiagPackage->takesMachine();
   if (!takesMachine) {
     relSysLockAndSignalExecMgrThread();
   }
@@ -240,23 +237,21 @@ void ExecutionThread::giveLocksBack() {
   }
 }
 
-void ExecutionThread::handleMutexFailure() {
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::handleMutexFailure");
-  unsigned long id = 0;
+void ExecutionThread::handleMutexFailure(const TraceScope& arTrace) {
+  const unsigned long id = mrTestRequest.id();
   try {
-    id = mrTestRequest.getTestRequestId();
     mrDiagUtil.pushDiagCtrlEvent(DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED,
                                  Diag::DiagnosticEvent::ERROR_EVENT, static_cast<unsigned int>(id));
     refuse();
   } catch (const DiagCtrlMutexException&) {
-    trace.errorValue("TestRequest Execution::run Failed in reset locks TestRequestID : ", id);
+    arTrace.errorValue("TestRequest Execution::run Failed in reset locks TestRequestID : ", id);
   }
 }
 
 void ExecutionThread::pushWarning(unsigned int auiEventCode) {
   mrDiagUtil.pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(auiEventCode),
                                Diag::DiagnosticEvent::WARNING_EVENT,
-                               static_cast<unsigned int>(mrTestRequest.getTestRequestId()));
+                               static_cast<unsigned int>(mrTestRequest.id()));
 }
 
 void ExecutionThread::relSysLockAndSignalExecMgrThread() {
@@ -281,7 +276,7 @@ void ExecutionThread::releaseResourceLock() {
   const TraceScope trace(&mrDiagTracer, "ExecutionThread::releaseResourceLock");
   try {
     LockScope lock(m_resourceTagLock, -1);
-    const std::string tag = mrTestRequest.getDiagDeviceRef().getIDevice()->getResourceTag();
+    const std::string tag = mrTestRequest.device().getIDevice()->getResourceTag();
     lock.release();
     mpResLockMgr->releaseResourceLock(tag);
     mbResourceGivenBack = true;

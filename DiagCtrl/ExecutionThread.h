@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "DiagCtrl/DiagCtrlLock.h"
+#include "DiagCtrl/DiagDevice.h"
 #include "DiagCtrl/DiagThread.h"
 #include "DiagCtrl/TestRequest.h"
 #include "System/Export.h"
@@ -19,6 +20,7 @@ class GlobalSettings;
 class RequestReference;
 class ResourceLockManager;
 class TestRequestManager;
+class TraceScope;
 
 /// The worker: one pass of one request. Decides the test numbers and the open mode, calls into the
 /// package, judges the result for halting, and gives back what the dispatcher took. `stop` has no
@@ -40,17 +42,17 @@ class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
   TestRequest& getTestRequest() noexcept { return mrTestRequest; }
 
  private:
-  void runPass();
-  std::vector<int> chooseTests();
+  void runPass(const TraceScope& arTrace);
+  std::vector<int> chooseTests(const DiagIntList& arAsked, const TestIdMap& arEnabled);
   TestRequest::TestRequestStatus readStatus(TestRequest::TestRequestStatus aeFallback);
   bool isRefused(const std::vector<int>& arTests, TestRequest::TestRequestStatus aeStatus);
-  unsigned int chooseOpenMode();
+  unsigned int chooseOpenMode(const DiagIntList& arAsked);
   bool enterPackage();
-  void reportEnd(TestRequest::TestRequestStatus aeStatus);
+  void reportEnd(const TraceScope& arTrace, TestRequest::TestRequestStatus aeStatus);
   bool mustHalt(int aiTestResult);
   void refuse();
   void giveLocksBack();
-  void handleMutexFailure();
+  void handleMutexFailure(const TraceScope& arTrace);
   void pushWarning(unsigned int auiEventCode);
 
   TestRequestManager& mrTestReqMgr;

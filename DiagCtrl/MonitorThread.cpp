@@ -44,7 +44,7 @@ constexpr useconds_t kIdleCheckPauseMicroseconds = 5000;
 constexpr int kMostLocalEntries = 2;
 
 unsigned int eventId(TestRequest& arTestRequest) {
-  return static_cast<unsigned int>(arTestRequest.getTestRequestId());
+  return static_cast<unsigned int>(arTestRequest.id());
 }
 
 }  // namespace
@@ -156,7 +156,6 @@ void MonitorThread::endRun() {
 }
 
 void MonitorThread::becomeIdleIfNothingIsLeft() {
-  const TraceScope trace(mpDiagTracer, "MonitorThread::becomeIdleIfNothingIsLeft");
   if (!takeChangeLock()) {
     return;
   }
@@ -223,7 +222,7 @@ void MonitorThread::pollEntry(RequestReference& arEntry) {
     }
     // The entry falls out, but nobody may go on waiting for its verdict.
     if (arEntry->isInFlight()) {
-      mrExecutionManagerThread.removeExecThreadObject(arEntry->getTestRequestId());
+      mrExecutionManagerThread.removeExecThreadObject(arEntry->id());
     }
     conclude(*arEntry);
   } catch (DiagCtrlMutexException& failure) {
@@ -239,14 +238,14 @@ void MonitorThread::getEventsResults(TestRequest* apTestRequest) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::getEventsResults");
   // Read before the events, so that all of them are drained before the verdict.
   const bool isForced = apTestRequest->willNotRunAgain();
-  const unsigned long ulTestRequestId = apTestRequest->getTestRequestId();
+  const unsigned long ulTestRequestId = apTestRequest->id();
   collectEvents(*apTestRequest);
   const Diag::DiagnosticStatus rDiagnosticStatus = readStatus(*apTestRequest);
   // Behind the read of the status: in front of it, a pass could begin in between.
   const bool isOfThisPass = apTestRequest->lookAtPass();
   const bool isOver = isForced || (isOfThisPass && rDiagnosticStatus.getStatus() ==
                                                        Diag::DiagnosticStatus::COMPLETED);
-  mrEventManager.logProgress(apTestRequest->getDiagPackageRef().getPackageName(), ulTestRequestId,
+  mrEventManager.logProgress(apTestRequest->package().getPackageName(), ulTestRequestId,
                              rDiagnosticStatus.getProgress());
   Diag::DiagnosticSettings* pDiagSett = apTestRequest->getDiagnosticSettings();
   if (pDiagSett->getStressMode() != 0) {
@@ -319,7 +318,6 @@ void MonitorThread::getResults(TestRequest* apTestRequest) {
 }
 
 void MonitorThread::finish(TestRequest& arTestRequest) {
-  const TraceScope trace(mpDiagTracer, "MonitorThread::finish");
   try {
     arTestRequest.releaseIDiagnostic(mrDiagPkgIntf, kTimeOut);
   } catch (DiagCtrlMutexException& failure) {
@@ -360,7 +358,7 @@ MonitorThread::queueStatus MonitorThread::judge(TestRequest& arTestRequest) {
 
 // The clock runs from the queueing on, so it covers the time spent waiting.
 bool MonitorThread::mayRunAgain(TestRequest& arTestRequest) {
-  Diag::DiagnosticSettings& settings = *arTestRequest.getDiagnosticSettings();
+  Diag::DiagnosticSettings& settings = arTestRequest.settings();
   const unsigned long elapsed =
       static_cast<unsigned long>(time(nullptr)) - arTestRequest.getTestRequestStartTime();
   return settings.getPassCount() < settings.getRequestedPassCount() &&
@@ -368,8 +366,7 @@ bool MonitorThread::mayRunAgain(TestRequest& arTestRequest) {
 }
 
 bool MonitorThread::sendBack(TestRequest& arTestRequest) {
-  const TraceScope trace(mpDiagTracer, "MonitorThread::sendBack");
-  const unsigned long id = arTestRequest.getTestRequestId();
+  const unsigned long id = arTestRequest.id();
   try {
     switch (arTestRequest.beginSendBack()) {
       case TestRequest::SendBack::superseded:
@@ -381,10 +378,10 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
         break;
     }
     // The worker may have been halted or aborted on its last steps.
-    if (arTestRequest.getAbortStatus() || arTestRequest.getHaltedStatus()) {
+    if (arTestRequest.isAbortedOrHalted()) {
       return drop(arTestRequest);
     }
-    Diag::DiagnosticSettings& settings = *arTestRequest.getDiagnosticSettings();
+    Diag::DiagnosticSettings& settings = arTestRequest.settings();
     settings.setPassCount(settings.getPassCount() + 1);
     mrTestRequestManager.pushBackTestRequestQueue(TestRequestManager::WAIT, &arTestRequest);
     conclude(arTestRequest);
@@ -408,8 +405,7 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
 
 // @return false if the verdict came too late: the request runs its next pass.
 bool MonitorThread::drop(TestRequest& arTestRequest) {
-  const TraceScope trace(mpDiagTracer, "MonitorThread::drop");
-  const unsigned long id = arTestRequest.getTestRequestId();
+  const unsigned long id = arTestRequest.id();
   switch (arTestRequest.complete()) {
     case TestRequest::Completion::superseded:
       return false;
@@ -437,12 +433,11 @@ bool MonitorThread::drop(TestRequest& arTestRequest) {
 
 // Frees a dispatcher that waits for the verdict on just this pass.
 void MonitorThread::conclude(TestRequest& arTestRequest) {
-  mrTestRequestManager.concludeTestExec(arTestRequest.getTestRequestId(),
-                                        arTestRequest.reclaimedPass());
+  mrTestRequestManager.concludeTestExec(arTestRequest.id(), arTestRequest.reclaimedPass());
 }
 
 void MonitorThread::keepPolling(TestRequest& arTestRequest) {
-  int& entries = mLocalEntries[arTestRequest.getTestRequestId()];
+  int& entries = mLocalEntries[arTestRequest.id()];
   if (entries < kMostLocalEntries) {
     ++entries;
     arTestRequest.addReference();
@@ -453,7 +448,7 @@ void MonitorThread::keepPolling(TestRequest& arTestRequest) {
 RequestReference MonitorThread::takeLocalEntry() {
   RequestReference entry = RequestReference::adopt(mResultPendingTRQueue.front());
   mResultPendingTRQueue.pop_front();
-  if (const auto entries = mLocalEntries.find(entry->getTestRequestId()); --entries->second == 0) {
+  if (const auto entries = mLocalEntries.find(entry->id()); --entries->second == 0) {
     mLocalEntries.erase(entries);
   }
   return entry;

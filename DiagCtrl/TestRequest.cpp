@@ -9,6 +9,7 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
+#include "DiagCtrl/internal/GateScope.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/ReplaceStatus.h"
 #include "DiagCtrl/internal/TraceScope.h"
@@ -67,7 +68,7 @@ TestRequest::~TestRequest() {
 
 unsigned long TestRequest::getTestRequestId() {
   return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getTestRequestId",
-                "TestRequest::getTestRequestId()", [this] { return mulTestRequestId; });
+                "TestRequest::getTestRequestId()", [this] { return mulTestRequestId.load(); });
 }
 
 void TestRequest::setTestRequestId(unsigned long aulTestRequestId) {
@@ -77,7 +78,7 @@ void TestRequest::setTestRequestId(unsigned long aulTestRequestId) {
 
 bool TestRequest::getToBeDroppedFlag() {
   return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getToBeDroppedFlag",
-                "TestRequest::getToBeDroppedFlag()", [this] { return mbToBeDropped; });
+                "TestRequest::getToBeDroppedFlag()", [this] { return mbToBeDropped.load(); });
 }
 
 void TestRequest::setToBeDroppedFlag(bool abToBeDropped) {
@@ -111,7 +112,7 @@ void TestRequest::setStatusIfOpen(TestRequestStatus aeStatus) {
 
 bool TestRequest::getAbortStatus() {
   return locked(mpDiagTracer, mmtxTestReqAbortLock, 0, "TestRequest::getAbortStatus",
-                "TestRequest::getAbortStatus()", [this] { return mbAbortStatus; });
+                "TestRequest::getAbortStatus()", [this] { return mbAbortStatus.load(); });
 }
 
 void TestRequest::setAbortStatus(bool abAbortStatus, long alTimeOutValue) {
@@ -247,7 +248,8 @@ void TestRequest::releaseIDiagnostic(DiagnosticPackageInterface& apDiagPkgIntf,
 
 bool TestRequest::ifIDiagnosticsDeleted() {
   return locked(mpDiagTracer, mmtxRelLibraryLock, 0, "TestRequest::ifIDiagnosticsDeleted",
-                "TestRequest::ifIDiagnosticsDeleted()", [this] { return mbLibraryReleased; });
+                "TestRequest::ifIDiagnosticsDeleted()",
+                [this] { return mbLibraryReleased.load(); });
 }
 
 // The object goes first: its code lies in the library. A request whose load failed has no library.
@@ -261,18 +263,14 @@ void TestRequest::destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf,
 }
 
 Diag::IDiagnostics* TestRequest::pinIDiagnostics() {
-  return locked(mpDiagTracer, mmtxRelLibraryLock, 0, "TestRequest::pinIDiagnostics",
-                "TestRequest::pinIDiagnostics()", [this]() -> Diag::IDiagnostics* {
-                  Diag::IDiagnostics* object =
-                      mbLibraryReleased ? nullptr : mpIDiagnosticsPtr.load();
-                  miUsers += object != nullptr ? 1 : 0;
-                  return object;
-                });
+  const GateScope hold(mmtxRelLibraryLock);
+  Diag::IDiagnostics* object = mbLibraryReleased ? nullptr : mpIDiagnosticsPtr.load();
+  miUsers += object != nullptr ? 1 : 0;
+  return object;
 }
 
 void TestRequest::unpinIDiagnostics() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::unpinIDiagnostics");
-  const LockScope lock(mmtxRelLibraryLock, 0, kMinorLock, "TestRequest::unpinIDiagnostics()");
+  const GateScope hold(mmtxRelLibraryLock);
   if (--miUsers > 0 || mpReleasedBy == nullptr) {
     return;
   }
@@ -280,27 +278,27 @@ void TestRequest::unpinIDiagnostics() {
   try {
     destroyIDiagnostics(std::exchange(mpReleasedBy, nullptr), -1);
   } catch (DiagCtrlBaseException& failure) {
-    trace.error("TestRequest::unpinIDiagnostics" + failure.dump());
+    mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_ERROR, __FILE__, __LINE__,
+                             ("TestRequest::unpinIDiagnostics" + failure.dump()).c_str());
   }
 }
 
-TestRequest::Claim TestRequest::lookBeforeStart() {
-  if (getAbortStatus()) {
+TestRequest::Claim TestRequest::lookBeforeStart() const {
+  if (mbAbortStatus) {
     return Claim::aborted;
   }
-  const bool over = meTestRequestStatus == COMPLETED || mbHaltedStatus || ifIDiagnosticsDeleted();
+  const bool over = meTestRequestStatus == COMPLETED || mbHaltedStatus || mbLibraryReleased;
   return over ? Claim::stale : Claim::granted;
 }
 
 TestRequest::Claim TestRequest::claimForDispatch() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::claimForDispatch");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::claimForDispatch()");
+  const GateScope gate(mmtxDispatchGate);
   Claim claim = lookBeforeStart();
   if (claim == Claim::granted && mbInFlight) {
     claim = Claim::stale;
   }
   if (claim == Claim::granted) {
-    setMonitored(true);
+    mbMonitored = true;
     mbInFlight = true;
     mbEntered = false;
     ++mulClaims;
@@ -309,13 +307,12 @@ TestRequest::Claim TestRequest::claimForDispatch() {
 }
 
 unsigned long TestRequest::claimedPass() {
-  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::claimedPass",
-                "TestRequest::claimedPass()", [this] { return mulClaims; });
+  const GateScope gate(mmtxDispatchGate);
+  return mulClaims;
 }
 
 TestRequest::Claim TestRequest::enterPackage() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::enterPackage");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::enterPackage()");
+  const GateScope gate(mmtxDispatchGate);
   const Claim claim = lookBeforeStart();
   if (claim == Claim::granted) {
     setTestRequestStatus(RUNNING);
@@ -326,18 +323,17 @@ TestRequest::Claim TestRequest::enterPackage() {
 }
 
 // Under the gate.
-bool TestRequest::isWorkerInside() {
-  return mbInFlight && mbEntered && !getToBeDroppedFlag();
+bool TestRequest::isWorkerInside() const {
+  return mbInFlight && mbEntered && !mbToBeDropped;
 }
 
 void TestRequest::landFromFlight() {
-  locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::landFromFlight",
-         "TestRequest::landFromFlight()", [this] { mbInFlight = false; });
+  const GateScope gate(mmtxDispatchGate);
+  mbInFlight = false;
 }
 
 void TestRequest::returnToWait() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::returnToWait");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::returnToWait()");
+  const GateScope gate(mmtxDispatchGate);
   if (!mbInFlight) {
     setTestRequestStatus(WAIT);
     setMonitored(false);
@@ -347,16 +343,14 @@ void TestRequest::returnToWait() {
 // Between two passes a report counts. While a pass is in flight, one that its worker cannot have
 // brought about yet is left over from the pass before; a first pass has none before it.
 bool TestRequest::lookAtPass() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::lookAtPass");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::lookAtPass()");
+  const GateScope gate(mmtxDispatchGate);
   mulClaimsAtLook = mulClaims;
-  const bool isLeftOver = mbInFlight && (!mbEntered || (mulClaims > 1 && !getToBeDroppedFlag()));
+  const bool isLeftOver = mbInFlight && (!mbEntered || (mulClaims > 1 && !mbToBeDropped));
   return !isLeftOver;
 }
 
 TestRequest::Completion TestRequest::complete() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::complete");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::complete()");
+  const GateScope gate(mmtxDispatchGate);
   if (mulClaims != mulClaimsAtLook) {
     return Completion::superseded;
   }
@@ -368,8 +362,7 @@ TestRequest::Completion TestRequest::complete() {
 }
 
 TestRequest::SendBack TestRequest::beginSendBack() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::beginSendBack");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::beginSendBack()");
+  const GateScope gate(mmtxDispatchGate);
   if (mulClaims != mulClaimsAtLook) {
     return SendBack::superseded;
   }
@@ -377,20 +370,17 @@ TestRequest::SendBack TestRequest::beginSendBack() {
 }
 
 unsigned long TestRequest::reclaimedPass() {
-  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::reclaimedPass",
-                "TestRequest::reclaimedPass()",
-                [this] { return mulClaims - (mbInFlight ? 1 : 0); });
+  const GateScope gate(mmtxDispatchGate);
+  return mulClaims - (mbInFlight ? 1 : 0);
 }
 
 bool TestRequest::isInFlight() {
-  return locked(mpDiagTracer, mmtxDispatchGate, 0, "TestRequest::isInFlight",
-                "TestRequest::isInFlight()", [this] { return mbInFlight; });
+  const GateScope gate(mmtxDispatchGate);
+  return mbInFlight;
 }
 
 TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {
-  const TraceScope trace(mpDiagTracer, "TestRequest::beginAbort");
-  const LockScope gate(mmtxDispatchGate, lockTimeOut(alTimeOutValue), kMinorLock,
-                       "TestRequest::beginAbort()");
+  const GateScope gate(mmtxDispatchGate);
   // A worker can be inside whatever the status says: a package may report completion too early.
   const bool running = getTestRequestStatus(alTimeOutValue) == RUNNING || isWorkerInside();
   const bool monitored = getMonitored();
@@ -402,16 +392,19 @@ TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {
 }
 
 bool TestRequest::isStaleEntry() {
-  const TraceScope trace(mpDiagTracer, "TestRequest::isStaleEntry");
-  const LockScope gate(mmtxDispatchGate, 0, kMinorLock, "TestRequest::isStaleEntry()");
+  const GateScope gate(mmtxDispatchGate);
   if (mbMonitored || mbInFlight) {
     return true;
   }
-  return !getAbortStatus() && (meTestRequestStatus == COMPLETED || ifIDiagnosticsDeleted());
+  return !mbAbortStatus && (meTestRequestStatus == COMPLETED || mbLibraryReleased);
 }
 
-bool TestRequest::willNotRunAgain() {
-  return (getAbortStatus() || getHaltedStatus()) && getToBeDroppedFlag();
+bool TestRequest::isAbortedOrHalted() const {
+  return mbAbortStatus || mbHaltedStatus;
+}
+
+bool TestRequest::willNotRunAgain() const {
+  return isAbortedOrHalted() && mbToBeDropped;
 }
 
 }  // namespace TarvexDiags::DiagCtrl

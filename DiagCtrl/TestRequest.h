@@ -171,8 +171,15 @@ class TARVEXDIAGS_EXPORT TestRequest {
   AbortedWhile beginAbort(long alTimeOutValue);
   /// Whether a queue entry of the request is a left-over that must fall out silently.
   bool isStaleEntry();
+  bool isAbortedOrHalted() const;
   /// Aborted or halted, and out of the package for good.
-  bool willNotRunAgain();
+  bool willNotRunAgain() const;
+
+  // What stands before the request is visible to them, read without a trace and a lock.
+  unsigned long id() const noexcept { return mulTestRequestId; }
+  DiagnosticPackage& package() const noexcept { return mrDiagPackageRef; }
+  DiagDevice& device() const noexcept { return mrDiagDeviceRef; }
+  Diag::DiagnosticSettings& settings() const noexcept { return *mpDiagSetting; }
 
   // Counts the queue entries and threads by which the request can still be reached.
   void addReference() noexcept { ++miReferences; }
@@ -183,18 +190,18 @@ class TARVEXDIAGS_EXPORT TestRequest {
 
  private:
   void setStatusIfOpen(TestRequestStatus aeStatus);
-  Claim lookBeforeStart();
-  bool isWorkerInside();
+  Claim lookBeforeStart() const;
+  bool isWorkerInside() const;
   void destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf, long alTimeOutValue);
 
-  unsigned long mulTestRequestId = 0;
+  std::atomic<unsigned long> mulTestRequestId{0};
   std::atomic<bool> mbHaltLoopOnError{false};
   std::atomic<bool> mbHaltedStatus{false};
   std::atomic<TestRequestStatus> meTestRequestStatus{WAIT};
   DiagnosticPackage& mrDiagPackageRef;
   DiagDevice& mrDiagDeviceRef;
   DiagIntList mTestIdList;
-  bool mbAbortStatus = false;
+  std::atomic<bool> mbAbortStatus{false};
   std::atomic<Diag::IDiagnostics*> mpIDiagnosticsPtr{nullptr};
   Diag::DiagnosticSettings* mpDiagSetting;
   DiagCtrlLock mmtxTestReqLock;
@@ -204,10 +211,10 @@ class TARVEXDIAGS_EXPORT TestRequest {
   DiagCtrlLock mmtxRelLibraryLock;
   std::atomic<unsigned long> mulTestRequestStartTime{0};
   std::atomic<bool> mbExecutedOnce{false};
-  bool mbLibraryReleased = false;
+  std::atomic<bool> mbLibraryReleased{false};
   std::atomic<bool> mbMonitored{false};
   bool mbExecutedAll = false;
-  bool mbToBeDropped = false;
+  std::atomic<bool> mbToBeDropped{false};
   DiagTracer* mpDiagTracer;
   std::atomic<DLL_Handle> mDLLHandle{nullptr};
 

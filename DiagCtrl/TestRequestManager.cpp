@@ -8,6 +8,7 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/GateScope.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/RequestReference.h"
@@ -72,13 +73,13 @@ unsigned long TestRequestManager::queueTestRequest(TestRequest* apTestReqToAdd) 
     id = ++mSulCurrentTestReqIdNumber;
     apTestReqToAdd->setTestRequestId(id);
     apTestReqToAdd->setTestRequestStartTime(static_cast<unsigned long>(time(nullptr)));
-    apTestReqToAdd->getDiagnosticSettings()->setTestRequestId(static_cast<Uint>(id));
+    apTestReqToAdd->settings().setTestRequestId(static_cast<Uint>(id));
     mTestRequestMap.emplace(id, apTestReqToAdd);
     mTestRequestIdList.push_back(id);
   }
   mpCondVarTRWaitQueue->signal();
   // The dispatcher may be slowing down the retries of refused requests: the new one need not wait.
-  mpCondVarExecMgrThread->signal();
+  mpCondVarExecMgrThread->nudge();
   return id;
 }
 
@@ -154,7 +155,7 @@ TestRequest* TestRequestManager::frontTestRequestQueue(TestRequestQueueType aeQu
 }
 
 RequestReference TestRequestManager::popTestRequestQueue(TestRequestQueueType aeQueueType) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::popTestRequestQueue");
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::frontTestRequestQueue");
   return RequestReference::adopt(takeFront(aeQueueType));
 }
 
@@ -179,16 +180,13 @@ void TestRequestManager::pushFrontTestRequestQueue(TestRequestQueueType aeQueueT
 }
 
 int TestRequestManager::countQueuedEntries(const TestRequest* apTestRequest) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::countQueuedEntries");
-  constexpr const char* kText = "TestRequestManager::countQueuedEntries()";
-  const LockScope waitLock(mmtxTestReqWaitLock, 0, kMinorLock, kText);
-  const LockScope processLock(mmtxTestReqProcessLock, 0, kMinorLock, kText);
+  const GateScope waitLock(mmtxTestReqWaitLock);
+  const GateScope processLock(mmtxTestReqProcessLock);
   return entriesOf(mTestRequestWaitQueue, apTestRequest) +
          entriesOf(mTestRequestProcessQueue, apTestRequest);
 }
 
 void TestRequestManager::ifNothingIsQueued(const std::function<void()>& arAction) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::ifNothingIsQueued");
   const LockScope lock(mmtxTestReqWaitLock, 0, kMinorLock,
                        "TestRequestManager::ifNothingIsQueued()");
   // A client pushes under the same lock and makes the controller active afterwards.
@@ -216,7 +214,7 @@ TestRequest* TestRequestManager::getTestRequestObj(unsigned long testReqId, long
 
 RequestReference TestRequestManager::acquireTestRequest(unsigned long testReqId,
                                                         long alTimeOutValue) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::acquireTestRequest");
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::getTestRequestObj");
   const LockScope lock(mmtxTestReqIdMapLock, lockTimeOut(alTimeOutValue), kMinorLock,
                        "TestRequestManager::getTestRequestObj()");
   return RequestReference(findTestRequest(testReqId));
@@ -270,9 +268,7 @@ void TestRequestManager::clearTestRequestMap() {
 }
 
 void TestRequestManager::deleteRetiredRequests() {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::deleteRetiredRequests");
-  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
-                       "TestRequestManager::deleteRetiredRequests()");
+  const GateScope lock(mmtxTestReqIdMapLock);
   for (TestRequest* request : mRetiredRequests) {
     delete request;
   }
@@ -280,9 +276,7 @@ void TestRequestManager::deleteRetiredRequests() {
 }
 
 std::vector<RequestReference> TestRequestManager::requestsInFlight() {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::requestsInFlight");
-  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
-                       "TestRequestManager::requestsInFlight()");
+  const GateScope lock(mmtxTestReqIdMapLock);
   std::vector<RequestReference> found;
   const auto take = [&](TestRequest* apRequest) {
     if (apRequest->isInFlight()) {
@@ -297,10 +291,9 @@ std::vector<RequestReference> TestRequestManager::requestsInFlight() {
 }
 
 bool TestRequestManager::isPackageInUse(const DiagnosticPackage& arDiagPackage) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::isPackageInUse");
-  const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock, "TestRequestManager::isPackageInUse()");
+  const GateScope lock(mmtxTestReqIdMapLock);
   const auto isInUse = [&](TestRequest* apRequest) {
-    return apRequest->isReferenced() && &apRequest->getDiagPackageRef() == &arDiagPackage;
+    return apRequest->isReferenced() && &apRequest->package() == &arDiagPackage;
   };
   return std::any_of(mTestRequestMap.begin(), mTestRequestMap.end(),
                      [&](const auto& arEntry) { return isInUse(arEntry.second); }) ||
@@ -335,7 +328,7 @@ void TestRequestManager::setTestExecCompleted(bool abTestExecCompleted) {
 
 void TestRequestManager::awaitTestExecCompleted(unsigned long aulTestRequestId,
                                                 unsigned long aulPass) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::awaitTestExecCompleted");
+  const TraceScope trace(mpDiagTracer, "TestRequestManager::setTestExecCompleted");
   const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
                        "TestRequestManager::setTestExecCompleted()");
   mbTestExecCompleted = false;
@@ -344,8 +337,8 @@ void TestRequestManager::awaitTestExecCompleted(unsigned long aulTestRequestId,
 }
 
 void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId, unsigned long aulPass) {
-  const TraceScope trace(mpDiagTracer, "TestRequestManager::concludeTestExec");
   {
+    const TraceScope trace(mpDiagTracer, "TestRequestManager::setTestExecCompleted");
     const LockScope lock(mmtxTestExecCompletedLock, 0, kMinorLock,
                          "TestRequestManager::setTestExecCompleted()");
     // A late verdict must not end the wait for another request, nor that for the next pass.
@@ -354,8 +347,8 @@ void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId, unsign
     }
   }
   // The dispatcher may wait for a verdict or, with refused requests in hand, for new work.
-  mpCondVarExecMgrThread->signal();
-  mpCondVarTRWaitQueue->signal();
+  mpCondVarExecMgrThread->nudge();
+  mpCondVarTRWaitQueue->nudge();
 }
 
 void TestRequestManager::resetRequestId() {

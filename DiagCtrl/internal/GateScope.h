@@ -1,0 +1,25 @@
+#pragma once
+
+#include "DiagCtrl/DiagCtrlLock.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+/// Holds a lock for a few loads and stores that are no operation of their own. Unlike `lock` it
+/// does not yield the processor while the lock is free: with every core busy each yield costs the
+/// caller a time slice.
+class GateScope {
+ public:
+  explicit GateScope(DiagCtrlLock& arLock) : mrLock(arLock) {
+    if (!mrLock.tryLock()) {
+      mrLock.lock(0);
+    }
+  }
+  ~GateScope() { mrLock.unlock(); }
+  GateScope(const GateScope&) = delete;
+  GateScope& operator=(const GateScope&) = delete;
+
+ private:
+  DiagCtrlLock& mrLock;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
