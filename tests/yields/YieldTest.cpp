@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <iterator>
 #include <limits>
@@ -22,6 +24,8 @@
 #include "DiagCtrl/TestRequest.h"
 #include "DiagCtrl/TestRequestManager.h"
 #include "tests/support/ControllerTest.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/ThreadCreation.h"
 #include "tests/support/YieldCount.h"
 
 namespace TarvexDiags::Yields {
@@ -31,9 +35,13 @@ using Diag::DiagnosticSettings;
 using DiagCtrl::DiagnosticController;
 using DiagCtrl::TestRequest;
 using DiagCtrl::TestRequestManager;
+using Scripted::Call;
+using Scripted::CallRecord;
 using TestSupport::ControllerHarness;
 using TestSupport::ControllerTest;
+using TestSupport::eventually;
 using TestSupport::PackageConfig;
+using TestSupport::ThreadCreation;
 using TestSupport::yieldsOfThisThread;
 
 // With the trace off a method yields once, where it ends; a free lock once, where it is taken.
@@ -356,6 +364,146 @@ TEST_F(YieldTest, a_control_call_yields_for_its_lookups_and_what_it_sets) {
       {"abortTest of a running test", clientCall + big + requestLookup + mark + removeId,
        [&] { controller.abortTest(running); }},
   });
+}
+
+/**
+ * The pipeline at work, one request at a time: what each thread yields on the way of a request.
+ */
+class PipelineYieldTest : public YieldTest {
+ protected:
+  typedef std::atomic<unsigned long>* Count;
+
+  /** The fewest yields of each stretch of the way, over some requests. */
+  struct Fewest {
+    unsigned long dispatch = std::numeric_limits<unsigned long>::max();
+    unsigned long workerToStart = dispatch;
+    unsigned long workerToEnd = dispatch;
+    unsigned long verdict = dispatch;
+  };
+
+  Fewest measure(bool isParallel) {
+    if (isParallel) {
+      harness.control().parallel();
+    }
+    start();
+    // Long enough for the monitor to have gone back to sleep when it ends.
+    alpha.everyPass({.duration = std::chrono::milliseconds(20)});
+    ThreadCreation creation;
+    creation.watch([this](int) { dispatcherAtStart = count(dispatcher); });
+    alpha.on(Call::GetDiagnostics,
+             [this](const CallRecord&) { dispatcherAtQueue = now(dispatcher); });
+    alpha.on(Call::RunEnter, [this](const CallRecord&) { workerAtStart = count(worker); });
+    alpha.on(Call::RunReturn, [this](const CallRecord&) {
+      workerAtReturn = count(worker);
+      monitorAtReturn = now(monitor);
+    });
+    alpha.on(Call::DestroyDiagnostics, [this](const CallRecord&) {
+      verdict = count(monitor) - monitorAtReturn;
+      workerAtEnd = now(worker);
+      isFinished = true;
+    });
+    Fewest fewest;
+    constexpr int requestsMeasured = 20;
+    for (int i = 0; i < requestsMeasured; ++i) {
+      isFinished = false;
+      harness.queue("ALPHA", 1, {1});
+      if (!eventually([this] { return isFinished.load(); })) {
+        ADD_FAILURE() << "no verdict";
+        break;
+      }
+      if (i > 0) {  // the first one shows which thread is which
+        fewest.dispatch = std::min(fewest.dispatch, dispatcherAtStart - dispatcherAtQueue);
+        fewest.workerToStart = std::min(fewest.workerToStart, workerAtStart.load());
+        fewest.workerToEnd = std::min(fewest.workerToEnd, workerAtEnd - workerAtReturn);
+        fewest.verdict = std::min(fewest.verdict, verdict.load());
+      }
+    }
+    for (const Call call :
+         {Call::GetDiagnostics, Call::RunEnter, Call::RunReturn, Call::DestroyDiagnostics}) {
+      alpha.on(call, nullptr);
+    }
+    return fewest;
+  }
+
+ private:
+  /** Learns that the calling thread is that one, and reads its count. */
+  static unsigned long count(std::atomic<Count>& whose) {
+    whose = &yieldsOfThisThread();
+    return *whose.load();
+  }
+  static unsigned long now(const std::atomic<Count>& whose) {
+    return whose.load() != nullptr ? whose.load()->load() : 0;
+  }
+
+  std::atomic<Count> dispatcher{nullptr};
+  std::atomic<Count> worker{nullptr};
+  std::atomic<Count> monitor{nullptr};
+  std::atomic<unsigned long> dispatcherAtQueue{0};
+  std::atomic<unsigned long> dispatcherAtStart{0};
+  std::atomic<unsigned long> workerAtStart{0};
+  std::atomic<unsigned long> workerAtReturn{0};
+  std::atomic<unsigned long> workerAtEnd{0};
+  std::atomic<unsigned long> monitorAtReturn{0};
+  std::atomic<unsigned long> verdict{0};
+  std::atomic<bool> isFinished{false};
+};
+
+// The dispatcher wakes up and finds its queue empty, moves the request into it, takes it from
+// there, takes what its package and its device ask for, and makes a worker.
+constexpr unsigned long wakeUp = method + lockedAccessor;  // from the wait, and the time stamp
+constexpr unsigned long beginPass = lockedAccessor + accessor + lock;
+constexpr unsigned long queueStep = lockedAccessor;
+constexpr unsigned long moveFromWait = method + lock + 3 * queueStep;
+constexpr unsigned long takeDevice = 3 * lockedAccessor + 2 * accessor;
+constexpr unsigned long makeWorker = 2 * accessor + lock + lockedAccessor + lockedAccessor + lock;
+constexpr unsigned long dispatch =
+    wakeUp + 2 * beginPass + moveFromWait + queueStep + takeDevice + makeWorker;
+constexpr unsigned long noteTheWait =
+    lockedAccessor;  // of the dispatcher for the verdict, serially
+
+// The worker reads its request, the enabled tests, the status and the open mode, and marks the
+// start. A thread's first trace enters it into the tracer's list.
+constexpr unsigned long firstTrace = lock;
+constexpr unsigned long readRequest = lockedAccessor + 3 * accessor;
+constexpr unsigned long workerToStart = firstTrace + readRequest + lockedAccessor + lockedAccessor +
+                                        lockedAccessor + accessor + 2 * lockedAccessor + accessor;
+
+// Behind the pass it marks the end and gives back what the dispatcher took.
+constexpr unsigned long giveMachineBack = method + lock + lockedAccessor + accessor;
+constexpr unsigned long giveDeviceBack = method + lock + accessor + lockedAccessor;
+constexpr unsigned long workerToEnd =
+    3 * lockedAccessor + giveMachineBack + giveDeviceBack + method;
+constexpr unsigned long tellTheDispatcher = signal;  // serially
+
+// The monitor wakes up in its phase, finds nothing started, polls the request, collects its
+// results, judges it, tells clients, takes it off the list and reclaims its worker and its object.
+constexpr unsigned long monitorWakeUp =
+    method + lockedAccessor + phaseRead + method + lockedAccessor;
+constexpr unsigned long notifyClients = method + lock + method + signal;
+constexpr unsigned long poll =
+    lockedAccessor + 2 * accessor + lockedAccessor + lockedAccessor;  // progress, and still there
+constexpr unsigned long collect = method + lockedAccessor + notifyClients;
+constexpr unsigned long judge = accessor + 2 * lockedAccessor + accessor + accessor + method;
+constexpr unsigned long tellClients = method + lockedAccessor + notifyClients;
+constexpr unsigned long reclaimWorker = method + lock + method;  // joined under the map's lock
+constexpr unsigned long drop =
+    2 * lockedAccessor + tellClients + removeId + reclaimWorker + lockedAccessor;
+constexpr unsigned long judgement = monitorWakeUp + poll + collect + judge + drop + lock;
+
+TEST_F(PipelineYieldTest, a_serial_request_yields_for_what_its_way_is_made_of) {
+  const Fewest fewest = measure(false);
+  EXPECT_LE(fewest.dispatch, dispatch + noteTheWait);
+  EXPECT_LE(fewest.workerToStart, workerToStart);
+  EXPECT_LE(fewest.workerToEnd, workerToEnd + tellTheDispatcher);
+  EXPECT_LE(fewest.verdict, judgement);
+}
+
+TEST_F(PipelineYieldTest, a_parallel_request_yields_for_what_its_way_is_made_of) {
+  const Fewest fewest = measure(true);
+  EXPECT_LE(fewest.dispatch, dispatch);
+  EXPECT_LE(fewest.workerToStart, workerToStart);
+  EXPECT_LE(fewest.workerToEnd, workerToEnd);
+  EXPECT_LE(fewest.verdict, judgement);
 }
 
 }  // namespace TarvexDiags::Yields
