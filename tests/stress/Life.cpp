@@ -246,7 +246,7 @@ void Life::queueSomething(Random& random) {
     return;
   }
   const std::string& package = somePackage(random);
-  const bool isLong = m_cast.at(package).isPatient || oneIn(random, 3);
+  const bool isLong = m_cast.at(package).isPatient || oneIn(random, m_plan.isQuick ? 10 : 3);
   const int passes = isLong ? 2 + static_cast<int>(below(random, 6)) : 1;
   Diag::DiagnosticSettings settings = ControllerHarness::settings(passes);
   settings.setStressMode(oneIn(random, 8));
