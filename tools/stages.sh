@@ -205,28 +205,32 @@ stage_long_stress() {
   done
 }
 
-# schedules SEED SECONDS: the tests that stand in a build once more with sleeps around every lock.
-# The stress test has other lives at each seed, of all kinds where it has the time.
+# schedules SEED SECONDS CYCLES: the tests that stand in a build once more with sleeps around every
+# lock. The stress test has other lives at each seed, of all kinds where it has the time. Those that
+# force an interleaving may stop a thread elsewhere than they mean to, and are tried again.
 schedules() {
+  local random='^Schedules/(PipelineStress|CyclesTest)'
   TARVEX_SCHEDULE_SEED=$1 TARVEX_STRESS_SEED=$((8 * $1 - 2)) TARVEX_STRESS_SECONDS=$2 \
-    run_ctest "schedules-$1" coverage --tests-regex '^Schedules/'
+    TARVEX_CYCLES=$3 run_ctest "schedules-$1" coverage --tests-regex "$random"
   say "schedules: $(grep '^survived' build/coverage/Testing/Temporary/LastTest.log)"
+  TARVEX_SCHEDULE_SEED=$1 run_ctest "schedules-$1-pipeline" coverage --tests-regex '^Schedules/' \
+    --exclude-regex "$random" --repeat until-pass:3
 }
 
 # In the build that the coverage needs anyway: a sanitizer's runtime has locks of its own.
 stage_schedules() {
   local seed
-  build_preset coverage pipeline_test pipeline_stress
+  build_preset coverage pipeline_test pipeline_stress cycles_test
   for seed in 1 2; do
-    schedules "$seed" 15
+    schedules "$seed" 15 5
   done
 }
 
 stage_long_schedules() {
   local seed
-  build_preset coverage pipeline_test pipeline_stress
+  build_preset coverage pipeline_test pipeline_stress cycles_test
   for seed in {1..10}; do
-    schedules "$seed" 60
+    schedules "$seed" 60 20
   done
 }
 
