@@ -1,8 +1,9 @@
 #include "Diag/DiagnosticSettings.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
+
+#include "System/Mutex.h"
 
 namespace TarvexDiags::Diag {
 
@@ -207,12 +208,12 @@ bool DiagnosticSettings::getEstimationMode() const {
 }
 
 int DiagnosticSettings::addRef() {
-  const std::lock_guard<System::Lock> held(m_MapLock);
+  const System::LockHold held(m_MapLock);
   return ++m_PassCountMap[getTestRequestId()];
 }
 
 int DiagnosticSettings::removeRef() {
-  const std::lock_guard<System::Lock> held(m_MapLock);
+  const System::LockHold held(m_MapLock);
   const auto counted = m_PassCountMap.find(getTestRequestId());
   if (counted == m_PassCountMap.end()) {
     return 0;
@@ -225,7 +226,7 @@ int DiagnosticSettings::removeRef() {
 }
 
 int DiagnosticSettings::getRefCount() const {
-  const std::lock_guard<System::Lock> held(m_MapLock);
+  const System::LockHold held(m_MapLock);
   const auto counted = m_PassCountMap.find(getTestRequestId());
   return counted == m_PassCountMap.end() ? 0 : counted->second;
 }

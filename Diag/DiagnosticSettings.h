@@ -8,6 +8,7 @@
 #include "System/Export.h"
 #include "System/Lock.h"
 #include "System/SysUtil.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::Diag {
 
@@ -128,8 +129,9 @@ class TARVEXDIAGS_EXPORT DiagnosticSettings {
   int getRefCount() const;
 
  private:
-  std::map<unsigned long, int> m_PassCountMap;  // references by request id
-  mutable System::Lock m_MapLock;               // guards m_PassCountMap
+  // References by request id.
+  std::map<unsigned long, int> m_PassCountMap TARVEXDIAGS_GUARDED_BY(m_MapLock);
+  mutable System::Lock m_MapLock;
   std::vector<int> m_testNumber_v;
   bool m_quickTestMode = false;
   bool m_stressMode = false;
