@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -12,7 +13,7 @@ namespace TarvexDiags::DiagCtrl {
 /// locks it twice blocks for ever. It never fails and never times out.
 ///
 /// Thread-safety: any thread may call any operation. Does not trace, since the tracer locks.
-class TARVEXDIAGS_EXPORT DiagCtrlLock {
+class TARVEXDIAGS_EXPORT TARVEXDIAGS_CAPABILITY("mutex") DiagCtrlLock {
  public:
   /// @param aSconlTimeOutVal stored and never read; by convention `mSconlDefaultLockTimeOut`.
   explicit DiagCtrlLock(long aSconlTimeOutVal);
@@ -24,13 +25,13 @@ class TARVEXDIAGS_EXPORT DiagCtrlLock {
 
   /// Returns only when the caller holds the lock, however long that takes.
   /// @param alTimeOutValue accepted and ignored.
-  virtual void lock(long alTimeOutValue);
+  virtual void lock(long alTimeOutValue) TARVEXDIAGS_ACQUIRE();
 
   /// Releases the lock if the caller is the recorded holder; otherwise does nothing at all.
-  virtual void unlock();
+  virtual void unlock() TARVEXDIAGS_RELEASE();
 
   /// One attempt that never blocks. @return true if the caller now holds the lock.
-  bool tryLock();
+  bool tryLock() TARVEXDIAGS_TRY_ACQUIRE(true);
 
   /// The thread that most recently took the lock, also after it was released; without meaning
   /// before the first `lock`.

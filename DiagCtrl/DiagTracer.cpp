@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <mutex>
 #include <string>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -18,7 +17,6 @@ namespace TarvexDiags::DiagCtrl {
 
 namespace {
 
-std::mutex sInstanceMutex;
 std::atomic<unsigned long> sTracersMade{0};
 // The tracer, by number, that knows this thread: most calls write nothing and end without the lock.
 thread_local unsigned long tKnownTo = 0;
@@ -42,10 +40,12 @@ const char* textOrNull(const char* apcText) {
 
 }  // namespace
 
+System::Mutex DiagTracer::mSInstanceMutex;
 DiagTracer* DiagTracer::mpSTracerObject = nullptr;
 
 DiagTracer* DiagTracer::getInstance() {
-  return instanceOf(mpSTracerObject, sInstanceMutex, [] { return new DiagTracer; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mpSTracerObject, [] { return new DiagTracer; });
 }
 
 DiagTracer::DiagTracer()
@@ -59,7 +59,8 @@ DiagTracer::~DiagTracer() {
   if (mTraceStream.is_open()) {
     mTraceStream.close();
   }
-  forgetInstance(mpSTracerObject, sInstanceMutex);
+  const System::LockHold hold(mSInstanceMutex);
+  mpSTracerObject = nullptr;
 }
 
 void DiagTracer::openTraceFile(const char* apcLogDirPath, int aiTraceLevel) {

@@ -7,6 +7,8 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -66,14 +68,16 @@ class TARVEXDIAGS_EXPORT DiagTracer {
   static unsigned long getCurrentThreadId();
   void writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumber,
                  const std::string& arText);
-  void writeFile(const char* apcTabString, const char* apcStringToWrite);
+  void writeFile(const char* apcTabString, const char* apcStringToWrite)
+      TARVEXDIAGS_REQUIRES(mMutexLock);
 
-  bool mbLogFileOpened;
+  bool mbLogFileOpened TARVEXDIAGS_GUARDED_BY(mMutexLock);
   std::atomic<int> miTraceLevel;  // written under the lock
   const unsigned long mulNumber;  // among all tracers of the process
-  std::ofstream mTraceStream;
-  ThrIdToIndentMap mIndentMap;
-  static DiagTracer* mpSTracerObject;
+  std::ofstream mTraceStream TARVEXDIAGS_GUARDED_BY(mMutexLock);
+  ThrIdToIndentMap mIndentMap TARVEXDIAGS_GUARDED_BY(mMutexLock);
+  static System::Mutex mSInstanceMutex;
+  static DiagTracer* mpSTracerObject TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
   DiagCtrlLock mMutexLock;
 };
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -22,8 +21,6 @@
 namespace TarvexDiags::DiagCtrl {
 
 namespace {
-
-std::mutex sInstanceMutex;
 
 constexpr int kBufferSize = DiagCtrlConstants::miSBuffSize;
 using Buffer = std::unique_ptr<char[]>;
@@ -52,10 +49,12 @@ auto validated(const char* apcText, Validate aValidate, const char* apcFile = __
 
 }  // namespace
 
+System::Mutex DiagUtil::mSInstanceMutex;
 DiagUtil* DiagUtil::mSpDiagUtil = nullptr;
 
 DiagUtil* DiagUtil::getInstance() {
-  return instanceOf(mSpDiagUtil, sInstanceMutex, [] { return new DiagUtil; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mSpDiagUtil, [] { return new DiagUtil; });
 }
 
 DiagUtil::DiagUtil()
@@ -64,7 +63,8 @@ DiagUtil::DiagUtil()
 DiagUtil::~DiagUtil() {
   mpValidator = nullptr;
   mpDiagTracer = nullptr;
-  forgetInstance(mSpDiagUtil, sInstanceMutex);
+  const System::LockHold hold(mSInstanceMutex);
+  mSpDiagUtil = nullptr;
 }
 
 int DiagUtil::GetParamsValueString(const char* apcsectionName, const char* apckeyName,

@@ -4,6 +4,8 @@
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -72,7 +74,8 @@ class TARVEXDIAGS_EXPORT DiagUtil {
  private:
   DiagUtil();
 
-  static DiagUtil* mSpDiagUtil;
+  static System::Mutex mSInstanceMutex;
+  static DiagUtil* mSpDiagUtil TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
   DiagValidator* mpValidator;
   DiagTracer* mpDiagTracer;
 };

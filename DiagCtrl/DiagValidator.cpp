@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <iterator>
-#include <mutex>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlInvalidKey.h"
@@ -18,8 +17,6 @@
 namespace TarvexDiags::DiagCtrl {
 
 namespace {
-
-std::mutex sInstanceMutex;
 
 int (*const stringcmp3)(const char*, const char*) = strcasecmp;
 
@@ -44,16 +41,19 @@ constexpr Keyword kKeywords[] = {
 
 }  // namespace
 
+System::Mutex DiagValidator::mSInstanceMutex;
 DiagValidator* DiagValidator::mSpInstance = nullptr;
 
 DiagValidator* DiagValidator::getInstance() {
-  return instanceOf(mSpInstance, sInstanceMutex, [] { return new DiagValidator; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mSpInstance, [] { return new DiagValidator; });
 }
 
 DiagValidator::DiagValidator() : mpDiagTracer(DiagTracer::getInstance()) {}
 
 DiagValidator::~DiagValidator() {
-  forgetInstance(mSpInstance, sInstanceMutex);
+  const System::LockHold hold(mSInstanceMutex);
+  mSpInstance = nullptr;
 }
 
 bool DiagValidator::validString(const char* apcValue) {

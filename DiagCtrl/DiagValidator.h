@@ -1,6 +1,8 @@
 #pragma once
 
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -39,7 +41,8 @@ class TARVEXDIAGS_EXPORT DiagValidator {
  private:
   DiagValidator();
 
-  static DiagValidator* mSpInstance;
+  static System::Mutex mSInstanceMutex;
+  static DiagValidator* mSpInstance TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
   DiagTracer* mpDiagTracer;
 };
 

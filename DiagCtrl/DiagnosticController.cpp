@@ -1,7 +1,6 @@
 #include "DiagCtrl/DiagnosticController.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -24,17 +23,17 @@ namespace TarvexDiags::DiagCtrl {
 
 namespace {
 
-std::mutex sInstanceMutex;
-
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 constexpr auto kMinorLock = DiagCtrlBaseException::MutexException;
 
 }  // namespace
 
+System::Mutex DiagnosticController::mSInstanceMutex;
 DiagnosticController* DiagnosticController::mSpInstance = nullptr;
 
 DiagnosticController* DiagnosticController::getInstance() {
-  return instanceOf(mSpInstance, sInstanceMutex, [] { return new DiagnosticController; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mSpInstance, [] { return new DiagnosticController; });
 }
 
 DiagnosticController::DiagnosticController()
@@ -91,7 +90,10 @@ DiagnosticController::~DiagnosticController() {
   delete mpDiagCtrlStatus;
   delete[] mpcMsgFilePath;
   std::free(mpcCtrlConfigFilePath);
-  forgetInstance(mSpInstance, sInstanceMutex);
+  {
+    const System::LockHold hold(mSInstanceMutex);
+    mSpInstance = nullptr;
+  }
   delete mpDiagTracer;
 }
 

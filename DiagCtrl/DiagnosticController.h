@@ -26,6 +26,8 @@
 #include "DiagCtrl/PackageTestInfo.h"
 #include "DiagCtrl/TestRequest.h"
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -37,7 +39,6 @@ class DiagTracer;
 class DiagUtil;
 class DiagValidator;
 class ExecutionManagerThread;
-class LockScope;
 class MonitorThread;
 class RequestReference;
 class ResourceLockManager;
@@ -424,7 +425,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   template <class Validate, class Write>
   errorCode changeSetting(const char* apcMethod, Validate aValidate, Write aWrite,
                           const char* apcLockFailureText = nullptr);
-  LockScope lockSettings(const TraceScope& arTrace, const char* apcFailureText = nullptr);
 
   // Registration and collection.
   errorCode registerFor(const QueueTarget& arTarget, CallBackObject* apCallBackObj,
@@ -476,7 +476,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
                           const std::vector<int>* apTests, std::optional<bool> aHaltLoopOnError,
                           Diag::DiagnosticSettings& arDiagSettings,
                           unsigned long& rulTestRequestId);
-  LockScope lockForQueueing();
   template <class Failure>
   void becomeActive(Failure aFailure);
   unsigned long loadAndQueue(const char* apcPackageName, TestRequest& arTestRequest);
@@ -514,7 +513,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
                            ParamStringVector& arParameters);
   bool generateString(char* apcLocalString, ParamStringVector aStringVector);
 
-  static DiagnosticController* mSpInstance;
+  static System::Mutex mSInstanceMutex;
+  static DiagnosticController* mSpInstance TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
   std::list<CallBackObject*> mlEventCallBackObjList;
   std::list<CallBackObject*> mlResultCallBackObjList;
   std::list<CallBackObject*> mlCtrlEventCallBackObjList;

@@ -231,8 +231,7 @@ DiagnosticController::errorCode DiagnosticController::askPackage(const char* apc
     return found;
   }
   return answer(trace, [&] {
-    LockScope lock = orFail(kUnableToGetLock, kUnableToGetLock,
-                            [&] { return LockScope(mmtxDiagProgressLock, 0); });
+    LockScope lock(mmtxDiagProgressLock, 0, kUnableToGetLock);
     const ClientCallScope inside(*mpClientCalls);
     requireSameLife(inside, ClientCall::askPackage, life);
     const RequestReference request = lookUp();

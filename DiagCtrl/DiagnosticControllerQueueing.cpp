@@ -200,7 +200,8 @@ DiagnosticController::errorCode DiagnosticController::queueOnDevice(
     return invalid;
   }
   return answer(arTrace, [&] {
-    const LockScope apiLock = lockForQueueing();
+    const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
+    requireManagers();
     DiagnosticPackage& package = packageOf(packageIndex);
     rulTestRequestId = queueForDevice(package, packageIndex, static_cast<int>(deviceId), apTests,
                                       aHaltLoopOnError, arDiagSettings);
@@ -225,7 +226,8 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     return invalid;
   }
   return answer(trace, [&] {
-    const LockScope apiLock = lockForQueueing();
+    const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
+    requireManagers();
     DiagnosticPackage& package = packageOf(packageIndex);
     const std::list<int> devices =
         orFail(kUnableToGetLock, kUnableToGetLock, [&] { return package.getDeviceIdList(); });
@@ -243,14 +245,6 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     }
     becomeActive(kUnableToSetPhaseOfAll);
     return SUCCESS;
-  });
-}
-
-LockScope DiagnosticController::lockForQueueing() {
-  return orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-    LockScope apiLock(mmtxApiPhaseLock, 0);
-    requireManagers();
-    return apiLock;
   });
 }
 

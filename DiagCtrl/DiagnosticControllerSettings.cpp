@@ -13,8 +13,38 @@
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/TraceScope.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
+
+namespace {
+
+/// The lock of the settings for a call that changes one.
+class TARVEXDIAGS_SCOPED_CAPABILITY SettingsLock {
+ public:
+  /// @param apcFailureText traced with the phase, which is that of a setter, if the lock fails.
+  SettingsLock(DiagCtrlLock& arLock, const TraceScope& arTrace, const char* apcFailureText)
+      TARVEXDIAGS_ACQUIRE(arLock)
+      : mrLock(arLock) {
+    try {
+      mrLock.lock(0);
+    } catch (const DiagCtrlMutexException&) {
+      if (apcFailureText != nullptr) {
+        arTrace.errorValue(std::string(arTrace.method()) + apcFailureText,
+                           DiagControllerStatus::IDLE);
+      }
+      throw kUnableToGetLock;
+    }
+  }
+  ~SettingsLock() TARVEXDIAGS_RELEASE() { mrLock.unlock(); }
+  SettingsLock(const SettingsLock&) = delete;
+  SettingsLock& operator=(const SettingsLock&) = delete;
+
+ private:
+  DiagCtrlLock& mrLock;
+};
+
+}  // namespace
 
 // Leaves the calling thread's indentation one step deeper, as it always has: no exit line.
 GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
@@ -23,28 +53,14 @@ GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
   return mpGlobalSettings;
 }
 
-// @param apcFailureText traced with the phase, which is that of a setter, if the lock fails.
-LockScope DiagnosticController::lockSettings(const TraceScope& arTrace,
-                                             const char* apcFailureText) {
-  try {
-    return LockScope(mmtxGlobalSettingsLock, 0);
-  } catch (const DiagCtrlMutexException&) {
-    if (apcFailureText != nullptr) {
-      arTrace.errorValue(std::string(arTrace.method()) + apcFailureText,
-                         DiagControllerStatus::IDLE);
-    }
-    throw;
-  }
-}
-
 template <class Read>
 DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeCall,
                                                                   const char* apcMethod,
                                                                   Read aRead) {
   TraceScope trace(mpDiagTracer, apcMethod);
   return answerInside(aeCall, trace, [&] {
+    const LockScope lock(mmtxGlobalSettingsLock, 0, kUnableToGetLock);
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      const LockScope lock = lockSettings(trace);
       if (mpGlobalSettings == nullptr) {
         throw kUnableToGetLock;  // lost to a second initialize with a bad file
       }
@@ -65,8 +81,8 @@ DiagnosticController::errorCode DiagnosticController::changeSetting(
     return INAVLID_VALUE_PASSED;
   }
   return answerInside(ClientCall::changeSetting, trace, [&] {
+    const SettingsLock lock(mmtxGlobalSettingsLock, trace, apcLockFailureText);
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      const LockScope lock = lockSettings(trace, apcLockFailureText);
       if (mpGlobalSettings == nullptr) {
         throw kUnableToGetLock;
       }

@@ -1,8 +1,6 @@
 #include "DiagCtrl/EventManager.h"
 
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <utility>
 
@@ -23,9 +21,8 @@ namespace {
 
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 
-std::mutex sInstanceMutex;
 // Shared by those who use the instance without being sure that it stays, taken alone to destroy it.
-std::shared_mutex sLifetimeMutex;
+System::SharedMutex sLifetimeMutex;
 
 template <class Queue>
 unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long& arLastId) {
@@ -125,18 +122,20 @@ std::string decimal(unsigned long aulValue) {
 
 }  // namespace
 
+System::Mutex EventManager::mSInstanceMutex;
 EventManager* EventManager::mSEventManager = nullptr;
 
 EventManager::InstanceUse::InstanceUse() {
-  sLifetimeMutex.lock_shared();
+  sLifetimeMutex.lockShared();
 }
 
 EventManager::InstanceUse::~InstanceUse() {
-  sLifetimeMutex.unlock_shared();
+  sLifetimeMutex.unlockShared();
 }
 
 EventManager* EventManager::getInstance() {
-  return instanceOf(mSEventManager, sInstanceMutex, [] { return new EventManager; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mSEventManager, [] { return new EventManager; });
 }
 
 EventManager::EventManager()
@@ -150,9 +149,10 @@ EventManager::EventManager()
       mpDiagTracer(DiagTracer::getInstance()) {}
 
 EventManager::~EventManager() {
-  const std::unique_lock<std::shared_mutex> alone(sLifetimeMutex);
+  const System::LockHold alone(sLifetimeMutex);
   mpDiagTracer = nullptr;
-  forgetInstance(mSEventManager, sInstanceMutex);
+  const System::LockHold hold(mSInstanceMutex);
+  mSEventManager = nullptr;
 }
 
 unsigned long EventManager::createEventQueue() {

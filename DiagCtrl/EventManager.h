@@ -10,6 +10,8 @@
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -92,17 +94,18 @@ class TARVEXDIAGS_EXPORT EventManager {
 
   EventManager();
 
-  EventQueueMap mPkgEventMap;
-  ResultQueueMap mPkgResultMap;
-  CtrlEventQueueMap mCtrlEventMap;
-  unsigned long mSulCurEventRegId;
-  unsigned long mSulCurResultRegId;
-  unsigned long mSulCurCtrlEvtRegId;
-  DiagCtrlLock mProgressMutexLock;
+  EventQueueMap mPkgEventMap TARVEXDIAGS_GUARDED_BY(mEventMutexLock);
+  ResultQueueMap mPkgResultMap TARVEXDIAGS_GUARDED_BY(mResultMutexLock);
+  CtrlEventQueueMap mCtrlEventMap TARVEXDIAGS_GUARDED_BY(mCtrlEvtMutexLock);
+  unsigned long mSulCurEventRegId TARVEXDIAGS_GUARDED_BY(mEventMutexLock);
+  unsigned long mSulCurResultRegId TARVEXDIAGS_GUARDED_BY(mResultMutexLock);
+  unsigned long mSulCurCtrlEvtRegId TARVEXDIAGS_GUARDED_BY(mCtrlEvtMutexLock);
+  DiagCtrlLock mProgressMutexLock;  // keeps the lines of a progress apart, guards no data
   DiagCtrlLock mEventMutexLock;
   DiagCtrlLock mResultMutexLock;
   DiagCtrlLock mCtrlEvtMutexLock;
-  static EventManager* mSEventManager;
+  static System::Mutex mSInstanceMutex;
+  static EventManager* mSEventManager TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
   DiagTracer* mpDiagTracer;
 };
 

@@ -155,31 +155,22 @@ void MonitorThread::endRun() {
   }
 }
 
-void MonitorThread::becomeIdleIfNothingIsLeft() {
-  if (!takeChangeLock()) {
-    return;
-  }
-  struct Unlock {
-    DiagCtrlLock& lock;
-    ~Unlock() { lock.unlock(); }
-  } const unlock{mrTestRequestManager.mmtxTestReqChangeLock};
-  mrTestRequestManager.ifNothingIsQueued([this] {
-    if (getState()) {
-      mrDiagCtrl.setDiagCtrlPhase(DiagControllerStatus::IDLE, kTimeOut);
-    }
-  });
-}
-
 // Never blocks: in serial mode the dispatcher holds the lock until this very thread has judged the
 // pass.
-bool MonitorThread::takeChangeLock() {
+void MonitorThread::becomeIdleIfNothingIsLeft() {
+  DiagCtrlLock& lock = mrTestRequestManager.mmtxTestReqChangeLock;
   for (int attempt = 0; attempt < kIdleCheckAttempts && getState(); ++attempt) {
-    if (mrTestRequestManager.mmtxTestReqChangeLock.tryLock()) {
-      return true;
+    if (lock.tryLock()) {
+      const LockScope changeLock(lock, std::adopt_lock);
+      mrTestRequestManager.ifNothingIsQueued([this] {
+        if (getState()) {
+          mrDiagCtrl.setDiagCtrlPhase(DiagControllerStatus::IDLE, kTimeOut);
+        }
+      });
+      return;
     }
     usleep(kIdleCheckPauseMicroseconds);
   }
-  return false;
 }
 
 void MonitorThread::handleTimedOut() {

@@ -52,7 +52,6 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
   void reportNothingPending();
   void endRun();
   void becomeIdleIfNothingIsLeft();
-  bool takeChangeLock();
   void handleTimedOut();
   void handleReceivedSignal();
   void processExecQueue();

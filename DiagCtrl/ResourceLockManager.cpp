@@ -1,6 +1,5 @@
 #include "DiagCtrl/ResourceLockManager.h"
 
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,8 +18,6 @@
 namespace TarvexDiags::DiagCtrl {
 
 namespace {
-
-std::mutex sInstanceMutex;
 
 /// Takes a tag apart from its end: the device first, then the resources above it.
 class TagWalk {
@@ -53,10 +50,12 @@ std::string leafOf(const std::string& arTag) {
 
 }  // namespace
 
+System::Mutex ResourceLockManager::mSInstanceMutex;
 ResourceLockManager* ResourceLockManager::mpSResLockMgr = nullptr;
 
 ResourceLockManager* ResourceLockManager::getInstance() {
-  return instanceOf(mpSResLockMgr, sInstanceMutex, [] { return new ResourceLockManager; });
+  const System::LockHold hold(mSInstanceMutex);
+  return instanceOf(mpSResLockMgr, [] { return new ResourceLockManager; });
 }
 
 ResourceLockManager::ResourceLockManager()
@@ -67,7 +66,8 @@ ResourceLockManager::ResourceLockManager()
 ResourceLockManager::~ResourceLockManager() {
   clearResourceLockMap();
   mpDiagTracer = nullptr;
-  forgetInstance(mpSResLockMgr, sInstanceMutex);
+  const System::LockHold hold(mSInstanceMutex);
+  mpSResLockMgr = nullptr;
 }
 
 void ResourceLockManager::createResourceLock(std::string astrResourceString, long alTimeOutValue) {

@@ -6,6 +6,8 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -62,14 +64,15 @@ class TARVEXDIAGS_EXPORT ResourceLockManager {
 
   ResourceLockManager();
 
-  Entry find(const std::string& arComponent);
-  bool take(const std::string& arTag);
+  Entry find(const std::string& arComponent) TARVEXDIAGS_REQUIRES(mMutexLock);
+  bool take(const std::string& arTag) TARVEXDIAGS_REQUIRES(mMutexLock);
   static void rollBack(bool& arLeafLocked, const std::vector<int*>& arVisited);
 
-  static ResourceLockManager* mpSResLockMgr;
-  bool mbSystemLocked;
-  ResStrLockMap mResStrLockMap;
-  ResStrShareMap mResStrShareMap;
+  static System::Mutex mSInstanceMutex;
+  static ResourceLockManager* mpSResLockMgr TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
+  bool mbSystemLocked TARVEXDIAGS_GUARDED_BY(mMutexLock);
+  ResStrLockMap mResStrLockMap TARVEXDIAGS_GUARDED_BY(mMutexLock);
+  ResStrShareMap mResStrShareMap TARVEXDIAGS_GUARDED_BY(mMutexLock);
   DiagTracer* mpDiagTracer;
   DiagCtrlLock mMutexLock;
 };

@@ -6,15 +6,17 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/TraceScope.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
 /// Holds a lock for a scope. A failure to take it is traced, and leaves as a new exception that
 /// names the operation.
-class TracedLock {
+class TARVEXDIAGS_SCOPED_CAPABILITY TracedLock {
  public:
   TracedLock(const TraceScope& arTrace, DiagCtrlLock& arLock, long alTimeOut, const char* apcText,
              const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE())
+      TARVEXDIAGS_ACQUIRE(arLock)
       : mrLock(arLock) {
     try {
       arLock.lock(alTimeOut);
@@ -25,7 +27,7 @@ class TracedLock {
                                     static_cast<unsigned long>(aiLine));
     }
   }
-  ~TracedLock() { mrLock.unlock(); }
+  ~TracedLock() TARVEXDIAGS_RELEASE() { mrLock.unlock(); }
   TracedLock(const TracedLock&) = delete;
   TracedLock& operator=(const TracedLock&) = delete;
 
