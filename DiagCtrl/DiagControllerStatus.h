@@ -4,6 +4,7 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -40,7 +41,7 @@ class TARVEXDIAGS_EXPORT DiagControllerStatus {
   void setMonThrHealth(bool abHealth);
 
  private:
-  diagCtrlPhase meDiagCtrlStatus;
+  diagCtrlPhase meDiagCtrlStatus TARVEXDIAGS_GUARDED_BY(mmtxDiagCtrlStatusLock);
   std::atomic<bool> mbExecMgrThrHealth;
   std::atomic<bool> mbMonThrHealth;
   DiagCtrlLock mmtxDiagCtrlStatusLock;

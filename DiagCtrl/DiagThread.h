@@ -4,6 +4,7 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -67,14 +68,14 @@ class TARVEXDIAGS_EXPORT DiagThread {
   bool isWanted();
 
  private:
-  bool muThreadState;
+  bool muThreadState TARVEXDIAGS_GUARDED_BY(mCtrlLock);
   DiagCtrlLock mCtrlLock;
 
  protected:
-  SchedulingPolicy meSchedPolicy;
-  unsigned long mulStackSize;
-  unsigned long mlTimeStamp;
-  pthread_t mthThreadID;
+  SchedulingPolicy meSchedPolicy TARVEXDIAGS_GUARDED_BY(mCtrlLock);
+  unsigned long mulStackSize TARVEXDIAGS_GUARDED_BY(mCtrlLock);
+  unsigned long mlTimeStamp TARVEXDIAGS_GUARDED_BY(mCtrlLock);
+  pthread_t mthThreadID;  // the owner's alone: written by start, read by join
   DiagTracer* mpDiagTracer;
 };
 

@@ -1,24 +1,9 @@
 #include "DiagCtrl/GlobalSettings.h"
 
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/LockedMethod.h"
 
 namespace TarvexDiags::DiagCtrl {
-
-namespace {
-
-/// One locked and traced access to a setting.
-template <class Access>
-auto locked(DiagTracer* apTracer, DiagCtrlLock& arLock, const char* apcMethod, const char* apcText,
-            Access aAccess, const char* apcFile = __builtin_FILE(),
-            unsigned long aulLine = __builtin_LINE()) {
-  const TraceScope trace(apTracer, apcMethod);
-  const LockScope lock(arLock, 0, DiagCtrlBaseException::MutexException, apcText, apcFile, aulLine);
-  return aAccess();
-}
-
-}  // namespace
 
 GlobalSettings::GlobalSettings(DiagCtrlConstants::debugLevel aeDebugLevel, runMode aeRunMode,
                                bool abDiagLogMode, bool abHaltOnError, diagMode aeDiagnosticMode)
@@ -31,53 +16,63 @@ GlobalSettings::GlobalSettings(DiagCtrlConstants::debugLevel aeDebugLevel, runMo
       mpDiagTracer(DiagTracer::getInstance()) {}
 
 DiagCtrlConstants::debugLevel GlobalSettings::getDebugLog() {
-  return locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::getDebugLog",
-                "GlobalSettings::getDebugLog()", [this] { return meDebugLevel; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::getDebugLog", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::getDebugLog()");
+  return meDebugLevel;
 }
 
 GlobalSettings::runMode GlobalSettings::getRunMode() {
-  return locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::getRunMode",
-                "GlobalSettings::getRunMode()", [this] { return meRunMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::getRunMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::getRunMode()");
+  return meRunMode;
 }
 
 bool GlobalSettings::getDiagLogMode() {
-  return locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::getDiagLogMode",
-                "GlobalSettings::getDiagLogMode()", [this] { return mbDiagLogMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::getDiagLogMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::getDiagLogMode()");
+  return mbDiagLogMode;
 }
 
 bool GlobalSettings::getHaltOnError() {
-  return locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::getHaltOnError",
-                "GlobalSettings::getHaltOnError()", [this] { return mbHaltOnError; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::getHaltOnError", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::getHaltOnError()");
+  return mbHaltOnError;
 }
 
 GlobalSettings::diagMode GlobalSettings::getDiagnosticMode() {
-  return locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::getDiagnosticMode",
-                "GlobalSettings::getDiagnosticMode()", [this] { return meDiagnosticMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::getDiagnosticMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::getDiagnosticMode()");
+  return meDiagnosticMode;
 }
 
 void GlobalSettings::setDebugLog(DiagCtrlConstants::debugLevel aeDebugLevel) {
-  locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::setDebugLog",
-         "GlobalSettings::setDebugLog()", [&] { meDebugLevel = aeDebugLevel; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::setDebugLog", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::setDebugLog()");
+  meDebugLevel = aeDebugLevel;
 }
 
 void GlobalSettings::setRunMode(runMode aeRunMode) {
-  locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::setRunMode",
-         "GlobalSettings::setRunMode()", [&] { meRunMode = aeRunMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::setRunMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::setRunMode()");
+  meRunMode = aeRunMode;
 }
 
 void GlobalSettings::setDiagLogMode(bool abDiagLogMode) {
-  locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::setDiagLogMode",
-         "GlobalSettings::setDiagLogMode()", [&] { mbDiagLogMode = abDiagLogMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::setDiagLogMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::setDiagLogMode()");
+  mbDiagLogMode = abDiagLogMode;
 }
 
 void GlobalSettings::setHaltOnError(bool abHaltOnError) {
-  locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::setHaltOnError",
-         "GlobalSettings::setHaltOnError()", [&] { mbHaltOnError = abHaltOnError; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::setHaltOnError", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::setHaltOnError()");
+  mbHaltOnError = abHaltOnError;
 }
 
 void GlobalSettings::setDiagnosticMode(diagMode aeDiagnosticMode) {
-  locked(mpDiagTracer, mmtxGlobalSettLock, "GlobalSettings::setDiagnosticMode",
-         "GlobalSettings::setDiagnosticMode()", [&] { meDiagnosticMode = aeDiagnosticMode; });
+  const LockedMethod hold(mpDiagTracer, "GlobalSettings::setDiagnosticMode", mmtxGlobalSettLock, 0,
+                          "GlobalSettings::setDiagnosticMode()");
+  meDiagnosticMode = aeDiagnosticMode;
 }
 
 }  // namespace TarvexDiags::DiagCtrl

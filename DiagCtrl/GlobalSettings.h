@@ -3,6 +3,7 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -40,11 +41,11 @@ class TARVEXDIAGS_EXPORT GlobalSettings {
   void setDiagnosticMode(diagMode aeDiagnosticMode);
 
  private:
-  DiagCtrlConstants::debugLevel meDebugLevel;
-  runMode meRunMode;
-  bool mbDiagLogMode;
-  bool mbHaltOnError;
-  diagMode meDiagnosticMode;
+  DiagCtrlConstants::debugLevel meDebugLevel TARVEXDIAGS_GUARDED_BY(mmtxGlobalSettLock);
+  runMode meRunMode TARVEXDIAGS_GUARDED_BY(mmtxGlobalSettLock);
+  bool mbDiagLogMode TARVEXDIAGS_GUARDED_BY(mmtxGlobalSettLock);
+  bool mbHaltOnError TARVEXDIAGS_GUARDED_BY(mmtxGlobalSettLock);
+  diagMode meDiagnosticMode TARVEXDIAGS_GUARDED_BY(mmtxGlobalSettLock);
   DiagCtrlLock mmtxGlobalSettLock;
   DiagTracer* mpDiagTracer;
 };

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "DiagCtrl/DiagCtrlBaseException.h"
+#include "DiagCtrl/DiagCtrlLock.h"
+#include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/TraceScope.h"
+#include "System/ThreadAnnotations.h"
+
+namespace TarvexDiags::DiagCtrl {
+
+/// The trace of a method that does one thing under one lock, and the lock.
+class TARVEXDIAGS_SCOPED_CAPABILITY LockedMethod {
+ public:
+  /// @param apcMethod "Class::method". @param apcText what a failure to lock is named after.
+  LockedMethod(DiagTracer* apDiagTracer, const char* apcMethod, DiagCtrlLock& arLock,
+               long alTimeOutValue, const char* apcText, const char* apcFile = __builtin_FILE(),
+               unsigned long aulLine = __builtin_LINE()) TARVEXDIAGS_ACQUIRE(arLock)
+      : mTrace(apDiagTracer, apcMethod),
+        mLock(arLock, alTimeOutValue, DiagCtrlBaseException::MutexException, apcText, apcFile,
+              aulLine) {}
+  ~LockedMethod() TARVEXDIAGS_RELEASE() {
+  }  // NOLINT(modernize-use-equals-default): carries the mark
+  LockedMethod(const LockedMethod&) = delete;
+  LockedMethod& operator=(const LockedMethod&) = delete;
+
+  const TraceScope& trace() const noexcept { return mTrace; }
+
+ private:
+  TraceScope mTrace;
+  LockScope mLock;
+};
+
+}  // namespace TarvexDiags::DiagCtrl
