@@ -108,6 +108,7 @@ GlobalSettings* DiagControlConfig::readGlobalSettings() {
 void DiagControlConfig::readPackageDetails() {
   const TraceScope trace(mDiagTracer, "DiagControlConfig::readPackageDetails");
   DiagUtil& util = *DiagUtil::getInstance();
+  kClientsAtRest.standsFor(mmtxDisPackListLock);
   const unsigned int count =
       util.getInt(C::mSconDisablePackage, C::mSconNumOfPackages, mpCtrlConfigFilePath);
   // Compared as unsigned: a negative count goes on to the first entry without a name, and fails.
@@ -135,6 +136,7 @@ int DiagControlConfig::readMachineId() {
 
 std::map<const char*, PackageDetails*> DiagControlConfig::getPackageDetailsMap() {
   const TraceScope trace(mDiagTracer, "DiagControlConfig::getPackageDetailsMap");
+  kClientsAtRest.standsFor(mmtxDisPackListLock);
   return mPackageDetailMap;
 }
 

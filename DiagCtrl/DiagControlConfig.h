@@ -3,8 +3,10 @@
 #include <list>
 #include <map>
 
+#include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -42,20 +44,22 @@ class TARVEXDIAGS_EXPORT DiagControlConfig {
 
   /// Appends the disable entries of the file to the map.
   /// @throws DiagCtrlInvalidKey when an entry has no name; earlier entries stay in the map.
-  void readPackageDetails();
+  void readPackageDetails() TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   /// The machine id of the running system: always 1.
   int readMachineId();
 
   /// The entries by name. The names are compared as pointers, so two entries for one package both
   /// count. The details stay the object's.
-  std::map<const char*, PackageDetails*> getPackageDetailsMap();
+  std::map<const char*, PackageDetails*> getPackageDetailsMap()
+      TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   /// The names of the entries, in the order of the map. @throws DiagCtrlMutexException
   std::list<const char*> getDisablePackageList(long alTimeOutValue);
 
  private:
-  std::map<const char*, PackageDetails*> mPackageDetailMap;
+  std::map<const char*, PackageDetails*> mPackageDetailMap
+      TARVEXDIAGS_GUARDED_BY(mmtxDisPackListLock);
   const char* mpCtrlConfigFilePath;
   DiagValidator* mpValidator;
   DiagTracer* mDiagTracer;

@@ -28,6 +28,7 @@ const DeviceEnum::IDevice* DiagDevice::getIDevice() {
 
 void DiagDevice::updateTestIdMap(int iTestId) {
   const TraceScope trace(mpDiagTracer, "DiagDevice::updateTestIdMap");
+  kClientsAtRest.standsFor(mmtxTestIdMapLock);
   mTestIdMap.emplace(iTestId, 0);
 }
 
@@ -45,6 +46,7 @@ void DiagDevice::updateDisableTestList(int aiTestId) {
 
 void DiagDevice::getDisbleTestList(std::vector<int>*& arexpTestVector) {
   const TraceScope trace(mpDiagTracer, "DiagDevice::getDisbleTestList");
+  kClientsAtRest.mayRead();
   arexpTestVector = new std::vector<int>(mDisableTestList.begin(), mDisableTestList.end());
 }
 

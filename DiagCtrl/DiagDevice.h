@@ -6,8 +6,10 @@
 
 #include "DeviceEnum/IDevice.h"
 #include "DeviceEnum/VirtualDevice.h"
+#include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -31,16 +33,16 @@ class TARVEXDIAGS_EXPORT DiagDevice {
   DeviceEnum::VirtualDevice& getVirtualDeviceRef();
   const DeviceEnum::IDevice* getIDevice();
 
-  void updateTestIdMap(int iTestId);
+  void updateTestIdMap(int iTestId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
   /// The enabled tests, by id. @throws DiagCtrlMutexException
   TestIdMap getEnableTestIdMap();
-  void updateDisableTestList(int aiTestId);
+  void updateDisableTestList(int aiTestId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
   /// Makes a new vector of the disabled tests' ids, which the caller owns.
   void getDisbleTestList(std::vector<int>*& arexpTestVector);
 
  private:
-  TestIdMap mTestIdMap;
-  std::list<int> mDisableTestList;
+  TestIdMap mTestIdMap TARVEXDIAGS_GUARDED_BY(mmtxTestIdMapLock);
+  std::list<int> mDisableTestList TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   DiagCtrlLock mmtxTestIdMapLock;
   DiagTracer* mpDiagTracer;
   DeviceEnum::VirtualDevice mVDevice;

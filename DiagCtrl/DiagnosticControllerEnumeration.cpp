@@ -36,6 +36,7 @@
 #include "DiagCtrl/PackageDetails.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/AtRestScope.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/Raise.h"
@@ -139,6 +140,7 @@ DiagnosticController::errorCode DiagnosticController::enumerate(const char* apcM
     if (mpDiagCtrlConfig == nullptr) {
       return leaveEnumeration(DiagControllerStatus::INITIALIZE, INVALID_VALUE_IN_CONFIG_FILE);
     }
+    const AtRestScope rest;
     mpDiagCtrlConfig->readPackageDetails();
     readDirectory(mpcPackDirPath);
   } catch (const DiagCtrlInvalidKey&) {
@@ -185,6 +187,7 @@ void DiagnosticController::readDirectory(char* apcDirPath) {
 // Keeps the name of the entry, which lives on, and not that of the vector's element, which does
 // not.
 void DiagnosticController::leaveOutDisabledPackages(const TraceScope& arTrace) {
+  const AtRestScope rest;
   musMachineId = static_cast<unsigned short>(mpDiagCtrlConfig->readMachineId());
   const auto details = mpDiagCtrlConfig->getPackageDetailsMap();
   for (const char* disabled : mpDiagCtrlConfig->getDisablePackageList(-1)) {
@@ -254,6 +257,7 @@ bool DiagnosticController::preEnumerationCheck(const char* packageName) {
 DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
     DiagnosticPackage* apDiagnosticPackage, const PackageNameVector& packageVector) {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::doEnumeratePackage");
+  const AtRestScope rest;
   DiagnosticPackage& package = *apDiagnosticPackage;
   const std::string name = package.getPackageBaseName();
   const std::string configFile = packageFile(name.c_str(), nullptr);
@@ -298,6 +302,7 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
 DiagnosticController::errorCode DiagnosticController::probeOrRelease(
     const TraceScope& arTrace, DiagnosticPackage& arPackage, const std::string& arConfigFile) {
   const std::string name = arPackage.getPackageBaseName();
+  const AtRestScope rest;
   errorCode result = FUNCTION_NOT_FOUND_IN_DLL;
   try {
     return probePackage(arTrace, arPackage, arConfigFile);
@@ -317,6 +322,7 @@ DiagnosticController::errorCode DiagnosticController::probeOrRelease(
 DiagnosticController::errorCode DiagnosticController::probePackage(
     const TraceScope& arTrace, DiagnosticPackage& arPackage, const std::string& arConfigFile) {
   DiagnosticPackageInterface& loader = *mpDiagPackInterface;
+  const AtRestScope rest;
   const p_Handle handle = arPackage.getPackageHandle();
   loader.setPackageConfigFile(handle, arConfigFile.c_str());
   loader.setPackageLogDir(handle, mpcLogDirPath);
@@ -410,6 +416,7 @@ DiagnosticController::errorCode DiagnosticController::enumerateAgain(const Trace
     return PACKAGE_NOT_FOUND;
   }
   DiagnosticPackage& package = *entry->second;
+  const AtRestScope rest;
   removeResourceLocks(arTrace, package);
   if (mpTestRequestManager->isPackageInUse(package)) {
     // A request of the earlier enumeration may still reach its device, whose code lies there.

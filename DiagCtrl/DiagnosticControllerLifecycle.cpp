@@ -28,6 +28,7 @@
 #include "DiagCtrl/MonitorThread.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/AtRestScope.h"
 #include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/Invariant.h"
@@ -315,6 +316,7 @@ void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrac
 
 // Each description goes before its library: the devices' code lies there.
 void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
+  const AtRestScope rest;
   mDisablePackageList.clear();
   deleteAndNull(mpResourceLockManager);
   const auto releaseLibrary = [&](void* apHandle) {

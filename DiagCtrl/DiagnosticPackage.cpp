@@ -176,6 +176,7 @@ void DiagnosticPackage::readDisabledTest(const char* apcFile, int aiEntry,
                                          const std::string& arOs) {
   const std::string section = numbered(C::mSconpcDisTestId, aiEntry);
   const int test = readRequiredNumber(section.c_str(), C::mSconpcTestId, apcFile);
+  kClientsAtRest.standsFor(mmtxTestIdTestObjMapLock);
   if (mTestIdTestObjectMap.contains(test) && entryApplies(apcFile, section.c_str(), arOs)) {
     withdrawTest(test);
   }
@@ -185,6 +186,7 @@ void DiagnosticPackage::readDisabledDevices(const char* apcFile, int aiEntry,
                                             const std::string& arOs) {
   const std::string section = numbered(C::mSconpcDevTestId, aiEntry);
   const int test = readRequiredNumber(section.c_str(), C::mSconpcTestId, apcFile);
+  kClientsAtRest.standsFor(mmtxTestIdTestObjMapLock);
   if (!mTestIdTestObjectMap.contains(test)) {
     return;
   }
@@ -225,11 +227,13 @@ void DiagnosticPackage::withdrawTest(int aiTestId) {
   mlDisableTestList.push_back(aiTestId);
   delete entry->second;
   mTestIdTestObjectMap.erase(entry);
+  kClientsAtRest.standsFor(mmtxTestIdMapLock);
   mTestIdMap.erase(aiTestId);
 }
 
 const char* DiagnosticPackage::getResourceString() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getResourceString");
+  kClientsAtRest.mayRead();
   return mpcResourceString;
 }
 
@@ -240,31 +244,37 @@ const char* DiagnosticPackage::getPackageBaseName() {
 
 const char* DiagnosticPackage::getPackageName() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageName");
+  kClientsAtRest.mayRead();
   return mpcPackagename;
 }
 
 const char* DiagnosticPackage::getPackageMnemonic() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageMnemonic");
+  kClientsAtRest.mayRead();
   return mpcPackageMnemonic;
 }
 
 const char* DiagnosticPackage::getPackageVersion() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageVersion");
+  kClientsAtRest.mayRead();
   return mpcPackageVersion;
 }
 
 const char* DiagnosticPackage::getPackageDesc() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageDesc");
+  kClientsAtRest.mayRead();
   return mpcPackageDesc;
 }
 
 const char* DiagnosticPackage::getPackageDepDll() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageDepDll");
+  kClientsAtRest.mayRead();
   return mpcDLLDependencies;
 }
 
 unsigned int DiagnosticPackage::getDeviceType() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getDeviceType");
+  kClientsAtRest.mayRead();
   return muiDeviceType;
 }
 
@@ -275,6 +285,7 @@ bool DiagnosticPackage::checkSystemLock() {
 
 p_Handle DiagnosticPackage::getPackageHandle() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageHandle");
+  kClientsAtRest.mayRead();
   return mDLLHandle;
 }
 
@@ -302,11 +313,13 @@ PackageTestInfo* DiagnosticPackage::getTestInfoFromPackage(int iTestId) {
 
 std::list<int> DiagnosticPackage::getDisableTestList() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getDisableTestList");
+  kClientsAtRest.mayRead();
   return mlDisableTestList;
 }
 
 void DiagnosticPackage::updateTestIdMap(int aiTestId, int aizero) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::updateTestIdMap");
+  kClientsAtRest.standsFor(mmtxTestIdMapLock);
   mTestIdMap.emplace(aiTestId, aizero);
 }
 
@@ -358,6 +371,8 @@ void DiagnosticPackage::clearPackageData() {
   }
   mmTestIdDeviceMap.clear();
   mlDisableTestList.clear();
+  kClientsAtRest.standsFor(mmtxTestIdMapLock);
+  kClientsAtRest.standsFor(mmtxDevIdDevObjectMapLock);
   mTestIdMap.clear();
   mDevIdDevObjectMap.clear();
 }
@@ -372,6 +387,7 @@ void DiagnosticPackage::dropDevices() {
 void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVirtualDeviceVector,
                                            Diag::IDiagnostics* apIDiagnostics) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::createDeviceVector");
+  kClientsAtRest.standsFor(mmtxDevIdDevObjectMapLock);
   mDeviceVector.clear();
   mDevIdDevObjectMap.clear();
   for (DeviceEnum::VirtualDevice& device : *apVirtualDeviceVector) {
@@ -391,6 +407,7 @@ void DiagnosticPackage::createDeviceVector(DeviceEnum::VirtualDeviceVector* apVi
     updateDevIdDevObjectMap(ids.back(), device);
   }
   updateDeviceIdList(ids);
+  kClientsAtRest.standsFor(mmtxTestIdMapLock);
   for (const int id : ids) {
     DiagDevice& device = *mDeviceVector[static_cast<std::size_t>(id) - 1];
     DeviceEnum::VirtualDevice virtualDevice = device.getVirtualDeviceRef();
@@ -422,6 +439,8 @@ void DiagnosticPackage::settlePair(const TraceScope& arTrace, int aiTestId, int 
     arTrace.info("Incorrect Flow of Program. Should Never reach here.");
     raise<DiagCtrlObjectNotFound>(DiagCtrlBaseException::ObjectNotFound, kText);
   } catch (const DiagCtrlMutexException&) {
+    kClientsAtRest.standsFor(mmtxDeviceIdListLock);
+    kClientsAtRest.standsFor(mmtxDevIdDevObjectMapLock);
     mlDeviceIdList.clear();
     mDevIdDevObjectMap.clear();
     dropDevices();
@@ -438,11 +457,13 @@ bool DiagnosticPackage::isDisabledFor(int aiTestId, const char* apcDisableName) 
 
 DeviceVector& DiagnosticPackage::getDeviceVector() {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getDeviceVector");
+  kClientsAtRest.mayRead();
   return mDeviceVector;
 }
 
 void DiagnosticPackage::updateDevIdDevObjectMap(int aiDeviceId, DiagDevice* apDiagDevice) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::updateDevIdDevObjectMap");
+  kClientsAtRest.standsFor(mmtxDevIdDevObjectMapLock);
   mDevIdDevObjectMap.emplace(aiDeviceId, apDiagDevice);
 }
 

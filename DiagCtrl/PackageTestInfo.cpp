@@ -38,31 +38,37 @@ PackageTestInfo::~PackageTestInfo() {
 
 const char* PackageTestInfo::getTestName() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestName");
+  kClientsAtRest.mayRead();
   return mpcTestName;
 }
 
 const char* PackageTestInfo::getTestDesc() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDesc");
+  kClientsAtRest.mayRead();
   return mpcTestDescrpition;
 }
 
 const char* PackageTestInfo::getTestCapabilities() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestCapabilities");
+  kClientsAtRest.mayRead();
   return mpcTestCapabilities;
 }
 
 const char* PackageTestInfo::getTestOpenMode() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestOpenMode");
+  kClientsAtRest.mayRead();
   return mpcTestOpenMode;
 }
 
 bool PackageTestInfo::getTestDisable() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDisable");
+  kClientsAtRest.mayRead();
   return mbTestDisable;
 }
 
 int PackageTestInfo::getTestEstimatedTime() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestEstimatedTime");
+  kClientsAtRest.mayRead();
   return miTestEstimatedTime;
 }
 
@@ -103,6 +109,7 @@ void PackageTestInfo::updateEnableDeviceIdList(int aiDeviceId) {
 
 void PackageTestInfo::updateDisableDeviceIdList(int aiDeviceId) {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::updateDisableDeviceIdList");
+  kClientsAtRest.standsFor(mmtxDisDeviceListLock);
   mDisableDeviceList.push_back(aiDeviceId);
 }
 
@@ -115,6 +122,7 @@ std::list<int> PackageTestInfo::getDisableDeviceList() {
 
 std::list<int> PackageTestInfo::getEnableDeviceList() {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getEnableDeviceList");
+  kClientsAtRest.mayRead();
   return mEnableDeviceList;
 }
 

@@ -2,8 +2,10 @@
 
 #include <list>
 
+#include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -30,29 +32,29 @@ class TARVEXDIAGS_EXPORT PackageTestInfo {
   /// In the unit that package and client agree on; 0 when the file gives none.
   int getTestEstimatedTime();
 
-  void setTestName(char* apcTestName);
-  void setTestDesc(char* apcTestDesc);
-  void setTestCapabilities(char* apcTestCapabilities);
-  void setTestOpenMode(char* apcTestOpenMode);
-  void setTestDisable(bool abTestDisable);
-  void setTestEstimatedTime(int aiTestEstimatedTime);
+  void setTestName(char* apcTestName) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestDesc(char* apcTestDesc) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestCapabilities(char* apcTestCapabilities) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestOpenMode(char* apcTestOpenMode) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestDisable(bool abTestDisable) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestEstimatedTime(int aiTestEstimatedTime) TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
-  void updateEnableDeviceIdList(int aiDeviceId);
-  void updateDisableDeviceIdList(int aiDeviceId);
+  void updateEnableDeviceIdList(int aiDeviceId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void updateDisableDeviceIdList(int aiDeviceId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
   /// Ids of the devices on which the test is left out. @throws DiagCtrlMutexException
   std::list<int> getDisableDeviceList();
   /// Ids of the devices on which the test can run.
   std::list<int> getEnableDeviceList();
 
  private:
-  char* mpcTestName;
-  bool mbTestDisable;
-  char* mpcTestDescrpition;
-  char* mpcTestCapabilities;
-  char* mpcTestOpenMode;
-  int miTestEstimatedTime;
-  std::list<int> mDisableDeviceList;
-  std::list<int> mEnableDeviceList;
+  char* mpcTestName TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  bool mbTestDisable TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  char* mpcTestDescrpition TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  char* mpcTestCapabilities TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  char* mpcTestOpenMode TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  int miTestEstimatedTime TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  std::list<int> mDisableDeviceList TARVEXDIAGS_GUARDED_BY(mmtxDisDeviceListLock);
+  std::list<int> mEnableDeviceList TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   DiagCtrlLock mmtxDisDeviceListLock;
   DiagTracer* mpDiagTracer;
 };
