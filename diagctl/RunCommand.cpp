@@ -7,9 +7,10 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
-#include <mutex>
 #include <optional>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "diagctl/Configuration.h"
 #include "diagctl/Interruption.h"
 #include "diagctl/Keyboard.h"
@@ -30,7 +31,40 @@ bool isColoured(int descriptor) {
   return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
 }
 
-std::function<void(char)> keysFor(Progress& progress, std::mutex& mutex) {
+/// The line of progress, which the run and the keyboard's thread share.
+class SharedProgress {
+ public:
+  explicit SharedProgress(std::size_t requests)
+      : m_progress(std::cerr, isatty(STDERR_FILENO) != 0, requests) {}
+
+  unsigned long firstRunning() const {
+    const System::LockHold hold(m_lock);
+    return m_progress.firstRunning();
+  }
+
+  /// Tells an event to the outputs, with the line out of their way.
+  void tell(const RunEvent& event, bool isQuiet, Outputs& outputs) {
+    const System::LockHold hold(m_lock);
+    if (!isQuiet) {
+      m_progress.erase();
+    }
+    outputs.handle(event);
+    if (!isQuiet) {
+      m_progress.handle(event);
+    }
+  }
+
+  void finish() {
+    const System::LockHold hold(m_lock);
+    m_progress.finish();
+  }
+
+ private:
+  mutable System::Mutex m_lock;
+  Progress m_progress TARVEXDIAGS_GUARDED_BY(m_lock);
+};
+
+std::function<void(char)> keysFor(const SharedProgress& progress) {
   return [&](char key) {
     RunRequests& requests = Interruption::requests();
     switch (key) {
@@ -40,11 +74,9 @@ std::function<void(char)> keysFor(Progress& progress, std::mutex& mutex) {
       case 'r':
         requests.resumeAll = true;
         break;
-      case 'a': {
-        const std::lock_guard<std::mutex> lock(mutex);
+      case 'a':
         requests.abortStep = progress.firstRunning();
         break;
-      }
       case 'q':
         requests.abortAll = true;
         break;
@@ -91,24 +123,13 @@ RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogu
 
 RunSummary runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                    Outputs& outputs) {
-  std::mutex mutex;  // between the keyboard's thread and the stream
-  Progress progress(std::cerr, isatty(STDERR_FILENO) != 0, plan.requests.size());
+  SharedProgress progress(plan.requests.size());
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
-    keyboard.emplace(keysFor(progress, mutex));
+    keyboard.emplace(keysFor(progress));
   }
   Runner runner(
-      session, plan,
-      [&](const RunEvent& event) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (!options.isQuiet) {
-          progress.erase();
-        }
-        outputs.handle(event);
-        if (!options.isQuiet) {
-          progress.handle(event);
-        }
-      },
+      session, plan, [&](const RunEvent& event) { progress.tell(event, options.isQuiet, outputs); },
       Interruption::requests());
   const RunSummary summary = runner.run(openingOf(options, session.catalogue()));
   if (!options.isQuiet) {

@@ -15,17 +15,19 @@ Wakeups::~Wakeups() {
 }
 
 void Wakeups::waitFor(std::chrono::milliseconds limit) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_condition.wait_for(lock, limit, [this] { return m_isPending; });
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  const System::LockHold lock(m_mutex);
+  while (!m_isPending && m_condition.waitUntil(m_mutex, deadline)) {
+  }
   m_isPending = false;
 }
 
 void Wakeups::run() {
   while (m_isWanted) {
     m_object.wait();
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const System::LockHold lock(m_mutex);
     m_isPending = true;
-    m_condition.notify_one();
+    m_condition.notifyOne();
   }
   m_hasEnded = true;
 }

@@ -2,11 +2,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 #include "DiagCtrl/CallBackObject.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtl {
 
@@ -31,9 +31,9 @@ class Wakeups {
   DiagCtrl::CallBackObject m_object;
   std::atomic<bool> m_isWanted{true};
   std::atomic<bool> m_hasEnded{false};
-  std::mutex m_mutex;
-  std::condition_variable m_condition;
-  bool m_isPending = false;
+  System::Mutex m_mutex;
+  System::ConditionVariable m_condition;
+  bool m_isPending TARVEXDIAGS_GUARDED_BY(m_mutex) = false;
   std::thread m_thread;
 };
 

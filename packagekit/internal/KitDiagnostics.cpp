@@ -104,7 +104,7 @@ DiagnosticResult* KitDiagnostics::runDiagnostic(DeviceEnum::VirtualDevice& devic
 void KitDiagnostics::enter(const DiagnosticSettings* settings) {
   m_result = DiagnosticResult();
   m_hasDelivered = false;
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_phase = Phase::Inside;
   m_passProgress = 0;
   m_passesDone = 0;
@@ -133,7 +133,7 @@ void KitDiagnostics::leave(const std::optional<std::string>& failure) {
   if (!m_hasDelivered) {
     failureOf([this] { deliver({DiagnosticResult::UNUSUAL_STATUS}); });
   }
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_passProgress = 100;
   m_phase = Phase::Complete;
 }
@@ -158,16 +158,23 @@ void KitDiagnostics::runOnce(const Device& device, const DiagnosticSettings& set
 // done into the settings meanwhile, so the first pass is 1 whatever stands there.
 void KitDiagnostics::runStress(const Device& device, const DiagnosticSettings& settings) {
   PassOutcome worst;
-  for (unsigned int pass = 1; pass <= m_passesWanted; ++pass) {
+  unsigned int wanted = 0;
+  Clock::time_point start;
+  {
+    const System::LockHold hold(m_lock);
+    wanted = m_passesWanted;
+    start = m_start;
+  }
+  for (unsigned int pass = 1; pass <= wanted; ++pass) {
     const PassOutcome outcome = runPass(device, settings, static_cast<int>(pass));
     {
-      const std::lock_guard<std::mutex> hold(m_lock);
+      const System::LockHold hold(m_lock);
       m_passesDone = pass;
       m_passProgress = 0;
     }
     deliver(outcome);
     worst.worsen(outcome);
-    const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_start);
+    const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
     if (static_cast<Ulong>(elapsed.count()) >= settings.getRunTime() ||
         (settings.getHaltOnError() != 0 && outcome.verdict != DiagnosticResult::PASSED) ||
         !waitWhileSuspended()) {
@@ -236,7 +243,7 @@ void KitDiagnostics::deliver(const PassOutcome& outcome, int estimatedTime) {
   m_result.setParamVector(outcome.parameters);
   m_result.setEstimatedTime(estimatedTime);
   auto copy = std::make_unique<DiagnosticResult>(m_result);
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_results.push_back(copy.get());
   static_cast<void>(copy.release());
   m_hasDelivered = true;
@@ -253,7 +260,7 @@ void KitDiagnostics::raise(DiagnosticEvent::EventType type, unsigned int code,
   event->setParamVector(std::move(parameters));
   event->setTestRequestId(m_requestId);
   logEvent(*event);
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_events.push_back(event.get());
   static_cast<void>(event.release());
 }
@@ -265,7 +272,7 @@ void KitDiagnostics::logEvent(DiagnosticEvent& event) {
 }
 
 void KitDiagnostics::progressed(unsigned int percentOfPass) {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_passProgress = std::min(percentOfPass, 100U);
 }
 
@@ -289,7 +296,7 @@ bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int te
 
 DiagnosticStatus KitDiagnostics::getDiagnosticStatus() {
   DiagnosticStatus status;
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   const bool isOver =
       m_phase == Phase::Complete || (m_phase == Phase::Ready && m_control.isAborted());
   if (m_phase == Phase::Inside) {
@@ -326,7 +333,7 @@ void KitDiagnostics::abortDiagnostic() {
 }
 
 void KitDiagnostics::suspendDiagnostic() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   if (m_phase != Phase::Complete) {
     m_control.suspend();
   }
@@ -337,14 +344,14 @@ void KitDiagnostics::resumeDiagnostic() {
 }
 
 std::vector<DiagnosticEvent*>* KitDiagnostics::getDiagnosticEvents() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   return handOver(m_events);
 }
 
 // Once the results of a pass were taken it is over, unless the request itself is. Taken before the
 // end was told, they leave it to be told.
 std::vector<DiagnosticResult*>* KitDiagnostics::getDiagnosticResults() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   if (m_phase == Phase::Complete && m_events.empty() && !m_isStress && !m_control.isAborted()) {
     m_phase = Phase::Ready;
   }

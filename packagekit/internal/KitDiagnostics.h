@@ -1,12 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Diag/IDiagnostics.h"
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packagekit/Environment.h"
 #include "packagekit/Package.h"
 #include "packagekit/internal/Module.h"
@@ -53,7 +54,7 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   bool waitWhileSuspended();
   void deliver(const PassOutcome& outcome, int estimatedTime = 0);
   void logEvent(Diag::DiagnosticEvent& event);
-  unsigned int progressLocked() const;
+  unsigned int progressLocked() const TARVEXDIAGS_REQUIRES(m_lock);
 
   Module& m_module;
   const Package& m_package;
@@ -61,20 +62,20 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   const DiagnosticMode m_mode;
   RunControl m_control;
 
-  mutable std::mutex m_lock;  // guards all below but m_result
-  Phase m_phase = Phase::Ready;
-  bool m_isStress = false;
+  mutable System::Mutex m_lock;
+  Phase m_phase TARVEXDIAGS_GUARDED_BY(m_lock) = Phase::Ready;
+  bool m_isStress TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  unsigned int m_passProgress TARVEXDIAGS_GUARDED_BY(m_lock) = 0;
+  unsigned int m_passesDone TARVEXDIAGS_GUARDED_BY(m_lock) = 0;
+  unsigned int m_passesWanted TARVEXDIAGS_GUARDED_BY(m_lock) = 1;
+  Clock::time_point m_start TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<Diag::DiagnosticEvent*> m_events TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<Diag::DiagnosticResult*> m_results TARVEXDIAGS_GUARDED_BY(m_lock);
+
+  // Touched by the thread of the pass alone.
   unsigned int m_requestId = 0;
   std::string m_eventLog;  // empty: events are not logged
   bool m_reportsStatus = false;
-  unsigned int m_passProgress = 0;
-  unsigned int m_passesDone = 0;
-  unsigned int m_passesWanted = 1;
-  Clock::time_point m_start;
-  std::vector<Diag::DiagnosticEvent*> m_events;
-  std::vector<Diag::DiagnosticResult*> m_results;
-
-  // Touched by the thread of the pass alone.
   Diag::DiagnosticResult m_result;
   bool m_hasDelivered = false;
 };

@@ -59,19 +59,19 @@ Module::~Module() {
 }
 
 void Module::setConfigFile(const char* file) {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   // The host may change its working directory before a worker reads the file.
   m_configFile = file == nullptr ? "" : absolute(file);
   m_workerFile.clear();
 }
 
 void Module::setLogDirectory(const char* directory) {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_logDirectory = directory == nullptr ? "" : absolute(directory);
 }
 
 Settings Module::settings() const {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   return Settings(m_configFile);
 }
 
@@ -79,7 +79,7 @@ std::string Module::logFile(const std::string& name) const {
   if (name.find('/') != std::string::npos) {
     return name;
   }
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   if (m_logDirectory.empty() || m_configFile.empty()) {
     return {};
   }
@@ -93,7 +93,7 @@ void Module::log(const std::string& line) const {
 const Package* Module::package(DefineFunction define) {
   std::optional<std::string> failure;
   {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     if (m_defined) {
       return m_package.get();
     }
@@ -114,7 +114,7 @@ Environment Module::environment(DiagnosticMode mode) const {
 }
 
 std::string Module::workerFile() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   if (m_workerFile.empty()) {
     m_workerFile = findWorker();
   }
@@ -141,18 +141,18 @@ std::string Module::findWorker() const {
 }
 
 void Module::markHung(const std::string& resourceTag, pid_t worker) {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_hung[resourceTag] = worker;
 }
 
 std::optional<pid_t> Module::hungWorker(const std::string& resourceTag) const {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   const auto found = m_hung.find(resourceTag);
   return found == m_hung.end() ? std::nullopt : std::optional<pid_t>(found->second);
 }
 
 void Module::forgetHung() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   for (const auto& entry : m_hung) {
     m_forgotten.push_back(entry.second);
   }

@@ -4,11 +4,12 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packagekit/Exports.h"
 #include "packagekit/Package.h"
 #include "packagekit/Settings.h"
@@ -55,18 +56,18 @@ class Module {
 
  private:
   Module();
-  void reapForgotten();
-  std::string findWorker() const;
+  void reapForgotten() TARVEXDIAGS_REQUIRES(m_lock);
+  std::string findWorker() const TARVEXDIAGS_REQUIRES(m_lock);
 
   const std::string m_packageFile;
-  mutable std::mutex m_lock;
-  std::string m_configFile;
-  std::string m_logDirectory;
-  std::string m_workerFile;
-  bool m_defined = false;
-  std::unique_ptr<Package> m_package;
-  std::map<std::string, pid_t> m_hung;
-  std::vector<pid_t> m_forgotten;
+  mutable System::Mutex m_lock;
+  std::string m_configFile TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::string m_logDirectory TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::string m_workerFile TARVEXDIAGS_GUARDED_BY(m_lock);
+  bool m_defined TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  std::unique_ptr<Package> m_package TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::map<std::string, pid_t> m_hung TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<pid_t> m_forgotten TARVEXDIAGS_GUARDED_BY(m_lock);
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -9,31 +9,31 @@
 namespace TarvexDiags::PackageKit {
 
 void RunControl::abort() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_aborted = true;
   m_suspended = false;
   wake();
 }
 
 void RunControl::suspend() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_suspended = !m_aborted;
   wake();
 }
 
 void RunControl::resume() {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_suspended = false;
   wake();
 }
 
 bool RunControl::isAborted() const {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   return m_aborted;
 }
 
 bool RunControl::isSuspended() const {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   return m_suspended;
 }
 
@@ -42,19 +42,24 @@ void RunControl::beginRun() {
   if (!wakeUp.isOpen()) {
     throw std::system_error(errno, std::generic_category(), "eventfd");
   }
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_wake = std::move(wakeUp);
 }
 
 void RunControl::endRun() noexcept {
-  const std::lock_guard<std::mutex> hold(m_lock);
+  const System::LockHold hold(m_lock);
   m_suspended = false;
   m_wake.close();
 }
 
+int RunControl::wakeDescriptor() const {
+  const System::LockHold hold(m_lock);
+  return m_wake.number();
+}
+
 void RunControl::clearWake() {
   std::uint64_t count = 0;
-  [[maybe_unused]] const ssize_t size = ::read(m_wake.number(), &count, sizeof count);
+  [[maybe_unused]] const ssize_t size = ::read(wakeDescriptor(), &count, sizeof count);
 }
 
 void RunControl::wake() {

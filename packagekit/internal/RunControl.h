@@ -1,7 +1,7 @@
 #pragma once
 
-#include <mutex>
-
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packagekit/internal/Descriptor.h"
 
 namespace TarvexDiags::PackageKit {
@@ -21,16 +21,16 @@ class RunControl {
   /// readable whenever something changed. Throws std::system_error.
   void beginRun();
   void endRun() noexcept;
-  int wakeDescriptor() const { return m_wake.number(); }
+  int wakeDescriptor() const;
   void clearWake();
 
  private:
-  void wake();
+  void wake() TARVEXDIAGS_REQUIRES(m_lock);
 
-  mutable std::mutex m_lock;
-  bool m_aborted = false;
-  bool m_suspended = false;
-  Descriptor m_wake;
+  mutable System::Mutex m_lock;
+  bool m_aborted TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  bool m_suspended TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  Descriptor m_wake TARVEXDIAGS_GUARDED_BY(m_lock);
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -59,9 +59,9 @@ void WorkerLink::listenUntilTheEnd() {
   try {
     for (;;) {
       if (receive().type() == FrameType::Stop) {
-        const std::lock_guard<std::mutex> hold(m_stopLock);
+        const System::LockHold hold(m_stopLock);
         m_stop = true;
-        m_stopped.notify_all();
+        m_stopped.notifyAll();
       }
     }
   } catch (const FrameError&) {
@@ -70,12 +70,12 @@ void WorkerLink::listenUntilTheEnd() {
 }
 
 void WorkerLink::hold(FrameWriter& frame) {
-  const std::lock_guard<std::mutex> hold(m_sendLock);
+  const System::LockHold hold(m_sendLock);
   m_held += frame.bytes();
 }
 
 void WorkerLink::send(FrameWriter& frame) {
-  const std::lock_guard<std::mutex> hold(m_sendLock);
+  const System::LockHold hold(m_sendLock);
   m_held += frame.bytes();
   const std::string bytes = std::exchange(m_held, {});
   std::size_t sent = 0;
@@ -91,8 +91,11 @@ void WorkerLink::send(FrameWriter& frame) {
 }
 
 bool WorkerLink::sleepFor(std::chrono::nanoseconds duration) {
-  std::unique_lock<std::mutex> hold(m_stopLock);
-  return !m_stopped.wait_for(hold, duration, [this] { return m_stop.load(); });
+  const auto deadline = std::chrono::steady_clock::now() + duration;
+  const System::LockHold hold(m_stopLock);
+  while (!m_stop && m_stopped.waitUntil(m_stopLock, deadline)) {
+  }
+  return !m_stop;
 }
 
 }  // namespace TarvexDiags::PackageKit

@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packagekit/internal/Frame.h"
 
 namespace TarvexDiags::PackageKit {
@@ -40,10 +40,10 @@ class WorkerLink {
 
   const int m_socket;
   FrameReader m_reader;
-  std::mutex m_sendLock;
-  std::string m_held;  // guarded by m_sendLock
-  std::mutex m_stopLock;
-  std::condition_variable m_stopped;
+  System::Mutex m_sendLock;
+  std::string m_held TARVEXDIAGS_GUARDED_BY(m_sendLock);
+  System::Mutex m_stopLock;  // no wake-up between the look at m_stop and the wait
+  System::ConditionVariable m_stopped;
   std::atomic<bool> m_stop{false};
 };
 

@@ -2,11 +2,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packagekit/TestContext.h"
 
 namespace TarvexDiags::PackageKit::Testing {
@@ -37,45 +38,51 @@ class RecordingContext : public TestContext {
 
   /** @brief Does not wait: only tells whether a stop was requested. Waits are summed up. */
   bool sleepFor(std::chrono::nanoseconds duration) override {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     m_slept += duration;
     return !stopRequested();
   }
 
-  std::vector<Event> events() const { return locked(m_events); }
-  std::vector<unsigned int> progressSteps() const { return locked(m_progress); }
-  std::vector<std::string> logLines() const { return locked(m_log); }
-  std::chrono::nanoseconds slept() const { return locked(m_slept); }
+  std::vector<Event> events() const {
+    const System::LockHold hold(m_lock);
+    return m_events;
+  }
+  std::vector<unsigned int> progressSteps() const {
+    const System::LockHold hold(m_lock);
+    return m_progress;
+  }
+  std::vector<std::string> logLines() const {
+    const System::LockHold hold(m_lock);
+    return m_log;
+  }
+  std::chrono::nanoseconds slept() const {
+    const System::LockHold hold(m_lock);
+    return m_slept;
+  }
 
  protected:
   void sendProgress(unsigned int percent) override {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     m_progress.push_back(percent);
   }
   void sendEvent(EventType type, unsigned int code,
                  std::vector<std::string> eventParameters) override {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     m_events.push_back({type, code, std::move(eventParameters)});
   }
   void writeLog(const std::string& line) override {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     m_log.push_back(line);
   }
 
  private:
-  template <class Value>
-  Value locked(const Value& value) const {
-    const std::lock_guard<std::mutex> hold(m_lock);
-    return value;
-  }
-
-  mutable std::mutex m_lock;
+  mutable System::Mutex m_lock;
   mutable std::atomic<bool> m_stop{false};
   mutable std::atomic<int> m_questionsLeft{0};
-  std::vector<Event> m_events;
-  std::vector<unsigned int> m_progress;
-  std::vector<std::string> m_log;
-  std::chrono::nanoseconds m_slept{0};
+  std::vector<Event> m_events TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<unsigned int> m_progress TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<std::string> m_log TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::chrono::nanoseconds m_slept TARVEXDIAGS_GUARDED_BY(m_lock){0};
 };
 
 }  // namespace TarvexDiags::PackageKit::Testing

@@ -80,7 +80,7 @@ bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::siz
       work(order == Sweep::Order::Rising ? turn : slices - 1 - turn);
       mKernels.orderStores();
       const double share = static_cast<double>(turn + 1) / static_cast<double>(slices);
-      const std::lock_guard hold(mReportLock);
+      const System::LockHold hold(mReportLock);
       mObserver.progress(std::min(1.0, (static_cast<double>(mWalksDone) + share) / walks));
     }
   });
@@ -159,7 +159,7 @@ void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t f
                          foundAgain,
                          kind,
                          patternName};
-  const std::lock_guard hold(mReportLock);
+  const System::LockHold hold(mReportLock);
   mObserver.miscompare(fault);
 }
 

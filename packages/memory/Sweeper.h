@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "System/Mutex.h"
 #include "packages/memory/Kernels.h"
 #include "packages/memory/Observer.h"
 #include "packages/memory/Region.h"
@@ -113,7 +113,7 @@ class Sweeper {
   std::size_t mWalksDone = 0;
   std::atomic<std::uint64_t> mMiscompares{0};
   std::atomic<std::uint64_t> mBlocksVerified{0};
-  std::mutex mReportLock;  ///< the observer hears from one thread at a time
+  System::Mutex mReportLock;  ///< the observer hears from one thread at a time
 };
 
 }  // namespace TarvexDiags::Memory

@@ -10,50 +10,60 @@ Team::Team(const std::vector<int>& cpus) : mBusy(cpus.size()) {
     mThreads.emplace_back(&Team::serve, this, cpu);
   }
   // Pinned before the first work comes, so that memory is touched from where it will be tested.
-  std::unique_lock hold(mLock);
-  mDone.wait(hold, [this] { return mBusy == 0; });
+  const System::LockHold hold(mLock);
+  while (mBusy != 0) {
+    mDone.wait(mLock);
+  }
 }
 
 Team::~Team() {
   {
-    const std::lock_guard hold(mLock);
+    const System::LockHold hold(mLock);
     mStopped = true;
   }
-  mBegin.notify_all();
+  mBegin.notifyAll();
   for (std::thread& thread : mThreads) {
     thread.join();
   }
 }
 
+std::vector<int> Team::refusedCpus() const {
+  const System::LockHold hold(mLock);
+  return mRefusedCpus;
+}
+
 void Team::onAll(const std::function<void()>& work) {
-  std::unique_lock hold(mLock);
+  const System::LockHold hold(mLock);
   mWork = &work;
   mBusy = mThreads.size();
   ++mRound;
-  mBegin.notify_all();
-  mDone.wait(hold, [this] { return mBusy == 0; });
+  mBegin.notifyAll();
+  while (mBusy != 0) {
+    mDone.wait(mLock);
+  }
 }
 
 void Team::serve(int cpu) {
-  const bool pinned = Common::pinThisThread(cpu);
-  std::unique_lock hold(mLock);
-  if (!pinned) {
+  if (!Common::pinThisThread(cpu)) {
+    const System::LockHold hold(mLock);
     mRefusedCpus.push_back(cpu);
   }
-  for (std::size_t round = 0;;) {
-    if (--mBusy == 0) {
-      mDone.notify_all();
-    }
-    mBegin.wait(hold, [&] { return mStopped || mRound != round; });
-    if (mStopped) {
-      return;
-    }
-    round = mRound;
-    const std::function<void()>& work = *mWork;
-    hold.unlock();
-    work();
-    hold.lock();
+  std::size_t round = 0;
+  while (const std::function<void()>* const work = nextWork(round)) {
+    (*work)();
   }
+}
+
+const std::function<void()>* Team::nextWork(std::size_t& round) {
+  const System::LockHold hold(mLock);
+  if (--mBusy == 0) {
+    mDone.notifyAll();
+  }
+  while (!mStopped && mRound == round) {
+    mBegin.wait(mLock);
+  }
+  round = mRound;
+  return mStopped ? nullptr : mWork;
 }
 
 }  // namespace TarvexDiags::Memory

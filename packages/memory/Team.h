@@ -1,11 +1,12 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
+
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::Memory {
 
@@ -28,7 +29,7 @@ class Team {
   std::size_t size() const { return mThreads.size(); }
 
   /** @brief The CPUs on which no thread could be pinned. */
-  const std::vector<int>& refusedCpus() const { return mRefusedCpus; }
+  std::vector<int> refusedCpus() const;
 
   /** @brief Calls `work` once on every thread and returns when all calls have. It must not throw.
    */
@@ -36,15 +37,17 @@ class Team {
 
  private:
   void serve(int cpu);
+  /// Tells that a round is done and waits for the next one; null at the end.
+  const std::function<void()>* nextWork(std::size_t& round);
 
-  std::mutex mLock;
-  std::condition_variable mBegin;
-  std::condition_variable mDone;
-  const std::function<void()>* mWork = nullptr;
-  std::size_t mRound = 0;
-  std::size_t mBusy = 0;
-  bool mStopped = false;
-  std::vector<int> mRefusedCpus;
+  mutable System::Mutex mLock;
+  System::ConditionVariable mBegin;
+  System::ConditionVariable mDone;
+  const std::function<void()>* mWork TARVEXDIAGS_GUARDED_BY(mLock) = nullptr;
+  std::size_t mRound TARVEXDIAGS_GUARDED_BY(mLock) = 0;
+  std::size_t mBusy TARVEXDIAGS_GUARDED_BY(mLock) = 0;
+  bool mStopped TARVEXDIAGS_GUARDED_BY(mLock) = false;
+  std::vector<int> mRefusedCpus TARVEXDIAGS_GUARDED_BY(mLock);
   std::vector<std::thread> mThreads;
 };
 

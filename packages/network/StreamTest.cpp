@@ -8,12 +8,13 @@
 #include <bit>
 #include <cstring>
 #include <exception>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {
@@ -29,7 +30,7 @@ class Shared {
 
   /** @brief From any of the threads; beyond a number of faults there is nothing new to learn. */
   void tell(NetworkEvent event, std::vector<std::string> parameters) {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     if (m_told++ < mostTold) {
       parameters.insert(parameters.begin(), m_interface);
       report(m_journal, event, std::move(parameters));
@@ -42,7 +43,7 @@ class Shared {
     const std::uint64_t total = m_options.bytes * m_options.connections;
     const auto percent = static_cast<unsigned int>(total == 0 ? 100 : done * 100 / total);
     if (percent != m_percent.exchange(percent)) {
-      const std::lock_guard<std::mutex> hold(m_lock);
+      const System::LockHold hold(m_lock);
       m_journal.progress(percent);
       m_stop = m_stop || m_journal.stopRequested();
     }
@@ -50,7 +51,7 @@ class Shared {
   }
 
   bool askWhetherStopped() {
-    const std::lock_guard<std::mutex> hold(m_lock);
+    const System::LockHold hold(m_lock);
     m_stop = m_stop || m_journal.stopRequested();
     return m_stop;
   }
@@ -65,8 +66,8 @@ class Shared {
 
   const StreamOptions& m_options;
   const std::string& m_interface;
-  RunJournal& m_journal;
-  std::mutex m_lock;
+  RunJournal& m_journal TARVEXDIAGS_GUARDED_BY(m_lock);
+  System::Mutex m_lock;
   std::atomic<std::uint64_t> m_done{0};
   std::atomic<unsigned int> m_percent{0};
   std::atomic<unsigned int> m_told{0};
@@ -223,26 +224,41 @@ class Lane {
   bool m_broken = false;
 };
 
+/** @brief What one of several threads threw, for the one that waits for them. */
+class Failure {
+ public:
+  void keep(std::exception_ptr thrown) {
+    const System::LockHold hold(m_lock);
+    m_thrown = std::move(thrown);
+  }
+  void rethrow() {
+    const System::LockHold hold(m_lock);
+    if (m_thrown) {
+      std::rethrow_exception(m_thrown);
+    }
+  }
+
+ private:
+  System::Mutex m_lock;
+  std::exception_ptr m_thrown TARVEXDIAGS_GUARDED_BY(m_lock);
+};
+
 /** @brief Runs the lanes, each on a thread; throws what one of them threw. */
 void runLanes(std::vector<std::unique_ptr<Lane>>& lanes, Shared& shared) {
-  std::exception_ptr thrown;
-  std::mutex lock;
+  Failure failure;
   std::vector<std::jthread> threads;
   for (const auto& lane : lanes) {
     threads.emplace_back([&, runner = lane.get()] {
       try {
         runner->run();
       } catch (...) {
-        const std::lock_guard<std::mutex> hold(lock);
-        thrown = std::current_exception();
+        failure.keep(std::current_exception());
         shared.stop();
       }
     });
   }
   threads.clear();  // joins
-  if (thrown) {
-    std::rethrow_exception(thrown);
-  }
+  failure.rethrow();
 }
 
 std::string rateText(double bytesPerSecond) {

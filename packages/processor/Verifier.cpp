@@ -18,28 +18,33 @@ Partner::Partner(int cpu) : mThread(&Partner::serve, this, cpu) {}
 
 Partner::~Partner() {
   {
-    const std::lock_guard hold(mLock);
+    const System::LockHold hold(mLock);
     mStopped = true;
   }
-  mChanged.notify_all();
+  mChanged.notifyAll();
   mThread.join();
 }
 
 void Partner::serve(int cpu) {
   Common::pinThisThread(cpu);
-  std::unique_lock hold(mLock);
-  while (true) {
-    mChanged.wait(hold, [this] { return mStopped || mWork != nullptr; });
-    if (mStopped) {
-      return;
-    }
-    const std::function<void()>& work = *mWork;
-    hold.unlock();
-    work();
-    hold.lock();
-    mWork = nullptr;
-    mChanged.notify_all();
+  while (const std::function<void()>* const work = nextWork()) {
+    (*work)();
+    finishWork();
   }
+}
+
+const std::function<void()>* Partner::nextWork() {
+  const System::LockHold hold(mLock);
+  while (!mStopped && mWork == nullptr) {
+    mChanged.wait(mLock);
+  }
+  return mStopped ? nullptr : mWork;
+}
+
+void Partner::finishWork() {
+  const System::LockHold hold(mLock);
+  mWork = nullptr;
+  mChanged.notifyAll();
 }
 
 void Partner::together(const std::function<void()>& here, const std::function<void()>& there) {
@@ -56,14 +61,16 @@ void Partner::together(const std::function<void()>& here, const std::function<vo
     there();
   };
   {
-    const std::lock_guard hold(mLock);
+    const System::LockHold hold(mLock);
     mWork = &other;
   }
-  mChanged.notify_all();
+  mChanged.notifyAll();
   meet();
   here();
-  std::unique_lock hold(mLock);
-  mChanged.wait(hold, [this] { return mWork == nullptr; });
+  const System::LockHold hold(mLock);
+  while (mWork != nullptr) {
+    mChanged.wait(mLock);
+  }
 }
 
 Verifier::Verifier(int core, int partner, std::uint64_t seed, Observer& observer, ResultSeam* seam)

@@ -1,15 +1,15 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <thread>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packages/common/RandomSequence.h"
 
 namespace TarvexDiags::Processor {
@@ -67,11 +67,14 @@ class Partner {
 
  private:
   void serve(int cpu);
+  /// Waits for work; null at the end.
+  const std::function<void()>* nextWork();
+  void finishWork();
 
-  std::mutex mLock;
-  std::condition_variable mChanged;
-  const std::function<void()>* mWork = nullptr;
-  bool mStopped = false;
+  System::Mutex mLock;
+  System::ConditionVariable mChanged;
+  const std::function<void()>* mWork TARVEXDIAGS_GUARDED_BY(mLock) = nullptr;
+  bool mStopped TARVEXDIAGS_GUARDED_BY(mLock) = false;
   std::thread mThread;
 };
 

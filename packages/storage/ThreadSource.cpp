@@ -1,13 +1,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 #include "packages/storage/FileSource.h"
 
 namespace TarvexDiags::Storage {
@@ -19,23 +19,25 @@ class HandOver {
  public:
   void push(Entry entry) {
     {
-      const std::lock_guard<std::mutex> hold(m_lock);
+      const System::LockHold hold(m_lock);
       m_entries.push_back(std::move(entry));
     }
-    m_changed.notify_one();
+    m_changed.notifyOne();
   }
 
   void close() {
     {
-      const std::lock_guard<std::mutex> hold(m_lock);
+      const System::LockHold hold(m_lock);
       m_closed = true;
     }
-    m_changed.notify_all();
+    m_changed.notifyAll();
   }
 
   std::optional<Entry> pop() {
-    std::unique_lock<std::mutex> hold(m_lock);
-    m_changed.wait(hold, [this] { return m_closed || !m_entries.empty(); });
+    const System::LockHold hold(m_lock);
+    while (!m_closed && m_entries.empty()) {
+      m_changed.wait(m_lock);
+    }
     if (m_entries.empty()) {
       return std::nullopt;
     }
@@ -45,10 +47,10 @@ class HandOver {
   }
 
  private:
-  std::mutex m_lock;
-  std::condition_variable m_changed;
-  std::deque<Entry> m_entries;
-  bool m_closed = false;
+  System::Mutex m_lock;
+  System::ConditionVariable m_changed;
+  std::deque<Entry> m_entries TARVEXDIAGS_GUARDED_BY(m_lock);
+  bool m_closed TARVEXDIAGS_GUARDED_BY(m_lock) = false;
 };
 
 class ThreadSource final : public FileSource {
