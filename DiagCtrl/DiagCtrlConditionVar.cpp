@@ -12,59 +12,44 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/TraceScope.h"
+#include "System/Mutex.h"
 
 namespace TarvexDiags::DiagCtrl {
-
-namespace {
-
-/// Holds the plain mutex for a scope, also while a cancelled thread unwinds.
-class MutexHold {
- public:
-  explicit MutexHold(pthread_mutex_t& arMutex) : mrMutex(arMutex) { pthread_mutex_lock(&mrMutex); }
-  ~MutexHold() { pthread_mutex_unlock(&mrMutex); }
-  MutexHold(const MutexHold&) = delete;
-  MutexHold& operator=(const MutexHold&) = delete;
-
- private:
-  pthread_mutex_t& mrMutex;
-};
-
-}  // namespace
 
 DiagCtrlConditionVar::DiagCtrlConditionVar()
     : mmtxDiagCtrlLock(DiagCtrlConstants::mSconlDefaultLockTimeOut),
       mmtxDiagCtrlSignalLock(DiagCtrlConstants::mSconlDefaultLockTimeOut),
       mpDiagTracer(DiagTracer::getInstance()) {
   pthread_cond_init(&mcondConditionVar, nullptr);
-  pthread_mutex_init(&mut, nullptr);
+  pthread_mutex_init(&mut.handle, nullptr);
 }
 
 DiagCtrlConditionVar::~DiagCtrlConditionVar() {
   pthread_cond_destroy(&mcondConditionVar);
-  pthread_mutex_destroy(&mut);
+  pthread_mutex_destroy(&mut.handle);
 }
 
 void DiagCtrlConditionVar::wait() {
   const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::wait");
-  const MutexHold hold(mut);
-  pthread_cond_wait(&mcondConditionVar, &mut);
+  const System::LockHold hold(mut);
+  pthread_cond_wait(&mcondConditionVar, &mut.handle);
 }
 
 DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::timedWait(long alTimeout) {
   const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::timedWait");
-  const MutexHold hold(mut);
+  const System::LockHold hold(mut);
   return waitUntilDeadline(alTimeout);
 }
 
 DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::timedWaitSince(long alTimeout,
                                                                          unsigned long aulTicket) {
   const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::timedWait");
-  const MutexHold hold(mut);
+  const System::LockHold hold(mut);
   return mulSignals != aulTicket ? receivedSignal : waitUntilDeadline(alTimeout);
 }
 
 unsigned long DiagCtrlConditionVar::ticket() {
-  const MutexHold hold(mut);
+  const System::LockHold hold(mut);
   return mulSignals;
 }
 
@@ -74,15 +59,15 @@ void DiagCtrlConditionVar::signal() {
 }
 
 void DiagCtrlConditionVar::nudge() {
-  const MutexHold hold(mut);
+  const System::LockHold hold(mut);
   ++mulSignals;
   pthread_cond_signal(&mcondConditionVar);
 }
 
 DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::waitUntilDeadline(long alTimeout) {
   const timespec deadline = convertTime(alTimeout);
-  const auto usRetVal =
-      static_cast<std::uint16_t>(pthread_cond_timedwait(&mcondConditionVar, &mut, &deadline));
+  const auto usRetVal = static_cast<std::uint16_t>(
+      pthread_cond_timedwait(&mcondConditionVar, &mut.handle, &deadline));
   switch (usRetVal) {
     case EINVAL:
     case EFAULT:

@@ -6,6 +6,7 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -55,15 +56,24 @@ class TARVEXDIAGS_EXPORT DiagCtrlConditionVar {
   void nudge();
 
  private:
-  WaitRetStatus waitUntilDeadline(long alTimeout);
+  /// The platform's mutex, on which its condition variable waits.
+  class TARVEXDIAGS_CAPABILITY("mutex") PlainMutex {
+   public:
+    void lock() TARVEXDIAGS_ACQUIRE() { pthread_mutex_lock(&handle); }
+    void unlock() TARVEXDIAGS_RELEASE() { pthread_mutex_unlock(&handle); }
+
+    pthread_mutex_t handle{};
+  };
+
+  WaitRetStatus waitUntilDeadline(long alTimeout) TARVEXDIAGS_REQUIRES(mut);
   static timespec convertTime(long alTimeout);
 
   pthread_cond_t mcondConditionVar{};
-  pthread_mutex_t mut{};
+  PlainMutex mut;
   DiagCtrlLock mmtxDiagCtrlLock;
   DiagCtrlLock mmtxDiagCtrlSignalLock;
   DiagTracer* mpDiagTracer;
-  unsigned long mulSignals = 0;  // guarded by mut
+  unsigned long mulSignals TARVEXDIAGS_GUARDED_BY(mut) = 0;
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -327,13 +327,13 @@ void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
   }
 }
 
-// With the map's lock held.
 GlobalSettings::runMode ExecutionManagerThread::startWorker(TestRequest& arTestRequest,
                                                             ExecutionThread* apWorker) {
   const unsigned long id = arTestRequest.id();
   mExecutionThreadMap[id] = apWorker;
   apWorker->initialize(DiagThread::sched_Other, kWorkerStackBytes, kWorkerPriority);
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
+  bool isStarted = false;
   handlingFailures(
       [&] {
         mode = mrGlobalSetting.getRunMode();
@@ -341,11 +341,13 @@ GlobalSettings::runMode ExecutionManagerThread::startWorker(TestRequest& arTestR
           mrTestReqMgr.awaitTestExecCompleted(id, arTestRequest.claimedPass());
         }
         apWorker->start(nullptr);
+        isStarted = true;
       },
-      [&] {
-        mExecutionThreadMap.erase(id);
-        giveUpStart(arTestRequest, apWorker);
-      });
+      [] {});
+  if (!isStarted) {
+    mExecutionThreadMap.erase(id);
+    giveUpStart(arTestRequest, apWorker);
+  }
   return mode;
 }
 

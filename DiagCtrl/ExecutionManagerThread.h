@@ -10,6 +10,7 @@
 #include "DiagCtrl/GlobalSettings.h"
 #include "DiagCtrl/TestRequest.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -75,7 +76,8 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   void giveLocksBack(TestRequest& arTestRequest);
   void claimAndLaunch(TestRequest& arTestRequest);
   void launch(TestRequest& arTestRequest);
-  GlobalSettings::runMode startWorker(TestRequest& arTestRequest, ExecutionThread* apWorker);
+  GlobalSettings::runMode startWorker(TestRequest& arTestRequest, ExecutionThread* apWorker)
+      TARVEXDIAGS_REQUIRES(mmtxExecThreadMapCtrlLock);
   void giveUpStart(TestRequest& arTestRequest, ExecutionThread* apWorker);
   bool passToMonitor(TestRequest& arTestRequest);
   void waitForVerdict();
@@ -93,12 +95,12 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   DiagCtrlConditionVar mBatchConditionVar;
   DiagnosticController* mpDiagCtrl;
   DiagUtil* mpDiagUtil;
-  ExecutionThreadMap mExecutionThreadMap;
+  ExecutionThreadMap mExecutionThreadMap TARVEXDIAGS_GUARDED_BY(mmtxExecThreadMapCtrlLock);
   DiagTracer& mrDiagTracer;
   GlobalSettings& mrGlobalSetting;
   ResourceLockManager* mpResLockMgr;
   DiagCtrlLock mmtxDiagCtrlLock;
-  bool mbTRBatchCompletedFlag;
+  bool mbTRBatchCompletedFlag TARVEXDIAGS_GUARDED_BY(mmtxTRBatchDiagCtrlLock);
   DiagCtrlLock mmtxTRBatchDiagCtrlLock;
   DiagCtrlLock mmtxExecThreadMapCtrlLock;
 

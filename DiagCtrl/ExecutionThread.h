@@ -66,6 +66,7 @@ class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
   DiagUtil& mrDiagUtil;
   DiagCtrlLock m_resourceTagLock;
   std::unique_ptr<RequestReference> mpRequestReference;
+  // The worker's own.
   bool mbSystemLockGivenBack = false;
   bool mbResourceGivenBack = false;
 };

@@ -1,7 +1,6 @@
 #include "DiagCtrl/TestRequest.h"
 
 #include <exception>
-#include <functional>
 #include <utility>
 
 #include "DiagCtrl/DiagCtrlBaseException.h"
@@ -11,6 +10,7 @@
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/internal/GateScope.h"
 #include "DiagCtrl/internal/LockScope.h"
+#include "DiagCtrl/internal/LockedMethod.h"
 #include "DiagCtrl/internal/ReplaceStatus.h"
 #include "DiagCtrl/internal/TraceScope.h"
 
@@ -20,16 +20,6 @@ namespace {
 
 constexpr auto kMinorLock = DiagCtrlBaseException::LockNotAcquired;
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
-
-/// The accessors are alike: a trace, a lock, one access.
-template <class Access>
-auto locked(DiagTracer* apTracer, DiagCtrlLock& arLock, long alTimeOutValue, const char* apcMethod,
-            const char* apcText, Access aAccess, const char* apcFile = __builtin_FILE(),
-            unsigned long aulLine = __builtin_LINE()) {
-  const TraceScope trace(apTracer, apcMethod);
-  const LockScope lock(arLock, lockTimeOut(alTimeOutValue), kMinorLock, apcText, apcFile, aulLine);
-  return aAccess();
-}
 
 }  // namespace
 
@@ -67,8 +57,9 @@ TestRequest::~TestRequest() {
 }
 
 unsigned long TestRequest::getTestRequestId() {
-  return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getTestRequestId",
-                "TestRequest::getTestRequestId()", [this] { return mulTestRequestId.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getTestRequestId", mmtxTestReqLock, 0,
+                          kMinorLock, "TestRequest::getTestRequestId()");
+  return mulTestRequestId.load();
 }
 
 void TestRequest::setTestRequestId(unsigned long aulTestRequestId) {
@@ -77,19 +68,22 @@ void TestRequest::setTestRequestId(unsigned long aulTestRequestId) {
 }
 
 bool TestRequest::getToBeDroppedFlag() {
-  return locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::getToBeDroppedFlag",
-                "TestRequest::getToBeDroppedFlag()", [this] { return mbToBeDropped.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getToBeDroppedFlag", mmtxTestReqLock, 0,
+                          kMinorLock, "TestRequest::getToBeDroppedFlag()");
+  return mbToBeDropped.load();
 }
 
 void TestRequest::setToBeDroppedFlag(bool abToBeDropped) {
-  locked(mpDiagTracer, mmtxTestReqLock, 0, "TestRequest::setToBeDroppedFlag",
-         "TestRequest::setToBeDroppedFlag()", [&] { mbToBeDropped = abToBeDropped; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setToBeDroppedFlag", mmtxTestReqLock, 0,
+                          kMinorLock, "TestRequest::setToBeDroppedFlag()");
+  mbToBeDropped = abToBeDropped;
 }
 
 TestRequest::TestRequestStatus TestRequest::getTestRequestStatus(long alTimeOutValue) {
-  return locked(mpDiagTracer, mmtxTestReqStatusLock, alTimeOutValue,
-                "TestRequest::getTestRequestStatus", "TestRequest::getTestRequestStatus()",
-                [this] { return meTestRequestStatus.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getTestRequestStatus", mmtxTestReqStatusLock,
+                          lockTimeOut(alTimeOutValue), kMinorLock,
+                          "TestRequest::getTestRequestStatus()");
+  return meTestRequestStatus.load();
 }
 
 void TestRequest::setTestRequestStatus(TestRequestStatus aeStatus) {
@@ -111,8 +105,9 @@ void TestRequest::setStatusIfOpen(TestRequestStatus aeStatus) {
 }
 
 bool TestRequest::getAbortStatus() {
-  return locked(mpDiagTracer, mmtxTestReqAbortLock, 0, "TestRequest::getAbortStatus",
-                "TestRequest::getAbortStatus()", [this] { return mbAbortStatus.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getAbortStatus", mmtxTestReqAbortLock, 0,
+                          kMinorLock, "TestRequest::getAbortStatus()");
+  return mbAbortStatus.load();
 }
 
 void TestRequest::setAbortStatus(bool abAbortStatus, long alTimeOutValue) {
@@ -127,20 +122,21 @@ void TestRequest::setAbortStatus(bool abAbortStatus, long alTimeOutValue) {
 }
 
 Diag::IDiagnostics& TestRequest::getIDiagnostics() {
-  return locked(
-      mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::getIDiagnostics",
-      "TestRequest::getIDiagnostics()",
-      [this]() -> std::reference_wrapper<Diag::IDiagnostics> { return *mpIDiagnosticsPtr.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getIDiagnostics", mmtxIDiagLock, 0,
+                          kMinorLock, "TestRequest::getIDiagnostics()");
+  return *mpIDiagnosticsPtr.load();
 }
 
 Diag::IDiagnostics* TestRequest::getIDiagnosticsPtr() {
-  return locked(mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::getIDiagnosticsPtr",
-                "TestRequest::getIDiagnosticsPtr()", [this] { return mpIDiagnosticsPtr.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::getIDiagnosticsPtr", mmtxIDiagLock, 0,
+                          kMinorLock, "TestRequest::getIDiagnosticsPtr()");
+  return mpIDiagnosticsPtr.load();
 }
 
 void TestRequest::setIDiagnostics(Diag::IDiagnostics* apIDiagnostics) {
-  locked(mpDiagTracer, mmtxIDiagLock, 0, "TestRequest::setIDiagnostics",
-         "TestRequest::setIDiagnostics()", [&] { mpIDiagnosticsPtr = apIDiagnostics; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setIDiagnostics", mmtxIDiagLock, 0,
+                          kMinorLock, "TestRequest::setIDiagnostics()");
+  mpIDiagnosticsPtr = apIDiagnostics;
 }
 
 bool TestRequest::getHaltedStatus() {
@@ -149,8 +145,9 @@ bool TestRequest::getHaltedStatus() {
 }
 
 void TestRequest::setHaltedStatus(bool abHaltedStatus) {
-  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setHaltedStatus",
-         "TestRequest::setHaltedStatus()", [&] { mbHaltedStatus = abHaltedStatus; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setHaltedStatus", mmtxIDiagLock, -1,
+                          kMinorLock, "TestRequest::setHaltedStatus()");
+  mbHaltedStatus = abHaltedStatus;
 }
 
 bool TestRequest::getHaltLoopOnError() {
@@ -159,8 +156,9 @@ bool TestRequest::getHaltLoopOnError() {
 }
 
 void TestRequest::setHaltLoopOnError(bool abHaltLoopOnError) {
-  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setHaltLoopOnError",
-         "TestRequest::setHaltLoopOnError()", [&] { mbHaltLoopOnError = abHaltLoopOnError; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setHaltLoopOnError", mmtxIDiagLock, -1,
+                          kMinorLock, "TestRequest::setHaltLoopOnError()");
+  mbHaltLoopOnError = abHaltLoopOnError;
 }
 
 bool TestRequest::getMonitored() {
@@ -169,13 +167,15 @@ bool TestRequest::getMonitored() {
 }
 
 void TestRequest::setMonitored(bool abMonitored) {
-  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setMonitored",
-         "TestRequest::setMonitored()", [&] { mbMonitored = abMonitored; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setMonitored", mmtxIDiagLock, -1, kMinorLock,
+                          "TestRequest::setMonitored()");
+  mbMonitored = abMonitored;
 }
 
 void TestRequest::setExecutedAll(bool abExecutedAll) {
-  locked(mpDiagTracer, mmtxIDiagLock, -1, "TestRequest::setExecutedAll",
-         "TestRequest::setExecutedAll()", [&] { mbExecutedAll = abExecutedAll; });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::setExecutedAll", mmtxIDiagLock, -1,
+                          kMinorLock, "TestRequest::setExecutedAll()");
+  mbExecutedAll = abExecutedAll;
 }
 
 void TestRequest::setHandle(DLL_Handle aHandle) {
@@ -247,9 +247,9 @@ void TestRequest::releaseIDiagnostic(DiagnosticPackageInterface& apDiagPkgIntf,
 }
 
 bool TestRequest::ifIDiagnosticsDeleted() {
-  return locked(mpDiagTracer, mmtxRelLibraryLock, 0, "TestRequest::ifIDiagnosticsDeleted",
-                "TestRequest::ifIDiagnosticsDeleted()",
-                [this] { return mbLibraryReleased.load(); });
+  const LockedMethod hold(mpDiagTracer, "TestRequest::ifIDiagnosticsDeleted", mmtxRelLibraryLock, 0,
+                          kMinorLock, "TestRequest::ifIDiagnosticsDeleted()");
+  return mbLibraryReleased.load();
 }
 
 // The object goes first: its code lies in the library. A request whose load failed has no library.
@@ -322,7 +322,6 @@ TestRequest::Claim TestRequest::enterPackage() {
   return claim;
 }
 
-// Under the gate.
 bool TestRequest::isWorkerInside() const {
   return mbInFlight && mbEntered && !mbToBeDropped;
 }

@@ -9,6 +9,7 @@
 #include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -189,10 +190,11 @@ class TARVEXDIAGS_EXPORT TestRequest {
   Refusal& refusal() noexcept { return mRefusal; }
 
  private:
-  void setStatusIfOpen(TestRequestStatus aeStatus);
-  Claim lookBeforeStart() const;
-  bool isWorkerInside() const;
-  void destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf, long alTimeOutValue);
+  void setStatusIfOpen(TestRequestStatus aeStatus) TARVEXDIAGS_REQUIRES(mmtxTestReqStatusLock);
+  Claim lookBeforeStart() const TARVEXDIAGS_REQUIRES(mmtxDispatchGate);
+  bool isWorkerInside() const TARVEXDIAGS_REQUIRES(mmtxDispatchGate);
+  void destroyIDiagnostics(DiagnosticPackageInterface* apDiagPkgIntf, long alTimeOutValue)
+      TARVEXDIAGS_REQUIRES(mmtxRelLibraryLock);
 
   std::atomic<unsigned long> mulTestRequestId{0};
   std::atomic<bool> mbHaltLoopOnError{false};
@@ -213,24 +215,23 @@ class TARVEXDIAGS_EXPORT TestRequest {
   std::atomic<bool> mbExecutedOnce{false};
   std::atomic<bool> mbLibraryReleased{false};
   std::atomic<bool> mbMonitored{false};
-  bool mbExecutedAll = false;
+  bool mbExecutedAll TARVEXDIAGS_GUARDED_BY(mmtxIDiagLock) = false;
   std::atomic<bool> mbToBeDropped{false};
   DiagTracer* mpDiagTracer;
   std::atomic<DLL_Handle> mDLLHandle{nullptr};
 
   DiagCtrlLock mmtxDispatchGate;
-  // Guarded by the dispatch gate.
-  unsigned long mulClaims = 0;
-  unsigned long mulClaimsAtLook = 0;
-  bool mbInFlight = false;
-  bool mbEntered = false;  // by the worker of the latest claim
-  // Guarded by mmtxRelLibraryLock.
-  int miUsers = 0;
-  Diag::IDiagnostics* mpDyingIDiagnostics = nullptr;
-  DiagnosticPackageInterface* mpReleasedBy = nullptr;
+  unsigned long mulClaims TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) = 0;
+  unsigned long mulClaimsAtLook TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) = 0;
+  bool mbInFlight TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) = false;
+  bool mbEntered TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) =
+      false;  // by the worker of the latest claim
+  int miUsers TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = 0;
+  Diag::IDiagnostics* mpDyingIDiagnostics TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = nullptr;
+  DiagnosticPackageInterface* mpReleasedBy TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = nullptr;
 
   std::atomic<int> miReferences{0};
-  Refusal mRefusal;
+  Refusal mRefusal;  // the dispatcher's alone
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -102,28 +102,17 @@ int TestRequestManager::getTestReqProcessQueueSize() {
   return miProcessQueueSize;
 }
 
-TestRequestQueue& TestRequestManager::queueOf(TestRequestQueueType aeQueueType) {
+// Only ties each queue to its lock; the queue is touched by the caller, under that lock.
+TestRequestManager::LockedQueue TestRequestManager::queueOf(TestRequestQueueType aeQueueType) {
   switch (aeQueueType) {
     case WAIT:
-      return mTestRequestWaitQueue;
+      return {mmtxTestReqWaitLock, mTestRequestWaitQueue};
     case PROCESS:
-      return mTestRequestProcessQueue;
+      return {mmtxTestReqProcessLock, mTestRequestProcessQueue};
     case EXECUTION:
       break;
   }
-  return mTestRequestExecQueue;
-}
-
-DiagCtrlLock& TestRequestManager::lockOf(TestRequestQueueType aeQueueType) {
-  switch (aeQueueType) {
-    case WAIT:
-      return mmtxTestReqWaitLock;
-    case PROCESS:
-      return mmtxTestReqProcessLock;
-    case EXECUTION:
-      break;
-  }
-  return mmtxTestReqExecLock;
+  return {mmtxTestReqExecLock, mTestRequestExecQueue};
 }
 
 void TestRequestManager::prepareForQueue(TestRequestQueueType aeQueueType,
@@ -137,14 +126,13 @@ void TestRequestManager::prepareForQueue(TestRequestQueueType aeQueueType,
 }
 
 TestRequest* TestRequestManager::takeFront(TestRequestQueueType aeQueueType) {
-  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
-                       "TestRequestManager::frontTestRequestQueue()");
-  TestRequestQueue& queue = queueOf(aeQueueType);
-  if (queue.empty()) {
+  const LockedQueue queue = queueOf(aeQueueType);
+  const LockScope lock(queue.lock, 0, kMinorLock, "TestRequestManager::frontTestRequestQueue()");
+  if (queue.requests.empty()) {
     return nullptr;
   }
-  TestRequest* front = queue.front();
-  queue.pop_front();
+  TestRequest* front = queue.requests.front();
+  queue.requests.pop_front();
   miProcessQueueSize -= aeQueueType == PROCESS ? 1 : 0;
   return front;
 }
@@ -162,20 +150,21 @@ RequestReference TestRequestManager::popTestRequestQueue(TestRequestQueueType ae
 void TestRequestManager::pushBackTestRequestQueue(TestRequestQueueType aeQueueType,
                                                   TestRequest* apTestRequest) {
   const TraceScope trace(mpDiagTracer, "TestRequestManager::pushBackTestRequestQueue");
-  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
-                       "TestRequestManager::pushBackTestRequestQueue()");
+  const LockedQueue queue = queueOf(aeQueueType);
+  const LockScope lock(queue.lock, 0, kMinorLock, "TestRequestManager::pushBackTestRequestQueue()");
   prepareForQueue(aeQueueType, *apTestRequest);
-  queueOf(aeQueueType).push_back(apTestRequest);
+  queue.requests.push_back(apTestRequest);
   miProcessQueueSize += aeQueueType == PROCESS ? 1 : 0;
 }
 
 void TestRequestManager::pushFrontTestRequestQueue(TestRequestQueueType aeQueueType,
                                                    TestRequest* apTestRequest) {
   const TraceScope trace(mpDiagTracer, "TestRequestManager::pushFrontTestRequestQueue");
-  const LockScope lock(lockOf(aeQueueType), 0, kMinorLock,
+  const LockedQueue queue = queueOf(aeQueueType);
+  const LockScope lock(queue.lock, 0, kMinorLock,
                        "TestRequestManager::pushFrontTestRequestQueue()");
   prepareForQueue(aeQueueType, *apTestRequest);
-  queueOf(aeQueueType).push_front(apTestRequest);
+  queue.requests.push_front(apTestRequest);
   miProcessQueueSize += aeQueueType == PROCESS ? 1 : 0;
 }
 

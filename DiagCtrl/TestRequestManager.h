@@ -11,6 +11,7 @@
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "DiagCtrl/TestRequest.h"
 #include "System/Export.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -116,19 +117,23 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   void deleteRetiredRequests();
 
  private:
-  TestRequestQueue& queueOf(TestRequestQueueType aeQueueType);
-  DiagCtrlLock& lockOf(TestRequestQueueType aeQueueType);
+  /// A queue with its lock.
+  struct LockedQueue {
+    DiagCtrlLock& lock;
+    TestRequestQueue& requests TARVEXDIAGS_GUARDED_BY(lock);
+  };
+  LockedQueue queueOf(TestRequestQueueType aeQueueType);
   void prepareForQueue(TestRequestQueueType aeQueueType, TestRequest& arTestRequest);
   TestRequest* takeFront(TestRequestQueueType aeQueueType);
-  TestRequest* findTestRequest(unsigned long testReqId);
+  TestRequest* findTestRequest(unsigned long testReqId) TARVEXDIAGS_REQUIRES(mmtxTestReqIdMapLock);
 
   static std::atomic<unsigned long> mSulCurrentTestReqIdNumber;
   static constexpr unsigned long mSConUlstartNumberTestRequestId = 0;
-  TestRequestQueue mTestRequestWaitQueue;
-  TestRequestQueue mTestRequestProcessQueue;
-  TestRequestQueue mTestRequestExecQueue;
-  TestRequestMap mTestRequestMap;
-  TestRequestIdList mTestRequestIdList;
+  TestRequestQueue mTestRequestWaitQueue TARVEXDIAGS_GUARDED_BY(mmtxTestReqWaitLock);
+  TestRequestQueue mTestRequestProcessQueue TARVEXDIAGS_GUARDED_BY(mmtxTestReqProcessLock);
+  TestRequestQueue mTestRequestExecQueue TARVEXDIAGS_GUARDED_BY(mmtxTestReqExecLock);
+  TestRequestMap mTestRequestMap TARVEXDIAGS_GUARDED_BY(mmtxTestReqIdMapLock);
+  TestRequestIdList mTestRequestIdList TARVEXDIAGS_GUARDED_BY(mmtxTestReqIdListLock);
   DiagCtrlLock mmtxTestReqWaitLock;
   DiagCtrlLock mmtxTestReqProcessLock;
   DiagCtrlLock mmtxTestReqExecLock;
@@ -139,13 +144,13 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   DiagCtrlConditionVar* mpCondVarTRExecQueue;
   DiagCtrlLock mmtxLock;
   DiagCtrlLock mmtxTestExecCompletedLock;
-  bool mbTestExecCompleted;
+  bool mbTestExecCompleted TARVEXDIAGS_GUARDED_BY(mmtxTestExecCompletedLock);
   DiagTracer* mpDiagTracer;
 
-  std::atomic<int> miProcessQueueSize{0};     // read without the queue's lock
-  unsigned long mulAwaitedTestRequestId = 0;  // guarded by mmtxTestExecCompletedLock, as the next
-  unsigned long mulAwaitedPass = 0;
-  std::vector<TestRequest*> mRetiredRequests;  // guarded by mmtxTestReqIdMapLock
+  std::atomic<int> miProcessQueueSize{0};  // read without the queue's lock
+  unsigned long mulAwaitedTestRequestId TARVEXDIAGS_GUARDED_BY(mmtxTestExecCompletedLock) = 0;
+  unsigned long mulAwaitedPass TARVEXDIAGS_GUARDED_BY(mmtxTestExecCompletedLock) = 0;
+  std::vector<TestRequest*> mRetiredRequests TARVEXDIAGS_GUARDED_BY(mmtxTestReqIdMapLock);
   std::atomic<int> miWorkers{0};
 };
 

@@ -19,7 +19,7 @@ ClientCallScope::ClientCallScope(ClientCallCount& arCount) {
     mbInside = true;
     return;
   }
-  const std::lock_guard<std::mutex> hold(arCount.mMutex);
+  const System::LockHold hold(arCount.mMutex);
   if (arCount.mbClosed) {
     mbTurnedAway = true;
     return;
@@ -42,20 +42,22 @@ void ClientCallScope::leave() {
     return;
   }
   tCurrent = nullptr;
-  const std::lock_guard<std::mutex> hold(count->mMutex);
+  const System::LockHold hold(count->mMutex);
   if (--count->mulInside == 0) {
-    count->mLastLeft.notify_all();
+    count->mLastLeft.notifyAll();
   }
 }
 
 ClientCallClosure::ClientCallClosure(ClientCallCount& arCount) : mrCount(arCount) {
-  std::unique_lock<std::mutex> hold(mrCount.mMutex);
+  const System::LockHold hold(mrCount.mMutex);
   mrCount.mbClosed = true;
-  mrCount.mLastLeft.wait(hold, [this] { return mrCount.mulInside == 0; });
+  while (mrCount.mulInside != 0) {
+    mrCount.mLastLeft.wait(mrCount.mMutex);
+  }
 }
 
 ClientCallClosure::~ClientCallClosure() {
-  const std::lock_guard<std::mutex> hold(mrCount.mMutex);
+  const System::LockHold hold(mrCount.mMutex);
   mrCount.mbClosed = false;
 }
 
@@ -66,12 +68,12 @@ void ClientCallScope::leaveCurrent() {
 }
 
 void ClientCallCount::beginLife() {
-  const std::lock_guard<std::mutex> hold(mMutex);
+  const System::LockHold hold(mMutex);
   ++mulLife;
 }
 
 unsigned long ClientCallCount::life() {
-  const std::lock_guard<std::mutex> hold(mMutex);
+  const System::LockHold hold(mMutex);
   return mulLife;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -24,11 +24,11 @@ class ClientCallCount {
   friend class ClientCallScope;
   friend class ClientCallClosure;
 
-  std::mutex mMutex;
-  std::condition_variable mLastLeft;
-  unsigned long mulInside = 0;
-  unsigned long mulLife = 0;
-  bool mbClosed = false;
+  System::Mutex mMutex;
+  System::ConditionVariable mLastLeft;
+  unsigned long mulInside TARVEXDIAGS_GUARDED_BY(mMutex) = 0;
+  unsigned long mulLife TARVEXDIAGS_GUARDED_BY(mMutex) = 0;
+  bool mbClosed TARVEXDIAGS_GUARDED_BY(mMutex) = false;
 };
 
 /// One call, counted from the construction to `leave` or the end of the scope, whichever way that

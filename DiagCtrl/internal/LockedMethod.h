@@ -13,11 +13,11 @@ class TARVEXDIAGS_SCOPED_CAPABILITY LockedMethod {
  public:
   /// @param apcMethod "Class::method". @param apcText what a failure to lock is named after.
   LockedMethod(DiagTracer* apDiagTracer, const char* apcMethod, DiagCtrlLock& arLock,
-               long alTimeOutValue, const char* apcText, const char* apcFile = __builtin_FILE(),
+               long alTimeOutValue, DiagCtrlBaseException::MinorCodeEnum aeMinorCode,
+               const char* apcText, const char* apcFile = __builtin_FILE(),
                unsigned long aulLine = __builtin_LINE()) TARVEXDIAGS_ACQUIRE(arLock)
       : mTrace(apDiagTracer, apcMethod),
-        mLock(arLock, alTimeOutValue, DiagCtrlBaseException::MutexException, apcText, apcFile,
-              aulLine) {}
+        mLock(arLock, alTimeOutValue, aeMinorCode, apcText, apcFile, aulLine) {}
   ~LockedMethod() TARVEXDIAGS_RELEASE() {
   }  // NOLINT(modernize-use-equals-default): carries the mark
   LockedMethod(const LockedMethod&) = delete;
