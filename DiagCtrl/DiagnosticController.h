@@ -4,7 +4,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -378,6 +377,16 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
  private:
   struct QueueTarget;
+  /// The objects that are woken for a kind of message, with their lock.
+  struct CallBackList {
+    DiagCtrlLock& lock;
+    std::list<CallBackObject*>& objects TARVEXDIAGS_GUARDED_BY(lock);
+  };
+  CallBackList eventCallBacks() { return {mmtxEvtCBObjListLock, mlEventCallBackObjList}; }
+  CallBackList resultCallBacks() { return {mmtxResCBObjListLock, mlResultCallBackObjList}; }
+  CallBackList ctrlEventCallBacks() {
+    return {mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList};
+  }
 
   DiagnosticController();
 
@@ -403,18 +412,21 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   bool readControlFile(TraceScope& arTrace);
   void openTraceFile(TraceScope& arTrace);
   void readMessageFilePath();
-  void undoStart();
+  void undoStart(ExecutionManagerThread* apDispatcher);
   errorCode startMachinery(TraceScope& arTrace);
   void setShutDownRequest(bool abShutDownRequest);
   void setResetRequest(bool abResetRequest);
-  void stopTests(const TraceScope& arTrace);
-  void stopThreads(const TraceScope& arTrace);
+  errorCode takeDown(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  /// Said where the resetting thread takes down and starts again: it has taken the lock before.
+  void holdsApiPhaseLock() const noexcept TARVEXDIAGS_ASSERT_CAPABILITY(mmtxApiPhaseLock) {}
+  void stopTests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  void stopThreads(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   template <class Thread>
-  void endThread(Thread*& arpThread, const TraceScope& arTrace);
+  void endThread(Thread* apThread, const TraceScope& arTrace);
+  void publishThread(ExecutionManagerThread* apThread);
+  void publishThread(MonitorThread* apThread);
   template <class Thread>
-  void publishThread(Thread*& arpThread, Thread* apNext);
-  template <class Thread>
-  void deleteThread(Thread*& arpThread);
+  void deleteThread(Thread* apThread);
   void dropRequestsAndRegistrations(const TraceScope& arTrace);
   void dropCatalogue(const TraceScope& arTrace);
   void dropManagersAndSettings();
@@ -429,8 +441,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // Registration and collection.
   errorCode registerFor(const QueueTarget& arTarget, CallBackObject* apCallBackObj,
                         unsigned long& arulRegistrationId);
-  void notifyAll(const char* apcMethod, const char* apcText, DiagCtrlLock& arLock,
-                 std::list<CallBackObject*>& arObjects);
+  void notifyAll(const char* apcMethod, const char* apcText, const CallBackList& arList);
   template <class Messages>
   errorCode fetchMessages(const char* apcMethod, const char* apcUnknownText,
                           Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
@@ -491,7 +502,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   RequestReference findRequest(const TraceScope& arTrace, unsigned long aulTestRequestId,
                                long alTimeOutValue);
   void abortRequest(TestRequest& arTestRequest, long alTimeOutValue);
-  errorCode abortAllRequests(const TraceScope& arTrace);
+  errorCode abortAllRequests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   void abortWorkersLeft();
   template <class Read>
   errorCode askPackage(const char* apcMethod, unsigned long aulTestRequestId,
@@ -515,18 +526,19 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   static System::Mutex mSInstanceMutex;
   static DiagnosticController* mSpInstance TARVEXDIAGS_GUARDED_BY(mSInstanceMutex);
-  std::list<CallBackObject*> mlEventCallBackObjList;
-  std::list<CallBackObject*> mlResultCallBackObjList;
-  std::list<CallBackObject*> mlCtrlEventCallBackObjList;
+  std::list<CallBackObject*> mlEventCallBackObjList TARVEXDIAGS_GUARDED_BY(mmtxEvtCBObjListLock);
+  std::list<CallBackObject*> mlResultCallBackObjList TARVEXDIAGS_GUARDED_BY(mmtxResCBObjListLock);
+  std::list<CallBackObject*> mlCtrlEventCallBackObjList
+      TARVEXDIAGS_GUARDED_BY(mmtxCtrlEvtCBObjListLock);
   DiagControllerStatus* mpDiagCtrlStatus;
   char* mpcCtrlConfigFilePath;
   GlobalSettings* mpGlobalSettings;
   ResourceLockManager* mpResourceLockManager;
   EventManager* mpEventManager;
   TestRequestManager* mpTestRequestManager;
-  MonitorThread* mpMoniThread;
-  ExecutionManagerThread* mpExecMgrThread;
-  PackageObjectMap mPackageObjectMap;
+  MonitorThread* mpMoniThread TARVEXDIAGS_GUARDED_BY(mThreadPointersMutex);
+  ExecutionManagerThread* mpExecMgrThread TARVEXDIAGS_GUARDED_BY(mThreadPointersMutex);
+  PackageObjectMap mPackageObjectMap TARVEXDIAGS_GUARDED_BY(mmtxPackageVectorLock);
   DiagnosticPackageInterface* mpDiagPackInterface;
   PackageMap mPackageMap;
   [[maybe_unused]] long mlRequestId;
@@ -537,15 +549,15 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   char* mpcLogDirPath;
   char* mpcMsgFilePath;
   PackageNameVector mvPackageNameVector;
-  DisablePackList mDisablePackageList;
+  DisablePackList mDisablePackageList TARVEXDIAGS_GUARDED_BY(mmtxDisPackageListLock);
   DiagUtil* mpDiagUtil;
   DiagValidator* mpValidator;
   unsigned short musMachineId;
   std::string mOs;
-  int mProgressEnumeration;
-  bool mbShutDownRequest;
+  int mProgressEnumeration TARVEXDIAGS_GUARDED_BY(mmtxProgressLock);
+  bool mbShutDownRequest TARVEXDIAGS_GUARDED_BY(mmtxShutDownLock);
   bool mbMsgFilePathFound;
-  bool mbAbortAllFlag;
+  bool mbAbortAllFlag TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   std::atomic<bool> mbResetRequest;
   DiagCtrlLock mmtxTestRequestLock;
   DiagCtrlLock mmtxApiPhaseLock;
@@ -563,7 +575,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   std::unique_ptr<ClientCallCount> mpClientCalls;
   /// Held to read the stamp of a thread, and to change the pointer to one. Never around a join.
-  std::mutex mThreadPointersMutex;
+  System::Mutex mThreadPointersMutex;
   std::atomic<std::thread::id> mResettingThread;
   /// Libraries whose devices a request of an earlier enumeration may still use.
   std::vector<void*> mRetiredHandles;

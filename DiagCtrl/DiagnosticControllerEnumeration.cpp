@@ -411,12 +411,13 @@ DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int 
 
 DiagnosticController::errorCode DiagnosticController::enumerateAgain(const TraceScope& arTrace,
                                                                      int packageIndex) {
+  const AtRestScope rest;
+  kClientsAtRest.standsFor(mmtxPackageVectorLock);
   const auto entry = mPackageObjectMap.find(packageIndex);
   if (entry == mPackageObjectMap.end() || !mPackageMap.contains(packageIndex)) {
     return PACKAGE_NOT_FOUND;
   }
   DiagnosticPackage& package = *entry->second;
-  const AtRestScope rest;
   removeResourceLocks(arTrace, package);
   if (mpTestRequestManager->isPackageInUse(package)) {
     // A request of the earlier enumeration may still reach its device, whose code lies there.

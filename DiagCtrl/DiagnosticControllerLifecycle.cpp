@@ -146,42 +146,48 @@ void DiagnosticController::openTraceFile(TraceScope& arTrace) {
 }
 
 /// Stores the pointer to a thread where a client's question about its health finds it.
-template <class Thread>
-void DiagnosticController::publishThread(Thread*& arpThread, Thread* apNext) {
-  const std::lock_guard<std::mutex> hold(mThreadPointersMutex);
-  arpThread = apNext;
+void DiagnosticController::publishThread(ExecutionManagerThread* apThread) {
+  const System::LockHold hold(mThreadPointersMutex);
+  mpExecMgrThread = apThread;
+}
+void DiagnosticController::publishThread(MonitorThread* apThread) {
+  const System::LockHold hold(mThreadPointersMutex);
+  mpMoniThread = apThread;
 }
 
 // The object is out of reach before it goes: its destructor may join the threads that it owns, and
 // a client's question does not wait for those.
 template <class Thread>
-void DiagnosticController::deleteThread(Thread*& arpThread) {
-  Thread* thread = arpThread;
-  publishThread<Thread>(arpThread, nullptr);
-  delete thread;
+void DiagnosticController::deleteThread(Thread* apThread) {
+  publishThread(static_cast<Thread*>(nullptr));
+  delete apThread;
 }
 
 /// Stops a thread, waits for its end and deletes it.
 template <class Thread>
-void DiagnosticController::endThread(Thread*& arpThread, const TraceScope& arTrace) {
-  if (arpThread == nullptr) {
+void DiagnosticController::endThread(Thread* apThread, const TraceScope& arTrace) {
+  if (apThread == nullptr) {
     return;
   }
   try {
-    arpThread->stop();
-    arpThread->join();
+    apThread->stop();
+    apThread->join();
   } catch (const DiagCtrlUnsupportedOperation&) {
     arTrace.warning("WARNING: DiagCtrlUnsupportedOperation");
   } catch (const DiagCtrlMutexException&) {
     arTrace.warning("WARNING: DiagCtrlMutexException");
   }
-  deleteThread(arpThread);
+  deleteThread(apThread);
 }
 
 // The order of creation is what all subsystems rely on.
 DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope& arTrace) {
   mpClientCalls->beginLife();
-  mProgressEnumeration = 0;
+  {
+    const AtRestScope rest;
+    kClientsAtRest.standsFor(mmtxProgressLock);
+    mProgressEnumeration = 0;
+  }
   mOs = System::SysUtil::getOs();
   if (mOs.empty()) {
     arTrace.error("UNABLE_TO_GET_OS: ");
@@ -191,22 +197,24 @@ DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope&
   mpEventManager = EventManager::getInstance();
   mpTestRequestManager = new TestRequestManager;
   mpResourceLockManager = ResourceLockManager::getInstance();
-  publishThread(mpExecMgrThread, new ExecutionManagerThread(*mpTestRequestManager,
-                                                            *mpGlobalSettings, *mpDiagTracer));
-  if (!startThread(*mpExecMgrThread, arTrace)) {
-    undoStart();
+  auto* dispatcher =
+      new ExecutionManagerThread(*mpTestRequestManager, *mpGlobalSettings, *mpDiagTracer);
+  publishThread(dispatcher);
+  if (!startThread(*dispatcher, arTrace)) {
+    undoStart(dispatcher);
     arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
     return UNABLE_TO_INIT_MONI_THREAD;
   }
   mpDiagPackInterface = new DiagnosticPackageInterface;
-  publishThread(mpMoniThread, new MonitorThread(*mpEventManager, *mpTestRequestManager,
-                                                *mpExecMgrThread, *this, *mpDiagPackInterface));
-  if (!startThread(*mpMoniThread, arTrace)) {
-    deleteThread(mpMoniThread);
+  auto* monitor = new MonitorThread(*mpEventManager, *mpTestRequestManager, *dispatcher, *this,
+                                    *mpDiagPackInterface);
+  publishThread(monitor);
+  if (!startThread(*monitor, arTrace)) {
+    deleteThread(monitor);
     deleteAndNull(mpDiagPackInterface);
-    mpExecMgrThread->stop();
-    mpExecMgrThread->join();
-    undoStart();
+    dispatcher->stop();
+    dispatcher->join();
+    undoStart(dispatcher);
     arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
     return UNABLE_TO_INIT_MONI_THREAD;
   }
@@ -222,8 +230,8 @@ void DiagnosticController::readMessageFilePath() {
   }
 }
 
-void DiagnosticController::undoStart() {
-  deleteThread(mpExecMgrThread);
+void DiagnosticController::undoStart(ExecutionManagerThread* apDispatcher) {
+  deleteThread(apDispatcher);
   deleteAndNull(mpResourceLockManager);
   deleteAndNull(mpTestRequestManager);
   deleteAndNull(mpEventManager);
@@ -239,16 +247,21 @@ DiagnosticController::errorCode DiagnosticController::shutDown() {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::shutDown");
   // Before the lock, so that an enumeration in progress ends between two packages.
   setShutDownRequest(true);
-  std::optional<LockScope> apiLock;
-  if (!isResetting()) {
-    apiLock.emplace(mmtxApiPhaseLock, -1);
+  if (isResetting()) {
+    holdsApiPhaseLock();
+    return takeDown(trace);
   }
-  stopTests(trace);
-  stopThreads(trace);
+  const LockScope apiLock(mmtxApiPhaseLock, -1);
+  return takeDown(trace);
+}
+
+DiagnosticController::errorCode DiagnosticController::takeDown(const TraceScope& arTrace) {
+  stopTests(arTrace);
+  stopThreads(arTrace);
   // Opened again only in the new phase, at which the gate refuses by itself.
   const ClientCallClosure closure(*mpClientCalls);
-  dropRequestsAndRegistrations(trace);
-  dropCatalogue(trace);
+  dropRequestsAndRegistrations(arTrace);
+  dropCatalogue(arTrace);
   dropManagersAndSettings();
   TestRequestManager::resetRequestId();
   mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::UNINITIALISED, -1);
@@ -286,8 +299,15 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
 
 // The monitor first: its end frees a dispatcher that waits for a verdict.
 void DiagnosticController::stopThreads(const TraceScope& arTrace) {
-  endThread(mpMoniThread, arTrace);
-  endThread(mpExecMgrThread, arTrace);
+  MonitorThread* monitor = nullptr;
+  ExecutionManagerThread* dispatcher = nullptr;
+  {
+    const System::LockHold hold(mThreadPointersMutex);
+    monitor = mpMoniThread;
+    dispatcher = mpExecMgrThread;
+  }
+  endThread(monitor, arTrace);
+  endThread(dispatcher, arTrace);
   mbAbortAllFlag = false;
 }
 
@@ -305,18 +325,17 @@ void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrac
     mpEventManager->clearResultQueues();
     mpEventManager->clearEventQueues();
   }
-  const auto clearList = [](DiagCtrlLock& arLock, std::list<CallBackObject*>& arObjects) {
-    const LockScope lock(arLock, 0);
-    arObjects.clear();  // the objects are the clients'
-  };
-  clearList(mmtxEvtCBObjListLock, mlEventCallBackObjList);
-  clearList(mmtxResCBObjListLock, mlResultCallBackObjList);
-  clearList(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+  for (const CallBackList& list : {eventCallBacks(), resultCallBacks(), ctrlEventCallBacks()}) {
+    const LockScope lock(list.lock, 0);
+    list.objects.clear();  // the objects are the clients'
+  }
 }
 
 // Each description goes before its library: the devices' code lies there.
 void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
   const AtRestScope rest;
+  kClientsAtRest.standsFor(mmtxDisPackageListLock);
+  kClientsAtRest.standsFor(mmtxPackageVectorLock);
   mDisablePackageList.clear();
   deleteAndNull(mpResourceLockManager);
   const auto releaseLibrary = [&](void* apHandle) {
@@ -410,7 +429,7 @@ DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
   auto status = std::make_unique<DiagControllerStatus>();
   const time_t now = time(nullptr);
   {
-    const std::lock_guard<std::mutex> hold(mThreadPointersMutex);
+    const System::LockHold hold(mThreadPointersMutex);
     status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
     status->setMonThrHealth(isFresh(mpMoniThread, now));
   }

@@ -31,23 +31,21 @@ struct DiagnosticController::QueueTarget {
   const char* method;
   ClientCall call;
   unsigned long (EventManager::*createQueue)();
-  DiagCtrlLock& listLock;
-  std::list<CallBackObject*>& objects;
+  CallBackList list;
 };
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagEvents(
     CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId) {
-  return registerFor(
-      {"DiagnosticController::registerForDiagEvents", ClientCall::registerForEvents,
-       &EventManager::createEventQueue, mmtxEvtCBObjListLock, mlEventCallBackObjList},
-      apCallBackObj, ulDiagEventRegId);
+  return registerFor({"DiagnosticController::registerForDiagEvents", ClientCall::registerForEvents,
+                      &EventManager::createEventQueue, eventCallBacks()},
+                     apCallBackObj, ulDiagEventRegId);
 }
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagResults(
     CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId) {
   return registerFor(
       {"DiagnosticController::registerForDiagResults", ClientCall::registerForResults,
-       &EventManager::createResultQueue, mmtxResCBObjListLock, mlResultCallBackObjList},
+       &EventManager::createResultQueue, resultCallBacks()},
       apCallBackObj, ulDiagResultRegId);
 }
 
@@ -55,7 +53,7 @@ DiagnosticController::errorCode DiagnosticController::registerForDiagCtrlEvents(
     CallBackObject* apCallBackObj, unsigned long& ulDiagCtrlEventRegId) {
   return registerFor(
       {"DiagnosticController::registerForDiagCtrlEvents", ClientCall::registerForCtrlEvents,
-       &EventManager::createCtrlEventQueue, mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList},
+       &EventManager::createCtrlEventQueue, ctrlEventCallBacks()},
       apCallBackObj, ulDiagCtrlEventRegId);
 }
 
@@ -77,8 +75,8 @@ DiagnosticController::errorCode DiagnosticController::registerFor(
       return UNABLE_TO_REGISTER;
     }
     try {
-      const LockScope lock(arTarget.listLock, 0);
-      arTarget.objects.push_back(apCallBackObj);
+      const LockScope lock(arTarget.list.lock, 0);
+      arTarget.list.objects.push_back(apCallBackObj);
     } catch (const DiagCtrlMutexException&) {
       trace.error("UNABLE_TO_GET_LOCK: ");
       return UNABLE_TO_GET_LOCK;
@@ -88,27 +86,27 @@ DiagnosticController::errorCode DiagnosticController::registerFor(
 }
 
 void DiagnosticController::notifyAll(const char* apcMethod, const char* apcText,
-                                     DiagCtrlLock& arLock, std::list<CallBackObject*>& arObjects) {
+                                     const CallBackList& arList) {
   const TraceScope trace(mpDiagTracer, apcMethod);
-  const LockScope lock(arLock, 0, kMinorLock, apcText);
-  for (CallBackObject* object : arObjects) {
+  const LockScope lock(arList.lock, 0, kMinorLock, apcText);
+  for (CallBackObject* object : arList.objects) {
     object->notify();
   }
 }
 
 void DiagnosticController::notifyEvent() {
   notifyAll("DiagnosticController::notifyEvent", "DiagnosticController::notifyEvent()",
-            mmtxEvtCBObjListLock, mlEventCallBackObjList);
+            eventCallBacks());
 }
 
 void DiagnosticController::notifyResult() {
   notifyAll("DiagnosticController::notifyResult", "DiagnosticController::notifyResult()",
-            mmtxResCBObjListLock, mlResultCallBackObjList);
+            resultCallBacks());
 }
 
 void DiagnosticController::notifyCtrlEvent() {
   notifyAll("DiagnosticController::notifyCtrlEvent", "DiagnosticController::notifyCtrlEvent()",
-            mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+            ctrlEventCallBacks());
 }
 
 template <class Messages>
@@ -167,15 +165,15 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
 DiagnosticController::errorCode DiagnosticController::getNumberOfRegistrations(
     unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfRegistrations");
-  const auto count = [](DiagCtrlLock& arLock, const std::list<CallBackObject*>& arObjects) {
-    const LockScope lock(arLock, 0);
-    return static_cast<unsigned int>(arObjects.size());
+  const auto count = [](const CallBackList& arList) {
+    const LockScope lock(arList.lock, 0);
+    return static_cast<unsigned int>(arList.objects.size());
   };
   return answerInside(ClientCall::countRegistrations, trace, [&] {
     try {
-      auiEvtReg = count(mmtxEvtCBObjListLock, mlEventCallBackObjList);
-      auiResReg = count(mmtxResCBObjListLock, mlResultCallBackObjList);
-      auiCtrlEvtReg = count(mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList);
+      auiEvtReg = count(eventCallBacks());
+      auiResReg = count(resultCallBacks());
+      auiCtrlEvtReg = count(ctrlEventCallBacks());
     } catch (const DiagCtrlMutexException&) {
       return UNABLE_TO_GET_LOCK;
     }
