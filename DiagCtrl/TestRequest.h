@@ -35,6 +35,28 @@ typedef std::list<int> DiagIntList;
 /// Pins keep the package's object alive while a thread is inside of it: a release meanwhile hides
 /// the object, and the last user destroys it.
 ///
+/// Who may free what, and when:
+///
+/// | What              | Freed by                | When                                          |
+/// |-------------------|-------------------------|-----------------------------------------------|
+/// | the request       | the client call         | it could not be queued                        |
+/// |                   | TestRequestManager      | its map is cleared and nobody refers to it;   |
+/// |                   |                         | else in the shut-down, or with the manager    |
+/// | its settings      | the request             | with it                                       |
+/// | the object of the | an abort                | it met the request in a queue                 |
+/// | package, then the | the monitor             | the request was dropped                       |
+/// | library           | the last pin            | one of these came while it was inside         |
+/// |                   | the request             | with it, if none of these came                |
+/// | a worker          | the monitor             | joined, at a verdict or before the next pass  |
+/// |                   | the dispatcher          | it could not be started                       |
+/// |                   | ~ExecutionManagerThread | joined, at the end                            |
+/// | package, device   | the controller          | enumerated anew, or shut down; what a request |
+/// |                   |                         | that is referred to needs: in the shut-down   |
+///
+/// A queue entry, a worker, and each thread or client call that works on a request holds a
+/// reference. The package's object is only touched within a pin, but for the worker, which is
+/// reclaimed before the object goes.
+///
 /// Thread-safety: any thread may call any operation. Accessors that lock may throw
 /// DiagCtrlMutexException. Objects belong to TestRequestManager once queued.
 class TARVEXDIAGS_EXPORT TestRequest {
