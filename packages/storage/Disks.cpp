@@ -61,7 +61,14 @@ bool isDisk(const fs::path& folder, const std::string& name) {
   return !cardArea && readNumber(folder / "hidden", 0) == 0 && readNumber(folder / "size", 0) > 0;
 }
 
-Attachment attachmentOf(const fs::path& folder, const std::string& name) {
+/** @brief A hypervisor's disks come under names of their own, whatever bus they imitate. */
+bool isVirtual(const std::string& vendor, const std::string& model) {
+  return beginsWithAny(vendor, {"QEMU", "VMware", "Msft", "VBOX", "Google", "Xen"}) ||
+         beginsWithAny(model, {"QEMU", "VMware", "VBOX", "Virtual"});
+}
+
+Attachment attachmentOf(const fs::path& folder, const std::string& name,
+                        VirtualDisks virtualDisks) {
   if (name.starts_with("nvme")) {
     return Attachment::nvme;
   }
@@ -71,22 +78,20 @@ Attachment attachmentOf(const fs::path& folder, const std::string& name) {
   if (!name.starts_with("sd") && !name.starts_with("hd")) {
     return Attachment::virtualDisk;
   }
-  // A hypervisor's disks come under names of their own, whatever bus they imitate.
   const std::string vendor = readLine(folder / "device/vendor");
-  const std::string model = readLine(folder / "device/model");
-  if (beginsWithAny(vendor, {"QEMU", "VMware", "Msft", "VBOX", "Google", "Xen"}) ||
-      beginsWithAny(model, {"QEMU", "VMware", "VBOX", "Virtual"})) {
+  if (virtualDisks == VirtualDisks::withoutHealth &&
+      isVirtual(vendor, readLine(folder / "device/model"))) {
     return Attachment::virtualDisk;
   }
   return vendor == "ATA" ? Attachment::ata : Attachment::scsi;
 }
 
-Disk describe(const fs::path& folder, const std::string& name) {
+Disk describe(const fs::path& folder, const std::string& name, VirtualDisks virtualDisks) {
   constexpr std::uint64_t sysfsSector = 512;  // "size" counts in it, whatever the disk's own block
   Disk disk;
   disk.name = name;
   disk.path = "/dev/" + name;
-  disk.attachment = attachmentOf(folder, name);
+  disk.attachment = attachmentOf(folder, name, virtualDisks);
   disk.model = firstOf(folder, {"device/model", "device/name"});
   disk.serial = firstOf(folder, {"device/serial", "serial", "wwid", "device/wwid"});
   disk.firmware = firstOf(folder, {"device/firmware_rev", "device/rev", "device/fwrev"});
@@ -145,12 +150,12 @@ constexpr std::array<std::pair<Attachment, const char*>, 6> attachmentTexts{{
 
 }  // namespace
 
-std::vector<Disk> findDisks(const std::filesystem::path& sysfs) {
+std::vector<Disk> findDisks(const std::filesystem::path& sysfs, VirtualDisks virtualDisks) {
   std::vector<Disk> disks;
   for (const std::string& name : namesIn(sysfs / "block")) {
     const fs::path folder = sysfs / "block" / name;
     if (isDisk(folder, name)) {
-      disks.push_back(describe(folder, name));
+      disks.push_back(describe(folder, name, virtualDisks));
     }
   }
   return disks;

@@ -27,13 +27,20 @@ struct Disk {
   bool readOnly = false;
 };
 
+/** @brief What a hypervisor's disk on a SATA or SCSI bus counts as. */
+enum class VirtualDisks {
+  withoutHealth,  ///< virtual: it imitates a bus, its health would be made up
+  asTheirBus,     ///< what it imitates, health included
+};
+
 /**
  * @brief The machine's disks, in the order of their names. Left out: what is made of software
  * (loop, RAM, device mapper, RAID), optical and floppy drives, hidden paths, drives without a
  * medium.
  * @param sysfs where the kernel shows its devices; tests bring a tree of their own.
  */
-std::vector<Disk> findDisks(const std::filesystem::path& sysfs = "/sys");
+std::vector<Disk> findDisks(const std::filesystem::path& sysfs = "/sys",
+                            VirtualDisks virtualDisks = VirtualDisks::withoutHealth);
 
 /** @brief A regular file treated as a disk; nothing when there is none. */
 std::optional<Disk> fileAsDisk(const std::string& path);

@@ -89,8 +89,11 @@ Disk diskOf(const Device& device) {
 
 /** @brief The machine's disks, and the files that the configuration names as further ones. */
 std::vector<Device> findDevices(const Environment& environment) {
+  const auto virtualDisks = environment.settings.packageFlag("VirtualDiskHealth", false)
+                                ? VirtualDisks::asTheirBus
+                                : VirtualDisks::withoutHealth;
   std::vector<Device> devices;
-  for (const Disk& disk : findDisks()) {
+  for (const Disk& disk : findDisks("/sys", virtualDisks)) {
     devices.push_back(deviceOf(disk, environment.resourceString));
   }
   for (int number = 1;; ++number) {

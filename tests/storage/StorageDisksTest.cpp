@@ -118,6 +118,19 @@ TEST(StorageDiscovery, TellsRealAtaDisksFromImitatedOnes) {
   EXPECT_THAT(kinds, ElementsAre("ata", "virtual", "virtual", "scsi", "virtual"));
 }
 
+TEST(StorageDiscovery, virtual_disks_count_as_their_bus_where_asked_for) {
+  Tree tree;
+  tree.disk("sda", "8:0", "8").file("block/sda/device/vendor", "ATA");
+  tree.file("block/sda/device/model", "QEMU HARDDISK");
+  tree.disk("sdb", "8:16", "8").file("block/sdb/device/vendor", "QEMU");
+  tree.disk("vda", "254:0", "8");
+  std::vector<std::string> kinds;
+  for (const Disk& disk : findDisks(tree.root(), VirtualDisks::asTheirBus)) {
+    kinds.push_back(attachmentText(disk.attachment));
+  }
+  EXPECT_THAT(kinds, ElementsAre("ata", "scsi", "virtual"));
+}
+
 TEST(StorageDiscovery, TakesAFileForADisk) {
   std::ofstream("image") << std::string(8192, 'x');
   const std::optional<Disk> disk = fileAsDisk("image");
