@@ -1,0 +1,58 @@
+#!/usr/bin/env python3
+"""The steps of a run's log (jsonl), a line each: result, name, and what was found, between tabs."""
+
+import json
+import sys
+
+
+class Step:
+    def __init__(self, name):
+        self.name = name
+        self.diagnoses = set()
+        self.findings = []
+        self.status = "CUT OFF"
+
+    def result(self):
+        if "FAIL" in self.diagnoses:
+            return "FAILED"
+        if self.status in ("ERROR", "CUT OFF"):
+            return self.status
+        if self.status == "SKIP":
+            return "SKIPPED"
+        return "UNUSUAL" if "UNKNOWN" in self.diagnoses else "PASSED"
+
+
+def flat(text):
+    return " ".join(text.split())
+
+
+def note(step, content):
+    if "diagnosis" in content:
+        step.diagnoses.add(content["diagnosis"]["type"])
+    elif "error" in content:
+        error = content["error"]
+        step.findings.append(flat(f"error: {error['symptom']}: {error.get('message', '')}"))
+    elif "testStepEnd" in content:
+        step.status = content["testStepEnd"]["status"]
+    elif content.get("log", {}).get("severity") in ("WARNING", "ERROR", "FATAL"):
+        step.findings.append(flat(content["log"]["message"]))
+
+
+def read(lines):
+    steps = {}
+    for line in lines:
+        content = json.loads(line).get("testStepArtifact", {})
+        if "testStepStart" in content:
+            steps[content["testStepId"]] = Step(content["testStepStart"]["name"])
+        elif content:
+            note(steps[content["testStepId"]], content)
+    return steps.values()
+
+
+def main():
+    with open(sys.argv[1], encoding="utf-8") as log:
+        for step in read(log):
+            print("\t".join([step.result(), step.name, *step.findings]))
+
+
+main()
