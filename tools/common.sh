@@ -71,3 +71,9 @@ build_preset() {
   quietly "build/logs/$preset-build.log" cmake --build --preset "$preset" ${1:+--target "$@"} ||
     fail "$preset: building"
 }
+
+# build_program: the release of diagctl with the packages that come along.
+build_program() {
+  build_preset release diagctl_program tarvex-package-worker \
+    package_memory package_processor package_storage package_network
+}

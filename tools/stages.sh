@@ -16,6 +16,7 @@ STAGES=(
   "schedules    150  full    the pipeline's and the stress tests under random schedules, from two seeds"
   "run          300  full    the release build and the main job"
   "tidy         480  full    clang-tidy of the sources that are shipped"
+  "guest        280  full    diagctl on hardware that breaks, in an emulated guest"
   "fuzz         100  full    the fuzzers, each for a short while"
   "asan         810  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
@@ -58,12 +59,12 @@ run_ctest() {
   return "$status"
 }
 
-# run_suite PRESET [ARGUMENT...]: all tests but the stress tests, or those that the arguments of ctest
-# choose. Tests that force an interleaving of threads can fail on a busy machine: they alone are tried
-# again, and it is a fault when more than one in fifty needs it.
+# run_suite PRESET [ARGUMENT...]: all tests but the stress tests and the guest's, or those that the
+# arguments of ctest choose. Tests that force an interleaving of threads can fail on a busy machine:
+# they alone are tried again, and it is a fault when more than one in fifty needs it.
 run_suite() {
   local log=build/logs/$1-interleaving-ctest.log tries tests
-  run_ctest "$1" "$1" --label-exclude '^(stress|interleaving)$' "${@:2}"
+  run_ctest "$1" "$1" --label-exclude '^(stress|guest|interleaving)$' "${@:2}"
   run_ctest "$1-interleaving" "$1" --label-regex '^interleaving$' --label-exclude '^stress$' \
     --repeat until-pass:3
   tries=$(second_tries "$log" | wc -l)
@@ -140,6 +141,15 @@ stage_coverage() {
 
 stage_run() {
   ./run
+}
+
+# Says which kernel it is, or why there is none, before the first guest needs it.
+stage_guest() {
+  local kernel
+  kernel=$(tools/guest-lab --fetch-only) || fail "guest: there is no lab"
+  say "guest: $kernel"
+  build_program
+  GUEST_LAB_TIME_SCALE=${TARVEX_TIME_FACTOR:-1} run_ctest guest release --label-regex '^guest$'
 }
 
 # Reads the fuzzers' build: its compile commands are clang's own.

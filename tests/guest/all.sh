@@ -4,6 +4,6 @@
 set -uo pipefail
 for name in "$@"; do
   echo "== $name (up for $(cut -d' ' -f1 /proc/uptime) s)"
-  timeout 300 bash "tests/guest/$name.sh"
+  timeout "$((200 * ${GUEST_LAB_TIME_SCALE%.*}))" bash "tests/guest/$name.sh"
 done
 exit 3
