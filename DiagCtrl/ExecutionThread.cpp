@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -32,20 +33,28 @@ namespace {
 
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 
-/// The last act of a worker on every way out: the monitor looks at once, and only then the worker
-/// no longer counts as alive.
+/// The end of a worker on every way out: the monitor looks at once, and only with the last
+/// statement the worker no longer counts as alive.
 class WorkerEnd {
  public:
   explicit WorkerEnd(TestRequestManager& arTestReqMgr) : mrTestReqMgr(arTestReqMgr) {}
   ~WorkerEnd() {
-    mrTestReqMgr.getCondVarTRExecQueue().nudge();
+    tellMonitor();
     mrTestReqMgr.workerEnded();
   }
   WorkerEnd(const WorkerEnd&) = delete;
   WorkerEnd& operator=(const WorkerEnd&) = delete;
 
+  /// Once: a package may go on reporting the end of its pass, and each look would count it again.
+  void tellMonitor() {
+    if (!std::exchange(mbTold, true)) {
+      mrTestReqMgr.getCondVarTRExecQueue().nudge();
+    }
+  }
+
  private:
   TestRequestManager& mrTestReqMgr;
+  bool mbTold = false;
 };
 
 unsigned int openModeOf(const std::string& arDeclared) {
@@ -82,17 +91,8 @@ ExecutionThread::ExecutionThread(TestRequestManager& arTestReqMgr, TestRequest& 
 
 ExecutionThread::~ExecutionThread() = default;
 
-void ExecutionThread::run(void* /*apVoid*/) {
-  const WorkerEnd end(mrTestReqMgr);
-  const TraceScope trace(&mrDiagTracer, "ExecutionThread::run");
-  try {
-    runPass(trace);
-  } catch (const DiagCtrlMutexException&) {
-    handleMutexFailure(trace);
-  }
-}
-
-void ExecutionThread::runPass(const TraceScope& arTrace) {
+template <class TellMonitor>
+void ExecutionThread::runPass(const TraceScope& arTrace, TellMonitor aTellMonitor) {
   Diag::IDiagnostics* diagnostics = mrTestRequest.getIDiagnosticsPtr();
   Diag::DiagnosticSettings* settings = mrTestRequest.getDiagnosticSettings();
   const DiagIntList asked = mrTestRequest.getTestIdList();
@@ -114,6 +114,8 @@ void ExecutionThread::runPass(const TraceScope& arTrace) {
   mrTestRequest.setToBeDroppedFlag(true);
   reportEnd(arTrace, readStatus(before));
   if (!mustHalt(result->getTestResult())) {
+    // It polls while this thread gives its locks back, and then waits for its end.
+    aTellMonitor();
     giveLocksBack();
     return;
   }
@@ -124,6 +126,16 @@ void ExecutionThread::runPass(const TraceScope& arTrace) {
   giveLocksBack();
   arTrace.warningValue("TestRequest Execution Failed. Halting. TestRequestID : ",
                        mrTestRequest.id());
+}
+
+void ExecutionThread::run(void* /*apVoid*/) {
+  WorkerEnd end(mrTestReqMgr);
+  const TraceScope trace(&mrDiagTracer, "ExecutionThread::run");
+  try {
+    runPass(trace, [&end] { end.tellMonitor(); });
+  } catch (const DiagCtrlMutexException&) {
+    handleMutexFailure(trace);
+  }
 }
 
 // A disabled test is skipped here, at every pass, and the request goes on with the rest.

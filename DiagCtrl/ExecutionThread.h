@@ -42,7 +42,8 @@ class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
   TestRequest& getTestRequest() noexcept { return mrTestRequest; }
 
  private:
-  void runPass(const TraceScope& arTrace);
+  template <class TellMonitor>
+  void runPass(const TraceScope& arTrace, TellMonitor aTellMonitor);
   std::vector<int> chooseTests(const DiagIntList& arAsked, const TestIdMap& arEnabled);
   TestRequest::TestRequestStatus readStatus(TestRequest::TestRequestStatus aeFallback);
   bool isRefused(const std::vector<int>& arTests, TestRequest::TestRequestStatus aeStatus);
