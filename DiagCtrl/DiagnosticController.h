@@ -405,7 +405,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// waits for it, or turns it away.
   template <class Steps>
   errorCode answerInside(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
-  void requireManagers() const;
+  void requireManagers() const TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   bool isResetting() const;
 
   // Start and stop.
@@ -413,7 +413,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void openTraceFile(TraceScope& arTrace);
   void readMessageFilePath();
   void undoStart(ExecutionManagerThread* apDispatcher);
-  errorCode startMachinery(TraceScope& arTrace);
+  errorCode startMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   void setShutDownRequest(bool abShutDownRequest);
   void setResetRequest(bool abResetRequest);
   errorCode takeDown(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
@@ -450,7 +450,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // Enumeration.
   errorCode enumerate(const char* apcMethod, const PackageNameVector& arWanted,
                       const char* apcVetoText);
-  errorCode leaveEnumeration(diagCtrlPhase aePhase, errorCode aeResult);
+  errorCode leaveEnumeration(diagCtrlPhase aePhase, errorCode aeResult)
+      TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   void readDirectory(char* apcDirPath);
   void leaveOutDisabledPackages(const TraceScope& arTrace);
   errorCode enumerateFoundPackages(const TraceScope& arTrace, const PackageNameVector& arWanted,

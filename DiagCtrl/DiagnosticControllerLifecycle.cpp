@@ -107,7 +107,8 @@ DiagnosticController::errorCode DiagnosticController::initialize(const char* apc
     return INCORRECT_PHASE;
   }
   if (isResetting()) {
-    return startMachinery(trace);  // the resetting thread holds the lock
+    holdsApiPhaseLock();
+    return startMachinery(trace);
   }
   const LockScope apiLock(mmtxApiPhaseLock, -1);
   return isWrongPhase() ? INCORRECT_PHASE : startMachinery(trace);
