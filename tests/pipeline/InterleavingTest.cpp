@@ -702,11 +702,13 @@ TEST_F(InterleavingTest, a_library_stays_until_the_messages_that_it_handed_over_
   alpha.setHabits({.losesEvents = true});
   alpha.everyPass({.lastEvents = {{.code = 5}}});
   parallel();
+  forbidTimeOuts();  // behind one the monitor may stand in its idle check, and nothing is started
   ASSERT_TRUE(harness.awaitEnd(queueOn(2)));
   ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
   for (const Call handOver : {Call::GetEvents, Call::GetResults}) {
     Barrier monitorStands;
     steps.atLock(Actor::monitor, 1, [&] { monitorStands.pass(); });
+    wakeMonitor();
     ASSERT_TRUE(monitorStands.awaitArrival());
     const unsigned long passes = alpha.count(Call::RunReturn);
     const unsigned long id = queueOn(1);
