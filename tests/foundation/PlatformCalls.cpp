@@ -58,9 +58,9 @@ void PlatformCalls::endTimedWaits(int result) {
 }  // namespace TarvexDiags::TestSupport
 
 // The runtime of a sanitizer may come here before it is ready itself.
-#define TARVEX_INTERPOSED                                                                   \
-  extern "C" __attribute__((visibility("default"), no_sanitize_address, no_sanitize_thread, \
-                            no_sanitize_undefined)) int
+#define TARVEX_INTERPOSED \
+  extern "C"              \
+      __attribute__((visibility("default"), no_sanitize("address", "thread", "undefined"))) int
 
 #define TARVEX_PASS_ON(name, ...)                                                      \
   static const auto next = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name)); \

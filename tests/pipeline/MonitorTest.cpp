@@ -114,7 +114,6 @@ TEST_F(MonitorTest, a_request_sent_back_waits_unmonitored_behind_the_others) {
   const unsigned long looping = harness.queue("ALPHA", 1, {1}, settings(2));
   ASSERT_TRUE(alpha.awaitRunning(1));
   const unsigned long other = harness.queue("ALPHA", 1, {2});
-  std::atomic<int> runs{0};
   Barrier second;
   alpha.on(Call::RunEnter, [&](const CallRecord& run) {
     if (run.requestId == other) {

@@ -216,9 +216,8 @@ int PipelineSteps::livingThreads() const {
 }  // namespace TarvexDiags::TestSupport
 
 // The runtime of a sanitizer may come here before it is ready itself.
-#define TARVEX_INTERPOSED                                                                   \
-  extern "C" __attribute__((visibility("default"), no_sanitize_address, no_sanitize_thread, \
-                            no_sanitize_undefined))
+#define TARVEX_INTERPOSED \
+  extern "C" __attribute__((visibility("default"), no_sanitize("address", "thread", "undefined")))
 
 #define TARVEX_NEXT(name) reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 
