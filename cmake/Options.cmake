@@ -3,8 +3,8 @@
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
 set(TARVEX_INSTRUMENTATION "none" CACHE STRING
-  "What the build is instrumented for: none, asan, tsan, coverage or fuzz")
-set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage fuzz)
+  "What the build is instrumented for: none, asan, tsan or coverage")
+set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)

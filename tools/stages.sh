@@ -7,7 +7,7 @@
 # shellcheck disable=SC2034  # read by ./test
 STAGES=(
   "packages     240  always  installs the Debian packages that are missing"
-  "dev          240  quick   the test suite, in a build made for daily work"
+  "dev          330  quick   the test suite, in a build made for daily work"
   "scripts       10  full    shellcheck of the scripts"
   "format        15  full    clang-format of the sources"
   "model         60  full    the models of the controller's threads, over every schedule"
@@ -17,9 +17,9 @@ STAGES=(
   "run          300  full    the release build and the main job"
   "tidy         480  full    clang-tidy of the sources that are shipped"
   "guest        280  full    diagctl on hardware that breaks, in an emulated guest"
-  "fuzz         100  full    the fuzzers, each for a short while"
-  "asan         810  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
-  "tsan         640  full    the test suite and the stress tests, under the thread sanitizer"
+  "asan         650  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
+  "fuzz          75  full    the fuzzers, each for a short while"
+  "tsan         500  full    the test suite and the stress tests, under the thread sanitizer"
   "long-model  1200  deep    the models with larger bounds"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
@@ -152,16 +152,16 @@ stage_guest() {
   GUEST_LAB_TIME_SCALE=${TARVEX_TIME_FACTOR:-1} run_ctest guest release --label-regex '^guest$'
 }
 
-# Reads the fuzzers' build: its compile commands are clang's own.
+# Reads the build with clang: its compile commands are clang's own.
 stage_tidy() {
-  quietly build/logs/fuzz-configure.log cmake --preset fuzz
+  quietly build/logs/asan-configure.log cmake --preset asan
   local pattern count
   pattern="^$PWD/($(IFS='|' && echo "${SHIPPED_FOLDERS[*]}"))/"
-  count=$(grep -oE '"file": "[^"]+"' build/fuzz/compile_commands.json | cut -d'"' -f4 |
+  count=$(grep -oE '"file": "[^"]+"' build/asan/compile_commands.json | cut -d'"' -f4 |
     grep -cE "$pattern" || true)
   needs "sources for clang-tidy" "$count"
   say "tidy: $count files"
-  run-clang-tidy-14 -quiet -p build/fuzz -j "$CORES" "$pattern" >build/logs/tidy.log 2>&1 || {
+  run-clang-tidy-14 -quiet -p build/asan -j "$CORES" "$pattern" >build/logs/tidy.log 2>&1 || {
     sed 's/\x1b\[[0-9;]*m//g' build/logs/tidy.log | grep -E '(error|warning): ' | sort -u
     fail "tidy: the whole output is in build/logs/tidy.log"
   }
@@ -169,22 +169,22 @@ stage_tidy() {
 
 # run_fuzzer NAME CORPUS: new inputs and crashes go below build/, the corpus is only read.
 run_fuzzer() {
-  local name=$1 corpus=$2 found=build/fuzz/found/$1 log=build/logs/fuzz-$1.log
+  local name=$1 corpus=$2 found=build/asan/found/$1 log=build/logs/fuzz-$1.log
   mkdir -p "$found"
-  "build/fuzz/fuzzers/$name" -max_total_time="${TARVEX_FUZZ_SECONDS:-30}" -timeout=10 \
-    -artifact_prefix="build/fuzz/$name-" -print_final_stats=1 "$found" "$corpus" >"$log" 2>&1 || {
+  "build/asan/fuzzers/$name" -max_total_time="${TARVEX_FUZZ_SECONDS:-30}" -timeout=10 \
+    -artifact_prefix="build/asan/$name-" -print_final_stats=1 "$found" "$corpus" >"$log" 2>&1 || {
     tail -n 60 "$log" >&2
-    echo "FAILED: fuzzer $name (the input lies beside build/fuzz/$name-*)" >&2
+    echo "FAILED: fuzzer $name (the input lies beside build/asan/$name-*)" >&2
     return 1
   }
   say "fuzz: $name: $(awk '/number_of_executed_units/ { print $2 }' "$log") runs"
 }
 
 stage_fuzz() {
-  build_preset fuzz fuzzers
-  needs fuzzers "$(wc -l <build/fuzz/fuzzers.txt)"
+  build_preset asan fuzzers
+  needs fuzzers "$(wc -l <build/asan/fuzzers.txt)"
   export -f run_fuzzer say
-  xargs -a build/fuzz/fuzzers.txt -P "$CORES" -L 1 bash -c 'run_fuzzer "$@"' fuzzer
+  xargs -a build/asan/fuzzers.txt -P "$CORES" -L 1 bash -c 'run_fuzzer "$@"' fuzzer
 }
 
 stage_long_fuzz() {

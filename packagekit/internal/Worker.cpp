@@ -104,7 +104,7 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
 
 // A sanitizer's runtime reserves most of the address space for itself.
 constexpr bool kAddressSpaceIsFree =
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef TARVEX_SANITIZED
     false;
 #else
     true;

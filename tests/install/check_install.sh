@@ -5,7 +5,7 @@
 #   cmake-client   builds and runs a client that uses find_package
 #   kit-package    builds a package with the installed kit and runs its test
 #   pkg-config-client, package-module   a client and a package with pkg-config alone
-# CXX and CXXFLAGS are those of the build.
+# CXX, CXXFLAGS and LDFLAGS are those of the build.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -66,7 +66,7 @@ build_kit_package() {
 
 build_pkg_config_client() {
   cp "$here/client/main.cpp" "$work"
-  read -ra options <<<"$CXXFLAGS $(pkg-config --cflags --libs tarvexdiags)"
+  read -ra options <<<"$CXXFLAGS ${LDFLAGS:-} $(pkg-config --cflags --libs tarvexdiags)"
   "$CXX" "$work/main.cpp" -o "$work/client" "${options[@]}" \
     "-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags)"
   expect UNINITIALISED "$work/client"
@@ -75,7 +75,7 @@ build_pkg_config_client() {
 # Undefined symbols are refused: a package must get along with the framework alone.
 build_package_module() {
   cp "$here"/module/*.cpp "$work"
-  read -ra options <<<"$CXXFLAGS $(pkg-config --cflags --libs tarvexdiags-framework)"
+  read -ra options <<<"$CXXFLAGS ${LDFLAGS:-} $(pkg-config --cflags --libs tarvexdiags-framework)"
   options+=("-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags-framework)")
   local no_undefined=-Wl,-z,defs
   [[ $CXXFLAGS != *-fsanitize* ]] || no_undefined=

@@ -10,7 +10,7 @@ TARVEX_RUNTIME_HOOK __tsan_default_options();
 
 const char* __asan_default_options() {
   return "detect_stack_use_after_return=1:check_initialization_order=1:strict_init_order=1:"
-         "detect_leaks=1";
+         "detect_leaks=1:external_symbolizer_path=" TARVEX_SYMBOLIZER;
 }
 
 const char* __lsan_default_options() {
