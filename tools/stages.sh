@@ -15,11 +15,12 @@ STAGES=(
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
   "schedules    150  full    the pipeline's and the stress tests under random schedules, from two seeds"
   "run          300  full    the release build and the main job"
-  "tidy         480  full    clang-tidy of the sources that are shipped"
   "guest        280  full    diagctl on hardware that breaks, in an emulated guest"
+  "tidy         400  full    clang-tidy of the shipped sources that changed since tools/tidy-base, or include such"
   "asan         650  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "fuzz          75  full    the fuzzers, each for a short while"
   "tsan         500  full    the test suite and the stress tests, under the thread sanitizer"
+  "whole-tidy   480  deep    clang-tidy of all the sources that are shipped"
   "long-model  1200  deep    the models with larger bounds"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
@@ -152,19 +153,77 @@ stage_guest() {
   GUEST_LAB_TIME_SCALE=${TARVEX_TIME_FACTOR:-1} run_ctest guest release --label-regex '^guest$'
 }
 
-# Reads the build with clang: its compile commands are clang's own.
-stage_tidy() {
-  quietly build/logs/asan-configure.log cmake --preset asan
-  local pattern count
+# The sources below the shipped folders that the build with clang compiles.
+sources_for_tidy() {
+  quietly build/logs/asan-configure.log cmake --preset asan || fail "asan: configuring"
+  local pattern
   pattern="^$PWD/($(IFS='|' && echo "${SHIPPED_FOLDERS[*]}"))/"
-  count=$(grep -oE '"file": "[^"]+"' build/asan/compile_commands.json | cut -d'"' -f4 |
-    grep -cE "$pattern" || true)
-  needs "sources for clang-tidy" "$count"
-  say "tidy: $count files"
-  run-clang-tidy-14 -quiet -p build/asan -j "$CORES" "$pattern" >build/logs/tidy.log 2>&1 || {
+  grep -oE '"file": "[^"]+"' build/asan/compile_commands.json | cut -d'"' -f4 | grep -E "$pattern" |
+    sed "s|^$PWD/||" | sort -u || fail "found no sources for clang-tidy"
+}
+
+# run_tidy SOURCE...
+run_tidy() {
+  say "tidy: $# files"
+  printf '%s\n' "$@" | sed 's/[.+]/\\&/g; s|.*|^'"$PWD"'/&$|' | xargs run-clang-tidy-14 -quiet \
+    -p build/asan -j "$CORES" >build/logs/tidy.log 2>&1 || {
     sed 's/\x1b\[[0-9;]*m//g' build/logs/tidy.log | grep -E '(error|warning): ' | sort -u
     fail "tidy: the whole output is in build/logs/tidy.log"
   }
+}
+
+# changed_since COMMIT: what differs from it, and what is new.
+changed_since() {
+  git diff --name-only "$1" --
+  git ls-files --others --exclude-standard
+}
+
+# affected_by FILE...: of the shipped files, those named and all that include one of them, directly or
+# not. Headers of one name in two folders are taken for the same.
+affected_by() {
+  local affected=("$@") headers count=0
+  while ((${#affected[@]} > count)); do
+    count=${#affected[@]}
+    headers=$(printf '%s\n' "${affected[@]}" |
+      sed -n '/\.h$/ { s|.*/||; s/[.+]/\\&/g; p }' | sort -u | paste -sd '|')
+    [[ -n $headers ]] || break
+    mapfile -t affected < <({
+      printf '%s\n' "${affected[@]}"
+      grep -rlE --include='*.h' --include='*.cpp' "^ *# *include *[\"<]([^\">]*/)?($headers)[\">]" \
+        "${SHIPPED_FOLDERS[@]}" || true
+    } | sort -u)
+  done
+  printf '%s\n' "${affected[@]}"
+}
+
+# The files changed since the commit that tools/tidy-base names, which was clean as a whole, and what
+# includes them. Another set of checks concerns every file.
+stage_tidy() {
+  local base changed known sources
+  base=$(grep -v '^#' tools/tidy-base)
+  git cat-file -e "$base^{commit}" ||
+    fail "tidy: the commit $base of tools/tidy-base is not here: fetch the whole history"
+  changed=$(changed_since "$base")
+  if grep -qx '.clang-tidy' <<<"$changed"; then
+    say "tidy: the checks have changed, so all files are looked at"
+    stage_whole_tidy
+    return
+  fi
+  mapfile -t changed <<<"$changed"
+  known=$(sources_for_tidy)
+  mapfile -t sources < <(comm -12 - <(affected_by "${changed[@]}" | sort -u) <<<"$known")
+  if ((${#sources[@]} == 0)); then
+    say "tidy: no shipped source is affected by what changed since $base"
+    return
+  fi
+  run_tidy "${sources[@]}"
+}
+
+stage_whole_tidy() {
+  local sources
+  sources=$(sources_for_tidy)
+  mapfile -t sources <<<"$sources"
+  run_tidy "${sources[@]}"
 }
 
 # run_fuzzer NAME CORPUS: new inputs and crashes go below build/, the corpus is only read.
