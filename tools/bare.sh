@@ -30,7 +30,9 @@ make_bare_system() {
   apt_access >"$root.apt.conf"
   echo "$sources" >"$root.sources.list"
   say "bare: making a system from $(wc -l <"$root.sources.list") archives"
-  quietly build/logs/bare-system.log as_root mmdebstrap --variant=apt --mode=root "${include[@]}" \
+  # Nothing that walks through build/ meanwhile meets what it mounts.
+  quietly build/logs/bare-system.log as_root unshare --mount \
+    mmdebstrap --variant=apt --mode=root "${include[@]}" \
     --dpkgopt=force-unsafe-io --aptopt="$root.apt.conf" \
     "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$root" "$root.sources.list" ||
     fail "bare: mmdebstrap made no system (it needs root with the right to mount)"

@@ -25,7 +25,8 @@ STAGES=(
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
-  "bare        1800  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
+  "second-build 600  deep    two builds of the release, which must not differ in a byte"
+  "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
 
@@ -317,18 +318,41 @@ stage_setup() {
   make_bare_system "$root"
   copy_tree "$root" root
   in_bare_system "$root" root \
-    'source tools/common.sh && install_packages quick && cmake --preset dev >cmake.log && tail -n 2 cmake.log'
+    'source tools/common.sh && install_packages quick && quietly build/logs/setup.log cmake --preset dev'
   remove_bare_system "$root"
 }
 
+# The packages come in with ./test; the release is built by somebody who is not root, and run by both.
 stage_bare() {
   local root=$PWD/build/bare/system
   remove_bare_system "$root"
   make_bare_system "$root"
   copy_tree "$root" root
-  in_bare_system "$root" root './run && ./test'
+  in_bare_system "$root" root './test'
   as_root chroot "$root" useradd --create-home somebody
   copy_tree "$root" somebody
   in_bare_system "$root" somebody './run'
+  in_bare_system "$root" root './run'
   remove_bare_system "$root"
+}
+
+# install_second LABEL: builds the release anew, without a cache of objects, and installs it.
+install_second() {
+  local label=$1 folder=build/second
+  rm -rf "$folder/build" "${folder:?}/$label"
+  say "second-build: $label"
+  quietly "build/logs/second-$label.log" cmake --preset release -B "$folder/build" \
+    -DTARVEX_USE_CCACHE=OFF -DBUILD_TESTING=OFF || fail "second-build: configuring"
+  quietly "build/logs/second-$label.log" cmake --build "$folder/build" -j "$2" ||
+    fail "second-build: building"
+  quietly "build/logs/second-$label.log" cmake --install "$folder/build" --prefix "$PWD/$folder/$label" ||
+    fail "second-build: installing"
+}
+
+# Two builds of the same sources are the same to the byte, whatever the day, the language and the order.
+stage_second_build() {
+  install_second first "$CORES"
+  TZ=Pacific/Kiritimati LC_ALL=C.UTF-8 install_second second "$((CORES + 3))"
+  needs "installed files" "$(find build/second/first -type f | wc -l)"
+  diff -r --brief build/second/first build/second/second || fail "second-build: the two differ"
 }
