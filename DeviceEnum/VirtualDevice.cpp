@@ -33,8 +33,11 @@ struct VirtualDevice::SharedDevice {
   std::atomic<unsigned long> references{1};
 };
 
-VirtualDevice::VirtualDevice(IDevice* device)
-    : m_shared(new SharedDevice(std::unique_ptr<IDevice>(device))) {}
+// The device is owned before anything else can fail.
+VirtualDevice::VirtualDevice(IDevice* device) : m_shared(nullptr) {
+  std::unique_ptr<IDevice> owned(device);
+  m_shared = new SharedDevice(std::move(owned));
+}
 
 VirtualDevice::VirtualDevice(const VirtualDevice& other) noexcept
     : m_shared(other.m_shared->share()) {}

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <new>
 #include <string>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -12,6 +13,7 @@
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/Singleton.h"
+#include "DiagCtrl/internal/Swallow.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -93,6 +95,10 @@ void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
   if (tKnownTo == mulNumber && !admits(aiTraceLevel)) {
     return;
   }
+  swallowAll(false, [&] { return openScope(aiTraceLevel, apcMethodName), true; });
+}
+
+void DiagTracer::openScope(int aiTraceLevel, const char* apcMethodName) {
   const LockScope lock(mMutexLock, 0);
   const bool written = admits(aiTraceLevel);
   const auto [entry, isNew] = mIndentMap.try_emplace(getCurrentThreadId());
@@ -118,8 +124,12 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
     return;
   }
   std::string& indentation = entry->second;
-  writeFile(indentation.c_str(),
-            (std::string(DiagCtrlConstants::mpcSExitString) + textOrNull(apcMethodName)).c_str());
+  try {
+    writeFile(indentation.c_str(),
+              (std::string(DiagCtrlConstants::mpcSExitString) + textOrNull(apcMethodName)).c_str());
+  } catch (const std::bad_alloc&) {
+    // The line is lost, the step back is not.
+  }
   constexpr std::size_t kStep = DiagCtrlConstants::miSSpaceSize;
   indentation.resize(indentation.size() < kStep ? 0 : indentation.size() - kStep);
 }
@@ -127,16 +137,22 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                             const char* apcPrintString) {
   if (admits(aiTraceLevel)) {
-    writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
+    swallowAll(false, [&] {
+      writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
+      return true;
+    });
   }
 }
 
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
                             const char* apcVariableName, unsigned long aulVariableValue) {
   if (admits(aiTraceLevel)) {
-    const std::string value = std::to_string(static_cast<long>(aulVariableValue));
-    writeLine(aiTraceLevel, apcClassName, aiLineNumber,
-              textOrNull(apcVariableName) + (": " + value));
+    swallowAll(false, [&] {
+      const std::string value = std::to_string(static_cast<long>(aulVariableValue));
+      writeLine(aiTraceLevel, apcClassName, aiLineNumber,
+                textOrNull(apcVariableName) + (": " + value));
+      return true;
+    });
   }
 }
 

@@ -66,6 +66,7 @@ class TARVEXDIAGS_EXPORT DiagTracer {
   DiagTracer();
 
   static unsigned long getCurrentThreadId();
+  void openScope(int aiTraceLevel, const char* apcMethodName);
   void writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumber,
                  const std::string& arText);
   void writeFile(const char* apcTabString, const char* apcStringToWrite)

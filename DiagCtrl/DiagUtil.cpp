@@ -15,6 +15,7 @@
 #include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/internal/Raise.h"
 #include "DiagCtrl/internal/Singleton.h"
+#include "DiagCtrl/internal/Swallow.h"
 #include "DiagCtrl/internal/TraceScope.h"
 #include "System/SysUtil.h"
 
@@ -181,15 +182,16 @@ void DiagUtil::pushDiagCtrlEvent(DiagCtrlEvent::eventCode aeEventCode,
                                  Diag::DiagnosticEvent::EventType aeEventType,
                                  unsigned int auiTestRequestId) {
   const TraceScope trace(mpDiagTracer, "DiagUtil::pushDiagCtrlEvent");
-  auto* event = new DiagCtrlEvent(aeEventCode, aeEventType);
-  event->setTestRequestId(auiTestRequestId);
-  event->setParamVector(std::vector<std::string>(1));
-  try {
-    EventManager::withInstance(
-        [&](EventManager& arManager) { arManager.pushCtrlEventInAllCtrlEventQueue(event); });
-  } catch (const DiagCtrlMutexException&) {
-    // Raising an event never fails for the caller.
-  }
+  // Raising an event never fails for the caller, for want of memory neither.
+  swallowAll(false, [&] {
+    auto event = std::make_unique<DiagCtrlEvent>(aeEventCode, aeEventType);
+    event->setTestRequestId(auiTestRequestId);
+    event->setParamVector(std::vector<std::string>(1));
+    EventManager::withInstance([&](EventManager& arManager) {
+      arManager.pushCtrlEventInAllCtrlEventQueue(event.release());
+    });
+    return true;
+  });
 }
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -68,14 +68,22 @@ unsigned long TestRequestManager::queueTestRequest(TestRequest* apTestReqToAdd) 
     const LockScope waitLock(mmtxTestReqWaitLock, 0, kMinorLock, kText);
     const LockScope mapLock(mmtxTestReqIdMapLock, 0, kMinorLock, kText);
     const LockScope listLock(mmtxTestReqIdListLock, 0, kMinorLock, kText);
+    // Into all three or, without memory, into none; the last step cannot fail.
+    id = mSulCurrentTestReqIdNumber + 1;
+    TestRequestIdList listed{id};
+    const auto mapped = mTestRequestMap.emplace(id, apTestReqToAdd).first;
+    try {
+      mTestRequestWaitQueue.push_back(apTestReqToAdd);
+    } catch (...) {
+      mTestRequestMap.erase(mapped);
+      throw;
+    }
+    mTestRequestIdList.splice(mTestRequestIdList.end(), listed);
     apTestReqToAdd->addReference();
-    mTestRequestWaitQueue.push_back(apTestReqToAdd);
-    id = ++mSulCurrentTestReqIdNumber;
+    ++mSulCurrentTestReqIdNumber;
     apTestReqToAdd->setTestRequestId(id);
     apTestReqToAdd->setTestRequestStartTime(static_cast<unsigned long>(time(nullptr)));
     apTestReqToAdd->settings().setTestRequestId(static_cast<Uint>(id));
-    mTestRequestMap.emplace(id, apTestReqToAdd);
-    mTestRequestIdList.push_back(id);
   }
   mpCondVarTRWaitQueue->signal();
   // The dispatcher may be slowing down the retries of refused requests: the new one need not wait.
@@ -246,6 +254,7 @@ void TestRequestManager::clearTestRequestMap() {
   clearTestRequestIdList(kTimeOut);
   const LockScope lock(mmtxTestReqIdMapLock, 0, kMinorLock,
                        "TestRequestManager::clearTestRequestMap()");
+  mRetiredRequests.reserve(mRetiredRequests.size() + mTestRequestMap.size());
   for (const auto& [id, request] : mTestRequestMap) {
     if (request->isReferenced()) {
       mRetiredRequests.push_back(request);
@@ -262,6 +271,20 @@ void TestRequestManager::deleteRetiredRequests() {
     delete request;
   }
   mRetiredRequests.clear();
+}
+
+RequestReference TestRequestManager::acquireUnfinishedAfter(unsigned long testReqId) {
+  const GateScope mapLock(mmtxTestReqIdMapLock);
+  const GateScope listLock(mmtxTestReqIdListLock);
+  for (auto entry = mTestRequestMap.upper_bound(testReqId); entry != mTestRequestMap.end();
+       ++entry) {
+    const bool isListed = std::find(mTestRequestIdList.begin(), mTestRequestIdList.end(),
+                                    entry->first) != mTestRequestIdList.end();
+    if (isListed || entry->second->isInFlight()) {
+      return RequestReference(entry->second);
+    }
+  }
+  return RequestReference(nullptr);
 }
 
 std::vector<RequestReference> TestRequestManager::requestsInFlight() {

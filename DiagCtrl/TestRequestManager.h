@@ -109,6 +109,9 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   void workerEnded() noexcept { --miWorkers; }
   bool isAnyWorkerAlive() const noexcept { return miWorkers > 0; }
 
+  /// The first request behind this id that is on the list of ids or has a worker; none after the
+  /// last. Needs no memory.
+  RequestReference acquireUnfinishedAfter(unsigned long testReqId);
   /// The requests with a worker that nobody has joined yet, whether or not their ids are known.
   std::vector<RequestReference> requestsInFlight();
   /// Whether a thread can still reach a request of this package.

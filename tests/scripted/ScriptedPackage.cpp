@@ -116,7 +116,9 @@ class ScriptedEnumerator final : public IDeviceEnumerator {
       return nullptr;
     }
     m_devices.clear();
-    for (const Device& device : m_script.devices()) {
+    const std::vector<Device> devices = m_script.devices();
+    m_devices.reserve(devices.size());
+    for (const Device& device : devices) {
       m_devices.emplace_back(new ScriptedDevice(m_script, device));
     }
     return &m_devices;
