@@ -32,6 +32,14 @@ void DiagControllerStatus::setDiagCtrlPhase(diagCtrlPhase aePhase, long alTimeOu
   meDiagCtrlStatus = aePhase;
 }
 
+void DiagControllerStatus::restoreDiagCtrlPhase(diagCtrlPhase aePhase) noexcept {
+  try {
+    setDiagCtrlPhase(aePhase, -1);
+  } catch (const DiagCtrlMutexException&) {
+    meDiagCtrlStatus = aePhase;
+  }
+}
+
 bool DiagControllerStatus::getExecMgrThrHealth() const {
   const TraceScope trace(mpDiagTracer, "DiagControllerStatus::getExecMgrThrHealth");
   return mbExecMgrThrHealth;

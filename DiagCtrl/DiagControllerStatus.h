@@ -33,6 +33,8 @@ class TARVEXDIAGS_EXPORT DiagControllerStatus {
 
   diagCtrlPhase getDiagCtrlPhase(long alTimeOutValue);
   void setDiagCtrlPhase(diagCtrlPhase aePhase, long alTimeOutValue);
+  /// The same, also where the lock cannot be had: for a phase that must not stay behind.
+  void restoreDiagCtrlPhase(diagCtrlPhase aePhase) noexcept;
 
   /// A thread is healthy when its time stamp is less than 10 seconds old.
   bool getExecMgrThrHealth() const;
@@ -41,7 +43,8 @@ class TARVEXDIAGS_EXPORT DiagControllerStatus {
   void setMonThrHealth(bool abHealth);
 
  private:
-  diagCtrlPhase meDiagCtrlStatus TARVEXDIAGS_GUARDED_BY(mmtxDiagCtrlStatusLock);
+  /// Read and written under the lock. Atomic, because a phase is put back without it if need be.
+  std::atomic<diagCtrlPhase> meDiagCtrlStatus;
   std::atomic<bool> mbExecMgrThrHealth;
   std::atomic<bool> mbMonThrHealth;
   DiagCtrlLock mmtxDiagCtrlStatusLock;

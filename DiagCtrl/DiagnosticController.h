@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,6 +38,7 @@ class DiagnosticPackageInterface;
 class DiagTracer;
 class DiagUtil;
 class DiagValidator;
+class EnumerationPhase;
 class ExecutionManagerThread;
 class MonitorThread;
 class RequestReference;
@@ -398,11 +400,18 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   errorCode fail(TraceScope& arTrace, DiagCtrlEvent::eventCode aeEvent, errorCode aeResult);
   void pushError(DiagCtrlEvent::eventCode aeEvent);
 
+  /// Lets nothing out of a call: what has no answer of its own, memory that is not there say, is
+  /// answered like a lock that cannot be had.
+  template <class Steps>
+  errorCode contain(Steps aSteps);
   /// Runs the steps of a call; a ClientFailure becomes its event and its code.
   template <class Steps>
   errorCode answer(TraceScope& arTrace, Steps aSteps);
-  /// The same behind the gate, for a call that uses the machinery without the big lock: a shut-down
+  /// The same behind the gate.
+  /// `answerInside`: for a call that uses the machinery without the big lock: a shut-down
   /// waits for it, or turns it away.
+  template <class Steps>
+  errorCode answerBehind(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
   template <class Steps>
   errorCode answerInside(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
   void requireManagers() const TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
@@ -414,12 +423,15 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void readMessageFilePath();
   void undoStart(ExecutionManagerThread* apDispatcher);
   errorCode startMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  errorCode readHealth(TraceScope& arTrace, DiagControllerStatus*& arpStatus);
   void setShutDownRequest(bool abShutDownRequest);
   void setResetRequest(bool abResetRequest);
   errorCode takeDown(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  /// Said where the resetting thread takes down and starts again: it has taken the lock before.
+  /// Said where the lock was taken out of the compiler's sight: by the resetting thread, which
+  /// takes down and starts again, or around a step.
   void holdsApiPhaseLock() const noexcept TARVEXDIAGS_ASSERT_CAPABILITY(mmtxApiPhaseLock) {}
   void stopTests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  void abortOneByOne();
   void stopThreads(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   template <class Thread>
   void endThread(Thread* apThread, const TraceScope& arTrace);
@@ -450,8 +462,10 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // Enumeration.
   errorCode enumerate(const char* apcMethod, const PackageNameVector& arWanted,
                       const char* apcVetoText);
-  errorCode leaveEnumeration(diagCtrlPhase aePhase, errorCode aeResult)
-      TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  errorCode findAndEnumerate(EnumerationPhase& arPhase, const TraceScope& arTrace,
+                             const PackageNameVector& arWanted, const char* apcVetoText);
+  void addToCatalogue(int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage);
+  void dropFromCatalogue(int aiIndex);
   void readDirectory(char* apcDirPath);
   void leaveOutDisabledPackages(const TraceScope& arTrace);
   errorCode enumerateFoundPackages(const TraceScope& arTrace, const PackageNameVector& arWanted,
@@ -476,6 +490,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // Catalogue. packageOf answers for getDiagPackagePtr what client calls answer.
   DiagnosticPackage* getDiagPackagePtr(int iPackIndex);
   DiagnosticPackage& packageOf(int aiPackageIndex);
+  errorCode countPackages(TraceScope& arTrace, int& ariNumberOfPackages);
   template <class Steps>
   errorCode query(const char* apcMethod, Steps aSteps);
   template <class Steps>
@@ -498,8 +513,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   // Request control and status.
   template <class Act>
-  errorCode controlRequests(const char* apcMethod, const std::vector<unsigned long>& arIds,
-                            Act aAct);
+  errorCode controlRequests(const char* apcMethod, std::span<const unsigned long> aIds, Act aAct);
+  errorCode abortRequests(std::span<const unsigned long> aIds);
+  errorCode readRequestIds(TraceScope& arTrace, std::vector<unsigned long>& arIds);
   RequestReference findRequest(const TraceScope& arTrace, unsigned long aulTestRequestId,
                                long alTimeOutValue);
   void abortRequest(TestRequest& arTestRequest, long alTimeOutValue);
@@ -511,11 +527,13 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void requireSameLife(const ClientCallScope& arInside, ClientCall aeCall, unsigned long aulLife);
 
   // Estimation.
+  int estimate(TraceScope& arTrace, const std::vector<int>& arRequestIds,
+               std::vector<int>& arFigures);
   bool collectEstimates(std::size_t aRequestCount, std::vector<int>& apTimeRemainingVec);
   int configuredEstimate(unsigned long aulTestRequestId);
 
   // Text.
-  errorCode readToken(const char* apcMethod, int packageIndex, const std::string* apSection,
+  errorCode readToken(const char* apcMethod, int packageIndex, const char* apcSection,
                       const char* apcKey, char*& arpcToken);
   const char* packageNameOf(int packageIndex) const;
   std::string packageFile(const char* apcPackageName, const char* apcLanguage) const;
@@ -556,7 +574,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   unsigned short musMachineId;
   std::string mOs;
   int mProgressEnumeration TARVEXDIAGS_GUARDED_BY(mmtxProgressLock);
-  bool mbShutDownRequest TARVEXDIAGS_GUARDED_BY(mmtxShutDownLock);
+  /// Changed and read under its lock. Atomic, because it is changed without it if need be.
+  std::atomic<bool> mbShutDownRequest;
   bool mbMsgFilePathFound;
   bool mbAbortAllFlag TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   std::atomic<bool> mbResetRequest;

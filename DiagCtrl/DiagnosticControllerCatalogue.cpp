@@ -80,8 +80,10 @@ template <class Steps>
 DiagnosticController::errorCode DiagnosticController::queryIds(const char* apcMethod,
                                                                std::vector<int>*& arpIds,
                                                                Steps aSteps) {
-  arpIds = new std::vector<int>;
-  return query(apcMethod, [&] { aSteps(*arpIds); });
+  return contain([&] {
+    arpIds = new std::vector<int>;
+    return query(apcMethod, [&] { aSteps(*arpIds); });
+  });
 }
 
 DiagnosticPackage& DiagnosticController::packageOf(int aiPackageIndex) {
@@ -92,13 +94,20 @@ DiagnosticPackage& DiagnosticController::packageOf(int aiPackageIndex) {
 DiagnosticController::errorCode DiagnosticController::getNumberOfDiagPackages(
     int& ariNumberOfPackages) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfDiagPackages");
-  if (const auto refused = refusal(ClientCall::query, trace)) {
-    if (*refused == INCORRECT_PHASE) {
-      ariNumberOfPackages = 0;
+  return contain([&] {
+    if (const auto refused = refusal(ClientCall::query, trace)) {
+      if (*refused == INCORRECT_PHASE) {
+        ariNumberOfPackages = 0;
+      }
+      return *refused;
     }
-    return *refused;
-  }
-  return answer(trace, [&] {
+    return countPackages(trace, ariNumberOfPackages);
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::countPackages(TraceScope& arTrace,
+                                                                    int& ariNumberOfPackages) {
+  return answer(arTrace, [&] {
     locking(kUnableToGetLock, [&] {
       const LockScope apiLock(mmtxApiPhaseLock, 0);
       ariNumberOfPackages = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "Diag/DiagnosticSettings.h"
@@ -62,16 +63,13 @@ RequestReference DiagnosticController::findRequest(const TraceScope& arTrace,
 // One hold of the big lock over all requests; the first that is unknown ends the call.
 template <class Act>
 DiagnosticController::errorCode DiagnosticController::controlRequests(
-    const char* apcMethod, const std::vector<unsigned long>& arIds, Act aAct) {
+    const char* apcMethod, std::span<const unsigned long> aIds, Act aAct) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::control, trace)) {
-    return *refused;
-  }
-  return answer(trace, [&] {
+  return answerBehind(ClientCall::control, trace, [&] {
     orFail(kUnableToGetLock, kRequestNotFound, [&] {
       const LockScope apiLock(mmtxApiPhaseLock, 0);
       requireManagers();
-      for (const unsigned long id : arIds) {
+      for (const unsigned long id : aIds) {
         aAct(*findRequest(trace, id, kTimeOut), id);
       }
     });
@@ -112,13 +110,17 @@ void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeO
 }
 
 DiagnosticController::errorCode DiagnosticController::abortTest(unsigned long ulRequestId) {
-  std::vector<unsigned long> ids{ulRequestId};
-  return abortTest(ids);
+  return abortRequests({&ulRequestId, 1});
 }
 
 DiagnosticController::errorCode DiagnosticController::abortTest(
     std::vector<unsigned long>& requestIdVector) {
-  return controlRequests("DiagnosticController::abortTest", requestIdVector,
+  return abortRequests(requestIdVector);
+}
+
+DiagnosticController::errorCode DiagnosticController::abortRequests(
+    std::span<const unsigned long> aIds) {
+  return controlRequests("DiagnosticController::abortTest", aIds,
                          [this](TestRequest& arTestRequest, unsigned long aulId) {
                            abortRequest(arTestRequest, kTimeOut);
                            mpTestRequestManager->removeFromTestReqIdList(aulId);
@@ -176,7 +178,7 @@ void DiagnosticController::abortWorkersLeft() {
 }
 
 DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long ulRequestId) {
-  return controlRequests("DiagnosticController::suspendTest", {ulRequestId},
+  return controlRequests("DiagnosticController::suspendTest", {&ulRequestId, 1},
                          [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
                            if (!mayBeSuspended(arTestRequest)) {
                              return;
@@ -196,7 +198,7 @@ DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long 
 }
 
 DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long ulRequestId) {
-  return controlRequests("DiagnosticController::resumeTest", {ulRequestId},
+  return controlRequests("DiagnosticController::resumeTest", {&ulRequestId, 1},
                          [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
                            if (!mayBeSuspended(arTestRequest)) {
                              return;
@@ -295,11 +297,18 @@ DiagnosticController::errorCode DiagnosticController::getRequestStatus(
 DiagnosticController::errorCode DiagnosticController::getRequestIdList(
     std::vector<unsigned long>*& arTestRequestIdList) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestIdList");
-  arTestRequestIdList = new std::vector<unsigned long>;
-  return answerInside(ClientCall::queryRequest, trace, [&] {
+  return contain([&] {
+    arTestRequestIdList = new std::vector<unsigned long>;
+    return readRequestIds(trace, *arTestRequestIdList);
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::readRequestIds(
+    TraceScope& arTrace, std::vector<unsigned long>& arIds) {
+  return answerInside(ClientCall::queryRequest, arTrace, [&] {
     orFail(kUnableToGetLock, kUnableToGetLock, [&] {
       const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(kTimeOut);
-      arTestRequestIdList->assign(ids.begin(), ids.end());
+      arIds.assign(ids.begin(), ids.end());
     });
     return SUCCESS;
   });

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -36,6 +37,7 @@
 #include "DiagCtrl/PackageDetails.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/Answer.h"
 #include "DiagCtrl/internal/AtRestScope.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
@@ -95,6 +97,23 @@ bool entryApplies(PackageDetails& arDetails, const std::string& arOs, unsigned s
   return (os.empty() || os == arOs) && (machineId == 0 || machineId == ausMachineId);
 }
 
+/// The sorted entries of a directory.
+struct DirectoryEntries {
+  explicit DirectoryEntries(const char* apcPath)
+      : count(scandir(apcPath, &entries, nullptr, alphasort)) {}
+  ~DirectoryEntries() {
+    for (int i = 0; i < count; ++i) {
+      std::free(entries[i]);
+    }
+    std::free(static_cast<void*>(entries));
+  }
+  DirectoryEntries(const DirectoryEntries&) = delete;
+  DirectoryEntries& operator=(const DirectoryEntries&) = delete;
+
+  dirent** entries = nullptr;
+  const int count;  ///< negative: it cannot be read
+};
+
 void pushWarning(DiagUtil& arDiagUtil, DiagCtrlEvent::eventCode aeEvent) {
   arDiagUtil.pushDiagCtrlEvent(aeEvent, Diag::DiagnosticEvent::WARNING_EVENT, 0);
 }
@@ -112,6 +131,33 @@ struct ToldAsNotFound {
 
 }  // namespace
 
+/// The phase of an enumeration. Another one follows it, whichever way the call ends.
+class EnumerationPhase {
+ public:
+  typedef DiagControllerStatus::diagCtrlPhase Phase;
+
+  EnumerationPhase(DiagControllerStatus& arStatus, Phase aeNext)
+      : mrStatus(arStatus), meNext(aeNext) {
+    mrStatus.setDiagCtrlPhase(DiagControllerStatus::ENUMERATE, -1);
+  }
+  ~EnumerationPhase() { end(); }
+  EnumerationPhase(const EnumerationPhase&) = delete;
+  EnumerationPhase& operator=(const EnumerationPhase&) = delete;
+
+  void endIn(Phase aePhase) noexcept { meNext = aePhase; }
+  void end() noexcept {
+    if (!mbEnded) {
+      mbEnded = true;
+      mrStatus.restoreDiagCtrlPhase(meNext);
+    }
+  }
+
+ private:
+  DiagControllerStatus& mrStatus;
+  Phase meNext;
+  bool mbEnded = false;
+};
+
 DiagnosticController::errorCode DiagnosticController::enumerateAllPackages() {
   return enumerate("DiagnosticController::enumerateAllPackages", PackageNameVector(),
                    "Dropping following package: ");
@@ -128,60 +174,69 @@ DiagnosticController::errorCode DiagnosticController::enumerate(const char* apcM
                                                                 const PackageNameVector& arWanted,
                                                                 const char* apcVetoText) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  if (const auto refused = refusal(ClientCall::enumerate, trace)) {
-    return *refused;
-  }
-  LockScope apiLock(mmtxApiPhaseLock, -1);
-  if (const auto refused = refusal(ClientCall::enumerate, trace)) {
-    return *refused;  // somebody else was first
-  }
-  mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ENUMERATE, -1);
-  try {
-    if (mpDiagCtrlConfig == nullptr) {
-      return leaveEnumeration(DiagControllerStatus::INITIALIZE, INVALID_VALUE_IN_CONFIG_FILE);
+  return answerBehind(ClientCall::enumerate, trace, [&] {
+    const LockScope apiLock(mmtxApiPhaseLock, -1);
+    if (const auto refused = refusal(ClientCall::enumerate, trace)) {
+      return *refused;  // somebody else was first
     }
+    EnumerationPhase phase(*mpDiagCtrlStatus, DiagControllerStatus::INITIALIZE);
+    try {
+      return findAndEnumerate(phase, trace, arWanted, apcVetoText);
+    } catch (...) {
+      const AtRestScope rest;
+      kClientsAtRest.standsFor(mmtxPackageVectorLock);
+      if (mPackageObjectMap.empty()) {
+        mvPackageNameVector.clear();  // found anew at the next try
+      } else {
+        phase.endIn(DiagControllerStatus::IDLE);
+      }
+      throw;
+    }
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::findAndEnumerate(
+    EnumerationPhase& arPhase, const TraceScope& arTrace, const PackageNameVector& arWanted,
+    const char* apcVetoText) {
+  if (mpDiagCtrlConfig == nullptr) {
+    return INVALID_VALUE_IN_CONFIG_FILE;
+  }
+  try {
     const AtRestScope rest;
     mpDiagCtrlConfig->readPackageDetails();
     readDirectory(mpcPackDirPath);
   } catch (const DiagCtrlInvalidKey&) {
-    return leaveEnumeration(DiagControllerStatus::INITIALIZE, INVALID_VALUE_IN_CONFIG_FILE);
+    return INVALID_VALUE_IN_CONFIG_FILE;
   } catch (const DiagCtrlFileOpenException&) {
+    arPhase.end();  // a client that fetches when the event wakes it is served
     pushError(DiagCtrlEvent::UNABLE_TO_READ_CURRENT_DIR);
-    return leaveEnumeration(DiagControllerStatus::INITIALIZE, PACKAGE_FILE_NOT_FOUND);
+    return PACKAGE_FILE_NOT_FOUND;
   }
   if (mvPackageNameVector.empty()) {
-    return leaveEnumeration(DiagControllerStatus::INITIALIZE, NO_PACKAGE_ENABLED);
+    return NO_PACKAGE_ENABLED;
   }
-  leaveOutDisabledPackages(trace);
+  leaveOutDisabledPackages(arTrace);
   std::sort(mvPackageNameVector.begin(), mvPackageNameVector.end(), val_comp);
-  return leaveEnumeration(DiagControllerStatus::IDLE,
-                          enumerateFoundPackages(trace, arWanted, apcVetoText));
-}
-
-DiagnosticController::errorCode DiagnosticController::leaveEnumeration(diagCtrlPhase aePhase,
-                                                                       errorCode aeResult) {
-  mpDiagCtrlStatus->setDiagCtrlPhase(aePhase, -1);
-  return aeResult;
+  const errorCode result = enumerateFoundPackages(arTrace, arWanted, apcVetoText);
+  arPhase.endIn(DiagControllerStatus::IDLE);
+  return result;
 }
 
 // Backwards through the sorted entries. A description without its library is no package.
 void DiagnosticController::readDirectory(char* apcDirPath) {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::readDirectory");
-  dirent** entries = nullptr;
-  const int count = scandir(apcDirPath, &entries, nullptr, alphasort);
-  if (count < 0) {
+  const DirectoryEntries directory(apcDirPath);
+  if (directory.count < 0) {
     raise<DiagCtrlFileOpenException>(DiagCtrlBaseException::FileOpenException,
                                      "DiagnosticController::readDirectory");
   }
-  for (int i = count - 1; i >= 0; --i) {
-    const auto baseName = baseNameOf(entries[i]->d_name);
+  for (int i = directory.count - 1; i >= 0; --i) {
+    const auto baseName = baseNameOf(directory.entries[i]->d_name);
     if (baseName.has_value() &&
         canBeRead(std::string(apcDirPath) + C::mSconpcDoubleSlash + libraryOf(*baseName))) {
       mvPackageNameVector.push_back(*baseName);
     }
-    std::free(entries[i]);
   }
-  std::free(static_cast<void*>(entries));
 }
 
 // Keeps the name of the entry, which lives on, and not that of the vector's element, which does
@@ -240,11 +295,33 @@ DiagnosticController::errorCode DiagnosticController::enumerateOne(
   const errorCode result =
       swallowAll(PACKAGE_NOT_FOUND, enumerate, ToldAsNotFound{arTrace, arName});
   if (result == SUCCESS) {
-    const LockScope lock(mmtxPackageVectorLock, 0);
-    mPackageMap.emplace(aiIndex, package->getPackageBaseName());
-    mPackageObjectMap.emplace(aiIndex, package.release());
+    addToCatalogue(aiIndex, std::move(package));
   }
   return result;
+}
+
+// Into both maps, or into neither.
+void DiagnosticController::addToCatalogue(int aiIndex,
+                                          std::unique_ptr<DiagnosticPackage> apDiagPackage) {
+  const LockScope lock(mmtxPackageVectorLock, 0);
+  const auto object = mPackageObjectMap.emplace(aiIndex, apDiagPackage.get()).first;
+  try {
+    mPackageMap.emplace(aiIndex, apDiagPackage->getPackageBaseName());
+  } catch (...) {
+    mPackageObjectMap.erase(object);
+    throw;
+  }
+  static_cast<void>(apDiagPackage.release());
+}
+
+// The description itself stays allocated.
+void DiagnosticController::dropFromCatalogue(int aiIndex) {
+  const LockScope lock(mmtxPackageVectorLock, 0);
+  mLostPackages.reserve(mLostPackages.size() + 1);
+  mPackageMap.erase(aiIndex);
+  if (const auto lost = mPackageObjectMap.extract(aiIndex)) {
+    mLostPackages.push_back(lost.mapped());
+  }
 }
 
 // The place for a veto of the environment; nothing is vetoed.
@@ -387,26 +464,21 @@ bool DiagnosticController::checkPackageDllDep(const char* apcPackageDir,
 
 DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int packageIndex) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::enumerateDiagPackages");
-  if (const auto refused = refusal(ClientCall::enumerateAgain, trace)) {
-    return *refused;
-  }
-  LockScope apiLock(mmtxApiPhaseLock, -1);
-  if (const auto refused = refusal(ClientCall::enumerateAgain, trace)) {
-    return *refused;
-  }
-  mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ENUMERATE, -1);
-  const auto name = mPackageMap.find(packageIndex);
-  const errorCode result = swallowAll(
-      PACKAGE_NOT_FOUND, [&] { return enumerateAgain(trace, packageIndex); },
-      ToldAsNotFound{trace, name != mPackageMap.end() ? name->second : ""});
-  if (result != SUCCESS) {
-    const LockScope lock(mmtxPackageVectorLock, 0);
-    mPackageMap.erase(packageIndex);
-    if (const auto lost = mPackageObjectMap.extract(packageIndex)) {
-      mLostPackages.push_back(lost.mapped());  // the description itself stays allocated
+  return answerBehind(ClientCall::enumerateAgain, trace, [&] {
+    const LockScope apiLock(mmtxApiPhaseLock, -1);
+    if (const auto refused = refusal(ClientCall::enumerateAgain, trace)) {
+      return *refused;
     }
-  }
-  return leaveEnumeration(DiagControllerStatus::IDLE, result);
+    const EnumerationPhase phase(*mpDiagCtrlStatus, DiagControllerStatus::IDLE);
+    const auto name = mPackageMap.find(packageIndex);
+    const errorCode result = swallowAll(
+        PACKAGE_NOT_FOUND, [&] { return enumerateAgain(trace, packageIndex); },
+        ToldAsNotFound{trace, name != mPackageMap.end() ? name->second : ""});
+    if (result != SUCCESS) {
+      dropFromCatalogue(packageIndex);
+    }
+    return result;
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::enumerateAgain(const TraceScope& arTrace,

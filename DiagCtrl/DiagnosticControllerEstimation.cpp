@@ -16,7 +16,7 @@
 #include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/ClientCallCount.h"
+#include "DiagCtrl/internal/Answer.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/PhaseGate.h"
 #include "DiagCtrl/internal/RequestReference.h"
@@ -84,28 +84,36 @@ bool DiagnosticController::getEstimatedTime(const std::vector<int>& apTestReques
                                             int& totalTimeRemaining) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getEstimatedTime");
   totalTimeRemaining = kNoEstimate;
-  if (apTestRequestIdVec.empty()) {
-    trace.error("DiagnosticController::getEstimatedTime- invalid size for apTestRequestIdVec");
-    return true;
-  }
-  const ClientCallScope inside(*mpClientCalls);
-  if (const auto refused = refusalInside(inside, ClientCall::readEstimate, trace)) {
-    return *refused != INCORRECT_PHASE;
-  }
+  const errorCode result = contain([&] {
+    if (apTestRequestIdVec.empty()) {
+      trace.error("DiagnosticController::getEstimatedTime- invalid size for apTestRequestIdVec");
+      return SUCCESS;
+    }
+    return answerInside(ClientCall::readEstimate, trace, [&] {
+      totalTimeRemaining = estimate(trace, apTestRequestIdVec, apTimeRemainingVec);
+      return SUCCESS;
+    });
+  });
+  return result != INCORRECT_PHASE;
+}
+
+/// The sum of the figures; none if one is missing, or on any failure.
+int DiagnosticController::estimate(TraceScope& arTrace, const std::vector<int>& arRequestIds,
+                                   std::vector<int>& arFigures) {
   try {
-    if (collectEstimates(apTestRequestIdVec.size(), apTimeRemainingVec)) {
-      totalTimeRemaining = getToTalTimeRemaining(apTestRequestIdVec, apTimeRemainingVec);
+    if (collectEstimates(arRequestIds.size(), arFigures)) {
+      return getToTalTimeRemaining(arRequestIds, arFigures);
     }
   } catch (const ClientFailure& failure) {
-    fail(trace, failure.event, failure.result);
+    fail(arTrace, failure.event, failure.result);
   } catch (const UnknownFailure&) {
-    trace.error("DiagnosticController::getEstimatedTime- Unknown Exception");
+    arTrace.error("DiagnosticController::getEstimatedTime- Unknown Exception");
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (...) {
     // No registration of results, say: there is no estimate then.
   }
-  return true;
+  return kNoEstimate;
 }
 
 // Results drained here stay allocated, also when there were too few of them. @return whether every
@@ -154,15 +162,15 @@ int DiagnosticController::configuredEstimate(unsigned long aulTestRequestId) {
 int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
                                                 const std::vector<int>& apTimeRemainingVec) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getToTalTimeRemaining");
-  const ClientCallScope inside(*mpClientCalls);
-  if (refusalInside(inside, ClientCall::sumEstimates, trace)) {
-    return 0;
-  }
   // Unsigned: a sum that overflows wraps, and that is all.
-  const unsigned int sum = std::accumulate(apTimeRemainingVec.begin(), apTimeRemainingVec.end(), 0U,
-                                           [](unsigned int auiSum, int aiFigure) {
-                                             return auiSum + static_cast<unsigned int>(aiFigure);
-                                           });
+  unsigned int sum = 0;
+  answerInside(ClientCall::sumEstimates, trace, [&] {
+    sum = std::accumulate(apTimeRemainingVec.begin(), apTimeRemainingVec.end(), 0U,
+                          [](unsigned int auiSum, int aiFigure) {
+                            return auiSum + static_cast<unsigned int>(aiFigure);
+                          });
+    return SUCCESS;
+  });
   return static_cast<int>(sum);
 }
 

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -28,12 +29,15 @@
 #include "DiagCtrl/MonitorThread.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/Answer.h"
 #include "DiagCtrl/internal/AtRestScope.h"
 #include "DiagCtrl/internal/ClientCallCount.h"
 #include "DiagCtrl/internal/ClientFailure.h"
 #include "DiagCtrl/internal/Invariant.h"
 #include "DiagCtrl/internal/LockScope.h"
 #include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/Swallow.h"
 #include "DiagCtrl/internal/TraceScope.h"
 #include "System/SysUtil.h"
 
@@ -62,6 +66,17 @@ void deleteTextAndNull(char*& arpcText) {
 bool isFresh(DiagThread* apThread, time_t aNow) {
   return apThread != nullptr && aNow - static_cast<time_t>(apThread->getLastUpdatedTime()) <
                                     DiagCtrlConstants::mSconlTimeOut;
+}
+
+/// A step of a shut-down, which goes on whatever becomes of it.
+template <class Step>
+void attempt(Step aStep) {
+  swallowAll(false, [&] { return aStep(), true; });
+}
+
+/// A warning that may be lost: a shut-down goes on without memory.
+void tell(const TraceScope& arTrace, const char* apcText) {
+  attempt([&] { arTrace.warning(apcText); });
 }
 
 /// Sets a thread up and starts it. @return false if the platform refuses.
@@ -174,9 +189,9 @@ void DiagnosticController::endThread(Thread* apThread, const TraceScope& arTrace
     apThread->stop();
     apThread->join();
   } catch (const DiagCtrlUnsupportedOperation&) {
-    arTrace.warning("WARNING: DiagCtrlUnsupportedOperation");
+    tell(arTrace, "WARNING: DiagCtrlUnsupportedOperation");
   } catch (const DiagCtrlMutexException&) {
-    arTrace.warning("WARNING: DiagCtrlMutexException");
+    tell(arTrace, "WARNING: DiagCtrlMutexException");
   }
   deleteThread(apThread);
 }
@@ -248,35 +263,53 @@ DiagnosticController::errorCode DiagnosticController::shutDown() {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::shutDown");
   // Before the lock, so that an enumeration in progress ends between two packages.
   setShutDownRequest(true);
-  if (isResetting()) {
-    holdsApiPhaseLock();
+  const errorCode result = contain([&] {
+    if (isResetting()) {
+      holdsApiPhaseLock();
+      return takeDown(trace);
+    }
+    const LockScope apiLock(mmtxApiPhaseLock, -1);
     return takeDown(trace);
-  }
-  const LockScope apiLock(mmtxApiPhaseLock, -1);
-  return takeDown(trace);
+  });
+  setShutDownRequest(false);
+  return result;
 }
 
+// Each step goes on where the one before could not end its work: without memory, say.
 DiagnosticController::errorCode DiagnosticController::takeDown(const TraceScope& arTrace) {
-  stopTests(arTrace);
-  stopThreads(arTrace);
+  attempt([&] {
+    holdsApiPhaseLock();
+    stopTests(arTrace);
+  });
+  attempt([&] {
+    holdsApiPhaseLock();
+    stopThreads(arTrace);
+  });
   // Opened again only in the new phase, at which the gate refuses by itself.
   const ClientCallClosure closure(*mpClientCalls);
-  dropRequestsAndRegistrations(arTrace);
-  dropCatalogue(arTrace);
-  dropManagersAndSettings();
+  attempt([&] { dropRequestsAndRegistrations(arTrace); });
+  attempt([&] { dropCatalogue(arTrace); });
+  attempt([&] { dropManagersAndSettings(); });
   TestRequestManager::resetRequestId();
-  mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::UNINITIALISED, -1);
-  setShutDownRequest(false);
+  mpDiagCtrlStatus->restoreDiagCtrlPhase(DiagControllerStatus::UNINITIALISED);
   return SUCCESS;
 }
 
+// The flag changes also where its lock cannot be had: it must not stay behind.
 void DiagnosticController::setShutDownRequest(bool abShutDownRequest) {
-  const LockScope lock(mmtxShutDownLock, 0);
-  mbShutDownRequest = abShutDownRequest;
+  try {
+    const LockScope lock(mmtxShutDownLock, 0);
+    mbShutDownRequest = abShutDownRequest;
+  } catch (const DiagCtrlMutexException&) {
+    mbShutDownRequest = abShutDownRequest;
+  }
 }
 
 void DiagnosticController::stopTests(const TraceScope& arTrace) {
-  if (mpDiagCtrlStatus->getDiagCtrlPhase(-1) != DiagControllerStatus::ACTIVE) {
+  const bool isActive = swallowAll(mpTestRequestManager != nullptr, [&] {
+    return mpDiagCtrlStatus->getDiagCtrlPhase(-1) == DiagControllerStatus::ACTIVE;
+  });
+  if (!isActive) {
     return;
   }
   errorCode result = UNABLE_TO_GET_LOCK;
@@ -289,13 +322,24 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
   } catch (const ClientFailure& failure) {
     pushError(failure.event);
     result = failure.result;
+  } catch (const std::bad_alloc&) {
+    abortOneByOne();
   }
   if (result != SUCCESS) {
-    arTrace.error("UNABLE_TO_ABORT_TESTS: ");
+    attempt([&] { arTrace.error("UNABLE_TO_ABORT_TESTS: "); });
     pushError(DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
   }
-  mpResourceLockManager->resetResourceLockMap(-1);
-  mpTestRequestManager->clearTestRequestIdList(-1);
+  attempt([&] { mpResourceLockManager->resetResourceLockMap(-1); });
+  attempt([&] { mpTestRequestManager->clearTestRequestIdList(-1); });
+}
+
+// Needs no memory: a test that nobody aborts would hold the shut-down up.
+void DiagnosticController::abortOneByOne() {
+  unsigned long id = 0;
+  while (const RequestReference request = mpTestRequestManager->acquireUnfinishedAfter(id)) {
+    attempt([&] { abortRequest(*request, -1); });
+    id = request->getTestRequestId();
+  }
 }
 
 // The monitor first: its end frees a dispatcher that waits for a verdict.
@@ -318,17 +362,21 @@ void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrac
       mpTestRequestManager->clearTestRequestMap();
       mpTestRequestManager->deleteRetiredRequests();
     } catch (const DiagCtrlMutexException&) {
-      arTrace.warning("WARNING: DiagCtrlMutexException");
+      tell(arTrace, "WARNING: DiagCtrlMutexException");
+    } catch (const std::bad_alloc&) {
+      // They go with the manager.
     }
   }
   if (mpEventManager != nullptr) {
-    mpEventManager->clearCtrlEventQueues();
-    mpEventManager->clearResultQueues();
-    mpEventManager->clearEventQueues();
+    attempt([&] { mpEventManager->clearCtrlEventQueues(); });
+    attempt([&] { mpEventManager->clearResultQueues(); });
+    attempt([&] { mpEventManager->clearEventQueues(); });
   }
   for (const CallBackList& list : {eventCallBacks(), resultCallBacks(), ctrlEventCallBacks()}) {
-    const LockScope lock(list.lock, 0);
-    list.objects.clear();  // the objects are the clients'
+    attempt([&] {
+      const LockScope lock(list.lock, 0);
+      list.objects.clear();  // the objects are the clients'
+    });
   }
 }
 
@@ -343,7 +391,7 @@ void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
     try {
       mpDiagPackInterface->releaseLibrary(apHandle, kTimeOut);
     } catch (const DiagCtrlReleaseLibraryFailed&) {
-      arTrace.warning("WARNING: DiagCtrlReleaseLibraryFailed");
+      tell(arTrace, "WARNING: DiagCtrlReleaseLibraryFailed");
     }
   };
   for (const auto& [index, package] : mPackageObjectMap) {
@@ -351,15 +399,18 @@ void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
     delete package;
     assertInvariant(mpDiagPackInterface != nullptr, "mpDiagPackInterface != 0");
     if (handle != nullptr) {
-      releaseLibrary(handle);
+      attempt([&] { releaseLibrary(handle); });
     }
   }
   for (DiagnosticPackage* package : mLostPackages) {
-    package->deleteRetiredData();
+    attempt([&] {
+      const AtRestScope atRest;
+      package->deleteRetiredData();
+    });
   }
   mLostPackages.clear();
   for (void* handle : mRetiredHandles) {
-    releaseLibrary(handle);
+    attempt([&] { releaseLibrary(handle); });
   }
   mRetiredHandles.clear();
   mPackageObjectMap.clear();
@@ -424,9 +475,12 @@ void DiagnosticController::setResetRequest(bool abResetRequest) {
 DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
     DiagControllerStatus*& arDiagControllerStatus) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagControllerStatus");
-  if (const auto refused = refusal(ClientCall::readHealth, trace)) {
-    return *refused;
-  }
+  return answerBehind(ClientCall::readHealth, trace,
+                      [&] { return readHealth(trace, arDiagControllerStatus); });
+}
+
+DiagnosticController::errorCode DiagnosticController::readHealth(TraceScope& arTrace,
+                                                                 DiagControllerStatus*& arpStatus) {
   auto status = std::make_unique<DiagControllerStatus>();
   const time_t now = time(nullptr);
   {
@@ -437,9 +491,9 @@ DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
   try {
     status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
   } catch (const DiagCtrlMutexException&) {
-    return fail(trace, DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE);
+    return fail(arTrace, DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE);
   }
-  arDiagControllerStatus = status.release();
+  arpStatus = status.release();
   return SUCCESS;
 }
 

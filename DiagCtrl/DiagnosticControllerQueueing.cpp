@@ -189,17 +189,14 @@ DiagnosticController::errorCode DiagnosticController::queueOnDevice(
     TraceScope& arTrace, int packageIndex, unsigned int deviceId, const std::vector<int>* apTests,
     std::optional<bool> aHaltLoopOnError, Diag::DiagnosticSettings& arDiagSettings,
     unsigned long& rulTestRequestId) {
-  if (const auto refused = refusal(ClientCall::queue, arTrace)) {
-    return *refused;
-  }
-  if (apTests != nullptr && apTests->empty()) {
-    return TEST_VECTOR_IS_EMPTY;
-  }
-  errorCode invalid = SUCCESS;
-  if (!validateDiagSettings(arDiagSettings, invalid)) {
-    return invalid;
-  }
-  return answer(arTrace, [&] {
+  return answerBehind(ClientCall::queue, arTrace, [&] {
+    if (apTests != nullptr && apTests->empty()) {
+      return TEST_VECTOR_IS_EMPTY;
+    }
+    errorCode invalid = SUCCESS;
+    if (!validateDiagSettings(arDiagSettings, invalid)) {
+      return invalid;
+    }
     const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
     requireManagers();
     DiagnosticPackage& package = packageOf(packageIndex);
@@ -218,14 +215,11 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     int packageIndex, Diag::DiagnosticSettings& arDiagSettings,
     VectorTestReqId*& aVectorTestReqId) {
   TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
-  if (const auto refused = refusal(ClientCall::queue, trace)) {
-    return *refused;
-  }
-  errorCode invalid = SUCCESS;
-  if (!validateDiagSettings(arDiagSettings, invalid)) {
-    return invalid;
-  }
-  return answer(trace, [&] {
+  return answerBehind(ClientCall::queue, trace, [&] {
+    errorCode invalid = SUCCESS;
+    if (!validateDiagSettings(arDiagSettings, invalid)) {
+      return invalid;
+    }
     const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
     requireManagers();
     DiagnosticPackage& package = packageOf(packageIndex);
@@ -234,7 +228,9 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     if (devices.empty()) {
       throw kDeviceObjectNotFound;
     }
-    aVectorTestReqId = new VectorTestReqId;
+    auto made = std::make_unique<VectorTestReqId>();
+    made->reserve(devices.size());  // the id of a request that was queued is not lost
+    aVectorTestReqId = made.release();
     for (const int device : devices) {
       const unsigned long id =
           queueForDevice(package, packageIndex, device, nullptr, std::nullopt, arDiagSettings);

@@ -63,7 +63,10 @@ DiagnosticController::errorCode DiagnosticController::registerFor(
     const QueueTarget& arTarget, CallBackObject* apCallBackObj, unsigned long& arulRegistrationId) {
   TraceScope trace(mpDiagTracer, arTarget.method);
   if (apCallBackObj == nullptr) {
-    trace.error("INVALID_OBJECT_PASSED: ");
+    contain([&] {
+      trace.error("INVALID_OBJECT_PASSED: ");
+      return SUCCESS;
+    });
     return INVALID_OBJECT_PASSED;
   }
   return answerInside(arTarget.call, trace, [&] {

@@ -75,20 +75,22 @@ template <class Validate, class Write>
 DiagnosticController::errorCode DiagnosticController::changeSetting(
     const char* apcMethod, Validate aValidate, Write aWrite, const char* apcLockFailureText) {
   TraceScope trace(mpDiagTracer, apcMethod);
-  try {
-    aValidate();
-  } catch (const DiagCtrlInvalidParameter&) {
-    return INAVLID_VALUE_PASSED;
-  }
-  return answerInside(ClientCall::changeSetting, trace, [&] {
-    const SettingsLock lock(mmtxGlobalSettingsLock, trace, apcLockFailureText);
-    orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      if (mpGlobalSettings == nullptr) {
-        throw kUnableToGetLock;
-      }
-      aWrite(*mpGlobalSettings);
+  return contain([&] {
+    try {
+      aValidate();
+    } catch (const DiagCtrlInvalidParameter&) {
+      return INAVLID_VALUE_PASSED;
+    }
+    return answerInside(ClientCall::changeSetting, trace, [&] {
+      const SettingsLock lock(mmtxGlobalSettingsLock, trace, apcLockFailureText);
+      orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+        if (mpGlobalSettings == nullptr) {
+          throw kUnableToGetLock;
+        }
+        aWrite(*mpGlobalSettings);
+      });
+      return SUCCESS;
     });
-    return SUCCESS;
   });
 }
 

@@ -89,7 +89,7 @@ DiagnosticController::errorCode DiagnosticController::readText(
 
 DiagnosticController::errorCode DiagnosticController::readToken(const char* apcMethod,
                                                                 int packageIndex,
-                                                                const std::string* apSection,
+                                                                const char* apcSection,
                                                                 const char* apcKey,
                                                                 char*& arpcToken) {
   TraceScope trace(mpDiagTracer, apcMethod);
@@ -100,41 +100,45 @@ DiagnosticController::errorCode DiagnosticController::readToken(const char* apcM
                        static_cast<unsigned long>(packageIndex));
       return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
     }
-    if (apSection == nullptr) {
+    if (apcSection == nullptr) {
       return fail(trace, DiagCtrlEvent::INVALID_PARAMETER, INVALID_PARAMETER);
     }
-    return readText(trace, apSection->c_str(), apcKey, packageFile(package, nullptr),
+    return readText(trace, apcSection, apcKey, packageFile(package, nullptr),
                     DiagCtrlEvent::INVALID_PARAMETER_IN_INI_FILE, arpcToken);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestToken(int packageIndex, int testIndex,
                                                                    char* key, char*& rTesttoken) {
-  const std::string section = C::mSconpcTestId + std::to_string(testIndex);
-  return readToken("DiagnosticController::getTestToken", packageIndex, &section, key, rTesttoken);
+  return contain([&] {
+    const std::string section = C::mSconpcTestId + std::to_string(testIndex);
+    return readToken("DiagnosticController::getTestToken", packageIndex, section.c_str(), key,
+                     rTesttoken);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getPackageToken(int packageIndex, char* key,
                                                                       char*& rPkgtoken) {
-  const std::string section = C::mSconpcPackage;
-  return readToken("DiagnosticController::getPackageToken", packageIndex, &section, key, rPkgtoken);
+  return readToken("DiagnosticController::getPackageToken", packageIndex, C::mSconpcPackage, key,
+                   rPkgtoken);
 }
 
 DiagnosticController::errorCode DiagnosticController::getMessageToken(
     int packageIndex, Diag::DiagnosticEvent::EventType eventType, unsigned int eventCode,
     char*& rMsgtoken) {
-  const char* name = sectionOf(eventType);
-  const std::string section = name != nullptr ? name : "";
-  return readToken("DiagnosticController::getMessageToken", packageIndex,
-                   name != nullptr ? &section : nullptr, keyOf(eventCode).c_str(), rMsgtoken);
+  return contain([&] {
+    return readToken("DiagnosticController::getMessageToken", packageIndex, sectionOf(eventType),
+                     keyOf(eventCode).c_str(), rMsgtoken);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDeviceStatusToken(int packageIndex,
                                                                            unsigned int statusCode,
                                                                            char*& rMsgtoken) {
-  const std::string section = C::mSconpcDeviceStatus;
-  return readToken("DiagnosticController::getDeviceStatusToken", packageIndex, &section,
-                   keyOf(statusCode).c_str(), rMsgtoken);
+  return contain([&] {
+    return readToken("DiagnosticController::getDeviceStatusToken", packageIndex,
+                     C::mSconpcDeviceStatus, keyOf(statusCode).c_str(), rMsgtoken);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getLocalizedString(int packageIndex,
@@ -182,13 +186,13 @@ DiagnosticController::errorCode DiagnosticController::getLocalizedMessage(
     char* pcLocalString = nullptr;
     const errorCode result = readText(trace, pcLangId, pcMsgToken, file,
                                       DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, pcLocalString);
-    if (result != SUCCESS) {
-      return result;
+    std::unique_ptr<char[]> text(pcLocalString);
+    if (result == SUCCESS) {
+      translateParameters(pcLangId, file, aStringVector);
+      generateString(text.get(), aStringVector);
+      rpcLocalString = text.release();
     }
-    translateParameters(pcLangId, file, aStringVector);
-    generateString(pcLocalString, aStringVector);
-    rpcLocalString = pcLocalString;
-    return SUCCESS;
+    return result;
   });
 }
 

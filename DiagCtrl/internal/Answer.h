@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cxxabi.h>
+
 #include <string>
 
 #include "DiagCtrl/DiagnosticController.h"
@@ -11,26 +13,54 @@
 namespace TarvexDiags::DiagCtrl {
 
 template <class Steps>
-DiagnosticController::errorCode DiagnosticController::answer(TraceScope& arTrace, Steps aSteps) {
+DiagnosticController::errorCode DiagnosticController::contain(Steps aSteps) {
   try {
     return aSteps();
-  } catch (const ClientFailure& failure) {
-    arTrace.errorValue(std::string(arTrace.method()) + " failed", failure.result);
-    return fail(arTrace, failure.event, failure.result);
-  } catch (const WrongPhase& wrong) {
-    return refuse(gateRow(wrong.call), wrong.phase, arTrace);
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {
+    pushError(kUnableToGetLock.event);
+    return kUnableToGetLock.result;
   }
+}
+
+template <class Steps>
+DiagnosticController::errorCode DiagnosticController::answer(TraceScope& arTrace, Steps aSteps) {
+  return contain([&] {
+    try {
+      return aSteps();
+    } catch (const ClientFailure& failure) {
+      arTrace.errorValue(std::string(arTrace.method()) + " failed", failure.result);
+      return fail(arTrace, failure.event, failure.result);
+    } catch (const WrongPhase& wrong) {
+      return refuse(gateRow(wrong.call), wrong.phase, arTrace);
+    }
+  });
 }
 
 template <class Steps>
 DiagnosticController::errorCode DiagnosticController::answerInside(ClientCall aeCall,
                                                                    TraceScope& arTrace,
                                                                    Steps aSteps) {
-  const ClientCallScope inside(*mpClientCalls);
-  if (const auto refused = refusalInside(inside, aeCall, arTrace)) {
-    return *refused;
-  }
-  return answer(arTrace, aSteps);
+  return contain([&] {
+    const ClientCallScope inside(*mpClientCalls);
+    if (const auto refused = refusalInside(inside, aeCall, arTrace)) {
+      return *refused;
+    }
+    return answer(arTrace, aSteps);
+  });
+}
+
+template <class Steps>
+DiagnosticController::errorCode DiagnosticController::answerBehind(ClientCall aeCall,
+                                                                   TraceScope& arTrace,
+                                                                   Steps aSteps) {
+  return contain([&] {
+    if (const auto refused = refusal(aeCall, arTrace)) {
+      return *refused;
+    }
+    return answer(arTrace, aSteps);
+  });
 }
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -241,7 +241,7 @@ TEST_F(CatalogueTest, a_query_that_fails_is_traced_with_its_code) {
 TEST_F(CatalogueTest, names_that_an_ended_enumeration_left_over_count_without_an_index) {
   harness.shutDown();
   harness.initialize();
-  bool& shutDownRequest = TestSupport::privateMember<ShutDownRequestTag>(controller());
+  auto& shutDownRequest = TestSupport::privateMember<ShutDownRequestTag>(controller());
   alpha.on(Call::GetDevices, [&](const CallRecord&) { shutDownRequest = true; });
   EXPECT_EQ(controller().enumerateAllPackages(), SUCCESS);
   shutDownRequest = false;
