@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -103,6 +104,27 @@ TEST_F(EnumerationTest, a_directory_that_cannot_be_read_is_told_and_can_be_tried
   EXPECT_EQ(harness.phase(), Phase::INITIALIZE);
   std::filesystem::create_directory(missing);
   EXPECT_EQ(controller().enumerateByPackageClass({}), NO_PACKAGE_ENABLED);
+}
+
+TEST_F(EnumerationTest, a_client_that_fetches_when_the_failure_wakes_it_is_served) {
+  harness.control().packDirPath(harness.directory().file("packages"));
+  startWithoutEnumeration();
+  for (int go = 0; go < 50 && !HasFailure(); ++go) {
+    auto code = OUT_OF_RANGE;
+    TestSupport::Companion client([&] {
+      harness.callBack().wait();
+      DiagCtrl::CtrlEventVector* events = nullptr;
+      code = controller().getDiagnosticCtrlEvents(1, events);
+      const std::unique_ptr<DiagCtrl::CtrlEventVector> owned(events);
+      if (events != nullptr) {
+        std::for_each(events->begin(), events->end(), [](auto* event) { delete event; });
+      }
+    });
+    EXPECT_TRUE(client.blocks());
+    EXPECT_EQ(controller().enumerateAllPackages(), PACKAGE_FILE_NOT_FOUND);
+    ASSERT_TRUE(client.ends());
+    EXPECT_EQ(code, SUCCESS);
+  }
 }
 
 TEST_F(EnumerationTest, a_bad_list_of_disabled_packages_is_read_anew_at_the_next_try) {

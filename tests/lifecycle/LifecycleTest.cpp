@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
+#include "DiagCtrl/ExecutionManagerThread.h"
 #include "tests/support/BigLock.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/CtrlEventTap.h"
@@ -24,6 +26,7 @@
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
 
+TARVEX_PRIVATE_MEMBER(DispatcherTag, DiagCtrl::DiagnosticController::mpExecMgrThread);
 TARVEX_PRIVATE_MEMBER(AbortAllFlagTag, DiagCtrl::DiagnosticController::mbAbortAllFlag);
 
 namespace TarvexDiags::Lifecycle {
@@ -55,6 +58,7 @@ using TestSupport::eventually;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 using TestSupport::PlatformAnswers;
+using TestSupport::privateMember;
 using TestSupport::ThreadCreation;
 using TestSupport::TraceFile;
 using namespace std::chrono_literals;
@@ -689,6 +693,31 @@ TEST_F(LifecycleTest, a_thread_is_healthy_for_ten_seconds_after_its_last_time_st
   const auto stale = health();
   EXPECT_FALSE(stale->getExecMgrThrHealth());
   EXPECT_FALSE(stale->getMonThrHealth());
+}
+
+TEST_F(LifecycleTest, a_stamp_of_ten_seconds_is_too_old) {
+  Script& alpha = harness.addPackage("ALPHA");
+  harness.start();
+  alpha.holdRuns();
+  harness.queue("ALPHA", 1, {1});
+  ASSERT_TRUE(alpha.awaitRunning(1));
+  const auto age = [&] {  // of the dispatcher, which waits for the test and stamps no more
+    return std::time(nullptr) -
+           static_cast<time_t>(privateMember<DispatcherTag>(controller())->getLastUpdatedTime());
+  };
+  PlatformAnswers platform;
+  ASSERT_TRUE(eventually([&] {
+    platform.setClockAhead(0);
+    platform.setClockAhead(9 - age());
+    const bool isHealthy = health()->getExecMgrThrHealth();
+    return age() == 9 && isHealthy;
+  }));
+  EXPECT_TRUE(eventually([&] {
+    platform.setClockAhead(0);
+    platform.setClockAhead(10 - age());
+    const bool isHealthy = health()->getExecMgrThrHealth();
+    return age() == 10 && !isHealthy;
+  }));
 }
 
 TEST_F(LifecycleTest, a_dispatcher_that_waits_for_a_serial_test_reads_as_unhealthy) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,7 @@
 
 TARVEX_PRIVATE_MEMBER(StatusTag, DiagCtrl::DiagnosticController::mpDiagCtrlStatus);
 TARVEX_PRIVATE_MEMBER(PhaseLock, DiagCtrl::DiagControllerStatus::mmtxDiagCtrlStatusLock);
+TARVEX_PRIVATE_MEMBER(ShutDownLock, DiagCtrl::DiagnosticController::mmtxShutDownLock);
 TARVEX_PRIVATE_MEMBER(PackagesLock, DiagCtrl::DiagnosticController::mmtxPackageVectorLock);
 TARVEX_PRIVATE_MEMBER(DisabledPackagesLock, DiagCtrl::DiagnosticController::mmtxDisPackageListLock);
 TARVEX_PRIVATE_MEMBER(DeviceStatusLock, DiagCtrl::DiagnosticController::mmtxDeviceStatusLock);
@@ -368,6 +370,34 @@ TEST_F(LockFailureTest, of_the_settings_leaves_no_queueing_and_no_request) {
                only(calls.queueings(), {"queueTest with tests", "queueTest of a device"}));
   expectAnswer(UNABLE_TO_GET_LOCK, locked, queuePackage(true));
   EXPECT_THAT(harness.requestIds(), IsEmpty());
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
+}
+
+TEST_F(LockFailureTest, in_an_enumeration_leaves_its_phase_in_any_case) {
+  harness.shutDown();
+  harness.initialize();
+  std::optional<BrokenLock> broken;
+  Scripted::Script::of("ALPHA").on(Scripted::Call::GetDevices, [&](const Scripted::CallRecord&) {
+    broken.emplace(privateMember<PhaseLock>(*privateMember<StatusTag>(controller())));
+  });
+  controller().enumerateAllPackages();
+  broken.reset();
+  EXPECT_NE(harness.phase(), DiagControllerStatus::ENUMERATE);
+}
+
+TEST_F(LockFailureTest, in_a_shut_down_leaves_no_phase_and_no_flag_behind) {
+  {
+    const BrokenLock broken(privateMember<ShutDownLock>(controller()));
+    EXPECT_EQ(controller().shutDown(), SUCCESS);
+  }
+  EXPECT_FALSE(controller().getShutDownFlag());
+  EXPECT_EQ(harness.phase(), DiagControllerStatus::UNINITIALISED);
+  harness.start();
+  {
+    const BrokenLock broken(TestSupport::bigLockOf(controller()));
+    EXPECT_EQ(controller().shutDown(), UNABLE_TO_GET_LOCK) << "nothing was touched";
+  }
+  EXPECT_FALSE(controller().getShutDownFlag());
   EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
 }
 
