@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -134,17 +136,33 @@ DiagnosticController::errorCode DiagnosticController::abortAllTest() {
   if (const auto refused = refusal(ClientCall::abortAll, trace)) {
     return *refused;
   }
-  return answer(trace, [&] {
-    LockScope apiLock(mmtxApiPhaseLock, -1);
-    requireManagers();
-    const errorCode result = abortAllRequests(trace);
-    if (result == SUCCESS) {
-      mbAbortAllFlag = false;
-    } else {
-      apiLock.keepHeld();  // nobody goes on until a shut-down clears up
+  std::optional<DiagCtrlMutexException> lockFailure;
+  const errorCode answered = answer(trace, [&] {
+    try {
+      LockScope apiLock(mmtxApiPhaseLock, -1);
+      requireManagers();
+      errorCode result = SUCCESS;
+      try {
+        result = abortAllRequests(trace);
+      } catch (const std::bad_alloc&) {
+        mbAbortAllFlag = false;  // it may be tried again
+        throw;
+      }
+      if (result == SUCCESS) {
+        mbAbortAllFlag = false;
+      } else {
+        apiLock.keepHeld();  // nobody goes on until a shut-down clears up
+      }
+      return result;
+    } catch (const DiagCtrlMutexException& failure) {
+      lockFailure = failure;
+      return UNABLE_TO_GET_LOCK;
     }
-    return result;
   });
+  if (lockFailure.has_value()) {
+    throw *lockFailure;
+  }
+  return answered;
 }
 
 // Neither takes nor gives back the big lock, which a shut-down holds already, and leaves the flag
