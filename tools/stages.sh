@@ -284,7 +284,9 @@ schedules() {
     TARVEX_CYCLES=$3 run_ctest "schedules-$1" coverage --tests-regex "$random"
   say "schedules: $(grep '^survived' build/coverage/Testing/Temporary/LastTest.log)"
   TARVEX_SCHEDULE_SEED=$1 run_ctest "schedules-$1-pipeline" coverage --tests-regex '^Schedules/' \
-    --exclude-regex "$random" --repeat until-pass:3
+    --exclude-regex "$random" --label-exclude '^interleaving$'
+  TARVEX_SCHEDULE_SEED=$1 run_ctest "schedules-$1-interleaving" coverage \
+    --tests-regex '^Schedules/' --label-regex '^interleaving$' --repeat until-pass:3
 }
 
 # In the build that the coverage needs anyway: a sanitizer's runtime has locks of its own.
