@@ -123,8 +123,10 @@ void DiagControlConfig::readPackageDetails() {
     auto details = std::make_unique<PackageDetails>();
     details->setOs(util.getString(section.c_str(), C::mSconOs, kSize, mpCtrlConfigFilePath));
     details->setMachineId(static_cast<unsigned short>(std::strtol(machineId.get(), nullptr, 0)));
+    mPackageDetailMap.emplace(name.get(), details.get());
+    static_cast<void>(details.release());
     // The name lives on: clients hold it through the list of disabled packages.
-    mPackageDetailMap.emplace(name.release(), details.release());
+    static_cast<void>(name.release());
   }
 }
 
