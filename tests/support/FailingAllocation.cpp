@@ -60,6 +60,9 @@ using TarvexDiags::TestSupport::allocate;
 using TarvexDiags::TestSupport::allocateOrThrow;
 using TarvexDiags::TestSupport::release;
 
+// For the shared libraries as well. A compiler that does not declare the sized forms itself takes
+// them for functions like any others, and hides them.
+#pragma GCC visibility push(default)
 void* operator new(std::size_t size) {
   return allocateOrThrow(size);
 }
@@ -90,3 +93,4 @@ void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
 void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
   release(block);
 }
+#pragma GCC visibility pop
