@@ -38,6 +38,14 @@ auto reading(const TraceScope& arTrace, const char* apcText, Read aRead,
   }
 }
 
+std::unique_ptr<char[]> readNameToLeaveOut(const TraceScope& arTrace, const char* apcSection,
+                                           const char* apcFile) {
+  return std::unique_ptr<char[]>(reading(arTrace, "DiagControlConfig::readPackageDetails", [&] {
+    return DiagUtil::getInstance()->getAndValidateString(apcSection, C::mSconPackageName, kSize,
+                                                         apcFile);
+  }));
+}
+
 }  // namespace
 
 DiagControlConfig::DiagControlConfig(const char* apCtrlConfigFilePath)
@@ -114,10 +122,7 @@ void DiagControlConfig::readPackageDetails() {
   // Compared as unsigned: a negative count goes on to the first entry without a name, and fails.
   for (unsigned int number = 1; number <= count && number != 0; ++number) {
     const std::string section = C::mSconpcPackage + std::to_string(static_cast<int>(number));
-    std::unique_ptr<char[]> name(reading(trace, "DiagControlConfig::readPackageDetails", [&] {
-      return util.getAndValidateString(section.c_str(), C::mSconPackageName, kSize,
-                                       mpCtrlConfigFilePath);
-    }));
+    std::unique_ptr<char[]> name = readNameToLeaveOut(trace, section.c_str(), mpCtrlConfigFilePath);
     const std::unique_ptr<char[]> machineId(
         util.getString(section.c_str(), C::mSconMachineId, kSize, mpCtrlConfigFilePath));
     auto details = std::make_unique<PackageDetails>();
