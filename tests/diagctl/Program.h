@@ -39,7 +39,7 @@ class Program {
   void type(const std::string& keys);
   void signal(int number);
   /** Waits for the end. */
-  Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(40));
+  Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(100));
 
  private:
   void start(const std::vector<std::string>& arguments, const Options& options);
