@@ -1,9 +1,9 @@
 // Steering and watching queued requests.
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <new>
-#include <optional>
 #include <span>
 #include <vector>
 
@@ -136,7 +136,7 @@ DiagnosticController::errorCode DiagnosticController::abortAllTest() {
   if (const auto refused = refusal(ClientCall::abortAll, trace)) {
     return *refused;
   }
-  std::optional<DiagCtrlMutexException> lockFailure;
+  std::exception_ptr lockFailure;
   const errorCode answered = answer(trace, [&] {
     try {
       LockScope apiLock(mmtxApiPhaseLock, -1);
@@ -154,13 +154,13 @@ DiagnosticController::errorCode DiagnosticController::abortAllTest() {
         apiLock.keepHeld();  // nobody goes on until a shut-down clears up
       }
       return result;
-    } catch (const DiagCtrlMutexException& failure) {
-      lockFailure = failure;
+    } catch (const DiagCtrlMutexException&) {
+      lockFailure = std::current_exception();
       return UNABLE_TO_GET_LOCK;
     }
   });
-  if (lockFailure.has_value()) {
-    throw *lockFailure;
+  if (lockFailure != nullptr) {
+    std::rethrow_exception(lockFailure);
   }
   return answered;
 }

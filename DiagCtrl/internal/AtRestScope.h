@@ -9,8 +9,9 @@ namespace TarvexDiags::DiagCtrl {
 /// it has made sure.
 class TARVEXDIAGS_SCOPED_CAPABILITY AtRestScope {
  public:
-  AtRestScope() noexcept TARVEXDIAGS_ACQUIRE(kClientsAtRest) {}
-  ~AtRestScope() TARVEXDIAGS_RELEASE() {}  // NOLINT(modernize-use-equals-default): carries the mark
+  // Both are there for their marks.
+  AtRestScope() noexcept TARVEXDIAGS_ACQUIRE(kClientsAtRest) {}  // NOLINT(*-equals-default)
+  ~AtRestScope() TARVEXDIAGS_RELEASE() {}                        // NOLINT(*-equals-default)
   AtRestScope(const AtRestScope&) = delete;
   AtRestScope& operator=(const AtRestScope&) = delete;
 };

@@ -18,8 +18,8 @@ class TARVEXDIAGS_SCOPED_CAPABILITY LockedMethod {
                unsigned long aulLine = __builtin_LINE()) TARVEXDIAGS_ACQUIRE(arLock)
       : mTrace(apDiagTracer, apcMethod),
         mLock(arLock, alTimeOutValue, aeMinorCode, apcText, apcFile, aulLine) {}
-  ~LockedMethod() TARVEXDIAGS_RELEASE() {
-  }  // NOLINT(modernize-use-equals-default): carries the mark
+  // It is there for its mark.
+  ~LockedMethod() TARVEXDIAGS_RELEASE() {}  // NOLINT(*-equals-default)
   LockedMethod(const LockedMethod&) = delete;
   LockedMethod& operator=(const LockedMethod&) = delete;
 
