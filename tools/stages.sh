@@ -67,8 +67,8 @@ run_ctest() {
 run_suite() {
   local log=build/logs/$1-interleaving-ctest.log tries tests
   run_ctest "$1" "$1" --label-exclude '^(stress|guest|interleaving)$' "${@:2}"
-  run_ctest "$1-interleaving" "$1" --label-regex '^interleaving$' --label-exclude '^stress$' \
-    --repeat until-pass:3
+  run_ctest "$1-interleaving" "$1" --label-exclude '^stress$' \
+    --label-regex '^interleaving$' --repeat until-pass:3
   tries=$(second_tries "$log" | wc -l)
   tests=$(sed -nE 's/^[0-9]+% tests passed, .* out of ([0-9]+)$/\1/p' "$log")
   ((tries * 50 <= tests)) || fail "$1: $tries of $tests tests of interleavings needed another try"
