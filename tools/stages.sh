@@ -154,12 +154,14 @@ stage_guest() {
   GUEST_LAB_TIME_SCALE=${TARVEX_TIME_FACTOR:-1} run_ctest guest release --label-regex '^guest$'
 }
 
-# The sources below the shipped folders that the build with clang compiles.
+# The sources below the shipped folders that the build with clang compiles. The commands are taken
+# from a configuration of their own: a precompiled header would have to be built first.
 sources_for_tidy() {
-  quietly build/logs/asan-configure.log cmake --preset asan || fail "asan: configuring"
+  quietly build/logs/tidy-configure.log cmake --preset asan -B build/tidy \
+    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON || fail "tidy: configuring"
   local pattern
   pattern="^$PWD/($(IFS='|' && echo "${SHIPPED_FOLDERS[*]}"))/"
-  grep -oE '"file": "[^"]+"' build/asan/compile_commands.json | cut -d'"' -f4 | grep -E "$pattern" |
+  grep -oE '"file": "[^"]+"' build/tidy/compile_commands.json | cut -d'"' -f4 | grep -E "$pattern" |
     sed "s|^$PWD/||" | sort -u || fail "found no sources for clang-tidy"
 }
 
@@ -167,7 +169,7 @@ sources_for_tidy() {
 run_tidy() {
   say "tidy: $# files"
   printf '%s\n' "$@" | sed 's/[.+]/\\&/g; s|.*|^'"$PWD"'/&$|' | xargs run-clang-tidy-14 -quiet \
-    -p build/asan -j "$CORES" >build/logs/tidy.log 2>&1 || {
+    -p build/tidy -j "$CORES" >build/logs/tidy.log 2>&1 || {
     sed 's/\x1b\[[0-9;]*m//g' build/logs/tidy.log | grep -E '(error|warning): ' | sort -u
     fail "tidy: the whole output is in build/logs/tidy.log"
   }
