@@ -27,15 +27,15 @@ namespace TarvexDiags::TestSupport {
 namespace {
 
 struct Stop {
-  Actor actor = Actor::none;
   unsigned int remaining = 0;
   PipelineSteps::Action action;
+  std::atomic<bool> isArmed{false};
 };
 
-std::mutex sMutex;  // guards the two actions
-Stop sStop;
+std::mutex sMutex;  // guards the actions
+std::array<Stop, 4> sStops;
+Actor sLatest = Actor::none;  // whose stop was asked for last
 PipelineSteps::Action sBeforeWorker;
-std::atomic<Actor> sArmed{Actor::none};
 std::atomic<bool> sReached{false};
 std::atomic<int> sActing{0};
 std::atomic<long> sWaitMs{0};
@@ -89,21 +89,25 @@ void* enterThread(void* argument) {
   return start.routine(start.argument);
 }
 
+Stop& stopOf(Actor actor) {
+  return sStops[static_cast<std::size_t>(actor)];
+}
+
 /** The action that is due on this thread, if it is. */
 PipelineSteps::Action takeStep() {
   const std::lock_guard<std::mutex> hold(sMutex);
-  if (sStop.actor != sSelf || --sStop.remaining > 0) {
+  Stop& stop = stopOf(sSelf);
+  if (!stop.isArmed || --stop.remaining > 0) {
     return nullptr;
   }
-  sArmed = Actor::none;
-  sStop.actor = Actor::none;
-  sReached = true;
+  stop.isArmed = false;
+  sReached = sReached || sLatest == sSelf;
   ++sActing;
-  return std::exchange(sStop.action, nullptr);
+  return std::exchange(stop.action, nullptr);
 }
 
 void step() {
-  if (sSelf == Actor::none || sSelf != sArmed.load(std::memory_order_relaxed) || sIsActing) {
+  if (sSelf == Actor::none || sIsActing || !stopOf(sSelf).isArmed.load(std::memory_order_relaxed)) {
     return;
   }
   sIsActing = true;
@@ -158,9 +162,12 @@ void PipelineSteps::restoreWaits() {
 
 void PipelineSteps::atLock(Actor actor, unsigned int number, Action action) {
   const std::lock_guard<std::mutex> hold(sMutex);
-  sStop = {actor, number, std::move(action)};
+  Stop& stop = stopOf(actor);
+  stop.remaining = number;
+  stop.action = std::move(action);
+  stop.isArmed = true;
+  sLatest = actor;
   sReached = false;
-  sArmed = actor;
 }
 
 unsigned long PipelineSteps::waits(Actor actor) const {
@@ -186,8 +193,10 @@ bool PipelineSteps::isReached() const {
 void PipelineSteps::disarm() {
   {
     const std::lock_guard<std::mutex> hold(sMutex);
-    sArmed = Actor::none;
-    sStop = {};
+    for (Stop& stop : sStops) {
+      stop.isArmed = false;
+      stop.action = nullptr;
+    }
   }
   eventually([] { return sActing == 0; });
 }

@@ -44,13 +44,16 @@ class PipelineSteps {
   unsigned long tries(Actor actor) const;
   long latestWait(Actor actor) const;
 
-  /** The action runs once, on the actor's thread, in front of the n-th lock from now on. */
+  /**
+   * The action runs once, on the actor's thread, in front of its n-th lock from now on. It replaces
+   * one of the same actor that is still to come; those of other actors stay.
+   */
   void atLock(Actor actor, unsigned int number, Action action);
   /** Makes the calling thread a client that can be stopped like the controller's own threads. */
   static void actAsClient();
-  /** Whether that lock has come. */
+  /** Whether the lock that was asked for last has come. */
   bool isReached() const;
-  /** Takes the action away again; waits until it is over if it is under way. */
+  /** Takes all actions away again; waits until those under way are over. */
   void disarm();
 
   /** The platform refuses the next so many workers. */
