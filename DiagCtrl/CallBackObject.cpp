@@ -2,7 +2,7 @@
 
 #include "DiagCtrl/DiagCtrlConditionVar.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

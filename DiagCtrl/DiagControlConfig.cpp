@@ -13,9 +13,9 @@
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/GlobalSettings.h"
 #include "DiagCtrl/PackageDetails.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

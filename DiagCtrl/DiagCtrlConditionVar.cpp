@@ -10,8 +10,8 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "System/Mutex.h"
 
 namespace TarvexDiags::DiagCtrl {

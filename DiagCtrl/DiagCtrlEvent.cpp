@@ -3,7 +3,7 @@
 #include <string>
 
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -4,8 +4,8 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

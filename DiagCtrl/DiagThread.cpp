@@ -13,10 +13,10 @@
 #include "DiagCtrl/DiagCtrlUnsupportedOperation.h"
 #include "DiagCtrl/DiagThreadArgument.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/GateScope.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/GateScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

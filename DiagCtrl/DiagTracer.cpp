@@ -10,10 +10,10 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlFileOpenException.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/Swallow.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -13,10 +13,10 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/EventManager.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/Swallow.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 #include "System/SysUtil.h"
 
 namespace TarvexDiags::DiagCtrl {

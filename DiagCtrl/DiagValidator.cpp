@@ -10,9 +10,9 @@
 #include "DiagCtrl/DiagCtrlInvalidParameter.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/GlobalSettings.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -11,13 +11,13 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/EventManager.h"
-#include "DiagCtrl/internal/ClientCallCount.h"
-#include "DiagCtrl/internal/ClientFailure.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/ClientFailure.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/ClientCallCount.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -37,13 +37,13 @@
 #include "DiagCtrl/PackageDetails.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/Answer.h"
-#include "DiagCtrl/internal/AtRestScope.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Swallow.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/AtRestScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

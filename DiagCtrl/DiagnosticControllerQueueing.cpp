@@ -19,12 +19,12 @@
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/GlobalSettings.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/Answer.h"
-#include "DiagCtrl/internal/ClientFailure.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/Swallow.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/ClientFailure.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -8,11 +8,11 @@
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/GlobalSettings.h"
-#include "DiagCtrl/internal/Answer.h"
-#include "DiagCtrl/internal/ClientFailure.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/ClientFailure.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {

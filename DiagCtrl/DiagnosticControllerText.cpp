@@ -14,9 +14,9 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/Answer.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

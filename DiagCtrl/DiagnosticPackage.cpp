@@ -19,10 +19,10 @@
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagUtil.h"
-#include "DiagCtrl/internal/Invariant.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/Invariant.h"
 #include "System/SysUtil.h"
 
 namespace TarvexDiags::DiagCtrl {

@@ -9,10 +9,10 @@
 #include "DiagCtrl/DiagCtrlLoadLibraryFailed.h"
 #include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/SharedObjectFile.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/SharedObjectFile.h"
 
 namespace TarvexDiags::DiagCtrl {
 

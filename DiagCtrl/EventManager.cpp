@@ -9,11 +9,11 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/Swallow.h"
-#include "DiagCtrl/internal/TraceScope.h"
-#include "DiagCtrl/internal/TracedLock.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TracedLock.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -22,10 +22,10 @@
 #include "DiagCtrl/PackageTestInfo.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/RequestReference.h"
-#include "DiagCtrl/internal/Swallow.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/RequestReference.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -1,7 +1,7 @@
 #include "DiagCtrl/GlobalSettings.h"
 
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/LockedMethod.h"
+#include "DiagCtrl/internal/foundation/LockedMethod.h"
 
 namespace TarvexDiags::DiagCtrl {
 

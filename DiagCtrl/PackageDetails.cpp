@@ -1,7 +1,7 @@
 #include "DiagCtrl/PackageDetails.h"
 
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -8,12 +8,12 @@
 #include "DiagCtrl/DiagCtrlKeyExistsException.h"
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/Invariant.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/Singleton.h"
-#include "DiagCtrl/internal/TraceScope.h"
-#include "DiagCtrl/internal/TracedLock.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TracedLock.h"
+#include "DiagCtrl/internal/ground/Invariant.h"
+#include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
 

@@ -8,11 +8,11 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
-#include "DiagCtrl/internal/GateScope.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/LockedMethod.h"
-#include "DiagCtrl/internal/ReplaceStatus.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/GateScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/LockedMethod.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/ReplaceStatus.h"
 
 namespace TarvexDiags::DiagCtrl {
 

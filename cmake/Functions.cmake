@@ -16,8 +16,7 @@ function(tarvex_add_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "FOLDERS")
   set(sources)
   foreach(folder IN LISTS arg_FOLDERS)
-    file(GLOB found CONFIGURE_DEPENDS
-      "${PROJECT_SOURCE_DIR}/${folder}/*.cpp" "${PROJECT_SOURCE_DIR}/${folder}/internal/*.cpp")
+    file(GLOB_RECURSE found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.cpp")
     list(APPEND sources ${found})
   endforeach()
 

@@ -12,7 +12,7 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "DiagCtrl/DiagCtrlKeyNotExistException.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/ResourceLockManager.h"
-#include "DiagCtrl/internal/Invariant.h"
+#include "DiagCtrl/internal/ground/Invariant.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"

@@ -19,7 +19,7 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlFileOpenException.h"
 #include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "tests/foundation/PlatformCalls.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"

@@ -48,7 +48,7 @@
 #include "DiagCtrl/PackageDetails.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/Raise.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
 #include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags::DiagCtrl {

@@ -15,9 +15,9 @@
 #include "DiagCtrl/DiagDevice.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/DiagnosticPackageInterface.h"
-#include "DiagCtrl/internal/DiagnosticsPin.h"
-#include "DiagCtrl/internal/ReplaceStatus.h"
-#include "DiagCtrl/internal/RequestReference.h"
+#include "DiagCtrl/internal/controller/DiagnosticsPin.h"
+#include "DiagCtrl/internal/controller/RequestReference.h"
+#include "DiagCtrl/internal/ground/ReplaceStatus.h"
 #include "tests/pipeline/PipelineFixture.h"
 
 namespace TarvexDiags::TestSupport {

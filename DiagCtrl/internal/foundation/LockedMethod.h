@@ -2,8 +2,8 @@
 
 #include "DiagCtrl/DiagCtrlBaseException.h"
 #include "DiagCtrl/DiagCtrlLock.h"
-#include "DiagCtrl/internal/LockScope.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {

@@ -4,8 +4,8 @@
 
 #include "DiagCtrl/DiagCtrlLock.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
-#include "DiagCtrl/internal/Raise.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/foundation/Raise.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "System/ThreadAnnotations.h"
 
 namespace TarvexDiags::DiagCtrl {

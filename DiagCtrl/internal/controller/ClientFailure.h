@@ -8,7 +8,7 @@
 #include "DiagCtrl/DiagCtrlMutexException.h"
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/PhaseGate.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
 
 namespace TarvexDiags::DiagCtrl {
 

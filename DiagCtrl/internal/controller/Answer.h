@@ -5,10 +5,10 @@
 #include <string>
 
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/ClientCallCount.h"
-#include "DiagCtrl/internal/ClientFailure.h"
-#include "DiagCtrl/internal/PhaseGate.h"
-#include "DiagCtrl/internal/TraceScope.h"
+#include "DiagCtrl/internal/controller/ClientFailure.h"
+#include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/ClientCallCount.h"
 
 namespace TarvexDiags::DiagCtrl {
 

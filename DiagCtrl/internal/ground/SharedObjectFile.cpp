@@ -1,4 +1,4 @@
-#include "DiagCtrl/internal/SharedObjectFile.h"
+#include "DiagCtrl/internal/ground/SharedObjectFile.h"
 
 #include <elf.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "DiagCtrl/internal/ClientCallCount.h"
+#include "DiagCtrl/internal/ground/ClientCallCount.h"
 
 #include <utility>
 
