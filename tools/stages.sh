@@ -117,11 +117,11 @@ stage_format() {
 }
 
 stage_model() {
-  tests/model/run
+  tests/controller/model/run
 }
 
 stage_long_model() {
-  tests/model/run --deep
+  tests/controller/model/run --deep
 }
 
 stage_coverage() {

@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "tests/scripted/Script.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/scripted/Script.h"
 
 namespace TarvexDiags::Bench {
 

@@ -11,11 +11,11 @@
 #include "Diag/DiagnosticSettings.h"
 #include "DiagCtrl/CallBackObject.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "tests/scripted/Script.h"
 #include "tests/support/CodeNames.h"
 #include "tests/support/ControlFile.h"
 #include "tests/support/PackageDirectory.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/scripted/Script.h"
 
 namespace TarvexDiags::TestSupport {
 

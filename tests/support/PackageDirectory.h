@@ -5,10 +5,10 @@
 #include <map>
 #include <string>
 
-#include "tests/scripted/Script.h"
 #include "tests/support/ConfigText.h"
 #include "tests/support/PackageConfig.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tests/support/scripted/Script.h"
 
 namespace TarvexDiags::TestSupport {
 

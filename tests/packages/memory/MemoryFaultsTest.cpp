@@ -1,0 +1,303 @@
+// Faults put between writing and comparing: every test finds each of them, with each vector unit.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/packages/memory/MemoryFixture.h"
+
+namespace TarvexDiags::Memory {
+namespace {
+
+constexpr std::size_t blocksOfRegion = 2 * Region::blocksInSlice + 3;
+
+/** @brief Flips one bit the n-th time that everything is written. */
+class FlippingSeam : public FaultSeam {
+ public:
+  FlippingSeam(std::size_t step, std::size_t word, int bit) : mStep(step), mWord(word), mBit(bit) {}
+
+  void written(const Region& region, std::size_t step) override {
+    steps = step + 1;
+    if (step == mStep) {
+      address = reinterpret_cast<std::uint64_t*>(region.data()) + mWord;
+      *address ^= std::uint64_t{1} << mBit;
+    }
+  }
+
+  std::size_t steps = 0;
+  std::uint64_t* address = nullptr;
+
+ private:
+  std::size_t mStep;
+  std::size_t mWord;
+  int mBit;
+};
+
+struct Outcome {
+  TestReport report;
+  std::vector<Miscompare> faults;
+};
+
+class MemoryTestsTest : public ::testing::TestWithParam<int> {
+ protected:
+  TestNumber number() const { return static_cast<TestNumber>(GetParam()); }
+
+  Outcome runWith(const Kernels& kernels, FaultSeam* seam) {
+    RecordingObserver observer;
+    Sweeper sweeper(*mRegion, mTeam, kernels, observer, seam);
+    const TestReport report = runTest(number(), sweeper, quickOptions());
+    return {report, observer.faults};
+  }
+
+  /** How often a test asks for faults. */
+  std::size_t steps() {
+    FlippingSeam counter(SIZE_MAX, 0, 0);
+    runWith(bestKernels(), &counter);
+    EXPECT_GE(counter.steps, 1U);
+    return counter.steps;
+  }
+
+  Team mTeam{twoCpus()};
+  std::unique_ptr<Region> mRegion = smallRegion(mTeam, blocksOfRegion);
+};
+
+TEST_P(MemoryTestsTest, good_memory_passes_and_is_verified_whole) {
+  for (const Kernels* kernels : supportedKernels()) {
+    const Outcome outcome = runWith(*kernels, nullptr);
+    EXPECT_TRUE(outcome.report.completed) << kernels->name;
+    EXPECT_EQ(outcome.report.miscompares, 0U) << kernels->name;
+    EXPECT_EQ(outcome.report.bytesVerified % mRegion->bytes(), 0U) << kernels->name;
+    EXPECT_GE(outcome.report.bytesVerified, mRegion->bytes()) << kernels->name;
+  }
+}
+
+TEST_P(MemoryTestsTest, a_bit_flipped_at_any_step_is_found_once_and_told_exactly) {
+  // The first block is written at every step of every test, also while blocks move.
+  const std::size_t word = 1234;
+  const std::size_t stepCount = steps();
+  for (const Kernels* kernels : supportedKernels()) {
+    for (std::size_t step = 0; step < stepCount; ++step) {
+      SCOPED_TRACE(std::string(kernels->name) + ", step " + std::to_string(step));
+      const int bit = static_cast<int>(step * 11 % 64);
+      FlippingSeam seam(step, word, bit);
+      const Outcome outcome = runWith(*kernels, &seam);
+      ASSERT_FALSE(outcome.faults.empty());
+      for (const Miscompare& fault : outcome.faults) {
+        EXPECT_EQ(fault.differingBits(), std::uint64_t{1} << bit);
+        EXPECT_EQ(fault.kind, FaultKind::FlippedContent);
+        EXPECT_EQ(fault.foundAgain, fault.found);
+        EXPECT_FALSE(fault.pattern.empty());
+      }
+      // Only a block that is moved once it is wrong shows the same fault in two places.
+      const bool copied = number() == TestNumber::BlockMove && step == 0;
+      ASSERT_EQ(outcome.report.miscompares, copied ? 2U : 1U);
+      if (!copied) {
+        EXPECT_EQ(outcome.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(seam.address));
+      }
+    }
+  }
+}
+
+TEST_P(MemoryTestsTest, a_flip_in_the_very_last_word_is_found) {
+  const std::size_t last = steps() - 1;
+  for (const Kernels* kernels : supportedKernels()) {
+    FlippingSeam seam(last, blocksOfRegion * wordsInBlock - 1, 63);
+    EXPECT_EQ(runWith(*kernels, &seam).report.miscompares, 1U) << kernels->name;
+  }
+}
+
+TEST_P(MemoryTestsTest, request_to_stop_ends_it) {
+  RecordingObserver observer;
+  observer.stop = true;
+  Sweeper sweeper(*mRegion, mTeam, bestKernels(), observer);
+  EXPECT_FALSE(runTest(number(), sweeper, quickOptions()).completed);
+  EXPECT_EQ(sweeper.bytesVerified(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllTests, MemoryTestsTest, ::testing::Range(1, 10));
+
+/** @brief A cell whose lowest bit cannot be cleared. */
+class StuckCell : public FaultSeam {
+ public:
+  explicit StuckCell(std::size_t word) : mWord(word) {}
+
+  void written(const Region& region, std::size_t) override {
+    mCell = reinterpret_cast<std::uint64_t*>(region.data()) + mWord;
+    *mCell |= 1;
+  }
+  void wordWritten(std::uint64_t* word) override {
+    if (word == mCell) {
+      *word |= 1;
+    }
+  }
+
+ private:
+  std::size_t mWord;
+  std::uint64_t* mCell = nullptr;
+};
+
+/** @brief A bus that spoils a read, and reads right when asked again. */
+class DisturbedRead : public FaultSeam {
+ public:
+  void written(const Region& region, std::size_t step) override {
+    if (step == 1) {
+      mWord = reinterpret_cast<std::uint64_t*>(region.data()) + 77;
+      mRight = *mWord;
+      *mWord ^= 0xff00;
+    }
+  }
+  void readAgain(std::uint64_t* word) override {
+    if (word == mWord) {
+      *word = mRight;
+    }
+  }
+
+ private:
+  std::uint64_t* mWord = nullptr;
+  std::uint64_t mRight = 0;
+};
+
+/** @brief An address line that is stuck: a write to the word with that line set arrives without. */
+class StuckAddressLine : public FaultSeam {
+ public:
+  StuckAddressLine(std::uint64_t* first, std::size_t words) : mFirst(first), mWords(words) {}
+
+  void wordWritten(std::uint64_t* word) override {
+    if (word == mFirst + mWords) {
+      *mFirst = *word;
+    }
+  }
+
+ private:
+  std::uint64_t* mFirst;
+  std::size_t mWords;
+};
+
+class MemoryFaultKindsTest : public ::testing::Test {
+ protected:
+  TestReport run(TestNumber number, FaultSeam& seam) {
+    Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver, &seam);
+    return runTest(number, sweeper, quickOptions());
+  }
+
+  Team mTeam{twoCpus()};
+  std::unique_ptr<Region> mRegion = smallRegion(mTeam, Region::blocksInSlice);
+  RecordingObserver mObserver;
+};
+
+TEST_F(MemoryFaultKindsTest, stuck_bit_is_told_from_content_that_flipped) {
+  StuckCell cell(4711);
+  const TestReport report = run(TestNumber::WalkingOnes, cell);
+  // Seven of the eight patterns have the bit clear.
+  EXPECT_EQ(report.miscompares, 7U);
+  for (const Miscompare& fault : mObserver.faults) {
+    EXPECT_EQ(fault.kind, FaultKind::StuckBit);
+    EXPECT_EQ(fault.differingBits(), 1U);
+    EXPECT_EQ(fault.virtualAddress, reinterpret_cast<std::uintptr_t>(mRegion->data()) + 4711 * 8);
+  }
+}
+
+TEST_F(MemoryFaultKindsTest, disturbed_read_is_told_from_a_bad_cell) {
+  DisturbedRead bus;
+  EXPECT_EQ(run(TestNumber::RandomPatterns, bus).miscompares, 1U);
+  ASSERT_EQ(mObserver.faults.size(), 1U);
+  EXPECT_EQ(mObserver.faults[0].kind, FaultKind::ReadDisturbance);
+  EXPECT_EQ(mObserver.faults[0].foundAgain, mObserver.faults[0].expected);
+  EXPECT_EQ(mObserver.faults[0].differingBits(), 0xff00U);
+}
+
+TEST_F(MemoryFaultKindsTest, each_stuck_address_line_is_found_and_named_by_its_offset) {
+  auto* const first = reinterpret_cast<std::uint64_t*>(mRegion->data());
+  for (std::size_t words = 1; words < mRegion->blocks() * wordsInBlock; words *= 2) {
+    mObserver.faults.clear();
+    StuckAddressLine line(first, words);
+    EXPECT_GE(run(TestNumber::AddressLines, line).miscompares, 1U) << words;
+    ASSERT_FALSE(mObserver.faults.empty());
+    EXPECT_EQ(mObserver.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(first));
+    EXPECT_NE(mObserver.faults[0].pattern.find("offset " + std::to_string(words * 8)),
+              std::string::npos)
+        << mObserver.faults[0].pattern;
+  }
+}
+
+TEST_F(MemoryFaultKindsTest, faults_beyond_the_limit_are_counted_but_not_told) {
+  class BadBlock : public FaultSeam {
+   public:
+    void written(const Region& region, std::size_t step) override {
+      if (step == 0) {
+        auto* const words = reinterpret_cast<std::uint64_t*>(region.data());
+        for (std::size_t word = 0; word < 3 * wordsInBlock; ++word) {
+          words[word] ^= 1;
+        }
+      }
+    }
+  } block;
+  EXPECT_EQ(run(TestNumber::RandomPatterns, block).miscompares, 3 * wordsInBlock);
+  EXPECT_EQ(mObserver.faults.size(), Sweeper::maximumReported);
+}
+
+TEST_F(MemoryFaultKindsTest, memory_that_is_bad_all_over_ends_the_test_early) {
+  class BadMemory : public FaultSeam {
+   public:
+    void written(const Region& region, std::size_t) override {
+      for (std::size_t offset = 0; offset < region.bytes(); offset += lineBytes / 2) {
+        region.data()[offset] ^= std::byte{1};
+      }
+    }
+  } memory;
+  const TestReport report = run(TestNumber::MovingInversions, memory);
+  EXPECT_FALSE(report.completed);
+  EXPECT_GE(report.miscompares, Sweeper::maximumCounted);
+}
+
+TEST_F(MemoryFaultKindsTest, bit_fade_leaves_the_memory_alone_for_the_configured_time) {
+  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  TestOptions options = quickOptions();
+  options.hold = std::chrono::minutes(5);
+  EXPECT_TRUE(runTest(TestNumber::BitFade, sweeper, options).completed);
+  EXPECT_EQ(mObserver.waited, std::chrono::minutes(10)) << "once for ones, once for zeros";
+}
+
+TEST_F(MemoryFaultKindsTest, bandwidth_stress_lasts_as_long_as_asked) {
+  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  TestOptions options = quickOptions();
+  options.duration = std::chrono::milliseconds(200);
+  const TestReport report = runTest(TestNumber::BandwidthStress, sweeper, options);
+  EXPECT_TRUE(report.completed);
+  EXPECT_GE(report.seconds, 0.2);
+  EXPECT_GT(report.bytesVerified, 2 * mRegion->bytes());
+}
+
+TEST_F(MemoryFaultKindsTest, full_forms_have_more_patterns_and_progress_reaches_the_end) {
+  for (int number = 1; number <= 8; ++number) {
+    Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+    const auto quick = runTest(static_cast<TestNumber>(number), sweeper, quickOptions());
+    TestOptions options = quickOptions();
+    options.quick = false;
+    const auto full = runTest(static_cast<TestNumber>(number), sweeper, options);
+    EXPECT_GE(full.bytesVerified, quick.bytesVerified) << number;
+    EXPECT_EQ(full.miscompares, 0U) << number;
+    EXPECT_DOUBLE_EQ(mObserver.lastProgress, 1.0) << number;
+  }
+}
+
+TEST_F(MemoryFaultKindsTest, stop_in_the_middle_of_a_stress_is_obeyed_at_once) {
+  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  TestOptions options = quickOptions();
+  options.duration = std::chrono::hours(1);
+  std::thread client([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    mObserver.stop = true;
+  });
+  const TestReport report = runTest(TestNumber::BandwidthStress, sweeper, options);
+  client.join();
+  EXPECT_FALSE(report.completed);
+  EXPECT_LT(report.seconds, 30);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Memory

@@ -1,0 +1,530 @@
+// The engines of the network package: over the loopback address, over links with faults, and over a
+// pair of virtual interfaces in namespaces that exist for the test alone.
+
+#include <net/if.h>
+#include <netlink/errno.h>
+#include <netlink/route/link/macvlan.h>
+#include <netlink/route/link/veth.h>
+#include <sched.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "packages/network/DatagramTest.h"
+#include "packages/network/LinkTests.h"
+#include "packages/network/Links.h"
+#include "packages/network/NamespacePair.h"
+#include "packages/network/Netlink.h"
+#include "packages/network/Payload.h"
+#include "packages/network/Sockets.h"
+#include "packages/network/StreamTest.h"
+#include "tests/packages/network/FaultyLinks.h"
+#include "tests/support/RecordingJournal.h"
+#include "tests/support/TestPrecompiled.h"
+
+namespace TarvexDiags::Network {
+namespace {
+
+using Common::RecordingJournal;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr std::uint64_t mib = std::uint64_t{1} << 20;
+const std::string lo = "lo";
+
+unsigned int codeOf(NetworkEvent event) {
+  return static_cast<unsigned int>(event);
+}
+
+// --- Payload
+
+TEST(NetworkPayload, RepeatsOnlyAfterItsPeriodAndCanBeFound) {
+  const Payload payload(5);
+  const std::uint64_t far = 10 * Payload::period + 77;
+  EXPECT_EQ(std::memcmp(payload.at(far, 1000).data(), payload.at(77, 1000).data(), 1000), 0);
+  EXPECT_EQ(payload.find(payload.at(far + 4096, 64), far), far + 4096);
+  EXPECT_EQ(payload.find(payload.at(far - 100, 64), far), far - 100);
+  EXPECT_EQ(payload.find(payload.at(3, 64), 1), 3U);
+  EXPECT_EQ(payload.find(payload.at(0, 8), 0), std::nullopt);
+  const std::vector<std::byte> foreign(64);
+  EXPECT_EQ(payload.find(foreign, far), std::nullopt);
+}
+
+// --- Streams
+
+StreamOptions stream(std::uint64_t bytes = 4 * mib, unsigned int connections = 1) {
+  return {.bytes = bytes,
+          .seed = 1,
+          .connections = connections,
+          .stall = std::chrono::milliseconds(300)};
+}
+
+StreamMaker faulty(const FaultyStream::Faults& faults) {
+  return [faults](unsigned int) {
+    return std::make_unique<FaultyStream>(connectOverLoopback(), faults);
+  };
+}
+
+StreamMaker sound() {
+  return [](unsigned int) { return connectOverLoopback(); };
+}
+
+TEST(NetworkStream, ArrivesWholeOverTheLoopbackAddress) {
+  for (const unsigned int connections : {1U, 3U}) {
+    RecordingJournal journal;
+    const StreamFigures figures = verifyStreams(sound(), stream(4 * mib, connections), lo, journal);
+    EXPECT_EQ(figures.bytes, 4 * mib * connections);
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::streamVerified).at(1),
+              std::to_string(4 * mib * connections));
+    EXPECT_EQ(journal.progressSteps().back(), 100U);
+  }
+}
+
+TEST(NetworkStream, WithAFlippedBitNamesPlaceAndBytes) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.flips = {{mib + 5, 0x10}}}), stream(), lo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::corrupted)));
+  const auto parameters = journal.parametersOf(NetworkEvent::corrupted);
+  ASSERT_THAT(parameters, SizeIs(5));
+  EXPECT_EQ(parameters[1], std::to_string(mib + 5));
+  EXPECT_EQ(std::stoul(parameters[2], nullptr, 16) ^ std::stoul(parameters[3], nullptr, 16), 0x10U);
+  EXPECT_EQ(parameters[4], "1");
+}
+
+TEST(NetworkStream, JoinsNeighbouringFlipsAndTellsDistantOnes) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.flips = {{100, 0xFF}, {103, 0x0F}, {mib, 1}, {4 * mib - 1, 1}}}), stream(),
+                lo, journal);
+  EXPECT_EQ(journal.count(NetworkEvent::corrupted), 3);
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::corrupted).at(4), "12");
+}
+
+TEST(NetworkStream, FindsEveryFlipAtTheEdgesOfWhatIsReceived) {
+  for (const std::uint64_t place : {std::uint64_t{0}, std::uint64_t{9'999}, std::uint64_t{10'000},
+                                    Payload::period - 1, Payload::period + std::uint64_t{0}}) {
+    RecordingJournal journal;
+    verifyStreams(faulty({.flips = {{place, 0x80}}}), stream(mib), lo, journal);
+    EXPECT_EQ(journal.count(NetworkEvent::corrupted), 1) << place;
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::corrupted).at(1), std::to_string(place));
+  }
+}
+
+TEST(NetworkStream, ThatLosesBytesTellsHowManyAndGoesOn) {
+  for (const std::uint64_t bytes : {std::uint64_t{1}, std::uint64_t{4096}, std::uint64_t{65536}}) {
+    RecordingJournal journal;
+    verifyStreams(faulty({.loseAt = mib, .loseBytes = bytes}), stream(), lo, journal);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::bytesLost))) << bytes;
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::bytesLost).at(2), std::to_string(bytes));
+    EXPECT_EQ(journal.count(NetworkEvent::streamVerified), 1);
+  }
+}
+
+TEST(NetworkStream, ThatRepeatsBytesTellsHowManyAndGoesOn) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.repeatAt = mib, .repeatBytes = 4096}), stream(), lo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::bytesRepeated)));
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::bytesRepeated).at(2), "4096");
+}
+
+TEST(NetworkStream, ThatBreaksTellsTheCause) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.breakAt = mib}), stream(), lo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::connectionBroken)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::connectionBroken).at(1), HasSubstr("reset"));
+}
+
+TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
+  for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
+    RecordingJournal journal;
+    EXPECT_THROW(
+        verifyStreams(faulty({.breakAt = mib, .breakError = error}), stream(), lo, journal),
+        std::system_error)
+        << error;
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+  }
+}
+
+TEST(NetworkStream, ThatStandsStillIsAnError) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.stallAt = mib}), stream(), lo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::stalled)));
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::stalled).at(1), "0.3");
+}
+
+TEST(NetworkStream, ThatIsSlowerThanAskedIsAWarning) {
+  RecordingJournal journal;
+  StreamOptions options = stream(mib);
+  options.minimumRate = 1e15;
+  verifyStreams(sound(), options, lo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::slowerThanAsked)));
+}
+
+TEST(NetworkStream, EndsSoonWhenStopped) {
+  RecordingJournal journal;
+  journal.stopAfter(2);
+  const StreamFigures figures = verifyStreams(sound(), stream(512 * mib), lo, journal);
+  EXPECT_LT(figures.bytes, 64 * mib);
+  EXPECT_EQ(journal.count(NetworkEvent::streamVerified), 0);
+}
+
+TEST(NetworkStream, TellsNoMoreFaultsThanAnybodyReads) {
+  FaultyStream::Faults faults;
+  for (std::uint64_t place = 0; place < mib; place += 1000) {
+    faults.flips[place] = 1;
+  }
+  RecordingJournal journal;
+  verifyStreams(faulty(faults), stream(mib), lo, journal);
+  EXPECT_EQ(journal.complaints().size(), 32U);
+}
+
+// --- Datagrams
+
+DatagramOptions datagrams(std::uint64_t count = 500) {
+  return {.datagrams = count, .seed = 3, .patience = std::chrono::milliseconds(50)};
+}
+
+void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal) {
+  FaultyDatagrams link(faults);
+  verifyDatagrams(link, datagrams(), lo, journal);
+}
+
+TEST(NetworkDatagrams, ArriveWholeOverTheLoopbackAddress) {
+  const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
+  RecordingJournal journal;
+  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), lo, journal);
+  EXPECT_EQ(figures.arrived, 2000U);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_EQ(journal.count(NetworkEvent::datagramsVerified), 1);
+}
+
+TEST(NetworkDatagrams, ThatAreLostAreCountedWithTheFirst) {
+  RecordingJournal journal;
+  runFaulty({.lose = {17, 300, 499}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::datagramsLost)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::datagramsLost), ElementsAre("lo", "3", "17"));
+}
+
+TEST(NetworkDatagrams, ThatComeTwiceAreCounted) {
+  RecordingJournal journal;
+  runFaulty({.repeat = {5, 499}}, journal);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::datagramsRepeated), ElementsAre("lo", "2", "5"));
+}
+
+TEST(NetworkDatagrams, InAnotherOrderAreAWarning) {
+  RecordingJournal journal;
+  runFaulty({.swapWithNext = {40}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::reordered)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::reordered), ElementsAre("lo", "1", "40"));
+}
+
+TEST(NetworkDatagrams, WithAFlippedBitAreNamed) {
+  RecordingJournal journal;
+  runFaulty({.flip = {{33, 20}}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::datagramCorrupted)));
+  const auto parameters = journal.parametersOf(NetworkEvent::datagramCorrupted);
+  EXPECT_EQ(parameters.at(1), "33");
+  EXPECT_EQ(parameters.at(2), "20");
+}
+
+TEST(NetworkDatagrams, WithADamagedHeaderOrCutShortAreFound) {
+  RecordingJournal header;
+  runFaulty({.flip = {{33, 2}}}, header);
+  EXPECT_EQ(header.count(NetworkEvent::datagramCorrupted), 1);
+  RecordingJournal cut;
+  runFaulty({.cut = {7}}, cut);
+  EXPECT_EQ(cut.count(NetworkEvent::datagramCorrupted), 1);
+}
+
+TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
+  for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
+    RecordingJournal journal;
+    EXPECT_THROW(runFaulty({.refuse = {{7, error}}}, journal), std::system_error) << error;
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+  }
+}
+
+TEST(NetworkDatagrams, ThatCannotBeSentBreakTheConnection) {
+  RecordingJournal journal;
+  runFaulty({.refuse = {{7, EHOSTUNREACH}}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::connectionBroken)));
+}
+
+TEST(NetworkDatagrams, EndWhenStopped) {
+  const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
+  RecordingJournal journal;
+  journal.stopAfter(0);
+  EXPECT_LT(verifyDatagrams(*link, datagrams(100'000), lo, journal).arrived, 1000U);
+}
+
+// --- Links and drivers
+
+Link etherLink() {
+  Link link;
+  link.name = "eth7";
+  link.up = true;
+  link.carrier = true;
+  link.state = "up";
+  link.errors = {{"rx_errors", 5}, {"rx_crc_errors", 5}};
+  link.drops = {{"rx_dropped", 2}};
+  return link;
+}
+
+class ScriptedControl : public LinkControl {
+ public:
+  LinkMode mode() override { return linkMode; }
+  DriverInfo driver() override { return {"e1000", "1", "2", "0000:00:03.0", 2}; }
+  SelfTestResult selfTest(bool offline) override {
+    lastOffline = offline;
+    return result;
+  }
+
+  LinkMode linkMode{1000, Duplex::full, 1000};
+  SelfTestResult result{false, {{"Register test", 0}, {"Link test", 0}}};
+  bool lastOffline = false;
+};
+
+std::vector<unsigned int> complaintsOf(const Link& link, ScriptedControl& control,
+                                       const LinkLimits& limits = {}) {
+  RecordingJournal journal;
+  judgeLink(link, control, limits, journal);
+  EXPECT_EQ(journal.count(NetworkEvent::link), 1);
+  return journal.complaints();
+}
+
+TEST(NetworkLink, ThatIsWellIsTold) {
+  ScriptedControl control;
+  RecordingJournal journal;
+  judgeLink(etherLink(), control, {1000}, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::link),
+              ElementsAre("eth7", "up", "1000 Mb/s", "full"));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::driver),
+              ElementsAre("eth7", "e1000", "1", "2", "0000:00:03.0"));
+}
+
+TEST(NetworkLink, WithoutCarrierIsAnError) {
+  ScriptedControl control;
+  Link link = etherLink();
+  link.carrier = false;
+  EXPECT_THAT(complaintsOf(link, control), ElementsAre(codeOf(NetworkEvent::noLink)));
+}
+
+TEST(NetworkLink, ThatIsSwitchedOffIsNoFault) {
+  ScriptedControl control;
+  RecordingJournal journal;
+  Link link = etherLink();
+  link.up = link.carrier = false;
+  EXPECT_THROW(judgeLink(link, control, {}, journal), NotSupported);
+  EXPECT_THROW(judgeCounters(etherLink(), link, {}, journal), NotSupported) << "meanwhile";
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST(NetworkLink, OfLessThanBothEndsOfferIsAWarning) {
+  ScriptedControl control;
+  control.linkMode.megabits = 100;
+  EXPECT_THAT(complaintsOf(etherLink(), control),
+              ElementsAre(codeOf(NetworkEvent::slowerThanBoth)));
+}
+
+TEST(NetworkLink, WithHalfDuplexIsAWarning) {
+  ScriptedControl control;
+  control.linkMode.duplex = Duplex::half;
+  EXPECT_THAT(complaintsOf(etherLink(), control), ElementsAre(codeOf(NetworkEvent::halfDuplex)));
+}
+
+TEST(NetworkLink, BelowTheConfiguredSpeedIsAnError) {
+  ScriptedControl control;
+  EXPECT_THAT(complaintsOf(etherLink(), control, {10000}),
+              ElementsAre(codeOf(NetworkEvent::belowMinimumSpeed)));
+}
+
+TEST(NetworkLink, OfUnknownSpeedIsNoFault) {
+  ScriptedControl control;
+  control.linkMode = {};
+  EXPECT_THAT(complaintsOf(etherLink(), control, {10000}), IsEmpty());
+}
+
+TEST(NetworkSelfTest, NamesThePartsThatFailed) {
+  ScriptedControl control;
+  RecordingJournal good;
+  runSelfTest("eth7", control, false, good);
+  EXPECT_THAT(good.parametersOf(NetworkEvent::selfTestPassed), ElementsAre("eth7", "2"));
+  EXPECT_FALSE(control.lastOffline);
+
+  control.result = {true, {{"Register test", 13}, {"Link test", 0}}};
+  RecordingJournal bad;
+  runSelfTest("eth7", control, true, bad);
+  EXPECT_TRUE(control.lastOffline);
+  EXPECT_THAT(bad.complaints(), ElementsAre(codeOf(NetworkEvent::selfTestFailed)));
+  EXPECT_THAT(bad.parametersOf(NetworkEvent::selfTestFailed),
+              ElementsAre("eth7", "Register test", "13"));
+}
+
+TEST(NetworkSelfTest, ThatFailsWithoutSayingWhereIsStillAnError) {
+  ScriptedControl control;
+  control.result.failed = true;
+  RecordingJournal journal;
+  runSelfTest("eth7", control, false, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::selfTestFailed)));
+}
+
+TEST(NetworkSelfTest, OfAnInterfaceWithoutOneIsNotSupported) {
+  RecordingJournal journal;
+  const auto control = makeLinkControl(lo);
+  EXPECT_THROW(runSelfTest(lo, *control, false, journal), NotSupported);
+}
+
+TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
+  Link after = etherLink();
+  after.errors["rx_errors"] += 3;
+  after.errors["rx_crc_errors"] += 3;
+  after.drops["rx_dropped"] += 3;
+  after.carrierChanges += 2;
+  RecordingJournal journal;
+  judgeCounters(etherLink(), after, {2}, journal);
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(codeOf(NetworkEvent::errorsCounted), codeOf(NetworkEvent::dropsCounted),
+                          codeOf(NetworkEvent::linkFlapped)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::errorsCounted),
+              ElementsAre("eth7", "rx_crc_errors", "3"));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::linkFlapped), ElementsAre("eth7", "2"));
+}
+
+TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
+  Link after = etherLink();
+  after.drops["rx_dropped"] += 2;
+  RecordingJournal journal;
+  judgeCounters(etherLink(), after, {2}, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::fewDrops), ElementsAre("eth7", "rx_dropped", "2"));
+}
+
+TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
+  Link after = etherLink();
+  after.errors["rx_errors"] += 3;
+  RecordingJournal journal;
+  judgeCounters(etherLink(), after, {2}, journal);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::errorsCounted),
+              ElementsAre("eth7", "rx_errors", "3"));
+}
+
+TEST(NetworkCounters, ThatStoodStillOrWereSetBackAreNoFault) {
+  Link after = etherLink();
+  after.errors["rx_errors"] = 0;
+  RecordingJournal journal;
+  judgeCounters(etherLink(), after, {2}, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_EQ(journal.count(NetworkEvent::countersQuiet), 1);
+}
+
+TEST(NetworkDiscovery, KnowsTheLoopbackInterface) {
+  const Link link = readLink(lo);
+  EXPECT_TRUE(link.loopback);
+  EXPECT_EQ(link.kind, "");
+  EXPECT_EQ(link.errors.size(), 12U);
+  EXPECT_THROW(readLink("no-such-one"), std::system_error);
+}
+
+TEST(NetworkDiscovery, LeavesOutWhatIsSwitchedOffOrMadeOfSoftware) {
+  Link link = etherLink();
+  EXPECT_EQ(whyNoDevice(link), "");
+  link.up = false;
+  EXPECT_THAT(whyNoDevice(link), HasSubstr("switched off"));
+  link.kind = "bridge";
+  EXPECT_THAT(whyNoDevice(link), HasSubstr("bridge"));
+}
+
+// --- From one interface to the other
+
+/** @brief In a namespace of its own, where nobody else's interfaces are, with a pair of its own. */
+class NetworkPair : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (unshare(CLONE_NEWNET) != 0) {
+      GTEST_SKIP() << "needs CAP_SYS_ADMIN: " << std::strerror(errno);
+    }
+    const NetlinkSocket socket;
+    if (rtnl_link_veth_add(socket.get(), "left", "right", getpid()) < 0) {
+      GTEST_SKIP() << "the kernel has no virtual pairs";
+    }
+  }
+
+  RecordingJournal journal;
+};
+
+TEST_F(NetworkPair, CarriesStreamsAndDatagramsBetweenItsNamespaces) {
+  {
+    const NamespacePair pair("left", "right");
+    ASSERT_TRUE(pair.waitForCarrier(std::chrono::seconds(5)));
+    EXPECT_EQ(if_nametoindex("left"), 0U);
+    const Link before = pair.first();
+    const StreamFigures figures = verifyStreams(
+        [&](unsigned int) { return connectStream(pair.firstEnd(), pair.secondEnd()); }, stream(),
+        "left", journal);
+    EXPECT_EQ(figures.bytes, 4 * mib);
+    const auto link = connectDatagrams(pair.secondEnd(), pair.firstEnd());
+    EXPECT_EQ(verifyDatagrams(*link, datagrams(), "right", journal).arrived, 500U);
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+    EXPECT_GT(pair.first().packetsSent - before.packetsSent, 4 * mib / 65536);
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U) << "was not put back";
+  EXPECT_NE(if_nametoindex("right"), 0U) << "was not put back";
+}
+
+TEST_F(NetworkPair, IsRefusedWhenAnInterfaceIsInUse) {
+  {
+    const NamespacePair pair("left", "right");
+    pair.firstEnd().inside([&] {
+      try {
+        const NamespacePair again("left", "lo");
+        ADD_FAILURE() << "took an interface with an address";
+      } catch (const NotSupported& reason) {
+        EXPECT_THAT(reason.what(), HasSubstr("in use"));
+      }
+    });
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U);
+}
+
+TEST_F(NetworkPair, IsRefusedWhenAnotherInterfaceLiesOnOneOfIts) {
+  const NetlinkSocket socket;
+  rtnl_link* const upper = rtnl_link_macvlan_alloc();
+  rtnl_link_set_name(upper, "upper");
+  rtnl_link_set_link(upper, readLink("left").index);
+  const int added = rtnl_link_add(socket.get(), upper, NLM_F_CREATE | NLM_F_EXCL);
+  rtnl_link_put(upper);
+  if (added < 0) {
+    GTEST_SKIP() << "the kernel lays no interface on another: " << nl_geterror(added);
+  }
+  try {
+    const NamespacePair pair("left", "right");
+    ADD_FAILURE() << "took an interface that carries another";
+  } catch (const NotSupported& reason) {
+    EXPECT_THAT(reason.what(), HasSubstr("left carries upper"));
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U);
+}
+
+TEST_F(NetworkPair, PutsTheFirstBackWhenThereIsNoSecond) {
+  try {
+    const NamespacePair pair("left", "nowhere");
+    FAIL();
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ENODEV);
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U);
+}
+
+TEST_F(NetworkPair, TellsWhenItsPartnerIsMissing) {
+  const NetlinkSocket socket;
+  ASSERT_EQ(rtnl_link_veth_add(socket.get(), "other", "alone", getpid()), 0);
+  const NamespacePair pair("left", "other");
+  EXPECT_FALSE(pair.waitForCarrier(std::chrono::milliseconds(50)));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Network

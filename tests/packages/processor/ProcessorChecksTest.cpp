@@ -1,0 +1,182 @@
+// Every check of every test: good on a good core, and each wrong result found and named.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "tests/packages/processor/ProcessorFixture.h"
+
+namespace TarvexDiags::Processor {
+namespace {
+
+using std::chrono::milliseconds;
+
+/** What to make of a result so that it is wrong: most are when any bit is flipped. */
+SpoilingSeam::Spoil spoilFor(const std::string& instructionClass) {
+  struct Special {
+    const char* part;
+    std::uint64_t value;
+  };
+  // Results that are wrong only when the memory model, or chance, forbids them.
+  static constexpr Special specials[] = {
+      {"store buffering", 0},
+      {"message passing", std::uint64_t{1} << 32},
+      {"load buffering", (std::uint64_t{1} << 32) | 1},
+      {"coherent reads", (std::uint64_t{3} << 32) | 2},
+      {"bytes", 100000},
+      {"bias of bits", 4096},
+      {"stuck", 4096},
+  };
+  for (const Special& special : specials) {
+    if (instructionClass.find(special.part) != std::string::npos) {
+      return [value = special.value](std::span<std::uint64_t> results) {
+        results[results.size() / 2] = value;
+      };
+    }
+  }
+  return [](std::span<std::uint64_t> results) { results[results.size() / 2] ^= 0x100; };
+}
+
+class ProcessorTestsTest : public ::testing::TestWithParam<int> {
+ protected:
+  TestNumber number() const { return static_cast<TestNumber>(GetParam()); }
+};
+
+TEST_P(ProcessorTestsTest, good_core_passes_each_check_at_least_once) {
+  RecordingObserver observer;
+  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  const TestReport report = runTest(number(), verifier, milliseconds(100));
+  EXPECT_TRUE(report.completed);
+  EXPECT_GE(report.checkedResults, availableChecks(number()).size());
+  EXPECT_DOUBLE_EQ(observer.lastProgress, 1.0);
+  EXPECT_EQ(report.wrongResults, 0U);
+  for (const WrongResult& wrong : observer.results) {
+    ADD_FAILURE() << wrong.instructionClass << ": " << wrong.operands << ": expected "
+                  << wrong.expected << ", found " << wrong.found;
+  }
+}
+
+TEST_P(ProcessorTestsTest, wrong_result_of_each_instruction_class_is_found_and_named) {
+  for (const Check& check : availableChecks(number())) {
+    SCOPED_TRACE(check.instructionClass);
+    RecordingObserver observer;
+    SpoilingSeam seam(check.instructionClass, spoilFor(check.instructionClass));
+    Verifier verifier(testedCore, anyPartner(), 1, observer, &seam);
+    verifier.begin(check.instructionClass);
+    check.run(verifier);
+    ASSERT_TRUE(seam.spoiled);
+    ASSERT_EQ(observer.results.size(), 1U);
+    const WrongResult& wrong = observer.results[0];
+    EXPECT_EQ(wrong.core, testedCore);
+    EXPECT_EQ(wrong.instructionClass, check.instructionClass);
+    EXPECT_FALSE(wrong.operands.empty());
+    EXPECT_FALSE(wrong.expected.empty());
+    EXPECT_NE(wrong.found, wrong.expected);
+    EXPECT_EQ(verifier.wrongResults(), 1U);
+  }
+}
+
+TEST_P(ProcessorTestsTest, same_seed_gives_the_same_results) {
+  class Digest : public ResultSeam {
+   public:
+    void computed(const std::string& instructionClass, std::span<std::uint64_t> results) override {
+      if (instructionClass.find("random") != 0 && instructionClass.find("store vis") != 0) {
+        for (const std::uint64_t result : results) {
+          digest = Common::mixed(digest ^ result);
+        }
+      }
+    }
+    std::uint64_t digest = 0;
+  };
+  const auto digestOf = [&](std::uint64_t seed) {
+    RecordingObserver observer;
+    Digest seam;
+    Verifier verifier(testedCore, anyPartner(), seed, observer, &seam);
+    runTest(number(), verifier, milliseconds(0));
+    return seam.digest;
+  };
+  EXPECT_EQ(digestOf(3), digestOf(3));
+}
+
+TEST_P(ProcessorTestsTest, request_to_stop_is_obeyed) {
+  RecordingObserver observer;
+  observer.stop = true;
+  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  EXPECT_FALSE(runTest(number(), verifier, std::chrono::hours(1)).completed);
+}
+
+TEST_P(ProcessorTestsTest, instruction_classes_are_named_once) {
+  std::set<std::string> names;
+  for (const Check& check : availableChecks(number())) {
+    EXPECT_TRUE(names.insert(check.instructionClass).second) << check.instructionClass;
+  }
+  for (const std::string& name : missingChecks(number())) {
+    EXPECT_TRUE(names.insert(name).second) << name;
+  }
+  EXPECT_FALSE(names.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(AllTests, ProcessorTestsTest, ::testing::Range(1, 9));
+
+TEST(VerifierTest, wrong_results_beyond_the_limit_are_counted_but_not_told) {
+  RecordingObserver observer;
+  SpoilingSeam seam("integer add", [](std::span<std::uint64_t> results) {
+    for (std::uint64_t& result : results) {
+      result ^= 1;
+    }
+  });
+  Verifier verifier(testedCore, anyPartner(), 1, observer, &seam);
+  const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(0));
+  EXPECT_GT(report.wrongResults, Verifier::maximumReported);
+  EXPECT_EQ(observer.results.size(), Verifier::maximumReported);
+}
+
+TEST(VerifierTest, generator_that_repeats_itself_is_found) {
+  for (const Check& check : availableChecks(TestNumber::RandomGenerator)) {
+    if (check.instructionClass.find("stuck") == std::string::npos) {
+      continue;
+    }
+    class Stuck : public ResultSeam {
+     public:
+      void computed(const std::string&, std::span<std::uint64_t> results) override {
+        if (results.size() > 1) {
+          results[101] = results[100];
+          results[200] = ~std::uint64_t{0};
+        }
+      }
+    } seam;
+    RecordingObserver observer;
+    Verifier verifier(testedCore, -1, 1, observer, &seam);
+    verifier.begin(check.instructionClass);
+    check.run(verifier);
+    ASSERT_EQ(observer.results.size(), 2U);
+    EXPECT_EQ(observer.results[0].expected, "not the number drawn before");
+    EXPECT_EQ(observer.results[1].expected, "neither all zeros nor all ones");
+  }
+}
+
+TEST(PartnerTest, both_sides_run_at_the_same_time_again_and_again) {
+  Partner partner(anyPartner());
+  std::atomic<int> here{0};
+  std::atomic<int> there{0};
+  for (int round = 0; round < 200; ++round) {
+    partner.together([&] { ++here; }, [&] { ++there; });
+    ASSERT_EQ(here, round + 1);
+    ASSERT_EQ(there, round + 1);
+  }
+}
+
+TEST(RunTest, test_goes_on_until_its_time_is_over_and_tells_how_much_of_it_was_verified_work) {
+  RecordingObserver observer;
+  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(300));
+  EXPECT_GE(report.seconds, 0.3);
+  EXPECT_GT(report.verifiedSeconds, 0);
+  EXPECT_LE(report.verifiedSeconds, report.seconds);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Processor
