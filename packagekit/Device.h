@@ -6,38 +6,32 @@
 
 namespace TarvexDiags::PackageKit {
 
-/**
- * @brief One device, as a package describes it to the kit.
- *
- * A plain value. Everything but `status` travels to the worker process in which the tests run, so
- * whatever a test must know about its device stands in `properties`.
- */
+/// @brief One device, as a package describes it to the kit.
+///
+/// A plain value. Everything but `status` travels to the worker process in which the tests run, so
+/// whatever a test must know about its device stands in `properties`.
 struct Device {
-  /** Name for people, such as "Samsung SSD 990 PRO (nvme0n1)". Never empty. */
+  /// Name for people, such as "Samsung SSD 990 PRO (nvme0n1)". Never empty.
   std::string name;
 
-  /**
-   * Path of components with "/" between them, such as "host/nvme0n1". The **last component** is
-   * what locks go by, so it must be the name of a real component and unique in the machine: "cpu3",
-   * "node0", "nvme0n1", "eth0". Never empty.
-   */
+  /// Path of components with "/" between them, such as "host/nvme0n1". The **last component** is
+  /// what locks go by, so it must be the name of a real component and unique in the machine:
+  /// "cpu3", "node0", "nvme0n1", "eth0". Never empty.
   std::string resourceTag;
 
-  /** Name that configuration files use to leave the device out; empty: the same as `name`. */
+  /// Name that configuration files use to leave the device out; empty: the same as `name`.
   std::string disableName = {};
 
-  /** What discovery found out and the tests need: paths, numbers, capabilities. */
+  /// What discovery found out and the tests need: paths, numbers, capabilities.
   std::map<std::string, std::string> properties = {};
 
-  /**
-   * Answers the device's present status, a code of section `DeviceStatus` in the package's
-   * configuration file. Optional: without it the status is 0. Runs in the host process, on client
-   * threads, also while a test runs on the device: it must be quick and must not block. What it
-   * throws is reported as `DEVICE_STATUS_UNKNOWN`.
-   */
+  /// Answers the device's present status, a code of section `DeviceStatus` in the package's
+  /// configuration file. Optional: without it the status is 0. Runs in the host process, on client
+  /// threads, also while a test runs on the device: it must be quick and must not block. What it
+  /// throws is reported as `DEVICE_STATUS_UNKNOWN`.
   std::function<unsigned int()> status = {};
 
-  /** @brief A property, or the fallback when there is none of that name. */
+  /// @brief A property, or the fallback when there is none of that name.
   std::string property(const std::string& key, const std::string& fallback = {}) const {
     const auto found = properties.find(key);
     return found == properties.end() ? fallback : found->second;

@@ -10,21 +10,21 @@ namespace TarvexDiags::PackageKit {
 
 using DiagnosticMode = DeviceEnum::IDeviceEnumerator::DiagnosticMode;
 
-/** @brief What discovery and predicates, which run in the host process, can ask and tell. */
+/// @brief What discovery and predicates, which run in the host process, can ask and tell.
 struct Environment {
-  /** For whom the tests run: CUSTOMER, FACTORY or BRINGUP. */
+  /// For whom the tests run: CUSTOMER, FACTORY or BRINGUP.
   DiagnosticMode diagnosticMode;
 
-  /** The package's configuration file. */
+  /// The package's configuration file.
   Settings settings;
 
-  /** `ResourceLockProperty` of the configuration file; empty when absent or not enumerating. */
+  /// `ResourceLockProperty` of the configuration file; empty when absent or not enumerating.
   std::string resourceString;
 
-  /** `DeviceType` of the configuration file; 0 when absent or not enumerating. */
+  /// `DeviceType` of the configuration file; 0 when absent or not enumerating.
   unsigned int deviceType;
 
-  /** Writes a line to the package's log. Never null. */
+  /// Writes a line to the package's log. Never null.
   std::function<void(const std::string&)> log;
 };
 

@@ -9,35 +9,30 @@ namespace TarvexDiags::PackageKit {
 
 using DefineFunction = void (*)(Package&);
 
-/**
- * @brief What the exports of a package do. A package that must put something of its own around them
- * writes the exports itself and calls these; all others use TARVEX_PACKAGE.
- *
- * Thread-safe, as the controller may call exports from several threads. They throw nothing; the two
- * that make objects return null when memory is short or the package's definition is unusable, which
- * the log then tells.
- */
+/// @brief What the exports of a package do. A package that must put something of its own around
+/// them writes the exports itself and calls these; all others use TARVEX_PACKAGE.
+///
+/// Thread-safe, as the controller may call exports from several threads. They throw nothing; the
+/// two that make objects return null when memory is short or the package's definition is unusable,
+/// which the log then tells.
 void setConfigFile(const char* file);
 void setLogDirectory(const char* directory);
 DeviceEnum::IDeviceEnumerator* makeEnumerator(DefineFunction define, bool diagLog,
                                               DiagnosticMode mode);
 Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, DiagnosticMode mode);
 
-/** @brief The life of a worker process, entered by the worker executable. Returns its exit status.
- */
+///  @brief The life of a worker process, entered by the worker executable. Returns its exit status.
 int runWorker(DefineFunction define, int socket);
 
 }  // namespace TarvexDiags::PackageKit
 
-/**
- * Opens the function that fills the package, and makes the shared object's exports. Once in each
- * package:
- *
- *   TARVEX_PACKAGE(package) {
- *     package.discover(findDisks);
- *     package.test(1, readEveryBlock);
- *   }
- */
+/// Opens the function that fills the package, and makes the shared object's exports. Once in each
+/// package:
+///
+///   TARVEX_PACKAGE(package) {
+///     package.discover(findDisks);
+///     package.test(1, readEveryBlock);
+///   }
 #define TARVEX_PACKAGE(package)                                                             \
   static void tarvexDefinePackage(::TarvexDiags::PackageKit::Package&);                     \
   extern "C" {                                                                              \

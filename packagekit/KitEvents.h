@@ -2,14 +2,12 @@
 
 namespace TarvexDiags::PackageKit {
 
-/**
- * @brief Event codes that the kit raises on behalf of every package: 9000 to 9099 are reserved.
- *
- * Their tokens and texts are appended to the files of each package when it is built. All of them
- * begin with the same three parameters: number of the test, name of the test, resource tag of the
- * device. What follows is told at each. "Last lines" are what the worker wrote to its standard
- * output and error last, the lines joined with " | ", possibly empty.
- */
+/// @brief Event codes that the kit raises on behalf of every package: 9000 to 9099 are reserved.
+///
+/// Their tokens and texts are appended to the files of each package when it is built. All of them
+/// begin with the same three parameters: number of the test, name of the test, resource tag of the
+/// device. What follows is told at each. "Last lines" are what the worker wrote to its standard
+/// output and error last, the lines joined with " | ", possibly empty.
 enum KitEvent : unsigned int {
   // ERROR_EVENT: trouble of the tool. The result is UNUSUAL_STATUS, never FAILED.
   WORKER_CRASHED = 9000,         ///< signal (as "SIGSEGV"), last lines
@@ -40,13 +38,13 @@ enum KitEvent : unsigned int {
   TEST_PROGRESS = 9063,     ///< percent: every ten, when the request asks for status messages
 };
 
-/** @brief Device status codes of the kit, with their tokens in section `DeviceStatus`. */
+/// @brief Device status codes of the kit, with their tokens in section `DeviceStatus`.
 enum KitDeviceStatus : unsigned int {
   DEVICE_STATUS_HUNG = 9090,     ///< a worker on it can't be killed; refused until enumerated again
   DEVICE_STATUS_UNKNOWN = 9091,  ///< the package's own function failed
 };
 
-/** @brief First code that packages must leave alone, and the last. */
+/// @brief First code that packages must leave alone, and the last.
 inline constexpr unsigned int kFirstKitCode = 9000;
 inline constexpr unsigned int kLastKitCode = 9099;
 

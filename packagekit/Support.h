@@ -5,22 +5,20 @@
 
 namespace TarvexDiags::PackageKit {
 
-/**
- * @brief Whether a test can run on a device; a no always comes with its reason, which goes into the
- * package's log.
- */
+/// @brief Whether a test can run on a device; a no always comes with its reason, which goes into
+/// the package's log.
 class Support {
  public:
   static Support yes() { return Support({}); }
 
-  /** @param reason in a few words, such as "needs CAP_NET_ADMIN". Empty counts as unknown. */
+  /// @param reason in a few words, such as "needs CAP_NET_ADMIN". Empty counts as unknown.
   static Support no(std::string reason) {
     return Support(reason.empty() ? "no reason given" : std::move(reason));
   }
 
   explicit operator bool() const { return m_reason.empty(); }
 
-  /** @brief Why not; empty for a yes. */
+  /// @brief Why not; empty for a yes.
   const std::string& reason() const { return m_reason; }
 
  private:

@@ -8,11 +8,9 @@
 
 namespace TarvexDiags::PackageKit {
 
-/**
- * @brief A test as a class, for those that need more than a function. One object serves all runs.
- *
- * `run` is called in the worker process, the other two in the host process, from any thread.
- */
+/// @brief A test as a class, for those that need more than a function. One object serves all runs.
+///
+/// `run` is called in the worker process, the other two in the host process, from any thread.
 class Test {
  public:
   Test();
@@ -20,16 +18,14 @@ class Test {
   Test& operator=(const Test&) = delete;
   virtual ~Test();
 
-  /** @brief Tests the device; see TestContext for what may be thrown. */
+  /// @brief Tests the device; see TestContext for what may be thrown.
   virtual Verdict run(TestContext& context) = 0;
 
-  /** @brief Whether the test can run on the device. The base says yes. */
+  /// @brief Whether the test can run on the device. The base says yes.
   virtual Support supports(const Device& device, const Environment& environment) const;
 
-  /**
-   * @brief How many seconds the test would take; 0: take `TestEstimatedTime` of the configuration
-   * file, -1: nobody can tell. The base answers 0.
-   */
+  /// @brief How many seconds the test would take; 0: take `TestEstimatedTime` of the configuration
+  /// file, -1: nobody can tell. The base answers 0.
   virtual int estimate(const Device& device, const Environment& environment) const;
 };
 

@@ -18,20 +18,19 @@ namespace TarvexDiags::PackageKit {
 using AccessMode = DeviceEnum::IDevice::AccessMode;
 using EventType = Diag::DiagnosticEvent::EventType;
 
-/** @brief Thrown by TestContext::throwIfStopped; the kit catches it. Not to be reported by a test.
- */
+///  @brief Thrown by TestContext::throwIfStopped; the kit catches it. Not to be reported by a test.
 class Stopped : public std::exception {
  public:
   const char* what() const noexcept override { return "the test was asked to stop"; }
 };
 
-/** @brief Thrown to say that the device is gone; reported as trouble of the tool. */
+/// @brief Thrown to say that the device is gone; reported as trouble of the tool.
 class DeviceVanished : public std::exception {
  public:
   const char* what() const noexcept override { return "the device has vanished"; }
 };
 
-/** @brief How one test of one pass is to be run: all that the request and the machine determine. */
+/// @brief How one test of one pass is to be run: all that the request and the machine determine.
 struct TestParameters {
   int testId = 0;
   Device device = {};
@@ -44,19 +43,17 @@ struct TestParameters {
   std::string configFile = {};
 };
 
-/**
- * @brief What a running test sees and says. It runs in a worker process of its own, so it may
- * crash, hang or be killed without harm to anybody; the context is its only way to the outside.
- *
- * Every operation may be called from any thread of the test, and all threads that a test starts
- * must have ended when it returns. Trouble of the tool is thrown: std::bad_alloc,
- * std::system_error (EACCES and EPERM are told as missing permission; ENODEV, ENXIO and ENOMEDIUM
- * as a vanished device; ENOMEM as no memory), DeviceVanished, or anything else. It is reported as
- * UNUSUAL_STATUS with an event of the kit, never as a fault of the hardware.
- *
- * Abstract only so that a package's unit tests can call a test in their own process, with
- * testing/RecordingContext.h.
- */
+/// @brief What a running test sees and says. It runs in a worker process of its own, so it may
+/// crash, hang or be killed without harm to anybody; the context is its only way to the outside.
+///
+/// Every operation may be called from any thread of the test, and all threads that a test starts
+/// must have ended when it returns. Trouble of the tool is thrown: std::bad_alloc,
+/// std::system_error (EACCES and EPERM are told as missing permission; ENODEV, ENXIO and ENOMEDIUM
+/// as a vanished device; ENOMEM as no memory), DeviceVanished, or anything else. It is reported as
+/// UNUSUAL_STATUS with an event of the kit, never as a fault of the hardware.
+///
+/// Abstract only so that a package's unit tests can call a test in their own process, with
+/// testing/RecordingContext.h.
 class TestContext {
  public:
   explicit TestContext(TestParameters parameters);
@@ -68,38 +65,36 @@ class TestContext {
 
   const Device& device() const { return m_parameters.device; }
 
-  /** @brief A property of the device, or the fallback. */
+  /// @brief A property of the device, or the fallback.
   std::string property(const std::string& key, const std::string& fallback = {}) const {
     return device().property(key, fallback);
   }
 
   int testId() const { return m_parameters.testId; }
 
-  /** @brief The number of the pass, from 1 on. */
+  /// @brief The number of the pass, from 1 on.
   int passNumber() const { return m_parameters.passNumber; }
 
-  /**
-   * @brief A number to draw all of the test's random values from. Another one for each pass, unless
-   * the client gives one (the line "Seed=NUMBER" in the text to which the parameter pointer of its
-   * settings leads) or the configuration has the key `Seed`; it stands in the event that opens the
-   * test, so a fault can be run again.
-   */
+  /// @brief A number to draw all of the test's random values from. Another one for each pass,
+  /// unless the client gives one (the line "Seed=NUMBER" in the text to which the parameter pointer
+  /// of its settings leads) or the configuration has the key `Seed`; it stands in the event that
+  /// opens the test, so a fault can be run again.
   std::uint64_t seed() const { return m_parameters.seed; }
 
-  /** @brief Whether the client wants a short run, at the price of thoroughness. */
+  /// @brief Whether the client wants a short run, at the price of thoroughness.
   bool quickMode() const { return m_parameters.quickMode; }
 
-  /** @brief Whether the test shall end at its first error; else it may go on and find more. */
+  /// @brief Whether the test shall end at its first error; else it may go on and find more.
   bool haltOnError() const { return m_parameters.haltOnError; }
 
   DiagnosticMode diagnosticMode() const { return m_parameters.diagnosticMode; }
 
-  /** @brief How the device may be opened. QUERY: not for reading its contents. */
+  /// @brief How the device may be opened. QUERY: not for reading its contents.
   AccessMode openMode() const { return m_parameters.openMode; }
   bool mayRead() const;
   bool mayWrite() const;
 
-  /** @brief The mode as flags of open(2), O_CLOEXEC included. QUERY gives O_RDONLY | O_NONBLOCK. */
+  /// @brief The mode as flags of open(2), O_CLOEXEC included. QUERY gives O_RDONLY | O_NONBLOCK.
   int openFlags() const;
 
   // Configuration: the key in the section of this test, else in section Package.
@@ -112,52 +107,44 @@ class TestContext {
 
   // What the test has to say.
 
-  /** @brief How much of this test is done, 0 to 100. Cheap: call it as often as convenient. */
+  /// @brief How much of this test is done, 0 to 100. Cheap: call it as often as convenient.
   void progress(unsigned int percent);
 
-  /**
-   * @brief Raises an event of the package: code 1 to 8999, with a token in section `Information`,
-   * `Warning` or `Error` of its configuration file. It reaches the clients within milliseconds of
-   * the host's next look. Beyond `MaxEvents` of a pass (10,000 by default) events are counted and
-   * dropped.
-   */
+  /// @brief Raises an event of the package: code 1 to 8999, with a token in section `Information`,
+  /// `Warning` or `Error` of its configuration file. It reaches the clients within milliseconds of
+  /// the host's next look. Beyond `MaxEvents` of a pass (10,000 by default) events are counted and
+  /// dropped.
   void event(EventType type, unsigned int code, std::vector<std::string> parameters = {});
   void information(unsigned int code, std::vector<std::string> parameters = {});
   void warning(unsigned int code, std::vector<std::string> parameters = {});
   void error(unsigned int code, std::vector<std::string> parameters = {});
 
-  /**
-   * @brief Reports a figure: "readBandwidth", 12.5, "GB/s".
-   * @param name lowerCamel, the same in each run, so that figures can be compared
-   * @param unit as people write it; empty for a bare number
-   */
+  /// @brief Reports a figure: "readBandwidth", 12.5, "GB/s".
+  /// @param name lowerCamel, the same in each run, so that figures can be compared
+  /// @param unit as people write it; empty for a bare number
   void measurement(const std::string& name, double value, const std::string& unit = {});
 
-  /** @brief The same for a figure that is text, such as a firmware revision. */
+  /// @brief The same for a figure that is text, such as a firmware revision.
   void measurement(const std::string& name, const std::string& value, const std::string& unit = {});
 
-  /** @brief Writes a line to the package's log, when the client has logging on. */
+  /// @brief Writes a line to the package's log, when the client has logging on.
   void log(const std::string& line);
 
   // Being told to stop: by an abort, or because the time of the test is over.
 
-  /**
-   * @brief Whether the test shall end soon. One atomic load: ask in every inner loop that lasts
-   * longer than some milliseconds. A test that does not ask is killed after a grace time.
-   */
+  /// @brief Whether the test shall end soon. One atomic load: ask in every inner loop that lasts
+  /// longer than some milliseconds. A test that does not ask is killed after a grace time.
   virtual bool stopRequested() const noexcept = 0;
 
-  /** @brief Throws Stopped when stopRequested(). What the test returns is then of no interest. */
+  /// @brief Throws Stopped when stopRequested(). What the test returns is then of no interest.
   void throwIfStopped() const;
 
-  /**
-   * @brief Waits, and wakes up at once for a stop.
-   * @return false when a stop was requested
-   */
+  /// @brief Waits, and wakes up at once for a stop.
+  /// @return false when a stop was requested
   virtual bool sleepFor(std::chrono::nanoseconds duration) = 0;
 
  protected:
-  /** @brief Where progress and all kinds of events end up. Thread-safe. */
+  /// @brief Where progress and all kinds of events end up. Thread-safe.
   virtual void sendProgress(unsigned int percent) = 0;
   virtual void sendEvent(EventType type, unsigned int code,
                          std::vector<std::string> parameters) = 0;

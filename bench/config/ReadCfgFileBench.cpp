@@ -29,7 +29,7 @@ constexpr const char* kTestKeys[] = {"TestName",     "TestDescription", "TestCap
                                      "TestOpenMode", "TestDisable",     "TestEstimatedTime"};
 constexpr auto kKeysPerTest = static_cast<std::int64_t>(std::size(kTestKeys));
 
-/** The description of a package with so many tests, as a file that lasts as long as the object. */
+/// The description of a package with so many tests, as a file that lasts as long as the object.
 class Description {
  public:
   explicit Description(int tests) : m_tests(tests) {
@@ -52,7 +52,7 @@ class Description {
   Description& operator=(const Description&) = delete;
   ~Description() { fs::remove(m_path); }
 
-  /** One of about so many bytes. */
+  /// One of about so many bytes.
   static Description ofSize(std::int64_t bytes) {
     constexpr std::int64_t bytesPerTest = 300;
     return Description(static_cast<int>(bytes / bytesPerTest));
@@ -72,7 +72,7 @@ void reportBytes(benchmark::State& state, std::int64_t bytesPerRound) {
   state.SetBytesProcessed(state.iterations() * bytesPerRound);
 }
 
-/** A mapping of a file, made and undone as often as a reader of keys would have to. */
+/// A mapping of a file, made and undone as often as a reader of keys would have to.
 class Mapping {
  public:
   explicit Mapping(const std::string& path) : m_descriptor(open(path.c_str(), O_RDONLY)) {

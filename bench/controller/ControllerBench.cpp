@@ -40,10 +40,10 @@ class Stopwatch {
   std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 };
 
-/** The times of one benchmark by size, and how they grow. */
+/// The times of one benchmark by size, and how they grow.
 class Growth {
  public:
-  /** Notes the mean time of a run and shows the exponent of all sizes so far. */
+  /// Notes the mean time of a run and shows the exponent of all sizes so far.
   void note(benchmark::State& state, double totalSeconds) {
     m_times[state.range(0)] = totalSeconds / static_cast<double>(state.iterations());
     if (m_times.size() > 1) {
@@ -123,7 +123,7 @@ void shutDownFromIdle(benchmark::State& state) {
 }
 BENCHMARK(shutDownFromIdle)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
-/** With one test inside its package, which ends as soon as it is asked to. */
+/// With one test inside its package, which ends as soon as it is asked to.
 void shutDownFromActive(benchmark::State& state) {
   ControllerHarness harness;
   auto& script = harness.addPackage("ALPHA");
@@ -158,7 +158,7 @@ void query(benchmark::State& state, Ask ask) {
   }
 }
 
-/** One that hands out ids, with their release. */
+/// One that hands out ids, with their release.
 template <class Ask>
 void queryIds(benchmark::State& state, Ask ask) {
   query(state, [ask](DiagnosticController& controller) {
@@ -238,7 +238,7 @@ BENCHMARK(getDeviceStatus);
 
 // ---- Texts -------------------------------------------------------------------------------------
 
-/** The last text of a language file, with one parameter, by the number of texts. */
+/// The last text of a language file, with one parameter, by the number of texts.
 void getLocalizedMessage(benchmark::State& state) {
   static Growth growth;
   ControllerHarness harness;

@@ -49,7 +49,7 @@ BENCHMARK(peerStandardMutex)->ThreadRange(1, 4)->UseRealTime();
 // ---- From a signal to the wake-up
 // ----------------------------------------------------------------
 
-/** Hands a ball to and fro; neither side can miss the other's signal. */
+/// Hands a ball to and fro; neither side can miss the other's signal.
 class DiagCtrlBall {
  public:
   unsigned long ticket() { return m_condition.ticket(); }
@@ -85,7 +85,7 @@ class StandardBall {
   unsigned long m_signals = 0;
 };
 
-/** One item is one signal and the wake-up that it brings. */
+/// One item is one signal and the wake-up that it brings.
 template <class Ball>
 void signalToWakeUp(benchmark::State& state) {
   Ball there;

@@ -14,7 +14,7 @@ namespace {
 using TarvexDiags::DiagCtrl::DiagCtrlConstants;
 using TarvexDiags::DiagCtrl::ResourceLockManager;
 
-/** Registers a device and all that lies above it. @return the device's tag. */
+/// Registers a device and all that lies above it. @return the device's tag.
 std::string registerChain(ResourceLockManager& manager, std::int64_t components) {
   std::string tag;
   for (std::int64_t component = 0; component < components; ++component) {
@@ -42,7 +42,7 @@ void takeAndRelease(benchmark::State& state) {
 }
 BENCHMARK(takeAndRelease)->ArgName("components")->Arg(1)->Arg(10)->Arg(100);
 
-/** A take that is refused at the topmost component and undone at every other. */
+/// A take that is refused at the topmost component and undone at every other.
 void refuseAndUndo(benchmark::State& state) {
   ResourceLockManager& manager = *ResourceLockManager::getInstance();
   const std::string tag = registerChain(manager, state.range(0));

@@ -21,7 +21,7 @@ using TarvexDiags::DiagCtrl::DiagCtrlConstants;
 using TarvexDiags::DiagCtrl::DiagTracer;
 using TarvexDiags::DiagCtrl::TraceScope;
 
-/** A directory that lasts as long as the program. */
+/// A directory that lasts as long as the program.
 class LogDirectory {
  public:
   LogDirectory() {
@@ -36,7 +36,7 @@ class LogDirectory {
   ~LogDirectory() { fs::remove_all(m_path); }
 
   const std::string& path() const { return m_path; }
-  /** Keeps the file of a long run small. */
+  /// Keeps the file of a long run small.
   void emptyFile(const char* name) const {
     if (truncate((m_path + "/" + name).c_str(), 0) != 0) {
       std::abort();
@@ -52,7 +52,7 @@ const LogDirectory& logDirectory() {
   return directory;
 }
 
-/** The tracer, with its file open, at the level of the benchmark. */
+/// The tracer, with its file open, at the level of the benchmark.
 DiagTracer* tracerAt(int level) {
   static DiagTracer* const tracer = [] {
     DiagTracer* const made = DiagTracer::getInstance();
@@ -69,7 +69,7 @@ void emptyTrace(const benchmark::State& state) {
   }
 }
 
-/** The entry and the exit of a method; the argument is the level. */
+/// The entry and the exit of a method; the argument is the level.
 void traceInAndOut(benchmark::State& state) {
   DiagTracer* const tracer = tracerAt(static_cast<int>(state.range(0)));
   for (auto _ : state) {
@@ -80,7 +80,7 @@ void traceInAndOut(benchmark::State& state) {
 }
 BENCHMARK(traceInAndOut)->ArgName("level")->Arg(0)->Arg(3)->ThreadRange(1, 2)->UseRealTime();
 
-/** One line with a value. */
+/// One line with a value.
 void traceValue(benchmark::State& state) {
   DiagTracer* const tracer = tracerAt(static_cast<int>(state.range(0)));
   tracer->beginTrace(DiagCtrlConstants::DIAG_INFORMATION, "TracerBench::traceValue");
@@ -94,7 +94,7 @@ void traceValue(benchmark::State& state) {
 }
 BENCHMARK(traceValue)->ArgName("level")->Arg(0)->Arg(3)->UseRealTime();
 
-/** Two lines as long as an entry and an exit, with nothing but the call that writes them. */
+/// Two lines as long as an entry and an exit, with nothing but the call that writes them.
 void peerPlainWrite(benchmark::State& state) {
   const std::string path = logDirectory().path() + "/peer";
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);

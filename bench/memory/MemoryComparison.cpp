@@ -50,7 +50,7 @@ double secondsOf(const std::function<void()>& work) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/** @brief A program's output; empty when it is not there or fails. */
+/// @brief A program's output; empty when it is not there or fails.
 std::string outputOf(const std::string& command) {
   FILE* const pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
@@ -114,7 +114,7 @@ class MemoryComparison {
     return static_cast<double>(mRegion->bytes()) * passes / seconds / 1e9;
   }
 
-  /** @brief Each thread takes its half, as a bare loop would. */
+  /// @brief Each thread takes its half, as a bare loop would.
   void bare(const std::function<bool(std::byte* data, std::size_t bytes)>& loop) {
     std::atomic<std::size_t> share{0};
     const std::size_t bytes = mRegion->bytes() / mTeam.size() / lineBytes * lineBytes;
@@ -186,7 +186,7 @@ class MemoryComparison {
         rate(secondsOf([&] { sweeper.run(Sweep{.expected = random, .next = otherRandom}); }), 1));
   }
 
-  /** @brief A test of memtester alone; its passes write and compare all of the memory. */
+  /// @brief A test of memtester alone; its passes write and compare all of the memory.
   double memtesterSeconds(const std::string& mask) const {
     const std::string command = "MEMTESTER_TEST_MASK=" + mask + " memtester " +
                                 std::to_string(mArguments.peerMegabytes) + "M 1 2>/dev/null";
@@ -227,7 +227,7 @@ class MemoryComparison {
 }  // namespace
 }  // namespace TarvexDiags::Memory
 
-/** Usage: memory_comparison [MiB [rounds [MiB of memtester [seconds of stressapptest]]]] */
+/// Usage: memory_comparison [MiB [rounds [MiB of memtester [seconds of stressapptest]]]]
 int main(int count, char** texts) {
   TarvexDiags::Memory::Arguments arguments;
   const auto number = [&](int index, auto fallback) {

@@ -21,7 +21,7 @@ using TarvexDiags::DiagCtrl::EventVector;
 
 constexpr int kBatch = 64;
 
-/** An event as a test sends it: a code and two short parameters. */
+/// An event as a test sends it: a code and two short parameters.
 DiagnosticEvent* makeEvent() {
   auto* const event = new DiagnosticEvent;
   event->setEventCode(17);
@@ -38,7 +38,7 @@ EventVector makeBatch(int size) {
   return batch;
 }
 
-/** So many registrations for events, gone with the object. */
+/// So many registrations for events, gone with the object.
 class Registrations {
  public:
   explicit Registrations(std::int64_t number) {
@@ -73,7 +73,7 @@ double heapInUse() {
   return static_cast<double>(mallinfo2().uordblks);
 }
 
-/** From the package's vector to the clients' hands: pushed, fetched and freed. */
+/// From the package's vector to the clients' hands: pushed, fetched and freed.
 void fanOut(benchmark::State& state) {
   Registrations registrations(state.range(0));
   for (auto _ : state) {
@@ -108,7 +108,7 @@ void peerCopyIntoQueues(benchmark::State& state) {
 }
 BENCHMARK(peerCopyIntoQueues)->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMicrosecond);
 
-/** What the clients' queues hold while nobody fetches. */
+/// What the clients' queues hold while nobody fetches.
 void memoryOfQueuedEvents(benchmark::State& state) {
   constexpr int events = 2000;
   double perEvent = 0;

@@ -15,7 +15,7 @@
 namespace TarvexDiags::Network {
 namespace {
 
-/** @brief Keeps nothing; a fault would show in the count of bytes. */
+/// @brief Keeps nothing; a fault would show in the count of bytes.
 class SilentJournal : public RunJournal {
  public:
   void report(Severity severity, unsigned int, std::vector<std::string>) override {
@@ -27,7 +27,7 @@ class SilentJournal : public RunJournal {
   int faults = 0;
 };
 
-/** @brief Every byte is compared. The argument is the number of connections. */
+/// @brief Every byte is compared. The argument is the number of connections.
 void LoopbackStream(benchmark::State& state) {
   const auto connections = static_cast<unsigned int>(state.range(0));
   const StreamOptions options{

@@ -36,7 +36,7 @@ constexpr int kNiceOfTests = 10;
 constexpr double kMostAtMedian = 20;
 constexpr double kMostAtPercentile99 = 60;
 
-/** Processes that keep every core busy from resume to pause. */
+/// Processes that keep every core busy from resume to pause.
 class BusyLoops {
  public:
   explicit BusyLoops(int nice) {
@@ -94,7 +94,7 @@ class BusyLoops {
   std::vector<pid_t> m_processes;
 };
 
-/** The two waits of each request, in milliseconds. */
+/// The two waits of each request, in milliseconds.
 struct Waits {
   std::vector<double> start = {};    ///< from the request's making until its test begins
   std::vector<double> verdict = {};  ///< from the end of the pass until its object is given back
@@ -119,7 +119,7 @@ void holdAgainstTargets(const std::string& what, const std::vector<double>& figu
   }
 }
 
-/** Arguments: mode, nice value of the loops. The time of an iteration is that of a loaded round. */
+/// Arguments: mode, nice value of the loops. The time of an iteration is that of a loaded round.
 void requestsWhileCoresAreBusy(benchmark::State& state) {
   const bool isParallel = state.range(0) != 0;
   const int nice = static_cast<int>(state.range(1));
@@ -151,7 +151,7 @@ void requestsWhileCoresAreBusy(benchmark::State& state) {
   }
 }
 
-/** Rounds, so many that a nice value takes half a minute on a slow machine. */
+/// Rounds, so many that a nice value takes half a minute on a slow machine.
 void addNiceValue(const std::string& name, int nice, int rounds) {
   for (const int mode : {0, 1}) {
     benchmark::RegisterBenchmark(name.c_str(), requestsWhileCoresAreBusy)

@@ -29,7 +29,7 @@ inline double percentile99(std::vector<double> figures) {
   return figures[(figures.size() - 1) * 99 / 100];
 }
 
-/** A controller, a package of empty tests, and the moments of the latest request. */
+/// A controller, a package of empty tests, and the moments of the latest request.
 class Pipeline {
  public:
   typedef Scripted::Call Call;
@@ -43,7 +43,7 @@ class Pipeline {
     }
     harness.start();
   }
-  /** The script outlives the pipeline, what it would call does not. */
+  /// The script outlives the pipeline, what it would call does not.
   ~Pipeline() {
     for (const Call call :
          {Call::GetDiagnostics, Call::RunEnter, Call::RunReturn, Call::DestroyDiagnostics}) {
@@ -54,7 +54,7 @@ class Pipeline {
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
 
-  /** Notes the moments of each request and pass. */
+  /// Notes the moments of each request and pass.
   void watch() {
     note(Call::GetDiagnostics, queued);
     note(Call::RunEnter, begun);
@@ -66,7 +66,7 @@ class Pipeline {
       m_changed.notify_one();
     });
   }
-  /** Queues one request; waits until its verdict is done, which gives its object back. */
+  /// Queues one request; waits until its verdict is done, which gives its object back.
   void runOne(int passes = 1) {
     std::unique_lock<std::mutex> lock(m_mutex);
     const unsigned long before = m_finished;
@@ -84,7 +84,7 @@ class Pipeline {
       throw std::runtime_error("not queued");
     }
   }
-  /** Until so many requests have been given back since the start. */
+  /// Until so many requests have been given back since the start.
   void awaitFinished(unsigned long number) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait(lock, [&] { return m_finished >= number; });

@@ -33,7 +33,7 @@ using TarvexDiags::Diag::DiagnosticSettings;
 using TarvexDiags::Diag::DiagnosticStatus;
 using TarvexDiags::TestSupport::ControllerHarness;
 
-/** A test that is never over and answers at once. */
+/// A test that is never over and answers at once.
 class Endless final : public TarvexDiags::Diag::IDiagnostics {
  public:
   DiagnosticResult* runDiagnostic(TarvexDiags::DeviceEnum::VirtualDevice&,

@@ -35,7 +35,7 @@ void report(benchmark::State& state, const std::vector<double>& figures) {
 
 // ---- The peer ----------------------------------------------------------------------------------
 
-/** One hand-over by condition variable to a thread that stands by, as a dispatcher would. */
+/// One hand-over by condition variable to a thread that stands by, as a dispatcher would.
 class BarePeer {
  public:
   BarePeer() : m_thread([this] { serve(); }) {}
@@ -90,7 +90,7 @@ BENCHMARK(bareThreadAndHandOvers)->UseRealTime();
 
 using Moment = std::atomic<Clock::time_point> Pipeline::*;
 
-/** The time between two moments of each request. */
+/// The time between two moments of each request.
 void measure(benchmark::State& state, Moment from, Moment to) {
   label(state);
   Pipeline pipeline(state.range(0) != 0, 1);
@@ -152,7 +152,7 @@ BENCHMARK(nextPass)->Arg(0)->Arg(1)->UseRealTime()->Unit(benchmark::kMillisecond
 
 // ---- Throughput --------------------------------------------------------------------------------
 
-/** Arguments: mode, devices. All requests are queued by one client as fast as it can. */
+/// Arguments: mode, devices. All requests are queued by one client as fast as it can.
 void requestsASecond(benchmark::State& state) {
   label(state);
   const auto devices = static_cast<unsigned int>(state.range(1));

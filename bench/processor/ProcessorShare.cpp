@@ -20,7 +20,7 @@ using PackageKit::Testing::PackageDriver;
 
 constexpr double wantedShare = 95;
 
-/** @brief Seconds that all tests of a run spent on work whose results were compared. */
+/// @brief Seconds that all tests of a run spent on work whose results were compared.
 double verifiedSeconds(const PackageDriver::Run& run) {
   double seconds = 0;
   for (const PackageDriver::Event& event : run.events) {
@@ -31,7 +31,7 @@ double verifiedSeconds(const PackageDriver::Run& run) {
   return seconds;
 }
 
-/** @brief The median share of some rounds, in percent. */
+/// @brief The median share of some rounds, in percent.
 double shareOf(PackageDriver& driver, int core, int rounds) {
   const std::string name = "cpu" + std::to_string(core);
   std::vector<int> tests;
@@ -56,7 +56,7 @@ double shareOf(PackageDriver& driver, int core, int rounds) {
 }  // namespace
 }  // namespace TarvexDiags
 
-/** Usage: processor_share [seconds of each test [rounds]] */
+/// Usage: processor_share [seconds of each test [rounds]]
 int main(int count, char** texts) {
   using namespace TarvexDiags;
   PackageDriver driver(TARVEX_PACKAGE_DIR, "processor");

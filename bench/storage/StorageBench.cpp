@@ -19,7 +19,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief Keeps nothing; what the engines find on a sound file is of no interest here. */
+/// @brief Keeps nothing; what the engines find on a sound file is of no interest here.
 class SilentJournal : public RunJournal {
  public:
   void report(Severity severity, unsigned int, std::vector<std::string>) override {
@@ -40,7 +40,7 @@ double seconds(std::chrono::steady_clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
 }
 
-/** @brief Times the engine on the file; what it returns goes into the rate. */
+/// @brief Times the engine on the file; what it returns goes into the rate.
 template <typename Engine>
 void onFile(benchmark::State& state, const SourceOptions& options, Engine engine) {
   if (benchFile().empty()) {
@@ -84,7 +84,7 @@ void ReadTwiceAndCompare(benchmark::State& state) {
 }
 BENCHMARK(ReadTwiceAndCompare)->Iterations(1)->UseManualTime();
 
-/** @brief The rate counts each byte once, though it is written and read. */
+/// @brief The rate counts each byte once, though it is written and read.
 void WriteAndVerify(benchmark::State& state) {
   if (benchFile().empty()) {
     state.SkipWithError("TARVEX_BENCH_FILE names no file");

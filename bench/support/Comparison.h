@@ -10,7 +10,7 @@
 
 namespace TarvexDiags::Bench {
 
-/** @brief The middle one of the figures, or the mean of the two in the middle; 0 of none. */
+/// @brief The middle one of the figures, or the mean of the two in the middle; 0 of none.
 inline double medianOf(std::vector<double> figures) {
   if (figures.empty()) {
     return 0;
@@ -20,7 +20,7 @@ inline double medianOf(std::vector<double> figures) {
   return figures.size() % 2 != 0 ? figures[half] : (figures[half - 1] + figures[half]) / 2;
 }
 
-/** @brief Collects one figure a round for each candidate. Thread-safety: one thread. */
+/// @brief Collects one figure a round for each candidate. Thread-safety: one thread.
 class Comparison {
  public:
   explicit Comparison(std::string unit) : mUnit(std::move(unit)) {}
@@ -37,8 +37,7 @@ class Comparison {
     return found == mFigures.end() ? 0 : medianOf(found->second);
   }
 
-  /** @brief The median of the rounds' ratios: what disturbs a round disturbs both of its figures.
-   */
+  ///  @brief The median of the rounds' ratios: what disturbs a round disturbs both of its figures.
   double ratio(const std::string& candidate, const std::string& peer) const {
     const auto own = mFigures.find(candidate);
     const auto other = mFigures.find(peer);
@@ -53,7 +52,7 @@ class Comparison {
     return medianOf(ratios);
   }
 
-  /** @brief Prints a table of the medians, with the lowest and highest figure. */
+  /// @brief Prints a table of the medians, with the lowest and highest figure.
   void printFigures() const {
     std::printf("| Candidate | Median | Lowest | Highest | Unit |\n|---|---:|---:|---:|---|\n");
     for (const std::string& name : mOrder) {
@@ -65,7 +64,7 @@ class Comparison {
     std::printf("\n");
   }
 
-  /** @brief Prints one line of the table of ratios. @return whether the target is reached */
+  /// @brief Prints one line of the table of ratios. @return whether the target is reached
   bool printRatio(const std::string& candidate, const std::string& peer, double target) const {
     const double reached = ratio(candidate, peer);
     std::printf("| %s / %s | %.2f | %.2f | %s |\n", candidate.c_str(), peer.c_str(), reached,

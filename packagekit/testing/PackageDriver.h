@@ -14,16 +14,14 @@
 
 namespace TarvexDiags::PackageKit::Testing {
 
-/**
- * @brief Loads a package's shared object and drives it as the controller does, without one: for the
- * integration tests of packages. Not thread-safe; throws std::runtime_error when the package can't
- * be loaded or breaks its contract.
- *
- *   PackageDriver memory(TARVEX_PACKAGE_DIR, "memory");
- *   memory.set("TestID1", "InjectFault", "4096");
- *   const auto run = memory.run("node0", {1});
- *   EXPECT_EQ(run.verdict, Diag::DiagnosticResult::FAILED);
- */
+/// @brief Loads a package's shared object and drives it as the controller does, without one: for
+/// the integration tests of packages. Not thread-safe; throws std::runtime_error when the package
+/// can't be loaded or breaks its contract.
+///
+///   PackageDriver memory(TARVEX_PACKAGE_DIR, "memory");
+///   memory.set("TestID1", "InjectFault", "4096");
+///   const auto run = memory.run("node0", {1});
+///   EXPECT_EQ(run.verdict, Diag::DiagnosticResult::FAILED);
 class PackageDriver {
  public:
   struct Event {
@@ -32,23 +30,23 @@ class PackageDriver {
     std::vector<std::string> parameters;
   };
 
-  /** @brief What came out of one run: one pass, or all passes of a stress run. */
+  /// @brief What came out of one run: one pass, or all passes of a stress run.
   struct Run {
     Diag::DiagnosticResult::TestResult verdict;
     int estimatedTime;
     std::vector<Event> events;
-    /** The verdicts handed over by getDiagnosticResults: one for each pass. */
+    /// The verdicts handed over by getDiagnosticResults: one for each pass.
     std::vector<Diag::DiagnosticResult::TestResult> results;
     std::chrono::milliseconds duration;
 
     bool has(unsigned int code) const;
-    /** The parameters of the first event of that code; throws when there is none. */
+    /// The parameters of the first event of that code; throws when there is none.
     const std::vector<std::string>& parametersOf(unsigned int code) const;
-    /** The value of the measurement of that name, as text; throws when there is none. */
+    /// The value of the measurement of that name, as text; throws when there is none.
     std::string measurement(const std::string& name) const;
   };
 
-  /** @brief How a run is to be done; the defaults are those of a plain request. */
+  /// @brief How a run is to be done; the defaults are those of a plain request.
   struct Options {
     bool quickMode = false;
     bool stressMode = false;
@@ -62,49 +60,45 @@ class PackageDriver {
     unsigned int requestId = 1;
   };
 
-  /**
-   * @param directory where lib<name>.so and <name>.cfg lie
-   * @param name the package's base name
-   * @param mode for whom the tests run
-   */
+  /// @param directory where lib<name>.so and <name>.cfg lie
+  /// @param name the package's base name
+  /// @param mode for whom the tests run
   PackageDriver(const std::string& directory, const std::string& name,
                 DiagnosticMode mode = DeviceEnum::IDeviceEnumerator::CUSTOMER);
   PackageDriver(const PackageDriver&) = delete;
   PackageDriver& operator=(const PackageDriver&) = delete;
   ~PackageDriver();
 
-  /**
-   * @brief Gives a key another value: from then on the package reads a changed copy of its
-   * configuration file. Devices found before are forgotten.
-   */
+  /// @brief Gives a key another value: from then on the package reads a changed copy of its
+  /// configuration file. Devices found before are forgotten.
   PackageDriver& set(const std::string& section, const std::string& key, const std::string& value);
 
-  /** @brief The devices, in the package's order; enumerated at the first call. */
+  /// @brief The devices, in the package's order; enumerated at the first call.
   DeviceEnum::VirtualDeviceVector& devices();
 
-  /** @brief Forgets the devices and finds them anew. */
+  /// @brief Forgets the devices and finds them anew.
   DeviceEnum::VirtualDeviceVector& enumerateAgain();
 
-  /** @brief The device whose resource tag ends in that component; throws when there is none. */
+  /// @brief The device whose resource tag ends in that component; throws when there is none.
   DeviceEnum::VirtualDevice& device(const std::string& lastComponent);
 
   bool supports(const std::string& lastComponent, int testId);
 
-  /** @brief One request for these tests, until it has ended. */
+  /// @brief One request for these tests, until it has ended.
   Run run(const std::string& lastComponent, const std::vector<int>& testIds);
   Run run(const std::string& lastComponent, const std::vector<int>& testIds,
           const Options& options);
 
-  /** @brief A fresh diagnostics object, for tests that drive it themselves. */
+  /// @brief A fresh diagnostics object, for tests that drive it themselves.
   std::unique_ptr<Diag::IDiagnostics> makeDiagnostics();
 
-  /** @brief The text of the package's log so far. */
+  /// @brief The text of the package's log so far.
   std::string logText() const;
 
-  /** @brief Codes of events that came in all runs so far and have no token in the configuration. */
+  /// @brief Codes of events that came in all runs so far and have no token in the configuration.
   std::vector<std::string> eventsWithoutToken() const;
 
-  /** @brief The configuration file that the package was given. */
+  /// @brief The configuration file that the package was given.
   const std::string& configFile() const;
 
  private:

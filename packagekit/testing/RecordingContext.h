@@ -12,7 +12,7 @@
 
 namespace TarvexDiags::PackageKit::Testing {
 
-/** @brief A context for unit tests: runs a test in the caller's process and keeps what it says. */
+/// @brief A context for unit tests: runs a test in the caller's process and keeps what it says.
 class RecordingContext : public TestContext {
  public:
   struct Event {
@@ -23,10 +23,10 @@ class RecordingContext : public TestContext {
 
   explicit RecordingContext(TestParameters parameters) : TestContext(std::move(parameters)) {}
 
-  /** @brief What a client's abort does. From any thread. */
+  /// @brief What a client's abort does. From any thread.
   void requestStop() { m_stop = true; }
 
-  /** @brief Makes the n-th question for a stop from now on the first that is answered with yes. */
+  /// @brief Makes the n-th question for a stop from now on the first that is answered with yes.
   void stopAfter(int questions) { m_questionsLeft = questions; }
 
   bool stopRequested() const noexcept override {
@@ -36,7 +36,7 @@ class RecordingContext : public TestContext {
     return m_stop.load();
   }
 
-  /** @brief Does not wait: only tells whether a stop was requested. Waits are summed up. */
+  /// @brief Does not wait: only tells whether a stop was requested. Waits are summed up.
   bool sleepFor(std::chrono::nanoseconds duration) override {
     const System::LockHold hold(m_lock);
     m_slept += duration;

@@ -11,10 +11,10 @@
 
 namespace TarvexDiags::Common {
 
-/** @brief Hands what an engine reports to the test's context, and draws the verdict from it. */
+/// @brief Hands what an engine reports to the test's context, and draws the verdict from it.
 class ContextJournal : public RunJournal {
  public:
-  /** Codes of the events that close a test: each with the device's name and a count. */
+  /// Codes of the events that close a test: each with the device's name and a count.
   static constexpr unsigned int unusualCode = 100;
   static constexpr unsigned int failedCode = 200;
 
@@ -47,7 +47,7 @@ class ContextJournal : public RunJournal {
 
   bool hasErrors() const { return m_errors > 0; }
 
-  /** @brief An error means failed, a warning that there is no verdict. */
+  /// @brief An error means failed, a warning that there is no verdict.
   PackageKit::Verdict verdict() const {
     if (m_errors > 0) {
       return PackageKit::failed(failedCode, {m_device, std::to_string(m_errors)});
@@ -65,10 +65,8 @@ class ContextJournal : public RunJournal {
   unsigned int m_errors = 0;
 };
 
-/**
- * @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
- * Faults that were found stand, whatever the engine throws afterwards.
- */
+/// @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
+/// Faults that were found stand, whatever the engine throws afterwards.
 inline PackageKit::Verdict judged(PackageKit::TestContext& context, const std::string& device,
                                   const std::function<void(RunJournal&)>& engine) {
   ContextJournal journal(context, device);

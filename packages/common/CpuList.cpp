@@ -36,7 +36,7 @@ void appendRange(std::string_view range, std::vector<int>& numbers) {
   }
 }
 
-/** A set of CPUs of any size, as the kernel's calls take it. */
+/// A set of CPUs of any size, as the kernel's calls take it.
 class CpuSet {
  public:
   explicit CpuSet(int cpus) : mSize(CPU_ALLOC_SIZE(cpus)), mSet(CPU_ALLOC(cpus)) {

@@ -5,17 +5,17 @@
 
 namespace TarvexDiags::Common {
 
-/** @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
- * skipped. */
+///  @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
+/// skipped.
 std::vector<int> parseCpuList(std::string_view text);
 
-/** @brief The CPUs on which the calling thread may run, rising. */
+/// @brief The CPUs on which the calling thread may run, rising.
 std::vector<int> allowedCpus();
 
-/** @brief Keeps the calling thread on one CPU. @return false when the kernel refuses. */
+/// @brief Keeps the calling thread on one CPU. @return false when the kernel refuses.
 bool pinThisThread(int cpu);
 
-/** @brief Lets the calling thread run on these CPUs. @return false when the kernel refuses. */
+/// @brief Lets the calling thread run on these CPUs. @return false when the kernel refuses.
 bool allowThisThread(const std::vector<int>& cpus);
 
 }  // namespace TarvexDiags::Common

@@ -7,11 +7,10 @@
 
 namespace TarvexDiags::Common {
 
-/** @brief What an event says about the hardware; decides the verdict of the test that reports it.
- */
+///  @brief What an event says about the hardware; decides the verdict of the test that reports it.
 enum class Severity { information, warning, error };
 
-/** @brief How the packages number their events: below 100, from 100 on, from 200 on. */
+/// @brief How the packages number their events: below 100, from 100 on, from 200 on.
 constexpr Severity severityOfCode(unsigned int code) {
   if (code < 100) {
     return Severity::information;
@@ -19,12 +18,10 @@ constexpr Severity severityOfCode(unsigned int code) {
   return code < 200 ? Severity::warning : Severity::error;
 }
 
-/**
- * @brief Where a test's engine tells what it sees and learns whether to go on. The engines know
- * nothing of the controller: a package hands them a journal of its own, the tests a recording one.
- *
- * An engine calls it from one thread at a time.
- */
+/// @brief Where a test's engine tells what it sees and learns whether to go on. The engines know
+/// nothing of the controller: a package hands them a journal of its own, the tests a recording one.
+///
+/// An engine calls it from one thread at a time.
 class RunJournal {
  public:
   RunJournal() = default;
@@ -32,26 +29,26 @@ class RunJournal {
   RunJournal& operator=(const RunJournal&) = delete;
   virtual ~RunJournal() = default;
 
-  /** @brief Reports one event. The parameters fill the variables of the event's text, in order. */
+  /// @brief Reports one event. The parameters fill the variables of the event's text, in order.
   virtual void report(Severity severity, unsigned int code,
                       std::vector<std::string> parameters) = 0;
 
-  /** @brief The same, for an event whose code says how severe it is. */
+  /// @brief The same, for an event whose code says how severe it is.
   void report(unsigned int code, std::vector<std::string> parameters) {
     report(severityOfCode(code), code, std::move(parameters));
   }
 
-  /** @brief How much of the run is done, in percent. */
+  /// @brief How much of the run is done, in percent.
   virtual void progress(unsigned int percent) = 0;
 
-  /** @brief Whether the run shall end as soon as it can. Cheap: asked for every few transfers. */
+  /// @brief Whether the run shall end as soon as it can. Cheap: asked for every few transfers.
   virtual bool stopRequested() = 0;
 
-  /** @brief Whether the run shall end at its first error instead of looking for more. */
+  /// @brief Whether the run shall end at its first error instead of looking for more.
   virtual bool haltsOnError() { return false; }
 };
 
-/** @brief The device or this process lacks what the test needs; the text says what. No fault. */
+/// @brief The device or this process lacks what the test needs; the text says what. No fault.
 class NotSupported : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -9,11 +9,9 @@
 
 namespace TarvexDiags::Common {
 
-/**
- * @brief A test that looks at the machine through the kernel's files, known by its number.
- *
- * Its devices have the property "systemRoot": where /sys and /proc lie.
- */
+/// @brief A test that looks at the machine through the kernel's files, known by its number.
+///
+/// Its devices have the property "systemRoot": where /sys and /proc lie.
 template <class Number>
 class SystemTest : public PackageKit::Test {
  public:
@@ -26,12 +24,12 @@ class SystemTest : public PackageKit::Test {
   Number mNumber;
 };
 
-/** @brief Where /sys and /proc lie for a package: "/" unless its section Package says otherwise. */
+/// @brief Where /sys and /proc lie for a package: "/" unless its section Package says otherwise.
 inline std::string systemRootOf(const PackageKit::Environment& environment) {
   return environment.settings.package("SystemRoot").value_or("/");
 }
 
-/** @brief The tag below which a package's devices lie. */
+/// @brief The tag below which a package's devices lie.
 inline std::string parentTagOf(const PackageKit::Environment& environment) {
   return environment.resourceString.empty() ? "host" : environment.resourceString;
 }
@@ -40,10 +38,8 @@ inline SystemFiles filesOf(const PackageKit::Device& device) {
   return SystemFiles(device.property("systemRoot", "/"));
 }
 
-/**
- * @brief A time that the test's section gives in seconds under a key, or for the short form under
- * "Quick" and the key. 0 when it is not there, never below.
- */
+/// @brief A time that the test's section gives in seconds under a key, or for the short form under
+/// "Quick" and the key. 0 when it is not there, never below.
 inline std::chrono::milliseconds durationOf(const PackageKit::Settings& settings, int test,
                                             bool quick, const std::string& key) {
   const double full = settings.testNumber(test, key, 0);

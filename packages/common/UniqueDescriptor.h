@@ -6,7 +6,7 @@
 
 namespace TarvexDiags::Common {
 
-/** @brief Owns a file descriptor and closes it. */
+/// @brief Owns a file descriptor and closes it.
 class UniqueDescriptor {
  public:
   UniqueDescriptor() = default;

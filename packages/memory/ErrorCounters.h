@@ -8,26 +8,24 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief How many errors a memory controller, or a module on it, has told the kernel of. */
+/// @brief How many errors a memory controller, or a module on it, has told the kernel of.
 struct ErrorCount {
   std::uint64_t corrected = 0;
   std::uint64_t uncorrected = 0;
 };
 
-/**
- * @brief The counters of the kernel's driver for memory controllers (EDAC), at one moment.
- *
- * Thread-safety: a plain value.
- */
+/// @brief The counters of the kernel's driver for memory controllers (EDAC), at one moment.
+///
+/// Thread-safety: a plain value.
 class ErrorCounters {
  public:
-  /** @brief Reads them; there are none where no driver is loaded or the memory corrects nothing. */
+  /// @brief Reads them; there are none where no driver is loaded or the memory corrects nothing.
   static ErrorCounters read(const Common::SystemFiles& files);
 
-  /** @brief Whether there are any. */
+  /// @brief Whether there are any.
   bool present() const { return !mCounts.empty(); }
 
-  /** @brief What has come since an earlier reading, by the name of the controller or module. */
+  /// @brief What has come since an earlier reading, by the name of the controller or module.
   std::map<std::string, ErrorCount> since(const ErrorCounters& earlier) const;
 
  private:

@@ -9,22 +9,20 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief The line as a kernel read it when it differed from what was expected. */
+/// @brief The line as a kernel read it when it differed from what was expected.
 struct FoundLine {
   alignas(lineBytes) std::array<std::uint64_t, wordsInLine> words;
 };
 
-/**
- * @brief The loops that touch the tested memory, for one kind of vector unit.
- *
- * Blocks are aligned to lines. A kernel that compares begins at `line` and returns the line at
- * which it stopped: linesInBlock when all of them agreed, else the first that did not, with what
- * was read in `found`; `march` has not written that line. The caller looks into it and calls again
- * from the next. Written lines are visible to other threads after the caller's next
- * synchronisation.
- *
- * Thread-safety: stateless; blocks must not be shared while a kernel works on them.
- */
+/// @brief The loops that touch the tested memory, for one kind of vector unit.
+///
+/// Blocks are aligned to lines. A kernel that compares begins at `line` and returns the line at
+/// which it stopped: linesInBlock when all of them agreed, else the first that did not, with what
+/// was read in `found`; `march` has not written that line. The caller looks into it and calls again
+/// from the next. Written lines are visible to other threads after the caller's next
+/// synchronisation.
+///
+/// Thread-safety: stateless; blocks must not be shared while a kernel works on them.
 struct Kernels {
   const char* name;
   bool (*supported)();
@@ -44,10 +42,10 @@ extern const Kernels avx2Kernels;
 extern const Kernels avx512Kernels;
 #endif
 
-/** @brief The kernels that this processor can run, the portable ones first and the widest last. */
+/// @brief The kernels that this processor can run, the portable ones first and the widest last.
 std::vector<const Kernels*> supportedKernels();
 
-/** @brief The widest of supportedKernels. */
+/// @brief The widest of supportedKernels.
 const Kernels& bestKernels();
 
 }  // namespace TarvexDiags::Memory

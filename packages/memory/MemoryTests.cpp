@@ -39,7 +39,7 @@ std::vector<Pattern> repeated(const std::vector<Pattern>& patterns, int rounds) 
 // --- Address lines
 // ---------------------------------------------------------------------------------
 
-/** The first word, and those that differ from it in one address line each. */
+/// The first word, and those that differ from it in one address line each.
 std::vector<std::uint64_t*> probesOf(const Region& region) {
   auto* const first = reinterpret_cast<std::uint64_t*>(region.data());
   std::vector<std::uint64_t*> probes{first};
@@ -56,7 +56,7 @@ void writeProbe(Sweeper& sweeper, std::uint64_t* word, std::uint64_t value) {
   }
 }
 
-/** A line that is stuck, or tied to another, makes a write to one probe arrive at another. */
+/// A line that is stuck, or tied to another, makes a write to one probe arrive at another.
 void probeAddressLines(Sweeper& sweeper, std::uint64_t background) {
   const std::vector<std::uint64_t*> probes = probesOf(sweeper.region());
   for (std::uint64_t* probe : probes) {
@@ -88,7 +88,7 @@ bool addressLines(Sweeper& sweeper, const TestOptions& options) {
 // --- Patterns that march
 // ---------------------------------------------------------------------------
 
-/** One bit of each word walks; in a quick test one of each byte. */
+/// One bit of each word walks; in a quick test one of each byte.
 bool walking(Sweeper& sweeper, const TestOptions& options, bool zeros) {
   std::vector<Pattern> patterns;
   for (int bit = 0; bit < (options.quick ? 8 : 64); ++bit) {
@@ -151,7 +151,7 @@ bool moduloX(Sweeper& sweeper, const TestOptions& options) {
 // --- Block move
 // ------------------------------------------------------------------------------------
 
-/** A slice's lower blocks move up, and back down in reverse order. */
+/// A slice's lower blocks move up, and back down in reverse order.
 class BlockMover {
  public:
   BlockMover(Sweeper& sweeper, std::uint64_t seed)

@@ -8,7 +8,7 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief The tests, by the numbers of their sections in the configuration file. */
+/// @brief The tests, by the numbers of their sections in the configuration file.
 enum class TestNumber {
   AddressLines = 1,
   WalkingOnes = 2,
@@ -21,7 +21,7 @@ enum class TestNumber {
   BandwidthStress = 9,
 };
 
-/** @brief How thorough a test is to be. Thread-safety: a plain value. */
+/// @brief How thorough a test is to be. Thread-safety: a plain value.
 struct TestOptions {
   std::uint64_t seed = 1;
   bool quick = false;                     ///< fewer patterns; the others hold as they stand
@@ -30,7 +30,7 @@ struct TestOptions {
   std::chrono::milliseconds duration{0};  ///< how long BandwidthStress lasts at least
 };
 
-/** @brief What a test has done. */
+/// @brief What a test has done.
 struct TestReport {
   bool completed;  ///< false: asked to stop, or too many faults to go on
   std::uint64_t miscompares;
@@ -38,13 +38,11 @@ struct TestReport {
   double seconds;  ///< of the whole test, holds included
 };
 
-/** @brief Runs a test on the sweeper's region; faults go to its observer. */
+/// @brief Runs a test on the sweeper's region; faults go to its observer.
 TestReport runTest(TestNumber number, Sweeper& sweeper, const TestOptions& options);
 
-/**
- * @brief The chain of sweeps that goes from pattern to pattern: each but the first and last
- * verifies the one before and writes the next in one pass, rising and falling in turn.
- */
+/// @brief The chain of sweeps that goes from pattern to pattern: each but the first and last
+/// verifies the one before and writes the next in one pass, rising and falling in turn.
 std::vector<Sweep> marchThrough(const std::vector<Pattern>& patterns);
 
 }  // namespace TarvexDiags::Memory

@@ -6,14 +6,14 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief What a second look at a word that was wrong has shown. */
+/// @brief What a second look at a word that was wrong has shown.
 enum class FaultKind {
   ReadDisturbance,  ///< read again, it was right: the read went wrong, not the cell
   FlippedContent,   ///< wrong again, but right once it was written anew
   StuckBit,         ///< wrong even after it was written anew
 };
 
-/** @brief A word that did not hold what was written. Thread-safety: a plain value. */
+/// @brief A word that did not hold what was written. Thread-safety: a plain value.
 struct Miscompare {
   std::uintptr_t virtualAddress;
   std::optional<std::uint64_t> physicalAddress;  ///< where the process may know it
@@ -26,13 +26,11 @@ struct Miscompare {
   std::uint64_t differingBits() const { return expected ^ found; }
 };
 
-/** @brief "read disturbance", "flipped content" or "stuck bit". */
+/// @brief "read disturbance", "flipped content" or "stuck bit".
 const char* nameOf(FaultKind kind);
 
-/**
- * @brief The physical address of a virtual one of this process.
- * @return nothing without the privilege to know, or when no page is there
- */
+/// @brief The physical address of a virtual one of this process.
+/// @return nothing without the privilege to know, or when no page is there
 std::optional<std::uint64_t> physicalAddressOf(const void* address);
 
 }  // namespace TarvexDiags::Memory

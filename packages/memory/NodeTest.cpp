@@ -44,7 +44,7 @@ Node nodeOf(const Device& device) {
   return node;
 }
 
-/** The node's CPUs on which the process may run; for a node without CPUs, any. */
+/// The node's CPUs on which the process may run; for a node without CPUs, any.
 std::vector<int> usableCpus(const Node& node) {
   std::vector<int> allowed = Common::allowedCpus();
   if (node.cpus.empty()) {
@@ -56,7 +56,7 @@ std::vector<int> usableCpus(const Node& node) {
   return cpus;
 }
 
-/** A figure of a test's section or of section Package, never below 0. */
+/// A figure of a test's section or of section Package, never below 0.
 std::uint64_t figure(const Settings& settings, int test, bool quick, const std::string& key,
                      long fallback) {
   const long full = settings.testInteger(test, key, fallback);
@@ -87,7 +87,7 @@ TestOptions optionsOf(const TestContext& context) {
 // --- The region of a pass
 // --------------------------------------------------------------------------
 
-/** The threads and the memory, for as long as the tests of a pass want the same. */
+/// The threads and the memory, for as long as the tests of a pass want the same.
 struct Workbench {
   explicit Workbench(const std::vector<int>& cpus) : team(cpus) {}
 
@@ -105,7 +105,7 @@ std::string megabytes(std::uint64_t bytes) {
   return std::to_string(bytes / mebibyte);
 }
 
-/** @return null when there is too little memory, which was then reported */
+/// @return null when there is too little memory, which was then reported
 Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& journal) {
   const SizeLimits limits = limitsOf(context.settings(), context.testId(), context.quickMode());
   std::unique_ptr<Workbench>& kept = keptWorkbench();
@@ -167,7 +167,7 @@ std::string hexadecimal(std::uint64_t word) {
   return text;
 }
 
-/** Tokens, which the client has translated as it fills the message's variables. */
+/// Tokens, which the client has translated as it fills the message's variables.
 std::string tokenOf(FaultKind kind) {
   switch (kind) {
     case FaultKind::ReadDisturbance:
@@ -211,7 +211,7 @@ class ContextObserver : public Observer {
   std::atomic<bool> mFound{false};
 };
 
-/** Proves the way from a fault to the report: flips one bit before the memory is first compared. */
+/// Proves the way from a fault to the report: flips one bit before the memory is first compared.
 class InjectedFault : public FaultSeam {
  public:
   explicit InjectedFault(long offset) : mOffset(static_cast<std::size_t>(offset)) {}

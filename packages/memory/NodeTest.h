@@ -10,7 +10,7 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief Codes of the package's events, as sections Information, Warning and Error name them. */
+/// @brief Codes of the package's events, as sections Information, Warning and Error name them.
 enum MemoryEvent : unsigned int {
   RegionReady = 1,         ///< device, MiB, threads, kernels, MiB locked
   MemoryVerified = 2,      ///< device, MiB verified, MB/s
@@ -23,15 +23,13 @@ enum MemoryEvent : unsigned int {
   UncorrectedErrors = 203  ///< device, controller or module, how many
 };
 
-/**
- * @brief One of the tests, on the memory of one node.
- *
- * All tests of a pass use one region, which is mapped and populated by the first of them and lives
- * as long as the worker process.
- *
- * Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
- * it), "bytes", "systemRoot" (where /sys and /proc lie).
- */
+/// @brief One of the tests, on the memory of one node.
+///
+/// All tests of a pass use one region, which is mapped and populated by the first of them and lives
+/// as long as the worker process.
+///
+/// Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
+/// it), "bytes", "systemRoot" (where /sys and /proc lie).
 class NodeTest : public Common::SystemTest<TestNumber> {
  public:
   using SystemTest::SystemTest;
@@ -43,7 +41,7 @@ class NodeTest : public Common::SystemTest<TestNumber> {
                const PackageKit::Environment& environment) const override;
 };
 
-/** @brief The devices of the package. */
+/// @brief The devices of the package.
 std::vector<PackageKit::Device> findNodeDevices(const PackageKit::Environment& environment);
 
 }  // namespace TarvexDiags::Memory

@@ -21,7 +21,7 @@ std::filesystem::path folderOf(int node) {
   return nodesFolder / ("node" + std::to_string(node));
 }
 
-/** The bytes of a line "<anything>name:   123 kB". */
+/// The bytes of a line "<anything>name:   123 kB".
 std::optional<std::uint64_t> memoryField(const std::string& text, std::string_view name) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
@@ -40,7 +40,7 @@ std::optional<std::uint64_t> memoryField(const std::string& text, std::string_vi
   return std::nullopt;
 }
 
-/** What the limit files of a control group and of those above it leave. */
+/// What the limit files of a control group and of those above it leave.
 std::uint64_t leftByGroups(const SystemFiles& files, const std::filesystem::path& mount,
                            std::filesystem::path group, const char* limitName,
                            const char* usageName) {
@@ -58,7 +58,7 @@ std::uint64_t leftByGroups(const SystemFiles& files, const std::filesystem::path
   }
 }
 
-/** Lines "<id>:<controllers>:/path": version 2 has no controllers, version 1 names "memory". */
+/// Lines "<id>:<controllers>:/path": version 2 has no controllers, version 1 names "memory".
 std::uint64_t leftByControlGroups(const SystemFiles& files) {
   std::uint64_t left = std::numeric_limits<std::uint64_t>::max();
   std::istringstream lines(files.text("proc/self/cgroup").value_or(""));

@@ -18,18 +18,15 @@ constexpr std::size_t blockBytes = 64 * 1024;
 constexpr std::size_t linesInBlock = blockBytes / lineBytes;
 constexpr std::size_t wordsInBlock = blockBytes / sizeof(std::uint64_t);
 
-/** @brief A block of the tested memory: where it lies, and its number, which random values follow.
- */
+///  @brief A block of the tested memory: where it lies, and its number, which random values follow.
 struct Block {
   std::byte* data;
   std::uint64_t index;
 };
 
-/**
- * @brief What every word of a block should hold.
- *
- * Thread-safety: a plain value.
- */
+/// @brief What every word of a block should hold.
+///
+/// Thread-safety: a plain value.
 class Pattern {
  public:
   enum class Kind {
@@ -44,26 +41,26 @@ class Pattern {
   /// through lines, rows and channels.
   static constexpr std::size_t moduloDistance = 20;
 
-  /** @brief Every word the same. */
+  /// @brief Every word the same.
   static Pattern constant(std::uint64_t word);
 
-  /** @brief Every moduloDistance-th word, from `offset`, holds the word; the others its complement.
-   */
+  ///  @brief Every moduloDistance-th word, from `offset`, holds the word; the others its
+  ///  complement.
   static Pattern modulo(std::uint64_t word, std::size_t offset);
 
-  /** @brief Reproducible random words. */
+  /// @brief Reproducible random words.
   static Pattern random(std::uint64_t seed);
 
-  /** @brief Each word its own address, with every bit inverted when asked. */
+  /// @brief Each word its own address, with every bit inverted when asked.
   static Pattern ownAddress(bool inverted);
 
   Kind kind() const { return mKind; }
   const std::string& name() const { return mName; }
 
-  /** @brief The lines of one period; the first `periodLines()` count. */
+  /// @brief The lines of one period; the first `periodLines()` count.
   const std::uint64_t* lines() const { return mLines.data(); }
   std::size_t periodLines() const { return mPeriodLines; }
-  /** @brief The line of the period with which a block begins. */
+  /// @brief The line of the period with which a block begins.
   std::size_t firstLine(const Block& block) const {
     return static_cast<std::size_t>((block.index * linesInBlock) % mPeriodLines);
   }
@@ -71,18 +68,16 @@ class Pattern {
   std::uint64_t seed() const { return mSeed; }
   std::uint64_t addressMask() const { return mAddressMask; }
 
-  /** @brief The marked offset of a modulo pattern, 0 to moduloDistance - 1. */
+  /// @brief The marked offset of a modulo pattern, 0 to moduloDistance - 1.
   std::size_t moduloOffset() const { return mModuloOffset; }
 
-  /**
-   * @brief The states from which the eight random columns of a block begin, never 0.
-   *
-   * Word w of line l is column w's state after l + 1 steps of nextRandom.
-   */
+  /// @brief The states from which the eight random columns of a block begin, never 0.
+  ///
+  /// Word w of line l is column w's state after l + 1 steps of nextRandom.
   std::array<std::uint64_t, wordsInLine> randomColumns(const Block& block) const;
 
-  /** @brief What the block should hold, word by word: the plain form that kernels are held against.
-   */
+  ///  @brief What the block should hold, word by word: the plain form that kernels are held
+  ///  against.
   std::vector<std::uint64_t> expectedWords(const Block& block) const;
 
  private:
@@ -97,12 +92,10 @@ class Pattern {
   std::string mName;
 };
 
-/**
- * @brief The step of the random columns: shifts and exclusive ors only, which every vector unit
- * has.
- *
- * Marsaglia, "Xorshift RNGs", Journal of Statistical Software 8(14), 2003, shifts 13, 7, 17.
- */
+/// @brief The step of the random columns: shifts and exclusive ors only, which every vector unit
+/// has.
+///
+/// Marsaglia, "Xorshift RNGs", Journal of Statistical Software 8(14), 2003, shifts 13, 7, 17.
 constexpr std::uint64_t nextRandom(std::uint64_t state) {
   state ^= state << 13;
   state ^= state >> 7;

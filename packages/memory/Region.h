@@ -11,25 +11,21 @@
 
 namespace TarvexDiags::Memory {
 
-/**
- * @brief The memory under test: mapped once, populated by all threads, locked as far as allowed.
- *
- * Thread-safety: the memory is everybody's; the object changes only while it is made.
- */
+/// @brief The memory under test: mapped once, populated by all threads, locked as far as allowed.
+///
+/// Thread-safety: the memory is everybody's; the object changes only while it is made.
 class Region {
  public:
   /// What a thread takes at a time: a huge page.
   static constexpr std::size_t blocksInSlice = 32;
 
-  /**
-   * @brief Maps, populates and locks.
-   *
-   * @param bytes   rounded down to whole blocks, at least one
-   * @param node    the NUMA node that the memory must come from; -1 for any
-   * @param giveUp  asked between slices while the memory is populated; true leaves the rest
-   * untouched
-   * @return nothing, with `reason`, when the kernel gives no memory
-   */
+  /// @brief Maps, populates and locks.
+  ///
+  /// @param bytes   rounded down to whole blocks, at least one
+  /// @param node    the NUMA node that the memory must come from; -1 for any
+  /// @param giveUp  asked between slices while the memory is populated; true leaves the rest
+  /// untouched
+  /// @return nothing, with `reason`, when the kernel gives no memory
   static std::unique_ptr<Region> map(std::size_t bytes, int node, Team& team,
                                      const std::function<bool()>& giveUp, std::string& reason);
   ~Region();
@@ -45,7 +41,7 @@ class Region {
 
   std::size_t lockedBytes() const { return mLockedBytes; }
 
-  /** @brief What could not be had as wished, for the log: one sentence each. */
+  /// @brief What could not be had as wished, for the log: one sentence each.
   const std::vector<std::string>& remarks() const { return mRemarks; }
 
  private:

@@ -8,7 +8,7 @@ namespace TarvexDiags::Memory {
 
 namespace {
 
-/** The marked words first, then all others twice: what neighbours do to the marked ones shows. */
+/// The marked words first, then all others twice: what neighbours do to the marked ones shows.
 void scatter(const Block& block, const Pattern& pattern) {
   auto* const words = reinterpret_cast<std::uint64_t*>(block.data);
   const std::uint64_t* const lines = pattern.lines();

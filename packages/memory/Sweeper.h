@@ -16,7 +16,7 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief One way through the whole region: compare with one pattern, write another, or both. */
+/// @brief One way through the whole region: compare with one pattern, write another, or both.
 struct Sweep {
   /// The order of the slices. Within one it always rises: that is how processors fetch ahead, and
   /// what reaches the memory is ordered by the caches anyway.
@@ -32,14 +32,13 @@ struct Sweep {
   Writing writing = Writing::Streamed;
 };
 
-/**
- * @brief Takes all threads of a team through the region, slice by slice, and reports what is wrong.
- *
- * A slice goes to the thread that is free first, so a line is often verified by another core than
- * the one that wrote it, and a core that others keep busy holds nobody up.
- *
- * Thread-safety: one thread.
- */
+/// @brief Takes all threads of a team through the region, slice by slice, and reports what is
+/// wrong.
+///
+/// A slice goes to the thread that is free first, so a line is often verified by another core than
+/// the one that wrote it, and a core that others keep busy holds nobody up.
+///
+/// Thread-safety: one thread.
 class Sweeper {
  public:
   /// So many miscompares are reported one by one; the rest is counted.
@@ -47,7 +46,7 @@ class Sweeper {
   /// After so many a test ends: nothing new is to be learned.
   static constexpr std::uint64_t maximumCounted = 100000;
 
-  /** @param seam  null in a pass; all others outlive the sweeper */
+  /// @param seam  null in a pass; all others outlive the sweeper
   Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
           FaultSeam* seam = nullptr);
 
@@ -56,44 +55,40 @@ class Sweeper {
   Observer& observer() { return mObserver; }
   FaultSeam* seam() { return mSeam; }
 
-  /** @brief Words that were wrong, reported or not. */
+  /// @brief Words that were wrong, reported or not.
   std::uint64_t miscompares() const { return mMiscompares; }
-  /** @brief Bytes that were compared. */
+  /// @brief Bytes that were compared.
   std::uint64_t bytesVerified() const { return mBlocksVerified * blockBytes; }
 
-  /** @brief Tells how many walks through the region the test takes, for its progress. */
+  /// @brief Tells how many walks through the region the test takes, for its progress.
   void expectWalks(std::size_t walks);
 
-  /** @brief Runs one sweep. @return false when the test was asked to stop or found too much */
+  /// @brief Runs one sweep. @return false when the test was asked to stop or found too much
   bool run(const Sweep& sweep);
-  /** @brief Runs them in turn, as long as none returns false. */
+  /// @brief Runs them in turn, as long as none returns false.
   bool run(const std::vector<Sweep>& sweeps);
 
-  /**
-   * @brief Has the threads call `work` for each slice.
-   * @return as run does
-   */
+  /// @brief Has the threads call `work` for each slice.
+  /// @return as run does
   bool forEachSlice(Sweep::Order order, const std::function<void(std::size_t slice)>& work);
 
-  /** @brief Compares one block, reports each wrong word, and writes `next` where it is given. */
+  /// @brief Compares one block, reports each wrong word, and writes `next` where it is given.
   void compare(const Block& block, const Pattern& expected, const Pattern* next);
 
-  /** @brief Compares a block that holds what was written for the block `source`. */
+  /// @brief Compares a block that holds what was written for the block `source`.
   void compareCopy(const Block& block, const Pattern& expected, std::uint64_t source) {
     compare({block.data, source}, expected, nullptr);
   }
 
-  /**
-   * @brief Adds to bytesVerified, for those who call compare themselves. Once a slice and not once
-   * a block: it waits for the streamed stores.
-   */
+  /// @brief Adds to bytesVerified, for those who call compare themselves. Once a slice and not once
+  /// a block: it waits for the streamed stores.
   void countVerified(std::size_t blocks) { mBlocksVerified += blocks; }
 
-  /** @brief Looks at a word that was wrong again, and reports it. Any of the threads. */
+  /// @brief Looks at a word that was wrong again, and reports it. Any of the threads.
   void judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
              const std::string& patternName);
 
-  /** @brief To be called between writing and comparing. */
+  /// @brief To be called between writing and comparing.
   void tellWritten();
 
   bool stopped() const;

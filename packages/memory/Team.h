@@ -10,17 +10,13 @@
 
 namespace TarvexDiags::Memory {
 
-/**
- * @brief Threads that wait for work, one on each of a list of CPUs.
- *
- * Thread-safety: one thread gives work.
- */
+/// @brief Threads that wait for work, one on each of a list of CPUs.
+///
+/// Thread-safety: one thread gives work.
 class Team {
  public:
-  /**
-   * @brief Starts one thread for each CPU and pins it there.
-   * @param cpus  not empty; a CPU that the kernel refuses leaves its thread unpinned
-   */
+  /// @brief Starts one thread for each CPU and pins it there.
+  /// @param cpus  not empty; a CPU that the kernel refuses leaves its thread unpinned
   explicit Team(const std::vector<int>& cpus);
   ~Team();
   Team(const Team&) = delete;
@@ -28,11 +24,10 @@ class Team {
 
   std::size_t size() const { return mThreads.size(); }
 
-  /** @brief The CPUs on which no thread could be pinned. */
+  /// @brief The CPUs on which no thread could be pinned.
   std::vector<int> refusedCpus() const;
 
-  /** @brief Calls `work` once on every thread and returns when all calls have. It must not throw.
-   */
+  ///  @brief Calls `work` once on every thread and returns when all calls have. It must not throw.
   void onAll(const std::function<void()>& work);
 
  private:

@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** @brief What opens each datagram. The guard tells a damaged header from a sound one. */
+/// @brief What opens each datagram. The guard tells a damaged header from a sound one.
 struct Header {
   std::uint64_t sequence = 0;
   std::uint64_t guard = 0;
@@ -25,7 +25,7 @@ constexpr std::uint64_t guardOf(std::uint64_t sequence, std::uint64_t seed) {
   return (sequence + 1) * 0x9E3779B97F4A7C15U ^ seed;
 }
 
-/** @brief How often something happened, and to which datagram first. */
+/// @brief How often something happened, and to which datagram first.
 struct Tally {
   std::uint64_t count = 0;
   std::uint64_t first = 0;
@@ -88,7 +88,7 @@ class DatagramRun {
     return sizeof(Header) + sequence * 37 % (m_options.longest - sizeof(Header) + 1);
   }
 
-  /** @brief The datagram's bytes after its header; another stretch of the payload for each. */
+  /// @brief The datagram's bytes after its header; another stretch of the payload for each.
   std::span<const std::byte> bodyOf(std::uint64_t sequence) const {
     return m_payload.at(sequence * 1009, lengthOf(sequence) - sizeof(Header));
   }

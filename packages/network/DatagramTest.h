@@ -10,8 +10,7 @@
 
 namespace TarvexDiags::Network {
 
-/** @brief Both ends of a path for datagrams, neither of which ever blocks. A seam, as StreamLink.
- */
+///  @brief Both ends of a path for datagrams, neither of which ever blocks. A seam, as StreamLink.
 class DatagramLink {
  public:
   DatagramLink() = default;
@@ -19,11 +18,11 @@ class DatagramLink {
   DatagramLink& operator=(const DatagramLink&) = delete;
   virtual ~DatagramLink() = default;
 
-  /** @brief The datagram's length, 0 when there is no room now, or a negative errno. */
+  /// @brief The datagram's length, 0 when there is no room now, or a negative errno.
   virtual std::int64_t send(std::span<const std::byte> datagram) = 0;
-  /** @brief The length of one datagram, 0 when there is none now, or a negative errno. */
+  /// @brief The length of one datagram, 0 when there is none now, or a negative errno.
   virtual std::int64_t receive(std::span<std::byte> buffer) = 0;
-  /** @brief Waits until there is something to receive, or the time is over. */
+  /// @brief Waits until there is something to receive, or the time is over.
   virtual void wait(std::chrono::milliseconds limit) = 0;
 };
 
@@ -31,7 +30,7 @@ struct DatagramOptions {
   std::uint64_t datagrams = 0;
   std::uint64_t seed = 0;
   std::size_t longest = 1472;  ///< bytes; all lengths from the header's on occur
-  /** Datagrams on their way at most: few enough for a socket's buffer, so that none may be lost. */
+  /// Datagrams on their way at most: few enough for a socket's buffer, so that none may be lost.
   std::uint64_t inFlight = 32;
   std::chrono::milliseconds patience = std::chrono::seconds(1);  ///< for those that are late
 };
@@ -41,11 +40,9 @@ struct DatagramFigures {
   std::uint64_t bytes = 0;
 };
 
-/**
- * @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
- * that were lost, came twice or in another order, or were corrupted. Throws std::system_error when
- * the kernel refuses one for reasons of its own.
- */
+/// @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
+/// that were lost, came twice or in another order, or were corrupted. Throws std::system_error when
+/// the kernel refuses one for reasons of its own.
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
                                 const std::string& interface, RunJournal& journal);
 

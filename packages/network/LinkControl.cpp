@@ -18,7 +18,7 @@
 namespace TarvexDiags::Network {
 namespace {
 
-/** @brief Memory for the kernel's structures that end in an array. */
+/// @brief Memory for the kernel's structures that end in an array.
 class Request {
  public:
   explicit Request(std::size_t bytes) : m_words((bytes + 7) / 8) {}
@@ -39,7 +39,7 @@ class Request {
 
 using SpeedBit = std::pair<unsigned int, unsigned int>;
 
-/** @brief The link modes that stand for a speed; those beyond 100 Gb/s are too many to matter. */
+/// @brief The link modes that stand for a speed; those beyond 100 Gb/s are too many to matter.
 constexpr std::array<SpeedBit, 30> speedBits{{
     {ETHTOOL_LINK_MODE_10baseT_Half_BIT, 10},
     {ETHTOOL_LINK_MODE_10baseT_Full_BIT, 10},

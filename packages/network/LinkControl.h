@@ -12,11 +12,11 @@ namespace TarvexDiags::Network {
 
 enum class Duplex { unknown, half, full };
 
-/** @brief What the driver says of the connection. */
+/// @brief What the driver says of the connection.
 struct LinkMode {
   std::optional<unsigned int> megabits;  ///< speed; nothing when the driver does not know
   Duplex duplex = Duplex::unknown;
-  /** The fastest mode that both ends offer, where the driver tells both lists. */
+  /// The fastest mode that both ends offer, where the driver tells both lists.
   std::optional<unsigned int> bestCommonMegabits;
 };
 
@@ -38,7 +38,7 @@ struct SelfTestResult {
   std::vector<SelfTestPart> parts;
 };
 
-/** @brief An interface's driver; a seam, so that tests can bring faulty ones. */
+/// @brief An interface's driver; a seam, so that tests can bring faulty ones.
 class LinkControl {
  public:
   LinkControl() = default;
@@ -46,18 +46,16 @@ class LinkControl {
   LinkControl& operator=(const LinkControl&) = delete;
   virtual ~LinkControl() = default;
 
-  /** @brief Throws NotSupported when the driver does not tell. */
+  /// @brief Throws NotSupported when the driver does not tell.
   virtual LinkMode mode() = 0;
-  /** @brief Throws NotSupported when the driver does not tell. */
+  /// @brief Throws NotSupported when the driver does not tell.
   virtual DriverInfo driver() = 0;
-  /**
-   * @brief Runs the driver's self-test. The offline one takes the interface out of service
-   * meanwhile. Throws NotSupported when there is none or this user may not run it.
-   */
+  /// @brief Runs the driver's self-test. The offline one takes the interface out of service
+  /// meanwhile. Throws NotSupported when there is none or this user may not run it.
   virtual SelfTestResult selfTest(bool offline) = 0;
 };
 
-/** @brief Through the ethtool calls of the kernel, in the calling thread's namespace. */
+/// @brief Through the ethtool calls of the kernel, in the calling thread's namespace.
 std::unique_ptr<LinkControl> makeLinkControl(const std::string& interface);
 
 }  // namespace TarvexDiags::Network

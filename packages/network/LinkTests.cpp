@@ -13,7 +13,7 @@ std::string duplexText(Duplex duplex) {
   return duplex == Duplex::full ? "full" : duplex == Duplex::half ? "half" : "?";
 }
 
-/** @brief What the driver tells; drivers of virtual interfaces often tell nothing. */
+/// @brief What the driver tells; drivers of virtual interfaces often tell nothing.
 LinkMode modeOf(LinkControl& control) {
   try {
     return control.mode();

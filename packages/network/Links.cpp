@@ -82,7 +82,7 @@ Link describe(rtnl_link* link) {
 
 using Rises = std::vector<std::pair<std::string, std::uint64_t>>;
 
-/** @brief The counters that rose. One that fell was set back meanwhile and tells nothing. */
+/// @brief The counters that rose. One that fell was set back meanwhile and tells nothing.
 Rises rises(const std::map<std::string, std::uint64_t>& before,
             const std::map<std::string, std::uint64_t>& after) {
   Rises found;
@@ -95,7 +95,7 @@ Rises rises(const std::map<std::string, std::uint64_t>& before,
   return found;
 }
 
-/** @brief Leaves out the sums where a counter of their own kind says more. */
+/// @brief Leaves out the sums where a counter of their own kind says more.
 Rises withoutSums(Rises found) {
   const auto isSum = [](const auto& entry) {
     return entry.first == "rx_errors" || entry.first == "tx_errors";

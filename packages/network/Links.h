@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::Network {
 
-/** @brief An interface and its counters, as the kernel tells them over netlink. */
+/// @brief An interface and its counters, as the kernel tells them over netlink.
 struct Link {
   std::string name;
   int index = 0;
@@ -27,25 +27,23 @@ struct Link {
   std::uint64_t packetsSent = 0;
 };
 
-/** @brief The interfaces of the calling thread's network namespace. Throws std::system_error. */
+/// @brief The interfaces of the calling thread's network namespace. Throws std::system_error.
 std::vector<Link> readLinks();
 
-/** @brief One of them. Throws std::system_error with ENODEV when there is none of that name. */
+/// @brief One of them. Throws std::system_error with ENODEV when there is none of that name.
 Link readLink(const std::string& name);
 
-/** @brief Why there is nothing to test on the interface; empty when there is. */
+/// @brief Why there is nothing to test on the interface; empty when there is.
 std::string whyNoDevice(const Link& link);
 
 struct CounterLimits {
-  /** A machine in service drops a packet now and then, as those of unknown protocols. */
+  /// A machine in service drops a packet now and then, as those of unknown protocols.
   std::uint64_t allowedDrops = 10;
 };
 
-/**
- * @brief Compares counters before and after a test: faults are errors, more drops than allowed are
- * warnings, a carrier that came or went is an error. When nothing rose, says so. Throws
- * NotSupported when somebody has switched the interface off meanwhile.
- */
+/// @brief Compares counters before and after a test: faults are errors, more drops than allowed are
+/// warnings, a carrier that came or went is an error. When nothing rose, says so. Throws
+/// NotSupported when somebody has switched the interface off meanwhile.
 void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
                    RunJournal& journal);
 

@@ -40,7 +40,7 @@ UniqueDescriptor ownNamespace() {
   return own;
 }
 
-/** @brief Runs the action on a new thread, so that the caller's namespace stays as it is. */
+/// @brief Runs the action on a new thread, so that the caller's namespace stays as it is.
 void onOwnThread(const std::function<void()>& action) {
   std::exception_ptr thrown;
   std::thread([&] {
@@ -64,8 +64,8 @@ void insideOf(int namespaceDescriptor, const std::function<void()>& action) {
   });
 }
 
-/** @brief Whether others may use the address: one that the kernel gave for the link does not count.
- */
+///  @brief Whether others may use the address: one that the kernel gave for the link does not
+///  count.
 bool isForOthers(const sockaddr& address) {
   if (address.sa_family != AF_INET6) {
     return address.sa_family == AF_INET;
@@ -89,7 +89,7 @@ bool carriesAddress(const std::string& interface) {
   return found;
 }
 
-/** @brief The interface, if nobody uses it. */
+/// @brief The interface, if nobody uses it.
 Link unused(const std::string& interface) {
   Link link = readLink(interface);
   if (link.enslaved) {
@@ -107,14 +107,13 @@ Link unused(const std::string& interface) {
   return link;
 }
 
-/** @brief Keeps the kernel's own announcements off the wire, so that the counters are the test's.
- */
+///  @brief Keeps the kernel's own announcements off the wire, so that the counters are the test's.
 void silenceIpv6(const std::string& interface) {
   // The folder is that of the calling thread's namespace. Without IPv6 it is not there.
   std::ofstream("/proc/sys/net/ipv6/conf/" + interface + "/disable_ipv6") << 1;
 }
 
-/** @brief Sets an interface's address, mask and flags, in the calling thread's namespace. */
+/// @brief Sets an interface's address, mask and flags, in the calling thread's namespace.
 class InterfaceSetter {
  public:
   explicit InterfaceSetter(const std::string& interface)

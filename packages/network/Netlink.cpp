@@ -16,7 +16,7 @@ struct LinkDeleter {
 };
 using LinkObject = std::unique_ptr<rtnl_link, LinkDeleter>;
 
-/** @brief The errno that a result of the library stands for, as far as there is one. */
+/// @brief The errno that a result of the library stands for, as far as there is one.
 int errnoOf(int result) {
   switch (-result) {
     case NLE_PERM:

@@ -14,26 +14,25 @@ struct NetlinkDeleter {
 };
 using NetlinkCache = std::unique_ptr<nl_cache, NetlinkDeleter>;
 
-/** @brief A connection to the kernel's routing side, in the namespace of the thread that made it.
- */
+///  @brief A connection to the kernel's routing side, in the namespace of the thread that made it.
 class NetlinkSocket {
  public:
-  /** @brief Throws std::system_error. */
+  /// @brief Throws std::system_error.
   NetlinkSocket();
 
   nl_sock* get() const { return m_socket.get(); }
 
-  /** @brief All interfaces, as a cache of rtnl_link. */
+  /// @brief All interfaces, as a cache of rtnl_link.
   NetlinkCache links() const;
 
-  /** @brief Moves an interface into the namespace that the descriptor names. */
+  /// @brief Moves an interface into the namespace that the descriptor names.
   void moveToNamespace(const std::string& interface, int namespaceDescriptor) const;
 
  private:
   std::unique_ptr<nl_sock, NetlinkDeleter> m_socket;
 };
 
-/** @brief Throws std::system_error for a library's negative result. */
+/// @brief Throws std::system_error for a library's negative result.
 void checkNetlink(int result, const std::string& what);
 
 }  // namespace TarvexDiags::Network

@@ -33,7 +33,7 @@ using PackageKit::Verdict;
 constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 constexpr int pairTest = 6;
 
-/** @brief Codes of section DeviceStatus. */
+/// @brief Codes of section DeviceStatus.
 enum LinkStatus : unsigned int { linkReady = 0, linkWithoutCarrier = 1, linkOff = 2, linkGone = 3 };
 
 // --- Devices
@@ -73,7 +73,7 @@ std::string pairSetting(const PackageKit::Settings& settings, const std::string&
   return settings.test(pairTest, key).value_or("");
 }
 
-/** @brief The interfaces with something to test, and the two that are to be tested as a pair. */
+/// @brief The interfaces with something to test, and the two that are to be tested as a pair.
 std::vector<Device> findDevices(const Environment& environment) {
   const std::string first = pairSetting(environment.settings, "FirstInterface");
   const std::string second = pairSetting(environment.settings, "SecondInterface");
@@ -160,10 +160,8 @@ DatagramOptions datagramOptions(const TestContext& context, long longest) {
   return options;
 }
 
-/**
- * @brief Sends the datagrams on a thread that stays on one processor: the kernel has a queue for
- * each of them, so a sender that moves overtakes itself.
- */
+/// @brief Sends the datagrams on a thread that stays on one processor: the kernel has a queue for
+/// each of them, so a sender that moves overtakes itself.
 void verifyInPlace(DatagramLink& path, const DatagramOptions& options, const std::string& interface,
                    RunJournal& journal) {
   std::async(std::launch::async, [&] {
@@ -185,7 +183,7 @@ CounterLimits counterLimits(const TestContext& context) {
   return {static_cast<std::uint64_t>(std::max(context.settingInteger("AllowedDrops", 10), 0L))};
 }
 
-/** @brief Runs a test with the interface's counters read before and after it. */
+/// @brief Runs a test with the interface's counters read before and after it.
 Verdict withCounters(TestContext& context,
                      const std::function<void(const Link&, RunJournal&)>& engine) {
   const std::string name = context.property("name");

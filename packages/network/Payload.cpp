@@ -7,7 +7,7 @@
 namespace TarvexDiags::Network {
 namespace {
 
-/** @brief So many random bytes occur once in a period. */
+/// @brief So many random bytes occur once in a period.
 constexpr std::size_t telling = 16;
 
 }  // namespace

@@ -55,7 +55,7 @@ void neverBlock(const UniqueDescriptor& socket) {
   check(fcntl(socket.get(), F_SETFL, O_NONBLOCK), "fcntl");
 }
 
-/** @brief A result of send or recv as the links give it. */
+/// @brief A result of send or recv as the links give it.
 std::int64_t moved(ssize_t result) {
   if (result >= 0) {
     return result;

@@ -22,13 +22,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** @brief What the connections' threads share. */
+/// @brief What the connections' threads share.
 class Shared {
  public:
   Shared(const StreamOptions& options, const std::string& interface, RunJournal& journal)
       : m_options(options), m_interface(interface), m_journal(journal) {}
 
-  /** @brief From any of the threads; beyond a number of faults there is nothing new to learn. */
+  /// @brief From any of the threads; beyond a number of faults there is nothing new to learn.
   void tell(NetworkEvent event, std::vector<std::string> parameters) {
     const System::LockHold hold(m_lock);
     if (m_told++ < mostTold) {
@@ -37,7 +37,7 @@ class Shared {
     }
   }
 
-  /** @brief Counts, tells the progress, and says whether to go on. */
+  /// @brief Counts, tells the progress, and says whether to go on.
   bool advance(std::uint64_t bytes) {
     const std::uint64_t done = m_done += bytes;
     const std::uint64_t total = m_options.bytes * m_options.connections;
@@ -74,7 +74,7 @@ class Shared {
   std::atomic<bool> m_stop{false};
 };
 
-/** @brief One connection: sends ahead, receives, compares. */
+/// @brief One connection: sends ahead, receives, compares.
 class Lane {
  public:
   Lane(StreamLink& link, const StreamOptions& options, unsigned int number, Shared& shared)
@@ -155,7 +155,7 @@ class Lane {
     return false;
   }
 
-  /** @brief Goes through bytes that are not as expected, and finds the way back into the stream. */
+  /// @brief Goes through bytes that are not as expected, and finds the way back into the stream.
   void examine(std::span<const std::byte> found) {
     while (!found.empty()) {
       const auto expected = m_payload.at(m_position, found.size());
@@ -170,7 +170,7 @@ class Lane {
     }
   }
 
-  /** @brief Tells one fault, whose bytes begin the span. Returns how many of them to skip. */
+  /// @brief Tells one fault, whose bytes begin the span. Returns how many of them to skip.
   std::size_t explain(std::span<const std::byte> found) {
     const std::optional<std::uint64_t> place = m_payload.find(found, m_position);
     if (place && *place != m_position) {
@@ -187,7 +187,7 @@ class Lane {
     return length;
   }
 
-  /** @brief Bytes until the stream is right again for a while. */
+  /// @brief Bytes until the stream is right again for a while.
   std::size_t lengthOfFault(std::span<const std::byte> found) const {
     constexpr std::size_t quiet = 32;
     const auto expected = m_payload.at(m_position, found.size());
@@ -224,7 +224,7 @@ class Lane {
   bool m_broken = false;
 };
 
-/** @brief What one of several threads threw, for the one that waits for them. */
+/// @brief What one of several threads threw, for the one that waits for them.
 class Failure {
  public:
   void keep(std::exception_ptr thrown) {
@@ -243,7 +243,7 @@ class Failure {
   std::exception_ptr m_thrown TARVEXDIAGS_GUARDED_BY(m_lock);
 };
 
-/** @brief Runs the lanes, each on a thread; throws what one of them threw. */
+/// @brief Runs the lanes, each on a thread; throws what one of them threw.
 void runLanes(std::vector<std::unique_ptr<Lane>>& lanes, Shared& shared) {
   Failure failure;
   std::vector<std::jthread> threads;

@@ -11,10 +11,8 @@
 
 namespace TarvexDiags::Network {
 
-/**
- * @brief Both ends of one connection, neither of which ever blocks. A seam: tests put faults into
- * it. Used by one thread at a time.
- */
+/// @brief Both ends of one connection, neither of which ever blocks. A seam: tests put faults into
+/// it. Used by one thread at a time.
 class StreamLink {
  public:
   StreamLink() = default;
@@ -22,11 +20,11 @@ class StreamLink {
   StreamLink& operator=(const StreamLink&) = delete;
   virtual ~StreamLink() = default;
 
-  /** @brief Bytes taken over, 0 when there is no room now, or a negative errno. */
+  /// @brief Bytes taken over, 0 when there is no room now, or a negative errno.
   virtual std::int64_t send(std::span<const std::byte> bytes) = 0;
-  /** @brief Bytes received, 0 when there are none now, or a negative errno. */
+  /// @brief Bytes received, 0 when there are none now, or a negative errno.
   virtual std::int64_t receive(std::span<std::byte> buffer) = 0;
-  /** @brief Waits until there is something to receive or room to send, or the time is over. */
+  /// @brief Waits until there is something to receive or room to send, or the time is over.
   virtual void wait(bool forRoom, std::chrono::milliseconds limit) = 0;
 };
 
@@ -34,7 +32,7 @@ struct StreamOptions {
   std::uint64_t bytes = 0;  ///< to send over each connection
   std::uint64_t seed = 0;
   unsigned int connections = 1;  ///< each has a thread of its own
-  /** Bytes on their way at most. What fits into the processor's cache makes a loopback fastest. */
+  /// Bytes on their way at most. What fits into the processor's cache makes a loopback fastest.
   std::uint64_t inFlight = std::uint64_t{256} << 10;
   std::chrono::milliseconds stall = std::chrono::seconds(10);  ///< without any byte: an error
   double minimumRate = 0;  ///< bytes a second; slower is a warning
@@ -45,17 +43,15 @@ struct StreamFigures {
   std::chrono::nanoseconds elapsed{0};
 };
 
-/** @brief Makes the connection of the given number; called on the caller's thread. */
+/// @brief Makes the connection of the given number; called on the caller's thread.
 using StreamMaker = std::function<std::unique_ptr<StreamLink>(unsigned int number)>;
 
-/**
- * @brief Sends data over connections and compares every byte that arrives. Tells corrupted bytes,
- * bytes that were lost or came twice, and a connection that broke or stood still. Throws
- * std::system_error when the kernel refuses a transfer for reasons of its own.
- *
- * Each connection's two ends are served by one thread, in turns: nothing waits for another thread,
- * and the data is still in the cache when it is compared.
- */
+/// @brief Sends data over connections and compares every byte that arrives. Tells corrupted bytes,
+/// bytes that were lost or came twice, and a connection that broke or stood still. Throws
+/// std::system_error when the kernel refuses a transfer for reasons of its own.
+///
+/// Each connection's two ends are served by one thread, in turns: nothing waits for another thread,
+/// and the data is still in the cache when it is compared.
 StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options,
                             const std::string& interface, RunJournal& journal);
 

@@ -17,7 +17,7 @@ struct alignas(64) SharedWord {
   std::atomic<std::uint64_t> value{0};
 };
 
-/** Both cores work on one word, `turns` times each; then it must hold what is expected. */
+/// Both cores work on one word, `turns` times each; then it must hold what is expected.
 template <typename Work>
 void checkSharedWord(Verifier& verifier, std::uint64_t expectedWord, Work work,
                      const char* operands) {
@@ -54,7 +54,7 @@ void compareExchange(Verifier& verifier) {
       "4096 additions of 3 by each core");
 }
 
-/** Tokens change hands through one word: none may be lost, none may come twice. */
+/// Tokens change hands through one word: none may be lost, none may come twice.
 void exchange(Verifier& verifier) {
   std::array<std::uint64_t, 2> held = {1, 2};
   checkSharedWord(
@@ -83,13 +83,13 @@ void toggleBits(Verifier& verifier) {
 
 __extension__ using DoubleWord = unsigned __int128;
 
-/** @return what the word held before: the expected value when it was exchanged */
+/// @return what the word held before: the expected value when it was exchanged
 [[gnu::target("cx16")]] DoubleWord exchanged(DoubleWord* word, DoubleWord expected,
                                              DoubleWord desired) {
   return __sync_val_compare_and_swap(word, expected, desired);
 }
 
-/** Both halves count together, so that a torn access shows. */
+/// Both halves count together, so that a torn access shows.
 void compareExchangeWide(Verifier& verifier) {
   alignas(16) DoubleWord counter = 0;
   const DoubleWord one = (DoubleWord{1} << 64) | 1;
@@ -132,7 +132,7 @@ struct Outcome {
 
 constexpr std::size_t places = 2048;
 
-/** What a core does at one place, with what it read. */
+/// What a core does at one place, with what it read.
 using Program = void (*)(Place& place, Outcome& outcome);
 
 struct Litmus {

@@ -11,8 +11,7 @@ namespace TarvexDiags::Processor {
 
 constexpr std::size_t batchSize = 512;
 
-/** @brief Words on which arithmetic likes to fail: 0, 1, all ones, borders, single bits, and any.
- */
+///  @brief Words on which arithmetic likes to fail: 0, 1, all ones, borders, single bits, and any.
 inline std::uint64_t testWord(Common::RandomSequence& random) {
   const std::uint64_t choice = random.next();
   const std::uint64_t word = random.next();
@@ -32,12 +31,10 @@ inline std::uint64_t testWord(Common::RandomSequence& random) {
   }
 }
 
-/**
- * @brief Runs an operation on words of two operands in a tight loop, then what it is held against.
- *
- * @param operate    what the processor shall do: a function of two words
- * @param reference  the same in another way, through other instructions
- */
+/// @brief Runs an operation on words of two operands in a tight loop, then what it is held against.
+///
+/// @param operate    what the processor shall do: a function of two words
+/// @param reference  the same in another way, through other instructions
 template <typename Operate, typename Reference>
 void checkWords(Verifier& verifier, Operate operate, Reference reference) {
   std::array<std::uint64_t, batchSize> left{};

@@ -12,7 +12,7 @@ std::vector<Check> integerChecks();
 std::vector<Check> floatingPointChecks();
 std::vector<Check> vectorChecks();
 std::vector<Check> cryptographyChecks();
-/** @brief They need a partner. */
+/// @brief They need a partner.
 std::vector<Check> atomicChecks();
 std::vector<Check> loadChecks();
 std::vector<Check> randomGeneratorChecks();

@@ -37,7 +37,7 @@ int partnerOf(const Device& device) {
   return partnerOf(coreOf(device), findCores(filesOf(device)), Common::allowedCpus());
 }
 
-/** Pins the test's thread to its core, and gives it back the CPUs that it had. */
+/// Pins the test's thread to its core, and gives it back the CPUs that it had.
 class Pinned {
  public:
   explicit Pinned(int core) : mBefore(Common::allowedCpus()) {
@@ -73,7 +73,7 @@ class ContextObserver : public Observer {
   RunJournal& mJournal;
 };
 
-/** Proves the way from a wrong result to the report: spoils one result of an instruction class. */
+/// Proves the way from a wrong result to the report: spoils one result of an instruction class.
 class InjectedFault : public ResultSeam {
  public:
   explicit InjectedFault(std::string instructionClass) : mClass(std::move(instructionClass)) {}

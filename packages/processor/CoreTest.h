@@ -8,7 +8,7 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief Codes of the package's events, as sections Information, Warning and Error name them. */
+/// @brief Codes of the package's events, as sections Information, Warning and Error name them.
 enum ProcessorEvent : unsigned int {
   CoreVerified = 1,        ///< device, results compared, classes, share of verified work in percent
   ClassesMissing = 2,      ///< device, instruction classes that the processor does not have
@@ -19,12 +19,10 @@ enum ProcessorEvent : unsigned int {
   MachineChecks = 203,     ///< device, counter, by how much it grew
 };
 
-/**
- * @brief One of the tests, on one core.
- *
- * Properties of the device: "core" (the number of the logical processor), "systemRoot" (where /sys
- * and /proc lie).
- */
+/// @brief One of the tests, on one core.
+///
+/// Properties of the device: "core" (the number of the logical processor), "systemRoot" (where /sys
+/// and /proc lie).
 class CoreTest : public Common::SystemTest<TestNumber> {
  public:
   using SystemTest::SystemTest;
@@ -36,7 +34,7 @@ class CoreTest : public Common::SystemTest<TestNumber> {
                const PackageKit::Environment& environment) const override;
 };
 
-/** @brief The devices of the package. */
+/// @brief The devices of the package.
 std::vector<PackageKit::Device> findCoreDevices(const PackageKit::Environment& environment);
 
 }  // namespace TarvexDiags::Processor

@@ -11,7 +11,7 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-/** Lines "key<tabs>: value", one paragraph for each processor. */
+/// Lines "key<tabs>: value", one paragraph for each processor.
 std::map<int, std::string> modelNames(const std::string& text) {
   std::map<int, std::string> names;
   int number = -1;

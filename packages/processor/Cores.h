@@ -7,7 +7,7 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief A logical processor that is online. Thread-safety: a plain value. */
+/// @brief A logical processor that is online. Thread-safety: a plain value.
 struct Core {
   int number = 0;
   int package = -1;       ///< the socket; -1 when the kernel does not tell
@@ -15,15 +15,13 @@ struct Core {
   std::string model;      ///< as the kernel names it; may be empty
 };
 
-/** @brief The processors that are online, rising. */
+/// @brief The processors that are online, rising.
 std::vector<Core> findCores(const Common::SystemFiles& files);
 
-/**
- * @brief The best other processor for work that takes two: on another physical core if there is
- * one.
- * @param allowed  those on which the process may run
- * @return its number; -1 when there is no other
- */
+/// @brief The best other processor for work that takes two: on another physical core if there is
+/// one.
+/// @param allowed  those on which the process may run
+/// @return its number; -1 when there is no other
 int partnerOf(int core, const std::vector<Core>& cores, const std::vector<int>& allowed);
 
 }  // namespace TarvexDiags::Processor

@@ -14,7 +14,7 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-/** Results and what they should be, as they gather. */
+/// Results and what they should be, as they gather.
 class Gathered {
  public:
   template <typename Value>
@@ -164,7 +164,7 @@ constexpr std::array<std::array<std::uint32_t, 8>, 2> sha256Digests = {{
      0x19db06c1},
 }};
 
-/** The published messages, then random blocks one after the other. */
+/// The published messages, then random blocks one after the other.
 template <typename State, typename Step>
 void checkHash(Verifier& verifier, const State& start, const std::array<State, 2>& digests,
                Step instruction, Step reference) {

@@ -22,7 +22,7 @@ TARVEX_AES Block16 stored(__m128i value) {
   return block;
 }
 
-/** The words of a block, most significant byte first, and word 0 in the lowest place. */
+/// The words of a block, most significant byte first, and word 0 in the lowest place.
 TARVEX_SHA __m128i messageWords(const std::uint8_t* block, std::size_t group) {
   const __m128i order = _mm_set_epi64x(0x0c0d0e0f08090a0b, 0x0405060700010203);
   return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 16 * group)),

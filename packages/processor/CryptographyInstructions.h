@@ -16,7 +16,7 @@ bool hasCrc32();
 
 Block16 aesEncryptInstruction(const Block16& plain, std::span<const Block16> roundKeys);
 Block16 aesDecryptInstruction(const Block16& cipher, std::span<const Block16> roundKeys);
-/** @brief AESKEYGENASSIST with round constant 1: FIPS 197, 5.2, SubWord and RotWord. */
+/// @brief AESKEYGENASSIST with round constant 1: FIPS 197, 5.2, SubWord and RotWord.
 Block16 aesKeyAssistInstruction(const Block16& words);
 void sha1BlockInstruction(std::array<std::uint32_t, 5>& state, const std::uint8_t* block);
 void sha256BlockInstruction(std::array<std::uint32_t, 8>& state, const std::uint8_t* block);

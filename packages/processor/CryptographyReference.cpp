@@ -10,7 +10,7 @@ namespace {
 // --- AES: FIPS 197
 // ---------------------------------------------------------------------------------
 
-/** Multiplies in GF(2^8) modulo x^8 + x^4 + x^3 + x + 1 (4.2). */
+/// Multiplies in GF(2^8) modulo x^8 + x^4 + x^3 + x + 1 (4.2).
 std::uint8_t fieldProduct(std::uint8_t left, std::uint8_t right) {
   unsigned int product = 0;
   unsigned int shifted = left;
@@ -27,7 +27,7 @@ struct SubstitutionBoxes {
   std::array<std::uint8_t, 256> forward{};
   std::array<std::uint8_t, 256> inverse{};
 
-  /** The inverse in the field, then an affine map (5.1.1). */
+  /// The inverse in the field, then an affine map (5.1.1).
   SubstitutionBoxes() {
     for (unsigned int value = 0; value < 256; ++value) {
       const auto byte = static_cast<std::uint8_t>(value);
@@ -64,7 +64,7 @@ void substitute(Block16& state, const std::array<std::uint8_t, 256>& box) {
   }
 }
 
-/** Row r moves by r columns to the left, or to the right. */
+/// Row r moves by r columns to the left, or to the right.
 Block16 shiftedRows(const Block16& state, std::size_t direction) {
   Block16 shifted{};
   for (std::size_t column = 0; column < 4; ++column) {

@@ -24,7 +24,7 @@ constexpr std::array<int, 4> hardwareRounding = {FE_TONEAREST, FE_TOWARDZERO, FE
 constexpr std::array<const char*, 4> roundingNames = {"to nearest", "toward zero", "upward",
                                                       "downward"};
 
-/** The default environment, for as long as it lives: no flushing of denormals, no traps. */
+/// The default environment, for as long as it lives: no flushing of denormals, no traps.
 class FloatEnvironment {
  public:
   FloatEnvironment() {
@@ -39,7 +39,7 @@ class FloatEnvironment {
   std::fenv_t mBefore{};
 };
 
-/** How a type is encoded, and what is computed in integers of it. */
+/// How a type is encoded, and what is computed in integers of it.
 template <typename Real>
 struct Encoding;
 template <>
@@ -63,7 +63,7 @@ std::uint64_t bitsOf(Real value) {
   return std::bit_cast<typename Encoding<Real>::Bits>(value);
 }
 
-/** Any number: borders, denormals, infinities and NaN more often than chance would have them. */
+/// Any number: borders, denormals, infinities and NaN more often than chance would have them.
 template <typename Real>
 std::uint64_t testReal(Common::RandomSequence& random) {
   using Soft = typename Encoding<Real>::Soft;
@@ -90,7 +90,7 @@ std::uint64_t testReal(Common::RandomSequence& random) {
   }
 }
 
-/** A batch of one operation in one rounding direction after the other. */
+/// A batch of one operation in one rounding direction after the other.
 template <typename Real, typename Operate, typename Reference>
 void checkReals(Verifier& verifier, Operate operate, Reference reference) {
   using Soft = typename Encoding<Real>::Soft;
@@ -180,7 +180,7 @@ void convertFromInteger(Verifier& verifier) {
       });
 }
 
-/** What is left of a number when its fraction is cut off, by shifts alone. */
+/// What is left of a number when its fraction is cut off, by shifts alone.
 std::int64_t truncated(std::uint64_t bits) {
   const auto exponent = static_cast<int>(bits >> 52 & 0x7ff) - 1075;
   const std::uint64_t significand = (bits & SoftDouble::fractionMask) | (std::uint64_t{1} << 52);
@@ -329,7 +329,7 @@ std::string textOf(const Corner& corner) {
 
 constexpr int allExceptions = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW | FE_UNDERFLOW | FE_INEXACT;
 
-/** Calls for each corner, with the result and the exceptions that it raised. */
+/// Calls for each corner, with the result and the exceptions that it raised.
 template <typename Look>
 void visitCorners(Look look) {
   const FloatEnvironment environment;

@@ -26,7 +26,7 @@ constexpr Source interruptRows[] = {
     {"MCE", Trouble::MachineCheck},
 };
 
-/** The column of "CPU<core>" in the head of /proc/interrupts. */
+/// The column of "CPU<core>" in the head of /proc/interrupts.
 std::optional<std::size_t> columnOf(const std::string& head, int core) {
   std::istringstream names(head);
   const std::string wanted = "CPU" + std::to_string(core);

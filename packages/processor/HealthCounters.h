@@ -8,18 +8,16 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief What a counter that grew during a test means. */
+/// @brief What a counter that grew during a test means.
 enum class Trouble {
   Throttling,    ///< the core slowed down for heat: cooling, not the core
   Corrected,     ///< errors that the processor put right itself
   MachineCheck,  ///< an error that it could not
 };
 
-/**
- * @brief What the kernel counts of a core's health, at one moment.
- *
- * Thread-safety: a plain value.
- */
+/// @brief What the kernel counts of a core's health, at one moment.
+///
+/// Thread-safety: a plain value.
 class HealthCounters {
  public:
   struct Count {
@@ -27,12 +25,12 @@ class HealthCounters {
     std::uint64_t value;
   };
 
-  /** @brief Reads what there is; virtual machines often have none. */
+  /// @brief Reads what there is; virtual machines often have none.
   static HealthCounters read(const Common::SystemFiles& files, int core);
 
   bool present() const { return !mCounts.empty(); }
 
-  /** @brief By how much each has grown since an earlier reading, by name; only those that have. */
+  /// @brief By how much each has grown since an earlier reading, by name; only those that have.
   std::map<std::string, Count> since(const HealthCounters& earlier) const;
 
  private:

@@ -18,7 +18,7 @@ __extension__ using DoubleWord = unsigned __int128;
 
 constexpr int bits = 64;
 
-/** Adds bit by bit, with logic alone. */
+/// Adds bit by bit, with logic alone.
 Word rippleAdd(Word left, Word right) {
   while (right != 0) {
     const Word carry = left & right;
@@ -34,7 +34,7 @@ struct Product {
   Word low;
 };
 
-/** Multiplies as on paper: a shifted copy for each bit. */
+/// Multiplies as on paper: a shifted copy for each bit.
 Product shiftAndAddProduct(Word left, Word right) {
   Product product{0, 0};
   for (int bit = bits - 1; bit >= 0; --bit) {
@@ -54,7 +54,7 @@ struct Quotient {
   Word remainder;
 };
 
-/** Divides as on paper: a comparison and a subtraction for each bit. */
+/// Divides as on paper: a comparison and a subtraction for each bit.
 Quotient longDivision(Word dividend, Word divisor) {
   Quotient result{0, 0};
   for (int bit = bits - 1; bit >= 0; --bit) {
@@ -68,7 +68,7 @@ Quotient longDivision(Word dividend, Word divisor) {
   return result;
 }
 
-/** Moves each bit by itself; what is moved beyond the word is handed to `lost`. */
+/// Moves each bit by itself; what is moved beyond the word is handed to `lost`.
 template <typename Place>
 Word movedBits(Word word, Place place) {
   Word moved = 0;
@@ -119,7 +119,7 @@ void subtract(Verifier& verifier) {
       [](Word left, Word right) { return rippleAdd(rippleAdd(left, ~right), 1); });
 }
 
-/** The upper half tells whether the carry went over. */
+/// The upper half tells whether the carry went over.
 void addWithCarry(Verifier& verifier) {
   checkWords(
       verifier,

@@ -23,7 +23,7 @@ std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count) {
   return numbers;
 }
 
-/** Order counts: each number moves what came before. */
+/// Order counts: each number moves what came before.
 std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
   std::uint64_t digest = 0;
   for (const std::uint64_t number : numbers) {
@@ -38,7 +38,7 @@ std::uint64_t sortLoad(std::uint64_t seed) {
   return digestOf(numbers);
 }
 
-/** The same numbers as sortLoad's, by another way to the same result. */
+/// The same numbers as sortLoad's, by another way to the same result.
 std::uint64_t heapSortLoad(std::uint64_t seed) {
   std::vector<std::uint64_t> numbers = numbersFrom(seed, wordsSorted);
   std::make_heap(numbers.begin(), numbers.end());
@@ -46,7 +46,7 @@ std::uint64_t heapSortLoad(std::uint64_t seed) {
   return digestOf(numbers);
 }
 
-/** Pointers and branches: a tree grows and is cut. */
+/// Pointers and branches: a tree grows and is cut.
 std::uint64_t treeLoad(std::uint64_t seed) {
   std::map<std::uint64_t, std::uint64_t> tree;
   std::uint64_t digest = seed;
@@ -76,7 +76,7 @@ std::uint64_t hashLoad(std::uint64_t seed) {
   return std::uint64_t{state[0]} << 32 | state[1];
 }
 
-/** Whole numbers in floating point, small enough that every order of additions gives the same. */
+/// Whole numbers in floating point, small enough that every order of additions gives the same.
 std::uint64_t matrixLoad(std::uint64_t seed) {
   constexpr std::size_t size = 64;
   const std::vector<std::uint64_t> numbers = numbersFrom(seed, 2 * size * size);

@@ -8,7 +8,7 @@ namespace TarvexDiags::Processor {
 /// The loads run for seeds 1 to this; the result of each is known.
 constexpr std::uint64_t loadSeeds = 8;
 
-/** @brief A load, and what it gives for each seed. */
+/// @brief A load, and what it gives for each seed.
 struct Load {
   const char* name;
   std::uint64_t (*run)(std::uint64_t seed);

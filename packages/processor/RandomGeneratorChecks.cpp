@@ -52,7 +52,7 @@ constexpr int seedRetries = 1000000;
 
 using Draw = bool (*)(std::uint64_t& word);
 
-/** @return how many draws gave nothing */
+/// @return how many draws gave nothing
 std::uint64_t drawAll(Draw draw, Draws& draws) {
   std::uint64_t failures = 0;
   for (std::uint64_t& word : draws) {
@@ -68,7 +68,7 @@ std::string numberOf(std::size_t index) {
   return "draw " + std::to_string(index);
 }
 
-/** Repetition count test, NIST SP 800-90B, 4.4.1, with a cut-off of two for words of 64 bits. */
+/// Repetition count test, NIST SP 800-90B, 4.4.1, with a cut-off of two for words of 64 bits.
 template <Draw draw>
 void notStuck(Verifier& verifier) {
   Draws draws{};
@@ -92,8 +92,8 @@ void notStuck(Verifier& verifier) {
       numberOf);
 }
 
-/** Counts of ones in each bit, and of changes from draw to draw: half of the draws, within 8 sigma.
- */
+///  Counts of ones in each bit, and of changes from draw to draw: half of the draws, within 8
+///  sigma.
 template <Draw draw>
 void notBiased(Verifier& verifier) {
   Draws draws{};
@@ -125,7 +125,7 @@ void notBiased(Verifier& verifier) {
       });
 }
 
-/** Chi-square of the bytes: 255 degrees of freedom, mean 255, deviation sqrt(510). */
+/// Chi-square of the bytes: 255 degrees of freedom, mean 255, deviation sqrt(510).
 template <Draw draw>
 void evenBytes(Verifier& verifier) {
   Draws draws{};

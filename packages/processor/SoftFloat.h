@@ -4,19 +4,17 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief The four rounding directions of IEEE 754 that hardware has. */
+/// @brief The four rounding directions of IEEE 754 that hardware has.
 enum class Rounding { ToNearest, TowardZero, Upward, Downward };
 
-/**
- * @brief Floating-point arithmetic in integer instructions: what the floating-point unit is held
- * against. Numbers are the bits of their encoding; each NaN that comes out is the same one, `nan`.
- *
- * IEEE Std 754-2019, clauses 3.4 (encodings), 4.3 (rounding), 5.4 and 6 (operations, infinities,
- * NaN, signs of zeros). Exact results are held in 127 bits with a sticky lowest bit and rounded
- * once.
- *
- * @tparam exponentBits, fractionBits  11 and 52 for double, 8 and 23 for float
- */
+/// @brief Floating-point arithmetic in integer instructions: what the floating-point unit is held
+/// against. Numbers are the bits of their encoding; each NaN that comes out is the same one, `nan`.
+///
+/// IEEE Std 754-2019, clauses 3.4 (encodings), 4.3 (rounding), 5.4 and 6 (operations, infinities,
+/// NaN, signs of zeros). Exact results are held in 127 bits with a sticky lowest bit and rounded
+/// once.
+///
+/// @tparam exponentBits, fractionBits  11 and 52 for double, 8 and 23 for float
 template <int exponentBits, int fractionBits>
 class SoftFloat {
  public:
@@ -28,7 +26,7 @@ class SoftFloat {
   static constexpr std::uint64_t nan = infinity | (std::uint64_t{1} << (fractionBits - 1));
 
   static bool isNan(std::uint64_t bits) { return (bits & ~signBit) > infinity; }
-  /** @brief The one NaN for all of them; anything else as it is. */
+  /// @brief The one NaN for all of them; anything else as it is.
   static std::uint64_t canonical(std::uint64_t bits) { return isNan(bits) ? nan : bits; }
 
   static std::uint64_t add(std::uint64_t left, std::uint64_t right, Rounding rounding);
@@ -38,10 +36,10 @@ class SoftFloat {
   static std::uint64_t multiply(std::uint64_t left, std::uint64_t right, Rounding rounding);
   static std::uint64_t divide(std::uint64_t left, std::uint64_t right, Rounding rounding);
   static std::uint64_t squareRoot(std::uint64_t value, Rounding rounding);
-  /** @brief left * right + addend, rounded once. */
+  /// @brief left * right + addend, rounded once.
   static std::uint64_t multiplyAdd(std::uint64_t left, std::uint64_t right, std::uint64_t addend,
                                    Rounding rounding);
-  /** @brief A whole number as the nearest that the format has. */
+  /// @brief A whole number as the nearest that the format has.
   static std::uint64_t fromInteger(bool negative, std::uint64_t magnitude, Rounding rounding) {
     return rounded({negative && magnitude != 0, 0, magnitude}, rounding);
   }
@@ -53,7 +51,7 @@ class SoftFloat {
   static constexpr int bias = (1 << (exponentBits - 1)) - 1;
   static constexpr int lowestExponent = 1 - bias;
 
-  /** significand * 2^exponent; no infinity, no NaN. */
+  /// significand * 2^exponent; no infinity, no NaN.
   struct Exact {
     bool negative;
     int exponent;
@@ -70,7 +68,7 @@ class SoftFloat {
   static Exact decoded(std::uint64_t bits);
   static int highestBit(Wide value);
   static Wide shiftedRightSticky(Wide value, int amount);
-  /** The same number with its highest bit at a place; bits that fall off stick to the lowest. */
+  /// The same number with its highest bit at a place; bits that fall off stick to the lowest.
   static Exact normalized(Exact value, int place);
   static Exact sum(Exact left, Exact right, Rounding rounding);
   static bool roundsUp(bool negative, bool odd, int comparedWithHalf, bool inexact,

@@ -15,7 +15,7 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-/** A number that is neither infinite nor NaN: the highest bit of the exponent is missing. */
+/// A number that is neither infinite nor NaN: the highest bit of the exponent is missing.
 template <typename Word>
 Word finite(Word word, bool positive) {
   constexpr int highestOfExponent = std::numeric_limits<Word>::digits - 2;

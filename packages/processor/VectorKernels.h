@@ -10,7 +10,7 @@ namespace TarvexDiags::Processor {
 /// Operands and results of a vector operation: so many bytes at a time, whatever the width.
 constexpr std::size_t vectorBatchBytes = 4096;
 
-/** @brief Three operands and room for the result, aligned for the widest vectors. */
+/// @brief Three operands and room for the result, aligned for the widest vectors.
 struct VectorBatch {
   alignas(64) std::array<std::byte, vectorBatchBytes> first;
   alignas(64) std::array<std::byte, vectorBatchBytes> second;
@@ -18,10 +18,10 @@ struct VectorBatch {
   alignas(64) std::array<std::uint64_t, vectorBatchBytes / sizeof(std::uint64_t)> result;
 };
 
-/** @brief What fits into the elements of an operation. */
+/// @brief What fits into the elements of an operation.
 enum class Element { Bytes, Halves, Words, DoubleWords, Singles, Doubles };
 
-/** @brief One operation on all elements of a batch, in one width or in plain form. */
+/// @brief One operation on all elements of a batch, in one width or in plain form.
 struct VectorKernel {
   const char* name;
   Element element;
@@ -32,8 +32,7 @@ struct VectorKernel {
 constexpr std::size_t vectorOperationCount = 37;
 using VectorKernels = std::array<VectorKernel, vectorOperationCount>;
 
-/** @brief One element after the other, in scalar instructions: what the vectors are held against.
- */
+///  @brief One element after the other, in scalar instructions: what the vectors are held against.
 extern const VectorKernels scalarKernels;
 
 #if defined(__x86_64__)

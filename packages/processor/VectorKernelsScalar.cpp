@@ -24,7 +24,7 @@ void store(VectorBatch& batch, std::size_t index, Scalar value) {
               sizeof(Scalar));
 }
 
-/** What an operation is computed in: narrow unsigned numbers must not become signed on the way. */
+/// What an operation is computed in: narrow unsigned numbers must not become signed on the way.
 template <typename Scalar>
 struct Promoted {
   using Type =
@@ -51,7 +51,7 @@ struct Promoted {
 #undef TARVEX_ELEMENTWISE
 #undef TARVEX_SPECIAL
 
-/** Within each 16 bytes; the highest bit of an index makes a zero. */
+/// Within each 16 bytes; the highest bit of an index makes a zero.
 void shuffleBytes(VectorBatch& batch) {
   for (std::size_t index = 0; index < vectorBatchBytes; ++index) {
     const auto source = elementOf<std::uint8_t>(batch.second, index);

@@ -14,7 +14,7 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief A result that the processor computed wrongly. Thread-safety: a plain value. */
+/// @brief A result that the processor computed wrongly. Thread-safety: a plain value.
 struct WrongResult {
   int core;
   std::string instructionClass;
@@ -23,37 +23,36 @@ struct WrongResult {
   std::string found;
 };
 
-/** @brief Who starts a test hears of it here, on the thread that runs the test. */
+/// @brief Who starts a test hears of it here, on the thread that runs the test.
 class Observer {
  public:
   virtual ~Observer() = default;
-  /** @brief Asked after each batch of work; true ends the test. */
+  /// @brief Asked after each batch of work; true ends the test.
   virtual bool stopRequested() = 0;
-  /** @brief How much of the test is done, 0 to 1. */
+  /// @brief How much of the test is done, 0 to 1.
   virtual void progress(double share) = 0;
   virtual void wrongResult(const WrongResult& result) = 0;
 };
 
-/** @brief Where wrong results are put in by tests of the tests. A pass uses none. */
+/// @brief Where wrong results are put in by tests of the tests. A pass uses none.
 class ResultSeam {
  public:
   virtual ~ResultSeam() = default;
-  /** @brief The results of a batch, before they are compared. They may be changed. */
+  /// @brief The results of a batch, before they are compared. They may be changed.
   virtual void computed(const std::string& instructionClass, std::span<std::uint64_t> results) = 0;
 };
 
-/** @brief "0x" and sixteen digits. */
+/// @brief "0x" and sixteen digits.
 std::string hexadecimal(std::uint64_t word);
 
-/** @brief A value of which the compiler knows nothing, so that the processor has to work with it.
- */
+///  @brief A value of which the compiler knows nothing, so that the processor has to work with it.
 template <typename Value>
 [[gnu::always_inline]] inline Value opaque(Value value) {
   asm volatile("" : "+m"(value));
   return value;
 }
 
-/** @brief A thread on another CPU, for work that takes two. Thread-safety: one thread. */
+/// @brief A thread on another CPU, for work that takes two. Thread-safety: one thread.
 class Partner {
  public:
   explicit Partner(int cpu);
@@ -61,8 +60,7 @@ class Partner {
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
 
-  /** @brief Runs both at the same time, one here and one there; both wait for each other to begin.
-   */
+  ///  @brief Runs both at the same time, one here and one there; both wait for each other to begin.
   void together(const std::function<void()>& here, const std::function<void()>& there);
 
  private:
@@ -78,11 +76,9 @@ class Partner {
   std::thread mThread;
 };
 
-/**
- * @brief Compares what the core computed with what it should have, and reports what differs.
- *
- * Thread-safety: one thread, the one on the core.
- */
+/// @brief Compares what the core computed with what it should have, and reports what differs.
+///
+/// Thread-safety: one thread, the one on the core.
 class Verifier {
  public:
   /// So many wrong results are reported one by one; the rest is counted.
@@ -90,35 +86,29 @@ class Verifier {
 
   using Operands = std::function<std::string(std::size_t index)>;
 
-  /**
-   * @param core     the core's number, for reports
-   * @param partner  a CPU for work that takes two; -1 when there is none
-   * @param seam     null in a pass; observer and seam outlive the verifier
-   */
+  /// @param core     the core's number, for reports
+  /// @param partner  a CPU for work that takes two; -1 when there is none
+  /// @param seam     null in a pass; observer and seam outlive the verifier
   Verifier(int core, int partner, std::uint64_t seed, Observer& observer,
            ResultSeam* seam = nullptr);
 
   Common::RandomSequence& random() { return mRandom; }
   Observer& observer() { return mObserver; }
 
-  /** @brief The thread on the other CPU, started at the first call; partnerCpu must not be -1. */
+  /// @brief The thread on the other CPU, started at the first call; partnerCpu must not be -1.
   Partner& partner();
   int partnerCpu() const { return mPartnerCpu; }
 
-  /** @brief What the results that follow are of. */
+  /// @brief What the results that follow are of.
   void begin(const std::string& instructionClass) { mInstructionClass = instructionClass; }
 
-  /**
-   * @brief Compares word by word.
-   * @param operands  what the word at an index was computed from, asked only when it is wrong
-   */
+  /// @brief Compares word by word.
+  /// @param operands  what the word at an index was computed from, asked only when it is wrong
   void verify(std::span<std::uint64_t> found, std::span<const std::uint64_t> expected,
               const Operands& operands);
 
-  /**
-   * @brief Compares results that have no one right value.
-   * @param fault  what is wrong with the word at an index: what was expected of it, or empty
-   */
+  /// @brief Compares results that have no one right value.
+  /// @param fault  what is wrong with the word at an index: what was expected of it, or empty
   void verifyEach(std::span<std::uint64_t> found, const Operands& fault, const Operands& operands);
 
   std::uint64_t wrongResults() const { return mWrong; }
@@ -139,14 +129,14 @@ class Verifier {
   std::uint64_t mChecked = 0;
 };
 
-/** @brief One way to look at the processor: computes a batch of results and has them compared. */
+/// @brief One way to look at the processor: computes a batch of results and has them compared.
 struct Check {
   std::string instructionClass;
   bool (*available)();
   void (*run)(Verifier& verifier);
 };
 
-/** @brief For checks that any processor can run. */
+/// @brief For checks that any processor can run.
 inline bool always() {
   return true;
 }

@@ -14,7 +14,7 @@ namespace TarvexDiags::Storage {
 
 enum class Direction { read, write };
 
-/** @brief One transfer between a slot's buffer and the disk; offset and length in bytes. */
+/// @brief One transfer between a slot's buffer and the disk; offset and length in bytes.
 struct Transfer {
   Direction direction = Direction::read;
   unsigned int slot = 0;
@@ -22,7 +22,7 @@ struct Transfer {
   std::uint32_t length = 0;
 };
 
-/** @brief The end of a transfer. */
+/// @brief The end of a transfer.
 struct Completion {
   unsigned int slot = 0;
   int error = 0;             ///< errno, or 0
@@ -30,21 +30,19 @@ struct Completion {
   std::chrono::nanoseconds latency{0};
 };
 
-/** @brief What others write to the disk meanwhile. */
+/// @brief What others write to the disk meanwhile.
 struct WriteActivity {
-  /** Writes and sectors completed, added up; of a file, the time of its last change. */
+  /// Writes and sectors completed, added up; of a file, the time of its last change.
   std::uint64_t completed = 0;
   bool inFlight = false;
   bool operator==(const WriteActivity&) const = default;
 };
 
-/**
- * @brief Something with blocks that transfers go to at depth: a disk, a file, or in tests a
- * decorator that injects faults.
- *
- * It owns one page-aligned buffer for each slot. A slot has at most one transfer in flight. All
- * calls come from the thread that made the source.
- */
+/// @brief Something with blocks that transfers go to at depth: a disk, a file, or in tests a
+/// decorator that injects faults.
+///
+/// It owns one page-aligned buffer for each slot. A slot has at most one transfer in flight. All
+/// calls come from the thread that made the source.
 class BlockSource {
  public:
   BlockSource() = default;
@@ -52,41 +50,37 @@ class BlockSource {
   BlockSource& operator=(const BlockSource&) = delete;
   virtual ~BlockSource() = default;
 
-  /** @brief Bytes that can be addressed, a multiple of the block size. */
+  /// @brief Bytes that can be addressed, a multiple of the block size.
   virtual std::uint64_t size() const = 0;
-  /** @brief Bytes of a logical block: offsets and lengths are multiples of it. */
+  /// @brief Bytes of a logical block: offsets and lengths are multiples of it.
   virtual std::uint32_t blockSize() const = 0;
   virtual unsigned int slots() const = 0;
-  /** @brief The slot's buffer; its size is the longest transfer. */
+  /// @brief The slot's buffer; its size is the longest transfer.
   virtual std::span<std::byte> buffer(unsigned int slot) = 0;
 
-  /** @brief Starts a transfer, at the latest with the next wait. Never blocks for its end. */
+  /// @brief Starts a transfer, at the latest with the next wait. Never blocks for its end.
   virtual void start(const Transfer& transfer) = 0;
-  /** @brief Waits for the end of one transfer in flight; there must be one. */
+  /// @brief Waits for the end of one transfer in flight; there must be one.
   virtual Completion wait() = 0;
-  /** @brief Brings what was written to the medium. Returns 0 or errno. */
+  /// @brief Brings what was written to the medium. Returns 0 or errno.
   virtual int flush() = 0;
-  /** @brief What was written to the disk by anybody; nothing when that cannot be told. */
+  /// @brief What was written to the disk by anybody; nothing when that cannot be told.
   virtual std::optional<WriteActivity> writeActivity() = 0;
 };
 
-/** @brief How to reach a disk or file. */
+/// @brief How to reach a disk or file.
 struct SourceOptions {
   unsigned int slots = 32;
   std::uint32_t slotSize = std::uint32_t{1} << 20;  ///< a multiple of 4096
   bool useUring = true;  ///< false: threads, as where the kernel has no io_uring
 };
 
-/**
- * @brief Opens a block device or a regular file for reading, past the page cache.
- * Throws NotSupported (no permission, no such medium), std::system_error.
- */
+/// @brief Opens a block device or a regular file for reading, past the page cache.
+/// Throws NotSupported (no permission, no such medium), std::system_error.
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options);
 
-/**
- * @brief The source of a regular file that the caller opened for reading and writing. Never to be
- * given a block device: throws std::invalid_argument.
- */
+/// @brief The source of a regular file that the caller opened for reading and writing. Never to be
+/// given a block device: throws std::invalid_argument.
 std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options);
 
 }  // namespace TarvexDiags::Storage

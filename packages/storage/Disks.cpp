@@ -41,7 +41,7 @@ bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view
                      [&](std::string_view beginning) { return text.starts_with(beginning); });
 }
 
-/** @brief Names in a folder, sorted; none when it is not there. */
+/// @brief Names in a folder, sorted; none when it is not there.
 std::vector<std::string> namesIn(const fs::path& folder) {
   std::vector<std::string> names;
   std::error_code error;
@@ -61,7 +61,7 @@ bool isDisk(const fs::path& folder, const std::string& name) {
   return !cardArea && readNumber(folder / "hidden", 0) == 0 && readNumber(folder / "size", 0) > 0;
 }
 
-/** @brief A hypervisor's disks come under names of their own, whatever bus they imitate. */
+/// @brief A hypervisor's disks come under names of their own, whatever bus they imitate.
 bool isVirtual(const std::string& vendor, const std::string& model) {
   return beginsWithAny(vendor, {"QEMU", "VMware", "Msft", "VBOX", "Google", "Xen"}) ||
          beginsWithAny(model, {"QEMU", "VMware", "VBOX", "Virtual"});
@@ -106,7 +106,7 @@ Disk describe(const fs::path& folder, const std::string& name, VirtualDisks virt
   return disk;
 }
 
-/** @brief The disk, its partitions, and everything that lies on one of them. */
+/// @brief The disk, its partitions, and everything that lies on one of them.
 std::set<std::string> carriedBy(const std::string& disk, const fs::path& sysfs) {
   std::set<std::string> found;
   std::vector<std::string> open{disk};
@@ -128,7 +128,7 @@ std::set<std::string> carriedBy(const std::string& disk, const fs::path& sysfs) 
   return found;
 }
 
-/** @brief "\040" and the like, as the list of mounts writes blanks in names. */
+/// @brief "\040" and the like, as the list of mounts writes blanks in names.
 std::string unescape(const std::string& text) {
   std::string plain;
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -8,10 +8,10 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief How a disk is attached; decides where its health is read. */
+/// @brief How a disk is attached; decides where its health is read.
 enum class Attachment { nvme, ata, scsi, memoryCard, virtualDisk, file };
 
-/** @brief A disk as the kernel describes it. */
+/// @brief A disk as the kernel describes it.
 struct Disk {
   std::string name;  ///< the kernel's name, such as "nvme0n1"; for a file its file name
   std::string path;  ///< what is opened, such as "/dev/nvme0n1"
@@ -27,45 +27,40 @@ struct Disk {
   bool readOnly = false;
 };
 
-/** @brief What a hypervisor's disk on a SATA or SCSI bus counts as. */
+/// @brief What a hypervisor's disk on a SATA or SCSI bus counts as.
 enum class VirtualDisks {
   withoutHealth,  ///< virtual: it imitates a bus, its health would be made up
   asTheirBus,     ///< what it imitates, health included
 };
 
-/**
- * @brief The machine's disks, in the order of their names. Left out: what is made of software
- * (loop, RAM, device mapper, RAID), optical and floppy drives, hidden paths, drives without a
- * medium.
- * @param sysfs where the kernel shows its devices; tests bring a tree of their own.
- */
+/// @brief The machine's disks, in the order of their names. Left out: what is made of software
+/// (loop, RAM, device mapper, RAID), optical and floppy drives, hidden paths, drives without a
+/// medium.
+/// @param sysfs where the kernel shows its devices; tests bring a tree of their own.
 std::vector<Disk> findDisks(const std::filesystem::path& sysfs = "/sys",
                             VirtualDisks virtualDisks = VirtualDisks::withoutHealth);
 
-/** @brief A regular file treated as a disk; nothing when there is none. */
+/// @brief A regular file treated as a disk; nothing when there is none.
 std::optional<Disk> fileAsDisk(const std::string& path);
 
-/** @brief A mounted file system that lies on a disk, as a whole or in part. */
+/// @brief A mounted file system that lies on a disk, as a whole or in part.
 struct Mount {
   std::string directory;
   std::string device;  ///< the kernel's name of what carries it, such as "vda1" or "dm-0"
 };
 
-/**
- * @brief The writable file systems on the disk, found through partitions and layers on top of them.
- * @param mountInfo the kernel's list for a process; tests bring a file of their own.
- */
+/// @brief The writable file systems on the disk, found through partitions and layers on top of
+/// them.
+/// @param mountInfo the kernel's list for a process; tests bring a file of their own.
 std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs = "/sys",
                             const std::filesystem::path& mountInfo = "/proc/self/mountinfo");
 
-/**
- * @brief Where the partition starts on the disk, in bytes: 0 for the disk itself, nothing for a
- * layer whose blocks lie elsewhere.
- */
+/// @brief Where the partition starts on the disk, in bytes: 0 for the disk itself, nothing for a
+/// layer whose blocks lie elsewhere.
 std::optional<std::uint64_t> startOnDisk(const std::string& disk, const std::string& device,
                                          const std::filesystem::path& sysfs = "/sys");
 
-/** @brief "nvme", "ata" and so on, as it travels among a device's properties; and back. */
+/// @brief "nvme", "ata" and so on, as it travels among a device's properties; and back.
 std::string attachmentText(Attachment attachment);
 Attachment attachmentFrom(const std::string& text);
 

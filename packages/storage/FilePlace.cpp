@@ -24,7 +24,7 @@ std::optional<dev_t> writableDirectory(const std::string& path) {
   return status.st_dev;
 }
 
-/** @brief The first of a file system's usual places that this user may write to; empty if none. */
+/// @brief The first of a file system's usual places that this user may write to; empty if none.
 std::string writableOn(const std::string& mount) {
   struct stat root {};
   if (stat(mount.c_str(), &root) != 0 || !S_ISDIR(root.st_mode)) {

@@ -8,7 +8,7 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief What the sources over a file descriptor share: geometry, buffers, clock, counters. */
+/// @brief What the sources over a file descriptor share: geometry, buffers, clock, counters.
 class FileSource : public BlockSource {
  public:
   std::uint64_t size() const override { return m_size; }
@@ -19,14 +19,14 @@ class FileSource : public BlockSource {
   std::optional<WriteActivity> writeActivity() override;
 
  protected:
-  /** @param descriptor open file; its flags say whether it is past the page cache. */
+  /// @param descriptor open file; its flags say whether it is past the page cache.
   FileSource(Common::UniqueDescriptor descriptor, const SourceOptions& options);
 
   int descriptor() const { return m_descriptor.get(); }
-  /** @brief Drops the cached pages of the range, where the page cache stands between. */
+  /// @brief Drops the cached pages of the range, where the page cache stands between.
   void dropCached(const Transfer& transfer) const;
   void stampStart(unsigned int slot) { m_started[slot] = std::chrono::steady_clock::now(); }
-  /** @brief The completion of the slot's transfer; result is bytes moved or a negative errno. */
+  /// @brief The completion of the slot's transfer; result is bytes moved or a negative errno.
   Completion completionOf(unsigned int slot, std::int64_t result) const;
 
  private:
@@ -40,11 +40,11 @@ class FileSource : public BlockSource {
   std::string m_statistics;  ///< folder of the disk's counters, empty for a file
 };
 
-/** @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it. */
+/// @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it.
 std::unique_ptr<BlockSource> makeUringSource(Common::UniqueDescriptor& descriptor,
                                              const SourceOptions& options);
 
-/** @brief Over one thread for each slot. */
+/// @brief Over one thread for each slot.
 std::unique_ptr<BlockSource> makeThreadSource(Common::UniqueDescriptor& descriptor,
                                               const SourceOptions& options);
 

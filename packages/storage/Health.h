@@ -10,7 +10,7 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief What a disk says of itself, of either kind; what a disk does not tell is absent. */
+/// @brief What a disk says of itself, of either kind; what a disk does not tell is absent.
 struct HealthReport {
   std::vector<std::string> criticalWarnings;  ///< "the spare capacity is used up" and the like
   bool failing = false;                       ///< the disk's own verdict
@@ -25,13 +25,13 @@ struct HealthReport {
   std::uint64_t powerOnHours = 0;
 };
 
-/** @brief One entry of a disk's error log, or a counter of the kernel's. */
+/// @brief One entry of a disk's error log, or a counter of the kernel's.
 struct ErrorLogEntry {
   std::uint64_t count = 0;
   std::string text;
 };
 
-/** @brief How the last self-test of the disk ended. */
+/// @brief How the last self-test of the disk ended.
 enum class SelfTestEnd { passedOrNever, running, interrupted, failed };
 
 struct ErrorLog {
@@ -42,7 +42,7 @@ struct ErrorLog {
   std::string selfTestText;
 };
 
-/** @brief Reads a disk's health; a seam, so that tests can bring sick disks. */
+/// @brief Reads a disk's health; a seam, so that tests can bring sick disks.
 class HealthReader {
  public:
   HealthReader() = default;
@@ -50,15 +50,15 @@ class HealthReader {
   HealthReader& operator=(const HealthReader&) = delete;
   virtual ~HealthReader() = default;
 
-  /** @brief Both throw NotSupported when the disk does not tell or this user may not ask. */
+  /// @brief Both throw NotSupported when the disk does not tell or this user may not ask.
   virtual HealthReport health() = 0;
   virtual ErrorLog errorLog() = 0;
 };
 
-/** @brief The reader for a disk. Throws NotSupported where there is none, as for virtual disks. */
+/// @brief The reader for a disk. Throws NotSupported where there is none, as for virtual disks.
 std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk);
 
-/** @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing. */
+/// @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing.
 std::string whyNoHealth(const Disk& disk);
 
 struct HealthLimits {
@@ -67,17 +67,15 @@ struct HealthLimits {
   std::uint64_t errorLogEntries = 0;  ///< more are a warning
 };
 
-/** @brief Tells what is wrong with the disk by its own account, and a summary. */
+/// @brief Tells what is wrong with the disk by its own account, and a summary.
 void judgeHealth(const HealthReport& health, const HealthLimits& limits, const std::string& disk,
                  RunJournal& journal);
 void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::string& disk,
                    RunJournal& journal);
 
-/**
- * @brief Tells what the disk is, and compares the capacity that it had when it was enumerated with
- * what it answers now, where it can be opened. Another one is a warning: a disk that loses blocks
- * looks like one that somebody has resized.
- */
+/// @brief Tells what the disk is, and compares the capacity that it had when it was enumerated with
+/// what it answers now, where it can be opened. Another one is a warning: a disk that loses blocks
+/// looks like one that somebody has resized.
 void identify(const Disk& disk, std::uint64_t bytesByDevice, RunJournal& journal);
 
 }  // namespace TarvexDiags::Storage

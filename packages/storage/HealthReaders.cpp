@@ -16,7 +16,7 @@ namespace {
   throw NotSupported(disk + ": " + what + ": " + std::generic_category().message(error));
 }
 
-/** @brief NVMe: the logs through the driver's passthrough. */
+/// @brief NVMe: the logs through the driver's passthrough.
 class NvmeReader final : public HealthReader {
  public:
   explicit NvmeReader(const Disk& disk)
@@ -55,7 +55,7 @@ class NvmeReader final : public HealthReader {
   Common::UniqueDescriptor m_device;
 };
 
-/** @brief ATA: S.M.A.R.T. through libatasmart. */
+/// @brief ATA: S.M.A.R.T. through libatasmart.
 class AtaReader final : public HealthReader {
  public:
   explicit AtaReader(const Disk& disk) : m_name(disk.name) {
@@ -81,7 +81,7 @@ class AtaReader final : public HealthReader {
   AtaDisk m_disk;
 };
 
-/** @brief SCSI: what the kernel counts; the disks' own logs need vendors' tools. */
+/// @brief SCSI: what the kernel counts; the disks' own logs need vendors' tools.
 class ScsiReader final : public HealthReader {
  public:
   explicit ScsiReader(const Disk& disk) : m_name(disk.name) {}

@@ -13,7 +13,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief Little-endian number of any width; what does not fit is the largest value. */
+/// @brief Little-endian number of any width; what does not fit is the largest value.
 template <std::size_t Size>
 std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
   std::uint64_t value = 0;
@@ -26,8 +26,7 @@ std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
   return value;
 }
 
-/** @brief Media errors and internal ones; requests that the disk does not know are no fault of it.
- */
+///  @brief Media errors and internal ones; requests that the disk does not know are no fault of it.
 bool blamesTheDisk(int status) {
   constexpr int mediaErrors = 2;
   const bool isMediaError = (status >> 8 & 7) == mediaErrors;

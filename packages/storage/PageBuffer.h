@@ -5,14 +5,12 @@
 
 namespace TarvexDiags::Storage {
 
-/**
- * @brief Zeroed, page-aligned memory, present before the first transfer. Large ones lie in huge
- * pages where the system has them: a transfer of 1 MiB is then a single piece for the disk's
- * driver.
- */
+/// @brief Zeroed, page-aligned memory, present before the first transfer. Large ones lie in huge
+/// pages where the system has them: a transfer of 1 MiB is then a single piece for the disk's
+/// driver.
 class PageBuffer {
  public:
-  /** @param bytes size, more than 0. Throws std::bad_alloc. */
+  /// @param bytes size, more than 0. Throws std::bad_alloc.
   explicit PageBuffer(std::size_t bytes);
   PageBuffer(const PageBuffer&) = delete;
   PageBuffer& operator=(const PageBuffer&) = delete;

@@ -6,21 +6,19 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief A piece of a disk, in bytes. */
+/// @brief A piece of a disk, in bytes.
 struct Zone {
   std::uint64_t offset = 0;
   std::uint64_t length = 0;
 };
 
-/**
- * @brief Zones of a disk that hold about the wanted bytes: the whole when wanted is 0 or reaches
- * the size, else pieces of the given length spread evenly, the first at the start and the last at
- * the end of the disk. In rising order, without overlap, all multiples of the block.
- */
+/// @brief Zones of a disk that hold about the wanted bytes: the whole when wanted is 0 or reaches
+/// the size, else pieces of the given length spread evenly, the first at the start and the last at
+/// the end of the disk. In rising order, without overlap, all multiples of the block.
 std::vector<Zone> spreadZones(std::uint64_t size, std::uint64_t wanted, std::uint64_t zone,
                               std::uint32_t block);
 
-/** @brief Random places for reads of one length, all within the disk and aligned to the length. */
+/// @brief Random places for reads of one length, all within the disk and aligned to the length.
 class RandomPlaces {
  public:
   RandomPlaces(std::uint64_t size, std::uint32_t length, std::uint64_t seed)
@@ -34,13 +32,13 @@ class RandomPlaces {
   std::uint64_t m_length;
 };
 
-/** @brief Walks zones in pieces of at most the given length. */
+/// @brief Walks zones in pieces of at most the given length.
 class ZoneWalk {
  public:
   ZoneWalk(std::vector<Zone> zones, std::uint64_t piece)
       : m_zones(std::move(zones)), m_piece(piece) {}
 
-  /** @brief The next piece; of length 0 at the end. */
+  /// @brief The next piece; of length 0 at the end.
   Zone next();
 
   std::uint64_t total() const;

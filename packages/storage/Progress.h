@@ -6,7 +6,7 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief Tells the journal each whole per cent once. */
+/// @brief Tells the journal each whole per cent once.
 class Progress {
  public:
   Progress(Common::RunJournal& journal, std::uint64_t total) : m_journal(journal), m_total(total) {}

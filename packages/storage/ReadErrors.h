@@ -9,35 +9,31 @@
 
 namespace TarvexDiags::Storage {
 
-/**
- * @brief Gathers the reads of a run that failed, and afterwards finds the blocks at fault and tells
- * them.
- *
- * A failed read of 1 MiB says little: it is read again in halves, down to the block. What stays
- * unreadable is an error with its address and count; what can be read the second time is a warning.
- */
+/// @brief Gathers the reads of a run that failed, and afterwards finds the blocks at fault and
+/// tells them.
+///
+/// A failed read of 1 MiB says little: it is read again in halves, down to the block. What stays
+/// unreadable is an error with its address and count; what can be read the second time is a
+/// warning.
 class ReadErrors {
  public:
   ReadErrors(BlockSource& source, RunJournal& journal, std::string disk);
 
-  /** @brief Notes a read that failed. Throws std::system_error when the disk is not to blame. */
+  /// @brief Notes a read that failed. Throws std::system_error when the disk is not to blame.
   void note(const Transfer& transfer, const Completion& completion);
 
-  /** @brief Whether so much has failed that further reading is of no use. */
+  /// @brief Whether so much has failed that further reading is of no use.
   bool isFull() const {
     return m_failed.size() >= (m_journal.haltsOnError() ? std::size_t{1} : mostReads);
   }
 
-  /**
-   * @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks.
-   * Throws as note.
-   */
+  /// @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks.
+  /// Throws as note.
   std::uint64_t tell();
 
-  /** @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
-   */
+  ///  @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
   static constexpr std::size_t mostReads = 256;
-  /** @brief Places that are told one by one. */
+  /// @brief Places that are told one by one.
   static constexpr std::size_t mostPlaces = 32;
 
  private:
@@ -60,7 +56,7 @@ class ReadErrors {
   std::vector<Place> m_places;
 };
 
-/** @brief The message of an errno; a short read, which has none, is told as such. */
+/// @brief The message of an errno; a short read, which has none, is told as such.
 std::string causeOf(int error);
 
 }  // namespace TarvexDiags::Storage

@@ -13,7 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** @brief Counts a read that ended, or notes its failure. */
+/// @brief Counts a read that ended, or notes its failure.
 void settle(const Transfer& transfer, const Completion& completion, ReadFigures& figures,
             ReadErrors& errors) {
   if (succeeded(transfer, completion)) {
@@ -105,7 +105,7 @@ ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, cons
 
 namespace {
 
-/** @brief Looks for places that take long each time. */
+/// @brief Looks for places that take long each time.
 class SlowBlockSearch {
  public:
   SlowBlockSearch(BlockSource& source, const LatencyOptions& options, const std::string& disk,
@@ -154,7 +154,7 @@ class SlowBlockSearch {
     Nanoseconds latency{0};
   };
 
-  /** @brief Slow blocks that are read again: each may take seconds. */
+  /// @brief Slow blocks that are read again: each may take seconds.
   static constexpr std::size_t mostExamined = 16;
 
   bool isOutlier(Nanoseconds latency) const {

@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::Storage {
 
-/** @brief What a run of reads came to. */
+/// @brief What a run of reads came to.
 struct ReadFigures {
   std::uint64_t bytes = 0;
   std::uint64_t reads = 0;
@@ -23,10 +23,8 @@ struct ScanOptions {
   double minimumRate = 0;                        ///< bytes a second; slower is a warning
 };
 
-/**
- * @brief Reads the disk, or zones spread over it with the first and the last block among them, in
- * order and with slots() reads of a slot's size in flight. Tells unreadable blocks.
- */
+/// @brief Reads the disk, or zones spread over it with the first and the last block among them, in
+/// order and with slots() reads of a slot's size in flight. Tells unreadable blocks.
 ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
                              const std::string& disk, RunJournal& journal);
 
@@ -35,7 +33,7 @@ struct RandomOptions {
   std::uint64_t seed = 0;
 };
 
-/** @brief Reads of a slot's size from random places all over the disk, slots() in flight. */
+/// @brief Reads of a slot's size from random places all over the disk, slots() in flight.
 ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, const std::string& disk,
                          RunJournal& journal);
 
@@ -45,12 +43,10 @@ struct StabilityOptions {
   unsigned int repeats = 5;                        ///< further reads of a block that differed
 };
 
-/**
- * @brief Reads windows twice and compares checksums. A block that differs is read again several
- * times. Contents that changed while nothing at all was written to the disk are an error; a block
- * that changed once while another program wrote is information. There is no verdict on one that
- * keeps changing under others' writes, or where nobody knows what others write.
- */
+/// @brief Reads windows twice and compares checksums. A block that differs is read again several
+/// times. Contents that changed while nothing at all was written to the disk are an error; a block
+/// that changed once while another program wrote is information. There is no verdict on one that
+/// keeps changing under others' writes, or where nobody knows what others write.
 ReadFigures checkStability(BlockSource& source, const StabilityOptions& options,
                            const std::string& disk, RunJournal& journal);
 
@@ -63,10 +59,8 @@ struct LatencyOptions {
   unsigned int repeats = 3;        ///< further reads of a slow block
 };
 
-/**
- * @brief Reads one block at a time at random places and looks for outliers. One that is slow each
- * time is an error; stalls that do not repeat are a warning when there are more than allowed.
- */
+/// @brief Reads one block at a time at random places and looks for outliers. One that is slow each
+/// time is an error; stalls that do not repeat are a warning when there are more than allowed.
 ReadFigures findSlowBlocks(BlockSource& source, const LatencyOptions& options,
                            const std::string& disk, RunJournal& journal);
 

@@ -12,13 +12,13 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief Whether nothing was written between the two looks, as far as is known. */
+/// @brief Whether nothing was written between the two looks, as far as is known.
 bool isQuiet(const std::optional<WriteActivity>& before,
              const std::optional<WriteActivity>& after) {
   return before && before == after && !after->inFlight;
 }
 
-/** @brief Reads windows twice, and judges the pieces that differ. */
+/// @brief Reads windows twice, and judges the pieces that differ.
 class StabilityCheck {
  public:
   StabilityCheck(BlockSource& source, const StabilityOptions& options, const std::string& disk,
@@ -47,7 +47,7 @@ class StabilityCheck {
   }
 
  private:
-  /** @brief Pieces that are examined closely; with so many at fault the rest says nothing new. */
+  /// @brief Pieces that are examined closely; with so many at fault the rest says nothing new.
   static constexpr unsigned int mostExamined = 64;
 
   bool goesOn() {
@@ -70,7 +70,7 @@ class StabilityCheck {
     }
   }
 
-  /** @brief Checksums of the window's pieces; what cannot be read is noted and counts as equal. */
+  /// @brief Checksums of the window's pieces; what cannot be read is noted and counts as equal.
   std::vector<std::uint32_t> checksums(const Zone& window) {
     std::vector<std::uint32_t> sums((window.length + m_piece - 1) / m_piece);
     const std::uint64_t slotSize = m_source.buffer(0).size();
@@ -109,7 +109,7 @@ class StabilityCheck {
     }
   }
 
-  /** @brief A read that failed in one round must not look like changed contents in the other. */
+  /// @brief A read that failed in one round must not look like changed contents in the other.
   std::vector<std::uint32_t> withoutUnreadable(std::vector<std::uint32_t> sums, const Zone& window,
                                                std::uint64_t slotSize) const {
     for (std::size_t index = 0; index < sums.size(); ++index) {

@@ -11,11 +11,9 @@ using Common::NotSupported;
 using Common::RunJournal;
 using Common::Severity;
 
-/**
- * @brief The codes of the package's events, as storage.cfg lists them: below 100 information, from
- * 100 on warnings, from 200 on errors. The comment names the parameters, in order. Addresses are
- * numbers of logical blocks; the size of such a block is always told with them.
- */
+/// @brief The codes of the package's events, as storage.cfg lists them: below 100 information, from
+/// 100 on warnings, from 200 on errors. The comment names the parameters, in order. Addresses are
+/// numbers of logical blocks; the size of such a block is always told with them.
 enum class StorageEvent : unsigned int {
   identity = 1,         ///< disk, model, serial number, firmware, bytes, logical and physical block
   scanned = 2,          ///< disk, bytes read, rate
@@ -59,10 +57,10 @@ enum class StorageEvent : unsigned int {
   selfTestFailed = 213,   ///< disk, status of the last self-test
 };
 
-/** @brief The severity that the code's number stands for. */
+/// @brief The severity that the code's number stands for.
 Severity severityOf(StorageEvent event);
 
-/** @brief Reports an event of this package with its severity. */
+/// @brief Reports an event of this package with its severity.
 void report(RunJournal& journal, StorageEvent event, std::vector<std::string> parameters);
 
 }  // namespace TarvexDiags::Storage

@@ -31,7 +31,7 @@ using PackageKit::Verdict;
 
 constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
 
-/** @brief Codes of section DeviceStatus. */
+/// @brief Codes of section DeviceStatus.
 enum DiskStatus : unsigned int { diskReady = 0, diskForbidden = 1, diskMissing = 2 };
 
 // --- Devices
@@ -87,7 +87,7 @@ Disk diskOf(const Device& device) {
   return disk;
 }
 
-/** @brief The machine's disks, and the files that the configuration names as further ones. */
+/// @brief The machine's disks, and the files that the configuration names as further ones.
 std::vector<Device> findDevices(const Environment& environment) {
   const auto virtualDisks = environment.settings.packageFlag("VirtualDiskHealth", false)
                                 ? VirtualDisks::asTheirBus
@@ -132,7 +132,7 @@ Support canHoldFile(const Device& device, const Environment&) {
   }
 }
 
-/** @brief Seconds to read the whole disk, by a cautious guess of its speed. */
+/// @brief Seconds to read the whole disk, by a cautious guess of its speed.
 int secondsToScan(const Device& device, const Environment&) {
   const std::uint64_t bytesPerSecond =
       device.property("rotational") == "1" ? 150'000'000 : 500'000'000;
@@ -141,7 +141,7 @@ int secondsToScan(const Device& device, const Environment&) {
 
 // --- Settings
 
-/** @brief A number that a short run takes from the key with "Quick" before its name. */
+/// @brief A number that a short run takes from the key with "Quick" before its name.
 std::uint64_t amount(const TestContext& context, const std::string& key, long full, long quick) {
   const long value = context.quickMode() ? context.settingInteger("Quick" + key, quick)
                                          : context.settingInteger(key, full);

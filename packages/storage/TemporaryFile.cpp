@@ -25,7 +25,7 @@ int openNameless(const std::string& directory, int flags) {
               S_IRUSR | S_IWUSR);
 }
 
-/** @brief For file systems without nameless files: a name for the blink of an eye. */
+/// @brief For file systems without nameless files: a name for the blink of an eye.
 int openAndUnlink(const std::string& directory, int flags) {
   std::string name = directory + "/.tarvex-XXXXXX";
   const int descriptor = mkostemp(name.data(), O_CLOEXEC | flags);

@@ -7,7 +7,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief What opens each sector. The second word guards the first: random bytes do not pass. */
+/// @brief What opens each sector. The second word guards the first: random bytes do not pass.
 struct Stamp {
   std::uint64_t place = 0;
   std::uint64_t guard = 0;

@@ -13,7 +13,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief A queue between the caller and the threads; empty and closed means the end. */
+/// @brief A queue between the caller and the threads; empty and closed means the end.
 template <typename Entry>
 class HandOver {
  public:

@@ -12,7 +12,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief The transfers in flight; waits for them when a callback throws. */
+/// @brief The transfers in flight; waits for them when a callback throws.
 class InFlight {
  public:
   explicit InFlight(BlockSource& source) : m_source(source), m_transfers(source.slots()) {}

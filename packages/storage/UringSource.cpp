@@ -11,7 +11,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-/** @brief Owns a ring. Newer kernels spare interrupts when told that one thread uses it. */
+/// @brief Owns a ring. Newer kernels spare interrupts when told that one thread uses it.
 class Ring {
  public:
   explicit Ring(unsigned int entries) {

@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** @brief One run: the write pass, the read pass, and the close look at what differs. */
+/// @brief One run: the write pass, the read pass, and the close look at what differs.
 class WriteVerifyRun {
  public:
   WriteVerifyRun(BlockSource& source, const WriteVerifyOptions& options, const std::string& disk,
@@ -60,7 +60,7 @@ class WriteVerifyRun {
   }
 
  private:
-  /** @brief Faulty sectors and failed writes that are described one by one. */
+  /// @brief Faulty sectors and failed writes that are described one by one.
   static constexpr unsigned int mostTold = 32;
 
   bool goesOn() { return !m_journal.stopRequested() && !m_errors.isFull() && !m_full; }
@@ -104,8 +104,8 @@ class WriteVerifyRun {
     settleFailedWrite(transfer.offset, transfer.length, completion.error);
   }
 
-  /** @brief A write that was cut short, as by a full file system, has its cause told the next time.
-   */
+  ///  @brief A write that was cut short, as by a full file system, has its cause told the next
+  ///  time.
   void writeAgain() {
     m_isSecondAttempt = true;
     for (const Transfer& cut : m_cutShort) {
@@ -169,7 +169,7 @@ class WriteVerifyRun {
     }
   }
 
-  /** @brief Transfers whose contents are kept for the close look. */
+  /// @brief Transfers whose contents are kept for the close look.
   static constexpr std::size_t mostKept = 16;
 
   struct Difference {
@@ -230,7 +230,7 @@ class WriteVerifyRun {
     }
   }
 
-  /** @brief Place of the first byte that differs, both bytes, and how many bits differ in all. */
+  /// @brief Place of the first byte that differs, both bytes, and how many bits differ in all.
   static std::vector<std::string> describe(std::span<const std::byte> expected,
                                            std::span<const std::byte> found) {
     const auto [wanted, got] = std::mismatch(expected.begin(), expected.end(), found.begin());
@@ -243,13 +243,13 @@ class WriteVerifyRun {
             fmt::format("{:#04x}", std::to_integer<unsigned int>(*got)), std::to_string(bits)};
   }
 
-  /** @brief Whether all bytes are the same, as in space that was never written or was erased. */
+  /// @brief Whether all bytes are the same, as in space that was never written or was erased.
   static bool isUniform(std::span<const std::byte> data) {
     return std::all_of(data.begin(), data.end(),
                        [&](std::byte value) { return value == data.front(); });
   }
 
-  /** @brief The sector's place on the disk in units of 512 bytes, or "?". */
+  /// @brief The sector's place on the disk in units of 512 bytes, or "?".
   std::string blockText(std::uint64_t offset) const {
     const auto place = m_options.placeOnDisk ? m_options.placeOnDisk(offset) : std::nullopt;
     return place ? std::to_string(*place / TestPattern::sector) : "?";

@@ -16,7 +16,7 @@ inline constexpr int noVerdict = 2;
 inline constexpr int nothingRan = 3;
 inline constexpr int usage = 64;
 
-/** The program with a control file and packages of the test's own. */
+/// The program with a control file and packages of the test's own.
 class Diagctl : public ::testing::Test {
  protected:
   std::vector<std::string> withControlFile(std::vector<std::string> arguments) const {
@@ -28,7 +28,7 @@ class Diagctl : public ::testing::Test {
     return diagctl(withControlFile(arguments), options);
   }
 
-  /** One passing test on each of two devices, one that fails, warns, and says nothing. */
+  /// One passing test on each of two devices, one that fails, warns, and says nothing.
   void addMixedPackage() {
     place.addPackage("MIX",
                      {{.name = "Good"},
@@ -39,7 +39,7 @@ class Diagctl : public ::testing::Test {
                      {{"Left", "bus/left"}, {"Right", "bus/right"}});
   }
 
-  /** A test of a minute, which hears of aborts or not. */
+  /// A test of a minute, which hears of aborts or not.
   void addSlowPackage(const std::string& behaviour = "pass") {
     place.addPackage("SLOW", {{.name = "Long", .behaviour = behaviour, .milliseconds = 60'000}},
                      {{"One", "bus/one"}});

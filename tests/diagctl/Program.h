@@ -9,14 +9,14 @@
 
 namespace TarvexDiags::DiagctlTest {
 
-/** What became of a run of the program. */
+/// What became of a run of the program.
 struct Outcome {
   int exitCode = -1;  ///< 128+n for a signal that ended it, as a shell tells it
   std::string out;
   std::string err;
 };
 
-/** One run of the built program, with its output caught, or on a pseudo-terminal. */
+/// One run of the built program, with its output caught, or on a pseudo-terminal.
 class Program {
  public:
   struct Options {
@@ -34,11 +34,11 @@ class Program {
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  /** Waits until the output (on a terminal: all of it) holds a text. @return whether it did. */
+  /// Waits until the output (on a terminal: all of it) holds a text. @return whether it did.
   bool waitFor(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(20));
   void type(const std::string& keys);
   void signal(int number);
-  /** Waits for the end. */
+  /// Waits for the end.
   Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(100));
 
  private:
@@ -52,7 +52,7 @@ class Program {
   Outcome m_outcome;
 };
 
-/** Runs it to its end. */
+/// Runs it to its end.
 Outcome diagctl(const std::vector<std::string>& arguments);
 Outcome diagctl(const std::vector<std::string>& arguments, const Program::Options& options);
 

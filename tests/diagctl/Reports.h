@@ -9,22 +9,23 @@ namespace TarvexDiags::DiagctlTest {
 
 std::vector<std::string> linesOf(const std::string& text);
 
-/** A log, line by line. @throws if a line is no JSON. */
+/// A log, line by line. @throws if a line is no JSON.
 std::vector<nlohmann::json> parseLines(const std::string& text);
 
-/** The contents of all artifacts of a kind, such as "testStepEnd". */
+/// The contents of all artifacts of a kind, such as "testStepEnd".
 std::vector<nlohmann::json> artifacts(const std::vector<nlohmann::json>& lines,
                                       const std::string& kind);
 
-/** What is wrong with a log: lines with fields that are missing, unknown or of another type, counts
-    that do not rise by one, steps that do not begin and end once, references to nothing. */
+///  What is wrong with a log: lines with fields that are missing, unknown or of another type,
+///  counts
+///     that do not rise by one, steps that do not begin and end once, references to nothing.
 std::vector<std::string> faultsOf(const std::vector<nlohmann::json>& lines);
 
-/** A document of XML as {"tag", "attributes", "text", "children"}, read by Python's parser.
-    @throws if it is none. */
+///  A document of XML as {"tag", "attributes", "text", "children"}, read by Python's parser.
+///     @throws if it is none.
 nlohmann::json parseXml(const std::string& text);
 
-/** A point of the Test Anything Protocol. */
+/// A point of the Test Anything Protocol.
 struct Point {
   bool isOk = false;
   int number = 0;
@@ -39,7 +40,7 @@ struct TapReport {
   std::vector<std::string> comments;
 };
 
-/** @throws if a line is none of the protocol. */
+/// @throws if a line is none of the protocol.
 TapReport parseTap(const std::string& text);
 
 }  // namespace TarvexDiags::DiagctlTest

@@ -7,7 +7,7 @@
 
 namespace TarvexDiags::DiagctlTest {
 
-/** A test of a configured package: see ConfiguredPackage.cpp. */
+/// A test of a configured package: see ConfiguredPackage.cpp.
 struct ConfiguredTest {
   std::string name;
   std::string behaviour = "pass";
@@ -20,25 +20,25 @@ struct ConfiguredDevice {
   std::string tag;
 };
 
-/** A control file and a directory of configured packages, as the tests want them. */
+/// A control file and a directory of configured packages, as the tests want them.
 class Workplace {
  public:
   Workplace();
 
-  /** Adds a package; its events 7 (error) and 8 (warning) have tokens and texts in en and de. */
+  /// Adds a package; its events 7 (error) and 8 (warning) have tokens and texts in en and de.
   Workplace& addPackage(const std::string& name, const std::vector<ConfiguredTest>& tests,
                         const std::vector<ConfiguredDevice>& devices);
 
-  /** Makes the control file name another directory of packages. */
+  /// Makes the control file name another directory of packages.
   Workplace& usePackages(const std::string& directory);
-  /** The package whose tests crash, hang and flood, on its four devices. */
+  /// The package whose tests crash, hang and flood, on its four devices.
   Workplace& useMisbehavingPackage();
 
   const std::string& controlFile() const { return m_controlFile; }
   std::string packageFile(const std::string& name) const;
   std::string path(const std::string& name) const { return m_directory.file(name); }
 
-  /** Replaces text in a file, which must hold it. */
+  /// Replaces text in a file, which must hold it.
   void replaceIn(const std::string& file, const std::string& from, const std::string& to) const;
   void write(const std::string& file, const std::string& text) const;
 

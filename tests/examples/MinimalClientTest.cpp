@@ -29,7 +29,7 @@ struct ClientRun {
   std::string output;
 };
 
-/** Runs the client; what it writes to either stream is its output. */
+/// Runs the client; what it writes to either stream is its output.
 ClientRun runClient(const std::string& arguments) {
   ClientRun run;
   FILE* const pipe = popen((MINIMAL_CLIENT " " + arguments + " 2>&1").c_str(), "r");

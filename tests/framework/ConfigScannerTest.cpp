@@ -89,7 +89,7 @@ TEST(ConfigScannerTest, names_that_no_file_can_hold_are_never_found) {
   EXPECT_FALSE(finds("B", "#c"));
 }
 
-/** Short texts of the characters that matter, in random order. */
+/// Short texts of the characters that matter, in random order.
 class RandomText {
  public:
   explicit RandomText(unsigned int seed) : m_random(seed) {}

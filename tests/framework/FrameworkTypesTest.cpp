@@ -481,7 +481,7 @@ TEST(LockTest, keeps_threads_apart) {
 
 // --- Devices
 
-/** A device that counts how many of its kind there are. */
+/// A device that counts how many of its kind there are.
 class CountedDevice : public IDevice {
  public:
   explicit CountedDevice(std::atomic<int>& living)
@@ -593,7 +593,7 @@ TEST(VirtualDeviceTest, package_is_unloaded_once_its_devices_are_gone) {
   EXPECT_EQ(dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
-/** An enumerator without devices, which shows its protected fields. */
+/// An enumerator without devices, which shows its protected fields.
 class BareEnumerator : public IDeviceEnumerator {
  public:
   using IDeviceEnumerator::IDeviceEnumerator;
@@ -625,8 +625,8 @@ TEST(DeviceEnumeratorTest, builds_a_resource_tag_component_by_component) {
   EXPECT_EQ(enumerator.generateResourceTag(tag, nullptr), "pci0/bus3/slot1/");
 }
 
-/** The smallest package: every operation can be implemented, and deletion reaches the derived part.
- */
+///  The smallest package: every operation can be implemented, and deletion reaches the derived
+///  part.
 class BareDiagnostics : public IDiagnostics {
  public:
   explicit BareDiagnostics(bool& destroyed) : m_destroyed(destroyed) {}

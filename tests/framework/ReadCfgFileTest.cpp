@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** A configuration file in a folder of the test's own. */
+/// A configuration file in a folder of the test's own.
 class ReadCfgFileTest : public ::testing::Test {
  protected:
   ReadCfgFileTest() {
@@ -40,7 +40,7 @@ class ReadCfgFileTest : public ::testing::Test {
 
   void write(const std::string& text) const { std::ofstream(m_file, std::ios::binary) << text; }
 
-  /** The value of a key, or nothing when it was refused; checks that a refusal leaves no text. */
+  /// The value of a key, or nothing when it was refused; checks that a refusal leaves no text.
   std::optional<std::string> read(const std::string& section, const std::string& key) const {
     std::string value = "from before";
     const int result = SysUtil::ReadCfgFile(section, key, value, m_file, -1);

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** A folder of the test's own, gone with it. */
+/// A folder of the test's own, gone with it.
 class SysUtilTest : public ::testing::Test {
  protected:
   SysUtilTest() {

@@ -47,7 +47,7 @@ std::string taken(char* text) {
   return text;
 }
 
-/** The result of a strict accessor, or nothing if it refused. */
+/// The result of a strict accessor, or nothing if it refused.
 template <class Read>
 auto strict(Read read) -> std::optional<decltype(read())> {
   try {
@@ -57,7 +57,7 @@ auto strict(Read read) -> std::optional<decltype(read())> {
   }
 }
 
-/** A tolerant accessor stands by the default where the strict one refuses. */
+/// A tolerant accessor stands by the default where the strict one refuses.
 template <class Value>
 void expectAgreement(const Value& tolerant, const std::optional<Value>& strictValue) {
   expect(tolerant == strictValue.value_or(Value()));
@@ -70,8 +70,7 @@ std::string fileOf(const std::string& text) {
   return "/proc/self/fd/" + std::to_string(file);
 }
 
-/** What a buffer of the size shows of the value: nothing that was cut, and no more than a C text.
- */
+///  What a buffer of the size shows of the value: nothing that was cut, and no more than a C text.
 std::string shown(const std::optional<std::string>& value, std::size_t size) {
   return value.has_value() && value->size() < size ? value->c_str() : "";
 }

@@ -8,11 +8,11 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** A gate at which a thread of the package or pipeline stays until the test opens it. */
+/// A gate at which a thread of the package or pipeline stays until the test opens it.
 class Barrier {
  public:
   Barrier() = default;
-  /** Opens, so that a test that has failed ends all the same, and lets everybody out. */
+  /// Opens, so that a test that has failed ends all the same, and lets everybody out.
   ~Barrier() {
     open();
     eventually([this] { return m_inside == 0; });
@@ -20,7 +20,7 @@ class Barrier {
   Barrier(const Barrier&) = delete;
   Barrier& operator=(const Barrier&) = delete;
 
-  /** For the thread that is to stay. */
+  /// For the thread that is to stay.
   void pass() {
     ++m_inside;
     ++m_arrived;
@@ -30,7 +30,7 @@ class Barrier {
     --m_inside;
   }
   void open() { m_open = true; }
-  /** For the test. @return false if nobody came within the time. */
+  /// For the test. @return false if nobody came within the time.
   bool awaitArrival(std::chrono::milliseconds limit = std::chrono::seconds(20)) const {
     return eventually([this] { return m_arrived > 0; }, limit);
   }

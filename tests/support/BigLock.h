@@ -5,7 +5,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** The lock under which the operations that change the machine take turns. */
+/// The lock under which the operations that change the machine take turns.
 DiagCtrl::DiagCtrlLock& bigLockOf(DiagCtrl::DiagnosticController& controller);
 
 }  // namespace TarvexDiags::TestSupport

@@ -12,7 +12,7 @@ TARVEX_PRIVATE_MEMBER(PhaseLockTag, DiagCtrl::DiagControllerStatus::mmtxDiagCtrl
 
 namespace TarvexDiags::TestSupport {
 
-/** A lock that cannot be taken, which the library's own never is. */
+/// A lock that cannot be taken, which the library's own never is.
 class UntakeableLock final : public DiagCtrl::DiagCtrlLock {
  public:
   UntakeableLock() : DiagCtrlLock(DiagCtrl::DiagCtrlConstants::mSconlDefaultLockTimeOut) {}
@@ -22,15 +22,13 @@ class UntakeableLock final : public DiagCtrl::DiagCtrlLock {
   }
 };
 
-/**
- * Puts a lock that cannot be taken in the place of an object's own for a scope: shows what the
- * object makes of a failure that never comes. Nobody may hold the lock or wait for it.
- *
- *   const BrokenLock broken(privateMember<QueueLockTag>(manager));
- *   EXPECT_THROW(manager.createQueue(), DiagCtrlMutexException);
- *
- * Works only where locksCanBreak says so.
- */
+/// Puts a lock that cannot be taken in the place of an object's own for a scope: shows what the
+/// object makes of a failure that never comes. Nobody may hold the lock or wait for it.
+///
+///   const BrokenLock broken(privateMember<QueueLockTag>(manager));
+///   EXPECT_THROW(manager.createQueue(), DiagCtrlMutexException);
+///
+/// Works only where locksCanBreak says so.
 class BrokenLock {
  public:
   explicit BrokenLock(DiagCtrl::DiagCtrlLock& lock) : m_place(&lock) {
@@ -49,7 +47,7 @@ class BrokenLock {
   void* m_place;
 };
 
-/** Whether the library asks which lock it holds. Fully optimised it does not: it knows its own. */
+/// Whether the library asks which lock it holds. Fully optimised it does not: it knows its own.
 inline bool locksCanBreak() {
   DiagCtrl::DiagControllerStatus status;
   const BrokenLock broken(privateMember<PhaseLockTag>(status));

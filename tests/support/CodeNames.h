@@ -9,12 +9,12 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** The name of a code as it is spelled in the source; the number for a code without a name. */
+/// The name of a code as it is spelled in the source; the number for a code without a name.
 std::string nameOf(DiagCtrl::DiagnosticController::errorCode code);
 std::string nameOf(DiagCtrl::DiagCtrlEvent::eventCode code);
 std::string nameOf(DiagCtrl::DiagControllerStatus::diagCtrlPhase phase);
 std::string nameOf(DiagCtrl::TestRequest::TestRequestStatus status);
-/** I, W or E. */
+/// I, W or E.
 std::string letterOf(Diag::DiagnosticEvent::EventType type);
 
 }  // namespace TarvexDiags::TestSupport

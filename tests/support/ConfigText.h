@@ -9,14 +9,12 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * The text of a configuration file, built section by section in the order in which they are named.
- *
- *   ConfigText().set("Package", "Mnemonic", "MEM").set("TestID1", "TestName", "walk").text()
- */
+/// The text of a configuration file, built section by section in the order in which they are named.
+///
+///   ConfigText().set("Package", "Mnemonic", "MEM").set("TestID1", "TestName", "walk").text()
 class ConfigText {
  public:
-  /** Adds the key, or gives it another value. */
+  /// Adds the key, or gives it another value.
   ConfigText& set(const std::string& section, const std::string& key, const std::string& value) {
     for (auto& [name, old] : keysOf(section)) {
       if (name == key) {
@@ -55,7 +53,7 @@ class ConfigText {
     return result;
   }
 
-  /** @return the path of the file. */
+  /// @return the path of the file.
   std::string writeTo(const TemporaryDirectory& directory, const std::string& name) const {
     return directory.write(name, text());
   }

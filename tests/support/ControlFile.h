@@ -7,13 +7,12 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * Builds a control configuration file. It starts with what an initialisation requires, in a
- * directory of packages that need not exist: serial, no halt on error, customer mode, no log
- * directory, no message file.
- *
- *   const auto path = ControlFile().packDirPath(packages).with("DebugLog", "3").writeTo(directory);
- */
+/// Builds a control configuration file. It starts with what an initialisation requires, in a
+/// directory of packages that need not exist: serial, no halt on error, customer mode, no log
+/// directory, no message file.
+///
+///   const auto path = ControlFile().packDirPath(packages).with("DebugLog",
+///   "3").writeTo(directory);
 class ControlFile {
  public:
   ControlFile() {
@@ -23,7 +22,7 @@ class ControlFile {
     with("DiagnosticMode", "CUSTOMER");
   }
 
-  /** A key of the section of run-wide settings. */
+  /// A key of the section of run-wide settings.
   ControlFile& with(const std::string& key, const std::string& value) {
     m_text.set("GlobalSettings", key, value);
     return *this;
@@ -38,12 +37,12 @@ class ControlFile {
   ControlFile& msgFilePath(const std::string& path) { return with("MsgFilePath", path); }
   ControlFile& parallel() { return with("RunMode", "PARALLEL"); }
   ControlFile& haltOnError() { return with("HaltOnError", "TRUE"); }
-  /** The whole trace, in the log directory. */
+  /// The whole trace, in the log directory.
   ControlFile& traced(const std::string& directory) {
     return logDirPath(directory).with("DebugLog", "DIAG_INFORMATION");
   }
 
-  /** One more entry of the packages to leave out; an empty text leaves its key out. */
+  /// One more entry of the packages to leave out; an empty text leaves its key out.
   ControlFile& disablePackage(const std::string& baseName, const std::string& os = "",
                               const std::string& machineId = "") {
     ++m_disabled;
@@ -59,7 +58,7 @@ class ControlFile {
     return *this;
   }
 
-  /** Anything else. */
+  /// Anything else.
   ControlFile& withKey(const std::string& section, const std::string& key,
                        const std::string& value) {
     m_text.set(section, key, value);
@@ -68,7 +67,7 @@ class ControlFile {
 
   std::string text() const { return m_text.text(); }
 
-  /** @return the path of the file. */
+  /// @return the path of the file.
   std::string writeTo(const TemporaryDirectory& directory,
                       const std::string& name = "control.cfg") const {
     return m_text.writeTo(directory, name);

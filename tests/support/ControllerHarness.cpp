@@ -28,7 +28,7 @@ void require(DiagnosticController::errorCode code, const std::string& call) {
   }
 }
 
-/** Takes over a vector that a call handed out, with its messages, as lines. */
+/// Takes over a vector that a call handed out, with its messages, as lines.
 template <class Message>
 std::vector<std::string> consume(std::vector<Message*>* handedOut) {
   const std::unique_ptr<std::vector<Message*>> messages(handedOut);

@@ -19,22 +19,20 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * A controller with a directory of scripted packages, used as a client uses it: through its public
- * header. One at a time in a process; the controller is shut down and deleted in the end.
- *
- *   ControllerHarness harness;
- *   Script& alpha = harness.addPackage("ALPHA", PackageConfig(2));
- *   harness.start();
- *   const unsigned long id = harness.queue("ALPHA", 1, {1, 2});
- *   ASSERT_TRUE(harness.awaitIdle());
- *   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("DROP_REQUEST_ON_COMPLETION I 1"));
- *
- * What a test does not expect to fail throws std::runtime_error with the name of the code.
- *
- * Thread-safety: the collecting calls may run on several threads; the others belong to the test's
- * own thread.
- */
+/// A controller with a directory of scripted packages, used as a client uses it: through its public
+/// header. One at a time in a process; the controller is shut down and deleted in the end.
+///
+///   ControllerHarness harness;
+///   Script& alpha = harness.addPackage("ALPHA", PackageConfig(2));
+///   harness.start();
+///   const unsigned long id = harness.queue("ALPHA", 1, {1, 2});
+///   ASSERT_TRUE(harness.awaitIdle());
+///   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("DROP_REQUEST_ON_COMPLETION I 1"));
+///
+/// What a test does not expect to fail throws std::runtime_error with the name of the code.
+///
+/// Thread-safety: the collecting calls may run on several threads; the others belong to the test's
+/// own thread.
 class ControllerHarness {
  public:
   typedef DiagCtrl::DiagnosticController::errorCode ErrorCode;
@@ -42,56 +40,56 @@ class ControllerHarness {
   static constexpr std::chrono::milliseconds defaultLimit{20'000};
 
   ControllerHarness();
-  /** Lets held passes go, shuts down and deletes the controller. */
+  /// Lets held passes go, shuts down and deletes the controller.
   ~ControllerHarness();
   ControllerHarness(const ControllerHarness&) = delete;
   ControllerHarness& operator=(const ControllerHarness&) = delete;
 
   // ---- Before the start --------------------------------------------------------------------
 
-  /** The directory that the control file names as PackDirPath. */
+  /// The directory that the control file names as PackDirPath.
   PackageDirectory& packages() { return m_packages; }
   Scripted::Script& addPackage(const std::string& name,
                                const PackageConfig& config = PackageConfig());
-  /** The control file; written at initialize. */
+  /// The control file; written at initialize.
   ControlFile& control() { return m_control; }
-  /** A directory for anything else; the log directory once it is traced. */
+  /// A directory for anything else; the log directory once it is traced.
   const TemporaryDirectory& directory() const { return m_directory; }
-  /** Traces everything into the directory. */
+  /// Traces everything into the directory.
   void trace() { m_control.traced(m_directory.path()); }
 
   // ---- The start ---------------------------------------------------------------------------
 
-  /** initialize, registerForAll, enumerate. */
+  /// initialize, registerForAll, enumerate.
   void start();
-  /** Writes the control file and initialises; INITIALIZE. */
+  /// Writes the control file and initialises; INITIALIZE.
   void initialize();
-  /** Registers for the three kinds. The ids are 1 when nobody registered before. */
+  /// Registers for the three kinds. The ids are 1 when nobody registered before.
   void registerForAll();
-  /** enumerateAllPackages; IDLE. */
+  /// enumerateAllPackages; IDLE.
   void enumerate();
   ErrorCode shutDown();
 
   DiagCtrl::DiagnosticController& controller();
   DiagCtrl::DiagnosticController* operator->() { return &controller(); }
 
-  /** The base names of the packages in the catalogue, by their indices from 1 on. */
+  /// The base names of the packages in the catalogue, by their indices from 1 on.
   std::vector<std::string> catalogue();
-  /** The index of a package in the catalogue. */
+  /// The index of a package in the catalogue.
   int indexOf(const std::string& package);
 
   // ---- Queueing ----------------------------------------------------------------------------
 
-  /** Settings that pass: that many passes, a run time of an hour. */
+  /// Settings that pass: that many passes, a run time of an hour.
   static Diag::DiagnosticSettings settings(int passes = 1);
 
-  /** Queues tests on a device. @return the id of the request. */
+  /// Queues tests on a device. @return the id of the request.
   unsigned long queue(const std::string& package, unsigned int device, std::vector<int> tests,
                       Diag::DiagnosticSettings settings = ControllerHarness::settings());
-  /** All enabled tests of a device. */
+  /// All enabled tests of a device.
   unsigned long queueAllTests(const std::string& package, unsigned int device,
                               Diag::DiagnosticSettings settings = ControllerHarness::settings());
-  /** All enabled tests of all devices. @return the ids. */
+  /// All enabled tests of all devices. @return the ids.
   std::vector<unsigned long> queuePackage(
       const std::string& package,
       Diag::DiagnosticSettings settings = ControllerHarness::settings());
@@ -100,34 +98,34 @@ class ControllerHarness {
 
   Phase phase();
   bool awaitPhase(Phase phase, std::chrono::milliseconds limit = defaultLimit);
-  /** The phase IDLE. It comes only on a time-out of the monitor, up to two seconds later. */
+  /// The phase IDLE. It comes only on a time-out of the monitor, up to two seconds later.
   bool awaitIdle(std::chrono::milliseconds limit = defaultLimit);
-  /** Until the request has this status. */
+  /// Until the request has this status.
   bool awaitStatus(unsigned long requestId, DiagCtrl::TestRequest::TestRequestStatus status,
                    std::chrono::milliseconds limit = defaultLimit);
-  /** Until a controller event was collected, in the form of ctrlEvents. */
+  /// Until a controller event was collected, in the form of ctrlEvents.
   bool awaitCtrlEvent(const std::string& text, std::chrono::milliseconds limit = defaultLimit);
-  /** Until that many results, or events, were collected. */
+  /// Until that many results, or events, were collected.
   bool awaitResults(std::size_t number, std::chrono::milliseconds limit = defaultLimit);
   bool awaitEvents(std::size_t number, std::chrono::milliseconds limit = defaultLimit);
-  /** Until the id is off the list of unfinished requests. */
+  /// Until the id is off the list of unfinished requests.
   bool awaitEnd(unsigned long requestId, std::chrono::milliseconds limit = defaultLimit);
 
   // ---- Collecting: each call drains its kind first -------------------------------------------
 
-  /** All controller events so far: name, I, W or E, request id. "TEST_REQUEST_ABORTED W 3". */
+  /// All controller events so far: name, I, W or E, request id. "TEST_REQUEST_ABORTED W 3".
   std::vector<std::string> ctrlEvents();
-  /** Those of one request, without its id: "TEST_REQUEST_ABORTED W". */
+  /// Those of one request, without its id: "TEST_REQUEST_ABORTED W".
   std::vector<std::string> ctrlEventsOf(unsigned long requestId);
-  /** All events of packages: code, letter, request id, parameters. "7 I 3 [slot 1, hot]". */
+  /// All events of packages: code, letter, request id, parameters. "7 I 3 [slot 1, hot]".
   std::vector<std::string> events();
-  /** All results: verdict, request id, estimated time unless 0. "PASSED 3", "FAILED 4 est 20". */
+  /// All results: verdict, request id, estimated time unless 0. "PASSED 3", "FAILED 4 est 20".
   std::vector<std::string> results();
-  /** Forgets what was collected, and what stands in the queues. */
+  /// Forgets what was collected, and what stands in the queues.
   void forget();
 
   DiagCtrl::TestRequest::TestRequestStatus statusOf(unsigned long requestId);
-  /** The ids of unfinished requests. */
+  /// The ids of unfinished requests.
   std::vector<unsigned long> requestIds();
 
   unsigned long eventRegistration() const { return m_eventId; }
@@ -154,7 +152,7 @@ class ControllerHarness {
   std::vector<std::string> m_ctrlEvents;
 };
 
-/** One line for a message, in the forms that the harness collects. */
+/// One line for a message, in the forms that the harness collects.
 std::string describe(const DiagCtrl::DiagCtrlEvent& event);
 std::string describe(const Diag::DiagnosticEvent& event);
 std::string describe(const Diag::DiagnosticResult& result);

@@ -12,16 +12,16 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** A test of a whole controller: a harness, and the short names of what stands in it. */
+/// A test of a whole controller: a harness, and the short names of what stands in it.
 class ControllerTest : public ::testing::Test {
  protected:
   typedef DiagCtrl::DiagnosticController::errorCode Code;
 
   DiagCtrl::DiagnosticController& controller() { return harness.controller(); }
-  /** What was traced, if harness.trace() was called or the control file says so. */
+  /// What was traced, if harness.trace() was called or the control file says so.
   TraceFile trace() const { return TraceFile(harness.directory().path()); }
 
-  /** The ids that a call hands out, which must succeed. */
+  /// The ids that a call hands out, which must succeed.
   static std::vector<int> idsOf(const std::function<Code(std::vector<int>*&)>& ask) {
     std::vector<int>* ids = nullptr;
     EXPECT_EQ(ask(ids), DiagCtrl::DiagnosticController::SUCCESS);

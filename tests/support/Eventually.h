@@ -5,7 +5,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** Polls until the condition holds. @return whether it came to hold within the time. */
+/// Polls until the condition holds. @return whether it came to hold within the time.
 template <class Condition>
 bool eventually(Condition condition,
                 std::chrono::milliseconds limit = std::chrono::milliseconds(20'000)) {
@@ -19,7 +19,7 @@ bool eventually(Condition condition,
   return true;
 }
 
-/** For what must not happen: whether the condition stays false for that long. */
+/// For what must not happen: whether the condition stays false for that long.
 template <class Condition>
 bool neverWithin(std::chrono::milliseconds time, Condition condition) {
   return !eventually(condition, time);

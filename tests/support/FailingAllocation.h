@@ -6,11 +6,9 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * Lets one allocation with `new` of the calling thread fail while the object lives: the one of that
- * ordinal, counted from 1. A program that uses it names FailingAllocation.cpp among its sources,
- * whose operators stand in front of the others.
- */
+/// Lets one allocation with `new` of the calling thread fail while the object lives: the one of
+/// that ordinal, counted from 1. A program that uses it names FailingAllocation.cpp among its
+/// sources, whose operators stand in front of the others.
 class FailingAllocation {
  public:
   explicit FailingAllocation(unsigned long ordinal);
@@ -21,14 +19,12 @@ class FailingAllocation {
   bool hasFailed() const;
 };
 
-/** The blocks that the calling thread has made and not freed. */
+/// The blocks that the calling thread has made and not freed.
 long livingBlocks();
 
-/**
- * Repeats an action with its first allocation failing, then its second, and so on until it passes.
- * Before each go `prepare` runs and after it `tidy`, both with memory at hand; after that each
- * block must be gone that was made since. A first go has memory for everything.
- */
+/// Repeats an action with its first allocation failing, then its second, and so on until it passes.
+/// Before each go `prepare` runs and after it `tidy`, both with memory at hand; after that each
+/// block must be gone that was made since. A first go has memory for everything.
 template <class Prepare, class Action, class Tidy>
 void failEachAllocation(Prepare prepare, Action action, Tidy tidy) {
   prepare();

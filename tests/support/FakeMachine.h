@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::Tests {
 
-/** @brief A machine of files in a folder of its own, where packages look for /sys and /proc. */
+/// @brief A machine of files in a folder of its own, where packages look for /sys and /proc.
 class FakeMachine {
  public:
   FakeMachine() {
@@ -20,7 +20,7 @@ class FakeMachine {
   FakeMachine(const FakeMachine&) = delete;
   FakeMachine& operator=(const FakeMachine&) = delete;
 
-  /** @brief Writes a file, over the one of that name. */
+  /// @brief Writes a file, over the one of that name.
   FakeMachine& has(const std::string& path, const std::string& text) {
     std::filesystem::create_directories((mRoot / path).parent_path());
     std::ofstream(mRoot / path) << text;

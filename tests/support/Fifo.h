@@ -15,7 +15,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** A FIFO that nobody writes to: who opens it for reading as if it were a file blocks for ever. */
+/// A FIFO that nobody writes to: who opens it for reading as if it were a file blocks for ever.
 class Fifo {
  public:
   explicit Fifo(std::string path) : m_path(std::move(path)) {
@@ -24,7 +24,7 @@ class Fifo {
     }
   }
 
-  /** Runs an action beside. @return whether it ended by itself; it is freed of the FIFO if not. */
+  /// Runs an action beside. @return whether it ended by itself; it is freed of the FIFO if not.
   bool staysClearOf(const std::function<void()>& action) const {
     Companion companion(action);
     const bool isClear = companion.ends();

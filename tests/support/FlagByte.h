@@ -8,12 +8,10 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * Leaves a byte that is no bool in a flag of the settings, as a faulty client would. The flag is
- * found as the one byte in which an object with the flag set differs from one without.
- *
- *   storeFlagByte(settings, &Diag::DiagnosticSettings::setHaltOnError, 7);
- */
+/// Leaves a byte that is no bool in a flag of the settings, as a faulty client would. The flag is
+/// found as the one byte in which an object with the flag set differs from one without.
+///
+///   storeFlagByte(settings, &Diag::DiagnosticSettings::setHaltOnError, 7);
 inline void storeFlagByte(Diag::DiagnosticSettings& settings,
                           void (Diag::DiagnosticSettings::*setFlag)(bool), unsigned char value) {
   constexpr std::size_t size = sizeof(Diag::DiagnosticSettings);

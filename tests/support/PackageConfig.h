@@ -9,12 +9,10 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * Builds the configuration file of a package. It starts complete, with all keys and a number of
- * enabled tests; a test changes what it is about.
- *
- *   PackageConfig(3).withdrawTest(2).disableDevices(3, {"slot1"}).systemLock()
- */
+/// Builds the configuration file of a package. It starts complete, with all keys and a number of
+/// enabled tests; a test changes what it is about.
+///
+///   PackageConfig(3).withdrawTest(2).disableDevices(3, {"slot1"}).systemLock()
 class PackageConfig {
  public:
   explicit PackageConfig(int tests = 1) {
@@ -37,13 +35,13 @@ class PackageConfig {
     }
   }
 
-  /** A key of the section Package. */
+  /// A key of the section Package.
   PackageConfig& with(const std::string& key, const std::string& value) {
     return withKey("Package", key, value);
   }
   PackageConfig& without(const std::string& key) { return withoutKey("Package", key); }
 
-  /** A key of a test's section. */
+  /// A key of a test's section.
   PackageConfig& withTest(int id, const std::string& key, const std::string& value) {
     return withKey("TestID" + std::to_string(id), key, value);
   }
@@ -60,16 +58,16 @@ class PackageConfig {
   PackageConfig& estimatedTime(int id, int time) {
     return withTest(id, "TestEstimatedTime", std::to_string(time));
   }
-  /** The test stays in the file and is not offered. */
+  /// The test stays in the file and is not offered.
   PackageConfig& withdrawTest(int id) { return withTest(id, "TestDisable", "TRUE"); }
 
-  /** One more entry that leaves a test out; an empty text leaves its key out. */
+  /// One more entry that leaves a test out; an empty text leaves its key out.
   PackageConfig& disableTest(int id, const std::string& os = "",
                              const std::string& machineId = "") {
     return entry("Disable Test", "DisableTestID", m_disabledTests, id, os, machineId);
   }
 
-  /** One more entry that leaves devices out for a test, by their disable names. */
+  /// One more entry that leaves devices out for a test, by their disable names.
   PackageConfig& disableDevices(int id, const std::vector<std::string>& names,
                                 const std::string& os = "", const std::string& machineId = "") {
     entry("Disable Device", "DisableDeviceTestID", m_disabledDevices, id, os, machineId);
@@ -81,12 +79,12 @@ class PackageConfig {
     return *this;
   }
 
-  /** A token of one of the sections Information, Warning, Error and DeviceStatus. */
+  /// A token of one of the sections Information, Warning, Error and DeviceStatus.
   PackageConfig& token(const std::string& section, unsigned int code, const std::string& text) {
     return withKey(section, std::to_string(code), text);
   }
 
-  /** Anything else. */
+  /// Anything else.
   PackageConfig& withKey(const std::string& section, const std::string& key,
                          const std::string& value) {
     m_text.set(section, key, value);
@@ -103,7 +101,7 @@ class PackageConfig {
 
   std::string text() const { return m_text.text(); }
 
-  /** @return the path of the file. */
+  /// @return the path of the file.
   std::string writeTo(const TemporaryDirectory& directory,
                       const std::string& name = "package.cfg") const {
     return m_text.writeTo(directory, name);

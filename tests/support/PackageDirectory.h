@@ -12,22 +12,20 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * A directory of packages: for each a configuration file and a shared object, and below it a
- * directory for each language.
- *
- *   PackageDirectory packages;
- *   Script& alpha = packages.add("ALPHA", PackageConfig(3));
- *   packages.addLanguage("ALPHA", "en", {{"TOKEN_OK", "All is well"}});
- */
+/// A directory of packages: for each a configuration file and a shared object, and below it a
+/// directory for each language.
+///
+///   PackageDirectory packages;
+///   Script& alpha = packages.add("ALPHA", PackageConfig(3));
+///   packages.addLanguage("ALPHA", "en", {{"TOKEN_OK", "All is well"}});
 class PackageDirectory {
  public:
-  /** A scripted package. Needs the target scripted_package (MODULES of tarvex_add_test). */
+  /// A scripted package. Needs the target scripted_package (MODULES of tarvex_add_test).
   Scripted::Script& add(const std::string& name, const PackageConfig& config = PackageConfig()) {
     return add(name, config, TARVEX_TEST_MODULE_DIR "/libscripted_package.so");
   }
 
-  /** A package with another shared object. */
+  /// A package with another shared object.
   Scripted::Script& add(const std::string& name, const PackageConfig& config,
                         const std::string& sharedObject) {
     writeConfig(name, config);
@@ -35,12 +33,12 @@ class PackageDirectory {
     return Scripted::Script::of(name);
   }
 
-  /** Writes the configuration file, over what was there. */
+  /// Writes the configuration file, over what was there.
   void writeConfig(const std::string& name, const PackageConfig& config) const {
     config.writeTo(m_directory, name + ".cfg");
   }
 
-  /** Puts a shared object in place. Each copy is an object of its own to the loader. */
+  /// Puts a shared object in place. Each copy is an object of its own to the loader.
   void copyLibrary(const std::string& name, const std::string& sharedObject) const {
     // A new file: a process that has the former one mapped keeps it.
     std::filesystem::remove(libraryPath(name));
@@ -49,7 +47,7 @@ class PackageDirectory {
 
   void removeLibrary(const std::string& name) const { std::filesystem::remove(libraryPath(name)); }
 
-  /** The texts of a package in a language. */
+  /// The texts of a package in a language.
   void addLanguage(const std::string& name, const std::string& language,
                    const std::map<std::string, std::string>& texts) const {
     ConfigText text;

@@ -5,7 +5,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** Whether a file is mapped into this process, as a shared object that is open is. */
+/// Whether a file is mapped into this process, as a shared object that is open is.
 inline bool isMapped(const std::string& path) {
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {

@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::Common {
 
-/** @brief Keeps what an engine says, and stops it when asked to. */
+/// @brief Keeps what an engine says, and stops it when asked to.
 class RecordingJournal : public RunJournal {
  public:
   struct Event {
@@ -28,13 +28,13 @@ class RecordingJournal : public RunJournal {
 
   bool halts = false;
 
-  /** @brief From the n-th question on, a stop is requested. */
+  /// @brief From the n-th question on, a stop is requested.
   void stopAfter(int questions) { m_stopAfter = questions; }
 
   const std::vector<Event>& events() const { return m_events; }
   const std::vector<unsigned int>& progressSteps() const { return m_progress; }
 
-  /** @brief The codes of all warnings and errors, in the order of their reports. */
+  /// @brief The codes of all warnings and errors, in the order of their reports.
   std::vector<unsigned int> complaints() const {
     std::vector<unsigned int> codes;
     for (const Event& event : m_events) {
@@ -45,7 +45,7 @@ class RecordingJournal : public RunJournal {
     return codes;
   }
 
-  /** @brief How often a code was reported. */
+  /// @brief How often a code was reported.
   template <typename Code>
   long count(Code code) const {
     return std::count_if(m_events.begin(), m_events.end(), [&](const Event& event) {
@@ -53,7 +53,7 @@ class RecordingJournal : public RunJournal {
     });
   }
 
-  /** @brief The parameters of a code's first event; empty when there is none. */
+  /// @brief The parameters of a code's first event; empty when there is none.
   template <typename Code>
   std::vector<std::string> parametersOf(Code code) const {
     for (const Event& event : m_events) {

@@ -6,16 +6,14 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * The format of configuration files, line by line and as plainly as it can be written: what the
- * library's own reader is compared with.
- */
+/// The format of configuration files, line by line and as plainly as it can be written: what the
+/// library's own reader is compared with.
 class ReferenceConfigReader {
  public:
   explicit ReferenceConfigReader(const std::string& text)
       : m_text(text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? text.substr(3) : text) {}
 
-  /** The value, or nothing when there is no such key. */
+  /// The value, or nothing when there is no such key.
   std::optional<std::string> read(const std::string& section, const std::string& key) const {
     std::istringstream lines(m_text);
     std::string raw;

@@ -2,7 +2,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** A sanitizer's runtime needs the address space, keeps what was freed, and ignores mlock. */
+/// A sanitizer's runtime needs the address space, keeps what was freed, and ignores mlock.
 #ifdef TARVEX_SANITIZED
 constexpr bool isSanitized = true;
 #else

@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** A directory of the test's own, removed with all that lies in it when the object goes. */
+/// A directory of the test's own, removed with all that lies in it when the object goes.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
@@ -29,16 +29,16 @@ class TemporaryDirectory {
 
   const std::string& path() const { return m_path; }
 
-  /** The path of a file in the directory, whether or not there is one. */
+  /// The path of a file in the directory, whether or not there is one.
   std::string file(const std::string& name) const { return m_path + "/" + name; }
 
-  /** Makes a directory in the directory. */
+  /// Makes a directory in the directory.
   std::string makeDirectory(const std::string& name) const {
     std::filesystem::create_directories(file(name));
     return file(name);
   }
 
-  /** Writes the text as it stands, over what was there. @return the path of the file. */
+  /// Writes the text as it stands, over what was there. @return the path of the file.
   std::string write(const std::string& name, const std::string& text) const {
     std::ofstream stream(file(name), std::ios::binary | std::ios::trunc);
     stream.exceptions(std::ios::badbit | std::ios::failbit);

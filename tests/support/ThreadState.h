@@ -14,7 +14,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** Runs an action on a thread of its own, and tells from outside what has become of it. */
+/// Runs an action on a thread of its own, and tells from outside what has become of it.
 class Companion {
  public:
   explicit Companion(std::function<void()> action)
@@ -33,11 +33,11 @@ class Companion {
 
   bool ended() const { return m_ended; }
 
-  /** Waits until the action blocks in the kernel: on a lock, or for a signal. */
+  /// Waits until the action blocks in the kernel: on a lock, or for a signal.
   bool blocks() const {
     return eventually([this] { return m_ended || isAsleep(); }) && !m_ended;
   }
-  /** Waits for the end of the action. */
+  /// Waits for the end of the action.
   bool ends() const {
     return eventually([this] { return ended(); });
   }

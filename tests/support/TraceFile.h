@@ -9,14 +9,14 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** One line of a trace: "<thread> indentation text"; an empty line has no thread. */
+/// One line of a trace: "<thread> indentation text"; an empty line has no thread.
 struct TraceLine {
   unsigned long thread = 0;
   std::size_t indentation = 0;  // blanks in front of the text
   std::string text;
 };
 
-/** The trace file of a log directory, read anew at each question. */
+/// The trace file of a log directory, read anew at each question.
 class TraceFile {
  public:
   explicit TraceFile(const std::string& directory)
@@ -24,7 +24,7 @@ class TraceFile {
 
   const std::string& path() const { return m_path; }
 
-  /** The lines as they stand in the file, without their ends. */
+  /// The lines as they stand in the file, without their ends.
   std::vector<std::string> rawLines() const {
     std::vector<std::string> lines;
     std::ifstream stream(m_path, std::ios::binary);
@@ -34,7 +34,7 @@ class TraceFile {
     return lines;
   }
 
-  /** The lines that are not empty, taken apart. */
+  /// The lines that are not empty, taken apart.
   std::vector<TraceLine> lines() const {
     std::vector<TraceLine> result;
     for (const std::string& raw : rawLines()) {
@@ -45,7 +45,7 @@ class TraceFile {
     return result;
   }
 
-  /** The texts of one thread's lines, by default of the calling one's, without indentation. */
+  /// The texts of one thread's lines, by default of the calling one's, without indentation.
   std::vector<std::string> texts(unsigned long thread = pthread_self()) const {
     std::vector<std::string> result;
     for (const TraceLine& line : lines()) {
@@ -56,7 +56,7 @@ class TraceFile {
     return result;
   }
 
-  /** How many lines hold the piece of text. */
+  /// How many lines hold the piece of text.
   std::size_t count(const std::string& piece) const {
     std::size_t found = 0;
     for (const std::string& line : rawLines()) {

@@ -5,10 +5,8 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * The place of a virtual operation in its class's table, as the platform's C++ ABI stores it in a
- * pointer to member. A virtual destructor that comes first takes places 0 and 1.
- */
+/// The place of a virtual operation in its class's table, as the platform's C++ ABI stores it in a
+/// pointer to member. A virtual destructor that comes first takes places 0 and 1.
 template <typename Operation>
 std::size_t placeOf(Operation operation) {
   std::size_t words[2];

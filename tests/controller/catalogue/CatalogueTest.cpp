@@ -45,11 +45,9 @@ typedef std::vector<int> Ids;
 
 constexpr unsigned int kLargest = 4294967295U;
 
-/**
- * ALPHA has four tests: 2 is withdrawn in its own section, 3 by an entry for any machine, and 4 is
- * disabled on the device "second". Of its three devices the last supports nothing. BETA has one of
- * each, GAMMA is left out by the control file.
- */
+/// ALPHA has four tests: 2 is withdrawn in its own section, 3 by an entry for any machine, and 4 is
+/// disabled on the device "second". Of its three devices the last supports nothing. BETA has one of
+/// each, GAMMA is left out by the control file.
 class CatalogueTest : public ControllerTest {
  protected:
   void SetUp() override {
@@ -66,7 +64,7 @@ class CatalogueTest : public ControllerTest {
     alpha.clearLog();
   }
 
-  /** A call that must fail, with a vector all the same. */
+  /// A call that must fail, with a vector all the same.
   void expectFailure(Code code, const std::function<Code(Ids*&)>& ask) {
     Ids* ids = nullptr;
     EXPECT_EQ(ask(ids), code);

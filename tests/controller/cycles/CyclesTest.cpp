@@ -38,7 +38,7 @@ int cyclesWanted() {
   return wanted != nullptr ? std::atoi(wanted) : 100;
 }
 
-/** What the clients have got, over all lives. */
+/// What the clients have got, over all lives.
 struct Tally {
   std::atomic<unsigned long> messages{0};
   std::atomic<unsigned long> statuses{0};
@@ -48,7 +48,7 @@ struct Tally {
   std::atomic<unsigned long> queued{0};
   std::atomic<unsigned long> refusals{0};
 
-  /** Counts an answer. @return whether it was a success. */
+  /// Counts an answer. @return whether it was a success.
   bool note(Code code, std::atomic<unsigned long>& counter) {
     refusals += code == INCORRECT_PHASE ? 1 : 0;
     counter += code == SUCCESS ? 1 : 0;
@@ -61,14 +61,14 @@ class Client {
   Client(DiagnosticController& controller, Tally& tally, unsigned int seed)
       : c(controller), m_tally(tally), m_random(seed) {}
 
-  /** Takes what stands in the queues of the three first registrations. */
+  /// Takes what stands in the queues of the three first registrations.
   void fetch() {
     drain(&DiagnosticController::getDiagnosticEvents);
     drain(&DiagnosticController::getDiagnosticResults);
     drain(&DiagnosticController::getDiagnosticCtrlEvents);
   }
 
-  /** Asks for the requests, steers one of them and asks for its progress. */
+  /// Asks for the requests, steers one of them and asks for its progress.
   void poll() {
     std::vector<unsigned long>* handedOut = nullptr;
     const Code code = c.getRequestIdList(handedOut);
@@ -98,7 +98,7 @@ class Client {
     }
   }
 
-  /** Looks at the controller's health, its settings, its catalogue and its texts. */
+  /// Looks at the controller's health, its settings, its catalogue and its texts.
   void watch() {
     DiagControllerStatus* health = nullptr;
     if (m_tally.note(c.getDiagControllerStatus(health), m_tally.healths)) {
@@ -175,7 +175,7 @@ class CyclesTest : public ::testing::Test {
     harness.control().parallel();
   }
 
-  /** Runs the clients while an action goes on. */
+  /// Runs the clients while an action goes on.
   void amongClients(const std::function<void()>& action) {
     DiagnosticController& c = harness.controller();
     std::vector<std::thread> clients;
@@ -206,7 +206,7 @@ class CyclesTest : public ::testing::Test {
     }
   }
 
-  /** Until the clients have got something in this life. */
+  /// Until the clients have got something in this life.
   void awaitLoad() {
     const unsigned long messages = tally.messages + 10;
     const unsigned long queued = tally.queued + 5;

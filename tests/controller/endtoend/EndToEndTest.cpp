@@ -39,7 +39,7 @@ using TestSupport::PackageConfig;
 using enum DiagnosticController::errorCode;
 typedef std::vector<std::string> Lines;
 
-/** What each pass tells: its number as an event, and a verdict that is bad where told. */
+/// What each pass tells: its number as an event, and a verdict that is bad where told.
 Scripted::Plan planThatFailsAt(const std::string& device, unsigned int badRun) {
   return [device, badRun](const CallRecord& run) {
     const bool isBad = run.device == device && run.run == badRun;
@@ -50,10 +50,8 @@ Scripted::Plan planThatFailsAt(const std::string& device, unsigned int badRun) {
   };
 }
 
-/**
- * ALPHA has two devices, and what runs on "ALPHA-2" fails in its second pass. BETA has one device,
- * on which its second test is disabled. GAMMA takes the whole machine.
- */
+/// ALPHA has two devices, and what runs on "ALPHA-2" fails in its second pass. BETA has one device,
+/// on which its second test is disabled. GAMMA takes the whole machine.
 class EndToEndTest : public ControllerTest {
  protected:
   void start() {
@@ -77,7 +75,7 @@ class EndToEndTest : public ControllerTest {
     return settings;
   }
 
-  /** The messages of one kind for each request, in the order in which they came. */
+  /// The messages of one kind for each request, in the order in which they came.
   static std::map<std::string, Lines> byRequest(const Lines& messages) {
     std::map<std::string, Lines> sorted;
     for (const std::string& message : messages) {
@@ -261,14 +259,14 @@ TEST_F(EndToEndTest, a_suspended_test_rests_until_it_is_resumed) {
   expectNothingLeft();
 }
 
-/** A client with a thread that waits on an object of its own and drains after each wake-up. */
+/// A client with a thread that waits on an object of its own and drains after each wake-up.
 class Listener {
  public:
   explicit Listener(DiagnosticController& controller) : m_controller(controller) {
     EXPECT_EQ(controller.registerForDiagResults(&m_wake, m_resultId), SUCCESS);
     EXPECT_EQ(controller.registerForDiagCtrlEvents(&m_wake, m_ctrlEventId), SUCCESS);
   }
-  /** From now on messages are collected. */
+  /// From now on messages are collected.
   void listen() {
     m_thread = std::thread([this] {
       while (!m_ended) {

@@ -62,7 +62,7 @@ AddPackage scripted(const PackageConfig& config, const Habits& habits = {}) {
   };
 }
 
-/** A package that throws: the result and the trace say so, and no event. */
+/// A package that throws: the result and the trace say so, and no event.
 Failure throwing(const std::string& name, Call call, const PackageNameVector& wanted = {}) {
   const AddPackage add = [call](ControllerHarness& harness) {
     harness.addPackage("ALPHA").throwAt(call, "out of order");
@@ -79,7 +79,7 @@ Failure throwing(const std::string& name, Call call, const PackageNameVector& wa
 
 const std::string kPrefix = "DiagnosticController::enumerateAllPackages(): ";
 
-/** A library without one of the exports. */
+/// A library without one of the exports.
 Failure withoutExport(const std::string& name, const std::string& moduleName) {
   return {.name = "no_export_of_the_" + name,
           .addPackage = module(moduleName),
@@ -156,7 +156,7 @@ const std::vector<Failure> kFailures = {
 
 class TracedFailureTest : public ControllerTest {
  protected:
-  /** What the trace tells of packages that were left out. */
+  /// What the trace tells of packages that were left out.
   std::vector<std::string> tracedFailures() {
     std::vector<std::string> texts;
     const std::string mark = "STRING: ";
@@ -272,7 +272,7 @@ TEST_F(NoLibraryTest, a_fifo_in_place_of_a_dependency_is_not_loadable) {
 
 // ---- Libraries that do not close ---------------------------------------------------------------
 
-/** Ends its process itself: the loader keeps its lock once a library did not close. */
+/// Ends its process itself: the loader keeps its lock once a library did not close.
 class UnclosableLibraryTest : public ControllerTest {
  protected:
   void TearDown() override { _exit(HasFailure() ? 1 : 0); }

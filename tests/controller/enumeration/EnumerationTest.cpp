@@ -40,7 +40,7 @@ using Phase = DiagControllerStatus;
 
 class EnumerationTest : public ControllerTest {
  protected:
-  /** Everything up to the enumeration, with controller events collected. */
+  /// Everything up to the enumeration, with controller events collected.
   void startWithoutEnumeration() {
     harness.initialize();
     harness.registerForAll();
@@ -71,7 +71,7 @@ class EnumerationTest : public ControllerTest {
     EXPECT_EQ(controller().getEnumerationProgress(value), SUCCESS);
     return value;
   }
-  /** The values of the progress, in the order in which they were set. */
+  /// The values of the progress, in the order in which they were set.
   std::vector<std::string> tracedProgress() {
     const std::string text = "Progress of Enumeration is : : ";
     std::vector<std::string> values;
@@ -482,7 +482,7 @@ TEST_F(EnumerationTest, a_package_that_throws_again_leaves_the_catalogue_and_no_
 
 class HalfQueuedTest : public EnumerationTest {
  protected:
-  /** Leaves one request that runs under IDLE: the second device of the package fails to queue. */
+  /// Leaves one request that runs under IDLE: the second device of the package fails to queue.
   void queueHalf() {
     alpha.setDevices(2);
     harness.start();

@@ -36,13 +36,13 @@ class EstimationTest : public ControllerTest {
     harness.start();
   }
 
-  /** Estimates tests of ALPHA on its first device. */
+  /// Estimates tests of ALPHA on its first device.
   Code estimate(const std::vector<int>& tests) {
     const std::vector<int> ones(tests.size(), 1);
     return controller().runEstimation(ones, ones, tests, ids, settings);
   }
 
-  /** A result in every client's queue, as if a request had just given it. */
+  /// A result in every client's queue, as if a request had just given it.
   void deliver(unsigned int request, int estimatedTime) {
     auto result = std::make_unique<DiagnosticResult>();
     result->setTestRequestId(request);

@@ -39,7 +39,7 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using TestSupport::privateMember;
 
-/** The three kinds of message behind one face, so that one test serves all of them. */
+/// The three kinds of message behind one face, so that one test serves all of them.
 struct Events {
   typedef DiagnosticEvent Message;
   static constexpr std::size_t batchSize = 3;
@@ -81,7 +81,7 @@ struct CtrlEvents {
   static void clear(EventManager& manager) { manager.clearCtrlEventQueues(); }
 };
 
-/** A message that tells when it is destroyed. */
+/// A message that tells when it is destroyed.
 template <class Message>
 class Watched : public Message {
  public:
@@ -107,7 +107,7 @@ class EventManagerBase : public ::testing::Test {
   void trace() { DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(), 3); }
 
   TestSupport::TemporaryDirectory m_directory;
-  /** Asked for anew each time: a test may replace it. */
+  /// Asked for anew each time: a test may replace it.
   static EventManager& manager() { return *EventManager::getInstance(); }
 };
 

@@ -55,7 +55,7 @@ typedef std::vector<std::string> Lines;
 
 constexpr unsigned int untouched = 99;
 
-/** One client call, with outputs that a failure must leave as they are. */
+/// One client call, with outputs that a failure must leave as they are.
 struct ClientCallRow {
   const char* name;
   bool raisesEvent;
@@ -125,7 +125,7 @@ std::vector<ClientCallRow> fetchingCalls() {
 
 // --- The phase cannot be read
 
-/** A controller that was not initialised: no thread of its own reads the phase meanwhile. */
+/// A controller that was not initialised: no thread of its own reads the phase meanwhile.
 class UnreadablePhase : public ::testing::Test {
  protected:
   UnreadablePhase() {

@@ -46,7 +46,7 @@ using namespace std::chrono_literals;
 typedef DiagControllerStatus Phase;
 typedef DiagnosticController::errorCode Code;
 
-/** The three registering calls behind one face. */
+/// The three registering calls behind one face.
 struct Registering {
   const char* name;
   Code (DiagnosticController::*call)(CallBackObject*, unsigned long&);
@@ -82,7 +82,7 @@ void pushResult() {
 
 typedef std::vector<std::string> Lines;
 
-/** Whether the pieces stand in lines of their own from a line on, in this order. */
+/// Whether the pieces stand in lines of their own from a line on, in this order.
 bool hasInOrder(const Lines& lines, std::size_t from, const Lines& pieces) {
   auto line = lines.begin() + static_cast<std::ptrdiff_t>(from);
   for (const std::string& piece : pieces) {
@@ -97,7 +97,7 @@ bool hasInOrder(const Lines& lines, std::size_t from, const Lines& pieces) {
   return true;
 }
 
-/** A controller that is initialised and in any phase that a test puts it into. */
+/// A controller that is initialised and in any phase that a test puts it into.
 class RegistrationTest : public ::testing::Test {
  protected:
   RegistrationTest() {
@@ -229,7 +229,7 @@ TEST_F(RegistrationTest, nothing_of_it_survives_a_shut_down_and_objects_can_be_u
 
 // --- Being woken
 
-/** Threads that wait on one object. */
+/// Threads that wait on one object.
 class Waiters {
  public:
   Waiters(CallBackObject& object, int number) : m_object(object) {
@@ -333,7 +333,7 @@ TEST_F(RegistrationTest, a_woken_client_finds_the_whole_batch) {
   EXPECT_EQ(found, 50U);
 }
 
-/** Holds the list's lock, so that the push gets stuck at its wake-up. */
+/// Holds the list's lock, so that the push gets stuck at its wake-up.
 void expectPushKeepsFetchingOut(DiagCtrlLock& listLock, const std::function<void()>& push,
                                 const std::function<void()>& fetch) {
   listLock.lock(-1);
@@ -446,7 +446,7 @@ class FetchingTest : public RegistrationTest {
     setPhase(Phase::IDLE);
   }
 
-  /** Fetches events; nothing may be there. */
+  /// Fetches events; nothing may be there.
   Code fetchEvents(long id) { return fetch(&DiagnosticController::getDiagnosticEvents, id); }
   Code fetchResults(long id) { return fetch(&DiagnosticController::getDiagnosticResults, id); }
   Code fetchCtrlEvents(long id) {

@@ -44,7 +44,7 @@ using namespace std::chrono_literals;
 using enum DiagnosticController::errorCode;
 typedef DiagnosticController::errorCode Code;
 
-/** A call that answers SUCCESS in IDLE, and frees what it is handed. */
+/// A call that answers SUCCESS in IDLE, and frees what it is handed.
 struct ClientCall {
   std::string name;
   std::function<Code(DiagnosticController&)> run;
@@ -151,13 +151,11 @@ class CallsInsideTest : public TestSupport::PipelineTest {
     return code;
   }
 
-  /** The tracer takes its lock at the first line of a thread, which is not what is looked at. */
+  /// The tracer takes its lock at the first line of a thread, which is not what is looked at.
   void beKnownToTracer() { static_cast<void>(harness->getEventMgrPtr()); }
 
-  /**
-   * Runs a call on a client's thread, stopped in front of its number-th lock, and meanwhile an
-   * action. @return whether the call takes so many locks.
-   */
+  /// Runs a call on a client's thread, stopped in front of its number-th lock, and meanwhile an
+  /// action. @return whether the call takes so many locks.
   bool stopped(unsigned int number, const std::function<void()>& call,
                const std::function<void()>& meanwhile) {
     Barrier barrier;
@@ -179,12 +177,12 @@ class CallsInsideTest : public TestSupport::PipelineTest {
     return wasReached;
   }
 
-  /** Whether the shut-down on that thread has stopped the pipeline and waits. */
+  /// Whether the shut-down on that thread has stopped the pipeline and waits.
   bool waitsForCalls(const Companion& shutDown) {
     return eventually([&] { return steps.livingThreads() == 0 || shutDown.ended(); }) &&
            shutDown.blocks() && staysInside(shutDown);
   }
-  /** The end of a shut-down that has begun, or a whole one. */
+  /// The end of a shut-down that has begun, or a whole one.
   void endLife(const Companion* shutDown) {
     if (shutDown != nullptr) {
       EXPECT_TRUE(shutDown->ends());
@@ -349,7 +347,7 @@ TEST_F(CallsInsideTest, a_call_inside_a_counted_one_is_not_turned_away) {
 
 class WaitingCallTest : public CallsInsideTest {
  protected:
-  /** Queues a request that stays in the package. */
+  /// Queues a request that stays in the package.
   unsigned long queueHeld() {
     alpha.holdRuns();
     const unsigned long id = harness.queue("ALPHA", 1, {1});

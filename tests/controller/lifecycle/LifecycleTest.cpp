@@ -75,8 +75,8 @@ int threadCount() {
   return 0;
 }
 
-/** The threads of a process that has started one and seen its end: the runtime of a sanitizer may
- *  start one of its own with the first. */
+///  The threads of a process that has started one and seen its end: the runtime of a sanitizer may
+///  start one of its own with the first.
 int threadCountAfterFirst() {
   pid_t id = 0;
   std::thread([&id] { id = gettid(); }).join();
@@ -87,14 +87,14 @@ int threadCountAfterFirst() {
 
 class LifecycleTest : public ControllerTest {
  protected:
-  /** A control file beside the harness's own. */
+  /// A control file beside the harness's own.
   std::string write(const ControlFile& file) {
     return file.writeTo(harness.directory(), "other.cfg");
   }
   ControlFile goodFile() { return ControlFile().packDirPath(harness.packages().path()); }
   std::string badFile() { return write(goodFile().without("RunMode")); }
 
-  /** Whether the controller can be started and used. */
+  /// Whether the controller can be started and used.
   void expectToWork() {
     ASSERT_EQ(controller().initialize(write(goodFile()).c_str()), SUCCESS);
     EXPECT_EQ(harness.phase(), Phase::INITIALIZE);
@@ -107,7 +107,7 @@ class LifecycleTest : public ControllerTest {
     return std::unique_ptr<DiagControllerStatus>(status);
   }
 
-  /** The methods that the calling thread has entered since the trace had that many lines. */
+  /// The methods that the calling thread has entered since the trace had that many lines.
   std::vector<std::string> entered(std::size_t from = 0) {
     std::vector<std::string> methods;
     const auto texts = trace().texts();
@@ -123,8 +123,7 @@ class LifecycleTest : public ControllerTest {
   const int threadsBefore = threadCountAfterFirst();
 };
 
-/** The names, in the order in which they first stand in the list; those that do not are left out.
- */
+///  The names, in the order in which they first stand in the list; those that do not are left out.
 std::vector<std::string> orderOf(const std::vector<std::string>& names,
                                  const std::vector<std::string>& list) {
   std::vector<std::string> found;

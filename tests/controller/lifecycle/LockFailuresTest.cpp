@@ -64,7 +64,7 @@ typedef DiagnosticController::errorCode Code;
 typedef std::vector<int> Ids;
 typedef std::vector<std::string> Lines;
 
-/** The calls of these tests, each with outputs that a failure must leave as they are. */
+/// The calls of these tests, each with outputs that a failure must leave as they are.
 class Calls {
  public:
   typedef std::function<Code()> Call;
@@ -121,7 +121,7 @@ class Calls {
             queueing("queueTest of a device",
                      [this](unsigned long& id) { return c.queueTest(1, 1, settings, id); })};
   }
-  /** Of a whole package, whose vector is made once it is known to have devices. */
+  /// Of a whole package, whose vector is made once it is known to have devices.
   Code queuePackage(bool makesVector) {
     DiagCtrl::VectorTestReqId* ids = nullptr;
     const Code code = c.queueTest(1, settings, ids);
@@ -196,7 +196,7 @@ class Calls {
 
 // ---- The phase cannot be read ------------------------------------------------------------------
 
-/** On a controller that was not initialised: no other thread reads the phase meanwhile. */
+/// On a controller that was not initialised: no other thread reads the phase meanwhile.
 class PhaseLockFailureTest : public ControllerTest {
  protected:
   ~PhaseLockFailureTest() override {
@@ -274,7 +274,7 @@ class LockFailureTest : public ControllerTest {
     }
   }
   Calls::Named one(const std::string& name, Calls::Call call) { return {{name, std::move(call)}}; }
-  /** Of a list of calls those with these names. */
+  /// Of a list of calls those with these names.
   static Calls::Named only(const Calls::Named& named, const std::vector<std::string>& names) {
     Calls::Named found;
     for (const auto& call : named) {

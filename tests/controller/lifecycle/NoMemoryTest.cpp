@@ -34,7 +34,7 @@ typedef DiagnosticController C;
 typedef C::errorCode Code;
 typedef std::vector<int> Ids;
 
-/** The next allocation to fail: each of the first 500, then every twentieth. */
+/// The next allocation to fail: each of the first 500, then every twentieth.
 unsigned long after(unsigned long ordinal) {
   const bool isEach = std::getenv("TARVEX_EVERY_ALLOCATION") != nullptr;
   return ordinal + (ordinal < 500 || isEach ? 1 : 20);
@@ -49,7 +49,7 @@ class NoMemoryTest : public ControllerTest {
     harness.packages().addLanguage("ALPHA", "en", {{"TOKEN", "a $1$ b"}});
   }
 
-  /** Makes the call again and again, one more allocation failing each time, until none fails. */
+  /// Makes the call again and again, one more allocation failing each time, until none fails.
   void tryEach(const std::string& name, const Call& call, const std::function<void()>& prepare = {},
                const std::function<void()>& tidy = {}) {
     SCOPED_TRACE(name);

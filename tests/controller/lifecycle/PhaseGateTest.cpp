@@ -39,7 +39,7 @@ using TestSupport::nameOf;
 using Phase = DiagControllerStatus::diagCtrlPhase;
 typedef std::vector<std::string> Lines;
 
-/** The phases as letters: Uninitialised, iNitialize, Enumerate, Idle, Active, eStimation. */
+/// The phases as letters: Uninitialised, iNitialize, Enumerate, Idle, Active, eStimation.
 char letterOf(Phase phase) {
   switch (phase) {
     case DiagControllerStatus::UNINITIALISED:
@@ -58,13 +58,13 @@ char letterOf(Phase phase) {
   return '?';
 }
 
-/** What a call did: its result, and what became of the outputs. */
+/// What a call did: its result, and what became of the outputs.
 struct Outcome {
   std::string result;
   std::string output;
 };
 
-/** The arguments of the calls, filled with what no call leaves there, and the controller. */
+/// The arguments of the calls, filled with what no call leaves there, and the controller.
 class Client {
  public:
   explicit Client(ControllerHarness& harness) : c(harness.controller()), m_harness(harness) {}
@@ -74,7 +74,7 @@ class Client {
   Outcome kept(DiagnosticController::errorCode code, const T& value, const T& before) {
     return {nameOf(code), value == before ? "kept" : "changed"};
   }
-  /** A call that hands out a vector in any case. */
+  /// A call that hands out a vector in any case.
   template <class T>
   Outcome vectorOf(DiagnosticController::errorCode code, std::vector<T>* output) {
     const std::unique_ptr<std::vector<T>> owned(output);
@@ -95,7 +95,7 @@ class Client {
     return {nameOf(code), output == nullptr ? "kept" : "changed"};
   }
 
-  /** Lives until the controller was shut down, as a registered object must. */
+  /// Lives until the controller was shut down, as a registered object must.
   CallBackObject* callBack() { return &m_harness.callBack(); }
   std::string goodFile() const { return m_harness.directory().file("control.cfg"); }
 
@@ -113,10 +113,8 @@ class Client {
   ControllerHarness& m_harness;
 };
 
-/**
- * One client call. Served, it is called so that it changes no phase: with a package, a request or
- * a registration that does not exist, where there would be one.
- */
+/// One client call. Served, it is called so that it changes no phase: with a package, a request or
+/// a registration that does not exist, where there would be one.
 struct Row {
   std::string name;
   std::string served;        ///< the letters of the phases
@@ -197,7 +195,7 @@ void addSettings(std::vector<Row>& rows) {
   rows.push_back(writerOf("setDiagnosticMode", &C::setDiagnosticMode, GlobalSettings::CUSTOMER));
 }
 
-/** A call of the catalogue with a pointer as its output. */
+/// A call of the catalogue with a pointer as its output.
 template <class Object, class Ask>
 Row objectQuery(const std::string& name, Ask ask) {
   return {name, "IA", "OBJECT_NOT_FOUND", "kept", kWrong, kRefused, [ask](Client& client) {
@@ -207,7 +205,7 @@ Row objectQuery(const std::string& name, Ask ask) {
           }};
 }
 
-/** One that hands out ids. */
+/// One that hands out ids.
 template <class Ask>
 Row idQuery(const std::string& name, Ask ask) {
   return {name, "IA", "OBJECT_NOT_FOUND", "empty", kWrong, kRefused, [ask](Client& client) {
@@ -449,7 +447,7 @@ void addTexts(std::vector<Row>& rows) {
   });
 }
 
-/** What ends the phase where it is served, so it comes last. */
+/// What ends the phase where it is served, so it comes last.
 void addEnds(std::vector<Row>& rows) {
   rows.push_back({"clearRequestIdList", "I", "SUCCESS", "none", kWrong, kRefused,
                   [](Client& client) { return client.none(client.c.clearRequestIdList()); }});
@@ -470,8 +468,7 @@ std::vector<Row> gateTable() {
   return rows;
 }
 
-/** Whether a shut-down waits for the call by its big lock, or the call needs nothing of what goes.
- */
+///  Whether a shut-down waits for the call by its big lock, or the call needs nothing of what goes.
 bool isUncounted(const Row& row) {
   static const Lines families = {"initialize", "reset",         "enumerate",
                                  "queueTest",  "abort",         "suspend",
@@ -483,7 +480,7 @@ bool isUncounted(const Row& row) {
 
 class PhaseGateTest : public ::testing::Test {
  protected:
-  /** Tries every call that a waiting shut-down turns away: as if there was no controller. */
+  /// Tries every call that a waiting shut-down turns away: as if there was no controller.
   void tryTurnedAwayCalls() {
     Client client(harness);
     const CtrlEventTap tap;
@@ -500,7 +497,7 @@ class PhaseGateTest : public ::testing::Test {
     }
   }
 
-  /** Tries every call in the phase that the controller is in. */
+  /// Tries every call in the phase that the controller is in.
   void tryEveryCall(Phase phase) {
     ASSERT_EQ(harness.phase(), phase);
     Client client(harness);

@@ -40,7 +40,7 @@ using Phase = DiagControllerStatus;
 
 class ResetTest : public ControllerTest {
  protected:
-  /** Writes the control file of the running controller anew. */
+  /// Writes the control file of the running controller anew.
   void rewriteControlFile() { harness.control().writeTo(harness.directory()); }
   bool isMarkedAsResetting() { return TestSupport::privateMember<ResetRequestTag>(controller()); }
 };

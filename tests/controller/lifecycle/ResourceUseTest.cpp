@@ -21,7 +21,7 @@ using DiagCtrl::DiagnosticController;
 using TestSupport::ControllerHarness;
 using TestSupport::PackageConfig;
 
-/** What the process holds at a moment. */
+/// What the process holds at a moment.
 struct Holdings {
   long heapBytes = 0;
   long residentBytes = 0;
@@ -68,7 +68,7 @@ class ResourceUseTest : public ::testing::Test {
     harness.control().parallel();
   }
 
-  /** Everything that a client does with a started controller. */
+  /// Everything that a client does with a started controller.
   void work() {
     harness.registerForAll();
     harness.enumerate();
@@ -85,13 +85,13 @@ class ResourceUseTest : public ::testing::Test {
     harness.forget();
   }
 
-  /** One run from the start to the stop. */
+  /// One run from the start to the stop.
   void startWorkStop() {
     harness.initialize();
     work();
     ASSERT_EQ(harness.shutDown(), DiagnosticController::SUCCESS);
   }
-  /** One run that begins and ends with a reset. */
+  /// One run that begins and ends with a reset.
   void workReset() {
     work();
     ASSERT_EQ(harness->resetDiagController(), DiagnosticController::SUCCESS);

@@ -46,7 +46,7 @@ class DescriptionTest : public ::testing::Test {
 
   void trace() { DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(), 3); }
 
-  /** The description of a file, read; throws when it is refused. */
+  /// The description of a file, read; throws when it is refused.
   DiagnosticPackage& read(const PackageConfig& config) {
     m_package = std::make_unique<DiagnosticPackage>("ALPHA", machine);
     m_package->initialize(config.writeTo(m_directory).c_str());
@@ -170,7 +170,7 @@ struct Key {
   const char* key;
 };
 
-/** A file in which every section and key of a description plays a part. */
+/// A file in which every section and key of a description plays a part.
 PackageConfig fullConfig() {
   return PackageConfig(3)
       .with("ResourceLockProperty", "pci")

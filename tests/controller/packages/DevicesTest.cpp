@@ -53,7 +53,7 @@ using TestSupport::BrokenLock;
 using TestSupport::PackageConfig;
 using TestSupport::privateMember;
 
-/** Answers which tests suit which devices, and notes in which order it was asked. */
+/// Answers which tests suit which devices, and notes in which order it was asked.
 class SupportOnly final : public Diag::IDiagnostics {
  public:
   typedef std::pair<std::string, int> Pair;
@@ -102,7 +102,7 @@ class DevicesTest : public ::testing::Test {
     m_package->initialize(config.writeTo(m_directory).c_str());
   }
 
-  /** Hands devices with these disable names over, named "first", "second" and "third". */
+  /// Hands devices with these disable names over, named "first", "second" and "third".
   void enumerate(const std::vector<std::string>& disableNames) {
     static const char* const names[] = {"first", "second", "third"};
     VirtualDeviceVector devices;
@@ -368,7 +368,7 @@ TEST_F(DevicesTest, lists_can_be_filled_by_hand) {
 
 // --- Locks that cannot be taken, which the library's own always can
 
-/** A lookup, and the operation that its failure names. */
+/// A lookup, and the operation that its failure names.
 struct LockedLookup {
   const char* text;
   std::function<void()> call;

@@ -39,7 +39,7 @@ PACKAGE_EXPORT void setPackageLogDir(const char*) {}
 
 #ifdef THROWING
 namespace {
-/** Of the controller's family, but what becomes of it is told by code of this library. */
+/// Of the controller's family, but what becomes of it is told by code of this library.
 class OutOfOrder final : public TarvexDiags::DiagCtrl::DiagCtrlObjectNotFound {
  public:
   OutOfOrder() : DiagCtrlObjectNotFound(ObjectNotFound, __LINE__, __FILE__, "OutOfOrder") {}

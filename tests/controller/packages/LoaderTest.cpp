@@ -67,7 +67,7 @@ class LoaderTest : public ::testing::Test {
   }
   pDllHandle loadModule(const std::string& name) { return load(moduleFile(name)); }
 
-  /** A scripted package, open, which knows its name. */
+  /// A scripted package, open, which knows its name.
   pDllHandle loadScripted(const std::string& name) {
     m_packages.add(name);
     const pDllHandle handle = load(m_packages.libraryPath(name));
@@ -308,7 +308,7 @@ TEST_F(UnloadableTest, an_unresolved_symbol_fails_at_once) {
   EXPECT_TRUE(m_trace.contains("noLibraryHasThis"));
 }
 
-/** The file offset behind the last byte that the loader maps. */
+/// The file offset behind the last byte that the loader maps.
 std::size_t endOfSegments(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
   ElfW(Ehdr) header;
@@ -403,7 +403,7 @@ TEST_F(LoaderTest, a_release_whose_lock_fails_closes_nothing) {
   EXPECT_TRUE(isMapped(moduleFile("loader_complete")));
 }
 
-/** A handle that the loader knows and refuses to close: nobody opened it. */
+/// A handle that the loader knows and refuses to close: nobody opened it.
 void* handleOfTheLoadedFramework() {
   Dl_info info;
   link_map* map = nullptr;

@@ -24,7 +24,7 @@ using testing::SizeIs;
 
 class ControlTest : public PipelineTest {
  protected:
-  /** One request inside the package. @return its id. */
+  /// One request inside the package. @return its id.
   unsigned long queueHeld(int passes = 1) {
     alpha.holdRuns();
     const unsigned long id = harness.queue("ALPHA", 1, {1}, settings(passes));
@@ -277,7 +277,7 @@ TEST_F(ControlTest, abort_all_waits_its_turn_although_a_shut_down_is_waiting) {
   EXPECT_EQ(alpha.count(Call::Abort), 1U);
 }
 
-/** The list of unfinished requests names an id that the map has lost. */
+/// The list of unfinished requests names an id that the map has lost.
 class VanishedIdTest : public ControlTest {
  protected:
   VanishedIdTest() {

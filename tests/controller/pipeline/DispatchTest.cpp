@@ -40,7 +40,7 @@ class DispatchTest : public PipelineTest {
               Controller::SUCCESS);
     return id;
   }
-  /** The devices of the passes so far, in the order of their begin. */
+  /// The devices of the passes so far, in the order of their begin.
   Lines devicesRun() const {
     Lines devices;
     for (const CallRecord& run : alpha.calls(Call::RunEnter)) {
@@ -62,7 +62,7 @@ class DispatchTest : public PipelineTest {
   }
 };
 
-/** The same in SERIAL and in PARALLEL. */
+/// The same in SERIAL and in PARALLEL.
 class DispatchInBothModes : public DispatchTest, public testing::WithParamInterface<bool> {
  protected:
   void start() { startIn(GetParam()); }

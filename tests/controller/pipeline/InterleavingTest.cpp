@@ -25,7 +25,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/** A number of rounds, multiplied by TARVEX_PIPELINE_FACTOR for long runs by hand. */
+/// A number of rounds, multiplied by TARVEX_PIPELINE_FACTOR for long runs by hand.
 int rounds(int normal) {
   const char* const factor = std::getenv("TARVEX_PIPELINE_FACTOR");
   return normal * std::max(1, factor == nullptr ? 1 : std::atoi(factor));
@@ -45,14 +45,14 @@ class InterleavingTest : public PipelineTest {
               Controller::SUCCESS);
     return m_lastId;
   }
-  /** The entries of a request in the queues while the dispatcher has none in its hands. */
+  /// The entries of a request in the queues while the dispatcher has none in its hands.
   int entriesAtRest(unsigned long id) {
     managers().mmtxTestReqChangeLock.lock(0);
     const int entries = managers().countQueuedEntries(&request(id));
     managers().mmtxTestReqChangeLock.unlock();
     return entries;
   }
-  /** The monitor has given the object of each request back, and only once. */
+  /// The monitor has given the object of each request back, and only once.
   void expectAllObjectsGone() {
     EXPECT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
     EXPECT_EQ(alpha.count(Call::DestroyDiagnostics), alpha.count(Call::GetDiagnostics));
@@ -342,7 +342,7 @@ std::string stepName(const testing::TestParamInfo<StepCase>& info) {
          (info.param.isParallel ? "Parallel" : "Serial") + std::to_string(info.param.passes);
 }
 
-/** A thread of the pipeline is stopped in front of each of its locks in turn, and a client acts. */
+/// A thread of the pipeline is stopped in front of each of its locks in turn, and a client acts.
 class EveryStepTest : public InterleavingTest, public testing::WithParamInterface<StepCase> {
  protected:
   void start() {
@@ -351,10 +351,8 @@ class EveryStepTest : public InterleavingTest, public testing::WithParamInterfac
     // The phase stays ACTIVE from now on: only a time-out could end it.
     ASSERT_TRUE(harness.awaitEnd(queueOn(2)));
   }
-  /**
-   * Runs one request per step; act gets its id while the actor stands still. Until the request has
-   * ended, insist gets its id again and again.
-   */
+  /// Runs one request per step; act gets its id while the actor stands still. Until the request has
+  /// ended, insist gets its id again and again.
   template <class Act, class Check>
   void atEveryStep(Act act, Check check, std::function<void(unsigned long)> insist = nullptr) {
     const unsigned int stride = rounds(1) > 1 ? 1 : 3;
@@ -455,7 +453,7 @@ TEST_P(EveryStepTest, abort_all_ends_everything) {
   expectIdle();
 }
 
-/** A new controller for each step, so fewer of them. */
+/// A new controller for each step, so fewer of them.
 class ShutDownAtStepTest : public testing::TestWithParam<StepCase> {};
 
 INSTANTIATE_TEST_SUITE_P(Actors, ShutDownAtStepTest,

@@ -21,7 +21,7 @@ using testing::SizeIs;
 
 class LeftOverReportTest : public PipelineTest {
  protected:
-  /** Starts a request whose first pass is over and judged, and whose second is not dispatched. */
+  /// Starts a request whose first pass is over and judged, and whose second is not dispatched.
   unsigned long queueBetweenPasses(int passes) {
     alpha.holdRuns();
     const unsigned long id = harness.queue("ALPHA", 1, {1}, settings(passes));
@@ -49,7 +49,7 @@ class LeftOverReportTest : public PipelineTest {
 class LeftOverReportAtEveryStep : public LeftOverReportTest,
                                   public testing::WithParamInterface<int> {
  protected:
-  /** @return false if the poll takes fewer locks than that. */
+  /// @return false if the poll takes fewer locks than that.
   bool nextPassBeginsAt(unsigned int step) {
     Barrier monitorStands;
     std::atomic<int> drained{0};
@@ -155,14 +155,12 @@ TEST_F(LeftOverReportTest, a_late_verdict_on_one_pass_does_not_end_the_serial_wa
   EXPECT_TRUE(eventually([&] { return alpha.mostRunning() > 1; })) << "the verdict on it does";
 }
 
-/**
- * The dispatcher is stopped behind the first verdict, and the monitor in front of each of its locks
- * in the second one, which is on the same pass. The dispatcher goes on first: it starts the next
- * pass and waits for the verdict on that.
- */
+/// The dispatcher is stopped behind the first verdict, and the monitor in front of each of its
+/// locks in the second one, which is on the same pass. The dispatcher goes on first: it starts the
+/// next pass and waits for the verdict on that.
 class SerialLeftOverReportTest : public LeftOverReportTest {
  protected:
-  /** @return false if the second poll takes fewer locks than that. */
+  /// @return false if the second poll takes fewer locks than that.
   bool secondVerdictEndsAt(unsigned int step) {
     Barrier dispatcherStands;
     Barrier monitorStands;

@@ -287,7 +287,7 @@ TEST_F(MonitorTest, progress_is_traced_at_every_poll) {
 // ---- Verdicts on aborted and halted requests
 // -----------------------------------------------------
 
-/** An aborted request whose package reports completion while its pass is still unwinding. */
+/// An aborted request whose package reports completion while its pass is still unwinding.
 class UnwindingTest : public MonitorTest {
  protected:
   void abortOne() {
@@ -397,10 +397,10 @@ TEST_F(MonitorTest, the_last_events_of_a_request_that_never_completes_are_draine
 // ---- What a package throws at the monitor
 // --------------------------------------------------------
 
-/** A package that uses the controller's own lock exception, which each step of a poll bears. */
+/// A package that uses the controller's own lock exception, which each step of a poll bears.
 class LockFailureTest : public MonitorTest {
  protected:
-  /** One request from queue to end, with a call of its package that throws so many times. */
+  /// One request from queue to end, with a call of its package that throws so many times.
   void runWhileFailing(Call call, int times) {
     harness.trace();
     serial();
@@ -524,7 +524,7 @@ TEST_F(MonitorTest, a_request_under_way_keeps_the_controller_active) {
   EXPECT_EQ(harness.phase(), Phases::ACTIVE);
 }
 
-/** A whole package of which the second device cannot be queued. */
+/// A whole package of which the second device cannot be queued.
 class HalfFailedTest : public MonitorTest {
  protected:
   void queueHalf() {

@@ -23,11 +23,9 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * A controller whose threads wait for twenty milliseconds where they would wait for two seconds, so
- * that whatever comes with a time-out comes at once, with a package ALPHA of three tests and two
- * devices of different tags, "a/1" and "a/2". A test starts it with serial or parallel.
- */
+/// A controller whose threads wait for twenty milliseconds where they would wait for two seconds,
+/// so that whatever comes with a time-out comes at once, with a package ALPHA of three tests and
+/// two devices of different tags, "a/1" and "a/2". A test starts it with serial or parallel.
 class PipelineTest : public testing::Test {
  protected:
   typedef DiagCtrl::DiagnosticController Controller;
@@ -54,7 +52,7 @@ class PipelineTest : public testing::Test {
   }
   void startIn(bool isParallel) { isParallel ? parallel() : serial(); }
 
-  /** From now on only what is signalled happens soon. */
+  /// From now on only what is signalled happens soon.
   void forbidTimeOuts() { steps.setWaits(std::chrono::seconds(30)); }
   void allowTimeOuts() {
     steps.setWaits(std::chrono::milliseconds(20));
@@ -64,7 +62,7 @@ class PipelineTest : public testing::Test {
   }
   void wakeMonitor() { managers().getCondVarTRExecQueue().signal(); }
 
-  /** Lets the monitor poll so many times, each time everything that is pending. */
+  /// Lets the monitor poll so many times, each time everything that is pending.
   void pollTimes(int number) {
     for (int i = 0; i < number; ++i) {
       const unsigned long before = steps.waits(Actor::monitor);
@@ -81,7 +79,7 @@ class PipelineTest : public testing::Test {
   DiagCtrl::TestRequestManager& managers();
   DiagCtrl::ExecutionManagerThread& dispatcher();
   DiagCtrl::MonitorThread& monitor();
-  /** Workers that nobody has joined yet. Only while the monitor and the dispatcher are at rest. */
+  /// Workers that nobody has joined yet. Only while the monitor and the dispatcher are at rest.
   std::size_t workersKept();
   DiagCtrl::DiagnosticPackageInterface& packageInterface();
 
@@ -99,7 +97,7 @@ class PipelineTest : public testing::Test {
     made.setStressMode(true);
     return made;
   }
-  /** A pass that ends with this verdict. */
+  /// A pass that ends with this verdict.
   static Scripted::Pass ending(Result::TestResult verdict) {
     return {.results = {{.verdict = verdict}}};
   }

@@ -72,7 +72,7 @@ struct Start {
   void* argument;
 };
 
-/** Counted off also when the thread ends with pthread_exit. */
+/// Counted off also when the thread ends with pthread_exit.
 struct Living {
   Living() { ++sLiving; }
   ~Living() { --sLiving; }
@@ -93,7 +93,7 @@ Stop& stopOf(Actor actor) {
   return sStops[static_cast<std::size_t>(actor)];
 }
 
-/** The action that is due on this thread, if it is. */
+/// The action that is due on this thread, if it is.
 PipelineSteps::Action takeStep() {
   const std::lock_guard<std::mutex> hold(sMutex);
   Stop& stop = stopOf(sSelf);

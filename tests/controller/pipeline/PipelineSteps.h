@@ -10,21 +10,19 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** The kinds of thread of the pipeline, and a client's. */
+/// The kinds of thread of the pipeline, and a client's.
 enum class Actor : unsigned int { dispatcher, monitor, worker, client, none };
 
-/**
- * Forces the order in which the threads of the pipeline meet. The test program's own definitions of
- * pthread_create, pthread_mutex_trylock and pthread_cond_timedwait stand in front of the
- * platform's; they know the controller's threads and can stop one of them in front of any lock that
- * it takes.
- *
- *   PipelineSteps steps;
- *   steps.setWaits(std::chrono::hours(1));          // what is not signalled never happens
- *   steps.atLock(Actor::worker, 7, [&] { ... });    // in front of a worker's seventh lock
- *
- * One object at a time, made before the controller is initialised.
- */
+/// Forces the order in which the threads of the pipeline meet. The test program's own definitions
+/// of pthread_create, pthread_mutex_trylock and pthread_cond_timedwait stand in front of the
+/// platform's; they know the controller's threads and can stop one of them in front of any lock
+/// that it takes.
+///
+///   PipelineSteps steps;
+///   steps.setWaits(std::chrono::hours(1));          // what is not signalled never happens
+///   steps.atLock(Actor::worker, 7, [&] { ... });    // in front of a worker's seventh lock
+///
+/// One object at a time, made before the controller is initialised.
 class PipelineSteps {
  public:
   typedef std::function<void()> Action;
@@ -34,43 +32,39 @@ class PipelineSteps {
   PipelineSteps(const PipelineSteps&) = delete;
   PipelineSteps& operator=(const PipelineSteps&) = delete;
 
-  /** The length of each timed wait of the controller's threads, in place of two seconds. */
+  /// The length of each timed wait of the controller's threads, in place of two seconds.
   void setWaits(std::chrono::milliseconds length);
   void restoreWaits();
 
-  /** Timed waits of the actor so far, and the length in whole seconds that the latest asked for. */
+  /// Timed waits of the actor so far, and the length in whole seconds that the latest asked for.
   unsigned long waits(Actor actor) const;
-  /** How often the threads of an actor have tried to take a lock. */
+  /// How often the threads of an actor have tried to take a lock.
   unsigned long tries(Actor actor) const;
   long latestWait(Actor actor) const;
 
-  /**
-   * The action runs once, on the actor's thread, in front of its n-th lock from now on. It replaces
-   * one of the same actor that is still to come; those of other actors stay.
-   */
+  /// The action runs once, on the actor's thread, in front of its n-th lock from now on. It
+  /// replaces one of the same actor that is still to come; those of other actors stay.
   void atLock(Actor actor, unsigned int number, Action action);
-  /** Makes the calling thread a client that can be stopped like the controller's own threads. */
+  /// Makes the calling thread a client that can be stopped like the controller's own threads.
   static void actAsClient();
-  /** Whether the lock that was asked for last has come. */
+  /// Whether the lock that was asked for last has come.
   bool isReached() const;
-  /** Takes all actions away again; waits until those under way are over. */
+  /// Takes all actions away again; waits until those under way are over.
   void disarm();
 
-  /** The platform refuses the next so many workers. */
+  /// The platform refuses the next so many workers.
   void refuseWorkers(int number);
-  /** The loader refuses to load, or to release, the next so many libraries. */
+  /// The loader refuses to load, or to release, the next so many libraries.
   void refuseLoads(int number);
   void refuseReleases(int number);
-  /** Runs on the dispatcher's thread before each worker is created. */
+  /// Runs on the dispatcher's thread before each worker is created.
   void beforeWorkerIsCreated(Action action);
-  /** Threads of the pipeline that exist. */
+  /// Threads of the pipeline that exist.
   int livingThreads() const;
 };
 
-/**
- * What a test does on a thread of its own while a thread of the pipeline is stopped: until it has
- * ended or waits for something that the stopped thread holds. Joined in the end.
- */
+/// What a test does on a thread of its own while a thread of the pipeline is stopped: until it has
+/// ended or waits for something that the stopped thread holds. Joined in the end.
 class Interjection {
  public:
   explicit Interjection(std::function<void()> action) : m_companion(std::move(action)) {

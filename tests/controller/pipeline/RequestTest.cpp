@@ -37,7 +37,7 @@ using testing::IsEmpty;
 
 constexpr long kForEver = -1;
 
-/** A package's object that only counts how many of its kind there are. */
+/// A package's object that only counts how many of its kind there are.
 class CountedDiagnostics final : public IDiagnostics {
  public:
   CountedDiagnostics() { ++living; }
@@ -173,7 +173,7 @@ TEST_F(RequestTest, no_status_ever_overwrites_an_abort_that_comes_at_the_same_ti
   }
 }
 
-/** A status that another thread sets just after it was looked at. */
+/// A status that another thread sets just after it was looked at.
 struct ContestedStatus {
   TestRequest::TestRequestStatus value;
   TestRequest::TestRequestStatus next;

@@ -55,13 +55,13 @@ std::string moduleFile(const std::string& name) {
 
 class QueueingTest : public ControllerTest {
  protected:
-  /** A package of three tests and two devices, whose passes stay inside. */
+  /// A package of three tests and two devices, whose passes stay inside.
   void start() {
     alpha.setDevices(2).holdRuns();
     harness.start();
   }
 
-  /** What one form answers to these arguments, and whether the output is what it was. */
+  /// What one form answers to these arguments, and whether the output is what it was.
   struct Answer {
     Code code;
     bool isUntouched;
@@ -94,7 +94,7 @@ class QueueingTest : public ControllerTest {
              }}};
   }
 
-  /** Each form fails alike; the event is raised once, the lock is free and nothing is queued. */
+  /// Each form fails alike; the event is raised once, the lock is free and nothing is queued.
   void expectAllForms(Code code, const std::string& event, int package, unsigned int device,
                       DiagnosticSettings settings = ControllerHarness::settings()) {
     for (const auto& [name, form] : forms()) {
@@ -297,7 +297,7 @@ TEST_F(QueueingTest, a_package_whose_name_is_lost_is_a_package_not_found) {
 
 class UnloadableTest : public QueueingTest {
  protected:
-  /** From now on libraries are looked for in another directory. */
+  /// From now on libraries are looked for in another directory.
   void lookElsewhere() {
     const std::string path = ControlFile().packDirPath(elsewhere.path()).writeTo(elsewhere);
     ASSERT_EQ(controller().initialize(path.c_str()), INCORRECT_PHASE);
@@ -386,7 +386,7 @@ TEST_F(UnloadableTest, devices_before_the_one_that_fails_stay_queued_under_the_i
   EXPECT_TRUE(harness.awaitEnd(1) && harness.awaitEnd(later));
 }
 
-/** Ends its process itself: the loader keeps its lock once a library did not close. */
+/// Ends its process itself: the loader keeps its lock once a library did not close.
 class UnclosableTest : public UnloadableTest {
  protected:
   void TearDown() override { _exit(HasFailure() ? 1 : 0); }

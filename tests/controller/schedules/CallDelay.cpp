@@ -82,7 +82,7 @@ class Delays {
   }
 
  private:
-  /** "Space::Class::operation", without the arguments. */
+  /// "Space::Class::operation", without the arguments.
   static std::string nameOf(const char* symbol) {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> text(

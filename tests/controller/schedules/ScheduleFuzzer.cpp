@@ -51,7 +51,7 @@ const Plan& plan() {
   return made;
 }
 
-/** Spreads a number over all its bits. */
+/// Spreads a number over all its bits.
 std::uint64_t scatter(std::uint64_t number) {
   number += 0x9e3779b97f4a7c15;
   number = (number ^ (number >> 30)) * 0xbf58476d1ce4e5b9;
@@ -59,7 +59,7 @@ std::uint64_t scatter(std::uint64_t number) {
   return number ^ (number >> 31);
 }
 
-/** What a thread draws from; no constructor, so that it is there before and after all others. */
+/// What a thread draws from; no constructor, so that it is there before and after all others.
 struct Self {
   std::uint64_t place;
   std::uint64_t points;
@@ -85,7 +85,7 @@ void note(const char* call, std::uint64_t microseconds) {
   }
 }
 
-/** A point at which the thread may have to wait for a while. */
+/// A point at which the thread may have to wait for a while.
 void point(const char* call) {
   const Plan& set = plan();
   ++sSelf.points;

@@ -33,7 +33,7 @@ struct Outcome {
   milliseconds time{0};
 };
 
-/** Runs the probe in a shell, with these variables. */
+/// Runs the probe in a shell, with these variables.
 Outcome runProbe(const std::string& variables, int calls = 0) {
   const auto begin = std::chrono::steady_clock::now();
   const std::string command =
@@ -54,7 +54,7 @@ Outcome runProbe(const std::string& variables, int calls = 0) {
 
 class SchedulesTest : public testing::Test {
  protected:
-  /** One line for each sleep: thread, point, call, length in microseconds. */
+  /// One line for each sleep: thread, point, call, length in microseconds.
   std::vector<std::string> trailOf(const std::string& variables) {
     const std::string file = m_directory.path() + "/trail" + std::to_string(++m_trails);
     const Outcome outcome = runProbe(

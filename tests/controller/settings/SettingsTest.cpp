@@ -69,7 +69,7 @@ TEST(GlobalSettingsNumbers, are_fixed) {
 
 // --- The client's calls
 
-/** One setting behind one face: values as numbers. */
+/// One setting behind one face: values as numbers.
 struct Setting {
   const char* name;
   unsigned int largest;

@@ -38,7 +38,7 @@ Role quickRole(const std::string& name) {
   return {.devices = devicesOf(tags), .weight = 20};
 }
 
-/** In half of the lives, two with each run mode, most requests are for one package. */
+/// In half of the lives, two with each run mode, most requests are for one package.
 const char* favouriteOf(unsigned int seed) {
   static constexpr std::array<const char*, 4> favourites = {"STICKY", nullptr, nullptr, "WHOLE"};
   return favourites[seed / 2 % favourites.size()];

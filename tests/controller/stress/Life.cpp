@@ -33,11 +33,11 @@ constexpr unsigned int kClients = 6;
 constexpr std::size_t kMostPending = 40;
 constexpr auto kLongestShutDown = seconds(10);
 constexpr auto kLongestEnd = seconds(60);
-/** A refused request is told of once, then every two seconds, and stands in its queue twice. */
+/// A refused request is told of once, then every two seconds, and stands in its queue twice.
 constexpr double kSecondsBetweenRefusals = 2;
 constexpr int kEntriesOfRefused = 2;
 
-/** Ends the process when a life hangs: nothing could clear up behind it. */
+/// Ends the process when a life hangs: nothing could clear up behind it.
 class Watchdog {
  public:
   Watchdog(unsigned int seed, milliseconds limit)
@@ -77,7 +77,7 @@ bool isInside(unsigned long request) {
                      [&](const InsidePass& pass) { return pass.requestId == request; });
 }
 
-/** Makes the second call of some objects last for a while. */
+/// Makes the second call of some objects last for a while.
 Scripted::Hook slowSecondCall() {
   auto seen = std::make_shared<std::pair<std::mutex, std::map<unsigned long, int>>>();
   return [seen](const CallRecord& call) {
@@ -224,7 +224,7 @@ bool Life::isCrowded(Random& random) {
   return true;
 }
 
-/** Suspended requests hold the others up, and an abort of all leaves its ids on the list. */
+/// Suspended requests hold the others up, and an abort of all leaves its ids on the list.
 void Life::unblock(const std::vector<unsigned long>& pending) {
   std::vector<unsigned long> aborted;
   for (const unsigned long id : pending) {
@@ -302,7 +302,7 @@ void Life::abortAll() {
   }
 }
 
-/** A pass that was inside before a successful call, and still is, has heard of it. */
+/// A pass that was inside before a successful call, and still is, has heard of it.
 void Life::expectTold(const std::vector<InsidePass>& before, const std::string& call) {
   if (before.empty()) {
     return;
@@ -349,7 +349,7 @@ void Life::note(unsigned long id, const Queued& request) {
   m_newest = std::max(m_newest.load(), id);
 }
 
-/** Mostly one of the latest, sometimes an old one, or one that is yet to come. */
+/// Mostly one of the latest, sometimes an old one, or one that is yet to come.
 unsigned long Life::someId(Random& random) const {
   const unsigned long newest = m_newest;
   const unsigned long back = below(random, oneIn(random, 5) ? 500 : 30);

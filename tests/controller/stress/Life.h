@@ -19,7 +19,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** What a life is to be; everything else follows from the seed. */
+/// What a life is to be; everything else follows from the seed.
 struct LifePlan {
   unsigned int seed = 1;
   bool isParallel = false;
@@ -30,12 +30,12 @@ struct LifePlan {
   bool endsUnderLoad = false;              ///< the shut-down comes while tests run
 };
 
-/** One controller, from its start to its shut-down, and the clients that play with it. */
+/// One controller, from its start to its shut-down, and the clients that play with it.
 class Life {
  public:
   explicit Life(const LifePlan& plan);
 
-  /** @return the number of requests that were queued. */
+  /// @return the number of requests that were queued.
   unsigned long run();
 
  private:

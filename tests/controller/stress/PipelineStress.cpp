@@ -30,9 +30,7 @@ unsigned int firstSeed() {
   return static_cast<unsigned int>(numberFrom("TARVEX_STRESS_SEED", 1));
 }
 
-/**
- * Both modes, with long queues and with short ones; at every third seed a shut-down under load.
- */
+/// Both modes, with long queues and with short ones; at every third seed a shut-down under load.
 LifePlan planOf(unsigned int seed) {
   return {.seed = seed,
           .isParallel = seed % 2 == 0,

@@ -10,13 +10,11 @@
 
 namespace TarvexDiags::TestSupport {
 
-/**
- * Plans passes, each result with a code of its own, and knows which codes a request must deliver
- * and how many passes it had. Any thread may call anything.
- */
+/// Plans passes, each result with a code of its own, and knows which codes a request must deliver
+/// and how many passes it had. Any thread may call anything.
 class Planner {
  public:
-  /** Quick: passes that hardly last. */
+  /// Quick: passes that hardly last.
   Planner(unsigned int seed, bool isQuick) : m_seed(seed), m_isQuick(isQuick) {}
 
   Scripted::Pass plan(const Scripted::CallRecord& run, const Role& role);

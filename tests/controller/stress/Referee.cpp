@@ -21,7 +21,7 @@ std::vector<std::string> componentsOf(const std::string& tag) {
   return components;
 }
 
-/** A device excludes those of the same last component, and those below it. */
+/// A device excludes those of the same last component, and those below it.
 bool excludes(const std::string& one, const std::string& other) {
   const auto leaf = componentsOf(one).back();
   const auto components = componentsOf(other);

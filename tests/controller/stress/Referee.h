@@ -9,14 +9,14 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** Watches, from inside the packages, who runs beside whom. Any thread may call anything. */
+/// Watches, from inside the packages, who runs beside whom. Any thread may call anything.
 class Referee {
  public:
   explicit Referee(bool isSerial) : m_isSerial(isSerial) {}
 
   void watch(Scripted::Script& script, bool wantsMachine);
 
-  /** What a client has seen that must not be. */
+  /// What a client has seen that must not be.
   void report(const std::string& fault);
   std::set<std::string> faults();
 

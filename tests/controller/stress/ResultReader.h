@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::TestSupport {
 
-/** One registration for results, and how often each code was delivered to it. */
+/// One registration for results, and how often each code was delivered to it.
 class ResultReader {
  public:
   ResultReader(DiagCtrl::DiagnosticController& controller, DiagCtrl::CallBackObject& object)

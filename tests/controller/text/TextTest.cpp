@@ -38,14 +38,14 @@ class TextTest : public ControllerTest {
     harness.start();
   }
 
-  /** The text of a call that must succeed. */
+  /// The text of a call that must succeed.
   std::string textOf(const std::function<Code(char*&)>& ask) {
     char* text = nullptr;
     EXPECT_EQ(ask(text), SUCCESS);
     const std::unique_ptr<char[]> owned(text);
     return text == nullptr ? "<null>" : text;
   }
-  /** One that must fail, with the text untouched and one event, or none. */
+  /// One that must fail, with the text untouched and one event, or none.
   void expectFailure(Code code, const std::string& event, const std::function<Code(char*&)>& ask) {
     harness.forget();
     char* text = nullptr;

@@ -57,7 +57,7 @@ constexpr unsigned long requestLookup = lockedAccessor;
 constexpr unsigned long signal = method;
 constexpr unsigned long removeId = method + lock + requestLookup + lockedAccessor;
 
-/** An operation and the most yields that it may make. */
+/// An operation and the most yields that it may make.
 struct Row {
   const char* operation;
   unsigned long yields;
@@ -70,7 +70,7 @@ unsigned long yieldsOf(const std::function<void()>& act) {
   return yieldsOfThisThread() - before;
 }
 
-/** A lock that another thread holds just then costs more, so the best of some tries counts. */
+/// A lock that another thread holds just then costs more, so the best of some tries counts.
 void expectNoMore(const Row& row) {
   constexpr int tries = 20;
   unsigned long fewest = std::numeric_limits<unsigned long>::max();
@@ -366,14 +366,12 @@ TEST_F(YieldTest, a_control_call_yields_for_its_lookups_and_what_it_sets) {
   });
 }
 
-/**
- * The pipeline at work, one request at a time: what each thread yields on the way of a request.
- */
+/// The pipeline at work, one request at a time: what each thread yields on the way of a request.
 class PipelineYieldTest : public YieldTest {
  protected:
   typedef std::atomic<unsigned long>* Count;
 
-  /** The fewest yields of each stretch of the way, over some requests. */
+  /// The fewest yields of each stretch of the way, over some requests.
   struct Fewest {
     unsigned long dispatch = std::numeric_limits<unsigned long>::max();
     unsigned long workerToStart = dispatch;
@@ -426,7 +424,7 @@ class PipelineYieldTest : public YieldTest {
   }
 
  private:
-  /** Learns that the calling thread is that one, and reads its count. */
+  /// Learns that the calling thread is that one, and reads its count.
   static unsigned long count(std::atomic<Count>& whose) {
     whose = &yieldsOfThisThread();
     return *whose.load();

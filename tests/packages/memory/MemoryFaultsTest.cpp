@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t blocksOfRegion = 2 * Region::blocksInSlice + 3;
 
-/** @brief Flips one bit the n-th time that everything is written. */
+/// @brief Flips one bit the n-th time that everything is written.
 class FlippingSeam : public FaultSeam {
  public:
   FlippingSeam(std::size_t step, std::size_t word, int bit) : mStep(step), mWord(word), mBit(bit) {}
@@ -53,7 +53,7 @@ class MemoryTestsTest : public ::testing::TestWithParam<int> {
     return {report, observer.faults};
   }
 
-  /** How often a test asks for faults. */
+  /// How often a test asks for faults.
   std::size_t steps() {
     FlippingSeam counter(SIZE_MAX, 0, 0);
     runWith(bestKernels(), &counter);
@@ -120,7 +120,7 @@ TEST_P(MemoryTestsTest, request_to_stop_ends_it) {
 
 INSTANTIATE_TEST_SUITE_P(AllTests, MemoryTestsTest, ::testing::Range(1, 10));
 
-/** @brief A cell whose lowest bit cannot be cleared. */
+/// @brief A cell whose lowest bit cannot be cleared.
 class StuckCell : public FaultSeam {
  public:
   explicit StuckCell(std::size_t word) : mWord(word) {}
@@ -140,7 +140,7 @@ class StuckCell : public FaultSeam {
   std::uint64_t* mCell = nullptr;
 };
 
-/** @brief A bus that spoils a read, and reads right when asked again. */
+/// @brief A bus that spoils a read, and reads right when asked again.
 class DisturbedRead : public FaultSeam {
  public:
   void written(const Region& region, std::size_t step) override {
@@ -161,7 +161,7 @@ class DisturbedRead : public FaultSeam {
   std::uint64_t mRight = 0;
 };
 
-/** @brief An address line that is stuck: a write to the word with that line set arrives without. */
+/// @brief An address line that is stuck: a write to the word with that line set arrives without.
 class StuckAddressLine : public FaultSeam {
  public:
   StuckAddressLine(std::uint64_t* first, std::size_t words) : mFirst(first), mWords(words) {}

@@ -15,7 +15,7 @@
 
 namespace TarvexDiags::Memory {
 
-/** @brief Keeps what it hears. */
+/// @brief Keeps what it hears.
 class RecordingObserver : public Observer {
  public:
   bool stopRequested() override { return stop; }
@@ -46,8 +46,7 @@ inline std::unique_ptr<Region> smallRegion(Team& team, std::size_t blocks) {
   return region;
 }
 
-/** @brief The short forms of all tests: what a sweep finds does not depend on how many there are.
- */
+///  @brief The short forms of all tests: what a sweep finds does not depend on how many there are.
 inline TestOptions quickOptions() {
   TestOptions options;
   options.quick = true;

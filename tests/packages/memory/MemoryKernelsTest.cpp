@@ -16,7 +16,7 @@
 namespace TarvexDiags::Memory {
 namespace {
 
-/** @brief Memory for two blocks at the border of a line. */
+/// @brief Memory for two blocks at the border of a line.
 class Blocks {
  public:
   Blocks() : mData(static_cast<std::byte*>(::operator new(2 * blockBytes, alignment))) {

@@ -144,7 +144,7 @@ TEST(MemoryPackageObjectTest, object_is_gone_after_its_release) {
   EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
-/** @brief Lets a memory controller count errors while the test waits. */
+/// @brief Lets a memory controller count errors while the test waits.
 class CountingContext : public RecordingContext {
  public:
   CountingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)

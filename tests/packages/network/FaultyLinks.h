@@ -17,7 +17,7 @@
 
 namespace TarvexDiags::Network {
 
-/** @brief A connection with the faults that a test asks for, over a good one. Places are bytes. */
+/// @brief A connection with the faults that a test asks for, over a good one. Places are bytes.
 class FaultyStream : public StreamLink {
  public:
   static constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
@@ -87,7 +87,7 @@ class FaultyStream : public StreamLink {
   std::vector<std::byte> m_recent;
 };
 
-/** @brief A path for datagrams with the faults that a test asks for. Numbers count what is sent. */
+/// @brief A path for datagrams with the faults that a test asks for. Numbers count what is sent.
 class FaultyDatagrams : public DatagramLink {
  public:
   struct Faults {

@@ -440,7 +440,7 @@ TEST(NetworkDiscovery, LeavesOutWhatIsSwitchedOffOrMadeOfSoftware) {
 
 // --- From one interface to the other
 
-/** @brief In a namespace of its own, where nobody else's interfaces are, with a pair of its own. */
+/// @brief In a namespace of its own, where nobody else's interfaces are, with a pair of its own.
 class NetworkPair : public testing::Test {
  protected:
   void SetUp() override {

@@ -31,7 +31,7 @@ PackageDriver::Run runQuick(PackageDriver& driver, const std::string& device,
   return driver.run(device, tests, options);
 }
 
-/** @brief The warnings and errors of a run, for people to read when a test fails. */
+/// @brief The warnings and errors of a run, for people to read when a test fails.
 std::string complaintsOf(const PackageDriver::Run& run) {
   std::string text;
   for (const auto& event : run.events) {
@@ -101,7 +101,7 @@ TEST(NetworkPackageObject, IsGoneAfterItsRelease) {
   EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
-/** @brief In a namespace of its own, so that the pair is the only thing there besides "lo". */
+/// @brief In a namespace of its own, so that the pair is the only thing there besides "lo".
 class NetworkPackagePair : public testing::Test {
  protected:
   void SetUp() override {

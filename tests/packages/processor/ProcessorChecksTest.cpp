@@ -14,7 +14,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/** What to make of a result so that it is wrong: most are when any bit is flipped. */
+/// What to make of a result so that it is wrong: most are when any bit is flipped.
 SpoilingSeam::Spoil spoilFor(const std::string& instructionClass) {
   struct Special {
     const char* part;

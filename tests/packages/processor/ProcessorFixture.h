@@ -13,7 +13,7 @@
 
 namespace TarvexDiags::Processor {
 
-/** @brief Keeps what it hears. */
+/// @brief Keeps what it hears.
 class RecordingObserver : public Observer {
  public:
   bool stopRequested() override { return stop; }
@@ -25,7 +25,7 @@ class RecordingObserver : public Observer {
   std::vector<WrongResult> results;
 };
 
-/** @brief Spoils results of one instruction class, once. */
+/// @brief Spoils results of one instruction class, once.
 class SpoilingSeam : public ResultSeam {
  public:
   using Spoil = std::function<void(std::span<std::uint64_t> results)>;
@@ -49,8 +49,7 @@ class SpoilingSeam : public ResultSeam {
 
 constexpr int testedCore = 7;  // for reports alone: tests run wherever they may
 
-/** @brief The other CPU of this machine, or the same one where there is none: slow, but it works.
- */
+///  @brief The other CPU of this machine, or the same one where there is none: slow, but it works.
 inline int anyPartner() {
   return Common::allowedCpus().back();
 }

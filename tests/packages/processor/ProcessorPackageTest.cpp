@@ -37,7 +37,7 @@ class ProcessorPackageTest : public ::testing::Test {
     return driver.run(core, tests, options);
   }
 
-  /** A core on which this process may run. */
+  /// A core on which this process may run.
   std::string anyCore() const { return "cpu" + std::to_string(Common::allowedCpus().back()); }
 
   PackageDriver driver{TARVEX_PACKAGE_DIR, "processor"};
@@ -127,7 +127,7 @@ TEST(ProcessorPackageObjectTest, object_is_gone_after_its_release) {
   EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
-/** @brief Changes a counter of the machine once the test asks whether it shall stop. */
+/// @brief Changes a counter of the machine once the test asks whether it shall stop.
 class HeatingContext : public RecordingContext {
  public:
   HeatingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)

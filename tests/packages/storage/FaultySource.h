@@ -15,12 +15,10 @@
 
 namespace TarvexDiags::Storage {
 
-/**
- * @brief A disk with the faults that a test asks for, over a good one.
- *
- * A fault concerns transfers that touch its range of bytes. `times` says how many of them; the rest
- * go well.
- */
+/// @brief A disk with the faults that a test asks for, over a good one.
+///
+/// A fault concerns transfers that touch its range of bytes. `times` says how many of them; the
+/// rest go well.
 class FaultySource : public BlockSource {
  public:
   static constexpr int always = -1;
@@ -42,12 +40,12 @@ class FaultySource : public BlockSource {
   FaultySource& shortenWrites(std::uint64_t offset, int times) {
     return add(Kind::shorten, Direction::write, offset, 1, times, 0);
   }
-  /** @brief Flips a bit of the byte in what is read, after `good` right reads of it. */
+  /// @brief Flips a bit of the byte in what is read, after `good` right reads of it.
   FaultySource& flipReads(std::uint64_t offset, int good, int times = always) {
     add(Kind::none, Direction::read, offset, 1, good, 0);
     return add(Kind::flip, Direction::read, offset, 1, times, 0x10);
   }
-  /** @brief Every second read of the byte is wrong. */
+  /// @brief Every second read of the byte is wrong.
   FaultySource& flicker(std::uint64_t offset) {
     return add(Kind::flicker, Direction::read, offset, 1, always, 0x01);
   }
@@ -62,7 +60,7 @@ class FaultySource : public BlockSource {
   FaultySource& loseWrites(std::uint64_t offset) {
     return add(Kind::lose, Direction::write, offset, 1, always, 0);
   }
-  /** @brief Writes that touch `from` go to `to` as well. */
+  /// @brief Writes that touch `from` go to `to` as well.
   FaultySource& misdirectWrites(std::uint64_t from, std::uint64_t to) {
     m_misdirectedTo = to;
     return add(Kind::misdirect, Direction::write, from, 1, always, 0);
@@ -71,7 +69,7 @@ class FaultySource : public BlockSource {
     m_flushError = error;
     return *this;
   }
-  /** @brief What other programs seem to write: asked for each look. */
+  /// @brief What other programs seem to write: asked for each look.
   FaultySource& others(std::function<std::optional<WriteActivity>()> activity) {
     m_activity = std::move(activity);
     return *this;

@@ -20,7 +20,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-/** @brief A folder of its own, laid out as the kernel lays out /sys, and removed at the end. */
+/// @brief A folder of its own, laid out as the kernel lays out /sys, and removed at the end.
 class Tree {
  public:
   Tree() {
@@ -37,7 +37,7 @@ class Tree {
     return *this;
   }
 
-  /** @brief A disk, in "block" and in "class/block" as the kernel links it. */
+  /// @brief A disk, in "block" and in "class/block" as the kernel links it.
   Tree& disk(const std::string& name, const std::string& number, const std::string& sectors) {
     file("block/" + name + "/size", sectors);
     file("block/" + name + "/dev", number);
@@ -269,7 +269,7 @@ TEST(StorageHealth, NamesEachFaultOfAnNvmeDisk) {
   }
 }
 
-/** @brief What an ATA disk answers, as libatasmart keeps it: parts with a tag and a length each. */
+/// @brief What an ATA disk answers, as libatasmart keeps it: parts with a tag and a length each.
 class AtaRecording {
  public:
   AtaRecording() {

@@ -43,7 +43,7 @@ SourceOptions smallSlots(std::uint32_t slotSize = 64 * kib, unsigned int slots =
   return {.slots = slots, .slotSize = slotSize, .useUring = true};
 }
 
-/** @brief A file of random bytes, with no name. */
+/// @brief A file of random bytes, with no name.
 UniqueDescriptor randomFile(std::uint64_t size = diskSize) {
   UniqueDescriptor file = makeTemporaryFile(".", size);
   PageBuffer data(size);

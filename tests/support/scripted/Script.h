@@ -19,23 +19,21 @@
 #include "Diag/DiagnosticStatus.h"
 #include "System/Export.h"
 
-/**
- * What the scripted package does, set and watched by a test in the same process.
- *
- * The package is one shared object that a test copies under as many names as it wants packages
- * (see tests/support/PackageDirectory.h). Each of them asks the script of its name what its devices
- * are and how its passes go. Left alone it is a careful package; habits, hooks and forced values
- * make it a bad one.
- *
- *   Script& alpha = Script::of("ALPHA");
- *   alpha.setDevices({{.tag = "pci0/slot1", .name = "first"}});
- *   alpha.everyPass({.events = {{.code = 7}}, .results = {{.verdict = DiagnosticResult::FAILED}}});
- *   alpha.holdRuns();                      // passes stay inside until releaseRuns
- *   alpha.on(Call::Abort, [&](const CallRecord& call) { ... });
- */
+/// What the scripted package does, set and watched by a test in the same process.
+///
+/// The package is one shared object that a test copies under as many names as it wants packages
+/// (see tests/support/PackageDirectory.h). Each of them asks the script of its name what its
+/// devices are and how its passes go. Left alone it is a careful package; habits, hooks and forced
+/// values make it a bad one.
+///
+///   Script& alpha = Script::of("ALPHA");
+///   alpha.setDevices({{.tag = "pci0/slot1", .name = "first"}});
+///   alpha.everyPass({.events = {{.code = 7}}, .results = {{.verdict =
+///   DiagnosticResult::FAILED}}}); alpha.holdRuns();                      // passes stay inside
+///   until releaseRuns alpha.on(Call::Abort, [&](const CallRecord& call) { ... });
 namespace TarvexDiags::Scripted {
 
-/** Everything that a controller can do to a package, and the points of a pass. */
+/// Everything that a controller can do to a package, and the points of a pass.
 enum class Call : unsigned int {
   SetConfigFile,  ///< the exports
   SetLogDir,
@@ -61,7 +59,7 @@ enum class Call : unsigned int {
 
 TARVEXDIAGS_EXPORT const char* nameOf(Call call);
 
-/** One call as the package saw it. Fields that a call does not have stay as they are here. */
+/// One call as the package saw it. Fields that a call does not have stay as they are here.
 struct CallRecord {
   Call call = Call::Count;
   std::thread::id thread = {};
@@ -82,7 +80,7 @@ struct CallRecord {
   unsigned int deviceType = 0;  ///< GetDevices
 };
 
-/** "RunEnter first [1,2] request 3 pass 1", for messages of tests. */
+/// "RunEnter first [1,2] request 3 pass 1", for messages of tests.
 TARVEXDIAGS_EXPORT std::string describe(const CallRecord& record);
 
 struct Device {
@@ -105,7 +103,7 @@ struct Result {
   std::vector<std::string> parameters = {};
 };
 
-/** How one pass goes. What runDiagnostic returns has the worst verdict of the results. */
+/// How one pass goes. What runDiagnostic returns has the worst verdict of the results.
 struct Pass {
   std::vector<Event> events = {};      ///< queued when the pass begins
   std::vector<Event> lastEvents = {};  ///< queued when it ends, unless it was aborted
@@ -114,7 +112,7 @@ struct Pass {
   std::chrono::microseconds unwinding{0};  ///< from an abort to the end of the pass
 };
 
-/** What a package can get wrong. */
+/// What a package can get wrong.
 struct Habits {
   bool keepsReportingCompleted = false;  ///< never READY again between two passes
   bool completesEarly = false;           ///< COMPLETED, with its results, as soon as a pass begins
@@ -132,7 +130,7 @@ struct Habits {
   bool givesNoDiagnostics = false;
 };
 
-/** Objects of the package that exist. */
+/// Objects of the package that exist.
 struct Living {
   int diagnostics = 0;
   int enumerators = 0;
@@ -145,7 +143,7 @@ typedef std::function<void(const CallRecord&)> Hook;
 typedef std::function<Pass(const CallRecord&)> Plan;
 typedef std::function<bool(const std::string& device, int test)> SupportRule;
 
-/** A pass that is inside runDiagnostic, of whatever package of the process. */
+/// A pass that is inside runDiagnostic, of whatever package of the process.
 struct InsidePass {
   std::string package = {};
   unsigned int requestId = 0;
@@ -154,23 +152,21 @@ struct InsidePass {
   std::string tag = {};
   bool isToldToAbort = false;  ///< before it began, or since
 
-  /** Whether it is the same pass, whatever has become of it. */
+  /// Whether it is the same pass, whatever has become of it.
   bool isSameAs(const InsidePass& other) const {
     return package == other.package && object == other.object && run == other.run;
   }
 };
 
-/**
- * All packages of the process together: who is inside, and what no controller may ever do, noticed
- * where it happens, by the packages themselves.
- *
- * Thread-safety: any thread may call anything.
- */
+/// All packages of the process together: who is inside, and what no controller may ever do, noticed
+/// where it happens, by the packages themselves.
+///
+/// Thread-safety: any thread may call anything.
 class TARVEXDIAGS_EXPORT AllPackages {
  public:
   static std::vector<InsidePass> inside();
-  /** A line for each pass that began on a device, or for a request, for which another was inside.
-   *  Devices are one and the same if the last parts of their tags are equal. The first hundred. */
+  ///  A line for each pass that began on a device, or for a request, for which another was inside.
+  ///  Devices are one and the same if the last parts of their tags are equal. The first hundred.
   static std::vector<std::string> collisions();
   static void forgetCollisions();
 
@@ -180,24 +176,22 @@ class TARVEXDIAGS_EXPORT AllPackages {
   static void noteAbort(const void* who);
 };
 
-/** A pass that is inside runDiagnostic, as the script reaches it. */
+/// A pass that is inside runDiagnostic, as the script reaches it.
 class TARVEXDIAGS_EXPORT RunningPass {
  public:
   virtual ~RunningPass();
-  /** Called with the script's mutex held. */
+  /// Called with the script's mutex held.
   virtual void queueEvent(const Event& event) = 0;
 };
 
-/**
- * The script and the log of one package. Lives as long as the process.
- *
- * Thread-safety: any thread may call anything. Hooks and plans run on the thread that called the
- * package, without a lock; what a hook throws leaves the package (and ends the process where the
- * call is a destructor).
- */
+/// The script and the log of one package. Lives as long as the process.
+///
+/// Thread-safety: any thread may call anything. Hooks and plans run on the thread that called the
+/// package, without a lock; what a hook throws leaves the package (and ends the process where the
+/// call is a destructor).
 class TARVEXDIAGS_EXPORT Script {
  public:
-  /** The script of a package, made on first use. */
+  /// The script of a package, made on first use.
   static Script& of(const std::string& package);
 
   Script(const Script&) = delete;
@@ -207,27 +201,27 @@ class TARVEXDIAGS_EXPORT Script {
 
   // ---- The scene ---------------------------------------------------------------------------
 
-  /** One device, named as the package with "-device", unless this is called. */
+  /// One device, named as the package with "-device", unless this is called.
   Script& setDevices(std::vector<Device> devices);
-  /** count devices, named "PACKAGE-1" and so on, with the tags "PACKAGE/PACKAGE-1": their last
-   *  parts, which alone count, are told apart from those of other packages. */
+  ///  count devices, named "PACKAGE-1" and so on, with the tags "PACKAGE/PACKAGE-1": their last
+  ///  parts, which alone count, are told apart from those of other packages.
   Script& setDevices(int count);
   Script& setDeviceStatus(const std::string& device, unsigned int status);
-  /** Every pair is supported unless a rule says no. */
+  /// Every pair is supported unless a rule says no.
   Script& setSupport(SupportRule rule);
 
-  /** How passes go; the latest of the two calls holds. A plan sees the record of RunEnter. */
+  /// How passes go; the latest of the two calls holds. A plan sees the record of RunEnter.
   Script& everyPass(Pass pass);
   Script& planPasses(Plan plan);
-  /** The verdict of a pass that was aborted. UNUSUAL_STATUS unless set. */
+  /// The verdict of a pass that was aborted. UNUSUAL_STATUS unless set.
   Script& setAbortedVerdict(Diag::DiagnosticResult::TestResult verdict);
 
-  /** What the package reports while a pass is inside: 0 unless set; 100 afterwards. */
+  /// What the package reports while a pass is inside: 0 unless set; 100 afterwards.
   Script& setProgress(unsigned int progress);
   Script& setTimeRemaining(int seconds);
-  /** The pass count in the status, in place of the number of passes that ended. */
+  /// The pass count in the status, in place of the number of passes that ended.
   Script& setReportedPassCount(std::optional<unsigned int> passCount);
-  /** The status, whatever the truth is; an empty value lets the truth be told again. */
+  /// The status, whatever the truth is; an empty value lets the truth be told again.
   Script& forceStatus(std::optional<Diag::DiagnosticStatus::Status> status);
 
   Script& setHabits(Habits habits);
@@ -235,49 +229,49 @@ class TARVEXDIAGS_EXPORT Script {
 
   // ---- Forcing an order --------------------------------------------------------------------
 
-  /** Called at each such call, before the package acts on it. An empty function takes it away. */
+  /// Called at each such call, before the package acts on it. An empty function takes it away.
   Script& on(Call call, Hook hook);
-  /** The call throws std::runtime_error with this text. */
+  /// The call throws std::runtime_error with this text.
   Script& throwAt(Call call, const std::string& text);
 
-  /** Passes stay inside until they are released or aborted. */
+  /// Passes stay inside until they are released or aborted.
   Script& holdRuns();
   Script& holdRunsOn(const std::string& device);
-  /** Lets every held pass go, and no longer holds any. */
+  /// Lets every held pass go, and no longer holds any.
   Script& releaseRuns();
   Script& releaseRunsOn(const std::string& device);
 
-  /** Queues an event in each pass that is inside. @return the number of passes. */
+  /// Queues an event in each pass that is inside. @return the number of passes.
   int emit(const Event& event);
 
   // ---- The log -----------------------------------------------------------------------------
 
-  /** The calls so far, oldest first. Polls (status, events, results) only if they are recorded. */
+  /// The calls so far, oldest first. Polls (status, events, results) only if they are recorded.
   std::vector<CallRecord> calls() const;
   std::vector<CallRecord> calls(Call call) const;
-  /** All calls so far, polls included, also those that were not recorded. */
+  /// All calls so far, polls included, also those that were not recorded.
   unsigned long count(Call call) const;
   Living living() const;
-  /** Passes inside runDiagnostic. */
+  /// Passes inside runDiagnostic.
   int running() const;
-  /** Most passes of this package that were inside at the same time. */
+  /// Most passes of this package that were inside at the same time.
   int mostRunning() const;
 
-  /** Waits until there were that many such calls. @return false after the time. */
+  /// Waits until there were that many such calls. @return false after the time.
   bool awaitCalls(Call call, unsigned long number = 1,
                   std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
-  /** Waits until exactly that many passes are inside. */
+  /// Waits until exactly that many passes are inside.
   bool awaitRunning(int number, std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
 
-  /** Polls are many, so they are only counted unless this was called. */
+  /// Polls are many, so they are only counted unless this was called.
   Script& recordPolls(bool record = true);
-  /** For long runs: only count. */
+  /// For long runs: only count.
   Script& recordNothing();
   void clearLog();
 
   // ---- For the package ---------------------------------------------------------------------
 
-  /** Notes a call, and with it the pass that begins, if one does; then runs the call's hook. */
+  /// Notes a call, and with it the pass that begins, if one does; then runs the call's hook.
   void enter(CallRecord record, RunningPass* begins = nullptr);
   std::vector<Device> devices() const;
   unsigned int deviceStatus(const std::string& device) const;
@@ -286,9 +280,9 @@ class TARVEXDIAGS_EXPORT Script {
   void addLiving(int Living::*kind, int difference);
   unsigned long nextObject();
 
-  /** Guards the state of the package's passes as well, so that one wait covers both. */
+  /// Guards the state of the package's passes as well, so that one wait covers both.
   std::mutex& mutex() const { return m_mutex; }
-  /** Signalled when a pass may have to look again. */
+  /// Signalled when a pass may have to look again.
   std::condition_variable& changed() const { return m_changed; }
 
   // With the mutex held.

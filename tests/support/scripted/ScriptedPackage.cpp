@@ -47,7 +47,7 @@ using TarvexDiags::Scripted::Script;
 
 typedef std::unique_lock<std::mutex> Lock;
 
-/** The script of this copy of the shared object: its own, since each copy has its own variables. */
+/// The script of this copy of the shared object: its own, since each copy has its own variables.
 std::atomic<Script*> ownScript{nullptr};
 
 Script& script() {
@@ -55,7 +55,7 @@ Script& script() {
   return own != nullptr ? *own : Script::of("");
 }
 
-/** "/some/where/NAME.cfg" is of the package NAME. */
+/// "/some/where/NAME.cfg" is of the package NAME.
 std::string baseNameOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   const std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -66,7 +66,7 @@ std::string textOf(const char* text) {
   return text == nullptr ? "<null>" : text;
 }
 
-/** Counts an object among the living. */
+/// Counts an object among the living.
 class Counted {
  public:
   Counted(Script& arScript, int Living::*kind) : m_script(arScript), m_kind(kind) {
@@ -144,7 +144,7 @@ std::vector<Message*>* handOver(std::deque<std::unique_ptr<Message>>& queue, boo
   return messages.release();
 }
 
-/** The tests of the package, for one request. The script's mutex guards all of its state. */
+/// The tests of the package, for one request. The script's mutex guards all of its state.
 class ScriptedDiagnostics final : public IDiagnostics, private RunningPass {
  public:
   explicit ScriptedDiagnostics(Script& arScript)
@@ -193,7 +193,7 @@ class ScriptedDiagnostics final : public IDiagnostics, private RunningPass {
   DiagnosticResult m_returned;
 };
 
-/** A pass is inside, also when something is thrown out of it. */
+/// A pass is inside, also when something is thrown out of it.
 class ScriptedDiagnostics::Inside {
  public:
   explicit Inside(ScriptedDiagnostics& owner) : m_owner(owner) {}
@@ -240,7 +240,7 @@ DiagnosticResult* ScriptedDiagnostics::runDiagnostic(VirtualDevice& device,
   return &m_returned;
 }
 
-/** @return whether an abort came first, so that the device is not to be touched. */
+/// @return whether an abort came first, so that the device is not to be touched.
 bool ScriptedDiagnostics::begin(VirtualDevice& device, const DiagnosticSettings& settings) {
   const Lock lock(m_script.mutex());
   m_latest.requestId = settings.getTestRequestId();
@@ -278,7 +278,7 @@ void ScriptedDiagnostics::perform(const Pass& pass, const std::string& device) {
   stay(lock, pass, device);
 }
 
-/** Stays inside until the pass is over, let go and not suspended, or was aborted and unwound. */
+/// Stays inside until the pass is over, let go and not suspended, or was aborted and unwound.
 void ScriptedDiagnostics::stay(Lock& lock, const Pass& pass, const std::string& device) {
   const auto end = std::chrono::steady_clock::now() + pass.duration;
   while (!mustEnd()) {
@@ -363,12 +363,12 @@ DiagnosticStatus ScriptedDiagnostics::getDiagnosticStatus() {
   return m_script.report(status(), m_ended);
 }
 
-/** A pass that has been reported as over is joined by the host and never resumed: it goes on. */
+/// A pass that has been reported as over is joined by the host and never resumed: it goes on.
 bool ScriptedDiagnostics::isSuspended() const {
   return m_suspended && status() != DiagnosticStatus::COMPLETED;
 }
 
-/** EXECUTING while events are queued, so that a poll that sees the end has seen all events. */
+/// EXECUTING while events are queued, so that a poll that sees the end has seen all events.
 DiagnosticStatus::Status ScriptedDiagnostics::status() const {
   const Habits& habits = m_script.currentHabits();
   if (m_inside) {

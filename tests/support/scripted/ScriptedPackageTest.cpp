@@ -47,7 +47,7 @@ std::vector<std::unique_ptr<Message>> owned(std::vector<Message*>* handedOut) {
   return messages;
 }
 
-/** A copy of the shared object, opened as a controller opens it. */
+/// A copy of the shared object, opened as a controller opens it.
 class OpenPackage {
  public:
   OpenPackage(const TestSupport::PackageDirectory& directory, const std::string& name)
@@ -272,7 +272,7 @@ TEST_F(ScriptedPackageTest, passes_are_planned_from_what_they_are) {
   EXPECT_EQ(run()->getTestResult(), DiagnosticResult::FAILED);
 }
 
-/** What a client sees of two passes, each with one event, one by one. */
+/// What a client sees of two passes, each with one event, one by one.
 std::string storyOf(IDiagnostics& diagnostics, DeviceEnum::VirtualDevice& device,
                     DiagnosticSettings& settings, Script& script) {
   std::string story;
