@@ -75,51 +75,51 @@ class SilentObserver : public Observer {
 
 class MemoryComparison {
  public:
-  explicit MemoryComparison(const Arguments& arguments) : mArguments(arguments) {
+  explicit MemoryComparison(const Arguments& arguments) : m_arguments(arguments) {
     std::string reason;
     const double seconds = secondsOf([&] {
-      mRegion = Region::map(
-          arguments.megabytes << 20, -1, mTeam, [] { return false; }, reason);
+      m_region = Region::map(
+          arguments.megabytes << 20, -1, m_team, [] { return false; }, reason);
     });
-    if (mRegion == nullptr) {
+    if (m_region == nullptr) {
       std::fprintf(stderr, "%s\n", reason.c_str());
       std::exit(1);
     }
     std::printf("Memory: %zu MiB, %zu threads, kernels %s, bare loops %s, %d rounds\n",
-                arguments.megabytes, mTeam.size(), bestKernels().name, bestBareLoops().name,
+                arguments.megabytes, m_team.size(), bestKernels().name, bestBareLoops().name,
                 arguments.rounds);
     std::printf("Mapping, populating and locking it, once: %.3f s\n\n", seconds);
   }
 
   bool run() {
     measureOurs();  // a round that does not count: clocks and tables settle
-    mComparison = Comparison("GB/s");
-    for (int round = 0; round < mArguments.rounds; ++round) {
+    m_comparison = Comparison("GB/s");
+    for (int round = 0; round < m_arguments.rounds; ++round) {
       measureOurs();
       measurePeers();
     }
-    mComparison.printFigures();
+    m_comparison.printFigures();
     Comparison::printRatioHead();
-    bool good = mComparison.printRatio(ownWrite, bareWrite, 0.95);
-    good &= mComparison.printRatio(ownWrite, memtesterSolid, 1.6);
-    good &= mComparison.printRatio(ownMarch, bareMarch, 0.95);
-    good &= mComparison.printRatio(ownMarch, stressapptest, 1.4);
-    good &= mComparison.printRatio(ownMarch, memtesterSolid, 2);
-    good &= mComparison.printRatio(ownRandom, memtesterRandom, 20);
+    bool good = m_comparison.printRatio(ownWrite, bareWrite, 0.95);
+    good &= m_comparison.printRatio(ownWrite, memtesterSolid, 1.6);
+    good &= m_comparison.printRatio(ownMarch, bareMarch, 0.95);
+    good &= m_comparison.printRatio(ownMarch, stressapptest, 1.4);
+    good &= m_comparison.printRatio(ownMarch, memtesterSolid, 2);
+    good &= m_comparison.printRatio(ownRandom, memtesterRandom, 20);
     return good;
   }
 
  private:
   double rate(double seconds, double passes) const {
-    return static_cast<double>(mRegion->bytes()) * passes / seconds / 1e9;
+    return static_cast<double>(m_region->bytes()) * passes / seconds / 1e9;
   }
 
   /// @brief Each thread takes its half, as a bare loop would.
   void bare(const std::function<bool(std::byte* data, std::size_t bytes)>& loop) {
     std::atomic<std::size_t> share{0};
-    const std::size_t bytes = mRegion->bytes() / mTeam.size() / lineBytes * lineBytes;
-    mTeam.onAll([&] {
-      if (!loop(mRegion->data() + share++ * bytes, bytes)) {
+    const std::size_t bytes = m_region->bytes() / m_team.size() / lineBytes * lineBytes;
+    m_team.onAll([&] {
+      if (!loop(m_region->data() + share++ * bytes, bytes)) {
         std::abort();
       }
     });
@@ -142,7 +142,7 @@ class MemoryComparison {
   }
 
   void measureOurs() {
-    Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+    Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
     const Pattern pattern = Pattern::constant(solid);
     const Pattern inverse = Pattern::constant(~solid);
     const Pattern random = Pattern::random(1);
@@ -174,14 +174,14 @@ class MemoryComparison {
       }
     }
     for (std::size_t index = 0; index < works.size(); ++index) {
-      mComparison.add(works[index].first, rate(seconds[index], index < 2 ? 4 : 8));
+      m_comparison.add(works[index].first, rate(seconds[index], index < 2 ? 4 : 8));
     }
-    mComparison.add(ownRandom,
-                    rate(secondsOf([&] {
-                           sweeper.run({Sweep{.next = random}, Sweep{.expected = random}});
-                         }),
-                         1));
-    mComparison.add(
+    m_comparison.add(ownRandom,
+                     rate(secondsOf([&] {
+                            sweeper.run({Sweep{.next = random}, Sweep{.expected = random}});
+                          }),
+                          1));
+    m_comparison.add(
         ownRandomMarch,
         rate(secondsOf([&] { sweeper.run(Sweep{.expected = random, .next = otherRandom}); }), 1));
   }
@@ -189,7 +189,7 @@ class MemoryComparison {
   /// @brief A test of memtester alone; its passes write and compare all of the memory.
   double memtesterSeconds(const std::string& mask) const {
     const std::string command = "MEMTESTER_TEST_MASK=" + mask + " memtester " +
-                                std::to_string(mArguments.peerMegabytes) + "M 1 2>/dev/null";
+                                std::to_string(m_arguments.peerMegabytes) + "M 1 2>/dev/null";
     bool ran = false;
     const double seconds = secondsOf([&] { ran = !outputOf(command).empty(); });
     return ran ? seconds : 0;
@@ -198,30 +198,30 @@ class MemoryComparison {
   void measurePeers() {
     // The masks are the tests' places in its list; a place beyond the list leaves what always runs.
     const double always = memtesterSeconds("0x40000000");
-    const double bytes = static_cast<double>(mArguments.peerMegabytes << 20);
+    const double bytes = static_cast<double>(m_arguments.peerMegabytes << 20);
     if (always > 0) {
-      mComparison.add(memtesterSolid, bytes * 64 / (memtesterSeconds("0x100") - always) / 1e9);
-      mComparison.add(memtesterRandom, bytes / (memtesterSeconds("0x01") - always) / 1e9);
+      m_comparison.add(memtesterSolid, bytes * 64 / (memtesterSeconds("0x100") - always) / 1e9);
+      m_comparison.add(memtesterRandom, bytes / (memtesterSeconds("0x01") - always) / 1e9);
     }
     const std::string output =
-        outputOf("stressapptest -m 2 -M " + std::to_string(mArguments.megabytes) + " -s " +
-                 std::to_string(mArguments.seconds) + " 2>/dev/null");
+        outputOf("stressapptest -m 2 -M " + std::to_string(m_arguments.megabytes) + " -s " +
+                 std::to_string(m_arguments.seconds) + " 2>/dev/null");
     std::smatch match;
     if (std::regex_search(output, match, std::regex("Memory Copy: .* at ([0-9.]+)MB/s"))) {
       // It counts what it reads and what it writes; it verifies what it reads.
-      mComparison.add(stressapptest, std::stod(match[1]) * 1048576 / 2 / 1e9);
+      m_comparison.add(stressapptest, std::stod(match[1]) * 1048576 / 2 / 1e9);
     }
   }
 
-  Arguments mArguments;
-  Team mTeam{[] {
+  Arguments m_arguments;
+  Team m_team{[] {
     std::vector<int> cpus = Common::allowedCpus();
     cpus.resize(2, cpus.front());
     return cpus;
   }()};
-  std::unique_ptr<Region> mRegion;
-  SilentObserver mObserver;
-  Comparison mComparison{"GB/s"};
+  std::unique_ptr<Region> m_region;
+  SilentObserver m_observer;
+  Comparison m_comparison{"GB/s"};
 };
 
 }  // namespace

@@ -23,25 +23,25 @@ inline double medianOf(std::vector<double> figures) {
 /// @brief Collects one figure a round for each candidate. Thread-safety: one thread.
 class Comparison {
  public:
-  explicit Comparison(std::string unit) : mUnit(std::move(unit)) {}
+  explicit Comparison(std::string unit) : m_unit(std::move(unit)) {}
 
   void add(const std::string& candidate, double figure) {
-    if (mFigures.find(candidate) == mFigures.end()) {
-      mOrder.push_back(candidate);
+    if (m_figures.find(candidate) == m_figures.end()) {
+      m_order.push_back(candidate);
     }
-    mFigures[candidate].push_back(figure);
+    m_figures[candidate].push_back(figure);
   }
 
   double median(const std::string& candidate) const {
-    const auto found = mFigures.find(candidate);
-    return found == mFigures.end() ? 0 : medianOf(found->second);
+    const auto found = m_figures.find(candidate);
+    return found == m_figures.end() ? 0 : medianOf(found->second);
   }
 
   ///  @brief The median of the rounds' ratios: what disturbs a round disturbs both of its figures.
   double ratio(const std::string& candidate, const std::string& peer) const {
-    const auto own = mFigures.find(candidate);
-    const auto other = mFigures.find(peer);
-    if (own == mFigures.end() || other == mFigures.end()) {
+    const auto own = m_figures.find(candidate);
+    const auto other = m_figures.find(peer);
+    if (own == m_figures.end() || other == m_figures.end()) {
       return 0;
     }
     std::vector<double> ratios;
@@ -55,11 +55,11 @@ class Comparison {
   /// @brief Prints a table of the medians, with the lowest and highest figure.
   void printFigures() const {
     std::printf("| Candidate | Median | Lowest | Highest | Unit |\n|---|---:|---:|---:|---|\n");
-    for (const std::string& name : mOrder) {
-      const std::vector<double>& figures = mFigures.at(name);
+    for (const std::string& name : m_order) {
+      const std::vector<double>& figures = m_figures.at(name);
       const auto [low, high] = std::minmax_element(figures.begin(), figures.end());
       std::printf("| %s | %.2f | %.2f | %.2f | %s |\n", name.c_str(), medianOf(figures), *low,
-                  *high, mUnit.c_str());
+                  *high, m_unit.c_str());
     }
     std::printf("\n");
   }
@@ -77,9 +77,9 @@ class Comparison {
   }
 
  private:
-  std::string mUnit;
-  std::vector<std::string> mOrder;
-  std::map<std::string, std::vector<double>> mFigures;
+  std::string m_unit;
+  std::vector<std::string> m_order;
+  std::map<std::string, std::vector<double>> m_figures;
 };
 
 }  // namespace TarvexDiags::Bench

@@ -39,19 +39,19 @@ void appendRange(std::string_view range, std::vector<int>& numbers) {
 /// A set of CPUs of any size, as the kernel's calls take it.
 class CpuSet {
  public:
-  explicit CpuSet(int cpus) : mSize(CPU_ALLOC_SIZE(cpus)), mSet(CPU_ALLOC(cpus)) {
-    CPU_ZERO_S(mSize, mSet);
+  explicit CpuSet(int cpus) : m_size(CPU_ALLOC_SIZE(cpus)), m_set(CPU_ALLOC(cpus)) {
+    CPU_ZERO_S(m_size, m_set);
   }
-  ~CpuSet() { CPU_FREE(mSet); }
+  ~CpuSet() { CPU_FREE(m_set); }
   CpuSet(const CpuSet&) = delete;
   CpuSet& operator=(const CpuSet&) = delete;
 
-  std::size_t size() const { return mSize; }
-  cpu_set_t* get() { return mSet; }
+  std::size_t size() const { return m_size; }
+  cpu_set_t* get() { return m_set; }
 
  private:
-  std::size_t mSize;
-  cpu_set_t* mSet;
+  std::size_t m_size;
+  cpu_set_t* m_set;
 };
 
 }  // namespace

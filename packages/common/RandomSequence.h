@@ -20,11 +20,11 @@ constexpr std::uint64_t mixed(std::uint64_t counter) {
 /// Thread-safety: one thread at a time.
 class RandomSequence {
  public:
-  explicit constexpr RandomSequence(std::uint64_t seed) : mCounter(mixed(seed)) {}
-  constexpr std::uint64_t next() { return mixed(mCounter++); }
+  explicit constexpr RandomSequence(std::uint64_t seed) : m_counter(mixed(seed)) {}
+  constexpr std::uint64_t next() { return mixed(m_counter++); }
 
  private:
-  std::uint64_t mCounter;
+  std::uint64_t m_counter;
 };
 
 }  // namespace TarvexDiags::Common

@@ -9,7 +9,7 @@
 namespace TarvexDiags::Common {
 
 std::optional<std::string> SystemFiles::text(const std::filesystem::path& path) const {
-  std::ifstream file(mRoot / path);
+  std::ifstream file(m_root / path);
   if (!file) {
     return std::nullopt;
   }
@@ -32,7 +32,7 @@ std::vector<int> SystemFiles::numberedEntries(const std::filesystem::path& folde
                                               std::string_view prefix) const {
   std::vector<int> numbers;
   std::error_code failure;
-  for (std::filesystem::directory_iterator entry(mRoot / folder, failure), end;
+  for (std::filesystem::directory_iterator entry(m_root / folder, failure), end;
        !failure && entry != end; entry.increment(failure)) {
     const std::string name = entry->path().filename().string();
     if (!std::string_view(name).starts_with(prefix)) {
@@ -51,7 +51,7 @@ std::vector<int> SystemFiles::numberedEntries(const std::filesystem::path& folde
 
 bool SystemFiles::exists(const std::filesystem::path& path) const {
   std::error_code failure;
-  return std::filesystem::exists(mRoot / path, failure);
+  return std::filesystem::exists(m_root / path, failure);
 }
 
 }  // namespace TarvexDiags::Common

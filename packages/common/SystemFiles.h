@@ -15,7 +15,7 @@ namespace TarvexDiags::Common {
 /// Paths are relative to the root and begin without a slash. Thread-safety: a plain value.
 class SystemFiles {
  public:
-  explicit SystemFiles(std::filesystem::path root = "/") : mRoot(std::move(root)) {}
+  explicit SystemFiles(std::filesystem::path root = "/") : m_root(std::move(root)) {}
 
   /// @brief The whole file; nothing when it cannot be read.
   std::optional<std::string> text(const std::filesystem::path& path) const;
@@ -30,7 +30,7 @@ class SystemFiles {
   bool exists(const std::filesystem::path& path) const;
 
  private:
-  std::filesystem::path mRoot;
+  std::filesystem::path m_root;
 };
 
 }  // namespace TarvexDiags::Common

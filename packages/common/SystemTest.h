@@ -15,13 +15,13 @@ namespace TarvexDiags::Common {
 template <class Number>
 class SystemTest : public PackageKit::Test {
  public:
-  explicit SystemTest(Number number) : mNumber(number) {}
+  explicit SystemTest(Number number) : m_number(number) {}
 
  protected:
-  Number number() const { return mNumber; }
+  Number number() const { return m_number; }
 
  private:
-  Number mNumber;
+  Number m_number;
 };
 
 /// @brief Where /sys and /proc lie for a package: "/" unless its section Package says otherwise.

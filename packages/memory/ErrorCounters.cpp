@@ -24,7 +24,7 @@ ErrorCounters ErrorCounters::read(const Common::SystemFiles& files) {
     const auto correctedCount = files.number(corrected);
     const auto uncorrectedCount = files.number(uncorrected);
     if (correctedCount || uncorrectedCount) {
-      counters.mCounts[name] = {correctedCount.value_or(0), uncorrectedCount.value_or(0)};
+      counters.m_counts[name] = {correctedCount.value_or(0), uncorrectedCount.value_or(0)};
     }
   };
   for (const int controller : files.numberedEntries(folder, "mc")) {
@@ -49,9 +49,9 @@ ErrorCounters ErrorCounters::read(const Common::SystemFiles& files) {
 
 std::map<std::string, ErrorCount> ErrorCounters::since(const ErrorCounters& earlier) const {
   std::map<std::string, ErrorCount> differences;
-  for (const auto& [name, count] : mCounts) {
-    const auto found = earlier.mCounts.find(name);
-    const ErrorCount before = found == earlier.mCounts.end() ? ErrorCount() : found->second;
+  for (const auto& [name, count] : m_counts) {
+    const auto found = earlier.m_counts.find(name);
+    const ErrorCount before = found == earlier.m_counts.end() ? ErrorCount() : found->second;
     const ErrorCount difference = {grown(count.corrected, before.corrected),
                                    grown(count.uncorrected, before.uncorrected)};
     if (difference.corrected + difference.uncorrected > 0) {

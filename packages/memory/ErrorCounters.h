@@ -23,13 +23,13 @@ class ErrorCounters {
   static ErrorCounters read(const Common::SystemFiles& files);
 
   /// @brief Whether there are any.
-  bool present() const { return !mCounts.empty(); }
+  bool present() const { return !m_counts.empty(); }
 
   /// @brief What has come since an earlier reading, by the name of the controller or module.
   std::map<std::string, ErrorCount> since(const ErrorCounters& earlier) const;
 
  private:
-  std::map<std::string, ErrorCount> mCounts;
+  std::map<std::string, ErrorCount> m_counts;
 };
 
 }  // namespace TarvexDiags::Memory

@@ -155,7 +155,7 @@ bool moduloX(Sweeper& sweeper, const TestOptions& options) {
 class BlockMover {
  public:
   BlockMover(Sweeper& sweeper, std::uint64_t seed)
-      : mSweeper(sweeper), mRegion(sweeper.region()), mPattern(Pattern::random(seed)) {}
+      : m_sweeper(sweeper), m_region(sweeper.region()), m_pattern(Pattern::random(seed)) {}
 
   bool run() {
     return walk(&BlockMover::fill) && told() && walk(&BlockMover::moveUp) &&
@@ -168,54 +168,54 @@ class BlockMover {
   using Step = void (BlockMover::*)(std::size_t first, std::size_t half, std::size_t count);
 
   bool walk(Step step) {
-    return mSweeper.forEachSlice(Order::Rising, [&](std::size_t slice) {
-      const std::size_t count = mRegion.blocksOfSlice(slice);
+    return m_sweeper.forEachSlice(Order::Rising, [&](std::size_t slice) {
+      const std::size_t count = m_region.blocksOfSlice(slice);
       (this->*step)(slice * Region::blocksInSlice, count / 2, count);
     });
   }
 
   bool told() {
-    mSweeper.tellWritten();
+    m_sweeper.tellWritten();
     return true;
   }
 
   void fill(std::size_t first, std::size_t half, std::size_t count) {
     for (std::size_t index = 0; index < half; ++index) {
-      mSweeper.kernels().fill(mRegion.block(first + index), mPattern);
+      m_sweeper.kernels().fill(m_region.block(first + index), m_pattern);
     }
     // A block without a partner stays where it is.
     if (count % 2 != 0) {
-      mSweeper.kernels().fill(mRegion.block(first + count - 1), mPattern);
+      m_sweeper.kernels().fill(m_region.block(first + count - 1), m_pattern);
     }
   }
 
   void moveUp(std::size_t first, std::size_t half, std::size_t) {
     for (std::size_t index = 0; index < half; ++index) {
-      mSweeper.kernels().copy(mRegion.block(first + half + index), mRegion.block(first + index));
+      m_sweeper.kernels().copy(m_region.block(first + half + index), m_region.block(first + index));
     }
   }
 
   void moveDown(std::size_t first, std::size_t half, std::size_t) {
     for (std::size_t index = 0; index < half; ++index) {
-      mSweeper.kernels().copy(mRegion.block(first + half - 1 - index),
-                              mRegion.block(first + half + index));
+      m_sweeper.kernels().copy(m_region.block(first + half - 1 - index),
+                               m_region.block(first + half + index));
     }
   }
 
   void verify(std::size_t first, std::size_t half, std::size_t count) {
     for (std::size_t index = 0; index < half; ++index) {
-      mSweeper.compareCopy(mRegion.block(first + half + index), mPattern, first + index);
-      mSweeper.compareCopy(mRegion.block(first + half - 1 - index), mPattern, first + index);
+      m_sweeper.compareCopy(m_region.block(first + half + index), m_pattern, first + index);
+      m_sweeper.compareCopy(m_region.block(first + half - 1 - index), m_pattern, first + index);
     }
     if (count % 2 != 0) {
-      mSweeper.compare(mRegion.block(first + count - 1), mPattern, nullptr);
+      m_sweeper.compare(m_region.block(first + count - 1), m_pattern, nullptr);
     }
-    mSweeper.countVerified(count);
+    m_sweeper.countVerified(count);
   }
 
-  Sweeper& mSweeper;
-  Region& mRegion;
-  Pattern mPattern;
+  Sweeper& m_sweeper;
+  Region& m_region;
+  Pattern m_pattern;
 };
 
 bool blockMove(Sweeper& sweeper, const TestOptions& options) {

@@ -183,47 +183,47 @@ std::string tokenOf(FaultKind kind) {
 class ContextObserver : public Observer {
  public:
   ContextObserver(TestContext& context, RunJournal& journal)
-      : mContext(context), mJournal(journal) {}
+      : m_context(context), m_journal(journal) {}
 
   bool stopRequested() override {
-    return mContext.stopRequested() || (mFound && mContext.haltOnError());
+    return m_context.stopRequested() || (m_found && m_context.haltOnError());
   }
 
   void progress(double share) override {
-    mContext.progress(static_cast<unsigned int>(share * 100));
+    m_context.progress(static_cast<unsigned int>(share * 100));
   }
 
-  bool wait(std::chrono::milliseconds duration) override { return mContext.sleepFor(duration); }
+  bool wait(std::chrono::milliseconds duration) override { return m_context.sleepFor(duration); }
 
   void miscompare(const Miscompare& fault) override {
-    mFound = true;
-    mJournal.report(
+    m_found = true;
+    m_journal.report(
         MiscompareFound,
-        {mContext.device().name, hexadecimal(fault.virtualAddress),
+        {m_context.device().name, hexadecimal(fault.virtualAddress),
          fault.physicalAddress ? hexadecimal(*fault.physicalAddress) : std::string("UNKNOWN"),
          hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
          tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
   }
 
  private:
-  TestContext& mContext;
-  RunJournal& mJournal;
-  std::atomic<bool> mFound{false};
+  TestContext& m_context;
+  RunJournal& m_journal;
+  std::atomic<bool> m_found{false};
 };
 
 /// Proves the way from a fault to the report: flips one bit before the memory is first compared.
 class InjectedFault : public FaultSeam {
  public:
-  explicit InjectedFault(long offset) : mOffset(static_cast<std::size_t>(offset)) {}
+  explicit InjectedFault(long offset) : m_offset(static_cast<std::size_t>(offset)) {}
 
   void written(const Region& region, std::size_t step) override {
     if (step == 0) {
-      region.data()[mOffset % region.bytes()] ^= std::byte{1};
+      region.data()[m_offset % region.bytes()] ^= std::byte{1};
     }
   }
 
  private:
-  std::size_t mOffset;
+  std::size_t m_offset;
 };
 
 void reportCounters(const std::string& device, const ErrorCounters& before,

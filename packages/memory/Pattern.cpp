@@ -17,21 +17,21 @@ std::string hexadecimal(std::uint64_t word) {
 
 }  // namespace
 
-Pattern::Pattern(Kind kind, std::string name) : mKind(kind), mName(std::move(name)) {}
+Pattern::Pattern(Kind kind, std::string name) : m_kind(kind), m_name(std::move(name)) {}
 
 Pattern Pattern::constant(std::uint64_t word) {
   Pattern pattern(Kind::Periodic, hexadecimal(word));
-  pattern.mLines.fill(word);
+  pattern.m_lines.fill(word);
   return pattern;
 }
 
 Pattern Pattern::modulo(std::uint64_t word, std::size_t offset) {
   Pattern pattern(Kind::Periodic, hexadecimal(word) + " at each " + std::to_string(moduloDistance) +
                                       "th word from " + std::to_string(offset));
-  pattern.mPeriodLines = maximumLines;
-  pattern.mModuloOffset = offset;
-  for (std::size_t index = 0; index < pattern.mLines.size(); ++index) {
-    pattern.mLines[index] = index % moduloDistance == offset ? word : ~word;
+  pattern.m_periodLines = maximumLines;
+  pattern.m_moduloOffset = offset;
+  for (std::size_t index = 0; index < pattern.m_lines.size(); ++index) {
+    pattern.m_lines[index] = index % moduloDistance == offset ? word : ~word;
   }
   static_assert(maximumLines * wordsInLine % moduloDistance == 0);
   return pattern;
@@ -39,18 +39,18 @@ Pattern Pattern::modulo(std::uint64_t word, std::size_t offset) {
 
 Pattern Pattern::random(std::uint64_t seed) {
   Pattern pattern(Kind::Random, "random, seed " + std::to_string(seed));
-  pattern.mSeed = seed;
+  pattern.m_seed = seed;
   return pattern;
 }
 
 Pattern Pattern::ownAddress(bool inverted) {
   Pattern pattern(Kind::OwnAddress, inverted ? "inverted own address" : "own address");
-  pattern.mAddressMask = inverted ? ~std::uint64_t{0} : 0;
+  pattern.m_addressMask = inverted ? ~std::uint64_t{0} : 0;
   return pattern;
 }
 
 std::array<std::uint64_t, wordsInLine> Pattern::randomColumns(const Block& block) const {
-  Common::RandomSequence sequence(mSeed ^ Common::mixed(block.index));
+  Common::RandomSequence sequence(m_seed ^ Common::mixed(block.index));
   std::array<std::uint64_t, wordsInLine> columns{};
   for (std::uint64_t& column : columns) {
     // 0 is the one state that never changes.
@@ -66,15 +66,15 @@ std::vector<std::uint64_t> Pattern::expectedWords(const Block& block) const {
   const auto address = reinterpret_cast<std::uintptr_t>(block.data);
   for (std::size_t index = 0; index < words.size(); ++index) {
     std::uint64_t& column = columns[index % wordsInLine];
-    switch (mKind) {
+    switch (m_kind) {
       case Kind::Periodic:
-        words[index] = mLines[(first + index) % (mPeriodLines * wordsInLine)];
+        words[index] = m_lines[(first + index) % (m_periodLines * wordsInLine)];
         break;
       case Kind::Random:
         words[index] = column = nextRandom(column);
         break;
       case Kind::OwnAddress:
-        words[index] = (address + index * sizeof(std::uint64_t)) ^ mAddressMask;
+        words[index] = (address + index * sizeof(std::uint64_t)) ^ m_addressMask;
         break;
     }
   }

@@ -54,22 +54,22 @@ class Pattern {
   /// @brief Each word its own address, with every bit inverted when asked.
   static Pattern ownAddress(bool inverted);
 
-  Kind kind() const { return mKind; }
-  const std::string& name() const { return mName; }
+  Kind kind() const { return m_kind; }
+  const std::string& name() const { return m_name; }
 
   /// @brief The lines of one period; the first `periodLines()` count.
-  const std::uint64_t* lines() const { return mLines.data(); }
-  std::size_t periodLines() const { return mPeriodLines; }
+  const std::uint64_t* lines() const { return m_lines.data(); }
+  std::size_t periodLines() const { return m_periodLines; }
   /// @brief The line of the period with which a block begins.
   std::size_t firstLine(const Block& block) const {
-    return static_cast<std::size_t>((block.index * linesInBlock) % mPeriodLines);
+    return static_cast<std::size_t>((block.index * linesInBlock) % m_periodLines);
   }
 
-  std::uint64_t seed() const { return mSeed; }
-  std::uint64_t addressMask() const { return mAddressMask; }
+  std::uint64_t seed() const { return m_seed; }
+  std::uint64_t addressMask() const { return m_addressMask; }
 
   /// @brief The marked offset of a modulo pattern, 0 to moduloDistance - 1.
-  std::size_t moduloOffset() const { return mModuloOffset; }
+  std::size_t moduloOffset() const { return m_moduloOffset; }
 
   /// @brief The states from which the eight random columns of a block begin, never 0.
   ///
@@ -83,13 +83,13 @@ class Pattern {
  private:
   Pattern(Kind kind, std::string name);
 
-  alignas(lineBytes) std::array<std::uint64_t, maximumLines * wordsInLine> mLines{};
-  std::size_t mPeriodLines = 1;
-  std::size_t mModuloOffset = 0;
-  std::uint64_t mSeed = 0;
-  std::uint64_t mAddressMask = 0;
-  Kind mKind;
-  std::string mName;
+  alignas(lineBytes) std::array<std::uint64_t, maximumLines * wordsInLine> m_lines{};
+  std::size_t m_periodLines = 1;
+  std::size_t m_moduloOffset = 0;
+  std::uint64_t m_seed = 0;
+  std::uint64_t m_addressMask = 0;
+  Kind m_kind;
+  std::string m_name;
 };
 
 /// @brief The step of the random columns: shifts and exclusive ors only, which every vector unit

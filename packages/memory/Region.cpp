@@ -46,8 +46,8 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
     return nullptr;
   }
   std::unique_ptr<Region> region(new Region(static_cast<std::byte*>(mapping), mappedBytes, bytes));
-  if (madvise(region->mData, bytes, MADV_HUGEPAGE) != 0) {
-    region->mRemarks.push_back(failure("Huge pages could not be asked for"));
+  if (madvise(region->m_data, bytes, MADV_HUGEPAGE) != 0) {
+    region->m_remarks.push_back(failure("Huge pages could not be asked for"));
   }
   if (node >= 0) {
     region->bindTo(node);
@@ -58,17 +58,17 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
 }
 
 Region::Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes)
-    : mMapping(mapping), mMappedBytes(mappedBytes), mBlocks(bytes / blockBytes) {
+    : m_mapping(mapping), m_mappedBytes(mappedBytes), m_blocks(bytes / blockBytes) {
   const auto address = reinterpret_cast<std::uintptr_t>(mapping);
-  mData = mapping + (hugePageBytes - address % hugePageBytes) % hugePageBytes;
+  m_data = mapping + (hugePageBytes - address % hugePageBytes) % hugePageBytes;
 }
 
 Region::~Region() {
-  munmap(mMapping, mMappedBytes);
+  munmap(m_mapping, m_mappedBytes);
 }
 
 std::size_t Region::blocksOfSlice(std::size_t slice) const {
-  return std::min(blocksInSlice, mBlocks - slice * blocksInSlice);
+  return std::min(blocksInSlice, m_blocks - slice * blocksInSlice);
 }
 
 void Region::bindTo(int node) {
@@ -77,9 +77,9 @@ void Region::bindTo(int node) {
   std::vector<unsigned long> mask(number / bitsInWord + 1);
   mask.back() = 1UL << number % bitsInWord;
   // The kernel reads one bit less than it is told.
-  if (syscall(SYS_mbind, mData, bytes(), policyBind, mask.data(), mask.size() * bitsInWord + 1,
+  if (syscall(SYS_mbind, m_data, bytes(), policyBind, mask.data(), mask.size() * bitsInWord + 1,
               0U) != 0) {
-    mRemarks.push_back(failure("The memory could not be bound to node " + std::to_string(node)));
+    m_remarks.push_back(failure("The memory could not be bound to node " + std::to_string(node)));
   }
 }
 
@@ -87,7 +87,7 @@ void Region::populate(Team& team, const std::function<bool()>& giveUp) {
   std::atomic<std::size_t> nextSlice{0};
   team.onAll([&] {
     for (std::size_t slice = nextSlice++; slice < slices() && !giveUp(); slice = nextSlice++) {
-      std::byte* const data = mData + slice * hugePageBytes;
+      std::byte* const data = m_data + slice * hugePageBytes;
       const std::size_t size = blocksOfSlice(slice) * blockBytes;
       if (madvise(data, size, adviceToPopulate) != 0) {
         touchPages(data, size);
@@ -97,8 +97,8 @@ void Region::populate(Team& team, const std::function<bool()>& giveUp) {
 }
 
 void Region::lock() {
-  if (mlock(mData, bytes()) == 0) {
-    mLockedBytes = bytes();
+  if (mlock(m_data, bytes()) == 0) {
+    m_lockedBytes = bytes();
     return;
   }
   const std::string reason = failure("Not all of the memory could be locked");
@@ -108,13 +108,13 @@ void Region::lock() {
       std::min<std::size_t>(limit.rlim_cur, bytes()) / blockBytes * blockBytes;
   // Others of this process may have locked some already: try less and less.
   for (std::size_t size = allowed; size >= blockBytes; size = size / 2 / blockBytes * blockBytes) {
-    if (mlock(mData, size) == 0) {
-      mLockedBytes = size;
+    if (mlock(m_data, size) == 0) {
+      m_lockedBytes = size;
       break;
     }
   }
-  mRemarks.push_back(reason + "; locked are " + std::to_string(mLockedBytes / 1024) + " KiB of " +
-                     std::to_string(bytes() / 1024) + " KiB");
+  m_remarks.push_back(reason + "; locked are " + std::to_string(m_lockedBytes / 1024) + " KiB of " +
+                      std::to_string(bytes() / 1024) + " KiB");
 }
 
 }  // namespace TarvexDiags::Memory

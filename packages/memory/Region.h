@@ -32,17 +32,17 @@ class Region {
   Region(const Region&) = delete;
   Region& operator=(const Region&) = delete;
 
-  std::byte* data() const { return mData; }
-  std::size_t bytes() const { return mBlocks * blockBytes; }
-  std::size_t blocks() const { return mBlocks; }
-  std::size_t slices() const { return (mBlocks + blocksInSlice - 1) / blocksInSlice; }
+  std::byte* data() const { return m_data; }
+  std::size_t bytes() const { return m_blocks * blockBytes; }
+  std::size_t blocks() const { return m_blocks; }
+  std::size_t slices() const { return (m_blocks + blocksInSlice - 1) / blocksInSlice; }
   std::size_t blocksOfSlice(std::size_t slice) const;
-  Block block(std::size_t index) const { return {mData + index * blockBytes, index}; }
+  Block block(std::size_t index) const { return {m_data + index * blockBytes, index}; }
 
-  std::size_t lockedBytes() const { return mLockedBytes; }
+  std::size_t lockedBytes() const { return m_lockedBytes; }
 
   /// @brief What could not be had as wished, for the log: one sentence each.
-  const std::vector<std::string>& remarks() const { return mRemarks; }
+  const std::vector<std::string>& remarks() const { return m_remarks; }
 
  private:
   Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes);
@@ -50,12 +50,12 @@ class Region {
   void populate(Team& team, const std::function<bool()>& giveUp);
   void lock();
 
-  std::byte* mMapping;
-  std::size_t mMappedBytes;
-  std::byte* mData;
-  std::size_t mBlocks;
-  std::size_t mLockedBytes = 0;
-  std::vector<std::string> mRemarks;
+  std::byte* m_mapping;
+  std::size_t m_mappedBytes;
+  std::byte* m_data;
+  std::size_t m_blocks;
+  std::size_t m_lockedBytes = 0;
+  std::vector<std::string> m_remarks;
 };
 
 }  // namespace TarvexDiags::Memory

@@ -32,22 +32,22 @@ void scatter(const Block& block, const Pattern& pattern) {
 
 Sweeper::Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
                  FaultSeam* seam)
-    : mRegion(region), mTeam(team), mKernels(kernels), mObserver(observer), mSeam(seam) {}
+    : m_region(region), m_team(team), m_kernels(kernels), m_observer(observer), m_seam(seam) {}
 
 void Sweeper::expectWalks(std::size_t walks) {
-  mWalksExpected = std::max<std::size_t>(walks, 1);
-  mWalksDone = 0;
+  m_walksExpected = std::max<std::size_t>(walks, 1);
+  m_walksDone = 0;
 }
 
 bool Sweeper::stopped() const {
-  return mMiscompares >= maximumCounted || mObserver.stopRequested();
+  return m_miscompares >= maximumCounted || m_observer.stopRequested();
 }
 
 void Sweeper::tellWritten() {
-  if (mSeam != nullptr) {
-    mSeam->written(mRegion, mStep);
+  if (m_seam != nullptr) {
+    m_seam->written(m_region, m_step);
   }
-  ++mStep;
+  ++m_step;
 }
 
 bool Sweeper::run(const Sweep& sweep) {
@@ -56,9 +56,9 @@ bool Sweeper::run(const Sweep& sweep) {
   }
   return forEachSlice(sweep.order, [&](std::size_t slice) {
     const std::size_t first = slice * Region::blocksInSlice;
-    const std::size_t count = mRegion.blocksOfSlice(slice);
+    const std::size_t count = m_region.blocksOfSlice(slice);
     for (std::size_t index = 0; index < count; ++index) {
-      sweepBlock(mRegion.block(first + index), sweep);
+      sweepBlock(m_region.block(first + index), sweep);
     }
     if (sweep.expected) {
       countVerified(count);
@@ -72,19 +72,19 @@ bool Sweeper::run(const std::vector<Sweep>& sweeps) {
 }
 
 bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::size_t)>& work) {
-  const std::size_t slices = mRegion.slices();
+  const std::size_t slices = m_region.slices();
   std::atomic<std::size_t> taken{0};
-  const double walks = static_cast<double>(mWalksExpected);
-  mTeam.onAll([&] {
+  const double walks = static_cast<double>(m_walksExpected);
+  m_team.onAll([&] {
     for (std::size_t turn = taken++; turn < slices && !stopped(); turn = taken++) {
       work(order == Sweep::Order::Rising ? turn : slices - 1 - turn);
-      mKernels.orderStores();
+      m_kernels.orderStores();
       const double share = static_cast<double>(turn + 1) / static_cast<double>(slices);
-      const System::LockHold hold(mReportLock);
-      mObserver.progress(std::min(1.0, (static_cast<double>(mWalksDone) + share) / walks));
+      const System::LockHold hold(m_reportLock);
+      m_observer.progress(std::min(1.0, (static_cast<double>(m_walksDone) + share) / walks));
     }
   });
-  ++mWalksDone;
+  ++m_walksDone;
   return !stopped();
 }
 
@@ -93,7 +93,7 @@ void Sweeper::sweepBlock(const Block& block, const Sweep& sweep) {
   if (sweep.expected) {
     compare(block, *sweep.expected, sweep.next && streamed ? &*sweep.next : nullptr);
   } else if (sweep.next && streamed) {
-    mKernels.fill(block, *sweep.next);
+    m_kernels.fill(block, *sweep.next);
   }
   if (sweep.next && !streamed) {
     scatter(block, *sweep.next);
@@ -104,8 +104,8 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
   FoundLine found{};
   std::size_t line = 0;
   while (true) {
-    line = next == nullptr ? mKernels.verify(block, line, expected, found)
-                           : mKernels.march(block, line, expected, *next, found);
+    line = next == nullptr ? m_kernels.verify(block, line, expected, found)
+                           : m_kernels.march(block, line, expected, *next, found);
     if (line == linesInBlock) {
       break;
     }
@@ -137,18 +137,18 @@ void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& exp
 
 void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
                     const std::string& patternName) {
-  if (++mMiscompares > maximumReported) {
+  if (++m_miscompares > maximumReported) {
     return;
   }
-  if (mSeam != nullptr) {
-    mSeam->readAgain(word);
+  if (m_seam != nullptr) {
+    m_seam->readAgain(word);
   }
   const std::uint64_t foundAgain = readFromMemory(word);
   FaultKind kind = FaultKind::ReadDisturbance;
   if (foundAgain != expected) {
     writeToMemory(word, expected);
-    if (mSeam != nullptr) {
-      mSeam->wordWritten(word);
+    if (m_seam != nullptr) {
+      m_seam->wordWritten(word);
     }
     kind = readFromMemory(word) == expected ? FaultKind::FlippedContent : FaultKind::StuckBit;
   }
@@ -159,8 +159,8 @@ void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t f
                          foundAgain,
                          kind,
                          patternName};
-  const System::LockHold hold(mReportLock);
-  mObserver.miscompare(fault);
+  const System::LockHold hold(m_reportLock);
+  m_observer.miscompare(fault);
 }
 
 }  // namespace TarvexDiags::Memory

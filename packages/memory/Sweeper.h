@@ -50,15 +50,15 @@ class Sweeper {
   Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
           FaultSeam* seam = nullptr);
 
-  Region& region() { return mRegion; }
-  const Kernels& kernels() const { return mKernels; }
-  Observer& observer() { return mObserver; }
-  FaultSeam* seam() { return mSeam; }
+  Region& region() { return m_region; }
+  const Kernels& kernels() const { return m_kernels; }
+  Observer& observer() { return m_observer; }
+  FaultSeam* seam() { return m_seam; }
 
   /// @brief Words that were wrong, reported or not.
-  std::uint64_t miscompares() const { return mMiscompares; }
+  std::uint64_t miscompares() const { return m_miscompares; }
   /// @brief Bytes that were compared.
-  std::uint64_t bytesVerified() const { return mBlocksVerified * blockBytes; }
+  std::uint64_t bytesVerified() const { return m_blocksVerified * blockBytes; }
 
   /// @brief Tells how many walks through the region the test takes, for its progress.
   void expectWalks(std::size_t walks);
@@ -82,7 +82,7 @@ class Sweeper {
 
   /// @brief Adds to bytesVerified, for those who call compare themselves. Once a slice and not once
   /// a block: it waits for the streamed stores.
-  void countVerified(std::size_t blocks) { mBlocksVerified += blocks; }
+  void countVerified(std::size_t blocks) { m_blocksVerified += blocks; }
 
   /// @brief Looks at a word that was wrong again, and reports it. Any of the threads.
   void judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
@@ -98,17 +98,17 @@ class Sweeper {
   void judgeLine(const Block& block, std::size_t line, const Pattern& expected,
                  const FoundLine& found);
 
-  Region& mRegion;
-  Team& mTeam;
-  const Kernels& mKernels;
-  Observer& mObserver;
-  FaultSeam* mSeam;
-  std::size_t mStep = 0;
-  std::size_t mWalksExpected = 1;
-  std::size_t mWalksDone = 0;
-  std::atomic<std::uint64_t> mMiscompares{0};
-  std::atomic<std::uint64_t> mBlocksVerified{0};
-  System::Mutex mReportLock;  ///< the observer hears from one thread at a time
+  Region& m_region;
+  Team& m_team;
+  const Kernels& m_kernels;
+  Observer& m_observer;
+  FaultSeam* m_seam;
+  std::size_t m_step = 0;
+  std::size_t m_walksExpected = 1;
+  std::size_t m_walksDone = 0;
+  std::atomic<std::uint64_t> m_miscompares{0};
+  std::atomic<std::uint64_t> m_blocksVerified{0};
+  System::Mutex m_reportLock;  ///< the observer hears from one thread at a time
 };
 
 }  // namespace TarvexDiags::Memory

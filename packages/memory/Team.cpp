@@ -4,49 +4,49 @@
 
 namespace TarvexDiags::Memory {
 
-Team::Team(const std::vector<int>& cpus) : mBusy(cpus.size()) {
-  mThreads.reserve(cpus.size());
+Team::Team(const std::vector<int>& cpus) : m_busy(cpus.size()) {
+  m_threads.reserve(cpus.size());
   for (const int cpu : cpus) {
-    mThreads.emplace_back(&Team::serve, this, cpu);
+    m_threads.emplace_back(&Team::serve, this, cpu);
   }
   // Pinned before the first work comes, so that memory is touched from where it will be tested.
-  const System::LockHold hold(mLock);
-  while (mBusy != 0) {
-    mDone.wait(mLock);
+  const System::LockHold hold(m_lock);
+  while (m_busy != 0) {
+    m_done.wait(m_lock);
   }
 }
 
 Team::~Team() {
   {
-    const System::LockHold hold(mLock);
-    mStopped = true;
+    const System::LockHold hold(m_lock);
+    m_stopped = true;
   }
-  mBegin.notifyAll();
-  for (std::thread& thread : mThreads) {
+  m_begin.notifyAll();
+  for (std::thread& thread : m_threads) {
     thread.join();
   }
 }
 
 std::vector<int> Team::refusedCpus() const {
-  const System::LockHold hold(mLock);
-  return mRefusedCpus;
+  const System::LockHold hold(m_lock);
+  return m_refusedCpus;
 }
 
 void Team::onAll(const std::function<void()>& work) {
-  const System::LockHold hold(mLock);
-  mWork = &work;
-  mBusy = mThreads.size();
-  ++mRound;
-  mBegin.notifyAll();
-  while (mBusy != 0) {
-    mDone.wait(mLock);
+  const System::LockHold hold(m_lock);
+  m_work = &work;
+  m_busy = m_threads.size();
+  ++m_round;
+  m_begin.notifyAll();
+  while (m_busy != 0) {
+    m_done.wait(m_lock);
   }
 }
 
 void Team::serve(int cpu) {
   if (!Common::pinThisThread(cpu)) {
-    const System::LockHold hold(mLock);
-    mRefusedCpus.push_back(cpu);
+    const System::LockHold hold(m_lock);
+    m_refusedCpus.push_back(cpu);
   }
   std::size_t round = 0;
   while (const std::function<void()>* const work = nextWork(round)) {
@@ -55,15 +55,15 @@ void Team::serve(int cpu) {
 }
 
 const std::function<void()>* Team::nextWork(std::size_t& round) {
-  const System::LockHold hold(mLock);
-  if (--mBusy == 0) {
-    mDone.notifyAll();
+  const System::LockHold hold(m_lock);
+  if (--m_busy == 0) {
+    m_done.notifyAll();
   }
-  while (!mStopped && mRound == round) {
-    mBegin.wait(mLock);
+  while (!m_stopped && m_round == round) {
+    m_begin.wait(m_lock);
   }
-  round = mRound;
-  return mStopped ? nullptr : mWork;
+  round = m_round;
+  return m_stopped ? nullptr : m_work;
 }
 
 }  // namespace TarvexDiags::Memory

@@ -22,7 +22,7 @@ class Team {
   Team(const Team&) = delete;
   Team& operator=(const Team&) = delete;
 
-  std::size_t size() const { return mThreads.size(); }
+  std::size_t size() const { return m_threads.size(); }
 
   /// @brief The CPUs on which no thread could be pinned.
   std::vector<int> refusedCpus() const;
@@ -35,15 +35,15 @@ class Team {
   /// Tells that a round is done and waits for the next one; null at the end.
   const std::function<void()>* nextWork(std::size_t& round);
 
-  mutable System::Mutex mLock;
-  System::ConditionVariable mBegin;
-  System::ConditionVariable mDone;
-  const std::function<void()>* mWork TARVEXDIAGS_GUARDED_BY(mLock) = nullptr;
-  std::size_t mRound TARVEXDIAGS_GUARDED_BY(mLock) = 0;
-  std::size_t mBusy TARVEXDIAGS_GUARDED_BY(mLock) = 0;
-  bool mStopped TARVEXDIAGS_GUARDED_BY(mLock) = false;
-  std::vector<int> mRefusedCpus TARVEXDIAGS_GUARDED_BY(mLock);
-  std::vector<std::thread> mThreads;
+  mutable System::Mutex m_lock;
+  System::ConditionVariable m_begin;
+  System::ConditionVariable m_done;
+  const std::function<void()>* m_work TARVEXDIAGS_GUARDED_BY(m_lock) = nullptr;
+  std::size_t m_round TARVEXDIAGS_GUARDED_BY(m_lock) = 0;
+  std::size_t m_busy TARVEXDIAGS_GUARDED_BY(m_lock) = 0;
+  bool m_stopped TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  std::vector<int> m_refusedCpus TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<std::thread> m_threads;
 };
 
 }  // namespace TarvexDiags::Memory

@@ -40,54 +40,54 @@ int partnerOf(const Device& device) {
 /// Pins the test's thread to its core, and gives it back the CPUs that it had.
 class Pinned {
  public:
-  explicit Pinned(int core) : mBefore(Common::allowedCpus()) {
+  explicit Pinned(int core) : m_before(Common::allowedCpus()) {
     if (!Common::pinThisThread(core)) {
       throw Common::NotSupported("this process may not run on core " + std::to_string(core));
     }
   }
-  ~Pinned() { Common::allowThisThread(mBefore); }
+  ~Pinned() { Common::allowThisThread(m_before); }
   Pinned(const Pinned&) = delete;
   Pinned& operator=(const Pinned&) = delete;
 
  private:
-  std::vector<int> mBefore;
+  std::vector<int> m_before;
 };
 
 class ContextObserver : public Observer {
  public:
   ContextObserver(TestContext& context, RunJournal& journal)
-      : mContext(context), mJournal(journal) {}
+      : m_context(context), m_journal(journal) {}
 
-  bool stopRequested() override { return mJournal.stopRequested(); }
+  bool stopRequested() override { return m_journal.stopRequested(); }
   void progress(double share) override {
-    mContext.progress(static_cast<unsigned int>(share * 100));
+    m_context.progress(static_cast<unsigned int>(share * 100));
   }
   void wrongResult(const WrongResult& result) override {
-    mJournal.report(WrongResultFound,
-                    {mContext.device().name, std::to_string(result.core), result.instructionClass,
-                     result.operands, result.expected, result.found});
+    m_journal.report(WrongResultFound,
+                     {m_context.device().name, std::to_string(result.core), result.instructionClass,
+                      result.operands, result.expected, result.found});
   }
 
  private:
-  TestContext& mContext;
-  RunJournal& mJournal;
+  TestContext& m_context;
+  RunJournal& m_journal;
 };
 
 /// Proves the way from a wrong result to the report: spoils one result of an instruction class.
 class InjectedFault : public ResultSeam {
  public:
-  explicit InjectedFault(std::string instructionClass) : mClass(std::move(instructionClass)) {}
+  explicit InjectedFault(std::string instructionClass) : m_class(std::move(instructionClass)) {}
 
   void computed(const std::string& instructionClass, std::span<std::uint64_t> results) override {
-    if (!mDone && instructionClass == mClass && !results.empty()) {
+    if (!m_done && instructionClass == m_class && !results.empty()) {
       results.front() ^= 1;
-      mDone = true;
+      m_done = true;
     }
   }
 
  private:
-  std::string mClass;
-  bool mDone = false;
+  std::string m_class;
+  bool m_done = false;
 };
 
 unsigned int codeOf(Trouble trouble) {

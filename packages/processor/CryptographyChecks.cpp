@@ -19,13 +19,13 @@ class Gathered {
  public:
   template <typename Value>
   void add(const Value& found, const Value& expected, const std::string& operands) {
-    append(mFound, found);
-    append(mExpected, expected);
-    mOperands.resize(mFound.size(), operands);
+    append(m_found, found);
+    append(m_expected, expected);
+    m_operands.resize(m_found.size(), operands);
   }
 
   void verify(Verifier& verifier) {
-    verifier.verify(mFound, mExpected, [this](std::size_t index) { return mOperands[index]; });
+    verifier.verify(m_found, m_expected, [this](std::size_t index) { return m_operands[index]; });
   }
 
  private:
@@ -36,9 +36,9 @@ class Gathered {
     words.insert(words.end(), parts.begin(), parts.end());
   }
 
-  std::vector<std::uint64_t> mFound;
-  std::vector<std::uint64_t> mExpected;
-  std::vector<std::string> mOperands;
+  std::vector<std::uint64_t> m_found;
+  std::vector<std::uint64_t> m_expected;
+  std::vector<std::string> m_operands;
 };
 
 constexpr int randomRounds = 32;

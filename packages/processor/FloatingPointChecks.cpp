@@ -28,15 +28,15 @@ constexpr std::array<const char*, 4> roundingNames = {"to nearest", "toward zero
 class FloatEnvironment {
  public:
   FloatEnvironment() {
-    std::fegetenv(&mBefore);
+    std::fegetenv(&m_before);
     std::fesetenv(FE_DFL_ENV);
   }
-  ~FloatEnvironment() { std::fesetenv(&mBefore); }
+  ~FloatEnvironment() { std::fesetenv(&m_before); }
   FloatEnvironment(const FloatEnvironment&) = delete;
   FloatEnvironment& operator=(const FloatEnvironment&) = delete;
 
  private:
-  std::fenv_t mBefore{};
+  std::fenv_t m_before{};
 };
 
 /// How a type is encoded, and what is computed in integers of it.

@@ -47,7 +47,7 @@ HealthCounters HealthCounters::read(const Common::SystemFiles& files, int core) 
                                        ("cpu" + std::to_string(core)) / "thermal_throttle";
   for (const Source& source : throttleFiles) {
     if (const auto value = files.number(folder / source.name)) {
-      counters.mCounts[source.name] = {source.trouble, *value};
+      counters.m_counts[source.name] = {source.trouble, *value};
     }
   }
   std::istringstream lines(files.text("proc/interrupts").value_or(""));
@@ -64,7 +64,7 @@ HealthCounters HealthCounters::read(const Common::SystemFiles& files, int core) 
     }
     for (const Source& source : interruptRows) {
       if (fields && label == std::string(source.name) + ":") {
-        counters.mCounts[source.name] = {source.trouble, value};
+        counters.m_counts[source.name] = {source.trouble, value};
       }
     }
   }
@@ -74,9 +74,9 @@ HealthCounters HealthCounters::read(const Common::SystemFiles& files, int core) 
 std::map<std::string, HealthCounters::Count> HealthCounters::since(
     const HealthCounters& earlier) const {
   std::map<std::string, Count> grown;
-  for (const auto& [name, count] : mCounts) {
-    const auto before = earlier.mCounts.find(name);
-    if (before != earlier.mCounts.end() && count.value > before->second.value) {
+  for (const auto& [name, count] : m_counts) {
+    const auto before = earlier.m_counts.find(name);
+    if (before != earlier.m_counts.end() && count.value > before->second.value) {
       grown[name] = {count.trouble, count.value - before->second.value};
     }
   }

@@ -28,13 +28,13 @@ class HealthCounters {
   /// @brief Reads what there is; virtual machines often have none.
   static HealthCounters read(const Common::SystemFiles& files, int core);
 
-  bool present() const { return !mCounts.empty(); }
+  bool present() const { return !m_counts.empty(); }
 
   /// @brief By how much each has grown since an earlier reading, by name; only those that have.
   std::map<std::string, Count> since(const HealthCounters& earlier) const;
 
  private:
-  std::map<std::string, Count> mCounts;
+  std::map<std::string, Count> m_counts;
 };
 
 }  // namespace TarvexDiags::Processor

@@ -14,15 +14,15 @@ std::string hexadecimal(std::uint64_t word) {
   return text.data();
 }
 
-Partner::Partner(int cpu) : mThread(&Partner::serve, this, cpu) {}
+Partner::Partner(int cpu) : m_thread(&Partner::serve, this, cpu) {}
 
 Partner::~Partner() {
   {
-    const System::LockHold hold(mLock);
-    mStopped = true;
+    const System::LockHold hold(m_lock);
+    m_stopped = true;
   }
-  mChanged.notifyAll();
-  mThread.join();
+  m_changed.notifyAll();
+  m_thread.join();
 }
 
 void Partner::serve(int cpu) {
@@ -34,17 +34,17 @@ void Partner::serve(int cpu) {
 }
 
 const std::function<void()>* Partner::nextWork() {
-  const System::LockHold hold(mLock);
-  while (!mStopped && mWork == nullptr) {
-    mChanged.wait(mLock);
+  const System::LockHold hold(m_lock);
+  while (!m_stopped && m_work == nullptr) {
+    m_changed.wait(m_lock);
   }
-  return mStopped ? nullptr : mWork;
+  return m_stopped ? nullptr : m_work;
 }
 
 void Partner::finishWork() {
-  const System::LockHold hold(mLock);
-  mWork = nullptr;
-  mChanged.notifyAll();
+  const System::LockHold hold(m_lock);
+  m_work = nullptr;
+  m_changed.notifyAll();
 }
 
 void Partner::together(const std::function<void()>& here, const std::function<void()>& there) {
@@ -61,32 +61,32 @@ void Partner::together(const std::function<void()>& here, const std::function<vo
     there();
   };
   {
-    const System::LockHold hold(mLock);
-    mWork = &other;
+    const System::LockHold hold(m_lock);
+    m_work = &other;
   }
-  mChanged.notifyAll();
+  m_changed.notifyAll();
   meet();
   here();
-  const System::LockHold hold(mLock);
-  while (mWork != nullptr) {
-    mChanged.wait(mLock);
+  const System::LockHold hold(m_lock);
+  while (m_work != nullptr) {
+    m_changed.wait(m_lock);
   }
 }
 
 Verifier::Verifier(int core, int partner, std::uint64_t seed, Observer& observer, ResultSeam* seam)
-    : mCore(core), mPartnerCpu(partner), mRandom(seed), mObserver(observer), mSeam(seam) {}
+    : m_core(core), m_partnerCpu(partner), m_random(seed), m_observer(observer), m_seam(seam) {}
 
 Partner& Verifier::partner() {
-  if (mPartner == nullptr) {
-    mPartner = std::make_unique<Partner>(mPartnerCpu);
+  if (m_partner == nullptr) {
+    m_partner = std::make_unique<Partner>(m_partnerCpu);
   }
-  return *mPartner;
+  return *m_partner;
 }
 
 void Verifier::show(std::span<std::uint64_t> found) {
-  mChecked += found.size();
-  if (mSeam != nullptr) {
-    mSeam->computed(mInstructionClass, found);
+  m_checked += found.size();
+  if (m_seam != nullptr) {
+    m_seam->computed(m_instructionClass, found);
   }
 }
 
@@ -113,8 +113,8 @@ void Verifier::verifyEach(std::span<std::uint64_t> found, const Operands& fault,
 
 void Verifier::report(const std::string& operands, const std::string& expected,
                       std::uint64_t found) {
-  if (++mWrong <= maximumReported) {
-    mObserver.wrongResult({mCore, mInstructionClass, operands, expected, hexadecimal(found)});
+  if (++m_wrong <= maximumReported) {
+    m_observer.wrongResult({m_core, m_instructionClass, operands, expected, hexadecimal(found)});
   }
 }
 

@@ -69,11 +69,11 @@ class Partner {
   const std::function<void()>* nextWork();
   void finishWork();
 
-  System::Mutex mLock;
-  System::ConditionVariable mChanged;
-  const std::function<void()>* mWork TARVEXDIAGS_GUARDED_BY(mLock) = nullptr;
-  bool mStopped TARVEXDIAGS_GUARDED_BY(mLock) = false;
-  std::thread mThread;
+  System::Mutex m_lock;
+  System::ConditionVariable m_changed;
+  const std::function<void()>* m_work TARVEXDIAGS_GUARDED_BY(m_lock) = nullptr;
+  bool m_stopped TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  std::thread m_thread;
 };
 
 /// @brief Compares what the core computed with what it should have, and reports what differs.
@@ -92,15 +92,15 @@ class Verifier {
   Verifier(int core, int partner, std::uint64_t seed, Observer& observer,
            ResultSeam* seam = nullptr);
 
-  Common::RandomSequence& random() { return mRandom; }
-  Observer& observer() { return mObserver; }
+  Common::RandomSequence& random() { return m_random; }
+  Observer& observer() { return m_observer; }
 
   /// @brief The thread on the other CPU, started at the first call; partnerCpu must not be -1.
   Partner& partner();
-  int partnerCpu() const { return mPartnerCpu; }
+  int partnerCpu() const { return m_partnerCpu; }
 
   /// @brief What the results that follow are of.
-  void begin(const std::string& instructionClass) { mInstructionClass = instructionClass; }
+  void begin(const std::string& instructionClass) { m_instructionClass = instructionClass; }
 
   /// @brief Compares word by word.
   /// @param operands  what the word at an index was computed from, asked only when it is wrong
@@ -111,22 +111,22 @@ class Verifier {
   /// @param fault  what is wrong with the word at an index: what was expected of it, or empty
   void verifyEach(std::span<std::uint64_t> found, const Operands& fault, const Operands& operands);
 
-  std::uint64_t wrongResults() const { return mWrong; }
-  std::uint64_t checkedResults() const { return mChecked; }
+  std::uint64_t wrongResults() const { return m_wrong; }
+  std::uint64_t checkedResults() const { return m_checked; }
 
  private:
   void show(std::span<std::uint64_t> found);
   void report(const std::string& operands, const std::string& expected, std::uint64_t found);
 
-  int mCore;
-  int mPartnerCpu;
-  Common::RandomSequence mRandom;
-  Observer& mObserver;
-  ResultSeam* mSeam;
-  std::unique_ptr<Partner> mPartner;
-  std::string mInstructionClass;
-  std::uint64_t mWrong = 0;
-  std::uint64_t mChecked = 0;
+  int m_core;
+  int m_partnerCpu;
+  Common::RandomSequence m_random;
+  Observer& m_observer;
+  ResultSeam* m_seam;
+  std::unique_ptr<Partner> m_partner;
+  std::string m_instructionClass;
+  std::uint64_t m_wrong = 0;
+  std::uint64_t m_checked = 0;
 };
 
 /// @brief One way to look at the processor: computes a batch of results and has them compared.

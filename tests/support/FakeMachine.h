@@ -14,24 +14,24 @@ class FakeMachine {
  public:
   FakeMachine() {
     std::string name = (std::filesystem::temp_directory_path() / "machine-XXXXXX").string();
-    mRoot = mkdtemp(name.data());
+    m_root = mkdtemp(name.data());
   }
-  ~FakeMachine() { std::filesystem::remove_all(mRoot); }
+  ~FakeMachine() { std::filesystem::remove_all(m_root); }
   FakeMachine(const FakeMachine&) = delete;
   FakeMachine& operator=(const FakeMachine&) = delete;
 
   /// @brief Writes a file, over the one of that name.
   FakeMachine& has(const std::string& path, const std::string& text) {
-    std::filesystem::create_directories((mRoot / path).parent_path());
-    std::ofstream(mRoot / path) << text;
+    std::filesystem::create_directories((m_root / path).parent_path());
+    std::ofstream(m_root / path) << text;
     return *this;
   }
 
-  Common::SystemFiles files() const { return Common::SystemFiles(mRoot); }
-  std::string path() const { return mRoot.string(); }
+  Common::SystemFiles files() const { return Common::SystemFiles(m_root); }
+  std::string path() const { return m_root.string(); }
 
  private:
-  std::filesystem::path mRoot;
+  std::filesystem::path m_root;
 };
 
 }  // namespace TarvexDiags::Tests

@@ -18,13 +18,14 @@ constexpr std::size_t blocksOfRegion = 2 * Region::blocksInSlice + 3;
 /// @brief Flips one bit the n-th time that everything is written.
 class FlippingSeam : public FaultSeam {
  public:
-  FlippingSeam(std::size_t step, std::size_t word, int bit) : mStep(step), mWord(word), mBit(bit) {}
+  FlippingSeam(std::size_t step, std::size_t word, int bit)
+      : m_step(step), m_word(word), m_bit(bit) {}
 
   void written(const Region& region, std::size_t step) override {
     steps = step + 1;
-    if (step == mStep) {
-      address = reinterpret_cast<std::uint64_t*>(region.data()) + mWord;
-      *address ^= std::uint64_t{1} << mBit;
+    if (step == m_step) {
+      address = reinterpret_cast<std::uint64_t*>(region.data()) + m_word;
+      *address ^= std::uint64_t{1} << m_bit;
     }
   }
 
@@ -32,9 +33,9 @@ class FlippingSeam : public FaultSeam {
   std::uint64_t* address = nullptr;
 
  private:
-  std::size_t mStep;
-  std::size_t mWord;
-  int mBit;
+  std::size_t m_step;
+  std::size_t m_word;
+  int m_bit;
 };
 
 struct Outcome {
@@ -48,7 +49,7 @@ class MemoryTestsTest : public ::testing::TestWithParam<int> {
 
   Outcome runWith(const Kernels& kernels, FaultSeam* seam) {
     RecordingObserver observer;
-    Sweeper sweeper(*mRegion, mTeam, kernels, observer, seam);
+    Sweeper sweeper(*m_region, m_team, kernels, observer, seam);
     const TestReport report = runTest(number(), sweeper, quickOptions());
     return {report, observer.faults};
   }
@@ -61,8 +62,8 @@ class MemoryTestsTest : public ::testing::TestWithParam<int> {
     return counter.steps;
   }
 
-  Team mTeam{twoCpus()};
-  std::unique_ptr<Region> mRegion = smallRegion(mTeam, blocksOfRegion);
+  Team m_team{twoCpus()};
+  std::unique_ptr<Region> m_region = smallRegion(m_team, blocksOfRegion);
 };
 
 TEST_P(MemoryTestsTest, good_memory_passes_and_is_verified_whole) {
@@ -70,8 +71,8 @@ TEST_P(MemoryTestsTest, good_memory_passes_and_is_verified_whole) {
     const Outcome outcome = runWith(*kernels, nullptr);
     EXPECT_TRUE(outcome.report.completed) << kernels->name;
     EXPECT_EQ(outcome.report.miscompares, 0U) << kernels->name;
-    EXPECT_EQ(outcome.report.bytesVerified % mRegion->bytes(), 0U) << kernels->name;
-    EXPECT_GE(outcome.report.bytesVerified, mRegion->bytes()) << kernels->name;
+    EXPECT_EQ(outcome.report.bytesVerified % m_region->bytes(), 0U) << kernels->name;
+    EXPECT_GE(outcome.report.bytesVerified, m_region->bytes()) << kernels->name;
   }
 }
 
@@ -113,7 +114,7 @@ TEST_P(MemoryTestsTest, a_flip_in_the_very_last_word_is_found) {
 TEST_P(MemoryTestsTest, request_to_stop_ends_it) {
   RecordingObserver observer;
   observer.stop = true;
-  Sweeper sweeper(*mRegion, mTeam, bestKernels(), observer);
+  Sweeper sweeper(*m_region, m_team, bestKernels(), observer);
   EXPECT_FALSE(runTest(number(), sweeper, quickOptions()).completed);
   EXPECT_EQ(sweeper.bytesVerified(), 0U);
 }
@@ -123,21 +124,21 @@ INSTANTIATE_TEST_SUITE_P(AllTests, MemoryTestsTest, ::testing::Range(1, 10));
 /// @brief A cell whose lowest bit cannot be cleared.
 class StuckCell : public FaultSeam {
  public:
-  explicit StuckCell(std::size_t word) : mWord(word) {}
+  explicit StuckCell(std::size_t word) : m_word(word) {}
 
   void written(const Region& region, std::size_t) override {
-    mCell = reinterpret_cast<std::uint64_t*>(region.data()) + mWord;
-    *mCell |= 1;
+    m_cell = reinterpret_cast<std::uint64_t*>(region.data()) + m_word;
+    *m_cell |= 1;
   }
   void wordWritten(std::uint64_t* word) override {
-    if (word == mCell) {
+    if (word == m_cell) {
       *word |= 1;
     }
   }
 
  private:
-  std::size_t mWord;
-  std::uint64_t* mCell = nullptr;
+  std::size_t m_word;
+  std::uint64_t* m_cell = nullptr;
 };
 
 /// @brief A bus that spoils a read, and reads right when asked again.
@@ -145,48 +146,48 @@ class DisturbedRead : public FaultSeam {
  public:
   void written(const Region& region, std::size_t step) override {
     if (step == 1) {
-      mWord = reinterpret_cast<std::uint64_t*>(region.data()) + 77;
-      mRight = *mWord;
-      *mWord ^= 0xff00;
+      m_word = reinterpret_cast<std::uint64_t*>(region.data()) + 77;
+      m_right = *m_word;
+      *m_word ^= 0xff00;
     }
   }
   void readAgain(std::uint64_t* word) override {
-    if (word == mWord) {
-      *word = mRight;
+    if (word == m_word) {
+      *word = m_right;
     }
   }
 
  private:
-  std::uint64_t* mWord = nullptr;
-  std::uint64_t mRight = 0;
+  std::uint64_t* m_word = nullptr;
+  std::uint64_t m_right = 0;
 };
 
 /// @brief An address line that is stuck: a write to the word with that line set arrives without.
 class StuckAddressLine : public FaultSeam {
  public:
-  StuckAddressLine(std::uint64_t* first, std::size_t words) : mFirst(first), mWords(words) {}
+  StuckAddressLine(std::uint64_t* first, std::size_t words) : m_first(first), m_words(words) {}
 
   void wordWritten(std::uint64_t* word) override {
-    if (word == mFirst + mWords) {
-      *mFirst = *word;
+    if (word == m_first + m_words) {
+      *m_first = *word;
     }
   }
 
  private:
-  std::uint64_t* mFirst;
-  std::size_t mWords;
+  std::uint64_t* m_first;
+  std::size_t m_words;
 };
 
 class MemoryFaultKindsTest : public ::testing::Test {
  protected:
   TestReport run(TestNumber number, FaultSeam& seam) {
-    Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver, &seam);
+    Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer, &seam);
     return runTest(number, sweeper, quickOptions());
   }
 
-  Team mTeam{twoCpus()};
-  std::unique_ptr<Region> mRegion = smallRegion(mTeam, Region::blocksInSlice);
-  RecordingObserver mObserver;
+  Team m_team{twoCpus()};
+  std::unique_ptr<Region> m_region = smallRegion(m_team, Region::blocksInSlice);
+  RecordingObserver m_observer;
 };
 
 TEST_F(MemoryFaultKindsTest, stuck_bit_is_told_from_content_that_flipped) {
@@ -194,33 +195,33 @@ TEST_F(MemoryFaultKindsTest, stuck_bit_is_told_from_content_that_flipped) {
   const TestReport report = run(TestNumber::WalkingOnes, cell);
   // Seven of the eight patterns have the bit clear.
   EXPECT_EQ(report.miscompares, 7U);
-  for (const Miscompare& fault : mObserver.faults) {
+  for (const Miscompare& fault : m_observer.faults) {
     EXPECT_EQ(fault.kind, FaultKind::StuckBit);
     EXPECT_EQ(fault.differingBits(), 1U);
-    EXPECT_EQ(fault.virtualAddress, reinterpret_cast<std::uintptr_t>(mRegion->data()) + 4711 * 8);
+    EXPECT_EQ(fault.virtualAddress, reinterpret_cast<std::uintptr_t>(m_region->data()) + 4711 * 8);
   }
 }
 
 TEST_F(MemoryFaultKindsTest, disturbed_read_is_told_from_a_bad_cell) {
   DisturbedRead bus;
   EXPECT_EQ(run(TestNumber::RandomPatterns, bus).miscompares, 1U);
-  ASSERT_EQ(mObserver.faults.size(), 1U);
-  EXPECT_EQ(mObserver.faults[0].kind, FaultKind::ReadDisturbance);
-  EXPECT_EQ(mObserver.faults[0].foundAgain, mObserver.faults[0].expected);
-  EXPECT_EQ(mObserver.faults[0].differingBits(), 0xff00U);
+  ASSERT_EQ(m_observer.faults.size(), 1U);
+  EXPECT_EQ(m_observer.faults[0].kind, FaultKind::ReadDisturbance);
+  EXPECT_EQ(m_observer.faults[0].foundAgain, m_observer.faults[0].expected);
+  EXPECT_EQ(m_observer.faults[0].differingBits(), 0xff00U);
 }
 
 TEST_F(MemoryFaultKindsTest, each_stuck_address_line_is_found_and_named_by_its_offset) {
-  auto* const first = reinterpret_cast<std::uint64_t*>(mRegion->data());
-  for (std::size_t words = 1; words < mRegion->blocks() * wordsInBlock; words *= 2) {
-    mObserver.faults.clear();
+  auto* const first = reinterpret_cast<std::uint64_t*>(m_region->data());
+  for (std::size_t words = 1; words < m_region->blocks() * wordsInBlock; words *= 2) {
+    m_observer.faults.clear();
     StuckAddressLine line(first, words);
     EXPECT_GE(run(TestNumber::AddressLines, line).miscompares, 1U) << words;
-    ASSERT_FALSE(mObserver.faults.empty());
-    EXPECT_EQ(mObserver.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(first));
-    EXPECT_NE(mObserver.faults[0].pattern.find("offset " + std::to_string(words * 8)),
+    ASSERT_FALSE(m_observer.faults.empty());
+    EXPECT_EQ(m_observer.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(first));
+    EXPECT_NE(m_observer.faults[0].pattern.find("offset " + std::to_string(words * 8)),
               std::string::npos)
-        << mObserver.faults[0].pattern;
+        << m_observer.faults[0].pattern;
   }
 }
 
@@ -237,7 +238,7 @@ TEST_F(MemoryFaultKindsTest, faults_beyond_the_limit_are_counted_but_not_told) {
     }
   } block;
   EXPECT_EQ(run(TestNumber::RandomPatterns, block).miscompares, 3 * wordsInBlock);
-  EXPECT_EQ(mObserver.faults.size(), Sweeper::maximumReported);
+  EXPECT_EQ(m_observer.faults.size(), Sweeper::maximumReported);
 }
 
 TEST_F(MemoryFaultKindsTest, memory_that_is_bad_all_over_ends_the_test_early) {
@@ -255,43 +256,43 @@ TEST_F(MemoryFaultKindsTest, memory_that_is_bad_all_over_ends_the_test_early) {
 }
 
 TEST_F(MemoryFaultKindsTest, bit_fade_leaves_the_memory_alone_for_the_configured_time) {
-  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
   TestOptions options = quickOptions();
   options.hold = std::chrono::minutes(5);
   EXPECT_TRUE(runTest(TestNumber::BitFade, sweeper, options).completed);
-  EXPECT_EQ(mObserver.waited, std::chrono::minutes(10)) << "once for ones, once for zeros";
+  EXPECT_EQ(m_observer.waited, std::chrono::minutes(10)) << "once for ones, once for zeros";
 }
 
 TEST_F(MemoryFaultKindsTest, bandwidth_stress_lasts_as_long_as_asked) {
-  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
   TestOptions options = quickOptions();
   options.duration = std::chrono::milliseconds(200);
   const TestReport report = runTest(TestNumber::BandwidthStress, sweeper, options);
   EXPECT_TRUE(report.completed);
   EXPECT_GE(report.seconds, 0.2);
-  EXPECT_GT(report.bytesVerified, 2 * mRegion->bytes());
+  EXPECT_GT(report.bytesVerified, 2 * m_region->bytes());
 }
 
 TEST_F(MemoryFaultKindsTest, full_forms_have_more_patterns_and_progress_reaches_the_end) {
   for (int number = 1; number <= 8; ++number) {
-    Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+    Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
     const auto quick = runTest(static_cast<TestNumber>(number), sweeper, quickOptions());
     TestOptions options = quickOptions();
     options.quick = false;
     const auto full = runTest(static_cast<TestNumber>(number), sweeper, options);
     EXPECT_GE(full.bytesVerified, quick.bytesVerified) << number;
     EXPECT_EQ(full.miscompares, 0U) << number;
-    EXPECT_DOUBLE_EQ(mObserver.lastProgress, 1.0) << number;
+    EXPECT_DOUBLE_EQ(m_observer.lastProgress, 1.0) << number;
   }
 }
 
 TEST_F(MemoryFaultKindsTest, stop_in_the_middle_of_a_stress_is_obeyed_at_once) {
-  Sweeper sweeper(*mRegion, mTeam, bestKernels(), mObserver);
+  Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
   TestOptions options = quickOptions();
   options.duration = std::chrono::hours(1);
   std::thread client([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    mObserver.stop = true;
+    m_observer.stop = true;
   });
   const TestReport report = runTest(TestNumber::BandwidthStress, sweeper, options);
   client.join();

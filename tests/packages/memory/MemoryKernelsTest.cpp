@@ -19,15 +19,15 @@ namespace {
 /// @brief Memory for two blocks at the border of a line.
 class Blocks {
  public:
-  Blocks() : mData(static_cast<std::byte*>(::operator new(2 * blockBytes, alignment))) {
-    std::memset(mData, 0x5a, 2 * blockBytes);
+  Blocks() : m_data(static_cast<std::byte*>(::operator new(2 * blockBytes, alignment))) {
+    std::memset(m_data, 0x5a, 2 * blockBytes);
   }
-  ~Blocks() { ::operator delete(mData, alignment); }
+  ~Blocks() { ::operator delete(m_data, alignment); }
   Blocks(const Blocks&) = delete;
   Blocks& operator=(const Blocks&) = delete;
 
-  Block first(std::uint64_t index) const { return {mData, index}; }
-  Block second(std::uint64_t index) const { return {mData + blockBytes, index}; }
+  Block first(std::uint64_t index) const { return {m_data, index}; }
+  Block second(std::uint64_t index) const { return {m_data + blockBytes, index}; }
 
   static std::vector<std::uint64_t> wordsOf(const Block& block) {
     std::vector<std::uint64_t> words(wordsInBlock);
@@ -37,7 +37,7 @@ class Blocks {
 
  private:
   static constexpr std::align_val_t alignment{lineBytes};
-  std::byte* mData;
+  std::byte* m_data;
 };
 
 std::vector<Pattern> allKinds() {

@@ -148,11 +148,11 @@ TEST(MemoryPackageObjectTest, object_is_gone_after_its_release) {
 class CountingContext : public RecordingContext {
  public:
   CountingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)
-      : RecordingContext(std::move(parameters)), mMachine(machine) {}
+      : RecordingContext(std::move(parameters)), m_machine(machine) {}
 
   bool sleepFor(std::chrono::nanoseconds duration) override {
-    mMachine.has("sys/devices/system/edac/mc/mc0/ce_count", corrected + "\n");
-    mMachine.has("sys/devices/system/edac/mc/mc0/ue_count", uncorrected + "\n");
+    m_machine.has("sys/devices/system/edac/mc/mc0/ce_count", corrected + "\n");
+    m_machine.has("sys/devices/system/edac/mc/mc0/ue_count", uncorrected + "\n");
     return RecordingContext::sleepFor(duration);
   }
 
@@ -160,7 +160,7 @@ class CountingContext : public RecordingContext {
   std::string uncorrected = "0";
 
  private:
-  Tests::FakeMachine& mMachine;
+  Tests::FakeMachine& m_machine;
 };
 
 class MemoryCountersTest : public ::testing::Test {

@@ -31,20 +31,20 @@ class SpoilingSeam : public ResultSeam {
   using Spoil = std::function<void(std::span<std::uint64_t> results)>;
 
   SpoilingSeam(std::string instructionClass, Spoil spoil)
-      : mClass(std::move(instructionClass)), mSpoil(std::move(spoil)) {}
+      : m_class(std::move(instructionClass)), m_spoil(std::move(spoil)) {}
 
   void computed(const std::string& instructionClass, std::span<std::uint64_t> results) override {
-    if (!spoiled && instructionClass == mClass) {
+    if (!spoiled && instructionClass == m_class) {
       spoiled = true;
-      mSpoil(results);
+      m_spoil(results);
     }
   }
 
   bool spoiled = false;
 
  private:
-  std::string mClass;
-  Spoil mSpoil;
+  std::string m_class;
+  Spoil m_spoil;
 };
 
 constexpr int testedCore = 7;  // for reports alone: tests run wherever they may

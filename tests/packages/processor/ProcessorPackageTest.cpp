@@ -131,11 +131,11 @@ TEST(ProcessorPackageObjectTest, object_is_gone_after_its_release) {
 class HeatingContext : public RecordingContext {
  public:
   HeatingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)
-      : RecordingContext(std::move(parameters)), mMachine(machine) {}
+      : RecordingContext(std::move(parameters)), m_machine(machine) {}
 
   bool stopRequested() const noexcept override {
     if (!changedFile.empty()) {
-      mMachine.has(changedFile, changedText);
+      m_machine.has(changedFile, changedText);
     }
     return RecordingContext::stopRequested();
   }
@@ -144,7 +144,7 @@ class HeatingContext : public RecordingContext {
   std::string changedText;
 
  private:
-  Tests::FakeMachine& mMachine;
+  Tests::FakeMachine& m_machine;
 };
 
 class ProcessorCountersTest : public ::testing::Test {
