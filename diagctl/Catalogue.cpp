@@ -9,7 +9,7 @@
 #include "diagctl/ControllerFailure.h"
 #include "diagctl/Texts.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -155,4 +155,4 @@ Catalogue readCatalogue(Controller& controller, const std::string& language) {
   return catalogue;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -7,7 +7,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Whether a test can run on a device.
 enum class PairState { enabled, disabled, unsupported };
@@ -62,4 +62,4 @@ struct Catalogue {
 /// @throws ControllerFailure
 Catalogue readCatalogue(DiagCtrl::DiagnosticController& controller, const std::string& language);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -9,7 +9,7 @@
 #include "diagctl/CheckRules.h"
 #include "diagctl/PackageCheck.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -134,4 +134,4 @@ std::vector<Problem> checkTags(const Catalogue& catalogue) {
   return problems;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

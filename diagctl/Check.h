@@ -6,7 +6,7 @@
 #include "diagctl/Catalogue.h"
 #include "diagctl/ConfigurationText.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Something that keeps the controller or a package from working as it is written.
 struct Problem {
@@ -29,4 +29,4 @@ std::vector<Problem> checkPackages(const std::string& directory, bool mayLoad);
 /// Devices that cannot be tested side by side, because their tags end alike.
 std::vector<Problem> checkTags(const Catalogue& catalogue);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -11,7 +11,7 @@
 #include "diagctl/Safety.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -63,4 +63,4 @@ int carryOutCheck(std::ostream& out, const std::string& controlFile, const std::
   return problems.empty() ? ExitCode::passed : ExitCode::noVerdict;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -10,7 +10,7 @@
 #include <limits>
 #include <map>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -116,4 +116,4 @@ void checkRemarks(const ConfigurationText& text, const std::string& file,
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

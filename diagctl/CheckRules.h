@@ -5,7 +5,7 @@
 
 #include "diagctl/Check.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a value must be.
 enum class ValueKind {
@@ -41,4 +41,4 @@ void checkKeys(const ConfigurationText& text, const std::string& file, const std
 void checkRemarks(const ConfigurationText& text, const std::string& file,
                   std::vector<Problem>& problems);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -8,7 +8,7 @@
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagnosticController.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -325,4 +325,4 @@ std::string_view toText(CodeEntry::Severity severity) {
   return "error";
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

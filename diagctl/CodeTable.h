@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a number of the controller means: as the result of a call, as the code of a controller
 /// event, or both. The two enumerations agree through 31 and go apart from 32 on.
@@ -33,4 +33,4 @@ std::vector<const CodeEntry*> lookUp(const std::string& nameOrNumber);
 
 std::string_view toText(CodeEntry::Severity severity);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

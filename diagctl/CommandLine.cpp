@@ -27,7 +27,7 @@
 #include "diagctl/SelfTest.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -356,4 +356,4 @@ int runCommandLine(int argc, char** argv) {
   return requireWritten(CommandLine(argc, argv).carryOut());
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

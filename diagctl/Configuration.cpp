@@ -14,7 +14,7 @@
 
 #include "diagctl/Interruption.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -137,4 +137,4 @@ std::string embeddedControlFile(const fs::path& packages, const fs::path& logs) 
       packages.string(), logs.string());
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

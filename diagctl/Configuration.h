@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// The control file that a session works with: the one that was named, else the first that exists
 /// of $XDG_CONFIG_HOME/tarvexdiags/control.cfg (~/.config without the variable) and
@@ -50,4 +50,4 @@ std::filesystem::path selfTestPackages();
 std::string embeddedControlFile(const std::filesystem::path& packages,
                                 const std::filesystem::path& logs);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

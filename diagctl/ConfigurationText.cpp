@@ -5,7 +5,7 @@
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "System/SysUtil.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::vector<std::string> ConfigurationText::sections() const {
   return names;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

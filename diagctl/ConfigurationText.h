@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// A configuration file, whole, by the rules of the library's reader, which looks up one key at a
 /// time and so cannot tell what a file holds beside.
@@ -39,4 +39,4 @@ class ConfigurationText {
   std::optional<std::string> m_section;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -27,4 +27,4 @@ void require(DiagCtrl::DiagnosticController::errorCode code, const std::string& 
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

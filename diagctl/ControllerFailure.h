@@ -6,7 +6,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "diagctl/CodeTable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// A call of the controller that was refused or failed, told with the code's meaning and what to
 /// do.
@@ -24,4 +24,4 @@ class ControllerFailure : public std::runtime_error {
 /// @param what the attempt, for people: "reading the tests of package memory".
 void require(DiagCtrl::DiagnosticController::errorCode code, const std::string& what);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -12,7 +12,7 @@
 #include "diagctl/ControllerFailure.h"
 #include "diagctl/Interruption.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -157,4 +157,4 @@ void writeEstimates(std::ostream& out, const std::vector<Estimate>& estimates) {
              atLeast, toText(sums.serial), atLeast, toText(sums.parallel));
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

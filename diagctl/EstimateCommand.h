@@ -6,7 +6,7 @@
 #include "diagctl/Selection.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// How long one test on one device takes.
 struct Estimate {
@@ -29,4 +29,4 @@ EstimateSums sum(const std::vector<Estimate>& estimates);
 
 void writeEstimates(std::ostream& out, const std::vector<Estimate>& estimates);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -1,6 +1,6 @@
 #include "diagctl/ExitStatus.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
   if (summary.failed > 0) {
@@ -39,4 +39,4 @@ int translate(int code, const RunSummary& summary, ExitStyle style) {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

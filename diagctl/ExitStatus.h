@@ -2,7 +2,7 @@
 
 #include "diagctl/Runner.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// How a run that ended is told to the caller of the program.
 enum class ExitStyle {
@@ -32,4 +32,4 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
 /// The same outcome in another style.
 int translate(int code, const RunSummary& summary, ExitStyle style);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -11,7 +11,7 @@
 #include "diagctl/ExitStatus.h"
 #include "diagctl/Keyboard.h"
 
-namespace TarvexDiags::DiagCtl::Interruption {
+namespace TarvexDiags::FrontEnd::Interruption {
 
 namespace {
 
@@ -82,4 +82,4 @@ int signal() {
   return lastSignal;
 }
 
-}  // namespace TarvexDiags::DiagCtl::Interruption
+}  // namespace TarvexDiags::FrontEnd::Interruption

@@ -4,7 +4,7 @@
 
 #include "diagctl/Runner.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Interrupt, end and hang-up signals: the first ends the run in order, the second leaves at once.
 /// A closed pipe is told by the write that fails, so that the run still ends in order. A signal
@@ -23,4 +23,4 @@ int signal();
 
 }  // namespace Interruption
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

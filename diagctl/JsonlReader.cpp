@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -305,4 +305,4 @@ bool JsonlReader::readRun(const Sink& sink) {
   return hasBegun;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 
 #include "diagctl/RunEvents.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Reads a saved log back into the stream of a run, for a report in another format. Of a log that
 /// holds several runs each is told in turn.
@@ -33,4 +33,4 @@ class JsonlReader {
   bool m_isPending = false;  ///< the present line belongs to the next run
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

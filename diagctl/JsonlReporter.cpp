@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -219,4 +219,4 @@ void JsonlReporter::write(const std::string& timestamp, const char* kind, Json c
   m_out << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n' << std::flush;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -8,7 +8,7 @@
 
 #include "diagctl/Reporter.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// JSON lines after the Open Compute Project's "Test and Validation output" specification, version
 /// 2.0: one artifact a line, flushed when it happens, so that a run that is killed leaves a usable
@@ -33,4 +33,4 @@ class JsonlReporter : public Reporter {
 /// A point in time as ISO 8601 in UTC, with milliseconds: "2026-11-21T03:04:05.678Z".
 std::string toTimestamp(std::chrono::system_clock::time_point time);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

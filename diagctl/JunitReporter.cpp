@@ -10,7 +10,7 @@
 #include "diagctl/JsonlReporter.h"
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -132,4 +132,4 @@ void JunitReporter::finish() {
   m_out << "</testsuites>\n" << std::flush;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 #include "diagctl/Reporter.h"
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
 /// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
@@ -24,4 +24,4 @@ class JunitReporter : public Reporter {
   std::vector<RunRecord> m_runs;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

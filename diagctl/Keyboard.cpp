@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -60,4 +60,4 @@ void Keyboard::run() {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 #include <functional>
 #include <thread>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Reads single keys from the terminal on standard input while it lives, without their echo. Does
 /// nothing when standard input is no terminal, or this process is not in its foreground.
@@ -29,4 +29,4 @@ class Keyboard {
   std::thread m_thread;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <system_error>
 
-namespace TarvexDiags::DiagCtl::KitCodes {
+namespace TarvexDiags::FrontEnd::KitCodes {
 
 namespace {
 
@@ -65,4 +65,4 @@ std::variant<double, std::string> measuredValue(const std::string& text) {
   return text;
 }
 
-}  // namespace TarvexDiags::DiagCtl::KitCodes
+}  // namespace TarvexDiags::FrontEnd::KitCodes

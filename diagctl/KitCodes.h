@@ -5,7 +5,7 @@
 
 #include "Diag/DiagnosticEvent.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What the front end knows of the event codes that the package kit reserves, 9000 to 9099. A
 /// package without the kit raises none of them.
@@ -28,4 +28,4 @@ std::variant<double, std::string> measuredValue(const std::string& text);
 
 }  // namespace KitCodes
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -140,4 +140,4 @@ void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs) {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

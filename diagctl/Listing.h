@@ -7,7 +7,7 @@
 #include "diagctl/Catalogue.h"
 #include "diagctl/Selection.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 void listPackages(std::ostream& out, const Catalogue& catalogue);
 void listDevices(std::ostream& out, const Catalogue& catalogue);
@@ -23,4 +23,4 @@ void tellWarnings(std::ostream& out, const std::vector<std::string>& warnings);
 /// The pairs of a plan that would run and those that would not.
 void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -8,7 +8,7 @@
 
 #include "System/SysUtil.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -41,4 +41,4 @@ RunStarted describeMachine() {
   return start;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

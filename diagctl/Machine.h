@@ -2,9 +2,9 @@
 
 #include "diagctl/RunEvents.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What the machine under test is: name, id and platform lines, from the kernel and firmware.
 RunStarted describeMachine();
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

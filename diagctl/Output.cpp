@@ -16,7 +16,7 @@
 #include "diagctl/TapReporter.h"
 #include "diagctl/TextReporter.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -221,4 +221,4 @@ void Outputs::finish() {
   forEach([](Output& output) { output.finish(); });
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -8,7 +8,7 @@
 
 #include "diagctl/Reporter.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Closes the run's text for a monitor; no choice of the option for formats.
 inline constexpr const char* summaryFormat = "summary";
@@ -70,4 +70,4 @@ class Outputs {
   std::vector<std::string> m_failures;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -10,7 +10,7 @@
 
 #include "diagctl/CheckRules.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -235,4 +235,4 @@ void checkPackage(const std::string& descriptionFile, bool mayLoad,
   PackageChecker(descriptionFile, *text, problems).check(mayLoad);
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 // The writer of JSON knows UTF-8 already, and its reader takes back what it writes.
 std::string toUtf8(const std::string& text) {
@@ -24,4 +24,4 @@ std::string toPrintable(const std::string& text, const std::string& lineBreak) {
   return printable;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

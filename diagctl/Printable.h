@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Names and texts come from packages and devices, whatever bytes those hold.
 
@@ -14,4 +14,4 @@ std::string toUtf8(const std::string& text);
 /// @param lineBreak stands for each line break of the text.
 std::string toPrintable(const std::string& text, const std::string& lineBreak = " ");
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -10,7 +10,7 @@
 
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -169,4 +169,4 @@ void Progress::finish() {
   m_out << std::flush;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

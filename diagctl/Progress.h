@@ -8,7 +8,7 @@
 
 #include "diagctl/Reporter.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a person watches while a run is under way. On a terminal: a line for each test that runs,
 /// drawn anew at each change, and a total. Elsewhere: a plain line at each change of state, without
@@ -50,4 +50,4 @@ class Progress : public Reporter {
   std::size_t m_drawnLines = 0;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <map>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -51,4 +51,4 @@ void readReasons(Catalogue& catalogue, const std::string& logDirectory) {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

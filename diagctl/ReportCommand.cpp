@@ -15,7 +15,7 @@
 #include "diagctl/Output.h"
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -78,4 +78,4 @@ int carryOutReport(const ReportCommandOptions& options) {
                          [&](RunSummary& summary) { return reportRuns(options, summary); });
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -4,7 +4,7 @@
 
 #include "diagctl/Reporting.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 struct ReportCommandOptions {
   std::string log;  ///< a file that run wrote in the format jsonl
@@ -14,4 +14,4 @@ struct ReportCommandOptions {
 /// The verb report: tells each run of the log. @return the exit code of the last one.
 int carryOutReport(const ReportCommandOptions& options);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

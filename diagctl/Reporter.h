@@ -2,7 +2,7 @@
 
 #include "diagctl/RunEvents.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Turns the stream of a run into one format.
 class Reporter {
@@ -18,4 +18,4 @@ class Reporter {
   virtual void finish() = 0;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

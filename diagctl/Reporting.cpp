@@ -8,7 +8,7 @@
 
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -51,4 +51,4 @@ int carryOutInStyle(const ReportingOptions& options,
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

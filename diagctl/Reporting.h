@@ -7,7 +7,7 @@
 #include "diagctl/ExitStatus.h"
 #include "diagctl/Output.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What the verbs that report a run have in common.
 struct ReportingOptions {
@@ -29,4 +29,4 @@ int finish(Outputs& outputs, int code);
 int carryOutInStyle(const ReportingOptions& options,
                     const std::function<int(RunSummary&)>& carryOut);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -22,7 +22,7 @@
 #include "diagctl/Safety.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -182,4 +182,4 @@ int carryOutRun(const RunCommandOptions& options) {
                          [&](RunSummary& summary) { return runSelected(options, summary); });
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

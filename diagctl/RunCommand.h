@@ -8,7 +8,7 @@
 #include "diagctl/RunPlan.h"
 #include "diagctl/Selection.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 struct RunCommandOptions {
   std::optional<std::string> config;
@@ -29,4 +29,4 @@ struct RunCommandOptions {
 /// The verb run. @return the exit code.
 int carryOutRun(const RunCommandOptions& options);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// The stream that a run tells: what every report is made of, live or from a saved log.
 
@@ -124,4 +124,4 @@ struct RunEvent {
   RunEventBody body;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

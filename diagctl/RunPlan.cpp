@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -84,4 +84,4 @@ std::map<std::string, std::string> describe(const RunOptions& options) {
   return texts;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

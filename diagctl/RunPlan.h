@@ -9,7 +9,7 @@
 #include "Diag/DiagnosticSettings.h"
 #include "diagctl/Selection.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 enum class Profile { quick, standard, extended };
 
@@ -59,4 +59,4 @@ bool isQuick(const RunOptions& options);
 /// Passes of each test: as asked for, or as the profile has them.
 int passesOf(const RunOptions& options);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -11,7 +11,7 @@
 #include "diagctl/ControllerFailure.h"
 #include "diagctl/KitCodes.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -585,4 +585,4 @@ RunEnded Runner::verdictOf(const RunSummary& summary) const {
   return {RunStatus::complete, RunResult::pass};
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -15,7 +15,7 @@
 #include "diagctl/RunPlan.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a person or a signal wants of a run under way. Set by any thread, a signal handler
 /// included, and read by the runner.
@@ -107,4 +107,4 @@ class Runner {
   Hold m_hold = Hold::none;  // what a person wants of all requests
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

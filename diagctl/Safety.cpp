@@ -11,7 +11,7 @@
 
 #include "System/SysUtil.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -126,4 +126,4 @@ void requireSecureFiles(const std::string& controlFile) {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Files that root must not load code by.
 class InsecureFiles : public std::runtime_error {
@@ -29,4 +29,4 @@ void requireSecureFiles(const std::string& controlFile);
 /// Whether the program runs as root, so that what it loads must be root's.
 bool mustBeSecure();
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

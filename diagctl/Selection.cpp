@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -111,4 +111,4 @@ std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
   return unmatched;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -5,7 +5,7 @@
 
 #include "diagctl/Catalogue.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a person selects: patterns for packages, devices and tests. A pattern is a number (the id),
 /// a name, or a name with the wildcards of the shell (*, ?, [...]); names match without regard to
@@ -39,4 +39,4 @@ bool matchesPackage(const std::string& pattern, const PackageItem& package);
 bool matchesDevice(const std::string& pattern, const DeviceItem& device);
 bool matchesTest(const std::string& pattern, const TestItem& test);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

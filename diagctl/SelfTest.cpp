@@ -21,7 +21,7 @@
 #include "diagctl/Selection.h"
 #include "diagctl/Session.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -176,4 +176,4 @@ int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::
   return escaped == 0 ? ExitCode::passed : ExitCode::noVerdict;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

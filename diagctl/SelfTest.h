@@ -6,7 +6,7 @@
 
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a test that misbehaves must come to.
 struct SelfTestExpectation {
@@ -25,4 +25,4 @@ const std::vector<SelfTestExpectation>& selfTestExpectations();
 int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::string& language,
                      bool allowsInsecure);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

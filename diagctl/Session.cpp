@@ -8,7 +8,7 @@
 #include "diagctl/ControllerFailure.h"
 #include "diagctl/Reasons.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -112,4 +112,4 @@ void Session::enumerateAgain() {
   }
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

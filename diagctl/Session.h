@@ -9,7 +9,7 @@
 #include "diagctl/Texts.h"
 #include "diagctl/Wakeups.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Settings of a session that override those of the control file.
 struct SessionSettings {
@@ -55,4 +55,4 @@ class Session {
   unsigned long m_controlRegistration = 0;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

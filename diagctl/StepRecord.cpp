@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -171,4 +171,4 @@ std::string toText(const OutcomeSums& sums) {
   return text;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

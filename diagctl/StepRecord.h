@@ -7,7 +7,7 @@
 
 #include "diagctl/RunEvents.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
@@ -67,4 +67,4 @@ const char* toText(StepRecord::Outcome outcome);
 /// For people: "3 passed, 1 failed"; empty for nothing.
 std::string toText(const OutcomeSums& sums);
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -9,7 +9,7 @@
 
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -65,4 +65,4 @@ void SummaryReporter::finish() {
   m_out << std::flush;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

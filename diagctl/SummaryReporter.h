@@ -5,7 +5,7 @@
 #include "diagctl/Reporter.h"
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// One line for monitors that read no more: the state, the sums, and what was found first. Of
 /// several runs it tells the last.
@@ -22,4 +22,4 @@ class SummaryReporter : public Reporter {
   RunRecord m_record;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -9,7 +9,7 @@
 
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -81,4 +81,4 @@ void TapReporter::finish() {
   m_out << std::flush;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -5,7 +5,7 @@
 #include "diagctl/Reporter.h"
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// The Test Anything Protocol, version 13: a line for each test as it ends, the plan at the end.
 /// Trouble of the tool is "not ok" with a TODO directive, so that a harness does not count it as a
@@ -28,4 +28,4 @@ class TapReporter : public Reporter {
   int m_number = 0;  ///< of the points, over all runs
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -7,7 +7,7 @@
 
 #include "diagctl/Printable.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -102,4 +102,4 @@ void TextReporter::closeRun() {
   m_record = RunRecord();
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,7 +6,7 @@
 #include "diagctl/Reporter.h"
 #include "diagctl/StepRecord.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// The report that a technician reads: the machine, a line for each test with its verdict, what was
 /// found and what to do about it, and the sum.
@@ -30,4 +30,4 @@ class TextReporter : public Reporter {
   RunRecord m_record;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

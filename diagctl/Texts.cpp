@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::string languageOfLocale() {
   return fallbackLanguage;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -7,7 +7,7 @@
 #include "Diag/DiagnosticEvent.h"
 #include "DiagCtrl/DiagnosticController.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Texts of packages in one language, by way of their tokens. What has no text in the language is
 /// looked up in English, so that a technician sees words and not numbers.
@@ -37,4 +37,4 @@ class Texts {
 /// The language of the environment's locale (LC_ALL, LC_MESSAGES, LANG), "en" if there is none.
 std::string languageOfLocale();
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

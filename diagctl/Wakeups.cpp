@@ -1,6 +1,6 @@
 #include "diagctl/Wakeups.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 Wakeups::Wakeups() : m_thread([this] { run(); }) {}
 
@@ -32,4 +32,4 @@ void Wakeups::run() {
   m_hasEnded = true;
 }
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

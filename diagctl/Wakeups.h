@@ -8,7 +8,7 @@
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 
 /// Waits for the controller's wake-ups on a thread of its own, since the wait on the controller's
 /// object has no limit. Lives until the controller was shut down: nothing unregisters the object.
@@ -37,4 +37,4 @@ class Wakeups {
   std::thread m_thread;
 };
 
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

@@ -6,9 +6,9 @@
 
 int main(int argc, char** argv) {
   try {
-    return TarvexDiags::DiagCtl::runCommandLine(argc, argv);
+    return TarvexDiags::FrontEnd::runCommandLine(argc, argv);
   } catch (const std::exception& failure) {
     std::cerr << "diagctl: " << failure.what() << '\n';
-    return TarvexDiags::DiagCtl::ExitCode::noVerdict;
+    return TarvexDiags::FrontEnd::ExitCode::noVerdict;
   }
 }

@@ -16,7 +16,7 @@
 #include "bench/memory/BareLoops.h"
 #include "bench/support/Comparison.h"
 #include "packages/common/CpuList.h"
-#include "packages/memory/MemoryTests.h"
+#include "packages/memory/MemoryDiagnostics.h"
 
 namespace TarvexDiags::Memory {
 namespace {

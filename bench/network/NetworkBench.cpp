@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "packages/network/DatagramTest.h"
+#include "packages/network/DatagramDiagnostic.h"
 #include "packages/network/Sockets.h"
-#include "packages/network/StreamTest.h"
+#include "packages/network/StreamDiagnostic.h"
 
 namespace TarvexDiags::Network {
 namespace {

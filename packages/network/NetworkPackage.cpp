@@ -11,12 +11,12 @@
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
 #include "packages/network/Capabilities.h"
-#include "packages/network/DatagramTest.h"
-#include "packages/network/LinkTests.h"
+#include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/LinkDiagnostics.h"
 #include "packages/network/Links.h"
 #include "packages/network/NamespacePair.h"
 #include "packages/network/Sockets.h"
-#include "packages/network/StreamTest.h"
+#include "packages/network/StreamDiagnostic.h"
 
 namespace TarvexDiags::Network {
 namespace {

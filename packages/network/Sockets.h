@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "packages/common/UniqueDescriptor.h"
-#include "packages/network/DatagramTest.h"
-#include "packages/network/StreamTest.h"
+#include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/StreamDiagnostic.h"
 
 namespace TarvexDiags::Network {
 

@@ -5,8 +5,8 @@
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/Places.h"
 #include "packages/storage/Progress.h"
+#include "packages/storage/ReadDiagnostics.h"
 #include "packages/storage/ReadErrors.h"
-#include "packages/storage/ReadTests.h"
 #include "packages/storage/TransferQueue.h"
 
 namespace TarvexDiags::Storage {

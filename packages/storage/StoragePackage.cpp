@@ -14,7 +14,7 @@
 #include "packages/storage/Disks.h"
 #include "packages/storage/FilePlace.h"
 #include "packages/storage/Health.h"
-#include "packages/storage/ReadTests.h"
+#include "packages/storage/ReadDiagnostics.h"
 #include "packages/storage/TemporaryFile.h"
 #include "packages/storage/WriteVerify.h"
 

@@ -30,7 +30,7 @@
 #include "diagctl/TextReporter.h"
 #include "tests/support/TemporaryDirectory.h"
 
-namespace TarvexDiags::DiagCtl {
+namespace TarvexDiags::FrontEnd {
 namespace {
 
 using ::testing::ElementsAre;
@@ -427,4 +427,4 @@ TEST(ProgressLines, tell_elapsed_and_remaining_time) {
 }
 
 }  // namespace
-}  // namespace TarvexDiags::DiagCtl
+}  // namespace TarvexDiags::FrontEnd

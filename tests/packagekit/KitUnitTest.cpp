@@ -329,8 +329,8 @@ TEST_P(PackageEvents, HaveATokenEachAndTheSeverityOfTheirNumber) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Packages, PackageEvents,
-                         testing::Values(EventList{"memory", "NodeTest.h"},
-                                         EventList{"processor", "CoreTest.h"},
+                         testing::Values(EventList{"memory", "NodeDiagnostic.h"},
+                                         EventList{"processor", "CoreDiagnostic.h"},
                                          EventList{"storage", "StorageEvents.h"},
                                          EventList{"network", "NetworkEvents.h"}),
                          [](const testing::TestParamInfo<EventList>& list) {

@@ -27,7 +27,7 @@ std::string lookUp(const Named<Code> (&table)[size], Code code) {
   return std::to_string(static_cast<unsigned int>(code));
 }
 
-std::string nameIn(const DiagCtl::CodeEntry* entry, unsigned int number) {
+std::string nameIn(const FrontEnd::CodeEntry* entry, unsigned int number) {
   return entry == nullptr ? std::to_string(number) : std::string(entry->name);
 }
 
@@ -37,11 +37,11 @@ std::string nameIn(const DiagCtl::CodeEntry* entry, unsigned int number) {
 }  // namespace
 
 std::string nameOf(DiagnosticController::errorCode code) {
-  return nameIn(DiagCtl::findResult(code), code);
+  return nameIn(FrontEnd::findResult(code), code);
 }
 
 std::string nameOf(DiagCtrlEvent::eventCode code) {
-  return nameIn(DiagCtl::findEvent(code), code);
+  return nameIn(FrontEnd::findEvent(code), code);
 }
 
 std::string nameOf(DiagControllerStatus::diagCtrlPhase phase) {

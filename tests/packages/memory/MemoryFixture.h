@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "packages/common/CpuList.h"
-#include "packages/memory/MemoryTests.h"
+#include "packages/memory/MemoryDiagnostics.h"
 
 namespace TarvexDiags::Memory {
 

@@ -17,7 +17,7 @@
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/ContextJournal.h"
-#include "packages/memory/NodeTest.h"
+#include "packages/memory/NodeDiagnostic.h"
 #include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::Memory {
@@ -182,7 +182,7 @@ class MemoryCountersTest : public ::testing::Test {
     context = std::make_unique<CountingContext>(std::move(parameters), machine);
   }
 
-  PackageKit::Verdict run() { return NodeTest(TestNumber::BitFade).run(*context); }
+  PackageKit::Verdict run() { return NodeDiagnostic(TestNumber::BitFade).run(*context); }
 
   std::vector<unsigned int> codes() const {
     std::vector<unsigned int> codes;

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "packages/network/DatagramTest.h"
-#include "packages/network/StreamTest.h"
+#include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/StreamDiagnostic.h"
 
 namespace TarvexDiags::Network {
 

@@ -11,14 +11,14 @@
 #include <cstring>
 #include <system_error>
 
-#include "packages/network/DatagramTest.h"
-#include "packages/network/LinkTests.h"
+#include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/LinkDiagnostics.h"
 #include "packages/network/Links.h"
 #include "packages/network/NamespacePair.h"
 #include "packages/network/Netlink.h"
 #include "packages/network/Payload.h"
 #include "packages/network/Sockets.h"
-#include "packages/network/StreamTest.h"
+#include "packages/network/StreamDiagnostic.h"
 #include "tests/packages/network/FaultyLinks.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TestPrecompiled.h"

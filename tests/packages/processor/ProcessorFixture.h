@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "packages/common/CpuList.h"
-#include "packages/processor/ProcessorTests.h"
+#include "packages/processor/ProcessorDiagnostics.h"
 
 namespace TarvexDiags::Processor {
 

@@ -14,7 +14,7 @@
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/CpuList.h"
-#include "packages/processor/CoreTest.h"
+#include "packages/processor/CoreDiagnostic.h"
 #include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::Processor {
@@ -168,7 +168,7 @@ class ProcessorCountersTest : public ::testing::Test {
   PackageKit::Verdict::Kind kindWith(const std::string& file, const std::string& text) {
     context->changedFile = file;
     context->changedText = text;
-    return CoreTest(TestNumber::Loads).run(*context).kind();
+    return CoreDiagnostic(TestNumber::Loads).run(*context).kind();
   }
 
   bool told(unsigned int code) const {

@@ -15,7 +15,7 @@
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/PageBuffer.h"
 #include "packages/storage/Places.h"
-#include "packages/storage/ReadTests.h"
+#include "packages/storage/ReadDiagnostics.h"
 #include "packages/storage/TemporaryFile.h"
 #include "packages/storage/TestPattern.h"
 #include "packages/storage/TransferQueue.h"

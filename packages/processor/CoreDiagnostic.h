@@ -4,7 +4,7 @@
 
 #include "packagekit/PackageKit.h"
 #include "packages/common/SystemTest.h"
-#include "packages/processor/ProcessorTests.h"
+#include "packages/processor/ProcessorDiagnostics.h"
 
 namespace TarvexDiags::Processor {
 
@@ -23,7 +23,7 @@ enum ProcessorEvent : unsigned int {
 ///
 /// Properties of the device: "core" (the number of the logical processor), "systemRoot" (where /sys
 /// and /proc lie).
-class CoreTest : public Common::SystemTest<TestNumber> {
+class CoreDiagnostic : public Common::SystemTest<TestNumber> {
  public:
   using SystemTest::SystemTest;
 

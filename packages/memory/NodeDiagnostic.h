@@ -5,7 +5,7 @@
 
 #include "packagekit/PackageKit.h"
 #include "packages/common/SystemTest.h"
-#include "packages/memory/MemoryTests.h"
+#include "packages/memory/MemoryDiagnostics.h"
 #include "packages/memory/Nodes.h"
 
 namespace TarvexDiags::Memory {
@@ -30,7 +30,7 @@ enum MemoryEvent : unsigned int {
 ///
 /// Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
 /// it), "bytes", "systemRoot" (where /sys and /proc lie).
-class NodeTest : public Common::SystemTest<TestNumber> {
+class NodeDiagnostic : public Common::SystemTest<TestNumber> {
  public:
   using SystemTest::SystemTest;
 

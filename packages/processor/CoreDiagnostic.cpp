@@ -1,4 +1,4 @@
-#include "packages/processor/CoreTest.h"
+#include "packages/processor/CoreDiagnostic.h"
 
 #include <algorithm>
 #include <chrono>
@@ -136,7 +136,7 @@ void reportMissing(const std::string& device, TestNumber number, RunJournal& jou
 
 }  // namespace
 
-PackageKit::Verdict CoreTest::run(TestContext& context) {
+PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
   const std::string& device = context.device().name;
   return Common::judged(context, device, [&](RunJournal& journal) {
     const int core = coreOf(context.device());
@@ -164,7 +164,7 @@ PackageKit::Verdict CoreTest::run(TestContext& context) {
   });
 }
 
-Support CoreTest::supports(const Device& device, const Environment&) const {
+Support CoreDiagnostic::supports(const Device& device, const Environment&) const {
   const int core = coreOf(device);
   if (!isAllowed(core)) {
     return Support::no("this process may not run on core " + std::to_string(core));
@@ -182,7 +182,7 @@ Support CoreTest::supports(const Device& device, const Environment&) const {
   return Support::yes();
 }
 
-int CoreTest::estimate(const Device&, const Environment& environment) const {
+int CoreDiagnostic::estimate(const Device&, const Environment& environment) const {
   const auto duration =
       durationOf(environment.settings, static_cast<int>(number()), false, "DurationSeconds");
   return static_cast<int>(duration.count() / 1000) + 1;

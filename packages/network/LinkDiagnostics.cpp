@@ -1,4 +1,4 @@
-#include "packages/network/LinkTests.h"
+#include "packages/network/LinkDiagnostics.h"
 
 #include <optional>
 

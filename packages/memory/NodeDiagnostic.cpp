@@ -1,4 +1,4 @@
-#include "packages/memory/NodeTest.h"
+#include "packages/memory/NodeDiagnostic.h"
 
 #include <algorithm>
 #include <atomic>
@@ -257,7 +257,7 @@ constexpr int walksOfTests[] = {3, 65, 65, 25, 9, 16, 180, 4, 2};
 
 }  // namespace
 
-PackageKit::Verdict NodeTest::run(TestContext& context) {
+PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
   const std::string& device = context.device().name;
   return Common::judged(context, device, [&](RunJournal& journal) {
     const Node node = nodeOf(context.device());
@@ -287,7 +287,7 @@ PackageKit::Verdict NodeTest::run(TestContext& context) {
   });
 }
 
-Support NodeTest::supports(const Device& device, const Environment&) const {
+Support NodeDiagnostic::supports(const Device& device, const Environment&) const {
   const Node node = nodeOf(device);
   if (usableCpus(node).empty()) {
     return Support::no("this process may run on no CPU of " + device.name);
@@ -298,7 +298,7 @@ Support NodeTest::supports(const Device& device, const Environment&) const {
   return Support::yes();
 }
 
-int NodeTest::estimate(const Device& device, const Environment& environment) const {
+int NodeDiagnostic::estimate(const Device& device, const Environment& environment) const {
   const int test = static_cast<int>(number());
   const auto available = availableBytes(filesOf(device), nodeOf(device));
   const std::uint64_t bytes =

@@ -1,4 +1,4 @@
-#include "packages/memory/MemoryTests.h"
+#include "packages/memory/MemoryDiagnostics.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "packages/storage/ReadTests.h"
+#include "packages/storage/ReadDiagnostics.h"
 
 #include <algorithm>
 #include <utility>

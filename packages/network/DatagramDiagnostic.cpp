@@ -1,4 +1,4 @@
-#include "packages/network/DatagramTest.h"
+#include "packages/network/DatagramDiagnostic.h"
 
 #include <fmt/format.h>
 

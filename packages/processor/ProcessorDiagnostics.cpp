@@ -1,4 +1,4 @@
-#include "packages/processor/ProcessorTests.h"
+#include "packages/processor/ProcessorDiagnostics.h"
 
 #include <algorithm>
 #include <array>

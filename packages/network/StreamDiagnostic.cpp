@@ -1,4 +1,4 @@
-#include "packages/network/StreamTest.h"
+#include "packages/network/StreamDiagnostic.h"
 
 #include <fmt/format.h>
 
