@@ -16,6 +16,7 @@
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/Places.h"
 #include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::DiagctlTest {
@@ -462,8 +463,9 @@ std::set<std::string> wordsOf(const std::string& text) {
 /// What bash offers behind a beginning of a command line, whose last word may be empty.
 std::set<std::string> completions(const std::string& words, const std::string& file) {
   const std::string command =
-      "bash -c 'source " TARVEX_SOURCE_DIR "/completion/diagctl.bash; COMP_WORDS=(" + words +
-      "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _diagctl; echo \"${COMPREPLY[@]}\"' > " + file;
+      "bash -c 'source " + TestSupport::sourcePath("completion/diagctl.bash") + "; COMP_WORDS=(" +
+      words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _diagctl; echo \"${COMPREPLY[@]}\"' > " +
+      file;
   EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): bash is what is tested
   return wordsOf(contentsOf(file));
 }
@@ -484,9 +486,8 @@ TEST_F(Diagctl, bash_completes_every_verb_and_option) {
 /// What zsh offers behind each of the beginnings of a command line.
 std::vector<std::set<std::string>> completionsOfZsh(const std::vector<std::string>& beginnings,
                                                     const std::string& file) {
-  std::string command = "zsh -f " TARVEX_SOURCE_DIR "/tests/diagctl/complete.zsh " TARVEX_SOURCE_DIR
-                        "/completion " +
-                        file;
+  std::string command = "zsh -f " + TestSupport::sourcePath("tests/diagctl/complete.zsh") + " " +
+                        TestSupport::sourcePath("completion") + " " + file;
   for (const std::string& beginning : beginnings) {
     command += " '" + beginning + "'";
   }
@@ -524,7 +525,7 @@ TEST_F(Diagctl, zsh_completes_every_verb_and_option) {
 }
 
 TEST_F(Diagctl, the_manual_names_every_verb_and_option) {
-  const std::string manual = contentsOf(TARVEX_SOURCE_DIR "/man/diagctl.1");
+  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
   std::set<std::string> options = optionsOf({"--help"});
   for (const std::string& verb : verbs()) {
     options.merge(optionsOf({verb, "--help"}));

@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/Places.h"
+
 namespace TarvexDiags::DiagctlTest {
 
 namespace {
@@ -56,7 +58,7 @@ Workplace& Workplace::addPackage(const std::string& name, const std::vector<Conf
         "[de]\nLINE_STUCK=$1$ klemmt.\nLINE_STUCK_ACTION=Kabel ersetzen.\n"
         "LINE_WEAK=$1$ ist schwach.\nLINE_WEAK_ACTION=Kabel beobachten.\n");
   const std::string library = path("packages/lib" + name + ".so");
-  fs::copy_file(TARVEX_TEST_MODULE_DIR "/libconfigured_package.so", library);
+  fs::copy_file(TestSupport::modulePath("configured_package"), library);
   fs::permissions(library, fs::perms(0755));
   return *this;
 }

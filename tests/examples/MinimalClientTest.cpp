@@ -13,6 +13,7 @@
 #include <string>
 
 #include "tests/support/ControlFile.h"
+#include "tests/support/Places.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
 
@@ -47,7 +48,7 @@ ClientRun runClient(const std::string& arguments) {
 
 std::string textOf(const std::string& file) {
   std::ostringstream text;
-  text << std::ifstream(TARVEX_SOURCE_DIR "/" + file).rdbuf();
+  text << std::ifstream(TestSupport::sourcePath(file)).rdbuf();
   EXPECT_FALSE(text.str().empty()) << file;
   return text.str();
 }

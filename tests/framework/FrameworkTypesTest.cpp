@@ -23,6 +23,7 @@
 #include "Diag/IDiagnostics.h"
 #include "System/Lock.h"
 #include "tests/support/FlagByte.h"
+#include "tests/support/Places.h"
 #include "tests/support/VirtualPlace.h"
 
 namespace TarvexDiags {
@@ -578,7 +579,7 @@ TEST(VirtualDeviceTest, copies_are_made_and_destroyed_by_many_threads) {
 }
 
 TEST(VirtualDeviceTest, package_is_unloaded_once_its_devices_are_gone) {
-  const std::string path = std::string(TARVEX_TEST_MODULE_DIR) + "/libframework_device_module.so";
+  const std::string path = TestSupport::modulePath("framework_device_module");
   void* const package = dlopen(path.c_str(), RTLD_NOW);
   ASSERT_NE(package, nullptr) << dlerror();
   const auto makeDevices =

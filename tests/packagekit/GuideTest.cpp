@@ -11,6 +11,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/PackageTexts.h"
 #include "packagekit/testing/PackageDriver.h"
+#include "tests/support/Places.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -22,7 +23,7 @@ const char* const kFiles[] = {"Clock.cpp", "clock.cfg", "en/clock.cfg"};
 
 std::string textOf(const std::string& file) {
   std::ostringstream text;
-  text << std::ifstream(TARVEX_SOURCE_DIR "/" + file).rdbuf();
+  text << std::ifstream(TestSupport::sourcePath(file)).rdbuf();
   EXPECT_FALSE(text.str().empty()) << file;
   return text.str();
 }

@@ -20,6 +20,7 @@
 #include "packagekit/internal/OutputTail.h"
 #include "packagekit/internal/PackageLog.h"
 #include "packagekit/testing/RecordingContext.h"
+#include "tests/support/Places.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -311,7 +312,7 @@ class PackageEvents : public testing::TestWithParam<EventList> {};
 }  // namespace
 
 TEST_P(PackageEvents, HaveATokenEachAndTheSeverityOfTheirNumber) {
-  const std::string source = TARVEX_SOURCE_DIR "/packages/";
+  const std::string source = TestSupport::sourcePath("packages/");
   const std::string name = GetParam().package;
   const std::set<long> codes = codesIn(source + name + "/" + GetParam().header);
   EXPECT_GE(codes.size(), 5U);

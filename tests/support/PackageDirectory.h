@@ -7,6 +7,7 @@
 
 #include "tests/support/ConfigText.h"
 #include "tests/support/PackageConfig.h"
+#include "tests/support/Places.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/scripted/Script.h"
 
@@ -22,7 +23,7 @@ class PackageDirectory {
  public:
   /// A scripted package. Needs the target scripted_package (MODULES of tarvex_add_test).
   Scripted::Script& add(const std::string& name, const PackageConfig& config = PackageConfig()) {
-    return add(name, config, TARVEX_TEST_MODULE_DIR "/libscripted_package.so");
+    return add(name, config, modulePath("scripted_package"));
   }
 
   /// A package with another shared object.

@@ -14,6 +14,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/Fifo.h"
+#include "tests/support/Places.h"
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/ProcessMaps.h"
 
@@ -52,7 +53,7 @@ void PrintTo(const Failure& failure, std::ostream* stream) {
 
 AddPackage module(const std::string& name) {
   return [name](ControllerHarness& harness) {
-    harness.packages().add("ALPHA", PackageConfig(), TARVEX_TEST_MODULE_DIR "/lib" + name + ".so");
+    harness.packages().add("ALPHA", PackageConfig(), TestSupport::modulePath(name));
   };
 }
 
@@ -293,7 +294,7 @@ TEST_F(UnclosableLibraryTest, a_package_that_failed_is_one_that_was_not_found) {
 
 TEST_F(UnclosableLibraryTest, a_dependency_was_loadable_all_the_same) {
   harness.addPackage("ALPHA", PackageConfig().with("SODependencies", "libhelper.so"));
-  harness.packages().copyLibrary("helper", TARVEX_TEST_MODULE_DIR "/libloader_complete.so");
+  harness.packages().copyLibrary("helper", TestSupport::modulePath("loader_complete"));
   harness.initialize();
   platform.refuseToClose();
   EXPECT_EQ(harness->enumerateAllPackages(), SUCCESS);

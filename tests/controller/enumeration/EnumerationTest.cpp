@@ -17,6 +17,7 @@
 #include "DiagCtrl/PackageTestInfo.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Places.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
 
@@ -44,9 +45,6 @@ class EnumerationTest : public ControllerTest {
   void startWithoutEnumeration() {
     harness.initialize();
     harness.registerForAll();
-  }
-  static std::string moduleFile(const std::string& name) {
-    return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
   }
   int packageCount() {
     int count = -1;
@@ -155,7 +153,8 @@ TEST_F(EnumerationTest, the_last_extension_alone_makes_a_name_one_of_a_package) 
   harness.addPackage("B.cfg");
   for (const std::string other : {"GAMMA.cfg.bak", "DELTA.cfg~", "EPSILON.CFG", "ZETAcfg"}) {
     harness.packages().directory().write(other, PackageConfig().text());
-    harness.packages().copyLibrary(other.substr(0, other.find('.')), moduleFile("loader_complete"));
+    harness.packages().copyLibrary(other.substr(0, other.find('.')),
+                                   TestSupport::modulePath("loader_complete"));
   }
   harness.start();
   EXPECT_THAT(harness.catalogue(), ElementsAre("ALPHA", "B.cfg"));
@@ -175,7 +174,8 @@ TEST_F(EnumerationTest, a_description_without_a_library_that_can_be_read_is_pass
   harness.addPackage("GAMMA");
   harness.packages().removeLibrary("GAMMA");
   std::filesystem::create_symlink("/nonexistent/library", harness.packages().libraryPath("GAMMA"));
-  harness.packages().copyLibrary("DELTA", moduleFile("loader_complete"));  // and no description
+  harness.packages().copyLibrary("DELTA",
+                                 TestSupport::modulePath("loader_complete"));  // and no description
   harness.start();
   EXPECT_THAT(harness.catalogue(), ElementsAre("ALPHA"));
   EXPECT_THAT(harness.ctrlEvents(), IsEmpty());
@@ -295,7 +295,7 @@ TEST_F(EnumerationTest, the_trace_tells_each_name_and_never_a_veto) {
 
 TEST_F(EnumerationTest, a_dependency_is_looked_for_beside_the_package_and_closed_again) {
   harness.addPackage("ALPHA", PackageConfig().with("SODependencies", "libhelper.so"));
-  harness.packages().copyLibrary("helper", moduleFile("loader_complete"));
+  harness.packages().copyLibrary("helper", TestSupport::modulePath("loader_complete"));
   harness.start();
   EXPECT_THAT(harness.catalogue(), ElementsAre("ALPHA"));
   EXPECT_FALSE(isMapped(harness.packages().libraryPath("helper")));
@@ -433,7 +433,7 @@ TEST_F(EnumerationTest, one_package_again_closes_the_library_that_was_open) {
   const std::string old = harness.packages().directory().file("old.so");
   std::filesystem::rename(harness.packages().libraryPath("ALPHA"), old);
   ASSERT_TRUE(isMapped(old));
-  harness.packages().copyLibrary("ALPHA", moduleFile("loader_complete"));
+  harness.packages().copyLibrary("ALPHA", TestSupport::modulePath("loader_complete"));
   EXPECT_EQ(controller().enumerateDiagPackages(1), SUCCESS);
   EXPECT_FALSE(isMapped(old));
 }
@@ -489,13 +489,13 @@ class HalfQueuedTest : public EnumerationTest {
     alpha.holdRuns();
     const std::string library = harness.packages().libraryPath("ALPHA");
     alpha.on(Call::GetDiagnostics, [this, library](const CallRecord&) {
-      harness.packages().copyLibrary("ALPHA", moduleFile("loader_complete"));
+      harness.packages().copyLibrary("ALPHA", TestSupport::modulePath("loader_complete"));
       std::filesystem::resize_file(library, 5000);
     });
     auto settings = ControllerHarness::settings();
     VectorTestReqId* ids = nullptr;
     EXPECT_EQ(controller().queueTest(1, settings, ids), LOAD_LIBRARY_FAILED);
-    harness.packages().copyLibrary("ALPHA", moduleFile("scripted_package"));
+    harness.packages().copyLibrary("ALPHA", TestSupport::modulePath("scripted_package"));
     EXPECT_THAT(*std::unique_ptr<VectorTestReqId>(ids), ElementsAre(1U));
     EXPECT_EQ(harness.phase(), Phase::IDLE);
     ASSERT_TRUE(alpha.awaitRunning(1));

@@ -12,6 +12,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/Places.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -21,10 +22,6 @@ using ::testing::UnorderedElementsAre;
 using TestSupport::ControllerHarness;
 using TestSupport::PackageConfig;
 
-std::string moduleFile(const std::string& name) {
-  return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
-}
-
 TEST(BadPackages, are_left_out_one_by_one_and_the_good_ones_stay) {
   ControllerHarness harness;
   harness.addPackage("AGood");
@@ -33,10 +30,10 @@ TEST(BadPackages, are_left_out_one_by_one_and_the_good_ones_stay) {
   for (const char* const module :
        {"loader_without_config_file", "loader_without_enumerator", "loader_without_diagnostics",
         "loader_unresolved", "loader_without_log_dir"}) {
-    packages.add(module, PackageConfig(1), moduleFile(module));
+    packages.add(module, PackageConfig(1), TestSupport::modulePath(module));
   }
   packages.add("NoElf", PackageConfig(1), packages.configPath("AGood"));
-  packages.add("CutOff", PackageConfig(1), moduleFile("loader_complete"));
+  packages.add("CutOff", PackageConfig(1), TestSupport::modulePath("loader_complete"));
   std::filesystem::resize_file(packages.libraryPath("CutOff"), 5000);
   harness.addPackage("ThrowsEarly").throwAt(Call::SetConfigFile, "no power");
   harness.addPackage("ThrowsLate").throwAt(Call::IsSupported, "no power");

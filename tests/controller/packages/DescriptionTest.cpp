@@ -19,6 +19,7 @@
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "tests/support/PackageConfig.h"
+#include "tests/support/Places.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
 
@@ -435,7 +436,7 @@ TEST_F(DescriptionTest, a_cleared_description_is_read_anew) {
 }
 
 TEST_F(DescriptionTest, the_handle_is_kept_and_not_closed) {
-  const std::string path = TARVEX_TEST_MODULE_DIR "/libloader_complete.so";
+  const std::string path = TestSupport::modulePath("loader_complete");
   void* const handle = dlopen(path.c_str(), RTLD_NOW);
   ASSERT_NE(handle, nullptr) << dlerror();
   {

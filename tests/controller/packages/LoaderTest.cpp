@@ -27,6 +27,7 @@
 #include "tests/support/BrokenLock.h"
 #include "tests/support/Fifo.h"
 #include "tests/support/PackageDirectory.h"
+#include "tests/support/Places.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
@@ -47,10 +48,6 @@ using ::testing::SizeIs;
 using TestSupport::isMapped;
 using TestSupport::PackageConfig;
 
-std::string moduleFile(const std::string& name) {
-  return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
-}
-
 class LoaderTest : public ::testing::Test {
  protected:
   LoaderTest() { DiagTracer::getInstance()->openTraceFile(m_directory.path().c_str(), 3); }
@@ -65,7 +62,7 @@ class LoaderTest : public ::testing::Test {
     m_handles.push_back(m_loader.loadPackage(path.c_str()));
     return m_handles.back();
   }
-  pDllHandle loadModule(const std::string& name) { return load(moduleFile(name)); }
+  pDllHandle loadModule(const std::string& name) { return load(TestSupport::modulePath(name)); }
 
   /// A scripted package, open, which knows its name.
   pDllHandle loadScripted(const std::string& name) {
@@ -304,7 +301,7 @@ TEST_F(UnloadableTest, the_reason_of_the_loader_is_traced) {
 }
 
 TEST_F(UnloadableTest, an_unresolved_symbol_fails_at_once) {
-  expectUnloadable(moduleFile("loader_unresolved"));
+  expectUnloadable(TestSupport::modulePath("loader_unresolved"));
   EXPECT_TRUE(m_trace.contains("noLibraryHasThis"));
 }
 
@@ -326,7 +323,7 @@ std::size_t endOfSegments(const std::string& path) {
 }
 
 TEST_F(UnloadableTest, a_file_that_was_cut_off) {
-  const std::string whole = moduleFile("loader_complete");
+  const std::string whole = TestSupport::modulePath("loader_complete");
   const std::size_t end = endOfSegments(whole);
   ASSERT_GT(end, 4096U);
   for (const std::size_t size : {1UL, 16UL, 63UL, 64UL, 100UL, 600UL, 4096UL, end / 2, end - 1}) {
@@ -338,7 +335,7 @@ TEST_F(UnloadableTest, a_file_that_was_cut_off) {
 }
 
 TEST_F(UnloadableTest, a_file_that_lost_only_what_is_never_mapped_is_whole) {
-  const std::string whole = moduleFile("loader_complete");
+  const std::string whole = TestSupport::modulePath("loader_complete");
   const std::string path = m_directory.file("stripped.so");
   std::filesystem::copy_file(whole, path);
   std::filesystem::resize_file(path, endOfSegments(whole));
@@ -362,7 +359,8 @@ TEST_F(LoaderTest, a_package_that_takes_its_time_holds_nobody_up) {
     ASSERT_TRUE(Script::of("KAPPA").awaitCalls(Call::GetDiagnostics));
     const pDllHandle other = loadScripted("LAMBDA");
     askForEnumerator(m_loader, other);
-    m_loader.releaseLibrary(m_loader.loadPackage(moduleFile("loader_complete").c_str()), 0);
+    m_loader.releaseLibrary(
+        m_loader.loadPackage(TestSupport::modulePath("loader_complete").c_str()), 0);
     EXPECT_FALSE(inside.ended());
     release.set_value();
   }
@@ -400,7 +398,7 @@ TEST_F(LoaderTest, a_release_whose_lock_fails_closes_nothing) {
     EXPECT_EQ(failure.getMinor(), DiagCtrlBaseException::MutexException);
     EXPECT_THAT(failure.dump(), HasSubstr("DiagnosticPackageInterface::releaseLibrary()"));
   }
-  EXPECT_TRUE(isMapped(moduleFile("loader_complete")));
+  EXPECT_TRUE(isMapped(TestSupport::modulePath("loader_complete")));
 }
 
 /// A handle that the loader knows and refuses to close: nobody opened it.
@@ -414,7 +412,7 @@ void* handleOfTheLoadedFramework() {
 
 void refuseToReleaseThenBlock() {
   auto* const loader = new DiagnosticPackageInterface;
-  const pDllHandle handle = loader->loadPackage(moduleFile("loader_complete").c_str());
+  const pDllHandle handle = loader->loadPackage(TestSupport::modulePath("loader_complete").c_str());
   try {
     loader->releaseLibrary(handleOfTheLoadedFramework(), 0);
     std::fputs("released\n", stderr);

@@ -14,6 +14,7 @@
 #include "DiagCtrl/TestRequest.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/FlagByte.h"
+#include "tests/support/Places.h"
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
@@ -48,10 +49,6 @@ using TestSupport::storeFlagByte;
 using TestSupport::TemporaryDirectory;
 using enum DiagnosticController::errorCode;
 typedef DiagnosticController::errorCode Code;
-
-std::string moduleFile(const std::string& name) {
-  return TARVEX_TEST_MODULE_DIR "/lib" + name + ".so";
-}
 
 class QueueingTest : public ControllerTest {
  protected:
@@ -329,7 +326,7 @@ TEST_F(UnloadableTest, a_library_that_is_gone_is_told) {
 TEST_F(UnloadableTest, a_library_that_lost_its_export_is_told_as_an_error) {
   start();
   lookElsewhere();
-  std::filesystem::copy_file(moduleFile("loader_without_diagnostics"),
+  std::filesystem::copy_file(TestSupport::modulePath("loader_without_diagnostics"),
                              elsewhere.file("libALPHA.so"));
   expectFailure(FUNCTION_NOT_FOUND_IN_DLL, "FUNCTION_NOT_FOUND_IN_DLL E 0");
   EXPECT_FALSE(isMapped(elsewhere.file("libALPHA.so"))) << "it was given back";
@@ -338,7 +335,8 @@ TEST_F(UnloadableTest, a_library_that_lost_its_export_is_told_as_an_error) {
 TEST_F(UnloadableTest, a_library_whose_own_exception_is_of_the_controllers_family_is_given_back) {
   start();
   lookElsewhere();
-  std::filesystem::copy_file(moduleFile("loader_throwing"), elsewhere.file("libALPHA.so"));
+  std::filesystem::copy_file(TestSupport::modulePath("loader_throwing"),
+                             elsewhere.file("libALPHA.so"));
   expectFailure(UNABLE_TO_ADD_TEST_REQUEST, "UNABLE_TO_ADD_TEST_REQUEST E 0");
   EXPECT_FALSE(isMapped(elsewhere.file("libALPHA.so")));
 }
@@ -398,7 +396,8 @@ TEST_F(UnclosableTest, a_library_that_cannot_be_given_back_changes_no_answer) {
   harness.trace();
   start();
   lookElsewhere();
-  std::filesystem::copy_file(moduleFile("loader_throwing"), elsewhere.file("libALPHA.so"));
+  std::filesystem::copy_file(TestSupport::modulePath("loader_throwing"),
+                             elsewhere.file("libALPHA.so"));
   ASSERT_EQ(controller().setDebugLog(DiagCtrl::DiagCtrlConstants::DIAG_ERROR), SUCCESS);
   platform.refuseToClose();
   auto settings = ControllerHarness::settings();
