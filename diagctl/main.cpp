@@ -1,8 +1,8 @@
 #include <exception>
 #include <iostream>
 
-#include "diagctl/CommandLine.h"
-#include "diagctl/ExitStatus.h"
+#include "diagctl/command/CommandLine.h"
+#include "diagctl/report/ExitStatus.h"
 
 int main(int argc, char** argv) {
   try {

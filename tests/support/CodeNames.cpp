@@ -1,6 +1,6 @@
 #include "tests/support/CodeNames.h"
 
-#include "diagctl/CodeTable.h"
+#include "diagctl/session/CodeTable.h"
 
 namespace TarvexDiags::TestSupport {
 

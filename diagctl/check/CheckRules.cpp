@@ -1,0 +1,119 @@
+#include "diagctl/check/CheckRules.h"
+
+#include <fmt/format.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <map>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::map<ValueKind, std::vector<std::string>>& keywords() {
+  static const std::map<ValueKind, std::vector<std::string>> table = {
+      {ValueKind::truth, {"TRUE", "FALSE"}},
+      {ValueKind::runMode, {"SERIAL", "PARALLEL", "0", "1"}},
+      {ValueKind::diagMode, {"CUSTOMER", "FACTORY", "BRINGUP", "0", "1", "2"}},
+      {ValueKind::debugLevel,
+       {"DIAG_NO", "DIAG_ERROR", "DIAG_WARNING", "DIAG_INFORMATION", "0", "1", "2", "3"}},
+      {ValueKind::openMode, {"QUERY", "READ_ONLY", "WRITE_ONLY", "READ_WRITE"}},
+      {ValueKind::operatingSystem, {"Linux"}},
+  };
+  return table;
+}
+
+std::string findNumberFault(ValueKind kind, const std::string& value) {
+  int number = 0;
+  const char* end = value.data() + value.size();
+  const auto [stop, error] = std::from_chars(value.data(), end, number);
+  if (error != std::errc() || stop != end) {
+    return fmt::format("'{}' is no whole number", value);
+  }
+  if (kind == ValueKind::niceness && (number < 0 || number > 19)) {
+    return fmt::format("{} is not between 0 and 19", number);
+  }
+  return kind == ValueKind::positiveNumber && number <= 0 ? fmt::format("{} is not above 0", number)
+                                                          : "";
+}
+
+std::string findMachineIdFault(const std::string& value) {
+  char* end = nullptr;
+  const long number = std::strtol(value.c_str(), &end, 0);
+  if (end == value.c_str() || *end != '\0') {
+    return fmt::format("'{}' is no whole number, decimal or hexadecimal", value);
+  }
+  return number < 0 || number > std::numeric_limits<unsigned short>::max()
+             ? fmt::format("{} is not between 0 and 65535", number)
+             : "";
+}
+
+std::string findPathFault(const std::string& value, bool wantsDirectory) {
+  std::error_code failure;
+  const fs::file_status status = fs::status(value, failure);
+  if (!fs::exists(status)) {
+    return fmt::format("'{}' does not exist", value);
+  }
+  if (fs::is_directory(status) != wantsDirectory) {
+    return fmt::format("'{}' is {} directory", value, wantsDirectory ? "no" : "a");
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string findFault(ValueKind kind, const std::string& value) {
+  switch (kind) {
+    case ValueKind::text:
+      return {};
+    case ValueKind::number:
+    case ValueKind::positiveNumber:
+    case ValueKind::niceness:
+      return findNumberFault(kind, value);
+    case ValueKind::machineId:
+      return findMachineIdFault(value);
+    case ValueKind::directory:
+    case ValueKind::file:
+      return findPathFault(value, kind == ValueKind::directory);
+    default:
+      break;
+  }
+  const std::vector<std::string>& words = keywords().at(kind);
+  const bool isKnown = std::any_of(words.begin(), words.end(), [&](const std::string& word) {
+    return strcasecmp(word.c_str(), value.c_str()) == 0;
+  });
+  return isKnown ? "" : fmt::format("'{}' is none of {}", value, fmt::join(words, ", "));
+}
+
+void checkKeys(const ConfigurationText& text, const std::string& file, const std::string& section,
+               const std::vector<KeyRule>& rules, std::vector<Problem>& problems) {
+  for (const KeyRule& rule : rules) {
+    const auto value = text.value(section, rule.key);
+    std::string reason;
+    if (value) {
+      reason = findFault(rule.kind, *value);
+    } else if (rule.isRequired) {
+      reason = text.keys(section).contains(rule.key) ? "the value is empty or too long"
+                                                     : "the key is missing";
+    }
+    if (!reason.empty()) {
+      problems.push_back({file, section, rule.key, reason});
+    }
+  }
+}
+
+void checkRemarks(const ConfigurationText& text, const std::string& file,
+                  std::vector<Problem>& problems) {
+  for (const ConfigurationText::Remark& remark : text.remarks()) {
+    problems.push_back(
+        {fmt::format("{}:{}", file, remark.line), remark.section, remark.key, remark.text});
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd

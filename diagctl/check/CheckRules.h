@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "diagctl/check/Check.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a value must be.
+enum class ValueKind {
+  text,
+  truth,
+  number,          ///< whole and decimal
+  positiveNumber,  ///< whole, decimal and above zero
+  niceness,        ///< whole, decimal, from 0 to 19
+  runMode,
+  diagMode,
+  debugLevel,
+  machineId,  ///< whole, decimal or hexadecimal with 0x, of 16 bits
+  openMode,
+  operatingSystem,
+  directory,
+  file,
+};
+
+struct KeyRule {
+  const char* key;
+  ValueKind kind;
+  bool isRequired;
+};
+
+/// What is wrong with a value, empty if nothing is.
+std::string findFault(ValueKind kind, const std::string& value);
+
+/// Holds the keys of one section against rules.
+void checkKeys(const ConfigurationText& text, const std::string& file, const std::string& section,
+               const std::vector<KeyRule>& rules, std::vector<Problem>& problems);
+
+/// Adds what is written in a file and never read.
+void checkRemarks(const ConfigurationText& text, const std::string& file,
+                  std::vector<Problem>& problems);
+
+}  // namespace TarvexDiags::FrontEnd

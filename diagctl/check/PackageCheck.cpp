@@ -1,0 +1,238 @@
+#include "diagctl/check/PackageCheck.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "diagctl/check/CheckRules.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::vector<KeyRule> packageRules = {
+    {"PackageName", ValueKind::text, true},
+    {"Mnemonic", ValueKind::text, true},
+    {"PackageVersion", ValueKind::text, true},
+    {"PackageDescription", ValueKind::text, true},
+    {"SystemLock", ValueKind::truth, true},
+    {"DeviceType", ValueKind::number, false},
+    {"NumberOfTests", ValueKind::positiveNumber, true},
+    {"Nice", ValueKind::niceness, false},
+};
+
+const std::vector<KeyRule> testRules = {
+    {"TestName", ValueKind::text, true},
+    {"TestDescription", ValueKind::text, true},
+    {"TestDisable", ValueKind::truth, true},
+    {"TestOpenMode", ValueKind::openMode, false},
+    {"TestEstimatedTime", ValueKind::number, false},
+    {"Nice", ValueKind::niceness, false},
+};
+
+const std::vector<KeyRule> disabledTestRules = {
+    {"TestID", ValueKind::positiveNumber, true},
+    {"MachineId", ValueKind::number, false},
+    {"Os", ValueKind::operatingSystem, false},
+};
+
+const std::vector<KeyRule> disabledDeviceRules = {
+    {"TestID", ValueKind::positiveNumber, true},
+    {"NumberOfDevice", ValueKind::positiveNumber, true},
+    {"MachineId", ValueKind::number, false},
+    {"Os", ValueKind::operatingSystem, false},
+};
+
+constexpr const char* exports[] = {"setPackageConfigFile", "getIDeviceEnumerator",
+                                   "getIDiagnostics"};
+constexpr const char* tokenSections[] = {"Information", "Warning", "Error", "DeviceStatus"};
+constexpr const char* testSection = "TestID";
+
+constexpr int mostEntries = 10'000;  // a wrong count shall not fill the screen
+
+int countOf(const ConfigurationText& text, const std::string& section, const char* key) {
+  const std::string value = text.value(section, key).value_or("0");
+  return findFault(ValueKind::number, value).empty() ? std::min(std::stoi(value), mostEntries) : 0;
+}
+
+class PackageChecker {
+ public:
+  PackageChecker(std::string file, const ConfigurationText& text, std::vector<Problem>& problems)
+      : m_file(std::move(file)), m_text(text), m_problems(problems) {}
+
+  void check(bool mayLoad) {
+    checkRemarks(m_text, m_file, m_problems);
+    checkKeys(m_text, m_file, "Package", packageRules, m_problems);
+    checkTests();
+    checkEntries("Disable Test", "DisableTestID", disabledTestRules);
+    checkEntries("Disable Device", "DisableDeviceTestID", disabledDeviceRules);
+    checkLibrary(mayLoad);
+    checkDependency(mayLoad);
+    collectTokens();
+    for (const std::string& language : languages()) {
+      checkTexts(language);
+    }
+  }
+
+ private:
+  void tell(const std::string& section, const std::string& key, const std::string& reason) {
+    m_problems.push_back({m_file, section, key, reason});
+  }
+
+  void checkTests() {
+    const int count = countOf(m_text, "Package", "NumberOfTests");
+    for (int test = 1; test <= count; ++test) {
+      checkKeys(m_text, m_file, fmt::format("{}{}", testSection, test), testRules, m_problems);
+    }
+    for (const std::string& section : m_text.sections()) {
+      const std::string number = section.substr(std::min(section.size(), std::size_t{6}));
+      if (section.rfind(testSection, 0) == 0 && findFault(ValueKind::number, number).empty() &&
+          std::stoi(number) > count) {
+        tell(section, "", fmt::format("the test is not read, since NumberOfTests is {}", count));
+      }
+    }
+  }
+
+  void checkEntries(const std::string& listSection, const char* entryName,
+                    const std::vector<KeyRule>& rules) {
+    checkKeys(m_text, m_file, listSection, {{"NumberOfTests", ValueKind::number, false}},
+              m_problems);
+    const int tests = countOf(m_text, "Package", "NumberOfTests");
+    for (int entry = 1; entry <= countOf(m_text, listSection, "NumberOfTests"); ++entry) {
+      const std::string section = fmt::format("{}{}", entryName, entry);
+      checkKeys(m_text, m_file, section, rules, m_problems);
+      if (const int test = countOf(m_text, section, "TestID"); test > tests) {
+        tell(section, "TestID", fmt::format("the package has no test {}", test));
+      }
+      for (int device = 1; device <= countOf(m_text, section, "NumberOfDevice"); ++device) {
+        const std::string key = fmt::format("DeviceName{}", device);
+        if (!m_text.value(section, key)) {
+          tell(section, key, "the key is missing");
+        }
+      }
+    }
+  }
+
+  void checkLibrary(bool mayLoad) {
+    const fs::path file(m_file);
+    const std::string library =
+        (file.parent_path() / ("lib" + file.stem().string() + ".so")).string();
+    if (!fs::exists(library)) {
+      m_problems.push_back({library, "", "", "the shared object of the package is missing"});
+      return;
+    }
+    if (!mayLoad) {
+      return;
+    }
+    void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+      m_problems.push_back({library, "", "", fmt::format("it cannot be loaded: {}", dlerror())});
+      return;
+    }
+    for (const char* name : exports) {
+      if (dlsym(handle, name) == nullptr) {
+        m_problems.push_back({library, "", name, "the export is missing"});
+      }
+    }
+    dlclose(handle);
+  }
+
+  // Looked for beside the package, then as the loader finds it.
+  void checkDependency(bool mayLoad) {
+    const auto name = m_text.value("Package", "SODependencies");
+    if (!name || !mayLoad) {
+      return;
+    }
+    const std::string beside = (fs::path(m_file).parent_path() / *name).string();
+    for (const std::string& path : {beside, *name}) {
+      if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); handle != nullptr) {
+        dlclose(handle);
+        return;
+      }
+    }
+    tell("Package", "SODependencies", fmt::format("'{}' cannot be loaded: {}", *name, dlerror()));
+  }
+
+  void collectTokens() {
+    for (const char* section : tokenSections) {
+      for (const auto& [code, token] : m_text.keys(section)) {
+        if (!findFault(ValueKind::number, code).empty()) {
+          tell(section, code, "the key is no code");
+        } else if (token.empty()) {
+          tell(section, code, "the code has no token");
+        } else {
+          m_tokens.insert(token);
+        }
+      }
+    }
+    for (const std::string& section : m_text.sections()) {
+      for (const char* key : {"NameToken", "DescriptionToken"}) {
+        if (const auto token = m_text.value(section, key)) {
+          m_tokens.insert(*token);
+        }
+      }
+    }
+  }
+
+  // Every directory beside the package that holds texts is a language; English is always one.
+  std::set<std::string> languages() const {
+    std::set<std::string> names;
+    if (m_tokens.empty()) {
+      return names;
+    }
+    names.insert("en");
+    std::error_code failure;
+    for (fs::directory_iterator entry(fs::path(m_file).parent_path(), failure), end;
+         !failure && entry != end; entry.increment(failure)) {
+      const std::string name = entry->path().filename().string();
+      if (entry->is_directory() && name.size() == 2) {
+        names.insert(name);
+      }
+    }
+    return names;
+  }
+
+  void checkTexts(const std::string& language) {
+    const fs::path file(m_file);
+    const std::string path = (file.parent_path() / language / file.filename()).string();
+    const auto texts = ConfigurationText::read(path);
+    if (!texts) {
+      m_problems.push_back({path, "", "", "the file of texts is missing or cannot be read"});
+      return;
+    }
+    checkRemarks(*texts, path, m_problems);
+    for (const std::string& token : m_tokens) {
+      const auto text = texts->value(language, token);
+      if (!text) {
+        m_problems.push_back({path, language, token, "the token has no text"});
+      } else if (std::count(text->begin(), text->end(), '$') % 2 != 0) {
+        m_problems.push_back({path, language, token, "a \"$\" has no counterpart"});
+      }
+    }
+  }
+
+  std::string m_file;
+  const ConfigurationText& m_text;
+  std::vector<Problem>& m_problems;
+  std::set<std::string> m_tokens;
+};
+
+}  // namespace
+
+void checkPackage(const std::string& descriptionFile, bool mayLoad,
+                  std::vector<Problem>& problems) {
+  const auto text = ConfigurationText::read(descriptionFile);
+  if (!text) {
+    problems.push_back({descriptionFile, "", "", "the file cannot be read"});
+    return;
+  }
+  PackageChecker(descriptionFile, *text, problems).check(mayLoad);
+}
+
+}  // namespace TarvexDiags::FrontEnd

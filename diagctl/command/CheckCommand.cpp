@@ -1,0 +1,66 @@
+#include "diagctl/command/CheckCommand.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <exception>
+#include <vector>
+
+#include "diagctl/check/Check.h"
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/session/Safety.h"
+#include "diagctl/session/Session.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+void append(std::vector<Problem>& problems, const std::vector<Problem>& more) {
+  problems.insert(problems.end(), more.begin(), more.end());
+}
+
+// Devices are only known once the packages were asked. What keeps them from being asked may be a
+// fault that no file shows.
+void checkByRunning(const std::string& controlFile, const std::string& language,
+                    std::vector<Problem>& problems) {
+  try {
+    const Session session(controlFile, language, {});
+    append(problems, checkTags(session.catalogue()));
+    for (const std::string& warning : session.warnings()) {
+      problems.push_back({controlFile, "", "", "a package is left out: " + warning});
+    }
+  } catch (const std::exception& failure) {
+    problems.push_back({controlFile, "", "", failure.what()});
+  }
+}
+
+}  // namespace
+
+int carryOutCheck(std::ostream& out, const std::string& controlFile, const std::string& language,
+                  bool checksPermissions) {
+  std::vector<Problem> problems = checkControlFile(controlFile);
+  std::string packages;
+  if (const auto text = ConfigurationText::read(controlFile)) {
+    packages = text->value("GlobalSettings", "PackDirPath").value_or("");
+  }
+  const std::vector<std::string> insecure =
+      checksPermissions ? findInsecureFiles(controlFile, packages) : std::vector<std::string>();
+  for (const std::string& finding : insecure) {
+    problems.push_back({"permissions", "", "", finding});
+  }
+  // Code by way of an insecure file is not loaded, not even to look at it.
+  const bool mayLoad = insecure.empty();
+  if (!packages.empty()) {
+    append(problems, checkPackages(packages, mayLoad));
+  }
+  if (!packages.empty() && mayLoad) {
+    checkByRunning(controlFile, language, problems);
+  }
+  for (const Problem& problem : problems) {
+    fmt::print(out, "{}\n", toText(problem));
+  }
+  fmt::print(out, "{} problems in {} and its packages\n", problems.size(), controlFile);
+  return problems.empty() ? ExitCode::passed : ExitCode::noVerdict;
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,160 @@
+#include "diagctl/command/EstimateCommand.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/Interruption.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Controller = DiagCtrl::DiagnosticController;
+
+constexpr std::chrono::milliseconds kLongestWait{100};
+constexpr unsigned long kLongestRun = 3600;
+
+Diag::DiagnosticSettings estimationSettings(bool isQuick) {
+  Diag::DiagnosticSettings settings;
+  settings.setEstimationMode(true);
+  settings.setQuickTestMode(isQuick);
+  settings.setRequestedPassCount(1);
+  settings.setPassCount(1);
+  settings.setRunTime(kLongestRun);
+  return settings;
+}
+
+/// The figures of requests that are under way.
+class Collection {
+ public:
+  explicit Collection(Session& session) : m_session(session) {
+    unsigned long registration = 0;
+    require(session.controller().registerForDiagResults(&session.wakeups().object(), registration),
+            "registering for results");
+    m_registration = static_cast<long>(registration);
+  }
+
+  void queue(Estimate& estimate, bool isQuick) {
+    const SelectedPair& pair = estimate.pair;
+    Diag::DiagnosticSettings settings = estimationSettings(isQuick);
+    std::vector<int> tests{pair.test->id};
+    unsigned long request = 0;
+    require(m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
+                                             request),
+            fmt::format("estimating {}", pair.test->name));
+    m_open[static_cast<unsigned int>(request)] = &estimate;
+  }
+
+  void waitForAll() {
+    while (!m_open.empty() && Interruption::signal() == 0) {
+      const std::vector<unsigned int> over = finished();
+      collect();
+      for (const unsigned int request : over) {
+        m_open.erase(request);
+      }
+      if (!m_open.empty()) {
+        m_session.wakeups().waitFor(kLongestWait);
+      }
+    }
+  }
+
+ private:
+  std::vector<unsigned int> finished() {
+    std::vector<unsigned int> requests;
+    for (const auto& [request, estimate] : m_open) {
+      DiagCtrl::TestRequest* object = nullptr;
+      const auto code = m_session.controller().getTestRequest(static_cast<int>(request), object);
+      if (code != Controller::SUCCESS || object->ifIDiagnosticsDeleted()) {
+        requests.push_back(request);
+      }
+    }
+    return requests;
+  }
+
+  void collect() {
+    DiagCtrl::ResultVector* drained = nullptr;
+    require(m_session.controller().getDiagnosticResults(m_registration, drained),
+            "collecting estimates");
+    const std::unique_ptr<DiagCtrl::ResultVector> results(drained);
+    for (Diag::DiagnosticResult* given : *results) {
+      const std::unique_ptr<Diag::DiagnosticResult> result(given);
+      const auto entry = m_open.find(result->getTestRequestId());
+      if (entry != m_open.end() && result->getEstimatedTime() != 0) {
+        entry->second->seconds = std::max(result->getEstimatedTime(), -1);
+      }
+    }
+  }
+
+  Session& m_session;
+  long m_registration = 0;
+  std::map<unsigned int, Estimate*> m_open;
+};
+
+std::string toText(long seconds) {
+  if (seconds < 0) {
+    return "unknown";
+  }
+  if (seconds < 60) {
+    return fmt::format("{} s", seconds);
+  }
+  return seconds < 3600 ? fmt::format("{} min {:02} s", seconds / 60, seconds % 60)
+                        : fmt::format("{} h {:02} min", seconds / 3600, seconds / 60 % 60);
+}
+
+}  // namespace
+
+std::vector<Estimate> estimate(Session& session, const std::vector<SelectedPair>& pairs, int passes,
+                               bool isQuick) {
+  std::vector<Estimate> estimates;
+  for (const SelectedPair& pair : pairs) {
+    if (pair.state == PairState::enabled) {
+      const int configured = pair.test->estimatedTime;
+      estimates.push_back({pair, configured > 0 ? configured : -1});
+    }
+  }
+  Collection collection(session);
+  for (Estimate& each : estimates) {
+    collection.queue(each, isQuick);
+  }
+  collection.waitForAll();
+  for (Estimate& each : estimates) {
+    each.seconds = each.seconds < 0 ? -1 : each.seconds * passes;
+  }
+  return estimates;
+}
+
+EstimateSums sum(const std::vector<Estimate>& estimates) {
+  EstimateSums sums;
+  std::map<std::string, long> byDevice;
+  for (const Estimate& each : estimates) {
+    if (each.seconds < 0) {
+      sums.isComplete = false;
+      continue;
+    }
+    sums.serial += each.seconds;
+    long& ofDevice = byDevice[each.pair.device->tag];
+    ofDevice += each.seconds;
+    sums.parallel = std::max(sums.parallel, ofDevice);
+  }
+  return sums;
+}
+
+void writeEstimates(std::ostream& out, const std::vector<Estimate>& estimates) {
+  for (const Estimate& each : estimates) {
+    fmt::print(out, "{:>12}  {}: {} on {}\n", toText(each.seconds), each.pair.package->name,
+               each.pair.test->name, each.pair.device->name);
+  }
+  const EstimateSums sums = sum(estimates);
+  const char* atLeast = sums.isComplete ? "" : "at least ";
+  fmt::print(out, "\n{} tests: {}{} one after the other, {}{} side by side\n", estimates.size(),
+             atLeast, toText(sums.serial), atLeast, toText(sums.parallel));
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,54 @@
+#include "diagctl/command/Reporting.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <exception>
+#include <iostream>
+
+#include "diagctl/terminal/Printable.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+// A monitor reads the first line of standard output, whatever became of the run.
+int tellMonitor(const ReportingOptions& options, const std::exception& failure) {
+  fmt::print(std::cerr, "diagctl: {}\n", failure.what());
+  if (formatOf(options) == summaryFormat) {
+    fmt::print(std::cout, "DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
+  }
+  return ExitCode::noVerdict;
+}
+
+}  // namespace
+
+std::string formatOf(const ReportingOptions& options) {
+  if (!options.format.empty()) {
+    return options.format;
+  }
+  return options.exitStyle == ExitStyle::plain ? "text" : summaryFormat;
+}
+
+int finish(Outputs& outputs, int code) {
+  outputs.finish();
+  for (const std::string& failure : outputs.failures()) {
+    fmt::print(std::cerr, "diagctl: {}\n", failure);
+  }
+  return outputs.failures().empty() || code != ExitCode::passed ? code : ExitCode::noVerdict;
+}
+
+int carryOutInStyle(const ReportingOptions& options,
+                    const std::function<int(RunSummary&)>& carryOut) {
+  RunSummary summary;
+  try {
+    return translate(carryOut(summary), summary, options.exitStyle);
+  } catch (const std::exception& failure) {
+    if (options.exitStyle == ExitStyle::plain) {
+      throw;
+    }
+    return translate(tellMonitor(options, failure), summary, options.exitStyle);
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd

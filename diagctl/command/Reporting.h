@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/Output.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What the verbs that report a run have in common.
+struct ReportingOptions {
+  std::string format;                ///< of standard output; empty: as the exit style has it
+  std::vector<std::string> outputs;  ///< FORMAT=FILE
+  bool isStrict = false;
+  ExitStyle exitStyle = ExitStyle::plain;
+};
+
+std::string formatOf(const ReportingOptions& options);
+
+/// Closes the outputs and tells what became of those that were dropped.
+/// @return the code, unless it says that all is well and a report is missing.
+int finish(Outputs& outputs, int code);
+
+/// Carries a verb out that fills in what became of the run, and puts its exit code into the style.
+/// A monitor gets its line of standard output for an exception, too; it is passed on in plain
+/// style.
+int carryOutInStyle(const ReportingOptions& options,
+                    const std::function<int(RunSummary&)>& carryOut);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "DiagCtrl/GlobalSettings.h"
+#include "diagctl/command/Reporting.h"
+#include "diagctl/run/RunPlan.h"
+#include "diagctl/session/Selection.h"
+
+namespace TarvexDiags::FrontEnd {
+
+struct RunCommandOptions {
+  std::optional<std::string> config;
+  std::string language;
+  std::string commandLine;
+  SelectionPatterns patterns;
+  RunOptions run;
+  bool serial = false;
+  bool parallel = false;
+  std::optional<DiagCtrl::GlobalSettings::diagMode> mode;
+  std::optional<std::size_t> expectedDevices;
+  bool isDryRun = false;
+  ReportingOptions reporting;
+  bool isQuiet = false;
+  bool allowsInsecure = false;
+};
+
+/// The verb run. @return the exit code.
+int carryOutRun(const RunCommandOptions& options);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "diagctl/run/Runner.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// How a run that ended is told to the caller of the program.
+enum class ExitStyle {
+  plain,   ///< 0 passed, 1 hardware failure, 2 no verdict, 3 nothing ran
+  nagios,  ///< 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN
+  npd,     ///< node problem detector: 0 OK, 1 not OK, 2 unknown
+};
+
+namespace ExitCode {
+inline constexpr int passed = 0;
+inline constexpr int hardwareFailure = 1;
+inline constexpr int noVerdict = 2;
+inline constexpr int nothingRan = 3;
+inline constexpr int usage = 64;
+inline constexpr int signalBase = 128;
+}  // namespace ExitCode
+
+/// What spoils a run beside its tests.
+struct RunConditions {
+  std::size_t failedPackages = 0;    ///< packages that could not be loaded: no verdict on theirs
+  bool hasUnmatchedPattern = false;  ///< something that was asked for does not exist
+  bool isStrict = false;             ///< a warning counts as no verdict
+};
+
+int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
+
+/// The same outcome in another style.
+int translate(int code, const RunSummary& summary, ExitStyle style);
+
+}  // namespace TarvexDiags::FrontEnd

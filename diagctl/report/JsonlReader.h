@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <istream>
+#include <string>
+
+#include "diagctl/report/RunEvents.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Reads a saved log back into the stream of a run, for a report in another format. Of a log that
+/// holds several runs each is told in turn.
+class JsonlReader {
+ public:
+  using Sink = std::function<void(const RunEvent&)>;
+
+  /// @param name of the log, for error messages.
+  JsonlReader(std::istream& in, std::string name);
+
+  /// Reads the next run. @return false if there is none.
+  /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A line
+  ///   that broke off, at the end of the log or where another run was appended, ends its run.
+  bool readRun(const Sink& sink);
+
+ private:
+  bool nextLine();
+  bool endsHere();
+
+  std::istream& m_in;
+  std::string m_name;
+  std::string m_text;  ///< the present line
+  unsigned long m_line = 0;
+  bool m_isPending = false;  ///< the present line belongs to the next run
+};
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <ostream>
+#include <string>
+
+#include "diagctl/report/Reporter.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// JSON lines after the Open Compute Project's "Test and Validation output" specification, version
+/// 2.0: one artifact a line, flushed when it happens, so that a run that is killed leaves a usable
+/// file. The end of the run is then missing, which is itself evidence. Each run begins with the
+/// schema's version and counts its lines from 0.
+class JsonlReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit JsonlReporter(std::ostream& out);
+
+  void handle(const RunEvent& event) override;
+  void finish() override {}
+
+ private:
+  void write(const std::string& timestamp, const char* kind, nlohmann::ordered_json content);
+
+  std::ostream& m_out;
+  unsigned long m_sequenceNumber = 0;
+  bool m_hasSchema = false;
+};
+
+/// A point in time as ISO 8601 in UTC, with milliseconds: "2026-11-21T03:04:05.678Z".
+std::string toTimestamp(std::chrono::system_clock::time_point time);
+
+}  // namespace TarvexDiags::FrontEnd

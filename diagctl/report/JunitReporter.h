@@ -1,0 +1,27 @@
+#pragma once
+
+#include <ostream>
+#include <vector>
+
+#include "diagctl/report/Reporter.h"
+#include "diagctl/report/StepRecord.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
+/// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
+/// test `skipped`. Written whole at the end; the suites of several runs follow each other.
+class JunitReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit JunitReporter(std::ostream& out) : m_out(out) {}
+
+  void handle(const RunEvent& event) override;
+  void finish() override;
+
+ private:
+  std::ostream& m_out;
+  std::vector<RunRecord> m_runs;
+};
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,224 @@
+#include "diagctl/report/Output.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <system_error>
+
+#include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/JunitReporter.h"
+#include "diagctl/report/SummaryReporter.h"
+#include "diagctl/report/TapReporter.h"
+#include "diagctl/report/TextReporter.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void failWith(int error, const std::string& name) {
+  throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
+}
+
+// A device such as /dev/full has no neighbour to be renamed, and takes anything.
+bool isPlainFile(const std::string& path) {
+  return !fs::exists(path) || fs::is_regular_file(path);
+}
+
+bool isSameFile(const std::string& one, const std::string& other) {
+  std::error_code ignored;
+  return isPlainFile(one) &&
+         (fs::equivalent(one, other, ignored) ||
+          fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored));
+}
+
+bool endsWithinLine(const std::string& path) {
+  std::ifstream file(path, std::ios::ate);
+  if (!file || file.tellg() <= 0) {
+    return false;
+  }
+  file.seekg(-1, std::ios::end);
+  return file.get() != '\n';
+}
+
+// What is renamed over an old report must be on the disk first.
+void synchronise(const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  if (file >= 0) {
+    fsync(file);
+    close(file);
+  }
+}
+
+bool isFormat(const std::string& name) {
+  return name == "text" || name == "jsonl" || name == "junit" || name == "tap";
+}
+
+struct Specification {
+  std::string format;
+  std::string path;
+
+  bool isStandardOutput() const { return path == "-"; }
+};
+
+Specification parse(const std::string& text) {
+  const std::size_t separator = text.find('=');
+  if (separator == std::string::npos) {
+    return {};
+  }
+  return {text.substr(0, separator), text.substr(separator + 1)};
+}
+
+}  // namespace
+
+std::string findFault(const std::vector<std::string>& specifications, const std::string& input) {
+  std::vector<std::string> taken;
+  if (!input.empty()) {
+    taken.push_back(input);
+  }
+  int standardOutputs = 0;
+  for (const std::string& text : specifications) {
+    const Specification parsed = parse(text);
+    if (!isFormat(parsed.format) || parsed.path.empty()) {
+      return fmt::format("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
+    }
+    if (parsed.isStandardOutput()) {
+      ++standardOutputs;
+      continue;
+    }
+    for (const std::string& other : taken) {
+      if (isSameFile(parsed.path, other)) {
+        return fmt::format("the file '{}' is named twice", parsed.path);
+      }
+    }
+    taken.push_back(parsed.path);
+  }
+  return standardOutputs > 1 ? "standard output takes one format" : "";
+}
+
+std::unique_ptr<Output> Output::toFile(const std::string& format, const std::string& path) {
+  std::unique_ptr<Output> output(new Output);
+  output->m_path = path;
+  output->m_name = output->m_path;
+  const bool isLog = format == "jsonl";
+  const bool isPlain = isPlainFile(output->m_path);
+  if (!isLog && isPlain) {
+    output->m_besides = fmt::format("{}.{}.part", output->m_path, getpid());
+  }
+  errno = 0;
+  output->m_file = std::make_unique<std::ofstream>(
+      output->m_besides.empty() ? output->m_path : output->m_besides,
+      isLog ? std::ios::app : std::ios::trunc);
+  if (!*output->m_file) {
+    failWith(errno, output->m_name);
+  }
+  output->m_out = output->m_file.get();
+  if (isLog && isPlain && endsWithinLine(path)) {
+    *output->m_out << '\n';
+  }
+  output->makeReporter(format, false);
+  return output;
+}
+
+std::unique_ptr<Output> Output::toStandardOutput(const std::string& format, bool colour) {
+  std::unique_ptr<Output> output(new Output);
+  output->m_name = "standard output";
+  output->m_out = &std::cout;
+  output->makeReporter(format, colour);
+  return output;
+}
+
+Output::~Output() {
+  if (!m_besides.empty()) {
+    std::remove(m_besides.c_str());  // never finished
+  }
+}
+
+void Output::makeReporter(const std::string& format, bool colour) {
+  if (format == "jsonl") {
+    m_reporter = std::make_unique<JsonlReporter>(*m_out);
+  } else if (format == "junit") {
+    m_reporter = std::make_unique<JunitReporter>(*m_out);
+  } else if (format == summaryFormat) {
+    m_reporter = std::make_unique<SummaryReporter>(*m_out);
+  } else if (format == "tap") {
+    m_reporter = std::make_unique<TapReporter>(*m_out);
+  } else {
+    m_reporter = std::make_unique<TextReporter>(*m_out, colour);
+  }
+}
+
+void Output::handle(const RunEvent& event) {
+  errno = 0;
+  m_reporter->handle(event);
+  requireWritten();
+}
+
+void Output::finish() {
+  errno = 0;
+  m_reporter->finish();
+  m_out->flush();
+  requireWritten();
+  if (m_file == nullptr) {
+    return;
+  }
+  m_file->close();
+  requireWritten();
+  if (!m_besides.empty()) {
+    synchronise(m_besides);
+    if (std::rename(m_besides.c_str(), m_path.c_str()) != 0) {
+      failWith(errno, m_name);
+    }
+    m_besides.clear();
+  }
+}
+
+void Output::requireWritten() {
+  if (!*m_out) {
+    failWith(errno, m_name);
+  }
+}
+
+Outputs::Outputs(const std::vector<std::string>& specifications, const std::string& format,
+                 bool colour) {
+  std::string standardFormat = format;
+  for (const std::string& text : specifications) {
+    const Specification parsed = parse(text);
+    if (parsed.isStandardOutput()) {
+      standardFormat = parsed.format;
+    } else {
+      m_outputs.push_back(Output::toFile(parsed.format, parsed.path));
+    }
+  }
+  m_outputs.push_back(Output::toStandardOutput(standardFormat, colour));
+}
+
+template <class Act>
+void Outputs::forEach(Act act) {
+  for (std::unique_ptr<Output>& output : m_outputs) {
+    try {
+      if (output != nullptr) {
+        act(*output);
+      }
+    } catch (const std::system_error& failure) {
+      m_failures.emplace_back(failure.what());
+      output.reset();
+    }
+  }
+}
+
+void Outputs::handle(const RunEvent& event) {
+  forEach([&](Output& output) { output.handle(event); });
+}
+
+void Outputs::finish() {
+  forEach([](Output& output) { output.finish(); });
+}
+
+}  // namespace TarvexDiags::FrontEnd

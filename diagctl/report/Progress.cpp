@@ -1,0 +1,172 @@
+#include "diagctl/report/Progress.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "diagctl/terminal/Printable.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+constexpr std::size_t mostLines = 12;
+constexpr int barWidth = 20;
+
+/// 0 for a step that is no request, and so nothing to watch.
+unsigned long numberOf(const std::string& stepId) {
+  return std::strtoul(stepId.c_str(), nullptr, 10);
+}
+
+double secondsBetween(std::chrono::system_clock::time_point from,
+                      std::chrono::system_clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
+
+std::string clock(double seconds) {
+  const auto whole = static_cast<long>(seconds);
+  return whole >= 3600 ? fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60)
+                       : fmt::format("{}:{:02}", whole / 60, whole % 60);
+}
+
+std::string remainingTime(unsigned int percent, double elapsed) {
+  return percent > 0 && percent < 100 ? clock(elapsed * (100.0 - percent) / percent) : "-";
+}
+
+std::string nameOf(const StepStarted& start) {
+  return toPrintable(fmt::format("{}: {} on {}", start.package, start.test, start.device));
+}
+
+// Longer lines would wrap, and could not be erased again. No character is cut in two.
+std::string cut(const std::string& line, std::size_t columns) {
+  std::size_t length = std::min(line.size(), columns);
+  while (length > 0 && length < line.size() &&
+         (static_cast<unsigned char>(line[length]) & 0xC0U) == 0x80U) {
+    --length;
+  }
+  return line.substr(0, length);
+}
+
+std::string bar(unsigned int percent) {
+  const auto filled = static_cast<std::size_t>(std::min(percent, 100U) * barWidth / 100);
+  return std::string(filled, '#') + std::string(barWidth - filled, '.');
+}
+
+std::size_t columnsOf(int descriptor) {
+  winsize size{};
+  return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+}  // namespace
+
+Progress::Progress(std::ostream& out, bool isTerminal, std::size_t total)
+    : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
+
+unsigned long Progress::firstRunning() const {
+  return m_steps.empty() ? 0 : m_steps.begin()->first;
+}
+
+void Progress::handle(const RunEvent& event) {
+  erase();
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    m_begin = event.time;
+  } else if (const auto* started = std::get_if<StepStarted>(&event.body);
+             started != nullptr && numberOf(started->stepId) != 0) {
+    Step& step = m_steps[numberOf(started->stepId)];
+    step.start = *started;
+    step.begin = event.time;
+    if (!m_isTerminal) {
+      fmt::print(m_out, "running  {}\n", nameOf(*started));
+    }
+  } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
+    Step& step = m_steps[numberOf(progress->stepId)];
+    step.percent = progress->percent;
+    step.pass = progress->pass;
+    step.isSuspended = progress->isSuspended;
+  } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
+    endStep(numberOf(ended->stepId));
+  } else if (const auto* message = std::get_if<RunMessage>(&event.body);
+             message != nullptr && message->severity != Severity::information) {
+    fmt::print(m_out, "{}\n", toPrintable(message->text));
+  }
+  draw(event.time);
+}
+
+void Progress::endStep(unsigned long number) {
+  const auto entry = m_steps.find(number);
+  if (entry == m_steps.end()) {
+    return;
+  }
+  ++m_ended;
+  if (!m_isTerminal) {
+    fmt::print(m_out, "ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
+  }
+  m_steps.erase(entry);
+}
+
+std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
+  const double elapsed = secondsBetween(step.begin, now);
+  const std::string remaining =
+      step.isSuspended ? "suspended" : "left " + remainingTime(step.percent, elapsed);
+  const std::string pass =
+      step.start.passes > 1 ? fmt::format(" pass {}/{}", step.pass, step.start.passes) : "";
+  return fmt::format("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass,
+                     clock(elapsed), remaining, toPrintable(step.start.test),
+                     toPrintable(step.start.device));
+}
+
+// What is left is told from the share that is done, so it is rough at the start.
+std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
+  const double elapsed = secondsBetween(m_begin, now);
+  double done = static_cast<double>(m_ended);
+  for (const auto& [number, step] : m_steps) {
+    const double passes = std::max(step.start.passes, 1);
+    done += (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / passes;
+  }
+  const double left = static_cast<double>(m_total) - done;
+  return fmt::format("{} of {} ended, {} left {}   s suspend  r resume  a abort one  q abort all",
+                     m_ended, m_total, clock(elapsed),
+                     done > 0 && left > 0 ? clock(elapsed * left / done) : "-");
+}
+
+void Progress::draw(std::chrono::system_clock::time_point now) {
+  if (!m_isTerminal) {
+    m_out << std::flush;
+    return;
+  }
+  const std::size_t columns = columnsOf(STDERR_FILENO);
+  std::vector<std::string> lines;
+  std::size_t running = 0;
+  for (const auto& [number, step] : m_steps) {
+    if (++running <= mostLines) {
+      lines.push_back(lineOf(step, now));
+    }
+  }
+  if (running > mostLines) {
+    lines.push_back(fmt::format("... and {} more", running - mostLines));
+  }
+  lines.push_back(totalLine(now));
+  for (const std::string& line : lines) {
+    fmt::print(m_out, "{}\n", cut(line, columns - 1));
+  }
+  m_drawnLines = lines.size();
+  m_out << std::flush;
+}
+
+void Progress::erase() {
+  if (m_drawnLines > 0) {
+    fmt::print(m_out, "\033[{}A\033[J", m_drawnLines);
+    m_drawnLines = 0;
+  }
+}
+
+void Progress::finish() {
+  erase();
+  m_out << std::flush;
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "diagctl/report/Reporter.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a person watches while a run is under way. On a terminal: a line for each test that runs,
+/// drawn anew at each change, and a total. Elsewhere: a plain line at each change of state, without
+/// control characters.
+class Progress : public Reporter {
+ public:
+  /// @param out kept alive by the caller. @param total number of tests of the run.
+  Progress(std::ostream& out, bool isTerminal, std::size_t total);
+
+  void handle(const RunEvent& event) override;
+  void finish() override;
+
+  /// Takes the drawing away, so that something else can be written; the next event draws it anew.
+  void erase();
+
+  /// The number of the step that was drawn first, for a person who aborts one; 0 for none.
+  unsigned long firstRunning() const;
+
+ private:
+  struct Step {
+    StepStarted start;
+    std::chrono::system_clock::time_point begin;
+    unsigned int percent = 0;
+    int pass = 1;
+    bool isSuspended = false;
+  };
+
+  void endStep(unsigned long number);
+  void draw(std::chrono::system_clock::time_point now);
+  std::string totalLine(std::chrono::system_clock::time_point now) const;
+  std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;
+
+  std::ostream& m_out;
+  bool m_isTerminal;
+  std::size_t m_total;
+  std::size_t m_ended = 0;
+  std::map<unsigned long, Step> m_steps;
+  std::chrono::system_clock::time_point m_begin;
+  std::size_t m_drawnLines = 0;
+};
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,174 @@
+#include "diagctl/report/StepRecord.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+double secondsBetween(std::chrono::system_clock::time_point from,
+                      std::chrono::system_clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
+
+void addOnce(std::vector<std::string>& texts, const std::string& text) {
+  if (!text.empty() && std::find(texts.begin(), texts.end(), text) == texts.end()) {
+    texts.push_back(text);
+  }
+}
+
+/// Writes one event into the record of its step.
+struct IntoStep {
+  StepRecord& step;
+
+  void operator()(const StepMessage& message) const {
+    if (message.severity == Severity::warning || message.severity == Severity::error) {
+      addOnce(step.findings, message.text);
+      addOnce(step.actions, message.action);
+    } else {
+      step.news = message.text;
+    }
+  }
+  void operator()(const StepDiagnosis& diagnosis) const {
+    ++step.passes;
+    step.hasFailed |= diagnosis.verdict == Verdict::fail;
+    step.hasWarning |= diagnosis.verdict == Verdict::unknown;
+    if (diagnosis.verdict != Verdict::pass && step.symptom.empty()) {
+      step.symptom = diagnosis.symptom;
+    }
+    addOnce(step.findings, diagnosis.message);
+    addOnce(step.actions, diagnosis.action);
+  }
+  void operator()(const StepTrouble& trouble) const {
+    step.hasTrouble = true;
+    if (step.symptom.empty()) {
+      step.symptom = trouble.symptom;
+    }
+    addOnce(step.findings, trouble.message);
+    addOnce(step.actions, trouble.action);
+  }
+  void operator()(const StepEnded& ended) const {
+    step.hasEnded = true;
+    step.status = ended.status;
+    step.isAborted = ended.isAborted;
+    if (ended.status == RunStatus::skip && step.findings.empty()) {
+      addOnce(step.findings, step.news);  // the reason
+    }
+  }
+  template <class Other>
+  void operator()(const Other& /*other*/) const {}
+};
+
+/// The step that an event belongs to; empty for none.
+struct StepIdOf {
+  template <class Body>
+  std::string operator()(const Body& body) const {
+    if constexpr (requires { body.stepId; }) {
+      return body.stepId;
+    } else {
+      return {};
+    }
+  }
+};
+
+}  // namespace
+
+StepRecord::Outcome StepRecord::outcome() const {
+  if (hasFailed) {
+    return Outcome::failed;
+  }
+  if (hasTrouble || status == RunStatus::error) {
+    return Outcome::trouble;
+  }
+  if (!hasEnded) {
+    return Outcome::trouble;  // the run was cut short
+  }
+  if (status == RunStatus::skip) {
+    return Outcome::skipped;
+  }
+  return hasWarning ? Outcome::warning : Outcome::passed;
+}
+
+double StepRecord::seconds() const {
+  return hasEnded ? secondsBetween(begin, end) : 0;
+}
+
+const StepRecord* RunRecord::handle(const RunEvent& event) {
+  m_last = event.time;
+  if (!m_hasBegun) {
+    m_hasBegun = true;
+    m_begin = event.time;
+  }
+  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
+    m_start = *start;
+  } else if (const auto* trouble = std::get_if<RunTrouble>(&event.body)) {
+    m_troubles.push_back(trouble->message);
+  } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
+    m_hasEnded = true;
+    m_end = *end;
+  }
+  const std::string id = std::visit(StepIdOf(), event.body);
+  if (id.empty()) {
+    return nullptr;
+  }
+  StepRecord& step = m_steps[id];
+  if (const auto* started = std::get_if<StepStarted>(&event.body)) {
+    step.start = *started;
+    step.begin = event.time;
+    m_order.push_back(id);
+  }
+  std::visit(IntoStep{step}, event.body);
+  if (!std::holds_alternative<StepEnded>(event.body)) {
+    return nullptr;
+  }
+  step.end = event.time;
+  return &step;
+}
+
+std::vector<const StepRecord*> RunRecord::steps() const {
+  std::vector<const StepRecord*> steps;
+  for (const std::string& id : m_order) {
+    steps.push_back(&m_steps.at(id));
+  }
+  return steps;
+}
+
+OutcomeSums RunRecord::sums() const {
+  OutcomeSums sums;
+  for (const auto& [id, step] : m_steps) {
+    ++sums[step.outcome()];
+  }
+  return sums;
+}
+
+double RunRecord::seconds() const {
+  return secondsBetween(m_begin, m_last);
+}
+
+const char* toText(StepRecord::Outcome outcome) {
+  switch (outcome) {
+    case StepRecord::Outcome::passed:
+      return "passed";
+    case StepRecord::Outcome::failed:
+      return "failed";
+    case StepRecord::Outcome::warning:
+      return "with a warning";
+    case StepRecord::Outcome::trouble:
+      return "without a verdict";
+    case StepRecord::Outcome::skipped:
+      break;
+  }
+  return "skipped";
+}
+
+std::string toText(const OutcomeSums& sums) {
+  std::string text;
+  for (const auto& [outcome, count] : sums) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, toText(outcome));
+  }
+  return text;
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "diagctl/report/RunEvents.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a report needs of one step, gathered from the stream.
+struct StepRecord {
+  enum class Outcome { passed, failed, warning, trouble, skipped };
+
+  StepStarted start;
+  std::chrono::system_clock::time_point begin;
+  std::chrono::system_clock::time_point end;
+  std::vector<std::string> findings;
+  std::vector<std::string> actions;
+  std::string news;     ///< what was told last that is no finding
+  std::string symptom;  ///< of the first failure or trouble
+  int passes = 0;       ///< passes that were judged
+  bool hasFailed = false;
+  bool hasWarning = false;
+  bool hasTrouble = false;
+  bool hasEnded = false;
+  bool isAborted = false;
+  RunStatus status = RunStatus::complete;
+
+  Outcome outcome() const;
+  double seconds() const;
+};
+
+/// How many steps came to each outcome.
+using OutcomeSums = std::map<StepRecord::Outcome, std::size_t>;
+
+/// Gathers the stream of one run into records, for reports that need a step whole.
+class RunRecord {
+ public:
+  /// @return the step that the event has ended, if it has; valid until the next event.
+  const StepRecord* handle(const RunEvent& event);
+
+  const RunStarted& start() const { return m_start; }
+  const std::vector<std::string>& troubles() const { return m_troubles; }
+  /// Steps in the order in which they began.
+  std::vector<const StepRecord*> steps() const;
+  OutcomeSums sums() const;
+  bool hasEnded() const { return m_hasEnded; }
+  const RunEnded& end() const { return m_end; }
+  std::chrono::system_clock::time_point begin() const { return m_begin; }
+  double seconds() const;
+
+ private:
+  RunStarted m_start;
+  std::map<std::string, StepRecord> m_steps;
+  std::vector<std::string> m_order;
+  std::vector<std::string> m_troubles;
+  std::chrono::system_clock::time_point m_begin;
+  std::chrono::system_clock::time_point m_last;
+  bool m_hasBegun = false;
+  bool m_hasEnded = false;
+  RunEnded m_end;
+};
+
+const char* toText(StepRecord::Outcome outcome);
+/// For people: "3 passed, 1 failed"; empty for nothing.
+std::string toText(const OutcomeSums& sums);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,68 @@
+#include "diagctl/report/SummaryReporter.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <string>
+#include <variant>
+
+#include "diagctl/terminal/Printable.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Outcome = StepRecord::Outcome;
+
+struct State {
+  Outcome outcome;
+  const char* word;
+};
+
+// The first that occurs is the state of the whole.
+constexpr State states[] = {{Outcome::failed, "CRITICAL"},
+                            {Outcome::trouble, "UNKNOWN"},
+                            {Outcome::warning, "WARNING"},
+                            {Outcome::passed, "OK"}};
+
+std::string firstFinding(const RunRecord& record, Outcome outcome) {
+  for (const StepRecord* step : record.steps()) {
+    if (step->outcome() == outcome && !step->findings.empty()) {
+      return fmt::format(" - {} on {}: {}", step->start.test, step->start.device,
+                         step->findings.front());
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+void SummaryReporter::handle(const RunEvent& event) {
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    m_record = RunRecord();
+  }
+  m_record.handle(event);
+}
+
+void SummaryReporter::finish() {
+  const OutcomeSums sums = m_record.sums();
+  const std::string counts = toText(sums);
+  const char* word = "UNKNOWN";
+  std::string finding = m_record.troubles().empty() ? "" : " - " + m_record.troubles().front();
+  for (const State& state : states) {
+    if (sums.contains(state.outcome)) {
+      const bool isPassed = state.outcome == Outcome::passed;
+      word = isPassed && m_record.end().result != RunResult::pass ? "UNKNOWN" : state.word;
+      finding = isPassed ? finding : firstFinding(m_record, state.outcome);
+      break;
+    }
+  }
+  std::string line =
+      fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? "nothing ran" : counts, finding);
+  std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
+  fmt::print(m_out, "{}\n", toPrintable(line));
+  m_out << std::flush;
+}
+
+}  // namespace TarvexDiags::FrontEnd

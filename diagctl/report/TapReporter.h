@@ -1,0 +1,31 @@
+#pragma once
+
+#include <ostream>
+
+#include "diagctl/report/Reporter.h"
+#include "diagctl/report/StepRecord.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// The Test Anything Protocol, version 13: a line for each test as it ends, the plan at the end.
+/// Trouble of the tool is "not ok" with a TODO directive, so that a harness does not count it as a
+/// hardware failure; an aborted test is skipped.
+class TapReporter : public Reporter {
+ public:
+  /// @param out kept alive by the caller.
+  explicit TapReporter(std::ostream& out) : m_out(out) {}
+
+  void handle(const RunEvent& event) override;
+  void finish() override;
+
+ private:
+  void writeStep(const StepRecord& step);
+  void closeRun();
+
+  std::ostream& m_out;
+  RunRecord m_record;
+  bool m_hasBegun = false;
+  int m_number = 0;  ///< of the points, over all runs
+};
+
+}  // namespace TarvexDiags::FrontEnd

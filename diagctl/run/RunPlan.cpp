@@ -1,0 +1,87 @@
+#include "diagctl/run/RunPlan.h"
+
+#include <string>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+constexpr unsigned long secondsOfDay = 24UL * 60 * 60;
+constexpr unsigned long unlimitedSeconds = 10 * 365 * secondsOfDay;
+
+const char* toText(Profile profile) {
+  switch (profile) {
+    case Profile::quick:
+      return "quick";
+    case Profile::standard:
+      return "standard";
+    case Profile::extended:
+      break;
+  }
+  return "extended";
+}
+
+}  // namespace
+
+int passesOf(const RunOptions& options) {
+  if (options.passes) {
+    return *options.passes;
+  }
+  return options.profile == Profile::extended ? 3 : 1;
+}
+
+bool isQuick(const RunOptions& options) {
+  return options.quick || options.profile == Profile::quick;
+}
+
+RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options) {
+  RunPlan plan;
+  plan.options = options;
+  for (const SelectedPair& pair : pairs) {
+    if (pair.state == PairState::enabled) {
+      plan.requests.push_back({pair, passesOf(options)});
+    } else {
+      plan.skipped.push_back(pair);
+    }
+  }
+  return plan;
+}
+
+Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOptions& options,
+                                    const std::string& parameters) {
+  Diag::DiagnosticSettings settings;
+  settings.setQuickTestMode(isQuick(options));
+  settings.setStressMode(options.stress);
+  settings.setHaltOnError(options.haltOnError);
+  settings.setRequestedPassCount(request.passes);
+  settings.setPassCount(1);
+  settings.setRunTime(options.secondsPerTest.value_or(unlimitedSeconds));
+  if (!parameters.empty()) {
+    settings.setParameterPointer(const_cast<char*>(parameters.c_str()));
+  }
+  return settings;
+}
+
+std::string parametersOf(const RunOptions& options) {
+  return options.seed ? "Seed=" + std::to_string(*options.seed) + "\n" : std::string();
+}
+
+std::map<std::string, std::string> describe(const RunOptions& options) {
+  std::map<std::string, std::string> texts{{"profile", toText(options.profile)},
+                                           {"passes", std::to_string(passesOf(options))}};
+  if (options.secondsPerTest) {
+    texts["timePerTestSeconds"] = std::to_string(*options.secondsPerTest);
+  }
+  if (options.totalSeconds) {
+    texts["totalTimeSeconds"] = std::to_string(*options.totalSeconds);
+  }
+  if (options.seed) {
+    texts["seed"] = std::to_string(*options.seed);
+  }
+  texts["stress"] = options.stress ? "true" : "false";
+  texts["quick"] = isQuick(options) ? "true" : "false";
+  texts["haltOnError"] = options.haltOnError ? "true" : "false";
+  return texts;
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Diag/DiagnosticSettings.h"
+#include "diagctl/session/Selection.h"
+
+namespace TarvexDiags::FrontEnd {
+
+enum class Profile { quick, standard, extended };
+
+/// How the selected tests are run.
+struct RunOptions {
+  Profile profile = Profile::standard;
+  std::optional<int> passes;                    ///< overrides the profile's
+  std::optional<unsigned long> secondsPerTest;  ///< limit on the passes of one test
+  std::optional<unsigned long> totalSeconds;    ///< limit on the whole run
+  bool stress = false;
+  bool quick = false;
+  bool haltOnError = false;
+  std::optional<std::uint64_t> seed;
+};
+
+/// One request: a test on a device.
+struct PlannedRequest {
+  SelectedPair pair;
+  int passes = 1;
+};
+
+struct RunPlan {
+  std::vector<PlannedRequest> requests;
+  std::vector<SelectedPair> skipped;  ///< disabled or not supported
+  RunOptions options;
+  /// Devices that were expected and not found: each run that misses some has failed.
+  std::size_t missingDevices = 0;
+  std::size_t expectedDevices = 0;
+};
+
+RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options);
+
+/// The settings that a request is queued with: a first pass count of 1, so that N are N runs.
+/// @param parameters kept alive by the caller for as long as requests run: "key=value" lines.
+Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOptions& options,
+                                    const std::string& parameters);
+
+/// "key=value" lines that packages may read through the settings' parameter pointer.
+std::string parametersOf(const RunOptions& options);
+
+/// The options for people and reports.
+std::map<std::string, std::string> describe(const RunOptions& options);
+
+/// Whether each test is asked for its short form.
+bool isQuick(const RunOptions& options);
+
+/// Passes of each test: as asked for, or as the profile has them.
+int passesOf(const RunOptions& options);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,588 @@
+#include "diagctl/run/Runner.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <deque>
+#include <memory>
+#include <utility>
+
+#include "diagctl/run/KitCodes.h"
+#include "diagctl/session/ControllerFailure.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Controller = DiagCtrl::DiagnosticController;
+using Clock = std::chrono::steady_clock;
+
+// How long the loop waits for a wake-up; a lost one costs no more than that. Nothing announces the
+// start of a test, so the loop looks more often where one is due: behind a start or an end.
+constexpr std::chrono::milliseconds kLongestWait{100};
+constexpr std::chrono::milliseconds kWaitForStart{5};
+constexpr std::chrono::seconds kTick{1};
+
+Severity severityOf(Diag::DiagnosticEvent::EventType type) {
+  switch (type) {
+    case Diag::DiagnosticEvent::WARNING_EVENT:
+      return Severity::warning;
+    case Diag::DiagnosticEvent::ERROR_EVENT:
+      return Severity::error;
+    case Diag::DiagnosticEvent::INFORMATION_EVENT:
+      break;
+  }
+  return Severity::information;
+}
+
+// A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
+std::string toSymptom(std::string token) {
+  for (char& character : token) {
+    const auto byte = static_cast<unsigned char>(character);
+    character = character == '_' ? '-' : static_cast<char>(std::tolower(byte));
+  }
+  return token;
+}
+
+std::string plainText(const Diag::DiagnosticEvent& event) {
+  return fmt::format("event {}: {}", event.getEventCode(), fmt::join(event.getParamVector(), ", "));
+}
+
+std::string hardwareIdOf(const SelectedPair& pair) {
+  return fmt::format("{}-{}", pair.package->index, pair.device->id);
+}
+
+/// Takes a drained vector and its messages over, and shows each to a function.
+template <class Message, class Use>
+void forEachDrained(std::vector<Message*>* drained, Use use) {
+  const std::unique_ptr<std::vector<Message*>> messages(drained);
+  for (Message* message : *messages) {
+    const std::unique_ptr<Message> owned(message);
+    use(*owned);
+  }
+}
+
+/// Takes a drained vector and its messages over, behind those that are already there.
+template <class Message>
+void append(std::deque<std::unique_ptr<Message>>& inbox, std::vector<Message*>* drained) {
+  const std::unique_ptr<std::vector<Message*>> messages(drained);
+  for (Message* message : *messages) {
+    inbox.emplace_back(message);
+  }
+}
+
+/// Takes the first message of an inbox that is meant; null if there is none.
+template <class Message, class IsMeant>
+std::unique_ptr<Message> takeFirst(std::deque<std::unique_ptr<Message>>& inbox, IsMeant isMeant) {
+  const auto found = std::find_if(inbox.begin(), inbox.end(),
+                                  [&](const auto& message) { return isMeant(*message); });
+  if (found == inbox.end()) {
+    return nullptr;
+  }
+  std::unique_ptr<Message> message = std::move(*found);
+  inbox.erase(found);
+  return message;
+}
+
+}  // namespace
+
+struct Runner::Step {
+  const PlannedRequest* planned = nullptr;
+  std::string id;
+  std::string hardwareId;
+  unsigned long requestId = 0;  ///< 0: could not be queued
+  int results = 0;
+  bool hasFailed = false;
+  bool hasPassed = false;
+  bool hasWarning = false;
+  bool hasTrouble = false;
+  bool isNotPossible = false;
+  bool isAborted = false;
+  bool hasBegun = false;
+  bool hasEnded = false;
+  int pass = 0;  ///< as told last, with the progress
+  unsigned int progress = 0;
+  bool isSuspended = false;
+  Clock::time_point toldAt;  ///< when progress was told last
+  Finding lastFinding;       ///< of the present pass
+};
+
+Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests)
+    : m_session(session),
+      m_plan(plan),
+      m_sink(std::move(sink)),
+      m_requests(requests),
+      m_parameters(parametersOf(plan.options)) {}
+
+Runner::~Runner() = default;
+
+RunSummary Runner::run(const RunStarted& start) {
+  registerForMessages();
+  tell(start);
+  for (const std::string& warning : m_session.warnings()) {
+    tell(RunTrouble{"package-not-loaded", warning});
+  }
+  tellMissingDevices();
+  queueAll();
+  waitForAll();
+  tellSkipped();
+  const RunSummary summary = summarise();
+  tell(verdictOf(summary));
+  return summary;
+}
+
+void Runner::registerForMessages() {
+  Controller& controller = m_session.controller();
+  unsigned long events = 0;
+  unsigned long results = 0;
+  require(controller.registerForDiagEvents(&m_session.wakeups().object(), events),
+          "registering for events");
+  require(controller.registerForDiagResults(&m_session.wakeups().object(), results),
+          "registering for results");
+  m_eventRegistration = static_cast<long>(events);
+  m_resultRegistration = static_cast<long>(results);
+}
+
+void Runner::waitForAll() {
+  const auto begin = Clock::now();
+  m_changedAt = begin;
+  while (isLeft()) {
+    serveRequests();
+    endAfterTotalTime(begin);
+    collect();
+    if (isLeft()) {
+      const bool isStartDue = Clock::now() - m_changedAt < kLongestWait;
+      m_session.wakeups().waitFor(isStartDue ? kWaitForStart : kLongestWait);
+    }
+  }
+}
+
+bool Runner::isLeft() const {
+  return std::any_of(m_steps.begin(), m_steps.end(),
+                     [](const Step& step) { return !step.hasEnded; });
+}
+
+void Runner::endAfterTotalTime(Clock::time_point begin) {
+  if (!m_plan.options.totalSeconds || m_isAborted ||
+      Clock::now() - begin < std::chrono::seconds(*m_plan.options.totalSeconds)) {
+    return;
+  }
+  tell(RunMessage{Severity::warning, "The total time is used up: what still runs is ended."});
+  abortAll();
+}
+
+void Runner::tell(RunEventBody body) {
+  // As fine as a log keeps it, so that a report of the log says the same as the live one.
+  m_sink({std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()),
+          std::move(body)});
+}
+
+// What was selected and cannot run is a step of the report too, behind those that have a verdict.
+void Runner::tellSkipped() {
+  int number = 0;
+  for (const SelectedPair& pair : m_plan.skipped) {
+    const std::string id = fmt::format("skipped-{}", ++number);
+    tell(StepStarted{id, pair.package->name, pair.device->name, pair.test->name, hardwareIdOf(pair),
+                     passesOf(m_plan.options)});
+    tell(StepMessage{id, Severity::information, pair.package->describe(*pair.device, *pair.test),
+                     ""});
+    tell(StepEnded{id, RunStatus::skip});
+  }
+}
+
+// A device that is not there is a finding on the hardware, and a step of the report like any other.
+void Runner::tellMissingDevices() {
+  if (m_plan.missingDevices == 0) {
+    return;
+  }
+  const std::string id = "devices";
+  tell(StepStarted{id, "diagctl", "this machine", "Expected devices", "", 1});
+  tell(StepDiagnosis{
+      id, Verdict::fail, "device-missing",
+      fmt::format("{} devices were found, {} are expected.",
+                  m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
+      "Compare \"diagctl list devices\" with what should be there.", "", 1});
+  tell(StepEnded{id, RunStatus::complete});
+}
+
+void Runner::queueAll() {
+  m_steps.reserve(m_plan.requests.size());
+  for (const PlannedRequest& planned : m_plan.requests) {
+    const SelectedPair& pair = planned.pair;
+    Step step;
+    step.planned = &planned;
+    step.id = std::to_string(m_steps.size() + 1);
+    step.hardwareId = hardwareIdOf(pair);
+    Diag::DiagnosticSettings settings = settingsOf(planned, m_plan.options, m_parameters);
+    std::vector<int> tests{pair.test->id};
+    const Controller::errorCode code =
+        m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
+                                         m_plan.options.haltOnError, step.requestId);
+    m_steps.push_back(std::move(step));
+    Step& queued = m_steps.back();
+    if (code == Controller::SUCCESS) {
+      m_stepByRequest[static_cast<unsigned int>(queued.requestId)] = m_steps.size() - 1;
+      continue;
+    }
+    queued.requestId = 0;
+    queued.hasTrouble = true;
+    begin(queued);
+    const ControllerFailure failure("queueing the test", code);
+    const CodeEntry* entry = findResult(code);
+    tell(StepTrouble{queued.id,
+                     entry != nullptr ? toSymptom(std::string(entry->name)) : "queueing-failed",
+                     failure.what(), entry != nullptr ? std::string(entry->nextAction) : ""});
+    end(queued);
+  }
+}
+
+void Runner::serveRequests() {
+  Controller& controller = m_session.controller();
+  if (m_requests.abortAll.exchange(false) && !m_isAborted) {
+    tell(RunMessage{Severity::warning, "Interrupted: what still runs is ended."});
+    abortAll();
+  }
+  if (m_requests.suspendAll.exchange(false)) {
+    m_hold = Hold::suspended;
+  }
+  if (m_requests.resumeAll.exchange(false)) {
+    m_hold = Hold::resumed;
+  }
+  hold();
+  const unsigned long number = m_requests.abortStep.exchange(0);
+  if (number >= 1 && number <= m_steps.size() && !m_steps[number - 1].hasEnded) {
+    m_steps[number - 1].isAborted = true;
+    controller.abortTest(m_steps[number - 1].requestId);
+  }
+}
+
+// The controller leaves a request between two passes alone, so what is wanted is said at each turn.
+void Runner::hold() {
+  Controller& controller = m_session.controller();
+  for (Step& step : m_steps) {
+    if (step.hasEnded || m_hold == Hold::none) {
+      continue;
+    }
+    const bool suspends = m_hold == Hold::suspended;
+    const auto code =
+        suspends ? controller.suspendTest(step.requestId) : controller.resumeTest(step.requestId);
+    if (code == Controller::SUCCESS) {
+      step.isSuspended = suspends;
+    }
+  }
+}
+
+// A suspended test would never hear of the abort in some packages, so it is resumed first.
+void Runner::abortAll() {
+  m_isAborted = true;
+  m_hold = Hold::none;
+  Controller& controller = m_session.controller();
+  for (Step& step : m_steps) {
+    if (!step.hasEnded) {
+      step.isAborted = true;
+      controller.resumeTest(step.requestId);
+      controller.abortTest(step.requestId);
+    }
+  }
+}
+
+void Runner::collect() {
+  // Looked at before the queues are drained: what was told before a step's end is told first.
+  std::vector<Step*> over;
+  for (Step& step : m_steps) {
+    if (!step.hasEnded && isOver(step)) {
+      over.push_back(&step);
+    }
+  }
+  collectControllerEvents();
+  collectMessages();
+  collectProgress();
+  for (Step* step : over) {
+    if (!step->hasEnded) {
+      end(*step);
+    }
+  }
+}
+
+Runner::Step* Runner::stepOf(unsigned int requestId) {
+  const auto entry = m_stepByRequest.find(requestId);
+  return entry != m_stepByRequest.end() ? &m_steps[entry->second] : nullptr;
+}
+
+// A request has ended when its status is final and its package's object is gone: an aborted one is
+// final long before its package has returned.
+bool Runner::isOver(Step& step) {
+  DiagCtrl::TestRequest* request = nullptr;
+  if (m_session.controller().getTestRequest(static_cast<int>(step.requestId), request) !=
+      Controller::SUCCESS) {
+    return true;
+  }
+  const auto status = request->getTestRequestStatus(-1);
+  const bool isFinal =
+      status == DiagCtrl::TestRequest::COMPLETED || status == DiagCtrl::TestRequest::ABORTED;
+  return isFinal && request->ifIDiagnosticsDeleted();
+}
+
+// Results are drained first and judged last: the events of a pass arrive before its result, so none
+// of them is missed that way.
+void Runner::collectMessages() {
+  drainMessages();
+  tellMessages([](unsigned int /*requestId*/) { return true; });
+}
+
+// Results first: an event that a package raised before its result is in the queue by then.
+void Runner::drainMessages() {
+  DiagCtrl::ResultVector* results = nullptr;
+  if (m_session.controller().getDiagnosticResults(m_resultRegistration, results) ==
+      Controller::SUCCESS) {
+    append(m_results, results);
+  }
+  DiagCtrl::EventVector* events = nullptr;
+  if (m_session.controller().getDiagnosticEvents(m_eventRegistration, events) ==
+      Controller::SUCCESS) {
+    append(m_events, events);
+  }
+}
+
+void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
+  const auto isMeantMessage = [&](const Diag::DiagnosticEvent& message) {
+    return isMeant(message.getTestRequestId());
+  };
+  while (const auto event = takeFirst(m_events, isMeantMessage)) {
+    if (Step* step = stepOf(event->getTestRequestId())) {
+      begin(*step);
+      tellEvent(*step, *event);
+    }
+  }
+  while (const auto result = takeFirst(m_results, isMeantMessage)) {
+    if (Step* step = stepOf(result->getTestRequestId())) {
+      begin(*step);
+      judge(*step, *result);
+    }
+  }
+}
+
+void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
+  if (KitCodes::isMeasurement(event)) {
+    const std::vector<std::string>& parameters = event.getParamVector();
+    tell(StepMeasurement{step.id, parameters[3], KitCodes::measuredValue(parameters[4]),
+                         parameters[5], step.hardwareId});
+    return;
+  }
+  if (KitCodes::isBookkeeping(event) || (KitCodes::isAbort(event) && step.isAborted)) {
+    return;
+  }
+  const int package = step.planned->pair.package->index;
+  const Texts& texts = m_session.texts();
+  const std::string text = texts.message(package, event).value_or(plainText(event));
+  const std::string action = texts.action(package, event).value_or("");
+  if (KitCodes::isTrouble(event)) {
+    step.hasTrouble = true;
+    tell(StepTrouble{step.id, KitCodes::symptomOf(event), text, action});
+    return;
+  }
+  step.isNotPossible |= KitCodes::isNotPossible(event);
+  const Severity severity = severityOf(event.getEventType());
+  if (severity == Severity::information) {
+    tell(StepMessage{step.id, severity, text, ""});  // nothing is to be done about it
+    return;
+  }
+  step.lastFinding = {toSymptom(texts.token(package, event).value_or("")), text, action};
+  tell(StepMessage{step.id, severity, text, action});
+}
+
+// A result names the event behind it, or else the last one of the pass is taken for it.
+Runner::Finding Runner::findingOf(Step& step, const Diag::DiagnosticResult& result) {
+  Finding last = std::exchange(step.lastFinding, Finding());
+  const int package = step.planned->pair.package->index;
+  const Texts& texts = m_session.texts();
+  const auto token = texts.token(package, result);
+  if (result.getEventCode() == 0 || !token) {
+    return last;
+  }
+  return {toSymptom(*token), texts.message(package, result).value_or(plainText(result)),
+          texts.action(package, result).value_or("")};
+}
+
+void Runner::judge(Step& step, const Diag::DiagnosticResult& result) {
+  StepDiagnosis diagnosis{step.id, Verdict::pass,   "passed",      "",
+                          "",      step.hardwareId, ++step.results};
+  const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
+  if (verdict == Diag::DiagnosticResult::PASSED) {
+    step.hasPassed = true;
+    tell(diagnosis);
+    return;
+  }
+  if (verdict == Diag::DiagnosticResult::UNUSUAL_STATUS &&
+      (step.hasTrouble || step.isAborted || step.isNotPossible)) {
+    return;  // told already: not the hardware's doing
+  }
+  const Finding finding = findingOf(step, result);
+  const bool isFailure = verdict == Diag::DiagnosticResult::FAILED;
+  (isFailure ? step.hasFailed : step.hasWarning) = true;
+  diagnosis.verdict = isFailure ? Verdict::fail : Verdict::unknown;
+  diagnosis.symptom = isFailure ? "failed" : "unusual-status";
+  if (!finding.symptom.empty()) {
+    diagnosis.symptom = finding.symptom;
+  }
+  diagnosis.message = finding.text;
+  diagnosis.action = finding.action;
+  tell(diagnosis);
+}
+
+void Runner::collectControllerEvents() {
+  DiagCtrl::CtrlEventVector* drained = nullptr;
+  if (m_session.controller().getDiagnosticCtrlEvents(
+          static_cast<long>(m_session.controlRegistration()), drained) != Controller::SUCCESS) {
+    return;
+  }
+  forEachDrained(drained, [&](const DiagCtrl::DiagCtrlEvent& event) {
+    Step* step = stepOf(event.getTestRequestId());
+    const CodeEntry* entry = findEvent(event.getEventCode());
+    if (step == nullptr || entry == nullptr || step->hasEnded) {
+      return;
+    }
+    switch (event.getEventCode()) {
+      case DiagCtrl::DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION:
+      case DiagCtrl::DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST:  // waits for the machine
+      case DiagCtrl::DiagCtrlEvent::ERROR_RECVD_AND_HALT_ON_ERROR:
+        return;
+      case DiagCtrl::DiagCtrlEvent::TEST_REQUEST_ABORTED:
+        step->isAborted = true;
+        return;
+      default:
+        step->hasTrouble = true;
+        begin(*step);
+        tell(StepTrouble{step->id, toSymptom(std::string(entry->name)), std::string(entry->meaning),
+                         std::string(entry->nextAction)});
+    }
+  });
+}
+
+void Runner::collectProgress() {
+  for (Step& step : m_steps) {
+    DiagCtrl::TestRequest::TestRequestStatus status{};
+    int pass = 0;
+    int passes = 0;
+    bool stress = false;
+    Controller& controller = m_session.controller();
+    if (step.hasEnded || step.isAborted ||
+        controller.getRequestStatus(static_cast<long>(step.requestId), status, pass, passes,
+                                    stress) != Controller::SUCCESS ||
+        status != DiagCtrl::TestRequest::RUNNING) {
+      continue;
+    }
+    begin(step);
+    unsigned int percent = 0;
+    if (controller.getDiagnosticProgress(step.requestId, percent) == Controller::SUCCESS) {
+      tellProgress(step, percent, pass, passes);
+    }
+  }
+}
+
+// At each change, and so often besides that a clock beside it goes on.
+void Runner::tellProgress(Step& step, unsigned int percent, int pass, int passes) {
+  const auto now = Clock::now();
+  if (percent == step.progress && pass == step.pass && now - step.toldAt < kTick) {
+    return;
+  }
+  step.progress = percent;
+  step.pass = pass;
+  step.toldAt = now;
+  tell(StepProgress{step.id, percent, pass, passes, step.isSuspended});
+}
+
+// A test that was judged is told to its end before another one begins: its place may be the reason
+// why the other could start.
+void Runner::endJudgedSteps(const Step& beginning) {
+  for (Step& step : m_steps) {
+    if (&step == &beginning || !step.hasBegun || step.hasEnded || !isJudged(step)) {
+      continue;
+    }
+    const auto giveUp = Clock::now() + kLongestWait;
+    while (!isOver(step) && Clock::now() < giveUp) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+    drainMessages();
+    tellMessages([&](unsigned int id) { return id == step.requestId; });
+    if (!step.hasEnded && isOver(step)) {
+      end(step);
+    }
+  }
+}
+
+bool Runner::isJudged(Step& step) {
+  DiagCtrl::TestRequest* request = nullptr;
+  return m_session.controller().getTestRequest(static_cast<int>(step.requestId), request) ==
+             Controller::SUCCESS &&
+         request->getTestRequestStatus(-1) == DiagCtrl::TestRequest::COMPLETED;
+}
+
+void Runner::begin(Step& step) {
+  if (!std::exchange(step.hasBegun, true)) {
+    endJudgedSteps(step);
+    m_changedAt = Clock::now();
+    const SelectedPair& pair = step.planned->pair;
+    tell(StepStarted{step.id, pair.package->name, pair.device->name, pair.test->name,
+                     step.hardwareId, step.planned->passes});
+  }
+}
+
+void Runner::end(Step& step) {
+  begin(step);
+  step.hasEnded = true;
+  m_changedAt = Clock::now();
+  if (step.results == 0 && !step.isAborted && !step.hasTrouble) {
+    step.hasTrouble = true;
+    tell(StepTrouble{step.id, "no-result", "The package handed over no result.",
+                     "Look into the package's log."});
+  }
+  if (step.isAborted && !step.hasFailed && !step.hasTrouble) {
+    tell(StepMessage{step.id, Severity::warning, "Aborted before its end.", ""});
+  }
+  RunStatus status = RunStatus::complete;
+  if (step.hasTrouble) {
+    status = RunStatus::error;
+  } else if ((step.isAborted || step.isNotPossible) && !step.hasFailed) {
+    status = RunStatus::skip;
+  }
+  tell(StepEnded{step.id, status, step.isAborted});
+}
+
+RunSummary Runner::summarise() const {
+  RunSummary summary;
+  summary.skipped = m_plan.skipped.size();
+  summary.failed = m_plan.missingDevices > 0 ? 1 : 0;
+  for (const Step& step : m_steps) {
+    if (step.hasFailed) {
+      ++summary.failed;
+    } else if (step.hasTrouble) {
+      ++summary.troubled;
+    } else if (step.isAborted) {
+      ++summary.aborted;
+    } else if (step.isNotPossible) {
+      ++summary.skipped;
+    } else if (step.hasWarning) {
+      ++summary.warned;
+    } else {
+      ++summary.passed;
+    }
+  }
+  return summary;
+}
+
+RunEnded Runner::verdictOf(const RunSummary& summary) const {
+  if (summary.failed > 0) {
+    return {RunStatus::complete, RunResult::fail};
+  }
+  if (summary.troubled > 0 || m_session.failedPackages() > 0) {
+    return {RunStatus::error, RunResult::notApplicable};
+  }
+  if (summary.aborted > 0 || summary.ran() == 0) {
+    return {RunStatus::skip, RunResult::notApplicable};
+  }
+  return {RunStatus::complete, RunResult::pass};
+}
+
+}  // namespace TarvexDiags::FrontEnd

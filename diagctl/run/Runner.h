@@ -1,0 +1,110 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
+#include "diagctl/report/RunEvents.h"
+#include "diagctl/run/RunPlan.h"
+#include "diagctl/session/Session.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a person or a signal wants of a run under way. Set by any thread, a signal handler
+/// included, and read by the runner.
+struct RunRequests {
+  std::atomic<bool> abortAll{false};
+  std::atomic<bool> suspendAll{false};
+  std::atomic<bool> resumeAll{false};
+  std::atomic<unsigned long> abortStep{0};  ///< number of the step to abort, from 1; 0: none
+};
+
+/// What became of a run, for the exit status.
+struct RunSummary {
+  std::size_t passed = 0;
+  std::size_t failed = 0;
+  std::size_t warned = 0;    ///< ended without a verdict, or with a warning
+  std::size_t troubled = 0;  ///< the tool could not do its work
+  std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
+  std::size_t skipped = 0;   ///< not possible here
+
+  std::size_t ran() const { return passed + failed + warned + troubled; }
+};
+
+/// Runs a plan: queues each request, tells its stream to a sink, and ends when the last of its own
+/// requests has ended, whatever else the controller does.
+class Runner {
+ public:
+  using Sink = std::function<void(const RunEvent&)>;
+
+  Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests);
+  ~Runner();
+  Runner(const Runner&) = delete;
+  Runner& operator=(const Runner&) = delete;
+
+  /// @param start the opening event of the stream.
+  RunSummary run(const RunStarted& start);
+
+ private:
+  struct Step;
+  enum class Hold { none, suspended, resumed };
+  struct Finding {
+    std::string symptom;
+    std::string text;
+    std::string action;
+  };
+
+  void registerForMessages();
+  void tellSkipped();
+  void tellMissingDevices();
+  void queueAll();
+  void waitForAll();
+  bool isLeft() const;
+  void endAfterTotalTime(std::chrono::steady_clock::time_point begin);
+  void serveRequests();
+  void collect();
+  void collectMessages();
+  void drainMessages();
+  void tellMessages(const std::function<bool(unsigned int)>& isMeant);
+  void endJudgedSteps(const Step& beginning);
+  bool isJudged(Step& step);
+  Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
+  void judge(Step& step, const Diag::DiagnosticResult& result);
+  void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
+  void collectControllerEvents();
+  void collectProgress();
+  void tellProgress(Step& step, unsigned int percent, int pass, int passes);
+  void begin(Step& step);
+  void end(Step& step);
+  Step* stepOf(unsigned int requestId);
+  bool isOver(Step& step);
+  void hold();
+  void abortAll();
+  void tell(RunEventBody body);
+  RunSummary summarise() const;
+  RunEnded verdictOf(const RunSummary& summary) const;
+
+  Session& m_session;
+  const RunPlan& m_plan;
+  Sink m_sink;
+  RunRequests& m_requests;
+  std::string m_parameters;
+  std::vector<Step> m_steps;
+  std::map<unsigned int, std::size_t> m_stepByRequest;
+  long m_eventRegistration = 0;
+  long m_resultRegistration = 0;
+  std::deque<std::unique_ptr<Diag::DiagnosticEvent>> m_events;
+  std::deque<std::unique_ptr<Diag::DiagnosticResult>> m_results;
+  std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
+  bool m_isAborted = false;
+  Hold m_hold = Hold::none;  // what a person wants of all requests
+};
+
+}  // namespace TarvexDiags::FrontEnd

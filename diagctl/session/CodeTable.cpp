@@ -1,0 +1,328 @@
+#include "diagctl/session/CodeTable.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "DiagCtrl/DiagnosticController.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Severity = CodeEntry::Severity;
+
+using DiagCtrl::DiagCtrlEvent;
+using DiagCtrl::DiagnosticController;
+
+// A name with its number in each of the two enumerations that have it.
+#define BOTH(name) #name, DiagnosticController::name, DiagCtrlEvent::name
+#define RESULT(name) #name, DiagnosticController::name, std::nullopt
+#define EVENT(name) #name, std::nullopt, DiagCtrlEvent::name
+
+// clang-format off
+const std::vector<CodeEntry> table = {
+    {BOTH(SUCCESS), Severity::success,
+     "The call did what it was asked to.",
+     "Nothing to do."},
+    {BOTH(INITIALISATION_FAILED), Severity::error,
+     "The control file could not be read, or a required key is missing or wrong.",
+     "Run \"diagctl check\": it names file, section and key."},
+    {BOTH(UNABLE_TO_REGISTER), Severity::error,
+     "The queue of a registration could not be made.",
+     "Start the front end again; if it stays, the library is damaged."},
+    {BOTH(FILE_OPEN_EXCEPTION), Severity::error,
+     "A file could not be opened. The library declares this code and does not use it.",
+     "Nothing to do."},
+    {BOTH(OUT_OF_RANGE), Severity::error,
+     "A value is out of range. The library declares this code and does not use it.",
+     "Nothing to do."},
+    {BOTH(EV_REG_ID_NOT_FOUND), Severity::error,
+     "Declared for unknown registrations of events; the library answers RESULT_REG_ID_NOT_FOUND instead.",
+     "Nothing to do."},
+    {BOTH(TEST_OBJECT_NOT_FOUND), Severity::error,
+     "The package has no test of this number, or it was withdrawn for this machine.",
+     "Run \"diagctl list tests\" for the tests on offer."},
+    {BOTH(REQUEST_OBJECT_NOT_FOUND), Severity::error,
+     "No request has this id, or the requests were cleared.",
+     "Use an id that a queueing call returned."},
+    {BOTH(RESULT_REG_ID_NOT_FOUND), Severity::error,
+     "No registration for results or events has this id.",
+     "Register again after each start; ids do not survive a shut-down."},
+    {BOTH(CTRL_EV_REG_ID_NOT_FOUND), Severity::error,
+     "No registration for controller events has this id.",
+     "Register again after each start; ids do not survive a shut-down."},
+    {BOTH(DEVICE_NOT_FOUND), Severity::error,
+     "The package has no device of this number.",
+     "Run \"diagctl list devices\" for the devices that were found."},
+    {BOTH(KEY_NOT_EXIST), Severity::error,
+     "A key does not exist. The library declares this code and does not use it.",
+     "Nothing to do."},
+    {BOTH(UNABLE_TO_ADD_TEST_REQUEST), Severity::error,
+     "The package gave no diagnostics object for the request, or the configuration was lost.",
+     "Look into the package's log; run \"diagctl check\"."},
+    {BOTH(INVALID_PARAMETER), Severity::error,
+     "An argument is invalid, or a token or text is missing from a file.",
+     "Run \"diagctl check\": it names the missing token or text."},
+    {BOTH(FILE_NOT_FOUND), Severity::error,
+     "A file does not exist. The library declares this code and does not use it.",
+     "Nothing to do."},
+    {BOTH(UNABLE_TO_ABORT_TESTS), Severity::error,
+     "The abort of all tests failed; what was running goes on until it ends by itself.",
+     "Wait for the running tests, or end the front end a second time to leave at once."},
+    {BOTH(PACKAGE_INITIALIZE_FAILED), Severity::warning,
+     "The description of a package is faulty; the package was left out.",
+     "Run \"diagctl check\": it names file, section, key and reason."},
+    {BOTH(UNABLE_TO_CREATE_DEVICE_VECTOR), Severity::warning,
+     "A package could not tell its devices; the package was left out.",
+     "Look into the package's log for the reason."},
+    {BOTH(OBJECT_NOT_FOUND), Severity::error,
+     "There is no package or request of this number.",
+     "Run \"diagctl list packages\" for the packages that were found."},
+    {BOTH(UNABLE_TO_SET_STATUS), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(IDIAGNOSTIC_NOT_FOUND), Severity::error,
+     "The request has ended, and its package was given back.",
+     "Ask for the state of the request instead."},
+    {BOTH(UNABLE_TO_SET_PHASE), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(INCORRECT_PHASE), Severity::error,
+     "The call is not allowed in the present phase of the controller.",
+     "Wait for the phase that the call needs: settings change only while idle."},
+    {BOTH(UNABLE_TO_INIT_EXE_MGR_THREAD), Severity::error,
+     "Declared; a dispatcher that cannot start reports UNABLE_TO_INIT_MONI_THREAD.",
+     "Nothing to do."},
+    {BOTH(UNABLE_TO_INIT_MONI_THREAD), Severity::error,
+     "One of the controller's two threads could not be started.",
+     "Check the limits on threads and memory (ulimit -u, ulimit -v)."},
+    {BOTH(ENCORE_REQUEST), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(RESET_FAILED), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(PACKAGE_FILE_NOT_FOUND), Severity::error,
+     "The package directory could not be read.",
+     "Check PackDirPath of the control file and the permissions of the directory."},
+    {BOTH(UNABLE_TO_GET_LOCK), Severity::error,
+     "A lock could not be taken, or the settings were lost to a second initialisation with a bad file.",
+     "Shut down and start again with a good control file."},
+    {BOTH(UNABLE_TO_SET_CTRL_PHASE), Severity::error,
+     "The phase of the controller could not be set.",
+     "Shut down and start again."},
+    {BOTH(FUNCTION_NOT_FOUND_IN_DLL), Severity::error,
+     "The shared object of a package lacks a required export.",
+     "Install the package again; its library does not fit its description."},
+    {EVENT(UNABLE_TO_PROCESS_TEST_REQUEST), Severity::error,
+     "A request had to wait: its package wants the whole machine, and other tests are still running.",
+     "Nothing to do: it starts when the others have ended."},
+    {EVENT(DISABLE_TEST), Severity::warning,
+     "A listed test is disabled on its device and was skipped.",
+     "Run \"diagctl show\" on the test to see why."},
+    {BOTH(UNABLE_TO_GET_REQUESTID_LIST), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(DEVICE_OBJECT_NOT_FOUND), Severity::error,
+     "The device to queue a test on does not exist, or the package has no devices.",
+     "Run \"diagctl list devices\"."},
+    {EVENT(ERROR_RECVD_AND_HALT_ON_ERROR), Severity::error,
+     "A pass ended with a bad result, and the request was halted.",
+     "See the result of the pass for the cause."},
+    {BOTH(INVALID_MESSAGE_STRING), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {EVENT(UNUSUAL_STATUS_AND_HALT_ON_ERROR), Severity::error,
+     "Declared; both bad results raise ERROR_RECVD_AND_HALT_ON_ERROR.",
+     "Nothing to do."},
+    {BOTH(CTRL_EVENT_REG_ID_NOT_FOUND), Severity::error,
+     "No registration for controller events has this id.",
+     "Register again after each start; ids do not survive a shut-down."},
+    {EVENT(DROP_REQUEST_ON_COMPLETION), Severity::information,
+     "A request has ended.",
+     "Nothing to do."},
+    {EVENT(DROP_REQUEST_ON_COMPLETION_ERROR), Severity::error,
+     "A request could not be sent back for another pass and has ended early.",
+     "Queue it again."},
+    {BOTH(UNABLE_TO_LOAD_PACKAGE), Severity::warning,
+     "The shared object of a package, or one that it depends on, could not be loaded; the package was left out.",
+     "Run \"diagctl check\"; look at the library with ldd."},
+    {EVENT(UNABLE_TO_GET_OPERATING_SYSTEM), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {RESULT(UNABLE_TO_GET_REQUEST_ID_LIST), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {RESULT(INVALID_VALUE_IN_CONFIG_FILE), Severity::error,
+     "An entry of DisablePackage in the control file has no name.",
+     "Run \"diagctl check\": it names the section."},
+    {EVENT(UNABLE_TO_READ_CONFIG_FILE), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(LOAD_LIBRARY_FAILED), Severity::error,
+     "The shared object of a package could not be loaded for a request.",
+     "Check that the library is still there and readable; run \"diagctl check\"."},
+    {EVENT(UNABLE_TO_SET_GLOBAL_SETTINGS), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {EVENT(UNABLE_TO_CREATE_QUEUE), Severity::error,
+     "The queue of a registration could not be made.",
+     "Start the front end again."},
+    {BOTH(UNABLE_TO_GET_GLOBAL_SETTINGS), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {RESULT(UNABLE_TO_CREATE_RES_LOCK), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {EVENT(UNABLE_TO_READ_CURRENT_DIR), Severity::error,
+     "The package directory could not be read.",
+     "Check PackDirPath of the control file and the permissions of the directory."},
+    {RESULT(NO_PACKAGE_ENABLED), Severity::error,
+     "The package directory holds no package.",
+     "Check PackDirPath: a package is NAME.cfg beside libNAME.so."},
+    {RESULT(INVALID_FILE_NAME_PASSED), Severity::error,
+     "No control file was named.",
+     "Name one with --config."},
+    {RESULT(INVALID_OBJECT_PASSED), Severity::error,
+     "A registration was made without an object.",
+     "A fault of the front end: please report it."},
+    {RESULT(INAVLID_VALUE_PASSED), Severity::error,
+     "A setting was given a value out of its range.",
+     "Use one of the values that --help names."},
+    {EVENT(INVALID_PARAMETER_IN_INI_FILE), Severity::error,
+     "A package's configuration file has no token for this code.",
+     "Run \"diagctl check\": it names the missing token."},
+    {RESULT(TEST_VECTOR_IS_EMPTY), Severity::error,
+     "A request was queued without a test.",
+     "Select at least one test."},
+    {RESULT(MESSAGE_TYPE_NOT_PASSED), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {EVENT(INVALID_PARAMETER_INI_FILE), Severity::error,
+     "A language file has no text for a token.",
+     "Run \"diagctl check\": it names the missing text."},
+    {RESULT(LANG_ID_IS_NULL), Severity::error,
+     "A text was asked for without a language.",
+     "Name one with --lang."},
+    {RESULT(MESSAGE_TOKEN_IS_NULL), Severity::error,
+     "A text was asked for without a token.",
+     "A fault of the front end: please report it."},
+    {RESULT(INVALID_KEY_PASSED), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {EVENT(UNABLE_TO_FIND_DLL), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {RESULT(UNABLE_TO_GET_OS), Severity::error,
+     "The name of the operating system could not be told.",
+     "The framework library is damaged: install it again."},
+    {EVENT(UNABLE_TO_GET_TEST_REQUESTID_OBJ), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(PACKAGE_NOT_FOUND), Severity::error,
+     "There is no package of this number, or a package failed in its enumeration.",
+     "Run \"diagctl list packages\"."},
+    {EVENT(RELEASE_LIBRARY_FAILED), Severity::error,
+     "The shared object of a package could not be given back.",
+     "Shut down and start again; look into the package's log."},
+    {RESULT(UNABLE_TO_REMOVE_RES_LOCK), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(ABORT_ALL_ALREADY_IN_PROCESS), Severity::warning,
+     "An earlier abort of all tests has not ended.",
+     "Shut down and start again."},
+    {EVENT(UNABLE_TO_INIT_EXE_THREAD), Severity::error,
+     "The worker of a request could not be started; the request was aborted.",
+     "Check the limits on threads and memory (ulimit -u, ulimit -v), then run the test again."},
+    {BOTH(UNABLE_TO_RESET_RESOURCE_LOCK_MAP), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+    {BOTH(INVALID_STRESS_MODE), Severity::error,
+     "The stress flag of the settings is neither true nor false.",
+     "A fault of the front end: please report it."},
+    {BOTH(INVALID_QIUCK_TEST_MODE), Severity::error,
+     "The quick flag of the settings is neither true nor false.",
+     "A fault of the front end: please report it."},
+    {EVENT(NO_TEST_ENABLE_TO_EXECUTE), Severity::warning,
+     "None of the request's tests is enabled on its device; the request has ended as aborted.",
+     "Run \"diagctl list tests\" to see what is enabled where."},
+    {BOTH(INVALID_HALT_ON_EEROR), Severity::error,
+     "The halt flag of the settings is neither true nor false.",
+     "A fault of the front end: please report it."},
+    {BOTH(INVALID_RUN_TIME), Severity::error,
+     "The run time of the settings is 0.",
+     "Give at least one second with --time."},
+    {BOTH(INVALID_PASS_COUNT), Severity::error,
+     "The number of passes of the settings is 0.",
+     "Ask for at least one pass with --passes."},
+    {EVENT(TEST_REQUEST_ABORTED), Severity::warning,
+     "A request was aborted.",
+     "Nothing to do, if you asked for it; else see the event before it."},
+    {EVENT(UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED), Severity::error,
+     "A request could not be processed and was aborted.",
+     "Run the test again; if it stays, shut down and start again."},
+    {EVENT(ESTIMATED_TIME_INVALID), Severity::error,
+     "Declared; the library does not use it.",
+     "Nothing to do."},
+};
+// clang-format on
+
+template <class Matches>
+const CodeEntry* findIf(Matches matches) {
+  const auto entry = std::find_if(table.begin(), table.end(), matches);
+  return entry != table.end() ? &*entry : nullptr;
+}
+
+std::optional<unsigned int> toNumber(const std::string& text) {
+  unsigned int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isNumber = error == std::errc() && end == text.data() + text.size();
+  return isNumber ? std::optional(number) : std::nullopt;
+}
+
+}  // namespace
+
+const std::vector<CodeEntry>& codeTable() {
+  return table;
+}
+
+const CodeEntry* findEvent(unsigned int number) {
+  return findIf([&](const CodeEntry& entry) { return entry.eventNumber == number; });
+}
+
+const CodeEntry* findResult(unsigned int number) {
+  return findIf([&](const CodeEntry& entry) { return entry.resultNumber == number; });
+}
+
+std::vector<const CodeEntry*> lookUp(const std::string& nameOrNumber) {
+  const std::optional<unsigned int> number = toNumber(nameOrNumber);
+  std::vector<const CodeEntry*> found;
+  for (const CodeEntry& entry : table) {
+    const bool isMeant =
+        number ? entry.resultNumber == number || entry.eventNumber == number
+               : strcasecmp(std::string(entry.name).c_str(), nameOrNumber.c_str()) == 0;
+    if (isMeant) {
+      found.push_back(&entry);
+    }
+  }
+  return found;
+}
+
+std::string_view toText(CodeEntry::Severity severity) {
+  switch (severity) {
+    case Severity::success:
+      return "success";
+    case Severity::information:
+      return "information";
+    case Severity::warning:
+      return "warning";
+    case Severity::error:
+      break;
+  }
+  return "error";
+}
+
+}  // namespace TarvexDiags::FrontEnd

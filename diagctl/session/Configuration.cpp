@@ -1,0 +1,140 @@
+#include "diagctl/session/Configuration.h"
+
+#include <fmt/format.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <initializer_list>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "diagctl/session/Interruption.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path fromEnvironment(const char* variable, const char* belowHome) {
+  const char* value = std::getenv(variable);
+  if (value != nullptr && *value == '/') {
+    return value;
+  }
+  const char* home = std::getenv("HOME");
+  return home != nullptr && *home == '/' ? fs::path(home) / belowHome : fs::path();
+}
+
+bool isThere(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+fs::path makeTemporaryDirectory() {
+  std::string path = (fs::temp_directory_path() / "diagctl-XXXXXX").string();
+  if (mkdtemp(path.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(),
+                            "making a directory for the control file");
+  }
+  return path;
+}
+
+}  // namespace
+
+Configuration Configuration::find(const std::optional<std::string>& named,
+                                  const fs::path& systemDirectory) {
+  if (named) {
+    return Configuration(*named);
+  }
+  const fs::path user = fromEnvironment("XDG_CONFIG_HOME", ".config");
+  for (const fs::path& directory : {user, systemDirectory}) {
+    const fs::path candidate = directory / "tarvexdiags" / "control.cfg";
+    if (!directory.empty() && isThere(candidate)) {
+      return Configuration(candidate.string());
+    }
+  }
+  const fs::path packages = bundledPackages();
+  if (packages.empty()) {
+    throw std::runtime_error(
+        "no control file and no bundled packages were found; name a control file with --config");
+  }
+  return make(packages);
+}
+
+Configuration Configuration::make(const fs::path& packages) {
+  const fs::path directory = makeTemporaryDirectory();
+  Configuration made((directory / "control.cfg").string());
+  made.m_madeDirectory = directory;
+  Interruption::removeWhenLeaving(directory.string());
+  std::ofstream file(made.m_path);
+  file << embeddedControlFile(packages, directory);
+  file.close();
+  if (!file) {
+    throw std::runtime_error(fmt::format("{}: cannot be written", made.m_path));
+  }
+  return made;
+}
+
+Configuration::Configuration(Configuration&& other) noexcept
+    : m_path(std::move(other.m_path)),
+      m_madeDirectory(std::exchange(other.m_madeDirectory, fs::path())) {}
+
+Configuration::~Configuration() {
+  if (!m_madeDirectory.empty()) {
+    std::error_code ignored;
+    fs::remove_all(m_madeDirectory, ignored);
+    Interruption::removeWhenLeaving("");
+  }
+}
+
+std::string Configuration::origin() const {
+  return isEmbedded() ? "the built-in configuration for the bundled packages" : m_path;
+}
+
+namespace {
+
+// Beside the program's directory in a build tree, under lib in an installed one.
+fs::path besideProgram(const char* group) {
+  std::error_code failure;
+  const fs::path program = fs::read_symlink("/proc/self/exe", failure);
+  if (failure) {
+    return {};
+  }
+  const fs::path above = program.parent_path().parent_path();
+  for (const fs::path& candidate : {above / group, above / "lib/tarvexdiags" / group,
+                                    above / TARVEX_LIBDIR / "tarvexdiags" / group}) {
+    if (isThere(candidate)) {
+      return candidate;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+fs::path bundledPackages() {
+  return besideProgram("packages");
+}
+
+fs::path selfTestPackages() {
+  return besideProgram("selftest");
+}
+
+std::string embeddedControlFile(const fs::path& packages, const fs::path& logs) {
+  return fmt::format(
+      "[GlobalSettings]\n"
+      "PackDirPath={}\n"
+      "LogDirPath={}\n"
+      "DebugLog=DIAG_NO\n"
+      "RunMode=PARALLEL\n"
+      "DiagLog=FALSE\n"
+      "HaltOnError=FALSE\n"
+      "DiagnosticMode=CUSTOMER\n",
+      packages.string(), logs.string());
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,30 @@
+#include "diagctl/session/ControllerFailure.h"
+
+#include <fmt/format.h>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+std::string describe(const std::string& what, unsigned int number) {
+  const CodeEntry* entry = findResult(number);
+  if (entry == nullptr) {
+    return fmt::format("{}: the controller answered {}", what, number);
+  }
+  return fmt::format("{}: {} ({}). {}\n  {}", what, entry->name, number, entry->meaning,
+                     entry->nextAction);
+}
+
+}  // namespace
+
+ControllerFailure::ControllerFailure(const std::string& what,
+                                     DiagCtrl::DiagnosticController::errorCode code)
+    : std::runtime_error(describe(what, code)), m_code(code) {}
+
+void require(DiagCtrl::DiagnosticController::errorCode code, const std::string& what) {
+  if (code != DiagCtrl::DiagnosticController::SUCCESS) {
+    throw ControllerFailure(what, code);
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "diagctl/run/Runner.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Interrupt, end and hang-up signals: the first ends the run in order, the second leaves at once.
+/// A closed pipe is told by the write that fails, so that the run still ends in order. A signal
+/// that the program was started to ignore, as by nohup, stays ignored.
+namespace Interruption {
+
+/// Catches the signals from now on.
+void begin();
+/// A directory that is removed when a signal ends the program at once; the last one named counts.
+/// @param directory empty for none.
+void removeWhenLeaving(const std::string& directory);
+/// What signals and keys want of the run.
+RunRequests& requests();
+/// The signal that came, 0 for none.
+int signal();
+
+}  // namespace Interruption
+
+}  // namespace TarvexDiags::FrontEnd

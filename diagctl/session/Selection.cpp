@@ -1,0 +1,114 @@
+#include "diagctl/session/Selection.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+bool matchesText(const std::string& pattern, const std::string& text) {
+  return fnmatch(pattern.c_str(), text.c_str(), FNM_CASEFOLD) == 0;
+}
+
+bool matchesId(const std::string& pattern, unsigned long id) {
+  return pattern == std::to_string(id);
+}
+
+bool matchesTag(const std::string& pattern, const std::string& tag) {
+  if (matchesText(pattern, tag)) {
+    return true;
+  }
+  const std::size_t separator = tag.rfind('/');
+  return separator != std::string::npos && matchesText(pattern, tag.substr(separator + 1));
+}
+
+template <class Item, class Matches>
+bool isSelected(const Item& item, const std::vector<std::string>& included,
+                const std::vector<std::string>& excluded, Matches matches) {
+  const auto hits = [&](const std::string& pattern) { return matches(pattern, item); };
+  return (included.empty() || std::any_of(included.begin(), included.end(), hits)) &&
+         std::none_of(excluded.begin(), excluded.end(), hits);
+}
+
+template <class MatchesAny>
+void collectUnmatched(const std::vector<std::string>& patterns, const char* kind,
+                      MatchesAny matchesAny, std::vector<std::string>& unmatched) {
+  for (const std::string& pattern : patterns) {
+    if (!matchesAny(pattern)) {
+      unmatched.push_back(std::string(kind) + " '" + pattern + "'");
+    }
+  }
+}
+
+}  // namespace
+
+bool matchesPackage(const std::string& pattern, const PackageItem& package) {
+  return matchesId(pattern, static_cast<unsigned long>(package.index)) ||
+         matchesText(pattern, package.name) || matchesText(pattern, package.mnemonic) ||
+         matchesText(pattern, package.baseName);
+}
+
+bool matchesDevice(const std::string& pattern, const DeviceItem& device) {
+  return matchesId(pattern, device.id) || matchesText(pattern, device.name) ||
+         matchesTag(pattern, device.tag);
+}
+
+bool matchesTest(const std::string& pattern, const TestItem& test) {
+  return matchesId(pattern, static_cast<unsigned long>(test.id)) || matchesText(pattern, test.name);
+}
+
+std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns) {
+  std::vector<SelectedPair> pairs;
+  for (const PackageItem& package : catalogue.packages) {
+    if (!isSelected(package, patterns.packages, patterns.excludedPackages, matchesPackage)) {
+      continue;
+    }
+    for (const DeviceItem& device : package.devices) {
+      if (!isSelected(device, patterns.devices, patterns.excludedDevices, matchesDevice)) {
+        continue;
+      }
+      for (const TestItem& test : package.tests) {
+        if (isSelected(test, patterns.tests, patterns.excludedTests, matchesTest)) {
+          pairs.push_back({&package, &device, &test, package.stateOf(device, test)});
+        }
+      }
+    }
+  }
+  return pairs;
+}
+
+std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
+                                           const SelectionPatterns& patterns) {
+  const auto& packages = catalogue.packages;
+  std::vector<std::string> unmatched;
+  collectUnmatched(
+      patterns.packages, "package",
+      [&](const std::string& pattern) {
+        return std::any_of(packages.begin(), packages.end(),
+                           [&](const auto& item) { return matchesPackage(pattern, item); });
+      },
+      unmatched);
+  collectUnmatched(
+      patterns.devices, "device",
+      [&](const std::string& pattern) {
+        return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
+          return std::any_of(package.devices.begin(), package.devices.end(),
+                             [&](const auto& item) { return matchesDevice(pattern, item); });
+        });
+      },
+      unmatched);
+  collectUnmatched(
+      patterns.tests, "test",
+      [&](const std::string& pattern) {
+        return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
+          return std::any_of(package.tests.begin(), package.tests.end(),
+                             [&](const auto& item) { return matchesTest(pattern, item); });
+        });
+      },
+      unmatched);
+  return unmatched;
+}
+
+}  // namespace TarvexDiags::FrontEnd

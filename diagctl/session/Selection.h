@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "diagctl/session/Catalogue.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a person selects: patterns for packages, devices and tests. A pattern is a number (the id),
+/// a name, or a name with the wildcards of the shell (*, ?, [...]); names match without regard to
+/// case. A package also matches by mnemonic and base name, a device also by its tag or a component
+/// of it. No include pattern means all.
+struct SelectionPatterns {
+  std::vector<std::string> packages;
+  std::vector<std::string> devices;
+  std::vector<std::string> tests;
+  std::vector<std::string> excludedPackages;
+  std::vector<std::string> excludedDevices;
+  std::vector<std::string> excludedTests;
+};
+
+/// One pair of device and test that was selected.
+struct SelectedPair {
+  const PackageItem* package = nullptr;
+  const DeviceItem* device = nullptr;
+  const TestItem* test = nullptr;
+  PairState state = PairState::unsupported;
+};
+
+/// The pairs that match, in the order of the catalogue. The items stay the catalogue's.
+std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns);
+
+/// The include patterns that match nothing at all in the catalogue, for a clear message.
+std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
+                                           const SelectionPatterns& patterns);
+
+bool matchesPackage(const std::string& pattern, const PackageItem& package);
+bool matchesDevice(const std::string& pattern, const DeviceItem& device);
+bool matchesTest(const std::string& pattern, const TestItem& test);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,115 @@
+#include "diagctl/session/Session.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "System/SysUtil.h"
+#include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/Reasons.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Controller = DiagCtrl::DiagnosticController;
+
+std::string describe(const DiagCtrl::DiagCtrlEvent& event) {
+  const CodeEntry* entry = findEvent(event.getEventCode());
+  return entry != nullptr ? fmt::format("{}: {} {}", entry->name, entry->meaning, entry->nextAction)
+                          : fmt::format("controller event {}", event.getEventCode());
+}
+
+// What these say is a package that stays in the directory but out of the catalogue.
+bool isLoss(Controller::errorCode code) {
+  return code == Controller::PACKAGE_INITIALIZE_FAILED ||
+         code == Controller::UNABLE_TO_LOAD_PACKAGE ||
+         code == Controller::UNABLE_TO_CREATE_DEVICE_VECTOR ||
+         code == Controller::FUNCTION_NOT_FOUND_IN_DLL || code == Controller::PACKAGE_NOT_FOUND;
+}
+
+}  // namespace
+
+Session::Session(const std::string& controlFile, const std::string& language,
+                 const SessionSettings& settings)
+    : m_controller(*Controller::getInstance()), m_texts(m_controller, language) {
+  require(m_controller.initialize(controlFile.c_str()),
+          fmt::format("starting with the control file {}", controlFile));
+  try {
+    enumerate();
+    apply(settings);
+    m_catalogue = readCatalogue(m_controller, language);
+    std::string logs;
+    System::SysUtil::ReadCfgFile("GlobalSettings", "LogDirPath", logs, controlFile);
+    readReasons(m_catalogue, logs);
+  } catch (...) {
+    m_controller.shutDown();
+    throw;
+  }
+}
+
+Session::~Session() {
+  m_controller.shutDown();
+}
+
+// One package that fails leaves the others in the catalogue; its event tells of it.
+void Session::enumerate() {
+  require(m_controller.registerForDiagCtrlEvents(&m_wakeups.object(), m_controlRegistration),
+          "registering for the controller's events");
+  const Controller::errorCode code = m_controller.enumerateAllPackages();
+  if (code != Controller::SUCCESS && !isLoss(code)) {
+    throw ControllerFailure("looking for packages", code);
+  }
+  collectWarnings();
+  if (m_warnings.empty() && code != Controller::SUCCESS) {
+    m_warnings.emplace_back(ControllerFailure("enumerating the last package", code).what());
+  }
+}
+
+void Session::collectWarnings() {
+  DiagCtrl::CtrlEventVector* drained = nullptr;
+  require(m_controller.getDiagnosticCtrlEvents(static_cast<long>(m_controlRegistration), drained),
+          "collecting the controller's events");
+  const std::unique_ptr<DiagCtrl::CtrlEventVector> events(drained);
+  for (DiagCtrl::DiagCtrlEvent* event : *events) {
+    const std::unique_ptr<DiagCtrl::DiagCtrlEvent> owned(event);
+    m_warnings.push_back(describe(*owned));
+  }
+}
+
+void Session::apply(const SessionSettings& settings) {
+  if (settings.runMode) {
+    require(m_controller.setRunMode(*settings.runMode), "setting the run mode");
+  }
+  if (settings.haltOnError) {
+    require(m_controller.setHaltOnError(*settings.haltOnError), "setting halt on error");
+  }
+  DiagCtrl::GlobalSettings::diagMode present{};
+  require(m_controller.getDiagnosticMode(present), "reading the diagnostic mode");
+  if (settings.diagMode && *settings.diagMode != present) {
+    require(m_controller.setDiagnosticMode(*settings.diagMode), "setting the diagnostic mode");
+    enumerateAgain();
+  }
+}
+
+// Settings change only while the controller is idle, which it is not before the first enumeration.
+// What a mode offers is settled by an enumeration, so each package is looked at once more; one that
+// fails then leaves the catalogue, and the others keep their numbers.
+void Session::enumerateAgain() {
+  int count = 0;
+  require(m_controller.getNumberOfDiagPackages(count), "counting the packages");
+  for (int index = 1; index <= count; ++index) {
+    const Controller::errorCode code = m_controller.enumerateDiagPackages(index);
+    const std::size_t before = m_warnings.size();
+    collectWarnings();
+    if (code != Controller::SUCCESS && !isLoss(code)) {
+      throw ControllerFailure(fmt::format("enumerating package {} again", index), code);
+    }
+    if (code != Controller::SUCCESS && m_warnings.size() == before) {
+      m_warnings.emplace_back(
+          ControllerFailure(fmt::format("enumerating package {} again", index), code).what());
+    }
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd

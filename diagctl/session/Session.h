@@ -1,0 +1,58 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "DiagCtrl/DiagnosticController.h"
+#include "diagctl/session/Catalogue.h"
+#include "diagctl/session/Texts.h"
+#include "diagctl/session/Wakeups.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Settings of a session that override those of the control file.
+struct SessionSettings {
+  std::optional<DiagCtrl::GlobalSettings::runMode> runMode;
+  std::optional<DiagCtrl::GlobalSettings::diagMode> diagMode;
+  std::optional<bool> haltOnError;
+};
+
+/// An initialised and enumerated controller, shut down in the end. One at a time in a process.
+class Session {
+ public:
+  /// Initialises and enumerates.
+  /// @throws ControllerFailure if there is nothing to work with.
+  Session(const std::string& controlFile, const std::string& language,
+          const SessionSettings& settings);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  DiagCtrl::DiagnosticController& controller() { return m_controller; }
+  const Catalogue& catalogue() const { return m_catalogue; }
+  const Texts& texts() const { return m_texts; }
+  /// Packages that are in the directory but not in the catalogue, with the reason.
+  const std::vector<std::string>& warnings() const { return m_warnings; }
+  /// Wakes at each message of the controller.
+  Wakeups& wakeups() { return m_wakeups; }
+  /// The registration for the controller's events.
+  unsigned long controlRegistration() const { return m_controlRegistration; }
+  /// Packages that could not be loaded: their tests have no verdict.
+  std::size_t failedPackages() const { return m_warnings.size(); }
+
+ private:
+  void enumerate();
+  void apply(const SessionSettings& settings);
+  void enumerateAgain();
+  void collectWarnings();
+
+  DiagCtrl::DiagnosticController& m_controller;
+  Texts m_texts;
+  Catalogue m_catalogue;
+  std::vector<std::string> m_warnings;
+  Wakeups m_wakeups;
+  unsigned long m_controlRegistration = 0;
+};
+
+}  // namespace TarvexDiags::FrontEnd

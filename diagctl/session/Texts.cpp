@@ -1,0 +1,81 @@
+#include "diagctl/session/Texts.h"
+
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Controller = DiagCtrl::DiagnosticController;
+
+constexpr const char* fallbackLanguage = "en";
+constexpr const char* actionSuffix = "_ACTION";
+
+// What the controller hands out is an array of the caller's.
+std::optional<std::string> takeText(Controller::errorCode code, char* text) {
+  const std::unique_ptr<char[]> owned(text);
+  if (code != Controller::SUCCESS) {
+    return std::nullopt;
+  }
+  return std::string(owned.get());
+}
+
+}  // namespace
+
+std::optional<std::string> Texts::token(int packageIndex,
+                                        const Diag::DiagnosticEvent& event) const {
+  char* text = nullptr;
+  const auto code =
+      m_controller.getMessageToken(packageIndex, event.getEventType(), event.getEventCode(), text);
+  return takeText(code, text);
+}
+
+std::optional<std::string> Texts::localise(int packageIndex, const std::string& token,
+                                           std::vector<std::string> parameters) const {
+  for (std::string language : {m_language, std::string(fallbackLanguage)}) {
+    std::string key = token;
+    char* text = nullptr;
+    const auto code = m_controller.getLocalizedMessage(packageIndex, language.data(), key.data(),
+                                                       parameters, text);
+    if (auto found = takeText(code, text)) {
+      return found;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> Texts::message(int packageIndex,
+                                          const Diag::DiagnosticEvent& event) const {
+  const auto key = token(packageIndex, event);
+  return key ? localise(packageIndex, *key, event.getParamVector()) : std::nullopt;
+}
+
+std::optional<std::string> Texts::action(int packageIndex,
+                                         const Diag::DiagnosticEvent& event) const {
+  const auto key = token(packageIndex, event);
+  return key ? localise(packageIndex, *key + actionSuffix, event.getParamVector()) : std::nullopt;
+}
+
+std::optional<std::string> Texts::deviceStatus(int packageIndex, unsigned int status) const {
+  char* text = nullptr;
+  const auto code = m_controller.getDeviceStatusToken(packageIndex, status, text);
+  const auto key = takeText(code, text);
+  return key ? localise(packageIndex, *key, {}) : std::nullopt;
+}
+
+std::string languageOfLocale() {
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* value = std::getenv(variable);
+    if (value == nullptr || *value == '\0') {
+      continue;
+    }
+    const std::string language =
+        std::string(value).substr(0, std::string(value).find_first_of("_.@"));
+    return language == "C" || language == "POSIX" ? fallbackLanguage : language;
+  }
+  return fallbackLanguage;
+}
+
+}  // namespace TarvexDiags::FrontEnd
