@@ -378,6 +378,11 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void notifyCtrlEvent();
 
  private:
+  // The steps of the operations. Each class stands beside the operations that it serves.
+  class Call;
+  class Query;
+  class Queueing;
+
   struct QueueTarget;
   /// The objects that are woken for a kind of message, with their lock.
   struct CallBackList {
@@ -487,29 +492,12 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void setEnumerationProgress(int progressValue);
   static bool val_comp(const std::string& arLeft, const std::string& arRight);
 
-  // Catalogue. packageOf answers for getDiagPackagePtr what client calls answer.
+  // Catalogue.
   DiagnosticPackage* getDiagPackagePtr(int iPackIndex);
-  DiagnosticPackage& packageOf(int aiPackageIndex);
-  errorCode countPackages(TraceScope& arTrace, int& ariNumberOfPackages);
-  template <class Steps>
-  errorCode query(const char* apcMethod, Steps aSteps);
-  template <class Steps>
-  errorCode queryIds(const char* apcMethod, std::vector<int>*& arpIds, Steps aSteps);
 
   // Queueing.
   bool validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings, errorCode& arErorCode);
   unsigned long queueRequest(const char* apcPackageName, TestRequest* apTestRequest);
-  errorCode queueOnDevice(TraceScope& arTrace, int packageIndex, unsigned int deviceId,
-                          const std::vector<int>* apTests, std::optional<bool> aHaltLoopOnError,
-                          Diag::DiagnosticSettings& arDiagSettings,
-                          unsigned long& rulTestRequestId);
-  template <class Failure>
-  void becomeActive(Failure aFailure);
-  unsigned long loadAndQueue(const char* apcPackageName, TestRequest& arTestRequest);
-  unsigned long queueForDevice(DiagnosticPackage& arPackage, int packageIndex, int deviceId,
-                               const std::vector<int>* apTests,
-                               std::optional<bool> aHaltLoopOnError,
-                               Diag::DiagnosticSettings& arDiagSettings);
 
   // Request control and status.
   template <class Act>

@@ -7,7 +7,7 @@
 #include "DiagCtrl/DiagCtrlObjectNotFound.h"
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
@@ -22,10 +22,6 @@ using Code = DiagnosticController;
 
 constexpr auto kMinorLock = DiagCtrlBaseException::MutexException;
 constexpr ClientFailure kDeviceNotFound{DiagCtrlEvent::DEVICE_NOT_FOUND, Code::DEVICE_NOT_FOUND};
-// A lock failure on the way to a package, to the tests on offer and to the disabled devices raises
-// the event of a missing object, but returns the code of the lock.
-constexpr ClientFailure kPackageLockFailed{DiagCtrlEvent::OBJECT_NOT_FOUND,
-                                           Code::UNABLE_TO_GET_LOCK};
 
 DiagDevice* deviceOf(DiagnosticPackage& arPackage, int aiDeviceId) {
   return orFail(kUnableToGetLock, kDeviceNotFound, [&] { return arPackage.getDevice(aiDeviceId); });
@@ -66,82 +62,91 @@ DiagnosticPackage* DiagnosticController::getDiagPackagePtr(int iPackIndex) {
   return entry->second;
 }
 
-template <class Steps>
-DiagnosticController::errorCode DiagnosticController::query(const char* apcMethod, Steps aSteps) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerInside(ClientCall::query, trace, [&] {
-    aSteps();
-    return SUCCESS;
-  });
-}
+/// A question about the catalogue.
+class DiagnosticController::Query {
+ public:
+  /// @param apcMethod "Class::method", a literal.
+  Query(DiagnosticController& arController, const char* apcMethod)
+      : mCall(arController, apcMethod) {}
 
-// The client gets a vector whatever follows, and owns it.
-template <class Steps>
-DiagnosticController::errorCode DiagnosticController::queryIds(const char* apcMethod,
-                                                               std::vector<int>*& arpIds,
-                                                               Steps aSteps) {
-  return contain([&] {
-    arpIds = new std::vector<int>;
-    return query(apcMethod, [&] { aSteps(*arpIds); });
-  });
-}
+  /// @param aSteps is called with the way to the packages.
+  template <class Steps>
+  errorCode answer(Steps aSteps) {
+    return mCall.answerInside(ClientCall::query, [&] {
+      aSteps(mCall);
+      return SUCCESS;
+    });
+  }
 
-DiagnosticPackage& DiagnosticController::packageOf(int aiPackageIndex) {
-  return *orFail(kPackageLockFailed, kObjectNotFound,
-                 [&] { return getDiagPackagePtr(aiPackageIndex); });
-}
+  // The client gets a vector whatever follows, and owns it.
+  template <class Steps>
+  errorCode answerIds(std::vector<int>*& arpIds, Steps aSteps) {
+    return mCall.contain([&] {
+      arpIds = new std::vector<int>;
+      return answer([&](Call& arCall) { aSteps(arCall, *arpIds); });
+    });
+  }
 
-DiagnosticController::errorCode DiagnosticController::getNumberOfDiagPackages(
+  errorCode countPackages(int& ariNumberOfPackages);
+
+ private:
+  Call mCall;
+};
+
+DiagnosticController::errorCode DiagnosticController::Query::countPackages(
     int& ariNumberOfPackages) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfDiagPackages");
-  return contain([&] {
-    if (const auto refused = refusal(ClientCall::query, trace)) {
+  return mCall.contain([&] {
+    if (const auto refused = mCall.refusal(ClientCall::query)) {
       if (*refused == INCORRECT_PHASE) {
         ariNumberOfPackages = 0;
       }
       return *refused;
     }
-    return countPackages(trace, ariNumberOfPackages);
+    return mCall.answer([&] {
+      locking(kUnableToGetLock, [&] {
+        DiagnosticController& controller = mCall.controller();
+        const LockScope apiLock(controller.mmtxApiPhaseLock, 0);
+        ariNumberOfPackages = 0;
+        Call::requireManagers(controller);
+        ariNumberOfPackages = static_cast<int>(controller.mvPackageNameVector.size());
+      });
+      return SUCCESS;
+    });
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::countPackages(TraceScope& arTrace,
-                                                                    int& ariNumberOfPackages) {
-  return answer(arTrace, [&] {
-    locking(kUnableToGetLock, [&] {
-      const LockScope apiLock(mmtxApiPhaseLock, 0);
-      ariNumberOfPackages = 0;
-      requireManagers();
-      ariNumberOfPackages = static_cast<int>(mvPackageNameVector.size());
-    });
-    return SUCCESS;
-  });
+DiagnosticController::errorCode DiagnosticController::getNumberOfDiagPackages(
+    int& ariNumberOfPackages) {
+  return Query(*this, "DiagnosticController::getNumberOfDiagPackages")
+      .countPackages(ariNumberOfPackages);
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagPackage(
     int packageIndex, DiagnosticPackage*& arpDiagPackage) {
-  return query("DiagnosticController::getDiagPackage",
-               [&] { arpDiagPackage = &packageOf(packageIndex); });
+  return Query(*this, "DiagnosticController::getDiagPackage").answer([&](Call& arCall) {
+    arpDiagPackage = &arCall.packageOf(packageIndex);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDevice(int packageIndex,
                                                                 unsigned int deviceId,
                                                                 DiagDevice*& arpDiagDevice) {
-  return query("DiagnosticController::getDevice", [&] {
-    arpDiagDevice = deviceOf(packageOf(packageIndex), static_cast<int>(deviceId));
+  return Query(*this, "DiagnosticController::getDevice").answer([&](Call& arCall) {
+    arpDiagDevice = deviceOf(arCall.packageOf(packageIndex), static_cast<int>(deviceId));
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTest(int packageIndex, unsigned int testId,
                                                               PackageTestInfo*& arpTestInfo) {
-  return query("DiagnosticController::getTest",
-               [&] { arpTestInfo = testOf(packageOf(packageIndex), testId); });
+  return Query(*this, "DiagnosticController::getTest").answer([&](Call& arCall) {
+    arpTestInfo = testOf(arCall.packageOf(packageIndex), testId);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDeviceIdList(
     int packageIndex, std::vector<int>*& arpDeviceIdVector) {
-  return queryIds(
-      "DiagnosticController::getDeviceIdList", arpDeviceIdVector, [&](std::vector<int>& arIds) {
+  return Query(*this, "DiagnosticController::getDeviceIdList")
+      .answerIds(arpDeviceIdVector, [&](Call& /*arCall*/, std::vector<int>& arIds) {
         // Alone of all, this call returns the missing object also for its lock.
         DiagnosticPackage* package = orFail(kObjectNotFound, kObjectNotFound,
                                             [&] { return getDiagPackagePtr(packageIndex); });
@@ -151,35 +156,34 @@ DiagnosticController::errorCode DiagnosticController::getDeviceIdList(
 
 DiagnosticController::errorCode DiagnosticController::getValidDeviceIdList(
     int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) {
-  return queryIds("DiagnosticController::getValidDeviceIdList", arpDeviceIdVector,
-                  [&](std::vector<int>& arIds) {
-                    PackageTestInfo* test = testOf(packageOf(packageIndex), testId);
-                    append(arIds,
-                           locking(kUnableToGetLock, [&] { return test->getEnableDeviceList(); }));
-                  });
+  return Query(*this, "DiagnosticController::getValidDeviceIdList")
+      .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
+        PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);
+        append(arIds, locking(kUnableToGetLock, [&] { return test->getEnableDeviceList(); }));
+      });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestIdList(
     int packageIndex, std::vector<int>*& arpTestIdVector) {
-  return queryIds(
-      "DiagnosticController::getTestIdList", arpTestIdVector, [&](std::vector<int>& arIds) {
-        DiagnosticPackage& package = packageOf(packageIndex);
+  return Query(*this, "DiagnosticController::getTestIdList")
+      .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
+        DiagnosticPackage& package = arCall.packageOf(packageIndex);
         append(arIds, locking(kPackageLockFailed, [&] { return package.getTestIdMap(); }));
       });
 }
 
 DiagnosticController::errorCode DiagnosticController::getValidTestIdList(
     int packageIndex, unsigned int deviceId, std::vector<int>*& arpTestIdVector) {
-  return queryIds(
-      "DiagnosticController::getValidTestIdList", arpTestIdVector, [&](std::vector<int>& arIds) {
-        DiagDevice* device = deviceOf(packageOf(packageIndex), static_cast<int>(deviceId));
+  return Query(*this, "DiagnosticController::getValidTestIdList")
+      .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
+        DiagDevice* device = deviceOf(arCall.packageOf(packageIndex), static_cast<int>(deviceId));
         append(arIds, locking(kUnableToGetLock, [&] { return device->getEnableTestIdMap(); }));
       });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
     PackageList*& arpPackageList) {
-  return query("DiagnosticController::getDisablePackageList", [&] {
+  return Query(*this, "DiagnosticController::getDisablePackageList").answer([&](Call& /*arCall*/) {
     locking(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDisPackageListLock, 0);
       arpPackageList = new PackageList(mDisablePackageList);
@@ -189,26 +193,25 @@ DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
 
 DiagnosticController::errorCode DiagnosticController::getDisableTestList(
     int packageIndex, std::vector<int>*& arpTestIdVector) {
-  return queryIds("DiagnosticController::getDisableTestList", arpTestIdVector,
-                  [&](std::vector<int>& arIds) {
-                    append(arIds, packageOf(packageIndex).getDisableTestList());
-                  });
+  return Query(*this, "DiagnosticController::getDisableTestList")
+      .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
+        append(arIds, arCall.packageOf(packageIndex).getDisableTestList());
+      });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisableDeviceList(
     int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) {
-  return queryIds(
-      "DiagnosticController::getDisableDeviceList", arpDeviceIdVector,
-      [&](std::vector<int>& arIds) {
-        PackageTestInfo* test = testOf(packageOf(packageIndex), testId);
+  return Query(*this, "DiagnosticController::getDisableDeviceList")
+      .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
+        PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);
         append(arIds, locking(kPackageLockFailed, [&] { return test->getDisableDeviceList(); }));
       });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDeviceStatus(
     int packageIndex, int deviceId, unsigned int& aruiDeviceStatus) {
-  return query("DiagnosticController::getDeviceStatus", [&] {
-    DiagDevice* device = deviceOf(packageOf(packageIndex), deviceId);
+  return Query(*this, "DiagnosticController::getDeviceStatus").answer([&](Call& arCall) {
+    DiagDevice* device = deviceOf(arCall.packageOf(packageIndex), deviceId);
     locking(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDeviceStatusLock, 0);
       aruiDeviceStatus = orPackageFailed(kDeviceNotFound, [&] {

@@ -19,10 +19,11 @@
 #include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/GlobalSettings.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/PackageFiles.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
 
@@ -121,13 +122,44 @@ auto withoutItsCode(ClientFailure aOnForeign, Step aStep) {
 
 }  // namespace
 
+/// One call of `queueTest`.
+class DiagnosticController::Queueing {
+ public:
+  /// What is queued, in one request or several.
+  struct Order {
+    int packageIndex;
+    const std::vector<int>* tests = nullptr;             ///< null: all that are enabled
+    std::optional<bool> haltLoopOnError = std::nullopt;  ///< none: as the run-wide setting says
+    Diag::DiagnosticSettings& settings;
+  };
+
+  Queueing(DiagnosticController& arController, const Order& arOrder)
+      : mrController(arController),
+        mOrder(arOrder),
+        mCall(arController, "DiagnosticController::queueTest") {}
+
+  errorCode onDevice(unsigned int auiDeviceId, unsigned long& arulTestRequestId);
+  errorCode onAllDevices(VectorTestReqId*& arpTestRequestIds);
+
+ private:
+  /// @return the id of the request; 0 if the package gave nothing to run it with.
+  unsigned long queue(DiagnosticPackage& arPackage, int aiDeviceId);
+  unsigned long loadAndQueue(const char* apcPackageName, TestRequest& arTestRequest);
+  bool haltsLoopOnError();
+  void becomeActive(const ClientFailure& arFailure);
+
+  DiagnosticController& mrController;
+  const Order mOrder;
+  Call mCall;
+};
+
 bool DiagnosticController::validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings,
                                                 errorCode& arErorCode) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::validateDiagSettings");
+  Call call(*this, "DiagnosticController::validateDiagSettings");
   for (const SettingCheck& check : kChecks) {
     if (check.isBad(arDiagSettings)) {
-      trace.error(check.text);
-      arErorCode = fail(trace, check.failure.event, check.failure.result);
+      call.trace().error(check.text);
+      arErorCode = call.fail(check.failure);
       return false;
     }
   }
@@ -137,11 +169,10 @@ bool DiagnosticController::validateDiagSettings(Diag::DiagnosticSettings& arDiag
 // Loads the library once more: each request has a reference and a diagnostics object of its own.
 unsigned long DiagnosticController::queueRequest(const char* apcPackageName,
                                                  TestRequest* apTestRequest) {
-  using C = DiagCtrlConstants;
   const TraceScope trace(mpDiagTracer, "DiagnosticController::queueRequest");
-  const std::string directory = std::string(mpcPackDirPath) + C::mSconpcDoubleSlash;
-  const std::string config = directory + apcPackageName + C::mSconpcIni;
-  const std::string library = directory + C::mSconpcLib + apcPackageName + C::mSconpcDll;
+  const std::string config = packageConfiguration(mpcPackDirPath, apcPackageName);
+  const std::string library = std::string(mpcPackDirPath) + DiagCtrlConstants::mSconpcDoubleSlash +
+                              packageLibrary(apcPackageName);
   const bool diagLog = mpGlobalSettings->getDiagLogMode();
   const GlobalSettings::diagMode diagMode = mpGlobalSettings->getDiagnosticMode();
   LoadedLibrary loaded(trace, *mpDiagPackInterface, library);
@@ -164,45 +195,50 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     int packageIndex, unsigned int deviceId, std::vector<int>& testVector,
     Diag::DiagnosticSettings& arDiagSettings, bool abHaltLoopOnError,
     unsigned long& rulTestRequestId) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
-  return queueOnDevice(trace, packageIndex, deviceId, &testVector, abHaltLoopOnError,
-                       arDiagSettings, rulTestRequestId);
+  return Queueing(*this, {.packageIndex = packageIndex,
+                          .tests = &testVector,
+                          .haltLoopOnError = abHaltLoopOnError,
+                          .settings = arDiagSettings})
+      .onDevice(deviceId, rulTestRequestId);
 }
 
 DiagnosticController::errorCode DiagnosticController::queueTest(
     int packageIndex, unsigned int deviceId, std::vector<int>& testVector,
     Diag::DiagnosticSettings& arDiagSettings, unsigned long& rulTestRequestId) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
-  return queueOnDevice(trace, packageIndex, deviceId, &testVector, std::nullopt, arDiagSettings,
-                       rulTestRequestId);
+  return Queueing(*this,
+                  {.packageIndex = packageIndex, .tests = &testVector, .settings = arDiagSettings})
+      .onDevice(deviceId, rulTestRequestId);
 }
 
 DiagnosticController::errorCode DiagnosticController::queueTest(
     int packageIndex, unsigned int deviceId, Diag::DiagnosticSettings& arDiagSettings,
     unsigned long& rulTestRequestId) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
-  return queueOnDevice(trace, packageIndex, deviceId, nullptr, std::nullopt, arDiagSettings,
-                       rulTestRequestId);
+  return Queueing(*this, {.packageIndex = packageIndex, .settings = arDiagSettings})
+      .onDevice(deviceId, rulTestRequestId);
 }
 
-DiagnosticController::errorCode DiagnosticController::queueOnDevice(
-    TraceScope& arTrace, int packageIndex, unsigned int deviceId, const std::vector<int>* apTests,
-    std::optional<bool> aHaltLoopOnError, Diag::DiagnosticSettings& arDiagSettings,
-    unsigned long& rulTestRequestId) {
-  return answerBehind(ClientCall::queue, arTrace, [&] {
-    if (apTests != nullptr && apTests->empty()) {
+DiagnosticController::errorCode DiagnosticController::queueTest(
+    int packageIndex, Diag::DiagnosticSettings& arDiagSettings,
+    VectorTestReqId*& aVectorTestReqId) {
+  return Queueing(*this, {.packageIndex = packageIndex, .settings = arDiagSettings})
+      .onAllDevices(aVectorTestReqId);
+}
+
+DiagnosticController::errorCode DiagnosticController::Queueing::onDevice(
+    unsigned int auiDeviceId, unsigned long& arulTestRequestId) {
+  return mCall.answerBehind(ClientCall::queue, [&] {
+    if (mOrder.tests != nullptr && mOrder.tests->empty()) {
       return TEST_VECTOR_IS_EMPTY;
     }
     errorCode invalid = SUCCESS;
-    if (!validateDiagSettings(arDiagSettings, invalid)) {
+    if (!mrController.validateDiagSettings(mOrder.settings, invalid)) {
       return invalid;
     }
-    const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
-    requireManagers();
-    DiagnosticPackage& package = packageOf(packageIndex);
-    rulTestRequestId = queueForDevice(package, packageIndex, static_cast<int>(deviceId), apTests,
-                                      aHaltLoopOnError, arDiagSettings);
-    if (rulTestRequestId == 0) {
+    const LockScope apiLock(mrController.mmtxApiPhaseLock, 0, kUnableToGetLock);
+    Call::requireManagers(mrController);
+    DiagnosticPackage& package = mCall.packageOf(mOrder.packageIndex);
+    arulTestRequestId = queue(package, static_cast<int>(auiDeviceId));
+    if (arulTestRequestId == 0) {
       throw kUnableToAdd;
     }
     becomeActive(kUnableToSetPhase);
@@ -211,18 +247,16 @@ DiagnosticController::errorCode DiagnosticController::queueOnDevice(
 }
 
 // The requests of earlier devices stay queued when a later one fails.
-DiagnosticController::errorCode DiagnosticController::queueTest(
-    int packageIndex, Diag::DiagnosticSettings& arDiagSettings,
-    VectorTestReqId*& aVectorTestReqId) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::queueTest");
-  return answerBehind(ClientCall::queue, trace, [&] {
+DiagnosticController::errorCode DiagnosticController::Queueing::onAllDevices(
+    VectorTestReqId*& arpTestRequestIds) {
+  return mCall.answerBehind(ClientCall::queue, [&] {
     errorCode invalid = SUCCESS;
-    if (!validateDiagSettings(arDiagSettings, invalid)) {
+    if (!mrController.validateDiagSettings(mOrder.settings, invalid)) {
       return invalid;
     }
-    const LockScope apiLock(mmtxApiPhaseLock, 0, kUnableToGetLock);
-    requireManagers();
-    DiagnosticPackage& package = packageOf(packageIndex);
+    const LockScope apiLock(mrController.mmtxApiPhaseLock, 0, kUnableToGetLock);
+    Call::requireManagers(mrController);
+    DiagnosticPackage& package = mCall.packageOf(mOrder.packageIndex);
     const std::list<int> devices =
         orFail(kUnableToGetLock, kUnableToGetLock, [&] { return package.getDeviceIdList(); });
     if (devices.empty()) {
@@ -230,14 +264,13 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
     }
     auto made = std::make_unique<VectorTestReqId>();
     made->reserve(devices.size());  // the id of a request that was queued is not lost
-    aVectorTestReqId = made.release();
+    arpTestRequestIds = made.release();
     for (const int device : devices) {
-      const unsigned long id =
-          queueForDevice(package, packageIndex, device, nullptr, std::nullopt, arDiagSettings);
+      const unsigned long id = queue(package, device);
       if (id == 0) {
         throw kUnableToAdd;
       }
-      aVectorTestReqId->push_back(id);
+      arpTestRequestIds->push_back(id);
     }
     becomeActive(kUnableToSetPhaseOfAll);
     return SUCCESS;
@@ -245,33 +278,29 @@ DiagnosticController::errorCode DiagnosticController::queueTest(
 }
 
 // Only now: the request already stands in the queue, and the monitor polls nothing before.
-template <class Failure>
-void DiagnosticController::becomeActive(Failure aFailure) {
-  orFail(aFailure, aFailure,
-         [&] { mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ACTIVE, kTimeOut); });
+void DiagnosticController::Queueing::becomeActive(const ClientFailure& arFailure) {
+  orFail(arFailure, arFailure, [&] {
+    mrController.mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ACTIVE, kTimeOut);
+  });
 }
 
-unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage, int packageIndex,
-                                                   int deviceId, const std::vector<int>* apTests,
-                                                   std::optional<bool> aHaltLoopOnError,
-                                                   Diag::DiagnosticSettings& arDiagSettings) {
-  auto settings = std::make_unique<Diag::DiagnosticSettings>(arDiagSettings);
+unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage, int aiDeviceId) {
+  auto settings = std::make_unique<Diag::DiagnosticSettings>(mOrder.settings);
   DiagDevice* device = orFail(kUnableToGetLock, kDeviceObjectNotFound,
-                              [&] { return arPackage.getDevice(deviceId); });
+                              [&] { return arPackage.getDevice(aiDeviceId); });
   DiagIntList tests;
-  if (apTests != nullptr) {
-    tests.assign(apTests->begin(), apTests->end());
+  if (mOrder.tests != nullptr) {
+    tests.assign(mOrder.tests->begin(), mOrder.tests->end());
   }
   auto request = std::make_unique<TestRequest>(arPackage, *device, tests, settings.get());
   static_cast<void>(settings.release());  // the request's now
-  if (mpGlobalSettings == nullptr || mpcPackDirPath == nullptr) {
+  if (mrController.mpGlobalSettings == nullptr || mrController.mpcPackDirPath == nullptr) {
     throw kUnableToAdd;  // lost to a second initialize with a bad file
   }
-  request->setHaltLoopOnError(orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-    return aHaltLoopOnError.has_value() ? *aHaltLoopOnError : mpGlobalSettings->getHaltOnError();
-  }));
-  const auto name = mPackageMap.find(packageIndex);
-  if (name == mPackageMap.end()) {
+  request->setHaltLoopOnError(
+      orFail(kUnableToGetLock, kUnableToGetLock, [&] { return haltsLoopOnError(); }));
+  const auto name = mrController.mPackageMap.find(mOrder.packageIndex);
+  if (name == mrController.mPackageMap.end()) {
     throw kPackageNotFound;
   }
   const unsigned long id =
@@ -282,10 +311,15 @@ unsigned long DiagnosticController::queueForDevice(DiagnosticPackage& arPackage,
   return id;
 }
 
-unsigned long DiagnosticController::loadAndQueue(const char* apcPackageName,
-                                                 TestRequest& arTestRequest) {
+bool DiagnosticController::Queueing::haltsLoopOnError() {
+  return mOrder.haltLoopOnError.has_value() ? *mOrder.haltLoopOnError
+                                            : mrController.mpGlobalSettings->getHaltOnError();
+}
+
+unsigned long DiagnosticController::Queueing::loadAndQueue(const char* apcPackageName,
+                                                           TestRequest& arTestRequest) {
   try {
-    return queueRequest(apcPackageName, &arTestRequest);
+    return mrController.queueRequest(apcPackageName, &arTestRequest);
   } catch (const DiagCtrlFunctionNotFoundInDll&) {
     throw ClientFailure{DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL, FUNCTION_NOT_FOUND_IN_DLL};
   } catch (const DiagCtrlLoadLibraryFailed&) {
