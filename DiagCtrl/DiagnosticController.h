@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -41,7 +40,6 @@ class DiagValidator;
 class EnumerationPhase;
 class ExecutionManagerThread;
 class MonitorThread;
-class RequestReference;
 class ResourceLockManager;
 class TestRequestManager;
 class TraceScope;
@@ -379,7 +377,10 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
  private:
   // The steps of the operations. Each class stands beside the operations that it serves.
+  class Abort;
   class Call;
+  class Control;
+  class Estimation;
   class Query;
   class Queueing;
 
@@ -436,7 +437,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// takes down and starts again, or around a step.
   void holdsApiPhaseLock() const noexcept TARVEXDIAGS_ASSERT_CAPABILITY(mmtxApiPhaseLock) {}
   void stopTests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  void abortOneByOne();
   void stopThreads(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   template <class Thread>
   void endThread(Thread* apThread, const TraceScope& arTrace);
@@ -498,27 +498,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // Queueing.
   bool validateDiagSettings(Diag::DiagnosticSettings& arDiagSettings, errorCode& arErorCode);
   unsigned long queueRequest(const char* apcPackageName, TestRequest* apTestRequest);
-
-  // Request control and status.
-  template <class Act>
-  errorCode controlRequests(const char* apcMethod, std::span<const unsigned long> aIds, Act aAct);
-  errorCode abortRequests(std::span<const unsigned long> aIds);
-  errorCode readRequestIds(TraceScope& arTrace, std::vector<unsigned long>& arIds);
-  RequestReference findRequest(const TraceScope& arTrace, unsigned long aulTestRequestId,
-                               long alTimeOutValue);
-  void abortRequest(TestRequest& arTestRequest, long alTimeOutValue);
-  errorCode abortAllRequests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  void abortWorkersLeft();
-  template <class Read>
-  errorCode askPackage(const char* apcMethod, unsigned long aulTestRequestId,
-                       bool abKeepsLockWhenReleased, Read aRead);
-  void requireSameLife(const ClientCallScope& arInside, ClientCall aeCall, unsigned long aulLife);
-
-  // Estimation.
-  int estimate(TraceScope& arTrace, const std::vector<int>& arRequestIds,
-               std::vector<int>& arFigures);
-  bool collectEstimates(std::size_t aRequestCount, std::vector<int>& apTimeRemainingVec);
-  int configuredEstimate(unsigned long aulTestRequestId);
 
   // Text.
   errorCode readToken(const char* apcMethod, int packageIndex, const char* apcSection,

@@ -1,6 +1,5 @@
 // Steering and watching queued requests.
 
-#include <algorithm>
 #include <exception>
 #include <memory>
 #include <new>
@@ -12,22 +11,17 @@
 #include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlMutexException.h"
-#include "DiagCtrl/DiagCtrlObjectNotFound.h"
-#include "DiagCtrl/DiagCtrlReleaseLibraryFailed.h"
-#include "DiagCtrl/DiagTracer.h"
-#include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/DiagnosticPackageInterface.h"
 #include "DiagCtrl/TestRequest.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Abort.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/DiagnosticsPin.h"
+#include "DiagCtrl/internal/controller/FindRequest.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/controller/RequestReference.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
-#include "DiagCtrl/internal/foundation/Swallow.h"
-#include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "DiagCtrl/internal/ground/ClientCallCount.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -38,8 +32,6 @@ using Code = DiagnosticController;
 using Status = Diag::DiagnosticStatus;
 
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
-constexpr ClientFailure kRequestNotFound{DiagCtrlEvent::REQUEST_OBJECT_NOT_FOUND,
-                                         Code::REQUEST_OBJECT_NOT_FOUND};
 constexpr ClientFailure kIDiagnosticNotFound{DiagCtrlEvent::IDIAGNOSTIC_NOT_FOUND,
                                              Code::IDIAGNOSTIC_NOT_FOUND};
 
@@ -50,110 +42,90 @@ bool mayBeSuspended(TestRequest& arTestRequest) {
 
 }  // namespace
 
-/// Looks a request up; an unknown id is traced.
-RequestReference DiagnosticController::findRequest(const TraceScope& arTrace,
-                                                   unsigned long aulTestRequestId,
-                                                   long alTimeOutValue) {
-  try {
-    return mpTestRequestManager->acquireTestRequest(aulTestRequestId, alTimeOutValue);
-  } catch (const DiagCtrlObjectNotFound&) {
-    arTrace.errorValue("REQUEST NOT FOUND, INVALID REQ ID:", aulTestRequestId);
-    throw;
-  }
-}
+/// A call that steers or watches requests.
+class DiagnosticController::Control {
+ public:
+  /// @param apcMethod "Class::method", a literal.
+  Control(DiagnosticController& arController, const char* apcMethod)
+      : mrController(arController), mCall(arController, apcMethod) {}
 
-// One hold of the big lock over all requests; the first that is unknown ends the call.
+  /// One hold of the big lock over all requests; the first that is unknown ends the call.
+  template <class Act>
+  errorCode act(std::span<const unsigned long> aIds, Act aAct);
+  errorCode abort(std::span<const unsigned long> aIds);
+  errorCode abortAll();
+  /// The answer of a package about the pass of a request.
+  enum class WhenReleased : unsigned int { keepsLock, releasesLock };
+  template <class Read>
+  errorCode askPackage(unsigned long aulTestRequestId, WhenReleased aeWhenReleased, Read aRead);
+  errorCode readRequestIds(std::vector<unsigned long>*& arpIds);
+  /// Runs a step with what holds the requests.
+  template <class Step>
+  errorCode useRequests(ClientCall aeCall, const ClientFailure& arOnMissing, Step aStep);
+
+ private:
+  errorCode abortAllUnderLock();
+  RequestReference lookUp(unsigned long aulTestRequestId);
+  void requireSameLife(const ClientCallScope& arInside, ClientCall aeCall, unsigned long aulLife);
+
+  DiagnosticController& mrController;
+  Call mCall;
+};
+
 template <class Act>
-DiagnosticController::errorCode DiagnosticController::controlRequests(
-    const char* apcMethod, std::span<const unsigned long> aIds, Act aAct) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerBehind(ClientCall::control, trace, [&] {
+DiagnosticController::errorCode DiagnosticController::Control::act(
+    std::span<const unsigned long> aIds, Act aAct) {
+  return mCall.answerBehind(ClientCall::control, [&] {
     orFail(kUnableToGetLock, kRequestNotFound, [&] {
-      const LockScope apiLock(mmtxApiPhaseLock, 0);
-      requireManagers();
+      const LockScope apiLock(mrController.mmtxApiPhaseLock, 0);
+      Call::requireManagers(mrController);
       for (const unsigned long id : aIds) {
-        aAct(*findRequest(trace, id, kTimeOut), id);
+        aAct(*findRequest(*mrController.mpTestRequestManager, mCall.trace(), id, kTimeOut), id);
       }
     });
     return SUCCESS;
   });
 }
 
-// The choice of the branch and the abort flag are one step; the rest follows outside of it.
-void DiagnosticController::abortRequest(TestRequest& arTestRequest, long alTimeOutValue) {
-  switch (arTestRequest.beginAbort(alTimeOutValue)) {
-    case TestRequest::AbortedWhile::inPackage:
-      if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
-        // A package that throws was told all the same, and the mark on the request stands.
-        swallowAll(false, [&] {
-          diagnostics->abortDiagnostic();
-          return true;
-        });
-      }
-      return;
-    case TestRequest::AbortedWhile::monitored:
-      return;  // the monitor finishes the job
-    case TestRequest::AbortedWhile::queued:
-      break;
-  }
-  try {
-    arTestRequest.releaseIDiagnostic(*mpDiagPackInterface, alTimeOutValue);
-  } catch (const DiagCtrlReleaseLibraryFailed&) {
-    pushError(DiagCtrlEvent::RELEASE_LIBRARY_FAILED);
-  } catch (const DiagCtrlMutexException&) {
-    pushError(DiagCtrlEvent::RELEASE_LIBRARY_FAILED);
-  }
-  const unsigned long id = arTestRequest.id();
-  mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::TEST_REQUEST_ABORTED,
-                                Diag::DiagnosticEvent::INFORMATION_EVENT,
-                                static_cast<unsigned int>(id));
-  mpDiagTracer->traceValue(DiagCtrlConstants::DIAG_INFORMATION, __FILE__, __LINE__,
-                           "TEST_REQUEST_ABORTED", id);
+template <class Step>
+DiagnosticController::errorCode DiagnosticController::Control::useRequests(
+    ClientCall aeCall, const ClientFailure& arOnMissing, Step aStep) {
+  return mCall.answerInside(aeCall, [&] {
+    orFail(kUnableToGetLock, arOnMissing, [&] { aStep(*mrController.mpTestRequestManager); });
+    return SUCCESS;
+  });
+}
+
+DiagnosticController::errorCode DiagnosticController::Control::abort(
+    std::span<const unsigned long> aIds) {
+  return act(aIds, [this](TestRequest& arTestRequest, unsigned long aulId) {
+    Abort::request(mrController, arTestRequest, kTimeOut);
+    mrController.mpTestRequestManager->removeFromTestReqIdList(aulId);
+  });
 }
 
 DiagnosticController::errorCode DiagnosticController::abortTest(unsigned long ulRequestId) {
-  return abortRequests({&ulRequestId, 1});
+  return Control(*this, "DiagnosticController::abortTest").abort({&ulRequestId, 1});
 }
 
 DiagnosticController::errorCode DiagnosticController::abortTest(
     std::vector<unsigned long>& requestIdVector) {
-  return abortRequests(requestIdVector);
+  return Control(*this, "DiagnosticController::abortTest").abort(requestIdVector);
 }
 
-DiagnosticController::errorCode DiagnosticController::abortRequests(
-    std::span<const unsigned long> aIds) {
-  return controlRequests("DiagnosticController::abortTest", aIds,
-                         [this](TestRequest& arTestRequest, unsigned long aulId) {
-                           abortRequest(arTestRequest, kTimeOut);
-                           mpTestRequestManager->removeFromTestReqIdList(aulId);
-                         });
-}
-
-// A lock failure leaves the call. The flag is cleared before the lock is, so that the next caller
-// never meets a flag that is only on its way out.
 DiagnosticController::errorCode DiagnosticController::abortAllTest() {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::abortAllTest");
-  if (const auto refused = refusal(ClientCall::abortAll, trace)) {
+  return Control(*this, "DiagnosticController::abortAllTest").abortAll();
+}
+
+// A lock failure leaves the call.
+DiagnosticController::errorCode DiagnosticController::Control::abortAll() {
+  if (const auto refused = mCall.refusal(ClientCall::abortAll)) {
     return *refused;
   }
   std::exception_ptr lockFailure;
-  const errorCode answered = answer(trace, [&] {
+  const errorCode answered = mCall.answer([&] {
     try {
-      LockScope apiLock(mmtxApiPhaseLock, -1);
-      requireManagers();
-      errorCode result = SUCCESS;
-      try {
-        result = abortAllRequests(trace);
-      } catch (const std::bad_alloc&) {
-        mbAbortAllFlag = false;  // it may be tried again
-        throw;
-      }
-      if (result == SUCCESS) {
-        mbAbortAllFlag = false;
-      } else {
-        apiLock.keepHeld();  // nobody goes on until a shut-down clears up
-      }
-      return result;
+      return abortAllUnderLock();
     } catch (const DiagCtrlMutexException&) {
       lockFailure = std::current_exception();
       return UNABLE_TO_GET_LOCK;
@@ -165,100 +137,86 @@ DiagnosticController::errorCode DiagnosticController::abortAllTest() {
   return answered;
 }
 
-// Neither takes nor gives back the big lock, which a shut-down holds already, and leaves the flag
-// to the caller. It also stays set when an id has vanished: until the next shut-down.
-DiagnosticController::errorCode DiagnosticController::abortAllRequests(const TraceScope& arTrace) {
-  if (mbAbortAllFlag) {
-    mpDiagUtil->pushDiagCtrlEvent(DiagCtrlEvent::ABORT_ALL_ALREADY_IN_PROCESS,
-                                  Diag::DiagnosticEvent::WARNING_EVENT, 0);
-    return ABORT_ALL_ALREADY_IN_PROCESS;
+// The flag is cleared before the lock is, so that the next caller never meets a flag that is only
+// on its way out.
+DiagnosticController::errorCode DiagnosticController::Control::abortAllUnderLock() {
+  LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
+  Call::requireManagers(mrController);
+  errorCode result = SUCCESS;
+  try {
+    result = Abort::all(mrController, mCall.trace());
+  } catch (const std::bad_alloc&) {
+    mrController.mbAbortAllFlag = false;  // it may be tried again
+    throw;
   }
-  mbAbortAllFlag = true;
-  for (const unsigned long id : mpTestRequestManager->getTestRequestIdList(-1)) {
-    try {
-      abortRequest(*findRequest(arTrace, id, -1), -1);
-    } catch (const DiagCtrlObjectNotFound&) {
-      throw kRequestNotFound;
-    }
+  if (result == SUCCESS) {
+    mrController.mbAbortAllFlag = false;
+  } else {
+    apiLock.keepHeld();  // nobody goes on until a shut-down clears up
   }
-  return SUCCESS;
-}
-
-// A worker can be inside although its request has left the list: aborted before, or finished by a
-// package that reported completion too early. Nothing can be torn down before it has come out.
-void DiagnosticController::abortWorkersLeft() {
-  const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(-1);
-  for (const RequestReference& request : mpTestRequestManager->requestsInFlight()) {
-    if (std::find(ids.begin(), ids.end(), request->getTestRequestId()) == ids.end()) {
-      abortRequest(*request, -1);
-    }
-  }
+  return result;
 }
 
 DiagnosticController::errorCode DiagnosticController::suspendTest(unsigned long ulRequestId) {
-  return controlRequests("DiagnosticController::suspendTest", {&ulRequestId, 1},
-                         [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
-                           if (!mayBeSuspended(arTestRequest)) {
-                             return;
-                           }
-                           const DiagnosticsPin diagnostics(arTestRequest);
-                           if (!diagnostics) {
-                             return;
-                           }
-                           orPackageFailed(kIDiagnosticNotFound, [&] {
-                             const Status::Status status =
-                                 diagnostics->getDiagnosticStatus().getStatus();
-                             if (status == Status::EXECUTING || status == Status::READY) {
-                               diagnostics->suspendDiagnostic();
-                             }
-                           });
-                         });
+  return Control(*this, "DiagnosticController::suspendTest")
+      .act({&ulRequestId, 1}, [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
+        if (!mayBeSuspended(arTestRequest)) {
+          return;
+        }
+        const DiagnosticsPin diagnostics(arTestRequest);
+        if (!diagnostics) {
+          return;
+        }
+        orPackageFailed(kIDiagnosticNotFound, [&] {
+          const Status::Status status = diagnostics->getDiagnosticStatus().getStatus();
+          if (status == Status::EXECUTING || status == Status::READY) {
+            diagnostics->suspendDiagnostic();
+          }
+        });
+      });
 }
 
 DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long ulRequestId) {
-  return controlRequests("DiagnosticController::resumeTest", {&ulRequestId, 1},
-                         [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
-                           if (!mayBeSuspended(arTestRequest)) {
-                             return;
-                           }
-                           if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
-                             orPackageFailed(kIDiagnosticNotFound,
-                                             [&] { diagnostics->resumeDiagnostic(); });
-                           }
-                         });
+  return Control(*this, "DiagnosticController::resumeTest")
+      .act({&ulRequestId, 1}, [](TestRequest& arTestRequest, unsigned long /*aulId*/) {
+        if (!mayBeSuspended(arTestRequest)) {
+          return;
+        }
+        if (const DiagnosticsPin diagnostics(arTestRequest); diagnostics) {
+          orPackageFailed(kIDiagnosticNotFound, [&] { diagnostics->resumeDiagnostic(); });
+        }
+      });
+}
+
+RequestReference DiagnosticController::Control::lookUp(unsigned long aulTestRequestId) {
+  return orFail(kUnableToGetLock, kRequestNotFound, [&] {
+    return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
+  });
 }
 
 // While the call waits for its lock, which another may hold for ever, it is not counted and has
 // nothing in its hands: it looks again at everything once it has the lock.
 template <class Read>
-DiagnosticController::errorCode DiagnosticController::askPackage(const char* apcMethod,
-                                                                 unsigned long aulTestRequestId,
-                                                                 bool abKeepsLockWhenReleased,
-                                                                 Read aRead) {
-  TraceScope trace(mpDiagTracer, apcMethod);
+DiagnosticController::errorCode DiagnosticController::Control::askPackage(
+    unsigned long aulTestRequestId, WhenReleased aeWhenReleased, Read aRead) {
   unsigned long life = 0;
-  const auto lookUp = [&] {
-    return orFail(kUnableToGetLock, kRequestNotFound, [&] {
-      return mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
-    });
-  };
-  const errorCode found = answerInside(ClientCall::askPackage, trace, [&] {
-    life = mpClientCalls->life();
-    lookUp();
+  const errorCode found = mCall.answerInside(ClientCall::askPackage, [&] {
+    life = mrController.mpClientCalls->life();
+    lookUp(aulTestRequestId);
     return SUCCESS;
   });
   if (found != SUCCESS) {
     return found;
   }
-  return answer(trace, [&] {
-    LockScope lock(mmtxDiagProgressLock, 0, kUnableToGetLock);
-    const ClientCallScope inside(*mpClientCalls);
+  return mCall.answer([&] {
+    LockScope lock(mrController.mmtxDiagProgressLock, 0, kUnableToGetLock);
+    const ClientCallScope inside(*mrController.mpClientCalls);
     requireSameLife(inside, ClientCall::askPackage, life);
-    const RequestReference request = lookUp();
+    const RequestReference request = lookUp(aulTestRequestId);
     const auto pinned = orFail(kIDiagnosticNotFound, kIDiagnosticNotFound,
                                [&] { return std::make_unique<DiagnosticsPin>(*request); });
     if (!*pinned) {
-      if (abKeepsLockWhenReleased) {
+      if (aeWhenReleased == WhenReleased::keepsLock) {
         lock.keepHeld();  // as this call has always done: the next one of either kind blocks
       }
       throw kIDiagnosticNotFound;
@@ -269,13 +227,13 @@ DiagnosticController::errorCode DiagnosticController::askPackage(const char* apc
 }
 
 /// Whether the controller is still the one that a call has met before it waited.
-void DiagnosticController::requireSameLife(const ClientCallScope& arInside, ClientCall aeCall,
-                                           unsigned long aulLife) {
-  if (arInside.isTurnedAway() || mpClientCalls->life() != aulLife) {
+void DiagnosticController::Control::requireSameLife(const ClientCallScope& arInside,
+                                                    ClientCall aeCall, unsigned long aulLife) {
+  if (arInside.isTurnedAway() || mrController.mpClientCalls->life() != aulLife) {
     throw WrongPhase{aeCall, DiagControllerStatus::UNINITIALISED};
   }
-  const diagCtrlPhase phase =
-      orFail(kUnableToGetLock, kUnableToGetLock, [&] { return getDiagCtrlPhase(kTimeOut); });
+  const diagCtrlPhase phase = orFail(kUnableToGetLock, kUnableToGetLock,
+                                     [&] { return mrController.getDiagCtrlPhase(kTimeOut); });
   if (!isAllowed(gateRow(aeCall), phase)) {
     throw WrongPhase{aeCall, phase};
   }
@@ -283,74 +241,64 @@ void DiagnosticController::requireSameLife(const ClientCallScope& arInside, Clie
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticStatus(
     unsigned long aulTestRequestId, Diag::DiagnosticStatus::Status& aruiDiagStatus) {
-  return askPackage("DiagnosticController::getDiagnosticStatus", aulTestRequestId, true,
-                    [&](const Status& arStatus) { aruiDiagStatus = arStatus.getStatus(); });
+  return Control(*this, "DiagnosticController::getDiagnosticStatus")
+      .askPackage(aulTestRequestId, Control::WhenReleased::keepsLock,
+                  [&](const Status& arStatus) { aruiDiagStatus = arStatus.getStatus(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticProgress(
     unsigned long aulTestRequestId, unsigned int& aruiDiagProgress) {
-  return askPackage("DiagnosticController::getDiagnosticProgress", aulTestRequestId, false,
-                    [&](const Status& arStatus) { aruiDiagProgress = arStatus.getProgress(); });
+  return Control(*this, "DiagnosticController::getDiagnosticProgress")
+      .askPackage(aulTestRequestId, Control::WhenReleased::releasesLock,
+                  [&](const Status& arStatus) { aruiDiagProgress = arStatus.getProgress(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getRequestStatus(
     long lTestRequestId, TestRequest::TestRequestStatus& arStatus, int& aiCurPassCnt,
     int& aiTotalPassCnt, bool& abStrssMode) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestStatus");
-  return answerInside(ClientCall::queryRequest, trace, [&] {
-    orFail(kUnableToGetLock, kRequestNotFound, [&] {
-      const RequestReference request = mpTestRequestManager->acquireTestRequest(
-          static_cast<unsigned long>(lTestRequestId), kTimeOut);
-      Diag::DiagnosticSettings& settings = *request->getDiagnosticSettings();
-      arStatus = request->getTestRequestStatus(kTimeOut);
-      aiCurPassCnt = settings.getPassCount();
-      aiTotalPassCnt = settings.getRequestedPassCount();
-      abStrssMode = settings.getStressMode() != 0;
-    });
-    return SUCCESS;
-  });
+  return Control(*this, "DiagnosticController::getRequestStatus")
+      .useRequests(ClientCall::queryRequest, kRequestNotFound, [&](TestRequestManager& arRequests) {
+        const RequestReference request =
+            arRequests.acquireTestRequest(static_cast<unsigned long>(lTestRequestId), kTimeOut);
+        Diag::DiagnosticSettings& settings = *request->getDiagnosticSettings();
+        arStatus = request->getTestRequestStatus(kTimeOut);
+        aiCurPassCnt = settings.getPassCount();
+        aiTotalPassCnt = settings.getRequestedPassCount();
+        abStrssMode = settings.getStressMode() != 0;
+      });
+}
+
+DiagnosticController::errorCode DiagnosticController::getRequestIdList(
+    std::vector<unsigned long>*& arTestRequestIdList) {
+  return Control(*this, "DiagnosticController::getRequestIdList")
+      .readRequestIds(arTestRequestIdList);
 }
 
 // The client gets a vector whatever follows, and owns it.
-DiagnosticController::errorCode DiagnosticController::getRequestIdList(
-    std::vector<unsigned long>*& arTestRequestIdList) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getRequestIdList");
-  return contain([&] {
-    arTestRequestIdList = new std::vector<unsigned long>;
-    return readRequestIds(trace, *arTestRequestIdList);
-  });
-}
-
-DiagnosticController::errorCode DiagnosticController::readRequestIds(
-    TraceScope& arTrace, std::vector<unsigned long>& arIds) {
-  return answerInside(ClientCall::queryRequest, arTrace, [&] {
-    orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      const TestRequestIdList ids = mpTestRequestManager->getTestRequestIdList(kTimeOut);
-      arIds.assign(ids.begin(), ids.end());
-    });
-    return SUCCESS;
+DiagnosticController::errorCode DiagnosticController::Control::readRequestIds(
+    std::vector<unsigned long>*& arpIds) {
+  return mCall.contain([&] {
+    arpIds = new std::vector<unsigned long>;
+    return useRequests(ClientCall::queryRequest, kUnableToGetLock,
+                       [&](TestRequestManager& arRequests) {
+                         const TestRequestIdList ids = arRequests.getTestRequestIdList(kTimeOut);
+                         arpIds->assign(ids.begin(), ids.end());
+                       });
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestRequest(int requestId,
                                                                      TestRequest*& arpRequest) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequest");
-  return answerInside(ClientCall::queryRequest, trace, [&] {
-    arpRequest = orFail(kUnableToGetLock, kObjectNotFound, [&] {
-      return mpTestRequestManager->getTestRequestObj(static_cast<unsigned long>(requestId),
-                                                     kTimeOut);
-    });
-    return SUCCESS;
-  });
+  return Control(*this, "DiagnosticController::getTestRequest")
+      .useRequests(ClientCall::queryRequest, kObjectNotFound, [&](TestRequestManager& arRequests) {
+        arpRequest = arRequests.getTestRequestObj(static_cast<unsigned long>(requestId), kTimeOut);
+      });
 }
 
 DiagnosticController::errorCode DiagnosticController::clearRequestIdList() {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::clearRequestIdList");
-  return answerInside(ClientCall::clearRequests, trace, [&] {
-    orFail(kUnableToGetLock, kUnableToGetLock,
-           [&] { mpTestRequestManager->clearTestRequestMap(); });
-    return SUCCESS;
-  });
+  return Control(*this, "DiagnosticController::clearRequestIdList")
+      .useRequests(ClientCall::clearRequests, kUnableToGetLock,
+                   [&](TestRequestManager& arRequests) { arRequests.clearTestRequestMap(); });
 }
 
 }  // namespace TarvexDiags::DiagCtrl

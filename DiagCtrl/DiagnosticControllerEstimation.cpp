@@ -16,7 +16,7 @@
 #include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/controller/RequestReference.h"
@@ -51,12 +51,36 @@ decltype(auto) orUnknown(Step aStep) {
 
 }  // namespace
 
+/// The figures of a set of tests that were queued for them.
+class DiagnosticController::Estimation {
+ public:
+  Estimation(DiagnosticController& arController, const std::vector<int>& arRequestIds,
+             std::vector<int>& arFigures)
+      : mrController(arController),
+        mrRequestIds(arRequestIds),
+        mrFigures(arFigures),
+        mCall(arController, "DiagnosticController::getEstimatedTime") {}
+
+  /// The answer to the call; the sum stays untouched if there is no estimate.
+  errorCode answer(int& ariTotal);
+
+ private:
+  int sum();
+  bool collect();
+  int configuredEstimate(unsigned long aulTestRequestId);
+
+  DiagnosticController& mrController;
+  const std::vector<int>& mrRequestIds;
+  std::vector<int>& mrFigures;
+  Call mCall;
+};
+
 DiagnosticController::errorCode DiagnosticController::runEstimation(
     const std::vector<int>& aPackageIndexVec, const std::vector<int>& aDeviceIdVec,
     const std::vector<int>& aTestIdVec, std::vector<int>& apTestRequestIdVec,
     Diag::DiagnosticSettings& arDiagSettings) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::runEstimation");
-  if (const auto refused = refusal(ClientCall::runEstimation, trace)) {
+  Call call(*this, "DiagnosticController::runEstimation");
+  if (const auto refused = call.refusal(ClientCall::runEstimation)) {
     return *refused;
   }
   for (std::size_t i = 0; i < aPackageIndexVec.size(); ++i) {
@@ -69,8 +93,8 @@ DiagnosticController::errorCode DiagnosticController::runEstimation(
                   arDiagSettings, true, requestId);
     if (result != SUCCESS) {
       if (abortAllTest() != SUCCESS) {
-        trace.warning("UNABLE_TO_ABORT_TESTS: ");
-        pushError(DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
+        call.trace().warning("UNABLE_TO_ABORT_TESTS: ");
+        Call::pushError(*this, DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
       }
       return result;
     }
@@ -82,32 +106,35 @@ DiagnosticController::errorCode DiagnosticController::runEstimation(
 bool DiagnosticController::getEstimatedTime(const std::vector<int>& apTestRequestIdVec,
                                             std::vector<int>& apTimeRemainingVec,
                                             int& totalTimeRemaining) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getEstimatedTime");
   totalTimeRemaining = kNoEstimate;
-  const errorCode result = contain([&] {
-    if (apTestRequestIdVec.empty()) {
-      trace.error("DiagnosticController::getEstimatedTime- invalid size for apTestRequestIdVec");
+  return Estimation(*this, apTestRequestIdVec, apTimeRemainingVec).answer(totalTimeRemaining) !=
+         INCORRECT_PHASE;
+}
+
+DiagnosticController::errorCode DiagnosticController::Estimation::answer(int& ariTotal) {
+  return mCall.contain([&] {
+    if (mrRequestIds.empty()) {
+      mCall.trace().error(
+          "DiagnosticController::getEstimatedTime- invalid size for apTestRequestIdVec");
       return SUCCESS;
     }
-    return answerInside(ClientCall::readEstimate, trace, [&] {
-      totalTimeRemaining = estimate(trace, apTestRequestIdVec, apTimeRemainingVec);
+    return mCall.answerInside(ClientCall::readEstimate, [&] {
+      ariTotal = sum();
       return SUCCESS;
     });
   });
-  return result != INCORRECT_PHASE;
 }
 
 /// The sum of the figures; none if one is missing, or on any failure.
-int DiagnosticController::estimate(TraceScope& arTrace, const std::vector<int>& arRequestIds,
-                                   std::vector<int>& arFigures) {
+int DiagnosticController::Estimation::sum() {
   try {
-    if (collectEstimates(arRequestIds.size(), arFigures)) {
-      return getToTalTimeRemaining(arRequestIds, arFigures);
+    if (collect()) {
+      return mrController.getToTalTimeRemaining(mrRequestIds, mrFigures);
     }
   } catch (const ClientFailure& failure) {
-    fail(arTrace, failure.event, failure.result);
+    mCall.fail(failure);
   } catch (const UnknownFailure&) {
-    arTrace.error("DiagnosticController::getEstimatedTime- Unknown Exception");
+    mCall.trace().error("DiagnosticController::getEstimatedTime- Unknown Exception");
   } catch (const abi::__forced_unwind&) {
     throw;
   } catch (...) {
@@ -118,10 +145,9 @@ int DiagnosticController::estimate(TraceScope& arTrace, const std::vector<int>& 
 
 // Results drained here stay allocated, also when there were too few of them. @return whether every
 // result had a figure.
-bool DiagnosticController::collectEstimates(std::size_t aRequestCount,
-                                            std::vector<int>& apTimeRemainingVec) {
-  const ResultVector& results = *mpEventManager->getResults(kResultRegistration);
-  if (results.size() < aRequestCount) {
+bool DiagnosticController::Estimation::collect() {
+  const ResultVector& results = *mrController.mpEventManager->getResults(kResultRegistration);
+  if (results.size() < mrRequestIds.size()) {
     return false;
   }
   for (Diag::DiagnosticResult* result : results) {
@@ -129,7 +155,7 @@ bool DiagnosticController::collectEstimates(std::size_t aRequestCount,
     if (figure == 0) {
       figure = configuredEstimate(result->getTestRequestId());
     }
-    apTimeRemainingVec.push_back(figure);
+    mrFigures.push_back(figure);
     if (figure == kNoEstimate) {
       return false;
     }
@@ -138,12 +164,10 @@ bool DiagnosticController::collectEstimates(std::size_t aRequestCount,
 }
 
 // The figure of the package's configuration file, by way of the request.
-int DiagnosticController::configuredEstimate(unsigned long aulTestRequestId) {
-  constexpr ClientFailure kRequestNotFound{DiagCtrlEvent::REQUEST_OBJECT_NOT_FOUND,
-                                           REQUEST_OBJECT_NOT_FOUND};
+int DiagnosticController::Estimation::configuredEstimate(unsigned long aulTestRequestId) {
   PackageTestInfo* test = orUnknown([&] {
     const RequestReference request = orFail(kUnableToGetLock, kRequestNotFound, [&] {
-      return mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
+      return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
     });
     DiagnosticPackage& package =
         orFail(kObjectNotFound, kObjectNotFound,
@@ -161,10 +185,10 @@ int DiagnosticController::configuredEstimate(unsigned long aulTestRequestId) {
 
 int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
                                                 const std::vector<int>& apTimeRemainingVec) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getToTalTimeRemaining");
+  Call call(*this, "DiagnosticController::getToTalTimeRemaining");
   // Unsigned: a sum that overflows wraps, and that is all.
   unsigned int sum = 0;
-  answerInside(ClientCall::sumEstimates, trace, [&] {
+  call.answerInside(ClientCall::sumEstimates, [&] {
     sum = std::accumulate(apTimeRemainingVec.begin(), apTimeRemainingVec.end(), 0U,
                           [](unsigned int auiSum, int aiFigure) {
                             return auiSum + static_cast<unsigned int>(aiFigure);

@@ -29,10 +29,10 @@
 #include "DiagCtrl/MonitorThread.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
+#include "DiagCtrl/internal/controller/Abort.h"
 #include "DiagCtrl/internal/controller/Answer.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
-#include "DiagCtrl/internal/controller/RequestReference.h"
 #include "DiagCtrl/internal/foundation/AtRestScope.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
@@ -315,15 +315,15 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
   errorCode result = UNABLE_TO_GET_LOCK;
   try {
     TraceScope abortTrace(mpDiagTracer, "DiagnosticController::abortAllTest");
-    result = abortAllRequests(abortTrace);
-    abortWorkersLeft();
+    result = Abort::all(*this, abortTrace);
+    Abort::workersLeft(*this);
   } catch (const DiagCtrlMutexException&) {
     // Counts as an abort that failed.
   } catch (const ClientFailure& failure) {
     pushError(failure.event);
     result = failure.result;
   } catch (const std::bad_alloc&) {
-    abortOneByOne();
+    Abort::oneByOne(*this);
   }
   if (result != SUCCESS) {
     attempt([&] { arTrace.error("UNABLE_TO_ABORT_TESTS: "); });
@@ -331,15 +331,6 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
   }
   attempt([&] { mpResourceLockManager->resetResourceLockMap(-1); });
   attempt([&] { mpTestRequestManager->clearTestRequestIdList(-1); });
-}
-
-// Needs no memory: a test that nobody aborts would hold the shut-down up.
-void DiagnosticController::abortOneByOne() {
-  unsigned long id = 0;
-  while (const RequestReference request = mpTestRequestManager->acquireUnfinishedAfter(id)) {
-    attempt([&] { abortRequest(*request, -1); });
-    id = request->getTestRequestId();
-  }
 }
 
 // The monitor first: its end frees a dispatcher that waits for a verdict.
