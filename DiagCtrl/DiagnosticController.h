@@ -379,22 +379,14 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // The steps of the operations. Each class stands beside the operations that it serves.
   class Abort;
   class Call;
+  struct CallBackList;
   class Control;
   class Estimation;
   class Query;
   class Queueing;
-
-  struct QueueTarget;
-  /// The objects that are woken for a kind of message, with their lock.
-  struct CallBackList {
-    DiagCtrlLock& lock;
-    std::list<CallBackObject*>& objects TARVEXDIAGS_GUARDED_BY(lock);
-  };
-  CallBackList eventCallBacks() { return {mmtxEvtCBObjListLock, mlEventCallBackObjList}; }
-  CallBackList resultCallBacks() { return {mmtxResCBObjListLock, mlResultCallBackObjList}; }
-  CallBackList ctrlEventCallBacks() {
-    return {mmtxCtrlEvtCBObjListLock, mlCtrlEventCallBackObjList};
-  }
+  class Registration;
+  class Setting;
+  class Text;
 
   DiagnosticController();
 
@@ -448,22 +440,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void dropCatalogue(const TraceScope& arTrace);
   void dropManagersAndSettings();
 
-  // Settings.
-  template <class Read>
-  errorCode readSetting(ClientCall aeCall, const char* apcMethod, Read aRead);
-  template <class Validate, class Write>
-  errorCode changeSetting(const char* apcMethod, Validate aValidate, Write aWrite,
-                          const char* apcLockFailureText = nullptr);
-
-  // Registration and collection.
-  errorCode registerFor(const QueueTarget& arTarget, CallBackObject* apCallBackObj,
-                        unsigned long& arulRegistrationId);
-  void notifyAll(const char* apcMethod, const char* apcText, const CallBackList& arList);
-  template <class Messages>
-  errorCode fetchMessages(const char* apcMethod, const char* apcUnknownText,
-                          Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
-                          Messages*& arpMessages);
-
   // Enumeration.
   errorCode enumerate(const char* apcMethod, const PackageNameVector& arWanted,
                       const char* apcVetoText);
@@ -500,14 +476,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   unsigned long queueRequest(const char* apcPackageName, TestRequest* apTestRequest);
 
   // Text.
-  errorCode readToken(const char* apcMethod, int packageIndex, const char* apcSection,
-                      const char* apcKey, char*& arpcToken);
-  const char* packageNameOf(int packageIndex) const;
-  std::string packageFile(const char* apcPackageName, const char* apcLanguage) const;
-  errorCode readText(TraceScope& arTrace, const char* apcSection, const char* apcKey,
-                     const std::string& arFile, DiagCtrlEvent::eventCode aeEvent, char*& arpcText);
-  void translateParameters(const char* apcLangId, const std::string& arFile,
-                           ParamStringVector& arParameters);
   bool generateString(char* apcLocalString, ParamStringVector aStringVector);
 
   static System::Mutex mSInstanceMutex;

@@ -41,6 +41,7 @@
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/AtRestScope.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
+#include "DiagCtrl/internal/foundation/PackageFiles.h"
 #include "DiagCtrl/internal/foundation/Raise.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
@@ -337,7 +338,7 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
   const AtRestScope rest;
   DiagnosticPackage& package = *apDiagnosticPackage;
   const std::string name = package.getPackageBaseName();
-  const std::string configFile = packageFile(name.c_str(), nullptr);
+  const std::string configFile = packageConfiguration(mpcPackDirPath, name.c_str());
   try {
     package.initialize(configFile.c_str());
   } catch (const DiagCtrlInitialisationFailed&) {

@@ -31,6 +31,7 @@
 #include "DiagCtrl/TestRequestManager.h"
 #include "DiagCtrl/internal/controller/Abort.h"
 #include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/CallBackList.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/AtRestScope.h"
@@ -363,7 +364,8 @@ void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrac
     attempt([&] { mpEventManager->clearResultQueues(); });
     attempt([&] { mpEventManager->clearEventQueues(); });
   }
-  for (const CallBackList& list : {eventCallBacks(), resultCallBacks(), ctrlEventCallBacks()}) {
+  for (const CallBackList& list : {CallBackList::ofEvents(*this), CallBackList::ofResults(*this),
+                                   CallBackList::ofCtrlEvents(*this)}) {
     attempt([&] {
       const LockScope lock(list.lock, 0);
       list.objects.clear();  // the objects are the clients'

@@ -37,7 +37,6 @@ using Settings = Diag::DiagnosticSettings;
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 constexpr ClientFailure kDeviceObjectNotFound{DiagCtrlEvent::DEVICE_OBJECT_NOT_FOUND,
                                               Code::DEVICE_OBJECT_NOT_FOUND};
-constexpr ClientFailure kPackageNotFound{DiagCtrlEvent::PACKAGE_NOT_FOUND, Code::PACKAGE_NOT_FOUND};
 constexpr ClientFailure kUnableToAdd{DiagCtrlEvent::UNABLE_TO_ADD_TEST_REQUEST,
                                      Code::UNABLE_TO_ADD_TEST_REQUEST};
 constexpr ClientFailure kUnableToSetPhase{DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE,

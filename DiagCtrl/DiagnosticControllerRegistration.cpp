@@ -9,7 +9,8 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/EventManager.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
+#include "DiagCtrl/internal/controller/CallBackList.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
@@ -26,71 +27,101 @@ constexpr ClientFailure kUnknownRegistration{DiagCtrlEvent::RESULT_REG_ID_NOT_FO
 
 }  // namespace
 
-/// Where a registration goes: the gate, the queue that is made, and the list of objects.
-struct DiagnosticController::QueueTarget {
-  const char* method;
-  ClientCall call;
-  unsigned long (EventManager::*createQueue)();
-  CallBackList list;
+/// A call that registers an object or collects messages.
+class DiagnosticController::Registration {
+ public:
+  typedef unsigned long (EventManager::*CreateQueue)();
+
+  /// @param apcMethod "Class::method", a literal.
+  Registration(DiagnosticController& arController, const char* apcMethod)
+      : mrController(arController), mCall(arController, apcMethod) {}
+
+  /// Where a registration goes: the gate, the queue that is made, and the list of objects.
+  struct Target {
+    ClientCall call;
+    CreateQueue createQueue;
+    CallBackList list;
+  };
+  errorCode add(const Target& arTarget, CallBackObject* apCallBackObj,
+                unsigned long& arulRegistrationId);
+
+  /// What is collected, and what is traced of an unknown registration.
+  template <class Messages>
+  struct Source {
+    Messages* (EventManager::*get)(unsigned long);
+    const char* unknownText = nullptr;
+  };
+  template <class Messages>
+  errorCode fetch(const Source<Messages>& arSource, long alRegistrationId, Messages*& arpMessages);
+  errorCode fetchCtrlEvents(long alRegistrationId, CtrlEventVector*& arpMessages);
+
+  /// Wakes the objects of a list. @param apcText what a failure to lock is named after.
+  static void notifyAll(const CallBackList& arList, const char* apcText);
+
+ private:
+  DiagnosticController& mrController;
+  Call mCall;
 };
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagEvents(
     CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId) {
-  return registerFor({"DiagnosticController::registerForDiagEvents", ClientCall::registerForEvents,
-                      &EventManager::createEventQueue, eventCallBacks()},
-                     apCallBackObj, ulDiagEventRegId);
+  return Registration(*this, "DiagnosticController::registerForDiagEvents")
+      .add({.call = ClientCall::registerForEvents,
+            .createQueue = &EventManager::createEventQueue,
+            .list = CallBackList::ofEvents(*this)},
+           apCallBackObj, ulDiagEventRegId);
 }
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagResults(
     CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId) {
-  return registerFor(
-      {"DiagnosticController::registerForDiagResults", ClientCall::registerForResults,
-       &EventManager::createResultQueue, resultCallBacks()},
-      apCallBackObj, ulDiagResultRegId);
+  return Registration(*this, "DiagnosticController::registerForDiagResults")
+      .add({.call = ClientCall::registerForResults,
+            .createQueue = &EventManager::createResultQueue,
+            .list = CallBackList::ofResults(*this)},
+           apCallBackObj, ulDiagResultRegId);
 }
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagCtrlEvents(
     CallBackObject* apCallBackObj, unsigned long& ulDiagCtrlEventRegId) {
-  return registerFor(
-      {"DiagnosticController::registerForDiagCtrlEvents", ClientCall::registerForCtrlEvents,
-       &EventManager::createCtrlEventQueue, ctrlEventCallBacks()},
-      apCallBackObj, ulDiagCtrlEventRegId);
+  return Registration(*this, "DiagnosticController::registerForDiagCtrlEvents")
+      .add({.call = ClientCall::registerForCtrlEvents,
+            .createQueue = &EventManager::createCtrlEventQueue,
+            .list = CallBackList::ofCtrlEvents(*this)},
+           apCallBackObj, ulDiagCtrlEventRegId);
 }
 
 // The queue comes first and its lock is free again before the list's is taken: a push holds them in
 // that order.
-DiagnosticController::errorCode DiagnosticController::registerFor(
-    const QueueTarget& arTarget, CallBackObject* apCallBackObj, unsigned long& arulRegistrationId) {
-  TraceScope trace(mpDiagTracer, arTarget.method);
+DiagnosticController::errorCode DiagnosticController::Registration::add(
+    const Target& arTarget, CallBackObject* apCallBackObj, unsigned long& arulRegistrationId) {
   if (apCallBackObj == nullptr) {
-    contain([&] {
-      trace.error("INVALID_OBJECT_PASSED: ");
+    mCall.contain([&] {
+      mCall.trace().error("INVALID_OBJECT_PASSED: ");
       return SUCCESS;
     });
     return INVALID_OBJECT_PASSED;
   }
-  return answerInside(arTarget.call, trace, [&] {
+  return mCall.answerInside(arTarget.call, [&] {
     try {
-      arulRegistrationId = std::invoke(arTarget.createQueue, *mpEventManager);
+      arulRegistrationId = std::invoke(arTarget.createQueue, *mrController.mpEventManager);
     } catch (const DiagCtrlMutexException&) {
-      pushError(DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
-      trace.error("UNABLE_TO_REGISTER: ");
+      Call::pushError(mrController, DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
+      mCall.trace().error("UNABLE_TO_REGISTER: ");
       return UNABLE_TO_REGISTER;
     }
     try {
       const LockScope lock(arTarget.list.lock, 0);
       arTarget.list.objects.push_back(apCallBackObj);
     } catch (const DiagCtrlMutexException&) {
-      trace.error("UNABLE_TO_GET_LOCK: ");
+      mCall.trace().error("UNABLE_TO_GET_LOCK: ");
       return UNABLE_TO_GET_LOCK;
     }
     return SUCCESS;
   });
 }
 
-void DiagnosticController::notifyAll(const char* apcMethod, const char* apcText,
-                                     const CallBackList& arList) {
-  const TraceScope trace(mpDiagTracer, apcMethod);
+void DiagnosticController::Registration::notifyAll(const CallBackList& arList,
+                                                   const char* apcText) {
   const LockScope lock(arList.lock, 0, kMinorLock, apcText);
   for (CallBackObject* object : arList.objects) {
     object->notify();
@@ -98,33 +129,31 @@ void DiagnosticController::notifyAll(const char* apcMethod, const char* apcText,
 }
 
 void DiagnosticController::notifyEvent() {
-  notifyAll("DiagnosticController::notifyEvent", "DiagnosticController::notifyEvent()",
-            eventCallBacks());
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::notifyEvent");
+  Registration::notifyAll(CallBackList::ofEvents(*this), "DiagnosticController::notifyEvent()");
 }
 
 void DiagnosticController::notifyResult() {
-  notifyAll("DiagnosticController::notifyResult", "DiagnosticController::notifyResult()",
-            resultCallBacks());
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::notifyResult");
+  Registration::notifyAll(CallBackList::ofResults(*this), "DiagnosticController::notifyResult()");
 }
 
 void DiagnosticController::notifyCtrlEvent() {
-  notifyAll("DiagnosticController::notifyCtrlEvent", "DiagnosticController::notifyCtrlEvent()",
-            ctrlEventCallBacks());
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::notifyCtrlEvent");
+  Registration::notifyAll(CallBackList::ofCtrlEvents(*this),
+                          "DiagnosticController::notifyCtrlEvent()");
 }
 
 template <class Messages>
-DiagnosticController::errorCode DiagnosticController::fetchMessages(
-    const char* apcMethod, const char* apcUnknownText,
-    Messages* (EventManager::*apGet)(unsigned long), long alRegistrationId,
-    Messages*& arpMessages) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerInside(ClientCall::fetchMessages, trace, [&] {
+DiagnosticController::errorCode DiagnosticController::Registration::fetch(
+    const Source<Messages>& arSource, long alRegistrationId, Messages*& arpMessages) {
+  return mCall.answerInside(ClientCall::fetchMessages, [&] {
+    const auto id = static_cast<unsigned long>(alRegistrationId);
     try {
-      arpMessages =
-          std::invoke(apGet, *mpEventManager, static_cast<unsigned long>(alRegistrationId));
+      arpMessages = std::invoke(arSource.get, *mrController.mpEventManager, id);
     } catch (const DiagCtrlKeyNotExistException&) {
-      if (apcUnknownText != nullptr) {
-        trace.errorValue(apcUnknownText, static_cast<unsigned long>(alRegistrationId));
+      if (arSource.unknownText != nullptr) {
+        mCall.trace().errorValue(arSource.unknownText, id);
       }
       throw kUnknownRegistration;
     } catch (const DiagCtrlMutexException&) {
@@ -136,28 +165,33 @@ DiagnosticController::errorCode DiagnosticController::fetchMessages(
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticEvents(
     long lEventRegId, EventVector*& rDiagEventVector) {
-  return fetchMessages("DiagnosticController::getDiagnosticEvents", nullptr,
-                       &EventManager::getEvents, lEventRegId, rDiagEventVector);
+  return Registration(*this, "DiagnosticController::getDiagnosticEvents")
+      .fetch<EventVector>({.get = &EventManager::getEvents}, lEventRegId, rDiagEventVector);
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticResults(
     long lResultId, ResultVector*& arpDiagResultVector) {
-  return fetchMessages("DiagnosticController::getDiagnosticResults",
-                       "RESULT REG ID NOT FOUND, INCORRECT REG ID:", &EventManager::getResults,
-                       lResultId, arpDiagResultVector);
+  return Registration(*this, "DiagnosticController::getDiagnosticResults")
+      .fetch<ResultVector>({.get = &EventManager::getResults,
+                            .unknownText = "RESULT REG ID NOT FOUND, INCORRECT REG ID:"},
+                           lResultId, arpDiagResultVector);
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
     long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagnosticCtrlEvents");
-  return answerInside(ClientCall::fetchCtrlEvents, trace, [&] {
+  return Registration(*this, "DiagnosticController::getDiagnosticCtrlEvents")
+      .fetchCtrlEvents(lCtrlEventRegId, arpDiagCtrlEventVector);
+}
+
+DiagnosticController::errorCode DiagnosticController::Registration::fetchCtrlEvents(
+    long alRegistrationId, CtrlEventVector*& arpMessages) {
+  return mCall.answerInside(ClientCall::fetchCtrlEvents, [&] {
+    const auto id = static_cast<unsigned long>(alRegistrationId);
     try {
-      arpDiagCtrlEventVector =
-          mpEventManager->getCtrlEvents(static_cast<unsigned long>(lCtrlEventRegId));
+      arpMessages = mrController.mpEventManager->getCtrlEvents(id);
     } catch (const DiagCtrlKeyNotExistException&) {
-      trace.errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:",
-                       static_cast<unsigned long>(lCtrlEventRegId));
-      return fail(trace, DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND);
+      mCall.trace().errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:", id);
+      return mCall.fail({DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND});
     } catch (const DiagCtrlMutexException&) {
       return UNABLE_TO_GET_LOCK;
     }
@@ -167,16 +201,16 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
 
 DiagnosticController::errorCode DiagnosticController::getNumberOfRegistrations(
     unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getNumberOfRegistrations");
+  Call call(*this, "DiagnosticController::getNumberOfRegistrations");
   const auto count = [](const CallBackList& arList) {
     const LockScope lock(arList.lock, 0);
     return static_cast<unsigned int>(arList.objects.size());
   };
-  return answerInside(ClientCall::countRegistrations, trace, [&] {
+  return call.answerInside(ClientCall::countRegistrations, [&] {
     try {
-      auiEvtReg = count(eventCallBacks());
-      auiResReg = count(resultCallBacks());
-      auiCtrlEvtReg = count(ctrlEventCallBacks());
+      auiEvtReg = count(CallBackList::ofEvents(*this));
+      auiResReg = count(CallBackList::ofResults(*this));
+      auiCtrlEvtReg = count(CallBackList::ofCtrlEvents(*this));
     } catch (const DiagCtrlMutexException&) {
       return UNABLE_TO_GET_LOCK;
     }

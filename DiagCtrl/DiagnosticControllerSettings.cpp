@@ -8,7 +8,7 @@
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/GlobalSettings.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
@@ -53,42 +53,61 @@ GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
   return mpGlobalSettings;
 }
 
+/// A call that reads or changes one of the settings.
+class DiagnosticController::Setting {
+ public:
+  /// @param apcMethod "Class::method", a literal.
+  Setting(DiagnosticController& arController, const char* apcMethod)
+      : mrController(arController), mCall(arController, apcMethod) {}
+
+  template <class Read>
+  errorCode read(ClientCall aeCall, Read aRead);
+  /// The argument is checked before the phase, so that a bad value is told in any phase.
+  /// @param apcLockFailureText traced if the lock fails; may be null.
+  template <class Validate, class Write>
+  errorCode change(Validate aValidate, Write aWrite, const char* apcLockFailureText = nullptr);
+
+ private:
+  /// Runs a step with the settings, which a second initialize with a bad file loses.
+  template <class Step>
+  void withSettings(Step aStep);
+
+  DiagnosticController& mrController;
+  Call mCall;
+};
+
+template <class Step>
+void DiagnosticController::Setting::withSettings(Step aStep) {
+  orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+    if (mrController.mpGlobalSettings == nullptr) {
+      throw kUnableToGetLock;
+    }
+    aStep(*mrController.mpGlobalSettings);
+  });
+}
+
 template <class Read>
-DiagnosticController::errorCode DiagnosticController::readSetting(ClientCall aeCall,
-                                                                  const char* apcMethod,
-                                                                  Read aRead) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerInside(aeCall, trace, [&] {
-    const LockScope lock(mmtxGlobalSettingsLock, 0, kUnableToGetLock);
-    orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-      if (mpGlobalSettings == nullptr) {
-        throw kUnableToGetLock;  // lost to a second initialize with a bad file
-      }
-      aRead(*mpGlobalSettings);
-    });
+DiagnosticController::errorCode DiagnosticController::Setting::read(ClientCall aeCall, Read aRead) {
+  return mCall.answerInside(aeCall, [&] {
+    const LockScope lock(mrController.mmtxGlobalSettingsLock, 0, kUnableToGetLock);
+    withSettings(aRead);
     return SUCCESS;
   });
 }
 
-// The argument is checked before the phase, so that a bad value is told in any phase.
 template <class Validate, class Write>
-DiagnosticController::errorCode DiagnosticController::changeSetting(
-    const char* apcMethod, Validate aValidate, Write aWrite, const char* apcLockFailureText) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return contain([&] {
+DiagnosticController::errorCode DiagnosticController::Setting::change(
+    Validate aValidate, Write aWrite, const char* apcLockFailureText) {
+  return mCall.contain([&] {
     try {
       aValidate();
     } catch (const DiagCtrlInvalidParameter&) {
       return INAVLID_VALUE_PASSED;
     }
-    return answerInside(ClientCall::changeSetting, trace, [&] {
-      const SettingsLock lock(mmtxGlobalSettingsLock, trace, apcLockFailureText);
-      orFail(kUnableToGetLock, kUnableToGetLock, [&] {
-        if (mpGlobalSettings == nullptr) {
-          throw kUnableToGetLock;
-        }
-        aWrite(*mpGlobalSettings);
-      });
+    return mCall.answerInside(ClientCall::changeSetting, [&] {
+      const SettingsLock lock(mrController.mmtxGlobalSettingsLock, mCall.trace(),
+                              apcLockFailureText);
+      withSettings(aWrite);
       return SUCCESS;
     });
   });
@@ -96,82 +115,85 @@ DiagnosticController::errorCode DiagnosticController::changeSetting(
 
 DiagnosticController::errorCode DiagnosticController::getDebugLog(
     DiagCtrlConstants::debugLevel& areDebugLevel) {
-  return readSetting(ClientCall::readDebugLog, "DiagnosticController::getDebugLog",
-                     [&](GlobalSettings& arSettings) { areDebugLevel = arSettings.getDebugLog(); });
+  return Setting(*this, "DiagnosticController::getDebugLog")
+      .read(ClientCall::readDebugLog,
+            [&](GlobalSettings& arSettings) { areDebugLevel = arSettings.getDebugLog(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getRunMode(
     GlobalSettings::runMode& areRunMode) {
-  return readSetting(ClientCall::readSetting, "DiagnosticController::getRunMode",
-                     [&](GlobalSettings& arSettings) { areRunMode = arSettings.getRunMode(); });
+  return Setting(*this, "DiagnosticController::getRunMode")
+      .read(ClientCall::readSetting,
+            [&](GlobalSettings& arSettings) { areRunMode = arSettings.getRunMode(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagLogMode(bool& arbDiagLogMode) {
-  return readSetting(
-      ClientCall::readSetting, "DiagnosticController::getDiagLogMode",
-      [&](GlobalSettings& arSettings) { arbDiagLogMode = arSettings.getDiagLogMode(); });
+  return Setting(*this, "DiagnosticController::getDiagLogMode")
+      .read(ClientCall::readSetting,
+            [&](GlobalSettings& arSettings) { arbDiagLogMode = arSettings.getDiagLogMode(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getHaltOnError(bool& arbHaltOnError) {
-  return readSetting(
-      ClientCall::readSetting, "DiagnosticController::getHaltOnError",
-      [&](GlobalSettings& arSettings) { arbHaltOnError = arSettings.getHaltOnError(); });
+  return Setting(*this, "DiagnosticController::getHaltOnError")
+      .read(ClientCall::readSetting,
+            [&](GlobalSettings& arSettings) { arbHaltOnError = arSettings.getHaltOnError(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticMode(
     GlobalSettings::diagMode& areDiagnosticMode) {
-  return readSetting(
-      ClientCall::readSetting, "DiagnosticController::getDiagnosticMode",
-      [&](GlobalSettings& arSettings) { areDiagnosticMode = arSettings.getDiagnosticMode(); });
+  return Setting(*this, "DiagnosticController::getDiagnosticMode")
+      .read(ClientCall::readSetting, [&](GlobalSettings& arSettings) {
+        areDiagnosticMode = arSettings.getDiagnosticMode();
+      });
 }
 
 DiagnosticController::errorCode DiagnosticController::setDebugLog(
     DiagCtrlConstants::debugLevel aeDebugLevel) {
-  return changeSetting(
-      "DiagnosticController::setDebugLog",
-      [&] {
-        mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeDebugLevel),
-                                        DiagValidator::debugLevel);
-      },
-      [&](GlobalSettings& arSettings) {
-        arSettings.setDebugLog(aeDebugLevel);
-        mpDiagTracer->setTraceLevel(static_cast<int>(aeDebugLevel));
-      });
+  return Setting(*this, "DiagnosticController::setDebugLog")
+      .change(
+          [&] {
+            mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeDebugLevel),
+                                            DiagValidator::debugLevel);
+          },
+          [&](GlobalSettings& arSettings) {
+            arSettings.setDebugLog(aeDebugLevel);
+            mpDiagTracer->setTraceLevel(static_cast<int>(aeDebugLevel));
+          });
 }
 
 DiagnosticController::errorCode DiagnosticController::setRunMode(
     GlobalSettings::runMode aeRunMode) {
-  return changeSetting(
-      "DiagnosticController::setRunMode",
-      [&] {
-        mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeRunMode),
-                                        DiagValidator::runMode);
-      },
-      [&](GlobalSettings& arSettings) { arSettings.setRunMode(aeRunMode); });
+  return Setting(*this, "DiagnosticController::setRunMode")
+      .change(
+          [&] {
+            mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeRunMode),
+                                            DiagValidator::runMode);
+          },
+          [&](GlobalSettings& arSettings) { arSettings.setRunMode(aeRunMode); });
 }
 
 DiagnosticController::errorCode DiagnosticController::setDiagLogMode(bool abDiagLogMode) {
-  return changeSetting(
-      "DiagnosticController::setDiagLogMode", [&] { mpValidator->validBool(abDiagLogMode); },
-      [&](GlobalSettings& arSettings) { arSettings.setDiagLogMode(abDiagLogMode); });
+  return Setting(*this, "DiagnosticController::setDiagLogMode")
+      .change([&] { mpValidator->validBool(abDiagLogMode); },
+              [&](GlobalSettings& arSettings) { arSettings.setDiagLogMode(abDiagLogMode); });
 }
 
 DiagnosticController::errorCode DiagnosticController::setHaltOnError(bool abHaltOnError) {
-  return changeSetting(
-      "DiagnosticController::setHaltOnError", [&] { mpValidator->validBool(abHaltOnError); },
-      [&](GlobalSettings& arSettings) { arSettings.setHaltOnError(abHaltOnError); });
+  return Setting(*this, "DiagnosticController::setHaltOnError")
+      .change([&] { mpValidator->validBool(abHaltOnError); },
+              [&](GlobalSettings& arSettings) { arSettings.setHaltOnError(abHaltOnError); });
 }
 
 DiagnosticController::errorCode DiagnosticController::setDiagnosticMode(
     GlobalSettings::diagMode aeDiagnosticMode) {
-  return changeSetting(
-      "DiagnosticController::setDiagnosticMode",
-      [&] {
-        mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeDiagnosticMode),
-                                        DiagValidator::diagMode);
-      },
-      [&](GlobalSettings& arSettings) { arSettings.setDiagnosticMode(aeDiagnosticMode); },
-      "INCORRECT_PHASE: ");
+  return Setting(*this, "DiagnosticController::setDiagnosticMode")
+      .change(
+          [&] {
+            mpValidator->getAndValidateEnum(static_cast<unsigned int>(aeDiagnosticMode),
+                                            DiagValidator::diagMode);
+          },
+          [&](GlobalSettings& arSettings) { arSettings.setDiagnosticMode(aeDiagnosticMode); },
+          "INCORRECT_PHASE: ");
 }
 
 }  // namespace TarvexDiags::DiagCtrl

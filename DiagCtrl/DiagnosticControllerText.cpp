@@ -14,8 +14,9 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/DiagnosticController.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
+#include "DiagCtrl/internal/foundation/PackageFiles.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -57,87 +58,112 @@ std::string parameterFor(const std::string& arVariable, std::size_t aVariableCou
 
 }  // namespace
 
-const char* DiagnosticController::packageNameOf(int packageIndex) const {
-  const auto entry = mPackageMap.find(packageIndex);
-  return entry != mPackageMap.end() ? entry->second : nullptr;
+/// A call that asks for a text.
+class DiagnosticController::Text {
+ public:
+  /// A value of a configuration file.
+  struct Name {
+    const char* section;  ///< null: there is none
+    const char* key;
+  };
+
+  /// @param apcMethod "Class::method", a literal.
+  Text(DiagnosticController& arController, const char* apcMethod)
+      : mrController(arController), mCall(arController, apcMethod) {}
+
+  Call& call() noexcept { return mCall; }
+  errorCode readToken(int aiPackageIndex, const Name& arName, char*& arpcToken);
+  /// The text of a token, whose section is its language.
+  errorCode readLocalised(int aiPackageIndex, const Name& arName, char*& arpcText);
+  errorCode readMessage(int aiPackageIndex, const Name& arName, ParamStringVector& arParameters,
+                        char*& arpcText);
+
+ private:
+  errorCode read(const Name& arName, const std::string& arFile,
+                 DiagCtrlEvent::eventCode aeMissingEvent, char*& arpcText);
+  const char* packageName(int aiPackageIndex) const;
+  std::string packageFile(const char* apcPackageName, const char* apcLanguage = nullptr) const {
+    return packageConfiguration(mrController.mpcPackDirPath, apcPackageName, apcLanguage);
+  }
+  void translateParameters(const char* apcLanguage, const std::string& arFile,
+                           ParamStringVector& arParameters);
+
+  DiagnosticController& mrController;
+  Call mCall;
+};
+
+const char* DiagnosticController::Text::packageName(int aiPackageIndex) const {
+  const auto entry = mrController.mPackageMap.find(aiPackageIndex);
+  return entry != mrController.mPackageMap.end() ? entry->second : nullptr;
 }
 
-// Without a package directory, lost to a second initialize with a bad file, the path names nothing.
-std::string DiagnosticController::packageFile(const char* apcPackageName,
-                                              const char* apcLanguage) const {
-  if (mpcPackDirPath == nullptr) {
-    return {};
-  }
-  std::string path = std::string(mpcPackDirPath) + C::mSconpcDoubleSlash;
-  if (apcLanguage != nullptr) {
-    path += std::string(apcLanguage) + C::mSconpcDoubleSlash;
-  }
-  return path + apcPackageName + C::mSconpcIni;
-}
-
-DiagnosticController::errorCode DiagnosticController::readText(
-    TraceScope& arTrace, const char* apcSection, const char* apcKey, const std::string& arFile,
-    DiagCtrlEvent::eventCode aeEvent, char*& arpcText) {
+DiagnosticController::errorCode DiagnosticController::Text::read(
+    const Name& arName, const std::string& arFile, DiagCtrlEvent::eventCode aeMissingEvent,
+    char*& arpcText) {
   try {
-    arpcText = mpDiagUtil->getAndValidateString(apcSection, apcKey, kSize, arFile.c_str());
+    arpcText = mrController.mpDiagUtil->getAndValidateString(arName.section, arName.key, kSize,
+                                                             arFile.c_str());
   } catch (const DiagCtrlInvalidKey&) {
-    arTrace.warning(std::string(arTrace.method()) + " caught DiagCtrlInvalidKey Exception");
-    return fail(arTrace, aeEvent, INVALID_PARAMETER);
+    mCall.trace().warning(std::string(mCall.trace().method()) +
+                          " caught DiagCtrlInvalidKey Exception");
+    return mCall.fail({aeMissingEvent, INVALID_PARAMETER});
   }
   return SUCCESS;
 }
 
-DiagnosticController::errorCode DiagnosticController::readToken(const char* apcMethod,
-                                                                int packageIndex,
-                                                                const char* apcSection,
-                                                                const char* apcKey,
-                                                                char*& arpcToken) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerInside(ClientCall::readToken, trace, [&] {
-    const char* package = packageNameOf(packageIndex);
+DiagnosticController::errorCode DiagnosticController::Text::readToken(int aiPackageIndex,
+                                                                      const Name& arName,
+                                                                      char*& arpcToken) {
+  return mCall.answerInside(ClientCall::readToken, [&] {
+    const char* package = packageName(aiPackageIndex);
     if (package == nullptr) {
-      trace.errorValue(std::string(apcMethod) + "PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:",
-                       static_cast<unsigned long>(packageIndex));
-      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+      mCall.trace().errorValue(
+          std::string(mCall.trace().method()) + "PACKAGE FILE NOT FOUND, INCORRECT PACKAGE INDEX:",
+          static_cast<unsigned long>(aiPackageIndex));
+      return mCall.fail(kPackageNotFound);
     }
-    if (apcSection == nullptr) {
-      return fail(trace, DiagCtrlEvent::INVALID_PARAMETER, INVALID_PARAMETER);
+    if (arName.section == nullptr) {
+      return mCall.fail({DiagCtrlEvent::INVALID_PARAMETER, INVALID_PARAMETER});
     }
-    return readText(trace, apcSection, apcKey, packageFile(package, nullptr),
-                    DiagCtrlEvent::INVALID_PARAMETER_IN_INI_FILE, arpcToken);
+    return read(arName, packageFile(package), DiagCtrlEvent::INVALID_PARAMETER_IN_INI_FILE,
+                arpcToken);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestToken(int packageIndex, int testIndex,
                                                                    char* key, char*& rTesttoken) {
-  return contain([&] {
+  Text text(*this, "DiagnosticController::getTestToken");
+  return text.call().contain([&] {
     const std::string section = C::mSconpcTestId + std::to_string(testIndex);
-    return readToken("DiagnosticController::getTestToken", packageIndex, section.c_str(), key,
-                     rTesttoken);
+    return text.readToken(packageIndex, {.section = section.c_str(), .key = key}, rTesttoken);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getPackageToken(int packageIndex, char* key,
                                                                       char*& rPkgtoken) {
-  return readToken("DiagnosticController::getPackageToken", packageIndex, C::mSconpcPackage, key,
-                   rPkgtoken);
+  return Text(*this, "DiagnosticController::getPackageToken")
+      .readToken(packageIndex, {.section = C::mSconpcPackage, .key = key}, rPkgtoken);
 }
 
 DiagnosticController::errorCode DiagnosticController::getMessageToken(
     int packageIndex, Diag::DiagnosticEvent::EventType eventType, unsigned int eventCode,
     char*& rMsgtoken) {
-  return contain([&] {
-    return readToken("DiagnosticController::getMessageToken", packageIndex, sectionOf(eventType),
-                     keyOf(eventCode).c_str(), rMsgtoken);
+  Text text(*this, "DiagnosticController::getMessageToken");
+  return text.call().contain([&] {
+    const std::string key = keyOf(eventCode);
+    return text.readToken(packageIndex, {.section = sectionOf(eventType), .key = key.c_str()},
+                          rMsgtoken);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDeviceStatusToken(int packageIndex,
                                                                            unsigned int statusCode,
                                                                            char*& rMsgtoken) {
-  return contain([&] {
-    return readToken("DiagnosticController::getDeviceStatusToken", packageIndex,
-                     C::mSconpcDeviceStatus, keyOf(statusCode).c_str(), rMsgtoken);
+  Text text(*this, "DiagnosticController::getDeviceStatusToken");
+  return text.call().contain([&] {
+    const std::string key = keyOf(statusCode);
+    return text.readToken(packageIndex, {.section = C::mSconpcDeviceStatus, .key = key.c_str()},
+                          rMsgtoken);
   });
 }
 
@@ -145,64 +171,78 @@ DiagnosticController::errorCode DiagnosticController::getLocalizedString(int pac
                                                                          char* pcLangId,
                                                                          char* pcMsgToken,
                                                                          char*& rpcLocalString) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getLocalizedString");
-  if (pcLangId == nullptr) {
+  return Text(*this, "DiagnosticController::getLocalizedString")
+      .readLocalised(packageIndex, {.section = pcLangId, .key = pcMsgToken}, rpcLocalString);
+}
+
+DiagnosticController::errorCode DiagnosticController::Text::readLocalised(int aiPackageIndex,
+                                                                          const Name& arName,
+                                                                          char*& arpcText) {
+  if (arName.section == nullptr) {
     return LANG_ID_IS_NULL;
   }
-  if (pcMsgToken == nullptr) {
+  if (arName.key == nullptr) {
     return MESSAGE_TOKEN_IS_NULL;
   }
-  return answerInside(ClientCall::localiseString, trace, [&] {
-    const char* package = packageNameOf(packageIndex);
+  return mCall.answerInside(ClientCall::localiseString, [&] {
+    const char* package = packageName(aiPackageIndex);
     if (package == nullptr) {
-      trace.errorValue(std::string(trace.method()) + " PACKAGE NOT FOUND, INCORRECT PACKAGE INDEX",
-                       static_cast<unsigned long>(packageIndex));
-      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+      mCall.trace().errorValue(
+          std::string(mCall.trace().method()) + " PACKAGE NOT FOUND, INCORRECT PACKAGE INDEX",
+          static_cast<unsigned long>(aiPackageIndex));
+      return mCall.fail(kPackageNotFound);
     }
-    return readText(trace, pcLangId, pcMsgToken, packageFile(package, pcLangId),
-                    DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, rpcLocalString);
+    return read(arName, packageFile(package, arName.section),
+                DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, arpcText);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getLocalizedMessage(
     int packageIndex, char* pcLangId, char* pcMsgToken, ParamStringVector& aStringVector,
     char*& rpcLocalString) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getLocalizedMessage");
-  if (pcLangId == nullptr) {
+  return Text(*this, "DiagnosticController::getLocalizedMessage")
+      .readMessage(packageIndex, {.section = pcLangId, .key = pcMsgToken}, aStringVector,
+                   rpcLocalString);
+}
+
+DiagnosticController::errorCode DiagnosticController::Text::readMessage(
+    int aiPackageIndex, const Name& arName, ParamStringVector& arParameters, char*& arpcText) {
+  if (arName.section == nullptr) {
     return LANG_ID_IS_NULL;
   }
-  if (pcMsgToken == nullptr) {
+  if (arName.key == nullptr) {
     return MESSAGE_TOKEN_IS_NULL;
   }
-  return answerInside(ClientCall::localiseMessage, trace, [&] {
+  return mCall.answerInside(ClientCall::localiseMessage, [&] {
     std::string file;
-    if (mbMsgFilePathFound && packageIndex <= 0) {
-      file = mpcMsgFilePath;
-    } else if (const char* package = packageNameOf(packageIndex); package != nullptr) {
-      file = packageFile(package, pcLangId);
+    if (mrController.mbMsgFilePathFound && aiPackageIndex <= 0) {
+      file = mrController.mpcMsgFilePath;
+    } else if (const char* package = packageName(aiPackageIndex); package != nullptr) {
+      file = packageFile(package, arName.section);
     } else {
-      return fail(trace, DiagCtrlEvent::PACKAGE_NOT_FOUND, PACKAGE_NOT_FOUND);
+      return mCall.fail(kPackageNotFound);
     }
     char* pcLocalString = nullptr;
-    const errorCode result = readText(trace, pcLangId, pcMsgToken, file,
-                                      DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, pcLocalString);
+    const errorCode result =
+        read(arName, file, DiagCtrlEvent::INVALID_PARAMETER_INI_FILE, pcLocalString);
     std::unique_ptr<char[]> text(pcLocalString);
     if (result == SUCCESS) {
-      translateParameters(pcLangId, file, aStringVector);
-      generateString(text.get(), aStringVector);
-      rpcLocalString = text.release();
+      translateParameters(arName.section, file, arParameters);
+      mrController.generateString(text.get(), arParameters);
+      arpcText = text.release();
     }
     return result;
   });
 }
 
 // A parameter may itself be a token; one that is none stays as it is.
-void DiagnosticController::translateParameters(const char* apcLangId, const std::string& arFile,
-                                               ParamStringVector& arParameters) {
+void DiagnosticController::Text::translateParameters(const char* apcLanguage,
+                                                     const std::string& arFile,
+                                                     ParamStringVector& arParameters) {
   for (std::string& parameter : arParameters) {
     const std::unique_ptr<char[]> text(
-        mpDiagUtil->getString(apcLangId, parameter.c_str(), kSize, arFile.c_str()));
-    if (mpValidator->validString(text.get())) {
+        mrController.mpDiagUtil->getString(apcLanguage, parameter.c_str(), kSize, arFile.c_str()));
+    if (mrController.mpValidator->validString(text.get())) {
       parameter = text.get();
     }
   }

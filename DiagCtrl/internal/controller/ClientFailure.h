@@ -33,6 +33,8 @@ constexpr ClientFailure kObjectNotFound{DiagCtrlEvent::OBJECT_NOT_FOUND,
                                         DiagnosticController::OBJECT_NOT_FOUND};
 constexpr ClientFailure kTestObjectNotFound{DiagCtrlEvent::TEST_OBJECT_NOT_FOUND,
                                             DiagnosticController::TEST_OBJECT_NOT_FOUND};
+constexpr ClientFailure kPackageNotFound{DiagCtrlEvent::PACKAGE_NOT_FOUND,
+                                         DiagnosticController::PACKAGE_NOT_FOUND};
 constexpr ClientFailure kRequestNotFound{DiagCtrlEvent::REQUEST_OBJECT_NOT_FOUND,
                                          DiagnosticController::REQUEST_OBJECT_NOT_FOUND};
 /// A lock failure on the way to a package, to the tests on offer and to the disabled devices raises
