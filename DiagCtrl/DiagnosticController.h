@@ -37,7 +37,6 @@ class DiagnosticPackageInterface;
 class DiagTracer;
 class DiagUtil;
 class DiagValidator;
-class EnumerationPhase;
 class ExecutionManagerThread;
 class MonitorThread;
 class ResourceLockManager;
@@ -381,7 +380,9 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   class Call;
   struct CallBackList;
   class Control;
+  class Enumeration;
   class Estimation;
+  class PackageProbe;
   class Query;
   class Queueing;
   class Registration;
@@ -441,29 +442,10 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void dropManagersAndSettings();
 
   // Enumeration.
-  errorCode enumerate(const char* apcMethod, const PackageNameVector& arWanted,
-                      const char* apcVetoText);
-  errorCode findAndEnumerate(EnumerationPhase& arPhase, const TraceScope& arTrace,
-                             const PackageNameVector& arWanted, const char* apcVetoText);
-  void addToCatalogue(int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage);
-  void dropFromCatalogue(int aiIndex);
   void readDirectory(char* apcDirPath);
-  void leaveOutDisabledPackages(const TraceScope& arTrace);
-  errorCode enumerateFoundPackages(const TraceScope& arTrace, const PackageNameVector& arWanted,
-                                   const char* apcVetoText);
-  errorCode enumerateOne(const TraceScope& arTrace, const std::string& arName, int aiIndex,
-                         const PackageNameVector& arWanted, const char* apcVetoText);
   bool preEnumerationCheck(const char* packageName);
   errorCode doEnumeratePackage(DiagnosticPackage* apDiagnosticPackage,
                                const PackageNameVector& packageVector);
-  errorCode probeOrRelease(const TraceScope& arTrace, DiagnosticPackage& arPackage,
-                           const std::string& arConfigFile);
-  errorCode probePackage(const TraceScope& arTrace, DiagnosticPackage& arPackage,
-                         const std::string& arConfigFile);
-  void createResourceLocks(const TraceScope& arTrace,
-                           std::vector<DeviceEnum::VirtualDevice>& arDevices);
-  void removeResourceLocks(const TraceScope& arTrace, DiagnosticPackage& arPackage);
-  errorCode enumerateAgain(const TraceScope& arTrace, int packageIndex);
   bool checkPackageDllDep(const char* apcPackageDir, const char* apcPackDllName);
   void setEnumerationProgress(int progressValue);
   static bool val_comp(const std::string& arLeft, const std::string& arRight);

@@ -37,7 +37,7 @@
 #include "DiagCtrl/PackageDetails.h"
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/AtRestScope.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
@@ -59,7 +59,7 @@ const std::string kPrefix = "DiagnosticController::enumerateAllPackages(): ";
 
 /// What a package makes for its enumeration, destroyed in the order that the package may expect:
 /// diagnostics object, enumerator, devices.
-struct Probe {
+struct PackageObjects {
   DeviceEnum::VirtualDeviceVector devices;
   std::unique_ptr<DeviceEnum::IDeviceEnumerator> enumerator;
   std::unique_ptr<Diag::IDiagnostics> diagnostics;
@@ -76,10 +76,6 @@ std::optional<std::string> baseNameOf(const std::string& arFileName) {
   const bool isAtEnd =
       position != std::string::npos && position + extension.size() == arFileName.size();
   return isAtEnd ? std::optional(arFileName.substr(0, position)) : std::nullopt;
-}
-
-std::string libraryOf(const std::string& arBaseName) {
-  return std::string(C::mSconpcLib) + arBaseName + C::mSconpcDll;
 }
 
 // Without blocking: the name may be that of a FIFO or a device.
@@ -130,8 +126,6 @@ struct ToldAsNotFound {
   std::string name;
 };
 
-}  // namespace
-
 /// The phase of an enumeration. Another one follows it, whichever way the call ends.
 class EnumerationPhase {
  public:
@@ -159,35 +153,88 @@ class EnumerationPhase {
   bool mbEnded = false;
 };
 
+}  // namespace
+
+/// One enumeration, of the whole catalogue or of one package of it.
+class DiagnosticController::Enumeration {
+ public:
+  /// @param apcMethod "Class::method", a literal.
+  Enumeration(DiagnosticController& arController, const char* apcMethod)
+      : mrController(arController), mCall(arController, apcMethod) {}
+
+  /// Which packages are wanted, and what is traced of one that the environment vetoes.
+  struct Selection {
+    const PackageNameVector& mnemonics;  ///< empty: all
+    const char* vetoText;
+  };
+  errorCode run(const Selection& arSelection);
+  errorCode runAgain(int aiPackageIndex);
+
+ private:
+  errorCode findAndEnumerate(EnumerationPhase& arPhase, const Selection& arSelection);
+  void leaveOutDisabledPackages();
+  errorCode enumerateFoundPackages(const Selection& arSelection);
+  errorCode enumerateOne(const std::string& arName, int aiIndex, const Selection& arSelection);
+  errorCode enumerateAgain(int aiPackageIndex);
+  void removeResourceLocks(DiagnosticPackage& arPackage);
+  void addToCatalogue(int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage);
+  void dropFromCatalogue(int aiIndex);
+
+  DiagnosticController& mrController;
+  Call mCall;
+};
+
+/// Asks a loaded package for its devices.
+class DiagnosticController::PackageProbe {
+ public:
+  PackageProbe(DiagnosticController& arController, const TraceScope& arTrace,
+               DiagnosticPackage& arPackage, const std::string& arConfigFile)
+      : mrController(arController),
+        mrTrace(arTrace),
+        mrPackage(arPackage),
+        mrConfigFile(arConfigFile) {}
+
+  errorCode run();
+
+ private:
+  errorCode probe();
+  void createResourceLocks(DeviceEnum::VirtualDeviceVector& arDevices);
+
+  DiagnosticController& mrController;
+  const TraceScope& mrTrace;
+  DiagnosticPackage& mrPackage;
+  const std::string& mrConfigFile;
+};
+
 DiagnosticController::errorCode DiagnosticController::enumerateAllPackages() {
-  return enumerate("DiagnosticController::enumerateAllPackages", PackageNameVector(),
-                   "Dropping following package: ");
+  const PackageNameVector all;
+  return Enumeration(*this, "DiagnosticController::enumerateAllPackages")
+      .run({.mnemonics = all, .vetoText = "Dropping following package: "});
 }
 
 DiagnosticController::errorCode DiagnosticController::enumerateByPackageClass(
     const PackageNameVector& arPackageNameVector) {
-  return enumerate("DiagnosticController::enumerateByPackageClass", arPackageNameVector,
-                   "Broadcom package was found with the tg3 driver failing enumeration of "
-                   "Broadcom");
+  return Enumeration(*this, "DiagnosticController::enumerateByPackageClass")
+      .run({.mnemonics = arPackageNameVector,
+            .vetoText = "Broadcom package was found with the tg3 driver failing enumeration of "
+                        "Broadcom"});
 }
 
-DiagnosticController::errorCode DiagnosticController::enumerate(const char* apcMethod,
-                                                                const PackageNameVector& arWanted,
-                                                                const char* apcVetoText) {
-  TraceScope trace(mpDiagTracer, apcMethod);
-  return answerBehind(ClientCall::enumerate, trace, [&] {
-    const LockScope apiLock(mmtxApiPhaseLock, -1);
-    if (const auto refused = refusal(ClientCall::enumerate, trace)) {
+DiagnosticController::errorCode DiagnosticController::Enumeration::run(
+    const Selection& arSelection) {
+  return mCall.answerBehind(ClientCall::enumerate, [&] {
+    const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
+    if (const auto refused = mCall.refusal(ClientCall::enumerate)) {
       return *refused;  // somebody else was first
     }
-    EnumerationPhase phase(*mpDiagCtrlStatus, DiagControllerStatus::INITIALIZE);
+    EnumerationPhase phase(*mrController.mpDiagCtrlStatus, DiagControllerStatus::INITIALIZE);
     try {
-      return findAndEnumerate(phase, trace, arWanted, apcVetoText);
+      return findAndEnumerate(phase, arSelection);
     } catch (...) {
       const AtRestScope rest;
-      kClientsAtRest.standsFor(mmtxPackageVectorLock);
-      if (mPackageObjectMap.empty()) {
-        mvPackageNameVector.clear();  // found anew at the next try
+      kClientsAtRest.standsFor(mrController.mmtxPackageVectorLock);
+      if (mrController.mPackageObjectMap.empty()) {
+        mrController.mvPackageNameVector.clear();  // found anew at the next try
       } else {
         phase.endIn(DiagControllerStatus::IDLE);
       }
@@ -196,29 +243,29 @@ DiagnosticController::errorCode DiagnosticController::enumerate(const char* apcM
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::findAndEnumerate(
-    EnumerationPhase& arPhase, const TraceScope& arTrace, const PackageNameVector& arWanted,
-    const char* apcVetoText) {
-  if (mpDiagCtrlConfig == nullptr) {
+DiagnosticController::errorCode DiagnosticController::Enumeration::findAndEnumerate(
+    EnumerationPhase& arPhase, const Selection& arSelection) {
+  if (mrController.mpDiagCtrlConfig == nullptr) {
     return INVALID_VALUE_IN_CONFIG_FILE;
   }
   try {
     const AtRestScope rest;
-    mpDiagCtrlConfig->readPackageDetails();
-    readDirectory(mpcPackDirPath);
+    mrController.mpDiagCtrlConfig->readPackageDetails();
+    mrController.readDirectory(mrController.mpcPackDirPath);
   } catch (const DiagCtrlInvalidKey&) {
     return INVALID_VALUE_IN_CONFIG_FILE;
   } catch (const DiagCtrlFileOpenException&) {
     arPhase.end();  // a client that fetches when the event wakes it is served
-    pushError(DiagCtrlEvent::UNABLE_TO_READ_CURRENT_DIR);
+    Call::pushError(mrController, DiagCtrlEvent::UNABLE_TO_READ_CURRENT_DIR);
     return PACKAGE_FILE_NOT_FOUND;
   }
-  if (mvPackageNameVector.empty()) {
+  if (mrController.mvPackageNameVector.empty()) {
     return NO_PACKAGE_ENABLED;
   }
-  leaveOutDisabledPackages(arTrace);
-  std::sort(mvPackageNameVector.begin(), mvPackageNameVector.end(), val_comp);
-  const errorCode result = enumerateFoundPackages(arTrace, arWanted, apcVetoText);
+  leaveOutDisabledPackages();
+  std::sort(mrController.mvPackageNameVector.begin(), mrController.mvPackageNameVector.end(),
+            val_comp);
+  const errorCode result = enumerateFoundPackages(arSelection);
   arPhase.endIn(DiagControllerStatus::IDLE);
   return result;
 }
@@ -234,7 +281,7 @@ void DiagnosticController::readDirectory(char* apcDirPath) {
   for (int i = directory.count - 1; i >= 0; --i) {
     const auto baseName = baseNameOf(directory.entries[i]->d_name);
     if (baseName.has_value() &&
-        canBeRead(std::string(apcDirPath) + C::mSconpcDoubleSlash + libraryOf(*baseName))) {
+        canBeRead(std::string(apcDirPath) + C::mSconpcDoubleSlash + packageLibrary(*baseName))) {
       mvPackageNameVector.push_back(*baseName);
     }
   }
@@ -242,59 +289,63 @@ void DiagnosticController::readDirectory(char* apcDirPath) {
 
 // Keeps the name of the entry, which lives on, and not that of the vector's element, which does
 // not.
-void DiagnosticController::leaveOutDisabledPackages(const TraceScope& arTrace) {
+void DiagnosticController::Enumeration::leaveOutDisabledPackages() {
   const AtRestScope rest;
-  musMachineId = static_cast<unsigned short>(mpDiagCtrlConfig->readMachineId());
-  const auto details = mpDiagCtrlConfig->getPackageDetailsMap();
-  for (const char* disabled : mpDiagCtrlConfig->getDisablePackageList(-1)) {
-    const auto found = std::find(mvPackageNameVector.begin(), mvPackageNameVector.end(), disabled);
-    if (found == mvPackageNameVector.end()) {
+  mrController.musMachineId =
+      static_cast<unsigned short>(mrController.mpDiagCtrlConfig->readMachineId());
+  const auto details = mrController.mpDiagCtrlConfig->getPackageDetailsMap();
+  for (const char* disabled : mrController.mpDiagCtrlConfig->getDisablePackageList(-1)) {
+    const auto found = std::find(mrController.mvPackageNameVector.begin(),
+                                 mrController.mvPackageNameVector.end(), disabled);
+    if (found == mrController.mvPackageNameVector.end()) {
       continue;
     }
     const auto entry = details.find(disabled);
     if (entry == details.end()) {
-      arTrace.warning(std::string(disabled) + " (to disable) not enumerated:");
-    } else if (entryApplies(*entry->second, mOs, musMachineId)) {
-      const LockScope lock(mmtxDisPackageListLock, 0);
-      mDisablePackageList.push_back(disabled);
-      mvPackageNameVector.erase(found);
+      mCall.trace().warning(std::string(disabled) + " (to disable) not enumerated:");
+    } else if (entryApplies(*entry->second, mrController.mOs, mrController.musMachineId)) {
+      const LockScope lock(mrController.mmtxDisPackageListLock, 0);
+      mrController.mDisablePackageList.push_back(disabled);
+      mrController.mvPackageNameVector.erase(found);
     }
   }
 }
 
 // The result is that of the last package processed; the events tell of the others.
-DiagnosticController::errorCode DiagnosticController::enumerateFoundPackages(
-    const TraceScope& arTrace, const PackageNameVector& arWanted, const char* apcVetoText) {
-  setEnumerationProgress(0);
+DiagnosticController::errorCode DiagnosticController::Enumeration::enumerateFoundPackages(
+    const Selection& arSelection) {
+  mrController.setEnumerationProgress(0);
   errorCode result = SUCCESS;
   int index = 1;
-  for (std::size_t i = 0; i < mvPackageNameVector.size() && !getShutDownFlag();) {
-    result = enumerateOne(arTrace, mvPackageNameVector[i], index, arWanted, apcVetoText);
+  for (std::size_t i = 0;
+       i < mrController.mvPackageNameVector.size() && !mrController.getShutDownFlag();) {
+    result = enumerateOne(mrController.mvPackageNameVector[i], index, arSelection);
     if (result != SUCCESS) {
-      mvPackageNameVector.erase(mvPackageNameVector.begin() + static_cast<std::ptrdiff_t>(i));
+      mrController.mvPackageNameVector.erase(mrController.mvPackageNameVector.begin() +
+                                             static_cast<std::ptrdiff_t>(i));
       continue;
     }
     ++i;
     ++index;
-    setEnumerationProgress(100 * (index - 1) / static_cast<int>(mvPackageNameVector.size()));
+    mrController.setEnumerationProgress(100 * (index - 1) /
+                                        static_cast<int>(mrController.mvPackageNameVector.size()));
   }
   return result;
 }
 
 // Whatever a package throws only means that this package is not there.
-DiagnosticController::errorCode DiagnosticController::enumerateOne(
-    const TraceScope& arTrace, const std::string& arName, int aiIndex,
-    const PackageNameVector& arWanted, const char* apcVetoText) {
-  auto package = std::make_unique<DiagnosticPackage>(arName.c_str(), musMachineId);
+DiagnosticController::errorCode DiagnosticController::Enumeration::enumerateOne(
+    const std::string& arName, int aiIndex, const Selection& arSelection) {
+  auto package = std::make_unique<DiagnosticPackage>(arName.c_str(), mrController.musMachineId);
   const auto enumerate = [&] {
-    if (preEnumerationCheck(arName.c_str())) {
-      arTrace.info(apcVetoText + arName);
+    if (mrController.preEnumerationCheck(arName.c_str())) {
+      mCall.trace().info(arSelection.vetoText + arName);
       return PACKAGE_NOT_FOUND;
     }
-    return doEnumeratePackage(package.get(), arWanted);
+    return mrController.doEnumeratePackage(package.get(), arSelection.mnemonics);
   };
   const errorCode result =
-      swallowAll(PACKAGE_NOT_FOUND, enumerate, ToldAsNotFound{arTrace, arName});
+      swallowAll(PACKAGE_NOT_FOUND, enumerate, ToldAsNotFound{mCall.trace(), arName});
   if (result == SUCCESS) {
     addToCatalogue(aiIndex, std::move(package));
   }
@@ -302,26 +353,26 @@ DiagnosticController::errorCode DiagnosticController::enumerateOne(
 }
 
 // Into both maps, or into neither.
-void DiagnosticController::addToCatalogue(int aiIndex,
-                                          std::unique_ptr<DiagnosticPackage> apDiagPackage) {
-  const LockScope lock(mmtxPackageVectorLock, 0);
-  const auto object = mPackageObjectMap.emplace(aiIndex, apDiagPackage.get()).first;
+void DiagnosticController::Enumeration::addToCatalogue(
+    int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage) {
+  const LockScope lock(mrController.mmtxPackageVectorLock, 0);
+  const auto object = mrController.mPackageObjectMap.emplace(aiIndex, apDiagPackage.get()).first;
   try {
-    mPackageMap.emplace(aiIndex, apDiagPackage->getPackageBaseName());
+    mrController.mPackageMap.emplace(aiIndex, apDiagPackage->getPackageBaseName());
   } catch (...) {
-    mPackageObjectMap.erase(object);
+    mrController.mPackageObjectMap.erase(object);
     throw;
   }
   static_cast<void>(apDiagPackage.release());
 }
 
 // The description itself stays allocated.
-void DiagnosticController::dropFromCatalogue(int aiIndex) {
-  const LockScope lock(mmtxPackageVectorLock, 0);
-  mLostPackages.reserve(mLostPackages.size() + 1);
-  mPackageMap.erase(aiIndex);
-  if (const auto lost = mPackageObjectMap.extract(aiIndex)) {
-    mLostPackages.push_back(lost.mapped());
+void DiagnosticController::Enumeration::dropFromCatalogue(int aiIndex) {
+  const LockScope lock(mrController.mmtxPackageVectorLock, 0);
+  mrController.mLostPackages.reserve(mrController.mLostPackages.size() + 1);
+  mrController.mPackageMap.erase(aiIndex);
+  if (const auto lost = mrController.mPackageObjectMap.extract(aiIndex)) {
+    mrController.mLostPackages.push_back(lost.mapped());
   }
 }
 
@@ -368,75 +419,73 @@ DiagnosticController::errorCode DiagnosticController::doEnumeratePackage(
   }
   try {
     package.setPackageHandle(
-        mpDiagPackInterface->loadPackage((directory + libraryOf(name)).c_str()));
+        mpDiagPackInterface->loadPackage((directory + packageLibrary(name)).c_str()));
   } catch (const DiagCtrlLoadLibraryFailed&) {
     return unableToLoad("(load failed)");
   }
-  return probeOrRelease(trace, package, configFile);
+  return PackageProbe(*this, trace, package, configFile).run();
 }
 
 // What holds code of the library is gone before the library is: the probe was unwound, what the
 // package threw was handled, and the package's devices are dropped here.
-DiagnosticController::errorCode DiagnosticController::probeOrRelease(
-    const TraceScope& arTrace, DiagnosticPackage& arPackage, const std::string& arConfigFile) {
-  const std::string name = arPackage.getPackageBaseName();
+DiagnosticController::errorCode DiagnosticController::PackageProbe::run() {
+  const std::string name = mrPackage.getPackageBaseName();
   const AtRestScope rest;
   errorCode result = FUNCTION_NOT_FOUND_IN_DLL;
   try {
-    return probePackage(arTrace, arPackage, arConfigFile);
+    return probe();
   } catch (const DiagCtrlFunctionNotFoundInDll&) {
-    arTrace.warning(kPrefix + "FUNCTION_NOT_FOUND_IN_DLL: " + name + "(getIDiagnostics() failed)");
-    pushWarning(*mpDiagUtil, DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL);
+    mrTrace.warning(kPrefix + "FUNCTION_NOT_FOUND_IN_DLL: " + name + "(getIDiagnostics() failed)");
+    pushWarning(*mrController.mpDiagUtil, DiagCtrlEvent::FUNCTION_NOT_FOUND_IN_DLL);
   } catch (const DiagCtrlObjectNotFound&) {
-    arTrace.warning(kPrefix + "UNABLE_TO_CREATE_DEVICE_VECTOR: " + name);
-    pushWarning(*mpDiagUtil, DiagCtrlEvent::UNABLE_TO_CREATE_DEVICE_VECTOR);
+    mrTrace.warning(kPrefix + "UNABLE_TO_CREATE_DEVICE_VECTOR: " + name);
+    pushWarning(*mrController.mpDiagUtil, DiagCtrlEvent::UNABLE_TO_CREATE_DEVICE_VECTOR);
     result = UNABLE_TO_CREATE_DEVICE_VECTOR;
   }
-  arPackage.clearPackageData();
-  mpDiagPackInterface->releaseLibrary(arPackage.getPackageHandle(), kTimeOut);
+  mrPackage.clearPackageData();
+  mrController.mpDiagPackInterface->releaseLibrary(mrPackage.getPackageHandle(), kTimeOut);
   return result;
 }
 
-DiagnosticController::errorCode DiagnosticController::probePackage(
-    const TraceScope& arTrace, DiagnosticPackage& arPackage, const std::string& arConfigFile) {
-  DiagnosticPackageInterface& loader = *mpDiagPackInterface;
+DiagnosticController::errorCode DiagnosticController::PackageProbe::probe() {
+  DiagnosticPackageInterface& loader = *mrController.mpDiagPackInterface;
   const AtRestScope rest;
-  const p_Handle handle = arPackage.getPackageHandle();
-  loader.setPackageConfigFile(handle, arConfigFile.c_str());
-  loader.setPackageLogDir(handle, mpcLogDirPath);
-  const GlobalSettings::diagMode diagMode = mpGlobalSettings->getDiagnosticMode();
-  const bool diagLog = mpGlobalSettings->getDiagLogMode();
-  Probe probe;
-  probe.enumerator.reset(loader.getIDeviceEnumerator(handle, diagLog, diagMode));
-  if (probe.enumerator == nullptr) {
-    arTrace.warning(kPrefix + "returning from doEnumerate");
+  const p_Handle handle = mrPackage.getPackageHandle();
+  loader.setPackageConfigFile(handle, mrConfigFile.c_str());
+  loader.setPackageLogDir(handle, mrController.mpcLogDirPath);
+  const GlobalSettings::diagMode diagMode = mrController.mpGlobalSettings->getDiagnosticMode();
+  const bool diagLog = mrController.mpGlobalSettings->getDiagLogMode();
+  PackageObjects made;
+  made.enumerator.reset(loader.getIDeviceEnumerator(handle, diagLog, diagMode));
+  if (made.enumerator == nullptr) {
+    mrTrace.warning(kPrefix + "returning from doEnumerate");
     return UNABLE_TO_CREATE_DEVICE_VECTOR;
   }
   const DeviceEnum::VirtualDeviceVector* devices =
-      probe.enumerator->getDeviceVector(arPackage.getResourceString(), arPackage.getDeviceType());
+      made.enumerator->getDeviceVector(mrPackage.getResourceString(), mrPackage.getDeviceType());
   if (devices == nullptr) {
-    probe.enumerator.reset();
-    arTrace.warning("DiagnosticController::doEnumeratePackage(): NULL Vector: " +
-                    std::string(arPackage.getPackageBaseName()));
+    made.enumerator.reset();
+    mrTrace.warning("DiagnosticController::doEnumeratePackage(): NULL Vector: " +
+                    std::string(mrPackage.getPackageBaseName()));
     return UNABLE_TO_CREATE_DEVICE_VECTOR;
   }
-  probe.devices = *devices;  // the returned vector stays with the package
-  probe.diagnostics.reset(loader.getIDiagnostics(handle, arConfigFile.c_str(), diagLog, diagMode));
-  arPackage.createDeviceVector(&probe.devices, probe.diagnostics.get());
-  probe.diagnostics.reset();
-  probe.enumerator.reset();
-  createResourceLocks(arTrace, probe.devices);
+  made.devices = *devices;  // the returned vector stays with the package
+  made.diagnostics.reset(loader.getIDiagnostics(handle, mrConfigFile.c_str(), diagLog, diagMode));
+  mrPackage.createDeviceVector(&made.devices, made.diagnostics.get());
+  made.diagnostics.reset();
+  made.enumerator.reset();
+  createResourceLocks(made.devices);
   return SUCCESS;
 }
 
-void DiagnosticController::createResourceLocks(const TraceScope& arTrace,
-                                               std::vector<DeviceEnum::VirtualDevice>& arDevices) {
+void DiagnosticController::PackageProbe::createResourceLocks(
+    DeviceEnum::VirtualDeviceVector& arDevices) {
   for (DeviceEnum::VirtualDevice& device : arDevices) {
     const std::string& tag = device.getDevice()->getResourceTag();
     try {
-      mpResourceLockManager->createResourceLock(tag, -1);
+      mrController.mpResourceLockManager->createResourceLock(tag, -1);
     } catch (const DiagCtrlKeyExistsException&) {
-      arTrace.warning("RESOURCE_TAG_EXISTS: " + tag);
+      mrTrace.warning("RESOURCE_TAG_EXISTS: " + tag);
     }
   }
 }
@@ -464,66 +513,69 @@ bool DiagnosticController::checkPackageDllDep(const char* apcPackageDir,
 }
 
 DiagnosticController::errorCode DiagnosticController::enumerateDiagPackages(int packageIndex) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::enumerateDiagPackages");
-  return answerBehind(ClientCall::enumerateAgain, trace, [&] {
-    const LockScope apiLock(mmtxApiPhaseLock, -1);
-    if (const auto refused = refusal(ClientCall::enumerateAgain, trace)) {
+  return Enumeration(*this, "DiagnosticController::enumerateDiagPackages").runAgain(packageIndex);
+}
+
+DiagnosticController::errorCode DiagnosticController::Enumeration::runAgain(int aiPackageIndex) {
+  return mCall.answerBehind(ClientCall::enumerateAgain, [&] {
+    const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
+    if (const auto refused = mCall.refusal(ClientCall::enumerateAgain)) {
       return *refused;
     }
-    const EnumerationPhase phase(*mpDiagCtrlStatus, DiagControllerStatus::IDLE);
-    const auto name = mPackageMap.find(packageIndex);
+    const EnumerationPhase phase(*mrController.mpDiagCtrlStatus, DiagControllerStatus::IDLE);
+    const auto name = mrController.mPackageMap.find(aiPackageIndex);
     const errorCode result = swallowAll(
-        PACKAGE_NOT_FOUND, [&] { return enumerateAgain(trace, packageIndex); },
-        ToldAsNotFound{trace, name != mPackageMap.end() ? name->second : ""});
+        PACKAGE_NOT_FOUND, [&] { return enumerateAgain(aiPackageIndex); },
+        ToldAsNotFound{mCall.trace(), name != mrController.mPackageMap.end() ? name->second : ""});
     if (result != SUCCESS) {
-      dropFromCatalogue(packageIndex);
+      dropFromCatalogue(aiPackageIndex);
     }
     return result;
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::enumerateAgain(const TraceScope& arTrace,
-                                                                     int packageIndex) {
+DiagnosticController::errorCode DiagnosticController::Enumeration::enumerateAgain(
+    int aiPackageIndex) {
   const AtRestScope rest;
-  kClientsAtRest.standsFor(mmtxPackageVectorLock);
-  const auto entry = mPackageObjectMap.find(packageIndex);
-  if (entry == mPackageObjectMap.end() || !mPackageMap.contains(packageIndex)) {
+  kClientsAtRest.standsFor(mrController.mmtxPackageVectorLock);
+  const auto entry = mrController.mPackageObjectMap.find(aiPackageIndex);
+  if (entry == mrController.mPackageObjectMap.end() ||
+      !mrController.mPackageMap.contains(aiPackageIndex)) {
     return PACKAGE_NOT_FOUND;
   }
   DiagnosticPackage& package = *entry->second;
-  removeResourceLocks(arTrace, package);
-  if (mpTestRequestManager->isPackageInUse(package)) {
+  removeResourceLocks(package);
+  if (mrController.mpTestRequestManager->isPackageInUse(package)) {
     // A request of the earlier enumeration may still reach its device, whose code lies there.
-    mRetiredHandles.push_back(package.getPackageHandle());
+    mrController.mRetiredHandles.push_back(package.getPackageHandle());
     package.retirePackageData();
   } else {
     package.clearPackageData();
-    mpDiagPackInterface->releaseLibrary(package.getPackageHandle(), kTimeOut);
+    mrController.mpDiagPackInterface->releaseLibrary(package.getPackageHandle(), kTimeOut);
   }
   package.setPackageHandle(nullptr);
-  return doEnumeratePackage(&package, PackageNameVector());
+  return mrController.doEnumeratePackage(&package, PackageNameVector());
 }
 
-void DiagnosticController::removeResourceLocks(const TraceScope& arTrace,
-                                               DiagnosticPackage& arPackage) {
+void DiagnosticController::Enumeration::removeResourceLocks(DiagnosticPackage& arPackage) {
   const DeviceVector devices = arPackage.getDeviceVector();
   for (DiagDevice* device : devices) {
     const std::string& tag = device->getIDevice()->getResourceTag();
     try {
-      mpResourceLockManager->removeResourceLock(tag, -1);
+      mrController.mpResourceLockManager->removeResourceLock(tag, -1);
     } catch (const DiagCtrlKeyNotExistException&) {
-      arTrace.warning("NO_RESOURCE_TAG: " + tag);
+      mCall.trace().warning("NO_RESOURCE_TAG: " + tag);
     }
   }
 }
 
 DiagnosticController::errorCode DiagnosticController::getEnumerationProgress(int& progress) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getEnumerationProgress");
+  Call call(*this, "DiagnosticController::getEnumerationProgress");
   diagCtrlPhase phase = DiagControllerStatus::UNINITIALISED;
   try {
     phase = getDiagCtrlPhase(kTimeOut);
   } catch (const DiagCtrlMutexException&) {
-    return fail(trace, DiagCtrlEvent::UNABLE_TO_GET_LOCK, INCORRECT_PHASE);
+    return call.fail({DiagCtrlEvent::UNABLE_TO_GET_LOCK, INCORRECT_PHASE});
   }
   switch (phase) {
     case DiagControllerStatus::ACTIVE:
@@ -537,7 +589,7 @@ DiagnosticController::errorCode DiagnosticController::getEnumerationProgress(int
     case DiagControllerStatus::ENUMERATE:
       break;
     default:
-      return fail(trace, DiagCtrlEvent::INCORRECT_PHASE, INCORRECT_PHASE);
+      return call.fail(kIncorrectPhase);
   }
   try {
     const LockScope lock(mmtxProgressLock, 0);
