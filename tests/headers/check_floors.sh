@@ -24,6 +24,8 @@ floors=(
   'DiagCtrl/internal/foundation' "$foundation"
   'DiagCtrl/internal/controller' "$framework|DiagCtrl/*"
   'DiagCtrl' "$framework|DiagCtrl/*"
+  # What clients of the kit read as well.
+  'packagekit/contract' "$framework|packagekit/contract/*|packagekit/KitEvents.h"
   'packagekit' "$framework|packagekit/*"
   'packagekit/internal' "$framework|packagekit/*"
 )
