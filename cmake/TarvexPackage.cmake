@@ -12,7 +12,6 @@
 # lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, the others nowhere.
 
 include(GNUInstallDirs)
-set(TARVEX_PACKAGE_LANGUAGES en de fr es zh ja)
 
 if(NOT DEFINED TARVEX_KIT_DATA_DIR)
   set(TARVEX_KIT_DATA_DIR "${CMAKE_CURRENT_LIST_DIR}/../packagekit/data")
@@ -49,13 +48,16 @@ function(tarvex_add_package)
   set(files "${output_dir}/${arg_NAME}.cfg")
   tarvex_join_package_file(
     "${folder}/${arg_NAME}.cfg" "${TARVEX_KIT_DATA_DIR}/kit.cfg" "${output_dir}/${arg_NAME}.cfg")
-  foreach(language IN LISTS TARVEX_PACKAGE_LANGUAGES)
+  # The languages are those that the kit itself has texts in.
+  file(GLOB kit_texts CONFIGURE_DEPENDS "${TARVEX_KIT_DATA_DIR}/*/kit.cfg")
+  foreach(kit_text IN LISTS kit_texts)
+    cmake_path(GET kit_text PARENT_PATH language)
+    cmake_path(GET language FILENAME language)
     if(NOT EXISTS "${folder}/${language}/${arg_NAME}.cfg")
       continue()
     endif()
     set(joined "${output_dir}/${language}/${arg_NAME}.cfg")
-    tarvex_join_package_file("${folder}/${language}/${arg_NAME}.cfg"
-      "${TARVEX_KIT_DATA_DIR}/${language}/kit.cfg" "${joined}")
+    tarvex_join_package_file("${folder}/${language}/${arg_NAME}.cfg" "${kit_text}" "${joined}")
     list(APPEND files "${joined}")
     if(arg_GROUP IN_LIST TARVEX_INSTALLED_PACKAGE_GROUPS)
       install(FILES "${joined}" DESTINATION "${install_dir}/${language}")

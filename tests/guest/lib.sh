@@ -51,8 +51,8 @@ configure() {
   PACKAGES=$WORK/packages
   mkdir -p "$PACKAGES" "$WORK/logs"
   ln -s "$built"/*.so "$built/tarvex-package-worker" "$PACKAGES"
-  for language in en de fr es zh ja; do
-    ln -s "$built/$language" "$PACKAGES"
+  for language in "$built"/*/; do
+    ln -s "${language%/}" "$PACKAGES"
   done
   cp "$built"/*.cfg "$PACKAGES"
   cat >"$WORK/control.cfg" <<TEXT
