@@ -1,0 +1,67 @@
+// What one side writes of measurements and seeds the other side reads.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "packagekit/contract/Measurement.h"
+#include "packagekit/contract/Seed.h"
+
+namespace TarvexDiags::PackageKit::Contract {
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST(Measurement, reads_back_as_it_was_written) {
+  const auto parameters =
+      toParameters({"7", "Sequential read", "pci0/disk0"}, toDetails({"rate", "12.5", "MB/s"}));
+  EXPECT_THAT(parameters,
+              ElementsAre("7", "Sequential read", "pci0/disk0", "rate", "12.5", "MB/s"));
+  const auto measurement = toMeasurement(parameters);
+  ASSERT_TRUE(measurement);
+  EXPECT_EQ(measurement->name, "rate");
+  EXPECT_EQ(measurement->value, "12.5");
+  EXPECT_EQ(measurement->unit, "MB/s");
+}
+
+TEST(Measurement, is_none_with_too_few_parameters) {
+  EXPECT_FALSE(toMeasurement({}));
+  EXPECT_FALSE(toMeasurement({"7", "Sequential read", "pci0/disk0", "rate", "12.5"}));
+}
+
+TEST(Measurement, keeps_every_digit_of_a_figure) {
+  for (const double figure : {0.0, 0.1, 1e300, -1.0 / 3, 4096.0}) {
+    EXPECT_EQ(toNumber(toText(figure)), figure);
+  }
+}
+
+TEST(Measurement, may_be_words) {
+  for (const char* const words : {"", "none", "12 MB", "0x10", " 1"}) {
+    EXPECT_FALSE(toNumber(words)) << words;
+  }
+}
+
+TEST(Seed, reads_back_as_it_was_written) {
+  for (const long seed : {1L, 42L, std::numeric_limits<long>::max()}) {
+    EXPECT_EQ(seedOf(toSeedLine(seed).c_str()), static_cast<std::uint64_t>(seed));
+  }
+}
+
+TEST(Seed, stands_on_a_line_of_any_text) {
+  EXPECT_EQ(seedOf("Other=1\nSeed=7\nSeed=8\n"), 7U);
+  EXPECT_EQ(seedOf("Seed=7"), 7U);
+}
+
+TEST(Seed, is_none_where_no_line_gives_one) {
+  for (const char* const text : {"", "\n", "Seed", "Seed=", "Seed=x", "Seed=7x", "Seed=-7",
+                                 "seed=7", " Seed=7", "Seeds=7"}) {
+    EXPECT_EQ(seedOf(text), 0U) << text;
+  }
+  EXPECT_EQ(seedOf(nullptr), 0U);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::PackageKit::Contract
