@@ -7,6 +7,8 @@
 # the language files <language>/<name>.cfg, taken from the folder (by default where the function is
 # called), each with the kit's own section entries appended.
 #
+# The target bundled_packages builds all that belong to the group `packages`.
+#
 # In the build tree all packages of a group lie in one folder, named by TARVEX_PACKAGES_DIR_<group>:
 # a directory that `PackDirPath` of a control file can name. `packages` are installed into
 # lib/tarvexdiags/packages, `selftest` into lib/tarvexdiags/selftest, the others nowhere.
@@ -72,6 +74,12 @@ function(tarvex_add_package)
   endif()
   if(TARGET tarvex-package-worker)
     add_dependencies(${target} tarvex-package-worker)
+  endif()
+  if(arg_GROUP STREQUAL "packages")
+    if(NOT TARGET bundled_packages)
+      add_custom_target(bundled_packages)
+    endif()
+    add_dependencies(bundled_packages ${target})
   endif()
   set_target_properties(${target} PROPERTIES
     OUTPUT_NAME "${arg_NAME}"

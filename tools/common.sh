@@ -74,6 +74,5 @@ build_preset() {
 
 # build_program: the release of diagctl with the packages that come along.
 build_program() {
-  build_preset release diagctl_program tarvex-package-worker \
-    package_memory package_processor package_storage package_network
+  build_preset release diagctl_program bundled_packages
 }
