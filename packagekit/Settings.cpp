@@ -1,34 +1,13 @@
 #include "packagekit/Settings.h"
 
-#include <strings.h>
-
-#include <charconv>
-
 #include "System/SysUtil.h"
 
 namespace TarvexDiags::PackageKit {
 
 namespace {
 
-template <class Number>
-std::optional<Number> parse(const std::string& text) {
-  Number number{};
-  const char* const end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, number);
-  if (result.ec != std::errc() || result.ptr != end) {
-    return std::nullopt;
-  }
-  return number;
-}
-
 bool flagOf(const std::optional<std::string>& value, bool fallback) {
-  if (!value) {
-    return fallback;
-  }
-  if (strcasecmp(value->c_str(), "TRUE") == 0) {
-    return true;
-  }
-  return strcasecmp(value->c_str(), "FALSE") == 0 ? false : fallback;
+  return value ? valueFrom<bool>(*value).value_or(fallback) : fallback;
 }
 
 }  // namespace
@@ -70,12 +49,21 @@ bool Settings::testFlag(int testId, const std::string& key, bool fallback) const
   return flagOf(test(testId, key), fallback);
 }
 
+void Settings::throwMissing(const std::string& key, int testId) const {
+  throw UnusableSetting(m_file + ": the key " + key + " is missing" +
+                        (testId == 0 ? "" : " for test " + std::to_string(testId)));
+}
+
+void Settings::throwUnreadable(const std::string& key, const std::string& text) const {
+  throw UnusableSetting(m_file + ": the key " + key + " cannot have the value '" + text + "'");
+}
+
 std::optional<long> Settings::toInteger(const std::string& text) {
-  return parse<long>(text);
+  return numberFrom<long>(text);
 }
 
 std::optional<double> Settings::toNumber(const std::string& text) {
-  return parse<double>(text);
+  return numberFrom<double>(text);
 }
 
 }  // namespace TarvexDiags::PackageKit

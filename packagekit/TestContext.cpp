@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <stdexcept>
 #include <utility>
 
 #include "packagekit/KitEvents.h"
@@ -64,6 +65,15 @@ double TestContext::settingNumber(const std::string& key, double fallback) const
 
 bool TestContext::settingFlag(const std::string& key, bool fallback) const {
   return m_settings.testFlag(testId(), key, fallback);
+}
+
+// Who checks the configuration file knows the declared keys alone.
+void TestContext::requireDeclared(const std::string& key) const {
+  const auto& declared = m_parameters.declaredKeys;
+  if (declared && !declared->contains(key)) {
+    throw std::logic_error("test " + std::to_string(testId()) + " reads the key " + key +
+                           " without declaring it");
+  }
 }
 
 void TestContext::progress(unsigned int percent) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "Diag/DiagnosticEvent.h"
 #include "packagekit/Device.h"
 #include "packagekit/Environment.h"
+#include "packagekit/Setting.h"
 #include "packagekit/Settings.h"
 
 namespace TarvexDiags::PackageKit {
@@ -41,6 +43,8 @@ struct TestParameters {
   int passNumber = 1;
   std::uint64_t seed = 0;
   std::string configFile = {};
+  /// The keys that the test has declared; without a value, nobody holds it to them.
+  std::optional<std::set<std::string>> declaredKeys = {};
 };
 
 /// @brief What a running test sees and says. It runs in a worker process of its own, so it may
@@ -99,6 +103,19 @@ class TestContext {
 
   // Configuration: the key in the section of this test, else in section Package.
 
+  /// @brief The value of a setting that the test has declared; see Setting.h. Throws
+  /// UnusableSetting when the file has none, std::logic_error when the test did not declare it.
+  template <class Value>
+  Value value(const Setting<Value>& setting) const {
+    requireDeclared(setting.key());
+    return m_settings.value(setting, testId(), quickMode());
+  }
+  template <class Value>
+  std::optional<Value> value(const OptionalSetting<Value>& setting) const {
+    requireDeclared(setting.key());
+    return m_settings.value(setting, testId());
+  }
+
   std::optional<std::string> setting(const std::string& key) const;
   long settingInteger(const std::string& key, long fallback) const;
   double settingNumber(const std::string& key, double fallback) const;
@@ -153,6 +170,8 @@ class TestContext {
   const TestParameters& parameters() const { return m_parameters; }
 
  private:
+  void requireDeclared(const std::string& key) const;
+
   const TestParameters m_parameters;
   const Settings m_settings;
 };
