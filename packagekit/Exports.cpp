@@ -1,10 +1,12 @@
 #include "packagekit/Exports.h"
 
 #include <memory>
+#include <string>
 
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDiagnostics.h"
 #include "packagekit/internal/KitEnumerator.h"
+#include "packagekit/internal/KitSettings.h"
 #include "packagekit/internal/Module.h"
 
 namespace TarvexDiags::PackageKit {
@@ -21,6 +23,30 @@ Product* make(DefineFunction define, bool diagLog, DiagnosticMode mode) {
     }
   });
   return product.release();
+}
+
+// A package that has declared nothing of its own may read any key.
+std::string settingsText(DefineFunction define) {
+  Package package;
+  define(package);
+  SettingList rules = package.settings();
+  if (rules.empty()) {
+    return {};
+  }
+  for (const SettingRule& rule : kitPackageSettings()) {
+    rules.push_back(rule);
+  }
+  for (const int testId : package.testIds()) {
+    for (SettingRule rule : kitTestSettings()) {
+      rule.testId = testId;
+      rules.push_back(rule);
+    }
+  }
+  std::string text;
+  for (const SettingRule& rule : rules) {
+    text += toLine(rule) + '\n';
+  }
+  return text;
 }
 
 }  // namespace
@@ -40,6 +66,15 @@ DeviceEnum::IDeviceEnumerator* makeEnumerator(DefineFunction define, bool diagLo
 
 Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, DiagnosticMode mode) {
   return make<KitDiagnostics>(define, diagLog, mode);
+}
+
+const char* describeSettings(DefineFunction define) {
+  static const std::string text = [define] {
+    std::string made;
+    failureOf([&] { made = settingsText(define); });
+    return made;
+  }();
+  return text.c_str();
 }
 
 }  // namespace TarvexDiags::PackageKit

@@ -21,6 +21,11 @@ DeviceEnum::IDeviceEnumerator* makeEnumerator(DefineFunction define, bool diagLo
                                               DiagnosticMode mode);
 Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, DiagnosticMode mode);
 
+/// @brief The keys that the package, its tests and the kit read, as contract/SettingRule.h writes
+/// them; empty when the package has declared none or can't be defined. Lasts until the shared
+/// object is closed.
+const char* describeSettings(DefineFunction define);
+
 ///  @brief The life of a worker process, entered by the worker executable. Returns its exit status.
 int runWorker(DefineFunction define, int socket);
 
@@ -49,6 +54,9 @@ int runWorker(DefineFunction define, int socket);
   TARVEXDIAGS_EXPORT ::TarvexDiags::Diag::IDiagnostics* getIDiagnostics(                    \
       bool diagLog, ::TarvexDiags::PackageKit::DiagnosticMode mode) {                       \
     return ::TarvexDiags::PackageKit::makeDiagnostics(&tarvexDefinePackage, diagLog, mode); \
+  }                                                                                         \
+  TARVEXDIAGS_EXPORT const char* describePackageSettings() {                                \
+    return ::TarvexDiags::PackageKit::describeSettings(&tarvexDefinePackage);               \
   }                                                                                         \
   TARVEXDIAGS_EXPORT int runPackageWorker(int socket) {                                     \
     return ::TarvexDiags::PackageKit::runWorker(&tarvexDefinePackage, socket);              \

@@ -53,6 +53,11 @@ TestEntry& TestEntry::estimate(std::function<int(const Device&, const Environmen
   return *this;
 }
 
+TestEntry& TestEntry::reads(SettingList settings) {
+  m_settings = std::move(settings);
+  return *this;
+}
+
 Support TestEntry::supports(const Device& device, const Environment& environment) const {
   if (!m_modes.empty() && !m_modes.contains(environment.diagnosticMode)) {
     return Support::no(std::string("not offered in diagnostic mode ") +
@@ -87,8 +92,42 @@ TestEntry& Package::test(int testId, std::unique_ptr<Test> test) {
   return added.first->second;
 }
 
+void Package::tests(std::vector<TestRow> rows) {
+  for (TestRow& row : rows) {
+    TestEntry& entry = test(row.number, std::move(row.body));
+    entry.reads(std::move(row.reads)).onlyIn(std::move(row.modes));
+    entry.supportedWhen(std::move(row.support)).estimate(std::move(row.estimate));
+    if (row.writes) {
+      entry.writes();
+    }
+  }
+}
+
+void Package::reads(SettingList settings) {
+  m_settings = std::move(settings);
+}
+
+SettingList Package::settings() const {
+  SettingList all = m_settings;
+  for (const auto& [testId, entry] : m_tests) {
+    for (SettingRule rule : entry.settings()) {
+      rule.testId = testId;
+      all.push_back(std::move(rule));
+    }
+  }
+  return all;
+}
+
 std::vector<Device> Package::findDevices(const Environment& environment) const {
   return m_discover ? m_discover(environment) : std::vector<Device>();
+}
+
+std::vector<int> Package::testIds() const {
+  std::vector<int> ids;
+  for (const auto& [testId, entry] : m_tests) {
+    ids.push_back(testId);
+  }
+  return ids;
 }
 
 const TestEntry* Package::find(int testId) const {

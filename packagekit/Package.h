@@ -10,6 +10,7 @@
 
 #include "packagekit/Device.h"
 #include "packagekit/Environment.h"
+#include "packagekit/Setting.h"
 #include "packagekit/Support.h"
 #include "packagekit/Test.h"
 #include "packagekit/TestContext.h"
@@ -34,7 +35,12 @@ class TestEntry {
   /// @brief How many seconds the test would take; see Test::estimate. Runs in the host process.
   TestEntry& estimate(std::function<int(const Device&, const Environment&)> figure);
 
+  /// @brief The keys of the configuration file that the test reads, in its own section or in
+  /// section `Package`: those that `TestContext::value` gives it.
+  TestEntry& reads(SettingList settings);
+
   Test& test() const { return *m_test; }
+  const SettingList& settings() const { return m_settings; }
   bool isWriting() const { return m_writes; }
   Support supports(const Device& device, const Environment& environment) const;
   int estimateFor(const Device& device, const Environment& environment) const;
@@ -44,7 +50,21 @@ class TestEntry {
   std::function<Support(const Device&, const Environment&)> m_predicate;
   std::function<int(const Device&, const Environment&)> m_estimate;
   std::set<DiagnosticMode> m_modes;
+  SettingList m_settings;
   bool m_writes = false;
+};
+
+/// @brief One test of a package that declares its tests as a table: all that there is to say of it,
+/// in one row. What is left out stands for a test that is offered on every device in every mode,
+/// writes nothing, reads no keys, and takes as long as its configuration says.
+struct TestRow {
+  int number;  ///< of its section in the configuration file, from 1 on; each once
+  std::function<Verdict(TestContext&)> body;
+  SettingList reads = {};                                                  ///< TestEntry::reads
+  std::function<Support(const Device&, const Environment&)> support = {};  ///< supportedWhen
+  std::function<int(const Device&, const Environment&)> estimate = {};     ///< TestEntry::estimate
+  std::set<DiagnosticMode> modes = {};                                     ///< TestEntry::onlyIn
+  bool writes = false;                                                     ///< TestEntry::writes
 };
 
 /// @brief A package: how it finds its devices, and its tests by test id.
@@ -73,14 +93,28 @@ class Package {
                             std::make_unique<TestClass>(std::forward<Arguments>(arguments)...)));
   }
 
+  /// @brief Adds the tests of a table.
+  void tests(std::vector<TestRow> rows);
+
+  /// @brief The keys of section `Package` that the package reads elsewhere than in its tests, as in
+  /// discovery. A key with "#" at its end stands for those with a number there.
+  void reads(SettingList settings);
+
+  /// @brief The keys that the package and its tests have declared. Empty: it has declared none.
+  SettingList settings() const;
+
   /// @brief Runs discovery. Throws what the author's function throws.
   std::vector<Device> findDevices(const Environment& environment) const;
+
+  /// @brief The numbers of the tests, rising.
+  std::vector<int> testIds() const;
 
   /// @brief The test of that number, or null.
   const TestEntry* find(int testId) const;
 
  private:
   DiscoverFunction m_discover;
+  SettingList m_settings;
   std::map<int, TestEntry> m_tests;
 };
 

@@ -10,15 +10,17 @@
 //     return {{.name = "Fan 1", .resourceTag = "host/fan1", .properties = {{"path", "/sys/..."}}}};
 //   }
 //
+//   constexpr auto kLowestSpeed = required<double>("LowestSpeed");
+//
 //   static Verdict spins(TestContext& context) {
-//     const long rpm = readNumber(context.property("path"));
-//     context.measurement("speed", static_cast<double>(rpm), "rpm");
-//     return rpm > context.settingInteger("LowestSpeed", 300) ? passed() : failed(1, {...});
+//     const double rpm = readNumber(context.property("path"));
+//     context.measurement("speed", rpm, "rpm");
+//     return rpm > context.value(kLowestSpeed) ? passed() : failed(1, {...});
 //   }
 //
 //   TARVEX_PACKAGE(package) {
 //     package.discover(findFans);
-//     package.test(1, spins);
+//     package.tests({{.number = 1, .body = spins, .reads = {kLowestSpeed}}});
 //   }
 
 #include "packagekit/Device.h"
@@ -26,6 +28,7 @@
 #include "packagekit/Exports.h"
 #include "packagekit/KitEvents.h"
 #include "packagekit/Package.h"
+#include "packagekit/Setting.h"
 #include "packagekit/Settings.h"
 #include "packagekit/Support.h"
 #include "packagekit/Test.h"

@@ -8,6 +8,7 @@
 
 #include "System/SysUtil.h"
 #include "packagekit/internal/Guard.h"
+#include "packagekit/internal/KitSettings.h"
 #include "packagekit/internal/PackageLog.h"
 #include "packagekit/internal/WorkerProcess.h"
 
@@ -122,7 +123,7 @@ std::string Module::workerFile() {
 }
 
 std::string Module::findWorker() const {
-  if (const auto configured = Settings(m_configFile).package("WorkerPath")) {
+  if (const auto configured = Settings(m_configFile).package(kWorkerPath.key())) {
     return *configured;
   }
   static const char name[] = "/tarvex-package-worker";

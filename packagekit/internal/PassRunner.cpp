@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/internal/KitSettings.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -96,7 +97,7 @@ PassSetup partOf(const PassSetup& setup, std::size_t from, std::size_t to) {
 
 // A value that is none of them counts as absent, like all of the kit's.
 int niceOf(const Settings& settings, int testId) {
-  const long nice = settings.testInteger(testId, "Nice", kDefaultNice);
+  const long nice = settings.testInteger(testId, kNice.key(), kDefaultNice);
   return nice >= 0 && nice <= kNicest ? static_cast<int>(nice) : kDefaultNice;
 }
 
@@ -177,34 +178,34 @@ std::size_t PassRunner::endOfPart(int nice) const {
 // Anew for each worker; what concerns the pass as a whole, for its first.
 void PassRunner::readConfiguration() {
   const Settings settings = m_module.settings();
-  const auto seconds = [&settings](const char* key, double fallback) {
-    return Settings::toNumber(settings.package(key).value_or("")).value_or(fallback);
+  const auto seconds = [&settings](const auto& setting, double fallback) {
+    return Settings::toNumber(settings.package(setting.key()).value_or("")).value_or(fallback);
   };
-  const auto integer = [&settings](const char* key) {
-    return Settings::toInteger(settings.package(key).value_or(""));
+  const auto integer = [&settings](const auto& setting) {
+    return Settings::toInteger(settings.package(setting.key()).value_or(""));
   };
   m_limits = {};
-  m_limits.start = seconds("StartTimeout", m_limits.start);
-  m_limits.exit = seconds("ExitTimeout", m_limits.exit);
-  m_limits.abortGrace = seconds("AbortGrace", m_limits.abortGrace);
-  m_limits.termGrace = seconds("TermGrace", m_limits.termGrace);
-  m_limits.killGrace = seconds("KillGrace", m_limits.killGrace);
+  m_limits.start = seconds(kStartTimeout, m_limits.start);
+  m_limits.exit = seconds(kExitTimeout, m_limits.exit);
+  m_limits.abortGrace = seconds(kAbortGrace, m_limits.abortGrace);
+  m_limits.termGrace = seconds(kTermGrace, m_limits.termGrace);
+  m_limits.killGrace = seconds(kKillGrace, m_limits.killGrace);
   for (std::size_t test = m_offset; test < m_setup.testIds.size(); ++test) {
     m_limits.tests.push_back(
-        settings.testNumber(m_setup.testIds[test], "TestTimeout", kDefaultTestTimeout));
+        settings.testNumber(m_setup.testIds[test], kTestTimeout.key(), kDefaultTestTimeout));
   }
   if (m_eventsLeft) {
     return;
   }
   m_eventsLeft =
-      static_cast<std::size_t>(std::max(0L, integer("MaxEvents").value_or(kDefaultMaxEvents)));
+      static_cast<std::size_t>(std::max(0L, integer(kMaxEvents).value_or(kDefaultMaxEvents)));
   if (m_setup.seed == 0) {
-    const auto seed = integer("Seed");
+    const auto seed = integer(kSeed);
     m_setup.seed = seed ? static_cast<std::uint64_t>(*seed) : randomSeed();
   }
-  m_setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, integer("MemoryLimit").value_or(0)))
+  m_setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, integer(kMemoryLimit).value_or(0)))
                         << 20U;
-  m_setup.coreDumps = settings.packageFlag("CoreDumps", false);
+  m_setup.coreDumps = settings.packageFlag(kCoreDumps.key(), false);
 }
 
 void PassRunner::testBegan(std::size_t position) {

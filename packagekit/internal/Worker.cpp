@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <new>
 #include <optional>
+#include <set>
 #include <system_error>
 
 #include "packagekit/Exports.h"
@@ -121,9 +122,18 @@ void setLimits(const PassSetup& setup) {
   }
 }
 
-TestParameters parametersOf(const PassSetup& setup, int testId) {
+std::set<std::string> keysOf(const TestEntry* entry) {
+  std::set<std::string> keys;
+  for (const SettingRule& rule : entry == nullptr ? SettingList() : entry->settings()) {
+    keys.insert(rule.key);
+  }
+  return keys;
+}
+
+TestParameters parametersOf(const PassSetup& setup, int testId, const TestEntry* entry) {
   TestParameters parameters;
   parameters.testId = testId;
+  parameters.declaredKeys = keysOf(entry);
   parameters.device = setup.device;
   parameters.openMode = setup.openMode;
   parameters.quickMode = setup.quickMode;
@@ -140,8 +150,9 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
     const int testId = setup.testIds[position];
     FrameWriter begin(FrameType::TestBegin);
     link.send(begin.number(position));
-    WorkerContext context(parametersOf(setup, testId), link, setup.logFile);
-    const Ending ending = runTest(package.find(testId), context);
+    const TestEntry* const entry = package.find(testId);
+    WorkerContext context(parametersOf(setup, testId, entry), link, setup.logFile);
+    const Ending ending = runTest(entry, context);
     std::fflush(nullptr);
     FrameWriter end(FrameType::TestEnd);
     const bool isLast = position + 1 == setup.testIds.size() || link.stopRequested() ||

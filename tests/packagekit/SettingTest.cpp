@@ -16,6 +16,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::SizeIs;
 using testing::ThrowsMessage;
 
@@ -110,6 +111,18 @@ TEST_F(SettingTest, test_is_held_to_the_keys_that_it_has_declared) {
   EXPECT_THROW(context.value(kName), std::logic_error);
 }
 
+TEST(SettingRuleTest, package_tells_its_own_keys_and_those_of_its_tests) {
+  Package package;
+  EXPECT_THAT(package.settings(), IsEmpty());
+  package.reads({kName});
+  package.test(2, [](TestContext&) { return passed(); }).reads({kReads, kLimit});
+  const SettingList rules = package.settings();
+  ASSERT_THAT(rules, SizeIs(3));
+  EXPECT_EQ(toLine(rules[0]), "0 Name 0 0 0");
+  EXPECT_EQ(toLine(rules[1]), "2 Reads 3 1 1");
+  EXPECT_EQ(toLine(rules[2]), "2 Limit 4 1 0");
+}
+
 TEST(SettingRuleTest, rules_that_a_later_kit_writes_are_left_out) {
   const auto rules = settingRulesFrom("2 Reads 3 1 1\n2 Colour 99 1 0\nnonsense\n0 Name 0 0 0\n");
   ASSERT_THAT(rules, SizeIs(2));
@@ -135,6 +148,41 @@ TEST(SettingRuleTest, value_belongs_to_the_kinds_that_can_read_it) {
   EXPECT_THAT(kindsOf("7"), ElementsAre(Text, Integer, Count, Number, Duration));
   EXPECT_THAT(kindsOf("0.5"), ElementsAre(Text, Number, Duration));
   EXPECT_THAT(kindsOf("1e10"), ElementsAre(Text, Number)) << "too long to wait";
+}
+
+TEST(TestTableTest, row_says_all_that_there_is_to_say_of_a_test) {
+  Package package;
+  package.tests({
+      {.number = 1, .body = [](TestContext&) { return passed(); }},
+      {.number = 4,
+       .body = [](TestContext&) { return unusual(1); },
+       .reads = {kReads},
+       .support = [](const Device&, const Environment&) { return Support::no("no disk"); },
+       .estimate = [](const Device&, const Environment&) { return 17; },
+       .modes = {DeviceEnum::IDeviceEnumerator::FACTORY},
+       .writes = true},
+  });
+  Environment factory{DeviceEnum::IDeviceEnumerator::FACTORY, Settings(""), "", 0,
+                      [](const std::string&) {}};
+  Environment customer = factory;
+  customer.diagnosticMode = DeviceEnum::IDeviceEnumerator::CUSTOMER;
+  const TestEntry& plain = *package.find(1);
+  EXPECT_TRUE(plain.supports({}, customer));
+  EXPECT_EQ(plain.estimateFor({}, customer), 0);
+  EXPECT_FALSE(plain.isWriting());
+  const TestEntry& full = *package.find(4);
+  EXPECT_EQ(full.supports({}, factory).reason(), "no disk");
+  EXPECT_THAT(full.supports({}, customer).reason(), HasSubstr("CUSTOMER"));
+  EXPECT_EQ(full.estimateFor({}, factory), 17);
+  EXPECT_TRUE(full.isWriting());
+  EXPECT_THAT(full.settings(), SizeIs(1));
+  EXPECT_THAT(package.testIds(), ElementsAre(1, 4));
+}
+
+TEST(TestTableTest, two_rows_of_one_number_are_refused) {
+  Package package;
+  const TestRow row{.number = 3, .body = [](TestContext&) { return passed(); }};
+  EXPECT_THROW(package.tests({row, row}), std::logic_error);
 }
 
 }  // namespace
