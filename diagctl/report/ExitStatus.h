@@ -1,6 +1,6 @@
 #pragma once
 
-#include "diagctl/run/Runner.h"
+#include <cstddef>
 
 namespace TarvexDiags::FrontEnd {
 
@@ -19,6 +19,18 @@ inline constexpr int nothingRan = 3;
 inline constexpr int usage = 64;
 inline constexpr int signalBase = 128;
 }  // namespace ExitCode
+
+/// What became of a run, for the exit status.
+struct RunSummary {
+  std::size_t passed = 0;
+  std::size_t failed = 0;
+  std::size_t warned = 0;    ///< ended without a verdict, or with a warning
+  std::size_t troubled = 0;  ///< the tool could not do its work
+  std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
+  std::size_t skipped = 0;   ///< not possible here
+
+  std::size_t ran() const { return passed + failed + warned + troubled; }
+};
 
 /// What spoils a run beside its tests.
 struct RunConditions {

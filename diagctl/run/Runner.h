@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -11,32 +10,13 @@
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
+#include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/run/RunPlan.h"
+#include "diagctl/session/Interruption.h"
 #include "diagctl/session/Session.h"
 
 namespace TarvexDiags::FrontEnd {
-
-/// What a person or a signal wants of a run under way. Set by any thread, a signal handler
-/// included, and read by the runner.
-struct RunRequests {
-  std::atomic<bool> abortAll{false};
-  std::atomic<bool> suspendAll{false};
-  std::atomic<bool> resumeAll{false};
-  std::atomic<unsigned long> abortStep{0};  ///< number of the step to abort, from 1; 0: none
-};
-
-/// What became of a run, for the exit status.
-struct RunSummary {
-  std::size_t passed = 0;
-  std::size_t failed = 0;
-  std::size_t warned = 0;    ///< ended without a verdict, or with a warning
-  std::size_t troubled = 0;  ///< the tool could not do its work
-  std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
-  std::size_t skipped = 0;   ///< not possible here
-
-  std::size_t ran() const { return passed + failed + warned + troubled; }
-};
 
 /// Runs a plan: queues each request, tells its stream to a sink, and ends when the last of its own
 /// requests has ended, whatever else the controller does.

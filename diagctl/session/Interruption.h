@@ -1,10 +1,18 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 
-#include "diagctl/run/Runner.h"
-
 namespace TarvexDiags::FrontEnd {
+
+/// What a person or a signal wants of a run under way. Set by any thread, a signal handler
+/// included, and read by the runner.
+struct RunRequests {
+  std::atomic<bool> abortAll{false};
+  std::atomic<bool> suspendAll{false};
+  std::atomic<bool> resumeAll{false};
+  std::atomic<unsigned long> abortStep{0};  ///< number of the step to abort, from 1; 0: none
+};
 
 /// Interrupt, end and hang-up signals: the first ends the run in order, the second leaves at once.
 /// A closed pipe is told by the write that fails, so that the run still ends in order. A signal
