@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Proves that the folders lie on floors: a file includes what lies on its own floor or below.
+# Proves that the folders lie on floors: a file includes what lies on its own floor or below, and no
+# header comes back to itself by way of others.
 # Usage: check_floors.sh ROOT [FINDING]: looks at the folders below ROOT; there must be no include
-# that points upwards, or this one and no other: "FILE includes HEADER".
+# that points upwards, no circle and no room of the front end beside the floors, or this finding and
+# no other: "FILE includes HEADER", "circle of HEADER HEADER", "FOLDER is on no floor".
 set -euo pipefail
 shopt -s extglob
 
@@ -13,6 +15,12 @@ ground="$framework|DiagCtrl/internal/ground/*"
 # What the library stands on itself: locks, exceptions, constants and the tracer.
 foundation="$ground|DiagCtrl/internal/foundation/*|DiagCtrl/ClientsAtRest.h"
 foundation+="|DiagCtrl/DiagCtrl@(Lock|BaseException|MutexException|Constants).h|DiagCtrl/DiagTracer.h"
+
+# The rooms of the front end on five floors; check and run stand beside each other and know nothing
+# of one another. What is told of a run knows nothing of the controller.
+terminal='System/*|diagctl/terminal/*'
+report="$terminal|diagctl/report/*|packagekit/contract/*"
+session="$report|$framework|DiagCtrl/!(internal/*)|diagctl/session/*"
 
 # A folder, without the folders below it, and what it may include.
 floors=(
@@ -28,22 +36,39 @@ floors=(
   'packagekit/contract' "$framework|packagekit/contract/*|packagekit/KitEvents.h"
   'packagekit' "$framework|packagekit/*"
   'packagekit/internal' "$framework|packagekit/*"
+  'diagctl/terminal' "$terminal"
+  'diagctl/report' "$report"
+  'diagctl/session' "$session"
+  'diagctl/check' "$session|diagctl/check/*"
+  'diagctl/run' "$session|diagctl/run/*"
+  'diagctl/command' "$session|diagctl/@(check|run|command)/*"
+  'diagctl' 'diagctl/*'
 )
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.
 own_includes() {
   { grep -HsoE '^ *# *include *("[^"]*"|<[A-Za-z]+/[^>]*\.h>)' "$1"/*.{h,cpp} || true; } |
-    sed -E 's/: *# *include *["<](.*)[">]$/:\1/' | grep -vE ':(sys|linux|net|netinet|asm)/' || true
+    sed -E 's/: *# *include *["<](.*)[">]$/:\1/' | grep -vE ':(sys|linux|net|netinet|asm|fmt)/' || true
 }
 
 findings=()
+edges=()  # of the headers' graph
 for ((i = 0; i < ${#floors[@]}; i += 2)); do
   [[ -d ${floors[i]} ]] || continue
   while IFS=: read -r file header; do
     # shellcheck disable=SC2053  # a pattern
     [[ $header == @(${floors[i + 1]}) ]] || findings+=("$file includes $header")
+    [[ $file != *.h ]] || edges+=("$file $header")
   done < <(own_includes "${floors[i]}")
 done
+
+for room in diagctl/*/; do
+  [[ ! -d $room || " ${floors[*]} " == *" ${room%/} "* ]] || findings+=("${room%/} is on no floor")
+done
+
+if ! circle=$(printf '%s\n' "${edges[@]}" | tsort 2>&1 >/dev/null); then
+  findings+=("circle of $(sed -nE 's/^tsort: ([^ ]*\.h)$/\1/p' <<<"$circle" | paste -sd ' ')")
+fi
 
 if [[ ${findings[*]:-} != "$wanted" ]]; then
   printf 'FAILED: %s\n' "${findings[@]:-nothing found instead of \"$wanted\"}" >&2
