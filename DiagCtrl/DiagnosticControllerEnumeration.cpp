@@ -369,7 +369,6 @@ void DiagnosticController::Enumeration::addToCatalogue(
 // The description itself stays allocated.
 void DiagnosticController::Enumeration::dropFromCatalogue(int aiIndex) {
   const LockScope lock(mrController.mmtxPackageVectorLock, 0);
-  mrController.mLostPackages.reserve(mrController.mLostPackages.size() + 1);
   mrController.mPackageMap.erase(aiIndex);
   if (const auto lost = mrController.mPackageObjectMap.extract(aiIndex)) {
     mrController.mLostPackages.push_back(lost.mapped());
@@ -523,6 +522,8 @@ DiagnosticController::errorCode DiagnosticController::Enumeration::runAgain(int 
       return *refused;
     }
     const EnumerationPhase phase(*mrController.mpDiagCtrlStatus, DiagControllerStatus::IDLE);
+    // Its place among the lost, before anything is changed.
+    mrController.mLostPackages.reserve(mrController.mLostPackages.size() + 1);
     const auto name = mrController.mPackageMap.find(aiPackageIndex);
     const errorCode result = swallowAll(
         PACKAGE_NOT_FOUND, [&] { return enumerateAgain(aiPackageIndex); },

@@ -398,6 +398,7 @@ void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
   for (DiagnosticPackage* package : mLostPackages) {
     attempt([&] {
       const AtRestScope atRest;
+      package->clearPackageData();  // an enumeration that broke off left it, and its library open
       package->deleteRetiredData();
     });
   }
