@@ -417,11 +417,12 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   bool isResetting() const;
 
   // Start and stop.
-  bool readControlFile(TraceScope& arTrace);
+  bool readControlFile(const TraceScope& arTrace, const char* apcFileName);
   void openTraceFile(TraceScope& arTrace);
   void readMessageFilePath();
   void undoStart(ExecutionManagerThread* apDispatcher);
   errorCode startMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
+  errorCode buildMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   errorCode readHealth(TraceScope& arTrace, DiagControllerStatus*& arpStatus);
   void setShutDownRequest(bool abShutDownRequest);
   void setResetRequest(bool abResetRequest);
@@ -440,6 +441,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void dropRequestsAndRegistrations(const TraceScope& arTrace);
   void dropCatalogue(const TraceScope& arTrace);
   void dropManagersAndSettings();
+  void dropSettings();
 
   // Enumeration.
   void readDirectory(char* apcDirPath);

@@ -103,11 +103,7 @@ DiagnosticController::errorCode DiagnosticController::initialize(const char* apc
   if (apcFileName == nullptr) {
     return INVALID_FILE_NAME_PASSED;
   }
-  // Copied first: a reset passes the very path that is freed next.
-  char* path = strdup(apcFileName);
-  std::free(mpcCtrlConfigFilePath);
-  mpcCtrlConfigFilePath = path;
-  if (!readControlFile(trace)) {
+  if (!readControlFile(trace, apcFileName)) {
     return INITIALISATION_FAILED;
   }
   openTraceFile(trace);
@@ -131,8 +127,16 @@ DiagnosticController::errorCode DiagnosticController::initialize(const char* apc
 }
 
 // What an earlier initialize read stays allocated: its threads go on with it.
-bool DiagnosticController::readControlFile(TraceScope& arTrace) {
-  mpDiagCtrlConfig = new DiagControlConfig(mpcCtrlConfigFilePath);
+bool DiagnosticController::readControlFile(const TraceScope& arTrace, const char* apcFileName) {
+  // Copied first: a reset passes the very path that is freed next.
+  std::unique_ptr<char, void (*)(void*)> path(strdup(apcFileName), std::free);
+  if (path == nullptr) {
+    throw std::bad_alloc();
+  }
+  auto config = std::make_unique<DiagControlConfig>(path.get());
+  std::free(mpcCtrlConfigFilePath);
+  mpcCtrlConfigFilePath = path.release();
+  mpDiagCtrlConfig = config.release();
   try {
     mpcPackDirPath = mpDiagCtrlConfig->readPackageDirPath();
     mpGlobalSettings = mpDiagCtrlConfig->readGlobalSettings();
@@ -197,8 +201,20 @@ void DiagnosticController::endThread(Thread* apThread, const TraceScope& arTrace
   deleteThread(apThread);
 }
 
-// The order of creation is what all subsystems rely on.
+// What lets an exception out takes back what it has begun, threads included: it can be tried again.
 DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope& arTrace) {
+  try {
+    return buildMachinery(arTrace);
+  } catch (...) {
+    stopThreads(arTrace);
+    deleteAndNull(mpDiagPackInterface);
+    undoStart(nullptr);
+    throw;
+  }
+}
+
+// The order of creation is what all subsystems rely on.
+DiagnosticController::errorCode DiagnosticController::buildMachinery(TraceScope& arTrace) {
   mpClientCalls->beginLife();
   {
     const AtRestScope rest;
@@ -252,10 +268,7 @@ void DiagnosticController::undoStart(ExecutionManagerThread* apDispatcher) {
   deleteAndNull(mpResourceLockManager);
   deleteAndNull(mpTestRequestManager);
   deleteAndNull(mpEventManager);
-  deleteTextAndNull(mpcPackDirPath);
-  deleteTextAndNull(mpcLogDirPath);
-  deleteAndNull(mpDiagCtrlConfig);
-  deleteAndNull(mpGlobalSettings);
+  dropSettings();
   std::free(mpcCtrlConfigFilePath);
   mpcCtrlConfigFilePath = nullptr;
 }
@@ -415,11 +428,15 @@ void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
 void DiagnosticController::dropManagersAndSettings() {
   deleteAndNull(mpTestRequestManager);
   deleteAndNull(mpEventManager);
+  dropSettings();
+  deleteAndNull(mpDiagPackInterface);
+}
+
+void DiagnosticController::dropSettings() {
   deleteAndNull(mpGlobalSettings);
   deleteTextAndNull(mpcPackDirPath);
   deleteTextAndNull(mpcLogDirPath);
   deleteAndNull(mpDiagCtrlConfig);
-  deleteAndNull(mpDiagPackInterface);
 }
 
 DiagnosticController::errorCode DiagnosticController::resetDiagController() {

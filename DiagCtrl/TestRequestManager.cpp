@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -37,9 +38,9 @@ TestRequestManager::TestRequestManager()
       mmtxTestReqExecLock(kTimeOut),
       mmtxTestReqIdMapLock(kTimeOut),
       mmtxTestReqIdListLock(kTimeOut),
-      mpCondVarTRWaitQueue(new DiagCtrlConditionVar),
-      mpCondVarExecMgrThread(new DiagCtrlConditionVar),
-      mpCondVarTRExecQueue(new DiagCtrlConditionVar),
+      mpCondVarTRWaitQueue(std::make_unique<DiagCtrlConditionVar>()),
+      mpCondVarExecMgrThread(std::make_unique<DiagCtrlConditionVar>()),
+      mpCondVarTRExecQueue(std::make_unique<DiagCtrlConditionVar>()),
       mmtxLock(kTimeOut),
       mmtxTestExecCompletedLock(kTimeOut),
       mbTestExecCompleted(false),
@@ -55,9 +56,6 @@ TestRequestManager::~TestRequestManager() {
     }
     mTestRequestMap.clear();
   }
-  delete mpCondVarTRWaitQueue;
-  delete mpCondVarTRExecQueue;
-  delete mpCondVarExecMgrThread;
 }
 
 unsigned long TestRequestManager::queueTestRequest(TestRequest* apTestReqToAdd) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "DiagCtrl/DiagCtrlConditionVar.h"
@@ -142,9 +143,9 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   DiagCtrlLock mmtxTestReqExecLock;
   DiagCtrlLock mmtxTestReqIdMapLock;
   DiagCtrlLock mmtxTestReqIdListLock;
-  DiagCtrlConditionVar* mpCondVarTRWaitQueue;
-  DiagCtrlConditionVar* mpCondVarExecMgrThread;
-  DiagCtrlConditionVar* mpCondVarTRExecQueue;
+  std::unique_ptr<DiagCtrlConditionVar> mpCondVarTRWaitQueue;
+  std::unique_ptr<DiagCtrlConditionVar> mpCondVarExecMgrThread;
+  std::unique_ptr<DiagCtrlConditionVar> mpCondVarTRExecQueue;
   DiagCtrlLock mmtxLock;
   DiagCtrlLock mmtxTestExecCompletedLock;
   bool mbTestExecCompleted TARVEXDIAGS_GUARDED_BY(mmtxTestExecCompletedLock);
