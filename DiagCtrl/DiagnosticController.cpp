@@ -173,7 +173,7 @@ DiagnosticController::errorCode DiagnosticController::refuse(const GateRow& arRo
                                                              diagCtrlPhase aePhase,
                                                              TraceScope& arTrace) {
   const auto traceRefusal = [&] {
-    arTrace.errorValue(std::string(arTrace.method()) + arRow.text, aePhase);
+    arTrace.errorValueOf([&] { return std::string(arTrace.method()) + arRow.text; }, aePhase);
   };
   if (arRow.trace == GateRow::before) {
     traceRefusal();

@@ -83,8 +83,17 @@ DiagnosticController::errorCode DiagnosticController::runEstimation(
   if (const auto refused = call.refusal(ClientCall::runEstimation)) {
     return *refused;
   }
+  std::vector<int> test;
+  const errorCode prepared = call.contain([&] {
+    test.resize(1);
+    apTestRequestIdVec.reserve(apTestRequestIdVec.size() + aPackageIndexVec.size());
+    return SUCCESS;  // the id of a request that was queued is not lost
+  });
+  if (prepared != SUCCESS) {
+    return prepared;
+  }
   for (std::size_t i = 0; i < aPackageIndexVec.size(); ++i) {
-    std::vector<int> test{aTestIdVec.at(i)};
+    test[0] = aTestIdVec.at(i);
     arDiagSettings.setHaltOnError(true);
     arDiagSettings.setRequestedPassCount(1);
     unsigned long requestId = 0;

@@ -30,7 +30,8 @@ DiagnosticController::errorCode DiagnosticController::answer(TraceScope& arTrace
     try {
       return aSteps();
     } catch (const ClientFailure& failure) {
-      arTrace.errorValue(std::string(arTrace.method()) + " failed", failure.result);
+      arTrace.errorValueOf([&] { return std::string(arTrace.method()) + " failed"; },
+                           failure.result);
       return fail(arTrace, failure.event, failure.result);
     } catch (const WrongPhase& wrong) {
       return refuse(gateRow(wrong.call), wrong.phase, arTrace);

@@ -45,7 +45,7 @@ std::optional<Controller::errorCode> Controller::Call::refusalInside(
 
 Controller::errorCode Controller::Call::refuse(const GateRow& arRow, diagCtrlPhase aePhase) {
   const auto traceRefusal = [&] {
-    mTrace.errorValue(std::string(mTrace.method()) + arRow.text, aePhase);
+    mTrace.errorValueOf([&] { return std::string(mTrace.method()) + arRow.text; }, aePhase);
   };
   if (arRow.trace == GateRow::before) {
     traceRefusal();

@@ -80,7 +80,7 @@ DiagnosticController::errorCode DiagnosticController::Call::answer(Steps aSteps)
     try {
       return aSteps();
     } catch (const ClientFailure& failure) {
-      mTrace.errorValue(std::string(mTrace.method()) + " failed", failure.result);
+      mTrace.errorValueOf([&] { return std::string(mTrace.method()) + " failed"; }, failure.result);
       return fail(failure);
     } catch (const WrongPhase& wrong) {
       return refuse(gateRow(wrong.call), wrong.phase);

@@ -4,6 +4,7 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagTracer.h"
+#include "DiagCtrl/internal/foundation/Swallow.h"
 
 namespace TarvexDiags::DiagCtrl {
 
@@ -32,55 +33,74 @@ class TraceScope {
 
   const char* method() const noexcept { return mpcMethod; }
 
+  /// What a line says. A text that stands in the program needs no memory; one that is put together
+  /// may find none.
+  struct Text {
+    Text(const char* apcText) : text(apcText) {}               // NOLINT(*-explicit-constructor)
+    Text(const std::string& arText) : text(arText.c_str()) {}  // NOLINT(*-explicit-constructor)
+    const char* text;
+  };
+
   /// A failure.
-  void error(const std::string& arText, const char* apcFile = __builtin_FILE(),
+  void error(Text aText, const char* apcFile = __builtin_FILE(),
              int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_ERROR, arText, apcFile, aiLine);
+    line(DiagCtrlConstants::DIAG_ERROR, aText, apcFile, aiLine);
   }
   /// A condition that is caught and answered.
-  void warning(const std::string& arText, const char* apcFile = __builtin_FILE(),
+  void warning(Text aText, const char* apcFile = __builtin_FILE(),
                int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_WARNING, arText, apcFile, aiLine);
+    line(DiagCtrlConstants::DIAG_WARNING, aText, apcFile, aiLine);
   }
   /// Progress.
-  void info(const std::string& arText, const char* apcFile = __builtin_FILE(),
+  void info(Text aText, const char* apcFile = __builtin_FILE(),
             int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_INFORMATION, arText, apcFile, aiLine);
-  }
-
-  /// Progress whose text is made only when it is written. @param aMakeText gives the text.
-  template <class MakeText>
-  void infoOf(MakeText aMakeText, const char* apcFile = __builtin_FILE(),
-              int aiLine = __builtin_LINE()) const {
-    if (mpDiagTracer != nullptr && mpDiagTracer->admits(DiagCtrlConstants::DIAG_INFORMATION)) {
-      info(aMakeText(), apcFile, aiLine);
-    }
+    line(DiagCtrlConstants::DIAG_INFORMATION, aText, apcFile, aiLine);
   }
 
   // The same with a value behind the text.
-  void errorValue(const std::string& arText, unsigned long aulValue,
-                  const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_ERROR, arText, aulValue, apcFile, aiLine);
+  void errorValue(Text aText, unsigned long aulValue, const char* apcFile = __builtin_FILE(),
+                  int aiLine = __builtin_LINE()) const {
+    line(DiagCtrlConstants::DIAG_ERROR, aText, aulValue, apcFile, aiLine);
   }
-  void warningValue(const std::string& arText, unsigned long aulValue,
+  void warningValue(Text aText, unsigned long aulValue, const char* apcFile = __builtin_FILE(),
+                    int aiLine = __builtin_LINE()) const {
+    line(DiagCtrlConstants::DIAG_WARNING, aText, aulValue, apcFile, aiLine);
+  }
+  void infoValue(Text aText, unsigned long aulValue, const char* apcFile = __builtin_FILE(),
+                 int aiLine = __builtin_LINE()) const {
+    line(DiagCtrlConstants::DIAG_INFORMATION, aText, aulValue, apcFile, aiLine);
+  }
+
+  // A text that is made, by `aMakeText`, only when it is written, and lost if it cannot be made:
+  // what is traced goes on.
+  template <class MakeText>
+  void infoOf(MakeText aMakeText, const char* apcFile = __builtin_FILE(),
+              int aiLine = __builtin_LINE()) const {
+    ifWritten(DiagCtrlConstants::DIAG_INFORMATION, [&] { info(aMakeText(), apcFile, aiLine); });
+  }
+  template <class MakeText>
+  void errorValueOf(MakeText aMakeText, unsigned long aulValue,
                     const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_WARNING, arText, aulValue, apcFile, aiLine);
-  }
-  void infoValue(const std::string& arText, unsigned long aulValue,
-                 const char* apcFile = __builtin_FILE(), int aiLine = __builtin_LINE()) const {
-    line(DiagCtrlConstants::DIAG_INFORMATION, arText, aulValue, apcFile, aiLine);
+    ifWritten(DiagCtrlConstants::DIAG_ERROR,
+              [&] { errorValue(aMakeText(), aulValue, apcFile, aiLine); });
   }
 
  private:
-  void line(int aiLevel, const std::string& arText, const char* apcFile, int aiLine) const {
-    if (mpDiagTracer != nullptr) {
-      mpDiagTracer->traceValue(aiLevel, apcFile, aiLine, arText.c_str());
+  template <class Write>
+  void ifWritten(int aiLevel, Write aWrite) const {
+    if (mpDiagTracer != nullptr && mpDiagTracer->admits(aiLevel)) {
+      swallowAll(false, [&] { return aWrite(), true; });
     }
   }
-  void line(int aiLevel, const std::string& arText, unsigned long aulValue, const char* apcFile,
+  void line(int aiLevel, Text aText, const char* apcFile, int aiLine) const {
+    if (mpDiagTracer != nullptr) {
+      mpDiagTracer->traceValue(aiLevel, apcFile, aiLine, aText.text);
+    }
+  }
+  void line(int aiLevel, Text aText, unsigned long aulValue, const char* apcFile,
             int aiLine) const {
     if (mpDiagTracer != nullptr) {
-      mpDiagTracer->traceValue(aiLevel, apcFile, aiLine, arText.c_str(), aulValue);
+      mpDiagTracer->traceValue(aiLevel, apcFile, aiLine, aText.text, aulValue);
     }
   }
 
