@@ -102,6 +102,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::add(
     return INVALID_OBJECT_PASSED;
   }
   return mCall.answerInside(arTarget.call, [&] {
+    std::list<CallBackObject*> entry{apCallBackObj};  // made before the queue: both or none
     try {
       arulRegistrationId = std::invoke(arTarget.createQueue, *mrController.mpEventManager);
     } catch (const DiagCtrlMutexException&) {
@@ -111,7 +112,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::add(
     }
     try {
       const LockScope lock(arTarget.list.lock, 0);
-      arTarget.list.objects.push_back(apCallBackObj);
+      arTarget.list.objects.splice(arTarget.list.objects.end(), entry);
     } catch (const DiagCtrlMutexException&) {
       mCall.trace().error("UNABLE_TO_GET_LOCK: ");
       return UNABLE_TO_GET_LOCK;

@@ -1,6 +1,7 @@
 #include "DiagCtrl/EventManager.h"
 
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -10,7 +11,6 @@
 #include "DiagCtrl/DiagTracer.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/internal/foundation/Raise.h"
-#include "DiagCtrl/internal/foundation/Swallow.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
 #include "DiagCtrl/internal/foundation/TracedLock.h"
 #include "DiagCtrl/internal/ground/Singleton.h"
@@ -27,9 +27,9 @@ System::SharedMutex sLifetimeMutex;
 template <class Queue>
 unsigned long addQueue(std::map<unsigned long, Queue*>& arQueues, unsigned long& arLastId) {
   auto queue = std::make_unique<Queue>();
-  arQueues.emplace(++arLastId, queue.get());
+  arQueues.emplace(arLastId + 1, queue.get());
   static_cast<void>(queue.release());
-  return arLastId;
+  return ++arLastId;
 }
 
 /// A batch that was handed over: what is left of it is destroyed, whichever way the call ends.
@@ -49,8 +49,9 @@ class OwnedBatch {
   std::vector<Message*>& mrMessages;
 };
 
-/// Copies a message into every queue of its kind and destroys it. A package that hands over a null
-/// among its messages has handed over nothing.
+/// Copies a message into every queue of its kind and destroys it. A registration for whose copy
+/// there is no memory goes without; the others do not. A package that hands over a null among its
+/// messages has handed over nothing.
 template <class Message, class Queue>
 void fanOut(const TraceScope& arTrace, std::unique_ptr<Message> incoming,
             std::map<unsigned long, Queue*>& arQueues) {
@@ -59,9 +60,13 @@ void fanOut(const TraceScope& arTrace, std::unique_ptr<Message> incoming,
   }
   arTrace.infoOf([&] { return incoming->dump(); });
   for (const auto& [id, queue] : arQueues) {
-    auto copy = std::make_unique<Message>(*incoming);
-    queue->push(copy.get());
-    static_cast<void>(copy.release());
+    try {
+      auto copy = std::make_unique<Message>(*incoming);
+      queue->push(copy.get());
+      static_cast<void>(copy.release());
+    } catch (const std::bad_alloc&) {
+      arTrace.errorValue("No memory for a message to registration", id);
+    }
   }
 }
 
@@ -102,7 +107,7 @@ std::vector<Message*>* drain(const TraceScope& arTrace, unsigned long aulId,
     messages->push_back(queue.front());
   }
   for (Message* message : *messages) {
-    swallowAll(false, [&] { return arTrace.infoOf([&] { return message->dump(); }), true; });
+    arTrace.infoOf([&] { return message->dump(); });
   }
   return messages.release();
 }
