@@ -151,7 +151,10 @@ class ScriptedDiagnostics final : public IDiagnostics, private RunningPass {
       : m_script(arScript), m_counted(arScript, &Living::diagnostics) {
     m_latest.object = arScript.nextObject();
   }
-  ~ScriptedDiagnostics() override { m_script.enter(record(Call::DestroyDiagnostics)); }
+  ~ScriptedDiagnostics() override {
+    m_latest.call = Call::DestroyDiagnostics;
+    m_script.enter(std::move(m_latest));  // not copied: a destructor may find no memory
+  }
 
   DiagnosticResult* runDiagnostic(VirtualDevice& device, DiagnosticSettings* settings) override;
   bool IsDeviceSupported(VirtualDevice& device, int testId) override;
