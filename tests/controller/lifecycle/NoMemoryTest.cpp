@@ -1,19 +1,27 @@
-// Every client call while memory runs out on its thread: it answers with a code, lets nothing out,
-// leaves nothing half-made, and the controller goes on. TARVEX_EVERY_ALLOCATION=1 tries each one.
+// Every client call while memory runs out on its thread: it answers with a code, lets nothing out
+// that it does not name, leaves nothing half-made, and the controller goes on. Each of the first
+// 500 allocations fails, then every twentieth; TARVEX_EVERY_ALLOCATION=1 tries each one.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <new>
+#include <ostream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "DiagCtrl/DiagDevice.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
-#include "tests/support/ControllerTest.h"
+#include "tests/support/BigLock.h"
+#include "tests/support/ControllerHarness.h"
 #include "tests/support/FailingAllocation.h"
 
 namespace TarvexDiags::Lifecycle {
@@ -27,255 +35,378 @@ using DiagCtrl::GlobalSettings;
 using Scripted::Living;
 using Scripted::Script;
 using TestSupport::ControllerHarness;
-using TestSupport::ControllerTest;
 using TestSupport::FailingAllocation;
+using TestSupport::PackageConfig;
 using enum DiagnosticController::errorCode;
 typedef DiagnosticController C;
 typedef C::errorCode Code;
 typedef std::vector<int> Ids;
 
-/// The next allocation to fail: each of the first 500, then every twentieth.
+/// What the calls are made on.
+struct Stage {
+  explicit Stage(bool traces) : isTraced(traces) {
+    if (isTraced) {
+      harness.trace();
+    }
+    alpha.recordNothing();
+    harness.packages().addLanguage("ALPHA", "en", {{"TOKEN", "a $1$ b"}});
+    harness.control().disablePackage("BETA");
+    harness.addPackage("BETA");
+  }
+
+  C& controller() { return harness.controller(); }
+  /// A request that waits behind another one, which is inside its package.
+  void queueBehind() {
+    id = harness.queue("ALPHA", 1, {1});
+    ids = {id};
+  }
+  void holdOneRequest() {
+    harness.start();
+    alpha.holdRuns().setHabits({.ignoresAbort = true});
+    queueBehind();
+    ASSERT_TRUE(alpha.awaitRunning(1));
+  }
+
+  const bool isTraced;
+  ControllerHarness harness;
+  Script& alpha = harness.addPackage("ALPHA", PackageConfig(2)
+                                                  .disableTest(2)
+                                                  .disableDevices(1, {"none"})
+                                                  .token("Error", 1, "text")
+                                                  .token("DeviceStatus", 1, "text"));
+  CallBackObject& callBack = harness.callBack();
+  Diag::DiagnosticSettings settings = ControllerHarness::settings();
+  // Arguments and results of the calls.
+  const DiagCtrl::PackageNameVector wanted{"SCRIPTED"};
+  const Ids one{1};
+  const Ids two{1, 1};
+  std::vector<int> tests{1};
+  std::vector<unsigned long> ids;
+  DiagCtrl::ParamStringVector parameters{"one", "two"};
+  unsigned long id = 0;
+  std::size_t expected = 0;
+};
+
+typedef std::function<void(Stage&)> Step;
+typedef std::function<Code(Stage&)> Call;
+
+void doNothing(Stage& /*stage*/) {}
+
+void start(Stage& stage) {
+  stage.harness.start();
+}
+
+/// One client call, made again and again until it finds all the memory that it wants.
+struct Row {
+  std::string name;  ///< as in the header
+  std::string form;  ///< tells calls of one name apart
+  Call call;
+  Step scene = start;  ///< once
+  // Around each attempt, with memory at hand.
+  Step before = doNothing;
+  Step after = doNothing;
+  bool mayLetOut = false;  ///< what the standard library throws
+};
+
+void PrintTo(const Row& row, std::ostream* stream) {
+  *stream << row.name << row.form;
+}
+
+std::string nameOf(const Row& row) {
+  return row.name + (row.form.empty() ? "" : "_" + row.form);
+}
+
+// ---- The rows ----------------------------------------------------------------------------------
+
+template <class Object>
+Call handsOut(Code (C::*call)(Object*&)) {
+  return [call](Stage& stage) {
+    Object* object = nullptr;
+    const Code code = (stage.controller().*call)(object);
+    delete object;
+    return code;
+  };
+}
+
+template <class Value>
+Call reads(Code (C::*call)(Value&)) {
+  return [call](Stage& stage) {
+    Value value{};
+    return (stage.controller().*call)(value);
+  };
+}
+
+template <class Value>
+Call writes(Code (C::*call)(Value), Value value) {
+  return [call, value](Stage& stage) { return (stage.controller().*call)(value); };
+}
+
+/// A call of the first package.
+template <class Object>
+Call hands(std::function<Code(C&, Object*&)> call) {
+  return [call = std::move(call)](Stage& stage) {
+    Object* object = nullptr;
+    const Code code = call(stage.controller(), object);
+    delete object;
+    return code;
+  };
+}
+
+/// One that shows an object of the controller's own.
+template <class Object>
+Call shows(std::function<Code(C&, Object*&)> call) {
+  return [call = std::move(call)](Stage& stage) {
+    Object* object = nullptr;
+    return call(stage.controller(), object);
+  };
+}
+
+void expectPhase(Stage& stage, DiagControllerStatus::diagCtrlPhase phase) {
+  EXPECT_EQ(stage.harness.phase(), phase);
+}
+
+/// The end of one life, of which nothing may be left.
+void shutDown(Stage& stage) {
+  EXPECT_EQ(stage.harness.shutDown(), SUCCESS);
+  expectPhase(stage, DiagControllerStatus::UNINITIALISED);
+  EXPECT_EQ(stage.alpha.living(), Living());
+}
+
+void addStartAndStop(std::vector<Row>& rows) {
+  rows.push_back({"initialize", "",
+                  [](Stage& stage) {
+                    const std::string path = stage.harness.directory().file("control.cfg");
+                    return stage.controller().initialize(path.c_str());
+                  },
+                  [](Stage& stage) {
+                    stage.harness.initialize();
+                    shutDown(stage);
+                  },
+                  doNothing,
+                  [](Stage& stage) {
+                    if (stage.harness.phase() == DiagControllerStatus::UNINITIALISED) {
+                      stage.harness.initialize();
+                    }
+                    stage.harness.enumerate();
+                    shutDown(stage);
+                  },
+                  true});
+  rows.push_back(
+      {"shutDown", "", [](Stage& stage) { return stage.harness.shutDown(); },
+       [](Stage& stage) { stage.alpha.everyPass({.duration = std::chrono::milliseconds(5)}); },
+       [](Stage& stage) {
+         stage.harness.start();
+         stage.queueBehind();
+         stage.queueBehind();
+       },
+       shutDown});
+  rows.push_back({"resetDiagController", "",
+                  [](Stage& stage) { return stage.controller().resetDiagController(); }, doNothing,
+                  [](Stage& stage) {
+                    stage.harness.start();
+                    stage.queueBehind();
+                  },
+                  [](Stage& stage) {
+                    EXPECT_EQ(stage.alpha.living(), Living());
+                    if (stage.harness.phase() == DiagControllerStatus::INITIALIZE) {
+                      stage.harness.enumerate();
+                    }
+                    shutDown(stage);
+                  },
+                  true});
+  rows.push_back({"getDiagControllerStatus", "", handsOut(&C::getDiagControllerStatus)});
+}
+
+void addSettings(std::vector<Row>& rows) {
+  rows.push_back({"getDebugLog", "", reads(&C::getDebugLog)});
+  rows.push_back({"getRunMode", "", reads(&C::getRunMode)});
+  rows.push_back({"getDiagLogMode", "", reads(&C::getDiagLogMode)});
+  rows.push_back({"getHaltOnError", "", reads(&C::getHaltOnError)});
+  rows.push_back({"getDiagnosticMode", "", reads(&C::getDiagnosticMode)});
+  rows.push_back({"setDebugLog", "", [](Stage& stage) {
+                    return stage.controller().setDebugLog(stage.isTraced
+                                                              ? DiagCtrlConstants::DIAG_INFORMATION
+                                                              : DiagCtrlConstants::DIAG_NO);
+                  }});
+  rows.push_back({"setRunMode", "", writes(&C::setRunMode, GlobalSettings::SERIAL)});
+  rows.push_back({"setDiagLogMode", "", writes(&C::setDiagLogMode, true)});
+  rows.push_back({"setHaltOnError", "", writes(&C::setHaltOnError, true)});
+  rows.push_back({"setDiagnosticMode", "", writes(&C::setDiagnosticMode, GlobalSettings::FACTORY)});
+}
+
+/// After an enumeration that may have failed.
+void enumerateAgainAndShutDown(Stage& stage) {
+  if (stage.harness.phase() == DiagControllerStatus::INITIALIZE) {
+    stage.harness.enumerate();
+    EXPECT_EQ(stage.harness.catalogue(), std::vector<std::string>{"ALPHA"});
+  }
+  expectPhase(stage, DiagControllerStatus::IDLE);
+  shutDown(stage);
+}
+
+void addEnumeration(std::vector<Row>& rows) {
+  const auto initialize = [](Stage& stage) { stage.harness.initialize(); };
+  rows.push_back({"enumerateAllPackages", "",
+                  [](Stage& stage) { return stage.controller().enumerateAllPackages(); }, doNothing,
+                  initialize, enumerateAgainAndShutDown});
+  rows.push_back(
+      {"enumerateByPackageClass", "",
+       [](Stage& stage) { return stage.controller().enumerateByPackageClass(stage.wanted); },
+       doNothing, initialize, enumerateAgainAndShutDown});
+  rows.push_back({"enumerateDiagPackages", "",
+                  [](Stage& stage) { return stage.controller().enumerateDiagPackages(1); },
+                  doNothing, start,
+                  [](Stage& stage) {
+                    expectPhase(stage, DiagControllerStatus::IDLE);
+                    shutDown(stage);
+                  }});
+  rows.push_back({"getEnumerationProgress", "", reads(&C::getEnumerationProgress)});
+}
+
+void addCatalogue(std::vector<Row>& rows) {
+  const auto list = [&](const char* name, std::function<Code(C&, Ids*&)> call) {
+    rows.push_back({name, "", hands<Ids>(std::move(call))});
+  };
+  rows.push_back({"getNumberOfDiagPackages", "", reads(&C::getNumberOfDiagPackages)});
+  rows.push_back({"getDiagPackage", "", shows<DiagCtrl::DiagnosticPackage>([](C& c, auto*& to) {
+                    return c.getDiagPackage(1, to);
+                  })});
+  rows.push_back({"getDevice", "", shows<DiagCtrl::DiagDevice>([](C& c, auto*& to) {
+                    return c.getDevice(1, 1, to);
+                  })});
+  rows.push_back({"getTest", "", shows<DiagCtrl::PackageTestInfo>([](C& c, auto*& to) {
+                    return c.getTest(1, 1, to);
+                  })});
+  list("getDeviceIdList", [](C& c, Ids*& to) { return c.getDeviceIdList(1, to); });
+  list("getValidDeviceIdList", [](C& c, Ids*& to) { return c.getValidDeviceIdList(1, 1, to); });
+  list("getTestIdList", [](C& c, Ids*& to) { return c.getTestIdList(1, to); });
+  list("getValidTestIdList", [](C& c, Ids*& to) { return c.getValidTestIdList(1, 1, to); });
+  list("getDisableTestList", [](C& c, Ids*& to) { return c.getDisableTestList(1, to); });
+  list("getDisableDeviceList", [](C& c, Ids*& to) { return c.getDisableDeviceList(1, 1, to); });
+  rows.push_back({"getDisablePackageList", "", handsOut(&C::getDisablePackageList)});
+  rows.push_back({"getDeviceStatus", "", [](Stage& stage) {
+                    unsigned int status = 0;
+                    return stage.controller().getDeviceStatus(1, 1, status);
+                  }});
+}
+
+/// Each request that was queued has its object in the package, and no other object is left.
+void addQueueing(std::vector<Row>& rows) {
+  const auto add = [&](const char* form, const Call& queue) {
+    rows.push_back({"queueTest", form,
+                    [queue](Stage& stage) {
+                      const Code code = queue(stage);
+                      stage.expected += code == SUCCESS ? 1 : 0;
+                      return code;
+                    },
+                    [](Stage& stage) {
+                      stage.harness.start();
+                      stage.alpha.holdRuns();
+                    },
+                    doNothing,
+                    [](Stage& stage) {
+                      EXPECT_EQ(stage.harness.requestIds().size(), stage.expected);
+                      EXPECT_EQ(stage.alpha.living().diagnostics, static_cast<int>(stage.expected));
+                    }});
+  };
+  add("with_tests_and_a_halt_flag", [](Stage& stage) {
+    return stage.controller().queueTest(1, 1, stage.tests, stage.settings, true, stage.id);
+  });
+  add("with_tests", [](Stage& stage) {
+    return stage.controller().queueTest(1, 1, stage.tests, stage.settings, stage.id);
+  });
+  add("of_a_device",
+      [](Stage& stage) { return stage.controller().queueTest(1, 1, stage.settings, stage.id); });
+  add("of_a_package", [](Stage& stage) {
+    DiagCtrl::VectorTestReqId* ids = nullptr;
+    const Code code = stage.controller().queueTest(1, stage.settings, ids);
+    delete ids;
+    return code;
+  });
+}
+
+const std::vector<Row>& allRows() {
+  static const std::vector<Row> rows = [] {
+    std::vector<Row> made;
+    addStartAndStop(made);
+    addSettings(made);
+    addEnumeration(made);
+    addCatalogue(made);
+    addQueueing(made);
+    return made;
+  }();
+  return rows;
+}
+
+// ---- The attempts
+// --------------------------------------------------------------------------------
+
+/// The next allocation to fail.
 unsigned long after(unsigned long ordinal) {
   const bool isEach = std::getenv("TARVEX_EVERY_ALLOCATION") != nullptr;
   return ordinal + (ordinal < 500 || isEach ? 1 : 20);
 }
 
-class NoMemoryTest : public ControllerTest {
+/// Whether the row is tried with everything traced.
+class WithoutMemory : public ::testing::TestWithParam<std::tuple<Row, bool>> {
  protected:
-  typedef std::function<Code()> Call;
+  const Row& row() const { return std::get<Row>(GetParam()); }
 
-  NoMemoryTest() : alpha(harness.addPackage("ALPHA")) {
-    alpha.recordNothing();
-    harness.packages().addLanguage("ALPHA", "en", {{"TOKEN", "a $1$ b"}});
-  }
-
-  /// Makes the call again and again, one more allocation failing each time, until none fails.
-  void tryEach(const std::string& name, const Call& call, const std::function<void()>& prepare = {},
-               const std::function<void()>& tidy = {}) {
-    SCOPED_TRACE(name);
-    bool failed = true;
-    for (unsigned long ordinal = 1; failed && !HasFailure(); ordinal = after(ordinal)) {
-      SCOPED_TRACE("allocation " + std::to_string(ordinal));
-      prepare ? prepare() : void();
-      Code code = OUT_OF_RANGE;
-      {
-        const FailingAllocation failing(ordinal);
-        EXPECT_NO_THROW(code = call());
-        failed = failing.hasFailed();
+  /// @return whether the allocation was reached.
+  bool attempt(unsigned long ordinal) {
+    row().before(stage);
+    Code code = OUT_OF_RANGE;  // which no call answers
+    bool failed = false;
+    bool letOut = false;
+    {
+      const FailingAllocation failing(ordinal);
+      try {
+        code = row().call(stage);
+      } catch (const std::bad_alloc&) {
+        letOut = true;
       }
-      EXPECT_NE(code, OUT_OF_RANGE);
-      EXPECT_TRUE(failed || code == SUCCESS) << code;
-      tidy ? tidy() : void();
+      failed = failing.hasFailed();
     }
+    EXPECT_TRUE(!letOut || (row().mayLetOut && failed));
+    EXPECT_TRUE(letOut || code != OUT_OF_RANGE);
+    EXPECT_TRUE(failed || code == SUCCESS) << code;
+    expectToBeAtRest();
+    row().after(stage);
+    return failed;
   }
 
-  template <class Object>
-  void tryHandingOut(const std::string& name, const std::function<Code(Object*&)>& call) {
-    tryEach(name, [call] {
-      Object* object = nullptr;
-      const Code code = call(object);
-      delete object;
-      return code;
-    });
-  }
-  void tryText(const std::string& name, const std::function<Code(char*&)>& call) {
-    tryEach(name, [call] {
-      char* text = nullptr;
-      const Code code = call(text);
-      delete[] text;
-      return code;
-    });
-  }
-  template <class Messages>
-  void tryFetching(const std::string& name, Code (C::*call)(long, Messages*&)) {
-    tryEach(name, [this, call] {
-      Messages* messages = nullptr;
-      const Code code = (controller().*call)(1, messages);
-      const std::unique_ptr<Messages> owned(messages);
-      if (messages != nullptr) {
-        for (auto* message : *messages) {
-          delete message;
-        }
-      }
-      return code;
-    });
+  /// No call leaves its lock or a flag behind.
+  void expectToBeAtRest() {
+    DiagCtrl::DiagCtrlLock& lock = TestSupport::bigLockOf(stage.controller());
+    const bool isFree = lock.tryLock();
+    EXPECT_TRUE(isFree);
+    if (isFree) {
+      lock.unlock();
+    }
+    EXPECT_FALSE(stage.controller().getShutDownFlag());
   }
 
-  Script& alpha;
-  CallBackObject callBack;
-  Diag::DiagnosticSettings settings = ControllerHarness::settings();
+  Stage stage{std::get<bool>(GetParam())};
 };
 
-TEST_F(NoMemoryTest, settings_and_health) {
-  harness.start();
-  C& c = controller();
-  tryEach("setRunMode", [&] { return c.setRunMode(GlobalSettings::SERIAL); });
-  tryEach("setDiagnosticMode", [&] { return c.setDiagnosticMode(GlobalSettings::FACTORY); });
-  tryEach("setDebugLog", [&] { return c.setDebugLog(DiagCtrlConstants::DIAG_NO); });
-  tryEach("setHaltOnError", [&] { return c.setHaltOnError(true); });
-  tryEach("getHaltOnError", [&] {
-    bool halt = false;
-    return c.getHaltOnError(halt);
-  });
-  tryHandingOut<DiagControllerStatus>(
-      "getDiagControllerStatus", [&](auto*& status) { return c.getDiagControllerStatus(status); });
-  tryEach("getEnumerationProgress", [&] {
-    int progress = 0;
-    return c.getEnumerationProgress(progress);
-  });
-}
-
-TEST_F(NoMemoryTest, catalogue_and_texts) {
-  harness.start();
-  C& c = controller();
-  const std::vector<std::pair<std::string, std::function<Code(Ids*&)>>> lists = {
-      {"getDeviceIdList", [&](Ids*& to) { return c.getDeviceIdList(1, to); }},
-      {"getValidDeviceIdList", [&](Ids*& to) { return c.getValidDeviceIdList(1, 1, to); }},
-      {"getTestIdList", [&](Ids*& to) { return c.getTestIdList(1, to); }},
-      {"getValidTestIdList", [&](Ids*& to) { return c.getValidTestIdList(1, 1, to); }},
-      {"getDisableTestList", [&](Ids*& to) { return c.getDisableTestList(1, to); }},
-      {"getDisableDeviceList", [&](Ids*& to) { return c.getDisableDeviceList(1, 1, to); }}};
-  for (const auto& [name, call] : lists) {
-    tryHandingOut<Ids>(name, call);
+TEST_P(WithoutMemory, it_answers_and_the_controller_goes_on) {
+  row().scene(stage);
+  unsigned long attempts = 1;
+  unsigned long ordinal = 1;
+  while (attempt(ordinal) && !HasFailure()) {
+    ordinal = after(ordinal);
+    ++attempts;
   }
-  tryHandingOut<DiagCtrl::PackageList>("getDisablePackageList",
-                                       [&](auto*& to) { return c.getDisablePackageList(to); });
-  tryEach("getDeviceStatus", [&] {
-    unsigned int status = 0;
-    return c.getDeviceStatus(1, 1, status);
-  });
-  tryEach("getNumberOfDiagPackages", [&] {
-    int count = 0;
-    return c.getNumberOfDiagPackages(count);
-  });
-  char key[] = "Mnemonic";
-  char testKey[] = "TestDescription";
-  char language[] = "en";
-  char token[] = "TOKEN";
-  tryText("getPackageToken", [&](char*& to) { return c.getPackageToken(1, key, to); });
-  tryText("getTestToken", [&](char*& to) { return c.getTestToken(1, 1, testKey, to); });
-  tryText("getLocalizedString",
-          [&](char*& to) { return c.getLocalizedString(1, language, token, to); });
-  tryText("getLocalizedMessage", [&](char*& to) {
-    DiagCtrl::ParamStringVector parameters;
-    return c.getLocalizedMessage(1, language, token, parameters, to);
-  });
+  ASSERT_FALSE(HasFailure()) << "at allocation " << ordinal;
+  RecordProperty("attempts", std::to_string(attempts));
 }
 
-TEST_F(NoMemoryTest, queueing_and_requests) {
-  harness.control().parallel();
-  harness.start();
-  C& c = controller();
-  std::vector<int> tests{1};
-  unsigned long id = 0;
-  tryEach("queueTest with tests", [&] { return c.queueTest(1, 1, tests, settings, true, id); });
-  tryEach("queueTest of a device", [&] { return c.queueTest(1, 1, settings, id); });
-  tryEach("queueTest of a package", [&] {
-    DiagCtrl::VectorTestReqId* ids = nullptr;
-    const Code code = c.queueTest(1, settings, ids);
-    delete ids;
-    return code;
-  });
-  ASSERT_TRUE(harness.awaitIdle(std::chrono::minutes(2)));
-  tryHandingOut<std::vector<unsigned long>>("getRequestIdList",
-                                            [&](auto*& to) { return c.getRequestIdList(to); });
-  tryEach("getRequestStatus", [&] {
-    auto status = DiagCtrl::TestRequest::WAIT;
-    int passes[2] = {};
-    bool stress = false;
-    return c.getRequestStatus(1, status, passes[0], passes[1], stress);
-  });
-  const Ids one{1};
-  tryEach("getEstimatedTime", [&] {
-    Ids times;
-    int total = 0;
-    return c.getEstimatedTime(one, times, total) ? SUCCESS : INCORRECT_PHASE;
-  });
-  tryEach("clearRequestIdList", [&] { return c.clearRequestIdList(); });
-}
-
-TEST_F(NoMemoryTest, steering_a_request) {
-  harness.control().parallel();
-  harness.start();
-  alpha.holdRuns();
-  C& c = controller();
-  const unsigned long id = harness.queue("ALPHA", 1, {1});
-  ASSERT_TRUE(alpha.awaitRunning(1));
-  tryEach("suspendTest", [&] { return c.suspendTest(id); });
-  tryEach("resumeTest", [&] { return c.resumeTest(id); });
-  tryEach("getDiagnosticProgress", [&] {
-    unsigned int progress = 0;
-    return c.getDiagnosticProgress(id, progress);
-  });
-  tryEach("getDiagnosticStatus", [&] {
-    auto status = Diag::DiagnosticStatus::UNKNOWN;
-    return c.getDiagnosticStatus(id, status);
-  });
-  tryEach("abortTest", [&] { return c.abortTest(id); });
-}
-
-TEST_F(NoMemoryTest, registration_and_collection) {
-  harness.start();
-  C& c = controller();
-  unsigned long id = 0;
-  tryEach("registerForDiagEvents", [&] { return c.registerForDiagEvents(&callBack, id); });
-  tryEach("registerForDiagResults", [&] { return c.registerForDiagResults(&callBack, id); });
-  tryEach("registerForDiagCtrlEvents", [&] { return c.registerForDiagCtrlEvents(&callBack, id); });
-  tryEach("getNumberOfRegistrations", [&] {
-    unsigned int counts[3] = {};
-    return c.getNumberOfRegistrations(counts[0], counts[1], counts[2]);
-  });
-  tryFetching("getDiagnosticEvents", &C::getDiagnosticEvents);
-  tryFetching("getDiagnosticResults", &C::getDiagnosticResults);
-  tryFetching("getDiagnosticCtrlEvents", &C::getDiagnosticCtrlEvents);
-  harness.shutDown();  // before the object goes
-}
-
-TEST_F(NoMemoryTest, an_enumeration_can_be_tried_again) {
-  harness.control().disablePackage("BETA");
-  harness.addPackage("BETA");
-  tryEach(
-      "enumerateAllPackages",
-      [&] {
-        const Code code = controller().enumerateAllPackages();
-        return code == PACKAGE_INITIALIZE_FAILED ? UNABLE_TO_GET_LOCK : code;
-      },
-      [&] { harness.initialize(); },
-      [&] {
-        if (harness.phase() == DiagControllerStatus::INITIALIZE) {
-          EXPECT_EQ(controller().enumerateAllPackages(), SUCCESS);
-          EXPECT_EQ(harness.catalogue(), std::vector<std::string>{"ALPHA"});
-        }
-        EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
-        harness.shutDown();
-        EXPECT_EQ(alpha.living(), Living());
-      });
-}
-
-TEST_F(NoMemoryTest, a_package_that_is_enumerated_again_may_leave_the_catalogue) {
-  tryEach(
-      "enumerateDiagPackages", [&] { return controller().enumerateDiagPackages(1); },
-      [&] { harness.start(); },
-      [&] {
-        EXPECT_EQ(harness.phase(), DiagControllerStatus::IDLE);
-        harness.shutDown();
-      });
-}
-
-TEST_F(NoMemoryTest, a_shut_down_needs_no_memory) {
-  alpha.everyPass({.duration = std::chrono::milliseconds(5)});
-  tryEach(
-      "shutDown", [&] { return harness.shutDown(); },
-      [&] {
-        harness.start();
-        harness.queue("ALPHA", 1, {1});
-        harness.queue("ALPHA", 1, {1});
-      },
-      [&] {
-        EXPECT_EQ(harness.phase(), DiagControllerStatus::UNINITIALISED);
-        EXPECT_EQ(alpha.living(), Living());
-      });
-}
+INSTANTIATE_TEST_SUITE_P(Call, WithoutMemory,
+                         ::testing::Combine(::testing::ValuesIn(allRows()), ::testing::Bool()),
+                         [](const ::testing::TestParamInfo<std::tuple<Row, bool>>& tried) {
+                           return nameOf(std::get<Row>(tried.param)) +
+                                  (std::get<bool>(tried.param) ? "_traced" : "");
+                         });
 
 }  // namespace
 }  // namespace TarvexDiags::Lifecycle
