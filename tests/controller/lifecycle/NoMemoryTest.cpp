@@ -11,16 +11,20 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "DiagCtrl/DiagDevice.h"
+#include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/DiagnosticPackage.h"
+#include "DiagCtrl/EventManager.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "tests/support/BigLock.h"
+#include "tests/support/ClientCalls.h"
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/FailingAllocation.h"
 
@@ -158,6 +162,15 @@ Call shows(std::function<Code(C&, Object*&)> call) {
   return [call = std::move(call)](Stage& stage) {
     Object* object = nullptr;
     return call(stage.controller(), object);
+  };
+}
+
+Call tells(std::function<Code(Stage&, char*&)> call) {
+  return [call = std::move(call)](Stage& stage) {
+    char* text = nullptr;
+    const Code code = call(stage, text);
+    delete[] text;
+    return code;
   };
 }
 
@@ -325,6 +338,211 @@ void addQueueing(std::vector<Row>& rows) {
   });
 }
 
+void addSteering(std::vector<Row>& rows) {
+  const auto onRunning = [&](const char* name, const Call& call) {
+    rows.push_back({name, "", call, &Stage::holdOneRequest});
+  };
+  onRunning("suspendTest", [](Stage& stage) { return stage.controller().suspendTest(stage.id); });
+  onRunning("resumeTest", [](Stage& stage) { return stage.controller().resumeTest(stage.id); });
+  onRunning("getDiagnosticProgress", [](Stage& stage) {
+    unsigned int progress = 0;
+    return stage.controller().getDiagnosticProgress(stage.id, progress);
+  });
+  onRunning("getDiagnosticStatus", [](Stage& stage) {
+    auto status = Diag::DiagnosticStatus::UNKNOWN;
+    return stage.controller().getDiagnosticStatus(stage.id, status);
+  });
+  const auto onQueued = [&](const char* name, const char* form, const Call& call) {
+    rows.push_back(
+        {name, form, call, &Stage::holdOneRequest, &Stage::queueBehind, [](Stage& stage) {
+           EXPECT_EQ(stage.controller().abortAllTest(), SUCCESS);
+           EXPECT_EQ(stage.controller().abortTest(stage.id), SUCCESS);
+           EXPECT_EQ(stage.alpha.living().diagnostics, 1);
+         }});
+  };
+  onQueued("abortTest", "of_one",
+           [](Stage& stage) { return stage.controller().abortTest(stage.id); });
+  onQueued("abortTest", "of_several",
+           [](Stage& stage) { return stage.controller().abortTest(stage.ids); });
+  onQueued("abortAllTest", "", [](Stage& stage) { return stage.controller().abortAllTest(); });
+}
+
+void addRequests(std::vector<Row>& rows) {
+  const auto oneHasEnded = [](Stage& stage) {
+    stage.harness.start();
+    stage.queueBehind();
+    ASSERT_TRUE(stage.harness.awaitIdle(std::chrono::minutes(2)));
+    stage.harness.forget();
+  };
+  rows.push_back({"getRequestIdList", "", handsOut(&C::getRequestIdList), &Stage::holdOneRequest});
+  rows.push_back({"getRequestStatus", "",
+                  [](Stage& stage) {
+                    auto status = DiagCtrl::TestRequest::WAIT;
+                    int passes[2] = {};
+                    bool stress = false;
+                    return stage.controller().getRequestStatus(1, status, passes[0], passes[1],
+                                                               stress);
+                  },
+                  oneHasEnded});
+  rows.push_back({"getTestRequest", "", shows<DiagCtrl::TestRequest>([](C& c, auto*& to) {
+                    return c.getTestRequest(1, to);
+                  }),
+                  oneHasEnded});
+  rows.push_back({"clearRequestIdList", "",
+                  [](Stage& stage) { return stage.controller().clearRequestIdList(); },
+                  oneHasEnded});
+  rows.push_back(
+      {"getEstimatedTime", "",
+       [](Stage& stage) {
+         Ids times;
+         int total = 0;
+         const bool served = stage.controller().getEstimatedTime(stage.one, times, total);
+         return served ? SUCCESS : INCORRECT_PHASE;
+       },
+       oneHasEnded,
+       [](Stage& /*stage*/) {
+         auto result = std::make_unique<Diag::DiagnosticResult>();
+         result->setTestRequestId(1);
+         DiagCtrl::EventManager::getInstance()->pushResultInAllResultQueue({result.release()});
+       }});
+}
+
+void addEstimation(std::vector<Row>& rows) {
+  rows.push_back({"runEstimation", "",
+                  [](Stage& stage) {
+                    Ids ids;
+                    const Code code = stage.controller().runEstimation(
+                        stage.two, stage.two, stage.two, ids, stage.settings);
+                    EXPECT_TRUE(code != SUCCESS || ids.size() == 2);
+                    return code;
+                  },
+                  doNothing, start,
+                  [](Stage& stage) {
+                    EXPECT_FALSE(stage.controller().abortAllTest() == ABORT_ALL_ALREADY_IN_PROCESS);
+                    shutDown(stage);
+                  }});
+  rows.push_back({"getToTalTimeRemaining", "", [](Stage& stage) {
+                    const int total =
+                        stage.controller().getToTalTimeRemaining(stage.two, stage.two);
+                    return total == 2 ? SUCCESS : UNABLE_TO_GET_LOCK;
+                  }});
+  rows.push_back({"getTimeRemaining", "", [](Stage& stage) {
+                    Ids times;
+                    int total = 0;
+                    return stage.controller().getTimeRemaining(stage.one, times, total)
+                               ? UNABLE_TO_GET_LOCK
+                               : SUCCESS;
+                  }});
+}
+
+/// Fetches from the first registration. What a failed call leaves in the queue is not lost.
+template <class Messages>
+Row fetchRow(const char* name, Code (C::*call)(long, Messages*&), const Step& push) {
+  const auto fetch = [call](Stage& stage) {
+    Messages* handedOut = nullptr;
+    const Code code = (stage.controller().*call)(1, handedOut);
+    const std::unique_ptr<Messages> messages(handedOut);
+    if (messages != nullptr) {
+      stage.expected -= messages->size();
+      for (auto* message : *messages) {
+        delete message;
+      }
+    }
+    return code;
+  };
+  return {name,
+          "",
+          fetch,
+          start,
+          [push](Stage& stage) {
+            stage.harness.forget();
+            push(stage);
+            stage.expected = 1;
+          },
+          [fetch](Stage& stage) {
+            if (stage.expected == 1) {
+              EXPECT_EQ(fetch(stage), SUCCESS);
+            }
+            EXPECT_LE(stage.expected + 1, 1U);  // a failure may add an event of its own
+          }};
+}
+
+/// A registration is a queue and an object to wake, or nothing at all.
+void expectWholeRegistrations(Stage& stage) {
+  unsigned int events = 0;
+  unsigned int results = 0;
+  unsigned int ctrlEvents = 0;
+  EXPECT_EQ(stage.controller().getNumberOfRegistrations(events, results, ctrlEvents), SUCCESS);
+  EXPECT_EQ(events + results + ctrlEvents, stage.expected + 2);
+  EXPECT_EQ(stage.id, stage.expected == 1 ? 0 : stage.expected);
+}
+
+void addMessages(std::vector<Row>& rows) {
+  typedef Code (C::*Register)(CallBackObject*, unsigned long&);
+  const auto add = [&](const char* name, Register registerFor) {
+    rows.push_back({name, "",
+                    [registerFor](Stage& stage) {
+                      const Code code =
+                          (stage.controller().*registerFor)(&stage.callBack, stage.id);
+                      stage.expected += code == SUCCESS ? 1 : 0;
+                      return code;
+                    },
+                    [](Stage& stage) {
+                      stage.harness.start();
+                      stage.expected = 1;
+                    },
+                    doNothing, expectWholeRegistrations});
+  };
+  add("registerForDiagEvents", &C::registerForDiagEvents);
+  add("registerForDiagResults", &C::registerForDiagResults);
+  add("registerForDiagCtrlEvents", &C::registerForDiagCtrlEvents);
+  rows.push_back({"getNumberOfRegistrations", "", [](Stage& stage) {
+                    unsigned int counts[3] = {};
+                    return stage.controller().getNumberOfRegistrations(counts[0], counts[1],
+                                                                       counts[2]);
+                  }});
+  rows.push_back(fetchRow("getDiagnosticEvents", &C::getDiagnosticEvents, [](Stage& /*stage*/) {
+    auto event = std::make_unique<Diag::DiagnosticEvent>();
+    event->setParamVector({"first", "second"});
+    DiagCtrl::EventManager::getInstance()->pushEventInAllEventQueue({event.release()});
+  }));
+  rows.push_back(fetchRow("getDiagnosticResults", &C::getDiagnosticResults, [](Stage& /*stage*/) {
+    DiagCtrl::EventManager::getInstance()->pushResultInAllResultQueue({new Diag::DiagnosticResult});
+  }));
+  rows.push_back(
+      fetchRow("getDiagnosticCtrlEvents", &C::getDiagnosticCtrlEvents, [](Stage& /*stage*/) {
+        DiagCtrl::DiagUtil::getInstance()->pushDiagCtrlEvent(
+            DiagCtrl::DiagCtrlEvent::DISABLE_TEST, Diag::DiagnosticEvent::WARNING_EVENT, 0);
+      }));
+}
+
+void addTexts(std::vector<Row>& rows) {
+  static char language[] = "en";
+  static char token[] = "TOKEN";
+  rows.push_back({"getTestToken", "", tells([](Stage& stage, char*& to) {
+                    static char key[] = "TestDescription";
+                    return stage.controller().getTestToken(1, 1, key, to);
+                  })});
+  rows.push_back({"getPackageToken", "", tells([](Stage& stage, char*& to) {
+                    static char key[] = "Mnemonic";
+                    return stage.controller().getPackageToken(1, key, to);
+                  })});
+  rows.push_back({"getMessageToken", "", tells([](Stage& stage, char*& to) {
+                    return stage.controller().getMessageToken(1, Diag::DiagnosticEvent::ERROR_EVENT,
+                                                              1, to);
+                  })});
+  rows.push_back({"getDeviceStatusToken", "", tells([](Stage& stage, char*& to) {
+                    return stage.controller().getDeviceStatusToken(1, 1, to);
+                  })});
+  rows.push_back({"getLocalizedString", "", tells([](Stage& stage, char*& to) {
+                    return stage.controller().getLocalizedString(1, language, token, to);
+                  })});
+  rows.push_back({"getLocalizedMessage", "", tells([](Stage& stage, char*& to) {
+                    return stage.controller().getLocalizedMessage(1, language, token,
+                                                                  stage.parameters, to);
+                  })});
+}
+
 const std::vector<Row>& allRows() {
   static const std::vector<Row> rows = [] {
     std::vector<Row> made;
@@ -333,9 +551,56 @@ const std::vector<Row>& allRows() {
     addEnumeration(made);
     addCatalogue(made);
     addQueueing(made);
+    addSteering(made);
+    addRequests(made);
+    addEstimation(made);
+    addMessages(made);
+    addTexts(made);
     return made;
   }();
   return rows;
+}
+
+/// Controller events that wait for a registration.
+std::size_t waitingFor(ControllerHarness& harness, long registration) {
+  DiagCtrl::CtrlEventVector* fetched = nullptr;
+  EXPECT_EQ(harness->getDiagnosticCtrlEvents(registration, fetched), SUCCESS);
+  const std::unique_ptr<DiagCtrl::CtrlEventVector> events(fetched);
+  for (const DiagCtrl::DiagCtrlEvent* event : *events) {
+    delete event;
+  }
+  return events->size();
+}
+
+TEST(EventsWithoutMemory, an_event_that_one_registration_loses_reaches_the_next) {
+  ControllerHarness harness;
+  harness.initialize();
+  harness.registerForAll();
+  unsigned long second = 0;
+  ASSERT_EQ(harness->registerForDiagCtrlEvents(&harness.callBack(), second), SUCCESS);
+  bool reachedTheSecondAlone = false;
+  bool hasFailed = true;
+  for (unsigned long ordinal = 1; hasFailed; ++ordinal) {
+    {
+      const FailingAllocation failing(ordinal);
+      EXPECT_NO_THROW(DiagCtrl::DiagUtil::getInstance()->pushDiagCtrlEvent(
+          DiagCtrl::DiagCtrlEvent::DISABLE_TEST, Diag::DiagnosticEvent::WARNING_EVENT, 0));
+      hasFailed = failing.hasFailed();
+    }
+    const std::size_t first = waitingFor(harness, 1);
+    const std::size_t next = waitingFor(harness, static_cast<long>(second));
+    reachedTheSecondAlone |= first == 0 && next == 1;
+    EXPECT_TRUE(hasFailed || (first == 1 && next == 1));
+  }
+  EXPECT_TRUE(reachedTheSecondAlone);
+}
+
+TEST(ClientCallsWithoutMemory, are_all_in_the_table) {
+  std::multiset<std::string> rows;
+  for (const Row& row : allRows()) {
+    rows.insert(row.name);
+  }
+  EXPECT_EQ(rows, TestSupport::clientCalls());
 }
 
 // ---- The attempts
