@@ -10,6 +10,7 @@
 #include "System/SysUtil.h"
 #include "packagekit/KitEvents.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -17,7 +18,6 @@ namespace {
 
 using System::SysUtil;
 
-constexpr std::array<const char*, 6> kLanguages = {"en", "de", "fr", "es", "zh", "ja"};
 constexpr std::array<const char*, 4> kCodeSections = {"Information", "Warning", "Error",
                                                       "DeviceStatus"};
 constexpr std::array<const char*, 2> kTokenKeys = {"NameToken", "DescriptionToken"};
@@ -86,7 +86,7 @@ class TextCheck {
     if (m_needsAction.empty() && m_needsNone.empty()) {
       complain(m_configuration, "no token at all");
     }
-    for (const char* const language : kLanguages) {
+    for (const char* const language : Contract::kLanguages) {
       checkLanguage(language);
     }
     return std::move(m_faults);
@@ -128,7 +128,7 @@ class TextCheck {
     }
     for (const std::string& token : m_needsAction) {
       checkText(file, texts, token);
-      checkText(file, texts, token + "_ACTION");
+      checkText(file, texts, Contract::toActionToken(token));
     }
     for (const std::string& token : m_needsNone) {
       checkText(file, texts, token);

@@ -7,7 +7,7 @@ namespace TarvexDiags::PackageKit {
 
 /// @brief Checks that a package can be understood in every language: for the tests of each package.
 ///
-/// For each language (en, de, fr, es, zh, ja) there must be a file `<language>/<name>.cfg` with a
+/// For each language (see contract/Texts.h) there must be a file `<language>/<name>.cfg` with a
 /// section of the language's name. For each token in the sections Information, Warning, Error and
 /// DeviceStatus of `<name>.cfg`, and for each value of the keys `NameToken` and `DescriptionToken`
 /// of sections Package and TestID<n>, it must hold a text under the token; for events and device

@@ -3,24 +3,13 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <charconv>
 #include <stdexcept>
 #include <utility>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/Measurement.h"
 
 namespace TarvexDiags::PackageKit {
-
-namespace {
-
-// The shortest text that reads back as the same number.
-std::string textOf(double value) {
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  return {buffer, result.ptr};
-}
-
-}  // namespace
 
 TestContext::TestContext(TestParameters parameters)
     : m_parameters(std::move(parameters)), m_settings(m_parameters.configFile) {}
@@ -98,12 +87,13 @@ void TestContext::error(unsigned int code, std::vector<std::string> eventParamet
 }
 
 void TestContext::measurement(const std::string& name, double value, const std::string& unit) {
-  measurement(name, textOf(value), unit);
+  measurement(name, Contract::toText(value), unit);
 }
 
 void TestContext::measurement(const std::string& name, const std::string& value,
                               const std::string& unit) {
-  sendEvent(Diag::DiagnosticEvent::INFORMATION_EVENT, TEST_MEASUREMENT, {name, value, unit});
+  sendEvent(Diag::DiagnosticEvent::INFORMATION_EVENT, TEST_MEASUREMENT,
+            Contract::toDetails({name, value, unit}));
 }
 
 void TestContext::log(const std::string& line) {

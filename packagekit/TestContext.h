@@ -80,9 +80,9 @@ class TestContext {
   int passNumber() const { return m_parameters.passNumber; }
 
   /// @brief A number to draw all of the test's random values from. Another one for each pass,
-  /// unless the client gives one (the line "Seed=NUMBER" in the text to which the parameter pointer
-  /// of its settings leads) or the configuration has the key `Seed`; it stands in the event that
-  /// opens the test, so a fault can be run again.
+  /// unless the client gives one (a line of contract/Seed.h in the text to which the parameter
+  /// pointer of its settings leads) or the configuration has the key `Seed`; it stands in the event
+  /// that opens the test, so a fault can be run again.
   std::uint64_t seed() const { return m_parameters.seed; }
 
   /// @brief Whether the client wants a short run, at the price of thoroughness.

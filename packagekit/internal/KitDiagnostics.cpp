@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <utility>
 
+#include "packagekit/contract/Seed.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDevice.h"
 #include "packagekit/internal/OutputTail.h"
@@ -37,23 +37,6 @@ Device describe(DeviceEnum::VirtualDevice& device) {
   description.resourceTag = given->getResourceTag();
   description.disableName = given->getDisableDeviceName();
   return description;
-}
-
-// A client that repeats a run hands its seed over as the line "Seed=NUMBER" of a text. 0: none.
-std::uint64_t seedOf(const DiagnosticSettings& settings) {
-  const auto* const text = static_cast<const char*>(settings.getParameterPointer());
-  if (text == nullptr) {
-    return 0;
-  }
-  static const std::string key = "Seed=";
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.compare(0, key.size(), key) == 0) {
-      return static_cast<std::uint64_t>(
-          std::max(0L, Settings::toInteger(line.substr(key.size())).value_or(0)));
-    }
-  }
-  return 0;
 }
 
 // The elements of a vector that is given away, or null when there are none.
@@ -220,7 +203,7 @@ PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings
   setup.haltOnError = settings.getHaltOnError() != 0;
   setup.diagnosticMode = m_mode;
   setup.passNumber = passNumber;
-  setup.seed = seedOf(settings);
+  setup.seed = Contract::seedOf(static_cast<const char*>(settings.getParameterPointer()));
   setup.configFile = m_module.settings().file();
   setup.logFile = m_diagLog ? m_module.logFile() : "";
   return setup;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packagekit/Setting.h"
+#include "packagekit/contract/Seed.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -16,7 +17,7 @@ inline constexpr auto kNice = optionalSetting<std::uint64_t>("Nice");
 inline constexpr auto kMemoryLimit = optionalSetting<std::uint64_t>("MemoryLimit");
 inline constexpr auto kMaxEvents = optionalSetting<std::uint64_t>("MaxEvents");
 inline constexpr auto kCoreDumps = optionalSetting<bool>("CoreDumps");
-inline constexpr auto kSeed = optionalSetting<std::uint64_t>("Seed");
+inline constexpr auto kSeed = optionalSetting<std::uint64_t>(Contract::kSeedKey);
 inline constexpr auto kWorkerPath = optionalSetting<std::string>("WorkerPath");
 
 /// Those that a test may have in its own section.

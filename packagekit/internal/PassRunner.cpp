@@ -6,10 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iterator>
 #include <system_error>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Measurement.h"
 #include "packagekit/internal/KitSettings.h"
 
 namespace TarvexDiags::PackageKit {
@@ -88,6 +89,12 @@ std::uint64_t randomSeed() {
   return seed >> 1U;  // fits the whole numbers of a configuration file
 }
 
+// A worker may name any code as its trouble.
+DiagnosticEvent::EventType typeOf(unsigned int code) {
+  const Contract::KitCode* const row = Contract::findKitCode(code);
+  return row != nullptr ? row->type : DiagnosticEvent::ERROR_EVENT;
+}
+
 PassSetup partOf(const PassSetup& setup, std::size_t from, std::size_t to) {
   PassSetup part = setup;
   const auto first = setup.testIds.begin();
@@ -140,7 +147,7 @@ bool PassRunner::startIsRefused() {
   if (!hung) {
     return false;
   }
-  m_outcome.worsen(raised(trouble(DEVICE_REFUSED, {std::to_string(*hung)})));
+  m_outcome.worsen(raised(unusual(DEVICE_REFUSED, {std::to_string(*hung)})));
   return true;
 }
 
@@ -213,8 +220,7 @@ void PassRunner::testBegan(std::size_t position) {
   m_testIsOpen = true;
   m_testStart = Clock::now();
   m_reportedTens = 0;
-  m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_STARTED,
-                   aboutTest({std::to_string(m_setup.passNumber), std::to_string(m_setup.seed)}));
+  tell(TEST_STARTED, {std::to_string(m_setup.passNumber), std::to_string(m_setup.seed)});
   testProgressed(0);
 }
 
@@ -223,8 +229,7 @@ void PassRunner::testProgressed(unsigned int percent) {
   m_observer.progressed(static_cast<unsigned int>((m_test * 100 + percent) / tests));
   if (m_reportStatus && m_testIsOpen && percent / 10 > m_reportedTens) {
     m_reportedTens = percent / 10;
-    m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_PROGRESS,
-                     aboutTest({std::to_string(m_reportedTens * 10)}));
+    tell(TEST_PROGRESS, {std::to_string(m_reportedTens * 10)});
   }
 }
 
@@ -245,17 +250,17 @@ void PassRunner::testEnded(const TestReport& report) {
     finishTest(raised(
         {DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code, report.parameters}));
   } else if (isStopped || report.ending == TestEnding::Stopped) {
-    finishTest(raised(report.isTimedOut ? trouble(TEST_TIMED_OUT, {timeAllowed(), report.lastLines})
-                                        : warning(TEST_ABORTED, {})));
+    finishTest(raised(report.isTimedOut ? unusual(TEST_TIMED_OUT, {timeAllowed(), report.lastLines})
+                                        : unusual(TEST_ABORTED, {})));
   } else if (report.ending == TestEnding::Passed) {
     finishTest({});
   } else if (report.ending == TestEnding::Unusual) {
     finishTest(raised({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT,
                        report.code, report.parameters}));
   } else if (report.ending == TestEnding::NotSupported) {
-    finishTest(raised(warning(TEST_NOT_SUPPORTED, report.parameters)));
+    finishTest(raised(unusual(TEST_NOT_SUPPORTED, report.parameters)));
   } else {
-    finishTest(raised(trouble(report.code, with(report.parameters, report.lastLines))));
+    finishTest(raised(unusual(report.code, with(report.parameters, report.lastLines))));
   }
 }
 
@@ -263,13 +268,13 @@ void PassRunner::testEnded(const TestReport& report) {
 bool PassRunner::judgeSession(const SessionEnd& end) {
   if (end.isGivenUp) {
     m_module.markHung(m_setup.device.resourceTag, end.pid);
-    finishTest(raised(trouble(WORKER_UNKILLABLE, {std::to_string(end.pid), end.lastLines})));
+    finishTest(raised(unusual(WORKER_UNKILLABLE, {std::to_string(end.pid), end.lastLines})));
     return false;
   }
   if (!end.isReady) {
     m_outcome.worsen(raised(
-        m_control.isAborted() ? warning(TEST_ABORTED, {})
-                              : trouble(WORKER_NOT_STARTED, {whyNotStarted(end), end.lastLines})));
+        m_control.isAborted() ? unusual(TEST_ABORTED, {})
+                              : unusual(WORKER_NOT_STARTED, {whyNotStarted(end), end.lastLines})));
     return false;
   }
   if (!isClean(end)) {
@@ -283,21 +288,21 @@ bool PassRunner::judgeSession(const SessionEnd& end) {
 
 PassOutcome PassRunner::earlyEnd(const SessionEnd& end) {
   if (!end.protocolError.empty()) {
-    return trouble(WORKER_BROKE_PROTOCOL, {end.protocolError, end.lastLines});
+    return unusual(WORKER_BROKE_PROTOCOL, {end.protocolError, end.lastLines});
   }
   if (m_control.isAborted()) {
-    return warning(TEST_ABORTED, {});
+    return unusual(TEST_ABORTED, {});
   }
   if (end.isTimedOut) {
-    return trouble(TEST_TIMED_OUT, {timeAllowed(), end.lastLines});
+    return unusual(TEST_TIMED_OUT, {timeAllowed(), end.lastLines});
   }
   if (end.process.kind != ProcessEnd::Kind::Signalled) {
-    return trouble(WORKER_EXITED, {exitStatusOf(end.process), end.lastLines});
+    return unusual(WORKER_EXITED, {exitStatusOf(end.process), end.lastLines});
   }
   if (end.process.number == SIGKILL) {
-    return trouble(WORKER_KILLED, {end.lastLines});
+    return unusual(WORKER_KILLED, {end.lastLines});
   }
-  return trouble(WORKER_CRASHED, {signalName(end.process.number), end.lastLines});
+  return unusual(WORKER_CRASHED, {signalName(end.process.number), end.lastLines});
 }
 
 std::string PassRunner::timeAllowed() const {
@@ -311,26 +316,24 @@ void PassRunner::finishTest(const PassOutcome& outcome) {
   }
   const auto took =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_testStart).count();
-  m_observer.raise(DiagnosticEvent::INFORMATION_EVENT, TEST_ENDED,
-                   aboutTest({nameOf(outcome.verdict), std::to_string(took)}));
+  tell(TEST_ENDED, {nameOf(outcome.verdict), std::to_string(took)});
   testProgressed(100);
   m_testIsOpen = false;
 }
 
 void PassRunner::reportDropped() {
   if (m_eventsDropped > 0) {
-    raised(warning(EVENTS_DROPPED, {std::to_string(m_eventsDropped)}));
+    raised(unusual(EVENTS_DROPPED, {std::to_string(m_eventsDropped)}));
   }
 }
 
-PassOutcome PassRunner::trouble(unsigned int code, std::vector<std::string> details) {
-  return {DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::ERROR_EVENT, code,
-          aboutTest(std::move(details))};
+// What the kit has to say itself is never a verdict on the hardware.
+PassOutcome PassRunner::unusual(unsigned int code, std::vector<std::string> details) {
+  return {DiagnosticResult::UNUSUAL_STATUS, typeOf(code), code, aboutTest(std::move(details))};
 }
 
-PassOutcome PassRunner::warning(unsigned int code, std::vector<std::string> details) {
-  return {DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT, code,
-          aboutTest(std::move(details))};
+void PassRunner::tell(unsigned int code, std::vector<std::string> details) {
+  m_observer.raise(typeOf(code), code, aboutTest(std::move(details)));
 }
 
 PassOutcome PassRunner::raised(const PassOutcome& outcome) {
@@ -345,10 +348,8 @@ std::vector<std::string> PassRunner::aboutTest(std::vector<std::string> details)
     m_testName =
         m_module.settings().read("TestID" + std::to_string(testId), "TestName").value_or("?");
   }
-  std::vector<std::string> all = {std::to_string(testId), m_testName, m_setup.device.resourceTag};
-  all.insert(all.end(), std::make_move_iterator(details.begin()),
-             std::make_move_iterator(details.end()));
-  return all;
+  return Contract::toParameters({std::to_string(testId), m_testName, m_setup.device.resourceTag},
+                                std::move(details));
 }
 
 }  // namespace TarvexDiags::PackageKit

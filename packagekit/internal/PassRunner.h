@@ -63,8 +63,8 @@ class PassRunner : private SessionObserver {
   std::string timeAllowed() const;
   void finishTest(const PassOutcome& outcome);
   void reportDropped();
-  PassOutcome trouble(unsigned int code, std::vector<std::string> details);
-  PassOutcome warning(unsigned int code, std::vector<std::string> details);
+  PassOutcome unusual(unsigned int code, std::vector<std::string> details);
+  void tell(unsigned int code, std::vector<std::string> details);
   PassOutcome raised(const PassOutcome& outcome);
   std::vector<std::string> aboutTest(std::vector<std::string> details);
 

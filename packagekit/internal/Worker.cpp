@@ -14,7 +14,7 @@
 #include <system_error>
 
 #include "packagekit/Exports.h"
-#include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/PassSetup.h"
 #include "packagekit/internal/WorkerContext.h"
@@ -38,7 +38,7 @@ Ending trouble(KitEvent code, const std::string& what) {
 bool isForged(const Verdict& verdict) {
   const bool hasOwnCode =
       verdict.kind() == Verdict::Kind::Failed || verdict.kind() == Verdict::Kind::Unusual;
-  return hasOwnCode && verdict.code() >= kFirstKitCode && verdict.code() <= kLastKitCode;
+  return hasOwnCode && Contract::isKitCode(verdict.code());
 }
 
 Ending endingOf(const Verdict& verdict) {

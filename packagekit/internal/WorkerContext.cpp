@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
 #include "packagekit/internal/PackageLog.h"
 
 namespace TarvexDiags::PackageKit {
@@ -16,7 +16,7 @@ void WorkerContext::sendProgress(unsigned int percent) {
 
 void WorkerContext::sendEvent(EventType type, unsigned int code,
                               std::vector<std::string> eventParameters) {
-  if (code >= kFirstKitCode && code <= kLastKitCode && code != TEST_MEASUREMENT) {
+  if (Contract::isKitCode(code) && code != TEST_MEASUREMENT) {
     throw std::invalid_argument("event code " + std::to_string(code) + " is reserved");
   }
   FrameWriter frame(FrameType::Event);

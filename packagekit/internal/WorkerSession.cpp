@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -22,10 +22,6 @@ constexpr double kLongestWait = 1e9;
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
   return static_cast<Diag::DiagnosticEvent::EventType>(
       frame.number(Diag::DiagnosticEvent::ERROR_EVENT));
-}
-
-bool isReserved(unsigned int code) {
-  return code >= kFirstKitCode && code <= kLastKitCode;
 }
 
 }  // namespace
@@ -234,7 +230,7 @@ void WorkerSession::handle(Frame& frame) {
     case FrameType::Event: {
       const auto type = eventTypeOf(frame);
       const auto code = static_cast<unsigned int>(frame.number());
-      if (!m_end.current || (isReserved(code) && code != TEST_MEASUREMENT)) {
+      if (!m_end.current || (Contract::isKitCode(code) && code != TEST_MEASUREMENT)) {
         throw FrameError("an event that a test can't raise");
       }
       m_observer.eventRaised(type, code, frame.texts());

@@ -14,6 +14,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/Measurement.h"
 
 namespace TarvexDiags::PackageKit::Testing {
 
@@ -25,8 +26,6 @@ using Diag::DiagnosticResult;
 using Diag::DiagnosticStatus;
 
 constexpr auto kPollInterval = std::chrono::milliseconds(2);
-constexpr std::size_t kMeasurementName = 3;
-constexpr std::size_t kMeasurementValue = 4;
 
 [[noreturn]] void fail(const std::string& what) {
   throw std::runtime_error(what);
@@ -259,8 +258,9 @@ const std::vector<std::string>& PackageDriver::Run::parametersOf(unsigned int co
 
 std::string PackageDriver::Run::measurement(const std::string& name) const {
   for (const Event& event : events) {
-    if (event.code == TEST_MEASUREMENT && event.parameters.at(kMeasurementName) == name) {
-      return event.parameters.at(kMeasurementValue);
+    const auto measurement = Contract::toMeasurement(event.parameters);
+    if (event.code == TEST_MEASUREMENT && measurement && measurement->name == name) {
+      return measurement->value;
     }
   }
   fail("no measurement " + name);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/Texts.h"
 #include "tests/support/ControllerHarness.h"
 
 using namespace TarvexDiags;
@@ -213,7 +214,7 @@ TEST_F(KitUnderController, TheKitsEventsHaveTextsInEveryLanguage) {
                                        token),
             DiagnosticController::SUCCESS);
   const std::unique_ptr<char[]> owned(token);
-  for (std::string language : {"en", "de", "fr", "es", "zh", "ja"}) {
+  for (std::string language : Contract::kLanguages) {
     std::vector<std::string> parameters = {"2", "Name", "host/cpu0", "SIGSEGV", "last"};
     char* text = nullptr;
     ASSERT_EQ(m_harness->getLocalizedMessage(package, language.data(), token, parameters, text),

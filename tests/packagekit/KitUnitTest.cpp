@@ -17,6 +17,7 @@
 #include "packagekit/PackageKit.h"
 #include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/internal/OutputTail.h"
 #include "packagekit/internal/PackageLog.h"
 #include "packagekit/testing/RecordingContext.h"
@@ -227,7 +228,7 @@ class PackageTexts : public testing::Test {
  protected:
   PackageTexts() {
     write("p.cfg", "[Package]\nNameToken=NAME\n[Error]\n1=BROKEN\n[DeviceStatus]\n2=FINE\n");
-    for (const char* const language : {"en", "de", "fr", "es", "zh", "ja"}) {
+    for (const char* const language : Contract::kLanguages) {
       writeLanguage(language,
                     "NAME=x\nBROKEN=$1$ is broken: $2$\nBROKEN_ACTION=x\n"
                     "FINE=x\nFINE_ACTION=x\n");
