@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/SupportLines.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDevice.h"
 #include "packagekit/internal/OutputTail.h"
@@ -271,8 +272,12 @@ bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int te
     answer = Support::no(*failure);
   }
   if (!answer) {
-    m_module.log("test " + std::to_string(testId) + " is not supported on " +
-                 description.resourceTag + ": " + answer.reason());
+    failureOf([&] {
+      m_module.log("test " + std::to_string(testId) + " is not supported on " +
+                   description.resourceTag + ": " + answer.reason());
+      Contract::sendSupportLine(
+          {m_module.baseName(), testId, description.resourceTag, answer.reason()});
+    });
   }
   return static_cast<bool>(answer);
 }

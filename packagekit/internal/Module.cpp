@@ -76,6 +76,11 @@ Settings Module::settings() const {
   return Settings(m_configFile);
 }
 
+std::string Module::baseName() const {
+  const System::LockHold hold(m_lock);
+  return stemOf(m_configFile);
+}
+
 std::string Module::logFile(const std::string& name) const {
   if (name.find('/') != std::string::npos) {
     return name;

@@ -30,6 +30,9 @@ class Module {
   void setLogDirectory(const char* directory);
   Settings settings() const;
 
+  /// The package's base name: that of its configuration file.
+  std::string baseName() const;
+
   /// A file in the log directory, by default the package's own log, named after it; a name with a
   /// "/" is taken as it is. Empty without a log directory.
   std::string logFile(const std::string& name = {}) const;

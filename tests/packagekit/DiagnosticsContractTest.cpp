@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/SupportLines.h"
 #include "packagekit/testing/PackageDriver.h"
 
 using namespace TarvexDiags;
@@ -217,6 +218,18 @@ TEST_F(DiagnosticsContract, TheOpenModeReachesTheTest) {
   PackageDriver::Options options;
   options.openMode = DeviceEnum::IDevice::READ_ONLY;
   EXPECT_EQ(m_driver.run("unit0", {LOOKS_AROUND}, options).measurement("openMode"), "1");
+}
+
+TEST_F(DiagnosticsContract, AReasonReachesAClientThatWantsIt) {
+  const Contract::SupportInbox inbox;
+  EXPECT_TRUE(m_driver.supports("unit0", 20));
+  EXPECT_FALSE(m_driver.supports("unit1", 20));
+  const auto lines = inbox.lines();
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_EQ(lines[0].package, "misbehaving");
+  EXPECT_EQ(lines[0].testId, 20);
+  EXPECT_EQ(lines[0].resourceTag, "selftest/unit1");
+  EXPECT_EQ(lines[0].reason, "unit 1 is excused");
 }
 
 TEST_F(DiagnosticsContract, ATestThatWritesNeedsAnOpenModeForIt) {
