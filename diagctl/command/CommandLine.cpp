@@ -26,6 +26,7 @@
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -229,7 +230,9 @@ class CommandLine {
         "  diagctl explain LOAD_LIBRARY_FAILED\n\n"
         "diagctl VERB --help tells more of each. The manual is diagctl(1).");
     m_app.add_option("-c,--config", m_global.config, "Control file");
-    m_app.add_option("--lang", m_global.language, "Language of texts: en, de, fr, es, zh, ja");
+    m_app.add_option(
+        "--lang", m_global.language,
+        fmt::format("Language of texts: {}", fmt::join(PackageKit::Contract::kLanguages, ", ")));
     m_app.add_flag("--allow-insecure", m_global.allowsInsecure,
                    "As root: work with files that others may change");
     m_app.fallthrough();

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "packagekit/contract/Seed.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -63,7 +65,7 @@ Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOpti
 }
 
 std::string parametersOf(const RunOptions& options) {
-  return options.seed ? "Seed=" + std::to_string(*options.seed) + "\n" : std::string();
+  return options.seed ? PackageKit::Contract::toSeedLine(*options.seed) : std::string();
 }
 
 std::map<std::string, std::string> describe(const RunOptions& options) {

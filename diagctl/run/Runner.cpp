@@ -8,13 +8,15 @@
 #include <memory>
 #include <utility>
 
-#include "diagctl/run/KitCodes.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Measurement.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
+namespace Contract = PackageKit::Contract;
 using Controller = DiagCtrl::DiagnosticController;
 using Clock = std::chrono::steady_clock;
 
@@ -364,25 +366,26 @@ void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
 }
 
 void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
-  if (KitCodes::isMeasurement(event)) {
-    const std::vector<std::string>& parameters = event.getParamVector();
-    tell(StepMeasurement{step.id, parameters[3], KitCodes::measuredValue(parameters[4]),
-                         parameters[5], step.hardwareId});
+  const Contract::RunEffect effect = Contract::effectOf(event.getEventType(), event.getEventCode());
+  if (effect == Contract::RunEffect::Measurement) {
+    tellMeasurement(step, event);
     return;
   }
-  if (KitCodes::isBookkeeping(event) || (KitCodes::isAbort(event) && step.isAborted)) {
+  if (effect == Contract::RunEffect::Nothing ||
+      (effect == Contract::RunEffect::Aborted && step.isAborted)) {
     return;
   }
   const int package = step.planned->pair.package->index;
   const Texts& texts = m_session.texts();
   const std::string text = texts.message(package, event).value_or(plainText(event));
   const std::string action = texts.action(package, event).value_or("");
-  if (KitCodes::isTrouble(event)) {
+  if (effect == Contract::RunEffect::Trouble) {
     step.hasTrouble = true;
-    tell(StepTrouble{step.id, KitCodes::symptomOf(event), text, action});
+    tell(StepTrouble{step.id, std::string(Contract::symptomOfTrouble(event.getEventCode())), text,
+                     action});
     return;
   }
-  step.isNotPossible |= KitCodes::isNotPossible(event);
+  step.isNotPossible |= effect == Contract::RunEffect::NotPossible;
   const Severity severity = severityOf(event.getEventType());
   if (severity == Severity::information) {
     tell(StepMessage{step.id, severity, text, ""});  // nothing is to be done about it
@@ -390,6 +393,17 @@ void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
   }
   step.lastFinding = {toSymptom(texts.token(package, event).value_or("")), text, action};
   tell(StepMessage{step.id, severity, text, action});
+}
+
+// A figure where the value is one, else its words.
+void Runner::tellMeasurement(const Step& step, const Diag::DiagnosticEvent& event) {
+  if (const auto measured = Contract::toMeasurement(event.getParamVector())) {
+    StepMeasurement told{step.id, measured->name, measured->value, measured->unit, step.hardwareId};
+    if (const auto number = Contract::toNumber(measured->value)) {
+      told.value = *number;
+    }
+    tell(std::move(told));
+  }
 }
 
 // A result names the event behind it, or else the last one of the pass is taken for it.

@@ -58,6 +58,7 @@ class Runner {
   Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
   void judge(Step& step, const Diag::DiagnosticResult& result);
   void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
+  void tellMeasurement(const Step& step, const Diag::DiagnosticEvent& event);
   void collectControllerEvents();
   void collectProgress();
   void tellProgress(Step& step, unsigned int percent, int pass, int passes);

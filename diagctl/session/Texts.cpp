@@ -4,14 +4,14 @@
 #include <memory>
 #include <utility>
 
+#include "packagekit/contract/Texts.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
+namespace Contract = PackageKit::Contract;
 using Controller = DiagCtrl::DiagnosticController;
-
-constexpr const char* fallbackLanguage = "en";
-constexpr const char* actionSuffix = "_ACTION";
 
 // What the controller hands out is an array of the caller's.
 std::optional<std::string> takeText(Controller::errorCode code, char* text) {
@@ -34,7 +34,7 @@ std::optional<std::string> Texts::token(int packageIndex,
 
 std::optional<std::string> Texts::localise(int packageIndex, const std::string& token,
                                            std::vector<std::string> parameters) const {
-  for (std::string language : {m_language, std::string(fallbackLanguage)}) {
+  for (std::string language : {m_language, std::string(Contract::kFallbackLanguage)}) {
     std::string key = token;
     char* text = nullptr;
     const auto code = m_controller.getLocalizedMessage(packageIndex, language.data(), key.data(),
@@ -55,7 +55,8 @@ std::optional<std::string> Texts::message(int packageIndex,
 std::optional<std::string> Texts::action(int packageIndex,
                                          const Diag::DiagnosticEvent& event) const {
   const auto key = token(packageIndex, event);
-  return key ? localise(packageIndex, *key + actionSuffix, event.getParamVector()) : std::nullopt;
+  return key ? localise(packageIndex, Contract::toActionToken(*key), event.getParamVector())
+             : std::nullopt;
 }
 
 std::optional<std::string> Texts::deviceStatus(int packageIndex, unsigned int status) const {
@@ -73,9 +74,9 @@ std::string languageOfLocale() {
     }
     const std::string language =
         std::string(value).substr(0, std::string(value).find_first_of("_.@"));
-    return language == "C" || language == "POSIX" ? fallbackLanguage : language;
+    return language == "C" || language == "POSIX" ? Contract::kFallbackLanguage : language;
   }
-  return fallbackLanguage;
+  return Contract::kFallbackLanguage;
 }
 
 }  // namespace TarvexDiags::FrontEnd

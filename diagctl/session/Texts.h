@@ -20,7 +20,7 @@ class Texts {
   std::optional<std::string> token(int packageIndex, const Diag::DiagnosticEvent& event) const;
   /// The message of an event, its parameters filled in.
   std::optional<std::string> message(int packageIndex, const Diag::DiagnosticEvent& event) const;
-  /// What to do about an event: the text of its token with "_ACTION" behind it.
+  /// What to do about an event: the text beside that of its token.
   std::optional<std::string> action(int packageIndex, const Diag::DiagnosticEvent& event) const;
   std::optional<std::string> deviceStatus(int packageIndex, unsigned int status) const;
 

@@ -101,4 +101,19 @@ constexpr const KitCode* findKitCode(unsigned int code) {
   return nullptr;
 }
 
+/// @brief What a run makes of an event of any package, with the kit or without.
+constexpr RunEffect effectOf(Diag::DiagnosticEvent::EventType type, unsigned int code) {
+  const KitCode* const row = findKitCode(code);
+  if (row != nullptr && row->type == type) {
+    return row->effect;
+  }
+  return type == Diag::DiagnosticEvent::INFORMATION_EVENT ? RunEffect::News : RunEffect::Finding;
+}
+
+/// @brief The symptom of an event that is trouble.
+constexpr std::string_view symptomOfTrouble(unsigned int code) {
+  const KitCode* const row = findKitCode(code);
+  return row != nullptr && row->isTrouble() ? row->symptom : "tool-trouble";
+}
+
 }  // namespace TarvexDiags::PackageKit::Contract

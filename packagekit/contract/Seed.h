@@ -14,8 +14,8 @@ inline constexpr const char* kSeedKey = "Seed";
 
 /// @brief The line by which a client hands its seed to the tests of a request: the text to which
 /// the parameter pointer of its settings leads consists of such lines.
-/// @param seed from 1 on
-inline std::string toSeedLine(long seed) {
+/// @param seed from 1 to the largest `long`
+inline std::string toSeedLine(std::uint64_t seed) {
   return std::string(kSeedKey) + "=" + std::to_string(seed) + "\n";
 }
 

@@ -101,6 +101,21 @@ TEST(KitCodes, are_found_by_their_number) {
   EXPECT_FALSE(isKitCode(kLastKitCode + 1));
 }
 
+TEST(KitCodes, tell_what_a_run_makes_of_their_events) {
+  for (const KitCode& row : kKitCodes) {
+    EXPECT_EQ(effectOf(row.type, row.code), row.effect) << row.token;
+    EXPECT_EQ(symptomOfTrouble(row.code), row.isTrouble() ? row.symptom : "tool-trouble");
+  }
+}
+
+TEST(KitCodes, leave_the_events_of_packages_to_their_type) {
+  for (const unsigned int code : {0U, 1U, kFirstKitCode - 1, kLastKitCode + 1}) {
+    EXPECT_EQ(effectOf(DiagnosticEvent::INFORMATION_EVENT, code), RunEffect::News);
+    EXPECT_EQ(effectOf(DiagnosticEvent::WARNING_EVENT, code), RunEffect::Finding);
+    EXPECT_EQ(effectOf(DiagnosticEvent::ERROR_EVENT, code), RunEffect::Finding);
+  }
+}
+
 TEST(KitCodes, stand_in_the_guide_with_what_a_run_makes_of_them) {
   std::map<unsigned long, std::string> inGuide;
   const std::regex row(R"(^\| (9[0-9]{3}(, 9[0-9]{3})*) \| .* \| ([a-z]+) \|$)");

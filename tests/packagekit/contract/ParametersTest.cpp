@@ -45,8 +45,9 @@ TEST(Measurement, may_be_words) {
 }
 
 TEST(Seed, reads_back_as_it_was_written) {
-  for (const long seed : {1L, 42L, std::numeric_limits<long>::max()}) {
-    EXPECT_EQ(seedOf(toSeedLine(seed).c_str()), static_cast<std::uint64_t>(seed));
+  for (const std::uint64_t seed :
+       {std::uint64_t{1}, std::uint64_t{42}, std::uint64_t{std::numeric_limits<long>::max()}}) {
+    EXPECT_EQ(seedOf(toSeedLine(seed).c_str()), seed);
   }
 }
 
