@@ -1,48 +1,23 @@
 #include "diagctl/session/Reasons.h"
 
-#include <fmt/format.h>
-#include <unistd.h>
-
-#include <fstream>
 #include <map>
+#include <tuple>
 
 namespace TarvexDiags::FrontEnd {
 
-namespace {
+namespace Contract = PackageKit::Contract;
 
-using Reasons = std::map<std::pair<int, std::string>, std::string>;  // by test and tag
-
-// A line: "TIME [PROCESS] test 20 is not supported on selftest/unit1: unit 1 is excused". The last
-// one counts.
-Reasons readLog(const std::string& file) {
-  const std::string head = fmt::format("[{}] test ", getpid());
-  const std::string middle = " is not supported on ";
-  Reasons reasons;
-  std::ifstream log(file);
-  for (std::string line; std::getline(log, line);) {
-    const std::size_t begin = line.find(head);
-    const std::size_t on = line.find(middle, begin);
-    if (begin == std::string::npos || on == std::string::npos) {
-      continue;
-    }
-    const std::size_t tag = on + middle.size();
-    const std::size_t colon = line.find(": ", tag);
-    if (colon != std::string::npos) {
-      const int test = std::atoi(line.c_str() + begin + head.size());
-      reasons[{test, line.substr(tag, colon - tag)}] = line.substr(colon + 2);
-    }
+void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& lines) {
+  // By package, test and tag; the last line counts, as an enumeration may be repeated.
+  std::map<std::tuple<std::string, int, std::string>, std::string> reasons;
+  for (const Contract::SupportLine& line : lines) {
+    reasons[{line.package, line.testId, line.resourceTag}] = line.reason;
   }
-  return reasons;
-}
-
-}  // namespace
-
-void readReasons(Catalogue& catalogue, const std::string& logDirectory) {
   for (PackageItem& package : catalogue.packages) {
-    const Reasons reasons = readLog(logDirectory + "/" + package.baseName + ".log");
     for (const DeviceItem& device : package.devices) {
       for (const TestItem& test : package.tests) {
-        const auto reason = reasons.find({test.id, device.tag});
+        const auto reason =
+            reasons.find({package.baseName, test.id, Contract::toSupportField(device.tag)});
         if (reason != reasons.end()) {
           package.reasons[{device.id, test.id}] = reason->second;
         }

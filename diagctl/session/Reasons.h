@@ -1,14 +1,14 @@
 #pragma once
 
-#include <string>
+#include <vector>
 
 #include "diagctl/session/Catalogue.h"
+#include "packagekit/contract/SupportLines.h"
 
 namespace TarvexDiags::FrontEnd {
 
-/// Fills in why tests are not supported, as far as packages say so: the controller knows a yes or
-/// no alone, and a package of the kit writes its reason into its log, NAME.log in the directory of
-/// logs, while this process enumerates.
-void readReasons(Catalogue& catalogue, const std::string& logDirectory);
+/// Fills in why tests are not supported, as far as packages said so while they were enumerated: the
+/// controller knows a yes or no alone.
+void addReasons(Catalogue& catalogue, const std::vector<PackageKit::Contract::SupportLine>& lines);
 
 }  // namespace TarvexDiags::FrontEnd

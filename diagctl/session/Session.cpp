@@ -4,7 +4,6 @@
 
 #include <memory>
 
-#include "System/SysUtil.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Reasons.h"
 
@@ -33,15 +32,14 @@ bool isLoss(Controller::errorCode code) {
 Session::Session(const std::string& controlFile, const std::string& language,
                  const SessionSettings& settings)
     : m_controller(*Controller::getInstance()), m_texts(m_controller, language) {
+  const PackageKit::Contract::SupportInbox reasons;  // before the controller has threads
   require(m_controller.initialize(controlFile.c_str()),
           fmt::format("starting with the control file {}", controlFile));
   try {
     enumerate();
     apply(settings);
     m_catalogue = readCatalogue(m_controller, language);
-    std::string logs;
-    System::SysUtil::ReadCfgFile("GlobalSettings", "LogDirPath", logs, controlFile);
-    readReasons(m_catalogue, logs);
+    addReasons(m_catalogue, reasons.lines());
   } catch (...) {
     m_controller.shutDown();
     throw;

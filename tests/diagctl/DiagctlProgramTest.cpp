@@ -568,6 +568,13 @@ TEST_F(Diagctl, list_tells_the_reasons_that_packages_give) {
   EXPECT_THAT(run({"list", "tests"}).out, HasSubstr("not supported: unit 1 is excused: Unit 1\n"));
 }
 
+TEST_F(Diagctl, list_tells_reasons_when_no_log_can_be_written) {
+  place.useMisbehavingPackage();
+  place.replaceIn(place.controlFile(), "LogDirPath=" + place.path("logs"),
+                  "LogDirPath=" + place.path("nowhere"));
+  EXPECT_THAT(run({"list", "tests"}).out, HasSubstr("not supported: unit 1 is excused: Unit 1\n"));
+}
+
 TEST_F(Diagctl, list_names_packages_that_the_control_file_leaves_out) {
   addMixedPackage();
   place.addPackage("OUT", {{.name = "Good"}}, {{"Far", "bus/far"}});
