@@ -8,6 +8,7 @@
 
 #include "diagctl/check/CheckRules.h"
 #include "diagctl/check/PackageCheck.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -36,7 +37,7 @@ void checkUnknownKeys(const ConfigurationText& text, const std::string& file,
         std::any_of(globalRules.begin(), globalRules.end(),
                     [&name = key](const KeyRule& rule) { return rule.key == name; });
     if (!isKnown) {
-      problems.push_back({file, globalSection, key, "no such key is read"});
+      problems.push_back({file, globalSection, key, tr("no such key is read")});
     }
   }
 }
@@ -55,8 +56,8 @@ void checkDisabledPackages(const ConfigurationText& text, const std::string& fil
     checkKeys(text, file, entry, disableRules, problems);
     const auto name = text.value(entry, "PackageName");
     if (name && !fs::exists(fs::path(directory) / (*name + ".cfg"))) {
-      problems.push_back({file, entry, "PackageName",
-                          fmt::format("there is no package '{}' to leave out", *name)});
+      problems.push_back(
+          {file, entry, "PackageName", tr("there is no package '{}' to leave out", *name)});
     }
   }
 }
@@ -82,7 +83,7 @@ std::string toText(const Problem& problem) {
 std::vector<Problem> checkControlFile(const std::string& controlFile) {
   const auto text = ConfigurationText::read(controlFile);
   if (!text) {
-    return {{controlFile, "", "", "the file cannot be read"}};
+    return {{controlFile, "", "", tr("the file cannot be read")}};
   }
   std::vector<Problem> problems;
   checkRemarks(*text, controlFile, problems);
@@ -106,7 +107,7 @@ std::vector<Problem> checkPackages(const std::string& directory, bool mayLoad) {
   if (failure) {
     problems.push_back({directory, "", "", failure.message()});
   } else if (files.empty()) {
-    problems.push_back({directory, "", "", "the directory holds no package"});
+    problems.push_back({directory, "", "", tr("the directory holds no package")});
   }
   for (const std::string& file : files) {
     checkPackage(file, mayLoad, problems);
@@ -125,10 +126,10 @@ std::vector<Problem> checkTags(const Catalogue& catalogue) {
   std::vector<Problem> problems;
   for (const auto& [component, users] : tags) {
     if (users.size() > 1) {
-      problems.push_back({"resource tags", "", component,
-                          fmt::format("several devices end alike, so they are tested one after the "
-                                      "other: {}",
-                                      fmt::join(users, ", "))});
+      problems.push_back({tr("resource tags"), "", component,
+                          tr("several devices end alike, so they are tested one after the "
+                             "other: {}",
+                             fmt::join(users, ", "))});
     }
   }
   return problems;

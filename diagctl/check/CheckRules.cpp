@@ -10,6 +10,8 @@
 #include <limits>
 #include <map>
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -34,23 +36,22 @@ std::string findNumberFault(ValueKind kind, const std::string& value) {
   const char* end = value.data() + value.size();
   const auto [stop, error] = std::from_chars(value.data(), end, number);
   if (error != std::errc() || stop != end) {
-    return fmt::format("'{}' is no whole number", value);
+    return tr("'{}' is no whole number", value);
   }
   if (kind == ValueKind::niceness && (number < 0 || number > 19)) {
-    return fmt::format("{} is not between 0 and 19", number);
+    return tr("{} is not between 0 and 19", number);
   }
-  return kind == ValueKind::positiveNumber && number <= 0 ? fmt::format("{} is not above 0", number)
-                                                          : "";
+  return kind == ValueKind::positiveNumber && number <= 0 ? tr("{} is not above 0", number) : "";
 }
 
 std::string findMachineIdFault(const std::string& value) {
   char* end = nullptr;
   const long number = std::strtol(value.c_str(), &end, 0);
   if (end == value.c_str() || *end != '\0') {
-    return fmt::format("'{}' is no whole number, decimal or hexadecimal", value);
+    return tr("'{}' is no whole number, decimal or hexadecimal", value);
   }
   return number < 0 || number > std::numeric_limits<unsigned short>::max()
-             ? fmt::format("{} is not between 0 and 65535", number)
+             ? tr("{} is not between 0 and 65535", number)
              : "";
 }
 
@@ -58,10 +59,10 @@ std::string findPathFault(const std::string& value, bool wantsDirectory) {
   std::error_code failure;
   const fs::file_status status = fs::status(value, failure);
   if (!fs::exists(status)) {
-    return fmt::format("'{}' does not exist", value);
+    return tr("'{}' does not exist", value);
   }
   if (fs::is_directory(status) != wantsDirectory) {
-    return fmt::format("'{}' is {} directory", value, wantsDirectory ? "no" : "a");
+    return wantsDirectory ? tr("'{}' is no directory", value) : tr("'{}' is a directory", value);
   }
   return {};
 }
@@ -88,7 +89,7 @@ std::string findFault(ValueKind kind, const std::string& value) {
   const bool isKnown = std::any_of(words.begin(), words.end(), [&](const std::string& word) {
     return strcasecmp(word.c_str(), value.c_str()) == 0;
   });
-  return isKnown ? "" : fmt::format("'{}' is none of {}", value, fmt::join(words, ", "));
+  return isKnown ? "" : tr("'{}' is none of {}", value, fmt::join(words, ", "));
 }
 
 void checkKeys(const ConfigurationText& text, const std::string& file, const std::string& section,
@@ -99,8 +100,8 @@ void checkKeys(const ConfigurationText& text, const std::string& file, const std
     if (value) {
       reason = findFault(rule.kind, *value);
     } else if (rule.isRequired) {
-      reason = text.keys(section).contains(rule.key) ? "the value is empty or too long"
-                                                     : "the key is missing";
+      reason = text.keys(section).contains(rule.key) ? tr("the value is empty or too long")
+                                                     : tr("the key is missing");
     }
     if (!reason.empty()) {
       problems.push_back({file, section, rule.key, reason});

@@ -4,6 +4,7 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "System/SysUtil.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -40,7 +41,7 @@ void ConfigurationText::take(const std::string& line, int number) {
     const std::size_t end = line.find(']');
     m_section.reset();
     if (end == std::string::npos) {
-      remark(number, "", "the section has no \"]\", so its keys are not read");
+      remark(number, "", tr("the section has no \"]\", so its keys are not read"));
       return;
     }
     m_section = System::SysUtil::stripSpaces(line.substr(1, end - 1));
@@ -49,19 +50,19 @@ void ConfigurationText::take(const std::string& line, int number) {
   }
   const std::size_t equals = line.find('=');
   if (equals == std::string::npos) {
-    remark(number, "", "the line has no \"=\", so it is not read: " + line);
+    remark(number, "", tr("the line has no \"=\", so it is not read: {}", line));
     return;
   }
   const std::string key = System::SysUtil::stripSpaces(line.substr(0, equals));
   if (!m_section) {
-    remark(number, key, "the key stands outside of a section, so it is not read");
+    remark(number, key, tr("the key stands outside of a section, so it is not read"));
     return;
   }
   const bool isFirst = m_sections[*m_section]
                            .emplace(key, System::SysUtil::stripSpaces(line.substr(equals + 1)))
                            .second;
   if (!isFirst) {
-    remark(number, key, "the key stands in the section twice, and the first one counts");
+    remark(number, key, tr("the key stands in the section twice, and the first one counts"));
   }
 }
 

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "diagctl/check/CheckRules.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -94,7 +95,7 @@ class PackageChecker {
       const std::string number = section.substr(std::min(section.size(), std::size_t{6}));
       if (section.rfind(testSection, 0) == 0 && findFault(ValueKind::number, number).empty() &&
           std::stoi(number) > count) {
-        tell(section, "", fmt::format("the test is not read, since NumberOfTests is {}", count));
+        tell(section, "", tr("the test is not read, since NumberOfTests is {}", count));
       }
     }
   }
@@ -108,12 +109,12 @@ class PackageChecker {
       const std::string section = fmt::format("{}{}", entryName, entry);
       checkKeys(m_text, m_file, section, rules, m_problems);
       if (const int test = countOf(m_text, section, "TestID"); test > tests) {
-        tell(section, "TestID", fmt::format("the package has no test {}", test));
+        tell(section, "TestID", tr("the package has no test {}", test));
       }
       for (int device = 1; device <= countOf(m_text, section, "NumberOfDevice"); ++device) {
         const std::string key = fmt::format("DeviceName{}", device);
         if (!m_text.value(section, key)) {
-          tell(section, key, "the key is missing");
+          tell(section, key, tr("the key is missing"));
         }
       }
     }
@@ -124,7 +125,7 @@ class PackageChecker {
     const std::string library =
         (file.parent_path() / ("lib" + file.stem().string() + ".so")).string();
     if (!fs::exists(library)) {
-      m_problems.push_back({library, "", "", "the shared object of the package is missing"});
+      m_problems.push_back({library, "", "", tr("the shared object of the package is missing")});
       return;
     }
     if (!mayLoad) {
@@ -132,12 +133,12 @@ class PackageChecker {
     }
     void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
-      m_problems.push_back({library, "", "", fmt::format("it cannot be loaded: {}", dlerror())});
+      m_problems.push_back({library, "", "", tr("it cannot be loaded: {}", dlerror())});
       return;
     }
     for (const char* name : exports) {
       if (dlsym(handle, name) == nullptr) {
-        m_problems.push_back({library, "", name, "the export is missing"});
+        m_problems.push_back({library, "", name, tr("the export is missing")});
       }
     }
     dlclose(handle);
@@ -156,16 +157,16 @@ class PackageChecker {
         return;
       }
     }
-    tell("Package", "SODependencies", fmt::format("'{}' cannot be loaded: {}", *name, dlerror()));
+    tell("Package", "SODependencies", tr("'{}' cannot be loaded: {}", *name, dlerror()));
   }
 
   void collectTokens() {
     for (const char* section : tokenSections) {
       for (const auto& [code, token] : m_text.keys(section)) {
         if (!findFault(ValueKind::number, code).empty()) {
-          tell(section, code, "the key is no code");
+          tell(section, code, tr("the key is no code"));
         } else if (token.empty()) {
-          tell(section, code, "the code has no token");
+          tell(section, code, tr("the code has no token"));
         } else {
           m_tokens.insert(token);
         }
@@ -203,16 +204,16 @@ class PackageChecker {
     const std::string path = (file.parent_path() / language / file.filename()).string();
     const auto texts = ConfigurationText::read(path);
     if (!texts) {
-      m_problems.push_back({path, "", "", "the file of texts is missing or cannot be read"});
+      m_problems.push_back({path, "", "", tr("the file of texts is missing or cannot be read")});
       return;
     }
     checkRemarks(*texts, path, m_problems);
     for (const std::string& token : m_tokens) {
       const auto text = texts->value(language, token);
       if (!text) {
-        m_problems.push_back({path, language, token, "the token has no text"});
+        m_problems.push_back({path, language, token, tr("the token has no text")});
       } else if (std::count(text->begin(), text->end(), '$') % 2 != 0) {
-        m_problems.push_back({path, language, token, "a \"$\" has no counterpart"});
+        m_problems.push_back({path, language, token, tr("a \"$\" has no counterpart")});
       }
     }
   }
@@ -229,7 +230,7 @@ void checkPackage(const std::string& descriptionFile, bool mayLoad,
                   std::vector<Problem>& problems) {
   const auto text = ConfigurationText::read(descriptionFile);
   if (!text) {
-    problems.push_back({descriptionFile, "", "", "the file cannot be read"});
+    problems.push_back({descriptionFile, "", "", tr("the file cannot be read")});
     return;
   }
   PackageChecker(descriptionFile, *text, problems).check(mayLoad);
