@@ -8,6 +8,7 @@
 #include "DeviceEnum/IDevice.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Texts.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -32,7 +33,7 @@ std::vector<int> idsOf(const std::string& what, Query query) {
 TestItem readTest(Controller& controller, int package, int id) {
   DiagCtrl::PackageTestInfo* info = nullptr;
   require(controller.getTest(package, static_cast<unsigned int>(id), info),
-          fmt::format("reading test {} of package {}", id, package));
+          tr("reading test {} of package {}", id, package));
   return {id,
           toString(info->getTestName()),
           toString(info->getTestDesc()),
@@ -45,7 +46,7 @@ DeviceItem readDevice(Controller& controller, const Texts& texts, int package, i
   DeviceItem item;
   item.id = static_cast<unsigned int>(id);
   DiagCtrl::DiagDevice* device = nullptr;
-  const std::string what = fmt::format("reading device {} of package {}", id, package);
+  const std::string what = tr("reading device {} of package {}", id, package);
   require(controller.getDevice(package, item.id, device), what);
   const DeviceEnum::IDevice& described = *device->getIDevice();
   item.name = described.getDeviceName();
@@ -62,7 +63,7 @@ void readPairs(Controller& controller, PackageItem& package) {
     for (const TestItem& test : package.tests) {
       package.pairs[{device.id, test.id}] = PairState::unsupported;
     }
-    const std::string what = fmt::format("reading the tests of {}", device.name);
+    const std::string what = tr("reading the tests of {}", device.name);
     for (const int test : idsOf(what, [&](auto*& ids) {
            return controller.getValidTestIdList(package.index, device.id, ids);
          })) {
@@ -70,7 +71,7 @@ void readPairs(Controller& controller, PackageItem& package) {
     }
   }
   for (const TestItem& test : package.tests) {
-    const std::string what = fmt::format("reading the devices of {}", test.name);
+    const std::string what = tr("reading the devices of {}", test.name);
     for (const int device : idsOf(what, [&](auto*& ids) {
            return controller.getDisableDeviceList(package.index, static_cast<unsigned int>(test.id),
                                                   ids);
@@ -82,7 +83,7 @@ void readPairs(Controller& controller, PackageItem& package) {
 
 PackageItem readPackage(Controller& controller, const Texts& texts, int index) {
   DiagCtrl::DiagnosticPackage* description = nullptr;
-  const std::string what = fmt::format("reading package {}", index);
+  const std::string what = tr("reading package {}", index);
   require(controller.getDiagPackage(index, description), what);
   PackageItem item;
   item.index = index;
@@ -108,7 +109,7 @@ PackageItem readPackage(Controller& controller, const Texts& texts, int index) {
 
 std::vector<std::string> readDisabledPackages(Controller& controller) {
   DiagCtrl::PackageList* names = nullptr;
-  require(controller.getDisablePackageList(names), "reading the packages that were left out");
+  require(controller.getDisablePackageList(names), tr("reading the packages that were left out"));
   const std::unique_ptr<DiagCtrl::PackageList> owned(names);
   return {owned->begin(), owned->end()};
 }
@@ -124,13 +125,13 @@ std::string PackageItem::describe(const DeviceItem& device, const TestItem& test
   const auto reason = reasons.find({device.id, test.id});
   switch (stateOf(device, test)) {
     case PairState::enabled:
-      return "enabled";
+      return tr("enabled");
     case PairState::disabled:
-      return "disabled by the package's configuration";
+      return tr("disabled by the package's configuration");
     case PairState::unsupported:
       break;
   }
-  return reason != reasons.end() ? "not supported: " + reason->second : "not supported";
+  return reason != reasons.end() ? tr("not supported: {}", reason->second) : tr("not supported");
 }
 
 std::size_t Catalogue::numberOfDevices() const {
@@ -143,7 +144,7 @@ Catalogue readCatalogue(Controller& controller, const std::string& language) {
   const Texts texts(controller, language);
   Catalogue catalogue;
   int count = 0;
-  require(controller.getNumberOfDiagPackages(count), "counting the packages");
+  require(controller.getNumberOfDiagPackages(count), tr("counting the packages"));
   for (int index = 1; index <= count; ++index) {
     DiagCtrl::DiagnosticPackage* package = nullptr;
     if (controller.getDiagPackage(index, package) == Controller::OBJECT_NOT_FOUND) {

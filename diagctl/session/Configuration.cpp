@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "diagctl/session/Interruption.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -38,7 +39,7 @@ fs::path makeTemporaryDirectory() {
   std::string path = (fs::temp_directory_path() / "diagctl-XXXXXX").string();
   if (mkdtemp(path.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(),
-                            "making a directory for the control file");
+                            tr("making a directory for the control file"));
   }
   return path;
 }
@@ -59,8 +60,8 @@ Configuration Configuration::find(const std::optional<std::string>& named,
   }
   const fs::path packages = bundledPackages();
   if (packages.empty()) {
-    throw std::runtime_error(
-        "no control file and no bundled packages were found; name a control file with --config");
+    throw std::runtime_error(tr(
+        "no control file and no bundled packages were found; name a control file with --config"));
   }
   return make(packages);
 }
@@ -74,7 +75,7 @@ Configuration Configuration::make(const fs::path& packages) {
   file << embeddedControlFile(packages, directory);
   file.close();
   if (!file) {
-    throw std::runtime_error(fmt::format("{}: cannot be written", made.m_path));
+    throw std::runtime_error(tr("{}: cannot be written", made.m_path));
   }
   return made;
 }
@@ -92,7 +93,7 @@ Configuration::~Configuration() {
 }
 
 std::string Configuration::origin() const {
-  return isEmbedded() ? "the built-in configuration for the bundled packages" : m_path;
+  return isEmbedded() ? tr("the built-in configuration for the bundled packages") : m_path;
 }
 
 namespace {

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -9,10 +11,10 @@ namespace {
 std::string describe(const std::string& what, unsigned int number) {
   const CodeEntry* entry = findResult(number);
   if (entry == nullptr) {
-    return fmt::format("{}: the controller answered {}", what, number);
+    return tr("{}: the controller answered {}", what, number);
   }
-  return fmt::format("{}: {} ({}). {}\n  {}", what, entry->name, number, entry->meaning,
-                     entry->nextAction);
+  return fmt::format("{}: {} ({}). {}\n  {}", what, entry->name, number, told(entry->meaning),
+                     told(entry->nextAction));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "System/SysUtil.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -31,14 +32,14 @@ void inspect(const fs::path& path, Place place, std::vector<std::string>& findin
   for (const struct stat* each : {&link, &info}) {
     if (each->st_uid != 0) {
       findings.push_back(
-          fmt::format("{}: is owned by user {} and not by root", path.string(), each->st_uid));
+          tr("{}: is owned by user {} and not by root", path.string(), each->st_uid));
       break;
     }
   }
   const bool isSticky = S_ISDIR(info.st_mode) && (info.st_mode & S_ISVTX) != 0;
   if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (!isSticky || place == Place::itself)) {
-    findings.push_back(fmt::format("{}: may be written by others (mode {:o})", path.string(),
-                                   static_cast<unsigned int>(info.st_mode & 07777U)));
+    findings.push_back(tr("{}: may be written by others (mode {:o})", path.string(),
+                          static_cast<unsigned int>(info.st_mode & 07777U)));
   }
 }
 
@@ -121,8 +122,8 @@ void requireSecureFiles(const std::string& controlFile) {
   System::SysUtil::ReadCfgFile("GlobalSettings", "PackDirPath", packages, controlFile, -1);
   const std::vector<std::string> findings = findInsecureFiles(controlFile, packages);
   if (!findings.empty()) {
-    throw InsecureFiles(fmt::format("refused to run as root:\n  {}\n--allow-insecure overrides",
-                                    fmt::join(findings, "\n  ")));
+    throw InsecureFiles(tr("refused to run as root:\n  {}\n--allow-insecure overrides",
+                           fmt::join(findings, "\n  ")));
   }
 }
 

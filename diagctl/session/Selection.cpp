@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -37,7 +39,7 @@ void collectUnmatched(const std::vector<std::string>& patterns, const char* kind
                       MatchesAny matchesAny, std::vector<std::string>& unmatched) {
   for (const std::string& pattern : patterns) {
     if (!matchesAny(pattern)) {
-      unmatched.push_back(std::string(kind) + " '" + pattern + "'");
+      unmatched.push_back(told(kind) + " '" + pattern + "'");
     }
   }
 }
@@ -84,14 +86,14 @@ std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
   const auto& packages = catalogue.packages;
   std::vector<std::string> unmatched;
   collectUnmatched(
-      patterns.packages, "package",
+      patterns.packages, marked("package"),
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(),
                            [&](const auto& item) { return matchesPackage(pattern, item); });
       },
       unmatched);
   collectUnmatched(
-      patterns.devices, "device",
+      patterns.devices, marked("device"),
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.devices.begin(), package.devices.end(),
@@ -100,7 +102,7 @@ std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
       },
       unmatched);
   collectUnmatched(
-      patterns.tests, "test",
+      patterns.tests, marked("test"),
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.tests.begin(), package.tests.end(),

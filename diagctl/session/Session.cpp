@@ -6,6 +6,7 @@
 
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Reasons.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -15,8 +16,9 @@ using Controller = DiagCtrl::DiagnosticController;
 
 std::string describe(const DiagCtrl::DiagCtrlEvent& event) {
   const CodeEntry* entry = findEvent(event.getEventCode());
-  return entry != nullptr ? fmt::format("{}: {} {}", entry->name, entry->meaning, entry->nextAction)
-                          : fmt::format("controller event {}", event.getEventCode());
+  return entry != nullptr
+             ? fmt::format("{}: {} {}", entry->name, told(entry->meaning), told(entry->nextAction))
+             : tr("controller event {}", event.getEventCode());
 }
 
 // What these say is a package that stays in the directory but out of the catalogue.
@@ -34,7 +36,7 @@ Session::Session(const std::string& controlFile, const std::string& language,
     : m_controller(*Controller::getInstance()), m_texts(m_controller, language) {
   const PackageKit::Contract::SupportInbox reasons;  // before the controller has threads
   require(m_controller.initialize(controlFile.c_str()),
-          fmt::format("starting with the control file {}", controlFile));
+          tr("starting with the control file {}", controlFile));
   try {
     enumerate();
     apply(settings);
@@ -53,21 +55,21 @@ Session::~Session() {
 // One package that fails leaves the others in the catalogue; its event tells of it.
 void Session::enumerate() {
   require(m_controller.registerForDiagCtrlEvents(&m_wakeups.object(), m_controlRegistration),
-          "registering for the controller's events");
+          tr("registering for the controller's events"));
   const Controller::errorCode code = m_controller.enumerateAllPackages();
   if (code != Controller::SUCCESS && !isLoss(code)) {
-    throw ControllerFailure("looking for packages", code);
+    throw ControllerFailure(tr("looking for packages"), code);
   }
   collectWarnings();
   if (m_warnings.empty() && code != Controller::SUCCESS) {
-    m_warnings.emplace_back(ControllerFailure("enumerating the last package", code).what());
+    m_warnings.emplace_back(ControllerFailure(tr("enumerating the last package"), code).what());
   }
 }
 
 void Session::collectWarnings() {
   DiagCtrl::CtrlEventVector* drained = nullptr;
   require(m_controller.getDiagnosticCtrlEvents(static_cast<long>(m_controlRegistration), drained),
-          "collecting the controller's events");
+          tr("collecting the controller's events"));
   const std::unique_ptr<DiagCtrl::CtrlEventVector> events(drained);
   for (DiagCtrl::DiagCtrlEvent* event : *events) {
     const std::unique_ptr<DiagCtrl::DiagCtrlEvent> owned(event);
@@ -77,15 +79,15 @@ void Session::collectWarnings() {
 
 void Session::apply(const SessionSettings& settings) {
   if (settings.runMode) {
-    require(m_controller.setRunMode(*settings.runMode), "setting the run mode");
+    require(m_controller.setRunMode(*settings.runMode), tr("setting the run mode"));
   }
   if (settings.haltOnError) {
-    require(m_controller.setHaltOnError(*settings.haltOnError), "setting halt on error");
+    require(m_controller.setHaltOnError(*settings.haltOnError), tr("setting halt on error"));
   }
   DiagCtrl::GlobalSettings::diagMode present{};
-  require(m_controller.getDiagnosticMode(present), "reading the diagnostic mode");
+  require(m_controller.getDiagnosticMode(present), tr("reading the diagnostic mode"));
   if (settings.diagMode && *settings.diagMode != present) {
-    require(m_controller.setDiagnosticMode(*settings.diagMode), "setting the diagnostic mode");
+    require(m_controller.setDiagnosticMode(*settings.diagMode), tr("setting the diagnostic mode"));
     enumerateAgain();
   }
 }
@@ -95,17 +97,17 @@ void Session::apply(const SessionSettings& settings) {
 // fails then leaves the catalogue, and the others keep their numbers.
 void Session::enumerateAgain() {
   int count = 0;
-  require(m_controller.getNumberOfDiagPackages(count), "counting the packages");
+  require(m_controller.getNumberOfDiagPackages(count), tr("counting the packages"));
   for (int index = 1; index <= count; ++index) {
     const Controller::errorCode code = m_controller.enumerateDiagPackages(index);
     const std::size_t before = m_warnings.size();
     collectWarnings();
     if (code != Controller::SUCCESS && !isLoss(code)) {
-      throw ControllerFailure(fmt::format("enumerating package {} again", index), code);
+      throw ControllerFailure(tr("enumerating package {} again", index), code);
     }
     if (code != Controller::SUCCESS && m_warnings.size() == before) {
       m_warnings.emplace_back(
-          ControllerFailure(fmt::format("enumerating package {} again", index), code).what());
+          ControllerFailure(tr("enumerating package {} again", index), code).what());
     }
   }
 }
