@@ -1,7 +1,6 @@
 #include "diagctl/command/CheckCommand.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <exception>
 #include <vector>
@@ -10,6 +9,8 @@
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -27,7 +28,7 @@ void checkByRunning(const std::string& controlFile, const std::string& language,
     const Session session(controlFile, language, {});
     append(problems, checkTags(session.catalogue()));
     for (const std::string& warning : session.warnings()) {
-      problems.push_back({controlFile, "", "", "a package is left out: " + warning});
+      problems.push_back({controlFile, "", "", tr("a package is left out: {}", warning)});
     }
   } catch (const std::exception& failure) {
     problems.push_back({controlFile, "", "", failure.what()});
@@ -36,7 +37,7 @@ void checkByRunning(const std::string& controlFile, const std::string& language,
 
 }  // namespace
 
-int carryOutCheck(std::ostream& out, const std::string& controlFile, const std::string& language,
+int carryOutCheck(Printer& out, const std::string& controlFile, const std::string& language,
                   bool checksPermissions) {
   std::vector<Problem> problems = checkControlFile(controlFile);
   std::string packages;
@@ -57,9 +58,9 @@ int carryOutCheck(std::ostream& out, const std::string& controlFile, const std::
     checkByRunning(controlFile, language, problems);
   }
   for (const Problem& problem : problems) {
-    fmt::print(out, "{}\n", toText(problem));
+    out.print("{}\n", toText(problem));
   }
-  fmt::print(out, "{} problems in {} and its packages\n", problems.size(), controlFile);
+  out.say("{} problems in {} and its packages\n", problems.size(), controlFile);
   return problems.empty() ? ExitCode::passed : ExitCode::noVerdict;
 }
 

@@ -1,7 +1,6 @@
 #include "diagctl/command/EstimateCommand.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +10,8 @@
 
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -37,7 +38,7 @@ class Collection {
   explicit Collection(Session& session) : m_session(session) {
     unsigned long registration = 0;
     require(session.controller().registerForDiagResults(&session.wakeups().object(), registration),
-            "registering for results");
+            tr("registering for results"));
     m_registration = static_cast<long>(registration);
   }
 
@@ -81,7 +82,7 @@ class Collection {
   void collect() {
     DiagCtrl::ResultVector* drained = nullptr;
     require(m_session.controller().getDiagnosticResults(m_registration, drained),
-            "collecting estimates");
+            tr("collecting estimates"));
     const std::unique_ptr<DiagCtrl::ResultVector> results(drained);
     for (Diag::DiagnosticResult* given : *results) {
       const std::unique_ptr<Diag::DiagnosticResult> result(given);
@@ -99,13 +100,13 @@ class Collection {
 
 std::string toText(long seconds) {
   if (seconds < 0) {
-    return "unknown";
+    return tr("unknown");
   }
   if (seconds < 60) {
-    return fmt::format("{} s", seconds);
+    return tr("{} s", seconds);
   }
-  return seconds < 3600 ? fmt::format("{} min {:02} s", seconds / 60, seconds % 60)
-                        : fmt::format("{} h {:02} min", seconds / 3600, seconds / 60 % 60);
+  return seconds < 3600 ? tr("{} min {:02} s", seconds / 60, seconds % 60)
+                        : tr("{} h {:02} min", seconds / 3600, seconds / 60 % 60);
 }
 
 }  // namespace
@@ -146,15 +147,17 @@ EstimateSums sum(const std::vector<Estimate>& estimates) {
   return sums;
 }
 
-void writeEstimates(std::ostream& out, const std::vector<Estimate>& estimates) {
+void writeEstimates(Printer& out, const std::vector<Estimate>& estimates) {
   for (const Estimate& each : estimates) {
-    fmt::print(out, "{:>12}  {}: {} on {}\n", toText(each.seconds), each.pair.package->name,
-               each.pair.test->name, each.pair.device->name);
+    out.say("{:>12}  {}: {} on {}\n", toText(each.seconds), each.pair.package->name,
+            each.pair.test->name, each.pair.device->name);
   }
   const EstimateSums sums = sum(estimates);
-  const char* atLeast = sums.isComplete ? "" : "at least ";
-  fmt::print(out, "\n{} tests: {}{} one after the other, {}{} side by side\n", estimates.size(),
-             atLeast, toText(sums.serial), atLeast, toText(sums.parallel));
+  const auto bound = [&](long seconds) {
+    return sums.isComplete ? toText(seconds) : tr("at least {}", toText(seconds));
+  };
+  out.say("\n{} tests: {} one after the other, {} side by side\n", estimates.size(),
+          bound(sums.serial), bound(sums.parallel));
 }
 
 }  // namespace TarvexDiags::FrontEnd

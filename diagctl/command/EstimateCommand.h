@@ -1,10 +1,10 @@
 #pragma once
 
-#include <ostream>
 #include <vector>
 
 #include "diagctl/session/Selection.h"
 #include "diagctl/session/Session.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -27,6 +27,6 @@ std::vector<Estimate> estimate(Session& session, const std::vector<SelectedPair>
 
 EstimateSums sum(const std::vector<Estimate>& estimates);
 
-void writeEstimates(std::ostream& out, const std::vector<Estimate>& estimates);
+void writeEstimates(Printer& out, const std::vector<Estimate>& estimates);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,47 +1,49 @@
 #include "diagctl/command/Listing.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <map>
 #include <string>
+
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
 std::string statusOf(const DeviceItem& device) {
-  return device.statusText.empty() ? fmt::format("status {}", device.status) : device.statusText;
+  return device.statusText.empty() ? tr("status {}", device.status) : device.statusText;
 }
 
-void showPackage(std::ostream& out, const PackageItem& package) {
-  fmt::print(out, "package {}: {} ({}, {}) version {}\n  {}\n", package.index, package.name,
-             package.baseName, package.mnemonic, package.version, package.description);
-  fmt::print(out, "  {} devices, {} tests{}\n", package.devices.size(), package.tests.size(),
-             package.takesMachine ? ", its tests run alone" : "");
+void showPackage(Printer& out, const PackageItem& package) {
+  out.say("package {}: {} ({}, {}) version {}\n  {}\n", package.index, package.name,
+          package.baseName, package.mnemonic, package.version, package.description);
+  out.say("  {} devices, {} tests{}\n", package.devices.size(), package.tests.size(),
+          package.takesMachine ? tr(", its tests run alone") : std::string());
   for (const int test : package.withdrawnTests) {
-    fmt::print(out, "  test {} is withdrawn for this machine or operating system\n", test);
+    out.say("  test {} is withdrawn for this machine or operating system\n", test);
   }
 }
 
-void showDevice(std::ostream& out, const PackageItem& package, const DeviceItem& device) {
-  fmt::print(out, "device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.name, device.name,
-             device.tag, statusOf(device));
+void showDevice(Printer& out, const PackageItem& package, const DeviceItem& device) {
+  out.say("device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.name, device.name, device.tag,
+          statusOf(device));
   for (const TestItem& test : package.tests) {
-    fmt::print(out, "  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
+    out.say("  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
   }
 }
 
-void showTest(std::ostream& out, const PackageItem& package, const TestItem& test) {
-  fmt::print(out, "test {} of {}: {}\n  {}\n", test.id, package.name, test.name, test.description);
+void showTest(Printer& out, const PackageItem& package, const TestItem& test) {
+  out.say("test {} of {}: {}\n  {}\n", test.id, package.name, test.name, test.description);
   if (!test.openMode.empty()) {
-    fmt::print(out, "  opens the device {}\n", test.openMode);
+    out.say("  opens the device {}\n", test.openMode);
   }
   if (test.estimatedTime != 0) {
-    fmt::print(out, "  takes about {} s\n", test.estimatedTime);
+    out.say("  takes about {} s\n", test.estimatedTime);
   }
   for (const DeviceItem& device : package.devices) {
-    fmt::print(out, "  on {}: {}\n", device.name, package.describe(device, test));
+    out.say("  on {}: {}\n", device.name, package.describe(device, test));
   }
 }
 
@@ -58,42 +60,42 @@ std::map<std::string, std::string> devicesByState(const PackageItem& package,
 
 }  // namespace
 
-void listPackages(std::ostream& out, const Catalogue& catalogue) {
+void listPackages(Printer& out, const Catalogue& catalogue) {
   for (const PackageItem& package : catalogue.packages) {
-    fmt::print(out, "{:3}  {:<12} {:<8} {:<24} {:>3} devices {:>3} tests\n", package.index,
-               package.mnemonic, package.version, package.name, package.devices.size(),
-               package.tests.size());
+    out.say("{:3}  {:<12} {:<8} {:<24} {:>3} devices {:>3} tests\n", package.index,
+            package.mnemonic, package.version, package.name, package.devices.size(),
+            package.tests.size());
   }
   for (const std::string& name : catalogue.disabledPackages) {
-    fmt::print(out, "  -  {:<12} disabled by the control file\n", name);
+    out.say("  -  {:<12} disabled by the control file\n", name);
   }
 }
 
-void listDevices(std::ostream& out, const Catalogue& catalogue) {
+void listDevices(Printer& out, const Catalogue& catalogue) {
   for (const PackageItem& package : catalogue.packages) {
     for (const DeviceItem& device : package.devices) {
-      fmt::print(out, "{:<12} {:>3}  {:<28} {:<32} {}\n", package.mnemonic, device.id, device.name,
-                 device.tag, statusOf(device));
+      out.print("{:<12} {:>3}  {:<28} {:<32} {}\n", package.mnemonic, device.id, device.name,
+                device.tag, statusOf(device));
     }
   }
 }
 
-void listTests(std::ostream& out, const Catalogue& catalogue) {
+void listTests(Printer& out, const Catalogue& catalogue) {
   for (const PackageItem& package : catalogue.packages) {
     for (const TestItem& test : package.tests) {
-      fmt::print(out, "{:<12} {:>3}  {}\n", package.mnemonic, test.id, test.name);
+      out.print("{:<12} {:>3}  {}\n", package.mnemonic, test.id, test.name);
       for (const auto& [state, names] : devicesByState(package, test)) {
-        fmt::print(out, "                   {}: {}\n", state, names);
+        out.print("                   {}: {}\n", state, names);
       }
     }
     for (const int test : package.withdrawnTests) {
-      fmt::print(out, "{:<12} {:>3}  withdrawn for this machine or operating system\n",
-                 package.mnemonic, test);
+      out.say("{:<12} {:>3}  withdrawn for this machine or operating system\n", package.mnemonic,
+              test);
     }
   }
 }
 
-bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& pattern) {
+bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern) {
   bool isFound = false;
   for (const PackageItem& package : catalogue.packages) {
     if (matchesPackage(pattern, package)) {
@@ -116,27 +118,26 @@ bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& 
   return isFound;
 }
 
-bool tellUnmatched(std::ostream& out, const Catalogue& catalogue,
-                   const SelectionPatterns& patterns) {
+bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns) {
   const std::vector<std::string> unmatched = unmatchedPatterns(catalogue, patterns);
   for (const std::string& pattern : unmatched) {
-    fmt::print(out, "diagctl: nothing matches {}\n", pattern);
+    out.say("diagctl: nothing matches {}\n", pattern);
   }
   return unmatched.empty();
 }
 
-void tellWarnings(std::ostream& out, const std::vector<std::string>& warnings) {
+void tellWarnings(Printer& out, const std::vector<std::string>& warnings) {
   for (const std::string& warning : warnings) {
-    fmt::print(out, "diagctl: {}\n", warning);
+    out.print("diagctl: {}\n", warning);
   }
 }
 
-void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs) {
+void listPlan(Printer& out, const std::vector<SelectedPair>& pairs) {
   for (const SelectedPair& pair : pairs) {
     const bool isRun = pair.state == PairState::enabled;
-    fmt::print(out, "{:<5} {}: {} on {}{}\n", isRun ? "run" : "skip", pair.package->name,
-               pair.test->name, pair.device->name,
-               isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");
+    out.say("{:<5} {}: {} on {}{}\n", isRun ? tr("run") : tr("skip"), pair.package->name,
+            pair.test->name, pair.device->name,
+            isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");
   }
 }
 

@@ -1,26 +1,25 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "diagctl/session/Catalogue.h"
 #include "diagctl/session/Selection.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
-void listPackages(std::ostream& out, const Catalogue& catalogue);
-void listDevices(std::ostream& out, const Catalogue& catalogue);
+void listPackages(Printer& out, const Catalogue& catalogue);
+void listDevices(Printer& out, const Catalogue& catalogue);
 /// Tests with the devices that they are enabled, disabled and not supported on.
-void listTests(std::ostream& out, const Catalogue& catalogue);
+void listTests(Printer& out, const Catalogue& catalogue);
 /// All that is known of each package, device and test that matches. @return whether any does.
-bool showItem(std::ostream& out, const Catalogue& catalogue, const std::string& pattern);
+bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern);
 /// Tells each pattern that nothing matches. @return whether there is none.
-bool tellUnmatched(std::ostream& out, const Catalogue& catalogue,
-                   const SelectionPatterns& patterns);
+bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns);
 /// Tells what a session has to complain of: packages that could not be loaded.
-void tellWarnings(std::ostream& out, const std::vector<std::string>& warnings);
+void tellWarnings(Printer& out, const std::vector<std::string>& warnings);
 /// The pairs of a plan that would run and those that would not.
-void listPlan(std::ostream& out, const std::vector<SelectedPair>& pairs);
+void listPlan(Printer& out, const std::vector<SelectedPair>& pairs);
 
 }  // namespace TarvexDiags::FrontEnd

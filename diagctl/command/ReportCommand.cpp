@@ -14,6 +14,7 @@
 #include "diagctl/report/JsonlReader.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -66,7 +67,7 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
     }
   }
   if (!code) {
-    throw std::runtime_error(fmt::format("{}: holds no run", options.log));
+    throw std::runtime_error(tr("{}: holds no run", options.log));
   }
   return finish(outputs, *code);
 }

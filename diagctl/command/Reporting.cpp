@@ -1,12 +1,11 @@
 #include "diagctl/command/Reporting.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <exception>
-#include <iostream>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -14,9 +13,9 @@ namespace {
 
 // A monitor reads the first line of standard output, whatever became of the run.
 int tellMonitor(const ReportingOptions& options, const std::exception& failure) {
-  fmt::print(std::cerr, "diagctl: {}\n", failure.what());
+  standardError().print("diagctl: {}\n", failure.what());
   if (formatOf(options) == summaryFormat) {
-    fmt::print(std::cout, "DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
+    standardOutput().print("DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
   }
   return ExitCode::noVerdict;
 }
@@ -33,7 +32,7 @@ std::string formatOf(const ReportingOptions& options) {
 int finish(Outputs& outputs, int code) {
   outputs.finish();
   for (const std::string& failure : outputs.failures()) {
-    fmt::print(std::cerr, "diagctl: {}\n", failure);
+    standardError().print("diagctl: {}\n", failure);
   }
   return outputs.failures().empty() || code != ExitCode::passed ? code : ExitCode::noVerdict;
 }

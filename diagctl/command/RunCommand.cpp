@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
-#include <iostream>
 #include <optional>
 
 #include "System/Mutex.h"
@@ -21,6 +20,7 @@
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Keyboard.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -35,7 +35,7 @@ bool isColoured(int descriptor) {
 class SharedProgress {
  public:
   explicit SharedProgress(std::size_t requests)
-      : m_progress(std::cerr, isatty(STDERR_FILENO) != 0, requests) {}
+      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, requests) {}
 
   unsigned long firstRunning() const {
     const System::LockHold hold(m_lock);
@@ -140,7 +140,7 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
 
 // Only tells what would run, with the code that a run of it could still come to.
 int tellPlan(const std::vector<SelectedPair>& pairs, bool isWhole) {
-  listPlan(std::cout, pairs);
+  listPlan(standardOutput(), pairs);
   const bool isAny = std::any_of(pairs.begin(), pairs.end(), [](const SelectedPair& pair) {
     return pair.state == PairState::enabled;
   });
@@ -155,10 +155,10 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   requireSecure(options, configuration.path());
   Session session(configuration.path(), options.language, settingsOf(options));
   const Catalogue& catalogue = session.catalogue();
-  const bool isMatched = tellUnmatched(std::cerr, catalogue, options.patterns);
+  const bool isMatched = tellUnmatched(standardError(), catalogue, options.patterns);
   const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
   if (options.isDryRun) {
-    tellWarnings(std::cerr, session.warnings());
+    tellWarnings(standardError(), session.warnings());
     return tellPlan(pairs, isMatched && session.failedPackages() == 0);
   }
   RunPlan plan = makePlan(pairs, options.run);

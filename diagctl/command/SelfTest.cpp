@@ -1,7 +1,6 @@
 #include "diagctl/command/SelfTest.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
@@ -20,6 +19,8 @@
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Selection.h"
 #include "diagctl/session/Session.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -64,28 +65,29 @@ bool noProcessIsLeft() {
   return false;
 }
 
-bool tellRow(std::ostream& out, bool isContained, const std::string& text) {
-  fmt::print(out, "{}  {}\n", isContained ? "contained" : "ESCAPED  ", text);
+bool tellRow(Printer& out, bool isContained, const std::string& text) {
+  out.print("{}  {}\n", isContained ? tr("contained") : tr("ESCAPED  "), text);
   return isContained;
 }
 
 std::string describe(StepRecord::Outcome outcome, const std::string& symptom) {
-  return symptom.empty() ? toText(outcome) : fmt::format("{} ({})", toText(outcome), symptom);
+  const std::string text = told(toText(outcome));
+  return symptom.empty() ? text : fmt::format("{} ({})", text, symptom);
 }
 
 // @return how many rows were not as they must be.
-std::size_t compare(std::ostream& out, const std::map<int, const StepRecord*>& steps) {
+std::size_t compare(Printer& out, const std::map<int, const StepRecord*>& steps) {
   std::size_t escaped = 0;
   for (const SelfTestExpectation& expectation : selfTestExpectations()) {
     const auto entry = steps.find(expectation.test);
     const StepRecord* step = entry != steps.end() ? entry->second : nullptr;
     const bool isContained = step != nullptr && step->outcome() == expectation.outcome &&
                              step->symptom == expectation.symptom;
-    std::string text = expectation.contains;
+    std::string text = told(expectation.contains);
     text += ": " + describe(expectation.outcome, expectation.symptom);
     if (!isContained) {
-      text += ", but was " +
-              (step != nullptr ? describe(step->outcome(), step->symptom) : "not told at all");
+      text += tr(", but was {}", step != nullptr ? describe(step->outcome(), step->symptom)
+                                                 : tr("not told at all"));
     }
     escaped += tellRow(out, isContained, text) ? 0 : 1;
   }
@@ -110,41 +112,41 @@ std::map<int, const StepRecord*> byTest(const RunRecord& record, const RunPlan& 
 const std::vector<SelfTestExpectation>& selfTestExpectations() {
   using Outcome = StepRecord::Outcome;
   static const std::vector<SelfTestExpectation> expectations = {
-      {1, Outcome::passed, "", "a test that behaves"},
-      {2, Outcome::trouble, "worker-crashed", "a segmentation fault"},
-      {3, Outcome::trouble, "worker-crashed", "a call of abort"},
-      {4, Outcome::trouble, "test-threw", "an exception"},
-      {5, Outcome::trouble, "test-timed-out", "an endless loop"},
-      {6, Outcome::trouble, "test-timed-out", "an endless loop that ignores the request to end"},
-      {7, Outcome::trouble, "worker-exited", "an exit in the middle of a message"},
-      {8, Outcome::passed, "", "a flood of events"},
-      {9, Outcome::trouble, "out-of-memory", "a flood of memory"},
-      {10, Outcome::trouble, "protocol-broken", "an impossible progress"},
-      {11, Outcome::trouble, "test-threw", "something thrown that is no exception"},
-      {12, Outcome::trouble, "device-vanished", "a device that vanishes"},
-      {13, Outcome::trouble, "no-permission", "a missing permission"},
-      {14, Outcome::failed, "fault-found", "a fault of the hardware, told as one"},
-      {15, Outcome::warning, "margin-small", "a warning, told as one"},
-      {17, Outcome::trouble, "protocol-broken", "garbage instead of messages"},
-      {18, Outcome::passed, "", "a flood of output"},
-      {19, Outcome::passed, "", "a child process left behind"},
-      {20, Outcome::skipped, "", "a test that is not possible"},
-      {22, Outcome::trouble, "worker-exited", "an early exit"},
-      {24, Outcome::trouble, "test-timed-out", "a sleep that asks for nothing"},
-      {25, Outcome::trouble, "no-result", "a package that lies about its end"},
-      {26, Outcome::trouble, "protocol-broken", "the end of another test"},
-      {27, Outcome::trouble, "test-threw", "an event that is reserved"},
+      {1, Outcome::passed, "", marked("a test that behaves")},
+      {2, Outcome::trouble, "worker-crashed", marked("a segmentation fault")},
+      {3, Outcome::trouble, "worker-crashed", marked("a call of abort")},
+      {4, Outcome::trouble, "test-threw", marked("an exception")},
+      {5, Outcome::trouble, "test-timed-out", marked("an endless loop")},
+      {6, Outcome::trouble, "test-timed-out", marked("an endless loop that ignores the request to end")},
+      {7, Outcome::trouble, "worker-exited", marked("an exit in the middle of a message")},
+      {8, Outcome::passed, "", marked("a flood of events")},
+      {9, Outcome::trouble, "out-of-memory", marked("a flood of memory")},
+      {10, Outcome::trouble, "protocol-broken", marked("an impossible progress")},
+      {11, Outcome::trouble, "test-threw", marked("something thrown that is no exception")},
+      {12, Outcome::trouble, "device-vanished", marked("a device that vanishes")},
+      {13, Outcome::trouble, "no-permission", marked("a missing permission")},
+      {14, Outcome::failed, "fault-found", marked("a fault of the hardware, told as one")},
+      {15, Outcome::warning, "margin-small", marked("a warning, told as one")},
+      {17, Outcome::trouble, "protocol-broken", marked("garbage instead of messages")},
+      {18, Outcome::passed, "", marked("a flood of output")},
+      {19, Outcome::passed, "", marked("a child process left behind")},
+      {20, Outcome::skipped, "", marked("a test that is not possible")},
+      {22, Outcome::trouble, "worker-exited", marked("an early exit")},
+      {24, Outcome::trouble, "test-timed-out", marked("a sleep that asks for nothing")},
+      {25, Outcome::trouble, "no-result", marked("a package that lies about its end")},
+      {26, Outcome::trouble, "protocol-broken", marked("the end of another test")},
+      {27, Outcome::trouble, "test-threw", marked("an event that is reserved")},
   };
   return expectations;
 }
 // clang-format on
 
-int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::string& language,
+int carryOutSelfTest(Printer& out, const std::string& packages, const std::string& language,
                      bool allowsInsecure) {
   Interruption::begin();
   const fs::path directory = packages.empty() ? selfTestPackages() : fs::path(packages);
   if (directory.empty()) {
-    throw std::runtime_error("the self-test's package was not found");
+    throw std::runtime_error(tr("the self-test's package was not found"));
   }
   const Configuration configuration = Configuration::make(directory);
   if (!allowsInsecure && mustBeSecure()) {
@@ -167,9 +169,9 @@ int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::
         .run(start);
     escaped += compare(out, byTest(record, plan));
   }
-  escaped += tellRow(out, noProcessIsLeft(), "no process is left behind") ? 0 : 1;
-  fmt::print(out, "\n{} of {} contained in {:.1f} s\n", selfTestExpectations().size() + 1 - escaped,
-             selfTestExpectations().size() + 1, record.seconds());
+  escaped += tellRow(out, noProcessIsLeft(), tr("no process is left behind")) ? 0 : 1;
+  out.say("\n{} of {} contained in {:.1f} s\n", selfTestExpectations().size() + 1 - escaped,
+          selfTestExpectations().size() + 1, record.seconds());
   if (Interruption::signal() != 0) {
     return ExitCode::signalBase + Interruption::signal();
   }

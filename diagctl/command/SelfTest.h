@@ -1,10 +1,10 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -22,7 +22,7 @@ const std::vector<SelfTestExpectation>& selfTestExpectations();
 /// each with what must. It also looks for processes that were left behind.
 /// @param packages directory of the misbehaving package; empty: the one that comes along.
 /// @return exit code: 0 when all was contained.
-int carryOutSelfTest(std::ostream& out, const std::string& packages, const std::string& language,
+int carryOutSelfTest(Printer& out, const std::string& packages, const std::string& language,
                      bool allowsInsecure);
 
 }  // namespace TarvexDiags::FrontEnd

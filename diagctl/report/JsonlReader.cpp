@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -33,7 +35,7 @@ template <class Value>
 Value lookUp(const std::map<std::string, Value>& values, const std::string& text) {
   const auto entry = values.find(text);
   if (entry == values.end()) {
-    throw FormatFailure(fmt::format("'{}' is none of the known values", text));
+    throw FormatFailure(tr("'{}' is none of the known values", text));
   }
   return entry->second;
 }
@@ -70,7 +72,7 @@ std::chrono::system_clock::time_point timeOf(const std::string& text) {
   std::tm parts{};
   const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
   if (rest == nullptr) {
-    throw FormatFailure(fmt::format("'{}' is no time stamp", text));
+    throw FormatFailure(tr("'{}' is no time stamp", text));
   }
   const double fraction = *rest == '.' ? std::strtod(rest, nullptr) : 0.0;
   return std::chrono::system_clock::from_time_t(timegm(&parts)) +

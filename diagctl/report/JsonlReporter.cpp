@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "diagctl/terminal/Printer.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -190,7 +192,7 @@ std::string toTimestamp(std::chrono::system_clock::time_point time) {
   return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(seconds), milliseconds % 1000);
 }
 
-JsonlReporter::JsonlReporter(std::ostream& out) : m_out(out) {}
+JsonlReporter::JsonlReporter(Printer& out) : m_out(out) {}
 
 void JsonlReporter::handle(const RunEvent& event) {
   const std::string timestamp = toTimestamp(event.time);
@@ -216,7 +218,9 @@ void JsonlReporter::handle(const RunEvent& event) {
 void JsonlReporter::write(const std::string& timestamp, const char* kind, Json content) {
   const Json line{
       {kind, std::move(content)}, {"sequenceNumber", m_sequenceNumber++}, {"timestamp", timestamp}};
-  m_out << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n' << std::flush;
+  m_out.write(line.dump(-1, ' ', false, Json::error_handler_t::replace));
+  m_out.write("\n");
+  m_out.flush();
 }
 
 }  // namespace TarvexDiags::FrontEnd

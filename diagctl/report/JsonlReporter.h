@@ -3,10 +3,10 @@
 #include <nlohmann/json.hpp>
 
 #include <map>
-#include <ostream>
 #include <string>
 
 #include "diagctl/report/Reporter.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -17,7 +17,7 @@ namespace TarvexDiags::FrontEnd {
 class JsonlReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
-  explicit JsonlReporter(std::ostream& out);
+  explicit JsonlReporter(Printer& out);
 
   void handle(const RunEvent& event) override;
   void finish() override {}
@@ -25,7 +25,7 @@ class JsonlReporter : public Reporter {
  private:
   void write(const std::string& timestamp, const char* kind, nlohmann::ordered_json content);
 
-  std::ostream& m_out;
+  Printer& m_out;
   unsigned long m_sequenceNumber = 0;
   bool m_hasSchema = false;
 };

@@ -1,7 +1,6 @@
 #include "diagctl/report/JunitReporter.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <map>
 #include <string>
@@ -9,6 +8,7 @@
 
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -72,46 +72,46 @@ std::map<std::string, Suite> suitesOf(const RunRecord& record) {
   return suites;
 }
 
-void writeCase(std::ostream& out, const StepRecord& step) {
-  fmt::print(out, R"(    <testcase classname="{}" name="{} on {}" time="{:.3f}">)",
-             escape(step.start.package), escape(step.start.test), escape(step.start.device),
-             step.seconds());
+void writeCase(Printer& out, const StepRecord& step) {
+  out.print(R"(    <testcase classname="{}" name="{} on {}" time="{:.3f}">)",
+            escape(step.start.package), escape(step.start.test), escape(step.start.device),
+            step.seconds());
   const std::string text = join(step.findings, step.actions);
   const std::string head = escape(step.findings.empty() ? step.symptom : step.findings.front());
   switch (step.outcome()) {
     case StepRecord::Outcome::failed:
-      fmt::print(out, R"(<failure type="{}" message="{}">{}</failure>)", escape(step.symptom), head,
-                 escape(text));
+      out.print(R"(<failure type="{}" message="{}">{}</failure>)", escape(step.symptom), head,
+                escape(text));
       break;
     case StepRecord::Outcome::trouble:
-      fmt::print(out, R"(<error type="{}" message="{}">{}</error>)", escape(step.symptom), head,
-                 escape(text));
+      out.print(R"(<error type="{}" message="{}">{}</error>)", escape(step.symptom), head,
+                escape(text));
       break;
     case StepRecord::Outcome::skipped:
-      fmt::print(out, R"(<skipped message="{}"/>)", head);
+      out.print(R"(<skipped message="{}"/>)", head);
       break;
     case StepRecord::Outcome::warning:
-      fmt::print(out, "<system-out>{}</system-out>", escape(text));
+      out.print("<system-out>{}</system-out>", escape(text));
       break;
     case StepRecord::Outcome::passed:
       break;
   }
-  out << "</testcase>\n";
+  out.write("</testcase>\n");
 }
 
-void writeRun(std::ostream& out, const RunRecord& run) {
+void writeRun(Printer& out, const RunRecord& run) {
   auto suites = suitesOf(run);
   for (auto& [package, suite] : suites) {
-    fmt::print(out,
-               "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
-               "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-               escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::failed],
-               suite.sums[StepRecord::Outcome::trouble], suite.sums[StepRecord::Outcome::skipped],
-               suite.seconds, toTimestamp(run.begin()), escape(run.start().machineName));
+    out.print(
+        "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
+        "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
+        escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::failed],
+        suite.sums[StepRecord::Outcome::trouble], suite.sums[StepRecord::Outcome::skipped],
+        suite.seconds, toTimestamp(run.begin()), escape(run.start().machineName));
     for (const StepRecord* step : suite.steps) {
       writeCase(out, *step);
     }
-    out << "  </testsuite>\n";
+    out.write("  </testsuite>\n");
   }
 }
 
@@ -125,11 +125,12 @@ void JunitReporter::handle(const RunEvent& event) {
 }
 
 void JunitReporter::finish() {
-  m_out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n";
+  m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
   for (const RunRecord& run : m_runs) {
     writeRun(m_out, run);
   }
-  m_out << "</testsuites>\n" << std::flush;
+  m_out.write("</testsuites>\n");
+  m_out.flush();
 }
 
 }  // namespace TarvexDiags::FrontEnd

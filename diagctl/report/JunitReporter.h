@@ -1,10 +1,10 @@
 #pragma once
 
-#include <ostream>
 #include <vector>
 
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -14,13 +14,13 @@ namespace TarvexDiags::FrontEnd {
 class JunitReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
-  explicit JunitReporter(std::ostream& out) : m_out(out) {}
+  explicit JunitReporter(Printer& out) : m_out(out) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
-  std::ostream& m_out;
+  Printer& m_out;
   std::vector<RunRecord> m_runs;
 };
 

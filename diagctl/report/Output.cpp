@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <iostream>
 #include <system_error>
 
 #include "diagctl/report/JsonlReporter.h"
@@ -15,6 +14,8 @@
 #include "diagctl/report/SummaryReporter.h"
 #include "diagctl/report/TapReporter.h"
 #include "diagctl/report/TextReporter.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -86,7 +87,7 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
   for (const std::string& text : specifications) {
     const Specification parsed = parse(text);
     if (!isFormat(parsed.format) || parsed.path.empty()) {
-      return fmt::format("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
+      return tr("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
     }
     if (parsed.isStandardOutput()) {
       ++standardOutputs;
@@ -94,12 +95,12 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
     }
     for (const std::string& other : taken) {
       if (isSameFile(parsed.path, other)) {
-        return fmt::format("the file '{}' is named twice", parsed.path);
+        return tr("the file '{}' is named twice", parsed.path);
       }
     }
     taken.push_back(parsed.path);
   }
-  return standardOutputs > 1 ? "standard output takes one format" : "";
+  return standardOutputs > 1 ? tr("standard output takes one format") : "";
 }
 
 std::unique_ptr<Output> Output::toFile(const std::string& format, const std::string& path) {
@@ -118,9 +119,10 @@ std::unique_ptr<Output> Output::toFile(const std::string& format, const std::str
   if (!*output->m_file) {
     failWith(errno, output->m_name);
   }
-  output->m_out = output->m_file.get();
+  output->m_filePrinter = std::make_unique<Printer>(*output->m_file);
+  output->m_out = output->m_filePrinter.get();
   if (isLog && isPlain && endsWithinLine(path)) {
-    *output->m_out << '\n';
+    output->m_out->write("\n");
   }
   output->makeReporter(format, false);
   return output;
@@ -128,8 +130,8 @@ std::unique_ptr<Output> Output::toFile(const std::string& format, const std::str
 
 std::unique_ptr<Output> Output::toStandardOutput(const std::string& format, bool colour) {
   std::unique_ptr<Output> output(new Output);
-  output->m_name = "standard output";
-  output->m_out = &std::cout;
+  output->m_name = tr("standard output");
+  output->m_out = &standardOutput();
   output->makeReporter(format, colour);
   return output;
 }
@@ -180,7 +182,7 @@ void Output::finish() {
 }
 
 void Output::requireWritten() {
-  if (!*m_out) {
+  if (!m_out->isSound()) {
     failWith(errno, m_name);
   }
 }

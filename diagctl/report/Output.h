@@ -2,11 +2,11 @@
 
 #include <fstream>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/Reporter.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -35,11 +35,12 @@ class Output {
   void makeReporter(const std::string& format, bool colour);
   void requireWritten();
 
-  std::string m_name;     ///< for people
-  std::string m_path;     ///< the file in the end; empty for standard output
-  std::string m_besides;  ///< what is renamed to it; empty for a log
-  std::unique_ptr<std::ofstream> m_file;
-  std::ostream* m_out = nullptr;
+  std::string m_name;                      ///< for people
+  std::string m_path;                      ///< the file in the end; empty for standard output
+  std::string m_besides;                   ///< what is renamed to it; empty for a log
+  std::unique_ptr<std::ofstream> m_file;   ///< null for standard output
+  std::unique_ptr<Printer> m_filePrinter;  ///< into the file
+  Printer* m_out = nullptr;
   std::unique_ptr<Reporter> m_reporter;
 };
 

@@ -1,7 +1,6 @@
 #include "diagctl/report/Progress.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,6 +8,8 @@
 #include <cstdlib>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -38,7 +39,7 @@ std::string remainingTime(unsigned int percent, double elapsed) {
 }
 
 std::string nameOf(const StepStarted& start) {
-  return toPrintable(fmt::format("{}: {} on {}", start.package, start.test, start.device));
+  return toPrintable(tr("{}: {} on {}", start.package, start.test, start.device));
 }
 
 // Longer lines would wrap, and could not be erased again. No character is cut in two.
@@ -63,7 +64,7 @@ std::size_t columnsOf(int descriptor) {
 
 }  // namespace
 
-Progress::Progress(std::ostream& out, bool isTerminal, std::size_t total)
+Progress::Progress(Printer& out, bool isTerminal, std::size_t total)
     : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
 
 unsigned long Progress::firstRunning() const {
@@ -80,7 +81,7 @@ void Progress::handle(const RunEvent& event) {
     step.start = *started;
     step.begin = event.time;
     if (!m_isTerminal) {
-      fmt::print(m_out, "running  {}\n", nameOf(*started));
+      m_out.say("running  {}\n", nameOf(*started));
     }
   } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
     Step& step = m_steps[numberOf(progress->stepId)];
@@ -91,7 +92,7 @@ void Progress::handle(const RunEvent& event) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
              message != nullptr && message->severity != Severity::information) {
-    fmt::print(m_out, "{}\n", toPrintable(message->text));
+    m_out.print("{}\n", toPrintable(message->text));
   }
   draw(event.time);
 }
@@ -103,7 +104,7 @@ void Progress::endStep(unsigned long number) {
   }
   ++m_ended;
   if (!m_isTerminal) {
-    fmt::print(m_out, "ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
+    m_out.say("ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
   }
   m_steps.erase(entry);
 }
@@ -111,12 +112,11 @@ void Progress::endStep(unsigned long number) {
 std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(step.begin, now);
   const std::string remaining =
-      step.isSuspended ? "suspended" : "left " + remainingTime(step.percent, elapsed);
+      step.isSuspended ? tr("suspended") : tr("left {}", remainingTime(step.percent, elapsed));
   const std::string pass =
-      step.start.passes > 1 ? fmt::format(" pass {}/{}", step.pass, step.start.passes) : "";
-  return fmt::format("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass,
-                     clock(elapsed), remaining, toPrintable(step.start.test),
-                     toPrintable(step.start.device));
+      step.start.passes > 1 ? tr(" pass {}/{}", step.pass, step.start.passes) : "";
+  return tr("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass, clock(elapsed),
+            remaining, toPrintable(step.start.test), toPrintable(step.start.device));
 }
 
 // What is left is told from the share that is done, so it is rough at the start.
@@ -128,14 +128,13 @@ std::string Progress::totalLine(std::chrono::system_clock::time_point now) const
     done += (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / passes;
   }
   const double left = static_cast<double>(m_total) - done;
-  return fmt::format("{} of {} ended, {} left {}   s suspend  r resume  a abort one  q abort all",
-                     m_ended, m_total, clock(elapsed),
-                     done > 0 && left > 0 ? clock(elapsed * left / done) : "-");
+  return tr("{} of {} ended, {} left {}   s suspend  r resume  a abort one  q abort all", m_ended,
+            m_total, clock(elapsed), done > 0 && left > 0 ? clock(elapsed * left / done) : "-");
 }
 
 void Progress::draw(std::chrono::system_clock::time_point now) {
   if (!m_isTerminal) {
-    m_out << std::flush;
+    m_out.flush();
     return;
   }
   const std::size_t columns = columnsOf(STDERR_FILENO);
@@ -147,26 +146,26 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
     }
   }
   if (running > mostLines) {
-    lines.push_back(fmt::format("... and {} more", running - mostLines));
+    lines.push_back(tr("... and {} more", running - mostLines));
   }
   lines.push_back(totalLine(now));
   for (const std::string& line : lines) {
-    fmt::print(m_out, "{}\n", cut(line, columns - 1));
+    m_out.print("{}\n", cut(line, columns - 1));
   }
   m_drawnLines = lines.size();
-  m_out << std::flush;
+  m_out.flush();
 }
 
 void Progress::erase() {
   if (m_drawnLines > 0) {
-    fmt::print(m_out, "\033[{}A\033[J", m_drawnLines);
+    m_out.print("\033[{}A\033[J", m_drawnLines);
     m_drawnLines = 0;
   }
 }
 
 void Progress::finish() {
   erase();
-  m_out << std::flush;
+  m_out.flush();
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -2,11 +2,11 @@
 
 #include <chrono>
 #include <map>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/Reporter.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -16,7 +16,7 @@ namespace TarvexDiags::FrontEnd {
 class Progress : public Reporter {
  public:
   /// @param out kept alive by the caller. @param total number of tests of the run.
-  Progress(std::ostream& out, bool isTerminal, std::size_t total);
+  Progress(Printer& out, bool isTerminal, std::size_t total);
 
   void handle(const RunEvent& event) override;
   void finish() override;
@@ -41,7 +41,7 @@ class Progress : public Reporter {
   std::string totalLine(std::chrono::system_clock::time_point now) const;
   std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;
 
-  std::ostream& m_out;
+  Printer& m_out;
   bool m_isTerminal;
   std::size_t m_total;
   std::size_t m_ended = 0;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace {
@@ -150,23 +152,23 @@ double RunRecord::seconds() const {
 const char* toText(StepRecord::Outcome outcome) {
   switch (outcome) {
     case StepRecord::Outcome::passed:
-      return "passed";
+      return marked("passed");
     case StepRecord::Outcome::failed:
-      return "failed";
+      return marked("failed");
     case StepRecord::Outcome::warning:
-      return "with a warning";
+      return marked("with a warning");
     case StepRecord::Outcome::trouble:
-      return "without a verdict";
+      return marked("without a verdict");
     case StepRecord::Outcome::skipped:
       break;
   }
-  return "skipped";
+  return marked("skipped");
 }
 
 std::string toText(const OutcomeSums& sums) {
   std::string text;
   for (const auto& [outcome, count] : sums) {
-    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, toText(outcome));
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, told(toText(outcome)));
   }
   return text;
 }

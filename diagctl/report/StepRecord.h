@@ -63,6 +63,7 @@ class RunRecord {
   RunEnded m_end;
 };
 
+/// For people, marked: "passed".
 const char* toText(StepRecord::Outcome outcome);
 /// For people: "3 passed, 1 failed"; empty for nothing.
 std::string toText(const OutcomeSums& sums);

@@ -1,13 +1,14 @@
 #include "diagctl/report/SummaryReporter.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <string>
 #include <variant>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -59,10 +60,10 @@ void SummaryReporter::finish() {
     }
   }
   std::string line =
-      fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? "nothing ran" : counts, finding);
+      fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? tr("nothing ran") : counts, finding);
   std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
-  fmt::print(m_out, "{}\n", toPrintable(line));
-  m_out << std::flush;
+  m_out.print("{}\n", toPrintable(line));
+  m_out.flush();
 }
 
 }  // namespace TarvexDiags::FrontEnd

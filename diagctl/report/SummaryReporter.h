@@ -1,9 +1,8 @@
 #pragma once
 
-#include <ostream>
-
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -12,13 +11,13 @@ namespace TarvexDiags::FrontEnd {
 class SummaryReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
-  explicit SummaryReporter(std::ostream& out) : m_out(out) {}
+  explicit SummaryReporter(Printer& out) : m_out(out) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
-  std::ostream& m_out;
+  Printer& m_out;
   RunRecord m_record;
 };
 

@@ -1,13 +1,14 @@
 #include "diagctl/report/TapReporter.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <string>
 #include <utility>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -23,7 +24,7 @@ std::string plain(const std::string& text) {
 std::string directiveOf(const StepRecord& step) {
   switch (step.outcome()) {
     case StepRecord::Outcome::trouble:
-      return " # TODO no verdict: " + plain(step.symptom);
+      return " # TODO " + tr("no verdict: {}", plain(step.symptom));
     case StepRecord::Outcome::skipped:
       return " # SKIP " + (step.findings.empty() ? "" : plain(step.findings.front()));
     default:
@@ -38,7 +39,8 @@ void TapReporter::handle(const RunEvent& event) {
     if (std::exchange(m_hasBegun, true)) {
       closeRun();
     } else {
-      m_out << "TAP version 13\n" << std::flush;
+      m_out.write("TAP version 13\n");
+      m_out.flush();
     }
   }
   if (const StepRecord* ended = m_record.handle(event)) {
@@ -50,16 +52,16 @@ void TapReporter::writeStep(const StepRecord& step) {
   const StepRecord::Outcome outcome = step.outcome();
   const bool isOk =
       outcome != StepRecord::Outcome::failed && outcome != StepRecord::Outcome::trouble;
-  fmt::print(m_out, "{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
-             plain(step.start.package), plain(step.start.test), plain(step.start.device),
-             directiveOf(step));
+  m_out.print("{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
+              plain(step.start.package), plain(step.start.test), plain(step.start.device),
+              directiveOf(step));
   for (const std::string& finding : step.findings) {
-    fmt::print(m_out, "# {}\n", plain(finding));
+    m_out.print("# {}\n", plain(finding));
   }
   for (const std::string& action : step.actions) {
-    fmt::print(m_out, "# -> {}\n", plain(action));
+    m_out.print("# -> {}\n", plain(action));
   }
-  m_out << std::flush;
+  m_out.flush();
 }
 
 // What did not end is told as it stands.
@@ -70,15 +72,15 @@ void TapReporter::closeRun() {
     }
   }
   for (const std::string& trouble : m_record.troubles()) {
-    fmt::print(m_out, "# {}\n", plain(trouble));
+    m_out.print("# {}\n", plain(trouble));
   }
   m_record = RunRecord();
 }
 
 void TapReporter::finish() {
   closeRun();
-  fmt::print(m_out, "1..{}\n", m_number);
-  m_out << std::flush;
+  m_out.print("1..{}\n", m_number);
+  m_out.flush();
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <ostream>
-
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -13,7 +12,7 @@ namespace TarvexDiags::FrontEnd {
 class TapReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
-  explicit TapReporter(std::ostream& out) : m_out(out) {}
+  explicit TapReporter(Printer& out) : m_out(out) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;
@@ -22,7 +21,7 @@ class TapReporter : public Reporter {
   void writeStep(const StepRecord& step);
   void closeRun();
 
-  std::ostream& m_out;
+  Printer& m_out;
   RunRecord m_record;
   bool m_hasBegun = false;
   int m_number = 0;  ///< of the points, over all runs

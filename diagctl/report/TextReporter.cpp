@@ -1,11 +1,12 @@
 #include "diagctl/report/TextReporter.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <utility>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -19,64 +20,64 @@ constexpr const char* indentedBreak = "\n         ";
 
 }  // namespace
 
-TextReporter::TextReporter(std::ostream& out, bool colour) : m_out(out), m_colour(colour) {}
+TextReporter::TextReporter(Printer& out, bool colour) : m_out(out), m_colour(colour) {}
 
-std::string TextReporter::paint(const char* text, const char* colour) const {
-  return m_colour ? std::string(colour) + text + reset : text;
+std::string TextReporter::paint(const std::string& text, const char* colour) const {
+  return m_colour ? colour + text + reset : text;
 }
 
 void TextReporter::handle(const RunEvent& event) {
   const auto* start = std::get_if<RunStarted>(&event.body);
   if (start != nullptr && std::exchange(m_hasBegun, true)) {
     closeRun();
-    m_out << '\n';
+    m_out.write("\n");
   }
   if (const StepRecord* ended = m_record.handle(event)) {
     writeStep(*ended);
   }
   if (start != nullptr) {
-    fmt::print(m_out, "{} {} on {}\n", start->name, start->version,
-               toPrintable(start->machineName));
+    m_out.say("{} {} on {}\n", start->name, start->version, toPrintable(start->machineName));
     for (const std::string& platform : start->platforms) {
-      fmt::print(m_out, "  {}\n", toPrintable(platform));
+      m_out.print("  {}\n", toPrintable(platform));
     }
-    m_out << '\n' << std::flush;
+    m_out.write("\n");
+    m_out.flush();
   }
 }
 
 std::string TextReporter::verdictOf(const StepRecord& step) const {
   switch (step.outcome()) {
     case StepRecord::Outcome::passed:
-      return paint("PASSED ", green);
+      return paint(tr("PASSED "), green);
     case StepRecord::Outcome::failed:
-      return paint("FAILED ", red);
+      return paint(tr("FAILED "), red);
     case StepRecord::Outcome::warning:
-      return paint("WARNING", yellow);
+      return paint(tr("WARNING"), yellow);
     case StepRecord::Outcome::trouble:
-      return paint("ERROR  ", yellow);
+      return paint(tr("ERROR  "), yellow);
     case StepRecord::Outcome::skipped:
       break;
   }
-  return paint("SKIPPED", yellow);
+  return paint(tr("SKIPPED"), yellow);
 }
 
 void TextReporter::writeStep(const StepRecord& step) {
-  fmt::print(m_out, "{}  {}: {} on {}", verdictOf(step), toPrintable(step.start.package),
-             toPrintable(step.start.test), toPrintable(step.start.device));
+  m_out.say("{}  {}: {} on {}", verdictOf(step), toPrintable(step.start.package),
+            toPrintable(step.start.test), toPrintable(step.start.device));
   if (step.start.passes > 1 || step.passes > 1) {
-    fmt::print(m_out, ", {} of {} passes", step.passes, step.start.passes);
+    m_out.say(", {} of {} passes", step.passes, step.start.passes);
   }
   if (step.hasEnded) {
-    fmt::print(m_out, " ({:.1f} s)", step.seconds());
+    m_out.say(" ({:.1f} s)", step.seconds());
   }
-  m_out << '\n';
+  m_out.write("\n");
   for (const std::string& finding : step.findings) {
-    fmt::print(m_out, "         {}\n", toPrintable(finding, indentedBreak));
+    m_out.print("         {}\n", toPrintable(finding, indentedBreak));
   }
   for (const std::string& action : step.actions) {
-    fmt::print(m_out, "         -> {}\n", toPrintable(action, indentedBreak));
+    m_out.print("         -> {}\n", toPrintable(action, indentedBreak));
   }
-  m_out << std::flush;
+  m_out.flush();
 }
 
 void TextReporter::finish() {
@@ -90,15 +91,15 @@ void TextReporter::closeRun() {
     }
   }
   for (const std::string& trouble : m_record.troubles()) {
-    fmt::print(m_out, "{}  {}\n", paint("ERROR  ", yellow), toPrintable(trouble, indentedBreak));
+    m_out.print("{}  {}\n", paint(tr("ERROR  "), yellow), toPrintable(trouble, indentedBreak));
   }
   const std::string summary = toText(m_record.sums());
-  fmt::print(m_out, "\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),
-             summary.empty() ? "nothing ran" : summary);
+  m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),
+            summary.empty() ? tr("nothing ran") : summary);
   if (!m_record.hasEnded()) {
-    m_out << "The run was cut short.\n";
+    m_out.say("The run was cut short.\n");
   }
-  m_out << std::flush;
+  m_out.flush();
   m_record = RunRecord();
 }
 

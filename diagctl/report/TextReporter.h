@@ -1,10 +1,10 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -13,7 +13,7 @@ namespace TarvexDiags::FrontEnd {
 class TextReporter : public Reporter {
  public:
   /// @param out kept alive by the caller. @param colour whether verdicts are coloured.
-  TextReporter(std::ostream& out, bool colour);
+  TextReporter(Printer& out, bool colour);
 
   void handle(const RunEvent& event) override;
   void finish() override;
@@ -22,9 +22,9 @@ class TextReporter : public Reporter {
   void writeStep(const StepRecord& step);
   void closeRun();
   std::string verdictOf(const StepRecord& step) const;
-  std::string paint(const char* text, const char* colour) const;
+  std::string paint(const std::string& text, const char* colour) const;
 
-  std::ostream& m_out;
+  Printer& m_out;
   bool m_colour;
   bool m_hasBegun = false;
   RunRecord m_record;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
 
@@ -139,9 +140,9 @@ void Runner::registerForMessages() {
   unsigned long events = 0;
   unsigned long results = 0;
   require(controller.registerForDiagEvents(&m_session.wakeups().object(), events),
-          "registering for events");
+          tr("registering for events"));
   require(controller.registerForDiagResults(&m_session.wakeups().object(), results),
-          "registering for results");
+          tr("registering for results"));
   m_eventRegistration = static_cast<long>(events);
   m_resultRegistration = static_cast<long>(results);
 }
@@ -170,7 +171,7 @@ void Runner::endAfterTotalTime(Clock::time_point begin) {
       Clock::now() - begin < std::chrono::seconds(*m_plan.options.totalSeconds)) {
     return;
   }
-  tell(RunMessage{Severity::warning, "The total time is used up: what still runs is ended."});
+  tell(RunMessage{Severity::warning, tr("The total time is used up: what still runs is ended.")});
   abortAll();
 }
 
@@ -199,12 +200,11 @@ void Runner::tellMissingDevices() {
     return;
   }
   const std::string id = "devices";
-  tell(StepStarted{id, "diagctl", "this machine", "Expected devices", "", 1});
-  tell(StepDiagnosis{
-      id, Verdict::fail, "device-missing",
-      fmt::format("{} devices were found, {} are expected.",
-                  m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
-      "Compare \"diagctl list devices\" with what should be there.", "", 1});
+  tell(StepStarted{id, "diagctl", tr("this machine"), tr("Expected devices"), "", 1});
+  tell(StepDiagnosis{id, Verdict::fail, "device-missing",
+                     tr("{} devices were found, {} are expected.",
+                        m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
+                     tr("Compare \"diagctl list devices\" with what should be there."), "", 1});
   tell(StepEnded{id, RunStatus::complete});
 }
 
@@ -230,7 +230,7 @@ void Runner::queueAll() {
     queued.requestId = 0;
     queued.hasTrouble = true;
     begin(queued);
-    const ControllerFailure failure("queueing the test", code);
+    const ControllerFailure failure(tr("queueing the test"), code);
     const CodeEntry* entry = findResult(code);
     tell(StepTrouble{queued.id,
                      entry != nullptr ? toSymptom(std::string(entry->name)) : "queueing-failed",
@@ -242,7 +242,7 @@ void Runner::queueAll() {
 void Runner::serveRequests() {
   Controller& controller = m_session.controller();
   if (m_requests.abortAll.exchange(false) && !m_isAborted) {
-    tell(RunMessage{Severity::warning, "Interrupted: what still runs is ended."});
+    tell(RunMessage{Severity::warning, tr("Interrupted: what still runs is ended.")});
     abortAll();
   }
   if (m_requests.suspendAll.exchange(false)) {
@@ -549,11 +549,11 @@ void Runner::end(Step& step) {
   m_changedAt = Clock::now();
   if (step.results == 0 && !step.isAborted && !step.hasTrouble) {
     step.hasTrouble = true;
-    tell(StepTrouble{step.id, "no-result", "The package handed over no result.",
-                     "Look into the package's log."});
+    tell(StepTrouble{step.id, "no-result", tr("The package handed over no result."),
+                     tr("Look into the package's log.")});
   }
   if (step.isAborted && !step.hasFailed && !step.hasTrouble) {
-    tell(StepMessage{step.id, Severity::warning, "Aborted before its end.", ""});
+    tell(StepMessage{step.id, Severity::warning, tr("Aborted before its end."), ""});
   }
   RunStatus status = RunStatus::complete;
   if (step.hasTrouble) {

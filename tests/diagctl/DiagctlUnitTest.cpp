@@ -28,6 +28,7 @@
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Selection.h"
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Printer.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -177,7 +178,8 @@ std::vector<RunEvent> wholeRun() {
 
 std::string toLog(const std::vector<RunEvent>& events) {
   std::ostringstream out;
-  JsonlReporter reporter(out);
+  Printer printer(out);
+  JsonlReporter reporter(printer);
   for (const RunEvent& event : events) {
     reporter.handle(event);
   }
@@ -329,11 +331,14 @@ std::string reportOf(Reporter& reporter, const std::ostringstream& out) {
 
 TEST(PrintableTexts, are_all_that_reports_for_people_and_machines_hold) {
   std::ostringstream text;
-  TextReporter textReporter(text, false);
+  Printer textPrinter(text);
+  TextReporter textReporter(textPrinter, false);
   std::ostringstream tap;
-  TapReporter tapReporter(tap);
+  Printer tapPrinter(tap);
+  TapReporter tapReporter(tapPrinter);
   std::ostringstream junit;
-  JunitReporter junitReporter(junit);
+  Printer junitPrinter(junit);
+  JunitReporter junitReporter(junitPrinter);
   for (const std::string& report :
        {reportOf(textReporter, text), reportOf(tapReporter, tap), reportOf(junitReporter, junit)}) {
     EXPECT_THAT(report, HasSubstr("Disk \xef\xbf\xbd"));
@@ -416,7 +421,8 @@ TEST(Codes, are_found_by_number_in_either_enumeration) {
 
 TEST(ProgressLines, tell_elapsed_and_remaining_time) {
   std::ostringstream out;
-  Progress progress(out, true, 2);
+  Printer printer(out);
+  Progress progress(printer, true, 2);
   const auto begin = std::chrono::system_clock::time_point();
   progress.handle({begin, RunStarted{}});
   progress.handle({begin, StepStarted{"1", "P", "Disk", "Read", "", 1}});
