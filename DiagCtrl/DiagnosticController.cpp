@@ -1,8 +1,6 @@
 #include "DiagCtrl/DiagnosticController.h"
 
 #include <cstdlib>
-#include <optional>
-#include <string>
 #include <thread>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -11,8 +9,6 @@
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
 #include "DiagCtrl/EventManager.h"
-#include "DiagCtrl/internal/controller/ClientFailure.h"
-#include "DiagCtrl/internal/controller/PhaseGate.h"
 #include "DiagCtrl/internal/foundation/LockScope.h"
 #include "DiagCtrl/internal/foundation/Raise.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
@@ -134,80 +130,6 @@ DiagnosticPackageInterface* DiagnosticController::getDiagPackInterfacePtr() cons
 TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequestMgrPtr");
   return mpTestRequestManager;
-}
-
-std::optional<DiagnosticController::errorCode> DiagnosticController::refusal(ClientCall aeCall,
-                                                                             TraceScope& arTrace) {
-  const GateRow& row = gateRow(aeCall);
-  diagCtrlPhase phase = DiagControllerStatus::UNINITIALISED;
-  try {
-    phase = getDiagCtrlPhase(row.readTimeOut);
-  } catch (const DiagCtrlMutexException&) {
-    if (row.trace != GateRow::afterEvent) {
-      arTrace.close();
-    }
-    if (row.raisesLockFailure) {
-      pushError(DiagCtrlEvent::UNABLE_TO_GET_LOCK);
-    }
-    if (row.trace == GateRow::afterEvent) {
-      arTrace.error("UNABLE_TO_GET_LOCK: ");
-    }
-    return UNABLE_TO_GET_LOCK;
-  }
-  if (isAllowed(row, phase)) {
-    return std::nullopt;
-  }
-  return refuse(row, phase, arTrace);
-}
-
-// A call that is turned away meets the controller as it will be in a moment.
-std::optional<DiagnosticController::errorCode> DiagnosticController::refusalInside(
-    const ClientCallScope& arInside, ClientCall aeCall, TraceScope& arTrace) {
-  if (arInside.isTurnedAway()) {
-    return refuse(gateRow(aeCall), DiagControllerStatus::UNINITIALISED, arTrace);
-  }
-  return refusal(aeCall, arTrace);
-}
-
-DiagnosticController::errorCode DiagnosticController::refuse(const GateRow& arRow,
-                                                             diagCtrlPhase aePhase,
-                                                             TraceScope& arTrace) {
-  const auto traceRefusal = [&] {
-    arTrace.errorValueOf([&] { return std::string(arTrace.method()) + arRow.text; }, aePhase);
-  };
-  if (arRow.trace == GateRow::before) {
-    traceRefusal();
-  }
-  if (arRow.trace != GateRow::afterEvent) {
-    arTrace.close();
-  }
-  if (arRow.wrongPhaseEvent != GateRow::noEvent) {
-    pushError(arRow.wrongPhaseEvent);
-  }
-  if (arRow.trace == GateRow::afterEvent) {
-    traceRefusal();
-  }
-  return INCORRECT_PHASE;
-}
-
-DiagnosticController::errorCode DiagnosticController::fail(TraceScope& arTrace,
-                                                           DiagCtrlEvent::eventCode aeEvent,
-                                                           errorCode aeResult) {
-  arTrace.close();
-  pushError(aeEvent);
-  return aeResult;
-}
-
-void DiagnosticController::pushError(DiagCtrlEvent::eventCode aeEvent) {
-  ClientCallScope::leaveCurrent();
-  mpDiagUtil->pushDiagCtrlEvent(aeEvent, Diag::DiagnosticEvent::ERROR_EVENT, 0);
-}
-
-// A call that waited for the big lock behind a shut-down finds the machinery gone.
-void DiagnosticController::requireManagers() const {
-  if (mpTestRequestManager == nullptr) {
-    throw kIncorrectPhase;
-  }
 }
 
 bool DiagnosticController::isResetting() const {

@@ -4,7 +4,6 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,7 +30,6 @@
 namespace TarvexDiags::DiagCtrl {
 
 class ClientCallCount;
-class ClientCallScope;
 class DiagControlConfig;
 class DiagnosticPackageInterface;
 class DiagTracer;
@@ -42,8 +40,6 @@ class MonitorThread;
 class ResourceLockManager;
 class TestRequestManager;
 class TraceScope;
-enum class ClientCall : unsigned int;
-struct GateRow;
 
 typedef std::vector<unsigned long> VectorTestReqId;
 typedef std::vector<std::string> PackageNameVector;
@@ -391,29 +387,6 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   DiagnosticController();
 
-  // The phase gate and the answers to failures.
-  std::optional<errorCode> refusal(ClientCall aeCall, TraceScope& arTrace);
-  std::optional<errorCode> refusalInside(const ClientCallScope& arInside, ClientCall aeCall,
-                                         TraceScope& arTrace);
-  errorCode refuse(const GateRow& arRow, diagCtrlPhase aePhase, TraceScope& arTrace);
-  errorCode fail(TraceScope& arTrace, DiagCtrlEvent::eventCode aeEvent, errorCode aeResult);
-  void pushError(DiagCtrlEvent::eventCode aeEvent);
-
-  /// Lets nothing out of a call: what has no answer of its own, memory that is not there say, is
-  /// answered like a lock that cannot be had.
-  template <class Steps>
-  errorCode contain(Steps aSteps);
-  /// Runs the steps of a call; a ClientFailure becomes its event and its code.
-  template <class Steps>
-  errorCode answer(TraceScope& arTrace, Steps aSteps);
-  /// The same behind the gate.
-  /// `answerInside`: for a call that uses the machinery without the big lock: a shut-down
-  /// waits for it, or turns it away.
-  template <class Steps>
-  errorCode answerBehind(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
-  template <class Steps>
-  errorCode answerInside(ClientCall aeCall, TraceScope& arTrace, Steps aSteps);
-  void requireManagers() const TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   bool isResetting() const;
 
   // Start and stop.
@@ -423,7 +396,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void undoStart(ExecutionManagerThread* apDispatcher);
   errorCode startMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   errorCode buildMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  errorCode readHealth(TraceScope& arTrace, DiagControllerStatus*& arpStatus);
+  errorCode readHealth(Call& arCall, DiagControllerStatus*& arpStatus);
   void setShutDownRequest(bool abShutDownRequest);
   void setResetRequest(bool abResetRequest);
   errorCode takeDown(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);

@@ -30,7 +30,7 @@
 #include "DiagCtrl/ResourceLockManager.h"
 #include "DiagCtrl/TestRequestManager.h"
 #include "DiagCtrl/internal/controller/Abort.h"
-#include "DiagCtrl/internal/controller/Answer.h"
+#include "DiagCtrl/internal/controller/Call.h"
 #include "DiagCtrl/internal/controller/CallBackList.h"
 #include "DiagCtrl/internal/controller/ClientFailure.h"
 #include "DiagCtrl/internal/controller/PhaseGate.h"
@@ -274,16 +274,16 @@ void DiagnosticController::undoStart(ExecutionManagerThread* apDispatcher) {
 }
 
 DiagnosticController::errorCode DiagnosticController::shutDown() {
-  const TraceScope trace(mpDiagTracer, "DiagnosticController::shutDown");
+  Call call(*this, "DiagnosticController::shutDown");
   // Before the lock, so that an enumeration in progress ends between two packages.
   setShutDownRequest(true);
-  const errorCode result = contain([&] {
+  const errorCode result = call.contain([&] {
     if (isResetting()) {
       holdsApiPhaseLock();
-      return takeDown(trace);
+      return takeDown(call.trace());
     }
     const LockScope apiLock(mmtxApiPhaseLock, -1);
-    return takeDown(trace);
+    return takeDown(call.trace());
   });
   setShutDownRequest(false);
   return result;
@@ -334,14 +334,14 @@ void DiagnosticController::stopTests(const TraceScope& arTrace) {
   } catch (const DiagCtrlMutexException&) {
     // Counts as an abort that failed.
   } catch (const ClientFailure& failure) {
-    pushError(failure.event);
+    Call::pushError(*this, failure.event);
     result = failure.result;
   } catch (const std::bad_alloc&) {
     Abort::oneByOne(*this);
   }
   if (result != SUCCESS) {
     attempt([&] { arTrace.error("UNABLE_TO_ABORT_TESTS: "); });
-    pushError(DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
+    Call::pushError(*this, DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
   }
   attempt([&] { mpResourceLockManager->resetResourceLockMap(-1); });
   attempt([&] { mpTestRequestManager->clearTestRequestIdList(-1); });
@@ -485,12 +485,12 @@ void DiagnosticController::setResetRequest(bool abResetRequest) {
 
 DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
     DiagControllerStatus*& arDiagControllerStatus) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagControllerStatus");
-  return answerBehind(ClientCall::readHealth, trace,
-                      [&] { return readHealth(trace, arDiagControllerStatus); });
+  Call call(*this, "DiagnosticController::getDiagControllerStatus");
+  return call.answerBehind(ClientCall::readHealth,
+                           [&] { return readHealth(call, arDiagControllerStatus); });
 }
 
-DiagnosticController::errorCode DiagnosticController::readHealth(TraceScope& arTrace,
+DiagnosticController::errorCode DiagnosticController::readHealth(Call& arCall,
                                                                  DiagControllerStatus*& arpStatus) {
   auto status = std::make_unique<DiagControllerStatus>();
   const time_t now = time(nullptr);
@@ -502,7 +502,7 @@ DiagnosticController::errorCode DiagnosticController::readHealth(TraceScope& arT
   try {
     status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
   } catch (const DiagCtrlMutexException&) {
-    return fail(arTrace, DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE);
+    return arCall.fail({DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE});
   }
   arpStatus = status.release();
   return SUCCESS;
