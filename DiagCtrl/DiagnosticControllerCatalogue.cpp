@@ -24,18 +24,13 @@ constexpr auto kMinorLock = DiagCtrlBaseException::MutexException;
 constexpr ClientFailure kDeviceNotFound{DiagCtrlEvent::DEVICE_NOT_FOUND, Code::DEVICE_NOT_FOUND};
 
 DiagDevice* deviceOf(DiagnosticPackage& arPackage, int aiDeviceId) {
-  return orFail(kUnableToGetLock, kDeviceNotFound, [&] { return arPackage.getDevice(aiDeviceId); });
+  return orFail({.onLock = kUnableToGetLock, .onMissing = kDeviceNotFound},
+                [&] { return arPackage.getDevice(aiDeviceId); });
 }
 
 PackageTestInfo* testOf(DiagnosticPackage& arPackage, unsigned int auiTestId) {
-  return orFail(kTestObjectNotFound, kTestObjectNotFound,
+  return orFail(kTestObjectNotFound,
                 [&] { return arPackage.getTestInfoFromPackage(static_cast<int>(auiTestId)); });
-}
-
-/// A step that nothing but a lock can spoil.
-template <class Step>
-auto locking(ClientFailure aOnMutex, Step aStep) {
-  return orFail(aOnMutex, aOnMutex, aStep);
 }
 
 void append(std::vector<int>& arIds, const std::list<int>& arList) {
@@ -103,7 +98,7 @@ DiagnosticController::errorCode DiagnosticController::Query::countPackages(
       return *refused;
     }
     return mCall.answer([&] {
-      locking(kUnableToGetLock, [&] {
+      orFail(kUnableToGetLock, [&] {
         DiagnosticController& controller = mCall.controller();
         const LockScope apiLock(controller.mmtxApiPhaseLock, 0);
         ariNumberOfPackages = 0;
@@ -148,9 +143,9 @@ DiagnosticController::errorCode DiagnosticController::getDeviceIdList(
   return Query(*this, "DiagnosticController::getDeviceIdList")
       .answerIds(arpDeviceIdVector, [&](Call& /*arCall*/, std::vector<int>& arIds) {
         // Alone of all, this call returns the missing object also for its lock.
-        DiagnosticPackage* package = orFail(kObjectNotFound, kObjectNotFound,
-                                            [&] { return getDiagPackagePtr(packageIndex); });
-        append(arIds, locking(kUnableToGetLock, [&] { return package->getDeviceIdList(); }));
+        DiagnosticPackage* package =
+            orFail(kObjectNotFound, [&] { return getDiagPackagePtr(packageIndex); });
+        append(arIds, orFail(kUnableToGetLock, [&] { return package->getDeviceIdList(); }));
       });
 }
 
@@ -159,7 +154,7 @@ DiagnosticController::errorCode DiagnosticController::getValidDeviceIdList(
   return Query(*this, "DiagnosticController::getValidDeviceIdList")
       .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);
-        append(arIds, locking(kUnableToGetLock, [&] { return test->getEnableDeviceList(); }));
+        append(arIds, orFail(kUnableToGetLock, [&] { return test->getEnableDeviceList(); }));
       });
 }
 
@@ -168,7 +163,7 @@ DiagnosticController::errorCode DiagnosticController::getTestIdList(
   return Query(*this, "DiagnosticController::getTestIdList")
       .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         DiagnosticPackage& package = arCall.packageOf(packageIndex);
-        append(arIds, locking(kPackageLockFailed, [&] { return package.getTestIdMap(); }));
+        append(arIds, orFail(kPackageLockFailed, [&] { return package.getTestIdMap(); }));
       });
 }
 
@@ -177,14 +172,14 @@ DiagnosticController::errorCode DiagnosticController::getValidTestIdList(
   return Query(*this, "DiagnosticController::getValidTestIdList")
       .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         DiagDevice* device = deviceOf(arCall.packageOf(packageIndex), static_cast<int>(deviceId));
-        append(arIds, locking(kUnableToGetLock, [&] { return device->getEnableTestIdMap(); }));
+        append(arIds, orFail(kUnableToGetLock, [&] { return device->getEnableTestIdMap(); }));
       });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
     PackageList*& arpPackageList) {
   return Query(*this, "DiagnosticController::getDisablePackageList").answer([&](Call& /*arCall*/) {
-    locking(kUnableToGetLock, [&] {
+    orFail(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDisPackageListLock, 0);
       arpPackageList = new PackageList(mDisablePackageList);
     });
@@ -204,7 +199,7 @@ DiagnosticController::errorCode DiagnosticController::getDisableDeviceList(
   return Query(*this, "DiagnosticController::getDisableDeviceList")
       .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);
-        append(arIds, locking(kPackageLockFailed, [&] { return test->getDisableDeviceList(); }));
+        append(arIds, orFail(kPackageLockFailed, [&] { return test->getDisableDeviceList(); }));
       });
 }
 
@@ -212,7 +207,7 @@ DiagnosticController::errorCode DiagnosticController::getDeviceStatus(
     int packageIndex, int deviceId, unsigned int& aruiDeviceStatus) {
   return Query(*this, "DiagnosticController::getDeviceStatus").answer([&](Call& arCall) {
     DiagDevice* device = deviceOf(arCall.packageOf(packageIndex), deviceId);
-    locking(kUnableToGetLock, [&] {
+    orFail(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDeviceStatusLock, 0);
       aruiDeviceStatus = orPackageFailed(kDeviceNotFound, [&] {
         return device->getVirtualDeviceRef().getDevice()->getDeviceStatus();

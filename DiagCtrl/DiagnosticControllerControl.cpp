@@ -76,7 +76,7 @@ template <class Act>
 DiagnosticController::errorCode DiagnosticController::Control::act(
     std::span<const unsigned long> aIds, Act aAct) {
   return mCall.answerBehind(ClientCall::control, [&] {
-    orFail(kUnableToGetLock, kRequestNotFound, [&] {
+    orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound}, [&] {
       const LockScope apiLock(mrController.mmtxApiPhaseLock, 0);
       Call::requireManagers(mrController);
       for (const unsigned long id : aIds) {
@@ -91,7 +91,8 @@ template <class Step>
 DiagnosticController::errorCode DiagnosticController::Control::useRequests(
     ClientCall aeCall, const ClientFailure& arOnMissing, Step aStep) {
   return mCall.answerInside(aeCall, [&] {
-    orFail(kUnableToGetLock, arOnMissing, [&] { aStep(*mrController.mpTestRequestManager); });
+    orFail({.onLock = kUnableToGetLock, .onMissing = arOnMissing},
+           [&] { aStep(*mrController.mpTestRequestManager); });
     return SUCCESS;
   });
 }
@@ -189,7 +190,7 @@ DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long u
 }
 
 RequestReference DiagnosticController::Control::lookUp(unsigned long aulTestRequestId) {
-  return orFail(kUnableToGetLock, kRequestNotFound, [&] {
+  return orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound}, [&] {
     return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
   });
 }
@@ -213,8 +214,8 @@ DiagnosticController::errorCode DiagnosticController::Control::askPackage(
     const ClientCallScope inside(*mrController.mpClientCalls);
     requireSameLife(inside, ClientCall::askPackage, life);
     const RequestReference request = lookUp(aulTestRequestId);
-    const auto pinned = orFail(kIDiagnosticNotFound, kIDiagnosticNotFound,
-                               [&] { return std::make_unique<DiagnosticsPin>(*request); });
+    const auto pinned =
+        orFail(kIDiagnosticNotFound, [&] { return std::make_unique<DiagnosticsPin>(*request); });
     if (!*pinned) {
       if (aeWhenReleased == WhenReleased::keepsLock) {
         lock.keepHeld();  // as this call has always done: the next one of either kind blocks
@@ -232,8 +233,8 @@ void DiagnosticController::Control::requireSameLife(const ClientCallScope& arIns
   if (arInside.isTurnedAway() || mrController.mpClientCalls->life() != aulLife) {
     throw WrongPhase{aeCall, DiagControllerStatus::UNINITIALISED};
   }
-  const diagCtrlPhase phase = orFail(kUnableToGetLock, kUnableToGetLock,
-                                     [&] { return mrController.getDiagCtrlPhase(kTimeOut); });
+  const diagCtrlPhase phase =
+      orFail(kUnableToGetLock, [&] { return mrController.getDiagCtrlPhase(kTimeOut); });
   if (!isAllowed(gateRow(aeCall), phase)) {
     throw WrongPhase{aeCall, phase};
   }

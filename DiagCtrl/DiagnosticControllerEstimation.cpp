@@ -175,13 +175,13 @@ bool DiagnosticController::Estimation::collect() {
 // The figure of the package's configuration file, by way of the request.
 int DiagnosticController::Estimation::configuredEstimate(unsigned long aulTestRequestId) {
   PackageTestInfo* test = orUnknown([&] {
-    const RequestReference request = orFail(kUnableToGetLock, kRequestNotFound, [&] {
-      return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
-    });
-    DiagnosticPackage& package =
-        orFail(kObjectNotFound, kObjectNotFound,
-               [&]() -> DiagnosticPackage& { return request->getDiagPackageRef(); });
-    return orFail(kTestObjectNotFound, kTestObjectNotFound, [&] {
+    const RequestReference request =
+        orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound}, [&] {
+          return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
+        });
+    DiagnosticPackage& package = orFail(
+        kObjectNotFound, [&]() -> DiagnosticPackage& { return request->getDiagPackageRef(); });
+    return orFail(kTestObjectNotFound, [&] {
       const DiagIntList tests = request->getTestIdList();
       if (tests.empty()) {
         throw UnknownFailure{};
@@ -189,7 +189,7 @@ int DiagnosticController::Estimation::configuredEstimate(unsigned long aulTestRe
       return package.getTestInfoFromPackage(tests.front());
     });
   });
-  return orFail(kUnableToGetLock, kUnableToGetLock, [&] { return test->getTestEstimatedTime(); });
+  return orFail(kUnableToGetLock, [&] { return test->getTestEstimatedTime(); });
 }
 
 int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,

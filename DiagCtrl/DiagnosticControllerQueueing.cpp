@@ -257,7 +257,7 @@ DiagnosticController::errorCode DiagnosticController::Queueing::onAllDevices(
     Call::requireManagers(mrController);
     DiagnosticPackage& package = mCall.packageOf(mOrder.packageIndex);
     const std::list<int> devices =
-        orFail(kUnableToGetLock, kUnableToGetLock, [&] { return package.getDeviceIdList(); });
+        orFail(kUnableToGetLock, [&] { return package.getDeviceIdList(); });
     if (devices.empty()) {
       throw kDeviceObjectNotFound;
     }
@@ -278,14 +278,14 @@ DiagnosticController::errorCode DiagnosticController::Queueing::onAllDevices(
 
 // Only now: the request already stands in the queue, and the monitor polls nothing before.
 void DiagnosticController::Queueing::becomeActive(const ClientFailure& arFailure) {
-  orFail(arFailure, arFailure, [&] {
+  orFail(arFailure, [&] {
     mrController.mpDiagCtrlStatus->setDiagCtrlPhase(DiagControllerStatus::ACTIVE, kTimeOut);
   });
 }
 
 unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage, int aiDeviceId) {
   auto settings = std::make_unique<Diag::DiagnosticSettings>(mOrder.settings);
-  DiagDevice* device = orFail(kUnableToGetLock, kDeviceObjectNotFound,
+  DiagDevice* device = orFail({.onLock = kUnableToGetLock, .onMissing = kDeviceObjectNotFound},
                               [&] { return arPackage.getDevice(aiDeviceId); });
   DiagIntList tests;
   if (mOrder.tests != nullptr) {
@@ -296,14 +296,13 @@ unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage
   if (mrController.mpGlobalSettings == nullptr || mrController.mpcPackDirPath == nullptr) {
     throw kUnableToAdd;  // lost to a second initialize with a bad file
   }
-  request->setHaltLoopOnError(
-      orFail(kUnableToGetLock, kUnableToGetLock, [&] { return haltsLoopOnError(); }));
+  request->setHaltLoopOnError(orFail(kUnableToGetLock, [&] { return haltsLoopOnError(); }));
   const auto name = mrController.mPackageMap.find(mOrder.packageIndex);
   if (name == mrController.mPackageMap.end()) {
     throw kPackageNotFound;
   }
   const unsigned long id =
-      orFail(kUnableToAdd, kUnableToAdd, [&] { return loadAndQueue(name->second, *request); });
+      orFail(kUnableToAdd, [&] { return loadAndQueue(name->second, *request); });
   if (id != 0) {
     static_cast<void>(request.release());  // the manager's now
   }

@@ -78,7 +78,7 @@ class DiagnosticController::Setting {
 
 template <class Step>
 void DiagnosticController::Setting::withSettings(Step aStep) {
-  orFail(kUnableToGetLock, kUnableToGetLock, [&] {
+  orFail(kUnableToGetLock, [&] {
     if (mrController.mpGlobalSettings == nullptr) {
       throw kUnableToGetLock;
     }

@@ -53,8 +53,8 @@ Controller::errorCode Controller::Call::refuse(const GateRow& arRow, diagCtrlPha
   if (arRow.trace != GateRow::afterEvent) {
     mTrace.close();
   }
-  if (arRow.wrongPhaseEvent != GateRow::noEvent) {
-    pushError(mrController, arRow.wrongPhaseEvent);
+  if (arRow.wrongPhaseEvent.has_value()) {
+    pushError(mrController, *arRow.wrongPhaseEvent);
   }
   if (arRow.trace == GateRow::afterEvent) {
     traceRefusal();
@@ -75,7 +75,7 @@ void Controller::Call::pushError(const DiagnosticController& arController,
 }
 
 DiagnosticPackage& Controller::Call::packageOf(int aiPackageIndex) {
-  return *orFail(kPackageLockFailed, kObjectNotFound,
+  return *orFail({.onLock = kPackageLockFailed, .onMissing = kObjectNotFound},
                  [&] { return mrController.getDiagPackagePtr(aiPackageIndex); });
 }
 

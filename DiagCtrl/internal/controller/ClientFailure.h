@@ -42,19 +42,30 @@ constexpr ClientFailure kRequestNotFound{DiagCtrlEvent::REQUEST_OBJECT_NOT_FOUND
 constexpr ClientFailure kPackageLockFailed{DiagCtrlEvent::OBJECT_NOT_FOUND,
                                            DiagnosticController::UNABLE_TO_GET_LOCK};
 
+/// What a client call answers to the failures of one of its steps.
+struct StepFailures {
+  ClientFailure onLock;     ///< a lock could not be taken
+  ClientFailure onMissing;  ///< something does not exist
+};
+
 /// Runs one step of a client call: what it throws becomes the call's answer.
-/// @param aOnMutex   a lock could not be taken. @param aOnMissing something does not exist.
 template <class Step>
-decltype(auto) orFail(ClientFailure aOnMutex, ClientFailure aOnMissing, Step aStep) {
+decltype(auto) orFail(const StepFailures& arFailures, Step aStep) {
   try {
     return aStep();
   } catch (const DiagCtrlMutexException&) {
-    throw aOnMutex;
+    throw arFailures.onLock;
   } catch (const DiagCtrlObjectNotFound&) {
-    throw aOnMissing;
+    throw arFailures.onMissing;
   } catch (const DiagCtrlKeyNotExistException&) {
-    throw aOnMissing;
+    throw arFailures.onMissing;
   }
+}
+
+/// The same for a step whose failures have one answer.
+template <class Step>
+decltype(auto) orFail(const ClientFailure& arFailure, Step aStep) {
+  return orFail(StepFailures{.onLock = arFailure, .onMissing = arFailure}, aStep);
 }
 
 /// Runs a step that calls into a package. What the package throws is not the client's to see: it

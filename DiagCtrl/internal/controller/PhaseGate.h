@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iterator>
+#include <optional>
 
 #include "DiagCtrl/DiagControllerStatus.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -39,19 +40,18 @@ enum class ClientCall : unsigned int {
 
 /// One row: the phases in which the calls are served, and what a refused call leaves behind.
 struct GateRow {
-  /// What a wrong phase raises; SUCCESS stands for no event.
-  static constexpr auto noEvent = DiagCtrlEvent::SUCCESS;
   /// When a refusal is traced: a call that traces after its event traces a phase that cannot be
   /// read as well.
   enum Trace : unsigned int { none, before, afterEvent };
 
-  ClientCall call;
-  unsigned int allowedPhases;
-  long readTimeOut;
-  DiagCtrlEvent::eventCode wrongPhaseEvent;
-  const char* text;  ///< traced with the phase on a wrong phase
-  Trace trace;
-  bool raisesLockFailure;  ///< whether UNABLE_TO_GET_LOCK is raised when the phase cannot be read
+  ClientCall call{};
+  unsigned int allowedPhases = 0;
+  long readTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
+  /// What a wrong phase raises, if anything.
+  std::optional<DiagCtrlEvent::eventCode> wrongPhaseEvent = DiagCtrlEvent::INCORRECT_PHASE;
+  const char* text = "INCORRECT_PHASE: ";  ///< traced with the phase on a wrong phase
+  Trace trace = none;
+  bool raisesLockFailure = true;  ///< whether UNABLE_TO_GET_LOCK, when the phase cannot be read
 };
 
 constexpr unsigned int phaseBit(DiagControllerStatus::diagCtrlPhase aePhase) {
@@ -62,7 +62,6 @@ namespace gate {
 
 using Status = DiagControllerStatus;
 
-constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 constexpr unsigned int kActive = phaseBit(Status::ACTIVE);
 constexpr unsigned int kIdle = phaseBit(Status::IDLE);
 constexpr unsigned int kInitialize = phaseBit(Status::INITIALIZE);
@@ -72,41 +71,60 @@ constexpr unsigned int kEstimation = phaseBit(Status::ESTIMATION);
 constexpr unsigned int kReady = kActive | kIdle;
 constexpr unsigned int kSettled = kReady | kInitialize | kEstimation;
 constexpr unsigned int kStarted = kSettled | kEnumerate;
-constexpr auto kWrong = DiagCtrlEvent::INCORRECT_PHASE;
-constexpr auto kLock = DiagCtrlEvent::UNABLE_TO_GET_LOCK;
-constexpr auto kSilent = GateRow::noEvent;
-constexpr const char* kText = "INCORRECT_PHASE: ";
 
 constexpr GateRow kRows[] = {
-    {ClientCall::enumerate, kInitialize, -1, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::enumerateAgain, kIdle, -1, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::queue, kReady, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::control, kActive, kTimeOut, kWrong, kText, GateRow::before, true},
-    {ClientCall::abortAll, kActive, -1, kWrong, kText, GateRow::before, true},
-    {ClientCall::changeSetting, kIdle, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::runEstimation, kIdle, kTimeOut, kWrong, kText, GateRow::before, true},
-    {ClientCall::clearRequests, kIdle, kTimeOut, kWrong, kText, GateRow::before, true},
-    {ClientCall::readEstimate, kIdle, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::readSetting, kSettled, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::readDebugLog, kSettled, kTimeOut, kSilent, nullptr, GateRow::none, false},
-    {ClientCall::countRegistrations, kSettled, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::askPackage, kActive, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::sumEstimates, kReady, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::query, kReady, kTimeOut, kWrong, nullptr, GateRow::none, true},
-    {ClientCall::queryRequest, kReady, kTimeOut, kWrong, kText, GateRow::before, true},
-    {ClientCall::fetchMessages, kReady, kTimeOut, kWrong, kText, GateRow::before, true},
-    {ClientCall::readToken, kReady, -1, kWrong, kText, GateRow::before, true},
-    {ClientCall::localiseString, kReady, -1, kWrong, "INCORRECT PHASE:", GateRow::before, true},
-    {ClientCall::localiseMessage, kReady, -1, kWrong, nullptr, GateRow::none, true},
+    {.call = ClientCall::enumerate, .allowedPhases = kInitialize, .readTimeOut = -1},
+    {.call = ClientCall::enumerateAgain, .allowedPhases = kIdle, .readTimeOut = -1},
+    {.call = ClientCall::queue, .allowedPhases = kReady},
+    {.call = ClientCall::control, .allowedPhases = kActive, .trace = GateRow::before},
+    {.call = ClientCall::abortAll,
+     .allowedPhases = kActive,
+     .readTimeOut = -1,
+     .trace = GateRow::before},
+    {.call = ClientCall::changeSetting, .allowedPhases = kIdle},
+    {.call = ClientCall::runEstimation, .allowedPhases = kIdle, .trace = GateRow::before},
+    {.call = ClientCall::clearRequests, .allowedPhases = kIdle, .trace = GateRow::before},
+    {.call = ClientCall::readEstimate, .allowedPhases = kIdle},
+    {.call = ClientCall::readSetting, .allowedPhases = kSettled},
+    {.call = ClientCall::readDebugLog,
+     .allowedPhases = kSettled,
+     .wrongPhaseEvent = std::nullopt,
+     .raisesLockFailure = false},
+    {.call = ClientCall::countRegistrations, .allowedPhases = kSettled},
+    {.call = ClientCall::askPackage, .allowedPhases = kActive},
+    {.call = ClientCall::sumEstimates, .allowedPhases = kReady},
+    {.call = ClientCall::query, .allowedPhases = kReady},
+    {.call = ClientCall::queryRequest, .allowedPhases = kReady, .trace = GateRow::before},
+    {.call = ClientCall::fetchMessages, .allowedPhases = kReady, .trace = GateRow::before},
+    {.call = ClientCall::readToken,
+     .allowedPhases = kReady,
+     .readTimeOut = -1,
+     .trace = GateRow::before},
+    {.call = ClientCall::localiseString,
+     .allowedPhases = kReady,
+     .readTimeOut = -1,
+     .text = "INCORRECT PHASE:",
+     .trace = GateRow::before},
+    {.call = ClientCall::localiseMessage, .allowedPhases = kReady, .readTimeOut = -1},
     // A failure to fetch controller events cannot well be told by a controller event.
-    {ClientCall::fetchCtrlEvents, kReady | kInitialize, kTimeOut, kSilent, kText, GateRow::before,
-     false},
-    {ClientCall::registerForResults, kStarted, kTimeOut, kWrong, kText, GateRow::afterEvent, true},
-    {ClientCall::registerForEvents, kStarted, kTimeOut, kLock, kText, GateRow::afterEvent, false},
-    {ClientCall::registerForCtrlEvents, kStarted, kTimeOut, kLock, kText, GateRow::afterEvent,
-     true},
-    {ClientCall::readHealth, kSettled | kUninitialised, kTimeOut, kWrong, nullptr, GateRow::none,
-     true},
+    {.call = ClientCall::fetchCtrlEvents,
+     .allowedPhases = kReady | kInitialize,
+     .wrongPhaseEvent = std::nullopt,
+     .trace = GateRow::before,
+     .raisesLockFailure = false},
+    {.call = ClientCall::registerForResults,
+     .allowedPhases = kStarted,
+     .trace = GateRow::afterEvent},
+    {.call = ClientCall::registerForEvents,
+     .allowedPhases = kStarted,
+     .wrongPhaseEvent = DiagCtrlEvent::UNABLE_TO_GET_LOCK,
+     .trace = GateRow::afterEvent,
+     .raisesLockFailure = false},
+    {.call = ClientCall::registerForCtrlEvents,
+     .allowedPhases = kStarted,
+     .wrongPhaseEvent = DiagCtrlEvent::UNABLE_TO_GET_LOCK,
+     .trace = GateRow::afterEvent},
+    {.call = ClientCall::readHealth, .allowedPhases = kSettled | kUninitialised},
 };
 
 constexpr bool rowsFollowCalls() {
