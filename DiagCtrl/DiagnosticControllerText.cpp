@@ -130,6 +130,7 @@ DiagnosticController::errorCode DiagnosticController::Text::readToken(int aiPack
   });
 }
 
+// NOLINTBEGIN(readability-non-const-parameter): the signatures are the interface's.
 DiagnosticController::errorCode DiagnosticController::getTestToken(int packageIndex, int testIndex,
                                                                    char* key, char*& rTesttoken) {
   Text text(*this, "DiagnosticController::getTestToken");
@@ -234,6 +235,8 @@ DiagnosticController::errorCode DiagnosticController::Text::readMessage(
     return result;
   });
 }
+
+// NOLINTEND(readability-non-const-parameter)
 
 // A parameter may itself be a token; one that is none stays as it is.
 void DiagnosticController::Text::translateParameters(const char* apcLanguage,
