@@ -132,8 +132,4 @@ TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
   return mpTestRequestManager;
 }
 
-bool DiagnosticController::isResetting() const {
-  return mbResetRequest && mResettingThread.load() == std::this_thread::get_id();
-}
-
 }  // namespace TarvexDiags::DiagCtrl

@@ -39,7 +39,6 @@ class ExecutionManagerThread;
 class MonitorThread;
 class ResourceLockManager;
 class TestRequestManager;
-class TraceScope;
 
 typedef std::vector<unsigned long> VectorTestReqId;
 typedef std::vector<std::string> PackageNameVector;
@@ -378,43 +377,16 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   class Control;
   class Enumeration;
   class Estimation;
+  class Machinery;
   class PackageProbe;
   class Query;
   class Queueing;
   class Registration;
+  class Reset;
   class Setting;
   class Text;
 
   DiagnosticController();
-
-  bool isResetting() const;
-
-  // Start and stop.
-  bool readControlFile(const TraceScope& arTrace, const char* apcFileName);
-  void openTraceFile(TraceScope& arTrace);
-  void readMessageFilePath();
-  void undoStart(ExecutionManagerThread* apDispatcher);
-  errorCode startMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  errorCode buildMachinery(TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  errorCode readHealth(Call& arCall, DiagControllerStatus*& arpStatus);
-  void setShutDownRequest(bool abShutDownRequest);
-  void setResetRequest(bool abResetRequest);
-  errorCode takeDown(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  /// Said where the lock was taken out of the compiler's sight: by the resetting thread, which
-  /// takes down and starts again, or around a step.
-  void holdsApiPhaseLock() const noexcept TARVEXDIAGS_ASSERT_CAPABILITY(mmtxApiPhaseLock) {}
-  void stopTests(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  void stopThreads(const TraceScope& arTrace) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
-  template <class Thread>
-  void endThread(Thread* apThread, const TraceScope& arTrace);
-  void publishThread(ExecutionManagerThread* apThread);
-  void publishThread(MonitorThread* apThread);
-  template <class Thread>
-  void deleteThread(Thread* apThread);
-  void dropRequestsAndRegistrations(const TraceScope& arTrace);
-  void dropCatalogue(const TraceScope& arTrace);
-  void dropManagersAndSettings();
-  void dropSettings();
 
   // Enumeration.
   void readDirectory(char* apcDirPath);

@@ -98,95 +98,169 @@ bool startThread(Thread& arThread, const TraceScope& arTrace) {
 
 }  // namespace
 
+/// What the controller is built of: how it is started and taken down.
+class DiagnosticController::Machinery {
+ public:
+  Machinery(DiagnosticController& arController, const TraceScope& arTrace)
+      : mrController(arController), mrTrace(arTrace) {}
+
+  errorCode initialize(const char* apcFileName);
+  /// Before the lock is taken, so that an enumeration in progress ends between two packages.
+  void setShutDownRequest(bool abShutDownRequest);
+  errorCode shutDown();
+
+ private:
+  bool readControlFile(const char* apcFileName);
+  void openTraceFile();
+  bool isStarted();
+  errorCode start() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  errorCode build() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  void readMessageFilePath();
+  void undoStart(ExecutionManagerThread* apDispatcher);
+
+  errorCode takeDown() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  void stopTests() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  void stopThreads() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  void dropRequestsAndRegistrations();
+  void dropCatalogue();
+  void dropManagersAndSettings();
+  void dropSettings();
+
+  template <class Thread>
+  void endThread(Thread* apThread);
+  void publishThread(ExecutionManagerThread* apThread);
+  void publishThread(MonitorThread* apThread);
+  template <class Thread>
+  void deleteThread(Thread* apThread);
+
+  /// Said where the lock was taken out of the compiler's sight: by the resetting thread, which
+  /// takes down and starts again, or around a step.
+  void holdsApiPhaseLock() const noexcept
+      TARVEXDIAGS_ASSERT_CAPABILITY(mrController.mmtxApiPhaseLock) {}
+
+  DiagnosticController& mrController;
+  const TraceScope& mrTrace;
+};
+
+/// A reset by the calling thread, which holds the big lock over it.
+class DiagnosticController::Reset {
+ public:
+  explicit Reset(DiagnosticController& arController) : mrController(arController) { set(true); }
+  ~Reset() { set(false); }
+  Reset(const Reset&) = delete;
+  Reset& operator=(const Reset&) = delete;
+
+  static bool isUnderWayHere(const DiagnosticController& arController) {
+    return arController.mbResetRequest &&
+           arController.mResettingThread.load() == std::this_thread::get_id();
+  }
+
+ private:
+  void set(bool abResetRequest) {
+    const LockScope lock(mrController.mmtxResetLock, 0);
+    mrController.mResettingThread = abResetRequest ? std::this_thread::get_id() : std::thread::id();
+    mrController.mbResetRequest = abResetRequest;
+  }
+
+  DiagnosticController& mrController;
+};
+
 DiagnosticController::errorCode DiagnosticController::initialize(const char* apcFileName) {
-  TraceScope trace(mpDiagTracer, "DiagnosticController::initialize");
+  const TraceScope trace(mpDiagTracer, "DiagnosticController::initialize");
   if (apcFileName == nullptr) {
     return INVALID_FILE_NAME_PASSED;
   }
-  if (!readControlFile(trace, apcFileName)) {
+  return Machinery(*this, trace).initialize(apcFileName);
+}
+
+DiagnosticController::errorCode DiagnosticController::Machinery::initialize(
+    const char* apcFileName) {
+  if (!readControlFile(apcFileName)) {
     return INITIALISATION_FAILED;
   }
-  openTraceFile(trace);
-  const auto isWrongPhase = [&] {
-    const diagCtrlPhase phase = getDiagCtrlPhase(-1);
-    if (phase == DiagControllerStatus::UNINITIALISED) {
-      return false;
-    }
-    trace.errorValue("INCORRECT PHASE:", phase);
-    return true;
-  };
-  if (isWrongPhase()) {
+  openTraceFile();
+  if (isStarted()) {
     return INCORRECT_PHASE;
   }
-  if (isResetting()) {
+  if (Reset::isUnderWayHere(mrController)) {
     holdsApiPhaseLock();
-    return startMachinery(trace);
+    return start();
   }
-  const LockScope apiLock(mmtxApiPhaseLock, -1);
-  return isWrongPhase() ? INCORRECT_PHASE : startMachinery(trace);
+  const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
+  return isStarted() ? INCORRECT_PHASE : start();
+}
+
+bool DiagnosticController::Machinery::isStarted() {
+  const diagCtrlPhase phase = mrController.getDiagCtrlPhase(-1);
+  if (phase == DiagControllerStatus::UNINITIALISED) {
+    return false;
+  }
+  mrTrace.errorValue("INCORRECT PHASE:", phase);
+  return true;
 }
 
 // What an earlier initialize read stays allocated: its threads go on with it.
-bool DiagnosticController::readControlFile(const TraceScope& arTrace, const char* apcFileName) {
+bool DiagnosticController::Machinery::readControlFile(const char* apcFileName) {
   // Copied first: a reset passes the very path that is freed next.
   std::unique_ptr<char, void (*)(void*)> path(strdup(apcFileName), std::free);
   if (path == nullptr) {
     throw std::bad_alloc();
   }
   auto config = std::make_unique<DiagControlConfig>(path.get());
-  std::free(mpcCtrlConfigFilePath);
-  mpcCtrlConfigFilePath = path.release();
-  mpDiagCtrlConfig = config.release();
+  std::free(mrController.mpcCtrlConfigFilePath);
+  mrController.mpcCtrlConfigFilePath = path.release();
+  mrController.mpDiagCtrlConfig = config.release();
   try {
-    mpcPackDirPath = mpDiagCtrlConfig->readPackageDirPath();
-    mpGlobalSettings = mpDiagCtrlConfig->readGlobalSettings();
+    mrController.mpcPackDirPath = mrController.mpDiagCtrlConfig->readPackageDirPath();
+    mrController.mpGlobalSettings = mrController.mpDiagCtrlConfig->readGlobalSettings();
   } catch (const DiagCtrlInvalidKey&) {
-    deleteAndNull(mpDiagCtrlConfig);
-    deleteTextAndNull(mpcPackDirPath);
-    std::free(mpcCtrlConfigFilePath);
-    mpcCtrlConfigFilePath = nullptr;
-    mpGlobalSettings = nullptr;
-    arTrace.error("INITIALISATION_FAILED: Read CFG file failed");
+    deleteAndNull(mrController.mpDiagCtrlConfig);
+    deleteTextAndNull(mrController.mpcPackDirPath);
+    std::free(mrController.mpcCtrlConfigFilePath);
+    mrController.mpcCtrlConfigFilePath = nullptr;
+    mrController.mpGlobalSettings = nullptr;
+    mrTrace.error("INITIALISATION_FAILED: Read CFG file failed");
     return false;
   }
   return true;
 }
 
-void DiagnosticController::openTraceFile(TraceScope& arTrace) {
+void DiagnosticController::Machinery::openTraceFile() {
   try {
-    mpcLogDirPath = mpDiagCtrlConfig->readLogDirPath();
+    mrController.mpcLogDirPath = mrController.mpDiagCtrlConfig->readLogDirPath();
   } catch (const DiagCtrlInvalidKey&) {
-    deleteTextAndNull(mpcLogDirPath);
-    arTrace.warning("WARNING: No LogDirPath specified");
+    deleteTextAndNull(mrController.mpcLogDirPath);
+    mrTrace.warning("WARNING: No LogDirPath specified");
   }
   try {
-    mpDiagTracer->openTraceFile(mpcLogDirPath, static_cast<int>(mpGlobalSettings->getDebugLog()));
+    mrController.mpDiagTracer->openTraceFile(
+        mrController.mpcLogDirPath, static_cast<int>(mrController.mpGlobalSettings->getDebugLog()));
   } catch (const DiagCtrlFileOpenException&) {
-    arTrace.warning("WARNING: Opening trace-file failed");
+    mrTrace.warning("WARNING: Opening trace-file failed");
   }
 }
 
 /// Stores the pointer to a thread where a client's question about its health finds it.
-void DiagnosticController::publishThread(ExecutionManagerThread* apThread) {
-  const System::LockHold hold(mThreadPointersMutex);
-  mpExecMgrThread = apThread;
+void DiagnosticController::Machinery::publishThread(ExecutionManagerThread* apThread) {
+  const System::LockHold hold(mrController.mThreadPointersMutex);
+  mrController.mpExecMgrThread = apThread;
 }
-void DiagnosticController::publishThread(MonitorThread* apThread) {
-  const System::LockHold hold(mThreadPointersMutex);
-  mpMoniThread = apThread;
+void DiagnosticController::Machinery::publishThread(MonitorThread* apThread) {
+  const System::LockHold hold(mrController.mThreadPointersMutex);
+  mrController.mpMoniThread = apThread;
 }
 
 // The object is out of reach before it goes: its destructor may join the threads that it owns, and
 // a client's question does not wait for those.
 template <class Thread>
-void DiagnosticController::deleteThread(Thread* apThread) {
+void DiagnosticController::Machinery::deleteThread(Thread* apThread) {
   publishThread(static_cast<Thread*>(nullptr));
   delete apThread;
 }
 
 /// Stops a thread, waits for its end and deletes it.
 template <class Thread>
-void DiagnosticController::endThread(Thread* apThread, const TraceScope& arTrace) {
+void DiagnosticController::Machinery::endThread(Thread* apThread) {
   if (apThread == nullptr) {
     return;
   }
@@ -194,191 +268,196 @@ void DiagnosticController::endThread(Thread* apThread, const TraceScope& arTrace
     apThread->stop();
     apThread->join();
   } catch (const DiagCtrlUnsupportedOperation&) {
-    tell(arTrace, "WARNING: DiagCtrlUnsupportedOperation");
+    tell(mrTrace, "WARNING: DiagCtrlUnsupportedOperation");
   } catch (const DiagCtrlMutexException&) {
-    tell(arTrace, "WARNING: DiagCtrlMutexException");
+    tell(mrTrace, "WARNING: DiagCtrlMutexException");
   }
   deleteThread(apThread);
 }
 
 // What lets an exception out takes back what it has begun, threads included: it can be tried again.
-DiagnosticController::errorCode DiagnosticController::startMachinery(TraceScope& arTrace) {
+DiagnosticController::errorCode DiagnosticController::Machinery::start() {
   try {
-    return buildMachinery(arTrace);
+    return build();
   } catch (...) {
-    stopThreads(arTrace);
-    deleteAndNull(mpDiagPackInterface);
+    stopThreads();
+    deleteAndNull(mrController.mpDiagPackInterface);
     undoStart(nullptr);
     throw;
   }
 }
 
 // The order of creation is what all subsystems rely on.
-DiagnosticController::errorCode DiagnosticController::buildMachinery(TraceScope& arTrace) {
-  mpClientCalls->beginLife();
+DiagnosticController::errorCode DiagnosticController::Machinery::build() {
+  mrController.mpClientCalls->beginLife();
   {
     const AtRestScope rest;
-    kClientsAtRest.standsFor(mmtxProgressLock);
-    mProgressEnumeration = 0;
+    kClientsAtRest.standsFor(mrController.mmtxProgressLock);
+    mrController.mProgressEnumeration = 0;
   }
-  mOs = System::SysUtil::getOs();
-  if (mOs.empty()) {
-    arTrace.error("UNABLE_TO_GET_OS: ");
+  mrController.mOs = System::SysUtil::getOs();
+  if (mrController.mOs.empty()) {
+    mrTrace.error("UNABLE_TO_GET_OS: ");
     return UNABLE_TO_GET_OS;
   }
   readMessageFilePath();
-  mpEventManager = EventManager::getInstance();
-  mpTestRequestManager = new TestRequestManager;
-  mpResourceLockManager = ResourceLockManager::getInstance();
+  mrController.mpEventManager = EventManager::getInstance();
+  mrController.mpTestRequestManager = new TestRequestManager;
+  mrController.mpResourceLockManager = ResourceLockManager::getInstance();
   auto* dispatcher =
-      new ExecutionManagerThread(*mpTestRequestManager, *mpGlobalSettings, *mpDiagTracer);
+      new ExecutionManagerThread(*mrController.mpTestRequestManager, *mrController.mpGlobalSettings,
+                                 *mrController.mpDiagTracer);
   publishThread(dispatcher);
-  if (!startThread(*dispatcher, arTrace)) {
+  if (!startThread(*dispatcher, mrTrace)) {
     undoStart(dispatcher);
-    arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
+    mrTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
     return UNABLE_TO_INIT_MONI_THREAD;
   }
-  mpDiagPackInterface = new DiagnosticPackageInterface;
-  auto* monitor = new MonitorThread(*mpEventManager, *mpTestRequestManager, *dispatcher, *this,
-                                    *mpDiagPackInterface);
+  mrController.mpDiagPackInterface = new DiagnosticPackageInterface;
+  auto* monitor =
+      new MonitorThread(*mrController.mpEventManager, *mrController.mpTestRequestManager,
+                        *dispatcher, mrController, *mrController.mpDiagPackInterface);
   publishThread(monitor);
-  if (!startThread(*monitor, arTrace)) {
+  if (!startThread(*monitor, mrTrace)) {
     deleteThread(monitor);
-    deleteAndNull(mpDiagPackInterface);
+    deleteAndNull(mrController.mpDiagPackInterface);
     dispatcher->stop();
     dispatcher->join();
     undoStart(dispatcher);
-    arTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
+    mrTrace.error("UNABLE_TO_INIT_MONI_THREAD: ");
     return UNABLE_TO_INIT_MONI_THREAD;
   }
-  setDiagCtrlPhase(DiagControllerStatus::INITIALIZE, -1);
+  mrController.setDiagCtrlPhase(DiagControllerStatus::INITIALIZE, -1);
   return SUCCESS;
 }
 
-void DiagnosticController::readMessageFilePath() {
-  deleteTextAndNull(mpcMsgFilePath);  // of an earlier run
-  mpcMsgFilePath = mpDiagCtrlConfig->readMessageFilePath();
-  if (stringcmp1(mpcMsgFilePath, DiagCtrlConstants::mSconNull) == 0) {
-    mbMsgFilePathFound = false;
+void DiagnosticController::Machinery::readMessageFilePath() {
+  deleteTextAndNull(mrController.mpcMsgFilePath);  // of an earlier run
+  mrController.mpcMsgFilePath = mrController.mpDiagCtrlConfig->readMessageFilePath();
+  if (stringcmp1(mrController.mpcMsgFilePath, DiagCtrlConstants::mSconNull) == 0) {
+    mrController.mbMsgFilePathFound = false;
   }
 }
 
-void DiagnosticController::undoStart(ExecutionManagerThread* apDispatcher) {
+void DiagnosticController::Machinery::undoStart(ExecutionManagerThread* apDispatcher) {
   deleteThread(apDispatcher);
-  deleteAndNull(mpResourceLockManager);
-  deleteAndNull(mpTestRequestManager);
-  deleteAndNull(mpEventManager);
+  deleteAndNull(mrController.mpResourceLockManager);
+  deleteAndNull(mrController.mpTestRequestManager);
+  deleteAndNull(mrController.mpEventManager);
   dropSettings();
-  std::free(mpcCtrlConfigFilePath);
-  mpcCtrlConfigFilePath = nullptr;
+  std::free(mrController.mpcCtrlConfigFilePath);
+  mrController.mpcCtrlConfigFilePath = nullptr;
 }
 
 DiagnosticController::errorCode DiagnosticController::shutDown() {
   Call call(*this, "DiagnosticController::shutDown");
-  // Before the lock, so that an enumeration in progress ends between two packages.
-  setShutDownRequest(true);
-  const errorCode result = call.contain([&] {
-    if (isResetting()) {
-      holdsApiPhaseLock();
-      return takeDown(call.trace());
-    }
-    const LockScope apiLock(mmtxApiPhaseLock, -1);
-    return takeDown(call.trace());
-  });
-  setShutDownRequest(false);
+  Machinery machinery(*this, call.trace());
+  machinery.setShutDownRequest(true);
+  const errorCode result = call.contain([&] { return machinery.shutDown(); });
+  machinery.setShutDownRequest(false);
   return result;
 }
 
+DiagnosticController::errorCode DiagnosticController::Machinery::shutDown() {
+  if (Reset::isUnderWayHere(mrController)) {
+    holdsApiPhaseLock();
+    return takeDown();
+  }
+  const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
+  return takeDown();
+}
+
 // Each step goes on where the one before could not end its work: without memory, say.
-DiagnosticController::errorCode DiagnosticController::takeDown(const TraceScope& arTrace) {
+DiagnosticController::errorCode DiagnosticController::Machinery::takeDown() {
   attempt([&] {
     holdsApiPhaseLock();
-    stopTests(arTrace);
+    stopTests();
   });
   attempt([&] {
     holdsApiPhaseLock();
-    stopThreads(arTrace);
+    stopThreads();
   });
   // Opened again only in the new phase, at which the gate refuses by itself.
-  const ClientCallClosure closure(*mpClientCalls);
-  attempt([&] { dropRequestsAndRegistrations(arTrace); });
-  attempt([&] { dropCatalogue(arTrace); });
+  const ClientCallClosure closure(*mrController.mpClientCalls);
+  attempt([&] { dropRequestsAndRegistrations(); });
+  attempt([&] { dropCatalogue(); });
   attempt([&] { dropManagersAndSettings(); });
   TestRequestManager::resetRequestId();
-  mpDiagCtrlStatus->restoreDiagCtrlPhase(DiagControllerStatus::UNINITIALISED);
+  mrController.mpDiagCtrlStatus->restoreDiagCtrlPhase(DiagControllerStatus::UNINITIALISED);
   return SUCCESS;
 }
 
 // The flag changes also where its lock cannot be had: it must not stay behind.
-void DiagnosticController::setShutDownRequest(bool abShutDownRequest) {
+void DiagnosticController::Machinery::setShutDownRequest(bool abShutDownRequest) {
   try {
-    const LockScope lock(mmtxShutDownLock, 0);
-    mbShutDownRequest = abShutDownRequest;
+    const LockScope lock(mrController.mmtxShutDownLock, 0);
+    mrController.mbShutDownRequest = abShutDownRequest;
   } catch (const DiagCtrlMutexException&) {
-    mbShutDownRequest = abShutDownRequest;
+    mrController.mbShutDownRequest = abShutDownRequest;
   }
 }
 
-void DiagnosticController::stopTests(const TraceScope& arTrace) {
-  const bool isActive = swallowAll(mpTestRequestManager != nullptr, [&] {
-    return mpDiagCtrlStatus->getDiagCtrlPhase(-1) == DiagControllerStatus::ACTIVE;
+void DiagnosticController::Machinery::stopTests() {
+  const bool isActive = swallowAll(mrController.mpTestRequestManager != nullptr, [&] {
+    return mrController.mpDiagCtrlStatus->getDiagCtrlPhase(-1) == DiagControllerStatus::ACTIVE;
   });
   if (!isActive) {
     return;
   }
   errorCode result = UNABLE_TO_GET_LOCK;
   try {
-    TraceScope abortTrace(mpDiagTracer, "DiagnosticController::abortAllTest");
-    result = Abort::all(*this, abortTrace);
-    Abort::workersLeft(*this);
+    TraceScope abortTrace(mrController.mpDiagTracer, "DiagnosticController::abortAllTest");
+    result = Abort::all(mrController, abortTrace);
+    Abort::workersLeft(mrController);
   } catch (const DiagCtrlMutexException&) {
     // Counts as an abort that failed.
   } catch (const ClientFailure& failure) {
-    Call::pushError(*this, failure.event);
+    Call::pushError(mrController, failure.event);
     result = failure.result;
   } catch (const std::bad_alloc&) {
-    Abort::oneByOne(*this);
+    Abort::oneByOne(mrController);
   }
   if (result != SUCCESS) {
-    attempt([&] { arTrace.error("UNABLE_TO_ABORT_TESTS: "); });
-    Call::pushError(*this, DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
+    attempt([&] { mrTrace.error("UNABLE_TO_ABORT_TESTS: "); });
+    Call::pushError(mrController, DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
   }
-  attempt([&] { mpResourceLockManager->resetResourceLockMap(-1); });
-  attempt([&] { mpTestRequestManager->clearTestRequestIdList(-1); });
+  attempt([&] { mrController.mpResourceLockManager->resetResourceLockMap(-1); });
+  attempt([&] { mrController.mpTestRequestManager->clearTestRequestIdList(-1); });
 }
 
 // The monitor first: its end frees a dispatcher that waits for a verdict.
-void DiagnosticController::stopThreads(const TraceScope& arTrace) {
+void DiagnosticController::Machinery::stopThreads() {
   MonitorThread* monitor = nullptr;
   ExecutionManagerThread* dispatcher = nullptr;
   {
-    const System::LockHold hold(mThreadPointersMutex);
-    monitor = mpMoniThread;
-    dispatcher = mpExecMgrThread;
+    const System::LockHold hold(mrController.mThreadPointersMutex);
+    monitor = mrController.mpMoniThread;
+    dispatcher = mrController.mpExecMgrThread;
   }
-  endThread(monitor, arTrace);
-  endThread(dispatcher, arTrace);
-  mbAbortAllFlag = false;
+  endThread(monitor);
+  endThread(dispatcher);
+  mrController.mbAbortAllFlag = false;
 }
 
-void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrace) {
-  if (mpTestRequestManager != nullptr) {
+void DiagnosticController::Machinery::dropRequestsAndRegistrations() {
+  if (mrController.mpTestRequestManager != nullptr) {
     try {
-      mpTestRequestManager->clearTestRequestMap();
-      mpTestRequestManager->deleteRetiredRequests();
+      mrController.mpTestRequestManager->clearTestRequestMap();
+      mrController.mpTestRequestManager->deleteRetiredRequests();
     } catch (const DiagCtrlMutexException&) {
-      tell(arTrace, "WARNING: DiagCtrlMutexException");
+      tell(mrTrace, "WARNING: DiagCtrlMutexException");
     } catch (const std::bad_alloc&) {
       // They go with the manager.
     }
   }
-  if (mpEventManager != nullptr) {
-    attempt([&] { mpEventManager->clearCtrlEventQueues(); });
-    attempt([&] { mpEventManager->clearResultQueues(); });
-    attempt([&] { mpEventManager->clearEventQueues(); });
+  if (mrController.mpEventManager != nullptr) {
+    attempt([&] { mrController.mpEventManager->clearCtrlEventQueues(); });
+    attempt([&] { mrController.mpEventManager->clearResultQueues(); });
+    attempt([&] { mrController.mpEventManager->clearEventQueues(); });
   }
-  for (const CallBackList& list : {CallBackList::ofEvents(*this), CallBackList::ofResults(*this),
-                                   CallBackList::ofCtrlEvents(*this)}) {
+  for (const CallBackList& list :
+       {CallBackList::ofEvents(mrController), CallBackList::ofResults(mrController),
+        CallBackList::ofCtrlEvents(mrController)}) {
     attempt([&] {
       const LockScope lock(list.lock, 0);
       list.objects.clear();  // the objects are the clients'
@@ -387,69 +466,60 @@ void DiagnosticController::dropRequestsAndRegistrations(const TraceScope& arTrac
 }
 
 // Each description goes before its library: the devices' code lies there.
-void DiagnosticController::dropCatalogue(const TraceScope& arTrace) {
+void DiagnosticController::Machinery::dropCatalogue() {
   const AtRestScope rest;
-  kClientsAtRest.standsFor(mmtxDisPackageListLock);
-  kClientsAtRest.standsFor(mmtxPackageVectorLock);
-  mDisablePackageList.clear();
-  deleteAndNull(mpResourceLockManager);
+  kClientsAtRest.standsFor(mrController.mmtxDisPackageListLock);
+  kClientsAtRest.standsFor(mrController.mmtxPackageVectorLock);
+  mrController.mDisablePackageList.clear();
+  deleteAndNull(mrController.mpResourceLockManager);
   const auto releaseLibrary = [&](void* apHandle) {
     try {
-      mpDiagPackInterface->releaseLibrary(apHandle, kTimeOut);
+      mrController.mpDiagPackInterface->releaseLibrary(apHandle, kTimeOut);
     } catch (const DiagCtrlReleaseLibraryFailed&) {
-      tell(arTrace, "WARNING: DiagCtrlReleaseLibraryFailed");
+      tell(mrTrace, "WARNING: DiagCtrlReleaseLibraryFailed");
     }
   };
-  for (const auto& [index, package] : mPackageObjectMap) {
+  for (const auto& [index, package] : mrController.mPackageObjectMap) {
     void* handle = package->getPackageHandle();
     delete package;
-    assertInvariant(mpDiagPackInterface != nullptr, "mpDiagPackInterface != 0");
+    assertInvariant(mrController.mpDiagPackInterface != nullptr, "mpDiagPackInterface != 0");
     if (handle != nullptr) {
       attempt([&] { releaseLibrary(handle); });
     }
   }
-  for (DiagnosticPackage* package : mLostPackages) {
+  for (DiagnosticPackage* package : mrController.mLostPackages) {
     attempt([&] {
       const AtRestScope atRest;
       package->clearPackageData();  // an enumeration that broke off left it, and its library open
       package->deleteRetiredData();
     });
   }
-  mLostPackages.clear();
-  for (void* handle : mRetiredHandles) {
+  mrController.mLostPackages.clear();
+  for (void* handle : mrController.mRetiredHandles) {
     attempt([&] { releaseLibrary(handle); });
   }
-  mRetiredHandles.clear();
-  mPackageObjectMap.clear();
-  mPackageMap.clear();
-  mvPackageNameVector.clear();
+  mrController.mRetiredHandles.clear();
+  mrController.mPackageObjectMap.clear();
+  mrController.mPackageMap.clear();
+  mrController.mvPackageNameVector.clear();
 }
 
-void DiagnosticController::dropManagersAndSettings() {
-  deleteAndNull(mpTestRequestManager);
-  deleteAndNull(mpEventManager);
+void DiagnosticController::Machinery::dropManagersAndSettings() {
+  deleteAndNull(mrController.mpTestRequestManager);
+  deleteAndNull(mrController.mpEventManager);
   dropSettings();
-  deleteAndNull(mpDiagPackInterface);
+  deleteAndNull(mrController.mpDiagPackInterface);
 }
 
-void DiagnosticController::dropSettings() {
-  deleteAndNull(mpGlobalSettings);
-  deleteTextAndNull(mpcPackDirPath);
-  deleteTextAndNull(mpcLogDirPath);
-  deleteAndNull(mpDiagCtrlConfig);
+void DiagnosticController::Machinery::dropSettings() {
+  deleteAndNull(mrController.mpGlobalSettings);
+  deleteTextAndNull(mrController.mpcPackDirPath);
+  deleteTextAndNull(mrController.mpcLogDirPath);
+  deleteAndNull(mrController.mpDiagCtrlConfig);
 }
 
 DiagnosticController::errorCode DiagnosticController::resetDiagController() {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::resetDiagController");
-  struct ResetFlag {
-    DiagnosticController& controller;
-    explicit ResetFlag(DiagnosticController& arController) : controller(arController) {
-      controller.setResetRequest(true);
-    }
-    ~ResetFlag() { controller.setResetRequest(false); }
-    ResetFlag(const ResetFlag&) = delete;
-    ResetFlag& operator=(const ResetFlag&) = delete;
-  };
   const auto isWrongPhase = [&] {
     const bool isWrong = getDiagCtrlPhase(-1) == DiagControllerStatus::UNINITIALISED;
     if (isWrong) {
@@ -462,7 +532,7 @@ DiagnosticController::errorCode DiagnosticController::resetDiagController() {
   }
   // The flag is set and cleared under the lock: it speaks for one thread.
   const LockScope apiLock(mmtxApiPhaseLock, -1);
-  const ResetFlag flag(*this);
+  const Reset reset(*this);
   if (isWrongPhase()) {
     return INCORRECT_PHASE;
   }
@@ -477,35 +547,25 @@ DiagnosticController::errorCode DiagnosticController::resetDiagController() {
   return SUCCESS;
 }
 
-void DiagnosticController::setResetRequest(bool abResetRequest) {
-  const LockScope lock(mmtxResetLock, 0);
-  mResettingThread = abResetRequest ? std::this_thread::get_id() : std::thread::id();
-  mbResetRequest = abResetRequest;
-}
-
 DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
     DiagControllerStatus*& arDiagControllerStatus) {
   Call call(*this, "DiagnosticController::getDiagControllerStatus");
-  return call.answerBehind(ClientCall::readHealth,
-                           [&] { return readHealth(call, arDiagControllerStatus); });
-}
-
-DiagnosticController::errorCode DiagnosticController::readHealth(Call& arCall,
-                                                                 DiagControllerStatus*& arpStatus) {
-  auto status = std::make_unique<DiagControllerStatus>();
-  const time_t now = time(nullptr);
-  {
-    const System::LockHold hold(mThreadPointersMutex);
-    status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
-    status->setMonThrHealth(isFresh(mpMoniThread, now));
-  }
-  try {
-    status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
-  } catch (const DiagCtrlMutexException&) {
-    return arCall.fail({DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE});
-  }
-  arpStatus = status.release();
-  return SUCCESS;
+  return call.answerBehind(ClientCall::readHealth, [&] {
+    auto status = std::make_unique<DiagControllerStatus>();
+    const time_t now = time(nullptr);
+    {
+      const System::LockHold hold(mThreadPointersMutex);
+      status->setExecMgrThrHealth(isFresh(mpExecMgrThread, now));
+      status->setMonThrHealth(isFresh(mpMoniThread, now));
+    }
+    try {
+      status->setDiagCtrlPhase(getDiagCtrlPhase(kTimeOut), kTimeOut);
+    } catch (const DiagCtrlMutexException&) {
+      return call.fail({DiagCtrlEvent::UNABLE_TO_SET_CTRL_PHASE, UNABLE_TO_SET_CTRL_PHASE});
+    }
+    arDiagControllerStatus = status.release();
+    return SUCCESS;
+  });
 }
 
 }  // namespace TarvexDiags::DiagCtrl
