@@ -119,16 +119,19 @@ bool DiagnosticController::getShutDownFlag() {
 
 EventManager* DiagnosticController::getEventMgrPtr() const {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getEventMgrPtr");
+  kClientsAtRest.mayRead();
   return mpEventManager;
 }
 
 DiagnosticPackageInterface* DiagnosticController::getDiagPackInterfacePtr() const {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagPackInterfacePtr");
+  kClientsAtRest.mayRead();
   return mpDiagPackInterface;
 }
 
 TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequestMgrPtr");
+  kClientsAtRest.mayRead();
   return mpTestRequestManager;
 }
 

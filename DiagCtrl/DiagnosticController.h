@@ -13,6 +13,7 @@
 #include "Diag/DiagnosticSettings.h"
 #include "Diag/DiagnosticStatus.h"
 #include "DiagCtrl/CallBackObject.h"
+#include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagControllerStatus.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagCtrlEvent.h"
@@ -389,7 +390,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   DiagnosticController();
 
   // Enumeration.
-  void readDirectory(char* apcDirPath);
+  void readDirectory(char* apcDirPath) TARVEXDIAGS_REQUIRES(mmtxApiPhaseLock);
   bool preEnumerationCheck(const char* packageName);
   errorCode doEnumeratePackage(DiagnosticPackage* apDiagnosticPackage,
                                const PackageNameVector& packageVector);
@@ -414,33 +415,33 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   std::list<CallBackObject*> mlCtrlEventCallBackObjList
       TARVEXDIAGS_GUARDED_BY(mmtxCtrlEvtCBObjListLock);
   DiagControllerStatus* mpDiagCtrlStatus;
-  char* mpcCtrlConfigFilePath;
-  GlobalSettings* mpGlobalSettings;
-  ResourceLockManager* mpResourceLockManager;
-  EventManager* mpEventManager;
-  TestRequestManager* mpTestRequestManager;
+  char* mpcCtrlConfigFilePath TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  GlobalSettings* mpGlobalSettings TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  ResourceLockManager* mpResourceLockManager TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  EventManager* mpEventManager TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  TestRequestManager* mpTestRequestManager TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   MonitorThread* mpMoniThread TARVEXDIAGS_GUARDED_BY(mThreadPointersMutex);
   ExecutionManagerThread* mpExecMgrThread TARVEXDIAGS_GUARDED_BY(mThreadPointersMutex);
   PackageObjectMap mPackageObjectMap TARVEXDIAGS_GUARDED_BY(mmtxPackageVectorLock);
-  DiagnosticPackageInterface* mpDiagPackInterface;
-  PackageMap mPackageMap;
+  DiagnosticPackageInterface* mpDiagPackInterface TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  PackageMap mPackageMap TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   [[maybe_unused]] long mlRequestId;
-  DiagControlConfig* mpDiagCtrlConfig;
+  DiagControlConfig* mpDiagCtrlConfig TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   [[maybe_unused]] bool mbPackageRead;
   DiagTracer* mpDiagTracer;
-  char* mpcPackDirPath;
-  char* mpcLogDirPath;
-  char* mpcMsgFilePath;
-  PackageNameVector mvPackageNameVector;
+  char* mpcPackDirPath TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  char* mpcLogDirPath TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  char* mpcMsgFilePath TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
+  PackageNameVector mvPackageNameVector TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   DisablePackList mDisablePackageList TARVEXDIAGS_GUARDED_BY(mmtxDisPackageListLock);
   DiagUtil* mpDiagUtil;
   DiagValidator* mpValidator;
-  unsigned short musMachineId;
-  std::string mOs;
+  unsigned short musMachineId TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
+  std::string mOs TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   int mProgressEnumeration TARVEXDIAGS_GUARDED_BY(mmtxProgressLock);
   /// Changed and read under its lock. Atomic, because it is changed without it if need be.
   std::atomic<bool> mbShutDownRequest;
-  bool mbMsgFilePathFound;
+  bool mbMsgFilePathFound TARVEXDIAGS_GUARDED_BY(kClientsAtRest);
   bool mbAbortAllFlag TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   std::atomic<bool> mbResetRequest;
   DiagCtrlLock mmtxTestRequestLock;
@@ -462,10 +463,10 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   System::Mutex mThreadPointersMutex;
   std::atomic<std::thread::id> mResettingThread;
   /// Libraries whose devices a request of an earlier enumeration may still use.
-  std::vector<void*> mRetiredHandles;
+  std::vector<void*> mRetiredHandles TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
   /// Packages that left the catalogue and stay allocated; what they keep for such a request does
   /// not.
-  std::vector<DiagnosticPackage*> mLostPackages;
+  std::vector<DiagnosticPackage*> mLostPackages TARVEXDIAGS_GUARDED_BY(mmtxApiPhaseLock);
 };
 
 }  // namespace TarvexDiags::DiagCtrl

@@ -64,6 +64,10 @@ class DiagnosticController::Control {
   errorCode useRequests(ClientCall aeCall, const ClientFailure& arOnMissing, Step aStep);
 
  private:
+  TestRequestManager& requests() const {
+    kClientsAtRest.mayRead();
+    return *mrController.mpTestRequestManager;
+  }
   errorCode abortAllUnderLock();
   RequestReference lookUp(unsigned long aulTestRequestId);
   void requireSameLife(const ClientCallScope& arInside, ClientCall aeCall, unsigned long aulLife);
@@ -80,7 +84,7 @@ DiagnosticController::errorCode DiagnosticController::Control::act(
       const LockScope apiLock(mrController.mmtxApiPhaseLock, 0);
       Call::requireManagers(mrController);
       for (const unsigned long id : aIds) {
-        aAct(*findRequest(*mrController.mpTestRequestManager, mCall.trace(), id, kTimeOut), id);
+        aAct(*findRequest(requests(), mCall.trace(), id, kTimeOut), id);
       }
     });
     return SUCCESS;
@@ -91,8 +95,7 @@ template <class Step>
 DiagnosticController::errorCode DiagnosticController::Control::useRequests(
     ClientCall aeCall, const ClientFailure& arOnMissing, Step aStep) {
   return mCall.answerInside(aeCall, [&] {
-    orFail({.onLock = kUnableToGetLock, .onMissing = arOnMissing},
-           [&] { aStep(*mrController.mpTestRequestManager); });
+    orFail({.onLock = kUnableToGetLock, .onMissing = arOnMissing}, [&] { aStep(requests()); });
     return SUCCESS;
   });
 }
@@ -101,7 +104,7 @@ DiagnosticController::errorCode DiagnosticController::Control::abort(
     std::span<const unsigned long> aIds) {
   return act(aIds, [this](TestRequest& arTestRequest, unsigned long aulId) {
     Abort::request(mrController, arTestRequest, kTimeOut);
-    mrController.mpTestRequestManager->removeFromTestReqIdList(aulId);
+    requests().removeFromTestReqIdList(aulId);
   });
 }
 
@@ -190,9 +193,8 @@ DiagnosticController::errorCode DiagnosticController::resumeTest(unsigned long u
 }
 
 RequestReference DiagnosticController::Control::lookUp(unsigned long aulTestRequestId) {
-  return orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound}, [&] {
-    return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
-  });
+  return orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound},
+                [&] { return requests().acquireTestRequest(aulTestRequestId, kTimeOut); });
 }
 
 // While the call waits for its lock, which another may hold for ever, it is not counted and has

@@ -171,14 +171,17 @@ class DiagnosticController::Enumeration {
   errorCode runAgain(int aiPackageIndex);
 
  private:
-  errorCode findAndEnumerate(EnumerationPhase& arPhase, const Selection& arSelection);
-  void leaveOutDisabledPackages();
-  errorCode enumerateFoundPackages(const Selection& arSelection);
-  errorCode enumerateOne(const std::string& arName, int aiIndex, const Selection& arSelection);
-  errorCode enumerateAgain(int aiPackageIndex);
+  errorCode findAndEnumerate(EnumerationPhase& arPhase, const Selection& arSelection)
+      TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  void leaveOutDisabledPackages() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  errorCode enumerateFoundPackages(const Selection& arSelection)
+      TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  errorCode enumerateOne(const std::string& arName, int aiIndex, const Selection& arSelection)
+      TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
+  errorCode enumerateAgain(int aiPackageIndex) TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
   void removeResourceLocks(DiagnosticPackage& arPackage);
   void addToCatalogue(int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage);
-  void dropFromCatalogue(int aiIndex);
+  void dropFromCatalogue(int aiIndex) TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
 
   DiagnosticController& mrController;
   Call mCall;
@@ -245,11 +248,11 @@ DiagnosticController::errorCode DiagnosticController::Enumeration::run(
 
 DiagnosticController::errorCode DiagnosticController::Enumeration::findAndEnumerate(
     EnumerationPhase& arPhase, const Selection& arSelection) {
+  const AtRestScope rest;
   if (mrController.mpDiagCtrlConfig == nullptr) {
     return INVALID_VALUE_IN_CONFIG_FILE;
   }
   try {
-    const AtRestScope rest;
     mrController.mpDiagCtrlConfig->readPackageDetails();
     mrController.readDirectory(mrController.mpcPackDirPath);
   } catch (const DiagCtrlInvalidKey&) {
@@ -355,6 +358,7 @@ DiagnosticController::errorCode DiagnosticController::Enumeration::enumerateOne(
 // Into both maps, or into neither.
 void DiagnosticController::Enumeration::addToCatalogue(
     int aiIndex, std::unique_ptr<DiagnosticPackage> apDiagPackage) {
+  const AtRestScope rest;
   const LockScope lock(mrController.mmtxPackageVectorLock, 0);
   const auto object = mrController.mPackageObjectMap.emplace(aiIndex, apDiagPackage.get()).first;
   try {
@@ -368,6 +372,7 @@ void DiagnosticController::Enumeration::addToCatalogue(
 
 // The description itself stays allocated.
 void DiagnosticController::Enumeration::dropFromCatalogue(int aiIndex) {
+  const AtRestScope rest;
   const LockScope lock(mrController.mmtxPackageVectorLock, 0);
   mrController.mPackageMap.erase(aiIndex);
   if (const auto lost = mrController.mPackageObjectMap.extract(aiIndex)) {
@@ -447,8 +452,8 @@ DiagnosticController::errorCode DiagnosticController::PackageProbe::run() {
 }
 
 DiagnosticController::errorCode DiagnosticController::PackageProbe::probe() {
-  DiagnosticPackageInterface& loader = *mrController.mpDiagPackInterface;
   const AtRestScope rest;
+  DiagnosticPackageInterface& loader = *mrController.mpDiagPackInterface;
   const p_Handle handle = mrPackage.getPackageHandle();
   loader.setPackageConfigFile(handle, mrConfigFile.c_str());
   loader.setPackageLogDir(handle, mrController.mpcLogDirPath);
@@ -479,6 +484,7 @@ DiagnosticController::errorCode DiagnosticController::PackageProbe::probe() {
 
 void DiagnosticController::PackageProbe::createResourceLocks(
     DeviceEnum::VirtualDeviceVector& arDevices) {
+  kClientsAtRest.mayRead();
   for (DeviceEnum::VirtualDevice& device : arDevices) {
     const std::string& tag = device.getDevice()->getResourceTag();
     try {
@@ -494,6 +500,7 @@ void DiagnosticController::PackageProbe::createResourceLocks(
 bool DiagnosticController::checkPackageDllDep(const char* apcPackageDir,
                                               const char* apcPackDllName) {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::checkPackageDllDep");
+  kClientsAtRest.mayRead();
   for (const std::string& path :
        {std::string(apcPackageDir) + apcPackDllName, std::string(apcPackDllName)}) {
     try {
@@ -522,11 +529,16 @@ DiagnosticController::errorCode DiagnosticController::Enumeration::runAgain(int 
       return *refused;
     }
     const EnumerationPhase phase(*mrController.mpDiagCtrlStatus, DiagControllerStatus::IDLE);
+    const AtRestScope rest;
     // Its place among the lost, before anything is changed.
     mrController.mLostPackages.reserve(mrController.mLostPackages.size() + 1);
     const auto name = mrController.mPackageMap.find(aiPackageIndex);
     const errorCode result = swallowAll(
-        PACKAGE_NOT_FOUND, [&] { return enumerateAgain(aiPackageIndex); },
+        PACKAGE_NOT_FOUND,
+        [&] {
+          Call::holdsApiPhaseLock(mrController);
+          return enumerateAgain(aiPackageIndex);
+        },
         ToldAsNotFound{mCall.trace(), name != mrController.mPackageMap.end() ? name->second : ""});
     if (result != SUCCESS) {
       dropFromCatalogue(aiPackageIndex);
@@ -559,6 +571,7 @@ DiagnosticController::errorCode DiagnosticController::Enumeration::enumerateAgai
 }
 
 void DiagnosticController::Enumeration::removeResourceLocks(DiagnosticPackage& arPackage) {
+  kClientsAtRest.mayRead();
   const DeviceVector devices = arPackage.getDeviceVector();
   for (DiagDevice* device : devices) {
     const std::string& tag = device->getIDevice()->getResourceTag();

@@ -155,6 +155,7 @@ int DiagnosticController::Estimation::sum() {
 // Results drained here stay allocated, also when there were too few of them. @return whether every
 // result had a figure.
 bool DiagnosticController::Estimation::collect() {
+  kClientsAtRest.mayRead();
   const ResultVector& results = *mrController.mpEventManager->getResults(kResultRegistration);
   if (results.size() < mrRequestIds.size()) {
     return false;
@@ -177,6 +178,7 @@ int DiagnosticController::Estimation::configuredEstimate(unsigned long aulTestRe
   PackageTestInfo* test = orUnknown([&] {
     const RequestReference request =
         orFail({.onLock = kUnableToGetLock, .onMissing = kRequestNotFound}, [&] {
+          kClientsAtRest.mayRead();
           return mrController.mpTestRequestManager->acquireTestRequest(aulTestRequestId, kTimeOut);
         });
     DiagnosticPackage& package = orFail(

@@ -110,21 +110,21 @@ class DiagnosticController::Machinery {
   errorCode shutDown();
 
  private:
-  bool readControlFile(const char* apcFileName);
-  void openTraceFile();
+  bool readControlFile(const char* apcFileName) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void openTraceFile() TARVEXDIAGS_REQUIRES(kClientsAtRest);
   bool isStarted();
-  errorCode start() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
-  errorCode build() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
-  void readMessageFilePath();
-  void undoStart(ExecutionManagerThread* apDispatcher);
+  errorCode start() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock, kClientsAtRest);
+  errorCode build() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock, kClientsAtRest);
+  void readMessageFilePath() TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void undoStart(ExecutionManagerThread* apDispatcher) TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   errorCode takeDown() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
   void stopTests() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
   void stopThreads() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock);
   void dropRequestsAndRegistrations();
-  void dropCatalogue();
-  void dropManagersAndSettings();
-  void dropSettings();
+  void dropCatalogue() TARVEXDIAGS_REQUIRES(mrController.mmtxApiPhaseLock, kClientsAtRest);
+  void dropManagersAndSettings() TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void dropSettings() TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   template <class Thread>
   void endThread(Thread* apThread);
@@ -132,11 +132,6 @@ class DiagnosticController::Machinery {
   void publishThread(MonitorThread* apThread);
   template <class Thread>
   void deleteThread(Thread* apThread);
-
-  /// Said where the lock was taken out of the compiler's sight: by the resetting thread, which
-  /// takes down and starts again, or around a step.
-  void holdsApiPhaseLock() const noexcept
-      TARVEXDIAGS_ASSERT_CAPABILITY(mrController.mmtxApiPhaseLock) {}
 
   DiagnosticController& mrController;
   const TraceScope& mrTrace;
@@ -175,6 +170,7 @@ DiagnosticController::errorCode DiagnosticController::initialize(const char* apc
 
 DiagnosticController::errorCode DiagnosticController::Machinery::initialize(
     const char* apcFileName) {
+  const AtRestScope rest;
   if (!readControlFile(apcFileName)) {
     return INITIALISATION_FAILED;
   }
@@ -183,7 +179,7 @@ DiagnosticController::errorCode DiagnosticController::Machinery::initialize(
     return INCORRECT_PHASE;
   }
   if (Reset::isUnderWayHere(mrController)) {
-    holdsApiPhaseLock();
+    Call::holdsApiPhaseLock(mrController);
     return start();
   }
   const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
@@ -290,11 +286,8 @@ DiagnosticController::errorCode DiagnosticController::Machinery::start() {
 // The order of creation is what all subsystems rely on.
 DiagnosticController::errorCode DiagnosticController::Machinery::build() {
   mrController.mpClientCalls->beginLife();
-  {
-    const AtRestScope rest;
-    kClientsAtRest.standsFor(mrController.mmtxProgressLock);
-    mrController.mProgressEnumeration = 0;
-  }
+  kClientsAtRest.standsFor(mrController.mmtxProgressLock);
+  mrController.mProgressEnumeration = 0;
   mrController.mOs = System::SysUtil::getOs();
   if (mrController.mOs.empty()) {
     mrTrace.error("UNABLE_TO_GET_OS: ");
@@ -360,7 +353,7 @@ DiagnosticController::errorCode DiagnosticController::shutDown() {
 
 DiagnosticController::errorCode DiagnosticController::Machinery::shutDown() {
   if (Reset::isUnderWayHere(mrController)) {
-    holdsApiPhaseLock();
+    Call::holdsApiPhaseLock(mrController);
     return takeDown();
   }
   const LockScope apiLock(mrController.mmtxApiPhaseLock, -1);
@@ -370,18 +363,25 @@ DiagnosticController::errorCode DiagnosticController::Machinery::shutDown() {
 // Each step goes on where the one before could not end its work: without memory, say.
 DiagnosticController::errorCode DiagnosticController::Machinery::takeDown() {
   attempt([&] {
-    holdsApiPhaseLock();
+    Call::holdsApiPhaseLock(mrController);
     stopTests();
   });
   attempt([&] {
-    holdsApiPhaseLock();
+    Call::holdsApiPhaseLock(mrController);
     stopThreads();
   });
   // Opened again only in the new phase, at which the gate refuses by itself.
   const ClientCallClosure closure(*mrController.mpClientCalls);
   attempt([&] { dropRequestsAndRegistrations(); });
-  attempt([&] { dropCatalogue(); });
-  attempt([&] { dropManagersAndSettings(); });
+  attempt([&] {
+    Call::holdsApiPhaseLock(mrController);
+    const AtRestScope rest;
+    dropCatalogue();
+  });
+  attempt([&] {
+    const AtRestScope rest;
+    dropManagersAndSettings();
+  });
   TestRequestManager::resetRequestId();
   mrController.mpDiagCtrlStatus->restoreDiagCtrlPhase(DiagControllerStatus::UNINITIALISED);
   return SUCCESS;
@@ -398,7 +398,10 @@ void DiagnosticController::Machinery::setShutDownRequest(bool abShutDownRequest)
 }
 
 void DiagnosticController::Machinery::stopTests() {
-  const bool isActive = swallowAll(mrController.mpTestRequestManager != nullptr, [&] {
+  kClientsAtRest.mayRead();
+  TestRequestManager* requests = mrController.mpTestRequestManager;
+  ResourceLockManager* resourceLocks = mrController.mpResourceLockManager;
+  const bool isActive = swallowAll(requests != nullptr, [&] {
     return mrController.mpDiagCtrlStatus->getDiagCtrlPhase(-1) == DiagControllerStatus::ACTIVE;
   });
   if (!isActive) {
@@ -421,8 +424,8 @@ void DiagnosticController::Machinery::stopTests() {
     attempt([&] { mrTrace.error("UNABLE_TO_ABORT_TESTS: "); });
     Call::pushError(mrController, DiagCtrlEvent::UNABLE_TO_ABORT_TESTS);
   }
-  attempt([&] { mrController.mpResourceLockManager->resetResourceLockMap(-1); });
-  attempt([&] { mrController.mpTestRequestManager->clearTestRequestIdList(-1); });
+  attempt([&] { resourceLocks->resetResourceLockMap(-1); });
+  attempt([&] { requests->clearTestRequestIdList(-1); });
 }
 
 // The monitor first: its end frees a dispatcher that waits for a verdict.
@@ -440,20 +443,21 @@ void DiagnosticController::Machinery::stopThreads() {
 }
 
 void DiagnosticController::Machinery::dropRequestsAndRegistrations() {
-  if (mrController.mpTestRequestManager != nullptr) {
+  kClientsAtRest.mayRead();
+  if (TestRequestManager* requests = mrController.mpTestRequestManager; requests != nullptr) {
     try {
-      mrController.mpTestRequestManager->clearTestRequestMap();
-      mrController.mpTestRequestManager->deleteRetiredRequests();
+      requests->clearTestRequestMap();
+      requests->deleteRetiredRequests();
     } catch (const DiagCtrlMutexException&) {
       tell(mrTrace, "WARNING: DiagCtrlMutexException");
     } catch (const std::bad_alloc&) {
       // They go with the manager.
     }
   }
-  if (mrController.mpEventManager != nullptr) {
-    attempt([&] { mrController.mpEventManager->clearCtrlEventQueues(); });
-    attempt([&] { mrController.mpEventManager->clearResultQueues(); });
-    attempt([&] { mrController.mpEventManager->clearEventQueues(); });
+  if (EventManager* messages = mrController.mpEventManager; messages != nullptr) {
+    attempt([&] { messages->clearCtrlEventQueues(); });
+    attempt([&] { messages->clearResultQueues(); });
+    attempt([&] { messages->clearEventQueues(); });
   }
   for (const CallBackList& list :
        {CallBackList::ofEvents(mrController), CallBackList::ofResults(mrController),
@@ -467,14 +471,14 @@ void DiagnosticController::Machinery::dropRequestsAndRegistrations() {
 
 // Each description goes before its library: the devices' code lies there.
 void DiagnosticController::Machinery::dropCatalogue() {
-  const AtRestScope rest;
   kClientsAtRest.standsFor(mrController.mmtxDisPackageListLock);
   kClientsAtRest.standsFor(mrController.mmtxPackageVectorLock);
   mrController.mDisablePackageList.clear();
   deleteAndNull(mrController.mpResourceLockManager);
+  DiagnosticPackageInterface* loader = mrController.mpDiagPackInterface;
   const auto releaseLibrary = [&](void* apHandle) {
     try {
-      mrController.mpDiagPackInterface->releaseLibrary(apHandle, kTimeOut);
+      loader->releaseLibrary(apHandle, kTimeOut);
     } catch (const DiagCtrlReleaseLibraryFailed&) {
       tell(mrTrace, "WARNING: DiagCtrlReleaseLibraryFailed");
     }
@@ -482,7 +486,7 @@ void DiagnosticController::Machinery::dropCatalogue() {
   for (const auto& [index, package] : mrController.mPackageObjectMap) {
     void* handle = package->getPackageHandle();
     delete package;
-    assertInvariant(mrController.mpDiagPackInterface != nullptr, "mpDiagPackInterface != 0");
+    assertInvariant(loader != nullptr, "mpDiagPackInterface != 0");
     if (handle != nullptr) {
       attempt([&] { releaseLibrary(handle); });
     }
@@ -533,6 +537,7 @@ DiagnosticController::errorCode DiagnosticController::resetDiagController() {
   // The flag is set and cleared under the lock: it speaks for one thread.
   const LockScope apiLock(mmtxApiPhaseLock, -1);
   const Reset reset(*this);
+  kClientsAtRest.mayRead();
   if (isWrongPhase()) {
     return INCORRECT_PHASE;
   }

@@ -169,14 +169,16 @@ bool DiagnosticController::validateDiagSettings(Diag::DiagnosticSettings& arDiag
 unsigned long DiagnosticController::queueRequest(const char* apcPackageName,
                                                  TestRequest* apTestRequest) {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::queueRequest");
+  kClientsAtRest.mayRead();
   const std::string config = packageConfiguration(mpcPackDirPath, apcPackageName);
   const std::string library = std::string(mpcPackDirPath) + DiagCtrlConstants::mSconpcDoubleSlash +
                               packageLibrary(apcPackageName);
   const bool diagLog = mpGlobalSettings->getDiagLogMode();
   const GlobalSettings::diagMode diagMode = mpGlobalSettings->getDiagnosticMode();
-  LoadedLibrary loaded(trace, *mpDiagPackInterface, library);
+  DiagnosticPackageInterface& loader = *mpDiagPackInterface;
+  LoadedLibrary loaded(trace, loader, library);
   std::unique_ptr<Diag::IDiagnostics> pIDiagnostics(withoutItsCode(kUnableToAdd, [&] {
-    return mpDiagPackInterface->getIDiagnostics(loaded.handle(), config.c_str(), diagLog, diagMode);
+    return loader.getIDiagnostics(loaded.handle(), config.c_str(), diagLog, diagMode);
   }));
   if (pIDiagnostics == nullptr) {
     loaded.keep();  // open for good: a package that gave nothing may have kept something running
@@ -284,6 +286,7 @@ void DiagnosticController::Queueing::becomeActive(const ClientFailure& arFailure
 }
 
 unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage, int aiDeviceId) {
+  kClientsAtRest.mayRead();
   auto settings = std::make_unique<Diag::DiagnosticSettings>(mOrder.settings);
   DiagDevice* device = orFail({.onLock = kUnableToGetLock, .onMissing = kDeviceObjectNotFound},
                               [&] { return arPackage.getDevice(aiDeviceId); });
@@ -310,6 +313,7 @@ unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage
 }
 
 bool DiagnosticController::Queueing::haltsLoopOnError() {
+  kClientsAtRest.mayRead();
   return mOrder.haltLoopOnError.has_value() ? *mOrder.haltLoopOnError
                                             : mrController.mpGlobalSettings->getHaltOnError();
 }

@@ -59,6 +59,11 @@ class DiagnosticController::Registration {
   static void notifyAll(const CallBackList& arList, const char* apcText);
 
  private:
+  EventManager& messages() const {
+    kClientsAtRest.mayRead();
+    return *mrController.mpEventManager;
+  }
+
   DiagnosticController& mrController;
   Call mCall;
 };
@@ -104,7 +109,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::add(
   return mCall.answerInside(arTarget.call, [&] {
     std::list<CallBackObject*> entry{apCallBackObj};  // made before the queue: both or none
     try {
-      arulRegistrationId = std::invoke(arTarget.createQueue, *mrController.mpEventManager);
+      arulRegistrationId = std::invoke(arTarget.createQueue, messages());
     } catch (const DiagCtrlMutexException&) {
       Call::pushError(mrController, DiagCtrlEvent::UNABLE_TO_CREATE_QUEUE);
       mCall.trace().error("UNABLE_TO_REGISTER: ");
@@ -151,7 +156,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::fetch(
   return mCall.answerInside(ClientCall::fetchMessages, [&] {
     const auto id = static_cast<unsigned long>(alRegistrationId);
     try {
-      arpMessages = std::invoke(arSource.get, *mrController.mpEventManager, id);
+      arpMessages = std::invoke(arSource.get, messages(), id);
     } catch (const DiagCtrlKeyNotExistException&) {
       if (arSource.unknownText != nullptr) {
         mCall.trace().errorValue(arSource.unknownText, id);
@@ -189,7 +194,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::fetchCtrlEve
   return mCall.answerInside(ClientCall::fetchCtrlEvents, [&] {
     const auto id = static_cast<unsigned long>(alRegistrationId);
     try {
-      arpMessages = mrController.mpEventManager->getCtrlEvents(id);
+      arpMessages = messages().getCtrlEvents(id);
     } catch (const DiagCtrlKeyNotExistException&) {
       mCall.trace().errorValue("CTRL EVENT REG ID NOT FOUND, INCORRECT REG ID:", id);
       return mCall.fail({DiagCtrlEvent::CTRL_EV_REG_ID_NOT_FOUND, CTRL_EVENT_REG_ID_NOT_FOUND});

@@ -50,6 +50,7 @@ class TARVEXDIAGS_SCOPED_CAPABILITY SettingsLock {
 GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
   mpDiagTracer->beginTrace(DiagCtrlConstants::DIAG_INFORMATION,
                            "DiagnosticController::getGlobalSettingsPtr");
+  kClientsAtRest.mayRead();
   return mpGlobalSettings;
 }
 
@@ -79,6 +80,7 @@ class DiagnosticController::Setting {
 template <class Step>
 void DiagnosticController::Setting::withSettings(Step aStep) {
   orFail(kUnableToGetLock, [&] {
+    kClientsAtRest.mayRead();
     if (mrController.mpGlobalSettings == nullptr) {
       throw kUnableToGetLock;
     }

@@ -83,6 +83,7 @@ class DiagnosticController::Text {
                  DiagCtrlEvent::eventCode aeMissingEvent, char*& arpcText);
   const char* packageName(int aiPackageIndex) const;
   std::string packageFile(const char* apcPackageName, const char* apcLanguage = nullptr) const {
+    kClientsAtRest.mayRead();
     return packageConfiguration(mrController.mpcPackDirPath, apcPackageName, apcLanguage);
   }
   void translateParameters(const char* apcLanguage, const std::string& arFile,
@@ -93,6 +94,7 @@ class DiagnosticController::Text {
 };
 
 const char* DiagnosticController::Text::packageName(int aiPackageIndex) const {
+  kClientsAtRest.mayRead();
   const auto entry = mrController.mPackageMap.find(aiPackageIndex);
   return entry != mrController.mPackageMap.end() ? entry->second : nullptr;
 }
@@ -215,6 +217,7 @@ DiagnosticController::errorCode DiagnosticController::Text::readMessage(
     return MESSAGE_TOKEN_IS_NULL;
   }
   return mCall.answerInside(ClientCall::localiseMessage, [&] {
+    kClientsAtRest.mayRead();
     std::string file;
     if (mrController.mbMsgFilePathFound && aiPackageIndex <= 0) {
       file = mrController.mpcMsgFilePath;

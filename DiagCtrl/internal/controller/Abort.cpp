@@ -38,6 +38,7 @@ void DiagnosticController::Abort::request(DiagnosticController& arController,
     case TestRequest::AbortedWhile::queued:
       break;
   }
+  kClientsAtRest.mayRead();
   try {
     arTestRequest.releaseIDiagnostic(*arController.mpDiagPackInterface, alTimeOutValue);
   } catch (const DiagCtrlReleaseLibraryFailed&) {
@@ -61,6 +62,7 @@ DiagnosticController::errorCode DiagnosticController::Abort::all(DiagnosticContr
     return ABORT_ALL_ALREADY_IN_PROCESS;
   }
   arController.mbAbortAllFlag = true;
+  kClientsAtRest.mayRead();
   TestRequestManager& manager = *arController.mpTestRequestManager;
   for (const unsigned long id : manager.getTestRequestIdList(-1)) {
     try {
@@ -75,6 +77,7 @@ DiagnosticController::errorCode DiagnosticController::Abort::all(DiagnosticContr
 // A worker can be inside although its request has left the list: aborted before, or finished by a
 // package that reported completion too early. Nothing can be torn down before it has come out.
 void DiagnosticController::Abort::workersLeft(DiagnosticController& arController) {
+  kClientsAtRest.mayRead();
   TestRequestManager& manager = *arController.mpTestRequestManager;
   const TestRequestIdList ids = manager.getTestRequestIdList(-1);
   for (const RequestReference& inFlight : manager.requestsInFlight()) {
@@ -85,6 +88,7 @@ void DiagnosticController::Abort::workersLeft(DiagnosticController& arController
 }
 
 void DiagnosticController::Abort::oneByOne(DiagnosticController& arController) {
+  kClientsAtRest.mayRead();
   unsigned long id = 0;
   while (const RequestReference next =
              arController.mpTestRequestManager->acquireUnfinishedAfter(id)) {

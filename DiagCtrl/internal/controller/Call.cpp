@@ -80,6 +80,7 @@ DiagnosticPackage& Controller::Call::packageOf(int aiPackageIndex) {
 }
 
 void Controller::Call::requireManagers(const DiagnosticController& arController) {
+  kClientsAtRest.mayRead();
   if (arController.mpTestRequestManager == nullptr) {
     throw kIncorrectPhase;
   }

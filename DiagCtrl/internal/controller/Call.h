@@ -53,6 +53,12 @@ class DiagnosticController::Call {
   /// Fails a call that waited for the big lock behind a shut-down and finds the machinery gone.
   static void requireManagers(const DiagnosticController& arController)
       TARVEXDIAGS_REQUIRES(arController.mmtxApiPhaseLock);
+  /// Said where the big lock was taken out of the compiler's sight: around a step, or by the
+  /// resetting thread, which takes down and starts again.
+  static void holdsApiPhaseLock(const DiagnosticController& arController) noexcept
+      TARVEXDIAGS_ASSERT_CAPABILITY(arController.mmtxApiPhaseLock) {
+    static_cast<void>(arController);
+  }
 
  private:
   std::optional<errorCode> refusalInside(const ClientCallScope& arInside, ClientCall aeCall);

@@ -112,7 +112,59 @@ class Shared {
   int miCatalogue TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = 0;
 };
 
+/// The owner of what a step uses: the step keeps a reference to it.
+class Owner {
+ public:
+  DiagCtrlLock mmtxLock{DiagCtrlConstants::mSconlDefaultLockTimeOut};
+  int miUnderLock TARVEXDIAGS_GUARDED_BY(mmtxLock) = 0;
+  int* mpiAtRest TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = nullptr;
+};
+
+class Step {
+ public:
+  explicit Step(Owner& arOwner) : mrOwner(arOwner) {}
+
+  void run() {
+#if BREACH != 11
+    const LockScope lock(mrOwner.mmtxLock, 0);
+#endif
+    write();
+  }
+
+  void replace() {
+#if BREACH != 12
+    const AtRestScope rest;
+#endif
+    renew(mrOwner.mpiAtRest);
+  }
+
+  int read() {
+    kClientsAtRest.mayRead();
+    const auto readInside = [&] {
+#if BREACH != 13
+      kClientsAtRest.mayRead();
+#endif
+      return mrOwner.mpiAtRest;
+    };
+    return *readInside();
+  }
+
+ private:
+  static void renew(int*& arpObject) {
+    arpObject = nullptr;
+  }
+  void write() TARVEXDIAGS_REQUIRES(mrOwner.mmtxLock) {
+    mrOwner.miUnderLock = 1;
+  }
+
+  Owner& mrOwner;
+};
+
 int useAll(PackageTestInfo& arTest) {
+  Owner owner;
+  Step step(owner);
+  step.run();
+  step.replace();
   Shared shared;
   shared.writeField();
   shared.callHelper();
@@ -124,7 +176,8 @@ int useAll(PackageTestInfo& arTest) {
     shared.replaceAtRest();
   }
   shared.writeCatalogue();
-  return shared.readField() + shared.count() + shared.tryToRead() + shared.readCatalogue();
+  return shared.readField() + shared.count() + shared.tryToRead() + shared.readCatalogue() +
+         step.read();
 }
 
 }  // namespace TarvexDiags::DiagCtrl
