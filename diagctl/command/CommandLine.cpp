@@ -19,6 +19,7 @@
 #include "diagctl/command/RunCommand.h"
 #include "diagctl/command/SelfTest.h"
 #include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/session/CodeTable.h"
 #include "diagctl/session/Configuration.h"
@@ -65,9 +66,8 @@ void addSelection(CLI::App& command, SelectionPatterns& patterns) {
 /// How a run is told, and its outcome.
 void addReporting(CLI::App& command, ReportingOptions& options) {
   command
-      .add_option("--format", options.format,
-                  tr("Format on standard output: text, jsonl, junit or tap"))
-      ->check(CLI::IsMember({"text", "jsonl", "junit", "tap"}));
+      .add_option("--format", options.format, tr("Format on standard output: {}", listOfFormats()))
+      ->check(CLI::IsMember(choosableFormats()));
   command
       .add_option("-o,--output", options.outputs,
                   tr("FORMAT=FILE; may be repeated; - is standard output"))
@@ -321,7 +321,8 @@ class CommandLine {
                               "  diagctl report run.jsonl\n"
                               "  diagctl report run.jsonl --format junit > run.xml",
                               [this] { return carryOutReport(m_report); });
-    reporting.add_option("log", m_report.log, tr("A file that run wrote as jsonl"))->required();
+    reporting.add_option("log", m_report.log, tr("A file that run wrote as {}", kLogFormat))
+        ->required();
     addReporting(reporting, m_report.reporting);
     add("check", tr("Tell every problem of the configuration and the packages"),
         "  diagctl check\n  diagctl check --config control.cfg",

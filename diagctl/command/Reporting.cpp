@@ -4,6 +4,7 @@
 
 #include <exception>
 
+#include "diagctl/report/Formats.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 
@@ -14,7 +15,7 @@ namespace {
 // A monitor reads the first line of standard output, whatever became of the run.
 int tellMonitor(const ReportingOptions& options, const std::exception& failure) {
   standardError().print("diagctl: {}\n", failure.what());
-  if (formatOf(options) == summaryFormat) {
+  if (formatOf(options) == kSummaryFormat) {
     standardOutput().print("DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
   }
   return ExitCode::noVerdict;
@@ -26,7 +27,7 @@ std::string formatOf(const ReportingOptions& options) {
   if (!options.format.empty()) {
     return options.format;
   }
-  return options.exitStyle == ExitStyle::plain ? "text" : summaryFormat;
+  return options.exitStyle == ExitStyle::plain ? kTextFormat : kSummaryFormat;
 }
 
 int finish(Outputs& outputs, int code) {

@@ -9,11 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "diagctl/report/JsonlReporter.h"
-#include "diagctl/report/JunitReporter.h"
-#include "diagctl/report/SummaryReporter.h"
-#include "diagctl/report/TapReporter.h"
-#include "diagctl/report/TextReporter.h"
+#include "diagctl/report/Formats.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -57,10 +53,6 @@ void synchronise(const std::string& path) {
   }
 }
 
-bool isFormat(const std::string& name) {
-  return name == "text" || name == "jsonl" || name == "junit" || name == "tap";
-}
-
 struct Specification {
   std::string format;
   std::string path;
@@ -86,8 +78,9 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
   int standardOutputs = 0;
   for (const std::string& text : specifications) {
     const Specification parsed = parse(text);
-    if (!isFormat(parsed.format) || parsed.path.empty()) {
-      return tr("'{}' is not FORMAT=FILE with text, jsonl, junit or tap", text);
+    const Format* format = findFormat(parsed.format);
+    if (format == nullptr || !format->isChoice || parsed.path.empty()) {
+      return tr("'{}' is not FORMAT=FILE with {}", text, listOfFormats());
     }
     if (parsed.isStandardOutput()) {
       ++standardOutputs;
@@ -103,56 +96,41 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
   return standardOutputs > 1 ? tr("standard output takes one format") : "";
 }
 
-std::unique_ptr<Output> Output::toFile(const std::string& format, const std::string& path) {
+std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& path) {
   std::unique_ptr<Output> output(new Output);
   output->m_path = path;
   output->m_name = output->m_path;
-  const bool isLog = format == "jsonl";
   const bool isPlain = isPlainFile(output->m_path);
-  if (!isLog && isPlain) {
+  if (!format.isLog && isPlain) {
     output->m_besides = fmt::format("{}.{}.part", output->m_path, getpid());
   }
   errno = 0;
   output->m_file = std::make_unique<std::ofstream>(
       output->m_besides.empty() ? output->m_path : output->m_besides,
-      isLog ? std::ios::app : std::ios::trunc);
+      format.isLog ? std::ios::app : std::ios::trunc);
   if (!*output->m_file) {
     failWith(errno, output->m_name);
   }
   output->m_filePrinter = std::make_unique<Printer>(*output->m_file);
   output->m_out = output->m_filePrinter.get();
-  if (isLog && isPlain && endsWithinLine(path)) {
+  if (format.isLog && isPlain && endsWithinLine(path)) {
     output->m_out->write("\n");
   }
-  output->makeReporter(format, false);
+  output->m_reporter = format.makeReporter(*output->m_out, false);
   return output;
 }
 
-std::unique_ptr<Output> Output::toStandardOutput(const std::string& format, bool colour) {
+std::unique_ptr<Output> Output::toStandardOutput(const Format& format, bool colour) {
   std::unique_ptr<Output> output(new Output);
   output->m_name = tr("standard output");
   output->m_out = &standardOutput();
-  output->makeReporter(format, colour);
+  output->m_reporter = format.makeReporter(*output->m_out, colour);
   return output;
 }
 
 Output::~Output() {
   if (!m_besides.empty()) {
     std::remove(m_besides.c_str());  // never finished
-  }
-}
-
-void Output::makeReporter(const std::string& format, bool colour) {
-  if (format == "jsonl") {
-    m_reporter = std::make_unique<JsonlReporter>(*m_out);
-  } else if (format == "junit") {
-    m_reporter = std::make_unique<JunitReporter>(*m_out);
-  } else if (format == summaryFormat) {
-    m_reporter = std::make_unique<SummaryReporter>(*m_out);
-  } else if (format == "tap") {
-    m_reporter = std::make_unique<TapReporter>(*m_out);
-  } else {
-    m_reporter = std::make_unique<TextReporter>(*m_out, colour);
   }
 }
 
@@ -195,10 +173,10 @@ Outputs::Outputs(const std::vector<std::string>& specifications, const std::stri
     if (parsed.isStandardOutput()) {
       standardFormat = parsed.format;
     } else {
-      m_outputs.push_back(Output::toFile(parsed.format, parsed.path));
+      m_outputs.push_back(Output::toFile(formatNamed(parsed.format), parsed.path));
     }
   }
-  m_outputs.push_back(Output::toStandardOutput(standardFormat, colour));
+  m_outputs.push_back(Output::toStandardOutput(formatNamed(standardFormat), colour));
 }
 
 template <class Act>

@@ -5,22 +5,20 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/report/Formats.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
-/// Closes the run's text for a monitor; no choice of the option for formats.
-inline constexpr const char* summaryFormat = "summary";
-
-/// Where one format of a report goes. A log (jsonl) is appended to as it happens, on a line of its
+/// Where one format of a report goes. A log is appended to as it happens, on a line of its
 /// own where an earlier run broke off; every other format is written beside its file and renamed at
 /// the end, so that a file is never half-written.
 class Output {
  public:
   /// @throws std::system_error if the file cannot be opened.
-  static std::unique_ptr<Output> toFile(const std::string& format, const std::string& path);
-  static std::unique_ptr<Output> toStandardOutput(const std::string& format, bool colour);
+  static std::unique_ptr<Output> toFile(const Format& format, const std::string& path);
+  static std::unique_ptr<Output> toStandardOutput(const Format& format, bool colour);
 
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -32,7 +30,6 @@ class Output {
 
  private:
   Output() = default;
-  void makeReporter(const std::string& format, bool colour);
   void requireWritten();
 
   std::string m_name;                      ///< for people

@@ -9,14 +9,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
-#include "tests/support/Places.h"
 #include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::DiagctlTest {
@@ -428,117 +425,6 @@ TEST_F(Diagctl, help_has_examples_at_each_level) {
     EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr(std::string("diagctl ") + verb)));
   }
   EXPECT_THAT(diagctl({"--version"}).out, ::testing::MatchesRegex("diagctl [0-9.]+\n"));
-}
-
-// ---- Manual and completion ------------------------------------------------------------------
-
-/// The options that the help of a verb names.
-std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
-  const std::string help = diagctl(helpArguments).out;
-  static const std::regex option("(^|[ ,])(--?[a-z][a-z-]*)");
-  std::set<std::string> options;
-  for (const std::string& line : linesOf(help)) {
-    if (line.rfind("  -", 0) == 0) {
-      const std::string names = line.substr(0, line.find("  ", 2));
-      for (std::sregex_iterator match(names.begin(), names.end(), option), end; match != end;
-           ++match) {
-        options.insert((*match)[2]);
-      }
-    }
-  }
-  return options;
-}
-
-const std::vector<std::string>& verbs() {
-  static const std::vector<std::string> names = {"list",  "show",    "run",    "estimate",
-                                                 "check", "explain", "report", "selftest"};
-  return names;
-}
-
-std::set<std::string> wordsOf(const std::string& text) {
-  std::istringstream stream(text);
-  return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
-}
-
-/// What bash offers behind a beginning of a command line, whose last word may be empty.
-std::set<std::string> completions(const std::string& words, const std::string& file) {
-  const std::string command =
-      "bash -c 'source " + TestSupport::sourcePath("completion/diagctl.bash") + "; COMP_WORDS=(" +
-      words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _diagctl; echo \"${COMPREPLY[@]}\"' > " +
-      file;
-  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): bash is what is tested
-  return wordsOf(contentsOf(file));
-}
-
-TEST_F(Diagctl, bash_completes_every_verb_and_option) {
-  const std::string file = place.path("words");
-  EXPECT_EQ(completions("diagctl \"\"", file),
-            std::set<std::string>(verbs().begin(), verbs().end()));
-  for (const std::string& verb : verbs()) {
-    std::set<std::string> expected = optionsOf({verb, "--help"});
-    expected.insert({"-c", "--config", "--lang", "--allow-insecure"});
-    EXPECT_EQ(completions("diagctl " + verb + " -", file), expected) << verb;
-  }
-  EXPECT_EQ(completions("diagctl -", file), optionsOf({"--help"}));
-  EXPECT_EQ(completions("diagctl run --profile q", file), std::set<std::string>{"quick"});
-}
-
-/// What zsh offers behind each of the beginnings of a command line.
-std::vector<std::set<std::string>> completionsOfZsh(const std::vector<std::string>& beginnings,
-                                                    const std::string& file) {
-  std::string command = "zsh -f " + TestSupport::sourcePath("tests/diagctl/complete.zsh") + " " +
-                        TestSupport::sourcePath("completion") + " " + file;
-  for (const std::string& beginning : beginnings) {
-    command += " '" + beginning + "'";
-  }
-  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): zsh is what is tested
-  std::vector<std::set<std::string>> offers;
-  const std::string mark = "<match>";
-  for (const std::string& line : linesOf(contentsOf(file))) {
-    if (line == "<begin>") {
-      offers.emplace_back();
-    } else if (line.rfind(mark, 0) == 0 && !offers.empty()) {
-      offers.back().insert(line.substr(mark.size()));
-    }
-  }
-  return offers;
-}
-
-TEST_F(Diagctl, zsh_completes_every_verb_and_option) {
-  std::vector<std::string> beginnings = {"diagctl ", "diagctl -", "diagctl list ",
-                                         "diagctl run --profile q"};
-  std::vector<std::set<std::string>> expected = {
-      std::set<std::string>(verbs().begin(), verbs().end()),
-      optionsOf({"--help"}),
-      {"packages", "devices", "tests"},
-      {"quick"}};
-  for (const std::string& verb : verbs()) {
-    beginnings.push_back("diagctl " + verb + " -");
-    expected.push_back(optionsOf({verb, "--help"}));
-    expected.back().insert({"-c", "--config", "--lang", "--allow-insecure"});
-  }
-  const auto offers = completionsOfZsh(beginnings, place.path("words"));
-  ASSERT_EQ(offers.size(), expected.size());
-  for (std::size_t i = 0; i < offers.size(); ++i) {
-    EXPECT_EQ(offers[i], expected[i]) << beginnings[i];
-  }
-}
-
-TEST_F(Diagctl, the_manual_names_every_verb_and_option) {
-  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
-  std::set<std::string> options = optionsOf({"--help"});
-  for (const std::string& verb : verbs()) {
-    options.merge(optionsOf({verb, "--help"}));
-    EXPECT_THAT(manual, ::testing::ContainsRegex("\n\\.(B|BI|BR) " + verb));
-  }
-  EXPECT_GT(options.size(), 30U);
-  for (const std::string& option : options) {
-    std::string written;  // a hyphen of an option is "\\-" in a manual
-    for (const char character : option) {
-      written += character == '-' ? "\\-" : std::string(1, character);
-    }
-    EXPECT_THAT(manual, HasSubstr(written)) << option;
-  }
 }
 
 // ---- Other verbs -------------------------------------------------------------------------------

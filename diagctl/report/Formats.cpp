@@ -1,0 +1,70 @@
+#include "diagctl/report/Formats.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/JunitReporter.h"
+#include "diagctl/report/SummaryReporter.h"
+#include "diagctl/report/TapReporter.h"
+#include "diagctl/report/TextReporter.h"
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+template <class Plain>
+std::unique_ptr<Reporter> make(Printer& out, bool /*colour*/) {
+  return std::make_unique<Plain>(out);
+}
+
+std::unique_ptr<Reporter> makeText(Printer& out, bool colour) {
+  return std::make_unique<TextReporter>(out, colour);
+}
+
+}  // namespace
+
+const std::vector<Format>& formats() {
+  static const std::vector<Format> table = {
+      {kTextFormat, true, false, makeText},
+      {kLogFormat, true, true, make<JsonlReporter>},
+      {"junit", true, false, make<JunitReporter>},
+      {"tap", true, false, make<TapReporter>},
+      {kSummaryFormat, false, false, make<SummaryReporter>},
+  };
+  return table;
+}
+
+const Format* findFormat(const std::string& name) {
+  const auto found = std::find_if(formats().begin(), formats().end(),
+                                  [&](const Format& format) { return format.name == name; });
+  return found != formats().end() ? &*found : nullptr;
+}
+
+const Format& formatNamed(const std::string& name) {
+  const Format* format = findFormat(name);
+  if (format == nullptr) {
+    throw std::invalid_argument(name);
+  }
+  return *format;
+}
+
+std::vector<std::string> choosableFormats() {
+  std::vector<std::string> names;
+  for (const Format& format : formats()) {
+    if (format.isChoice) {
+      names.push_back(format.name);
+    }
+  }
+  return names;
+}
+
+std::string listOfFormats() {
+  std::vector<std::string> names = choosableFormats();
+  const std::string last = names.back();
+  names.pop_back();
+  return tr("{} or {}", fmt::format("{}", fmt::join(names, ", ")), last);
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,209 @@
+// What the manual and the completion of two shells offer, held against the program's own parser.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
+#include "tests/support/Places.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// The options that the help of a verb names.
+std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
+  const std::string help = diagctl(helpArguments).out;
+  static const std::regex option("(^|[ ,])(--?[a-z][a-z-]*)");
+  std::set<std::string> options;
+  for (const std::string& line : linesOf(help)) {
+    if (line.rfind("  -", 0) == 0) {
+      const std::string names = line.substr(0, line.find("  ", 2));
+      for (std::sregex_iterator match(names.begin(), names.end(), option), end; match != end;
+           ++match) {
+        options.insert((*match)[2]);
+      }
+    }
+  }
+  return options;
+}
+
+const std::vector<std::string>& verbs() {
+  static const std::vector<std::string> names = {"list",  "show",    "run",    "estimate",
+                                                 "check", "explain", "report", "selftest"};
+  return names;
+}
+
+std::set<std::string> wordsOf(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
+}
+
+/// What bash offers behind a beginning of a command line, whose last word may be empty.
+std::set<std::string> completions(const std::string& words, const std::string& file) {
+  const std::string command =
+      "bash -c 'source " + TestSupport::sourcePath("completion/diagctl.bash") + "; COMP_WORDS=(" +
+      words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _diagctl; echo \"${COMPREPLY[@]}\"' > " +
+      file;
+  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): bash is what is tested
+  return wordsOf(contentsOf(file));
+}
+
+TEST_F(Diagctl, bash_completes_every_verb_and_option) {
+  const std::string file = place.path("words");
+  EXPECT_EQ(completions("diagctl \"\"", file),
+            std::set<std::string>(verbs().begin(), verbs().end()));
+  for (const std::string& verb : verbs()) {
+    std::set<std::string> expected = optionsOf({verb, "--help"});
+    expected.insert({"-c", "--config", "--lang", "--allow-insecure"});
+    EXPECT_EQ(completions("diagctl " + verb + " -", file), expected) << verb;
+  }
+  EXPECT_EQ(completions("diagctl -", file), optionsOf({"--help"}));
+  EXPECT_EQ(completions("diagctl run --profile q", file), std::set<std::string>{"quick"});
+}
+
+/// What zsh offers behind each of the beginnings of a command line.
+std::vector<std::set<std::string>> completionsOfZsh(const std::vector<std::string>& beginnings,
+                                                    const std::string& file) {
+  std::string command = "zsh -f " + TestSupport::sourcePath("tests/diagctl/complete.zsh") + " " +
+                        TestSupport::sourcePath("completion") + " " + file;
+  for (const std::string& beginning : beginnings) {
+    command += " '" + beginning + "'";
+  }
+  EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): zsh is what is tested
+  std::vector<std::set<std::string>> offers;
+  const std::string mark = "<match>";
+  for (const std::string& line : linesOf(contentsOf(file))) {
+    if (line == "<begin>") {
+      offers.emplace_back();
+    } else if (line.rfind(mark, 0) == 0 && !offers.empty()) {
+      offers.back().insert(line.substr(mark.size()));
+    }
+  }
+  return offers;
+}
+
+TEST_F(Diagctl, zsh_completes_every_verb_and_option) {
+  std::vector<std::string> beginnings = {"diagctl ", "diagctl -", "diagctl list ",
+                                         "diagctl run --profile q"};
+  std::vector<std::set<std::string>> expected = {
+      std::set<std::string>(verbs().begin(), verbs().end()),
+      optionsOf({"--help"}),
+      {"packages", "devices", "tests"},
+      {"quick"}};
+  for (const std::string& verb : verbs()) {
+    beginnings.push_back("diagctl " + verb + " -");
+    expected.push_back(optionsOf({verb, "--help"}));
+    expected.back().insert({"-c", "--config", "--lang", "--allow-insecure"});
+  }
+  const auto offers = completionsOfZsh(beginnings, place.path("words"));
+  ASSERT_EQ(offers.size(), expected.size());
+  for (std::size_t i = 0; i < offers.size(); ++i) {
+    EXPECT_EQ(offers[i], expected[i]) << beginnings[i];
+  }
+}
+
+TEST_F(Diagctl, the_manual_names_every_verb_and_option) {
+  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
+  std::set<std::string> options = optionsOf({"--help"});
+  for (const std::string& verb : verbs()) {
+    options.merge(optionsOf({verb, "--help"}));
+    EXPECT_THAT(manual, ::testing::ContainsRegex("\n\\.(B|BI|BR) " + verb));
+  }
+  EXPECT_GT(options.size(), 30U);
+  for (const std::string& option : options) {
+    std::string written;  // a hyphen of an option is "\\-" in a manual
+    for (const char character : option) {
+      written += character == '-' ? "\\-" : std::string(1, character);
+    }
+    EXPECT_THAT(manual, HasSubstr(written)) << option;
+  }
+}
+
+/// The values of an option that stand for themselves, as the parser names them in the help of run:
+/// "--format TEXT:{text,tap}" or "--mode ENUM:value in {factory->1} OR {1}".
+std::set<std::string> valuesOf(const std::string& option) {
+  const std::string help = diagctl({"run", "--help"}).out;
+  const std::regex braces(option + " [A-Z]+:[^{\n]*\\{([^}]*)\\}");
+  std::smatch match;
+  if (!std::regex_search(help, match, braces)) {
+    return {};
+  }
+  std::set<std::string> values;
+  std::istringstream list(match[1]);
+  for (std::string value; std::getline(list, value, ',');) {
+    values.insert(value.substr(0, value.find("->")));
+  }
+  return values;
+}
+
+/// What the manual has behind an option: ".BR \-\-format " " text | tap".
+std::set<std::string> valuesInManual(const std::string& option, const std::string& manual) {
+  std::string name;
+  for (const char character : option) {
+    name += character == '-' ? "\\-" : std::string(1, character);
+  }
+  const std::string head = "\n.BR " + name + " \" \" ";
+  const std::size_t begin = manual.find(head);
+  if (begin == std::string::npos) {
+    return {};
+  }
+  const std::size_t values = begin + head.size();
+  std::set<std::string> words = wordsOf(manual.substr(values, manual.find('\n', values) - values));
+  words.erase("|");
+  return words;
+}
+
+const std::vector<std::string>& optionsWithValues() {
+  static const std::vector<std::string> options = {"--format", "--profile", "--mode",
+                                                   "--exit-style"};
+  return options;
+}
+
+TEST_F(Diagctl, both_shells_complete_the_values_that_the_parser_takes) {
+  std::vector<std::string> beginnings;
+  for (const std::string& option : optionsWithValues()) {
+    const std::set<std::string> values = valuesOf(option);
+    EXPECT_GE(values.size(), 3U) << option;
+    EXPECT_EQ(completions("diagctl run " + option + " \"\"", place.path("words")), values)
+        << option;
+    beginnings.push_back("diagctl run " + option + " ");
+  }
+  const auto offers = completionsOfZsh(beginnings, place.path("words"));
+  ASSERT_EQ(offers.size(), beginnings.size());
+  for (std::size_t i = 0; i < offers.size(); ++i) {
+    EXPECT_EQ(offers[i], valuesOf(optionsWithValues()[i])) << beginnings[i];
+  }
+}
+
+TEST_F(Diagctl, the_manual_names_the_values_that_the_parser_takes) {
+  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
+  for (const std::string& option : optionsWithValues()) {
+    EXPECT_EQ(valuesInManual(option, manual), valuesOf(option)) << option;
+  }
+}
+
+TEST_F(Diagctl, the_manual_has_a_paragraph_for_each_format) {
+  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
+  const std::size_t begin = manual.find("\n.SH FORMATS");
+  const std::string section = manual.substr(begin, manual.find("\n.SH ", begin + 1) - begin);
+  const std::regex head("\n\\.TP\n\\.B ([a-z]+)");
+  std::set<std::string> formats;
+  for (std::sregex_iterator match(section.begin(), section.end(), head), end; match != end;
+       ++match) {
+    formats.insert((*match)[1]);
+  }
+  EXPECT_EQ(formats, valuesOf("--format"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
