@@ -101,11 +101,16 @@ constexpr const KitCode* findKitCode(unsigned int code) {
   return nullptr;
 }
 
-/// @brief What a run makes of an event of any package, with the kit or without.
+/// @brief What a run makes of an event of any package, with the kit or without. What the kit never
+/// raises, a code that a newer one may have or a known one with another type, is trouble: nobody
+/// can tell that it is not.
 constexpr RunEffect effectOf(Diag::DiagnosticEvent::EventType type, unsigned int code) {
   const KitCode* const row = findKitCode(code);
   if (row != nullptr && row->type == type) {
     return row->effect;
+  }
+  if (isKitCode(code)) {
+    return RunEffect::Trouble;
   }
   return type == Diag::DiagnosticEvent::INFORMATION_EVENT ? RunEffect::News : RunEffect::Finding;
 }

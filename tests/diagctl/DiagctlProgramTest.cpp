@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "packagekit/KitEvents.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
 #include "tests/support/Sanitized.h"
@@ -69,6 +70,18 @@ TEST_F(Diagctl, run_with_a_warning_passes_unless_it_is_strict) {
   addMixedPackage();
   EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1"}).exitCode, passed);
   EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1", "--strict"}).exitCode, noVerdict);
+}
+
+TEST_F(Diagctl, run_with_a_code_of_the_kit_that_nobody_knows_has_no_verdict) {
+  const std::string unknown = std::to_string(PackageKit::kLastKitCode);
+  place.addPackage("NEW", {{.name = "Newer", .behaviour = "warn", .more = "Event=" + unknown}},
+                   {{"Left", "bus/left"}});
+  const Outcome outcome = run({"run", "--format", "jsonl"});
+  EXPECT_EQ(outcome.exitCode, noVerdict);
+  const auto errors = artifacts(parseLines(outcome.out), "error");
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_EQ(errors[0]["symptom"], "tool-trouble");
+  EXPECT_EQ(errors[0]["message"], "event " + unknown + ": line 3");
 }
 
 TEST_F(Diagctl, run_of_nothing_ends_with_3) {

@@ -108,6 +108,21 @@ TEST(KitCodes, tell_what_a_run_makes_of_their_events) {
   }
 }
 
+TEST(KitCodes, are_trouble_when_nobody_knows_them) {
+  for (unsigned int code = kFirstKitCode; code <= kLastKitCode; ++code) {
+    for (const auto type : {DiagnosticEvent::INFORMATION_EVENT, DiagnosticEvent::WARNING_EVENT,
+                            DiagnosticEvent::ERROR_EVENT}) {
+      const KitCode* const row = findKitCode(code);
+      if (row == nullptr || row->type != type) {
+        EXPECT_EQ(effectOf(type, code), RunEffect::Trouble) << code;
+      }
+      if (row == nullptr) {
+        EXPECT_EQ(symptomOfTrouble(code), "tool-trouble");
+      }
+    }
+  }
+}
+
 TEST(KitCodes, leave_the_events_of_packages_to_their_type) {
   for (const unsigned int code : {0U, 1U, kFirstKitCode - 1, kLastKitCode + 1}) {
     EXPECT_EQ(effectOf(DiagnosticEvent::INFORMATION_EVENT, code), RunEffect::News);
