@@ -52,6 +52,12 @@ std::string plainText(const Diag::DiagnosticEvent& event) {
   return fmt::format("event {}: {}", event.getEventCode(), fmt::join(event.getParamVector(), ", "));
 }
 
+// What nobody knows has a number at least.
+std::string meaningOf(const CodeEntry& entry, const DiagCtrl::DiagCtrlEvent& event) {
+  return entry.eventNumber ? told(entry.meaning)
+                           : fmt::format("{} ({})", told(entry.meaning), event.getEventCode());
+}
+
 std::string hardwareIdOf(const SelectedPair& pair) {
   return fmt::format("{}-{}", pair.package->index, pair.device->id);
 }
@@ -453,23 +459,21 @@ void Runner::collectControllerEvents() {
   }
   forEachDrained(drained, [&](const DiagCtrl::DiagCtrlEvent& event) {
     Step* step = stepOf(event.getTestRequestId());
-    const CodeEntry* entry = findEvent(event.getEventCode());
-    if (step == nullptr || entry == nullptr || step->hasEnded) {
+    if (step == nullptr || step->hasEnded) {
       return;
     }
-    switch (event.getEventCode()) {
-      case DiagCtrl::DiagCtrlEvent::DROP_REQUEST_ON_COMPLETION:
-      case DiagCtrl::DiagCtrlEvent::UNABLE_TO_PROCESS_TEST_REQUEST:  // waits for the machine
-      case DiagCtrl::DiagCtrlEvent::ERROR_RECVD_AND_HALT_ON_ERROR:
+    const CodeEntry& entry = entryOfEvent(event.getEventCode());
+    switch (entry.effect) {
+      case CodeEntry::Effect::Nothing:
         return;
-      case DiagCtrl::DiagCtrlEvent::TEST_REQUEST_ABORTED:
+      case CodeEntry::Effect::Aborted:
         step->isAborted = true;
         return;
-      default:
+      case CodeEntry::Effect::Trouble:
         step->hasTrouble = true;
         begin(*step);
-        tell(StepTrouble{step->id, toSymptom(std::string(entry->name)), std::string(entry->meaning),
-                         std::string(entry->nextAction)});
+        tell(StepTrouble{step->id, toSymptom(std::string(entry.name)), meaningOf(entry, event),
+                         told(entry.nextAction)});
     }
   });
 }

@@ -14,6 +14,7 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 using Severity = CodeEntry::Severity;
+using Effect = CodeEntry::Effect;
 
 using DiagCtrl::DiagCtrlEvent;
 using DiagCtrl::DiagnosticController;
@@ -120,7 +121,8 @@ const std::vector<CodeEntry> table = {
      marked("Install the package again; its library does not fit its description.")},
     {EVENT(UNABLE_TO_PROCESS_TEST_REQUEST), Severity::error,
      marked("A request had to wait: its package wants the whole machine, and other tests are still running."),
-     marked("Nothing to do: it starts when the others have ended.")},
+     marked("Nothing to do: it starts when the others have ended."),
+     Effect::Nothing},
     {EVENT(DISABLE_TEST), Severity::warning,
      marked("A listed test is disabled on its device and was skipped."),
      marked("Run \"diagctl show\" on the test to see why.")},
@@ -132,7 +134,8 @@ const std::vector<CodeEntry> table = {
      marked("Run \"diagctl list devices\".")},
     {EVENT(ERROR_RECVD_AND_HALT_ON_ERROR), Severity::error,
      marked("A pass ended with a bad result, and the request was halted."),
-     marked("See the result of the pass for the cause.")},
+     marked("See the result of the pass for the cause."),
+     Effect::Nothing},
     {BOTH(INVALID_MESSAGE_STRING), Severity::error,
      marked("Declared; the library does not use it."),
      marked("Nothing to do.")},
@@ -144,7 +147,8 @@ const std::vector<CodeEntry> table = {
      marked("Register again after each start; ids do not survive a shut-down.")},
     {EVENT(DROP_REQUEST_ON_COMPLETION), Severity::information,
      marked("A request has ended."),
-     marked("Nothing to do.")},
+     marked("Nothing to do."),
+     Effect::Nothing},
     {EVENT(DROP_REQUEST_ON_COMPLETION_ERROR), Severity::error,
      marked("A request could not be sent back for another pass and has ended early."),
      marked("Queue it again.")},
@@ -261,7 +265,8 @@ const std::vector<CodeEntry> table = {
      marked("Ask for at least one pass with --passes.")},
     {EVENT(TEST_REQUEST_ABORTED), Severity::warning,
      marked("A request was aborted."),
-     marked("Nothing to do, if you asked for it; else see the event before it.")},
+     marked("Nothing to do, if you asked for it; else see the event before it."),
+     Effect::Aborted},
     {EVENT(UNABLE_TO_PROCESS_TEST_REQUEST_ABORTED), Severity::error,
      marked("A request could not be processed and was aborted."),
      marked("Run the test again; if it stays, shut down and start again.")},
@@ -269,6 +274,13 @@ const std::vector<CodeEntry> table = {
      marked("Declared; the library does not use it."),
      marked("Nothing to do.")},
 };
+
+// Of a newer library, say: what it means cannot be told, so it cannot be told to be harmless.
+const CodeEntry unknownEvent = {
+    "UNKNOWN_CONTROLLER_EVENT", std::nullopt, std::nullopt, Severity::error,
+    marked("The controller raised an event that this program does not know."),
+    marked("Check that the program and the library are of the same version."),
+    Effect::Trouble};
 // clang-format on
 
 template <class Matches>
@@ -292,6 +304,11 @@ const std::vector<CodeEntry>& codeTable() {
 
 const CodeEntry* findEvent(unsigned int number) {
   return findIf([&](const CodeEntry& entry) { return entry.eventNumber == number; });
+}
+
+const CodeEntry& entryOfEvent(unsigned int number) {
+  const CodeEntry* const entry = findEvent(number);
+  return entry != nullptr ? *entry : unknownEvent;
 }
 
 const CodeEntry* findResult(unsigned int number) {

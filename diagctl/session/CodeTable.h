@@ -11,6 +11,12 @@ namespace TarvexDiags::FrontEnd {
 /// event, or both. The two enumerations agree through 31 and go apart from 32 on.
 struct CodeEntry {
   enum class Severity { success, information, warning, error };
+  /// What a run makes of the event about one of its requests.
+  enum class Effect {
+    Trouble,  ///< the step has no verdict, unless the hardware was found at fault
+    Aborted,  ///< the step was ended before its time
+    Nothing,  ///< the run has it by other means
+  };
 
   std::string_view name;
   std::optional<unsigned int> resultNumber;  ///< as the result of a call
@@ -18,6 +24,7 @@ struct CodeEntry {
   Severity severity;
   std::string_view meaning;
   std::string_view nextAction;
+  Effect effect = Effect::Trouble;
 };
 
 /// All codes, in the order of their lowest number.
@@ -25,6 +32,9 @@ const std::vector<CodeEntry>& codeTable();
 
 /// The entry of a controller event's code; null if there is none.
 const CodeEntry* findEvent(unsigned int number);
+/// The entry of a controller's event as a run takes it: that of its code, or the one for events
+/// that nobody knows, which has no numbers.
+const CodeEntry& entryOfEvent(unsigned int number);
 /// The entry of a call's result; null if there is none.
 const CodeEntry* findResult(unsigned int number);
 /// All entries that a person may mean: by number in either enumeration, or by name, without regard

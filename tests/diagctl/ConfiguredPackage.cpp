@@ -3,7 +3,8 @@
 //   [Devices]      Count, and for each number N: NameN, TagN
 //   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
 //                  progress); Milliseconds; Event (a code raised with each
-//                  pass); Estimate (seconds); UnsupportedOn (name of a device)
+//                  pass); Estimate (seconds); UnsupportedOn (name of a device);
+//                  ControllerEvent (a code that the controller itself raises, as it seems)
 
 #include <atomic>
 #include <chrono>
@@ -22,6 +23,7 @@
 #include "Diag/DiagnosticSettings.h"
 #include "Diag/DiagnosticStatus.h"
 #include "Diag/IDiagnostics.h"
+#include "DiagCtrl/DiagUtil.h"
 #include "System/SysUtil.h"
 
 namespace {
@@ -34,6 +36,8 @@ using TarvexDiags::Diag::DiagnosticEvent;
 using TarvexDiags::Diag::DiagnosticResult;
 using TarvexDiags::Diag::DiagnosticSettings;
 using TarvexDiags::Diag::DiagnosticStatus;
+using TarvexDiags::DiagCtrl::DiagCtrlEvent;
+using TarvexDiags::DiagCtrl::DiagUtil;
 
 std::string configFile;
 
@@ -146,6 +150,11 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     const std::string section = sectionOf(test);
     const std::string behaviour = read(section, "Behave");
     const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, "Milliseconds");
+    if (const int code = readNumber(section, "ControllerEvent"); code != 0) {
+      DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(code),
+                                                 DiagnosticEvent::ERROR_EVENT,
+                                                 settings.getTestRequestId());
+    }
     if (behaviour == "deaf") {
       std::this_thread::sleep_for(std::chrono::milliseconds(total));
     } else if (!spend(total)) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "DiagCtrl/DiagCtrlEvent.h"
 #include "packagekit/KitEvents.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
@@ -82,6 +83,25 @@ TEST_F(Diagctl, run_with_a_code_of_the_kit_that_nobody_knows_has_no_verdict) {
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_EQ(errors[0]["symptom"], "tool-trouble");
   EXPECT_EQ(errors[0]["message"], "event " + unknown + ": line 3");
+}
+
+TEST_F(Diagctl, run_takes_events_of_the_controller_as_the_table_says) {
+  const auto name = [](unsigned int code) { return std::to_string(code); };
+  using Event = DiagCtrl::DiagCtrlEvent;
+  place.addPackage(
+      "CTRL",
+      {{.name = "Unknown", .more = "ControllerEvent=777"},
+       {.name = "Trouble", .more = "ControllerEvent=" + name(Event::LOAD_LIBRARY_FAILED)},
+       {.name = "Waits", .more = "ControllerEvent=" + name(Event::UNABLE_TO_PROCESS_TEST_REQUEST)}},
+      {{"Left", "bus/left"}});
+  const Outcome unknown = run({"run", "-t", "Unknown", "--format", "jsonl"});
+  EXPECT_EQ(unknown.exitCode, noVerdict);
+  const auto errors = artifacts(parseLines(unknown.out), "error");
+  ASSERT_EQ(errors.size(), 1U);
+  EXPECT_EQ(errors[0]["symptom"], "unknown-controller-event");
+  EXPECT_THAT(std::string(errors[0]["message"]), HasSubstr("(777)"));
+  EXPECT_EQ(run({"run", "-t", "Trouble"}).exitCode, noVerdict);
+  EXPECT_EQ(run({"run", "-t", "Waits"}).exitCode, passed);
 }
 
 TEST_F(Diagctl, run_of_nothing_ends_with_3) {
