@@ -9,6 +9,6 @@ int main(int argc, char** argv) {
     return TarvexDiags::FrontEnd::runCommandLine(argc, argv);
   } catch (const std::exception& failure) {
     TarvexDiags::FrontEnd::standardError().print("diagctl: {}\n", failure.what());
-    return TarvexDiags::FrontEnd::ExitCode::noVerdict;
+    return TarvexDiags::FrontEnd::ExitCode::kNoVerdict;
   }
 }

@@ -24,18 +24,18 @@ namespace {
 using Bench::Comparison;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint64_t solid = 0x5555555555555555U;
-constexpr int turnsInRound = 4;  // loops of ours are short: both forms alternate within a round
+constexpr std::uint64_t kSolid = 0x5555555555555555U;
+constexpr int kTurnsInRound = 4;  // loops of ours are short: both forms alternate within a round
 
-constexpr const char* bareWrite = "bare loop, write then compare";
-constexpr const char* ownWrite = "ours, write then verify";
-constexpr const char* bareMarch = "bare loop, march";
-constexpr const char* ownMarch = "ours, march";
-constexpr const char* ownRandom = "ours, random values, write then verify";
-constexpr const char* ownRandomMarch = "ours, random values, march";
-constexpr const char* memtesterSolid = "memtester, solid bits, one process";
-constexpr const char* memtesterRandom = "memtester, random value, one process";
-constexpr const char* stressapptest = "stressapptest -m 2";
+constexpr const char* kBareWrite = "bare loop, write then compare";
+constexpr const char* kOwnWrite = "ours, write then verify";
+constexpr const char* kBareMarch = "bare loop, march";
+constexpr const char* kOwnMarch = "ours, march";
+constexpr const char* kOwnRandom = "ours, random values, write then verify";
+constexpr const char* kOwnRandomMarch = "ours, random values, march";
+constexpr const char* kMemtesterSolid = "memtester, solid bits, one process";
+constexpr const char* kMemtesterRandom = "memtester, random value, one process";
+constexpr const char* kStressapptest = "stressapptest -m 2";
 
 struct Arguments {
   std::size_t megabytes = 1024;
@@ -100,12 +100,12 @@ class MemoryComparison {
     }
     m_comparison.printFigures();
     Comparison::printRatioHead();
-    bool good = m_comparison.printRatio(ownWrite, bareWrite, 0.95);
-    good &= m_comparison.printRatio(ownWrite, memtesterSolid, 1.6);
-    good &= m_comparison.printRatio(ownMarch, bareMarch, 0.95);
-    good &= m_comparison.printRatio(ownMarch, stressapptest, 1.4);
-    good &= m_comparison.printRatio(ownMarch, memtesterSolid, 2);
-    good &= m_comparison.printRatio(ownRandom, memtesterRandom, 20);
+    bool good = m_comparison.printRatio(kOwnWrite, kBareWrite, 0.95);
+    good &= m_comparison.printRatio(kOwnWrite, kMemtesterSolid, 1.6);
+    good &= m_comparison.printRatio(kOwnMarch, kBareMarch, 0.95);
+    good &= m_comparison.printRatio(kOwnMarch, kStressapptest, 1.4);
+    good &= m_comparison.printRatio(kOwnMarch, kMemtesterSolid, 2);
+    good &= m_comparison.printRatio(kOwnRandom, kMemtesterRandom, 20);
     return good;
   }
 
@@ -117,7 +117,7 @@ class MemoryComparison {
   /// @brief Each thread takes its half, as a bare loop would.
   void bare(const std::function<bool(std::byte* data, std::size_t bytes)>& loop) {
     std::atomic<std::size_t> share{0};
-    const std::size_t bytes = m_region->bytes() / m_team.size() / lineBytes * lineBytes;
+    const std::size_t bytes = m_region->bytes() / m_team.size() / kLineBytes * kLineBytes;
     m_team.onAll([&] {
       if (!loop(m_region->data() + share++ * bytes, bytes)) {
         std::abort();
@@ -128,14 +128,14 @@ class MemoryComparison {
   void bareWriteThenCompare() {
     const BareLoops& loops = bestBareLoops();
     bare([&](std::byte* data, std::size_t bytes) {
-      loops.write(data, bytes, solid);
+      loops.write(data, bytes, kSolid);
       return true;
     });
-    bare([&](std::byte* data, std::size_t bytes) { return loops.compare(data, bytes, solid); });
+    bare([&](std::byte* data, std::size_t bytes) { return loops.compare(data, bytes, kSolid); });
   }
 
   void bareMarchOnce(bool inverted) {
-    const std::uint64_t before = inverted ? ~solid : solid;
+    const std::uint64_t before = inverted ? ~kSolid : kSolid;
     bare([&](std::byte* data, std::size_t bytes) {
       return bestBareLoops().march(data, bytes, before, ~before);
     });
@@ -143,22 +143,22 @@ class MemoryComparison {
 
   void measureOurs() {
     Sweeper sweeper(*m_region, m_team, bestKernels(), m_observer);
-    const Pattern pattern = Pattern::constant(solid);
-    const Pattern inverse = Pattern::constant(~solid);
+    const Pattern pattern = Pattern::constant(kSolid);
+    const Pattern inverse = Pattern::constant(~kSolid);
     const Pattern random = Pattern::random(1);
     const Pattern otherRandom = Pattern::random(2);
     std::vector<std::pair<const char*, std::function<void()>>> works = {
-        {bareWrite, [&] { bareWriteThenCompare(); }},
-        {ownWrite,
+        {kBareWrite, [&] { bareWriteThenCompare(); }},
+        {kOwnWrite,
          [&] {
            sweeper.run({Sweep{.next = pattern}, Sweep{.expected = pattern}});
          }},
-        {bareMarch,
+        {kBareMarch,
          [&] {
            bareMarchOnce(false);
            bareMarchOnce(true);
          }},
-        {ownMarch,
+        {kOwnMarch,
          [&] {
            sweeper.run(
                {Sweep{.expected = pattern, .next = inverse},
@@ -166,7 +166,7 @@ class MemoryComparison {
          }},
     };
     std::vector<double> seconds(works.size());
-    for (int turn = 0; turn < turnsInRound; ++turn) {
+    for (int turn = 0; turn < kTurnsInRound; ++turn) {
       for (std::size_t index = 0; index < works.size(); ++index) {
         // Every other turn the pairs change places, so that none always comes first.
         const std::size_t place = turn % 2 == 0 ? index : index ^ 1;
@@ -176,13 +176,13 @@ class MemoryComparison {
     for (std::size_t index = 0; index < works.size(); ++index) {
       m_comparison.add(works[index].first, rate(seconds[index], index < 2 ? 4 : 8));
     }
-    m_comparison.add(ownRandom,
+    m_comparison.add(kOwnRandom,
                      rate(secondsOf([&] {
                             sweeper.run({Sweep{.next = random}, Sweep{.expected = random}});
                           }),
                           1));
     m_comparison.add(
-        ownRandomMarch,
+        kOwnRandomMarch,
         rate(secondsOf([&] { sweeper.run(Sweep{.expected = random, .next = otherRandom}); }), 1));
   }
 
@@ -200,8 +200,8 @@ class MemoryComparison {
     const double always = memtesterSeconds("0x40000000");
     const double bytes = static_cast<double>(m_arguments.peerMegabytes << 20);
     if (always > 0) {
-      m_comparison.add(memtesterSolid, bytes * 64 / (memtesterSeconds("0x100") - always) / 1e9);
-      m_comparison.add(memtesterRandom, bytes / (memtesterSeconds("0x01") - always) / 1e9);
+      m_comparison.add(kMemtesterSolid, bytes * 64 / (memtesterSeconds("0x100") - always) / 1e9);
+      m_comparison.add(kMemtesterRandom, bytes / (memtesterSeconds("0x01") - always) / 1e9);
     }
     const std::string output =
         outputOf("stressapptest -m 2 -M " + std::to_string(m_arguments.megabytes) + " -s " +
@@ -209,7 +209,7 @@ class MemoryComparison {
     std::smatch match;
     if (std::regex_search(output, match, std::regex("Memory Copy: .* at ([0-9.]+)MB/s"))) {
       // It counts what it reads and what it writes; it verifies what it reads.
-      m_comparison.add(stressapptest, std::stod(match[1]) * 1048576 / 2 / 1e9);
+      m_comparison.add(kStressapptest, std::stod(match[1]) * 1048576 / 2 / 1e9);
     }
   }
 

@@ -19,7 +19,7 @@ namespace {
 class SilentJournal : public RunJournal {
  public:
   void report(Severity severity, unsigned int, std::vector<std::string>) override {
-    faults += severity == Severity::error ? 1 : 0;
+    faults += severity == Severity::Error ? 1 : 0;
   }
   void progress(unsigned int) override {}
   bool stopRequested() override { return false; }
@@ -28,7 +28,7 @@ class SilentJournal : public RunJournal {
 };
 
 /// @brief Every byte is compared. The argument is the number of connections.
-void LoopbackStream(benchmark::State& state) {
+void loopbackStream(benchmark::State& state) {
   const auto connections = static_cast<unsigned int>(state.range(0));
   const StreamOptions options{
       .bytes = std::uint64_t{8} << 30, .seed = 1, .connections = connections};
@@ -43,9 +43,9 @@ void LoopbackStream(benchmark::State& state) {
     state.SkipWithError("the stream was not verified without fault");
   }
 }
-BENCHMARK(LoopbackStream)->ArgName("connections")->Arg(1)->Arg(2)->Iterations(1)->UseManualTime();
+BENCHMARK(loopbackStream)->ArgName("connections")->Arg(1)->Arg(2)->Iterations(1)->UseManualTime();
 
-void LoopbackDatagrams(benchmark::State& state) {
+void loopbackDatagrams(benchmark::State& state) {
   SilentJournal journal;
   std::uint64_t bytes = 0;
   const DatagramOptions options{.datagrams = 100'000, .seed = 1};
@@ -56,7 +56,7 @@ void LoopbackDatagrams(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(options.datagrams));
 }
-BENCHMARK(LoopbackDatagrams)->Iterations(1)->UseRealTime();
+BENCHMARK(loopbackDatagrams)->Iterations(1)->UseRealTime();
 
 }  // namespace
 }  // namespace TarvexDiags::Network

@@ -18,7 +18,7 @@ namespace {
 
 using PackageKit::Testing::PackageDriver;
 
-constexpr double wantedShare = 95;
+constexpr double kWantedShare = 95;
 
 /// @brief Seconds that all tests of a run spent on work whose results were compared.
 double verifiedSeconds(const PackageDriver::Run& run) {
@@ -67,9 +67,9 @@ int main(int count, char** texts) {
       "| Core | Verified work, share of wall time | Target | Reached |\n|---|---:|---:|---|\n");
   for (const int core : Common::allowedCpus()) {
     const double share = shareOf(driver, core, rounds);
-    std::printf("| cpu%d | %.2f %% | %.0f %% | %s |\n", core, share, wantedShare,
-                share >= wantedShare ? "yes" : "no");
-    good &= share >= wantedShare;
+    std::printf("| cpu%d | %.2f %% | %.0f %% | %s |\n", core, share, kWantedShare,
+                share >= kWantedShare ? "yes" : "no");
+    good &= share >= kWantedShare;
   }
   return good ? 0 : 1;
 }

@@ -23,7 +23,7 @@ namespace {
 class SilentJournal : public RunJournal {
  public:
   void report(Severity severity, unsigned int, std::vector<std::string>) override {
-    faults += severity == Severity::error ? 1 : 0;
+    faults += severity == Severity::Error ? 1 : 0;
   }
   void progress(unsigned int) override {}
   bool stopRequested() override { return false; }
@@ -61,31 +61,31 @@ void onFile(benchmark::State& state, const SourceOptions& options, Engine engine
   }
 }
 
-void SequentialScan(benchmark::State& state) {
+void sequentialScan(benchmark::State& state) {
   const SourceOptions options{.slots = 32, .useUring = state.range(0) != 0};
   onFile(state, options, [](BlockSource& source, RunJournal& journal) {
     return scanSequentially(source, {}, "bench", journal);
   });
 }
-BENCHMARK(SequentialScan)->ArgName("uring")->Arg(1)->Arg(0)->Iterations(1)->UseManualTime();
+BENCHMARK(sequentialScan)->ArgName("uring")->Arg(1)->Arg(0)->Iterations(1)->UseManualTime();
 
-void RandomRead(benchmark::State& state) {
+void randomRead(benchmark::State& state) {
   const SourceOptions options{.slots = 32, .slotSize = 4096, .useUring = state.range(0) != 0};
   onFile(state, options, [](BlockSource& source, RunJournal& journal) {
     return readRandomly(source, {.reads = 200'000, .seed = 1}, "bench", journal);
   });
 }
-BENCHMARK(RandomRead)->ArgName("uring")->Arg(1)->Arg(0)->Iterations(1)->UseManualTime();
+BENCHMARK(randomRead)->ArgName("uring")->Arg(1)->Arg(0)->Iterations(1)->UseManualTime();
 
-void ReadTwiceAndCompare(benchmark::State& state) {
+void readTwiceAndCompare(benchmark::State& state) {
   onFile(state, {.slots = 32}, [](BlockSource& source, RunJournal& journal) {
     return checkStability(source, {}, "bench", journal);
   });
 }
-BENCHMARK(ReadTwiceAndCompare)->Iterations(1)->UseManualTime();
+BENCHMARK(readTwiceAndCompare)->Iterations(1)->UseManualTime();
 
 /// @brief The rate counts each byte once, though it is written and read.
-void WriteAndVerify(benchmark::State& state) {
+void writeAndVerify(benchmark::State& state) {
   if (benchFile().empty()) {
     state.SkipWithError("TARVEX_BENCH_FILE names no file");
     return;
@@ -107,16 +107,16 @@ void WriteAndVerify(benchmark::State& state) {
     state.SkipWithError("the file was not verified without fault");
   }
 }
-BENCHMARK(WriteAndVerify)->Iterations(1)->UseManualTime();
+BENCHMARK(writeAndVerify)->Iterations(1)->UseManualTime();
 
-void Checksum(benchmark::State& state) {
+void checksum(benchmark::State& state) {
   const PageBuffer buffer(std::size_t{1} << 20);
   for (auto _ : state) {
     benchmark::DoNotOptimize(crc32c(buffer.bytes()));
   }
   state.SetBytesProcessed(state.iterations() * (std::int64_t{1} << 20));
 }
-BENCHMARK(Checksum);
+BENCHMARK(checksum);
 
 }  // namespace
 }  // namespace TarvexDiags::Storage

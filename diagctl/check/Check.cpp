@@ -16,28 +16,28 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* globalSection = "GlobalSettings";
+constexpr const char* kGlobalSection = "GlobalSettings";
 
-const std::vector<KeyRule> globalRules = {
-    {"PackDirPath", ValueKind::directory, true}, {"LogDirPath", ValueKind::directory, true},
-    {"MsgFilePath", ValueKind::file, false},     {"DebugLog", ValueKind::debugLevel, false},
-    {"RunMode", ValueKind::runMode, true},       {"DiagLog", ValueKind::truth, false},
-    {"HaltOnError", ValueKind::truth, true},     {"DiagnosticMode", ValueKind::diagMode, true},
+const std::vector<KeyRule> kGlobalRules = {
+    {"PackDirPath", ValueKind::Directory, true}, {"LogDirPath", ValueKind::Directory, true},
+    {"MsgFilePath", ValueKind::File, false},     {"DebugLog", ValueKind::DebugLevel, false},
+    {"RunMode", ValueKind::RunMode, true},       {"DiagLog", ValueKind::Truth, false},
+    {"HaltOnError", ValueKind::Truth, true},     {"DiagnosticMode", ValueKind::DiagMode, true},
 };
 
-const std::vector<KeyRule> disableRules = {{"PackageName", ValueKind::text, true},
-                                           {"MachineId", ValueKind::machineId, false},
-                                           {"Os", ValueKind::operatingSystem, false}};
+const std::vector<KeyRule> kDisableRules = {{"PackageName", ValueKind::Text, true},
+                                            {"MachineId", ValueKind::MachineId, false},
+                                            {"Os", ValueKind::OperatingSystem, false}};
 
 // A key that nobody reads is mostly a misspelt one.
 void checkUnknownKeys(const ConfigurationText& text, const std::string& file,
                       std::vector<Problem>& problems) {
-  for (const auto& [key, value] : text.keys(globalSection)) {
+  for (const auto& [key, value] : text.keys(kGlobalSection)) {
     const bool isKnown =
-        std::any_of(globalRules.begin(), globalRules.end(),
+        std::any_of(kGlobalRules.begin(), kGlobalRules.end(),
                     [&name = key](const KeyRule& rule) { return rule.key == name; });
     if (!isKnown) {
-      problems.push_back({file, globalSection, key, tr("no such key is read")});
+      problems.push_back({file, kGlobalSection, key, tr("no such key is read")});
     }
   }
 }
@@ -45,15 +45,15 @@ void checkUnknownKeys(const ConfigurationText& text, const std::string& file,
 void checkDisabledPackages(const ConfigurationText& text, const std::string& file,
                            std::vector<Problem>& problems) {
   const std::string section = "DisablePackage";
-  checkKeys(text, file, section, {{"NumPackages", ValueKind::number, false}}, problems);
+  checkKeys(text, file, section, {{"NumPackages", ValueKind::Number, false}}, problems);
   const std::string count = text.value(section, "NumPackages").value_or("0");
-  if (!findFault(ValueKind::number, count).empty()) {
+  if (!findFault(ValueKind::Number, count).empty()) {
     return;
   }
-  const std::string directory = text.value(globalSection, "PackDirPath").value_or("");
+  const std::string directory = text.value(kGlobalSection, "PackDirPath").value_or("");
   for (int i = 1; i <= std::stoi(count); ++i) {
     const std::string entry = fmt::format("Package{}", i);
-    checkKeys(text, file, entry, disableRules, problems);
+    checkKeys(text, file, entry, kDisableRules, problems);
     const auto name = text.value(entry, "PackageName");
     if (name && !fs::exists(fs::path(directory) / (*name + ".cfg"))) {
       problems.push_back(
@@ -87,7 +87,7 @@ std::vector<Problem> checkControlFile(const std::string& controlFile) {
   }
   std::vector<Problem> problems;
   checkRemarks(*text, controlFile, problems);
-  checkKeys(*text, controlFile, globalSection, globalRules, problems);
+  checkKeys(*text, controlFile, kGlobalSection, kGlobalRules, problems);
   checkUnknownKeys(*text, controlFile, problems);
   checkDisabledPackages(*text, controlFile, problems);
   return problems;

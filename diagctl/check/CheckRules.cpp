@@ -19,16 +19,16 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::map<ValueKind, std::vector<std::string>>& keywords() {
-  static const std::map<ValueKind, std::vector<std::string>> table = {
-      {ValueKind::truth, {"TRUE", "FALSE"}},
-      {ValueKind::runMode, {"SERIAL", "PARALLEL", "0", "1"}},
-      {ValueKind::diagMode, {"CUSTOMER", "FACTORY", "BRINGUP", "0", "1", "2"}},
-      {ValueKind::debugLevel,
+  static const std::map<ValueKind, std::vector<std::string>> kTable = {
+      {ValueKind::Truth, {"TRUE", "FALSE"}},
+      {ValueKind::RunMode, {"SERIAL", "PARALLEL", "0", "1"}},
+      {ValueKind::DiagMode, {"CUSTOMER", "FACTORY", "BRINGUP", "0", "1", "2"}},
+      {ValueKind::DebugLevel,
        {"DIAG_NO", "DIAG_ERROR", "DIAG_WARNING", "DIAG_INFORMATION", "0", "1", "2", "3"}},
-      {ValueKind::openMode, {"QUERY", "READ_ONLY", "WRITE_ONLY", "READ_WRITE"}},
-      {ValueKind::operatingSystem, {"Linux"}},
+      {ValueKind::OpenMode, {"QUERY", "READ_ONLY", "WRITE_ONLY", "READ_WRITE"}},
+      {ValueKind::OperatingSystem, {"Linux"}},
   };
-  return table;
+  return kTable;
 }
 
 std::string findNumberFault(ValueKind kind, const std::string& value) {
@@ -38,10 +38,10 @@ std::string findNumberFault(ValueKind kind, const std::string& value) {
   if (error != std::errc() || stop != end) {
     return tr("'{}' is no whole number", value);
   }
-  if (kind == ValueKind::niceness && (number < 0 || number > 19)) {
+  if (kind == ValueKind::Niceness && (number < 0 || number > 19)) {
     return tr("{} is not between 0 and 19", number);
   }
-  return kind == ValueKind::positiveNumber && number <= 0 ? tr("{} is not above 0", number) : "";
+  return kind == ValueKind::PositiveNumber && number <= 0 ? tr("{} is not above 0", number) : "";
 }
 
 std::string findMachineIdFault(const std::string& value) {
@@ -71,17 +71,17 @@ std::string findPathFault(const std::string& value, bool wantsDirectory) {
 
 std::string findFault(ValueKind kind, const std::string& value) {
   switch (kind) {
-    case ValueKind::text:
+    case ValueKind::Text:
       return {};
-    case ValueKind::number:
-    case ValueKind::positiveNumber:
-    case ValueKind::niceness:
+    case ValueKind::Number:
+    case ValueKind::PositiveNumber:
+    case ValueKind::Niceness:
       return findNumberFault(kind, value);
-    case ValueKind::machineId:
+    case ValueKind::MachineId:
       return findMachineIdFault(value);
-    case ValueKind::directory:
-    case ValueKind::file:
-      return findPathFault(value, kind == ValueKind::directory);
+    case ValueKind::Directory:
+    case ValueKind::File:
+      return findPathFault(value, kind == ValueKind::Directory);
     default:
       break;
   }

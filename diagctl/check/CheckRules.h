@@ -9,19 +9,19 @@ namespace TarvexDiags::FrontEnd {
 
 /// What a value must be.
 enum class ValueKind {
-  text,
-  truth,
-  number,          ///< whole and decimal
-  positiveNumber,  ///< whole, decimal and above zero
-  niceness,        ///< whole, decimal, from 0 to 19
-  runMode,
-  diagMode,
-  debugLevel,
-  machineId,  ///< whole, decimal or hexadecimal with 0x, of 16 bits
-  openMode,
-  operatingSystem,
-  directory,
-  file,
+  Text,
+  Truth,
+  Number,          ///< whole and decimal
+  PositiveNumber,  ///< whole, decimal and above zero
+  Niceness,        ///< whole, decimal, from 0 to 19
+  RunMode,
+  DiagMode,
+  DebugLevel,
+  MachineId,  ///< whole, decimal or hexadecimal with 0x, of 16 bits
+  OpenMode,
+  OperatingSystem,
+  Directory,
+  File,
 };
 
 struct KeyRule {

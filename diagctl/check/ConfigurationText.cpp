@@ -10,7 +10,7 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* byteOrderMark = "\xef\xbb\xbf";
+constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
@@ -25,7 +25,7 @@ std::optional<ConfigurationText> ConfigurationText::read(const std::string& path
   ConfigurationText text;
   int number = 0;
   for (std::string line; std::getline(file, line);) {
-    if (++number == 1 && line.rfind(byteOrderMark, 0) == 0) {
+    if (++number == 1 && line.rfind(kByteOrderMark, 0) == 0) {
       line.erase(0, 3);
     }
     text.take(System::SysUtil::stripSpaces(line), number);
@@ -83,9 +83,9 @@ std::optional<std::string> ConfigurationText::value(const std::string& section,
 
 const std::map<std::string, std::string>& ConfigurationText::keys(
     const std::string& section) const {
-  static const std::map<std::string, std::string> none;
+  static const std::map<std::string, std::string> kNone;
   const auto entry = m_sections.find(section);
-  return entry != m_sections.end() ? entry->second : none;
+  return entry != m_sections.end() ? entry->second : kNone;
 }
 
 std::vector<std::string> ConfigurationText::sections() const {

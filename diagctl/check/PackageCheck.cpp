@@ -17,49 +17,49 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::vector<KeyRule> packageRules = {
-    {"PackageName", ValueKind::text, true},
-    {"Mnemonic", ValueKind::text, true},
-    {"PackageVersion", ValueKind::text, true},
-    {"PackageDescription", ValueKind::text, true},
-    {"SystemLock", ValueKind::truth, true},
-    {"DeviceType", ValueKind::number, false},
-    {"NumberOfTests", ValueKind::positiveNumber, true},
-    {"Nice", ValueKind::niceness, false},
+const std::vector<KeyRule> kPackageRules = {
+    {"PackageName", ValueKind::Text, true},
+    {"Mnemonic", ValueKind::Text, true},
+    {"PackageVersion", ValueKind::Text, true},
+    {"PackageDescription", ValueKind::Text, true},
+    {"SystemLock", ValueKind::Truth, true},
+    {"DeviceType", ValueKind::Number, false},
+    {"NumberOfTests", ValueKind::PositiveNumber, true},
+    {"Nice", ValueKind::Niceness, false},
 };
 
-const std::vector<KeyRule> testRules = {
-    {"TestName", ValueKind::text, true},
-    {"TestDescription", ValueKind::text, true},
-    {"TestDisable", ValueKind::truth, true},
-    {"TestOpenMode", ValueKind::openMode, false},
-    {"TestEstimatedTime", ValueKind::number, false},
-    {"Nice", ValueKind::niceness, false},
+const std::vector<KeyRule> kTestRules = {
+    {"TestName", ValueKind::Text, true},
+    {"TestDescription", ValueKind::Text, true},
+    {"TestDisable", ValueKind::Truth, true},
+    {"TestOpenMode", ValueKind::OpenMode, false},
+    {"TestEstimatedTime", ValueKind::Number, false},
+    {"Nice", ValueKind::Niceness, false},
 };
 
-const std::vector<KeyRule> disabledTestRules = {
-    {"TestID", ValueKind::positiveNumber, true},
-    {"MachineId", ValueKind::number, false},
-    {"Os", ValueKind::operatingSystem, false},
+const std::vector<KeyRule> kDisabledTestRules = {
+    {"TestID", ValueKind::PositiveNumber, true},
+    {"MachineId", ValueKind::Number, false},
+    {"Os", ValueKind::OperatingSystem, false},
 };
 
-const std::vector<KeyRule> disabledDeviceRules = {
-    {"TestID", ValueKind::positiveNumber, true},
-    {"NumberOfDevice", ValueKind::positiveNumber, true},
-    {"MachineId", ValueKind::number, false},
-    {"Os", ValueKind::operatingSystem, false},
+const std::vector<KeyRule> kDisabledDeviceRules = {
+    {"TestID", ValueKind::PositiveNumber, true},
+    {"NumberOfDevice", ValueKind::PositiveNumber, true},
+    {"MachineId", ValueKind::Number, false},
+    {"Os", ValueKind::OperatingSystem, false},
 };
 
-constexpr const char* exports[] = {"setPackageConfigFile", "getIDeviceEnumerator",
-                                   "getIDiagnostics"};
-constexpr const char* tokenSections[] = {"Information", "Warning", "Error", "DeviceStatus"};
-constexpr const char* testSection = "TestID";
+constexpr const char* kExports[] = {"setPackageConfigFile", "getIDeviceEnumerator",
+                                    "getIDiagnostics"};
+constexpr const char* kTokenSections[] = {"Information", "Warning", "Error", "DeviceStatus"};
+constexpr const char* kTestSection = "TestID";
 
-constexpr int mostEntries = 10'000;  // a wrong count shall not fill the screen
+constexpr int kMostEntries = 10'000;  // a wrong count shall not fill the screen
 
 int countOf(const ConfigurationText& text, const std::string& section, const char* key) {
   const std::string value = text.value(section, key).value_or("0");
-  return findFault(ValueKind::number, value).empty() ? std::min(std::stoi(value), mostEntries) : 0;
+  return findFault(ValueKind::Number, value).empty() ? std::min(std::stoi(value), kMostEntries) : 0;
 }
 
 class PackageChecker {
@@ -69,10 +69,10 @@ class PackageChecker {
 
   void check(bool mayLoad) {
     checkRemarks(m_text, m_file, m_problems);
-    checkKeys(m_text, m_file, "Package", packageRules, m_problems);
+    checkKeys(m_text, m_file, "Package", kPackageRules, m_problems);
     checkTests();
-    checkEntries("Disable Test", "DisableTestID", disabledTestRules);
-    checkEntries("Disable Device", "DisableDeviceTestID", disabledDeviceRules);
+    checkEntries("Disable Test", "DisableTestID", kDisabledTestRules);
+    checkEntries("Disable Device", "DisableDeviceTestID", kDisabledDeviceRules);
     checkLibrary(mayLoad);
     checkDependency(mayLoad);
     collectTokens();
@@ -89,11 +89,11 @@ class PackageChecker {
   void checkTests() {
     const int count = countOf(m_text, "Package", "NumberOfTests");
     for (int test = 1; test <= count; ++test) {
-      checkKeys(m_text, m_file, fmt::format("{}{}", testSection, test), testRules, m_problems);
+      checkKeys(m_text, m_file, fmt::format("{}{}", kTestSection, test), kTestRules, m_problems);
     }
     for (const std::string& section : m_text.sections()) {
       const std::string number = section.substr(std::min(section.size(), std::size_t{6}));
-      if (section.rfind(testSection, 0) == 0 && findFault(ValueKind::number, number).empty() &&
+      if (section.rfind(kTestSection, 0) == 0 && findFault(ValueKind::Number, number).empty() &&
           std::stoi(number) > count) {
         tell(section, "", tr("the test is not read, since NumberOfTests is {}", count));
       }
@@ -102,7 +102,7 @@ class PackageChecker {
 
   void checkEntries(const std::string& listSection, const char* entryName,
                     const std::vector<KeyRule>& rules) {
-    checkKeys(m_text, m_file, listSection, {{"NumberOfTests", ValueKind::number, false}},
+    checkKeys(m_text, m_file, listSection, {{"NumberOfTests", ValueKind::Number, false}},
               m_problems);
     const int tests = countOf(m_text, "Package", "NumberOfTests");
     for (int entry = 1; entry <= countOf(m_text, listSection, "NumberOfTests"); ++entry) {
@@ -136,7 +136,7 @@ class PackageChecker {
       m_problems.push_back({library, "", "", tr("it cannot be loaded: {}", dlerror())});
       return;
     }
-    for (const char* name : exports) {
+    for (const char* name : kExports) {
       if (dlsym(handle, name) == nullptr) {
         m_problems.push_back({library, "", name, tr("the export is missing")});
       }
@@ -161,9 +161,9 @@ class PackageChecker {
   }
 
   void collectTokens() {
-    for (const char* section : tokenSections) {
+    for (const char* section : kTokenSections) {
       for (const auto& [code, token] : m_text.keys(section)) {
-        if (!findFault(ValueKind::number, code).empty()) {
+        if (!findFault(ValueKind::Number, code).empty()) {
           tell(section, code, tr("the key is no code"));
         } else if (token.empty()) {
           tell(section, code, tr("the code has no token"));

@@ -61,7 +61,7 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
     out.print("{}\n", toText(problem));
   }
   out.say("{} problems in {} and its packages\n", problems.size(), controlFile);
-  return problems.empty() ? ExitCode::passed : ExitCode::noVerdict;
+  return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -78,7 +78,7 @@ void addReporting(CLI::App& command, ReportingOptions& options) {
                   tr("Exit codes for a monitor: plain, nagios or npd"))
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, ExitStyle>{
-              {"plain", ExitStyle::plain}, {"nagios", ExitStyle::nagios}, {"npd", ExitStyle::npd}},
+              {"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
           CLI::ignore_case));
 }
 
@@ -88,9 +88,9 @@ void addThoroughness(CLI::App& command, RunOptions& options) {
       .add_option("--profile", options.profile,
                   tr("quick (short forms), standard (one pass) or extended (three passes)"))
       ->transform(
-          CLI::CheckedTransformer(std::map<std::string, Profile>{{"quick", Profile::quick},
-                                                                 {"standard", Profile::standard},
-                                                                 {"extended", Profile::extended}},
+          CLI::CheckedTransformer(std::map<std::string, Profile>{{"quick", Profile::Quick},
+                                                                 {"standard", Profile::Standard},
+                                                                 {"extended", Profile::Extended}},
                                   CLI::ignore_case));
   command
       .add_option("--passes", options.passes, tr("Passes of each test, instead of the profile's"))
@@ -150,7 +150,7 @@ int list(const GlobalOptions& global, const ListOptions& options) {
   } else {
     listPackages(standardOutput(), session.catalogue());
   }
-  return session.failedPackages() > 0 ? ExitCode::noVerdict : ExitCode::passed;
+  return session.failedPackages() > 0 ? ExitCode::kNoVerdict : ExitCode::kPassed;
 }
 
 int show(const GlobalOptions& global, const std::string& item) {
@@ -159,16 +159,16 @@ int show(const GlobalOptions& global, const std::string& item) {
   tellWarnings(standardError(), session.warnings());
   if (!showItem(standardOutput(), session.catalogue(), item)) {
     standardError().say("diagctl: no package, device or test matches '{}'\n", item);
-    return ExitCode::nothingRan;
+    return ExitCode::kNothingRan;
   }
-  return ExitCode::passed;
+  return ExitCode::kPassed;
 }
 
 int explain(const std::string& code) {
   const std::vector<const CodeEntry*> entries = lookUp(code);
   if (entries.empty()) {
     standardError().say("diagctl: no code '{}'\n", code);
-    return ExitCode::nothingRan;
+    return ExitCode::kNothingRan;
   }
   for (const CodeEntry* entry : entries) {
     standardOutput().print("{} ({})\n", entry->name, told(toText(entry->severity)));
@@ -180,7 +180,7 @@ int explain(const std::string& code) {
     }
     standardOutput().print("  {}\n  -> {}\n", told(entry->meaning), told(entry->nextAction));
   }
-  return ExitCode::passed;
+  return ExitCode::kPassed;
 }
 
 struct EstimateOptions {
@@ -199,12 +199,12 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
                isQuick(options.run));
   writeEstimates(standardOutput(), estimates);
   if (Interruption::signal() != 0) {
-    return ExitCode::signalBase + Interruption::signal();
+    return ExitCode::kSignalBase + Interruption::signal();
   }
   if (estimates.empty()) {
-    return ExitCode::nothingRan;
+    return ExitCode::kNothingRan;
   }
-  return isMatched && session.failedPackages() == 0 ? ExitCode::passed : ExitCode::noVerdict;
+  return isMatched && session.failedPackages() == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
 int check(const GlobalOptions& global) {
@@ -258,7 +258,7 @@ class CommandLine {
         return verb.carryOut();
       }
     }
-    return ExitCode::usage;
+    return ExitCode::kUsage;
   }
 
  private:
@@ -275,7 +275,7 @@ class CommandLine {
     const int code = m_app.exit(failure, out, error);
     standardOutput().write(out.str());
     standardError().write(error.str());
-    return code == 0 ? ExitCode::passed : ExitCode::usage;
+    return code == 0 ? ExitCode::kPassed : ExitCode::kUsage;
   }
 
   CLI::App& add(const char* name, const std::string& description, const char* examples,
@@ -361,11 +361,11 @@ class CommandLine {
 // Data that could not be written is no data.
 int requireWritten(int code) {
   standardOutput().flush();
-  if (standardOutput().isSound() || code == ExitCode::usage) {
+  if (standardOutput().isSound() || code == ExitCode::kUsage) {
     return code;
   }
   standardError().say("diagctl: standard output cannot be written\n");
-  return code == ExitCode::passed ? ExitCode::noVerdict : code;
+  return code == ExitCode::kPassed ? ExitCode::kNoVerdict : code;
 }
 
 }  // namespace

@@ -115,7 +115,7 @@ std::vector<Estimate> estimate(Session& session, const std::vector<SelectedPair>
                                bool isQuick) {
   std::vector<Estimate> estimates;
   for (const SelectedPair& pair : pairs) {
-    if (pair.state == PairState::enabled) {
+    if (pair.state == PairState::Enabled) {
       const int configured = pair.test->estimatedTime;
       estimates.push_back({pair, configured > 0 ? configured : -1});
     }

@@ -134,7 +134,7 @@ void tellWarnings(Printer& out, const std::vector<std::string>& warnings) {
 
 void listPlan(Printer& out, const std::vector<SelectedPair>& pairs) {
   for (const SelectedPair& pair : pairs) {
-    const bool isRun = pair.state == PairState::enabled;
+    const bool isRun = pair.state == PairState::Enabled;
     out.say("{:<5} {}: {} on {}{}\n", isRun ? tr("run") : tr("skip"), pair.package->name,
             pair.test->name, pair.device->name,
             isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");

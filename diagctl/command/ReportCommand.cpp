@@ -25,14 +25,14 @@ RunSummary summaryOf(const RunRecord& record) {
   const std::vector<const StepRecord*> steps = record.steps();
   OutcomeSums sums = record.sums();
   RunSummary summary;
-  summary.passed = sums[Outcome::passed];
-  summary.failed = sums[Outcome::failed];
-  summary.warned = sums[Outcome::warning];
-  summary.troubled = sums[Outcome::trouble];
-  summary.skipped = sums[Outcome::skipped];
+  summary.passed = sums[Outcome::Passed];
+  summary.failed = sums[Outcome::Failed];
+  summary.warned = sums[Outcome::Warning];
+  summary.troubled = sums[Outcome::Trouble];
+  summary.skipped = sums[Outcome::Skipped];
   summary.aborted = static_cast<std::size_t>(
       std::count_if(steps.begin(), steps.end(), [](const StepRecord* step) {
-        return step->isAborted && step->outcome() == Outcome::skipped;
+        return step->isAborted && step->outcome() == Outcome::Skipped;
       }));
   summary.skipped -= summary.aborted;
   return summary;
@@ -42,8 +42,8 @@ RunSummary summaryOf(const RunRecord& record) {
 int exitCodeOf(const RunRecord& record, const RunSummary& summary, bool isStrict) {
   const int code =
       exitCodeOf(summary, {.failedPackages = record.troubles().size(), .isStrict = isStrict});
-  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::complete;
-  return code == ExitCode::passed && !isWhole ? ExitCode::noVerdict : code;
+  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
+  return code == ExitCode::kPassed && !isWhole ? ExitCode::kNoVerdict : code;
 }
 
 int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {

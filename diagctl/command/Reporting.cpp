@@ -18,7 +18,7 @@ int tellMonitor(const ReportingOptions& options, const std::exception& failure) 
   if (formatOf(options) == kSummaryFormat) {
     standardOutput().print("DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
   }
-  return ExitCode::noVerdict;
+  return ExitCode::kNoVerdict;
 }
 
 }  // namespace
@@ -27,7 +27,7 @@ std::string formatOf(const ReportingOptions& options) {
   if (!options.format.empty()) {
     return options.format;
   }
-  return options.exitStyle == ExitStyle::plain ? kTextFormat : kSummaryFormat;
+  return options.exitStyle == ExitStyle::Plain ? kTextFormat : kSummaryFormat;
 }
 
 int finish(Outputs& outputs, int code) {
@@ -35,7 +35,7 @@ int finish(Outputs& outputs, int code) {
   for (const std::string& failure : outputs.failures()) {
     standardError().print("diagctl: {}\n", failure);
   }
-  return outputs.failures().empty() || code != ExitCode::passed ? code : ExitCode::noVerdict;
+  return outputs.failures().empty() || code != ExitCode::kPassed ? code : ExitCode::kNoVerdict;
 }
 
 int carryOutInStyle(const ReportingOptions& options,
@@ -44,7 +44,7 @@ int carryOutInStyle(const ReportingOptions& options,
   try {
     return translate(carryOut(summary), summary, options.exitStyle);
   } catch (const std::exception& failure) {
-    if (options.exitStyle == ExitStyle::plain) {
+    if (options.exitStyle == ExitStyle::Plain) {
       throw;
     }
     return translate(tellMonitor(options, failure), summary, options.exitStyle);

@@ -14,7 +14,7 @@ struct ReportingOptions {
   std::string format;                ///< of standard output; empty: as the exit style has it
   std::vector<std::string> outputs;  ///< FORMAT=FILE
   bool isStrict = false;
-  ExitStyle exitStyle = ExitStyle::plain;
+  ExitStyle exitStyle = ExitStyle::Plain;
 };
 
 std::string formatOf(const ReportingOptions& options);

@@ -142,12 +142,12 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
 int tellPlan(const std::vector<SelectedPair>& pairs, bool isWhole) {
   listPlan(standardOutput(), pairs);
   const bool isAny = std::any_of(pairs.begin(), pairs.end(), [](const SelectedPair& pair) {
-    return pair.state == PairState::enabled;
+    return pair.state == PairState::Enabled;
   });
   if (!isAny) {
-    return ExitCode::nothingRan;
+    return ExitCode::kNothingRan;
   }
-  return isWhole ? ExitCode::passed : ExitCode::noVerdict;
+  return isWhole ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
@@ -171,7 +171,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const int code = finish(outputs, exitCodeOf(summary, {.failedPackages = session.failedPackages(),
                                                         .hasUnmatchedPattern = !isMatched,
                                                         .isStrict = reporting.isStrict}));
-  return Interruption::signal() == 0 ? code : ExitCode::signalBase + Interruption::signal();
+  return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();
 }
 
 }  // namespace

@@ -28,12 +28,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* device = "Unit 0";
-constexpr unsigned long longestSeconds = 120;
+constexpr const char* kDevice = "Unit 0";
+constexpr unsigned long kLongestSeconds = 120;
 
 std::vector<SelectedPair> expectedPairs(const Catalogue& catalogue) {
   SelectionPatterns patterns;
-  patterns.devices = {device};
+  patterns.devices = {kDevice};
   for (const SelfTestExpectation& expectation : selfTestExpectations()) {
     patterns.tests.push_back(std::to_string(expectation.test));
   }
@@ -111,33 +111,33 @@ std::map<int, const StepRecord*> byTest(const RunRecord& record, const RunPlan& 
 // clang-format off
 const std::vector<SelfTestExpectation>& selfTestExpectations() {
   using Outcome = StepRecord::Outcome;
-  static const std::vector<SelfTestExpectation> expectations = {
-      {1, Outcome::passed, "", marked("a test that behaves")},
-      {2, Outcome::trouble, "worker-crashed", marked("a segmentation fault")},
-      {3, Outcome::trouble, "worker-crashed", marked("a call of abort")},
-      {4, Outcome::trouble, "test-threw", marked("an exception")},
-      {5, Outcome::trouble, "test-timed-out", marked("an endless loop")},
-      {6, Outcome::trouble, "test-timed-out", marked("an endless loop that ignores the request to end")},
-      {7, Outcome::trouble, "worker-exited", marked("an exit in the middle of a message")},
-      {8, Outcome::passed, "", marked("a flood of events")},
-      {9, Outcome::trouble, "out-of-memory", marked("a flood of memory")},
-      {10, Outcome::trouble, "protocol-broken", marked("an impossible progress")},
-      {11, Outcome::trouble, "test-threw", marked("something thrown that is no exception")},
-      {12, Outcome::trouble, "device-vanished", marked("a device that vanishes")},
-      {13, Outcome::trouble, "no-permission", marked("a missing permission")},
-      {14, Outcome::failed, "fault-found", marked("a fault of the hardware, told as one")},
-      {15, Outcome::warning, "margin-small", marked("a warning, told as one")},
-      {17, Outcome::trouble, "protocol-broken", marked("garbage instead of messages")},
-      {18, Outcome::passed, "", marked("a flood of output")},
-      {19, Outcome::passed, "", marked("a child process left behind")},
-      {20, Outcome::skipped, "", marked("a test that is not possible")},
-      {22, Outcome::trouble, "worker-exited", marked("an early exit")},
-      {24, Outcome::trouble, "test-timed-out", marked("a sleep that asks for nothing")},
-      {25, Outcome::trouble, "no-result", marked("a package that lies about its end")},
-      {26, Outcome::trouble, "protocol-broken", marked("the end of another test")},
-      {27, Outcome::trouble, "test-threw", marked("an event that is reserved")},
+  static const std::vector<SelfTestExpectation> kExpectations = {
+      {1, Outcome::Passed, "", marked("a test that behaves")},
+      {2, Outcome::Trouble, "worker-crashed", marked("a segmentation fault")},
+      {3, Outcome::Trouble, "worker-crashed", marked("a call of abort")},
+      {4, Outcome::Trouble, "test-threw", marked("an exception")},
+      {5, Outcome::Trouble, "test-timed-out", marked("an endless loop")},
+      {6, Outcome::Trouble, "test-timed-out", marked("an endless loop that ignores the request to end")},
+      {7, Outcome::Trouble, "worker-exited", marked("an exit in the middle of a message")},
+      {8, Outcome::Passed, "", marked("a flood of events")},
+      {9, Outcome::Trouble, "out-of-memory", marked("a flood of memory")},
+      {10, Outcome::Trouble, "protocol-broken", marked("an impossible progress")},
+      {11, Outcome::Trouble, "test-threw", marked("something thrown that is no exception")},
+      {12, Outcome::Trouble, "device-vanished", marked("a device that vanishes")},
+      {13, Outcome::Trouble, "no-permission", marked("a missing permission")},
+      {14, Outcome::Failed, "fault-found", marked("a fault of the hardware, told as one")},
+      {15, Outcome::Warning, "margin-small", marked("a warning, told as one")},
+      {17, Outcome::Trouble, "protocol-broken", marked("garbage instead of messages")},
+      {18, Outcome::Passed, "", marked("a flood of output")},
+      {19, Outcome::Passed, "", marked("a child process left behind")},
+      {20, Outcome::Skipped, "", marked("a test that is not possible")},
+      {22, Outcome::Trouble, "worker-exited", marked("an early exit")},
+      {24, Outcome::Trouble, "test-timed-out", marked("a sleep that asks for nothing")},
+      {25, Outcome::Trouble, "no-result", marked("a package that lies about its end")},
+      {26, Outcome::Trouble, "protocol-broken", marked("the end of another test")},
+      {27, Outcome::Trouble, "test-threw", marked("an event that is reserved")},
   };
-  return expectations;
+  return kExpectations;
 }
 // clang-format on
 
@@ -159,7 +159,7 @@ int carryOutSelfTest(Printer& out, const std::string& packages, const std::strin
   {
     Session session(configuration.path(), language, {});
     RunOptions options;
-    options.totalSeconds = longestSeconds;
+    options.totalSeconds = kLongestSeconds;
     plan = makePlan(expectedPairs(session.catalogue()), options);
     RunStarted start = describeMachine();
     start.name = "diagctl";
@@ -173,9 +173,9 @@ int carryOutSelfTest(Printer& out, const std::string& packages, const std::strin
   out.say("\n{} of {} contained in {:.1f} s\n", selfTestExpectations().size() + 1 - escaped,
           selfTestExpectations().size() + 1, record.seconds());
   if (Interruption::signal() != 0) {
-    return ExitCode::signalBase + Interruption::signal();
+    return ExitCode::kSignalBase + Interruption::signal();
   }
-  return escaped == 0 ? ExitCode::passed : ExitCode::noVerdict;
+  return escaped == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
 }  // namespace TarvexDiags::FrontEnd

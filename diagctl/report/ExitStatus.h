@@ -6,18 +6,18 @@ namespace TarvexDiags::FrontEnd {
 
 /// How a run that ended is told to the caller of the program.
 enum class ExitStyle {
-  plain,   ///< 0 passed, 1 hardware failure, 2 no verdict, 3 nothing ran
-  nagios,  ///< 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN
-  npd,     ///< node problem detector: 0 OK, 1 not OK, 2 unknown
+  Plain,   ///< 0 passed, 1 hardware failure, 2 no verdict, 3 nothing ran
+  Nagios,  ///< 0 OK, 1 WARNING, 2 CRITICAL, 3 UNKNOWN
+  Npd,     ///< node problem detector: 0 OK, 1 not OK, 2 unknown
 };
 
 namespace ExitCode {
-inline constexpr int passed = 0;
-inline constexpr int hardwareFailure = 1;
-inline constexpr int noVerdict = 2;
-inline constexpr int nothingRan = 3;
-inline constexpr int usage = 64;
-inline constexpr int signalBase = 128;
+inline constexpr int kPassed = 0;
+inline constexpr int kHardwareFailure = 1;
+inline constexpr int kNoVerdict = 2;
+inline constexpr int kNothingRan = 3;
+inline constexpr int kUsage = 64;
+inline constexpr int kSignalBase = 128;
 }  // namespace ExitCode
 
 /// What became of a run, for the exit status.

@@ -41,30 +41,30 @@ Value lookUp(const std::map<std::string, Value>& values, const std::string& text
 }
 
 Severity severityOf(const Json& object) {
-  return lookUp<Severity>({{"DEBUG", Severity::debug},
-                           {"INFO", Severity::information},
-                           {"WARNING", Severity::warning},
-                           {"ERROR", Severity::error},
-                           {"FATAL", Severity::error}},
+  return lookUp<Severity>({{"DEBUG", Severity::Debug},
+                           {"INFO", Severity::Information},
+                           {"WARNING", Severity::Warning},
+                           {"ERROR", Severity::Error},
+                           {"FATAL", Severity::Error}},
                           object.at("severity"));
 }
 
 RunStatus statusOf(const Json& object) {
   return lookUp<RunStatus>(
-      {{"COMPLETE", RunStatus::complete}, {"ERROR", RunStatus::error}, {"SKIP", RunStatus::skip}},
+      {{"COMPLETE", RunStatus::Complete}, {"ERROR", RunStatus::Error}, {"SKIP", RunStatus::Skip}},
       object.at("status"));
 }
 
 RunResult resultOf(const Json& object) {
-  return lookUp<RunResult>({{"PASS", RunResult::pass},
-                            {"FAIL", RunResult::fail},
-                            {"NOT_APPLICABLE", RunResult::notApplicable}},
+  return lookUp<RunResult>({{"PASS", RunResult::Pass},
+                            {"FAIL", RunResult::Fail},
+                            {"NOT_APPLICABLE", RunResult::NotApplicable}},
                            object.at("result"));
 }
 
 Verdict verdictOf(const Json& object) {
   return lookUp<Verdict>(
-      {{"PASS", Verdict::pass}, {"FAIL", Verdict::fail}, {"UNKNOWN", Verdict::unknown}},
+      {{"PASS", Verdict::Pass}, {"FAIL", Verdict::Fail}, {"UNKNOWN", Verdict::Unknown}},
       object.at("type"));
 }
 

@@ -15,13 +15,13 @@ using Json = nlohmann::ordered_json;
 
 const char* toText(Severity severity) {
   switch (severity) {
-    case Severity::debug:
+    case Severity::Debug:
       return "DEBUG";
-    case Severity::information:
+    case Severity::Information:
       return "INFO";
-    case Severity::warning:
+    case Severity::Warning:
       return "WARNING";
-    case Severity::error:
+    case Severity::Error:
       break;
   }
   return "ERROR";
@@ -29,11 +29,11 @@ const char* toText(Severity severity) {
 
 const char* toText(RunStatus status) {
   switch (status) {
-    case RunStatus::complete:
+    case RunStatus::Complete:
       return "COMPLETE";
-    case RunStatus::error:
+    case RunStatus::Error:
       return "ERROR";
-    case RunStatus::skip:
+    case RunStatus::Skip:
       break;
   }
   return "SKIP";
@@ -41,11 +41,11 @@ const char* toText(RunStatus status) {
 
 const char* toText(RunResult result) {
   switch (result) {
-    case RunResult::pass:
+    case RunResult::Pass:
       return "PASS";
-    case RunResult::fail:
+    case RunResult::Fail:
       return "FAIL";
-    case RunResult::notApplicable:
+    case RunResult::NotApplicable:
       break;
   }
   return "NOT_APPLICABLE";
@@ -53,21 +53,21 @@ const char* toText(RunResult result) {
 
 const char* toText(Verdict verdict) {
   switch (verdict) {
-    case Verdict::pass:
+    case Verdict::Pass:
       return "PASS";
-    case Verdict::fail:
+    case Verdict::Fail:
       return "FAIL";
-    case Verdict::unknown:
+    case Verdict::Unknown:
       break;
   }
   return "UNKNOWN";
 }
 
 // Its own line, by which a reader of the log finds it again.
-constexpr const char* actionMark = "\n-> ";
+constexpr const char* kActionMark = "\n-> ";
 
 std::string withAction(const std::string& message, const std::string& action) {
-  return action.empty() ? message : message + actionMark + action;
+  return action.empty() ? message : message + kActionMark + action;
 }
 
 // Optional fields are left out and never null.
@@ -107,8 +107,8 @@ struct Artifact {
   Json content;
 };
 
-constexpr const char* runArtifact = "testRunArtifact";
-constexpr const char* stepArtifact = "testStepArtifact";
+constexpr const char* kRunArtifact = "testRunArtifact";
+constexpr const char* kStepArtifact = "testStepArtifact";
 
 struct ToArtifact {
   Artifact operator()(const RunStarted& start) const {
@@ -116,7 +116,7 @@ struct ToArtifact {
     for (const auto& [key, value] : start.parameters) {
       parameters[key] = value;
     }
-    return {runArtifact,
+    return {kRunArtifact,
             {{"testRunStart",
               {{"name", start.name},
                {"version", start.version},
@@ -125,48 +125,48 @@ struct ToArtifact {
                {"dutInfo", describeMachine(start)}}}}};
   }
   Artifact operator()(const StepStarted& started) const {
-    return {stepArtifact, step(started.stepId, "testStepStart",
-                               {{"name", fmt::format("{}: {} on {}", started.package, started.test,
-                                                     started.device)}})};
+    return {kStepArtifact, step(started.stepId, "testStepStart",
+                                {{"name", fmt::format("{}: {} on {}", started.package, started.test,
+                                                      started.device)}})};
   }
   Artifact operator()(const StepProgress& /*progress*/) const { return {}; }
   Artifact operator()(const StepMessage& message) const {
-    return {stepArtifact, step(message.stepId, "log",
-                               {{"severity", toText(message.severity)},
-                                {"message", withAction(message.text, message.action)}})};
+    return {kStepArtifact, step(message.stepId, "log",
+                                {{"severity", toText(message.severity)},
+                                 {"message", withAction(message.text, message.action)}})};
   }
   Artifact operator()(const StepMeasurement& figure) const {
     Json content{{"name", figure.name}};
     std::visit([&](const auto& value) { content["value"] = value; }, figure.value);
     addUnlessEmpty(content, "unit", figure.unit);
     addUnlessEmpty(content, "hardwareInfoId", figure.hardwareId);
-    return {stepArtifact, step(figure.stepId, "measurement", std::move(content))};
+    return {kStepArtifact, step(figure.stepId, "measurement", std::move(content))};
   }
   Artifact operator()(const StepDiagnosis& diagnosis) const {
     Json content{{"verdict", diagnosis.symptom}, {"type", toText(diagnosis.verdict)}};
     addUnlessEmpty(content, "message", withAction(diagnosis.message, diagnosis.action));
     addUnlessEmpty(content, "hardwareInfoId", diagnosis.hardwareId);
-    return {stepArtifact, step(diagnosis.stepId, "diagnosis", std::move(content))};
+    return {kStepArtifact, step(diagnosis.stepId, "diagnosis", std::move(content))};
   }
   Artifact operator()(const StepTrouble& trouble) const {
     Json content{{"symptom", trouble.symptom}};
     addUnlessEmpty(content, "message", withAction(trouble.message, trouble.action));
-    return {stepArtifact, step(trouble.stepId, "error", std::move(content))};
+    return {kStepArtifact, step(trouble.stepId, "error", std::move(content))};
   }
   Artifact operator()(const StepEnded& ended) const {
-    return {stepArtifact, step(ended.stepId, "testStepEnd", {{"status", toText(ended.status)}})};
+    return {kStepArtifact, step(ended.stepId, "testStepEnd", {{"status", toText(ended.status)}})};
   }
   Artifact operator()(const RunMessage& message) const {
-    return {runArtifact,
+    return {kRunArtifact,
             {{"log", {{"severity", toText(message.severity)}, {"message", message.text}}}}};
   }
   Artifact operator()(const RunTrouble& trouble) const {
     Json content{{"symptom", trouble.symptom}};
     addUnlessEmpty(content, "message", trouble.message);
-    return {runArtifact, {{"error", std::move(content)}}};
+    return {kRunArtifact, {{"error", std::move(content)}}};
   }
   Artifact operator()(const RunEnded& ended) const {
-    return {runArtifact,
+    return {kRunArtifact,
             {{"testRunEnd", {{"status", toText(ended.status)}, {"result", toText(ended.result)}}}}};
   }
 };
@@ -202,11 +202,11 @@ void JsonlReporter::handle(const RunEvent& event) {
     write(timestamp, "schemaVersion", {{"major", 2}, {"minor", 0}});
   }
   if (const auto* diagnosis = std::get_if<StepDiagnosis>(&event.body)) {
-    write(timestamp, stepArtifact, passOf(*diagnosis));
+    write(timestamp, kStepArtifact, passOf(*diagnosis));
   }
   if (const auto* ended = std::get_if<StepEnded>(&event.body);
       ended != nullptr && ended->isAborted) {
-    write(timestamp, stepArtifact, abortOf(*ended));
+    write(timestamp, kStepArtifact, abortOf(*ended));
   }
   Artifact artifact = std::visit(ToArtifact(), event.body);
   if (!artifact.content.is_null()) {

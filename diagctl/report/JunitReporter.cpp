@@ -79,21 +79,21 @@ void writeCase(Printer& out, const StepRecord& step) {
   const std::string text = join(step.findings, step.actions);
   const std::string head = escape(step.findings.empty() ? step.symptom : step.findings.front());
   switch (step.outcome()) {
-    case StepRecord::Outcome::failed:
+    case StepRecord::Outcome::Failed:
       out.print(R"(<failure type="{}" message="{}">{}</failure>)", escape(step.symptom), head,
                 escape(text));
       break;
-    case StepRecord::Outcome::trouble:
+    case StepRecord::Outcome::Trouble:
       out.print(R"(<error type="{}" message="{}">{}</error>)", escape(step.symptom), head,
                 escape(text));
       break;
-    case StepRecord::Outcome::skipped:
+    case StepRecord::Outcome::Skipped:
       out.print(R"(<skipped message="{}"/>)", head);
       break;
-    case StepRecord::Outcome::warning:
+    case StepRecord::Outcome::Warning:
       out.print("<system-out>{}</system-out>", escape(text));
       break;
-    case StepRecord::Outcome::passed:
+    case StepRecord::Outcome::Passed:
       break;
   }
   out.write("</testcase>\n");
@@ -105,8 +105,8 @@ void writeRun(Printer& out, const RunRecord& run) {
     out.print(
         "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
         "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-        escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::failed],
-        suite.sums[StepRecord::Outcome::trouble], suite.sums[StepRecord::Outcome::skipped],
+        escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::Failed],
+        suite.sums[StepRecord::Outcome::Trouble], suite.sums[StepRecord::Outcome::Skipped],
         suite.seconds, toTimestamp(run.begin()), escape(run.start().machineName));
     for (const StepRecord* step : suite.steps) {
       writeCase(out, *step);

@@ -15,8 +15,8 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr std::size_t mostLines = 12;
-constexpr int barWidth = 20;
+constexpr std::size_t kMostLines = 12;
+constexpr int kBarWidth = 20;
 
 /// 0 for a step that is no request, and so nothing to watch.
 unsigned long numberOf(const std::string& stepId) {
@@ -53,8 +53,8 @@ std::string cut(const std::string& line, std::size_t columns) {
 }
 
 std::string bar(unsigned int percent) {
-  const auto filled = static_cast<std::size_t>(std::min(percent, 100U) * barWidth / 100);
-  return std::string(filled, '#') + std::string(barWidth - filled, '.');
+  const auto filled = static_cast<std::size_t>(std::min(percent, 100U) * kBarWidth / 100);
+  return std::string(filled, '#') + std::string(kBarWidth - filled, '.');
 }
 
 std::size_t columnsOf(int descriptor) {
@@ -91,7 +91,7 @@ void Progress::handle(const RunEvent& event) {
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
-             message != nullptr && message->severity != Severity::information) {
+             message != nullptr && message->severity != Severity::Information) {
     m_out.print("{}\n", toPrintable(message->text));
   }
   draw(event.time);
@@ -141,12 +141,12 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
   std::vector<std::string> lines;
   std::size_t running = 0;
   for (const auto& [number, step] : m_steps) {
-    if (++running <= mostLines) {
+    if (++running <= kMostLines) {
       lines.push_back(lineOf(step, now));
     }
   }
-  if (running > mostLines) {
-    lines.push_back(tr("... and {} more", running - mostLines));
+  if (running > kMostLines) {
+    lines.push_back(tr("... and {} more", running - kMostLines));
   }
   lines.push_back(totalLine(now));
   for (const std::string& line : lines) {

@@ -11,11 +11,11 @@ namespace TarvexDiags::FrontEnd {
 
 /// The stream that a run tells: what every report is made of, live or from a saved log.
 
-enum class Severity { debug, information, warning, error };
+enum class Severity { Debug, Information, Warning, Error };
 /// COMPLETE: ran to its end. ERROR: the tool could not do its work. SKIP: nothing ran, or aborted.
-enum class RunStatus { complete, error, skip };
-enum class RunResult { pass, fail, notApplicable };
-enum class Verdict { pass, fail, unknown };
+enum class RunStatus { Complete, Error, Skip };
+enum class RunResult { Pass, Fail, NotApplicable };
+enum class Verdict { Pass, Fail, Unknown };
 
 struct HardwareItem {
   std::string id;  ///< unique in the run
@@ -61,7 +61,7 @@ struct StepProgress {
 
 struct StepMessage {
   std::string stepId;
-  Severity severity = Severity::information;
+  Severity severity = Severity::Information;
   std::string text;
   std::string action;  ///< what to do about it; may be empty
 };
@@ -77,7 +77,7 @@ struct StepMeasurement {
 /// The package's judgement on one pass.
 struct StepDiagnosis {
   std::string stepId;
-  Verdict verdict = Verdict::unknown;
+  Verdict verdict = Verdict::Unknown;
   std::string symptom;  ///< short identifier, such as "memory-miscompare" or "PASSED"
   std::string message;
   std::string action;
@@ -95,13 +95,13 @@ struct StepTrouble {
 
 struct StepEnded {
   std::string stepId;
-  RunStatus status = RunStatus::complete;
+  RunStatus status = RunStatus::Complete;
   bool isAborted = false;  ///< by a person, a signal or the total time
 };
 
 /// Trouble or news that belongs to no step.
 struct RunMessage {
-  Severity severity = Severity::information;
+  Severity severity = Severity::Information;
   std::string text;
 };
 
@@ -111,8 +111,8 @@ struct RunTrouble {
 };
 
 struct RunEnded {
-  RunStatus status = RunStatus::complete;
-  RunResult result = RunResult::pass;
+  RunStatus status = RunStatus::Complete;
+  RunResult result = RunResult::Pass;
 };
 
 using RunEventBody =

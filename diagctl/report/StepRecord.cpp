@@ -26,7 +26,7 @@ struct IntoStep {
   StepRecord& step;
 
   void operator()(const StepMessage& message) const {
-    if (message.severity == Severity::warning || message.severity == Severity::error) {
+    if (message.severity == Severity::Warning || message.severity == Severity::Error) {
       addOnce(step.findings, message.text);
       addOnce(step.actions, message.action);
     } else {
@@ -35,9 +35,9 @@ struct IntoStep {
   }
   void operator()(const StepDiagnosis& diagnosis) const {
     ++step.passes;
-    step.hasFailed |= diagnosis.verdict == Verdict::fail;
-    step.hasWarning |= diagnosis.verdict == Verdict::unknown;
-    if (diagnosis.verdict != Verdict::pass && step.symptom.empty()) {
+    step.hasFailed |= diagnosis.verdict == Verdict::Fail;
+    step.hasWarning |= diagnosis.verdict == Verdict::Unknown;
+    if (diagnosis.verdict != Verdict::Pass && step.symptom.empty()) {
       step.symptom = diagnosis.symptom;
     }
     addOnce(step.findings, diagnosis.message);
@@ -55,7 +55,7 @@ struct IntoStep {
     step.hasEnded = true;
     step.status = ended.status;
     step.isAborted = ended.isAborted;
-    if (ended.status == RunStatus::skip && step.findings.empty()) {
+    if (ended.status == RunStatus::Skip && step.findings.empty()) {
       addOnce(step.findings, step.news);  // the reason
     }
   }
@@ -79,18 +79,18 @@ struct StepIdOf {
 
 StepRecord::Outcome StepRecord::outcome() const {
   if (hasFailed) {
-    return Outcome::failed;
+    return Outcome::Failed;
   }
-  if (hasTrouble || status == RunStatus::error) {
-    return Outcome::trouble;
+  if (hasTrouble || status == RunStatus::Error) {
+    return Outcome::Trouble;
   }
   if (!hasEnded) {
-    return Outcome::trouble;  // the run was cut short
+    return Outcome::Trouble;  // the run was cut short
   }
-  if (status == RunStatus::skip) {
-    return Outcome::skipped;
+  if (status == RunStatus::Skip) {
+    return Outcome::Skipped;
   }
-  return hasWarning ? Outcome::warning : Outcome::passed;
+  return hasWarning ? Outcome::Warning : Outcome::Passed;
 }
 
 double StepRecord::seconds() const {
@@ -151,15 +151,15 @@ double RunRecord::seconds() const {
 
 const char* toText(StepRecord::Outcome outcome) {
   switch (outcome) {
-    case StepRecord::Outcome::passed:
+    case StepRecord::Outcome::Passed:
       return marked("passed");
-    case StepRecord::Outcome::failed:
+    case StepRecord::Outcome::Failed:
       return marked("failed");
-    case StepRecord::Outcome::warning:
+    case StepRecord::Outcome::Warning:
       return marked("with a warning");
-    case StepRecord::Outcome::trouble:
+    case StepRecord::Outcome::Trouble:
       return marked("without a verdict");
-    case StepRecord::Outcome::skipped:
+    case StepRecord::Outcome::Skipped:
       break;
   }
   return marked("skipped");

@@ -11,7 +11,7 @@ namespace TarvexDiags::FrontEnd {
 
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
-  enum class Outcome { passed, failed, warning, trouble, skipped };
+  enum class Outcome { Passed, Failed, Warning, Trouble, Skipped };
 
   StepStarted start;
   std::chrono::system_clock::time_point begin;
@@ -26,7 +26,7 @@ struct StepRecord {
   bool hasTrouble = false;
   bool hasEnded = false;
   bool isAborted = false;
-  RunStatus status = RunStatus::complete;
+  RunStatus status = RunStatus::Complete;
 
   Outcome outcome() const;
   double seconds() const;

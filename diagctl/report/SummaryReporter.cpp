@@ -22,10 +22,10 @@ struct State {
 };
 
 // The first that occurs is the state of the whole.
-constexpr State states[] = {{Outcome::failed, "CRITICAL"},
-                            {Outcome::trouble, "UNKNOWN"},
-                            {Outcome::warning, "WARNING"},
-                            {Outcome::passed, "OK"}};
+constexpr State kStates[] = {{Outcome::Failed, "CRITICAL"},
+                             {Outcome::Trouble, "UNKNOWN"},
+                             {Outcome::Warning, "WARNING"},
+                             {Outcome::Passed, "OK"}};
 
 std::string firstFinding(const RunRecord& record, Outcome outcome) {
   for (const StepRecord* step : record.steps()) {
@@ -51,10 +51,10 @@ void SummaryReporter::finish() {
   const std::string counts = toText(sums);
   const char* word = "UNKNOWN";
   std::string finding = m_record.troubles().empty() ? "" : " - " + m_record.troubles().front();
-  for (const State& state : states) {
+  for (const State& state : kStates) {
     if (sums.contains(state.outcome)) {
-      const bool isPassed = state.outcome == Outcome::passed;
-      word = isPassed && m_record.end().result != RunResult::pass ? "UNKNOWN" : state.word;
+      const bool isPassed = state.outcome == Outcome::Passed;
+      word = isPassed && m_record.end().result != RunResult::Pass ? "UNKNOWN" : state.word;
       finding = isPassed ? finding : firstFinding(m_record, state.outcome);
       break;
     }

@@ -23,9 +23,9 @@ std::string plain(const std::string& text) {
 
 std::string directiveOf(const StepRecord& step) {
   switch (step.outcome()) {
-    case StepRecord::Outcome::trouble:
+    case StepRecord::Outcome::Trouble:
       return " # TODO " + tr("no verdict: {}", plain(step.symptom));
-    case StepRecord::Outcome::skipped:
+    case StepRecord::Outcome::Skipped:
       return " # SKIP " + (step.findings.empty() ? "" : plain(step.findings.front()));
     default:
       return {};
@@ -51,7 +51,7 @@ void TapReporter::handle(const RunEvent& event) {
 void TapReporter::writeStep(const StepRecord& step) {
   const StepRecord::Outcome outcome = step.outcome();
   const bool isOk =
-      outcome != StepRecord::Outcome::failed && outcome != StepRecord::Outcome::trouble;
+      outcome != StepRecord::Outcome::Failed && outcome != StepRecord::Outcome::Trouble;
   m_out.print("{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
               plain(step.start.package), plain(step.start.test), plain(step.start.device),
               directiveOf(step));

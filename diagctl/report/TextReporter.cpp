@@ -12,18 +12,18 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* green = "\033[32m";
-constexpr const char* red = "\033[31m";
-constexpr const char* yellow = "\033[33m";
-constexpr const char* reset = "\033[0m";
-constexpr const char* indentedBreak = "\n         ";
+constexpr const char* kGreen = "\033[32m";
+constexpr const char* kRed = "\033[31m";
+constexpr const char* kYellow = "\033[33m";
+constexpr const char* kReset = "\033[0m";
+constexpr const char* kIndentedBreak = "\n         ";
 
 }  // namespace
 
 TextReporter::TextReporter(Printer& out, bool colour) : m_out(out), m_colour(colour) {}
 
 std::string TextReporter::paint(const std::string& text, const char* colour) const {
-  return m_colour ? colour + text + reset : text;
+  return m_colour ? colour + text + kReset : text;
 }
 
 void TextReporter::handle(const RunEvent& event) {
@@ -47,18 +47,18 @@ void TextReporter::handle(const RunEvent& event) {
 
 std::string TextReporter::verdictOf(const StepRecord& step) const {
   switch (step.outcome()) {
-    case StepRecord::Outcome::passed:
-      return paint(tr("PASSED "), green);
-    case StepRecord::Outcome::failed:
-      return paint(tr("FAILED "), red);
-    case StepRecord::Outcome::warning:
-      return paint(tr("WARNING"), yellow);
-    case StepRecord::Outcome::trouble:
-      return paint(tr("ERROR  "), yellow);
-    case StepRecord::Outcome::skipped:
+    case StepRecord::Outcome::Passed:
+      return paint(tr("PASSED "), kGreen);
+    case StepRecord::Outcome::Failed:
+      return paint(tr("FAILED "), kRed);
+    case StepRecord::Outcome::Warning:
+      return paint(tr("WARNING"), kYellow);
+    case StepRecord::Outcome::Trouble:
+      return paint(tr("ERROR  "), kYellow);
+    case StepRecord::Outcome::Skipped:
       break;
   }
-  return paint(tr("SKIPPED"), yellow);
+  return paint(tr("SKIPPED"), kYellow);
 }
 
 void TextReporter::writeStep(const StepRecord& step) {
@@ -72,10 +72,10 @@ void TextReporter::writeStep(const StepRecord& step) {
   }
   m_out.write("\n");
   for (const std::string& finding : step.findings) {
-    m_out.print("         {}\n", toPrintable(finding, indentedBreak));
+    m_out.print("         {}\n", toPrintable(finding, kIndentedBreak));
   }
   for (const std::string& action : step.actions) {
-    m_out.print("         -> {}\n", toPrintable(action, indentedBreak));
+    m_out.print("         -> {}\n", toPrintable(action, kIndentedBreak));
   }
   m_out.flush();
 }
@@ -91,7 +91,7 @@ void TextReporter::closeRun() {
     }
   }
   for (const std::string& trouble : m_record.troubles()) {
-    m_out.print("{}  {}\n", paint(tr("ERROR  "), yellow), toPrintable(trouble, indentedBreak));
+    m_out.print("{}  {}\n", paint(tr("ERROR  "), kYellow), toPrintable(trouble, kIndentedBreak));
   }
   const std::string summary = toText(m_record.sums());
   m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),

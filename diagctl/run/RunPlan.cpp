@@ -8,16 +8,16 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr unsigned long secondsOfDay = 24UL * 60 * 60;
-constexpr unsigned long unlimitedSeconds = 10 * 365 * secondsOfDay;
+constexpr unsigned long kSecondsOfDay = 24UL * 60 * 60;
+constexpr unsigned long kUnlimitedSeconds = 10 * 365 * kSecondsOfDay;
 
 const char* toText(Profile profile) {
   switch (profile) {
-    case Profile::quick:
+    case Profile::Quick:
       return "quick";
-    case Profile::standard:
+    case Profile::Standard:
       return "standard";
-    case Profile::extended:
+    case Profile::Extended:
       break;
   }
   return "extended";
@@ -29,18 +29,18 @@ int passesOf(const RunOptions& options) {
   if (options.passes) {
     return *options.passes;
   }
-  return options.profile == Profile::extended ? 3 : 1;
+  return options.profile == Profile::Extended ? 3 : 1;
 }
 
 bool isQuick(const RunOptions& options) {
-  return options.quick || options.profile == Profile::quick;
+  return options.quick || options.profile == Profile::Quick;
 }
 
 RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options) {
   RunPlan plan;
   plan.options = options;
   for (const SelectedPair& pair : pairs) {
-    if (pair.state == PairState::enabled) {
+    if (pair.state == PairState::Enabled) {
       plan.requests.push_back({pair, passesOf(options)});
     } else {
       plan.skipped.push_back(pair);
@@ -57,7 +57,7 @@ Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOpti
   settings.setHaltOnError(options.haltOnError);
   settings.setRequestedPassCount(request.passes);
   settings.setPassCount(1);
-  settings.setRunTime(options.secondsPerTest.value_or(unlimitedSeconds));
+  settings.setRunTime(options.secondsPerTest.value_or(kUnlimitedSeconds));
   if (!parameters.empty()) {
     settings.setParameterPointer(const_cast<char*>(parameters.c_str()));
   }

@@ -11,11 +11,11 @@
 
 namespace TarvexDiags::FrontEnd {
 
-enum class Profile { quick, standard, extended };
+enum class Profile { Quick, Standard, Extended };
 
 /// How the selected tests are run.
 struct RunOptions {
-  Profile profile = Profile::standard;
+  Profile profile = Profile::Standard;
   std::optional<int> passes;                    ///< overrides the profile's
   std::optional<unsigned long> secondsPerTest;  ///< limit on the passes of one test
   std::optional<unsigned long> totalSeconds;    ///< limit on the whole run

@@ -30,13 +30,13 @@ constexpr std::chrono::seconds kTick{1};
 Severity severityOf(Diag::DiagnosticEvent::EventType type) {
   switch (type) {
     case Diag::DiagnosticEvent::WARNING_EVENT:
-      return Severity::warning;
+      return Severity::Warning;
     case Diag::DiagnosticEvent::ERROR_EVENT:
-      return Severity::error;
+      return Severity::Error;
     case Diag::DiagnosticEvent::INFORMATION_EVENT:
       break;
   }
-  return Severity::information;
+  return Severity::Information;
 }
 
 // A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
@@ -177,7 +177,7 @@ void Runner::endAfterTotalTime(Clock::time_point begin) {
       Clock::now() - begin < std::chrono::seconds(*m_plan.options.totalSeconds)) {
     return;
   }
-  tell(RunMessage{Severity::warning, tr("The total time is used up: what still runs is ended.")});
+  tell(RunMessage{Severity::Warning, tr("The total time is used up: what still runs is ended.")});
   abortAll();
 }
 
@@ -194,9 +194,9 @@ void Runner::tellSkipped() {
     const std::string id = fmt::format("skipped-{}", ++number);
     tell(StepStarted{id, pair.package->name, pair.device->name, pair.test->name, hardwareIdOf(pair),
                      passesOf(m_plan.options)});
-    tell(StepMessage{id, Severity::information, pair.package->describe(*pair.device, *pair.test),
+    tell(StepMessage{id, Severity::Information, pair.package->describe(*pair.device, *pair.test),
                      ""});
-    tell(StepEnded{id, RunStatus::skip});
+    tell(StepEnded{id, RunStatus::Skip});
   }
 }
 
@@ -207,11 +207,11 @@ void Runner::tellMissingDevices() {
   }
   const std::string id = "devices";
   tell(StepStarted{id, "diagctl", tr("this machine"), tr("Expected devices"), "", 1});
-  tell(StepDiagnosis{id, Verdict::fail, "device-missing",
+  tell(StepDiagnosis{id, Verdict::Fail, "device-missing",
                      tr("{} devices were found, {} are expected.",
                         m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
                      tr("Compare \"diagctl list devices\" with what should be there."), "", 1});
-  tell(StepEnded{id, RunStatus::complete});
+  tell(StepEnded{id, RunStatus::Complete});
 }
 
 void Runner::queueAll() {
@@ -248,14 +248,14 @@ void Runner::queueAll() {
 void Runner::serveRequests() {
   Controller& controller = m_session.controller();
   if (m_requests.abortAll.exchange(false) && !m_isAborted) {
-    tell(RunMessage{Severity::warning, tr("Interrupted: what still runs is ended.")});
+    tell(RunMessage{Severity::Warning, tr("Interrupted: what still runs is ended.")});
     abortAll();
   }
   if (m_requests.suspendAll.exchange(false)) {
-    m_hold = Hold::suspended;
+    m_hold = Hold::Suspended;
   }
   if (m_requests.resumeAll.exchange(false)) {
-    m_hold = Hold::resumed;
+    m_hold = Hold::Resumed;
   }
   hold();
   const unsigned long number = m_requests.abortStep.exchange(0);
@@ -269,10 +269,10 @@ void Runner::serveRequests() {
 void Runner::hold() {
   Controller& controller = m_session.controller();
   for (Step& step : m_steps) {
-    if (step.hasEnded || m_hold == Hold::none) {
+    if (step.hasEnded || m_hold == Hold::None) {
       continue;
     }
-    const bool suspends = m_hold == Hold::suspended;
+    const bool suspends = m_hold == Hold::Suspended;
     const auto code =
         suspends ? controller.suspendTest(step.requestId) : controller.resumeTest(step.requestId);
     if (code == Controller::SUCCESS) {
@@ -284,7 +284,7 @@ void Runner::hold() {
 // A suspended test would never hear of the abort in some packages, so it is resumed first.
 void Runner::abortAll() {
   m_isAborted = true;
-  m_hold = Hold::none;
+  m_hold = Hold::None;
   Controller& controller = m_session.controller();
   for (Step& step : m_steps) {
     if (!step.hasEnded) {
@@ -393,7 +393,7 @@ void Runner::tellEvent(Step& step, const Diag::DiagnosticEvent& event) {
   }
   step.isNotPossible |= effect == Contract::RunEffect::NotPossible;
   const Severity severity = severityOf(event.getEventType());
-  if (severity == Severity::information) {
+  if (severity == Severity::Information) {
     tell(StepMessage{step.id, severity, text, ""});  // nothing is to be done about it
     return;
   }
@@ -426,7 +426,7 @@ Runner::Finding Runner::findingOf(Step& step, const Diag::DiagnosticResult& resu
 }
 
 void Runner::judge(Step& step, const Diag::DiagnosticResult& result) {
-  StepDiagnosis diagnosis{step.id, Verdict::pass,   "passed",      "",
+  StepDiagnosis diagnosis{step.id, Verdict::Pass,   "passed",      "",
                           "",      step.hardwareId, ++step.results};
   const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
   if (verdict == Diag::DiagnosticResult::PASSED) {
@@ -441,7 +441,7 @@ void Runner::judge(Step& step, const Diag::DiagnosticResult& result) {
   const Finding finding = findingOf(step, result);
   const bool isFailure = verdict == Diag::DiagnosticResult::FAILED;
   (isFailure ? step.hasFailed : step.hasWarning) = true;
-  diagnosis.verdict = isFailure ? Verdict::fail : Verdict::unknown;
+  diagnosis.verdict = isFailure ? Verdict::Fail : Verdict::Unknown;
   diagnosis.symptom = isFailure ? "failed" : "unusual-status";
   if (!finding.symptom.empty()) {
     diagnosis.symptom = finding.symptom;
@@ -557,13 +557,13 @@ void Runner::end(Step& step) {
                      tr("Look into the package's log.")});
   }
   if (step.isAborted && !step.hasFailed && !step.hasTrouble) {
-    tell(StepMessage{step.id, Severity::warning, tr("Aborted before its end."), ""});
+    tell(StepMessage{step.id, Severity::Warning, tr("Aborted before its end."), ""});
   }
-  RunStatus status = RunStatus::complete;
+  RunStatus status = RunStatus::Complete;
   if (step.hasTrouble) {
-    status = RunStatus::error;
+    status = RunStatus::Error;
   } else if ((step.isAborted || step.isNotPossible) && !step.hasFailed) {
-    status = RunStatus::skip;
+    status = RunStatus::Skip;
   }
   tell(StepEnded{step.id, status, step.isAborted});
 }
@@ -592,15 +592,15 @@ RunSummary Runner::summarise() const {
 
 RunEnded Runner::verdictOf(const RunSummary& summary) const {
   if (summary.failed > 0) {
-    return {RunStatus::complete, RunResult::fail};
+    return {RunStatus::Complete, RunResult::Fail};
   }
   if (summary.troubled > 0 || m_session.failedPackages() > 0) {
-    return {RunStatus::error, RunResult::notApplicable};
+    return {RunStatus::Error, RunResult::NotApplicable};
   }
   if (summary.aborted > 0 || summary.ran() == 0) {
-    return {RunStatus::skip, RunResult::notApplicable};
+    return {RunStatus::Skip, RunResult::NotApplicable};
   }
-  return {RunStatus::complete, RunResult::pass};
+  return {RunStatus::Complete, RunResult::Pass};
 }
 
 }  // namespace TarvexDiags::FrontEnd

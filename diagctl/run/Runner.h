@@ -34,7 +34,7 @@ class Runner {
 
  private:
   struct Step;
-  enum class Hold { none, suspended, resumed };
+  enum class Hold { None, Suspended, Resumed };
   struct Finding {
     std::string symptom;
     std::string text;
@@ -85,7 +85,7 @@ class Runner {
   std::deque<std::unique_ptr<Diag::DiagnosticResult>> m_results;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
   bool m_isAborted = false;
-  Hold m_hold = Hold::none;  // what a person wants of all requests
+  Hold m_hold = Hold::None;  // what a person wants of all requests
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -61,13 +61,13 @@ DeviceItem readDevice(Controller& controller, const Texts& texts, int package, i
 void readPairs(Controller& controller, PackageItem& package) {
   for (const DeviceItem& device : package.devices) {
     for (const TestItem& test : package.tests) {
-      package.pairs[{device.id, test.id}] = PairState::unsupported;
+      package.pairs[{device.id, test.id}] = PairState::Unsupported;
     }
     const std::string what = tr("reading the tests of {}", device.name);
     for (const int test : idsOf(what, [&](auto*& ids) {
            return controller.getValidTestIdList(package.index, device.id, ids);
          })) {
-      package.pairs[{device.id, test}] = PairState::enabled;
+      package.pairs[{device.id, test}] = PairState::Enabled;
     }
   }
   for (const TestItem& test : package.tests) {
@@ -76,7 +76,7 @@ void readPairs(Controller& controller, PackageItem& package) {
            return controller.getDisableDeviceList(package.index, static_cast<unsigned int>(test.id),
                                                   ids);
          })) {
-      package.pairs[{static_cast<unsigned int>(device), test.id}] = PairState::disabled;
+      package.pairs[{static_cast<unsigned int>(device), test.id}] = PairState::Disabled;
     }
   }
 }
@@ -118,17 +118,17 @@ std::vector<std::string> readDisabledPackages(Controller& controller) {
 
 PairState PackageItem::stateOf(const DeviceItem& device, const TestItem& test) const {
   const auto entry = pairs.find({device.id, test.id});
-  return entry != pairs.end() ? entry->second : PairState::unsupported;
+  return entry != pairs.end() ? entry->second : PairState::Unsupported;
 }
 
 std::string PackageItem::describe(const DeviceItem& device, const TestItem& test) const {
   const auto reason = reasons.find({device.id, test.id});
   switch (stateOf(device, test)) {
-    case PairState::enabled:
+    case PairState::Enabled:
       return tr("enabled");
-    case PairState::disabled:
+    case PairState::Disabled:
       return tr("disabled by the package's configuration");
-    case PairState::unsupported:
+    case PairState::Unsupported:
       break;
   }
   return reason != reasons.end() ? tr("not supported: {}", reason->second) : tr("not supported");

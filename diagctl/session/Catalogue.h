@@ -10,7 +10,7 @@
 namespace TarvexDiags::FrontEnd {
 
 /// Whether a test can run on a device.
-enum class PairState { enabled, disabled, unsupported };
+enum class PairState { Enabled, Disabled, Unsupported };
 
 struct TestItem {
   int id = 0;

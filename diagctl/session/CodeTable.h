@@ -10,7 +10,7 @@ namespace TarvexDiags::FrontEnd {
 /// What a number of the controller means: as the result of a call, as the code of a controller
 /// event, or both. The two enumerations agree through 31 and go apart from 32 on.
 struct CodeEntry {
-  enum class Severity { success, information, warning, error };
+  enum class Severity { Success, Information, Warning, Error };
   /// What a run makes of the event about one of its requests.
   enum class Effect {
     Trouble,  ///< the step has no verdict, unless the hardware was found at fault

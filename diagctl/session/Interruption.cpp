@@ -23,7 +23,7 @@ char directoryToRemove[PATH_MAX] = "";
 // A handler may call little: a shell, which takes the place of this process, may do anything.
 [[noreturn]] void leave(int number) {
   Keyboard::restoreTerminal();
-  const int code = ExitCode::signalBase + number;
+  const int code = ExitCode::kSignalBase + number;
   if (directoryToRemove[0] != '\0') {
     const char text[] = {static_cast<char>('0' + code / 100),
                          static_cast<char>('0' + code / 10 % 10),

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-enum class Place { itself, above };
+enum class Place { Itself, Above };
 
 // What others own they can change or put something else in place of, a symbolic link included. A
 // sticky directory keeps safe what root owns in it; one that is itself to be read is not kept from
@@ -37,16 +37,16 @@ void inspect(const fs::path& path, Place place, std::vector<std::string>& findin
     }
   }
   const bool isSticky = S_ISDIR(info.st_mode) && (info.st_mode & S_ISVTX) != 0;
-  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (!isSticky || place == Place::itself)) {
+  if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (!isSticky || place == Place::Itself)) {
     findings.push_back(tr("{}: may be written by others (mode {:o})", path.string(),
                           static_cast<unsigned int>(info.st_mode & 07777U)));
   }
 }
 
 void inspectUpwards(const fs::path& path, std::vector<std::string>& findings) {
-  inspect(path, Place::itself, findings);
+  inspect(path, Place::Itself, findings);
   for (fs::path part = path; part != part.root_path(); part = part.parent_path()) {
-    inspect(part.parent_path(), Place::above, findings);
+    inspect(part.parent_path(), Place::Above, findings);
   }
 }
 

@@ -25,7 +25,7 @@ struct SelectedPair {
   const PackageItem* package = nullptr;
   const DeviceItem* device = nullptr;
   const TestItem* test = nullptr;
-  PairState state = PairState::unsupported;
+  PairState state = PairState::Unsupported;
 };
 
 /// The pairs that match, in the order of the catalogue. The items stay the catalogue's.

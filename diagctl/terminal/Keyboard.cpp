@@ -9,7 +9,7 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr int pollMilliseconds = 100;
+constexpr int kPollMilliseconds = 100;
 
 termios oldSettings{};
 std::atomic<bool> isChanged{false};
@@ -51,7 +51,7 @@ void Keyboard::run() {
   while (m_isWanted) {
     pollfd input{STDIN_FILENO, POLLIN, 0};
     char key = 0;
-    if (poll(&input, 1, pollMilliseconds) > 0 && (input.revents & POLLIN) != 0 &&
+    if (poll(&input, 1, kPollMilliseconds) > 0 && (input.revents & POLLIN) != 0 &&
         read(STDIN_FILENO, &key, 1) == 1) {
       m_onKey(key);
     } else if ((input.revents & (POLLHUP | POLLERR)) != 0) {

@@ -44,7 +44,7 @@ std::string stemOf(const std::string& file) {
 }
 
 // Lies in the package's own shared object, as the kit is linked into it.
-const char anchor = 0;
+const char kAnchor = 0;
 
 }  // namespace
 
@@ -53,7 +53,7 @@ Module& Module::instance() {
   return module;
 }
 
-Module::Module() : m_packageFile(objectWith(&anchor)) {}
+Module::Module() : m_packageFile(objectWith(&kAnchor)) {}
 
 Module::~Module() {
   forgetHung();
@@ -131,14 +131,14 @@ std::string Module::findWorker() const {
   if (const auto configured = Settings(m_configFile).package(kWorkerPath.key())) {
     return *configured;
   }
-  static const char name[] = "/tarvex-package-worker";
+  static const char kName[] = "/tarvex-package-worker";
   const std::string framework =
       directoryOf(objectWith(reinterpret_cast<const void*>(&System::SysUtil::getOs)));
   const std::string candidates[] = {
-      directoryOf(packageFile()) + name,
-      framework + "/packages" + name,
-      framework + "/" TARVEX_LIBEXEC_FROM_LIB + name,
-      TARVEX_LIBEXEC_DIR + std::string(name),
+      directoryOf(packageFile()) + kName,
+      framework + "/packages" + kName,
+      framework + "/" TARVEX_LIBEXEC_FROM_LIB + kName,
+      TARVEX_LIBEXEC_DIR + std::string(kName),
   };
   const auto* const found =
       std::find_if(std::begin(candidates), std::end(candidates),

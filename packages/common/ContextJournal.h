@@ -15,22 +15,22 @@ namespace TarvexDiags::Common {
 class ContextJournal : public RunJournal {
  public:
   /// Codes of the events that close a test: each with the device's name and a count.
-  static constexpr unsigned int unusualCode = 100;
-  static constexpr unsigned int failedCode = 200;
+  static constexpr unsigned int kUnusualCode = 100;
+  static constexpr unsigned int kFailedCode = 200;
 
   ContextJournal(PackageKit::TestContext& context, std::string device)
       : m_context(context), m_device(std::move(device)) {}
 
   void report(Severity severity, unsigned int code, std::vector<std::string> parameters) override {
     switch (severity) {
-      case Severity::information:
+      case Severity::Information:
         m_context.information(code, std::move(parameters));
         break;
-      case Severity::warning:
+      case Severity::Warning:
         ++m_warnings;
         m_context.warning(code, std::move(parameters));
         break;
-      case Severity::error:
+      case Severity::Error:
         ++m_errors;
         m_context.error(code, std::move(parameters));
         break;
@@ -50,10 +50,10 @@ class ContextJournal : public RunJournal {
   /// @brief An error means failed, a warning that there is no verdict.
   PackageKit::Verdict verdict() const {
     if (m_errors > 0) {
-      return PackageKit::failed(failedCode, {m_device, std::to_string(m_errors)});
+      return PackageKit::failed(kFailedCode, {m_device, std::to_string(m_errors)});
     }
     if (m_warnings > 0) {
-      return PackageKit::unusual(unusualCode, {m_device, std::to_string(m_warnings)});
+      return PackageKit::unusual(kUnusualCode, {m_device, std::to_string(m_warnings)});
     }
     return PackageKit::passed();
   }

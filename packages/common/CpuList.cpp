@@ -12,12 +12,12 @@ namespace TarvexDiags::Common {
 namespace {
 
 // More CPUs than any kernel of today is built for; a list beyond it is no list.
-constexpr int maximumCpus = 1 << 16;
+constexpr int kMaximumCpus = 1 << 16;
 
 bool parseNumber(std::string_view text, int& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   return error == std::errc() && end == text.data() + text.size() && number >= 0 &&
-         number < maximumCpus;
+         number < kMaximumCpus;
 }
 
 void appendRange(std::string_view range, std::vector<int>& numbers) {
@@ -72,12 +72,12 @@ std::vector<int> parseCpuList(std::string_view text) {
 }
 
 std::vector<int> allowedCpus() {
-  CpuSet set(maximumCpus);
+  CpuSet set(kMaximumCpus);
   std::vector<int> numbers;
   if (sched_getaffinity(0, set.size(), set.get()) != 0) {
     return numbers;
   }
-  for (int cpu = 0; cpu < maximumCpus; ++cpu) {
+  for (int cpu = 0; cpu < kMaximumCpus; ++cpu) {
     if (CPU_ISSET_S(static_cast<std::size_t>(cpu), set.size(), set.get())) {
       numbers.push_back(cpu);
     }
@@ -90,9 +90,9 @@ bool pinThisThread(int cpu) {
 }
 
 bool allowThisThread(const std::vector<int>& cpus) {
-  CpuSet set(maximumCpus);
+  CpuSet set(kMaximumCpus);
   for (const int cpu : cpus) {
-    if (cpu < 0 || cpu >= maximumCpus) {
+    if (cpu < 0 || cpu >= kMaximumCpus) {
       return false;
     }
     CPU_SET_S(static_cast<std::size_t>(cpu), set.size(), set.get());

@@ -8,14 +8,14 @@
 namespace TarvexDiags::Common {
 
 ///  @brief What an event says about the hardware; decides the verdict of the test that reports it.
-enum class Severity { information, warning, error };
+enum class Severity { Information, Warning, Error };
 
 /// @brief How the packages number their events: below 100, from 100 on, from 200 on.
 constexpr Severity severityOfCode(unsigned int code) {
   if (code < 100) {
-    return Severity::information;
+    return Severity::Information;
   }
-  return code < 200 ? Severity::warning : Severity::error;
+  return code < 200 ? Severity::Warning : Severity::Error;
 }
 
 /// @brief Where a test's engine tells what it sees and learns whether to go on. The engines know

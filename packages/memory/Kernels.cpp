@@ -5,9 +5,9 @@ namespace TarvexDiags::Memory {
 std::vector<const Kernels*> supportedKernels() {
   std::vector<const Kernels*> kernels;
   for (const Kernels* candidate : {
-         &portableKernels,
+         &kPortableKernels,
 #if defined(__x86_64__)
-             &sse2Kernels, &avx2Kernels, &avx512Kernels,
+             &kSse2Kernels, &kAvx2Kernels, &kAvx512Kernels,
 #endif
        }) {
     if (candidate->supported()) {

@@ -11,7 +11,7 @@ namespace TarvexDiags::Memory {
 
 /// @brief The line as a kernel read it when it differed from what was expected.
 struct FoundLine {
-  alignas(lineBytes) std::array<std::uint64_t, wordsInLine> words;
+  alignas(kLineBytes) std::array<std::uint64_t, kWordsInLine> words;
 };
 
 /// @brief The loops that touch the tested memory, for one kind of vector unit.
@@ -35,11 +35,11 @@ struct Kernels {
   void (*orderStores)();
 };
 
-extern const Kernels portableKernels;
+extern const Kernels kPortableKernels;
 #if defined(__x86_64__)
-extern const Kernels sse2Kernels;
-extern const Kernels avx2Kernels;
-extern const Kernels avx512Kernels;
+extern const Kernels kSse2Kernels;
+extern const Kernels kAvx2Kernels;
+extern const Kernels kAvx512Kernels;
 #endif
 
 /// @brief The kernels that this processor can run, the portable ones first and the widest last.

@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels avx2Kernels = {"avx2", supported, fill, verify, march, copy, orderStores};
+const Kernels kAvx2Kernels = {"avx2", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels avx512Kernels = {"avx512", supported, fill, verify, march, copy, orderStores};
+const Kernels kAvx512Kernels = {"avx512", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -26,6 +26,6 @@ bool supported() {
 
 }  // namespace
 
-const Kernels portableKernels = {"portable", supported, fill, verify, march, copy, orderStores};
+const Kernels kPortableKernels = {"portable", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory

@@ -33,7 +33,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels sse2Kernels = {"sse2", supported, fill, verify, march, copy, orderStores};
+const Kernels kSse2Kernels = {"sse2", supported, fill, verify, march, copy, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -16,8 +16,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Order = Sweep::Order;
 
-constexpr std::uint64_t inEveryByte = 0x0101010101010101U;
-constexpr std::uint64_t alternating = 0x5555555555555555U;
+constexpr std::uint64_t kInEveryByte = 0x0101010101010101U;
+constexpr std::uint64_t kAlternating = 0x5555555555555555U;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -43,7 +43,7 @@ std::vector<Pattern> repeated(const std::vector<Pattern>& patterns, int rounds) 
 std::vector<std::uint64_t*> probesOf(const Region& region) {
   auto* const first = reinterpret_cast<std::uint64_t*>(region.data());
   std::vector<std::uint64_t*> probes{first};
-  for (std::size_t words = 1; words < region.blocks() * wordsInBlock; words *= 2) {
+  for (std::size_t words = 1; words < region.blocks() * kWordsInBlock; words *= 2) {
     probes.push_back(first + words);
   }
   return probes;
@@ -78,8 +78,8 @@ void probeAddressLines(Sweeper& sweeper, std::uint64_t background) {
 }
 
 bool addressLines(Sweeper& sweeper, const TestOptions& options) {
-  probeAddressLines(sweeper, alternating);
-  probeAddressLines(sweeper, ~alternating);
+  probeAddressLines(sweeper, kAlternating);
+  probeAddressLines(sweeper, ~kAlternating);
   const auto patterns =
       repeated({Pattern::ownAddress(false), Pattern::ownAddress(true)}, options.rounds);
   return runAll(sweeper, marchThrough(patterns));
@@ -92,7 +92,7 @@ bool addressLines(Sweeper& sweeper, const TestOptions& options) {
 bool walking(Sweeper& sweeper, const TestOptions& options, bool zeros) {
   std::vector<Pattern> patterns;
   for (int bit = 0; bit < (options.quick ? 8 : 64); ++bit) {
-    const std::uint64_t ones = (options.quick ? inEveryByte : 1) << bit;
+    const std::uint64_t ones = (options.quick ? kInEveryByte : 1) << bit;
     patterns.push_back(Pattern::constant(zeros ? ~ones : ones));
   }
   return runAll(sweeper, marchThrough(repeated(patterns, options.rounds)));
@@ -107,7 +107,7 @@ bool walkingZeros(Sweeper& sweeper, const TestOptions& options) {
 }
 
 bool movingInversions(Sweeper& sweeper, const TestOptions& options) {
-  std::vector<std::uint64_t> words = {0, alternating};
+  std::vector<std::uint64_t> words = {0, kAlternating};
   if (!options.quick) {
     words.insert(words.end(), {0x3333333333333333U, 0x0f0f0f0f0f0f0f0fU, 0x00ff00ff00ff00ffU,
                                0x0000ffff0000ffffU, 0x00000000ffffffffU});
@@ -136,8 +136,8 @@ bool moduloX(Sweeper& sweeper, const TestOptions& options) {
   // In a quick test a few offsets, which meet every place in a line all the same.
   const std::size_t step = options.quick ? 7 : 1;
   std::vector<Pattern> patterns;
-  for (const std::uint64_t word : {alternating, ~alternating, std::uint64_t{0}}) {
-    for (std::size_t offset = 0; offset < Pattern::moduloDistance; offset += step) {
+  for (const std::uint64_t word : {kAlternating, ~kAlternating, std::uint64_t{0}}) {
+    for (std::size_t offset = 0; offset < Pattern::kModuloDistance; offset += step) {
       patterns.push_back(Pattern::modulo(word, offset));
     }
   }
@@ -162,7 +162,7 @@ class BlockMover {
            walk(&BlockMover::moveDown) && told() && walk(&BlockMover::verify);
   }
 
-  static constexpr std::size_t walks = 4;
+  static constexpr std::size_t kWalks = 4;
 
  private:
   using Step = void (BlockMover::*)(std::size_t first, std::size_t half, std::size_t count);
@@ -170,7 +170,7 @@ class BlockMover {
   bool walk(Step step) {
     return m_sweeper.forEachSlice(Order::Rising, [&](std::size_t slice) {
       const std::size_t count = m_region.blocksOfSlice(slice);
-      (this->*step)(slice * Region::blocksInSlice, count / 2, count);
+      (this->*step)(slice * Region::kBlocksInSlice, count / 2, count);
     });
   }
 
@@ -220,7 +220,7 @@ class BlockMover {
 
 bool blockMove(Sweeper& sweeper, const TestOptions& options) {
   const int rounds = (options.quick ? 1 : 4) * options.rounds;
-  sweeper.expectWalks(static_cast<std::size_t>(rounds) * BlockMover::walks);
+  sweeper.expectWalks(static_cast<std::size_t>(rounds) * BlockMover::kWalks);
   for (int round = 0; round < rounds; ++round) {
     if (!BlockMover(sweeper, options.seed + static_cast<std::uint64_t>(round)).run()) {
       return false;
@@ -271,9 +271,9 @@ bool bandwidthStress(Sweeper& sweeper, const TestOptions& options) {
 using TestBody = bool (*)(Sweeper&, const TestOptions&);
 
 // In the order of TestNumber.
-constexpr std::array<TestBody, 9> testBodies = {addressLines,     walkingOnes,    walkingZeros,
-                                                movingInversions, randomPatterns, blockMove,
-                                                moduloX,          bitFade,        bandwidthStress};
+constexpr std::array<TestBody, 9> kTestBodies = {addressLines,     walkingOnes,    walkingZeros,
+                                                 movingInversions, randomPatterns, blockMove,
+                                                 moduloX,          bitFade,        bandwidthStress};
 
 }  // namespace
 
@@ -299,7 +299,7 @@ TestReport runTest(TestNumber number, Sweeper& sweeper, const TestOptions& optio
   const auto start = Clock::now();
   const std::uint64_t miscompares = sweeper.miscompares();
   const std::uint64_t bytes = sweeper.bytesVerified();
-  const bool completed = testBodies.at(static_cast<std::size_t>(number) - 1)(sweeper, options);
+  const bool completed = kTestBodies.at(static_cast<std::size_t>(number) - 1)(sweeper, options);
   return {completed, sweeper.miscompares() - miscompares, sweeper.bytesVerified() - bytes,
           secondsSince(start)};
 }

@@ -28,10 +28,10 @@ using PackageKit::Settings;
 using PackageKit::Support;
 using PackageKit::TestContext;
 
-constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 
 // Less than this is no test: it would stay in the caches.
-constexpr std::uint64_t leastMegabytes = 1;
+constexpr std::uint64_t kLeastMegabytes = 1;
 
 // --- Devices and settings
 // --------------------------------------------------------------------------
@@ -65,8 +65,8 @@ std::uint64_t figure(const Settings& settings, int test, bool quick, const std::
 }
 
 SizeLimits limitsOf(const Settings& settings, int test, bool quick) {
-  return {figure(settings, test, quick, "MaximumMegabytes", 0) * mebibyte,
-          figure(settings, test, quick, "MarginMegabytes", 512) * mebibyte,
+  return {figure(settings, test, quick, "MaximumMegabytes", 0) * kMebibyte,
+          figure(settings, test, quick, "MarginMegabytes", 512) * kMebibyte,
           static_cast<unsigned int>(
               std::min<std::uint64_t>(figure(settings, test, quick, "MarginPercent", 20), 100))};
 }
@@ -102,7 +102,7 @@ std::unique_ptr<Workbench>& keptWorkbench() {
 }
 
 std::string megabytes(std::uint64_t bytes) {
-  return std::to_string(bytes / mebibyte);
+  return std::to_string(bytes / kMebibyte);
 }
 
 /// @return null when there is too little memory, which was then reported
@@ -115,13 +115,13 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   if (!available) {
     throw Common::NotSupported("The kernel does not tell how much memory is available");
   }
-  const std::uint64_t bytes = testedBytes(*available + held, limits) / blockBytes * blockBytes;
-  if (bytes < leastMegabytes * mebibyte) {
+  const std::uint64_t bytes = testedBytes(*available + held, limits) / kBlockBytes * kBlockBytes;
+  if (bytes < kLeastMegabytes * kMebibyte) {
     journal.report(
         TooLittleMemory,
         {context.device().name, megabytes(*available + held),
          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
-             std::to_string(leastMegabytes)});
+             std::to_string(kLeastMegabytes)});
     return nullptr;
   }
   // A little less than could be had now is no reason to map and populate anew.
@@ -253,7 +253,7 @@ void reportResult(TestContext& context, const TestReport& report, RunJournal& jo
 
 // How often each test goes through the memory, and back; what it takes with it besides. In the
 // order of TestNumber.
-constexpr int walksOfTests[] = {3, 65, 65, 25, 9, 16, 180, 4, 2};
+constexpr int kWalksOfTests[] = {3, 65, 65, 25, 9, 16, 180, 4, 2};
 
 }  // namespace
 
@@ -306,7 +306,7 @@ int NodeDiagnostic::estimate(const Device& device, const Environment& environmen
   // By a cautious guess of what two cores verify in a second; populating costs as much as five
   // walks.
   constexpr double bytesPerSecond = 5e9;
-  const double walks = walksOfTests[test - 1] + 5;
+  const double walks = kWalksOfTests[test - 1] + 5;
   const std::uint64_t rounds = figure(environment.settings, test, false, "Rounds", 1);
   double seconds =
       static_cast<double>(bytes) * walks / bytesPerSecond * static_cast<double>(rounds);

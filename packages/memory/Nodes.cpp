@@ -15,10 +15,10 @@ namespace {
 
 using Common::SystemFiles;
 
-const std::filesystem::path nodesFolder = "sys/devices/system/node";
+const std::filesystem::path kNodesFolder = "sys/devices/system/node";
 
 std::filesystem::path folderOf(int node) {
-  return nodesFolder / ("node" + std::to_string(node));
+  return kNodesFolder / ("node" + std::to_string(node));
 }
 
 /// The bytes of a line "<anything>name:   123 kB".
@@ -90,7 +90,7 @@ std::string Node::tagComponent() const {
 
 std::vector<Node> findNodes(const SystemFiles& files) {
   std::vector<Node> nodes;
-  for (const int number : files.numberedEntries(nodesFolder, "node")) {
+  for (const int number : files.numberedEntries(kNodesFolder, "node")) {
     const std::string memory = files.text(folderOf(number) / "meminfo").value_or("");
     Node node;
     node.number = number;

@@ -26,14 +26,15 @@ Pattern Pattern::constant(std::uint64_t word) {
 }
 
 Pattern Pattern::modulo(std::uint64_t word, std::size_t offset) {
-  Pattern pattern(Kind::Periodic, hexadecimal(word) + " at each " + std::to_string(moduloDistance) +
-                                      "th word from " + std::to_string(offset));
-  pattern.m_periodLines = maximumLines;
+  Pattern pattern(Kind::Periodic, hexadecimal(word) + " at each " +
+                                      std::to_string(kModuloDistance) + "th word from " +
+                                      std::to_string(offset));
+  pattern.m_periodLines = kMaximumLines;
   pattern.m_moduloOffset = offset;
   for (std::size_t index = 0; index < pattern.m_lines.size(); ++index) {
-    pattern.m_lines[index] = index % moduloDistance == offset ? word : ~word;
+    pattern.m_lines[index] = index % kModuloDistance == offset ? word : ~word;
   }
-  static_assert(maximumLines * wordsInLine % moduloDistance == 0);
+  static_assert(kMaximumLines * kWordsInLine % kModuloDistance == 0);
   return pattern;
 }
 
@@ -49,9 +50,9 @@ Pattern Pattern::ownAddress(bool inverted) {
   return pattern;
 }
 
-std::array<std::uint64_t, wordsInLine> Pattern::randomColumns(const Block& block) const {
+std::array<std::uint64_t, kWordsInLine> Pattern::randomColumns(const Block& block) const {
   Common::RandomSequence sequence(m_seed ^ Common::mixed(block.index));
-  std::array<std::uint64_t, wordsInLine> columns{};
+  std::array<std::uint64_t, kWordsInLine> columns{};
   for (std::uint64_t& column : columns) {
     // 0 is the one state that never changes.
     column = sequence.next() | 1;
@@ -60,15 +61,15 @@ std::array<std::uint64_t, wordsInLine> Pattern::randomColumns(const Block& block
 }
 
 std::vector<std::uint64_t> Pattern::expectedWords(const Block& block) const {
-  std::vector<std::uint64_t> words(wordsInBlock);
+  std::vector<std::uint64_t> words(kWordsInBlock);
   auto columns = randomColumns(block);
-  const std::size_t first = firstLine(block) * wordsInLine;
+  const std::size_t first = firstLine(block) * kWordsInLine;
   const auto address = reinterpret_cast<std::uintptr_t>(block.data);
   for (std::size_t index = 0; index < words.size(); ++index) {
-    std::uint64_t& column = columns[index % wordsInLine];
+    std::uint64_t& column = columns[index % kWordsInLine];
     switch (m_kind) {
       case Kind::Periodic:
-        words[index] = m_lines[(first + index) % (m_periodLines * wordsInLine)];
+        words[index] = m_lines[(first + index) % (m_periodLines * kWordsInLine)];
         break;
       case Kind::Random:
         words[index] = column = nextRandom(column);

@@ -9,14 +9,14 @@
 namespace TarvexDiags::Memory {
 
 /// What a cache holds as one piece, and what the kernels compare at once.
-constexpr std::size_t lineBytes = 64;
-constexpr std::size_t wordsInLine = lineBytes / sizeof(std::uint64_t);
+constexpr std::size_t kLineBytes = 64;
+constexpr std::size_t kWordsInLine = kLineBytes / sizeof(std::uint64_t);
 
 /// The piece of memory for which a kernel is called; patterns are defined block by block, so that
 /// any thread can begin at any block.
-constexpr std::size_t blockBytes = 64 * 1024;
-constexpr std::size_t linesInBlock = blockBytes / lineBytes;
-constexpr std::size_t wordsInBlock = blockBytes / sizeof(std::uint64_t);
+constexpr std::size_t kBlockBytes = 64 * 1024;
+constexpr std::size_t kLinesInBlock = kBlockBytes / kLineBytes;
+constexpr std::size_t kWordsInBlock = kBlockBytes / sizeof(std::uint64_t);
 
 ///  @brief A block of the tested memory: where it lies, and its number, which random values follow.
 struct Block {
@@ -36,10 +36,10 @@ class Pattern {
   };
 
   /// After so many lines a period of any length up to 40 words that divides them has come round.
-  static constexpr std::size_t maximumLines = 5;
+  static constexpr std::size_t kMaximumLines = 5;
   /// Distance of the marked words of a modulo pattern: no power of two, so that marks wander
   /// through lines, rows and channels.
-  static constexpr std::size_t moduloDistance = 20;
+  static constexpr std::size_t kModuloDistance = 20;
 
   /// @brief Every word the same.
   static Pattern constant(std::uint64_t word);
@@ -62,7 +62,7 @@ class Pattern {
   std::size_t periodLines() const { return m_periodLines; }
   /// @brief The line of the period with which a block begins.
   std::size_t firstLine(const Block& block) const {
-    return static_cast<std::size_t>((block.index * linesInBlock) % m_periodLines);
+    return static_cast<std::size_t>((block.index * kLinesInBlock) % m_periodLines);
   }
 
   std::uint64_t seed() const { return m_seed; }
@@ -74,7 +74,7 @@ class Pattern {
   /// @brief The states from which the eight random columns of a block begin, never 0.
   ///
   /// Word w of line l is column w's state after l + 1 steps of nextRandom.
-  std::array<std::uint64_t, wordsInLine> randomColumns(const Block& block) const;
+  std::array<std::uint64_t, kWordsInLine> randomColumns(const Block& block) const;
 
   ///  @brief What the block should hold, word by word: the plain form that kernels are held
   ///  against.
@@ -83,7 +83,7 @@ class Pattern {
  private:
   Pattern(Kind kind, std::string name);
 
-  alignas(lineBytes) std::array<std::uint64_t, maximumLines * wordsInLine> m_lines{};
+  alignas(kLineBytes) std::array<std::uint64_t, kMaximumLines * kWordsInLine> m_lines{};
   std::size_t m_periodLines = 1;
   std::size_t m_moduloOffset = 0;
   std::uint64_t m_seed = 0;

@@ -15,11 +15,11 @@ namespace TarvexDiags::Memory {
 
 namespace {
 
-constexpr std::size_t hugePageBytes = Region::blocksInSlice * blockBytes;
+constexpr std::size_t kHugePageBytes = Region::kBlocksInSlice * kBlockBytes;
 
 // Since Linux 5.14; the C library's headers of today may not know it.
-constexpr int adviceToPopulate = 23;
-constexpr int policyBind = 2;
+constexpr int kAdviceToPopulate = 23;
+constexpr int kPolicyBind = 2;
 
 std::string failure(const std::string& what) {
   return what + ": " + std::strerror(errno);
@@ -36,9 +36,9 @@ void touchPages(std::byte* data, std::size_t bytes) {
 
 std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
                                     const std::function<bool()>& giveUp, std::string& reason) {
-  bytes = std::max(bytes / blockBytes, std::size_t{1}) * blockBytes;
+  bytes = std::max(bytes / kBlockBytes, std::size_t{1}) * kBlockBytes;
   // Room to begin at the border of a huge page.
-  const std::size_t mappedBytes = bytes + hugePageBytes;
+  const std::size_t mappedBytes = bytes + kHugePageBytes;
   void* mapping =
       mmap(nullptr, mappedBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapping == MAP_FAILED) {
@@ -58,9 +58,9 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
 }
 
 Region::Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes)
-    : m_mapping(mapping), m_mappedBytes(mappedBytes), m_blocks(bytes / blockBytes) {
+    : m_mapping(mapping), m_mappedBytes(mappedBytes), m_blocks(bytes / kBlockBytes) {
   const auto address = reinterpret_cast<std::uintptr_t>(mapping);
-  m_data = mapping + (hugePageBytes - address % hugePageBytes) % hugePageBytes;
+  m_data = mapping + (kHugePageBytes - address % kHugePageBytes) % kHugePageBytes;
 }
 
 Region::~Region() {
@@ -68,7 +68,7 @@ Region::~Region() {
 }
 
 std::size_t Region::blocksOfSlice(std::size_t slice) const {
-  return std::min(blocksInSlice, m_blocks - slice * blocksInSlice);
+  return std::min(kBlocksInSlice, m_blocks - slice * kBlocksInSlice);
 }
 
 void Region::bindTo(int node) {
@@ -77,7 +77,7 @@ void Region::bindTo(int node) {
   std::vector<unsigned long> mask(number / bitsInWord + 1);
   mask.back() = 1UL << number % bitsInWord;
   // The kernel reads one bit less than it is told.
-  if (syscall(SYS_mbind, m_data, bytes(), policyBind, mask.data(), mask.size() * bitsInWord + 1,
+  if (syscall(SYS_mbind, m_data, bytes(), kPolicyBind, mask.data(), mask.size() * bitsInWord + 1,
               0U) != 0) {
     m_remarks.push_back(failure("The memory could not be bound to node " + std::to_string(node)));
   }
@@ -87,9 +87,9 @@ void Region::populate(Team& team, const std::function<bool()>& giveUp) {
   std::atomic<std::size_t> nextSlice{0};
   team.onAll([&] {
     for (std::size_t slice = nextSlice++; slice < slices() && !giveUp(); slice = nextSlice++) {
-      std::byte* const data = m_data + slice * hugePageBytes;
-      const std::size_t size = blocksOfSlice(slice) * blockBytes;
-      if (madvise(data, size, adviceToPopulate) != 0) {
+      std::byte* const data = m_data + slice * kHugePageBytes;
+      const std::size_t size = blocksOfSlice(slice) * kBlockBytes;
+      if (madvise(data, size, kAdviceToPopulate) != 0) {
         touchPages(data, size);
       }
     }
@@ -105,9 +105,10 @@ void Region::lock() {
   rlimit limit{};
   getrlimit(RLIMIT_MEMLOCK, &limit);
   const std::size_t allowed =
-      std::min<std::size_t>(limit.rlim_cur, bytes()) / blockBytes * blockBytes;
+      std::min<std::size_t>(limit.rlim_cur, bytes()) / kBlockBytes * kBlockBytes;
   // Others of this process may have locked some already: try less and less.
-  for (std::size_t size = allowed; size >= blockBytes; size = size / 2 / blockBytes * blockBytes) {
+  for (std::size_t size = allowed; size >= kBlockBytes;
+       size = size / 2 / kBlockBytes * kBlockBytes) {
     if (mlock(m_data, size) == 0) {
       m_lockedBytes = size;
       break;

@@ -17,7 +17,7 @@ namespace TarvexDiags::Memory {
 class Region {
  public:
   /// What a thread takes at a time: a huge page.
-  static constexpr std::size_t blocksInSlice = 32;
+  static constexpr std::size_t kBlocksInSlice = 32;
 
   /// @brief Maps, populates and locks.
   ///
@@ -33,11 +33,11 @@ class Region {
   Region& operator=(const Region&) = delete;
 
   std::byte* data() const { return m_data; }
-  std::size_t bytes() const { return m_blocks * blockBytes; }
+  std::size_t bytes() const { return m_blocks * kBlockBytes; }
   std::size_t blocks() const { return m_blocks; }
-  std::size_t slices() const { return (m_blocks + blocksInSlice - 1) / blocksInSlice; }
+  std::size_t slices() const { return (m_blocks + kBlocksInSlice - 1) / kBlocksInSlice; }
   std::size_t blocksOfSlice(std::size_t slice) const;
-  Block block(std::size_t index) const { return {m_data + index * blockBytes, index}; }
+  Block block(std::size_t index) const { return {m_data + index * kBlockBytes, index}; }
 
   std::size_t lockedBytes() const { return m_lockedBytes; }
 

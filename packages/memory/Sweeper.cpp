@@ -12,15 +12,15 @@ namespace {
 void scatter(const Block& block, const Pattern& pattern) {
   auto* const words = reinterpret_cast<std::uint64_t*>(block.data);
   const std::uint64_t* const lines = pattern.lines();
-  const std::size_t period = pattern.periodLines() * wordsInLine;
-  const std::size_t first = pattern.firstLine(block) * wordsInLine;
-  const std::size_t distance = Pattern::moduloDistance;
+  const std::size_t period = pattern.periodLines() * kWordsInLine;
+  const std::size_t first = pattern.firstLine(block) * kWordsInLine;
+  const std::size_t distance = Pattern::kModuloDistance;
   const std::size_t mark = (pattern.moduloOffset() + distance - first % distance) % distance;
-  for (std::size_t index = mark; index < wordsInBlock; index += distance) {
+  for (std::size_t index = mark; index < kWordsInBlock; index += distance) {
     writeWord(words + index, lines[(first + index) % period]);
   }
   for (int round = 0; round < 2; ++round) {
-    for (std::size_t index = 0; index < wordsInBlock; ++index) {
+    for (std::size_t index = 0; index < kWordsInBlock; ++index) {
       if (index % distance != mark) {
         writeWord(words + index, lines[(first + index) % period]);
       }
@@ -40,7 +40,7 @@ void Sweeper::expectWalks(std::size_t walks) {
 }
 
 bool Sweeper::stopped() const {
-  return m_miscompares >= maximumCounted || m_observer.stopRequested();
+  return m_miscompares >= kMaximumCounted || m_observer.stopRequested();
 }
 
 void Sweeper::tellWritten() {
@@ -55,7 +55,7 @@ bool Sweeper::run(const Sweep& sweep) {
     tellWritten();
   }
   return forEachSlice(sweep.order, [&](std::size_t slice) {
-    const std::size_t first = slice * Region::blocksInSlice;
+    const std::size_t first = slice * Region::kBlocksInSlice;
     const std::size_t count = m_region.blocksOfSlice(slice);
     for (std::size_t index = 0; index < count; ++index) {
       sweepBlock(m_region.block(first + index), sweep);
@@ -106,18 +106,18 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
   while (true) {
     line = next == nullptr ? m_kernels.verify(block, line, expected, found)
                            : m_kernels.march(block, line, expected, *next, found);
-    if (line == linesInBlock) {
+    if (line == kLinesInBlock) {
       break;
     }
     judgeLine(block, line, expected, found);
     if (next != nullptr) {
       const std::vector<std::uint64_t> words = next->expectedWords(block);
-      auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * lineBytes);
-      for (std::size_t word = 0; word < wordsInLine; ++word) {
-        writeWord(target + word, words[line * wordsInLine + word]);
+      auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * kLineBytes);
+      for (std::size_t word = 0; word < kWordsInLine; ++word) {
+        writeWord(target + word, words[line * kWordsInLine + word]);
       }
     }
-    if (++line == linesInBlock || stopped()) {
+    if (++line == kLinesInBlock || stopped()) {
       break;
     }
   }
@@ -126,9 +126,9 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
 void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& expected,
                         const FoundLine& found) {
   const std::vector<std::uint64_t> words = expected.expectedWords(block);
-  auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * lineBytes);
-  for (std::size_t word = 0; word < wordsInLine; ++word) {
-    const std::uint64_t wanted = words[line * wordsInLine + word];
+  auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * kLineBytes);
+  for (std::size_t word = 0; word < kWordsInLine; ++word) {
+    const std::uint64_t wanted = words[line * kWordsInLine + word];
     if (found.words[word] != wanted) {
       judge(target + word, wanted, found.words[word], expected.name());
     }
@@ -137,7 +137,7 @@ void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& exp
 
 void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
                     const std::string& patternName) {
-  if (++m_miscompares > maximumReported) {
+  if (++m_miscompares > kMaximumReported) {
     return;
   }
   if (m_seam != nullptr) {

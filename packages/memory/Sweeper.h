@@ -42,9 +42,9 @@ struct Sweep {
 class Sweeper {
  public:
   /// So many miscompares are reported one by one; the rest is counted.
-  static constexpr std::uint64_t maximumReported = 32;
+  static constexpr std::uint64_t kMaximumReported = 32;
   /// After so many a test ends: nothing new is to be learned.
-  static constexpr std::uint64_t maximumCounted = 100000;
+  static constexpr std::uint64_t kMaximumCounted = 100000;
 
   /// @param seam  null in a pass; all others outlive the sweeper
   Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
@@ -58,7 +58,7 @@ class Sweeper {
   /// @brief Words that were wrong, reported or not.
   std::uint64_t miscompares() const { return m_miscompares; }
   /// @brief Bytes that were compared.
-  std::uint64_t bytesVerified() const { return m_blocksVerified * blockBytes; }
+  std::uint64_t bytesVerified() const { return m_blocksVerified * kBlockBytes; }
 
   /// @brief Tells how many walks through the region the test takes, for its progress.
   void expectWalks(std::size_t walks);

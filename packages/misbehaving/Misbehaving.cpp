@@ -245,7 +245,7 @@ int niceOfThisThread() {
   return getpriority(PRIO_PROCESS, 0);
 }
 
-const int niceAtLoad = niceOfThisThread();
+const int kNiceAtLoad = niceOfThisThread();
 
 Verdict looksAround(TestContext& context) {
   context.measurement("descriptors", openDescriptors());
@@ -255,7 +255,7 @@ Verdict looksAround(TestContext& context) {
   context.measurement("process", std::to_string(getpid()));
   context.measurement("group", std::to_string(getpgrp()));
   context.measurement("nice", std::to_string(niceOfThisThread()));
-  context.measurement("niceAtLoad", std::to_string(niceAtLoad));
+  context.measurement("niceAtLoad", std::to_string(kNiceAtLoad));
   context.measurement("session", std::to_string(getsid(0)));
   context.measurement("schedulingGroup", lineOf("/proc/self/autogroup", ""));
   context.measurement("openMode", std::to_string(context.openMode()));

@@ -82,7 +82,7 @@ class DatagramRun {
   }
 
  private:
-  static constexpr unsigned int mostTold = 16;
+  static constexpr unsigned int kMostTold = 16;
 
   std::size_t lengthOf(std::uint64_t sequence) const {
     return sizeof(Header) + sequence * 37 % (m_options.longest - sizeof(Header) + 1);
@@ -123,7 +123,7 @@ class DatagramRun {
     }
     requireFaultOfConnection(static_cast<int>(-result), m_interface);
     m_broken = true;
-    report(m_journal, NetworkEvent::connectionBroken,
+    report(m_journal, NetworkEvent::ConnectionBroken,
            {m_interface, std::generic_category().message(static_cast<int>(-result))});
     return 0;
   }
@@ -170,8 +170,8 @@ class DatagramRun {
 
   void tellCorrupted(const std::string& sequence, std::size_t place, std::byte expected,
                      std::byte found) {
-    if (m_told++ < mostTold) {
-      report(m_journal, NetworkEvent::datagramCorrupted,
+    if (m_told++ < kMostTold) {
+      report(m_journal, NetworkEvent::DatagramCorrupted,
              {m_interface, sequence, std::to_string(place),
               fmt::format("{:#04x}", std::to_integer<unsigned int>(expected)),
               fmt::format("{:#04x}", std::to_integer<unsigned int>(found))});
@@ -185,10 +185,10 @@ class DatagramRun {
         lost.add(sequence);
       }
     }
-    tellTally(NetworkEvent::datagramsLost, lost);
-    tellTally(NetworkEvent::datagramsRepeated, m_repeated);
-    tellTally(NetworkEvent::reordered, m_reordered);
-    report(m_journal, NetworkEvent::datagramsVerified,
+    tellTally(NetworkEvent::DatagramsLost, lost);
+    tellTally(NetworkEvent::DatagramsRepeated, m_repeated);
+    tellTally(NetworkEvent::Reordered, m_reordered);
+    report(m_journal, NetworkEvent::DatagramsVerified,
            {m_interface, std::to_string(m_figures.arrived), std::to_string(m_figures.bytes)});
   }
 

@@ -40,7 +40,7 @@ class Request {
 using SpeedBit = std::pair<unsigned int, unsigned int>;
 
 /// @brief The link modes that stand for a speed; those beyond 100 Gb/s are too many to matter.
-constexpr std::array<SpeedBit, 30> speedBits{{
+constexpr std::array<SpeedBit, 30> kSpeedBits{{
     {ETHTOOL_LINK_MODE_10baseT_Half_BIT, 10},
     {ETHTOOL_LINK_MODE_10baseT_Full_BIT, 10},
     {ETHTOOL_LINK_MODE_100baseT_Half_BIT, 100},
@@ -76,7 +76,7 @@ constexpr std::array<SpeedBit, 30> speedBits{{
 std::optional<unsigned int> bestCommon(const std::uint32_t* ours, const std::uint32_t* theirs,
                                        unsigned int words) {
   unsigned int best = 0;
-  for (const auto& [bit, megabits] : speedBits) {
+  for (const auto& [bit, megabits] : kSpeedBits) {
     const unsigned int word = bit / 32;
     if (word < words && (ours[word] & theirs[word] & (std::uint32_t{1} << bit % 32)) != 0) {
       best = std::max(best, megabits);
@@ -108,9 +108,9 @@ class EthtoolControl final : public LinkControl {
     if (settings->speed != 0 && settings->speed != static_cast<std::uint32_t>(SPEED_UNKNOWN)) {
       mode.megabits = settings->speed;
     }
-    mode.duplex = settings->duplex == DUPLEX_FULL   ? Duplex::full
-                  : settings->duplex == DUPLEX_HALF ? Duplex::half
-                                                    : Duplex::unknown;
+    mode.duplex = settings->duplex == DUPLEX_FULL   ? Duplex::Full
+                  : settings->duplex == DUPLEX_HALF ? Duplex::Half
+                                                    : Duplex::Unknown;
     const auto words = static_cast<unsigned char>(settings->link_mode_masks_nwords);
     const auto* masks = request.after<std::uint32_t>(sizeof(ethtool_link_settings));
     const std::uint32_t* advertised = masks + words;

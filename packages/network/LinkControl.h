@@ -10,12 +10,12 @@
 
 namespace TarvexDiags::Network {
 
-enum class Duplex { unknown, half, full };
+enum class Duplex { Unknown, Half, Full };
 
 /// @brief What the driver says of the connection.
 struct LinkMode {
   std::optional<unsigned int> megabits;  ///< speed; nothing when the driver does not know
-  Duplex duplex = Duplex::unknown;
+  Duplex duplex = Duplex::Unknown;
   /// The fastest mode that both ends offer, where the driver tells both lists.
   std::optional<unsigned int> bestCommonMegabits;
 };

@@ -10,7 +10,7 @@ std::string speedText(const LinkMode& mode) {
 }
 
 std::string duplexText(Duplex duplex) {
-  return duplex == Duplex::full ? "full" : duplex == Duplex::half ? "half" : "?";
+  return duplex == Duplex::Full ? "full" : duplex == Duplex::Half ? "half" : "?";
 }
 
 /// @brief What the driver tells; drivers of virtual interfaces often tell nothing.
@@ -26,7 +26,7 @@ void tellDriver(const std::string& interface, LinkControl& control, RunJournal& 
   const auto orUnknown = [](const std::string& text) { return text.empty() ? "?" : text; };
   try {
     const DriverInfo info = control.driver();
-    report(journal, NetworkEvent::driver,
+    report(journal, NetworkEvent::Driver,
            {interface, orUnknown(info.driver), orUnknown(info.version), orUnknown(info.firmware),
             orUnknown(info.bus)});
   } catch (const NotSupported&) {
@@ -43,24 +43,24 @@ void judgeLink(const Link& link, LinkControl& control, const LinkLimits& limits,
   }
   const LinkMode mode = modeOf(control);
   tellDriver(link.name, control, journal);
-  report(journal, NetworkEvent::link,
+  report(journal, NetworkEvent::Link,
          {link.name, link.state, speedText(mode), duplexText(mode.duplex)});
   if (!link.carrier) {
-    report(journal, NetworkEvent::noLink, {link.name, link.state});
+    report(journal, NetworkEvent::NoLink, {link.name, link.state});
     return;
   }
-  if (mode.duplex == Duplex::half) {
-    report(journal, NetworkEvent::halfDuplex, {link.name});
+  if (mode.duplex == Duplex::Half) {
+    report(journal, NetworkEvent::HalfDuplex, {link.name});
   }
   if (!mode.megabits) {
     return;
   }
   if (*mode.megabits < limits.minimumMegabits) {
-    report(journal, NetworkEvent::belowMinimumSpeed,
+    report(journal, NetworkEvent::BelowMinimumSpeed,
            {link.name, std::to_string(*mode.megabits), std::to_string(limits.minimumMegabits)});
   }
   if (mode.bestCommonMegabits.value_or(0) > *mode.megabits) {
-    report(journal, NetworkEvent::slowerThanBoth,
+    report(journal, NetworkEvent::SlowerThanBoth,
            {link.name, std::to_string(*mode.megabits), std::to_string(*mode.bestCommonMegabits)});
   }
 }
@@ -72,14 +72,14 @@ void runSelfTest(const std::string& interface, LinkControl& control, bool offlin
   for (const SelfTestPart& part : result.parts) {
     if (part.result != 0) {
       told = true;
-      report(journal, NetworkEvent::selfTestFailed,
+      report(journal, NetworkEvent::SelfTestFailed,
              {interface, part.name, std::to_string(part.result)});
     }
   }
   if (result.failed && !told) {
-    report(journal, NetworkEvent::selfTestFailed, {interface, "?", "?"});
+    report(journal, NetworkEvent::SelfTestFailed, {interface, "?", "?"});
   } else if (!told) {
-    report(journal, NetworkEvent::selfTestPassed, {interface, std::to_string(result.parts.size())});
+    report(journal, NetworkEvent::SelfTestPassed, {interface, std::to_string(result.parts.size())});
   }
 }
 

@@ -21,7 +21,7 @@ using Counter = std::pair<rtnl_link_stat_id_t, const char*>;
 
 // rx_errors and tx_errors sum up the others on most drivers, not on all: so they come last, and
 // only when none of the others rose.
-constexpr std::array<Counter, 12> errorCounters{{
+constexpr std::array<Counter, 12> kErrorCounters{{
     {RTNL_LINK_RX_CRC_ERR, "rx_crc_errors"},
     {RTNL_LINK_RX_FRAME_ERR, "rx_frame_errors"},
     {RTNL_LINK_RX_LEN_ERR, "rx_length_errors"},
@@ -36,7 +36,7 @@ constexpr std::array<Counter, 12> errorCounters{{
     {RTNL_LINK_TX_ERRORS, "tx_errors"},
 }};
 
-constexpr std::array<Counter, 4> dropCounters{{
+constexpr std::array<Counter, 4> kDropCounters{{
     {RTNL_LINK_RX_DROPPED, "rx_dropped"},
     {RTNL_LINK_TX_DROPPED, "tx_dropped"},
     {RTNL_LINK_RX_MISSED_ERR, "rx_missed_errors"},
@@ -73,8 +73,8 @@ Link describe(rtnl_link* link) {
   result.enslaved = rtnl_link_get_master(link) != 0;
   result.state = stateOf(link);
   result.carrierChanges = carrierChanges;
-  result.errors = read(link, errorCounters);
-  result.drops = read(link, dropCounters);
+  result.errors = read(link, kErrorCounters);
+  result.drops = read(link, kDropCounters);
   result.packetsReceived = rtnl_link_get_stat(link, RTNL_LINK_RX_PACKETS);
   result.packetsSent = rtnl_link_get_stat(link, RTNL_LINK_TX_PACKETS);
   return result;
@@ -145,18 +145,18 @@ void judgeCounters(const Link& before, const Link& after, const CounterLimits& l
   const Rises errors = withoutSums(rises(before.errors, after.errors));
   const Rises drops = rises(before.drops, after.drops);
   for (const auto& [name, by] : errors) {
-    report(journal, NetworkEvent::errorsCounted, {after.name, name, std::to_string(by)});
+    report(journal, NetworkEvent::ErrorsCounted, {after.name, name, std::to_string(by)});
   }
   for (const auto& [name, by] : drops) {
-    report(journal, by > limits.allowedDrops ? NetworkEvent::dropsCounted : NetworkEvent::fewDrops,
+    report(journal, by > limits.allowedDrops ? NetworkEvent::DropsCounted : NetworkEvent::FewDrops,
            {after.name, name, std::to_string(by)});
   }
   if (after.carrierChanges > before.carrierChanges) {
-    report(journal, NetworkEvent::linkFlapped,
+    report(journal, NetworkEvent::LinkFlapped,
            {after.name, std::to_string(after.carrierChanges - before.carrierChanges)});
   }
   if (errors.empty() && drops.empty()) {
-    report(journal, NetworkEvent::countersQuiet,
+    report(journal, NetworkEvent::CountersQuiet,
            {after.name, std::to_string(after.packetsReceived - before.packetsReceived),
             std::to_string(after.packetsSent - before.packetsSent)});
   }

@@ -24,9 +24,9 @@ namespace {
 using Common::UniqueDescriptor;
 
 // From the block that is set aside for documentation: nobody's own network uses it.
-constexpr const char* firstAddress = "192.0.2.1";
-constexpr const char* secondAddress = "192.0.2.2";
-constexpr const char* netMask = "255.255.255.252";
+constexpr const char* kFirstAddress = "192.0.2.1";
+constexpr const char* kSecondAddress = "192.0.2.2";
+constexpr const char* kNetMask = "255.255.255.252";
 
 [[noreturn]] void fail(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -193,7 +193,7 @@ void NamespacePair::Place::setUp() const {
   silenceIpv6(m_interface);
   InterfaceSetter setter(m_interface);
   setter.setAddress(SIOCSIFADDR, m_address);
-  setter.setAddress(SIOCSIFNETMASK, netMask);
+  setter.setAddress(SIOCSIFNETMASK, kNetMask);
   setter.switchOn();
 }
 
@@ -226,7 +226,7 @@ End NamespacePair::Place::end() const {
 }
 
 NamespacePair::NamespacePair(const std::string& first, const std::string& second)
-    : m_first(first, firstAddress), m_second(second, secondAddress) {}
+    : m_first(first, kFirstAddress), m_second(second, kSecondAddress) {}
 
 NamespacePair::~NamespacePair() = default;
 

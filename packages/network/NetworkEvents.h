@@ -14,35 +14,35 @@ using Common::Severity;
 /// @brief The codes of the package's events, as network.cfg lists them: below 100 information, from
 /// 100 on warnings, from 200 on errors. The comment names the parameters, in order.
 enum class NetworkEvent : unsigned int {
-  link = 1,               ///< interface, state, speed, duplex
-  countersQuiet = 2,      ///< interface, packets received, packets sent meanwhile
-  selfTestPassed = 3,     ///< interface, tests
-  streamVerified = 4,     ///< interface, bytes, rate, connections
-  datagramsVerified = 5,  ///< interface, datagrams, bytes
-  driver = 6,             ///< interface, driver, version, firmware, bus
-  fewDrops = 7,           ///< interface, counter, by how much it rose
+  Link = 1,               ///< interface, state, speed, duplex
+  CountersQuiet = 2,      ///< interface, packets received, packets sent meanwhile
+  SelfTestPassed = 3,     ///< interface, tests
+  StreamVerified = 4,     ///< interface, bytes, rate, connections
+  DatagramsVerified = 5,  ///< interface, datagrams, bytes
+  Driver = 6,             ///< interface, driver, version, firmware, bus
+  FewDrops = 7,           ///< interface, counter, by how much it rose
 
-  unusual = 100,          ///< interface, warnings: closes a test without a verdict
-  slowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer
-  halfDuplex = 102,       ///< interface
-  dropsCounted = 103,     ///< interface, counter, by how much it rose
-  slowerThanAsked = 104,  ///< interface, rate, rate asked for
-  reordered = 105,        ///< interface, datagrams, sequence number of the first
+  Unusual = 100,          ///< interface, warnings: closes a test without a verdict
+  SlowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer
+  HalfDuplex = 102,       ///< interface
+  DropsCounted = 103,     ///< interface, counter, by how much it rose
+  SlowerThanAsked = 104,  ///< interface, rate, rate asked for
+  Reordered = 105,        ///< interface, datagrams, sequence number of the first
 
-  failed = 200,             ///< interface, errors: closes a test that failed
-  noLink = 201,             ///< interface, state
-  errorsCounted = 202,      ///< interface, counter, by how much it rose
-  selfTestFailed = 203,     ///< interface, part of the test, its result
-  corrupted = 204,          ///< interface, position, expected, found, differing bits
-  bytesLost = 205,          ///< interface, position, bytes
-  bytesRepeated = 206,      ///< interface, position, bytes
-  datagramsLost = 207,      ///< interface, datagrams, sequence number of the first
-  datagramCorrupted = 208,  ///< interface, sequence number, place, expected, found
-  datagramsRepeated = 209,  ///< interface, datagrams, sequence number of the first
-  stalled = 210,            ///< interface, seconds, position
-  linkFlapped = 211,        ///< interface, changes of the carrier
-  belowMinimumSpeed = 212,  ///< interface, speed in Mb/s, speed asked for
-  connectionBroken = 213,   ///< interface, cause
+  Failed = 200,             ///< interface, errors: closes a test that failed
+  NoLink = 201,             ///< interface, state
+  ErrorsCounted = 202,      ///< interface, counter, by how much it rose
+  SelfTestFailed = 203,     ///< interface, part of the test, its result
+  Corrupted = 204,          ///< interface, position, expected, found, differing bits
+  BytesLost = 205,          ///< interface, position, bytes
+  BytesRepeated = 206,      ///< interface, position, bytes
+  DatagramsLost = 207,      ///< interface, datagrams, sequence number of the first
+  DatagramCorrupted = 208,  ///< interface, sequence number, place, expected, found
+  DatagramsRepeated = 209,  ///< interface, datagrams, sequence number of the first
+  Stalled = 210,            ///< interface, seconds, position
+  LinkFlapped = 211,        ///< interface, changes of the carrier
+  BelowMinimumSpeed = 212,  ///< interface, speed in Mb/s, speed asked for
+  ConnectionBroken = 213,   ///< interface, cause
 };
 
 /// @brief The severity that the code's number stands for.

@@ -30,11 +30,11 @@ using PackageKit::Support;
 using PackageKit::TestContext;
 using PackageKit::Verdict;
 
-constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
-constexpr int pairTest = 6;
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
+constexpr int kPairTest = 6;
 
 /// @brief Codes of section DeviceStatus.
-enum LinkStatus : unsigned int { linkReady = 0, linkWithoutCarrier = 1, linkOff = 2, linkGone = 3 };
+enum LinkStatus : unsigned int { LinkReady = 0, LinkWithoutCarrier = 1, LinkOff = 2, LinkGone = 3 };
 
 // --- Devices
 
@@ -42,11 +42,11 @@ unsigned int statusOf(const std::string& name) {
   try {
     const Link link = readLink(name);
     if (!link.up) {
-      return linkOff;
+      return LinkOff;
     }
-    return link.carrier ? linkReady : linkWithoutCarrier;
+    return link.carrier ? LinkReady : LinkWithoutCarrier;
   } catch (const std::system_error&) {
-    return linkGone;
+    return LinkGone;
   }
 }
 
@@ -70,7 +70,7 @@ Device deviceOf(const Link& link, const std::string& root) {
 }
 
 std::string pairSetting(const PackageKit::Settings& settings, const std::string& key) {
-  return settings.test(pairTest, key).value_or("");
+  return settings.test(kPairTest, key).value_or("");
 }
 
 /// @brief The interfaces with something to test, and the two that are to be tested as a pair.
@@ -142,7 +142,7 @@ StreamOptions streamOptions(const TestContext& context, unsigned int connections
                             std::uint64_t inFlight) {
   StreamOptions options;
   options.connections = connections;
-  options.bytes = amount(context, "StreamMegabytes", 8192, 512) * mebibyte / connections;
+  options.bytes = amount(context, "StreamMegabytes", 8192, 512) * kMebibyte / connections;
   options.seed = context.seed();
   options.inFlight = inFlight;
   options.stall = std::chrono::milliseconds(
@@ -260,7 +260,7 @@ Verdict betweenInterfaces(TestContext& context) {
         static_cast<long>(context.settingNumber("CarrierSeconds", 10) * 1000));
     if (!pair.waitForCarrier(patience)) {
       const Link dark = pair.first().carrier ? pair.second() : pair.first();
-      report(journal, NetworkEvent::noLink, {dark.name, dark.state});
+      report(journal, NetworkEvent::NoLink, {dark.name, dark.state});
       return;
     }
     const Link firstBefore = pair.first();
@@ -280,7 +280,7 @@ void define(Package& package) {
   package.test(3, offlineSelfTest).supportedWhen(hasSelfTest).onlyIn({DiagnosticMode::FACTORY});
   package.test(4, loopbackStream).supportedWhen(isLoopbackInterface);
   package.test(5, loopbackDatagrams).supportedWhen(isLoopbackInterface);
-  package.test(pairTest, betweenInterfaces)
+  package.test(kPairTest, betweenInterfaces)
       .supportedWhen(isFirstOfPair)
       .onlyIn({DiagnosticMode::FACTORY});
 }

@@ -13,14 +13,14 @@ namespace TarvexDiags::Network {
 /// right.
 class Payload {
  public:
-  static constexpr std::size_t period = 262'139;  // the largest prime below 256 KiB
-  static constexpr std::size_t longest = std::size_t{256} << 10;
+  static constexpr std::size_t kPeriod = 262'139;  // the largest prime below 256 KiB
+  static constexpr std::size_t kLongest = std::size_t{256} << 10;
 
   explicit Payload(std::uint64_t seed);
 
   /// @param length up to `longest`. The bytes from a position of the stream on.
   std::span<const std::byte> at(std::uint64_t position, std::size_t length) const {
-    return std::span(m_bytes).subspan(position % period, length);
+    return std::span(m_bytes).subspan(position % kPeriod, length);
   }
 
   /// @brief Where in the stream the bytes belong: the place nearest to the position. Nothing when

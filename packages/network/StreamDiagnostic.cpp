@@ -31,7 +31,7 @@ class Shared {
   /// @brief From any of the threads; beyond a number of faults there is nothing new to learn.
   void tell(NetworkEvent event, std::vector<std::string> parameters) {
     const System::LockHold hold(m_lock);
-    if (m_told++ < mostTold) {
+    if (m_told++ < kMostTold) {
       parameters.insert(parameters.begin(), m_interface);
       report(m_journal, event, std::move(parameters));
     }
@@ -47,7 +47,7 @@ class Shared {
       m_journal.progress(percent);
       m_stop = m_stop || m_journal.stopRequested();
     }
-    return !m_stop && m_told < mostTold;
+    return !m_stop && m_told < kMostTold;
   }
 
   bool askWhetherStopped() {
@@ -62,7 +62,7 @@ class Shared {
   bool stopped() const { return m_stop; }
 
  private:
-  static constexpr unsigned int mostTold = 32;
+  static constexpr unsigned int kMostTold = 32;
 
   const StreamOptions& m_options;
   const std::string& m_interface;
@@ -82,7 +82,7 @@ class Lane {
         m_options(options),
         m_shared(shared),
         m_payload(options.seed + number),
-        m_buffer(Payload::longest) {}
+        m_buffer(Payload::kLongest) {}
 
   void run() {
     while (m_position < m_options.bytes) {
@@ -106,7 +106,7 @@ class Lane {
       return false;
     }
     const std::uint64_t room = std::min(m_options.inFlight - onTheirWay, m_options.bytes - m_sent);
-    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(room, Payload::longest));
+    const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(room, Payload::kLongest));
     const std::int64_t taken = checked(m_link.send(m_payload.at(m_sent, length)));
     m_sent += static_cast<std::uint64_t>(taken);
     return taken > 0;
@@ -130,7 +130,7 @@ class Lane {
     }
     requireFaultOfConnection(static_cast<int>(-result), m_shared.interface());
     m_broken = true;
-    m_shared.tell(NetworkEvent::connectionBroken,
+    m_shared.tell(NetworkEvent::ConnectionBroken,
                   {std::generic_category().message(static_cast<int>(-result))});
     return 0;
   }
@@ -149,7 +149,7 @@ class Lane {
     if (m_idle < m_options.stall) {
       return true;
     }
-    m_shared.tell(NetworkEvent::stalled,
+    m_shared.tell(NetworkEvent::Stalled,
                   {fmt::format("{:.1f}", std::chrono::duration<double>(m_options.stall).count()),
                    std::to_string(m_position)});
     return false;
@@ -176,7 +176,7 @@ class Lane {
     if (place && *place != m_position) {
       const bool lost = *place > m_position;
       const std::uint64_t bytes = lost ? *place - m_position : m_position - *place;
-      m_shared.tell(lost ? NetworkEvent::bytesLost : NetworkEvent::bytesRepeated,
+      m_shared.tell(lost ? NetworkEvent::BytesLost : NetworkEvent::BytesRepeated,
                     {std::to_string(m_position), std::to_string(bytes)});
       m_position = *place;
       return 0;
@@ -206,7 +206,7 @@ class Lane {
     for (std::size_t at = 0; at < found.size(); ++at) {
       bits += std::popcount(std::to_integer<unsigned int>(found[at] ^ expected[at]));
     }
-    m_shared.tell(NetworkEvent::corrupted,
+    m_shared.tell(NetworkEvent::Corrupted,
                   {std::to_string(m_position),
                    fmt::format("{:#04x}", std::to_integer<unsigned int>(expected.front())),
                    fmt::format("{:#04x}", std::to_integer<unsigned int>(found.front())),
@@ -284,11 +284,11 @@ StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& option
   }
   const double seconds = std::chrono::duration<double>(figures.elapsed).count();
   const double rate = seconds > 0 ? static_cast<double>(figures.bytes) / seconds : 0;
-  report(journal, NetworkEvent::streamVerified,
+  report(journal, NetworkEvent::StreamVerified,
          {interface, std::to_string(figures.bytes), rateText(rate),
           std::to_string(options.connections)});
   if (rate < options.minimumRate) {
-    report(journal, NetworkEvent::slowerThanAsked,
+    report(journal, NetworkEvent::SlowerThanAsked,
            {interface, rateText(rate), rateText(options.minimumRate)});
   }
   return figures;

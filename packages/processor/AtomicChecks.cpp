@@ -11,7 +11,7 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-constexpr std::uint64_t turns = 4096;
+constexpr std::uint64_t kTurns = 4096;
 
 struct alignas(64) SharedWord {
   std::atomic<std::uint64_t> value{0};
@@ -23,7 +23,7 @@ void checkSharedWord(Verifier& verifier, std::uint64_t expectedWord, Work work,
                      const char* operands) {
   SharedWord shared;
   const auto all = [&](std::uint64_t side) {
-    for (std::uint64_t turn = 0; turn < turns; ++turn) {
+    for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
       work(shared.value, side, turn);
     }
   };
@@ -39,13 +39,13 @@ using AtomicWord = std::atomic<std::uint64_t>;
 
 void add(Verifier& verifier) {
   checkSharedWord(
-      verifier, 2 * turns, [](AtomicWord& word, std::uint64_t, std::uint64_t) { ++word; },
+      verifier, 2 * kTurns, [](AtomicWord& word, std::uint64_t, std::uint64_t) { ++word; },
       "4096 increments by each core");
 }
 
 void compareExchange(Verifier& verifier) {
   checkSharedWord(
-      verifier, 6 * turns,
+      verifier, 6 * kTurns,
       [](AtomicWord& word, std::uint64_t, std::uint64_t) {
         std::uint64_t seen = word.load(std::memory_order_relaxed);
         while (!word.compare_exchange_weak(seen, seen + 3)) {
@@ -62,7 +62,7 @@ void exchange(Verifier& verifier) {
       [&](AtomicWord& word, std::uint64_t side, std::uint64_t turn) {
         held[side] = word.exchange(held[side]);
         // What is held at the end goes back; each token is a bit, and a second one carries over.
-        if (turn + 1 == turns) {
+        if (turn + 1 == kTurns) {
           word += held[side];
           held[side] = 0;
         }
@@ -94,7 +94,7 @@ void compareExchangeWide(Verifier& verifier) {
   alignas(16) DoubleWord counter = 0;
   const DoubleWord one = (DoubleWord{1} << 64) | 1;
   const auto count = [&] {
-    for (std::uint64_t turn = 0; turn < turns; ++turn) {
+    for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
       DoubleWord seen = 0;
       DoubleWord before = 0;
       while ((before = exchanged(&counter, seen, seen + one)) != seen) {
@@ -105,7 +105,7 @@ void compareExchangeWide(Verifier& verifier) {
   verifier.partner().together(count, count);
   std::array<std::uint64_t, 2> found = {static_cast<std::uint64_t>(counter),
                                         static_cast<std::uint64_t>(counter >> 64)};
-  const std::array<std::uint64_t, 2> expected = {2 * turns, 2 * turns};
+  const std::array<std::uint64_t, 2> expected = {2 * kTurns, 2 * kTurns};
   verifier.verify(found, expected, [](std::size_t half) {
     return "4096 increments of both halves by each core, half " + std::to_string(half);
   });
@@ -130,7 +130,7 @@ struct Outcome {
   std::uint64_t second = 0;
 };
 
-constexpr std::size_t places = 2048;
+constexpr std::size_t kPlaces = 2048;
 
 /// What a core does at one place, with what it read.
 using Program = void (*)(Place& place, Outcome& outcome);
@@ -143,18 +143,18 @@ struct Litmus {
 };
 
 void checkLitmus(Verifier& verifier, const Litmus& litmus) {
-  const auto shared = std::make_unique<std::array<Place, places>>();
-  auto outcomes = std::make_unique<std::array<std::array<Outcome, places>, 2>>();
-  const auto all = [&](Program program, std::array<Outcome, places>& outcome) {
-    for (std::size_t index = 0; index < places; ++index) {
+  const auto shared = std::make_unique<std::array<Place, kPlaces>>();
+  auto outcomes = std::make_unique<std::array<std::array<Outcome, kPlaces>, 2>>();
+  const auto all = [&](Program program, std::array<Outcome, kPlaces>& outcome) {
+    for (std::size_t index = 0; index < kPlaces; ++index) {
       program((*shared)[index], outcome[index]);
     }
   };
   verifier.partner().together([&] { all(litmus.here, (*outcomes)[0]); },
                               [&] { all(litmus.there, (*outcomes)[1]); });
   // Only one of the two writes each half; together they are what was read.
-  std::array<std::uint64_t, places> found{};
-  for (std::size_t index = 0; index < places; ++index) {
+  std::array<std::uint64_t, kPlaces> found{};
+  for (std::size_t index = 0; index < kPlaces; ++index) {
     const std::uint64_t first = (*outcomes)[0][index].first | (*outcomes)[1][index].first;
     const std::uint64_t second = (*outcomes)[0][index].second | (*outcomes)[1][index].second;
     found[index] = first << 32 | second;

@@ -9,7 +9,7 @@
 
 namespace TarvexDiags::Processor {
 
-constexpr std::size_t batchSize = 512;
+constexpr std::size_t kBatchSize = 512;
 
 ///  @brief Words on which arithmetic likes to fail: 0, 1, all ones, borders, single bits, and any.
 inline std::uint64_t testWord(Common::RandomSequence& random) {
@@ -37,18 +37,18 @@ inline std::uint64_t testWord(Common::RandomSequence& random) {
 /// @param reference  the same in another way, through other instructions
 template <typename Operate, typename Reference>
 void checkWords(Verifier& verifier, Operate operate, Reference reference) {
-  std::array<std::uint64_t, batchSize> left{};
-  std::array<std::uint64_t, batchSize> right{};
-  std::array<std::uint64_t, batchSize> found{};
-  std::array<std::uint64_t, batchSize> expected{};
-  for (std::size_t index = 0; index < batchSize; ++index) {
+  std::array<std::uint64_t, kBatchSize> left{};
+  std::array<std::uint64_t, kBatchSize> right{};
+  std::array<std::uint64_t, kBatchSize> found{};
+  std::array<std::uint64_t, kBatchSize> expected{};
+  for (std::size_t index = 0; index < kBatchSize; ++index) {
     left[index] = testWord(verifier.random());
     right[index] = testWord(verifier.random());
   }
-  for (std::size_t index = 0; index < batchSize; ++index) {
+  for (std::size_t index = 0; index < kBatchSize; ++index) {
     found[index] = operate(opaque(left[index]), opaque(right[index]));
   }
-  for (std::size_t index = 0; index < batchSize; ++index) {
+  for (std::size_t index = 0; index < kBatchSize; ++index) {
     expected[index] = reference(left[index], right[index]);
   }
   verifier.verify(found, expected, [&](std::size_t index) {

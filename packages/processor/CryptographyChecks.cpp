@@ -41,7 +41,7 @@ class Gathered {
   std::vector<std::string> m_operands;
 };
 
-constexpr int randomRounds = 32;
+constexpr int kRandomRounds = 32;
 
 template <std::size_t size>
 std::array<std::uint8_t, size> randomBytes(Common::RandomSequence& random) {
@@ -77,9 +77,9 @@ struct AesVector {
 };
 
 // FIPS 197, appendix C: keys 00 01 02 ..., plain text 00 11 22 ... ff.
-constexpr Block16 aesPlain = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
-                              0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
-constexpr std::array<AesVector, 3> aesVectors = {{
+constexpr Block16 kAesPlain = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77,
+                               0x88, 0x99, 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff};
+constexpr std::array<AesVector, 3> kAesVectors = {{
     {16,
      {0x69, 0xc4, 0xe0, 0xd8, 0x6a, 0x7b, 0x04, 0x30, 0xd8, 0xcd, 0xb7, 0x80, 0x70, 0xb4, 0xc5,
       0x5a}},
@@ -93,14 +93,14 @@ constexpr std::array<AesVector, 3> aesVectors = {{
 
 void aesEncryption(Verifier& verifier) {
   Gathered gathered;
-  for (const AesVector& vector : aesVectors) {
+  for (const AesVector& vector : kAesVectors) {
     const auto roundKeys = aesRoundKeys(countingKey(vector.keyBytes));
-    gathered.add(aesEncryptInstruction(aesPlain, roundKeys), vector.cipher,
+    gathered.add(aesEncryptInstruction(kAesPlain, roundKeys), vector.cipher,
                  "FIPS 197 appendix C, key of " + std::to_string(vector.keyBytes) + " bytes");
   }
   const auto key = randomBytes<32>(verifier.random());
   const auto roundKeys = aesRoundKeys(key);
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const auto plain = randomBytes<16>(verifier.random());
     gathered.add(aesEncryptInstruction(plain, roundKeys), aesEncrypt(plain, roundKeys),
                  "key " + textOf(key) + ", block " + textOf(plain));
@@ -110,14 +110,14 @@ void aesEncryption(Verifier& verifier) {
 
 void aesDecryption(Verifier& verifier) {
   Gathered gathered;
-  for (const AesVector& vector : aesVectors) {
+  for (const AesVector& vector : kAesVectors) {
     const auto roundKeys = aesRoundKeys(countingKey(vector.keyBytes));
-    gathered.add(aesDecryptInstruction(vector.cipher, roundKeys), aesPlain,
+    gathered.add(aesDecryptInstruction(vector.cipher, roundKeys), kAesPlain,
                  "FIPS 197 appendix C, key of " + std::to_string(vector.keyBytes) + " bytes");
   }
   const auto key = randomBytes<16>(verifier.random());
   const auto roundKeys = aesRoundKeys(key);
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const auto cipher = randomBytes<16>(verifier.random());
     gathered.add(aesDecryptInstruction(cipher, roundKeys), aesDecrypt(cipher, roundKeys),
                  "key " + textOf(key) + ", block " + textOf(cipher));
@@ -141,7 +141,7 @@ void aesKeyAssist(Verifier& verifier) {
   };
   gathered.add(firstOfNext(published, aesKeyAssistInstruction(published)), nextWord,
                "FIPS 197 appendix A.1");
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const auto key = randomBytes<16>(verifier.random());
     std::array<std::uint8_t, 4> expected{};
     std::memcpy(expected.data(), aesRoundKeys(key)[1].data(), expected.size());
@@ -151,13 +151,13 @@ void aesKeyAssist(Verifier& verifier) {
 }
 
 // FIPS 180-4's examples: "abc", and two blocks.
-constexpr std::array<std::string_view, 2> shaMessages = {
+constexpr std::array<std::string_view, 2> kShaMessages = {
     "abc", "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"};
-constexpr std::array<std::array<std::uint32_t, 5>, 2> sha1Digests = {{
+constexpr std::array<std::array<std::uint32_t, 5>, 2> kSha1Digests = {{
     {0xa9993e36, 0x4706816a, 0xba3e2571, 0x7850c26c, 0x9cd0d89d},
     {0x84983e44, 0x1c3bd26e, 0xbaae4aa1, 0xf95129e5, 0xe54670f1},
 }};
-constexpr std::array<std::array<std::uint32_t, 8>, 2> sha256Digests = {{
+constexpr std::array<std::array<std::uint32_t, 8>, 2> kSha256Digests = {{
     {0xba7816bf, 0x8f01cfea, 0x414140de, 0x5dae2223, 0xb00361a3, 0x96177a9c, 0xb410ff61,
      0xf20015ad},
     {0x248d6a61, 0xd20638b8, 0xe5c02693, 0x0c3e6039, 0xa33ce459, 0x64ff2167, 0xf6ecedd4,
@@ -169,18 +169,18 @@ template <typename State, typename Step>
 void checkHash(Verifier& verifier, const State& start, const std::array<State, 2>& digests,
                Step instruction, Step reference) {
   Gathered gathered;
-  for (std::size_t index = 0; index < shaMessages.size(); ++index) {
+  for (std::size_t index = 0; index < kShaMessages.size(); ++index) {
     State state = start;
-    const std::vector<std::uint8_t> message(shaMessages[index].begin(), shaMessages[index].end());
+    const std::vector<std::uint8_t> message(kShaMessages[index].begin(), kShaMessages[index].end());
     const std::vector<std::uint8_t> padded = shaPadded(message);
     for (std::size_t offset = 0; offset < padded.size(); offset += 64) {
       instruction(state, padded.data() + offset);
     }
-    gathered.add(state, digests[index], "FIPS 180-4, \"" + std::string(shaMessages[index]) + "\"");
+    gathered.add(state, digests[index], "FIPS 180-4, \"" + std::string(kShaMessages[index]) + "\"");
   }
   State state = start;
   State expected = start;
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const auto block = randomBytes<64>(verifier.random());
     instruction(state, block.data());
     reference(expected, block.data());
@@ -190,11 +190,11 @@ void checkHash(Verifier& verifier, const State& start, const std::array<State, 2
 }
 
 void sha1(Verifier& verifier) {
-  checkHash(verifier, sha1Start, sha1Digests, sha1BlockInstruction, sha1Block);
+  checkHash(verifier, kSha1Start, kSha1Digests, sha1BlockInstruction, sha1Block);
 }
 
 void sha256(Verifier& verifier) {
-  checkHash(verifier, sha256Start, sha256Digests, sha256BlockInstruction, sha256Block);
+  checkHash(verifier, kSha256Start, kSha256Digests, sha256BlockInstruction, sha256Block);
 }
 
 struct ProductVector {
@@ -205,7 +205,7 @@ struct ProductVector {
 
 // Gueron and Kounavis, "Intel Carry-Less Multiplication Instruction and its Usage for Computing the
 // GCM Mode", 2010, figure 3.
-constexpr std::array<ProductVector, 4> productVectors = {{
+constexpr std::array<ProductVector, 4> kProductVectors = {{
     {0x63746f725d53475d, 0x5b477565726f6e5d, {0x929633d5d36f0451, 0x1d4d84c85c3440c0}},
     {0x7b5b546573745665, 0x5b477565726f6e5d, {0xbabf262df4b7d5c9, 0x1a2bf6db3a30862f}},
     {0x63746f725d53475d, 0x4869285368617929, {0x7fa540ac2a281315, 0x1bd17c8d556ab5a1}},
@@ -214,11 +214,11 @@ constexpr std::array<ProductVector, 4> productVectors = {{
 
 void carrylessMultiply(Verifier& verifier) {
   Gathered gathered;
-  for (const ProductVector& vector : productVectors) {
+  for (const ProductVector& vector : kProductVectors) {
     gathered.add(carrylessProductInstruction(vector.left, vector.right), vector.product,
                  hexadecimal(vector.left) + ", " + hexadecimal(vector.right));
   }
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const std::uint64_t left = testWord(verifier.random());
     const std::uint64_t right = testWord(verifier.random());
     gathered.add(carrylessProductInstruction(left, right), carrylessProduct(left, right),
@@ -234,7 +234,7 @@ struct CrcVector {
 };
 
 // RFC 3720, B.4: 32 bytes of zeros, of ones, rising and falling.
-constexpr std::array<CrcVector, 4> crcVectors = {{
+constexpr std::array<CrcVector, 4> kCrcVectors = {{
     {"zeros", {0, 0, 0, 0}, 0x8a9136aa},
     {"ones", {~0ULL, ~0ULL, ~0ULL, ~0ULL}, 0x62a8ab43},
     {"rising",
@@ -247,14 +247,14 @@ constexpr std::array<CrcVector, 4> crcVectors = {{
 
 void crc32c(Verifier& verifier) {
   Gathered gathered;
-  for (const CrcVector& vector : crcVectors) {
+  for (const CrcVector& vector : kCrcVectors) {
     std::uint32_t crc = ~std::uint32_t{0};
     for (const std::uint64_t bytes : vector.bytes) {
       crc = crc32cStepInstruction(crc, bytes);
     }
     gathered.add(~crc, vector.crc, std::string("RFC 3720 B.4, ") + vector.name);
   }
-  for (int round = 0; round < randomRounds; ++round) {
+  for (int round = 0; round < kRandomRounds; ++round) {
     const auto crc = static_cast<std::uint32_t>(verifier.random().next());
     const std::uint64_t bytes = testWord(verifier.random());
     gathered.add(crc32cStepInstruction(crc, bytes), crc32cStep(crc, bytes),

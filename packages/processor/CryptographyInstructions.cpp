@@ -142,7 +142,7 @@ TARVEX_SHA void sha256BlockInstruction(std::array<std::uint32_t, 8>& state,
   const __m128i startCdgh = cdgh;
   for (std::size_t group = 0; group < 16; ++group) {
     const __m128i constants =
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(sha256Constants.data() + 4 * group));
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSha256Constants.data() + 4 * group));
     const __m128i sum = _mm_add_epi32(message[group], constants);
     cdgh = _mm_sha256rnds2_epu32(cdgh, abef, sum);
     abef = _mm_sha256rnds2_epu32(abef, cdgh, _mm_shuffle_epi32(sum, 0x0e));

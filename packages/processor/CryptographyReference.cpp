@@ -47,8 +47,8 @@ struct SubstitutionBoxes {
 };
 
 const SubstitutionBoxes& boxes() {
-  static const SubstitutionBoxes made;
-  return made;
+  static const SubstitutionBoxes kMade;
+  return kMade;
 }
 
 void addRoundKey(Block16& state, const Block16& key) {
@@ -88,8 +88,8 @@ Block16 mixedColumns(const Block16& state, const std::array<std::uint8_t, 4>& fa
   return mixed;
 }
 
-constexpr std::array<std::uint8_t, 4> mixFactors = {2, 3, 1, 1};
-constexpr std::array<std::uint8_t, 4> unmixFactors = {14, 11, 13, 9};
+constexpr std::array<std::uint8_t, 4> kMixFactors = {2, 3, 1, 1};
+constexpr std::array<std::uint8_t, 4> kUnmixFactors = {14, 11, 13, 9};
 
 std::uint32_t bigEndian(const std::uint8_t* bytes) {
   return std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
@@ -140,7 +140,7 @@ Block16 aesEncrypt(const Block16& plain, std::span<const Block16> roundKeys) {
     substitute(state, boxes().forward);
     state = shiftedRows(state, 1);
     if (round + 1 < roundKeys.size()) {
-      state = mixedColumns(state, mixFactors);
+      state = mixedColumns(state, kMixFactors);
     }
     addRoundKey(state, roundKeys[round]);
   }
@@ -155,7 +155,7 @@ Block16 aesDecrypt(const Block16& cipher, std::span<const Block16> roundKeys) {
     substitute(state, boxes().inverse);
     addRoundKey(state, roundKeys[round]);
     if (round > 0) {
-      state = mixedColumns(state, unmixFactors);
+      state = mixedColumns(state, kUnmixFactors);
     }
   }
   return state;
@@ -164,7 +164,7 @@ Block16 aesDecrypt(const Block16& cipher, std::span<const Block16> roundKeys) {
 // --- SHA-1 and SHA-256: FIPS 180-4
 // -----------------------------------------------------------------
 
-const std::array<std::uint32_t, 64> sha256Constants = {
+const std::array<std::uint32_t, 64> kSha256Constants = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
     0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
     0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
@@ -222,7 +222,7 @@ void sha256Block(std::array<std::uint32_t, 8>& state, const std::uint8_t* block)
   auto [a, b, c, d, e, f, g, h] = state;
   for (std::size_t index = 0; index < schedule.size(); ++index) {
     const std::uint32_t first = h + (std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25)) +
-                                ((e & f) ^ (~e & g)) + sha256Constants[index] + schedule[index];
+                                ((e & f) ^ (~e & g)) + kSha256Constants[index] + schedule[index];
     const std::uint32_t second =
         (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
     h = g;

@@ -21,11 +21,11 @@ Block16 aesEncrypt(const Block16& plain, std::span<const Block16> roundKeys);
 Block16 aesDecrypt(const Block16& cipher, std::span<const Block16> roundKeys);
 
 /// @brief The state of a hash as it is defined, before the first block.
-constexpr std::array<std::uint32_t, 5> sha1Start = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476,
-                                                    0xc3d2e1f0};
-constexpr std::array<std::uint32_t, 8> sha256Start = {
+constexpr std::array<std::uint32_t, 5> kSha1Start = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476,
+                                                     0xc3d2e1f0};
+constexpr std::array<std::uint32_t, 8> kSha256Start = {
     0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-extern const std::array<std::uint32_t, 64> sha256Constants;
+extern const std::array<std::uint32_t, 64> kSha256Constants;
 
 /// @brief One block of 64 bytes into the state: FIPS 180-4, 6.1.2 and 6.2.2.
 void sha1Block(std::array<std::uint32_t, 5>& state, const std::uint8_t* block);

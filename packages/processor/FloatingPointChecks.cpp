@@ -19,10 +19,10 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-constexpr std::array<int, 4> hardwareRounding = {FE_TONEAREST, FE_TOWARDZERO, FE_UPWARD,
-                                                 FE_DOWNWARD};
-constexpr std::array<const char*, 4> roundingNames = {"to nearest", "toward zero", "upward",
-                                                      "downward"};
+constexpr std::array<int, 4> kHardwareRounding = {FE_TONEAREST, FE_TOWARDZERO, FE_UPWARD,
+                                                  FE_DOWNWARD};
+constexpr std::array<const char*, 4> kRoundingNames = {"to nearest", "toward zero", "upward",
+                                                       "downward"};
 
 /// The default environment, for as long as it lives: no flushing of denormals, no traps.
 class FloatEnvironment {
@@ -69,11 +69,11 @@ std::uint64_t testReal(Common::RandomSequence& random) {
   using Soft = typename Encoding<Real>::Soft;
   const std::uint64_t word = random.next();
   const std::uint64_t choice = random.next();
-  const std::uint64_t sign = (choice >> 32 & 1) != 0 ? Soft::signBit : 0;
-  const std::uint64_t fraction = word & Soft::fractionMask;
-  const std::uint64_t lowest = Soft::fractionMask + 1;
+  const std::uint64_t sign = (choice >> 32 & 1) != 0 ? Soft::kSignBit : 0;
+  const std::uint64_t fraction = word & Soft::kFractionMask;
+  const std::uint64_t lowest = Soft::kFractionMask + 1;
   const std::array<std::uint64_t, 8> corners = {
-      0, 1, Soft::fractionMask, lowest, Soft::largest, Soft::infinity, Soft::nan, lowest + 1};
+      0, 1, Soft::kFractionMask, lowest, Soft::kLargest, Soft::kInfinity, Soft::kNan, lowest + 1};
   switch (choice % 8) {
     case 0:
       return sign | corners[choice / 8 % corners.size()];
@@ -82,11 +82,11 @@ std::uint64_t testReal(Common::RandomSequence& random) {
     case 2:
     case 3: {
       // Close to one another, so that sums cancel.
-      const std::uint64_t exponent = Soft::exponentMask / 2 + choice / 8 % 4;
+      const std::uint64_t exponent = Soft::kExponentMask / 2 + choice / 8 % 4;
       return sign | exponent * lowest | fraction;
     }
     default:
-      return word & (Soft::signBit | (Soft::signBit - 1));
+      return word & (Soft::kSignBit | (Soft::kSignBit - 1));
   }
 }
 
@@ -95,10 +95,10 @@ template <typename Real, typename Operate, typename Reference>
 void checkReals(Verifier& verifier, Operate operate, Reference reference) {
   using Soft = typename Encoding<Real>::Soft;
   const FloatEnvironment environment;
-  std::array<std::array<std::uint64_t, batchSize>, 3> operands{};
-  std::array<std::uint64_t, batchSize> found{};
-  std::array<std::uint64_t, batchSize> expected{};
-  for (std::size_t rounding = 0; rounding < hardwareRounding.size(); ++rounding) {
+  std::array<std::array<std::uint64_t, kBatchSize>, 3> operands{};
+  std::array<std::uint64_t, kBatchSize> found{};
+  std::array<std::uint64_t, kBatchSize> expected{};
+  for (std::size_t rounding = 0; rounding < kHardwareRounding.size(); ++rounding) {
     for (auto& operand : operands) {
       for (std::uint64_t& value : operand) {
         value = testReal<Real>(verifier.random());
@@ -107,21 +107,21 @@ void checkReals(Verifier& verifier, Operate operate, Reference reference) {
     const auto& first = operands[0];
     const auto& second = operands[1];
     const auto& third = operands[2];
-    std::fesetround(hardwareRounding[rounding]);
-    for (std::size_t index = 0; index < batchSize; ++index) {
+    std::fesetround(kHardwareRounding[rounding]);
+    for (std::size_t index = 0; index < kBatchSize; ++index) {
       const Real result =
           operate(opaque(realOf<Real>(first[index])), opaque(realOf<Real>(second[index])),
                   opaque(realOf<Real>(third[index])));
       found[index] = Soft::canonical(bitsOf(opaque(result)));
     }
     std::fesetround(FE_TONEAREST);
-    for (std::size_t index = 0; index < batchSize; ++index) {
+    for (std::size_t index = 0; index < kBatchSize; ++index) {
       expected[index] =
           reference(first[index], second[index], third[index], static_cast<Rounding>(rounding));
     }
     verifier.verify(found, expected, [&](std::size_t index) {
       return hexadecimal(first[index]) + ", " + hexadecimal(second[index]) + ", " +
-             hexadecimal(third[index]) + ", rounded " + roundingNames[rounding];
+             hexadecimal(third[index]) + ", rounded " + kRoundingNames[rounding];
     });
   }
 }
@@ -183,18 +183,18 @@ void convertFromInteger(Verifier& verifier) {
 /// What is left of a number when its fraction is cut off, by shifts alone.
 std::int64_t truncated(std::uint64_t bits) {
   const auto exponent = static_cast<int>(bits >> 52 & 0x7ff) - 1075;
-  const std::uint64_t significand = (bits & SoftDouble::fractionMask) | (std::uint64_t{1} << 52);
+  const std::uint64_t significand = (bits & SoftDouble::kFractionMask) | (std::uint64_t{1} << 52);
   const std::uint64_t magnitude = exponent >= 0    ? significand << exponent
                                   : exponent > -53 ? significand >> -exponent
                                                    : 0;
-  return static_cast<std::int64_t>((bits & SoftDouble::signBit) != 0 ? 0 - magnitude : magnitude);
+  return static_cast<std::int64_t>((bits & SoftDouble::kSignBit) != 0 ? 0 - magnitude : magnitude);
 }
 
 void convertToInteger(Verifier& verifier) {
   // Exponents for which the result fits into 63 bits, and below.
   const auto number = [](std::uint64_t left, std::uint64_t right) {
     const std::uint64_t exponent = 1023 - 4 + right % 66;
-    return (left & (SoftDouble::signBit | SoftDouble::fractionMask)) | (exponent << 52);
+    return (left & (SoftDouble::kSignBit | SoftDouble::kFractionMask)) | (exponent << 52);
   };
   checkWords(
       verifier,
@@ -253,55 +253,55 @@ struct Corner {
   int exceptions;
 };
 
-constexpr double infinite = std::numeric_limits<double>::infinity();
-constexpr double largest = std::numeric_limits<double>::max();
-constexpr double lowest = std::numeric_limits<double>::min();
-constexpr double tiny = std::numeric_limits<double>::denorm_min();
-constexpr double above = 1.0 + std::numeric_limits<double>::epsilon();
+constexpr double kInfinite = std::numeric_limits<double>::infinity();
+constexpr double kLargest = std::numeric_limits<double>::max();
+constexpr double kLowest = std::numeric_limits<double>::min();
+constexpr double kTiny = std::numeric_limits<double>::denorm_min();
+constexpr double kAbove = 1.0 + std::numeric_limits<double>::epsilon();
 
-constexpr auto nearest = Rounding::ToNearest;
-constexpr auto zero = Rounding::TowardZero;
-constexpr auto up = Rounding::Upward;
-constexpr auto down = Rounding::Downward;
+constexpr auto kNearest = Rounding::ToNearest;
+constexpr auto kZero = Rounding::TowardZero;
+constexpr auto kUp = Rounding::Upward;
+constexpr auto kDown = Rounding::Downward;
 
 // IEEE Std 754-2019: 6.1 infinities, 6.3 signs of zeros, 7.2 to 7.6 exceptions.
-constexpr Corner corners[] = {
-    {'+', nearest, 0.0, -0.0, 0x0000000000000000, 0},
-    {'+', down, 0.0, -0.0, 0x8000000000000000, 0},
-    {'+', nearest, -0.0, -0.0, 0x8000000000000000, 0},
-    {'-', nearest, 1.0, 1.0, 0x0000000000000000, 0},
-    {'-', down, 1.0, 1.0, 0x8000000000000000, 0},
-    {'+', nearest, infinite, 1.0, 0x7ff0000000000000, 0},
-    {'-', nearest, infinite, infinite, 0x7ff8000000000000, FE_INVALID},
-    {'*', nearest, infinite, 0.0, 0x7ff8000000000000, FE_INVALID},
-    {'/', nearest, 0.0, 0.0, 0x7ff8000000000000, FE_INVALID},
-    {'/', nearest, infinite, infinite, 0x7ff8000000000000, FE_INVALID},
-    {'r', nearest, -1.0, 0.0, 0x7ff8000000000000, FE_INVALID},
-    {'r', nearest, -0.0, 0.0, 0x8000000000000000, 0},
-    {'/', nearest, 1.0, 0.0, 0x7ff0000000000000, FE_DIVBYZERO},
-    {'/', nearest, -1.0, 0.0, 0xfff0000000000000, FE_DIVBYZERO},
-    {'/', nearest, 1.0, infinite, 0x0000000000000000, 0},
-    {'*', nearest, largest, 2.0, 0x7ff0000000000000, FE_OVERFLOW | FE_INEXACT},
-    {'*', zero, largest, 2.0, 0x7fefffffffffffff, FE_OVERFLOW | FE_INEXACT},
-    {'*', up, -largest, 2.0, 0xffefffffffffffff, FE_OVERFLOW | FE_INEXACT},
-    {'*', down, -largest, 2.0, 0xfff0000000000000, FE_OVERFLOW | FE_INEXACT},
-    {'*', nearest, tiny, 0.5, 0x0000000000000000, FE_UNDERFLOW | FE_INEXACT},
-    {'*', up, tiny, 0.5, 0x0000000000000001, FE_UNDERFLOW | FE_INEXACT},
-    {'*', nearest, lowest, 0.5, 0x0008000000000000, 0},
-    {'+', nearest, lowest, -tiny, 0x000fffffffffffff, 0},
-    {'+', nearest, tiny, tiny, 0x0000000000000002, 0},
-    {'+', nearest, 1.0, tiny, 0x3ff0000000000000, FE_INEXACT},
-    {'+', up, 1.0, tiny, 0x3ff0000000000001, FE_INEXACT},
-    {'-', down, 1.0, tiny, 0x3fefffffffffffff, FE_INEXACT},
-    {'*', nearest, above, above, 0x3ff0000000000002, FE_INEXACT},
-    {'*', up, above, above, 0x3ff0000000000003, FE_INEXACT},
-    {'/', nearest, 1.0, 3.0, 0x3fd5555555555555, FE_INEXACT},
-    {'/', up, 1.0, 3.0, 0x3fd5555555555556, FE_INEXACT},
-    {'r', nearest, 2.0, 0.0, 0x3ff6a09e667f3bcd, FE_INEXACT},
-    {'r', down, 2.0, 0.0, 0x3ff6a09e667f3bcc, FE_INEXACT},
-    {'r', nearest, tiny, 0.0, 0x1e60000000000000, 0},
-    {'/', nearest, tiny, 2.0, 0x0000000000000000, FE_UNDERFLOW | FE_INEXACT},
-    {'-', nearest, largest, -largest, 0x7ff0000000000000, FE_OVERFLOW | FE_INEXACT},
+constexpr Corner kCorners[] = {
+    {'+', kNearest, 0.0, -0.0, 0x0000000000000000, 0},
+    {'+', kDown, 0.0, -0.0, 0x8000000000000000, 0},
+    {'+', kNearest, -0.0, -0.0, 0x8000000000000000, 0},
+    {'-', kNearest, 1.0, 1.0, 0x0000000000000000, 0},
+    {'-', kDown, 1.0, 1.0, 0x8000000000000000, 0},
+    {'+', kNearest, kInfinite, 1.0, 0x7ff0000000000000, 0},
+    {'-', kNearest, kInfinite, kInfinite, 0x7ff8000000000000, FE_INVALID},
+    {'*', kNearest, kInfinite, 0.0, 0x7ff8000000000000, FE_INVALID},
+    {'/', kNearest, 0.0, 0.0, 0x7ff8000000000000, FE_INVALID},
+    {'/', kNearest, kInfinite, kInfinite, 0x7ff8000000000000, FE_INVALID},
+    {'r', kNearest, -1.0, 0.0, 0x7ff8000000000000, FE_INVALID},
+    {'r', kNearest, -0.0, 0.0, 0x8000000000000000, 0},
+    {'/', kNearest, 1.0, 0.0, 0x7ff0000000000000, FE_DIVBYZERO},
+    {'/', kNearest, -1.0, 0.0, 0xfff0000000000000, FE_DIVBYZERO},
+    {'/', kNearest, 1.0, kInfinite, 0x0000000000000000, 0},
+    {'*', kNearest, kLargest, 2.0, 0x7ff0000000000000, FE_OVERFLOW | FE_INEXACT},
+    {'*', kZero, kLargest, 2.0, 0x7fefffffffffffff, FE_OVERFLOW | FE_INEXACT},
+    {'*', kUp, -kLargest, 2.0, 0xffefffffffffffff, FE_OVERFLOW | FE_INEXACT},
+    {'*', kDown, -kLargest, 2.0, 0xfff0000000000000, FE_OVERFLOW | FE_INEXACT},
+    {'*', kNearest, kTiny, 0.5, 0x0000000000000000, FE_UNDERFLOW | FE_INEXACT},
+    {'*', kUp, kTiny, 0.5, 0x0000000000000001, FE_UNDERFLOW | FE_INEXACT},
+    {'*', kNearest, kLowest, 0.5, 0x0008000000000000, 0},
+    {'+', kNearest, kLowest, -kTiny, 0x000fffffffffffff, 0},
+    {'+', kNearest, kTiny, kTiny, 0x0000000000000002, 0},
+    {'+', kNearest, 1.0, kTiny, 0x3ff0000000000000, FE_INEXACT},
+    {'+', kUp, 1.0, kTiny, 0x3ff0000000000001, FE_INEXACT},
+    {'-', kDown, 1.0, kTiny, 0x3fefffffffffffff, FE_INEXACT},
+    {'*', kNearest, kAbove, kAbove, 0x3ff0000000000002, FE_INEXACT},
+    {'*', kUp, kAbove, kAbove, 0x3ff0000000000003, FE_INEXACT},
+    {'/', kNearest, 1.0, 3.0, 0x3fd5555555555555, FE_INEXACT},
+    {'/', kUp, 1.0, 3.0, 0x3fd5555555555556, FE_INEXACT},
+    {'r', kNearest, 2.0, 0.0, 0x3ff6a09e667f3bcd, FE_INEXACT},
+    {'r', kDown, 2.0, 0.0, 0x3ff6a09e667f3bcc, FE_INEXACT},
+    {'r', kNearest, kTiny, 0.0, 0x1e60000000000000, 0},
+    {'/', kNearest, kTiny, 2.0, 0x0000000000000000, FE_UNDERFLOW | FE_INEXACT},
+    {'-', kNearest, kLargest, -kLargest, 0x7ff0000000000000, FE_OVERFLOW | FE_INEXACT},
 };
 
 double computed(const Corner& corner) {
@@ -324,46 +324,46 @@ double computed(const Corner& corner) {
 std::string textOf(const Corner& corner) {
   return hexadecimal(bitsOf(corner.left)) + " " + corner.operation + " " +
          hexadecimal(bitsOf(corner.right)) + ", rounded " +
-         roundingNames[static_cast<std::size_t>(corner.rounding)];
+         kRoundingNames[static_cast<std::size_t>(corner.rounding)];
 }
 
-constexpr int allExceptions = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW | FE_UNDERFLOW | FE_INEXACT;
+constexpr int kAllExceptions = FE_INVALID | FE_DIVBYZERO | FE_OVERFLOW | FE_UNDERFLOW | FE_INEXACT;
 
 /// Calls for each corner, with the result and the exceptions that it raised.
 template <typename Look>
 void visitCorners(Look look) {
   const FloatEnvironment environment;
-  for (const Corner& corner : corners) {
-    std::fesetround(hardwareRounding[static_cast<std::size_t>(corner.rounding)]);
+  for (const Corner& corner : kCorners) {
+    std::fesetround(kHardwareRounding[static_cast<std::size_t>(corner.rounding)]);
     std::feclearexcept(FE_ALL_EXCEPT);
     const double result = computed(corner);
-    const int raised = std::fetestexcept(allExceptions);
+    const int raised = std::fetestexcept(kAllExceptions);
     std::fesetround(FE_TONEAREST);
     look(corner, SoftDouble::canonical(bitsOf(result)), raised);
   }
 }
 
 void cornerResults(Verifier& verifier) {
-  std::array<std::uint64_t, std::size(corners)> found{};
-  std::array<std::uint64_t, std::size(corners)> expected{};
+  std::array<std::uint64_t, std::size(kCorners)> found{};
+  std::array<std::uint64_t, std::size(kCorners)> expected{};
   std::size_t index = 0;
   visitCorners([&](const Corner& corner, std::uint64_t result, int) {
     found[index] = result;
     expected[index++] = corner.expected;
   });
-  verifier.verify(found, expected, [](std::size_t wrong) { return textOf(corners[wrong]); });
+  verifier.verify(found, expected, [](std::size_t wrong) { return textOf(kCorners[wrong]); });
 }
 
 void cornerExceptions(Verifier& verifier) {
-  std::array<std::uint64_t, std::size(corners)> found{};
-  std::array<std::uint64_t, std::size(corners)> expected{};
+  std::array<std::uint64_t, std::size(kCorners)> found{};
+  std::array<std::uint64_t, std::size(kCorners)> expected{};
   std::size_t index = 0;
   visitCorners([&](const Corner& corner, std::uint64_t, int raised) {
     found[index] = static_cast<std::uint64_t>(raised);
     expected[index++] = static_cast<std::uint64_t>(corner.exceptions);
   });
   verifier.verify(found, expected,
-                  [](std::size_t wrong) { return "exceptions of " + textOf(corners[wrong]); });
+                  [](std::size_t wrong) { return "exceptions of " + textOf(kCorners[wrong]); });
 }
 
 }  // namespace

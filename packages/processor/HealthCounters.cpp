@@ -15,11 +15,11 @@ struct Source {
 
 // Documentation/admin-guide/abi-stable of the kernel, thermal_throttle; arch/x86/kernel/irq.c for
 // the rows.
-constexpr Source throttleFiles[] = {
+constexpr Source kThrottleFiles[] = {
     {"core_throttle_count", Trouble::Throttling},
     {"package_throttle_count", Trouble::Throttling},
 };
-constexpr Source interruptRows[] = {
+constexpr Source kInterruptRows[] = {
     {"TRM", Trouble::Throttling},
     {"THR", Trouble::Corrected},
     {"DFR", Trouble::Corrected},
@@ -45,7 +45,7 @@ HealthCounters HealthCounters::read(const Common::SystemFiles& files, int core) 
   HealthCounters counters;
   const std::filesystem::path folder = std::filesystem::path("sys/devices/system/cpu") /
                                        ("cpu" + std::to_string(core)) / "thermal_throttle";
-  for (const Source& source : throttleFiles) {
+  for (const Source& source : kThrottleFiles) {
     if (const auto value = files.number(folder / source.name)) {
       counters.m_counts[source.name] = {source.trouble, *value};
     }
@@ -62,7 +62,7 @@ HealthCounters HealthCounters::read(const Common::SystemFiles& files, int core) 
     for (std::size_t index = 0; index <= *column && fields; ++index) {
       fields >> value;
     }
-    for (const Source& source : interruptRows) {
+    for (const Source& source : kInterruptRows) {
       if (fields && label == std::string(source.name) + ":") {
         counters.m_counts[source.name] = {source.trouble, value};
       }

@@ -16,7 +16,7 @@ namespace {
 using Word = std::uint64_t;
 __extension__ using DoubleWord = unsigned __int128;
 
-constexpr int bits = 64;
+constexpr int kBits = 64;
 
 /// Adds bit by bit, with logic alone.
 Word rippleAdd(Word left, Word right) {
@@ -37,7 +37,7 @@ struct Product {
 /// Multiplies as on paper: a shifted copy for each bit.
 Product shiftAndAddProduct(Word left, Word right) {
   Product product{0, 0};
-  for (int bit = bits - 1; bit >= 0; --bit) {
+  for (int bit = kBits - 1; bit >= 0; --bit) {
     product.high = (product.high << 1) | (product.low >> 63);
     product.low <<= 1;
     if ((opaque(right) >> bit & 1) != 0) {
@@ -57,7 +57,7 @@ struct Quotient {
 /// Divides as on paper: a comparison and a subtraction for each bit.
 Quotient longDivision(Word dividend, Word divisor) {
   Quotient result{0, 0};
-  for (int bit = bits - 1; bit >= 0; --bit) {
+  for (int bit = kBits - 1; bit >= 0; --bit) {
     const bool carry = (result.remainder >> 63) != 0;
     result.remainder = (result.remainder << 1) | (opaque(dividend) >> bit & 1);
     if (carry || result.remainder >= divisor) {
@@ -72,9 +72,9 @@ Quotient longDivision(Word dividend, Word divisor) {
 template <typename Place>
 Word movedBits(Word word, Place place) {
   Word moved = 0;
-  for (int bit = 0; bit < bits; ++bit) {
+  for (int bit = 0; bit < kBits; ++bit) {
     const int target = place(bit);
-    if ((opaque(word) >> bit & 1) != 0 && target >= 0 && target < bits) {
+    if ((opaque(word) >> bit & 1) != 0 && target >= 0 && target < kBits) {
       moved |= Word{1} << target;
     }
   }
@@ -83,7 +83,7 @@ Word movedBits(Word word, Place place) {
 
 int countedOnes(Word word) {
   int count = 0;
-  for (int bit = 0; bit < bits; ++bit) {
+  for (int bit = 0; bit < kBits; ++bit) {
     count += static_cast<int>(opaque(word) >> bit & 1);
   }
   return count;
@@ -91,7 +91,7 @@ int countedOnes(Word word) {
 
 int firstOneFrom(Word word, int start, int step) {
   int count = 0;
-  for (int bit = start; bit >= 0 && bit < bits; bit += step) {
+  for (int bit = start; bit >= 0 && bit < kBits; bit += step) {
     if ((opaque(word) >> bit & 1) != 0) {
       break;
     }
@@ -101,7 +101,7 @@ int firstOneFrom(Word word, int start, int step) {
 }
 
 int amountOf(Word word) {
-  return static_cast<int>(word % bits);
+  return static_cast<int>(word % kBits);
 }
 
 Word notZero(Word word) {
@@ -125,8 +125,8 @@ void addWithCarry(Verifier& verifier) {
       verifier,
       [](Word left, Word right) {
         const DoubleWord sum =
-            ((DoubleWord{left} << bits) | right) + ((DoubleWord{right} << bits) | left);
-        return static_cast<Word>(sum >> bits);
+            ((DoubleWord{left} << kBits) | right) + ((DoubleWord{right} << kBits) | left);
+        return static_cast<Word>(sum >> kBits);
       },
       [](Word left, Word right) {
         const Word low = rippleAdd(left, right);
@@ -144,7 +144,7 @@ void multiplyLow(Verifier& verifier) {
 void multiplyHigh(Verifier& verifier) {
   checkWords(
       verifier,
-      [](Word left, Word right) { return static_cast<Word>((DoubleWord{left} * right) >> bits); },
+      [](Word left, Word right) { return static_cast<Word>((DoubleWord{left} * right) >> kBits); },
       [](Word left, Word right) { return shiftAndAddProduct(left, right).high; });
 }
 
@@ -193,7 +193,7 @@ void rotate(Verifier& verifier) {
   checkWords(
       verifier, [](Word left, Word right) { return std::rotl(left, amountOf(right)); },
       [](Word left, Word right) {
-        return movedBits(left, [&](int bit) { return (bit + amountOf(right)) % bits; });
+        return movedBits(left, [&](int bit) { return (bit + amountOf(right)) % kBits; });
       });
 }
 
@@ -243,7 +243,7 @@ void countOnes(Verifier& verifier) {
 }
 void countLeadingZeros(Verifier& verifier) {
   checkWords(verifier, leadingZeros, [](Word left, Word right) {
-    return static_cast<Word>(firstOneFrom(left & right, bits - 1, -1));
+    return static_cast<Word>(firstOneFrom(left & right, kBits - 1, -1));
   });
 }
 void countTrailingZeros(Verifier& verifier) {
@@ -255,7 +255,7 @@ void depositBits(Verifier& verifier) {
   checkWords(verifier, deposit, [](Word left, Word right) {
     Word result = 0;
     int source = 0;
-    for (int bit = 0; bit < bits; ++bit) {
+    for (int bit = 0; bit < kBits; ++bit) {
       if ((opaque(right) >> bit & 1) != 0) {
         result |= (left >> source++ & 1) << bit;
       }
@@ -267,7 +267,7 @@ void extractBits(Verifier& verifier) {
   checkWords(verifier, extract, [](Word left, Word right) {
     Word result = 0;
     int target = 0;
-    for (int bit = 0; bit < bits; ++bit) {
+    for (int bit = 0; bit < kBits; ++bit) {
       if ((opaque(right) >> bit & 1) != 0) {
         result |= (left >> bit & 1) << target++;
       }

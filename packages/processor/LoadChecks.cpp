@@ -14,7 +14,7 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-constexpr std::size_t wordsSorted = 16384;
+constexpr std::size_t kWordsSorted = 16384;
 
 std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count) {
   Common::RandomSequence random(seed);
@@ -33,14 +33,14 @@ std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
 }
 
 std::uint64_t sortLoad(std::uint64_t seed) {
-  std::vector<std::uint64_t> numbers = numbersFrom(seed, wordsSorted);
+  std::vector<std::uint64_t> numbers = numbersFrom(seed, kWordsSorted);
   std::sort(numbers.begin(), numbers.end());
   return digestOf(numbers);
 }
 
 /// The same numbers as sortLoad's, by another way to the same result.
 std::uint64_t heapSortLoad(std::uint64_t seed) {
-  std::vector<std::uint64_t> numbers = numbersFrom(seed, wordsSorted);
+  std::vector<std::uint64_t> numbers = numbersFrom(seed, kWordsSorted);
   std::make_heap(numbers.begin(), numbers.end());
   std::sort_heap(numbers.begin(), numbers.end());
   return digestOf(numbers);
@@ -69,7 +69,7 @@ std::uint64_t hashLoad(std::uint64_t seed) {
     }
   }
   const std::vector<std::uint8_t> padded = shaPadded(message);
-  auto state = sha256Start;
+  auto state = kSha256Start;
   for (std::size_t offset = 0; offset < padded.size(); offset += 64) {
     sha256Block(state, padded.data() + offset);
   }
@@ -98,8 +98,8 @@ std::uint64_t matrixLoad(std::uint64_t seed) {
 
 template <std::size_t number>
 void checkLoad(Verifier& verifier) {
-  const Load& load = loads[number];
-  const std::uint64_t seed = verifier.random().next() % loadSeeds + 1;
+  const Load& load = kLoads[number];
+  const std::uint64_t seed = verifier.random().next() % kLoadSeeds + 1;
   std::array<std::uint64_t, 1> found = {load.run(seed)};
   const std::array<std::uint64_t, 1> expected = {load.golden[seed - 1]};
   verifier.verify(found, expected, [&](std::size_t) { return "seed " + std::to_string(seed); });
@@ -107,7 +107,7 @@ void checkLoad(Verifier& verifier) {
 
 }  // namespace
 
-const std::array<Load, 5> loads = {{
+const std::array<Load, 5> kLoads = {{
     {"sort load",
      sortLoad,
      {0x9e8fcad2c381111f, 0xcb0f712e230fb314, 0xe27e53c61dc6150e, 0x5a3a24dcfcc31a6c,
@@ -132,9 +132,9 @@ const std::array<Load, 5> loads = {{
 
 std::vector<Check> loadChecks() {
   return {
-      {loads[0].name, always, checkLoad<0>}, {loads[1].name, always, checkLoad<1>},
-      {loads[2].name, always, checkLoad<2>}, {loads[3].name, always, checkLoad<3>},
-      {loads[4].name, always, checkLoad<4>},
+      {kLoads[0].name, always, checkLoad<0>}, {kLoads[1].name, always, checkLoad<1>},
+      {kLoads[2].name, always, checkLoad<2>}, {kLoads[3].name, always, checkLoad<3>},
+      {kLoads[4].name, always, checkLoad<4>},
   };
 }
 

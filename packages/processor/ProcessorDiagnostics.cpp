@@ -26,12 +26,12 @@ std::vector<Check> sustainedChecks() {
 }
 
 // In the order of TestNumber.
-constexpr std::array<std::vector<Check> (*)(), 8> checkLists = {
+constexpr std::array<std::vector<Check> (*)(), 8> kCheckLists = {
     integerChecks, floatingPointChecks, vectorChecks,          cryptographyChecks,
     atomicChecks,  loadChecks,          randomGeneratorChecks, sustainedChecks};
 
 std::vector<Check> allChecks(TestNumber number) {
-  return checkLists.at(static_cast<std::size_t>(number) - 1)();
+  return kCheckLists.at(static_cast<std::size_t>(number) - 1)();
 }
 
 }  // namespace

@@ -19,17 +19,17 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-constexpr std::size_t drawn = 4096;
-using Draws = std::array<std::uint64_t, drawn>;
+constexpr std::size_t kDrawn = 4096;
+using Draws = std::array<std::uint64_t, kDrawn>;
 
 // Intel, "Digital Random Number Generator Software Implementation Guide", 5.2.1: a generator that
 // gives nothing ten times in a row is out of order. RDSEED may run dry and needs more patience.
-constexpr int randomRetries = 10;
-constexpr int seedRetries = 1000000;
+constexpr int kRandomRetries = 10;
+constexpr int kSeedRetries = 1000000;
 
 [[gnu::target("rdrnd")]] bool drawRandom(std::uint64_t& word) {
   unsigned long long value = 0;
-  for (int attempt = 0; attempt < randomRetries; ++attempt) {
+  for (int attempt = 0; attempt < kRandomRetries; ++attempt) {
     if (_rdrand64_step(&value) != 0) {
       word = value;
       return true;
@@ -40,7 +40,7 @@ constexpr int seedRetries = 1000000;
 
 [[gnu::target("rdseed")]] bool drawSeed(std::uint64_t& word) {
   unsigned long long value = 0;
-  for (int attempt = 0; attempt < seedRetries; ++attempt) {
+  for (int attempt = 0; attempt < kSeedRetries; ++attempt) {
     if (_rdseed64_step(&value) != 0) {
       word = value;
       return true;
@@ -58,7 +58,7 @@ std::uint64_t drawAll(Draw draw, Draws& draws) {
   for (std::uint64_t& word : draws) {
     failures += draw(word) ? 0 : 1;
     if (failures > 3) {
-      return drawn;
+      return kDrawn;
     }
   }
   return failures;
@@ -101,15 +101,15 @@ void notBiased(Verifier& verifier) {
     return;  // told by the other check
   }
   std::array<std::uint64_t, 128> counts{};
-  for (std::size_t index = 0; index < drawn; ++index) {
-    const std::uint64_t changed = draws[index] ^ draws[(index + 1) % drawn];
+  for (std::size_t index = 0; index < kDrawn; ++index) {
+    const std::uint64_t changed = draws[index] ^ draws[(index + 1) % kDrawn];
     for (std::size_t bit = 0; bit < 64; ++bit) {
       counts[bit] += draws[index] >> bit & 1;
       counts[64 + bit] += changed >> bit & 1;
     }
   }
-  const auto half = static_cast<std::int64_t>(drawn / 2);
-  const auto allowed = static_cast<std::int64_t>(8 * std::sqrt(static_cast<double>(drawn)) / 2);
+  const auto half = static_cast<std::int64_t>(kDrawn / 2);
+  const auto allowed = static_cast<std::int64_t>(8 * std::sqrt(static_cast<double>(kDrawn)) / 2);
   verifier.verifyEach(
       counts,
       [&](std::size_t index) {
@@ -138,7 +138,7 @@ void evenBytes(Verifier& verifier) {
       ++counts[word >> shift & 0xff];
     }
   }
-  const double expected = static_cast<double>(drawn) * 8 / 256;
+  const double expected = static_cast<double>(kDrawn) * 8 / 256;
   double square = 0;
   for (const std::uint64_t count : counts) {
     const double distance = static_cast<double>(count) - expected;

@@ -8,10 +8,10 @@ namespace TarvexDiags::Processor {
 
 template <int exponentBits, int fractionBits>
 auto SoftFloat<exponentBits, fractionBits>::decoded(std::uint64_t bits) -> Exact {
-  const auto field = static_cast<int>(bits >> fractionBits & exponentMask);
-  const std::uint64_t fraction = bits & fractionMask;
+  const auto field = static_cast<int>(bits >> fractionBits & kExponentMask);
+  const std::uint64_t fraction = bits & kFractionMask;
   const bool subnormal = field == 0;
-  return {isNegative(bits), (subnormal ? lowestExponent : field - bias) - fractionBits,
+  return {isNegative(bits), (subnormal ? kLowestExponent : field - kBias) - fractionBits,
           subnormal ? fraction : fraction | (std::uint64_t{1} << fractionBits)};
 }
 
@@ -90,7 +90,7 @@ template <int exponentBits, int fractionBits>
 std::uint64_t SoftFloat<exponentBits, fractionBits>::overflown(bool negative, Rounding rounding) {
   const bool away = rounding == Rounding::ToNearest ||
                     rounding == (negative ? Rounding::Downward : Rounding::Upward);
-  return withSign(negative, away ? infinity : largest);
+  return withSign(negative, away ? kInfinity : kLargest);
 }
 
 template <int exponentBits, int fractionBits>
@@ -102,7 +102,7 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::rounded(const Exact& value,
   const Exact top = normalized(value, 126);
   int exponent = top.exponent + 126;
   // Below the lowest exponent fewer bits are kept, down to none.
-  const int kept = precision - std::max(0, lowestExponent - exponent);
+  const int kept = kPrecision - std::max(0, kLowestExponent - exponent);
   const int dropped = std::min(127 - kept, 128);
   const Wide half = dropped <= 127 ? Wide{1} << (dropped - 1) : ~Wide{0};
   const Wide rest = dropped <= 127 ? top.significand & ((Wide{1} << dropped) - 1) : top.significand;
@@ -111,26 +111,26 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::rounded(const Exact& value,
   if (roundsUp(value.negative, (result & 1) != 0, comparedWithHalf, rest != 0, rounding)) {
     ++result;
   }
-  if (exponent < lowestExponent) {
+  if (exponent < kLowestExponent) {
     // A carry into the exponent's field makes the lowest normal number, as it should.
     return withSign(value.negative, result);
   }
-  if (result >> precision != 0) {
+  if (result >> kPrecision != 0) {
     result >>= 1;
     ++exponent;
   }
-  if (exponent > bias) {
+  if (exponent > kBias) {
     return overflown(value.negative, rounding);
   }
-  return withSign(value.negative, (static_cast<std::uint64_t>(exponent + bias) << fractionBits) |
-                                      (result & fractionMask));
+  return withSign(value.negative, (static_cast<std::uint64_t>(exponent + kBias) << fractionBits) |
+                                      (result & kFractionMask));
 }
 
 template <int exponentBits, int fractionBits>
 std::uint64_t SoftFloat<exponentBits, fractionBits>::add(std::uint64_t left, std::uint64_t right,
                                                          Rounding rounding) {
   if (isNan(left) || isNan(right) || (isInfinite(left) && isInfinite(right) && left != right)) {
-    return nan;
+    return kNan;
   }
   if (isInfinite(left) || isInfinite(right)) {
     return isInfinite(left) ? left : right;
@@ -145,10 +145,10 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::multiply(std::uint64_t left
   const bool negative = isNegative(left) != isNegative(right);
   if (isNan(left) || isNan(right) || (isInfinite(left) && isZero(right)) ||
       (isZero(left) && isInfinite(right))) {
-    return nan;
+    return kNan;
   }
   if (isInfinite(left) || isInfinite(right)) {
-    return withSign(negative, infinity);
+    return withSign(negative, kInfinity);
   }
   const Exact first = decoded(left);
   const Exact second = decoded(right);
@@ -163,16 +163,16 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::divide(std::uint64_t left, 
   const bool negative = isNegative(left) != isNegative(right);
   if (isNan(left) || isNan(right) || (isInfinite(left) && isInfinite(right)) ||
       (isZero(left) && isZero(right))) {
-    return nan;
+    return kNan;
   }
   if (isInfinite(left) || isZero(right)) {
-    return withSign(negative, infinity);
+    return withSign(negative, kInfinity);
   }
   if (isInfinite(right) || isZero(left)) {
     return withSign(negative, 0);
   }
   const Exact dividend = normalized(decoded(left), 126);
-  const Exact divisor = normalized(decoded(right), precision - 1);
+  const Exact divisor = normalized(decoded(right), kPrecision - 1);
   const Wide quotient = dividend.significand / divisor.significand;
   const Wide remainder = dividend.significand % divisor.significand;
   return rounded(
@@ -187,7 +187,7 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::squareRoot(std::uint64_t va
     return value;
   }
   if (isNan(value) || isNegative(value)) {
-    return nan;
+    return kNan;
   }
   if (isInfinite(value)) {
     return value;
@@ -218,11 +218,11 @@ std::uint64_t SoftFloat<exponentBits, fractionBits>::multiplyAdd(std::uint64_t l
   const bool negative = isNegative(left) != isNegative(right);
   if (isNan(left) || isNan(right) || isNan(addend) || (isInfinite(left) && isZero(right)) ||
       (isZero(left) && isInfinite(right))) {
-    return nan;
+    return kNan;
   }
   if (isInfinite(left) || isInfinite(right)) {
     const bool opposite = isInfinite(addend) && isNegative(addend) != negative;
-    return opposite ? nan : withSign(negative, infinity);
+    return opposite ? kNan : withSign(negative, kInfinity);
   }
   if (isInfinite(addend)) {
     return addend;

@@ -18,20 +18,20 @@ enum class Rounding { ToNearest, TowardZero, Upward, Downward };
 template <int exponentBits, int fractionBits>
 class SoftFloat {
  public:
-  static constexpr std::uint64_t fractionMask = (std::uint64_t{1} << fractionBits) - 1;
-  static constexpr std::uint64_t exponentMask = (std::uint64_t{1} << exponentBits) - 1;
-  static constexpr std::uint64_t signBit = std::uint64_t{1} << (exponentBits + fractionBits);
-  static constexpr std::uint64_t infinity = exponentMask << fractionBits;
-  static constexpr std::uint64_t largest = infinity - 1;
-  static constexpr std::uint64_t nan = infinity | (std::uint64_t{1} << (fractionBits - 1));
+  static constexpr std::uint64_t kFractionMask = (std::uint64_t{1} << fractionBits) - 1;
+  static constexpr std::uint64_t kExponentMask = (std::uint64_t{1} << exponentBits) - 1;
+  static constexpr std::uint64_t kSignBit = std::uint64_t{1} << (exponentBits + fractionBits);
+  static constexpr std::uint64_t kInfinity = kExponentMask << fractionBits;
+  static constexpr std::uint64_t kLargest = kInfinity - 1;
+  static constexpr std::uint64_t kNan = kInfinity | (std::uint64_t{1} << (fractionBits - 1));
 
-  static bool isNan(std::uint64_t bits) { return (bits & ~signBit) > infinity; }
+  static bool isNan(std::uint64_t bits) { return (bits & ~kSignBit) > kInfinity; }
   /// @brief The one NaN for all of them; anything else as it is.
-  static std::uint64_t canonical(std::uint64_t bits) { return isNan(bits) ? nan : bits; }
+  static std::uint64_t canonical(std::uint64_t bits) { return isNan(bits) ? kNan : bits; }
 
   static std::uint64_t add(std::uint64_t left, std::uint64_t right, Rounding rounding);
   static std::uint64_t subtract(std::uint64_t left, std::uint64_t right, Rounding rounding) {
-    return isNan(right) ? nan : add(left, right ^ signBit, rounding);
+    return isNan(right) ? kNan : add(left, right ^ kSignBit, rounding);
   }
   static std::uint64_t multiply(std::uint64_t left, std::uint64_t right, Rounding rounding);
   static std::uint64_t divide(std::uint64_t left, std::uint64_t right, Rounding rounding);
@@ -47,9 +47,9 @@ class SoftFloat {
  private:
   __extension__ using Wide = unsigned __int128;
 
-  static constexpr int precision = fractionBits + 1;
-  static constexpr int bias = (1 << (exponentBits - 1)) - 1;
-  static constexpr int lowestExponent = 1 - bias;
+  static constexpr int kPrecision = fractionBits + 1;
+  static constexpr int kBias = (1 << (exponentBits - 1)) - 1;
+  static constexpr int kLowestExponent = 1 - kBias;
 
   /// significand * 2^exponent; no infinity, no NaN.
   struct Exact {
@@ -58,11 +58,11 @@ class SoftFloat {
     Wide significand;
   };
 
-  static bool isInfinite(std::uint64_t bits) { return (bits & ~signBit) == infinity; }
-  static bool isZero(std::uint64_t bits) { return (bits & ~signBit) == 0; }
-  static bool isNegative(std::uint64_t bits) { return (bits & signBit) != 0; }
+  static bool isInfinite(std::uint64_t bits) { return (bits & ~kSignBit) == kInfinity; }
+  static bool isZero(std::uint64_t bits) { return (bits & ~kSignBit) == 0; }
+  static bool isNegative(std::uint64_t bits) { return (bits & kSignBit) != 0; }
   static std::uint64_t withSign(bool negative, std::uint64_t magnitude) {
-    return negative ? magnitude | signBit : magnitude;
+    return negative ? magnitude | kSignBit : magnitude;
   }
 
   static Exact decoded(std::uint64_t bits);

@@ -23,9 +23,9 @@ Word finite(Word word, bool positive) {
   return positive ? word & (std::numeric_limits<Word>::max() >> 1) : word;
 }
 
-void fill(std::array<std::byte, vectorBatchBytes>& operand, Element element, bool positive,
+void fill(std::array<std::byte, kVectorBatchBytes>& operand, Element element, bool positive,
           Common::RandomSequence& random) {
-  for (std::size_t offset = 0; offset < vectorBatchBytes; offset += sizeof(std::uint64_t)) {
+  for (std::size_t offset = 0; offset < kVectorBatchBytes; offset += sizeof(std::uint64_t)) {
     std::uint64_t word = testWord(random);
     if (element == Element::Doubles) {
       word = finite(word, positive);
@@ -37,7 +37,7 @@ void fill(std::array<std::byte, vectorBatchBytes>& operand, Element element, boo
   }
 }
 
-std::uint64_t wordAt(const std::array<std::byte, vectorBatchBytes>& operand, std::size_t index) {
+std::uint64_t wordAt(const std::array<std::byte, kVectorBatchBytes>& operand, std::size_t index) {
   std::uint64_t word = 0;
   std::memcpy(&word, operand.data() + index * sizeof(word), sizeof(word));
   return word;
@@ -45,17 +45,17 @@ std::uint64_t wordAt(const std::array<std::byte, vectorBatchBytes>& operand, std
 
 template <const VectorKernels& kernels, std::size_t number>
 void checkOperation(Verifier& verifier) {
-  const VectorKernel& kernel = kernels[number];
+  const VectorKernel& kernel = kAvx512Kernels[number];
   VectorBatch batch{};
   const bool root = std::strncmp(kernel.name, "square", 6) == 0;
   for (auto* operand : {&batch.first, &batch.second, &batch.third}) {
     fill(*operand, kernel.element, root, verifier.random());
   }
   // Equal elements among them, for comparisons.
-  std::memcpy(batch.second.data(), batch.first.data(), vectorBatchBytes / 8);
+  std::memcpy(batch.second.data(), batch.first.data(), kVectorBatchBytes / 8);
   kernel.run(batch);
   auto found = batch.result;
-  scalarKernels[number].run(batch);
+  kScalarKernels[number].run(batch);
   verifier.verify(found, batch.result, [&](std::size_t index) {
     return hexadecimal(wordAt(batch.first, index)) + ", " +
            hexadecimal(wordAt(batch.second, index)) + ", " +
@@ -66,8 +66,8 @@ void checkOperation(Verifier& verifier) {
 template <const VectorKernels& kernels, std::size_t... numbers>
 void append(std::vector<Check>& checks, const std::string& width, bool (*available)(),
             std::index_sequence<numbers...>) {
-  (checks.push_back(
-       {width + " " + kernels[numbers].name, available, checkOperation<kernels, numbers>}),
+  (checks.push_back({width + " " + kAvx512Kernels[numbers].name, available,
+                     checkOperation<kAvx512Kernels, numbers>}),
    ...);
 }
 
@@ -89,10 +89,10 @@ bool hasAvx512() {
 std::vector<Check> vectorChecks() {
   std::vector<Check> checks;
 #if defined(__x86_64__)
-  constexpr std::make_index_sequence<vectorOperationCount> all;
-  append<sseKernels>(checks, "128-bit", hasSsse3, all);
-  append<avx2Kernels>(checks, "256-bit", hasAvx2, all);
-  append<avx512Kernels>(checks, "512-bit", hasAvx512, all);
+  constexpr std::make_index_sequence<kVectorOperationCount> all;
+  append<kSseKernels>(checks, "128-bit", hasSsse3, all);
+  append<kAvx2Kernels>(checks, "256-bit", hasAvx2, all);
+  append<kAvx512Kernels>(checks, "512-bit", hasAvx512, all);
 #endif
   return checks;
 }

@@ -8,14 +8,14 @@
 namespace TarvexDiags::Processor {
 
 /// Operands and results of a vector operation: so many bytes at a time, whatever the width.
-constexpr std::size_t vectorBatchBytes = 4096;
+constexpr std::size_t kVectorBatchBytes = 4096;
 
 /// @brief Three operands and room for the result, aligned for the widest vectors.
 struct VectorBatch {
-  alignas(64) std::array<std::byte, vectorBatchBytes> first;
-  alignas(64) std::array<std::byte, vectorBatchBytes> second;
-  alignas(64) std::array<std::byte, vectorBatchBytes> third;
-  alignas(64) std::array<std::uint64_t, vectorBatchBytes / sizeof(std::uint64_t)> result;
+  alignas(64) std::array<std::byte, kVectorBatchBytes> first;
+  alignas(64) std::array<std::byte, kVectorBatchBytes> second;
+  alignas(64) std::array<std::byte, kVectorBatchBytes> third;
+  alignas(64) std::array<std::uint64_t, kVectorBatchBytes / sizeof(std::uint64_t)> result;
 };
 
 /// @brief What fits into the elements of an operation.
@@ -29,16 +29,16 @@ struct VectorKernel {
 };
 
 /// The same operations in the same order in all of them.
-constexpr std::size_t vectorOperationCount = 37;
-using VectorKernels = std::array<VectorKernel, vectorOperationCount>;
+constexpr std::size_t kVectorOperationCount = 37;
+using VectorKernels = std::array<VectorKernel, kVectorOperationCount>;
 
 ///  @brief One element after the other, in scalar instructions: what the vectors are held against.
-extern const VectorKernels scalarKernels;
+extern const VectorKernels kScalarKernels;
 
 #if defined(__x86_64__)
-extern const VectorKernels sseKernels;
-extern const VectorKernels avx2Kernels;
-extern const VectorKernels avx512Kernels;
+extern const VectorKernels kSseKernels;
+extern const VectorKernels kAvx2Kernels;
+extern const VectorKernels kAvx512Kernels;
 #endif
 
 }  // namespace TarvexDiags::Processor

@@ -37,7 +37,7 @@ TARVEX_INLINE Integers squareRootDoublesOf(Integers a, Integers) {
 
 }  // namespace
 
-const VectorKernels avx2Kernels = {{
+const VectorKernels kAvx2Kernels = {{
 #include "packages/processor/VectorTable.inc"
 }};
 

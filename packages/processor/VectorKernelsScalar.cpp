@@ -11,7 +11,7 @@ namespace TarvexDiags::Processor {
 namespace {
 
 template <typename Scalar>
-Scalar elementOf(const std::array<std::byte, vectorBatchBytes>& operand, std::size_t index) {
+Scalar elementOf(const std::array<std::byte, kVectorBatchBytes>& operand, std::size_t index) {
   Scalar value;
   std::memcpy(&value, operand.data() + index * sizeof(Scalar), sizeof(Scalar));
   // Opaque, or the compiler makes vectors of the loop.
@@ -35,7 +35,7 @@ struct Promoted {
 #define TARVEX_ELEMENTWISE(function, name, element, type, expression)               \
   void function(VectorBatch& batch) {                                               \
     using Operand = Promoted<type>::Type;                                           \
-    for (std::size_t index = 0; index < vectorBatchBytes / sizeof(type); ++index) { \
+    for (std::size_t index = 0; index < kVectorBatchBytes / sizeof(type); ++index) { \
       const Operand a = elementOf<type>(batch.first, index);                        \
       const Operand b = elementOf<type>(batch.second, index);                       \
       const Operand c = elementOf<type>(batch.third, index);                        \
@@ -53,7 +53,7 @@ struct Promoted {
 
 /// Within each 16 bytes; the highest bit of an index makes a zero.
 void shuffleBytes(VectorBatch& batch) {
-  for (std::size_t index = 0; index < vectorBatchBytes; ++index) {
+  for (std::size_t index = 0; index < kVectorBatchBytes; ++index) {
     const auto source = elementOf<std::uint8_t>(batch.second, index);
     const std::size_t from = index / 16 * 16 + source % 16;
     store(batch, index,
@@ -63,7 +63,7 @@ void shuffleBytes(VectorBatch& batch) {
 
 template <typename Combine>
 void eachByte(VectorBatch& batch, Combine combine) {
-  for (std::size_t index = 0; index < vectorBatchBytes; ++index) {
+  for (std::size_t index = 0; index < kVectorBatchBytes; ++index) {
     const unsigned int left = elementOf<std::uint8_t>(batch.first, index);
     const unsigned int right = elementOf<std::uint8_t>(batch.second, index);
     store(batch, index, static_cast<std::uint8_t>(combine(left, right)));
@@ -80,7 +80,7 @@ void averageBytes(VectorBatch& batch) {
 }
 
 void multiplyAddHalves(VectorBatch& batch) {
-  for (std::size_t index = 0; index < vectorBatchBytes / 4; ++index) {
+  for (std::size_t index = 0; index < kVectorBatchBytes / 4; ++index) {
     std::int64_t sum = 0;
     for (std::size_t part = 2 * index; part < 2 * index + 2; ++part) {
       sum += std::int64_t{elementOf<std::int16_t>(batch.first, part)} *
@@ -91,7 +91,7 @@ void multiplyAddHalves(VectorBatch& batch) {
 }
 
 void multiplyWide(VectorBatch& batch) {
-  for (std::size_t index = 0; index < vectorBatchBytes / 8; ++index) {
+  for (std::size_t index = 0; index < kVectorBatchBytes / 8; ++index) {
     store(batch, index,
           std::uint64_t{elementOf<std::uint32_t>(batch.first, 2 * index)} *
               elementOf<std::uint32_t>(batch.second, 2 * index));
@@ -99,14 +99,14 @@ void multiplyWide(VectorBatch& batch) {
 }
 
 void squareRootDoubles(VectorBatch& batch) {
-  for (std::size_t index = 0; index < vectorBatchBytes / 8; ++index) {
+  for (std::size_t index = 0; index < kVectorBatchBytes / 8; ++index) {
     store(batch, index, std::sqrt(elementOf<double>(batch.first, index)));
   }
 }
 
 }  // namespace
 
-const VectorKernels scalarKernels = {{
+const VectorKernels kScalarKernels = {{
 #include "packages/processor/VectorTable.inc"
 }};
 

@@ -37,7 +37,7 @@ TARVEX_INLINE Integers squareRootDoublesOf(Integers a, Integers) {
 
 }  // namespace
 
-const VectorKernels sseKernels = {{
+const VectorKernels kSseKernels = {{
 #include "packages/processor/VectorTable.inc"
 }};
 

@@ -113,7 +113,7 @@ void Verifier::verifyEach(std::span<std::uint64_t> found, const Operands& fault,
 
 void Verifier::report(const std::string& operands, const std::string& expected,
                       std::uint64_t found) {
-  if (++m_wrong <= maximumReported) {
+  if (++m_wrong <= kMaximumReported) {
     m_observer.wrongResult({m_core, m_instructionClass, operands, expected, hexadecimal(found)});
   }
 }

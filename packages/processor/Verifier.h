@@ -82,7 +82,7 @@ class Partner {
 class Verifier {
  public:
   /// So many wrong results are reported one by one; the rest is counted.
-  static constexpr std::uint64_t maximumReported = 16;
+  static constexpr std::uint64_t kMaximumReported = 16;
 
   using Operands = std::function<std::string(std::size_t index)>;
 

@@ -12,11 +12,11 @@
 
 namespace TarvexDiags::Storage {
 
-enum class Direction { read, write };
+enum class Direction { Read, Write };
 
 /// @brief One transfer between a slot's buffer and the disk; offset and length in bytes.
 struct Transfer {
-  Direction direction = Direction::read;
+  Direction direction = Direction::Read;
   unsigned int slot = 0;
   std::uint64_t offset = 0;
   std::uint32_t length = 0;

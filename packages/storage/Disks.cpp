@@ -70,20 +70,20 @@ bool isVirtual(const std::string& vendor, const std::string& model) {
 Attachment attachmentOf(const fs::path& folder, const std::string& name,
                         VirtualDisks virtualDisks) {
   if (name.starts_with("nvme")) {
-    return Attachment::nvme;
+    return Attachment::Nvme;
   }
   if (name.starts_with("mmcblk")) {
-    return Attachment::memoryCard;
+    return Attachment::MemoryCard;
   }
   if (!name.starts_with("sd") && !name.starts_with("hd")) {
-    return Attachment::virtualDisk;
+    return Attachment::VirtualDisk;
   }
   const std::string vendor = readLine(folder / "device/vendor");
-  if (virtualDisks == VirtualDisks::withoutHealth &&
+  if (virtualDisks == VirtualDisks::WithoutHealth &&
       isVirtual(vendor, readLine(folder / "device/model"))) {
-    return Attachment::virtualDisk;
+    return Attachment::VirtualDisk;
   }
-  return vendor == "ATA" ? Attachment::ata : Attachment::scsi;
+  return vendor == "ATA" ? Attachment::Ata : Attachment::Scsi;
 }
 
 Disk describe(const fs::path& folder, const std::string& name, VirtualDisks virtualDisks) {
@@ -139,13 +139,13 @@ std::string unescape(const std::string& text) {
   return plain;
 }
 
-constexpr std::array<std::pair<Attachment, const char*>, 6> attachmentTexts{{
-    {Attachment::nvme, "nvme"},
-    {Attachment::ata, "ata"},
-    {Attachment::scsi, "scsi"},
-    {Attachment::memoryCard, "memory card"},
-    {Attachment::virtualDisk, "virtual"},
-    {Attachment::file, "file"},
+constexpr std::array<std::pair<Attachment, const char*>, 6> kAttachmentTexts{{
+    {Attachment::Nvme, "nvme"},
+    {Attachment::Ata, "ata"},
+    {Attachment::Scsi, "scsi"},
+    {Attachment::MemoryCard, "memory card"},
+    {Attachment::VirtualDisk, "virtual"},
+    {Attachment::File, "file"},
 }};
 
 }  // namespace
@@ -169,7 +169,7 @@ std::optional<Disk> fileAsDisk(const std::string& path) {
   Disk disk;
   disk.name = fs::path(path).filename().string();
   disk.path = path;
-  disk.attachment = Attachment::file;
+  disk.attachment = Attachment::File;
   disk.model = "file";
   disk.bytes = fs::file_size(path, error);
   return disk;
@@ -219,15 +219,15 @@ std::optional<std::uint64_t> startOnDisk(const std::string& disk, const std::str
 }
 
 std::string attachmentText(Attachment attachment) {
-  return std::find_if(attachmentTexts.begin(), attachmentTexts.end(),
+  return std::find_if(kAttachmentTexts.begin(), kAttachmentTexts.end(),
                       [&](const auto& entry) { return entry.first == attachment; })
       ->second;
 }
 
 Attachment attachmentFrom(const std::string& text) {
-  const auto found = std::find_if(attachmentTexts.begin(), attachmentTexts.end(),
+  const auto found = std::find_if(kAttachmentTexts.begin(), kAttachmentTexts.end(),
                                   [&](const auto& entry) { return entry.second == text; });
-  return found == attachmentTexts.end() ? Attachment::virtualDisk : found->first;
+  return found == kAttachmentTexts.end() ? Attachment::VirtualDisk : found->first;
 }
 
 }  // namespace TarvexDiags::Storage

@@ -9,13 +9,13 @@
 namespace TarvexDiags::Storage {
 
 /// @brief How a disk is attached; decides where its health is read.
-enum class Attachment { nvme, ata, scsi, memoryCard, virtualDisk, file };
+enum class Attachment { Nvme, Ata, Scsi, MemoryCard, VirtualDisk, File };
 
 /// @brief A disk as the kernel describes it.
 struct Disk {
   std::string name;  ///< the kernel's name, such as "nvme0n1"; for a file its file name
   std::string path;  ///< what is opened, such as "/dev/nvme0n1"
-  Attachment attachment = Attachment::virtualDisk;
+  Attachment attachment = Attachment::VirtualDisk;
   std::string model;  ///< empty when the kernel does not tell; so are the next two
   std::string serial;
   std::string firmware;
@@ -29,8 +29,8 @@ struct Disk {
 
 /// @brief What a hypervisor's disk on a SATA or SCSI bus counts as.
 enum class VirtualDisks {
-  withoutHealth,  ///< virtual: it imitates a bus, its health would be made up
-  asTheirBus,     ///< what it imitates, health included
+  WithoutHealth,  ///< virtual: it imitates a bus, its health would be made up
+  AsTheirBus,     ///< what it imitates, health included
 };
 
 /// @brief The machine's disks, in the order of their names. Left out: what is made of software
@@ -38,7 +38,7 @@ enum class VirtualDisks {
 /// medium.
 /// @param sysfs where the kernel shows its devices; tests bring a tree of their own.
 std::vector<Disk> findDisks(const std::filesystem::path& sysfs = "/sys",
-                            VirtualDisks virtualDisks = VirtualDisks::withoutHealth);
+                            VirtualDisks virtualDisks = VirtualDisks::WithoutHealth);
 
 /// @brief A regular file treated as a disk; nothing when there is none.
 std::optional<Disk> fileAsDisk(const std::string& path);

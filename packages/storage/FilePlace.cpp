@@ -12,8 +12,8 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-constexpr std::uint64_t smallestFile = std::uint64_t{16} << 20;
-constexpr std::uint64_t unit = std::uint64_t{1} << 20;
+constexpr std::uint64_t kSmallestFile = std::uint64_t{16} << 20;
+constexpr std::uint64_t kUnit = std::uint64_t{1} << 20;
 
 std::optional<dev_t> writableDirectory(const std::string& path) {
   struct stat status {};
@@ -40,7 +40,7 @@ std::string writableOn(const std::string& mount) {
 }
 
 std::vector<Mount> candidates(const Disk& disk) {
-  if (disk.attachment != Attachment::file) {
+  if (disk.attachment != Attachment::File) {
     return mountsOn(disk.name);
   }
   const std::string folder = std::filesystem::absolute(disk.path).parent_path().string();
@@ -53,7 +53,7 @@ FilePlace findFilePlace(const Disk& disk, std::uint64_t wanted) {
   FilePlace best;
   for (const Mount& mount : candidates(disk)) {
     const std::string directory = writableOn(mount.directory);
-    const std::uint64_t space = directory.empty() ? 0 : freeSpace(directory) / shareOfFreeSpace;
+    const std::uint64_t space = directory.empty() ? 0 : freeSpace(directory) / kShareOfFreeSpace;
     if (space > best.bytes) {
       best = {directory, mount.device, space};
     }
@@ -61,8 +61,8 @@ FilePlace findFilePlace(const Disk& disk, std::uint64_t wanted) {
   if (best.directory.empty()) {
     throw NotSupported("no file system that can be written to lies on " + disk.name);
   }
-  best.bytes = std::min(best.bytes, wanted) / unit * unit;
-  if (best.bytes < std::min(wanted, smallestFile)) {
+  best.bytes = std::min(best.bytes, wanted) / kUnit * kUnit;
+  if (best.bytes < std::min(wanted, kSmallestFile)) {
     throw NotSupported("too little free space in " + best.directory);
   }
   return best;

@@ -15,7 +15,7 @@ struct FilePlace {
 };
 
 /// @brief At most this share of the free space is filled, so that nobody else runs out of it.
-inline constexpr std::uint64_t shareOfFreeSpace = 10;
+inline constexpr std::uint64_t kShareOfFreeSpace = 10;
 
 /// @brief The directory with the most free space among those on the disk that this user may write
 /// to. For a file that stands for a disk: the directory that the file lies in.

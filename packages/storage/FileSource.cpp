@@ -26,7 +26,7 @@ struct stat statusOf(int descriptor) {
 }
 
 // Direct transfers to a file want the file system's block; this suits every one of them.
-constexpr std::uint32_t fileBlock = 4096;
+constexpr std::uint32_t kFileBlock = 4096;
 
 }  // namespace
 
@@ -46,7 +46,7 @@ FileSource::FileSource(Common::UniqueDescriptor descriptor, const SourceOptions&
                    std::to_string(minor(status.st_rdev));
   } else {
     m_size = static_cast<std::uint64_t>(status.st_size);
-    m_blockSize = fileBlock;
+    m_blockSize = kFileBlock;
   }
   m_size -= m_size % m_blockSize;
   m_cached = (fcntl(descriptor.get(), F_GETFL) & O_DIRECT) == 0;
@@ -88,7 +88,7 @@ std::optional<WriteActivity> FileSource::writeActivity() {
 }
 
 void FileSource::dropCached(const Transfer& transfer) const {
-  if (m_cached && transfer.direction == Direction::read) {
+  if (m_cached && transfer.direction == Direction::Read) {
     posix_fadvise(descriptor(), static_cast<off_t>(transfer.offset), transfer.length,
                   POSIX_FADV_DONTNEED);
   }

@@ -32,13 +32,13 @@ struct ErrorLogEntry {
 };
 
 /// @brief How the last self-test of the disk ended.
-enum class SelfTestEnd { passedOrNever, running, interrupted, failed };
+enum class SelfTestEnd { PassedOrNever, Running, Interrupted, Failed };
 
 struct ErrorLog {
   std::string origin;                  ///< where it was read, such as "NVMe error log"
   std::uint64_t harmless = 0;          ///< entries that blame a program's request, not the disk
   std::vector<ErrorLogEntry> entries;  ///< the latest first
-  SelfTestEnd selfTest = SelfTestEnd::passedOrNever;
+  SelfTestEnd selfTest = SelfTestEnd::PassedOrNever;
   std::string selfTestText;
 };
 

@@ -100,15 +100,15 @@ class ScsiReader final : public HealthReader {
 
 std::string whyNoHealth(const Disk& disk) {
   switch (disk.attachment) {
-    case Attachment::nvme:
-    case Attachment::ata:
-    case Attachment::scsi:
+    case Attachment::Nvme:
+    case Attachment::Ata:
+    case Attachment::Scsi:
       return {};
-    case Attachment::memoryCard:
+    case Attachment::MemoryCard:
       return "memory cards keep no health log";
-    case Attachment::virtualDisk:
+    case Attachment::VirtualDisk:
       return "a virtual disk has no health of its own";
-    case Attachment::file:
+    case Attachment::File:
       return "a file has no health of its own";
   }
   return {};
@@ -118,10 +118,10 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
   if (const std::string reason = whyNoHealth(disk); !reason.empty()) {
     throw NotSupported(disk.name + ": " + reason);
   }
-  if (disk.attachment == Attachment::nvme) {
+  if (disk.attachment == Attachment::Nvme) {
     return std::make_unique<NvmeReader>(disk);
   }
-  if (disk.attachment == Attachment::ata) {
+  if (disk.attachment == Attachment::Ata) {
     return std::make_unique<AtaReader>(disk);
   }
   return std::make_unique<ScsiReader>(disk);

@@ -34,9 +34,9 @@ bool blamesTheDisk(int status) {
   return isMediaError || generic == NVME_SC_DATA_XFER_ERROR || generic == NVME_SC_INTERNAL;
 }
 
-constexpr int freezingPoint = 273;  // temperatures are told in Kelvin
+constexpr int kFreezingPoint = 273;  // temperatures are told in Kelvin
 
-constexpr std::array<std::pair<unsigned int, const char*>, 6> criticalWarnings{{
+constexpr std::array<std::pair<unsigned int, const char*>, 6> kCriticalWarnings{{
     {NVME_SMART_CRIT_SPARE, "the spare capacity has fallen below its threshold"},
     {NVME_SMART_CRIT_TEMPERATURE, "a temperature is beyond its threshold"},
     {NVME_SMART_CRIT_DEGRADED, "reliability is degraded by media or internal errors"},
@@ -49,13 +49,13 @@ constexpr std::array<std::pair<unsigned int, const char*>, 6> criticalWarnings{{
 
 HealthReport healthFrom(const nvme_smart_log& log) {
   HealthReport health;
-  for (const auto& [bit, text] : criticalWarnings) {
+  for (const auto& [bit, text] : kCriticalWarnings) {
     if ((log.critical_warning & bit) != 0) {
       health.criticalWarnings.emplace_back(text);
     }
   }
   const auto kelvin = static_cast<int>(littleEndian(log.temperature));
-  health.celsius = kelvin == 0 ? 0 : kelvin - freezingPoint;
+  health.celsius = kelvin == 0 ? 0 : kelvin - kFreezingPoint;
   health.spare = log.avail_spare;
   health.spareThreshold = log.spare_thresh;
   health.percentUsed = log.percent_used;
@@ -102,7 +102,7 @@ HealthReport healthFrom(SkDisk& disk) {
   }
   std::uint64_t milliKelvin = 0;
   if (sk_disk_smart_get_temperature(&disk, &milliKelvin) == 0) {
-    health.celsius = static_cast<int>(milliKelvin / 1000) - freezingPoint;
+    health.celsius = static_cast<int>(milliKelvin / 1000) - kFreezingPoint;
   }
   std::uint64_t milliseconds = 0;
   if (sk_disk_smart_get_power_on(&disk, &milliseconds) == 0) {
@@ -153,14 +153,14 @@ ErrorLog errorLogFrom(SkDisk& disk, const std::string& name, const std::filesyst
     case SK_SMART_SELF_TEST_EXECUTION_STATUS_SUCCESS_OR_NEVER:
       break;
     case SK_SMART_SELF_TEST_EXECUTION_STATUS_INPROGRESS:
-      log.selfTest = SelfTestEnd::running;
+      log.selfTest = SelfTestEnd::Running;
       break;
     case SK_SMART_SELF_TEST_EXECUTION_STATUS_ABORTED:
     case SK_SMART_SELF_TEST_EXECUTION_STATUS_INTERRUPTED:
-      log.selfTest = SelfTestEnd::interrupted;
+      log.selfTest = SelfTestEnd::Interrupted;
       break;
     default:
-      log.selfTest = SelfTestEnd::failed;
+      log.selfTest = SelfTestEnd::Failed;
   }
   return log;
 }

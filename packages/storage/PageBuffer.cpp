@@ -10,7 +10,7 @@
 namespace TarvexDiags::Storage {
 namespace {
 
-constexpr std::size_t hugePage = std::size_t{2} << 20;
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 std::size_t roundUp(std::size_t value, std::size_t unit) {
   return (value + unit - 1) / unit * unit;
@@ -20,7 +20,7 @@ std::size_t roundUp(std::size_t value, std::size_t unit) {
 
 PageBuffer::PageBuffer(std::size_t bytes) : m_size(bytes) {
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  const std::size_t alignment = bytes >= hugePage ? hugePage : page;
+  const std::size_t alignment = bytes >= kHugePage ? kHugePage : page;
   m_mapped = roundUp(bytes, alignment) + alignment;
   void* mapping =
       mmap(nullptr, m_mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -30,8 +30,8 @@ PageBuffer::PageBuffer(std::size_t bytes) : m_size(bytes) {
   m_mapping = static_cast<std::byte*>(mapping);
   const auto address = reinterpret_cast<std::uintptr_t>(m_mapping);
   m_start = m_mapping + (roundUp(address, alignment) - address);
-  if (alignment == hugePage) {
-    madvise(m_start, roundUp(bytes, hugePage), MADV_HUGEPAGE);
+  if (alignment == kHugePage) {
+    madvise(m_start, roundUp(bytes, kHugePage), MADV_HUGEPAGE);
   }
   std::memset(m_start, 0, m_size);
 }

@@ -29,7 +29,7 @@ std::uint32_t slotSize(BlockSource& source) {
 }
 
 Transfer readOf(unsigned int slot, std::uint64_t offset, std::uint64_t length) {
-  return {Direction::read, slot, offset, static_cast<std::uint32_t>(length)};
+  return {Direction::Read, slot, offset, static_cast<std::uint32_t>(length)};
 }
 
 }  // namespace
@@ -60,9 +60,9 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
   figures.elapsed = Clock::now() - begin;
   figures.unreadableBlocks = errors.tell();
   const double rate = rateOf(figures.bytes, figures.elapsed);
-  report(journal, StorageEvent::scanned, {disk, sizeText(figures.bytes), rateText(rate)});
+  report(journal, StorageEvent::Scanned, {disk, sizeText(figures.bytes), rateText(rate)});
   if (rate < options.minimumRate && !journal.stopRequested()) {
-    report(journal, StorageEvent::slowerThanAsked,
+    report(journal, StorageEvent::SlowerThanAsked,
            {disk, rateText(rate), rateText(options.minimumRate)});
   }
   return figures;
@@ -96,7 +96,7 @@ ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, cons
   figures.unreadableBlocks = errors.tell();
   const double seconds = std::chrono::duration<double>(figures.elapsed).count();
   const double rate = seconds > 0 ? static_cast<double>(figures.reads) / seconds : 0;
-  report(journal, StorageEvent::randomRead,
+  report(journal, StorageEvent::RandomRead,
          {disk, std::to_string(figures.reads), std::to_string(static_cast<std::uint64_t>(rate)),
           latencyText(latencies.quantile(0.5)), latencyText(latencies.quantile(0.99)),
           latencyText(latencies.quantile(1))});
@@ -130,19 +130,19 @@ class SlowBlockSearch {
       if (!isOutlier(suspect.latency)) {
         continue;
       }
-      if (examined++ < mostExamined && staysSlow(suspect)) {
-        tellSuspect(StorageEvent::slowBlock, suspect, {latencyText(m_median)});
+      if (examined++ < kMostExamined && staysSlow(suspect)) {
+        tellSuspect(StorageEvent::SlowBlock, suspect, {latencyText(m_median)});
       } else {
         stalls.push_back(suspect);
       }
     }
     if (stalls.size() > m_options.allowedStalls) {
       const std::uint64_t block = m_source.blockSize();
-      report(m_journal, StorageEvent::stalls,
+      report(m_journal, StorageEvent::Stalls,
              {m_disk, std::to_string(stalls.size()), latencyText(stalls.front().latency),
               std::to_string(stalls.front().offset / block), std::to_string(block)});
     }
-    report(m_journal, StorageEvent::latency,
+    report(m_journal, StorageEvent::Latency,
            {m_disk, std::to_string(m_latencies.count()), latencyText(m_median),
             latencyText(m_latencies.quantile(0.99)), latencyText(m_latencies.quantile(0.999)),
             latencyText(m_latencies.quantile(1))});
@@ -155,7 +155,7 @@ class SlowBlockSearch {
   };
 
   /// @brief Slow blocks that are read again: each may take seconds.
-  static constexpr std::size_t mostExamined = 16;
+  static constexpr std::size_t kMostExamined = 16;
 
   bool isOutlier(Nanoseconds latency) const {
     return latency > m_options.limit &&

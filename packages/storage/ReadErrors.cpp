@@ -27,13 +27,13 @@ std::uint64_t ReadErrors::tell() {
   std::uint64_t unreadable = 0;
   std::size_t places = 0;
   for (const Place& place : m_places) {
-    if (places++ < mostPlaces) {
+    if (places++ < kMostPlaces) {
       tellPlace(place);
     }
     unreadable += place.recovered ? 0 : place.length / m_source.blockSize();
   }
   if (unreadable > 0) {
-    report(m_journal, StorageEvent::unreadableTotal,
+    report(m_journal, StorageEvent::UnreadableTotal,
            {m_disk, std::to_string(unreadable), std::to_string(m_source.blockSize()),
             std::to_string(places)});
   }
@@ -69,7 +69,7 @@ void ReadErrors::isolate(const Place& failed) {
 }
 
 bool ReadErrors::readsAgain(const Place& place, int& error) {
-  const Transfer transfer{Direction::read, 0, place.offset,
+  const Transfer transfer{Direction::Read, 0, place.offset,
                           static_cast<std::uint32_t>(place.length)};
   const Completion completion = transferOne(m_source, transfer);
   requireFaultOfDisk(completion.error, m_disk);
@@ -94,7 +94,7 @@ void ReadErrors::append(const Place& place) {
 
 void ReadErrors::tellPlace(const Place& place) {
   const std::uint64_t block = m_source.blockSize();
-  report(m_journal, place.recovered ? StorageEvent::recoveredRead : StorageEvent::unreadable,
+  report(m_journal, place.recovered ? StorageEvent::RecoveredRead : StorageEvent::Unreadable,
          {m_disk, std::to_string(place.offset / block), std::to_string(place.length / block),
           std::to_string(block), causeOf(place.error)});
 }

@@ -24,7 +24,7 @@ class ReadErrors {
 
   /// @brief Whether so much has failed that further reading is of no use.
   bool isFull() const {
-    return m_failed.size() >= (m_journal.haltsOnError() ? std::size_t{1} : mostReads);
+    return m_failed.size() >= (m_journal.haltsOnError() ? std::size_t{1} : kMostReads);
   }
 
   /// @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks.
@@ -32,9 +32,9 @@ class ReadErrors {
   std::uint64_t tell();
 
   ///  @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
-  static constexpr std::size_t mostReads = 256;
+  static constexpr std::size_t kMostReads = 256;
   /// @brief Places that are told one by one.
-  static constexpr std::size_t mostPlaces = 32;
+  static constexpr std::size_t kMostPlaces = 32;
 
  private:
   struct Place {

@@ -42,16 +42,16 @@ class StabilityCheck {
     }
     m_figures.elapsed = std::chrono::steady_clock::now() - begin;
     m_figures.unreadableBlocks = m_errors.tell();
-    report(m_journal, StorageEvent::stable, {m_disk, sizeText(m_figures.bytes / 2)});
+    report(m_journal, StorageEvent::Stable, {m_disk, sizeText(m_figures.bytes / 2)});
     return m_figures;
   }
 
  private:
   /// @brief Pieces that are examined closely; with so many at fault the rest says nothing new.
-  static constexpr unsigned int mostExamined = 64;
+  static constexpr unsigned int kMostExamined = 64;
 
   bool goesOn() {
-    return !m_journal.stopRequested() && !m_errors.isFull() && m_examined < mostExamined;
+    return !m_journal.stopRequested() && !m_errors.isFull() && m_examined < kMostExamined;
   }
 
   void compare(const Zone& window) {
@@ -82,7 +82,7 @@ class StabilityCheck {
           if (read.length == 0 || m_journal.stopRequested() || m_errors.isFull()) {
             return std::nullopt;
           }
-          return Transfer{Direction::read, slot, read.offset,
+          return Transfer{Direction::Read, slot, read.offset,
                           static_cast<std::uint32_t>(read.length)};
         },
         [&](const Transfer& transfer, const Completion& completion) {
@@ -140,17 +140,17 @@ class StabilityCheck {
     const std::string block = std::to_string(piece.offset / m_source.blockSize());
     const std::string blockSize = std::to_string(m_source.blockSize());
     if (differedInQuiet) {
-      report(m_journal, StorageEvent::unstable,
+      report(m_journal, StorageEvent::Unstable,
              {m_disk, block, blockSize, std::to_string(contents.size()), std::to_string(reads)});
     } else {
       const bool isSettled = later.size() == 1 && m_source.writeActivity();
-      report(m_journal, isSettled ? StorageEvent::changedByOthers : StorageEvent::unsettled,
+      report(m_journal, isSettled ? StorageEvent::ChangedByOthers : StorageEvent::Unsettled,
              {m_disk, block, blockSize});
     }
   }
 
   std::optional<std::uint32_t> readAgain(const Zone& piece) {
-    const Transfer transfer{Direction::read, 0, piece.offset,
+    const Transfer transfer{Direction::Read, 0, piece.offset,
                             static_cast<std::uint32_t>(piece.length)};
     const Completion completion = transferOne(m_source, transfer);
     if (!succeeded(transfer, completion)) {

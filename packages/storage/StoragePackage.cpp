@@ -29,10 +29,10 @@ using PackageKit::Support;
 using PackageKit::TestContext;
 using PackageKit::Verdict;
 
-constexpr std::uint64_t mebibyte = std::uint64_t{1} << 20;
+constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 
 /// @brief Codes of section DeviceStatus.
-enum DiskStatus : unsigned int { diskReady = 0, diskForbidden = 1, diskMissing = 2 };
+enum DiskStatus : unsigned int { DiskReady = 0, DiskForbidden = 1, DiskMissing = 2 };
 
 // --- Devices
 
@@ -60,9 +60,9 @@ Device deviceOf(const Disk& disk, const std::string& root) {
   };
   device.status = [path = disk.path]() -> unsigned int {
     if (access(path.c_str(), R_OK) == 0) {
-      return diskReady;
+      return DiskReady;
     }
-    return errno == EACCES || errno == EPERM ? diskForbidden : diskMissing;
+    return errno == EACCES || errno == EPERM ? DiskForbidden : DiskMissing;
   };
   return device;
 }
@@ -90,8 +90,8 @@ Disk diskOf(const Device& device) {
 /// @brief The machine's disks, and the files that the configuration names as further ones.
 std::vector<Device> findDevices(const Environment& environment) {
   const auto virtualDisks = environment.settings.packageFlag("VirtualDiskHealth", false)
-                                ? VirtualDisks::asTheirBus
-                                : VirtualDisks::withoutHealth;
+                                ? VirtualDisks::AsTheirBus
+                                : VirtualDisks::WithoutHealth;
   std::vector<Device> devices;
   for (const Disk& disk : findDisks("/sys", virtualDisks)) {
     devices.push_back(deviceOf(disk, environment.resourceString));
@@ -125,7 +125,7 @@ Support canBeRead(const Device& device, const Environment&) {
 
 Support canHoldFile(const Device& device, const Environment&) {
   try {
-    findFilePlace(diskOf(device), mebibyte);
+    findFilePlace(diskOf(device), kMebibyte);
     return Support::yes();
   } catch (const NotSupported& reason) {
     return Support::no(reason.what());
@@ -177,7 +177,7 @@ Verdict identity(TestContext& context) {
     } catch (const NotSupported& reason) {
       context.log(reason.what());  // what the kernel shows can be told all the same
     }
-    const std::uint64_t partOfBlock = disk.attachment == Attachment::file ? disk.bytes % 4096 : 0;
+    const std::uint64_t partOfBlock = disk.attachment == Attachment::File ? disk.bytes % 4096 : 0;
     identify(disk, bytes == 0 ? 0 : bytes + partOfBlock, journal);
   });
 }
@@ -209,7 +209,7 @@ Verdict sequentialScan(TestContext& context) {
   return judged(context, disk.name, [&](RunJournal& journal) {
     const auto source = openForReading(disk.path, sourceOptions(context, 1 << 20, 32));
     ScanOptions options;
-    options.bytes = amount(context, "ScanMegabytes", 0, 512) * mebibyte;
+    options.bytes = amount(context, "ScanMegabytes", 0, 512) * kMebibyte;
     options.minimumRate = context.settingNumber("MinimumRate", 0) * 1e6;
     const ReadFigures figures = scanSequentially(*source, options, disk.name, journal);
     context.measurement("readRate", megabytesPerSecond(figures.bytes, figures.elapsed), "MB/s");
@@ -231,7 +231,7 @@ Verdict readStability(TestContext& context) {
   return judged(context, disk.name, [&](RunJournal& journal) {
     const auto source = openForReading(disk.path, sourceOptions(context, 1 << 20, 32));
     StabilityOptions options;
-    options.bytes = amount(context, "CompareMegabytes", 4096, 256) * mebibyte;
+    options.bytes = amount(context, "CompareMegabytes", 4096, 256) * kMebibyte;
     checkStability(*source, options, disk.name, journal);
   });
 }
@@ -254,7 +254,7 @@ Verdict writeVerify(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
     const FilePlace place =
-        findFilePlace(disk, amount(context, "FileMegabytes", 1024, 64) * mebibyte);
+        findFilePlace(disk, amount(context, "FileMegabytes", 1024, 64) * kMebibyte);
     context.log("the temporary file lies in " + place.directory);
     auto file = makeTemporaryFile(place.directory, place.bytes);
     const int descriptor = file.get();

@@ -14,10 +14,10 @@ struct Stamp {
 };
 
 // Any odd number does; this one (2^64 divided by the golden ratio) changes about half of the bits.
-constexpr std::uint64_t spread = 0x9E3779B97F4A7C15U;
+constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;
 
 Stamp stampOf(std::uint64_t seed, std::uint64_t place) {
-  return {place, (place + 1) * spread ^ seed};
+  return {place, (place + 1) * kSpread ^ seed};
 }
 
 }  // namespace
@@ -35,7 +35,7 @@ void TestPattern::fill(std::span<std::byte> buffer) const {
 }
 
 void TestPattern::stamp(std::span<std::byte> buffer, std::uint64_t offset) const {
-  for (std::size_t at = 0; at < buffer.size(); at += sector) {
+  for (std::size_t at = 0; at < buffer.size(); at += kSector) {
     const Stamp stamp = stampOf(m_seed, offset + at);
     std::memcpy(buffer.data() + at, &stamp, sizeof stamp);
   }

@@ -13,7 +13,7 @@ namespace TarvexDiags::Storage {
 /// was lost or came from an earlier run is told from one that was garbled.
 class TestPattern {
  public:
-  static constexpr std::size_t sector = 512;
+  static constexpr std::size_t kSector = 512;
 
   /// @param length longest transfer, a multiple of the sector.
   TestPattern(std::uint64_t seed, std::size_t length);

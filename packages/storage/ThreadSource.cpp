@@ -94,7 +94,7 @@ class ThreadSource final : public FileSource {
   std::int64_t move(const Transfer& transfer) {
     void* data = buffer(transfer.slot).data();
     const auto offset = static_cast<off_t>(transfer.offset);
-    const ssize_t moved = transfer.direction == Direction::read
+    const ssize_t moved = transfer.direction == Direction::Read
                               ? pread(descriptor(), data, transfer.length, offset)
                               : pwrite(descriptor(), data, transfer.length, offset);
     return moved < 0 ? -errno : moved;

@@ -84,7 +84,7 @@ class UringSource final : public FileSource {
   void prepare(io_uring_sqe* entry, const Transfer& transfer) {
     void* data = buffer(transfer.slot).data();
     const int file = m_fixedFile ? 0 : descriptor();
-    if (transfer.direction == Direction::read) {
+    if (transfer.direction == Direction::Read) {
       m_fixedBuffers ? io_uring_prep_read_fixed(entry, file, data, transfer.length, transfer.offset,
                                                 static_cast<int>(transfer.slot))
                      : io_uring_prep_read(entry, file, data, transfer.length, transfer.offset);

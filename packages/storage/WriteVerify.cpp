@@ -52,7 +52,7 @@ class WriteVerifyRun {
     m_errors.tell();
     if (!m_journal.stopRequested()) {
       report(
-          m_journal, StorageEvent::writtenAndVerified,
+          m_journal, StorageEvent::WrittenAndVerified,
           {m_disk, sizeText(m_figures.bytes), rateText(rateOf(m_figures.bytes, m_figures.writing)),
            rateText(rateOf(m_figures.bytes, m_figures.verifying))});
     }
@@ -61,7 +61,7 @@ class WriteVerifyRun {
 
  private:
   /// @brief Faulty sectors and failed writes that are described one by one.
-  static constexpr unsigned int mostTold = 32;
+  static constexpr unsigned int kMostTold = 32;
 
   bool goesOn() { return !m_journal.stopRequested() && !m_errors.isFull() && !m_full; }
 
@@ -82,7 +82,7 @@ class WriteVerifyRun {
           const auto data = m_source.buffer(slot).first(piece.length);
           m_pattern.stamp(data, piece.offset);
           m_sums[indexOf(piece.offset)] = crc32c(data);
-          return Transfer{Direction::write, slot, piece.offset,
+          return Transfer{Direction::Write, slot, piece.offset,
                           static_cast<std::uint32_t>(piece.length)};
         },
         [&](const Transfer& transfer, const Completion& completion) {
@@ -115,7 +115,7 @@ class WriteVerifyRun {
       const auto data = m_source.buffer(0).first(cut.length);
       m_pattern.fill(data);
       m_pattern.stamp(data, cut.offset);
-      const Transfer again{Direction::write, 0, cut.offset, cut.length};
+      const Transfer again{Direction::Write, 0, cut.offset, cut.length};
       settleWrite(again, transferOne(m_source, again));
     }
   }
@@ -123,12 +123,12 @@ class WriteVerifyRun {
   void settleFailedWrite(std::uint64_t offset, std::uint64_t length, int error) {
     if (error == ENOSPC || error == EDQUOT) {
       m_full = true;  // the file system's doing, not the disk's
-      report(m_journal, StorageEvent::noSpace, {m_disk, causeOf(error)});
+      report(m_journal, StorageEvent::NoSpace, {m_disk, causeOf(error)});
       return;
     }
     requireFaultOfDisk(error, m_disk);
-    if (m_told++ < mostTold) {
-      report(m_journal, StorageEvent::writeFailed,
+    if (m_told++ < kMostTold) {
+      report(m_journal, StorageEvent::WriteFailed,
              {m_disk, std::to_string(offset), std::to_string(length), causeOf(error)});
     }
   }
@@ -140,7 +140,7 @@ class WriteVerifyRun {
         [&](unsigned int slot) -> std::optional<Transfer> {
           for (Zone piece = walk.next(); piece.length > 0 && goesOn(); piece = walk.next()) {
             if (m_written[indexOf(piece.offset)]) {
-              return Transfer{Direction::read, slot, piece.offset,
+              return Transfer{Direction::Read, slot, piece.offset,
                               static_cast<std::uint32_t>(piece.length)};
             }
           }
@@ -163,14 +163,14 @@ class WriteVerifyRun {
     if (crc32c(data) != m_sums[indexOf(transfer.offset)]) {
       // The slot is needed for the next read; what was found is kept, within bounds.
       m_different.push_back({transfer.offset, {}});
-      if (m_different.size() <= mostKept) {
+      if (m_different.size() <= kMostKept) {
         m_different.back().found.assign(data.begin(), data.end());
       }
     }
   }
 
   /// @brief Transfers whose contents are kept for the close look.
-  static constexpr std::size_t mostKept = 16;
+  static constexpr std::size_t kMostKept = 16;
 
   struct Difference {
     std::uint64_t offset = 0;
@@ -194,19 +194,19 @@ class WriteVerifyRun {
     std::vector<std::byte> expected(difference.found.size());
     m_pattern.fill(expected);
     m_pattern.stamp(expected, difference.offset);
-    const Transfer again{Direction::read, 0, difference.offset,
+    const Transfer again{Direction::Read, 0, difference.offset,
                          static_cast<std::uint32_t>(expected.size())};
     const bool readAgain = succeeded(again, transferOne(m_source, again));
-    for (std::size_t at = 0; at < expected.size(); at += TestPattern::sector) {
-      const auto wanted = std::span(expected).subspan(at, TestPattern::sector);
-      const auto found = std::span(difference.found).subspan(at, TestPattern::sector);
+    for (std::size_t at = 0; at < expected.size(); at += TestPattern::kSector) {
+      const auto wanted = std::span(expected).subspan(at, TestPattern::kSector);
+      const auto found = std::span(difference.found).subspan(at, TestPattern::kSector);
       if (std::memcmp(wanted.data(), found.data(), wanted.size()) == 0) {
         continue;
       }
       ++m_figures.faultySectors;
       const bool heals = readAgain && std::memcmp(wanted.data(), m_source.buffer(0).data() + at,
                                                   wanted.size()) == 0;
-      if (m_told++ < mostTold) {
+      if (m_told++ < kMostTold) {
         tellSector(difference.offset + at, wanted, found, heals);
       }
     }
@@ -217,16 +217,16 @@ class WriteVerifyRun {
     std::vector<std::string> parameters{m_disk, std::to_string(offset), blockText(offset)};
     const std::optional<std::uint64_t> place = m_pattern.placeOf(found);
     if (heals) {
-      report(m_journal, StorageEvent::recoveredVerify, std::move(parameters));
+      report(m_journal, StorageEvent::RecoveredVerify, std::move(parameters));
     } else if (place && *place != offset) {
       parameters.push_back(std::to_string(*place));
-      report(m_journal, StorageEvent::misdirected, std::move(parameters));
+      report(m_journal, StorageEvent::Misdirected, std::move(parameters));
     } else if (isUniform(found)) {
-      report(m_journal, StorageEvent::lostWrite, std::move(parameters));
+      report(m_journal, StorageEvent::LostWrite, std::move(parameters));
     } else {
       const auto differing = describe(expected, found);
       parameters.insert(parameters.end(), differing.begin(), differing.end());
-      report(m_journal, StorageEvent::miscompare, std::move(parameters));
+      report(m_journal, StorageEvent::Miscompare, std::move(parameters));
     }
   }
 
@@ -252,7 +252,7 @@ class WriteVerifyRun {
   /// @brief The sector's place on the disk in units of 512 bytes, or "?".
   std::string blockText(std::uint64_t offset) const {
     const auto place = m_options.placeOnDisk ? m_options.placeOnDisk(offset) : std::nullopt;
-    return place ? std::to_string(*place / TestPattern::sector) : "?";
+    return place ? std::to_string(*place / TestPattern::kSector) : "?";
   }
 
   BlockSource& m_source;

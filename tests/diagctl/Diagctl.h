@@ -10,11 +10,11 @@
 
 namespace TarvexDiags::DiagctlTest {
 
-inline constexpr int passed = 0;
-inline constexpr int hardwareFailure = 1;
-inline constexpr int noVerdict = 2;
-inline constexpr int nothingRan = 3;
-inline constexpr int usage = 64;
+inline constexpr int kPassed = 0;
+inline constexpr int kHardwareFailure = 1;
+inline constexpr int kNoVerdict = 2;
+inline constexpr int kNothingRan = 3;
+inline constexpr int kUsage = 64;
 
 /// The program with a control file and packages of the test's own.
 class Diagctl : public ::testing::Test {

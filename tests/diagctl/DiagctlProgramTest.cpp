@@ -39,7 +39,7 @@ namespace fs = std::filesystem;
 TEST_F(Diagctl, run_of_passing_tests_ends_with_0) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-t", "Good", "-q"});
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.err;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("2 tests"));
   EXPECT_THAT(outcome.err, IsEmpty());
 }
@@ -47,7 +47,7 @@ TEST_F(Diagctl, run_of_passing_tests_ends_with_0) {
 TEST_F(Diagctl, run_with_a_failure_ends_with_1_and_tells_finding_and_action) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-t", "Bad", "-d", "Left", "-t", "Good"});
-  EXPECT_EQ(outcome.exitCode, hardwareFailure);
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
   EXPECT_THAT(outcome.out,
               AllOf(HasSubstr("FAILED   Package MIX: Bad on Left"), HasSubstr("line 3 is stuck."),
                     HasSubstr("-> Replace the cable.")));
@@ -64,13 +64,13 @@ TEST_F(Diagctl, run_tells_findings_in_the_chosen_language) {
 
 TEST_F(Diagctl, run_whose_package_says_nothing_has_no_verdict) {
   addMixedPackage();
-  EXPECT_EQ(run({"run", "-t", "Silent", "-d", "1"}).exitCode, noVerdict);
+  EXPECT_EQ(run({"run", "-t", "Silent", "-d", "1"}).exitCode, kNoVerdict);
 }
 
 TEST_F(Diagctl, run_with_a_warning_passes_unless_it_is_strict) {
   addMixedPackage();
-  EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1"}).exitCode, passed);
-  EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1", "--strict"}).exitCode, noVerdict);
+  EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1"}).exitCode, kPassed);
+  EXPECT_EQ(run({"run", "-t", "Weak", "-d", "1", "--strict"}).exitCode, kNoVerdict);
 }
 
 TEST_F(Diagctl, run_with_a_code_of_the_kit_that_nobody_knows_has_no_verdict) {
@@ -78,7 +78,7 @@ TEST_F(Diagctl, run_with_a_code_of_the_kit_that_nobody_knows_has_no_verdict) {
   place.addPackage("NEW", {{.name = "Newer", .behaviour = "warn", .more = "Event=" + unknown}},
                    {{"Left", "bus/left"}});
   const Outcome outcome = run({"run", "--format", "jsonl"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   const auto errors = artifacts(parseLines(outcome.out), "error");
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_EQ(errors[0]["symptom"], "tool-trouble");
@@ -95,32 +95,32 @@ TEST_F(Diagctl, run_takes_events_of_the_controller_as_the_table_says) {
        {.name = "Waits", .more = "ControllerEvent=" + name(Event::UNABLE_TO_PROCESS_TEST_REQUEST)}},
       {{"Left", "bus/left"}});
   const Outcome unknown = run({"run", "-t", "Unknown", "--format", "jsonl"});
-  EXPECT_EQ(unknown.exitCode, noVerdict);
+  EXPECT_EQ(unknown.exitCode, kNoVerdict);
   const auto errors = artifacts(parseLines(unknown.out), "error");
   ASSERT_EQ(errors.size(), 1U);
   EXPECT_EQ(errors[0]["symptom"], "unknown-controller-event");
   EXPECT_THAT(std::string(errors[0]["message"]), HasSubstr("(777)"));
-  EXPECT_EQ(run({"run", "-t", "Trouble"}).exitCode, noVerdict);
-  EXPECT_EQ(run({"run", "-t", "Waits"}).exitCode, passed);
+  EXPECT_EQ(run({"run", "-t", "Trouble"}).exitCode, kNoVerdict);
+  EXPECT_EQ(run({"run", "-t", "Waits"}).exitCode, kPassed);
 }
 
 TEST_F(Diagctl, run_of_nothing_ends_with_3) {
   addMixedPackage();
   const Outcome typo = run({"run", "-t", "Goood"});
-  EXPECT_EQ(typo.exitCode, nothingRan);
+  EXPECT_EQ(typo.exitCode, kNothingRan);
   EXPECT_THAT(typo.err, HasSubstr("nothing matches test 'Goood'"));
-  EXPECT_EQ(run({"run", "-t", "Picky", "-d", "Left"}).exitCode, nothingRan);
+  EXPECT_EQ(run({"run", "-t", "Picky", "-d", "Left"}).exitCode, kNothingRan);
 }
 
 TEST_F(Diagctl, run_with_one_misspelt_pattern_has_no_verdict_on_it) {
   addMixedPackage();
-  EXPECT_EQ(run({"run", "-t", "Good", "-t", "Goood", "-d", "1"}).exitCode, noVerdict);
+  EXPECT_EQ(run({"run", "-t", "Good", "-t", "Goood", "-d", "1"}).exitCode, kNoVerdict);
 }
 
 TEST_F(Diagctl, dry_run_tells_what_would_run_and_runs_nothing) {
   addMixedPackage();
   const Outcome outcome = run({"run", "--dry-run", "-t", "Picky", "-t", "Bad", "-d", "*ef*"});
-  EXPECT_EQ(outcome.exitCode, passed);
+  EXPECT_EQ(outcome.exitCode, kPassed);
   EXPECT_THAT(linesOf(outcome.out),
               ElementsAre("run   Package MIX: Bad on Left",
                           "skip  Package MIX: Picky on Left (not supported)"));
@@ -146,11 +146,11 @@ TEST_F(Diagctl, selection_knows_names_mnemonics_numbers_tags_and_exclusion) {
 TEST_F(Diagctl, missing_devices_are_a_failure_in_every_report) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-t", "Good", "--expect-devices", "3", "--format", "jsonl"});
-  EXPECT_EQ(outcome.exitCode, hardwareFailure);
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
   const auto ends = artifacts(parseLines(outcome.out), "testRunEnd");
   ASSERT_EQ(ends.size(), 1U);
   EXPECT_EQ(ends[0]["result"], "FAIL");
-  EXPECT_EQ(run({"run", "-t", "Good", "--expect-devices", "2"}).exitCode, passed);
+  EXPECT_EQ(run({"run", "-t", "Good", "--expect-devices", "2"}).exitCode, kPassed);
 }
 
 TEST_F(Diagctl, passes_come_from_the_option_or_the_profile) {
@@ -173,14 +173,14 @@ TEST_F(Diagctl, halt_on_error_ends_the_passes) {
 
 TEST_F(Diagctl, quick_asks_for_the_short_form) {
   addSlowPackage();
-  EXPECT_EQ(run({"run", "--quick"}).exitCode, passed);
-  EXPECT_EQ(run({"run", "--profile", "quick"}).exitCode, passed);
+  EXPECT_EQ(run({"run", "--quick"}).exitCode, kPassed);
+  EXPECT_EQ(run({"run", "--profile", "quick"}).exitCode, kPassed);
 }
 
 TEST_F(Diagctl, total_time_ends_the_run_without_a_verdict) {
   addSlowPackage();
   const Outcome outcome = run({"run", "--total-time", "1s"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.out, HasSubstr("SKIPPED"));
   EXPECT_THAT(outcome.err, HasSubstr("total time is used up"));
 }
@@ -208,7 +208,7 @@ TEST_F(Diagctl, the_time_of_a_test_ends_its_passes_and_cuts_none_short) {
   place.addPackage("MID", {{.name = "Middle", .milliseconds = 300}}, {{"One", "bus/one"}});
   const Outcome outcome =
       run({"run", "--time", "2s", "--passes", "1000", "--halt-on-error", "--format", "jsonl"});
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.err;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
   const auto passes = artifacts(parseLines(outcome.out), "diagnosis");
   EXPECT_GE(passes.size(), 2U);
   EXPECT_LE(passes.size(), 10U);
@@ -262,13 +262,13 @@ TEST_F(Diagctl, under_stress_a_test_repeats_by_itself_until_its_passes_or_its_ti
   std::vector<std::string> counted = arguments;
   counted.insert(counted.end(), {"--passes", "4"});
   const Outcome outcome = run(counted);
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.err;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
   EXPECT_EQ(beginningsIn(outcome.out).size(), 4U);
   EXPECT_EQ(artifacts(parseLines(outcome.out), "diagnosis").size(), 4U);
   std::vector<std::string> timed = arguments;
   timed.insert(timed.end(), {"--passes", "1000000", "--time", "1s"});
   const Outcome limited = run(timed);
-  EXPECT_EQ(limited.exitCode, passed) << limited.err;
+  EXPECT_EQ(limited.exitCode, kPassed) << limited.err;
   EXPECT_GE(beginningsIn(limited.out).size(), 2U);
 }
 
@@ -283,7 +283,7 @@ TEST_F(Diagctl, the_diagnostic_mode_decides_what_packages_offer) {
   EXPECT_THAT(planOf({"--mode", "customer"}), ElementsAre(StartsWith(skipped)));
   EXPECT_THAT(planOf({"--mode", "Factory"}),
               ElementsAre("run   Misbehaving package: Destructive on Unit 0"));
-  EXPECT_EQ(run({"run", "-t", "Behaves", "-d", "1", "--mode", "bringup"}).exitCode, passed);
+  EXPECT_EQ(run({"run", "-t", "Behaves", "-d", "1", "--mode", "bringup"}).exitCode, kPassed);
 }
 
 TEST_F(Diagctl, dry_runs_and_estimates_tell_what_a_run_would_lack) {
@@ -294,10 +294,10 @@ TEST_F(Diagctl, dry_runs_and_estimates_tell_what_a_run_would_lack) {
       arguments.emplace_back("--dry-run");
     }
     const Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.exitCode, noVerdict) << verb;
+    EXPECT_EQ(outcome.exitCode, kNoVerdict) << verb;
     EXPECT_THAT(outcome.err, HasSubstr("nothing matches test 'Goood'")) << verb;
   }
-  EXPECT_EQ(run({"run", "--dry-run", "-t", "Picky", "-d", "Left"}).exitCode, nothingRan);
+  EXPECT_EQ(run({"run", "--dry-run", "-t", "Picky", "-d", "Left"}).exitCode, kNothingRan);
 }
 
 // ---- The bundled packages ----------------------------------------------------------------------
@@ -306,7 +306,7 @@ TEST_F(Diagctl, with_nothing_configured_the_bundled_packages_run) {
   const std::vector<std::string> arguments = {
       "--allow-insecure", "run", "-q", "--quick", "-p", "network", "-t", "Loopback datagrams"};
   const Outcome outcome = diagctl(arguments);
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.out << outcome.err;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out << outcome.err;
   EXPECT_THAT(outcome.out, HasSubstr("PASSED   Network: Loopback datagrams on lo"));
 }
 
@@ -322,7 +322,7 @@ TEST_F(Diagctl, a_plain_user_runs_tests_and_needs_no_permission_for_it) {
   if (outcome.exitCode == 126 || outcome.exitCode == 127) {
     GTEST_SKIP() << "the program lies where a plain user cannot read it";
   }
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.out << outcome.err;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out << outcome.err;
 }
 
 TEST_F(Diagctl, exit_styles_translate_for_monitors) {
@@ -374,9 +374,9 @@ TEST_F(Diagctl, a_report_judges_as_its_run_did) {
     std::vector<std::string> judgement;
     int code;
   };
-  for (const Case& each : std::vector<Case>{{"Good", {}, passed},
-                                            {"Weak", {}, passed},
-                                            {"Weak", {"--strict"}, noVerdict},
+  for (const Case& each : std::vector<Case>{{"Good", {}, kPassed},
+                                            {"Weak", {}, kPassed},
+                                            {"Weak", {"--strict"}, kNoVerdict},
                                             {"Weak", {"--exit-style", "nagios"}, 1},
                                             {"Bad", {"--exit-style", "nagios"}, 2},
                                             {"Bad", {"--exit-style", "npd"}, 1},
@@ -403,8 +403,8 @@ TEST_F(Diagctl, a_report_judges_as_its_run_did) {
 TEST_F(Diagctl, a_report_of_an_aborted_run_has_no_verdict_as_the_run_had_none) {
   addSlowPackage();
   const std::string log = place.path("run.jsonl");
-  EXPECT_EQ(run({"run", "--total-time", "1s", "-o", "jsonl=" + log}).exitCode, noVerdict);
-  EXPECT_EQ(diagctl({"report", log}).exitCode, noVerdict);
+  EXPECT_EQ(run({"run", "--total-time", "1s", "-o", "jsonl=" + log}).exitCode, kNoVerdict);
+  EXPECT_EQ(diagctl({"report", log}).exitCode, kNoVerdict);
   EXPECT_THAT(faultsOf(parseLines(contentsOf(log))), IsEmpty());
 }
 
@@ -440,7 +440,7 @@ TEST_F(Diagctl, bad_usage_ends_with_64_and_a_message) {
                                              {"explain"},
                                              {"report"}}) {
     const Outcome outcome = diagctl(arguments);
-    EXPECT_EQ(outcome.exitCode, usage) << ::testing::PrintToString(arguments);
+    EXPECT_EQ(outcome.exitCode, kUsage) << ::testing::PrintToString(arguments);
     EXPECT_THAT(outcome.err, Not(IsEmpty())) << ::testing::PrintToString(arguments);
     EXPECT_THAT(outcome.out, IsEmpty()) << ::testing::PrintToString(arguments);
   }
@@ -448,13 +448,13 @@ TEST_F(Diagctl, bad_usage_ends_with_64_and_a_message) {
 
 TEST_F(Diagctl, help_has_examples_at_each_level) {
   const Outcome top = diagctl({"--help"});
-  EXPECT_EQ(top.exitCode, passed);
+  EXPECT_EQ(top.exitCode, kPassed);
   EXPECT_THAT(top.out, HasSubstr("Examples:"));
   for (const char* verb :
        {"list", "show", "run", "estimate", "check", "explain", "report", "selftest"}) {
     EXPECT_THAT(top.out, HasSubstr(std::string("  ") + verb + " "));
     const Outcome help = diagctl({verb, "--help"});
-    EXPECT_EQ(help.exitCode, passed);
+    EXPECT_EQ(help.exitCode, kPassed);
     EXPECT_THAT(help.out, AllOf(HasSubstr("Examples:"), HasSubstr(std::string("diagctl ") + verb)));
   }
   EXPECT_THAT(diagctl({"--version"}).out, ::testing::MatchesRegex("diagctl [0-9.]+\n"));
@@ -508,9 +508,9 @@ TEST_F(Diagctl, a_package_that_cannot_be_loaded_spoils_the_verdict_of_a_run) {
   place.addPackage("BROKEN", {{.name = "Good"}}, {{"Far", "bus/far"}});
   place.write(place.path("packages/libBROKEN.so"), "no shared object");
   const Outcome outcome = run({"run", "-t", "Good", "--format", "jsonl"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_EQ(artifacts(parseLines(outcome.out), "error").at(0)["symptom"], "package-not-loaded");
-  EXPECT_EQ(run({"list"}).exitCode, noVerdict);
+  EXPECT_EQ(run({"list"}).exitCode, kNoVerdict);
 }
 
 TEST_F(Diagctl, show_tells_all_of_an_item) {
@@ -519,7 +519,7 @@ TEST_F(Diagctl, show_tells_all_of_an_item) {
               AllOf(HasSubstr("test 5 of Package MIX: Picky"), HasSubstr("on Left: not supported"),
                     HasSubstr("on Right: enabled")));
   EXPECT_THAT(run({"show", "left"}).out, HasSubstr("tag bus/left"));
-  EXPECT_EQ(run({"show", "nothing"}).exitCode, nothingRan);
+  EXPECT_EQ(run({"show", "nothing"}).exitCode, kNothingRan);
 }
 
 TEST_F(Diagctl, explain_knows_both_tables_by_name_and_number) {
@@ -527,7 +527,7 @@ TEST_F(Diagctl, explain_knows_both_tables_by_name_and_number) {
   EXPECT_THAT(diagctl({"explain", "32"}).out,
               AllOf(HasSubstr("FUNCTION_NOT_FOUND_IN_DLL"),
                     HasSubstr("UNABLE_TO_PROCESS_TEST_REQUEST"), HasSubstr("->")));
-  EXPECT_EQ(diagctl({"explain", "9999"}).exitCode, nothingRan);
+  EXPECT_EQ(diagctl({"explain", "9999"}).exitCode, kNothingRan);
 }
 
 TEST_F(Diagctl, estimate_asks_the_packages_and_sums) {
@@ -536,18 +536,18 @@ TEST_F(Diagctl, estimate_asks_the_packages_and_sums) {
                     {.name = "Two", .more = "Estimate=30\nTestEstimatedTime=5"}},
                    {{"Left", "bus/left"}, {"Right", "bus/right"}});
   const Outcome outcome = run({"estimate", "--passes", "2"});
-  EXPECT_EQ(outcome.exitCode, passed);
+  EXPECT_EQ(outcome.exitCode, kPassed);
   const auto lines = linesOf(outcome.out);
   ASSERT_EQ(lines.size(), 6U);
   EXPECT_EQ(lines[0], "  3 min 00 s  Package EST: One on Left");
   EXPECT_EQ(lines.back(), "4 tests: 8 min 00 s one after the other, 4 min 00 s side by side");
-  EXPECT_EQ(run({"estimate", "-t", "None"}).exitCode, nothingRan);
+  EXPECT_EQ(run({"estimate", "-t", "None"}).exitCode, kNothingRan);
 }
 
 TEST_F(Diagctl, check_of_a_sound_workplace_finds_nothing) {
   addMixedPackage();
   const Outcome outcome = run({"check"});
-  EXPECT_EQ(outcome.exitCode, passed) << outcome.out;
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out;
 }
 
 TEST_F(Diagctl, check_tells_every_problem_with_file_section_key_and_reason) {
@@ -568,7 +568,7 @@ TEST_F(Diagctl, check_tells_every_problem_with_file_section_key_and_reason) {
   fs::remove(place.path("packages/en/CLASH.cfg"));
   place.write(place.path("packages/LONELY.cfg"), "[Package]\n");
   const Outcome outcome = run({"check"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   const std::string mix = place.packageFile("MIX");
   EXPECT_THAT(outcome.out, HasSubstr("[Package] SODependencies: 'libnone.so' cannot be loaded: "));
   EXPECT_THAT(
@@ -595,7 +595,7 @@ TEST_F(Diagctl, check_tells_tags_that_clash) {
   place.addPackage("A", {{.name = "Good"}}, {{"Left", "bus/left"}});
   place.addPackage("B", {{.name = "Good"}}, {{"Far left", "other/left"}});
   const Outcome outcome = run({"check"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.out, AllOf(HasSubstr("resource tags left: "), HasSubstr("bus/left (A, Left)"),
                                  HasSubstr("other/left (B, Far left)")));
 }
@@ -603,8 +603,8 @@ TEST_F(Diagctl, check_tells_tags_that_clash) {
 TEST_F(Diagctl, selftest_proves_that_misbehaviour_is_contained) {
   const Outcome outcome = diagctl({"selftest", "--allow-insecure"});
   // No limit of memory can be set there, and the test that would fill it is not run.
-  const int impossible = TestSupport::isSanitized ? 1 : 0;
-  EXPECT_EQ(outcome.exitCode, impossible > 0 ? noVerdict : passed) << outcome.out << outcome.err;
+  const int impossible = TestSupport::kIsSanitized ? 1 : 0;
+  EXPECT_EQ(outcome.exitCode, impossible > 0 ? kNoVerdict : kPassed) << outcome.out << outcome.err;
   const auto lines = linesOf(outcome.out);
   EXPECT_GE(lines.size(), 25U);
   EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
@@ -626,9 +626,9 @@ TEST_F(Diagctl, control_files_are_found_in_the_user_s_directory) {
 TEST_F(Diagctl, a_bad_control_file_is_told_with_what_to_do) {
   place.write(place.controlFile(), "[GlobalSettings]\n");
   const Outcome outcome = run({"list"});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, AllOf(HasSubstr("INITIALISATION_FAILED"), HasSubstr("diagctl check")));
-  EXPECT_EQ(diagctl({"--config", place.path("none.cfg"), "list"}).exitCode, noVerdict);
+  EXPECT_EQ(diagctl({"--config", place.path("none.cfg"), "list"}).exitCode, kNoVerdict);
 }
 
 TEST_F(Diagctl, root_refuses_what_others_may_write_to_and_says_which) {
@@ -638,10 +638,10 @@ TEST_F(Diagctl, root_refuses_what_others_may_write_to_and_says_which) {
   addMixedPackage();
   fs::permissions(place.packageFile("MIX"), fs::perms(0666));
   const Outcome refused = run({"run", "-t", "Good"});
-  EXPECT_EQ(refused.exitCode, noVerdict);
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
   EXPECT_THAT(refused.err, AllOf(HasSubstr(place.packageFile("MIX") + ": may be written by others"),
                                  HasSubstr("--allow-insecure")));
-  EXPECT_EQ(run({"run", "-t", "Good", "--allow-insecure"}).exitCode, passed);
+  EXPECT_EQ(run({"run", "-t", "Good", "--allow-insecure"}).exitCode, kPassed);
   EXPECT_THAT(run({"check"}).out, HasSubstr("permissions: " + place.packageFile("MIX")));
   fs::permissions(place.packageFile("MIX"), fs::perms(0644));
   ASSERT_EQ(chown(place.path("packages/libMIX.so").c_str(), 1000, 1000), 0);
@@ -682,7 +682,7 @@ TEST_P(DiagctlSignals, one_that_was_ignored_from_the_start_stays_so) {
   Program program(withControlFile({"run"}), options);
   ASSERT_TRUE(program.waitFor("running  Package SHORT: Brief"));
   program.signal(GetParam());
-  EXPECT_EQ(program.finish().exitCode, passed);
+  EXPECT_EQ(program.finish().exitCode, kPassed);
 }
 
 TEST_F(Diagctl, a_run_left_at_once_leaves_nothing_in_the_directory_for_temporary_files) {

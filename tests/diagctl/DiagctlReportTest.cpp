@@ -179,9 +179,9 @@ TEST_F(Diagctl, one_run_writes_all_formats_and_report_turns_the_log_into_the_sam
   const Outcome live =
       run({"run", "-q", "--passes", "2", "-o", "jsonl=" + log, "-o", "tap=" + place.path("run.tap"),
            "-o", "junit=" + place.path("run.xml")});
-  EXPECT_EQ(live.exitCode, hardwareFailure);
+  EXPECT_EQ(live.exitCode, kHardwareFailure);
   const Outcome text = diagctl({"report", log});
-  EXPECT_EQ(text.exitCode, hardwareFailure);
+  EXPECT_EQ(text.exitCode, kHardwareFailure);
   EXPECT_EQ(text.out, live.out);
   EXPECT_EQ(diagctl({"report", log, "--format", "tap"}).out, contentsOf(place.path("run.tap")));
   EXPECT_EQ(diagctl({"report", log, "--format", "junit"}).out, contentsOf(place.path("run.xml")));
@@ -192,7 +192,7 @@ TEST_F(Diagctl, output_to_a_dash_takes_the_place_of_the_text) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-t", "Good", "-o", "tap=-"});
   EXPECT_EQ(linesOf(outcome.out).front(), "TAP version 13");
-  EXPECT_EQ(run({"run", "-o", "tap=-", "-o", "text=-"}).exitCode, usage);
+  EXPECT_EQ(run({"run", "-o", "tap=-", "-o", "text=-"}).exitCode, kUsage);
 }
 
 TEST_F(Diagctl, logs_are_appended_to_and_other_reports_replaced) {
@@ -221,7 +221,7 @@ TEST_F(Diagctl, a_killed_run_leaves_a_usable_log_and_the_old_report) {
   EXPECT_THAT(faultsOf(lines), IsEmpty());
   EXPECT_THAT(artifacts(lines, "testRunEnd"), IsEmpty());
   const Outcome report = diagctl({"report", log});
-  EXPECT_EQ(report.exitCode, noVerdict);
+  EXPECT_EQ(report.exitCode, kNoVerdict);
   EXPECT_THAT(report.out, HasSubstr("The run was cut short."));
 }
 
@@ -235,7 +235,7 @@ TEST_F(Diagctl, a_run_is_appended_to_a_log_that_broke_off_within_a_line) {
   const Outcome live = run({"run", "-q", "-t", "Bad", "-d", "1", "-o", "jsonl=" + log});
   EXPECT_EQ(contentsOf(log).substr(0, half.size() + 1), half + "\n");
   const Outcome report = diagctl({"report", log});
-  EXPECT_EQ(report.exitCode, hardwareFailure) << report.err;
+  EXPECT_EQ(report.exitCode, kHardwareFailure) << report.err;
   EXPECT_THAT(report.out, AllOf(HasSubstr("The run was cut short."), EndsWith(live.out)));
 }
 
@@ -246,7 +246,7 @@ TEST_F(Diagctl, report_tells_each_run_of_a_log_in_every_format) {
   run({"run", "-q", "-t", "Bad", "-o", "jsonl=" + log});
   const Outcome text = diagctl({"report", log, "-o", "tap=" + place.path("run.tap"), "-o",
                                 "junit=" + place.path("run.xml")});
-  EXPECT_EQ(text.exitCode, hardwareFailure);
+  EXPECT_EQ(text.exitCode, kHardwareFailure);
   EXPECT_THAT(text.out, AllOf(HasSubstr("1 tests in"), HasSubstr("2 tests in")));
   EXPECT_EQ(parseTap(contentsOf(place.path("run.tap"))).points.size(), 3U);
   EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].size(), 2U);
@@ -259,7 +259,7 @@ TEST_F(Diagctl, report_of_a_bad_log_names_file_line_and_reason) {
   const std::string log = place.path("bad.jsonl");
   place.write(log, "{\"schemaVersion\":{\"major\":2,\"minor\":0}}\nnonsense\n{}\n");
   const Outcome outcome = diagctl({"report", log});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, HasSubstr(log + ":2: "));
   EXPECT_THAT(diagctl({"report", place.path("none")}).err, HasSubstr("No such file"));
 }
@@ -272,11 +272,11 @@ TEST_F(Diagctl, a_full_disk_is_told_and_spoils_no_other_report) {
   Program::Options full;
   full.standardOutput = "/dev/full";
   const Outcome outcome = run({"run", "-t", "Good", "-o", "jsonl=" + log}, full);
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, HasSubstr("standard output: No space left on device"));
   EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
   const Outcome file = run({"run", "-t", "Bad", "-o", "tap=/dev/full"});
-  EXPECT_EQ(file.exitCode, hardwareFailure);
+  EXPECT_EQ(file.exitCode, kHardwareFailure);
   EXPECT_THAT(file.err, HasSubstr("/dev/full: No space left on device"));
 }
 
@@ -286,7 +286,7 @@ TEST_F(Diagctl, report_writes_its_other_files_when_one_disk_is_full) {
   run({"run", "-t", "Good", "-d", "1", "-o", "jsonl=" + log});
   const Outcome outcome =
       diagctl({"report", log, "-o", "tap=/dev/full", "-o", "junit=" + place.path("run.xml")});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, HasSubstr("/dev/full: No space left on device"));
   EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].size(), 1U);
 }
@@ -294,17 +294,18 @@ TEST_F(Diagctl, report_writes_its_other_files_when_one_disk_is_full) {
 TEST_F(Diagctl, no_file_takes_two_reports_and_no_log_its_own) {
   addMixedPackage();
   const std::string file = place.path("run.out");
-  EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=" + file, "-o", "junit=" + file}).exitCode, usage);
+  EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=" + file, "-o", "junit=" + file}).exitCode,
+            kUsage);
   EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=" + file, "-o",
                  "junit=" + place.path("logs/../run.out")})
                 .exitCode,
-            usage);
+            kUsage);
   run({"run", "-t", "Good", "-o", "jsonl=" + file});
   const std::string before = contentsOf(file);
-  EXPECT_EQ(diagctl({"report", file, "-o", "jsonl=" + file}).exitCode, usage);
+  EXPECT_EQ(diagctl({"report", file, "-o", "jsonl=" + file}).exitCode, kUsage);
   EXPECT_EQ(contentsOf(file), before);
   EXPECT_EQ(run({"run", "-t", "Good", "-o", "tap=/dev/null", "-o", "junit=/dev/null"}).exitCode,
-            passed);
+            kPassed);
 }
 
 TEST_F(Diagctl, each_verb_tells_a_full_disk) {
@@ -313,7 +314,7 @@ TEST_F(Diagctl, each_verb_tells_a_full_disk) {
   full.standardOutput = "/dev/full";
   for (const std::vector<std::string>& verb : std::vector<std::vector<std::string>>{
            {"list"}, {"show", "Good"}, {"explain", "32"}, {"estimate"}, {"check"}}) {
-    EXPECT_EQ(run(verb, full).exitCode, noVerdict) << verb[0];
+    EXPECT_EQ(run(verb, full).exitCode, kNoVerdict) << verb[0];
   }
 }
 
@@ -323,7 +324,7 @@ TEST_F(Diagctl, a_closed_pipe_lets_the_run_end_in_order) {
   Program::Options closed;
   closed.closesOutput = true;
   const Outcome outcome = run({"run", "-t", "Good", "-o", "jsonl=" + log}, closed);
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, HasSubstr("standard output: Broken pipe"));
   EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
 }
@@ -331,7 +332,7 @@ TEST_F(Diagctl, a_closed_pipe_lets_the_run_end_in_order) {
 TEST_F(Diagctl, an_output_that_cannot_be_opened_is_told_before_anything_runs) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-o", "tap=" + place.path("none/run.tap")});
-  EXPECT_EQ(outcome.exitCode, noVerdict);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.out, IsEmpty());
   EXPECT_THAT(outcome.err, HasSubstr("none/run.tap: No such file or directory"));
 }

@@ -48,7 +48,7 @@ Catalogue oneDeviceCatalogue() {
   package.mnemonic = "STORAGE";
   package.tests = {{.id = 3, .name = "Sequential read"}, {.id = 4, .name = "Random read"}};
   package.devices = {{.id = 1, .name = "Disk A", .tag = "pci0/disk0"}};
-  package.pairs = {{{1, 3}, PairState::enabled}, {{1, 4}, PairState::disabled}};
+  package.pairs = {{{1, 3}, PairState::Enabled}, {{1, 4}, PairState::Disabled}};
   Catalogue catalogue;
   catalogue.packages = {package};
   return catalogue;
@@ -126,26 +126,26 @@ TEST_P(ExitCodes, follow_from_what_became_of_the_tests) {
 INSTANTIATE_TEST_SUITE_P(
     Each, ExitCodes,
     ::testing::Values(
-        ExitCase{"passed", {.passed = 2, .skipped = 1}, {}, ExitCode::passed},
-        ExitCase{"failure_wins", {.failed = 1, .troubled = 1}, {}, ExitCode::hardwareFailure},
-        ExitCase{"trouble", {.passed = 1, .troubled = 1}, {}, ExitCode::noVerdict},
-        ExitCase{"aborted", {.passed = 1, .aborted = 1}, {}, ExitCode::noVerdict},
-        ExitCase{"package_lost", {.passed = 1}, {.failedPackages = 1}, ExitCode::noVerdict},
-        ExitCase{"misspelt", {.passed = 1}, {.hasUnmatchedPattern = true}, ExitCode::noVerdict},
-        ExitCase{"warned", {.warned = 1}, {}, ExitCode::passed},
-        ExitCase{"warned_strictly", {.warned = 1}, {.isStrict = true}, ExitCode::noVerdict},
-        ExitCase{"all_skipped", {.skipped = 3}, {}, ExitCode::nothingRan},
-        ExitCase{"nothing", {}, {.hasUnmatchedPattern = true}, ExitCode::nothingRan}),
+        ExitCase{"passed", {.passed = 2, .skipped = 1}, {}, ExitCode::kPassed},
+        ExitCase{"failure_wins", {.failed = 1, .troubled = 1}, {}, ExitCode::kHardwareFailure},
+        ExitCase{"trouble", {.passed = 1, .troubled = 1}, {}, ExitCode::kNoVerdict},
+        ExitCase{"aborted", {.passed = 1, .aborted = 1}, {}, ExitCode::kNoVerdict},
+        ExitCase{"package_lost", {.passed = 1}, {.failedPackages = 1}, ExitCode::kNoVerdict},
+        ExitCase{"misspelt", {.passed = 1}, {.hasUnmatchedPattern = true}, ExitCode::kNoVerdict},
+        ExitCase{"warned", {.warned = 1}, {}, ExitCode::kPassed},
+        ExitCase{"warned_strictly", {.warned = 1}, {.isStrict = true}, ExitCode::kNoVerdict},
+        ExitCase{"all_skipped", {.skipped = 3}, {}, ExitCode::kNothingRan},
+        ExitCase{"nothing", {}, {.hasUnmatchedPattern = true}, ExitCode::kNothingRan}),
     [](const auto& each) { return each.param.name; });
 
 TEST(ExitStyles, keep_what_they_cannot_tell_apart_on_the_safe_side) {
-  EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::nagios), 3);
-  EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::npd), 2);
-  EXPECT_EQ(translate(ExitCode::nothingRan, {}, ExitStyle::plain), 3);
-  EXPECT_EQ(translate(ExitCode::passed, {.warned = 1}, ExitStyle::npd), 0);
-  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::nagios), 3);
-  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::npd), 2);
-  EXPECT_EQ(translate(ExitCode::signalBase + 15, {}, ExitStyle::plain), 143);
+  EXPECT_EQ(translate(ExitCode::kNothingRan, {}, ExitStyle::Nagios), 3);
+  EXPECT_EQ(translate(ExitCode::kNothingRan, {}, ExitStyle::Npd), 2);
+  EXPECT_EQ(translate(ExitCode::kNothingRan, {}, ExitStyle::Plain), 3);
+  EXPECT_EQ(translate(ExitCode::kPassed, {.warned = 1}, ExitStyle::Npd), 0);
+  EXPECT_EQ(translate(ExitCode::kSignalBase + 15, {}, ExitStyle::Nagios), 3);
+  EXPECT_EQ(translate(ExitCode::kSignalBase + 15, {}, ExitStyle::Npd), 2);
+  EXPECT_EQ(translate(ExitCode::kSignalBase + 15, {}, ExitStyle::Plain), 143);
 }
 
 // ---- The log ---------------------------------------------------------------------------------
@@ -165,15 +165,15 @@ std::vector<RunEvent> wholeRun() {
   return {{time, start},
           {time, StepStarted{"1", "Storage", "Disk on a shelf", "Read: fast", "1-1", 1}},
           {time, StepMeasurement{"1", "speed", 1.5, "GB/s", "1-1"}},
-          {time, StepMessage{"1", Severity::warning, "It is \"warm\".\nVery.", "Cool it."}},
+          {time, StepMessage{"1", Severity::Warning, "It is \"warm\".\nVery.", "Cool it."}},
           {time, StepTrouble{"1", "worker-crashed", "It crashed.", "Run it again."}},
-          {time, StepDiagnosis{"1", Verdict::fail, "bit-flip", "A: b", "Replace it.", "1-1", 2}},
-          {time, StepEnded{"1", RunStatus::error}},
+          {time, StepDiagnosis{"1", Verdict::Fail, "bit-flip", "A: b", "Replace it.", "1-1", 2}},
+          {time, StepEnded{"1", RunStatus::Error}},
           {time, StepStarted{"2", "Storage", "Disk", "Write", "1-1", 1}},
-          {time, StepEnded{"2", RunStatus::skip, true}},
-          {time, RunMessage{Severity::information, "all told"}},
+          {time, StepEnded{"2", RunStatus::Skip, true}},
+          {time, RunMessage{Severity::Information, "all told"}},
           {time, RunTrouble{"package-not-loaded", "lost"}},
-          {time, RunEnded{RunStatus::complete, RunResult::fail}}};
+          {time, RunEnded{RunStatus::Complete, RunResult::Fail}}};
 }
 
 std::string toLog(const std::vector<RunEvent>& events) {
@@ -206,7 +206,7 @@ TEST(Log, reads_back_as_it_was_written) {
 
 TEST(Log, stays_valid_whatever_bytes_a_package_writes) {
   const auto time = std::chrono::system_clock::time_point();
-  const std::string log = toLog({{time, RunMessage{Severity::error, "\xff\xfe \x01 end"}}});
+  const std::string log = toLog({{time, RunMessage{Severity::Error, "\xff\xfe \x01 end"}}});
   EXPECT_THAT(std::get<RunMessage>(fromLog(log).at(0).body).text, HasSubstr("end"));
 }
 
@@ -350,24 +350,24 @@ TEST(PrintableTexts, are_all_that_reports_for_people_and_machines_hold) {
 // ---- Rules of the check ------------------------------------------------------------------------
 
 TEST(Rules, tell_what_is_wrong_with_a_value) {
-  EXPECT_EQ(findFault(ValueKind::truth, "true"), "");
-  EXPECT_EQ(findFault(ValueKind::truth, "yes"), "'yes' is none of TRUE, FALSE");
-  EXPECT_EQ(findFault(ValueKind::number, "-3"), "");
-  EXPECT_EQ(findFault(ValueKind::number, "3x"), "'3x' is no whole number");
-  EXPECT_EQ(findFault(ValueKind::number, "99999999999"), "'99999999999' is no whole number");
-  EXPECT_EQ(findFault(ValueKind::positiveNumber, "0"), "0 is not above 0");
-  EXPECT_EQ(findFault(ValueKind::niceness, "0"), "");
-  EXPECT_EQ(findFault(ValueKind::niceness, "19"), "");
-  EXPECT_EQ(findFault(ValueKind::niceness, "20"), "20 is not between 0 and 19");
-  EXPECT_EQ(findFault(ValueKind::niceness, "-1"), "-1 is not between 0 and 19");
-  EXPECT_EQ(findFault(ValueKind::niceness, "low"), "'low' is no whole number");
-  EXPECT_EQ(findFault(ValueKind::machineId, "0xffff"), "");
-  EXPECT_EQ(findFault(ValueKind::machineId, "65536"), "65536 is not between 0 and 65535");
-  EXPECT_EQ(findFault(ValueKind::machineId, "0xfg"),
+  EXPECT_EQ(findFault(ValueKind::Truth, "true"), "");
+  EXPECT_EQ(findFault(ValueKind::Truth, "yes"), "'yes' is none of TRUE, FALSE");
+  EXPECT_EQ(findFault(ValueKind::Number, "-3"), "");
+  EXPECT_EQ(findFault(ValueKind::Number, "3x"), "'3x' is no whole number");
+  EXPECT_EQ(findFault(ValueKind::Number, "99999999999"), "'99999999999' is no whole number");
+  EXPECT_EQ(findFault(ValueKind::PositiveNumber, "0"), "0 is not above 0");
+  EXPECT_EQ(findFault(ValueKind::Niceness, "0"), "");
+  EXPECT_EQ(findFault(ValueKind::Niceness, "19"), "");
+  EXPECT_EQ(findFault(ValueKind::Niceness, "20"), "20 is not between 0 and 19");
+  EXPECT_EQ(findFault(ValueKind::Niceness, "-1"), "-1 is not between 0 and 19");
+  EXPECT_EQ(findFault(ValueKind::Niceness, "low"), "'low' is no whole number");
+  EXPECT_EQ(findFault(ValueKind::MachineId, "0xffff"), "");
+  EXPECT_EQ(findFault(ValueKind::MachineId, "65536"), "65536 is not between 0 and 65535");
+  EXPECT_EQ(findFault(ValueKind::MachineId, "0xfg"),
             "'0xfg' is no whole number, decimal or hexadecimal");
-  EXPECT_EQ(findFault(ValueKind::directory, "/nowhere"), "'/nowhere' does not exist");
-  EXPECT_EQ(findFault(ValueKind::directory, "/etc/passwd"), "'/etc/passwd' is no directory");
-  EXPECT_EQ(findFault(ValueKind::diagMode, "factory"), "");
+  EXPECT_EQ(findFault(ValueKind::Directory, "/nowhere"), "'/nowhere' does not exist");
+  EXPECT_EQ(findFault(ValueKind::Directory, "/etc/passwd"), "'/etc/passwd' is no directory");
+  EXPECT_EQ(findFault(ValueKind::DiagMode, "factory"), "");
 }
 
 TEST(Rules, tell_what_a_file_holds_and_nobody_reads) {

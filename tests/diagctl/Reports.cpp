@@ -17,7 +17,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-enum Need { required, optional };
+enum Need { Required, Optional };
 
 /// A field of an object. Type: "text", "number", "count", "value", "object" (with any fields), the
 /// name of a shape, "[]" before the name of a shape, or words with "|" between them.
@@ -28,67 +28,67 @@ struct Field {
 };
 
 const std::map<std::string, std::vector<Field>>& shapes() {
-  static const std::map<std::string, std::vector<Field>> table = {
-      {"schemaVersion", {{"major", required, "count"}, {"minor", required, "count"}}},
+  static const std::map<std::string, std::vector<Field>> kTable = {
+      {"schemaVersion", {{"major", Required, "count"}, {"minor", Required, "count"}}},
       {"testRunStart",
-       {{"name", required, "text"},
-        {"version", required, "text"},
-        {"commandLine", required, "text"},
-        {"parameters", required, "object"},
-        {"dutInfo", required, "dutInfo"}}},
+       {{"name", Required, "text"},
+        {"version", Required, "text"},
+        {"commandLine", Required, "text"},
+        {"parameters", Required, "object"},
+        {"dutInfo", Required, "dutInfo"}}},
       {"testRunEnd",
-       {{"status", required, "COMPLETE|ERROR|SKIP"},
-        {"result", required, "PASS|FAIL|NOT_APPLICABLE"}}},
+       {{"status", Required, "COMPLETE|ERROR|SKIP"},
+        {"result", Required, "PASS|FAIL|NOT_APPLICABLE"}}},
       {"dutInfo",
-       {{"dutInfoId", required, "text"},
-        {"name", optional, "text"},
-        {"platformInfos", optional, "[]platformInfo"},
-        {"softwareInfos", optional, "[]softwareInfo"},
-        {"hardwareInfos", optional, "[]hardwareInfo"},
-        {"metadata", optional, "object"}}},
-      {"platformInfo", {{"info", required, "text"}}},
+       {{"dutInfoId", Required, "text"},
+        {"name", Optional, "text"},
+        {"platformInfos", Optional, "[]platformInfo"},
+        {"softwareInfos", Optional, "[]softwareInfo"},
+        {"hardwareInfos", Optional, "[]hardwareInfo"},
+        {"metadata", Optional, "object"}}},
+      {"platformInfo", {{"info", Required, "text"}}},
       {"softwareInfo",
-       {{"name", required, "text"},
-        {"softwareInfoId", required, "text"},
-        {"version", optional, "text"},
-        {"revision", optional, "text"},
-        {"softwareType", optional, "UNSPECIFIED|FIRMWARE|SYSTEM|APPLICATION"},
-        {"computerSystem", optional, "text"}}},
+       {{"name", Required, "text"},
+        {"softwareInfoId", Required, "text"},
+        {"version", Optional, "text"},
+        {"revision", Optional, "text"},
+        {"softwareType", Optional, "UNSPECIFIED|FIRMWARE|SYSTEM|APPLICATION"},
+        {"computerSystem", Optional, "text"}}},
       {"hardwareInfo",
-       {{"name", required, "text"},
-        {"hardwareInfoId", required, "text"},
-        {"version", optional, "text"},
-        {"revision", optional, "text"},
-        {"location", optional, "text"},
-        {"serialNumber", optional, "text"},
-        {"partNumber", optional, "text"},
-        {"manufacturer", optional, "text"}}},
-      {"testStepStart", {{"name", required, "text"}}},
-      {"testStepEnd", {{"status", required, "COMPLETE|ERROR|SKIP"}}},
+       {{"name", Required, "text"},
+        {"hardwareInfoId", Required, "text"},
+        {"version", Optional, "text"},
+        {"revision", Optional, "text"},
+        {"location", Optional, "text"},
+        {"serialNumber", Optional, "text"},
+        {"partNumber", Optional, "text"},
+        {"manufacturer", Optional, "text"}}},
+      {"testStepStart", {{"name", Required, "text"}}},
+      {"testStepEnd", {{"status", Required, "COMPLETE|ERROR|SKIP"}}},
       {"log",
-       {{"severity", required, "INFO|DEBUG|WARNING|ERROR|FATAL"}, {"message", required, "text"}}},
+       {{"severity", Required, "INFO|DEBUG|WARNING|ERROR|FATAL"}, {"message", Required, "text"}}},
       {"error",
-       {{"symptom", required, "text"},
-        {"message", optional, "text"},
-        {"softwareInfoIds", optional, "value"}}},
+       {{"symptom", Required, "text"},
+        {"message", Optional, "text"},
+        {"softwareInfoIds", Optional, "value"}}},
       {"diagnosis",
-       {{"verdict", required, "text"},
-        {"type", required, "PASS|FAIL|UNKNOWN"},
-        {"message", optional, "text"},
-        {"hardwareInfoId", optional, "text"}}},
+       {{"verdict", Required, "text"},
+        {"type", Required, "PASS|FAIL|UNKNOWN"},
+        {"message", Optional, "text"},
+        {"hardwareInfoId", Optional, "text"}}},
       {"measurement",
-       {{"name", required, "text"},
-        {"value", required, "value"},
-        {"unit", optional, "text"},
-        {"hardwareInfoId", optional, "text"}}},
-      {"extension", {{"name", required, "text"}, {"content", required, "object"}}},
+       {{"name", Required, "text"},
+        {"value", Required, "value"},
+        {"unit", Optional, "text"},
+        {"hardwareInfoId", Optional, "text"}}},
+      {"extension", {{"name", Required, "text"}, {"content", Required, "object"}}},
   };
-  return table;
+  return kTable;
 }
 
-const std::set<std::string> runArtifacts = {"testRunStart", "testRunEnd", "log", "error"};
-const std::set<std::string> stepArtifacts = {"testStepStart", "testStepEnd", "measurement", "error",
-                                             "log",           "diagnosis",   "extension"};
+const std::set<std::string> kRunArtifacts = {"testRunStart", "testRunEnd", "log", "error"};
+const std::set<std::string> kStepArtifacts = {
+    "testStepStart", "testStepEnd", "measurement", "error", "log", "diagnosis", "extension"};
 
 std::vector<std::string> wordsOf(const std::string& text, char separator) {
   std::vector<std::string> words;
@@ -117,7 +117,7 @@ class LogChecker {
   }
 
   void checkLine(const Json& line) {
-    static const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
+    static const std::regex kTime(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
     if (line.contains("schemaVersion")) {
       endRun();
       m_expected = 0;
@@ -129,7 +129,7 @@ class LogChecker {
       tell("the number is not " + std::to_string(m_expected));
     }
     ++m_expected;
-    if (!std::regex_match(line.value("timestamp", ""), time)) {
+    if (!std::regex_match(line.value("timestamp", ""), kTime)) {
       tell("no time");
     }
     constexpr std::size_t fields = 3;
@@ -146,7 +146,7 @@ class LogChecker {
   }
 
   void checkRun(const Json& artifact) {
-    if (artifact.size() != 1 || !runArtifacts.contains(artifact.begin().key())) {
+    if (artifact.size() != 1 || !kRunArtifacts.contains(artifact.begin().key())) {
       tell("not exactly one artifact of a run");
       return;
     }
@@ -161,9 +161,9 @@ class LogChecker {
       }
     } else if (kind == "testRunEnd") {
       const std::string pair = content.value("status", "") + "/" + content.value("result", "");
-      static const std::set<std::string> pairs = {"COMPLETE/PASS", "COMPLETE/FAIL",
-                                                  "ERROR/NOT_APPLICABLE", "SKIP/NOT_APPLICABLE"};
-      if (!pairs.contains(pair)) {
+      static const std::set<std::string> kPairs = {"COMPLETE/PASS", "COMPLETE/FAIL",
+                                                   "ERROR/NOT_APPLICABLE", "SKIP/NOT_APPLICABLE"};
+      if (!kPairs.contains(pair)) {
         tell(pair + " is no outcome");
       }
       m_isEnded = true;
@@ -174,7 +174,7 @@ class LogChecker {
     const std::string step = artifact.value("testStepId", "");
     Json rest = artifact;
     rest.erase("testStepId");
-    if (step.empty() || rest.size() != 1 || !stepArtifacts.contains(rest.begin().key())) {
+    if (step.empty() || rest.size() != 1 || !kStepArtifacts.contains(rest.begin().key())) {
       tell("not exactly one artifact of a step");
       return;
     }
@@ -214,7 +214,7 @@ class LogChecker {
       known.insert(field.name);
       if (object.contains(field.name)) {
         checkValue(object[field.name], field.type, shape + "." + field.name);
-      } else if (field.need == required) {
+      } else if (field.need == Required) {
         tell(shape + "." + field.name + " is missing");
       }
     }
@@ -320,20 +320,20 @@ json.dump(tree(root), open(sys.argv[2], "w"))
 }
 
 TapReport parseTap(const std::string& text) {
-  static const std::regex version("TAP version (\\d+)");
-  static const std::regex plan("1\\.\\.(\\d+)");
-  static const std::regex point("(not )?ok (\\d+) - ([^#]*[^# ])( # ((TODO|SKIP).*))?");
+  static const std::regex kVersion("TAP version (\\d+)");
+  static const std::regex kPlan("1\\.\\.(\\d+)");
+  static const std::regex kPoint("(not )?ok (\\d+) - ([^#]*[^# ])( # ((TODO|SKIP).*))?");
   TapReport report;
   for (const std::string& line : linesOf(text)) {
     std::smatch match;
     if (report.plan >= 0) {
       throw std::runtime_error("behind the plan: " + line);
     }
-    if (std::regex_match(line, match, version) && report.version == 0) {
+    if (std::regex_match(line, match, kVersion) && report.version == 0) {
       report.version = std::stoi(match[1]);
-    } else if (std::regex_match(line, match, plan)) {
+    } else if (std::regex_match(line, match, kPlan)) {
       report.plan = std::stoi(match[1]);
-    } else if (std::regex_match(line, match, point)) {
+    } else if (std::regex_match(line, match, kPoint)) {
       report.points.push_back({!match[1].matched, std::stoi(match[2]), match[3], match[5]});
     } else if (line.rfind("# ", 0) == 0) {
       report.comments.push_back(line.substr(2));

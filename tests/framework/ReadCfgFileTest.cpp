@@ -361,7 +361,7 @@ TEST_F(ReadCfgFileTest, exhausted_descriptors_are_a_failure_and_no_more) {
 }
 
 TEST_F(ReadCfgFileTest, value_too_large_for_the_memory_is_a_failure_and_no_more) {
-  if (TestSupport::isSanitized) {
+  if (TestSupport::kIsSanitized) {
     GTEST_SKIP() << "a sanitizer reserves more memory than a limit could leave";
   }
   write("[A]\nk=");

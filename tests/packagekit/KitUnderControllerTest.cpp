@@ -40,7 +40,7 @@ class KitUnderController : public ::testing::Test {
   KitUnderController() { m_harness.control().packDirPath(TARVEX_SELFTEST_DIR); }
 
   bool awaitEvent(const std::string& start) {
-    const auto deadline = std::chrono::steady_clock::now() + ControllerHarness::defaultLimit;
+    const auto deadline = std::chrono::steady_clock::now() + ControllerHarness::kDefaultLimit;
     while (std::chrono::steady_clock::now() < deadline) {
       for (const std::string& event : m_harness.events()) {
         if (event.compare(0, start.size(), start) == 0) {

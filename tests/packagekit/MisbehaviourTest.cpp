@@ -197,7 +197,7 @@ TEST_F(Misbehaviour, AFloodOfOutputIsDrained) {
 }
 
 TEST_F(Misbehaviour, AllocationWithoutEndStopsAtTheLimit) {
-  if (TestSupport::isSanitized) {
+  if (TestSupport::kIsSanitized) {
     GTEST_SKIP() << "a sanitizer needs the address space";
   }
   m_driver.set("Package", "MemoryLimit", "128");

@@ -46,28 +46,28 @@ std::string nameOf(DiagCtrlEvent::eventCode code) {
 
 std::string nameOf(DiagControllerStatus::diagCtrlPhase phase) {
   typedef DiagControllerStatus Scope;
-  static constexpr Named<Scope::diagCtrlPhase> table[] = {
+  static constexpr Named<Scope::diagCtrlPhase> kTable[] = {
       NAMED(UNINITIALISED), NAMED(ACTIVE),     NAMED(IDLE),
       NAMED(ENUMERATE),     NAMED(INITIALIZE), NAMED(ESTIMATION),
   };
-  return lookUp(table, phase);
+  return lookUp(kTable, phase);
 }
 
 std::string nameOf(TestRequest::TestRequestStatus status) {
   typedef TestRequest Scope;
-  static constexpr Named<Scope::TestRequestStatus> table[] = {
+  static constexpr Named<Scope::TestRequestStatus> kTable[] = {
       NAMED(WAIT), NAMED(RUNNING), NAMED(COMPLETED), NAMED(ABORTED), NAMED(REQUEUED),
   };
-  return lookUp(table, status);
+  return lookUp(kTable, status);
 }
 
 std::string letterOf(Diag::DiagnosticEvent::EventType type) {
-  static constexpr Named<Diag::DiagnosticEvent::EventType> table[] = {
+  static constexpr Named<Diag::DiagnosticEvent::EventType> kTable[] = {
       {Diag::DiagnosticEvent::INFORMATION_EVENT, "I"},
       {Diag::DiagnosticEvent::WARNING_EVENT, "W"},
       {Diag::DiagnosticEvent::ERROR_EVENT, "E"},
   };
-  return lookUp(table, type);
+  return lookUp(kTable, type);
 }
 
 }  // namespace TarvexDiags::TestSupport

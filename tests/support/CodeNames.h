@@ -22,16 +22,16 @@ std::string letterOf(Diag::DiagnosticEvent::EventType type);
 // How failed expectations print codes.
 namespace TarvexDiags::DiagCtrl {
 
-inline void PrintTo(DiagnosticController::errorCode code, std::ostream* stream) {
+inline void printTo(DiagnosticController::errorCode code, std::ostream* stream) {
   *stream << TestSupport::nameOf(code);
 }
-inline void PrintTo(DiagCtrlEvent::eventCode code, std::ostream* stream) {
+inline void printTo(DiagCtrlEvent::eventCode code, std::ostream* stream) {
   *stream << TestSupport::nameOf(code);
 }
-inline void PrintTo(DiagControllerStatus::diagCtrlPhase phase, std::ostream* stream) {
+inline void printTo(DiagControllerStatus::diagCtrlPhase phase, std::ostream* stream) {
   *stream << TestSupport::nameOf(phase);
 }
-inline void PrintTo(TestRequest::TestRequestStatus status, std::ostream* stream) {
+inline void printTo(TestRequest::TestRequestStatus status, std::ostream* stream) {
   *stream << TestSupport::nameOf(status);
 }
 

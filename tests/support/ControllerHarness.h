@@ -37,7 +37,7 @@ class ControllerHarness {
  public:
   typedef DiagCtrl::DiagnosticController::errorCode ErrorCode;
   typedef DiagCtrl::DiagControllerStatus::diagCtrlPhase Phase;
-  static constexpr std::chrono::milliseconds defaultLimit{20'000};
+  static constexpr std::chrono::milliseconds kDefaultLimit{20'000};
 
   ControllerHarness();
   /// Lets held passes go, shuts down and deletes the controller.
@@ -97,19 +97,19 @@ class ControllerHarness {
   // ---- Waiting: false, or an exception where told, when the time is over ---------------------
 
   Phase phase();
-  bool awaitPhase(Phase phase, std::chrono::milliseconds limit = defaultLimit);
+  bool awaitPhase(Phase phase, std::chrono::milliseconds limit = kDefaultLimit);
   /// The phase IDLE. It comes only on a time-out of the monitor, up to two seconds later.
-  bool awaitIdle(std::chrono::milliseconds limit = defaultLimit);
+  bool awaitIdle(std::chrono::milliseconds limit = kDefaultLimit);
   /// Until the request has this status.
   bool awaitStatus(unsigned long requestId, DiagCtrl::TestRequest::TestRequestStatus status,
-                   std::chrono::milliseconds limit = defaultLimit);
+                   std::chrono::milliseconds limit = kDefaultLimit);
   /// Until a controller event was collected, in the form of ctrlEvents.
-  bool awaitCtrlEvent(const std::string& text, std::chrono::milliseconds limit = defaultLimit);
+  bool awaitCtrlEvent(const std::string& text, std::chrono::milliseconds limit = kDefaultLimit);
   /// Until that many results, or events, were collected.
-  bool awaitResults(std::size_t number, std::chrono::milliseconds limit = defaultLimit);
-  bool awaitEvents(std::size_t number, std::chrono::milliseconds limit = defaultLimit);
+  bool awaitResults(std::size_t number, std::chrono::milliseconds limit = kDefaultLimit);
+  bool awaitEvents(std::size_t number, std::chrono::milliseconds limit = kDefaultLimit);
   /// Until the id is off the list of unfinished requests.
-  bool awaitEnd(unsigned long requestId, std::chrono::milliseconds limit = defaultLimit);
+  bool awaitEnd(unsigned long requestId, std::chrono::milliseconds limit = kDefaultLimit);
 
   // ---- Collecting: each call drains its kind first -------------------------------------------
 

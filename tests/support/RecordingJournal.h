@@ -38,7 +38,7 @@ class RecordingJournal : public RunJournal {
   std::vector<unsigned int> complaints() const {
     std::vector<unsigned int> codes;
     for (const Event& event : m_events) {
-      if (event.severity != Severity::information) {
+      if (event.severity != Severity::Information) {
         codes.push_back(event.code);
       }
     }

@@ -4,9 +4,9 @@ namespace TarvexDiags::TestSupport {
 
 /// A sanitizer's runtime needs the address space, keeps what was freed, and ignores mlock.
 #ifdef TARVEX_SANITIZED
-constexpr bool isSanitized = true;
+constexpr bool kIsSanitized = true;
 #else
-constexpr bool isSanitized = false;
+constexpr bool kIsSanitized = false;
 #endif
 
 }  // namespace TarvexDiags::TestSupport

@@ -107,7 +107,7 @@ class ResourceUseTest : public ::testing::Test {
   }
 
   // A sanitizer keeps what was freed for a while.
-  static constexpr long residentSlack = (TestSupport::isSanitized ? 256L : 2L) * 1024 * 1024;
+  static constexpr long residentSlack = (TestSupport::kIsSanitized ? 256L : 2L) * 1024 * 1024;
   static constexpr int warmUp = 20;
   static constexpr int runs = 100;
 

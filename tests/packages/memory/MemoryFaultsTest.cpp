@@ -13,7 +13,7 @@
 namespace TarvexDiags::Memory {
 namespace {
 
-constexpr std::size_t blocksOfRegion = 2 * Region::blocksInSlice + 3;
+constexpr std::size_t kBlocksOfRegion = 2 * Region::kBlocksInSlice + 3;
 
 /// @brief Flips one bit the n-th time that everything is written.
 class FlippingSeam : public FaultSeam {
@@ -63,7 +63,7 @@ class MemoryTestsTest : public ::testing::TestWithParam<int> {
   }
 
   Team m_team{twoCpus()};
-  std::unique_ptr<Region> m_region = smallRegion(m_team, blocksOfRegion);
+  std::unique_ptr<Region> m_region = smallRegion(m_team, kBlocksOfRegion);
 };
 
 TEST_P(MemoryTestsTest, good_memory_passes_and_is_verified_whole) {
@@ -106,7 +106,7 @@ TEST_P(MemoryTestsTest, a_bit_flipped_at_any_step_is_found_once_and_told_exactly
 TEST_P(MemoryTestsTest, a_flip_in_the_very_last_word_is_found) {
   const std::size_t last = steps() - 1;
   for (const Kernels* kernels : supportedKernels()) {
-    FlippingSeam seam(last, blocksOfRegion * wordsInBlock - 1, 63);
+    FlippingSeam seam(last, kBlocksOfRegion * kWordsInBlock - 1, 63);
     EXPECT_EQ(runWith(*kernels, &seam).report.miscompares, 1U) << kernels->name;
   }
 }
@@ -186,7 +186,7 @@ class MemoryFaultKindsTest : public ::testing::Test {
   }
 
   Team m_team{twoCpus()};
-  std::unique_ptr<Region> m_region = smallRegion(m_team, Region::blocksInSlice);
+  std::unique_ptr<Region> m_region = smallRegion(m_team, Region::kBlocksInSlice);
   RecordingObserver m_observer;
 };
 
@@ -213,7 +213,7 @@ TEST_F(MemoryFaultKindsTest, disturbed_read_is_told_from_a_bad_cell) {
 
 TEST_F(MemoryFaultKindsTest, each_stuck_address_line_is_found_and_named_by_its_offset) {
   auto* const first = reinterpret_cast<std::uint64_t*>(m_region->data());
-  for (std::size_t words = 1; words < m_region->blocks() * wordsInBlock; words *= 2) {
+  for (std::size_t words = 1; words < m_region->blocks() * kWordsInBlock; words *= 2) {
     m_observer.faults.clear();
     StuckAddressLine line(first, words);
     EXPECT_GE(run(TestNumber::AddressLines, line).miscompares, 1U) << words;
@@ -231,28 +231,28 @@ TEST_F(MemoryFaultKindsTest, faults_beyond_the_limit_are_counted_but_not_told) {
     void written(const Region& region, std::size_t step) override {
       if (step == 0) {
         auto* const words = reinterpret_cast<std::uint64_t*>(region.data());
-        for (std::size_t word = 0; word < 3 * wordsInBlock; ++word) {
+        for (std::size_t word = 0; word < 3 * kWordsInBlock; ++word) {
           words[word] ^= 1;
         }
       }
     }
   } block;
-  EXPECT_EQ(run(TestNumber::RandomPatterns, block).miscompares, 3 * wordsInBlock);
-  EXPECT_EQ(m_observer.faults.size(), Sweeper::maximumReported);
+  EXPECT_EQ(run(TestNumber::RandomPatterns, block).miscompares, 3 * kWordsInBlock);
+  EXPECT_EQ(m_observer.faults.size(), Sweeper::kMaximumReported);
 }
 
 TEST_F(MemoryFaultKindsTest, memory_that_is_bad_all_over_ends_the_test_early) {
   class BadMemory : public FaultSeam {
    public:
     void written(const Region& region, std::size_t) override {
-      for (std::size_t offset = 0; offset < region.bytes(); offset += lineBytes / 2) {
+      for (std::size_t offset = 0; offset < region.bytes(); offset += kLineBytes / 2) {
         region.data()[offset] ^= std::byte{1};
       }
     }
   } memory;
   const TestReport report = run(TestNumber::MovingInversions, memory);
   EXPECT_FALSE(report.completed);
-  EXPECT_GE(report.miscompares, Sweeper::maximumCounted);
+  EXPECT_GE(report.miscompares, Sweeper::kMaximumCounted);
 }
 
 TEST_F(MemoryFaultKindsTest, bit_fade_leaves_the_memory_alone_for_the_configured_time) {

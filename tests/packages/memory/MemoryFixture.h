@@ -41,7 +41,7 @@ inline std::vector<int> twoCpus() {
 inline std::unique_ptr<Region> smallRegion(Team& team, std::size_t blocks) {
   std::string reason;
   auto region = Region::map(
-      blocks * blockBytes, -1, team, [] { return false; }, reason);
+      blocks * kBlockBytes, -1, team, [] { return false; }, reason);
   EXPECT_NE(region, nullptr) << reason;
   return region;
 }

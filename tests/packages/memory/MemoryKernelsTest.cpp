@@ -19,24 +19,24 @@ namespace {
 /// @brief Memory for two blocks at the border of a line.
 class Blocks {
  public:
-  Blocks() : m_data(static_cast<std::byte*>(::operator new(2 * blockBytes, alignment))) {
-    std::memset(m_data, 0x5a, 2 * blockBytes);
+  Blocks() : m_data(static_cast<std::byte*>(::operator new(2 * kBlockBytes, kAlignment))) {
+    std::memset(m_data, 0x5a, 2 * kBlockBytes);
   }
-  ~Blocks() { ::operator delete(m_data, alignment); }
+  ~Blocks() { ::operator delete(m_data, kAlignment); }
   Blocks(const Blocks&) = delete;
   Blocks& operator=(const Blocks&) = delete;
 
   Block first(std::uint64_t index) const { return {m_data, index}; }
-  Block second(std::uint64_t index) const { return {m_data + blockBytes, index}; }
+  Block second(std::uint64_t index) const { return {m_data + kBlockBytes, index}; }
 
   static std::vector<std::uint64_t> wordsOf(const Block& block) {
-    std::vector<std::uint64_t> words(wordsInBlock);
-    std::memcpy(words.data(), block.data, blockBytes);
+    std::vector<std::uint64_t> words(kWordsInBlock);
+    std::memcpy(words.data(), block.data, kBlockBytes);
     return words;
   }
 
  private:
-  static constexpr std::align_val_t alignment{lineBytes};
+  static constexpr std::align_val_t kAlignment{kLineBytes};
   std::byte* m_data;
 };
 
@@ -71,8 +71,8 @@ TEST_P(KernelsTest, march_from_each_kind_to_each_kind_verifies_one_and_writes_th
   FoundLine found{};
   for (const Pattern& before : allKinds()) {
     for (const Pattern& after : allKinds()) {
-      portableKernels.fill(block, before);
-      ASSERT_EQ(GetParam()->march(block, 0, before, after, found), linesInBlock)
+      kPortableKernels.fill(block, before);
+      ASSERT_EQ(GetParam()->march(block, 0, before, after, found), kLinesInBlock)
           << before.name() << " to " << after.name();
       ASSERT_EQ(Blocks::wordsOf(block), after.expectedWords(block))
           << before.name() << " to " << after.name();
@@ -88,14 +88,14 @@ TEST_P(KernelsTest, verify_stops_at_the_line_of_any_flipped_bit_and_hands_it_ove
   for (const Pattern& pattern : allKinds()) {
     GetParam()->fill(block, pattern);
     FoundLine found{};
-    ASSERT_EQ(GetParam()->verify(block, 0, pattern, found), linesInBlock);
+    ASSERT_EQ(GetParam()->verify(block, 0, pattern, found), kLinesInBlock);
     for (int bit = 0; bit < 64; ++bit) {
-      const std::size_t word = random.next() % wordsInBlock;
+      const std::size_t word = random.next() % kWordsInBlock;
       words[word] ^= std::uint64_t{1} << bit;
-      ASSERT_EQ(GetParam()->verify(block, 0, pattern, found), word / wordsInLine)
+      ASSERT_EQ(GetParam()->verify(block, 0, pattern, found), word / kWordsInLine)
           << pattern.name() << " bit " << bit;
-      ASSERT_EQ(found.words[word % wordsInLine], words[word]);
-      ASSERT_EQ(GetParam()->verify(block, word / wordsInLine + 1, pattern, found), linesInBlock);
+      ASSERT_EQ(found.words[word % kWordsInLine], words[word]);
+      ASSERT_EQ(GetParam()->verify(block, word / kWordsInLine + 1, pattern, found), kLinesInBlock);
       words[word] ^= std::uint64_t{1} << bit;
     }
   }
@@ -109,14 +109,14 @@ TEST_P(KernelsTest, march_leaves_the_wrong_line_alone_and_goes_on_behind_it) {
   for (const Pattern& pattern : allKinds()) {
     const Pattern next = Pattern::random(5);
     GetParam()->fill(block, pattern);
-    words[line * wordsInLine + 2] ^= 0x100;
+    words[line * kWordsInLine + 2] ^= 0x100;
     const std::vector<std::uint64_t> before = Blocks::wordsOf(block);
     FoundLine found{};
     ASSERT_EQ(GetParam()->march(block, 0, pattern, next, found), line);
-    ASSERT_EQ(GetParam()->march(block, line + 1, pattern, next, found), linesInBlock);
+    ASSERT_EQ(GetParam()->march(block, line + 1, pattern, next, found), kLinesInBlock);
     std::vector<std::uint64_t> expected = next.expectedWords(block);
-    std::copy_n(before.begin() + line * wordsInLine, wordsInLine,
-                expected.begin() + line * wordsInLine);
+    std::copy_n(before.begin() + line * kWordsInLine, kWordsInLine,
+                expected.begin() + line * kWordsInLine);
     EXPECT_EQ(Blocks::wordsOf(block), expected) << pattern.name();
   }
 }
@@ -132,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(OfThisProcessor, KernelsTest, ::testing::ValuesIn(suppo
                          [](const auto& suite) { return std::string(suite.param->name); });
 
 TEST(KernelChoiceTest, best_kernels_are_the_widest_that_the_processor_has) {
-  EXPECT_EQ(supportedKernels().front(), &portableKernels);
+  EXPECT_EQ(supportedKernels().front(), &kPortableKernels);
   EXPECT_EQ(&bestKernels(), supportedKernels().back());
 #if defined(__x86_64__)
   EXPECT_GE(supportedKernels().size(), 2U) << "each processor of this kind has SSE2";
@@ -157,7 +157,7 @@ TEST(PatternTest, modulo_pattern_marks_each_twentieth_word_of_the_whole_region) 
   for (std::uint64_t index = 0; index < 6; ++index) {
     const std::vector<std::uint64_t> words = pattern.expectedWords(blocks.first(index));
     for (std::size_t word = 0; word < words.size(); ++word) {
-      const bool marked = (index * wordsInBlock + word) % Pattern::moduloDistance == 13;
+      const bool marked = (index * kWordsInBlock + word) % Pattern::kModuloDistance == 13;
       ASSERT_EQ(words[word], marked ? 0xf0 : ~std::uint64_t{0xf0}) << index << " " << word;
     }
   }

@@ -18,7 +18,7 @@
 namespace TarvexDiags::Memory {
 namespace {
 
-constexpr std::uint64_t mebibyte = 1024 * 1024;
+constexpr std::uint64_t kMebibyte = 1024 * 1024;
 
 class MachineTest : public ::testing::Test, public Tests::FakeMachine {
  public:
@@ -47,7 +47,7 @@ TEST_F(MachineTest, each_node_with_memory_is_a_device) {
   ASSERT_EQ(nodes.size(), 3U);
   EXPECT_EQ(nodes[0].cpus, (std::vector<int>{0, 1, 2, 3}));
   EXPECT_EQ(nodes[1].cpus, (std::vector<int>{4, 5, 6, 9}));
-  EXPECT_EQ(nodes[1].bytes, 2048 * mebibyte);
+  EXPECT_EQ(nodes[1].bytes, 2048 * kMebibyte);
   EXPECT_EQ(nodes[2].number, 10);
   EXPECT_TRUE(nodes[2].cpus.empty()) << "a node of memory alone";
   EXPECT_EQ(nodes[2].tagComponent(), "node10");
@@ -59,12 +59,12 @@ TEST_F(MachineTest, machine_without_nodes_is_one_device) {
   ASSERT_EQ(nodes.size(), 1U);
   EXPECT_EQ(nodes[0].tagComponent(), "memory");
   EXPECT_EQ(nodes[0].cpus, (std::vector<int>{0, 1}));
-  EXPECT_EQ(nodes[0].bytes, 4096 * mebibyte);
+  EXPECT_EQ(nodes[0].bytes, 4096 * kMebibyte);
 }
 
 TEST_F(MachineTest, available_memory_is_what_the_kernel_estimates) {
   hasMemory(4096, 2048).hasNode(0, 4096, "0");
-  EXPECT_EQ(availableBytes(files(), findNodes(files())[0]), 2048 * mebibyte);
+  EXPECT_EQ(availableBytes(files(), findNodes(files())[0]), 2048 * kMebibyte);
 }
 
 TEST_F(MachineTest, available_memory_is_unknown_where_the_kernel_does_not_tell) {
@@ -74,39 +74,39 @@ TEST_F(MachineTest, available_memory_is_unknown_where_the_kernel_does_not_tell) 
 TEST_F(MachineTest, node_takes_its_share_and_no_more_than_it_has_free) {
   hasMemory(4096, 4000).hasNode(0, 1024, "0").hasNode(1, 3072, "1");
   const std::vector<Node> nodes = findNodes(files());
-  EXPECT_EQ(availableBytes(files(), nodes[0]), 1000 * mebibyte);
-  EXPECT_EQ(availableBytes(files(), nodes[1]), 3000 * mebibyte);
+  EXPECT_EQ(availableBytes(files(), nodes[0]), 1000 * kMebibyte);
+  EXPECT_EQ(availableBytes(files(), nodes[1]), 3000 * kMebibyte);
   has("sys/devices/system/node/node1/meminfo",
       "Node 1 MemTotal: 3145728 kB\nNode 1 MemFree: 102400 kB\nNode 1 Inactive(file): 1024 kB\n");
-  EXPECT_EQ(availableBytes(files(), nodes[1]), 101 * mebibyte);
+  EXPECT_EQ(availableBytes(files(), nodes[1]), 101 * kMebibyte);
 }
 
 TEST_F(MachineTest, limits_of_control_groups_count_at_every_level) {
   hasMemory(4096, 4000).has("proc/self/cgroup", "0::/outer/inner\n");
   has("sys/fs/cgroup/outer/inner/memory.max", "max\n");
   has("sys/fs/cgroup/outer/inner/memory.current", "1000\n");
-  EXPECT_EQ(availableBytes(files(), Node()), 4000 * mebibyte);
-  has("sys/fs/cgroup/outer/memory.max", std::to_string(300 * mebibyte) + "\n");
-  has("sys/fs/cgroup/outer/memory.current", std::to_string(100 * mebibyte) + "\n");
-  EXPECT_EQ(availableBytes(files(), Node()), 200 * mebibyte);
-  has("sys/fs/cgroup/outer/memory.current", std::to_string(301 * mebibyte) + "\n");
+  EXPECT_EQ(availableBytes(files(), Node()), 4000 * kMebibyte);
+  has("sys/fs/cgroup/outer/memory.max", std::to_string(300 * kMebibyte) + "\n");
+  has("sys/fs/cgroup/outer/memory.current", std::to_string(100 * kMebibyte) + "\n");
+  EXPECT_EQ(availableBytes(files(), Node()), 200 * kMebibyte);
+  has("sys/fs/cgroup/outer/memory.current", std::to_string(301 * kMebibyte) + "\n");
   EXPECT_EQ(availableBytes(files(), Node()), 0U);
 }
 
 TEST_F(MachineTest, limits_of_older_control_groups_count_as_well) {
   hasMemory(4096, 4000).has("proc/self/cgroup", "9:name=systemd:/\n4:memory:/job\n0::/\n");
-  has("sys/fs/cgroup/memory/job/memory.limit_in_bytes", std::to_string(64 * mebibyte));
-  has("sys/fs/cgroup/memory/job/memory.usage_in_bytes", std::to_string(mebibyte));
-  EXPECT_EQ(availableBytes(files(), Node()), 63 * mebibyte);
+  has("sys/fs/cgroup/memory/job/memory.limit_in_bytes", std::to_string(64 * kMebibyte));
+  has("sys/fs/cgroup/memory/job/memory.usage_in_bytes", std::to_string(kMebibyte));
+  EXPECT_EQ(availableBytes(files(), Node()), 63 * kMebibyte);
 }
 
 TEST(TestedBytesTest, margin_is_the_larger_of_both_and_the_cap_comes_last) {
-  EXPECT_EQ(testedBytes(1000 * mebibyte, {0, 0, 0}), 1000 * mebibyte);
-  EXPECT_EQ(testedBytes(1000 * mebibyte, {0, 100 * mebibyte, 5}), 900 * mebibyte);
-  EXPECT_EQ(testedBytes(1000 * mebibyte, {0, 10 * mebibyte, 50}), 500 * mebibyte);
-  EXPECT_EQ(testedBytes(1000 * mebibyte, {64 * mebibyte, 10 * mebibyte, 50}), 64 * mebibyte);
-  EXPECT_EQ(testedBytes(mebibyte, {0, 2 * mebibyte, 0}), 0U);
-  EXPECT_EQ(testedBytes(1000 * mebibyte, {0, 0, 400}), 0U);
+  EXPECT_EQ(testedBytes(1000 * kMebibyte, {0, 0, 0}), 1000 * kMebibyte);
+  EXPECT_EQ(testedBytes(1000 * kMebibyte, {0, 100 * kMebibyte, 5}), 900 * kMebibyte);
+  EXPECT_EQ(testedBytes(1000 * kMebibyte, {0, 10 * kMebibyte, 50}), 500 * kMebibyte);
+  EXPECT_EQ(testedBytes(1000 * kMebibyte, {64 * kMebibyte, 10 * kMebibyte, 50}), 64 * kMebibyte);
+  EXPECT_EQ(testedBytes(kMebibyte, {0, 2 * kMebibyte, 0}), 0U);
+  EXPECT_EQ(testedBytes(1000 * kMebibyte, {0, 0, 400}), 0U);
 }
 
 TEST_F(MachineTest, machine_without_a_driver_for_its_memory_controllers_has_no_counters) {
@@ -173,12 +173,12 @@ TEST(RegionTest, is_aligned_populated_and_locked_as_far_as_allowed) {
   EXPECT_EQ(region->blocks(), 40U);
   EXPECT_EQ(region->slices(), 2U);
   EXPECT_EQ(region->blocksOfSlice(1), 8U);
-  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(region->data()) % (2 * mebibyte), 0U);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(region->data()) % (2 * kMebibyte), 0U);
   EXPECT_EQ(region->lockedBytes() < region->bytes(), !region->remarks().empty());
 }
 
 TEST(RegionTest, memory_that_may_not_be_locked_is_used_all_the_same_with_a_remark) {
-  if (TestSupport::isSanitized) {
+  if (TestSupport::kIsSanitized) {
     GTEST_SKIP() << "a sanitizer's runtime answers mlock itself";
   }
   const rlimit none{0, 0};

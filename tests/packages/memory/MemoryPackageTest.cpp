@@ -31,7 +31,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-const std::vector<int> allTests = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+const std::vector<int> kAllTests = {1, 2, 3, 4, 5, 6, 7, 8, 9};
 
 class MemoryPackageTest : public ::testing::Test {
  protected:
@@ -57,7 +57,7 @@ class MemoryPackageTest : public ::testing::Test {
 };
 
 TEST_F(MemoryPackageTest, good_memory_passes_every_test_on_memory_that_is_mapped_once) {
-  const auto run = runQuick(allTests);
+  const auto run = runQuick(kAllTests);
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
   const auto regions =
       std::count_if(run.events.begin(), run.events.end(),
@@ -69,10 +69,10 @@ TEST_F(MemoryPackageTest, good_memory_passes_every_test_on_memory_that_is_mapped
 }
 
 TEST_F(MemoryPackageTest, injected_fault_fails_each_test_and_is_told_with_all_that_is_known) {
-  for (const int test : allTests) {
+  for (const int test : kAllTests) {
     driver.set("TestID" + std::to_string(test), "InjectFault", "4242");
   }
-  for (const int test : allTests) {
+  for (const int test : kAllTests) {
     const auto run = runQuick({test});
     EXPECT_EQ(run.verdict, DiagnosticResult::FAILED) << test;
     EXPECT_TRUE(run.has(MiscompareTotal)) << test;

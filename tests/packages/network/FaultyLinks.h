@@ -20,17 +20,17 @@ namespace TarvexDiags::Network {
 /// @brief A connection with the faults that a test asks for, over a good one. Places are bytes.
 class FaultyStream : public StreamLink {
  public:
-  static constexpr std::uint64_t never = std::numeric_limits<std::uint64_t>::max();
+  static constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 
   struct Faults {
     std::map<std::uint64_t, unsigned char> flips = {};  ///< place and mask
-    std::uint64_t loseAt = never;
+    std::uint64_t loseAt = kNever;
     std::uint64_t loseBytes = 0;
-    std::uint64_t repeatAt = never;  ///< the bytes before it come again
+    std::uint64_t repeatAt = kNever;  ///< the bytes before it come again
     std::uint64_t repeatBytes = 0;
-    std::uint64_t breakAt = never;
+    std::uint64_t breakAt = kNever;
     int breakError = ECONNRESET;
-    std::uint64_t stallAt = never;
+    std::uint64_t stallAt = kNever;
   };
 
   FaultyStream(std::unique_ptr<StreamLink> good, Faults faults)
@@ -74,7 +74,7 @@ class FaultyStream : public StreamLink {
       if (m_place < m_faults.loseAt || m_place - m_faults.loseAt >= m_faults.loseBytes) {
         m_waiting.push_back(value);
       }
-      if (m_faults.repeatAt != never) {
+      if (m_faults.repeatAt != kNever) {
         m_recent.push_back(value);
       }
     }

@@ -32,8 +32,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr std::uint64_t mib = std::uint64_t{1} << 20;
-const std::string lo = "lo";
+constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
+const std::string kLo = "lo";
 
 unsigned int codeOf(NetworkEvent event) {
   return static_cast<unsigned int>(event);
@@ -43,7 +43,7 @@ unsigned int codeOf(NetworkEvent event) {
 
 TEST(NetworkPayload, RepeatsOnlyAfterItsPeriodAndCanBeFound) {
   const Payload payload(5);
-  const std::uint64_t far = 10 * Payload::period + 77;
+  const std::uint64_t far = 10 * Payload::kPeriod + 77;
   EXPECT_EQ(std::memcmp(payload.at(far, 1000).data(), payload.at(77, 1000).data(), 1000), 0);
   EXPECT_EQ(payload.find(payload.at(far + 4096, 64), far), far + 4096);
   EXPECT_EQ(payload.find(payload.at(far - 100, 64), far), far - 100);
@@ -55,7 +55,7 @@ TEST(NetworkPayload, RepeatsOnlyAfterItsPeriodAndCanBeFound) {
 
 // --- Streams
 
-StreamOptions stream(std::uint64_t bytes = 4 * mib, unsigned int connections = 1) {
+StreamOptions stream(std::uint64_t bytes = 4 * kMib, unsigned int connections = 1) {
   return {.bytes = bytes,
           .seed = 1,
           .connections = connections,
@@ -75,73 +75,74 @@ StreamMaker sound() {
 TEST(NetworkStream, ArrivesWholeOverTheLoopbackAddress) {
   for (const unsigned int connections : {1U, 3U}) {
     RecordingJournal journal;
-    const StreamFigures figures = verifyStreams(sound(), stream(4 * mib, connections), lo, journal);
-    EXPECT_EQ(figures.bytes, 4 * mib * connections);
+    const StreamFigures figures =
+        verifyStreams(sound(), stream(4 * kMib, connections), kLo, journal);
+    EXPECT_EQ(figures.bytes, 4 * kMib * connections);
     EXPECT_THAT(journal.complaints(), IsEmpty());
-    EXPECT_EQ(journal.parametersOf(NetworkEvent::streamVerified).at(1),
-              std::to_string(4 * mib * connections));
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::StreamVerified).at(1),
+              std::to_string(4 * kMib * connections));
     EXPECT_EQ(journal.progressSteps().back(), 100U);
   }
 }
 
 TEST(NetworkStream, WithAFlippedBitNamesPlaceAndBytes) {
   RecordingJournal journal;
-  verifyStreams(faulty({.flips = {{mib + 5, 0x10}}}), stream(), lo, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::corrupted)));
-  const auto parameters = journal.parametersOf(NetworkEvent::corrupted);
+  verifyStreams(faulty({.flips = {{kMib + 5, 0x10}}}), stream(), kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Corrupted)));
+  const auto parameters = journal.parametersOf(NetworkEvent::Corrupted);
   ASSERT_THAT(parameters, SizeIs(5));
-  EXPECT_EQ(parameters[1], std::to_string(mib + 5));
+  EXPECT_EQ(parameters[1], std::to_string(kMib + 5));
   EXPECT_EQ(std::stoul(parameters[2], nullptr, 16) ^ std::stoul(parameters[3], nullptr, 16), 0x10U);
   EXPECT_EQ(parameters[4], "1");
 }
 
 TEST(NetworkStream, JoinsNeighbouringFlipsAndTellsDistantOnes) {
   RecordingJournal journal;
-  verifyStreams(faulty({.flips = {{100, 0xFF}, {103, 0x0F}, {mib, 1}, {4 * mib - 1, 1}}}), stream(),
-                lo, journal);
-  EXPECT_EQ(journal.count(NetworkEvent::corrupted), 3);
-  EXPECT_EQ(journal.parametersOf(NetworkEvent::corrupted).at(4), "12");
+  verifyStreams(faulty({.flips = {{100, 0xFF}, {103, 0x0F}, {kMib, 1}, {4 * kMib - 1, 1}}}),
+                stream(), kLo, journal);
+  EXPECT_EQ(journal.count(NetworkEvent::Corrupted), 3);
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::Corrupted).at(4), "12");
 }
 
 TEST(NetworkStream, FindsEveryFlipAtTheEdgesOfWhatIsReceived) {
   for (const std::uint64_t place : {std::uint64_t{0}, std::uint64_t{9'999}, std::uint64_t{10'000},
-                                    Payload::period - 1, Payload::period + std::uint64_t{0}}) {
+                                    Payload::kPeriod - 1, Payload::kPeriod + std::uint64_t{0}}) {
     RecordingJournal journal;
-    verifyStreams(faulty({.flips = {{place, 0x80}}}), stream(mib), lo, journal);
-    EXPECT_EQ(journal.count(NetworkEvent::corrupted), 1) << place;
-    EXPECT_EQ(journal.parametersOf(NetworkEvent::corrupted).at(1), std::to_string(place));
+    verifyStreams(faulty({.flips = {{place, 0x80}}}), stream(kMib), kLo, journal);
+    EXPECT_EQ(journal.count(NetworkEvent::Corrupted), 1) << place;
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::Corrupted).at(1), std::to_string(place));
   }
 }
 
 TEST(NetworkStream, ThatLosesBytesTellsHowManyAndGoesOn) {
   for (const std::uint64_t bytes : {std::uint64_t{1}, std::uint64_t{4096}, std::uint64_t{65536}}) {
     RecordingJournal journal;
-    verifyStreams(faulty({.loseAt = mib, .loseBytes = bytes}), stream(), lo, journal);
-    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::bytesLost))) << bytes;
-    EXPECT_EQ(journal.parametersOf(NetworkEvent::bytesLost).at(2), std::to_string(bytes));
-    EXPECT_EQ(journal.count(NetworkEvent::streamVerified), 1);
+    verifyStreams(faulty({.loseAt = kMib, .loseBytes = bytes}), stream(), kLo, journal);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::BytesLost))) << bytes;
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::BytesLost).at(2), std::to_string(bytes));
+    EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 1);
   }
 }
 
 TEST(NetworkStream, ThatRepeatsBytesTellsHowManyAndGoesOn) {
   RecordingJournal journal;
-  verifyStreams(faulty({.repeatAt = mib, .repeatBytes = 4096}), stream(), lo, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::bytesRepeated)));
-  EXPECT_EQ(journal.parametersOf(NetworkEvent::bytesRepeated).at(2), "4096");
+  verifyStreams(faulty({.repeatAt = kMib, .repeatBytes = 4096}), stream(), kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::BytesRepeated)));
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::BytesRepeated).at(2), "4096");
 }
 
 TEST(NetworkStream, ThatBreaksTellsTheCause) {
   RecordingJournal journal;
-  verifyStreams(faulty({.breakAt = mib}), stream(), lo, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::connectionBroken)));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::connectionBroken).at(1), HasSubstr("reset"));
+  verifyStreams(faulty({.breakAt = kMib}), stream(), kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::ConnectionBroken)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::ConnectionBroken).at(1), HasSubstr("reset"));
 }
 
 TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
   for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
     RecordingJournal journal;
     EXPECT_THROW(
-        verifyStreams(faulty({.breakAt = mib, .breakError = error}), stream(), lo, journal),
+        verifyStreams(faulty({.breakAt = kMib, .breakError = error}), stream(), kLo, journal),
         std::system_error)
         << error;
     EXPECT_THAT(journal.complaints(), IsEmpty());
@@ -150,34 +151,34 @@ TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
 
 TEST(NetworkStream, ThatStandsStillIsAnError) {
   RecordingJournal journal;
-  verifyStreams(faulty({.stallAt = mib}), stream(), lo, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::stalled)));
-  EXPECT_EQ(journal.parametersOf(NetworkEvent::stalled).at(1), "0.3");
+  verifyStreams(faulty({.stallAt = kMib}), stream(), kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(1), "0.3");
 }
 
 TEST(NetworkStream, ThatIsSlowerThanAskedIsAWarning) {
   RecordingJournal journal;
-  StreamOptions options = stream(mib);
+  StreamOptions options = stream(kMib);
   options.minimumRate = 1e15;
-  verifyStreams(sound(), options, lo, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::slowerThanAsked)));
+  verifyStreams(sound(), options, kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::SlowerThanAsked)));
 }
 
 TEST(NetworkStream, EndsSoonWhenStopped) {
   RecordingJournal journal;
   journal.stopAfter(2);
-  const StreamFigures figures = verifyStreams(sound(), stream(512 * mib), lo, journal);
-  EXPECT_LT(figures.bytes, 64 * mib);
-  EXPECT_EQ(journal.count(NetworkEvent::streamVerified), 0);
+  const StreamFigures figures = verifyStreams(sound(), stream(512 * kMib), kLo, journal);
+  EXPECT_LT(figures.bytes, 64 * kMib);
+  EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
 }
 
 TEST(NetworkStream, TellsNoMoreFaultsThanAnybodyReads) {
   FaultyStream::Faults faults;
-  for (std::uint64_t place = 0; place < mib; place += 1000) {
+  for (std::uint64_t place = 0; place < kMib; place += 1000) {
     faults.flips[place] = 1;
   }
   RecordingJournal journal;
-  verifyStreams(faulty(faults), stream(mib), lo, journal);
+  verifyStreams(faulty(faults), stream(kMib), kLo, journal);
   EXPECT_EQ(journal.complaints().size(), 32U);
 }
 
@@ -189,43 +190,43 @@ DatagramOptions datagrams(std::uint64_t count = 500) {
 
 void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal) {
   FaultyDatagrams link(faults);
-  verifyDatagrams(link, datagrams(), lo, journal);
+  verifyDatagrams(link, datagrams(), kLo, journal);
 }
 
 TEST(NetworkDatagrams, ArriveWholeOverTheLoopbackAddress) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
-  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), lo, journal);
+  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), kLo, journal);
   EXPECT_EQ(figures.arrived, 2000U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_EQ(journal.count(NetworkEvent::datagramsVerified), 1);
+  EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 1);
 }
 
 TEST(NetworkDatagrams, ThatAreLostAreCountedWithTheFirst) {
   RecordingJournal journal;
   runFaulty({.lose = {17, 300, 499}}, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::datagramsLost)));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::datagramsLost), ElementsAre("lo", "3", "17"));
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "3", "17"));
 }
 
 TEST(NetworkDatagrams, ThatComeTwiceAreCounted) {
   RecordingJournal journal;
   runFaulty({.repeat = {5, 499}}, journal);
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::datagramsRepeated), ElementsAre("lo", "2", "5"));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated), ElementsAre("lo", "2", "5"));
 }
 
 TEST(NetworkDatagrams, InAnotherOrderAreAWarning) {
   RecordingJournal journal;
   runFaulty({.swapWithNext = {40}}, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::reordered)));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::reordered), ElementsAre("lo", "1", "40"));
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Reordered)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::Reordered), ElementsAre("lo", "1", "40"));
 }
 
 TEST(NetworkDatagrams, WithAFlippedBitAreNamed) {
   RecordingJournal journal;
   runFaulty({.flip = {{33, 20}}}, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::datagramCorrupted)));
-  const auto parameters = journal.parametersOf(NetworkEvent::datagramCorrupted);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramCorrupted)));
+  const auto parameters = journal.parametersOf(NetworkEvent::DatagramCorrupted);
   EXPECT_EQ(parameters.at(1), "33");
   EXPECT_EQ(parameters.at(2), "20");
 }
@@ -233,10 +234,10 @@ TEST(NetworkDatagrams, WithAFlippedBitAreNamed) {
 TEST(NetworkDatagrams, WithADamagedHeaderOrCutShortAreFound) {
   RecordingJournal header;
   runFaulty({.flip = {{33, 2}}}, header);
-  EXPECT_EQ(header.count(NetworkEvent::datagramCorrupted), 1);
+  EXPECT_EQ(header.count(NetworkEvent::DatagramCorrupted), 1);
   RecordingJournal cut;
   runFaulty({.cut = {7}}, cut);
-  EXPECT_EQ(cut.count(NetworkEvent::datagramCorrupted), 1);
+  EXPECT_EQ(cut.count(NetworkEvent::DatagramCorrupted), 1);
 }
 
 TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
@@ -250,14 +251,14 @@ TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
 TEST(NetworkDatagrams, ThatCannotBeSentBreakTheConnection) {
   RecordingJournal journal;
   runFaulty({.refuse = {{7, EHOSTUNREACH}}}, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::connectionBroken)));
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::ConnectionBroken)));
 }
 
 TEST(NetworkDatagrams, EndWhenStopped) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
   journal.stopAfter(0);
-  EXPECT_LT(verifyDatagrams(*link, datagrams(100'000), lo, journal).arrived, 1000U);
+  EXPECT_LT(verifyDatagrams(*link, datagrams(100'000), kLo, journal).arrived, 1000U);
 }
 
 // --- Links and drivers
@@ -282,7 +283,7 @@ class ScriptedControl : public LinkControl {
     return result;
   }
 
-  LinkMode linkMode{1000, Duplex::full, 1000};
+  LinkMode linkMode{1000, Duplex::Full, 1000};
   SelfTestResult result{false, {{"Register test", 0}, {"Link test", 0}}};
   bool lastOffline = false;
 };
@@ -291,7 +292,7 @@ std::vector<unsigned int> complaintsOf(const Link& link, ScriptedControl& contro
                                        const LinkLimits& limits = {}) {
   RecordingJournal journal;
   judgeLink(link, control, limits, journal);
-  EXPECT_EQ(journal.count(NetworkEvent::link), 1);
+  EXPECT_EQ(journal.count(NetworkEvent::Link), 1);
   return journal.complaints();
 }
 
@@ -300,9 +301,9 @@ TEST(NetworkLink, ThatIsWellIsTold) {
   RecordingJournal journal;
   judgeLink(etherLink(), control, {1000}, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::link),
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::Link),
               ElementsAre("eth7", "up", "1000 Mb/s", "full"));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::driver),
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::Driver),
               ElementsAre("eth7", "e1000", "1", "2", "0000:00:03.0"));
 }
 
@@ -310,7 +311,7 @@ TEST(NetworkLink, WithoutCarrierIsAnError) {
   ScriptedControl control;
   Link link = etherLink();
   link.carrier = false;
-  EXPECT_THAT(complaintsOf(link, control), ElementsAre(codeOf(NetworkEvent::noLink)));
+  EXPECT_THAT(complaintsOf(link, control), ElementsAre(codeOf(NetworkEvent::NoLink)));
 }
 
 TEST(NetworkLink, ThatIsSwitchedOffIsNoFault) {
@@ -327,19 +328,19 @@ TEST(NetworkLink, OfLessThanBothEndsOfferIsAWarning) {
   ScriptedControl control;
   control.linkMode.megabits = 100;
   EXPECT_THAT(complaintsOf(etherLink(), control),
-              ElementsAre(codeOf(NetworkEvent::slowerThanBoth)));
+              ElementsAre(codeOf(NetworkEvent::SlowerThanBoth)));
 }
 
 TEST(NetworkLink, WithHalfDuplexIsAWarning) {
   ScriptedControl control;
-  control.linkMode.duplex = Duplex::half;
-  EXPECT_THAT(complaintsOf(etherLink(), control), ElementsAre(codeOf(NetworkEvent::halfDuplex)));
+  control.linkMode.duplex = Duplex::Half;
+  EXPECT_THAT(complaintsOf(etherLink(), control), ElementsAre(codeOf(NetworkEvent::HalfDuplex)));
 }
 
 TEST(NetworkLink, BelowTheConfiguredSpeedIsAnError) {
   ScriptedControl control;
   EXPECT_THAT(complaintsOf(etherLink(), control, {10000}),
-              ElementsAre(codeOf(NetworkEvent::belowMinimumSpeed)));
+              ElementsAre(codeOf(NetworkEvent::BelowMinimumSpeed)));
 }
 
 TEST(NetworkLink, OfUnknownSpeedIsNoFault) {
@@ -352,15 +353,15 @@ TEST(NetworkSelfTest, NamesThePartsThatFailed) {
   ScriptedControl control;
   RecordingJournal good;
   runSelfTest("eth7", control, false, good);
-  EXPECT_THAT(good.parametersOf(NetworkEvent::selfTestPassed), ElementsAre("eth7", "2"));
+  EXPECT_THAT(good.parametersOf(NetworkEvent::SelfTestPassed), ElementsAre("eth7", "2"));
   EXPECT_FALSE(control.lastOffline);
 
   control.result = {true, {{"Register test", 13}, {"Link test", 0}}};
   RecordingJournal bad;
   runSelfTest("eth7", control, true, bad);
   EXPECT_TRUE(control.lastOffline);
-  EXPECT_THAT(bad.complaints(), ElementsAre(codeOf(NetworkEvent::selfTestFailed)));
-  EXPECT_THAT(bad.parametersOf(NetworkEvent::selfTestFailed),
+  EXPECT_THAT(bad.complaints(), ElementsAre(codeOf(NetworkEvent::SelfTestFailed)));
+  EXPECT_THAT(bad.parametersOf(NetworkEvent::SelfTestFailed),
               ElementsAre("eth7", "Register test", "13"));
 }
 
@@ -369,13 +370,13 @@ TEST(NetworkSelfTest, ThatFailsWithoutSayingWhereIsStillAnError) {
   control.result.failed = true;
   RecordingJournal journal;
   runSelfTest("eth7", control, false, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::selfTestFailed)));
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::SelfTestFailed)));
 }
 
 TEST(NetworkSelfTest, OfAnInterfaceWithoutOneIsNotSupported) {
   RecordingJournal journal;
-  const auto control = makeLinkControl(lo);
-  EXPECT_THROW(runSelfTest(lo, *control, false, journal), NotSupported);
+  const auto control = makeLinkControl(kLo);
+  EXPECT_THROW(runSelfTest(kLo, *control, false, journal), NotSupported);
 }
 
 TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
@@ -387,11 +388,11 @@ TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
   RecordingJournal journal;
   judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(codeOf(NetworkEvent::errorsCounted), codeOf(NetworkEvent::dropsCounted),
-                          codeOf(NetworkEvent::linkFlapped)));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::errorsCounted),
+              ElementsAre(codeOf(NetworkEvent::ErrorsCounted), codeOf(NetworkEvent::DropsCounted),
+                          codeOf(NetworkEvent::LinkFlapped)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::ErrorsCounted),
               ElementsAre("eth7", "rx_crc_errors", "3"));
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::linkFlapped), ElementsAre("eth7", "2"));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::LinkFlapped), ElementsAre("eth7", "2"));
 }
 
 TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
@@ -400,7 +401,7 @@ TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
   RecordingJournal journal;
   judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::fewDrops), ElementsAre("eth7", "rx_dropped", "2"));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::FewDrops), ElementsAre("eth7", "rx_dropped", "2"));
 }
 
 TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
@@ -408,7 +409,7 @@ TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
   after.errors["rx_errors"] += 3;
   RecordingJournal journal;
   judgeCounters(etherLink(), after, {2}, journal);
-  EXPECT_THAT(journal.parametersOf(NetworkEvent::errorsCounted),
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::ErrorsCounted),
               ElementsAre("eth7", "rx_errors", "3"));
 }
 
@@ -418,11 +419,11 @@ TEST(NetworkCounters, ThatStoodStillOrWereSetBackAreNoFault) {
   RecordingJournal journal;
   judgeCounters(etherLink(), after, {2}, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_EQ(journal.count(NetworkEvent::countersQuiet), 1);
+  EXPECT_EQ(journal.count(NetworkEvent::CountersQuiet), 1);
 }
 
 TEST(NetworkDiscovery, KnowsTheLoopbackInterface) {
-  const Link link = readLink(lo);
+  const Link link = readLink(kLo);
   EXPECT_TRUE(link.loopback);
   EXPECT_EQ(link.kind, "");
   EXPECT_EQ(link.errors.size(), 12U);
@@ -465,11 +466,11 @@ TEST_F(NetworkPair, CarriesStreamsAndDatagramsBetweenItsNamespaces) {
     const StreamFigures figures = verifyStreams(
         [&](unsigned int) { return connectStream(pair.firstEnd(), pair.secondEnd()); }, stream(),
         "left", journal);
-    EXPECT_EQ(figures.bytes, 4 * mib);
+    EXPECT_EQ(figures.bytes, 4 * kMib);
     const auto link = connectDatagrams(pair.secondEnd(), pair.firstEnd());
     EXPECT_EQ(verifyDatagrams(*link, datagrams(), "right", journal).arrived, 500U);
     EXPECT_THAT(journal.complaints(), IsEmpty());
-    EXPECT_GT(pair.first().packetsSent - before.packetsSent, 4 * mib / 65536);
+    EXPECT_GT(pair.first().packetsSent - before.packetsSent, 4 * kMib / 65536);
   }
   EXPECT_NE(if_nametoindex("left"), 0U) << "was not put back";
   EXPECT_NE(if_nametoindex("right"), 0U) << "was not put back";

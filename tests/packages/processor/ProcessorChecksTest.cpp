@@ -21,7 +21,7 @@ SpoilingSeam::Spoil spoilFor(const std::string& instructionClass) {
     std::uint64_t value;
   };
   // Results that are wrong only when the memory model, or chance, forbids them.
-  static constexpr Special specials[] = {
+  static constexpr Special kSpecials[] = {
       {"store buffering", 0},
       {"message passing", std::uint64_t{1} << 32},
       {"load buffering", (std::uint64_t{1} << 32) | 1},
@@ -30,7 +30,7 @@ SpoilingSeam::Spoil spoilFor(const std::string& instructionClass) {
       {"bias of bits", 4096},
       {"stuck", 4096},
   };
-  for (const Special& special : specials) {
+  for (const Special& special : kSpecials) {
     if (instructionClass.find(special.part) != std::string::npos) {
       return [value = special.value](std::span<std::uint64_t> results) {
         results[results.size() / 2] = value;
@@ -47,7 +47,7 @@ class ProcessorTestsTest : public ::testing::TestWithParam<int> {
 
 TEST_P(ProcessorTestsTest, good_core_passes_each_check_at_least_once) {
   RecordingObserver observer;
-  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  Verifier verifier(kTestedCore, anyPartner(), 1, observer);
   const TestReport report = runTest(number(), verifier, milliseconds(100));
   EXPECT_TRUE(report.completed);
   EXPECT_GE(report.checkedResults, availableChecks(number()).size());
@@ -64,13 +64,13 @@ TEST_P(ProcessorTestsTest, wrong_result_of_each_instruction_class_is_found_and_n
     SCOPED_TRACE(check.instructionClass);
     RecordingObserver observer;
     SpoilingSeam seam(check.instructionClass, spoilFor(check.instructionClass));
-    Verifier verifier(testedCore, anyPartner(), 1, observer, &seam);
+    Verifier verifier(kTestedCore, anyPartner(), 1, observer, &seam);
     verifier.begin(check.instructionClass);
     check.run(verifier);
     ASSERT_TRUE(seam.spoiled);
     ASSERT_EQ(observer.results.size(), 1U);
     const WrongResult& wrong = observer.results[0];
-    EXPECT_EQ(wrong.core, testedCore);
+    EXPECT_EQ(wrong.core, kTestedCore);
     EXPECT_EQ(wrong.instructionClass, check.instructionClass);
     EXPECT_FALSE(wrong.operands.empty());
     EXPECT_FALSE(wrong.expected.empty());
@@ -94,7 +94,7 @@ TEST_P(ProcessorTestsTest, same_seed_gives_the_same_results) {
   const auto digestOf = [&](std::uint64_t seed) {
     RecordingObserver observer;
     Digest seam;
-    Verifier verifier(testedCore, anyPartner(), seed, observer, &seam);
+    Verifier verifier(kTestedCore, anyPartner(), seed, observer, &seam);
     runTest(number(), verifier, milliseconds(0));
     return seam.digest;
   };
@@ -104,7 +104,7 @@ TEST_P(ProcessorTestsTest, same_seed_gives_the_same_results) {
 TEST_P(ProcessorTestsTest, request_to_stop_is_obeyed) {
   RecordingObserver observer;
   observer.stop = true;
-  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  Verifier verifier(kTestedCore, anyPartner(), 1, observer);
   EXPECT_FALSE(runTest(number(), verifier, std::chrono::hours(1)).completed);
 }
 
@@ -128,10 +128,10 @@ TEST(VerifierTest, wrong_results_beyond_the_limit_are_counted_but_not_told) {
       result ^= 1;
     }
   });
-  Verifier verifier(testedCore, anyPartner(), 1, observer, &seam);
+  Verifier verifier(kTestedCore, anyPartner(), 1, observer, &seam);
   const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(0));
-  EXPECT_GT(report.wrongResults, Verifier::maximumReported);
-  EXPECT_EQ(observer.results.size(), Verifier::maximumReported);
+  EXPECT_GT(report.wrongResults, Verifier::kMaximumReported);
+  EXPECT_EQ(observer.results.size(), Verifier::kMaximumReported);
 }
 
 TEST(VerifierTest, generator_that_repeats_itself_is_found) {
@@ -149,7 +149,7 @@ TEST(VerifierTest, generator_that_repeats_itself_is_found) {
       }
     } seam;
     RecordingObserver observer;
-    Verifier verifier(testedCore, -1, 1, observer, &seam);
+    Verifier verifier(kTestedCore, -1, 1, observer, &seam);
     verifier.begin(check.instructionClass);
     check.run(verifier);
     ASSERT_EQ(observer.results.size(), 2U);
@@ -171,7 +171,7 @@ TEST(PartnerTest, both_sides_run_at_the_same_time_again_and_again) {
 
 TEST(RunTest, test_goes_on_until_its_time_is_over_and_tells_how_much_of_it_was_verified_work) {
   RecordingObserver observer;
-  Verifier verifier(testedCore, anyPartner(), 1, observer);
+  Verifier verifier(kTestedCore, anyPartner(), 1, observer);
   const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(300));
   EXPECT_GE(report.seconds, 0.3);
   EXPECT_GT(report.verifiedSeconds, 0);

@@ -47,7 +47,7 @@ class SpoilingSeam : public ResultSeam {
   Spoil m_spoil;
 };
 
-constexpr int testedCore = 7;  // for reports alone: tests run wherever they may
+constexpr int kTestedCore = 7;  // for reports alone: tests run wherever they may
 
 ///  @brief The other CPU of this machine, or the same one where there is none: slow, but it works.
 inline int anyPartner() {

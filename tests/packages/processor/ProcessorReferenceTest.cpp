@@ -33,15 +33,15 @@ TEST(SoftFloatTest, sums_are_rounded_once_in_each_direction) {
   EXPECT_EQ(add(1, 0x1p-53, Rounding::ToNearest), bitsOf(1)) << "a tie goes to the even one";
   EXPECT_EQ(add(1 + 0x1p-52, 0x1p-53, Rounding::ToNearest), bitsOf(1 + 0x1p-51));
   EXPECT_EQ(add(-1, 0x1p-1074, Rounding::Upward), bitsOf(-1) - 1);
-  EXPECT_EQ(add(1e308, 1e308, Rounding::TowardZero), SoftDouble::largest);
+  EXPECT_EQ(add(1e308, 1e308, Rounding::TowardZero), SoftDouble::kLargest);
 }
 
 TEST(SoftFloatTest, signs_of_zeros_follow_the_direction) {
   const std::uint64_t one = bitsOf(1);
   EXPECT_EQ(SoftDouble::subtract(one, one, Rounding::ToNearest), 0U);
-  EXPECT_EQ(SoftDouble::subtract(one, one, Rounding::Downward), SoftDouble::signBit);
-  EXPECT_EQ(SoftDouble::add(SoftDouble::signBit, SoftDouble::signBit, Rounding::Upward),
-            SoftDouble::signBit);
+  EXPECT_EQ(SoftDouble::subtract(one, one, Rounding::Downward), SoftDouble::kSignBit);
+  EXPECT_EQ(SoftDouble::add(SoftDouble::kSignBit, SoftDouble::kSignBit, Rounding::Upward),
+            SoftDouble::kSignBit);
 }
 
 TEST(SoftFloatTest, denormals_are_made_and_used) {
@@ -61,8 +61,8 @@ TEST(SoftFloatTest, fused_multiplication_and_addition_rounds_once) {
   EXPECT_EQ(SoftDouble::multiplyAdd(bitsOf(small), bitsOf(small), bitsOf(-(1 + 0x1p-29)),
                                     Rounding::ToNearest),
             bitsOf(0x1p-60));
-  EXPECT_EQ(SoftDouble::multiplyAdd(SoftDouble::infinity, 0, bitsOf(1), Rounding::ToNearest),
-            SoftDouble::nan);
+  EXPECT_EQ(SoftDouble::multiplyAdd(SoftDouble::kInfinity, 0, bitsOf(1), Rounding::ToNearest),
+            SoftDouble::kNan);
 }
 
 TEST(SoftFloatTest, roots_and_quotients_are_exact_or_rounded) {
@@ -70,7 +70,7 @@ TEST(SoftFloatTest, roots_and_quotients_are_exact_or_rounded) {
   EXPECT_EQ(SoftDouble::squareRoot(bitsOf(2), Rounding::ToNearest), 0x3ff6a09e667f3bcdU);
   EXPECT_EQ(SoftSingle::divide(0x3f800000, 0x40400000, Rounding::ToNearest), 0x3eaaaaabU);
   EXPECT_EQ(SoftSingle::squareRoot(0x40000000, Rounding::ToNearest), 0x3fb504f3U);
-  EXPECT_EQ(SoftDouble::divide(bitsOf(1), 0, Rounding::ToNearest), SoftDouble::infinity);
+  EXPECT_EQ(SoftDouble::divide(bitsOf(1), 0, Rounding::ToNearest), SoftDouble::kInfinity);
 }
 
 TEST(SoftFloatTest, whole_numbers_become_the_nearest_double) {
@@ -99,11 +99,11 @@ TEST(CryptographyReferenceTest, hashes_give_the_published_digests) {
   const std::string text = "abc";
   const auto padded = shaPadded({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   ASSERT_EQ(padded.size(), 64U);
-  auto state1 = sha1Start;
+  auto state1 = kSha1Start;
   sha1Block(state1, padded.data());
   EXPECT_EQ(state1[0], 0xa9993e36U);
   EXPECT_EQ(state1[4], 0x9cd0d89dU);
-  auto state256 = sha256Start;
+  auto state256 = kSha256Start;
   sha256Block(state256, padded.data());
   EXPECT_EQ(state256[0], 0xba7816bfU);
   EXPECT_EQ(state256[7], 0xf20015adU);
@@ -120,12 +120,12 @@ TEST(CryptographyReferenceTest, checksum_and_product_give_the_published_values) 
 }
 
 TEST(LoadsTest, every_load_gives_its_known_result_for_every_seed) {
-  for (const Load& load : loads) {
-    for (std::uint64_t seed = 1; seed <= loadSeeds; ++seed) {
+  for (const Load& load : kLoads) {
+    for (std::uint64_t seed = 1; seed <= kLoadSeeds; ++seed) {
       EXPECT_EQ(load.run(seed), load.golden[seed - 1]) << load.name << ", seed " << seed;
     }
   }
-  EXPECT_EQ(loads[0].golden, loads[1].golden) << "two ways to sort the same numbers";
+  EXPECT_EQ(kLoads[0].golden, kLoads[1].golden) << "two ways to sort the same numbers";
 }
 
 using MachineTest = Tests::FakeMachine;

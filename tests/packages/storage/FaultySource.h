@@ -21,49 +21,49 @@ namespace TarvexDiags::Storage {
 /// rest go well.
 class FaultySource : public BlockSource {
  public:
-  static constexpr int always = -1;
+  static constexpr int kAlways = -1;
 
   explicit FaultySource(std::unique_ptr<BlockSource> good)
       : m_good(std::move(good)), m_transfers(m_good->slots()) {}
 
   FaultySource& failReads(std::uint64_t offset, std::uint64_t length, int error = EIO,
-                          int times = always) {
-    return add(Kind::fail, Direction::read, offset, length, times, error);
+                          int times = kAlways) {
+    return add(Kind::Fail, Direction::Read, offset, length, times, error);
   }
   FaultySource& failWrites(std::uint64_t offset, std::uint64_t length, int error,
-                           int times = always) {
-    return add(Kind::fail, Direction::write, offset, length, times, error);
+                           int times = kAlways) {
+    return add(Kind::Fail, Direction::Write, offset, length, times, error);
   }
   FaultySource& shortenReads(std::uint64_t offset) {
-    return add(Kind::shorten, Direction::read, offset, 1, always, 0);
+    return add(Kind::Shorten, Direction::Read, offset, 1, kAlways, 0);
   }
   FaultySource& shortenWrites(std::uint64_t offset, int times) {
-    return add(Kind::shorten, Direction::write, offset, 1, times, 0);
+    return add(Kind::Shorten, Direction::Write, offset, 1, times, 0);
   }
   /// @brief Flips a bit of the byte in what is read, after `good` right reads of it.
-  FaultySource& flipReads(std::uint64_t offset, int good, int times = always) {
-    add(Kind::none, Direction::read, offset, 1, good, 0);
-    return add(Kind::flip, Direction::read, offset, 1, times, 0x10);
+  FaultySource& flipReads(std::uint64_t offset, int good, int times = kAlways) {
+    add(Kind::None, Direction::Read, offset, 1, good, 0);
+    return add(Kind::Flip, Direction::Read, offset, 1, times, 0x10);
   }
   /// @brief Every second read of the byte is wrong.
   FaultySource& flicker(std::uint64_t offset) {
-    return add(Kind::flicker, Direction::read, offset, 1, always, 0x01);
+    return add(Kind::Flicker, Direction::Read, offset, 1, kAlways, 0x01);
   }
   FaultySource& slowReads(std::uint64_t offset, std::uint64_t length,
-                          std::chrono::milliseconds latency, int times = always) {
-    return add(Kind::slow, Direction::read, offset, length, times,
+                          std::chrono::milliseconds latency, int times = kAlways) {
+    return add(Kind::Slow, Direction::Read, offset, length, times,
                static_cast<int>(latency.count()));
   }
   FaultySource& flipWrites(std::uint64_t offset, int mask) {
-    return add(Kind::flip, Direction::write, offset, 1, always, mask);
+    return add(Kind::Flip, Direction::Write, offset, 1, kAlways, mask);
   }
   FaultySource& loseWrites(std::uint64_t offset) {
-    return add(Kind::lose, Direction::write, offset, 1, always, 0);
+    return add(Kind::Lose, Direction::Write, offset, 1, kAlways, 0);
   }
   /// @brief Writes that touch `from` go to `to` as well.
   FaultySource& misdirectWrites(std::uint64_t from, std::uint64_t to) {
     m_misdirectedTo = to;
-    return add(Kind::misdirect, Direction::write, from, 1, always, 0);
+    return add(Kind::Misdirect, Direction::Write, from, 1, kAlways, 0);
   }
   FaultySource& failFlush(int error) {
     m_flushError = error;
@@ -84,16 +84,16 @@ class FaultySource : public BlockSource {
     ++m_inFlight;
     m_transfers[transfer.slot] = {transfer, hit(transfer)};
     const Fault* fault = m_transfers[transfer.slot].fault;
-    const Kind kind = fault ? fault->kind : Kind::none;
-    if (kind == Kind::fail) {
+    const Kind kind = fault ? fault->kind : Kind::None;
+    if (kind == Kind::Fail) {
       m_ended.push_back({transfer.slot, fault->value, 0, {}});
-    } else if (kind == Kind::lose) {
+    } else if (kind == Kind::Lose) {
       m_ended.push_back({transfer.slot, 0, transfer.length, {}});
     } else {
-      if (kind == Kind::flip && transfer.direction == Direction::write) {
+      if (kind == Kind::Flip && transfer.direction == Direction::Write) {
         flip(transfer, *fault);
       }
-      if (kind == Kind::misdirect) {
+      if (kind == Kind::Misdirect) {
         m_misdirected.assign(buffer(transfer.slot).begin(),
                              buffer(transfer.slot).begin() + transfer.length);
       }
@@ -111,7 +111,7 @@ class FaultySource : public BlockSource {
     Completion completion = m_good->wait();
     const auto& [transfer, fault] = m_transfers[completion.slot];
     if (fault != nullptr &&
-        (transfer.direction == Direction::read || fault->kind == Kind::shorten)) {
+        (transfer.direction == Direction::Read || fault->kind == Kind::Shorten)) {
       spoil(transfer, *fault, completion);
     }
     return completion;
@@ -122,7 +122,7 @@ class FaultySource : public BlockSource {
       // The slots are at rest now, so the first one serves.
       std::copy(m_misdirected.begin(), m_misdirected.end(), buffer(0).begin());
       m_good->start(
-          {Direction::write, 0, m_misdirectedTo, static_cast<std::uint32_t>(m_misdirected.size())});
+          {Direction::Write, 0, m_misdirectedTo, static_cast<std::uint32_t>(m_misdirected.size())});
       m_good->wait();
     }
     return m_flushError != 0 ? m_flushError : m_good->flush();
@@ -135,7 +135,7 @@ class FaultySource : public BlockSource {
   int inFlight() const { return m_inFlight; }
 
  private:
-  enum class Kind { none, fail, shorten, flip, flicker, slow, lose, misdirect };
+  enum class Kind { None, Fail, Shorten, Flip, Flicker, Slow, Lose, Misdirect };
 
   struct Fault {
     Kind kind;
@@ -163,7 +163,7 @@ class FaultySource : public BlockSource {
       const bool touches = fault.direction == transfer.direction &&
                            fault.offset < transfer.offset + transfer.length &&
                            transfer.offset < fault.offset + fault.length;
-      if (touches && (fault.times == always || fault.hits < fault.times)) {
+      if (touches && (fault.times == kAlways || fault.hits < fault.times)) {
         ++fault.hits;
         return &fault;
       }
@@ -176,11 +176,11 @@ class FaultySource : public BlockSource {
   }
 
   void spoil(const Transfer& transfer, const Fault& fault, Completion& completion) {
-    if (fault.kind == Kind::flip || (fault.kind == Kind::flicker && fault.hits % 2 == 0)) {
+    if (fault.kind == Kind::Flip || (fault.kind == Kind::Flicker && fault.hits % 2 == 0)) {
       flip(transfer, fault);
-    } else if (fault.kind == Kind::shorten) {
+    } else if (fault.kind == Kind::Shorten) {
       completion.length /= 2;
-    } else if (fault.kind == Kind::slow) {
+    } else if (fault.kind == Kind::Slow) {
       completion.latency = std::chrono::milliseconds(fault.value);
     }
   }

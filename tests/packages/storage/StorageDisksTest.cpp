@@ -92,7 +92,7 @@ TEST(StorageDiscovery, DescribesADisk) {
       .file("block/nvme0n1/queue/rotational", "0");
   const Disk disk = findDisks(tree.root()).at(0);
   EXPECT_EQ(disk.path, "/dev/nvme0n1");
-  EXPECT_EQ(disk.attachment, Attachment::nvme);
+  EXPECT_EQ(disk.attachment, Attachment::Nvme);
   EXPECT_EQ(disk.model, "Fine Disk 990");
   EXPECT_EQ(disk.serial, "S123");
   EXPECT_EQ(disk.firmware, "1B2Q");
@@ -125,7 +125,7 @@ TEST(StorageDiscovery, virtual_disks_count_as_their_bus_where_asked_for) {
   tree.disk("sdb", "8:16", "8").file("block/sdb/device/vendor", "QEMU");
   tree.disk("vda", "254:0", "8");
   std::vector<std::string> kinds;
-  for (const Disk& disk : findDisks(tree.root(), VirtualDisks::asTheirBus)) {
+  for (const Disk& disk : findDisks(tree.root(), VirtualDisks::AsTheirBus)) {
     kinds.push_back(attachmentText(disk.attachment));
   }
   EXPECT_THAT(kinds, ElementsAre("ata", "scsi", "virtual"));
@@ -136,7 +136,7 @@ TEST(StorageDiscovery, TakesAFileForADisk) {
   const std::optional<Disk> disk = fileAsDisk("image");
   ASSERT_TRUE(disk);
   EXPECT_EQ(disk->bytes, 8192U);
-  EXPECT_EQ(disk->attachment, Attachment::file);
+  EXPECT_EQ(disk->attachment, Attachment::File);
   EXPECT_EQ(fileAsDisk("/dev/null"), std::nullopt);
   EXPECT_EQ(fileAsDisk("no such file"), std::nullopt);
 }
@@ -171,7 +171,7 @@ TEST(StorageIdentity, IsTold) {
   disk.model = "Fine Disk";
   disk.bytes = 4096;
   identify(disk, 4096, journal);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::identity),
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Identity),
               ElementsAre("sda", "Fine Disk", "?", "?", "4096", "512", "512"));
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
@@ -184,15 +184,15 @@ TEST(StorageIdentity, WarnsOfADiskOfAnotherSizeAndOfOneSetReadOnly) {
   disk.readOnly = true;
   identify(disk, 8192, journal);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::markedReadOnly),
-                          static_cast<unsigned int>(StorageEvent::sizeChanged)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::MarkedReadOnly),
+                          static_cast<unsigned int>(StorageEvent::SizeChanged)));
 }
 
 // --- Health
 
 TEST(StorageHealth, OfVirtualDisksIsNotSupportedAndSaysWhy) {
   for (const Attachment attachment :
-       {Attachment::virtualDisk, Attachment::file, Attachment::memoryCard}) {
+       {Attachment::VirtualDisk, Attachment::File, Attachment::MemoryCard}) {
     Disk disk;
     disk.attachment = attachment;
     EXPECT_THAT(whyNoHealth(disk), Not(IsEmpty()));
@@ -201,7 +201,7 @@ TEST(StorageHealth, OfVirtualDisksIsNotSupportedAndSaysWhy) {
 }
 
 TEST(StorageHealth, OfADiskThatCannotBeOpenedIsNotSupported) {
-  for (const Attachment attachment : {Attachment::nvme, Attachment::ata}) {
+  for (const Attachment attachment : {Attachment::Nvme, Attachment::Ata}) {
     Disk disk;
     disk.name = "none";
     disk.path = "/dev/none";
@@ -237,7 +237,7 @@ std::unique_ptr<RecordingJournal> judged(const HealthReport& health) {
 TEST(StorageHealth, OfASoundNvmeDiskIsToldWithoutComplaint) {
   const auto journal = judged(healthFrom(soundNvme()));
   EXPECT_THAT(journal->complaints(), IsEmpty());
-  EXPECT_THAT(journal->parametersOf(StorageEvent::health),
+  EXPECT_THAT(journal->parametersOf(StorageEvent::Health),
               ElementsAre("nvme0n1", "10000", "42", "3", "0"));
 }
 
@@ -248,16 +248,16 @@ TEST(StorageHealth, NamesEachFaultOfAnNvmeDisk) {
     std::string parameter;
   };
   const std::vector<Case> cases{
-      {[](auto& log) { log.critical_warning = 1; }, StorageEvent::criticalWarning, "spare"},
-      {[](auto& log) { log.critical_warning = 4; }, StorageEvent::criticalWarning, "degraded"},
-      {[](auto& log) { log.critical_warning = 8; }, StorageEvent::criticalWarning, "read only"},
-      {[](auto& log) { log.critical_warning = 16; }, StorageEvent::criticalWarning, "backup"},
-      {[](auto& log) { log.media_errors[0] = 7; }, StorageEvent::mediaErrors, "7"},
-      {[](auto& log) { log.media_errors[15] = 1; }, StorageEvent::mediaErrors,
+      {[](auto& log) { log.critical_warning = 1; }, StorageEvent::CriticalWarning, "spare"},
+      {[](auto& log) { log.critical_warning = 4; }, StorageEvent::CriticalWarning, "degraded"},
+      {[](auto& log) { log.critical_warning = 8; }, StorageEvent::CriticalWarning, "read only"},
+      {[](auto& log) { log.critical_warning = 16; }, StorageEvent::CriticalWarning, "backup"},
+      {[](auto& log) { log.media_errors[0] = 7; }, StorageEvent::MediaErrors, "7"},
+      {[](auto& log) { log.media_errors[15] = 1; }, StorageEvent::MediaErrors,
        "18446744073709551615"},
-      {[](auto& log) { log.percent_used = 104; }, StorageEvent::worn, "104"},
-      {[](auto& log) { log.avail_spare = 9; }, StorageEvent::lowSpare, "9"},
-      {[](auto& log) { log.temperature[0] = 0x5D; }, StorageEvent::temperature, "76"},
+      {[](auto& log) { log.percent_used = 104; }, StorageEvent::Worn, "104"},
+      {[](auto& log) { log.avail_spare = 9; }, StorageEvent::LowSpare, "9"},
+      {[](auto& log) { log.temperature[0] = 0x5D; }, StorageEvent::Temperature, "76"},
   };
   for (const Case& item : cases) {
     nvme_smart_log log = soundNvme();
@@ -304,7 +304,7 @@ class AtaRecording {
   AtaDisk disk() const {
     std::vector<unsigned char> blob;
     append(blob, "IDFY", m_identify);
-    append(blob, "SMST", std::array<unsigned char, 4>{0, 0, 0, m_good ? uchar{1} : uchar{0}});
+    append(blob, "SMST", std::array<unsigned char, 4>{0, 0, 0, m_good ? Uchar{1} : Uchar{0}});
     append(blob, "SMDT", m_data);
     append(blob, "SMTH", m_thresholds);
     SkDisk* opened = nullptr;
@@ -315,19 +315,19 @@ class AtaRecording {
   }
 
  private:
-  using uchar = unsigned char;
+  using Uchar = unsigned char;
 
   template <std::size_t Size>
-  static void append(std::vector<uchar>& blob, const char* tag,
-                     const std::array<uchar, Size>& part) {
+  static void append(std::vector<Uchar>& blob, const char* tag,
+                     const std::array<Uchar, Size>& part) {
     blob.insert(blob.end(), tag, tag + 4);
-    blob.insert(blob.end(), {0, 0, static_cast<uchar>(Size >> 8), static_cast<uchar>(Size & 0xFF)});
+    blob.insert(blob.end(), {0, 0, static_cast<Uchar>(Size >> 8), static_cast<Uchar>(Size & 0xFF)});
     blob.insert(blob.end(), part.begin(), part.end());
   }
 
-  std::array<uchar, 512> m_identify{};
-  std::array<uchar, 512> m_data{};
-  std::array<uchar, 512> m_thresholds{};
+  std::array<Uchar, 512> m_identify{};
+  std::array<Uchar, 512> m_data{};
+  std::array<Uchar, 512> m_thresholds{};
   std::size_t m_attributes = 0;
   bool m_good = true;
 };
@@ -339,19 +339,19 @@ std::unique_ptr<RecordingJournal> judged(const AtaRecording& recording) {
 TEST(StorageHealth, OfASoundAtaDiskIsToldWithoutComplaint) {
   const auto journal = judged(AtaRecording());
   EXPECT_THAT(journal->complaints(), IsEmpty());
-  EXPECT_THAT(journal->parametersOf(StorageEvent::health),
+  EXPECT_THAT(journal->parametersOf(StorageEvent::Health),
               ElementsAre("nvme0n1", "24", "35", "0", "0"));
 }
 
 TEST(StorageHealth, NamesEachFaultOfAnAtaDisk) {
   EXPECT_THAT(judged(AtaRecording().ownVerdict(false))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::healthFailing)));
-  EXPECT_THAT(judged(AtaRecording().attribute(5, 100, 7))->parametersOf(StorageEvent::badSectors),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
+  EXPECT_THAT(judged(AtaRecording().attribute(5, 100, 7))->parametersOf(StorageEvent::BadSectors),
               ElementsAre("nvme0n1", "7"));
   EXPECT_THAT(judged(AtaRecording().attribute(197, 100, 3))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::badSectors)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::BadSectors)));
   EXPECT_THAT(judged(AtaRecording().attribute(10, 5, 0, 20))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::healthFailing)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
 }
 
 TEST(StorageErrorLog, OfAnAtaDiskTellsHowItsLastSelfTestEnded) {
@@ -359,8 +359,8 @@ TEST(StorageErrorLog, OfAnAtaDiskTellsHowItsLastSelfTestEnded) {
     unsigned char status;
     SelfTestEnd end;
   };
-  for (const Case& item : {Case{0, SelfTestEnd::passedOrNever}, Case{1, SelfTestEnd::interrupted},
-                           Case{7, SelfTestEnd::failed}, Case{15, SelfTestEnd::running}}) {
+  for (const Case& item : {Case{0, SelfTestEnd::PassedOrNever}, Case{1, SelfTestEnd::Interrupted},
+                           Case{7, SelfTestEnd::Failed}, Case{15, SelfTestEnd::Running}}) {
     const AtaDisk disk = AtaRecording().lastSelfTest(item.status).disk();
     EXPECT_EQ(errorLogFrom(*disk, "sda", "/no/such/folder").selfTest, item.end)
         << static_cast<int>(item.status);
@@ -374,7 +374,7 @@ TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
   RecordingJournal clean;
   judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", clean);
   EXPECT_THAT(clean.complaints(), IsEmpty());
-  EXPECT_THAT(clean.parametersOf(StorageEvent::errorLogRead),
+  EXPECT_THAT(clean.parametersOf(StorageEvent::ErrorLogRead),
               ElementsAre("nvme0n1", "NVMe error log", "1"));
 
   pages[0].error_count = 12;
@@ -386,7 +386,7 @@ TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
   pages[2].status_field = 0x02 << 1;  // a program asked for what the disk does not know
   RecordingJournal journal;
   judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", journal);
-  const auto parameters = journal.parametersOf(StorageEvent::errorLogEntries);
+  const auto parameters = journal.parametersOf(StorageEvent::ErrorLogEntries);
   ASSERT_THAT(parameters, SizeIs(3));
   EXPECT_EQ(parameters[1], "2");
   EXPECT_THAT(parameters[2], HasSubstr("block 4711"));
@@ -399,23 +399,23 @@ TEST(StorageErrorLog, OfTheKernelCountsFailedCommands) {
   tree.file("block/sda/device/ioerr_cnt", "0x1f").file("block/sda/device/iotmo_cnt", "0x0");
   RecordingJournal journal;
   judgeErrorLog(kernelErrorLog("sda", tree.root()), {}, "sda", journal);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::errorLogEntries),
+  EXPECT_THAT(journal.parametersOf(StorageEvent::ErrorLogEntries),
               ElementsAre("sda", "31", "commands that ended with an error"));
 }
 
 TEST(StorageErrorLog, TellsHowTheLastSelfTestEnded) {
   ErrorLog log;
-  log.selfTest = SelfTestEnd::failed;
+  log.selfTest = SelfTestEnd::Failed;
   log.selfTestText = "read failure";
   RecordingJournal failed;
   judgeErrorLog(log, {}, "sda", failed);
-  EXPECT_THAT(failed.parametersOf(StorageEvent::selfTestFailed),
+  EXPECT_THAT(failed.parametersOf(StorageEvent::SelfTestFailed),
               ElementsAre("sda", "read failure"));
-  log.selfTest = SelfTestEnd::interrupted;
+  log.selfTest = SelfTestEnd::Interrupted;
   RecordingJournal interrupted;
   judgeErrorLog(log, {}, "sda", interrupted);
   EXPECT_THAT(interrupted.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::selfTestInterrupted)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::SelfTestInterrupted)));
 }
 
 }  // namespace

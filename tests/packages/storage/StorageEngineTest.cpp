@@ -33,18 +33,18 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr std::uint64_t kib = 1024;
-constexpr std::uint64_t mib = 1024 * kib;
-constexpr std::uint64_t diskSize = 4 * mib;
-constexpr std::uint64_t block = 4096;
-const std::string disk = "sdz";
+constexpr std::uint64_t kIb = 1024;
+constexpr std::uint64_t kMib = 1024 * kIb;
+constexpr std::uint64_t kDiskSize = 4 * kMib;
+constexpr std::uint64_t kBlock = 4096;
+const std::string kDisk = "sdz";
 
-SourceOptions smallSlots(std::uint32_t slotSize = 64 * kib, unsigned int slots = 4) {
+SourceOptions smallSlots(std::uint32_t slotSize = 64 * kIb, unsigned int slots = 4) {
   return {.slots = slots, .slotSize = slotSize, .useUring = true};
 }
 
 /// @brief A file of random bytes, with no name.
-UniqueDescriptor randomFile(std::uint64_t size = diskSize) {
+UniqueDescriptor randomFile(std::uint64_t size = kDiskSize) {
   UniqueDescriptor file = makeTemporaryFile(".", size);
   PageBuffer data(size);
   TestPattern pattern(7, size);
@@ -106,18 +106,18 @@ TEST(StorageBuffers, BeginAtAPageAndAreZero) {
 }
 
 TEST(StorageZones, CoverTheWholeDiskWhenNothingIsLeftOut) {
-  for (const std::uint64_t wanted : {std::uint64_t{0}, diskSize, 2 * diskSize}) {
-    const std::vector<Zone> zones = spreadZones(diskSize + 100, wanted, mib, 512);
+  for (const std::uint64_t wanted : {std::uint64_t{0}, kDiskSize, 2 * kDiskSize}) {
+    const std::vector<Zone> zones = spreadZones(kDiskSize + 100, wanted, kMib, 512);
     ASSERT_THAT(zones, SizeIs(1));
     EXPECT_EQ(zones.front().offset, 0U);
-    EXPECT_EQ(zones.front().length, diskSize);
+    EXPECT_EQ(zones.front().length, kDiskSize);
   }
-  EXPECT_THAT(spreadZones(100, 0, mib, 512), IsEmpty());
+  EXPECT_THAT(spreadZones(100, 0, kMib, 512), IsEmpty());
 }
 
 TEST(StorageZones, ReachFromTheFirstToTheLastBlockWithoutOverlap) {
-  const std::uint64_t size = 1000 * mib;
-  const std::vector<Zone> zones = spreadZones(size, 100 * mib, 7 * mib, 4096);
+  const std::uint64_t size = 1000 * kMib;
+  const std::vector<Zone> zones = spreadZones(size, 100 * kMib, 7 * kMib, 4096);
   ASSERT_THAT(zones, SizeIs(14));
   EXPECT_EQ(zones.front().offset, 0U);
   EXPECT_EQ(zones.back().offset + zones.back().length, size);
@@ -161,22 +161,22 @@ TEST(StoragePattern, NamesThePlaceOfItsOwnSectorsOnly) {
   pattern.fill(data);
   EXPECT_EQ(pattern.placeOf(data), std::nullopt);
   pattern.stamp(data, 1 << 20);
-  const auto second = std::span(data).subspan(TestPattern::sector);
-  EXPECT_EQ(pattern.placeOf(second), (1U << 20) + TestPattern::sector);
+  const auto second = std::span(data).subspan(TestPattern::kSector);
+  EXPECT_EQ(pattern.placeOf(second), (1U << 20) + TestPattern::kSector);
   EXPECT_EQ(TestPattern(2, 4096).placeOf(second), std::nullopt);
 }
 
 TEST(StorageTemporaryFile, HasTheSizeAndNoName) {
-  const UniqueDescriptor file = makeTemporaryFile(".", mib);
+  const UniqueDescriptor file = makeTemporaryFile(".", kMib);
   struct stat status {};
   ASSERT_EQ(fstat(file.get(), &status), 0);
-  EXPECT_EQ(status.st_size, static_cast<off_t>(mib));
+  EXPECT_EQ(status.st_size, static_cast<off_t>(kMib));
   EXPECT_EQ(status.st_nlink, 0U);
 }
 
 TEST(StorageTemporaryFile, SaysWhyItCannotBeMade) {
   try {
-    makeTemporaryFile("/proc", mib);
+    makeTemporaryFile("/proc", kMib);
     FAIL() << "made a file in /proc";
   } catch (const std::system_error& error) {
     EXPECT_NE(error.code().value(), 0);
@@ -190,7 +190,7 @@ TEST(StorageSource, RefusesToWriteToAnythingButAFile) {
 
 TEST(StorageSource, ReadsFromADescriptorThatWaits) {
   const std::string path = std::filesystem::absolute("waits").string();
-  std::ofstream(path) << std::string(block, 'x');
+  std::ofstream(path) << std::string(kBlock, 'x');
   const auto source = openForReading(path, smallSlots());
   int found = 0;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -216,7 +216,7 @@ TEST(StorageSource, TellsWhyADiskCannotBeRead) {
 
 class StorageSources : public testing::TestWithParam<bool> {
  protected:
-  SourceOptions options(std::uint32_t slotSize = 64 * kib, unsigned int slots = 8) const {
+  SourceOptions options(std::uint32_t slotSize = 64 * kIb, unsigned int slots = 8) const {
     return {.slots = slots, .slotSize = slotSize, .useUring = GetParam()};
   }
 };
@@ -226,9 +226,9 @@ INSTANTIATE_TEST_SUITE_P(Kinds, StorageSources, testing::Bool(), [](const auto& 
 });
 
 TEST_P(StorageSources, MoveEveryByteOfAFile) {
-  const auto source = overFile(makeTemporaryFile(".", diskSize), options());
-  const TestPattern pattern(3, 64 * kib);
-  ZoneWalk writes({{0, diskSize}}, 64 * kib);
+  const auto source = overFile(makeTemporaryFile(".", kDiskSize), options());
+  const TestPattern pattern(3, 64 * kIb);
+  ZoneWalk writes({{0, kDiskSize}}, 64 * kIb);
   const auto nothing = [](const Transfer&, const Completion&) {};
   transferAll(
       *source,
@@ -238,14 +238,14 @@ TEST_P(StorageSources, MoveEveryByteOfAFile) {
         pattern.stamp(source->buffer(slot), piece.offset);
         return piece.length == 0
                    ? std::nullopt
-                   : std::optional(Transfer{Direction::write, slot, piece.offset, 64 * kib});
+                   : std::optional(Transfer{Direction::Write, slot, piece.offset, 64 * kIb});
       },
       nothing);
   EXPECT_EQ(source->flush(), 0);
 
   std::uint64_t right = 0;
-  ZoneWalk reads({{0, diskSize}}, 64 * kib);
-  std::vector<std::byte> expected(64 * kib);
+  ZoneWalk reads({{0, kDiskSize}}, 64 * kIb);
+  std::vector<std::byte> expected(64 * kIb);
   pattern.fill(expected);
   transferAll(
       *source,
@@ -253,15 +253,15 @@ TEST_P(StorageSources, MoveEveryByteOfAFile) {
         const Zone piece = reads.next();
         return piece.length == 0
                    ? std::nullopt
-                   : std::optional(Transfer{Direction::read, slot, piece.offset, 64 * kib});
+                   : std::optional(Transfer{Direction::Read, slot, piece.offset, 64 * kIb});
       },
       [&](const Transfer& transfer, const Completion& completion) {
         ASSERT_TRUE(succeeded(transfer, completion));
         EXPECT_GT(completion.latency.count(), 0);
         pattern.stamp(expected, transfer.offset);
-        right += std::memcmp(source->buffer(transfer.slot).data(), expected.data(), 64 * kib) == 0;
+        right += std::memcmp(source->buffer(transfer.slot).data(), expected.data(), 64 * kIb) == 0;
       });
-  EXPECT_EQ(right, diskSize / (64 * kib));
+  EXPECT_EQ(right, kDiskSize / (64 * kIb));
 }
 
 TEST_P(StorageSources, TellTheErrnoOfAFailedTransfer) {
@@ -270,7 +270,7 @@ TEST_P(StorageSources, TellTheErrnoOfAFailedTransfer) {
   const std::string path = "/proc/self/fd/" + std::to_string(file.get());
   const auto source =
       overFile(UniqueDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), options());
-  const Completion completion = transferOne(*source, {Direction::write, 3, 0, 4096});
+  const Completion completion = transferOne(*source, {Direction::Write, 3, 0, 4096});
   EXPECT_EQ(completion.error, EBADF);
   EXPECT_EQ(completion.slot, 3U);
 }
@@ -278,28 +278,28 @@ TEST_P(StorageSources, TellTheErrnoOfAFailedTransfer) {
 TEST_P(StorageSources, EndWithTransfersInFlightUnharmed) {
   const auto source = overFile(randomFile(), options());
   for (unsigned int slot = 0; slot < source->slots(); ++slot) {
-    source->start({Direction::read, slot, slot * 64 * kib, 64 * kib});
+    source->start({Direction::Read, slot, slot * 64 * kIb, 64 * kIb});
   }
 }
 
 TEST_P(StorageSources, ReadASoundDiskWithoutComplaint) {
   const auto source = overFile(randomFile(), options());
   RecordingJournal journal;
-  EXPECT_EQ(scanSequentially(*source, {}, disk, journal).bytes, diskSize);
-  EXPECT_EQ(readRandomly(*source, {.reads = 200, .seed = 5}, disk, journal).bytes, 200 * 64 * kib);
-  EXPECT_EQ(checkStability(*source, {.window = mib}, disk, journal).bytes, 2 * diskSize);
-  EXPECT_EQ(findSlowBlocks(*source, {.reads = 50}, disk, journal).reads, 50U);
+  EXPECT_EQ(scanSequentially(*source, {}, kDisk, journal).bytes, kDiskSize);
+  EXPECT_EQ(readRandomly(*source, {.reads = 200, .seed = 5}, kDisk, journal).bytes, 200 * 64 * kIb);
+  EXPECT_EQ(checkStability(*source, {.window = kMib}, kDisk, journal).bytes, 2 * kDiskSize);
+  EXPECT_EQ(findSlowBlocks(*source, {.reads = 50}, kDisk, journal).reads, 50U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST_P(StorageSources, WriteAndVerifyASoundFileWithoutComplaint) {
-  const auto source = overFile(makeTemporaryFile(".", diskSize), options());
+  const auto source = overFile(makeTemporaryFile(".", kDiskSize), options());
   RecordingJournal journal;
-  const WriteVerifyFigures figures = writeAndVerify(*source, {.seed = 9}, disk, journal);
-  EXPECT_EQ(figures.bytes, diskSize);
+  const WriteVerifyFigures figures = writeAndVerify(*source, {.seed = 9}, kDisk, journal);
+  EXPECT_EQ(figures.bytes, kDiskSize);
   EXPECT_EQ(figures.faultySectors, 0U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_EQ(journal.count(StorageEvent::writtenAndVerified), 1);
+  EXPECT_EQ(journal.count(StorageEvent::WrittenAndVerified), 1);
   EXPECT_EQ(journal.progressSteps().back(), 100U);
 }
 
@@ -307,24 +307,24 @@ TEST_P(StorageSources, WriteAndVerifyASoundFileWithoutComplaint) {
 
 TEST(StorageScan, NamesTheUnreadableBlocksAndTheirNumber) {
   FaultySource faulty(goodDisk());
-  faulty.failReads(20 * block, 3 * block).failReads(500 * block, 1);
+  faulty.failReads(20 * kBlock, 3 * kBlock).failReads(500 * kBlock, 1);
   RecordingJournal journal;
-  const ReadFigures figures = scanSequentially(faulty, {}, disk, journal);
+  const ReadFigures figures = scanSequentially(faulty, {}, kDisk, journal);
   EXPECT_EQ(figures.unreadableBlocks, 4U);
-  EXPECT_EQ(journal.count(StorageEvent::unreadable), 2);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unreadable),
+  EXPECT_EQ(journal.count(StorageEvent::Unreadable), 2);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "20", "3", "4096", "Input/output error"));
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unreadableTotal),
+  EXPECT_THAT(journal.parametersOf(StorageEvent::UnreadableTotal),
               ElementsAre("sdz", "4", "4096", "2"));
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
 TEST(StorageScan, JoinsABadStretchAcrossReads) {
   FaultySource faulty(goodDisk());
-  faulty.failReads(64 * kib - block, 2 * block);
+  faulty.failReads(64 * kIb - kBlock, 2 * kBlock);
   RecordingJournal journal;
-  scanSequentially(faulty, {}, disk, journal);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unreadable),
+  scanSequentially(faulty, {}, kDisk, journal);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "15", "2", "4096", "Input/output error"));
 }
 
@@ -332,28 +332,28 @@ TEST(StorageScan, WarnsOfAReadThatSucceedsTheSecondTime) {
   FaultySource faulty(goodDisk());
   faulty.failReads(0, 1, EIO, 1);
   RecordingJournal journal;
-  EXPECT_EQ(scanSequentially(faulty, {}, disk, journal).unreadableBlocks, 0U);
+  EXPECT_EQ(scanSequentially(faulty, {}, kDisk, journal).unreadableBlocks, 0U);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::recoveredRead)));
-  EXPECT_THAT(journal.parametersOf(StorageEvent::recoveredRead),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::RecoveredRead)));
+  EXPECT_THAT(journal.parametersOf(StorageEvent::RecoveredRead),
               ElementsAre("sdz", "0", "16", "4096", "Input/output error"));
 }
 
 TEST(StorageScan, TakesAShortReadForAFault) {
   FaultySource faulty(goodDisk());
-  faulty.shortenReads(7 * block);
+  faulty.shortenReads(7 * kBlock);
   RecordingJournal journal;
-  EXPECT_EQ(scanSequentially(faulty, {}, disk, journal).unreadableBlocks, 1U);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unreadable),
+  EXPECT_EQ(scanSequentially(faulty, {}, kDisk, journal).unreadableBlocks, 1U);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "7", "1", "4096", "fewer bytes than asked for"));
 }
 
 TEST(StorageScan, EndsWhenTheDiskIsGone) {
   FaultySource faulty(goodDisk());
-  faulty.failReads(2 * mib, diskSize, ENODEV);
+  faulty.failReads(2 * kMib, kDiskSize, ENODEV);
   RecordingJournal journal;
   try {
-    scanSequentially(faulty, {}, disk, journal);
+    scanSequentially(faulty, {}, kDisk, journal);
     FAIL() << "went on without a disk";
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code().value(), ENODEV);
@@ -364,9 +364,9 @@ TEST(StorageScan, EndsWhenTheDiskIsGone) {
 TEST(StorageScan, DoesNotBlameTheDiskForWhatTheKernelLacks) {
   for (const int error : {ENOMEM, EAGAIN, EINVAL, EPERM, EOPNOTSUPP, EBUSY}) {
     FaultySource faulty(goodDisk());
-    faulty.failReads(2 * mib, 1, error);
+    faulty.failReads(2 * kMib, 1, error);
     RecordingJournal journal;
-    EXPECT_THROW(scanSequentially(faulty, {}, disk, journal), std::system_error) << error;
+    EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), std::system_error) << error;
     EXPECT_THAT(journal.complaints(), IsEmpty());
     EXPECT_EQ(faulty.inFlight(), 0);
   }
@@ -375,82 +375,83 @@ TEST(StorageScan, DoesNotBlameTheDiskForWhatTheKernelLacks) {
 TEST(StorageScan, BlamesTheDiskForEachWayToLoseABlock) {
   for (const int error : {EIO, ENODATA, EREMOTEIO, EILSEQ, ETIMEDOUT, ETIME, ENOLINK, EBADMSG}) {
     FaultySource faulty(goodDisk());
-    faulty.failReads(2 * mib, 1, error);
+    faulty.failReads(2 * kMib, 1, error);
     RecordingJournal journal;
-    EXPECT_EQ(scanSequentially(faulty, {}, disk, journal).unreadableBlocks, 1U) << error;
+    EXPECT_EQ(scanSequentially(faulty, {}, kDisk, journal).unreadableBlocks, 1U) << error;
   }
 }
 
 TEST(StorageScan, DoesNotBlameADiskThatLeavesWhileItsBadBlocksAreSearched) {
   FaultySource faulty(goodDisk());
-  faulty.failReads(2 * mib, 1, EIO, 1).failReads(2 * mib, 1, ENODEV);
+  faulty.failReads(2 * kMib, 1, EIO, 1).failReads(2 * kMib, 1, ENODEV);
   RecordingJournal journal;
-  EXPECT_THROW(scanSequentially(faulty, {}, disk, journal), std::system_error);
+  EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), std::system_error);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST(StorageScan, GivesUpOnADiskThatReadsNothing) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kib)));
-  faulty.failReads(0, diskSize);
+  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+  faulty.failReads(0, kDiskSize);
   RecordingJournal journal;
-  const ReadFigures figures = scanSequentially(faulty, {}, disk, journal);
-  EXPECT_LT(figures.reads, diskSize / (4 * kib) / 2);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unreadable).at(1), "0");
+  const ReadFigures figures = scanSequentially(faulty, {}, kDisk, journal);
+  EXPECT_LT(figures.reads, kDiskSize / (4 * kIb) / 2);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable).at(1), "0");
 }
 
 TEST(StorageScan, EndsAtTheFirstErrorWhenAskedTo) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kib)));
-  faulty.failReads(20 * block, 1).failReads(700 * block, 1);
+  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+  faulty.failReads(20 * kBlock, 1).failReads(700 * kBlock, 1);
   RecordingJournal journal;
   journal.halts = true;
-  EXPECT_LT(scanSequentially(faulty, {}, disk, journal).reads, 50U);
-  EXPECT_EQ(journal.parametersOf(StorageEvent::unreadable).at(1), "20");
+  EXPECT_LT(scanSequentially(faulty, {}, kDisk, journal).reads, 50U);
+  EXPECT_EQ(journal.parametersOf(StorageEvent::Unreadable).at(1), "20");
 }
 
 TEST(StorageScan, DoesNotPassADiskWithoutBlocks) {
-  const auto empty = overFile(makeTemporaryFile(".", 512), smallSlots(4 * kib));
+  const auto empty = overFile(makeTemporaryFile(".", 512), smallSlots(4 * kIb));
   RecordingJournal journal;
-  EXPECT_THROW(scanSequentially(*empty, {}, disk, journal), NotSupported);
-  EXPECT_THROW(readRandomly(*empty, {.reads = 1}, disk, journal), NotSupported);
-  EXPECT_THROW(checkStability(*empty, {}, disk, journal), NotSupported);
-  EXPECT_THROW(findSlowBlocks(*empty, {.reads = 1}, disk, journal), NotSupported);
-  EXPECT_THROW(writeAndVerify(*empty, {}, disk, journal), NotSupported);
+  EXPECT_THROW(scanSequentially(*empty, {}, kDisk, journal), NotSupported);
+  EXPECT_THROW(readRandomly(*empty, {.reads = 1}, kDisk, journal), NotSupported);
+  EXPECT_THROW(checkStability(*empty, {}, kDisk, journal), NotSupported);
+  EXPECT_THROW(findSlowBlocks(*empty, {.reads = 1}, kDisk, journal), NotSupported);
+  EXPECT_THROW(writeAndVerify(*empty, {}, kDisk, journal), NotSupported);
 }
 
 TEST(StorageScan, StopsWithinAFewReads) {
-  const auto source = goodDisk(smallSlots(4 * kib));
+  const auto source = goodDisk(smallSlots(4 * kIb));
   RecordingJournal journal;
   journal.stopAfter(10);
-  EXPECT_LE(scanSequentially(*source, {}, disk, journal).reads, 10U);
+  EXPECT_LE(scanSequentially(*source, {}, kDisk, journal).reads, 10U);
 }
 
 TEST(StorageScan, ReadsOnlyTheZonesAskedForAndTellsItsProgress) {
-  const auto source = goodDisk(smallSlots(16 * kib));
+  const auto source = goodDisk(smallSlots(16 * kIb));
   RecordingJournal journal;
-  EXPECT_EQ(scanSequentially(*source, {.bytes = mib, .zone = 64 * kib}, disk, journal).bytes, mib);
+  EXPECT_EQ(scanSequentially(*source, {.bytes = kMib, .zone = 64 * kIb}, kDisk, journal).bytes,
+            kMib);
   EXPECT_TRUE(std::is_sorted(journal.progressSteps().begin(), journal.progressSteps().end()));
   EXPECT_EQ(journal.progressSteps().back(), 100U);
 }
 
 TEST(StorageRandomRead, FindsAnUnreadableBlock) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kib)));
-  faulty.failReads(0, diskSize / 8);
+  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+  faulty.failReads(0, kDiskSize / 8);
   RecordingJournal journal;
-  const ReadFigures figures = readRandomly(faulty, {.reads = 100, .seed = 1}, disk, journal);
+  const ReadFigures figures = readRandomly(faulty, {.reads = 100, .seed = 1}, kDisk, journal);
   EXPECT_EQ(figures.reads, 100U);
   EXPECT_GT(figures.unreadableBlocks, 0U);
-  EXPECT_GT(journal.count(StorageEvent::unreadable), 0);
+  EXPECT_GT(journal.count(StorageEvent::Unreadable), 0);
 }
 
 TEST(StorageRandomRead, GoesToTheSamePlacesForTheSameSeed) {
-  RandomPlaces one(diskSize, 4096, 1);
-  RandomPlaces again(diskSize, 4096, 1);
-  RandomPlaces other(diskSize, 4096, 2);
+  RandomPlaces one(kDiskSize, 4096, 1);
+  RandomPlaces again(kDiskSize, 4096, 1);
+  RandomPlaces other(kDiskSize, 4096, 2);
   int same = 0;
   for (int count = 0; count < 100; ++count) {
     const std::uint64_t place = one.next();
     EXPECT_EQ(place, again.next());
-    EXPECT_LE(place + 4096, diskSize);
+    EXPECT_LE(place + 4096, kDiskSize);
     same += place == other.next() ? 1 : 0;
   }
   EXPECT_LT(same, 10);
@@ -460,66 +461,66 @@ TEST(StorageRandomRead, GoesToTheSamePlacesForTheSameSeed) {
 
 TEST(StorageStability, FindsABlockThatReadsDifferently) {
   FaultySource faulty(goodDisk());
-  faulty.flicker(77 * block + 5);
+  faulty.flicker(77 * kBlock + 5);
   RecordingJournal journal;
-  checkStability(faulty, {.window = mib}, disk, journal);
-  ASSERT_EQ(journal.count(StorageEvent::unstable), 1);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::unstable),
+  checkStability(faulty, {.window = kMib}, kDisk, journal);
+  ASSERT_EQ(journal.count(StorageEvent::Unstable), 1);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unstable),
               ElementsAre("sdz", "77", "4096", "2", "12"));
 }
 
 TEST(StorageStability, FindsASingleWrongRead) {
   FaultySource faulty(goodDisk());
-  faulty.flipReads(3 * block, 1, 1);
+  faulty.flipReads(3 * kBlock, 1, 1);
   RecordingJournal journal;
-  checkStability(faulty, {.window = mib}, disk, journal);
-  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::unstable)));
+  checkStability(faulty, {.window = kMib}, kDisk, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::Unstable)));
 }
 
 TEST(StorageStability, DoesNotBlameTheDiskForAnothersWrite) {
   FaultySource faulty(goodDisk());
   std::uint64_t writes = 0;
-  faulty.flipReads(3 * block, 1);  // from the second read on the content is another one
+  faulty.flipReads(3 * kBlock, 1);  // from the second read on the content is another one
   faulty.others([&] { return WriteActivity{writes++, false}; });
   RecordingJournal journal;
-  checkStability(faulty, {.window = mib}, disk, journal);
+  checkStability(faulty, {.window = kMib}, kDisk, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
-  EXPECT_THAT(journal.parametersOf(StorageEvent::changedByOthers), ElementsAre("sdz", "3", "4096"));
+  EXPECT_THAT(journal.parametersOf(StorageEvent::ChangedByOthers), ElementsAre("sdz", "3", "4096"));
 }
 
 TEST(StorageStability, GivesNoVerdictOnABlockThatOthersKeepWriting) {
   FaultySource faulty(goodDisk());
-  faulty.flicker(3 * block).others([] { return WriteActivity{0, true}; });
+  faulty.flicker(3 * kBlock).others([] { return WriteActivity{0, true}; });
   RecordingJournal journal;
-  checkStability(faulty, {.window = mib}, disk, journal);
+  checkStability(faulty, {.window = kMib}, kDisk, journal);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::unsettled)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::Unsettled)));
 }
 
 TEST(StorageStability, BlamesTheDiskWhenItsContentsChangeWhileNobodyWrites) {
   FaultySource faulty(goodDisk());
   int looks = 0;
   // Written to during the two rounds, at rest when the block is looked at closely.
-  faulty.flicker(3 * block).others([&] { return WriteActivity{looks++ < 2 ? 1U : 2U, false}; });
+  faulty.flicker(3 * kBlock).others([&] { return WriteActivity{looks++ < 2 ? 1U : 2U, false}; });
   RecordingJournal journal;
-  checkStability(faulty, {.bytes = 0, .window = diskSize}, disk, journal);
-  EXPECT_EQ(journal.count(StorageEvent::unstable), 1);
+  checkStability(faulty, {.bytes = 0, .window = kDiskSize}, kDisk, journal);
+  EXPECT_EQ(journal.count(StorageEvent::Unstable), 1);
 }
 
 TEST(StorageStability, GivesNoVerdictWhereNobodyKnowsWhatOthersWrite) {
-  for (const int times : {1, FaultySource::always}) {
+  for (const int times : {1, FaultySource::kAlways}) {
     FaultySource faulty(goodDisk());
-    faulty.flipReads(3 * block, 1, times).others([] { return std::nullopt; });
+    faulty.flipReads(3 * kBlock, 1, times).others([] { return std::nullopt; });
     RecordingJournal journal;
-    checkStability(faulty, {.window = mib}, disk, journal);
+    checkStability(faulty, {.window = kMib}, kDisk, journal);
     EXPECT_THAT(journal.complaints(),
-                ElementsAre(static_cast<unsigned int>(StorageEvent::unsettled)));
+                ElementsAre(static_cast<unsigned int>(StorageEvent::Unsettled)));
   }
 }
 
 TEST(StorageStability, KnowsWhetherAFileWasWrittenTo) {
   const std::string path = "written-to";
-  std::ofstream(path) << std::string(block, 'x');
+  std::ofstream(path) << std::string(kBlock, 'x');
   const auto source = openForReading(path, smallSlots());
   const auto before = source->writeActivity();
   ASSERT_TRUE(before);
@@ -531,13 +532,13 @@ TEST(StorageStability, KnowsWhetherAFileWasWrittenTo) {
 }
 
 TEST(StorageStability, TellsAnUnreadableBlockAsSuchAndNotAsUnstable) {
-  for (const int times : {1, 2, FaultySource::always}) {
+  for (const int times : {1, 2, FaultySource::kAlways}) {
     FaultySource faulty(goodDisk());
-    faulty.failReads(9 * block, 1, EIO, times);
+    faulty.failReads(9 * kBlock, 1, EIO, times);
     RecordingJournal journal;
-    checkStability(faulty, {.window = mib}, disk, journal);
-    EXPECT_EQ(journal.count(StorageEvent::unstable), 0) << times;
-    EXPECT_EQ(journal.count(StorageEvent::unreadable) + journal.count(StorageEvent::recoveredRead),
+    checkStability(faulty, {.window = kMib}, kDisk, journal);
+    EXPECT_EQ(journal.count(StorageEvent::Unstable), 0) << times;
+    EXPECT_EQ(journal.count(StorageEvent::Unreadable) + journal.count(StorageEvent::RecoveredRead),
               1)
         << times;
   }
@@ -550,36 +551,36 @@ LatencyOptions eagerLatency() {
 }
 
 TEST(StorageLatency, FindsAPlaceThatIsSlowEachTime) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kib, 1)));
-  RandomPlaces places(diskSize, 4 * kib, 4);
+  FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
+  RandomPlaces places(kDiskSize, 4 * kIb, 4);
   const std::uint64_t slow = places.next();
   faulty.slowReads(slow, 1, std::chrono::milliseconds(3000));
   RecordingJournal journal;
-  findSlowBlocks(faulty, eagerLatency(), disk, journal);
+  findSlowBlocks(faulty, eagerLatency(), kDisk, journal);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::slowBlock)));
-  const auto parameters = journal.parametersOf(StorageEvent::slowBlock);
-  EXPECT_EQ(parameters.at(1), std::to_string(slow / block));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::SlowBlock)));
+  const auto parameters = journal.parametersOf(StorageEvent::SlowBlock);
+  EXPECT_EQ(parameters.at(1), std::to_string(slow / kBlock));
   EXPECT_EQ(parameters.at(3), "3000.0 ms");
 }
 
 TEST(StorageLatency, WarnsOfStallsOnlyWhenThereAreMoreThanAllowed) {
   for (const int stalls : {1, 2}) {
-    FaultySource faulty(goodDisk(smallSlots(4 * kib, 1)));
-    faulty.slowReads(0, diskSize, std::chrono::milliseconds(1500), stalls);
+    FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
+    faulty.slowReads(0, kDiskSize, std::chrono::milliseconds(1500), stalls);
     RecordingJournal journal;
-    findSlowBlocks(faulty, eagerLatency(), disk, journal);
-    EXPECT_EQ(journal.count(StorageEvent::stalls), stalls > 1 ? 1 : 0);
-    EXPECT_EQ(journal.count(StorageEvent::slowBlock), 0);
-    EXPECT_EQ(journal.count(StorageEvent::latency), 1);
+    findSlowBlocks(faulty, eagerLatency(), kDisk, journal);
+    EXPECT_EQ(journal.count(StorageEvent::Stalls), stalls > 1 ? 1 : 0);
+    EXPECT_EQ(journal.count(StorageEvent::SlowBlock), 0);
+    EXPECT_EQ(journal.count(StorageEvent::Latency), 1);
   }
 }
 
 TEST(StorageLatency, TellsUnreadableBlocksToo) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kib, 1)));
-  faulty.failReads(0, diskSize / 4);
+  FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
+  faulty.failReads(0, kDiskSize / 4);
   RecordingJournal journal;
-  EXPECT_GT(findSlowBlocks(faulty, eagerLatency(), disk, journal).unreadableBlocks, 0U);
+  EXPECT_GT(findSlowBlocks(faulty, eagerLatency(), kDisk, journal).unreadableBlocks, 0U);
 }
 
 // --- Write and verify
@@ -590,22 +591,22 @@ class StorageWriteVerify : public testing::Test {
     return writeAndVerify(
         faulty,
         {.seed = 11, .placeOnDisk = [](std::uint64_t offset) { return std::optional(offset); }},
-        disk, journal);
+        kDisk, journal);
   }
 
-  FaultySource faulty{overFile(makeTemporaryFile(".", diskSize), smallSlots())};
+  FaultySource faulty{overFile(makeTemporaryFile(".", kDiskSize), smallSlots())};
   RecordingJournal journal;
 };
 
 TEST_F(StorageWriteVerify, FindsASingleFlippedBit) {
-  faulty.flipWrites(mib + 512 + 100, 0x04);
+  faulty.flipWrites(kMib + 512 + 100, 0x04);
   EXPECT_EQ(run().faultySectors, 1U);
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::miscompare)));
-  const auto parameters = journal.parametersOf(StorageEvent::miscompare);
+              ElementsAre(static_cast<unsigned int>(StorageEvent::Miscompare)));
+  const auto parameters = journal.parametersOf(StorageEvent::Miscompare);
   ASSERT_THAT(parameters, SizeIs(7));
-  EXPECT_EQ(parameters[1], std::to_string(mib + 512));
-  EXPECT_EQ(parameters[2], std::to_string((mib + 512) / 512));
+  EXPECT_EQ(parameters[1], std::to_string(kMib + 512));
+  EXPECT_EQ(parameters[2], std::to_string((kMib + 512) / 512));
   EXPECT_EQ(parameters[3], "100");
   EXPECT_EQ(std::stoul(parameters[4], nullptr, 16) ^ std::stoul(parameters[5], nullptr, 16), 4U);
   EXPECT_EQ(parameters[6], "1");
@@ -614,106 +615,106 @@ TEST_F(StorageWriteVerify, FindsASingleFlippedBit) {
 TEST_F(StorageWriteVerify, FindsAFlippedBitInTheStamp) {
   faulty.flipWrites(0, 0x80);
   EXPECT_EQ(run().faultySectors, 1U);
-  EXPECT_EQ(journal.count(StorageEvent::miscompare), 1);
+  EXPECT_EQ(journal.count(StorageEvent::Miscompare), 1);
 }
 
 TEST_F(StorageWriteVerify, FindsAWriteThatNeverArrived) {
-  faulty.loseWrites(2 * mib);
-  EXPECT_EQ(run().faultySectors, 64 * kib / 512);
-  EXPECT_EQ(journal.parametersOf(StorageEvent::lostWrite).at(1), std::to_string(2 * mib));
+  faulty.loseWrites(2 * kMib);
+  EXPECT_EQ(run().faultySectors, 64 * kIb / 512);
+  EXPECT_EQ(journal.parametersOf(StorageEvent::LostWrite).at(1), std::to_string(2 * kMib));
 }
 
 TEST_F(StorageWriteVerify, FindsAWriteThatWentElsewhere) {
-  faulty.misdirectWrites(3 * mib, mib);
-  EXPECT_EQ(run().faultySectors, 64 * kib / 512);
-  EXPECT_THAT(
-      journal.parametersOf(StorageEvent::misdirected),
-      ElementsAre("sdz", std::to_string(mib), std::to_string(mib / 512), std::to_string(3 * mib)));
+  faulty.misdirectWrites(3 * kMib, kMib);
+  EXPECT_EQ(run().faultySectors, 64 * kIb / 512);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Misdirected),
+              ElementsAre("sdz", std::to_string(kMib), std::to_string(kMib / 512),
+                          std::to_string(3 * kMib)));
 }
 
 TEST_F(StorageWriteVerify, WarnsOfAWrongReadThatHeals) {
-  faulty.flipReads(mib, 0, 1);
+  faulty.flipReads(kMib, 0, 1);
   run();
   EXPECT_THAT(journal.complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::recoveredVerify)));
+              ElementsAre(static_cast<unsigned int>(StorageEvent::RecoveredVerify)));
 }
 
 TEST_F(StorageWriteVerify, TellsAFailedWriteAndVerifiesTheRest) {
-  faulty.failWrites(mib, 1, EIO);
+  faulty.failWrites(kMib, 1, EIO);
   const WriteVerifyFigures figures = run();
-  EXPECT_EQ(figures.bytes, diskSize - 64 * kib);
+  EXPECT_EQ(figures.bytes, kDiskSize - 64 * kIb);
   EXPECT_THAT(
-      journal.parametersOf(StorageEvent::writeFailed),
-      ElementsAre("sdz", std::to_string(mib), std::to_string(64 * kib), "Input/output error"));
+      journal.parametersOf(StorageEvent::WriteFailed),
+      ElementsAre("sdz", std::to_string(kMib), std::to_string(64 * kIb), "Input/output error"));
 }
 
 TEST_F(StorageWriteVerify, TellsAnUnreadableBlockOfTheFile) {
-  faulty.failReads(mib, 1);
+  faulty.failReads(kMib, 1);
   run();
-  EXPECT_EQ(journal.parametersOf(StorageEvent::unreadable).at(1), std::to_string(mib / block));
+  EXPECT_EQ(journal.parametersOf(StorageEvent::Unreadable).at(1), std::to_string(kMib / kBlock));
 }
 
 TEST_F(StorageWriteVerify, TellsAFailedFlush) {
   faulty.failFlush(EIO);
   run();
-  EXPECT_EQ(journal.count(StorageEvent::writeFailed), 1);
+  EXPECT_EQ(journal.count(StorageEvent::WriteFailed), 1);
 }
 
 TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFullFileSystem) {
-  faulty.failWrites(mib, 1, ENOSPC);
+  faulty.failWrites(kMib, 1, ENOSPC);
   run();
-  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
 TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemThatIsFullAtTheFlush) {
   faulty.failFlush(ENOSPC);
   run();
-  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
 TEST_F(StorageWriteVerify, WritesAgainWhatWasCutShort) {
-  faulty.shortenWrites(mib, 1);
-  EXPECT_EQ(run().bytes, diskSize);
+  faulty.shortenWrites(kMib, 1);
+  EXPECT_EQ(run().bytes, kDiskSize);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST_F(StorageWriteVerify, TakesAWriteThatIsCutShortByAFullFileSystemForNoFault) {
-  faulty.shortenWrites(mib, 1).failWrites(mib, 1, ENOSPC);
+  faulty.shortenWrites(kMib, 1).failWrites(kMib, 1, ENOSPC);
   run();
-  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::noSpace)));
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
 TEST_F(StorageWriteVerify, TellsAWriteThatIsCutShortAgainAndAgain) {
-  faulty.shortenWrites(mib, FaultySource::always);
+  faulty.shortenWrites(kMib, FaultySource::kAlways);
   run();
-  EXPECT_EQ(journal.parametersOf(StorageEvent::writeFailed).at(3), "fewer bytes than asked for");
+  EXPECT_EQ(journal.parametersOf(StorageEvent::WriteFailed).at(3), "fewer bytes than asked for");
 }
 
 TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemSetReadOnly) {
-  faulty.failWrites(mib, 1, EROFS);
+  faulty.failWrites(kMib, 1, EROFS);
   EXPECT_THROW(run(), std::system_error);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST_F(StorageWriteVerify, EndsWhenTheDiskIsGone) {
-  faulty.failWrites(mib, 1, ENXIO);
+  faulty.failWrites(kMib, 1, ENXIO);
   EXPECT_THROW(run(), std::system_error);
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
 TEST_F(StorageWriteVerify, CountsTheFaultsBeyondThoseThatItDescribes) {
   faulty.loseWrites(0);
-  for (std::uint64_t offset = 0; offset < diskSize; offset += 64 * kib) {
+  for (std::uint64_t offset = 0; offset < kDiskSize; offset += 64 * kIb) {
     faulty.flipWrites(offset + 1000, 0xFF);
   }
-  EXPECT_GE(run().faultySectors, diskSize / (64 * kib));
+  EXPECT_GE(run().faultySectors, kDiskSize / (64 * kIb));
   EXPECT_LE(journal.complaints().size(), 40U);
 }
 
 TEST_F(StorageWriteVerify, StopsInTheMiddleWithoutAVerdict) {
   journal.stopAfter(20);
   run();
-  EXPECT_EQ(journal.count(StorageEvent::writtenAndVerified), 0);
+  EXPECT_EQ(journal.count(StorageEvent::WrittenAndVerified), 0);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
