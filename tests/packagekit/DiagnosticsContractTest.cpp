@@ -133,7 +133,7 @@ constexpr auto FAILED = DiagnosticResult::FAILED;
 
 }  // namespace
 
-TEST_F(DiagnosticsContract, CompletedLastsFromTheLastEventToTheResults) {
+TEST_F(DiagnosticsContract, completed_lasts_from_the_last_event_to_the_results) {
   Request request(m_driver, {BEHAVES});
   EXPECT_EQ(request.status(), DiagnosticStatus::READY);
   const DiagnosticResult* const result = request.runPass();
@@ -149,7 +149,7 @@ TEST_F(DiagnosticsContract, CompletedLastsFromTheLastEventToTheResults) {
   EXPECT_EQ(request->getDiagnosticResults(), nullptr);
 }
 
-TEST_F(DiagnosticsContract, ResultsTakenBeforeTheEndWasToldLeaveItToBeTold) {
+TEST_F(DiagnosticsContract, results_taken_before_the_end_was_told_leave_it_to_be_told) {
   Request request(m_driver, {BEHAVES});
   request.runPass();
   EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
@@ -159,7 +159,7 @@ TEST_F(DiagnosticsContract, ResultsTakenBeforeTheEndWasToldLeaveItToBeTold) {
   EXPECT_EQ(request.status(), DiagnosticStatus::READY);
 }
 
-TEST_F(DiagnosticsContract, EveryPassHandsOverOneResult) {
+TEST_F(DiagnosticsContract, every_pass_hands_over_one_result) {
   Request request(m_driver, {BEHAVES});
   for (int pass = 1; pass <= 3; ++pass) {
     request.settings().setPassCount(pass);
@@ -170,7 +170,7 @@ TEST_F(DiagnosticsContract, EveryPassHandsOverOneResult) {
   }
 }
 
-TEST_F(DiagnosticsContract, TheWorstVerdictIsThatOfThePass) {
+TEST_F(DiagnosticsContract, the_worst_verdict_is_that_of_the_pass) {
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES, SMALL_MARGIN, BEHAVES}).verdict, UNUSUAL);
   const auto run = m_driver.run("unit0", {SMALL_MARGIN, FINDS_FAULT, BEHAVES});
   EXPECT_EQ(run.verdict, FAILED);
@@ -178,7 +178,7 @@ TEST_F(DiagnosticsContract, TheWorstVerdictIsThatOfThePass) {
   EXPECT_THAT(run.parametersOf(3), ::testing::ElementsAre("0.1"));
 }
 
-TEST_F(DiagnosticsContract, HaltOnErrorLeavesOutTheRest) {
+TEST_F(DiagnosticsContract, halt_on_error_leaves_out_the_rest) {
   PackageDriver::Options options;
   options.haltOnError = true;
   const auto run = m_driver.run("unit0", {BEHAVES, FINDS_FAULT, TAKES_TIME}, options);
@@ -187,7 +187,7 @@ TEST_F(DiagnosticsContract, HaltOnErrorLeavesOutTheRest) {
   EXPECT_EQ(std::count_if(run.events.begin(), run.events.end(), started), 2);
 }
 
-TEST_F(DiagnosticsContract, TellsWhatHappensInOrder) {
+TEST_F(DiagnosticsContract, tells_what_happens_in_order) {
   const auto run = m_driver.run("unit0", {BEHAVES});
   std::vector<unsigned int> codes;
   for (const auto& event : run.events) {
@@ -201,26 +201,26 @@ TEST_F(DiagnosticsContract, TellsWhatHappensInOrder) {
   EXPECT_EQ(run.parametersOf(TEST_ENDED)[3], "PASSED");
 }
 
-TEST_F(DiagnosticsContract, ReportsProgressWhenTheClientAsksForIt) {
+TEST_F(DiagnosticsContract, reports_progress_when_the_client_asks_for_it) {
   PackageDriver::Options options;
   EXPECT_FALSE(m_driver.run("unit0", {BEHAVES}, options).has(TEST_PROGRESS));
   options.reportStatusMessage = true;
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES}, options).parametersOf(TEST_PROGRESS)[3], "50");
 }
 
-TEST_F(DiagnosticsContract, QuickModeReachesTheTest) {
+TEST_F(DiagnosticsContract, quick_mode_reaches_the_test) {
   PackageDriver::Options options;
   options.quickMode = true;
   EXPECT_EQ(m_driver.run("unit0", {TAKES_TIME}, options).verdict, PASSED);
 }
 
-TEST_F(DiagnosticsContract, TheOpenModeReachesTheTest) {
+TEST_F(DiagnosticsContract, the_open_mode_reaches_the_test) {
   PackageDriver::Options options;
   options.openMode = DeviceEnum::IDevice::READ_ONLY;
   EXPECT_EQ(m_driver.run("unit0", {LOOKS_AROUND}, options).measurement("openMode"), "1");
 }
 
-TEST_F(DiagnosticsContract, AReasonReachesAClientThatWantsIt) {
+TEST_F(DiagnosticsContract, a_reason_reaches_a_client_that_wants_it) {
   const Contract::SupportInbox inbox;
   EXPECT_TRUE(m_driver.supports("unit0", 20));
   EXPECT_FALSE(m_driver.supports("unit1", 20));
@@ -232,7 +232,7 @@ TEST_F(DiagnosticsContract, AReasonReachesAClientThatWantsIt) {
   EXPECT_EQ(lines[0].reason, "unit 1 is excused");
 }
 
-TEST_F(DiagnosticsContract, ATestThatWritesNeedsAnOpenModeForIt) {
+TEST_F(DiagnosticsContract, a_test_that_writes_needs_an_open_mode_for_it) {
   PackageDriver factory(TARVEX_SELFTEST_DIR, "misbehaving", DiagnosticMode::FACTORY);
   EXPECT_FALSE(m_driver.supports("unit0", 21));
   EXPECT_TRUE(factory.supports("unit0", 21));
@@ -244,7 +244,7 @@ TEST_F(DiagnosticsContract, ATestThatWritesNeedsAnOpenModeForIt) {
   EXPECT_EQ(factory.run("unit0", {21}).verdict, PASSED);
 }
 
-TEST_F(DiagnosticsContract, EstimationAnswersWithoutRunning) {
+TEST_F(DiagnosticsContract, estimation_answers_without_running) {
   PackageDriver::Options options;
   options.estimationMode = true;
   auto run = m_driver.run("unit0", {BEHAVES}, options);
@@ -255,7 +255,7 @@ TEST_F(DiagnosticsContract, EstimationAnswersWithoutRunning) {
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES, TAKES_TIME}, options).estimatedTime, -1);
 }
 
-TEST_F(DiagnosticsContract, StressLoopsByItselfUntilThePassesAreDone) {
+TEST_F(DiagnosticsContract, stress_loops_by_itself_until_the_passes_are_done) {
   Request request(m_driver, {BEHAVES}, true, 3);
   request.start();
   // The controller writes the count of passes back, as it does in stress mode.
@@ -271,7 +271,7 @@ TEST_F(DiagnosticsContract, StressLoopsByItselfUntilThePassesAreDone) {
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "for ever";
 }
 
-TEST_F(DiagnosticsContract, StressEndsWhenItsTimeIsOver) {
+TEST_F(DiagnosticsContract, stress_ends_when_its_time_is_over) {
   PackageDriver::Options options;
   options.stressMode = true;
   options.requestedPassCount = 1'000'000;
@@ -282,7 +282,7 @@ TEST_F(DiagnosticsContract, StressEndsWhenItsTimeIsOver) {
   EXPECT_GT(run.results.size(), 1U);
 }
 
-TEST_F(DiagnosticsContract, StressHaltsAtTheFirstErrorWhenToldTo) {
+TEST_F(DiagnosticsContract, stress_halts_at_the_first_error_when_told_to) {
   PackageDriver::Options options;
   options.stressMode = true;
   options.requestedPassCount = 5;
@@ -292,7 +292,7 @@ TEST_F(DiagnosticsContract, StressHaltsAtTheFirstErrorWhenToldTo) {
   EXPECT_EQ(run.verdict, FAILED);
 }
 
-TEST_F(DiagnosticsContract, AnAbortBeforeTheRunKeepsTheDeviceUntouched) {
+TEST_F(DiagnosticsContract, an_abort_before_the_run_keeps_the_device_untouched) {
   Request request(m_driver, {TAKES_TIME});
   request->abortDiagnostic();
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "it will never run";
@@ -302,7 +302,7 @@ TEST_F(DiagnosticsContract, AnAbortBeforeTheRunKeepsTheDeviceUntouched) {
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
 }
 
-TEST_F(DiagnosticsContract, AnAbortDuringTheRunEndsItSoon) {
+TEST_F(DiagnosticsContract, an_abort_during_the_run_ends_it_soon) {
   Request request(m_driver, {TAKES_TIME, BEHAVES});
   request.start();
   ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
@@ -317,7 +317,7 @@ TEST_F(DiagnosticsContract, AnAbortDuringTheRunEndsItSoon) {
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "for ever";
 }
 
-TEST_F(DiagnosticsContract, AFaultFoundBeforeTheAbortStands) {
+TEST_F(DiagnosticsContract, a_fault_found_before_the_abort_stands) {
   Request request(m_driver, {FINDS_FAULT, TAKES_TIME});
   request.start();
   ASSERT_TRUE(eventually([&] {
@@ -328,7 +328,7 @@ TEST_F(DiagnosticsContract, AFaultFoundBeforeTheAbortStands) {
   EXPECT_EQ(request.join()->getTestResult(), FAILED);
 }
 
-TEST_F(DiagnosticsContract, SuspendStopsTheProcessAndResumeContinuesIt) {
+TEST_F(DiagnosticsContract, suspend_stops_the_process_and_resume_continues_it) {
   m_driver.set("TestID16", "Milliseconds", "300");
   Request request(m_driver, {TAKES_TIME});
   request.start();
@@ -344,7 +344,7 @@ TEST_F(DiagnosticsContract, SuspendStopsTheProcessAndResumeContinuesIt) {
   EXPECT_EQ(request.join()->getTestResult(), PASSED);
 }
 
-TEST_F(DiagnosticsContract, TimeStandsStillForASuspendedTest) {
+TEST_F(DiagnosticsContract, time_stands_still_for_a_suspended_test) {
   m_driver.set("TestID16", "Milliseconds", "200").set("TestID16", "TestTimeout", "2");
   Request request(m_driver, {TAKES_TIME});
   request.start();
@@ -355,7 +355,7 @@ TEST_F(DiagnosticsContract, TimeStandsStillForASuspendedTest) {
   EXPECT_EQ(request.join()->getTestResult(), PASSED);
 }
 
-TEST_F(DiagnosticsContract, AnAbortWakesASuspendedTest) {
+TEST_F(DiagnosticsContract, an_abort_wakes_a_suspended_test) {
   Request request(m_driver, {TAKES_TIME});
   request.start();
   ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
@@ -365,7 +365,7 @@ TEST_F(DiagnosticsContract, AnAbortWakesASuspendedTest) {
   EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
 }
 
-TEST_F(DiagnosticsContract, ASuspendBeforeTheRunHoldsItAtItsStart) {
+TEST_F(DiagnosticsContract, a_suspend_before_the_run_holds_it_at_its_start) {
   Request request(m_driver, {BEHAVES});
   request->suspendDiagnostic();
   EXPECT_EQ(request.status(), DiagnosticStatus::READY);
@@ -377,7 +377,7 @@ TEST_F(DiagnosticsContract, ASuspendBeforeTheRunHoldsItAtItsStart) {
   EXPECT_EQ(request.join()->getTestResult(), PASSED);
 }
 
-TEST_F(DiagnosticsContract, AnAbortWakesARunThatIsHeldAtItsStart) {
+TEST_F(DiagnosticsContract, an_abort_wakes_a_run_that_is_held_at_its_start) {
   Request request(m_driver, {BEHAVES});
   request->suspendDiagnostic();
   request.start();
@@ -386,7 +386,7 @@ TEST_F(DiagnosticsContract, AnAbortWakesARunThatIsHeldAtItsStart) {
   EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
 }
 
-TEST_F(DiagnosticsContract, ASuspendAfterTheEndIsIgnored) {
+TEST_F(DiagnosticsContract, a_suspend_after_the_end_is_ignored) {
   Request request(m_driver, {BEHAVES});
   request.runPass();
   request->suspendDiagnostic();
@@ -396,7 +396,7 @@ TEST_F(DiagnosticsContract, ASuspendAfterTheEndIsIgnored) {
   EXPECT_EQ(request.runPass()->getTestResult(), PASSED);
 }
 
-TEST_F(DiagnosticsContract, ClientsMayAskAtFullSpeedWhileTestsRun) {
+TEST_F(DiagnosticsContract, clients_may_ask_at_full_speed_while_tests_run) {
   Request request(m_driver, {BEHAVES, FINDS_FAULT, LOOKS_AROUND}, true, 10);
   std::atomic<bool> stop{false};
   std::thread asking([&] {
@@ -419,7 +419,7 @@ TEST_F(DiagnosticsContract, ClientsMayAskAtFullSpeedWhileTestsRun) {
   EXPECT_EQ(request.join()->getTestResult(), FAILED);
 }
 
-TEST_F(DiagnosticsContract, RequestsOnSeveralDevicesRunAtOnce) {
+TEST_F(DiagnosticsContract, requests_on_several_devices_run_at_once) {
   m_driver.set("TestID16", "Milliseconds", "50");
   m_driver.devices();
   std::vector<std::thread> threads;
@@ -439,7 +439,7 @@ TEST_F(DiagnosticsContract, RequestsOnSeveralDevicesRunAtOnce) {
   EXPECT_EQ(passedRuns, 8);
 }
 
-TEST_F(DiagnosticsContract, ADeviceThatIsNotTheKitsIsTestedAllTheSame) {
+TEST_F(DiagnosticsContract, a_device_that_is_not_the_kits_is_tested_all_the_same) {
   DeviceEnum::VirtualDevice stranger(new DeviceEnum::IDevice("a/b", "b", "b"));
   const auto diagnostics = m_driver.makeDiagnostics();
   Diag::DiagnosticSettings settings;
@@ -447,7 +447,7 @@ TEST_F(DiagnosticsContract, ADeviceThatIsNotTheKitsIsTestedAllTheSame) {
   EXPECT_EQ(diagnostics->runDiagnostic(stranger, &settings)->getTestResult(), PASSED);
 }
 
-TEST_F(DiagnosticsContract, ConfigurationAndPropertiesReachTheTest) {
+TEST_F(DiagnosticsContract, configuration_and_properties_reach_the_test) {
   const auto run = m_driver.run("unit0", {LOOKS_AROUND});
   EXPECT_EQ(run.measurement("property"), "a = [b]");
   EXPECT_EQ(run.measurement("setting"), "from the test");
@@ -455,7 +455,7 @@ TEST_F(DiagnosticsContract, ConfigurationAndPropertiesReachTheTest) {
   EXPECT_THAT(m_driver.logText(), ::testing::HasSubstr("selftest/unit0: looked around"));
 }
 
-TEST_F(DiagnosticsContract, TheSeedIsNewForEachPassUnlessConfigured) {
+TEST_F(DiagnosticsContract, the_seed_is_new_for_each_pass_unless_configured) {
   const auto seedOf = [](const PackageDriver::Run& run) {
     return run.parametersOf(TEST_STARTED).back();
   };

@@ -26,7 +26,7 @@ std::vector<Frame> framesOf(FrameReader& reader) {
 
 }  // namespace
 
-TEST(Frame, ComesBackAsItWasWritten) {
+TEST(Frame, comes_back_as_it_was_written) {
   const std::string bytes = sampleBytes();
   FrameReader reader;
   reader.add(bytes.data(), bytes.size());
@@ -39,7 +39,7 @@ TEST(Frame, ComesBackAsItWasWritten) {
   EXPECT_EQ(reader.unfinishedBytes(), 0U);
 }
 
-TEST(Frame, IsFoundHoweverTheStreamIsCut) {
+TEST(Frame, is_found_however_the_stream_is_cut) {
   const std::string bytes = sampleBytes() + sampleBytes() + sampleBytes();
   for (std::size_t step = 1; step < bytes.size(); ++step) {
     FrameReader reader;
@@ -53,7 +53,7 @@ TEST(Frame, IsFoundHoweverTheStreamIsCut) {
   }
 }
 
-TEST(Frame, CutOffInItsMiddleIsNoFrame) {
+TEST(Frame, cut_off_in_its_middle_is_no_frame) {
   const std::string bytes = sampleBytes();
   for (std::size_t size = 1; size < bytes.size(); ++size) {
     FrameReader reader;
@@ -64,7 +64,7 @@ TEST(Frame, CutOffInItsMiddleIsNoFrame) {
   }
 }
 
-TEST(Frame, DamagedByOneByteIsRefused) {
+TEST(Frame, damaged_by_one_byte_is_refused) {
   const std::string good = sampleBytes();
   for (std::size_t position = 0; position < good.size(); ++position) {
     std::string bytes = good;
@@ -81,7 +81,7 @@ TEST(Frame, DamagedByOneByteIsRefused) {
   }
 }
 
-TEST(Frame, WithTooFewFieldsThrows) {
+TEST(Frame, with_too_few_fields_throws) {
   FrameWriter writer(FrameType::Progress);
   const std::string bytes = writer.number(5).bytes();
   FrameReader reader;
@@ -93,7 +93,7 @@ TEST(Frame, WithTooFewFieldsThrows) {
   EXPECT_THROW(frame.text(), FrameError);
 }
 
-TEST(Frame, CutsTextsThatAreTooLong) {
+TEST(Frame, cuts_texts_that_are_too_long) {
   FrameWriter writer(FrameType::Event);
   const std::string huge(300'000, 'x');
   const std::string bytes = writer.texts(std::vector<std::string>(100, huge)).bytes();
@@ -107,7 +107,7 @@ TEST(Frame, CutsTextsThatAreTooLong) {
   EXPECT_EQ(texts.back().size(), 0U);
 }
 
-TEST(PassSetup, ComesBackAsItWasWritten) {
+TEST(PassSetup, comes_back_as_it_was_written) {
   PassSetup setup;
   setup.testIds = {3, 1, 70000};
   setup.device.name = "Disk";

@@ -30,7 +30,7 @@ std::string textOf(const std::string& file) {
 
 }  // namespace
 
-TEST(PackageGuide, ShowsTheExampleAsItIs) {
+TEST(PackageGuide, shows_the_example_as_it_is) {
   const std::string guide = textOf("docs/package-guide.md");
   for (const std::string file : kFiles) {
     const std::string block = "\n" + textOf("examples/minimal_package/" + file) + "```\n";
@@ -41,7 +41,7 @@ TEST(PackageGuide, ShowsTheExampleAsItIs) {
       ::testing::HasSubstr("tarvex_add_package(NAME clock GROUP examples SOURCES Clock.cpp)"));
 }
 
-TEST(PackageGuide, NeedsNoMoreThanSixtyLines) {
+TEST(PackageGuide, needs_no_more_than_sixty_lines) {
   long lines = 0;
   for (const std::string file : kFiles) {
     const std::string text = textOf("examples/minimal_package/" + file);
@@ -50,7 +50,7 @@ TEST(PackageGuide, NeedsNoMoreThanSixtyLines) {
   EXPECT_LE(lines, 60);
 }
 
-TEST(PackageGuide, ListsEveryKeyAndEventOfTheKit) {
+TEST(PackageGuide, lists_every_key_and_event_of_the_kit) {
   const std::string guide = textOf("docs/package-guide.md");
   for (const char* const key :
        {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "ExitTimeout",
@@ -65,7 +65,7 @@ TEST(PackageGuide, ListsEveryKeyAndEventOfTheKit) {
   }
 }
 
-TEST(PackageGuide, HasAPackageThatRuns) {
+TEST(PackageGuide, has_a_package_that_runs) {
   PackageDriver clock(TARVEX_EXAMPLE_DIR, "clock");
   const auto run = clock.run("clocksource0", {1});
   EXPECT_EQ(run.verdict, Diag::DiagnosticResult::PASSED);

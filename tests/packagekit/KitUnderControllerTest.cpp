@@ -62,7 +62,7 @@ std::string taken(char* text) {
 
 }  // namespace
 
-TEST_F(KitUnderController, EachPassCountsOnce) {
+TEST_F(KitUnderController, each_pass_counts_once) {
   m_harness.start();
   const auto id = m_harness.queue(kPackage, kUnit0, {BEHAVES}, ControllerHarness::settings(3));
   ASSERT_TRUE(m_harness.awaitIdle());
@@ -71,7 +71,7 @@ TEST_F(KitUnderController, EachPassCountsOnce) {
   EXPECT_THAT(m_harness.ctrlEventsOf(id), ElementsAre("DROP_REQUEST_ON_COMPLETION I"));
 }
 
-TEST_F(KitUnderController, ACrashIsOneRequestsTroubleAndNobodyElses) {
+TEST_F(KitUnderController, a_crash_is_one_requests_trouble_and_nobody_elses) {
   m_harness.control().parallel();
   m_harness.start();
   const auto crashing = m_harness.queue(kPackage, kUnit0, {SEGFAULTS});
@@ -84,7 +84,7 @@ TEST_F(KitUnderController, ACrashIsOneRequestsTroubleAndNobodyElses) {
               Contains(HasSubstr("9000 E 1 [2, Segmentation fault, selftest/unit0, SIGSEGV")));
 }
 
-TEST_F(KitUnderController, StressIsLoopedByThePackage) {
+TEST_F(KitUnderController, stress_is_looped_by_the_package) {
   m_harness.start();
   auto settings = ControllerHarness::settings(4);
   settings.setStressMode(true);
@@ -94,7 +94,7 @@ TEST_F(KitUnderController, StressIsLoopedByThePackage) {
   EXPECT_EQ(m_harness.results().size(), 4U);
 }
 
-TEST_F(KitUnderController, AnAbortEndsEvenADeafTest) {
+TEST_F(KitUnderController, an_abort_ends_even_a_deaf_test) {
   m_harness.start();
   const auto id = m_harness.queue(kPackage, kUnit0, {24}, ControllerHarness::settings(5));
   ASSERT_TRUE(awaitEvent("9060 I"));
@@ -103,7 +103,7 @@ TEST_F(KitUnderController, AnAbortEndsEvenADeafTest) {
   EXPECT_EQ(m_harness.statusOf(id), TestRequest::ABORTED);
 }
 
-TEST_F(KitUnderController, ASuspendedTestWaitsAndGoesOn) {
+TEST_F(KitUnderController, a_suspended_test_waits_and_goes_on) {
   m_harness.start();
   const auto id = m_harness.queue(kPackage, kUnit0, {TAKES_TIME});
   ASSERT_TRUE(awaitEvent("9060 I"));
@@ -118,7 +118,7 @@ TEST_F(KitUnderController, ASuspendedTestWaitsAndGoesOn) {
   ASSERT_TRUE(m_harness.awaitIdle());
 }
 
-TEST_F(KitUnderController, AFaultHaltsTheLoopWhenToldTo) {
+TEST_F(KitUnderController, a_fault_halts_the_loop_when_told_to) {
   m_harness.control().haltOnError();
   m_harness.start();
   const auto id = m_harness.queue(kPackage, kUnit0, {FAULT}, ControllerHarness::settings(3));
@@ -128,7 +128,7 @@ TEST_F(KitUnderController, AFaultHaltsTheLoopWhenToldTo) {
   EXPECT_THAT(m_harness.ctrlEventsOf(id), Contains("ERROR_RECVD_AND_HALT_ON_ERROR E"));
 }
 
-TEST_F(KitUnderController, EstimationGivesThePackagesFigures) {
+TEST_F(KitUnderController, estimation_gives_the_packages_figures) {
   m_harness.start();
   auto settings = ControllerHarness::settings();
   settings.setEstimationMode(true);
@@ -145,7 +145,7 @@ TEST_F(KitUnderController, EstimationGivesThePackagesFigures) {
   EXPECT_EQ(total, 15);
 }
 
-TEST_F(KitUnderController, APackageThatLiesAboutItsStatusHarmsOnlyItsOwnRequest) {
+TEST_F(KitUnderController, a_package_that_lies_about_its_status_harms_only_its_own_request) {
   m_harness.start();
   const auto lying = m_harness.queue(kPackage, kUnit0, {LIES});
   const auto honest = m_harness.queue(kPackage, kUnit0, {BEHAVES});
@@ -155,7 +155,7 @@ TEST_F(KitUnderController, APackageThatLiesAboutItsStatusHarmsOnlyItsOwnRequest)
   EXPECT_THAT(m_harness.results(), Contains("PASSED 2"));
 }
 
-TEST_F(KitUnderController, AWorkerThatNothingEndsCostsItsOwnDeviceAndNoOther) {
+TEST_F(KitUnderController, a_worker_that_nothing_ends_costs_its_own_device_and_no_other) {
   namespace fs = std::filesystem;
   const fs::path folder = fs::absolute("signals-lost");
   fs::copy(TARVEX_SELFTEST_DIR, folder,
@@ -190,7 +190,7 @@ TEST_F(KitUnderController, AWorkerThatNothingEndsCostsItsOwnDeviceAndNoOther) {
   EXPECT_THAT(m_harness.results(), Contains("PASSED 4"));
 }
 
-TEST_F(KitUnderController, EveryMisbehaviourAtOnceLeavesAHealthyController) {
+TEST_F(KitUnderController, every_misbehaviour_at_once_leaves_a_healthy_controller) {
   m_harness.control().parallel();
   m_harness.start();
   const std::vector<int> all = {2, 3, 4, 5, 7, 10, 11, 12, 13, 15, 17, 19, 22, 24, 26, 27};
@@ -206,7 +206,7 @@ TEST_F(KitUnderController, EveryMisbehaviourAtOnceLeavesAHealthyController) {
   EXPECT_EQ(m_harness.shutDown(), DiagnosticController::SUCCESS);
 }
 
-TEST_F(KitUnderController, TheKitsEventsHaveTextsInEveryLanguage) {
+TEST_F(KitUnderController, the_kits_events_have_texts_in_every_language) {
   m_harness.start();
   const int package = m_harness.indexOf(kPackage);
   char* token = nullptr;
@@ -226,7 +226,7 @@ TEST_F(KitUnderController, TheKitsEventsHaveTextsInEveryLanguage) {
   }
 }
 
-TEST_F(KitUnderController, TheStatusOfADeviceHasAToken) {
+TEST_F(KitUnderController, the_status_of_a_device_has_a_token) {
   m_harness.start();
   unsigned int status = 0;
   const int package = m_harness.indexOf(kPackage);

@@ -59,7 +59,7 @@ Environment customerEnvironment() {
 
 }  // namespace
 
-TEST(Settings, TakesATestsOwnKeyBeforeThePackages) {
+TEST(Settings, takes_a_tests_own_key_before_the_packages) {
   const Settings settings(
       writeFile("settings/a.cfg", "[Package]\nA=package\nB=package\n[TestID2]\nA=test\n"));
   EXPECT_EQ(settings.test(2, "A"), "test");
@@ -68,7 +68,7 @@ TEST(Settings, TakesATestsOwnKeyBeforeThePackages) {
   EXPECT_EQ(settings.test(1, "C"), std::nullopt);
 }
 
-TEST(Settings, GivesTheDefaultForWhatIsNoNumber) {
+TEST(Settings, gives_the_default_for_what_is_no_number) {
   const Settings settings(writeFile(
       "settings/b.cfg",
       "[Package]\nI=12\nJ=12x\nK=99999999999999999999\nD=0.25\nE=,5\nT=true\nF=False\nM=maybe\n"));
@@ -84,13 +84,13 @@ TEST(Settings, GivesTheDefaultForWhatIsNoNumber) {
   EXPECT_TRUE(settings.testFlag(1, "M", true));
 }
 
-TEST(Package, RefusesATestThatIsDefinedTwice) {
+TEST(Package, refuses_a_test_that_is_defined_twice) {
   Package package;
   package.test(1, [](TestContext&) { return passed(); });
   EXPECT_THROW(package.test(1, [](TestContext&) { return passed(); }), std::logic_error);
 }
 
-TEST(TestEntry, IsOfferedInItsModesOnly) {
+TEST(TestEntry, is_offered_in_its_modes_only) {
   Package package;
   const TestEntry& entry = package.test(1, [](TestContext&) { return passed(); })
                                .onlyIn({DiagnosticMode::FACTORY, DiagnosticMode::BRINGUP});
@@ -100,7 +100,7 @@ TEST(TestEntry, IsOfferedInItsModesOnly) {
   EXPECT_TRUE(entry.supports({}, environment));
 }
 
-TEST(TestEntry, AsksItsPredicateAndThenItsClass) {
+TEST(TestEntry, asks_its_predicate_and_then_its_class) {
   struct Picky : PackageKit::Test {
     Verdict run(TestContext&) override { return passed(); }
     Support supports(const Device& device, const Environment&) const override {
@@ -124,7 +124,7 @@ TEST(TestEntry, AsksItsPredicateAndThenItsClass) {
   EXPECT_EQ(entry.estimateFor(device, environment), 4);
 }
 
-TEST(TestContext, TellsWhatTheOpenModeAllows) {
+TEST(TestContext, tells_what_the_open_mode_allows) {
   struct Row {
     AccessMode mode;
     bool mayRead;
@@ -145,7 +145,7 @@ TEST(TestContext, TellsWhatTheOpenModeAllows) {
   }
 }
 
-TEST(TestContext, RecordsWhatATestSays) {
+TEST(TestContext, records_what_a_test_says) {
   TestParameters parameters;
   parameters.device.properties["path"] = "/dev/x";
   Testing::RecordingContext context(parameters);
@@ -163,7 +163,7 @@ TEST(TestContext, RecordsWhatATestSays) {
   EXPECT_THAT(context.logLines(), ElementsAre("a line"));
 }
 
-TEST(TestContext, ThrowsOnceAStopWasRequested) {
+TEST(TestContext, throws_once_a_stop_was_requested) {
   Testing::RecordingContext context{TestParameters()};
   context.stopAfter(2);
   EXPECT_NO_THROW(context.throwIfStopped());
@@ -171,7 +171,7 @@ TEST(TestContext, ThrowsOnceAStopWasRequested) {
   EXPECT_FALSE(context.sleepFor(std::chrono::hours(1)));
 }
 
-TEST(OutputTail, KeepsTheLastLines) {
+TEST(OutputTail, keeps_the_last_lines) {
   OutputTail tail;
   EXPECT_EQ(tail.lines(), "");
   for (int line = 0; line < 3000; ++line) {
@@ -183,14 +183,14 @@ TEST(OutputTail, KeepsTheLastLines) {
   EXPECT_THAT(tail.lines(), testing::StartsWith("line 2991 | "));
 }
 
-TEST(OutputTail, IsAlwaysPlainValidText) {
+TEST(OutputTail, is_always_plain_valid_text) {
   OutputTail tail;
   const std::string bytes = "tab\tand \x01 and \xff\xc3\xa4\n\xed\xa0\x80\xf0\x9f\x98\x80\xc3";
   tail.add(bytes.data(), bytes.size());
   EXPECT_EQ(tail.lines(), "tab and   and ?\xc3\xa4 | ???\xf0\x9f\x98\x80?");
 }
 
-TEST(PackageLog, WritesEachLineWithTimeAndProcess) {
+TEST(PackageLog, writes_each_line_with_time_and_process) {
   const std::string file = freshDirectory("log") + "/a.log";
   writeLogLine(file, "first\nstill first");
   writeLogLine(file, "second");
@@ -198,7 +198,7 @@ TEST(PackageLog, WritesEachLineWithTimeAndProcess) {
                                                     "[0-9TZ:.-]+ \\[[0-9]+\\] second\n"));
 }
 
-TEST(PackageLog, StartsANewFileWhenItIsLarge) {
+TEST(PackageLog, starts_a_new_file_when_it_is_large) {
   const std::string file = freshDirectory("log") + "/b.log";
   writeLogLine(file, "old");
   fs::resize_file(file, 17 * 1024 * 1024);
@@ -208,12 +208,12 @@ TEST(PackageLog, StartsANewFileWhenItIsLarge) {
   EXPECT_GT(fs::file_size(file + ".1"), 17U * 1024 * 1024);
 }
 
-TEST(PackageLog, BearsAFileThatCantBeWritten) {
+TEST(PackageLog, bears_a_file_that_cant_be_written) {
   writeLogLine("/nonexistent/folder/x.log", "lost");
   writeLogLine("", "nowhere");
 }
 
-TEST(ResourceTags, ClashByTheirLastComponent) {
+TEST(ResourceTags, clash_by_their_last_component) {
   EXPECT_EQ(lastComponent("host/cpu3"), "cpu3");
   EXPECT_EQ(lastComponent("cpu3"), "cpu3");
   EXPECT_EQ(lastComponent("host/"), "");
@@ -249,34 +249,34 @@ class PackageTexts : public testing::Test {
 
 }  // namespace
 
-TEST_F(PackageTexts, AreGoodWhenEveryTokenIsInEveryLanguage) {
+TEST_F(PackageTexts, are_good_when_every_token_is_in_every_language) {
   EXPECT_THAT(faults(), IsEmpty());
 }
 
-TEST_F(PackageTexts, LackALanguage) {
+TEST_F(PackageTexts, lack_a_language) {
   fs::remove(m_directory + "/ja/p.cfg");
   EXPECT_THAT(faults(), ElementsAre(HasSubstr("ja/p.cfg: missing")));
 }
 
-TEST_F(PackageTexts, LackATextAnActionAndAName) {
+TEST_F(PackageTexts, lack_a_text_an_action_and_a_name) {
   writeLanguage("de", "BROKEN=$1$ ist kaputt: $2$\nFINE=\nFINE_ACTION=x\n");
   EXPECT_THAT(faults(), ElementsAre(HasSubstr("BROKEN_ACTION"), HasSubstr("no text for FINE"),
                                     HasSubstr("NAME")));
 }
 
-TEST_F(PackageTexts, MustUseTheSameVariables) {
+TEST_F(PackageTexts, must_use_the_same_variables) {
   writeLanguage("fr", "NAME=x\nBROKEN=$1$ est en panne\nBROKEN_ACTION=x\nFINE=x\nFINE_ACTION=x\n");
   EXPECT_THAT(faults(), ElementsAre(HasSubstr("fr/p.cfg: BROKEN has other variables")));
 }
 
-TEST_F(PackageTexts, NeedPlainCodesOnceEach) {
+TEST_F(PackageTexts, need_plain_codes_once_each) {
   write("p.cfg", "[Error]\n1=BROKEN\n01=BROKEN\nx=BROKEN\n1=FINE\n9500=FINE\n3=\n");
   EXPECT_THAT(faults(), ElementsAre(HasSubstr("01 is no code"), HasSubstr("x is no code"),
                                     HasSubstr("1 stands twice"), HasSubstr("9500 is no code"),
                                     HasSubstr("3 has no token")));
 }
 
-TEST_F(PackageTexts, AreMissedWhereThereIsNoPackage) {
+TEST_F(PackageTexts, are_missed_where_there_is_no_package) {
   EXPECT_THAT(checkPackageTexts(m_directory, "q"), ElementsAre(HasSubstr("missing or empty")));
 }
 
@@ -312,7 +312,7 @@ class PackageEvents : public testing::TestWithParam<EventList> {};
 
 }  // namespace
 
-TEST_P(PackageEvents, HaveATokenEachAndTheSeverityOfTheirNumber) {
+TEST_P(PackageEvents, have_a_token_each_and_the_severity_of_their_number) {
   const std::string source = TestSupport::sourcePath("packages/");
   const std::string name = GetParam().package;
   const std::set<long> codes = codesIn(source + name + "/" + GetParam().header);

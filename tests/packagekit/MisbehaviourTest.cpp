@@ -102,60 +102,60 @@ bool exists(pid_t process) {
 
 }  // namespace
 
-TEST_F(Misbehaviour, ASegmentationFaultIsTold) {
+TEST_F(Misbehaviour, a_segmentation_fault_is_told) {
   const auto run = runBefore(2);
   expectTrouble(run, WORKER_CRASHED, "2");
   EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGSEGV");
   EXPECT_THAT(run.parametersOf(WORKER_CRASHED)[4], HasSubstr("about to read from nowhere"));
 }
 
-TEST_F(Misbehaviour, AnAbortIsTold) {
+TEST_F(Misbehaviour, an_abort_is_told) {
   const auto run = runBefore(3);
   expectTrouble(run, WORKER_CRASHED, "3");
   EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGABRT");
   EXPECT_THAT(run.parametersOf(WORKER_CRASHED)[4], HasSubstr("about to abort"));
 }
 
-TEST_F(Misbehaviour, AnExceptionIsTold) {
+TEST_F(Misbehaviour, an_exception_is_told) {
   const auto run = runBefore(4);
   expectTrouble(run, TEST_THREW, "4");
   EXPECT_EQ(run.parametersOf(TEST_THREW)[3], "deliberately thrown");
 }
 
-TEST_F(Misbehaviour, AThrownNumberIsTold) {
+TEST_F(Misbehaviour, a_thrown_number_is_told) {
   expectTrouble(runBefore(11), TEST_THREW, "11");
 }
 
-TEST_F(Misbehaviour, AnEndlessLoopIsEndedWhenItsTimeIsOver) {
+TEST_F(Misbehaviour, an_endless_loop_is_ended_when_its_time_is_over) {
   const auto run = runBefore(5);
   expectTrouble(run, TEST_TIMED_OUT, "5");
   EXPECT_EQ(run.parametersOf(TEST_TIMED_OUT)[3], "0.3");
   EXPECT_LT(run.duration, std::chrono::seconds(10));
 }
 
-TEST_F(Misbehaviour, AnEndlessLoopThatIgnoresSigtermIsKilled) {
+TEST_F(Misbehaviour, an_endless_loop_that_ignores_sigterm_is_killed) {
   const auto run = runBefore(6);
   expectTrouble(run, TEST_TIMED_OUT, "6");
   EXPECT_LT(run.duration, std::chrono::seconds(10));
 }
 
-TEST_F(Misbehaviour, ADeafSleepIsEndedWhenItsTimeIsOver) {
+TEST_F(Misbehaviour, a_deaf_sleep_is_ended_when_its_time_is_over) {
   expectTrouble(runBefore(24), TEST_TIMED_OUT, "24");
 }
 
-TEST_F(Misbehaviour, ALongTestThatListensEndsByItselfWhenItsTimeIsOver) {
+TEST_F(Misbehaviour, a_long_test_that_listens_ends_by_itself_when_its_time_is_over) {
   m_driver.set("TestID16", "TestTimeout", "0.2");
   expectTrouble(runBefore(16), TEST_TIMED_OUT, "16");
 }
 
-TEST_F(Misbehaviour, ATestWithoutATimeOfItsOwnHasThatOfThePackage) {
+TEST_F(Misbehaviour, a_test_without_a_time_of_its_own_has_that_of_the_package) {
   m_driver.set("Package", "TestTimeout", "0.2");
   const auto run = m_driver.run("unit0", {16});
   expectTrouble(run, TEST_TIMED_OUT, "16");
   EXPECT_EQ(run.parametersOf(TEST_TIMED_OUT)[3], "0.2");
 }
 
-TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
+TEST_F(Misbehaviour, an_abort_ends_a_test_that_does_not_listen) {
   m_driver.set("Package", "TestTimeout", "600").set("TestID6", "TestTimeout", "600");
   const auto diagnostics = m_driver.makeDiagnostics();
   Diag::DiagnosticSettings settings;
@@ -171,19 +171,19 @@ TEST_F(Misbehaviour, AnAbortEndsATestThatDoesNotListen) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
-TEST_F(Misbehaviour, AnEndHalfWayThroughAMessageIsTold) {
+TEST_F(Misbehaviour, an_end_half_way_through_a_message_is_told) {
   const auto run = runBefore(7);
   expectTrouble(run, WORKER_EXITED, "7");
   EXPECT_EQ(run.parametersOf(WORKER_EXITED)[3], "0");
 }
 
-TEST_F(Misbehaviour, AnEarlyExitIsTold) {
+TEST_F(Misbehaviour, an_early_exit_is_told) {
   const auto run = runBefore(22);
   expectTrouble(run, WORKER_EXITED, "22");
   EXPECT_EQ(run.parametersOf(WORKER_EXITED)[4], "leaving early");
 }
 
-TEST_F(Misbehaviour, AFloodOfEventsIsCutAndCounted) {
+TEST_F(Misbehaviour, a_flood_of_events_is_cut_and_counted) {
   m_driver.set("Package", "MaxEvents", "1000").set("TestID8", "FloodCount", "20000");
   const auto run = m_driver.run("unit0", {8});
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
@@ -191,12 +191,12 @@ TEST_F(Misbehaviour, AFloodOfEventsIsCutAndCounted) {
   EXPECT_EQ(run.parametersOf(EVENTS_DROPPED)[3], "19000");
 }
 
-TEST_F(Misbehaviour, AFloodOfOutputIsDrained) {
+TEST_F(Misbehaviour, a_flood_of_output_is_drained) {
   const auto run = runBefore(18);
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
 }
 
-TEST_F(Misbehaviour, AllocationWithoutEndStopsAtTheLimit) {
+TEST_F(Misbehaviour, allocation_without_end_stops_at_the_limit) {
   if (TestSupport::kIsSanitized) {
     GTEST_SKIP() << "a sanitizer needs the address space";
   }
@@ -204,56 +204,56 @@ TEST_F(Misbehaviour, AllocationWithoutEndStopsAtTheLimit) {
   expectTrouble(runBefore(9), OUT_OF_MEMORY, "9");
 }
 
-TEST_F(Misbehaviour, WithoutALimitTheFloodOfMemoryIsLeftOut) {
+TEST_F(Misbehaviour, without_a_limit_the_flood_of_memory_is_left_out) {
   m_driver.set("Package", "MemoryLimit", "0");
   const auto run = m_driver.run("unit0", {9});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
   EXPECT_TRUE(run.has(TEST_NOT_SUPPORTED));
 }
 
-TEST_F(Misbehaviour, ImpossibleProgressEndsTheWorker) {
+TEST_F(Misbehaviour, impossible_progress_ends_the_worker) {
   expectTrouble(runBefore(10), WORKER_BROKE_PROTOCOL, "10");
 }
 
-TEST_F(Misbehaviour, GarbageEndsTheWorker) {
+TEST_F(Misbehaviour, garbage_ends_the_worker) {
   const auto run = runBefore(17);
   expectTrouble(run, WORKER_BROKE_PROTOCOL, "17");
   EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], "bytes that are no frame");
 }
 
-TEST_F(Misbehaviour, TheEndOfATestThatDoesNotRunEndsTheWorker) {
+TEST_F(Misbehaviour, the_end_of_a_test_that_does_not_run_ends_the_worker) {
   expectTrouble(runBefore(26), WORKER_BROKE_PROTOCOL, "26");
 }
 
-TEST_F(Misbehaviour, EventsOfTheKitCantBeForged) {
+TEST_F(Misbehaviour, events_of_the_kit_cant_be_forged) {
   const auto run = runBefore(27);
   expectTrouble(run, TEST_THREW, "27");
   EXPECT_FALSE(run.has(WORKER_CRASHED));
 }
 
-TEST_F(Misbehaviour, AVerdictCantUseACodeOfTheKit) {
+TEST_F(Misbehaviour, a_verdict_cant_use_a_code_of_the_kit) {
   m_driver.set("TestID27", "InVerdict", "TRUE");
   const auto run = runBefore(27);
   expectTrouble(run, TEST_THREW, "27");
   EXPECT_FALSE(run.has(WORKER_CRASHED));
 }
 
-TEST_F(Misbehaviour, AVanishedDeviceIsNoFault) {
+TEST_F(Misbehaviour, a_vanished_device_is_no_fault) {
   expectTrouble(runBefore(12), DEVICE_VANISHED, "12");
 }
 
-TEST_F(Misbehaviour, AMissingPermissionIsNoFault) {
+TEST_F(Misbehaviour, a_missing_permission_is_no_fault) {
   const auto run = runBefore(13);
   expectTrouble(run, NO_PERMISSION, "13");
   EXPECT_THAT(run.parametersOf(NO_PERMISSION)[3], HasSubstr("open: Permission denied"));
 }
 
-TEST_F(Misbehaviour, ATestThatIsNotThereIsTold) {
+TEST_F(Misbehaviour, a_test_that_is_not_there_is_told) {
   EXPECT_FALSE(m_driver.supports("unit0", 28));
   expectTrouble(runBefore(28), TEST_UNKNOWN, "28");
 }
 
-TEST_F(Misbehaviour, ATestThatIsNotSupportedSaysWhy) {
+TEST_F(Misbehaviour, a_test_that_is_not_supported_says_why) {
   EXPECT_TRUE(m_driver.supports("unit0", 20));
   EXPECT_FALSE(m_driver.supports("unit1", 20));
   EXPECT_THAT(m_driver.logText(),
@@ -263,7 +263,7 @@ TEST_F(Misbehaviour, ATestThatIsNotSupportedSaysWhy) {
   EXPECT_EQ(run.parametersOf(TEST_NOT_SUPPORTED)[3], "there is nothing to test");
 }
 
-TEST_F(Misbehaviour, AChildLeftBehindDiesWithItsTest) {
+TEST_F(Misbehaviour, a_child_left_behind_dies_with_its_test) {
   const auto run = runBefore(19);
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
   const pid_t child = static_cast<pid_t>(std::stod(run.measurement("child")));
@@ -280,12 +280,12 @@ TEST_F(Misbehaviour, AChildLeftBehindDiesWithItsTest) {
   EXPECT_FALSE(exists(child));
 }
 
-TEST_F(Misbehaviour, AChildThatTalksWithoutEndHoldsNobodyUp) {
+TEST_F(Misbehaviour, a_child_that_talks_without_end_holds_nobody_up) {
   m_driver.set("TestID19", "Talks", "TRUE");
   EXPECT_EQ(runBefore(19).verdict, DiagnosticResult::PASSED);
 }
 
-TEST_F(Misbehaviour, NothingOfTheHostLeaksIntoTheWorker) {
+TEST_F(Misbehaviour, nothing_of_the_host_leaks_into_the_worker) {
   sigset_t usr1;
   sigemptyset(&usr1);
   sigaddset(&usr1, SIGUSR1);
@@ -303,7 +303,7 @@ TEST_F(Misbehaviour, NothingOfTheHostLeaksIntoTheWorker) {
   EXPECT_EQ(run.measurement("process"), run.measurement("group"));
 }
 
-TEST_F(Misbehaviour, AWorkerIsNicerThanItsHostBeforeItLoadsThePackage) {
+TEST_F(Misbehaviour, a_worker_is_nicer_than_its_host_before_it_loads_the_package) {
   const int before = getpriority(PRIO_PROCESS, 0);
   const auto run = m_driver.run("unit0", {23});
   EXPECT_EQ(run.measurement("nice"), atLeastOurs(10));
@@ -311,7 +311,7 @@ TEST_F(Misbehaviour, AWorkerIsNicerThanItsHostBeforeItLoadsThePackage) {
   EXPECT_EQ(getpriority(PRIO_PROCESS, 0), before) << "the host keeps its own";
 }
 
-TEST_F(Misbehaviour, AWorkerStaysInTheSchedulingGroupOfItsHost) {
+TEST_F(Misbehaviour, a_worker_stays_in_the_scheduling_group_of_its_host) {
   const auto run = m_driver.run("unit0", {23});
   EXPECT_EQ(run.measurement("session"), std::to_string(getsid(0)));
   std::string group;
@@ -319,21 +319,21 @@ TEST_F(Misbehaviour, AWorkerStaysInTheSchedulingGroupOfItsHost) {
   EXPECT_EQ(run.measurement("schedulingGroup"), group);
 }
 
-TEST_F(Misbehaviour, TheNiceValueIsThatOfTheTestThenOfThePackage) {
+TEST_F(Misbehaviour, the_nice_value_is_that_of_the_test_then_of_the_package) {
   m_driver.set("Package", "Nice", "19");
   EXPECT_EQ(m_driver.run("unit0", {23}).measurement("niceAtLoad"), "19");
   m_driver.set("TestID23", "Nice", "0");
   EXPECT_EQ(m_driver.run("unit0", {23}).measurement("niceAtLoad"), atLeastOurs(0));
 }
 
-TEST_F(Misbehaviour, ANiceValueThatIsNoneCountsAsAbsent) {
+TEST_F(Misbehaviour, a_nice_value_that_is_none_counts_as_absent) {
   for (const char* const value : {"20", "-1", "low", "1.5", "99999999999999999999"}) {
     m_driver.set("TestID23", "Nice", value);
     EXPECT_EQ(m_driver.run("unit0", {23}).measurement("nice"), atLeastOurs(10)) << value;
   }
 }
 
-TEST_F(Misbehaviour, TestsOfAnotherNiceValueGetAWorkerOfTheirOwn) {
+TEST_F(Misbehaviour, tests_of_another_nice_value_get_a_worker_of_their_own) {
   const auto together = m_driver.run("unit0", {23, kBehaves, 23});
   EXPECT_EQ(measurementsOf(together, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
   EXPECT_EQ(measurementsOf(together, "process").front(),
@@ -347,7 +347,7 @@ TEST_F(Misbehaviour, TestsOfAnotherNiceValueGetAWorkerOfTheirOwn) {
   EXPECT_NE(measurementsOf(apart, "process").front(), measurementsOf(apart, "process").back());
 }
 
-TEST_F(Misbehaviour, AHostThatIsNicerKeepsItsWorkersThere) {
+TEST_F(Misbehaviour, a_host_that_is_nicer_keeps_its_workers_there) {
   // Niceness is the thread's, and the run inherits it.
   std::thread([this] {
     ASSERT_EQ(setpriority(PRIO_PROCESS, 0, 17), 0);
@@ -355,7 +355,7 @@ TEST_F(Misbehaviour, AHostThatIsNicerKeepsItsWorkersThere) {
   }).join();
 }
 
-TEST_F(Misbehaviour, TheHostsDescriptorsAreGivenBack) {
+TEST_F(Misbehaviour, the_hosts_descriptors_are_given_back) {
   m_driver.run("unit0", {kBehaves});
   const auto count = [] {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
@@ -368,14 +368,14 @@ TEST_F(Misbehaviour, TheHostsDescriptorsAreGivenBack) {
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
 }
 
-TEST_F(Misbehaviour, AHostThatIgnoresItsChildrenGetsItsVerdicts) {
+TEST_F(Misbehaviour, a_host_that_ignores_its_children_gets_its_verdicts) {
   signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(m_driver.run("unit0", {kBehaves}).verdict, DiagnosticResult::PASSED);
   expectTrouble(m_driver.run("unit0", {2}), WORKER_EXITED, "2");
   signal(SIGCHLD, SIG_DFL);
 }
 
-TEST_F(Misbehaviour, AWorkerDiesWithItsHost) {
+TEST_F(Misbehaviour, a_worker_dies_with_its_host) {
   int report[2];
   ASSERT_EQ(pipe(report), 0);
   const pid_t host = fork();
@@ -415,7 +415,7 @@ TEST_F(Misbehaviour, AWorkerDiesWithItsHost) {
   EXPECT_TRUE(isGone);
 }
 
-TEST_F(Misbehaviour, AMissingWorkerIsTold) {
+TEST_F(Misbehaviour, a_missing_worker_is_told) {
   m_driver.set("Package", "WorkerPath", "/nonexistent/worker");
   auto run = m_driver.run("unit0", {kBehaves});
   expectTrouble(run, WORKER_NOT_STARTED, "1");
@@ -426,7 +426,7 @@ TEST_F(Misbehaviour, AMissingWorkerIsTold) {
   EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], "exit status 1");
 }
 
-TEST_F(Misbehaviour, AWorkerThatNeverGetsReadyIsEnded) {
+TEST_F(Misbehaviour, a_worker_that_never_gets_ready_is_ended) {
   const std::string script = std::filesystem::absolute("never-ready").string();
   std::ofstream(script) << "#!/bin/sh\necho stuck\nsleep 1000\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);
@@ -437,29 +437,29 @@ TEST_F(Misbehaviour, AWorkerThatNeverGetsReadyIsEnded) {
   EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[4], "stuck");
 }
 
-TEST_F(Misbehaviour, ClashingTagsAreToldAtEnumeration) {
+TEST_F(Misbehaviour, clashing_tags_are_told_at_enumeration) {
   EXPECT_EQ(m_driver.devices().size(), 4U);
   EXPECT_THAT(m_driver.logText(),
               HasSubstr("resource tags clash: selftest/unit0 and selftest/rack/unit0"));
 }
 
-TEST_F(Misbehaviour, ADeviceWithoutATagIsLeftOut) {
+TEST_F(Misbehaviour, a_device_without_a_tag_is_left_out) {
   m_driver.devices();
   EXPECT_THAT(m_driver.logText(), HasSubstr("left out: 'Without a tag', ''"));
 }
 
-TEST_F(Misbehaviour, AStatusThatFailsIsUnknown) {
+TEST_F(Misbehaviour, a_status_that_fails_is_unknown) {
   EXPECT_EQ(m_driver.device("unit2").getDevice()->getDeviceStatus(), DEVICE_STATUS_UNKNOWN);
   EXPECT_EQ(m_driver.device("unit1").getDevice()->getDeviceStatus(), 0U);
 }
 
-TEST_F(Misbehaviour, ADiscoveryThatFailsFindsNothing) {
+TEST_F(Misbehaviour, a_discovery_that_fails_finds_nothing) {
   m_driver.set("Package", "DiscoveryFails", "TRUE");
   EXPECT_TRUE(m_driver.devices().empty());
   EXPECT_THAT(m_driver.logText(), HasSubstr("looking for them failed: no bus"));
 }
 
-TEST_F(Misbehaviour, AnObjectThatLiesAboutItsStatusReallyDoes) {
+TEST_F(Misbehaviour, an_object_that_lies_about_its_status_really_does) {
   const auto diagnostics = m_driver.makeDiagnostics();
   Diag::DiagnosticSettings settings;
   settings.setTestNumberVector({25});
@@ -472,11 +472,11 @@ TEST_F(Misbehaviour, AnObjectThatLiesAboutItsStatusReallyDoes) {
   pass.join();
 }
 
-TEST(MisbehavingPackage, IsUnderstoodInEveryLanguage) {
+TEST(MisbehavingPackage, is_understood_in_every_language) {
   EXPECT_THAT(checkPackageTexts(TARVEX_SELFTEST_DIR, "misbehaving"), ::testing::IsEmpty());
 }
 
-TEST(MisbehavingPackage, LeavesTheProcessWhenItIsClosed) {
+TEST(MisbehavingPackage, leaves_the_process_when_it_is_closed) {
   {
     PackageDriver driver(TARVEX_SELFTEST_DIR, "misbehaving");
     driver.run("unit0", {kBehaves});

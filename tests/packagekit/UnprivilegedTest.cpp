@@ -55,7 +55,7 @@ class Unprivileged : public ::testing::TestWithParam<Row> {};
 
 }  // namespace
 
-TEST_P(Unprivileged, FindNoFaultInWhatTheyMayNotDo) {
+TEST_P(Unprivileged, find_no_fault_in_what_they_may_not_do) {
   if (!becomeNobody()) {
     GTEST_SKIP() << "nobody cannot reach the packages";
   }

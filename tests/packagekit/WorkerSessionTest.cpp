@@ -116,7 +116,7 @@ class SupervisedWorker : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(SupervisedWorker, ThatListensIsEndedByTheRequestAlone) {
+TEST_F(SupervisedWorker, that_listens_is_ended_by_the_request_alone) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {16};  // takes a minute, and asks whether it shall stop
   limits.tests = {0.1};
@@ -128,7 +128,7 @@ TEST_F(SupervisedWorker, ThatListensIsEndedByTheRequestAlone) {
   EXPECT_EQ(numbersOfSignals(), std::vector<int>{SIGKILL}) << "to what is left of its group";
 }
 
-TEST_F(SupervisedWorker, ThatIsDeafGetsSigtermAndSigkillEachAfterItsGrace) {
+TEST_F(SupervisedWorker, that_is_deaf_gets_sigterm_and_sigkill_each_after_its_grace) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {6};  // hangs and ignores SIGTERM
   limits.tests = {0.2};
@@ -144,7 +144,7 @@ TEST_F(SupervisedWorker, ThatIsDeafGetsSigtermAndSigkillEachAfterItsGrace) {
   EXPECT_GE(Seconds(sentSignals[1].time - sentSignals[0].time).count(), 0.3);
 }
 
-TEST_F(SupervisedWorker, IsStoppedAndContinuedByTheClient) {
+TEST_F(SupervisedWorker, is_stopped_and_continued_by_the_client) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {1};
   limits.tests = {60};
@@ -162,7 +162,7 @@ TEST_F(SupervisedWorker, IsStoppedAndContinuedByTheClient) {
   EXPECT_EQ(numbersOfSignals(), (std::vector<int>{SIGSTOP, SIGCONT, SIGKILL}));
 }
 
-TEST_F(SupervisedWorker, HasTheWholeTimeOfATestThatBeginsWhileItIsSuspended) {
+TEST_F(SupervisedWorker, has_the_whole_time_of_a_test_that_begins_while_it_is_suspended) {
   WorkerProcess::sendSignal = &loseStops;
   std::ofstream("suspended.cfg") << "[TestID16]\nMilliseconds=200\n[TestID25]\nMilliseconds=900\n";
   setup.configFile = "suspended.cfg";
@@ -175,7 +175,7 @@ TEST_F(SupervisedWorker, HasTheWholeTimeOfATestThatBeginsWhileItIsSuspended) {
   EXPECT_EQ(end.testsEnded, 2U);
 }
 
-TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
+TEST_F(UnkillableWorker, is_given_up_after_the_last_grace) {
   PassSetup setup;
   setup.testIds = {6};  // hangs and ignores SIGTERM
   setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
@@ -198,7 +198,7 @@ TEST_F(UnkillableWorker, IsGivenUpAfterTheLastGrace) {
   EXPECT_EQ(waitpid(end.pid, nullptr, 0), end.pid);
 }
 
-TEST_F(UnkillableWorker, MakesItsDeviceHungAndRefusedUntilEnumeratedAgain) {
+TEST_F(UnkillableWorker, makes_its_device_hung_and_refused_until_enumerated_again) {
   // A worker that never gets ready: it loads no package, and the signals do not reach it.
   const std::string script = "./deaf-worker";
   std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";

@@ -41,7 +41,7 @@ unsigned int codeOf(NetworkEvent event) {
 
 // --- Payload
 
-TEST(NetworkPayload, RepeatsOnlyAfterItsPeriodAndCanBeFound) {
+TEST(NetworkPayload, repeats_only_after_its_period_and_can_be_found) {
   const Payload payload(5);
   const std::uint64_t far = 10 * Payload::kPeriod + 77;
   EXPECT_EQ(std::memcmp(payload.at(far, 1000).data(), payload.at(77, 1000).data(), 1000), 0);
@@ -72,7 +72,7 @@ StreamMaker sound() {
   return [](unsigned int) { return connectOverLoopback(); };
 }
 
-TEST(NetworkStream, ArrivesWholeOverTheLoopbackAddress) {
+TEST(NetworkStream, arrives_whole_over_the_loopback_address) {
   for (const unsigned int connections : {1U, 3U}) {
     RecordingJournal journal;
     const StreamFigures figures =
@@ -85,7 +85,7 @@ TEST(NetworkStream, ArrivesWholeOverTheLoopbackAddress) {
   }
 }
 
-TEST(NetworkStream, WithAFlippedBitNamesPlaceAndBytes) {
+TEST(NetworkStream, with_a_flipped_bit_names_place_and_bytes) {
   RecordingJournal journal;
   verifyStreams(faulty({.flips = {{kMib + 5, 0x10}}}), stream(), kLo, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Corrupted)));
@@ -96,7 +96,7 @@ TEST(NetworkStream, WithAFlippedBitNamesPlaceAndBytes) {
   EXPECT_EQ(parameters[4], "1");
 }
 
-TEST(NetworkStream, JoinsNeighbouringFlipsAndTellsDistantOnes) {
+TEST(NetworkStream, joins_neighbouring_flips_and_tells_distant_ones) {
   RecordingJournal journal;
   verifyStreams(faulty({.flips = {{100, 0xFF}, {103, 0x0F}, {kMib, 1}, {4 * kMib - 1, 1}}}),
                 stream(), kLo, journal);
@@ -104,7 +104,7 @@ TEST(NetworkStream, JoinsNeighbouringFlipsAndTellsDistantOnes) {
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Corrupted).at(4), "12");
 }
 
-TEST(NetworkStream, FindsEveryFlipAtTheEdgesOfWhatIsReceived) {
+TEST(NetworkStream, finds_every_flip_at_the_edges_of_what_is_received) {
   for (const std::uint64_t place : {std::uint64_t{0}, std::uint64_t{9'999}, std::uint64_t{10'000},
                                     Payload::kPeriod - 1, Payload::kPeriod + std::uint64_t{0}}) {
     RecordingJournal journal;
@@ -114,7 +114,7 @@ TEST(NetworkStream, FindsEveryFlipAtTheEdgesOfWhatIsReceived) {
   }
 }
 
-TEST(NetworkStream, ThatLosesBytesTellsHowManyAndGoesOn) {
+TEST(NetworkStream, that_loses_bytes_tells_how_many_and_goes_on) {
   for (const std::uint64_t bytes : {std::uint64_t{1}, std::uint64_t{4096}, std::uint64_t{65536}}) {
     RecordingJournal journal;
     verifyStreams(faulty({.loseAt = kMib, .loseBytes = bytes}), stream(), kLo, journal);
@@ -124,21 +124,21 @@ TEST(NetworkStream, ThatLosesBytesTellsHowManyAndGoesOn) {
   }
 }
 
-TEST(NetworkStream, ThatRepeatsBytesTellsHowManyAndGoesOn) {
+TEST(NetworkStream, that_repeats_bytes_tells_how_many_and_goes_on) {
   RecordingJournal journal;
   verifyStreams(faulty({.repeatAt = kMib, .repeatBytes = 4096}), stream(), kLo, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::BytesRepeated)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::BytesRepeated).at(2), "4096");
 }
 
-TEST(NetworkStream, ThatBreaksTellsTheCause) {
+TEST(NetworkStream, that_breaks_tells_the_cause) {
   RecordingJournal journal;
   verifyStreams(faulty({.breakAt = kMib}), stream(), kLo, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::ConnectionBroken)));
   EXPECT_THAT(journal.parametersOf(NetworkEvent::ConnectionBroken).at(1), HasSubstr("reset"));
 }
 
-TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
+TEST(NetworkStream, that_the_kernel_refuses_is_no_fault_of_the_interface) {
   for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
     RecordingJournal journal;
     EXPECT_THROW(
@@ -149,14 +149,14 @@ TEST(NetworkStream, ThatTheKernelRefusesIsNoFaultOfTheInterface) {
   }
 }
 
-TEST(NetworkStream, ThatStandsStillIsAnError) {
+TEST(NetworkStream, that_stands_still_is_an_error) {
   RecordingJournal journal;
   verifyStreams(faulty({.stallAt = kMib}), stream(), kLo, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(1), "0.3");
 }
 
-TEST(NetworkStream, ThatIsSlowerThanAskedIsAWarning) {
+TEST(NetworkStream, that_is_slower_than_asked_is_a_warning) {
   RecordingJournal journal;
   StreamOptions options = stream(kMib);
   options.minimumRate = 1e15;
@@ -164,7 +164,7 @@ TEST(NetworkStream, ThatIsSlowerThanAskedIsAWarning) {
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::SlowerThanAsked)));
 }
 
-TEST(NetworkStream, EndsSoonWhenStopped) {
+TEST(NetworkStream, ends_soon_when_stopped) {
   RecordingJournal journal;
   journal.stopAfter(2);
   const StreamFigures figures = verifyStreams(sound(), stream(512 * kMib), kLo, journal);
@@ -172,7 +172,7 @@ TEST(NetworkStream, EndsSoonWhenStopped) {
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
 }
 
-TEST(NetworkStream, TellsNoMoreFaultsThanAnybodyReads) {
+TEST(NetworkStream, tells_no_more_faults_than_anybody_reads) {
   FaultyStream::Faults faults;
   for (std::uint64_t place = 0; place < kMib; place += 1000) {
     faults.flips[place] = 1;
@@ -193,7 +193,7 @@ void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal)
   verifyDatagrams(link, datagrams(), kLo, journal);
 }
 
-TEST(NetworkDatagrams, ArriveWholeOverTheLoopbackAddress) {
+TEST(NetworkDatagrams, arrive_whole_over_the_loopback_address) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
   const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), kLo, journal);
@@ -202,27 +202,27 @@ TEST(NetworkDatagrams, ArriveWholeOverTheLoopbackAddress) {
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 1);
 }
 
-TEST(NetworkDatagrams, ThatAreLostAreCountedWithTheFirst) {
+TEST(NetworkDatagrams, that_are_lost_are_counted_with_the_first) {
   RecordingJournal journal;
   runFaulty({.lose = {17, 300, 499}}, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "3", "17"));
 }
 
-TEST(NetworkDatagrams, ThatComeTwiceAreCounted) {
+TEST(NetworkDatagrams, that_come_twice_are_counted) {
   RecordingJournal journal;
   runFaulty({.repeat = {5, 499}}, journal);
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated), ElementsAre("lo", "2", "5"));
 }
 
-TEST(NetworkDatagrams, InAnotherOrderAreAWarning) {
+TEST(NetworkDatagrams, in_another_order_are_a_warning) {
   RecordingJournal journal;
   runFaulty({.swapWithNext = {40}}, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Reordered)));
   EXPECT_THAT(journal.parametersOf(NetworkEvent::Reordered), ElementsAre("lo", "1", "40"));
 }
 
-TEST(NetworkDatagrams, WithAFlippedBitAreNamed) {
+TEST(NetworkDatagrams, with_a_flipped_bit_are_named) {
   RecordingJournal journal;
   runFaulty({.flip = {{33, 20}}}, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramCorrupted)));
@@ -231,7 +231,7 @@ TEST(NetworkDatagrams, WithAFlippedBitAreNamed) {
   EXPECT_EQ(parameters.at(2), "20");
 }
 
-TEST(NetworkDatagrams, WithADamagedHeaderOrCutShortAreFound) {
+TEST(NetworkDatagrams, with_a_damaged_header_or_cut_short_are_found) {
   RecordingJournal header;
   runFaulty({.flip = {{33, 2}}}, header);
   EXPECT_EQ(header.count(NetworkEvent::DatagramCorrupted), 1);
@@ -240,7 +240,7 @@ TEST(NetworkDatagrams, WithADamagedHeaderOrCutShortAreFound) {
   EXPECT_EQ(cut.count(NetworkEvent::DatagramCorrupted), 1);
 }
 
-TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
+TEST(NetworkDatagrams, that_the_kernel_refuses_are_no_fault_of_the_interface) {
   for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
     RecordingJournal journal;
     EXPECT_THROW(runFaulty({.refuse = {{7, error}}}, journal), std::system_error) << error;
@@ -248,13 +248,13 @@ TEST(NetworkDatagrams, ThatTheKernelRefusesAreNoFaultOfTheInterface) {
   }
 }
 
-TEST(NetworkDatagrams, ThatCannotBeSentBreakTheConnection) {
+TEST(NetworkDatagrams, that_cannot_be_sent_break_the_connection) {
   RecordingJournal journal;
   runFaulty({.refuse = {{7, EHOSTUNREACH}}}, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::ConnectionBroken)));
 }
 
-TEST(NetworkDatagrams, EndWhenStopped) {
+TEST(NetworkDatagrams, end_when_stopped) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
   journal.stopAfter(0);
@@ -296,7 +296,7 @@ std::vector<unsigned int> complaintsOf(const Link& link, ScriptedControl& contro
   return journal.complaints();
 }
 
-TEST(NetworkLink, ThatIsWellIsTold) {
+TEST(NetworkLink, that_is_well_is_told) {
   ScriptedControl control;
   RecordingJournal journal;
   judgeLink(etherLink(), control, {1000}, journal);
@@ -307,14 +307,14 @@ TEST(NetworkLink, ThatIsWellIsTold) {
               ElementsAre("eth7", "e1000", "1", "2", "0000:00:03.0"));
 }
 
-TEST(NetworkLink, WithoutCarrierIsAnError) {
+TEST(NetworkLink, without_carrier_is_an_error) {
   ScriptedControl control;
   Link link = etherLink();
   link.carrier = false;
   EXPECT_THAT(complaintsOf(link, control), ElementsAre(codeOf(NetworkEvent::NoLink)));
 }
 
-TEST(NetworkLink, ThatIsSwitchedOffIsNoFault) {
+TEST(NetworkLink, that_is_switched_off_is_no_fault) {
   ScriptedControl control;
   RecordingJournal journal;
   Link link = etherLink();
@@ -324,32 +324,32 @@ TEST(NetworkLink, ThatIsSwitchedOffIsNoFault) {
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST(NetworkLink, OfLessThanBothEndsOfferIsAWarning) {
+TEST(NetworkLink, of_less_than_both_ends_offer_is_a_warning) {
   ScriptedControl control;
   control.linkMode.megabits = 100;
   EXPECT_THAT(complaintsOf(etherLink(), control),
               ElementsAre(codeOf(NetworkEvent::SlowerThanBoth)));
 }
 
-TEST(NetworkLink, WithHalfDuplexIsAWarning) {
+TEST(NetworkLink, with_half_duplex_is_a_warning) {
   ScriptedControl control;
   control.linkMode.duplex = Duplex::Half;
   EXPECT_THAT(complaintsOf(etherLink(), control), ElementsAre(codeOf(NetworkEvent::HalfDuplex)));
 }
 
-TEST(NetworkLink, BelowTheConfiguredSpeedIsAnError) {
+TEST(NetworkLink, below_the_configured_speed_is_an_error) {
   ScriptedControl control;
   EXPECT_THAT(complaintsOf(etherLink(), control, {10000}),
               ElementsAre(codeOf(NetworkEvent::BelowMinimumSpeed)));
 }
 
-TEST(NetworkLink, OfUnknownSpeedIsNoFault) {
+TEST(NetworkLink, of_unknown_speed_is_no_fault) {
   ScriptedControl control;
   control.linkMode = {};
   EXPECT_THAT(complaintsOf(etherLink(), control, {10000}), IsEmpty());
 }
 
-TEST(NetworkSelfTest, NamesThePartsThatFailed) {
+TEST(NetworkSelfTest, names_the_parts_that_failed) {
   ScriptedControl control;
   RecordingJournal good;
   runSelfTest("eth7", control, false, good);
@@ -365,7 +365,7 @@ TEST(NetworkSelfTest, NamesThePartsThatFailed) {
               ElementsAre("eth7", "Register test", "13"));
 }
 
-TEST(NetworkSelfTest, ThatFailsWithoutSayingWhereIsStillAnError) {
+TEST(NetworkSelfTest, that_fails_without_saying_where_is_still_an_error) {
   ScriptedControl control;
   control.result.failed = true;
   RecordingJournal journal;
@@ -373,13 +373,13 @@ TEST(NetworkSelfTest, ThatFailsWithoutSayingWhereIsStillAnError) {
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::SelfTestFailed)));
 }
 
-TEST(NetworkSelfTest, OfAnInterfaceWithoutOneIsNotSupported) {
+TEST(NetworkSelfTest, of_an_interface_without_one_is_not_supported) {
   RecordingJournal journal;
   const auto control = makeLinkControl(kLo);
   EXPECT_THROW(runSelfTest(kLo, *control, false, journal), NotSupported);
 }
 
-TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
+TEST(NetworkCounters, that_rose_are_named_without_their_sums) {
   Link after = etherLink();
   after.errors["rx_errors"] += 3;
   after.errors["rx_crc_errors"] += 3;
@@ -395,7 +395,7 @@ TEST(NetworkCounters, ThatRoseAreNamedWithoutTheirSums) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::LinkFlapped), ElementsAre("eth7", "2"));
 }
 
-TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
+TEST(NetworkCounters, of_a_few_drops_are_told_without_complaint) {
   Link after = etherLink();
   after.drops["rx_dropped"] += 2;
   RecordingJournal journal;
@@ -404,7 +404,7 @@ TEST(NetworkCounters, OfAFewDropsAreToldWithoutComplaint) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::FewDrops), ElementsAre("eth7", "rx_dropped", "2"));
 }
 
-TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
+TEST(NetworkCounters, that_only_sum_up_are_told_as_they_are) {
   Link after = etherLink();
   after.errors["rx_errors"] += 3;
   RecordingJournal journal;
@@ -413,7 +413,7 @@ TEST(NetworkCounters, ThatOnlySumUpAreToldAsTheyAre) {
               ElementsAre("eth7", "rx_errors", "3"));
 }
 
-TEST(NetworkCounters, ThatStoodStillOrWereSetBackAreNoFault) {
+TEST(NetworkCounters, that_stood_still_or_were_set_back_are_no_fault) {
   Link after = etherLink();
   after.errors["rx_errors"] = 0;
   RecordingJournal journal;
@@ -422,7 +422,7 @@ TEST(NetworkCounters, ThatStoodStillOrWereSetBackAreNoFault) {
   EXPECT_EQ(journal.count(NetworkEvent::CountersQuiet), 1);
 }
 
-TEST(NetworkDiscovery, KnowsTheLoopbackInterface) {
+TEST(NetworkDiscovery, knows_the_loopback_interface) {
   const Link link = readLink(kLo);
   EXPECT_TRUE(link.loopback);
   EXPECT_EQ(link.kind, "");
@@ -430,7 +430,7 @@ TEST(NetworkDiscovery, KnowsTheLoopbackInterface) {
   EXPECT_THROW(readLink("no-such-one"), std::system_error);
 }
 
-TEST(NetworkDiscovery, LeavesOutWhatIsSwitchedOffOrMadeOfSoftware) {
+TEST(NetworkDiscovery, leaves_out_what_is_switched_off_or_made_of_software) {
   Link link = etherLink();
   EXPECT_EQ(whyNoDevice(link), "");
   link.up = false;
@@ -457,7 +457,7 @@ class NetworkPair : public testing::Test {
   RecordingJournal journal;
 };
 
-TEST_F(NetworkPair, CarriesStreamsAndDatagramsBetweenItsNamespaces) {
+TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
   {
     const NamespacePair pair("left", "right");
     ASSERT_TRUE(pair.waitForCarrier(std::chrono::seconds(5)));
@@ -476,7 +476,7 @@ TEST_F(NetworkPair, CarriesStreamsAndDatagramsBetweenItsNamespaces) {
   EXPECT_NE(if_nametoindex("right"), 0U) << "was not put back";
 }
 
-TEST_F(NetworkPair, IsRefusedWhenAnInterfaceIsInUse) {
+TEST_F(NetworkPair, is_refused_when_an_interface_is_in_use) {
   {
     const NamespacePair pair("left", "right");
     pair.firstEnd().inside([&] {
@@ -491,7 +491,7 @@ TEST_F(NetworkPair, IsRefusedWhenAnInterfaceIsInUse) {
   EXPECT_NE(if_nametoindex("left"), 0U);
 }
 
-TEST_F(NetworkPair, IsRefusedWhenAnotherInterfaceLiesOnOneOfIts) {
+TEST_F(NetworkPair, is_refused_when_another_interface_lies_on_one_of_its) {
   const NetlinkSocket socket;
   rtnl_link* const upper = rtnl_link_macvlan_alloc();
   rtnl_link_set_name(upper, "upper");
@@ -510,7 +510,7 @@ TEST_F(NetworkPair, IsRefusedWhenAnotherInterfaceLiesOnOneOfIts) {
   EXPECT_NE(if_nametoindex("left"), 0U);
 }
 
-TEST_F(NetworkPair, PutsTheFirstBackWhenThereIsNoSecond) {
+TEST_F(NetworkPair, puts_the_first_back_when_there_is_no_second) {
   try {
     const NamespacePair pair("left", "nowhere");
     FAIL();
@@ -520,7 +520,7 @@ TEST_F(NetworkPair, PutsTheFirstBackWhenThereIsNoSecond) {
   EXPECT_NE(if_nametoindex("left"), 0U);
 }
 
-TEST_F(NetworkPair, TellsWhenItsPartnerIsMissing) {
+TEST_F(NetworkPair, tells_when_its_partner_is_missing) {
   const NetlinkSocket socket;
   ASSERT_EQ(rtnl_link_veth_add(socket.get(), "other", "alone", getpid()), 0);
   const NamespacePair pair("left", "other");

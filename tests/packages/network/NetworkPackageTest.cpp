@@ -50,7 +50,7 @@ class NetworkPackage : public testing::Test {
   PackageDriver driver{TARVEX_PACKAGE_DIR, "network"};
 };
 
-TEST_F(NetworkPackage, PassesOnTheLoopbackInterface) {
+TEST_F(NetworkPackage, passes_on_the_loopback_interface) {
   driver.set("TestID4", "QuickStreamMegabytes", "64").set("TestID5", "QuickDatagrams", "2000");
   const auto run = runQuick(driver, "lo", {4, 5});
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << complaintsOf(run);
@@ -60,7 +60,7 @@ TEST_F(NetworkPackage, PassesOnTheLoopbackInterface) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(NetworkPackage, WarnsOfARateBelowTheOneAskedFor) {
+TEST_F(NetworkPackage, warns_of_a_rate_below_the_one_asked_for) {
   driver.set("TestID4", "QuickStreamMegabytes", "16").set("TestID4", "MinimumRate", "1000000000");
   const auto run = runQuick(driver, "lo", {4});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
@@ -69,7 +69,7 @@ TEST_F(NetworkPackage, WarnsOfARateBelowTheOneAskedFor) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(NetworkPackage, OffersOnTheLoopbackInterfaceOnlyWhatMakesSenseThere) {
+TEST_F(NetworkPackage, offers_on_the_loopback_interface_only_what_makes_sense_there) {
   EXPECT_FALSE(driver.supports("lo", 1));
   EXPECT_FALSE(driver.supports("lo", 2));
   EXPECT_FALSE(driver.supports("lo", 3));
@@ -79,7 +79,7 @@ TEST_F(NetworkPackage, OffersOnTheLoopbackInterfaceOnlyWhatMakesSenseThere) {
   EXPECT_THAT(driver.logText(), HasSubstr("no partner"));
 }
 
-TEST_F(NetworkPackage, GivesEachDeviceALockOfItsOwn) {
+TEST_F(NetworkPackage, gives_each_device_a_lock_of_its_own) {
   std::vector<std::string> tags;
   for (auto& device : driver.devices()) {
     tags.push_back(device.getDevice()->getResourceTag());
@@ -89,11 +89,11 @@ TEST_F(NetworkPackage, GivesEachDeviceALockOfItsOwn) {
   EXPECT_EQ(driver.device("lo").getDevice()->getDeviceStatus(), 0U);
 }
 
-TEST(NetworkPackageTexts, AreCompleteInEveryLanguage) {
+TEST(NetworkPackageTexts, are_complete_in_every_language) {
   EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "network"), IsEmpty());
 }
 
-TEST(NetworkPackageObject, IsGoneAfterItsRelease) {
+TEST(NetworkPackageObject, is_gone_after_its_release) {
   const char* file = TARVEX_PACKAGE_DIR "/libnetwork.so";
   void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(handle, nullptr) << dlerror();
@@ -121,7 +121,7 @@ class NetworkPackagePair : public testing::Test {
   }
 };
 
-TEST_F(NetworkPackagePair, PassesInFactoryMode) {
+TEST_F(NetworkPackagePair, passes_in_factory_mode) {
   PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
   configure(driver);
   ASSERT_TRUE(driver.supports("left", 6)) << driver.logText();
@@ -133,7 +133,7 @@ TEST_F(NetworkPackagePair, PassesInFactoryMode) {
   EXPECT_EQ(driver.device("left").getDevice()->getDeviceStatus(), 2U) << "is back, switched off";
 }
 
-TEST_F(NetworkPackagePair, IsNotOfferedToCustomers) {
+TEST_F(NetworkPackagePair, is_not_offered_to_customers) {
   PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::CUSTOMER);
   configure(driver);
   for (const int test : {3, 6}) {
@@ -145,7 +145,7 @@ TEST_F(NetworkPackagePair, IsNotOfferedToCustomers) {
   }
 }
 
-TEST_F(NetworkPackagePair, FailsWithoutAPartner) {
+TEST_F(NetworkPackagePair, fails_without_a_partner) {
   PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
   const NetlinkSocket socket;
   ASSERT_EQ(rtnl_link_veth_add(socket.get(), "other", "alone", getpid()), 0);
@@ -157,7 +157,7 @@ TEST_F(NetworkPackagePair, FailsWithoutAPartner) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(NetworkPackagePair, HasNoVerdictWhileItIsSwitchedOff) {
+TEST_F(NetworkPackagePair, has_no_verdict_while_it_is_switched_off) {
   PackageDriver driver(TARVEX_PACKAGE_DIR, "network");
   configure(driver);
   const auto run = runQuick(driver, "left", {1});

@@ -68,7 +68,7 @@ std::vector<std::string> namesOf(const std::vector<Disk>& disks) {
   return names;
 }
 
-TEST(StorageDiscovery, FindsRealDisksAndLeavesOutSoftwareOnes) {
+TEST(StorageDiscovery, finds_real_disks_and_leaves_out_software_ones) {
   Tree tree;
   tree.disk("sda", "8:0", "1000").disk("nvme0n1", "259:0", "2000").disk("vda", "254:0", "3000");
   tree.disk("loop0", "7:0", "8").disk("zram0", "253:0", "8").disk("dm-0", "252:0", "8");
@@ -78,11 +78,11 @@ TEST(StorageDiscovery, FindsRealDisksAndLeavesOutSoftwareOnes) {
   EXPECT_THAT(namesOf(findDisks(tree.root())), ElementsAre("mmcblk0", "nvme0n1", "sda", "vda"));
 }
 
-TEST(StorageDiscovery, HasNoDisksWithoutSysfs) {
+TEST(StorageDiscovery, has_no_disks_without_sysfs) {
   EXPECT_THAT(findDisks("/no/such/folder"), IsEmpty());
 }
 
-TEST(StorageDiscovery, DescribesADisk) {
+TEST(StorageDiscovery, describes_a_disk) {
   Tree tree;
   tree.disk("nvme0n1", "259:0", "2000409264");
   tree.file("block/nvme0n1/device/model", "  Fine Disk 990  ")
@@ -101,7 +101,7 @@ TEST(StorageDiscovery, DescribesADisk) {
   EXPECT_FALSE(disk.readOnly);
 }
 
-TEST(StorageDiscovery, TellsRealAtaDisksFromImitatedOnes) {
+TEST(StorageDiscovery, tells_real_ata_disks_from_imitated_ones) {
   Tree tree;
   tree.disk("sda", "8:0", "8").file("block/sda/device/vendor", "ATA");
   tree.file("block/sda/device/model", "WDC WD40");
@@ -131,7 +131,7 @@ TEST(StorageDiscovery, virtual_disks_count_as_their_bus_where_asked_for) {
   EXPECT_THAT(kinds, ElementsAre("ata", "scsi", "virtual"));
 }
 
-TEST(StorageDiscovery, TakesAFileForADisk) {
+TEST(StorageDiscovery, takes_a_file_for_a_disk) {
   std::ofstream("image") << std::string(8192, 'x');
   const std::optional<Disk> disk = fileAsDisk("image");
   ASSERT_TRUE(disk);
@@ -141,7 +141,7 @@ TEST(StorageDiscovery, TakesAFileForADisk) {
   EXPECT_EQ(fileAsDisk("no such file"), std::nullopt);
 }
 
-TEST(StorageMounts, AreFoundThroughPartitionsAndLayers) {
+TEST(StorageMounts, are_found_through_partitions_and_layers) {
   Tree tree;
   tree.disk("sda", "8:0", "8").partition("sda", "sda1", "8:1", "2048");
   tree.partition("sda", "sda2", "8:2", "4096").disk("sdb", "8:16", "8").disk("dm-0", "252:0", "8");
@@ -164,7 +164,7 @@ TEST(StorageMounts, AreFoundThroughPartitionsAndLayers) {
 
 // --- Identity
 
-TEST(StorageIdentity, IsTold) {
+TEST(StorageIdentity, is_told) {
   RecordingJournal journal;
   Disk disk;
   disk.name = "sda";
@@ -176,7 +176,7 @@ TEST(StorageIdentity, IsTold) {
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST(StorageIdentity, WarnsOfADiskOfAnotherSizeAndOfOneSetReadOnly) {
+TEST(StorageIdentity, warns_of_a_disk_of_another_size_and_of_one_set_read_only) {
   RecordingJournal journal;
   Disk disk;
   disk.name = "sda";
@@ -190,7 +190,7 @@ TEST(StorageIdentity, WarnsOfADiskOfAnotherSizeAndOfOneSetReadOnly) {
 
 // --- Health
 
-TEST(StorageHealth, OfVirtualDisksIsNotSupportedAndSaysWhy) {
+TEST(StorageHealth, of_virtual_disks_is_not_supported_and_says_why) {
   for (const Attachment attachment :
        {Attachment::VirtualDisk, Attachment::File, Attachment::MemoryCard}) {
     Disk disk;
@@ -200,7 +200,7 @@ TEST(StorageHealth, OfVirtualDisksIsNotSupportedAndSaysWhy) {
   }
 }
 
-TEST(StorageHealth, OfADiskThatCannotBeOpenedIsNotSupported) {
+TEST(StorageHealth, of_a_disk_that_cannot_be_opened_is_not_supported) {
   for (const Attachment attachment : {Attachment::Nvme, Attachment::Ata}) {
     Disk disk;
     disk.name = "none";
@@ -234,14 +234,14 @@ std::unique_ptr<RecordingJournal> judged(const HealthReport& health) {
   return journal;
 }
 
-TEST(StorageHealth, OfASoundNvmeDiskIsToldWithoutComplaint) {
+TEST(StorageHealth, of_a_sound_nvme_disk_is_told_without_complaint) {
   const auto journal = judged(healthFrom(soundNvme()));
   EXPECT_THAT(journal->complaints(), IsEmpty());
   EXPECT_THAT(journal->parametersOf(StorageEvent::Health),
               ElementsAre("nvme0n1", "10000", "42", "3", "0"));
 }
 
-TEST(StorageHealth, NamesEachFaultOfAnNvmeDisk) {
+TEST(StorageHealth, names_each_fault_of_an_nvme_disk) {
   struct Case {
     std::function<void(nvme_smart_log&)> spoil;
     StorageEvent event;
@@ -336,14 +336,14 @@ std::unique_ptr<RecordingJournal> judged(const AtaRecording& recording) {
   return judged(healthFrom(*recording.disk()));
 }
 
-TEST(StorageHealth, OfASoundAtaDiskIsToldWithoutComplaint) {
+TEST(StorageHealth, of_a_sound_ata_disk_is_told_without_complaint) {
   const auto journal = judged(AtaRecording());
   EXPECT_THAT(journal->complaints(), IsEmpty());
   EXPECT_THAT(journal->parametersOf(StorageEvent::Health),
               ElementsAre("nvme0n1", "24", "35", "0", "0"));
 }
 
-TEST(StorageHealth, NamesEachFaultOfAnAtaDisk) {
+TEST(StorageHealth, names_each_fault_of_an_ata_disk) {
   EXPECT_THAT(judged(AtaRecording().ownVerdict(false))->complaints(),
               ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
   EXPECT_THAT(judged(AtaRecording().attribute(5, 100, 7))->parametersOf(StorageEvent::BadSectors),
@@ -354,7 +354,7 @@ TEST(StorageHealth, NamesEachFaultOfAnAtaDisk) {
               ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
 }
 
-TEST(StorageErrorLog, OfAnAtaDiskTellsHowItsLastSelfTestEnded) {
+TEST(StorageErrorLog, of_an_ata_disk_tells_how_its_last_self_test_ended) {
   struct Case {
     unsigned char status;
     SelfTestEnd end;
@@ -367,7 +367,7 @@ TEST(StorageErrorLog, OfAnAtaDiskTellsHowItsLastSelfTestEnded) {
   }
 }
 
-TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
+TEST(StorageErrorLog, of_an_nvme_disk_names_the_latest_error) {
   std::array<nvme_error_log_page, 4> pages{};
   pages[0].error_count = 1;
   pages[0].status_field = 0x02 << 1;  // a program asked for what the disk does not know
@@ -393,7 +393,7 @@ TEST(StorageErrorLog, OfAnNvmeDiskNamesTheLatestError) {
   EXPECT_THAT(parameters[2], HasSubstr("Unrecovered Read Error"));
 }
 
-TEST(StorageErrorLog, OfTheKernelCountsFailedCommands) {
+TEST(StorageErrorLog, of_the_kernel_counts_failed_commands) {
   Tree tree;
   EXPECT_THROW(kernelErrorLog("sda", tree.root()), NotSupported);
   tree.file("block/sda/device/ioerr_cnt", "0x1f").file("block/sda/device/iotmo_cnt", "0x0");
@@ -403,7 +403,7 @@ TEST(StorageErrorLog, OfTheKernelCountsFailedCommands) {
               ElementsAre("sda", "31", "commands that ended with an error"));
 }
 
-TEST(StorageErrorLog, TellsHowTheLastSelfTestEnded) {
+TEST(StorageErrorLog, tells_how_the_last_self_test_ended) {
   ErrorLog log;
   log.selfTest = SelfTestEnd::Failed;
   log.selfTestText = "read failure";

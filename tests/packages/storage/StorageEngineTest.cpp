@@ -33,13 +33,13 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-constexpr std::uint64_t kIb = 1024;
-constexpr std::uint64_t kMib = 1024 * kIb;
+constexpr std::uint64_t kKib = 1024;
+constexpr std::uint64_t kMib = 1024 * kKib;
 constexpr std::uint64_t kDiskSize = 4 * kMib;
 constexpr std::uint64_t kBlock = 4096;
 const std::string kDisk = "sdz";
 
-SourceOptions smallSlots(std::uint32_t slotSize = 64 * kIb, unsigned int slots = 4) {
+SourceOptions smallSlots(std::uint32_t slotSize = 64 * kKib, unsigned int slots = 4) {
   return {.slots = slots, .slotSize = slotSize, .useUring = true};
 }
 
@@ -70,7 +70,7 @@ std::uint32_t plainCrc32c(std::span<const std::byte> bytes) {
   return ~value;
 }
 
-TEST(StorageChecksum, IsThatOfThePublishedVectors) {
+TEST(StorageChecksum, is_that_of_the_published_vectors) {
   const auto sumOf = [](const std::vector<unsigned char>& bytes) {
     return crc32c(std::as_bytes(std::span(bytes)));
   };
@@ -83,7 +83,7 @@ TEST(StorageChecksum, IsThatOfThePublishedVectors) {
   EXPECT_EQ(sumOf({}), 0U);
 }
 
-TEST(StorageChecksum, AgreesWithThePlainAlgorithmAtEveryLengthAndAlignment) {
+TEST(StorageChecksum, agrees_with_the_plain_algorithm_at_every_length_and_alignment) {
   std::vector<std::byte> bytes(600);
   std::mt19937 random(1);
   std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::byte>(random()); });
@@ -95,7 +95,7 @@ TEST(StorageChecksum, AgreesWithThePlainAlgorithmAtEveryLengthAndAlignment) {
   }
 }
 
-TEST(StorageBuffers, BeginAtAPageAndAreZero) {
+TEST(StorageBuffers, begin_at_a_page_and_are_zero) {
   for (const std::size_t size : {std::size_t{1}, std::size_t{4096}, std::size_t{5} << 20}) {
     const PageBuffer buffer(size);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(buffer.bytes().data()) % 4096, 0U);
@@ -105,7 +105,7 @@ TEST(StorageBuffers, BeginAtAPageAndAreZero) {
   }
 }
 
-TEST(StorageZones, CoverTheWholeDiskWhenNothingIsLeftOut) {
+TEST(StorageZones, cover_the_whole_disk_when_nothing_is_left_out) {
   for (const std::uint64_t wanted : {std::uint64_t{0}, kDiskSize, 2 * kDiskSize}) {
     const std::vector<Zone> zones = spreadZones(kDiskSize + 100, wanted, kMib, 512);
     ASSERT_THAT(zones, SizeIs(1));
@@ -115,7 +115,7 @@ TEST(StorageZones, CoverTheWholeDiskWhenNothingIsLeftOut) {
   EXPECT_THAT(spreadZones(100, 0, kMib, 512), IsEmpty());
 }
 
-TEST(StorageZones, ReachFromTheFirstToTheLastBlockWithoutOverlap) {
+TEST(StorageZones, reach_from_the_first_to_the_last_block_without_overlap) {
   const std::uint64_t size = 1000 * kMib;
   const std::vector<Zone> zones = spreadZones(size, 100 * kMib, 7 * kMib, 4096);
   ASSERT_THAT(zones, SizeIs(14));
@@ -127,7 +127,7 @@ TEST(StorageZones, ReachFromTheFirstToTheLastBlockWithoutOverlap) {
   }
 }
 
-TEST(StorageZones, AreWalkedInPieces) {
+TEST(StorageZones, are_walked_in_pieces) {
   ZoneWalk walk({{0, 10}, {100, 4}}, 4);
   std::vector<std::pair<std::uint64_t, std::uint64_t>> pieces;
   for (Zone piece = walk.next(); piece.length > 0; piece = walk.next()) {
@@ -138,7 +138,7 @@ TEST(StorageZones, AreWalkedInPieces) {
   EXPECT_EQ(walk.total(), 14U);
 }
 
-TEST(StorageFigures, AreWrittenAsPeopleReadThem) {
+TEST(StorageFigures, are_written_as_people_read_them) {
   Latencies latencies;
   EXPECT_EQ(latencies.quantile(0.5), Nanoseconds{0});
   for (int value = 1; value <= 101; ++value) {
@@ -155,7 +155,7 @@ TEST(StorageFigures, AreWrittenAsPeopleReadThem) {
   EXPECT_EQ(rateOf(1, Nanoseconds{0}), 0);
 }
 
-TEST(StoragePattern, NamesThePlaceOfItsOwnSectorsOnly) {
+TEST(StoragePattern, names_the_place_of_its_own_sectors_only) {
   const TestPattern pattern(1, 4096);
   std::vector<std::byte> data(4096);
   pattern.fill(data);
@@ -166,7 +166,7 @@ TEST(StoragePattern, NamesThePlaceOfItsOwnSectorsOnly) {
   EXPECT_EQ(TestPattern(2, 4096).placeOf(second), std::nullopt);
 }
 
-TEST(StorageTemporaryFile, HasTheSizeAndNoName) {
+TEST(StorageTemporaryFile, has_the_size_and_no_name) {
   const UniqueDescriptor file = makeTemporaryFile(".", kMib);
   struct stat status {};
   ASSERT_EQ(fstat(file.get(), &status), 0);
@@ -174,7 +174,7 @@ TEST(StorageTemporaryFile, HasTheSizeAndNoName) {
   EXPECT_EQ(status.st_nlink, 0U);
 }
 
-TEST(StorageTemporaryFile, SaysWhyItCannotBeMade) {
+TEST(StorageTemporaryFile, says_why_it_cannot_be_made) {
   try {
     makeTemporaryFile("/proc", kMib);
     FAIL() << "made a file in /proc";
@@ -183,12 +183,12 @@ TEST(StorageTemporaryFile, SaysWhyItCannotBeMade) {
   }
 }
 
-TEST(StorageSource, RefusesToWriteToAnythingButAFile) {
+TEST(StorageSource, refuses_to_write_to_anything_but_a_file) {
   EXPECT_THROW(overFile(UniqueDescriptor(open("/dev/null", O_RDWR | O_CLOEXEC)), smallSlots()),
                std::invalid_argument);
 }
 
-TEST(StorageSource, ReadsFromADescriptorThatWaits) {
+TEST(StorageSource, reads_from_a_descriptor_that_waits) {
   const std::string path = std::filesystem::absolute("waits").string();
   std::ofstream(path) << std::string(kBlock, 'x');
   const auto source = openForReading(path, smallSlots());
@@ -203,7 +203,7 @@ TEST(StorageSource, ReadsFromADescriptorThatWaits) {
   EXPECT_EQ(found, 1);
 }
 
-TEST(StorageSource, TellsWhyADiskCannotBeRead) {
+TEST(StorageSource, tells_why_a_disk_cannot_be_read) {
   try {
     openForReading("/dev/no-such-disk", smallSlots());
     FAIL();
@@ -216,7 +216,7 @@ TEST(StorageSource, TellsWhyADiskCannotBeRead) {
 
 class StorageSources : public testing::TestWithParam<bool> {
  protected:
-  SourceOptions options(std::uint32_t slotSize = 64 * kIb, unsigned int slots = 8) const {
+  SourceOptions options(std::uint32_t slotSize = 64 * kKib, unsigned int slots = 8) const {
     return {.slots = slots, .slotSize = slotSize, .useUring = GetParam()};
   }
 };
@@ -225,10 +225,10 @@ INSTANTIATE_TEST_SUITE_P(Kinds, StorageSources, testing::Bool(), [](const auto& 
   return instance.param ? "io_uring" : "threads";
 });
 
-TEST_P(StorageSources, MoveEveryByteOfAFile) {
+TEST_P(StorageSources, move_every_byte_of_a_file) {
   const auto source = overFile(makeTemporaryFile(".", kDiskSize), options());
-  const TestPattern pattern(3, 64 * kIb);
-  ZoneWalk writes({{0, kDiskSize}}, 64 * kIb);
+  const TestPattern pattern(3, 64 * kKib);
+  ZoneWalk writes({{0, kDiskSize}}, 64 * kKib);
   const auto nothing = [](const Transfer&, const Completion&) {};
   transferAll(
       *source,
@@ -238,14 +238,14 @@ TEST_P(StorageSources, MoveEveryByteOfAFile) {
         pattern.stamp(source->buffer(slot), piece.offset);
         return piece.length == 0
                    ? std::nullopt
-                   : std::optional(Transfer{Direction::Write, slot, piece.offset, 64 * kIb});
+                   : std::optional(Transfer{Direction::Write, slot, piece.offset, 64 * kKib});
       },
       nothing);
   EXPECT_EQ(source->flush(), 0);
 
   std::uint64_t right = 0;
-  ZoneWalk reads({{0, kDiskSize}}, 64 * kIb);
-  std::vector<std::byte> expected(64 * kIb);
+  ZoneWalk reads({{0, kDiskSize}}, 64 * kKib);
+  std::vector<std::byte> expected(64 * kKib);
   pattern.fill(expected);
   transferAll(
       *source,
@@ -253,18 +253,18 @@ TEST_P(StorageSources, MoveEveryByteOfAFile) {
         const Zone piece = reads.next();
         return piece.length == 0
                    ? std::nullopt
-                   : std::optional(Transfer{Direction::Read, slot, piece.offset, 64 * kIb});
+                   : std::optional(Transfer{Direction::Read, slot, piece.offset, 64 * kKib});
       },
       [&](const Transfer& transfer, const Completion& completion) {
         ASSERT_TRUE(succeeded(transfer, completion));
         EXPECT_GT(completion.latency.count(), 0);
         pattern.stamp(expected, transfer.offset);
-        right += std::memcmp(source->buffer(transfer.slot).data(), expected.data(), 64 * kIb) == 0;
+        right += std::memcmp(source->buffer(transfer.slot).data(), expected.data(), 64 * kKib) == 0;
       });
-  EXPECT_EQ(right, kDiskSize / (64 * kIb));
+  EXPECT_EQ(right, kDiskSize / (64 * kKib));
 }
 
-TEST_P(StorageSources, TellTheErrnoOfAFailedTransfer) {
+TEST_P(StorageSources, tell_the_errno_of_a_failed_transfer) {
   const UniqueDescriptor file = randomFile();
   // Open for reading alone: the kernel refuses the write, not the source.
   const std::string path = "/proc/self/fd/" + std::to_string(file.get());
@@ -275,24 +275,25 @@ TEST_P(StorageSources, TellTheErrnoOfAFailedTransfer) {
   EXPECT_EQ(completion.slot, 3U);
 }
 
-TEST_P(StorageSources, EndWithTransfersInFlightUnharmed) {
+TEST_P(StorageSources, end_with_transfers_in_flight_unharmed) {
   const auto source = overFile(randomFile(), options());
   for (unsigned int slot = 0; slot < source->slots(); ++slot) {
-    source->start({Direction::Read, slot, slot * 64 * kIb, 64 * kIb});
+    source->start({Direction::Read, slot, slot * 64 * kKib, 64 * kKib});
   }
 }
 
-TEST_P(StorageSources, ReadASoundDiskWithoutComplaint) {
+TEST_P(StorageSources, read_a_sound_disk_without_complaint) {
   const auto source = overFile(randomFile(), options());
   RecordingJournal journal;
   EXPECT_EQ(scanSequentially(*source, {}, kDisk, journal).bytes, kDiskSize);
-  EXPECT_EQ(readRandomly(*source, {.reads = 200, .seed = 5}, kDisk, journal).bytes, 200 * 64 * kIb);
+  EXPECT_EQ(readRandomly(*source, {.reads = 200, .seed = 5}, kDisk, journal).bytes,
+            200 * 64 * kKib);
   EXPECT_EQ(checkStability(*source, {.window = kMib}, kDisk, journal).bytes, 2 * kDiskSize);
   EXPECT_EQ(findSlowBlocks(*source, {.reads = 50}, kDisk, journal).reads, 50U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST_P(StorageSources, WriteAndVerifyASoundFileWithoutComplaint) {
+TEST_P(StorageSources, write_and_verify_a_sound_file_without_complaint) {
   const auto source = overFile(makeTemporaryFile(".", kDiskSize), options());
   RecordingJournal journal;
   const WriteVerifyFigures figures = writeAndVerify(*source, {.seed = 9}, kDisk, journal);
@@ -305,7 +306,7 @@ TEST_P(StorageSources, WriteAndVerifyASoundFileWithoutComplaint) {
 
 // --- Read scan and random reads
 
-TEST(StorageScan, NamesTheUnreadableBlocksAndTheirNumber) {
+TEST(StorageScan, names_the_unreadable_blocks_and_their_number) {
   FaultySource faulty(goodDisk());
   faulty.failReads(20 * kBlock, 3 * kBlock).failReads(500 * kBlock, 1);
   RecordingJournal journal;
@@ -319,16 +320,16 @@ TEST(StorageScan, NamesTheUnreadableBlocksAndTheirNumber) {
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
-TEST(StorageScan, JoinsABadStretchAcrossReads) {
+TEST(StorageScan, joins_a_bad_stretch_across_reads) {
   FaultySource faulty(goodDisk());
-  faulty.failReads(64 * kIb - kBlock, 2 * kBlock);
+  faulty.failReads(64 * kKib - kBlock, 2 * kBlock);
   RecordingJournal journal;
   scanSequentially(faulty, {}, kDisk, journal);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "15", "2", "4096", "Input/output error"));
 }
 
-TEST(StorageScan, WarnsOfAReadThatSucceedsTheSecondTime) {
+TEST(StorageScan, warns_of_a_read_that_succeeds_the_second_time) {
   FaultySource faulty(goodDisk());
   faulty.failReads(0, 1, EIO, 1);
   RecordingJournal journal;
@@ -339,7 +340,7 @@ TEST(StorageScan, WarnsOfAReadThatSucceedsTheSecondTime) {
               ElementsAre("sdz", "0", "16", "4096", "Input/output error"));
 }
 
-TEST(StorageScan, TakesAShortReadForAFault) {
+TEST(StorageScan, takes_a_short_read_for_a_fault) {
   FaultySource faulty(goodDisk());
   faulty.shortenReads(7 * kBlock);
   RecordingJournal journal;
@@ -348,7 +349,7 @@ TEST(StorageScan, TakesAShortReadForAFault) {
               ElementsAre("sdz", "7", "1", "4096", "fewer bytes than asked for"));
 }
 
-TEST(StorageScan, EndsWhenTheDiskIsGone) {
+TEST(StorageScan, ends_when_the_disk_is_gone) {
   FaultySource faulty(goodDisk());
   faulty.failReads(2 * kMib, kDiskSize, ENODEV);
   RecordingJournal journal;
@@ -361,7 +362,7 @@ TEST(StorageScan, EndsWhenTheDiskIsGone) {
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
-TEST(StorageScan, DoesNotBlameTheDiskForWhatTheKernelLacks) {
+TEST(StorageScan, does_not_blame_the_disk_for_what_the_kernel_lacks) {
   for (const int error : {ENOMEM, EAGAIN, EINVAL, EPERM, EOPNOTSUPP, EBUSY}) {
     FaultySource faulty(goodDisk());
     faulty.failReads(2 * kMib, 1, error);
@@ -372,7 +373,7 @@ TEST(StorageScan, DoesNotBlameTheDiskForWhatTheKernelLacks) {
   }
 }
 
-TEST(StorageScan, BlamesTheDiskForEachWayToLoseABlock) {
+TEST(StorageScan, blames_the_disk_for_each_way_to_lose_a_block) {
   for (const int error : {EIO, ENODATA, EREMOTEIO, EILSEQ, ETIMEDOUT, ETIME, ENOLINK, EBADMSG}) {
     FaultySource faulty(goodDisk());
     faulty.failReads(2 * kMib, 1, error);
@@ -381,7 +382,7 @@ TEST(StorageScan, BlamesTheDiskForEachWayToLoseABlock) {
   }
 }
 
-TEST(StorageScan, DoesNotBlameADiskThatLeavesWhileItsBadBlocksAreSearched) {
+TEST(StorageScan, does_not_blame_a_disk_that_leaves_while_its_bad_blocks_are_searched) {
   FaultySource faulty(goodDisk());
   faulty.failReads(2 * kMib, 1, EIO, 1).failReads(2 * kMib, 1, ENODEV);
   RecordingJournal journal;
@@ -389,17 +390,17 @@ TEST(StorageScan, DoesNotBlameADiskThatLeavesWhileItsBadBlocksAreSearched) {
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST(StorageScan, GivesUpOnADiskThatReadsNothing) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+TEST(StorageScan, gives_up_on_a_disk_that_reads_nothing) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib)));
   faulty.failReads(0, kDiskSize);
   RecordingJournal journal;
   const ReadFigures figures = scanSequentially(faulty, {}, kDisk, journal);
-  EXPECT_LT(figures.reads, kDiskSize / (4 * kIb) / 2);
+  EXPECT_LT(figures.reads, kDiskSize / (4 * kKib) / 2);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable).at(1), "0");
 }
 
-TEST(StorageScan, EndsAtTheFirstErrorWhenAskedTo) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+TEST(StorageScan, ends_at_the_first_error_when_asked_to) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib)));
   faulty.failReads(20 * kBlock, 1).failReads(700 * kBlock, 1);
   RecordingJournal journal;
   journal.halts = true;
@@ -407,8 +408,8 @@ TEST(StorageScan, EndsAtTheFirstErrorWhenAskedTo) {
   EXPECT_EQ(journal.parametersOf(StorageEvent::Unreadable).at(1), "20");
 }
 
-TEST(StorageScan, DoesNotPassADiskWithoutBlocks) {
-  const auto empty = overFile(makeTemporaryFile(".", 512), smallSlots(4 * kIb));
+TEST(StorageScan, does_not_pass_a_disk_without_blocks) {
+  const auto empty = overFile(makeTemporaryFile(".", 512), smallSlots(4 * kKib));
   RecordingJournal journal;
   EXPECT_THROW(scanSequentially(*empty, {}, kDisk, journal), NotSupported);
   EXPECT_THROW(readRandomly(*empty, {.reads = 1}, kDisk, journal), NotSupported);
@@ -417,24 +418,24 @@ TEST(StorageScan, DoesNotPassADiskWithoutBlocks) {
   EXPECT_THROW(writeAndVerify(*empty, {}, kDisk, journal), NotSupported);
 }
 
-TEST(StorageScan, StopsWithinAFewReads) {
-  const auto source = goodDisk(smallSlots(4 * kIb));
+TEST(StorageScan, stops_within_a_few_reads) {
+  const auto source = goodDisk(smallSlots(4 * kKib));
   RecordingJournal journal;
   journal.stopAfter(10);
   EXPECT_LE(scanSequentially(*source, {}, kDisk, journal).reads, 10U);
 }
 
-TEST(StorageScan, ReadsOnlyTheZonesAskedForAndTellsItsProgress) {
-  const auto source = goodDisk(smallSlots(16 * kIb));
+TEST(StorageScan, reads_only_the_zones_asked_for_and_tells_its_progress) {
+  const auto source = goodDisk(smallSlots(16 * kKib));
   RecordingJournal journal;
-  EXPECT_EQ(scanSequentially(*source, {.bytes = kMib, .zone = 64 * kIb}, kDisk, journal).bytes,
+  EXPECT_EQ(scanSequentially(*source, {.bytes = kMib, .zone = 64 * kKib}, kDisk, journal).bytes,
             kMib);
   EXPECT_TRUE(std::is_sorted(journal.progressSteps().begin(), journal.progressSteps().end()));
   EXPECT_EQ(journal.progressSteps().back(), 100U);
 }
 
-TEST(StorageRandomRead, FindsAnUnreadableBlock) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kIb)));
+TEST(StorageRandomRead, finds_an_unreadable_block) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib)));
   faulty.failReads(0, kDiskSize / 8);
   RecordingJournal journal;
   const ReadFigures figures = readRandomly(faulty, {.reads = 100, .seed = 1}, kDisk, journal);
@@ -443,7 +444,7 @@ TEST(StorageRandomRead, FindsAnUnreadableBlock) {
   EXPECT_GT(journal.count(StorageEvent::Unreadable), 0);
 }
 
-TEST(StorageRandomRead, GoesToTheSamePlacesForTheSameSeed) {
+TEST(StorageRandomRead, goes_to_the_same_places_for_the_same_seed) {
   RandomPlaces one(kDiskSize, 4096, 1);
   RandomPlaces again(kDiskSize, 4096, 1);
   RandomPlaces other(kDiskSize, 4096, 2);
@@ -459,7 +460,7 @@ TEST(StorageRandomRead, GoesToTheSamePlacesForTheSameSeed) {
 
 // --- Stability
 
-TEST(StorageStability, FindsABlockThatReadsDifferently) {
+TEST(StorageStability, finds_a_block_that_reads_differently) {
   FaultySource faulty(goodDisk());
   faulty.flicker(77 * kBlock + 5);
   RecordingJournal journal;
@@ -469,7 +470,7 @@ TEST(StorageStability, FindsABlockThatReadsDifferently) {
               ElementsAre("sdz", "77", "4096", "2", "12"));
 }
 
-TEST(StorageStability, FindsASingleWrongRead) {
+TEST(StorageStability, finds_a_single_wrong_read) {
   FaultySource faulty(goodDisk());
   faulty.flipReads(3 * kBlock, 1, 1);
   RecordingJournal journal;
@@ -477,7 +478,7 @@ TEST(StorageStability, FindsASingleWrongRead) {
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::Unstable)));
 }
 
-TEST(StorageStability, DoesNotBlameTheDiskForAnothersWrite) {
+TEST(StorageStability, does_not_blame_the_disk_for_anothers_write) {
   FaultySource faulty(goodDisk());
   std::uint64_t writes = 0;
   faulty.flipReads(3 * kBlock, 1);  // from the second read on the content is another one
@@ -488,7 +489,7 @@ TEST(StorageStability, DoesNotBlameTheDiskForAnothersWrite) {
   EXPECT_THAT(journal.parametersOf(StorageEvent::ChangedByOthers), ElementsAre("sdz", "3", "4096"));
 }
 
-TEST(StorageStability, GivesNoVerdictOnABlockThatOthersKeepWriting) {
+TEST(StorageStability, gives_no_verdict_on_a_block_that_others_keep_writing) {
   FaultySource faulty(goodDisk());
   faulty.flicker(3 * kBlock).others([] { return WriteActivity{0, true}; });
   RecordingJournal journal;
@@ -497,7 +498,7 @@ TEST(StorageStability, GivesNoVerdictOnABlockThatOthersKeepWriting) {
               ElementsAre(static_cast<unsigned int>(StorageEvent::Unsettled)));
 }
 
-TEST(StorageStability, BlamesTheDiskWhenItsContentsChangeWhileNobodyWrites) {
+TEST(StorageStability, blames_the_disk_when_its_contents_change_while_nobody_writes) {
   FaultySource faulty(goodDisk());
   int looks = 0;
   // Written to during the two rounds, at rest when the block is looked at closely.
@@ -507,7 +508,7 @@ TEST(StorageStability, BlamesTheDiskWhenItsContentsChangeWhileNobodyWrites) {
   EXPECT_EQ(journal.count(StorageEvent::Unstable), 1);
 }
 
-TEST(StorageStability, GivesNoVerdictWhereNobodyKnowsWhatOthersWrite) {
+TEST(StorageStability, gives_no_verdict_where_nobody_knows_what_others_write) {
   for (const int times : {1, FaultySource::kAlways}) {
     FaultySource faulty(goodDisk());
     faulty.flipReads(3 * kBlock, 1, times).others([] { return std::nullopt; });
@@ -518,7 +519,7 @@ TEST(StorageStability, GivesNoVerdictWhereNobodyKnowsWhatOthersWrite) {
   }
 }
 
-TEST(StorageStability, KnowsWhetherAFileWasWrittenTo) {
+TEST(StorageStability, knows_whether_a_file_was_written_to) {
   const std::string path = "written-to";
   std::ofstream(path) << std::string(kBlock, 'x');
   const auto source = openForReading(path, smallSlots());
@@ -531,7 +532,7 @@ TEST(StorageStability, KnowsWhetherAFileWasWrittenTo) {
   EXPECT_NE(source->writeActivity(), before);
 }
 
-TEST(StorageStability, TellsAnUnreadableBlockAsSuchAndNotAsUnstable) {
+TEST(StorageStability, tells_an_unreadable_block_as_such_and_not_as_unstable) {
   for (const int times : {1, 2, FaultySource::kAlways}) {
     FaultySource faulty(goodDisk());
     faulty.failReads(9 * kBlock, 1, EIO, times);
@@ -550,9 +551,9 @@ LatencyOptions eagerLatency() {
   return {.reads = 300, .seed = 4, .limit = std::chrono::milliseconds(1000), .allowedStalls = 1};
 }
 
-TEST(StorageLatency, FindsAPlaceThatIsSlowEachTime) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
-  RandomPlaces places(kDiskSize, 4 * kIb, 4);
+TEST(StorageLatency, finds_a_place_that_is_slow_each_time) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib, 1)));
+  RandomPlaces places(kDiskSize, 4 * kKib, 4);
   const std::uint64_t slow = places.next();
   faulty.slowReads(slow, 1, std::chrono::milliseconds(3000));
   RecordingJournal journal;
@@ -564,9 +565,9 @@ TEST(StorageLatency, FindsAPlaceThatIsSlowEachTime) {
   EXPECT_EQ(parameters.at(3), "3000.0 ms");
 }
 
-TEST(StorageLatency, WarnsOfStallsOnlyWhenThereAreMoreThanAllowed) {
+TEST(StorageLatency, warns_of_stalls_only_when_there_are_more_than_allowed) {
   for (const int stalls : {1, 2}) {
-    FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
+    FaultySource faulty(goodDisk(smallSlots(4 * kKib, 1)));
     faulty.slowReads(0, kDiskSize, std::chrono::milliseconds(1500), stalls);
     RecordingJournal journal;
     findSlowBlocks(faulty, eagerLatency(), kDisk, journal);
@@ -576,8 +577,8 @@ TEST(StorageLatency, WarnsOfStallsOnlyWhenThereAreMoreThanAllowed) {
   }
 }
 
-TEST(StorageLatency, TellsUnreadableBlocksToo) {
-  FaultySource faulty(goodDisk(smallSlots(4 * kIb, 1)));
+TEST(StorageLatency, tells_unreadable_blocks_too) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib, 1)));
   faulty.failReads(0, kDiskSize / 4);
   RecordingJournal journal;
   EXPECT_GT(findSlowBlocks(faulty, eagerLatency(), kDisk, journal).unreadableBlocks, 0U);
@@ -598,7 +599,7 @@ class StorageWriteVerify : public testing::Test {
   RecordingJournal journal;
 };
 
-TEST_F(StorageWriteVerify, FindsASingleFlippedBit) {
+TEST_F(StorageWriteVerify, finds_a_single_flipped_bit) {
   faulty.flipWrites(kMib + 512 + 100, 0x04);
   EXPECT_EQ(run().faultySectors, 1U);
   EXPECT_THAT(journal.complaints(),
@@ -612,106 +613,106 @@ TEST_F(StorageWriteVerify, FindsASingleFlippedBit) {
   EXPECT_EQ(parameters[6], "1");
 }
 
-TEST_F(StorageWriteVerify, FindsAFlippedBitInTheStamp) {
+TEST_F(StorageWriteVerify, finds_a_flipped_bit_in_the_stamp) {
   faulty.flipWrites(0, 0x80);
   EXPECT_EQ(run().faultySectors, 1U);
   EXPECT_EQ(journal.count(StorageEvent::Miscompare), 1);
 }
 
-TEST_F(StorageWriteVerify, FindsAWriteThatNeverArrived) {
+TEST_F(StorageWriteVerify, finds_a_write_that_never_arrived) {
   faulty.loseWrites(2 * kMib);
-  EXPECT_EQ(run().faultySectors, 64 * kIb / 512);
+  EXPECT_EQ(run().faultySectors, 64 * kKib / 512);
   EXPECT_EQ(journal.parametersOf(StorageEvent::LostWrite).at(1), std::to_string(2 * kMib));
 }
 
-TEST_F(StorageWriteVerify, FindsAWriteThatWentElsewhere) {
+TEST_F(StorageWriteVerify, finds_a_write_that_went_elsewhere) {
   faulty.misdirectWrites(3 * kMib, kMib);
-  EXPECT_EQ(run().faultySectors, 64 * kIb / 512);
+  EXPECT_EQ(run().faultySectors, 64 * kKib / 512);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Misdirected),
               ElementsAre("sdz", std::to_string(kMib), std::to_string(kMib / 512),
                           std::to_string(3 * kMib)));
 }
 
-TEST_F(StorageWriteVerify, WarnsOfAWrongReadThatHeals) {
+TEST_F(StorageWriteVerify, warns_of_a_wrong_read_that_heals) {
   faulty.flipReads(kMib, 0, 1);
   run();
   EXPECT_THAT(journal.complaints(),
               ElementsAre(static_cast<unsigned int>(StorageEvent::RecoveredVerify)));
 }
 
-TEST_F(StorageWriteVerify, TellsAFailedWriteAndVerifiesTheRest) {
+TEST_F(StorageWriteVerify, tells_a_failed_write_and_verifies_the_rest) {
   faulty.failWrites(kMib, 1, EIO);
   const WriteVerifyFigures figures = run();
-  EXPECT_EQ(figures.bytes, kDiskSize - 64 * kIb);
+  EXPECT_EQ(figures.bytes, kDiskSize - 64 * kKib);
   EXPECT_THAT(
       journal.parametersOf(StorageEvent::WriteFailed),
-      ElementsAre("sdz", std::to_string(kMib), std::to_string(64 * kIb), "Input/output error"));
+      ElementsAre("sdz", std::to_string(kMib), std::to_string(64 * kKib), "Input/output error"));
 }
 
-TEST_F(StorageWriteVerify, TellsAnUnreadableBlockOfTheFile) {
+TEST_F(StorageWriteVerify, tells_an_unreadable_block_of_the_file) {
   faulty.failReads(kMib, 1);
   run();
   EXPECT_EQ(journal.parametersOf(StorageEvent::Unreadable).at(1), std::to_string(kMib / kBlock));
 }
 
-TEST_F(StorageWriteVerify, TellsAFailedFlush) {
+TEST_F(StorageWriteVerify, tells_a_failed_flush) {
   faulty.failFlush(EIO);
   run();
   EXPECT_EQ(journal.count(StorageEvent::WriteFailed), 1);
 }
 
-TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFullFileSystem) {
+TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_full_file_system) {
   faulty.failWrites(kMib, 1, ENOSPC);
   run();
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
-TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemThatIsFullAtTheFlush) {
+TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_file_system_that_is_full_at_the_flush) {
   faulty.failFlush(ENOSPC);
   run();
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
-TEST_F(StorageWriteVerify, WritesAgainWhatWasCutShort) {
+TEST_F(StorageWriteVerify, writes_again_what_was_cut_short) {
   faulty.shortenWrites(kMib, 1);
   EXPECT_EQ(run().bytes, kDiskSize);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST_F(StorageWriteVerify, TakesAWriteThatIsCutShortByAFullFileSystemForNoFault) {
+TEST_F(StorageWriteVerify, takes_a_write_that_is_cut_short_by_a_full_file_system_for_no_fault) {
   faulty.shortenWrites(kMib, 1).failWrites(kMib, 1, ENOSPC);
   run();
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
 }
 
-TEST_F(StorageWriteVerify, TellsAWriteThatIsCutShortAgainAndAgain) {
+TEST_F(StorageWriteVerify, tells_a_write_that_is_cut_short_again_and_again) {
   faulty.shortenWrites(kMib, FaultySource::kAlways);
   run();
   EXPECT_EQ(journal.parametersOf(StorageEvent::WriteFailed).at(3), "fewer bytes than asked for");
 }
 
-TEST_F(StorageWriteVerify, DoesNotBlameTheDiskForAFileSystemSetReadOnly) {
+TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_file_system_set_read_only) {
   faulty.failWrites(kMib, 1, EROFS);
   EXPECT_THROW(run(), std::system_error);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
-TEST_F(StorageWriteVerify, EndsWhenTheDiskIsGone) {
+TEST_F(StorageWriteVerify, ends_when_the_disk_is_gone) {
   faulty.failWrites(kMib, 1, ENXIO);
   EXPECT_THROW(run(), std::system_error);
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
-TEST_F(StorageWriteVerify, CountsTheFaultsBeyondThoseThatItDescribes) {
+TEST_F(StorageWriteVerify, counts_the_faults_beyond_those_that_it_describes) {
   faulty.loseWrites(0);
-  for (std::uint64_t offset = 0; offset < kDiskSize; offset += 64 * kIb) {
+  for (std::uint64_t offset = 0; offset < kDiskSize; offset += 64 * kKib) {
     faulty.flipWrites(offset + 1000, 0xFF);
   }
-  EXPECT_GE(run().faultySectors, kDiskSize / (64 * kIb));
+  EXPECT_GE(run().faultySectors, kDiskSize / (64 * kKib));
   EXPECT_LE(journal.complaints().size(), 40U);
 }
 
-TEST_F(StorageWriteVerify, StopsInTheMiddleWithoutAVerdict) {
+TEST_F(StorageWriteVerify, stops_in_the_middle_without_a_verdict) {
   journal.stopAfter(20);
   run();
   EXPECT_EQ(journal.count(StorageEvent::WrittenAndVerified), 0);

@@ -49,7 +49,7 @@ class StoragePackage : public testing::Test {
   fs::path m_folder;
 };
 
-TEST_F(StoragePackage, PassesEveryTestOnASoundDevice) {
+TEST_F(StoragePackage, passes_every_test_on_a_sound_device) {
   const auto run = runQuick({1, 4, 5, 6, 7, 8});
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
   for (const unsigned int code : {1U, 2U, 3U, 4U, 6U, 7U}) {
@@ -60,13 +60,13 @@ TEST_F(StoragePackage, PassesEveryTestOnASoundDevice) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(StoragePackage, LeavesNothingBehind) {
+TEST_F(StoragePackage, leaves_nothing_behind) {
   runQuick({8});
   const auto entries = fs::directory_iterator(path().parent_path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
 
-TEST_F(StoragePackage, WarnsOfADeviceWhoseSizeIsNotWhatItWas) {
+TEST_F(StoragePackage, warns_of_a_device_whose_size_is_not_what_it_was) {
   driver.devices();
   fs::resize_file(path(), std::uintmax_t{4} << 20);
   const auto run = runQuick({1});
@@ -76,7 +76,7 @@ TEST_F(StoragePackage, WarnsOfADeviceWhoseSizeIsNotWhatItWas) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(StoragePackage, WarnsOfARateBelowTheOneAskedFor) {
+TEST_F(StoragePackage, warns_of_a_rate_below_the_one_asked_for) {
   driver.set("TestID4", "MinimumRate", "100000000");
   const auto run = runQuick({4});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
@@ -84,7 +84,7 @@ TEST_F(StoragePackage, WarnsOfARateBelowTheOneAskedFor) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(StoragePackage, DoesNotBlameADeviceThatVanished) {
+TEST_F(StoragePackage, does_not_blame_a_device_that_vanished) {
   driver.devices();
   fs::remove(path());
   const auto run = runQuick({4});
@@ -92,21 +92,21 @@ TEST_F(StoragePackage, DoesNotBlameADeviceThatVanished) {
   EXPECT_TRUE(run.has(9040));
 }
 
-TEST_F(StoragePackage, OffersNoHealthTestsForAFileAndSaysWhy) {
+TEST_F(StoragePackage, offers_no_health_tests_for_a_file_and_says_why) {
   EXPECT_FALSE(driver.supports("image", 2));
   EXPECT_FALSE(driver.supports("image", 3));
   EXPECT_TRUE(driver.supports("image", 4));
   EXPECT_THAT(driver.logText(), HasSubstr("a file has no health of its own"));
 }
 
-TEST_F(StoragePackage, TellsThePresentStatusOfADevice) {
+TEST_F(StoragePackage, tells_the_present_status_of_a_device) {
   DeviceEnum::IDevice* device = driver.device("image").getDevice();
   EXPECT_EQ(device->getDeviceStatus(), 0U);
   fs::remove(path());
   EXPECT_EQ(device->getDeviceStatus(), 2U);
 }
 
-TEST_F(StoragePackage, GivesEachDeviceALockOfItsOwn) {
+TEST_F(StoragePackage, gives_each_device_a_lock_of_its_own) {
   std::vector<std::string> tags;
   for (auto& device : driver.devices()) {
     tags.push_back(device.getDevice()->getResourceTag());
@@ -115,17 +115,17 @@ TEST_F(StoragePackage, GivesEachDeviceALockOfItsOwn) {
   EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
 }
 
-TEST_F(StoragePackage, LeavesOutAFileThatIsNotThere) {
+TEST_F(StoragePackage, leaves_out_a_file_that_is_not_there) {
   driver.set("Package", "DeviceFile2", "/no/such/file");
   driver.devices();
   EXPECT_THAT(driver.logText(), HasSubstr("/no/such/file is no file"));
 }
 
-TEST(StoragePackageTexts, AreCompleteInEveryLanguage) {
+TEST(StoragePackageTexts, are_complete_in_every_language) {
   EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "storage"), IsEmpty());
 }
 
-TEST(StoragePackageObject, IsGoneAfterItsRelease) {
+TEST(StoragePackageObject, is_gone_after_its_release) {
   const char* file = TARVEX_PACKAGE_DIR "/libstorage.so";
   void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(handle, nullptr) << dlerror();
