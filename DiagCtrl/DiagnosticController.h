@@ -371,21 +371,21 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void notifyCtrlEvent();
 
  private:
-  // The steps of the operations. Each class stands beside the operations that it serves.
-  class Abort;
-  class Call;
-  struct CallBackList;
-  class Control;
-  class Enumeration;
-  class Estimation;
-  class Machinery;
-  class PackageProbe;
-  class Query;
-  class Queueing;
-  class Registration;
-  class Reset;
-  class Setting;
-  class Text;
+  // The steps of the operations, in classes that stand beside the operations which they serve.
+  class TARVEXDIAGS_INTERNAL Abort;
+  class TARVEXDIAGS_INTERNAL Call;
+  struct TARVEXDIAGS_INTERNAL CallBackList;
+  class TARVEXDIAGS_INTERNAL Control;
+  class TARVEXDIAGS_INTERNAL Enumeration;
+  class TARVEXDIAGS_INTERNAL Estimation;
+  class TARVEXDIAGS_INTERNAL Machinery;
+  class TARVEXDIAGS_INTERNAL PackageProbe;
+  class TARVEXDIAGS_INTERNAL Query;
+  class TARVEXDIAGS_INTERNAL Queueing;
+  class TARVEXDIAGS_INTERNAL Registration;
+  class TARVEXDIAGS_INTERNAL Reset;
+  class TARVEXDIAGS_INTERNAL Setting;
+  class TARVEXDIAGS_INTERNAL Text;
 
   DiagnosticController();
 
