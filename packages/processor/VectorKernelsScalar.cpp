@@ -32,17 +32,17 @@ struct Promoted {
                          unsigned int, Scalar>;
 };
 
-#define TARVEX_ELEMENTWISE(function, name, element, type, expression)               \
-  void function(VectorBatch& batch) {                                               \
-    using Operand = Promoted<type>::Type;                                           \
+#define TARVEX_ELEMENTWISE(function, name, element, type, expression)                \
+  void function(VectorBatch& batch) {                                                \
+    using Operand = Promoted<type>::Type;                                            \
     for (std::size_t index = 0; index < kVectorBatchBytes / sizeof(type); ++index) { \
-      const Operand a = elementOf<type>(batch.first, index);                        \
-      const Operand b = elementOf<type>(batch.second, index);                       \
-      const Operand c = elementOf<type>(batch.third, index);                        \
-      static_cast<void>(b);                                                         \
-      static_cast<void>(c);                                                         \
-      store(batch, index, static_cast<type>(expression));                           \
-    }                                                                               \
+      const Operand a = elementOf<type>(batch.first, index);                         \
+      const Operand b = elementOf<type>(batch.second, index);                        \
+      const Operand c = elementOf<type>(batch.third, index);                         \
+      static_cast<void>(b);                                                          \
+      static_cast<void>(c);                                                          \
+      store(batch, index, static_cast<type>(expression));                            \
+    }                                                                                \
   }
 #define TARVEX_SPECIAL(function, name, element)
 
