@@ -23,19 +23,17 @@ function(tarvex_add_library name)
   add_library(${name} SHARED ${sources})
   add_library(TarvexDiags::${name} ALIAS ${name})
   target_compile_features(${name} PUBLIC cxx_std_20)
-  target_include_directories(${name} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tarvexdiags>)
-  target_link_libraries(${name} PRIVATE
-    $<BUILD_INTERFACE:tarvex_warnings> $<BUILD_INTERFACE:tarvex_coverage>)
+  target_include_directories(
+    ${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+                   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tarvexdiags>)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:tarvex_warnings>
+                                        $<BUILD_INTERFACE:tarvex_coverage>)
   if(NOT TARVEX_SANITIZED)
     # A sanitizer's runtime is found only when the program is linked.
     target_link_options(${name} PRIVATE -Wl,-z,defs)
   endif()
-  set_target_properties(${name} PROPERTIES
-    VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR}
-    INSTALL_RPATH "$ORIGIN")
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION
+                                           ${PROJECT_VERSION_MAJOR} INSTALL_RPATH "$ORIGIN")
 endfunction()
 
 # tarvex_add_program(<name> SOURCES <source>... [LIBRARIES <library>...]): an executable of the
@@ -43,6 +41,6 @@ endfunction()
 function(tarvex_add_program name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
   add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE
-    ${arg_LIBRARIES} TarvexDiags::diagctrl TarvexDiags::diagframework tarvex_warnings)
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} TarvexDiags::diagctrl
+                                        TarvexDiags::diagframework tarvex_warnings)
 endfunction()

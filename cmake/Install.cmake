@@ -7,31 +7,30 @@ set(tarvex_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TarvexDiags")
 set(tarvex_kit_data_dir "${CMAKE_INSTALL_DATADIR}/tarvexdiags/packagekit")
 set(tarvex_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
-install(TARGETS diagframework diagctrl
-  EXPORT TarvexDiagsTargets
-  LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-install(DIRECTORY DiagCtrl Diag DeviceEnum System packagekit
+install(TARGETS diagframework diagctrl EXPORT TarvexDiagsTargets
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+install(
+  DIRECTORY DiagCtrl Diag DeviceEnum System packagekit
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/tarvexdiags"
-  FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
+  FILES_MATCHING
+  PATTERN "*.h"
+  PATTERN "internal" EXCLUDE)
 
-install(EXPORT TarvexDiagsTargets
-  NAMESPACE TarvexDiags::
-  DESTINATION "${tarvex_package_dir}")
-configure_package_config_file(cmake/TarvexDiagsConfig.cmake.in TarvexDiagsConfig.cmake
-  INSTALL_DESTINATION "${tarvex_package_dir}"
-  PATH_VARS tarvex_kit_data_dir)
+install(EXPORT TarvexDiagsTargets NAMESPACE TarvexDiags:: DESTINATION "${tarvex_package_dir}")
+configure_package_config_file(
+  cmake/TarvexDiagsConfig.cmake.in TarvexDiagsConfig.cmake
+  INSTALL_DESTINATION "${tarvex_package_dir}" PATH_VARS tarvex_kit_data_dir)
 write_basic_package_version_file(TarvexDiagsConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES
-  "${PROJECT_BINARY_DIR}/TarvexDiagsConfig.cmake"
-  "${PROJECT_BINARY_DIR}/TarvexDiagsConfigVersion.cmake"
-  cmake/TarvexPackage.cmake
+install(
+  FILES "${PROJECT_BINARY_DIR}/TarvexDiagsConfig.cmake"
+        "${PROJECT_BINARY_DIR}/TarvexDiagsConfigVersion.cmake" cmake/TarvexPackage.cmake
   DESTINATION "${tarvex_package_dir}")
 
 # The pkg-config files find the prefix from where they lie, so an installed tree can be moved.
-cmake_path(ABSOLUTE_PATH tarvex_pkgconfig_dir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"
-  NORMALIZE OUTPUT_VARIABLE tarvex_pkgconfig_path)
+cmake_path(ABSOLUTE_PATH tarvex_pkgconfig_dir BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE
+           OUTPUT_VARIABLE tarvex_pkgconfig_path)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${tarvex_pkgconfig_path}"
-  OUTPUT_VARIABLE TARVEX_PREFIX_FROM_PKGCONFIG)
+           OUTPUT_VARIABLE TARVEX_PREFIX_FROM_PKGCONFIG)
 foreach(file IN ITEMS tarvexdiags tarvexdiags-framework)
   configure_file("cmake/${file}.pc.in" "${file}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${file}.pc" DESTINATION "${tarvex_pkgconfig_dir}")

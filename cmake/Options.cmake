@@ -2,8 +2,8 @@
 
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
-set(TARVEX_INSTRUMENTATION "none" CACHE STRING
-  "What the build is instrumented for: none, asan, tsan or coverage")
+set(TARVEX_INSTRUMENTATION "none"
+    CACHE STRING "What the build is instrumented for: none, asan, tsan or coverage")
 set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage)
 
 set(CMAKE_CXX_STANDARD 20)
@@ -21,14 +21,14 @@ endif()
 if(TARVEX_USE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   find_program(TARVEX_CCACHE ccache)
   if(TARVEX_CCACHE)
-    set(CMAKE_CXX_COMPILER_LAUNCHER
-      "${CMAKE_COMMAND}" -E env "CCACHE_SLOPPINESS=pch_defines,time_macros" "${TARVEX_CCACHE}")
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+                                    "CCACHE_SLOPPINESS=pch_defines,time_macros" "${TARVEX_CCACHE}")
   endif()
 endif()
 
 # Source file names compiled into messages and exceptions are relative to the root. (ccache with a
 # base folder hands relative names to the compiler.)
-cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_BINARY_DIR}"
-  OUTPUT_VARIABLE tarvex_root_from_build)
-add_compile_options(
-  "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fmacro-prefix-map=${tarvex_root_from_build}/=")
+cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_BINARY_DIR}" OUTPUT_VARIABLE
+           tarvex_root_from_build)
+add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/="
+                    "-fmacro-prefix-map=${tarvex_root_from_build}/=")

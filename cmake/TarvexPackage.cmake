@@ -28,7 +28,8 @@ set(TARVEX_INSTALLED_PACKAGE_GROUPS packages selftest)
 function(tarvex_join_package_file source kit_file output)
   get_filename_component(output_dir "${output}" DIRECTORY)
   file(MAKE_DIRECTORY "${output_dir}")
-  add_custom_command(OUTPUT "${output}"
+  add_custom_command(
+    OUTPUT "${output}"
     COMMAND "${CMAKE_COMMAND}" -E cat "${source}" "${kit_file}" > "${output}"
     DEPENDS "${source}" "${kit_file}"
     COMMENT "Joining ${output}"
@@ -48,8 +49,8 @@ function(tarvex_add_package)
   set(install_dir "${CMAKE_INSTALL_LIBDIR}/tarvexdiags/${arg_GROUP}")
 
   set(files "${output_dir}/${arg_NAME}.cfg")
-  tarvex_join_package_file(
-    "${folder}/${arg_NAME}.cfg" "${TARVEX_KIT_DATA_DIR}/kit.cfg" "${output_dir}/${arg_NAME}.cfg")
+  tarvex_join_package_file("${folder}/${arg_NAME}.cfg" "${TARVEX_KIT_DATA_DIR}/kit.cfg"
+                           "${output_dir}/${arg_NAME}.cfg")
   # The languages are those that the kit itself has texts in.
   file(GLOB kit_texts CONFIGURE_DEPENDS "${TARVEX_KIT_DATA_DIR}/*/kit.cfg")
   foreach(kit_text IN LISTS kit_texts)
@@ -81,17 +82,13 @@ function(tarvex_add_package)
     endif()
     add_dependencies(bundled_packages ${target})
   endif()
-  set_target_properties(${target} PROPERTIES
-    OUTPUT_NAME "${arg_NAME}"
-    PREFIX "lib"
-    CXX_VISIBILITY_PRESET hidden
-    VISIBILITY_INLINES_HIDDEN ON
-    LIBRARY_OUTPUT_DIRECTORY "${output_dir}"
-    INSTALL_RPATH "$ORIGIN/../..")
-  target_link_options(${target} PRIVATE
-    "-Wl,--version-script=${TARVEX_KIT_DATA_DIR}/package.map")
-  set_property(TARGET ${target} APPEND PROPERTY
-    LINK_DEPENDS "${TARVEX_KIT_DATA_DIR}/package.map")
+  set_target_properties(
+    ${target}
+    PROPERTIES
+      OUTPUT_NAME "${arg_NAME}" PREFIX "lib" CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN
+      ON LIBRARY_OUTPUT_DIRECTORY "${output_dir}" INSTALL_RPATH "$ORIGIN/../..")
+  target_link_options(${target} PRIVATE "-Wl,--version-script=${TARVEX_KIT_DATA_DIR}/package.map")
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${TARVEX_KIT_DATA_DIR}/package.map")
   # A unique symbol would keep the package mapped after the last dlclose.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
   if(arg_GROUP IN_LIST TARVEX_INSTALLED_PACKAGE_GROUPS)
