@@ -9,7 +9,7 @@ STAGES=(
   "packages     240  always  installs the Debian packages that are missing"
   "dev          330  quick   the test suite, in a build made for daily work"
   "scripts       10  full    shellcheck of the scripts"
-  "format        15  full    clang-format of the sources"
+  "format        25  full    clang-format of the sources, cmake-format of the build's files"
   "model         60  full    the models of the controller's threads, over every schedule"
   "setup         60  full    configuring on a bare system, with nothing but the listed packages"
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
@@ -106,14 +106,28 @@ stage_scripts() {
   say "scripts: ${#scripts[@]} are clean"
 }
 
+# A test's name is a sentence, what must be true: words in small letters, or tokens in capitals.
+check_sentences() {
+  local others
+  others=$(grep -rnE --include='*.cpp' --include='*.h' \
+    '^(TYPED_)?TEST(_F|_P)?\([A-Za-z0-9_]+,[[:space:]]*([A-Z][a-z]|.*[a-z][A-Z])' tests || true)
+  [[ -z $others ]] || fail "format: tests whose names are no sentences:"$'\n'"$others"
+}
+
 stage_format() {
-  local folders sources
+  local folders sources lists
   mapfile -t folders < <(existing "${CPP_FOLDERS[@]}")
-  mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' | sort)
+  mapfile -t sources < <(find "${folders[@]}" -name '*.h' -o -name '*.cpp' -o -name '*.inc' | sort)
   needs sources "${#sources[@]}"
   clang-format-14 --dry-run -Werror "${sources[@]}" ||
     fail "format: clang-format-14 -i FILE puts each file right"
-  say "format: ${#sources[@]} files are formatted"
+  mapfile -t lists < <(find CMakeLists.txt cmake "${folders[@]}" \
+    -name 'CMakeLists.txt' -o -name '*.cmake' | sort)
+  needs "CMake files" "${#lists[@]}"
+  cmake-format --check "${lists[@]}" ||
+    fail "format: cmake-format -i FILE puts each CMake file right"
+  check_sentences
+  say "format: ${#sources[@]} sources and ${#lists[@]} CMake files are formatted"
 }
 
 stage_model() {
