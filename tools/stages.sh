@@ -308,7 +308,7 @@ schedules() {
 # In the build that the coverage needs anyway: a sanitizer's runtime has locks of its own.
 stage_schedules() {
   local seed
-  build_preset coverage pipeline_test pipeline_stress cycles_test
+  build_preset coverage pipeline_test regressions_test pipeline_stress cycles_test
   for seed in 1 2; do
     schedules "$seed" 15 5
   done
@@ -316,7 +316,7 @@ stage_schedules() {
 
 stage_long_schedules() {
   local seed
-  build_preset coverage pipeline_test pipeline_stress cycles_test
+  build_preset coverage pipeline_test regressions_test pipeline_stress cycles_test
   for seed in {1..10}; do
     schedules "$seed" 60 20
   done
