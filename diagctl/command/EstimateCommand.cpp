@@ -5,10 +5,11 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
-#include <memory>
 #include <string>
 
+#include "diagctl/run/RequestWatch.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/Inbox.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -16,8 +17,6 @@
 namespace TarvexDiags::FrontEnd {
 
 namespace {
-
-using Controller = DiagCtrl::DiagnosticController;
 
 constexpr std::chrono::milliseconds kLongestWait{100};
 constexpr unsigned long kLongestRun = 3600;
@@ -35,11 +34,8 @@ Diag::DiagnosticSettings estimationSettings(bool isQuick) {
 /// The figures of requests that are under way.
 class Collection {
  public:
-  explicit Collection(Session& session) : m_session(session) {
-    unsigned long registration = 0;
-    require(session.controller().registerForDiagResults(&session.wakeups().object(), registration),
-            tr("registering for results"));
-    m_registration = static_cast<long>(registration);
+  explicit Collection(Session& session) : m_session(session), m_watch(session.controller()) {
+    m_results.open(session.controller(), session.wakeups());
   }
 
   void queue(Estimate& estimate, bool isQuick) {
@@ -55,7 +51,7 @@ class Collection {
 
   void waitForAll() {
     while (!m_open.empty() && Interruption::signal() == 0) {
-      const std::vector<unsigned int> over = finished();
+      const std::vector<unsigned int> over = ended();
       collect();
       for (const unsigned int request : over) {
         m_open.erase(request);
@@ -67,12 +63,10 @@ class Collection {
   }
 
  private:
-  std::vector<unsigned int> finished() {
+  std::vector<unsigned int> ended() const {
     std::vector<unsigned int> requests;
     for (const auto& [request, estimate] : m_open) {
-      DiagCtrl::TestRequest* object = nullptr;
-      const auto code = m_session.controller().getTestRequest(static_cast<int>(request), object);
-      if (code != Controller::SUCCESS || object->ifIDiagnosticsDeleted()) {
+      if (m_watch.hasEnded(request)) {
         requests.push_back(request);
       }
     }
@@ -80,12 +74,8 @@ class Collection {
   }
 
   void collect() {
-    DiagCtrl::ResultVector* drained = nullptr;
-    require(m_session.controller().getDiagnosticResults(m_registration, drained),
-            tr("collecting estimates"));
-    const std::unique_ptr<DiagCtrl::ResultVector> results(drained);
-    for (Diag::DiagnosticResult* given : *results) {
-      const std::unique_ptr<Diag::DiagnosticResult> result(given);
+    require(m_results.drain(), tr("collecting estimates"));
+    while (const auto result = m_results.takeFirst()) {
       const auto entry = m_open.find(result->getTestRequestId());
       if (entry != m_open.end() && result->getEstimatedTime() != 0) {
         entry->second->seconds = std::max(result->getEstimatedTime(), -1);
@@ -94,7 +84,8 @@ class Collection {
   }
 
   Session& m_session;
-  long m_registration = 0;
+  RequestWatch m_watch;
+  Inbox<Diag::DiagnosticResult> m_results;
   std::map<unsigned int, Estimate*> m_open;
 };
 

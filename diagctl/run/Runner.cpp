@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <deque>
-#include <memory>
 #include <utility>
 
 #include "diagctl/session/ControllerFailure.h"
@@ -62,38 +60,6 @@ std::string hardwareIdOf(const SelectedPair& pair) {
   return fmt::format("{}-{}", pair.package->index, pair.device->id);
 }
 
-/// Takes a drained vector and its messages over, and shows each to a function.
-template <class Message, class Use>
-void forEachDrained(std::vector<Message*>* drained, Use use) {
-  const std::unique_ptr<std::vector<Message*>> messages(drained);
-  for (Message* message : *messages) {
-    const std::unique_ptr<Message> owned(message);
-    use(*owned);
-  }
-}
-
-/// Takes a drained vector and its messages over, behind those that are already there.
-template <class Message>
-void append(std::deque<std::unique_ptr<Message>>& inbox, std::vector<Message*>* drained) {
-  const std::unique_ptr<std::vector<Message*>> messages(drained);
-  for (Message* message : *messages) {
-    inbox.emplace_back(message);
-  }
-}
-
-/// Takes the first message of an inbox that is meant; null if there is none.
-template <class Message, class IsMeant>
-std::unique_ptr<Message> takeFirst(std::deque<std::unique_ptr<Message>>& inbox, IsMeant isMeant) {
-  const auto found = std::find_if(inbox.begin(), inbox.end(),
-                                  [&](const auto& message) { return isMeant(*message); });
-  if (found == inbox.end()) {
-    return nullptr;
-  }
-  std::unique_ptr<Message> message = std::move(*found);
-  inbox.erase(found);
-  return message;
-}
-
 }  // namespace
 
 struct Runner::Step {
@@ -122,12 +88,14 @@ Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& re
       m_plan(plan),
       m_sink(std::move(sink)),
       m_requests(requests),
-      m_parameters(parametersOf(plan.options)) {}
+      m_parameters(parametersOf(plan.options)),
+      m_watch(session.controller()) {}
 
 Runner::~Runner() = default;
 
 RunSummary Runner::run(const RunStarted& start) {
-  registerForMessages();
+  m_events.open(m_session.controller(), m_session.wakeups());
+  m_results.open(m_session.controller(), m_session.wakeups());
   tell(start);
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});
@@ -139,18 +107,6 @@ RunSummary Runner::run(const RunStarted& start) {
   const RunSummary summary = summarise();
   tell(verdictOf(summary));
   return summary;
-}
-
-void Runner::registerForMessages() {
-  Controller& controller = m_session.controller();
-  unsigned long events = 0;
-  unsigned long results = 0;
-  require(controller.registerForDiagEvents(&m_session.wakeups().object(), events),
-          tr("registering for events"));
-  require(controller.registerForDiagResults(&m_session.wakeups().object(), results),
-          tr("registering for results"));
-  m_eventRegistration = static_cast<long>(events);
-  m_resultRegistration = static_cast<long>(results);
 }
 
 void Runner::waitForAll() {
@@ -299,12 +255,13 @@ void Runner::collect() {
   // Looked at before the queues are drained: what was told before a step's end is told first.
   std::vector<Step*> over;
   for (Step& step : m_steps) {
-    if (!step.hasEnded && isOver(step)) {
+    if (!step.hasEnded && m_watch.hasEnded(step.requestId)) {
       over.push_back(&step);
     }
   }
   collectControllerEvents();
-  collectMessages();
+  drainMessages();
+  tellMessages([](unsigned int /*requestId*/) { return true; });
   collectProgress();
   for (Step* step : over) {
     if (!step->hasEnded) {
@@ -318,52 +275,24 @@ Runner::Step* Runner::stepOf(unsigned int requestId) {
   return entry != m_stepByRequest.end() ? &m_steps[entry->second] : nullptr;
 }
 
-// A request has ended when its status is final and its package's object is gone: an aborted one is
-// final long before its package has returned.
-bool Runner::isOver(Step& step) {
-  DiagCtrl::TestRequest* request = nullptr;
-  if (m_session.controller().getTestRequest(static_cast<int>(step.requestId), request) !=
-      Controller::SUCCESS) {
-    return true;
-  }
-  const auto status = request->getTestRequestStatus(-1);
-  const bool isFinal =
-      status == DiagCtrl::TestRequest::COMPLETED || status == DiagCtrl::TestRequest::ABORTED;
-  return isFinal && request->ifIDiagnosticsDeleted();
-}
-
-// Results are drained first and judged last: the events of a pass arrive before its result, so none
-// of them is missed that way.
-void Runner::collectMessages() {
-  drainMessages();
-  tellMessages([](unsigned int /*requestId*/) { return true; });
-}
-
-// Results first: an event that a package raised before its result is in the queue by then.
+// Results are drained first and judged last: an event that a package raised before its result is in
+// the queue by then, so none of a pass is missed.
 void Runner::drainMessages() {
-  DiagCtrl::ResultVector* results = nullptr;
-  if (m_session.controller().getDiagnosticResults(m_resultRegistration, results) ==
-      Controller::SUCCESS) {
-    append(m_results, results);
-  }
-  DiagCtrl::EventVector* events = nullptr;
-  if (m_session.controller().getDiagnosticEvents(m_eventRegistration, events) ==
-      Controller::SUCCESS) {
-    append(m_events, events);
-  }
+  m_results.drain();
+  m_events.drain();
 }
 
 void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
   const auto isMeantMessage = [&](const Diag::DiagnosticEvent& message) {
     return isMeant(message.getTestRequestId());
   };
-  while (const auto event = takeFirst(m_events, isMeantMessage)) {
+  while (const auto event = m_events.takeFirst(isMeantMessage)) {
     if (Step* step = stepOf(event->getTestRequestId())) {
       begin(*step);
       tellEvent(*step, *event);
     }
   }
-  while (const auto result = takeFirst(m_results, isMeantMessage)) {
+  while (const auto result = m_results.takeFirst(isMeantMessage)) {
     if (Step* step = stepOf(result->getTestRequestId())) {
       begin(*step);
       judge(*step, *result);
@@ -452,89 +381,72 @@ void Runner::judge(Step& step, const Diag::DiagnosticResult& result) {
 }
 
 void Runner::collectControllerEvents() {
-  DiagCtrl::CtrlEventVector* drained = nullptr;
-  if (m_session.controller().getDiagnosticCtrlEvents(
-          static_cast<long>(m_session.controlRegistration()), drained) != Controller::SUCCESS) {
-    return;
-  }
-  forEachDrained(drained, [&](const DiagCtrl::DiagCtrlEvent& event) {
-    Step* step = stepOf(event.getTestRequestId());
+  m_session.controllerEvents().drain();
+  while (const auto event = m_session.controllerEvents().takeFirst()) {
+    Step* step = stepOf(event->getTestRequestId());
     if (step == nullptr || step->hasEnded) {
-      return;
+      continue;
     }
-    const CodeEntry& entry = entryOfEvent(event.getEventCode());
+    const CodeEntry& entry = entryOfEvent(event->getEventCode());
     switch (entry.effect) {
       case CodeEntry::Effect::Nothing:
-        return;
+        break;
       case CodeEntry::Effect::Aborted:
         step->isAborted = true;
-        return;
+        break;
       case CodeEntry::Effect::Trouble:
         step->hasTrouble = true;
         begin(*step);
-        tell(StepTrouble{step->id, toSymptom(std::string(entry.name)), meaningOf(entry, event),
+        tell(StepTrouble{step->id, toSymptom(std::string(entry.name)), meaningOf(entry, *event),
                          told(entry.nextAction)});
+        break;
     }
-  });
+  }
 }
 
 void Runner::collectProgress() {
   for (Step& step : m_steps) {
-    DiagCtrl::TestRequest::TestRequestStatus status{};
-    int pass = 0;
-    int passes = 0;
-    bool stress = false;
-    Controller& controller = m_session.controller();
-    if (step.hasEnded || step.isAborted ||
-        controller.getRequestStatus(static_cast<long>(step.requestId), status, pass, passes,
-                                    stress) != Controller::SUCCESS ||
-        status != DiagCtrl::TestRequest::RUNNING) {
+    if (step.hasEnded || step.isAborted) {
+      continue;
+    }
+    const auto pass = m_watch.runningPass(step.requestId);
+    if (!pass) {
       continue;
     }
     begin(step);
-    unsigned int percent = 0;
-    if (controller.getDiagnosticProgress(step.requestId, percent) == Controller::SUCCESS) {
-      tellProgress(step, percent, pass, passes);
+    if (const auto percent = m_watch.progress(step.requestId)) {
+      tellProgress(step, *percent, *pass);
     }
   }
 }
 
 // At each change, and so often besides that a clock beside it goes on.
-void Runner::tellProgress(Step& step, unsigned int percent, int pass, int passes) {
+void Runner::tellProgress(Step& step, unsigned int percent, const RequestWatch::Pass& pass) {
   const auto now = Clock::now();
-  if (percent == step.progress && pass == step.pass && now - step.toldAt < kTick) {
+  if (percent == step.progress && pass.number == step.pass && now - step.toldAt < kTick) {
     return;
   }
   step.progress = percent;
-  step.pass = pass;
+  step.pass = pass.number;
   step.toldAt = now;
-  tell(StepProgress{step.id, percent, pass, passes, step.isSuspended});
+  tell(StepProgress{step.id, percent, pass.number, pass.of, step.isSuspended});
 }
 
 // A test that was judged is told to its end before another one begins: its place may be the reason
 // why the other could start.
 void Runner::endJudgedSteps(const Step& beginning) {
   for (Step& step : m_steps) {
-    if (&step == &beginning || !step.hasBegun || step.hasEnded || !isJudged(step)) {
+    if (&step == &beginning || !step.hasBegun || step.hasEnded ||
+        !m_watch.isJudged(step.requestId)) {
       continue;
     }
-    const auto giveUp = Clock::now() + kLongestWait;
-    while (!isOver(step) && Clock::now() < giveUp) {
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
-    }
+    const bool isOver = m_watch.waitForEnd(step.requestId, kLongestWait);
     drainMessages();
     tellMessages([&](unsigned int id) { return id == step.requestId; });
-    if (!step.hasEnded && isOver(step)) {
+    if (isOver && !step.hasEnded) {
       end(step);
     }
   }
-}
-
-bool Runner::isJudged(Step& step) {
-  DiagCtrl::TestRequest* request = nullptr;
-  return m_session.controller().getTestRequest(static_cast<int>(step.requestId), request) ==
-             Controller::SUCCESS &&
-         request->getTestRequestStatus(-1) == DiagCtrl::TestRequest::COMPLETED;
 }
 
 void Runner::begin(Step& step) {

@@ -1,10 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,7 +10,9 @@
 #include "Diag/DiagnosticResult.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunEvents.h"
+#include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
+#include "diagctl/session/Inbox.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/Session.h"
 
@@ -41,7 +41,6 @@ class Runner {
     std::string action;
   };
 
-  void registerForMessages();
   void tellSkipped();
   void tellMissingDevices();
   void queueAll();
@@ -50,22 +49,19 @@ class Runner {
   void endAfterTotalTime(std::chrono::steady_clock::time_point begin);
   void serveRequests();
   void collect();
-  void collectMessages();
   void drainMessages();
   void tellMessages(const std::function<bool(unsigned int)>& isMeant);
   void endJudgedSteps(const Step& beginning);
-  bool isJudged(Step& step);
   Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
   void judge(Step& step, const Diag::DiagnosticResult& result);
   void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
   void tellMeasurement(const Step& step, const Diag::DiagnosticEvent& event);
   void collectControllerEvents();
   void collectProgress();
-  void tellProgress(Step& step, unsigned int percent, int pass, int passes);
+  void tellProgress(Step& step, unsigned int percent, const RequestWatch::Pass& pass);
   void begin(Step& step);
   void end(Step& step);
   Step* stepOf(unsigned int requestId);
-  bool isOver(Step& step);
   void hold();
   void abortAll();
   void tell(RunEventBody body);
@@ -77,12 +73,11 @@ class Runner {
   Sink m_sink;
   RunRequests& m_requests;
   std::string m_parameters;
+  RequestWatch m_watch;
   std::vector<Step> m_steps;
   std::map<unsigned int, std::size_t> m_stepByRequest;
-  long m_eventRegistration = 0;
-  long m_resultRegistration = 0;
-  std::deque<std::unique_ptr<Diag::DiagnosticEvent>> m_events;
-  std::deque<std::unique_ptr<Diag::DiagnosticResult>> m_results;
+  Inbox<Diag::DiagnosticEvent> m_events;
+  Inbox<Diag::DiagnosticResult> m_results;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
   bool m_isAborted = false;
   Hold m_hold = Hold::None;  // what a person wants of all requests

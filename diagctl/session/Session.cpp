@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <memory>
-
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
@@ -54,8 +52,7 @@ Session::~Session() {
 
 // One package that fails leaves the others in the catalogue; its event tells of it.
 void Session::enumerate() {
-  require(m_controller.registerForDiagCtrlEvents(&m_wakeups.object(), m_controlRegistration),
-          tr("registering for the controller's events"));
+  m_controllerEvents.open(m_controller, m_wakeups);
   const Controller::errorCode code = m_controller.enumerateAllPackages();
   if (code != Controller::SUCCESS && !isLoss(code)) {
     throw ControllerFailure(tr("looking for packages"), code);
@@ -67,13 +64,9 @@ void Session::enumerate() {
 }
 
 void Session::collectWarnings() {
-  DiagCtrl::CtrlEventVector* drained = nullptr;
-  require(m_controller.getDiagnosticCtrlEvents(static_cast<long>(m_controlRegistration), drained),
-          tr("collecting the controller's events"));
-  const std::unique_ptr<DiagCtrl::CtrlEventVector> events(drained);
-  for (DiagCtrl::DiagCtrlEvent* event : *events) {
-    const std::unique_ptr<DiagCtrl::DiagCtrlEvent> owned(event);
-    m_warnings.push_back(describe(*owned));
+  require(m_controllerEvents.drain(), tr("collecting the controller's events"));
+  while (const auto event = m_controllerEvents.takeFirst()) {
+    m_warnings.push_back(describe(*event));
   }
 }
 

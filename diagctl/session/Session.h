@@ -6,6 +6,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "diagctl/session/Catalogue.h"
+#include "diagctl/session/Inbox.h"
 #include "diagctl/session/Texts.h"
 #include "diagctl/session/Wakeups.h"
 
@@ -36,8 +37,8 @@ class Session {
   const std::vector<std::string>& warnings() const { return m_warnings; }
   /// Wakes at each message of the controller.
   Wakeups& wakeups() { return m_wakeups; }
-  /// The registration for the controller's events.
-  unsigned long controlRegistration() const { return m_controlRegistration; }
+  /// The controller's own events.
+  Inbox<DiagCtrl::DiagCtrlEvent>& controllerEvents() { return m_controllerEvents; }
   /// Packages that could not be loaded: their tests have no verdict.
   std::size_t failedPackages() const { return m_warnings.size(); }
 
@@ -52,7 +53,7 @@ class Session {
   Catalogue m_catalogue;
   std::vector<std::string> m_warnings;
   Wakeups m_wakeups;
-  unsigned long m_controlRegistration = 0;
+  Inbox<DiagCtrl::DiagCtrlEvent> m_controllerEvents;
 };
 
 }  // namespace TarvexDiags::FrontEnd
