@@ -13,6 +13,7 @@
 #include "diagctl/command/Listing.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/Progress.h"
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/run/Machine.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
@@ -121,8 +122,8 @@ RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogu
   return start;
 }
 
-RunSummary runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
-                   Outputs& outputs) {
+RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
+                  Outputs& outputs) {
   SharedProgress progress(plan.requests.size());
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
@@ -131,11 +132,11 @@ RunSummary runPlan(const RunCommandOptions& options, Session& session, const Run
   Runner runner(
       session, plan, [&](const RunEvent& event) { progress.tell(event, options.isQuiet, outputs); },
       Interruption::requests());
-  const RunSummary summary = runner.run(openingOf(options, session.catalogue()));
+  const RunRecord record = runner.run(openingOf(options, session.catalogue()));
   if (!options.isQuiet) {
     progress.finish();
   }
-  return summary;
+  return record;
 }
 
 // Only tells what would run, with the code that a run of it could still come to.
@@ -167,10 +168,10 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
   const ReportingOptions& reporting = options.reporting;
   Outputs outputs(reporting.outputs, formatOf(reporting), isColoured(STDOUT_FILENO));
-  summary = runPlan(options, session, plan, outputs);
-  const int code = finish(outputs, exitCodeOf(summary, {.failedPackages = session.failedPackages(),
-                                                        .hasUnmatchedPattern = !isMatched,
-                                                        .isStrict = reporting.isStrict}));
+  const RunRecord record = runPlan(options, session, plan, outputs);
+  summary = summaryOf(record);
+  const int code = finish(outputs, exitCodeOf(record, {.hasUnmatchedPattern = !isMatched,
+                                                       .isStrict = reporting.isStrict}));
   return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();
 }
 

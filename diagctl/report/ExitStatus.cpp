@@ -3,18 +3,31 @@
 namespace TarvexDiags::FrontEnd {
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
-  if (summary.failed > 0) {
-    return ExitCode::kHardwareFailure;
+  switch (verdictOf(summary, conditions.failedPackages)) {
+    case RunVerdict::Failed:
+      return ExitCode::kHardwareFailure;
+    case RunVerdict::Troubled:
+    case RunVerdict::Aborted:
+      return ExitCode::kNoVerdict;
+    case RunVerdict::NothingRan:
+      return ExitCode::kNothingRan;
+    case RunVerdict::Warned:
+      if (conditions.isStrict) {
+        return ExitCode::kNoVerdict;
+      }
+      break;
+    case RunVerdict::Passed:
+      break;
   }
-  if (summary.troubled > 0 || summary.aborted > 0 || conditions.failedPackages > 0) {
-    return ExitCode::kNoVerdict;
-  }
-  if (summary.ran() == 0) {
-    return ExitCode::kNothingRan;
-  }
-  const bool isSpoilt =
-      conditions.hasUnmatchedPattern || (conditions.isStrict && summary.warned > 0);
-  return isSpoilt ? ExitCode::kNoVerdict : ExitCode::kPassed;
+  return conditions.hasUnmatchedPattern ? ExitCode::kNoVerdict : ExitCode::kPassed;
+}
+
+// A run that ended without a result for all, or did not end, has no verdict on what it left out.
+int exitCodeOf(const RunRecord& record, RunConditions conditions) {
+  conditions.failedPackages = record.troubles().size();
+  const int code = exitCodeOf(summaryOf(record), conditions);
+  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
+  return code == ExitCode::kPassed && !isWhole ? ExitCode::kNoVerdict : code;
 }
 
 int translate(int code, const RunSummary& summary, ExitStyle style) {

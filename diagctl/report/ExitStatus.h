@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "diagctl/report/RunVerdict.h"
+
 namespace TarvexDiags::FrontEnd {
 
 /// How a run that ended is told to the caller of the program.
@@ -20,18 +22,6 @@ inline constexpr int kUsage = 64;
 inline constexpr int kSignalBase = 128;
 }  // namespace ExitCode
 
-/// What became of a run, for the exit status.
-struct RunSummary {
-  std::size_t passed = 0;
-  std::size_t failed = 0;
-  std::size_t warned = 0;    ///< ended without a verdict, or with a warning
-  std::size_t troubled = 0;  ///< the tool could not do its work
-  std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
-  std::size_t skipped = 0;   ///< not possible here
-
-  std::size_t ran() const { return passed + failed + warned + troubled; }
-};
-
 /// What spoils a run beside its tests.
 struct RunConditions {
   std::size_t failedPackages = 0;    ///< packages that could not be loaded: no verdict on theirs
@@ -40,6 +30,9 @@ struct RunConditions {
 };
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
+
+/// The same for a record, live or of a log, which knows its lost packages by itself.
+int exitCodeOf(const RunRecord& record, RunConditions conditions);
 
 /// The same outcome in another style.
 int translate(int code, const RunSummary& summary, ExitStyle style);

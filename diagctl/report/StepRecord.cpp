@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numeric>
 
 #include "diagctl/terminal/Translation.h"
 
@@ -34,9 +35,7 @@ struct IntoStep {
     }
   }
   void operator()(const StepDiagnosis& diagnosis) const {
-    ++step.passes;
-    step.hasFailed |= diagnosis.verdict == Verdict::Fail;
-    step.hasWarning |= diagnosis.verdict == Verdict::Unknown;
+    ++step.verdicts[diagnosis.verdict];
     if (diagnosis.verdict != Verdict::Pass && step.symptom.empty()) {
       step.symptom = diagnosis.symptom;
     }
@@ -44,7 +43,7 @@ struct IntoStep {
     addOnce(step.actions, diagnosis.action);
   }
   void operator()(const StepTrouble& trouble) const {
-    step.hasTrouble = true;
+    ++step.troubles;
     if (step.symptom.empty()) {
       step.symptom = trouble.symptom;
     }
@@ -52,9 +51,7 @@ struct IntoStep {
     addOnce(step.actions, trouble.action);
   }
   void operator()(const StepEnded& ended) const {
-    step.hasEnded = true;
-    step.status = ended.status;
-    step.isAborted = ended.isAborted;
+    step.ended = ended;
     if (ended.status == RunStatus::Skip && step.findings.empty()) {
       addOnce(step.findings, step.news);  // the reason
     }
@@ -77,24 +74,27 @@ struct StepIdOf {
 
 }  // namespace
 
+int StepRecord::passes() const {
+  return std::accumulate(verdicts.begin(), verdicts.end(), 0,
+                         [](int sum, const auto& entry) { return sum + entry.second; });
+}
+
 StepRecord::Outcome StepRecord::outcome() const {
-  if (hasFailed) {
+  if (hasFailed()) {
     return Outcome::Failed;
   }
-  if (hasTrouble || status == RunStatus::Error) {
+  // A step without an end belongs to a run that was cut short.
+  if (troubles > 0 || !hasEnded() || ended->status == RunStatus::Error) {
     return Outcome::Trouble;
   }
-  if (!hasEnded) {
-    return Outcome::Trouble;  // the run was cut short
-  }
-  if (status == RunStatus::Skip) {
+  if (ended->status == RunStatus::Skip) {
     return Outcome::Skipped;
   }
-  return hasWarning ? Outcome::Warning : Outcome::Passed;
+  return verdicts.contains(Verdict::Unknown) ? Outcome::Warning : Outcome::Passed;
 }
 
 double StepRecord::seconds() const {
-  return hasEnded ? secondsBetween(begin, end) : 0;
+  return hasEnded() ? secondsBetween(begin, end) : 0;
 }
 
 const StepRecord* RunRecord::handle(const RunEvent& event) {
@@ -127,6 +127,11 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
   }
   step.end = event.time;
   return &step;
+}
+
+const StepRecord* RunRecord::find(const std::string& stepId) const {
+  const auto entry = m_steps.find(stepId);
+  return entry != m_steps.end() ? &entry->second : nullptr;
 }
 
 std::vector<const StepRecord*> RunRecord::steps() const {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,16 +19,17 @@ struct StepRecord {
   std::chrono::system_clock::time_point end;
   std::vector<std::string> findings;
   std::vector<std::string> actions;
-  std::string news;     ///< what was told last that is no finding
-  std::string symptom;  ///< of the first failure or trouble
-  int passes = 0;       ///< passes that were judged
-  bool hasFailed = false;
-  bool hasWarning = false;
-  bool hasTrouble = false;
-  bool hasEnded = false;
-  bool isAborted = false;
-  RunStatus status = RunStatus::Complete;
+  std::string news;                 ///< what was told last that is no finding
+  std::string symptom;              ///< of the first failure or trouble
+  std::map<Verdict, int> verdicts;  ///< how many passes were judged so
+  std::size_t troubles = 0;         ///< of the tool
+  std::optional<StepEnded> ended;
 
+  int passes() const;
+  bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
+  bool hasEnded() const { return ended.has_value(); }
+  bool isAborted() const { return hasEnded() && ended->isAborted; }
+  /// What the step came to; the order of precedence is settled here.
   Outcome outcome() const;
   double seconds() const;
 };
@@ -43,6 +45,8 @@ class RunRecord {
 
   const RunStarted& start() const { return m_start; }
   const std::vector<std::string>& troubles() const { return m_troubles; }
+  /// @return null before the step's beginning; else valid as long as the record.
+  const StepRecord* find(const std::string& stepId) const;
   /// Steps in the order in which they began.
   std::vector<const StepRecord*> steps() const;
   OutcomeSums sums() const;

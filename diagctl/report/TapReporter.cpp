@@ -67,7 +67,7 @@ void TapReporter::writeStep(const StepRecord& step) {
 // What did not end is told as it stands.
 void TapReporter::closeRun() {
   for (const StepRecord* step : m_record.steps()) {
-    if (!step->hasEnded) {
+    if (!step->hasEnded()) {
       writeStep(*step);
     }
   }

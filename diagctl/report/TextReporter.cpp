@@ -64,10 +64,10 @@ std::string TextReporter::verdictOf(const StepRecord& step) const {
 void TextReporter::writeStep(const StepRecord& step) {
   m_out.say("{}  {}: {} on {}", verdictOf(step), toPrintable(step.start.package),
             toPrintable(step.start.test), toPrintable(step.start.device));
-  if (step.start.passes > 1 || step.passes > 1) {
-    m_out.say(", {} of {} passes", step.passes, step.start.passes);
+  if (step.start.passes > 1 || step.passes() > 1) {
+    m_out.say(", {} of {} passes", step.passes(), step.start.passes);
   }
-  if (step.hasEnded) {
+  if (step.hasEnded()) {
     m_out.say(" ({:.1f} s)", step.seconds());
   }
   m_out.write("\n");
@@ -86,7 +86,7 @@ void TextReporter::finish() {
 
 void TextReporter::closeRun() {
   for (const StepRecord* step : m_record.steps()) {
-    if (!step->hasEnded) {
+    if (!step->hasEnded()) {
       writeStep(*step);
     }
   }

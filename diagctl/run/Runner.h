@@ -8,8 +8,8 @@
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
-#include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunEvents.h"
+#include "diagctl/report/StepRecord.h"
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Inbox.h"
@@ -30,16 +30,12 @@ class Runner {
   Runner& operator=(const Runner&) = delete;
 
   /// @param start the opening event of the stream.
-  RunSummary run(const RunStarted& start);
+  /// @return what the stream told, as long as the runner lives.
+  const RunRecord& run(const RunStarted& start);
 
  private:
   struct Step;
   enum class Hold { None, Suspended, Resumed };
-  struct Finding {
-    std::string symptom;
-    std::string text;
-    std::string action;
-  };
 
   void tellSkipped();
   void tellMissingDevices();
@@ -51,22 +47,17 @@ class Runner {
   void collect();
   void drainMessages();
   void tellMessages(const std::function<bool(unsigned int)>& isMeant);
+  void prepareBegin(const Step& step);
   void endJudgedSteps(const Step& beginning);
-  Finding findingOf(Step& step, const Diag::DiagnosticResult& result);
-  void judge(Step& step, const Diag::DiagnosticResult& result);
-  void tellEvent(Step& step, const Diag::DiagnosticEvent& event);
-  void tellMeasurement(const Step& step, const Diag::DiagnosticEvent& event);
   void collectControllerEvents();
   void collectProgress();
   void tellProgress(Step& step, unsigned int percent, const RequestWatch::Pass& pass);
-  void begin(Step& step);
   void end(Step& step);
   Step* stepOf(unsigned int requestId);
   void hold();
+  void abort(Step& step);
   void abortAll();
   void tell(RunEventBody body);
-  RunSummary summarise() const;
-  RunEnded verdictOf(const RunSummary& summary) const;
 
   Session& m_session;
   const RunPlan& m_plan;
@@ -74,8 +65,9 @@ class Runner {
   RunRequests& m_requests;
   std::string m_parameters;
   RequestWatch m_watch;
+  RunRecord m_record;
   std::vector<Step> m_steps;
-  std::map<unsigned int, std::size_t> m_stepByRequest;
+  std::map<unsigned int, Step*> m_stepByRequest;
   Inbox<Diag::DiagnosticEvent> m_events;
   Inbox<Diag::DiagnosticResult> m_results;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last

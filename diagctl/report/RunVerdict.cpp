@@ -1,0 +1,57 @@
+#include "diagctl/report/RunVerdict.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace TarvexDiags::FrontEnd {
+
+RunSummary summaryOf(const RunRecord& record) {
+  using Outcome = StepRecord::Outcome;
+  OutcomeSums sums = record.sums();
+  RunSummary summary;
+  summary.passed = sums[Outcome::Passed];
+  summary.failed = sums[Outcome::Failed];
+  summary.warned = sums[Outcome::Warning];
+  summary.troubled = sums[Outcome::Trouble];
+  const std::vector<const StepRecord*> steps = record.steps();
+  summary.aborted = static_cast<std::size_t>(
+      std::count_if(steps.begin(), steps.end(), [](const StepRecord* step) {
+        return step->isAborted() && step->outcome() == Outcome::Skipped;
+      }));
+  summary.skipped = sums[Outcome::Skipped] - summary.aborted;
+  return summary;
+}
+
+RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages) {
+  if (summary.failed > 0) {
+    return RunVerdict::Failed;
+  }
+  if (summary.troubled > 0 || lostPackages > 0) {
+    return RunVerdict::Troubled;
+  }
+  if (summary.aborted > 0) {
+    return RunVerdict::Aborted;
+  }
+  if (summary.ran() == 0) {
+    return RunVerdict::NothingRan;
+  }
+  return summary.warned > 0 ? RunVerdict::Warned : RunVerdict::Passed;
+}
+
+RunEnded endOf(RunVerdict verdict) {
+  switch (verdict) {
+    case RunVerdict::Failed:
+      return {RunStatus::Complete, RunResult::Fail};
+    case RunVerdict::Troubled:
+      return {RunStatus::Error, RunResult::NotApplicable};
+    case RunVerdict::Aborted:
+    case RunVerdict::NothingRan:
+      return {RunStatus::Skip, RunResult::NotApplicable};
+    case RunVerdict::Warned:
+    case RunVerdict::Passed:
+      break;
+  }
+  return {RunStatus::Complete, RunResult::Pass};
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,202 @@
+#include "diagctl/run/StepJudge.h"
+
+#include <fmt/format.h>
+
+#include <cctype>
+#include <utility>
+#include <vector>
+
+#include "diagctl/session/ControllerFailure.h"
+#include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Measurement.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace Contract = PackageKit::Contract;
+
+Severity severityOf(Diag::DiagnosticEvent::EventType type) {
+  switch (type) {
+    case Diag::DiagnosticEvent::WARNING_EVENT:
+      return Severity::Warning;
+    case Diag::DiagnosticEvent::ERROR_EVENT:
+      return Severity::Error;
+    case Diag::DiagnosticEvent::INFORMATION_EVENT:
+      break;
+  }
+  return Severity::Information;
+}
+
+std::string plainText(const Diag::DiagnosticEvent& event) {
+  return tr("event {}: {}", event.getEventCode(),
+            fmt::format("{}", fmt::join(event.getParamVector(), ", ")));
+}
+
+// What nobody knows has a number at least.
+std::string meaningOf(const CodeEntry& entry, const DiagCtrl::DiagCtrlEvent& event) {
+  return entry.eventNumber ? told(entry.meaning)
+                           : fmt::format("{} ({})", told(entry.meaning), event.getEventCode());
+}
+
+// A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
+std::string toSymptom(std::string token) {
+  for (char& character : token) {
+    const auto byte = static_cast<unsigned char>(character);
+    character = character == '_' ? '-' : static_cast<char>(std::tolower(byte));
+  }
+  return token;
+}
+
+}  // namespace
+
+std::string hardwareIdOf(const SelectedPair& pair) {
+  return fmt::format("{}-{}", pair.package->index, pair.device->id);
+}
+
+StepJudge::StepJudge(const PlannedRequest& planned, const Texts& texts, Stream stream,
+                     std::string id)
+    : m_planned(planned), m_texts(texts), m_stream(std::move(stream)), m_id(std::move(id)) {}
+
+void StepJudge::begin() {
+  if (hasBegun()) {
+    return;
+  }
+  m_stream.beforeBegin();
+  const SelectedPair& pair = m_planned.pair;
+  m_stream.tell(StepStarted{m_id, pair.package->name, pair.device->name, pair.test->name,
+                            hardwareIdOf(pair), m_planned.passes});
+}
+
+void StepJudge::take(const Diag::DiagnosticEvent& event) {
+  begin();
+  const Contract::RunEffect effect = Contract::effectOf(event.getEventType(), event.getEventCode());
+  if (effect == Contract::RunEffect::Measurement) {
+    tellMeasurement(event);
+    return;
+  }
+  if (effect == Contract::RunEffect::Nothing ||
+      (effect == Contract::RunEffect::Aborted && isAborted())) {
+    return;
+  }
+  const int package = m_planned.pair.package->index;
+  const std::string text = m_texts.message(package, event).value_or(plainText(event));
+  const std::string action = m_texts.action(package, event).value_or("");
+  if (effect == Contract::RunEffect::Trouble) {
+    m_stream.tell(StepTrouble{m_id, std::string(Contract::symptomOfTrouble(event.getEventCode())),
+                              text, action});
+    return;
+  }
+  if (effect == Contract::RunEffect::NotPossible && m_cut == Cut::None) {
+    m_cut = Cut::NotPossible;
+  }
+  const Severity severity = severityOf(event.getEventType());
+  if (severity == Severity::Information) {
+    m_stream.tell(StepMessage{m_id, severity, text, ""});  // nothing is to be done about it
+    return;
+  }
+  m_lastFinding = {toSymptom(m_texts.token(package, event).value_or("")), text, action};
+  m_stream.tell(StepMessage{m_id, severity, text, action});
+}
+
+// A figure where the value is one, else its words.
+void StepJudge::tellMeasurement(const Diag::DiagnosticEvent& event) const {
+  if (const auto measured = Contract::toMeasurement(event.getParamVector())) {
+    StepMeasurement figure{m_id, measured->name, measured->value, measured->unit,
+                           hardwareIdOf(m_planned.pair)};
+    if (const auto number = Contract::toNumber(measured->value)) {
+      figure.value = *number;
+    }
+    m_stream.tell(std::move(figure));
+  }
+}
+
+// A result names the event behind it, or else the last one of the pass is taken for it.
+StepJudge::Finding StepJudge::findingOf(const Diag::DiagnosticResult& result) {
+  Finding last = std::exchange(m_lastFinding, Finding());
+  const int package = m_planned.pair.package->index;
+  const auto token = m_texts.token(package, result);
+  if (result.getEventCode() == 0 || !token) {
+    return last;
+  }
+  return {toSymptom(*token), m_texts.message(package, result).value_or(plainText(result)),
+          m_texts.action(package, result).value_or("")};
+}
+
+// Why there is no verdict was told already, and it is not the hardware's doing.
+bool StepJudge::isTold() const {
+  return record()->troubles > 0 || m_cut != Cut::None;
+}
+
+void StepJudge::take(const Diag::DiagnosticResult& result) {
+  begin();
+  StepDiagnosis diagnosis{m_id,       Verdict::Pass, "passed", "", "", hardwareIdOf(m_planned.pair),
+                          ++m_results};
+  const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
+  if (verdict == Diag::DiagnosticResult::PASSED) {
+    m_stream.tell(diagnosis);
+    return;
+  }
+  if (verdict == Diag::DiagnosticResult::UNUSUAL_STATUS && isTold()) {
+    return;
+  }
+  const Finding finding = findingOf(result);
+  const bool isFailure = verdict == Diag::DiagnosticResult::FAILED;
+  diagnosis.verdict = isFailure ? Verdict::Fail : Verdict::Unknown;
+  diagnosis.symptom = isFailure ? "failed" : "unusual-status";
+  if (!finding.symptom.empty()) {
+    diagnosis.symptom = finding.symptom;
+  }
+  diagnosis.message = finding.text;
+  diagnosis.action = finding.action;
+  m_stream.tell(diagnosis);
+}
+
+void StepJudge::take(const DiagCtrl::DiagCtrlEvent& event) {
+  const CodeEntry& entry = entryOfEvent(event.getEventCode());
+  switch (entry.effect) {
+    case CodeEntry::Effect::Nothing:
+      break;
+    case CodeEntry::Effect::Aborted:
+      abort();
+      break;
+    case CodeEntry::Effect::Trouble:
+      begin();
+      m_stream.tell(StepTrouble{m_id, toSymptom(std::string(entry.name)), meaningOf(entry, event),
+                                told(entry.nextAction)});
+      break;
+  }
+}
+
+void StepJudge::takeRefusal(DiagCtrl::DiagnosticController::errorCode code) {
+  begin();
+  const ControllerFailure failure(tr("queueing the test"), code);
+  const CodeEntry* entry = findResult(code);
+  m_stream.tell(
+      StepTrouble{m_id, entry != nullptr ? toSymptom(std::string(entry->name)) : "queueing-failed",
+                  failure.what(), entry != nullptr ? told(entry->nextAction) : ""});
+  end();
+}
+
+void StepJudge::end() {
+  begin();
+  const StepRecord& step = *record();
+  if (m_results == 0 && !isAborted() && step.troubles == 0) {
+    m_stream.tell(StepTrouble{m_id, "no-result", tr("The package handed over no result."),
+                              tr("Look into the package's log.")});
+  }
+  if (isAborted() && !step.hasFailed() && step.troubles == 0) {
+    m_stream.tell(StepMessage{m_id, Severity::Warning, tr("Aborted before its end."), ""});
+  }
+  m_stream.tell(StepEnded{m_id, status(), isAborted()});
+}
+
+RunStatus StepJudge::status() const {
+  if (record()->troubles > 0) {
+    return RunStatus::Error;
+  }
+  return m_cut != Cut::None && !record()->hasFailed() ? RunStatus::Skip : RunStatus::Complete;
+}
+
+}  // namespace TarvexDiags::FrontEnd

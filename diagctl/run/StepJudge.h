@@ -1,0 +1,77 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Diag/DiagnosticEvent.h"
+#include "Diag/DiagnosticResult.h"
+#include "DiagCtrl/DiagCtrlEvent.h"
+#include "diagctl/report/RunEvents.h"
+#include "diagctl/report/StepRecord.h"
+#include "diagctl/run/RunPlan.h"
+#include "diagctl/session/Texts.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Judges one step: makes events of the stream of what package and controller tell of its request.
+/// What became of the step stands in the run's record, and nowhere beside it.
+class StepJudge {
+ public:
+  /// The stream of the run, kept alive by the caller.
+  struct Stream {
+    const RunRecord& record;                 ///< of all that was told
+    std::function<void(RunEventBody)> tell;  ///< tells and records
+    std::function<void()> beforeBegin;       ///< called once, before the step's beginning is told
+  };
+
+  /// @param planned and texts are kept alive by the caller. @param id of the step.
+  StepJudge(const PlannedRequest& planned, const Texts& texts, Stream stream, std::string id);
+
+  const std::string& id() const { return m_id; }
+  bool hasBegun() const { return record() != nullptr; }
+  bool hasEnded() const { return hasBegun() && record()->hasEnded(); }
+
+  /// Tells the beginning, unless it was told. Whatever tells of the step does so first.
+  void begin();
+
+  void take(const Diag::DiagnosticEvent& event);
+  void take(const Diag::DiagnosticResult& result);
+  void take(const DiagCtrl::DiagCtrlEvent& event);
+  /// The request could not be queued, which ends the step.
+  void takeRefusal(DiagCtrl::DiagnosticController::errorCode code);
+
+  /// The request is ended before its time: by a person, a signal, the total time or the controller.
+  void abort() { m_cut = Cut::Aborted; }
+  bool isAborted() const { return m_cut == Cut::Aborted; }
+
+  /// Tells the end. Nothing follows.
+  void end();
+
+ private:
+  /// Why a step may have no verdict though the tool did its work.
+  enum class Cut { None, NotPossible, Aborted };
+  struct Finding {
+    std::string symptom;
+    std::string text;
+    std::string action;
+  };
+
+  const StepRecord* record() const { return m_stream.record.find(m_id); }
+  bool isTold() const;
+  void tellMeasurement(const Diag::DiagnosticEvent& event) const;
+  Finding findingOf(const Diag::DiagnosticResult& result);
+  RunStatus status() const;
+
+  const PlannedRequest& m_planned;
+  const Texts& m_texts;
+  Stream m_stream;
+  std::string m_id;
+  Cut m_cut = Cut::None;
+  int m_results = 0;
+  Finding m_lastFinding;  ///< of the present pass
+};
+
+/// How a device is named in the stream.
+std::string hardwareIdOf(const SelectedPair& pair);
+
+}  // namespace TarvexDiags::FrontEnd
