@@ -13,6 +13,7 @@
 #include "DiagCtrl/internal/foundation/LockScope.h"
 #include "DiagCtrl/internal/foundation/Raise.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/ground/CancellationHeld.h"
 #include "DiagCtrl/internal/ground/Singleton.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -86,12 +87,15 @@ void DiagTracer::openTraceFile(const char* apcLogDirPath, int aiTraceLevel) {
   }
 }
 
-void DiagTracer::setTraceLevel(int aiTraceLevel) {
-  const LockScope lock(mMutexLock, 0);
-  miTraceLevel = levelToSet(aiTraceLevel);
+void DiagTracer::setTraceLevel(int aiTraceLevel) noexcept {
+  swallowAll(false, [&] {
+    const LockScope lock(mMutexLock, 0);
+    miTraceLevel = levelToSet(aiTraceLevel);
+    return true;
+  });
 }
 
-void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) {
+void DiagTracer::beginTrace(int aiTraceLevel, const char* apcMethodName) noexcept {
   if (tKnownTo == mulNumber && !admits(aiTraceLevel)) {
     return;
   }
@@ -113,11 +117,14 @@ void DiagTracer::openScope(int aiTraceLevel, const char* apcMethodName) {
             (std::string(DiagCtrlConstants::mpcSEnterString) + textOrNull(apcMethodName)).c_str());
 }
 
-void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
+void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) noexcept {
   sched_yield();
-  if (!admits(aiTraceLevel)) {
-    return;
+  if (admits(aiTraceLevel)) {
+    swallowAll(false, [&] { return closeScope(aiTraceLevel, apcMethodName), true; });
   }
+}
+
+void DiagTracer::closeScope(int aiTraceLevel, const char* apcMethodName) {
   const LockScope lock(mMutexLock, 0);
   const auto entry = mIndentMap.find(getCurrentThreadId());
   if (entry == mIndentMap.end() || !admits(aiTraceLevel)) {
@@ -135,7 +142,7 @@ void DiagTracer::endTrace(int aiTraceLevel, const char* apcMethodName) {
 }
 
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
-                            const char* apcPrintString) {
+                            const char* apcPrintString) noexcept {
   if (admits(aiTraceLevel)) {
     swallowAll(false, [&] {
       writeLine(aiTraceLevel, apcClassName, aiLineNumber, textOrNull(apcPrintString));
@@ -145,7 +152,7 @@ void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLi
 }
 
 void DiagTracer::traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
-                            const char* apcVariableName, unsigned long aulVariableValue) {
+                            const char* apcVariableName, unsigned long aulVariableValue) noexcept {
   if (admits(aiTraceLevel)) {
     swallowAll(false, [&] {
       const std::string value = std::to_string(static_cast<long>(aulVariableValue));
@@ -178,6 +185,7 @@ void DiagTracer::writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumb
 
 void DiagTracer::writeFile(const char* apcTabString, const char* apcStringToWrite) {
   if (mbLogFileOpened && mTraceStream.is_open()) {
+    const CancellationHeld held;  // also traced at the end of scopes, out of which nothing may come
     mTraceStream << "<" << getCurrentThreadId() << "> " << apcTabString << apcStringToWrite
                  << std::endl;
   }

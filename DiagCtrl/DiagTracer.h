@@ -41,32 +41,33 @@ class TARVEXDIAGS_EXPORT DiagTracer {
   void openTraceFile(const char* apcLogDirPath, int aiTraceLevel);
 
   /// @param aiTraceLevel 0 to 3, anything else switches tracing off.
-  void setTraceLevel(int aiTraceLevel);
+  void setTraceLevel(int aiTraceLevel) noexcept;
 
   /// Entry line and one step of indentation; registers the calling thread at any level.
   /// For this and the line calls below a level outside of 0 to 3 counts as 3.
-  void beginTrace(int aiTraceLevel, const char* apcMethodName);
+  void beginTrace(int aiTraceLevel, const char* apcMethodName) noexcept;
 
   /// Exit line and one step back.
-  void endTrace(int aiTraceLevel, const char* apcMethodName);
+  void endTrace(int aiTraceLevel, const char* apcMethodName) noexcept;
 
   /// A text line; nothing for a thread that has never begun a trace.
   /// @param apcClassName the source file. @param apcPrintString the text; null prints as "<null>".
   void traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
-                  const char* apcPrintString);
+                  const char* apcPrintString) noexcept;
 
   /// Whether a line of this level would be written now: for callers whose text is dear to make.
   bool admits(int aiTraceLevel) const noexcept;
 
   /// A text line with a value, which reads as signed.
   void traceValue(int aiTraceLevel, const char* apcClassName, int aiLineNumber,
-                  const char* apcVariableName, unsigned long aulVariableValue);
+                  const char* apcVariableName, unsigned long aulVariableValue) noexcept;
 
  private:
   DiagTracer();
 
   static unsigned long getCurrentThreadId();
   void openScope(int aiTraceLevel, const char* apcMethodName);
+  void closeScope(int aiTraceLevel, const char* apcMethodName);
   void writeLine(int aiTraceLevel, const char* apcFile, int aiLineNumber,
                  const std::string& arText);
   void writeFile(const char* apcTabString, const char* apcStringToWrite)

@@ -13,7 +13,7 @@ namespace TarvexDiags::DiagCtrl {
 class TraceScope {
  public:
   /// @param apcMethod "Class::method", a literal. A null tracer traces nothing.
-  TraceScope(DiagTracer* apDiagTracer, const char* apcMethod)
+  TraceScope(DiagTracer* apDiagTracer, const char* apcMethod) noexcept
       : mpDiagTracer(apDiagTracer), mpcMethod(apcMethod) {
     if (mpDiagTracer != nullptr) {
       mpDiagTracer->beginTrace(DiagCtrlConstants::DIAG_INFORMATION, mpcMethod);
@@ -24,7 +24,7 @@ class TraceScope {
   TraceScope& operator=(const TraceScope&) = delete;
 
   /// Writes the exit line now, for a method that still acts after it (raising an event, say).
-  void close() {
+  void close() noexcept {
     if (mpDiagTracer != nullptr) {
       mpDiagTracer->endTrace(DiagCtrlConstants::DIAG_INFORMATION, mpcMethod);
       mpDiagTracer = nullptr;
