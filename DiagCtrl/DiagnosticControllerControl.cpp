@@ -1,5 +1,7 @@
 // Steering and watching queued requests.
 
+#include <cxxabi.h>
+
 #include <exception>
 #include <memory>
 #include <new>
@@ -151,6 +153,9 @@ DiagnosticController::errorCode DiagnosticController::Control::abortAllUnderLock
     result = Abort::all(mrController, mCall.trace());
   } catch (const std::bad_alloc&) {
     mrController.mbAbortAllFlag = false;  // it may be tried again
+    throw;
+  } catch (const abi::__forced_unwind&) {
+    mrController.mbAbortAllFlag = false;
     throw;
   }
   if (result == SUCCESS) {

@@ -38,6 +38,7 @@
 #include "DiagCtrl/internal/foundation/LockScope.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
 #include "DiagCtrl/internal/foundation/TraceScope.h"
+#include "DiagCtrl/internal/ground/CancellationHeld.h"
 #include "DiagCtrl/internal/ground/ClientCallCount.h"
 #include "DiagCtrl/internal/ground/Invariant.h"
 #include "System/SysUtil.h"
@@ -151,8 +152,16 @@ class DiagnosticController::Reset {
   }
 
  private:
+  // The flag changes also where its lock cannot be had: it must not stay behind.
   void set(bool abResetRequest) {
-    const LockScope lock(mrController.mmtxResetLock, 0);
+    try {
+      const LockScope lock(mrController.mmtxResetLock, 0);
+      change(abResetRequest);
+    } catch (const DiagCtrlMutexException&) {
+      change(abResetRequest);
+    }
+  }
+  void change(bool abResetRequest) {
     mrController.mResettingThread = abResetRequest ? std::this_thread::get_id() : std::thread::id();
     mrController.mbResetRequest = abResetRequest;
   }
@@ -344,11 +353,18 @@ void DiagnosticController::Machinery::undoStart(ExecutionManagerThread* apDispat
 
 DiagnosticController::errorCode DiagnosticController::shutDown() {
   Call call(*this, "DiagnosticController::shutDown");
+  struct Requested {
+    Machinery& machinery;
+    explicit Requested(Machinery& arMachinery) : machinery(arMachinery) {
+      machinery.setShutDownRequest(true);
+    }
+    ~Requested() { machinery.setShutDownRequest(false); }
+    Requested(const Requested&) = delete;
+    Requested& operator=(const Requested&) = delete;
+  };
   Machinery machinery(*this, call.trace());
-  machinery.setShutDownRequest(true);
-  const errorCode result = call.contain([&] { return machinery.shutDown(); });
-  machinery.setShutDownRequest(false);
-  return result;
+  const Requested requested(machinery);
+  return call.contain([&] { return machinery.shutDown(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::Machinery::shutDown() {
@@ -370,6 +386,8 @@ DiagnosticController::errorCode DiagnosticController::Machinery::takeDown() {
     Call::holdsApiPhaseLock(mrController);
     stopThreads();
   });
+  // A thread that is cancelled may leave while it waits, but nothing half torn down.
+  const CancellationHeld held;
   // Opened again only in the new phase, at which the gate refuses by itself.
   const ClientCallClosure closure(*mrController.mpClientCalls);
   attempt([&] { dropRequestsAndRegistrations(); });
