@@ -18,7 +18,7 @@ void CallBackObject::wait() {
   mpCondVar->wait();
 }
 
-void CallBackObject::notify() {
+void CallBackObject::notify() noexcept {
   const TraceScope trace(mpDiagTracer, "CallBackObject::notify");
   mpCondVar->signal();
 }

@@ -23,7 +23,7 @@ class TARVEXDIAGS_EXPORT CallBackObject {
   /// Blocks without limit until the next wake-up.
   void wait();
   /// Wakes one waiter, if any.
-  void notify();
+  void notify() noexcept;
 
  private:
   DiagCtrlConditionVar* mpCondVar;

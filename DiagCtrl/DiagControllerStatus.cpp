@@ -40,22 +40,22 @@ void DiagControllerStatus::restoreDiagCtrlPhase(diagCtrlPhase aePhase) noexcept 
   }
 }
 
-bool DiagControllerStatus::getExecMgrThrHealth() const {
+bool DiagControllerStatus::getExecMgrThrHealth() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagControllerStatus::getExecMgrThrHealth");
   return mbExecMgrThrHealth;
 }
 
-bool DiagControllerStatus::getMonThrHealth() const {
+bool DiagControllerStatus::getMonThrHealth() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagControllerStatus::getMonThrHealth");
   return mbMonThrHealth;
 }
 
-void DiagControllerStatus::setExecMgrThrHealth(bool abHealth) {
+void DiagControllerStatus::setExecMgrThrHealth(bool abHealth) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagControllerStatus::setExecMgrThrHealth");
   mbExecMgrThrHealth = abHealth;
 }
 
-void DiagControllerStatus::setMonThrHealth(bool abHealth) {
+void DiagControllerStatus::setMonThrHealth(bool abHealth) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagControllerStatus::setMonThrHealth");
   mbMonThrHealth = abHealth;
 }

@@ -37,10 +37,10 @@ class TARVEXDIAGS_EXPORT DiagControllerStatus {
   void restoreDiagCtrlPhase(diagCtrlPhase aePhase) noexcept;
 
   /// A thread is healthy when its time stamp is less than 10 seconds old.
-  bool getExecMgrThrHealth() const;
-  bool getMonThrHealth() const;
-  void setExecMgrThrHealth(bool abHealth);
-  void setMonThrHealth(bool abHealth);
+  bool getExecMgrThrHealth() const noexcept;
+  bool getMonThrHealth() const noexcept;
+  void setExecMgrThrHealth(bool abHealth) noexcept;
+  void setMonThrHealth(bool abHealth) noexcept;
 
  private:
   /// Read and written under the lock. Atomic, because a phase is put back without it if need be.

@@ -48,17 +48,17 @@ DiagCtrlConditionVar::WaitRetStatus DiagCtrlConditionVar::timedWaitSince(long al
   return mulSignals != aulTicket ? receivedSignal : waitUntilDeadline(alTimeout);
 }
 
-unsigned long DiagCtrlConditionVar::ticket() {
+unsigned long DiagCtrlConditionVar::ticket() noexcept {
   const System::LockHold hold(mut);
   return mulSignals;
 }
 
-void DiagCtrlConditionVar::signal() {
+void DiagCtrlConditionVar::signal() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagCtrlConditionVar::signal");
   nudge();
 }
 
-void DiagCtrlConditionVar::nudge() {
+void DiagCtrlConditionVar::nudge() noexcept {
   const System::LockHold hold(mut);
   ++mulSignals;
   pthread_cond_signal(&mcondConditionVar);

@@ -47,13 +47,13 @@ class TARVEXDIAGS_EXPORT DiagCtrlConditionVar {
   WaitRetStatus timedWaitSince(long alTimeout, unsigned long aulTicket);
 
   /// The number of signals given so far, for `timedWaitSince`.
-  unsigned long ticket();
+  unsigned long ticket() noexcept;
 
   /// Wakes one waiter, if any.
-  void signal();
+  void signal() noexcept;
 
   /// The same without a trace, for a wake-up that only saves a waiter some time.
-  void nudge();
+  void nudge() noexcept;
 
  private:
   /// The platform's mutex, on which its condition variable waits.

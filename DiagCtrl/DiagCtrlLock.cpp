@@ -38,7 +38,7 @@ void DiagCtrlLock::unlock() {
   }
 }
 
-bool DiagCtrlLock::tryLock() {
+bool DiagCtrlLock::tryLock() noexcept {
   if (pthread_mutex_trylock(mpCtrlLock) != 0) {
     return false;
   }

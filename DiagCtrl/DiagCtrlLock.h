@@ -31,7 +31,7 @@ class TARVEXDIAGS_EXPORT TARVEXDIAGS_CAPABILITY("mutex") DiagCtrlLock {
   virtual void unlock() TARVEXDIAGS_RELEASE();
 
   /// One attempt that never blocks. @return true if the caller now holds the lock.
-  bool tryLock() TARVEXDIAGS_TRY_ACQUIRE(true);
+  bool tryLock() noexcept TARVEXDIAGS_TRY_ACQUIRE(true);
 
   /// The thread that most recently took the lock, also after it was released; without meaning
   /// before the first `lock`.

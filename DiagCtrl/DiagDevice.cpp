@@ -16,12 +16,12 @@ DiagDevice::DiagDevice(const DeviceEnum::VirtualDevice& aVDevice)
 
 DiagDevice::~DiagDevice() = default;
 
-DeviceEnum::VirtualDevice& DiagDevice::getVirtualDeviceRef() {
+DeviceEnum::VirtualDevice& DiagDevice::getVirtualDeviceRef() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagDevice::getVirtualDeviceRef");
   return mVDevice;
 }
 
-const DeviceEnum::IDevice* DiagDevice::getIDevice() {
+const DeviceEnum::IDevice* DiagDevice::getIDevice() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagDevice::getIDevice");
   return mVDevice.getDevice();
 }

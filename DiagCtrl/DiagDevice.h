@@ -30,8 +30,8 @@ class TARVEXDIAGS_EXPORT DiagDevice {
   virtual ~DiagDevice();
 
   /// The object's own device, by which a test reaches the hardware.
-  DeviceEnum::VirtualDevice& getVirtualDeviceRef();
-  const DeviceEnum::IDevice* getIDevice();
+  DeviceEnum::VirtualDevice& getVirtualDeviceRef() noexcept;
+  const DeviceEnum::IDevice* getIDevice() noexcept;
 
   void updateTestIdMap(int iTestId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
   /// The enabled tests, by id. @throws DiagCtrlMutexException

@@ -146,7 +146,7 @@ void DiagThread::updateTimeStamp() {
   mlTimeStamp = secondsSinceEpoch();
 }
 
-const pthread_t& DiagThread::getId() const {
+const pthread_t& DiagThread::getId() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagThread::getId");
   return mthThreadID;
 }

@@ -59,7 +59,7 @@ class TARVEXDIAGS_EXPORT DiagThread {
   void updateTimeStamp();
 
   /// The platform's id; 0 before `start`.
-  const pthread_t& getId() const;
+  const pthread_t& getId() const noexcept;
 
  protected:
   static void* proxyRun(void* apArgument);

@@ -180,7 +180,7 @@ unsigned int DiagUtil::getAndValidateEnum(const char* apcSectionName, const char
 
 void DiagUtil::pushDiagCtrlEvent(DiagCtrlEvent::eventCode aeEventCode,
                                  Diag::DiagnosticEvent::EventType aeEventType,
-                                 unsigned int auiTestRequestId) {
+                                 unsigned int auiTestRequestId) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagUtil::pushDiagCtrlEvent");
   // Raising an event never fails for the caller, for want of memory neither.
   swallowAll(false, [&] {

@@ -69,7 +69,7 @@ class TARVEXDIAGS_EXPORT DiagUtil {
   /// caller. @param auiTestRequestId 0 where no request is concerned.
   void pushDiagCtrlEvent(DiagCtrlEvent::eventCode aeEventCode,
                          Diag::DiagnosticEvent::EventType aeEventType,
-                         unsigned int auiTestRequestId);
+                         unsigned int auiTestRequestId) noexcept;
 
  private:
   DiagUtil();

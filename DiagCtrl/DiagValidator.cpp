@@ -56,7 +56,7 @@ DiagValidator::~DiagValidator() {
   mSpInstance = nullptr;
 }
 
-bool DiagValidator::validString(const char* apcValue) {
+bool DiagValidator::validString(const char* apcValue) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagValidator::validString");
   return std::strcmp(apcValue, DiagCtrlConstants::mSconNull) != 0;
 }
@@ -72,7 +72,7 @@ bool DiagValidator::validBool(const char* acValue) {
   raise<DiagCtrlInvalidKey>(DiagCtrlBaseException::InvalidKey, "DiagValidator::validBool()");
 }
 
-bool DiagValidator::validBool(bool abValue) {
+bool DiagValidator::validBool(bool abValue) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagValidator::validBool");
   return abValue;
 }

@@ -25,12 +25,12 @@ class TARVEXDIAGS_EXPORT DiagValidator {
   virtual ~DiagValidator();
 
   /// @return false for the empty text, true for any other.
-  bool validString(const char* apcValue);
+  bool validString(const char* apcValue) noexcept;
 
   /// @return true for "TRUE", false for "FALSE". @throws DiagCtrlInvalidKey for any other text.
   bool validBool(const char* acValue);
   /// @return the argument itself: both values are valid.
-  bool validBool(bool abValue);
+  bool validBool(bool abValue) noexcept;
 
   /// @return the number of the keyword; the number written out is a keyword too.
   /// @throws DiagCtrlInvalidKey if the text is none of the kind's keywords.

@@ -117,19 +117,19 @@ bool DiagnosticController::getShutDownFlag() {
   return mbShutDownRequest;
 }
 
-EventManager* DiagnosticController::getEventMgrPtr() const {
+EventManager* DiagnosticController::getEventMgrPtr() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getEventMgrPtr");
   kClientsAtRest.mayRead();
   return mpEventManager;
 }
 
-DiagnosticPackageInterface* DiagnosticController::getDiagPackInterfacePtr() const {
+DiagnosticPackageInterface* DiagnosticController::getDiagPackInterfacePtr() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getDiagPackInterfacePtr");
   kClientsAtRest.mayRead();
   return mpDiagPackInterface;
 }
 
-TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const {
+TestRequestManager* DiagnosticController::getTestRequestMgrPtr() const noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticController::getTestRequestMgrPtr");
   kClientsAtRest.mayRead();
   return mpTestRequestManager;

@@ -65,11 +65,13 @@ typedef std::map<int, const char*> PackageMap;
 ///
 /// Thread-safety: any client thread may call any operation; `mmtxApiPhaseLock` makes those that
 /// change the machine take turns. Other client threads are at rest during the enumerations;
-/// `shutDown` waits for calls that are inside, and turns new ones away as in `UNINITIALISED`. No
-/// operation lets an exception out, but
-/// `initialize` and `resetDiagController` (standard exceptions), `abortAllTest`
-/// (DiagCtrlMutexException) and `runEstimation` (std::out_of_range, and what `abortAllTest` lets
-/// out).
+/// `shutDown` waits for calls that are inside, and turns new ones away as in `UNINITIALISED`.
+///
+/// No operation lets an exception out, but `initialize` and `resetDiagController` (standard
+/// exceptions), `abortAllTest` (DiagCtrlMutexException) and `runEstimation` (std::out_of_range, and
+/// what `abortAllTest` lets out). Without memory a call answers UNABLE_TO_GET_LOCK where it has
+/// nothing better to say. A thread that is cancelled is not cancelled in an operation that is
+/// `noexcept`; in the others it may be, and leaves no lock and no flag behind.
 class TARVEXDIAGS_EXPORT DiagnosticController {
  public:
   /// Result of a client call.
@@ -150,7 +152,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   /// Reads the control file, opens the trace file and starts the machinery; ends in `INITIALIZE`.
   /// Raises no event. The phase is looked at only after path, configuration and settings were
-  /// replaced: on a running controller do not call it.
+  /// replaced: on a running controller do not call it. Where an exception or a cancellation leaves
+  /// it, no thread goes on, and it can be called again.
   /// @param apcFileName path of the control file; copied.
   /// @return INVALID_FILE_NAME_PASSED for null (nothing changed), INITIALISATION_FAILED when a
   ///   required key is missing or wrong, INCORRECT_PHASE, UNABLE_TO_GET_OS,
@@ -160,7 +163,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// Aborts what runs, stops both threads and takes everything down; in any phase, always SUCCESS.
   /// No time limit: it waits until each package has returned from the test it is in, and from the
   /// call that another client thread is making. Registrations do not survive; the call-back objects
-  /// stay the client's.
+  /// stay the client's. A cancellation passes while it waits for tests and threads: call it again.
   errorCode shutDown();
 
   /// `shutDown` and `initialize` with the same file, with every other client call kept out. Ends
@@ -170,28 +173,30 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// A new record of the phase and of the threads' health, which the caller owns; in every phase
   /// but `ENUMERATE`, also while the controller is shut down. A dispatcher that waits long for one
   /// serial test reads as unhealthy.
-  errorCode getDiagControllerStatus(DiagControllerStatus*& arDiagControllerStatus);
+  errorCode getDiagControllerStatus(DiagControllerStatus*& arDiagControllerStatus) noexcept;
 
   // ---- Settings: read in every phase but UNINITIALISED and ENUMERATE, written in IDLE ------
   // The argument is checked before the phase: a bad value gives INAVLID_VALUE_PASSED in any phase
   // and raises nothing. A refused getDebugLog raises nothing either. Changes live in memory only.
 
-  errorCode getDebugLog(DiagCtrlConstants::debugLevel& areDebugLevel);
-  errorCode getRunMode(GlobalSettings::runMode& areRunMode);
-  errorCode getDiagLogMode(bool& arbDiagLogMode);
-  errorCode getHaltOnError(bool& arbHaltOnError);
-  errorCode getDiagnosticMode(GlobalSettings::diagMode& areDiagnosticMode);
+  errorCode getDebugLog(DiagCtrlConstants::debugLevel& areDebugLevel) noexcept;
+  errorCode getRunMode(GlobalSettings::runMode& areRunMode) noexcept;
+  errorCode getDiagLogMode(bool& arbDiagLogMode) noexcept;
+  errorCode getHaltOnError(bool& arbHaltOnError) noexcept;
+  errorCode getDiagnosticMode(GlobalSettings::diagMode& areDiagnosticMode) noexcept;
   /// Takes effect at once.
-  errorCode setDebugLog(DiagCtrlConstants::debugLevel aeDebugLevel);
-  errorCode setRunMode(GlobalSettings::runMode aeRunMode);
+  errorCode setDebugLog(DiagCtrlConstants::debugLevel aeDebugLevel) noexcept;
+  errorCode setRunMode(GlobalSettings::runMode aeRunMode) noexcept;
   /// For objects that packages make from now on.
-  errorCode setDiagLogMode(bool abDiagLogMode);
+  errorCode setDiagLogMode(bool abDiagLogMode) noexcept;
   /// For requests queued from now on.
-  errorCode setHaltOnError(bool abHaltOnError);
+  errorCode setHaltOnError(bool abHaltOnError) noexcept;
   /// For objects that packages make from now on.
-  errorCode setDiagnosticMode(GlobalSettings::diagMode aeDiagnosticMode);
+  errorCode setDiagnosticMode(GlobalSettings::diagMode aeDiagnosticMode) noexcept;
 
   // ---- Enumeration -------------------------------------------------------------------------
+  // A cancellation passes in the packages' code and where files are read, but in
+  // getEnumerationProgress.
 
   /// Builds the catalogue from the package directory; `INITIALIZE` to `IDLE`, or back on
   /// INVALID_VALUE_IN_CONFIG_FILE, PACKAGE_FILE_NOT_FOUND and NO_PACKAGE_ENABLED.
@@ -203,7 +208,7 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// leaves the catalogue.
   errorCode enumerateDiagPackages(int packageIndex);
   /// Percentage; 0 before, 100 after an enumeration. Takes no long lock.
-  errorCode getEnumerationProgress(int& progress);
+  errorCode getEnumerationProgress(int& progress) noexcept;
 
   // ---- Catalogue: ACTIVE and IDLE ----------------------------------------------------------
   // Failures: OBJECT_NOT_FOUND for an unknown package, DEVICE_NOT_FOUND, TEST_OBJECT_NOT_FOUND.
@@ -212,27 +217,27 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // again.
 
   /// Counts the names found and not left out; 0 on a wrong phase.
-  errorCode getNumberOfDiagPackages(int& ariNumberOfPackages);
-  errorCode getDiagPackage(int packageIndex, DiagnosticPackage*& arpDiagPackage);
-  errorCode getDevice(int packageIndex, unsigned int deviceId, DiagDevice*& arpDiagDevice);
-  errorCode getTest(int packageIndex, unsigned int testId, PackageTestInfo*& arpTestInfo);
-  errorCode getDeviceIdList(int packageIndex, std::vector<int>*& arpDeviceIdVector);
+  errorCode getNumberOfDiagPackages(int& ariNumberOfPackages) noexcept;
+  errorCode getDiagPackage(int packageIndex, DiagnosticPackage*& arpDiagPackage) noexcept;
+  errorCode getDevice(int packageIndex, unsigned int deviceId, DiagDevice*& arpDiagDevice) noexcept;
+  errorCode getTest(int packageIndex, unsigned int testId, PackageTestInfo*& arpTestInfo) noexcept;
+  errorCode getDeviceIdList(int packageIndex, std::vector<int>*& arpDeviceIdVector) noexcept;
   /// The devices on which a test is enabled.
   errorCode getValidDeviceIdList(int packageIndex, unsigned int testId,
-                                 std::vector<int>*& arpDeviceIdVector);
-  errorCode getTestIdList(int packageIndex, std::vector<int>*& arpTestIdVector);
+                                 std::vector<int>*& arpDeviceIdVector) noexcept;
+  errorCode getTestIdList(int packageIndex, std::vector<int>*& arpTestIdVector) noexcept;
   /// The tests that are enabled on a device.
   errorCode getValidTestIdList(int packageIndex, unsigned int deviceId,
-                               std::vector<int>*& arpTestIdVector);
+                               std::vector<int>*& arpTestIdVector) noexcept;
   /// The packages that the control file left out. The caller owns the list, not the texts.
-  errorCode getDisablePackageList(PackageList*& arpPackageList);
+  errorCode getDisablePackageList(PackageList*& arpPackageList) noexcept;
   /// The tests that were withdrawn for this machine or operating system.
-  errorCode getDisableTestList(int packageIndex, std::vector<int>*& arpTestIdVector);
+  errorCode getDisableTestList(int packageIndex, std::vector<int>*& arpTestIdVector) noexcept;
   /// The devices on which a test is disabled.
   errorCode getDisableDeviceList(int packageIndex, unsigned int testId,
-                                 std::vector<int>*& arpDeviceIdVector);
+                                 std::vector<int>*& arpDeviceIdVector) noexcept;
   /// Asks the device; one question at a time over all devices. A device that throws counts as
-  /// DEVICE_NOT_FOUND.
+  /// DEVICE_NOT_FOUND. A cancellation passes in the device's code.
   errorCode getDeviceStatus(int packageIndex, int deviceId, unsigned int& aruiDeviceStatus);
 
   // ---- Queueing: ACTIVE and IDLE; a success makes the controller ACTIVE ----------------------
@@ -241,7 +246,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   // pass count of 1 and N requested passes are N runs. Tests are not judged here: one that is
   // disabled on the device is skipped when the request runs. Other failures: TEST_VECTOR_IS_EMPTY
   // (no event), OBJECT_NOT_FOUND, DEVICE_OBJECT_NOT_FOUND, PACKAGE_NOT_FOUND,
-  // UNABLE_TO_ADD_TEST_REQUEST, FUNCTION_NOT_FOUND_IN_DLL, LOAD_LIBRARY_FAILED.
+  // UNABLE_TO_ADD_TEST_REQUEST, FUNCTION_NOT_FOUND_IN_DLL, LOAD_LIBRARY_FAILED. A cancellation
+  // passes in the package's code; requests that were queued stay queued.
 
   /// These tests on one device. @param abHaltLoopOnError end the passes after a bad result.
   errorCode queueTest(int packageIndex, unsigned int deviceId, std::vector<int>& testVector,
@@ -261,7 +267,8 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
 
   // ---- Request control and status ------------------------------------------------------------
   // REQUEST_OBJECT_NOT_FOUND for an unknown id. Abort, suspend, resume, status and progress only in
-  // `ACTIVE`; getRequestStatus, getRequestIdList and getTestRequest also in `IDLE`.
+  // `ACTIVE`; getRequestStatus, getRequestIdList and getTestRequest also in `IDLE`. A cancellation
+  // passes in the former five, in the package's code.
 
   /// Asks a request to end; returns at once. Its id leaves the list of ids, its object stays.
   errorCode abortTest(unsigned long ulRequestId);
@@ -285,21 +292,22 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// (of the last one, after the end), the number of passes asked for, and whether it is in stress
   /// mode. The outputs are untouched on failure.
   errorCode getRequestStatus(long lTestRequestId, TestRequest::TestRequestStatus& arStatus,
-                             int& aiCurPassCnt, int& aiTotalPassCnt, bool& abStrssMode);
+                             int& aiCurPassCnt, int& aiTotalPassCnt, bool& abStrssMode) noexcept;
   /// A new vector, also on failure, with the ids of unfinished requests, oldest first. The id of a
   /// request that `abortAllTest` met in a queue stays on the list.
-  errorCode getRequestIdList(std::vector<unsigned long>*& arTestRequestIdList);
+  errorCode getRequestIdList(std::vector<unsigned long>*& arTestRequestIdList) noexcept;
   /// The controller's own object; `clearRequestIdList` and `shutDown` destroy it. An unknown id
   /// gives OBJECT_NOT_FOUND.
-  errorCode getTestRequest(int requestId, TestRequest*& arpRequest);
+  errorCode getTestRequest(int requestId, TestRequest*& arpRequest) noexcept;
   /// Forgets all requests; only in `IDLE`. Ids go on rising.
-  errorCode clearRequestIdList();
+  errorCode clearRequestIdList() noexcept;
 
   // ---- Estimation ----------------------------------------------------------------------------
 
   /// Queues each test once, in `IDLE`; the vectors hold one entry for each test. Changes the
   /// settings: halt on error, one pass. The first test that cannot be queued ends the call with its
-  /// code, after an abort of the others. @throws std::out_of_range for a shorter vector.
+  /// code, after an abort of the others. A cancellation passes in the packages' code.
+  /// @throws std::out_of_range for a shorter vector.
   errorCode runEstimation(const std::vector<int>& aPackageIndexVec,
                           const std::vector<int>& aDeviceIdVec, const std::vector<int>& aTestIdVec,
                           std::vector<int>& apTestRequestIdVec,
@@ -309,35 +317,39 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   /// @param apTimeRemainingVec figures are appended. @param totalTimeRemaining -1: no estimate.
   /// @return false only in a wrong phase.
   bool getEstimatedTime(const std::vector<int>& apTestRequestIdVec,
-                        std::vector<int>& apTimeRemainingVec, int& totalTimeRemaining);
+                        std::vector<int>& apTimeRemainingVec, int& totalTimeRemaining) noexcept;
   /// The sum of the second vector; 0 in a wrong phase.
   int getToTalTimeRemaining(const std::vector<int>& apTestRequestIdVec,
-                            const std::vector<int>& apTimeRemainingVec);
+                            const std::vector<int>& apTimeRemainingVec) noexcept;
   /// Does nothing; false.
   bool getTimeRemaining(const std::vector<int>& apTestRequestIdVec,
-                        std::vector<int>& apTimeRemainingVec, int& totalTimeRemaining);
+                        std::vector<int>& apTimeRemainingVec, int& totalTimeRemaining) noexcept;
 
   // ---- Registration and collection -----------------------------------------------------------
 
   /// Registers for one kind of message, in every phase but `UNINITIALISED`. The object stays the
   /// client's and must live until `shutDown`; each registration has a queue and an id of its own.
   /// @return INVALID_OBJECT_PASSED for null, in any phase.
-  errorCode registerForDiagEvents(CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId);
-  errorCode registerForDiagResults(CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId);
+  errorCode registerForDiagEvents(CallBackObject* apCallBackObj,
+                                  unsigned long& ulDiagEventRegId) noexcept;
+  errorCode registerForDiagResults(CallBackObject* apCallBackObj,
+                                   unsigned long& ulDiagResultRegId) noexcept;
   errorCode registerForDiagCtrlEvents(CallBackObject* apCallBackObj,
-                                      unsigned long& ulDiagCtrlEventRegId);
+                                      unsigned long& ulDiagCtrlEventRegId) noexcept;
   /// Empties a registration's queue into a new vector, which may be empty; `ACTIVE`, `IDLE`. An
   /// unknown id gives RESULT_REG_ID_NOT_FOUND for events too.
-  errorCode getDiagnosticEvents(long lEventRegId, EventVector*& rDiagEventVector);
-  errorCode getDiagnosticResults(long lResultId, ResultVector*& arpDiagResultVector);
+  errorCode getDiagnosticEvents(long lEventRegId, EventVector*& rDiagEventVector) noexcept;
+  errorCode getDiagnosticResults(long lResultId, ResultVector*& arpDiagResultVector) noexcept;
   /// Also in `INITIALIZE`, where it tells why an enumeration failed; a refused call raises nothing.
-  errorCode getDiagnosticCtrlEvents(long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector);
+  errorCode getDiagnosticCtrlEvents(long lCtrlEventRegId,
+                                    CtrlEventVector*& arpDiagCtrlEventVector) noexcept;
   errorCode getNumberOfRegistrations(unsigned int& auiEvtReg, unsigned int& auiResReg,
-                                     unsigned int& auiCtrlEvtReg);
+                                     unsigned int& auiCtrlEvtReg) noexcept;
 
   // ---- Text: ACTIVE and IDLE -----------------------------------------------------------------
   // Results are new arrays of 4096 characters that the caller owns, untouched on failure. Failures:
-  // PACKAGE_NOT_FOUND; INVALID_PARAMETER for a missing or empty file, section, key or value.
+  // PACKAGE_NOT_FOUND; INVALID_PARAMETER for a missing or empty file, section, key or value. A
+  // cancellation passes where the file is read.
 
   errorCode getTestToken(int packageIndex, int testIndex, char* key, char*& rTesttoken);
   errorCode getPackageToken(int packageIndex, char* key, char*& rPkgtoken);
@@ -361,10 +373,10 @@ class TARVEXDIAGS_EXPORT DiagnosticController {
   void setDiagCtrlPhase(diagCtrlPhase aePhase, long alTimeOutValue);
   bool getShutDownFlag();
   // Null while the controller is uninitialised.
-  GlobalSettings* getGlobalSettingsPtr() const;
-  EventManager* getEventMgrPtr() const;
-  DiagnosticPackageInterface* getDiagPackInterfacePtr() const;
-  TestRequestManager* getTestRequestMgrPtr() const;
+  GlobalSettings* getGlobalSettingsPtr() const noexcept;
+  EventManager* getEventMgrPtr() const noexcept;
+  DiagnosticPackageInterface* getDiagPackInterfacePtr() const noexcept;
+  TestRequestManager* getTestRequestMgrPtr() const noexcept;
   /// Wake the objects registered for a kind. @throws DiagCtrlMutexException
   void notifyEvent();
   void notifyResult();

@@ -111,35 +111,34 @@ DiagnosticController::errorCode DiagnosticController::Query::countPackages(
 }
 
 DiagnosticController::errorCode DiagnosticController::getNumberOfDiagPackages(
-    int& ariNumberOfPackages) {
+    int& ariNumberOfPackages) noexcept {
   return Query(*this, "DiagnosticController::getNumberOfDiagPackages")
       .countPackages(ariNumberOfPackages);
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagPackage(
-    int packageIndex, DiagnosticPackage*& arpDiagPackage) {
+    int packageIndex, DiagnosticPackage*& arpDiagPackage) noexcept {
   return Query(*this, "DiagnosticController::getDiagPackage").answer([&](Call& arCall) {
     arpDiagPackage = &arCall.packageOf(packageIndex);
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::getDevice(int packageIndex,
-                                                                unsigned int deviceId,
-                                                                DiagDevice*& arpDiagDevice) {
+DiagnosticController::errorCode DiagnosticController::getDevice(
+    int packageIndex, unsigned int deviceId, DiagDevice*& arpDiagDevice) noexcept {
   return Query(*this, "DiagnosticController::getDevice").answer([&](Call& arCall) {
     arpDiagDevice = deviceOf(arCall.packageOf(packageIndex), static_cast<int>(deviceId));
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::getTest(int packageIndex, unsigned int testId,
-                                                              PackageTestInfo*& arpTestInfo) {
+DiagnosticController::errorCode DiagnosticController::getTest(
+    int packageIndex, unsigned int testId, PackageTestInfo*& arpTestInfo) noexcept {
   return Query(*this, "DiagnosticController::getTest").answer([&](Call& arCall) {
     arpTestInfo = testOf(arCall.packageOf(packageIndex), testId);
   });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDeviceIdList(
-    int packageIndex, std::vector<int>*& arpDeviceIdVector) {
+    int packageIndex, std::vector<int>*& arpDeviceIdVector) noexcept {
   return Query(*this, "DiagnosticController::getDeviceIdList")
       .answerIds(arpDeviceIdVector, [&](Call& /*arCall*/, std::vector<int>& arIds) {
         // Alone of all, this call returns the missing object also for its lock.
@@ -150,7 +149,7 @@ DiagnosticController::errorCode DiagnosticController::getDeviceIdList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getValidDeviceIdList(
-    int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) {
+    int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) noexcept {
   return Query(*this, "DiagnosticController::getValidDeviceIdList")
       .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);
@@ -159,7 +158,7 @@ DiagnosticController::errorCode DiagnosticController::getValidDeviceIdList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getTestIdList(
-    int packageIndex, std::vector<int>*& arpTestIdVector) {
+    int packageIndex, std::vector<int>*& arpTestIdVector) noexcept {
   return Query(*this, "DiagnosticController::getTestIdList")
       .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         DiagnosticPackage& package = arCall.packageOf(packageIndex);
@@ -168,7 +167,7 @@ DiagnosticController::errorCode DiagnosticController::getTestIdList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getValidTestIdList(
-    int packageIndex, unsigned int deviceId, std::vector<int>*& arpTestIdVector) {
+    int packageIndex, unsigned int deviceId, std::vector<int>*& arpTestIdVector) noexcept {
   return Query(*this, "DiagnosticController::getValidTestIdList")
       .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         DiagDevice* device = deviceOf(arCall.packageOf(packageIndex), static_cast<int>(deviceId));
@@ -177,7 +176,7 @@ DiagnosticController::errorCode DiagnosticController::getValidTestIdList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
-    PackageList*& arpPackageList) {
+    PackageList*& arpPackageList) noexcept {
   return Query(*this, "DiagnosticController::getDisablePackageList").answer([&](Call& /*arCall*/) {
     orFail(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDisPackageListLock, 0);
@@ -187,7 +186,7 @@ DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisableTestList(
-    int packageIndex, std::vector<int>*& arpTestIdVector) {
+    int packageIndex, std::vector<int>*& arpTestIdVector) noexcept {
   return Query(*this, "DiagnosticController::getDisableTestList")
       .answerIds(arpTestIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         append(arIds, arCall.packageOf(packageIndex).getDisableTestList());
@@ -195,7 +194,7 @@ DiagnosticController::errorCode DiagnosticController::getDisableTestList(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDisableDeviceList(
-    int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) {
+    int packageIndex, unsigned int testId, std::vector<int>*& arpDeviceIdVector) noexcept {
   return Query(*this, "DiagnosticController::getDisableDeviceList")
       .answerIds(arpDeviceIdVector, [&](Call& arCall, std::vector<int>& arIds) {
         PackageTestInfo* test = testOf(arCall.packageOf(packageIndex), testId);

@@ -263,7 +263,7 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticProgress(
 
 DiagnosticController::errorCode DiagnosticController::getRequestStatus(
     long lTestRequestId, TestRequest::TestRequestStatus& arStatus, int& aiCurPassCnt,
-    int& aiTotalPassCnt, bool& abStrssMode) {
+    int& aiTotalPassCnt, bool& abStrssMode) noexcept {
   return Control(*this, "DiagnosticController::getRequestStatus")
       .useRequests(ClientCall::queryRequest, kRequestNotFound, [&](TestRequestManager& arRequests) {
         const RequestReference request =
@@ -277,7 +277,7 @@ DiagnosticController::errorCode DiagnosticController::getRequestStatus(
 }
 
 DiagnosticController::errorCode DiagnosticController::getRequestIdList(
-    std::vector<unsigned long>*& arTestRequestIdList) {
+    std::vector<unsigned long>*& arTestRequestIdList) noexcept {
   return Control(*this, "DiagnosticController::getRequestIdList")
       .readRequestIds(arTestRequestIdList);
 }
@@ -295,15 +295,15 @@ DiagnosticController::errorCode DiagnosticController::Control::readRequestIds(
   });
 }
 
-DiagnosticController::errorCode DiagnosticController::getTestRequest(int requestId,
-                                                                     TestRequest*& arpRequest) {
+DiagnosticController::errorCode DiagnosticController::getTestRequest(
+    int requestId, TestRequest*& arpRequest) noexcept {
   return Control(*this, "DiagnosticController::getTestRequest")
       .useRequests(ClientCall::queryRequest, kObjectNotFound, [&](TestRequestManager& arRequests) {
         arpRequest = arRequests.getTestRequestObj(static_cast<unsigned long>(requestId), kTimeOut);
       });
 }
 
-DiagnosticController::errorCode DiagnosticController::clearRequestIdList() {
+DiagnosticController::errorCode DiagnosticController::clearRequestIdList() noexcept {
   return Control(*this, "DiagnosticController::clearRequestIdList")
       .useRequests(ClientCall::clearRequests, kUnableToGetLock,
                    [&](TestRequestManager& arRequests) { arRequests.clearTestRequestMap(); });

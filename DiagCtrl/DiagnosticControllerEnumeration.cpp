@@ -583,7 +583,8 @@ void DiagnosticController::Enumeration::removeResourceLocks(DiagnosticPackage& a
   }
 }
 
-DiagnosticController::errorCode DiagnosticController::getEnumerationProgress(int& progress) {
+DiagnosticController::errorCode DiagnosticController::getEnumerationProgress(
+    int& progress) noexcept {
   Call call(*this, "DiagnosticController::getEnumerationProgress");
   diagCtrlPhase phase = DiagControllerStatus::UNINITIALISED;
   try {

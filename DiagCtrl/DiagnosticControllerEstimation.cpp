@@ -114,7 +114,7 @@ DiagnosticController::errorCode DiagnosticController::runEstimation(
 
 bool DiagnosticController::getEstimatedTime(const std::vector<int>& apTestRequestIdVec,
                                             std::vector<int>& apTimeRemainingVec,
-                                            int& totalTimeRemaining) {
+                                            int& totalTimeRemaining) noexcept {
   totalTimeRemaining = kNoEstimate;
   return Estimation(*this, apTestRequestIdVec, apTimeRemainingVec).answer(totalTimeRemaining) !=
          INCORRECT_PHASE;
@@ -194,8 +194,9 @@ int DiagnosticController::Estimation::configuredEstimate(unsigned long aulTestRe
   return orFail(kUnableToGetLock, [&] { return test->getTestEstimatedTime(); });
 }
 
-int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
-                                                const std::vector<int>& apTimeRemainingVec) {
+int DiagnosticController::getToTalTimeRemaining(
+    const std::vector<int>& /*apTestRequestIdVec*/,
+    const std::vector<int>& apTimeRemainingVec) noexcept {
   Call call(*this, "DiagnosticController::getToTalTimeRemaining");
   // Unsigned: a sum that overflows wraps, and that is all.
   unsigned int sum = 0;
@@ -211,7 +212,7 @@ int DiagnosticController::getToTalTimeRemaining(const std::vector<int>& /*apTest
 
 bool DiagnosticController::getTimeRemaining(const std::vector<int>& /*apTestRequestIdVec*/,
                                             std::vector<int>& /*apTimeRemainingVec*/,
-                                            int& /*totalTimeRemaining*/) {
+                                            int& /*totalTimeRemaining*/) noexcept {
   return false;
 }
 

@@ -571,7 +571,7 @@ DiagnosticController::errorCode DiagnosticController::resetDiagController() {
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagControllerStatus(
-    DiagControllerStatus*& arDiagControllerStatus) {
+    DiagControllerStatus*& arDiagControllerStatus) noexcept {
   Call call(*this, "DiagnosticController::getDiagControllerStatus");
   return call.answerBehind(ClientCall::readHealth, [&] {
     auto status = std::make_unique<DiagControllerStatus>();

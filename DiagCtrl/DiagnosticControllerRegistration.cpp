@@ -69,7 +69,7 @@ class DiagnosticController::Registration {
 };
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagEvents(
-    CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId) {
+    CallBackObject* apCallBackObj, unsigned long& ulDiagEventRegId) noexcept {
   return Registration(*this, "DiagnosticController::registerForDiagEvents")
       .add({.call = ClientCall::registerForEvents,
             .createQueue = &EventManager::createEventQueue,
@@ -78,7 +78,7 @@ DiagnosticController::errorCode DiagnosticController::registerForDiagEvents(
 }
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagResults(
-    CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId) {
+    CallBackObject* apCallBackObj, unsigned long& ulDiagResultRegId) noexcept {
   return Registration(*this, "DiagnosticController::registerForDiagResults")
       .add({.call = ClientCall::registerForResults,
             .createQueue = &EventManager::createResultQueue,
@@ -87,7 +87,7 @@ DiagnosticController::errorCode DiagnosticController::registerForDiagResults(
 }
 
 DiagnosticController::errorCode DiagnosticController::registerForDiagCtrlEvents(
-    CallBackObject* apCallBackObj, unsigned long& ulDiagCtrlEventRegId) {
+    CallBackObject* apCallBackObj, unsigned long& ulDiagCtrlEventRegId) noexcept {
   return Registration(*this, "DiagnosticController::registerForDiagCtrlEvents")
       .add({.call = ClientCall::registerForCtrlEvents,
             .createQueue = &EventManager::createCtrlEventQueue,
@@ -170,13 +170,13 @@ DiagnosticController::errorCode DiagnosticController::Registration::fetch(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticEvents(
-    long lEventRegId, EventVector*& rDiagEventVector) {
+    long lEventRegId, EventVector*& rDiagEventVector) noexcept {
   return Registration(*this, "DiagnosticController::getDiagnosticEvents")
       .fetch<EventVector>({.get = &EventManager::getEvents}, lEventRegId, rDiagEventVector);
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticResults(
-    long lResultId, ResultVector*& arpDiagResultVector) {
+    long lResultId, ResultVector*& arpDiagResultVector) noexcept {
   return Registration(*this, "DiagnosticController::getDiagnosticResults")
       .fetch<ResultVector>({.get = &EventManager::getResults,
                             .unknownText = "RESULT REG ID NOT FOUND, INCORRECT REG ID:"},
@@ -184,7 +184,7 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticResults(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticCtrlEvents(
-    long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector) {
+    long lCtrlEventRegId, CtrlEventVector*& arpDiagCtrlEventVector) noexcept {
   return Registration(*this, "DiagnosticController::getDiagnosticCtrlEvents")
       .fetchCtrlEvents(lCtrlEventRegId, arpDiagCtrlEventVector);
 }
@@ -206,7 +206,7 @@ DiagnosticController::errorCode DiagnosticController::Registration::fetchCtrlEve
 }
 
 DiagnosticController::errorCode DiagnosticController::getNumberOfRegistrations(
-    unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) {
+    unsigned int& auiEvtReg, unsigned int& auiResReg, unsigned int& auiCtrlEvtReg) noexcept {
   Call call(*this, "DiagnosticController::getNumberOfRegistrations");
   const auto count = [](const CallBackList& arList) {
     const LockScope lock(arList.lock, 0);

@@ -47,7 +47,7 @@ class TARVEXDIAGS_SCOPED_CAPABILITY SettingsLock {
 }  // namespace
 
 // Leaves the calling thread's indentation one step deeper, as it always has: no exit line.
-GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const {
+GlobalSettings* DiagnosticController::getGlobalSettingsPtr() const noexcept {
   mpDiagTracer->beginTrace(DiagCtrlConstants::DIAG_INFORMATION,
                            "DiagnosticController::getGlobalSettingsPtr");
   kClientsAtRest.mayRead();
@@ -116,33 +116,35 @@ DiagnosticController::errorCode DiagnosticController::Setting::change(
 }
 
 DiagnosticController::errorCode DiagnosticController::getDebugLog(
-    DiagCtrlConstants::debugLevel& areDebugLevel) {
+    DiagCtrlConstants::debugLevel& areDebugLevel) noexcept {
   return Setting(*this, "DiagnosticController::getDebugLog")
       .read(ClientCall::readDebugLog,
             [&](GlobalSettings& arSettings) { areDebugLevel = arSettings.getDebugLog(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getRunMode(
-    GlobalSettings::runMode& areRunMode) {
+    GlobalSettings::runMode& areRunMode) noexcept {
   return Setting(*this, "DiagnosticController::getRunMode")
       .read(ClientCall::readSetting,
             [&](GlobalSettings& arSettings) { areRunMode = arSettings.getRunMode(); });
 }
 
-DiagnosticController::errorCode DiagnosticController::getDiagLogMode(bool& arbDiagLogMode) {
+DiagnosticController::errorCode DiagnosticController::getDiagLogMode(
+    bool& arbDiagLogMode) noexcept {
   return Setting(*this, "DiagnosticController::getDiagLogMode")
       .read(ClientCall::readSetting,
             [&](GlobalSettings& arSettings) { arbDiagLogMode = arSettings.getDiagLogMode(); });
 }
 
-DiagnosticController::errorCode DiagnosticController::getHaltOnError(bool& arbHaltOnError) {
+DiagnosticController::errorCode DiagnosticController::getHaltOnError(
+    bool& arbHaltOnError) noexcept {
   return Setting(*this, "DiagnosticController::getHaltOnError")
       .read(ClientCall::readSetting,
             [&](GlobalSettings& arSettings) { arbHaltOnError = arSettings.getHaltOnError(); });
 }
 
 DiagnosticController::errorCode DiagnosticController::getDiagnosticMode(
-    GlobalSettings::diagMode& areDiagnosticMode) {
+    GlobalSettings::diagMode& areDiagnosticMode) noexcept {
   return Setting(*this, "DiagnosticController::getDiagnosticMode")
       .read(ClientCall::readSetting, [&](GlobalSettings& arSettings) {
         areDiagnosticMode = arSettings.getDiagnosticMode();
@@ -150,7 +152,7 @@ DiagnosticController::errorCode DiagnosticController::getDiagnosticMode(
 }
 
 DiagnosticController::errorCode DiagnosticController::setDebugLog(
-    DiagCtrlConstants::debugLevel aeDebugLevel) {
+    DiagCtrlConstants::debugLevel aeDebugLevel) noexcept {
   return Setting(*this, "DiagnosticController::setDebugLog")
       .change(
           [&] {
@@ -164,7 +166,7 @@ DiagnosticController::errorCode DiagnosticController::setDebugLog(
 }
 
 DiagnosticController::errorCode DiagnosticController::setRunMode(
-    GlobalSettings::runMode aeRunMode) {
+    GlobalSettings::runMode aeRunMode) noexcept {
   return Setting(*this, "DiagnosticController::setRunMode")
       .change(
           [&] {
@@ -174,20 +176,20 @@ DiagnosticController::errorCode DiagnosticController::setRunMode(
           [&](GlobalSettings& arSettings) { arSettings.setRunMode(aeRunMode); });
 }
 
-DiagnosticController::errorCode DiagnosticController::setDiagLogMode(bool abDiagLogMode) {
+DiagnosticController::errorCode DiagnosticController::setDiagLogMode(bool abDiagLogMode) noexcept {
   return Setting(*this, "DiagnosticController::setDiagLogMode")
       .change([&] { mpValidator->validBool(abDiagLogMode); },
               [&](GlobalSettings& arSettings) { arSettings.setDiagLogMode(abDiagLogMode); });
 }
 
-DiagnosticController::errorCode DiagnosticController::setHaltOnError(bool abHaltOnError) {
+DiagnosticController::errorCode DiagnosticController::setHaltOnError(bool abHaltOnError) noexcept {
   return Setting(*this, "DiagnosticController::setHaltOnError")
       .change([&] { mpValidator->validBool(abHaltOnError); },
               [&](GlobalSettings& arSettings) { arSettings.setHaltOnError(abHaltOnError); });
 }
 
 DiagnosticController::errorCode DiagnosticController::setDiagnosticMode(
-    GlobalSettings::diagMode aeDiagnosticMode) {
+    GlobalSettings::diagMode aeDiagnosticMode) noexcept {
   return Setting(*this, "DiagnosticController::setDiagnosticMode")
       .change(
           [&] {

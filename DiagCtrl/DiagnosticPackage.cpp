@@ -231,65 +231,65 @@ void DiagnosticPackage::withdrawTest(int aiTestId) {
   mTestIdMap.erase(aiTestId);
 }
 
-const char* DiagnosticPackage::getResourceString() {
+const char* DiagnosticPackage::getResourceString() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getResourceString");
   kClientsAtRest.mayRead();
   return mpcResourceString;
 }
 
-const char* DiagnosticPackage::getPackageBaseName() {
+const char* DiagnosticPackage::getPackageBaseName() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageBaseName");
   return msPackageBaseName.c_str();
 }
 
-const char* DiagnosticPackage::getPackageName() {
+const char* DiagnosticPackage::getPackageName() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageName");
   kClientsAtRest.mayRead();
   return mpcPackagename;
 }
 
-const char* DiagnosticPackage::getPackageMnemonic() {
+const char* DiagnosticPackage::getPackageMnemonic() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageMnemonic");
   kClientsAtRest.mayRead();
   return mpcPackageMnemonic;
 }
 
-const char* DiagnosticPackage::getPackageVersion() {
+const char* DiagnosticPackage::getPackageVersion() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageVersion");
   kClientsAtRest.mayRead();
   return mpcPackageVersion;
 }
 
-const char* DiagnosticPackage::getPackageDesc() {
+const char* DiagnosticPackage::getPackageDesc() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageDesc");
   kClientsAtRest.mayRead();
   return mpcPackageDesc;
 }
 
-const char* DiagnosticPackage::getPackageDepDll() {
+const char* DiagnosticPackage::getPackageDepDll() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageDepDll");
   kClientsAtRest.mayRead();
   return mpcDLLDependencies;
 }
 
-unsigned int DiagnosticPackage::getDeviceType() {
+unsigned int DiagnosticPackage::getDeviceType() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getDeviceType");
   kClientsAtRest.mayRead();
   return muiDeviceType;
 }
 
-bool DiagnosticPackage::checkSystemLock() {
+bool DiagnosticPackage::checkSystemLock() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::checkSystemLock");
   return mbSystemLock;
 }
 
-p_Handle DiagnosticPackage::getPackageHandle() {
+p_Handle DiagnosticPackage::getPackageHandle() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getPackageHandle");
   kClientsAtRest.mayRead();
   return mDLLHandle;
 }
 
-void DiagnosticPackage::setPackageHandle(p_Handle aHandle) {
+void DiagnosticPackage::setPackageHandle(p_Handle aHandle) noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::setPackageHandle");
   mDLLHandle = aHandle;
 }
@@ -455,7 +455,7 @@ bool DiagnosticPackage::isDisabledFor(int aiTestId, const char* apcDisableName) 
                      [&](const char* apcName) { return stringcmp2(apcName, apcDisableName) == 0; });
 }
 
-DeviceVector& DiagnosticPackage::getDeviceVector() {
+DeviceVector& DiagnosticPackage::getDeviceVector() noexcept {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::getDeviceVector");
   kClientsAtRest.mayRead();
   return mDeviceVector;

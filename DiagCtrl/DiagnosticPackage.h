@@ -44,21 +44,21 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   /// @throws DiagCtrlInitialisationFailed for any fault of the file.
   void initialize(const char* apcPackFileName) TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
-  const char* getResourceString();
-  const char* getPackageBaseName();
-  const char* getPackageName();
-  const char* getPackageMnemonic();
-  const char* getPackageVersion();
-  const char* getPackageDesc();
-  const char* getPackageDepDll();
-  unsigned int getDeviceType();
+  const char* getResourceString() noexcept;
+  const char* getPackageBaseName() noexcept;
+  const char* getPackageName() noexcept;
+  const char* getPackageMnemonic() noexcept;
+  const char* getPackageVersion() noexcept;
+  const char* getPackageDesc() noexcept;
+  const char* getPackageDepDll() noexcept;
+  unsigned int getDeviceType() noexcept;
   /// Whether the package's tests take the whole machine.
-  bool checkSystemLock();
+  bool checkSystemLock() noexcept;
   /// The same without a trace.
   bool takesMachine() const noexcept { return mbSystemLock; }
 
-  p_Handle getPackageHandle();
-  void setPackageHandle(p_Handle aHandle) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  p_Handle getPackageHandle() noexcept;
+  void setPackageHandle(p_Handle aHandle) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   /// Ids of the tests on offer. @throws DiagCtrlMutexException
   std::map<int, int> getTestIdMap();
@@ -84,7 +84,7 @@ class TARVEXDIAGS_EXPORT DiagnosticPackage {
   /// @throws DiagCtrlObjectNotFound; what the package throws passes through.
   void createDeviceVector(DeviceEnum::VirtualDeviceVector* apVirtualDeviceVector,
                           Diag::IDiagnostics* apIDiagnostics) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  DeviceVector& getDeviceVector();
+  DeviceVector& getDeviceVector() noexcept;
   void updateDevIdDevObjectMap(int aiDeviceId, DiagDevice* apDiagDevice)
       TARVEXDIAGS_REQUIRES(kClientsAtRest);
   /// @throws DiagCtrlKeyNotExistException if there is no such device, DiagCtrlMutexException

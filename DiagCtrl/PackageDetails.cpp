@@ -12,22 +12,22 @@ PackageDetails::~PackageDetails() {
   delete[] mpcOperatingSystem;
 }
 
-unsigned short PackageDetails::getMachineId() {
+unsigned short PackageDetails::getMachineId() noexcept {
   const TraceScope trace(mDiagTracer, "PackageDetails::getMachineId");
   return musMachineId;
 }
 
-void PackageDetails::setMachineId(unsigned short ausMachineId) {
+void PackageDetails::setMachineId(unsigned short ausMachineId) noexcept {
   const TraceScope trace(mDiagTracer, "PackageDetails::setMachineId");
   musMachineId = ausMachineId;
 }
 
-const char* PackageDetails::getOs() {
+const char* PackageDetails::getOs() noexcept {
   const TraceScope trace(mDiagTracer, "PackageDetails::getOs");
   return mpcOperatingSystem;
 }
 
-void PackageDetails::setOs(char* apcOs) {
+void PackageDetails::setOs(char* apcOs) noexcept {
   const TraceScope trace(mDiagTracer, "PackageDetails::setOs");
   if (apcOs != mpcOperatingSystem) {
     delete[] mpcOperatingSystem;

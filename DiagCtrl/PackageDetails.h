@@ -14,14 +14,14 @@ class TARVEXDIAGS_EXPORT PackageDetails {
   PackageDetails& operator=(const PackageDetails&) = delete;
   ~PackageDetails();
 
-  unsigned short getMachineId();
+  unsigned short getMachineId() noexcept;
   /// @param ausMachineId 0 means any machine.
-  void setMachineId(unsigned short ausMachineId);
+  void setMachineId(unsigned short ausMachineId) noexcept;
 
   /// The object's own text; null until it is set.
-  const char* getOs();
+  const char* getOs() noexcept;
   /// @param apcOs an array made with new that the object takes over; empty means any system.
-  void setOs(char* apcOs);
+  void setOs(char* apcOs) noexcept;
 
  private:
   unsigned short musMachineId;

@@ -36,68 +36,68 @@ PackageTestInfo::~PackageTestInfo() {
   }
 }
 
-const char* PackageTestInfo::getTestName() {
+const char* PackageTestInfo::getTestName() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestName");
   kClientsAtRest.mayRead();
   return mpcTestName;
 }
 
-const char* PackageTestInfo::getTestDesc() {
+const char* PackageTestInfo::getTestDesc() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDesc");
   kClientsAtRest.mayRead();
   return mpcTestDescrpition;
 }
 
-const char* PackageTestInfo::getTestCapabilities() {
+const char* PackageTestInfo::getTestCapabilities() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestCapabilities");
   kClientsAtRest.mayRead();
   return mpcTestCapabilities;
 }
 
-const char* PackageTestInfo::getTestOpenMode() {
+const char* PackageTestInfo::getTestOpenMode() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestOpenMode");
   kClientsAtRest.mayRead();
   return mpcTestOpenMode;
 }
 
-bool PackageTestInfo::getTestDisable() {
+bool PackageTestInfo::getTestDisable() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestDisable");
   kClientsAtRest.mayRead();
   return mbTestDisable;
 }
 
-int PackageTestInfo::getTestEstimatedTime() {
+int PackageTestInfo::getTestEstimatedTime() noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::getTestEstimatedTime");
   kClientsAtRest.mayRead();
   return miTestEstimatedTime;
 }
 
-void PackageTestInfo::setTestName(char* apcTestName) {
+void PackageTestInfo::setTestName(char* apcTestName) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestName");
   replaceText(mpcTestName, apcTestName);
 }
 
-void PackageTestInfo::setTestDesc(char* apcTestDesc) {
+void PackageTestInfo::setTestDesc(char* apcTestDesc) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestDesc");
   replaceText(mpcTestDescrpition, apcTestDesc);
 }
 
-void PackageTestInfo::setTestCapabilities(char* apcTestCapabilities) {
+void PackageTestInfo::setTestCapabilities(char* apcTestCapabilities) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestCapabilities");
   replaceText(mpcTestCapabilities, apcTestCapabilities);
 }
 
-void PackageTestInfo::setTestOpenMode(char* apcTestOpenMode) {
+void PackageTestInfo::setTestOpenMode(char* apcTestOpenMode) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestOpenMode");
   replaceText(mpcTestOpenMode, apcTestOpenMode);
 }
 
-void PackageTestInfo::setTestDisable(bool abTestDisable) {
+void PackageTestInfo::setTestDisable(bool abTestDisable) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestDisable");
   mbTestDisable = abTestDisable;
 }
 
-void PackageTestInfo::setTestEstimatedTime(int aiTestEstimatedTime) {
+void PackageTestInfo::setTestEstimatedTime(int aiTestEstimatedTime) noexcept {
   const TraceScope trace(mpDiagTracer, "PackageTestInfo::setTestEstimatedTime");
   miTestEstimatedTime = aiTestEstimatedTime;
 }

@@ -22,22 +22,22 @@ class TARVEXDIAGS_EXPORT PackageTestInfo {
   PackageTestInfo& operator=(const PackageTestInfo&) = delete;
   virtual ~PackageTestInfo();
 
-  const char* getTestName();
-  const char* getTestDesc();
+  const char* getTestName() noexcept;
+  const char* getTestDesc() noexcept;
   /// Kept and handed out, nothing more.
-  const char* getTestCapabilities();
+  const char* getTestCapabilities() noexcept;
   /// Access mode text: READ_ONLY, WRITE_ONLY or QUERY in it counts, anything else is both.
-  const char* getTestOpenMode();
-  bool getTestDisable();
+  const char* getTestOpenMode() noexcept;
+  bool getTestDisable() noexcept;
   /// In the unit that package and client agree on; 0 when the file gives none.
-  int getTestEstimatedTime();
+  int getTestEstimatedTime() noexcept;
 
-  void setTestName(char* apcTestName) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  void setTestDesc(char* apcTestDesc) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  void setTestCapabilities(char* apcTestCapabilities) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  void setTestOpenMode(char* apcTestOpenMode) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  void setTestDisable(bool abTestDisable) TARVEXDIAGS_REQUIRES(kClientsAtRest);
-  void setTestEstimatedTime(int aiTestEstimatedTime) TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestName(char* apcTestName) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestDesc(char* apcTestDesc) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestCapabilities(char* apcTestCapabilities) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestOpenMode(char* apcTestOpenMode) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestDisable(bool abTestDisable) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
+  void setTestEstimatedTime(int aiTestEstimatedTime) noexcept TARVEXDIAGS_REQUIRES(kClientsAtRest);
 
   void updateEnableDeviceIdList(int aiDeviceId) TARVEXDIAGS_REQUIRES(kClientsAtRest);
   void updateDisableDeviceIdList(int aiDeviceId) TARVEXDIAGS_REQUIRES(kClientsAtRest);

@@ -139,7 +139,7 @@ void TestRequest::setIDiagnostics(Diag::IDiagnostics* apIDiagnostics) {
   mpIDiagnosticsPtr = apIDiagnostics;
 }
 
-bool TestRequest::getHaltedStatus() {
+bool TestRequest::getHaltedStatus() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getHaltedStatus");
   return mbHaltedStatus;
 }
@@ -150,7 +150,7 @@ void TestRequest::setHaltedStatus(bool abHaltedStatus) {
   mbHaltedStatus = abHaltedStatus;
 }
 
-bool TestRequest::getHaltLoopOnError() {
+bool TestRequest::getHaltLoopOnError() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getHaltLoopOnError");
   return mbHaltLoopOnError;
 }
@@ -161,7 +161,7 @@ void TestRequest::setHaltLoopOnError(bool abHaltLoopOnError) {
   mbHaltLoopOnError = abHaltLoopOnError;
 }
 
-bool TestRequest::getMonitored() {
+bool TestRequest::getMonitored() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getMonitored");
   return mbMonitored;
 }
@@ -178,47 +178,47 @@ void TestRequest::setExecutedAll(bool abExecutedAll) {
   mbExecutedAll = abExecutedAll;
 }
 
-void TestRequest::setHandle(DLL_Handle aHandle) {
+void TestRequest::setHandle(DLL_Handle aHandle) noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::setHandle");
   mDLLHandle = aHandle;
 }
 
-DLL_Handle TestRequest::getHandle() {
+DLL_Handle TestRequest::getHandle() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getHandle");
   return mDLLHandle;
 }
 
-bool TestRequest::getExecutedOnce() {
+bool TestRequest::getExecutedOnce() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getExecutedOnce");
   return mbExecutedOnce;
 }
 
-void TestRequest::setExecutedOnce(bool abExecutedOnce) {
+void TestRequest::setExecutedOnce(bool abExecutedOnce) noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::setExecutedOnce");
   mbExecutedOnce = abExecutedOnce;
 }
 
-unsigned long TestRequest::getTestRequestStartTime() {
+unsigned long TestRequest::getTestRequestStartTime() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getTestRequestStartTime");
   return mulTestRequestStartTime;
 }
 
-void TestRequest::setTestRequestStartTime(unsigned long aulStartTime) {
+void TestRequest::setTestRequestStartTime(unsigned long aulStartTime) noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::setTestRequestStartTime");
   mulTestRequestStartTime = aulStartTime;
 }
 
-Diag::DiagnosticSettings* TestRequest::getDiagnosticSettings() {
+Diag::DiagnosticSettings* TestRequest::getDiagnosticSettings() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getDiagnosticSettings");
   return mpDiagSetting;
 }
 
-DiagnosticPackage& TestRequest::getDiagPackageRef() {
+DiagnosticPackage& TestRequest::getDiagPackageRef() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getDiagPackageRef");
   return mrDiagPackageRef;
 }
 
-DiagDevice& TestRequest::getDiagDeviceRef() {
+DiagDevice& TestRequest::getDiagDeviceRef() noexcept {
   const TraceScope trace(mpDiagTracer, "TestRequest::getDiagDeviceRef");
   return mrDiagDeviceRef;
 }

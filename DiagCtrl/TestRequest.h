@@ -133,24 +133,24 @@ class TARVEXDIAGS_EXPORT TestRequest {
   /// The request takes the object over.
   void setIDiagnostics(Diag::IDiagnostics* apIDiagnostics);
 
-  bool getHaltedStatus();
+  bool getHaltedStatus() noexcept;
   void setHaltedStatus(bool abHaltedStatus);
-  bool getHaltLoopOnError();
+  bool getHaltLoopOnError() noexcept;
   void setHaltLoopOnError(bool abHaltLoopOnError);
-  bool getMonitored();
+  bool getMonitored() noexcept;
   void setMonitored(bool abMonitored);
   void setExecutedAll(bool abExecutedAll);
 
-  void setHandle(DLL_Handle aHandle);
-  DLL_Handle getHandle();
-  bool getExecutedOnce();
-  void setExecutedOnce(bool abExecutedOnce);
-  unsigned long getTestRequestStartTime();
+  void setHandle(DLL_Handle aHandle) noexcept;
+  DLL_Handle getHandle() noexcept;
+  bool getExecutedOnce() noexcept;
+  void setExecutedOnce(bool abExecutedOnce) noexcept;
+  unsigned long getTestRequestStartTime() noexcept;
   /// @param aulStartTime seconds since the epoch.
-  void setTestRequestStartTime(unsigned long aulStartTime);
-  Diag::DiagnosticSettings* getDiagnosticSettings();
-  DiagnosticPackage& getDiagPackageRef();
-  DiagDevice& getDiagDeviceRef();
+  void setTestRequestStartTime(unsigned long aulStartTime) noexcept;
+  Diag::DiagnosticSettings* getDiagnosticSettings() noexcept;
+  DiagnosticPackage& getDiagPackageRef() noexcept;
+  DiagDevice& getDiagDeviceRef() noexcept;
   DiagIntList getTestIdList();
 
   /// Destroys the package's object and gives the library reference back; once. While other threads

@@ -310,15 +310,15 @@ bool TestRequestManager::isPackageInUse(const DiagnosticPackage& arDiagPackage) 
          std::any_of(mRetiredRequests.begin(), mRetiredRequests.end(), isInUse);
 }
 
-DiagCtrlConditionVar& TestRequestManager::getCondVarTRWaitQueue() {
+DiagCtrlConditionVar& TestRequestManager::getCondVarTRWaitQueue() noexcept {
   return *mpCondVarTRWaitQueue;
 }
 
-DiagCtrlConditionVar& TestRequestManager::getCondVarTRExecQueue() {
+DiagCtrlConditionVar& TestRequestManager::getCondVarTRExecQueue() noexcept {
   return *mpCondVarTRExecQueue;
 }
 
-DiagCtrlConditionVar& TestRequestManager::getCondVarExecMgrThread() {
+DiagCtrlConditionVar& TestRequestManager::getCondVarExecMgrThread() noexcept {
   return *mpCondVarExecMgrThread;
 }
 
@@ -361,7 +361,7 @@ void TestRequestManager::concludeTestExec(unsigned long aulTestRequestId, unsign
   mpCondVarTRWaitQueue->nudge();
 }
 
-void TestRequestManager::resetRequestId() {
+void TestRequestManager::resetRequestId() noexcept {
   mSulCurrentTestReqIdNumber = mSConUlstartNumberTestRequestId;
 }
 

@@ -75,17 +75,17 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   void clearTestRequestMap();
 
   /// Work stands in the WAIT queue; the dispatcher waits on it.
-  DiagCtrlConditionVar& getCondVarTRWaitQueue();
+  DiagCtrlConditionVar& getCondVarTRWaitQueue() noexcept;
   /// A request stands in the EXECUTION queue or a worker has ended; the monitor waits on it.
-  DiagCtrlConditionVar& getCondVarTRExecQueue();
+  DiagCtrlConditionVar& getCondVarTRExecQueue() noexcept;
   /// Something was given back or judged; the dispatcher waits on it.
-  DiagCtrlConditionVar& getCondVarExecMgrThread();
+  DiagCtrlConditionVar& getCondVarExecMgrThread() noexcept;
 
   bool getTestExecCompleted();
   void setTestExecCompleted(bool abTestExecCompleted);
 
   /// The next request numbers from 1 again.
-  static void resetRequestId();
+  static void resetRequestId() noexcept;
 
   // For the threads of the pipeline. ---------------------------------------------------------
 
