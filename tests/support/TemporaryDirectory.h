@@ -1,15 +1,21 @@
 #pragma once
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
+#include <set>
 #include <string>
 #include <system_error>
 
 namespace TarvexDiags::TestSupport {
 
-/// A directory of the test's own, removed with all that lies in it when the object goes.
+/// A directory of the test's own, removed with all that lies in it when the object goes. A test
+/// that ends its process itself does that with endTestProcess, or its directories stay.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
@@ -18,11 +24,15 @@ class TemporaryDirectory {
       throw std::system_error(errno, std::generic_category(), name);
     }
     m_path = name;
+    Living& all = living();
+    const std::lock_guard lock(all.mutex);
+    all.paths.insert(m_path);
   }
   ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::permissions(m_path, std::filesystem::perms::owner_all, ignored);
-    std::filesystem::remove_all(m_path, ignored);
+    remove(m_path);
+    Living& all = living();
+    const std::lock_guard lock(all.mutex);
+    all.paths.erase(m_path);
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
@@ -46,8 +56,36 @@ class TemporaryDirectory {
     return file(name);
   }
 
+  /// Removes every directory of the process: for its end.
+  static void removeAll() {
+    Living& all = living();
+    const std::lock_guard lock(all.mutex);
+    std::for_each(all.paths.begin(), all.paths.end(), remove);
+  }
+
  private:
+  struct Living {
+    std::mutex mutex;
+    std::set<std::string> paths;
+  };
+
+  static Living& living() {
+    static auto* const all = new Living;  // outlives every directory
+    return *all;
+  }
+  static void remove(const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all, ignored);
+    std::filesystem::remove_all(path, ignored);
+  }
+
   std::string m_path;
 };
+
+/// Ends the process of a test after which something stays locked for good.
+[[noreturn]] inline void endTestProcess(bool hasFailed) {
+  TemporaryDirectory::removeAll();
+  _exit(hasFailed ? 1 : 0);
+}
 
 }  // namespace TarvexDiags::TestSupport

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -17,6 +16,7 @@
 #include "tests/support/Places.h"
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/ProcessMaps.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -276,7 +276,7 @@ TEST_F(NoLibraryTest, a_fifo_in_place_of_a_dependency_is_not_loadable) {
 /// Ends its process itself: the loader keeps its lock once a library did not close.
 class UnclosableLibraryTest : public ControllerTest {
  protected:
-  void TearDown() override { _exit(HasFailure() ? 1 : 0); }
+  void TearDown() override { TestSupport::endTestProcess(HasFailure()); }
 
   PlatformAnswers platform;
 };

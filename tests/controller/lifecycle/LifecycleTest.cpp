@@ -22,6 +22,7 @@
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/ThreadCreation.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
@@ -636,7 +637,7 @@ TEST_F(LifecycleTest, a_library_that_does_not_close_is_traced) {
   std::thread([this] { harness.shutDown(); }).detach();
   EXPECT_TRUE(
       eventually([&] { return trace().contains("WARNING: DiagCtrlReleaseLibraryFailed"); }));
-  _exit(HasFailure() ? 1 : 0);  // the loader keeps its lock after that
+  TestSupport::endTestProcess(HasFailure());  // the loader keeps its lock after that
 }
 
 TEST_F(LifecycleTest, a_shut_down_ends_an_enumeration_between_two_packages) {

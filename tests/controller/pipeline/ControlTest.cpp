@@ -1,7 +1,5 @@
 // The calls with which a client steers and watches the requests that it has queued.
 
-#include <unistd.h>
-
 #include <memory>
 #include <string>
 #include <thread>
@@ -10,6 +8,7 @@
 #include "DiagCtrl/CallBackObject.h"
 #include "tests/controller/pipeline/PipelineFixture.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TraceFile.h"
 
 TARVEX_PRIVATE_MEMBER(IdListTag, DiagCtrl::TestRequestManager::mTestRequestIdList);
@@ -233,7 +232,7 @@ TEST_F(ControlTest, a_failing_release_is_reported_and_the_abort_goes_on) {
   EXPECT_THAT(harness.ctrlEvents(),
               ElementsAre("RELEASE_LIBRARY_FAILED E 0", "TEST_REQUEST_ABORTED I 2"));
   EXPECT_EQ(request(queued).getTestRequestStatus(-1), Request::ABORTED);
-  _exit(HasFailure() ? 1 : 0);  // the loader's lock stays held after a failed release
+  TestSupport::endTestProcess(HasFailure());  // the loader's lock stays held after a failed release
 }
 
 TEST_F(ControlTest, abort_all_aborts_what_is_on_the_list_and_leaves_the_ids_there) {
@@ -295,7 +294,7 @@ TEST_F(VanishedIdTest, makes_abort_all_fail_and_every_later_one_until_a_shut_dow
   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("ABORT_ALL_ALREADY_IN_PROCESS W 0"));
   const Companion client([&] { harness->suspendTest(1); });
   EXPECT_TRUE(client.blocks()) << "the refused call keeps the big lock";
-  _exit(HasFailure() ? 1 : 0);
+  TestSupport::endTestProcess(HasFailure());
 }
 
 TEST_F(VanishedIdTest, leaves_the_big_lock_free_for_other_calls) {
@@ -465,7 +464,7 @@ TEST_F(ControlTest, status_of_a_released_request_is_not_found_and_blocks_later_c
   EXPECT_TRUE(progress.blocks());
   EXPECT_TRUE(status.blocks());
   EXPECT_EQ(requestStatusCall(static_cast<long>(other)), Controller::SUCCESS) << "others go on";
-  _exit(HasFailure() ? 1 : 0);  // nobody can free the two
+  TestSupport::endTestProcess(HasFailure());  // nobody can free the two
 }
 
 // ---- Clearing

@@ -1,7 +1,6 @@
 // One request's flags, status and package object, and the manager's queues, ids and owning map.
 
 #include <dlfcn.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -19,6 +18,7 @@
 #include "DiagCtrl/internal/controller/RequestReference.h"
 #include "DiagCtrl/internal/ground/ReplaceStatus.h"
 #include "tests/controller/pipeline/PipelineFixture.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace TarvexDiags::TestSupport {
 
@@ -282,7 +282,7 @@ TEST_F(RequestTest, a_library_that_the_last_user_cannot_give_back_harms_nobody) 
   }
   EXPECT_EQ(CountedDiagnostics::living, 0);
   EXPECT_TRUE(request->ifIDiagnosticsDeleted()) << "its lock is free again";
-  _exit(HasFailure() ? 1 : 0);  // the loader's lock stays held after a failed release
+  TestSupport::endTestProcess(HasFailure());  // the loader's lock stays held after a failed release
 }
 
 // ---- The dispatch gate -----------------------------------------------------------------------

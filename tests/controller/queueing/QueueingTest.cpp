@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <functional>
@@ -18,6 +17,7 @@
 #include "tests/support/PlatformAnswers.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ProcessMaps.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/ThreadState.h"
 
 TARVEX_PRIVATE_MEMBER(PackageMapTag, DiagCtrl::DiagnosticController::mPackageMap);
@@ -387,7 +387,7 @@ TEST_F(UnloadableTest, devices_before_the_one_that_fails_stay_queued_under_the_i
 /// Ends its process itself: the loader keeps its lock once a library did not close.
 class UnclosableTest : public UnloadableTest {
  protected:
-  void TearDown() override { _exit(HasFailure() ? 1 : 0); }
+  void TearDown() override { TestSupport::endTestProcess(HasFailure()); }
 
   TestSupport::PlatformAnswers platform;
 };
