@@ -1,0 +1,62 @@
+// The log, written and read back.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "diagctl/report/JsonlReader.h"
+#include "diagctl/report/JsonlReporter.h"
+#include "diagctl/terminal/Printer.h"
+#include "tests/diagctl/Samples.h"
+
+namespace TarvexDiags::FrontEnd {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string toLog(const std::vector<RunEvent>& events) {
+  std::ostringstream out;
+  Printer printer(out);
+  JsonlReporter reporter(printer);
+  for (const RunEvent& event : events) {
+    reporter.handle(event);
+  }
+  return out.str();
+}
+
+std::vector<RunEvent> fromLog(const std::string& log) {
+  std::istringstream in(log);
+  std::vector<RunEvent> events;
+  JsonlReader(in, "log").readRun([&](const RunEvent& event) { events.push_back(event); });
+  return events;
+}
+
+TEST(Log, reads_back_as_it_was_written) {
+  const std::string log = toLog(wholeRun());
+  EXPECT_EQ(fromLog(log).size(), wholeRun().size());
+  EXPECT_EQ(toLog(fromLog(log)), log);
+  const auto diagnosis = std::get<StepDiagnosis>(fromLog(log)[5].body);
+  EXPECT_EQ(diagnosis.action, "Replace it.");
+  EXPECT_EQ(diagnosis.pass, 2);
+  EXPECT_FALSE(std::get<StepEnded>(fromLog(log)[6].body).isAborted);
+  EXPECT_TRUE(std::get<StepEnded>(fromLog(log)[8].body).isAborted);
+}
+
+TEST(Log, stays_valid_whatever_bytes_a_package_writes) {
+  const auto time = std::chrono::system_clock::time_point();
+  const std::string log = toLog({{time, RunMessage{Severity::Error, "\xff\xfe \x01 end"}}});
+  EXPECT_THAT(std::get<RunMessage>(fromLog(log).at(0).body).text, HasSubstr("end"));
+}
+
+TEST(Log, may_break_off_in_its_last_line) {
+  const std::string log = toLog(wholeRun());
+  const auto events = fromLog(log.substr(0, log.size() - 20));
+  EXPECT_EQ(events.size(), wholeRun().size() - 1);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,49 @@
+// Which pairs of device and test patterns select.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "diagctl/session/Selection.h"
+#include "tests/diagctl/Samples.h"
+
+namespace TarvexDiags::FrontEnd {
+namespace {
+
+using ::testing::ElementsAre;
+
+TEST(Selection, no_pattern_means_all) {
+  EXPECT_EQ(select(oneDeviceCatalogue(), {}).size(), 2U);
+}
+
+TEST(Selection, a_device_matches_by_name_number_tag_and_last_component) {
+  const DeviceItem device{.id = 12, .name = "Disk A", .tag = "pci0/disk0"};
+  for (const char* pattern : {"12", "disk a", "Disk*", "pci0/disk0", "disk0", "disk[0-3]"}) {
+    EXPECT_TRUE(matchesDevice(pattern, device)) << pattern;
+  }
+  for (const char* pattern : {"1", "Disk", "pci0", "disk1"}) {
+    EXPECT_FALSE(matchesDevice(pattern, device)) << pattern;
+  }
+}
+
+TEST(Selection, exclusion_wins) {
+  const Catalogue catalogue = oneDeviceCatalogue();
+  SelectionPatterns patterns;
+  patterns.tests = {"*read"};
+  patterns.excludedTests = {"Random*"};
+  const auto pairs = select(catalogue, patterns);
+  ASSERT_EQ(pairs.size(), 1U);
+  EXPECT_EQ(pairs[0].test->id, 3);
+}
+
+TEST(Selection, patterns_without_a_match_are_named) {
+  SelectionPatterns patterns;
+  patterns.packages = {"storage", "memory"};
+  patterns.tests = {"*read", "writing"};
+  EXPECT_THAT(unmatchedPatterns(oneDeviceCatalogue(), patterns),
+              ElementsAre("package 'memory'", "test 'writing'"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::FrontEnd
