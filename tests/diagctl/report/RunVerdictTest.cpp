@@ -1,0 +1,95 @@
+// What steps and runs come to, by the record of their stream alone.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/RunVerdict.h"
+
+namespace TarvexDiags::FrontEnd {
+namespace {
+
+using Outcome = StepRecord::Outcome;
+
+const std::string kStep = "1";
+
+StepDiagnosis judged(Verdict verdict) {
+  return {kStep, verdict, "symptom", "", "", "", 1};
+}
+
+/// A run of one step.
+RunRecord recordOf(const std::vector<RunEventBody>& told) {
+  const auto time = std::chrono::system_clock::time_point();
+  RunRecord record;
+  record.handle({time, RunStarted{}});
+  record.handle({time, StepStarted{kStep, "P", "Disk", "Read", "", 1}});
+  for (const RunEventBody& body : told) {
+    record.handle({time, body});
+  }
+  return record;
+}
+
+Outcome outcomeOf(const std::vector<RunEventBody>& told) {
+  return recordOf(told).find(kStep)->outcome();
+}
+
+TEST(StepOutcomes, take_the_weightiest_of_what_was_told) {
+  const StepDiagnosis passed = judged(Verdict::Pass);
+  const StepDiagnosis failed = judged(Verdict::Fail);
+  const StepDiagnosis unusual = judged(Verdict::Unknown);
+  const StepTrouble trouble{kStep, "worker-crashed", "", ""};
+  const StepEnded complete{kStep, RunStatus::Complete};
+  const StepEnded skipped{kStep, RunStatus::Skip};
+  EXPECT_EQ(outcomeOf({passed, complete}), Outcome::Passed);
+  EXPECT_EQ(outcomeOf({passed, unusual, complete}), Outcome::Warning);
+  EXPECT_EQ(outcomeOf({unusual, skipped}), Outcome::Skipped);
+  EXPECT_EQ(outcomeOf({passed, trouble, skipped}), Outcome::Trouble);
+  EXPECT_EQ(outcomeOf({passed, StepEnded{kStep, RunStatus::Error}}), Outcome::Trouble);
+  EXPECT_EQ(outcomeOf({passed}), Outcome::Trouble) << "without an end";
+  EXPECT_EQ(outcomeOf({failed, trouble, StepEnded{kStep, RunStatus::Error}}), Outcome::Failed);
+}
+
+TEST(RunSummaries, tell_what_was_aborted_from_what_was_not_possible) {
+  const RunSummary aborted = summaryOf(recordOf({StepEnded{kStep, RunStatus::Skip, true}}));
+  EXPECT_EQ(aborted.aborted, 1U);
+  EXPECT_EQ(aborted.skipped, 0U);
+  const RunSummary skipped = summaryOf(recordOf({StepEnded{kStep, RunStatus::Skip}}));
+  EXPECT_EQ(skipped.aborted, 0U);
+  EXPECT_EQ(skipped.skipped, 1U);
+}
+
+TEST(RunVerdicts, have_one_order_of_precedence) {
+  RunSummary summary;
+  EXPECT_EQ(verdictOf(summary, 0), RunVerdict::NothingRan);
+  summary.passed = 1;
+  EXPECT_EQ(verdictOf(summary, 0), RunVerdict::Passed);
+  summary.warned = 1;
+  EXPECT_EQ(verdictOf(summary, 0), RunVerdict::Warned);
+  summary.aborted = 1;
+  EXPECT_EQ(verdictOf(summary, 0), RunVerdict::Aborted);
+  EXPECT_EQ(verdictOf(summary, 1), RunVerdict::Troubled) << "with a package lost";
+  summary.troubled = 1;
+  EXPECT_EQ(verdictOf(summary, 0), RunVerdict::Troubled);
+  summary.failed = 1;
+  EXPECT_EQ(verdictOf(summary, 1), RunVerdict::Failed);
+}
+
+TEST(RunVerdicts, of_a_record_that_has_no_end_are_no_pass) {
+  RunRecord record = recordOf({judged(Verdict::Pass), StepEnded{kStep, RunStatus::Complete}});
+  EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kNoVerdict);
+  record.handle({std::chrono::system_clock::time_point(), endOf(RunVerdict::Passed)});
+  EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kPassed);
+}
+
+TEST(RunVerdicts, count_the_packages_that_the_stream_calls_lost) {
+  RunRecord record = recordOf({judged(Verdict::Pass), StepEnded{kStep, RunStatus::Complete},
+                               RunTrouble{"package-not-loaded", "lost"}});
+  record.handle({std::chrono::system_clock::time_point(), endOf(RunVerdict::Troubled)});
+  EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kNoVerdict);
+}
+
+}  // namespace
+}  // namespace TarvexDiags::FrontEnd
