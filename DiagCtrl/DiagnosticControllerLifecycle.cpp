@@ -179,7 +179,7 @@ DiagnosticController::errorCode DiagnosticController::initialize(const char* apc
 
 DiagnosticController::errorCode DiagnosticController::Machinery::initialize(
     const char* apcFileName) {
-  const AtRestScope rest;
+  const AtRestScope rest;  // the client's part: a controller that runs is not initialised again
   if (!readControlFile(apcFileName)) {
     return INITIALISATION_FAILED;
   }
