@@ -4,13 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <functional>
+#include <list>
 #include <optional>
 
-#include "System/Mutex.h"
-#include "System/ThreadAnnotations.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/report/EventRelay.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/Progress.h"
 #include "diagctl/report/RunVerdict.h"
@@ -32,40 +33,78 @@ bool isColoured(int descriptor) {
   return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
 }
 
-/// The line of progress, which the run and the keyboard's thread share.
-class SharedProgress {
+/// Tells a run to whoever follows it, on threads of their own, so that neither the run nor the
+/// keyboard waits for any of them. What people see stands in the files already; what else may wait
+/// for a reader is told by itself. The line of progress goes with standard output, as both may be
+/// one terminal.
+class Followers {
  public:
-  explicit SharedProgress(std::size_t requests)
-      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, requests) {}
-
-  unsigned long firstRunning() const {
-    const System::LockHold hold(m_lock);
-    return m_progress.firstRunning();
-  }
-
-  /// Tells an event to the outputs, with the line out of their way.
-  void tell(const RunEvent& event, bool isQuiet, Outputs& outputs) {
-    const System::LockHold hold(m_lock);
-    if (!isQuiet) {
-      m_progress.erase();
-    }
-    outputs.handle(event);
-    if (!isQuiet) {
-      m_progress.handle(event);
+  Followers(Outputs& outputs, std::size_t requests, bool isQuiet)
+      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, requests),
+        m_isQuiet(isQuiet),
+        m_people([this, &outputs](const RunEvent& event) { tellPeople(outputs, event); }),
+        m_files([this, &outputs](const RunEvent& event) { tellFiles(outputs, event); }) {
+    for (std::size_t index = 0; index + 1 < outputs.count(); ++index) {
+      if (!outputs.isPlainFile(index)) {
+        m_others.emplace_back(
+            [&outputs, index](const RunEvent& event) { outputs.handle(index, event); });
+      }
     }
   }
 
+  /// For a person who aborts one: the step that was drawn first; 0 for none. From any thread.
+  unsigned long firstRunning() const { return m_firstRunning; }
+
+  void tell(const RunEvent& event) {
+    m_files.post(event);
+    for (EventRelay& other : m_others) {
+      other.post(event);
+    }
+  }
+
+  /// Waits until everything was told.
   void finish() {
-    const System::LockHold hold(m_lock);
-    m_progress.finish();
+    m_files.finish();
+    m_people.finish();
+    for (EventRelay& other : m_others) {
+      other.finish();
+    }
+    if (!m_isQuiet) {
+      m_progress.finish();
+    }
   }
 
  private:
-  mutable System::Mutex m_lock;
-  Progress m_progress TARVEXDIAGS_GUARDED_BY(m_lock);
+  void tellFiles(Outputs& outputs, const RunEvent& event) {
+    for (std::size_t index = 0; index + 1 < outputs.count(); ++index) {
+      if (outputs.isPlainFile(index)) {
+        outputs.handle(index, event);
+      }
+    }
+    m_people.post(event);
+  }
+
+  // With the line of progress out of the way.
+  void tellPeople(Outputs& outputs, const RunEvent& event) {
+    if (m_isQuiet) {
+      outputs.handle(outputs.count() - 1, event);
+      return;
+    }
+    m_progress.erase();
+    outputs.handle(outputs.count() - 1, event);
+    m_progress.handle(event);
+    m_firstRunning = m_progress.firstRunning();
+  }
+
+  Progress m_progress;  // touched by the thread that tells people alone
+  const bool m_isQuiet;
+  std::atomic<unsigned long> m_firstRunning{0};
+  std::list<EventRelay> m_others;  // which stay where they are
+  EventRelay m_people;
+  EventRelay m_files;
 };
 
-std::function<void(char)> keysFor(const SharedProgress& progress) {
+std::function<void(char)> keysFor(const Followers& followers) {
   return [&](char key) {
     RunRequests& requests = Interruption::requests();
     switch (key) {
@@ -76,7 +115,7 @@ std::function<void(char)> keysFor(const SharedProgress& progress) {
         requests.resumeAll = true;
         break;
       case 'a':
-        requests.abortStep = progress.firstRunning();
+        requests.abortStep = followers.firstRunning();
         break;
       case 'q':
         requests.abortAll = true;
@@ -124,18 +163,16 @@ RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogu
 
 RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                   Outputs& outputs) {
-  SharedProgress progress(plan.requests.size());
+  Followers followers(outputs, plan.requests.size(), options.isQuiet);
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
-    keyboard.emplace(keysFor(progress));
+    keyboard.emplace(keysFor(followers));
   }
   Runner runner(
-      session, plan, [&](const RunEvent& event) { progress.tell(event, options.isQuiet, outputs); },
+      session, plan, [&](const RunEvent& event) { followers.tell(event); },
       Interruption::requests());
-  const RunRecord record = runner.run(openingOf(options, session.catalogue()));
-  if (!options.isQuiet) {
-    progress.finish();
-  }
+  RunRecord record = runner.run(openingOf(options, session.catalogue()));
+  followers.finish();
   return record;
 }
 

@@ -100,7 +100,8 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
   std::unique_ptr<Output> output(new Output);
   output->m_path = path;
   output->m_name = output->m_path;
-  const bool isPlain = isPlainFile(output->m_path);
+  const bool isPlain = FrontEnd::isPlainFile(output->m_path);
+  output->m_isPlainFile = isPlain;
   if (!format.isLog && isPlain) {
     output->m_besides = fmt::format("{}.{}.part", output->m_path, getpid());
   }
@@ -173,32 +174,48 @@ Outputs::Outputs(const std::vector<std::string>& specifications, const std::stri
     if (parsed.isStandardOutput()) {
       standardFormat = parsed.format;
     } else {
-      m_outputs.push_back(Output::toFile(formatNamed(parsed.format), parsed.path));
+      m_outputs.push_back({Output::toFile(formatNamed(parsed.format), parsed.path)});
     }
   }
-  m_outputs.push_back(Output::toStandardOutput(formatNamed(standardFormat), colour));
+  m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), colour)});
 }
 
 template <class Act>
-void Outputs::forEach(Act act) {
-  for (std::unique_ptr<Output>& output : m_outputs) {
-    try {
-      if (output != nullptr) {
-        act(*output);
-      }
-    } catch (const std::system_error& failure) {
-      m_failures.emplace_back(failure.what());
-      output.reset();
+void Outputs::attempt(Followed& followed, Act act) {
+  try {
+    if (followed.output != nullptr) {
+      act(*followed.output);
     }
+  } catch (const std::system_error& failure) {
+    followed.failure = failure.what();
+    followed.output.reset();
   }
 }
 
 void Outputs::handle(const RunEvent& event) {
-  forEach([&](Output& output) { output.handle(event); });
+  for (std::size_t index = 0; index < m_outputs.size(); ++index) {
+    handle(index, event);
+  }
+}
+
+void Outputs::handle(std::size_t index, const RunEvent& event) {
+  attempt(m_outputs[index], [&](Output& output) { output.handle(event); });
 }
 
 void Outputs::finish() {
-  forEach([](Output& output) { output.finish(); });
+  for (Followed& followed : m_outputs) {
+    attempt(followed, [](Output& output) { output.finish(); });
+  }
+}
+
+std::vector<std::string> Outputs::failures() const {
+  std::vector<std::string> failures;
+  for (const Followed& followed : m_outputs) {
+    if (!followed.failure.empty()) {
+      failures.push_back(followed.failure);
+    }
+  }
+  return failures;
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -28,13 +29,17 @@ class Output {
   void handle(const RunEvent& event);
   void finish();
 
+  /// Whether writing waits for a disk at most, and never for somebody who reads.
+  bool isPlainFile() const { return m_isPlainFile; }
+
  private:
   Output() = default;
   void requireWritten();
 
-  std::string m_name;                      ///< for people
-  std::string m_path;                      ///< the file in the end; empty for standard output
-  std::string m_besides;                   ///< what is renamed to it; empty for a log
+  std::string m_name;     ///< for people
+  std::string m_path;     ///< the file in the end; empty for standard output
+  std::string m_besides;  ///< what is renamed to it; empty for a log
+  bool m_isPlainFile = false;
   std::unique_ptr<std::ofstream> m_file;   ///< null for standard output
   std::unique_ptr<Printer> m_filePrinter;  ///< into the file
   Printer* m_out = nullptr;
@@ -58,14 +63,26 @@ class Outputs {
   void handle(const RunEvent& event);
   void finish();
   /// What became of outputs that were dropped, for people.
-  const std::vector<std::string>& failures() const { return m_failures; }
+  std::vector<std::string> failures() const;
+
+  /// How many there are; standard output is the last.
+  std::size_t count() const { return m_outputs.size(); }
+  /// Tells one of them alone. Several threads may do so at a time, each to an output of its own.
+  void handle(std::size_t index, const RunEvent& event);
+  /// Whether one of them waits for nobody who reads.
+  bool isPlainFile(std::size_t index) const { return m_outputs[index].isPlainFile; }
 
  private:
-  template <class Act>
-  void forEach(Act act);
+  struct Followed {
+    std::unique_ptr<Output> output;  ///< null once dropped
+    bool isPlainFile = output->isPlainFile();
+    std::string failure = {};
+  };
 
-  std::vector<std::unique_ptr<Output>> m_outputs;
-  std::vector<std::string> m_failures;
+  template <class Act>
+  static void attempt(Followed& followed, Act act);
+
+  std::vector<Followed> m_outputs;
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,15 +1,20 @@
 // The reports of the built program: each format, read back by a parser, and outputs that fail.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
@@ -335,6 +340,46 @@ TEST_F(Diagctl, an_output_that_cannot_be_opened_is_told_before_anything_runs) {
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.out, IsEmpty());
   EXPECT_THAT(outcome.err, HasSubstr("none/run.tap: No such file or directory"));
+}
+
+/// A named pipe that is full: whoever writes to it waits until somebody reads.
+class FullPipe {
+ public:
+  explicit FullPipe(const std::string& path) {
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    m_end = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const std::string filling(4096, '\n');
+    while (write(m_end, filling.data(), filling.size()) > 0) {
+    }
+    EXPECT_EQ(errno, EAGAIN);
+  }
+  FullPipe(const FullPipe&) = delete;
+  FullPipe& operator=(const FullPipe&) = delete;
+  ~FullPipe() { close(m_end); }
+
+  void drain() const {
+    char bytes[4096];
+    while (read(m_end, bytes, sizeof bytes) > 0) {
+    }
+  }
+
+ private:
+  int m_end = -1;
+};
+
+TEST_F(Diagctl, a_reader_that_stands_still_holds_up_neither_the_run_nor_its_log) {
+  addMixedPackage();
+  const FullPipe pipe(place.path("pipe"));
+  const std::string log = place.path("run.jsonl");
+  Program::Options options;
+  options.standardOutput = place.path("pipe");
+  Program program(
+      withControlFile({"run", "-q", "-t", "Good", "--format", "jsonl", "-o", "jsonl=" + log}),
+      options);
+  EXPECT_TRUE(TestSupport::eventually(
+      [&] { return contentsOf(log).find("testRunEnd") != std::string::npos; }));
+  pipe.drain();
+  EXPECT_EQ(program.finish().exitCode, kPassed);
 }
 
 }  // namespace

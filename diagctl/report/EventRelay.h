@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <thread>
+
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
+#include "diagctl/report/RunEvents.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Tells the events of a run on a thread of its own, in their order: a terminal that stands still
+/// or a pipe that nobody reads holds that thread up, and never the run.
+class EventRelay {
+ public:
+  using Tell = std::function<void(const RunEvent&)>;
+
+  /// Progress beyond so many events that wait is left out: the next one tells the same, later.
+  static constexpr std::size_t kMostProgress = 1000;
+
+  /// @param tell called on the thread of the relay alone.
+  explicit EventRelay(Tell tell);
+  /// Waits until everything was told, whatever came of it.
+  ~EventRelay();
+  EventRelay(const EventRelay&) = delete;
+  EventRelay& operator=(const EventRelay&) = delete;
+
+  /// Takes an event over; never waits for it to be told.
+  void post(RunEvent event);
+
+  /// Waits until everything was told, and ends.
+  /// @throws what the teller has thrown; what came behind that was not told.
+  void finish();
+
+ private:
+  void run();
+  void end();
+
+  Tell m_tell;
+  System::Mutex m_lock;
+  System::ConditionVariable m_changed;
+  std::deque<RunEvent> m_waiting TARVEXDIAGS_GUARDED_BY(m_lock);
+  bool m_hasEnded TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  std::exception_ptr m_failure;  ///< of the thread; looked at when it has ended
+  std::thread m_thread;
+};
+
+}  // namespace TarvexDiags::FrontEnd
