@@ -42,7 +42,9 @@ void writeLogLine(const std::string& file, const std::string& line) noexcept {
     return;
   }
   try {
-    const Descriptor log(::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    // A pipe, if it is one, may have no reader or be full: the line is lost then.
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+    const Descriptor log(::open(file.c_str(), kFlags, 0644));
     if (!log.isOpen()) {
       return;
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -206,6 +207,24 @@ TEST(PackageLog, starts_a_new_file_when_it_is_large) {
   writeLogLine(file, "new");
   EXPECT_LT(fs::file_size(file), 100U);
   EXPECT_GT(fs::file_size(file + ".1"), 17U * 1024 * 1024);
+}
+
+TEST(PackageLog, waits_for_no_reader) {
+  const std::string directory = freshDirectory("log");
+  const std::string pipe = directory + "/pipe.log";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  writeLogLine(pipe, "nobody is there");
+  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  writeLogLine(pipe, "somebody is there");
+  char text[100] = "";
+  EXPECT_GT(read(reader, text, sizeof text - 1), 0);
+  EXPECT_THAT(text, HasSubstr("somebody is there"));
+  for (int line = 0; line < 100; ++line) {
+    writeLogLine(pipe, std::string(4000, 'x'));  // more than it holds
+  }
+  close(reader);
+  fs::remove_all(directory);
 }
 
 TEST(PackageLog, bears_a_file_that_cant_be_written) {
