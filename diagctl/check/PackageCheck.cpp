@@ -9,6 +9,7 @@
 #include <set>
 
 #include "diagctl/check/CheckRules.h"
+#include "diagctl/check/SettingsCheck.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -26,6 +27,10 @@ const std::vector<KeyRule> kPackageRules = {
     {"DeviceType", ValueKind::Number, false},
     {"NumberOfTests", ValueKind::PositiveNumber, true},
     {"Nice", ValueKind::Niceness, false},
+    {"ResourceLockProperty", ValueKind::Text, false},
+    {"SODependencies", ValueKind::Text, false},
+    {"NameToken", ValueKind::Text, false},
+    {"DescriptionToken", ValueKind::Text, false},
 };
 
 const std::vector<KeyRule> kTestRules = {
@@ -35,6 +40,9 @@ const std::vector<KeyRule> kTestRules = {
     {"TestOpenMode", ValueKind::OpenMode, false},
     {"TestEstimatedTime", ValueKind::Number, false},
     {"Nice", ValueKind::Niceness, false},
+    {"TestCapabilities", ValueKind::Text, false},
+    {"NameToken", ValueKind::Text, false},
+    {"DescriptionToken", ValueKind::Text, false},
 };
 
 const std::vector<KeyRule> kDisabledTestRules = {
@@ -141,7 +149,22 @@ class PackageChecker {
         m_problems.push_back({library, "", name, tr("the export is missing")});
       }
     }
+    checkOwnKeys(handle);
     dlclose(handle);
+  }
+
+  // Only the package knows which keys it reads; one that does not tell may read any.
+  void checkOwnKeys(void* handle) {
+    void* const symbol = dlsym(handle, PackageKit::kDescribeSettings);
+    if (symbol == nullptr) {
+      return;
+    }
+    const char* const told = reinterpret_cast<const char* (*)()>(symbol)();
+    const auto rules = PackageKit::settingRulesFrom(told == nullptr ? "" : told);
+    if (!rules.empty()) {
+      checkSettings(m_text, m_file, countOf(m_text, "Package", "NumberOfTests"),
+                    {kPackageRules, kTestRules}, rules, m_problems);
+    }
   }
 
   // Looked for beside the package, then as the loader finds it.
