@@ -34,7 +34,7 @@ void judgeHealth(const HealthReport& health, const HealthLimits& limits, const s
           std::to_string(health.percentUsed), std::to_string(health.badSectors)});
 }
 
-void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::string& disk,
+void judgeErrorLog(const ErrorLog& log, std::uint64_t allowedEntries, const std::string& disk,
                    RunJournal& journal) {
   if (log.selfTest == SelfTestEnd::Failed) {
     report(journal, StorageEvent::SelfTestFailed, {disk, log.selfTestText});
@@ -45,7 +45,7 @@ void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::s
   for (const ErrorLogEntry& entry : log.entries) {
     total += entry.count;
   }
-  if (total > limits.errorLogEntries) {
+  if (total > allowedEntries) {
     report(journal, StorageEvent::ErrorLogEntries,
            {disk, std::to_string(total), log.entries.front().text});
   } else {

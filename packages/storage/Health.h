@@ -61,16 +61,17 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk);
 /// @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing.
 std::string whyNoHealth(const Disk& disk);
 
+/// @brief From these on there is a warning.
 struct HealthLimits {
-  unsigned int percentUsed = 100;
-  int celsius = 70;
-  std::uint64_t errorLogEntries = 0;  ///< more are a warning
+  std::uint64_t percentUsed;  ///< of the rated life
+  long celsius;
 };
 
 /// @brief Tells what is wrong with the disk by its own account, and a summary.
 void judgeHealth(const HealthReport& health, const HealthLimits& limits, const std::string& disk,
                  RunJournal& journal);
-void judgeErrorLog(const ErrorLog& log, const HealthLimits& limits, const std::string& disk,
+/// @param allowedEntries  more are a warning
+void judgeErrorLog(const ErrorLog& log, std::uint64_t allowedEntries, const std::string& disk,
                    RunJournal& journal);
 
 /// @brief Tells what the disk is, and compares the capacity that it had when it was enumerated with

@@ -53,10 +53,10 @@ ReadFigures checkStability(BlockSource& source, const StabilityOptions& options,
 struct LatencyOptions {
   std::uint64_t reads = 0;
   std::uint64_t seed = 0;
-  Nanoseconds limit = std::chrono::milliseconds(200);  ///< slower is an outlier, if also
-  double factor = 20;                                  ///< this many times slower than the median
-  unsigned int allowedStalls = 2;  ///< outliers that do not repeat and are still no warning
-  unsigned int repeats = 3;        ///< further reads of a slow block
+  Nanoseconds limit{0};             ///< slower is an outlier, if also
+  double factor = 1;                ///< this many times slower than the median
+  std::uint64_t allowedStalls = 0;  ///< outliers that do not repeat and are still no warning
+  unsigned int repeats = 3;         ///< further reads of a slow block
 };
 
 /// @brief Reads one block at a time at random places and looks for outliers. One that is slow each

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <system_error>
 
 #include "packagekit/PackageKit.h"
@@ -24,7 +25,11 @@ namespace {
 using Common::judged;
 using PackageKit::Device;
 using PackageKit::Environment;
+using PackageKit::optionalSetting;
 using PackageKit::Package;
+using PackageKit::quickable;
+using PackageKit::required;
+using PackageKit::Setting;
 using PackageKit::Support;
 using PackageKit::TestContext;
 using PackageKit::Verdict;
@@ -87,9 +92,12 @@ Disk diskOf(const Device& device) {
   return disk;
 }
 
+constexpr auto kVirtualDiskHealth = required<bool>("VirtualDiskHealth");
+constexpr auto kDeviceFile = optionalSetting<std::string>("DeviceFile#");
+
 /// @brief The machine's disks, and the files that the configuration names as further ones.
 std::vector<Device> findDevices(const Environment& environment) {
-  const auto virtualDisks = environment.settings.packageFlag("VirtualDiskHealth", false)
+  const auto virtualDisks = environment.settings.value(kVirtualDiskHealth)
                                 ? VirtualDisks::AsTheirBus
                                 : VirtualDisks::WithoutHealth;
   std::vector<Device> devices;
@@ -139,27 +147,44 @@ int secondsToScan(const Device& device, const Environment&) {
   return static_cast<int>(numberOf(device, "bytes") / bytesPerSecond) + 1;
 }
 
-// --- Settings
+// --- What the configuration file says
 
-/// @brief A number that a short run takes from the key with "Quick" before its name.
-std::uint64_t amount(const TestContext& context, const std::string& key, long full, long quick) {
-  const long value = context.quickMode() ? context.settingInteger("Quick" + key, quick)
-                                         : context.settingInteger(key, full);
-  return static_cast<std::uint64_t>(std::max(value, 0L));
+constexpr auto kBlockBytes = required<std::uint64_t>("BlockBytes");
+constexpr auto kDepth = required<std::uint64_t>("Depth");
+constexpr auto kScanMegabytes = quickable<std::uint64_t>("ScanMegabytes");
+constexpr auto kMinimumRate = required<double>("MinimumRate");
+constexpr auto kReads = quickable<std::uint64_t>("Reads");
+constexpr auto kCompareMegabytes = quickable<std::uint64_t>("CompareMegabytes");
+constexpr auto kLimitMilliseconds = required<std::uint64_t>("LimitMilliseconds");
+constexpr auto kFactor = required<double>("Factor");
+constexpr auto kAllowedStalls = required<std::uint64_t>("AllowedStalls");
+constexpr auto kFileMegabytes = quickable<std::uint64_t>("FileMegabytes");
+constexpr auto kPercentUsed = required<std::uint64_t>("PercentUsed");
+constexpr auto kCelsius = required<long>("Celsius");
+constexpr auto kErrorLogEntries = quickable<std::uint64_t>("ErrorLogEntries");
+
+std::uint64_t bytesOf(const TestContext& context, const Setting<std::uint64_t>& megabytes) {
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max() / kMebibyte;
+  return std::min(context.value(megabytes), kMost) * kMebibyte;
 }
 
-SourceOptions sourceOptions(const TestContext& context, long blockBytes, long depth) {
-  constexpr long page = 4096;
-  constexpr long largest = long{16} << 20;
-  const long bytes = context.settingInteger("BlockBytes", blockBytes);
+// A day: no disk takes as long, and it can be counted in nanoseconds.
+constexpr std::uint64_t kMostMilliseconds = 86'400'000;
+
+SourceOptions sourceOptions(const TestContext& context, std::uint64_t depth) {
+  constexpr std::uint64_t kPage = 4096;
+  constexpr std::uint64_t kLargest = std::uint64_t{16} << 20;
+  constexpr std::uint64_t kMostMemory = std::uint64_t{256} << 20;
+  const std::uint64_t bytes = std::clamp(context.value(kBlockBytes), kPage, kLargest);
   SourceOptions options;
-  options.slots =
-      static_cast<unsigned int>(std::clamp(context.settingInteger("Depth", depth), 1L, 256L));
-  options.slotSize =
-      static_cast<std::uint32_t>(std::clamp(bytes / page, 1L, largest / page) * page);
-  constexpr std::uint32_t mostMemory = std::uint32_t{256} << 20;
-  options.slots = std::min(options.slots, mostMemory / options.slotSize);
+  options.slotSize = static_cast<std::uint32_t>(bytes / kPage * kPage);
+  options.slots = static_cast<unsigned int>(std::clamp(
+      depth, std::uint64_t{1}, std::min<std::uint64_t>(256, kMostMemory / options.slotSize)));
   return options;
+}
+
+SourceOptions sourceOptions(const TestContext& context) {
+  return sourceOptions(context, context.value(kDepth));
 }
 
 double megabytesPerSecond(std::uint64_t bytes, Nanoseconds elapsed) {
@@ -182,35 +207,30 @@ Verdict identity(TestContext& context) {
   });
 }
 
-HealthLimits healthLimits(const TestContext& context) {
-  HealthLimits limits;
-  limits.percentUsed = static_cast<unsigned int>(context.settingInteger("PercentUsed", 100));
-  limits.celsius = static_cast<int>(context.settingInteger("Celsius", 70));
-  limits.errorLogEntries = amount(context, "ErrorLogEntries", 0, 0);
-  return limits;
-}
-
 Verdict health(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    judgeHealth(makeHealthReader(disk)->health(), healthLimits(context), disk.name, journal);
+    const HealthLimits limits{.percentUsed = context.value(kPercentUsed),
+                              .celsius = context.value(kCelsius)};
+    judgeHealth(makeHealthReader(disk)->health(), limits, disk.name, journal);
   });
 }
 
 Verdict errorLog(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    judgeErrorLog(makeHealthReader(disk)->errorLog(), healthLimits(context), disk.name, journal);
+    const std::uint64_t allowed = context.value(kErrorLogEntries);
+    judgeErrorLog(makeHealthReader(disk)->errorLog(), allowed, disk.name, journal);
   });
 }
 
 Verdict sequentialScan(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context, 1 << 20, 32));
+    const auto source = openForReading(disk.path, sourceOptions(context));
     ScanOptions options;
-    options.bytes = amount(context, "ScanMegabytes", 0, 512) * kMebibyte;
-    options.minimumRate = context.settingNumber("MinimumRate", 0) * 1e6;
+    options.bytes = bytesOf(context, kScanMegabytes);
+    options.minimumRate = context.value(kMinimumRate) * 1e6;
     const ReadFigures figures = scanSequentially(*source, options, disk.name, journal);
     context.measurement("readRate", megabytesPerSecond(figures.bytes, figures.elapsed), "MB/s");
   });
@@ -219,8 +239,8 @@ Verdict sequentialScan(TestContext& context) {
 Verdict randomRead(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context, 4096, 32));
-    const RandomOptions options{amount(context, "Reads", 200'000, 20'000), context.seed()};
+    const auto source = openForReading(disk.path, sourceOptions(context));
+    const RandomOptions options{context.value(kReads), context.seed()};
     const ReadFigures figures = readRandomly(*source, options, disk.name, journal);
     context.measurement("randomReads", rateOf(figures.reads, figures.elapsed), "reads/s");
   });
@@ -229,9 +249,9 @@ Verdict randomRead(TestContext& context) {
 Verdict readStability(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context, 1 << 20, 32));
+    const auto source = openForReading(disk.path, sourceOptions(context));
     StabilityOptions options;
-    options.bytes = amount(context, "CompareMegabytes", 4096, 256) * kMebibyte;
+    options.bytes = bytesOf(context, kCompareMegabytes);
     checkStability(*source, options, disk.name, journal);
   });
 }
@@ -239,13 +259,14 @@ Verdict readStability(TestContext& context) {
 Verdict latencyOutliers(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context, 4096, 1));
+    const auto source = openForReading(disk.path, sourceOptions(context, 1));
     LatencyOptions options;
-    options.reads = amount(context, "Reads", 20'000, 2'000);
+    options.reads = context.value(kReads);
     options.seed = context.seed();
-    options.limit = std::chrono::milliseconds(context.settingInteger("LimitMilliseconds", 200));
-    options.factor = context.settingNumber("Factor", 20);
-    options.allowedStalls = static_cast<unsigned int>(context.settingInteger("AllowedStalls", 2));
+    options.limit = std::chrono::milliseconds(
+        std::min<std::uint64_t>(context.value(kLimitMilliseconds), kMostMilliseconds));
+    options.factor = context.value(kFactor);
+    options.allowedStalls = context.value(kAllowedStalls);
     findSlowBlocks(*source, options, disk.name, journal);
   });
 }
@@ -253,13 +274,12 @@ Verdict latencyOutliers(TestContext& context) {
 Verdict writeVerify(TestContext& context) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
-    const FilePlace place =
-        findFilePlace(disk, amount(context, "FileMegabytes", 1024, 64) * kMebibyte);
+    const FilePlace place = findFilePlace(disk, bytesOf(context, kFileMegabytes));
     context.log("the temporary file lies in " + place.directory);
     auto file = makeTemporaryFile(place.directory, place.bytes);
     const int descriptor = file.get();
     const auto start = startOnDisk(disk.name, place.device);
-    const auto source = overFile(std::move(file), sourceOptions(context, 1 << 20, 32));
+    const auto source = overFile(std::move(file), sourceOptions(context));
     WriteVerifyOptions options;
     options.seed = context.seed();
     options.placeOnDisk = [&](std::uint64_t offset) -> std::optional<std::uint64_t> {
@@ -276,14 +296,25 @@ Verdict writeVerify(TestContext& context) {
 
 void define(Package& package) {
   package.discover(findDevices);
+  package.reads({kVirtualDiskHealth, kDeviceFile});
   package.test(1, identity);
-  package.test(2, health).supportedWhen(hasHealth);
-  package.test(3, errorLog).supportedWhen(hasHealth);
-  package.test(4, sequentialScan).supportedWhen(canBeRead).estimate(secondsToScan);
-  package.test(5, randomRead).supportedWhen(canBeRead);
-  package.test(6, readStability).supportedWhen(canBeRead);
-  package.test(7, latencyOutliers).supportedWhen(canBeRead);
-  package.test(8, writeVerify).supportedWhen(canHoldFile).writes();
+  package.test(2, health).supportedWhen(hasHealth).reads({kPercentUsed, kCelsius});
+  package.test(3, errorLog).supportedWhen(hasHealth).reads({kErrorLogEntries});
+  package.test(4, sequentialScan)
+      .supportedWhen(canBeRead)
+      .estimate(secondsToScan)
+      .reads({kBlockBytes, kDepth, kScanMegabytes, kMinimumRate});
+  package.test(5, randomRead).supportedWhen(canBeRead).reads({kBlockBytes, kDepth, kReads});
+  package.test(6, readStability)
+      .supportedWhen(canBeRead)
+      .reads({kBlockBytes, kDepth, kCompareMegabytes});
+  package.test(7, latencyOutliers)
+      .supportedWhen(canBeRead)
+      .reads({kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls});
+  package.test(8, writeVerify)
+      .supportedWhen(canHoldFile)
+      .writes()
+      .reads({kBlockBytes, kDepth, kFileMegabytes});
 }
 
 }  // namespace TarvexDiags::Storage

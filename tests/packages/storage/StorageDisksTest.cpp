@@ -230,7 +230,7 @@ nvme_smart_log soundNvme() {
 
 std::unique_ptr<RecordingJournal> judged(const HealthReport& health) {
   auto journal = std::make_unique<RecordingJournal>();
-  judgeHealth(health, {}, "nvme0n1", *journal);
+  judgeHealth(health, {.percentUsed = 100, .celsius = 70}, "nvme0n1", *journal);
   return journal;
 }
 

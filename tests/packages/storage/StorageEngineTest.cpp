@@ -548,7 +548,11 @@ TEST(StorageStability, tells_an_unreadable_block_as_such_and_not_as_unstable) {
 // --- Latency
 
 LatencyOptions eagerLatency() {
-  return {.reads = 300, .seed = 4, .limit = std::chrono::milliseconds(1000), .allowedStalls = 1};
+  return {.reads = 300,
+          .seed = 4,
+          .limit = std::chrono::milliseconds(1000),
+          .factor = 20,
+          .allowedStalls = 1};
 }
 
 TEST(StorageLatency, finds_a_place_that_is_slow_each_time) {

@@ -76,6 +76,20 @@ TEST_F(StoragePackage, warns_of_a_device_whose_size_is_not_what_it_was) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
+TEST_F(StoragePackage, quick_request_takes_what_the_user_set_for_all_requests) {
+  driver.set("TestID5", "QuickReads", "").set("TestID5", "Reads", "300");
+  const auto run = runQuick({5});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(run.parametersOf(3).at(1), "300");
+}
+
+TEST_F(StoragePackage, setting_that_is_missing_leaves_no_verdict_and_is_named) {
+  driver.set("TestID4", "Depth", "");
+  const auto run = runQuick({4});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_THAT(run.parametersOf(9006).at(3), HasSubstr("the key Depth is missing for test 4"));
+}
+
 TEST_F(StoragePackage, warns_of_a_rate_below_the_one_asked_for) {
   driver.set("TestID4", "MinimumRate", "100000000");
   const auto run = runQuick({4});
