@@ -30,8 +30,10 @@ class SilentJournal : public RunJournal {
 /// @brief Every byte is compared. The argument is the number of connections.
 void loopbackStream(benchmark::State& state) {
   const auto connections = static_cast<unsigned int>(state.range(0));
-  const StreamOptions options{
-      .bytes = std::uint64_t{8} << 30, .seed = 1, .connections = connections};
+  const StreamOptions options{.bytes = std::uint64_t{8} << 30,
+                              .seed = 1,
+                              .connections = connections,
+                              .stall = std::chrono::seconds(10)};
   SilentJournal journal;
   for (auto _ : state) {
     const StreamFigures figures =
@@ -48,7 +50,7 @@ BENCHMARK(loopbackStream)->ArgName("connections")->Arg(1)->Arg(2)->Iterations(1)
 void loopbackDatagrams(benchmark::State& state) {
   SilentJournal journal;
   std::uint64_t bytes = 0;
-  const DatagramOptions options{.datagrams = 100'000, .seed = 1};
+  const DatagramOptions options{.datagrams = 100'000, .seed = 1, .longest = 1472};
   for (auto _ : state) {
     const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
     bytes += verifyDatagrams(*link, options, "lo", journal).bytes;

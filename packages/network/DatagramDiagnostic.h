@@ -29,7 +29,7 @@ class DatagramLink {
 struct DatagramOptions {
   std::uint64_t datagrams = 0;
   std::uint64_t seed = 0;
-  std::size_t longest = 1472;  ///< bytes; all lengths from the header's on occur
+  std::size_t longest;  ///< bytes, at least 64; all lengths from the header's on occur
   /// Datagrams on their way at most: few enough for a socket's buffer, so that none may be lost.
   std::uint64_t inFlight = 32;
   std::chrono::milliseconds patience = std::chrono::seconds(1);  ///< for those that are late

@@ -8,7 +8,7 @@
 namespace TarvexDiags::Network {
 
 struct LinkLimits {
-  unsigned int minimumMegabits = 0;  ///< slower is an error; 0: any speed
+  std::uint64_t minimumMegabits = 0;  ///< slower is an error; 0: any speed
 };
 
 /// @brief Tells state, speed, duplex and driver. No carrier, or less than the minimum, is an error;

@@ -38,7 +38,7 @@ std::string whyNoDevice(const Link& link);
 
 struct CounterLimits {
   /// A machine in service drops a packet now and then, as those of unknown protocols.
-  std::uint64_t allowedDrops = 10;
+  std::uint64_t allowedDrops;
 };
 
 /// @brief Compares counters before and after a test: faults are errors, more drops than allowed are

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <limits>
 #include <system_error>
 
 #include "packagekit/PackageKit.h"
@@ -25,7 +26,12 @@ using Common::judged;
 using PackageKit::Device;
 using PackageKit::DiagnosticMode;
 using PackageKit::Environment;
+using PackageKit::OptionalSetting;
+using PackageKit::optionalSetting;
 using PackageKit::Package;
+using PackageKit::quickable;
+using PackageKit::required;
+using PackageKit::Seconds;
 using PackageKit::Support;
 using PackageKit::TestContext;
 using PackageKit::Verdict;
@@ -69,14 +75,18 @@ Device deviceOf(const Link& link, const std::string& root) {
   return device;
 }
 
-std::string pairSetting(const PackageKit::Settings& settings, const std::string& key) {
-  return settings.test(kPairTest, key).value_or("");
+constexpr auto kFirstInterface = optionalSetting<std::string>("FirstInterface");
+constexpr auto kSecondInterface = optionalSetting<std::string>("SecondInterface");
+
+std::string pairSetting(const PackageKit::Settings& settings,
+                        const OptionalSetting<std::string>& setting) {
+  return settings.value(setting, kPairTest).value_or("");
 }
 
 /// @brief The interfaces with something to test, and the two that are to be tested as a pair.
 std::vector<Device> findDevices(const Environment& environment) {
-  const std::string first = pairSetting(environment.settings, "FirstInterface");
-  const std::string second = pairSetting(environment.settings, "SecondInterface");
+  const std::string first = pairSetting(environment.settings, kFirstInterface);
+  const std::string second = pairSetting(environment.settings, kSecondInterface);
   std::vector<Device> devices;
   for (const Link& link : readLinks()) {
     const std::string reason = whyNoDevice(link);
@@ -117,8 +127,8 @@ Support hasSelfTest(const Device& device, const Environment&) {
 }
 
 Support isFirstOfPair(const Device& device, const Environment& environment) {
-  const std::string first = pairSetting(environment.settings, "FirstInterface");
-  const std::string second = pairSetting(environment.settings, "SecondInterface");
+  const std::string first = pairSetting(environment.settings, kFirstInterface);
+  const std::string second = pairSetting(environment.settings, kSecondInterface);
   if (first.empty() || second.empty()) {
     return Support::no("the configuration names no two interfaces");
   }
@@ -130,34 +140,39 @@ Support isFirstOfPair(const Device& device, const Environment& environment) {
              : Support::no("namespaces need CAP_NET_ADMIN and CAP_SYS_ADMIN");
 }
 
-// --- Settings
+// --- What the configuration file says
 
-std::uint64_t amount(const TestContext& context, const std::string& key, long full, long quick) {
-  const long value = context.quickMode() ? context.settingInteger("Quick" + key, quick)
-                                         : context.settingInteger(key, full);
-  return static_cast<std::uint64_t>(std::max(value, 0L));
+constexpr auto kAllowedDrops = required<std::uint64_t>("AllowedDrops");
+constexpr auto kMinimumMegabits = quickable<std::uint64_t>("MinimumMegabits");
+constexpr auto kWatchMilliseconds = quickable<std::uint64_t>("WatchMilliseconds");
+constexpr auto kStreamMegabytes = quickable<std::uint64_t>("StreamMegabytes");
+constexpr auto kConnections = optionalSetting<std::uint64_t>("Connections");
+constexpr auto kStallSeconds = required<Seconds>("StallSeconds");
+constexpr auto kMinimumRate = required<double>("MinimumRate");
+constexpr auto kDatagrams = quickable<std::uint64_t>("Datagrams");
+constexpr auto kLongestDatagram = required<std::uint64_t>("LongestDatagram");
+constexpr auto kCarrierSeconds = required<Seconds>("CarrierSeconds");
+
+std::chrono::nanoseconds timeOf(Seconds seconds) {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(seconds);
 }
 
 StreamOptions streamOptions(const TestContext& context, unsigned int connections,
                             std::uint64_t inFlight) {
-  StreamOptions options;
-  options.connections = connections;
-  options.bytes = amount(context, "StreamMegabytes", 8192, 512) * kMebibyte / connections;
-  options.seed = context.seed();
-  options.inFlight = inFlight;
-  options.stall = std::chrono::milliseconds(
-      static_cast<long>(context.settingNumber("StallSeconds", 10) * 1000));
-  options.minimumRate = context.settingNumber("MinimumRate", 0) * 1e6;
-  return options;
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max() / kMebibyte;
+  const std::uint64_t megabytes = std::min(context.value(kStreamMegabytes), kMost);
+  return {.bytes = megabytes * kMebibyte / connections,
+          .seed = context.seed(),
+          .connections = connections,
+          .inFlight = inFlight,
+          .stall = timeOf(context.value(kStallSeconds)),
+          .minimumRate = context.value(kMinimumRate) * 1e6};
 }
 
-DatagramOptions datagramOptions(const TestContext& context, long longest) {
-  DatagramOptions options;
-  options.datagrams = amount(context, "Datagrams", 200'000, 20'000);
-  options.seed = context.seed();
-  options.longest = static_cast<std::size_t>(
-      std::clamp(context.settingInteger("LongestDatagram", longest), 64L, 60'000L));
-  return options;
+DatagramOptions datagramOptions(const TestContext& context) {
+  return {.datagrams = context.value(kDatagrams),
+          .seed = context.seed(),
+          .longest = std::clamp<std::uint64_t>(context.value(kLongestDatagram), 64, 60'000)};
 }
 
 /// @brief Sends the datagrams on a thread that stays on one processor: the kernel has a queue for
@@ -180,7 +195,7 @@ void measureRate(TestContext& context, const std::string& name, const StreamFigu
 }
 
 CounterLimits counterLimits(const TestContext& context) {
-  return {static_cast<std::uint64_t>(std::max(context.settingInteger("AllowedDrops", 10), 0L))};
+  return {context.value(kAllowedDrops)};
 }
 
 /// @brief Runs a test with the interface's counters read before and after it.
@@ -198,9 +213,11 @@ Verdict withCounters(TestContext& context,
 
 Verdict link(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
-    const LinkLimits limits{static_cast<unsigned int>(amount(context, "MinimumMegabits", 0, 0))};
+    const LinkLimits limits{context.value(kMinimumMegabits)};
     judgeLink(link, *makeLinkControl(link.name), limits, journal);
-    const auto watch = std::chrono::milliseconds(amount(context, "WatchMilliseconds", 3000, 300));
+    constexpr std::uint64_t kHour = 3'600'000;
+    const auto watch =
+        std::chrono::milliseconds(std::min(context.value(kWatchMilliseconds), kHour));
     context.sleepFor(watch);  // for the counters, and for a carrier that comes and goes
   });
 }
@@ -221,9 +238,9 @@ Verdict offlineSelfTest(TestContext& context) {
 
 Verdict loopbackStream(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
-    const long processors = static_cast<long>(Common::allowedCpus().size());
+    const std::uint64_t processors = Common::allowedCpus().size();
     const auto connections = static_cast<unsigned int>(
-        std::clamp(context.settingInteger("Connections", processors), 1L, 64L));
+        std::clamp<std::uint64_t>(context.value(kConnections).value_or(processors), 1, 64));
     const StreamFigures figures = verifyStreams(
         [](unsigned int) { return connectOverLoopback(); },
         streamOptions(context, connections, std::uint64_t{256} << 10), link.name, journal);
@@ -234,7 +251,7 @@ Verdict loopbackStream(TestContext& context) {
 Verdict loopbackDatagrams(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
     const auto path = connectDatagrams(loopbackEnd(), loopbackEnd());
-    verifyInPlace(*path, datagramOptions(context, 4096), link.name, journal);
+    verifyInPlace(*path, datagramOptions(context), link.name, journal);
   });
 }
 
@@ -243,21 +260,21 @@ void streamBetween(TestContext& context, const NamespacePair& pair, RunJournal& 
   const StreamOptions options = streamOptions(context, 1, inFlight);
   const auto there = [&](unsigned int) { return connectStream(pair.firstEnd(), pair.secondEnd()); };
   const auto back = [&](unsigned int) { return connectStream(pair.secondEnd(), pair.firstEnd()); };
-  const std::string second = pairSetting(context.settings(), "SecondInterface");
+  const std::string second = pairSetting(context.settings(), kSecondInterface);
   measureRate(context, "streamRateThere",
               verifyStreams(there, options, context.property("name"), journal));
   measureRate(context, "streamRateBack", verifyStreams(back, options, second, journal));
   const auto path = connectDatagrams(pair.firstEnd(), pair.secondEnd());
-  verifyInPlace(*path, datagramOptions(context, 1472), context.property("name"), journal);
+  verifyInPlace(*path, datagramOptions(context), context.property("name"), journal);
 }
 
 Verdict betweenInterfaces(TestContext& context) {
   const std::string first = context.property("name");
-  const std::string second = pairSetting(context.settings(), "SecondInterface");
+  const std::string second = pairSetting(context.settings(), kSecondInterface);
   return judged(context, first, [&](RunJournal& journal) {
     const NamespacePair pair(first, second);
-    const auto patience = std::chrono::milliseconds(
-        static_cast<long>(context.settingNumber("CarrierSeconds", 10) * 1000));
+    const auto patience =
+        std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kCarrierSeconds));
     if (!pair.waitForCarrier(patience)) {
       const Link dark = pair.first().carrier ? pair.second() : pair.first();
       report(journal, NetworkEvent::NoLink, {dark.name, dark.state});
@@ -275,14 +292,22 @@ Verdict betweenInterfaces(TestContext& context) {
 
 void define(Package& package) {
   package.discover(findDevices);
-  package.test(1, link).supportedWhen(hasPartner);
-  package.test(2, onlineSelfTest).supportedWhen(hasSelfTest);
+  package.test(1, link)
+      .supportedWhen(hasPartner)
+      .reads({kAllowedDrops, kMinimumMegabits, kWatchMilliseconds});
+  package.test(2, onlineSelfTest).supportedWhen(hasSelfTest).reads({kAllowedDrops});
   package.test(3, offlineSelfTest).supportedWhen(hasSelfTest).onlyIn({DiagnosticMode::FACTORY});
-  package.test(4, loopbackStream).supportedWhen(isLoopbackInterface);
-  package.test(5, loopbackDatagrams).supportedWhen(isLoopbackInterface);
+  package.test(4, loopbackStream)
+      .supportedWhen(isLoopbackInterface)
+      .reads({kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kMinimumRate});
+  package.test(5, loopbackDatagrams)
+      .supportedWhen(isLoopbackInterface)
+      .reads({kAllowedDrops, kDatagrams, kLongestDatagram});
   package.test(kPairTest, betweenInterfaces)
       .supportedWhen(isFirstOfPair)
-      .onlyIn({DiagnosticMode::FACTORY});
+      .onlyIn({DiagnosticMode::FACTORY})
+      .reads({kAllowedDrops, kFirstInterface, kSecondInterface, kCarrierSeconds, kStreamMegabytes,
+              kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram});
 }
 
 }  // namespace TarvexDiags::Network

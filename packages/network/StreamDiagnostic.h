@@ -34,8 +34,8 @@ struct StreamOptions {
   unsigned int connections = 1;  ///< each has a thread of its own
   /// Bytes on their way at most. What fits into the processor's cache makes a loopback fastest.
   std::uint64_t inFlight = std::uint64_t{256} << 10;
-  std::chrono::milliseconds stall = std::chrono::seconds(10);  ///< without any byte: an error
-  double minimumRate = 0;  ///< bytes a second; slower is a warning
+  std::chrono::nanoseconds stall;  ///< without any byte: an error
+  double minimumRate = 0;          ///< bytes a second; slower is a warning
 };
 
 struct StreamFigures {

@@ -185,7 +185,8 @@ TEST(NetworkStream, tells_no_more_faults_than_anybody_reads) {
 // --- Datagrams
 
 DatagramOptions datagrams(std::uint64_t count = 500) {
-  return {.datagrams = count, .seed = 3, .patience = std::chrono::milliseconds(50)};
+  return {
+      .datagrams = count, .seed = 3, .longest = 1472, .patience = std::chrono::milliseconds(50)};
 }
 
 void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal) {

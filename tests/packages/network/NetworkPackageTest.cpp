@@ -69,6 +69,21 @@ TEST_F(NetworkPackage, warns_of_a_rate_below_the_one_asked_for) {
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
+TEST_F(NetworkPackage, quick_request_takes_what_the_user_set_for_all_requests) {
+  driver.set("TestID5", "QuickDatagrams", "").set("TestID5", "Datagrams", "700");
+  const auto run = runQuick(driver, "lo", {5});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << complaintsOf(run);
+  EXPECT_EQ(run.parametersOf(5).at(1), "700");
+}
+
+TEST_F(NetworkPackage, setting_that_is_missing_leaves_no_verdict_and_is_named) {
+  driver.set("TestID4", "StallSeconds", "");
+  const auto run = runQuick(driver, "lo", {4});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_THAT(run.parametersOf(9006).at(3),
+              HasSubstr("the key StallSeconds is missing for test 4"));
+}
+
 TEST_F(NetworkPackage, offers_on_the_loopback_interface_only_what_makes_sense_there) {
   EXPECT_FALSE(driver.supports("lo", 1));
   EXPECT_FALSE(driver.supports("lo", 2));
