@@ -26,6 +26,9 @@ struct Environment {
 
   /// Writes a line to the package's log. Never null.
   std::function<void(const std::string&)> log;
+
+  /// @brief The tag below which the package's devices lie: `resourceString`, or "host".
+  std::string parentTag() const { return resourceString.empty() ? "host" : resourceString; }
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -1,7 +1,6 @@
 #include "packages/memory/MemoryDiagnostics.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <string>
 #include <utility>
@@ -268,12 +267,17 @@ bool bandwidthStress(Sweeper& sweeper, const TestOptions& options) {
   return good && sweeper.run(Sweep{.expected = written});
 }
 
-using TestBody = bool (*)(Sweeper&, const TestOptions&);
-
-// In the order of TestNumber.
-constexpr std::array<TestBody, 9> kTestBodies = {addressLines,     walkingOnes,    walkingZeros,
-                                                 movingInversions, randomPatterns, blockMove,
-                                                 moduloX,          bitFade,        bandwidthStress};
+constexpr MemoryTest kTests[] = {
+    {.number = 1, .body = addressLines, .walks = 3},
+    {.number = 2, .body = walkingOnes, .walks = 65},
+    {.number = 3, .body = walkingZeros, .walks = 65},
+    {.number = 4, .body = movingInversions, .walks = 25},
+    {.number = 5, .body = randomPatterns, .walks = 9},
+    {.number = 6, .body = blockMove, .walks = 16},
+    {.number = 7, .body = moduloX, .walks = 180},
+    {.number = 8, .body = bitFade, .walks = 4, .holds = true},
+    {.number = 9, .body = bandwidthStress, .walks = 2, .lasts = true},
+};
 
 }  // namespace
 
@@ -295,11 +299,15 @@ std::vector<Sweep> marchThrough(const std::vector<Pattern>& patterns) {
   return sweeps;
 }
 
-TestReport runTest(TestNumber number, Sweeper& sweeper, const TestOptions& options) {
+std::span<const MemoryTest> memoryTests() {
+  return kTests;
+}
+
+TestReport runTest(const MemoryTest& test, Sweeper& sweeper, const TestOptions& options) {
   const auto start = Clock::now();
   const std::uint64_t miscompares = sweeper.miscompares();
   const std::uint64_t bytes = sweeper.bytesVerified();
-  const bool completed = kTestBodies.at(static_cast<std::size_t>(number) - 1)(sweeper, options);
+  const bool completed = test.body(sweeper, options);
   return {completed, sweeper.miscompares() - miscompares, sweeper.bytesVerified() - bytes,
           secondsSince(start)};
 }

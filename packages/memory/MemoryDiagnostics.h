@@ -2,24 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "packages/memory/Sweeper.h"
 
 namespace TarvexDiags::Memory {
-
-/// @brief The tests, by the numbers of their sections in the configuration file.
-enum class TestNumber {
-  AddressLines = 1,
-  WalkingOnes = 2,
-  WalkingZeros = 3,
-  MovingInversions = 4,
-  RandomPatterns = 5,
-  BlockMove = 6,
-  ModuloX = 7,
-  BitFade = 8,
-  BandwidthStress = 9,
-};
 
 /// @brief How thorough a test is to be. Thread-safety: a plain value.
 struct TestOptions {
@@ -38,8 +26,21 @@ struct TestReport {
   double seconds;  ///< of the whole test, holds included
 };
 
+/// @brief One of the tests: its row is all that there is to know of it.
+struct MemoryTest {
+  int number;  ///< of its section in the configuration file
+  /// Runs it. False: asked to stop, or too many faults to go on.
+  bool (*body)(Sweeper& sweeper, const TestOptions& options);
+  int walks;           ///< through the memory in each round of the full form; for the estimate
+  bool holds = false;  ///< leaves the memory alone for TestOptions::hold, twice in each round
+  bool lasts = false;  ///< goes on for TestOptions::duration
+};
+
+/// @brief All tests, by rising numbers.
+std::span<const MemoryTest> memoryTests();
+
 /// @brief Runs a test on the sweeper's region; faults go to its observer.
-TestReport runTest(TestNumber number, Sweeper& sweeper, const TestOptions& options);
+TestReport runTest(const MemoryTest& test, Sweeper& sweeper, const TestOptions& options);
 
 /// @brief The chain of sweeps that goes from pattern to pattern: each but the first and last
 /// verifies the one before and writes the next in one pass, rising and falling in turn.

@@ -3,9 +3,11 @@
 #include "packages/memory/NodeDiagnostic.h"
 
 TARVEX_PACKAGE(package) {
+  using namespace TarvexDiags;
   using namespace TarvexDiags::Memory;
   package.discover(findNodeDevices);
-  for (int number = 1; number <= static_cast<int>(TestNumber::BandwidthStress); ++number) {
-    package.test<NodeDiagnostic>(number, static_cast<TestNumber>(number));
+  package.reads({Common::kSystemRoot});
+  for (const MemoryTest& test : memoryTests()) {
+    package.test<NodeDiagnostic>(test.number, test).reads(settingsOf(test));
   }
 }

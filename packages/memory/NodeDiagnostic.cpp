@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -18,12 +19,16 @@ namespace TarvexDiags::Memory {
 
 namespace {
 
-using Common::durationOf;
 using Common::filesOf;
 using Common::RunJournal;
 using Common::SystemFiles;
 using PackageKit::Device;
 using PackageKit::Environment;
+using PackageKit::optionalSetting;
+using PackageKit::quickable;
+using PackageKit::Seconds;
+using PackageKit::Setting;
+using PackageKit::SettingList;
 using PackageKit::Settings;
 using PackageKit::Support;
 using PackageKit::TestContext;
@@ -56,31 +61,44 @@ std::vector<int> usableCpus(const Node& node) {
   return cpus;
 }
 
-/// A figure of a test's section or of section Package, never below 0.
-std::uint64_t figure(const Settings& settings, int test, bool quick, const std::string& key,
-                     long fallback) {
-  const long full = settings.testInteger(test, key, fallback);
-  const long value = quick ? settings.testInteger(test, "Quick" + key, full) : full;
-  return static_cast<std::uint64_t>(std::max(value, 0L));
+constexpr auto kMaximumMegabytes = quickable<std::uint64_t>("MaximumMegabytes");
+constexpr auto kMarginMegabytes = quickable<std::uint64_t>("MarginMegabytes");
+constexpr auto kMarginPercent = quickable<std::uint64_t>("MarginPercent");
+constexpr auto kRounds = quickable<std::uint64_t>("Rounds");
+constexpr auto kHoldSeconds = quickable<Seconds>("HoldSeconds");
+constexpr auto kDurationSeconds = quickable<Seconds>("DurationSeconds");
+constexpr auto kInjectFault = optionalSetting<std::uint64_t>("InjectFault");
+
+std::uint64_t bytesOf(std::uint64_t megabytes) {
+  return std::min(megabytes, std::numeric_limits<std::uint64_t>::max() / kMebibyte) * kMebibyte;
 }
 
 SizeLimits limitsOf(const Settings& settings, int test, bool quick) {
-  return {figure(settings, test, quick, "MaximumMegabytes", 0) * kMebibyte,
-          figure(settings, test, quick, "MarginMegabytes", 512) * kMebibyte,
+  return {bytesOf(settings.value(kMaximumMegabytes, test, quick)),
+          bytesOf(settings.value(kMarginMegabytes, test, quick)),
           static_cast<unsigned int>(
-              std::min<std::uint64_t>(figure(settings, test, quick, "MarginPercent", 20), 100))};
+              std::min<std::uint64_t>(settings.value(kMarginPercent, test, quick), 100))};
 }
 
-TestOptions optionsOf(const TestContext& context) {
-  const bool quick = context.quickMode();
-  const int test = context.testId();
+int roundsOf(const Settings& settings, int test, bool quick) {
+  return static_cast<int>(
+      std::clamp<std::uint64_t>(settings.value(kRounds, test, quick), 1, 1000000));
+}
+
+TestOptions optionsOf(const TestContext& context, const MemoryTest& test) {
+  const auto timeOf = [&](const Setting<Seconds>& setting) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(context.value(setting));
+  };
   TestOptions options;
   options.seed = context.seed();
-  options.quick = quick;
-  options.rounds = static_cast<int>(
-      std::clamp<std::uint64_t>(figure(context.settings(), test, quick, "Rounds", 1), 1, 1000000));
-  options.hold = durationOf(context.settings(), test, quick, "HoldSeconds");
-  options.duration = durationOf(context.settings(), test, quick, "DurationSeconds");
+  options.quick = context.quickMode();
+  options.rounds = roundsOf(context.settings(), test.number, context.quickMode());
+  if (test.holds) {
+    options.hold = timeOf(kHoldSeconds);
+  }
+  if (test.lasts) {
+    options.duration = timeOf(kDurationSeconds);
+  }
   return options;
 }
 
@@ -214,7 +232,7 @@ class ContextObserver : public Observer {
 /// Proves the way from a fault to the report: flips one bit before the memory is first compared.
 class InjectedFault : public FaultSeam {
  public:
-  explicit InjectedFault(long offset) : m_offset(static_cast<std::size_t>(offset)) {}
+  explicit InjectedFault(std::uint64_t offset) : m_offset(offset) {}
 
   void written(const Region& region, std::size_t step) override {
     if (step == 0) {
@@ -251,10 +269,6 @@ void reportResult(TestContext& context, const TestReport& report, RunJournal& jo
   context.measurement("verifiedRate", rate, "MB/s");
 }
 
-// How often each test goes through the memory, and back; what it takes with it besides. In the
-// order of TestNumber.
-constexpr int kWalksOfTests[] = {3, 65, 65, 25, 9, 16, 180, 4, 2};
-
 }  // namespace
 
 PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
@@ -271,14 +285,13 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
       context.log(device + ": no driver counts the errors of the memory controllers");
     }
     std::optional<InjectedFault> injected;
-    const long offset = context.settingInteger("InjectFault", -1);
-    if (offset >= 0) {
-      injected.emplace(offset);
+    if (const auto offset = context.value(kInjectFault)) {
+      injected.emplace(*offset);
     }
     ContextObserver observer(context, journal);
     Sweeper sweeper(*workbench->region, workbench->team, bestKernels(), observer,
                     injected ? &*injected : nullptr);
-    const TestReport report = runTest(number(), sweeper, optionsOf(context));
+    const TestReport report = runTest(m_test, sweeper, optionsOf(context, m_test));
     reportCounters(device, before, ErrorCounters::read(files), journal);
     if (report.miscompares == 0) {
       context.throwIfStopped();
@@ -299,26 +312,40 @@ Support NodeDiagnostic::supports(const Device& device, const Environment&) const
 }
 
 int NodeDiagnostic::estimate(const Device& device, const Environment& environment) const {
-  const int test = static_cast<int>(number());
+  const Settings& settings = environment.settings;
+  const int test = m_test.number;
   const auto available = availableBytes(filesOf(device), nodeOf(device));
-  const std::uint64_t bytes =
-      testedBytes(available.value_or(0), limitsOf(environment.settings, test, false));
+  const std::uint64_t bytes = testedBytes(available.value_or(0), limitsOf(settings, test, false));
   // By a cautious guess of what two cores verify in a second; populating costs as much as five
   // walks.
-  constexpr double bytesPerSecond = 5e9;
-  const double walks = kWalksOfTests[test - 1] + 5;
-  const std::uint64_t rounds = figure(environment.settings, test, false, "Rounds", 1);
-  double seconds =
-      static_cast<double>(bytes) * walks / bytesPerSecond * static_cast<double>(rounds);
-  seconds +=
-      2 * static_cast<double>(rounds) * environment.settings.testNumber(test, "HoldSeconds", 0);
-  seconds += environment.settings.testNumber(test, "DurationSeconds", 0);
-  return static_cast<int>(seconds) + 1;
+  constexpr double kBytesPerSecond = 5e9;
+  const double walks = m_test.walks + 5;
+  const double rounds = roundsOf(settings, test, false);
+  double seconds = static_cast<double>(bytes) * walks / kBytesPerSecond * rounds;
+  if (m_test.holds) {
+    seconds += 2 * rounds * settings.value(kHoldSeconds, test).count();
+  }
+  if (m_test.lasts) {
+    seconds += settings.value(kDurationSeconds, test).count();
+  }
+  return static_cast<int>(std::min<double>(seconds, std::numeric_limits<int>::max() - 1)) + 1;
+}
+
+SettingList settingsOf(const MemoryTest& test) {
+  SettingList settings = {kMaximumMegabytes, kMarginMegabytes, kMarginPercent, kRounds,
+                          kInjectFault};
+  if (test.holds) {
+    settings.push_back(kHoldSeconds);
+  }
+  if (test.lasts) {
+    settings.push_back(kDurationSeconds);
+  }
+  return settings;
 }
 
 std::vector<Device> findNodeDevices(const Environment& environment) {
   const std::string root = Common::systemRootOf(environment);
-  const std::string parent = Common::parentTagOf(environment);
+  const std::string parent = environment.parentTag();
   std::vector<Device> devices;
   for (const Node& node : findNodes(SystemFiles(root))) {
     Device device;
@@ -333,7 +360,7 @@ std::vector<Device> findNodeDevices(const Environment& environment) {
     device.properties = {{"node", std::to_string(node.number)},
                          {"cpus", cpus},
                          {"bytes", std::to_string(node.bytes)},
-                         {"systemRoot", root}};
+                         {Common::kSystemRootProperty, root}};
     devices.push_back(std::move(device));
   }
   return devices;

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "packagekit/PackageKit.h"
-#include "packages/common/SystemTest.h"
+#include "packages/common/SystemRoot.h"
 #include "packages/memory/MemoryDiagnostics.h"
 #include "packages/memory/Nodes.h"
 
@@ -30,16 +30,22 @@ enum MemoryEvent : unsigned int {
 ///
 /// Properties of the device: "node" (-1 for the whole machine), "cpus" (a list as the kernel writes
 /// it), "bytes", "systemRoot" (where /sys and /proc lie).
-class NodeDiagnostic : public Common::SystemTest<TestNumber> {
+class NodeDiagnostic : public PackageKit::Test {
  public:
-  using SystemTest::SystemTest;
+  explicit NodeDiagnostic(const MemoryTest& test) : m_test(test) {}
 
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
   int estimate(const PackageKit::Device& device,
                const PackageKit::Environment& environment) const override;
+
+ private:
+  const MemoryTest m_test;
 };
+
+/// @brief The keys of the configuration file that the test reads.
+PackageKit::SettingList settingsOf(const MemoryTest& test);
 
 /// @brief The devices of the package.
 std::vector<PackageKit::Device> findNodeDevices(const PackageKit::Environment& environment);

@@ -64,11 +64,11 @@ std::string driverOf(const Link& link) {
   }
 }
 
-Device deviceOf(const Link& link, const std::string& root) {
+Device deviceOf(const Link& link, const std::string& parent) {
   const std::string driver = link.loopback ? "loopback" : driverOf(link);
   Device device;
   device.name = driver.empty() ? link.name : link.name + " (" + driver + ")";
-  device.resourceTag = (root.empty() ? "host" : root) + "/" + link.name;
+  device.resourceTag = parent + "/" + link.name;
   device.disableName = link.name;
   device.properties = {{"name", link.name}, {"loopback", link.loopback ? "1" : "0"}};
   device.status = [name = link.name] { return statusOf(name); };
@@ -91,7 +91,7 @@ std::vector<Device> findDevices(const Environment& environment) {
   for (const Link& link : readLinks()) {
     const std::string reason = whyNoDevice(link);
     if (reason.empty() || link.name == first || link.name == second) {
-      devices.push_back(deviceOf(link, environment.resourceString));
+      devices.push_back(deviceOf(link, environment.parentTag()));
     } else {
       environment.log(link.name + " is left out: it " + reason);
     }

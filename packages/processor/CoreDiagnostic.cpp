@@ -15,14 +15,20 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-using Common::durationOf;
 using Common::filesOf;
 using Common::RunJournal;
 using Common::SystemFiles;
 using PackageKit::Device;
 using PackageKit::Environment;
+using PackageKit::optionalSetting;
+using PackageKit::quickable;
+using PackageKit::Seconds;
+using PackageKit::SettingList;
 using PackageKit::Support;
 using PackageKit::TestContext;
+
+constexpr auto kDurationSeconds = quickable<Seconds>("DurationSeconds");
+constexpr auto kInjectFault = optionalSetting<std::string>("InjectFault");
 
 int coreOf(const Device& device) {
   return std::stoi(device.property("core", "0"));
@@ -124,9 +130,9 @@ void reportResult(TestContext& context, const TestReport& report, std::size_t cl
   context.measurement("resultsCompared", static_cast<double>(report.checkedResults));
 }
 
-void reportMissing(const std::string& device, TestNumber number, RunJournal& journal) {
+void reportMissing(const std::string& device, const ProcessorTest& test, RunJournal& journal) {
   std::string names;
-  for (const std::string& name : missingChecks(number)) {
+  for (const std::string& name : missingChecks(test)) {
     names += (names.empty() ? "" : ", ") + name;
   }
   if (!names.empty()) {
@@ -148,19 +154,19 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
       context.log(device +
                   ": the kernel counts neither throttling nor machine checks of this core");
     }
-    const std::optional<std::string> injected = context.setting("InjectFault");
+    const std::optional<std::string> injected = context.value(kInjectFault);
     InjectedFault fault(injected.value_or(""));
     ContextObserver observer(context, journal);
     Verifier verifier(core, partner, context.seed(), observer, injected ? &fault : nullptr);
-    const TestReport report = runTest(
-        number(), verifier,
-        durationOf(context.settings(), context.testId(), context.quickMode(), "DurationSeconds"));
+    const auto duration =
+        std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kDurationSeconds));
+    const TestReport report = runTest(m_test, verifier, duration);
     reportCounters(device, before, HealthCounters::read(files, core), journal);
     if (report.wrongResults == 0) {
       context.throwIfStopped();
     }
-    reportMissing(device, number(), journal);
-    reportResult(context, report, availableChecks(number()).size(), journal);
+    reportMissing(device, m_test, journal);
+    reportResult(context, report, availableChecks(m_test).size(), journal);
   });
 }
 
@@ -169,28 +175,29 @@ Support CoreDiagnostic::supports(const Device& device, const Environment&) const
   if (!isAllowed(core)) {
     return Support::no("this process may not run on core " + std::to_string(core));
   }
-  if (availableChecks(number()).empty()) {
+  if (availableChecks(m_test).empty()) {
     return Support::no("the processor has none of the instructions");
   }
-  if (number() == TestNumber::Atomics && partnerOf(device) < 0) {
+  if (m_test.needs == Needs::Partner && partnerOf(device) < 0) {
     return Support::no("there is no other core to work with");
   }
-  if (number() == TestNumber::SustainedLoad &&
-      !HealthCounters::read(filesOf(device), core).present()) {
+  if (m_test.needs == Needs::Counters && !HealthCounters::read(filesOf(device), core).present()) {
     return Support::no("the kernel counts neither throttling nor machine checks of this core");
   }
   return Support::yes();
 }
 
 int CoreDiagnostic::estimate(const Device&, const Environment& environment) const {
-  const auto duration =
-      durationOf(environment.settings, static_cast<int>(number()), false, "DurationSeconds");
-  return static_cast<int>(duration.count() / 1000) + 1;
+  return static_cast<int>(environment.settings.value(kDurationSeconds, m_test.number).count()) + 1;
+}
+
+SettingList coreSettings() {
+  return {kDurationSeconds, kInjectFault};
 }
 
 std::vector<Device> findCoreDevices(const Environment& environment) {
   const std::string root = Common::systemRootOf(environment);
-  const std::string parent = Common::parentTagOf(environment);
+  const std::string parent = environment.parentTag();
   std::vector<Device> devices;
   for (const Core& core : findCores(SystemFiles(root))) {
     const std::string component = "cpu" + std::to_string(core.number);
@@ -205,7 +212,7 @@ std::vector<Device> findCoreDevices(const Environment& environment) {
                          {"package", std::to_string(core.package)},
                          {"physicalCore", std::to_string(core.physicalCore)},
                          {"model", core.model},
-                         {"systemRoot", root}};
+                         {Common::kSystemRootProperty, root}};
     devices.push_back(std::move(device));
   }
   return devices;

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "packagekit/PackageKit.h"
-#include "packages/common/SystemTest.h"
+#include "packages/common/SystemRoot.h"
 #include "packages/processor/ProcessorDiagnostics.h"
 
 namespace TarvexDiags::Processor {
@@ -23,16 +23,22 @@ enum ProcessorEvent : unsigned int {
 ///
 /// Properties of the device: "core" (the number of the logical processor), "systemRoot" (where /sys
 /// and /proc lie).
-class CoreDiagnostic : public Common::SystemTest<TestNumber> {
+class CoreDiagnostic : public PackageKit::Test {
  public:
-  using SystemTest::SystemTest;
+  explicit CoreDiagnostic(const ProcessorTest& test) : m_test(test) {}
 
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
   int estimate(const PackageKit::Device& device,
                const PackageKit::Environment& environment) const override;
+
+ private:
+  const ProcessorTest m_test;
 };
+
+/// @brief The keys of the configuration file that each test reads.
+PackageKit::SettingList coreSettings();
 
 /// @brief The devices of the package.
 std::vector<PackageKit::Device> findCoreDevices(const PackageKit::Environment& environment);

@@ -1,7 +1,6 @@
 #include "packages/processor/ProcessorDiagnostics.h"
 
 #include <algorithm>
-#include <array>
 
 #include "packages/processor/Checks.h"
 
@@ -25,28 +24,35 @@ std::vector<Check> sustainedChecks() {
   return all;
 }
 
-// In the order of TestNumber.
-constexpr std::array<std::vector<Check> (*)(), 8> kCheckLists = {
-    integerChecks, floatingPointChecks, vectorChecks,          cryptographyChecks,
-    atomicChecks,  loadChecks,          randomGeneratorChecks, sustainedChecks};
-
-std::vector<Check> allChecks(TestNumber number) {
-  return kCheckLists.at(static_cast<std::size_t>(number) - 1)();
-}
+constexpr ProcessorTest kTests[] = {
+    {.number = 1, .checks = integerChecks},
+    {.number = 2, .checks = floatingPointChecks},
+    {.number = 3, .checks = vectorChecks},
+    {.number = 4, .checks = cryptographyChecks},
+    {.number = 5, .checks = atomicChecks, .needs = Needs::Partner},
+    {.number = 6, .checks = loadChecks},
+    {.number = 7, .checks = randomGeneratorChecks},
+    // All but the atomics and the random generator, to warm the core up.
+    {.number = 8, .checks = sustainedChecks, .needs = Needs::Counters},
+};
 
 }  // namespace
 
-std::vector<Check> availableChecks(TestNumber number) {
-  std::vector<Check> checks = allChecks(number);
+std::span<const ProcessorTest> processorTests() {
+  return kTests;
+}
+
+std::vector<Check> availableChecks(const ProcessorTest& test) {
+  std::vector<Check> checks = test.checks();
   checks.erase(std::remove_if(checks.begin(), checks.end(),
                               [](const Check& check) { return !check.available(); }),
                checks.end());
   return checks;
 }
 
-std::vector<std::string> missingChecks(TestNumber number) {
+std::vector<std::string> missingChecks(const ProcessorTest& test) {
   std::vector<std::string> names;
-  for (const Check& check : allChecks(number)) {
+  for (const Check& check : test.checks()) {
     if (!check.available()) {
       names.push_back(check.instructionClass);
     }
@@ -54,8 +60,9 @@ std::vector<std::string> missingChecks(TestNumber number) {
   return names;
 }
 
-TestReport runTest(TestNumber number, Verifier& verifier, std::chrono::milliseconds duration) {
-  const std::vector<Check> checks = availableChecks(number);
+TestReport runTest(const ProcessorTest& test, Verifier& verifier,
+                   std::chrono::milliseconds duration) {
+  const std::vector<Check> checks = availableChecks(test);
   const double wanted = std::chrono::duration<double>(duration).count();
   const std::uint64_t wrong = verifier.wrongResults();
   const std::uint64_t checked = verifier.checkedResults();

@@ -2,23 +2,29 @@
 
 #include <chrono>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "packages/processor/Verifier.h"
 
 namespace TarvexDiags::Processor {
 
-/// @brief The tests, by the numbers of their sections in the configuration file.
-enum class TestNumber {
-  Integer = 1,
-  FloatingPoint = 2,
-  Vectors = 3,
-  Cryptography = 4,
-  Atomics = 5,
-  Loads = 6,
-  RandomGenerator = 7,
-  SustainedLoad = 8,  ///< all but the atomics and the random generator, to warm the core up
+/// @brief What a test needs beside a core that has its instructions.
+enum class Needs {
+  Nothing,
+  Partner,  ///< another core
+  Counters  ///< the kernel's counts of the core's health
 };
+
+/// @brief One of the tests: its row is all that there is to know of it.
+struct ProcessorTest {
+  int number;                      ///< of its section in the configuration file
+  std::vector<Check> (*checks)();  ///< those included that the processor has no instructions for
+  Needs needs = Needs::Nothing;
+};
+
+/// @brief All tests, by rising numbers.
+std::span<const ProcessorTest> processorTests();
 
 /// @brief What a test has done.
 struct TestReport {
@@ -30,13 +36,14 @@ struct TestReport {
 };
 
 /// @brief The checks of a test that this processor has the instructions for.
-std::vector<Check> availableChecks(TestNumber number);
+std::vector<Check> availableChecks(const ProcessorTest& test);
 
 /// @brief Names of those that it has none for.
-std::vector<std::string> missingChecks(TestNumber number);
+std::vector<std::string> missingChecks(const ProcessorTest& test);
 
 /// @brief Runs the checks of a test in turn on the calling thread, which the caller has pinned:
 /// each at least once, then on until the time is over.
-TestReport runTest(TestNumber number, Verifier& verifier, std::chrono::milliseconds duration);
+TestReport runTest(const ProcessorTest& test, Verifier& verifier,
+                   std::chrono::milliseconds duration);
 
 }  // namespace TarvexDiags::Processor

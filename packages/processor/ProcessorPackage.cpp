@@ -3,9 +3,11 @@
 #include "packages/processor/CoreDiagnostic.h"
 
 TARVEX_PACKAGE(package) {
+  using namespace TarvexDiags;
   using namespace TarvexDiags::Processor;
   package.discover(findCoreDevices);
-  for (int number = 1; number <= static_cast<int>(TestNumber::SustainedLoad); ++number) {
-    package.test<CoreDiagnostic>(number, static_cast<TestNumber>(number));
+  package.reads({Common::kSystemRoot});
+  for (const ProcessorTest& test : processorTests()) {
+    package.test<CoreDiagnostic>(test.number, test).reads(coreSettings());
   }
 }

@@ -45,10 +45,10 @@ std::string nameOf(const Disk& disk) {
   return disk.model.empty() ? disk.name : disk.model + " (" + disk.name + ")";
 }
 
-Device deviceOf(const Disk& disk, const std::string& root) {
+Device deviceOf(const Disk& disk, const std::string& parent) {
   Device device;
   device.name = nameOf(disk);
-  device.resourceTag = (root.empty() ? "host" : root) + "/" + disk.name;
+  device.resourceTag = parent + "/" + disk.name;
   device.disableName = disk.name;
   device.properties = {
       {"name", disk.name},
@@ -102,7 +102,7 @@ std::vector<Device> findDevices(const Environment& environment) {
                                 : VirtualDisks::WithoutHealth;
   std::vector<Device> devices;
   for (const Disk& disk : findDisks("/sys", virtualDisks)) {
-    devices.push_back(deviceOf(disk, environment.resourceString));
+    devices.push_back(deviceOf(disk, environment.parentTag()));
   }
   for (int number = 1;; ++number) {
     const auto path = environment.settings.package("DeviceFile" + std::to_string(number));
@@ -110,7 +110,7 @@ std::vector<Device> findDevices(const Environment& environment) {
       return devices;
     }
     if (const auto disk = fileAsDisk(*path)) {
-      devices.push_back(deviceOf(*disk, environment.resourceString));
+      devices.push_back(deviceOf(*disk, environment.parentTag()));
     } else {
       environment.log(*path + " is no file that can stand for a disk");
     }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -44,6 +45,31 @@ inline std::unique_ptr<Region> smallRegion(Team& team, std::size_t blocks) {
       blocks * kBlockBytes, -1, team, [] { return false; }, reason);
   EXPECT_NE(region, nullptr) << reason;
   return region;
+}
+
+/// @brief Tests that have something of their own to show, by their numbers.
+enum TestNumber : int {
+  AddressLines = 1,
+  WalkingOnes = 2,
+  MovingInversions = 4,
+  RandomPatterns = 5,
+  BlockMove = 6,
+  BitFade = 8,
+  BandwidthStress = 9,
+};
+
+inline const MemoryTest& memoryTest(int number) {
+  const auto tests = memoryTests();
+  return *std::find_if(tests.begin(), tests.end(),
+                       [&](const MemoryTest& test) { return test.number == number; });
+}
+
+inline std::vector<int> testNumbers() {
+  std::vector<int> numbers;
+  for (const MemoryTest& test : memoryTests()) {
+    numbers.push_back(test.number);
+  }
+  return numbers;
 }
 
 ///  @brief The short forms of all tests: what a sweep finds does not depend on how many there are.

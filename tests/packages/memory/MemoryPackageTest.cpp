@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -18,6 +19,7 @@
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/ContextJournal.h"
 #include "packages/memory/NodeDiagnostic.h"
+#include "tests/packages/memory/MemoryFixture.h"
 #include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::Memory {
@@ -31,7 +33,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-const std::vector<int> kAllTests = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+const std::vector<int> kAllTests = testNumbers();
 
 class MemoryPackageTest : public ::testing::Test {
  protected:
@@ -102,6 +104,20 @@ TEST_F(MemoryPackageTest, margin_that_leaves_nothing_is_a_warning_and_no_fault) 
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
+TEST_F(MemoryPackageTest, each_test_of_the_table_has_its_section) {
+  std::vector<int> sections(
+      std::stoul(PackageKit::Settings(driver.configFile()).package("NumberOfTests").value_or("0")));
+  std::iota(sections.begin(), sections.end(), 1);
+  EXPECT_EQ(kAllTests, sections);
+}
+
+TEST_F(MemoryPackageTest, setting_that_is_missing_leaves_no_verdict_and_is_named) {
+  driver.set("Package", "Rounds", "");
+  const auto run = runQuick({2});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_THAT(run.parametersOf(9006).at(3), HasSubstr("the key Rounds is missing for test 2"));
+}
+
 TEST_F(MemoryPackageTest, estimate_grows_with_the_work) {
   PackageDriver::Options options;
   options.estimationMode = true;
@@ -169,7 +185,9 @@ class MemoryCountersTest : public ::testing::Test {
     machine.has("proc/meminfo", "MemTotal: 2048 kB\nMemAvailable: 2048 kB\n");
     machine.has("sys/devices/system/edac/mc/mc0/ce_count", "7\n");
     machine.has("sys/devices/system/edac/mc/mc0/ue_count", "0\n");
-    machine.has("memory.cfg", "[Package]\nMarginMegabytes=0\nMarginPercent=0\n");
+    machine.has("memory.cfg",
+                "[Package]\nMarginMegabytes=0\nMarginPercent=0\nMaximumMegabytes=0\nRounds="
+                "1\nHoldSeconds=0\n");
     makeContext("");
   }
 
@@ -182,7 +200,7 @@ class MemoryCountersTest : public ::testing::Test {
     context = std::make_unique<CountingContext>(std::move(parameters), machine);
   }
 
-  PackageKit::Verdict run() { return NodeDiagnostic(TestNumber::BitFade).run(*context); }
+  PackageKit::Verdict run() { return NodeDiagnostic(memoryTest(BitFade)).run(*context); }
 
   std::vector<unsigned int> codes() const {
     std::vector<unsigned int> codes;

@@ -42,15 +42,15 @@ SpoilingSeam::Spoil spoilFor(const std::string& instructionClass) {
 
 class ProcessorTestsTest : public ::testing::TestWithParam<int> {
  protected:
-  TestNumber number() const { return static_cast<TestNumber>(GetParam()); }
+  static const ProcessorTest& test() { return processorTest(GetParam()); }
 };
 
 TEST_P(ProcessorTestsTest, good_core_passes_each_check_at_least_once) {
   RecordingObserver observer;
   Verifier verifier(kTestedCore, anyPartner(), 1, observer);
-  const TestReport report = runTest(number(), verifier, milliseconds(100));
+  const TestReport report = runTest(test(), verifier, milliseconds(100));
   EXPECT_TRUE(report.completed);
-  EXPECT_GE(report.checkedResults, availableChecks(number()).size());
+  EXPECT_GE(report.checkedResults, availableChecks(test()).size());
   EXPECT_DOUBLE_EQ(observer.lastProgress, 1.0);
   EXPECT_EQ(report.wrongResults, 0U);
   for (const WrongResult& wrong : observer.results) {
@@ -60,7 +60,7 @@ TEST_P(ProcessorTestsTest, good_core_passes_each_check_at_least_once) {
 }
 
 TEST_P(ProcessorTestsTest, wrong_result_of_each_instruction_class_is_found_and_named) {
-  for (const Check& check : availableChecks(number())) {
+  for (const Check& check : availableChecks(test())) {
     SCOPED_TRACE(check.instructionClass);
     RecordingObserver observer;
     SpoilingSeam seam(check.instructionClass, spoilFor(check.instructionClass));
@@ -95,7 +95,7 @@ TEST_P(ProcessorTestsTest, same_seed_gives_the_same_results) {
     RecordingObserver observer;
     Digest seam;
     Verifier verifier(kTestedCore, anyPartner(), seed, observer, &seam);
-    runTest(number(), verifier, milliseconds(0));
+    runTest(test(), verifier, milliseconds(0));
     return seam.digest;
   };
   EXPECT_EQ(digestOf(3), digestOf(3));
@@ -105,21 +105,21 @@ TEST_P(ProcessorTestsTest, request_to_stop_is_obeyed) {
   RecordingObserver observer;
   observer.stop = true;
   Verifier verifier(kTestedCore, anyPartner(), 1, observer);
-  EXPECT_FALSE(runTest(number(), verifier, std::chrono::hours(1)).completed);
+  EXPECT_FALSE(runTest(test(), verifier, std::chrono::hours(1)).completed);
 }
 
 TEST_P(ProcessorTestsTest, instruction_classes_are_named_once) {
   std::set<std::string> names;
-  for (const Check& check : availableChecks(number())) {
+  for (const Check& check : availableChecks(test())) {
     EXPECT_TRUE(names.insert(check.instructionClass).second) << check.instructionClass;
   }
-  for (const std::string& name : missingChecks(number())) {
+  for (const std::string& name : missingChecks(test())) {
     EXPECT_TRUE(names.insert(name).second) << name;
   }
   EXPECT_FALSE(names.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(AllTests, ProcessorTestsTest, ::testing::Range(1, 9));
+INSTANTIATE_TEST_SUITE_P(AllTests, ProcessorTestsTest, ::testing::ValuesIn(testNumbers()));
 
 TEST(VerifierTest, wrong_results_beyond_the_limit_are_counted_but_not_told) {
   RecordingObserver observer;
@@ -129,13 +129,13 @@ TEST(VerifierTest, wrong_results_beyond_the_limit_are_counted_but_not_told) {
     }
   });
   Verifier verifier(kTestedCore, anyPartner(), 1, observer, &seam);
-  const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(0));
+  const TestReport report = runTest(processorTest(Integer), verifier, milliseconds(0));
   EXPECT_GT(report.wrongResults, Verifier::kMaximumReported);
   EXPECT_EQ(observer.results.size(), Verifier::kMaximumReported);
 }
 
 TEST(VerifierTest, generator_that_repeats_itself_is_found) {
-  for (const Check& check : availableChecks(TestNumber::RandomGenerator)) {
+  for (const Check& check : availableChecks(processorTest(RandomGenerator))) {
     if (check.instructionClass.find("stuck") == std::string::npos) {
       continue;
     }
@@ -172,7 +172,7 @@ TEST(PartnerTest, both_sides_run_at_the_same_time_again_and_again) {
 TEST(RunTest, test_goes_on_until_its_time_is_over_and_tells_how_much_of_it_was_verified_work) {
   RecordingObserver observer;
   Verifier verifier(kTestedCore, anyPartner(), 1, observer);
-  const TestReport report = runTest(TestNumber::Integer, verifier, milliseconds(300));
+  const TestReport report = runTest(processorTest(Integer), verifier, milliseconds(300));
   EXPECT_GE(report.seconds, 0.3);
   EXPECT_GT(report.verifiedSeconds, 0);
   EXPECT_LE(report.verifiedSeconds, report.seconds);

@@ -2,6 +2,7 @@
 
 // The checks on a core of this machine, with everything that they have to say kept.
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <span>
@@ -46,6 +47,23 @@ class SpoilingSeam : public ResultSeam {
   std::string m_class;
   Spoil m_spoil;
 };
+
+/// @brief Tests that have something of their own to show, by their numbers.
+enum TestNumber : int { Integer = 1, Loads = 6, RandomGenerator = 7 };
+
+inline const ProcessorTest& processorTest(int number) {
+  const auto tests = processorTests();
+  return *std::find_if(tests.begin(), tests.end(),
+                       [&](const ProcessorTest& test) { return test.number == number; });
+}
+
+inline std::vector<int> testNumbers() {
+  std::vector<int> numbers;
+  for (const ProcessorTest& test : processorTests()) {
+    numbers.push_back(test.number);
+  }
+  return numbers;
+}
 
 constexpr int kTestedCore = 7;  // for reports alone: tests run wherever they may
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/CpuList.h"
 #include "packages/processor/CoreDiagnostic.h"
+#include "tests/packages/processor/ProcessorFixture.h"
 #include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::Processor {
@@ -47,8 +49,8 @@ TEST_F(ProcessorPackageTest, every_core_passes_every_test_that_it_supports) {
   for (const int core : Common::allowedCpus()) {
     const std::string name = "cpu" + std::to_string(core);
     std::vector<int> tests;
-    for (int test = 1; test <= 7; ++test) {
-      if (driver.supports(name, test)) {
+    for (const int test : testNumbers()) {
+      if (processorTest(test).needs != Needs::Counters && driver.supports(name, test)) {
         tests.push_back(test);
       }
     }
@@ -77,6 +79,21 @@ TEST_F(ProcessorPackageTest, wrong_result_fails_the_core_and_is_told_with_all_th
     EXPECT_EQ(std::stoull(fault[4], nullptr, 16) ^ std::stoull(fault[5], nullptr, 16), 1U);
   }
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+TEST_F(ProcessorPackageTest, each_test_of_the_table_has_its_section) {
+  std::vector<int> sections(
+      std::stoul(PackageKit::Settings(driver.configFile()).package("NumberOfTests").value_or("0")));
+  std::iota(sections.begin(), sections.end(), 1);
+  EXPECT_EQ(testNumbers(), sections);
+}
+
+TEST_F(ProcessorPackageTest, setting_that_cannot_be_read_leaves_no_verdict_and_is_named) {
+  driver.set("Package", "QuickDurationSeconds", "").set("Package", "DurationSeconds", "short");
+  const auto run = runQuick(anyCore(), {1});
+  EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+  EXPECT_THAT(run.parametersOf(9006).at(3),
+              HasSubstr("the key DurationSeconds cannot have the value 'short'"));
 }
 
 TEST_F(ProcessorPackageTest, estimate_is_the_configured_time) {
@@ -156,7 +173,8 @@ class ProcessorCountersTest : public ::testing::Test {
     parameters.testId = 6;
     parameters.device.name = "Core";
     parameters.device.properties = {{"core", core}, {"systemRoot", machine.path()}};
-    parameters.configFile = machine.path() + "/none.cfg";
+    machine.has("processor.cfg", "[Package]\nDurationSeconds=0\n");
+    parameters.configFile = machine.path() + "/processor.cfg";
     context = std::make_unique<HeatingContext>(std::move(parameters), machine);
   }
 
@@ -168,7 +186,7 @@ class ProcessorCountersTest : public ::testing::Test {
   PackageKit::Verdict::Kind kindWith(const std::string& file, const std::string& text) {
     context->changedFile = file;
     context->changedText = text;
-    return CoreDiagnostic(TestNumber::Loads).run(*context).kind();
+    return CoreDiagnostic(processorTest(Loads)).run(*context).kind();
   }
 
   bool told(unsigned int code) const {
