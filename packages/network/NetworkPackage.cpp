@@ -34,6 +34,7 @@ using PackageKit::required;
 using PackageKit::Seconds;
 using PackageKit::Support;
 using PackageKit::TestContext;
+using PackageKit::TestRow;
 using PackageKit::Verdict;
 
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
@@ -288,26 +289,37 @@ Verdict betweenInterfaces(TestContext& context) {
   });
 }
 
+const std::vector<TestRow> kTests = {
+    {.number = 1,
+     .body = link,
+     .reads = {kAllowedDrops, kMinimumMegabits, kWatchMilliseconds},
+     .support = hasPartner},
+    {.number = 2, .body = onlineSelfTest, .reads = {kAllowedDrops}, .support = hasSelfTest},
+    {.number = 3,
+     .body = offlineSelfTest,
+     .support = hasSelfTest,
+     .modes = {DiagnosticMode::FACTORY}},
+    {.number = 4,
+     .body = loopbackStream,
+     .reads = {kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kMinimumRate},
+     .support = isLoopbackInterface},
+    {.number = 5,
+     .body = loopbackDatagrams,
+     .reads = {kAllowedDrops, kDatagrams, kLongestDatagram},
+     .support = isLoopbackInterface},
+    {.number = kPairTest,
+     .body = betweenInterfaces,
+     .reads = {kAllowedDrops, kFirstInterface, kSecondInterface, kCarrierSeconds, kStreamMegabytes,
+               kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram},
+     .support = isFirstOfPair,
+     .modes = {DiagnosticMode::FACTORY}},
+};
+
 }  // namespace
 
 void define(Package& package) {
   package.discover(findDevices);
-  package.test(1, link)
-      .supportedWhen(hasPartner)
-      .reads({kAllowedDrops, kMinimumMegabits, kWatchMilliseconds});
-  package.test(2, onlineSelfTest).supportedWhen(hasSelfTest).reads({kAllowedDrops});
-  package.test(3, offlineSelfTest).supportedWhen(hasSelfTest).onlyIn({DiagnosticMode::FACTORY});
-  package.test(4, loopbackStream)
-      .supportedWhen(isLoopbackInterface)
-      .reads({kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kMinimumRate});
-  package.test(5, loopbackDatagrams)
-      .supportedWhen(isLoopbackInterface)
-      .reads({kAllowedDrops, kDatagrams, kLongestDatagram});
-  package.test(kPairTest, betweenInterfaces)
-      .supportedWhen(isFirstOfPair)
-      .onlyIn({DiagnosticMode::FACTORY})
-      .reads({kAllowedDrops, kFirstInterface, kSecondInterface, kCarrierSeconds, kStreamMegabytes,
-              kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram});
+  package.tests(kTests);
 }
 
 }  // namespace TarvexDiags::Network

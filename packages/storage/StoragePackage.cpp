@@ -32,6 +32,7 @@ using PackageKit::required;
 using PackageKit::Setting;
 using PackageKit::Support;
 using PackageKit::TestContext;
+using PackageKit::TestRow;
 using PackageKit::Verdict;
 
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
@@ -292,29 +293,37 @@ Verdict writeVerify(TestContext& context) {
   });
 }
 
+const std::vector<TestRow> kTests = {
+    {.number = 1, .body = identity},
+    {.number = 2, .body = health, .reads = {kPercentUsed, kCelsius}, .support = hasHealth},
+    {.number = 3, .body = errorLog, .reads = {kErrorLogEntries}, .support = hasHealth},
+    {.number = 4,
+     .body = sequentialScan,
+     .reads = {kBlockBytes, kDepth, kScanMegabytes, kMinimumRate},
+     .support = canBeRead,
+     .estimate = secondsToScan},
+    {.number = 5, .body = randomRead, .reads = {kBlockBytes, kDepth, kReads}, .support = canBeRead},
+    {.number = 6,
+     .body = readStability,
+     .reads = {kBlockBytes, kDepth, kCompareMegabytes},
+     .support = canBeRead},
+    {.number = 7,
+     .body = latencyOutliers,
+     .reads = {kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls},
+     .support = canBeRead},
+    {.number = 8,
+     .body = writeVerify,
+     .reads = {kBlockBytes, kDepth, kFileMegabytes},
+     .support = canHoldFile,
+     .writes = true},
+};
+
 }  // namespace
 
 void define(Package& package) {
   package.discover(findDevices);
   package.reads({kVirtualDiskHealth, kDeviceFile});
-  package.test(1, identity);
-  package.test(2, health).supportedWhen(hasHealth).reads({kPercentUsed, kCelsius});
-  package.test(3, errorLog).supportedWhen(hasHealth).reads({kErrorLogEntries});
-  package.test(4, sequentialScan)
-      .supportedWhen(canBeRead)
-      .estimate(secondsToScan)
-      .reads({kBlockBytes, kDepth, kScanMegabytes, kMinimumRate});
-  package.test(5, randomRead).supportedWhen(canBeRead).reads({kBlockBytes, kDepth, kReads});
-  package.test(6, readStability)
-      .supportedWhen(canBeRead)
-      .reads({kBlockBytes, kDepth, kCompareMegabytes});
-  package.test(7, latencyOutliers)
-      .supportedWhen(canBeRead)
-      .reads({kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls});
-  package.test(8, writeVerify)
-      .supportedWhen(canHoldFile)
-      .writes()
-      .reads({kBlockBytes, kDepth, kFileMegabytes});
+  package.tests(kTests);
 }
 
 }  // namespace TarvexDiags::Storage
