@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "packagekit/internal/Descriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -44,18 +44,18 @@ void writeLogLine(const std::string& file, const std::string& line) noexcept {
   try {
     // A pipe, if it is one, may have no reader or be full: the line is lost then.
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
-    const Descriptor log(::open(file.c_str(), kFlags, 0644));
-    if (!log.isOpen()) {
+    const UniqueDescriptor log(::open(file.c_str(), kFlags, 0644));
+    if (!log) {
       return;
     }
     struct stat state {};
-    if (fstat(log.number(), &state) == 0 && state.st_size > kLargestLog) {
+    if (fstat(log.get(), &state) == 0 && state.st_size > kLargestLog) {
       std::rename(file.c_str(), (file + ".1").c_str());
     }
     const std::string text =
         timeStamp() + " [" + std::to_string(getpid()) + "] " + onOneLine(line) + "\n";
     // One call for the line: appends of several processes then stay apart.
-    [[maybe_unused]] const ssize_t written = ::write(log.number(), text.data(), text.size());
+    [[maybe_unused]] const ssize_t written = ::write(log.get(), text.data(), text.size());
   } catch (const std::exception&) {
   }
 }

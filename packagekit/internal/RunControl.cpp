@@ -38,8 +38,8 @@ bool RunControl::isSuspended() const {
 }
 
 void RunControl::beginRun() {
-  Descriptor wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!wakeUp.isOpen()) {
+  UniqueDescriptor wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!wakeUp) {
     throw std::system_error(errno, std::generic_category(), "eventfd");
   }
   const System::LockHold hold(m_lock);
@@ -54,7 +54,7 @@ void RunControl::endRun() noexcept {
 
 int RunControl::wakeDescriptor() const {
   const System::LockHold hold(m_lock);
-  return m_wake.number();
+  return m_wake.get();
 }
 
 void RunControl::clearWake() {
@@ -63,9 +63,9 @@ void RunControl::clearWake() {
 }
 
 void RunControl::wake() {
-  if (m_wake.isOpen()) {
+  if (m_wake) {
     const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t size = ::write(m_wake.number(), &one, sizeof one);
+    [[maybe_unused]] const ssize_t size = ::write(m_wake.get(), &one, sizeof one);
   }
 }
 

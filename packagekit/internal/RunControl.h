@@ -2,7 +2,7 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
-#include "packagekit/internal/Descriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -30,7 +30,7 @@ class RunControl {
   mutable System::Mutex m_lock;
   bool m_aborted TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   bool m_suspended TARVEXDIAGS_GUARDED_BY(m_lock) = false;
-  Descriptor m_wake TARVEXDIAGS_GUARDED_BY(m_lock);
+  UniqueDescriptor m_wake TARVEXDIAGS_GUARDED_BY(m_lock);
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -31,34 +31,34 @@ void check(int error, const char* what) {
   }
 }
 
-Descriptor moveUp(int number) {
-  Descriptor low(number);
-  Descriptor high(fcntl(low.number(), F_DUPFD_CLOEXEC, kFirstOwnDescriptor));
-  if (!high.isOpen()) {
+UniqueDescriptor moveUp(int number) {
+  UniqueDescriptor low(number);
+  UniqueDescriptor high(fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstOwnDescriptor));
+  if (!high) {
     fail(errno, "fcntl");
   }
   return high;
 }
 
-std::pair<Descriptor, Descriptor> makeSocketPair() {
+std::pair<UniqueDescriptor, UniqueDescriptor> makeSocketPair() {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
     fail(errno, "socketpair");
   }
-  Descriptor ours(ends[0]);
-  Descriptor theirs = moveUp(ends[1]);
-  fcntl(ours.number(), F_SETFL, O_NONBLOCK);
+  UniqueDescriptor ours(ends[0]);
+  UniqueDescriptor theirs = moveUp(ends[1]);
+  fcntl(ours.get(), F_SETFL, O_NONBLOCK);
   return {std::move(ours), std::move(theirs)};
 }
 
-std::pair<Descriptor, Descriptor> makePipe() {
+std::pair<UniqueDescriptor, UniqueDescriptor> makePipe() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     fail(errno, "pipe2");
   }
-  Descriptor ours(ends[0]);
-  Descriptor theirs = moveUp(ends[1]);
-  fcntl(ours.number(), F_SETFL, O_NONBLOCK);
+  UniqueDescriptor ours(ends[0]);
+  UniqueDescriptor theirs = moveUp(ends[1]);
+  fcntl(ours.get(), F_SETFL, O_NONBLOCK);
   return {std::move(ours), std::move(theirs)};
 }
 
@@ -119,7 +119,7 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
                              int nice) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
-  const SpawnActions actions(theirSocket.number(), theirOutput.number());
+  const SpawnActions actions(theirSocket.get(), theirOutput.get());
   const SpawnAttributes attributes;
   std::string name = executable;
   std::string package = packageFile;
@@ -132,13 +132,13 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   m_socket = std::move(socket);
   m_output = std::move(output);
   // Where there is no such call, the supervisor looks at intervals.
-  m_pidDescriptor = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
+  m_pidDescriptor = UniqueDescriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
 }
 
 WorkerProcess::~WorkerProcess() {
   if (m_pid > 0) {
     sendSignal(m_pid, SIGKILL);
-    pollfd end{m_pidDescriptor.number(), POLLIN, 0};
+    pollfd end{m_pidDescriptor.get(), POLLIN, 0};
     poll(&end, 1, kPatienceMilliseconds);
     reapIfEnded(m_pid);
   }
@@ -156,9 +156,8 @@ bool WorkerProcess::hasEnded() const {
   }
   // Without such a child, somebody else took its status, or the host ignores SIGCHLD. Its number
   // may be another process's by now, so the descriptor is asked where there is one.
-  pollfd end{m_pidDescriptor.number(), POLLIN, 0};
-  return errno == ECHILD &&
-         (m_pidDescriptor.isOpen() ? poll(&end, 1, 0) > 0 : ::kill(m_pid, 0) != 0);
+  pollfd end{m_pidDescriptor.get(), POLLIN, 0};
+  return errno == ECHILD && (m_pidDescriptor ? poll(&end, 1, 0) > 0 : ::kill(m_pid, 0) != 0);
 }
 
 void WorkerProcess::signalGroup(int signal) const {

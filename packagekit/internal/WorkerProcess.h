@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "packagekit/internal/Descriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -32,11 +32,9 @@ class WorkerProcess {
   WorkerProcess& operator=(const WorkerProcess&) = delete;
 
   pid_t pid() const { return m_pid; }
-  int socket() const { return m_socket.number(); }  ///< non-blocking
-  int output() const { return m_output.number(); }  ///< non-blocking
-  int processDescriptor() const {
-    return m_pidDescriptor.number();
-  }  ///< readable at its end, or -1
+  int socket() const { return m_socket.get(); }                    ///< non-blocking
+  int output() const { return m_output.get(); }                    ///< non-blocking
+  int processDescriptor() const { return m_pidDescriptor.get(); }  ///< readable at its end, or -1
 
   void closeOutput() { m_output.close(); }
 
@@ -62,9 +60,9 @@ class WorkerProcess {
   bool isZombie() const;
 
   pid_t m_pid = -1;
-  Descriptor m_socket;
-  Descriptor m_output;
-  Descriptor m_pidDescriptor;
+  UniqueDescriptor m_socket;
+  UniqueDescriptor m_output;
+  UniqueDescriptor m_pidDescriptor;
 };
 
 /// Takes the status of a given-up process that has ended meanwhile. @return false while it lives

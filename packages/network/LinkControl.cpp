@@ -13,7 +13,7 @@
 #include <system_error>
 #include <utility>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::Network {
 namespace {
@@ -179,7 +179,7 @@ class EthtoolControl final : public LinkControl {
   }
 
   std::string m_interface;
-  Common::UniqueDescriptor m_socket;
+  PackageKit::UniqueDescriptor m_socket;
 };
 
 }  // namespace

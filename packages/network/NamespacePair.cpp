@@ -21,7 +21,7 @@
 namespace TarvexDiags::Network {
 namespace {
 
-using Common::UniqueDescriptor;
+using PackageKit::UniqueDescriptor;
 
 // From the block that is set aside for documentation: nobody's own network uses it.
 constexpr const char* kFirstAddress = "192.0.2.1";

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 #include "packages/network/Links.h"
 #include "packages/network/Sockets.h"
 
@@ -23,7 +23,7 @@ class NetworkNamespace {
   int descriptor() const { return m_descriptor.get(); }
 
  private:
-  Common::UniqueDescriptor m_descriptor;
+  PackageKit::UniqueDescriptor m_descriptor;
 };
 
 /// @brief Two interfaces, each put into a namespace of its own with an address that is used nowhere
@@ -68,7 +68,7 @@ class NamespacePair {
     std::string m_interface;
     const char* m_address;
     bool m_wasUp;
-    Common::UniqueDescriptor m_home;
+    PackageKit::UniqueDescriptor m_home;
     NetworkNamespace m_namespace;
   };
 

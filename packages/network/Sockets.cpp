@@ -13,7 +13,7 @@
 namespace TarvexDiags::Network {
 namespace {
 
-using Common::UniqueDescriptor;
+using PackageKit::UniqueDescriptor;
 
 void check(int result, const char* what) {
   if (result < 0) {

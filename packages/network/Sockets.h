@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 #include "packages/network/DatagramDiagnostic.h"
 #include "packages/network/StreamDiagnostic.h"
 

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::Storage {
 
@@ -81,6 +81,7 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
 
 /// @brief The source of a regular file that the caller opened for reading and writing. Never to be
 /// given a block device: throws std::invalid_argument.
-std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options);
+std::unique_ptr<BlockSource> overFile(PackageKit::UniqueDescriptor file,
+                                      const SourceOptions& options);
 
 }  // namespace TarvexDiags::Storage

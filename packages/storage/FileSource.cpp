@@ -30,7 +30,7 @@ constexpr std::uint32_t kFileBlock = 4096;
 
 }  // namespace
 
-FileSource::FileSource(Common::UniqueDescriptor descriptor, const SourceOptions& options)
+FileSource::FileSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
     : m_options(options),
       m_buffers(static_cast<std::size_t>(options.slots) * options.slotSize),
       m_started(options.slots) {
@@ -108,7 +108,7 @@ Completion FileSource::completionOf(unsigned int slot, std::int64_t result) cons
 
 namespace {
 
-std::unique_ptr<BlockSource> makeSource(Common::UniqueDescriptor descriptor,
+std::unique_ptr<BlockSource> makeSource(PackageKit::UniqueDescriptor descriptor,
                                         const SourceOptions& options) {
   if (options.useUring) {
     try {
@@ -132,12 +132,13 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
   if (descriptor < 0) {
     throw NotSupported(path + " cannot be read: " + std::generic_category().message(errno));
   }
-  Common::UniqueDescriptor opened(descriptor);
+  PackageKit::UniqueDescriptor opened(descriptor);
   fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
   return makeSource(std::move(opened), options);
 }
 
-std::unique_ptr<BlockSource> overFile(Common::UniqueDescriptor file, const SourceOptions& options) {
+std::unique_ptr<BlockSource> overFile(PackageKit::UniqueDescriptor file,
+                                      const SourceOptions& options) {
   if (!S_ISREG(statusOf(file.get()).st_mode)) {
     throw std::invalid_argument("only regular files are written to");
   }

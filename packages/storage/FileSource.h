@@ -20,7 +20,7 @@ class FileSource : public BlockSource {
 
  protected:
   /// @param descriptor open file; its flags say whether it is past the page cache.
-  FileSource(Common::UniqueDescriptor descriptor, const SourceOptions& options);
+  FileSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options);
 
   int descriptor() const { return m_descriptor.get(); }
   /// @brief Drops the cached pages of the range, where the page cache stands between.
@@ -30,7 +30,7 @@ class FileSource : public BlockSource {
   Completion completionOf(unsigned int slot, std::int64_t result) const;
 
  private:
-  Common::UniqueDescriptor m_descriptor;
+  PackageKit::UniqueDescriptor m_descriptor;
   SourceOptions m_options;
   PageBuffer m_buffers;
   std::vector<std::chrono::steady_clock::time_point> m_started;
@@ -41,11 +41,11 @@ class FileSource : public BlockSource {
 };
 
 /// @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it.
-std::unique_ptr<BlockSource> makeUringSource(Common::UniqueDescriptor& descriptor,
+std::unique_ptr<BlockSource> makeUringSource(PackageKit::UniqueDescriptor& descriptor,
                                              const SourceOptions& options);
 
 /// @brief Over one thread for each slot.
-std::unique_ptr<BlockSource> makeThreadSource(Common::UniqueDescriptor& descriptor,
+std::unique_ptr<BlockSource> makeThreadSource(PackageKit::UniqueDescriptor& descriptor,
                                               const SourceOptions& options);
 
 }  // namespace TarvexDiags::Storage

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
 
@@ -52,7 +52,7 @@ class NvmeReader final : public HealthReader {
   }
 
   std::string m_name;
-  Common::UniqueDescriptor m_device;
+  PackageKit::UniqueDescriptor m_device;
 };
 
 /// @brief ATA: S.M.A.R.T. through libatasmart.

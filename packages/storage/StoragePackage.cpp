@@ -10,8 +10,8 @@
 #include <system_error>
 
 #include "packagekit/PackageKit.h"
+#include "packagekit/UniqueDescriptor.h"
 #include "packages/common/ContextJournal.h"
-#include "packages/common/UniqueDescriptor.h"
 #include "packages/storage/Disks.h"
 #include "packages/storage/FilePlace.h"
 #include "packages/storage/Health.h"
@@ -127,7 +127,7 @@ Support hasHealth(const Device& device, const Environment&) {
 
 Support canBeRead(const Device& device, const Environment&) {
   const std::string path = device.property("path");
-  const Common::UniqueDescriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const PackageKit::UniqueDescriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   return opened ? Support::yes()
                 : Support::no(path + " cannot be read: " + std::generic_category().message(errno));
 }

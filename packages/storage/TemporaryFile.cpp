@@ -35,12 +35,12 @@ int openAndUnlink(const std::string& directory, int flags) {
   return descriptor;
 }
 
-Common::UniqueDescriptor openIn(const std::string& directory) {
+PackageKit::UniqueDescriptor openIn(const std::string& directory) {
   for (const int flags : {O_DIRECT, 0}) {
     for (const auto& way : {openNameless, openAndUnlink}) {
       const int descriptor = way(directory, flags);
       if (descriptor >= 0) {
-        return Common::UniqueDescriptor(descriptor);
+        return PackageKit::UniqueDescriptor(descriptor);
       }
     }
   }
@@ -49,8 +49,8 @@ Common::UniqueDescriptor openIn(const std::string& directory) {
 
 }  // namespace
 
-Common::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
-  Common::UniqueDescriptor file = openIn(directory);
+PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
+  PackageKit::UniqueDescriptor file = openIn(directory);
   if (const int error = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); error != 0) {
     fail(error, directory);
   }

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "packages/common/UniqueDescriptor.h"
+#include "packagekit/UniqueDescriptor.h"
 
 namespace TarvexDiags::Storage {
 
@@ -14,7 +14,7 @@ namespace TarvexDiags::Storage {
 ///
 /// @param directory where; must be writable.
 /// Throws std::system_error, with ENOSPC when the space does not suffice.
-Common::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size);
+PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size);
 
 /// @brief Where a place of the file lies on the block device that carries the file system, in
 /// bytes; nothing where the file system does not tell.

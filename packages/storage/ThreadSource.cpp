@@ -55,7 +55,7 @@ class HandOver {
 
 class ThreadSource final : public FileSource {
  public:
-  ThreadSource(Common::UniqueDescriptor descriptor, const SourceOptions& options)
+  ThreadSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
       : FileSource(std::move(descriptor), options) {
     try {
       for (unsigned int count = 0; count < slots(); ++count) {
@@ -107,7 +107,7 @@ class ThreadSource final : public FileSource {
 
 }  // namespace
 
-std::unique_ptr<BlockSource> makeThreadSource(Common::UniqueDescriptor& descriptor,
+std::unique_ptr<BlockSource> makeThreadSource(PackageKit::UniqueDescriptor& descriptor,
                                               const SourceOptions& options) {
   return std::make_unique<ThreadSource>(std::move(descriptor), options);
 }

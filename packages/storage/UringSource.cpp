@@ -38,7 +38,7 @@ class Ring {
 
 class UringSource final : public FileSource {
  public:
-  UringSource(std::unique_ptr<Ring> ring, Common::UniqueDescriptor descriptor,
+  UringSource(std::unique_ptr<Ring> ring, PackageKit::UniqueDescriptor descriptor,
               const SourceOptions& options)
       : FileSource(std::move(descriptor), options),
         m_owner(std::move(ring)),
@@ -113,7 +113,7 @@ class UringSource final : public FileSource {
 
 }  // namespace
 
-std::unique_ptr<BlockSource> makeUringSource(Common::UniqueDescriptor& descriptor,
+std::unique_ptr<BlockSource> makeUringSource(PackageKit::UniqueDescriptor& descriptor,
                                              const SourceOptions& options) {
   auto ring = std::make_unique<Ring>(options.slots);
   return std::make_unique<UringSource>(std::move(ring), std::move(descriptor), options);

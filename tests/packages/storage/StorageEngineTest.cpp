@@ -28,7 +28,7 @@ namespace TarvexDiags::Storage {
 namespace {
 
 using Common::RecordingJournal;
-using Common::UniqueDescriptor;
+using PackageKit::UniqueDescriptor;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;

@@ -4,9 +4,9 @@
 
 #include <utility>
 
-namespace TarvexDiags::Common {
+namespace TarvexDiags::PackageKit {
 
-/// @brief Owns a file descriptor and closes it.
+/// @brief Owns a file descriptor and closes it. Thread-safety: a plain value.
 class UniqueDescriptor {
  public:
   UniqueDescriptor() = default;
@@ -19,17 +19,20 @@ class UniqueDescriptor {
   }
   UniqueDescriptor(const UniqueDescriptor&) = delete;
   UniqueDescriptor& operator=(const UniqueDescriptor&) = delete;
-  ~UniqueDescriptor() {
-    if (m_descriptor >= 0) {
-      ::close(m_descriptor);
-    }
-  }
+  ~UniqueDescriptor() { close(); }
 
+  /// @brief Below 0 when it owns none.
   int get() const { return m_descriptor; }
   explicit operator bool() const { return m_descriptor >= 0; }
+
+  void close() {
+    if (m_descriptor >= 0) {
+      ::close(std::exchange(m_descriptor, -1));
+    }
+  }
 
  private:
   int m_descriptor = -1;
 };
 
-}  // namespace TarvexDiags::Common
+}  // namespace TarvexDiags::PackageKit
