@@ -18,8 +18,8 @@ namespace {
 /// @brief Keeps nothing; a fault would show in the count of bytes.
 class SilentJournal : public RunJournal {
  public:
-  void report(Severity severity, unsigned int, std::vector<std::string>) override {
-    faults += severity == Severity::Error ? 1 : 0;
+  void report(unsigned int code, std::vector<std::string>) override {
+    faults += Common::severityOfCode(code) == Common::Severity::Error ? 1 : 0;
   }
   void progress(unsigned int) override {}
   bool stopRequested() override { return false; }

@@ -22,8 +22,8 @@ namespace {
 /// @brief Keeps nothing; what the engines find on a sound file is of no interest here.
 class SilentJournal : public RunJournal {
  public:
-  void report(Severity severity, unsigned int, std::vector<std::string>) override {
-    faults += severity == Severity::Error ? 1 : 0;
+  void report(unsigned int code, std::vector<std::string>) override {
+    faults += Common::severityOfCode(code) == Common::Severity::Error ? 1 : 0;
   }
   void progress(unsigned int) override {}
   bool stopRequested() override { return false; }

@@ -21,8 +21,8 @@ class ContextJournal : public RunJournal {
   ContextJournal(PackageKit::TestContext& context, std::string device)
       : m_context(context), m_device(std::move(device)) {}
 
-  void report(Severity severity, unsigned int code, std::vector<std::string> parameters) override {
-    switch (severity) {
+  void report(unsigned int code, std::vector<std::string> parameters) override {
+    switch (severityOfCode(code)) {
       case Severity::Information:
         m_context.information(code, std::move(parameters));
         break;

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -29,14 +30,9 @@ class RunJournal {
   RunJournal& operator=(const RunJournal&) = delete;
   virtual ~RunJournal() = default;
 
-  /// @brief Reports one event. The parameters fill the variables of the event's text, in order.
-  virtual void report(Severity severity, unsigned int code,
-                      std::vector<std::string> parameters) = 0;
-
-  /// @brief The same, for an event whose code says how severe it is.
-  void report(unsigned int code, std::vector<std::string> parameters) {
-    report(severityOfCode(code), code, std::move(parameters));
-  }
+  /// @brief Reports one event, whose code says how severe it is. The parameters fill the variables
+  /// of the event's text, in order.
+  virtual void report(unsigned int code, std::vector<std::string> parameters) = 0;
 
   /// @brief How much of the run is done, in percent.
   virtual void progress(unsigned int percent) = 0;
@@ -47,6 +43,13 @@ class RunJournal {
   /// @brief Whether the run shall end at its first error instead of looking for more.
   virtual bool haltsOnError() { return false; }
 };
+
+/// @brief Reports an event of a package's own enumeration of them, whose numbers are the codes.
+template <class Event>
+requires std::is_enum_v<Event>
+void report(RunJournal& journal, Event event, std::vector<std::string> parameters) {
+  journal.report(static_cast<unsigned int>(event), std::move(parameters));
+}
 
 /// @brief The device or this process lacks what the test needs; the text says what. No fault.
 class NotSupported : public std::runtime_error {

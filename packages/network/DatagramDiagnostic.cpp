@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "packages/network/ConnectionFaults.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {

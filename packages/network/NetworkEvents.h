@@ -1,15 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "packages/common/RunJournal.h"
 
 namespace TarvexDiags::Network {
 
 using Common::NotSupported;
 using Common::RunJournal;
-using Common::Severity;
 
 /// @brief The codes of the package's events, as network.cfg lists them: below 100 information, from
 /// 100 on warnings, from 200 on errors. The comment names the parameters, in order.
@@ -44,16 +40,5 @@ enum class NetworkEvent : unsigned int {
   BelowMinimumSpeed = 212,  ///< interface, speed in Mb/s, speed asked for
   ConnectionBroken = 213,   ///< interface, cause
 };
-
-/// @brief The severity that the code's number stands for.
-Severity severityOf(NetworkEvent event);
-
-/// @brief Throws std::system_error unless the errno of a failed send or receive says that the
-/// connection is at fault: a lack of memory, a packet filter that forbids or an interface that was
-/// switched off say nothing about it.
-void requireFaultOfConnection(int error, const std::string& interface);
-
-/// @brief Reports an event of this package with its severity.
-void report(RunJournal& journal, NetworkEvent event, std::vector<std::string> parameters);
 
 }  // namespace TarvexDiags::Network

@@ -15,6 +15,7 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
+#include "packages/network/ConnectionFaults.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {

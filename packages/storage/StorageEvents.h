@@ -1,15 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "packages/common/RunJournal.h"
 
 namespace TarvexDiags::Storage {
 
 using Common::NotSupported;
 using Common::RunJournal;
-using Common::Severity;
 
 /// @brief The codes of the package's events, as storage.cfg lists them: below 100 information, from
 /// 100 on warnings, from 200 on errors. The comment names the parameters, in order. Addresses are
@@ -56,11 +52,5 @@ enum class StorageEvent : unsigned int {
   MediaErrors = 211,      ///< disk, count
   SelfTestFailed = 213,   ///< disk, status of the last self-test
 };
-
-/// @brief The severity that the code's number stands for.
-Severity severityOf(StorageEvent event);
-
-/// @brief Reports an event of this package with its severity.
-void report(RunJournal& journal, StorageEvent event, std::vector<std::string> parameters);
 
 }  // namespace TarvexDiags::Storage

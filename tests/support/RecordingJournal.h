@@ -18,8 +18,8 @@ class RecordingJournal : public RunJournal {
     std::vector<std::string> parameters;
   };
 
-  void report(Severity severity, unsigned int code, std::vector<std::string> parameters) override {
-    m_events.push_back({severity, code, std::move(parameters)});
+  void report(unsigned int code, std::vector<std::string> parameters) override {
+    m_events.push_back({severityOfCode(code), code, std::move(parameters)});
   }
   void progress(unsigned int percent) override { m_progress.push_back(percent); }
   bool stopRequested() override { return m_stopAfter >= 0 && m_questions++ >= m_stopAfter; }

@@ -238,7 +238,7 @@ TEST_F(MemoryCountersTest, request_to_stop_gives_no_verdict) {
 TEST_F(MemoryCountersTest, fault_that_was_found_stands_whatever_comes_after_it) {
   const auto troubled = [&](unsigned int code) {
     return Common::judged(*context, "Memory", [code](Common::RunJournal& journal) {
-      journal.report(Common::severityOfCode(code), code, {});
+      journal.report(code, {});
       throw Common::NotSupported("the rest cannot be done");
     });
   };
