@@ -13,8 +13,10 @@ static std::vector<Device> findClocks(const Environment&) {
   return {{.name = "Clock (" + source + ")", .resourceTag = "host/clocksource0"}};
 }
 
+constexpr auto kReadings = required<long>("Readings");
+
 static Verdict neverStepsBack(TestContext& context) {
-  const long readings = context.settingInteger("Readings", 1'000'000);
+  const long readings = context.value(kReadings);
   const auto start = Clock::now();
   auto last = start;
   for (long reading = 0; reading < readings; ++reading) {
@@ -32,5 +34,5 @@ static Verdict neverStepsBack(TestContext& context) {
 
 TARVEX_PACKAGE(package) {
   package.discover(findClocks);
-  package.test(1, neverStepsBack);
+  package.test(1, neverStepsBack).reads({kReadings});
 }
