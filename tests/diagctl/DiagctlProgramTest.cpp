@@ -591,6 +591,27 @@ TEST_F(Diagctl, check_tells_every_problem_with_file_section_key_and_reason) {
           place.path("packages/libLONELY.so") + ": the shared object of the package is missing"}));
 }
 
+TEST_F(Diagctl, check_tells_keys_that_a_package_misses_and_those_that_nobody_reads) {
+  const fs::path packages = fs::path(place.path("packages"));
+  fs::remove_all(packages);
+  fs::copy(fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "packages", packages,
+           fs::copy_options::recursive);
+  const std::string network = (packages / "network.cfg").string();
+  const Outcome sound = run({"check"});
+  EXPECT_THAT(sound.out, Not(HasSubstr(".cfg ["))) << "the packages as they are shipped";
+  place.replaceIn(network, "CarrierSeconds=10\n", "CarierSeconds=10\n");
+  place.replaceIn(network, "AllowedDrops=10\n", "");
+  place.replaceIn(network, "QuickDatagrams=20000\n", "QuickDatagrams=few\n");
+  const Outcome outcome = run({"check"});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(linesOf(outcome.out),
+              IsSupersetOf(std::vector<std::string>{
+                  network + " [TestID6] CarierSeconds: no such key is read",
+                  network + " [TestID6] CarrierSeconds: the key is missing",
+                  network + " [Package] AllowedDrops: the key is missing",
+                  network + " [TestID5] QuickDatagrams: 'few' is no whole number of 0 or above"}));
+}
+
 TEST_F(Diagctl, check_tells_tags_that_clash) {
   place.addPackage("A", {{.name = "Good"}}, {{"Left", "bus/left"}});
   place.addPackage("B", {{.name = "Good"}}, {{"Far left", "other/left"}});
