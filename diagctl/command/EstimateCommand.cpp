@@ -45,7 +45,7 @@ class Collection {
     unsigned long request = 0;
     require(m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
                                              request),
-            fmt::format("estimating {}", pair.test->name));
+            tr("estimating {}", pair.test->name));
     m_open[static_cast<unsigned int>(request)] = &estimate;
   }
 

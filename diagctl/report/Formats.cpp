@@ -26,14 +26,14 @@ std::unique_ptr<Reporter> makeText(Printer& out, bool colour) {
 }  // namespace
 
 const std::vector<Format>& formats() {
-  static const std::vector<Format> table = {
+  static const std::vector<Format> kTable = {
       {kTextFormat, true, false, makeText},
       {kLogFormat, true, true, make<JsonlReporter>},
       {"junit", true, false, make<JunitReporter>},
       {"tap", true, false, make<TapReporter>},
       {kSummaryFormat, false, false, make<SummaryReporter>},
   };
-  return table;
+  return kTable;
 }
 
 const Format* findFormat(const std::string& name) {

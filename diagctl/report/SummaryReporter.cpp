@@ -30,8 +30,7 @@ constexpr State kStates[] = {{Outcome::Failed, "CRITICAL"},
 std::string firstFinding(const RunRecord& record, Outcome outcome) {
   for (const StepRecord* step : record.steps()) {
     if (step->outcome() == outcome && !step->findings.empty()) {
-      return fmt::format(" - {} on {}: {}", step->start.test, step->start.device,
-                         step->findings.front());
+      return tr(" - {} on {}: {}", step->start.test, step->start.device, step->findings.front());
     }
   }
   return {};

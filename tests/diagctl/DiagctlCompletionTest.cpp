@@ -23,12 +23,12 @@ using ::testing::HasSubstr;
 /// The options that the help of a verb names.
 std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
   const std::string help = diagctl(helpArguments).out;
-  static const std::regex option("(^|[ ,])(--?[a-z][a-z-]*)");
+  static const std::regex kOption("(^|[ ,])(--?[a-z][a-z-]*)");
   std::set<std::string> options;
   for (const std::string& line : linesOf(help)) {
     if (line.rfind("  -", 0) == 0) {
       const std::string names = line.substr(0, line.find("  ", 2));
-      for (std::sregex_iterator match(names.begin(), names.end(), option), end; match != end;
+      for (std::sregex_iterator match(names.begin(), names.end(), kOption), end; match != end;
            ++match) {
         options.insert((*match)[2]);
       }
@@ -38,9 +38,9 @@ std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
 }
 
 const std::vector<std::string>& verbs() {
-  static const std::vector<std::string> names = {"list",  "show",    "run",    "estimate",
-                                                 "check", "explain", "report", "selftest"};
-  return names;
+  static const std::vector<std::string> kNames = {"list",  "show",    "run",    "estimate",
+                                                  "check", "explain", "report", "selftest"};
+  return kNames;
 }
 
 std::set<std::string> wordsOf(const std::string& text) {
@@ -164,9 +164,9 @@ std::set<std::string> valuesInManual(const std::string& option, const std::strin
 }
 
 const std::vector<std::string>& optionsWithValues() {
-  static const std::vector<std::string> options = {"--format", "--profile", "--mode",
-                                                   "--exit-style"};
-  return options;
+  static const std::vector<std::string> kOptions = {"--format", "--profile", "--mode",
+                                                    "--exit-style"};
+  return kOptions;
 }
 
 TEST_F(Diagctl, both_shells_complete_the_values_that_the_parser_takes) {

@@ -5,9 +5,9 @@ one place.
 Usage: check_texts.py ROOT [FINDING]: looks at diagctl/ below ROOT; there must be no finding, or
 this one and no other.
 
-A literal that holds two words one behind the other is a text for people. It must be an argument of
-one of the functions that mark, so that it can be told in another language. What only machines read
-stands below, by file.
+A literal that holds two words, or a word and a place for an argument, one behind the other is a text
+for people. It must be an argument of one of the functions that mark, so that it can be told in
+another language. What only machines read stands below, by file.
 """
 
 import pathlib
@@ -41,7 +41,8 @@ TOKEN = re.compile(
     re.DOTALL | re.VERBOSE,
 )
 EXAMPLE = re.compile(r"^  diagctl [^:]*$", re.MULTILINE)  # of a command line
-TWO_WORDS = re.compile(r"[A-Za-z]{2,}[,;:.]? [a-z]{2,}")
+# A word, and another one or a place for an argument.
+TWO_WORDS = re.compile(r"[A-Za-z][a-z]+([,;:.]? [a-z]{2,}|[,;.]? \{)|\} [a-z]{2,}")
 
 
 def unmarked(source):
