@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iterator>
 #include <regex>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "packagekit/contract/Texts.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
 #include "tests/support/Places.h"
@@ -190,6 +192,32 @@ TEST_F(Diagctl, the_manual_names_the_values_that_the_parser_takes) {
   for (const std::string& option : optionsWithValues()) {
     EXPECT_EQ(valuesInManual(option, manual), valuesOf(option)) << option;
   }
+}
+
+/// The languages that a text lists behind "Language of texts: ", by commas and "or".
+std::set<std::string> languagesIn(const std::string& text) {
+  const std::string head = "Language of texts: ";
+  const std::size_t begin = text.find(head);
+  if (begin == std::string::npos) {
+    return {};
+  }
+  const std::size_t list = begin + head.size();
+  std::string words = text.substr(list, text.find_first_of(".\n", list) - list);
+  std::replace(words.begin(), words.end(), ',', ' ');
+  std::set<std::string> languages = wordsOf(words);
+  languages.erase("or");
+  return languages;
+}
+
+TEST_F(Diagctl, help_manual_and_shells_name_the_languages_that_there_are) {
+  using PackageKit::Contract::kLanguages;
+  const std::set<std::string> languages(kLanguages.begin(), kLanguages.end());
+  EXPECT_EQ(languagesIn(diagctl({"--help"}).out), languages);
+  EXPECT_EQ(languagesIn(contentsOf(TestSupport::sourcePath("man/diagctl.1"))), languages);
+  EXPECT_EQ(completions("diagctl run --lang \"\"", place.path("words")), languages);
+  const auto offers = completionsOfZsh({"diagctl run --lang "}, place.path("words"));
+  ASSERT_EQ(offers.size(), 1U);
+  EXPECT_EQ(offers[0], languages);
 }
 
 TEST_F(Diagctl, the_manual_has_a_paragraph_for_each_format) {
