@@ -35,6 +35,19 @@ struct KitStatus {
   std::string_view token;
 };
 
+/// @brief The section of a package's configuration that has the tokens of such events.
+constexpr const char* sectionOf(Diag::DiagnosticEvent::EventType type) {
+  switch (type) {
+    case Diag::DiagnosticEvent::INFORMATION_EVENT:
+      return "Information";
+    case Diag::DiagnosticEvent::WARNING_EVENT:
+      return "Warning";
+    case Diag::DiagnosticEvent::ERROR_EVENT:
+      break;
+  }
+  return "Error";
+}
+
 /// @brief A row of trouble: always an error.
 constexpr KitCode troubleRow(unsigned int code, std::string_view token, std::string_view symptom) {
   return {code, Diag::DiagnosticEvent::ERROR_EVENT, token, symptom, RunEffect::Trouble};

@@ -14,6 +14,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
 
 namespace TarvexDiags::PackageKit::Testing {
@@ -43,18 +44,6 @@ fs::path makeTemporaryDirectory() {
     fail("no temporary directory");
   }
   return pattern;
-}
-
-const char* sectionOf(EventType type) {
-  switch (type) {
-    case DiagnosticEvent::INFORMATION_EVENT:
-      return "Information";
-    case DiagnosticEvent::WARNING_EVENT:
-      return "Warning";
-    case DiagnosticEvent::ERROR_EVENT:
-      break;
-  }
-  return "Error";
 }
 
 Diag::DiagnosticSettings settingsOf(const PackageDriver::Options& options,
@@ -211,7 +200,8 @@ class PackageDriver::Implementation {
     for (DiagnosticEvent* const event : *given) {
       run.events.push_back({event->getEventType(), event->getEventCode(), event->getParamVector()});
       const std::string code = std::to_string(event->getEventCode());
-      if (m_known.insert(code).second && !settings.read(sectionOf(event->getEventType()), code)) {
+      if (m_known.insert(code).second &&
+          !settings.read(Contract::sectionOf(event->getEventType()), code)) {
         m_withoutToken.insert(code);
       }
       delete event;

@@ -19,18 +19,6 @@ namespace {
 
 using Diag::DiagnosticEvent;
 
-const char* sectionOf(DiagnosticEvent::EventType type) {
-  switch (type) {
-    case DiagnosticEvent::INFORMATION_EVENT:
-      return "Information";
-    case DiagnosticEvent::WARNING_EVENT:
-      return "Warning";
-    case DiagnosticEvent::ERROR_EVENT:
-      break;
-  }
-  return "Error";
-}
-
 // The word for it in the last column of the guide's table.
 std::string wordOf(RunEffect effect) {
   const std::map<RunEffect, std::string> words = {
