@@ -31,6 +31,7 @@ using Scripted::Script;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 using TestSupport::Companion;
 using TestSupport::ControllerHarness;
 using TestSupport::ControllerTest;
@@ -85,6 +86,13 @@ class EndToEndTest : public ControllerTest {
     return sorted;
   }
 
+  /// A request for the machine may be looked at while the one before it still leaves, and is
+  /// refused then: how often is nobody's promise.
+  static Lines without(const std::string& line, Lines lines) {
+    std::erase(lines, line);
+    return lines;
+  }
+
   bool awaitCtrlEvents(std::size_t number) {
     return eventually([&] { return harness.ctrlEvents().size() >= number; });
   }
@@ -120,7 +128,7 @@ TEST_F(EndToEndTest, one_by_one_requests_take_turns_pass_by_pass) {
   ASSERT_TRUE(beta.awaitRunning(1));
   EXPECT_EQ(controller().abortTest(abortedInside), SUCCESS);
   ASSERT_TRUE(harness.awaitIdle());
-  EXPECT_THAT(harness.ctrlEvents(),
+  EXPECT_THAT(without("UNABLE_TO_PROCESS_TEST_REQUEST E 4", harness.ctrlEvents()),
               ElementsAre("TEST_REQUEST_ABORTED I 3",           // at once, on the client's thread
                           "TEST_REQUEST_ABORTED W 3",           // when its turn comes
                           "DROP_REQUEST_ON_COMPLETION I 5",     // stress is one pass
@@ -173,9 +181,14 @@ TEST_F(EndToEndTest, side_by_side_requests_share_the_machine_by_their_devices) {
   alpha.releaseRunsOn("ALPHA-1");
   ASSERT_TRUE(harness.awaitEnd(passes));
   ASSERT_TRUE(harness.awaitIdle());
-  EXPECT_THAT(harness.ctrlEvents(),
-              ElementsAre("TEST_REQUEST_ABORTED I 4", "TEST_REQUEST_ABORTED W 4",
-                          "TEST_REQUEST_ABORTED W 3", "TEST_REQUEST_ABORTED W 3",
+  Lines told = harness.ctrlEvents();
+  ASSERT_GE(told.size(), 2U);
+  // The client's thread and the dispatcher each tell of it, in no fixed order.
+  EXPECT_THAT(Lines(told.begin(), told.begin() + 2),
+              UnorderedElementsAre("TEST_REQUEST_ABORTED I 4", "TEST_REQUEST_ABORTED W 4"));
+  told.erase(told.begin(), told.begin() + 2);
+  EXPECT_THAT(told,
+              ElementsAre("TEST_REQUEST_ABORTED W 3", "TEST_REQUEST_ABORTED W 3",
                           "ERROR_RECVD_AND_HALT_ON_ERROR E 2", "DROP_REQUEST_ON_COMPLETION I 2",
                           "DROP_REQUEST_ON_COMPLETION I 5", "DROP_REQUEST_ON_COMPLETION I 1"));
   const auto results = byRequest(harness.results());
