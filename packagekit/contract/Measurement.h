@@ -42,7 +42,9 @@ inline std::vector<std::string> toDetails(Measurement measurement) {
 
 /// @brief Reads the parameters of a measurement's event; nothing if there are too few.
 inline std::optional<Measurement> toMeasurement(const std::vector<std::string>& parameters) {
-  enum Position : std::size_t { kName = 3, kValue, kUnit };  // behind what it is about
+  constexpr std::size_t kName = 3;  // behind what it is about
+  constexpr std::size_t kValue = kName + 1;
+  constexpr std::size_t kUnit = kValue + 1;
   if (parameters.size() <= kUnit) {
     return std::nullopt;
   }
