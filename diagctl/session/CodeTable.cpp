@@ -276,7 +276,7 @@ const std::vector<CodeEntry> kTable = {
 };
 
 // Of a newer library, say: what it means cannot be told, so it cannot be told to be harmless.
-const CodeEntry unknownEvent = {
+const CodeEntry kUnknownEvent = {
     "UNKNOWN_CONTROLLER_EVENT", std::nullopt, std::nullopt, Severity::Error,
     marked("The controller raised an event that this program does not know."),
     marked("Check that the program and the library are of the same version."),
@@ -308,7 +308,7 @@ const CodeEntry* findEvent(unsigned int number) {
 
 const CodeEntry& entryOfEvent(unsigned int number) {
   const CodeEntry* const entry = findEvent(number);
-  return entry != nullptr ? *entry : unknownEvent;
+  return entry != nullptr ? *entry : kUnknownEvent;
 }
 
 const CodeEntry* findResult(unsigned int number) {
