@@ -6,6 +6,8 @@
 #include <string>
 #include <variant>
 
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -16,24 +18,19 @@ namespace {
 
 using Outcome = StepRecord::Outcome;
 
-struct State {
-  Outcome outcome;
-  const char* word;
-};
+// The states of a monitor, by the exit code in its style.
+constexpr const char* kStates[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
 
-// The first that occurs is the state of the whole.
-constexpr State kStates[] = {{Outcome::Failed, "CRITICAL"},
-                             {Outcome::Trouble, "UNKNOWN"},
-                             {Outcome::Warning, "WARNING"},
-                             {Outcome::Passed, "OK"}};
-
-std::string firstFinding(const RunRecord& record, Outcome outcome) {
-  for (const StepRecord* step : record.steps()) {
-    if (step->outcome() == outcome && !step->findings.empty()) {
-      return tr(" - {} on {}: {}", step->start.test, step->start.device, step->findings.front());
+// The first of the weightiest kind, then what belongs to no step.
+std::string firstFinding(const RunRecord& record) {
+  for (const Outcome outcome : {Outcome::Failed, Outcome::Trouble, Outcome::Warning}) {
+    for (const StepRecord* step : record.steps()) {
+      if (step->outcome() == outcome && !step->findings.empty()) {
+        return tr(" - {} on {}: {}", step->start.test, step->start.device, step->findings.front());
+      }
     }
   }
-  return {};
+  return record.troubles().empty() ? "" : " - " + record.troubles().front();
 }
 
 }  // namespace
@@ -46,20 +43,11 @@ void SummaryReporter::handle(const RunEvent& event) {
 }
 
 void SummaryReporter::finish() {
-  const OutcomeSums sums = m_record.sums();
-  const std::string counts = toText(sums);
-  const char* word = "UNKNOWN";
-  std::string finding = m_record.troubles().empty() ? "" : " - " + m_record.troubles().front();
-  for (const State& state : kStates) {
-    if (sums.contains(state.outcome)) {
-      const bool isPassed = state.outcome == Outcome::Passed;
-      word = isPassed && m_record.end().result != RunResult::Pass ? "UNKNOWN" : state.word;
-      finding = isPassed ? finding : firstFinding(m_record, state.outcome);
-      break;
-    }
-  }
+  const std::string counts = toText(m_record.sums());
+  const int code = translate(exitCodeOf(m_record, {}), summaryOf(m_record), ExitStyle::Nagios);
   std::string line =
-      fmt::format("DIAGCTL {}: {}{}", word, counts.empty() ? tr("nothing ran") : counts, finding);
+      fmt::format("DIAGCTL {}: {}{}", kStates[code], counts.empty() ? tr("nothing ran") : counts,
+                  firstFinding(m_record));
   std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
   m_out.print("{}\n", toPrintable(line));
   m_out.flush();

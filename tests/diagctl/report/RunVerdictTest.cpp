@@ -1,17 +1,22 @@
 // What steps and runs come to, by the record of their stream alone.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/SummaryReporter.h"
+#include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 namespace {
 
+using ::testing::StartsWith;
 using Outcome = StepRecord::Outcome;
 
 const std::string kStep = "1";
@@ -89,6 +94,37 @@ TEST(RunVerdicts, count_the_packages_that_the_stream_calls_lost) {
                                RunTrouble{"package-not-loaded", "lost"}});
   record.handle({std::chrono::system_clock::time_point(), endOf(RunVerdict::Troubled)});
   EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kNoVerdict);
+}
+
+/// The line for monitors on a run of one test, and of one more that ended so.
+std::string lineOf(const StepDiagnosis& diagnosis, const StepEnded& other, RunVerdict verdict) {
+  const auto time = std::chrono::system_clock::time_point();
+  std::ostringstream text;
+  Printer out(text);
+  SummaryReporter reporter(out);
+  reporter.handle({time, RunStarted{}});
+  reporter.handle({time, StepStarted{kStep, "P", "Disk", "Read", "", 1}});
+  reporter.handle({time, diagnosis});
+  reporter.handle({time, StepEnded{kStep, RunStatus::Complete}});
+  reporter.handle({time, StepStarted{other.stepId, "P", "Disk", "Write", "", 1}});
+  reporter.handle({time, other});
+  reporter.handle({time, endOf(verdict)});
+  reporter.finish();
+  return text.str();
+}
+
+TEST(MonitorLines, say_what_the_exit_code_says) {
+  const StepEnded aborted{"2", RunStatus::Skip, true};
+  const StepEnded notPossible{"2", RunStatus::Skip};
+  EXPECT_THAT(lineOf(judged(Verdict::Unknown), aborted, RunVerdict::Aborted),
+              StartsWith("DIAGCTL UNKNOWN: "))
+      << "a warning beside a test that has no verdict";
+  EXPECT_THAT(lineOf(judged(Verdict::Unknown), notPossible, RunVerdict::Warned),
+              StartsWith("DIAGCTL WARNING: "));
+  EXPECT_THAT(lineOf(judged(Verdict::Fail), aborted, RunVerdict::Failed),
+              StartsWith("DIAGCTL CRITICAL: "));
+  EXPECT_THAT(lineOf(judged(Verdict::Pass), notPossible, RunVerdict::Passed),
+              StartsWith("DIAGCTL OK: "));
 }
 
 }  // namespace
