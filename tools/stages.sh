@@ -61,17 +61,21 @@ run_ctest() {
   return "$status"
 }
 
-# run_suite PRESET [ARGUMENT...]: all tests but the stress tests and the guest's, or those that the
-# arguments of ctest choose. Tests that force an interleaving of threads can fail on a busy machine:
-# they alone are tried again, and it is a fault when more than one in fifty needs it.
-run_suite() {
-  local log=build/logs/$1-interleaving-ctest.log tries tests
-  run_ctest "$1" "$1" --label-exclude '^(stress|guest|interleaving)$' "${@:2}"
-  run_ctest "$1-interleaving" "$1" --label-exclude '^stress$' \
-    --label-regex '^interleaving$' --repeat until-pass:3
+# run_interleavings LABEL PRESET ARGUMENT...: tests that force an interleaving of threads, which can fail
+# on a busy machine: they alone are tried again, and it is a fault when more than one in fifty needs it.
+run_interleavings() {
+  local log=build/logs/$1-ctest.log tries tests
+  run_ctest "$@" --label-regex '^interleaving$' --repeat until-pass:3
   tries=$(second_tries "$log" | wc -l)
   tests=$(sed -nE 's/^[0-9]+% tests passed, .* out of ([0-9]+)$/\1/p' "$log")
   ((tries * 50 <= tests)) || fail "$1: $tries of $tests tests of interleavings needed another try"
+}
+
+# run_suite PRESET [ARGUMENT...]: all tests but the stress tests and the guest's, or those that the
+# arguments of ctest choose.
+run_suite() {
+  run_ctest "$1" "$1" --label-exclude '^(stress|guest|interleaving)$' "${@:2}"
+  run_interleavings "$1-interleaving" "$1" --label-exclude '^stress$'
 }
 
 # existing FOLDER...: those of the folders that are there.
@@ -301,8 +305,8 @@ schedules() {
   say "schedules: $(grep '^survived' build/coverage/Testing/Temporary/LastTest.log)"
   TARVEX_SCHEDULE_SEED=$1 run_ctest "schedules-$1-pipeline" coverage --tests-regex '^Schedules/' \
     --exclude-regex "$random" --label-exclude '^interleaving$'
-  TARVEX_SCHEDULE_SEED=$1 run_ctest "schedules-$1-interleaving" coverage \
-    --tests-regex '^Schedules/' --label-regex '^interleaving$' --repeat until-pass:3
+  TARVEX_SCHEDULE_SEED=$1 run_interleavings "schedules-$1-interleaving" coverage \
+    --tests-regex '^Schedules/'
 }
 
 # In the build that the coverage needs anyway: a sanitizer's runtime has locks of its own.
