@@ -69,12 +69,12 @@ Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, Diagnos
 }
 
 const char* describeSettings(DefineFunction define) {
-  static const std::string text = [define] {
+  static const std::string kText = [define] {
     std::string made;
     failureOf([&] { made = settingsText(define); });
     return made;
   }();
-  return text.c_str();
+  return kText.c_str();
 }
 
 }  // namespace TarvexDiags::PackageKit

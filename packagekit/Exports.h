@@ -26,7 +26,7 @@ Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, Diagnos
 /// object is closed.
 const char* describeSettings(DefineFunction define);
 
-///  @brief The life of a worker process, entered by the worker executable. Returns its exit status.
+/// @brief The life of a worker process, entered by the worker executable. Returns its exit status.
 int runWorker(DefineFunction define, int socket);
 
 }  // namespace TarvexDiags::PackageKit

@@ -20,7 +20,7 @@ namespace TarvexDiags::PackageKit {
 using AccessMode = DeviceEnum::IDevice::AccessMode;
 using EventType = Diag::DiagnosticEvent::EventType;
 
-///  @brief Thrown by TestContext::throwIfStopped; the kit catches it. Not to be reported by a test.
+/// @brief Thrown by TestContext::throwIfStopped; the kit catches it. Not to be reported by a test.
 class Stopped : public std::exception {
  public:
   const char* what() const noexcept override { return "the test was asked to stop"; }

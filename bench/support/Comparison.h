@@ -37,7 +37,7 @@ class Comparison {
     return found == m_figures.end() ? 0 : medianOf(found->second);
   }
 
-  ///  @brief The median of the rounds' ratios: what disturbs a round disturbs both of its figures.
+  /// @brief The median of the rounds' ratios: what disturbs a round disturbs both of its figures.
   double ratio(const std::string& candidate, const std::string& peer) const {
     const auto own = m_figures.find(candidate);
     const auto other = m_figures.find(peer);

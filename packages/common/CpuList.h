@@ -5,7 +5,7 @@
 
 namespace TarvexDiags::Common {
 
-///  @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
+/// @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
 /// skipped.
 std::vector<int> parseCpuList(std::string_view text);
 

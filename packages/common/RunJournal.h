@@ -8,7 +8,7 @@
 
 namespace TarvexDiags::Common {
 
-///  @brief What an event says about the hardware; decides the verdict of the test that reports it.
+/// @brief What an event says about the hardware; decides the verdict of the test that reports it.
 enum class Severity { Information, Warning, Error };
 
 /// @brief How the packages number their events: below 100, from 100 on, from 200 on.

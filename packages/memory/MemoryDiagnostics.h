@@ -28,10 +28,10 @@ struct TestReport {
 
 /// @brief One of the tests: its row is all that there is to know of it.
 struct MemoryTest {
-  int number;  ///< of its section in the configuration file
+  int number = 0;  ///< of its section in the configuration file
   /// Runs it. False: asked to stop, or too many faults to go on.
-  bool (*body)(Sweeper& sweeper, const TestOptions& options);
-  int walks;           ///< through the memory in each round of the full form; for the estimate
+  bool (*body)(Sweeper& sweeper, const TestOptions& options) = nullptr;
+  int walks = 0;       ///< through the memory in each round of the full form; for the estimate
   bool holds = false;  ///< leaves the memory alone for TestOptions::hold, twice in each round
   bool lasts = false;  ///< goes on for TestOptions::duration
 };

@@ -18,7 +18,7 @@ constexpr std::size_t kBlockBytes = 64 * 1024;
 constexpr std::size_t kLinesInBlock = kBlockBytes / kLineBytes;
 constexpr std::size_t kWordsInBlock = kBlockBytes / sizeof(std::uint64_t);
 
-///  @brief A block of the tested memory: where it lies, and its number, which random values follow.
+/// @brief A block of the tested memory: where it lies, and its number, which random values follow.
 struct Block {
   std::byte* data;
   std::uint64_t index;
@@ -44,7 +44,7 @@ class Pattern {
   /// @brief Every word the same.
   static Pattern constant(std::uint64_t word);
 
-  ///  @brief Every moduloDistance-th word, from `offset`, holds the word; the others its
+  /// @brief Every moduloDistance-th word, from `offset`, holds the word; the others its
   ///  complement.
   static Pattern modulo(std::uint64_t word, std::size_t offset);
 
@@ -76,7 +76,7 @@ class Pattern {
   /// Word w of line l is column w's state after l + 1 steps of nextRandom.
   std::array<std::uint64_t, kWordsInLine> randomColumns(const Block& block) const;
 
-  ///  @brief What the block should hold, word by word: the plain form that kernels are held
+  /// @brief What the block should hold, word by word: the plain form that kernels are held
   ///  against.
   std::vector<std::uint64_t> expectedWords(const Block& block) const;
 

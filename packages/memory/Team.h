@@ -27,7 +27,7 @@ class Team {
   /// @brief The CPUs on which no thread could be pinned.
   std::vector<int> refusedCpus() const;
 
-  ///  @brief Calls `work` once on every thread and returns when all calls have. It must not throw.
+  /// @brief Calls `work` once on every thread and returns when all calls have. It must not throw.
   void onAll(const std::function<void()>& work);
 
  private:

@@ -10,7 +10,7 @@
 
 namespace TarvexDiags::Network {
 
-///  @brief Both ends of a path for datagrams, neither of which ever blocks. A seam, as StreamLink.
+/// @brief Both ends of a path for datagrams, neither of which ever blocks. A seam, as StreamLink.
 class DatagramLink {
  public:
   DatagramLink() = default;

@@ -43,8 +43,8 @@ constexpr std::array<Counter, 4> kDropCounters{{
     {RTNL_LINK_COLLISIONS, "collisions"},
 }};
 
-template <std::size_t Size>
-std::map<std::string, std::uint64_t> read(rtnl_link* link, const std::array<Counter, Size>& table) {
+template <std::size_t size>
+std::map<std::string, std::uint64_t> read(rtnl_link* link, const std::array<Counter, size>& table) {
   std::map<std::string, std::uint64_t> values;
   for (const auto& [id, name] : table) {
     values[name] = rtnl_link_get_stat(link, id);

@@ -64,7 +64,7 @@ void insideOf(int namespaceDescriptor, const std::function<void()>& action) {
   });
 }
 
-///  @brief Whether others may use the address: one that the kernel gave for the link does not
+/// @brief Whether others may use the address: one that the kernel gave for the link does not
 ///  count.
 bool isForOthers(const sockaddr& address) {
   if (address.sa_family != AF_INET6) {
@@ -107,7 +107,7 @@ Link unused(const std::string& interface) {
   return link;
 }
 
-///  @brief Keeps the kernel's own announcements off the wire, so that the counters are the test's.
+/// @brief Keeps the kernel's own announcements off the wire, so that the counters are the test's.
 void silenceIpv6(const std::string& interface) {
   // The folder is that of the calling thread's namespace. Without IPv6 it is not there.
   std::ofstream("/proc/sys/net/ipv6/conf/" + interface + "/disable_ipv6") << 1;

@@ -14,7 +14,7 @@ struct NetlinkDeleter {
 };
 using NetlinkCache = std::unique_ptr<nl_cache, NetlinkDeleter>;
 
-///  @brief A connection to the kernel's routing side, in the namespace of the thread that made it.
+/// @brief A connection to the kernel's routing side, in the namespace of the thread that made it.
 class NetlinkSocket {
  public:
   /// @brief Throws std::system_error.

@@ -11,7 +11,7 @@ namespace TarvexDiags::Processor {
 
 constexpr std::size_t kBatchSize = 512;
 
-///  @brief Words on which arithmetic likes to fail: 0, 1, all ones, borders, single bits, and any.
+/// @brief Words on which arithmetic likes to fail: 0, 1, all ones, borders, single bits, and any.
 inline std::uint64_t testWord(Common::RandomSequence& random) {
   const std::uint64_t choice = random.next();
   const std::uint64_t word = random.next();

@@ -37,7 +37,7 @@ std::vector<std::uint8_t> shaPadded(std::span<const std::uint8_t> message);
 /// @brief The product of two polynomials over GF(2): low word first.
 std::array<std::uint64_t, 2> carrylessProduct(std::uint64_t left, std::uint64_t right);
 
-///  @brief CRC-32C (Castagnoli, reflected) of eight bytes more, without the inversions: RFC 3720,
+/// @brief CRC-32C (Castagnoli, reflected) of eight bytes more, without the inversions: RFC 3720,
 /// B.4.
 std::uint32_t crc32cStep(std::uint32_t crc, std::uint64_t bytes);
 

@@ -18,8 +18,9 @@ enum class Needs {
 
 /// @brief One of the tests: its row is all that there is to know of it.
 struct ProcessorTest {
-  int number;                      ///< of its section in the configuration file
-  std::vector<Check> (*checks)();  ///< those included that the processor has no instructions for
+  int number = 0;  ///< of its section in the configuration file
+  /// Its checks, those included that the processor has no instructions for.
+  std::vector<Check> (*checks)() = nullptr;
   Needs needs = Needs::Nothing;
 };
 

@@ -32,7 +32,7 @@ struct VectorKernel {
 constexpr std::size_t kVectorOperationCount = 37;
 using VectorKernels = std::array<VectorKernel, kVectorOperationCount>;
 
-///  @brief One element after the other, in scalar instructions: what the vectors are held against.
+/// @brief One element after the other, in scalar instructions: what the vectors are held against.
 extern const VectorKernels kScalarKernels;
 
 #if defined(__x86_64__)

@@ -45,7 +45,7 @@ class ResultSeam {
 /// @brief "0x" and sixteen digits.
 std::string hexadecimal(std::uint64_t word);
 
-///  @brief A value of which the compiler knows nothing, so that the processor has to work with it.
+/// @brief A value of which the compiler knows nothing, so that the processor has to work with it.
 template <typename Value>
 [[gnu::always_inline]] inline Value opaque(Value value) {
   asm volatile("" : "+m"(value));
@@ -60,7 +60,7 @@ class Partner {
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
 
-  ///  @brief Runs both at the same time, one here and one there; both wait for each other to begin.
+  /// @brief Runs both at the same time, one here and one there; both wait for each other to begin.
   void together(const std::function<void()>& here, const std::function<void()>& there);
 
  private:

@@ -14,10 +14,10 @@ namespace TarvexDiags::Storage {
 namespace {
 
 /// @brief Little-endian number of any width; what does not fit is the largest value.
-template <std::size_t Size>
-std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
+template <std::size_t size>
+std::uint64_t littleEndian(const std::uint8_t (&bytes)[size]) {
   std::uint64_t value = 0;
-  for (std::size_t at = Size; at-- > 0;) {
+  for (std::size_t at = size; at-- > 0;) {
     if (at >= sizeof value && bytes[at] != 0) {
       return std::numeric_limits<std::uint64_t>::max();
     }
@@ -26,7 +26,7 @@ std::uint64_t littleEndian(const std::uint8_t (&bytes)[Size]) {
   return value;
 }
 
-///  @brief Media errors and internal ones; requests that the disk does not know are no fault of it.
+/// @brief Media errors and internal ones; requests that the disk does not know are no fault of it.
 bool blamesTheDisk(int status) {
   constexpr int mediaErrors = 2;
   const bool isMediaError = (status >> 8 & 7) == mediaErrors;

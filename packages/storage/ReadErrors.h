@@ -31,7 +31,7 @@ class ReadErrors {
   /// Throws as note.
   std::uint64_t tell();
 
-  ///  @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
+  /// @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
   static constexpr std::size_t kMostReads = 256;
   /// @brief Places that are told one by one.
   static constexpr std::size_t kMostPlaces = 32;

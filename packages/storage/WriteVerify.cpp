@@ -104,7 +104,7 @@ class WriteVerifyRun {
     settleFailedWrite(transfer.offset, transfer.length, completion.error);
   }
 
-  ///  @brief A write that was cut short, as by a full file system, has its cause told the next
+  /// @brief A write that was cut short, as by a full file system, has its cause told the next
   ///  time.
   void writeAgain() {
     m_isSecondAttempt = true;

@@ -72,7 +72,7 @@ inline std::vector<int> testNumbers() {
   return numbers;
 }
 
-///  @brief The short forms of all tests: what a sweep finds does not depend on how many there are.
+/// @brief The short forms of all tests: what a sweep finds does not depend on how many there are.
 inline TestOptions quickOptions() {
   TestOptions options;
   options.quick = true;

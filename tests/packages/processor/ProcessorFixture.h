@@ -67,7 +67,7 @@ inline std::vector<int> testNumbers() {
 
 constexpr int kTestedCore = 7;  // for reports alone: tests run wherever they may
 
-///  @brief The other CPU of this machine, or the same one where there is none: slow, but it works.
+/// @brief The other CPU of this machine, or the same one where there is none: slow, but it works.
 inline int anyPartner() {
   return Common::allowedCpus().back();
 }
