@@ -1,6 +1,7 @@
 // Queries on packages, devices and tests.
 
 #include <list>
+#include <memory>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -180,7 +181,7 @@ DiagnosticController::errorCode DiagnosticController::getDisablePackageList(
   return Query(*this, "DiagnosticController::getDisablePackageList").answer([&](Call& /*arCall*/) {
     orFail(kUnableToGetLock, [&] {
       const LockScope lock(mmtxDisPackageListLock, 0);
-      arpPackageList = new PackageList(mDisablePackageList);
+      arpPackageList = std::make_unique<PackageList>(mDisablePackageList).release();
     });
   });
 }
