@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <regex>
+#include <set>
 #include <string>
 
 #include "tests/diagctl/Program.h"
@@ -12,8 +14,10 @@
 namespace TarvexDiags::DiagctlTest {
 namespace {
 
+using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::SizeIs;
 
 class DiagctlTerminal : public ::testing::Test {
  protected:
@@ -99,10 +103,16 @@ TEST_F(DiagctlTerminal, interrupt_typed_twice_leaves_at_once) {
 TEST_F(DiagctlTerminal, the_clock_goes_on_while_a_test_tells_nothing) {
   place.addPackage("DEAF", {{.name = "Hears nothing", .behaviour = "deaf", .milliseconds = 4000}},
                    {{"Four", "bus/four"}});
-  Program program(arguments({"-p", "DEAF"}), terminal);
-  EXPECT_TRUE(program.waitFor("  0% 0:01 left -  Hears nothing on Four"));
-  EXPECT_TRUE(program.waitFor("  0% 0:02 left -  Hears nothing on Four"));
-  EXPECT_EQ(program.finish().exitCode, 0);
+  const Outcome outcome = diagctl(arguments({"-p", "DEAF"}), terminal);
+  EXPECT_EQ(outcome.exitCode, 0);
+  // Which seconds are drawn is the machine's affair; a clock that stands still shows one.
+  static const std::regex kClock("  0% (\\d:\\d\\d) left -  Hears nothing on Four");
+  std::set<std::string> shown;
+  for (std::sregex_iterator match(outcome.out.begin(), outcome.out.end(), kClock), end;
+       match != end; ++match) {
+    shown.insert((*match)[1]);
+  }
+  EXPECT_THAT(shown, SizeIs(Ge(2)));
 }
 
 TEST_F(DiagctlTerminal, no_color_is_honoured) {
