@@ -14,7 +14,7 @@ shift 2
 await() {
   integer tries
   local line
-  for (( tries = 0; tries < 800; ++tries )); do
+  for (( tries = 0; tries < 2400; ++tries )); do
     (( $(grep -c -- "$1" $file) >= $2 )) && return
     zpty -r -t inner line 2>/dev/null || sleep 0.025
   done
