@@ -15,7 +15,8 @@ STAGES=(
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
   "schedules    200  full    the pipeline's and the stress tests under random schedules, from two seeds"
   "run          300  full    the release build and the main job"
-  "guest        360  full    diagctl on hardware that breaks, in an emulated guest"
+  "inject       180  full    faults made from outside, under the release: each from the fault to the report"
+  "guest        270  full    diagctl on hardware that breaks, in an emulated guest"
   "tidy         480  full    clang-tidy of the shipped sources that changed since tools/tidy-base, or include such"
   "asan         750  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "fuzz          75  full    the fuzzers, each for a short while"
@@ -46,12 +47,13 @@ second_tries() {
 }
 
 # run_ctest LABEL PRESET ARGUMENT...: shows what failed and the summary, and keeps the latter for the
-# end. Most tests wait more than they compute, hence more of them at a time than there are cores.
+# end. Most tests wait more than they compute, hence more of them at a time than there are cores; CTEST_PARALLEL says
+# otherwise.
 run_ctest() {
   local label=$1 preset=$2 log=build/logs/$1-ctest.log status=0
   shift 2
   say "$label: running the tests"
-  ctest --test-dir "build/$preset" --parallel "$((3 * CORES))" --output-on-failure --no-tests=error \
+  ctest --test-dir "build/$preset" --parallel "${CTEST_PARALLEL:-$((3 * CORES))}" --output-on-failure --no-tests=error \
     "$@" 2>&1 | tee "$log" |
     awk '!/^ +Start +[0-9]+:/ && !/ Passed +[0-9.]+ sec *$/ { print; fflush() }' || status=1
   local count
@@ -71,10 +73,10 @@ run_interleavings() {
   ((tries * 50 <= tests)) || fail "$1: $tries of $tests tests of interleavings needed another try"
 }
 
-# run_suite PRESET [ARGUMENT...]: all tests but the stress tests and the guest's, or those that the
-# arguments of ctest choose.
+# run_suite PRESET [ARGUMENT...]: all tests but the stress tests, the guest's and those that inject
+# faults, or those that the arguments of ctest choose.
 run_suite() {
-  run_ctest "$1" "$1" --label-exclude '^(stress|guest|interleaving)$' "${@:2}"
+  run_ctest "$1" "$1" --label-exclude '^(stress|guest|inject|interleaving)$' "${@:2}"
   run_interleavings "$1-interleaving" "$1" --label-exclude '^stress$'
 }
 
@@ -161,6 +163,12 @@ stage_coverage() {
 
 stage_run() {
   ./run
+}
+
+# One after the other: what they break and what they measure is the whole machine's.
+stage_inject() {
+  build_preset release inject
+  CTEST_PARALLEL=1 run_ctest inject release --label-regex '^inject$'
 }
 
 # Says which kernel it is, or why there is none, before the first guest needs it.
