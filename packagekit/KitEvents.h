@@ -9,22 +9,26 @@ namespace TarvexDiags::PackageKit {
 /// device. What follows is told at each. "Last lines" are what the worker wrote to its standard
 /// output and error last, the lines joined with " | ", possibly empty.
 enum KitEvent : unsigned int {
-  // ERROR_EVENT: trouble of the tool. The result is UNUSUAL_STATUS, never FAILED.
-  WORKER_CRASHED = 9000,         ///< signal (as "SIGSEGV"), last lines
-  WORKER_EXITED = 9001,          ///< exit status or "?", last lines
-  TEST_TIMED_OUT = 9002,         ///< time allowed in seconds, last lines
-  OUT_OF_MEMORY = 9003,          ///< what failed, last lines
-  NO_PERMISSION = 9004,          ///< what failed (text of the errno included), last lines
-  DEVICE_VANISHED = 9005,        ///< what failed, last lines
-  TEST_THREW = 9006,             ///< text of the exception, last lines
-  SYSTEM_CALL_FAILED = 9007,     ///< what failed (text of the errno included), last lines
-  WORKER_NOT_STARTED = 9008,     ///< why, last lines
-  WORKER_BROKE_PROTOCOL = 9009,  ///< what was wrong with its messages, last lines
-  WORKER_KILLED = 9010,          ///< last lines: SIGKILL from outside, mostly for lack of memory
-  WORKER_UNKILLABLE = 9011,      ///< process id, last lines: it ignores even SIGKILL
-  DEVICE_REFUSED = 9012,         ///< process id: the device still has such a worker
-  TEST_UNKNOWN = 9013,           ///< the package has no test of that number
-  OPEN_MODE_REFUSED = 9014,      ///< the test writes and the open mode forbids it
+  // ERROR_EVENT: trouble of the tool. The result is UNUSUAL_STATUS, unless the test had raised an
+  // error before: that is a fault of the hardware, whatever ended the test then.
+  WORKER_CRASHED = 9000,            ///< signal (as "SIGSEGV"), last lines
+  WORKER_EXITED = 9001,             ///< exit status or "?", last lines
+  TEST_TIMED_OUT = 9002,            ///< time allowed in seconds, last lines
+  OUT_OF_MEMORY = 9003,             ///< what failed, last lines
+  NO_PERMISSION = 9004,             ///< what failed (text of the errno included), last lines
+  DEVICE_VANISHED = 9005,           ///< what failed, last lines
+  TEST_THREW = 9006,                ///< text of the exception, last lines
+  SYSTEM_CALL_FAILED = 9007,        ///< what failed (text of the errno included), last lines
+  WORKER_NOT_STARTED = 9008,        ///< why, last lines
+  WORKER_BROKE_PROTOCOL = 9009,     ///< what was wrong with its messages, last lines
+  WORKER_KILLED = 9010,             ///< last lines: SIGKILL from outside, mostly for lack of memory
+  WORKER_UNKILLABLE = 9011,         ///< process id, last lines: it ignores even SIGKILL
+  DEVICE_REFUSED = 9012,            ///< process id: the device still has such a worker
+  TEST_UNKNOWN = 9013,              ///< the package has no test of that number
+  OPEN_MODE_REFUSED = 9014,         ///< the test writes and the open mode forbids it
+  TEST_CONTRADICTED_ITSELF = 9015,  ///< last lines: it raised an error and returned passed
+  MEMORY_POISONED = 9016,           ///< virtual and physical address (or "?"), last lines
+  TAKEN_AWAY = 9017,                ///< what was taken from the test, last lines
 
   // WARNING_EVENT
   TEST_NOT_SUPPORTED = 9040,  ///< reason. The result is UNUSUAL_STATUS

@@ -5,6 +5,7 @@
 #include <exception>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -26,10 +27,21 @@ class Stopped : public std::exception {
   const char* what() const noexcept override { return "the test was asked to stop"; }
 };
 
-/// @brief Thrown to say that the device is gone; reported as trouble of the tool.
-class DeviceVanished : public std::exception {
+/// @brief Thrown to say that the device is gone; reported as trouble of the tool, unless the client
+/// takes a vanished device for a failed one.
+class DeviceVanished : public std::runtime_error {
  public:
-  const char* what() const noexcept override { return "the device has vanished"; }
+  DeviceVanished() : DeviceVanished("the device has vanished") {}
+  /// @param how it showed: "read of 0 bytes at sector 4096"
+  explicit DeviceVanished(const std::string& how) : std::runtime_error(how) {}
+};
+
+/// @brief Thrown to say that something which the test needs was taken away from outside, such as
+/// the core that it runs on: what it has seen since says nothing. Reported as trouble of the tool.
+class TakenAway : public std::runtime_error {
+ public:
+  /// @param what was taken: "the core was taken away"
+  explicit TakenAway(const std::string& what) : std::runtime_error(what) {}
 };
 
 /// @brief How one test of one pass is to be run: all that the request and the machine determine.
@@ -53,8 +65,12 @@ struct TestParameters {
 /// Every operation may be called from any thread of the test, and all threads that a test starts
 /// must have ended when it returns. Trouble of the tool is thrown: std::bad_alloc,
 /// std::system_error (EACCES and EPERM are told as missing permission; ENODEV, ENXIO and ENOMEDIUM
-/// as a vanished device; ENOMEM as no memory), DeviceVanished, or anything else. It is reported as
-/// UNUSUAL_STATUS with an event of the kit, never as a fault of the hardware.
+/// as a vanished device; ENOMEM as no memory), DeviceVanished, TakenAway, or anything else. It is
+/// reported as UNUSUAL_STATUS with an event of the kit.
+///
+/// An error event says that the hardware is at fault, and stands whatever becomes of the test: when
+/// it crashes, hangs, throws or is aborted behind one, its result is FAILED with the last of them.
+/// A test that raises one and returns passed contradicts itself and has no verdict.
 ///
 /// Abstract only so that a package's unit tests can call a test in their own process, with
 /// testing/RecordingContext.h.
@@ -134,6 +150,7 @@ class TestContext {
   void event(EventType type, unsigned int code, std::vector<std::string> parameters = {});
   void information(unsigned int code, std::vector<std::string> parameters = {});
   void warning(unsigned int code, std::vector<std::string> parameters = {});
+  /// A fault of the hardware, and of nothing else.
   void error(unsigned int code, std::vector<std::string> parameters = {});
 
   /// @brief Reports a figure: "readBandwidth", 12.5, "GB/s".

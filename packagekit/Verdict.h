@@ -10,7 +10,8 @@ namespace TarvexDiags::PackageKit {
 ///
 /// Three answers and no more: the hardware is good, the hardware is at fault, or there is no
 /// verdict. Trouble of the tool itself (no memory, no permission, a vanished device, an exception)
-/// is never the second: throw, or return `unusual`, and the kit reports `UNUSUAL_STATUS`.
+/// is never the second: throw, or return `unusual`, and the kit reports `UNUSUAL_STATUS`; but an
+/// error event that was raised before stays a fault of the hardware. See contract/Judgement.h.
 ///
 ///   return failed(EVENT_MISCOMPARE, {address, expected, found});
 ///

@@ -9,7 +9,7 @@ namespace TarvexDiags::PackageKit::Contract {
 
 /// @brief What a run makes of an event of the kit.
 enum class RunEffect {
-  Trouble,      ///< trouble of the tool: the test has no verdict, and the run is no success
+  Trouble,      ///< trouble of the tool: no verdict, unless the test had found a fault before
   Finding,      ///< told to people with what to do about it; the result of the pass decides
   NotPossible,  ///< a finding; without another verdict the test counts as skipped
   Aborted,      ///< a finding, unless the client itself ended the test
@@ -82,6 +82,10 @@ inline constexpr KitCode kKitCodes[] = {
     troubleRow(DEVICE_REFUSED, "KIT_DEVICE_REFUSED", "device-refused"),
     troubleRow(TEST_UNKNOWN, "KIT_TEST_UNKNOWN", "test-unknown"),
     troubleRow(OPEN_MODE_REFUSED, "KIT_OPEN_MODE_REFUSED", "open-mode-refused"),
+    troubleRow(TEST_CONTRADICTED_ITSELF, "KIT_TEST_CONTRADICTED_ITSELF",
+               "test-contradicted-itself"),
+    troubleRow(MEMORY_POISONED, "KIT_MEMORY_POISONED", "memory-poisoned"),
+    troubleRow(TAKEN_AWAY, "KIT_TAKEN_AWAY", "taken-away"),
     warningRow(TEST_NOT_SUPPORTED, "KIT_TEST_NOT_SUPPORTED", "kit-test-not-supported",
                RunEffect::NotPossible),
     warningRow(EVENTS_DROPPED, "KIT_EVENTS_DROPPED", "kit-events-dropped", RunEffect::Finding),

@@ -94,6 +94,8 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
     return trouble(OUT_OF_MEMORY, "the test could not allocate memory");
   } catch (const DeviceVanished& error) {
     return trouble(DEVICE_VANISHED, error.what());
+  } catch (const TakenAway& error) {
+    return trouble(TAKEN_AWAY, error.what());
   } catch (const std::system_error& error) {
     return endingOf(error);
   } catch (const std::exception& error) {
