@@ -57,6 +57,12 @@ std::string stateOf(rtnl_link* link) {
   return rtnl_link_operstate2str(rtnl_link_get_operstate(link), text.data(), text.size());
 }
 
+std::string addressOf(rtnl_link* link) {
+  std::array<char, 64> text{};
+  const nl_addr* const address = rtnl_link_get_addr(link);
+  return address == nullptr ? "" : nl_addr2str(address, text.data(), text.size());
+}
+
 Link describe(rtnl_link* link) {
   Link result;
   const auto flags = rtnl_link_get_flags(link);
@@ -66,6 +72,7 @@ Link describe(rtnl_link* link) {
   result.name = rtnl_link_get_name(link);
   result.index = rtnl_link_get_ifindex(link);
   result.lower = rtnl_link_get_link(link);
+  result.hardwareAddress = addressOf(link);
   result.kind = kind == nullptr ? "" : kind;
   result.loopback = (flags & IFF_LOOPBACK) != 0;
   result.up = (flags & IFF_UP) != 0;
@@ -130,6 +137,15 @@ Link readLink(const std::string& name) {
   throw std::system_error(ENODEV, std::generic_category(), name);
 }
 
+void requireSameLink(const Link& before, const Link& after) {
+  if (before.index != after.index) {
+    throw std::system_error(ENODEV, std::generic_category(), before.name);
+  }
+  if (before.up && !after.up) {
+    throw NotSupported(after.name + " was switched off during the test");
+  }
+}
+
 std::string whyNoDevice(const Link& link) {
   if (!link.kind.empty()) {
     return "is made of software (" + link.kind + ")";
@@ -139,9 +155,7 @@ std::string whyNoDevice(const Link& link) {
 
 void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
                    RunJournal& journal) {
-  if (before.up && !after.up) {
-    throw NotSupported(after.name + " was switched off during the test");
-  }
+  requireSameLink(before, after);
   const Rises errors = withoutSums(rises(before.errors, after.errors));
   const Rises drops = rises(before.drops, after.drops);
   for (const auto& [name, by] : errors) {

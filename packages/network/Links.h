@@ -13,7 +13,8 @@ namespace TarvexDiags::Network {
 struct Link {
   std::string name;
   int index = 0;
-  int lower = 0;     ///< index of the interface that it lies on or is paired with; 0: none
+  int lower = 0;  ///< index of the interface that it lies on or is paired with; 0: none
+  std::string hardwareAddress;
   std::string kind;  ///< "veth", "bridge" and so on for interfaces of software, else empty
   bool loopback = false;
   bool up = false;        ///< switched on by the administrator
@@ -33,6 +34,10 @@ std::vector<Link> readLinks();
 /// @brief One of them. Throws std::system_error with ENODEV when there is none of that name.
 Link readLink(const std::string& name);
 
+/// @brief Throws NotSupported when somebody has switched the interface off meanwhile, and
+/// std::system_error with ENODEV when it is another one of the same name.
+void requireSameLink(const Link& before, const Link& after);
+
 /// @brief Why there is nothing to test on the interface; empty when there is.
 std::string whyNoDevice(const Link& link);
 
@@ -42,8 +47,8 @@ struct CounterLimits {
 };
 
 /// @brief Compares counters before and after a test: faults are errors, more drops than allowed are
-/// warnings, a carrier that came or went is an error. When nothing rose, says so. Throws
-/// NotSupported when somebody has switched the interface off meanwhile.
+/// warnings, a carrier that came or went is an error. When nothing rose, says so. Throws as
+/// requireSameLink.
 void judgeCounters(const Link& before, const Link& after, const CounterLimits& limits,
                    RunJournal& journal);
 
