@@ -16,7 +16,9 @@
 #include <thread>
 #include <utility>
 
+#include "packages/network/InterfaceSetter.h"
 #include "packages/network/Netlink.h"
+#include "packages/network/ProtocolCounters.h"
 
 namespace TarvexDiags::Network {
 namespace {
@@ -113,45 +115,6 @@ void silenceIpv6(const std::string& interface) {
   std::ofstream("/proc/sys/net/ipv6/conf/" + interface + "/disable_ipv6") << 1;
 }
 
-/// @brief Sets an interface's address, mask and flags, in the calling thread's namespace.
-class InterfaceSetter {
- public:
-  explicit InterfaceSetter(const std::string& interface)
-      : m_socket(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), m_interface(interface) {}
-
-  void setAddress(unsigned long request, const char* text) {
-    ifreq envelope = named();
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    inet_pton(AF_INET, text, &address.sin_addr);
-    std::memcpy(&envelope.ifr_addr, &address, sizeof address);
-    call(request, envelope);
-  }
-
-  void switchOn() {
-    ifreq envelope = named();
-    call(SIOCGIFFLAGS, envelope);
-    envelope.ifr_flags = static_cast<short>(envelope.ifr_flags | IFF_UP);
-    call(SIOCSIFFLAGS, envelope);
-  }
-
- private:
-  ifreq named() const {
-    ifreq envelope{};
-    m_interface.copy(envelope.ifr_name, IFNAMSIZ - 1);
-    return envelope;
-  }
-
-  void call(unsigned long request, ifreq& envelope) {
-    if (ioctl(m_socket.get(), request, &envelope) != 0) {
-      fail(m_interface);
-    }
-  }
-
-  UniqueDescriptor m_socket;
-  std::string m_interface;
-};
-
 }  // namespace
 
 NetworkNamespace::NetworkNamespace() {
@@ -168,53 +131,36 @@ void NetworkNamespace::inside(const std::function<void()>& action) const {
   insideOf(m_descriptor.get(), action);
 }
 
-NamespacePair::Place::Place(std::string interface, const char* address)
-    : m_interface(std::move(interface)),
-      m_address(address),
-      m_wasUp(unused(m_interface).up),
-      m_home(ownNamespace()) {
+NamespacePair::Place::Place(const std::string& interface, const char* address,
+                            const InterfaceRecords& records)
+    : m_before(unused(interface)), m_address(address), m_home(ownNamespace()) {
+  m_custodian.emplace(Custodian::Charge{.home = m_home.get(),
+                                        .away = m_namespace.descriptor(),
+                                        .interface = interface,
+                                        .wasUp = m_before.up,
+                                        .record = records.add(m_before)});
   try {
-    NetlinkSocket().moveToNamespace(m_interface, m_namespace.descriptor());
+    NetlinkSocket().moveToNamespace(interface, m_namespace.descriptor());
   } catch (const std::system_error& error) {
     if (error.code().value() == EPERM) {
-      throw NotSupported(m_interface + " cannot be moved: needs CAP_NET_ADMIN");
+      throw NotSupported(interface + " cannot be moved: needs CAP_NET_ADMIN");
     }
     throw;
   }
-  try {
-    m_namespace.inside([this] { setUp(); });
-  } catch (...) {
-    putBack();
-    throw;
-  }
+  m_namespace.inside([this] { setUp(); });
 }
 
 void NamespacePair::Place::setUp() const {
-  silenceIpv6(m_interface);
-  InterfaceSetter setter(m_interface);
+  silenceIpv6(m_before.name);
+  InterfaceSetter setter(m_before.name);
   setter.setAddress(SIOCSIFADDR, m_address);
   setter.setAddress(SIOCSIFNETMASK, kNetMask);
   setter.switchOn();
 }
 
-NamespacePair::Place::~Place() {
-  putBack();
-}
-
-void NamespacePair::Place::putBack() const {
-  try {
-    m_namespace.inside([this] { NetlinkSocket().moveToNamespace(m_interface, m_home.get()); });
-    if (m_wasUp) {
-      insideOf(m_home.get(), [this] { InterfaceSetter(m_interface).switchOn(); });
-    }
-  } catch (const std::exception&) {
-    // The namespace ends with this object, and the kernel then puts a real interface back itself.
-  }
-}
-
 Link NamespacePair::Place::link() const {
   Link link;
-  m_namespace.inside([&] { link = readLink(m_interface); });
+  m_namespace.inside([&] { link = readLink(m_before.name); });
   return link;
 }
 
@@ -225,15 +171,32 @@ End NamespacePair::Place::end() const {
   return end;
 }
 
-NamespacePair::NamespacePair(const std::string& first, const std::string& second)
-    : m_first(first, kFirstAddress), m_second(second, kSecondAddress) {}
+void NamespacePair::Place::requirePresence() const {
+  if (link().hardwareAddress != m_before.hardwareAddress) {
+    throw std::system_error(ENODEV, std::generic_category(), m_before.name);
+  }
+}
 
-NamespacePair::~NamespacePair() = default;
+std::uint64_t NamespacePair::Place::damagedPackets() const {
+  std::uint64_t count = 0;
+  m_namespace.inside([&count] { count = readProtocolCounters().damaged; });
+  return count;
+}
 
-bool NamespacePair::waitForCarrier(std::chrono::milliseconds limit) const {
+NamespacePair::NamespacePair(const std::string& first, const std::string& second,
+                             const InterfaceRecords& records)
+    : m_first(first, kFirstAddress, records), m_second(second, kSecondAddress, records) {}
+
+void NamespacePair::requirePresence() const {
+  m_first.requirePresence();
+  m_second.requirePresence();
+}
+
+bool NamespacePair::waitForCarrier(std::chrono::milliseconds limit,
+                                   const std::function<bool()>& stopRequested) const {
   const auto end = std::chrono::steady_clock::now() + limit;
   while (!first().carrier || !second().carrier) {
-    if (std::chrono::steady_clock::now() > end) {
+    if (stopRequested() || std::chrono::steady_clock::now() > end) {
       return false;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

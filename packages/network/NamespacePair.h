@@ -1,11 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packages/network/Custodian.h"
+#include "packages/network/InterfaceRecords.h"
 #include "packages/network/Links.h"
 #include "packages/network/Sockets.h"
 
@@ -27,20 +31,30 @@ class NetworkNamespace {
 };
 
 /// @brief Two interfaces, each put into a namespace of its own with an address that is used nowhere
-/// else, so that traffic between them must go over the wire. They are put back at the end; should
-/// the process die, the kernel puts real ones back itself.
+/// else, so that traffic between them must go over the wire. They are put back at the end, also
+/// should the process die: by a custodian of each, and by the next run when that one died as well.
 class NamespacePair {
  public:
   /// @brief Throws NotSupported without the privilege, or when an interface is in use: it carries
   /// an address or another interface, such as that of a VLAN, or is part of a bridge or bond.
   /// std::system_error with ENODEV when there is none.
-  NamespacePair(const std::string& first, const std::string& second);
+  NamespacePair(const std::string& first, const std::string& second,
+                const InterfaceRecords& records);
   NamespacePair(const NamespacePair&) = delete;
   NamespacePair& operator=(const NamespacePair&) = delete;
-  ~NamespacePair();
 
-  /// @brief Waits until both have a carrier.
-  bool waitForCarrier(std::chrono::milliseconds limit) const;
+  /// @brief Waits until both have a carrier. @return false when the time is over or a stop
+  /// requested
+  bool waitForCarrier(
+      std::chrono::milliseconds limit,
+      const std::function<bool()>& stopRequested = [] { return false; }) const;
+
+  /// @brief Throws std::system_error with ENODEV when one of them has gone.
+  void requirePresence() const;
+
+  /// @brief How many packets have arrived at each whose header or checksum was wrong.
+  std::uint64_t damagedAtFirst() const { return m_first.damagedPackets(); }
+  std::uint64_t damagedAtSecond() const { return m_second.damagedPackets(); }
 
   /// @brief The interface as it stands now.
   Link first() const { return m_first.link(); }
@@ -53,23 +67,23 @@ class NamespacePair {
   /// @brief One interface in its namespace.
   class Place {
    public:
-    Place(std::string interface, const char* address);
+    Place(const std::string& interface, const char* address, const InterfaceRecords& records);
     Place(const Place&) = delete;
     Place& operator=(const Place&) = delete;
-    ~Place();
 
     Link link() const;
     End end() const;
+    void requirePresence() const;
+    std::uint64_t damagedPackets() const;
 
    private:
     void setUp() const;
-    void putBack() const;
 
-    std::string m_interface;
+    Link m_before;
     const char* m_address;
-    bool m_wasUp;
     PackageKit::UniqueDescriptor m_home;
     NetworkNamespace m_namespace;
+    std::optional<Custodian> m_custodian;  ///< puts the interface back when it ends
   };
 
   Place m_first;

@@ -13,6 +13,7 @@
 #include "packages/common/CpuList.h"
 #include "packages/network/Capabilities.h"
 #include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/InterfaceRecords.h"
 #include "packages/network/LinkDiagnostics.h"
 #include "packages/network/Links.h"
 #include "packages/network/NamespacePair.h"
@@ -84,10 +85,25 @@ std::string pairSetting(const PackageKit::Settings& settings,
   return settings.value(setting, kPairTest).value_or("");
 }
 
+constexpr auto kRecordDirectory = required<std::string>("RecordDirectory");
+
+/// @brief Puts back what an earlier run has taken out of service and died.
+void putBackWhatIsLeft(const Environment& environment) {
+  try {
+    const InterfaceRecords records(environment.settings.value(kRecordDirectory, kPairTest));
+    for (const std::string& line : records.restore()) {
+      environment.log(line);
+    }
+  } catch (const PackageKit::UnusableSetting& error) {
+    environment.log(error.what());  // the test that needs it says so too
+  }
+}
+
 /// @brief The interfaces with something to test, and the two that are to be tested as a pair.
 std::vector<Device> findDevices(const Environment& environment) {
   const std::string first = pairSetting(environment.settings, kFirstInterface);
   const std::string second = pairSetting(environment.settings, kSecondInterface);
+  putBackWhatIsLeft(environment);
   std::vector<Device> devices;
   for (const Link& link : readLinks()) {
     const std::string reason = whyNoDevice(link);
@@ -273,7 +289,9 @@ Verdict betweenInterfaces(TestContext& context) {
   const std::string first = context.property("name");
   const std::string second = pairSetting(context.settings(), kSecondInterface);
   return judged(context, first, [&](RunJournal& journal) {
-    const NamespacePair pair(first, second);
+    const InterfaceRecords records(context.value(kRecordDirectory));
+    records.restore();
+    const NamespacePair pair(first, second, records);
     const auto patience =
         std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kCarrierSeconds));
     if (!pair.waitForCarrier(patience)) {
@@ -309,8 +327,8 @@ const std::vector<TestRow> kTests = {
      .support = isLoopbackInterface},
     {.number = kPairTest,
      .body = betweenInterfaces,
-     .reads = {kAllowedDrops, kFirstInterface, kSecondInterface, kCarrierSeconds, kStreamMegabytes,
-               kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram},
+     .reads = {kAllowedDrops, kFirstInterface, kSecondInterface, kRecordDirectory, kCarrierSeconds,
+               kStreamMegabytes, kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram},
      .support = isFirstOfPair,
      .modes = {DiagnosticMode::FACTORY}},
 };

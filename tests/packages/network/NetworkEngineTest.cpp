@@ -6,12 +6,22 @@
 #include <netlink/route/link/macvlan.h>
 #include <netlink/route/link/veth.h>
 #include <sched.h>
+#include <sys/wait.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <memory>
+#include <optional>
 #include <system_error>
+#include <thread>
 
 #include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/InterfaceRecords.h"
+#include "packages/network/InterfaceSetter.h"
 #include "packages/network/LinkDiagnostics.h"
 #include "packages/network/Links.h"
 #include "packages/network/NamespacePair.h"
@@ -20,7 +30,9 @@
 #include "packages/network/Sockets.h"
 #include "packages/network/StreamDiagnostic.h"
 #include "tests/packages/network/FaultyLinks.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RecordingJournal.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestPrecompiled.h"
 
 namespace TarvexDiags::Network {
@@ -31,6 +43,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using TestSupport::eventually;
+using TestSupport::TemporaryDirectory;
+namespace fs = std::filesystem;
 
 constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
 const std::string kLo = "lo";
@@ -455,12 +470,14 @@ class NetworkPair : public testing::Test {
     }
   }
 
+  TemporaryDirectory folder;
+  InterfaceRecords records{folder.path()};
   RecordingJournal journal;
 };
 
 TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
   {
-    const NamespacePair pair("left", "right");
+    const NamespacePair pair("left", "right", records);
     ASSERT_TRUE(pair.waitForCarrier(std::chrono::seconds(5)));
     EXPECT_EQ(if_nametoindex("left"), 0U);
     const Link before = pair.first();
@@ -479,10 +496,10 @@ TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
 
 TEST_F(NetworkPair, is_refused_when_an_interface_is_in_use) {
   {
-    const NamespacePair pair("left", "right");
+    const NamespacePair pair("left", "right", records);
     pair.firstEnd().inside([&] {
       try {
-        const NamespacePair again("left", "lo");
+        const NamespacePair again("left", "lo", records);
         ADD_FAILURE() << "took an interface with an address";
       } catch (const NotSupported& reason) {
         EXPECT_THAT(reason.what(), HasSubstr("in use"));
@@ -503,7 +520,7 @@ TEST_F(NetworkPair, is_refused_when_another_interface_lies_on_one_of_its) {
     GTEST_SKIP() << "the kernel lays no interface on another: " << nl_geterror(added);
   }
   try {
-    const NamespacePair pair("left", "right");
+    const NamespacePair pair("left", "right", records);
     ADD_FAILURE() << "took an interface that carries another";
   } catch (const NotSupported& reason) {
     EXPECT_THAT(reason.what(), HasSubstr("left carries upper"));
@@ -513,7 +530,7 @@ TEST_F(NetworkPair, is_refused_when_another_interface_lies_on_one_of_its) {
 
 TEST_F(NetworkPair, puts_the_first_back_when_there_is_no_second) {
   try {
-    const NamespacePair pair("left", "nowhere");
+    const NamespacePair pair("left", "nowhere", records);
     FAIL();
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code().value(), ENODEV);
@@ -524,8 +541,97 @@ TEST_F(NetworkPair, puts_the_first_back_when_there_is_no_second) {
 TEST_F(NetworkPair, tells_when_its_partner_is_missing) {
   const NetlinkSocket socket;
   ASSERT_EQ(rtnl_link_veth_add(socket.get(), "other", "alone", getpid()), 0);
-  const NamespacePair pair("left", "other");
+  const NamespacePair pair("left", "other", records);
   EXPECT_FALSE(pair.waitForCarrier(std::chrono::milliseconds(50)));
+}
+
+// --- What becomes of the interfaces
+
+bool isUp(const std::string& interface) {
+  return if_nametoindex(interface.c_str()) != 0 && readLink(interface).up;
+}
+
+TEST_F(NetworkPair, is_recorded_as_long_as_it_is_away) {
+  InterfaceSetter("left").switchOn();
+  {
+    const NamespacePair pair("left", "right", records);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2);
+    EXPECT_THAT(records.restore(), IsEmpty()) << "its owner is alive";
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2);
+  }
+  EXPECT_TRUE(fs::is_empty(folder.path()));
+  EXPECT_TRUE(isUp("left"));
+  EXPECT_FALSE(isUp("right")) << "was off before";
+}
+
+TEST_F(NetworkPair, is_not_taken_when_no_record_can_be_kept) {
+  const InterfaceRecords nowhere(folder.write("file", "in the way"));
+  try {
+    const NamespacePair pair("left", "right", nowhere);
+    ADD_FAILURE() << "took an interface without a record";
+  } catch (const NotSupported& reason) {
+    EXPECT_THAT(reason.what(), HasSubstr("no record of it can be kept"));
+  }
+  EXPECT_NE(if_nametoindex("left"), 0U);
+}
+
+TEST_F(NetworkPair, comes_back_when_its_process_is_killed) {
+  InterfaceSetter("left").switchOn();
+  InterfaceSetter("right").switchOn();
+  const pid_t child = fork();
+  if (child == 0) {
+    const NamespacePair pair("left", "right", records);
+    raise(SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(eventually([&] { return isUp("left") && isUp("right"); }));
+  EXPECT_TRUE(eventually([&] { return fs::is_empty(folder.path()); }));
+}
+
+/// @brief Writes a record as a process does that dies at once, and of which nothing else is left.
+void recordAndDie(const InterfaceRecords& records, const std::string& interface) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const Link link = readLink(interface);
+    records.add(link);
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+}
+
+TEST_F(NetworkPair, is_switched_on_again_by_the_next_run_when_all_have_died) {
+  InterfaceSetter("left").switchOn();
+  recordAndDie(records, "left");
+  recordAndDie(records, "right");
+  InterfaceSetter("left").switchOff();
+  EXPECT_THAT(records.restore(), ElementsAre(HasSubstr("left was switched on again")));
+  EXPECT_TRUE(isUp("left"));
+  EXPECT_FALSE(isUp("right")) << "was off when it was taken";
+  EXPECT_TRUE(fs::is_empty(folder.path()));
+  EXPECT_THAT(records.restore(), IsEmpty()) << "once is enough";
+}
+
+TEST_F(NetworkPair, that_is_not_the_recorded_one_is_left_alone) {
+  InterfaceSetter("left").switchOn();
+  recordAndDie(records, "left");
+  const NetlinkSocket socket;
+  rtnl_link* recorded = nullptr;
+  ASSERT_EQ(rtnl_link_get_kernel(socket.get(), 0, "left", &recorded), 0);
+  ASSERT_EQ(rtnl_link_delete(socket.get(), recorded), 0);
+  rtnl_link_put(recorded);
+  ASSERT_EQ(rtnl_link_veth_add(socket.get(), "left", "right", getpid()), 0);
+  EXPECT_THAT(records.restore(), IsEmpty());
+  EXPECT_FALSE(isUp("left"));
+}
+
+TEST_F(NetworkPair, of_another_namespace_is_left_alone) {
+  InterfaceSetter("left").switchOn();
+  recordAndDie(records, "left");
+  InterfaceSetter("left").switchOff();
+  NetworkNamespace().inside([&] { EXPECT_THAT(records.restore(), IsEmpty()); });
+  EXPECT_FALSE(fs::is_empty(folder.path()));
 }
 
 }  // namespace

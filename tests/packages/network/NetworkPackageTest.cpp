@@ -1,17 +1,28 @@
 // The network package as the controller loads it, in namespaces where no real interface is.
 
 #include <dlfcn.h>
+#include <net/if.h>
 #include <netlink/route/link/veth.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
+#include "packages/network/InterfaceSetter.h"
+#include "packages/network/Links.h"
 #include "packages/network/Netlink.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/Sanitized.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestPrecompiled.h"
 
 namespace TarvexDiags::Network {
@@ -23,6 +34,7 @@ using PackageKit::Testing::PackageDriver;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using TestSupport::eventually;
 
 PackageDriver::Run runQuick(PackageDriver& driver, const std::string& device,
                             const std::vector<int>& tests) {
@@ -44,6 +56,10 @@ std::string complaintsOf(const PackageDriver::Run& run) {
   }
   return text;
 }
+
+/// @brief Below the time after which a test that does not answer is killed: half a second is shown
+/// on a machine that does nothing else.
+constexpr auto kAbortLimit = std::chrono::milliseconds(TestSupport::kIsSanitized ? 10'000 : 4000);
 
 class NetworkPackage : public testing::Test {
  protected:
@@ -129,11 +145,14 @@ class NetworkPackagePair : public testing::Test {
     }
   }
 
-  static void configure(PackageDriver& driver) {
+  void configure(PackageDriver& driver) const {
     driver.set("TestID6", "FirstInterface", "left").set("TestID6", "SecondInterface", "right");
+    driver.set("TestID6", "RecordDirectory", folder.path());
     driver.set("TestID6", "QuickStreamMegabytes", "16").set("TestID6", "QuickDatagrams", "1000");
     driver.set("TestID6", "CarrierSeconds", "10");
   }
+
+  TestSupport::TemporaryDirectory folder;
 };
 
 TEST_F(NetworkPackagePair, passes_in_factory_mode) {
@@ -170,6 +189,64 @@ TEST_F(NetworkPackagePair, fails_without_a_partner) {
   EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
   EXPECT_TRUE(run.has(201));
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
+}
+
+/// @brief The number in the record of an interface that is away: the process that took it.
+pid_t ownerOf(const std::string& folder) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    std::ifstream file(entry.path());
+    for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("owner=")) {
+        return std::stoi(line.substr(std::string("owner=").size()));
+      }
+    }
+  }
+  return 0;
+}
+
+bool isUp(const std::string& interface) {
+  return if_nametoindex(interface.c_str()) != 0 && readLink(interface).up;
+}
+
+TEST_F(NetworkPackagePair, is_as_before_after_the_death_of_its_worker) {
+  InterfaceSetter("left").switchOn();
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
+  configure(driver);
+  driver.set("TestID6", "QuickStreamMegabytes", "1000000");
+  driver.devices();
+  std::thread killer([&] {
+    pid_t worker = 0;
+    EXPECT_TRUE(eventually([&] { return (worker = ownerOf(folder.path())) > 0; }));
+    EXPECT_TRUE(eventually([] { return if_nametoindex("right") == 0; }));
+    kill(worker, SIGKILL);
+  });
+  const auto run = runQuick(driver, "left", {6});
+  killer.join();
+  EXPECT_NE(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_TRUE(eventually([] { return isUp("left") && if_nametoindex("right") != 0; }));
+  EXPECT_FALSE(isUp("right")) << "was off before";
+  EXPECT_TRUE(eventually([&] { return std::filesystem::is_empty(folder.path()); }));
+}
+
+TEST_F(NetworkPackagePair, answers_an_abort_at_any_moment_and_is_as_before) {
+  PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DiagnosticMode::FACTORY);
+  configure(driver);
+  driver.set("TestID6", "StreamMegabytes", "1000000");
+  DeviceEnum::VirtualDevice& device = driver.device("left");
+  for (int moment = 0; moment < 10; ++moment) {
+    const auto diagnostics = driver.makeDiagnostics();
+    Diag::DiagnosticSettings settings;
+    settings.setTestNumberVector({6});
+    std::thread pass([&] { diagnostics->runDiagnostic(device, &settings); });
+    std::this_thread::sleep_for(moment * std::chrono::milliseconds(15));
+    const auto begin = std::chrono::steady_clock::now();
+    diagnostics->abortDiagnostic();
+    pass.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kAbortLimit) << "moment " << moment;
+    EXPECT_NE(if_nametoindex("left"), 0U);
+    EXPECT_NE(if_nametoindex("right"), 0U);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST_F(NetworkPackagePair, has_no_verdict_while_it_is_switched_off) {
