@@ -17,6 +17,7 @@ enum class NetworkEvent : unsigned int {
   DatagramsVerified = 5,  ///< interface, datagrams, bytes
   Driver = 6,             ///< interface, driver, version, firmware, bus
   FewDrops = 7,           ///< interface, counter, by how much it rose
+  ReceiverOverran = 8,    ///< interface, datagrams that found no room in the receiver's buffer
 
   Unusual = 100,          ///< interface, warnings: closes a test without a verdict
   SlowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer
@@ -24,21 +25,25 @@ enum class NetworkEvent : unsigned int {
   DropsCounted = 103,     ///< interface, counter, by how much it rose
   SlowerThanAsked = 104,  ///< interface, rate, rate asked for
   Reordered = 105,        ///< interface, datagrams, sequence number of the first
+  PathFiltered = 106,     ///< interface, cause: nothing gets through where no hardware takes part
 
-  Failed = 200,             ///< interface, errors: closes a test that failed
-  NoLink = 201,             ///< interface, state
-  ErrorsCounted = 202,      ///< interface, counter, by how much it rose
-  SelfTestFailed = 203,     ///< interface, part of the test, its result
-  Corrupted = 204,          ///< interface, position, expected, found, differing bits
-  BytesLost = 205,          ///< interface, position, bytes
-  BytesRepeated = 206,      ///< interface, position, bytes
-  DatagramsLost = 207,      ///< interface, datagrams, sequence number of the first
-  DatagramCorrupted = 208,  ///< interface, sequence number, place, expected, found
-  DatagramsRepeated = 209,  ///< interface, datagrams, sequence number of the first
-  Stalled = 210,            ///< interface, seconds, position
-  LinkFlapped = 211,        ///< interface, changes of the carrier
-  BelowMinimumSpeed = 212,  ///< interface, speed in Mb/s, speed asked for
-  ConnectionBroken = 213,   ///< interface, cause
+  Failed = 200,              ///< interface, errors: closes a test that failed
+  NoLink = 201,              ///< interface, state
+  ErrorsCounted = 202,       ///< interface, counter, by how much it rose
+  SelfTestFailed = 203,      ///< interface, part of the test, its result
+  Corrupted = 204,           ///< interface, position, expected, found, differing bits
+  BytesLost = 205,           ///< interface, position, bytes
+  BytesRepeated = 206,       ///< interface, position, bytes
+  DatagramsLost = 207,       ///< interface, datagrams, sequence number of the first
+  DatagramCorrupted = 208,   ///< interface, sequence number, place, expected, found
+  DatagramsRepeated = 209,   ///< interface, datagrams, sequence number of the first
+  Stalled = 210,             ///< interface, seconds, position
+  LinkFlapped = 211,         ///< interface, changes of the carrier
+  BelowMinimumSpeed = 212,   ///< interface, speed in Mb/s, speed asked for
+  ConnectionBroken = 213,    ///< interface, cause
+  NotConnected = 214,        ///< interface, cause
+  DamagedPackets = 215,      ///< interface, packets whose checksum was wrong
+  DatagramsCorrupted = 216,  ///< interface, datagrams, sequence number of the first
 };
 
 }  // namespace TarvexDiags::Network
