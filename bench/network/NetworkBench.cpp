@@ -36,8 +36,8 @@ void loopbackStream(benchmark::State& state) {
                               .stall = std::chrono::seconds(10)};
   SilentJournal journal;
   for (auto _ : state) {
-    const StreamFigures figures =
-        verifyStreams([](unsigned int) { return connectOverLoopback(); }, options, "lo", journal);
+    const StreamFigures figures = verifyStreams([](unsigned int) { return connectOverLoopback(); },
+                                                options, Path("lo"), journal);
     state.SetIterationTime(std::chrono::duration<double>(figures.elapsed).count());
     state.SetBytesProcessed(static_cast<std::int64_t>(figures.bytes));
   }
@@ -53,7 +53,7 @@ void loopbackDatagrams(benchmark::State& state) {
   const DatagramOptions options{.datagrams = 100'000, .seed = 1, .longest = 1472};
   for (auto _ : state) {
     const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
-    bytes += verifyDatagrams(*link, options, "lo", journal).bytes;
+    bytes += verifyDatagrams(*link, options, Path("lo"), journal).bytes;
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(options.datagrams));

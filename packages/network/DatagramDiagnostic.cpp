@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "packages/network/ConnectionFaults.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {
@@ -39,51 +38,62 @@ struct Tally {
 
 class DatagramRun {
  public:
-  DatagramRun(DatagramLink& link, const DatagramOptions& options, const std::string& interface,
+  DatagramRun(DatagramLink& link, const DatagramOptions& options, const Path& path,
               RunJournal& journal)
       : m_link(link),
         m_options(options),
-        m_interface(interface),
+        m_path(path),
         m_journal(journal),
+        m_inFlight(std::clamp<std::uint64_t>(link.capacity(options.longest), 1, options.inFlight)),
         m_payload(options.seed),
         m_arrivals(options.datagrams, 0),
         m_buffer(std::size_t{64} << 10) {}
 
   DatagramFigures run() {
-    std::chrono::nanoseconds idle{0};
-    while (m_settled < m_options.datagrams && !m_broken) {
+    while (m_settled < m_options.datagrams && !m_broken && !isHopeless()) {
       const bool sent = send();
       const bool received = receive();
       if (received) {
-        idle = {};
+        m_idle = {};
+        m_silences = 0;
       }
       if (m_stopped) {
         return m_figures;
       }
-      if (sent || received) {
-        continue;
-      }
-      m_stopped = m_journal.stopRequested();
-      // Each wait counts for its own length at most, in case the test is suspended meanwhile.
-      const auto slice = std::min(m_options.patience, std::chrono::milliseconds(50));
-      const auto begin = Clock::now();
-      m_link.wait(slice);
-      idle += std::min<std::chrono::nanoseconds>(Clock::now() - begin, slice);
-      if (idle >= m_options.patience) {
-        // What is on its way now is lost; the rest still gets its chance.
-        m_settled = m_sent;
-        idle = {};
+      if (!sent && !received) {
+        waitForMore();
       }
     }
     while (receive()) {
       // A second copy may come after everything else.
     }
-    tell();
+    tellAll();
     return m_figures;
   }
 
  private:
   static constexpr unsigned int kMostTold = 16;
+
+  bool isHopeless() const {
+    return m_silences >= m_options.mostSilences || m_givenUp >= m_options.mostLosses;
+  }
+
+  void waitForMore() {
+    m_stopped = m_journal.stopRequested();
+    // Each wait counts for its own length at most, in case the test is suspended meanwhile.
+    const auto slice = std::min(m_options.patience, std::chrono::milliseconds(50));
+    const auto begin = Clock::now();
+    m_link.wait(slice);
+    m_idle += std::min<std::chrono::nanoseconds>(Clock::now() - begin, slice);
+    if (m_idle >= m_options.patience) {
+      m_path.requirePresence();
+      // What is on its way now is lost; the rest still gets its chance.
+      m_givenUp += m_sent - m_settled;
+      m_settled = m_sent;
+      ++m_silences;
+      m_idle = {};
+    }
+  }
 
   std::size_t lengthOf(std::uint64_t sequence) const {
     return sizeof(Header) + sequence * 37 % (m_options.longest - sizeof(Header) + 1);
@@ -95,7 +105,7 @@ class DatagramRun {
   }
 
   bool send() {
-    if (m_sent == m_options.datagrams || m_sent - m_settled >= m_options.inFlight) {
+    if (m_sent == m_options.datagrams || m_sent - m_settled >= m_inFlight) {
       return false;
     }
     const Header header{m_sent, guardOf(m_sent, m_options.seed)};
@@ -122,10 +132,10 @@ class DatagramRun {
     if (result >= 0) {
       return result;
     }
-    requireFaultOfConnection(static_cast<int>(-result), m_interface);
-    m_broken = true;
-    report(m_journal, NetworkEvent::ConnectionBroken,
-           {m_interface, std::generic_category().message(static_cast<int>(-result))});
+    if (!m_broken) {
+      m_broken = true;
+      tell(m_path.broken(static_cast<int>(-result)));
+    }
     return 0;
   }
 
@@ -135,15 +145,17 @@ class DatagramRun {
     const bool known = datagram.size() >= sizeof header && header.sequence < m_sent &&
                        header.guard == guardOf(header.sequence, m_options.seed);
     if (!known) {
+      ++m_unknown;
       tellCorrupted("?", 0, std::byte{0}, datagram.front());
       m_settled = std::min(m_settled + 1, m_sent);
       return;
     }
     m_figures.bytes += datagram.size();
-    if (m_arrivals[header.sequence]++ > 0) {
-      m_repeated.add(header.sequence);
+    if (m_arrivals[header.sequence] > 0) {
+      repeat(header.sequence);
       return;
     }
+    m_arrivals[header.sequence] = 1;
     ++m_figures.arrived;
     m_settled = std::min(m_settled + 1, m_sent);
     if (header.sequence < m_highest) {
@@ -151,9 +163,18 @@ class DatagramRun {
     }
     m_highest = std::max(m_highest, header.sequence);
     compare(header.sequence, datagram.subspan(sizeof header));
-    if (m_figures.arrived % 256 == 0) {
+    // On the slowest wire so many take a small part of a second.
+    if (m_figures.arrived % 64 == 0) {
       m_journal.progress(static_cast<unsigned int>(m_figures.arrived * 100 / m_options.datagrams));
       m_stopped = m_journal.stopRequested();
+    }
+  }
+
+  /// @brief Counts a datagram once, however many copies of it come.
+  void repeat(std::uint64_t sequence) {
+    if (m_arrivals[sequence] == 1) {
+      m_arrivals[sequence] = 2;
+      m_repeated.add(sequence);
     }
   }
 
@@ -162,6 +183,7 @@ class DatagramRun {
     const auto [wanted, got] =
         std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
     if (wanted != expected.end() || got != found.end()) {
+      m_corrupted.add(sequence);
       tellCorrupted(std::to_string(sequence),
                     sizeof(Header) + static_cast<std::size_t>(got - found.begin()),
                     wanted == expected.end() ? std::byte{0} : *wanted,
@@ -173,45 +195,82 @@ class DatagramRun {
                      std::byte found) {
     if (m_told++ < kMostTold) {
       report(m_journal, NetworkEvent::DatagramCorrupted,
-             {m_interface, sequence, std::to_string(place),
+             {m_path.interface(), sequence, std::to_string(place),
               fmt::format("{:#04x}", std::to_integer<unsigned int>(expected)),
               fmt::format("{:#04x}", std::to_integer<unsigned int>(found))});
     }
   }
 
-  void tell() {
+  void tell(Finding finding) { report(m_journal, finding.event, std::move(finding.parameters)); }
+
+  void tellAll() {
+    if (!m_broken) {
+      tellLosses();  // else what was on its way shares the fate of the connection
+    }
+    if (m_told > kMostTold) {
+      m_corrupted.count += m_unknown;
+      tellTally(NetworkEvent::DatagramsCorrupted, m_corrupted);
+    }
+    tellTally(NetworkEvent::DatagramsRepeated, m_repeated);
+    tellTally(NetworkEvent::Reordered, m_reordered);
+    if (m_figures.arrived > 0) {
+      report(
+          m_journal, NetworkEvent::DatagramsVerified,
+          {m_path.interface(), std::to_string(m_figures.arrived), std::to_string(m_figures.bytes)});
+    }
+  }
+
+  void tellLosses() {
     Tally lost;
     for (std::uint64_t sequence = 0; sequence < m_sent; ++sequence) {
       if (m_arrivals[sequence] == 0) {
         lost.add(sequence);
       }
     }
-    tellTally(NetworkEvent::DatagramsLost, lost);
-    tellTally(NetworkEvent::DatagramsRepeated, m_repeated);
-    tellTally(NetworkEvent::Reordered, m_reordered);
-    report(m_journal, NetworkEvent::DatagramsVerified,
-           {m_interface, std::to_string(m_figures.arrived), std::to_string(m_figures.bytes)});
+    // One whose number was damaged has arrived all the same.
+    lost.count -= std::min(lost.count, m_unknown);
+    if (lost.count == 0) {
+      return;
+    }
+    m_path.requirePresence();
+    const std::uint64_t overran = std::min(lost.count, m_link.overruns());
+    if (overran > 0) {
+      report(m_journal, NetworkEvent::ReceiverOverran,
+             {m_path.interface(), std::to_string(overran)});
+      lost.count -= overran;
+    }
+    if (m_figures.arrived == 0 && m_unknown == 0 && lost.count == m_sent) {
+      tell(m_path.allLost(std::to_string(lost.count)));
+    } else {
+      tellTally(NetworkEvent::DatagramsLost, lost);
+    }
   }
 
   void tellTally(NetworkEvent event, const Tally& tally) {
     if (tally.count > 0) {
       report(m_journal, event,
-             {m_interface, std::to_string(tally.count), std::to_string(tally.first)});
+             {m_path.interface(), std::to_string(tally.count), std::to_string(tally.first)});
     }
   }
 
   DatagramLink& m_link;
   const DatagramOptions& m_options;
-  const std::string& m_interface;
+  const Path& m_path;
   RunJournal& m_journal;
+  const std::uint64_t m_inFlight;
   Payload m_payload;
-  std::vector<std::uint8_t> m_arrivals;  ///< of each datagram
+  std::vector<std::uint8_t> m_arrivals;  ///< of each datagram: none, one, or more
   std::vector<std::byte> m_buffer;
   std::vector<std::byte> m_outgoing;
   DatagramFigures m_figures;
   std::uint64_t m_sent = 0;
   std::uint64_t m_settled = 0;  ///< arrived or given up
   std::uint64_t m_highest = 0;
+  std::uint64_t m_givenUp = 0;  ///< of those that were settled: waited for in vain
+  std::uint64_t m_unknown = 0;  ///< arrived with a header that is none
+  std::chrono::nanoseconds m_idle{0};
+  unsigned int m_silences = 0;  ///< waits in vain since the last arrival
+  Tally m_corrupted;
   Tally m_repeated;
   Tally m_reordered;
   unsigned int m_told = 0;
@@ -222,8 +281,8 @@ class DatagramRun {
 }  // namespace
 
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
-                                const std::string& interface, RunJournal& journal) {
-  return DatagramRun(link, options, interface, journal).run();
+                                const Path& path, RunJournal& journal) {
+  return DatagramRun(link, options, path, journal).run();
 }
 
 }  // namespace TarvexDiags::Network

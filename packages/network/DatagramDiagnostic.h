@@ -2,11 +2,12 @@
 
 #include <chrono>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
 
-#include "packages/network/NetworkEvents.h"
+#include "packages/network/Path.h"
 
 namespace TarvexDiags::Network {
 
@@ -24,6 +25,13 @@ class DatagramLink {
   virtual std::int64_t receive(std::span<std::byte> buffer) = 0;
   /// @brief Waits until there is something to receive, or the time is over.
   virtual void wait(std::chrono::milliseconds limit) = 0;
+
+  /// @brief How many datagrams of that length the receiver's buffer surely holds.
+  virtual std::uint64_t capacity(std::size_t /*length*/) const {
+    return std::numeric_limits<std::uint64_t>::max();
+  }
+  /// @brief How many the receiver has thrown away so far because its buffer was full.
+  virtual std::uint64_t overruns() const { return 0; }
 };
 
 struct DatagramOptions {
@@ -33,6 +41,10 @@ struct DatagramOptions {
   /// Datagrams on their way at most: few enough for a socket's buffer, so that none may be lost.
   std::uint64_t inFlight = 32;
   std::chrono::milliseconds patience = std::chrono::seconds(1);  ///< for those that are late
+  /// After so many waits in a row without an arrival, or so many losses, the path is as good as
+  /// dead, and the rest is not sent.
+  unsigned int mostSilences = 3;
+  std::uint64_t mostLosses = 256;
 };
 
 struct DatagramFigures {
@@ -41,9 +53,10 @@ struct DatagramFigures {
 };
 
 /// @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
-/// that were lost, came twice or in another order, or were corrupted. Throws std::system_error when
-/// the kernel refuses one for reasons of its own.
+/// that were lost, came twice or in another order, or were corrupted. What found no room in the
+/// receiver's buffer is no loss. Throws std::system_error when the kernel refuses one for reasons
+/// of its own, and what the path throws when its interface is gone.
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
-                                const std::string& interface, RunJournal& journal);
+                                const Path& path, RunJournal& journal);
 
 }  // namespace TarvexDiags::Network

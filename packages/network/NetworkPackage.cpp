@@ -192,21 +192,36 @@ DatagramOptions datagramOptions(const TestContext& context) {
           .longest = std::clamp<std::uint64_t>(context.value(kLongestDatagram), 64, 60'000)};
 }
 
+/// @brief Null when the path refuses the sockets' addresses already, which is then told.
+std::unique_ptr<DatagramLink> connectedOrTold(
+    const std::function<std::unique_ptr<DatagramLink>()>& connect, const Path& path,
+    RunJournal& journal) {
+  try {
+    return connect();
+  } catch (const std::system_error& error) {
+    Finding finding = path.notConnected(error.code().value());
+    report(journal, finding.event, std::move(finding.parameters));
+    return nullptr;
+  }
+}
+
 /// @brief Sends the datagrams on a thread that stays on one processor: the kernel has a queue for
 /// each of them, so a sender that moves overtakes itself.
-void verifyInPlace(DatagramLink& path, const DatagramOptions& options, const std::string& interface,
-                   RunJournal& journal) {
+void verifyInPlace(const std::function<std::unique_ptr<DatagramLink>()>& connect,
+                   const DatagramOptions& options, const Path& path, RunJournal& journal) {
   std::async(std::launch::async, [&] {
     if (const int processor = sched_getcpu(); processor >= 0) {
       Common::pinThisThread(processor);
     }
-    verifyDatagrams(path, options, interface, journal);
+    if (const auto link = connectedOrTold(connect, path, journal)) {
+      verifyDatagrams(*link, options, path, journal);
+    }
   }).get();
 }
 
 void measureRate(TestContext& context, const std::string& name, const StreamFigures& figures) {
   const double seconds = std::chrono::duration<double>(figures.elapsed).count();
-  if (seconds > 0) {
+  if (figures.isWhole && seconds > 0) {
     context.measurement(name, static_cast<double>(figures.bytes) / seconds / 1e6, "MB/s");
   }
 }
@@ -253,36 +268,83 @@ Verdict offlineSelfTest(TestContext& context) {
   });
 }
 
+/// @brief The way over the loopback interface, which stays the same as long as the test runs.
+Path loopbackPath(const Link& before) {
+  return {before.name, Path::Medium::Loopback,
+          [before] { requireSameLink(before, readLink(before.name)); }};
+}
+
+ConnectLimits connectLimits(RunJournal& journal) {
+  return {.stopRequested = [&journal] { return journal.stopRequested(); }};
+}
+
 Verdict loopbackStream(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
     const std::uint64_t processors = Common::allowedCpus().size();
     const auto connections = static_cast<unsigned int>(
         std::clamp<std::uint64_t>(context.value(kConnections).value_or(processors), 1, 64));
     const StreamFigures figures = verifyStreams(
-        [](unsigned int) { return connectOverLoopback(); },
-        streamOptions(context, connections, std::uint64_t{256} << 10), link.name, journal);
+        [&](unsigned int) { return connectOverLoopback(connectLimits(journal)); },
+        streamOptions(context, connections, std::uint64_t{256} << 10), loopbackPath(link), journal);
     measureRate(context, "streamRate", figures);
   });
 }
 
 Verdict loopbackDatagrams(TestContext& context) {
   return withCounters(context, [&](const Link& link, RunJournal& journal) {
-    const auto path = connectDatagrams(loopbackEnd(), loopbackEnd());
-    verifyInPlace(*path, datagramOptions(context), link.name, journal);
+    const Path path = loopbackPath(link);
+    verifyInPlace([] { return connectDatagrams(loopbackEnd(), loopbackEnd()); },
+                  datagramOptions(context), path, journal);
   });
 }
 
-void streamBetween(TestContext& context, const NamespacePair& pair, RunJournal& journal) {
+/// @brief Sends a stream one way; false when nothing more is to be learned from this pair.
+bool streamOneWay(TestContext& context, const End& from, const End& to, const Path& path,
+                  const std::string& measurement, RunJournal& journal) {
   constexpr std::uint64_t inFlight = std::uint64_t{4} << 20;  // a long wire holds more than a cache
-  const StreamOptions options = streamOptions(context, 1, inFlight);
-  const auto there = [&](unsigned int) { return connectStream(pair.firstEnd(), pair.secondEnd()); };
-  const auto back = [&](unsigned int) { return connectStream(pair.secondEnd(), pair.firstEnd()); };
-  const std::string second = pairSetting(context.settings(), kSecondInterface);
-  measureRate(context, "streamRateThere",
-              verifyStreams(there, options, context.property("name"), journal));
-  measureRate(context, "streamRateBack", verifyStreams(back, options, second, journal));
-  const auto path = connectDatagrams(pair.firstEnd(), pair.secondEnd());
-  verifyInPlace(*path, datagramOptions(context), context.property("name"), journal);
+  const StreamFigures figures =
+      verifyStreams([&](unsigned int) { return connectStream(from, to, connectLimits(journal)); },
+                    streamOptions(context, 1, inFlight), path, journal);
+  measureRate(context, measurement, figures);
+  return figures.isWhole;
+}
+
+void sendBetween(TestContext& context, const NamespacePair& pair, RunJournal& journal) {
+  const auto presence = [&pair] { pair.requirePresence(); };
+  const Path there(pair.first().name, Path::Medium::Wire, presence);
+  const Path back(pair.second().name, Path::Medium::Wire, presence);
+  const End first = pair.firstEnd();
+  const End second = pair.secondEnd();
+  // One way that is dead makes the other as good as dead: answers take it.
+  if (streamOneWay(context, first, second, there, "streamRateThere", journal) &&
+      streamOneWay(context, second, first, back, "streamRateBack", journal)) {
+    verifyInPlace([&] { return connectDatagrams(first, second); }, datagramOptions(context), there,
+                  journal);
+  }
+}
+
+void judgeDamage(const std::string& interface, std::uint64_t packets, RunJournal& journal) {
+  if (packets > 0) {
+    report(journal, NetworkEvent::DamagedPackets, {interface, std::to_string(packets)});
+  }
+}
+
+void testPair(TestContext& context, const NamespacePair& pair, RunJournal& journal) {
+  const auto patience =
+      std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kCarrierSeconds));
+  if (!pair.waitForCarrier(patience, connectLimits(journal).stopRequested)) {
+    context.throwIfStopped();
+    const Link dark = pair.first().carrier ? pair.second() : pair.first();
+    report(journal, NetworkEvent::NoLink, {dark.name, dark.state});
+    return;
+  }
+  const Link first = pair.first();
+  const Link second = pair.second();
+  sendBetween(context, pair, journal);
+  judgeDamage(first.name, pair.damagedAtFirst(), journal);
+  judgeDamage(second.name, pair.damagedAtSecond(), journal);
+  judgeCounters(first, pair.first(), counterLimits(context), journal);
+  judgeCounters(second, pair.second(), counterLimits(context), journal);
 }
 
 Verdict betweenInterfaces(TestContext& context) {
@@ -292,18 +354,7 @@ Verdict betweenInterfaces(TestContext& context) {
     const InterfaceRecords records(context.value(kRecordDirectory));
     records.restore();
     const NamespacePair pair(first, second, records);
-    const auto patience =
-        std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kCarrierSeconds));
-    if (!pair.waitForCarrier(patience)) {
-      const Link dark = pair.first().carrier ? pair.second() : pair.first();
-      report(journal, NetworkEvent::NoLink, {dark.name, dark.state});
-      return;
-    }
-    const Link firstBefore = pair.first();
-    const Link secondBefore = pair.second();
-    streamBetween(context, pair, journal);
-    judgeCounters(firstBefore, pair.first(), counterLimits(context), journal);
-    judgeCounters(secondBefore, pair.second(), counterLimits(context), journal);
+    testPair(context, pair, journal);
   });
 }
 

@@ -1,14 +1,19 @@
 #include "packages/network/Sockets.h"
 
 #include <fcntl.h>
+#include <linux/sock_diag.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <system_error>
 #include <utility>
+
+#include "packages/network/ProtocolCounters.h"
 
 namespace TarvexDiags::Network {
 namespace {
@@ -98,12 +103,32 @@ class TcpLink final : public StreamLink {
   UniqueDescriptor m_receiver;
 };
 
+/// @brief Makes room for all that may be on its way; without the privilege, as much as is allowed.
+void enlargeBuffer(const UniqueDescriptor& socket) {
+  const int bytes = 4 << 20;
+  if (setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+  }
+}
+
+/// @brief What the socket has thrown away so far, for whatever reason.
+std::uint64_t dropsOf(const UniqueDescriptor& socket) {
+  std::array<std::uint32_t, SK_MEMINFO_VARS> figures{};
+  socklen_t length = sizeof figures;
+  getsockopt(socket.get(), SOL_SOCKET, SO_MEMINFO, figures.data(), &length);
+  return figures[SK_MEMINFO_DROPS];
+}
+
 class UdpLink final : public DatagramLink {
  public:
-  UdpLink(UniqueDescriptor sender, UniqueDescriptor receiver)
-      : m_sender(std::move(sender)), m_receiver(std::move(receiver)) {
+  UdpLink(UniqueDescriptor sender, UniqueDescriptor receiver, Inside atReceiver)
+      : m_sender(std::move(sender)),
+        m_receiver(std::move(receiver)),
+        m_atReceiver(std::move(atReceiver)) {
     neverBlock(m_sender);
     neverBlock(m_receiver);
+    enlargeBuffer(m_receiver);
+    m_overrunsBefore = overrunsAtReceiver();
   }
 
   std::int64_t send(std::span<const std::byte> datagram) override {
@@ -116,10 +141,88 @@ class UdpLink final : public DatagramLink {
     waitFor(m_sender, m_receiver, false, limit);
   }
 
+  std::uint64_t capacity(std::size_t length) const override {
+    int bytes = 0;
+    socklen_t size = sizeof bytes;
+    getsockopt(m_receiver.get(), SOL_SOCKET, SO_RCVBUF, &bytes, &size);
+    // The kernel counts the memory that each takes, headers and all, and gives some back late.
+    constexpr std::size_t kHeaders = 512;
+    return static_cast<std::uint64_t>(bytes) * 3 / 4 /
+           (std::bit_ceil(length + kHeaders) + kHeaders);
+  }
+
+  std::uint64_t overruns() const override {
+    // The socket counts damaged datagrams too, the kernel those of other sockets.
+    return std::min(dropsOf(m_receiver), overrunsAtReceiver() - m_overrunsBefore);
+  }
+
  private:
+  std::uint64_t overrunsAtReceiver() const {
+    std::uint64_t count = 0;
+    m_atReceiver([&count] { count = readProtocolCounters().udpOverruns; });
+    return count;
+  }
+
   UniqueDescriptor m_sender;
   UniqueDescriptor m_receiver;
+  Inside m_atReceiver;
+  std::uint64_t m_overrunsBefore = 0;
 };
+
+using Clock = std::chrono::steady_clock;
+
+/// @brief Waits until the socket is ready. @return false when a stop was requested. Throws
+/// ETIMEDOUT at the deadline.
+bool waitUntilReady(const UniqueDescriptor& socket, short events, Clock::time_point deadline,
+                    const std::function<bool()>& stopRequested) {
+  constexpr int kSliceMilliseconds = 50;
+  pollfd ready{socket.get(), events, 0};
+  while (poll(&ready, 1, kSliceMilliseconds) <= 0) {
+    if (stopRequested()) {
+      return false;
+    }
+    if (Clock::now() >= deadline) {
+      throw std::system_error(ETIMEDOUT, std::generic_category(), "connect");
+    }
+  }
+  return true;
+}
+
+/// @brief Throws what became of an attempt to connect, unless it worked.
+void requireConnected(const UniqueDescriptor& socket) {
+  int error = 0;
+  socklen_t length = sizeof error;
+  check(getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &length), "connect");
+  if (error != 0) {
+    throw std::system_error(error, std::generic_category(), "connect");
+  }
+}
+
+UniqueDescriptor makeListener(const End& at, sockaddr_in& target) {
+  UniqueDescriptor listener;
+  at.inside([&] {
+    listener = makeSocket(SOCK_STREAM);
+    bindTo(listener, at.address);
+    check(listen(listener.get(), 1), "listen");
+    target = ownAddress(listener);
+  });
+  neverBlock(listener);
+  return listener;
+}
+
+/// @brief A socket that is about to be connected.
+UniqueDescriptor beginConnecting(const End& from, const sockaddr_in& target) {
+  UniqueDescriptor sender;
+  from.inside([&] {
+    sender = makeSocket(SOCK_STREAM);
+    bindTo(sender, from.address);
+    neverBlock(sender);
+    if (connect(sender.get(), plain(target), sizeof target) != 0 && errno != EINPROGRESS) {
+      check(-1, "connect");
+    }
+  });
+  return sender;
+}
 
 }  // namespace
 
@@ -129,30 +232,27 @@ End loopbackEnd() {
   return end;
 }
 
-std::unique_ptr<StreamLink> connectStream(const End& from, const End& to) {
-  UniqueDescriptor listener;
+std::unique_ptr<StreamLink> connectStream(const End& from, const End& to,
+                                          const ConnectLimits& limits) {
+  const auto deadline = Clock::now() + limits.patience;
   sockaddr_in target{};
-  to.inside([&] {
-    listener = makeSocket(SOCK_STREAM);
-    bindTo(listener, to.address);
-    check(listen(listener.get(), 1), "listen");
-    target = ownAddress(listener);
-  });
-  UniqueDescriptor sender;
-  from.inside([&] {
-    sender = makeSocket(SOCK_STREAM);
-    bindTo(sender, from.address);
-    const timeval limit{5, 0};  // a link without a partner shall not hold the test for minutes
-    setsockopt(sender.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    check(connect(sender.get(), plain(target), sizeof target), "connect");
-  });
+  const UniqueDescriptor listener = makeListener(to, target);
+  UniqueDescriptor sender = beginConnecting(from, target);
+  if (!waitUntilReady(sender, POLLOUT, deadline, limits.stopRequested)) {
+    return nullptr;
+  }
+  requireConnected(sender);
+  // The last step of the handshake may have been lost.
+  if (!waitUntilReady(listener, POLLIN, deadline, limits.stopRequested)) {
+    return nullptr;
+  }
   UniqueDescriptor receiver(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
   check(receiver.get(), "accept");
   return std::make_unique<TcpLink>(std::move(sender), std::move(receiver));
 }
 
-std::unique_ptr<StreamLink> connectOverLoopback() {
-  return connectStream(loopbackEnd(), loopbackEnd());
+std::unique_ptr<StreamLink> connectOverLoopback(const ConnectLimits& limits) {
+  return connectStream(loopbackEnd(), loopbackEnd(), limits);
 }
 
 std::unique_ptr<DatagramLink> connectDatagrams(const End& from, const End& to) {
@@ -170,7 +270,7 @@ std::unique_ptr<DatagramLink> connectDatagrams(const End& from, const End& to) {
   const sockaddr_in target = ownAddress(receiver);
   check(connect(sender.get(), plain(target), sizeof target), "connect");
   check(connect(receiver.get(), plain(source), sizeof source), "connect");
-  return std::make_unique<UdpLink>(std::move(sender), std::move(receiver));
+  return std::make_unique<UdpLink>(std::move(sender), std::move(receiver), to.inside);
 }
 
 }  // namespace TarvexDiags::Network

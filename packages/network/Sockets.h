@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -23,13 +24,22 @@ struct End {
 /// @brief The address 127.0.0.1, in the caller's namespace.
 End loopbackEnd();
 
-/// @brief A TCP connection from one end to the other. Throws std::system_error.
-std::unique_ptr<StreamLink> connectStream(const End& from, const End& to);
+/// @brief How long to wait for a connection, and whom to ask meanwhile whether to go on.
+struct ConnectLimits {
+  std::chrono::milliseconds patience = std::chrono::seconds(5);
+  std::function<bool()> stopRequested = [] { return false; };
+};
+
+/// @brief A TCP connection from one end to the other; null when a stop was requested. Throws
+/// std::system_error, with ETIMEDOUT when the patience is over.
+std::unique_ptr<StreamLink> connectStream(const End& from, const End& to,
+                                          const ConnectLimits& limits = {});
 
 /// @brief The same over the address 127.0.0.1.
-std::unique_ptr<StreamLink> connectOverLoopback();
+std::unique_ptr<StreamLink> connectOverLoopback(const ConnectLimits& limits = {});
 
-/// @brief UDP sockets that know only each other. Throws std::system_error.
+/// @brief UDP sockets that know only each other. Throws std::system_error. The ends are used as
+/// long as the link is.
 std::unique_ptr<DatagramLink> connectDatagrams(const End& from, const End& to);
 
 }  // namespace TarvexDiags::Network

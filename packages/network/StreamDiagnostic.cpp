@@ -15,7 +15,6 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
-#include "packages/network/ConnectionFaults.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {
@@ -26,15 +25,25 @@ using Clock = std::chrono::steady_clock;
 /// @brief What the connections' threads share.
 class Shared {
  public:
-  Shared(const StreamOptions& options, const std::string& interface, RunJournal& journal)
-      : m_options(options), m_interface(interface), m_journal(journal) {}
+  Shared(const StreamOptions& options, const Path& path, RunJournal& journal)
+      : m_options(options), m_path(path), m_journal(journal) {}
 
   /// @brief From any of the threads; beyond a number of faults there is nothing new to learn.
   void tell(NetworkEvent event, std::vector<std::string> parameters) {
     const System::LockHold hold(m_lock);
     if (m_told++ < kMostTold) {
-      parameters.insert(parameters.begin(), m_interface);
+      parameters.insert(parameters.begin(), m_path.interface());
       report(m_journal, event, std::move(parameters));
+    }
+  }
+
+  /// @brief The end of a connection before its time.
+  void tellEnd(Finding finding) {
+    const System::LockHold hold(m_lock);
+    m_cut = true;
+    // Of several connections over one path that is filtered, one says it all.
+    if (finding.event != NetworkEvent::PathFiltered || !std::exchange(m_toldFilter, true)) {
+      report(m_journal, finding.event, std::move(finding.parameters));
     }
   }
 
@@ -43,11 +52,13 @@ class Shared {
     const std::uint64_t done = m_done += bytes;
     const std::uint64_t total = m_options.bytes * m_options.connections;
     const auto percent = static_cast<unsigned int>(total == 0 ? 100 : done * 100 / total);
-    if (percent != m_percent.exchange(percent)) {
-      const System::LockHold hold(m_lock);
+    const bool isNewPercent = percent != m_percent.exchange(percent);
+    const System::LockHold hold(m_lock);
+    if (isNewPercent) {
       m_journal.progress(percent);
-      m_stop = m_stop || m_journal.stopRequested();
     }
+    // At each step: on a slow link a percent takes many seconds.
+    m_stop = m_stop || m_journal.stopRequested();
     return !m_stop && m_told < kMostTold;
   }
 
@@ -58,21 +69,24 @@ class Shared {
   }
 
   void stop() { m_stop = true; }
-  const std::string& interface() const { return m_interface; }
+  const Path& path() const { return m_path; }
   std::uint64_t done() const { return m_done; }
   bool stopped() const { return m_stop; }
+  bool isCut() const { return m_cut; }
 
  private:
   static constexpr unsigned int kMostTold = 32;
 
   const StreamOptions& m_options;
-  const std::string& m_interface;
+  const Path& m_path;
   RunJournal& m_journal TARVEXDIAGS_GUARDED_BY(m_lock);
   System::Mutex m_lock;
   std::atomic<std::uint64_t> m_done{0};
   std::atomic<unsigned int> m_percent{0};
   std::atomic<unsigned int> m_told{0};
   std::atomic<bool> m_stop{false};
+  std::atomic<bool> m_cut{false};
+  bool m_toldFilter TARVEXDIAGS_GUARDED_BY(m_lock) = false;
 };
 
 /// @brief One connection: sends ahead, receives, compares.
@@ -93,7 +107,9 @@ class Lane {
         return;
       }
       if (sent || received > 0) {
+        m_pauses += m_idle < kPause ? Clock::duration{} : m_idle;
         m_idle = {};
+        m_looked = {};
       } else if (!waitForMore()) {
         return;
       }
@@ -129,10 +145,8 @@ class Lane {
     if (result >= 0) {
       return result;
     }
-    requireFaultOfConnection(static_cast<int>(-result), m_shared.interface());
+    m_shared.tellEnd(m_shared.path().broken(static_cast<int>(-result)));
     m_broken = true;
-    m_shared.tell(NetworkEvent::ConnectionBroken,
-                  {std::generic_category().message(static_cast<int>(-result))});
     return 0;
   }
 
@@ -147,12 +161,16 @@ class Lane {
     if (m_shared.askWhetherStopped()) {
       return false;
     }
-    if (m_idle < m_options.stall) {
+    if (m_idle - m_looked >= kPause) {
+      m_shared.path().requirePresence();
+      m_looked = m_idle;
+    }
+    if (m_pauses + m_idle < m_options.stall) {
       return true;
     }
-    m_shared.tell(NetworkEvent::Stalled,
-                  {fmt::format("{:.1f}", std::chrono::duration<double>(m_options.stall).count()),
-                   std::to_string(m_position)});
+    m_shared.tellEnd(m_shared.path().stalled(
+        fmt::format("{:.1f}", std::chrono::duration<double>(m_options.stall).count()),
+        std::to_string(m_position)));
     return false;
   }
 
@@ -214,14 +232,19 @@ class Lane {
                    std::to_string(bits)});
   }
 
+  /// The shortest time after which a lost segment is sent again.
+  static constexpr Clock::duration kPause = std::chrono::milliseconds(200);
+
   StreamLink& m_link;
   const StreamOptions& m_options;
   Shared& m_shared;
   Payload m_payload;
   std::vector<std::byte> m_buffer;
   std::uint64_t m_sent = 0;
-  std::uint64_t m_position = 0;        ///< of the next byte in the stream
-  std::chrono::nanoseconds m_idle{0};  ///< waited since the last byte moved
+  std::uint64_t m_position = 0;          ///< of the next byte in the stream
+  std::chrono::nanoseconds m_idle{0};    ///< waited since the last byte moved
+  std::chrono::nanoseconds m_pauses{0};  ///< earlier waits that were long
+  std::chrono::nanoseconds m_looked{0};  ///< the wait at which the interface was last seen
   bool m_broken = false;
 };
 
@@ -262,35 +285,55 @@ void runLanes(std::vector<std::unique_ptr<Lane>>& lanes, Shared& shared) {
   failure.rethrow();
 }
 
+/// @brief Makes the connections. @return false when there is nothing to send over
+bool connectLanes(const StreamMaker& make, const StreamOptions& options, Shared& shared,
+                  std::vector<std::unique_ptr<StreamLink>>& links,
+                  std::vector<std::unique_ptr<Lane>>& lanes) {
+  for (unsigned int number = 0; number < options.connections; ++number) {
+    try {
+      links.push_back(make(number));
+    } catch (const std::system_error& error) {
+      shared.tellEnd(shared.path().notConnected(error.code().value()));
+      return false;
+    }
+    if (!links.back()) {
+      shared.stop();
+      return false;
+    }
+    lanes.push_back(std::make_unique<Lane>(*links.back(), options, number, shared));
+  }
+  return true;
+}
+
 std::string rateText(double bytesPerSecond) {
   return fmt::format("{:.1f} MB/s", bytesPerSecond / 1e6);
 }
 
 }  // namespace
 
-StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options,
-                            const std::string& interface, RunJournal& journal) {
-  Shared shared(options, interface, journal);
+StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options, const Path& path,
+                            RunJournal& journal) {
+  Shared shared(options, path, journal);
   std::vector<std::unique_ptr<StreamLink>> links;
   std::vector<std::unique_ptr<Lane>> lanes;
-  for (unsigned int number = 0; number < options.connections; ++number) {
-    links.push_back(make(number));
-    lanes.push_back(std::make_unique<Lane>(*links.back(), options, number, shared));
+  if (!connectLanes(make, options, shared, links, lanes)) {
+    return {};
   }
   const auto begin = Clock::now();
   runLanes(lanes, shared);
-  const StreamFigures figures{shared.done(), Clock::now() - begin};
-  if (shared.stopped()) {
+  const bool isWhole = !shared.stopped() && !shared.isCut();
+  const StreamFigures figures{shared.done(), Clock::now() - begin, isWhole};
+  if (!isWhole) {
     return figures;
   }
   const double seconds = std::chrono::duration<double>(figures.elapsed).count();
   const double rate = seconds > 0 ? static_cast<double>(figures.bytes) / seconds : 0;
   report(journal, NetworkEvent::StreamVerified,
-         {interface, std::to_string(figures.bytes), rateText(rate),
+         {path.interface(), std::to_string(figures.bytes), rateText(rate),
           std::to_string(options.connections)});
   if (rate < options.minimumRate) {
     report(journal, NetworkEvent::SlowerThanAsked,
-           {interface, rateText(rate), rateText(options.minimumRate)});
+           {path.interface(), rateText(rate), rateText(options.minimumRate)});
   }
   return figures;
 }

@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "packages/network/NetworkEvents.h"
+#include "packages/network/Path.h"
 
 namespace TarvexDiags::Network {
 
@@ -34,25 +34,30 @@ struct StreamOptions {
   unsigned int connections = 1;  ///< each has a thread of its own
   /// Bytes on their way at most. What fits into the processor's cache makes a loopback fastest.
   std::uint64_t inFlight = std::uint64_t{256} << 10;
-  std::chrono::nanoseconds stall;  ///< without any byte: an error
-  double minimumRate = 0;          ///< bytes a second; slower is a warning
+  /// Without any byte: an error. Pauses from a fifth of a second on are added up, so that a path
+  /// that lets a little through now and then does not hold the test for hours.
+  std::chrono::nanoseconds stall;
+  double minimumRate = 0;  ///< bytes a second; slower is a warning
 };
 
 struct StreamFigures {
   std::uint64_t bytes = 0;  ///< received and compared
   std::chrono::nanoseconds elapsed{0};
+  bool isWhole = false;  ///< every connection was made and carried all of its bytes
 };
 
-/// @brief Makes the connection of the given number; called on the caller's thread.
+/// @brief Makes the connection of the given number; called on the caller's thread. Null when the
+/// test was stopped meanwhile; throws std::system_error when no connection can be made.
 using StreamMaker = std::function<std::unique_ptr<StreamLink>(unsigned int number)>;
 
 /// @brief Sends data over connections and compares every byte that arrives. Tells corrupted bytes,
-/// bytes that were lost or came twice, and a connection that broke or stood still. Throws
-/// std::system_error when the kernel refuses a transfer for reasons of its own.
+/// bytes that were lost or came twice, and a connection that could not be made, broke or stood
+/// still. Throws std::system_error when the kernel refuses a transfer for reasons of its own, and
+/// what the path throws when its interface is gone.
 ///
 /// Each connection's two ends are served by one thread, in turns: nothing waits for another thread,
 /// and the data is still in the cache when it is compared.
-StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options,
-                            const std::string& interface, RunJournal& journal);
+StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& options, const Path& path,
+                            RunJournal& journal);
 
 }  // namespace TarvexDiags::Network

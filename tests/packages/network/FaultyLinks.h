@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <limits>
@@ -31,6 +32,8 @@ class FaultyStream : public StreamLink {
     std::uint64_t breakAt = kNever;
     int breakError = ECONNRESET;
     std::uint64_t stallAt = kNever;
+    std::uint64_t pauseEach = kNever;  ///< after so many bytes nothing comes for a while
+    std::chrono::milliseconds pause{0};
   };
 
   FaultyStream(std::unique_ptr<StreamLink> good, Faults faults)
@@ -43,7 +46,7 @@ class FaultyStream : public StreamLink {
     if (m_place >= m_faults.breakAt) {
       return -m_faults.breakError;
     }
-    if (m_place >= m_faults.stallAt) {
+    if (m_place >= m_faults.stallAt || isPausing()) {
       return 0;
     }
     fetch();
@@ -58,6 +61,15 @@ class FaultyStream : public StreamLink {
   }
 
  private:
+  bool isPausing() {
+    const auto now = std::chrono::steady_clock::now();
+    if (m_faults.pauseEach != kNever && m_place >= m_nextPause) {
+      m_nextPause = m_place + m_faults.pauseEach;
+      m_pauseEnd = now + m_faults.pause;
+    }
+    return now < m_pauseEnd;
+  }
+
   void fetch() {
     std::vector<std::byte> piece(10'000);
     const std::int64_t result = m_good->receive(piece);
@@ -83,6 +95,8 @@ class FaultyStream : public StreamLink {
   std::unique_ptr<StreamLink> m_good;
   Faults m_faults;
   std::uint64_t m_place = 0;
+  std::uint64_t m_nextPause = 1;
+  std::chrono::steady_clock::time_point m_pauseEnd;
   std::deque<std::byte> m_waiting;
   std::vector<std::byte> m_recent;
 };
@@ -97,6 +111,10 @@ class FaultyDatagrams : public DatagramLink {
     std::map<std::uint64_t, std::size_t> flip = {};  ///< number and place
     std::set<std::uint64_t> cut = {};                ///< lose their last byte
     std::map<std::uint64_t, int> refuse = {};        ///< number and errno
+    std::uint64_t loseFrom = std::numeric_limits<std::uint64_t>::max();
+    std::uint64_t loseOfTen = 0;
+    std::uint64_t overruns = 0;  ///< of those that are lost: by the receiver's own fault
+    unsigned int copies = 2;     ///< of those that are repeated
   };
 
   explicit FaultyDatagrams(Faults faults) : m_faults(std::move(faults)) {}
@@ -113,10 +131,11 @@ class FaultyDatagrams : public DatagramLink {
     if (m_faults.cut.contains(number)) {
       copy.pop_back();
     }
-    if (!m_faults.lose.contains(number)) {
+    if (!isLost(number)) {
       m_waiting.push_back(copy);
     }
-    if (m_faults.repeat.contains(number)) {
+    for (unsigned int more = 1; m_faults.repeat.contains(number) && more < m_faults.copies;
+         ++more) {
       m_waiting.push_back(copy);
     }
     if (number > 0 && m_faults.swapWithNext.contains(number - 1)) {
@@ -139,7 +158,16 @@ class FaultyDatagrams : public DatagramLink {
 
   void wait(std::chrono::milliseconds) override { std::this_thread::yield(); }
 
+  std::uint64_t overruns() const override { return m_faults.overruns; }
+
+  std::uint64_t sent() const { return m_sent; }
+
  private:
+  bool isLost(std::uint64_t number) const {
+    return m_faults.lose.contains(number) || number >= m_faults.loseFrom ||
+           number % 10 < m_faults.loseOfTen;
+  }
+
   Faults m_faults;
   std::uint64_t m_sent = 0;
   std::deque<std::vector<std::byte>> m_waiting;

@@ -15,9 +15,7 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <system_error>
-#include <thread>
 
 #include "packages/network/DatagramDiagnostic.h"
 #include "packages/network/InterfaceRecords.h"
@@ -85,6 +83,20 @@ StreamMaker faulty(const FaultyStream::Faults& faults) {
 
 StreamMaker sound() {
   return [](unsigned int) { return connectOverLoopback(); };
+}
+
+/// @brief What the kernel says when nothing gets through although both ends are alive.
+constexpr std::array kFaultsOfPath{EINPROGRESS,  ETIMEDOUT, EHOSTUNREACH, ENETUNREACH,
+                                   ECONNREFUSED, EPIPE,     ECONNRESET};
+
+StreamMaker refused(int error) {
+  return [error](unsigned int) -> std::unique_ptr<StreamLink> {
+    throw std::system_error(error, std::generic_category(), "connect");
+  };
+}
+
+[[noreturn]] void noDevice() {
+  throw std::system_error(ENODEV, std::generic_category(), "eth7");
 }
 
 TEST(NetworkStream, arrives_whole_over_the_loopback_address) {
@@ -169,6 +181,65 @@ TEST(NetworkStream, that_stands_still_is_an_error) {
   verifyStreams(faulty({.stallAt = kMib}), stream(), kLo, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(1), "0.3");
+}
+
+TEST(NetworkStream, that_trickles_is_an_error_before_hours_are_over) {
+  RecordingJournal journal;
+  const auto begin = std::chrono::steady_clock::now();
+  verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(220)}), stream(),
+                kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
+  EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+}
+
+TEST(NetworkStream, whose_connection_cannot_be_made_is_an_error) {
+  for (const int error : kFaultsOfPath) {
+    RecordingJournal journal;
+    const StreamFigures figures = verifyStreams(refused(error), stream(), kLo, journal);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::NotConnected))) << error;
+    EXPECT_FALSE(figures.isWhole);
+  }
+}
+
+TEST(NetworkStream, over_loopback_that_breaks_stalls_or_never_begins_is_filtered) {
+  const Path loopback(kLo, Path::Medium::Loopback);
+  for (const int error : kFaultsOfPath) {
+    for (const StreamMaker& make :
+         {refused(error), faulty({.breakAt = kMib, .breakError = error}), refused(EPERM),
+          faulty({.breakAt = kMib, .breakError = EPERM})}) {
+      RecordingJournal journal;
+      verifyStreams(make, stream(4 * kMib, 3), loopback, journal);
+      EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::PathFiltered))) << error;
+    }
+  }
+  RecordingJournal stalled;
+  verifyStreams(faulty({.stallAt = kMib}), stream(4 * kMib, 3), loopback, stalled);
+  EXPECT_THAT(stalled.complaints(), ElementsAre(codeOf(NetworkEvent::PathFiltered)));
+  EXPECT_EQ(stalled.count(NetworkEvent::StreamVerified), 0);
+}
+
+TEST(NetworkStream, of_an_interface_that_has_gone_has_no_verdict) {
+  const Path gone(kLo, Path::Medium::Wire, noDevice);
+  for (const StreamMaker& make : {refused(ENETUNREACH), faulty({.breakAt = kMib}),
+                                  faulty({.stallAt = kMib}), refused(EADDRNOTAVAIL)}) {
+    RecordingJournal journal;
+    try {
+      verifyStreams(make, stream(), gone, journal);
+      ADD_FAILURE() << "the interface was not missed";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), ENODEV);
+    }
+    EXPECT_THAT(journal.complaints(), IsEmpty());
+  }
+}
+
+TEST(NetworkStream, that_waits_for_its_connection_ends_when_stopped) {
+  RecordingJournal journal;
+  const StreamFigures figures = verifyStreams(
+      [](unsigned int) { return std::unique_ptr<StreamLink>(); }, stream(), kLo, journal);
+  EXPECT_FALSE(figures.isWhole);
+  EXPECT_THAT(journal.events(), IsEmpty());
 }
 
 TEST(NetworkStream, that_is_slower_than_asked_is_a_warning) {
@@ -262,6 +333,127 @@ TEST(NetworkDatagrams, that_the_kernel_refuses_are_no_fault_of_the_interface) {
     EXPECT_THROW(runFaulty({.refuse = {{7, error}}}, journal), std::system_error) << error;
     EXPECT_THAT(journal.complaints(), IsEmpty());
   }
+}
+
+TEST(NetworkDatagrams, that_all_vanish_are_lost_and_end_the_run_soon) {
+  FaultyDatagrams link({.loseFrom = 0});
+  RecordingJournal journal;
+  verifyDatagrams(link, datagrams(200'000), kLo, journal);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "0"));
+  EXPECT_EQ(link.sent(), 96U) << "three windows of 32";
+  EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 0);
+}
+
+TEST(NetworkDatagrams, that_vanish_from_some_point_on_end_the_run_soon) {
+  FaultyDatagrams link({.loseFrom = 100});
+  RecordingJournal journal;
+  EXPECT_EQ(verifyDatagrams(link, datagrams(200'000), kLo, journal).arrived, 100U);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "100"));
+}
+
+TEST(NetworkDatagrams, of_which_hundreds_are_lost_end_the_run_soon) {
+  FaultyDatagrams link({.loseOfTen = 6});
+  RecordingJournal journal;
+  verifyDatagrams(link, datagrams(200'000), kLo, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
+  EXPECT_LT(link.sent(), 600U);
+  EXPECT_GE(std::stoul(journal.parametersOf(NetworkEvent::DatagramsLost).at(1)), 256U);
+}
+
+TEST(NetworkDatagrams, that_found_no_room_in_the_receiver_are_not_lost) {
+  RecordingJournal journal;
+  runFaulty({.lose = {17, 300}, .overruns = 2}, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::ReceiverOverran), ElementsAre("lo", "2"));
+
+  RecordingJournal more;
+  runFaulty({.lose = {17, 300, 301}, .overruns = 2}, more);
+  EXPECT_THAT(more.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "1", "17"));
+}
+
+TEST(NetworkDatagrams, over_loopback_of_which_none_arrives_are_filtered) {
+  const Path loopback(kLo, Path::Medium::Loopback);
+  for (const FaultyDatagrams::Faults& faults :
+       {FaultyDatagrams::Faults{.loseFrom = 0}, FaultyDatagrams::Faults{.refuse = {{0, EPERM}}},
+        FaultyDatagrams::Faults{.refuse = {{3, ECONNREFUSED}}, .loseFrom = 0}}) {
+    FaultyDatagrams link(faults);
+    RecordingJournal journal;
+    verifyDatagrams(link, datagrams(), loopback, journal);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::PathFiltered)));
+  }
+}
+
+TEST(NetworkDatagrams, over_loopback_of_which_some_are_lost_are_an_error) {
+  FaultyDatagrams link({.lose = {17}});
+  RecordingJournal journal;
+  verifyDatagrams(link, datagrams(), Path(kLo, Path::Medium::Loopback), journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
+}
+
+TEST(NetworkDatagrams, of_an_interface_that_has_gone_have_no_verdict) {
+  FaultyDatagrams link({.loseFrom = 10});
+  RecordingJournal journal;
+  const Path gone(kLo, Path::Medium::Wire, noDevice);
+  EXPECT_THROW(verifyDatagrams(link, datagrams(), gone, journal), std::system_error);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST(NetworkDatagrams, that_come_many_times_are_counted_once) {
+  RecordingJournal journal;
+  runFaulty({.repeat = {5, 9}, .copies = 300}, journal);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated), ElementsAre("lo", "2", "5"));
+}
+
+TEST(NetworkDatagrams, whose_headers_were_damaged_are_not_lost_too) {
+  RecordingJournal journal;
+  runFaulty({.flip = {{33, 2}, {40, 2}}}, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramCorrupted),
+                                                codeOf(NetworkEvent::DatagramCorrupted)));
+}
+
+TEST(NetworkDatagrams, too_many_to_be_named_are_counted_all_the_same) {
+  FaultyDatagrams::Faults faults;
+  for (std::uint64_t number = 10; number < 50; ++number) {
+    faults.flip[number] = 20;
+  }
+  RecordingJournal journal;
+  runFaulty(faults, journal);
+  EXPECT_EQ(journal.count(NetworkEvent::DatagramCorrupted), 16);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsCorrupted),
+              ElementsAre("lo", "40", "10"));
+}
+
+TEST(NetworkDatagrams, never_overrun_the_buffer_of_the_real_receiver) {
+  const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
+  constexpr std::size_t kLength = 4096;
+  const std::uint64_t capacity = std::min<std::uint64_t>(link->capacity(kLength), 32);
+  EXPECT_GE(capacity, 16U);
+  const std::vector<std::byte> datagram(kLength);
+  for (std::uint64_t number = 0; number < capacity; ++number) {
+    ASSERT_EQ(link->send(datagram), static_cast<std::int64_t>(kLength));
+  }
+  std::vector<std::byte> buffer(kLength);
+  for (std::uint64_t number = 0; number < capacity; ++number) {
+    ASSERT_EQ(link->receive(buffer), static_cast<std::int64_t>(kLength)) << number;
+  }
+  EXPECT_EQ(link->overruns(), 0U);
+}
+
+TEST(NetworkDatagrams, that_overrun_the_real_receiver_are_counted) {
+  const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
+  constexpr std::size_t kLength = 60'000;
+  const std::vector<std::byte> datagram(kLength);
+  constexpr std::uint64_t kSent = 400;
+  for (std::uint64_t number = 0; number < kSent; ++number) {
+    ASSERT_EQ(link->send(datagram), static_cast<std::int64_t>(kLength));
+  }
+  std::vector<std::byte> buffer(kLength);
+  std::uint64_t arrived = 0;
+  while (link->receive(buffer) > 0) {
+    ++arrived;
+  }
+  EXPECT_LT(arrived, kSent);
+  EXPECT_EQ(link->overruns(), kSent - arrived);
 }
 
 TEST(NetworkDatagrams, that_cannot_be_sent_break_the_connection) {
@@ -483,10 +675,10 @@ TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
     const Link before = pair.first();
     const StreamFigures figures = verifyStreams(
         [&](unsigned int) { return connectStream(pair.firstEnd(), pair.secondEnd()); }, stream(),
-        "left", journal);
+        Path("left"), journal);
     EXPECT_EQ(figures.bytes, 4 * kMib);
     const auto link = connectDatagrams(pair.secondEnd(), pair.firstEnd());
-    EXPECT_EQ(verifyDatagrams(*link, datagrams(), "right", journal).arrived, 500U);
+    EXPECT_EQ(verifyDatagrams(*link, datagrams(), Path("right"), journal).arrived, 500U);
     EXPECT_THAT(journal.complaints(), IsEmpty());
     EXPECT_GT(pair.first().packetsSent - before.packetsSent, 4 * kMib / 65536);
   }

@@ -1,0 +1,66 @@
+#include "packages/network/Path.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace TarvexDiags::Network {
+namespace {
+
+bool isFaultOfPath(int error) {
+  constexpr std::array kFaults{EPIPE,       ECONNRESET,   ECONNABORTED, ECONNREFUSED,
+                               ETIMEDOUT,   EHOSTUNREACH, ENETUNREACH,  EHOSTDOWN,
+                               EINPROGRESS, EPROTO,       EIO};
+  return std::find(kFaults.begin(), kFaults.end(), error) != kFaults.end();
+}
+
+/// @brief How a packet filter answers a sender that it forbids to send.
+bool isForbidden(int error) {
+  return error == EPERM || error == EACCES;
+}
+
+}  // namespace
+
+Path::Path(std::string interface, Medium medium, std::function<void()> presence)
+    : m_interface(std::move(interface)), m_medium(medium), m_presence(std::move(presence)) {}
+
+void Path::requirePresence() const {
+  if (m_presence) {
+    m_presence();
+  }
+}
+
+Finding Path::judged(NetworkEvent event, int error) const {
+  requirePresence();
+  if (isLoopback() && (isFaultOfPath(error) || isForbidden(error))) {
+    return filtered(error);
+  }
+  if (!isFaultOfPath(error)) {
+    throw std::system_error(error, std::generic_category(), m_interface);
+  }
+  return {event, {m_interface, std::generic_category().message(error)}};
+}
+
+Finding Path::stalled(const std::string& seconds, const std::string& position) const {
+  requirePresence();
+  if (isLoopback()) {
+    return filtered(ETIMEDOUT);
+  }
+  return {NetworkEvent::Stalled, {m_interface, seconds, position}};
+}
+
+Finding Path::allLost(const std::string& datagrams) const {
+  requirePresence();
+  if (isLoopback()) {
+    return filtered(ETIMEDOUT);
+  }
+  return {NetworkEvent::DatagramsLost, {m_interface, datagrams, "0"}};
+}
+
+Finding Path::filtered(int error) const {
+  return {NetworkEvent::PathFiltered, {m_interface, std::generic_category().message(error)}};
+}
+
+}  // namespace TarvexDiags::Network

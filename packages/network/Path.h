@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "packages/network/NetworkEvents.h"
+
+namespace TarvexDiags::Network {
+
+/// @brief An event that is to be reported, with its parameters.
+struct Finding {
+  NetworkEvent event;
+  std::vector<std::string> parameters;
+};
+
+/// @brief The way that a test's own data takes: by which interface it goes, and what it says about
+/// the hardware when nothing gets through. Thread-safe as far as the given function is.
+class Path {
+ public:
+  enum class Medium {
+    Wire,     ///< what doesn't get through was lost by cable or adapter
+    Loopback  ///< no hardware takes part: a packet filter is in the way
+  };
+
+  /// @param presence throws when the interface has gone (std::system_error with ENODEV) or was
+  ///   switched off meanwhile (NotSupported); it may be asked from any thread of the test
+  Path(std::string interface, Medium medium = Medium::Wire, std::function<void()> presence = {});
+
+  const std::string& interface() const { return m_interface; }
+
+  /// @brief Throws when the interface is no longer there, or not in service.
+  void requirePresence() const;
+
+  /// @brief What it means that a send or a receive ended with this errno. Throws std::system_error
+  /// when that says nothing about the path, as a lack of memory; and as requirePresence.
+  Finding broken(int error) const { return judged(NetworkEvent::ConnectionBroken, error); }
+
+  /// @brief The same for a connection that could not be made.
+  Finding notConnected(int error) const { return judged(NetworkEvent::NotConnected, error); }
+
+  /// @brief What it means that nothing arrived for so long. Throws as requirePresence.
+  Finding stalled(const std::string& seconds, const std::string& position) const;
+
+  /// @brief What it means that no datagram at all has arrived. Throws as requirePresence.
+  Finding allLost(const std::string& datagrams) const;
+
+ private:
+  Finding judged(NetworkEvent event, int error) const;
+  Finding filtered(int error) const;
+  bool isLoopback() const { return m_medium == Medium::Loopback; }
+
+  std::string m_interface;
+  Medium m_medium;
+  std::function<void()> m_presence;
+};
+
+}  // namespace TarvexDiags::Network
