@@ -15,7 +15,9 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <system_error>
+#include <thread>
 
 #include "packages/network/DatagramDiagnostic.h"
 #include "packages/network/InterfaceRecords.h"
@@ -28,6 +30,7 @@
 #include "packages/network/Sockets.h"
 #include "packages/network/StreamDiagnostic.h"
 #include "tests/packages/network/FaultyLinks.h"
+#include "tests/packages/network/TapWire.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -824,6 +827,84 @@ TEST_F(NetworkPair, of_another_namespace_is_left_alone) {
   InterfaceSetter("left").switchOff();
   NetworkNamespace().inside([&] { EXPECT_THAT(records.restore(), IsEmpty()); });
   EXPECT_FALSE(fs::is_empty(folder.path()));
+}
+
+// --- Over a wire with faults
+
+class NetworkWire : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (unshare(CLONE_NEWNET) != 0) {
+      GTEST_SKIP() << "needs CAP_SYS_ADMIN: " << std::strerror(errno);
+    }
+    wire.emplace();
+    pair.emplace("left", "right", InterfaceRecords(folder.path()));
+    ASSERT_TRUE(pair->waitForCarrier(std::chrono::seconds(5)));
+  }
+  void TearDown() override {
+    pair.reset();
+    wire.reset();
+  }
+
+  StreamMaker connecting(ConnectLimits limits = {}) {
+    return [this, limits](unsigned int) {
+      return connectStream(pair->firstEnd(), pair->secondEnd(), limits);
+    };
+  }
+
+  Path path() {
+    return {"left", Path::Medium::Wire, [this] { pair->requirePresence(); }};
+  }
+
+  TemporaryDirectory folder;
+  std::optional<TapWire> wire;
+  std::optional<NamespacePair> pair;
+  RecordingJournal journal;
+};
+
+TEST_F(NetworkWire, that_is_sound_carries_everything) {
+  EXPECT_TRUE(verifyStreams(connecting(), stream(), path(), journal).isWhole);
+  const auto link = connectDatagrams(pair->firstEnd(), pair->secondEnd());
+  verifyDatagrams(*link, datagrams(), path(), journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_GT(wire->dataFrames(), 4 * kMib / 1500);
+  EXPECT_EQ(pair->damagedAtFirst() + pair->damagedAtSecond(), 0U);
+}
+
+TEST_F(NetworkWire, that_is_dead_makes_no_connection) {
+  wire->faults.isDead = true;
+  verifyStreams(connecting({.patience = std::chrono::milliseconds(300)}), stream(), path(),
+                journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::NotConnected)));
+}
+
+TEST_F(NetworkWire, that_is_dead_does_not_keep_a_stop_waiting) {
+  wire->faults.isDead = true;
+  const auto begin = std::chrono::steady_clock::now();
+  verifyStreams(connecting({.stopRequested = [] { return true; }}), stream(), path(), journal);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+  EXPECT_THAT(journal.events(), IsEmpty());
+}
+
+TEST_F(NetworkWire, that_damages_frames_is_told_by_their_checksums) {
+  wire->faults.damageEach = 300;
+  verifyStreams(connecting(), stream(), path(), journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty()) << "the stream repairs itself";
+  EXPECT_GT(wire->spoiltFrames(), 0U);
+  EXPECT_EQ(pair->damagedAtFirst() + pair->damagedAtSecond(), wire->spoiltFrames());
+}
+
+TEST_F(NetworkWire, that_loses_its_interface_is_missed) {
+  wire->faults.deadFrom = 1000;
+  std::thread puller([&] {
+    EXPECT_TRUE(eventually([&] { return wire->dataFrames() >= 1000; }));
+    wire->unplugRight();
+  });
+  StreamOptions options = stream();
+  options.stall = std::chrono::seconds(30);
+  EXPECT_THROW(verifyStreams(connecting(), options, path(), journal), std::system_error);
+  puller.join();
+  EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 }  // namespace
