@@ -95,6 +95,34 @@ DiagnosticEvent::EventType typeOf(unsigned int code) {
   return row != nullptr ? row->type : DiagnosticEvent::ERROR_EVENT;
 }
 
+// What was stopped has no verdict of its own, unless it had found a fault by then.
+Contract::Ending endingOf(const TestReport& report, bool isAborted) {
+  if (report.ending == TestEnding::Failed) {
+    return Contract::Ending::Failed;
+  }
+  if (report.isTimedOut) {
+    return Contract::Ending::Broken;
+  }
+  if (isAborted) {
+    return Contract::Ending::Aborted;
+  }
+  switch (report.ending) {
+    case TestEnding::Passed:
+      return Contract::Ending::Passed;
+    case TestEnding::Unusual:
+      return Contract::Ending::Unusual;
+    case TestEnding::Failed:
+      return Contract::Ending::Failed;
+    case TestEnding::NotSupported:
+      return Contract::Ending::NotPossible;
+    case TestEnding::Stopped:
+      return Contract::Ending::Aborted;
+    case TestEnding::Trouble:
+      break;
+  }
+  return report.code == DEVICE_VANISHED ? Contract::Ending::Vanished : Contract::Ending::Broken;
+}
+
 PassSetup partOf(const PassSetup& setup, std::size_t from, std::size_t to) {
   PassSetup part = setup;
   const auto first = setup.testIds.begin();
@@ -235,6 +263,9 @@ void PassRunner::testProgressed(unsigned int percent) {
 
 void PassRunner::eventRaised(EventType type, unsigned int code,
                              std::vector<std::string> parameters) {
+  if (type == DiagnosticEvent::ERROR_EVENT && !Contract::isKitCode(code)) {
+    m_errorRaised = PassOutcome{DiagnosticResult::FAILED, type, code, parameters};
+  }
   if (*m_eventsLeft == 0) {
     ++m_eventsDropped;
     return;
@@ -245,30 +276,39 @@ void PassRunner::eventRaised(EventType type, unsigned int code,
 }
 
 void PassRunner::testEnded(const TestReport& report) {
-  const bool isStopped = report.isTimedOut || m_control.isAborted();
-  if (report.ending == TestEnding::Failed) {
-    finishTest(raised(
-        {DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code, report.parameters}));
-  } else if (isStopped || report.ending == TestEnding::Stopped) {
-    finishTest(raised(report.isTimedOut ? unusual(TEST_TIMED_OUT, {timeAllowed(), report.lastLines})
-                                        : unusual(TEST_ABORTED, {})));
-  } else if (report.ending == TestEnding::Passed) {
-    finishTest({});
-  } else if (report.ending == TestEnding::Unusual) {
-    finishTest(raised({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT,
-                       report.code, report.parameters}));
-  } else if (report.ending == TestEnding::NotSupported) {
-    finishTest(raised(unusual(TEST_NOT_SUPPORTED, report.parameters)));
-  } else {
-    finishTest(raised(unusual(report.code, with(report.parameters, report.lastLines))));
+  const Contract::Ending ending = endingOf(report, m_control.isAborted());
+  finishTest(ending, told(report, ending), report.lastLines);
+}
+
+PassOutcome PassRunner::told(const TestReport& report, Contract::Ending ending) {
+  switch (ending) {
+    case Contract::Ending::Passed:
+      return {};
+    case Contract::Ending::Failed:
+      return raised(
+          {DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code, report.parameters});
+    case Contract::Ending::Unusual:
+      return raised({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT, report.code,
+                     report.parameters});
+    case Contract::Ending::NotPossible:
+      return raised(unusual(TEST_NOT_SUPPORTED, report.parameters));
+    case Contract::Ending::Aborted:
+      return raised(unusual(TEST_ABORTED, {}));
+    case Contract::Ending::Vanished:
+    case Contract::Ending::Broken:
+      break;
   }
+  return raised(report.isTimedOut
+                    ? unusual(TEST_TIMED_OUT, {timeAllowed(), report.lastLines})
+                    : unusual(report.code, with(report.parameters, report.lastLines)));
 }
 
 // Tells how a session ended beyond what its tests told; false when the pass can't go on.
 bool PassRunner::judgeSession(const SessionEnd& end) {
   if (end.isGivenUp) {
     m_module.markHung(m_setup.device.resourceTag, end.pid);
-    finishTest(raised(unusual(WORKER_UNKILLABLE, {std::to_string(end.pid), end.lastLines})));
+    finishTest(Contract::Ending::Broken,
+               raised(unusual(WORKER_UNKILLABLE, {std::to_string(end.pid), end.lastLines})));
     return false;
   }
   if (!end.isReady) {
@@ -278,7 +318,8 @@ bool PassRunner::judgeSession(const SessionEnd& end) {
     return false;
   }
   if (!isClean(end)) {
-    finishTest(raised(earlyEnd(end)));
+    finishTest(m_control.isAborted() ? Contract::Ending::Aborted : Contract::Ending::Broken,
+               raised(earlyEnd(end)));
   }
   const std::size_t handled = end.testsEnded + (end.current ? 1 : 0);
   m_offset += handled;
@@ -309,7 +350,10 @@ std::string PassRunner::timeAllowed() const {
   return secondsText(m_limits.tests[m_test - m_offset]);
 }
 
-void PassRunner::finishTest(const PassOutcome& outcome) {
+void PassRunner::finishTest(Contract::Ending ending, const PassOutcome& told,
+                            const std::string& lastLines) {
+  const PassOutcome outcome = judged(ending, told, lastLines);
+  m_errorRaised.reset();
   m_outcome.worsen(outcome);
   if (!m_testIsOpen) {
     return;
@@ -319,6 +363,19 @@ void PassRunner::finishTest(const PassOutcome& outcome) {
   tell(TEST_ENDED, {nameOf(outcome.verdict), std::to_string(took)});
   testProgressed(100);
   m_testIsOpen = false;
+}
+
+// A warning event leaves a pass a pass: whoever reads the events judges that.
+PassOutcome PassRunner::judged(Contract::Ending ending, const PassOutcome& told,
+                               const std::string& lastLines) {
+  switch (Contract::judge({.ending = ending, .hasRaisedError = m_errorRaised.has_value()})) {
+    case Contract::Judgement::Failed:
+      return told.verdict == DiagnosticResult::FAILED ? told : *m_errorRaised;
+    case Contract::Judgement::Contradicts:
+      return raised(unusual(TEST_CONTRADICTED_ITSELF, {lastLines}));
+    default:
+      return told;
+  }
 }
 
 void PassRunner::reportDropped() {

@@ -7,6 +7,7 @@
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
+#include "packagekit/contract/Judgement.h"
 #include "packagekit/internal/Module.h"
 #include "packagekit/internal/PassSetup.h"
 #include "packagekit/internal/RunControl.h"
@@ -36,8 +37,9 @@ struct PassOutcome {
 
 /// One pass over a list of tests on one device: a worker runs them one after the other; when it
 /// does not live to see the end, or the next test asks for another nice value, another one runs the
-/// rest. Translates what workers say, and how
-/// they end, into events and verdicts: trouble of the tool is never a fault of the hardware.
+/// rest. Translates what workers say, and how they end, into events and verdicts: trouble of the
+/// tool is no fault of the hardware, and takes nothing back of a fault that a test had found
+/// before.
 class PassRunner : private SessionObserver {
  public:
   PassRunner(Module& module, RunControl& control, PassObserver& observer, bool reportStatus);
@@ -59,9 +61,13 @@ class PassRunner : private SessionObserver {
   std::size_t endOfPart(int nice) const;
   void readConfiguration();
   bool judgeSession(const SessionEnd& end);
+  PassOutcome told(const TestReport& report, Contract::Ending ending);
   PassOutcome earlyEnd(const SessionEnd& end);
   std::string timeAllowed() const;
-  void finishTest(const PassOutcome& outcome);
+  void finishTest(Contract::Ending ending, const PassOutcome& told,
+                  const std::string& lastLines = {});
+  PassOutcome judged(Contract::Ending ending, const PassOutcome& told,
+                     const std::string& lastLines);
   void reportDropped();
   PassOutcome unusual(unsigned int code, std::vector<std::string> details);
   void tell(unsigned int code, std::vector<std::string> details);
@@ -76,6 +82,7 @@ class PassRunner : private SessionObserver {
   std::size_t m_offset = 0;  ///< position in the pass of the session's first test
   std::size_t m_test = 0;    ///< position in the pass of the present test
   bool m_testIsOpen = false;
+  std::optional<PassOutcome> m_errorRaised;  ///< by the present test, last
   std::optional<int> m_namedTest;
   std::string m_testName;
   SessionLimits m_limits;  ///< of the session

@@ -157,8 +157,9 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
     const Ending ending = runTest(entry, context);
     std::fflush(nullptr);
     FrameWriter end(FrameType::TestEnd);
-    const bool isLast = position + 1 == setup.testIds.size() || link.stopRequested() ||
-                        (setup.haltOnError && ending.kind != TestEnding::Passed);
+    const bool isLast =
+        position + 1 == setup.testIds.size() || link.stopRequested() ||
+        (setup.haltOnError && (ending.kind != TestEnding::Passed || context.hasRaisedError()));
     const auto tell = isLast ? &WorkerLink::hold : &WorkerLink::send;
     (link.*tell)(end.number(position)
                      .number(static_cast<std::uint64_t>(ending.kind))

@@ -19,6 +19,9 @@ void WorkerContext::sendEvent(EventType type, unsigned int code,
   if (Contract::isKitCode(code) && code != TEST_MEASUREMENT) {
     throw std::invalid_argument("event code " + std::to_string(code) + " is reserved");
   }
+  if (type == Diag::DiagnosticEvent::ERROR_EVENT) {
+    m_hasRaisedError = true;
+  }
   FrameWriter frame(FrameType::Event);
   m_link.send(frame.number(type).number(code).texts(eventParameters));
 }

@@ -19,6 +19,8 @@ class WorkerContext : public TestContext {
   bool stopRequested() const noexcept override { return m_link.stopRequested(); }
   bool sleepFor(std::chrono::nanoseconds duration) override { return m_link.sleepFor(duration); }
 
+  bool hasRaisedError() const { return m_hasRaisedError; }
+
  protected:
   void sendProgress(unsigned int percent) override;
   void sendEvent(EventType type, unsigned int code,
@@ -29,6 +31,7 @@ class WorkerContext : public TestContext {
   WorkerLink& m_link;
   const std::string m_logFile;
   std::atomic<unsigned int> m_progress{0};
+  std::atomic<bool> m_hasRaisedError{false};
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -176,6 +176,61 @@ Verdict isImpossible(TestContext&) {
   return notSupported("there is nothing to test");
 }
 
+// What is told at once stays told: each of these finds its fault first.
+void findFault(TestContext& context) {
+  context.error(FAULT_FOUND, {context.device().name, "bit 3"});
+}
+
+Verdict findsFaultAndCrashes(TestContext& context) {
+  findFault(context);
+  return segfaults(context);
+}
+
+Verdict findsFaultAndExits(TestContext& context) {
+  findFault(context);
+  return exitsEarly(context);
+}
+
+Verdict findsFaultAndIsKilled(TestContext& context) {
+  findFault(context);
+  raise(SIGKILL);
+  return passed();
+}
+
+Verdict findsFaultAndHangs(TestContext& context) {
+  findFault(context);
+  return hangs(context);
+}
+
+Verdict findsFaultAndThrows(TestContext& context) {
+  findFault(context);
+  return throws(context);
+}
+
+Verdict findsFaultAndSendsGarbage(TestContext& context) {
+  findFault(context);
+  return sendsGarbage(context);
+}
+
+Verdict findsFaultAndHasNoVerdict(TestContext& context) {
+  findFault(context);
+  return notSupported("the device is not what it was");
+}
+
+Verdict contradictsItself(TestContext& context) {
+  findFault(context);
+  return passed();
+}
+
+Verdict passesWithWarning(TestContext& context) {
+  context.warning(MARGIN_SMALL, {"0.1"});
+  return passed();
+}
+
+Verdict losesCore(TestContext&) {
+  throw TakenAway("the core was taken away");
+}
+
 // A test as it ought to be: asks often whether it shall stop.
 Verdict takesTime(TestContext& context) {
   using std::chrono::milliseconds;
@@ -187,6 +242,11 @@ Verdict takesTime(TestContext& context) {
     }
   }
   return passed();
+}
+
+Verdict findsFaultAndTakesTime(TestContext& context) {
+  findFault(context);
+  return takesTime(context);
 }
 
 // Does not ask, and ends at once when it gets SIGTERM.
@@ -315,6 +375,17 @@ void define(Package& package) {
   package.test(26, claimsOthersEnd);
   package.test(27, usesReservedCode);
   // 28 stands in the configuration file alone.
+  package.test(29, findsFaultAndCrashes);
+  package.test(30, findsFaultAndExits);
+  package.test(31, findsFaultAndIsKilled);
+  package.test(32, findsFaultAndHangs);
+  package.test(33, findsFaultAndThrows);
+  package.test(34, findsFaultAndSendsGarbage);
+  package.test(35, findsFaultAndHasNoVerdict);
+  package.test(36, findsFaultAndTakesTime);
+  package.test(37, contradictsItself);
+  package.test(38, passesWithWarning);
+  package.test(39, losesCore);
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.

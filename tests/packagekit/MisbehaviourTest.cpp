@@ -15,6 +15,7 @@
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/PackageTexts.h"
+#include "packagekit/contract/KitCodes.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Sanitized.h"
 
@@ -27,6 +28,7 @@ using Testing::PackageDriver;
 namespace {
 
 constexpr int kBehaves = 1;
+constexpr unsigned int kFaultFound = 2;
 
 class Misbehaviour : public ::testing::Test {
  protected:
@@ -61,9 +63,22 @@ class Misbehaviour : public ::testing::Test {
     return values;
   }
 
-  // Trouble of the tool: an error event that names test and device, and never a failed device.
+  // Trouble of the tool: an error event that names test and device, and no failed device.
   void expectTrouble(const PackageDriver::Run& run, unsigned int code, const std::string& testId) {
     EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
+    expectTold(run, code, testId);
+  }
+
+  // A fault that was found before the trouble stands.
+  void expectFaultBeside(const PackageDriver::Run& run, unsigned int code,
+                         const std::string& testId) {
+    EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+    EXPECT_EQ(endingsOf(run).front(), "FAILED");
+    EXPECT_EQ(run.parametersOf(kFaultFound).back(), "bit 3");
+    expectTold(run, code, testId);
+  }
+
+  void expectTold(const PackageDriver::Run& run, unsigned int code, const std::string& testId) {
     ASSERT_TRUE(run.has(code));
     const auto& parameters = run.parametersOf(code);
     EXPECT_EQ(parameters[0], testId);
@@ -71,7 +86,7 @@ class Misbehaviour : public ::testing::Test {
     EXPECT_EQ(parameters[2], "selftest/unit0");
     for (const auto& event : run.events) {
       if (event.code == code) {
-        EXPECT_EQ(event.type, Diag::DiagnosticEvent::ERROR_EVENT);
+        EXPECT_EQ(event.type, Contract::findKitCode(code)->type);
       }
     }
   }
@@ -79,16 +94,18 @@ class Misbehaviour : public ::testing::Test {
   PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
 };
 
-bool tookEvents(Diag::IDiagnostics& diagnostics) {
+// Whether an event of that code was among those that were waiting.
+bool tookEvent(Diag::IDiagnostics& diagnostics, unsigned int code) {
   const std::unique_ptr<std::vector<Diag::DiagnosticEvent*>> events(
       diagnostics.getDiagnosticEvents());
-  if (!events) {
-    return false;
+  bool isTaken = false;
+  if (events) {
+    for (auto* const event : *events) {
+      isTaken = isTaken || event->getEventCode() == code;
+      delete event;
+    }
   }
-  for (auto* const event : *events) {
-    delete event;
-  }
-  return true;
+  return isTaken;
 }
 
 // The suite itself may run at a nice value.
@@ -162,7 +179,7 @@ TEST_F(Misbehaviour, an_abort_ends_a_test_that_does_not_listen) {
   settings.setTestNumberVector({6});
   std::thread pass([&] { diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
   while (diagnostics->getDiagnosticStatus().getStatus() != Diag::DiagnosticStatus::EXECUTING ||
-         !tookEvents(*diagnostics)) {
+         !tookEvent(*diagnostics, TEST_STARTED)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   const auto start = std::chrono::steady_clock::now();
@@ -261,6 +278,79 @@ TEST_F(Misbehaviour, a_test_that_is_not_supported_says_why) {
   const auto run = m_driver.run("unit0", {20});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
   EXPECT_EQ(run.parametersOf(TEST_NOT_SUPPORTED)[3], "there is nothing to test");
+}
+
+TEST_F(Misbehaviour, a_fault_stays_told_whatever_ends_the_test_then) {
+  const std::vector<std::pair<int, unsigned int>> endings = {
+      {29, WORKER_CRASHED},    {30, WORKER_EXITED}, {31, WORKER_KILLED},
+      {32, TEST_TIMED_OUT},    {33, TEST_THREW},    {34, WORKER_BROKE_PROTOCOL},
+      {35, TEST_NOT_SUPPORTED}};
+  for (const auto& [testId, code] : endings) {
+    expectFaultBeside(runBefore(testId), code, std::to_string(testId));
+  }
+}
+
+TEST_F(Misbehaviour, a_test_that_listens_keeps_its_fault_when_its_time_is_over) {
+  m_driver.set("TestID36", "TestTimeout", "0.2");
+  expectFaultBeside(runBefore(36), TEST_TIMED_OUT, "36");
+}
+
+TEST_F(Misbehaviour, a_fault_that_was_dropped_is_one_all_the_same) {
+  m_driver.set("Package", "MaxEvents", "0");
+  const auto run = m_driver.run("unit0", {29});
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_FALSE(run.has(kFaultFound));
+}
+
+TEST_F(Misbehaviour, the_result_of_a_fault_behind_which_the_test_crashed_is_the_fault) {
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({29});
+  const auto* const result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings);
+  EXPECT_EQ(result->getTestResult(), DiagnosticResult::FAILED);
+  EXPECT_EQ(result->getEventType(), Diag::DiagnosticEvent::ERROR_EVENT);
+  EXPECT_EQ(result->getEventCode(), kFaultFound);
+  EXPECT_THAT(result->getParamVector(), ::testing::ElementsAre("Unit 0", "bit 3"));
+}
+
+TEST_F(Misbehaviour, an_abort_takes_no_fault_back) {
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({36});
+  const Diag::DiagnosticResult* result = nullptr;
+  std::thread pass(
+      [&] { result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  while (!tookEvent(*diagnostics, kFaultFound)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  diagnostics->abortDiagnostic();
+  pass.join();
+  EXPECT_EQ(result->getTestResult(), DiagnosticResult::FAILED);
+  EXPECT_EQ(result->getEventCode(), kFaultFound);
+}
+
+TEST_F(Misbehaviour, a_test_that_contradicts_itself_has_no_verdict) {
+  expectTrouble(runBefore(37), TEST_CONTRADICTED_ITSELF, "37");
+}
+
+TEST_F(Misbehaviour, a_contradiction_ends_a_pass_that_halts_on_errors) {
+  const auto run = m_driver.run("unit0", {37, kBehaves}, {.haltOnError = true});
+  EXPECT_THAT(endingsOf(run), ::testing::ElementsAre("UNUSUAL_STATUS"));
+}
+
+TEST_F(Misbehaviour, a_fault_is_held_against_its_own_test_alone) {
+  const auto run = m_driver.run("unit0", {29, 2, kBehaves});
+  EXPECT_THAT(endingsOf(run), ::testing::ElementsAre("FAILED", "UNUSUAL_STATUS", "PASSED"));
+}
+
+TEST_F(Misbehaviour, a_warning_leaves_the_result_a_pass) {
+  EXPECT_EQ(runBefore(38).verdict, DiagnosticResult::PASSED);
+}
+
+TEST_F(Misbehaviour, a_core_that_was_taken_away_leaves_no_verdict) {
+  const auto run = runBefore(39);
+  expectTrouble(run, TAKEN_AWAY, "39");
+  EXPECT_EQ(run.parametersOf(TAKEN_AWAY)[3], "the core was taken away");
 }
 
 TEST_F(Misbehaviour, a_child_left_behind_dies_with_its_test) {
