@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <sstream>
 #include <system_error>
 
 #include "packagekit/KitEvents.h"
@@ -70,6 +71,13 @@ bool isClean(const SessionEnd& end) {
 std::vector<std::string> with(std::vector<std::string> details, const std::string& lastLines) {
   details.push_back(lastLines);
   return details;
+}
+
+// "?" when the kernel did not tell it.
+std::string addressText(std::uint64_t address) {
+  std::ostringstream text;
+  text << "0x" << std::hex << address;
+  return address == 0 ? "?" : text.str();
 }
 
 std::string secondsText(double seconds) {
@@ -328,6 +336,10 @@ bool PassRunner::judgeSession(const SessionEnd& end) {
 }
 
 PassOutcome PassRunner::earlyEnd(const SessionEnd& end) {
+  if (end.poison) {
+    return unusual(MEMORY_POISONED, {addressText(end.poison->virtualAddress),
+                                     addressText(end.poison->physicalAddress), end.lastLines});
+  }
   if (!end.protocolError.empty()) {
     return unusual(WORKER_BROKE_PROTOCOL, {end.protocolError, end.lastLines});
   }

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -62,15 +63,29 @@ std::pair<UniqueDescriptor, UniqueDescriptor> makePipe() {
   return {std::move(ours), std::move(theirs)};
 }
 
+UniqueDescriptor makePoisonRecord() {
+  const int file = memfd_create("poison", MFD_CLOEXEC);
+  if (file < 0) {
+    fail(errno, "memfd_create");
+  }
+  UniqueDescriptor page = moveUp(file);
+  if (ftruncate(page.get(), sizeof(PoisonRecord)) != 0) {
+    fail(errno, "ftruncate");
+  }
+  return page;
+}
+
 class SpawnActions {
  public:
-  SpawnActions(int socket, int output) {
+  SpawnActions(int socket, int output, int poison) {
     check(posix_spawn_file_actions_init(&m_actions), "posix_spawn_file_actions_init");
     check(posix_spawn_file_actions_addopen(&m_actions, 0, "/dev/null", O_RDONLY, 0), "addopen");
     check(posix_spawn_file_actions_adddup2(&m_actions, output, 1), "adddup2");
     check(posix_spawn_file_actions_adddup2(&m_actions, output, 2), "adddup2");
     check(posix_spawn_file_actions_adddup2(&m_actions, socket, kWorkerSocket), "adddup2");
-    check(posix_spawn_file_actions_addclosefrom_np(&m_actions, kWorkerSocket + 1), "addclosefrom");
+    check(posix_spawn_file_actions_adddup2(&m_actions, poison, kPoisonDescriptor), "adddup2");
+    check(posix_spawn_file_actions_addclosefrom_np(&m_actions, kPoisonDescriptor + 1),
+          "addclosefrom");
   }
   SpawnActions(const SpawnActions&) = delete;
   SpawnActions& operator=(const SpawnActions&) = delete;
@@ -119,7 +134,8 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
                              int nice) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
-  const SpawnActions actions(theirSocket.get(), theirOutput.get());
+  m_poison = makePoisonRecord();
+  const SpawnActions actions(theirSocket.get(), theirOutput.get(), m_poison.get());
   const SpawnAttributes attributes;
   std::string name = executable;
   std::string package = packageFile;
@@ -183,6 +199,12 @@ ProcessEnd WorkerProcess::reap() {
   }
   return WIFSIGNALED(status) ? ProcessEnd{ProcessEnd::Kind::Signalled, WTERMSIG(status)}
                              : ProcessEnd{ProcessEnd::Kind::Exited, WEXITSTATUS(status)};
+}
+
+std::optional<PoisonRecord> WorkerProcess::poison() const {
+  PoisonRecord record;
+  const bool isRead = pread(m_poison.get(), &record, sizeof record, 0) == sizeof record;
+  return isRead && record.isWhole() ? std::optional(record) : std::nullopt;
 }
 
 bool reapIfEnded(pid_t pid) {

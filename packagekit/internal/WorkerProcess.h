@@ -2,9 +2,11 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packagekit/internal/PoisonRecord.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -15,11 +17,11 @@ struct ProcessEnd {
   int number = 0;  ///< exit status or signal
 };
 
-/// One worker process: the leader of a process group of its own, with a socket to talk to it and a
-/// pipe on which its standard output and error come. Nothing of the host but its environment and
-/// working directory gets into it: no descriptor, no signal handler, no mask. It stays in the
-/// host's session, and so in its scheduling group, as the nice value counts only against what is
-/// there.
+/// One worker process: the leader of a process group of its own, with a socket to talk to it, a
+/// pipe on which its standard output and error come, and a page for what it can't tell in any other
+/// way. Nothing of the host but its environment and working directory gets into it: no descriptor,
+/// no signal handler, no mask. It stays in the host's session, and so in its scheduling group, as
+/// the nice value counts only against what is there.
 class WorkerProcess {
  public:
   /// Starts `executable` with the package's path; it makes itself `nice`, or as nice as the calling
@@ -50,6 +52,10 @@ class WorkerProcess {
   /// Takes the status of a process that has ended.
   ProcessEnd reap();
 
+  /// The poisoned memory that the process has met; nothing when it met none, or took care of it
+  /// itself.
+  std::optional<PoisonRecord> poison() const;
+
   /// Leaves the process to itself: it can't be ended.
   void giveUp() { m_pid = -1; }
 
@@ -63,6 +69,7 @@ class WorkerProcess {
   UniqueDescriptor m_socket;
   UniqueDescriptor m_output;
   UniqueDescriptor m_pidDescriptor;
+  UniqueDescriptor m_poison;  ///< of the page with the record
 };
 
 /// Takes the status of a given-up process that has ended meanwhile. @return false while it lives

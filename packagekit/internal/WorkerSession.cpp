@@ -54,6 +54,7 @@ SessionEnd WorkerSession::run(WorkerProcess& process) {
     process.giveUp();
   } else {
     m_end.process = process.reap();
+    m_end.poison = process.poison();
   }
   m_process = nullptr;
   return std::move(m_end);

@@ -59,6 +59,7 @@ struct SessionEnd {
   ProcessEnd process = {};
   pid_t pid = -1;
   std::string lastLines = {};
+  std::optional<PoisonRecord> poison = {};  ///< the poisoned memory that ended it
 };
 
 /// The life of one worker, seen from the host: gives it its work, relays what it says, and ends it

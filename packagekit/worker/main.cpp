@@ -1,7 +1,7 @@
 // The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
 // Usage: tarvex-package-worker <package> <process id of the host> <nice>, started by the kit alone:
-// the socket to the host is descriptor 3.
+// the socket to the host is descriptor 3, a page that both share descriptor 4.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -11,6 +11,8 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
+
+#include "packagekit/worker/PoisonWatch.h"
 
 static const int kSocket = 3;
 static const int kUnusable = 126;
@@ -53,6 +55,7 @@ int main(int count, char** arguments) {
   // What was printed before a crash is told, so it may not wait in a buffer.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   fcntl(kSocket, F_SETFD, FD_CLOEXEC);
+  TarvexDiags::PackageKit::watchForPoison();
 
   void* const package = dlopen(arguments[1], RTLD_LAZY);
   if (package == nullptr) {

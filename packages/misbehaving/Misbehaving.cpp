@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include <fstream>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -231,6 +233,47 @@ Verdict losesCore(TestContext&) {
   throw TakenAway("the core was taken away");
 }
 
+volatile sig_atomic_t poisonMet = 0;
+
+// As the kernel sends it for a page with an uncorrectable error.
+void sendPoison(void* address) {
+  siginfo_t info{};
+  info.si_signo = SIGBUS;
+  info.si_code = BUS_MCEERR_AR;
+  info.si_addr = address;
+  syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), SIGBUS, &info);
+}
+
+Verdict meetsPoison(TestContext& context) {
+  alignas(4096) static char page[4096];
+  page[0] = 1;
+  if (context.settingFlag("FindsFault", false)) {
+    findFault(context);
+  }
+  if (context.settingFlag("Handles", false)) {
+    signal(SIGBUS, [](int /*signal*/) { poisonMet = 1; });
+  }
+  std::ostringstream address;
+  address << static_cast<void*>(&page);
+  context.measurement("address", address.str());
+  if (context.settingFlag("InMidst", false)) {
+    FrameWriter frame(FrameType::Event);
+    ::send(kSocketToHost, frame.bytes().data(), frame.bytes().size() / 2, 0);
+  }
+  sendPoison(page);
+  return poisonMet != 0 ? failed(FAULT_FOUND, {context.device().name, "poison"}) : passed();
+}
+
+// No poison: there is nothing behind the end of a file.
+Verdict readsBehindEnd(TestContext&) {
+  signal(SIGBUS, SIG_DFL);
+  const int file = memfd_create("short", MFD_CLOEXEC);
+  auto* const page =
+      static_cast<volatile char*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+  page[0] = 1;
+  return passed();
+}
+
 // A test as it ought to be: asks often whether it shall stop.
 Verdict takesTime(TestContext& context) {
   using std::chrono::milliseconds;
@@ -386,6 +429,8 @@ void define(Package& package) {
   package.test(37, contradictsItself);
   package.test(38, passesWithWarning);
   package.test(39, losesCore);
+  package.test(40, meetsPoison);
+  package.test(41, readsBehindEnd);
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.

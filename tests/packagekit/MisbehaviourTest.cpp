@@ -108,6 +108,18 @@ bool tookEvent(Diag::IDiagnostics& diagnostics, unsigned int code) {
   return isTaken;
 }
 
+// Whether the kernel tells this process where its pages lie.
+bool maySeeFrames() {
+  static const char page = 1;
+  const auto position = reinterpret_cast<std::uintptr_t>(&page) /
+                        static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE)) * sizeof(std::uint64_t);
+  std::uint64_t entry = 0;
+  std::ifstream map("/proc/self/pagemap", std::ios::binary);
+  map.seekg(static_cast<std::streamoff>(position));
+  map.read(reinterpret_cast<char*>(&entry), sizeof entry);
+  return (entry & ((1ULL << 55U) - 1)) != 0;
+}
+
 // The suite itself may run at a nice value.
 std::string atLeastOurs(int nice) {
   return std::to_string(std::max(nice, getpriority(PRIO_PROCESS, 0)));
@@ -351,6 +363,39 @@ TEST_F(Misbehaviour, a_core_that_was_taken_away_leaves_no_verdict) {
   const auto run = runBefore(39);
   expectTrouble(run, TAKEN_AWAY, "39");
   EXPECT_EQ(run.parametersOf(TAKEN_AWAY)[3], "the core was taken away");
+}
+
+TEST_F(Misbehaviour, poisoned_memory_is_told_with_its_address) {
+  const auto run = runBefore(40);
+  expectTrouble(run, MEMORY_POISONED, "40");
+  EXPECT_FALSE(run.has(WORKER_CRASHED));
+  EXPECT_EQ(run.parametersOf(MEMORY_POISONED)[3], run.measurement("address"));
+  const std::string physical = run.parametersOf(MEMORY_POISONED)[4];
+  EXPECT_THAT(physical, ::testing::AnyOf("?", ::testing::MatchesRegex("0x[0-9a-f]+000")));
+  EXPECT_TRUE(physical != "?" || !maySeeFrames());
+}
+
+TEST_F(Misbehaviour, poison_is_told_while_a_message_is_half_sent) {
+  m_driver.set("TestID40", "InMidst", "TRUE");
+  expectTrouble(runBefore(40), MEMORY_POISONED, "40");
+}
+
+TEST_F(Misbehaviour, a_fault_behind_which_poison_ended_the_test_stays_one) {
+  m_driver.set("TestID40", "FindsFault", "TRUE");
+  expectFaultBeside(runBefore(40), MEMORY_POISONED, "40");
+}
+
+TEST_F(Misbehaviour, a_test_that_takes_care_of_poison_itself_is_left_to_it) {
+  m_driver.set("TestID40", "Handles", "TRUE");
+  const auto run = runBefore(40);
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_FALSE(run.has(MEMORY_POISONED));
+}
+
+TEST_F(Misbehaviour, a_bus_error_that_is_no_poison_is_a_crash) {
+  const auto run = runBefore(41);
+  expectTrouble(run, WORKER_CRASHED, "41");
+  EXPECT_EQ(run.parametersOf(WORKER_CRASHED)[3], "SIGBUS");
 }
 
 TEST_F(Misbehaviour, a_child_left_behind_dies_with_its_test) {
