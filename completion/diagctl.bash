@@ -6,13 +6,13 @@ _diagctl_options() {
       echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
         "--profile --passes --quick --time --total-time --stress --halt-on-error --serial" \
         "--parallel --mode --expect-devices --dry-run --seed --format -o --output -q --quiet" \
-        "--strict --exit-style"
+        "--strict --fail-on-skip --vanished --exit-style"
       ;;
     estimate)
       echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
         "--profile --passes --quick"
       ;;
-    report) echo "--format -o --output --strict --exit-style" ;;
+    report) echo "--format -o --output --strict --fail-on-skip --vanished --exit-style" ;;
     selftest) echo "--packages" ;;
     "") echo "--version" ;;
   esac
@@ -25,6 +25,7 @@ _diagctl_values() {
     --mode) echo "customer factory bringup" ;;
     --format) echo "text jsonl junit tap" ;;
     --exit-style) echo "plain nagios npd" ;;
+    --vanished) echo "trouble failure" ;;
     --lang) echo "en de fr es zh ja" ;;
   esac
 }

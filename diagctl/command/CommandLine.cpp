@@ -73,6 +73,15 @@ void addReporting(CLI::App& command, ReportingOptions& options) {
                   tr("FORMAT=FILE; may be repeated; - is standard output"))
       ->check([](const std::string& specification) { return findFault({specification}); });
   command.add_flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
+  command.add_flag("--fail-on-skip", options.failsOnSkip,
+                   tr("What is not possible here counts as no verdict"));
+  command
+      .add_option("--vanished", options.vanished,
+                  tr("What a device that vanishes during its test is: trouble or failure"))
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, VanishedAs>{{"trouble", VanishedAs::Trouble},
+                                            {"failure", VanishedAs::Failure}},
+          CLI::ignore_case));
   command
       .add_option("--exit-style", options.exitStyle,
                   tr("Exit codes for a monitor: plain, nagios or npd"))

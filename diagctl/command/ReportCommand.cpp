@@ -13,6 +13,7 @@
 #include "diagctl/report/Output.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/report/Vanished.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -27,16 +28,19 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   }
   JsonlReader reader(in, options.log);
   Outputs outputs(options.reporting.outputs, formatOf(options.reporting), false);
+  const VanishedJudge judge(vanishedOf(options.reporting));
   std::optional<int> code;
   for (bool isRead = true; isRead;) {
     RunRecord record;
-    isRead = reader.readRun([&](const RunEvent& event) {
+    isRead = reader.readRun([&](const RunEvent& written) {
+      const RunEvent event{written.time, judge.judge(written.body, record)};
       record.handle(event);
       outputs.handle(event);
     });
     if (isRead) {
       summary = summaryOf(record);
-      code = exitCodeOf(record, {.isStrict = options.reporting.isStrict});
+      code = exitCodeOf(record, {.isStrict = options.reporting.isStrict,
+                                 .failsOnSkip = options.reporting.failsOnSkip});
     }
   }
   if (!code) {

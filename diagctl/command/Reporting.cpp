@@ -30,6 +30,11 @@ std::string formatOf(const ReportingOptions& options) {
   return options.exitStyle == ExitStyle::Plain ? kTextFormat : kSummaryFormat;
 }
 
+VanishedAs vanishedOf(const ReportingOptions& options) {
+  const bool isForMonitor = options.exitStyle != ExitStyle::Plain;
+  return options.vanished.value_or(isForMonitor ? VanishedAs::Failure : VanishedAs::Trouble);
+}
+
 int finish(Outputs& outputs, int code) {
   outputs.finish();
   for (const std::string& failure : outputs.failures()) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Output.h"
+#include "diagctl/report/Vanished.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -14,10 +16,15 @@ struct ReportingOptions {
   std::string format;                ///< of standard output; empty: as the exit style has it
   std::vector<std::string> outputs;  ///< FORMAT=FILE
   bool isStrict = false;
+  bool failsOnSkip = false;
+  std::optional<VanishedAs> vanished;  ///< nothing: as the exit style has it
   ExitStyle exitStyle = ExitStyle::Plain;
 };
 
 std::string formatOf(const ReportingOptions& options);
+
+/// A monitor is to hear of a device that vanished.
+VanishedAs vanishedOf(const ReportingOptions& options);
 
 /// Closes the outputs and tells what became of those that were dropped.
 /// @return the code, unless it says that all is well and a report is missing.

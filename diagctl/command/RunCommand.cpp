@@ -177,15 +177,18 @@ RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunP
 }
 
 // Only tells what would run, with the code that a run of it could still come to.
-int tellPlan(const std::vector<SelectedPair>& pairs, bool isWhole) {
+int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& conditions) {
   listPlan(standardOutput(), pairs);
-  const bool isAny = std::any_of(pairs.begin(), pairs.end(), [](const SelectedPair& pair) {
-    return pair.state == PairState::Enabled;
-  });
-  if (!isAny) {
-    return ExitCode::kNothingRan;
+  RunSummary summary;
+  for (const SelectedPair& pair : pairs) {
+    ++(pair.state == PairState::Enabled ? summary.passed : summary.skipped);
   }
-  return isWhole ? ExitCode::kPassed : ExitCode::kNoVerdict;
+  return exitCodeOf(summary, conditions);
+}
+
+RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPackages,
+                           bool isMatched) {
+  return {failedPackages, !isMatched, options.isStrict, options.failsOnSkip};
 }
 
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
@@ -197,9 +200,11 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
   if (options.isDryRun) {
     tellWarnings(standardError(), session.warnings());
-    return tellPlan(pairs, isMatched && session.failedPackages() == 0);
+    return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched));
   }
-  RunPlan plan = makePlan(pairs, options.run);
+  RunOptions runOptions = options.run;
+  runOptions.vanished = vanishedOf(options.reporting);
+  RunPlan plan = makePlan(pairs, runOptions);
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
@@ -207,8 +212,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   Outputs outputs(reporting.outputs, formatOf(reporting), isColoured(STDOUT_FILENO));
   const RunRecord record = runPlan(options, session, plan, outputs);
   summary = summaryOf(record);
-  const int code = finish(outputs, exitCodeOf(record, {.hasUnmatchedPattern = !isMatched,
-                                                       .isStrict = reporting.isStrict}));
+  const int code = finish(outputs, exitCodeOf(record, conditionsOf(reporting, 0, isMatched)));
   return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();
 }
 

@@ -119,7 +119,7 @@ const std::vector<SelfTestExpectation>& selfTestExpectations() {
       {5, Outcome::Trouble, "test-timed-out", marked("an endless loop")},
       {6, Outcome::Trouble, "test-timed-out", marked("an endless loop that ignores the request to end")},
       {7, Outcome::Trouble, "worker-exited", marked("an exit in the middle of a message")},
-      {8, Outcome::Passed, "", marked("a flood of events")},
+      {8, Outcome::Warning, "", marked("a flood of events")},
       {9, Outcome::Trouble, "out-of-memory", marked("a flood of memory")},
       {10, Outcome::Trouble, "protocol-broken", marked("an impossible progress")},
       {11, Outcome::Trouble, "test-threw", marked("something thrown that is no exception")},
@@ -136,6 +136,18 @@ const std::vector<SelfTestExpectation>& selfTestExpectations() {
       {25, Outcome::Trouble, "no-result", marked("a package that lies about its end")},
       {26, Outcome::Trouble, "protocol-broken", marked("the end of another test")},
       {27, Outcome::Trouble, "test-threw", marked("an event that is reserved")},
+      {29, Outcome::Failed, "fault-found", marked("a fault, and a crash behind it")},
+      {30, Outcome::Failed, "fault-found", marked("a fault, and an exit behind it")},
+      {31, Outcome::Failed, "fault-found", marked("a fault, and a kill behind it")},
+      {32, Outcome::Failed, "fault-found", marked("a fault, and an endless loop behind it")},
+      {33, Outcome::Failed, "fault-found", marked("a fault, and an exception behind it")},
+      {34, Outcome::Failed, "fault-found", marked("a fault, and garbage behind it")},
+      {35, Outcome::Failed, "fault-found", marked("a fault, and no verdict behind it")},
+      {37, Outcome::Trouble, "test-contradicted-itself", marked("a test that contradicts itself")},
+      {38, Outcome::Warning, "", marked("a warning of a test that passed")},
+      {39, Outcome::Trouble, "taken-away", marked("a core that was taken away")},
+      {40, Outcome::Trouble, "memory-poisoned", marked("poisoned memory")},
+      {41, Outcome::Trouble, "worker-crashed", marked("a bus error that is no poison")},
   };
   return kExpectations;
 }

@@ -3,6 +3,7 @@
 namespace TarvexDiags::FrontEnd {
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
+  const bool misses = conditions.failsOnSkip && summary.skipped > 0;
   switch (verdictOf(summary, conditions.failedPackages)) {
     case RunVerdict::Failed:
       return ExitCode::kHardwareFailure;
@@ -10,7 +11,7 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
     case RunVerdict::Aborted:
       return ExitCode::kNoVerdict;
     case RunVerdict::NothingRan:
-      return ExitCode::kNothingRan;
+      return misses ? ExitCode::kNoVerdict : ExitCode::kNothingRan;
     case RunVerdict::Warned:
       if (conditions.isStrict) {
         return ExitCode::kNoVerdict;
@@ -19,7 +20,7 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
     case RunVerdict::Passed:
       break;
   }
-  return conditions.hasUnmatchedPattern ? ExitCode::kNoVerdict : ExitCode::kPassed;
+  return conditions.hasUnmatchedPattern || misses ? ExitCode::kNoVerdict : ExitCode::kPassed;
 }
 
 // A run that ended without a result for all, or did not end, has no verdict on what it left out.

@@ -27,6 +27,7 @@ struct RunConditions {
   std::size_t failedPackages = 0;    ///< packages that could not be loaded: no verdict on theirs
   bool hasUnmatchedPattern = false;  ///< something that was asked for does not exist
   bool isStrict = false;             ///< a warning counts as no verdict
+  bool failsOnSkip = false;          ///< so does what was not possible here
 };
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);

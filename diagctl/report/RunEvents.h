@@ -85,7 +85,7 @@ struct StepDiagnosis {
   int pass = 1;
 };
 
-/// Trouble of the tool, never of the hardware.
+/// Trouble of the tool: no fault of the hardware, and no doubt of one that was found before.
 struct StepTrouble {
   std::string stepId;
   std::string symptom;

@@ -6,10 +6,13 @@
 #include <numeric>
 
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Judgement.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
+
+namespace Contract = PackageKit::Contract;
 
 double secondsBetween(std::chrono::system_clock::time_point from,
                       std::chrono::system_clock::time_point to) {
@@ -22,6 +25,22 @@ void addOnce(std::vector<std::string>& texts, const std::string& text) {
   }
 }
 
+/// The weightiest of what was told of the step.
+Contract::Ending endingOf(const StepRecord& step) {
+  if (step.hasFailed()) {
+    return Contract::Ending::Failed;
+  }
+  // A step without an end belongs to a run that was cut short.
+  if (step.troubles > 0 || !step.hasEnded() || step.ended->status == RunStatus::Error) {
+    return Contract::Ending::Broken;
+  }
+  if (step.ended->status == RunStatus::Skip) {
+    return step.isAborted() ? Contract::Ending::Aborted : Contract::Ending::NotPossible;
+  }
+  return step.verdicts.contains(Verdict::Unknown) ? Contract::Ending::Unusual
+                                                  : Contract::Ending::Passed;
+}
+
 /// Writes one event into the record of its step.
 struct IntoStep {
   StepRecord& step;
@@ -30,13 +49,16 @@ struct IntoStep {
     if (message.severity == Severity::Warning || message.severity == Severity::Error) {
       addOnce(step.findings, message.text);
       addOnce(step.actions, message.action);
+      step.warnings += message.severity == Severity::Warning ? 1 : 0;
     } else {
       step.news = message.text;
     }
   }
   void operator()(const StepDiagnosis& diagnosis) const {
     ++step.verdicts[diagnosis.verdict];
-    if (diagnosis.verdict != Verdict::Pass && step.symptom.empty()) {
+    const bool isFirstFailure =
+        diagnosis.verdict == Verdict::Fail && step.verdicts[Verdict::Fail] == 1;
+    if (isFirstFailure || (diagnosis.verdict != Verdict::Pass && step.symptom.empty())) {
       step.symptom = diagnosis.symptom;
     }
     addOnce(step.findings, diagnosis.message);
@@ -79,18 +101,23 @@ int StepRecord::passes() const {
                          [](int sum, const auto& entry) { return sum + entry.second; });
 }
 
+// Errors are judged before they get here: what they came to is a diagnosis or trouble.
 StepRecord::Outcome StepRecord::outcome() const {
-  if (hasFailed()) {
-    return Outcome::Failed;
+  switch (Contract::judge({.ending = endingOf(*this), .hasRaisedWarning = warnings > 0})) {
+    case Contract::Judgement::Passed:
+      return Outcome::Passed;
+    case Contract::Judgement::Warning:
+      return Outcome::Warning;
+    case Contract::Judgement::Failed:
+      return Outcome::Failed;
+    case Contract::Judgement::NotPossible:
+    case Contract::Judgement::Aborted:
+      return Outcome::Skipped;
+    case Contract::Judgement::Trouble:
+    case Contract::Judgement::Contradicts:
+      break;
   }
-  // A step without an end belongs to a run that was cut short.
-  if (troubles > 0 || !hasEnded() || ended->status == RunStatus::Error) {
-    return Outcome::Trouble;
-  }
-  if (ended->status == RunStatus::Skip) {
-    return Outcome::Skipped;
-  }
-  return verdicts.contains(Verdict::Unknown) ? Outcome::Warning : Outcome::Passed;
+  return Outcome::Trouble;
 }
 
 double StepRecord::seconds() const {

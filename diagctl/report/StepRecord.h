@@ -20,16 +20,17 @@ struct StepRecord {
   std::vector<std::string> findings;
   std::vector<std::string> actions;
   std::string news;                 ///< what was told last that is no finding
-  std::string symptom;              ///< of the first failure or trouble
+  std::string symptom;              ///< of the first failure, or else of the first trouble
   std::map<Verdict, int> verdicts;  ///< how many passes were judged so
   std::size_t troubles = 0;         ///< of the tool
+  std::size_t warnings = 0;         ///< that were told
   std::optional<StepEnded> ended;
 
   int passes() const;
   bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
   bool hasEnded() const { return ended.has_value(); }
   bool isAborted() const { return hasEnded() && ended->isAborted; }
-  /// What the step came to; the order of precedence is settled here.
+  /// What the step came to.
   Outcome outcome() const;
   double seconds() const;
 };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Diag/DiagnosticSettings.h"
+#include "diagctl/report/Vanished.h"
 #include "diagctl/session/Selection.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -23,6 +24,7 @@ struct RunOptions {
   bool quick = false;
   bool haltOnError = false;
   std::optional<std::uint64_t> seed;
+  VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
 };
 
 /// One request: a test on a device.

@@ -128,7 +128,8 @@ void Runner::queueAll() {
   for (const PlannedRequest& planned : m_plan.requests) {
     const std::size_t index = m_steps.size();
     const StepJudge::Stream stream{m_record, [this](RunEventBody body) { tell(std::move(body)); },
-                                   [this, index] { prepareBegin(m_steps[index]); }};
+                                   [this, index] { prepareBegin(m_steps[index]); },
+                                   m_plan.options.vanished};
     m_steps.push_back({StepJudge(planned, m_session.texts(), stream, std::to_string(index + 1))});
     Step& step = m_steps.back();
     const SelectedPair& pair = planned.pair;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cctype>
 #include <utility>
 #include <vector>
@@ -84,8 +85,8 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   const std::string text = m_texts.message(package, event).value_or(plainText(event));
   const std::string action = m_texts.action(package, event).value_or("");
   if (effect == Contract::RunEffect::Trouble) {
-    m_stream.tell(StepTrouble{m_id, std::string(Contract::symptomOfTrouble(event.getEventCode())),
-                              text, action});
+    takeTrouble(event.getEventCode(),
+                {std::string(Contract::symptomOfTrouble(event.getEventCode())), text, action});
     return;
   }
   if (effect == Contract::RunEffect::NotPossible && m_cut == Cut::None) {
@@ -97,7 +98,21 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
     return;
   }
   m_lastFinding = {toSymptom(m_texts.token(package, event).value_or("")), text, action};
+  if (severity == Severity::Error) {
+    m_fault = m_lastFinding;
+  }
   m_stream.tell(StepMessage{m_id, severity, text, action});
+}
+
+// Behind a fault, what to do about the tool would lead away from the hardware.
+void StepJudge::takeTrouble(unsigned int code, Finding trouble) {
+  m_hasVanished = m_hasVanished || code == PackageKit::DEVICE_VANISHED;
+  m_contradicts = m_contradicts || code == PackageKit::TEST_CONTRADICTED_ITSELF;
+  if (m_fault && !m_contradicts && code != PackageKit::MEMORY_POISONED) {
+    trouble.action.clear();
+  }
+  m_stream.tell(judged(StepTrouble{m_id, trouble.symptom, trouble.text, trouble.action},
+                       record()->start, m_results + 1, m_stream.vanished));
 }
 
 // A figure where the value is one, else its words.
@@ -124,9 +139,39 @@ StepJudge::Finding StepJudge::findingOf(const Diag::DiagnosticResult& result) {
           m_texts.action(package, result).value_or("")};
 }
 
-// Why there is no verdict was told already, and it is not the hardware's doing.
+// Why there is no verdict was told already, or is told at the end: see judgeFault.
 bool StepJudge::isTold() const {
-  return record()->troubles > 0 || m_cut != Cut::None;
+  return record()->troubles > 0 || m_hasVanished || m_fault || m_cut != Cut::None;
+}
+
+// What was found stands, however the test ended then. The kit judges its own tests in the same way;
+// this is for all others, and for a result that an abort has swallowed. Only the step as a whole
+// can be judged: nothing tells which of several passes an event belongs to.
+void StepJudge::judgeFault() {
+  if (!m_fault || record()->hasFailed() || m_contradicts) {
+    return;
+  }
+  const Contract::Happenings step{.ending = ending(), .hasRaisedError = true};
+  if (Contract::judge(step) == Contract::Judgement::Contradicts) {
+    m_stream.tell(StepTrouble{
+        m_id, std::string(Contract::symptomOfTrouble(PackageKit::TEST_CONTRADICTED_ITSELF)),
+        tr("The test raised an error and returned that all is well."),
+        tr("Take the error seriously, and run the test again.")});
+    return;
+  }
+  m_stream.tell(StepDiagnosis{
+      m_id, Verdict::Fail, m_fault->symptom.empty() ? "failed" : m_fault->symptom, m_fault->text,
+      m_fault->action, hardwareIdOf(m_planned.pair), std::max(m_results, 1)});
+}
+
+Contract::Ending StepJudge::ending() const {
+  if (isAborted()) {
+    return Contract::Ending::Aborted;
+  }
+  const auto& verdicts = record()->verdicts;
+  const bool hasPassed =
+      verdicts.contains(Verdict::Pass) && record()->passes() == m_results && verdicts.size() == 1;
+  return hasPassed && record()->troubles == 0 ? Contract::Ending::Passed : Contract::Ending::Broken;
 }
 
 void StepJudge::take(const Diag::DiagnosticResult& result) {
@@ -186,6 +231,7 @@ void StepJudge::end() {
     m_stream.tell(StepTrouble{m_id, "no-result", tr("The package handed over no result."),
                               tr("Look into the package's log.")});
   }
+  judgeFault();
   if (isAborted() && !step.hasFailed() && step.troubles == 0) {
     m_stream.tell(StepMessage{m_id, Severity::Warning, tr("Aborted before its end."), ""});
   }

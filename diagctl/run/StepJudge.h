@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "Diag/DiagnosticEvent.h"
@@ -8,8 +9,10 @@
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/report/Vanished.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Texts.h"
+#include "packagekit/contract/Judgement.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -22,6 +25,7 @@ class StepJudge {
     const RunRecord& record;                 ///< of all that was told
     std::function<void(RunEventBody)> tell;  ///< tells and records
     std::function<void()> beforeBegin;       ///< called once, before the step's beginning is told
+    VanishedAs vanished = VanishedAs::Trouble;
   };
 
   /// @param planned and texts are kept alive by the caller. @param id of the step.
@@ -58,6 +62,9 @@ class StepJudge {
 
   const StepRecord* record() const { return m_stream.record.find(m_id); }
   bool isTold() const;
+  void takeTrouble(unsigned int code, Finding trouble);
+  PackageKit::Contract::Ending ending() const;
+  void judgeFault();
   void tellMeasurement(const Diag::DiagnosticEvent& event) const;
   Finding findingOf(const Diag::DiagnosticResult& result);
   RunStatus status() const;
@@ -68,7 +75,10 @@ class StepJudge {
   std::string m_id;
   Cut m_cut = Cut::None;
   int m_results = 0;
-  Finding m_lastFinding;  ///< of the present pass
+  Finding m_lastFinding;           ///< of the present pass
+  std::optional<Finding> m_fault;  ///< the last error event of the package
+  bool m_hasVanished = false;      ///< the device, which was told
+  bool m_contradicts = false;      ///< the test itself, which was told
 };
 
 /// How a device is named in the stream.

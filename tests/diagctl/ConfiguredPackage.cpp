@@ -4,6 +4,7 @@
 //   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
 //                  progress); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device);
+//                  Raises = error, warning (the event as such, before all else);
 //                  ControllerEvent (a code that the controller itself raises, as it seems)
 
 #include <atomic>
@@ -154,6 +155,11 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
       DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(code),
                                                  DiagnosticEvent::ERROR_EVENT,
                                                  settings.getTestRequestId());
+    }
+    if (const std::string raised = read(section, "Raises"); !raised.empty()) {
+      raise(settings,
+            raised == "error" ? DiagnosticEvent::ERROR_EVENT : DiagnosticEvent::WARNING_EVENT,
+            readNumber(section, "Event"));
     }
     if (behaviour == "deaf") {
       std::this_thread::sleep_for(std::chrono::milliseconds(total));

@@ -1,0 +1,197 @@
+// From what happens in a test to the exit code and to what each format tells of it.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/ReportedRun.h"
+#include "tests/diagctl/Reports.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class DiagctlVerdict : public Diagctl {
+ protected:
+  /// One test of the package that misbehaves.
+  ReportedRun misbehave(const std::string& test, std::vector<std::string> options = {}) {
+    if (!m_usesMisbehavingPackage) {
+      place.useMisbehavingPackage();
+      m_usesMisbehavingPackage = true;
+    }
+    m_step = "Misbehaving package: " + test + " on Unit 0";
+    return runTest(test, "Unit 0", std::move(options));
+  }
+
+  /// One test of a package without the kit.
+  ReportedRun behave(const ConfiguredTest& test, std::vector<std::string> options = {}) {
+    place.addPackage(test.name, {test}, {{"Left", "bus/left"}});
+    m_step = "Package " + test.name + ": " + test.name + " on Left";
+    return runTest(test.name, "Left", std::move(options));
+  }
+
+  void expectVerdict(const ReportedRun& run, const std::string& verdict, int exitCode) {
+    EXPECT_EQ(run.exitCode(), exitCode) << m_step;
+    EXPECT_THAT(run.verdictsOf(m_step), ElementsAre(verdict)) << m_step;
+    EXPECT_THAT(run.faultsOfLog(), IsEmpty()) << m_step;
+  }
+
+  void expectFault(const ReportedRun& run, const std::string& symptom, const std::string& text) {
+    expectVerdict(run, "FAILED", kHardwareFailure);
+    EXPECT_THAT(run.symptomsOf(m_step), ElementsAre(symptom)) << m_step;
+    EXPECT_THAT(run.formatsWithout(m_step, text), IsEmpty()) << m_step;
+  }
+
+  std::string m_step;
+
+ private:
+  ReportedRun runTest(const std::string& test, const std::string& device,
+                      std::vector<std::string> options) {
+    options.insert(options.begin(), {"run", "-q", "-t", test, "-d", device});
+    return reportedRun(withControlFile(options));
+  }
+
+  bool m_usesMisbehavingPackage = false;
+};
+
+TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_whatever_ended_it) {
+  const std::vector<std::pair<const char*, const char*>> endings = {
+      {"crash", "crashed with signal SIGSEGV"},
+      {"exit", "ended with exit status 0"},
+      {"kill", "was killed from outside"},
+      {"endless loop", "did not end within 0.3 seconds"},
+      {"exception", "deliberately thrown"},
+      {"garbage", "bytes that are no frame"},
+      {"impossible", "the device is not what it was"}};
+  for (const auto& [ending, text] : endings) {
+    const ReportedRun run = misbehave(std::string("Fault, then ") + ending);
+    expectFault(run, "fault-found", "Unit 0 has a fault: bit 3.");
+    EXPECT_THAT(run.formatsWithout(m_step, text), IsEmpty()) << "told besides";
+    EXPECT_THAT(run.accountOf(m_step, "text"), Not(HasSubstr("maker of the package")))
+        << "which would lead away from the hardware";
+  }
+}
+
+TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_it_is_aborted) {
+  expectFault(misbehave("Fault, then long test", {"--total-time", "1s"}), "fault-found",
+              "Unit 0 has a fault: bit 3.");
+}
+
+TEST_F(DiagctlVerdict, of_a_test_that_contradicts_itself_is_trouble) {
+  const ReportedRun run = misbehave("Contradiction");
+  expectVerdict(run, "ERROR", kNoVerdict);
+  EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("test-contradicted-itself"));
+  EXPECT_THAT(run.formatsWithout(m_step, "contradicts itself"), IsEmpty());
+}
+
+TEST_F(DiagctlVerdict, of_a_warning_in_a_pass_is_a_warning) {
+  expectVerdict(misbehave("Warning, then passed"), "WARNING", kPassed);
+  expectVerdict(misbehave("Warning, then passed", {"--strict"}), "WARNING", kNoVerdict);
+  expectVerdict(misbehave("Warning, then passed", {"--exit-style", "nagios"}), "WARNING", 1);
+}
+
+TEST_F(DiagctlVerdict, of_poisoned_memory_is_trouble_of_the_test_that_met_it) {
+  const ReportedRun run = misbehave("Poisoned memory");
+  EXPECT_NE(run.exitCode(), kPassed);
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("ERROR"));
+  EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("memory-poisoned"));
+  EXPECT_THAT(run.formatsWithout(m_step, "virtual address 0x"), IsEmpty());
+}
+
+TEST_F(DiagctlVerdict, of_a_vanished_device_is_trouble_in_one_line) {
+  const ReportedRun run = misbehave("Vanished device");
+  expectVerdict(run, "ERROR", kNoVerdict);
+  EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("device-vanished"));
+  EXPECT_THAT(linesOf(run.accountOf(m_step, "text")),
+              ElementsAre(HasSubstr("has vanished"), HasSubstr("-> ")));
+}
+
+TEST_F(DiagctlVerdict, of_a_vanished_device_is_a_failure_on_request_and_for_monitors) {
+  const auto expectFailure = [&](const std::vector<std::string>& options, int exitCode) {
+    const ReportedRun run = misbehave("Vanished device", options);
+    expectVerdict(run, "FAILED", exitCode);
+    EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("device-vanished"));
+    EXPECT_THAT(linesOf(run.accountOf(m_step, "text")),
+                ElementsAre(HasSubstr("has vanished"), HasSubstr("-> ")));
+  };
+  expectFailure({"--vanished", "failure"}, kHardwareFailure);
+  expectFailure({"--exit-style", "nagios"}, 2);
+  expectFailure({"--exit-style", "npd"}, 1);
+  expectVerdict(misbehave("Vanished device", {"--exit-style", "nagios", "--vanished", "trouble"}),
+                "ERROR", 3);
+}
+
+TEST_F(DiagctlVerdict, of_a_vanished_device_can_be_changed_when_a_log_is_read) {
+  place.useMisbehavingPackage();
+  const std::string log = place.path("run.jsonl");
+  const auto judge = [](const std::vector<std::string>& arguments) {
+    const ReportedRun run = reportedRun(arguments);
+    EXPECT_THAT(run.faultsOfLog(), IsEmpty());
+    EXPECT_THAT(run.verdictsOf("Misbehaving package: Behaves on Unit 0"), ElementsAre("PASSED"));
+    const auto verdicts = run.verdictsOf("Misbehaving package: Vanished device on Unit 0");
+    EXPECT_EQ(verdicts.size(), 1U);
+    return std::pair(run.exitCode(), *verdicts.begin());
+  };
+  run({"run", "-q", "-t", "Vanished device", "-t", "Behaves", "-d", "Unit 0", "-o",
+       "jsonl=" + log});
+  EXPECT_EQ(judge({"report", log}), std::pair(kNoVerdict, std::string("ERROR")));
+  EXPECT_EQ(judge({"report", log, "--vanished", "failure"}),
+            std::pair(kHardwareFailure, std::string("FAILED")));
+  EXPECT_EQ(judge({"report", log, "--exit-style", "nagios"}), std::pair(2, std::string("FAILED")));
+  const Outcome copy = diagctl({"report", log, "--vanished", "failure", "--format", "jsonl"});
+  const auto ends = artifacts(parseLines(copy.out), "testRunEnd");
+  ASSERT_EQ(ends.size(), 1U);
+  EXPECT_EQ(ends[0]["result"], "FAIL");
+}
+
+TEST_F(DiagctlVerdict, of_a_core_that_was_taken_away_is_trouble) {
+  const ReportedRun run = misbehave("Core taken away");
+  expectVerdict(run, "ERROR", kNoVerdict);
+  EXPECT_THAT(run.formatsWithout(m_step, "the core was taken away"), IsEmpty());
+}
+
+TEST_F(DiagctlVerdict, of_what_is_not_possible_is_none_and_fails_on_request_alone) {
+  expectVerdict(misbehave("Impossible"), "SKIPPED", kNothingRan);
+  EXPECT_THAT(misbehave("Impossible").formatsWithout(m_step, "there is nothing to test"),
+              IsEmpty());
+  expectVerdict(misbehave("Impossible", {"-t", "Behaves"}), "SKIPPED", kPassed);
+  expectVerdict(misbehave("Impossible", {"-t", "Behaves", "--fail-on-skip"}), "SKIPPED",
+                kNoVerdict);
+  expectVerdict(misbehave("Impossible", {"--fail-on-skip"}), "SKIPPED", kNoVerdict);
+  EXPECT_EQ(misbehave("Behaves", {"--fail-on-skip"}).exitCode(), kPassed);
+}
+
+TEST_F(DiagctlVerdict, of_packages_without_the_kit_follows_the_same_table) {
+  const std::string error = "Raises=error\nEvent=7";
+  expectFault(behave({.name = "Stumbles", .behaviour = "warn", .more = error}), "line-stuck",
+              "line 3 is stuck.");
+  expectFault(behave({.name = "Silent", .behaviour = "nothing", .more = error}), "line-stuck",
+              "line 3 is stuck.");
+  expectFault(
+      behave({.name = "Aborted", .milliseconds = 60'000, .more = error}, {"--total-time", "1s"}),
+      "line-stuck", "line 3 is stuck.");
+  expectVerdict(behave({.name = "Remarks", .more = "Raises=warning\nEvent=8"}), "WARNING", kPassed);
+  const ReportedRun contradiction = behave({.name = "Contradicts", .more = error});
+  expectVerdict(contradiction, "ERROR", kNoVerdict);
+  EXPECT_THAT(contradiction.symptomsOf(m_step), ElementsAre("test-contradicted-itself"));
+}
+
+TEST_F(DiagctlVerdict, of_the_monitors_line_names_the_fault_and_not_the_crash_behind_it) {
+  place.useMisbehavingPackage();
+  const Outcome outcome =
+      run({"run", "-q", "-t", "Fault, then crash", "-d", "Unit 0", "--exit-style", "nagios"});
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_THAT(outcome.out, StartsWith("DIAGCTL CRITICAL: 1 failed - Fault, then crash on Unit 0: "
+                                      "Unit 0 has a fault: bit 3."));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
