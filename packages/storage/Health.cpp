@@ -41,6 +41,9 @@ void judgeErrorLog(const ErrorLog& log, std::uint64_t allowedEntries, const std:
   } else if (log.selfTest == SelfTestEnd::Interrupted) {
     report(journal, StorageEvent::SelfTestInterrupted, {disk, log.selfTestText});
   }
+  if (log.senseData > 0) {
+    report(journal, StorageEvent::SenseData, {disk, std::to_string(log.senseData)});
+  }
   std::uint64_t total = 0;
   for (const ErrorLogEntry& entry : log.entries) {
     total += entry.count;

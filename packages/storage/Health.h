@@ -38,6 +38,9 @@ struct ErrorLog {
   std::string origin;                  ///< where it was read, such as "NVMe error log"
   std::uint64_t harmless = 0;          ///< entries that blame a program's request, not the disk
   std::vector<ErrorLogEntry> entries;  ///< the latest first
+  /// Commands that the kernel counted as ended with sense data. A sound disk has some: what it does
+  /// not know, and what programs that look after disks ask for, end like that too.
+  std::uint64_t senseData = 0;
   SelfTestEnd selfTest = SelfTestEnd::PassedOrNever;
   std::string selfTestText;
 };

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <fstream>
 #include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -113,24 +114,22 @@ HealthReport healthFrom(SkDisk& disk) {
 }
 
 ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sysfs) {
-  constexpr std::array<std::pair<const char*, const char*>, 2> counters{{
-      {"ioerr_cnt", "commands that ended with an error"},
-      {"iotmo_cnt", "commands that timed out"},
-  }};
+  const auto counter = [&](const char* file) -> std::optional<std::uint64_t> {
+    std::string value;
+    return std::ifstream(sysfs / "block" / name / "device" / file) >> value
+               ? std::optional(std::stoull(value, nullptr, 0))
+               : std::nullopt;
+  };
+  const auto senseData = counter("ioerr_cnt");
+  const auto timeOuts = counter("iotmo_cnt");
+  if (!senseData && !timeOuts) {
+    throw NotSupported(name + ": the kernel keeps no error counters for it");
+  }
   ErrorLog log;
   log.origin = "kernel counters";
-  bool found = false;
-  for (const auto& [file, text] : counters) {
-    std::string value;
-    if (std::ifstream(sysfs / "block" / name / "device" / file) >> value) {
-      found = true;
-      if (const std::uint64_t count = std::stoull(value, nullptr, 0); count > 0) {
-        log.entries.push_back({count, text});
-      }
-    }
-  }
-  if (!found) {
-    throw NotSupported(name + ": the kernel keeps no error counters for it");
+  log.senseData = senseData.value_or(0);
+  if (timeOuts.value_or(0) > 0) {
+    log.entries.push_back({*timeOuts, "commands that timed out"});
   }
   return log;
 }

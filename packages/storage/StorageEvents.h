@@ -20,6 +20,7 @@ enum class StorageEvent : unsigned int {
   WrittenAndVerified = 7,  ///< disk, bytes, rate of writing, rate of reading back
   Health = 8,              ///< disk, hours on, degrees Celsius, per cent used, bad sectors
   ErrorLogRead = 9,        ///< disk, where it was read, entries
+  SenseData = 10,          ///< disk, commands that the kernel counted as ended with sense data
 
   Unusual = 100,              ///< disk, warnings: closes a test without a verdict
   RecoveredRead = 101,        ///< disk, first block, blocks, bytes in a block, cause

@@ -393,14 +393,23 @@ TEST(StorageErrorLog, of_an_nvme_disk_names_the_latest_error) {
   EXPECT_THAT(parameters[2], HasSubstr("Unrecovered Read Error"));
 }
 
-TEST(StorageErrorLog, of_the_kernel_counts_failed_commands) {
+TEST(StorageErrorLog, of_the_kernel_warns_of_commands_that_timed_out) {
   Tree tree;
   EXPECT_THROW(kernelErrorLog("sda", tree.root()), NotSupported);
-  tree.file("block/sda/device/ioerr_cnt", "0x1f").file("block/sda/device/iotmo_cnt", "0x0");
+  tree.file("block/sda/device/ioerr_cnt", "0x0").file("block/sda/device/iotmo_cnt", "0x2");
   RecordingJournal journal;
   judgeErrorLog(kernelErrorLog("sda", tree.root()), {}, "sda", journal);
   EXPECT_THAT(journal.parametersOf(StorageEvent::ErrorLogEntries),
-              ElementsAre("sda", "31", "commands that ended with an error"));
+              ElementsAre("sda", "2", "commands that timed out"));
+}
+
+TEST(StorageErrorLog, of_a_sound_disk_may_count_what_it_refused) {
+  Tree tree;
+  tree.file("block/sda/device/ioerr_cnt", "0x1f").file("block/sda/device/iotmo_cnt", "0x0");
+  RecordingJournal journal;
+  judgeErrorLog(kernelErrorLog("sda", tree.root()), {}, "sda", journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_THAT(journal.parametersOf(StorageEvent::SenseData), ElementsAre("sda", "31"));
 }
 
 TEST(StorageErrorLog, tells_how_the_last_self_test_ended) {
