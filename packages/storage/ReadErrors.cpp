@@ -1,13 +1,23 @@
 #include "packages/storage/ReadErrors.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <utility>
+
+#include "packages/storage/Ranges.h"
 
 namespace TarvexDiags::Storage {
 
 std::string causeOf(int error) {
-  return error == 0 ? "fewer bytes than asked for" : std::generic_category().message(error);
+  switch (error) {
+    case 0:
+      return "fewer bytes than asked for";
+    case EILSEQ:
+      return "the protection information does not match the data";
+    default:
+      return std::generic_category().message(error);
+  }
 }
 
 ReadErrors::ReadErrors(BlockSource& source, RunJournal& journal, std::string disk)
@@ -24,20 +34,10 @@ std::uint64_t ReadErrors::tell() {
   for (const Place& failed : m_failed) {
     isolate(failed);
   }
-  std::uint64_t unreadable = 0;
-  std::size_t places = 0;
-  for (const Place& place : m_places) {
-    if (places++ < kMostPlaces) {
-      tellPlace(place);
-    }
-    unreadable += place.recovered ? 0 : place.length / m_source.blockSize();
+  for (std::size_t place = 0; place < std::min(m_places.size(), kMostPlaces); ++place) {
+    tellPlace(m_places[place]);
   }
-  if (unreadable > 0) {
-    report(m_journal, StorageEvent::UnreadableTotal,
-           {m_disk, std::to_string(unreadable), std::to_string(m_source.blockSize()),
-            std::to_string(places)});
-  }
-  return unreadable;
+  return tellTotal();
 }
 
 void ReadErrors::isolate(const Place& failed) {
@@ -72,9 +72,12 @@ bool ReadErrors::readsAgain(const Place& place, int& error) {
   const Transfer transfer{Direction::Read, 0, place.offset,
                           static_cast<std::uint32_t>(place.length)};
   const Completion completion = transferOne(m_source, transfer);
+  if (succeeded(transfer, completion)) {
+    return true;
+  }
   requireFaultOfDisk(completion.error, m_disk);
   error = completion.error;
-  return succeeded(transfer, completion);
+  return false;
 }
 
 void ReadErrors::append(const Place& place) {
@@ -97,6 +100,22 @@ void ReadErrors::tellPlace(const Place& place) {
   report(m_journal, place.recovered ? StorageEvent::RecoveredRead : StorageEvent::Unreadable,
          {m_disk, std::to_string(place.offset / block), std::to_string(place.length / block),
           std::to_string(block), causeOf(place.error)});
+}
+
+std::uint64_t ReadErrors::tellTotal() {
+  const std::uint64_t block = m_source.blockSize();
+  Ranges unreadable;
+  for (const Place& place : m_places) {
+    if (!place.recovered) {
+      unreadable.add(place.offset / block, place.length / block);
+    }
+  }
+  if (unreadable.total() > 0) {
+    report(m_journal, StorageEvent::UnreadableTotal,
+           {m_disk, std::to_string(unreadable.total()), std::to_string(block),
+            std::to_string(unreadable.count()), unreadable.text()});
+  }
+  return unreadable.total();
 }
 
 }  // namespace TarvexDiags::Storage

@@ -33,7 +33,7 @@ class ReadErrors {
 
   /// @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
   static constexpr std::size_t kMostReads = 256;
-  /// @brief Places that are told one by one.
+  /// @brief Places that are told one by one; the event with their number has all of them.
   static constexpr std::size_t kMostPlaces = 32;
 
  private:
@@ -48,6 +48,7 @@ class ReadErrors {
   bool readsAgain(const Place& place, int& error);
   void append(const Place& place);
   void tellPlace(const Place& place);
+  std::uint64_t tellTotal();
 
   BlockSource& m_source;
   RunJournal& m_journal;

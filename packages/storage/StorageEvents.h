@@ -33,7 +33,7 @@ enum class StorageEvent : unsigned int {
   SelfTestInterrupted = 108,  ///< disk, status of the last self-test
   MarkedReadOnly = 109,       ///< disk
   PastAttribute = 110,        ///< disk
-  RecoveredVerify = 111,      ///< disk, offset in the file, block, bytes in a block
+  RecoveredVerify = 111,      ///< disk, offset in the file, block, sectors
   NoSpace = 112,              ///< disk, cause
   LowSpare = 113,             ///< disk, spare left in per cent, threshold
   SlowerThanAsked = 114,      ///< disk, rate, rate asked for
@@ -41,16 +41,17 @@ enum class StorageEvent : unsigned int {
 
   Failed = 200,           ///< disk, errors: closes a test that failed
   Unreadable = 201,       ///< disk, first block, blocks, bytes in a block, cause
-  UnreadableTotal = 202,  ///< disk, blocks, bytes in a block, places
+  UnreadableTotal = 202,  ///< disk, blocks, bytes in a block, places, all of them
   Unstable = 203,         ///< disk, block, bytes in a block, different contents, reads
   SlowBlock = 204,        ///< disk, block, bytes in a block, latency, median of all
-  Miscompare = 205,       ///< disk, offset, block, byte, expected, found, differing bits
-  Misdirected = 206,      ///< disk, offset, block, offset whose data was found
-  LostWrite = 207,        ///< disk, offset, block
+  Miscompare = 205,       ///< disk, offset, block, byte, expected, found, differing bits, sectors
+  Misdirected = 206,      ///< disk, offset, block, offset whose data was found, sectors
+  LostWrite = 207,        ///< disk, offset, block, sectors
   WriteFailed = 208,      ///< disk, offset, bytes, cause
   CriticalWarning = 209,  ///< disk, what the disk warns of
   HealthFailing = 210,    ///< disk, what the disk says
   MediaErrors = 211,      ///< disk, count
+  FaultySectors = 212,    ///< disk, sectors, ranges, all of them
   SelfTestFailed = 213,   ///< disk, status of the last self-test
 };
 

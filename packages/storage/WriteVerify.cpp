@@ -1,12 +1,7 @@
 #include "packages/storage/WriteVerify.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <bit>
 #include <cerrno>
-#include <cstring>
-#include <utility>
 #include <vector>
 
 #include "packages/storage/Crc32c.h"
@@ -15,6 +10,7 @@
 #include "packages/storage/ReadErrors.h"
 #include "packages/storage/TestPattern.h"
 #include "packages/storage/TransferQueue.h"
+#include "packages/storage/WrongSectors.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -27,7 +23,6 @@ class WriteVerifyRun {
   WriteVerifyRun(BlockSource& source, const WriteVerifyOptions& options, const std::string& disk,
                  RunJournal& journal)
       : m_source(source),
-        m_options(options),
         m_disk(disk),
         m_journal(journal),
         m_slotSize(source.buffer(0).size()),
@@ -35,21 +30,27 @@ class WriteVerifyRun {
         m_sums((source.size() + m_slotSize - 1) / m_slotSize),
         m_written(m_sums.size(), false),
         m_progress(journal, 2 * source.size()),
-        m_errors(source, journal, disk + " (temporary file)") {}
+        m_errors(source, journal, disk + " (temporary file)"),
+        m_wrongSectors(m_pattern, options, disk, journal) {}
 
   WriteVerifyFigures run() {
     const auto begin = Clock::now();
     write();
     writeAgain();
-    if (const int error = m_source.flush(); error != 0) {
-      settleFailedWrite(0, m_source.size(), error);
-    }
+    flush();
     const auto written = Clock::now();
     verify();
     m_figures.writing = written - begin;
     m_figures.verifying = Clock::now() - written;
-    examineDifferences();
+    lookAgain();
+    m_figures.faultySectors = m_wrongSectors.tell();
     m_errors.tell();
+    if (m_figures.bytes == 0 && !m_whyFull.empty()) {
+      throw NotSupported("nothing could be written to " + m_disk + ": " + m_whyFull);
+    }
+    if (!m_whyFull.empty()) {
+      report(m_journal, StorageEvent::NoSpace, {m_disk, m_whyFull});
+    }
     if (!m_journal.stopRequested()) {
       report(
           m_journal, StorageEvent::WrittenAndVerified,
@@ -60,10 +61,16 @@ class WriteVerifyRun {
   }
 
  private:
-  /// @brief Faulty sectors and failed writes that are described one by one.
-  static constexpr unsigned int kMostTold = 32;
+  /// @brief With so many failed writes, or wrong ranges, the rest says nothing new.
+  static constexpr std::size_t kMostFailed = 256;
+  static constexpr std::size_t kMostRanges = 65'536;
+  /// @brief Transfers that are read a second time.
+  static constexpr std::size_t kMostLooks = 256;
 
-  bool goesOn() { return !m_journal.stopRequested() && !m_errors.isFull() && !m_full; }
+  bool goesOn() {
+    return !m_journal.stopRequested() && !m_errors.isFull() && m_whyFull.empty() &&
+           m_failed.size() < (m_journal.haltsOnError() ? 1 : kMostFailed);
+  }
 
   std::size_t indexOf(std::uint64_t offset) const { return offset / m_slotSize; }
 
@@ -101,7 +108,7 @@ class WriteVerifyRun {
       m_cutShort.push_back(transfer);
       return;
     }
-    settleFailedWrite(transfer.offset, transfer.length, completion.error);
+    settleFailedWrite(transfer, completion);
   }
 
   /// @brief A write that was cut short, as by a full file system, has its cause told the next
@@ -120,16 +127,36 @@ class WriteVerifyRun {
     }
   }
 
-  void settleFailedWrite(std::uint64_t offset, std::uint64_t length, int error) {
-    if (error == ENOSPC || error == EDQUOT) {
-      m_full = true;  // the file system's doing, not the disk's
-      report(m_journal, StorageEvent::NoSpace, {m_disk, causeOf(error)});
+  void flush() {
+    if (const int error = m_source.flush(); error != 0) {
+      settleFailedWrite({Direction::Write, 0, 0, 0}, {.error = error});
+    }
+    tellFailedWrites();
+  }
+
+  void settleFailedWrite(const Transfer& transfer, const Completion& completion) {
+    if (completion.error == ENOSPC || completion.error == EDQUOT) {
+      m_whyFull = causeOf(completion.error);  // the file system's doing, not the disk's
       return;
     }
-    requireFaultOfDisk(error, m_disk);
-    if (m_told++ < kMostTold) {
+    requireFaultOfDisk(completion.error, m_disk);
+    const bool isFlush = transfer.length == 0;
+    m_failed.push_back(
+        {transfer.offset, isFlush ? m_source.size() : transfer.length, completion.error});
+  }
+
+  void tellFailedWrites() {
+    std::sort(m_failed.begin(), m_failed.end(),
+              [](const auto& left, const auto& right) { return left.offset < right.offset; });
+    for (auto from = m_failed.begin(); from != m_failed.end();) {
+      FailedWrite joined = *from++;
+      while (from != m_failed.end() && from->error == joined.error &&
+             from->offset == joined.offset + joined.length) {
+        joined.length += from++->length;
+      }
       report(m_journal, StorageEvent::WriteFailed,
-             {m_disk, std::to_string(offset), std::to_string(length), causeOf(error)});
+             {m_disk, std::to_string(joined.offset), std::to_string(joined.length),
+              causeOf(joined.error)});
     }
   }
 
@@ -138,7 +165,7 @@ class WriteVerifyRun {
     transferAll(
         m_source,
         [&](unsigned int slot) -> std::optional<Transfer> {
-          for (Zone piece = walk.next(); piece.length > 0 && goesOn(); piece = walk.next()) {
+          for (Zone piece = walk.next(); piece.length > 0 && goesOnReading(); piece = walk.next()) {
             if (m_written[indexOf(piece.offset)]) {
               return Transfer{Direction::Read, slot, piece.offset,
                               static_cast<std::uint32_t>(piece.length)};
@@ -151,6 +178,12 @@ class WriteVerifyRun {
         });
   }
 
+  bool goesOnReading() {
+    const bool isEnough = m_journal.haltsOnError() && m_wrongSectors.count() > 0;
+    return !m_journal.stopRequested() && !m_errors.isFull() && !isEnough &&
+           m_wrongSectors.count() < kMostRanges;
+  }
+
   void settleRead(const Transfer& transfer, const Completion& completion) {
     if (!succeeded(transfer, completion)) {
       m_errors.note(transfer, completion);
@@ -161,102 +194,33 @@ class WriteVerifyRun {
     m_progress.at(m_moved);
     const auto data = m_source.buffer(transfer.slot).first(transfer.length);
     if (crc32c(data) != m_sums[indexOf(transfer.offset)]) {
-      // The slot is needed for the next read; what was found is kept, within bounds.
-      m_different.push_back({transfer.offset, {}});
-      if (m_different.size() <= kMostKept) {
-        m_different.back().found.assign(data.begin(), data.end());
-      }
+      m_different.push_back({Direction::Read, 0, transfer.offset, transfer.length});
+      m_wrongSectors.note(data, transfer.offset);
     }
   }
 
-  /// @brief Transfers whose contents are kept for the close look.
-  static constexpr std::size_t kMostKept = 16;
-
-  struct Difference {
-    std::uint64_t offset = 0;
-    std::vector<std::byte> found;
-  };
-
-  void examineDifferences() {
+  void lookAgain() {
     std::sort(
         m_different.begin(), m_different.end(),
-        [](const Difference& left, const Difference& right) { return left.offset < right.offset; });
-    for (const Difference& difference : m_different) {
-      if (difference.found.empty()) {
-        ++m_figures.faultySectors;  // beyond what is kept: at least one of its sectors
-        continue;
+        [](const Transfer& left, const Transfer& right) { return left.offset < right.offset; });
+    m_different.resize(std::min(m_different.size(), kMostLooks));
+    for (const Transfer& different : m_different) {
+      if (m_journal.stopRequested()) {
+        return;
       }
-      examine(difference);
-    }
-  }
-
-  void examine(const Difference& difference) {
-    std::vector<std::byte> expected(difference.found.size());
-    m_pattern.fill(expected);
-    m_pattern.stamp(expected, difference.offset);
-    const Transfer again{Direction::Read, 0, difference.offset,
-                         static_cast<std::uint32_t>(expected.size())};
-    const bool readAgain = succeeded(again, transferOne(m_source, again));
-    for (std::size_t at = 0; at < expected.size(); at += TestPattern::kSector) {
-      const auto wanted = std::span(expected).subspan(at, TestPattern::kSector);
-      const auto found = std::span(difference.found).subspan(at, TestPattern::kSector);
-      if (std::memcmp(wanted.data(), found.data(), wanted.size()) == 0) {
-        continue;
-      }
-      ++m_figures.faultySectors;
-      const bool heals = readAgain && std::memcmp(wanted.data(), m_source.buffer(0).data() + at,
-                                                  wanted.size()) == 0;
-      if (m_told++ < kMostTold) {
-        tellSector(difference.offset + at, wanted, found, heals);
+      if (succeeded(different, transferOne(m_source, different))) {
+        m_wrongSectors.lookAgain(m_source.buffer(0).first(different.length), different.offset);
       }
     }
   }
 
-  void tellSector(std::uint64_t offset, std::span<const std::byte> expected,
-                  std::span<const std::byte> found, bool heals) {
-    std::vector<std::string> parameters{m_disk, std::to_string(offset), blockText(offset)};
-    const std::optional<std::uint64_t> place = m_pattern.placeOf(found);
-    if (heals) {
-      report(m_journal, StorageEvent::RecoveredVerify, std::move(parameters));
-    } else if (place && *place != offset) {
-      parameters.push_back(std::to_string(*place));
-      report(m_journal, StorageEvent::Misdirected, std::move(parameters));
-    } else if (isUniform(found)) {
-      report(m_journal, StorageEvent::LostWrite, std::move(parameters));
-    } else {
-      const auto differing = describe(expected, found);
-      parameters.insert(parameters.end(), differing.begin(), differing.end());
-      report(m_journal, StorageEvent::Miscompare, std::move(parameters));
-    }
-  }
-
-  /// @brief Place of the first byte that differs, both bytes, and how many bits differ in all.
-  static std::vector<std::string> describe(std::span<const std::byte> expected,
-                                           std::span<const std::byte> found) {
-    const auto [wanted, got] = std::mismatch(expected.begin(), expected.end(), found.begin());
-    int bits = 0;
-    for (std::size_t at = 0; at < expected.size(); ++at) {
-      bits += std::popcount(std::to_integer<unsigned int>(expected[at] ^ found[at]));
-    }
-    return {std::to_string(wanted - expected.begin()),
-            fmt::format("{:#04x}", std::to_integer<unsigned int>(*wanted)),
-            fmt::format("{:#04x}", std::to_integer<unsigned int>(*got)), std::to_string(bits)};
-  }
-
-  /// @brief Whether all bytes are the same, as in space that was never written or was erased.
-  static bool isUniform(std::span<const std::byte> data) {
-    return std::all_of(data.begin(), data.end(),
-                       [&](std::byte value) { return value == data.front(); });
-  }
-
-  /// @brief The sector's place on the disk in units of 512 bytes, or "?".
-  std::string blockText(std::uint64_t offset) const {
-    const auto place = m_options.placeOnDisk ? m_options.placeOnDisk(offset) : std::nullopt;
-    return place ? std::to_string(*place / TestPattern::kSector) : "?";
-  }
+  struct FailedWrite {
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    int error = 0;
+  };
 
   BlockSource& m_source;
-  const WriteVerifyOptions& m_options;
   const std::string& m_disk;
   RunJournal& m_journal;
   std::size_t m_slotSize;
@@ -265,12 +229,13 @@ class WriteVerifyRun {
   std::vector<bool> m_written;
   Progress m_progress;
   ReadErrors m_errors;
+  WrongSectors m_wrongSectors;
   WriteVerifyFigures m_figures;
-  std::vector<Difference> m_different;
+  std::vector<FailedWrite> m_failed;
+  std::vector<Transfer> m_different;
   std::vector<Transfer> m_cutShort;  ///< writes that moved less than asked for, with no cause told
   std::uint64_t m_moved = 0;
-  unsigned int m_told = 0;
-  bool m_full = false;
+  std::string m_whyFull;  ///< the cause told by a file system that had no space left
   bool m_isSecondAttempt = false;
 };
 

@@ -113,6 +113,8 @@ class FaultySource : public BlockSource {
     if (fault != nullptr &&
         (transfer.direction == Direction::Read || fault->kind == Kind::Shorten)) {
       spoil(transfer, *fault, completion);
+    } else if (fault != nullptr && fault->kind == Kind::Flip) {
+      flip(transfer, *fault);  // the buffer is what it was
     }
     return completion;
   }

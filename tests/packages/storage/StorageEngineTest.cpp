@@ -15,6 +15,7 @@
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/PageBuffer.h"
 #include "packages/storage/Places.h"
+#include "packages/storage/Ranges.h"
 #include "packages/storage/ReadDiagnostics.h"
 #include "packages/storage/TemporaryFile.h"
 #include "packages/storage/TestPattern.h"
@@ -270,6 +271,7 @@ TEST_P(StorageSources, tell_the_errno_of_a_failed_transfer) {
   const std::string path = "/proc/self/fd/" + std::to_string(file.get());
   const auto source =
       overFile(UniqueDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), options());
+  RecordingJournal journal;
   const Completion completion = transferOne(*source, {Direction::Write, 3, 0, 4096});
   EXPECT_EQ(completion.error, EBADF);
   EXPECT_EQ(completion.slot, 3U);
@@ -317,7 +319,7 @@ TEST(StorageScan, names_the_unreadable_blocks_and_their_number) {
   EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "20", "3", "4096", "Input/output error"));
   EXPECT_THAT(journal.parametersOf(StorageEvent::UnreadableTotal),
-              ElementsAre("sdz", "4", "4096", "2"));
+              ElementsAre("sdz", "4", "4096", "2", "20-22, 500"));
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
@@ -389,6 +391,48 @@ TEST(StorageScan, does_not_blame_a_disk_that_leaves_while_its_bad_blocks_are_sea
   RecordingJournal journal;
   EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), std::system_error);
   EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST(StorageRanges, are_joined_where_they_touch) {
+  Ranges ranges;
+  EXPECT_EQ(ranges.text(), "");
+  ranges.add(4, 1);
+  ranges.add(5, 2);
+  ranges.add(9, 1);
+  EXPECT_EQ(ranges.text(), "4-6, 9");
+  EXPECT_EQ(ranges.count(), 2U);
+  EXPECT_EQ(ranges.total(), 4U);
+}
+
+TEST(StorageRanges, are_counted_where_there_are_too_many) {
+  Ranges ranges;
+  for (std::uint64_t number = 0; number < 3000; ++number) {
+    ranges.add(2 * number, 1);
+  }
+  EXPECT_THAT(ranges.text(), testing::EndsWith(", 4094, and 952 more"));
+}
+
+TEST(StorageScan, names_all_the_bad_places_and_not_only_the_first) {
+  FaultySource faulty(goodDisk(smallSlots(4 * kKib)));
+  std::string numbers;
+  for (std::uint64_t block = 0; block < 100; ++block) {
+    faulty.failReads(2 * block * kBlock, 1);
+    numbers += (block == 0 ? "" : ", ") + std::to_string(2 * block);
+  }
+  RecordingJournal journal;
+  EXPECT_EQ(scanSequentially(faulty, {}, kDisk, journal).unreadableBlocks, 100U);
+  EXPECT_EQ(journal.count(StorageEvent::Unreadable), 32);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::UnreadableTotal),
+              ElementsAre("sdz", "100", "4096", "100", numbers));
+}
+
+TEST(StorageScan, tells_a_mismatch_of_protection_information_as_such) {
+  FaultySource faulty(goodDisk());
+  faulty.failReads(2 * kMib, 1, EILSEQ);
+  RecordingJournal journal;
+  scanSequentially(faulty, {}, kDisk, journal);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable).at(4),
+              testing::HasSubstr("protection information"));
 }
 
 TEST(StorageScan, gives_up_on_a_disk_that_reads_nothing) {
@@ -610,12 +654,26 @@ TEST_F(StorageWriteVerify, finds_a_single_flipped_bit) {
   EXPECT_THAT(journal.complaints(),
               ElementsAre(static_cast<unsigned int>(StorageEvent::Miscompare)));
   const auto parameters = journal.parametersOf(StorageEvent::Miscompare);
-  ASSERT_THAT(parameters, SizeIs(7));
+  ASSERT_THAT(parameters, SizeIs(8));
   EXPECT_EQ(parameters[1], std::to_string(kMib + 512));
   EXPECT_EQ(parameters[2], std::to_string((kMib + 512) / 512));
   EXPECT_EQ(parameters[3], "100");
   EXPECT_EQ(std::stoul(parameters[4], nullptr, 16) ^ std::stoul(parameters[5], nullptr, 16), 4U);
   EXPECT_EQ(parameters[6], "1");
+  EXPECT_EQ(parameters[7], "1");
+}
+
+TEST_F(StorageWriteVerify, joins_wrong_sectors_across_transfers) {
+  faulty.flipWrites(kMib - 1, 0x04).flipWrites(kMib + 300, 0x01);
+  EXPECT_EQ(run().faultySectors, 2U);
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::Miscompare)));
+  const auto parameters = journal.parametersOf(StorageEvent::Miscompare);
+  ASSERT_THAT(parameters, SizeIs(8));
+  EXPECT_EQ(parameters[1], std::to_string(kMib - 512));
+  EXPECT_EQ(parameters[3], "511");
+  EXPECT_EQ(parameters[6], "2");
+  EXPECT_EQ(parameters[7], "2");
 }
 
 TEST_F(StorageWriteVerify, finds_a_flipped_bit_in_the_stamp) {
@@ -627,7 +685,10 @@ TEST_F(StorageWriteVerify, finds_a_flipped_bit_in_the_stamp) {
 TEST_F(StorageWriteVerify, finds_a_write_that_never_arrived) {
   faulty.loseWrites(2 * kMib);
   EXPECT_EQ(run().faultySectors, 64 * kKib / 512);
-  EXPECT_EQ(journal.parametersOf(StorageEvent::LostWrite).at(1), std::to_string(2 * kMib));
+  EXPECT_THAT(journal.parametersOf(StorageEvent::LostWrite),
+              ElementsAre("sdz", std::to_string(2 * kMib), std::to_string(2 * kMib / 512), "128"));
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::LostWrite)));
 }
 
 TEST_F(StorageWriteVerify, finds_a_write_that_went_elsewhere) {
@@ -635,7 +696,7 @@ TEST_F(StorageWriteVerify, finds_a_write_that_went_elsewhere) {
   EXPECT_EQ(run().faultySectors, 64 * kKib / 512);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Misdirected),
               ElementsAre("sdz", std::to_string(kMib), std::to_string(kMib / 512),
-                          std::to_string(3 * kMib)));
+                          std::to_string(3 * kMib), "128"));
 }
 
 TEST_F(StorageWriteVerify, warns_of_a_wrong_read_that_heals) {
@@ -670,6 +731,17 @@ TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_full_file_system) {
   faulty.failWrites(kMib, 1, ENOSPC);
   run();
   EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoSpace)));
+}
+
+TEST_F(StorageWriteVerify, is_not_possible_where_nothing_can_be_written) {
+  faulty.failWrites(0, kDiskSize, EDQUOT);
+  try {
+    run();
+    FAIL() << "verified nothing without a word";
+  } catch (const NotSupported& reason) {
+    EXPECT_THAT(reason.what(), testing::HasSubstr("quota"));
+  }
+  EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_file_system_that_is_full_at_the_flush) {
@@ -708,13 +780,23 @@ TEST_F(StorageWriteVerify, ends_when_the_disk_is_gone) {
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
-TEST_F(StorageWriteVerify, counts_the_faults_beyond_those_that_it_describes) {
-  faulty.loseWrites(0);
+TEST_F(StorageWriteVerify, names_the_faults_beyond_those_that_it_describes) {
+  std::string numbers;
   for (std::uint64_t offset = 0; offset < kDiskSize; offset += 64 * kKib) {
     faulty.flipWrites(offset + 1000, 0xFF);
+    numbers += (offset == 0 ? "" : ", ") + std::to_string(offset / 512 + 1);
   }
-  EXPECT_GE(run().faultySectors, kDiskSize / (64 * kKib));
-  EXPECT_LE(journal.complaints().size(), 40U);
+  EXPECT_EQ(run().faultySectors, 64U);
+  EXPECT_EQ(journal.count(StorageEvent::Miscompare), 32);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::FaultySectors),
+              ElementsAre("sdz", "64", "64", numbers));
+}
+
+TEST_F(StorageWriteVerify, joins_failed_writes_that_follow_each_other) {
+  faulty.failWrites(kMib, 128 * kKib, EIO);
+  run();
+  EXPECT_EQ(journal.count(StorageEvent::WriteFailed), 1);
+  EXPECT_EQ(journal.parametersOf(StorageEvent::WriteFailed).at(2), std::to_string(128 * kKib));
 }
 
 TEST_F(StorageWriteVerify, stops_in_the_middle_without_a_verdict) {
