@@ -12,7 +12,8 @@
 
 namespace TarvexDiags::Storage {
 
-enum class Direction { Read, Write };
+/// A flush brings what was written to the medium; it has no place, and no length.
+enum class Direction { Read, Write, Flush };
 
 /// @brief One transfer between a slot's buffer and the disk; offset and length in bytes.
 struct Transfer {
@@ -60,10 +61,16 @@ class BlockSource {
 
   /// @brief Starts a transfer, at the latest with the next wait. Never blocks for its end.
   virtual void start(const Transfer& transfer) = 0;
-  /// @brief Waits for the end of one transfer in flight; there must be one.
-  virtual Completion wait() = 0;
-  /// @brief Brings what was written to the medium. Returns 0 or errno.
-  virtual int flush() = 0;
+  /// @brief Waits for the end of one transfer in flight, of which there must be one; nothing when
+  /// none has ended in that time.
+  virtual std::optional<Completion> wait(std::chrono::milliseconds atMost) = 0;
+  /// @brief How long no transfer may end before the disk counts as silent.
+  virtual std::chrono::milliseconds patience() const = 0;
+  /// @brief Gives up the transfers in flight, which may end at any time or never. The source can
+  /// only be destroyed afterwards, which does not wait for them either.
+  virtual void abandon() = 0;
+  /// @brief Whether the disk, or the file system that the file lies in, is there no more.
+  virtual bool hasVanished() = 0;
   /// @brief What was written to the disk by anybody; nothing when that cannot be told.
   virtual std::optional<WriteActivity> writeActivity() = 0;
 };
@@ -73,11 +80,19 @@ struct SourceOptions {
   unsigned int slots = 32;
   std::uint32_t slotSize = std::uint32_t{1} << 20;  ///< a multiple of 4096
   bool useUring = true;  ///< false: threads, as where the kernel has no io_uring
+  std::chrono::milliseconds patience{30'000};  ///< see BlockSource::patience
+  /// The kernel's name of the disk that a file lies on, to see whether it leaves; may be empty.
+  std::string disk = {};
 };
 
 /// @brief Opens a block device or a regular file for reading, past the page cache.
-/// Throws NotSupported (no permission, no such medium), std::system_error.
+/// Throws NotSupported (no permission, or in use), std::system_error, with ENODEV when the disk is
+/// there no more.
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options);
+
+/// @brief Throws what openForReading throws when the disk cannot be opened.
+/// @param error the errno of the attempt
+[[noreturn]] void failToOpen(const std::string& path, int error);
 
 /// @brief The source of a regular file that the caller opened for reading and writing. Never to be
 /// given a block device: throws std::invalid_argument.

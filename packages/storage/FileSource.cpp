@@ -5,9 +5,12 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -17,12 +20,26 @@
 namespace TarvexDiags::Storage {
 namespace {
 
+// A disk that does not even tell its size is there no more.
+[[noreturn]] void failWithoutSize() {
+  const std::string cause = std::generic_category().message(errno);
+  throw std::system_error(ENODEV, std::generic_category(), "size of the disk (" + cause + ")");
+}
+
 struct stat statusOf(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) {
-    throw std::system_error(errno, std::generic_category(), "fstat");
+    failWithoutSize();
   }
   return status;
+}
+
+std::string folderOf(dev_t device) {
+  return "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
+}
+
+bool isThere(const std::string& path) {
+  return access(path.c_str(), F_OK) == 0;
 }
 
 // Direct transfers to a file want the file system's block; this suits every one of them.
@@ -32,39 +49,68 @@ constexpr std::uint32_t kFileBlock = 4096;
 
 FileSource::FileSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
     : m_options(options),
-      m_buffers(static_cast<std::size_t>(options.slots) * options.slotSize),
+      m_buffers(
+          std::make_unique<PageBuffer>(static_cast<std::size_t>(options.slots) * options.slotSize)),
       m_started(options.slots) {
-  const struct stat status = statusOf(descriptor.get());
-  if (S_ISBLK(status.st_mode)) {
-    int block = 0;
-    if (ioctl(descriptor.get(), BLKGETSIZE64, &m_size) != 0 ||
-        ioctl(descriptor.get(), BLKSSZGET, &block) != 0) {
-      throw std::system_error(errno, std::generic_category(), "size of the disk");
-    }
-    m_blockSize = static_cast<std::uint32_t>(block);
-    m_statistics = "/sys/dev/block/" + std::to_string(major(status.st_rdev)) + ":" +
-                   std::to_string(minor(status.st_rdev));
-  } else {
-    m_size = static_cast<std::uint64_t>(status.st_size);
-    m_blockSize = kFileBlock;
-  }
-  m_size -= m_size % m_blockSize;
-  m_cached = (fcntl(descriptor.get(), F_GETFL) & O_DIRECT) == 0;
   m_descriptor = std::move(descriptor);
+  const struct stat status = statusOf(this->descriptor());
+  S_ISBLK(status.st_mode) ? lookAtDisk(status) : lookAtFile(status);
+  m_size -= m_size % m_blockSize;
+  m_cached = (fcntl(this->descriptor(), F_GETFL) & O_DIRECT) == 0;
+  // Some of them are never there, as in a container.
+  m_presence.erase(std::remove_if(m_presence.begin(), m_presence.end(), std::not_fn(isThere)),
+                   m_presence.end());
+}
+
+FileSource::~FileSource() {
+  if (m_isAbandoned) {
+    keepForEver(std::move(m_buffers));
+    keepForEver(std::make_unique<PackageKit::UniqueDescriptor>(std::move(m_descriptor)));
+  }
+}
+
+void FileSource::lookAtDisk(const struct stat& status) {
+  int block = 0;
+  if (ioctl(descriptor(), BLKGETSIZE64, &m_size) != 0 ||
+      ioctl(descriptor(), BLKSSZGET, &block) != 0) {
+    failWithoutSize();
+  }
+  m_blockSize = static_cast<std::uint32_t>(block);
+  m_statistics = folderOf(status.st_rdev);
+  m_presence = {m_statistics};
+}
+
+void FileSource::lookAtFile(const struct stat& status) {
+  m_size = static_cast<std::uint64_t>(status.st_size);
+  m_blockSize = kFileBlock;
+  m_presence = {folderOf(status.st_dev)};
+  if (!m_options.disk.empty()) {
+    m_presence.push_back("/sys/class/block/" + m_options.disk);
+  }
+}
+
+// The kernel sets the size of a disk that left to nothing before it removes its folder.
+bool FileSource::hasVanished() {
+  std::uint64_t bytes = 0;
+  struct stat status {};
+  const bool answers = m_statistics.empty()
+                           ? fstat(descriptor(), &status) == 0
+                           : ioctl(descriptor(), BLKGETSIZE64, &bytes) == 0 && bytes > 0;
+  return !answers || !std::all_of(m_presence.begin(), m_presence.end(), isThere);
 }
 
 std::span<std::byte> FileSource::buffer(unsigned int slot) {
-  return m_buffers.bytes().subspan(static_cast<std::size_t>(slot) * m_options.slotSize,
-                                   m_options.slotSize);
-}
-
-int FileSource::flush() {
-  return fdatasync(descriptor()) == 0 ? 0 : errno;
+  return m_buffers->bytes().subspan(static_cast<std::size_t>(slot) * m_options.slotSize,
+                                    m_options.slotSize);
 }
 
 std::optional<WriteActivity> FileSource::writeActivity() {
   if (m_statistics.empty()) {
-    const timespec changed = statusOf(descriptor()).st_mtim;
+    struct stat status {};
+    if (fstat(descriptor(), &status) != 0) {
+      return std::nullopt;
+    }
+    const timespec changed = status.st_mtim;
     return WriteActivity{static_cast<std::uint64_t>(changed.tv_sec) * 1'000'000'000 +
                              static_cast<std::uint64_t>(changed.tv_nsec),
                          false};
@@ -94,10 +140,11 @@ void FileSource::dropCached(const Transfer& transfer) const {
   }
 }
 
-Completion FileSource::completionOf(unsigned int slot, std::int64_t result) const {
+Completion FileSource::completionOf(unsigned int slot, std::int64_t result,
+                                    Clock::time_point end) const {
   Completion completion;
   completion.slot = slot;
-  completion.latency = std::chrono::steady_clock::now() - m_started[slot];
+  completion.latency = end - m_started[slot];
   if (result < 0) {
     completion.error = static_cast<int>(-result);
   } else {
@@ -122,6 +169,23 @@ std::unique_ptr<BlockSource> makeSource(PackageKit::UniqueDescriptor descriptor,
 
 }  // namespace
 
+void failToOpen(const std::string& path, int error) {
+  const std::string cause = std::generic_category().message(error);
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EBUSY:
+      throw NotSupported(path + " cannot be read: " + cause);
+    case ENOMEM:
+    case EMFILE:
+    case ENFILE:
+    case EINTR:
+      throw std::system_error(error, std::generic_category(), path);
+    default:  // it was there when the machine's disks were looked for
+      throw std::system_error(ENODEV, std::generic_category(), path + " (" + cause + ")");
+  }
+}
+
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options) {
   // Opening shall not wait for a medium, but reads shall wait for their end.
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
@@ -130,7 +194,7 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
     descriptor = open(path.c_str(), flags);
   }
   if (descriptor < 0) {
-    throw NotSupported(path + " cannot be read: " + std::generic_category().message(errno));
+    failToOpen(path, errno);
   }
   PackageKit::UniqueDescriptor opened(descriptor);
   fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);

@@ -53,12 +53,14 @@ class HealthReader {
   HealthReader& operator=(const HealthReader&) = delete;
   virtual ~HealthReader() = default;
 
-  /// @brief Both throw NotSupported when the disk does not tell or this user may not ask.
+  /// @brief Both throw NotSupported when the disk does not tell or this user may not ask, and
+  /// std::system_error with ENODEV when it has left.
   virtual HealthReport health() = 0;
   virtual ErrorLog errorLog() = 0;
 };
 
-/// @brief The reader for a disk. Throws NotSupported where there is none, as for virtual disks.
+/// @brief The reader for a disk. Throws NotSupported where there is none, as for virtual disks, and
+/// as the reader itself.
 std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk);
 
 /// @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing.

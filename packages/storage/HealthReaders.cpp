@@ -2,18 +2,32 @@
 
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
+#include "packages/storage/TransferQueue.h"
 
 namespace TarvexDiags::Storage {
 namespace {
 
+/// @brief Whether the kernel has the disk; also true where it shows none.
+bool isThere(const std::string& disk) {
+  const std::filesystem::path disks = "/sys/block";
+  std::error_code error;
+  return !std::filesystem::exists(disks, error) || std::filesystem::exists(disks / disk, error);
+}
+
+/// @brief Throws why the disk does not answer: NotSupported, or that it has left.
 [[noreturn]] void refuse(const std::string& disk, const std::string& what, int error) {
-  throw NotSupported(disk + ": " + what + ": " + std::generic_category().message(error));
+  const std::string cause = what + ": " + std::generic_category().message(error);
+  if (saysVanished(error) || error == ENOENT || !isThere(disk)) {
+    throwVanished(disk, cause);
+  }
+  throw NotSupported(disk + ": " + cause);
 }
 
 /// @brief NVMe: the logs through the driver's passthrough.
@@ -90,7 +104,12 @@ class ScsiReader final : public HealthReader {
     throw NotSupported(m_name + ": SCSI disks keep their health in vendors' logs");
   }
 
-  ErrorLog errorLog() override { return kernelErrorLog(m_name); }
+  ErrorLog errorLog() override {
+    if (!isThere(m_name)) {
+      throwVanished(m_name, "its counters are gone");
+    }
+    return kernelErrorLog(m_name);
+  }
 
  private:
   std::string m_name;

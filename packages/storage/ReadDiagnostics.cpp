@@ -44,7 +44,7 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
   ReadFigures figures;
   const auto begin = Clock::now();
   transferAll(
-      source,
+      source, {journal, disk},
       [&](unsigned int slot) -> std::optional<Transfer> {
         if (journal.stopRequested() || errors.isFull()) {
           return std::nullopt;
@@ -79,7 +79,7 @@ ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, cons
   std::uint64_t started = 0;
   const auto begin = Clock::now();
   transferAll(
-      source,
+      source, {journal, disk},
       [&](unsigned int slot) -> std::optional<Transfer> {
         if (started == options.reads || journal.stopRequested() || errors.isFull()) {
           return std::nullopt;
@@ -166,7 +166,8 @@ class SlowBlockSearch {
   bool staysSlow(const Suspect& suspect) {
     const Transfer transfer = readOf(0, suspect.offset, slotSize(m_source));
     for (unsigned int repeat = 0; repeat < m_options.repeats; ++repeat) {
-      if (m_journal.stopRequested() || !isOutlier(transferOne(m_source, transfer).latency)) {
+      if (m_journal.stopRequested() ||
+          !isOutlier(transferOne(m_source, {m_journal, m_disk}, transfer).latency)) {
         return false;
       }
     }
@@ -203,7 +204,7 @@ ReadFigures findSlowBlocks(BlockSource& source, const LatencyOptions& options,
   const auto begin = Clock::now();
   while (figures.reads < options.reads && !journal.stopRequested() && !errors.isFull()) {
     const Transfer transfer = readOf(0, places.next(), slotSize(source));
-    const Completion completion = transferOne(source, transfer);
+    const Completion completion = transferOne(source, {journal, disk}, transfer);
     settle(transfer, completion, figures, errors);
     search.add(transfer.offset, completion.latency);
     progress.at(figures.reads);

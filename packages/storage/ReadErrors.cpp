@@ -1,43 +1,58 @@
 #include "packages/storage/ReadErrors.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include "packages/storage/Ranges.h"
 
 namespace TarvexDiags::Storage {
 
-std::string causeOf(int error) {
-  switch (error) {
-    case 0:
-      return "fewer bytes than asked for";
-    case EILSEQ:
-      return "the protection information does not match the data";
-    default:
-      return std::generic_category().message(error);
-  }
-}
-
 ReadErrors::ReadErrors(BlockSource& source, RunJournal& journal, std::string disk)
     : m_source(source), m_journal(journal), m_disk(std::move(disk)) {}
 
 void ReadErrors::note(const Transfer& transfer, const Completion& completion) {
-  requireFaultOfDisk(completion.error, m_disk);
+  requireFaultOfDisk(m_source, transfer, completion, m_disk);
   m_failed.push_back({transfer.offset, transfer.length, completion.error, false});
 }
 
 std::uint64_t ReadErrors::tell() {
   std::sort(m_failed.begin(), m_failed.end(),
             [](const Place& left, const Place& right) { return left.offset < right.offset; });
-  for (const Place& failed : m_failed) {
-    isolate(failed);
+  try {
+    for (const Place& failed : m_failed) {
+      isolate(failed);
+    }
+    requireDiskIsThere();
+  } catch (const SilentDisk&) {
+    tellPlaces();
+    throw;
   }
+  return tellPlaces();
+}
+
+std::uint64_t ReadErrors::tellPlaces() {
   for (std::size_t place = 0; place < std::min(m_places.size(), kMostPlaces); ++place) {
     tellPlace(m_places[place]);
   }
   return tellTotal();
+}
+
+// A disk that is pulled fails every read for a moment before the kernel takes it away.
+void ReadErrors::requireDiskIsThere() {
+  const auto unreadable = std::find_if(m_places.begin(), m_places.end(),
+                                       [](const Place& place) { return !place.recovered; });
+  if (unreadable == m_places.end()) {
+    return;
+  }
+  const std::uint64_t block = m_source.blockSize();
+  const std::uint64_t last = m_source.size() / block - 1;
+  for (const std::uint64_t probe : {std::uint64_t{0}, last / 2, last}) {
+    int error = 0;
+    if (m_journal.stopRequested() || readsAgain({probe * block, block, 0, false}, error)) {
+      return;
+    }
+  }
+  requirePresence(m_source, {m_journal, m_disk}, causeOf(unreadable->error));
 }
 
 void ReadErrors::isolate(const Place& failed) {
@@ -71,11 +86,11 @@ void ReadErrors::isolate(const Place& failed) {
 bool ReadErrors::readsAgain(const Place& place, int& error) {
   const Transfer transfer{Direction::Read, 0, place.offset,
                           static_cast<std::uint32_t>(place.length)};
-  const Completion completion = transferOne(m_source, transfer);
+  const Completion completion = transferOne(m_source, {m_journal, m_disk}, transfer);
   if (succeeded(transfer, completion)) {
     return true;
   }
-  requireFaultOfDisk(completion.error, m_disk);
+  requireFaultOfDisk(m_source, transfer, completion, m_disk);
   error = completion.error;
   return false;
 }

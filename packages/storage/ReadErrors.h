@@ -14,12 +14,13 @@ namespace TarvexDiags::Storage {
 ///
 /// A failed read of 1 MiB says little: it is read again in halves, down to the block. What stays
 /// unreadable is an error with its address and count; what can be read the second time is a
-/// warning.
+/// warning. Where no block can be read at all, the disk may be leaving: that is waited for first.
 class ReadErrors {
  public:
   ReadErrors(BlockSource& source, RunJournal& journal, std::string disk);
 
-  /// @brief Notes a read that failed. Throws std::system_error when the disk is not to blame.
+  /// @brief Notes a read that failed. Throws std::system_error when the disk is not to blame, with
+  /// ENODEV when it has left.
   void note(const Transfer& transfer, const Completion& completion);
 
   /// @brief Whether so much has failed that further reading is of no use.
@@ -28,7 +29,7 @@ class ReadErrors {
   }
 
   /// @brief Tells what was found; no transfer may be in flight. Returns the unreadable blocks.
-  /// Throws as note.
+  /// Throws as note, and as transferOne.
   std::uint64_t tell();
 
   /// @brief Reads of which the blocks at fault are searched: a dying disk takes seconds for each.
@@ -45,9 +46,11 @@ class ReadErrors {
   };
 
   void isolate(const Place& failed);
+  void requireDiskIsThere();
   bool readsAgain(const Place& place, int& error);
   void append(const Place& place);
   void tellPlace(const Place& place);
+  std::uint64_t tellPlaces();
   std::uint64_t tellTotal();
 
   BlockSource& m_source;
@@ -56,8 +59,5 @@ class ReadErrors {
   std::vector<Place> m_failed;
   std::vector<Place> m_places;
 };
-
-/// @brief The message of an errno; a short read, which has none, is told as such.
-std::string causeOf(int error);
 
 }  // namespace TarvexDiags::Storage

@@ -76,7 +76,7 @@ class StabilityCheck {
     const std::uint64_t slotSize = m_source.buffer(0).size();
     ZoneWalk walk({window}, slotSize);
     transferAll(
-        m_source,
+        m_source, {m_journal, m_disk},
         [&](unsigned int slot) -> std::optional<Transfer> {
           const Zone read = walk.next();
           if (read.length == 0 || m_journal.stopRequested() || m_errors.isFull()) {
@@ -152,7 +152,7 @@ class StabilityCheck {
   std::optional<std::uint32_t> readAgain(const Zone& piece) {
     const Transfer transfer{Direction::Read, 0, piece.offset,
                             static_cast<std::uint32_t>(piece.length)};
-    const Completion completion = transferOne(m_source, transfer);
+    const Completion completion = transferOne(m_source, {m_journal, m_disk}, transfer);
     if (!succeeded(transfer, completion)) {
       m_errors.note(transfer, completion);
       return std::nullopt;

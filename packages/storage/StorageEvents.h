@@ -53,6 +53,7 @@ enum class StorageEvent : unsigned int {
   MediaErrors = 211,      ///< disk, count
   FaultySectors = 212,    ///< disk, sectors, ranges, all of them
   SelfTestFailed = 213,   ///< disk, status of the last self-test
+  NoAnswer = 214,         ///< disk, block or "?", bytes in a block, seconds
 };
 
 }  // namespace TarvexDiags::Storage

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <limits>
+#include <memory>
 #include <system_error>
 
 #include "packagekit/PackageKit.h"
@@ -17,6 +19,7 @@
 #include "packages/storage/Health.h"
 #include "packages/storage/ReadDiagnostics.h"
 #include "packages/storage/TemporaryFile.h"
+#include "packages/storage/TransferQueue.h"
 #include "packages/storage/WriteVerify.h"
 
 namespace TarvexDiags::Storage {
@@ -29,6 +32,7 @@ using PackageKit::optionalSetting;
 using PackageKit::Package;
 using PackageKit::quickable;
 using PackageKit::required;
+using PackageKit::Seconds;
 using PackageKit::Setting;
 using PackageKit::Support;
 using PackageKit::TestContext;
@@ -125,31 +129,45 @@ Support hasHealth(const Device& device, const Environment&) {
   return reason.empty() ? Support::yes() : Support::no(reason);
 }
 
+/// @brief No for what is not possible. Trouble, such as a disk that has left, is for the test to
+/// tell.
+Support supportOf(const std::function<void()>& attempt) {
+  try {
+    attempt();
+  } catch (const NotSupported& reason) {
+    return Support::no(reason.what());
+  } catch (const std::system_error&) {
+  }
+  return Support::yes();
+}
+
 Support canBeRead(const Device& device, const Environment&) {
   const std::string path = device.property("path");
   const PackageKit::UniqueDescriptor opened(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return opened ? Support::yes()
-                : Support::no(path + " cannot be read: " + std::generic_category().message(errno));
+  return supportOf([&] {
+    if (!opened) {
+      failToOpen(path, errno);
+    }
+  });
 }
 
 Support canHoldFile(const Device& device, const Environment&) {
-  try {
-    findFilePlace(diskOf(device), kMebibyte);
-    return Support::yes();
-  } catch (const NotSupported& reason) {
-    return Support::no(reason.what());
-  }
+  return supportOf([&] { findFilePlace(diskOf(device), kMebibyte); });
 }
 
 /// @brief Seconds to read the whole disk, by a cautious guess of its speed.
-int secondsToScan(const Device& device, const Environment&) {
-  const std::uint64_t bytesPerSecond =
-      device.property("rotational") == "1" ? 150'000'000 : 500'000'000;
-  return static_cast<int>(numberOf(device, "bytes") / bytesPerSecond) + 1;
+int secondsToScan(const Disk& disk) {
+  const std::uint64_t bytesPerSecond = disk.rotational ? 150'000'000 : 500'000'000;
+  return static_cast<int>(disk.bytes / bytesPerSecond) + 1;
+}
+
+int estimateOfScan(const Device& device, const Environment&) {
+  return secondsToScan(diskOf(device));
 }
 
 // --- What the configuration file says
 
+constexpr auto kSilenceSeconds = required<Seconds>("SilenceSeconds");
 constexpr auto kBlockBytes = required<std::uint64_t>("BlockBytes");
 constexpr auto kDepth = required<std::uint64_t>("Depth");
 constexpr auto kScanMegabytes = quickable<std::uint64_t>("ScanMegabytes");
@@ -181,6 +199,8 @@ SourceOptions sourceOptions(const TestContext& context, std::uint64_t depth) {
   options.slotSize = static_cast<std::uint32_t>(bytes / kPage * kPage);
   options.slots = static_cast<unsigned int>(std::clamp(
       depth, std::uint64_t{1}, std::min<std::uint64_t>(256, kMostMemory / options.slotSize)));
+  options.patience = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::max(context.value(kSilenceSeconds), Seconds(1)));
   return options;
 }
 
@@ -194,12 +214,32 @@ double megabytesPerSecond(std::uint64_t bytes, Nanoseconds elapsed) {
 
 // --- Tests
 
-Verdict identity(TestContext& context) {
+/// @brief Runs an engine on the disk of the test, and judges what it says.
+Verdict onDisk(TestContext& context,
+               const std::function<void(const Disk& disk, RunJournal& journal)>& engine) {
   const Disk disk = diskOf(context.device());
   return judged(context, disk.name, [&](RunJournal& journal) {
+    try {
+      engine(disk, journal);
+    } catch (const SilentDisk& silence) {
+      context.log(silence.what());  // its error has been raised
+    }
+  });
+}
+
+std::unique_ptr<BlockSource> openDisk(const Disk& disk, const SourceOptions& options) {
+  auto source = openForReading(disk.path, options);
+  if (source->size() == 0 && disk.bytes >= source->blockSize()) {
+    throwVanished(disk.name, "it has no blocks any more");
+  }
+  return source;
+}
+
+Verdict identity(TestContext& context) {
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     std::uint64_t bytes = 0;
     try {
-      bytes = openForReading(disk.path, {.slots = 1, .slotSize = 4096})->size();
+      bytes = openDisk(disk, {.slots = 1, .slotSize = 4096})->size();
     } catch (const NotSupported& reason) {
       context.log(reason.what());  // what the kernel shows can be told all the same
     }
@@ -209,8 +249,7 @@ Verdict identity(TestContext& context) {
 }
 
 Verdict health(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const HealthLimits limits{.percentUsed = context.value(kPercentUsed),
                               .celsius = context.value(kCelsius)};
     judgeHealth(makeHealthReader(disk)->health(), limits, disk.name, journal);
@@ -218,17 +257,19 @@ Verdict health(TestContext& context) {
 }
 
 Verdict errorLog(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const std::uint64_t allowed = context.value(kErrorLogEntries);
     judgeErrorLog(makeHealthReader(disk)->errorLog(), allowed, disk.name, journal);
   });
 }
 
 Verdict sequentialScan(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context));
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
+    SourceOptions sourceOptions = Storage::sourceOptions(context);
+    // A small disk is read in a moment, and its silence is waited for no longer than fits.
+    const std::chrono::seconds fitting{std::max(4 * secondsToScan(disk), 10) - 2};
+    sourceOptions.patience = std::min<std::chrono::milliseconds>(sourceOptions.patience, fitting);
+    const auto source = openDisk(disk, sourceOptions);
     ScanOptions options;
     options.bytes = bytesOf(context, kScanMegabytes);
     options.minimumRate = context.value(kMinimumRate) * 1e6;
@@ -238,9 +279,8 @@ Verdict sequentialScan(TestContext& context) {
 }
 
 Verdict randomRead(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context));
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
+    const auto source = openDisk(disk, sourceOptions(context));
     const RandomOptions options{context.value(kReads), context.seed()};
     const ReadFigures figures = readRandomly(*source, options, disk.name, journal);
     context.measurement("randomReads", rateOf(figures.reads, figures.elapsed), "reads/s");
@@ -248,9 +288,8 @@ Verdict randomRead(TestContext& context) {
 }
 
 Verdict readStability(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context));
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
+    const auto source = openDisk(disk, sourceOptions(context));
     StabilityOptions options;
     options.bytes = bytesOf(context, kCompareMegabytes);
     checkStability(*source, options, disk.name, journal);
@@ -258,9 +297,8 @@ Verdict readStability(TestContext& context) {
 }
 
 Verdict latencyOutliers(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
-    const auto source = openForReading(disk.path, sourceOptions(context, 1));
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
+    const auto source = openDisk(disk, sourceOptions(context, 1));
     LatencyOptions options;
     options.reads = context.value(kReads);
     options.seed = context.seed();
@@ -273,14 +311,15 @@ Verdict latencyOutliers(TestContext& context) {
 }
 
 Verdict writeVerify(TestContext& context) {
-  const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
+  return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const FilePlace place = findFilePlace(disk, bytesOf(context, kFileMegabytes));
     context.log("the temporary file lies in " + place.directory);
     auto file = makeTemporaryFile(place.directory, place.bytes);
     const int descriptor = file.get();
     const auto start = startOnDisk(disk.name, place.device);
-    const auto source = overFile(std::move(file), sourceOptions(context));
+    SourceOptions sourceOptions = Storage::sourceOptions(context);
+    sourceOptions.disk = disk.attachment == Attachment::File ? "" : disk.name;
+    const auto source = overFile(std::move(file), sourceOptions);
     WriteVerifyOptions options;
     options.seed = context.seed();
     options.placeOnDisk = [&](std::uint64_t offset) -> std::optional<std::uint64_t> {
@@ -299,21 +338,24 @@ const std::vector<TestRow> kTests = {
     {.number = 3, .body = errorLog, .reads = {kErrorLogEntries}, .support = hasHealth},
     {.number = 4,
      .body = sequentialScan,
-     .reads = {kBlockBytes, kDepth, kScanMegabytes, kMinimumRate},
+     .reads = {kSilenceSeconds, kBlockBytes, kDepth, kScanMegabytes, kMinimumRate},
      .support = canBeRead,
-     .estimate = secondsToScan},
-    {.number = 5, .body = randomRead, .reads = {kBlockBytes, kDepth, kReads}, .support = canBeRead},
+     .estimate = estimateOfScan},
+    {.number = 5,
+     .body = randomRead,
+     .reads = {kSilenceSeconds, kBlockBytes, kDepth, kReads},
+     .support = canBeRead},
     {.number = 6,
      .body = readStability,
-     .reads = {kBlockBytes, kDepth, kCompareMegabytes},
+     .reads = {kSilenceSeconds, kBlockBytes, kDepth, kCompareMegabytes},
      .support = canBeRead},
     {.number = 7,
      .body = latencyOutliers,
-     .reads = {kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls},
+     .reads = {kSilenceSeconds, kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls},
      .support = canBeRead},
     {.number = 8,
      .body = writeVerify,
-     .reads = {kBlockBytes, kDepth, kFileMegabytes},
+     .reads = {kSilenceSeconds, kBlockBytes, kDepth, kFileMegabytes},
      .support = canHoldFile,
      .writes = true},
 };

@@ -1,7 +1,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <deque>
+#include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -38,6 +40,19 @@ class HandOver {
     while (!m_closed && m_entries.empty()) {
       m_changed.wait(m_lock);
     }
+    return take();
+  }
+
+  std::optional<Entry> pop(std::chrono::milliseconds atMost) {
+    const auto end = std::chrono::steady_clock::now() + atMost;
+    const System::LockHold hold(m_lock);
+    while (!m_closed && m_entries.empty() && m_changed.waitUntil(m_lock, end)) {
+    }
+    return take();
+  }
+
+ private:
+  std::optional<Entry> take() TARVEXDIAGS_REQUIRES(m_lock) {
     if (m_entries.empty()) {
       return std::nullopt;
     }
@@ -46,20 +61,54 @@ class HandOver {
     return entry;
   }
 
- private:
   System::Mutex m_lock;
   System::ConditionVariable m_changed;
   std::deque<Entry> m_entries TARVEXDIAGS_GUARDED_BY(m_lock);
   bool m_closed TARVEXDIAGS_GUARDED_BY(m_lock) = false;
 };
 
+/// @brief What a thread still needs when its source was given up and is gone.
+struct Shared {
+  struct Ended {
+    unsigned int slot = 0;
+    std::int64_t result = 0;
+    std::chrono::steady_clock::time_point end;
+  };
+
+  int descriptor = -1;
+  HandOver<std::pair<Transfer, void*>> waiting;
+  HandOver<Ended> done;
+};
+
+std::int64_t move(int descriptor, const Transfer& transfer, void* data) {
+  const auto offset = static_cast<off_t>(transfer.offset);
+  ssize_t moved = 0;
+  if (transfer.direction == Direction::Flush) {
+    moved = fdatasync(descriptor);
+  } else if (transfer.direction == Direction::Read) {
+    moved = pread(descriptor, data, transfer.length, offset);
+  } else {
+    moved = pwrite(descriptor, data, transfer.length, offset);
+  }
+  return moved < 0 ? -errno : moved;
+}
+
+void serve(Shared& shared) {
+  while (const auto work = shared.waiting.pop()) {
+    const auto& [transfer, data] = *work;
+    const std::int64_t result = move(shared.descriptor, transfer, data);
+    shared.done.push({transfer.slot, result, std::chrono::steady_clock::now()});
+  }
+}
+
 class ThreadSource final : public FileSource {
  public:
   ThreadSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
-      : FileSource(std::move(descriptor), options) {
+      : FileSource(std::move(descriptor), options), m_shared(std::make_shared<Shared>()) {
+    m_shared->descriptor = this->descriptor();
     try {
       for (unsigned int count = 0; count < slots(); ++count) {
-        m_threads.emplace_back([this] { serve(); });
+        m_threads.emplace_back([shared = m_shared] { serve(*shared); });
       }
     } catch (...) {
       endThreads();
@@ -72,36 +121,25 @@ class ThreadSource final : public FileSource {
   void start(const Transfer& transfer) override {
     dropCached(transfer);
     stampStart(transfer.slot);
-    m_waiting.push(transfer);
+    m_shared->waiting.push({transfer, buffer(transfer.slot).data()});
   }
 
-  Completion wait() override { return m_done.pop().value(); }
+  std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
+    const auto ended = m_shared->done.pop(atMost);
+    return ended ? std::optional(completionOf(ended->slot, ended->result, ended->end))
+                 : std::nullopt;
+  }
 
  private:
   void endThreads() {
-    m_waiting.close();
+    m_shared->waiting.close();
     for (std::thread& thread : m_threads) {
-      thread.join();
+      // One that the kernel holds may never end; what it uses is kept.
+      isAbandoned() ? thread.detach() : thread.join();
     }
   }
 
-  void serve() {
-    while (const std::optional<Transfer> transfer = m_waiting.pop()) {
-      m_done.push(completionOf(transfer->slot, move(*transfer)));
-    }
-  }
-
-  std::int64_t move(const Transfer& transfer) {
-    void* data = buffer(transfer.slot).data();
-    const auto offset = static_cast<off_t>(transfer.offset);
-    const ssize_t moved = transfer.direction == Direction::Read
-                              ? pread(descriptor(), data, transfer.length, offset)
-                              : pwrite(descriptor(), data, transfer.length, offset);
-    return moved < 0 ? -errno : moved;
-  }
-
-  HandOver<Transfer> m_waiting;
-  HandOver<Completion> m_done;
+  std::shared_ptr<Shared> m_shared;
   std::vector<std::thread> m_threads;
 };
 

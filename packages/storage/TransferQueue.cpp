@@ -3,55 +3,116 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
+#include "packagekit/TestContext.h"
 #include "packages/storage/StorageEvents.h"
 
 namespace TarvexDiags::Storage {
 namespace {
 
+using std::chrono::milliseconds;
+
+/// How often a waiting test looks whether it shall stop.
+constexpr milliseconds kLook{50};
+/// What is in flight when a stop comes may still end in this time.
+constexpr milliseconds kLastChance{200};
+/// The same when a callback throws.
+constexpr milliseconds kRetreat{2000};
+
 /// @brief The transfers in flight; waits for them when a callback throws.
 class InFlight {
  public:
-  explicit InFlight(BlockSource& source) : m_source(source), m_transfers(source.slots()) {}
+  InFlight(BlockSource& source, const Waiter& waiter)
+      : m_source(source), m_waiter(waiter), m_places(source.slots()) {}
   InFlight(const InFlight&) = delete;
   InFlight& operator=(const InFlight&) = delete;
   ~InFlight() {
-    while (m_count > 0) {
-      m_source.wait();
-      --m_count;
+    try {
+      for (auto left = kRetreat / kLook; m_count > 0 && left > 0;) {
+        m_source.wait(kLook) ? --m_count : --left;
+      }
+    } catch (...) {
+      // What made this end early tells more than a ring that does not work.
     }
+    abandon();
   }
 
   void start(const Transfer& transfer) {
-    m_transfers[transfer.slot] = transfer;
+    m_places[transfer.slot] = {transfer, ++m_started};
     m_source.start(transfer);
     ++m_count;
   }
 
+  /// @brief The end of a transfer. Throws as transferAll.
   Completion wait() {
-    const Completion completion = m_source.wait();
-    --m_count;
-    return completion;
+    // Looks are counted, not seconds: time goes on while a worker is suspended.
+    const auto mostLooks = m_source.patience() / kLook;
+    int looksSinceStop = 0;
+    for (milliseconds::rep looks = 0; looks <= mostLooks; ++looks) {
+      if (const std::optional<Completion> completion = m_source.wait(kLook)) {
+        --m_count;
+        m_places[completion->slot].order = 0;
+        return *completion;
+      }
+      if (m_waiter.journal.stopRequested() && ++looksSinceStop * kLook >= kLastChance) {
+        abandon();
+        throw PackageKit::Stopped();
+      }
+    }
+    tellSilence();
+    abandon();
+    throw SilentDisk();
   }
 
-  const Transfer& of(const Completion& completion) const { return m_transfers[completion.slot]; }
+  const Transfer& of(const Completion& completion) const {
+    return m_places[completion.slot].transfer;
+  }
   unsigned int count() const { return m_count; }
 
  private:
+  struct Place {
+    Transfer transfer;
+    std::uint64_t order = 0;  ///< 0: nothing in flight
+  };
+
+  void abandon() {
+    if (m_count > 0) {
+      m_source.abandon();
+      m_count = 0;
+    }
+  }
+
+  void tellSilence() {
+    const auto oldest = std::min_element(
+        m_places.begin(), m_places.end(), [](const Place& left, const Place& right) {
+          return left.order - 1 < right.order - 1;  // 0, nothing in flight, becomes the largest
+        });
+    const std::uint64_t block = m_source.blockSize();
+    const bool hasPlace = oldest->transfer.direction != Direction::Flush;
+    const auto limit = std::chrono::duration<double>(m_source.patience());
+    report(m_waiter.journal, StorageEvent::NoAnswer,
+           {m_waiter.disk, hasPlace ? std::to_string(oldest->transfer.offset / block) : "?",
+            std::to_string(block), std::to_string(std::lround(limit.count()))});
+  }
+
   BlockSource& m_source;
-  std::vector<Transfer> m_transfers;
+  const Waiter& m_waiter;
+  std::vector<Place> m_places;
+  std::uint64_t m_started = 0;
   unsigned int m_count = 0;
 };
 
 }  // namespace
 
-void transferAll(BlockSource& source,
+void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,
                  const std::function<void(const Transfer&, const Completion&)>& done) {
-  InFlight inFlight(source);
+  InFlight inFlight(source, waiter);
   bool more = true;
   const auto refill = [&](unsigned int slot) {
     const std::optional<Transfer> transfer = next(slot);
@@ -72,9 +133,10 @@ void transferAll(BlockSource& source,
   }
 }
 
-Completion transferOne(BlockSource& source, const Transfer& transfer) {
-  source.start(transfer);
-  return source.wait();
+Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer) {
+  InFlight inFlight(source, waiter);
+  inFlight.start(transfer);
+  return inFlight.wait();
 }
 
 void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk) {
@@ -85,11 +147,54 @@ void requireSize(const BlockSource& source, std::uint64_t bytes, const std::stri
 
 // block/blk-core.c of the kernel, blk_errors: what stands for a fault of medium, target, transport
 // or protection data. File systems pass them on, and tell EBADMSG for their own checksums.
-void requireFaultOfDisk(int error, const std::string& disk) {
+void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Completion& completion,
+                        const std::string& disk) {
   constexpr std::array faults{0,         EIO,   ENODATA, EREMOTEIO, EILSEQ,
                               ETIMEDOUT, ETIME, ENOLINK, EBADMSG};
+  const int error = completion.error;
+  // Within its size, nothing but the end of a disk that has left gives no bytes at all.
+  const bool endsEarly =
+      transfer.direction == Direction::Read && error == 0 && completion.length == 0;
+  if (endsEarly || saysVanished(error) || source.hasVanished()) {
+    throwVanished(disk, causeOf(error));
+  }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
     throw std::system_error(error, std::generic_category(), disk);
+  }
+}
+
+void requirePresence(BlockSource& source, const Waiter& waiter, const std::string& cause) {
+  constexpr milliseconds kTimeToLeave{2000};
+  for (milliseconds waited{0}; waited <= kTimeToLeave; waited += kLook) {
+    if (source.hasVanished()) {
+      throwVanished(waiter.disk, cause);
+    }
+    if (waiter.journal.stopRequested()) {
+      return;
+    }
+    std::this_thread::sleep_for(kLook);
+  }
+}
+
+// The last four are told by file systems: of a server that ended, an export that was taken back, a
+// connection that was broken off, and a file system that was shut down.
+bool saysVanished(int error) {
+  constexpr std::array gone{ENODEV, ENXIO, ENOMEDIUM, ENOTCONN, ESTALE, ECONNABORTED, ESHUTDOWN};
+  return std::find(gone.begin(), gone.end(), error) != gone.end();
+}
+
+void throwVanished(const std::string& disk, const std::string& cause) {
+  throw std::system_error(ENODEV, std::generic_category(), disk + " (" + cause + ")");
+}
+
+std::string causeOf(int error) {
+  switch (error) {
+    case 0:
+      return "fewer bytes than asked for";
+    case EILSEQ:
+      return "the protection information does not match the data";
+    default:
+      return std::generic_category().message(error);
   }
 }
 

@@ -1,26 +1,46 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <optional>
+#include <string>
 
+#include "packages/common/RunJournal.h"
 #include "packages/storage/BlockSource.h"
 
 namespace TarvexDiags::Storage {
+
+/// @brief For whom a transfer is waited for: who may end the waiting, and whose silence is told.
+struct Waiter {
+  Common::RunJournal& journal;
+  const std::string& disk;
+};
+
+/// @brief The disk ended no transfer for as long as the source has patience. The journal has its
+/// error; the source was abandoned.
+class SilentDisk : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the disk does not answer"; }
+};
 
 /// @brief Keeps as many transfers in flight as the source has slots, until there is no next one,
 /// then waits for the rest. No transfer is in flight when it returns or throws what a callback
 /// threw.
 ///
+/// A stop that the journal requests ends the wait within a third of a second, whatever the disk
+/// does: what is then still in flight is abandoned. Throws PackageKit::Stopped for it, and
+/// SilentDisk.
+///
 /// @param next the next transfer for the given free slot, or nothing when all were handed out;
 /// asked
 ///        again for each free slot until it says nothing.
 /// @param done called for each transfer that ended; the slot's buffer is free again afterwards.
-void transferAll(BlockSource& source,
+void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,
                  const std::function<void(const Transfer&, const Completion&)>& done);
 
-/// @brief One transfer alone; the source must have none in flight.
-Completion transferOne(BlockSource& source, const Transfer& transfer);
+/// @brief One transfer alone; the source must have none in flight. Throws as transferAll.
+Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer);
 
 /// @brief Throws NotSupported when the disk is smaller than the given number of bytes.
 void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk);
@@ -30,9 +50,23 @@ inline bool succeeded(const Transfer& transfer, const Completion& completion) {
   return completion.error == 0 && completion.length == transfer.length;
 }
 
-/// @brief Throws std::system_error unless the errno of a failed transfer (0: a short one) says that
-/// the disk or the way to it is at fault: a disk that left, a lack of memory or of a permission, a
-/// request that the kernel refuses say nothing about the disk's blocks.
-void requireFaultOfDisk(int error, const std::string& disk);
+/// @brief Throws std::system_error unless the failure of the transfer says that the disk or the way
+/// to it is at fault: a lack of memory or of a permission, or a request that the kernel refuses,
+/// say nothing about the disk's blocks. With ENODEV when the disk has left.
+void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Completion& completion,
+                        const std::string& disk);
+
+/// @brief For a disk that failed wherever it was asked: throws as above when it leaves within the
+/// time that the kernel takes to notice. Ends early when a stop is requested.
+void requirePresence(BlockSource& source, const Waiter& waiter, const std::string& cause);
+
+/// @brief Whether the errno says that there is no such disk or file system any more.
+bool saysVanished(int error);
+
+/// @brief Throws std::system_error with ENODEV.
+[[noreturn]] void throwVanished(const std::string& disk, const std::string& cause);
+
+/// @brief The message of an errno; a short transfer, which has none, is told as such.
+std::string causeOf(int error);
 
 }  // namespace TarvexDiags::Storage

@@ -21,8 +21,15 @@ class Ring {
     for (const unsigned int flags : wishes) {
       result = io_uring_queue_init(entries, &m_ring, flags);
       if (result == 0) {
-        return;
+        break;
       }
+    }
+    if (result == 0 && (m_ring.features & IORING_FEAT_EXT_ARG) == 0) {
+      io_uring_queue_exit(&m_ring);
+      result = -ENOSYS;  // a wait with a time limit would take a place of the ring
+    }
+    if (result == 0) {
+      return;
     }
     throw std::system_error(-result, std::generic_category(), "io_uring");
   }
@@ -53,6 +60,12 @@ class UringSource final : public FileSource {
     m_fixedBuffers = io_uring_register_buffers(m_ring, buffers.data(), slots()) == 0;
   }
 
+  ~UringSource() override {
+    if (isAbandoned()) {
+      keepForEver(std::move(m_owner));
+    }
+  }
+
   void start(const Transfer& transfer) override {
     dropCached(transfer);
     io_uring_sqe* entry = io_uring_get_sqe(m_ring);
@@ -65,17 +78,20 @@ class UringSource final : public FileSource {
     stampStart(transfer.slot);
   }
 
-  Completion wait() override {
+  std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
     // A few transfers go down with one system call, but the disk shall not run dry meanwhile.
     io_uring_cqe* entry = nullptr;
     if (m_prepared > slots() / 8) {
-      submit(0);
+      check(io_uring_submit(m_ring));
     }
-    while (io_uring_peek_cqe(m_ring, &entry) != 0) {
-      submit(1);
+    if (io_uring_peek_cqe(m_ring, &entry) != 0) {
+      submitAndWait(atMost);
+      if (io_uring_peek_cqe(m_ring, &entry) != 0) {
+        return std::nullopt;
+      }
     }
     const Completion completion =
-        completionOf(static_cast<unsigned int>(entry->user_data), entry->res);
+        completionOf(static_cast<unsigned int>(entry->user_data), entry->res, Clock::now());
     io_uring_cqe_seen(m_ring, entry);
     return completion;
   }
@@ -84,7 +100,9 @@ class UringSource final : public FileSource {
   void prepare(io_uring_sqe* entry, const Transfer& transfer) {
     void* data = buffer(transfer.slot).data();
     const int file = m_fixedFile ? 0 : descriptor();
-    if (transfer.direction == Direction::Read) {
+    if (transfer.direction == Direction::Flush) {
+      io_uring_prep_fsync(entry, file, IORING_FSYNC_DATASYNC);
+    } else if (transfer.direction == Direction::Read) {
       m_fixedBuffers ? io_uring_prep_read_fixed(entry, file, data, transfer.length, transfer.offset,
                                                 static_cast<int>(transfer.slot))
                      : io_uring_prep_read(entry, file, data, transfer.length, transfer.offset);
@@ -95,11 +113,17 @@ class UringSource final : public FileSource {
     }
   }
 
-  void submit(unsigned int waitFor) {
-    const int result = io_uring_submit_and_wait(m_ring, waitFor);
+  void submitAndWait(std::chrono::milliseconds atMost) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(atMost);
+    __kernel_timespec limit{seconds.count(), std::chrono::nanoseconds(atMost - seconds).count()};
+    io_uring_cqe* entry = nullptr;
+    check(io_uring_submit_and_wait_timeout(m_ring, &entry, 1, &limit, nullptr));
+  }
+
+  void check(int result) {
     if (result >= 0) {
       m_prepared = 0;
-    } else if (result != -EINTR && result != -EAGAIN) {
+    } else if (result != -EINTR && result != -EAGAIN && result != -ETIME) {
       throw std::system_error(-result, std::generic_category(), "io_uring_submit");
     }
   }

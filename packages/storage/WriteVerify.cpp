@@ -67,6 +67,8 @@ class WriteVerifyRun {
   /// @brief Transfers that are read a second time.
   static constexpr std::size_t kMostLooks = 256;
 
+  Waiter waiter() { return {m_journal, m_disk}; }
+
   bool goesOn() {
     return !m_journal.stopRequested() && !m_errors.isFull() && m_whyFull.empty() &&
            m_failed.size() < (m_journal.haltsOnError() ? 1 : kMostFailed);
@@ -80,7 +82,7 @@ class WriteVerifyRun {
     }
     ZoneWalk walk({{0, m_source.size()}}, m_slotSize);
     transferAll(
-        m_source,
+        m_source, waiter(),
         [&](unsigned int slot) -> std::optional<Transfer> {
           const Zone piece = goesOn() ? walk.next() : Zone{};
           if (piece.length == 0) {
@@ -123,13 +125,21 @@ class WriteVerifyRun {
       m_pattern.fill(data);
       m_pattern.stamp(data, cut.offset);
       const Transfer again{Direction::Write, 0, cut.offset, cut.length};
-      settleWrite(again, transferOne(m_source, again));
+      settleWrite(again, transferOne(m_source, waiter(), again));
     }
   }
 
   void flush() {
-    if (const int error = m_source.flush(); error != 0) {
-      settleFailedWrite({Direction::Write, 0, 0, 0}, {.error = error});
+    const Transfer flush{Direction::Flush, 0, 0, 0};
+    const Completion completion = transferOne(m_source, waiter(), flush);
+    if (completion.error != 0) {
+      settleFailedWrite(flush, completion);
+    }
+    if (m_failed.empty()) {
+      return;
+    }
+    if (completion.error != 0) {
+      requirePresence(m_source, waiter(), causeOf(completion.error));
     }
     tellFailedWrites();
   }
@@ -139,8 +149,8 @@ class WriteVerifyRun {
       m_whyFull = causeOf(completion.error);  // the file system's doing, not the disk's
       return;
     }
-    requireFaultOfDisk(completion.error, m_disk);
-    const bool isFlush = transfer.length == 0;
+    requireFaultOfDisk(m_source, transfer, completion, m_disk);
+    const bool isFlush = transfer.direction == Direction::Flush;
     m_failed.push_back(
         {transfer.offset, isFlush ? m_source.size() : transfer.length, completion.error});
   }
@@ -163,7 +173,7 @@ class WriteVerifyRun {
   void verify() {
     ZoneWalk walk({{0, m_source.size()}}, m_slotSize);
     transferAll(
-        m_source,
+        m_source, waiter(),
         [&](unsigned int slot) -> std::optional<Transfer> {
           for (Zone piece = walk.next(); piece.length > 0 && goesOnReading(); piece = walk.next()) {
             if (m_written[indexOf(piece.offset)]) {
@@ -208,7 +218,7 @@ class WriteVerifyRun {
       if (m_journal.stopRequested()) {
         return;
       }
-      if (succeeded(different, transferOne(m_source, different))) {
+      if (succeeded(different, transferOne(m_source, waiter(), different))) {
         m_wrongSectors.lookAgain(m_source.buffer(0).first(different.length), different.offset);
       }
     }

@@ -5,9 +5,10 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -69,6 +70,27 @@ class FaultySource : public BlockSource {
     m_flushError = error;
     return *this;
   }
+  /// @brief Transfers that touch the byte never end.
+  FaultySource& hangReads(std::uint64_t offset) {
+    return add(Kind::Hang, Direction::Read, offset, 1, kAlways, 0);
+  }
+  FaultySource& hangFlush() {
+    m_flushHangs = true;
+    return *this;
+  }
+  /// @brief From the n-th transfer on, the disk is pulled: its reads end as the way says, and after
+  /// some more of them the kernel knows.
+  enum class Leaving { WithErrors, WithoutBytes };
+  FaultySource& leaveAfter(int transfers, Leaving way, int unnoticed = 0) {
+    m_leaving = way;
+    m_leavesAfter = transfers;
+    m_unnoticed = unnoticed;
+    return *this;
+  }
+  FaultySource& losePatienceAfter(std::chrono::milliseconds limit) {
+    m_patience = limit;
+    return *this;
+  }
   /// @brief What other programs seem to write: asked for each look.
   FaultySource& others(std::function<std::optional<WriteActivity>()> activity) {
     m_activity = std::move(activity);
@@ -80,12 +102,26 @@ class FaultySource : public BlockSource {
   unsigned int slots() const override { return m_good->slots(); }
   std::span<std::byte> buffer(unsigned int slot) override { return m_good->buffer(slot); }
 
+  std::chrono::milliseconds patience() const override { return m_patience; }
+  void abandon() override { m_isAbandoned = true; }
+  bool hasVanished() override { return m_started >= m_leavesAfter + m_unnoticed; }
+
   void start(const Transfer& transfer) override {
     ++m_inFlight;
+    if (++m_started > m_leavesAfter) {
+      m_ended.push_back({transfer.slot, m_leaving == Leaving::WithErrors ? EIO : 0, 0, {}});
+      return;
+    }
+    if (transfer.direction == Direction::Flush) {
+      startFlush(transfer);
+      return;
+    }
     m_transfers[transfer.slot] = {transfer, hit(transfer)};
     const Fault* fault = m_transfers[transfer.slot].fault;
     const Kind kind = fault ? fault->kind : Kind::None;
-    if (kind == Kind::Fail) {
+    if (kind == Kind::Hang) {
+      ++m_hanging;
+    } else if (kind == Kind::Fail) {
       m_ended.push_back({transfer.slot, fault->value, 0, {}});
     } else if (kind == Kind::Lose) {
       m_ended.push_back({transfer.slot, 0, transfer.length, {}});
@@ -101,33 +137,30 @@ class FaultySource : public BlockSource {
     }
   }
 
-  Completion wait() override {
-    --m_inFlight;
+  std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
     if (!m_ended.empty()) {
+      --m_inFlight;
       const Completion completion = m_ended.front();
       m_ended.pop_front();
       return completion;
     }
-    Completion completion = m_good->wait();
-    const auto& [transfer, fault] = m_transfers[completion.slot];
-    if (fault != nullptr &&
-        (transfer.direction == Direction::Read || fault->kind == Kind::Shorten)) {
-      spoil(transfer, *fault, completion);
-    } else if (fault != nullptr && fault->kind == Kind::Flip) {
+    if (m_inFlight == m_hanging) {
+      std::this_thread::sleep_for(atMost);
+      return std::nullopt;
+    }
+    std::optional<Completion> completion = m_good->wait(atMost);
+    if (!completion) {
+      return std::nullopt;
+    }
+    --m_inFlight;
+    const auto& [transfer, fault] = m_transfers[completion->slot];
+    const bool isRead = transfer.direction == Direction::Read;
+    if (fault != nullptr && fault->kind == Kind::Flip && !isRead) {
       flip(transfer, *fault);  // the buffer is what it was
+    } else if (fault != nullptr && (isRead || fault->kind == Kind::Shorten)) {
+      spoil(transfer, *fault, *completion);
     }
     return completion;
-  }
-
-  int flush() override {
-    if (!m_misdirected.empty()) {
-      // The slots are at rest now, so the first one serves.
-      std::copy(m_misdirected.begin(), m_misdirected.end(), buffer(0).begin());
-      m_good->start(
-          {Direction::Write, 0, m_misdirectedTo, static_cast<std::uint32_t>(m_misdirected.size())});
-      m_good->wait();
-    }
-    return m_flushError != 0 ? m_flushError : m_good->flush();
   }
 
   std::optional<WriteActivity> writeActivity() override {
@@ -135,9 +168,10 @@ class FaultySource : public BlockSource {
   }
 
   int inFlight() const { return m_inFlight; }
+  bool isAbandoned() const { return m_isAbandoned; }
 
  private:
-  enum class Kind { None, Fail, Shorten, Flip, Flicker, Slow, Lose, Misdirect };
+  enum class Kind { None, Fail, Shorten, Flip, Flicker, Slow, Lose, Misdirect, Hang };
 
   struct Fault {
     Kind kind;
@@ -158,6 +192,25 @@ class FaultySource : public BlockSource {
                     int times, int value) {
     m_faults.push_back({kind, direction, offset, length, times, value});
     return *this;
+  }
+
+  void startFlush(const Transfer& transfer) {
+    m_transfers[transfer.slot] = {transfer, nullptr};
+    if (!m_misdirected.empty()) {
+      // The slots are at rest now, so the first one serves.
+      std::copy(m_misdirected.begin(), m_misdirected.end(), buffer(0).begin());
+      m_good->start(
+          {Direction::Write, 0, m_misdirectedTo, static_cast<std::uint32_t>(m_misdirected.size())});
+      while (!m_good->wait(std::chrono::seconds(1))) {
+      }
+    }
+    if (m_flushHangs) {
+      ++m_hanging;
+    } else if (m_flushError != 0) {
+      m_ended.push_back({transfer.slot, m_flushError, 0, {}});
+    } else {
+      m_good->start(transfer);
+    }
   }
 
   Fault* hit(const Transfer& transfer) {
@@ -194,7 +247,15 @@ class FaultySource : public BlockSource {
   std::function<std::optional<WriteActivity>()> m_activity;
   std::vector<std::byte> m_misdirected;
   std::uint64_t m_misdirectedTo = 0;
+  std::chrono::milliseconds m_patience{std::chrono::seconds(30)};
+  Leaving m_leaving = Leaving::WithErrors;
+  int m_leavesAfter = std::numeric_limits<int>::max() / 2;
+  int m_unnoticed = 0;
+  int m_started = 0;
   int m_flushError = 0;
+  bool m_flushHangs = false;
+  bool m_isAbandoned = false;
+  int m_hanging = 0;
   int m_inFlight = 0;
 };
 

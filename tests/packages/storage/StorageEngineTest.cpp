@@ -204,12 +204,13 @@ TEST(StorageSource, reads_from_a_descriptor_that_waits) {
   EXPECT_EQ(found, 1);
 }
 
-TEST(StorageSource, tells_why_a_disk_cannot_be_read) {
+TEST(StorageSource, tells_that_a_disk_is_there_no_more) {
   try {
     openForReading("/dev/no-such-disk", smallSlots());
     FAIL();
-  } catch (const NotSupported& reason) {
-    EXPECT_THAT(reason.what(), testing::HasSubstr("No such file"));
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ENODEV);
+    EXPECT_THAT(error.what(), testing::HasSubstr("No such file"));
   }
 }
 
@@ -231,8 +232,9 @@ TEST_P(StorageSources, move_every_byte_of_a_file) {
   const TestPattern pattern(3, 64 * kKib);
   ZoneWalk writes({{0, kDiskSize}}, 64 * kKib);
   const auto nothing = [](const Transfer&, const Completion&) {};
+  RecordingJournal journal;
   transferAll(
-      *source,
+      *source, {journal, kDisk},
       [&](unsigned int slot) -> std::optional<Transfer> {
         const Zone piece = writes.next();
         pattern.fill(source->buffer(slot));
@@ -242,14 +244,14 @@ TEST_P(StorageSources, move_every_byte_of_a_file) {
                    : std::optional(Transfer{Direction::Write, slot, piece.offset, 64 * kKib});
       },
       nothing);
-  EXPECT_EQ(source->flush(), 0);
+  EXPECT_EQ(transferOne(*source, {journal, kDisk}, {Direction::Flush, 0, 0, 0}).error, 0);
 
   std::uint64_t right = 0;
   ZoneWalk reads({{0, kDiskSize}}, 64 * kKib);
   std::vector<std::byte> expected(64 * kKib);
   pattern.fill(expected);
   transferAll(
-      *source,
+      *source, {journal, kDisk},
       [&](unsigned int slot) -> std::optional<Transfer> {
         const Zone piece = reads.next();
         return piece.length == 0
@@ -272,7 +274,8 @@ TEST_P(StorageSources, tell_the_errno_of_a_failed_transfer) {
   const auto source =
       overFile(UniqueDescriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), options());
   RecordingJournal journal;
-  const Completion completion = transferOne(*source, {Direction::Write, 3, 0, 4096});
+  const Completion completion =
+      transferOne(*source, {journal, kDisk}, {Direction::Write, 3, 0, 4096});
   EXPECT_EQ(completion.error, EBADF);
   EXPECT_EQ(completion.slot, 3U);
 }
@@ -282,6 +285,17 @@ TEST_P(StorageSources, end_with_transfers_in_flight_unharmed) {
   for (unsigned int slot = 0; slot < source->slots(); ++slot) {
     source->start({Direction::Read, slot, slot * 64 * kKib, 64 * kKib});
   }
+}
+
+TEST_P(StorageSources, are_left_at_once_when_they_were_abandoned) {
+  const auto source = overFile(randomFile(), options());
+  source->start({Direction::Read, 0, 0, 64 * kKib});
+  source->abandon();
+}
+
+TEST_P(StorageSources, wait_no_longer_than_asked_to) {
+  const auto source = overFile(randomFile(), options());
+  EXPECT_EQ(source->wait(std::chrono::milliseconds(20)), std::nullopt);
 }
 
 TEST_P(StorageSources, read_a_sound_disk_without_complaint) {
