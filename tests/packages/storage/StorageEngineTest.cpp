@@ -7,11 +7,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
 #include <numeric>
 #include <random>
 #include <system_error>
 #include <thread>
 
+#include "packagekit/TestContext.h"
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/PageBuffer.h"
 #include "packages/storage/Places.h"
@@ -405,6 +408,100 @@ TEST(StorageScan, does_not_blame_a_disk_that_leaves_while_its_bad_blocks_are_sea
   RecordingJournal journal;
   EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), std::system_error);
   EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+/// @brief The error with which the disk's leaving is told.
+template <class Run>
+int errorOf(Run run) {
+  try {
+    run();
+  } catch (const std::system_error& error) {
+    return error.code().value();
+  }
+  return 0;
+}
+
+TEST(StorageLeaving, is_told_in_place_of_unreadable_blocks) {
+  using Engine = std::function<void(BlockSource&, RecordingJournal&)>;
+  const std::map<std::string, Engine> engines{
+      {"scan", [](auto& source, auto& journal) { scanSequentially(source, {}, kDisk, journal); }},
+      {"random reads",
+       [](auto& source, auto& journal) {
+         readRandomly(source, {.reads = 200, .seed = 5}, kDisk, journal);
+       }},
+      {"stability",
+       [](auto& source, auto& journal) {
+         checkStability(source, {.window = kMib}, kDisk, journal);
+       }},
+      {"latency",
+       [](auto& source, auto& journal) {
+         findSlowBlocks(source, {.reads = 100, .limit = std::chrono::seconds(5)}, kDisk, journal);
+       }},
+      {"write and verify",
+       [](auto& source, auto& journal) { writeAndVerify(source, {.seed = 9}, kDisk, journal); }},
+  };
+  for (const auto& [name, engine] : engines) {
+    for (const auto way :
+         {FaultySource::Leaving::WithErrors, FaultySource::Leaving::WithoutBytes}) {
+      // At once, and after a moment in which every transfer fails.
+      for (const int unnoticed : {0, 40}) {
+        FaultySource faulty(goodDisk());
+        faulty.leaveAfter(20, way, unnoticed);
+        RecordingJournal journal;
+        EXPECT_EQ(errorOf([&] { engine(faulty, journal); }), ENODEV) << name << " " << unnoticed;
+        EXPECT_THAT(journal.complaints(), IsEmpty()) << name << " " << unnoticed;
+        EXPECT_EQ(faulty.inFlight(), 0) << name;
+      }
+    }
+  }
+}
+
+TEST(StorageLeaving, of_a_file_system_is_told_by_its_errors) {
+  for (const int error : {ENODEV, ENXIO, ENOMEDIUM, ENOTCONN, ESTALE, ECONNABORTED, ESHUTDOWN}) {
+    FaultySource faulty(goodDisk());
+    faulty.failReads(2 * kMib, 1, error);
+    RecordingJournal journal;
+    EXPECT_EQ(errorOf([&] { scanSequentially(faulty, {}, kDisk, journal); }), ENODEV) << error;
+  }
+}
+
+TEST(StorageLeaving, of_a_disk_is_seen_at_its_size_and_its_place_in_the_system) {
+  const auto source = goodDisk();
+  EXPECT_FALSE(source->hasVanished());
+  SourceOptions options = smallSlots();
+  options.disk = "no-such-disk";  // never there, so it cannot leave
+  EXPECT_FALSE(overFile(randomFile(), options)->hasVanished());
+}
+
+TEST(StorageSilence, ends_a_test_and_names_the_block) {
+  FaultySource faulty(goodDisk());
+  faulty.hangReads(500 * kBlock).losePatienceAfter(std::chrono::seconds(1));
+  RecordingJournal journal;
+  EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), SilentDisk);
+  EXPECT_THAT(journal.complaints(), ElementsAre(static_cast<unsigned int>(StorageEvent::NoAnswer)));
+  EXPECT_THAT(journal.parametersOf(StorageEvent::NoAnswer),
+              ElementsAre("sdz", "496", "4096", "1"));  // the read of 64 KiB with the block in it
+  EXPECT_TRUE(faulty.isAbandoned());
+}
+
+TEST(StorageSilence, of_a_flush_ends_the_test_too) {
+  FaultySource faulty(goodDisk());
+  faulty.hangFlush().losePatienceAfter(std::chrono::seconds(1));
+  RecordingJournal journal;
+  EXPECT_THROW(writeAndVerify(faulty, {.seed = 1}, kDisk, journal), SilentDisk);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::NoAnswer), ElementsAre("sdz", "?", "4096", "1"));
+}
+
+TEST(StorageSilence, does_not_keep_a_test_that_shall_stop) {
+  FaultySource faulty(goodDisk());
+  faulty.hangReads(500 * kBlock);
+  RecordingJournal journal;
+  journal.stopAfter(40);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), PackageKit::Stopped);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_TRUE(faulty.isAbandoned());
 }
 
 TEST(StorageRanges, are_joined_where_they_touch) {
