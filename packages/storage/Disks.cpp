@@ -139,6 +139,10 @@ std::string unescape(const std::string& text) {
   return plain;
 }
 
+bool isReadOnly(const std::string& mountOptions) {
+  return ("," + mountOptions + ",").find(",ro,") != std::string::npos;
+}
+
 constexpr std::array<std::pair<Attachment, const char*>, 6> kAttachmentTexts{{
     {Attachment::Nvme, "nvme"},
     {Attachment::Ata, "ata"},
@@ -187,18 +191,17 @@ std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path
   for (std::string line; std::getline(stream, line);) {
     // id, parent, major:minor, root, directory, options, optional fields, "-", type, source, ...
     std::istringstream fields(line);
-    std::string id, parent, number, root, directory, options, field, type, source;
+    std::string id, parent, number, root, directory, options, field, type, source, superOptions;
     fields >> id >> parent >> number >> root >> directory >> options;
     while (fields >> field && field != "-") {
     }
-    fields >> type >> source;
-    if (!options.starts_with("rw")) {
-      continue;
-    }
+    fields >> type >> source >> superOptions;
+    // A file system that met an error sets itself read-only, the mount is not asked.
+    const bool readOnly = isReadOnly(options) || isReadOnly(superOptions);
     for (const auto& [deviceNumber, device] : numbers) {
       // Some file systems show a number of their own; their source names the device.
       if (number == deviceNumber || source == "/dev/" + device) {
-        mounts.push_back({unescape(directory), device});
+        mounts.push_back({unescape(directory), device, readOnly});
         break;
       }
     }

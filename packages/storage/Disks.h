@@ -47,9 +47,10 @@ std::optional<Disk> fileAsDisk(const std::string& path);
 struct Mount {
   std::string directory;
   std::string device;  ///< the kernel's name of what carries it, such as "vda1" or "dm-0"
+  bool readOnly = false;
 };
 
-/// @brief The writable file systems on the disk, found through partitions and layers on top of
+/// @brief The mounted file systems on the disk, found through partitions and layers on top of
 /// them.
 /// @param mountInfo the kernel's list for a process; tests bring a file of their own.
 std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs = "/sys",

@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
+#include <system_error>
 
 #include "packages/storage/StorageEvents.h"
 #include "packages/storage/TemporaryFile.h"
+#include "packages/storage/TransferQueue.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -15,28 +18,56 @@ namespace {
 constexpr std::uint64_t kSmallestFile = std::uint64_t{16} << 20;
 constexpr std::uint64_t kUnit = std::uint64_t{1} << 20;
 
-std::optional<dev_t> writableDirectory(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
-      access(path.c_str(), W_OK | X_OK) != 0) {
-    return std::nullopt;
-  }
-  return status.st_dev;
+/// @brief A place for the file, or what stands in its way.
+struct Offer {
+  FilePlace place;
+  std::string obstacle;
+};
+
+std::string messageOf(int error) {
+  return std::generic_category().message(error);
 }
 
-/// @brief The first of a file system's usual places that this user may write to; empty if none.
+/// @brief The first of a file system's usual places that this user may write to; empty if none,
+/// with the last one's reason in errno.
 std::string writableOn(const std::string& mount) {
   struct stat root {};
-  if (stat(mount.c_str(), &root) != 0 || !S_ISDIR(root.st_mode)) {
+  if (stat(mount.c_str(), &root) != 0) {
     return {};
   }
   for (const char* below : {"/tmp", "/var/tmp", ""}) {
     std::string directory = mount == "/" && *below != '\0' ? below : mount + below;
-    if (writableDirectory(directory) == root.st_dev) {
+    struct stat status {};
+    if (stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+        status.st_dev == root.st_dev && access(directory.c_str(), W_OK | X_OK) == 0) {
       return directory;
     }
   }
   return {};
+}
+
+Offer offerOf(const Mount& mount, const std::string& disk) {
+  if (mount.readOnly) {
+    return {{}, mount.directory + " is mounted read-only"};
+  }
+  errno = 0;
+  const std::string directory = writableOn(mount.directory);
+  const auto space = directory.empty() ? std::nullopt : freeSpace(directory);
+  if (!space) {
+    const int error = errno;
+    const bool isFolderOfFile = mount.device.empty();
+    if (saysVanished(error) || (isFolderOfFile && error == ENOENT)) {
+      throwVanished(disk, mount.directory + ": " + messageOf(error));
+    }
+    return {{}, mount.directory + " cannot be written to: " + messageOf(error)};
+  }
+  const std::uint64_t share = *space / kShareOfFreeSpace;
+  if (share < kUnit) {
+    return {{},
+            "too little free space in " + directory + ": " + std::to_string(*space) +
+                " bytes, of " + "which the file may take a tenth"};
+  }
+  return {{directory, mount.device, share}, {}};
 }
 
 std::vector<Mount> candidates(const Disk& disk) {
@@ -51,19 +82,25 @@ std::vector<Mount> candidates(const Disk& disk) {
 
 FilePlace findFilePlace(const Disk& disk, std::uint64_t wanted) {
   FilePlace best;
+  std::string obstacles;
   for (const Mount& mount : candidates(disk)) {
-    const std::string directory = writableOn(mount.directory);
-    const std::uint64_t space = directory.empty() ? 0 : freeSpace(directory) / kShareOfFreeSpace;
-    if (space > best.bytes) {
-      best = {directory, mount.device, space};
+    const Offer offer = offerOf(mount, disk.name);
+    if (offer.place.bytes > best.bytes) {
+      best = offer.place;
+    }
+    if (!offer.obstacle.empty()) {
+      obstacles += (obstacles.empty() ? "" : "; ") + offer.obstacle;
     }
   }
   if (best.directory.empty()) {
-    throw NotSupported("no file system that can be written to lies on " + disk.name);
+    throw NotSupported(obstacles.empty() ? "no file system on " + disk.name + " is mounted"
+                                         : obstacles);
   }
-  best.bytes = std::min(best.bytes, wanted) / kUnit * kUnit;
+  const std::uint64_t most = best.bytes;
+  best.bytes = std::min(most, wanted) / kUnit * kUnit;
   if (best.bytes < std::min(wanted, kSmallestFile)) {
-    throw NotSupported("too little free space in " + best.directory);
+    throw NotSupported("too little free space in " + best.directory + ": the file may take " +
+                       std::to_string(most) + " bytes of it");
   }
   return best;
 }

@@ -314,7 +314,8 @@ Verdict writeVerify(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const FilePlace place = findFilePlace(disk, bytesOf(context, kFileMegabytes));
     context.log("the temporary file lies in " + place.directory);
-    auto file = makeTemporaryFile(place.directory, place.bytes);
+    auto file =
+        makeTemporaryFile(place.directory, place.bytes, [&] { return journal.stopRequested(); });
     const int descriptor = file.get();
     const auto start = startOnDisk(disk.name, place.device);
     SourceOptions sourceOptions = Storage::sourceOptions(context);

@@ -6,18 +6,31 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
 
+#include "packagekit/TestContext.h"
+#include "packages/storage/StorageEvents.h"
+#include "packages/storage/TransferQueue.h"
+
 namespace TarvexDiags::Storage {
 namespace {
 
-[[noreturn]] void fail(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
+[[noreturn]] void fail(int error, const std::string& directory) {
+  const std::string cause = std::generic_category().message(error);
+  if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EACCES) {
+    throw NotSupported("no temporary file in " + directory + ": " + cause);
+  }
+  if (saysVanished(error)) {
+    throwVanished(directory, cause);
+  }
+  throw std::system_error(error, std::generic_category(), directory);
 }
 
 int openNameless(const std::string& directory, int flags) {
@@ -35,8 +48,10 @@ int openAndUnlink(const std::string& directory, int flags) {
   return descriptor;
 }
 
+// Where the page cache stands between, each write reaches the medium all the same: else a single
+// flush at the end would bring all of it there, for longer than anybody waits.
 PackageKit::UniqueDescriptor openIn(const std::string& directory) {
-  for (const int flags : {O_DIRECT, 0}) {
+  for (const int flags : {O_DIRECT, O_DSYNC}) {
     for (const auto& way : {openNameless, openAndUnlink}) {
       const int descriptor = way(directory, flags);
       if (descriptor >= 0) {
@@ -49,10 +64,25 @@ PackageKit::UniqueDescriptor openIn(const std::string& directory) {
 
 }  // namespace
 
-PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size) {
+PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size,
+                                               const std::function<bool()>& stopRequested) {
+  constexpr std::uint64_t kPiece = std::uint64_t{64} << 20;
   PackageKit::UniqueDescriptor file = openIn(directory);
-  if (const int error = posix_fallocate(file.get(), 0, static_cast<off_t>(size)); error != 0) {
-    fail(error, directory);
+  for (std::uint64_t at = 0; at < size; at += kPiece) {
+    const auto piece = static_cast<off_t>(std::min(kPiece, size - at));
+    if (stopRequested()) {
+      throw PackageKit::Stopped();
+    }
+    if (fallocate(file.get(), 0, static_cast<off_t>(at), piece) == 0) {
+      continue;
+    }
+    if (errno != EOPNOTSUPP && errno != ENOSYS) {
+      fail(errno, directory);
+    }
+    break;  // a file system that reserves nothing tells at the writes that it is full
+  }
+  if (ftruncate(file.get(), static_cast<off_t>(size)) != 0) {
+    fail(errno, directory);
   }
   return file;
 }
@@ -79,10 +109,10 @@ std::optional<std::uint64_t> placeOnDevice(int file, std::uint64_t offset) {
   return extent.fe_physical + (offset - extent.fe_logical);
 }
 
-std::uint64_t freeSpace(const std::string& directory) {
+std::optional<std::uint64_t> freeSpace(const std::string& directory) {
   struct statvfs status {};
   if (statvfs(directory.c_str(), &status) != 0) {
-    return 0;
+    return std::nullopt;
   }
   return static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
 }

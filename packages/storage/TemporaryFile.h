@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -9,18 +10,23 @@
 namespace TarvexDiags::Storage {
 
 /// @brief Makes a file of the given size that has no name: it is gone with its last descriptor,
-/// however the process ends. Its space is reserved. Past the page cache where the file system
-/// allows.
+/// however the process ends. Its space is reserved, and it lies past the page cache, where the file
+/// system allows.
 ///
 /// @param directory where; must be writable.
-/// Throws std::system_error, with ENOSPC when the space does not suffice.
-PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size);
+/// @param stopRequested asked between the pieces in which the space is reserved
+/// Throws NotSupported when there is no room for it or it may not be written, PackageKit::Stopped,
+/// std::system_error, with ENODEV when the file system has gone.
+PackageKit::UniqueDescriptor makeTemporaryFile(
+    const std::string& directory, std::uint64_t size,
+    const std::function<bool()>& stopRequested = [] { return false; });
 
 /// @brief Where a place of the file lies on the block device that carries the file system, in
 /// bytes; nothing where the file system does not tell.
 std::optional<std::uint64_t> placeOnDevice(int file, std::uint64_t offset);
 
-/// @brief Bytes that this user may still fill in the directory's file system; 0 when unknown.
-std::uint64_t freeSpace(const std::string& directory);
+/// @brief Bytes that this user may still fill in the directory's file system; nothing, and errno,
+/// when it does not tell.
+std::optional<std::uint64_t> freeSpace(const std::string& directory);
 
 }  // namespace TarvexDiags::Storage

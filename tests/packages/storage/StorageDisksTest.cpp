@@ -151,12 +151,14 @@ TEST(StorageMounts, are_found_through_partitions_and_layers) {
             "23 1 252:0 / /home\\040of\\040all rw - xfs /dev/mapper/home rw\n"
             "24 1 8:1 / /mnt/frozen ro,relatime - ext4 /dev/sda1 rw\n"
             "25 1 8:16 / /other rw - ext4 /dev/sdb rw\n"
-            "26 1 0:40 / /pool rw master:1 propagate_from:2 - btrfs /dev/sda2 rw");
+            "26 1 0:40 / /pool rw master:1 propagate_from:2 - btrfs /dev/sda2 rw\n"
+            "27 1 8:1 / /after\\040an\\040error rw - ext4 /dev/sda1 ro,errors=remount-ro");
   std::vector<std::string> found;
   for (const Mount& mount : mountsOn("sda", tree.root(), tree.root() / "mounts")) {
-    found.push_back(mount.directory + " on " + mount.device);
+    found.push_back(mount.directory + " on " + mount.device + (mount.readOnly ? ", frozen" : ""));
   }
-  EXPECT_THAT(found, ElementsAre("/ on sda1", "/home of all on dm-0", "/pool on sda2"));
+  EXPECT_THAT(found, ElementsAre("/ on sda1", "/home of all on dm-0", "/mnt/frozen on sda1, frozen",
+                                 "/pool on sda2", "/after an error on sda1, frozen"));
   EXPECT_EQ(startOnDisk("sda", "sda1", tree.root()), 2048U * 512);
   EXPECT_EQ(startOnDisk("sda", "sda", tree.root()), 0U);
   EXPECT_EQ(startOnDisk("sda", "dm-0", tree.root()), std::nullopt);
