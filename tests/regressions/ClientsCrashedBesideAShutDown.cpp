@@ -288,13 +288,17 @@ TEST_F(CallsInsideTest, a_second_shut_down_waits_for_the_first) {
   EXPECT_EQ(harness.phase(), DiagControllerStatus::UNINITIALISED);
 }
 
-// The shut-down's own abort raises the events that wake the client.
+// The shut-down's own abort raises the events that wake the client. The monitor stands inside the
+// package meanwhile, and the shut-down waits for it: so it cannot be over before the client is
+// inside.
 TEST_F(CallsInsideTest, a_client_that_fetches_when_the_shut_down_wakes_it_is_waited_for) {
   parallel();
   alpha.holdRuns();
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
-  ASSERT_TRUE(alpha.awaitCalls(Call::GetStatus));
+  Barrier inPackage;
+  alpha.on(Call::GetStatus, [&](const CallRecord&) { inPackage.pass(); });
+  ASSERT_TRUE(inPackage.awaitArrival());
   harness.forget();
   Barrier barrier;
   Code code = OUT_OF_RANGE;
@@ -312,7 +316,8 @@ TEST_F(CallsInsideTest, a_client_that_fetches_when_the_shut_down_wakes_it_is_wai
   });
   EXPECT_TRUE(client.blocks());
   const Companion shutDown([&] { harness.shutDown(); });
-  ASSERT_TRUE(barrier.awaitArrival());
+  EXPECT_TRUE(barrier.awaitArrival());
+  inPackage.open();
   EXPECT_TRUE(waitsForCalls(shutDown));
   barrier.open();
   ASSERT_TRUE(client.ends() && shutDown.ends());
