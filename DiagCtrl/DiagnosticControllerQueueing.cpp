@@ -286,6 +286,7 @@ void DiagnosticController::Queueing::becomeActive(const ClientFailure& arFailure
 }
 
 unsigned long DiagnosticController::Queueing::queue(DiagnosticPackage& arPackage, int aiDeviceId) {
+  const QuietScope quiet;
   kClientsAtRest.mayRead();
   auto settings = std::make_unique<Diag::DiagnosticSettings>(mOrder.settings);
   DiagDevice* device = orFail({.onLock = kUnableToGetLock, .onMissing = kDeviceObjectNotFound},

@@ -118,6 +118,7 @@ void ExecutionManagerThread::fetchCompanions() {
 
 void ExecutionManagerThread::run(void* /*apVoid*/) {
   const TraceScope trace(&mrDiagTracer, "ExecutionManagerThread::run");
+  const QuietScope quiet;
   fetchCompanions();
   // Before each look at the state, so that no signal is missed between the look and the wait.
   unsigned long waitTicket = mpTReqWaitQueueCondVar.load()->ticket();

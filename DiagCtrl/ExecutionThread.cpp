@@ -131,6 +131,7 @@ void ExecutionThread::runPass(const TraceScope& arTrace, TellMonitor aTellMonito
 void ExecutionThread::run(void* /*apVoid*/) {
   WorkerEnd end(mrTestReqMgr);
   const TraceScope trace(&mrDiagTracer, "ExecutionThread::run");
+  const QuietScope quiet;
   try {
     runPass(trace, [&end] { end.tellMonitor(); });
   } catch (const DiagCtrlMutexException&) {

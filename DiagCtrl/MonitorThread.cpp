@@ -76,6 +76,7 @@ void MonitorThread::stop() {
 
 void MonitorThread::run(void* /*apRunArgument*/) {
   const TraceScope trace(mpDiagTracer, "MonitorThread::run");
+  const QuietScope quiet;
   mulSignalsSeen = mrExecCondVar.ticket();
   while (getState()) {
     try {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "DiagCtrl/DiagTracer.h"
@@ -8,14 +9,32 @@
 
 namespace TarvexDiags::DiagCtrl {
 
+/// While it lasts, the methods that this thread runs are traced only where the trace is written.
+/// The end of a trace yields the processor, written or not, and a request passes some fifty methods
+/// on its way: with every core busy each of them would cost it a time slice. A thread opens one
+/// behind its first trace, which makes it known to the tracer.
+class QuietScope {
+ public:
+  QuietScope() noexcept : mbWasQuiet(std::exchange(mbSQuiet, true)) {}
+  ~QuietScope() { mbSQuiet = mbWasQuiet; }
+  QuietScope(const QuietScope&) = delete;
+  QuietScope& operator=(const QuietScope&) = delete;
+
+  static bool isOpen() noexcept { return mbSQuiet; }
+
+ private:
+  static inline thread_local bool mbSQuiet = false;
+  const bool mbWasQuiet;
+};
+
 /// The trace of one method: the entry line at construction, the exit line at `close` or on the way
 /// out, whichever way that is. Lines in between carry the file and line of the call.
 class TraceScope {
  public:
   /// @param apcMethod "Class::method", a literal. A null tracer traces nothing.
   TraceScope(DiagTracer* apDiagTracer, const char* apcMethod) noexcept
-      : mpDiagTracer(apDiagTracer), mpcMethod(apcMethod) {
-    if (mpDiagTracer != nullptr) {
+      : mpDiagTracer(apDiagTracer), mpcMethod(apcMethod), mbBegun(isTraced(apDiagTracer)) {
+    if (mbBegun) {
       mpDiagTracer->beginTrace(DiagCtrlConstants::DIAG_INFORMATION, mpcMethod);
     }
   }
@@ -25,10 +44,11 @@ class TraceScope {
 
   /// Writes the exit line now, for a method that still acts after it (raising an event, say).
   void close() noexcept {
-    if (mpDiagTracer != nullptr) {
+    if (mbBegun) {
       mpDiagTracer->endTrace(DiagCtrlConstants::DIAG_INFORMATION, mpcMethod);
-      mpDiagTracer = nullptr;
+      mbBegun = false;
     }
+    mpDiagTracer = nullptr;
   }
 
   const char* method() const noexcept { return mpcMethod; }
@@ -86,6 +106,10 @@ class TraceScope {
   }
 
  private:
+  static bool isTraced(const DiagTracer* apDiagTracer) noexcept {
+    return apDiagTracer != nullptr &&
+           (!QuietScope::isOpen() || apDiagTracer->admits(DiagCtrlConstants::DIAG_INFORMATION));
+  }
   template <class Write>
   void ifWritten(int aiLevel, Write aWrite) const {
     if (mpDiagTracer != nullptr && mpDiagTracer->admits(aiLevel)) {
@@ -106,6 +130,7 @@ class TraceScope {
 
   DiagTracer* mpDiagTracer;
   const char* mpcMethod;
+  bool mbBegun;
 };
 
 }  // namespace TarvexDiags::DiagCtrl
