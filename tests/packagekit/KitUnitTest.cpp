@@ -8,9 +8,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <ostream>
-#include <regex>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -22,7 +19,6 @@
 #include "packagekit/internal/OutputTail.h"
 #include "packagekit/internal/PackageLog.h"
 #include "packagekit/testing/RecordingContext.h"
-#include "tests/support/Places.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -298,62 +294,3 @@ TEST_F(PackageTexts, need_plain_codes_once_each) {
 TEST_F(PackageTexts, are_missed_where_there_is_no_package) {
   EXPECT_THAT(checkPackageTexts(m_directory, "q"), ElementsAre(HasSubstr("missing or empty")));
 }
-
-namespace {
-
-struct EventList {
-  const char* package;
-  const char* header;
-};
-
-void PrintTo(const EventList& list, std::ostream* out) {
-  *out << list.package;
-}
-
-// Codes of the enumeration of events in a header.
-std::set<long> codesIn(const std::string& header) {
-  std::set<long> codes;
-  std::istringstream lines(readFile(header));
-  bool isInside = false;
-  for (std::string line; std::getline(lines, line);) {
-    std::smatch match;
-    if (line.find("enum ") == 0) {
-      isInside = line.find("Event ") != std::string::npos;
-    } else if (isInside &&
-               std::regex_search(line, match, std::regex("^  [A-Za-z]+ = ([0-9]+)\\b"))) {
-      codes.insert(std::stol(match[1]));
-    }
-  }
-  return codes;
-}
-
-class PackageEvents : public testing::TestWithParam<EventList> {};
-
-}  // namespace
-
-TEST_P(PackageEvents, have_a_token_each_and_the_severity_of_their_number) {
-  const std::string source = TestSupport::sourcePath("packages/");
-  const std::string name = GetParam().package;
-  const std::set<long> codes = codesIn(source + name + "/" + GetParam().header);
-  EXPECT_GE(codes.size(), 5U);
-  const Settings settings(source + name + "/" + name + ".cfg");
-  for (long code = 1; code < 300; ++code) {
-    const char* const own = code < 100 ? "Information" : code < 200 ? "Warning" : "Error";
-    // Two codes are common to all packages: they close a test.
-    const bool isKnown = codes.count(code) > 0 || code == 100 || code == 200;
-    for (const char* const section : {"Information", "Warning", "Error"}) {
-      EXPECT_EQ(settings.read(section, std::to_string(code)).has_value(),
-                isKnown && std::string(section) == own)
-          << code << " in " << section;
-    }
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Packages, PackageEvents,
-                         testing::Values(EventList{"memory", "NodeDiagnostic.h"},
-                                         EventList{"processor", "CoreDiagnostic.h"},
-                                         EventList{"storage", "StorageEvents.h"},
-                                         EventList{"network", "NetworkEvents.h"}),
-                         [](const testing::TestParamInfo<EventList>& list) {
-                           return std::string(list.param.package);
-                         });

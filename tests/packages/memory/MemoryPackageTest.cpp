@@ -1,19 +1,16 @@
 // The package as the controller drives it, and its tests with a machine of files around them.
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
@@ -104,13 +101,6 @@ TEST_F(MemoryPackageTest, margin_that_leaves_nothing_is_a_warning_and_no_fault) 
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(MemoryPackageTest, each_test_of_the_table_has_its_section) {
-  std::vector<int> sections(
-      std::stoul(PackageKit::Settings(driver.configFile()).package("NumberOfTests").value_or("0")));
-  std::iota(sections.begin(), sections.end(), 1);
-  EXPECT_EQ(kAllTests, sections);
-}
-
 TEST_F(MemoryPackageTest, setting_that_is_missing_leaves_no_verdict_and_is_named) {
   driver.set("Package", "Rounds", "");
   const auto run = runQuick({2});
@@ -146,18 +136,6 @@ TEST_F(MemoryPackageTest, nodes_have_tags_and_locks_of_their_own) {
   EXPECT_TRUE(driver.supports("node0", 1));
   EXPECT_FALSE(driver.supports("node1", 1)) << "none of its CPUs may be used";
   EXPECT_THAT(driver.logText(), HasSubstr("may run on no CPU of Memory of node 1"));
-}
-
-TEST(MemoryPackageTextsTest, texts_are_complete_in_every_language) {
-  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "memory"), IsEmpty());
-}
-
-TEST(MemoryPackageObjectTest, object_is_gone_after_its_release) {
-  const char* const file = TARVEX_PACKAGE_DIR "/libmemory.so";
-  void* const handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(handle, nullptr) << dlerror();
-  ASSERT_EQ(dlclose(handle), 0);
-  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 /// @brief Lets a memory controller count errors while the test waits.

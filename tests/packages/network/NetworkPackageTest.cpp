@@ -1,6 +1,5 @@
 // The network package as the controller loads it, in namespaces where no real interface is.
 
-#include <dlfcn.h>
 #include <net/if.h>
 #include <netlink/route/link/veth.h>
 #include <sched.h>
@@ -14,7 +13,6 @@
 #include <fstream>
 #include <thread>
 
-#include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packages/network/InterfaceSetter.h"
@@ -118,18 +116,6 @@ TEST_F(NetworkPackage, gives_each_device_a_lock_of_its_own) {
   EXPECT_THAT(tags, Contains("host/lo"));
   EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
   EXPECT_EQ(driver.device("lo").getDevice()->getDeviceStatus(), 0U);
-}
-
-TEST(NetworkPackageTexts, are_complete_in_every_language) {
-  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "network"), IsEmpty());
-}
-
-TEST(NetworkPackageObject, is_gone_after_its_release) {
-  const char* file = TARVEX_PACKAGE_DIR "/libnetwork.so";
-  void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(handle, nullptr) << dlerror();
-  ASSERT_EQ(dlclose(handle), 0);
-  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 /// @brief In a namespace of its own, so that the pair is the only thing there besides "lo".

@@ -1,16 +1,13 @@
 // The package as the controller drives it, and its tests with a machine of files around them.
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
@@ -81,13 +78,6 @@ TEST_F(ProcessorPackageTest, wrong_result_fails_the_core_and_is_told_with_all_th
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
-TEST_F(ProcessorPackageTest, each_test_of_the_table_has_its_section) {
-  std::vector<int> sections(
-      std::stoul(PackageKit::Settings(driver.configFile()).package("NumberOfTests").value_or("0")));
-  std::iota(sections.begin(), sections.end(), 1);
-  EXPECT_EQ(testNumbers(), sections);
-}
-
 TEST_F(ProcessorPackageTest, setting_that_cannot_be_read_leaves_no_verdict_and_is_named) {
   driver.set("Package", "QuickDurationSeconds", "").set("Package", "DurationSeconds", "short");
   const auto run = runQuick(anyCore(), {1});
@@ -130,18 +120,6 @@ TEST_F(ProcessorPackageTest, what_a_core_lacks_is_not_supported_with_a_reason) {
   EXPECT_THAT(driver.logText(), HasSubstr("may not run on core 60000"));
   EXPECT_THAT(driver.logText(), HasSubstr("no other core to work with"));
   EXPECT_THAT(driver.logText(), HasSubstr("neither throttling nor machine checks"));
-}
-
-TEST(ProcessorPackageTextsTest, texts_are_complete_in_every_language) {
-  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "processor"), IsEmpty());
-}
-
-TEST(ProcessorPackageObjectTest, object_is_gone_after_its_release) {
-  const char* const file = TARVEX_PACKAGE_DIR "/libprocessor.so";
-  void* const handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(handle, nullptr) << dlerror();
-  ASSERT_EQ(dlclose(handle), 0);
-  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 /// @brief Changes a counter of the machine once the test asks whether it shall stop.

@@ -1,11 +1,8 @@
 // The storage package as the controller loads it, on a file that stands for a disk.
 
-#include <dlfcn.h>
-
 #include <filesystem>
 #include <fstream>
 
-#include "packagekit/PackageTexts.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/TestPrecompiled.h"
@@ -141,18 +138,6 @@ TEST_F(StoragePackage, leaves_out_a_file_that_is_not_there) {
   driver.set("Package", "DeviceFile2", "/no/such/file");
   driver.devices();
   EXPECT_THAT(driver.logText(), HasSubstr("/no/such/file is no file"));
-}
-
-TEST(StoragePackageTexts, are_complete_in_every_language) {
-  EXPECT_THAT(PackageKit::checkPackageTexts(TARVEX_PACKAGE_DIR, "storage"), IsEmpty());
-}
-
-TEST(StoragePackageObject, is_gone_after_its_release) {
-  const char* file = TARVEX_PACKAGE_DIR "/libstorage.so";
-  void* handle = dlopen(file, RTLD_NOW | RTLD_LOCAL);
-  ASSERT_NE(handle, nullptr) << dlerror();
-  ASSERT_EQ(dlclose(handle), 0);
-  EXPECT_EQ(dlopen(file, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 }  // namespace

@@ -1,0 +1,139 @@
+// What holds for every package that comes with the project. Each test walks the folder that they
+// are built into, so a new package is in it.
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "packagekit/PackageTexts.h"
+#include "packagekit/Settings.h"
+#include "packagekit/contract/SettingRule.h"
+#include "tests/support/Places.h"
+#include "tests/support/TestPrecompiled.h"
+
+namespace TarvexDiags::PackageKit {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::IsEmpty;
+
+std::vector<std::string> bundledPackages() {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(TARVEX_PACKAGE_DIR)) {
+    if (entry.path().extension() == ".cfg") {
+      names.push_back(entry.path().stem());
+    }
+  }
+  EXPECT_FALSE(names.empty());
+  return names;
+}
+
+std::string fileOf(const std::string& name) {
+  return TARVEX_PACKAGE_DIR "/lib" + name + ".so";
+}
+
+/// The numbers of the tests that the shared object has.
+std::set<int> testsOf(const std::string& name) {
+  void* const handle = dlopen(fileOf(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    ADD_FAILURE() << dlerror();
+    return {};
+  }
+  std::set<int> numbers;
+  if (void* const symbol = dlsym(handle, kDescribeSettings)) {
+    for (const SettingRule& rule :
+         settingRulesFrom(reinterpret_cast<const char* (*)()>(symbol)())) {
+      numbers.insert(rule.testId);
+    }
+  }
+  dlclose(handle);
+  numbers.erase(0);  // what the package reads as a whole
+  return numbers;
+}
+
+/// Codes of the enumeration of events in the package's headers.
+std::set<long> codesOf(const std::string& name) {
+  static const std::regex kEnumeration("^enum (class )?[A-Za-z]*Event : ");
+  static const std::regex kEnumerator("^  [A-Za-z]+ = ([0-9]+)\\b");
+  std::set<long> codes;
+  for (const auto& entry : fs::directory_iterator(TestSupport::sourcePath("packages/" + name))) {
+    if (entry.path().extension() != ".h") {
+      continue;
+    }
+    std::ifstream header(entry.path());
+    bool isInside = false;
+    for (std::string line; std::getline(header, line);) {
+      std::smatch match;
+      if (line.starts_with("enum ")) {
+        isInside = std::regex_search(line, kEnumeration);
+      } else if (isInside && std::regex_search(line, match, kEnumerator)) {
+        codes.insert(std::stol(match[1]));
+      }
+      isInside = isInside && !line.starts_with("};");
+    }
+  }
+  return codes;
+}
+
+TEST(BundledPackages, have_a_token_for_each_event_and_the_severity_of_its_number) {
+  for (const std::string& name : bundledPackages()) {
+    const std::set<long> codes = codesOf(name);
+    EXPECT_FALSE(codes.empty()) << name << ": no header has an enumeration of its events";
+    const Settings settings(TestSupport::sourcePath("packages/" + name + "/" + name + ".cfg"));
+    for (long code = 1; code < 300; ++code) {
+      const std::string own = code < 100 ? "Information" : code < 200 ? "Warning" : "Error";
+      // Two codes stand for what packages/common closes a test with.
+      const bool mayStand = codes.contains(code) || code == 100 || code == 200;
+      for (const std::string section : {"Information", "Warning", "Error"}) {
+        const bool stands = settings.read(section, std::to_string(code)).has_value();
+        EXPECT_TRUE(!stands || (mayStand && section == own))
+            << name << ": [" << section << "] " << code << " is no event of the package's header";
+        EXPECT_TRUE(stands || section != own || !codes.contains(code))
+            << name << ": [" << section << "] has no token for " << code;
+      }
+    }
+  }
+}
+
+TEST(BundledPackages, have_texts_that_are_complete_in_every_language) {
+  for (const std::string& name : bundledPackages()) {
+    EXPECT_THAT(checkPackageTexts(TARVEX_PACKAGE_DIR, name), IsEmpty());
+  }
+}
+
+TEST(BundledPackages, have_a_section_for_each_test_and_a_test_for_each_section) {
+  for (const std::string& name : bundledPackages()) {
+    const Settings settings(TARVEX_PACKAGE_DIR "/" + name + ".cfg");
+    const long count =
+        Settings::toInteger(settings.package("NumberOfTests").value_or("")).value_or(0);
+    std::set<int> sections;
+    for (int number = 1; number <= count; ++number) {
+      sections.insert(number);
+    }
+    EXPECT_EQ(testsOf(name), sections) << name << ": tests of the object, tests of the file";
+  }
+}
+
+TEST(BundledPackages, are_gone_after_their_release) {
+  for (const std::string& name : bundledPackages()) {
+    void* const handle = dlopen(fileOf(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(handle, nullptr) << dlerror();
+    ASSERT_EQ(dlclose(handle), 0);
+    EXPECT_EQ(dlopen(fileOf(name).c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << name;
+  }
+}
+
+TEST(BundledPackages, have_tests_of_their_own) {
+  for (const std::string& name : bundledPackages()) {
+    const std::string list = "tests/packages/" + name + "/CMakeLists.txt";
+    EXPECT_TRUE(fs::exists(TestSupport::sourcePath(list))) << list << " is missing";
+  }
+}
+
+}  // namespace
+}  // namespace TarvexDiags::PackageKit
