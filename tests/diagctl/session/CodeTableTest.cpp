@@ -2,7 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+
 #include "diagctl/session/CodeTable.h"
+#include "tests/support/Places.h"
 
 namespace TarvexDiags::FrontEnd {
 namespace {
@@ -15,11 +21,43 @@ TEST(Codes, every_entry_has_a_meaning_and_an_action) {
   }
 }
 
-TEST(Codes, are_all_there_and_no_other) {
-  for (unsigned int number = 0; number <= 100; ++number) {
-    const bool isCode = number >= 1 && number != 6;
-    EXPECT_EQ(findResult(number) != nullptr, isCode && number <= 61) << number;
-    EXPECT_EQ(findEvent(number) != nullptr, isCode && number <= 68) << number;
+/// The numbers of an enumeration of the controller's, by name.
+std::map<unsigned int, std::string> enumerators(const std::string& header,
+                                                const std::string& enumeration) {
+  static const std::regex kEnumerator("^    ([A-Z_]+) = ([0-9]+),");
+  std::ifstream stream(TestSupport::sourcePath(header));
+  std::map<unsigned int, std::string> found;
+  bool isInside = false;
+  for (std::string line; std::getline(stream, line);) {
+    std::smatch match;
+    if (isInside && std::regex_search(line, match, kEnumerator)) {
+      found.emplace(std::stoul(match[2]), match[1]);
+    }
+    isInside = line.starts_with("  enum " + enumeration + " ") || (isInside && line != "  };");
+  }
+  return found;
+}
+
+TEST(Codes, are_those_of_the_controller) {
+  std::map<unsigned int, std::string> results;
+  std::map<unsigned int, std::string> events;
+  for (const CodeEntry& entry : codeTable()) {
+    if (entry.resultNumber) {
+      results.emplace(*entry.resultNumber, entry.name);
+    }
+    if (entry.eventNumber) {
+      events.emplace(*entry.eventNumber, entry.name);
+    }
+  }
+  EXPECT_GE(results.size(), 60U);
+  EXPECT_EQ(results, enumerators("DiagCtrl/DiagnosticController.h", "errorCode"));
+  EXPECT_EQ(events, enumerators("DiagCtrl/DiagCtrlEvent.h", "eventCode"));
+}
+
+TEST(Codes, are_not_found_beyond_their_numbers) {
+  for (const unsigned int number : {0U, 6U, 100U}) {
+    EXPECT_EQ(findResult(number), nullptr) << number;
+    EXPECT_EQ(findEvent(number), nullptr) << number;
   }
 }
 
