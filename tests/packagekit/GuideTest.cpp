@@ -5,11 +5,14 @@
 
 #include <algorithm>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/PackageTexts.h"
+#include "packagekit/contract/Texts.h"
+#include "packagekit/internal/KitSettings.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Places.h"
 
@@ -41,6 +44,13 @@ TEST(PackageGuide, shows_the_example_as_it_is) {
       ::testing::HasSubstr("tarvex_add_package(NAME clock GROUP examples SOURCES Clock.cpp)"));
 }
 
+TEST(PackageGuide, names_every_language) {
+  const std::string guide = textOf("docs/package-guide.md");
+  for (const std::string language : Contract::kLanguages) {
+    EXPECT_NE(guide.find("`" + language), std::string::npos) << language;
+  }
+}
+
 TEST(PackageGuide, needs_no_more_than_sixty_lines) {
   long lines = 0;
   for (const std::string file : kFiles) {
@@ -50,12 +60,17 @@ TEST(PackageGuide, needs_no_more_than_sixty_lines) {
   EXPECT_LE(lines, 60);
 }
 
-TEST(PackageGuide, lists_every_key_and_event_of_the_kit) {
+TEST(PackageGuide, lists_every_key_and_event_of_the_kit_and_the_manual_every_key) {
   const std::string guide = textOf("docs/package-guide.md");
-  for (const char* const key :
-       {"TestTimeout", "AbortGrace", "TermGrace", "KillGrace", "StartTimeout", "ExitTimeout",
-        "Nice", "MemoryLimit", "MaxEvents", "CoreDumps", "Seed", "WorkerPath"}) {
-    EXPECT_THAT(guide, ::testing::HasSubstr(std::string("| `") + key + "`"));
+  const std::string manual = textOf("man/tarvexdiags-package.5");
+  SettingList keys = kitPackageSettings();
+  for (const SettingRule& rule : kitTestSettings()) {
+    keys.push_back(rule);
+  }
+  for (const SettingRule& rule : keys) {
+    const std::regex paragraph("\n\\.BR? ([A-Za-z]+ \", \" )*" + rule.key + "[ \n]");
+    EXPECT_NE(guide.find("| `" + rule.key + "`"), std::string::npos) << rule.key;
+    EXPECT_TRUE(std::regex_search(manual, paragraph)) << rule.key;
   }
   std::istringstream entries(textOf("packagekit/data/kit.cfg"));
   for (std::string line; std::getline(entries, line);) {
