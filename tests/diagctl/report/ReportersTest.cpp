@@ -6,9 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "diagctl/report/JunitReporter.h"
-#include "diagctl/report/TapReporter.h"
-#include "diagctl/report/TextReporter.h"
+#include "diagctl/report/Formats.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "tests/diagctl/Samples.h"
@@ -19,32 +17,26 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-std::string reportOf(Reporter& reporter, const std::ostringstream& out) {
+std::string reportOf(const Format& format) {
+  std::ostringstream out;
+  Printer printer(out);
+  const auto reporter = format.makeReporter(printer, false);
   for (RunEvent event : wholeRun()) {
     if (auto* started = std::get_if<StepStarted>(&event.body)) {
       started->device = "Disk \xff\x1b[2J";
     }
-    reporter.handle(event);
+    reporter->handle(event);
   }
-  reporter.finish();
+  reporter->finish();
   return out.str();
 }
 
-TEST(PrintableTexts, are_all_that_reports_for_people_and_machines_hold) {
-  std::ostringstream text;
-  Printer textPrinter(text);
-  TextReporter textReporter(textPrinter, false);
-  std::ostringstream tap;
-  Printer tapPrinter(tap);
-  TapReporter tapReporter(tapPrinter);
-  std::ostringstream junit;
-  Printer junitPrinter(junit);
-  JunitReporter junitReporter(junitPrinter);
-  for (const std::string& report :
-       {reportOf(textReporter, text), reportOf(tapReporter, tap), reportOf(junitReporter, junit)}) {
-    EXPECT_THAT(report, HasSubstr("Disk \xef\xbf\xbd"));
-    EXPECT_THAT(report, Not(HasSubstr("\x1b")));
-    EXPECT_EQ(toUtf8(report), report);
+TEST(PrintableTexts, are_all_that_reports_hold) {
+  for (const Format& format : formats()) {
+    const std::string report = reportOf(format);
+    EXPECT_THAT(report, HasSubstr("Disk \xef\xbf\xbd")) << format.name;
+    EXPECT_THAT(report, Not(HasSubstr("\x1b"))) << format.name;
+    EXPECT_EQ(toUtf8(report), report) << format.name;
   }
 }
 
