@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 #include <ostream>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/ResourceTags.h"
@@ -25,7 +25,7 @@ constexpr unsigned int kNobody = 65534;
 
 struct Row {
   const char* package;
-  std::vector<int> tests;
+  std::set<int> leftOut;
   const char* onlyDevice;  ///< null: all of them
 };
 
@@ -63,12 +63,17 @@ TEST_P(Unprivileged, find_no_fault_in_what_they_may_not_do) {
   makeShort(driver);
   PackageDriver::Options quick;
   quick.quickMode = true;
+  const int count = std::stoi(Settings(driver.configFile()).package("NumberOfTests").value_or("0"));
+  ASSERT_GT(count, 0);
   for (auto& device : driver.devices()) {
     const std::string name = lastComponent(device.getDevice()->getResourceTag());
     if (GetParam().onlyDevice != nullptr && name != GetParam().onlyDevice) {
       continue;
     }
-    for (const int test : GetParam().tests) {
+    for (int test = 1; test <= count; ++test) {
+      if (GetParam().leftOut.contains(test)) {
+        continue;
+      }
       if (!driver.supports(name, test)) {
         EXPECT_THAT(driver.logText(),
                     ::testing::HasSubstr("test " + std::to_string(test) + " is not supported on "));
@@ -82,13 +87,13 @@ TEST_P(Unprivileged, find_no_fault_in_what_they_may_not_do) {
   }
 }
 
-// Not the test that writes files: this machine's disks are not the test suite's. Of the interfaces
-// only the one that is the same everywhere.
+// Not those that take long and do nothing that others don't, nor the test that writes files: this
+// machine's disks are not the test suite's. Of the interfaces only the one that is the same
+// everywhere.
 INSTANTIATE_TEST_SUITE_P(Users, Unprivileged,
-                         ::testing::Values(Row{"memory", {1, 4, 5, 6, 8}, nullptr},
-                                           Row{"processor", {1, 2, 3, 4, 5, 6, 7}, nullptr},
-                                           Row{"storage", {1, 2, 3, 4, 5, 6, 7}, nullptr},
-                                           Row{"network", {1, 2, 3, 4, 5, 6}, "lo"}),
+                         ::testing::Values(Row{"memory", {2, 3, 7, 9}, nullptr},
+                                           Row{"processor", {8}, nullptr},
+                                           Row{"storage", {8}, nullptr}, Row{"network", {}, "lo"}),
                          [](const ::testing::TestParamInfo<Row>& row) {
                            return std::string(row.param.package);
                          });
