@@ -1,4 +1,4 @@
-#include "LyingDiagnostics.h"
+#include "packages/misbehaving/LyingDiagnostics.h"
 
 #include <algorithm>
 #include <utility>

@@ -22,10 +22,10 @@
 #include <string>
 #include <system_error>
 
-#include "LyingDiagnostics.h"
 #include "packagekit/PackageKit.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/WorkerProcess.h"
+#include "packages/misbehaving/LyingDiagnostics.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;

@@ -43,12 +43,18 @@ floors=(
   'diagctl/run' "$session|diagctl/run/*"
   'diagctl/command' "$session|diagctl/@(check|run|command)/*"
   'diagctl' 'diagctl/*'
+  'packages/common' "$framework|packagekit/*|packages/common/*"
 )
+# Packages know nothing of one another.
+for package in packages/!(common)/; do
+  floors+=("${package%/}" "$framework|packagekit/*|packages/common/*|$package*")
+done
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.
 own_includes() {
-  { grep -HsoE '^ *# *include *("[^"]*"|<[A-Za-z]+/[^>]*\.h>)' "$1"/*.{h,cpp} || true; } |
-    sed -E 's/: *# *include *["<](.*)[">]$/:\1/' | grep -vE ':(sys|linux|net|netinet|asm|fmt)/' || true
+  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|packages|diagctl|examples|tests|bench'
+  { grep -HsoE "^ *# *include *(\"[^\"]*\"|<($own)/[^>]*>)" "$1"/*.{h,cpp} || true; } |
+    sed -E 's/: *# *include *["<](.*)[">]$/:\1/'
 }
 
 findings=()
