@@ -33,7 +33,8 @@ bool supported() {
 
 }  // namespace
 
-const Kernels kAvx2Kernels = {"avx2", supported, fill, verify, march, copy, orderStores};
+const Kernels kAvx2Kernels = {"avx2", supported, fill,         verify,
+                              march,  copy,      scatterWords, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

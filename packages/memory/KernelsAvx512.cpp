@@ -33,7 +33,8 @@ bool supported() {
 
 }  // namespace
 
-const Kernels kAvx512Kernels = {"avx512", supported, fill, verify, march, copy, orderStores};
+const Kernels kAvx512Kernels = {"avx512", supported, fill,         verify,
+                                march,    copy,      scatterWords, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -26,6 +26,7 @@ bool supported() {
 
 }  // namespace
 
-const Kernels kPortableKernels = {"portable", supported, fill, verify, march, copy, orderStores};
+const Kernels kPortableKernels = {"portable", supported, fill,         verify,
+                                  march,      copy,      scatterWords, orderStores};
 
 }  // namespace TarvexDiags::Memory

@@ -33,7 +33,8 @@ bool supported() {
 
 }  // namespace
 
-const Kernels kSse2Kernels = {"sse2", supported, fill, verify, march, copy, orderStores};
+const Kernels kSse2Kernels = {"sse2", supported, fill,         verify,
+                              march,  copy,      scatterWords, orderStores};
 
 }  // namespace TarvexDiags::Memory
 

@@ -44,9 +44,17 @@ Pattern Pattern::random(std::uint64_t seed) {
   return pattern;
 }
 
-Pattern Pattern::ownAddress(bool inverted) {
-  Pattern pattern(Kind::OwnAddress, inverted ? "inverted own address" : "own address");
-  pattern.m_addressMask = inverted ? ~std::uint64_t{0} : 0;
+Pattern Pattern::ownAddress() {
+  return {Kind::OwnAddress, "own address"};
+}
+
+Pattern Pattern::inverse() const {
+  Pattern pattern = *this;
+  for (std::uint64_t& word : pattern.m_lines) {
+    word = ~word;
+  }
+  pattern.m_mask = ~m_mask;
+  pattern.m_name = "inverse of " + m_name;
   return pattern;
 }
 
@@ -60,24 +68,38 @@ std::array<std::uint64_t, kWordsInLine> Pattern::randomColumns(const Block& bloc
   return columns;
 }
 
+std::uint64_t Pattern::wordAt(const Block& block, std::size_t index, std::uint64_t random) const {
+  switch (m_kind) {
+    case Kind::Periodic:
+      return m_lines[(firstLine(block) * kWordsInLine + index) % (m_periodLines * kWordsInLine)];
+    case Kind::Random:
+      return random ^ m_mask;
+    case Kind::OwnAddress:
+      break;
+  }
+  const auto address = reinterpret_cast<std::uintptr_t>(block.data);
+  return (address + index * sizeof(std::uint64_t)) ^ m_mask;
+}
+
 std::vector<std::uint64_t> Pattern::expectedWords(const Block& block) const {
   std::vector<std::uint64_t> words(kWordsInBlock);
   auto columns = randomColumns(block);
-  const std::size_t first = firstLine(block) * kWordsInLine;
-  const auto address = reinterpret_cast<std::uintptr_t>(block.data);
   for (std::size_t index = 0; index < words.size(); ++index) {
     std::uint64_t& column = columns[index % kWordsInLine];
-    switch (m_kind) {
-      case Kind::Periodic:
-        words[index] = m_lines[(first + index) % (m_periodLines * kWordsInLine)];
-        break;
-      case Kind::Random:
-        words[index] = column = nextRandom(column);
-        break;
-      case Kind::OwnAddress:
-        words[index] = (address + index * sizeof(std::uint64_t)) ^ m_addressMask;
-        break;
+    column = nextRandom(column);
+    words[index] = wordAt(block, index, column);
+  }
+  return words;
+}
+
+std::array<std::uint64_t, kWordsInLine> Pattern::expectedLine(const Block& block,
+                                                              std::size_t line) const {
+  auto words = randomColumns(block);
+  for (std::size_t word = 0; word < kWordsInLine; ++word) {
+    for (std::size_t step = 0; step <= line && m_kind == Kind::Random; ++step) {
+      words[word] = nextRandom(words[word]);
     }
+    words[word] = wordAt(block, line * kWordsInLine + word, words[word]);
   }
   return words;
 }

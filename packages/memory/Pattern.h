@@ -32,7 +32,7 @@ class Pattern {
   enum class Kind {
     Periodic,    ///< a few lines, over and over
     Random,      ///< from a seed and the block's number
-    OwnAddress,  ///< each word its own virtual address, or the complement of it
+    OwnAddress,  ///< each word its own virtual address
   };
 
   /// After so many lines a period of any length up to 40 words that divides them has come round.
@@ -51,8 +51,11 @@ class Pattern {
   /// @brief Reproducible random words.
   static Pattern random(std::uint64_t seed);
 
-  /// @brief Each word its own address, with every bit inverted when asked.
-  static Pattern ownAddress(bool inverted);
+  /// @brief Each word its own address.
+  static Pattern ownAddress();
+
+  /// @brief The pattern with every bit inverted.
+  Pattern inverse() const;
 
   Kind kind() const { return m_kind; }
   const std::string& name() const { return m_name; }
@@ -66,28 +69,34 @@ class Pattern {
   }
 
   std::uint64_t seed() const { return m_seed; }
-  std::uint64_t addressMask() const { return m_addressMask; }
+  /// @brief The bits in which random words and addresses are inverted.
+  std::uint64_t mask() const { return m_mask; }
 
   /// @brief The marked offset of a modulo pattern, 0 to moduloDistance - 1.
   std::size_t moduloOffset() const { return m_moduloOffset; }
 
   /// @brief The states from which the eight random columns of a block begin, never 0.
   ///
-  /// Word w of line l is column w's state after l + 1 steps of nextRandom.
+  /// Word w of line l is column w's state after l + 1 steps of nextRandom, with mask() inverted.
   std::array<std::uint64_t, kWordsInLine> randomColumns(const Block& block) const;
 
   /// @brief What the block should hold, word by word: the plain form that kernels are held
   ///  against.
   std::vector<std::uint64_t> expectedWords(const Block& block) const;
 
+  /// @brief One line of expectedWords.
+  std::array<std::uint64_t, kWordsInLine> expectedLine(const Block& block, std::size_t line) const;
+
  private:
   Pattern(Kind kind, std::string name);
+  /// @param random  the state of the word's column
+  std::uint64_t wordAt(const Block& block, std::size_t index, std::uint64_t random) const;
 
   alignas(kLineBytes) std::array<std::uint64_t, kMaximumLines * kWordsInLine> m_lines{};
   std::size_t m_periodLines = 1;
   std::size_t m_moduloOffset = 0;
   std::uint64_t m_seed = 0;
-  std::uint64_t m_addressMask = 0;
+  std::uint64_t m_mask = 0;
   Kind m_kind;
   std::string m_name;
 };

@@ -6,30 +6,6 @@
 
 namespace TarvexDiags::Memory {
 
-namespace {
-
-/// The marked words first, then all others twice: what neighbours do to the marked ones shows.
-void scatter(const Block& block, const Pattern& pattern) {
-  auto* const words = reinterpret_cast<std::uint64_t*>(block.data);
-  const std::uint64_t* const lines = pattern.lines();
-  const std::size_t period = pattern.periodLines() * kWordsInLine;
-  const std::size_t first = pattern.firstLine(block) * kWordsInLine;
-  const std::size_t distance = Pattern::kModuloDistance;
-  const std::size_t mark = (pattern.moduloOffset() + distance - first % distance) % distance;
-  for (std::size_t index = mark; index < kWordsInBlock; index += distance) {
-    writeWord(words + index, lines[(first + index) % period]);
-  }
-  for (int round = 0; round < 2; ++round) {
-    for (std::size_t index = 0; index < kWordsInBlock; ++index) {
-      if (index % distance != mark) {
-        writeWord(words + index, lines[(first + index) % period]);
-      }
-    }
-  }
-}
-
-}  // namespace
-
 Sweeper::Sweeper(Region& region, Team& team, const Kernels& kernels, Observer& observer,
                  FaultSeam* seam)
     : m_region(region), m_team(team), m_kernels(kernels), m_observer(observer), m_seam(seam) {}
@@ -96,7 +72,7 @@ void Sweeper::sweepBlock(const Block& block, const Sweep& sweep) {
     m_kernels.fill(block, *sweep.next);
   }
   if (sweep.next && !streamed) {
-    scatter(block, *sweep.next);
+    m_kernels.scatter(block, *sweep.next);
   }
 }
 
@@ -111,10 +87,10 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
     }
     judgeLine(block, line, expected, found);
     if (next != nullptr) {
-      const std::vector<std::uint64_t> words = next->expectedWords(block);
+      const auto words = next->expectedLine(block, line);
       auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * kLineBytes);
       for (std::size_t word = 0; word < kWordsInLine; ++word) {
-        writeWord(target + word, words[line * kWordsInLine + word]);
+        writeWord(target + word, words[word]);
       }
     }
     if (++line == kLinesInBlock || stopped()) {
@@ -125,12 +101,11 @@ void Sweeper::compare(const Block& block, const Pattern& expected, const Pattern
 
 void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& expected,
                         const FoundLine& found) {
-  const std::vector<std::uint64_t> words = expected.expectedWords(block);
+  const auto words = expected.expectedLine(block, line);
   auto* const target = reinterpret_cast<std::uint64_t*>(block.data + line * kLineBytes);
   for (std::size_t word = 0; word < kWordsInLine; ++word) {
-    const std::uint64_t wanted = words[line * kWordsInLine + word];
-    if (found.words[word] != wanted) {
-      judge(target + word, wanted, found.words[word], expected.name());
+    if (found.words[word] != words[word]) {
+      judge(target + word, words[word], found.words[word], expected.name());
     }
   }
 }

@@ -72,13 +72,9 @@ class Sweeper {
   /// @return as run does
   bool forEachSlice(Sweep::Order order, const std::function<void(std::size_t slice)>& work);
 
-  /// @brief Compares one block, reports each wrong word, and writes `next` where it is given.
+  /// @brief Compares one block, reports each wrong word, and writes `next` where it is given. A
+  /// block whose content was moved has the number of the one for which it was written.
   void compare(const Block& block, const Pattern& expected, const Pattern* next);
-
-  /// @brief Compares a block that holds what was written for the block `source`.
-  void compareCopy(const Block& block, const Pattern& expected, std::uint64_t source) {
-    compare({block.data, source}, expected, nullptr);
-  }
 
   /// @brief Adds to bytesVerified, for those who call compare themselves. Once a slice and not once
   /// a block: it waits for the streamed stores.

@@ -74,6 +74,16 @@ TEST_P(MemoryTestsTest, good_memory_passes_and_is_verified_whole) {
   }
 }
 
+/// How many blocks further the content of the first block is compared: three moves up and later
+/// three down, around the ends of a slice.
+std::size_t placesMoved(int test, std::size_t step) {
+  if (test != BlockMove || step % 4 == 3) {
+    return 0;
+  }
+  const std::size_t left = 3 - step % 4;
+  return step < 4 ? left : Region::kBlocksInSlice - left;
+}
+
 TEST_P(MemoryTestsTest, a_bit_flipped_at_any_step_is_found_once_and_told_exactly) {
   // The first block is written at every step of every test, also while blocks move.
   const std::size_t word = 1234;
@@ -91,12 +101,9 @@ TEST_P(MemoryTestsTest, a_bit_flipped_at_any_step_is_found_once_and_told_exactly
         EXPECT_EQ(fault.foundAgain, fault.found);
         EXPECT_FALSE(fault.pattern.empty());
       }
-      // Only a block that is moved once it is wrong shows the same fault in two places.
-      const bool copied = GetParam() == BlockMove && step == 0;
-      ASSERT_EQ(outcome.report.miscompares, copied ? 2U : 1U);
-      if (!copied) {
-        EXPECT_EQ(outcome.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(seam.address));
-      }
+      ASSERT_EQ(outcome.report.miscompares, 1U);
+      EXPECT_EQ(outcome.faults[0].virtualAddress, reinterpret_cast<std::uintptr_t>(seam.address) +
+                                                      placesMoved(GetParam(), step) * kBlockBytes);
     }
   }
 }

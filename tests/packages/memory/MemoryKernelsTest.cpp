@@ -41,8 +41,12 @@ class Blocks {
 };
 
 std::vector<Pattern> allKinds() {
-  return {Pattern::constant(0x0123456789abcdefU), Pattern::modulo(0x5555555555555555U, 7),
-          Pattern::random(99), Pattern::ownAddress(false), Pattern::ownAddress(true)};
+  return {Pattern::constant(0x0123456789abcdefU),
+          Pattern::modulo(0x5555555555555555U, 7),
+          Pattern::random(99),
+          Pattern::random(99).inverse(),
+          Pattern::ownAddress(),
+          Pattern::ownAddress().inverse()};
 }
 
 class KernelsTest : public ::testing::TestWithParam<const Kernels*> {};
