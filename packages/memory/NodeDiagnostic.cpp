@@ -319,15 +319,17 @@ int NodeDiagnostic::estimate(const Device& device, const Environment& environmen
   // By a cautious guess of what two cores verify in a second; populating costs as much as five
   // walks.
   constexpr double kBytesPerSecond = 5e9;
-  const double walks = m_test.walks + 5;
-  const double rounds = roundsOf(settings, test, false);
-  double seconds = static_cast<double>(bytes) * walks / kBytesPerSecond * rounds;
+  constexpr double kPopulatingWalks = 5;
+  const double walk = static_cast<double>(bytes) / kBytesPerSecond;
+  const double rounds = m_test.lasts ? 1 : roundsOf(settings, test, false);
+  double walking = walk * m_test.walks * rounds;
   if (m_test.holds) {
-    seconds += 2 * rounds * settings.value(kHoldSeconds, test).count();
+    walking += 2 * rounds * settings.value(kHoldSeconds, test).count();
   }
   if (m_test.lasts) {
-    seconds += settings.value(kDurationSeconds, test).count();
+    walking = std::max(walking, settings.value(kDurationSeconds, test).count());
   }
+  const double seconds = walk * kPopulatingWalks + walking;
   return static_cast<int>(std::min<double>(seconds, std::numeric_limits<int>::max() - 1)) + 1;
 }
 
