@@ -21,6 +21,9 @@ constexpr std::size_t kHugePageBytes = Region::kBlocksInSlice * kBlockBytes;
 constexpr int kAdviceToPopulate = 23;
 constexpr int kPolicyBind = 2;
 
+// Little enough to be locked in some milliseconds, and much enough to make few calls.
+constexpr std::size_t kLockedAtOnce = std::size_t{64} << 20;
+
 std::string failure(const std::string& what) {
   return what + ": " + std::strerror(errno);
 }
@@ -53,7 +56,7 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
     region->bindTo(node);
   }
   region->populate(team, giveUp);
-  region->lock();
+  region->lock(giveUp);
   return region;
 }
 
@@ -96,26 +99,29 @@ void Region::populate(Team& team, const std::function<bool()>& giveUp) {
   });
 }
 
-void Region::lock() {
-  if (mlock(m_data, bytes()) == 0) {
-    m_lockedBytes = bytes();
-    return;
-  }
-  const std::string reason = failure("Not all of the memory could be locked");
-  rlimit limit{};
-  getrlimit(RLIMIT_MEMLOCK, &limit);
-  const std::size_t allowed =
-      std::min<std::size_t>(limit.rlim_cur, bytes()) / kBlockBytes * kBlockBytes;
-  // Others of this process may have locked some already: try less and less.
-  for (std::size_t size = allowed; size >= kBlockBytes;
-       size = size / 2 / kBlockBytes * kBlockBytes) {
-    if (mlock(m_data, size) == 0) {
-      m_lockedBytes = size;
-      break;
+bool Region::lockNext(std::size_t size) {
+  const bool good = mlock(m_data + m_lockedBytes, size) == 0;
+  m_lockedBytes += good ? size : 0;
+  return good;
+}
+
+// Piece by piece, so that a request to give up is heard. Where a limit is met, ever smaller pieces
+// find out how much it allows: others of this process may have locked some already.
+void Region::lock(const std::function<bool()>& giveUp) {
+  std::string reason;
+  std::size_t size = kLockedAtOnce;
+  while (m_lockedBytes < bytes() && size >= kBlockBytes && !giveUp()) {
+    size = std::min(size, bytes() - m_lockedBytes);
+    if (lockNext(size)) {
+      continue;
     }
+    reason = reason.empty() ? failure("Not all of the memory could be locked") : reason;
+    size = size / 2 / kBlockBytes * kBlockBytes;
   }
-  m_remarks.push_back(reason + "; locked are " + std::to_string(m_lockedBytes / 1024) + " KiB of " +
-                      std::to_string(bytes() / 1024) + " KiB");
+  if (m_lockedBytes < bytes() && !reason.empty()) {
+    m_remarks.push_back(reason + "; locked are " + std::to_string(m_lockedBytes / 1024) +
+                        " KiB of " + std::to_string(bytes() / 1024) + " KiB");
+  }
 }
 
 }  // namespace TarvexDiags::Memory

@@ -23,8 +23,8 @@ class Region {
   ///
   /// @param bytes   rounded down to whole blocks, at least one
   /// @param node    the NUMA node that the memory must come from; -1 for any
-  /// @param giveUp  asked between slices while the memory is populated; true leaves the rest
-  /// untouched
+  /// @param giveUp  asked all along, by several threads; true leaves the rest untouched, and the
+  /// region is good for nothing
   /// @return nothing, with `reason`, when the kernel gives no memory
   static std::unique_ptr<Region> map(std::size_t bytes, int node, Team& team,
                                      const std::function<bool()>& giveUp, std::string& reason);
@@ -48,7 +48,8 @@ class Region {
   Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes);
   void bindTo(int node);
   void populate(Team& team, const std::function<bool()>& giveUp);
-  void lock();
+  void lock(const std::function<bool()>& giveUp);
+  bool lockNext(std::size_t size);
 
   std::byte* m_mapping;
   std::size_t m_mappedBytes;

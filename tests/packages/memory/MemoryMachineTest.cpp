@@ -1,6 +1,7 @@
 // What the engine reads of the machine: nodes, sizes, counters, addresses; and what it takes of it.
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -191,6 +192,33 @@ TEST(RegionTest, memory_that_may_not_be_locked_is_used_all_the_same_with_a_remar
   EXPECT_EQ(region->lockedBytes(), 0U);
   ASSERT_EQ(region->remarks().size(), 1U);
   EXPECT_NE(region->remarks()[0].find("locked are 0 KiB of 256 KiB"), std::string::npos);
+}
+
+/// Of a region: the huge pages that are there.
+std::size_t slicesPresent(const Region& region) {
+  std::size_t present = 0;
+  for (std::size_t slice = 0; slice < region.slices(); ++slice) {
+    unsigned char state = 0;
+    std::byte* const page = region.data() + slice * Region::kBlocksInSlice * kBlockBytes;
+    present += mincore(page, 1, &state) == 0 && (state & 1) != 0 ? 1 : 0;
+  }
+  return present;
+}
+
+TEST(RegionTest, request_to_give_up_is_heard_before_each_piece_of_the_work) {
+  constexpr std::size_t slices = 40;  // more than are locked at once
+  Team team({twoCpus().front()});
+  for (std::size_t heard = 0; heard <= slices; ++heard) {
+    std::size_t asked = 0;
+    std::string reason;
+    const auto region = Region::map(
+        slices * Region::kBlocksInSlice * kBlockBytes, -1, team, [&] { return asked++ >= heard; },
+        reason);
+    ASSERT_NE(region, nullptr) << reason;
+    EXPECT_EQ(slicesPresent(*region), heard);
+    EXPECT_EQ(region->lockedBytes(), 0U);
+    EXPECT_TRUE(region->remarks().empty());
+  }
 }
 
 TEST(RegionTest, memory_that_is_not_to_be_had_is_told_with_the_reason) {

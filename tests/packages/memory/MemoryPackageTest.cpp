@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -163,19 +164,28 @@ class MemoryCountersTest : public ::testing::Test {
     machine.has("proc/meminfo", "MemTotal: 2048 kB\nMemAvailable: 2048 kB\n");
     machine.has("sys/devices/system/edac/mc/mc0/ce_count", "7\n");
     machine.has("sys/devices/system/edac/mc/mc0/ue_count", "0\n");
-    machine.has("memory.cfg",
-                "[Package]\nMarginMegabytes=0\nMarginPercent=0\nMaximumMegabytes=0\nRounds="
-                "1\nHoldSeconds=0\n");
+    takeAtMost(0);
     makeContext("");
   }
 
-  void makeContext(const std::string& cpus) {
+  void takeAtMost(int megabytes) {
+    machine.has("memory.cfg",
+                "[Package]\nMarginMegabytes=0\nMarginPercent=0\nRounds=1\n"
+                "HoldSeconds=0\nDurationSeconds=0\nMaximumMegabytes=" +
+                    std::to_string(megabytes) + "\n");
+  }
+
+  PackageKit::TestParameters parameters(const std::string& cpus) const {
     PackageKit::TestParameters parameters;
     parameters.testId = 8;
     parameters.device.name = "Memory";
     parameters.device.properties = {{"systemRoot", machine.path()}, {"cpus", cpus}};
     parameters.configFile = machine.path() + "/memory.cfg";
-    context = std::make_unique<CountingContext>(std::move(parameters), machine);
+    return parameters;
+  }
+
+  void makeContext(const std::string& cpus) {
+    context = std::make_unique<CountingContext>(parameters(cpus), machine);
   }
 
   PackageKit::Verdict run() { return NodeDiagnostic(memoryTest(BitFade)).run(*context); }
@@ -207,6 +217,67 @@ TEST_F(MemoryCountersTest, errors_that_could_not_be_corrected_are_a_fault) {
   EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::Failed);
   EXPECT_THAT(codes(), Contains(unsigned{UncorrectedErrors}));
 }
+
+/// @brief Asks a test to stop at one of its questions whether it shall, and takes the time until
+/// its end.
+class StoppingContext : public RecordingContext {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  StoppingContext(PackageKit::TestParameters parameters, long question)
+      : RecordingContext(std::move(parameters)), m_question(question) {}
+
+  bool stopRequested() const noexcept override {
+    const long asked = ++m_asked;
+    if (asked == m_question) {
+      m_stopped = Clock::now();
+    }
+    return m_question > 0 && asked >= m_question;
+  }
+
+  long asked() const { return m_asked; }
+  Clock::duration sinceStop() const { return Clock::now() - m_stopped; }
+
+ private:
+  const long m_question;
+  mutable std::atomic<long> m_asked{0};
+  mutable Clock::time_point m_stopped;
+};
+
+class MemoryStopTest : public MemoryCountersTest, public ::testing::WithParamInterface<int> {
+ protected:
+  /// The memory differs in size from run to run, so that each of them maps it.
+  PackageKit::TestParameters nextParameters() {
+    m_isLarge = !m_isLarge;
+    machine.has("proc/meminfo", "MemTotal: 131072 kB\nMemAvailable: 131072 kB\n");
+    takeAtMost(m_isLarge ? 64 : 40);
+    PackageKit::TestParameters wanted = parameters("");
+    wanted.testId = GetParam();
+    wanted.quickMode = true;
+    return wanted;
+  }
+
+ private:
+  bool m_isLarge = false;
+};
+
+TEST_P(MemoryStopTest, test_ends_at_once_at_each_of_ten_moments) {
+  const auto run = [&](StoppingContext& stopping) {
+    return NodeDiagnostic(memoryTest(GetParam())).run(stopping);
+  };
+  StoppingContext whole(nextParameters(), 0);
+  EXPECT_EQ(run(whole).kind(), PackageKit::Verdict::Kind::Passed);
+  StoppingContext smaller(nextParameters(), 0);
+  EXPECT_EQ(run(smaller).kind(), PackageKit::Verdict::Kind::Passed);
+  const long questions = std::min(whole.asked(), smaller.asked());
+  for (long moment = 0; moment < 10; ++moment) {
+    StoppingContext stopping(nextParameters(), 1 + moment * (questions - 1) / 10);
+    EXPECT_THROW(run(stopping), PackageKit::Stopped) << "moment " << moment;
+    EXPECT_LT(stopping.sinceStop(), std::chrono::milliseconds(500)) << "moment " << moment;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllTests, MemoryStopTest, ::testing::ValuesIn(kAllTests));
 
 TEST_F(MemoryCountersTest, request_to_stop_gives_no_verdict) {
   context->requestStop();
