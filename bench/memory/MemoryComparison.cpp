@@ -70,6 +70,7 @@ class SilentObserver : public Observer {
   bool stopRequested() override { return false; }
   void progress(double) override {}
   void miscompare(const Miscompare&) override { std::abort(); }
+  void pagePoisoned(const PoisonedPage&) override { std::abort(); }
   bool wait(std::chrono::milliseconds) override { return true; }
 };
 

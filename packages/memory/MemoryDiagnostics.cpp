@@ -242,6 +242,7 @@ bool blockMove(Sweeper& sweeper, const TestOptions& options) {
     patterns.push_back(patterns.back().inverse());
   }
   sweeper.expectWalks(1 + patterns.size() * (kMoves + 1));
+  sweeper.expectMoves();
   BlockMover mover(sweeper);
   bool good = mover.fill(patterns.front());
   for (std::size_t index = 0; index < patterns.size(); ++index) {
@@ -341,6 +342,7 @@ TestReport runTest(const MemoryTest& test, Sweeper& sweeper, const TestOptions& 
   const std::uint64_t miscompares = sweeper.miscompares();
   const std::uint64_t bytes = sweeper.bytesVerified();
   const bool completed = test.body(sweeper, options);
+  sweeper.tellPoisonedPages();
   return {completed, sweeper.miscompares() - miscompares, sweeper.bytesVerified() - bytes,
           secondsSince(start)};
 }

@@ -29,8 +29,4 @@ struct Miscompare {
 /// @brief "read disturbance", "flipped content" or "stuck bit".
 const char* nameOf(FaultKind kind);
 
-/// @brief The physical address of a virtual one of this process.
-/// @return nothing without the privilege to know, or when no page is there
-std::optional<std::uint64_t> physicalAddressOf(const void* address);
-
 }  // namespace TarvexDiags::Memory

@@ -123,8 +123,84 @@ std::string megabytes(std::uint64_t bytes) {
   return std::to_string(bytes / kMebibyte);
 }
 
+// --- What the engine reports
+// -----------------------------------------------------------------------
+
+std::string hexadecimal(std::uint64_t word) {
+  char text[24];
+  std::snprintf(text, sizeof(text), "0x%016llx", static_cast<unsigned long long>(word));
+  return text;
+}
+
+/// Tokens, which the client has translated as it fills the message's variables.
+std::string tokenOf(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::ReadDisturbance:
+      return "READ_DISTURBANCE";
+    case FaultKind::FlippedContent:
+      return "FLIPPED_CONTENT";
+    case FaultKind::StuckBit:
+      return "STUCK_BIT";
+  }
+  return "";
+}
+
+class ContextObserver : public Observer {
+ public:
+  ContextObserver(TestContext& context, RunJournal& journal, ErrorCounters before)
+      : m_context(context), m_journal(journal), m_before(std::move(before)) {}
+
+  bool stopRequested() override {
+    return m_context.stopRequested() || (m_found && m_context.haltOnError());
+  }
+
+  void progress(double share) override {
+    m_context.progress(static_cast<unsigned int>(share * 100));
+  }
+
+  bool wait(std::chrono::milliseconds duration) override { return m_context.sleepFor(duration); }
+
+  void miscompare(const Miscompare& fault) override {
+    m_found = true;
+    m_journal.report(
+        MiscompareFound,
+        {m_context.device().name, hexadecimal(fault.virtualAddress), textOf(fault.physicalAddress),
+         hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
+         tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
+  }
+
+  void pagePoisoned(const PoisonedPage& page) override {
+    m_found = true;
+    m_journal.report(PageIsPoisoned, {m_context.device().name, hexadecimal(page.begin),
+                                      textOf(page.physicalAddress), modulesAtFault()});
+  }
+
+ private:
+  static std::string textOf(const std::optional<std::uint64_t>& address) {
+    return address ? hexadecimal(*address) : std::string("UNKNOWN");
+  }
+
+  /// Those that have met an error which they could not correct since the test began.
+  std::string modulesAtFault() const {
+    std::string names;
+    for (const auto& [name, count] :
+         ErrorCounters::read(filesOf(m_context.device())).since(m_before)) {
+      if (count.uncorrected > 0) {
+        names += (names.empty() ? "" : ", ") + name;
+      }
+    }
+    return names.empty() ? "UNKNOWN" : names;
+  }
+
+  TestContext& m_context;
+  RunJournal& m_journal;
+  const ErrorCounters m_before;
+  std::atomic<bool> m_found{false};
+};
+
 /// @return null when there is too little memory, which was then reported
-Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& journal) {
+Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& journal,
+                        Observer& observer) {
   const SizeLimits limits = limitsOf(context.settings(), context.testId(), context.quickMode());
   std::unique_ptr<Workbench>& kept = keptWorkbench();
   // What an earlier test of the pass has mapped counts as available to this one.
@@ -160,8 +236,11 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   if (made->region == nullptr) {
     throw std::bad_alloc();
   }
+  Region& region = *made->region;
+  for (const PoisonedPage& page : region.poisonedPages().takeNew()) {
+    observer.pagePoisoned(page);
+  }
   context.throwIfStopped();
-  const Region& region = *made->region;
   journal.report(RegionReady, {context.device().name, megabytes(region.bytes()),
                                std::to_string(made->team.size()), bestKernels().name,
                                megabytes(region.lockedBytes())});
@@ -175,59 +254,6 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   kept = std::move(made);
   return kept.get();
 }
-
-// --- What the engine reports
-// -----------------------------------------------------------------------
-
-std::string hexadecimal(std::uint64_t word) {
-  char text[24];
-  std::snprintf(text, sizeof(text), "0x%016llx", static_cast<unsigned long long>(word));
-  return text;
-}
-
-/// Tokens, which the client has translated as it fills the message's variables.
-std::string tokenOf(FaultKind kind) {
-  switch (kind) {
-    case FaultKind::ReadDisturbance:
-      return "READ_DISTURBANCE";
-    case FaultKind::FlippedContent:
-      return "FLIPPED_CONTENT";
-    case FaultKind::StuckBit:
-      return "STUCK_BIT";
-  }
-  return "";
-}
-
-class ContextObserver : public Observer {
- public:
-  ContextObserver(TestContext& context, RunJournal& journal)
-      : m_context(context), m_journal(journal) {}
-
-  bool stopRequested() override {
-    return m_context.stopRequested() || (m_found && m_context.haltOnError());
-  }
-
-  void progress(double share) override {
-    m_context.progress(static_cast<unsigned int>(share * 100));
-  }
-
-  bool wait(std::chrono::milliseconds duration) override { return m_context.sleepFor(duration); }
-
-  void miscompare(const Miscompare& fault) override {
-    m_found = true;
-    m_journal.report(
-        MiscompareFound,
-        {m_context.device().name, hexadecimal(fault.virtualAddress),
-         fault.physicalAddress ? hexadecimal(*fault.physicalAddress) : std::string("UNKNOWN"),
-         hexadecimal(fault.expected), hexadecimal(fault.found), hexadecimal(fault.differingBits()),
-         tokenOf(fault.kind), hexadecimal(fault.foundAgain), fault.pattern});
-  }
-
- private:
-  TestContext& m_context;
-  RunJournal& m_journal;
-  std::atomic<bool> m_found{false};
-};
 
 /// Proves the way from a fault to the report: flips one bit before the memory is first compared.
 class InjectedFault : public FaultSeam {
@@ -276,11 +302,12 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
   return Common::judged(context, device, [&](RunJournal& journal) {
     const Node node = nodeOf(context.device());
     const SystemFiles files = filesOf(context.device());
-    Workbench* const workbench = workbenchFor(context, node, journal);
+    const ErrorCounters before = ErrorCounters::read(files);
+    ContextObserver observer(context, journal, before);
+    Workbench* const workbench = workbenchFor(context, node, journal, observer);
     if (workbench == nullptr) {
       return;
     }
-    const ErrorCounters before = ErrorCounters::read(files);
     if (!before.present()) {
       context.log(device + ": no driver counts the errors of the memory controllers");
     }
@@ -288,7 +315,6 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
     if (const auto offset = context.value(kInjectFault)) {
       injected.emplace(*offset);
     }
-    ContextObserver observer(context, journal);
     Sweeper sweeper(*workbench->region, workbench->team, bestKernels(), observer,
                     injected ? &*injected : nullptr);
     const TestReport report = runTest(m_test, sweeper, optionsOf(context, m_test));

@@ -12,15 +12,16 @@ namespace TarvexDiags::Memory {
 
 /// @brief Codes of the package's events, as sections Information, Warning and Error name them.
 enum MemoryEvent : unsigned int {
-  RegionReady = 1,         ///< device, MiB, threads, kernels, MiB locked
-  MemoryVerified = 2,      ///< device, MiB verified, MB/s
-  Remark = 3,              ///< device, what could not be had as wished
-  CorrectedErrors = 101,   ///< device, controller or module, how many
-  TooLittleMemory = 102,   ///< device, MiB available, MiB wanted at least
-  MiscompareFound = 201,   ///< device, virtual and physical address, expected, found, differing
-                           ///< bits, kind, found again, pattern
-  MiscompareTotal = 202,   ///< device, words that were wrong, MiB verified
-  UncorrectedErrors = 203  ///< device, controller or module, how many
+  RegionReady = 1,          ///< device, MiB, threads, kernels, MiB locked
+  MemoryVerified = 2,       ///< device, MiB verified, MB/s
+  Remark = 3,               ///< device, what could not be had as wished
+  CorrectedErrors = 101,    ///< device, controller or module, how many
+  TooLittleMemory = 102,    ///< device, MiB available, MiB wanted at least
+  MiscompareFound = 201,    ///< device, virtual and physical address, expected, found, differing
+                            ///< bits, kind, found again, pattern
+  MiscompareTotal = 202,    ///< device, words that were wrong, MiB verified
+  UncorrectedErrors = 203,  ///< device, controller or module, how many
+  PageIsPoisoned = 204  ///< device, virtual and physical address of the page, controller or module
 };
 
 /// @brief One of the tests, on the memory of one node.

@@ -23,6 +23,10 @@ class Observer {
   /// @brief A fault. One thread at a time.
   virtual void miscompare(const Miscompare& fault) = 0;
 
+  /// @brief A page that the kernel took away, and whose content is therefore nobody's fault. Each
+  /// is told once. One thread at a time.
+  virtual void pagePoisoned(const PoisonedPage& page) = 0;
+
   /// @brief Waits. @return false when the test shall end.
   virtual bool wait(std::chrono::milliseconds duration) = 0;
 };

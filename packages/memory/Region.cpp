@@ -61,9 +61,15 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
 }
 
 Region::Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes)
-    : m_mapping(mapping), m_mappedBytes(mappedBytes), m_blocks(bytes / kBlockBytes) {
+    : m_mapping(mapping),
+      m_mappedBytes(mappedBytes),
+      m_data(firstHugePage(mapping)),
+      m_blocks(bytes / kBlockBytes),
+      m_poisonedPages(m_data, bytes) {}
+
+std::byte* Region::firstHugePage(std::byte* mapping) {
   const auto address = reinterpret_cast<std::uintptr_t>(mapping);
-  m_data = mapping + (kHugePageBytes - address % kHugePageBytes) % kHugePageBytes;
+  return mapping + (kHugePageBytes - address % kHugePageBytes) % kHugePageBytes;
 }
 
 Region::~Region() {
@@ -116,7 +122,12 @@ void Region::lock(const std::function<bool()>& giveUp) {
       continue;
     }
     reason = reason.empty() ? failure("Not all of the memory could be locked") : reason;
-    size = size / 2 / kBlockBytes * kBlockBytes;
+    // A poisoned page refuses too; touched, it is replaced.
+    const std::size_t poisoned = m_poisonedPages.pages().size();
+    touchPages(m_data + m_lockedBytes, size);
+    if (m_poisonedPages.pages().size() == poisoned) {
+      size = size / 2 / kBlockBytes * kBlockBytes;
+    }
   }
   if (m_lockedBytes < bytes() && !reason.empty()) {
     m_remarks.push_back(reason + "; locked are " + std::to_string(m_lockedBytes / 1024) +

@@ -7,11 +7,14 @@
 #include <vector>
 
 #include "packages/memory/Pattern.h"
+#include "packages/memory/PoisonedPages.h"
 #include "packages/memory/Team.h"
 
 namespace TarvexDiags::Memory {
 
 /// @brief The memory under test: mapped once, populated by all threads, locked as far as allowed.
+///
+/// Pages that the kernel takes away while it lives are replaced; see PoisonedPages.
 ///
 /// Thread-safety: the memory is everybody's; the object changes only while it is made.
 class Region {
@@ -41,11 +44,14 @@ class Region {
 
   std::size_t lockedBytes() const { return m_lockedBytes; }
 
+  PoisonedPages& poisonedPages() { return m_poisonedPages; }
+
   /// @brief What could not be had as wished, for the log: one sentence each.
   const std::vector<std::string>& remarks() const { return m_remarks; }
 
  private:
   Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes);
+  static std::byte* firstHugePage(std::byte* mapping);
   void bindTo(int node);
   void populate(Team& team, const std::function<bool()>& giveUp);
   void lock(const std::function<bool()>& giveUp);
@@ -56,6 +62,7 @@ class Region {
   std::byte* m_data;
   std::size_t m_blocks;
   std::size_t m_lockedBytes = 0;
+  PoisonedPages m_poisonedPages;
   std::vector<std::string> m_remarks;
 };
 

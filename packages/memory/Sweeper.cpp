@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "packages/memory/PhysicalAddress.h"
 #include "packages/memory/WordAccess.h"
 
 namespace TarvexDiags::Memory {
@@ -16,7 +17,8 @@ void Sweeper::expectWalks(std::size_t walks) {
 }
 
 bool Sweeper::stopped() const {
-  return m_miscompares >= kMaximumCounted || m_observer.stopRequested();
+  return m_miscompares >= kMaximumCounted || m_region.poisonedPages().areTooMany() ||
+         m_observer.stopRequested();
 }
 
 void Sweeper::tellWritten() {
@@ -60,8 +62,16 @@ bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::siz
       m_observer.progress(std::min(1.0, (static_cast<double>(m_walksDone) + share) / walks));
     }
   });
+  tellPoisonedPages();
   ++m_walksDone;
   return !stopped();
+}
+
+void Sweeper::tellPoisonedPages() {
+  const System::LockHold hold(m_reportLock);
+  for (const PoisonedPage& page : m_region.poisonedPages().takeNew()) {
+    m_observer.pagePoisoned(page);
+  }
 }
 
 void Sweeper::sweepBlock(const Block& block, const Sweep& sweep) {
@@ -110,8 +120,29 @@ void Sweeper::judgeLine(const Block& block, std::size_t line, const Pattern& exp
   }
 }
 
+bool Sweeper::isLost(const void* word) const {
+  const PoisonedPages& poisoned = m_region.poisonedPages();
+  if (poisoned.empty()) {
+    return false;
+  }
+  constexpr std::size_t kSliceBytes = Region::kBlocksInSlice * kBlockBytes;
+  const auto region = reinterpret_cast<std::uintptr_t>(m_region.data());
+  const std::size_t at = reinterpret_cast<std::uintptr_t>(word) - region;
+  const std::vector<PoisonedPage> pages = poisoned.pages();
+  return std::any_of(pages.begin(), pages.end(), [&](const PoisonedPage& page) {
+    const std::size_t begin = page.begin - region;
+    const bool sameSlice = at / kSliceBytes == begin / kSliceBytes;
+    const std::size_t distance =
+        m_blocksMove && sameSlice ? (at - begin) % kBlockBytes : at - begin;
+    return distance < page.bytes;
+  });
+}
+
 void Sweeper::judge(std::uint64_t* word, std::uint64_t expected, std::uint64_t found,
                     const std::string& patternName) {
+  if (isLost(word)) {
+    return;
+  }
   if (++m_miscompares > kMaximumReported) {
     return;
   }

@@ -87,18 +87,29 @@ class Sweeper {
   /// @brief To be called between writing and comparing.
   void tellWritten();
 
+  /// @brief Tells the observer of poisoned pages that it has not heard of. Walks do it by
+  /// themselves.
+  void tellPoisonedPages();
+
+  /// @brief From now on contents move within their slices, at the same offset in their blocks: what
+  /// a poisoned page has lost may be missed elsewhere.
+  void expectMoves() { m_blocksMove = true; }
+
   bool stopped() const;
 
  private:
   void sweepBlock(const Block& block, const Sweep& sweep);
   void judgeLine(const Block& block, std::size_t line, const Pattern& expected,
                  const FoundLine& found);
+  /// Whether the content of a word was lost with a poisoned page.
+  bool isLost(const void* word) const;
 
   Region& m_region;
   Team& m_team;
   const Kernels& m_kernels;
   Observer& m_observer;
   FaultSeam* m_seam;
+  bool m_blocksMove = false;
   std::size_t m_step = 0;
   std::size_t m_walksExpected = 1;
   std::size_t m_walksDone = 0;

@@ -22,6 +22,7 @@ class RecordingObserver : public Observer {
   bool stopRequested() override { return stop; }
   void progress(double share) override { lastProgress = share; }
   void miscompare(const Miscompare& fault) override { faults.push_back(fault); }
+  void pagePoisoned(const PoisonedPage& page) override { poisoned.push_back(page); }
   bool wait(std::chrono::milliseconds duration) override {
     waited += duration;
     return !stop;
@@ -31,6 +32,7 @@ class RecordingObserver : public Observer {
   double lastProgress = 0;
   std::chrono::milliseconds waited{0};
   std::vector<Miscompare> faults;
+  std::vector<PoisonedPage> poisoned;
 };
 
 inline std::vector<int> twoCpus() {

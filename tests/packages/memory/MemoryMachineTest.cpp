@@ -12,6 +12,7 @@
 
 #include "packages/memory/ErrorCounters.h"
 #include "packages/memory/Nodes.h"
+#include "packages/memory/PhysicalAddress.h"
 #include "tests/packages/memory/MemoryFixture.h"
 #include "tests/support/FakeMachine.h"
 #include "tests/support/Sanitized.h"

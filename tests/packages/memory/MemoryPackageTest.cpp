@@ -18,6 +18,7 @@
 #include "packages/common/ContextJournal.h"
 #include "packages/memory/NodeDiagnostic.h"
 #include "tests/packages/memory/MemoryFixture.h"
+#include "tests/packages/memory/PoisonSignal.h"
 #include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::Memory {
@@ -216,6 +217,45 @@ TEST_F(MemoryCountersTest, errors_that_could_not_be_corrected_are_a_fault) {
   context->uncorrected = "1";
   EXPECT_EQ(run().kind(), PackageKit::Verdict::Kind::Failed);
   EXPECT_THAT(codes(), Contains(unsigned{UncorrectedErrors}));
+}
+
+/// @brief Takes a page away while the memory is left alone, and blames a module for it.
+class LosingContext : public CountingContext {
+ public:
+  static constexpr int kMegabytes = 3;
+
+  using CountingContext::CountingContext;
+
+  bool sleepFor(std::chrono::nanoseconds duration) override {
+    if (lost == nullptr) {
+      uncorrected = "1";
+      CountingContext::sleepFor(duration);
+      lost = findMapping(std::size_t{kMegabytes} << 20) + 2 * kPageBytes;
+      signalPoison(lost, BUS_MCEERR_AR);
+    }
+    return CountingContext::sleepFor(duration);
+  }
+
+  std::byte* lost = nullptr;
+};
+
+TEST_F(MemoryCountersTest, page_that_is_lost_fails_the_test_and_is_told_with_its_module) {
+  machine.has("proc/meminfo", "MemTotal: 8192 kB\nMemAvailable: 4096 kB\n");
+  takeAtMost(LosingContext::kMegabytes);
+  LosingContext losing(parameters(""), machine);
+  EXPECT_EQ(NodeDiagnostic(memoryTest(BitFade)).run(losing).kind(),
+            PackageKit::Verdict::Kind::Failed);
+  std::vector<std::vector<std::string>> told;
+  for (const RecordingContext::Event& event : losing.events()) {
+    EXPECT_NE(event.code, unsigned{MiscompareFound});
+    if (event.code == PageIsPoisoned) {
+      told.push_back(event.parameters);
+    }
+  }
+  ASSERT_THAT(told, SizeIs(1));
+  ASSERT_THAT(told[0], SizeIs(4));
+  EXPECT_EQ(std::stoull(told[0][1], nullptr, 16), reinterpret_cast<std::uintptr_t>(losing.lost));
+  EXPECT_EQ(told[0][3], "mc0");
 }
 
 /// @brief Asks a test to stop at one of its questions whether it shall, and takes the time until
