@@ -198,8 +198,8 @@ class ContextObserver : public Observer {
   std::atomic<bool> m_found{false};
 };
 
-/// @return null when there is too little memory, which was then reported
-Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& journal,
+/// Too little memory is reported, and then leaves nothing to test.
+Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& journal,
                         Observer& observer) {
   const SizeLimits limits = limitsOf(context.settings(), context.testId(), context.quickMode());
   std::unique_ptr<Workbench>& kept = keptWorkbench();
@@ -216,12 +216,12 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
         {context.device().name, megabytes(*available + held),
          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
              std::to_string(kLeastMegabytes)});
-    return nullptr;
+    throw Common::NotSupported("Too little memory is available");
   }
   // A little less than could be had now is no reason to map and populate anew.
   if (kept != nullptr && kept->node == node.number && held <= bytes + bytes / 4 &&
       held >= bytes - bytes / 4) {
-    return kept.get();
+    return *kept;
   }
   kept.reset();
   const std::vector<int> cpus = usableCpus(node);
@@ -252,7 +252,7 @@ Workbench* workbenchFor(TestContext& context, const Node& node, RunJournal& jour
                             "A thread could not be pinned to CPU " + std::to_string(cpu)});
   }
   kept = std::move(made);
-  return kept.get();
+  return *kept;
 }
 
 /// Proves the way from a fault to the report: flips one bit before the memory is first compared.
@@ -304,10 +304,7 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
     const SystemFiles files = filesOf(context.device());
     const ErrorCounters before = ErrorCounters::read(files);
     ContextObserver observer(context, journal, before);
-    Workbench* const workbench = workbenchFor(context, node, journal, observer);
-    if (workbench == nullptr) {
-      return;
-    }
+    Workbench& workbench = workbenchFor(context, node, journal, observer);
     if (!before.present()) {
       context.log(device + ": no driver counts the errors of the memory controllers");
     }
@@ -315,7 +312,7 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
     if (const auto offset = context.value(kInjectFault)) {
       injected.emplace(*offset);
     }
-    Sweeper sweeper(*workbench->region, workbench->team, bestKernels(), observer,
+    Sweeper sweeper(*workbench.region, workbench.team, bestKernels(), observer,
                     injected ? &*injected : nullptr);
     const TestReport report = runTest(m_test, sweeper, optionsOf(context, m_test));
     reportCounters(device, before, ErrorCounters::read(files), journal);

@@ -95,11 +95,12 @@ TEST_F(MemoryPackageTest, halt_on_error_ends_a_test_with_the_fault) {
   EXPECT_EQ(runQuick({9}, true).verdict, DiagnosticResult::FAILED);
 }
 
-TEST_F(MemoryPackageTest, margin_that_leaves_nothing_is_a_warning_and_no_fault) {
+TEST_F(MemoryPackageTest, margin_that_leaves_nothing_to_test_is_told_and_no_fault) {
   driver.set("Package", "MarginPercent", "100");
   const auto run = runQuick({2});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
   EXPECT_TRUE(run.has(TooLittleMemory));
+  EXPECT_TRUE(run.has(PackageKit::TEST_NOT_SUPPORTED));
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 
