@@ -86,6 +86,9 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
   if (entry->isWriting() && !context.mayWrite()) {
     return trouble(OPEN_MODE_REFUSED, {});
   }
+  if (context.stopRequested()) {
+    return {TestEnding::Stopped};
+  }
   try {
     return endingOf(entry->test().run(context));
   } catch (const Stopped&) {
