@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -29,6 +31,16 @@ class DiagctlVerdict : public Diagctl {
     }
     m_step = "Misbehaving package: " + test + " on Unit 0";
     return runTest(test, "Unit 0", std::move(options));
+  }
+
+  /// The package that misbehaves, with more keys in its configuration.
+  void useMisbehavingPackageWith(const std::string& keys) {
+    namespace fs = std::filesystem;
+    const std::string copy = place.path("changed");
+    fs::copy(Workplace::misbehavingPackages(), copy, fs::copy_options::recursive);
+    place.usePackages(copy);
+    place.replaceIn(copy + "/misbehaving.cfg", "[Package]\n", "[Package]\n" + keys);
+    m_usesMisbehavingPackage = true;
   }
 
   /// One test of a package without the kit.
@@ -83,6 +95,25 @@ TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_whatever_ended_it)
 TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_it_is_aborted) {
   expectFault(misbehave("Fault, then long test", {"--total-time", "1s"}), "fault-found",
               "Unit 0 has a fault: bit 3.");
+}
+
+TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_the_run_is_interrupted) {
+  place.useMisbehavingPackage();
+  ReportedProgram program(withControlFile({"run", "-q", "-t", "Fault, then long test"}));
+  ASSERT_TRUE(program.waitForLog("has a fault"));
+  program.program().signal(SIGINT);
+  const ReportedRun run = program.finish();
+  EXPECT_EQ(run.exitCode(), 128 + SIGINT);
+  m_step = "Misbehaving package: Fault, then long test on Unit 0";
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("FAILED"));
+}
+
+TEST_F(DiagctlVerdict, of_a_call_that_never_returns_from_the_kernel_comes_when_its_time_is_over) {
+  useMisbehavingPackageWith("SignalsLost=TRUE\nKillGrace=0.2\n");
+  const ReportedRun run = misbehave("Endless loop");
+  expectVerdict(run, "ERROR", kNoVerdict);
+  EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("worker-unkillable"));
+  EXPECT_THAT(run.formatsWithout(m_step, "hangs in the kernel"), IsEmpty());
 }
 
 TEST_F(DiagctlVerdict, of_a_test_that_contradicts_itself_is_trouble) {

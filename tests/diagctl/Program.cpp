@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -150,6 +152,24 @@ void Program::type(const std::string& keys) {
 
 void Program::signal(int number) {
   kill(m_process, number);
+}
+
+pid_t Program::awaitWorker(std::chrono::milliseconds limit) const {
+  for (const auto end = Clock::now() + limit; Clock::now() < end; usleep(1000)) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+      std::ifstream stat(entry.path() / "stat");
+      std::string line;
+      std::getline(stat, line);
+      // "PID (NAME) STATE PARENT ...", the name cut to 15 letters.
+      const std::string name = " (tarvex-package-) ";
+      const std::size_t state = line.find(name);
+      if (state != std::string::npos && line[state + name.size()] != 'Z' &&
+          std::atoi(line.c_str() + state + name.size() + 1) == m_process) {
+        return std::atoi(line.c_str());
+      }
+    }
+  }
+  throw std::runtime_error("no test has a process");
 }
 
 Outcome Program::finish(std::chrono::milliseconds limit) {

@@ -38,6 +38,8 @@ class Program {
   bool waitFor(const std::string& text, std::chrono::milliseconds limit = std::chrono::seconds(20));
   void type(const std::string& keys);
   void signal(int number);
+  /// Waits for a process in which a test runs. @throws std::runtime_error if there comes none.
+  pid_t awaitWorker(std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
   /// Waits for the end.
   Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(100));
 

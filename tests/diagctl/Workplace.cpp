@@ -69,7 +69,11 @@ Workplace& Workplace::usePackages(const std::string& directory) {
 }
 
 Workplace& Workplace::useMisbehavingPackage() {
-  return usePackages(fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "selftest");
+  return usePackages(misbehavingPackages());
+}
+
+std::string Workplace::misbehavingPackages() {
+  return fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "selftest";
 }
 
 std::string Workplace::packageFile(const std::string& name) const {

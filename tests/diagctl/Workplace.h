@@ -33,6 +33,7 @@ class Workplace {
   Workplace& usePackages(const std::string& directory);
   /// The package whose tests crash, hang and flood, on its four devices.
   Workplace& useMisbehavingPackage();
+  static std::string misbehavingPackages();
 
   const std::string& controlFile() const { return m_controlFile; }
   std::string packageFile(const std::string& name) const;

@@ -32,6 +32,14 @@ INSTANTIATE_TEST_SUITE_P(
         ExitCase{"warned", {.warned = 1}, {}, ExitCode::kPassed},
         ExitCase{"warned_strictly", {.warned = 1}, {.isStrict = true}, ExitCode::kNoVerdict},
         ExitCase{"all_skipped", {.skipped = 3}, {}, ExitCode::kNothingRan},
+        ExitCase{
+            "skip_fails", {.passed = 1, .skipped = 1}, {.failsOnSkip = true}, ExitCode::kNoVerdict},
+        ExitCase{"all_skips_fail", {.skipped = 3}, {.failsOnSkip = true}, ExitCode::kNoVerdict},
+        ExitCase{"no_skip_fails", {.passed = 1}, {.failsOnSkip = true}, ExitCode::kPassed},
+        ExitCase{"failure_beside_a_skip",
+                 {.failed = 1, .skipped = 1},
+                 {.failsOnSkip = true},
+                 ExitCode::kHardwareFailure},
         ExitCase{"nothing", {}, {.hasUnmatchedPattern = true}, ExitCode::kNothingRan}),
     [](const auto& each) { return each.param.name; });
 

@@ -46,15 +46,25 @@ TEST(StepOutcomes, take_the_weightiest_of_what_was_told) {
   const StepDiagnosis failed = judged(Verdict::Fail);
   const StepDiagnosis unusual = judged(Verdict::Unknown);
   const StepTrouble trouble{kStep, "worker-crashed", "", ""};
+  const StepMessage warning{kStep, Severity::Warning, "hot", ""};
   const StepEnded complete{kStep, RunStatus::Complete};
   const StepEnded skipped{kStep, RunStatus::Skip};
   EXPECT_EQ(outcomeOf({passed, complete}), Outcome::Passed);
   EXPECT_EQ(outcomeOf({passed, unusual, complete}), Outcome::Warning);
   EXPECT_EQ(outcomeOf({unusual, skipped}), Outcome::Skipped);
+  EXPECT_EQ(outcomeOf({warning, passed, complete}), Outcome::Warning);
+  EXPECT_EQ(outcomeOf({warning, skipped}), Outcome::Skipped);
+  EXPECT_EQ(outcomeOf({warning, trouble, StepEnded{kStep, RunStatus::Error}}), Outcome::Trouble);
   EXPECT_EQ(outcomeOf({passed, trouble, skipped}), Outcome::Trouble);
   EXPECT_EQ(outcomeOf({passed, StepEnded{kStep, RunStatus::Error}}), Outcome::Trouble);
   EXPECT_EQ(outcomeOf({passed}), Outcome::Trouble) << "without an end";
   EXPECT_EQ(outcomeOf({failed, trouble, StepEnded{kStep, RunStatus::Error}}), Outcome::Failed);
+}
+
+TEST(StepRecords, name_a_failure_and_not_the_trouble_before_it) {
+  const StepTrouble trouble{kStep, "worker-crashed", "", ""};
+  EXPECT_EQ(recordOf({trouble, judged(Verdict::Fail)}).find(kStep)->symptom, "symptom");
+  EXPECT_EQ(recordOf({trouble, judged(Verdict::Unknown)}).find(kStep)->symptom, "worker-crashed");
 }
 
 TEST(RunSummaries, tell_what_was_aborted_from_what_was_not_possible) {
