@@ -85,6 +85,13 @@ std::vector<int> allowedCpus() {
   return numbers;
 }
 
+bool runsOnlyOn(int cpu) {
+  CpuSet set(kMaximumCpus);
+  return cpu >= 0 && cpu < kMaximumCpus && sched_getaffinity(0, set.size(), set.get()) == 0 &&
+         CPU_COUNT_S(set.size(), set.get()) == 1 &&
+         CPU_ISSET_S(static_cast<std::size_t>(cpu), set.size(), set.get());
+}
+
 bool pinThisThread(int cpu) {
   return allowThisThread({cpu});
 }

@@ -12,6 +12,9 @@ std::vector<int> parseCpuList(std::string_view text);
 /// @brief The CPUs on which the calling thread may run, rising.
 std::vector<int> allowedCpus();
 
+/// @brief Whether the calling thread may run on this CPU and on no other.
+bool runsOnlyOn(int cpu);
+
 /// @brief Keeps the calling thread on one CPU. @return false when the kernel refuses.
 bool pinThisThread(int cpu);
 

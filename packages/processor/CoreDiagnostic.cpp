@@ -8,6 +8,7 @@
 
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
+#include "packages/processor/CoreHold.h"
 #include "packages/processor/Cores.h"
 #include "packages/processor/HealthCounters.h"
 
@@ -42,22 +43,6 @@ bool isAllowed(int core) {
 int partnerOf(const Device& device) {
   return partnerOf(coreOf(device), findCores(filesOf(device)), Common::allowedCpus());
 }
-
-/// Pins the test's thread to its core, and gives it back the CPUs that it had.
-class Pinned {
- public:
-  explicit Pinned(int core) : m_before(Common::allowedCpus()) {
-    if (!Common::pinThisThread(core)) {
-      throw Common::NotSupported("this process may not run on core " + std::to_string(core));
-    }
-  }
-  ~Pinned() { Common::allowThisThread(m_before); }
-  Pinned(const Pinned&) = delete;
-  Pinned& operator=(const Pinned&) = delete;
-
- private:
-  std::vector<int> m_before;
-};
 
 class ContextObserver : public Observer {
  public:
@@ -147,7 +132,7 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
   return Common::judged(context, device, [&](RunJournal& journal) {
     const int core = coreOf(context.device());
     const int partner = partnerOf(context.device());
-    const Pinned pinned(core);
+    const CoreHold hold(core);
     const SystemFiles files = filesOf(context.device());
     const HealthCounters before = HealthCounters::read(files, core);
     if (!before.present()) {
@@ -158,9 +143,11 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
     InjectedFault fault(injected.value_or(""));
     ContextObserver observer(context, journal);
     Verifier verifier(core, partner, context.seed(), observer, injected ? &fault : nullptr);
+    verifier.requireHold(hold);
     const auto duration =
         std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kDurationSeconds));
     const TestReport report = runTest(m_test, verifier, duration);
+    hold.requireAlone();
     reportCounters(device, before, HealthCounters::read(files, core), journal);
     if (report.wrongResults == 0) {
       context.throwIfStopped();

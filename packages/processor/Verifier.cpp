@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdio>
 
-#include "packages/common/CpuList.h"
+#include "packages/common/RunJournal.h"
 
 namespace TarvexDiags::Processor {
 
@@ -26,10 +26,27 @@ Partner::~Partner() {
 }
 
 void Partner::serve(int cpu) {
-  Common::pinThisThread(cpu);
-  while (const std::function<void()>* const work = nextWork()) {
-    (*work)();
-    finishWork();
+  const std::string name = "the partner core " + std::to_string(cpu);
+  try {
+    const CoreHold hold(cpu, name);
+    work(&hold, nullptr);
+  } catch (const Common::NotSupported&) {
+    work(nullptr, std::make_exception_ptr(CoreTakenAway(name + " was taken away")));
+  }
+}
+
+void Partner::work(const CoreHold* hold, const std::exception_ptr& reason) {
+  while (const std::function<void()>* const next = nextWork()) {
+    std::exception_ptr trouble = reason;
+    try {
+      (*next)();
+      if (hold != nullptr) {
+        hold->requireAlone();
+      }
+    } catch (const std::exception&) {
+      trouble = std::current_exception();
+    }
+    finishWork(trouble);
   }
 }
 
@@ -41,9 +58,10 @@ const std::function<void()>* Partner::nextWork() {
   return m_stopped ? nullptr : m_work;
 }
 
-void Partner::finishWork() {
+void Partner::finishWork(const std::exception_ptr& trouble) {
   const System::LockHold hold(m_lock);
   m_work = nullptr;
+  m_trouble = trouble;
   m_changed.notifyAll();
 }
 
@@ -71,6 +89,9 @@ void Partner::together(const std::function<void()>& here, const std::function<vo
   while (m_work != nullptr) {
     m_changed.wait(m_lock);
   }
+  if (m_trouble != nullptr) {
+    std::rethrow_exception(m_trouble);
+  }
 }
 
 Verifier::Verifier(int core, int partner, std::uint64_t seed, Observer& observer, ResultSeam* seam)
@@ -84,6 +105,9 @@ Partner& Verifier::partner() {
 }
 
 void Verifier::show(std::span<std::uint64_t> found) {
+  if (m_hold != nullptr) {
+    m_hold->require();
+  }
   m_checked += found.size();
   if (m_seam != nullptr) {
     m_seam->computed(m_instructionClass, found);

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <span>
@@ -11,6 +12,7 @@
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
 #include "packages/common/RandomSequence.h"
+#include "packages/processor/CoreHold.h"
 
 namespace TarvexDiags::Processor {
 
@@ -61,17 +63,23 @@ class Partner {
   Partner& operator=(const Partner&) = delete;
 
   /// @brief Runs both at the same time, one here and one there; both wait for each other to begin.
+  /// @throws CoreTakenAway when the other was not on its CPU, and what its work threw; both are
+  /// done then
   void together(const std::function<void()>& here, const std::function<void()>& there);
 
  private:
   void serve(int cpu);
+  /// Does the work that comes; the hold keeps the thread on its CPU, or is null with the reason.
+  void work(const CoreHold* hold, const std::exception_ptr& reason);
   /// Waits for work; null at the end.
   const std::function<void()>* nextWork();
-  void finishWork();
+  /// @param trouble  what kept the work from its CPU, or null
+  void finishWork(const std::exception_ptr& trouble);
 
   System::Mutex m_lock;
   System::ConditionVariable m_changed;
   const std::function<void()>* m_work TARVEXDIAGS_GUARDED_BY(m_lock) = nullptr;
+  std::exception_ptr m_trouble TARVEXDIAGS_GUARDED_BY(m_lock);
   bool m_stopped TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   std::thread m_thread;
 };
@@ -102,6 +110,10 @@ class Verifier {
   /// @brief What the results that follow are of.
   void begin(const std::string& instructionClass) { m_instructionClass = instructionClass; }
 
+  /// @brief Lets results count only while a thread is on its core: before any is compared, the hold
+  /// is asked. It outlives the verifier; without one the results count wherever they are from.
+  void requireHold(const CoreHold& hold) { m_hold = &hold; }
+
   /// @brief Compares word by word.
   /// @param operands  what the word at an index was computed from, asked only when it is wrong
   void verify(std::span<std::uint64_t> found, std::span<const std::uint64_t> expected,
@@ -123,6 +135,7 @@ class Verifier {
   Common::RandomSequence m_random;
   Observer& m_observer;
   ResultSeam* m_seam;
+  const CoreHold* m_hold = nullptr;
   std::unique_ptr<Partner> m_partner;
   std::string m_instructionClass;
   std::uint64_t m_wrong = 0;

@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <set>
 #include <string>
 #include <thread>
 
+#include "packages/common/RunJournal.h"
+#include "packages/processor/CoreHold.h"
 #include "tests/packages/processor/ProcessorFixture.h"
 
 namespace TarvexDiags::Processor {
@@ -167,6 +170,73 @@ TEST(PartnerTest, both_sides_run_at_the_same_time_again_and_again) {
     ASSERT_EQ(here, round + 1);
     ASSERT_EQ(there, round + 1);
   }
+}
+
+/// A CPU of this process that is not the given one; -1 when there is none.
+int otherThan(int cpu) {
+  for (const int other : Common::allowedCpus()) {
+    if (other != cpu) {
+      return other;
+    }
+  }
+  return -1;
+}
+
+TEST(CoreHoldTest, thread_that_is_moved_to_another_core_has_lost_its_own) {
+  const int core = Common::allowedCpus().front();
+  const int other = otherThan(core);
+  if (other < 0) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  const CoreHold hold(core);
+  hold.require();
+  hold.requireAlone();
+  ASSERT_TRUE(Common::allowThisThread({core, other}));
+  EXPECT_THROW(hold.requireAlone(), CoreTakenAway) << "it might have been elsewhere";
+  ASSERT_TRUE(Common::pinThisThread(other));
+  EXPECT_THROW(hold.require(), CoreTakenAway);
+}
+
+TEST(CoreHoldTest, core_that_may_not_be_used_is_not_held) {
+  EXPECT_THROW(CoreHold(60000), Common::NotSupported);
+}
+
+TEST(PartnerTest, partner_that_lost_its_core_is_told_once_both_are_done) {
+  const int core = Common::allowedCpus().front();
+  const int other = otherThan(core);
+  if (other < 0) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  Partner partner(core);
+  partner.together([] {}, [] {});
+  bool done = false;
+  EXPECT_THROW(partner.together([&] { done = true; }, [&] { Common::pinThisThread(other); }),
+               CoreTakenAway);
+  EXPECT_TRUE(done);
+}
+
+TEST(PartnerTest, partner_on_a_core_that_is_gone_is_told_with_the_first_work) {
+  Partner partner(60000);
+  EXPECT_THROW(partner.together([] {}, [] {}), CoreTakenAway);
+}
+
+TEST(VerifierTest, results_that_another_core_computed_are_not_counted) {
+  const int core = Common::allowedCpus().front();
+  const int other = otherThan(core);
+  if (other < 0) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  RecordingObserver observer;
+  Verifier verifier(core, -1, 1, observer);
+  const CoreHold hold(core);
+  verifier.requireHold(hold);
+  std::array<std::uint64_t, 1> found = {1};
+  const std::array<std::uint64_t, 1> expected = {2};
+  ASSERT_TRUE(Common::pinThisThread(other));
+  const auto noOperands = [](std::size_t) { return std::string(); };
+  EXPECT_THROW(verifier.verify(found, expected, noOperands), CoreTakenAway);
+  EXPECT_TRUE(observer.results.empty());
+  EXPECT_EQ(verifier.checkedResults(), 0U);
 }
 
 TEST(RunTest, test_goes_on_until_its_time_is_over_and_tells_how_much_of_it_was_verified_work) {

@@ -13,6 +13,7 @@
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/CpuList.h"
 #include "packages/processor/CoreDiagnostic.h"
+#include "packages/processor/CoreHold.h"
 #include "tests/packages/processor/ProcessorFixture.h"
 #include "tests/support/FakeMachine.h"
 
@@ -122,7 +123,8 @@ TEST_F(ProcessorPackageTest, what_a_core_lacks_is_not_supported_with_a_reason) {
   EXPECT_THAT(driver.logText(), HasSubstr("neither throttling nor machine checks"));
 }
 
-/// @brief Changes a counter of the machine once the test asks whether it shall stop.
+/// @brief Changes a counter of the machine, or the thread's CPUs, once the test asks whether it
+/// shall stop.
 class HeatingContext : public RecordingContext {
  public:
   HeatingContext(PackageKit::TestParameters parameters, Tests::FakeMachine& machine)
@@ -132,11 +134,16 @@ class HeatingContext : public RecordingContext {
     if (!changedFile.empty()) {
       m_machine.has(changedFile, changedText);
     }
+    if (!cpusFromOutside.empty()) {
+      Common::allowThisThread(cpusFromOutside);
+    }
     return RecordingContext::stopRequested();
   }
 
   std::string changedFile;
   std::string changedText;
+  /// Where somebody else lets the thread run from now on.
+  std::vector<int> cpusFromOutside;
 
  private:
   Tests::FakeMachine& m_machine;
@@ -205,6 +212,26 @@ TEST_F(ProcessorCountersTest, thread_has_its_cpus_back_after_the_test) {
   const std::vector<int> before = Common::allowedCpus();
   kindWith("", "");
   EXPECT_EQ(Common::allowedCpus(), before);
+}
+
+TEST_F(ProcessorCountersTest, core_that_is_taken_away_under_its_test_has_no_verdict) {
+  const std::vector<int> all = Common::allowedCpus();
+  if (all.size() < 2) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  context->cpusFromOutside = {all.back()};
+  EXPECT_THROW(kindWith("", ""), CoreTakenAway);
+  EXPECT_FALSE(told(CoreVerified));
+  EXPECT_EQ(Common::allowedCpus(), all);
+}
+
+TEST_F(ProcessorCountersTest, core_that_was_free_to_leave_at_the_end_has_no_verdict) {
+  const std::vector<int> all = Common::allowedCpus();
+  if (all.size() < 2) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  context->cpusFromOutside = all;
+  EXPECT_THROW(kindWith("", ""), CoreTakenAway);
 }
 
 TEST_F(ProcessorCountersTest, request_to_stop_gives_no_verdict) {
