@@ -9,6 +9,7 @@
 
 #include "packages/processor/Batch.h"
 #include "packages/processor/Checks.h"
+#include "packages/processor/FloatEnvironment.h"
 #include "packages/processor/SoftFloat.h"
 
 #if defined(__x86_64__)
@@ -23,21 +24,6 @@ constexpr std::array<int, 4> kHardwareRounding = {FE_TONEAREST, FE_TOWARDZERO, F
                                                   FE_DOWNWARD};
 constexpr std::array<const char*, 4> kRoundingNames = {"to nearest", "toward zero", "upward",
                                                        "downward"};
-
-/// The default environment, for as long as it lives: no flushing of denormals, no traps.
-class FloatEnvironment {
- public:
-  FloatEnvironment() {
-    std::fegetenv(&m_before);
-    std::fesetenv(FE_DFL_ENV);
-  }
-  ~FloatEnvironment() { std::fesetenv(&m_before); }
-  FloatEnvironment(const FloatEnvironment&) = delete;
-  FloatEnvironment& operator=(const FloatEnvironment&) = delete;
-
- private:
-  std::fenv_t m_before{};
-};
 
 /// How a type is encoded, and what is computed in integers of it.
 template <typename Real>
@@ -63,33 +49,6 @@ std::uint64_t bitsOf(Real value) {
   return std::bit_cast<typename Encoding<Real>::Bits>(value);
 }
 
-/// Any number: borders, denormals, infinities and NaN more often than chance would have them.
-template <typename Real>
-std::uint64_t testReal(Common::RandomSequence& random) {
-  using Soft = typename Encoding<Real>::Soft;
-  const std::uint64_t word = random.next();
-  const std::uint64_t choice = random.next();
-  const std::uint64_t sign = (choice >> 32 & 1) != 0 ? Soft::kSignBit : 0;
-  const std::uint64_t fraction = word & Soft::kFractionMask;
-  const std::uint64_t lowest = Soft::kFractionMask + 1;
-  const std::array<std::uint64_t, 8> corners = {
-      0, 1, Soft::kFractionMask, lowest, Soft::kLargest, Soft::kInfinity, Soft::kNan, lowest + 1};
-  switch (choice % 8) {
-    case 0:
-      return sign | corners[choice / 8 % corners.size()];
-    case 1:
-      return sign | fraction >> (choice / 8 % 52);
-    case 2:
-    case 3: {
-      // Close to one another, so that sums cancel.
-      const std::uint64_t exponent = Soft::kExponentMask / 2 + choice / 8 % 4;
-      return sign | exponent * lowest | fraction;
-    }
-    default:
-      return word & (Soft::kSignBit | (Soft::kSignBit - 1));
-  }
-}
-
 /// A batch of one operation in one rounding direction after the other.
 template <typename Real, typename Operate, typename Reference>
 void checkReals(Verifier& verifier, Operate operate, Reference reference) {
@@ -100,9 +59,7 @@ void checkReals(Verifier& verifier, Operate operate, Reference reference) {
   std::array<std::uint64_t, kBatchSize> expected{};
   for (std::size_t rounding = 0; rounding < kHardwareRounding.size(); ++rounding) {
     for (auto& operand : operands) {
-      for (std::uint64_t& value : operand) {
-        value = testReal<Real>(verifier.random());
-      }
+      drawOperands<Operand::Real<Soft>>(verifier, operand);
     }
     const auto& first = operands[0];
     const auto& second = operands[1];

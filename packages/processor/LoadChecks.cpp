@@ -7,8 +7,10 @@
 #include <map>
 #include <vector>
 
+#include "packages/common/RandomSequence.h"
 #include "packages/processor/Checks.h"
 #include "packages/processor/CryptographyReference.h"
+#include "packages/processor/Operands.h"
 
 namespace TarvexDiags::Processor {
 
@@ -99,7 +101,7 @@ std::uint64_t matrixLoad(std::uint64_t seed) {
 template <std::size_t number>
 void checkLoad(Verifier& verifier) {
   const Load& load = kLoads[number];
-  const std::uint64_t seed = verifier.random().next() % kLoadSeeds + 1;
+  const std::uint64_t seed = drawWord(verifier) % kLoadSeeds + 1;
   std::array<std::uint64_t, 1> found = {load.run(seed)};
   const std::array<std::uint64_t, 1> expected = {load.golden[seed - 1]};
   verifier.verify(found, expected, [&](std::size_t) { return "seed " + std::to_string(seed); });

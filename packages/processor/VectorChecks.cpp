@@ -1,9 +1,10 @@
 // Every width of vectors that the processor has, operation by operation, against scalar
 // instructions.
 
-#include <bit>
+#include <algorithm>
 #include <cstring>
-#include <limits>
+#include <functional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -15,32 +16,23 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-/// A number that is neither infinite nor NaN: the highest bit of the exponent is missing.
-template <typename Word>
-Word finite(Word word, bool positive) {
-  constexpr int highestOfExponent = std::numeric_limits<Word>::digits - 2;
-  word &= ~(Word{1} << highestOfExponent);
-  return positive ? word & (std::numeric_limits<Word>::max() >> 1) : word;
-}
-
-void fill(std::array<std::byte, kVectorBatchBytes>& operand, Element element, bool positive,
-          Common::RandomSequence& random) {
-  for (std::size_t offset = 0; offset < kVectorBatchBytes; offset += sizeof(std::uint64_t)) {
-    std::uint64_t word = testWord(random);
-    if (element == Element::Doubles) {
-      word = finite(word, positive);
-    } else if (element == Element::Singles) {
-      const std::uint64_t low = finite(static_cast<std::uint32_t>(word), positive);
-      word = low | std::uint64_t{finite(static_cast<std::uint32_t>(word >> 32), positive)} << 32;
-    }
-    std::memcpy(operand.data() + offset, &word, sizeof(word));
+void fill(Verifier& verifier, VectorBatch::Words& operand, Element element, bool positive) {
+  if (element == Element::Doubles && positive) {
+    drawOperands<Operand::Finite<std::uint64_t, true>>(verifier, operand);
+  } else if (element == Element::Doubles) {
+    drawOperands<Operand::Finite<std::uint64_t, false>>(verifier, operand);
+  } else if (element == Element::Singles) {
+    drawOperands<Operand::Finite<std::uint32_t, false>>(verifier, operand);
+  } else {
+    drawOperands<Operand::Integer>(verifier, operand);
   }
 }
 
-std::uint64_t wordAt(const std::array<std::byte, kVectorBatchBytes>& operand, std::size_t index) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, operand.data() + index * sizeof(word), sizeof(word));
-  return word;
+/// Equal elements among the operands, for comparisons.
+void makeSomeEqual(Verifier& verifier, VectorBatch& batch) {
+  const std::span<std::uint64_t> second = std::span(batch.second).first(batch.second.size() / 8);
+  std::copy_n(batch.first.begin(), second.size(), second.begin());
+  verifier.verifyCopy(second, std::span(batch.first).first(second.size()));
 }
 
 template <const VectorKernels& kernels, std::size_t number>
@@ -49,17 +41,17 @@ void checkOperation(Verifier& verifier) {
   VectorBatch batch{};
   const bool root = std::strncmp(kernel.name, "square", 6) == 0;
   for (auto* operand : {&batch.first, &batch.second, &batch.third}) {
-    fill(*operand, kernel.element, root, verifier.random());
+    fill(verifier, *operand, kernel.element, root);
   }
-  // Equal elements among them, for comparisons.
-  std::memcpy(batch.second.data(), batch.first.data(), kVectorBatchBytes / 8);
+  makeSomeEqual(verifier, batch);
   kernel.run(batch);
   auto found = batch.result;
+  // What the scalar instructions leave out must not look like their result.
+  std::transform(found.begin(), found.end(), batch.result.begin(), std::bit_not<>());
   kScalarKernels[number].run(batch);
   verifier.verify(found, batch.result, [&](std::size_t index) {
-    return hexadecimal(wordAt(batch.first, index)) + ", " +
-           hexadecimal(wordAt(batch.second, index)) + ", " +
-           hexadecimal(wordAt(batch.third, index));
+    return hexadecimal(batch.first[index]) + ", " + hexadecimal(batch.second[index]) + ", " +
+           hexadecimal(batch.third[index]);
   });
 }
 

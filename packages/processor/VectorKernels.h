@@ -12,10 +12,16 @@ constexpr std::size_t kVectorBatchBytes = 4096;
 
 /// @brief Three operands and room for the result, aligned for the widest vectors.
 struct VectorBatch {
-  alignas(64) std::array<std::byte, kVectorBatchBytes> first;
-  alignas(64) std::array<std::byte, kVectorBatchBytes> second;
-  alignas(64) std::array<std::byte, kVectorBatchBytes> third;
-  alignas(64) std::array<std::uint64_t, kVectorBatchBytes / sizeof(std::uint64_t)> result;
+  using Words = std::array<std::uint64_t, kVectorBatchBytes / sizeof(std::uint64_t)>;
+
+  alignas(64) Words first;
+  alignas(64) Words second;
+  alignas(64) Words third;
+  alignas(64) Words result;
+
+  static const std::byte* bytesOf(const Words& words) {
+    return reinterpret_cast<const std::byte*>(words.data());
+  }
 };
 
 /// @brief What fits into the elements of an operation.

@@ -11,9 +11,9 @@ namespace TarvexDiags::Processor {
 namespace {
 
 template <typename Scalar>
-Scalar elementOf(const std::array<std::byte, kVectorBatchBytes>& operand, std::size_t index) {
+Scalar elementOf(const VectorBatch::Words& operand, std::size_t index) {
   Scalar value;
-  std::memcpy(&value, operand.data() + index * sizeof(Scalar), sizeof(Scalar));
+  std::memcpy(&value, VectorBatch::bytesOf(operand) + index * sizeof(Scalar), sizeof(Scalar));
   // Opaque, or the compiler makes vectors of the loop.
   return opaque(value);
 }

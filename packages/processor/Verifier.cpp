@@ -4,9 +4,25 @@
 #include <atomic>
 #include <cstdio>
 
+#include "packages/common/RandomSequence.h"
 #include "packages/common/RunJournal.h"
+#include "packages/processor/Operands.h"
 
 namespace TarvexDiags::Processor {
+
+namespace {
+
+/// @return the first place from `start` on at which they differ; the size when there is none
+[[gnu::noinline]] std::size_t firstDifference(std::span<const std::uint64_t> found,
+                                              std::span<const std::uint64_t> expected,
+                                              std::size_t start) {
+  while (start < found.size() && found[start] == expected[start]) {
+    ++start;
+  }
+  return start;
+}
+
+}  // namespace
 
 std::string hexadecimal(std::uint64_t word) {
   std::array<char, 24> text{};
@@ -95,7 +111,11 @@ void Partner::together(const std::function<void()>& here, const std::function<vo
 }
 
 Verifier::Verifier(int core, int partner, std::uint64_t seed, Observer& observer, ResultSeam* seam)
-    : m_core(core), m_partnerCpu(partner), m_random(seed), m_observer(observer), m_seam(seam) {}
+    : m_core(core),
+      m_partnerCpu(partner),
+      m_counter(Common::mixed(seed)),
+      m_observer(observer),
+      m_seam(seam) {}
 
 Partner& Verifier::partner() {
   if (m_partner == nullptr) {
@@ -104,41 +124,85 @@ Partner& Verifier::partner() {
   return *m_partner;
 }
 
-void Verifier::show(std::span<std::uint64_t> found) {
+std::uint64_t Verifier::takeCounter(std::uint64_t count) {
+  const std::uint64_t first = m_counter;
+  m_counter += count;
+  return first;
+}
+
+void Verifier::show(const std::string& instructionClass, std::span<std::uint64_t> found) {
   if (m_hold != nullptr) {
     m_hold->require();
   }
-  m_checked += found.size();
   if (m_seam != nullptr) {
-    m_seam->computed(m_instructionClass, found);
+    m_seam->computed(instructionClass, found);
   }
+}
+
+void Verifier::verifyOperands(std::span<std::uint64_t> made, std::span<const std::uint64_t> again,
+                              std::uint64_t counter) {
+  compare(kOperandMaking, made, again,
+          [&](std::size_t index) { return "counter " + hexadecimal(counter + 2 * index); });
+  // By other instructions than those that moved it.
+  const std::uint64_t expected = Roundabout::add(counter, Roundabout::shiftLeft(made.size(), 1));
+  if (m_counter != expected) {
+    report(kOperandMaking, "counter", hexadecimal(expected), m_counter);
+  }
+}
+
+void Verifier::verifyCopy(std::span<std::uint64_t> copy, std::span<const std::uint64_t> original) {
+  compare(kOperandMaking, copy, original,
+          [](std::size_t index) { return "copy " + std::to_string(index); });
 }
 
 void Verifier::verify(std::span<std::uint64_t> found, std::span<const std::uint64_t> expected,
                       const Operands& operands) {
-  show(found);
-  for (std::size_t index = 0; index < found.size(); ++index) {
-    if (found[index] != expected[index]) {
-      report(operands(index), hexadecimal(expected[index]), found[index]);
-    }
+  compare(m_instructionClass, found, expected, operands);
+  m_checked += found.size();
+}
+
+void Verifier::compare(const std::string& instructionClass, std::span<std::uint64_t> found,
+                       std::span<const std::uint64_t> expected, const Operands& operands) {
+  show(instructionClass, found);
+  proveComparison(found, expected);
+  for (std::size_t index = firstDifference(found, expected, 0); index < found.size();
+       index = firstDifference(found, expected, index + 1)) {
+    report(instructionClass, operands(index), hexadecimal(expected[index]), found[index]);
+  }
+}
+
+void Verifier::proveComparison(std::span<std::uint64_t> found,
+                               std::span<const std::uint64_t> expected) {
+  if (found.empty()) {
+    return;
+  }
+  const std::size_t place = m_comparisons % found.size();
+  const std::uint64_t kept = found[place];
+  found[place] = expected[place] ^ (std::uint64_t{1} << (m_comparisons % 64));
+  ++m_comparisons;
+  const std::size_t seen = firstDifference(found, expected, 0);
+  found[place] = kept;
+  if (seen > place) {
+    report(kComparison, "a difference at " + std::to_string(place), hexadecimal(place), seen);
   }
 }
 
 void Verifier::verifyEach(std::span<std::uint64_t> found, const Operands& fault,
                           const Operands& operands) {
-  show(found);
+  show(m_instructionClass, found);
+  m_checked += found.size();
   for (std::size_t index = 0; index < found.size(); ++index) {
     const std::string expected = fault(index);
     if (!expected.empty()) {
-      report(operands(index), expected, found[index]);
+      report(m_instructionClass, operands(index), expected, found[index]);
     }
   }
 }
 
-void Verifier::report(const std::string& operands, const std::string& expected,
-                      std::uint64_t found) {
+void Verifier::report(const std::string& instructionClass, const std::string& operands,
+                      const std::string& expected, std::uint64_t found) {
   if (++m_wrong <= kMaximumReported) {
-    m_observer.wrongResult({m_core, m_instructionClass, operands, expected, hexadecimal(found)});
+    m_observer.wrongResult({m_core, instructionClass, operands, expected, hexadecimal(found)});
   }
 }
 

@@ -11,7 +11,6 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
-#include "packages/common/RandomSequence.h"
 #include "packages/processor/CoreHold.h"
 
 namespace TarvexDiags::Processor {
@@ -92,6 +91,10 @@ class Verifier {
   /// So many wrong results are reported one by one; the rest is counted.
   static constexpr std::uint64_t kMaximumReported = 16;
 
+  /// Classes of wrong results that belong to no check: what each check needs goes wrong.
+  static constexpr const char* kOperandMaking = "operand making";
+  static constexpr const char* kComparison = "comparison";
+
   using Operands = std::function<std::string(std::size_t index)>;
 
   /// @param core     the core's number, for reports
@@ -100,7 +103,9 @@ class Verifier {
   Verifier(int core, int partner, std::uint64_t seed, Observer& observer,
            ResultSeam* seam = nullptr);
 
-  Common::RandomSequence& random() { return m_random; }
+  /// @brief Takes values of the counter that operands are made of; see Operands.h.
+  /// @return the first of them
+  std::uint64_t takeCounter(std::uint64_t count);
   Observer& observer() { return m_observer; }
 
   /// @brief The thread on the other CPU, started at the first call; partnerCpu must not be -1.
@@ -113,6 +118,15 @@ class Verifier {
   /// @brief Lets results count only while a thread is on its core: before any is compared, the hold
   /// is asked. It outlives the verifier; without one the results count wherever they are from.
   void requireHold(const CoreHold& hold) { m_hold = &hold; }
+
+  /// @brief Compares operands with the same made in another way, and that the counter went on
+  /// behind them; wrong ones belong to the class kOperandMaking.
+  /// @param counter  that of the first operand
+  void verifyOperands(std::span<std::uint64_t> made, std::span<const std::uint64_t> again,
+                      std::uint64_t counter);
+
+  /// @brief Compares operands with those that they were copied from; wrong ones as above.
+  void verifyCopy(std::span<std::uint64_t> copy, std::span<const std::uint64_t> original);
 
   /// @brief Compares word by word.
   /// @param operands  what the word at an index was computed from, asked only when it is wrong
@@ -127,17 +141,23 @@ class Verifier {
   std::uint64_t checkedResults() const { return m_checked; }
 
  private:
-  void show(std::span<std::uint64_t> found);
-  void report(const std::string& operands, const std::string& expected, std::uint64_t found);
+  void show(const std::string& instructionClass, std::span<std::uint64_t> found);
+  void compare(const std::string& instructionClass, std::span<std::uint64_t> found,
+               std::span<const std::uint64_t> expected, const Operands& operands);
+  /// Whether a difference that is made on purpose is found.
+  void proveComparison(std::span<std::uint64_t> found, std::span<const std::uint64_t> expected);
+  void report(const std::string& instructionClass, const std::string& operands,
+              const std::string& expected, std::uint64_t found);
 
   int m_core;
   int m_partnerCpu;
-  Common::RandomSequence m_random;
+  std::uint64_t m_counter;
   Observer& m_observer;
   ResultSeam* m_seam;
   const CoreHold* m_hold = nullptr;
   std::unique_ptr<Partner> m_partner;
   std::string m_instructionClass;
+  std::uint64_t m_comparisons = 0;
   std::uint64_t m_wrong = 0;
   std::uint64_t m_checked = 0;
 };

@@ -2,14 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <set>
 #include <string>
 #include <thread>
 
+#include "packages/common/RandomSequence.h"
 #include "packages/common/RunJournal.h"
 #include "packages/processor/CoreHold.h"
+#include "packages/processor/Operands.h"
 #include "tests/packages/processor/ProcessorFixture.h"
 
 namespace TarvexDiags::Processor {
@@ -170,6 +173,60 @@ TEST(PartnerTest, both_sides_run_at_the_same_time_again_and_again) {
     ASSERT_EQ(here, round + 1);
     ASSERT_EQ(there, round + 1);
   }
+}
+
+template <class Kind>
+void expectBothWaysToMake() {
+  std::array<std::uint64_t, 4096> direct{};
+  std::array<std::uint64_t, 4096> roundabout{};
+  makeOperands<Kind, Direct>(Common::mixed(5), direct);
+  makeOperands<Kind, Roundabout>(Common::mixed(5), roundabout);
+  EXPECT_EQ(direct, roundabout);
+  std::sort(direct.begin(), direct.end());
+  EXPECT_GT(std::unique(direct.begin(), direct.end()) - direct.begin(), 2000) << "they vary";
+}
+
+TEST(OperandsTest, both_ways_to_make_operands_give_the_same) {
+  expectBothWaysToMake<Operand::Random>();
+  expectBothWaysToMake<Operand::Integer>();
+  expectBothWaysToMake<Operand::Real<SoftDouble>>();
+  expectBothWaysToMake<Operand::Real<SoftSingle>>();
+  expectBothWaysToMake<Operand::Finite<std::uint64_t, true>>();
+  expectBothWaysToMake<Operand::Finite<std::uint64_t, false>>();
+  expectBothWaysToMake<Operand::Finite<std::uint32_t, false>>();
+}
+
+TEST(OperandsTest, words_are_mixed_as_everywhere_else) {
+  EXPECT_EQ(mixedBy<Direct>(7), Common::mixed(7));
+  EXPECT_EQ(mixedBy<Roundabout>(7), Common::mixed(7));
+}
+
+TEST(OperandsTest, batches_differ_from_one_another) {
+  RecordingObserver observer;
+  Verifier verifier(kTestedCore, -1, 1, observer);
+  EXPECT_NE(drawWord(verifier), drawWord(verifier));
+}
+
+TEST(OperandsTest, wrong_operand_is_found_and_named) {
+  RecordingObserver observer;
+  SpoilingSeam seam(Verifier::kOperandMaking,
+                    [](std::span<std::uint64_t> operands) { operands[3] ^= 1; });
+  Verifier verifier(kTestedCore, -1, 1, observer, &seam);
+  std::array<std::uint64_t, kBatchSize> operands{};
+  drawOperands<Operand::Integer>(verifier, operands);
+  ASSERT_EQ(observer.results.size(), 1U);
+  EXPECT_EQ(observer.results[0].instructionClass, "operand making");
+}
+
+TEST(OperandsTest, counter_that_stands_still_is_found) {
+  RecordingObserver observer;
+  Verifier verifier(kTestedCore, -1, 1, observer);
+  std::array<std::uint64_t, 2> operands = {1, 2};
+  const std::array<std::uint64_t, 2> again = operands;
+  const std::uint64_t counter = verifier.takeCounter(0);
+  verifier.verifyOperands(operands, again, counter);
+  ASSERT_EQ(observer.results.size(), 1U);
+  EXPECT_EQ(observer.results[0].operands, "counter");
 }
 
 /// A CPU of this process that is not the given one; -1 when there is none.
