@@ -132,6 +132,7 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
   return Common::judged(context, device, [&](RunJournal& journal) {
     const int core = coreOf(context.device());
     const int partner = partnerOf(context.device());
+    const std::vector<int> voters = votersBeside(core, Common::allowedCpus());
     const CoreHold hold(core);
     const SystemFiles files = filesOf(context.device());
     const HealthCounters before = HealthCounters::read(files, core);
@@ -144,6 +145,7 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
     ContextObserver observer(context, journal);
     Verifier verifier(core, partner, context.seed(), observer, injected ? &fault : nullptr);
     verifier.requireHold(hold);
+    verifier.setVoters(voters);
     const auto duration =
         std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kDurationSeconds));
     const TestReport report = runTest(m_test, verifier, duration);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <sstream>
 
@@ -68,6 +69,19 @@ int partnerOf(int core, const std::vector<Core>& cores, const std::vector<int>& 
            std::find(allowed.begin(), allowed.end(), other.number) != allowed.end();
   });
   return found == turned.end() ? -1 : found->number;
+}
+
+std::vector<int> votersBeside(int core, const std::vector<int>& allowed) {
+  constexpr std::size_t most = 4;
+  std::vector<int> others;
+  std::copy_if(allowed.begin(), allowed.end(), std::back_inserter(others),
+               [&](int other) { return other != core; });
+  std::vector<int> voters;
+  const std::size_t count = std::min(most, others.size());
+  for (std::size_t index = 0; index < count; ++index) {
+    voters.push_back(others[index * others.size() / count]);
+  }
+  return voters;
 }
 
 }  // namespace TarvexDiags::Processor

@@ -24,4 +24,8 @@ std::vector<Core> findCores(const Common::SystemFiles& files);
 /// @return its number; -1 when there is no other
 int partnerOf(int core, const std::vector<Core>& cores, const std::vector<int>& allowed);
 
+/// @brief Some other processors, spread over those allowed, to agree on results with. An even
+/// number where there are enough: with the core itself no vote ends in a tie.
+std::vector<int> votersBeside(int core, const std::vector<int>& allowed);
+
 }  // namespace TarvexDiags::Processor

@@ -161,6 +161,12 @@ void Verifier::verify(std::span<std::uint64_t> found, std::span<const std::uint6
   m_checked += found.size();
 }
 
+void Verifier::verifyAgreed(Agreement::Work work, std::uint64_t seed) {
+  const std::array<std::uint64_t, 1> expected = {m_agreement.resultOf(work, seed)};
+  std::array<std::uint64_t, 1> found = {work(seed)};
+  verify(found, expected, [&](std::size_t) { return "seed " + std::to_string(seed); });
+}
+
 void Verifier::compare(const std::string& instructionClass, std::span<std::uint64_t> found,
                        std::span<const std::uint64_t> expected, const Operands& operands) {
   show(instructionClass, found);

@@ -8,9 +8,12 @@
 #include <span>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
+#include "packages/processor/Agreement.h"
 #include "packages/processor/CoreHold.h"
 
 namespace TarvexDiags::Processor {
@@ -133,6 +136,12 @@ class Verifier {
   void verify(std::span<std::uint64_t> found, std::span<const std::uint64_t> expected,
               const Operands& operands);
 
+  /// @brief Which cores beside the core itself have a vote on results that no table holds.
+  void setVoters(std::vector<int> cores) { m_agreement = Agreement(std::move(cores)); }
+
+  /// @brief Does work and compares the result with what most cores make of it.
+  void verifyAgreed(Agreement::Work work, std::uint64_t seed);
+
   /// @brief Compares results that have no one right value.
   /// @param fault  what is wrong with the word at an index: what was expected of it, or empty
   void verifyEach(std::span<std::uint64_t> found, const Operands& fault, const Operands& operands);
@@ -156,6 +165,7 @@ class Verifier {
   ResultSeam* m_seam;
   const CoreHold* m_hold = nullptr;
   std::unique_ptr<Partner> m_partner;
+  Agreement m_agreement{{}};
   std::string m_instructionClass;
   std::uint64_t m_comparisons = 0;
   std::uint64_t m_wrong = 0;

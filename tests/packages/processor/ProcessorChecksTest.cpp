@@ -1,6 +1,7 @@
 // Every check of every test: good on a good core, and each wrong result found and named.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +12,7 @@
 
 #include "packages/common/RandomSequence.h"
 #include "packages/common/RunJournal.h"
+#include "packages/processor/Agreement.h"
 #include "packages/processor/CoreHold.h"
 #include "packages/processor/Operands.h"
 #include "tests/packages/processor/ProcessorFixture.h"
@@ -227,6 +229,48 @@ TEST(OperandsTest, counter_that_stands_still_is_found) {
   verifier.verifyOperands(operands, again, counter);
   ASSERT_EQ(observer.results.size(), 1U);
   EXPECT_EQ(observer.results[0].operands, "counter");
+}
+
+TEST(AgreementTest, core_alone_with_its_result_does_not_win) {
+  const std::vector<int> allowed = Common::allowedCpus();
+  if (allowed.size() < 2) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  RecordingObserver observer;
+  Verifier verifier(allowed.front(), -1, 1, observer);
+  verifier.setVoters({allowed.back()});
+  const CoreHold hold(allowed.front());
+  static int odd = 0;
+  odd = allowed.front();
+  verifier.begin("agreed");
+  verifier.verifyAgreed([](std::uint64_t seed) { return sched_getcpu() == odd ? seed + 1 : seed; },
+                        5);
+  ASSERT_EQ(observer.results.size(), 1U);
+  EXPECT_EQ(observer.results[0].expected, hexadecimal(5));
+  EXPECT_EQ(observer.results[0].found, hexadecimal(6));
+}
+
+TEST(AgreementTest, results_are_looked_for_once) {
+  static int runs = 0;
+  runs = 0;
+  Agreement agreement({Common::allowedCpus().back()});
+  const Agreement::Work work = [](std::uint64_t seed) {
+    ++runs;
+    return seed * 3;
+  };
+  EXPECT_EQ(agreement.resultOf(work, 2), 6U);
+  EXPECT_EQ(agreement.resultOf(work, 2), 6U);
+  EXPECT_EQ(runs, 3) << "once here and twice there";
+  EXPECT_EQ(agreement.resultOf(work, 3), 9U);
+}
+
+TEST(AgreementTest, core_that_contradicts_itself_or_is_gone_has_no_vote) {
+  static int runs = 0;
+  runs = 0;
+  Agreement agreement({Common::allowedCpus().back(), 60000});
+  EXPECT_EQ(agreement.resultOf(
+                [](std::uint64_t seed) { return seed + static_cast<std::uint64_t>(runs++); }, 5),
+            5U);
 }
 
 /// A CPU of this process that is not the given one; -1 when there is none.

@@ -7,9 +7,11 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "packages/processor/Cores.h"
 #include "packages/processor/CryptographyReference.h"
+#include "packages/processor/FixedPoint.h"
 #include "packages/processor/HealthCounters.h"
 #include "packages/processor/LoadChecks.h"
 #include "packages/processor/SoftFloat.h"
@@ -128,6 +130,35 @@ TEST(LoadsTest, every_load_gives_its_known_result_for_every_seed) {
   EXPECT_EQ(kLoads[0].golden, kLoads[1].golden) << "two ways to sort the same numbers";
 }
 
+TEST(FixedPointTest, series_give_the_published_constants) {
+  const FixedPoint one = FixedPoint::scaled(1, 0);
+  EXPECT_EQ(exponentialMinusOne(one).upperWord(), 0x01b7e151628aed2aU);
+  EXPECT_EQ(logarithmOfTwo().upperWord(), 0x00b17217f7d1cf79U);
+  EXPECT_EQ(sine(one).upperWord(), 0x00d76aa478486770U);
+  EXPECT_EQ(sine(-one).upperWord(), 0xff28955b87b7988fU);
+  EXPECT_EQ(cosine(one).upperWord(), 0x008a51407da8345cU);
+  EXPECT_EQ(arcTangent(one / 2).upperWord(), 0x0076b19c1586ed3dU);
+}
+
+TEST(FixedPointTest, numbers_of_the_floating_point_unit_are_taken_over_exactly) {
+  EXPECT_EQ(FixedPoint::of(-1.5), FixedPoint::scaled(-3, -1));
+  EXPECT_EQ(FixedPoint::of(0x1p-120), FixedPoint::scaled(1, -120));
+  EXPECT_EQ(FixedPoint::of(0x1p-1074), FixedPoint());
+  EXPECT_FALSE(FixedPoint::scaled(1, 0).isAbout(FixedPoint::of(std::nan("")), 4));
+  EXPECT_FALSE(FixedPoint::scaled(1, 0).isAbout(FixedPoint::of(128.0), 4));
+#if defined(__x86_64__)
+  EXPECT_EQ(FixedPoint::of(0x1.8p-63L), FixedPoint::scaled(3, -64));
+#endif
+}
+
+TEST(FixedPointTest, products_and_quotients_are_cut_off_in_the_last_place) {
+  const FixedPoint third = FixedPoint::scaled(1, 0) / FixedPoint::scaled(3, 0);
+  EXPECT_EQ(third.upperWord(), 0x0055555555555555U);
+  EXPECT_EQ(-(third * third), -third * third);
+  EXPECT_TRUE((third * FixedPoint::scaled(3, 0)).isAbout(FixedPoint::scaled(1, 0), 117));
+  EXPECT_EQ(FixedPoint::scaled(11, 0) * FixedPoint::scaled(-11, 0), FixedPoint::scaled(-121, 0));
+}
+
 using MachineTest = Tests::FakeMachine;
 
 TEST(CoresTest, processors_that_are_online_are_found_with_their_place_and_name) {
@@ -164,6 +195,12 @@ TEST(CoresTest, partner_is_the_next_on_another_physical_core_that_may_be_used) {
   EXPECT_EQ(partnerOf(0, cores, {0, 2}), 2) << "a thread of the same core is better than none";
   EXPECT_EQ(partnerOf(0, cores, {0}), -1);
   EXPECT_EQ(partnerOf(9, cores, {1}), 1);
+}
+
+TEST(CoresTest, voters_are_spread_over_the_cores_and_leave_out_the_one_under_test) {
+  EXPECT_EQ(votersBeside(0, {0, 1, 2, 3, 4, 5, 6, 7, 8}), (std::vector<int>{1, 3, 5, 7}));
+  EXPECT_EQ(votersBeside(1, {0, 1}), std::vector<int>{0});
+  EXPECT_TRUE(votersBeside(0, {0}).empty());
 }
 
 TEST(HealthCountersTest, counters_of_the_core_alone_are_compared) {
