@@ -16,5 +16,7 @@ std::vector<Check> cryptographyChecks();
 std::vector<Check> atomicChecks();
 std::vector<Check> loadChecks();
 std::vector<Check> randomGeneratorChecks();
+std::vector<Check> transcendentalChecks();
+std::vector<Check> blockChecks();
 
 }  // namespace TarvexDiags::Processor

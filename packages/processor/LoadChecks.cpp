@@ -14,10 +14,6 @@
 
 namespace TarvexDiags::Processor {
 
-namespace {
-
-constexpr std::size_t kWordsSorted = 16384;
-
 std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count) {
   Common::RandomSequence random(seed);
   std::vector<std::uint64_t> numbers(count);
@@ -25,7 +21,6 @@ std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count) {
   return numbers;
 }
 
-/// Order counts: each number moves what came before.
 std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
   std::uint64_t digest = 0;
   for (const std::uint64_t number : numbers) {
@@ -33,6 +28,10 @@ std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
   }
   return digest;
 }
+
+namespace {
+
+constexpr std::size_t kWordsSorted = 16384;
 
 std::uint64_t sortLoad(std::uint64_t seed) {
   std::vector<std::uint64_t> numbers = numbersFrom(seed, kWordsSorted);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace TarvexDiags::Processor {
 
@@ -16,5 +18,11 @@ struct Load {
 };
 
 extern const std::array<Load, 5> kLoads;
+
+/// @brief The first random numbers of a seed.
+std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count);
+
+/// @brief Order counts: each number moves what came before.
+std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers);
 
 }  // namespace TarvexDiags::Processor
