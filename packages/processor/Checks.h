@@ -18,5 +18,8 @@ std::vector<Check> loadChecks();
 std::vector<Check> randomGeneratorChecks();
 std::vector<Check> transcendentalChecks();
 std::vector<Check> blockChecks();
+/// @brief They need a partner.
+std::vector<Check> chainChecks();
+std::vector<Check> matrixChecks();
 
 }  // namespace TarvexDiags::Processor

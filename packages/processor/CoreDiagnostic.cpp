@@ -58,6 +58,7 @@ class ContextObserver : public Observer {
                      {m_context.device().name, std::to_string(result.core), result.instructionClass,
                       result.operands, result.expected, result.found});
   }
+  void rest(std::chrono::milliseconds duration) override { m_context.sleepFor(duration); }
 
  private:
   TestContext& m_context;

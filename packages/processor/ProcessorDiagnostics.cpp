@@ -1,6 +1,7 @@
 #include "packages/processor/ProcessorDiagnostics.h"
 
 #include <algorithm>
+#include <array>
 
 #include "packages/processor/Checks.h"
 
@@ -16,8 +17,8 @@ double secondsBetween(Clock::time_point from, Clock::time_point to) {
 
 std::vector<Check> sustainedChecks() {
   std::vector<Check> all;
-  for (const auto part :
-       {integerChecks, floatingPointChecks, vectorChecks, cryptographyChecks, loadChecks}) {
+  for (const auto part : {integerChecks, floatingPointChecks, vectorChecks, cryptographyChecks,
+                          loadChecks, transcendentalChecks, blockChecks, matrixChecks}) {
     const std::vector<Check> checks = part();
     all.insert(all.end(), checks.begin(), checks.end());
   }
@@ -32,8 +33,40 @@ constexpr ProcessorTest kTests[] = {
     {.number = 5, .checks = atomicChecks, .needs = Needs::Partner},
     {.number = 6, .checks = loadChecks},
     {.number = 7, .checks = randomGeneratorChecks},
-    // All but the atomics and the random generator, to warm the core up.
+    // All that one core does alone but the random generator, to warm the core up.
     {.number = 8, .checks = sustainedChecks, .needs = Needs::Counters},
+    {.number = 9, .checks = transcendentalChecks},
+    {.number = 10, .checks = blockChecks},
+    {.number = 11, .checks = chainChecks, .needs = Needs::Partner},
+    {.number = 12, .checks = matrixChecks},
+    {.number = 13, .checks = sustainedChecks, .rests = true},
+};
+
+/// @brief When a core that works in turns has to rest, and for how long.
+///
+/// Short turns move the supply, long ones heat and frequency; the first work after a rest is
+/// verified like all other.
+class Turns {
+ public:
+  explicit Turns(Clock::time_point start) : m_start(start) {}
+
+  /// @return how long to rest now, as long as the turn was meant to be; nothing while it goes on
+  std::chrono::milliseconds restDue(Clock::time_point now) const {
+    return now - m_start < length() ? std::chrono::milliseconds(0) : length();
+  }
+  void begin(Clock::time_point now) {
+    m_start = now;
+    ++m_turn;
+  }
+
+ private:
+  std::chrono::milliseconds length() const {
+    constexpr std::array<int, 4> lengths = {5, 20, 80, 160};
+    return std::chrono::milliseconds(lengths[m_turn % lengths.size()]);
+  }
+
+  Clock::time_point m_start;
+  std::size_t m_turn = 0;
 };
 
 }  // namespace
@@ -68,6 +101,7 @@ TestReport runTest(const ProcessorTest& test, Verifier& verifier,
   const std::uint64_t checked = verifier.checkedResults();
   const auto start = Clock::now();
   auto now = start;
+  Turns turns(start);
   TestReport report{true, 0, 0, 0, 0};
   for (std::size_t turn = 0;
        !checks.empty() && (turn < checks.size() || secondsBetween(start, now) < wanted); ++turn) {
@@ -82,6 +116,11 @@ TestReport runTest(const ProcessorTest& test, Verifier& verifier,
     now = Clock::now();
     report.verifiedSeconds += secondsBetween(before, now);
     const double share = static_cast<double>(turn + 1) / static_cast<double>(checks.size());
+    if (const auto rest = turns.restDue(now); test.rests && rest.count() > 0) {
+      verifier.observer().rest(rest);
+      now = Clock::now();
+      turns.begin(now);
+    }
     verifier.observer().progress(
         std::min({1.0, share, wanted > 0 ? secondsBetween(start, now) / wanted : 1.0}));
   }

@@ -22,6 +22,8 @@ struct ProcessorTest {
   /// Its checks, those included that the processor has no instructions for.
   std::vector<Check> (*checks)() = nullptr;
   Needs needs = Needs::Nothing;
+  /// Whether the core rests as long as it works, in turns of several lengths.
+  bool rests = false;
 };
 
 /// @brief All tests, by rising numbers.

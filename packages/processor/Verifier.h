@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -36,6 +37,8 @@ class Observer {
   /// @brief How much of the test is done, 0 to 1.
   virtual void progress(double share) = 0;
   virtual void wrongResult(const WrongResult& result) = 0;
+  /// @brief Lets the core rest, for no longer than it is asked to stop.
+  virtual void rest(std::chrono::milliseconds duration) = 0;
 };
 
 /// @brief Where wrong results are put in by tests of the tests. A pass uses none.

@@ -340,6 +340,16 @@ TEST(VerifierTest, results_that_another_core_computed_are_not_counted) {
   EXPECT_EQ(verifier.checkedResults(), 0U);
 }
 
+TEST(RunTest, test_that_rests_does_so_as_long_as_it_works) {
+  RecordingObserver observer;
+  Verifier verifier(kTestedCore, anyPartner(), 1, observer);
+  const TestReport report = runTest(processorTest(LoadAndRest), verifier, milliseconds(300));
+  const double rested = std::chrono::duration<double>(observer.rested).count();
+  EXPECT_GT(rested, report.seconds / 5);
+  EXPECT_LT(rested, report.seconds * 3 / 4);
+  EXPECT_LE(report.verifiedSeconds + rested, report.seconds);
+}
+
 TEST(RunTest, test_goes_on_until_its_time_is_over_and_tells_how_much_of_it_was_verified_work) {
   RecordingObserver observer;
   Verifier verifier(kTestedCore, anyPartner(), 1, observer);

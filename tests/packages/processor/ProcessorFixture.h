@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <span>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "packages/common/CpuList.h"
@@ -20,10 +22,15 @@ class RecordingObserver : public Observer {
   bool stopRequested() override { return stop; }
   void progress(double share) override { lastProgress = share; }
   void wrongResult(const WrongResult& result) override { results.push_back(result); }
+  void rest(std::chrono::milliseconds duration) override {
+    rested += duration;
+    std::this_thread::sleep_for(duration);
+  }
 
   std::atomic<bool> stop{false};
   double lastProgress = 0;
   std::vector<WrongResult> results;
+  std::chrono::milliseconds rested{0};
 };
 
 /// @brief Spoils results of one instruction class, once.
@@ -49,7 +56,7 @@ class SpoilingSeam : public ResultSeam {
 };
 
 /// @brief Tests that have something of their own to show, by their numbers.
-enum TestNumber : int { Integer = 1, Loads = 6, RandomGenerator = 7 };
+enum TestNumber : int { Integer = 1, Loads = 6, RandomGenerator = 7, LoadAndRest = 13 };
 
 inline const ProcessorTest& processorTest(int number) {
   const auto tests = processorTests();
