@@ -129,6 +129,14 @@ void reportMissing(const std::string& device, const ProcessorTest& test, RunJour
 }  // namespace
 
 PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
+  try {
+    return tested(context);
+  } catch (const CoreTakenAway& reason) {
+    throw PackageKit::TakenAway(reason.what());
+  }
+}
+
+PackageKit::Verdict CoreDiagnostic::tested(TestContext& context) const {
   const std::string& device = context.device().name;
   return Common::judged(context, device, [&](RunJournal& journal) {
     const int core = coreOf(context.device());

@@ -34,6 +34,8 @@ class CoreDiagnostic : public PackageKit::Test {
                const PackageKit::Environment& environment) const override;
 
  private:
+  PackageKit::Verdict tested(PackageKit::TestContext& context) const;
+
   const ProcessorTest m_test;
 };
 

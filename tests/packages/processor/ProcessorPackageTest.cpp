@@ -13,7 +13,6 @@
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/CpuList.h"
 #include "packages/processor/CoreDiagnostic.h"
-#include "packages/processor/CoreHold.h"
 #include "tests/packages/processor/ProcessorFixture.h"
 #include "tests/support/FakeMachine.h"
 
@@ -220,7 +219,7 @@ TEST_F(ProcessorCountersTest, core_that_is_taken_away_under_its_test_has_no_verd
     GTEST_SKIP() << "one CPU alone";
   }
   context->cpusFromOutside = {all.back()};
-  EXPECT_THROW(kindWith("", ""), CoreTakenAway);
+  EXPECT_THROW(kindWith("", ""), PackageKit::TakenAway);
   EXPECT_FALSE(told(CoreVerified));
   EXPECT_EQ(Common::allowedCpus(), all);
 }
@@ -231,7 +230,7 @@ TEST_F(ProcessorCountersTest, core_that_was_free_to_leave_at_the_end_has_no_verd
     GTEST_SKIP() << "one CPU alone";
   }
   context->cpusFromOutside = all;
-  EXPECT_THROW(kindWith("", ""), CoreTakenAway);
+  EXPECT_THROW(kindWith("", ""), PackageKit::TakenAway);
 }
 
 TEST_F(ProcessorCountersTest, request_to_stop_gives_no_verdict) {
