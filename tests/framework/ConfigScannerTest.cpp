@@ -25,7 +25,7 @@ std::optional<std::string> scan(const std::string& text, const std::string& sect
   return scanner.found() ? std::optional<std::string>(value) : std::nullopt;
 }
 
-const char richText[] =
+const char kRichText[] =
     "\xEF\xBB\xBF# a comment [Wanted]\r\n"
     "stray = outside\n"
     "[Other]\nkey = other ; [Wanted]\n x[Wanted]\n"
@@ -39,7 +39,7 @@ const char richText[] =
     "[Disable Device]\nlast = end";
 
 TEST(ConfigScannerTest, pieces_of_any_size_give_the_same_value) {
-  const std::string text = richText;
+  const std::string text = kRichText;
   for (std::size_t pieceSize = 1; pieceSize <= text.size(); ++pieceSize) {
     EXPECT_EQ(scan(text, "Wanted", "key", pieceSize), "a = [b] # c") << pieceSize;
     EXPECT_EQ(scan(text, "Wanted", "second", pieceSize), "") << pieceSize;
@@ -50,7 +50,7 @@ TEST(ConfigScannerTest, pieces_of_any_size_give_the_same_value) {
 }
 
 TEST(ConfigScannerTest, text_cut_off_anywhere_gives_a_part_of_the_value_or_nothing) {
-  const std::string text = richText;
+  const std::string text = kRichText;
   const std::string value = "a = [b] # c";
   for (std::size_t size = 0; size <= text.size(); ++size) {
     const auto found = scan(text.substr(0, size), "Wanted", "key", 16);
@@ -95,13 +95,13 @@ class RandomText {
   explicit RandomText(unsigned int seed) : m_random(seed) {}
 
   std::string make() {
-    static const char* const words[] = {
+    static const char* const kWords[] = {
         "[",           "]",  "=",        "\n",           "\n",   "\r\n", " ",   "\t",
         "#",           ";",  "A",        "AB",           "k",    "kk",   "[A]", "\n[A]\n",
         "\n[ AB ] \n", "k=", "\nk = v ", "\xEF\xBB\xBF", "\xEF", "\0x"};
     std::string text;
     for (int count = number(24); count > 0; --count) {
-      const char* const word = words[static_cast<std::size_t>(number(std::size(words) - 1))];
+      const char* const word = kWords[static_cast<std::size_t>(number(std::size(kWords) - 1))];
       text += *word == '\0' ? std::string(1, '\0') : std::string(word);
     }
     return text;

@@ -89,13 +89,13 @@ TEST(Enumerations, have_the_numbers_that_packages_are_built_with) {
 }
 
 template <typename Enumeration>
-constexpr bool isUnsignedInt = std::is_same_v<std::underlying_type_t<Enumeration>, unsigned int>;
+constexpr bool kIsUnsignedInt = std::is_same_v<std::underlying_type_t<Enumeration>, unsigned int>;
 
-static_assert(isUnsignedInt<IDevice::AccessMode> &&
-              isUnsignedInt<IDeviceEnumerator::DiagnosticMode> &&
-              isUnsignedInt<DiagnosticEvent::EventType> &&
-              isUnsignedInt<DiagnosticResult::TestResult> &&
-              isUnsignedInt<DiagnosticStatus::Status>);
+static_assert(kIsUnsignedInt<IDevice::AccessMode> &&
+              kIsUnsignedInt<IDeviceEnumerator::DiagnosticMode> &&
+              kIsUnsignedInt<DiagnosticEvent::EventType> &&
+              kIsUnsignedInt<DiagnosticResult::TestResult> &&
+              kIsUnsignedInt<DiagnosticStatus::Status>);
 static_assert(std::is_same_v<Uint, unsigned int> && std::is_same_v<Ulong, unsigned long>);
 static_assert(std::is_same_v<VirtualDeviceVector, std::vector<VirtualDevice>>);
 

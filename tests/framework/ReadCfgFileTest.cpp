@@ -69,26 +69,26 @@ class ReadCfgFileTest : public ::testing::Test {
   fs::path m_file;
 };
 
-constexpr auto nothing = std::nullopt;
+constexpr auto kNothing = std::nullopt;
 
 TEST_F(ReadCfgFileTest, reads_a_key_of_a_section) {
   write("[Package]\nPackageName=Memory\nMnemonic=MEM\n[TestID1]\nTestName=March\n");
   EXPECT_EQ(read("Package", "PackageName"), "Memory");
   EXPECT_EQ(read("Package", "Mnemonic"), "MEM");
   EXPECT_EQ(read("TestID1", "TestName"), "March");
-  EXPECT_EQ(read("TestID1", "Mnemonic"), nothing);
-  EXPECT_EQ(read("Package", "TestName"), nothing);
-  EXPECT_EQ(read("TestID2", "TestName"), nothing);
+  EXPECT_EQ(read("TestID1", "Mnemonic"), kNothing);
+  EXPECT_EQ(read("Package", "TestName"), kNothing);
+  EXPECT_EQ(read("TestID2", "TestName"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, names_match_as_spelled) {
   write("[Section]\nKey=v\n");
-  EXPECT_EQ(read("section", "Key"), nothing);
-  EXPECT_EQ(read("Section", "key"), nothing);
-  EXPECT_EQ(read("Sectio", "Key"), nothing);
-  EXPECT_EQ(read("Sections", "Key"), nothing);
-  EXPECT_EQ(read("Section", "Ke"), nothing);
-  EXPECT_EQ(read("Section", "Keys"), nothing);
+  EXPECT_EQ(read("section", "Key"), kNothing);
+  EXPECT_EQ(read("Section", "key"), kNothing);
+  EXPECT_EQ(read("Sectio", "Key"), kNothing);
+  EXPECT_EQ(read("Sections", "Key"), kNothing);
+  EXPECT_EQ(read("Section", "Ke"), kNothing);
+  EXPECT_EQ(read("Section", "Keys"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, a_name_that_begins_another_name_is_not_taken_for_it) {
@@ -107,13 +107,13 @@ TEST_F(ReadCfgFileTest, blanks_inside_names_count) {
   EXPECT_EQ(read("Disable Device", "k"), "one");
   EXPECT_EQ(read("Disable  Device", "k"), "two");
   EXPECT_EQ(read("Disable Device", "long key"), "v");
-  EXPECT_EQ(read("Disable Device", "longkey"), nothing);
+  EXPECT_EQ(read("Disable Device", "longkey"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, comment_lines_and_other_lines_are_passed_over) {
   write("# [A]\n; k=commented\n[A]\n#k=1\n ; k=2\nno equals sign\n\n \t\nk=3\n");
   EXPECT_EQ(read("A", "k"), "3");
-  EXPECT_EQ(read("A", "#k"), nothing);
+  EXPECT_EQ(read("A", "#k"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, values_hold_any_sign) {
@@ -131,7 +131,7 @@ TEST_F(ReadCfgFileTest, empty_values_are_read) {
   EXPECT_EQ(read("A", "none"), "");
   EXPECT_EQ(read("A", "blank"), "");
   EXPECT_EQ(read("A", "last"), "");
-  EXPECT_EQ(read("A", "other"), nothing);
+  EXPECT_EQ(read("A", "other"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, lines_end_in_either_way) {
@@ -143,19 +143,19 @@ TEST_F(ReadCfgFileTest, lines_end_in_either_way) {
 
 TEST_F(ReadCfgFileTest, last_line_needs_no_end) {
   EXPECT_EQ(readFrom("[A]\nk=v", "A", "k"), "v");
-  EXPECT_EQ(readFrom("[A]\nk", "A", "k"), nothing);
-  EXPECT_EQ(readFrom("[A]", "A", "k"), nothing);
-  EXPECT_EQ(readFrom("[A", "A", "k"), nothing);
-  EXPECT_EQ(readFrom("[", "A", "k"), nothing);
-  EXPECT_EQ(readFrom("", "A", "k"), nothing);
+  EXPECT_EQ(readFrom("[A]\nk", "A", "k"), kNothing);
+  EXPECT_EQ(readFrom("[A]", "A", "k"), kNothing);
+  EXPECT_EQ(readFrom("[A", "A", "k"), kNothing);
+  EXPECT_EQ(readFrom("[", "A", "k"), kNothing);
+  EXPECT_EQ(readFrom("", "A", "k"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, byte_order_mark_is_passed_over) {
   EXPECT_EQ(readFrom("\xEF\xBB\xBF[A]\nk=v\n", "A", "k"), "v");
   EXPECT_EQ(readFrom("\xEF\xBB\xBF \t[A]\nk=v\n", "A", "k"), "v");
   EXPECT_EQ(readFrom("\xEF\xBB\xBF\n[A]\nk=v\n", "A", "k"), "v");
-  EXPECT_EQ(readFrom("\xEF\xBB[A]\nk=v\n", "A", "k"), nothing) << "half of one is text";
-  EXPECT_EQ(readFrom("\xEF\xBB\xBF\xEF\xBB\xBF[A]\nk=v\n", "A", "k"), nothing) << "so is a second";
+  EXPECT_EQ(readFrom("\xEF\xBB[A]\nk=v\n", "A", "k"), kNothing) << "half of one is text";
+  EXPECT_EQ(readFrom("\xEF\xBB\xBF\xEF\xBB\xBF[A]\nk=v\n", "A", "k"), kNothing) << "so is a second";
 }
 
 TEST_F(ReadCfgFileTest, first_of_repeated_keys_wins) {
@@ -167,7 +167,7 @@ TEST_F(ReadCfgFileTest, repeated_section_adds_the_keys_that_the_first_has_not) {
   write("[A]\nk=1\n[B]\nk=b\n[A]\nk=2\nmore=3\n");
   EXPECT_EQ(read("A", "k"), "1");
   EXPECT_EQ(read("A", "more"), "3");
-  EXPECT_EQ(read("B", "more"), nothing);
+  EXPECT_EQ(read("B", "more"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, text_behind_the_bracket_is_no_part_of_the_name) {
@@ -179,15 +179,15 @@ TEST_F(ReadCfgFileTest, text_behind_the_bracket_is_no_part_of_the_name) {
 TEST_F(ReadCfgFileTest, section_without_a_closing_bracket_is_nobodys) {
   write("[A]\nx=1\n[B\nk=2\n[A]\ny=3\n");
   EXPECT_EQ(read("A", "x"), "1");
-  EXPECT_EQ(read("B", "k"), nothing);
-  EXPECT_EQ(read("A", "k"), nothing) << "its keys do not fall to the section before";
+  EXPECT_EQ(read("B", "k"), kNothing);
+  EXPECT_EQ(read("A", "k"), kNothing) << "its keys do not fall to the section before";
   EXPECT_EQ(read("A", "y"), "3");
 }
 
 TEST_F(ReadCfgFileTest, keys_before_any_section_are_nobodys) {
   write("k=0\n[]\nk=1\n[ ]\nk=2\n");
-  EXPECT_EQ(read("", "k"), nothing);
-  EXPECT_EQ(read(" ", "k"), nothing);
+  EXPECT_EQ(read("", "k"), kNothing);
+  EXPECT_EQ(read(" ", "k"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, nul_bytes_are_signs_like_any_other) {
@@ -267,7 +267,7 @@ TEST_F(ReadCfgFileTest, every_key_of_a_large_description_is_found) {
     ASSERT_EQ(read("TestID" + number, "TestEstimatedTime"), number);
   }
   EXPECT_EQ(read("TestID1000", "TestName"), "Test 1000");
-  EXPECT_EQ(read("TestID1001", "TestName"), nothing);
+  EXPECT_EQ(read("TestID1001", "TestName"), kNothing);
 }
 
 TEST_F(ReadCfgFileTest, what_is_no_regular_file_is_refused_at_once) {
@@ -327,7 +327,7 @@ TEST_F(ReadCfgFileTest, failure_while_reading_is_reported) {
 
 TEST_F(ReadCfgFileTest, file_whose_size_is_not_known_beforehand_is_read) {
   m_file = "/proc/self/status";  // its size is given as 0
-  EXPECT_EQ(read("A", "k"), nothing);
+  EXPECT_EQ(read("A", "k"), kNothing);
 }
 
 std::size_t openDescriptors() {

@@ -24,7 +24,7 @@ class LeftOverReportAtEveryStep : public LeftOverReportTest,
     std::atomic<int> drained{0};
     alpha.on(Call::GetResults, [&](const CallRecord&) {
       if (++drained == 2) {
-        steps.atLock(Actor::monitor, step, [&] { monitorStands.pass(); });
+        steps.atLock(Actor::Monitor, step, [&] { monitorStands.pass(); });
       }
     });
     const unsigned long id = queueBetweenPasses(GetParam());
@@ -75,7 +75,7 @@ TEST_F(LeftOverReportTest, a_report_is_not_believed_before_the_claimed_worker_ha
   forbidTimeOuts();
   const unsigned long id = queueBetweenPasses(2);
   Barrier workerStands;
-  steps.atLock(Actor::worker, 1, [&] { workerStands.pass(); });
+  steps.atLock(Actor::Worker, 1, [&] { workerStands.pass(); });
   releaseDispatcher();
   ASSERT_TRUE(workerStands.awaitArrival());
   const unsigned long drained = alpha.count(Call::GetResults);

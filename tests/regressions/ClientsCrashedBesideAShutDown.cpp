@@ -159,7 +159,7 @@ class CallsInsideTest : public TestSupport::PipelineTest {
   bool stopped(unsigned int number, const std::function<void()>& call,
                const std::function<void()>& meanwhile) {
     Barrier barrier;
-    steps.atLock(Actor::client, number, [&] { barrier.pass(); });
+    steps.atLock(Actor::Client, number, [&] { barrier.pass(); });
     const Companion caller([&] {
       beKnownToTracer();
       PipelineSteps::actAsClient();
@@ -305,7 +305,7 @@ TEST_F(CallsInsideTest, a_client_that_fetches_when_the_shut_down_wakes_it_is_wai
   const Companion client([&] {
     PipelineSteps::actAsClient();
     harness.callBack().wait();
-    steps.atLock(Actor::client, 2, [&] { barrier.pass(); });  // that of the queues
+    steps.atLock(Actor::Client, 2, [&] { barrier.pass(); });  // that of the queues
     DiagCtrl::CtrlEventVector* events = nullptr;
     code = harness->getDiagnosticCtrlEvents(1, events);
     ASSERT_THAT(events, ::testing::NotNull());

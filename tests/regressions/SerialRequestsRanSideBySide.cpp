@@ -37,9 +37,9 @@ class SerialLeftOverReportTest : public LeftOverReportTest {
     std::atomic<int> drained{0};
     alpha.on(Call::GetResults, [&](const CallRecord&) {
       if (const int number = ++drained; number == 1) {
-        steps.atLock(Actor::dispatcher, 1, [&] { dispatcherStands.pass(); });
+        steps.atLock(Actor::Dispatcher, 1, [&] { dispatcherStands.pass(); });
       } else if (number == 2) {
-        steps.atLock(Actor::monitor, step, [&] { monitorStands.pass(); });
+        steps.atLock(Actor::Monitor, step, [&] { monitorStands.pass(); });
       }
     });
     alpha.holdRuns();

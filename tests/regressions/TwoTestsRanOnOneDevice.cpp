@@ -19,7 +19,7 @@ TEST_F(SharedTagTest, the_tag_of_a_test_that_had_the_machine_is_never_given_to_t
     Barrier workerStands;
     std::atomic<bool> wasReached{false};
     whole.on(Call::RunReturn, [&, step](const CallRecord& run) {
-      steps.atLock(Actor::worker, step, [&, owner = run.thread] {
+      steps.atLock(Actor::Worker, step, [&, owner = run.thread] {
         if (std::this_thread::get_id() == owner) {
           wasReached = true;
           workerStands.pass();

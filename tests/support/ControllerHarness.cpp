@@ -45,9 +45,9 @@ void append(std::vector<std::string>& to, std::vector<std::string> lines) {
 }
 
 std::string verdictOf(const DiagnosticResult& result) {
-  static constexpr const char* names[] = {"PASSED", "UNUSUAL_STATUS", "FAILED"};
+  static constexpr const char* kNames[] = {"PASSED", "UNUSUAL_STATUS", "FAILED"};
   const auto verdict = static_cast<std::size_t>(result.getTestResult());
-  return verdict < std::size(names) ? names[verdict] : std::to_string(verdict);
+  return verdict < std::size(kNames) ? kNames[verdict] : std::to_string(verdict);
 }
 
 }  // namespace

@@ -69,14 +69,14 @@ extern "C" __attribute__((visibility("default"))) int dlclose(void* handle) noex
   if (Support::sRefusesToClose) {
     return 1;
   }
-  static const auto next = reinterpret_cast<decltype(&dlclose)>(dlsym(RTLD_NEXT, "dlclose"));
-  return next(handle);
+  static const auto kNext = reinterpret_cast<decltype(&dlclose)>(dlsym(RTLD_NEXT, "dlclose"));
+  return kNext(handle);
 }
 
 extern "C" __attribute__((visibility("default"))) int pthread_join(pthread_t thread,
                                                                    void** result) {
-  static const auto next = reinterpret_cast<decltype(&pthread_join)>(  //
+  static const auto kNext = reinterpret_cast<decltype(&pthread_join)>(  //
       dlsym(RTLD_NEXT, "pthread_join"));
-  const int answer = next(thread, result);
+  const int answer = kNext(thread, result);
   return Support::sFailsJoins ? ESRCH : answer;
 }

@@ -39,12 +39,12 @@ class ReferenceConfigReader {
 
  private:
   static std::string strip(const std::string& text) {
-    static const char blanks[] = " \t\r\v\f";
-    const auto first = text.find_first_not_of(blanks);
+    static const char kBlanks[] = " \t\r\v\f";
+    const auto first = text.find_first_not_of(kBlanks);
     if (first == std::string::npos) {
       return {};
     }
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
   }
 
   const std::string m_text;

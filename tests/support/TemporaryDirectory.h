@@ -70,8 +70,8 @@ class TemporaryDirectory {
   };
 
   static Living& living() {
-    static auto* const all = new Living;  // outlives every directory
-    return *all;
+    static auto* const kAll = new Living;  // outlives every directory
+    return *kAll;
   }
   static void remove(const std::string& path) {
     std::error_code ignored;

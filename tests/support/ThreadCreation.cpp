@@ -61,7 +61,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
       return EAGAIN;
     }
   }
-  static const auto next = reinterpret_cast<decltype(&pthread_create)>(  //
+  static const auto kNext = reinterpret_cast<decltype(&pthread_create)>(  //
       dlsym(RTLD_NEXT, "pthread_create"));
-  return next(thread, attributes, entry, argument);
+  return kNext(thread, attributes, entry, argument);
 }

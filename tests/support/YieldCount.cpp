@@ -12,11 +12,11 @@ std::atomic<unsigned long>& yieldsOfThisThread() {
   constexpr unsigned int mostThreads = 100'000;
   static std::atomic<unsigned long> counts[mostThreads];
   static std::atomic<unsigned int> threads{0};
-  thread_local const unsigned int own = threads++;
-  if (own >= mostThreads) {
+  thread_local const unsigned int kOwn = threads++;
+  if (kOwn >= mostThreads) {
     std::abort();
   }
-  return counts[own];
+  return counts[kOwn];
 }
 
 }  // namespace TarvexDiags::TestSupport

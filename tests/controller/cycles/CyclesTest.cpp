@@ -59,7 +59,7 @@ struct Tally {
 class Client {
  public:
   Client(DiagnosticController& controller, Tally& tally, unsigned int seed)
-      : c(controller), m_tally(tally), m_random(seed) {}
+      : m_controller(controller), m_tally(tally), m_random(seed) {}
 
   /// Takes what stands in the queues of the three first registrations.
   void fetch() {
@@ -71,7 +71,7 @@ class Client {
   /// Asks for the requests, steers one of them and asks for its progress.
   void poll() {
     std::vector<unsigned long>* handedOut = nullptr;
-    const Code code = c.getRequestIdList(handedOut);
+    const Code code = m_controller.getRequestIdList(handedOut);
     const std::unique_ptr<std::vector<unsigned long>> ids(handedOut);
     if (code != SUCCESS || ids->empty()) {
       return;
@@ -81,17 +81,17 @@ class Client {
     int pass = 0;
     int passes = 0;
     bool stress = false;
-    m_tally.note(c.getRequestStatus(static_cast<long>(id), status, pass, passes, stress),
+    m_tally.note(m_controller.getRequestStatus(static_cast<long>(id), status, pass, passes, stress),
                  m_tally.statuses);
     unsigned int progress = 0;
-    m_tally.note(c.getDiagnosticProgress(id, progress), m_tally.progress);
+    m_tally.note(m_controller.getDiagnosticProgress(id, progress), m_tally.progress);
     switch (pick(8)) {
       case 0:
-        m_tally.note(c.abortTest(id), m_tally.answers);
+        m_tally.note(m_controller.abortTest(id), m_tally.answers);
         break;
       case 1:
-        m_tally.note(c.suspendTest(id), m_tally.answers);
-        m_tally.note(c.resumeTest(id), m_tally.answers);
+        m_tally.note(m_controller.suspendTest(id), m_tally.answers);
+        m_tally.note(m_controller.resumeTest(id), m_tally.answers);
         break;
       default:
         break;
@@ -101,28 +101,29 @@ class Client {
   /// Looks at the controller's health, its settings, its catalogue and its texts.
   void watch() {
     DiagControllerStatus* health = nullptr;
-    if (m_tally.note(c.getDiagControllerStatus(health), m_tally.healths)) {
+    if (m_tally.note(m_controller.getDiagControllerStatus(health), m_tally.healths)) {
       delete health;
     }
     int progress = 0;
-    m_tally.note(c.getEnumerationProgress(progress), m_tally.answers);
+    m_tally.note(m_controller.getEnumerationProgress(progress), m_tally.answers);
     auto mode = DiagCtrl::GlobalSettings::SERIAL;
-    m_tally.note(c.getRunMode(mode), m_tally.answers);
-    m_tally.note(c.setHaltOnError(pick(2) == 0), m_tally.answers);
+    m_tally.note(m_controller.getRunMode(mode), m_tally.answers);
+    m_tally.note(m_controller.setHaltOnError(pick(2) == 0), m_tally.answers);
     unsigned int counts[3] = {};
-    m_tally.note(c.getNumberOfRegistrations(counts[0], counts[1], counts[2]), m_tally.answers);
+    m_tally.note(m_controller.getNumberOfRegistrations(counts[0], counts[1], counts[2]),
+                 m_tally.answers);
     std::vector<int>* tests = nullptr;
-    m_tally.note(c.getValidTestIdList(1, 1, tests), m_tally.answers);
+    m_tally.note(m_controller.getValidTestIdList(1, 1, tests), m_tally.answers);
     delete tests;
     unsigned int status = 0;
-    m_tally.note(c.getDeviceStatus(1, 1, status), m_tally.answers);
+    m_tally.note(m_controller.getDeviceStatus(1, 1, status), m_tally.answers);
     char key[] = "Mnemonic";
     char* text = nullptr;
-    m_tally.note(c.getPackageToken(1, key, text), m_tally.answers);
+    m_tally.note(m_controller.getPackageToken(1, key, text), m_tally.answers);
     delete[] text;
     std::vector<int> times;
     int total = 0;
-    c.getEstimatedTime({1}, times, total);
+    m_controller.getEstimatedTime({1}, times, total);
   }
 
   void queue() {
@@ -130,14 +131,15 @@ class Client {
     const int package = 1 + static_cast<int>(pick(2));
     if (pick(4) == 0) {
       DiagCtrl::VectorTestReqId* ids = nullptr;
-      m_tally.note(c.queueTest(package, settings, ids), m_tally.queued);
+      m_tally.note(m_controller.queueTest(package, settings, ids), m_tally.queued);
       delete ids;
     } else {
       std::vector<int> tests{1};
       unsigned long id = 0;
-      m_tally.note(c.queueTest(package, 1 + pick(2), tests, settings, id), m_tally.queued);
+      m_tally.note(m_controller.queueTest(package, 1 + pick(2), tests, settings, id),
+                   m_tally.queued);
     }
-    m_tally.note(c.clearRequestIdList(), m_tally.answers);
+    m_tally.note(m_controller.clearRequestIdList(), m_tally.answers);
   }
 
  private:
@@ -148,7 +150,7 @@ class Client {
   template <class Messages>
   void drain(Code (DiagnosticController::*call)(long, Messages*&)) {
     Messages* handedOut = nullptr;
-    if ((c.*call)(1, handedOut) != SUCCESS) {
+    if ((m_controller.*call)(1, handedOut) != SUCCESS) {
       return;
     }
     const std::unique_ptr<Messages> messages(handedOut);
@@ -158,7 +160,7 @@ class Client {
     }
   }
 
-  DiagnosticController& c;
+  DiagnosticController& m_controller;
   Tally& m_tally;
   std::mt19937 m_random;
 };

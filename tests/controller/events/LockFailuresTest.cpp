@@ -53,7 +53,7 @@ typedef DiagnosticController C;
 typedef C::errorCode Code;
 typedef std::vector<std::string> Lines;
 
-constexpr unsigned int untouched = 99;
+constexpr unsigned int kUntouched = 99;
 
 /// One client call, with outputs that a failure must leave as they are.
 struct ClientCallRow {
@@ -93,9 +93,9 @@ std::vector<ClientCallRow> settingsCalls() {
 std::function<Code(C&)> registering(Code (C::*call)(CallBackObject*, unsigned long&)) {
   return [call](C& controller) {
     CallBackObject object;
-    unsigned long id = untouched;
+    unsigned long id = kUntouched;
     const Code code = (controller.*call)(&object, id);
-    EXPECT_EQ(id, untouched);
+    EXPECT_EQ(id, kUntouched);
     return code;
   };
 }
@@ -174,11 +174,11 @@ TEST_F(UnreadablePhase, refuses_fetching_and_that_of_controller_events_in_silenc
 }
 
 TEST_F(UnreadablePhase, refuses_counting) {
-  unsigned int counts[] = {untouched, untouched, untouched};
+  unsigned int counts[] = {kUntouched, kUntouched, kUntouched};
   expectRefused({{"getNumberOfRegistrations", true, [&](C& controller) {
                     return controller.getNumberOfRegistrations(counts[0], counts[1], counts[2]);
                   }}});
-  EXPECT_THAT(counts, ElementsAre(untouched, untouched, untouched));
+  EXPECT_THAT(counts, ElementsAre(kUntouched, kUntouched, kUntouched));
 }
 
 // --- Locks behind the gate
@@ -306,11 +306,11 @@ TEST_F(BrokenLocks, of_a_list_leave_a_queue_that_fills_and_is_never_announced) {
 }
 
 TEST_F(BrokenLocks, of_a_list_end_the_counting_where_it_is) {
-  unsigned int counts[] = {untouched, untouched, untouched};
+  unsigned int counts[] = {kUntouched, kUntouched, kUntouched};
   const BrokenLock broken(privateMember<ResultListLockTag>(controller()));
   EXPECT_EQ(controller().getNumberOfRegistrations(counts[0], counts[1], counts[2]),
             C::UNABLE_TO_GET_LOCK);
-  EXPECT_THAT(counts, ElementsAre(1, untouched, untouched));
+  EXPECT_THAT(counts, ElementsAre(1, kUntouched, kUntouched));
   EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
 }
 

@@ -53,16 +53,16 @@ struct Registering {
   DiagCtrlEvent::eventCode wrongPhaseEvent;
 };
 
-const Registering registeringCalls[] = {
+const Registering kRegisteringCalls[] = {
     {"events", &DiagnosticController::registerForDiagEvents, DiagCtrlEvent::UNABLE_TO_GET_LOCK},
     {"results", &DiagnosticController::registerForDiagResults, DiagCtrlEvent::INCORRECT_PHASE},
     {"controller events", &DiagnosticController::registerForDiagCtrlEvents,
      DiagCtrlEvent::UNABLE_TO_GET_LOCK},
 };
 
-const Phase::diagCtrlPhase allPhases[] = {Phase::UNINITIALISED, Phase::ACTIVE,
-                                          Phase::IDLE,          Phase::ENUMERATE,
-                                          Phase::INITIALIZE,    Phase::ESTIMATION};
+const Phase::diagCtrlPhase kAllPhases[] = {Phase::UNINITIALISED, Phase::ACTIVE,
+                                           Phase::IDLE,          Phase::ENUMERATE,
+                                           Phase::INITIALIZE,    Phase::ESTIMATION};
 
 void raise(DiagCtrlEvent::eventCode code, unsigned int requestId = 0) {
   DiagUtil::getInstance()->pushDiagCtrlEvent(code, DiagnosticEvent::WARNING_EVENT, requestId);
@@ -133,9 +133,9 @@ class RegistrationTest : public ::testing::Test {
 TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_event) {
   m_harness.registerForAll();
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
-  for (const auto phase : allPhases) {
+  for (const auto phase : kAllPhases) {
     setPhase(phase);
-    for (const Registering& kind : registeringCalls) {
+    for (const Registering& kind : kRegisteringCalls) {
       unsigned long id = 99;
       EXPECT_EQ((m_harness.controller().*kind.call)(nullptr, id),
                 DiagnosticController::INVALID_OBJECT_PASSED);
@@ -144,15 +144,15 @@ TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_even
   }
   setPhase(Phase::IDLE);
   EXPECT_THAT(m_harness.ctrlEvents(), IsEmpty());
-  EXPECT_EQ(m_trace.count("INVALID_OBJECT_PASSED: "), 3 * std::size(allPhases));
+  EXPECT_EQ(m_trace.count("INVALID_OBJECT_PASSED: "), 3 * std::size(kAllPhases));
 }
 
 TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
   m_harness.registerForAll();
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
-  for (const auto phase : allPhases) {
+  for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
-    for (const Registering& kind : registeringCalls) {
+    for (const Registering& kind : kRegisteringCalls) {
       SCOPED_TRACE(kind.name);
       setPhase(Phase::IDLE);
       m_harness.forget();
@@ -178,7 +178,7 @@ TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
 TEST(BeforeInitialize, registering_is_refused_and_nothing_is_reached) {
   CallBackObject object;
   ControllerHarness harness;
-  for (const Registering& kind : registeringCalls) {
+  for (const Registering& kind : kRegisteringCalls) {
     unsigned long id = 0;
     EXPECT_EQ((harness.controller().*kind.call)(&object, id),
               DiagnosticController::INCORRECT_PHASE);
@@ -186,9 +186,9 @@ TEST(BeforeInitialize, registering_is_refused_and_nothing_is_reached) {
 }
 
 TEST_F(RegistrationTest, counts_entries_of_each_kind_and_does_not_merge_equal_objects) {
-  registerFor(registeringCalls[0]);
-  registerFor(registeringCalls[0]);
-  registerFor(registeringCalls[2]);
+  registerFor(kRegisteringCalls[0]);
+  registerFor(kRegisteringCalls[0]);
+  registerFor(kRegisteringCalls[2]);
   EXPECT_THAT(registrations(), ElementsAre(2, 0, 1));
   EventManager::getInstance()->clearEventQueues();
   EXPECT_THAT(registrations(), ElementsAre(2, 0, 1)) << "entries, not queues";
@@ -196,7 +196,7 @@ TEST_F(RegistrationTest, counts_entries_of_each_kind_and_does_not_merge_equal_ob
 
 TEST_F(RegistrationTest, counting_is_refused_in_UNINITIALISED_and_ENUMERATE) {
   m_harness.registerForAll();
-  for (const auto phase : allPhases) {
+  for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(Phase::IDLE);
     m_harness.forget();
@@ -217,14 +217,14 @@ TEST_F(RegistrationTest, counting_is_refused_in_UNINITIALISED_and_ENUMERATE) {
 }
 
 TEST_F(RegistrationTest, nothing_of_it_survives_a_shut_down_and_objects_can_be_used_again) {
-  const unsigned long id = registerFor(registeringCalls[2]);
+  const unsigned long id = registerFor(kRegisteringCalls[2]);
   m_harness.shutDown();
   m_harness.initialize();
   EXPECT_THAT(registrations(), ElementsAre(0, 0, 0));
   CtrlEventVector* drained = nullptr;
   EXPECT_EQ(m_harness->getDiagnosticCtrlEvents(static_cast<long>(id), drained),
             DiagnosticController::CTRL_EVENT_REG_ID_NOT_FOUND);
-  EXPECT_EQ(registerFor(registeringCalls[2]), 1U) << "ids start anew";
+  EXPECT_EQ(registerFor(kRegisteringCalls[2]), 1U) << "ids start anew";
 }
 
 // --- Being woken
@@ -264,22 +264,22 @@ class Waiters {
 };
 
 TEST_F(RegistrationTest, a_batch_is_one_signal_and_wakes_one_waiter) {
-  registerFor(registeringCalls[0]);
+  registerFor(kRegisteringCalls[0]);
   const Waiters waiters(m_object, 3);
   pushEvents(5);
   EXPECT_TRUE(waiters.wakes(1));
 }
 
 TEST_F(RegistrationTest, an_object_that_is_registered_twice_is_signalled_twice) {
-  EXPECT_EQ(registerFor(registeringCalls[0]), 1U);
-  EXPECT_EQ(registerFor(registeringCalls[0]), 2U);
+  EXPECT_EQ(registerFor(kRegisteringCalls[0]), 1U);
+  EXPECT_EQ(registerFor(kRegisteringCalls[0]), 2U);
   const Waiters waiters(m_object, 3);
   pushEvents(1);
   EXPECT_TRUE(waiters.wakes(2));
 }
 
 TEST_F(RegistrationTest, an_empty_batch_and_other_kinds_wake_nobody) {
-  registerFor(registeringCalls[0]);
+  registerFor(kRegisteringCalls[0]);
   const Waiters waiters(m_object, 1);
   pushEvents(0);
   pushResult();
@@ -289,10 +289,10 @@ TEST_F(RegistrationTest, an_empty_batch_and_other_kinds_wake_nobody) {
 
 TEST_F(RegistrationTest, each_kind_wakes_its_own) {
   for (std::size_t kind = 0; kind < 3; ++kind) {
-    SCOPED_TRACE(registeringCalls[kind].name);
+    SCOPED_TRACE(kRegisteringCalls[kind].name);
     CallBackObject object;
     unsigned long id = 0;
-    (m_harness.controller().*registeringCalls[kind].call)(&object, id);
+    (m_harness.controller().*kRegisteringCalls[kind].call)(&object, id);
     {
       const Waiters waiters(object, 1);
       kind == 0 ? pushEvents(1) : kind == 1 ? pushResult() : raise(DiagCtrlEvent::DISABLE_TEST);
@@ -304,7 +304,7 @@ TEST_F(RegistrationTest, each_kind_wakes_its_own) {
 }
 
 TEST_F(RegistrationTest, without_a_queue_messages_are_gone_and_objects_are_still_woken) {
-  registerFor(registeringCalls[0]);
+  registerFor(kRegisteringCalls[0]);
   EventManager::getInstance()->clearEventQueues();
   const Waiters waiters(m_object, 1);
   pushEvents(1);
@@ -312,14 +312,14 @@ TEST_F(RegistrationTest, without_a_queue_messages_are_gone_and_objects_are_still
 }
 
 TEST_F(RegistrationTest, a_signal_that_nobody_waits_for_is_lost) {
-  registerFor(registeringCalls[0]);
+  registerFor(kRegisteringCalls[0]);
   pushEvents(1);
   const Waiters waiters(m_object, 1);
   EXPECT_TRUE(waiters.wakes(0));
 }
 
 TEST_F(RegistrationTest, a_woken_client_finds_the_whole_batch) {
-  const unsigned long id = registerFor(registeringCalls[0]);
+  const unsigned long id = registerFor(kRegisteringCalls[0]);
   std::size_t found = 0;
   Companion client([&] {
     m_object.wait();
@@ -365,7 +365,7 @@ TEST_F(RegistrationTest, the_wake_up_belongs_to_the_push_and_fetching_waits_for_
 // --- Raising controller events
 
 TEST_F(RegistrationTest, a_controller_event_carries_code_type_request_and_one_empty_parameter) {
-  const unsigned long id = registerFor(registeringCalls[2]);
+  const unsigned long id = registerFor(kRegisteringCalls[2]);
   raise(DiagCtrlEvent::TEST_REQUEST_ABORTED, 12);
   const std::unique_ptr<CtrlEventVector> events(EventManager::getInstance()->getCtrlEvents(id));
   ASSERT_THAT(*events, SizeIs(1));
@@ -515,7 +515,7 @@ TEST_F(FetchingTest, ids_of_the_kinds_overlap) {
 
 TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
-  for (const auto phase : allPhases) {
+  for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(Phase::IDLE);
     m_harness.forget();
@@ -540,7 +540,7 @@ TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
 
 TEST_F(FetchingTest, controller_events_are_fetched_in_INITIALIZE_too_and_a_refusal_is_silent) {
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
-  for (const auto phase : allPhases) {
+  for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(phase);
     const Code code = fetchCtrlEvents(1);

@@ -590,12 +590,12 @@ TEST_F(DiagControlConfigTest, gives_no_effect_to_keys_that_nobody_reads) {
 
 /// The keys of the file in the order in which the trace tells of their reading.
 std::vector<std::string> keysRead(const TraceFile& trace) {
-  static const std::string marker = "[GlobalSettings] ";
+  static const std::string kMarker = "[GlobalSettings] ";
   std::vector<std::string> keys;
   for (const std::string& text : trace.texts()) {
-    const auto found = text.find(marker);
+    const auto found = text.find(kMarker);
     if (found != std::string::npos && text.find("DiagUtil::getString ") != std::string::npos) {
-      const auto start = found + marker.size();
+      const auto start = found + kMarker.size();
       keys.push_back(text.substr(start, text.find(' ', start) - start));
     }
   }

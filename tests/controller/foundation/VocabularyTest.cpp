@@ -68,7 +68,7 @@ const char* textOf(const DiagCtrlInvalidKey& failure) {
 
 template <class... Exceptions>
 struct Family {
-  static constexpr std::size_t size = sizeof...(Exceptions);
+  static constexpr std::size_t kSize = sizeof...(Exceptions);
 
   template <class Check>
   static void each(Check check) {
@@ -96,7 +96,7 @@ Exception sample() {
 }
 
 TEST(Exceptions, are_seventeen_and_their_base) {
-  EXPECT_EQ(AllFailures::size, 17U);
+  EXPECT_EQ(AllFailures::kSize, 17U);
   AllFailures::each([]<class Exception>() {
     EXPECT_TRUE((std::is_base_of_v<Base, Exception>)) << typeid(Exception).name();
   });
@@ -120,14 +120,14 @@ TEST(Exceptions, carry_what_the_raise_site_gave) {
 
 TEST(Exceptions, store_pointers_to_their_texts) {
   AllFailures::each([]<class Exception>() {
-    static const char file[] = "DiagCtrl/Sample.cpp";
-    static const char text[] = "Sample::method()";
-    const Exception failure(Base::InvalidKey, 1, file, text);
-    EXPECT_EQ(failure.getFile(), file) << typeid(Exception).name();
-    EXPECT_EQ(textOf(failure), text) << typeid(Exception).name();
+    static const char kFile[] = "DiagCtrl/Sample.cpp";
+    static const char kText[] = "Sample::method()";
+    const Exception failure(Base::InvalidKey, 1, kFile, kText);
+    EXPECT_EQ(failure.getFile(), kFile) << typeid(Exception).name();
+    EXPECT_EQ(textOf(failure), kText) << typeid(Exception).name();
     const Exception copy = failure;
-    EXPECT_EQ(copy.getFile(), file) << typeid(Exception).name();
-    EXPECT_EQ(textOf(copy), text) << typeid(Exception).name();
+    EXPECT_EQ(copy.getFile(), kFile) << typeid(Exception).name();
+    EXPECT_EQ(textOf(copy), kText) << typeid(Exception).name();
   });
 }
 
@@ -479,58 +479,58 @@ TEST(Constants, hold_the_texts_that_only_others_read) {
 
 // A value out of range is a value all the same, which can be told and refused.
 template <class... Enumerations>
-constexpr bool areUnsignedInt =
+constexpr bool kAreUnsignedInt =
     (std::is_same_v<std::underlying_type_t<Enumerations>, unsigned int> && ...);
 
 static_assert(
-    areUnsignedInt<DiagnosticController::errorCode, DiagCtrlEvent::eventCode,
-                   DiagControllerStatus::diagCtrlPhase, DiagCtrlConstants::debugLevel,
-                   DiagCtrlBaseException::MinorCodeEnum, DiagCtrlConditionVar::WaitRetStatus,
-                   DiagThread::SchedulingPolicy, DiagValidator::enumType, GlobalSettings::runMode,
-                   GlobalSettings::diagMode, TestRequest::TestRequestStatus,
-                   TestRequestManager::TestRequestQueueType>);
+    kAreUnsignedInt<DiagnosticController::errorCode, DiagCtrlEvent::eventCode,
+                    DiagControllerStatus::diagCtrlPhase, DiagCtrlConstants::debugLevel,
+                    DiagCtrlBaseException::MinorCodeEnum, DiagCtrlConditionVar::WaitRetStatus,
+                    DiagThread::SchedulingPolicy, DiagValidator::enumType, GlobalSettings::runMode,
+                    GlobalSettings::diagMode, TestRequest::TestRequestStatus,
+                    TestRequestManager::TestRequestQueueType>);
 
 template <class Alias, class Type>
-constexpr bool is = std::is_same_v<Alias, Type>;
+constexpr bool kIs = std::is_same_v<Alias, Type>;
 
-static_assert(is<ThrIdToIndentMap, std::map<unsigned long, std::string>>);
-static_assert(is<EventVector, std::vector<Diag::DiagnosticEvent*>> &&
-              is<ResultVector, std::vector<Diag::DiagnosticResult*>> &&
-              is<CtrlEventVector, std::vector<DiagCtrlEvent*>>);
-static_assert(is<EventQueue, std::queue<Diag::DiagnosticEvent*>> &&
-              is<ResultQueue, std::queue<Diag::DiagnosticResult*>> &&
-              is<CtrlEventQueue, std::queue<DiagCtrlEvent*>>);
-static_assert(is<EventQueueMap, std::map<unsigned long, EventQueue*>> &&
-              is<ResultQueueMap, std::map<unsigned long, ResultQueue*>> &&
-              is<CtrlEventQueueMap, std::map<unsigned long, CtrlEventQueue*>>);
-static_assert(is<TestRequestQueue, std::deque<TestRequest*>> &&
-              is<TestRequestMap, std::map<unsigned long, TestRequest*>> &&
-              is<TestRequestIdList, std::list<unsigned long>>);
-static_assert(is<ExecutionThreadMap, std::map<unsigned long, ExecutionThread*>>);
-static_assert(is<ResStrLockMap, std::map<std::string, bool>> &&
-              is<ResStrShareMap, std::map<std::string, int>>);
-static_assert(is<DLL_Handle, void*> && is<p_Handle, void*> && is<pDllHandle, void*>);
-static_assert(is<DiagIntList, std::list<int>> && is<DeviceVector, std::vector<DiagDevice*>> &&
-              is<TestIdMap, std::map<int, int>>);
-static_assert(is<VectorTestReqId, std::vector<unsigned long>> &&
-              is<PackageNameVector, std::vector<std::string>> &&
-              is<ParamStringVector, std::vector<std::string>> &&
-              is<DisablePackList, std::list<const char*>> &&
-              is<PackageList, std::list<const char*>> &&
-              is<PackageObjectMap, std::map<int, DiagnosticPackage*>> &&
-              is<PackageMap, std::map<int, const char*>>);
+static_assert(kIs<ThrIdToIndentMap, std::map<unsigned long, std::string>>);
+static_assert(kIs<EventVector, std::vector<Diag::DiagnosticEvent*>> &&
+              kIs<ResultVector, std::vector<Diag::DiagnosticResult*>> &&
+              kIs<CtrlEventVector, std::vector<DiagCtrlEvent*>>);
+static_assert(kIs<EventQueue, std::queue<Diag::DiagnosticEvent*>> &&
+              kIs<ResultQueue, std::queue<Diag::DiagnosticResult*>> &&
+              kIs<CtrlEventQueue, std::queue<DiagCtrlEvent*>>);
+static_assert(kIs<EventQueueMap, std::map<unsigned long, EventQueue*>> &&
+              kIs<ResultQueueMap, std::map<unsigned long, ResultQueue*>> &&
+              kIs<CtrlEventQueueMap, std::map<unsigned long, CtrlEventQueue*>>);
+static_assert(kIs<TestRequestQueue, std::deque<TestRequest*>> &&
+              kIs<TestRequestMap, std::map<unsigned long, TestRequest*>> &&
+              kIs<TestRequestIdList, std::list<unsigned long>>);
+static_assert(kIs<ExecutionThreadMap, std::map<unsigned long, ExecutionThread*>>);
+static_assert(kIs<ResStrLockMap, std::map<std::string, bool>> &&
+              kIs<ResStrShareMap, std::map<std::string, int>>);
+static_assert(kIs<DLL_Handle, void*> && kIs<p_Handle, void*> && kIs<pDllHandle, void*>);
+static_assert(kIs<DiagIntList, std::list<int>> && kIs<DeviceVector, std::vector<DiagDevice*>> &&
+              kIs<TestIdMap, std::map<int, int>>);
+static_assert(kIs<VectorTestReqId, std::vector<unsigned long>> &&
+              kIs<PackageNameVector, std::vector<std::string>> &&
+              kIs<ParamStringVector, std::vector<std::string>> &&
+              kIs<DisablePackList, std::list<const char*>> &&
+              kIs<PackageList, std::list<const char*>> &&
+              kIs<PackageObjectMap, std::map<int, DiagnosticPackage*>> &&
+              kIs<PackageMap, std::map<int, const char*>>);
 
 // What holds a lock or owns what a pointer leads to.
 template <class... Classes>
-constexpr bool cannotBeCopied = ((!std::is_copy_constructible_v<Classes> &&
-                                  !std::is_copy_assignable_v<Classes>)&&...);
+constexpr bool kCannotBeCopied = ((!std::is_copy_constructible_v<Classes> &&
+                                   !std::is_copy_assignable_v<Classes>)&&...);
 
-static_assert(cannotBeCopied<CallBackObject, DiagControlConfig, DiagControllerStatus,
-                             DiagCtrlConditionVar, DiagCtrlLock, DiagDevice, DiagnosticController,
-                             DiagnosticPackage, DiagnosticPackageInterface, DiagThread, DiagTracer,
-                             DiagUtil, DiagValidator, EventManager, ExecutionManagerThread,
-                             GlobalSettings, MonitorThread, PackageDetails, PackageTestInfo,
-                             ResourceLockManager, TestRequest, TestRequestManager>);
+static_assert(kCannotBeCopied<CallBackObject, DiagControlConfig, DiagControllerStatus,
+                              DiagCtrlConditionVar, DiagCtrlLock, DiagDevice, DiagnosticController,
+                              DiagnosticPackage, DiagnosticPackageInterface, DiagThread, DiagTracer,
+                              DiagUtil, DiagValidator, EventManager, ExecutionManagerThread,
+                              GlobalSettings, MonitorThread, PackageDetails, PackageTestInfo,
+                              ResourceLockManager, TestRequest, TestRequestManager>);
 
 }  // namespace
 }  // namespace TarvexDiags::DiagCtrl

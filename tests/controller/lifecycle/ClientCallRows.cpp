@@ -455,7 +455,7 @@ void addTexts(std::vector<Row>& rows) {
 }  // namespace
 
 const std::vector<Row>& allRows() {
-  static const std::vector<Row> rows = [] {
+  static const std::vector<Row> kRows = [] {
     std::vector<Row> made;
     addStartAndStop(made);
     addSettings(made);
@@ -469,7 +469,7 @@ const std::vector<Row>& allRows() {
     addTexts(made);
     return made;
   }();
-  return rows;
+  return kRows;
 }
 
 void expectToBeAtRest(Stage& stage) {

@@ -470,11 +470,11 @@ std::vector<Row> gateTable() {
 
 ///  Whether a shut-down waits for the call by its big lock, or the call needs nothing of what goes.
 bool isUncounted(const Row& row) {
-  static const Lines families = {"initialize", "reset",         "enumerate",
-                                 "queueTest",  "abort",         "suspend",
-                                 "resume",     "runEstimation", "getNumberOfDiagPackages"};
+  static const Lines kFamilies = {"initialize", "reset",         "enumerate",
+                                  "queueTest",  "abort",         "suspend",
+                                  "resume",     "runEstimation", "getNumberOfDiagPackages"};
   return row.served.find('U') != std::string::npos ||
-         std::any_of(families.begin(), families.end(),
+         std::any_of(kFamilies.begin(), kFamilies.end(),
                      [&](const std::string& family) { return row.name.rfind(family, 0) == 0; });
 }
 

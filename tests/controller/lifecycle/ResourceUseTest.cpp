@@ -100,26 +100,26 @@ class ResourceUseTest : public ::testing::Test {
   void expectNoGrowth(const Holdings& before, const Holdings& after) {
     SCOPED_TRACE(::testing::Message() << "before: " << before << "\nafter: " << after);
     EXPECT_LE(after.heapBytes - before.heapBytes, 16 * 1024);
-    EXPECT_LE(after.residentBytes - before.residentBytes, residentSlack);
+    EXPECT_LE(after.residentBytes - before.residentBytes, kResidentSlack);
     EXPECT_EQ(after.threads, before.threads);
     EXPECT_EQ(after.fileHandles, before.fileHandles);
     EXPECT_EQ(after.mappings, before.mappings);
   }
 
   // A sanitizer keeps what was freed for a while.
-  static constexpr long residentSlack = (TestSupport::kIsSanitized ? 256L : 2L) * 1024 * 1024;
-  static constexpr int warmUp = 20;
-  static constexpr int runs = 100;
+  static constexpr long kResidentSlack = (TestSupport::kIsSanitized ? 256L : 2L) * 1024 * 1024;
+  static constexpr int kWarmUp = 20;
+  static constexpr int kRuns = 100;
 
   ControllerHarness harness;
 };
 
 TEST_F(ResourceUseTest, a_hundred_starts_and_stops_leave_nothing_behind) {
-  for (int run = 0; run < warmUp; ++run) {
+  for (int run = 0; run < kWarmUp; ++run) {
     ASSERT_NO_FATAL_FAILURE(startWorkStop());
   }
   const Holdings before = Holdings::now();
-  for (int run = 0; run < runs; ++run) {
+  for (int run = 0; run < kRuns; ++run) {
     ASSERT_NO_FATAL_FAILURE(startWorkStop());
   }
   expectNoGrowth(before, Holdings::now());
@@ -127,11 +127,11 @@ TEST_F(ResourceUseTest, a_hundred_starts_and_stops_leave_nothing_behind) {
 
 TEST_F(ResourceUseTest, a_hundred_resets_leave_nothing_behind) {
   harness.initialize();
-  for (int run = 0; run < warmUp; ++run) {
+  for (int run = 0; run < kWarmUp; ++run) {
     ASSERT_NO_FATAL_FAILURE(workReset());
   }
   const Holdings before = Holdings::now();
-  for (int run = 0; run < runs; ++run) {
+  for (int run = 0; run < kRuns; ++run) {
     ASSERT_NO_FATAL_FAILURE(workReset());
   }
   expectNoGrowth(before, Holdings::now());

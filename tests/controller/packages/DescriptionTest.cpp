@@ -34,7 +34,7 @@ using ::testing::Pair;
 using ::testing::StrEq;
 using TestSupport::PackageConfig;
 
-constexpr unsigned short machine = 1;
+constexpr unsigned short kMachine = 1;
 
 class DescriptionTest : public ::testing::Test {
  protected:
@@ -49,7 +49,7 @@ class DescriptionTest : public ::testing::Test {
 
   /// The description of a file, read; throws when it is refused.
   DiagnosticPackage& read(const PackageConfig& config) {
-    m_package = std::make_unique<DiagnosticPackage>("ALPHA", machine);
+    m_package = std::make_unique<DiagnosticPackage>("ALPHA", kMachine);
     m_package->initialize(config.writeTo(m_directory).c_str());
     return *m_package;
   }
@@ -112,7 +112,7 @@ TEST_F(DescriptionTest, tells_what_the_file_says_of_a_test) {
 }
 
 TEST_F(DescriptionTest, a_description_that_was_not_read_has_no_texts) {
-  DiagnosticPackage package("ALPHA", machine);
+  DiagnosticPackage package("ALPHA", kMachine);
   EXPECT_STREQ(package.getPackageBaseName(), "ALPHA");
   EXPECT_THAT(package.getPackageName(), IsNull());
   EXPECT_THAT(package.getPackageDepDll(), IsNull());
@@ -132,7 +132,7 @@ TEST_F(DescriptionTest, a_test_that_does_not_exist_is_a_missing_key) {
 
 TEST(DescriptionDeathTest, a_null_base_name_stops_the_process) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(DiagnosticPackage(nullptr, machine), "pcPackageBaseName");
+  EXPECT_DEATH(DiagnosticPackage(nullptr, kMachine), "pcPackageBaseName");
 }
 
 TEST_F(DescriptionTest, the_file_is_not_looked_at_again) {
@@ -180,7 +180,7 @@ PackageConfig fullConfig() {
       .disableDevices(1, {"slot1", "slot2"}, "Linux", "1");
 }
 
-constexpr Key strictKeys[] = {
+constexpr Key kStrictKeys[] = {
     {"Package", "PackageName"},
     {"Package", "Mnemonic"},
     {"Package", "PackageVersion"},
@@ -200,7 +200,7 @@ constexpr Key strictKeys[] = {
 
 TEST_F(DescriptionTest, is_refused_without_any_of_the_strict_keys) {
   ASSERT_FALSE(isRefused(fullConfig()));
-  for (const Key& key : strictKeys) {
+  for (const Key& key : kStrictKeys) {
     SCOPED_TRACE(std::string(key.section) + " " + key.key);
     EXPECT_TRUE(isRefused(fullConfig().withoutKey(key.section, key.key)));
     EXPECT_TRUE(isRefused(fullConfig().withKey(key.section, key.key, "")));
@@ -235,7 +235,7 @@ TEST_F(DescriptionTest, is_refused_when_a_test_section_is_missing) {
 }
 
 TEST_F(DescriptionTest, is_refused_when_the_file_cannot_be_read) {
-  DiagnosticPackage package("ALPHA", machine);
+  DiagnosticPackage package("ALPHA", kMachine);
   EXPECT_THROW(package.initialize("/there/is/no/such/file.cfg"), DiagCtrlInitialisationFailed);
   EXPECT_THROW(package.initialize(m_directory.path().c_str()), DiagCtrlInitialisationFailed);
 }
@@ -419,7 +419,7 @@ TEST_F(DescriptionTest, a_negative_count_of_devices_disables_none) {
 // --- Again
 
 TEST_F(DescriptionTest, a_cleared_description_is_read_anew) {
-  m_package = std::make_unique<DiagnosticPackage>("ALPHA", machine);
+  m_package = std::make_unique<DiagnosticPackage>("ALPHA", kMachine);
   m_package->initialize(PackageConfig(3).disableTest(3).writeTo(m_directory).c_str());
   m_package->clearPackageData();
   EXPECT_THAT(m_package->getTestIdMap(), IsEmpty());
@@ -440,7 +440,7 @@ TEST_F(DescriptionTest, the_handle_is_kept_and_not_closed) {
   void* const handle = dlopen(path.c_str(), RTLD_NOW);
   ASSERT_NE(handle, nullptr) << dlerror();
   {
-    DiagnosticPackage package("ALPHA", machine);
+    DiagnosticPackage package("ALPHA", kMachine);
     package.setPackageHandle(handle);
     EXPECT_EQ(package.getPackageHandle(), handle);
     package.clearPackageData();
@@ -453,7 +453,7 @@ TEST_F(DescriptionTest, the_handle_is_kept_and_not_closed) {
 }
 
 TEST_F(DescriptionTest, tests_can_be_added_by_hand) {
-  DiagnosticPackage package("ALPHA", machine);
+  DiagnosticPackage package("ALPHA", kMachine);
   auto* const test = new PackageTestInfo;
   package.updateTestIdMap(4, 0);
   package.updateTestIdTestObjectMap(4, test);

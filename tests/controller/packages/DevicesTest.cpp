@@ -104,11 +104,11 @@ class DevicesTest : public ::testing::Test {
 
   /// Hands devices with these disable names over, named "first", "second" and "third".
   void enumerate(const std::vector<std::string>& disableNames) {
-    static const char* const names[] = {"first", "second", "third"};
+    static const char* const kNames[] = {"first", "second", "third"};
     VirtualDeviceVector devices;
     for (std::size_t index = 0; index < disableNames.size(); ++index) {
       devices.emplace_back(
-          new IDevice("tag" + std::to_string(index), names[index], disableNames[index]));
+          new IDevice("tag" + std::to_string(index), kNames[index], disableNames[index]));
     }
     m_package->createDeviceVector(&devices, &m_diagnostics);
   }

@@ -561,10 +561,10 @@ TEST_F(SystemLockTest, several_passes_with_the_system_lock_take_it_for_each) {
 
 TEST_F(DispatchTest, a_dispatcher_without_work_waits_for_two_seconds_and_stamps_itself) {
   serial();
-  const unsigned long before = steps.waits(Actor::dispatcher);
+  const unsigned long before = steps.waits(Actor::Dispatcher);
   EXPECT_TRUE(eventually([&] {
-    const long length = steps.latestWait(Actor::dispatcher);
-    return steps.waits(Actor::dispatcher) > before + 3 && length >= 1 && length <= 2;
+    const long length = steps.latestWait(Actor::Dispatcher);
+    return steps.waits(Actor::Dispatcher) > before + 3 && length >= 1 && length <= 2;
   }));
   const auto now = static_cast<unsigned long>(time(nullptr));
   EXPECT_TRUE(eventually([&] { return dispatcher().getLastUpdatedTime() > now; }));
@@ -585,10 +585,10 @@ TEST_F(SystemLockTest, refused_requests_share_one_wait_of_each_pass) {
   const auto told = [&] { return harness.ctrlEventsOf(big).size(); };
   ASSERT_TRUE(eventually([&] { return told() >= 1; }));
   const std::size_t toldBefore = told();
-  const unsigned long waitsBefore = steps.waits(Actor::dispatcher);
+  const unsigned long waitsBefore = steps.waits(Actor::Dispatcher);
   ASSERT_TRUE(eventually([&] { return told() > toldBefore; }));
   // Two a pass: before the first of the refused, and behind the pass, which found nothing new.
-  EXPECT_LE(steps.waits(Actor::dispatcher) - waitsBefore, 14U);
+  EXPECT_LE(steps.waits(Actor::Dispatcher) - waitsBefore, 14U);
   forbidTimeOuts();
   alpha.releaseRuns();
   EXPECT_TRUE(harness.awaitEnd(21)) << "each verdict ends the wait early";
@@ -601,8 +601,8 @@ TEST_F(DispatchTest, a_new_request_does_not_wait_for_those_that_were_refused) {
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
   harness.queue("ALPHA", 1, {1});
-  const unsigned long before = steps.waits(Actor::dispatcher);
-  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::dispatcher) > before + 2; }));
+  const unsigned long before = steps.waits(Actor::Dispatcher);
+  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Dispatcher) > before + 2; }));
   forbidTimeOuts();
   for (int i = 0; i < 5; ++i) {
     EXPECT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 2, {1}), std::chrono::seconds(10)));

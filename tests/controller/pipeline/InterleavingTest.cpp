@@ -87,8 +87,8 @@ TEST_F(InterleavingTest, the_idle_check_does_not_wait_for_the_dispatcher) {
   serial();
   ASSERT_TRUE(harness.awaitEnd(queueOn(1)));
   managers().mmtxTestReqChangeLock.lock(0);
-  const unsigned long waits = steps.waits(Actor::monitor);
-  EXPECT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > waits + 3; }))
+  const unsigned long waits = steps.waits(Actor::Monitor);
+  EXPECT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > waits + 3; }))
       << "the monitor stands at the lock";
   EXPECT_EQ(harness.phase(), Phases::ACTIVE);
   managers().mmtxTestReqChangeLock.unlock();
@@ -99,8 +99,8 @@ TEST_F(InterleavingTest, a_stop_ends_an_idle_check_that_cannot_get_its_lock) {
   serial();
   ASSERT_TRUE(harness.awaitEnd(queueOn(1)));
   managers().mmtxTestReqChangeLock.lock(0);
-  const unsigned long waits = steps.waits(Actor::monitor);
-  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > waits + 1; }));
+  const unsigned long waits = steps.waits(Actor::Monitor);
+  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > waits + 1; }));
   monitor().stop();
   EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 1; }));
   managers().mmtxTestReqChangeLock.unlock();
@@ -112,9 +112,9 @@ TEST_F(InterleavingTest, an_idle_check_that_is_stopped_tries_no_more) {
   managers().mmtxTestReqChangeLock.lock(0);
   steps.setWaits(std::chrono::milliseconds(200));
   const auto awaitNextRound = [this] {
-    const unsigned long waits = steps.waits(Actor::monitor);
-    EXPECT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > waits; }));
-    return steps.tries(Actor::monitor);
+    const unsigned long waits = steps.waits(Actor::Monitor);
+    EXPECT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > waits; }));
+    return steps.tries(Actor::Monitor);
   };
   awaitNextRound();
   const unsigned long before = awaitNextRound();
@@ -122,13 +122,13 @@ TEST_F(InterleavingTest, an_idle_check_that_is_stopped_tries_no_more) {
   ASSERT_GE(round, 20U) << "the tries of one check";
   std::atomic<unsigned long> triesAtStop{0};
   constexpr unsigned int left = 18;
-  steps.atLock(Actor::monitor, round - left, [&] {
-    triesAtStop = steps.tries(Actor::monitor);
+  steps.atLock(Actor::Monitor, round - left, [&] {
+    triesAtStop = steps.tries(Actor::Monitor);
     monitor().stop();
   });
   EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 1; }));
   EXPECT_GT(triesAtStop, 0U);
-  EXPECT_LT(steps.tries(Actor::monitor) - triesAtStop, left / 2) << "the end of the thread alone";
+  EXPECT_LT(steps.tries(Actor::Monitor) - triesAtStop, left / 2) << "the end of the thread alone";
   managers().mmtxTestReqChangeLock.unlock();
 }
 
@@ -141,7 +141,7 @@ TEST_P(InterleavingInBothModes, a_request_queued_at_any_step_of_the_idle_check_r
     ASSERT_TRUE(harness.awaitEnd(queueOn(1)));
     ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
     std::unique_ptr<Interjection> client;
-    steps.atLock(Actor::monitor, number,
+    steps.atLock(Actor::Monitor, number,
                  [&] { client = std::make_unique<Interjection>([&] { queueOn(2); }); });
     ASSERT_TRUE(eventually([&] { return steps.isReached(); }));
     steps.disarm();
@@ -239,7 +239,7 @@ TEST_F(InterleavingTest,
     pollTimes(2);  // the monitor has seen it begin, and waits
     alpha.releaseRunsOn("a1");
     ASSERT_TRUE(leaving.awaitArrival());
-    steps.atLock(Actor::monitor, number, [&] { monitorStands.pass(); });
+    steps.atLock(Actor::Monitor, number, [&] { monitorStands.pass(); });
     wakeMonitor();
     EXPECT_TRUE(neverWithin(std::chrono::milliseconds(15),
                             [&] { return alpha.count(Call::RunEnter) > runs + 1; }))
@@ -383,15 +383,15 @@ class EveryStepTest : public InterleavingTest, public testing::WithParamInterfac
 };
 
 INSTANTIATE_TEST_SUITE_P(Actors, EveryStepTest,
-                         testing::Values(StepCase{Actor::dispatcher, false, 1, 260},
-                                         StepCase{Actor::dispatcher, true, 1, 260},
-                                         StepCase{Actor::monitor, false, 1, 260},
-                                         StepCase{Actor::monitor, true, 1, 260},
-                                         StepCase{Actor::worker, false, 1, 260},
-                                         StepCase{Actor::worker, true, 1, 260},
-                                         StepCase{Actor::dispatcher, true, 2, 400},
-                                         StepCase{Actor::monitor, true, 2, 400},
-                                         StepCase{Actor::monitor, false, 2, 400}),
+                         testing::Values(StepCase{Actor::Dispatcher, false, 1, 260},
+                                         StepCase{Actor::Dispatcher, true, 1, 260},
+                                         StepCase{Actor::Monitor, false, 1, 260},
+                                         StepCase{Actor::Monitor, true, 1, 260},
+                                         StepCase{Actor::Worker, false, 1, 260},
+                                         StepCase{Actor::Worker, true, 1, 260},
+                                         StepCase{Actor::Dispatcher, true, 2, 400},
+                                         StepCase{Actor::Monitor, true, 2, 400},
+                                         StepCase{Actor::Monitor, false, 2, 400}),
                          stepName);
 
 TEST_P(EveryStepTest, an_abort_ends_the_request_for_good) {
@@ -457,12 +457,12 @@ TEST_P(EveryStepTest, abort_all_ends_everything) {
 class ShutDownAtStepTest : public testing::TestWithParam<StepCase> {};
 
 INSTANTIATE_TEST_SUITE_P(Actors, ShutDownAtStepTest,
-                         testing::Values(StepCase{Actor::dispatcher, false, 2, 200},
-                                         StepCase{Actor::dispatcher, true, 2, 200},
-                                         StepCase{Actor::monitor, false, 2, 200},
-                                         StepCase{Actor::monitor, true, 2, 200},
-                                         StepCase{Actor::worker, false, 2, 120},
-                                         StepCase{Actor::worker, true, 2, 120}),
+                         testing::Values(StepCase{Actor::Dispatcher, false, 2, 200},
+                                         StepCase{Actor::Dispatcher, true, 2, 200},
+                                         StepCase{Actor::Monitor, false, 2, 200},
+                                         StepCase{Actor::Monitor, true, 2, 200},
+                                         StepCase{Actor::Worker, false, 2, 120},
+                                         StepCase{Actor::Worker, true, 2, 120}),
                          stepName);
 
 TEST_P(ShutDownAtStepTest, a_shut_down_ends_and_leaves_nothing_behind) {
@@ -602,10 +602,10 @@ TEST_F(InterleavingTest, an_abort_at_any_step_of_a_refusal_is_reported_by_client
   ASSERT_TRUE(alpha.awaitRunning(1));
   for (unsigned int number = 1; number <= 50; ++number) {
     const unsigned long id = queueOn(1);
-    const unsigned long waits = steps.waits(Actor::dispatcher);
-    ASSERT_TRUE(eventually([&] { return steps.waits(Actor::dispatcher) > waits + 3; }));
+    const unsigned long waits = steps.waits(Actor::Dispatcher);
+    ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Dispatcher) > waits + 3; }));
     std::unique_ptr<Interjection> client;
-    steps.atLock(Actor::dispatcher, number,
+    steps.atLock(Actor::Dispatcher, number,
                  [&] { client = std::make_unique<Interjection>([&] { harness->abortTest(id); }); });
     ASSERT_TRUE(eventually([&] { return steps.isReached(); }));
     steps.disarm();
@@ -628,7 +628,7 @@ TEST_P(InterleavingInBothModes, an_entry_without_its_library_is_dropped_and_nobo
   ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
   harness.forget();
   Barrier monitorStands;
-  steps.atLock(Actor::monitor, 1, [&] { monitorStands.pass(); });
+  steps.atLock(Actor::Monitor, 1, [&] { monitorStands.pass(); });
   ASSERT_TRUE(monitorStands.awaitArrival());
   const unsigned long id = queueOn(1);
   ASSERT_TRUE(alpha.awaitCalls(Call::RunReturn, 2));
@@ -705,7 +705,7 @@ TEST_F(InterleavingTest, a_library_stays_until_the_messages_that_it_handed_over_
   ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
   for (const Call handOver : {Call::GetEvents, Call::GetResults}) {
     Barrier monitorStands;
-    steps.atLock(Actor::monitor, 1, [&] { monitorStands.pass(); });
+    steps.atLock(Actor::Monitor, 1, [&] { monitorStands.pass(); });
     wakeMonitor();
     ASSERT_TRUE(monitorStands.awaitArrival());
     const unsigned long passes = alpha.count(Call::RunReturn);

@@ -329,11 +329,11 @@ TEST_F(UnwindingTest, a_request_that_waits_for_its_worker_is_polled_twice_in_a_r
   abortOne();
   pollTimes(6);  // each round would double its entries
   const unsigned long polls = alpha.count(Call::GetStatus);
-  const unsigned long waits = steps.waits(Actor::monitor);
+  const unsigned long waits = steps.waits(Actor::Monitor);
   pollTimes(5);
   const unsigned long newPolls = alpha.count(Call::GetStatus) - polls;
   EXPECT_GE(newPolls, 2 * 4U) << "a round may still be under way";
-  EXPECT_LE(newPolls, 2 * (steps.waits(Actor::monitor) - waits + 1));
+  EXPECT_LE(newPolls, 2 * (steps.waits(Actor::Monitor) - waits + 1));
   unwinding.open();
   allowTimeOuts();
   EXPECT_TRUE(harness.awaitIdle());
@@ -382,7 +382,7 @@ TEST_F(MonitorTest, the_last_events_of_a_request_that_never_completes_are_draine
   ASSERT_TRUE(alpha.awaitRunning(1));
   Barrier behindTheEvents;
   alpha.on(Call::GetEvents, [&](const CallRecord&) {
-    steps.atLock(Actor::monitor, 1, [&] { behindTheEvents.pass(); });
+    steps.atLock(Actor::Monitor, 1, [&] { behindTheEvents.pass(); });
   });
   ASSERT_TRUE(behindTheEvents.awaitArrival());
   alpha.on(Call::GetEvents, nullptr);
@@ -459,7 +459,7 @@ TEST_F(MonitorTest, a_request_released_by_an_abort_between_two_passes_falls_out_
   // A poll that sees the mark of the abort before the release would still give a verdict.
   forbidTimeOuts();
   ASSERT_TRUE(eventually([&] {
-    steps.atLock(Actor::monitor, 1, [] {});
+    steps.atLock(Actor::Monitor, 1, [] {});
     return neverWithin(std::chrono::milliseconds(30), [&] { return steps.isReached(); });
   })) << "the monitor does not come to rest";
   steps.disarm();
@@ -490,10 +490,10 @@ TEST_F(MonitorTest, idle_comes_with_a_time_out_and_not_with_a_signal) {
 
 TEST_F(MonitorTest, the_monitor_waits_for_two_seconds_and_stamps_itself) {
   serial();
-  const unsigned long before = steps.waits(Actor::monitor);
+  const unsigned long before = steps.waits(Actor::Monitor);
   EXPECT_TRUE(eventually([&] {
-    const long length = steps.latestWait(Actor::monitor);
-    return steps.waits(Actor::monitor) > before + 3 && length >= 1 && length <= 2;
+    const long length = steps.latestWait(Actor::Monitor);
+    return steps.waits(Actor::Monitor) > before + 3 && length >= 1 && length <= 2;
   }));
   const auto now = static_cast<unsigned long>(time(nullptr));
   EXPECT_TRUE(eventually([&] { return monitor().getLastUpdatedTime() > now; }));
@@ -503,11 +503,11 @@ TEST_F(MonitorTest, a_request_on_the_wait_queue_keeps_the_controller_active) {
   serial();
   ASSERT_TRUE(harness.awaitEnd(harness.queue("ALPHA", 1, {1})));
   Barrier atDispatcher;
-  steps.atLock(Actor::dispatcher, 1, [&] { atDispatcher.pass(); });
+  steps.atLock(Actor::Dispatcher, 1, [&] { atDispatcher.pass(); });
   ASSERT_TRUE(atDispatcher.awaitArrival());
   const unsigned long id = harness.queue("ALPHA", 1, {1});
-  const unsigned long before = steps.waits(Actor::monitor);
-  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > before + 3; }));
+  const unsigned long before = steps.waits(Actor::Monitor);
+  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > before + 3; }));
   EXPECT_EQ(harness.phase(), Phases::ACTIVE);
   atDispatcher.open();
   EXPECT_TRUE(harness.awaitEnd(id));
@@ -519,8 +519,8 @@ TEST_F(MonitorTest, a_request_under_way_keeps_the_controller_active) {
   serial();
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
-  const unsigned long before = steps.waits(Actor::monitor);
-  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > before + 3; }));
+  const unsigned long before = steps.waits(Actor::Monitor);
+  ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > before + 3; }));
   EXPECT_EQ(harness.phase(), Phases::ACTIVE);
 }
 
@@ -549,10 +549,10 @@ TEST_F(HalfFailedTest, requests_that_a_failed_call_left_behind_are_not_polled_be
   ASSERT_TRUE(alpha.awaitCalls(Call::RunReturn));
   EXPECT_EQ(harness.phase(), Phases::IDLE);
   EXPECT_TRUE(eventually([&] { return isTagFree("a/1"); }));
-  const unsigned long waits = steps.waits(Actor::monitor);
+  const unsigned long waits = steps.waits(Actor::Monitor);
   EXPECT_TRUE(
       neverWithin(std::chrono::milliseconds(100), [&] { return !harness.results().empty(); }));
-  EXPECT_LE(steps.waits(Actor::monitor), waits + 1) << "it looks again and again without waiting";
+  EXPECT_LE(steps.waits(Actor::Monitor), waits + 1) << "it looks again and again without waiting";
   EXPECT_THAT(harness.requestIds(), ElementsAre(1));
   const unsigned long next = harness.queue("ALPHA", 2, {1});
   EXPECT_TRUE(harness.awaitEnd(1));

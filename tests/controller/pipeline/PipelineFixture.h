@@ -65,9 +65,9 @@ class PipelineTest : public testing::Test {
   /// Lets the monitor poll so many times, each time everything that is pending.
   void pollTimes(int number) {
     for (int i = 0; i < number; ++i) {
-      const unsigned long before = steps.waits(Actor::monitor);
+      const unsigned long before = steps.waits(Actor::Monitor);
       wakeMonitor();
-      ASSERT_TRUE(eventually([&] { return steps.waits(Actor::monitor) > before; }));
+      ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > before; }));
     }
   }
 

@@ -34,7 +34,7 @@ struct Stop {
 
 std::mutex sMutex;  // guards the actions
 std::array<Stop, 4> sStops;
-Actor sLatest = Actor::none;  // whose stop was asked for last
+Actor sLatest = Actor::None;  // whose stop was asked for last
 PipelineSteps::Action sBeforeWorker;
 std::atomic<bool> sReached{false};
 std::atomic<int> sActing{0};
@@ -47,23 +47,23 @@ std::atomic<int> sRefusedLoads{0};
 std::atomic<int> sRefusedReleases{0};
 std::atomic<int> sLiving{0};
 
-thread_local Actor sSelf = Actor::none;
+thread_local Actor sSelf = Actor::None;
 thread_local bool sIsActing = false;
 
 Actor actorOf(void* (*routine)(void*), void* argument) {
   if (routine != memberOf(ThreadEntryTag()) || routine == nullptr) {
-    return Actor::none;
+    return Actor::None;
   }
   auto* thread = static_cast<DiagCtrl::DiagThread*>(
       static_cast<DiagCtrl::DiagThreadArgument*>(argument)->getThreadPtr());
   if (dynamic_cast<DiagCtrl::ExecutionThread*>(thread) != nullptr) {
-    return Actor::worker;
+    return Actor::Worker;
   }
   if (dynamic_cast<DiagCtrl::MonitorThread*>(thread) != nullptr) {
-    return Actor::monitor;
+    return Actor::Monitor;
   }
-  return dynamic_cast<DiagCtrl::ExecutionManagerThread*>(thread) != nullptr ? Actor::dispatcher
-                                                                            : Actor::none;
+  return dynamic_cast<DiagCtrl::ExecutionManagerThread*>(thread) != nullptr ? Actor::Dispatcher
+                                                                            : Actor::None;
 }
 
 struct Start {
@@ -82,7 +82,7 @@ void* enterThread(void* argument) {
   const std::unique_ptr<Start> owned(static_cast<Start*>(argument));
   const Start start = *owned;
   sSelf = start.actor;
-  if (start.actor == Actor::none) {
+  if (start.actor == Actor::None) {
     return start.routine(start.argument);
   }
   const Living living;
@@ -107,7 +107,7 @@ PipelineSteps::Action takeStep() {
 }
 
 void step() {
-  if (sSelf == Actor::none || sIsActing || !stopOf(sSelf).isArmed.load(std::memory_order_relaxed)) {
+  if (sSelf == Actor::None || sIsActing || !stopOf(sSelf).isArmed.load(std::memory_order_relaxed)) {
     return;
   }
   sIsActing = true;
@@ -183,7 +183,7 @@ long PipelineSteps::latestWait(Actor actor) const {
 }
 
 void PipelineSteps::actAsClient() {
-  sSelf = Actor::client;
+  sSelf = Actor::Client;
 }
 
 bool PipelineSteps::isReached() const {
@@ -234,61 +234,61 @@ namespace Steps = TarvexDiags::TestSupport;
 
 TARVEX_INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                                      void* (*routine)(void*), void* argument) noexcept {
-  static const auto next = TARVEX_NEXT(pthread_create);
+  static const auto kNext = TARVEX_NEXT(pthread_create);
   const Steps::Actor actor = Steps::actorOf(routine, argument);
-  if (actor == Steps::Actor::none) {
-    return next(thread, attributes, routine, argument);
+  if (actor == Steps::Actor::None) {
+    return kNext(thread, attributes, routine, argument);
   }
-  if (actor == Steps::Actor::worker) {
+  if (actor == Steps::Actor::Worker) {
     Steps::beforeWorker();
     if (Steps::sRefusedWorkers > 0) {
       --Steps::sRefusedWorkers;
       return EAGAIN;
     }
   }
-  return next(thread, attributes, Steps::enterThread, new Steps::Start{actor, routine, argument});
+  return kNext(thread, attributes, Steps::enterThread, new Steps::Start{actor, routine, argument});
 }
 
 TARVEX_INTERPOSED int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-  static const auto next = TARVEX_NEXT(pthread_mutex_trylock);
-  if (Steps::sSelf != Steps::Actor::none) {
+  static const auto kNext = TARVEX_NEXT(pthread_mutex_trylock);
+  if (Steps::sSelf != Steps::Actor::None) {
     ++Steps::sTries[static_cast<std::size_t>(Steps::sSelf)];
   }
   Steps::step();
-  return next(mutex);
+  return kNext(mutex);
 }
 
 TARVEX_INTERPOSED void* dlopen(const char* path, int mode) noexcept {
-  static const auto next = TARVEX_NEXT(dlopen);
+  static const auto kNext = TARVEX_NEXT(dlopen);
   if (Steps::sRefusedLoads > 0) {
     --Steps::sRefusedLoads;
     return nullptr;
   }
-  return next(path, mode);
+  return kNext(path, mode);
 }
 
 TARVEX_INTERPOSED int dlclose(void* handle) noexcept {
-  static const auto next = TARVEX_NEXT(dlclose);
+  static const auto kNext = TARVEX_NEXT(dlclose);
   if (Steps::sRefusedReleases > 0) {
     --Steps::sRefusedReleases;
     return -1;
   }
-  return next(handle);
+  return kNext(handle);
 }
 
 TARVEX_INTERPOSED int pthread_cond_timedwait(pthread_cond_t* variable, pthread_mutex_t* mutex,
                                              const timespec* deadline) {
-  static const auto next = TARVEX_NEXT(pthread_cond_timedwait);
-  if (Steps::sSelf == Steps::Actor::none) {
-    return next(variable, mutex, deadline);
+  static const auto kNext = TARVEX_NEXT(pthread_cond_timedwait);
+  if (Steps::sSelf == Steps::Actor::None) {
+    return kNext(variable, mutex, deadline);
   }
   const auto self = static_cast<std::size_t>(Steps::sSelf);
   ++Steps::sWaits[self];
   Steps::sLatestWait[self] = deadline->tv_sec - time(nullptr);
   const long length = Steps::sWaitMs;
   if (length == 0) {
-    return next(variable, mutex, deadline);
+    return kNext(variable, mutex, deadline);
   }
   const timespec nearer = Steps::fromNow(length);
-  return next(variable, mutex, &nearer);
+  return kNext(variable, mutex, &nearer);
 }

@@ -11,7 +11,7 @@
 namespace TarvexDiags::TestSupport {
 
 /// The kinds of thread of the pipeline, and a client's.
-enum class Actor : unsigned int { dispatcher, monitor, worker, client, none };
+enum class Actor : unsigned int { Dispatcher, Monitor, Worker, Client, None };
 
 /// Forces the order in which the threads of the pipeline meet. The test program's own definitions
 /// of pthread_create, pthread_mutex_trylock and pthread_cond_timedwait stand in front of the

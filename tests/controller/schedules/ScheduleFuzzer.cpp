@@ -38,7 +38,7 @@ std::uint64_t numberFrom(const char* variable, std::uint64_t otherwise) {
 }
 
 const Plan& plan() {
-  static const Plan made = [] {
+  static const Plan kMade = [] {
     Plan read;
     read.seed = numberFrom("TARVEX_SCHEDULE_SEED", read.seed);
     read.oneIn = numberFrom("TARVEX_SCHEDULE_ONE_IN", read.oneIn);
@@ -48,7 +48,7 @@ const Plan& plan() {
     }
     return read;
   }();
-  return made;
+  return kMade;
 }
 
 /// Spreads a number over all its bits.
@@ -169,10 +169,10 @@ TARVEX_INTERPOSED int pthread_cond_clockwait(pthread_cond_t* variable, pthread_m
 
 TARVEX_INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                                      void* (*routine)(void*), void* argument) noexcept {
-  static const auto next = TARVEX_NEXT(pthread_create);
+  static const auto kNext = TARVEX_NEXT(pthread_create);
   const std::uint64_t place = scatter(sSelf.place + ++sSelf.children);
   auto start = std::make_unique<Start>(Start{place, routine, argument});
-  const int result = next(thread, attributes, enterThread, start.get());
+  const int result = kNext(thread, attributes, enterThread, start.get());
   if (result == 0) {
     start.release();  // the thread's own
   }

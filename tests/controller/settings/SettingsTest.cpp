@@ -96,14 +96,14 @@ Setting makeSetting(const char* name, unsigned int largest, bool raisesOnRefused
 
 const std::vector<Setting>& allSettings() {
   typedef DiagnosticController C;
-  static const std::vector<Setting> settings = {
+  static const std::vector<Setting> kSettings = {
       makeSetting("debug log", 3, false, &C::setDebugLog, &C::getDebugLog),
       makeSetting("run mode", 1, true, &C::setRunMode, &C::getRunMode),
       makeSetting("diag log mode", 1, true, &C::setDiagLogMode, &C::getDiagLogMode),
       makeSetting("halt on error", 1, true, &C::setHaltOnError, &C::getHaltOnError),
       makeSetting("diagnostic mode", 2, true, &C::setDiagnosticMode, &C::getDiagnosticMode),
   };
-  return settings;
+  return kSettings;
 }
 
 bool isEnumerated(const Setting& setting) {
@@ -111,9 +111,9 @@ bool isEnumerated(const Setting& setting) {
   return name != "diag log mode" && name != "halt on error";
 }
 
-const Phase::diagCtrlPhase allPhases[] = {Phase::UNINITIALISED, Phase::ACTIVE,
-                                          Phase::IDLE,          Phase::ENUMERATE,
-                                          Phase::INITIALIZE,    Phase::ESTIMATION};
+const Phase::diagCtrlPhase kAllPhases[] = {Phase::UNINITIALISED, Phase::ACTIVE,
+                                           Phase::IDLE,          Phase::ENUMERATE,
+                                           Phase::INITIALIZE,    Phase::ESTIMATION};
 
 class SettingsTest : public ::testing::Test {
  protected:
@@ -174,7 +174,7 @@ TEST_F(SettingsTest, refuse_a_value_out_of_range_in_every_phase_without_an_event
     }
     SCOPED_TRACE(setting.name);
     const unsigned int before = valueOf(setting);
-    for (const auto phase : allPhases) {
+    for (const auto phase : kAllPhases) {
       setPhase(phase);
       for (const unsigned int value : {setting.largest + 1, 1000U, static_cast<unsigned int>(-1)}) {
         EXPECT_EQ(setting.set(m_harness.controller(), value),
@@ -196,7 +196,7 @@ TEST_F(SettingsTest, refuse_a_value_out_of_range_before_the_controller_is_initia
 TEST_F(SettingsTest, are_written_in_IDLE_only) {
   start();
   for (const Setting& setting : allSettings()) {
-    for (const auto phase : allPhases) {
+    for (const auto phase : kAllPhases) {
       if (phase == Phase::IDLE) {
         continue;
       }
@@ -216,7 +216,7 @@ TEST_F(SettingsTest, are_written_in_IDLE_only) {
 TEST_F(SettingsTest, are_read_in_every_phase_but_UNINITIALISED_and_ENUMERATE) {
   start();
   for (const Setting& setting : allSettings()) {
-    for (const auto phase : allPhases) {
+    for (const auto phase : kAllPhases) {
       SCOPED_TRACE(setting.name + std::string(" in ") + TestSupport::nameOf(phase));
       m_harness.forget();
       const unsigned int expected = valueOf(setting);

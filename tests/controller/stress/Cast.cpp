@@ -40,8 +40,8 @@ Role quickRole(const std::string& name) {
 
 /// In half of the lives, two with each run mode, most requests are for one package.
 const char* favouriteOf(unsigned int seed) {
-  static constexpr std::array<const char*, 4> favourites = {"STICKY", nullptr, nullptr, "WHOLE"};
-  return favourites[seed / 2 % favourites.size()];
+  static constexpr std::array<const char*, 4> kFavourites = {"STICKY", nullptr, nullptr, "WHOLE"};
+  return kFavourites[seed / 2 % kFavourites.size()];
 }
 
 }  // namespace

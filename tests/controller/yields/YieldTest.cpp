@@ -45,17 +45,17 @@ using TestSupport::ThreadCreation;
 using TestSupport::yieldsOfThisThread;
 
 // With the trace off a method yields once, where it ends; a free lock once, where it is taken.
-constexpr unsigned long method = 1;
-constexpr unsigned long lock = 1;
-constexpr unsigned long accessor = method;
-constexpr unsigned long lockedAccessor = method + lock;
+constexpr unsigned long kMethod = 1;
+constexpr unsigned long kLock = 1;
+constexpr unsigned long kAccessor = kMethod;
+constexpr unsigned long kLockedAccessor = kMethod + kLock;
 // The controller forwards to its status.
-constexpr unsigned long phaseRead = method + lockedAccessor;
-constexpr unsigned long clientCall = method + phaseRead;
-constexpr unsigned long packageLookup = lockedAccessor;
-constexpr unsigned long requestLookup = lockedAccessor;
-constexpr unsigned long signal = method;
-constexpr unsigned long removeId = method + lock + requestLookup + lockedAccessor;
+constexpr unsigned long kPhaseRead = kMethod + kLockedAccessor;
+constexpr unsigned long kClientCall = kMethod + kPhaseRead;
+constexpr unsigned long kPackageLookup = kLockedAccessor;
+constexpr unsigned long kRequestLookup = kLockedAccessor;
+constexpr unsigned long kSignal = kMethod;
+constexpr unsigned long kRemoveId = kMethod + kLock + kRequestLookup + kLockedAccessor;
 
 /// An operation and the most yields that it may make.
 struct Row {
@@ -88,11 +88,11 @@ void expectNoMore(const std::vector<Row>& rows) {
 
 class YieldTest : public ControllerTest {
  protected:
-  static constexpr unsigned int devices = 3;
+  static constexpr unsigned int kDevices = 3;
   Scripted::Script& alpha = harness.addPackage("ALPHA", PackageConfig(3));
 
   void start() {
-    alpha.setDevices(static_cast<int>(devices));
+    alpha.setDevices(static_cast<int>(kDevices));
     harness.start();
     yieldsOfThisThread();
   }
@@ -118,33 +118,33 @@ TEST_F(YieldTest, a_query_yields_for_its_phase_and_its_lookups) {
   };
   DiagnosticController& controller = harness.controller();
   expectNoMore({
-      {"getNumberOfDiagPackages", clientCall + lock,
+      {"getNumberOfDiagPackages", kClientCall + kLock,
        [&] { controller.getNumberOfDiagPackages(number); }},
-      {"getDiagPackage", clientCall + packageLookup,
+      {"getDiagPackage", kClientCall + kPackageLookup,
        [&] { controller.getDiagPackage(1, package); }},
-      {"getDevice", clientCall + packageLookup + lockedAccessor,
+      {"getDevice", kClientCall + kPackageLookup + kLockedAccessor,
        [&] { controller.getDevice(1, 1, device); }},
-      {"getTest", clientCall + packageLookup + lockedAccessor,
+      {"getTest", kClientCall + kPackageLookup + kLockedAccessor,
        [&] { controller.getTest(1, 1, test); }},
-      {"getDeviceIdList", clientCall + packageLookup + lockedAccessor,
+      {"getDeviceIdList", kClientCall + kPackageLookup + kLockedAccessor,
        ids([&](auto& list) { controller.getDeviceIdList(1, list); })},
-      {"getValidDeviceIdList", clientCall + packageLookup + lockedAccessor + accessor,
+      {"getValidDeviceIdList", kClientCall + kPackageLookup + kLockedAccessor + kAccessor,
        ids([&](auto& list) { controller.getValidDeviceIdList(1, 1, list); })},
-      {"getTestIdList", clientCall + packageLookup + lockedAccessor,
+      {"getTestIdList", kClientCall + kPackageLookup + kLockedAccessor,
        ids([&](auto& list) { controller.getTestIdList(1, list); })},
-      {"getValidTestIdList", clientCall + packageLookup + 2 * lockedAccessor,
+      {"getValidTestIdList", kClientCall + kPackageLookup + 2 * kLockedAccessor,
        ids([&](auto& list) { controller.getValidTestIdList(1, 1, list); })},
-      {"getDisableTestList", clientCall + packageLookup + accessor,
+      {"getDisableTestList", kClientCall + kPackageLookup + kAccessor,
        ids([&](auto& list) { controller.getDisableTestList(1, list); })},
-      {"getDisableDeviceList", clientCall + packageLookup + 2 * lockedAccessor,
+      {"getDisableDeviceList", kClientCall + kPackageLookup + 2 * kLockedAccessor,
        ids([&](auto& list) { controller.getDisableDeviceList(1, 1, list); })},
-      {"getDisablePackageList", clientCall + lock,
+      {"getDisablePackageList", kClientCall + kLock,
        [&] {
          DiagCtrl::PackageList* list = nullptr;
          controller.getDisablePackageList(list);
          delete list;
        }},
-      {"getDeviceStatus", clientCall + packageLookup + lockedAccessor + lock + accessor,
+      {"getDeviceStatus", kClientCall + kPackageLookup + kLockedAccessor + kLock + kAccessor,
        [&] { controller.getDeviceStatus(1, 1, status); }},
   });
 }
@@ -156,15 +156,15 @@ TEST_F(YieldTest, a_setting_yields_for_both_of_its_locks) {
   auto runMode = DiagCtrl::GlobalSettings::SERIAL;
   auto diagMode = DiagCtrl::GlobalSettings::CUSTOMER;
   bool flag = false;
-  constexpr unsigned long read = clientCall + lock + lockedAccessor;
-  constexpr unsigned long change = method + read;  // the check of the argument comes first
+  constexpr unsigned long read = kClientCall + kLock + kLockedAccessor;
+  constexpr unsigned long change = kMethod + read;  // the check of the argument comes first
   expectNoMore({
       {"getDebugLog", read, [&] { controller.getDebugLog(level); }},
       {"getRunMode", read, [&] { controller.getRunMode(runMode); }},
       {"getDiagLogMode", read, [&] { controller.getDiagLogMode(flag); }},
       {"getHaltOnError", read, [&] { controller.getHaltOnError(flag); }},
       {"getDiagnosticMode", read, [&] { controller.getDiagnosticMode(diagMode); }},
-      {"setDebugLog", change + lock, [&] { controller.setDebugLog(level); }},
+      {"setDebugLog", change + kLock, [&] { controller.setDebugLog(level); }},
       {"setRunMode", change, [&] { controller.setRunMode(runMode); }},
       {"setDiagLogMode", change, [&] { controller.setDiagLogMode(flag); }},
       {"setHaltOnError", change, [&] { controller.setHaltOnError(flag); }},
@@ -178,35 +178,35 @@ TEST_F(YieldTest, an_accessor_of_a_request_yields_for_itself_and_its_lock) {
   harness->getDiagPackage(1, package);
   TestRequest made(*package, *package->getDevice(1), new DiagnosticSettings);
   expectNoMore({
-      {"getTestRequestId", lockedAccessor, [&] { made.getTestRequestId(); }},
-      {"setTestRequestId", accessor, [&] { made.setTestRequestId(1); }},
-      {"getToBeDroppedFlag", lockedAccessor, [&] { made.getToBeDroppedFlag(); }},
-      {"setToBeDroppedFlag", lockedAccessor, [&] { made.setToBeDroppedFlag(false); }},
-      {"getTestRequestStatus", lockedAccessor, [&] { made.getTestRequestStatus(0); }},
-      {"setTestRequestStatus", lockedAccessor,
+      {"getTestRequestId", kLockedAccessor, [&] { made.getTestRequestId(); }},
+      {"setTestRequestId", kAccessor, [&] { made.setTestRequestId(1); }},
+      {"getToBeDroppedFlag", kLockedAccessor, [&] { made.getToBeDroppedFlag(); }},
+      {"setToBeDroppedFlag", kLockedAccessor, [&] { made.setToBeDroppedFlag(false); }},
+      {"getTestRequestStatus", kLockedAccessor, [&] { made.getTestRequestStatus(0); }},
+      {"setTestRequestStatus", kLockedAccessor,
        [&] { made.setTestRequestStatus(TestRequest::WAIT); }},
-      {"getAbortStatus", lockedAccessor, [&] { made.getAbortStatus(); }},
-      {"setAbortStatus", lockedAccessor, [&] { made.setAbortStatus(false, 0); }},
-      {"getIDiagnosticsPtr", lockedAccessor, [&] { made.getIDiagnosticsPtr(); }},
-      {"setIDiagnostics", lockedAccessor, [&] { made.setIDiagnostics(nullptr); }},
-      {"getHaltedStatus", accessor, [&] { made.getHaltedStatus(); }},
-      {"setHaltedStatus", lockedAccessor, [&] { made.setHaltedStatus(false); }},
-      {"getHaltLoopOnError", accessor, [&] { made.getHaltLoopOnError(); }},
-      {"setHaltLoopOnError", lockedAccessor, [&] { made.setHaltLoopOnError(false); }},
-      {"getMonitored", accessor, [&] { made.getMonitored(); }},
-      {"setMonitored", lockedAccessor, [&] { made.setMonitored(false); }},
-      {"setExecutedAll", lockedAccessor, [&] { made.setExecutedAll(false); }},
-      {"setHandle", accessor, [&] { made.setHandle(nullptr); }},
-      {"getHandle", accessor, [&] { made.getHandle(); }},
-      {"getExecutedOnce", accessor, [&] { made.getExecutedOnce(); }},
-      {"setExecutedOnce", accessor, [&] { made.setExecutedOnce(false); }},
-      {"getTestRequestStartTime", accessor, [&] { made.getTestRequestStartTime(); }},
-      {"setTestRequestStartTime", accessor, [&] { made.setTestRequestStartTime(0); }},
-      {"getDiagnosticSettings", accessor, [&] { made.getDiagnosticSettings(); }},
-      {"getDiagPackageRef", accessor, [&] { made.getDiagPackageRef(); }},
-      {"getDiagDeviceRef", accessor, [&] { made.getDiagDeviceRef(); }},
-      {"getTestIdList", accessor, [&] { made.getTestIdList(); }},
-      {"ifIDiagnosticsDeleted", lockedAccessor, [&] { made.ifIDiagnosticsDeleted(); }},
+      {"getAbortStatus", kLockedAccessor, [&] { made.getAbortStatus(); }},
+      {"setAbortStatus", kLockedAccessor, [&] { made.setAbortStatus(false, 0); }},
+      {"getIDiagnosticsPtr", kLockedAccessor, [&] { made.getIDiagnosticsPtr(); }},
+      {"setIDiagnostics", kLockedAccessor, [&] { made.setIDiagnostics(nullptr); }},
+      {"getHaltedStatus", kAccessor, [&] { made.getHaltedStatus(); }},
+      {"setHaltedStatus", kLockedAccessor, [&] { made.setHaltedStatus(false); }},
+      {"getHaltLoopOnError", kAccessor, [&] { made.getHaltLoopOnError(); }},
+      {"setHaltLoopOnError", kLockedAccessor, [&] { made.setHaltLoopOnError(false); }},
+      {"getMonitored", kAccessor, [&] { made.getMonitored(); }},
+      {"setMonitored", kLockedAccessor, [&] { made.setMonitored(false); }},
+      {"setExecutedAll", kLockedAccessor, [&] { made.setExecutedAll(false); }},
+      {"setHandle", kAccessor, [&] { made.setHandle(nullptr); }},
+      {"getHandle", kAccessor, [&] { made.getHandle(); }},
+      {"getExecutedOnce", kAccessor, [&] { made.getExecutedOnce(); }},
+      {"setExecutedOnce", kAccessor, [&] { made.setExecutedOnce(false); }},
+      {"getTestRequestStartTime", kAccessor, [&] { made.getTestRequestStartTime(); }},
+      {"setTestRequestStartTime", kAccessor, [&] { made.setTestRequestStartTime(0); }},
+      {"getDiagnosticSettings", kAccessor, [&] { made.getDiagnosticSettings(); }},
+      {"getDiagPackageRef", kAccessor, [&] { made.getDiagPackageRef(); }},
+      {"getDiagDeviceRef", kAccessor, [&] { made.getDiagDeviceRef(); }},
+      {"getTestIdList", kAccessor, [&] { made.getTestIdList(); }},
+      {"ifIDiagnosticsDeleted", kLockedAccessor, [&] { made.ifIDiagnosticsDeleted(); }},
   });
 }
 
@@ -215,9 +215,9 @@ TEST_F(YieldTest, a_step_through_the_queues_yields_for_its_lock_and_for_what_it_
   DiagCtrl::DiagnosticPackage* package = nullptr;
   harness->getDiagPackage(1, package);
   TestRequestManager queues;  // of its own, which no thread looks into
-  constexpr auto WAIT = TestRequestManager::WAIT;
-  constexpr auto PROCESS = TestRequestManager::PROCESS;
-  constexpr auto EXECUTION = TestRequestManager::EXECUTION;
+  constexpr auto wait = TestRequestManager::WAIT;
+  constexpr auto process = TestRequestManager::PROCESS;
+  constexpr auto execution = TestRequestManager::EXECUTION;
   unsigned long id = 0;
   const auto makeRequest = [&] {
     return new TestRequest(*package, *package->getDevice(1), new DiagnosticSettings);
@@ -227,30 +227,30 @@ TEST_F(YieldTest, a_step_through_the_queues_yields_for_its_lock_and_for_what_it_
   std::vector<TestRequest*> spare;
   std::generate_n(std::back_inserter(spare), 20, makeRequest);
   expectNoMore({
-      {"queueTestRequest", method + 3 * lock + 2 * accessor + signal,
+      {"queueTestRequest", kMethod + 3 * kLock + 2 * kAccessor + kSignal,
        [&] {
          id = queues.queueTestRequest(spare.back());
          spare.pop_back();
        }},
-      {"getTestReqWaitQueueSize", lockedAccessor, [&] { queues.getTestReqWaitQueueSize(); }},
-      {"getTestReqExecQueueSize", lockedAccessor, [&] { queues.getTestReqExecQueueSize(); }},
-      {"getTestReqProcessQueueSize", accessor, [&] { queues.getTestReqProcessQueueSize(); }},
-      {"pushBackTestRequestQueue(WAIT)", method + lock + 2 * lockedAccessor,
-       [&] { queues.pushBackTestRequestQueue(WAIT, made); }},
-      {"pushBackTestRequestQueue(PROCESS)", method + lock,
-       [&] { queues.pushBackTestRequestQueue(PROCESS, made); }},
-      {"pushFrontTestRequestQueue(PROCESS)", method + lock,
-       [&] { queues.pushFrontTestRequestQueue(PROCESS, made); }},
-      {"pushBackTestRequestQueue(EXECUTION)", method + lock + lockedAccessor,
-       [&] { queues.pushBackTestRequestQueue(EXECUTION, made); }},
-      {"frontTestRequestQueue", method + lock, [&] { queues.frontTestRequestQueue(PROCESS); }},
-      {"getTestRequestObj", requestLookup, [&] { queues.getTestRequestObj(first, 0); }},
-      {"getTestRequestIdList", lockedAccessor, [&] { queues.getTestRequestIdList(0); }},
-      {"removeFromTestReqIdList", removeId, [&] { queues.removeFromTestReqIdList(id); }},
-      {"getTestExecCompleted", lockedAccessor, [&] { queues.getTestExecCompleted(); }},
-      {"setTestExecCompleted", lockedAccessor, [&] { queues.setTestExecCompleted(true); }},
-      {"clearTestRequestIdList", lockedAccessor, [&] { queues.clearTestRequestIdList(0); }},
-      {"clearTestRequestMap", method + lockedAccessor + lock,
+      {"getTestReqWaitQueueSize", kLockedAccessor, [&] { queues.getTestReqWaitQueueSize(); }},
+      {"getTestReqExecQueueSize", kLockedAccessor, [&] { queues.getTestReqExecQueueSize(); }},
+      {"getTestReqProcessQueueSize", kAccessor, [&] { queues.getTestReqProcessQueueSize(); }},
+      {"pushBackTestRequestQueue(WAIT)", kMethod + kLock + 2 * kLockedAccessor,
+       [&] { queues.pushBackTestRequestQueue(wait, made); }},
+      {"pushBackTestRequestQueue(PROCESS)", kMethod + kLock,
+       [&] { queues.pushBackTestRequestQueue(process, made); }},
+      {"pushFrontTestRequestQueue(PROCESS)", kMethod + kLock,
+       [&] { queues.pushFrontTestRequestQueue(process, made); }},
+      {"pushBackTestRequestQueue(EXECUTION)", kMethod + kLock + kLockedAccessor,
+       [&] { queues.pushBackTestRequestQueue(execution, made); }},
+      {"frontTestRequestQueue", kMethod + kLock, [&] { queues.frontTestRequestQueue(process); }},
+      {"getTestRequestObj", kRequestLookup, [&] { queues.getTestRequestObj(first, 0); }},
+      {"getTestRequestIdList", kLockedAccessor, [&] { queues.getTestRequestIdList(0); }},
+      {"removeFromTestReqIdList", kRemoveId, [&] { queues.removeFromTestReqIdList(id); }},
+      {"getTestExecCompleted", kLockedAccessor, [&] { queues.getTestExecCompleted(); }},
+      {"setTestExecCompleted", kLockedAccessor, [&] { queues.setTestExecCompleted(true); }},
+      {"clearTestRequestIdList", kLockedAccessor, [&] { queues.clearTestRequestIdList(0); }},
+      {"clearTestRequestMap", kMethod + kLockedAccessor + kLock,
        [&] { queues.clearTestRequestMap(); }},
   });
   for (TestRequest* unused : spare) {
@@ -264,7 +264,7 @@ TEST_F(YieldTest, a_resource_and_a_message_yield_for_one_lock) {
   auto& messages = *DiagCtrl::EventManager::getInstance();
   const unsigned long events = harness.eventRegistration();
   int tag = 0;
-  constexpr unsigned long oneLock = method + lock;
+  constexpr unsigned long oneLock = kMethod + kLock;
   expectNoMore({
       {"createResourceLock", oneLock,
        [&] { resources.createResourceLock("root/" + std::to_string(++tag), -1); }},
@@ -284,15 +284,16 @@ TEST_F(YieldTest, a_resource_and_a_message_yield_for_one_lock) {
 TEST_F(YieldTest, queueing_yields_for_each_device_and_for_the_call_once) {
   start();
   alpha.holdRuns();
-  constexpr unsigned long settingsCheck = method;
-  constexpr unsigned long becomeActive = lockedAccessor;
-  constexpr unsigned long once = clientCall + settingsCheck + lock + packageLookup + becomeActive;
-  constexpr unsigned long readModes = 2 * lock;
-  constexpr unsigned long equip = 2 * lock;  // object, status
-  constexpr unsigned long intoTheQueue = 3 * lock;
-  constexpr unsigned long setHaltOnError = lock;
-  constexpr unsigned long readHaltOnError = lock;
-  constexpr unsigned long aDevice = lock + setHaltOnError + readModes + equip + intoTheQueue;
+  constexpr unsigned long settingsCheck = kMethod;
+  constexpr unsigned long becomeActive = kLockedAccessor;
+  constexpr unsigned long once =
+      kClientCall + settingsCheck + kLock + kPackageLookup + becomeActive;
+  constexpr unsigned long readModes = 2 * kLock;
+  constexpr unsigned long equip = 2 * kLock;  // object, status
+  constexpr unsigned long intoTheQueue = 3 * kLock;
+  constexpr unsigned long setHaltOnError = kLock;
+  constexpr unsigned long readHaltOnError = kLock;
+  constexpr unsigned long aDevice = kLock + setHaltOnError + readModes + equip + intoTheQueue;
   DiagnosticController& controller = harness.controller();
   DiagnosticSettings settings = ControllerHarness::settings();
   std::vector<int> tests{1};
@@ -307,7 +308,7 @@ TEST_F(YieldTest, queueing_yields_for_each_device_and_for_the_call_once) {
       {"queueTest of a device", once + aDevice + readHaltOnError,
        [&] { controller.queueTest(1, 1, settings, id); }},
       {"queueTest of a package of three devices",
-       once + lockedAccessor + devices * (aDevice + readHaltOnError),
+       once + kLockedAccessor + kDevices * (aDevice + readHaltOnError),
        [&] {
          DiagCtrl::VectorTestReqId* ids = nullptr;
          controller.queueTest(1, settings, ids);
@@ -335,32 +336,32 @@ TEST_F(YieldTest, a_control_call_yields_for_its_lookups_and_what_it_sets) {
   bool stress = false;
   TestRequest* found = nullptr;
   // The wait for the lock can be long, so the phase and the request are looked at again behind it.
-  constexpr unsigned long askAPackage = requestLookup + lock + phaseRead + requestLookup;
-  constexpr unsigned long big = lock;
-  constexpr unsigned long readStatus = lockedAccessor;
-  constexpr unsigned long mark = readStatus + accessor + lockedAccessor;
+  constexpr unsigned long askAPackage = kRequestLookup + kLock + kPhaseRead + kRequestLookup;
+  constexpr unsigned long big = kLock;
+  constexpr unsigned long readStatus = kLockedAccessor;
+  constexpr unsigned long mark = readStatus + kAccessor + kLockedAccessor;
   expectNoMore({
-      {"getRequestStatus", clientCall + requestLookup + readStatus + accessor,
+      {"getRequestStatus", kClientCall + kRequestLookup + readStatus + kAccessor,
        [&] {
          controller.getRequestStatus(static_cast<long>(running), status, pass, passes, stress);
        }},
-      {"getRequestIdList", clientCall + lockedAccessor,
+      {"getRequestIdList", kClientCall + kLockedAccessor,
        [&] {
          std::vector<unsigned long>* ids = nullptr;
          controller.getRequestIdList(ids);
          delete ids;
        }},
-      {"getTestRequest", clientCall + requestLookup,
+      {"getTestRequest", kClientCall + kRequestLookup,
        [&] { controller.getTestRequest(static_cast<int>(running), found); }},
-      {"getDiagnosticStatus", clientCall + askAPackage,
+      {"getDiagnosticStatus", kClientCall + askAPackage,
        [&] { controller.getDiagnosticStatus(running, diagStatus); }},
-      {"getDiagnosticProgress", clientCall + askAPackage,
+      {"getDiagnosticProgress", kClientCall + askAPackage,
        [&] { controller.getDiagnosticProgress(running, progress); }},
-      {"suspendTest", clientCall + big + requestLookup + readStatus,
+      {"suspendTest", kClientCall + big + kRequestLookup + readStatus,
        [&] { controller.suspendTest(running); }},
-      {"resumeTest", clientCall + big + requestLookup + readStatus,
+      {"resumeTest", kClientCall + big + kRequestLookup + readStatus,
        [&] { controller.resumeTest(running); }},
-      {"abortTest of a running test", clientCall + big + requestLookup + mark + removeId,
+      {"abortTest of a running test", kClientCall + big + kRequestLookup + mark + kRemoveId,
        [&] { controller.abortTest(running); }},
   });
 }
@@ -386,33 +387,33 @@ class PipelineYieldTest : public YieldTest {
     // Long enough for the monitor to have gone back to sleep when it ends.
     alpha.everyPass({.duration = std::chrono::milliseconds(20)});
     ThreadCreation creation;
-    creation.watch([this](int) { dispatcherAtStart = count(dispatcher); });
+    creation.watch([this](int) { m_dispatcherAtStart = count(m_dispatcher); });
     alpha.on(Call::GetDiagnostics,
-             [this](const CallRecord&) { dispatcherAtQueue = now(dispatcher); });
-    alpha.on(Call::RunEnter, [this](const CallRecord&) { workerAtStart = count(worker); });
+             [this](const CallRecord&) { m_dispatcherAtQueue = now(m_dispatcher); });
+    alpha.on(Call::RunEnter, [this](const CallRecord&) { m_workerAtStart = count(m_worker); });
     alpha.on(Call::RunReturn, [this](const CallRecord&) {
-      workerAtReturn = count(worker);
-      monitorAtReturn = now(monitor);
+      m_workerAtReturn = count(m_worker);
+      m_monitorAtReturn = now(m_monitor);
     });
     alpha.on(Call::DestroyDiagnostics, [this](const CallRecord&) {
-      verdict = count(monitor) - monitorAtReturn;
-      workerAtEnd = now(worker);
-      isFinished = true;
+      m_verdict = count(m_monitor) - m_monitorAtReturn;
+      m_workerAtEnd = now(m_worker);
+      m_isFinished = true;
     });
     Fewest fewest;
     constexpr int requestsMeasured = 20;
     for (int i = 0; i < requestsMeasured; ++i) {
-      isFinished = false;
+      m_isFinished = false;
       harness.queue("ALPHA", 1, {1});
-      if (!eventually([this] { return isFinished.load(); })) {
+      if (!eventually([this] { return m_isFinished.load(); })) {
         ADD_FAILURE() << "no verdict";
         break;
       }
       if (i > 0) {  // the first one shows which thread is which
-        fewest.dispatch = std::min(fewest.dispatch, dispatcherAtStart - dispatcherAtQueue);
-        fewest.workerToStart = std::min(fewest.workerToStart, workerAtStart.load());
-        fewest.workerToEnd = std::min(fewest.workerToEnd, workerAtEnd - workerAtReturn);
-        fewest.verdict = std::min(fewest.verdict, verdict.load());
+        fewest.dispatch = std::min(fewest.dispatch, m_dispatcherAtStart - m_dispatcherAtQueue);
+        fewest.workerToStart = std::min(fewest.workerToStart, m_workerAtStart.load());
+        fewest.workerToEnd = std::min(fewest.workerToEnd, m_workerAtEnd - m_workerAtReturn);
+        fewest.verdict = std::min(fewest.verdict, m_verdict.load());
       }
     }
     for (const Call call :
@@ -432,17 +433,17 @@ class PipelineYieldTest : public YieldTest {
     return whose.load() != nullptr ? whose.load()->load() : 0;
   }
 
-  std::atomic<Count> dispatcher{nullptr};
-  std::atomic<Count> worker{nullptr};
-  std::atomic<Count> monitor{nullptr};
-  std::atomic<unsigned long> dispatcherAtQueue{0};
-  std::atomic<unsigned long> dispatcherAtStart{0};
-  std::atomic<unsigned long> workerAtStart{0};
-  std::atomic<unsigned long> workerAtReturn{0};
-  std::atomic<unsigned long> workerAtEnd{0};
-  std::atomic<unsigned long> monitorAtReturn{0};
-  std::atomic<unsigned long> verdict{0};
-  std::atomic<bool> isFinished{false};
+  std::atomic<Count> m_dispatcher{nullptr};
+  std::atomic<Count> m_worker{nullptr};
+  std::atomic<Count> m_monitor{nullptr};
+  std::atomic<unsigned long> m_dispatcherAtQueue{0};
+  std::atomic<unsigned long> m_dispatcherAtStart{0};
+  std::atomic<unsigned long> m_workerAtStart{0};
+  std::atomic<unsigned long> m_workerAtReturn{0};
+  std::atomic<unsigned long> m_workerAtEnd{0};
+  std::atomic<unsigned long> m_monitorAtReturn{0};
+  std::atomic<unsigned long> m_verdict{0};
+  std::atomic<bool> m_isFinished{false};
 };
 
 // The threads of the pipeline trace a method where the trace is written, so with the trace off
@@ -450,52 +451,52 @@ class PipelineYieldTest : public YieldTest {
 //
 // The dispatcher wakes up and finds its queue empty, moves the request into it, takes it from
 // there, takes what its package and its device ask for, and makes a worker.
-constexpr unsigned long wakeUp = lock;  // the time stamp
-constexpr unsigned long beginPass = 2 * lock;
-constexpr unsigned long moveFromWait = 4 * lock;
-constexpr unsigned long takeDevice = 3 * lock;
-constexpr unsigned long makeWorker = 4 * lock;
-constexpr unsigned long dispatch =
-    wakeUp + 2 * beginPass + moveFromWait + lock + takeDevice + makeWorker;
-constexpr unsigned long noteTheWait = lock;  // of the dispatcher for the verdict, serially
+constexpr unsigned long kWakeUp = kLock;  // the time stamp
+constexpr unsigned long kBeginPass = 2 * kLock;
+constexpr unsigned long kMoveFromWait = 4 * kLock;
+constexpr unsigned long kTakeDevice = 3 * kLock;
+constexpr unsigned long kMakeWorker = 4 * kLock;
+constexpr unsigned long kDispatch =
+    kWakeUp + 2 * kBeginPass + kMoveFromWait + kLock + kTakeDevice + kMakeWorker;
+constexpr unsigned long kNoteTheWait = kLock;  // of the dispatcher for the verdict, serially
 
 // The worker reads its request, the enabled tests, the status and the open mode, and marks the
 // start. A thread's first trace enters it into the tracer's list.
-constexpr unsigned long firstTrace = lock;
-constexpr unsigned long workerToStart = firstTrace + 6 * lock;
+constexpr unsigned long kFirstTrace = kLock;
+constexpr unsigned long kWorkerToStart = kFirstTrace + 6 * kLock;
 
 // Behind the pass it marks the end and gives back what the dispatcher took.
-constexpr unsigned long giveMachineBack = 2 * lock;
-constexpr unsigned long giveDeviceBack = 2 * lock;
-constexpr unsigned long workerToEnd = 3 * lock + giveMachineBack + giveDeviceBack + method;
+constexpr unsigned long kGiveMachineBack = 2 * kLock;
+constexpr unsigned long kGiveDeviceBack = 2 * kLock;
+constexpr unsigned long kWorkerToEnd = 3 * kLock + kGiveMachineBack + kGiveDeviceBack + kMethod;
 
 // The monitor wakes up in its phase, finds nothing started, polls the request, collects its
 // results, judges it, tells clients, takes it off the list and reclaims its worker and its object.
-constexpr unsigned long monitorWakeUp = 3 * lock;
-constexpr unsigned long notifyClients = lock;
-constexpr unsigned long poll = 3 * lock;  // progress, and still there
-constexpr unsigned long collect = lock + notifyClients;
-constexpr unsigned long judge = 2 * lock;
-constexpr unsigned long tellClients = lock + notifyClients;
-constexpr unsigned long takeOffTheList = 3 * lock;
-constexpr unsigned long reclaimWorker = lock;  // joined under the map's lock
-constexpr unsigned long drop = 2 * lock + tellClients + takeOffTheList + reclaimWorker + lock;
-constexpr unsigned long judgement = monitorWakeUp + poll + collect + judge + drop + lock;
+constexpr unsigned long kMonitorWakeUp = 3 * kLock;
+constexpr unsigned long kNotifyClients = kLock;
+constexpr unsigned long kPoll = 3 * kLock;  // progress, and still there
+constexpr unsigned long kCollect = kLock + kNotifyClients;
+constexpr unsigned long kJudge = 2 * kLock;
+constexpr unsigned long kTellClients = kLock + kNotifyClients;
+constexpr unsigned long kTakeOffTheList = 3 * kLock;
+constexpr unsigned long kReclaimWorker = kLock;  // joined under the map's lock
+constexpr unsigned long kDrop = 2 * kLock + kTellClients + kTakeOffTheList + kReclaimWorker + kLock;
+constexpr unsigned long kJudgement = kMonitorWakeUp + kPoll + kCollect + kJudge + kDrop + kLock;
 
 TEST_F(PipelineYieldTest, a_serial_request_yields_for_what_its_way_is_made_of) {
   const Fewest fewest = measure(false);
-  EXPECT_LE(fewest.dispatch, dispatch + noteTheWait);
-  EXPECT_LE(fewest.workerToStart, workerToStart);
-  EXPECT_LE(fewest.workerToEnd, workerToEnd);
-  EXPECT_LE(fewest.verdict, judgement);
+  EXPECT_LE(fewest.dispatch, kDispatch + kNoteTheWait);
+  EXPECT_LE(fewest.workerToStart, kWorkerToStart);
+  EXPECT_LE(fewest.workerToEnd, kWorkerToEnd);
+  EXPECT_LE(fewest.verdict, kJudgement);
 }
 
 TEST_F(PipelineYieldTest, a_parallel_request_yields_for_what_its_way_is_made_of) {
   const Fewest fewest = measure(true);
-  EXPECT_LE(fewest.dispatch, dispatch);
-  EXPECT_LE(fewest.workerToStart, workerToStart);
-  EXPECT_LE(fewest.workerToEnd, workerToEnd);
-  EXPECT_LE(fewest.verdict, judgement);
+  EXPECT_LE(fewest.dispatch, kDispatch);
+  EXPECT_LE(fewest.workerToStart, kWorkerToStart);
+  EXPECT_LE(fewest.workerToEnd, kWorkerToEnd);
+  EXPECT_LE(fewest.verdict, kJudgement);
 }
 
 }  // namespace TarvexDiags::Yields

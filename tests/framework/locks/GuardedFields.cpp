@@ -16,55 +16,55 @@ class Shared {
  public:
   int readField() {
 #if BREACH != 1
-    const LockScope lock(mmtxLock, 0);
+    const LockScope lock(m_mmtxLock, 0);
 #endif
-    return miField;
+    return m_miField;
   }
 
   void writeField() {
-    LockScope lock(mmtxLock, 0);
+    LockScope lock(m_mmtxLock, 0);
 #if BREACH == 2
     lock.release();
 #endif
-    miField = 1;
+    m_miField = 1;
   }
 
   void callHelper() {
 #if BREACH != 3
-    const LockScope lock(mmtxLock, 0);
+    const LockScope lock(m_mmtxLock, 0);
 #endif
     increment();
   }
 
   void notify() {
 #if BREACH != 4
-    const System::LockHold hold(mMutex);
+    const System::LockHold hold(m_mMutex);
 #endif
-    mIsReady = true;
-    mReady.notifyAll();
+    m_mIsReady = true;
+    m_mReady.notifyAll();
   }
 
   void wait() {
-    const System::LockHold hold(mMutex);
-    while (!mIsReady) {
-      mReady.wait(mMutex);
+    const System::LockHold hold(m_mMutex);
+    while (!m_mIsReady) {
+      m_mReady.wait(m_mMutex);
     }
   }
 
   int count() {
 #if BREACH != 5
-    const System::LockHold hold(mCopyable);
+    const System::LockHold hold(m_mCopyable);
 #endif
-    return ++mCount;
+    return ++m_mCount;
   }
 
   int tryToRead() {
-    if (!mmtxLock.tryLock()) {
+    if (!m_mmtxLock.tryLock()) {
       return 0;
     }
-    const int value = miField;
+    const int value = m_miField;
 #if BREACH != 6
-    mmtxLock.unlock();
+    m_mmtxLock.unlock();
 #endif
     return value;
   }
@@ -78,16 +78,16 @@ class Shared {
 
   void replaceAtRest() TARVEXDIAGS_REQUIRES(kClientsAtRest) {
 #if BREACH != 8
-    kClientsAtRest.standsFor(mmtxLock);
+    kClientsAtRest.standsFor(m_mmtxLock);
 #endif
-    miField = 2;
+    m_miField = 2;
   }
 
   int readCatalogue() {
 #if BREACH != 9
     kClientsAtRest.mayRead();
 #endif
-    return miCatalogue;
+    return m_miCatalogue;
   }
 
   void writeCatalogue() {
@@ -98,18 +98,18 @@ class Shared {
   }
 
  private:
-  void increment() TARVEXDIAGS_REQUIRES(mmtxLock) {
-    ++miField;
+  void increment() TARVEXDIAGS_REQUIRES(m_mmtxLock) {
+    ++m_miField;
   }
 
-  DiagCtrlLock mmtxLock{DiagCtrlConstants::mSconlDefaultLockTimeOut};
-  int miField TARVEXDIAGS_GUARDED_BY(mmtxLock) = 0;
-  System::Mutex mMutex;
-  System::ConditionVariable mReady;
-  bool mIsReady TARVEXDIAGS_GUARDED_BY(mMutex) = false;
-  System::Lock mCopyable;
-  int mCount TARVEXDIAGS_GUARDED_BY(mCopyable) = 0;
-  int miCatalogue TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = 0;
+  DiagCtrlLock m_mmtxLock{DiagCtrlConstants::mSconlDefaultLockTimeOut};
+  int m_miField TARVEXDIAGS_GUARDED_BY(m_mmtxLock) = 0;
+  System::Mutex m_mMutex;
+  System::ConditionVariable m_mReady;
+  bool m_mIsReady TARVEXDIAGS_GUARDED_BY(m_mMutex) = false;
+  System::Lock m_mCopyable;
+  int m_mCount TARVEXDIAGS_GUARDED_BY(m_mCopyable) = 0;
+  int m_miCatalogue TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = 0;
 };
 
 /// The owner of what a step uses: the step keeps a reference to it.
@@ -122,11 +122,11 @@ class Owner {
 
 class Step {
  public:
-  explicit Step(Owner& arOwner) : mrOwner(arOwner) {}
+  explicit Step(Owner& arOwner) : m_mrOwner(arOwner) {}
 
   void run() {
 #if BREACH != 11
-    const LockScope lock(mrOwner.mmtxLock, 0);
+    const LockScope lock(m_mrOwner.mmtxLock, 0);
 #endif
     write();
   }
@@ -135,7 +135,7 @@ class Step {
 #if BREACH != 12
     const AtRestScope rest;
 #endif
-    renew(mrOwner.mpiAtRest);
+    renew(m_mrOwner.mpiAtRest);
   }
 
   int read() {
@@ -144,7 +144,7 @@ class Step {
 #if BREACH != 13
       kClientsAtRest.mayRead();
 #endif
-      return mrOwner.mpiAtRest;
+      return m_mrOwner.mpiAtRest;
     };
     return *readInside();
   }
@@ -153,11 +153,11 @@ class Step {
   static void renew(int*& arpObject) {
     arpObject = nullptr;
   }
-  void write() TARVEXDIAGS_REQUIRES(mrOwner.mmtxLock) {
-    mrOwner.miUnderLock = 1;
+  void write() TARVEXDIAGS_REQUIRES(m_mrOwner.mmtxLock) {
+    m_mrOwner.miUnderLock = 1;
   }
 
-  Owner& mrOwner;
+  Owner& m_mrOwner;
 };
 
 int useAll(PackageTestInfo& arTest) {

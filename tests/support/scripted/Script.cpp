@@ -23,27 +23,27 @@ std::size_t indexOf(Call call) {
 }  // namespace
 
 const char* nameOf(Call call) {
-  static constexpr const char* names[] = {"SetConfigFile",
-                                          "SetLogDir",
-                                          "GetEnumerator",
-                                          "GetDiagnostics",
-                                          "GetDevices",
-                                          "DestroyEnumerator",
-                                          "DeviceStatus",
-                                          "DestroyDevice",
-                                          "IsSupported",
-                                          "RunEnter",
-                                          "RunEnd",
-                                          "RunReturn",
-                                          "GetStatus",
-                                          "Abort",
-                                          "Suspend",
-                                          "Resume",
-                                          "GetEvents",
-                                          "GetResults",
-                                          "DestroyDiagnostics"};
-  static_assert(std::size(names) == static_cast<std::size_t>(Call::Count));
-  return call < Call::Count ? names[indexOf(call)] : "?";
+  static constexpr const char* kNames[] = {"SetConfigFile",
+                                           "SetLogDir",
+                                           "GetEnumerator",
+                                           "GetDiagnostics",
+                                           "GetDevices",
+                                           "DestroyEnumerator",
+                                           "DeviceStatus",
+                                           "DestroyDevice",
+                                           "IsSupported",
+                                           "RunEnter",
+                                           "RunEnd",
+                                           "RunReturn",
+                                           "GetStatus",
+                                           "Abort",
+                                           "Suspend",
+                                           "Resume",
+                                           "GetEvents",
+                                           "GetResults",
+                                           "DestroyDiagnostics"};
+  static_assert(std::size(kNames) == static_cast<std::size_t>(Call::Count));
+  return call < Call::Count ? kNames[indexOf(call)] : "?";
 }
 
 std::string describe(const CallRecord& record) {

@@ -277,8 +277,8 @@ std::string storyOf(IDiagnostics& diagnostics, DeviceEnum::VirtualDevice& device
                     DiagnosticSettings& settings, Script& script) {
   std::string story;
   const auto look = [&] {
-    static constexpr const char* letters = "RCESU";
-    story += letters[diagnostics.getDiagnosticStatus().getStatus()];
+    static constexpr const char* kLetters = "RCESU";
+    story += kLetters[diagnostics.getDiagnosticStatus().getStatus()];
   };
   script.everyPass({.events = {{.code = 1}}});
   script.on(Call::RunEnd, [&](const CallRecord&) { look(); });
