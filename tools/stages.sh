@@ -17,11 +17,11 @@ STAGES=(
   "run          300  full    the release build and the main job"
   "inject       180  full    faults made from outside, under the release: each from the fault to the report"
   "guest        270  full    diagctl on hardware that breaks, in an emulated guest"
-  "tidy         480  full    clang-tidy of the shipped sources that changed since tools/tidy-base, or include such"
+  "tidy         480  full    clang-tidy of the sources that changed since tools/tidy-base, or include such"
   "asan         750  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "fuzz          75  full    the fuzzers, each for a short while"
   "tsan         500  full    the test suite and the stress tests, under the thread sanitizer"
-  "whole-tidy   480  deep    clang-tidy of all the sources that are shipped"
+  "whole-tidy   780  deep    clang-tidy of all the sources that are shipped, and of the tests' names"
   "long-model  1200  deep    the models with larger bounds"
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
@@ -37,6 +37,7 @@ source tools/bare.sh
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
 SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit packages diagctl)
 CPP_FOLDERS=("${SHIPPED_FOLDERS[@]}" examples bench tests)
+TIDY_FOLDERS=("${SHIPPED_FOLDERS[@]}" tests)  # of the tests the names alone
 
 CORES=$(nproc)
 
@@ -180,13 +181,13 @@ stage_guest() {
   GUEST_LAB_TIME_SCALE=${TARVEX_TIME_FACTOR:-1} run_ctest guest release --label-regex '^guest$'
 }
 
-# The sources below the shipped folders that the build with clang compiles. The commands are taken
+# The sources below the folders concerned that the build with clang compiles. The commands are taken
 # from a configuration of their own: a precompiled header would have to be built first.
 sources_for_tidy() {
   quietly build/logs/tidy-configure.log cmake --preset asan -B build/tidy \
     -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON || fail "tidy: configuring"
   local pattern
-  pattern="^$PWD/($(IFS='|' && echo "${SHIPPED_FOLDERS[*]}"))/"
+  pattern="^$PWD/($(IFS='|' && echo "${TIDY_FOLDERS[*]}"))/"
   grep -oE '"file": "[^"]+"' build/tidy/compile_commands.json | cut -d'"' -f4 | grep -E "$pattern" |
     sed "s|^$PWD/||" | sort -u || fail "found no sources for clang-tidy"
 }
@@ -207,7 +208,7 @@ changed_since() {
   git ls-files --others --exclude-standard
 }
 
-# affected_by FILE...: of the shipped files, those named and all that include one of them, directly or
+# affected_by FILE...: of the files concerned, those named and all that include one of them, directly or
 # not. Headers of one name in two folders are taken for the same.
 affected_by() {
   local affected=("$@") headers count=0
@@ -219,7 +220,7 @@ affected_by() {
     mapfile -t affected < <({
       printf '%s\n' "${affected[@]}"
       grep -rlE --include='*.h' --include='*.cpp' "^ *# *include *[\"<]([^\">]*/)?($headers)[\">]" \
-        "${SHIPPED_FOLDERS[@]}" || true
+        "${TIDY_FOLDERS[@]}" || true
     } | sort -u)
   done
   printf '%s\n' "${affected[@]}"
@@ -233,7 +234,7 @@ stage_tidy() {
   git cat-file -e "$base^{commit}" ||
     fail "tidy: the commit $base of tools/tidy-base is not here: fetch the whole history"
   changed=$(changed_since "$base")
-  if grep -qx '.clang-tidy' <<<"$changed"; then
+  if grep -qxE '(tests/)?\.clang-tidy' <<<"$changed"; then
     say "tidy: the checks have changed, so all files are looked at"
     stage_whole_tidy
     return
@@ -242,7 +243,7 @@ stage_tidy() {
   known=$(sources_for_tidy)
   mapfile -t sources < <(comm -12 - <(affected_by "${changed[@]}" | sort -u) <<<"$known")
   if ((${#sources[@]} == 0)); then
-    say "tidy: no shipped source is affected by what changed since $base"
+    say "tidy: no source is affected by what changed since $base"
     return
   fi
   run_tidy "${sources[@]}"
