@@ -274,8 +274,13 @@ Path loopbackPath(const Link& before) {
           [before] { requireSameLink(before, readLink(before.name)); }};
 }
 
-ConnectLimits connectLimits(RunJournal& journal) {
-  return {.stopRequested = [&journal] { return journal.stopRequested(); }};
+/// @brief A connection is made at once or, after lost packets, within seconds; never is it waited
+/// for longer than for the bytes that are to follow.
+ConnectLimits connectLimits(const TestContext& context, RunJournal& journal) {
+  const auto stall =
+      std::chrono::duration_cast<std::chrono::milliseconds>(timeOf(context.value(kStallSeconds)));
+  return {.patience = std::min(stall, ConnectLimits().patience),
+          .stopRequested = [&journal] { return journal.stopRequested(); }};
 }
 
 Verdict loopbackStream(TestContext& context) {
@@ -284,7 +289,7 @@ Verdict loopbackStream(TestContext& context) {
     const auto connections = static_cast<unsigned int>(
         std::clamp<std::uint64_t>(context.value(kConnections).value_or(processors), 1, 64));
     const StreamFigures figures = verifyStreams(
-        [&](unsigned int) { return connectOverLoopback(connectLimits(journal)); },
+        [&](unsigned int) { return connectOverLoopback(connectLimits(context, journal)); },
         streamOptions(context, connections, std::uint64_t{256} << 10), loopbackPath(link), journal);
     measureRate(context, "streamRate", figures);
   });
@@ -302,9 +307,9 @@ Verdict loopbackDatagrams(TestContext& context) {
 bool streamOneWay(TestContext& context, const End& from, const End& to, const Path& path,
                   const std::string& measurement, RunJournal& journal) {
   constexpr std::uint64_t inFlight = std::uint64_t{4} << 20;  // a long wire holds more than a cache
-  const StreamFigures figures =
-      verifyStreams([&](unsigned int) { return connectStream(from, to, connectLimits(journal)); },
-                    streamOptions(context, 1, inFlight), path, journal);
+  const StreamFigures figures = verifyStreams(
+      [&](unsigned int) { return connectStream(from, to, connectLimits(context, journal)); },
+      streamOptions(context, 1, inFlight), path, journal);
   measureRate(context, measurement, figures);
   return figures.isWhole;
 }
@@ -332,7 +337,7 @@ void judgeDamage(const std::string& interface, std::uint64_t packets, RunJournal
 void testPair(TestContext& context, const NamespacePair& pair, RunJournal& journal) {
   const auto patience =
       std::chrono::duration_cast<std::chrono::milliseconds>(context.value(kCarrierSeconds));
-  if (!pair.waitForCarrier(patience, connectLimits(journal).stopRequested)) {
+  if (!pair.waitForCarrier(patience, connectLimits(context, journal).stopRequested)) {
     context.throwIfStopped();
     const Link dark = pair.first().carrier ? pair.second() : pair.first();
     report(journal, NetworkEvent::NoLink, {dark.name, dark.state});

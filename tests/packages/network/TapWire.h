@@ -32,7 +32,7 @@ class TapWire {
  public:
   struct Faults {
     std::atomic<bool> isDead{false};              ///< swallows everything
-    std::atomic<std::uint64_t> deadFrom{0};       ///< swallows all frames from this one on
+    std::atomic<std::uint64_t> deadFrom{0};       ///< swallows everything after this frame
     std::atomic<std::uint64_t> loseOfHundred{0};  ///< so many of a hundred, well spread
     std::atomic<std::uint64_t> damageEach{0};     ///< flips a bit of each n-th frame
     std::atomic<std::uint64_t> forgeEach{0};      ///< the same, and corrects the checksum
@@ -107,7 +107,7 @@ class TapWire {
 
   /// @brief Does to a frame what is asked for. @return how often it goes on
   unsigned int copiesOf(Frame frame) {
-    if (faults.isDead) {
+    if (faults.isDead || (faults.deadFrom != 0 && m_dataFrames >= faults.deadFrom)) {
       return 0;
     }
     const bool isData = frame.size() > kData && frame[12] == 0x08 && frame[13] == 0x00;
@@ -115,7 +115,7 @@ class TapWire {
       return isLost(++m_otherFrames) ? 0 : 1;
     }
     const std::uint64_t number = ++m_dataFrames;
-    if ((faults.deadFrom != 0 && number >= faults.deadFrom) || isLost(number)) {
+    if (isLost(number)) {
       return 0;
     }
     if (isDue(faults.damageEach, number)) {
