@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "diagctl/check/ConfigurationText.h"
 #include "diagctl/session/Catalogue.h"
+#include "diagctl/session/ConfigurationText.h"
 
 namespace TarvexDiags::FrontEnd {
 

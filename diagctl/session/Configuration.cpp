@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "System/SysUtil.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -116,6 +117,12 @@ fs::path besideProgram(const char* group) {
 }
 
 }  // namespace
+
+std::string packageDirectoryOf(const std::string& controlFile) {
+  std::string directory;
+  System::SysUtil::ReadCfgFile("GlobalSettings", "PackDirPath", directory, controlFile, -1);
+  return directory;
+}
 
 fs::path bundledPackages() {
   return besideProgram("packages");

@@ -39,6 +39,9 @@ class Configuration {
   std::filesystem::path m_madeDirectory;
 };
 
+/// The directory of packages that a control file names; empty if it names none.
+std::string packageDirectoryOf(const std::string& controlFile);
+
 /// The directory of the packages that come with the program, found from where the program lies:
 /// beside it in a build tree, under lib in an installed one. Empty if there is none.
 std::filesystem::path bundledPackages();

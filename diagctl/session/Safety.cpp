@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "System/SysUtil.h"
+#include "diagctl/session/Configuration.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -118,9 +119,8 @@ std::vector<std::string> findInsecureFiles(const std::string& controlFile,
 }
 
 void requireSecureFiles(const std::string& controlFile) {
-  std::string packages;
-  System::SysUtil::ReadCfgFile("GlobalSettings", "PackDirPath", packages, controlFile, -1);
-  const std::vector<std::string> findings = findInsecureFiles(controlFile, packages);
+  const std::vector<std::string> findings =
+      findInsecureFiles(controlFile, packageDirectoryOf(controlFile));
   if (!findings.empty()) {
     throw InsecureFiles(tr("refused to run as root:\n  {}\n--allow-insecure overrides",
                            fmt::join(findings, "\n  ")));

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
@@ -31,7 +32,9 @@ bool isLoss(Controller::errorCode code) {
 
 Session::Session(const std::string& controlFile, const std::string& language,
                  const SessionSettings& settings)
-    : m_controller(*Controller::getInstance()), m_texts(m_controller, language) {
+    : m_controller(*Controller::getInstance()),
+      m_controlFile(controlFile),
+      m_texts(m_controller, language) {
   const PackageKit::Contract::SupportInbox reasons;  // before the controller has threads
   require(m_controller.initialize(controlFile.c_str()),
           tr("starting with the control file {}", controlFile));
@@ -48,6 +51,13 @@ Session::Session(const std::string& controlFile, const std::string& language,
 
 Session::~Session() {
   m_controller.shutDown();
+}
+
+void Session::keepTexts() {
+  const std::string directory = packageDirectoryOf(m_controlFile);
+  for (const PackageItem& package : m_catalogue.packages) {
+    m_texts.keep(package.index, directory, package.baseName);
+  }
 }
 
 // One package that fails leaves the others in the catalogue; its event tells of it.

@@ -29,7 +29,12 @@ std::optional<std::string> Texts::token(int packageIndex,
   char* text = nullptr;
   const auto code =
       m_controller.getMessageToken(packageIndex, event.getEventType(), event.getEventCode(), text);
-  return takeText(code, text);
+  auto token = takeText(code, text);
+  return token ? token : m_archive.token(packageIndex, event.getEventType(), event.getEventCode());
+}
+
+void Texts::keep(int packageIndex, const std::string& directory, const std::string& baseName) {
+  m_archive.keep(packageIndex, directory, baseName, {m_language, Contract::kFallbackLanguage});
 }
 
 std::optional<std::string> Texts::localise(int packageIndex, const std::string& token,
@@ -41,6 +46,9 @@ std::optional<std::string> Texts::localise(int packageIndex, const std::string& 
                                                        parameters, text);
     if (auto found = takeText(code, text)) {
       return found;
+    }
+    if (auto kept = m_archive.message(packageIndex, language, token, parameters)) {
+      return kept;
     }
   }
   return std::nullopt;

@@ -6,6 +6,7 @@
 
 #include "Diag/DiagnosticEvent.h"
 #include "DiagCtrl/DiagnosticController.h"
+#include "diagctl/session/TextArchive.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -22,6 +23,10 @@ class Texts {
   std::optional<std::string> message(int packageIndex, const Diag::DiagnosticEvent& event) const;
   /// What to do about an event: the text beside that of its token.
   std::optional<std::string> action(int packageIndex, const Diag::DiagnosticEvent& event) const;
+  /// Keeps the texts of a package's events for when its files are gone.
+  /// @param directory of the packages.
+  void keep(int packageIndex, const std::string& directory, const std::string& baseName);
+
   std::optional<std::string> deviceStatus(int packageIndex, unsigned int status) const;
 
   const std::string& language() const { return m_language; }
@@ -32,6 +37,7 @@ class Texts {
 
   DiagCtrl::DiagnosticController& m_controller;
   std::string m_language;
+  TextArchive m_archive;
 };
 
 /// The language of the environment's locale (LC_ALL, LC_MESSAGES, LANG), "en" if there is none.

@@ -150,6 +150,7 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
   void run(int test, const DiagnosticSettings& settings) {
     const std::string section = sectionOf(test);
     const std::string behaviour = read(section, "Behave");
+    const int event = readNumber(section, "Event");  // the file may be gone at the end
     const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, "Milliseconds");
     if (const int code = readNumber(section, "ControllerEvent"); code != 0) {
       DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(code),
@@ -168,10 +169,10 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
       return;
     }
     if (behaviour == "fail") {
-      raise(settings, DiagnosticEvent::ERROR_EVENT, readNumber(section, "Event"));
+      raise(settings, DiagnosticEvent::ERROR_EVENT, event);
       m_answer.setTestResult(DiagnosticResult::FAILED);
     } else if (behaviour == "warn") {
-      raise(settings, DiagnosticEvent::WARNING_EVENT, readNumber(section, "Event"));
+      raise(settings, DiagnosticEvent::WARNING_EVENT, event);
       m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
     } else {
       m_delivers = behaviour != "nothing";

@@ -53,6 +53,19 @@ TEST_F(Diagctl, run_with_a_failure_ends_with_1_and_tells_finding_and_action) {
                     HasSubstr("-> Replace the cable.")));
 }
 
+TEST_F(Diagctl, run_tells_findings_when_the_packages_have_gone_meanwhile) {
+  place.addPackage("MIX",
+                   {{.name = "Bad", .behaviour = "fail", .milliseconds = 1500, .more = "Event=7"}},
+                   {{"Left", "bus/left"}});
+  Program program(withControlFile({"run", "--lang", "de"}));
+  ASSERT_TRUE(program.waitFor("running  Package MIX: Bad"));
+  fs::remove_all(place.path("packages"));
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure) << outcome.err;
+  EXPECT_THAT(outcome.out,
+              AllOf(HasSubstr("line 3 klemmt."), HasSubstr("-> Kabel ersetzen.")));
+}
+
 TEST_F(Diagctl, run_tells_findings_in_the_chosen_language) {
   addMixedPackage();
   EXPECT_THAT(run({"run", "-t", "Bad", "-d", "1", "--lang", "de"}).out,

@@ -9,7 +9,7 @@
 
 #include "diagctl/check/Check.h"
 #include "diagctl/check/CheckRules.h"
-#include "diagctl/check/ConfigurationText.h"
+#include "diagctl/session/ConfigurationText.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace TarvexDiags::FrontEnd {

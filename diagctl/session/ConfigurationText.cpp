@@ -1,4 +1,4 @@
-#include "diagctl/check/ConfigurationText.h"
+#include "diagctl/session/ConfigurationText.h"
 
 #include <fstream>
 

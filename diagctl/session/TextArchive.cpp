@@ -1,0 +1,93 @@
+#include "diagctl/session/TextArchive.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "diagctl/session/ConfigurationText.h"
+#include "packagekit/contract/KitCodes.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Diag::DiagnosticEvent;
+
+// Null for what is missing or empty, which the controller takes for the same.
+const std::string* find(const std::map<std::string, std::string>& entries, const std::string& key) {
+  const auto entry = entries.find(key);
+  return entry != entries.end() && !entry->second.empty() ? &entry->second : nullptr;
+}
+
+// Every variable takes its turn, whether it names a number or not.
+std::string valueOf(const std::string& variable, std::size_t turn,
+                    const std::vector<std::string>& parameters) {
+  if (parameters.empty()) {
+    return {};
+  }
+  const long number = std::strtol(variable.c_str(), nullptr, 10);
+  const std::size_t order = number > 0 ? static_cast<std::size_t>(number) : turn;
+  return parameters[std::min(order, parameters.size()) - 1];
+}
+
+}  // namespace
+
+void TextArchive::keep(int packageIndex, const std::string& directory, const std::string& baseName,
+                       const std::vector<std::string>& languages) {
+  if (const auto file = ConfigurationText::read(directory + "/" + baseName + ".cfg")) {
+    for (const auto type : {DiagnosticEvent::INFORMATION_EVENT, DiagnosticEvent::WARNING_EVENT,
+                            DiagnosticEvent::ERROR_EVENT}) {
+      const std::string section = PackageKit::Contract::sectionOf(type);
+      m_tokens[{packageIndex, section}] = file->keys(section);
+    }
+  }
+  for (const std::string& language : languages) {
+    if (const auto file =
+            ConfigurationText::read(directory + "/" + language + "/" + baseName + ".cfg")) {
+      m_texts[{packageIndex, language}] = file->keys(language);
+    }
+  }
+}
+
+std::optional<std::string> TextArchive::token(int packageIndex, DiagnosticEvent::EventType type,
+                                              unsigned int code) const {
+  const auto tokens = m_tokens.find({packageIndex, PackageKit::Contract::sectionOf(type)});
+  const std::string* found =
+      tokens != m_tokens.end() ? find(tokens->second, std::to_string(code)) : nullptr;
+  return found != nullptr ? std::optional(*found) : std::nullopt;
+}
+
+std::optional<std::string> TextArchive::message(int packageIndex, const std::string& language,
+                                                const std::string& token,
+                                                std::vector<std::string> parameters) const {
+  const auto texts = m_texts.find({packageIndex, language});
+  const std::string* found = texts != m_texts.end() ? find(texts->second, token) : nullptr;
+  if (found == nullptr) {
+    return std::nullopt;
+  }
+  for (std::string& parameter : parameters) {
+    if (const std::string* text = find(texts->second, parameter)) {
+      parameter = *text;
+    }
+  }
+  return fillIn(*found, parameters);
+}
+
+std::string fillIn(const std::string& text, const std::vector<std::string>& parameters) {
+  std::string filled;
+  std::size_t turn = 0;
+  std::size_t position = 0;
+  for (std::size_t begin = 0; (begin = text.find('$', position)) != std::string::npos;) {
+    filled += text.substr(position, begin - position);
+    position = begin + 1;
+    const std::size_t end = text.find('$', position);
+    if (end == std::string::npos) {
+      break;
+    }
+    const std::string variable = text.substr(position, end - position);
+    filled += variable.empty() ? "$" : valueOf(variable, ++turn, parameters);
+    position = end + 1;
+  }
+  return filled + text.substr(position);
+}
+
+}  // namespace TarvexDiags::FrontEnd

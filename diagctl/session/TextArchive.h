@@ -1,0 +1,42 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Diag/DiagnosticEvent.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What packages say of their events, read once and kept: the controller reads their files at each
+/// look-up, and these may be gone when a fault is to be told, with the disk that they lay on.
+class TextArchive {
+ public:
+  /// Reads the files of one package; what cannot be read is not kept.
+  /// @param directory of the packages.
+  void keep(int packageIndex, const std::string& directory, const std::string& baseName,
+            const std::vector<std::string>& languages);
+
+  /// The token of an event, as the controller looks it up.
+  std::optional<std::string> token(int packageIndex, Diag::DiagnosticEvent::EventType type,
+                                   unsigned int code) const;
+  /// The text of a token, filled in as the controller does it. A parameter that is a token itself
+  /// is told as its text.
+  std::optional<std::string> message(int packageIndex, const std::string& language,
+                                     const std::string& token,
+                                     std::vector<std::string> parameters) const;
+
+ private:
+  using Entries = std::map<std::string, std::string>;
+
+  std::map<std::pair<int, std::string>, Entries> m_tokens;  ///< by package and section
+  std::map<std::pair<int, std::string>, Entries> m_texts;   ///< by package and language
+};
+
+/// A text with its variables filled in: "$1$" is the first parameter, "$$" a dollar sign, "$word$"
+/// the parameter whose turn it is.
+std::string fillIn(const std::string& text, const std::vector<std::string>& parameters);
+
+}  // namespace TarvexDiags::FrontEnd
