@@ -1,0 +1,56 @@
+#include "diagctl/run/CrashTrial.h"
+
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using PackageKit::Contract::CrashCause;
+
+}  // namespace
+
+void CrashTrial::take(Place place, Repetition repetition) {
+  std::optional<Repetition>& known = place == Place::Here ? m_here : m_elsewhere;
+  if (!known) {
+    known = repetition;
+  }
+}
+
+void CrashTrial::stop(const std::string& reason) {
+  if (isOver()) {
+    return;
+  }
+  m_reason = reason;
+  take(Place::Here, Repetition::Unclear);
+  take(Place::Elsewhere, Repetition::Unclear);
+}
+
+CrashFinding CrashTrial::finding() const {
+  const std::string other = m_other.value_or("");
+  const CrashCause cause = PackageKit::Contract::causeOfCrash(
+      m_here.value_or(Repetition::Unclear), m_elsewhere.value_or(Repetition::Unclear));
+  switch (cause) {
+    case CrashCause::Device:
+      return {
+          cause, "crash-on-one-device",
+          tr("The test crashes on {} and not on {}: the hardware is at fault.", m_device, other),
+          tr("Take {} out of service and have it replaced.", m_device)};
+    case CrashCause::Package:
+      return {cause, "", tr("The test crashes on {} too: the package is to blame.", other),
+              tr("Report it to the maker of the package with the last output.")};
+    case CrashCause::Chance:
+      return {cause, "crash-not-repeated",
+              tr("The test crashed once, and not when it was repeated."),
+              tr("Test {} again and for longer. If the test crashes again, suspect the hardware.",
+                 m_device)};
+    case CrashCause::Unknown:
+      break;
+  }
+  return {cause, "",
+          m_reason.empty() ? tr("The repetitions do not tell who is to blame for the crash.")
+                           : m_reason,
+          ""};
+}
+
+}  // namespace TarvexDiags::FrontEnd
