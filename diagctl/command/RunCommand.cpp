@@ -176,6 +176,14 @@ RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunP
   return record;
 }
 
+// Devices that were not asked for serve to compare with; those that were excluded are left alone.
+std::vector<SelectedPair> offeredPairs(const Catalogue& catalogue, SelectionPatterns patterns) {
+  patterns.packages.clear();
+  patterns.devices.clear();
+  patterns.tests.clear();
+  return select(catalogue, patterns);
+}
+
 // Only tells what would run, with the code that a run of it could still come to.
 int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& conditions) {
   listPlan(standardOutput(), pairs);
@@ -205,6 +213,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   RunOptions runOptions = options.run;
   runOptions.vanished = vanishedOf(options.reporting);
   RunPlan plan = makePlan(pairs, runOptions);
+  plan.offered = offeredPairs(catalogue, options.patterns);
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());

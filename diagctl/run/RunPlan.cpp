@@ -39,6 +39,7 @@ bool isQuick(const RunOptions& options) {
 RunPlan makePlan(const std::vector<SelectedPair>& pairs, const RunOptions& options) {
   RunPlan plan;
   plan.options = options;
+  plan.offered = pairs;
   for (const SelectedPair& pair : pairs) {
     if (pair.state == PairState::Enabled) {
       plan.requests.push_back({pair, passesOf(options)});

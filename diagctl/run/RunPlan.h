@@ -36,6 +36,8 @@ struct PlannedRequest {
 struct RunPlan {
   std::vector<PlannedRequest> requests;
   std::vector<SelectedPair> skipped;  ///< disabled or not supported
+  /// Where a test that crashed may be repeated to compare: the selected pairs, and any beside them.
+  std::vector<SelectedPair> offered;
   RunOptions options;
   /// Devices that were expected and not found: each run that misses some has failed.
   std::size_t missingDevices = 0;

@@ -3,10 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 #include <vector>
 
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/run/Comparison.h"
+#include "diagctl/run/Repetition.h"
 #include "diagctl/run/StepJudge.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -25,9 +28,22 @@ constexpr std::chrono::seconds kTick{1};
 
 }  // namespace
 
+/// What a step has beside if it repeats a test that crashed.
+struct Runner::Repetition {
+  PlannedRequest planned;
+  std::string parameters;  ///< which the controller reads as long as the request lives
+  RunRecord record;        ///< of what its request alone told
+  Step& crashed;
+  CrashTrial::Place place;
+};
+
 struct Runner::Step {
+  const PlannedRequest& planned;
   StepJudge judge;
+  std::unique_ptr<Repetition> repetition = nullptr;  ///< null for a step of the plan
+  std::optional<CrashTrial> trial = std::nullopt;    ///< before which its end is not told
   unsigned long requestId = 0;
+  bool isOver = false;  ///< nothing more comes of its request
   bool isSuspended = false;
   int pass = 0;  ///< as told last, with the progress
   unsigned int progress = 0;
@@ -53,7 +69,10 @@ const RunRecord& Runner::run(const RunStarted& start) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
   tellMissingDevices();
+  m_beganAt = Clock::now();
   queueAll();
+  waitForAll();
+  tryCrashes();
   waitForAll();
   tellSkipped();
   tell(endOf(verdictOf(summaryOf(m_record), m_record.troubles().size())));
@@ -61,11 +80,10 @@ const RunRecord& Runner::run(const RunStarted& start) {
 }
 
 void Runner::waitForAll() {
-  const auto begin = Clock::now();
-  m_changedAt = begin;
+  m_changedAt = Clock::now();
   while (isLeft()) {
     serveRequests();
-    endAfterTotalTime(begin);
+    endAfterTotalTime();
     collect();
     if (isLeft()) {
       const bool isStartDue = Clock::now() - m_changedAt < kLongestWait;
@@ -75,13 +93,12 @@ void Runner::waitForAll() {
 }
 
 bool Runner::isLeft() const {
-  return std::any_of(m_steps.begin(), m_steps.end(),
-                     [](const Step& step) { return !step.judge.hasEnded(); });
+  return std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) { return !step.isOver; });
 }
 
-void Runner::endAfterTotalTime(Clock::time_point begin) {
+void Runner::endAfterTotalTime() {
   if (!m_plan.options.totalSeconds || m_isAborted ||
-      Clock::now() - begin < std::chrono::seconds(*m_plan.options.totalSeconds)) {
+      Clock::now() - m_beganAt < std::chrono::seconds(*m_plan.options.totalSeconds)) {
     return;
   }
   tell(RunMessage{Severity::Warning, tr("The total time is used up: what still runs is ended.")});
@@ -125,25 +142,112 @@ void Runner::tellMissingDevices() {
 }
 
 void Runner::queueAll() {
-  m_steps.reserve(m_plan.requests.size());  // none moves from here on
   for (const PlannedRequest& planned : m_plan.requests) {
     const std::size_t index = m_steps.size();
     const StepJudge::Stream stream{m_record, [this](RunEventBody body) { tell(std::move(body)); },
                                    [this, index] { prepareBegin(m_steps[index]); },
                                    m_plan.options.vanished};
-    m_steps.push_back({StepJudge(planned, m_session.texts(), stream, std::to_string(index + 1))});
-    Step& step = m_steps.back();
-    const SelectedPair& pair = planned.pair;
-    Diag::DiagnosticSettings settings = settingsOf(planned, m_plan.options, m_parameters);
-    std::vector<int> tests{pair.test->id};
-    const Controller::errorCode code =
-        m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
-                                         m_plan.options.haltOnError, step.requestId);
-    if (code == Controller::SUCCESS) {
-      m_stepByRequest[static_cast<unsigned int>(step.requestId)] = &step;
-    } else {
-      step.judge.takeRefusal(code);
+    m_steps.push_back(
+        {planned, StepJudge(planned, m_session.texts(), stream, std::to_string(index + 1))});
+    queue(m_steps.back(), m_parameters);
+  }
+}
+
+// @param parameters kept alive by the caller.
+void Runner::queue(Step& step, const std::string& parameters) {
+  const SelectedPair& pair = step.planned.pair;
+  Diag::DiagnosticSettings settings = settingsOf(step.planned, m_plan.options, parameters);
+  std::vector<int> tests{pair.test->id};
+  const Controller::errorCode code =
+      m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
+                                       m_plan.options.haltOnError, step.requestId);
+  if (code == Controller::SUCCESS) {
+    m_stepByRequest[static_cast<unsigned int>(step.requestId)] = &step;
+    return;
+  }
+  step.judge.takeRefusal(code);
+  step.isOver = true;
+}
+
+// Behind the plan, when all is known of the other devices.
+void Runner::tryCrashes() {
+  const std::size_t planned = m_steps.size();
+  for (std::size_t index = 0; index < planned; ++index) {
+    Step& step = m_steps[index];
+    if (step.trial && !step.trial->isOver()) {
+      tryCrash(step);
     }
+  }
+}
+
+void Runner::tryCrash(Step& crashed) {
+  if (m_isAborted) {
+    stopTrial(crashed, tr("The run was ended before the test could be repeated."));
+    return;
+  }
+  const auto other = otherFor(crashed);
+  if (!other) {
+    stopTrial(crashed, tr("There is no other device to compare it with."));
+    return;
+  }
+  crashed.trial->compareWith(other->device->name);
+  repeat(crashed, crashed.planned.pair, CrashTrial::Place::Here);
+  repeat(crashed, *other, CrashTrial::Place::Elsewhere);
+}
+
+void Runner::stopTrial(Step& crashed, const std::string& reason) {
+  crashed.trial->stop(reason);
+  endTrial(crashed);
+}
+
+// Best a device on which the test passed, last one on which it crashed too.
+std::optional<SelectedPair> Runner::otherFor(const Step& crashed) const {
+  std::vector<SelectedPair> pairs = pairsToCompare(crashed.planned.pair, m_plan.offered);
+  const auto hasOutcome = [&](const SelectedPair& pair, auto isMeant) {
+    return std::any_of(m_steps.begin(), m_steps.end(), [&](const Step& step) {
+      const SelectedPair& tried = step.planned.pair;
+      return tried.test == pair.test && tried.device == pair.device && isMeant(step);
+    });
+  };
+  std::stable_partition(pairs.begin(), pairs.end(), [&](const SelectedPair& pair) {
+    return !hasOutcome(pair, [](const Step& step) { return step.judge.hasCrashed(); });
+  });
+  std::stable_partition(pairs.begin(), pairs.end(), [&](const SelectedPair& pair) {
+    return hasOutcome(pair, [](const Step& step) {
+      return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Passed;
+    });
+  });
+  return pairs.empty() ? std::nullopt : std::optional(pairs.front());
+}
+
+// As it was when it crashed, its random values included.
+void Runner::repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place place) {
+  RunOptions options = m_plan.options;
+  if (const std::uint64_t seed = crashed.judge.seedOfCrash(); seed != 0) {
+    options.seed = seed;
+  }
+  auto repetition = std::make_unique<Repetition>(
+      Repetition{{pair, crashed.planned.passes}, parametersOf(options), {}, crashed, place});
+  const std::size_t index = m_steps.size();
+  const StepJudge::Stream stream{
+      repetition->record,
+      [this, index](RunEventBody body) { tellWithin(m_steps[index], std::move(body)); },
+      [this, index] { prepareBegin(m_steps[index]); }, m_plan.options.vanished};
+  const PlannedRequest& planned = repetition->planned;
+  m_steps.push_back({planned, StepJudge(planned, m_session.texts(), stream, crashed.judge.id()),
+                     std::move(repetition)});
+  Step& step = m_steps.back();
+  queue(step, step.repetition->parameters);
+  if (step.isOver) {
+    endRepetition(step);
+  }
+}
+
+void Runner::tellWithin(Step& repetition, RunEventBody body) {
+  auto told = toldWithin(body);
+  repetition.repetition->record.handle({std::chrono::system_clock::now(), std::move(body)});
+  if (told) {
+    tell(std::move(*told));
   }
 }
 
@@ -159,9 +263,23 @@ void Runner::serveRequests() {
     m_hold = Hold::Resumed;
   }
   hold();
-  const unsigned long number = m_requests.abortStep.exchange(0);
-  if (number >= 1 && number <= m_steps.size() && !m_steps[number - 1].judge.hasEnded()) {
-    abort(m_steps[number - 1]);
+  abortStep(m_requests.abortStep.exchange(0));
+}
+
+// A person sees the repetitions of a test as the test itself.
+void Runner::abortStep(unsigned long number) {
+  if (number == 0) {
+    return;
+  }
+  for (Step& step : m_steps) {
+    if (step.judge.id() != std::to_string(number)) {
+      continue;
+    }
+    if (!step.isOver) {
+      abort(step);
+    } else if (step.trial && !step.trial->hasBegun()) {
+      stopTrial(step, tr("It was ended before the test could be repeated."));
+    }
   }
 }
 
@@ -169,7 +287,7 @@ void Runner::serveRequests() {
 void Runner::hold() {
   Controller& controller = m_session.controller();
   for (Step& step : m_steps) {
-    if (step.judge.hasEnded() || m_hold == Hold::None) {
+    if (step.isOver || m_hold == Hold::None) {
       continue;
     }
     const bool suspends = m_hold == Hold::Suspended;
@@ -191,7 +309,7 @@ void Runner::abortAll() {
   m_isAborted = true;
   m_hold = Hold::None;
   for (Step& step : m_steps) {
-    if (!step.judge.hasEnded()) {
+    if (!step.isOver) {
       m_session.controller().resumeTest(step.requestId);
       abort(step);
     }
@@ -202,7 +320,7 @@ void Runner::collect() {
   // Looked at before the queues are drained: what was told before a step's end is told first.
   std::vector<Step*> over;
   for (Step& step : m_steps) {
-    if (!step.judge.hasEnded() && m_watch.hasEnded(step.requestId)) {
+    if (!step.isOver && m_watch.hasEnded(step.requestId)) {
       over.push_back(&step);
     }
   }
@@ -211,7 +329,7 @@ void Runner::collect() {
   tellMessages([](unsigned int /*requestId*/) { return true; });
   collectProgress();
   for (Step* step : over) {
-    if (!step->judge.hasEnded()) {
+    if (!step->isOver) {
       end(*step);
     }
   }
@@ -249,7 +367,7 @@ void Runner::collectControllerEvents() {
   m_session.controllerEvents().drain();
   while (const auto event = m_session.controllerEvents().takeFirst()) {
     Step* step = stepOf(event->getTestRequestId());
-    if (step != nullptr && !step->judge.hasEnded()) {
+    if (step != nullptr && !step->isOver) {
       step->judge.take(*event);
     }
   }
@@ -257,7 +375,7 @@ void Runner::collectControllerEvents() {
 
 void Runner::collectProgress() {
   for (Step& step : m_steps) {
-    if (step.judge.hasEnded() || step.judge.isAborted()) {
+    if (step.isOver || step.judge.isAborted()) {
       continue;
     }
     const auto pass = m_watch.runningPass(step.requestId);
@@ -292,14 +410,14 @@ void Runner::prepareBegin(const Step& step) {
 // why the other could start.
 void Runner::endJudgedSteps(const Step& beginning) {
   for (Step& step : m_steps) {
-    if (&step == &beginning || !step.judge.hasBegun() || step.judge.hasEnded() ||
+    if (&step == &beginning || !step.judge.hasBegun() || step.isOver ||
         !m_watch.isJudged(step.requestId)) {
       continue;
     }
     const bool isOver = m_watch.waitForEnd(step.requestId, kLongestWait);
     drainMessages();
     tellMessages([&](unsigned int id) { return id == step.requestId; });
-    if (isOver && !step.judge.hasEnded()) {
+    if (isOver && !step.isOver) {
       end(step);
     }
   }
@@ -308,7 +426,32 @@ void Runner::endJudgedSteps(const Step& beginning) {
 void Runner::end(Step& step) {
   step.judge.begin();
   m_changedAt = Clock::now();
-  step.judge.end();
+  step.isOver = true;
+  if (step.repetition != nullptr) {
+    endRepetition(step);
+  } else if (step.judge.awaitsTrial()) {
+    step.judge.adjourn();
+    step.trial.emplace(step.planned.pair.device->name);
+  } else {
+    step.judge.end();
+  }
+}
+
+void Runner::endRepetition(Step& step) {
+  Repetition& repetition = *step.repetition;
+  if (!step.judge.hasEnded()) {
+    step.judge.end();
+  }
+  const CrashTrial::Repetition outcome = outcomeOf(step.judge);
+  tell(messageOf(step.judge.id(), outcome, step.planned.pair.device->name));
+  repetition.crashed.trial->take(repetition.place, outcome);
+  endTrial(repetition.crashed);
+}
+
+void Runner::endTrial(Step& crashed) {
+  if (crashed.trial->isOver() && !crashed.judge.hasEnded()) {
+    crashed.judge.end(crashed.trial->finding());
+  }
 }
 
 }  // namespace TarvexDiags::FrontEnd

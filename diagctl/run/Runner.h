@@ -1,15 +1,17 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/run/CrashTrial.h"
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Inbox.h"
@@ -19,7 +21,8 @@
 namespace TarvexDiags::FrontEnd {
 
 /// Runs a plan: queues each request, tells its stream to a sink, and ends when the last of its own
-/// requests has ended, whatever else the controller does.
+/// requests has ended, whatever else the controller does. A computing test that has crashed is
+/// repeated behind the plan, here and on another device, and told to its end then.
 class Runner {
  public:
   using Sink = std::function<void(const RunEvent&)>;
@@ -35,14 +38,21 @@ class Runner {
 
  private:
   struct Step;
+  struct Repetition;
   enum class Hold { None, Suspended, Resumed };
 
   void tellSkipped();
   void tellMissingDevices();
   void queueAll();
+  void queue(Step& step, const std::string& parameters);
+  void tryCrashes();
+  void tryCrash(Step& crashed);
+  void repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place place);
+  std::optional<SelectedPair> otherFor(const Step& crashed) const;
+  void tellWithin(Step& repetition, RunEventBody body);
   void waitForAll();
   bool isLeft() const;
-  void endAfterTotalTime(std::chrono::steady_clock::time_point begin);
+  void endAfterTotalTime();
   void serveRequests();
   void collect();
   void drainMessages();
@@ -53,9 +63,13 @@ class Runner {
   void collectProgress();
   void tellProgress(Step& step, unsigned int percent, const RequestWatch::Pass& pass);
   void end(Step& step);
+  void endRepetition(Step& step);
+  void endTrial(Step& crashed);
+  void stopTrial(Step& crashed, const std::string& reason);
   Step* stepOf(unsigned int requestId);
   void hold();
   void abort(Step& step);
+  void abortStep(unsigned long number);
   void abortAll();
   void tell(RunEventBody body);
 
@@ -66,10 +80,11 @@ class Runner {
   std::string m_parameters;
   RequestWatch m_watch;
   RunRecord m_record;
-  std::vector<Step> m_steps;
+  std::deque<Step> m_steps;  ///< those of the plan, then the repetitions; none ever moves
   std::map<unsigned int, Step*> m_stepByRequest;
   Inbox<Diag::DiagnosticEvent> m_events;
   Inbox<Diag::DiagnosticResult> m_results;
+  std::chrono::steady_clock::time_point m_beganAt;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
   bool m_isAborted = false;
   Hold m_hold = Hold::None;  // what a person wants of all requests

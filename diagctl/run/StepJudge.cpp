@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <set>
 #include <utility>
 #include <vector>
 
+#include "diagctl/run/Comparison.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Crash.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
 
@@ -72,6 +75,9 @@ void StepJudge::begin() {
 
 void StepJudge::take(const Diag::DiagnosticEvent& event) {
   begin();
+  if (event.getEventCode() == PackageKit::TEST_STARTED) {
+    m_seed = Contract::toSeed(event.getParamVector());
+  }
   const Contract::RunEffect effect = Contract::effectOf(event.getEventType(), event.getEventCode());
   if (effect == Contract::RunEffect::Measurement) {
     tellMeasurement(event);
@@ -85,7 +91,7 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   const std::string text = m_texts.message(package, event).value_or(plainText(event));
   const std::string action = m_texts.action(package, event).value_or("");
   if (effect == Contract::RunEffect::Trouble) {
-    takeTrouble(event.getEventCode(),
+    takeTrouble(event,
                 {std::string(Contract::symptomOfTrouble(event.getEventCode())), text, action});
     return;
   }
@@ -105,14 +111,24 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
 }
 
 // Behind a fault, what to do about the tool would lead away from the hardware.
-void StepJudge::takeTrouble(unsigned int code, Finding trouble) {
+void StepJudge::takeTrouble(const Diag::DiagnosticEvent& event, Finding trouble) {
+  const unsigned int code = event.getEventCode();
   m_hasVanished = m_hasVanished || code == PackageKit::DEVICE_VANISHED;
   m_contradicts = m_contradicts || code == PackageKit::TEST_CONTRADICTED_ITSELF;
   if (m_fault && !m_contradicts && code != PackageKit::MEMORY_POISONED) {
     trouble.action.clear();
   }
+  if (isTriable(event)) {
+    m_crashes.push_back({*Contract::toSignal(event.getParamVector()), m_seed, std::move(trouble)});
+    return;
+  }
   m_stream.tell(judged(StepTrouble{m_id, trouble.symptom, trouble.text, trouble.action},
                        record()->start, m_results + 1, m_stream.vanished));
+}
+
+bool StepJudge::isTriable(const Diag::DiagnosticEvent& event) const {
+  return event.getEventCode() == PackageKit::WORKER_CRASHED && isComputing(m_planned.pair) &&
+         Contract::isSignalOfCrash(Contract::toSignal(event.getParamVector()).value_or(""));
 }
 
 // A figure where the value is one, else its words.
@@ -141,7 +157,7 @@ StepJudge::Finding StepJudge::findingOf(const Diag::DiagnosticResult& result) {
 
 // Why there is no verdict was told already, or is told at the end: see judgeFault.
 bool StepJudge::isTold() const {
-  return record()->troubles > 0 || m_hasVanished || m_fault || m_cut != Cut::None;
+  return record()->troubles > 0 || m_hasVanished || m_fault || hasCrashed() || m_cut != Cut::None;
 }
 
 // What was found stands, however the test ended then. The kit judges its own tests in the same way;
@@ -224,8 +240,49 @@ void StepJudge::takeRefusal(DiagCtrl::DiagnosticController::errorCode code) {
   end();
 }
 
+// Each signal once, however many passes it has ended.
+void StepJudge::adjourn() {
+  std::set<std::string> signals;
+  for (const Crash& crash : m_crashes) {
+    if (signals.insert(crash.signal).second) {
+      m_stream.tell(StepMessage{m_id, Severity::Error,
+                                tr("The test crashed with signal {}.", crash.signal), ""});
+    }
+    m_stream.tell(StepMessage{m_id, Severity::Information, crash.trouble.text, ""});
+  }
+}
+
+// @param action instead of the package's own advice; empty: that one stands.
+void StepJudge::tellCrashes(const std::string& action) {
+  for (const Crash& crash : m_crashes) {
+    const auto& [symptom, text, advice] = crash.trouble;
+    m_stream.tell(StepTrouble{m_id, symptom, text, action.empty() ? advice : action});
+  }
+}
+
+void StepJudge::tellFinding(const CrashFinding& finding) {
+  using PackageKit::Contract::CrashCause;
+  if (finding.cause == CrashCause::Package || finding.cause == CrashCause::Unknown) {
+    m_stream.tell(StepMessage{m_id, Severity::Error, finding.text, ""});
+    tellCrashes(finding.action);
+    return;
+  }
+  const Verdict verdict = finding.cause == CrashCause::Device ? Verdict::Fail : Verdict::Unknown;
+  m_stream.tell(StepDiagnosis{m_id, verdict, finding.symptom, finding.text, finding.action,
+                              hardwareIdOf(m_planned.pair), std::max(m_results, 1)});
+}
+
+// A fault that a repetition has found says more than where the test crashes.
+void StepJudge::end(const CrashFinding& finding) {
+  if (!record()->hasFailed()) {
+    tellFinding(finding);
+  }
+  m_stream.tell(StepEnded{m_id, status()});
+}
+
 void StepJudge::end() {
   begin();
+  tellCrashes("");
   const StepRecord& step = *record();
   if (m_results == 0 && !isAborted() && step.troubles == 0) {
     m_stream.tell(StepTrouble{m_id, "no-result", tr("The package handed over no result."),

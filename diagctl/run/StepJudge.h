@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
@@ -10,6 +12,7 @@
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/report/Vanished.h"
+#include "diagctl/run/CrashTrial.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Texts.h"
 #include "packagekit/contract/Judgement.h"
@@ -34,6 +37,8 @@ class StepJudge {
   const std::string& id() const { return m_id; }
   bool hasBegun() const { return record() != nullptr; }
   bool hasEnded() const { return hasBegun() && record()->hasEnded(); }
+  /// What the step has come to so far; it must have begun.
+  StepRecord::Outcome outcome() const { return record()->outcome(); }
 
   /// Tells the beginning, unless it was told. Whatever tells of the step does so first.
   void begin();
@@ -48,8 +53,21 @@ class StepJudge {
   void abort() { m_cut = Cut::Aborted; }
   bool isAborted() const { return m_cut == Cut::Aborted; }
 
+  /// Whether a computing test has crashed.
+  bool hasCrashed() const { return !m_crashes.empty(); }
+  /// Whether the step's verdict depends on what becomes of its crash when the test is repeated.
+  bool awaitsTrial() const {
+    return hasCrashed() && !isAborted() && !m_fault && !record()->hasFailed();
+  }
+  /// The seed of the first pass that crashed; 0 if none crashed or nobody told it.
+  std::uint64_t seedOfCrash() const { return hasCrashed() ? m_crashes.front().seed : 0; }
+  /// Tells of the crash. The end is told when its trial is over.
+  void adjourn();
+
   /// Tells the end. Nothing follows.
   void end();
+  /// Tells what the trial of its crash came to, and the end.
+  void end(const CrashFinding& finding);
 
  private:
   /// Why a step may have no verdict though the tool did its work.
@@ -60,13 +78,23 @@ class StepJudge {
     std::string action;
   };
 
+  /// A crash of a computing test: trouble, unless a trial finds otherwise.
+  struct Crash {
+    std::string signal;
+    std::uint64_t seed = 0;
+    Finding trouble;
+  };
+
   const StepRecord* record() const { return m_stream.record.find(m_id); }
   bool isTold() const;
-  void takeTrouble(unsigned int code, Finding trouble);
+  void takeTrouble(const Diag::DiagnosticEvent& event, Finding trouble);
   PackageKit::Contract::Ending ending() const;
   void judgeFault();
   void tellMeasurement(const Diag::DiagnosticEvent& event) const;
   Finding findingOf(const Diag::DiagnosticResult& result);
+  bool isTriable(const Diag::DiagnosticEvent& event) const;
+  void tellCrashes(const std::string& action);
+  void tellFinding(const CrashFinding& finding);
   RunStatus status() const;
 
   const PlannedRequest& m_planned;
@@ -79,6 +107,8 @@ class StepJudge {
   std::optional<Finding> m_fault;  ///< the last error event of the package
   bool m_hasVanished = false;      ///< the device, which was told
   bool m_contradicts = false;      ///< the test itself, which was told
+  std::uint64_t m_seed = 0;        ///< of the present pass
+  std::vector<Crash> m_crashes;
 };
 
 /// How a device is named in the stream.

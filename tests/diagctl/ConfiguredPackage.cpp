@@ -2,18 +2,24 @@
 //
 //   [Devices]      Count, and for each number N: NameN, TagN
 //   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
-//                  progress); Milliseconds; Event (a code raised with each
+//                  progress), crash (as the worker of a kit would), failcrash (a fault, then a
+//                  crash), stay (takes MillisecondsToStay); several between commas: one for each
+//                  pass on a device, the last for all behind; BehaveOnNAME: the same for the device
+//                  of that name; Signal (of a crash); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device);
 //                  Raises = error, warning (the event as such, before all else);
 //                  ControllerEvent (a code that the controller itself raises, as it seems)
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -26,6 +32,7 @@
 #include "Diag/IDiagnostics.h"
 #include "DiagCtrl/DiagUtil.h"
 #include "System/SysUtil.h"
+#include "packagekit/KitEvents.h"
 
 namespace {
 
@@ -56,6 +63,27 @@ std::string sectionOf(int test) {
   return "TestID" + std::to_string(test);
 }
 
+// How often a test has begun on a device, over all requests: the file holds a byte for each.
+std::size_t countBegin(int test, const std::string& device) {
+  const std::string name = configFile + "." + sectionOf(test) + "." + device;
+  std::ofstream(name, std::ios::app) << '.';
+  std::ifstream file(name, std::ios::ate);
+  return static_cast<std::size_t>(file.tellg());
+}
+
+std::string behaviourOf(int test, const std::string& device) {
+  const std::string ofDevice = read(sectionOf(test), "BehaveOn" + device);
+  std::string behaviours = ofDevice.empty() ? read(sectionOf(test), "Behave") : ofDevice;
+  for (std::size_t pass = countBegin(test, device); pass > 1; --pass) {
+    const std::size_t comma = behaviours.find(',');
+    if (comma == std::string::npos) {
+      break;
+    }
+    behaviours.erase(0, comma + 1);
+  }
+  return behaviours.substr(0, behaviours.find(','));
+}
+
 class ConfiguredDevices final : public IDeviceEnumerator {
  public:
   VirtualDeviceVector* getDeviceVector(const char*, TarvexDiags::Uint) override {
@@ -83,7 +111,8 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     }
   }
 
-  DiagnosticResult* runDiagnostic(VirtualDevice&, DiagnosticSettings* settings) override {
+  DiagnosticResult* runDiagnostic(VirtualDevice& device, DiagnosticSettings* settings) override {
+    m_device = device.getDevice();
     setState(DiagnosticStatus::EXECUTING);
     m_answer = DiagnosticResult();
     m_answer.setTestRequestId(settings->getTestRequestId());
@@ -149,9 +178,10 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
  private:
   void run(int test, const DiagnosticSettings& settings) {
     const std::string section = sectionOf(test);
-    const std::string behaviour = read(section, "Behave");
+    const std::string behaviour = behaviourOf(test, m_device->getDeviceName());
     const int event = readNumber(section, "Event");  // the file may be gone at the end
-    const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, "Milliseconds");
+    const char* const duration = behaviour == "stay" ? "MillisecondsToStay" : "Milliseconds";
+    const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, duration);
     if (const int code = readNumber(section, "ControllerEvent"); code != 0) {
       DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(code),
                                                  DiagnosticEvent::ERROR_EVENT,
@@ -168,8 +198,14 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
       m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
       return;
     }
-    if (behaviour == "fail") {
+    if (behaviour == "crash") {
+      crash(test, settings);
+      m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
+    } else if (behaviour == "fail" || behaviour == "failcrash") {
       raise(settings, DiagnosticEvent::ERROR_EVENT, event);
+      if (behaviour == "failcrash") {
+        crash(test, settings);
+      }
       m_answer.setTestResult(DiagnosticResult::FAILED);
     } else if (behaviour == "warn") {
       raise(settings, DiagnosticEvent::WARNING_EVENT, event);
@@ -194,11 +230,19 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     return !m_isAborted;
   }
 
-  void raise(const DiagnosticSettings& settings, DiagnosticEvent::EventType type, int code) {
+  void crash(int test, const DiagnosticSettings& settings) {
+    const std::string signal = read(sectionOf(test), "Signal");
+    raise(settings, DiagnosticEvent::ERROR_EVENT, TarvexDiags::PackageKit::WORKER_CRASHED,
+          {std::to_string(test), read(sectionOf(test), "TestName"), m_device->getResourceTag(),
+           signal.empty() ? "SIGSEGV" : signal, "the last line"});
+  }
+
+  void raise(const DiagnosticSettings& settings, DiagnosticEvent::EventType type, int code,
+             std::vector<std::string> parameters = {"line 3"}) {
     auto event = std::make_unique<DiagnosticEvent>();
     event->setEventType(type);
     event->setEventCode(static_cast<unsigned int>(code));
-    event->setParamVector({"line 3"});
+    event->setParamVector(std::move(parameters));
     event->setTestRequestId(settings.getTestRequestId());
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_events.push_back(event.release());
@@ -218,6 +262,7 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     m_percent = 0;
   }
 
+  IDevice* m_device = nullptr;
   std::mutex m_mutex;
   std::condition_variable m_changed;
   DiagnosticStatus::Status m_state = DiagnosticStatus::READY;

@@ -62,8 +62,7 @@ TEST_F(Diagctl, run_tells_findings_when_the_packages_have_gone_meanwhile) {
   fs::remove_all(place.path("packages"));
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, kHardwareFailure) << outcome.err;
-  EXPECT_THAT(outcome.out,
-              AllOf(HasSubstr("line 3 klemmt."), HasSubstr("-> Kabel ersetzen.")));
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("line 3 klemmt."), HasSubstr("-> Kabel ersetzen.")));
 }
 
 TEST_F(Diagctl, run_tells_findings_in_the_chosen_language) {

@@ -46,17 +46,19 @@ Workplace& Workplace::addPackage(const std::string& name, const std::vector<Conf
     text << "Name" << i + 1 << "=" << devices[i].name << "\nTag" << i + 1 << "=" << devices[i].tag
          << "\n";
   }
-  text << "\n[Error]\n7=LINE_STUCK\n[Warning]\n8=LINE_WEAK\n\n";
+  text << "\n[Error]\n7=LINE_STUCK\n9000=CRASHED\n[Warning]\n8=LINE_WEAK\n\n";
   for (std::size_t i = 0; i < tests.size(); ++i) {
     text << sectionOf(i + 1, tests[i]);
   }
   write(packageFile(name), text.str());
   write(path("packages/en/" + name + ".cfg"),
         "[en]\nLINE_STUCK=$1$ is stuck.\nLINE_STUCK_ACTION=Replace the cable.\n"
-        "LINE_WEAK=$1$ is weak.\nLINE_WEAK_ACTION=Watch the cable.\n");
+        "LINE_WEAK=$1$ is weak.\nLINE_WEAK_ACTION=Watch the cable.\n"
+        "CRASHED=$3$ crashed with $4$: $5$\nCRASHED_ACTION=Run it again.\n");
   write(path("packages/de/" + name + ".cfg"),
         "[de]\nLINE_STUCK=$1$ klemmt.\nLINE_STUCK_ACTION=Kabel ersetzen.\n"
-        "LINE_WEAK=$1$ ist schwach.\nLINE_WEAK_ACTION=Kabel beobachten.\n");
+        "LINE_WEAK=$1$ ist schwach.\nLINE_WEAK_ACTION=Kabel beobachten.\n"
+        "CRASHED=$3$ ist mit $4$ abgestürzt: $5$\nCRASHED_ACTION=Wiederholen.\n");
   const std::string library = path("packages/lib" + name + ".so");
   fs::copy_file(TestSupport::modulePath("configured_package"), library);
   fs::permissions(library, fs::perms(0755));

@@ -25,7 +25,8 @@ class Workplace {
  public:
   Workplace();
 
-  /// Adds a package; its events 7 (error) and 8 (warning) have tokens and texts in en and de.
+  /// Adds a package; its events 7 and 9000 (errors) and 8 (warning) have tokens and texts in
+  /// en and de.
   Workplace& addPackage(const std::string& name, const std::vector<ConfiguredTest>& tests,
                         const std::vector<ConfiguredDevice>& devices);
 

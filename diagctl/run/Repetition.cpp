@@ -1,0 +1,77 @@
+#include "diagctl/run/Repetition.h"
+
+#include <variant>
+
+#include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/KitCodes.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Outcome = PackageKit::Contract::Repetition;
+
+template <class Body>
+std::optional<RunEventBody> warningOf(const Body& body) {
+  if (body.message.empty()) {
+    return std::nullopt;
+  }
+  return StepMessage{body.stepId, Severity::Warning, body.message, ""};
+}
+
+struct ToldWithin {
+  std::optional<RunEventBody> operator()(const StepMessage& message) const { return message; }
+  std::optional<RunEventBody> operator()(const StepMeasurement& figure) const { return figure; }
+  std::optional<RunEventBody> operator()(const StepDiagnosis& diagnosis) const {
+    if (diagnosis.verdict == Verdict::Fail) {
+      return diagnosis;
+    }
+    return warningOf(diagnosis);
+  }
+  // Where it crashed again is told by itself.
+  std::optional<RunEventBody> operator()(const StepTrouble& trouble) const {
+    const auto crash = PackageKit::Contract::symptomOfTrouble(PackageKit::WORKER_CRASHED);
+    if (trouble.symptom == crash) {
+      return StepMessage{trouble.stepId, Severity::Information, trouble.message, ""};
+    }
+    return warningOf(trouble);
+  }
+  template <class Other>
+  std::optional<RunEventBody> operator()(const Other& /*other*/) const {
+    return std::nullopt;
+  }
+};
+
+}  // namespace
+
+std::optional<RunEventBody> toldWithin(const RunEventBody& body) {
+  return std::visit(ToldWithin(), body);
+}
+
+Outcome outcomeOf(const StepJudge& repetition) {
+  if (repetition.hasCrashed()) {
+    return Outcome::Crashed;
+  }
+  switch (repetition.outcome()) {
+    case StepRecord::Outcome::Passed:
+    case StepRecord::Outcome::Warning:
+      return Outcome::Ended;
+    default:
+      return Outcome::Unclear;
+  }
+}
+
+StepMessage messageOf(const std::string& stepId, Outcome outcome, const std::string& device) {
+  switch (outcome) {
+    case Outcome::Crashed:
+      return {stepId, Severity::Error, tr("Repeated on {}: it crashed.", device), ""};
+    case Outcome::Ended:
+      return {stepId, Severity::Warning, tr("Repeated on {}: it did not crash.", device), ""};
+    case Outcome::Unclear:
+      break;
+  }
+  return {stepId, Severity::Warning,
+          tr("Repeated on {}: it did not run to an end that tells anything.", device), ""};
+}
+
+}  // namespace TarvexDiags::FrontEnd
