@@ -15,6 +15,7 @@
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/PackageTexts.h"
+#include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Sanitized.h"
@@ -110,14 +111,8 @@ bool tookEvent(Diag::IDiagnostics& diagnostics, unsigned int code) {
 
 // Whether the kernel tells this process where its pages lie.
 bool maySeeFrames() {
-  static const char page = 1;
-  const auto position = reinterpret_cast<std::uintptr_t>(&page) /
-                        static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE)) * sizeof(std::uint64_t);
-  std::uint64_t entry = 0;
-  std::ifstream map("/proc/self/pagemap", std::ios::binary);
-  map.seekg(static_cast<std::streamoff>(position));
-  map.read(reinterpret_cast<char*>(&entry), sizeof entry);
-  return (entry & ((1ULL << 55U) - 1)) != 0;
+  const char onStack = 1;
+  return physicalAddressOf(&onStack).has_value();
 }
 
 // The suite itself may run at a nice value.
