@@ -1,0 +1,97 @@
+// A test whose process is killed, crashed or hit by poisoned memory from outside: what every reader
+// is told of it, and the exit code.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/ReportedRun.h"
+#include "tests/inject/kit/Poison.h"
+
+namespace TarvexDiags::Injection {
+namespace {
+
+using DiagctlTest::kHardwareFailure;
+using DiagctlTest::kNoVerdict;
+using DiagctlTest::ReportedProgram;
+using DiagctlTest::ReportedRun;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string kFault = "Fault, then long test";
+const std::string kNoFault = "Long test";
+
+class KitInjection : public DiagctlTest::Diagctl {
+ protected:
+  KitInjection() { place.useMisbehavingPackage(); }
+
+  /// Runs the test until its process is in the midst of it, and breaks that.
+  template <class Break>
+  ReportedRun breakIn(const std::string& test, Break&& breakProcess) {
+    ReportedProgram program(withControlFile({"run", "-q", "-t", test, "-d", "Unit 0"}));
+    const std::string begun = test == kFault ? "has a fault" : "has started";
+    EXPECT_TRUE(program.waitForLog(begun));
+    breakProcess(program.program().awaitWorker());
+    m_step = "Misbehaving package: " + test + " on Unit 0";
+    return program.finish();
+  }
+
+  void expectVerdict(const ReportedRun& run, const std::string& verdict, const std::string& symptom,
+                     int exitCode) {
+    EXPECT_EQ(run.exitCode(), exitCode) << m_step;
+    EXPECT_THAT(run.verdictsOf(m_step), ElementsAre(verdict)) << m_step;
+    EXPECT_THAT(run.symptomsOf(m_step), ElementsAre(symptom)) << m_step;
+    EXPECT_THAT(run.faultsOfLog(), IsEmpty()) << m_step;
+  }
+
+  std::string m_step;
+};
+
+auto sending(int signal) {
+  return [signal](pid_t process) { EXPECT_EQ(kill(process, signal), 0); };
+}
+
+TEST_F(KitInjection, a_kill_from_outside_is_trouble_and_takes_no_fault_back) {
+  const ReportedRun faulty = breakIn(kFault, sending(SIGKILL));
+  expectVerdict(faulty, "FAILED", "fault-found", kHardwareFailure);
+  EXPECT_THAT(faulty.formatsWithout(m_step, "was killed from outside"), IsEmpty());
+  expectVerdict(breakIn(kNoFault, sending(SIGKILL)), "ERROR", "worker-killed", kNoVerdict);
+}
+
+TEST_F(KitInjection, a_crash_is_trouble_and_takes_no_fault_back) {
+  for (const int signal : {SIGSEGV, SIGILL, SIGFPE, SIGBUS, SIGABRT}) {
+    const ReportedRun faulty = breakIn(kFault, sending(signal));
+    expectVerdict(faulty, "FAILED", "fault-found", kHardwareFailure);
+    EXPECT_THAT(faulty.formatsWithout(m_step, std::string("SIG") + sigabbrev_np(signal)),
+                IsEmpty());
+    expectVerdict(breakIn(kNoFault, sending(signal)), "ERROR", "worker-crashed", kNoVerdict);
+  }
+}
+
+TEST_F(KitInjection, poisoned_memory_is_told_with_both_its_addresses) {
+  Page page;
+  const ReportedRun run = breakIn(kNoFault, [&page](pid_t process) {
+    page = stackPageOf(process);
+    poison(process, page.address);
+  });
+  EXPECT_NE(page.address, 0U);
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("ERROR"));
+  EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("memory-poisoned"));
+  EXPECT_THAT(run.formatsWithout(m_step, "virtual address " + textOf(page.address)), IsEmpty());
+  EXPECT_THAT(run.formatsWithout(m_step, "physical address " + textOf(page.physical)), IsEmpty());
+  EXPECT_THAT(run.faultsOfLog(), IsEmpty());
+}
+
+TEST_F(KitInjection, poisoned_memory_takes_no_fault_back) {
+  const ReportedRun run =
+      breakIn(kFault, [](pid_t process) { poison(process, stackPageOf(process).address); });
+  expectVerdict(run, "FAILED", "fault-found", kHardwareFailure);
+  EXPECT_THAT(run.formatsWithout(m_step, "virtual address 0x"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Injection
