@@ -18,6 +18,7 @@ constexpr int kReadsInARow = 16;
 // How often a host looks for the end of a process where the kernel has no descriptors for them.
 constexpr int kLookMilliseconds = 20;
 constexpr double kLongestWait = 1e9;
+constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads or ends
 
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
   return static_cast<Diag::DiagnosticEvent::EventType>(
@@ -136,7 +137,9 @@ void WorkerSession::askToStop() {
   m_stage = Stage::AskedToStop;
   m_outgoing += FrameWriter(FrameType::Stop).bytes();
   flushOutgoing();
-  allow(std::max(m_limits.abortGrace, 1e-3));
+  // Where no test runs there is nothing to tidy up, and it takes no time to hear the request.
+  const double longest = m_end.current ? m_limits.abortGrace : kGraceBesideTests;
+  allow(std::max(std::min(m_limits.abortGrace, longest), 1e-3));
 }
 
 void WorkerSession::terminate() {
@@ -259,6 +262,8 @@ void WorkerSession::handleTestBegin(Frame& frame) {
   m_end.current = position;
   if (m_stage == Stage::Running) {
     allow(m_limits.tests[position]);
+  } else if (m_stage == Stage::AskedToStop) {
+    allow(std::max(m_limits.abortGrace, 1e-3));
   }
   m_observer.testBegan(position);
 }

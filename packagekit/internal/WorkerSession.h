@@ -19,7 +19,7 @@ namespace TarvexDiags::PackageKit {
 struct SessionLimits {
   double start = 30;      ///< from its start until its package is loaded
   double exit = 30;       ///< from the end of one test until the next begins, or until it is gone
-  double abortGrace = 5;  ///< from the request to stop until SIGTERM
+  double abortGrace = 5;  ///< from the request to stop until SIGTERM; no more than 0.3 beside tests
   double termGrace = 2;   ///< from SIGTERM until SIGKILL
   double killGrace = 5;   ///< from SIGKILL until it is given up
   std::vector<double> tests = {};  ///< each test of the setup, by position; 0: no limit

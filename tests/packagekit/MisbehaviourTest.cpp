@@ -567,6 +567,28 @@ TEST_F(Misbehaviour, a_worker_that_never_gets_ready_is_ended) {
   EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[4], "stuck");
 }
 
+TEST_F(Misbehaviour, an_abort_ends_a_worker_that_is_not_ready) {
+  const std::string script = std::filesystem::absolute("never-ready-aborted").string();
+  std::ofstream(script) << "#!/bin/sh\nsleep 1000\n";
+  std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+  m_driver.set("Package", "WorkerPath", script).set("Package", "AbortGrace", "600");
+  m_driver.set("Package", "StartTimeout", "600");
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({kBehaves});
+  const Diag::DiagnosticResult* result = nullptr;
+  std::thread pass(
+      [&] { result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  while (diagnostics->getDiagnosticStatus().getStatus() != Diag::DiagnosticStatus::EXECUTING) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  diagnostics->abortDiagnostic();
+  pass.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_EQ(result->getEventCode(), TEST_ABORTED);
+}
+
 TEST_F(Misbehaviour, clashing_tags_are_told_at_enumeration) {
   EXPECT_EQ(m_driver.devices().size(), 4U);
   EXPECT_THAT(m_driver.logText(),
