@@ -37,7 +37,7 @@ void makeSomeEqual(Verifier& verifier, VectorBatch& batch) {
 
 template <const VectorKernels& kernels, std::size_t number>
 void checkOperation(Verifier& verifier) {
-  const VectorKernel& kernel = kAvx512Kernels[number];
+  const VectorKernel& kernel = kernels[number];
   VectorBatch batch{};
   const bool root = std::strncmp(kernel.name, "square", 6) == 0;
   for (auto* operand : {&batch.first, &batch.second, &batch.third}) {
@@ -58,8 +58,8 @@ void checkOperation(Verifier& verifier) {
 template <const VectorKernels& kernels, std::size_t... numbers>
 void append(std::vector<Check>& checks, const std::string& width, bool (*available)(),
             std::index_sequence<numbers...>) {
-  (checks.push_back({width + " " + kAvx512Kernels[numbers].name, available,
-                     checkOperation<kAvx512Kernels, numbers>}),
+  (checks.push_back(
+       {width + " " + kernels[numbers].name, available, checkOperation<kernels, numbers>}),
    ...);
 }
 

@@ -127,6 +127,13 @@ TEST_P(ProcessorTestsTest, instruction_classes_are_named_once) {
   EXPECT_FALSE(names.empty());
 }
 
+TEST_P(ProcessorTestsTest, checks_do_work_of_their_own) {
+  std::set<void (*)(Verifier&)> works;
+  for (const Check& check : test().checks()) {
+    EXPECT_TRUE(works.insert(check.run).second) << check.instructionClass;
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(AllTests, ProcessorTestsTest, ::testing::ValuesIn(testNumbers()));
 
 TEST(VerifierTest, wrong_results_beyond_the_limit_are_counted_but_not_told) {
