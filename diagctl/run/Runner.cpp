@@ -56,7 +56,8 @@ Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& re
       m_sink(std::move(sink)),
       m_requests(requests),
       m_parameters(parametersOf(plan.options)),
-      m_watch(session.controller()) {}
+      m_watch(session.controller()),
+      m_machineWatch([this](RunEventBody body) { tell(std::move(body)); }) {}
 
 Runner::~Runner() = default;
 
@@ -74,6 +75,7 @@ const RunRecord& Runner::run(const RunStarted& start) {
   waitForAll();
   tryCrashes();
   waitForAll();
+  m_machineWatch.end();
   tellSkipped();
   tell(endOf(verdictOf(summaryOf(m_record), m_record.troubles().size())));
   return m_record;
@@ -354,6 +356,7 @@ void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
   while (const auto event = m_events.takeFirst(isMeantMessage)) {
     if (Step* step = stepOf(event->getTestRequestId())) {
       step->judge.take(*event);
+      m_machineWatch.take(*event);
     }
   }
   while (const auto result = m_results.takeFirst(isMeantMessage)) {

@@ -12,6 +12,7 @@
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/run/CrashTrial.h"
+#include "diagctl/run/MachineWatch.h"
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Inbox.h"
@@ -79,6 +80,7 @@ class Runner {
   RunRequests& m_requests;
   std::string m_parameters;
   RequestWatch m_watch;
+  MachineWatch m_machineWatch;
   RunRecord m_record;
   std::deque<Step> m_steps;  ///< those of the plan, then the repetitions; none ever moves
   std::map<unsigned int, Step*> m_stepByRequest;
