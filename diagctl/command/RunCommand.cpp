@@ -9,6 +9,7 @@
 #include <functional>
 #include <list>
 #include <optional>
+#include <set>
 
 #include "diagctl/command/Listing.h"
 #include "diagctl/report/EventRelay.h"
@@ -18,11 +19,14 @@
 #include "diagctl/run/Machine.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
+#include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Keyboard.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -199,6 +203,17 @@ RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPa
   return {failedPackages, !isMatched, options.isStrict, options.failsOnSkip};
 }
 
+// As many as there are devices, unless one runs at a time.
+std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
+  DiagCtrl::GlobalSettings::runMode mode{};
+  require(session.controller().getRunMode(mode), tr("reading the run mode"));
+  std::set<const DeviceItem*> devices;
+  for (const PlannedRequest& request : plan.requests) {
+    devices.insert(request.pair.device);
+  }
+  return mode == DiagCtrl::GlobalSettings::SERIAL ? 1 : devices.size();
+}
+
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Configuration configuration = Configuration::find(options.config);
   requireSecure(options, configuration.path());
@@ -217,6 +232,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
+  allowOpenFiles(openFilesFor(testsAtOnce(session, plan)));
   const ReportingOptions& reporting = options.reporting;
   Outputs outputs(reporting.outputs, formatOf(reporting), isColoured(STDOUT_FILENO));
   const RunRecord record = runPlan(options, session, plan, outputs);

@@ -4,6 +4,7 @@
 
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -35,6 +36,7 @@ Session::Session(const std::string& controlFile, const std::string& language,
     : m_controller(*Controller::getInstance()),
       m_controlFile(controlFile),
       m_texts(m_controller, language) {
+  allowOpenFiles(openFilesFor(1));
   const PackageKit::Contract::SupportInbox reasons;  // before the controller has threads
   require(m_controller.initialize(controlFile.c_str()),
           tr("starting with the control file {}", controlFile));

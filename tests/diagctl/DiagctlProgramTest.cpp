@@ -65,6 +65,41 @@ TEST_F(Diagctl, run_tells_findings_when_the_packages_have_gone_meanwhile) {
   EXPECT_THAT(outcome.out, AllOf(HasSubstr("line 3 klemmt."), HasSubstr("-> Kabel ersetzen.")));
 }
 
+TEST_F(Diagctl, run_with_too_few_open_files_says_so_before_anything_runs) {
+  addMixedPackage();
+  for (unsigned long files = 5; files <= 23; ++files) {
+    Program::Options few;
+    few.openFiles = files;
+    const Outcome outcome = run({"run", "-t", "Good", "-d", "Left"}, few);
+    EXPECT_EQ(outcome.exitCode, kNoVerdict) << files;
+    EXPECT_THAT(outcome.out, IsEmpty());
+    EXPECT_THAT(outcome.err,
+                HasSubstr(std::to_string(files) + " files may be open at once (see \"ulimit -n\"), "
+                                                  "and 24 are needed"));
+  }
+  Program::Options enough;
+  enough.openFiles = 24;
+  EXPECT_EQ(run({"run", "-q", "-t", "Good", "-d", "Left"}, enough).exitCode, kPassed);
+}
+
+TEST_F(Diagctl, run_of_more_tests_at_once_needs_more_open_files) {
+  addMixedPackage();
+  Program::Options few;
+  few.openFiles = 24;
+  const Outcome outcome = run({"run", "-t", "Good", "--parallel"}, few);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr("and 32 are needed"));
+  EXPECT_EQ(run({"run", "-q", "-t", "Good", "--serial"}, few).exitCode, kPassed);
+}
+
+TEST_F(Diagctl, run_raises_the_limit_on_open_files_where_it_may) {
+  addMixedPackage();
+  Program::Options low;
+  low.openFiles = 9;
+  low.mostOpenFiles = 100;
+  EXPECT_EQ(run({"run", "-q", "-t", "Good", "--parallel"}, low).exitCode, kPassed);
+}
+
 TEST_F(Diagctl, run_tells_findings_in_the_chosen_language) {
   addMixedPackage();
   EXPECT_THAT(run({"run", "-t", "Bad", "-d", "1", "--lang", "de"}).out,

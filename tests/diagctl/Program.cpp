@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -98,6 +100,10 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
     ::signal(number, number == options.ignoredSignal ? SIG_IGN : SIG_DFL);
   }
   if (options.user != 0 && (setgid(options.user) != 0 || setuid(options.user) != 0)) {
+    _exit(126);
+  }
+  const rlimit files{options.openFiles, std::max(options.openFiles, options.mostOpenFiles)};
+  if (options.openFiles != 0 && setrlimit(RLIMIT_NOFILE, &files) != 0) {
     _exit(126);
   }
   std::vector<char*> texts{const_cast<char*>(TARVEX_DIAGCTL)};

@@ -26,6 +26,8 @@ class Program {
     bool closesOutput = false;        ///< nobody reads its standard output
     unsigned int user = 0;            ///< to run as, 0 for the present one
     int ignoredSignal = 0;            ///< as nohup does with SIGHUP
+    unsigned long openFiles = 0;      ///< that it may have, 0 for no other limit
+    unsigned long mostOpenFiles = 0;  ///< to which it may raise that; 0: no higher
   };
 
   Program(const std::vector<std::string>& arguments, const Options& options);
