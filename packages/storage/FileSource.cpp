@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <fstream>
 #include <functional>
@@ -155,9 +158,21 @@ Completion FileSource::completionOf(unsigned int slot, std::int64_t result,
 
 namespace {
 
+/// @brief Whether a program or another machine serves the file. When that one hangs, such file
+/// systems hold up whoever hands a transfer to them, and not only who waits for its end.
+bool isServed(int descriptor) {
+  constexpr std::array<std::uint32_t, 6> served{FUSE_SUPER_MAGIC, NFS_SUPER_MAGIC,
+                                                V9FS_MAGIC,       CIFS_SUPER_MAGIC,
+                                                SMB2_SUPER_MAGIC, CEPH_SUPER_MAGIC};
+  struct statfs status {};
+  return fstatfs(descriptor, &status) == 0 &&
+         std::find(served.begin(), served.end(), static_cast<std::uint32_t>(status.f_type)) !=
+             served.end();
+}
+
 std::unique_ptr<BlockSource> makeSource(PackageKit::UniqueDescriptor descriptor,
                                         const SourceOptions& options) {
-  if (options.useUring) {
+  if (options.useUring && !isServed(descriptor.get())) {
     try {
       return makeUringSource(descriptor, options);
     } catch (const std::system_error&) {

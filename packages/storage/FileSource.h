@@ -60,8 +60,8 @@ class FileSource : public BlockSource {
 /// given up can come back at any time.
 template <class Thing>
 void keepForEver(std::unique_ptr<Thing> thing) {
-  static auto* const kept = new std::vector<std::unique_ptr<Thing>>;
-  kept->push_back(std::move(thing));
+  static auto* const kKept = new std::vector<std::unique_ptr<Thing>>;
+  kKept->push_back(std::move(thing));
 }
 
 /// @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it.
