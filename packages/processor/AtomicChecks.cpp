@@ -54,27 +54,35 @@ void compareExchange(Verifier& verifier) {
       "4096 additions of 3 by each core");
 }
 
-/// Tokens change hands through one word: none may be lost, none may come twice.
+/// Tokens change hands through one word: none may be lost, none may come twice, and nobody gets the
+/// one that he gives.
 void exchange(Verifier& verifier) {
   std::array<std::uint64_t, 2> held = {1, 2};
+  std::array<std::uint64_t, 2> unchanged = {0, 0};
   checkSharedWord(
       verifier, 3,
       [&](AtomicWord& word, std::uint64_t side, std::uint64_t turn) {
-        held[side] = word.exchange(held[side]);
+        const std::uint64_t given = held[side];
+        held[side] = word.exchange(given);
+        unchanged[side] += held[side] == given ? 1 : 0;
         // What is held at the end goes back; each token is a bit, and a second one carries over.
         if (turn + 1 == kTurns) {
-          word += held[side];
+          word += held[side] + (unchanged[side] << 32);
           held[side] = 0;
         }
       },
       "tokens exchanged 4096 times by each core");
 }
 
+/// Each side has every other bit. It toggles all of its own in its first turn, then one after the
+/// other as often as leaves them so, but for the one whose turn the first was.
 void toggleBits(Verifier& verifier) {
+  constexpr std::uint64_t everyOther = 0x5555555555555555;
   checkSharedWord(
-      verifier, 0,
+      verifier, ~std::uint64_t{3},
       [](AtomicWord& word, std::uint64_t side, std::uint64_t turn) {
-        word.fetch_xor(std::uint64_t{1} << (2 * (turn % 32) + side));
+        word.fetch_xor(turn == 0 ? everyOther << side
+                                 : std::uint64_t{1} << (2 * (turn % 32) + side));
       },
       "bits toggled 4096 times by each core");
 }

@@ -128,10 +128,12 @@ struct Parcel {
   Words message;
   RoundKeys keys;
   Words copied;
+  Words unpacked;
   std::array<std::uint64_t, 3> sent{};
   std::array<std::uint64_t, 3> received{};
 };
 
+/// The first whose sides differ is the one that went wrong.
 constexpr std::array<const char*, 3> kStages = {"copying", "encryption", "compression"};
 
 void send(Parcel& parcel) {
@@ -144,7 +146,8 @@ void send(Parcel& parcel) {
 
 void receive(Parcel& parcel) {
   const Words packed = decrypted(parcel.copied, parcel.keys);
-  parcel.received = {digestOf(parcel.copied), digestOf(packed), digestOf(decompressed(packed))};
+  parcel.unpacked = decompressed(packed);
+  parcel.received = {digestOf(parcel.copied), digestOf(packed), digestOf(parcel.unpacked)};
 }
 
 Parcel packedParcel(Verifier& verifier) {
@@ -158,9 +161,12 @@ Parcel packedParcel(Verifier& verifier) {
 }
 
 void verifyParcel(Verifier& verifier, Parcel& parcel) {
-  verifier.verify(parcel.received, parcel.sent, [&](std::size_t stage) {
-    return std::string(kStages[stage]) + ", partner core " + std::to_string(verifier.partnerCpu());
-  });
+  const std::string partner = ", partner core " + std::to_string(verifier.partnerCpu());
+  verifyDigest(verifier);
+  verifier.verify(parcel.received, parcel.sent,
+                  [&](std::size_t stage) { return kStages[stage] + partner; });
+  verifier.verify(parcel.unpacked, parcel.message,
+                  [&](std::size_t word) { return "word " + std::to_string(word) + partner; });
 }
 
 void toPartner(Verifier& verifier) {

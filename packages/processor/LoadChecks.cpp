@@ -3,6 +3,7 @@
 #include "packages/processor/LoadChecks.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <map>
 #include <vector>
@@ -21,12 +22,28 @@ std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count) {
   return numbers;
 }
 
-std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
+namespace {
+
+template <typename Numbers>
+constexpr std::uint64_t digestOfAll(const Numbers& numbers) {
   std::uint64_t digest = 0;
   for (const std::uint64_t number : numbers) {
     digest = Common::mixed(digest ^ number);
   }
   return digest;
+}
+
+}  // namespace
+
+std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers) {
+  return digestOfAll(numbers);
+}
+
+void verifyDigest(Verifier& verifier) {
+  constexpr std::array<std::uint64_t, 3> numbers = {1, 2, 0x8000000000000000};
+  constexpr std::array<std::uint64_t, 1> expected = {digestOfAll(numbers)};
+  std::array<std::uint64_t, 1> found = {digestOf({numbers.begin(), numbers.end()})};
+  verifier.verifyCopy(found, expected);
 }
 
 namespace {

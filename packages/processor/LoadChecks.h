@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "packages/processor/Verifier.h"
+
 namespace TarvexDiags::Processor {
 
 /// The loads run for seeds 1 to this; the result of each is known.
@@ -29,5 +31,9 @@ std::vector<std::uint64_t> numbersFrom(std::uint64_t seed, std::size_t count);
 
 /// @brief Order counts: each number moves what came before.
 std::uint64_t digestOf(const std::vector<std::uint64_t>& numbers);
+
+/// @brief Looks whether digestOf itself is computed right: where two digests are compared that both
+/// come from it, a wrong one could be the same for everything.
+void verifyDigest(Verifier& verifier);
 
 }  // namespace TarvexDiags::Processor

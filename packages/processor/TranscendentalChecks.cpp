@@ -430,6 +430,7 @@ std::uint64_t allBits(std::uint64_t seed) {
 
 void checkAllBits(Verifier& verifier) {
   constexpr std::uint64_t seeds = 2;
+  verifyDigest(verifier);
   verifier.verifyAgreed(allBits, drawWord(verifier) % seeds + 1);
 }
 
