@@ -156,7 +156,7 @@ void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Com
   const bool endsEarly =
       transfer.direction == Direction::Read && error == 0 && completion.length == 0;
   if (endsEarly || saysVanished(error) || source.hasVanished()) {
-    throwVanished(disk, causeOf(error));
+    throwVanished(disk, endsEarly ? "reads give no bytes" : causeOf(error));
   }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
     throw std::system_error(error, std::generic_category(), disk);
