@@ -26,7 +26,7 @@ using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
-std::string fieldOf(const fs::path &status, const std::string &key) {
+std::string fieldOf(const fs::path& status, const std::string& key) {
   std::ifstream file(status);
   for (std::string line; std::getline(file, line);) {
     if (line.rfind(key + ":\t", 0) == 0) {
@@ -37,8 +37,7 @@ std::string fieldOf(const fs::path &status, const std::string &key) {
 }
 
 bool isGone(pid_t process) {
-  const std::string state =
-      fieldOf("/proc/" + std::to_string(process) + "/status", "State");
+  const std::string state = fieldOf("/proc/" + std::to_string(process) + "/status", "State");
   return state.empty() || state[0] == 'Z' || state[0] == 'X';
 }
 
@@ -47,11 +46,9 @@ bool isGone(pid_t process) {
 std::string boundCoreOf(pid_t process) {
   std::error_code ended;
   const fs::path tasks = "/proc/" + std::to_string(process) + "/task";
-  for (const auto &task : fs::directory_iterator(tasks, ended)) {
-    const std::string cores =
-        fieldOf(task.path() / "status", "Cpus_allowed_list");
-    if (!cores.empty() &&
-        cores.find_first_not_of("0123456789") == std::string::npos) {
+  for (const auto& task : fs::directory_iterator(tasks, ended)) {
+    const std::string cores = fieldOf(task.path() / "status", "Cpus_allowed_list");
+    if (!cores.empty() && cores.find_first_not_of("0123456789") == std::string::npos) {
       return cores;
     }
   }
@@ -60,15 +57,14 @@ std::string boundCoreOf(pid_t process) {
 
 /// A processor test on core 0, whose workers crash as each test says.
 class CrashFromOutside : public ::testing::Test {
-protected:
-  using MustCrash = std::function<bool(int number, const std::string &core)>;
+ protected:
+  using MustCrash = std::function<bool(int number, const std::string& core)>;
 
   /// Three workers in all: the test, and its repetitions on core 0 and on
   /// another core.
-  ReportedRun runCrashing(int signal, const MustCrash &mustCrash) {
-    ReportedProgram run({"--allow-insecure", "run", "--quick", "--serial", "-p",
-                         "processor", "-t", "Integer arithmetic", "-d",
-                         "cpu0"});
+  ReportedRun runCrashing(int signal, const MustCrash& mustCrash) {
+    ReportedProgram run({"--allow-insecure", "run", "--quick", "--serial", "-p", "processor", "-t",
+                         "Integer arithmetic", "-d", "cpu0"});
     for (int number = 1; number <= 3; ++number) {
       const pid_t worker = run.program().awaitWorker();
       std::string core;
@@ -88,35 +84,31 @@ protected:
     return report;
   }
 
-  static std::string stepOf(const ReportedRun &run) {
-    return *run.steps().begin();
-  }
+  static std::string stepOf(const ReportedRun& run) { return *run.steps().begin(); }
 
   /// All three worked on the same random values.
-  static void expectOneSeed(const ReportedRun &run) {
+  static void expectOneSeed(const ReportedRun& run) {
     const std::string told = run.accountOf(stepOf(run), "jsonl");
     const std::regex seed("seed ([0-9]+)");
     std::vector<std::string> seeds;
-    for (std::sregex_iterator each(told.begin(), told.end(), seed);
-         each != std::sregex_iterator(); ++each) {
+    for (std::sregex_iterator each(told.begin(), told.end(), seed); each != std::sregex_iterator();
+         ++each) {
       seeds.push_back((*each)[1]);
     }
     EXPECT_THAT(seeds, SizeIs(3)) << told;
-    EXPECT_THAT(std::set<std::string>(seeds.begin(), seeds.end()), SizeIs(1))
-        << told;
+    EXPECT_THAT(std::set<std::string>(seeds.begin(), seeds.end()), SizeIs(1)) << told;
   }
 
-  std::vector<std::string> m_cores; ///< of the workers, in their order
+  std::vector<std::string> m_cores;  ///< of the workers, in their order
 };
 
 TEST_F(CrashFromOutside, on_one_core_only_is_a_failure_of_the_hardware) {
-  const ReportedRun run = runCrashing(
-      SIGSEGV, [](int, const std::string &core) { return core == "0"; });
+  const ReportedRun run =
+      runCrashing(SIGSEGV, [](int, const std::string& core) { return core == "0"; });
   EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
   EXPECT_THAT(run.verdictsOf(stepOf(run)), ElementsAre("FAILED"));
   EXPECT_THAT(run.symptomsOf(stepOf(run)), ElementsAre("crash-on-one-device"));
-  EXPECT_THAT(run.formatsWithout(stepOf(run), "the hardware is at fault"),
-              IsEmpty());
+  EXPECT_THAT(run.formatsWithout(stepOf(run), "the hardware is at fault"), IsEmpty());
   EXPECT_EQ(m_cores[0], "0");
   EXPECT_EQ(m_cores[1], "0");
   EXPECT_NE(m_cores[2], "0");
@@ -124,31 +116,26 @@ TEST_F(CrashFromOutside, on_one_core_only_is_a_failure_of_the_hardware) {
 }
 
 TEST_F(CrashFromOutside, on_both_cores_is_trouble_of_the_package) {
-  const ReportedRun run =
-      runCrashing(SIGILL, [](int, const std::string &) { return true; });
+  const ReportedRun run = runCrashing(SIGILL, [](int, const std::string&) { return true; });
   EXPECT_EQ(run.exitCode(), kNoVerdict) << run.outcome().out;
   EXPECT_THAT(run.verdictsOf(stepOf(run)), ElementsAre("ERROR"));
   EXPECT_THAT(run.symptomsOf(stepOf(run)), ElementsAre("worker-crashed"));
-  EXPECT_THAT(run.formatsWithout(stepOf(run), "the package is to blame"),
-              IsEmpty());
+  EXPECT_THAT(run.formatsWithout(stepOf(run), "the package is to blame"), IsEmpty());
 }
 
 TEST_F(CrashFromOutside, that_does_not_come_back_is_a_warning) {
-  const ReportedRun run = runCrashing(
-      SIGFPE, [](int number, const std::string &) { return number == 1; });
+  const ReportedRun run =
+      runCrashing(SIGFPE, [](int number, const std::string&) { return number == 1; });
   EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
   EXPECT_THAT(run.verdictsOf(stepOf(run)), ElementsAre("WARNING"));
-  EXPECT_THAT(run.formatsWithout(stepOf(run), "not when it was repeated"),
-              IsEmpty());
+  EXPECT_THAT(run.formatsWithout(stepOf(run), "not when it was repeated"), IsEmpty());
 }
 
-TEST(PoisonFromOutside,
-     under_a_test_of_something_else_is_a_failure_of_the_memory) {
+TEST(PoisonFromOutside, under_a_test_of_something_else_is_a_failure_of_the_memory) {
   Workplace place;
   place.useMisbehavingPackage();
-  const ReportedRun run =
-      reportedRun({"--config", place.controlFile(), "--allow-insecure", "run",
-                   "-t", "Poisoned memory", "-d", "Unit 0"});
+  const ReportedRun run = reportedRun({"--config", place.controlFile(), "--allow-insecure", "run",
+                                       "-t", "Poisoned memory", "-d", "Unit 0"});
   const std::string test = "Misbehaving package: Poisoned memory on Unit 0";
   const std::string watch = "diagctl: Machine watch on this machine";
   EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
@@ -156,10 +143,9 @@ TEST(PoisonFromOutside,
   EXPECT_THAT(run.verdictsOf(test), ElementsAre("ERROR"));
   EXPECT_THAT(run.verdictsOf(watch), ElementsAre("FAILED"));
   EXPECT_THAT(run.symptomsOf(watch), ElementsAre("memory-poisoned"));
-  EXPECT_THAT(run.formatsWithout(watch, "Replace the memory module"),
-              IsEmpty());
+  EXPECT_THAT(run.formatsWithout(watch, "Replace the memory module"), IsEmpty());
   EXPECT_THAT(run.faultsOfLog(), IsEmpty());
 }
 
-} // namespace
-} // namespace TarvexDiags::DiagctlTest
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
