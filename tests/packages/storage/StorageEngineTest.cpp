@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <map>
 #include <numeric>
 #include <random>
@@ -421,9 +422,10 @@ int errorOf(Run run) {
   return 0;
 }
 
-TEST(StorageLeaving, is_told_in_place_of_unreadable_blocks) {
-  using Engine = std::function<void(BlockSource&, RecordingJournal&)>;
-  const std::map<std::string, Engine> engines{
+using Engine = std::function<void(BlockSource&, RecordingJournal&)>;
+
+const std::map<std::string, Engine>& engines() {
+  static const std::map<std::string, Engine> kEngines{
       {"scan", [](auto& source, auto& journal) { scanSequentially(source, {}, kDisk, journal); }},
       {"random reads",
        [](auto& source, auto& journal) {
@@ -440,7 +442,11 @@ TEST(StorageLeaving, is_told_in_place_of_unreadable_blocks) {
       {"write and verify",
        [](auto& source, auto& journal) { writeAndVerify(source, {.seed = 9}, kDisk, journal); }},
   };
-  for (const auto& [name, engine] : engines) {
+  return kEngines;
+}
+
+TEST(StorageLeaving, is_told_in_place_of_unreadable_blocks) {
+  for (const auto& [name, engine] : engines()) {
     for (const auto way :
          {FaultySource::Leaving::WithErrors, FaultySource::Leaving::WithoutBytes}) {
       // At once, and after a moment in which every transfer fails.
@@ -484,6 +490,19 @@ TEST(StorageSilence, ends_a_test_and_names_the_block) {
   EXPECT_TRUE(faulty.isAbandoned());
 }
 
+TEST(StorageSilence, ends_every_test) {
+  for (const auto& [name, engine] : engines()) {
+    FaultySource faulty(goodDisk());
+    for (std::uint64_t offset = 0; offset < kDiskSize; offset += 64 * kKib) {
+      faulty.hangReads(offset);
+    }
+    faulty.losePatienceAfter(std::chrono::milliseconds(200));
+    RecordingJournal journal;
+    EXPECT_THROW(engine(faulty, journal), SilentDisk) << name;
+    EXPECT_EQ(journal.count(StorageEvent::NoAnswer), 1) << name;
+  }
+}
+
 TEST(StorageSilence, of_a_flush_ends_the_test_too) {
   FaultySource faulty(goodDisk());
   faulty.hangFlush().losePatienceAfter(std::chrono::seconds(1));
@@ -502,6 +521,55 @@ TEST(StorageSilence, does_not_keep_a_test_that_shall_stop) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_TRUE(faulty.isAbandoned());
+}
+
+/// @brief Asks for a stop from a question on, and knows since when.
+class StoppingJournal : public RecordingJournal {
+ public:
+  explicit StoppingJournal(int questions) : m_left(questions) {}
+
+  bool stopRequested() override {
+    ++m_asked;
+    if (m_left-- > 0) {
+      return false;
+    }
+    m_since = std::min(m_since, std::chrono::steady_clock::now());
+    return true;
+  }
+
+  int asked() const { return m_asked; }
+  bool hasStopped() const { return m_since != std::chrono::steady_clock::time_point::max(); }
+  auto sinceStop() const { return std::chrono::steady_clock::now() - m_since; }
+
+ private:
+  int m_left;
+  int m_asked = 0;
+  std::chrono::steady_clock::time_point m_since = std::chrono::steady_clock::time_point::max();
+};
+
+TEST(StorageStop, is_answered_at_ten_moments_of_every_test) {
+  for (const auto& [name, engine] : engines()) {
+    const auto source = goodDisk();
+    StoppingJournal whole(std::numeric_limits<int>::max());
+    engine(*source, whole);
+    for (int tenth = 0; tenth < 10; ++tenth) {
+      StoppingJournal journal(whole.asked() * tenth / 10);
+      try {
+        engine(*source, journal);
+      } catch (const PackageKit::Stopped&) {
+      }
+      EXPECT_TRUE(journal.hasStopped()) << name << " " << tenth;
+      EXPECT_LT(journal.sinceStop(), std::chrono::milliseconds(500)) << name << " " << tenth;
+      EXPECT_THAT(journal.complaints(), IsEmpty()) << name << " " << tenth;
+    }
+  }
+}
+
+TEST(StorageStop, is_answered_while_the_space_of_a_file_is_reserved) {
+  int questions = 0;
+  EXPECT_THROW(makeTemporaryFile(".", 1024 * kMib, [&] { return ++questions > 3; }),
+               PackageKit::Stopped);
+  EXPECT_EQ(questions, 4);
 }
 
 TEST(StorageRanges, are_joined_where_they_touch) {
