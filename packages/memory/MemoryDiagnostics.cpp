@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "packages/common/RandomSequence.h"
 #include "packages/memory/WordAccess.h"
@@ -26,17 +28,49 @@ double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool runAll(Sweeper& sweeper, const std::vector<Sweep>& sweeps) {
-  sweeper.expectWalks(sweeps.size());
-  return sweeper.run(sweeps);
+using PatternAt = std::function<Pattern(std::size_t number)>;
+
+/// How a test goes from pattern to pattern. Patterns are made when it is their turn: there may be
+/// millions of rounds.
+struct March {
+  std::size_t patterns = 0;
+  PatternAt patternAt = {};
+  Sweep::Writing writing = Sweep::Writing::Streamed;
+  /// Called before each comparison; false ends the march.
+  std::function<bool()> beforeComparing = [] { return true; };
+};
+
+/// Each walk but the first and last verifies one pattern and writes the next, rising and falling in
+/// turn.
+bool run(Sweeper& sweeper, const March& march) {
+  sweeper.expectWalks(march.patterns + 1);
+  Sweep sweep;
+  sweep.writing = march.writing;
+  for (std::size_t number = 0; number <= march.patterns; ++number) {
+    sweep.order = number % 2 == 0 ? Order::Rising : Order::Falling;
+    sweep.expected = std::move(sweep.next);
+    sweep.next = number < march.patterns ? std::optional(march.patternAt(number)) : std::nullopt;
+    if ((sweep.expected && !march.beforeComparing()) || !sweeper.run(sweep)) {
+      return false;
+    }
+  }
+  return true;
 }
 
-std::vector<Pattern> repeated(const std::vector<Pattern>& patterns, int rounds) {
-  std::vector<Pattern> all;
-  for (int round = 0; round < rounds; ++round) {
-    all.insert(all.end(), patterns.begin(), patterns.end());
-  }
-  return all;
+/// The patterns again and again.
+March marchThrough(std::vector<Pattern> patterns, int rounds) {
+  March march;
+  march.patterns = patterns.size() * static_cast<std::size_t>(rounds);
+  march.patternAt = [patterns = std::move(patterns)](std::size_t number) {
+    return patterns[number % patterns.size()];
+  };
+  return march;
+}
+
+/// Random words and their inverses in turn, from one seed after the other.
+Pattern randomAt(std::uint64_t seed, std::size_t number) {
+  const Pattern pattern = Pattern::random(seed + number / 2);
+  return number % 2 == 0 ? pattern : pattern.inverse();
 }
 
 // --- Address lines
@@ -87,8 +121,7 @@ bool addressLines(Sweeper& sweeper, const TestOptions& options) {
   // More than once, as what flips before the first comparison of a cell or after its last one is
   // lost on a test.
   const int rounds = (options.quick ? 1 : 5) * options.rounds;
-  const auto patterns = repeated({address, address.inverse()}, rounds);
-  return runAll(sweeper, marchThrough(patterns));
+  return run(sweeper, marchThrough({address, address.inverse()}, rounds));
 }
 
 // --- Patterns that march
@@ -101,7 +134,7 @@ bool walking(Sweeper& sweeper, const TestOptions& options, bool zeros) {
     const std::uint64_t ones = (options.quick ? kInEveryByte : 1) << bit;
     patterns.push_back(Pattern::constant(zeros ? ~ones : ones));
   }
-  return runAll(sweeper, marchThrough(repeated(patterns, options.rounds)));
+  return run(sweeper, marchThrough(std::move(patterns), options.rounds));
 }
 
 bool walkingOnes(Sweeper& sweeper, const TestOptions& options) {
@@ -126,17 +159,15 @@ bool movingInversions(Sweeper& sweeper, const TestOptions& options) {
     patterns.push_back(Pattern::constant(~word));
     patterns.push_back(Pattern::constant(word));
   }
-  return runAll(sweeper, marchThrough(repeated(patterns, options.rounds)));
+  return run(sweeper, marchThrough(std::move(patterns), options.rounds));
 }
 
 bool randomPatterns(Sweeper& sweeper, const TestOptions& options) {
-  const int count = (options.quick ? 1 : 8) * options.rounds;
-  std::vector<Pattern> patterns;
-  for (int number = 0; number < count; ++number) {
-    patterns.push_back(Pattern::random(options.seed + static_cast<std::uint64_t>(number)));
-    patterns.push_back(patterns.back().inverse());
-  }
-  return runAll(sweeper, marchThrough(patterns));
+  March march;
+  march.patterns =
+      std::size_t{2} * (options.quick ? 1 : 8) * static_cast<std::size_t>(options.rounds);
+  march.patternAt = [&](std::size_t number) { return randomAt(options.seed, number); };
+  return run(sweeper, march);
 }
 
 bool moduloX(Sweeper& sweeper, const TestOptions& options) {
@@ -148,11 +179,9 @@ bool moduloX(Sweeper& sweeper, const TestOptions& options) {
       patterns.push_back(Pattern::modulo(word, offset));
     }
   }
-  std::vector<Sweep> sweeps = marchThrough(repeated(patterns, options.rounds));
-  for (Sweep& sweep : sweeps) {
-    sweep.writing = Sweep::Writing::Scattered;
-  }
-  return runAll(sweeper, sweeps);
+  March march = marchThrough(std::move(patterns), options.rounds);
+  march.writing = Sweep::Writing::Scattered;
+  return run(sweeper, march);
 }
 
 // --- Block move
@@ -235,23 +264,21 @@ class BlockMover {
 /// Each pattern moves up and its inverse back down, so that a bit which is stuck differs from one.
 bool blockMove(Sweeper& sweeper, const TestOptions& options) {
   constexpr int kMoves = 3;
-  const int rounds = (options.quick ? 1 : 2) * options.rounds;
-  std::vector<Pattern> patterns;
-  for (int round = 0; round < rounds; ++round) {
-    patterns.push_back(Pattern::random(options.seed + static_cast<std::uint64_t>(round)));
-    patterns.push_back(patterns.back().inverse());
-  }
-  sweeper.expectWalks(1 + patterns.size() * (kMoves + 1));
+  const std::size_t patterns =
+      std::size_t{2} * (options.quick ? 1 : 2) * static_cast<std::size_t>(options.rounds);
+  sweeper.expectWalks(1 + patterns * (kMoves + 1));
   sweeper.expectMoves();
   BlockMover mover(sweeper);
-  bool good = mover.fill(patterns.front());
-  for (std::size_t index = 0; index < patterns.size(); ++index) {
+  std::optional<Pattern> next = randomAt(options.seed, 0);
+  bool good = mover.fill(*next);
+  for (std::size_t index = 0; good && index < patterns; ++index) {
     using Direction = BlockMover::Direction;
+    const Pattern expected = *next;
+    next = index + 1 < patterns ? std::optional(randomAt(options.seed, index + 1)) : std::nullopt;
     for (int turn = 0; good && turn < kMoves; ++turn) {
       good = mover.move(index % 2 == 0 ? Direction::Up : Direction::Down);
     }
-    const bool isLast = index + 1 == patterns.size();
-    good = good && mover.compare(patterns[index], isLast ? nullptr : &patterns[index + 1]);
+    good = good && mover.compare(expected, next ? &*next : nullptr);
   }
   return good;
 }
@@ -261,11 +288,9 @@ bool blockMove(Sweeper& sweeper, const TestOptions& options) {
 
 bool bitFade(Sweeper& sweeper, const TestOptions& options) {
   const Pattern ones = Pattern::constant(~std::uint64_t{0});
-  const auto sweeps = marchThrough(repeated({ones, ones.inverse()}, options.rounds));
-  sweeper.expectWalks(sweeps.size());
-  return std::all_of(sweeps.begin(), sweeps.end(), [&](const Sweep& sweep) {
-    return (!sweep.expected || sweeper.observer().wait(options.hold)) && sweeper.run(sweep);
-  });
+  March march = marchThrough({ones, ones.inverse()}, options.rounds);
+  march.beforeComparing = [&] { return sweeper.observer().wait(options.hold); };
+  return run(sweeper, march);
 }
 
 /// Each pattern is followed by its inverse; random words and the same word all over take turns.
@@ -314,24 +339,6 @@ constexpr MemoryTest kTests[] = {
 };
 
 }  // namespace
-
-std::vector<Sweep> marchThrough(const std::vector<Pattern>& patterns) {
-  std::vector<Sweep> sweeps;
-  Order order = Order::Rising;
-  for (std::size_t index = 0; index <= patterns.size(); ++index) {
-    Sweep sweep;
-    sweep.order = order;
-    if (index > 0) {
-      sweep.expected = patterns[index - 1];
-      order = order == Order::Rising ? Order::Falling : Order::Rising;
-    }
-    if (index < patterns.size()) {
-      sweep.next = patterns[index];
-    }
-    sweeps.push_back(std::move(sweep));
-  }
-  return sweeps;
-}
 
 std::span<const MemoryTest> memoryTests() {
   return kTests;

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 #include "packages/memory/Sweeper.h"
 
@@ -41,9 +40,5 @@ std::span<const MemoryTest> memoryTests();
 
 /// @brief Runs a test on the sweeper's region; faults go to its observer.
 TestReport runTest(const MemoryTest& test, Sweeper& sweeper, const TestOptions& options);
-
-/// @brief The chain of sweeps that goes from pattern to pattern: each but the first and last
-/// verifies the one before and writes the next in one pass, rising and falling in turn.
-std::vector<Sweep> marchThrough(const std::vector<Pattern>& patterns);
 
 }  // namespace TarvexDiags::Memory

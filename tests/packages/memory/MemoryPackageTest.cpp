@@ -285,13 +285,15 @@ class StoppingContext : public RecordingContext {
   mutable Clock::time_point m_stopped;
 };
 
+constexpr auto kLongestAnswer = std::chrono::milliseconds(500);
+
 class MemoryStopTest : public MemoryCountersTest, public ::testing::WithParamInterface<int> {
  protected:
   /// The memory differs in size from run to run, so that each of them maps it.
   PackageKit::TestParameters nextParameters() {
     m_isLarge = !m_isLarge;
     machine.has("proc/meminfo", "MemTotal: 131072 kB\nMemAvailable: 131072 kB\n");
-    takeAtMost(m_isLarge ? 64 : 40);
+    takeAtMost(m_isLarge ? 16 : 10);
     PackageKit::TestParameters wanted = parameters("");
     wanted.testId = GetParam();
     wanted.quickMode = true;
@@ -312,9 +314,14 @@ TEST_P(MemoryStopTest, test_ends_at_once_at_each_of_ten_moments) {
   EXPECT_EQ(run(smaller).kind(), PackageKit::Verdict::Kind::Passed);
   const long questions = std::min(whole.asked(), smaller.asked());
   for (long moment = 0; moment < 10; ++moment) {
-    StoppingContext stopping(nextParameters(), 1 + moment * (questions - 1) / 10);
-    EXPECT_THROW(run(stopping), PackageKit::Stopped) << "moment " << moment;
-    EXPECT_LT(stopping.sinceStop(), std::chrono::milliseconds(500)) << "moment " << moment;
+    // A busy machine is late once, a test that does not listen each time.
+    StoppingContext::Clock::duration quickest = std::chrono::hours(1);
+    for (int attempt = 0; attempt < 3 && quickest > kLongestAnswer; ++attempt) {
+      StoppingContext stopping(nextParameters(), 1 + moment * (questions - 1) / 10);
+      EXPECT_THROW(run(stopping), PackageKit::Stopped) << "moment " << moment;
+      quickest = std::min(quickest, stopping.sinceStop());
+    }
+    EXPECT_LT(quickest, kLongestAnswer) << "moment " << moment;
   }
 }
 
