@@ -27,7 +27,9 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
     throw std::system_error(errno, std::generic_category(), options.log);
   }
   JsonlReader reader(in, options.log);
-  Outputs outputs(options.reporting.outputs, formatOf(options.reporting), false);
+  const RunConditions conditions{.isStrict = options.reporting.isStrict,
+                                 .failsOnSkip = options.reporting.failsOnSkip};
+  Outputs outputs(options.reporting.outputs, formatOf(options.reporting), {false, conditions});
   const VanishedJudge judge(vanishedOf(options.reporting));
   std::optional<int> code;
   for (bool isRead = true; isRead;) {
@@ -39,8 +41,7 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
     });
     if (isRead) {
       summary = summaryOf(record);
-      code = exitCodeOf(record, {.isStrict = options.reporting.isStrict,
-                                 .failsOnSkip = options.reporting.failsOnSkip});
+      code = exitCodeOf(record, conditions);
     }
   }
   if (!code) {

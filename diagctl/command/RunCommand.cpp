@@ -234,10 +234,11 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
   allowOpenFiles(openFilesFor(testsAtOnce(session, plan)));
   const ReportingOptions& reporting = options.reporting;
-  Outputs outputs(reporting.outputs, formatOf(reporting), isColoured(STDOUT_FILENO));
+  const RunConditions conditions = conditionsOf(reporting, 0, isMatched);
+  Outputs outputs(reporting.outputs, formatOf(reporting), {isColoured(STDOUT_FILENO), conditions});
   const RunRecord record = runPlan(options, session, plan, outputs);
   summary = summaryOf(record);
-  const int code = finish(outputs, exitCodeOf(record, conditionsOf(reporting, 0, isMatched)));
+  const int code = finish(outputs, exitCodeOf(record, conditions));
   return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();
 }
 

@@ -15,23 +15,25 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 template <class Plain>
-std::unique_ptr<Reporter> make(Printer& out, bool /*colour*/) {
+std::unique_ptr<Reporter> make(Printer& out, const ReportSettings& /*settings*/) {
   return std::make_unique<Plain>(out);
 }
 
-std::unique_ptr<Reporter> makeText(Printer& out, bool colour) {
-  return std::make_unique<TextReporter>(out, colour);
+std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<TextReporter>(out, settings.isColoured);
+}
+
+std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<SummaryReporter>(out, settings.conditions);
 }
 
 }  // namespace
 
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
-      {kTextFormat, true, false, makeText},
-      {kLogFormat, true, true, make<JsonlReporter>},
-      {"junit", true, false, make<JunitReporter>},
-      {"tap", true, false, make<TapReporter>},
-      {kSummaryFormat, false, false, make<SummaryReporter>},
+      {kTextFormat, true, false, makeText},        {kLogFormat, true, true, make<JsonlReporter>},
+      {"junit", true, false, make<JunitReporter>}, {"tap", true, false, make<TapReporter>},
+      {kSummaryFormat, false, false, makeSummary},
   };
   return kTable;
 }

@@ -4,10 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
+
+/// What a report is told besides the run.
+struct ReportSettings {
+  bool isColoured = false;        ///< whether verdicts may be
+  RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
+};
 
 /// A format of a report. A new one is a row of the table and a pair of files for its reporter; the
 /// command line, its help and the outputs follow.
@@ -16,8 +23,8 @@ struct Format {
   bool isChoice;     ///< may be asked for; the others come with a style of exit codes
   bool isLog;        ///< appended to as it happens; the others are written whole
 
-  /// @param out kept alive by the caller. @param colour whether verdicts may be coloured.
-  std::unique_ptr<Reporter> (*makeReporter)(Printer& out, bool colour);
+  /// @param out kept alive by the caller.
+  std::unique_ptr<Reporter> (*makeReporter)(Printer& out, const ReportSettings& settings);
 };
 
 /// For people, and what is told unless another is asked for.

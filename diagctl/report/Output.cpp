@@ -96,7 +96,8 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
   return standardOutputs > 1 ? tr("standard output takes one format") : "";
 }
 
-std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& path) {
+std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& path,
+                                       ReportSettings settings) {
   std::unique_ptr<Output> output(new Output);
   output->m_path = path;
   output->m_name = output->m_path;
@@ -117,15 +118,17 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
   if (format.isLog && isPlain && endsWithinLine(path)) {
     output->m_out->write("\n");
   }
-  output->m_reporter = format.makeReporter(*output->m_out, false);
+  settings.isColoured = false;
+  output->m_reporter = format.makeReporter(*output->m_out, settings);
   return output;
 }
 
-std::unique_ptr<Output> Output::toStandardOutput(const Format& format, bool colour) {
+std::unique_ptr<Output> Output::toStandardOutput(const Format& format,
+                                                 const ReportSettings& settings) {
   std::unique_ptr<Output> output(new Output);
   output->m_name = tr("standard output");
   output->m_out = &standardOutput();
-  output->m_reporter = format.makeReporter(*output->m_out, colour);
+  output->m_reporter = format.makeReporter(*output->m_out, settings);
   return output;
 }
 
@@ -167,17 +170,17 @@ void Output::requireWritten() {
 }
 
 Outputs::Outputs(const std::vector<std::string>& specifications, const std::string& format,
-                 bool colour) {
+                 const ReportSettings& settings) {
   std::string standardFormat = format;
   for (const std::string& text : specifications) {
     const Specification parsed = parse(text);
     if (parsed.isStandardOutput()) {
       standardFormat = parsed.format;
     } else {
-      m_outputs.push_back({Output::toFile(formatNamed(parsed.format), parsed.path)});
+      m_outputs.push_back({Output::toFile(formatNamed(parsed.format), parsed.path, settings)});
     }
   }
-  m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), colour)});
+  m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), settings)});
 }
 
 template <class Act>

@@ -18,8 +18,10 @@ namespace TarvexDiags::FrontEnd {
 class Output {
  public:
   /// @throws std::system_error if the file cannot be opened.
-  static std::unique_ptr<Output> toFile(const Format& format, const std::string& path);
-  static std::unique_ptr<Output> toStandardOutput(const Format& format, bool colour);
+  static std::unique_ptr<Output> toFile(const Format& format, const std::string& path,
+                                        ReportSettings settings);
+  static std::unique_ptr<Output> toStandardOutput(const Format& format,
+                                                  const ReportSettings& settings);
 
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
@@ -58,7 +60,9 @@ class Outputs {
  public:
   /// Opens them all, and standard output in the given format unless one of them names it.
   /// @throws std::system_error naming the file that cannot be opened.
-  Outputs(const std::vector<std::string>& specifications, const std::string& format, bool colour);
+  /// @param settings no file is coloured.
+  Outputs(const std::vector<std::string>& specifications, const std::string& format,
+          const ReportSettings& settings);
 
   void handle(const RunEvent& event);
   void finish();

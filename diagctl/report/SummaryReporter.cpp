@@ -6,7 +6,6 @@
 #include <string>
 #include <variant>
 
-#include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
@@ -44,7 +43,8 @@ void SummaryReporter::handle(const RunEvent& event) {
 
 void SummaryReporter::finish() {
   const std::string counts = toText(m_record.sums());
-  const int code = translate(exitCodeOf(m_record, {}), summaryOf(m_record), ExitStyle::Nagios);
+  const int code =
+      translate(exitCodeOf(m_record, m_conditions), summaryOf(m_record), ExitStyle::Nagios);
   std::string line =
       fmt::format("DIAGCTL {}: {}{}", kStates[code], counts.empty() ? tr("nothing ran") : counts,
                   firstFinding(m_record));

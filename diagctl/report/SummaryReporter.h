@@ -1,5 +1,6 @@
 #pragma once
 
+#include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
@@ -10,14 +11,16 @@ namespace TarvexDiags::FrontEnd {
 /// several runs it tells the last.
 class SummaryReporter : public Reporter {
  public:
-  /// @param out kept alive by the caller.
-  explicit SummaryReporter(Printer& out) : m_out(out) {}
+  /// @param out kept alive by the caller. @param conditions as for the exit code.
+  explicit SummaryReporter(Printer& out, const RunConditions& conditions = {})
+      : m_out(out), m_conditions(conditions) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
   Printer& m_out;
+  const RunConditions m_conditions;
   RunRecord m_record;
 };
 

@@ -224,5 +224,20 @@ TEST_F(DiagctlVerdict, of_the_monitors_line_names_the_fault_and_not_the_crash_be
                                       "Unit 0 has a fault: bit 3."));
 }
 
+TEST_F(DiagctlVerdict, of_the_monitors_line_is_that_of_the_exit_code) {
+  place.useMisbehavingPackage();
+  const auto expectLine = [&](const std::string& test, const std::string& option, int exitCode,
+                              const std::string& line) {
+    const Outcome outcome = run({"run", "-q", "-t", test, "-t", "Behaves", "-d", "Unit 0",
+                                 "--exit-style", "nagios", option});
+    EXPECT_EQ(outcome.exitCode, exitCode) << option;
+    EXPECT_THAT(outcome.out, StartsWith("DIAGCTL " + line)) << option;
+  };
+  expectLine("Impossible", "--quick", 0, "OK: ");
+  expectLine("Impossible", "--fail-on-skip", 3, "UNKNOWN: ");
+  expectLine("Warning, then passed", "--quick", 1, "WARNING: ");
+  expectLine("Warning, then passed", "--strict", 3, "UNKNOWN: ");
+}
+
 }  // namespace
 }  // namespace TarvexDiags::DiagctlTest

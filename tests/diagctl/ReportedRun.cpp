@@ -119,21 +119,16 @@ ReportedRun::Accounts ReportedRun::readXml(const std::string& report) {
 
 // A warning is told by what is remarked of a point that is well.
 ReportedRun::Accounts ReportedRun::readTap(const std::string& report) {
-  static const std::regex kPoint("(not )?ok \\d+ - ([^#]*[^# ])( # ((TODO|SKIP).*))?");
   Accounts accounts;
-  Account* present = nullptr;
-  for (const std::string& line : linesOf(report)) {
-    std::smatch match;
-    if (line.rfind("# ", 0) == 0 && present != nullptr) {
-      present->text += line + "\n";
-      present->verdict = present->verdict == "PASSED" ? "WARNING" : present->verdict;
-    } else if (std::regex_match(line, match, kPoint)) {
-      present = &accounts[match[2]];
-      const std::string directive = match[5];
-      const std::string well = directive == "SKIP" ? "SKIPPED" : "PASSED";
-      const std::string ill = directive == "TODO" ? "ERROR" : "FAILED";
-      present->verdict = match[1].matched ? ill : well;
-      present->text = match[4].str() + "\n";
+  for (const Point& point : parseTap(report).points) {
+    const bool isSkipped = point.directive.starts_with("SKIP");
+    const std::string well = point.remarks.empty() ? "PASSED" : "WARNING";
+    const std::string ill = point.directive.starts_with("TODO") ? "ERROR" : "FAILED";
+    Account& account = accounts[point.name];
+    account.verdict = isSkipped ? "SKIPPED" : point.isOk ? well : ill;
+    account.text = point.directive + "\n";
+    for (const std::string& remark : point.remarks) {
+      account.text += remark + "\n";
     }
   }
   return accounts;

@@ -337,6 +337,9 @@ TapReport parseTap(const std::string& text) {
       report.points.push_back({!match[1].matched, std::stoi(match[2]), match[3], match[5]});
     } else if (line.rfind("# ", 0) == 0) {
       report.comments.push_back(line.substr(2));
+      if (!report.points.empty()) {
+        report.points.back().remarks.push_back(line.substr(2));
+      }
     } else {
       throw std::runtime_error("no line of the protocol: " + line);
     }

@@ -30,7 +30,8 @@ struct Point {
   bool isOk = false;
   int number = 0;
   std::string name;
-  std::string directive;  ///< "TODO ..." or "SKIP ...", empty for none
+  std::string directive;                  ///< "TODO ..." or "SKIP ...", empty for none
+  std::vector<std::string> remarks = {};  ///< the comments behind it
 };
 
 struct TapReport {

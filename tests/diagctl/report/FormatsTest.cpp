@@ -33,7 +33,7 @@ TEST(Formats, each_tell_of_a_run_in_their_way) {
   for (const Format& format : formats()) {
     std::ostringstream out;
     Printer printer(out);
-    const auto reporter = format.makeReporter(printer, false);
+    const auto reporter = format.makeReporter(printer, {});
     for (const RunEvent& event : wholeRun()) {
       reporter->handle(event);
     }

@@ -20,7 +20,7 @@ using ::testing::Not;
 std::string reportOf(const Format& format) {
   std::ostringstream out;
   Printer printer(out);
-  const auto reporter = format.makeReporter(printer, false);
+  const auto reporter = format.makeReporter(printer, {});
   for (RunEvent event : wholeRun()) {
     if (auto* started = std::get_if<StepStarted>(&event.body)) {
       started->device = "Disk \xff\x1b[2J";
