@@ -33,7 +33,15 @@ const std::string kPackage = "misbehaving";
 constexpr unsigned int kUnit0 = 1;
 constexpr unsigned int kUnit1 = 2;
 constexpr unsigned int kUnit2 = 4;
-enum Tests { BEHAVES = 1, SEGFAULTS = 2, DEAF = 6, FAULT = 14, TAKES_TIME = 16, LIES = 25 };
+enum Tests {
+  BEHAVES = 1,
+  SEGFAULTS = 2,
+  DEAF = 6,
+  FAULT = 14,
+  TAKES_TIME = 16,
+  LIES = 25,
+  CRASHES_BEHIND_FAULT = 29,
+};
 
 class KitUnderController : public ::testing::Test {
  protected:
@@ -82,6 +90,15 @@ TEST_F(KitUnderController, a_crash_is_one_requests_trouble_and_nobody_elses) {
   EXPECT_THAT(m_harness.results(), ::testing::UnorderedElementsAre("UNUSUAL_STATUS 1", "PASSED 2"));
   EXPECT_THAT(m_harness.events(),
               Contains(HasSubstr("9000 E 1 [2, Segmentation fault, selftest/unit0, SIGSEGV")));
+}
+
+TEST_F(KitUnderController, a_fault_behind_which_its_test_crashed_is_handed_over_as_failed) {
+  m_harness.start();
+  m_harness.queue(kPackage, kUnit0, {CRASHES_BEHIND_FAULT});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_THAT(m_harness.results(), ElementsAre("FAILED 1"));
+  EXPECT_THAT(m_harness.events(), Contains(HasSubstr("2 E 1 [Unit 0, bit 3]")));
+  EXPECT_THAT(m_harness.events(), Contains(HasSubstr("9000 E 1 [29, ")));
 }
 
 TEST_F(KitUnderController, stress_is_looped_by_the_package) {
