@@ -173,21 +173,34 @@ void Runner::queue(Step& step, const std::string& parameters) {
 
 // Behind the plan, when all is known of the other devices.
 void Runner::tryCrashes() {
+  std::map<Target, Standing> standings;
+  for (const Step& step : m_steps) {
+    standings[{step.planned.pair.device, step.planned.pair.test}] = standingOf(step);
+  }
   const std::size_t planned = m_steps.size();
   for (std::size_t index = 0; index < planned; ++index) {
     Step& step = m_steps[index];
     if (step.trial && !step.trial->isOver()) {
-      tryCrash(step);
+      tryCrash(step, standings);
     }
   }
 }
 
-void Runner::tryCrash(Step& crashed) {
+Runner::Standing Runner::standingOf(const Step& step) {
+  if (step.judge.hasCrashed()) {
+    return Standing::Crashed;
+  }
+  return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Passed
+             ? Standing::Passed
+             : Standing::Unknown;
+}
+
+void Runner::tryCrash(Step& crashed, const std::map<Target, Standing>& standings) {
   if (m_isAborted) {
     stopTrial(crashed, tr("The run was ended before the test could be repeated."));
     return;
   }
-  const auto other = otherFor(crashed);
+  const auto other = otherFor(crashed, standings);
   if (!other) {
     stopTrial(crashed, tr("There is no other device to compare it with."));
     return;
@@ -203,23 +216,18 @@ void Runner::stopTrial(Step& crashed, const std::string& reason) {
 }
 
 // Best a device on which the test passed, last one on which it crashed too.
-std::optional<SelectedPair> Runner::otherFor(const Step& crashed) const {
-  std::vector<SelectedPair> pairs = pairsToCompare(crashed.planned.pair, m_plan.offered);
-  const auto hasOutcome = [&](const SelectedPair& pair, auto isMeant) {
-    return std::any_of(m_steps.begin(), m_steps.end(), [&](const Step& step) {
-      const SelectedPair& tried = step.planned.pair;
-      return tried.test == pair.test && tried.device == pair.device && isMeant(step);
-    });
+std::optional<SelectedPair> Runner::otherFor(const Step& crashed,
+                                             const std::map<Target, Standing>& standings) const {
+  const std::vector<SelectedPair> pairs = pairsToCompare(crashed.planned.pair, m_plan.offered);
+  const auto standing = [&](const SelectedPair& pair) {
+    const auto entry = standings.find({pair.device, pair.test});
+    return entry != standings.end() ? entry->second : Standing::Unknown;
   };
-  std::stable_partition(pairs.begin(), pairs.end(), [&](const SelectedPair& pair) {
-    return !hasOutcome(pair, [](const Step& step) { return step.judge.hasCrashed(); });
-  });
-  std::stable_partition(pairs.begin(), pairs.end(), [&](const SelectedPair& pair) {
-    return hasOutcome(pair, [](const Step& step) {
-      return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Passed;
-    });
-  });
-  return pairs.empty() ? std::nullopt : std::optional(pairs.front());
+  const auto best = std::min_element(pairs.begin(), pairs.end(),
+                                     [&](const SelectedPair& left, const SelectedPair& right) {
+                                       return standing(left) < standing(right);
+                                     });
+  return best != pairs.end() ? std::optional(*best) : std::nullopt;
 }
 
 // As it was when it crashed, its random values included.

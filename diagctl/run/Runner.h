@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
@@ -40,6 +41,9 @@ class Runner {
  private:
   struct Step;
   struct Repetition;
+  /// What is known of a device that a test may be compared on, the best first.
+  enum class Standing { Passed, Unknown, Crashed };
+  using Target = std::pair<const DeviceItem*, const TestItem*>;
   enum class Hold { None, Suspended, Resumed };
 
   void tellSkipped();
@@ -47,9 +51,11 @@ class Runner {
   void queueAll();
   void queue(Step& step, const std::string& parameters);
   void tryCrashes();
-  void tryCrash(Step& crashed);
+  void tryCrash(Step& crashed, const std::map<Target, Standing>& standings);
   void repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place place);
-  std::optional<SelectedPair> otherFor(const Step& crashed) const;
+  static Standing standingOf(const Step& step);
+  std::optional<SelectedPair> otherFor(const Step& crashed,
+                                       const std::map<Target, Standing>& standings) const;
   void tellWithin(Step& repetition, RunEventBody body);
   void waitForAll();
   bool isLeft() const;
