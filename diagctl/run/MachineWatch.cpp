@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "diagctl/terminal/Translation.h"
-#include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
 
 namespace TarvexDiags::FrontEnd {
 
