@@ -20,7 +20,8 @@ struct sigaction formerAction = {};
 }  // namespace
 
 PoisonedPages::PoisonedPages(std::byte* data, std::size_t bytes)
-    : m_begin(reinterpret_cast<std::uintptr_t>(data)),
+    : m_data(data),
+      m_begin(reinterpret_cast<std::uintptr_t>(data)),
       m_end(m_begin + bytes),
       m_outer(innermost.load()) {
   innermost = this;
@@ -107,7 +108,7 @@ bool PoisonedPages::replace(std::uintptr_t address, std::size_t bytes) {
       std::max<std::size_t>(bytes, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
   const std::uintptr_t begin = std::max(address & ~(size - 1), m_begin);
   const std::uintptr_t end = std::min((address & ~(size - 1)) + size, m_end);
-  const auto physical = physicalAddressOf(reinterpret_cast<const void*>(begin));
+  const auto physical = physicalAddressOf(m_data + (begin - m_begin));
   const std::size_t index = m_claimed.fetch_add(1);
   if (index >= kRoom) {
     return false;

@@ -64,6 +64,7 @@ class PoisonedPages {
   bool replace(std::uintptr_t address, std::size_t bytes);
   static void passOn(int signal, siginfo_t* information, void* context);
 
+  std::byte* const m_data;
   const std::uintptr_t m_begin;
   const std::uintptr_t m_end;
   std::array<Entry, kRoom> m_entries;

@@ -24,7 +24,7 @@ TestOptions standardOptions() {
 }
 
 const std::map<int, SimulatedMemory::Share>& shares() {
-  static const std::map<int, SimulatedMemory::Share> all = [] {
+  static const std::map<int, SimulatedMemory::Share> kAll = [] {
     std::map<int, SimulatedMemory::Share> shares;
     SimulatedMemory memory;
     for (const MemoryTest& test : memoryTests()) {
@@ -32,7 +32,7 @@ const std::map<int, SimulatedMemory::Share>& shares() {
     }
     return shares;
   }();
-  return all;
+  return kAll;
 }
 
 std::string withOneDigit(double percent) {
