@@ -29,7 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kDevice = "Unit 0";
-constexpr unsigned long kLongestSeconds = 120;
+constexpr unsigned long kLongestSeconds = 180;
 
 std::vector<SelectedPair> expectedPairs(const Catalogue& catalogue) {
   SelectionPatterns patterns;
