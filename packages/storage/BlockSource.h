@@ -86,8 +86,8 @@ struct SourceOptions {
 };
 
 /// @brief Opens a block device or a regular file for reading, past the page cache.
-/// Throws NotSupported (no permission, or in use), std::system_error, with ENODEV when the disk is
-/// there no more.
+/// Throws NotSupported (no permission, in use, too little memory), std::system_error, with ENODEV
+/// when the disk is there no more.
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options);
 
 /// @brief Throws what openForReading throws when the disk cannot be opened.

@@ -14,10 +14,12 @@
 #include <cerrno>
 #include <fstream>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "packages/storage/Figures.h"
 #include "packages/storage/StorageEvents.h"
 
 namespace TarvexDiags::Storage {
@@ -172,14 +174,22 @@ bool isServed(int descriptor) {
 
 std::unique_ptr<BlockSource> makeSource(PackageKit::UniqueDescriptor descriptor,
                                         const SourceOptions& options) {
-  if (options.useUring && !isServed(descriptor.get())) {
-    try {
-      return makeUringSource(descriptor, options);
-    } catch (const std::system_error&) {
-      // No io_uring here, or none allowed: threads do the same, at a price.
+  try {
+    if (options.useUring && !isServed(descriptor.get())) {
+      try {
+        return makeUringSource(descriptor, options);
+      } catch (const std::system_error&) {
+        if (!descriptor) {
+          throw;  // the ring was made, the disk is at fault
+        }
+        // No io_uring here, or none allowed: threads do the same, at a price.
+      }
     }
+    return makeThreadSource(descriptor, options);
+  } catch (const std::bad_alloc&) {
+    const auto bytes = std::uint64_t{options.slots} * options.slotSize;
+    throw NotSupported("too little memory for the buffers, which take " + sizeText(bytes));
   }
-  return makeThreadSource(descriptor, options);
 }
 
 }  // namespace

@@ -208,6 +208,14 @@ TEST(StorageSource, reads_from_a_descriptor_that_waits) {
   EXPECT_EQ(found, 1);
 }
 
+TEST(StorageSource, is_not_possible_without_memory_for_its_buffers) {
+  const std::string path = "any-file";
+  std::ofstream(path) << std::string(kBlock, 'x');
+  // More than any process can address.
+  const SourceOptions huge = {.slots = 1U << 17, .slotSize = 1U << 31};
+  EXPECT_THROW(openForReading(path, huge), NotSupported);
+}
+
 TEST(StorageSource, tells_that_a_disk_is_there_no_more) {
   try {
     openForReading("/dev/no-such-disk", smallSlots());
