@@ -462,7 +462,8 @@ TEST(StorageLeaving, is_told_in_place_of_unreadable_blocks) {
         FaultySource faulty(goodDisk());
         faulty.leaveAfter(20, way, unnoticed);
         RecordingJournal journal;
-        EXPECT_EQ(errorOf([&] { engine(faulty, journal); }), ENODEV) << name << " " << unnoticed;
+        EXPECT_EQ(errorOf([&, &run = engine] { run(faulty, journal); }), ENODEV)
+            << name << " " << unnoticed;
         EXPECT_THAT(journal.complaints(), IsEmpty()) << name << " " << unnoticed;
         EXPECT_EQ(faulty.inFlight(), 0) << name;
       }
