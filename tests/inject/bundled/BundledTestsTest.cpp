@@ -28,7 +28,7 @@ using PackageKit::Testing::PackageDriver;
 
 constexpr int kMoments = 10;
 constexpr auto kAnswerTime = 500ms;
-constexpr Clock::duration kLongestLook = 2s;  ///< the moments lie in the first part of a longer run
+constexpr Clock::duration kLongestLook = 1s;  ///< the moments lie in the first part of a longer run
 
 /// The numbers that the arrangement is for: its own, or all that no other one has taken.
 std::set<int> numbersOf(const Arrangement& arrangement, const std::vector<Arrangement>& all,

@@ -105,10 +105,10 @@ Machine::~Machine() {
 std::vector<Arrangement> Machine::arrangements() const {
   using Change = Arrangement::Change;
   constexpr auto kFactory = DeviceEnum::IDeviceEnumerator::FACTORY;
-  const std::vector<Change> shortTests = {{"Package", "QuickDurationSeconds", "0.15"},
-                                          {"TestID8", "QuickDurationSeconds", "0.15"},
+  const std::vector<Change> shortTests = {{"Package", "QuickDurationSeconds", "0.1"},
+                                          {"TestID8", "QuickDurationSeconds", "0.1"},
                                           {"TestID8", "QuickHoldSeconds", "0.1"},
-                                          {"TestID9", "QuickDurationSeconds", "0.15"},
+                                          {"TestID9", "QuickDurationSeconds", "0.1"},
                                           {"Package", "QuickMaximumMegabytes", "128"}};
   // Interfaces of software are devices only where they are named as a pair.
   const auto pairOf = [](const char* first, const char* second) {
@@ -123,8 +123,7 @@ std::vector<Arrangement> Machine::arrangements() const {
        .tests = {1}},
       {.package = "processor", .changes = shortTests},
       {.package = "processor",
-       .changes = {{"Package", "SystemRoot", m_folder},
-                   {"TestID8", "QuickDurationSeconds", "0.15"}},
+       .changes = {{"Package", "SystemRoot", m_folder}, {"TestID8", "QuickDurationSeconds", "0.1"}},
        .tests = {8}},
       {.package = "storage",
        .changes = {{"Package", "DeviceFile1", m_folder / "image"}},
