@@ -112,6 +112,7 @@ struct Workbench {
   Team team;
   std::unique_ptr<Region> region;
   int node = -1;
+  bool isReady = false;  ///< false: given up half-way
 };
 
 std::unique_ptr<Workbench>& keptWorkbench() {
@@ -219,7 +220,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
     throw Common::NotSupported("Too little memory is available");
   }
   // A little less than could be had now is no reason to map and populate anew.
-  if (kept != nullptr && kept->node == node.number && held <= bytes + bytes / 4 &&
+  if (kept != nullptr && kept->isReady && kept->node == node.number && held <= bytes + bytes / 4 &&
       held >= bytes - bytes / 4) {
     return *kept;
   }
@@ -240,18 +241,20 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   for (const PoisonedPage& page : region.poisonedPages().takeNew()) {
     observer.pagePoisoned(page);
   }
+  // Kept even half-way: who asked for a stop does not wait until all of it is given back.
+  kept = std::move(made);
   context.throwIfStopped();
+  kept->isReady = true;
   journal.report(RegionReady, {context.device().name, megabytes(region.bytes()),
-                               std::to_string(made->team.size()), bestKernels().name,
+                               std::to_string(kept->team.size()), bestKernels().name,
                                megabytes(region.lockedBytes())});
   for (const std::string& remark : region.remarks()) {
     journal.report(Remark, {context.device().name, remark});
   }
-  for (const int cpu : made->team.refusedCpus()) {
+  for (const int cpu : kept->team.refusedCpus()) {
     journal.report(Remark, {context.device().name,
                             "A thread could not be pinned to CPU " + std::to_string(cpu)});
   }
-  kept = std::move(made);
   return *kept;
 }
 
