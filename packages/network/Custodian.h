@@ -38,12 +38,12 @@ class Custodian {
  private:
   /// What the process needs, laid out before it is forked: afterwards it may not allocate.
   struct Order {
-    int home;
-    int away;
-    int pipe;   ///< ends with the process that took the interface
-    int ready;  ///< takes a byte when the process is in its place
-    bool wasUp;
-    ifreq interface;
+    int home = -1;
+    int away = -1;
+    int pipe = -1;   ///< ends with the process that took the interface
+    int ready = -1;  ///< takes a byte when the process is in its place
+    bool wasUp = false;
+    ifreq interface = {};
     std::string record;
   };
 

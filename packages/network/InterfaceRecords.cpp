@@ -131,7 +131,7 @@ fs::path InterfaceRecords::add(const Link& link) const {
   fs::create_directories(m_directory, failure);
   const std::string owner = std::to_string(getpid());
   const std::string home = namespaceName();
-  const fs::path file = m_directory / (home + "-" + link.name);
+  fs::path file = m_directory / (home + "-" + link.name);
   fs::path unfinished = file;
   unfinished += kUnfinished;
   writeFile(unfinished, textOf({{"interface", link.name},

@@ -270,8 +270,8 @@ Verdict offlineSelfTest(TestContext& context) {
 
 /// @brief The way over the loopback interface, which stays the same as long as the test runs.
 Path loopbackPath(const Link& before) {
-  return {before.name, Path::Medium::Loopback,
-          [before] { requireSameLink(before, readLink(before.name)); }};
+  return Path(before.name, Path::Medium::Loopback,
+              [before] { requireSameLink(before, readLink(before.name)); });
 }
 
 /// @brief A connection is made at once or, after lost packets, within seconds; never is it waited

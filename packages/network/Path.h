@@ -25,7 +25,8 @@ class Path {
 
   /// @param presence throws when the interface has gone (std::system_error with ENODEV) or was
   ///   switched off meanwhile (NotSupported); it may be asked from any thread of the test
-  Path(std::string interface, Medium medium = Medium::Wire, std::function<void()> presence = {});
+  explicit Path(std::string interface, Medium medium = Medium::Wire,
+                std::function<void()> presence = {});
 
   const std::string& interface() const { return m_interface; }
 

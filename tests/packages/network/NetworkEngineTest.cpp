@@ -50,6 +50,7 @@ namespace fs = std::filesystem;
 
 constexpr std::uint64_t kMib = std::uint64_t{1} << 20;
 const std::string kLo = "lo";
+const Path kLoopback(kLo);  ///< judged as a wire would be
 
 unsigned int codeOf(NetworkEvent event) {
   return static_cast<unsigned int>(event);
@@ -106,7 +107,7 @@ TEST(NetworkStream, arrives_whole_over_the_loopback_address) {
   for (const unsigned int connections : {1U, 3U}) {
     RecordingJournal journal;
     const StreamFigures figures =
-        verifyStreams(sound(), stream(4 * kMib, connections), kLo, journal);
+        verifyStreams(sound(), stream(4 * kMib, connections), kLoopback, journal);
     EXPECT_EQ(figures.bytes, 4 * kMib * connections);
     EXPECT_THAT(journal.complaints(), IsEmpty());
     EXPECT_EQ(journal.parametersOf(NetworkEvent::StreamVerified).at(1),
@@ -117,7 +118,7 @@ TEST(NetworkStream, arrives_whole_over_the_loopback_address) {
 
 TEST(NetworkStream, with_a_flipped_bit_names_place_and_bytes) {
   RecordingJournal journal;
-  verifyStreams(faulty({.flips = {{kMib + 5, 0x10}}}), stream(), kLo, journal);
+  verifyStreams(faulty({.flips = {{kMib + 5, 0x10}}}), stream(), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Corrupted)));
   const auto parameters = journal.parametersOf(NetworkEvent::Corrupted);
   ASSERT_THAT(parameters, SizeIs(5));
@@ -129,7 +130,7 @@ TEST(NetworkStream, with_a_flipped_bit_names_place_and_bytes) {
 TEST(NetworkStream, joins_neighbouring_flips_and_tells_distant_ones) {
   RecordingJournal journal;
   verifyStreams(faulty({.flips = {{100, 0xFF}, {103, 0x0F}, {kMib, 1}, {4 * kMib - 1, 1}}}),
-                stream(), kLo, journal);
+                stream(), kLoopback, journal);
   EXPECT_EQ(journal.count(NetworkEvent::Corrupted), 3);
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Corrupted).at(4), "12");
 }
@@ -138,7 +139,7 @@ TEST(NetworkStream, finds_every_flip_at_the_edges_of_what_is_received) {
   for (const std::uint64_t place : {std::uint64_t{0}, std::uint64_t{9'999}, std::uint64_t{10'000},
                                     Payload::kPeriod - 1, Payload::kPeriod + std::uint64_t{0}}) {
     RecordingJournal journal;
-    verifyStreams(faulty({.flips = {{place, 0x80}}}), stream(kMib), kLo, journal);
+    verifyStreams(faulty({.flips = {{place, 0x80}}}), stream(kMib), kLoopback, journal);
     EXPECT_EQ(journal.count(NetworkEvent::Corrupted), 1) << place;
     EXPECT_EQ(journal.parametersOf(NetworkEvent::Corrupted).at(1), std::to_string(place));
   }
@@ -147,7 +148,7 @@ TEST(NetworkStream, finds_every_flip_at_the_edges_of_what_is_received) {
 TEST(NetworkStream, that_loses_bytes_tells_how_many_and_goes_on) {
   for (const std::uint64_t bytes : {std::uint64_t{1}, std::uint64_t{4096}, std::uint64_t{65536}}) {
     RecordingJournal journal;
-    verifyStreams(faulty({.loseAt = kMib, .loseBytes = bytes}), stream(), kLo, journal);
+    verifyStreams(faulty({.loseAt = kMib, .loseBytes = bytes}), stream(), kLoopback, journal);
     EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::BytesLost))) << bytes;
     EXPECT_EQ(journal.parametersOf(NetworkEvent::BytesLost).at(2), std::to_string(bytes));
     EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 1);
@@ -156,14 +157,14 @@ TEST(NetworkStream, that_loses_bytes_tells_how_many_and_goes_on) {
 
 TEST(NetworkStream, that_repeats_bytes_tells_how_many_and_goes_on) {
   RecordingJournal journal;
-  verifyStreams(faulty({.repeatAt = kMib, .repeatBytes = 4096}), stream(), kLo, journal);
+  verifyStreams(faulty({.repeatAt = kMib, .repeatBytes = 4096}), stream(), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::BytesRepeated)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::BytesRepeated).at(2), "4096");
 }
 
 TEST(NetworkStream, that_breaks_tells_the_cause) {
   RecordingJournal journal;
-  verifyStreams(faulty({.breakAt = kMib}), stream(), kLo, journal);
+  verifyStreams(faulty({.breakAt = kMib}), stream(), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::ConnectionBroken)));
   EXPECT_THAT(journal.parametersOf(NetworkEvent::ConnectionBroken).at(1), HasSubstr("reset"));
 }
@@ -172,7 +173,7 @@ TEST(NetworkStream, that_the_kernel_refuses_is_no_fault_of_the_interface) {
   for (const int error : {ENOMEM, ENOBUFS, EPERM, ENETDOWN}) {
     RecordingJournal journal;
     EXPECT_THROW(
-        verifyStreams(faulty({.breakAt = kMib, .breakError = error}), stream(), kLo, journal),
+        verifyStreams(faulty({.breakAt = kMib, .breakError = error}), stream(), kLoopback, journal),
         std::system_error)
         << error;
     EXPECT_THAT(journal.complaints(), IsEmpty());
@@ -181,7 +182,7 @@ TEST(NetworkStream, that_the_kernel_refuses_is_no_fault_of_the_interface) {
 
 TEST(NetworkStream, that_stands_still_is_an_error) {
   RecordingJournal journal;
-  verifyStreams(faulty({.stallAt = kMib}), stream(), kLo, journal);
+  verifyStreams(faulty({.stallAt = kMib}), stream(), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(1), "0.3");
 }
@@ -190,7 +191,7 @@ TEST(NetworkStream, that_trickles_is_an_error_before_hours_are_over) {
   RecordingJournal journal;
   const auto begin = std::chrono::steady_clock::now();
   verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(220)}), stream(),
-                kLo, journal);
+                kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
@@ -199,7 +200,7 @@ TEST(NetworkStream, that_trickles_is_an_error_before_hours_are_over) {
 TEST(NetworkStream, whose_connection_cannot_be_made_is_an_error) {
   for (const int error : kFaultsOfPath) {
     RecordingJournal journal;
-    const StreamFigures figures = verifyStreams(refused(error), stream(), kLo, journal);
+    const StreamFigures figures = verifyStreams(refused(error), stream(), kLoopback, journal);
     EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::NotConnected))) << error;
     EXPECT_FALSE(figures.isWhole);
   }
@@ -240,7 +241,7 @@ TEST(NetworkStream, of_an_interface_that_has_gone_has_no_verdict) {
 TEST(NetworkStream, that_waits_for_its_connection_ends_when_stopped) {
   RecordingJournal journal;
   const StreamFigures figures = verifyStreams(
-      [](unsigned int) { return std::unique_ptr<StreamLink>(); }, stream(), kLo, journal);
+      [](unsigned int) { return std::unique_ptr<StreamLink>(); }, stream(), kLoopback, journal);
   EXPECT_FALSE(figures.isWhole);
   EXPECT_THAT(journal.events(), IsEmpty());
 }
@@ -249,14 +250,14 @@ TEST(NetworkStream, that_is_slower_than_asked_is_a_warning) {
   RecordingJournal journal;
   StreamOptions options = stream(kMib);
   options.minimumRate = 1e15;
-  verifyStreams(sound(), options, kLo, journal);
+  verifyStreams(sound(), options, kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::SlowerThanAsked)));
 }
 
 TEST(NetworkStream, ends_soon_when_stopped) {
   RecordingJournal journal;
   journal.stopAfter(2);
-  const StreamFigures figures = verifyStreams(sound(), stream(512 * kMib), kLo, journal);
+  const StreamFigures figures = verifyStreams(sound(), stream(512 * kMib), kLoopback, journal);
   EXPECT_LT(figures.bytes, 64 * kMib);
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
 }
@@ -267,7 +268,7 @@ TEST(NetworkStream, tells_no_more_faults_than_anybody_reads) {
     faults.flips[place] = 1;
   }
   RecordingJournal journal;
-  verifyStreams(faulty(faults), stream(kMib), kLo, journal);
+  verifyStreams(faulty(faults), stream(kMib), kLoopback, journal);
   EXPECT_EQ(journal.complaints().size(), 32U);
 }
 
@@ -280,13 +281,13 @@ DatagramOptions datagrams(std::uint64_t count = 500) {
 
 void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal) {
   FaultyDatagrams link(faults);
-  verifyDatagrams(link, datagrams(), kLo, journal);
+  verifyDatagrams(link, datagrams(), kLoopback, journal);
 }
 
 TEST(NetworkDatagrams, arrive_whole_over_the_loopback_address) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
-  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), kLo, journal);
+  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), kLoopback, journal);
   EXPECT_EQ(figures.arrived, 2000U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 1);
@@ -341,7 +342,7 @@ TEST(NetworkDatagrams, that_the_kernel_refuses_are_no_fault_of_the_interface) {
 TEST(NetworkDatagrams, that_all_vanish_are_lost_and_end_the_run_soon) {
   FaultyDatagrams link({.loseFrom = 0});
   RecordingJournal journal;
-  verifyDatagrams(link, datagrams(200'000), kLo, journal);
+  verifyDatagrams(link, datagrams(200'000), kLoopback, journal);
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "0"));
   EXPECT_EQ(link.sent(), 96U) << "three windows of 32";
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 0);
@@ -350,14 +351,14 @@ TEST(NetworkDatagrams, that_all_vanish_are_lost_and_end_the_run_soon) {
 TEST(NetworkDatagrams, that_vanish_from_some_point_on_end_the_run_soon) {
   FaultyDatagrams link({.loseFrom = 100});
   RecordingJournal journal;
-  EXPECT_EQ(verifyDatagrams(link, datagrams(200'000), kLo, journal).arrived, 100U);
+  EXPECT_EQ(verifyDatagrams(link, datagrams(200'000), kLoopback, journal).arrived, 100U);
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "100"));
 }
 
 TEST(NetworkDatagrams, of_which_hundreds_are_lost_end_the_run_soon) {
   FaultyDatagrams link({.loseOfTen = 6});
   RecordingJournal journal;
-  verifyDatagrams(link, datagrams(200'000), kLo, journal);
+  verifyDatagrams(link, datagrams(200'000), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
   EXPECT_LT(link.sent(), 600U);
   EXPECT_GE(std::stoul(journal.parametersOf(NetworkEvent::DatagramsLost).at(1)), 256U);
@@ -469,7 +470,7 @@ TEST(NetworkDatagrams, end_when_stopped) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
   journal.stopAfter(0);
-  EXPECT_LT(verifyDatagrams(*link, datagrams(100'000), kLo, journal).arrived, 1000U);
+  EXPECT_LT(verifyDatagrams(*link, datagrams(100'000), kLoopback, journal).arrived, 1000U);
 }
 
 // --- Links and drivers
@@ -853,7 +854,7 @@ class NetworkWire : public testing::Test {
   }
 
   Path path() {
-    return {"left", Path::Medium::Wire, [this] { pair->requirePresence(); }};
+    return Path("left", Path::Medium::Wire, [this] { pair->requirePresence(); });
   }
 
   TemporaryDirectory folder;
