@@ -57,7 +57,12 @@ class FaultyStream : public StreamLink {
   }
 
   void wait(bool forRoom, std::chrono::milliseconds limit) override {
-    m_good->wait(forRoom, std::min(limit, std::chrono::milliseconds(5)));
+    const auto slice = std::min(limit, std::chrono::milliseconds(5));
+    if (std::chrono::steady_clock::now() < m_pauseEnd) {
+      std::this_thread::sleep_for(slice);  // the good one has something, which is kept back
+    } else {
+      m_good->wait(forRoom, slice);
+    }
   }
 
  private:

@@ -189,8 +189,10 @@ TEST(NetworkStream, that_stands_still_is_an_error) {
 
 TEST(NetworkStream, that_trickles_is_an_error_before_hours_are_over) {
   RecordingJournal journal;
+  StreamOptions options = stream();
+  options.stall = std::chrono::seconds(1);  // longer than each pause
   const auto begin = std::chrono::steady_clock::now();
-  verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(220)}), stream(),
+  verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(400)}), options,
                 kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
