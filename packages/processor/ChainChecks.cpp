@@ -74,8 +74,8 @@ using RoundKeys = std::vector<Block16>;
 
 Block16 encryptedBlock(const Block16& plain, const RoundKeys& keys) {
 #if defined(__x86_64__)
-  static const bool instructions = hasAesInstructions();
-  if (instructions) {
+  static const bool kInstructions = hasAesInstructions();
+  if (kInstructions) {
     return aesEncryptInstruction(plain, keys);
   }
 #endif
@@ -84,8 +84,8 @@ Block16 encryptedBlock(const Block16& plain, const RoundKeys& keys) {
 
 Block16 decryptedBlock(const Block16& cipher, const RoundKeys& keys) {
 #if defined(__x86_64__)
-  static const bool instructions = hasAesInstructions();
-  if (instructions) {
+  static const bool kInstructions = hasAesInstructions();
+  if (kInstructions) {
     return aesDecryptInstruction(cipher, keys);
   }
 #endif

@@ -144,8 +144,8 @@ FixedPoint logarithmOfOneAnd(FixedPoint x) {
 }
 
 FixedPoint logarithmOfTwo() {
-  static const FixedPoint value = logarithmOfOneAnd(FixedPoint::scaled(1, 0));
-  return value;
+  static const FixedPoint kValue = logarithmOfOneAnd(FixedPoint::scaled(1, 0));
+  return kValue;
 }
 
 }  // namespace TarvexDiags::Processor
