@@ -36,8 +36,8 @@ struct Outcome {
 /// Runs the probe in a shell, with these variables.
 Outcome runProbe(const std::string& variables, int calls = 0) {
   const auto begin = std::chrono::steady_clock::now();
-  const std::string command = "env " + variables + " ";
-  TARVEX_SCHEDULE_PROBE " " + std::to_string(calls) + " 2>&1";
+  const std::string command =
+      "env " + variables + " " TARVEX_SCHEDULE_PROBE " " + std::to_string(calls) + " 2>&1";
   std::FILE* const pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) {
     throw std::runtime_error("no shell");

@@ -1,4 +1,5 @@
-// What the compiler's check of locks must refuse. BREACH says which rule is broken; with 0 none is.
+// What the compiler's check of locks must refuse, written in the style of the classes that it guards.
+// BREACH says which rule is broken; with 0 none is.
 
 #include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
@@ -16,55 +17,55 @@ class Shared {
  public:
   int readField() {
 #if BREACH != 1
-    const LockScope lock(m_mmtxLock, 0);
+    const LockScope lock(mmtxLock, 0);
 #endif
-    return m_miField;
+    return miField;
   }
 
   void writeField() {
-    LockScope lock(m_mmtxLock, 0);
+    LockScope lock(mmtxLock, 0);
 #if BREACH == 2
     lock.release();
 #endif
-    m_miField = 1;
+    miField = 1;
   }
 
   void callHelper() {
 #if BREACH != 3
-    const LockScope lock(m_mmtxLock, 0);
+    const LockScope lock(mmtxLock, 0);
 #endif
     increment();
   }
 
   void notify() {
 #if BREACH != 4
-    const System::LockHold hold(m_mMutex);
+    const System::LockHold hold(mMutex);
 #endif
-    m_mIsReady = true;
-    m_mReady.notifyAll();
+    mIsReady = true;
+    mReady.notifyAll();
   }
 
   void wait() {
-    const System::LockHold hold(m_mMutex);
-    while (!m_mIsReady) {
-      m_mReady.wait(m_mMutex);
+    const System::LockHold hold(mMutex);
+    while (!mIsReady) {
+      mReady.wait(mMutex);
     }
   }
 
   int count() {
 #if BREACH != 5
-    const System::LockHold hold(m_mCopyable);
+    const System::LockHold hold(mCopyable);
 #endif
-    return ++m_mCount;
+    return ++mCount;
   }
 
   int tryToRead() {
-    if (!m_mmtxLock.tryLock()) {
+    if (!mmtxLock.tryLock()) {
       return 0;
     }
-    const int value = m_miField;
+    const int value = miField;
 #if BREACH != 6
-    m_mmtxLock.unlock();
+    mmtxLock.unlock();
 #endif
     return value;
   }
@@ -78,16 +79,16 @@ class Shared {
 
   void replaceAtRest() TARVEXDIAGS_REQUIRES(kClientsAtRest) {
 #if BREACH != 8
-    kClientsAtRest.standsFor(m_mmtxLock);
+    kClientsAtRest.standsFor(mmtxLock);
 #endif
-    m_miField = 2;
+    miField = 2;
   }
 
   int readCatalogue() {
 #if BREACH != 9
     kClientsAtRest.mayRead();
 #endif
-    return m_miCatalogue;
+    return miCatalogue;
   }
 
   void writeCatalogue() {
@@ -98,18 +99,18 @@ class Shared {
   }
 
  private:
-  void increment() TARVEXDIAGS_REQUIRES(m_mmtxLock) {
-    ++m_miField;
+  void increment() TARVEXDIAGS_REQUIRES(mmtxLock) {
+    ++miField;
   }
 
-  DiagCtrlLock m_mmtxLock{DiagCtrlConstants::mSconlDefaultLockTimeOut};
-  int m_miField TARVEXDIAGS_GUARDED_BY(m_mmtxLock) = 0;
-  System::Mutex m_mMutex;
-  System::ConditionVariable m_mReady;
-  bool m_mIsReady TARVEXDIAGS_GUARDED_BY(m_mMutex) = false;
-  System::Lock m_mCopyable;
-  int m_mCount TARVEXDIAGS_GUARDED_BY(m_mCopyable) = 0;
-  int m_miCatalogue TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = 0;
+  DiagCtrlLock mmtxLock{DiagCtrlConstants::mSconlDefaultLockTimeOut};
+  int miField TARVEXDIAGS_GUARDED_BY(mmtxLock) = 0;
+  System::Mutex mMutex;
+  System::ConditionVariable mReady;
+  bool mIsReady TARVEXDIAGS_GUARDED_BY(mMutex) = false;
+  System::Lock mCopyable;
+  int mCount TARVEXDIAGS_GUARDED_BY(mCopyable) = 0;
+  int miCatalogue TARVEXDIAGS_GUARDED_BY(kClientsAtRest) = 0;
 };
 
 /// The owner of what a step uses: the step keeps a reference to it.
@@ -122,11 +123,11 @@ class Owner {
 
 class Step {
  public:
-  explicit Step(Owner& arOwner) : m_mrOwner(arOwner) {}
+  explicit Step(Owner& arOwner) : mrOwner(arOwner) {}
 
   void run() {
 #if BREACH != 11
-    const LockScope lock(m_mrOwner.mmtxLock, 0);
+    const LockScope lock(mrOwner.mmtxLock, 0);
 #endif
     write();
   }
@@ -135,7 +136,7 @@ class Step {
 #if BREACH != 12
     const AtRestScope rest;
 #endif
-    renew(m_mrOwner.mpiAtRest);
+    renew(mrOwner.mpiAtRest);
   }
 
   int read() {
@@ -144,7 +145,7 @@ class Step {
 #if BREACH != 13
       kClientsAtRest.mayRead();
 #endif
-      return m_mrOwner.mpiAtRest;
+      return mrOwner.mpiAtRest;
     };
     return *readInside();
   }
@@ -153,11 +154,11 @@ class Step {
   static void renew(int*& arpObject) {
     arpObject = nullptr;
   }
-  void write() TARVEXDIAGS_REQUIRES(m_mrOwner.mmtxLock) {
-    m_mrOwner.miUnderLock = 1;
+  void write() TARVEXDIAGS_REQUIRES(mrOwner.mmtxLock) {
+    mrOwner.miUnderLock = 1;
   }
 
-  Owner& m_mrOwner;
+  Owner& mrOwner;
 };
 
 int useAll(PackageTestInfo& arTest) {
