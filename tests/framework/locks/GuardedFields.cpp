@@ -1,5 +1,5 @@
-// What the compiler's check of locks must refuse, written in the style of the classes that it guards.
-// BREACH says which rule is broken; with 0 none is.
+// What the compiler's check of locks must refuse, written in the style of the classes that it
+// guards. BREACH says which rule is broken; with 0 none is.
 
 #include "DiagCtrl/ClientsAtRest.h"
 #include "DiagCtrl/DiagCtrlConstants.h"
