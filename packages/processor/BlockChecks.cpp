@@ -50,6 +50,9 @@ void copyDoubleWords(std::byte* to, const std::byte* from, std::size_t elements)
 }
 /// From the last byte to the first.
 void copyBackward(std::byte* to, const std::byte* from, std::size_t elements) {
+  if (elements == 0) {
+    return;  // there is no last byte
+  }
   to += elements - 1;
   from += elements - 1;
   asm volatile("std\n\trep movsb\n\tcld" : "+D"(to), "+S"(from), "+c"(elements) : : "memory");
