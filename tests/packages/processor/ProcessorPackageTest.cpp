@@ -22,6 +22,7 @@ namespace {
 using Diag::DiagnosticResult;
 using PackageKit::Testing::PackageDriver;
 using PackageKit::Testing::RecordingContext;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -41,6 +42,19 @@ class ProcessorPackageTest : public ::testing::Test {
 
   PackageDriver driver{TARVEX_PACKAGE_DIR, "processor"};
 };
+
+// The others work with a partner or ask other cores what is right, so a crash may be another's.
+TEST_F(ProcessorPackageTest, tests_that_keep_to_their_core_say_that_they_compute) {
+  const PackageKit::Settings settings(std::string(TARVEX_PACKAGE_DIR) + "/processor.cfg");
+  std::vector<int> computing;
+  for (const int test : testNumbers()) {
+    const auto words = settings.read("TestID" + std::to_string(test), "TestCapabilities");
+    if (words.value_or("").find("computing") != std::string::npos) {
+      computing.push_back(test);
+    }
+  }
+  EXPECT_THAT(computing, ElementsAre(1, 2, 3, 4, 6, 7, 10));
+}
 
 TEST_F(ProcessorPackageTest, every_core_passes_every_test_that_it_supports) {
   for (const int core : Common::allowedCpus()) {
