@@ -1,5 +1,6 @@
 #include "packagekit/worker/PoisonWatch.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -19,11 +20,21 @@ struct sigaction previousAction {};
 // Room for the registers of every vector unit.
 alignas(64) char stackOfHandler[64 * 1024];
 
+constexpr int kLongestWaitMilliseconds = 1000;
+
+bool isWrittenDown() {
+  return __atomic_load_n(&record->state, __ATOMIC_ACQUIRE) == PoisonRecord::kWhole;
+}
+
 void writeDown(const void* address) {
   std::uint64_t none = 0;
-  // Of threads that meet poison at the same time, one is told.
+  // Of threads that meet poison at the same time, one is told. The others wait for it: they are about
+  // to end the process.
   if (!__atomic_compare_exchange_n(&record->state, &none, PoisonRecord::kBegun, false,
                                    __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+    for (int wait = 0; wait < kLongestWaitMilliseconds && !isWrittenDown(); ++wait) {
+      poll(nullptr, 0, 1);
+    }
     return;
   }
   record->virtualAddress = reinterpret_cast<std::uintptr_t>(address);
