@@ -26,6 +26,11 @@ constexpr std::chrono::milliseconds kLongestWait{100};
 constexpr std::chrono::milliseconds kWaitForStart{5};
 constexpr std::chrono::seconds kTick{1};
 
+// Of the step of a fault that was found where a crash was repeated on another device.
+std::string idElsewhere(const StepJudge& repetition) {
+  return repetition.id() + "-elsewhere";
+}
+
 }  // namespace
 
 /// What a step has beside if it repeats a test that crashed.
@@ -256,9 +261,27 @@ void Runner::repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place p
 void Runner::tellWithin(Step& repetition, RunEventBody body) {
   auto told = toldWithin(body);
   repetition.repetition->record.handle({std::chrono::system_clock::now(), std::move(body)});
-  if (told) {
+  if (!told) {
+    return;
+  }
+  auto* const fault = std::get_if<StepDiagnosis>(&*told);
+  if (fault != nullptr && repetition.repetition->place == CrashTrial::Place::Elsewhere) {
+    tellElsewhere(repetition, std::move(*fault));
+  } else {
     tell(std::move(*told));
   }
+}
+
+// A fault of the device that a crash is compared with is none of the one that crashed: it gets a
+// step of its own.
+void Runner::tellElsewhere(const Step& repetition, StepDiagnosis fault) {
+  const SelectedPair& pair = repetition.planned.pair;
+  fault.stepId = idElsewhere(repetition.judge);
+  if (m_record.find(fault.stepId) == nullptr) {
+    tell(StepStarted{fault.stepId, pair.package->name, pair.device->name, pair.test->name,
+                     hardwareIdOf(pair), repetition.planned.passes});
+  }
+  tell(std::move(fault));
 }
 
 void Runner::serveRequests() {
@@ -454,6 +477,10 @@ void Runner::endRepetition(Step& step) {
     step.judge.end();
   }
   const CrashTrial::Repetition outcome = outcomeOf(step.judge);
+  if (const std::string id = idElsewhere(step.judge);
+      repetition.place == CrashTrial::Place::Elsewhere && m_record.find(id) != nullptr) {
+    tell(StepEnded{id, RunStatus::Complete});
+  }
   tell(messageOf(step.judge.id(), outcome, step.planned.pair.device->name));
   repetition.crashed.trial->take(repetition.place, outcome);
   endTrial(repetition.crashed);

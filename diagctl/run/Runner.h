@@ -57,6 +57,7 @@ class Runner {
   std::optional<SelectedPair> otherFor(const Step& crashed,
                                        const std::map<Target, Standing>& standings) const;
   void tellWithin(Step& repetition, RunEventBody body);
+  void tellElsewhere(const Step& repetition, StepDiagnosis fault);
   void waitForAll();
   bool isLeft() const;
   void endAfterTotalTime();

@@ -106,6 +106,7 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   m_lastFinding = {toSymptom(m_texts.token(package, event).value_or("")), text, action};
   if (severity == Severity::Error) {
     m_fault = m_lastFinding;
+    m_contradicts = false;  // of a pass before
   }
   m_stream.tell(StepMessage{m_id, severity, text, action});
 }

@@ -227,12 +227,23 @@ TEST_F(CrashedTest, has_failed_if_a_repetition_finds_a_fault) {
   expectFailure(runOnLeft(), "line-stuck");
 }
 
-TEST_F(CrashedTest, names_the_other_device_if_that_one_has_a_fault) {
+TEST_F(CrashedTest, leaves_a_fault_of_the_other_device_to_a_step_of_its_own) {
   addComputingPackage("crash", "fail", "Event=7");
-  expectFailure(runOnLeft(), "line-stuck");
+  const Outcome outcome = runOnLeft();
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("FAILED   Package SUM: Add on Right"),
+                                 HasSubstr("ERROR    Package SUM: Add on Left"),
+                                 Not(HasSubstr("FAILED   Package SUM: Add on Left"))));
+  const auto diagnoses = artifacts(lines(), "diagnosis");
+  ASSERT_EQ(diagnoses.size(), 1U);
   EXPECT_EQ(
-      artifacts(lines(), "diagnosis").at(0)["hardwareInfoId"],
+      diagnoses.at(0)["hardwareInfoId"],
       artifacts(lines(), "testRunStart").at(0)["dutInfo"]["hardwareInfos"][1]["hardwareInfoId"]);
+  EXPECT_THAT(faultsOf(lines()), IsEmpty());
+  EXPECT_EQ(artifacts(lines(), "testStepEnd").size(), 2U);
+  EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].at(0)["children"].size(), 2U);
+  EXPECT_EQ(parseTap(contentsOf(place.path("run.tap"))).plan, 2);
+  EXPECT_EQ(diagctl({"report", log()}).out, outcome.out);
 }
 
 TEST_F(CrashedTest, has_no_verdict_if_a_repetition_has_none) {
