@@ -28,8 +28,8 @@ bool isWrittenDown() {
 
 void writeDown(const void* address) {
   std::uint64_t none = 0;
-  // Of threads that meet poison at the same time, one is told. The others wait for it: they are about
-  // to end the process.
+  // Of threads that meet poison at the same time, one is told. The others wait for it: they are
+  // about to end the process.
   if (!__atomic_compare_exchange_n(&record->state, &none, PoisonRecord::kBegun, false,
                                    __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
     for (int wait = 0; wait < kLongestWaitMilliseconds && !isWrittenDown(); ++wait) {
