@@ -6,7 +6,6 @@
 #include <iterator>
 #include <limits>
 #include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -235,7 +234,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   made->region = Region::map(
       bytes, node.number, made->team, [&] { return context.stopRequested(); }, reason);
   if (made->region == nullptr) {
-    throw std::bad_alloc();
+    throw Common::NotSupported(reason);
   }
   Region& region = *made->region;
   for (const PoisonedPage& page : region.poisonedPages().takeNew()) {
