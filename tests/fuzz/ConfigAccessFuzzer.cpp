@@ -64,10 +64,10 @@ void expectAgreement(const Value& tolerant, const std::optional<Value>& strictVa
 }
 
 std::string fileOf(const std::string& text) {
-  static const int file = memfd_create("fuzz.cfg", MFD_CLOEXEC);
-  expect(ftruncate(file, 0) == 0 &&
-         pwrite(file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
-  return "/proc/self/fd/" + std::to_string(file);
+  static const int kFile = memfd_create("fuzz.cfg", MFD_CLOEXEC);
+  expect(ftruncate(kFile, 0) == 0 &&
+         pwrite(kFile, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
+  return "/proc/self/fd/" + std::to_string(kFile);
 }
 
 ///  What a buffer of the size shows of the value: nothing that was cut, and no more than a C text.

@@ -45,13 +45,13 @@ Value scanInPieces(const std::string& text, const std::string& section, const st
 }
 
 Value readFromFile(const std::string& text, const std::string& section, const std::string& key) {
-  static const int file = memfd_create("fuzz.cfg", MFD_CLOEXEC);
-  static const std::string path = "/proc/self/fd/" + std::to_string(file);
-  if (ftruncate(file, 0) != 0 || pwrite(file, text.data(), text.size(), 0) < 0) {
+  static const int kFile = memfd_create("fuzz.cfg", MFD_CLOEXEC);
+  static const std::string kPath = "/proc/self/fd/" + std::to_string(kFile);
+  if (ftruncate(kFile, 0) != 0 || pwrite(kFile, text.data(), text.size(), 0) < 0) {
     std::abort();
   }
   std::string value;
-  const int result = SysUtil::ReadCfgFile(section, key, value, path, -1);
+  const int result = SysUtil::ReadCfgFile(section, key, value, kPath, -1);
   if (result < 0 && !value.empty()) {
     std::abort();
   }

@@ -127,9 +127,9 @@ class DiagnosticsContract : public ::testing::Test {
   PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
 };
 
-constexpr auto PASSED = DiagnosticResult::PASSED;
-constexpr auto UNUSUAL = DiagnosticResult::UNUSUAL_STATUS;
-constexpr auto FAILED = DiagnosticResult::FAILED;
+constexpr auto kPassed = DiagnosticResult::PASSED;
+constexpr auto kUnusual = DiagnosticResult::UNUSUAL_STATUS;
+constexpr auto kFailed = DiagnosticResult::FAILED;
 
 }  // namespace
 
@@ -138,12 +138,12 @@ TEST_F(DiagnosticsContract, completed_lasts_from_the_last_event_to_the_results) 
   EXPECT_EQ(request.status(), DiagnosticStatus::READY);
   const DiagnosticResult* const result = request.runPass();
   ASSERT_NE(result, nullptr);
-  EXPECT_EQ(const_cast<DiagnosticResult*>(result)->getTestResult(), PASSED);
+  EXPECT_EQ(const_cast<DiagnosticResult*>(result)->getTestResult(), kPassed);
   EXPECT_EQ(request.status(), DiagnosticStatus::EXECUTING) << "events are still queued";
   EXPECT_GT(request.takeEvents(), 0U);
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
-  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(kPassed));
   EXPECT_EQ(request.status(), DiagnosticStatus::READY);
   EXPECT_EQ(request->getDiagnosticEvents(), nullptr);
   EXPECT_EQ(request->getDiagnosticResults(), nullptr);
@@ -152,7 +152,7 @@ TEST_F(DiagnosticsContract, completed_lasts_from_the_last_event_to_the_results) 
 TEST_F(DiagnosticsContract, results_taken_before_the_end_was_told_leave_it_to_be_told) {
   Request request(m_driver, {BEHAVES});
   request.runPass();
-  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(kPassed));
   request.takeEvents();
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
   EXPECT_THAT(request.takeResults(), ::testing::IsEmpty());
@@ -166,14 +166,14 @@ TEST_F(DiagnosticsContract, every_pass_hands_over_one_result) {
     request.runPass();
     request.takeEvents();
     ASSERT_EQ(request.status(), DiagnosticStatus::COMPLETED);
-    EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(PASSED));
+    EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(kPassed));
   }
 }
 
 TEST_F(DiagnosticsContract, the_worst_verdict_is_that_of_the_pass) {
-  EXPECT_EQ(m_driver.run("unit0", {BEHAVES, SMALL_MARGIN, BEHAVES}).verdict, UNUSUAL);
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES, SMALL_MARGIN, BEHAVES}).verdict, kUnusual);
   const auto run = m_driver.run("unit0", {SMALL_MARGIN, FINDS_FAULT, BEHAVES});
-  EXPECT_EQ(run.verdict, FAILED);
+  EXPECT_EQ(run.verdict, kFailed);
   EXPECT_THAT(run.parametersOf(2), ::testing::ElementsAre("Unit 0", "bit 3"));
   EXPECT_THAT(run.parametersOf(3), ::testing::ElementsAre("0.1"));
 }
@@ -182,7 +182,7 @@ TEST_F(DiagnosticsContract, halt_on_error_leaves_out_the_rest) {
   PackageDriver::Options options;
   options.haltOnError = true;
   const auto run = m_driver.run("unit0", {BEHAVES, FINDS_FAULT, TAKES_TIME}, options);
-  EXPECT_EQ(run.verdict, FAILED);
+  EXPECT_EQ(run.verdict, kFailed);
   const auto started = [](const PackageDriver::Event& event) { return event.code == TEST_STARTED; };
   EXPECT_EQ(std::count_if(run.events.begin(), run.events.end(), started), 2);
 }
@@ -211,7 +211,7 @@ TEST_F(DiagnosticsContract, reports_progress_when_the_client_asks_for_it) {
 TEST_F(DiagnosticsContract, quick_mode_reaches_the_test) {
   PackageDriver::Options options;
   options.quickMode = true;
-  EXPECT_EQ(m_driver.run("unit0", {TAKES_TIME}, options).verdict, PASSED);
+  EXPECT_EQ(m_driver.run("unit0", {TAKES_TIME}, options).verdict, kPassed);
 }
 
 TEST_F(DiagnosticsContract, the_open_mode_reaches_the_test) {
@@ -239,9 +239,9 @@ TEST_F(DiagnosticsContract, a_test_that_writes_needs_an_open_mode_for_it) {
   PackageDriver::Options options;
   options.openMode = DeviceEnum::IDevice::READ_ONLY;
   const auto refused = factory.run("unit0", {21}, options);
-  EXPECT_EQ(refused.verdict, UNUSUAL);
+  EXPECT_EQ(refused.verdict, kUnusual);
   EXPECT_TRUE(refused.has(OPEN_MODE_REFUSED));
-  EXPECT_EQ(factory.run("unit0", {21}).verdict, PASSED);
+  EXPECT_EQ(factory.run("unit0", {21}).verdict, kPassed);
 }
 
 TEST_F(DiagnosticsContract, estimation_answers_without_running) {
@@ -265,7 +265,7 @@ TEST_F(DiagnosticsContract, stress_loops_by_itself_until_the_passes_are_done) {
     request.settings().setPassCount(static_cast<int>(status.getPassCount()));
     return status.getStatus() == DiagnosticStatus::COMPLETED;
   }));
-  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+  EXPECT_EQ(request.join()->getTestResult(), kPassed);
   EXPECT_EQ(request->getDiagnosticStatus().getPassCount(), 3U);
   EXPECT_EQ(request.takeResults().size(), 3U);
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "for ever";
@@ -288,17 +288,17 @@ TEST_F(DiagnosticsContract, stress_halts_at_the_first_error_when_told_to) {
   options.requestedPassCount = 5;
   options.haltOnError = true;
   const auto run = m_driver.run("unit0", {FINDS_FAULT}, options);
-  EXPECT_THAT(run.results, ::testing::ElementsAre(FAILED));
-  EXPECT_EQ(run.verdict, FAILED);
+  EXPECT_THAT(run.results, ::testing::ElementsAre(kFailed));
+  EXPECT_EQ(run.verdict, kFailed);
 }
 
 TEST_F(DiagnosticsContract, an_abort_before_the_run_keeps_the_device_untouched) {
   Request request(m_driver, {TAKES_TIME});
   request->abortDiagnostic();
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED) << "it will never run";
-  EXPECT_EQ(request.runPass()->getTestResult(), UNUSUAL);
+  EXPECT_EQ(request.runPass()->getTestResult(), kUnusual);
   EXPECT_EQ(request.takeEvents(), 0U);
-  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(UNUSUAL));
+  EXPECT_THAT(request.takeResults(), ::testing::ElementsAre(kUnusual));
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
 }
 
@@ -308,7 +308,7 @@ TEST_F(DiagnosticsContract, an_abort_during_the_run_ends_it_soon) {
   ASSERT_TRUE(eventually([&] { return request.hasBegun(); }));
   const auto start = std::chrono::steady_clock::now();
   request->abortDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+  EXPECT_EQ(request.join()->getTestResult(), kUnusual);
   EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(5));
   request.takeEvents();
   EXPECT_THAT(request.codes(), ::testing::Contains(static_cast<unsigned int>(TEST_ABORTED)));
@@ -325,7 +325,7 @@ TEST_F(DiagnosticsContract, a_fault_found_before_the_abort_stands) {
     return std::count(request.codes().begin(), request.codes().end(), TEST_STARTED) == 2;
   }));
   request->abortDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), FAILED);
+  EXPECT_EQ(request.join()->getTestResult(), kFailed);
 }
 
 TEST_F(DiagnosticsContract, suspend_stops_the_process_and_resume_continues_it) {
@@ -341,7 +341,7 @@ TEST_F(DiagnosticsContract, suspend_stops_the_process_and_resume_continues_it) {
   EXPECT_EQ(request->getDiagnosticStatus().getProgress(), progress);
   EXPECT_EQ(request.status(), DiagnosticStatus::SUSPENDED);
   request->resumeDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+  EXPECT_EQ(request.join()->getTestResult(), kPassed);
 }
 
 TEST_F(DiagnosticsContract, time_stands_still_for_a_suspended_test) {
@@ -352,7 +352,7 @@ TEST_F(DiagnosticsContract, time_stands_still_for_a_suspended_test) {
   request->suspendDiagnostic();
   std::this_thread::sleep_for(milliseconds(2200));  // longer than the test may take
   request->resumeDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+  EXPECT_EQ(request.join()->getTestResult(), kPassed);
 }
 
 TEST_F(DiagnosticsContract, an_abort_wakes_a_suspended_test) {
@@ -362,7 +362,7 @@ TEST_F(DiagnosticsContract, an_abort_wakes_a_suspended_test) {
   request->suspendDiagnostic();
   std::this_thread::sleep_for(milliseconds(50));
   request->abortDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+  EXPECT_EQ(request.join()->getTestResult(), kUnusual);
 }
 
 TEST_F(DiagnosticsContract, a_suspend_before_the_run_holds_it_at_its_start) {
@@ -374,7 +374,7 @@ TEST_F(DiagnosticsContract, a_suspend_before_the_run_holds_it_at_its_start) {
   std::this_thread::sleep_for(milliseconds(100));
   EXPECT_EQ(request.takeEvents(), 0U);
   request->resumeDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), PASSED);
+  EXPECT_EQ(request.join()->getTestResult(), kPassed);
 }
 
 TEST_F(DiagnosticsContract, an_abort_wakes_a_run_that_is_held_at_its_start) {
@@ -383,7 +383,7 @@ TEST_F(DiagnosticsContract, an_abort_wakes_a_run_that_is_held_at_its_start) {
   request.start();
   ASSERT_TRUE(eventually([&] { return request.status() == DiagnosticStatus::SUSPENDED; }));
   request->abortDiagnostic();
-  EXPECT_EQ(request.join()->getTestResult(), UNUSUAL);
+  EXPECT_EQ(request.join()->getTestResult(), kUnusual);
 }
 
 TEST_F(DiagnosticsContract, a_suspend_after_the_end_is_ignored) {
@@ -393,7 +393,7 @@ TEST_F(DiagnosticsContract, a_suspend_after_the_end_is_ignored) {
   request.takeEvents();
   EXPECT_EQ(request.status(), DiagnosticStatus::COMPLETED);
   request.takeResults();
-  EXPECT_EQ(request.runPass()->getTestResult(), PASSED);
+  EXPECT_EQ(request.runPass()->getTestResult(), kPassed);
 }
 
 TEST_F(DiagnosticsContract, clients_may_ask_at_full_speed_while_tests_run) {
@@ -416,7 +416,7 @@ TEST_F(DiagnosticsContract, clients_may_ask_at_full_speed_while_tests_run) {
   stop = true;
   asking.join();
   EXPECT_EQ(results + request.takeResults().size(), 10U);
-  EXPECT_EQ(request.join()->getTestResult(), FAILED);
+  EXPECT_EQ(request.join()->getTestResult(), kFailed);
 }
 
 TEST_F(DiagnosticsContract, requests_on_several_devices_run_at_once) {
@@ -430,7 +430,7 @@ TEST_F(DiagnosticsContract, requests_on_several_devices_run_at_once) {
       auto device = m_driver.device(client % 2 == 0 ? "unit0" : "unit1");
       Diag::DiagnosticSettings settings;
       settings.setTestNumberVector({BEHAVES, TAKES_TIME});
-      passedRuns += diagnostics->runDiagnostic(device, &settings)->getTestResult() == PASSED;
+      passedRuns += diagnostics->runDiagnostic(device, &settings)->getTestResult() == kPassed;
     });
   }
   for (auto& thread : threads) {
@@ -444,7 +444,7 @@ TEST_F(DiagnosticsContract, a_device_that_is_not_the_kits_is_tested_all_the_same
   const auto diagnostics = m_driver.makeDiagnostics();
   Diag::DiagnosticSettings settings;
   settings.setTestNumberVector({BEHAVES});
-  EXPECT_EQ(diagnostics->runDiagnostic(stranger, &settings)->getTestResult(), PASSED);
+  EXPECT_EQ(diagnostics->runDiagnostic(stranger, &settings)->getTestResult(), kPassed);
 }
 
 TEST_F(DiagnosticsContract, configuration_and_properties_reach_the_test) {

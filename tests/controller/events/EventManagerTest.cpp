@@ -42,7 +42,7 @@ using TestSupport::privateMember;
 /// The three kinds of message behind one face, so that one test serves all of them.
 struct Events {
   typedef DiagnosticEvent Message;
-  static constexpr std::size_t batchSize = 3;
+  static constexpr std::size_t kBatchSize = 3;
   static unsigned long create(EventManager& manager) { return manager.createEventQueue(); }
   static EventVector* drain(EventManager& manager, unsigned long id) {
     return manager.getEvents(id);
@@ -55,7 +55,7 @@ struct Events {
 
 struct Results {
   typedef DiagnosticResult Message;
-  static constexpr std::size_t batchSize = 3;
+  static constexpr std::size_t kBatchSize = 3;
   static unsigned long create(EventManager& manager) { return manager.createResultQueue(); }
   static ResultVector* drain(EventManager& manager, unsigned long id) {
     return manager.getResults(id);
@@ -68,7 +68,7 @@ struct Results {
 
 struct CtrlEvents {
   typedef DiagCtrlEvent Message;
-  static constexpr std::size_t batchSize = 1;  // they are pushed one by one
+  static constexpr std::size_t kBatchSize = 1;  // they are pushed one by one
   static unsigned long create(EventManager& manager) { return manager.createCtrlEventQueue(); }
   static CtrlEventVector* drain(EventManager& manager, unsigned long id) {
     return manager.getCtrlEvents(id);
@@ -274,7 +274,7 @@ TYPED_TEST(EventManagerTest, a_push_that_runs_out_of_memory_keeps_nothing_of_its
       this->push({1});  // the next one needs memory of the queue itself
     }
     batch = {};
-    for (unsigned int code = 0; code < TypeParam::batchSize; ++code) {
+    for (unsigned int code = 0; code < TypeParam::kBatchSize; ++code) {
       batch.push_back(new Watched<typename TypeParam::Message>(code, this->m_destroyed));
     }
   };
@@ -321,11 +321,11 @@ TYPED_TEST(EventManagerTest, a_registration_that_runs_out_of_memory_is_none) {
 
 TYPED_TEST(EventManagerTest, a_drain_never_sees_half_a_batch) {
   const unsigned long id = this->create();
-  constexpr std::size_t size = TypeParam::batchSize;
+  constexpr std::size_t size = TypeParam::kBatchSize;
   constexpr std::size_t batches = 300;
   std::thread pusher([this] {
     for (std::size_t batch = 0; batch < batches; ++batch) {
-      this->push(std::vector<unsigned int>(TypeParam::batchSize, 1));
+      this->push(std::vector<unsigned int>(TypeParam::kBatchSize, 1));
     }
   });
   std::size_t seen = 0;

@@ -320,11 +320,11 @@ class AtaRecording {
  private:
   using Uchar = unsigned char;
 
-  template <std::size_t Size>
+  template <std::size_t size>
   static void append(std::vector<Uchar>& blob, const char* tag,
-                     const std::array<Uchar, Size>& part) {
+                     const std::array<Uchar, size>& part) {
     blob.insert(blob.end(), tag, tag + 4);
-    blob.insert(blob.end(), {0, 0, static_cast<Uchar>(Size >> 8), static_cast<Uchar>(Size & 0xFF)});
+    blob.insert(blob.end(), {0, 0, static_cast<Uchar>(size >> 8), static_cast<Uchar>(size & 0xFF)});
     blob.insert(blob.end(), part.begin(), part.end());
   }
 
