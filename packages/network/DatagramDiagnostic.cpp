@@ -239,10 +239,8 @@ class DatagramRun {
              {m_path.interface(), std::to_string(overran)});
       lost.count -= overran;
     }
-    if (m_figures.arrived == 0 && m_unknown == 0 && lost.count == m_sent) {
-      tell(m_path.allLost(std::to_string(lost.count)));
-    } else {
-      tellTally(NetworkEvent::DatagramsLost, lost);
+    if (lost.count > 0) {
+      tell(m_path.lost(lost.count, lost.first, m_sent));
     }
   }
 

@@ -25,7 +25,7 @@ enum class NetworkEvent : unsigned int {
   DropsCounted = 103,     ///< interface, counter, by how much it rose
   SlowerThanAsked = 104,  ///< interface, rate, rate asked for
   Reordered = 105,        ///< interface, datagrams, sequence number of the first
-  PathFiltered = 106,     ///< interface, cause: nothing gets through where no hardware takes part
+  PathFiltered = 106,     ///< interface, cause: data is lost where no hardware takes part
 
   Failed = 200,              ///< interface, errors: closes a test that failed
   NoLink = 201,              ///< interface, state

@@ -51,12 +51,13 @@ Finding Path::stalled(const std::string& seconds, const std::string& position) c
   return {NetworkEvent::Stalled, {m_interface, seconds, position}};
 }
 
-Finding Path::allLost(const std::string& datagrams) const {
+Finding Path::lost(std::uint64_t count, std::uint64_t first, std::uint64_t sent) const {
   requirePresence();
   if (isLoopback()) {
-    return filtered(ETIMEDOUT);
+    return {NetworkEvent::PathFiltered,
+            {m_interface, std::to_string(count) + " / " + std::to_string(sent)}};
   }
-  return {NetworkEvent::DatagramsLost, {m_interface, datagrams, "0"}};
+  return {NetworkEvent::DatagramsLost, {m_interface, std::to_string(count), std::to_string(first)}};
 }
 
 Finding Path::filtered(int error) const {

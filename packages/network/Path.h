@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -43,8 +44,9 @@ class Path {
   /// @brief What it means that nothing arrived for so long. Throws as requirePresence.
   Finding stalled(const std::string& seconds, const std::string& position) const;
 
-  /// @brief What it means that no datagram at all has arrived. Throws as requirePresence.
-  Finding allLost(const std::string& datagrams) const;
+  /// @brief What it means that so many of the datagrams sent have not arrived, from the first one
+  /// on. Throws as requirePresence.
+  Finding lost(std::uint64_t count, std::uint64_t first, std::uint64_t sent) const;
 
  private:
   Finding judged(NetworkEvent event, int error) const;
