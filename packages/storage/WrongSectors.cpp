@@ -41,13 +41,15 @@ std::string hexText(std::byte value) {
 
 void WrongSectors::note(std::span<const std::byte> found, std::uint64_t offset) {
   const std::vector<std::byte> expected = written(m_pattern, found.size(), offset);
+  RangeMap ranges;  // of this transfer alone: the second look is at whole transfers too
   for (std::size_t at = 0; at < found.size(); at += kSector) {
     const auto wanted = std::span(expected).subspan(at, kSector);
     const auto got = found.subspan(at, kSector);
     if (!isSame(wanted, got)) {
-      append(m_ranges, offset + at, sectorOf(wanted, got, offset + at));
+      append(ranges, offset + at, sectorOf(wanted, got, offset + at));
     }
   }
+  m_ranges.merge(ranges);
 }
 
 void WrongSectors::lookAgain(std::span<const std::byte> found, std::uint64_t offset) {
@@ -67,11 +69,12 @@ std::uint64_t WrongSectors::tell() {
   for (const auto& [offset, range] : m_ranges) {
     append(joined, offset, range);
   }
-  unsigned int told = 0;
+  // Counted apart: what healed must not keep what lasts from being told.
+  std::map<bool, unsigned int> told;
   std::uint64_t sectors = 0;
   Ranges lasting;
   for (const auto& [offset, range] : joined) {
-    if (told++ < kMostTold) {
+    if (told[range.heals]++ < kMostTold) {
       tellRange(offset, range);
     }
     sectors += range.sectors;

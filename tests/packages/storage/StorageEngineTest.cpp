@@ -894,6 +894,23 @@ TEST_F(StorageWriteVerify, warns_of_a_wrong_read_that_heals) {
               ElementsAre(static_cast<unsigned int>(StorageEvent::RecoveredVerify)));
 }
 
+TEST_F(StorageWriteVerify, warns_of_wrong_reads_that_heal_on_both_sides_of_a_border_of_transfers) {
+  faulty.flipReads(kMib - 1, 0, 1).flipReads(kMib, 0, 1);
+  run();
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(static_cast<unsigned int>(StorageEvent::RecoveredVerify)));
+}
+
+TEST_F(StorageWriteVerify, tells_what_lasts_behind_many_that_heal) {
+  for (std::uint64_t place = 0; place < 40; ++place) {
+    faulty.flipReads(place * 64 * kKib, 0, 1);
+  }
+  faulty.flipWrites(3 * kMib, 0x04);
+  run();
+  EXPECT_EQ(journal.count(StorageEvent::RecoveredVerify), 32);
+  EXPECT_EQ(journal.count(StorageEvent::Miscompare), 1);
+}
+
 TEST_F(StorageWriteVerify, tells_a_failed_write_and_verifies_the_rest) {
   faulty.failWrites(kMib, 1, EIO);
   const WriteVerifyFigures figures = run();
