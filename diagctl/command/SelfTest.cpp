@@ -148,6 +148,8 @@ const std::vector<SelfTestExpectation>& selfTestExpectations() {
       {39, Outcome::Trouble, "taken-away", marked("a core that was taken away")},
       {40, Outcome::Trouble, "memory-poisoned", marked("poisoned memory")},
       {41, Outcome::Trouble, "worker-crashed", marked("a bus error that is no poison")},
+      {42, Outcome::Trouble, "protocol-broken", marked("a verdict with a reserved code")},
+      {43, Outcome::Trouble, "protocol-broken", marked("the verdict of the next test")},
   };
   return kExpectations;
 }

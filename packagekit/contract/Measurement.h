@@ -25,6 +25,9 @@ struct Measurement {
   std::string unit;   ///< may be empty
 };
 
+/// @brief How many details the event of a measurement has.
+inline constexpr std::size_t kMeasurementDetails = 3;
+
 /// @brief The parameters of an event of the kit: what it is about, then its details.
 inline std::vector<std::string> toParameters(TestReference about,
                                              std::vector<std::string> details) {

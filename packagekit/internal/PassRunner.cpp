@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <sstream>
 #include <system_error>
 
@@ -25,6 +26,9 @@ constexpr double kDefaultTestTimeout = 3600;
 constexpr long kDefaultMaxEvents = 10'000;
 constexpr int kDefaultNice = 10;
 constexpr int kNicest = 19;
+// What the events of a pass may take of the host's memory, and what each verdict may in any case.
+constexpr std::size_t kMostEventBytes = std::size_t{16} << 20U;
+constexpr std::size_t kVerdictBytes = 4096;
 
 std::string signalName(int signal) {
   const char* const name = sigabbrev_np(signal);
@@ -97,10 +101,18 @@ std::uint64_t randomSeed() {
   return seed >> 1U;  // fits the whole numbers of a configuration file
 }
 
-// A worker may name any code as its trouble.
 DiagnosticEvent::EventType typeOf(unsigned int code) {
   const Contract::KitCode* const row = Contract::findKitCode(code);
   return row != nullptr ? row->type : DiagnosticEvent::ERROR_EVENT;
+}
+
+// Empty parameters take memory as well.
+std::size_t bytesOf(const std::vector<std::string>& parameters) {
+  std::size_t bytes = sizeof(DiagnosticEvent);
+  for (const std::string& parameter : parameters) {
+    bytes += sizeof parameter + parameter.size();
+  }
+  return bytes;
 }
 
 // What was stopped has no verdict of its own, unless it had found a fault by then.
@@ -131,10 +143,9 @@ Contract::Ending endingOf(const TestReport& report, bool isAborted) {
   return report.code == DEVICE_VANISHED ? Contract::Ending::Vanished : Contract::Ending::Broken;
 }
 
-PassSetup partOf(const PassSetup& setup, std::size_t from, std::size_t to) {
+PassSetup partOf(const PassSetup& setup, std::size_t test) {
   PassSetup part = setup;
-  const auto first = setup.testIds.begin();
-  part.testIds.assign(first + static_cast<long>(from), first + static_cast<long>(to));
+  part.testIds = {setup.testIds[test]};
   return part;
 }
 
@@ -160,16 +171,42 @@ PassOutcome PassRunner::run(PassSetup setup) {
   m_setup = std::move(setup);
   m_outcome = {};
   m_eventsLeft.reset();
+  m_bytesLeft = kMostEventBytes;
   m_eventsDropped = 0;
   m_offset = 0;
+  try {
+    runTests();
+    reportDropped();
+  } catch (const std::bad_alloc&) {
+    endForLackOfMemory();
+  }
+  return std::move(m_outcome);
+}
+
+void PassRunner::runTests() {
   bool goesOn = !startIsRefused();
   while (goesOn && m_offset < m_setup.testIds.size()) {
     m_test = m_offset;
     goesOn = judgeSession(runSession()) && !m_control.isAborted() &&
              !(m_setup.haltOnError && m_outcome.verdict != DiagnosticResult::PASSED);
   }
-  reportDropped();
-  return m_outcome;
+}
+
+// The worker is gone, and what it had sent with it: mostly there is memory again to tell it.
+void PassRunner::endForLackOfMemory() noexcept {
+  try {
+    finishTest(Contract::Ending::Broken,
+               raised(unusual(OUT_OF_MEMORY, {"the host could not allocate memory", ""})));
+    reportDropped();
+  } catch (const std::bad_alloc&) {
+    PassOutcome last{DiagnosticResult::UNUSUAL_STATUS};
+    if (m_errorRaised) {
+      last = std::move(*m_errorRaised);
+    }
+    if (last.verdict > m_outcome.verdict) {
+      m_outcome = std::move(last);
+    }
+  }
 }
 
 bool PassRunner::startIsRefused() {
@@ -199,23 +236,13 @@ SessionEnd PassRunner::runSession() {
     WorkerProcess process(worker, m_module.packageFile(), nice);
     // While it loads the package.
     readConfiguration();
-    const PassSetup part = partOf(m_setup, m_offset, endOfPart(nice));
+    // Whatever a test does to its own process, it ends before the next one begins.
+    const PassSetup part = partOf(m_setup, m_offset);
     return WorkerSession(part, m_limits, m_control, *this).run(process);
   } catch (const std::system_error& error) {
     failed.lastLines = error.what();
     return failed;
   }
-}
-
-// Only a privileged process becomes less nice again, so tests that differ in it get workers of
-// their own. Returns the position behind the last test of the worker that begins at the offset.
-std::size_t PassRunner::endOfPart(int nice) const {
-  const Settings settings = m_module.settings();
-  std::size_t end = m_offset + 1;
-  while (end < m_setup.testIds.size() && niceOf(settings, m_setup.testIds[end]) == nice) {
-    ++end;
-  }
-  return end;
 }
 
 // Anew for each worker; what concerns the pass as a whole, for its first.
@@ -233,10 +260,8 @@ void PassRunner::readConfiguration() {
   m_limits.abortGrace = seconds(kAbortGrace, m_limits.abortGrace);
   m_limits.termGrace = seconds(kTermGrace, m_limits.termGrace);
   m_limits.killGrace = seconds(kKillGrace, m_limits.killGrace);
-  for (std::size_t test = m_offset; test < m_setup.testIds.size(); ++test) {
-    m_limits.tests.push_back(
-        settings.testNumber(m_setup.testIds[test], kTestTimeout.key(), kDefaultTestTimeout));
-  }
+  m_limits.tests = {
+      settings.testNumber(m_setup.testIds[m_offset], kTestTimeout.key(), kDefaultTestTimeout)};
   if (m_eventsLeft) {
     return;
   }
@@ -274,18 +299,36 @@ void PassRunner::eventRaised(EventType type, unsigned int code,
   if (type == DiagnosticEvent::ERROR_EVENT && !Contract::isKitCode(code)) {
     m_errorRaised = PassOutcome{DiagnosticResult::FAILED, type, code, parameters};
   }
-  if (*m_eventsLeft == 0) {
+  const std::size_t bytes = bytesOf(parameters);
+  if (*m_eventsLeft == 0 || bytes > m_bytesLeft) {
     ++m_eventsDropped;
     return;
   }
   --*m_eventsLeft;
+  m_bytesLeft -= bytes;
   m_observer.raise(type, code,
                    code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters);
 }
 
 void PassRunner::testEnded(const TestReport& report) {
   const Contract::Ending ending = endingOf(report, m_control.isAborted());
-  finishTest(ending, told(report, ending), report.lastLines);
+  TestReport bounded = report;
+  boundBytes(bounded.parameters);
+  finishTest(ending, told(bounded, ending), report.lastLines);
+}
+
+// A verdict is told in any case, but not with any number of words.
+void PassRunner::boundBytes(std::vector<std::string>& parameters) {
+  std::size_t room = std::max(m_bytesLeft, kVerdictBytes);
+  std::size_t kept = 0;
+  while (kept < parameters.size() && room >= sizeof(std::string)) {
+    room -= sizeof(std::string);
+    parameters[kept].resize(std::min(parameters[kept].size(), room));
+    room -= parameters[kept].size();
+    ++kept;
+  }
+  parameters.resize(kept);
+  m_bytesLeft -= std::min(m_bytesLeft, bytesOf(parameters));
 }
 
 PassOutcome PassRunner::told(const TestReport& report, Contract::Ending ending) {

@@ -35,16 +35,16 @@ struct PassOutcome {
   void worsen(const PassOutcome& other);
 };
 
-/// One pass over a list of tests on one device: a worker runs them one after the other; when it
-/// does not live to see the end, or the next test asks for another nice value, another one runs the
-/// rest. Translates what workers say, and how they end, into events and verdicts: trouble of the
-/// tool is no fault of the hardware, and takes nothing back of a fault that a test had found
-/// before.
+/// One pass over a list of tests on one device, one after the other, each in a worker of its own:
+/// no test can tell anything in the name of another. Translates what workers say, and how they end,
+/// into events and verdicts: trouble of the tool is no fault of the hardware, and takes nothing
+/// back of a fault that a test had found before.
 class PassRunner : private SessionObserver {
  public:
   PassRunner(Module& module, RunControl& control, PassObserver& observer, bool reportStatus);
 
-  /// Runs the tests of the setup; seed and limits are filled in here, from the configuration.
+  /// Runs the tests of the setup; seed and limits are filled in here, from the configuration. Where
+  /// memory runs out the pass ends, without a verdict or with the fault that was found before.
   PassOutcome run(PassSetup setup);
 
  private:
@@ -56,10 +56,12 @@ class PassRunner : private SessionObserver {
   void eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters) override;
   void testEnded(const TestReport& report) override;
 
+  void runTests();
+  void endForLackOfMemory() noexcept;
   bool startIsRefused();
   SessionEnd runSession();
-  std::size_t endOfPart(int nice) const;
   void readConfiguration();
+  void boundBytes(std::vector<std::string>& parameters);
   bool judgeSession(const SessionEnd& end);
   PassOutcome told(const TestReport& report, Contract::Ending ending);
   PassOutcome earlyEnd(const SessionEnd& end);
@@ -89,6 +91,7 @@ class PassRunner : private SessionObserver {
   Clock::time_point m_testStart;
   unsigned int m_reportedTens = 0;
   std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
+  std::size_t m_bytesLeft = 0;              ///< that events of the pass may still take
   std::size_t m_eventsDropped = 0;
   PassOutcome m_outcome;
 };

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
+#include <utility>
 
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Measurement.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -23,6 +26,51 @@ constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads o
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
   return static_cast<Diag::DiagnosticEvent::EventType>(
       frame.number(Diag::DiagnosticEvent::ERROR_EVENT));
+}
+
+unsigned int codeOf(Frame& frame) {
+  return static_cast<unsigned int>(frame.number(std::numeric_limits<unsigned int>::max()));
+}
+
+// Of the kit's events a test raises measurements alone.
+bool mayBeRaised(Diag::DiagnosticEvent::EventType type, unsigned int code,
+                 const std::vector<std::string>& parameters) {
+  return !Contract::isKitCode(code) ||
+         (code == TEST_MEASUREMENT && type == Diag::DiagnosticEvent::INFORMATION_EVENT &&
+          parameters.size() == Contract::kMeasurementDetails);
+}
+
+// What of a test's trouble its own process sees; the rest is the host's to tell.
+bool isTroubleOfTest(unsigned int code) {
+  switch (code) {
+    case OUT_OF_MEMORY:
+    case NO_PERMISSION:
+    case DEVICE_VANISHED:
+    case TEST_THREW:
+    case SYSTEM_CALL_FAILED:
+    case TEST_UNKNOWN:
+    case OPEN_MODE_REFUSED:
+    case TAKEN_AWAY:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool mayBeTold(const TestReport& report) {
+  switch (report.ending) {
+    case TestEnding::Passed:
+    case TestEnding::Stopped:
+      return report.code == 0 && report.parameters.empty();
+    case TestEnding::Unusual:
+    case TestEnding::Failed:
+      return !Contract::isKitCode(report.code);
+    case TestEnding::NotSupported:
+      return report.code == TEST_NOT_SUPPORTED && report.parameters.size() == 1;
+    case TestEnding::Trouble:
+      break;
+  }
+  return isTroubleOfTest(report.code) && report.parameters.size() == 1;
 }
 
 }  // namespace
@@ -233,11 +281,12 @@ void WorkerSession::handle(Frame& frame) {
       return;
     case FrameType::Event: {
       const auto type = eventTypeOf(frame);
-      const auto code = static_cast<unsigned int>(frame.number());
-      if (!m_end.current || (Contract::isKitCode(code) && code != TEST_MEASUREMENT)) {
+      const unsigned int code = codeOf(frame);
+      auto parameters = frame.texts();
+      if (!m_end.current || !mayBeRaised(type, code, parameters)) {
         throw FrameError("an event that a test can't raise");
       }
-      m_observer.eventRaised(type, code, frame.texts());
+      m_observer.eventRaised(type, code, std::move(parameters));
       return;
     }
     case FrameType::TestEnd:
@@ -276,8 +325,11 @@ void WorkerSession::handleTestEnd(Frame& frame) {
   }
   report.ending =
       static_cast<TestEnding>(frame.number(static_cast<std::uint64_t>(TestEnding::Trouble)));
-  report.code = static_cast<unsigned int>(frame.number());
+  report.code = codeOf(frame);
   report.parameters = frame.texts();
+  if (!mayBeTold(report)) {
+    throw FrameError("a verdict that a test can't have");
+  }
   report.isTimedOut = m_end.isTimedOut;
   readOutput();
   report.lastLines = m_tail.lines();

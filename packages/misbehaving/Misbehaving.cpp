@@ -98,8 +98,10 @@ Verdict exitsEarly(TestContext&) {
 
 Verdict floodsEvents(TestContext& context) {
   const long count = context.settingInteger("FloodCount", 100'000);
+  const std::string ballast(static_cast<std::size_t>(context.settingInteger("BytesOfEach", 0)),
+                            'x');
   for (long number = 0; number < count; ++number) {
-    context.information(FLOOD, {std::to_string(number)});
+    context.information(FLOOD, {std::to_string(number), ballast});
   }
   return passed();
 }
@@ -135,12 +137,41 @@ Verdict claimsImpossibleProgress(TestContext&) {
   return passed();
 }
 
-Verdict claimsOthersEnd(TestContext&) {
+void sendByHand(FrameWriter& frame) {
+  const std::string& bytes = frame.bytes();
+  ::send(kSocketToHost, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
+
+void claimEnd(std::uint64_t position, TestEnding ending, unsigned int code,
+              const std::vector<std::string>& parameters) {
   FrameWriter frame(FrameType::TestEnd);
-  const std::string& bytes = frame.number(99).number(0).number(0).texts({}).bytes();
-  ::send(kSocketToHost, bytes.data(), bytes.size(), 0);
+  sendByHand(frame.number(position)
+                 .number(static_cast<std::uint64_t>(ending))
+                 .number(code)
+                 .texts(parameters));
+}
+
+Verdict claimsOthersEnd(TestContext&) {
+  claimEnd(99, TestEnding::Passed, 0, {});
   pause();
   return passed();
+}
+
+Verdict forgesCode(TestContext&) {
+  claimEnd(0, TestEnding::Failed, MEMORY_POISONED, {"0x1000", "0x2000"});
+  pause();
+  return passed();
+}
+
+// Ends itself, and begins and passes what is due behind it.
+Verdict claimsNextVerdict(TestContext&) {
+  claimEnd(0, TestEnding::Passed, 0, {});
+  FrameWriter begin(FrameType::TestBegin);
+  sendByHand(begin.number(1));
+  claimEnd(1, TestEnding::Passed, 0, {});
+  FrameWriter end(FrameType::PassEnd);
+  sendByHand(end);
+  _exit(0);
 }
 
 Verdict sendsGarbage(TestContext&) {
@@ -431,6 +462,8 @@ void define(Package& package) {
   package.test(39, losesCore);
   package.test(40, meetsPoison);
   package.test(41, readsBehindEnd);
+  package.test(42, forgesCode);
+  package.test(43, claimsNextVerdict);
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.

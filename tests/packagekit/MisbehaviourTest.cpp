@@ -216,6 +216,33 @@ TEST_F(Misbehaviour, a_flood_of_events_is_cut_and_counted) {
   EXPECT_EQ(run.parametersOf(EVENTS_DROPPED)[3], "19000");
 }
 
+TEST_F(Misbehaviour, a_flood_of_large_events_is_cut_and_counted) {
+  constexpr std::size_t most = std::size_t{16} << 20U;
+  constexpr int bytesOfEach = 60'000;
+  m_driver.set("TestID8", "FloodCount", "1000");
+  m_driver.set("TestID8", "BytesOfEach", std::to_string(bytesOfEach));
+  const auto run = m_driver.run("unit0", {8});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  std::size_t bytes = 0;
+  std::size_t floods = 0;
+  for (const auto& event : run.events) {
+    for (const std::string& parameter : event.parameters) {
+      bytes += parameter.size();
+    }
+    floods += event.parameters.back().size() == bytesOfEach ? 1 : 0;
+  }
+  EXPECT_LE(bytes, most);
+  EXPECT_GT(bytes, most / 2) << "what finds room is kept";
+  EXPECT_EQ(run.parametersOf(EVENTS_DROPPED)[3], std::to_string(1000 - floods));
+}
+
+TEST_F(Misbehaviour, a_fault_behind_a_flood_of_large_events_is_told_with_its_words) {
+  m_driver.set("TestID8", "FloodCount", "1000").set("TestID8", "BytesOfEach", "60000");
+  const auto run = m_driver.run("unit0", {8, 14});
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED);
+  EXPECT_EQ(run.parametersOf(kFaultFound).back(), "bit 3");
+}
+
 TEST_F(Misbehaviour, a_flood_of_output_is_drained) {
   const auto run = runBefore(18);
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
@@ -261,6 +288,20 @@ TEST_F(Misbehaviour, a_verdict_cant_use_a_code_of_the_kit) {
   const auto run = runBefore(27);
   expectTrouble(run, TEST_THREW, "27");
   EXPECT_FALSE(run.has(WORKER_CRASHED));
+}
+
+TEST_F(Misbehaviour, a_verdict_past_the_kit_cant_use_its_codes_either) {
+  const auto run = runBefore(42);
+  expectTrouble(run, WORKER_BROKE_PROTOCOL, "42");
+  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], "a verdict that a test can't have");
+  EXPECT_FALSE(run.has(MEMORY_POISONED));
+}
+
+TEST_F(Misbehaviour, the_verdict_of_the_next_test_cant_be_forged) {
+  const auto run = m_driver.run("unit0", {43, 14});
+  expectTold(run, WORKER_BROKE_PROTOCOL, "43");
+  EXPECT_EQ(run.verdict, DiagnosticResult::FAILED) << "as the second test found a fault itself";
+  EXPECT_EQ(endingsOf(run).back(), "FAILED");
 }
 
 TEST_F(Misbehaviour, a_vanished_device_is_no_fault) {
@@ -464,18 +505,13 @@ TEST_F(Misbehaviour, a_nice_value_that_is_none_counts_as_absent) {
   }
 }
 
-TEST_F(Misbehaviour, tests_of_another_nice_value_get_a_worker_of_their_own) {
-  const auto together = m_driver.run("unit0", {23, kBehaves, 23});
-  EXPECT_EQ(measurementsOf(together, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
-  EXPECT_EQ(measurementsOf(together, "process").front(),
-            measurementsOf(together, "process").back());
-
+TEST_F(Misbehaviour, each_test_of_a_request_has_a_worker_of_its_own) {
   m_driver.set("TestID1", "Nice", "0");
-  const auto apart = m_driver.run("unit0", {23, kBehaves, 23});
-  EXPECT_EQ(apart.verdict, DiagnosticResult::PASSED);
-  EXPECT_EQ(endingsOf(apart), (std::vector<std::string>{"PASSED", "PASSED", "PASSED"}));
-  EXPECT_EQ(measurementsOf(apart, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
-  EXPECT_NE(measurementsOf(apart, "process").front(), measurementsOf(apart, "process").back());
+  const auto run = m_driver.run("unit0", {23, kBehaves, 23});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_EQ(endingsOf(run), (std::vector<std::string>{"PASSED", "PASSED", "PASSED"}));
+  EXPECT_EQ(measurementsOf(run, "nice"), std::vector<std::string>(2, atLeastOurs(10)));
+  EXPECT_NE(measurementsOf(run, "process").front(), measurementsOf(run, "process").back());
 }
 
 TEST_F(Misbehaviour, a_host_that_is_nicer_keeps_its_workers_there) {
