@@ -63,7 +63,9 @@ void deleteAll(std::vector<Element*>& elements) {
 
 KitDiagnostics::KitDiagnostics(Module& module, const Package& package, bool diagLog,
                                DiagnosticMode mode)
-    : m_module(module), m_package(package), m_diagLog(diagLog), m_mode(mode) {}
+    : m_module(module), m_package(package), m_diagLog(diagLog), m_mode(mode) {
+  provideSpare();
+}
 
 KitDiagnostics::~KitDiagnostics() {
   deleteAll(m_events);
@@ -94,6 +96,7 @@ void KitDiagnostics::enter(const DiagnosticSettings* settings) {
   m_passesDone = 0;
   m_passesWanted = 1;
   m_start = Clock::now();
+  provideSpare();
   if (settings == nullptr) {
     return;
   }
@@ -112,10 +115,13 @@ void KitDiagnostics::enter(const DiagnosticSettings* settings) {
 
 void KitDiagnostics::leave(const std::optional<std::string>& failure) {
   if (failure) {
-    m_module.log("a run ended early: " + *failure);
+    failureOf([&] { m_module.log("a run ended early: " + *failure); });
   }
   if (!m_hasDelivered) {
-    failureOf([this] { deliver({DiagnosticResult::UNUSUAL_STATUS}); });
+    failureOf([this] { deliver({m_result.getTestResult()}); });
+  }
+  if (!m_hasDelivered) {
+    failureOf([this] { deliverSpare(); });
   }
   const System::LockHold hold(m_lock);
   m_passProgress = 100;
@@ -231,6 +237,25 @@ void KitDiagnostics::deliver(const PassOutcome& outcome, int estimatedTime) {
   m_results.push_back(copy.get());
   static_cast<void>(copy.release());
   m_hasDelivered = true;
+}
+
+void KitDiagnostics::provideSpare() {
+  if (!m_spareResult) {
+    m_spareResult = std::make_unique<DiagnosticResult>();
+  }
+  m_results.reserve(m_results.size() + 1);
+}
+
+// Takes no memory: what a pass hands over in any case was made before it began.
+void KitDiagnostics::deliverSpare() {
+  if (m_spareResult) {
+    m_spareResult->setTestResult(m_result.getTestResult());
+    m_spareResult->setTestRequestId(m_requestId);
+    const System::LockHold hold(m_lock);
+    m_results.push_back(m_spareResult.get());
+    static_cast<void>(m_spareResult.release());
+    m_hasDelivered = true;
+  }
 }
 
 void KitDiagnostics::raise(DiagnosticEvent::EventType type, unsigned int code,

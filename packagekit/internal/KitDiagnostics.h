@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -53,6 +54,8 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
                     int passNumber) const;
   bool waitWhileSuspended();
   void deliver(const PassOutcome& outcome, int estimatedTime = 0);
+  void provideSpare() TARVEXDIAGS_REQUIRES(m_lock);
+  void deliverSpare();
   void logEvent(Diag::DiagnosticEvent& event);
   unsigned int progressLocked() const TARVEXDIAGS_REQUIRES(m_lock);
 
@@ -77,6 +80,7 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   std::string m_eventLog;  // empty: events are not logged
   bool m_reportsStatus = false;
   Diag::DiagnosticResult m_result;
+  std::unique_ptr<Diag::DiagnosticResult> m_spareResult;  ///< for a pass that has no memory left
   bool m_hasDelivered = false;
 };
 

@@ -10,11 +10,13 @@ namespace {
 
 thread_local unsigned long untilFailure = 0;  // 0: none will fail
 thread_local bool failed = false;
+thread_local Shortage shortage = Shortage::Once;
 thread_local long living = 0;
 
 void* allocate(std::size_t size) noexcept {
   if (untilFailure != 0 && --untilFailure == 0) {
     failed = true;
+    untilFailure = shortage == Shortage::ForGood ? 1 : 0;
     return nullptr;
   }
   void* const block = std::malloc(size == 0 ? 1 : size);
@@ -37,8 +39,9 @@ void release(void* block) noexcept {
 
 }  // namespace
 
-FailingAllocation::FailingAllocation(unsigned long ordinal) {
+FailingAllocation::FailingAllocation(unsigned long ordinal, Shortage kind) {
   failed = false;
+  shortage = kind;
   untilFailure = ordinal;
 }
 

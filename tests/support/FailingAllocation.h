@@ -6,12 +6,15 @@
 
 namespace TarvexDiags::TestSupport {
 
+/// Whether an allocation fails alone, or all that come behind it as well.
+enum class Shortage { Once, ForGood };
+
 /// Lets one allocation with `new` of the calling thread fail while the object lives: the one of
-/// that ordinal, counted from 1. A program that uses it names FailingAllocation.cpp among its
-/// sources, whose operators stand in front of the others.
+/// that ordinal, counted from 1; or all from there on. A program that uses it names
+/// FailingAllocation.cpp among its sources, whose operators stand in front of the others.
 class FailingAllocation {
  public:
-  explicit FailingAllocation(unsigned long ordinal);
+  explicit FailingAllocation(unsigned long ordinal, Shortage kind = Shortage::Once);
   ~FailingAllocation();
   FailingAllocation(const FailingAllocation&) = delete;
   FailingAllocation& operator=(const FailingAllocation&) = delete;
