@@ -63,7 +63,8 @@ std::string sectionOf(int test) {
   return "TestID" + std::to_string(test);
 }
 
-// How often a test has begun on a device, over all requests: the file holds a byte for each.
+// How often a test has begun on a device, over all requests: the file holds a byte for each. Its
+// name stands in Workplace::marks as well.
 std::size_t countBegin(int test, const std::string& device) {
   const std::string name = configFile + "." + sectionOf(test) + "." + device;
   std::ofstream(name, std::ios::app) << '.';
@@ -178,10 +179,11 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
  private:
   void run(int test, const DiagnosticSettings& settings) {
     const std::string section = sectionOf(test);
+    const int event = readNumber(section, "Event");  // the file may be gone once the test has begun
+    const int usual = readNumber(section, "Milliseconds");
+    const int longer = readNumber(section, "MillisecondsToStay");
     const std::string behaviour = behaviourOf(test, m_device->getDeviceName());
-    const int event = readNumber(section, "Event");  // the file may be gone at the end
-    const char* const duration = behaviour == "stay" ? "MillisecondsToStay" : "Milliseconds";
-    const int total = settings.getQuickTestMode() != 0 ? 1 : readNumber(section, duration);
+    const int total = settings.getQuickTestMode() != 0 ? 1 : (behaviour == "stay" ? longer : usual);
     if (const int code = readNumber(section, "ControllerEvent"); code != 0) {
       DiagUtil::getInstance()->pushDiagCtrlEvent(static_cast<DiagCtrlEvent::eventCode>(code),
                                                  DiagnosticEvent::ERROR_EVENT,

@@ -16,6 +16,7 @@
 #include "packagekit/KitEvents.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::DiagctlTest {
@@ -31,6 +32,7 @@ using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
 using ::testing::StartsWith;
+using TestSupport::eventually;
 using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
@@ -58,7 +60,7 @@ TEST_F(Diagctl, run_tells_findings_when_the_packages_have_gone_meanwhile) {
                    {{.name = "Bad", .behaviour = "fail", .milliseconds = 1500, .more = "Event=7"}},
                    {{"Left", "bus/left"}});
   Program program(withControlFile({"run", "--lang", "de"}));
-  ASSERT_TRUE(program.waitFor("running  Package MIX: Bad"));
+  ASSERT_TRUE(eventually([&] { return fs::exists(place.markOf("MIX", 1, "Left")); }));
   fs::remove_all(place.path("packages"));
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, kHardwareFailure) << outcome.err;

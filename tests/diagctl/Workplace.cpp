@@ -82,6 +82,11 @@ std::string Workplace::packageFile(const std::string& name) const {
   return path("packages/" + name + ".cfg");
 }
 
+std::string Workplace::markOf(const std::string& package, int test,
+                              const std::string& device) const {
+  return packageFile(package) + ".TestID" + std::to_string(test) + "." + device;
+}
+
 void Workplace::write(const std::string& file, const std::string& text) const {
   std::ofstream(file) << text;
   fs::permissions(file, fs::perms(0644));

@@ -38,6 +38,8 @@ class Workplace {
 
   const std::string& controlFile() const { return m_controlFile; }
   std::string packageFile(const std::string& name) const;
+  /// Is there once a test of a package has begun on a device and knows all that it does there.
+  std::string markOf(const std::string& package, int test, const std::string& device) const;
   std::string path(const std::string& name) const { return m_directory.file(name); }
 
   /// Replaces text in a file, which must hold it.

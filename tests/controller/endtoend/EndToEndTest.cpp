@@ -244,7 +244,9 @@ TEST_F(EndToEndTest, an_abort_of_all_ends_what_runs_and_what_waits) {
     EXPECT_THAT(events.at(running),
                 ElementsAre("TEST_REQUEST_ABORTED W", "TEST_REQUEST_ABORTED W"));
   }
-  EXPECT_THAT(events.at("4"), ElementsAre("TEST_REQUEST_ABORTED I", "TEST_REQUEST_ABORTED W"));
+  // The dispatcher, which the other aborts wake, may drop it before the client has told.
+  EXPECT_THAT(events.at("4"),
+              UnorderedElementsAre("TEST_REQUEST_ABORTED I", "TEST_REQUEST_ABORTED W"));
   EXPECT_EQ(events.size(), 4U);
   EXPECT_EQ(byRequest(harness.results()).size(), 3U) << "what ran has a result";
   const unsigned long again = harness.queue("ALPHA", 1, {1});
