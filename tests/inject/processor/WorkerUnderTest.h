@@ -78,6 +78,11 @@ inline pid_t threadHeldOn(pid_t process, int cpu) {
   return -1;
 }
 
+inline bool hasEnded(pid_t process, pid_t thread) {
+  return !std::filesystem::exists("/proc/" + std::to_string(process) + "/task/" +
+                                  std::to_string(thread));
+}
+
 /// @brief Lets a thread run on one CPU alone, as taskset does. @return false when it has gone
 inline bool moveThread(pid_t thread, int cpu) {
   cpu_set_t set;
@@ -86,42 +91,50 @@ inline bool moveThread(pid_t thread, int cpu) {
   return sched_setaffinity(thread, sizeof(set), &set) == 0;
 }
 
-/// @brief A thread that is traced from now on and goes on meanwhile.
-class TracedThread {
+/// @brief A thread that is stopped wherever it is, and goes on when this ends.
+///
+/// It is traced no longer than that: a traced thread that ends or gets a signal stays until its
+/// tracer has looked, and so does whoever waits for its process.
+class StoppedThread {
  public:
-  explicit TracedThread(pid_t thread)
-      : m_thread(thread), m_traced(ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) == 0) {}
-  ~TracedThread() {
-    if (m_traced && stop()) {
-      ptrace(PTRACE_DETACH, m_thread, nullptr, nullptr);
+  explicit StoppedThread(pid_t thread) : m_thread(thread) {
+    int status = 0;
+    m_stopped = ptrace(PTRACE_SEIZE, thread, nullptr, nullptr) == 0 &&
+                ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr) == 0 &&
+                waitpid(thread, &status, __WALL) == thread && WIFSTOPPED(status);
+    // A signal that came first is the thread's own.
+    m_signal = status >> 16 == PTRACE_EVENT_STOP ? 0 : WSTOPSIG(status);
+  }
+  ~StoppedThread() {
+    if (m_stopped) {
+      ptrace(PTRACE_DETACH, m_thread, nullptr, m_signal);
     }
   }
-  TracedThread(const TracedThread&) = delete;
-  TracedThread& operator=(const TracedThread&) = delete;
+  StoppedThread(const StoppedThread&) = delete;
+  StoppedThread& operator=(const StoppedThread&) = delete;
 
-  /// @brief Flips a bit of each vector register, whatever the thread is at.
-  /// @return false when the thread has ended
-  bool flipVectorRegisters(unsigned int bit) {
+  /// @brief The address of its next instruction; 0 when it has ended.
+  std::uintptr_t place() const {
+    user_regs_struct registers{};
+    return m_stopped && ptrace(PTRACE_GETREGS, m_thread, nullptr, &registers) == 0 ? registers.rip
+                                                                                   : 0;
+  }
+
+  /// @brief Flips a bit of each vector register.
+  void flipVectorRegisters(unsigned int bit) const {
     user_fpregs_struct registers{};
-    if (!m_traced || !stop() || ptrace(PTRACE_GETFPREGS, m_thread, nullptr, &registers) != 0) {
-      return m_traced = false;
+    if (m_stopped && ptrace(PTRACE_GETFPREGS, m_thread, nullptr, &registers) == 0) {
+      for (std::size_t word = bit / 32 % 4; word < std::size(registers.xmm_space); word += 4) {
+        registers.xmm_space[word] ^= 1U << bit % 32;
+      }
+      ptrace(PTRACE_SETFPREGS, m_thread, nullptr, &registers);
     }
-    for (std::size_t word = bit / 32 % 4; word < std::size(registers.xmm_space); word += 4) {
-      registers.xmm_space[word] ^= 1U << bit % 32;
-    }
-    ptrace(PTRACE_SETFPREGS, m_thread, nullptr, &registers);
-    return m_traced = ptrace(PTRACE_CONT, m_thread, nullptr, nullptr) == 0;
   }
 
  private:
-  bool stop() {
-    int status = 0;
-    return ptrace(PTRACE_INTERRUPT, m_thread, nullptr, nullptr) == 0 &&
-           waitpid(m_thread, &status, __WALL) == m_thread && WIFSTOPPED(status);
-  }
-
   pid_t m_thread;
-  bool m_traced;
+  bool m_stopped;
+  long m_signal = 0;
 };
 
 }  // namespace TarvexDiags::Tests
