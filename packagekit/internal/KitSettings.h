@@ -2,6 +2,7 @@
 
 #include "packagekit/Setting.h"
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/WorkerPlaces.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -18,7 +19,7 @@ inline constexpr auto kMemoryLimit = optionalSetting<std::uint64_t>("MemoryLimit
 inline constexpr auto kMaxEvents = optionalSetting<std::uint64_t>("MaxEvents");
 inline constexpr auto kCoreDumps = optionalSetting<bool>("CoreDumps");
 inline constexpr auto kSeed = optionalSetting<std::uint64_t>(Contract::kSeedKey);
-inline constexpr auto kWorkerPath = optionalSetting<std::string>("WorkerPath");
+inline constexpr auto kWorkerPath = optionalSetting<std::string>(Contract::kWorkerPathKey);
 
 /// Those that a test may have in its own section.
 inline SettingList kitTestSettings() {

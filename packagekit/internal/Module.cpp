@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "System/SysUtil.h"
+#include "packagekit/contract/WorkerPlaces.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitSettings.h"
 #include "packagekit/internal/PackageLog.h"
@@ -131,19 +132,14 @@ std::string Module::findWorker() const {
   if (const auto configured = Settings(m_configFile).package(kWorkerPath.key())) {
     return *configured;
   }
-  static const char kName[] = "/tarvex-package-worker";
   const std::string framework =
       directoryOf(objectWith(reinterpret_cast<const void*>(&System::SysUtil::getOs)));
-  const std::string candidates[] = {
-      directoryOf(packageFile()) + kName,
-      framework + "/packages" + kName,
-      framework + "/" TARVEX_LIBEXEC_FROM_LIB + kName,
-      TARVEX_LIBEXEC_DIR + std::string(kName),
-  };
-  const auto* const found =
-      std::find_if(std::begin(candidates), std::end(candidates),
-                   [](const std::string& file) { return access(file.c_str(), X_OK) == 0; });
-  return found == std::end(candidates) ? "" : *found;
+  const std::vector<std::string> places = Contract::workerPlaces(
+      directoryOf(packageFile()), framework, {TARVEX_LIBEXEC_FROM_LIB, TARVEX_LIBEXEC_DIR});
+  const auto found = std::find_if(places.begin(), places.end(), [](const std::string& file) {
+    return access(file.c_str(), X_OK) == 0;
+  });
+  return found == places.end() ? "" : *found;
 }
 
 void Module::markHung(const std::string& resourceTag, pid_t worker) {
