@@ -12,18 +12,18 @@ class InsecureFiles : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// What makes it unsafe to load code by way of a file: an owner that is not root, or permission for
-/// others to write, of the file itself, of a directory above it or of a symbolic link on the way.
-/// A directory above it that others may write to is safe with the sticky bit.
-/// @param path need not exist. @return a line for each finding, naming path and reason.
+/// What makes it unsafe to load code by way of a path: see PathInspection.
+/// @param path need not exist. @return a line for each finding, naming file and reason.
 std::vector<std::string> findInsecurePaths(const std::string& path);
 
-/// The findings for a control file and all that it makes the program load: the package directory
-/// and every description and shared object in it, with those that descriptions name as needed.
+/// The findings for a control file and all that is executed on its account: see
+/// inspectExecutedFiles.
+/// @param packageDirectory that the control file names; empty for none.
 std::vector<std::string> findInsecureFiles(const std::string& controlFile,
                                            const std::string& packageDirectory);
 
-/// @throws InsecureFiles with all findings for a control file and what it names, if there are any.
+/// @throws InsecureFiles with all findings for a control file and what it names, if there are any;
+///   std::runtime_error if too few files may be open to look.
 void requireSecureFiles(const std::string& controlFile);
 
 /// Whether the program runs as root, so that what it loads must be root's.

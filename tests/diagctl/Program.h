@@ -56,6 +56,10 @@ class Program {
   Outcome m_outcome;
 };
 
+/// Whether root may load what was built here: where the build lies among files of somebody else,
+/// root runs the program with --allow-insecure, and what it refuses cannot be shown.
+bool isBuildTrusted();
+
 /// Runs it to its end.
 Outcome diagctl(const std::vector<std::string>& arguments);
 Outcome diagctl(const std::vector<std::string>& arguments, const Program::Options& options);

@@ -41,3 +41,11 @@ inline void giveAll(const std::string& directory, uid_t user) {
     GTEST_SKIP() << "only root can make files of others to be refused"; \
   }                                                                     \
   static_assert(true)
+
+/// For tests in which root refuses nothing but what the test makes.
+#define SKIP_UNLESS_BUILD_IS_TRUSTED()                                              \
+  if (!TarvexDiags::DiagctlTest::isBuildTrusted()) {                                \
+    GTEST_SKIP() << "root would refuse this build itself: it lies among files that" \
+                 << " others own or may write to";                                  \
+  }                                                                                 \
+  static_assert(true)
