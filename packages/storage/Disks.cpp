@@ -83,7 +83,9 @@ Attachment attachmentOf(const fs::path& folder, const std::string& name,
       isVirtual(vendor, readLine(folder / "device/model"))) {
     return Attachment::VirtualDisk;
   }
-  return vendor == "ATA" ? Attachment::Ata : Attachment::Scsi;
+  // A bridge that passes ATA commands through describes the disk behind it on a page of its own.
+  const bool passesAta = vendor == "ATA" || fs::exists(folder / "device/vpd_pg89");
+  return passesAta ? Attachment::Ata : Attachment::Scsi;
 }
 
 Disk describe(const fs::path& folder, const std::string& name, VirtualDisks virtualDisks) {

@@ -1,6 +1,50 @@
 #include "packages/storage/Health.h"
 
+#include <fmt/format.h>
+
 namespace TarvexDiags::Storage {
+namespace {
+
+std::vector<std::string> parametersOf(const std::string& disk, const BeyondThreshold& found) {
+  return {disk, std::to_string(found.attribute), std::to_string(found.value),
+          std::to_string(found.threshold)};
+}
+
+void tellAttributes(const HealthReport& health, const std::string& disk, RunJournal& journal) {
+  for (const BeyondThreshold& found : health.agedAttributes) {
+    report(journal, StorageEvent::AgedAttribute, parametersOf(disk, found));
+  }
+  std::string past;
+  for (const unsigned int attribute : health.pastAttributes) {
+    past += (past.empty() ? "" : ", ") + std::to_string(attribute);
+  }
+  if (!past.empty()) {
+    report(journal, StorageEvent::PastAttribute, {disk, past});
+  }
+}
+
+void tellAnswers(const std::vector<std::string>& unusable, const std::string& disk,
+                 RunJournal& journal) {
+  for (const std::string& command : unusable) {
+    report(journal, StorageEvent::UnusableAnswer, {disk, command});
+  }
+}
+
+void tellSelfTest(const ErrorLog& log, const std::string& disk, RunJournal& journal) {
+  const std::string status = fmt::format("{:X}h", log.selfTestStatus);
+  const auto orUnknown = [](const auto& number) {
+    return number ? std::to_string(*number) : std::string("?");
+  };
+  if (log.selfTest == SelfTestEnd::Failed) {
+    report(journal, StorageEvent::SelfTestFailed,
+           {disk, status, orUnknown(log.selfTestHours), orUnknown(log.firstBadLba)});
+  } else if (log.selfTest == SelfTestEnd::Interrupted) {
+    report(journal, StorageEvent::SelfTestInterrupted,
+           {disk, status, orUnknown(log.selfTestHours)});
+  }
+}
+
+}  // namespace
 
 void judgeHealth(const HealthReport& health, const HealthLimits& limits, const std::string& disk,
                  RunJournal& journal) {
@@ -10,11 +54,19 @@ void judgeHealth(const HealthReport& health, const HealthLimits& limits, const s
   if (health.failing) {
     report(journal, StorageEvent::HealthFailing, {disk, health.failingText});
   }
+  for (const BeyondThreshold& found : health.failingAttributes) {
+    report(journal, StorageEvent::AttributeFailing, parametersOf(disk, found));
+  }
   if (health.mediaErrors > 0) {
     report(journal, StorageEvent::MediaErrors, {disk, std::to_string(health.mediaErrors)});
   }
-  if (health.attributeFailedInThePast) {
-    report(journal, StorageEvent::PastAttribute, {disk});
+  tellAnswers(health.unusableAnswers, disk, journal);
+  tellAttributes(health, disk, journal);
+  if (!health.deviceWarning.empty()) {
+    report(journal, StorageEvent::DeviceWarning, {disk, health.deviceWarning});
+  }
+  if (health.predictionIsTest) {
+    report(journal, StorageEvent::PredictionIsTest, {disk});
   }
   if (health.badSectors > 0) {
     report(journal, StorageEvent::BadSectors, {disk, std::to_string(health.badSectors)});
@@ -36,11 +88,8 @@ void judgeHealth(const HealthReport& health, const HealthLimits& limits, const s
 
 void judgeErrorLog(const ErrorLog& log, std::uint64_t allowedEntries, const std::string& disk,
                    RunJournal& journal) {
-  if (log.selfTest == SelfTestEnd::Failed) {
-    report(journal, StorageEvent::SelfTestFailed, {disk, log.selfTestText});
-  } else if (log.selfTest == SelfTestEnd::Interrupted) {
-    report(journal, StorageEvent::SelfTestInterrupted, {disk, log.selfTestText});
-  }
+  tellSelfTest(log, disk, journal);
+  tellAnswers(log.unusableAnswers, disk, journal);
   if (log.senseData > 0) {
     report(journal, StorageEvent::SenseData, {disk, std::to_string(log.senseData)});
   }

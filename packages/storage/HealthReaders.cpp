@@ -2,33 +2,18 @@
 
 #include <array>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packages/storage/AtaReader.h"
+#include "packages/storage/CommandChannel.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
+#include "packages/storage/Refusal.h"
 #include "packages/storage/TransferQueue.h"
 
 namespace TarvexDiags::Storage {
 namespace {
-
-/// @brief Whether the kernel has the disk; also true where it shows none.
-bool isThere(const std::string& disk) {
-  const std::filesystem::path disks = "/sys/block";
-  std::error_code error;
-  return !std::filesystem::exists(disks, error) || std::filesystem::exists(disks / disk, error);
-}
-
-/// @brief Throws why the disk does not answer: NotSupported, or that it has left.
-[[noreturn]] void refuse(const std::string& disk, const std::string& what, int error) {
-  const std::string cause = what + ": " + std::generic_category().message(error);
-  if (saysVanished(error) || error == ENOENT || !isThere(disk)) {
-    throwVanished(disk, cause);
-  }
-  throw NotSupported(disk + ": " + cause);
-}
 
 /// @brief NVMe: the logs through the driver's passthrough.
 class NvmeReader final : public HealthReader {
@@ -69,32 +54,6 @@ class NvmeReader final : public HealthReader {
   PackageKit::UniqueDescriptor m_device;
 };
 
-/// @brief ATA: S.M.A.R.T. through libatasmart.
-class AtaReader final : public HealthReader {
- public:
-  explicit AtaReader(const Disk& disk) : m_name(disk.name) {
-    SkDisk* opened = nullptr;
-    if (sk_disk_open(disk.path.c_str(), &opened) != 0) {
-      refuse(m_name, "S.M.A.R.T. cannot be asked for", errno);
-    }
-    m_disk.reset(opened);
-    SkBool available = FALSE;
-    if (sk_disk_smart_is_available(opened, &available) != 0 || available == FALSE) {
-      throw NotSupported(m_name + ": the disk has no S.M.A.R.T.");
-    }
-    if (sk_disk_smart_read_data(opened) != 0) {
-      refuse(m_name, "S.M.A.R.T. data", errno);
-    }
-  }
-
-  HealthReport health() override { return healthFrom(*m_disk); }
-  ErrorLog errorLog() override { return errorLogFrom(*m_disk, m_name); }
-
- private:
-  std::string m_name;
-  AtaDisk m_disk;
-};
-
 /// @brief SCSI: what the kernel counts; the disks' own logs need vendors' tools.
 class ScsiReader final : public HealthReader {
  public:
@@ -133,6 +92,12 @@ std::string whyNoHealth(const Disk& disk) {
   return {};
 }
 
+void describeByItself(Disk& disk) {
+  if (disk.attachment == Attachment::Ata) {
+    describe(disk, readAtaIdentity(*openChannel(disk), disk.name));
+  }
+}
+
 std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
   if (const std::string reason = whyNoHealth(disk); !reason.empty()) {
     throw NotSupported(disk.name + ": " + reason);
@@ -141,7 +106,7 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
     return std::make_unique<NvmeReader>(disk);
   }
   if (disk.attachment == Attachment::Ata) {
-    return std::make_unique<AtaReader>(disk);
+    return makeAtaReader(openChannel(disk), disk.name);
   }
   return std::make_unique<ScsiReader>(disk);
 }

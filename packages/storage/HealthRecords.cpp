@@ -85,32 +85,18 @@ ErrorLog errorLogFrom(std::span<const nvme_error_log_page> pages) {
   return log;
 }
 
-HealthReport healthFrom(SkDisk& disk) {
-  HealthReport health;
-  SkBool good = TRUE;
-  if (sk_disk_smart_status(&disk, &good) == 0 && good == FALSE) {
-    health.failing = true;
-    health.failingText = sk_smart_overall_to_string(SK_SMART_OVERALL_BAD_STATUS);
+SelfTestEnd selfTestEnd(std::uint8_t code, std::uint8_t lastFailure) {
+  constexpr std::uint8_t running = 15;
+  constexpr std::uint8_t firstFailure = 3;
+  if (code == 0) {
+    return SelfTestEnd::PassedOrNever;
   }
-  SkSmartOverall overall = SK_SMART_OVERALL_GOOD;
-  if (sk_disk_smart_get_overall(&disk, &overall) == 0) {
-    health.attributeFailedInThePast = overall == SK_SMART_OVERALL_BAD_ATTRIBUTE_IN_THE_PAST;
-    if (overall == SK_SMART_OVERALL_BAD_ATTRIBUTE_NOW ||
-        overall == SK_SMART_OVERALL_BAD_SECTOR_MANY || overall == SK_SMART_OVERALL_BAD_STATUS) {
-      health.failing = true;
-      health.failingText = sk_smart_overall_to_string(overall);
-    }
+  if (code == running) {
+    return SelfTestEnd::Running;
   }
-  std::uint64_t milliKelvin = 0;
-  if (sk_disk_smart_get_temperature(&disk, &milliKelvin) == 0) {
-    health.celsius = static_cast<int>(milliKelvin / 1000) - kFreezingPoint;
-  }
-  std::uint64_t milliseconds = 0;
-  if (sk_disk_smart_get_power_on(&disk, &milliseconds) == 0) {
-    health.powerOnHours = milliseconds / 3'600'000;
-  }
-  sk_disk_smart_get_bad(&disk, &health.badSectors);
-  return health;
+  // Codes that nobody has given a meaning tell at least that it did not pass.
+  return code >= firstFailure && code <= lastFailure ? SelfTestEnd::Failed
+                                                     : SelfTestEnd::Interrupted;
 }
 
 ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sysfs) {
@@ -134,34 +120,12 @@ ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sy
   return log;
 }
 
-ErrorLog errorLogFrom(SkDisk& disk, const std::string& name, const std::filesystem::path& sysfs) {
-  ErrorLog log;
+std::optional<ErrorLog> countersOf(const std::string& name, const std::filesystem::path& sysfs) {
   try {
-    log = kernelErrorLog(name, sysfs);
+    return kernelErrorLog(name, sysfs);
   } catch (const NotSupported&) {
-    log.origin = "S.M.A.R.T.";  // no counters; the last self-test can still be told
+    return std::nullopt;
   }
-  const SkSmartParsedData* data = nullptr;
-  if (sk_disk_smart_parse(&disk, &data) != 0) {
-    return log;
-  }
-  const SkSmartSelfTestExecutionStatus status = data->self_test_execution_status;
-  const char* text = sk_smart_self_test_execution_status_to_string(status);
-  log.selfTestText = text == nullptr ? "unknown" : text;
-  switch (status) {
-    case SK_SMART_SELF_TEST_EXECUTION_STATUS_SUCCESS_OR_NEVER:
-      break;
-    case SK_SMART_SELF_TEST_EXECUTION_STATUS_INPROGRESS:
-      log.selfTest = SelfTestEnd::Running;
-      break;
-    case SK_SMART_SELF_TEST_EXECUTION_STATUS_ABORTED:
-    case SK_SMART_SELF_TEST_EXECUTION_STATUS_INTERRUPTED:
-      log.selfTest = SelfTestEnd::Interrupted;
-      break;
-    default:
-      log.selfTest = SelfTestEnd::Failed;
-  }
-  return log;
 }
 
 }  // namespace TarvexDiags::Storage

@@ -30,30 +30,35 @@ enum class StorageEvent : unsigned int {
   Temperature = 105,          ///< disk, degrees Celsius
   BadSectors = 106,           ///< disk, count
   ErrorLogEntries = 107,      ///< disk, count, description of the latest
-  SelfTestInterrupted = 108,  ///< disk, status of the last self-test
+  SelfTestInterrupted = 108,  ///< disk, status of the last self-test, hours on
   MarkedReadOnly = 109,       ///< disk
-  PastAttribute = 110,        ///< disk
+  PastAttribute = 110,        ///< disk, numbers of the attributes
   RecoveredVerify = 111,      ///< disk, offset in the file, block, sectors
   NoSpace = 112,              ///< disk, cause
   LowSpare = 113,             ///< disk, spare left in per cent, threshold
   SlowerThanAsked = 114,      ///< disk, rate, rate asked for
   SizeChanged = 115,          ///< disk, bytes when enumerated, bytes now
+  UnusableAnswer = 116,       ///< disk, command whose answer is short or garbled
+  AgedAttribute = 117,        ///< disk, number of the attribute, value, threshold
+  DeviceWarning = 118,        ///< disk, code of the warning
+  PredictionIsTest = 119,     ///< disk
 
-  Failed = 200,           ///< disk, errors: closes a test that failed
-  Unreadable = 201,       ///< disk, first block, blocks, bytes in a block, cause
-  UnreadableTotal = 202,  ///< disk, blocks, bytes in a block, places, all of them
-  Unstable = 203,         ///< disk, block, bytes in a block, different contents, reads
-  SlowBlock = 204,        ///< disk, block, bytes in a block, latency, median of all
-  Miscompare = 205,       ///< disk, offset, block, byte, expected, found, differing bits, sectors
-  Misdirected = 206,      ///< disk, offset, block, offset whose data was found, sectors
-  LostWrite = 207,        ///< disk, offset, block, sectors
-  WriteFailed = 208,      ///< disk, offset, bytes, cause
-  CriticalWarning = 209,  ///< disk, what the disk warns of
-  HealthFailing = 210,    ///< disk, what the disk says
-  MediaErrors = 211,      ///< disk, count
-  FaultySectors = 212,    ///< disk, sectors, ranges, all of them
-  SelfTestFailed = 213,   ///< disk, status of the last self-test
-  NoAnswer = 214,         ///< disk, block or "?", bytes in a block, seconds
+  Failed = 200,            ///< disk, errors: closes a test that failed
+  Unreadable = 201,        ///< disk, first block, blocks, bytes in a block, cause
+  UnreadableTotal = 202,   ///< disk, blocks, bytes in a block, places, all of them
+  Unstable = 203,          ///< disk, block, bytes in a block, different contents, reads
+  SlowBlock = 204,         ///< disk, block, bytes in a block, latency, median of all
+  Miscompare = 205,        ///< disk, offset, block, byte, expected, found, differing bits, sectors
+  Misdirected = 206,       ///< disk, offset, block, offset whose data was found, sectors
+  LostWrite = 207,         ///< disk, offset, block, sectors
+  WriteFailed = 208,       ///< disk, offset, bytes, cause
+  CriticalWarning = 209,   ///< disk, what the disk warns of
+  HealthFailing = 210,     ///< disk, where it says so: "S.M.A.R.T." or a sense code
+  MediaErrors = 211,       ///< disk, count
+  FaultySectors = 212,     ///< disk, sectors, ranges, all of them
+  SelfTestFailed = 213,    ///< disk, status of the last self-test, hours on, first bad block
+  NoAnswer = 214,          ///< disk, block or "?", bytes in a block, seconds
+  AttributeFailing = 215,  ///< disk, number of the attribute, value, threshold
 };
 
 }  // namespace TarvexDiags::Storage

@@ -14,6 +14,7 @@
 #include "packagekit/PackageKit.h"
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/common/ContextJournal.h"
+#include "packages/storage/CommandChannel.h"
 #include "packages/storage/Disks.h"
 #include "packages/storage/FilePlace.h"
 #include "packages/storage/Health.h"
@@ -223,6 +224,10 @@ Verdict onDisk(TestContext& context,
       engine(disk, journal);
     } catch (const SilentDisk& silence) {
       context.log(silence.what());  // its error has been raised
+    } catch (const SilentCommand& silence) {
+      report(journal, StorageEvent::NoAnswer,
+             {disk.name, "?", std::to_string(disk.logicalBlock),
+              std::to_string(silence.patience().count())});
     }
   });
 }
@@ -244,7 +249,13 @@ Verdict identity(TestContext& context) {
       context.log(reason.what());  // what the kernel shows can be told all the same
     }
     const std::uint64_t partOfBlock = disk.attachment == Attachment::File ? disk.bytes % 4096 : 0;
-    identify(disk, bytes == 0 ? 0 : bytes + partOfBlock, journal);
+    Disk described = disk;
+    try {
+      describeByItself(described);
+    } catch (const NotSupported& reason) {
+      context.log(reason.what());
+    }
+    identify(described, bytes == 0 ? 0 : bytes + partOfBlock, journal);
   });
 }
 

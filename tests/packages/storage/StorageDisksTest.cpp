@@ -109,13 +109,15 @@ TEST(StorageDiscovery, tells_real_ata_disks_from_imitated_ones) {
   tree.disk("sdc", "8:32", "8").file("block/sdc/device/vendor", "ATA");
   tree.file("block/sdc/device/model", "QEMU HARDDISK");
   tree.disk("sdd", "8:48", "8").file("block/sdd/device/vendor", "SEAGATE");
+  tree.disk("sde", "8:64", "8").file("block/sde/device/vendor", "JMicron");
+  tree.file("block/sde/device/vpd_pg89", "page");  // a bridge that passes ATA commands through
   tree.disk("vda", "254:0", "8");
   std::vector<std::string> kinds;
   for (const Disk& disk : findDisks(tree.root())) {
     kinds.push_back(attachmentText(disk.attachment));
     EXPECT_EQ(attachmentFrom(attachmentText(disk.attachment)), disk.attachment);
   }
-  EXPECT_THAT(kinds, ElementsAre("ata", "virtual", "virtual", "scsi", "virtual"));
+  EXPECT_THAT(kinds, ElementsAre("ata", "virtual", "virtual", "scsi", "ata", "virtual"));
 }
 
 TEST(StorageDiscovery, virtual_disks_count_as_their_bus_where_asked_for) {
@@ -272,104 +274,6 @@ TEST(StorageHealth, names_each_fault_of_an_nvme_disk) {
   }
 }
 
-/// @brief What an ATA disk answers, as libatasmart keeps it: parts with a tag and a length each.
-class AtaRecording {
- public:
-  AtaRecording() {
-    m_identify[164] = 1;      // S.M.A.R.T. is there
-    m_identify[170] = 1;      // and switched on
-    attribute(9, 100, 24);    // hours on
-    attribute(194, 100, 35);  // degrees Celsius
-  }
-
-  AtaRecording& attribute(unsigned char id, unsigned char value, unsigned char raw,
-                          unsigned char threshold = 0) {
-    unsigned char* entry = m_data.data() + 2 + 12 * m_attributes;
-    entry[0] = id;
-    entry[1] = 1;  // tells of failure to come
-    entry[3] = value;
-    entry[4] = value;
-    entry[5] = raw;
-    unsigned char* limit = m_thresholds.data() + 2 + 12 * m_attributes++;
-    limit[0] = id;
-    limit[1] = threshold;
-    return *this;
-  }
-  AtaRecording& ownVerdict(bool good) {
-    m_good = good;
-    return *this;
-  }
-  AtaRecording& lastSelfTest(unsigned char status) {
-    m_data[363] = static_cast<unsigned char>(status << 4);
-    return *this;
-  }
-
-  AtaDisk disk() const {
-    std::vector<unsigned char> blob;
-    append(blob, "IDFY", m_identify);
-    append(blob, "SMST", std::array<unsigned char, 4>{0, 0, 0, m_good ? Uchar{1} : Uchar{0}});
-    append(blob, "SMDT", m_data);
-    append(blob, "SMTH", m_thresholds);
-    SkDisk* opened = nullptr;
-    EXPECT_EQ(sk_disk_open(nullptr, &opened), 0);
-    AtaDisk disk(opened);
-    EXPECT_EQ(sk_disk_set_blob(opened, blob.data(), blob.size()), 0);
-    return disk;
-  }
-
- private:
-  using Uchar = unsigned char;
-
-  template <std::size_t size>
-  static void append(std::vector<Uchar>& blob, const char* tag,
-                     const std::array<Uchar, size>& part) {
-    blob.insert(blob.end(), tag, tag + 4);
-    blob.insert(blob.end(), {0, 0, static_cast<Uchar>(size >> 8), static_cast<Uchar>(size & 0xFF)});
-    blob.insert(blob.end(), part.begin(), part.end());
-  }
-
-  std::array<Uchar, 512> m_identify{};
-  std::array<Uchar, 512> m_data{};
-  std::array<Uchar, 512> m_thresholds{};
-  std::size_t m_attributes = 0;
-  bool m_good = true;
-};
-
-std::unique_ptr<RecordingJournal> judged(const AtaRecording& recording) {
-  return judged(healthFrom(*recording.disk()));
-}
-
-TEST(StorageHealth, of_a_sound_ata_disk_is_told_without_complaint) {
-  const auto journal = judged(AtaRecording());
-  EXPECT_THAT(journal->complaints(), IsEmpty());
-  EXPECT_THAT(journal->parametersOf(StorageEvent::Health),
-              ElementsAre("nvme0n1", "24", "35", "0", "0"));
-}
-
-TEST(StorageHealth, names_each_fault_of_an_ata_disk) {
-  EXPECT_THAT(judged(AtaRecording().ownVerdict(false))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
-  EXPECT_THAT(judged(AtaRecording().attribute(5, 100, 7))->parametersOf(StorageEvent::BadSectors),
-              ElementsAre("nvme0n1", "7"));
-  EXPECT_THAT(judged(AtaRecording().attribute(197, 100, 3))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::BadSectors)));
-  EXPECT_THAT(judged(AtaRecording().attribute(10, 5, 0, 20))->complaints(),
-              ElementsAre(static_cast<unsigned int>(StorageEvent::HealthFailing)));
-}
-
-TEST(StorageErrorLog, of_an_ata_disk_tells_how_its_last_self_test_ended) {
-  struct Case {
-    unsigned char status;
-    SelfTestEnd end;
-  };
-  for (const Case& item : {Case{0, SelfTestEnd::PassedOrNever}, Case{1, SelfTestEnd::Interrupted},
-                           Case{7, SelfTestEnd::Failed}, Case{15, SelfTestEnd::Running}}) {
-    const AtaDisk disk = AtaRecording().lastSelfTest(item.status).disk();
-    EXPECT_EQ(errorLogFrom(*disk, "sda", "/no/such/folder").selfTest, item.end)
-        << static_cast<int>(item.status);
-  }
-}
-
 TEST(StorageErrorLog, of_an_nvme_disk_names_the_latest_error) {
   std::array<nvme_error_log_page, 4> pages{};
   pages[0].error_count = 1;
@@ -418,11 +322,11 @@ TEST(StorageErrorLog, of_a_sound_disk_may_count_what_it_refused) {
 TEST(StorageErrorLog, tells_how_the_last_self_test_ended) {
   ErrorLog log;
   log.selfTest = SelfTestEnd::Failed;
-  log.selfTestText = "read failure";
+  log.selfTestStatus = 7;
   RecordingJournal failed;
   judgeErrorLog(log, {}, "sda", failed);
   EXPECT_THAT(failed.parametersOf(StorageEvent::SelfTestFailed),
-              ElementsAre("sda", "read failure"));
+              ElementsAre("sda", "7h", "?", "?"));
   log.selfTest = SelfTestEnd::Interrupted;
   RecordingJournal interrupted;
   judgeErrorLog(log, {}, "sda", interrupted);
