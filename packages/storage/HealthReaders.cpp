@@ -10,7 +10,7 @@
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
 #include "packages/storage/Refusal.h"
-#include "packages/storage/TransferQueue.h"
+#include "packages/storage/ScsiReader.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -54,26 +54,6 @@ class NvmeReader final : public HealthReader {
   PackageKit::UniqueDescriptor m_device;
 };
 
-/// @brief SCSI: what the kernel counts; the disks' own logs need vendors' tools.
-class ScsiReader final : public HealthReader {
- public:
-  explicit ScsiReader(const Disk& disk) : m_name(disk.name) {}
-
-  HealthReport health() override {
-    throw NotSupported(m_name + ": SCSI disks keep their health in vendors' logs");
-  }
-
-  ErrorLog errorLog() override {
-    if (!isThere(m_name)) {
-      throwVanished(m_name, "its counters are gone");
-    }
-    return kernelErrorLog(m_name);
-  }
-
- private:
-  std::string m_name;
-};
-
 }  // namespace
 
 std::string whyNoHealth(const Disk& disk) {
@@ -108,7 +88,7 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
   if (disk.attachment == Attachment::Ata) {
     return makeAtaReader(openChannel(disk), disk.name);
   }
-  return std::make_unique<ScsiReader>(disk);
+  return makeScsiReader([disk] { return openChannel(disk); }, disk.name);
 }
 
 }  // namespace TarvexDiags::Storage
