@@ -8,12 +8,11 @@
 #include <utility>
 #include <vector>
 
+#include "packages/network/Patience.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// @brief What opens each datagram. The guard tells a damaged header from a sound one.
 struct Header {
@@ -47,16 +46,13 @@ class DatagramRun {
         m_inFlight(std::clamp<std::uint64_t>(link.capacity(options.longest), 1, options.inFlight)),
         m_payload(options.seed),
         m_arrivals(options.datagrams, 0),
-        m_buffer(std::size_t{64} << 10) {}
+        m_buffer(std::size_t{64} << 10),
+        m_pace(options.pace) {}
 
   DatagramFigures run() {
     while (m_settled < m_options.datagrams && !m_broken && !isHopeless()) {
       const bool sent = send();
       const bool received = receive();
-      if (received) {
-        m_idle = {};
-        m_silences = 0;
-      }
       if (m_stopped) {
         return m_figures;
       }
@@ -64,7 +60,7 @@ class DatagramRun {
         waitForMore();
       }
     }
-    while (receive()) {
+    while (!isStorm() && !m_stopped && receive()) {
       // A second copy may come after everything else.
     }
     tellAll();
@@ -73,18 +69,23 @@ class DatagramRun {
 
  private:
   static constexpr unsigned int kMostTold = 16;
+  static constexpr std::uint64_t kFewExtras = 1000;
 
   bool isHopeless() const {
-    return m_silences >= m_options.mostSilences || m_givenUp >= m_options.mostLosses;
+    return m_silences >= m_options.mostSilences || m_givenUp >= m_options.mostLosses || m_isSlow ||
+           isStorm();
   }
+
+  bool isStorm() const { return m_extras > kFewExtras + m_options.mostExtras * m_sent; }
 
   void waitForMore() {
     m_stopped = m_journal.stopRequested();
-    // Each wait counts for its own length at most, in case the test is suspended meanwhile.
-    const auto slice = std::min(m_options.patience, std::chrono::milliseconds(50));
-    const auto begin = Clock::now();
-    m_link.wait(slice);
-    m_idle += std::min<std::chrono::nanoseconds>(Clock::now() - begin, slice);
+    const auto waited =
+        countedWait(std::min(m_options.patience, Patience::kLook),
+                    [this](std::chrono::milliseconds atMost) { m_link.wait(atMost); });
+    m_idle += waited;
+    // What is on its way over such a path may arrive some day; it counts as lost.
+    m_isSlow = m_pace.wait(waited, m_figures.bytes).has_value();
     if (m_idle >= m_options.patience) {
       m_path.requirePresence();
       // What is on its way now is lost; the rest still gets its chance.
@@ -139,12 +140,30 @@ class DatagramRun {
     return 0;
   }
 
+  /// @brief A test that receives without end is in need of an end too.
+  void askWhetherToStop() {
+    // On the slowest wire so many take a small part of a second.
+    if (++m_received % 64 == 0) {
+      m_stopped = m_journal.stopRequested();
+    }
+  }
+
+  /// @brief Copies are no sign of life: they may come for ever.
+  void noteLife() {
+    m_pace.go();
+    m_idle = {};
+    m_silences = 0;
+  }
+
   void settle(std::span<const std::byte> datagram) {
+    askWhetherToStop();
     Header header;
     std::memcpy(&header, datagram.data(), std::min(sizeof header, datagram.size()));
     const bool known = datagram.size() >= sizeof header && header.sequence < m_sent &&
                        header.guard == guardOf(header.sequence, m_options.seed);
     if (!known) {
+      noteLife();
+      ++m_extras;
       ++m_unknown;
       tellCorrupted("?", 0, std::byte{0}, datagram.front());
       m_settled = std::min(m_settled + 1, m_sent);
@@ -155,6 +174,7 @@ class DatagramRun {
       repeat(header.sequence);
       return;
     }
+    noteLife();
     m_arrivals[header.sequence] = 1;
     ++m_figures.arrived;
     m_settled = std::min(m_settled + 1, m_sent);
@@ -163,15 +183,14 @@ class DatagramRun {
     }
     m_highest = std::max(m_highest, header.sequence);
     compare(header.sequence, datagram.subspan(sizeof header));
-    // On the slowest wire so many take a small part of a second.
     if (m_figures.arrived % 64 == 0) {
       m_journal.progress(static_cast<unsigned int>(m_figures.arrived * 100 / m_options.datagrams));
-      m_stopped = m_journal.stopRequested();
     }
   }
 
   /// @brief Counts a datagram once, however many copies of it come.
   void repeat(std::uint64_t sequence) {
+    ++m_extras;
     if (m_arrivals[sequence] == 1) {
       m_arrivals[sequence] = 2;
       m_repeated.add(sequence);
@@ -229,6 +248,9 @@ class DatagramRun {
     }
     // One whose number was damaged has arrived all the same.
     lost.count -= std::min(lost.count, m_unknown);
+    if (isStorm()) {
+      lost.count = std::min(lost.count, m_givenUp);  // the rest may wait behind the copies
+    }
     if (lost.count == 0) {
       return;
     }
@@ -264,8 +286,11 @@ class DatagramRun {
   std::uint64_t m_sent = 0;
   std::uint64_t m_settled = 0;  ///< arrived or given up
   std::uint64_t m_highest = 0;
-  std::uint64_t m_givenUp = 0;  ///< of those that were settled: waited for in vain
-  std::uint64_t m_unknown = 0;  ///< arrived with a header that is none
+  std::uint64_t m_givenUp = 0;   ///< of those that were settled: waited for in vain
+  std::uint64_t m_unknown = 0;   ///< arrived with a header that is none
+  std::uint64_t m_received = 0;  ///< whatever it was
+  std::uint64_t m_extras = 0;    ///< of those: copies, and what nobody has sent
+  Pace m_pace;
   std::chrono::nanoseconds m_idle{0};
   unsigned int m_silences = 0;  ///< waits in vain since the last arrival
   Tally m_corrupted;
@@ -273,6 +298,7 @@ class DatagramRun {
   Tally m_reordered;
   unsigned int m_told = 0;
   bool m_broken = false;
+  bool m_isSlow = false;
   bool m_stopped = false;
 };
 

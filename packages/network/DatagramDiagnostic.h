@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "packages/network/Pace.h"
 #include "packages/network/Path.h"
 
 namespace TarvexDiags::Network {
@@ -45,6 +46,9 @@ struct DatagramOptions {
   /// dead, and the rest is not sent.
   unsigned int mostSilences = 3;
   std::uint64_t mostLosses = 256;
+  PaceLimits pace = {.stall = std::chrono::seconds(5)};  ///< a slower path is as good as dead too
+  /// Copies and strange datagrams for each that was sent; a path that brings more makes a storm.
+  std::uint64_t mostExtras = 4;
 };
 
 struct DatagramFigures {
@@ -54,8 +58,9 @@ struct DatagramFigures {
 
 /// @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
 /// that were lost, came twice or in another order, or were corrupted. What found no room in the
-/// receiver's buffer is no loss. Throws std::system_error when the kernel refuses one for reasons
-/// of its own, and what the path throws when its interface is gone.
+/// receiver's buffer is no loss. Ends early on a path that is as good as dead, or brings endless
+/// copies, and tells what was found until then. Throws std::system_error when the kernel refuses
+/// one for reasons of its own, and what the path throws when its interface is gone.
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
                                 const Path& path, RunJournal& journal);
 

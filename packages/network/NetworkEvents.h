@@ -44,6 +44,7 @@ enum class NetworkEvent : unsigned int {
   NotConnected = 214,        ///< interface, cause
   DamagedPackets = 215,      ///< interface, packets whose checksum was wrong
   DatagramsCorrupted = 216,  ///< interface, datagrams, sequence number of the first
+  Trickled = 217,            ///< interface, bytes, seconds that they took
 };
 
 }  // namespace TarvexDiags::Network

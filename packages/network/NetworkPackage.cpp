@@ -182,7 +182,7 @@ StreamOptions streamOptions(const TestContext& context, unsigned int connections
           .seed = context.seed(),
           .connections = connections,
           .inFlight = inFlight,
-          .stall = timeOf(context.value(kStallSeconds)),
+          .pace = {.stall = timeOf(context.value(kStallSeconds))},
           .minimumRate = context.value(kMinimumRate) * 1e6};
 }
 
@@ -274,12 +274,12 @@ Path loopbackPath(const Link& before) {
               [before] { requireSameLink(before, readLink(before.name)); });
 }
 
-/// @brief A connection is made at once or, after lost packets, within seconds; never is it waited
-/// for longer than for the bytes that are to follow.
+/// @brief For all connections of one stream: never are they waited for longer than for the bytes
+/// that are to follow.
 ConnectLimits connectLimits(const TestContext& context, RunJournal& journal) {
-  const auto stall =
-      std::chrono::duration_cast<std::chrono::milliseconds>(timeOf(context.value(kStallSeconds)));
-  return {.patience = std::min(stall, ConnectLimits().patience),
+  const std::chrono::nanoseconds stall = timeOf(context.value(kStallSeconds));
+  return {.patience = std::make_shared<Patience>(
+              std::min<std::chrono::nanoseconds>(stall, ConnectLimits::kMostPatience)),
           .stopRequested = [&journal] { return journal.stopRequested(); }};
 }
 
@@ -288,8 +288,9 @@ Verdict loopbackStream(TestContext& context) {
     const std::uint64_t processors = Common::allowedCpus().size();
     const auto connections = static_cast<unsigned int>(
         std::clamp<std::uint64_t>(context.value(kConnections).value_or(processors), 1, 64));
+    const ConnectLimits limits = connectLimits(context, journal);
     const StreamFigures figures = verifyStreams(
-        [&](unsigned int) { return connectOverLoopback(connectLimits(context, journal)); },
+        [&](unsigned int) { return connectOverLoopback(limits); },
         streamOptions(context, connections, std::uint64_t{256} << 10), loopbackPath(link), journal);
     measureRate(context, "streamRate", figures);
   });
@@ -307,9 +308,10 @@ Verdict loopbackDatagrams(TestContext& context) {
 bool streamOneWay(TestContext& context, const End& from, const End& to, const Path& path,
                   const std::string& measurement, RunJournal& journal) {
   constexpr std::uint64_t inFlight = std::uint64_t{4} << 20;  // a long wire holds more than a cache
-  const StreamFigures figures = verifyStreams(
-      [&](unsigned int) { return connectStream(from, to, connectLimits(context, journal)); },
-      streamOptions(context, 1, inFlight), path, journal);
+  const ConnectLimits limits = connectLimits(context, journal);
+  const StreamFigures figures =
+      verifyStreams([&](unsigned int) { return connectStream(from, to, limits); },
+                    streamOptions(context, 1, inFlight), path, journal);
   measureRate(context, measurement, figures);
   return figures.isWhole;
 }

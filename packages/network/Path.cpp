@@ -1,5 +1,7 @@
 #include "packages/network/Path.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -43,12 +45,16 @@ Finding Path::judged(NetworkEvent event, int error) const {
   return {event, {m_interface, std::generic_category().message(error)}};
 }
 
-Finding Path::stalled(const std::string& seconds, const std::string& position) const {
+Finding Path::slow(const Pace::Fault& fault, std::uint64_t position) const {
   requirePresence();
   if (isLoopback()) {
     return filtered(ETIMEDOUT);
   }
-  return {NetworkEvent::Stalled, {m_interface, seconds, position}};
+  const auto seconds = fmt::format("{:.1f}", std::chrono::duration<double>(fault.time).count());
+  if (fault.kind == Pace::Fault::Kind::Stalled) {
+    return {NetworkEvent::Stalled, {m_interface, seconds, std::to_string(position)}};
+  }
+  return {NetworkEvent::Trickled, {m_interface, std::to_string(fault.bytes), seconds}};
 }
 
 Finding Path::lost(std::uint64_t count, std::uint64_t first, std::uint64_t sent) const {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "packages/network/NetworkEvents.h"
+#include "packages/network/Pace.h"
 
 namespace TarvexDiags::Network {
 
@@ -41,8 +42,9 @@ class Path {
   /// @brief The same for a connection that could not be made.
   Finding notConnected(int error) const { return judged(NetworkEvent::NotConnected, error); }
 
-  /// @brief What it means that nothing arrived for so long. Throws as requirePresence.
-  Finding stalled(const std::string& seconds, const std::string& position) const;
+  /// @brief What it means that so little arrived for so long, at this place of the stream. Throws
+  /// as requirePresence.
+  Finding slow(const Pace::Fault& fault, std::uint64_t position) const;
 
   /// @brief What it means that so many of the datagrams sent have not arrived, from the first one
   /// on. Throws as requirePresence.

@@ -169,21 +169,20 @@ class UdpLink final : public DatagramLink {
   std::uint64_t m_overrunsBefore = 0;
 };
 
-using Clock = std::chrono::steady_clock;
-
 /// @brief Waits until the socket is ready. @return false when a stop was requested. Throws
-/// ETIMEDOUT at the deadline.
-bool waitUntilReady(const UniqueDescriptor& socket, short events, Clock::time_point deadline,
-                    const std::function<bool()>& stopRequested) {
-  constexpr int kSliceMilliseconds = 50;
+/// ETIMEDOUT when the patience is over.
+bool waitUntilReady(const UniqueDescriptor& socket, short events, const ConnectLimits& limits) {
   pollfd ready{socket.get(), events, 0};
-  while (poll(&ready, 1, kSliceMilliseconds) <= 0) {
-    if (stopRequested()) {
+  while (poll(&ready, 1, 0) <= 0) {
+    if (limits.stopRequested()) {
       return false;
     }
-    if (Clock::now() >= deadline) {
+    if (limits.patience->isOver()) {
       throw std::system_error(ETIMEDOUT, std::generic_category(), "connect");
     }
+    limits.patience->look([&](std::chrono::milliseconds atMost) {
+      poll(&ready, 1, static_cast<int>(atMost.count()));
+    });
   }
   return true;
 }
@@ -234,16 +233,15 @@ End loopbackEnd() {
 
 std::unique_ptr<StreamLink> connectStream(const End& from, const End& to,
                                           const ConnectLimits& limits) {
-  const auto deadline = Clock::now() + limits.patience;
   sockaddr_in target{};
   const UniqueDescriptor listener = makeListener(to, target);
   UniqueDescriptor sender = beginConnecting(from, target);
-  if (!waitUntilReady(sender, POLLOUT, deadline, limits.stopRequested)) {
+  if (!waitUntilReady(sender, POLLOUT, limits)) {
     return nullptr;
   }
   requireConnected(sender);
   // The last step of the handshake may have been lost.
-  if (!waitUntilReady(listener, POLLIN, deadline, limits.stopRequested)) {
+  if (!waitUntilReady(listener, POLLIN, limits)) {
     return nullptr;
   }
   UniqueDescriptor receiver(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));

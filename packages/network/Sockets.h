@@ -8,6 +8,7 @@
 
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/network/DatagramDiagnostic.h"
+#include "packages/network/Patience.h"
 #include "packages/network/StreamDiagnostic.h"
 
 namespace TarvexDiags::Network {
@@ -24,22 +25,27 @@ struct End {
 /// @brief The address 127.0.0.1, in the caller's namespace.
 End loopbackEnd();
 
-/// @brief How long to wait for a connection, and whom to ask meanwhile whether to go on.
+/// @brief How long to wait for connections, and whom to ask meanwhile whether to go on. Copies
+/// share one patience: it is for all connections that are made with them.
 struct ConnectLimits {
-  std::chrono::milliseconds patience = std::chrono::seconds(5);
+  std::shared_ptr<Patience> patience = std::make_shared<Patience>(kMostPatience);
   std::function<bool()> stopRequested = [] { return false; };
+
+  /// A connection is made at once or, after lost packets, within seconds.
+  static constexpr std::chrono::seconds kMostPatience{5};
 };
 
-/// @brief A TCP connection from one end to the other; null when a stop was requested. Throws
-/// std::system_error, with ETIMEDOUT when the patience is over.
+/// @brief A TCP connection from one end to the other; null when a stop was requested. Who else
+/// connects meanwhile is turned away. Throws std::system_error, with ETIMEDOUT when the patience is
+/// over.
 std::unique_ptr<StreamLink> connectStream(const End& from, const End& to,
                                           const ConnectLimits& limits = {});
 
 /// @brief The same over the address 127.0.0.1.
 std::unique_ptr<StreamLink> connectOverLoopback(const ConnectLimits& limits = {});
 
-/// @brief UDP sockets that know only each other. Throws std::system_error. The ends are used as
-/// long as the link is.
+/// @brief UDP sockets that know only each other: what others send is passed over. Throws
+/// std::system_error. The ends are used as long as the link is.
 std::unique_ptr<DatagramLink> connectDatagrams(const End& from, const End& to);
 
 }  // namespace TarvexDiags::Network

@@ -15,6 +15,7 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
+#include "packages/network/Patience.h"
 #include "packages/network/Payload.h"
 
 namespace TarvexDiags::Network {
@@ -97,7 +98,8 @@ class Lane {
         m_options(options),
         m_shared(shared),
         m_payload(options.seed + number),
-        m_buffer(Payload::kLongest) {}
+        m_buffer(Payload::kLongest),
+        m_pace(options.pace) {}
 
   void run() {
     while (m_position < m_options.bytes) {
@@ -107,8 +109,7 @@ class Lane {
         return;
       }
       if (sent || received > 0) {
-        m_pauses += m_idle < kPause ? Clock::duration{} : m_idle;
-        m_idle = {};
+        m_pace.go();
         m_looked = {};
       } else if (!waitForMore()) {
         return;
@@ -117,12 +118,18 @@ class Lane {
   }
 
  private:
-  bool send() {
+  /// @brief How many bytes more may be on their way now.
+  std::uint64_t maySend() const {
     const std::uint64_t onTheirWay = m_sent - std::min(m_sent, m_position);
-    if (m_sent == m_options.bytes || onTheirWay >= m_options.inFlight) {
+    return std::min(m_options.inFlight - std::min(onTheirWay, m_options.inFlight),
+                    m_options.bytes - m_sent);
+  }
+
+  bool send() {
+    const std::uint64_t room = maySend();
+    if (room == 0) {
       return false;
     }
-    const std::uint64_t room = std::min(m_options.inFlight - onTheirWay, m_options.bytes - m_sent);
     const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(room, Payload::kLongest));
     const std::int64_t taken = checked(m_link.send(m_payload.at(m_sent, length)));
     m_sent += static_cast<std::uint64_t>(taken);
@@ -151,27 +158,21 @@ class Lane {
   }
 
   bool waitForMore() {
-    // Each wait counts for its own length at most: a test that is suspended does not stall.
-    const auto slice =
-        std::min<std::chrono::nanoseconds>(std::chrono::milliseconds(50), m_options.stall);
-    const auto begin = Clock::now();
-    m_link.wait(m_sent < m_options.bytes,
-                std::chrono::duration_cast<std::chrono::milliseconds>(slice));
-    m_idle += std::min<std::chrono::nanoseconds>(Clock::now() - begin, slice);
+    const auto waited = countedWait(Patience::kLook, [&](std::chrono::milliseconds atMost) {
+      m_link.wait(maySend() > 0, atMost);
+    });
     if (m_shared.askWhetherStopped()) {
       return false;
     }
-    if (m_idle - m_looked >= kPause) {
+    const std::optional<Pace::Fault> fault = m_pace.wait(waited, m_shared.done());
+    if (m_pace.idle() - m_looked >= Pace::kPause) {
       m_shared.path().requirePresence();
-      m_looked = m_idle;
+      m_looked = m_pace.idle();
     }
-    if (m_pauses + m_idle < m_options.stall) {
-      return true;
+    if (fault) {
+      m_shared.tellEnd(m_shared.path().slow(*fault, m_position));
     }
-    m_shared.tellEnd(m_shared.path().stalled(
-        fmt::format("{:.1f}", std::chrono::duration<double>(m_options.stall).count()),
-        std::to_string(m_position)));
-    return false;
+    return !fault;
   }
 
   /// @brief Goes through bytes that are not as expected, and finds the way back into the stream.
@@ -232,18 +233,14 @@ class Lane {
                    std::to_string(bits)});
   }
 
-  /// The shortest time after which a lost segment is sent again.
-  static constexpr Clock::duration kPause = std::chrono::milliseconds(200);
-
   StreamLink& m_link;
   const StreamOptions& m_options;
   Shared& m_shared;
   Payload m_payload;
   std::vector<std::byte> m_buffer;
   std::uint64_t m_sent = 0;
-  std::uint64_t m_position = 0;          ///< of the next byte in the stream
-  std::chrono::nanoseconds m_idle{0};    ///< waited since the last byte moved
-  std::chrono::nanoseconds m_pauses{0};  ///< earlier waits that were long
+  std::uint64_t m_position = 0;  ///< of the next byte in the stream
+  Pace m_pace;
   std::chrono::nanoseconds m_looked{0};  ///< the wait at which the interface was last seen
   bool m_broken = false;
 };

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "packages/network/Pace.h"
 #include "packages/network/Path.h"
 
 namespace TarvexDiags::Network {
@@ -34,9 +35,7 @@ struct StreamOptions {
   unsigned int connections = 1;  ///< each has a thread of its own
   /// Bytes on their way at most. What fits into the processor's cache makes a loopback fastest.
   std::uint64_t inFlight = std::uint64_t{256} << 10;
-  /// Without any byte: an error. Pauses from a fifth of a second on are added up, so that a path
-  /// that lets a little through now and then does not hold the test for hours.
-  std::chrono::nanoseconds stall;
+  PaceLimits pace;         ///< of all connections together; slower is an error
   double minimumRate = 0;  ///< bytes a second; slower is a warning
 };
 

@@ -4,6 +4,10 @@
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <netlink/errno.h>
+#include <netlink/route/qdisc.h>
+#include <netlink/route/qdisc/tbf.h>
+#include <netlink/route/tc.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,9 +16,11 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <system_error>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packages/network/Netlink.h"
 
 namespace TarvexDiags::Network {
 namespace {
@@ -88,6 +94,23 @@ void filterLoopback() {
   }
   if (answer.result.error != 0) {
     throw std::system_error(-answer.result.error, std::generic_category(), "filter");
+  }
+}
+
+void slowLoopback(int bytesPerSecond) {
+  constexpr int kBucket = 1600;      // what may pass at once
+  constexpr int kHeldBack = 30'000;  // beyond that it is thrown away
+  const std::unique_ptr<rtnl_qdisc, decltype(&rtnl_qdisc_put)> bucket(rtnl_qdisc_alloc(),
+                                                                      rtnl_qdisc_put);
+  rtnl_tc* const control = TC_CAST(bucket.get());
+  rtnl_tc_set_ifindex(control, static_cast<int>(if_nametoindex("lo")));
+  rtnl_tc_set_parent(control, TC_H_ROOT);
+  rtnl_tc_set_kind(control, "tbf");
+  rtnl_qdisc_tbf_set_limit(bucket.get(), kHeldBack);
+  rtnl_qdisc_tbf_set_rate(bucket.get(), bytesPerSecond, kBucket, 0);
+  const NetlinkSocket socket;
+  if (const int result = rtnl_qdisc_add(socket.get(), bucket.get(), NLM_F_CREATE); result < 0) {
+    throw std::system_error(EINVAL, std::generic_category(), nl_geterror(result));
   }
 }
 

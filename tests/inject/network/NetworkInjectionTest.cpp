@@ -195,6 +195,11 @@ TEST_F(InjectedWire, that_resets_a_connection_fails) {
   expectTold(run(), failed("the connection broke: Connection reset by peer"));
 }
 
+TEST_F(InjectedWire, that_lets_a_kilobit_a_second_through_fails) {
+  wire->faults.bytesPerSecond = 125;
+  expectTold(run(), failed("left"));
+}
+
 /// @brief Pulls an interface out in the midst of its test.
 class InjectedUnplug : public InjectedWire {
  protected:
@@ -350,6 +355,32 @@ TEST_F(InjectedFilter, over_a_stream_is_a_warning) {
   expectTold(run, warned(DiagctlTest::kPassed));
   EXPECT_THAT(run.accountOf("Network: Loopback stream on lo (loopback)", "text"),
               HasSubstr("Look at the packet filter"));
+}
+
+/// @brief A kilobit a second: each connection is made, and then hardly a byte arrives.
+class InjectedSlowness : public NetworkInjection {
+ protected:
+  void SetUp() override {
+    NetworkInjection::SetUp();
+    slowLoopback(125);
+  }
+
+  void expectFilteredInTime(const std::string& test) {
+    const auto begin = std::chrono::steady_clock::now();
+    expectTold(reportedRun(commandLine(test, "lo")),
+               {DiagctlTest::kPassed, "WARNING", "unusual", "the path is filtered"});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << test;
+  }
+};
+
+TEST_F(InjectedSlowness, of_the_loopback_interface_ends_a_stream_in_time) {
+  set("TestID4", "Connections", "8");
+  set("TestID4", "StallSeconds", "3");
+  expectFilteredInTime("Loopback stream");
+}
+
+TEST_F(InjectedSlowness, of_the_loopback_interface_ends_datagrams_in_time) {
+  expectFilteredInTime("Loopback datagrams");
 }
 
 TEST_F(InjectedFilter, over_datagrams_is_a_warning_and_no_success_when_strict) {

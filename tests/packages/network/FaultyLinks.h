@@ -118,9 +118,11 @@ class FaultyDatagrams : public DatagramLink {
     std::map<std::uint64_t, int> refuse = {};        ///< number and errno
     std::uint64_t loseFrom = std::numeric_limits<std::uint64_t>::max();
     std::uint64_t loseOfTen = 0;
-    std::uint64_t overruns = 0;  ///< of those that are lost: by the receiver's own fault
-    unsigned int copies = 2;     ///< of those that are repeated
+    std::uint64_t overruns = 0;         ///< of those that are lost: by the receiver's own fault
+    unsigned int copies = 2;            ///< of those that are repeated
+    std::chrono::milliseconds each{0};  ///< how long one takes
   };
+  static constexpr unsigned int kEndless = std::numeric_limits<unsigned int>::max();
 
   explicit FaultyDatagrams(Faults faults) : m_faults(std::move(faults)) {}
 
@@ -139,8 +141,11 @@ class FaultyDatagrams : public DatagramLink {
     if (!isLost(number)) {
       m_waiting.push_back(copy);
     }
-    for (unsigned int more = 1; m_faults.repeat.contains(number) && more < m_faults.copies;
-         ++more) {
+    if (m_faults.repeat.contains(number) && m_faults.copies == kEndless) {
+      m_storm = copy;
+    }
+    for (unsigned int more = 1;
+         m_faults.repeat.contains(number) && m_storm.empty() && more < m_faults.copies; ++more) {
       m_waiting.push_back(copy);
     }
     if (number > 0 && m_faults.swapWithNext.contains(number - 1)) {
@@ -151,23 +156,39 @@ class FaultyDatagrams : public DatagramLink {
 
   std::int64_t receive(std::span<std::byte> buffer) override {
     // A swap needs the next one to be there already.
+    if (m_waiting.empty() && !m_storm.empty()) {
+      return handOver(m_storm, buffer);
+    }
     if (m_waiting.empty() ||
         (m_waiting.size() == 1 && m_faults.swapWithNext.contains(m_sent - 1))) {
       return 0;
     }
+    const auto now = std::chrono::steady_clock::now();
+    if (now < m_nextArrival) {
+      return 0;
+    }
+    m_nextArrival = now + m_faults.each;
     const std::vector<std::byte> datagram = m_waiting.front();
     m_waiting.pop_front();
-    std::copy(datagram.begin(), datagram.end(), buffer.begin());
-    return static_cast<std::int64_t>(datagram.size());
+    return handOver(datagram, buffer);
   }
 
-  void wait(std::chrono::milliseconds) override { std::this_thread::yield(); }
+  void wait(std::chrono::milliseconds limit) override {
+    m_faults.each.count() > 0 ? std::this_thread::sleep_for(std::min(limit, m_faults.each))
+                              : std::this_thread::yield();
+  }
 
   std::uint64_t overruns() const override { return m_faults.overruns; }
 
   std::uint64_t sent() const { return m_sent; }
 
  private:
+  static std::int64_t handOver(const std::vector<std::byte>& datagram,
+                               std::span<std::byte> buffer) {
+    std::copy(datagram.begin(), datagram.end(), buffer.begin());
+    return static_cast<std::int64_t>(datagram.size());
+  }
+
   bool isLost(std::uint64_t number) const {
     return m_faults.lose.contains(number) || number >= m_faults.loseFrom ||
            number % 10 < m_faults.loseOfTen;
@@ -176,6 +197,8 @@ class FaultyDatagrams : public DatagramLink {
   Faults m_faults;
   std::uint64_t m_sent = 0;
   std::deque<std::vector<std::byte>> m_waiting;
+  std::vector<std::byte> m_storm;  ///< comes whenever nothing else does
+  std::chrono::steady_clock::time_point m_nextArrival;
 };
 
 }  // namespace TarvexDiags::Network

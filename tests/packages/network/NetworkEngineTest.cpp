@@ -26,6 +26,8 @@
 #include "packages/network/Links.h"
 #include "packages/network/NamespacePair.h"
 #include "packages/network/Netlink.h"
+#include "packages/network/Pace.h"
+#include "packages/network/Patience.h"
 #include "packages/network/Payload.h"
 #include "packages/network/Sockets.h"
 #include "packages/network/StreamDiagnostic.h"
@@ -70,13 +72,82 @@ TEST(NetworkPayload, repeats_only_after_its_period_and_can_be_found) {
   EXPECT_EQ(payload.find(foreign, far), std::nullopt);
 }
 
+// --- Pace
+
+using Milliseconds = std::chrono::milliseconds;
+
+TEST(NetworkPace, of_a_path_that_carries_something_now_and_then_is_no_fault) {
+  Pace pace({.stall = std::chrono::seconds(10)});
+  std::uint64_t carried = 0;
+  for (int second = 0; second < 100; ++second) {
+    EXPECT_EQ(pace.wait(Milliseconds(100), carried), std::nullopt);
+    pace.go();
+    carried += 13'000;
+  }
+}
+
+TEST(NetworkPace, below_that_of_any_wire_is_told_with_what_came) {
+  Pace pace({.stall = std::chrono::seconds(10)});
+  std::uint64_t carried = 0;
+  std::optional<Pace::Fault> fault;
+  int waits = 0;
+  for (; !fault && waits < 1000; ++waits) {
+    fault = pace.wait(Milliseconds(100), carried);
+    pace.go();
+    carried += 12'000;
+  }
+  ASSERT_TRUE(fault);
+  EXPECT_EQ(waits, 50);
+  EXPECT_EQ(fault->kind, Pace::Fault::Kind::Trickled);
+  EXPECT_EQ(fault->time, std::chrono::seconds(5));
+  EXPECT_EQ(fault->bytes, 49U * 12'000);
+}
+
+TEST(NetworkPace, is_watched_anew_after_each_window) {
+  Pace pace({.stall = std::chrono::seconds(10)});
+  EXPECT_EQ(pace.wait(Milliseconds(100), 0), std::nullopt);
+  pace.go();
+  for (int wait = 0; wait < 49; ++wait) {
+    EXPECT_EQ(pace.wait(Milliseconds(100), 1'000'000'000), std::nullopt);
+    pace.go();
+  }
+  std::optional<Pace::Fault> fault;
+  for (int wait = 0; wait < 50; ++wait) {
+    fault = pace.wait(Milliseconds(100), 1'000'000'000);  // what came before counts no more
+    pace.go();
+  }
+  EXPECT_TRUE(fault);
+}
+
+TEST(NetworkPace, adds_up_pauses_in_which_a_lost_segment_could_have_come_again) {
+  for (const auto& [pause, isFault] : {std::pair(199, false), std::pair(200, true)}) {
+    Pace pace({.stall = std::chrono::seconds(1)});
+    std::optional<Pace::Fault> fault;
+    for (int count = 0; count < 5; ++count) {
+      fault = pace.wait(Milliseconds(pause), 0);
+      pace.go();
+    }
+    EXPECT_EQ(fault.has_value(), isFault) << pause;
+  }
+}
+
+TEST(NetworkPace, counts_a_wait_for_no_longer_than_it_was_to_last) {
+  const auto counted =
+      countedWait(Milliseconds(1), [](auto) { std::this_thread::sleep_for(Milliseconds(30)); });
+  EXPECT_EQ(counted, Milliseconds(1));
+}
+
 // --- Streams
+
+std::shared_ptr<Patience> patience(Milliseconds total) {
+  return std::make_shared<Patience>(total);
+}
 
 StreamOptions stream(std::uint64_t bytes = 4 * kMib, unsigned int connections = 1) {
   return {.bytes = bytes,
           .seed = 1,
           .connections = connections,
-          .stall = std::chrono::milliseconds(300)};
+          .pace = {.stall = std::chrono::milliseconds(300)}};
 }
 
 StreamMaker faulty(const FaultyStream::Faults& faults) {
@@ -190,13 +261,24 @@ TEST(NetworkStream, that_stands_still_is_an_error) {
 TEST(NetworkStream, that_trickles_is_an_error_before_hours_are_over) {
   RecordingJournal journal;
   StreamOptions options = stream();
-  options.stall = std::chrono::seconds(1);  // longer than each pause
+  options.pace.stall = std::chrono::seconds(1);  // longer than each pause
   const auto begin = std::chrono::steady_clock::now();
   verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(400)}), options,
                 kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+}
+
+TEST(NetworkStream, that_flows_too_thinly_is_an_error) {
+  RecordingJournal journal;
+  StreamOptions options = stream();
+  options.pace = {.stall = std::chrono::seconds(60), .window = std::chrono::milliseconds(500)};
+  // 65 kB a second, without a pause that would count by itself.
+  verifyStreams(faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(150)}), options,
+                kLoopback, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Trickled)));
+  EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
 }
 
 TEST(NetworkStream, whose_connection_cannot_be_made_is_an_error) {
@@ -306,6 +388,47 @@ TEST(NetworkDatagrams, that_come_twice_are_counted) {
   RecordingJournal journal;
   runFaulty({.repeat = {5, 499}}, journal);
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated), ElementsAre("lo", "2", "5"));
+}
+
+TEST(NetworkDatagrams, that_come_again_without_end_end_the_run_with_what_was_found) {
+  FaultyDatagrams link({.repeat = {5}, .copies = FaultyDatagrams::kEndless});
+  RecordingJournal journal;
+  verifyDatagrams(link, datagrams(), kLoopback, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsRepeated)));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated), ElementsAre("lo", "1", "5"));
+}
+
+TEST(NetworkDatagrams, that_come_again_without_end_do_not_keep_a_stop_waiting) {
+  FaultyDatagrams link({.repeat = {5}, .copies = FaultyDatagrams::kEndless});
+  DatagramOptions options = datagrams();
+  options.mostExtras = std::numeric_limits<std::uint32_t>::max();
+  RecordingJournal journal;
+  journal.stopAfter(3);
+  verifyDatagrams(link, options, kLoopback, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+}
+
+TEST(NetworkDatagrams, that_all_come_three_times_are_counted_to_the_end) {
+  FaultyDatagrams::Faults faults{.copies = 3};
+  for (std::uint64_t number = 0; number < 5000; ++number) {
+    faults.repeat.insert(number);
+  }
+  FaultyDatagrams link(faults);
+  RecordingJournal journal;
+  verifyDatagrams(link, datagrams(5000), kLoopback, journal);
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsRepeated),
+              ElementsAre("lo", "5000", "0"));
+}
+
+TEST(NetworkDatagrams, that_trickle_are_lost_before_hours_are_over) {
+  FaultyDatagrams link({.each = std::chrono::milliseconds(40)});
+  DatagramOptions options = datagrams(200'000);
+  options.patience = std::chrono::seconds(60);
+  options.pace = {.stall = std::chrono::seconds(60), .window = std::chrono::milliseconds(500)};
+  RecordingJournal journal;
+  verifyDatagrams(link, options, kLoopback, journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
+  EXPECT_LT(link.sent(), 1000U);
 }
 
 TEST(NetworkDatagrams, in_another_order_are_a_warning) {
@@ -879,9 +1002,18 @@ TEST_F(NetworkWire, that_is_sound_carries_everything) {
 
 TEST_F(NetworkWire, that_is_dead_makes_no_connection) {
   wire->faults.isDead = true;
-  verifyStreams(connecting({.patience = std::chrono::milliseconds(300)}), stream(), path(),
-                journal);
+  verifyStreams(connecting({.patience = patience(std::chrono::milliseconds(300))}), stream(),
+                path(), journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::NotConnected)));
+}
+
+TEST_F(NetworkWire, that_is_dead_exhausts_the_patience_for_all_connections) {
+  wire->faults.isDead = true;
+  const ConnectLimits limits{.patience = patience(std::chrono::milliseconds(300))};
+  const auto copy = limits;
+  EXPECT_THROW(connectStream(pair->firstEnd(), pair->secondEnd(), limits), std::system_error);
+  EXPECT_TRUE(copy.patience->isOver());
+  EXPECT_THROW(connectStream(pair->firstEnd(), pair->secondEnd(), copy), std::system_error);
 }
 
 TEST_F(NetworkWire, that_is_dead_does_not_keep_a_stop_waiting) {
@@ -890,6 +1022,14 @@ TEST_F(NetworkWire, that_is_dead_does_not_keep_a_stop_waiting) {
   verifyStreams(connecting({.stopRequested = [] { return true; }}), stream(), path(), journal);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
   EXPECT_THAT(journal.events(), IsEmpty());
+}
+
+TEST_F(NetworkWire, that_is_far_too_slow_is_an_error) {
+  wire->faults.bytesPerSecond = 50'000;
+  StreamOptions options = stream();
+  options.pace = {.stall = std::chrono::seconds(60), .window = std::chrono::milliseconds(500)};
+  verifyStreams(connecting(), options, path(), journal);
+  EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Trickled)));
 }
 
 TEST_F(NetworkWire, that_damages_frames_is_told_by_their_checksums) {
@@ -907,7 +1047,7 @@ TEST_F(NetworkWire, that_loses_its_interface_is_missed) {
     wire->unplugRight();
   });
   StreamOptions options = stream();
-  options.stall = std::chrono::seconds(30);
+  options.pace.stall = std::chrono::seconds(30);
   EXPECT_THROW(verifyStreams(connecting(), options, path(), journal), std::system_error);
   puller.join();
   EXPECT_THAT(journal.complaints(), IsEmpty());

@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -39,6 +40,7 @@ class TapWire {
     std::atomic<std::uint64_t> forgeEach{0};      ///< the same, and corrects the checksum
     std::atomic<std::uint64_t> repeatEach{0};     ///< sends each n-th frame twice
     std::atomic<std::uint64_t> resetAt{0};        ///< makes this frame break its connection
+    std::atomic<double> bytesPerSecond{0};        ///< no more than so many each way; 0: any
   };
 
   TapWire() : m_left(makeTap("left")), m_right(makeTap("right")), m_end(eventfd(0, EFD_CLOEXEC)) {
@@ -90,19 +92,28 @@ class TapWire {
       if (m_unplug) {
         m_right.close();
       }
-      pass(m_left, m_right);
-      pass(m_right, m_left);
+      pass(m_left, m_right, m_nextFromLeft);
+      pass(m_right, m_left, m_nextFromRight);
     }
   }
 
-  void pass(const PackageKit::UniqueDescriptor& from, const PackageKit::UniqueDescriptor& to) {
+  using Clock = std::chrono::steady_clock;
+
+  /// @param next when the cable is free for the next frame; the others wait in the interface
+  void pass(const PackageKit::UniqueDescriptor& from, const PackageKit::UniqueDescriptor& to,
+            Clock::time_point& next) {
     std::array<unsigned char, 2048> buffer{};
-    for (int count = 0; count < 64; ++count) {
+    for (int count = 0; count < 64 && Clock::now() >= next; ++count) {
       const ssize_t length = read(from.get(), buffer.data(), buffer.size());
       if (length <= 0) {
         return;
       }
       const Frame frame = Frame(buffer).first(static_cast<std::size_t>(length));
+      if (faults.bytesPerSecond > 0) {
+        const std::chrono::duration<double> taken(static_cast<double>(length) /
+                                                  faults.bytesPerSecond);
+        next = Clock::now() + std::chrono::duration_cast<Clock::duration>(taken);
+      }
       for (unsigned int copy = copiesOf(frame); copy > 0; --copy) {
         const ssize_t written = write(to.get(), frame.data(), frame.size());
         (void)written;  // an interface that is switched off takes nothing, as at a real end
@@ -189,6 +200,8 @@ class TapWire {
   std::atomic<std::uint64_t> m_dataFrames{0};
   std::atomic<std::uint64_t> m_spoilt{0};
   std::uint64_t m_otherFrames = 0;
+  Clock::time_point m_nextFromLeft;
+  Clock::time_point m_nextFromRight;
   std::thread m_thread;
 };
 
