@@ -49,6 +49,10 @@ void bindTo(const UniqueDescriptor& socket, in_addr address) {
   check(bind(socket.get(), plain(full), sizeof full), "bind");
 }
 
+bool isSame(const sockaddr_in& left, const sockaddr_in& right) {
+  return left.sin_port == right.sin_port && left.sin_addr.s_addr == right.sin_addr.s_addr;
+}
+
 sockaddr_in ownAddress(const UniqueDescriptor& socket) {
   sockaddr_in address{};
   socklen_t length = sizeof address;
@@ -124,6 +128,7 @@ class UdpLink final : public DatagramLink {
   UdpLink(UniqueDescriptor sender, UniqueDescriptor receiver, Inside atReceiver)
       : m_sender(std::move(sender)),
         m_receiver(std::move(receiver)),
+        m_source(ownAddress(m_sender)),
         m_atReceiver(std::move(atReceiver)) {
     neverBlock(m_sender);
     neverBlock(m_receiver);
@@ -135,7 +140,15 @@ class UdpLink final : public DatagramLink {
     return moved(::send(m_sender.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL));
   }
   std::int64_t receive(std::span<std::byte> buffer) override {
-    return moved(recv(m_receiver.get(), buffer.data(), buffer.size(), 0));
+    // What came before the socket was told its partner may be anybody's.
+    sockaddr_in source{};
+    std::int64_t length = 0;
+    do {
+      socklen_t size = sizeof source;
+      length = moved(recvfrom(m_receiver.get(), buffer.data(), buffer.size(), 0,
+                              reinterpret_cast<sockaddr*>(&source), &size));
+    } while (length > 0 && !isSame(source, m_source));
+    return length;
   }
   void wait(std::chrono::milliseconds limit) override {
     waitFor(m_sender, m_receiver, false, limit);
@@ -165,6 +178,7 @@ class UdpLink final : public DatagramLink {
 
   UniqueDescriptor m_sender;
   UniqueDescriptor m_receiver;
+  sockaddr_in m_source;
   Inside m_atReceiver;
   std::uint64_t m_overrunsBefore = 0;
 };
@@ -198,11 +212,12 @@ void requireConnected(const UniqueDescriptor& socket) {
 }
 
 UniqueDescriptor makeListener(const End& at, sockaddr_in& target) {
+  constexpr int kBacklog = 64;  // strangers must not fill it
   UniqueDescriptor listener;
   at.inside([&] {
     listener = makeSocket(SOCK_STREAM);
     bindTo(listener, at.address);
-    check(listen(listener.get(), 1), "listen");
+    check(listen(listener.get(), kBacklog), "listen");
     target = ownAddress(listener);
   });
   neverBlock(listener);
@@ -223,6 +238,28 @@ UniqueDescriptor beginConnecting(const End& from, const sockaddr_in& target) {
   return sender;
 }
 
+/// @brief The other end of the connection; strangers are turned away. Nothing when a stop was
+/// requested. Throws as waitUntilReady.
+UniqueDescriptor acceptFrom(const UniqueDescriptor& sender, const UniqueDescriptor& listener,
+                            const ConnectLimits& limits) {
+  const sockaddr_in wanted = ownAddress(sender);
+  // The last step of the handshake may have been lost.
+  while (waitUntilReady(listener, POLLIN, limits)) {
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    UniqueDescriptor accepted(
+        accept4(listener.get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
+    if (accepted && isSame(peer, wanted)) {
+      return accepted;
+    }
+    // One that has left again before it was accepted is a stranger too.
+    if (!accepted && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+      check(-1, "accept");
+    }
+  }
+  return {};
+}
+
 }  // namespace
 
 End loopbackEnd() {
@@ -240,13 +277,8 @@ std::unique_ptr<StreamLink> connectStream(const End& from, const End& to,
     return nullptr;
   }
   requireConnected(sender);
-  // The last step of the handshake may have been lost.
-  if (!waitUntilReady(listener, POLLIN, limits)) {
-    return nullptr;
-  }
-  UniqueDescriptor receiver(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  check(receiver.get(), "accept");
-  return std::make_unique<TcpLink>(std::move(sender), std::move(receiver));
+  UniqueDescriptor receiver = acceptFrom(sender, listener, limits);
+  return receiver ? std::make_unique<TcpLink>(std::move(sender), std::move(receiver)) : nullptr;
 }
 
 std::unique_ptr<StreamLink> connectOverLoopback(const ConnectLimits& limits) {
