@@ -7,12 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <system_error>
-#include <thread>
 
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/network/InterfaceSetter.h"
@@ -105,18 +103,6 @@ std::optional<Link> findLink(const Fields& fields) {
   return std::nullopt;
 }
 
-/// @brief The same, with patience: the kernel takes its time to end a namespace.
-std::optional<Link> awaitLink(const Fields& fields) {
-  constexpr auto kPatience = std::chrono::seconds(1);
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  auto link = findLink(fields);
-  while (!link && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    link = findLink(fields);
-  }
-  return link;
-}
-
 bool isComplete(const Fields& fields) {
   constexpr std::array kNames{"interface", "address", "kind",  "up",
                               "namespace", "owner",   "start", "boot"};
@@ -152,19 +138,24 @@ fs::path InterfaceRecords::add(const Link& link) const {
 
 std::vector<std::string> InterfaceRecords::restore() const {
   std::vector<std::string> done;
-  std::error_code ignored;
-  for (const auto& entry : fs::directory_iterator(m_directory, ignored)) {
-    if (entry.path().extension() == kUnfinished) {
+  std::error_code failure;
+  for (fs::directory_iterator entry(m_directory, failure), end; entry != end;
+       entry.increment(failure)) {
+    const fs::path file = entry->path();
+    if (file.extension() == kUnfinished) {
       continue;
     }
     try {
-      if (auto line = restoreFrom(entry.path())) {
+      if (auto line = restoreFrom(file)) {
         done.push_back(*std::move(line));
       }
     } catch (const std::system_error& error) {
       // Without the privilege the record waits for somebody who has it.
-      done.push_back(entry.path().string() + ": " + error.what());
+      done.push_back(file.string() + ": " + error.what());
     }
+  }
+  if (failure && failure != std::errc::no_such_file_or_directory) {
+    done.push_back(m_directory.string() + ": " + failure.message());
   }
   return done;
 }
@@ -185,8 +176,9 @@ std::optional<std::string> InterfaceRecords::restoreFrom(const fs::path& file) {
   }
   const std::string& interface = fields.at("interface");
   const bool isSoftware = !fields.at("kind").empty();
-  const auto link = isSoftware ? findLink(fields) : awaitLink(fields);
-  // One of software has ended with its namespace; one of hardware may come back later.
+  const auto link = findLink(fields);
+  // One of software has ended with its namespace. One of hardware may come back later, as the
+  // kernel takes its time to end a namespace; its record is kept, so nobody needs to wait for it.
   if (!link && !isSoftware) {
     return interface + " was taken by a test that died, and is missing";
   }

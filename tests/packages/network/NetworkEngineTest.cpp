@@ -31,6 +31,7 @@
 #include "packages/network/Payload.h"
 #include "packages/network/Sockets.h"
 #include "packages/network/StreamDiagnostic.h"
+#include "tests/packages/network/BrokenListing.h"
 #include "tests/packages/network/FaultyLinks.h"
 #include "tests/packages/network/TapWire.h"
 #include "tests/support/Eventually.h"
@@ -42,6 +43,7 @@ namespace TarvexDiags::Network {
 namespace {
 
 using Common::RecordingJournal;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -988,14 +990,17 @@ TEST_F(NetworkPair, comes_back_when_its_process_is_killed) {
 }
 
 /// @brief Writes a record as a process does that dies at once, and of which nothing else is left.
-void recordAndDie(const InterfaceRecords& records, const std::string& interface) {
+void recordAndDie(const InterfaceRecords& records, const Link& link) {
   const pid_t child = fork();
   if (child == 0) {
-    const Link link = readLink(interface);
     records.add(link);
     _exit(0);
   }
   waitpid(child, nullptr, 0);
+}
+
+void recordAndDie(const InterfaceRecords& records, const std::string& interface) {
+  recordAndDie(records, readLink(interface));
 }
 
 TEST_F(NetworkPair, is_switched_on_again_by_the_next_run_when_all_have_died) {
@@ -1029,6 +1034,31 @@ TEST_F(NetworkPair, of_another_namespace_is_left_alone) {
   InterfaceSetter("left").switchOff();
   NetworkNamespace().inside([&] { EXPECT_THAT(records.restore(), IsEmpty()); });
   EXPECT_FALSE(fs::is_empty(folder.path()));
+}
+
+TEST_F(NetworkPair, that_is_missing_keeps_its_record_and_nobody_waiting) {
+  for (int number = 0; number < 20; ++number) {
+    Link lost;
+    lost.name = "lost" + std::to_string(number);
+    lost.hardwareAddress = "02:00:00:00:00:01";
+    lost.up = true;
+    recordAndDie(records, lost);
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_THAT(records.restore(), SizeIs(20));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 20);
+}
+
+TEST_F(NetworkPair, whose_records_cannot_be_listed_is_told) {
+  InterfaceSetter("left").switchOn();
+  recordAndDie(records, "left");
+  recordAndDie(records, "right");
+  InterfaceSetter("left").switchOff();
+  BrokenListing::failFrom(4);  // behind the two dots and a record
+  const std::vector<std::string> told = records.restore();
+  BrokenListing::failFrom(BrokenListing::kNever);
+  EXPECT_THAT(told, Contains(HasSubstr("Input/output error")));
 }
 
 // --- Over a wire with faults
