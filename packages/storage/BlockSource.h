@@ -7,8 +7,10 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packages/storage/TransferClock.h"
 
 namespace TarvexDiags::Storage {
 
@@ -79,23 +81,49 @@ class BlockSource {
 struct SourceOptions {
   unsigned int slots = 32;
   std::uint32_t slotSize = std::uint32_t{1} << 20;  ///< a multiple of 4096
-  bool useUring = true;  ///< false: threads, as where the kernel has no io_uring
+  /// false: threads, as where the kernel has no io_uring; each measures its own transfers
+  bool useUring = true;
   std::chrono::milliseconds patience{30'000};  ///< see BlockSource::patience
-  /// The kernel's name of the disk that a file lies on, to see whether it leaves; may be empty.
-  std::string disk = {};
+  std::shared_ptr<TransferClock> clock = makePlainClock();
 };
 
-/// @brief Opens a block device or a regular file for reading, past the page cache.
-/// Throws NotSupported (no permission, in use, too little memory), std::system_error, with ENODEV
-/// when the disk is there no more.
+/// @brief An open disk or file, and what it said about itself.
+struct OpenedFile {
+  PackageKit::UniqueDescriptor descriptor;
+  std::uint64_t size = 0;  ///< a multiple of the block size
+  std::uint32_t blockSize = 512;
+  bool isCached = false;  ///< the page cache stands between
+  bool isRegular = false;
+  /// A program or another machine serves it. When that one hangs, such file systems hold up whoever
+  /// hands a transfer to them, and not only who waits for its end.
+  bool isServed = false;
+  std::string statistics = {};             ///< folder of the disk's counters, empty for a file
+  std::vector<std::string> presence = {};  ///< paths that are there as long as the disk is
+};
+
+/// @brief Opens a block device or a regular file for reading, past the page cache. May take as long
+/// as the kernel likes: see answered(). Throws NotSupported (no permission, in use),
+/// std::system_error, with ENODEV when the disk is there no more.
+OpenedFile openFile(const std::string& path);
+
+/// @brief Looks at a regular file that the caller opened for reading and writing. May take as long,
+/// too. Never to be given a block device: throws std::invalid_argument.
+/// @param disk the kernel's name of the disk that it lies on, to see whether it leaves; may be
+/// empty
+OpenedFile lookAt(PackageKit::UniqueDescriptor file, const std::string& disk);
+
+/// @brief The blocks of what was opened. Throws NotSupported (too little memory) and
+/// std::system_error.
+std::unique_ptr<BlockSource> makeSource(OpenedFile file, const SourceOptions& options);
+
+/// @brief Both in one, where nothing needs to be answered meanwhile.
 std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options);
 
 /// @brief Throws what openForReading throws when the disk cannot be opened.
 /// @param error the errno of the attempt
 [[noreturn]] void failToOpen(const std::string& path, int error);
 
-/// @brief The source of a regular file that the caller opened for reading and writing. Never to be
-/// given a block device: throws std::invalid_argument.
+/// @brief The same of lookAt and makeSource.
 std::unique_ptr<BlockSource> overFile(PackageKit::UniqueDescriptor file,
                                       const SourceOptions& options);
 

@@ -52,45 +52,16 @@ constexpr std::uint32_t kFileBlock = 4096;
 
 }  // namespace
 
-FileSource::FileSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
-    : m_options(options),
-      m_buffers(
-          std::make_unique<PageBuffer>(static_cast<std::size_t>(options.slots) * options.slotSize)),
-      m_started(options.slots) {
-  m_descriptor = std::move(descriptor);
-  const struct stat status = statusOf(this->descriptor());
-  S_ISBLK(status.st_mode) ? lookAtDisk(status) : lookAtFile(status);
-  m_size -= m_size % m_blockSize;
-  m_cached = (fcntl(this->descriptor(), F_GETFL) & O_DIRECT) == 0;
-  // Some of them are never there, as in a container.
-  m_presence.erase(std::remove_if(m_presence.begin(), m_presence.end(), std::not_fn(isThere)),
-                   m_presence.end());
-}
+FileSource::FileSource(OpenedFile file, const SourceOptions& options)
+    : m_file(std::move(file)),
+      m_options(options),
+      m_buffers(std::make_unique<PageBuffer>(static_cast<std::size_t>(options.slots) *
+                                             options.slotSize)) {}
 
 FileSource::~FileSource() {
   if (m_isAbandoned) {
     keepForEver(std::move(m_buffers));
-    keepForEver(std::make_unique<PackageKit::UniqueDescriptor>(std::move(m_descriptor)));
-  }
-}
-
-void FileSource::lookAtDisk(const struct stat& status) {
-  int block = 0;
-  if (ioctl(descriptor(), BLKGETSIZE64, &m_size) != 0 ||
-      ioctl(descriptor(), BLKSSZGET, &block) != 0) {
-    failWithoutSize();
-  }
-  m_blockSize = static_cast<std::uint32_t>(block);
-  m_statistics = folderOf(status.st_rdev);
-  m_presence = {m_statistics};
-}
-
-void FileSource::lookAtFile(const struct stat& status) {
-  m_size = static_cast<std::uint64_t>(status.st_size);
-  m_blockSize = kFileBlock;
-  m_presence = {folderOf(status.st_dev)};
-  if (!m_options.disk.empty()) {
-    m_presence.push_back("/sys/class/block/" + m_options.disk);
+    keepForEver(std::make_unique<PackageKit::UniqueDescriptor>(std::move(m_file.descriptor)));
   }
 }
 
@@ -98,10 +69,10 @@ void FileSource::lookAtFile(const struct stat& status) {
 bool FileSource::hasVanished() {
   std::uint64_t bytes = 0;
   struct stat status {};
-  const bool answers = m_statistics.empty()
+  const bool answers = m_file.statistics.empty()
                            ? fstat(descriptor(), &status) == 0
                            : ioctl(descriptor(), BLKGETSIZE64, &bytes) == 0 && bytes > 0;
-  return !answers || !std::all_of(m_presence.begin(), m_presence.end(), isThere);
+  return !answers || !std::all_of(m_file.presence.begin(), m_file.presence.end(), isThere);
 }
 
 std::span<std::byte> FileSource::buffer(unsigned int slot) {
@@ -110,7 +81,7 @@ std::span<std::byte> FileSource::buffer(unsigned int slot) {
 }
 
 std::optional<WriteActivity> FileSource::writeActivity() {
-  if (m_statistics.empty()) {
+  if (m_file.statistics.empty()) {
     struct stat status {};
     if (fstat(descriptor(), &status) != 0) {
       return std::nullopt;
@@ -126,30 +97,30 @@ std::optional<WriteActivity> FileSource::writeActivity() {
   std::uint64_t reads = 0;
   std::uint64_t writes = 0;
   std::uint64_t sectors = 0;
-  std::ifstream(m_statistics + "/stat") >> reads >> skipped >> skipped >> skipped >> writes >>
+  std::ifstream(m_file.statistics + "/stat") >> reads >> skipped >> skipped >> skipped >> writes >>
       skipped >> sectors;
   int counts = 1;
-  std::ifstream(m_statistics + "/queue/iostats") >> counts;
+  std::ifstream(m_file.statistics + "/queue/iostats") >> counts;
   if (reads == 0 || counts == 0) {
     return std::nullopt;
   }
   std::uint64_t inFlight = 0;
-  std::ifstream(m_statistics + "/inflight") >> skipped >> inFlight;
+  std::ifstream(m_file.statistics + "/inflight") >> skipped >> inFlight;
   return WriteActivity{writes + sectors, inFlight != 0};
 }
 
 void FileSource::dropCached(const Transfer& transfer) const {
-  if (m_cached && transfer.direction == Direction::Read) {
+  if (m_file.isCached && transfer.direction == Direction::Read) {
     posix_fadvise(descriptor(), static_cast<off_t>(transfer.offset), transfer.length,
                   POSIX_FADV_DONTNEED);
   }
 }
 
 Completion FileSource::completionOf(unsigned int slot, std::int64_t result,
-                                    Clock::time_point end) const {
+                                    std::chrono::nanoseconds latency) {
   Completion completion;
   completion.slot = slot;
-  completion.latency = end - m_started[slot];
+  completion.latency = latency;
   if (result < 0) {
     completion.error = static_cast<int>(-result);
   } else {
@@ -160,8 +131,7 @@ Completion FileSource::completionOf(unsigned int slot, std::int64_t result,
 
 namespace {
 
-/// @brief Whether a program or another machine serves the file. When that one hangs, such file
-/// systems hold up whoever hands a transfer to them, and not only who waits for its end.
+// Whether a program or another machine serves the file.
 bool isServed(int descriptor) {
   constexpr std::array<std::uint32_t, 6> served{FUSE_SUPER_MAGIC, NFS_SUPER_MAGIC,
                                                 V9FS_MAGIC,       CIFS_SUPER_MAGIC,
@@ -172,27 +142,58 @@ bool isServed(int descriptor) {
              served.end();
 }
 
-std::unique_ptr<BlockSource> makeSource(PackageKit::UniqueDescriptor descriptor,
-                                        const SourceOptions& options) {
+void lookAtDisk(OpenedFile& file, const struct stat& status) {
+  int block = 0;
+  if (ioctl(file.descriptor.get(), BLKGETSIZE64, &file.size) != 0 ||
+      ioctl(file.descriptor.get(), BLKSSZGET, &block) != 0) {
+    failWithoutSize();
+  }
+  file.blockSize = static_cast<std::uint32_t>(block);
+  file.statistics = folderOf(status.st_rdev);
+  file.presence = {file.statistics};
+}
+
+void lookAtFile(OpenedFile& file, const struct stat& status, const std::string& disk) {
+  file.size = static_cast<std::uint64_t>(status.st_size);
+  file.blockSize = kFileBlock;
+  file.isRegular = S_ISREG(status.st_mode);
+  file.presence = {folderOf(status.st_dev)};
+  if (!disk.empty()) {
+    file.presence.push_back("/sys/class/block/" + disk);
+  }
+}
+
+OpenedFile lookAtAny(PackageKit::UniqueDescriptor descriptor, const std::string& disk) {
+  OpenedFile file{.descriptor = std::move(descriptor)};
+  const struct stat status = statusOf(file.descriptor.get());
+  S_ISBLK(status.st_mode) ? lookAtDisk(file, status) : lookAtFile(file, status, disk);
+  file.size -= file.size % file.blockSize;
+  file.isCached = (fcntl(file.descriptor.get(), F_GETFL) & O_DIRECT) == 0;
+  file.isServed = isServed(file.descriptor.get());
+  // Some of them are never there, as in a container.
+  file.presence.erase(
+      std::remove_if(file.presence.begin(), file.presence.end(), std::not_fn(isThere)),
+      file.presence.end());
+  return file;
+}
+
+}  // namespace
+
+std::unique_ptr<BlockSource> makeSource(OpenedFile file, const SourceOptions& options) {
   try {
-    if (options.useUring && !isServed(descriptor.get())) {
+    if (options.useUring && !file.isServed) {
       try {
-        return makeUringSource(descriptor, options);
+        return makeUringSource(file, options);
       } catch (const std::system_error&) {
-        if (!descriptor) {
-          throw;  // the ring was made, the disk is at fault
-        }
         // No io_uring here, or none allowed: threads do the same, at a price.
       }
     }
-    return makeThreadSource(descriptor, options);
+    return makeThreadSource(std::move(file), options);
   } catch (const std::bad_alloc&) {
     const auto bytes = std::uint64_t{options.slots} * options.slotSize;
     throw NotSupported("too little memory for the buffers, which take " + sizeText(bytes));
   }
 }
-
-}  // namespace
 
 void failToOpen(const std::string& path, int error) {
   const std::string cause = std::generic_category().message(error);
@@ -211,7 +212,7 @@ void failToOpen(const std::string& path, int error) {
   }
 }
 
-std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options) {
+OpenedFile openFile(const std::string& path) {
   // Opening shall not wait for a medium, but reads shall wait for their end.
   const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
   int descriptor = open(path.c_str(), flags | O_DIRECT);
@@ -223,15 +224,24 @@ std::unique_ptr<BlockSource> openForReading(const std::string& path, const Sourc
   }
   PackageKit::UniqueDescriptor opened(descriptor);
   fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
-  return makeSource(std::move(opened), options);
+  return lookAtAny(std::move(opened), {});
+}
+
+OpenedFile lookAt(PackageKit::UniqueDescriptor file, const std::string& disk) {
+  OpenedFile opened = lookAtAny(std::move(file), disk);
+  if (!opened.isRegular) {
+    throw std::invalid_argument("only regular files are written to");
+  }
+  return opened;
+}
+
+std::unique_ptr<BlockSource> openForReading(const std::string& path, const SourceOptions& options) {
+  return makeSource(openFile(path), options);
 }
 
 std::unique_ptr<BlockSource> overFile(PackageKit::UniqueDescriptor file,
                                       const SourceOptions& options) {
-  if (!S_ISREG(statusOf(file.get()).st_mode)) {
-    throw std::invalid_argument("only regular files are written to");
-  }
-  return makeSource(std::move(file), options);
+  return makeSource(lookAt(std::move(file), {}), options);
 }
 
 }  // namespace TarvexDiags::Storage

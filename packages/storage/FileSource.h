@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -16,8 +14,8 @@ namespace TarvexDiags::Storage {
 /// @brief What the sources over a file descriptor share: geometry, buffers, clock, counters.
 class FileSource : public BlockSource {
  public:
-  std::uint64_t size() const override { return m_size; }
-  std::uint32_t blockSize() const override { return m_blockSize; }
+  std::uint64_t size() const override { return m_file.size; }
+  std::uint32_t blockSize() const override { return m_file.blockSize; }
   unsigned int slots() const override { return m_options.slots; }
   std::span<std::byte> buffer(unsigned int slot) override;
   std::chrono::milliseconds patience() const override { return m_options.patience; }
@@ -27,33 +25,22 @@ class FileSource : public BlockSource {
   ~FileSource() override;
 
  protected:
-  using Clock = std::chrono::steady_clock;
+  FileSource(OpenedFile file, const SourceOptions& options);
 
-  /// @param descriptor open file; its flags say whether it is past the page cache.
-  FileSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options);
-
-  int descriptor() const { return m_descriptor.get(); }
+  int descriptor() const { return m_file.descriptor.get(); }
   bool isAbandoned() const { return m_isAbandoned; }
   /// @brief Drops the cached pages of the range, where the page cache stands between.
   void dropCached(const Transfer& transfer) const;
-  void stampStart(unsigned int slot) { m_started[slot] = Clock::now(); }
+  const std::shared_ptr<TransferClock>& clock() const { return m_options.clock; }
   /// @brief The completion of the slot's transfer; result is bytes moved or a negative errno.
-  Completion completionOf(unsigned int slot, std::int64_t result, Clock::time_point end) const;
+  static Completion completionOf(unsigned int slot, std::int64_t result,
+                                 std::chrono::nanoseconds latency);
 
  private:
-  void lookAtDisk(const struct stat& status);
-  void lookAtFile(const struct stat& status);
-
-  PackageKit::UniqueDescriptor m_descriptor;
+  OpenedFile m_file;
   SourceOptions m_options;
   std::unique_ptr<PageBuffer> m_buffers;
-  std::vector<Clock::time_point> m_started;
-  std::uint64_t m_size = 0;
-  std::uint32_t m_blockSize = 512;
-  bool m_cached = false;
   bool m_isAbandoned = false;
-  std::string m_statistics;             ///< folder of the disk's counters, empty for a file
-  std::vector<std::string> m_presence;  ///< paths that are there as long as the disk is
 };
 
 /// @brief Keeps what the kernel may still read or write until the process ends: a transfer that was
@@ -64,12 +51,11 @@ void keepForEver(std::unique_ptr<Thing> thing) {
   kKept->push_back(std::move(thing));
 }
 
-/// @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it.
-std::unique_ptr<BlockSource> makeUringSource(PackageKit::UniqueDescriptor& descriptor,
-                                             const SourceOptions& options);
+/// @brief Over io_uring. Throws std::system_error where the kernel has none or forbids it, which
+/// leaves the file as it is.
+std::unique_ptr<BlockSource> makeUringSource(OpenedFile& file, const SourceOptions& options);
 
 /// @brief Over one thread for each slot.
-std::unique_ptr<BlockSource> makeThreadSource(PackageKit::UniqueDescriptor& descriptor,
-                                              const SourceOptions& options);
+std::unique_ptr<BlockSource> makeThreadSource(OpenedFile file, const SourceOptions& options);
 
 }  // namespace TarvexDiags::Storage

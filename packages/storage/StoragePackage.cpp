@@ -309,7 +309,10 @@ Verdict readStability(TestContext& context) {
 
 Verdict latencyOutliers(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
-    const auto source = openDisk(disk, sourceOptions(context, 1));
+    SourceOptions sourceOptions = Storage::sourceOptions(context, 1);
+    sourceOptions.useUring = false;  // the thread that reads knows how long it was kept waiting
+    sourceOptions.clock = makeStarvationAwareClock();
+    const auto source = openDisk(disk, sourceOptions);
     LatencyOptions options;
     options.reads = context.value(kReads);
     options.seed = context.seed();
@@ -329,9 +332,9 @@ Verdict writeVerify(TestContext& context) {
         makeTemporaryFile(place.directory, place.bytes, [&] { return journal.stopRequested(); });
     const int descriptor = file.get();
     const auto start = startOnDisk(disk.name, place.device);
-    SourceOptions sourceOptions = Storage::sourceOptions(context);
-    sourceOptions.disk = disk.attachment == Attachment::File ? "" : disk.name;
-    const auto source = overFile(std::move(file), sourceOptions);
+    const std::string carrier = disk.attachment == Attachment::File ? "" : disk.name;
+    const auto source =
+        makeSource(lookAt(std::move(file), carrier), Storage::sourceOptions(context));
     WriteVerifyOptions options;
     options.seed = context.seed();
     options.placeOnDisk = [&](std::uint64_t offset) -> std::optional<std::uint64_t> {

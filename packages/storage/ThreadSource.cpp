@@ -72,10 +72,11 @@ struct Shared {
   struct Ended {
     unsigned int slot = 0;
     std::int64_t result = 0;
-    std::chrono::steady_clock::time_point end;
+    std::chrono::nanoseconds latency{0};
   };
 
   int descriptor = -1;
+  std::shared_ptr<TransferClock> clock;
   HandOver<std::pair<Transfer, void*>> waiting;
   HandOver<Ended> done;
 };
@@ -96,16 +97,19 @@ std::int64_t move(int descriptor, const Transfer& transfer, void* data) {
 void serve(Shared& shared) {
   while (const auto work = shared.waiting.pop()) {
     const auto& [transfer, data] = *work;
+    const TransferClock::Moment begin = shared.clock->begin();
     const std::int64_t result = move(shared.descriptor, transfer, data);
-    shared.done.push({transfer.slot, result, std::chrono::steady_clock::now()});
+    const auto latency = TransferClock::between(begin, shared.clock->end());
+    shared.done.push({transfer.slot, result, latency});
   }
 }
 
 class ThreadSource final : public FileSource {
  public:
-  ThreadSource(PackageKit::UniqueDescriptor descriptor, const SourceOptions& options)
-      : FileSource(std::move(descriptor), options), m_shared(std::make_shared<Shared>()) {
-    m_shared->descriptor = this->descriptor();
+  ThreadSource(OpenedFile file, const SourceOptions& options)
+      : FileSource(std::move(file), options), m_shared(std::make_shared<Shared>()) {
+    m_shared->descriptor = descriptor();
+    m_shared->clock = clock();
     try {
       for (unsigned int count = 0; count < slots(); ++count) {
         m_threads.emplace_back([shared = m_shared] { serve(*shared); });
@@ -120,13 +124,12 @@ class ThreadSource final : public FileSource {
 
   void start(const Transfer& transfer) override {
     dropCached(transfer);
-    stampStart(transfer.slot);
     m_shared->waiting.push({transfer, buffer(transfer.slot).data()});
   }
 
   std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
     const auto ended = m_shared->done.pop(atMost);
-    return ended ? std::optional(completionOf(ended->slot, ended->result, ended->end))
+    return ended ? std::optional(completionOf(ended->slot, ended->result, ended->latency))
                  : std::nullopt;
   }
 
@@ -145,9 +148,8 @@ class ThreadSource final : public FileSource {
 
 }  // namespace
 
-std::unique_ptr<BlockSource> makeThreadSource(PackageKit::UniqueDescriptor& descriptor,
-                                              const SourceOptions& options) {
-  return std::make_unique<ThreadSource>(std::move(descriptor), options);
+std::unique_ptr<BlockSource> makeThreadSource(OpenedFile file, const SourceOptions& options) {
+  return std::make_unique<ThreadSource>(std::move(file), options);
 }
 
 }  // namespace TarvexDiags::Storage

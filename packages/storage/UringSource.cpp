@@ -45,13 +45,13 @@ class Ring {
 
 class UringSource final : public FileSource {
  public:
-  UringSource(std::unique_ptr<Ring> ring, PackageKit::UniqueDescriptor descriptor,
-              const SourceOptions& options)
-      : FileSource(std::move(descriptor), options),
+  UringSource(std::unique_ptr<Ring> ring, OpenedFile file, const SourceOptions& options)
+      : FileSource(std::move(file), options),
         m_owner(std::move(ring)),
-        m_ring(m_owner->get()) {
-    const int file = this->descriptor();
-    m_fixedFile = io_uring_register_files(m_ring, &file, 1) == 0;
+        m_ring(m_owner->get()),
+        m_started(options.slots) {
+    const int number = descriptor();
+    m_fixedFile = io_uring_register_files(m_ring, &number, 1) == 0;
     std::vector<iovec> buffers;
     for (unsigned int slot = 0; slot < slots(); ++slot) {
       buffers.push_back({buffer(slot).data(), buffer(slot).size()});
@@ -75,7 +75,7 @@ class UringSource final : public FileSource {
     }
     entry->user_data = transfer.slot;
     ++m_prepared;
-    stampStart(transfer.slot);
+    m_started[transfer.slot] = clock()->begin();
   }
 
   std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
@@ -90,8 +90,9 @@ class UringSource final : public FileSource {
         return std::nullopt;
       }
     }
+    const auto slot = static_cast<unsigned int>(entry->user_data);
     const Completion completion =
-        completionOf(static_cast<unsigned int>(entry->user_data), entry->res, Clock::now());
+        completionOf(slot, entry->res, TransferClock::between(m_started[slot], clock()->end()));
     io_uring_cqe_seen(m_ring, entry);
     return completion;
   }
@@ -130,6 +131,7 @@ class UringSource final : public FileSource {
 
   std::unique_ptr<Ring> m_owner;
   io_uring* m_ring;
+  std::vector<TransferClock::Moment> m_started;
   bool m_fixedFile = false;
   bool m_fixedBuffers = false;
   unsigned int m_prepared = 0;
@@ -137,10 +139,9 @@ class UringSource final : public FileSource {
 
 }  // namespace
 
-std::unique_ptr<BlockSource> makeUringSource(PackageKit::UniqueDescriptor& descriptor,
-                                             const SourceOptions& options) {
+std::unique_ptr<BlockSource> makeUringSource(OpenedFile& file, const SourceOptions& options) {
   auto ring = std::make_unique<Ring>(options.slots);
-  return std::make_unique<UringSource>(std::move(ring), std::move(descriptor), options);
+  return std::make_unique<UringSource>(std::move(ring), std::move(file), options);
 }
 
 }  // namespace TarvexDiags::Storage

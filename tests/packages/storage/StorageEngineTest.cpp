@@ -1,8 +1,10 @@
 // The engines of the storage package against a file that stands for a disk, sound and with faults.
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -26,6 +28,7 @@
 #include "packages/storage/TransferQueue.h"
 #include "packages/storage/WriteVerify.h"
 #include "tests/packages/storage/FaultySource.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TestPrecompiled.h"
 
@@ -483,9 +486,8 @@ TEST(StorageLeaving, of_a_file_system_is_told_by_its_errors) {
 TEST(StorageLeaving, of_a_disk_is_seen_at_its_size_and_its_place_in_the_system) {
   const auto source = goodDisk();
   EXPECT_FALSE(source->hasVanished());
-  SourceOptions options = smallSlots();
-  options.disk = "no-such-disk";  // never there, so it cannot leave
-  EXPECT_FALSE(overFile(randomFile(), options)->hasVanished());
+  const auto elsewhere = makeSource(lookAt(randomFile(), "no-such-disk"), smallSlots());
+  EXPECT_FALSE(elsewhere->hasVanished()) << "what was never there cannot leave";
 }
 
 TEST(StorageSilence, ends_a_test_and_names_the_block) {
@@ -812,6 +814,76 @@ TEST(StorageLatency, warns_of_stalls_only_when_there_are_more_than_allowed) {
     EXPECT_EQ(journal.count(StorageEvent::SlowBlock), 0);
     EXPECT_EQ(journal.count(StorageEvent::Latency), 1);
   }
+}
+
+/// @brief A clock that runs only when it is asked. Some of the transfers take long: by the disk's
+/// doing, or because no processor was to be had.
+class RecordedClock : public TransferClock {
+ public:
+  RecordedClock(std::chrono::milliseconds taken, std::chrono::milliseconds starved)
+      : m_taken(taken), m_starved(starved) {}
+
+  Moment begin() override { return m_now; }
+  Moment end() override {
+    const bool isLate = ++m_transfers % 50 == 0;
+    m_now.time += isLate ? m_taken : std::chrono::milliseconds(1);
+    m_now.starved += isLate ? m_starved : std::chrono::milliseconds(0);
+    return m_now;
+  }
+
+ private:
+  std::chrono::milliseconds m_taken;
+  std::chrono::milliseconds m_starved;
+  Moment m_now;
+  int m_transfers = 0;
+};
+
+TEST_P(StorageSources, do_not_count_the_wait_for_a_processor_as_the_disks) {
+  struct Case {
+    std::chrono::milliseconds starved;
+    std::string slowest;
+    int stalls;
+  };
+  const std::chrono::milliseconds taken(3000);
+  for (const Case& item :
+       {Case{taken - std::chrono::milliseconds(2), "2.0 ms", 0}, Case{taken, "1.0 ms", 0},
+        Case{2 * taken, "1.0 ms", 0}, Case{std::chrono::milliseconds(0), "3000.0 ms", 1}}) {
+    SourceOptions withClock = options(4 * kKib, 1);
+    withClock.clock = std::make_shared<RecordedClock>(taken, item.starved);
+    const auto source = overFile(randomFile(), withClock);
+    RecordingJournal journal;
+    findSlowBlocks(*source, eagerLatency(), kDisk, journal);
+    EXPECT_EQ(journal.count(StorageEvent::Stalls), item.stalls) << item.starved.count();
+    EXPECT_EQ(journal.count(StorageEvent::SlowBlock), 0);
+    EXPECT_EQ(journal.parametersOf(StorageEvent::Latency).back(), item.slowest);
+  }
+}
+
+TEST(StorageClock, hears_from_the_kernel_how_long_its_thread_had_no_processor) {
+  if (!std::filesystem::exists("/proc/thread-self/schedstat")) {
+    GTEST_SKIP() << "the kernel does not tell";
+  }
+  std::thread([] {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<std::size_t>(sched_getcpu()), &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    std::atomic<bool> isOver{false};
+    std::thread rival([&] {  // on the same processor, as it inherits that
+      while (!isOver) {
+      }
+    });
+    const auto clock = makeStarvationAwareClock();
+    const TransferClock::Moment begin = clock->begin();
+    TransferClock::Moment end = begin;
+    EXPECT_TRUE(TestSupport::eventually([&] {
+      end = clock->end();
+      return end.starved - begin.starved > std::chrono::milliseconds(20);
+    }));
+    isOver = true;
+    rival.join();
+    EXPECT_LT(TransferClock::between(begin, end), end.time - begin.time);
+  }).join();
 }
 
 TEST(StorageLatency, tells_unreadable_blocks_too) {
