@@ -14,6 +14,7 @@
 #include "packagekit/PackageKit.h"
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/common/ContextJournal.h"
+#include "packages/storage/AnsweredCall.h"
 #include "packages/storage/CommandChannel.h"
 #include "packages/storage/Disks.h"
 #include "packages/storage/FilePlace.h"
@@ -215,6 +216,9 @@ double megabytesPerSecond(std::uint64_t bytes, Nanoseconds elapsed) {
 
 // --- Tests
 
+/// How long a disk may take to tell what it is and how it fares.
+constexpr std::chrono::milliseconds kAnswerPatience{9000};
+
 /// @brief Runs an engine on the disk of the test, and judges what it says.
 Verdict onDisk(TestContext& context,
                const std::function<void(const Disk& disk, RunJournal& journal)>& engine) {
@@ -225,15 +229,16 @@ Verdict onDisk(TestContext& context,
     } catch (const SilentDisk& silence) {
       context.log(silence.what());  // its error has been raised
     } catch (const SilentCommand& silence) {
-      report(journal, StorageEvent::NoAnswer,
-             {disk.name, "?", std::to_string(disk.logicalBlock),
-              std::to_string(silence.patience().count())});
+      tellSilence({journal, disk.name}, "?", std::to_string(disk.logicalBlock), silence.patience());
     }
   });
 }
 
-std::unique_ptr<BlockSource> openDisk(const Disk& disk, const SourceOptions& options) {
-  auto source = openForReading(disk.path, options);
+std::unique_ptr<BlockSource> openDisk(const Disk& disk, const SourceOptions& options,
+                                      RunJournal& journal) {
+  OpenedFile opened = answered({journal, disk.name}, options.patience,
+                               [path = disk.path] { return openFile(path); });
+  auto source = makeSource(std::move(opened), options);
   if (source->size() == 0 && disk.bytes >= source->blockSize()) {
     throwVanished(disk.name, "it has no blocks any more");
   }
@@ -244,14 +249,19 @@ Verdict identity(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     std::uint64_t bytes = 0;
     try {
-      bytes = openDisk(disk, {.slots = 1, .slotSize = 4096})->size();
+      const SourceOptions options{.slots = 1, .slotSize = 4096, .patience = kAnswerPatience};
+      bytes = openDisk(disk, options, journal)->size();
     } catch (const NotSupported& reason) {
       context.log(reason.what());  // what the kernel shows can be told all the same
     }
     const std::uint64_t partOfBlock = disk.attachment == Attachment::File ? disk.bytes % 4096 : 0;
     Disk described = disk;
     try {
-      describeByItself(described);
+      described = answered({journal, disk.name}, kAnswerPatience, [disk] {
+        Disk full = disk;
+        describeByItself(full);
+        return full;
+      });
     } catch (const NotSupported& reason) {
       context.log(reason.what());
     }
@@ -259,18 +269,25 @@ Verdict identity(TestContext& context) {
   });
 }
 
+/// @brief Asks the disk for what it keeps about itself.
+template <class Answer>
+Answer ask(const Disk& disk, RunJournal& journal, Answer (HealthReader::*question)()) {
+  return answered({journal, disk.name}, kAnswerPatience,
+                  [disk, question] { return (*makeHealthReader(disk).*question)(); });
+}
+
 Verdict health(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const HealthLimits limits{.percentUsed = context.value(kPercentUsed),
                               .celsius = context.value(kCelsius)};
-    judgeHealth(makeHealthReader(disk)->health(), limits, disk.name, journal);
+    judgeHealth(ask(disk, journal, &HealthReader::health), limits, disk.name, journal);
   });
 }
 
 Verdict errorLog(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
     const std::uint64_t allowed = context.value(kErrorLogEntries);
-    judgeErrorLog(makeHealthReader(disk)->errorLog(), allowed, disk.name, journal);
+    judgeErrorLog(ask(disk, journal, &HealthReader::errorLog), allowed, disk.name, journal);
   });
 }
 
@@ -280,7 +297,7 @@ Verdict sequentialScan(TestContext& context) {
     // A small disk is read in a moment, and its silence is waited for no longer than fits.
     const std::chrono::seconds fitting{std::max(4 * secondsToScan(disk), 10) - 2};
     sourceOptions.patience = std::min<std::chrono::milliseconds>(sourceOptions.patience, fitting);
-    const auto source = openDisk(disk, sourceOptions);
+    const auto source = openDisk(disk, sourceOptions, journal);
     ScanOptions options;
     options.bytes = bytesOf(context, kScanMegabytes);
     options.minimumRate = context.value(kMinimumRate) * 1e6;
@@ -291,7 +308,7 @@ Verdict sequentialScan(TestContext& context) {
 
 Verdict randomRead(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
-    const auto source = openDisk(disk, sourceOptions(context));
+    const auto source = openDisk(disk, sourceOptions(context), journal);
     const RandomOptions options{context.value(kReads), context.seed()};
     const ReadFigures figures = readRandomly(*source, options, disk.name, journal);
     context.measurement("randomReads", rateOf(figures.reads, figures.elapsed), "reads/s");
@@ -300,7 +317,7 @@ Verdict randomRead(TestContext& context) {
 
 Verdict readStability(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
-    const auto source = openDisk(disk, sourceOptions(context));
+    const auto source = openDisk(disk, sourceOptions(context), journal);
     StabilityOptions options;
     options.bytes = bytesOf(context, kCompareMegabytes);
     checkStability(*source, options, disk.name, journal);
@@ -312,7 +329,7 @@ Verdict latencyOutliers(TestContext& context) {
     SourceOptions sourceOptions = Storage::sourceOptions(context, 1);
     sourceOptions.useUring = false;  // the thread that reads knows how long it was kept waiting
     sourceOptions.clock = makeStarvationAwareClock();
-    const auto source = openDisk(disk, sourceOptions);
+    const auto source = openDisk(disk, sourceOptions, journal);
     LatencyOptions options;
     options.reads = context.value(kReads);
     options.seed = context.seed();
@@ -326,19 +343,26 @@ Verdict latencyOutliers(TestContext& context) {
 
 Verdict writeVerify(TestContext& context) {
   return onDisk(context, [&](const Disk& disk, RunJournal& journal) {
-    const FilePlace place = findFilePlace(disk, bytesOf(context, kFileMegabytes));
+    const SourceOptions sourceOptions = Storage::sourceOptions(context);
+    const Waiter waiter{journal, disk.name};
+    const FilePlace place = answered(
+        waiter, sourceOptions.patience,
+        [disk, bytes = bytesOf(context, kFileMegabytes)] { return findFilePlace(disk, bytes); });
     context.log("the temporary file lies in " + place.directory);
-    auto file =
-        makeTemporaryFile(place.directory, place.bytes, [&] { return journal.stopRequested(); });
+    auto file = makeTemporaryFile(place.directory, place.bytes, [&](std::function<void()> step) {
+      context.throwIfStopped();
+      awaitCall(waiter, sourceOptions.patience, std::move(step));
+    });
     const int descriptor = file.get();
     const auto start = startOnDisk(disk.name, place.device);
     const std::string carrier = disk.attachment == Attachment::File ? "" : disk.name;
-    const auto source =
-        makeSource(lookAt(std::move(file), carrier), Storage::sourceOptions(context));
+    const auto source = makeSource(lookAt(std::move(file), carrier), sourceOptions);
     WriteVerifyOptions options;
     options.seed = context.seed();
     options.placeOnDisk = [&](std::uint64_t offset) -> std::optional<std::uint64_t> {
-      const auto onDevice = placeOnDevice(descriptor, offset);
+      const auto onDevice = answered(waiter, sourceOptions.patience, [descriptor, offset] {
+        return placeOnDevice(descriptor, offset);
+      });
       return start && onDevice ? std::optional(*start + *onDevice) : std::nullopt;
     };
     const WriteVerifyFigures figures = writeAndVerify(*source, options, disk.name, journal);

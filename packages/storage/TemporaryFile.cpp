@@ -13,9 +13,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <system_error>
 
-#include "packagekit/TestContext.h"
 #include "packages/storage/StorageEvents.h"
 #include "packages/storage/TransferQueue.h"
 
@@ -62,29 +62,38 @@ PackageKit::UniqueDescriptor openIn(const std::string& directory) {
   fail(errno, directory);
 }
 
+/// @return false where the file system reserves nothing
+bool reserve(const PackageKit::UniqueDescriptor& file, std::uint64_t offset, std::uint64_t length,
+             const std::string& directory) {
+  if (fallocate(file.get(), 0, static_cast<off_t>(offset), static_cast<off_t>(length)) == 0) {
+    return true;
+  }
+  if (errno != EOPNOTSUPP && errno != ENOSYS) {
+    fail(errno, directory);
+  }
+  return false;
+}
+
 }  // namespace
 
 PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size,
-                                               const std::function<bool()>& stopRequested) {
+                                               const Await& await) {
   constexpr std::uint64_t kPiece = std::uint64_t{64} << 20;
-  PackageKit::UniqueDescriptor file = openIn(directory);
+  const auto file = std::make_shared<PackageKit::UniqueDescriptor>();
+  await([=] { *file = openIn(directory); });
   for (std::uint64_t at = 0; at < size; at += kPiece) {
-    const auto piece = static_cast<off_t>(std::min(kPiece, size - at));
-    if (stopRequested()) {
-      throw PackageKit::Stopped();
+    const auto reserved = std::make_shared<bool>();
+    await([=] { *reserved = reserve(*file, at, std::min(kPiece, size - at), directory); });
+    if (!*reserved) {
+      break;  // a file system that reserves nothing tells at the writes that it is full
     }
-    if (fallocate(file.get(), 0, static_cast<off_t>(at), piece) == 0) {
-      continue;
-    }
-    if (errno != EOPNOTSUPP && errno != ENOSYS) {
+  }
+  await([=] {
+    if (ftruncate(file->get(), static_cast<off_t>(size)) != 0) {
       fail(errno, directory);
     }
-    break;  // a file system that reserves nothing tells at the writes that it is full
-  }
-  if (ftruncate(file.get(), static_cast<off_t>(size)) != 0) {
-    fail(errno, directory);
-  }
-  return file;
+  });
+  return std::move(*file);
 }
 
 std::optional<std::uint64_t> placeOnDevice(int file, std::uint64_t offset) {

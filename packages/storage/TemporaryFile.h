@@ -14,12 +14,15 @@ namespace TarvexDiags::Storage {
 /// system allows.
 ///
 /// @param directory where; must be writable.
-/// @param stopRequested asked between the pieces in which the space is reserved
-/// Throws NotSupported when there is no room for it or it may not be written, PackageKit::Stopped,
-/// std::system_error, with ENODEV when the file system has gone.
+/// @param await does what may take as long as the kernel likes: opening it, and each of the pieces
+/// in
+///   which its space is reserved. It may leave by an exception while that goes on.
+/// Throws NotSupported when there is no room for it or it may not be written, std::system_error,
+/// with ENODEV when the file system has gone.
+using Await = std::function<void(std::function<void()>)>;
 PackageKit::UniqueDescriptor makeTemporaryFile(
     const std::string& directory, std::uint64_t size,
-    const std::function<bool()>& stopRequested = [] { return false; });
+    const Await& await = [](const std::function<void()>& step) { step(); });
 
 /// @brief Where a place of the file lies on the block device that carries the file system, in
 /// bytes; nothing where the file system does not tell.

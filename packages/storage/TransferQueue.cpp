@@ -17,8 +17,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// How often a waiting test looks whether it shall stop.
-constexpr milliseconds kLook{50};
+constexpr milliseconds kLook = Looks::kLength;
 /// What is in flight when a stop comes may still end in this time.
 constexpr milliseconds kLastChance{200};
 /// The same when a callback throws.
@@ -50,23 +49,25 @@ class InFlight {
 
   /// @brief The end of a transfer. Throws as transferAll.
   Completion wait() {
-    // Looks are counted, not seconds: time goes on while a worker is suspended.
-    const auto mostLooks = m_source.patience() / kLook;
-    int looksSinceStop = 0;
-    for (milliseconds::rep looks = 0; looks <= mostLooks; ++looks) {
+    Looks looks(m_waiter.journal, m_source.patience());
+    for (;;) {
       if (const std::optional<Completion> completion = m_source.wait(kLook)) {
         --m_count;
         m_places[completion->slot].order = 0;
         return *completion;
       }
-      if (m_waiter.journal.stopRequested() && ++looksSinceStop * kLook >= kLastChance) {
-        abandon();
-        throw PackageKit::Stopped();
+      switch (looks.inVain()) {
+        case Looks::Sight::Nothing:
+          break;
+        case Looks::Sight::Stop:
+          abandon();
+          throw PackageKit::Stopped();
+        case Looks::Sight::Silence:
+          tellOldest();
+          abandon();
+          throw SilentDisk();
       }
     }
-    tellSilence();
-    abandon();
-    throw SilentDisk();
   }
 
   const Transfer& of(const Completion& completion) const {
@@ -87,17 +88,15 @@ class InFlight {
     }
   }
 
-  void tellSilence() {
+  void tellOldest() {
     const auto oldest = std::min_element(
         m_places.begin(), m_places.end(), [](const Place& left, const Place& right) {
           return left.order - 1 < right.order - 1;  // 0, nothing in flight, becomes the largest
         });
     const std::uint64_t block = m_source.blockSize();
     const bool hasPlace = oldest->transfer.direction != Direction::Flush;
-    const auto limit = std::chrono::duration<double>(m_source.patience());
-    report(m_waiter.journal, StorageEvent::NoAnswer,
-           {m_waiter.disk, hasPlace ? std::to_string(oldest->transfer.offset / block) : "?",
-            std::to_string(block), std::to_string(std::lround(limit.count()))});
+    tellSilence(m_waiter, hasPlace ? std::to_string(oldest->transfer.offset / block) : "?",
+                std::to_string(block), m_source.patience());
   }
 
   BlockSource& m_source;
@@ -108,6 +107,20 @@ class InFlight {
 };
 
 }  // namespace
+
+Looks::Sight Looks::inVain() {
+  if (m_journal.stopRequested() && ++m_sinceStop * kLength >= kLastChance) {
+    return Sight::Stop;
+  }
+  return m_left-- > 0 ? Sight::Nothing : Sight::Silence;
+}
+
+void tellSilence(const Waiter& waiter, const std::string& block, const std::string& blockSize,
+                 milliseconds patience) {
+  const auto seconds = std::lround(std::chrono::duration<double>(patience).count());
+  report(waiter.journal, StorageEvent::NoAnswer,
+         {waiter.disk, block, blockSize, std::to_string(seconds)});
+}
 
 void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,

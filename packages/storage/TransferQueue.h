@@ -16,6 +16,35 @@ struct Waiter {
   const std::string& disk;
 };
 
+/// @brief What a test that waits for a disk sees each time that it looks up. Looks are counted, not
+/// seconds: time goes on while a worker is suspended.
+class Looks {
+ public:
+  enum class Sight {
+    Nothing,
+    Stop,    ///< one was requested, and the disk has had its last chance
+    Silence  ///< the patience is over
+  };
+
+  Looks(Common::RunJournal& journal, std::chrono::milliseconds patience)
+      : m_journal(journal), m_left(patience / kLength) {}
+
+  /// @brief To be asked after each look in which nothing has happened.
+  Sight inVain();
+
+  /// How often a waiting test looks whether it shall stop.
+  static constexpr std::chrono::milliseconds kLength{50};
+
+ private:
+  Common::RunJournal& m_journal;
+  std::chrono::milliseconds::rep m_left;
+  int m_sinceStop = 0;
+};
+
+/// @brief Tells that the disk does not answer; the place may be unknown, "?".
+void tellSilence(const Waiter& waiter, const std::string& block, const std::string& blockSize,
+                 std::chrono::milliseconds patience);
+
 /// @brief The disk ended no transfer for as long as the source has patience. The journal has its
 /// error; the source was abandoned.
 class SilentDisk : public std::exception {

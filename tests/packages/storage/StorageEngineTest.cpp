@@ -17,7 +17,9 @@
 #include <system_error>
 #include <thread>
 
+#include "System/Mutex.h"
 #include "packagekit/TestContext.h"
+#include "packages/storage/AnsweredCall.h"
 #include "packages/storage/Crc32c.h"
 #include "packages/storage/PageBuffer.h"
 #include "packages/storage/Places.h"
@@ -577,10 +579,64 @@ TEST(StorageStop, is_answered_at_ten_moments_of_every_test) {
 }
 
 TEST(StorageStop, is_answered_while_the_space_of_a_file_is_reserved) {
-  int questions = 0;
-  EXPECT_THROW(makeTemporaryFile(".", 1024 * kMib, [&] { return ++questions > 3; }),
+  int steps = 0;
+  const auto stopAtTheFourth = [&](const std::function<void()>& step) {
+    if (++steps > 3) {
+      throw PackageKit::Stopped();
+    }
+    step();
+  };
+  EXPECT_THROW(makeTemporaryFile(".", 1024 * kMib, stopAtTheFourth), PackageKit::Stopped);
+  EXPECT_EQ(steps, 4);
+}
+
+/// @brief Something that the kernel holds until the test lets it go.
+class HeldCall {
+ public:
+  std::function<void()> call() const {
+    return [held = m_held] {
+      held->lock.lock();
+      held->lock.unlock();
+    };
+  }
+  void letGo() { m_held->lock.unlock(); }
+  bool isForgotten() const { return m_held.use_count() == 1; }
+
+ private:
+  struct Held {
+    Held() { lock.lock(); }
+    System::Mutex lock;
+  };
+  std::shared_ptr<Held> m_held = std::make_shared<Held>();
+};
+
+TEST(StorageCall, gives_its_result_or_what_it_throws) {
+  RecordingJournal journal;
+  const Waiter waiter{journal, kDisk};
+  EXPECT_EQ(answered(waiter, std::chrono::seconds(60), [] { return std::string("here"); }), "here");
+  EXPECT_THROW(awaitCall(waiter, std::chrono::seconds(60), [] { throw NotSupported("not here"); }),
+               NotSupported);
+  EXPECT_THAT(journal.events(), IsEmpty());
+}
+
+TEST(StorageCall, that_the_kernel_holds_is_told_as_a_silent_disk) {
+  HeldCall held;
+  RecordingJournal journal;
+  EXPECT_THROW(awaitCall({journal, kDisk}, std::chrono::seconds(1), held.call()), SilentDisk);
+  EXPECT_THAT(journal.parametersOf(StorageEvent::NoAnswer), ElementsAre("sdz", "?", "?", "1"));
+  held.letGo();
+  EXPECT_TRUE(TestSupport::eventually([&] { return held.isForgotten(); }));
+}
+
+TEST(StorageCall, that_the_kernel_holds_does_not_keep_a_stop_waiting) {
+  HeldCall held;
+  RecordingJournal journal;
+  journal.stopAfter(1);
+  EXPECT_THROW(awaitCall({journal, kDisk}, std::chrono::hours(1), held.call()),
                PackageKit::Stopped);
-  EXPECT_EQ(questions, 4);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  held.letGo();
+  EXPECT_TRUE(TestSupport::eventually([&] { return held.isForgotten(); }));
 }
 
 TEST(StorageRanges, are_joined_where_they_touch) {

@@ -1,0 +1,80 @@
+#include "packages/storage/AnsweredCall.h"
+
+#include <exception>
+#include <thread>
+
+#include "System/Mutex.h"
+#include "System/ThreadAnnotations.h"
+#include "packagekit/TestContext.h"
+
+namespace TarvexDiags::Storage {
+namespace {
+
+/// @brief How a call ended; outlives whoever waits for it.
+class Outcome {
+ public:
+  void end(std::exception_ptr thrown) {
+    {
+      const System::LockHold hold(m_lock);
+      m_thrown = std::move(thrown);
+      m_hasEnded = true;
+    }
+    m_changed.notifyAll();
+  }
+
+  /// @return whether it has ended within that time
+  bool wait(std::chrono::milliseconds atMost) {
+    const auto end = std::chrono::steady_clock::now() + atMost;
+    const System::LockHold hold(m_lock);
+    while (!m_hasEnded && m_changed.waitUntil(m_lock, end)) {
+    }
+    return m_hasEnded;
+  }
+
+  void rethrow() {
+    const System::LockHold hold(m_lock);
+    if (m_thrown) {
+      std::rethrow_exception(m_thrown);
+    }
+  }
+
+ private:
+  System::Mutex m_lock;
+  System::ConditionVariable m_changed;
+  std::exception_ptr m_thrown TARVEXDIAGS_GUARDED_BY(m_lock);
+  bool m_hasEnded TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+};
+
+}  // namespace
+
+void awaitCall(const Waiter& waiter, std::chrono::milliseconds patience,
+               std::function<void()> call) {
+  const auto outcome = std::make_shared<Outcome>();
+  std::thread caller([outcome, call = std::move(call)]() mutable {
+    std::exception_ptr thrown;
+    try {
+      call();
+    } catch (...) {
+      thrown = std::current_exception();
+    }
+    call = nullptr;  // what it owns ends here, if nobody waits any more
+    outcome->end(std::move(thrown));
+  });
+  for (Looks looks(waiter.journal, patience); !outcome->wait(Looks::kLength);) {
+    switch (looks.inVain()) {
+      case Looks::Sight::Nothing:
+        break;
+      case Looks::Sight::Stop:
+        caller.detach();
+        throw PackageKit::Stopped();
+      case Looks::Sight::Silence:
+        caller.detach();
+        tellSilence(waiter, "?", "?", patience);
+        throw SilentDisk();
+    }
+  }
+  caller.join();
+  outcome->rethrow();
+}
+
+}  // namespace TarvexDiags::Storage
