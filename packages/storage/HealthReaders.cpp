@@ -30,18 +30,39 @@ class NvmeReader final : public HealthReader {
   ErrorLog errorLog() override {
     constexpr unsigned int entries = 16;
     std::array<nvme_error_log_page, entries> pages{};
-    check(nvme_get_log_error(m_device.get(), entries, false, pages.data()), "error log");
+    check(getLog(NVME_LOG_LID_ERROR, pages.data(), sizeof pages), "error log");
     return errorLogFrom(pages);
   }
 
  private:
   nvme_smart_log smartLog() {
     nvme_smart_log log{};
-    check(nvme_get_log_smart(m_device.get(), NVME_NSID_ALL, false, &log), "health log");
+    check(getLog(NVME_LOG_LID_SMART, &log, sizeof log), "health log");
     return log;
   }
 
+  int getLog(nvme_cmd_get_log_lid log, void* data, std::size_t size) {
+    // The kernel's own patience with a controller that does not answer is a minute.
+    constexpr std::chrono::milliseconds kPatience = kCommandPatience;
+    nvme_get_log_args arguments{};
+    arguments.args_size = sizeof arguments;
+    arguments.fd = m_device.get();
+    arguments.timeout = static_cast<std::uint32_t>(kPatience.count());
+    arguments.lid = log;
+    arguments.nsid = NVME_NSID_ALL;
+    arguments.log = data;
+    arguments.len = static_cast<std::uint32_t>(size);
+    arguments.lsp = NVME_LOG_LSP_NONE;
+    arguments.uuidx = NVME_UUID_NONE;
+    arguments.csi = NVME_CSI_NVM;
+    return nvme_get_log(&arguments);
+  }
+
   void check(int result, const char* what) {
+    // The driver takes a command back after its time, which looks as if it had been interrupted.
+    if (result < 0 && (errno == EINTR || errno == ETIMEDOUT)) {
+      throw SilentCommand(kCommandPatience);
+    }
     if (result < 0) {
       refuse(m_name, what, errno);
     }

@@ -4,9 +4,11 @@
 #include <filesystem>
 #include <fstream>
 
+#include "packages/storage/CommandChannel.h"
 #include "packages/storage/Disks.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
+#include "tests/packages/storage/NvmeCommands.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TestPrecompiled.h"
 
@@ -219,6 +221,39 @@ TEST(StorageHealth, of_a_disk_that_is_there_no_more_is_not_asked_for) {
       EXPECT_THAT(error.what(), HasSubstr("none ("));
     }
   }
+}
+
+Disk nvmeBehindFile() {
+  std::ofstream("nvme") << "no disk, but it can be opened";
+  Disk disk;
+  disk.name = "nvme";
+  disk.path = "nvme";
+  disk.attachment = Attachment::Nvme;
+  return disk;
+}
+
+TEST(StorageHealth, of_an_nvme_disk_is_asked_for_with_a_time_limit) {
+  for (const auto question : {+[](HealthReader& reader) { reader.health(); },
+                              +[](HealthReader& reader) { reader.errorLog(); }}) {
+    const NvmeCommands commands(EINTR);  // as the kernel tells that the time is over
+    const auto reader = makeHealthReader(nvmeBehindFile());
+    EXPECT_THROW(question(*reader), SilentCommand);
+    ASSERT_THAT(NvmeCommands::seen(), SizeIs(1));
+    EXPECT_EQ(NvmeCommands::seen().front().timeLimit, 5000U);
+    EXPECT_EQ(NvmeCommands::seen().front().nameSpace, 0xFFFFFFFFU);
+  }
+}
+
+TEST(StorageHealth, of_an_nvme_disk_that_refuses_the_command_is_not_supported) {
+  const NvmeCommands commands(EACCES);
+  Disk disk = nvmeBehindFile();
+  for (const Disk& real : findDisks()) {
+    disk.name = real.name;  // one that is not there would count as gone
+  }
+  if (disk.name == nvmeBehindFile().name) {
+    GTEST_SKIP() << "this machine has no disks";
+  }
+  EXPECT_THROW(makeHealthReader(disk)->health(), NotSupported);
 }
 
 nvme_smart_log soundNvme() {
