@@ -6,18 +6,21 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
+
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::Inject {
 
@@ -33,6 +36,44 @@ void check(long result, const char* what) {
   }
 }
 
+void await(const char* failure, const std::function<bool()>& condition) {
+  if (!TestSupport::eventually(condition)) {
+    throw std::runtime_error(failure);
+  }
+}
+
+/// Mounts of this process's own: they go with it, whatever ends it.
+void ownMounts() {
+  static const bool kIsDone = [] {
+    check(unshare(CLONE_NEWNS), "unshare");
+    check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
+    return true;
+  }();
+  (void)kIsDone;
+}
+
+std::string contentsOf(const std::string& file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
+char stateOf(pid_t process) {
+  const std::string text = contentsOf("/proc/" + std::to_string(process) + "/stat");
+  const auto name = text.rfind(')');
+  return name == std::string::npos || name + 2 >= text.size() ? '?' : text[name + 2];
+}
+
+std::uint64_t bytesReadBy(pid_t process) {
+  std::string word;
+  std::uint64_t bytes = 0;
+  std::ifstream("/proc/" + std::to_string(process) + "/io") >> word >> bytes;
+  return bytes;
+}
+
+// More than the kernel asks for on its own when a file is looked at.
+constexpr std::uint64_t kSomeTraffic = std::uint64_t{1} << 20;
+
 dev_t deviceOf(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
@@ -47,20 +88,25 @@ LyingFileSystem::LyingFileSystem(const std::string& folder,
     arguments.push_back(fault.c_str());
   }
   arguments.push_back(nullptr);
+  ownMounts();
   const dev_t before = deviceOf(path());
+  const pid_t parent = getpid();
   m_process = fork();
   check(m_process, "fork");
   if (m_process == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+      _exit(127);  // it has died already
+    }
     execv(LYING_FILE_SYSTEM, const_cast<char* const*>(arguments.data()));
     _exit(127);
   }
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (deviceOf(path()) == before) {
-    if (std::chrono::steady_clock::now() > end || waitpid(m_process, nullptr, WNOHANG) != 0) {
-      throw std::runtime_error("the file system was not mounted");
+  await("the file system was not mounted", [&] {
+    if (waitpid(m_process, nullptr, WNOHANG) != 0) {
+      throw std::runtime_error("the file system has ended");
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+    return deviceOf(path()) != before;
+  });
 }
 
 LyingFileSystem::~LyingFileSystem() {
@@ -71,6 +117,17 @@ LyingFileSystem::~LyingFileSystem() {
 
 void LyingFileSystem::signal(int number) const {
   kill(m_process, number);
+}
+
+void LyingFileSystem::halt() const {
+  signal(SIGSTOP);
+  await("its program was not halted", [this] { return stateOf(m_process) == 'T'; });
+}
+
+void LyingFileSystem::awaitTraffic() const {
+  const std::uint64_t before = bytesReadBy(m_process);
+  await("nothing was read from the file system",
+        [&] { return bytesReadBy(m_process) > before + kSomeTraffic; });
 }
 
 LoopDisk::LoopDisk(const std::string& file)
@@ -90,8 +147,14 @@ LoopDisk::LoopDisk(const std::string& file)
   check(ioctl(m_device.get(), LOOP_CONFIGURE, &configuration), "LOOP_CONFIGURE");
   struct stat status {};
   check(fstat(m_device.get(), &status), path.c_str());
+  m_number = status.st_rdev;
   check(mknod(("/dev/" + m_name).c_str(), S_IFBLK | 0600, status.st_rdev), "mknod");
   showAlone();
+}
+
+std::string LoopDisk::folder() const {
+  return "/sys/dev/block/" + std::to_string(major(m_number)) + ":" +
+         std::to_string(minor(m_number));
 }
 
 LoopDisk::~LoopDisk() {
@@ -102,9 +165,27 @@ LoopDisk::~LoopDisk() {
 void LoopDisk::showAlone() const {
   m_list.makeDirectory(m_name);
   m_list.write(m_name + "/size", std::to_string(fs::file_size(m_file) / 512) + "\n");
-  check(unshare(CLONE_NEWNS), "unshare");
-  check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "private mounts");
+  ownMounts();
   check(mount(m_list.path().c_str(), "/sys/block", nullptr, MS_BIND, nullptr), "/sys/block");
+}
+
+std::uint64_t LoopDisk::figure(const char* file, int field) const {
+  std::ifstream stream(folder() + "/" + file);
+  std::uint64_t value = 0;
+  for (int number = 0; number < field; ++number) {
+    stream >> value;
+  }
+  return value;
+}
+
+void LoopDisk::awaitTraffic() const {
+  constexpr std::uint64_t kSomeReads = 256;
+  const std::uint64_t before = figure("stat", 1);
+  await("nothing was read from the disk", [&] { return figure("stat", 1) > before + kSomeReads; });
+}
+
+void LoopDisk::awaitReadsInFlight(std::uint64_t count) const {
+  await("no reads are in flight", [&] { return figure("inflight", 1) >= count; });
 }
 
 void LoopDisk::pull() {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,13 @@ class LyingFileSystem {
   LyingFileSystem& operator=(const LyingFileSystem&) = delete;
 
   const std::string& path() const { return m_place.path(); }
-  /// SIGSTOP: it answers nothing any more. SIGKILL: it is gone.
+  pid_t process() const { return m_process; }
+  /// SIGKILL: it is gone. SIGCONT: it answers again.
   void signal(int number) const;
+  /// It answers nothing any more.
+  void halt() const;
+  /// Waits until it is read from.
+  void awaitTraffic() const;
 
  private:
   TestSupport::TemporaryDirectory m_place;
@@ -44,14 +50,22 @@ class LoopDisk {
   const std::string& name() const { return m_name; }
   /// It loses its blocks, as a disk that is pulled.
   void pull();
+  /// Waits until it is read from.
+  void awaitTraffic() const;
+  /// Waits until so many reads have begun and not ended.
+  void awaitReadsInFlight(std::uint64_t count) const;
 
  private:
   void showAlone() const;
+  /// Where the kernel shows it.
+  std::string folder() const;
+  std::uint64_t figure(const char* file, int field) const;
 
   std::string m_file;
   std::string m_name;
   TestSupport::TemporaryDirectory m_list;
   PackageKit::UniqueDescriptor m_device;
+  dev_t m_number = 0;
 };
 
 /// The storage package with settings of its own, and a run of one of its tests.

@@ -3,15 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "diagctl/report/ExitStatus.h"
 #include "tests/inject/storage/FaultyDisk.h"
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::Inject {
 namespace {
@@ -42,13 +45,14 @@ class DiskFault : public testing::Test {
   }
 
   /// Starts a run that would take minutes, and waits until it is in its midst.
-  std::unique_ptr<ReportedProgram> begin(const std::string& device = "disk",
+  template <class Disk>
+  std::unique_ptr<ReportedProgram> begin(const Disk& disk, const std::string& device = "disk",
                                          const std::vector<std::string>& further = {}) {
     bench.set("TestID5", "QuickReads=20000000");
     auto program =
         std::make_unique<ReportedProgram>(bench.arguments("Random read", device, further));
     EXPECT_TRUE(program->waitForLog("has started"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // whenever the fault comes
+    disk.awaitTraffic();
     return program;
   }
 
@@ -95,8 +99,8 @@ TEST_F(DiskFault, blocks_that_cannot_be_read_are_named) {
 
 TEST_F(DiskFault, file_system_that_halts_is_told_as_a_disk_that_does_not_answer) {
   const LyingFileSystem& lies = lie({});
-  const auto program = begin();
-  lies.signal(SIGSTOP);
+  const auto program = begin(lies);
+  lies.halt();
   // A request that the program has taken holds the worker in the kernel, until it goes on.
   EXPECT_TRUE(program->waitForLog("does not answer", std::chrono::seconds(10)));
   lies.signal(SIGCONT);
@@ -148,7 +152,7 @@ TEST_F(DiskFault, file_system_that_becomes_full_is_no_fault_of_the_disk) {
 
 TEST_F(DiskFault, file_system_that_dies_is_told_as_a_disk_that_vanished) {
   const LyingFileSystem& lies = lie({});
-  const auto program = begin();
+  const auto program = begin(lies);
   lies.signal(SIGKILL);
   expectVanished(program->finish(), stepOf("Random read"));
 }
@@ -160,14 +164,14 @@ TEST_F(DiskFault, reads_without_bytes_are_told_as_a_disk_that_vanished) {
 
 TEST_F(DiskFault, disk_that_is_pulled_is_told_as_vanished) {
   LoopDisk disk(bench.image());
-  const auto program = begin(disk.name());
+  const auto program = begin(disk, disk.name());
   disk.pull();
   expectVanished(program->finish(), "Storage: Random read on " + disk.name());
 }
 
 TEST_F(DiskFault, disk_that_is_pulled_has_failed_where_that_is_asked_for) {
   LoopDisk disk(bench.image());
-  const auto program = begin(disk.name(), {"--vanished=failure"});
+  const auto program = begin(disk, disk.name(), {"--vanished=failure"});
   disk.pull();
   expectTold(program->finish(), "Storage: Random read on " + disk.name(), "FAILED",
              ExitCode::kHardwareFailure, "vanished");
@@ -182,9 +186,11 @@ class HaltingDisk : public DiskFault {
 
   std::string step() const { return "Storage: Random read on " + disk.name(); }
 
+  /// Until a read is held up for good.
   /// @return since when
   std::chrono::steady_clock::time_point halt() const {
-    m_backing.signal(SIGSTOP);
+    m_backing.halt();
+    disk.awaitReadsInFlight(1);
     return std::chrono::steady_clock::now();
   }
 
@@ -196,7 +202,7 @@ class HaltingDisk : public DiskFault {
 };
 
 TEST_F(HaltingDisk, that_does_not_answer_has_failed_and_the_system_log_is_named) {
-  const auto program = begin(disk.name());
+  const auto program = begin(disk, disk.name());
   const auto halted = halt();
   expectTold(program->finish(), step(), "FAILED", ExitCode::kHardwareFailure,
              "The system log has what the kernel says about " + disk.name());
@@ -205,13 +211,37 @@ TEST_F(HaltingDisk, that_does_not_answer_has_failed_and_the_system_log_is_named)
 
 TEST_F(HaltingDisk, does_not_hold_up_a_stop) {
   bench.set("Package", "SilenceSeconds=60");
-  const auto program = begin(disk.name());
+  const auto program = begin(disk, disk.name());
   halt();
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // until every transfer is held up
   const auto stopped = std::chrono::steady_clock::now();
   program->program().signal(SIGINT);
   EXPECT_EQ(program->finish().exitCode(), ExitCode::kSignalBase + SIGINT);
   EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(2));
+}
+
+// --- The injection itself
+
+TEST(LyingFileSystems, end_with_the_test_that_made_them) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // else nobody may ask how the orphan fares
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const TestSupport::TemporaryDirectory folder;
+  const pid_t test = fork();
+  if (test == 0) {
+    const LyingFileSystem lies(folder.path(), {});
+    const pid_t process = lies.process();
+    (void)!write(ends[1], &process, sizeof process);
+    raise(SIGKILL);
+  }
+  pid_t orphan = -1;
+  ASSERT_EQ(read(ends[0], &orphan, sizeof orphan), static_cast<ssize_t>(sizeof orphan));
+  EXPECT_EQ(waitpid(test, nullptr, 0), test);
+  const bool hasEnded =
+      TestSupport::eventually([&] { return waitpid(orphan, nullptr, WNOHANG) == orphan; });
+  EXPECT_TRUE(hasEnded);
+  if (!hasEnded) {
+    kill(orphan, SIGKILL);
+  }
 }
 
 }  // namespace
