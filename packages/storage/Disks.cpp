@@ -1,8 +1,12 @@
 #include "packages/storage/Disks.h"
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -145,6 +149,64 @@ bool isReadOnly(const std::string& mountOptions) {
   return ("," + mountOptions + ",").find(",ro,") != std::string::npos;
 }
 
+/// @brief A line of the kernel's list of mounts.
+struct MountEntry {
+  std::string number;  ///< of its device, as "8:1"
+  std::string directory;
+  std::string type;
+  std::string source;
+  std::string superOptions;  ///< of the file system
+  bool isReadOnly = false;
+};
+
+MountEntry mountEntryFrom(const std::string& line) {
+  // id, parent, major:minor, root, directory, options, optional fields, "-", type, source, ...
+  std::istringstream fields(line);
+  MountEntry entry;
+  std::string skipped;
+  std::string options;
+  fields >> skipped >> skipped >> entry.number >> skipped >> entry.directory >> options;
+  while (fields >> skipped && skipped != "-") {
+  }
+  fields >> entry.type >> entry.source >> entry.superOptions;
+  entry.directory = unescape(entry.directory);
+  entry.source = unescape(entry.source);
+  // A file system that met an error sets itself read-only, the mount is not asked.
+  entry.isReadOnly = isReadOnly(options) || isReadOnly(entry.superOptions);
+  return entry;
+}
+
+/// @brief The value of a file system's option; empty if it has none.
+std::string optionOf(const std::string& superOptions, const std::string& name) {
+  std::istringstream options(superOptions);
+  for (std::string option; std::getline(options, option, ',');) {
+    if (option.starts_with(name + "=")) {
+      return unescape(option.substr(name.size() + 1));
+    }
+  }
+  return {};
+}
+
+/// @brief The number of the device that carries a mounted file system; empty when nobody knows.
+std::string carrierOf(const MountEntry& entry, const DeviceNumbers& numbersOf) {
+  const bool isAnonymous = entry.number.starts_with("0:");
+  if (!isAnonymous) {
+    return entry.number;
+  }
+  // Those that spread over several disks have a number of their own; the kernel has opened their
+  // source as a disk, so it is one.
+  if (entry.type == "btrfs" || entry.type == "bcachefs") {
+    return numbersOf.ofBlockDevice(entry.source);
+  }
+  const std::string written =
+      entry.type == "overlay" ? optionOf(entry.superOptions, "upperdir") : "";
+  return written.empty() ? "" : numbersOf.ofFileSystem(written);
+}
+
+std::string numberText(dev_t number) {
+  return std::to_string(major(number)) + ":" + std::to_string(minor(number));
+}
+
 constexpr std::array<std::pair<Attachment, const char*>, 6> kAttachmentTexts{{
     {Attachment::Nvme, "nvme"},
     {Attachment::Ata, "ata"},
@@ -181,31 +243,38 @@ std::optional<Disk> fileAsDisk(const std::string& path) {
   return disk;
 }
 
+DeviceNumbers deviceNumbersOfSystem() {
+  return {.ofBlockDevice =
+              [](const std::string& path) {
+                struct stat status {};
+                return stat(path.c_str(), &status) == 0 && S_ISBLK(status.st_mode)
+                           ? numberText(status.st_rdev)
+                           : "";
+              },
+          .ofFileSystem =
+              [](const std::string& path) {
+                struct stat status {};
+                return stat(path.c_str(), &status) == 0 ? numberText(status.st_dev) : "";
+              }};
+}
+
 std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs,
-                            const std::filesystem::path& mountInfo) {
+                            const std::filesystem::path& mountInfo,
+                            const DeviceNumbers& numbersOf) {
   const std::set<std::string> devices = carriedBy(disk, sysfs);
-  std::set<std::pair<std::string, std::string>> numbers;
+  std::map<std::string, std::string> numbers;
   for (const std::string& device : devices) {
-    numbers.insert({readLine(sysfs / "class/block" / device / "dev"), device});
+    if (std::string number = readLine(sysfs / "class/block" / device / "dev"); !number.empty()) {
+      numbers.emplace(std::move(number), device);
+    }
   }
   std::vector<Mount> mounts;
   std::ifstream stream(mountInfo);
   for (std::string line; std::getline(stream, line);) {
-    // id, parent, major:minor, root, directory, options, optional fields, "-", type, source, ...
-    std::istringstream fields(line);
-    std::string id, parent, number, root, directory, options, field, type, source, superOptions;
-    fields >> id >> parent >> number >> root >> directory >> options;
-    while (fields >> field && field != "-") {
-    }
-    fields >> type >> source >> superOptions;
-    // A file system that met an error sets itself read-only, the mount is not asked.
-    const bool readOnly = isReadOnly(options) || isReadOnly(superOptions);
-    for (const auto& [deviceNumber, device] : numbers) {
-      // Some file systems show a number of their own; their source names the device.
-      if (number == deviceNumber || source == "/dev/" + device) {
-        mounts.push_back({unescape(directory), device, readOnly});
-        break;
-      }
+    const MountEntry entry = mountEntryFrom(line);
+    const auto carrier = numbers.find(carrierOf(entry, numbersOf));
+    if (carrier != numbers.end()) {
+      mounts.push_back({entry.directory, carrier->second, entry.isReadOnly});
     }
   }
   return mounts;

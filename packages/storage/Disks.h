@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,11 +51,19 @@ struct Mount {
   bool readOnly = false;
 };
 
+/// @brief The device numbers that paths lead to, as "8:1"; empty for none. A seam.
+struct DeviceNumbers {
+  std::function<std::string(const std::string& path)> ofBlockDevice;  ///< that the path is
+  std::function<std::string(const std::string& path)> ofFileSystem;   ///< that the path lies in
+};
+DeviceNumbers deviceNumbersOfSystem();
+
 /// @brief The mounted file systems on the disk, found through partitions and layers on top of
-/// them.
+/// them. What a mount calls its source is not believed: whoever mounts may say anything there.
 /// @param mountInfo the kernel's list for a process; tests bring a file of their own.
 std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs = "/sys",
-                            const std::filesystem::path& mountInfo = "/proc/self/mountinfo");
+                            const std::filesystem::path& mountInfo = "/proc/self/mountinfo",
+                            const DeviceNumbers& numbersOf = deviceNumbersOfSystem());
 
 /// @brief Where the partition starts on the disk, in bytes: 0 for the disk itself, nothing for a
 /// layer whose blocks lie elsewhere.

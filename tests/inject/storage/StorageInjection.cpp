@@ -216,7 +216,7 @@ TEST_F(HaltingDisk, does_not_hold_up_a_stop) {
   const auto stopped = std::chrono::steady_clock::now();
   program->program().signal(SIGINT);
   EXPECT_EQ(program->finish().exitCode(), ExitCode::kSignalBase + SIGINT);
-  EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(2));
+  EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(4));
 }
 
 // --- The injection itself

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "packages/storage/CommandChannel.h"
 #include "packages/storage/Disks.h"
@@ -155,14 +156,31 @@ TEST(StorageMounts, are_found_through_partitions_and_layers) {
             "23 1 252:0 / /home\\040of\\040all rw - xfs /dev/mapper/home rw\n"
             "24 1 8:1 / /mnt/frozen ro,relatime - ext4 /dev/sda1 rw\n"
             "25 1 8:16 / /other rw - ext4 /dev/sdb rw\n"
-            "26 1 0:40 / /pool rw master:1 propagate_from:2 - btrfs /dev/sda2 rw\n"
+            "26 1 0:40 / /pool rw master:1 propagate_from:2 - btrfs /dev/pool rw\n"
+            "28 1 0:41 / /memory rw - tmpfs /dev/sda1 rw\n"
+            "29 1 0:42 / /served rw - fuse.anything /dev/sda rw\n"
+            "30 1 0:43 / /layers rw - overlay overlay rw,lowerdir=/a,upperdir=/b\\040c,workdir=/d\n"
+            "31 1 0:44 / /frozen rw - overlay /dev/sda1 rw,lowerdir=/a:/b\n"
+            "32 1 0:45 / /elsewhere rw - overlay overlay rw,upperdir=/e\n"
+            "33 1 0:46 / /otherpool rw - btrfs /dev/sdb rw\n"
             "27 1 8:1 / /after\\040an\\040error rw - ext4 /dev/sda1 ro,errors=remount-ro");
+  const std::map<std::string, std::string> blockDevices{
+      {"/dev/pool", "8:2"}, {"/dev/sda", "8:0"}, {"/dev/sda1", "8:1"}, {"/dev/sdb", "8:16"}};
+  const std::map<std::string, std::string> fileSystems{{"/b c", "8:1"}, {"/e", "8:16"}};
+  const auto lookUp = [](const auto& known) {
+    return [&known](const std::string& path) {
+      const auto entry = known.find(path);
+      return entry == known.end() ? std::string() : entry->second;
+    };
+  };
+  const DeviceNumbers numbers{lookUp(blockDevices), lookUp(fileSystems)};
   std::vector<std::string> found;
-  for (const Mount& mount : mountsOn("sda", tree.root(), tree.root() / "mounts")) {
+  for (const Mount& mount : mountsOn("sda", tree.root(), tree.root() / "mounts", numbers)) {
     found.push_back(mount.directory + " on " + mount.device + (mount.readOnly ? ", frozen" : ""));
   }
-  EXPECT_THAT(found, ElementsAre("/ on sda1", "/home of all on dm-0", "/mnt/frozen on sda1, frozen",
-                                 "/pool on sda2", "/after an error on sda1, frozen"));
+  EXPECT_THAT(found,
+              ElementsAre("/ on sda1", "/home of all on dm-0", "/mnt/frozen on sda1, frozen",
+                          "/pool on sda2", "/layers on sda1", "/after an error on sda1, frozen"));
   EXPECT_EQ(startOnDisk("sda", "sda1", tree.root()), 2048U * 512);
   EXPECT_EQ(startOnDisk("sda", "sda", tree.root()), 0U);
   EXPECT_EQ(startOnDisk("sda", "dm-0", tree.root()), std::nullopt);
