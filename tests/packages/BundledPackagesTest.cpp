@@ -5,14 +5,17 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "packagekit/PackageTexts.h"
 #include "packagekit/Settings.h"
 #include "packagekit/contract/SettingRule.h"
+#include "packagekit/contract/Texts.h"
 #include "tests/support/Places.h"
 #include "tests/support/TestPrecompiled.h"
 
@@ -103,6 +106,34 @@ TEST(BundledPackages, have_a_token_for_each_event_and_the_severity_of_its_number
 TEST(BundledPackages, have_texts_that_are_complete_in_every_language) {
   for (const std::string& name : bundledPackages()) {
     EXPECT_THAT(checkPackageTexts(TARVEX_PACKAGE_DIR, name), IsEmpty());
+  }
+}
+
+/// The texts of a package in a language, by their keys.
+std::map<std::string, std::string> textsOf(const std::string& name, const std::string& language) {
+  std::ifstream file(TARVEX_PACKAGE_DIR "/" + language + "/" + name + ".cfg");
+  std::map<std::string, std::string> texts;
+  for (std::string line; std::getline(file, line);) {
+    const std::size_t equals = line.find('=');
+    if (equals != std::string::npos && line[0] != '#') {
+      texts[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+  }
+  return texts;
+}
+
+// "1 errors were found" is read by somebody who has enough trouble already.
+TEST(BundledPackages, close_a_test_with_a_text_that_fits_a_count_of_one) {
+  static const std::regex kCountedNoun("\\$2\\$ [^0-9/%]");
+  for (const std::string& name : bundledPackages()) {
+    const Settings settings(TARVEX_PACKAGE_DIR "/" + name + ".cfg");
+    for (const auto& [section, code] : {std::pair("Warning", "100"), std::pair("Error", "200")}) {
+      const std::string token = settings.read(section, code).value_or("");
+      for (const char* const language : {"en", "de", "fr", "es"}) {
+        const std::string text = textsOf(name, language)[token];
+        EXPECT_FALSE(std::regex_search(text, kCountedNoun)) << name << ", " << language << text;
+      }
+    }
   }
 }
 
