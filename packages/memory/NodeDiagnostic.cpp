@@ -207,7 +207,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   const std::uint64_t held = kept != nullptr ? kept->region->bytes() : 0;
   const auto available = availableBytes(filesOf(context.device()), node);
   if (!available) {
-    throw Common::NotSupported("The kernel does not tell how much memory is available");
+    throw Common::NotSupported("AVAILABLE_MEMORY_UNKNOWN");
   }
   const std::uint64_t bytes = testedBytes(*available + held, limits) / kBlockBytes * kBlockBytes;
   if (bytes < kLeastMegabytes * kMebibyte) {
@@ -216,7 +216,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
         {context.device().name, megabytes(*available + held),
          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
              std::to_string(kLeastMegabytes)});
-    throw Common::NotSupported("Too little memory is available");
+    throw Common::NotSupported("TOO_LITTLE_AVAILABLE");
   }
   // A little less than could be had now is no reason to map and populate anew.
   if (kept != nullptr && kept->isReady && kept->node == node.number && held <= bytes + bytes / 4 &&
@@ -226,7 +226,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   kept.reset();
   const std::vector<int> cpus = usableCpus(node);
   if (cpus.empty()) {
-    throw Common::NotSupported("This process may run on no CPU of " + context.device().name);
+    throw Common::NotSupported("NO_CPU_ALLOWED");
   }
   auto made = std::make_unique<Workbench>(cpus);
   made->node = node.number;

@@ -132,7 +132,11 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
   try {
     return tested(context);
   } catch (const CoreTakenAway& reason) {
-    throw PackageKit::TakenAway(reason.what());
+    if (reason.core() == coreOf(context.device())) {
+      throw PackageKit::TakenAway("CORE_TAKEN_AWAY");
+    }
+    context.information(PartnerLost, {context.device().name, std::to_string(reason.core())});
+    throw PackageKit::TakenAway("PARTNER_TAKEN_AWAY");
   }
 }
 

@@ -12,6 +12,7 @@ namespace TarvexDiags::Processor {
 enum ProcessorEvent : unsigned int {
   CoreVerified = 1,        ///< device, results compared, classes, share of verified work in percent
   ClassesMissing = 2,      ///< device, instruction classes that the processor does not have
+  PartnerLost = 3,         ///< device, the number of the other core
   Throttled = 101,         ///< device, counter, by how much it grew
   ErrorsCorrected = 102,   ///< device, counter, by how much it grew
   WrongResultFound = 201,  ///< device, core, instruction class, operands, expected, found

@@ -10,7 +10,13 @@ namespace TarvexDiags::Processor {
 /// may no longer run there. What was computed elsewhere tells nothing of the core.
 class CoreTakenAway : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit CoreTakenAway(int core)
+      : std::runtime_error("core " + std::to_string(core) + " was taken away"), m_core(core) {}
+
+  int core() const { return m_core; }
+
+ private:
+  int m_core;
 };
 
 /// @brief Keeps the calling thread on one core while it lives, then gives it back the CPUs that it
@@ -20,9 +26,8 @@ class CoreTakenAway : public std::runtime_error {
 /// Thread-safety: the thread that made it.
 class CoreHold {
  public:
-  /// @param whose  what the core is called when it is taken away: "the core"
   /// @throws Common::NotSupported when the thread may not run there
-  explicit CoreHold(int core, std::string whose = "the core");
+  explicit CoreHold(int core);
   ~CoreHold();
   CoreHold(const CoreHold&) = delete;
   CoreHold& operator=(const CoreHold&) = delete;
@@ -36,10 +41,7 @@ class CoreHold {
   void requireAlone() const;
 
  private:
-  [[noreturn]] void lost() const;
-
   int m_core;
-  std::string m_whose;
   std::vector<int> m_before;
 };
 

@@ -42,12 +42,11 @@ Partner::~Partner() {
 }
 
 void Partner::serve(int cpu) {
-  const std::string name = "the partner core " + std::to_string(cpu);
   try {
-    const CoreHold hold(cpu, name);
+    const CoreHold hold(cpu);
     work(&hold, nullptr);
   } catch (const Common::NotSupported&) {
-    work(nullptr, std::make_exception_ptr(CoreTakenAway(name + " was taken away")));
+    work(nullptr, std::make_exception_ptr(CoreTakenAway(cpu)));
   }
 }
 

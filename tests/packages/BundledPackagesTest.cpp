@@ -122,6 +122,25 @@ std::map<std::string, std::string> textsOf(const std::string& name, const std::s
   return texts;
 }
 
+std::set<std::string> keysOf(const std::map<std::string, std::string>& texts) {
+  std::set<std::string> keys;
+  for (const auto& [key, text] : texts) {
+    keys.insert(key);
+  }
+  return keys;
+}
+
+// Words that stand in for a parameter are named by no configuration file.
+TEST(BundledPackages, have_the_same_words_in_every_language) {
+  for (const std::string& name : bundledPackages()) {
+    const std::set<std::string> keys = keysOf(textsOf(name, "en"));
+    EXPECT_FALSE(keys.empty());
+    for (const char* const language : Contract::kLanguages) {
+      EXPECT_EQ(keysOf(textsOf(name, language)), keys) << name << ", " << language;
+    }
+  }
+}
+
 // "1 errors were found" is read by somebody who has enough trouble already.
 TEST(BundledPackages, close_a_test_with_a_text_that_fits_a_count_of_one) {
   static const std::regex kCountedNoun("\\$2\\$ [^0-9/%]");

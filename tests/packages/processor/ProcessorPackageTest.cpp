@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -245,6 +247,47 @@ TEST_F(ProcessorCountersTest, core_that_was_free_to_leave_at_the_end_has_no_verd
   }
   context->cpusFromOutside = all;
   EXPECT_THROW(kindWith("", ""), PackageKit::TakenAway);
+}
+
+std::string reasonOf(const std::function<void()>& test) {
+  try {
+    test();
+  } catch (const PackageKit::TakenAway& reason) {
+    return reason.what();
+  }
+  return {};
+}
+
+/// The partner leaves its core for that of the test.
+std::vector<Check> leavingChecks() {
+  return {{"work for two", always, [](Verifier& verifier) {
+             const int here = sched_getcpu();
+             verifier.partner().together([] {}, [&] { Common::pinThisThread(here); });
+           }}};
+}
+
+TEST_F(ProcessorCountersTest, partner_that_is_taken_away_is_told_with_its_number) {
+  const std::vector<int> all = Common::allowedCpus();
+  if (all.size() < 2) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  const std::string partner = std::to_string(all[1]);
+  machine.has("sys/devices/system/cpu/online", core + "," + partner + "\n");
+  const ProcessorTest test = {.number = 6, .checks = leavingChecks};
+  EXPECT_EQ(reasonOf([&] { CoreDiagnostic(test).run(*context); }), "PARTNER_TAKEN_AWAY");
+  ASSERT_THAT(context->events(), SizeIs(1));
+  EXPECT_EQ(context->events()[0].code, PartnerLost);
+  EXPECT_THAT(context->events()[0].parameters, ElementsAre("Core", partner));
+}
+
+TEST_F(ProcessorCountersTest, core_that_is_taken_away_is_told_by_a_word_of_each_language) {
+  const std::vector<int> all = Common::allowedCpus();
+  if (all.size() < 2) {
+    GTEST_SKIP() << "one CPU alone";
+  }
+  context->cpusFromOutside = {all.back()};
+  EXPECT_EQ(reasonOf([&] { kindWith("", ""); }), "CORE_TAKEN_AWAY");
+  EXPECT_FALSE(told(PartnerLost));
 }
 
 TEST_F(ProcessorCountersTest, request_to_stop_gives_no_verdict) {
