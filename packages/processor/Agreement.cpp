@@ -12,18 +12,14 @@ namespace TarvexDiags::Processor {
 
 namespace {
 
-std::optional<std::uint64_t> cleanResult(Agreement::Work work, std::uint64_t seed) {
-  const std::uint64_t first = work(seed);
-  return work(seed) == first ? std::optional(first) : std::nullopt;
-}
-
 /// The vote of a core, on a thread that goes there.
 std::optional<std::uint64_t> voteOf(int core, Agreement::Work work, std::uint64_t seed) {
   try {
     const CoreHold hold(core);
-    const std::optional<std::uint64_t> vote = cleanResult(work, seed);
+    const std::uint64_t result = work(seed);
+    const bool isClean = work(seed) == result;
     hold.requireAlone();
-    return vote;
+    return isClean ? std::optional(result) : std::nullopt;
   } catch (const CoreTakenAway&) {
     return std::nullopt;
   } catch (const Common::NotSupported&) {
@@ -31,39 +27,44 @@ std::optional<std::uint64_t> voteOf(int core, Agreement::Work work, std::uint64_
   }
 }
 
-/// @param votes  the caller's own stands first
-std::uint64_t winnerOf(const std::vector<std::uint64_t>& votes) {
-  for (const std::uint64_t vote : votes) {
-    const auto equal = static_cast<std::size_t>(std::count(votes.begin(), votes.end(), vote));
-    if (2 * equal > votes.size()) {
-      return vote;
+std::optional<std::uint64_t> majorityOf(const std::vector<Agreement::Vote>& votes) {
+  for (const Agreement::Vote& vote : votes) {
+    const auto equal = std::count_if(votes.begin(), votes.end(), [&](const Agreement::Vote& other) {
+      return other.result == vote.result;
+    });
+    if (2 * static_cast<std::size_t>(equal) > votes.size()) {
+      return vote.result;
     }
   }
-  const auto other = std::find_if(votes.begin(), votes.end(),
-                                  [&](std::uint64_t vote) { return vote != votes.front(); });
-  return *other;
+  return std::nullopt;
 }
 
 }  // namespace
 
-std::uint64_t Agreement::resultOf(Work work, std::uint64_t seed) {
+std::optional<std::uint64_t> Agreement::resultOf(Work work, std::uint64_t seed) const {
   const auto known = m_results.find({work, seed});
-  if (known != m_results.end()) {
-    return known->second;
-  }
-  const std::uint64_t result = winnerOf(votesOn(work, seed));
-  m_results.emplace(std::pair(work, seed), result);
-  return result;
+  return known != m_results.end() ? std::optional(known->second) : std::nullopt;
 }
 
-std::vector<std::uint64_t> Agreement::votesOn(Work work, std::uint64_t seed) const {
-  std::vector<std::uint64_t> votes = {work(seed)};
+std::vector<Agreement::Vote> Agreement::vote(Work work, std::uint64_t seed,
+                                             const std::array<std::uint64_t, 2>& own) {
+  std::vector<Vote> votes = votesOfOthers(work, seed);
+  if (own[0] == own[1]) {
+    votes.insert(votes.begin(), {m_core, own[0]});
+  }
+  const std::optional<std::uint64_t> majority = majorityOf(votes);
+  m_results.insert_or_assign({work, seed}, majority.value_or(own[0]));
+  return majority ? std::vector<Vote>() : votes;
+}
+
+std::vector<Agreement::Vote> Agreement::votesOfOthers(Work work, std::uint64_t seed) const {
+  std::vector<Vote> votes;
   std::exception_ptr trouble;
   std::thread traveller([&] {
     try {
-      for (const int core : m_cores) {
+      for (const int core : m_others) {
         if (const auto vote = voteOf(core, work, seed)) {
-          votes.push_back(*vote);
+          votes.push_back({core, *vote});
         }
       }
     } catch (const std::exception&) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -15,19 +17,32 @@ class Agreement {
  public:
   using Work = std::uint64_t (*)(std::uint64_t seed);
 
-  /// @param cores  those that have a vote beside the calling thread's; none is fine
-  explicit Agreement(std::vector<int> cores) : m_cores(std::move(cores)) {}
+  /// @brief What a core made of the work. Thread-safety: a plain value.
+  struct Vote {
+    int core = 0;
+    std::uint64_t result = 0;
+  };
 
-  /// @brief What the work should give for the seed. Runs it on all cores, one after the other, and
-  /// twice on each of the others: one that contradicts itself has no vote. When no result has more
-  /// than half of the votes, the calling thread does not win: it gets the result of another core.
-  /// @throws CoreTakenAway never for the cores of others: they lose their vote
-  std::uint64_t resultOf(Work work, std::uint64_t seed);
+  /// @param core    that of the calling thread
+  /// @param others  those that have a vote beside it; none is fine
+  Agreement(int core, std::vector<int> others) : m_core(core), m_others(std::move(others)) {}
+
+  /// @brief What the work should give for the seed; nothing before a vote on it.
+  std::optional<std::uint64_t> resultOf(Work work, std::uint64_t seed) const;
+
+  /// @brief Lets each of the other cores do the work, one after the other, and keeps what more than
+  /// half of all came to. A core that contradicts itself, or is not there, has no vote. When no
+  /// result has a majority, what the calling thread's core made of it is kept: it must stand by
+  /// that.
+  /// @param own  what that core made of the work, twice
+  /// @return the votes when there is no majority: at least one of these cores computes wrongly
+  std::vector<Vote> vote(Work work, std::uint64_t seed, const std::array<std::uint64_t, 2>& own);
 
  private:
-  std::vector<std::uint64_t> votesOn(Work work, std::uint64_t seed) const;
+  std::vector<Vote> votesOfOthers(Work work, std::uint64_t seed) const;
 
-  std::vector<int> m_cores;
+  int m_core;
+  std::vector<int> m_others;
   std::map<std::pair<Work, std::uint64_t>, std::uint64_t> m_results;
 };
 

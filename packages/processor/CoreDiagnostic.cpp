@@ -58,6 +58,15 @@ class ContextObserver : public Observer {
                      {m_context.device().name, std::to_string(result.core), result.instructionClass,
                       result.operands, result.expected, result.found});
   }
+  void coresDisagree(const Disagreement& disagreement) override {
+    std::string results;
+    for (const Agreement::Vote& vote : disagreement.votes) {
+      results += (results.empty() ? "" : ", ") + std::to_string(vote.core) + " (" +
+                 hexadecimal(vote.result) + ")";
+    }
+    m_journal.report(CoresDisagree, {m_context.device().name, disagreement.instructionClass,
+                                     std::to_string(disagreement.seed), results});
+  }
   void rest(std::chrono::milliseconds duration) override { m_context.sleepFor(duration); }
 
  private:

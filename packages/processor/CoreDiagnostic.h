@@ -15,6 +15,7 @@ enum ProcessorEvent : unsigned int {
   PartnerLost = 3,         ///< device, the number of the other core
   Throttled = 101,         ///< device, counter, by how much it grew
   ErrorsCorrected = 102,   ///< device, counter, by how much it grew
+  CoresDisagree = 103,     ///< device, instruction class, seed, cores with their results
   WrongResultFound = 201,  ///< device, core, instruction class, operands, expected, found
   WrongResultTotal = 202,  ///< device, wrong results, results compared
   MachineChecks = 203,     ///< device, counter, by how much it grew

@@ -114,7 +114,8 @@ Verifier::Verifier(int core, int partner, std::uint64_t seed, Observer& observer
       m_partnerCpu(partner),
       m_counter(Common::mixed(seed)),
       m_observer(observer),
-      m_seam(seam) {}
+      m_seam(seam),
+      m_agreement(core, {}) {}
 
 Partner& Verifier::partner() {
   if (m_partner == nullptr) {
@@ -161,9 +162,28 @@ void Verifier::verify(std::span<std::uint64_t> found, std::span<const std::uint6
 }
 
 void Verifier::verifyAgreed(Agreement::Work work, std::uint64_t seed) {
-  const std::array<std::uint64_t, 1> expected = {m_agreement.resultOf(work, seed)};
-  std::array<std::uint64_t, 1> found = {work(seed)};
-  verify(found, expected, [&](std::size_t) { return "seed " + std::to_string(seed); });
+  std::array<std::uint64_t, 2> found = {work(seed)};
+  std::size_t count = 1;
+  if (!m_agreement.resultOf(work, seed)) {
+    found[count++] = work(seed);
+    letVote(work, seed, found);
+  }
+  const std::uint64_t agreed = *m_agreement.resultOf(work, seed);
+  const std::array<std::uint64_t, 2> expected = {agreed, agreed};
+  verify(std::span(found).first(count), std::span(expected).first(count),
+         [&](std::size_t) { return "seed " + std::to_string(seed); });
+}
+
+void Verifier::letVote(Agreement::Work work, std::uint64_t seed,
+                       const std::array<std::uint64_t, 2>& own) {
+  const std::vector<Agreement::Vote> votes = m_agreement.vote(work, seed, own);
+  if (votes.empty()) {
+    return;
+  }
+  if (m_hold != nullptr) {
+    m_hold->requireAlone();
+  }
+  m_observer.coresDisagree({m_instructionClass, seed, votes});
 }
 
 void Verifier::compare(const std::string& instructionClass, std::span<std::uint64_t> found,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -28,6 +29,14 @@ struct WrongResult {
   std::string found;
 };
 
+/// @brief Cores that came to different results, and no majority tells which of them is right: at
+/// least one computes wrongly. Thread-safety: a plain value.
+struct Disagreement {
+  std::string instructionClass;
+  std::uint64_t seed;
+  std::vector<Agreement::Vote> votes;
+};
+
 /// @brief Who starts a test hears of it here, on the thread that runs the test.
 class Observer {
  public:
@@ -37,6 +46,7 @@ class Observer {
   /// @brief How much of the test is done, 0 to 1.
   virtual void progress(double share) = 0;
   virtual void wrongResult(const WrongResult& result) = 0;
+  virtual void coresDisagree(const Disagreement& disagreement) = 0;
   /// @brief Lets the core rest, for no longer than it is asked to stop.
   virtual void rest(std::chrono::milliseconds duration) = 0;
 };
@@ -140,9 +150,10 @@ class Verifier {
               const Operands& operands);
 
   /// @brief Which cores beside the core itself have a vote on results that no table holds.
-  void setVoters(std::vector<int> cores) { m_agreement = Agreement(std::move(cores)); }
+  void setVoters(std::vector<int> cores) { m_agreement = Agreement(m_core, std::move(cores)); }
 
-  /// @brief Does work and compares the result with what most cores make of it.
+  /// @brief Does work and compares the result with what most cores make of it. Where no majority
+  /// tells, the observer hears of the disagreement, and the core is held to its own result.
   void verifyAgreed(Agreement::Work work, std::uint64_t seed);
 
   /// @brief Compares results that have no one right value.
@@ -154,6 +165,7 @@ class Verifier {
 
  private:
   void show(const std::string& instructionClass, std::span<std::uint64_t> found);
+  void letVote(Agreement::Work work, std::uint64_t seed, const std::array<std::uint64_t, 2>& own);
   void compare(const std::string& instructionClass, std::span<std::uint64_t> found,
                std::span<const std::uint64_t> expected, const Operands& operands);
   /// Whether a difference that is made on purpose is found.
@@ -168,7 +180,7 @@ class Verifier {
   ResultSeam* m_seam;
   const CoreHold* m_hold = nullptr;
   std::unique_ptr<Partner> m_partner;
-  Agreement m_agreement{{}};
+  Agreement m_agreement;
   std::string m_instructionClass;
   std::uint64_t m_comparisons = 0;
   std::uint64_t m_wrong = 0;

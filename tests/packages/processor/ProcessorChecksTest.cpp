@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -238,46 +239,128 @@ TEST(OperandsTest, counter_that_stands_still_is_found) {
   EXPECT_EQ(observer.results[0].operands, "counter");
 }
 
-TEST(AgreementTest, core_alone_with_its_result_does_not_win) {
+/// What cores make of the same work: the first is that of the caller, and each works twice.
+struct Election {
+  std::vector<std::uint64_t> results;
+  std::uint64_t winner;
+  std::size_t undecided;  ///< how many cores are told to disagree
+};
+
+std::ostream& operator<<(std::ostream& stream, const Election& election) {
+  for (const std::uint64_t result : election.results) {
+    stream << result << ' ';
+  }
+  return stream << "make " << election.winner;
+}
+
+class AgreementTest : public ::testing::TestWithParam<Election> {
+ protected:
+  void SetUp() override {
+    calls = 0;
+    results.assign(GetParam().results.begin() + 1, GetParam().results.end());
+  }
+
+  static std::uint64_t work(std::uint64_t) { return results.at(calls++ / 2); }
+
+  static inline std::size_t calls = 0;
+  static inline std::vector<std::uint64_t> results;
+};
+
+TEST_P(AgreementTest, is_what_more_than_half_of_the_cores_compute) {
+  // Anybody may vote twice here: the work tells them apart by their turns.
+  Agreement agreement(kTestedCore, std::vector<int>(results.size(), anyPartner()));
+  const std::uint64_t own = GetParam().results.front();
+  const std::vector<Agreement::Vote> votes = agreement.vote(work, 5, {own, own});
+  EXPECT_EQ(agreement.resultOf(work, 5), GetParam().winner);
+  EXPECT_EQ(votes.size(), GetParam().undecided);
+  EXPECT_TRUE(votes.empty() || (votes[0].core == kTestedCore && votes[0].result == own));
+}
+
+INSTANTIATE_TEST_SUITE_P(Votes, AgreementTest,
+                         ::testing::Values(Election{{1}, 1, 0}, Election{{1, 1}, 1, 0},
+                                           Election{{1, 2}, 1, 2}, Election{{1, 2, 2}, 2, 0},
+                                           Election{{2, 1, 2}, 2, 0}, Election{{1, 2, 3}, 1, 3},
+                                           Election{{1, 1, 2, 2}, 1, 4},
+                                           Election{{1, 2, 2, 2}, 2, 0},
+                                           Election{{1, 1, 2, 2, 3}, 1, 5}));
+
+TEST(AgreementVoteTest, core_that_contradicts_itself_or_is_gone_has_none) {
+  static std::uint64_t runs = 0;
+  runs = 0;
+  Agreement agreement(kTestedCore, {Common::allowedCpus().back(), 60000});
+  const Agreement::Work work = [](std::uint64_t seed) { return seed + runs++; };
+  EXPECT_TRUE(agreement.vote(work, 5, {8, 8}).empty());
+  EXPECT_EQ(agreement.resultOf(work, 5), 8U);
+}
+
+TEST(AgreementVoteTest, is_not_the_callers_own_that_contradicts_itself) {
+  Agreement agreement(kTestedCore, {anyPartner()});
+  const Agreement::Work work = [](std::uint64_t seed) { return seed; };
+  EXPECT_TRUE(agreement.vote(work, 5, {5, 8}).empty());
+  EXPECT_EQ(agreement.resultOf(work, 5), 5U);
+}
+
+TEST(AgreedResultTest, two_cores_that_differ_are_both_named_and_neither_fails) {
   const std::vector<int> allowed = Common::allowedCpus();
   if (allowed.size() < 2) {
     GTEST_SKIP() << "one CPU alone";
   }
-  RecordingObserver observer;
-  Verifier verifier(allowed.front(), -1, 1, observer);
-  verifier.setVoters({allowed.back()});
-  const CoreHold hold(allowed.front());
   static int odd = 0;
   odd = allowed.front();
-  verifier.begin("agreed");
-  verifier.verifyAgreed([](std::uint64_t seed) { return sched_getcpu() == odd ? seed + 1 : seed; },
-                        5);
-  ASSERT_EQ(observer.results.size(), 1U);
-  EXPECT_EQ(observer.results[0].expected, hexadecimal(5));
-  EXPECT_EQ(observer.results[0].found, hexadecimal(6));
+  const Agreement::Work work = [](std::uint64_t seed) {
+    return sched_getcpu() == odd ? seed + 1 : seed;
+  };
+  for (const auto& [own, other] :
+       {std::pair(allowed.front(), allowed.back()), std::pair(allowed.back(), allowed.front())}) {
+    RecordingObserver observer;
+    Verifier verifier(own, -1, 1, observer);
+    verifier.setVoters({other});
+    const CoreHold hold(own);
+    verifier.begin("agreed");
+    verifier.verifyAgreed(work, 5);
+    verifier.verifyAgreed(work, 5);
+    EXPECT_TRUE(observer.results.empty());
+    ASSERT_EQ(observer.disagreements.size(), 1U) << "told once";
+    EXPECT_EQ(observer.disagreements[0].instructionClass, "agreed");
+    EXPECT_EQ(observer.disagreements[0].seed, 5U);
+    ASSERT_EQ(observer.disagreements[0].votes.size(), 2U);
+    EXPECT_EQ(observer.disagreements[0].votes[0].core, own);
+    EXPECT_EQ(observer.disagreements[0].votes[0].result, own == odd ? 6U : 5U);
+    EXPECT_EQ(observer.disagreements[0].votes[1].core, other);
+    EXPECT_EQ(observer.disagreements[0].votes[1].result, own == odd ? 5U : 6U);
+  }
 }
 
-TEST(AgreementTest, results_are_looked_for_once) {
+TEST(AgreedResultTest, core_that_contradicts_itself_is_wrong_whatever_others_say) {
+  static std::uint64_t runs = 0;
+  const Agreement::Work work = [](std::uint64_t seed) { return seed + (runs++ == 0 ? 1 : 0); };
+  for (const std::vector<int>& voters : {std::vector<int>(), std::vector<int>{anyPartner()}}) {
+    runs = 0;
+    RecordingObserver observer;
+    Verifier verifier(kTestedCore, -1, 1, observer);
+    verifier.setVoters(voters);
+    verifier.begin("agreed");
+    verifier.verifyAgreed(work, 5);
+    EXPECT_EQ(observer.results.size(), 1U);
+    EXPECT_TRUE(observer.disagreements.empty());
+  }
+}
+
+TEST(AgreedResultTest, is_looked_for_once) {
   static int runs = 0;
   runs = 0;
-  Agreement agreement({Common::allowedCpus().back()});
+  RecordingObserver observer;
+  Verifier verifier(kTestedCore, -1, 1, observer);
+  verifier.setVoters({anyPartner()});
   const Agreement::Work work = [](std::uint64_t seed) {
     ++runs;
     return seed * 3;
   };
-  EXPECT_EQ(agreement.resultOf(work, 2), 6U);
-  EXPECT_EQ(agreement.resultOf(work, 2), 6U);
-  EXPECT_EQ(runs, 3) << "once here and twice there";
-  EXPECT_EQ(agreement.resultOf(work, 3), 9U);
-}
-
-TEST(AgreementTest, core_that_contradicts_itself_or_is_gone_has_no_vote) {
-  static int runs = 0;
-  runs = 0;
-  Agreement agreement({Common::allowedCpus().back(), 60000});
-  EXPECT_EQ(agreement.resultOf(
-                [](std::uint64_t seed) { return seed + static_cast<std::uint64_t>(runs++); }, 5),
-            5U);
+  verifier.verifyAgreed(work, 2);
+  EXPECT_EQ(runs, 4) << "twice here and twice there";
+  verifier.verifyAgreed(work, 2);
+  EXPECT_EQ(runs, 5);
+  EXPECT_TRUE(observer.results.empty());
 }
 
 /// A CPU of this process that is not the given one; -1 when there is none.

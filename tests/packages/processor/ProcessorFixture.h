@@ -22,6 +22,9 @@ class RecordingObserver : public Observer {
   bool stopRequested() override { return stop; }
   void progress(double share) override { lastProgress = share; }
   void wrongResult(const WrongResult& result) override { results.push_back(result); }
+  void coresDisagree(const Disagreement& disagreement) override {
+    disagreements.push_back(disagreement);
+  }
   void rest(std::chrono::milliseconds duration) override {
     rested += duration;
     std::this_thread::sleep_for(duration);
@@ -30,6 +33,7 @@ class RecordingObserver : public Observer {
   std::atomic<bool> stop{false};
   double lastProgress = 0;
   std::vector<WrongResult> results;
+  std::vector<Disagreement> disagreements;
   std::chrono::milliseconds rested{0};
 };
 

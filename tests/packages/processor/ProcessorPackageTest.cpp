@@ -249,6 +249,35 @@ TEST_F(ProcessorCountersTest, core_that_was_free_to_leave_at_the_end_has_no_verd
   EXPECT_THROW(kindWith("", ""), PackageKit::TakenAway);
 }
 
+/// One check, whose result differs from core to core.
+std::vector<Check> disagreeingChecks() {
+  return {
+      {"what cores differ in", always, [](Verifier& verifier) {
+         verifier.verifyAgreed(
+             [](std::uint64_t seed) { return seed + static_cast<unsigned int>(sched_getcpu()); },
+             5);
+       }}};
+}
+
+TEST_F(ProcessorCountersTest, two_cores_that_differ_are_a_warning_that_names_both) {
+  const std::vector<int> all = Common::allowedCpus();
+  if (all.size() != 2) {
+    GTEST_SKIP() << "not two CPUs";
+  }
+  const ProcessorTest test = {.number = 6, .checks = disagreeingChecks};
+  EXPECT_EQ(CoreDiagnostic(test).run(*context).kind(), PackageKit::Verdict::Kind::Unusual);
+  ASSERT_TRUE(told(CoresDisagree));
+  for (const RecordingContext::Event& event : context->events()) {
+    if (event.code == CoresDisagree) {
+      EXPECT_THAT(event.parameters,
+                  ElementsAre("Core", "what cores differ in", "5",
+                              core + " (" + hexadecimal(5U + static_cast<unsigned>(all[0])) +
+                                  "), " + std::to_string(all[1]) + " (" +
+                                  hexadecimal(5U + static_cast<unsigned>(all[1])) + ")"));
+    }
+  }
+}
+
 std::string reasonOf(const std::function<void()>& test) {
   try {
     test();
