@@ -13,6 +13,10 @@ namespace {
 
 constexpr std::uint64_t kTurns = 4096;
 
+/// Failed exchanges of a core in all its turns: many times what two cores cost each other. A core
+/// whose exchanges never succeed gives up and is found, where it would hang otherwise.
+constexpr std::uint64_t kMostFailures = 1000 * kTurns;
+
 struct alignas(64) SharedWord {
   std::atomic<std::uint64_t> value{0};
 };
@@ -43,12 +47,32 @@ void add(Verifier& verifier) {
       "4096 increments by each core");
 }
 
+/// Each core adds up what the word held before its own increments: together each number once. The
+/// sum goes into the upper half of the word, the count is in the lower.
+void fetchAndAdd(Verifier& verifier) {
+  constexpr std::uint64_t count = 2 * kTurns;
+  constexpr std::uint64_t lowerHalf = 0xffffffff;
+  std::array<std::uint64_t, 2> sums = {0, 0};
+  checkSharedWord(
+      verifier, (count * (count - 1) / 2) << 32 | count,
+      [&](AtomicWord& word, std::uint64_t side, std::uint64_t turn) {
+        sums[side] += word.fetch_add(1) & lowerHalf;
+        if (turn + 1 == kTurns) {
+          word += sums[side] << 32;
+        }
+      },
+      "numbers drawn 4096 times by each core");
+}
+
 void compareExchange(Verifier& verifier) {
+  std::array<SharedWord, 2> failures;
   checkSharedWord(
       verifier, 6 * kTurns,
-      [](AtomicWord& word, std::uint64_t, std::uint64_t) {
+      [&](AtomicWord& word, std::uint64_t side, std::uint64_t) {
         std::uint64_t seen = word.load(std::memory_order_relaxed);
-        while (!word.compare_exchange_weak(seen, seen + 3)) {
+        while (!word.compare_exchange_weak(seen, seen + 3) &&
+               failures[side].value.load(std::memory_order_relaxed) < kMostFailures) {
+          failures[side].value.fetch_add(1, std::memory_order_relaxed);
         }
       },
       "4096 additions of 3 by each core");
@@ -102,10 +126,12 @@ void compareExchangeWide(Verifier& verifier) {
   alignas(16) DoubleWord counter = 0;
   const DoubleWord one = (DoubleWord{1} << 64) | 1;
   const auto count = [&] {
+    std::uint64_t failures = 0;
     for (std::uint64_t turn = 0; turn < kTurns; ++turn) {
       DoubleWord seen = 0;
       DoubleWord before = 0;
-      while ((before = exchanged(&counter, seen, seen + one)) != seen) {
+      while ((before = exchanged(&counter, seen, seen + one)) != seen &&
+             ++failures < kMostFailures) {
         seen = before;
       }
     }
@@ -246,7 +272,8 @@ bool hasWideExchange() {
 
 std::vector<Check> atomicChecks() {
   return {
-    {"atomic add", always, add}, {"atomic compare and exchange", always, compareExchange},
+    {"atomic add", always, add}, {"atomic fetch and add", always, fetchAndAdd},
+        {"atomic compare and exchange", always, compareExchange},
         {"atomic exchange", always, exchange}, {"atomic exclusive or", always, toggleBits},
 #if defined(__x86_64__)
         {"atomic compare and exchange, 128-bit (CMPXCHG16B)", hasWideExchange, compareExchangeWide},
