@@ -47,10 +47,24 @@ CrashFinding CrashTrial::finding() const {
     case CrashCause::Unknown:
       break;
   }
-  return {cause, "",
+  return findingOfUnknown();
+}
+
+CrashFinding CrashTrial::findingOfUnknown() const {
+  const bool isAlone = m_elsewhere == Repetition::NoPlace;
+  if (isAlone && m_here == Repetition::Crashed) {
+    return {CrashCause::Unknown, "",
+            tr("The test crashes on {} again, and there is no other device to compare it with: the "
+               "hardware or the package is to blame.",
+               m_device),
+            tr("Run the test on a machine of the same kind. If it does not crash there, have {} "
+               "replaced; if it does, report it to the maker of the package.",
+               m_device)};
+  }
+  return {CrashCause::Unknown, "",
           m_reason.empty() ? tr("The repetitions do not tell who is to blame for the crash.")
                            : m_reason,
-          ""};
+          isAlone ? tr("Run the test again.") : ""};
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -29,7 +29,9 @@ class CrashTrial {
 
   /// The repetitions begin. @param other the device to compare with.
   void compareWith(std::string other) { m_other = std::move(other); }
-  bool hasBegun() const { return m_other.has_value() || isOver(); }
+  /// The repetition on the device itself begins; there is no other one.
+  void compareWithNone() { take(Place::Elsewhere, Repetition::NoPlace); }
+  bool hasBegun() const { return m_other.has_value() || m_elsewhere.has_value() || isOver(); }
 
   /// Takes what became of a repetition. The first word on a place counts.
   void take(Place place, Repetition repetition);
@@ -42,6 +44,8 @@ class CrashTrial {
   CrashFinding finding() const;
 
  private:
+  CrashFinding findingOfUnknown() const;
+
   std::string m_device;
   std::optional<std::string> m_other;
   std::optional<Repetition> m_here;

@@ -68,6 +68,7 @@ StepMessage messageOf(const std::string& stepId, Outcome outcome, const std::str
     case Outcome::Ended:
       return {stepId, Severity::Warning, tr("Repeated on {}: it did not crash.", device), ""};
     case Outcome::Unclear:
+    case Outcome::NoPlace:
       break;
   }
   return {stepId, Severity::Warning,

@@ -207,7 +207,8 @@ void Runner::tryCrash(Step& crashed, const std::map<Target, Standing>& standings
   }
   const auto other = otherFor(crashed, standings);
   if (!other) {
-    stopTrial(crashed, tr("There is no other device to compare it with."));
+    crashed.trial->compareWithNone();
+    repeat(crashed, crashed.planned.pair, CrashTrial::Place::Here);
     return;
   }
   crashed.trial->compareWith(other->device->name);

@@ -18,6 +18,7 @@ enum class Repetition : unsigned char {
   Crashed,
   Ended,    ///< with a verdict or a warning, and without a crash
   Unclear,  ///< it did not run, or not to an end that tells anything
+  NoPlace,  ///< there is no device to run it on
 };
 
 /// @brief Who is to blame for the crash of a computing test.
@@ -25,20 +26,22 @@ enum class CrashCause : unsigned char {
   Device,   ///< the hardware failed
   Package,  ///< it crashes elsewhere too: no verdict on the hardware
   Chance,   ///< it does not happen again: a warning
-  Unknown,  ///< the repetitions tell nothing: no verdict
+  Unknown,  ///< the repetitions do not tell: no verdict
 };
 
 /// @brief The judgement on a crash.
 /// @param here the repetition on the device of the crash
-/// @param elsewhere the repetition on another device of the package
+/// @param elsewhere the repetition on another device of the package. Without one nobody can tell a
+///   crash of the device from one of the package, but still one that does not come back.
 constexpr CrashCause causeOfCrash(Repetition here, Repetition elsewhere) {
   if (elsewhere == Repetition::Crashed) {
     return CrashCause::Package;
   }
-  if (here == Repetition::Unclear || elsewhere == Repetition::Unclear) {
-    return CrashCause::Unknown;
+  if (here == Repetition::Ended && elsewhere != Repetition::Unclear) {
+    return CrashCause::Chance;
   }
-  return here == Repetition::Crashed ? CrashCause::Device : CrashCause::Chance;
+  return here == Repetition::Crashed && elsewhere == Repetition::Ended ? CrashCause::Device
+                                                                       : CrashCause::Unknown;
 }
 
 /// @brief Whether a signal is one that a wrong computation can end in.

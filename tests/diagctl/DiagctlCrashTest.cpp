@@ -36,6 +36,14 @@ class CrashedTest : public Diagctl {
                      {{"Left", "bus/left"}, {"Right", "bus/right"}});
   }
 
+  /// The same where there is no device but Left.
+  void addComputingPackageOnLeft(const std::string& behaviour) {
+    place.addPackage(
+        "SUM",
+        {{.name = "Add", .behaviour = behaviour, .more = "TestCapabilities=quick,computing"}},
+        {{"Left", "bus/left"}});
+  }
+
   /// Runs the test on Left alone, into all formats; the text is on standard output.
   Outcome runOnLeft(std::vector<std::string> options = {}) {
     options.insert(options.begin(),
@@ -164,21 +172,30 @@ TEST_F(CrashedTest, is_told_to_monitors_by_what_the_crash_came_to) {
 
 // ---- Which crashes are repeated, and where -------------------------------------------------
 
-TEST_F(CrashedTest, stays_without_a_verdict_if_there_is_no_other_device) {
-  place.addPackage("SUM",
-                   {{.name = "Add", .behaviour = "crash", .more = "TestCapabilities=computing"}},
-                   {{"Left", "bus/left"}});
+TEST_F(CrashedTest, has_no_verdict_if_it_crashes_again_on_the_only_device) {
+  addComputingPackageOnLeft("crash");
   const Outcome outcome = runOnLeft();
   expectNoVerdict(outcome);
-  EXPECT_THAT(outcome.out, AllOf(HasSubstr("There is no other device to compare it with.\n"),
-                                 HasSubstr("-> Run it again.\n"), Not(HasSubstr("Repeated"))));
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("Repeated on Left: it crashed.\n"),
+                                 HasSubstr("The test crashes on Left again, and there is no other "
+                                           "device to compare it with"),
+                                 HasSubstr("-> Run the test on a machine of the same kind."),
+                                 Not(HasSubstr("-> Run it again.\n"))));
+}
+
+TEST_F(CrashedTest, is_a_warning_if_the_only_device_does_not_repeat_it) {
+  addComputingPackageOnLeft("crash,pass");
+  const Outcome outcome = runOnLeft();
+  expectWarning(outcome);
+  EXPECT_THAT(outcome.out, HasSubstr("Repeated on Left: it did not crash.\n"));
 }
 
 TEST_F(CrashedTest, is_repeated_on_no_device_that_was_excluded) {
   addComputingPackage("crash", "pass");
   const Outcome outcome = runOnLeft({"--exclude-device", "Right"});
   expectNoVerdict(outcome);
-  EXPECT_THAT(outcome.out, HasSubstr("There is no other device to compare it with.\n"));
+  EXPECT_THAT(outcome.out,
+              AllOf(HasSubstr("Repeated on Left: it crashed.\n"), Not(HasSubstr("on Right"))));
 }
 
 TEST_F(CrashedTest, is_compared_with_a_device_on_which_it_passed) {

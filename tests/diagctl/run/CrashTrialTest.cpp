@@ -63,6 +63,33 @@ TEST(CrashTrialOutcome, stays_open_where_a_repetition_tells_nothing) {
   }
 }
 
+CrashFinding findingAlone(Repetition here) {
+  CrashTrial trial("Core 3");
+  trial.compareWithNone();
+  EXPECT_TRUE(trial.hasBegun());
+  EXPECT_FALSE(trial.isOver());
+  trial.take(Place::Here, here);
+  EXPECT_TRUE(trial.isOver());
+  return trial.finding();
+}
+
+TEST(CrashTrialOutcome, leaves_device_or_package_where_a_crash_comes_back_on_the_only_device) {
+  const CrashFinding finding = findingAlone(Repetition::Crashed);
+  EXPECT_EQ(finding.cause, CrashCause::Unknown);
+  EXPECT_THAT(finding.text, HasSubstr("crashes on Core 3 again, and there is no other device"));
+  EXPECT_THAT(finding.action, HasSubstr("on a machine of the same kind"));
+}
+
+TEST(CrashTrialOutcome, blames_nobody_for_a_crash_that_the_only_device_does_not_repeat) {
+  EXPECT_EQ(findingAlone(Repetition::Ended).cause, CrashCause::Chance);
+}
+
+TEST(CrashTrialOutcome, advises_no_other_device_where_there_is_none) {
+  const CrashFinding finding = findingAlone(Repetition::Unclear);
+  EXPECT_EQ(finding.cause, CrashCause::Unknown);
+  EXPECT_EQ(finding.action, "Run the test again.");
+}
+
 TEST(CrashTrialState, is_over_when_both_repetitions_are) {
   CrashTrial trial("Core 3");
   EXPECT_FALSE(trial.hasBegun());

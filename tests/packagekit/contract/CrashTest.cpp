@@ -22,7 +22,10 @@ TEST(CauseOfCrash, follows_from_where_the_test_crashes_again) {
       {{R::Unclear, R::Ended}, CrashCause::Unknown},
       {{R::Crashed, R::Unclear}, CrashCause::Unknown},
       {{R::Ended, R::Unclear}, CrashCause::Unknown},
-      {{R::Unclear, R::Unclear}, CrashCause::Unknown}};
+      {{R::Unclear, R::Unclear}, CrashCause::Unknown},
+      {{R::Crashed, R::NoPlace}, CrashCause::Unknown},
+      {{R::Ended, R::NoPlace}, CrashCause::Chance},
+      {{R::Unclear, R::NoPlace}, CrashCause::Unknown}};
   for (const auto& [repetitions, cause] : causes) {
     EXPECT_EQ(causeOfCrash(repetitions.first, repetitions.second), cause)
         << static_cast<int>(repetitions.first) << static_cast<int>(repetitions.second);
