@@ -114,7 +114,9 @@ void WorkerSession::followControl() {
   if (m_stage != Stage::Running) {
     return;
   }
-  if (m_control.isAborted()) {
+  // One that has told all is on its way out: a signal would not make the kernel give its memory
+  // back any sooner, but would make it look like one that hangs.
+  if (m_control.isAborted() && !hasToldAll()) {
     askToStop();
   } else {
     pause(m_control.isSuspended());
@@ -293,7 +295,7 @@ void WorkerSession::handle(Frame& frame) {
       handleTestEnd(frame);
       return;
     case FrameType::PassEnd:
-      m_end.isComplete = true;
+      handlePassEnd();
       return;
     case FrameType::Setup:
     case FrameType::Stop:
@@ -336,10 +338,18 @@ void WorkerSession::handleTestEnd(Frame& frame) {
   m_end.current.reset();
   ++m_end.testsEnded;
   if (m_stage == Stage::Running) {
-    // There is little to do from here, but memory is given back slowly when there is much of it.
     allow(m_limits.exit);
   }
   m_observer.testEnded(report);
+}
+
+// There is little to do from here, but memory is given back slowly when there is much of it, also
+// by one that was asked to stop.
+void WorkerSession::handlePassEnd() {
+  m_end.isComplete = true;
+  if (hasToldAll() && (m_stage == Stage::Running || m_stage == Stage::AskedToStop)) {
+    allow(m_limits.exit);
+  }
 }
 
 void WorkerSession::flushOutgoing() {

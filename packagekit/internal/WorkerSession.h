@@ -93,6 +93,8 @@ class WorkerSession {
   void handle(Frame& frame);
   void handleTestBegin(Frame& frame);
   void handleTestEnd(Frame& frame);
+  void handlePassEnd();
+  bool hasToldAll() const { return m_end.isComplete && !m_end.current; }
   void flushOutgoing();
   void breakProtocol(const std::string& what);
   void drain();

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 #include <utility>
@@ -86,10 +87,33 @@ class SuspendingObserver : public SilentObserver {
   RunControl& m_control;
 };
 
+// Aborts the run at a moment of its first test.
+class AbortingObserver : public SilentObserver {
+ public:
+  enum class At { Begin, End };
+  AbortingObserver(RunControl& control, At moment) : m_control(control), m_moment(moment) {}
+  void testBegan(std::size_t) override { abortAt(At::Begin); }
+  void testEnded(const TestReport&) override {
+    abortAt(At::End);
+    std::ofstream("told-all");
+  }
+
+ private:
+  void abortAt(At moment) {
+    if (moment == m_moment) {
+      m_control.abort();
+    }
+  }
+
+  RunControl& m_control;
+  const At m_moment;
+};
+
 // Workers of the misbehaving package.
 class SupervisedWorker : public ::testing::Test {
  protected:
   SupervisedWorker() {
+    sentSignals.clear();
     setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
     control.beginRun();
   }
@@ -98,6 +122,31 @@ class SupervisedWorker : public ::testing::Test {
   SessionEnd run(SessionObserver& observer) {
     WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
                           TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
+    return WorkerSession(setup, limits, control, observer).run(process);
+  }
+
+  // A worker that tells all of its one test, at once or when it is asked to stop, and is deaf to
+  // SIGTERM, as one that gives much memory back. It ends once the file "may-end" is there.
+  SessionEnd runOneThatEndsSlowly(SessionObserver& observer, bool waitsForStop) {
+    std::filesystem::remove("may-end");
+    setup.testIds = {1};
+    limits.tests = {60};
+    FrameWriter ready(FrameType::Ready);
+    FrameWriter begin(FrameType::TestBegin);
+    FrameWriter end(FrameType::TestEnd);
+    FrameWriter passEnd(FrameType::PassEnd);
+    std::ofstream("begin", std::ios::binary) << ready.number(1).bytes() << begin.number(0).bytes();
+    std::ofstream("end", std::ios::binary)
+        << end.number(0).number(0).number(0).texts({}).bytes() << passEnd.bytes();
+    const std::size_t upToStop = setup.toFrame().bytes().size() + 1;
+    const std::string script = "./slow-to-end";
+    std::ofstream(script) << "#!/bin/sh\ntrap '' TERM\ncat begin >&3\n"
+                          << (waitsForStop
+                                  ? "head -c " + std::to_string(upToStop) + " <&3 >/dev/null\n"
+                                  : "")
+                          << "cat end >&3\nwhile ! [ -e may-end ]; do sleep 0.02; done\n";
+    chmod(script.c_str(), 0755);
+    WorkerProcess process(script, "", 0);
     return WorkerSession(setup, limits, control, observer).run(process);
   }
 
@@ -173,6 +222,40 @@ TEST_F(SupervisedWorker, has_the_whole_time_of_a_test_that_begins_while_it_is_su
   EXPECT_FALSE(end.isTimedOut) << "with what was left of the first test";
   EXPECT_TRUE(end.isComplete);
   EXPECT_EQ(end.testsEnded, 2U);
+}
+
+TEST_F(SupervisedWorker, that_has_told_all_is_left_to_end_when_an_abort_comes) {
+  WorkerProcess::sendSignal = &recordSignal;
+  limits.abortGrace = limits.termGrace = limits.killGrace = 0.01;
+  AbortingObserver observer(control, AbortingObserver::At::End);
+  std::filesystem::remove("told-all");
+  std::thread release([] {
+    // Long past all that an impatient host would wait, however late it comes.
+    while (!std::filesystem::exists("told-all")) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    std::ofstream("may-end");
+  });
+  const SessionEnd end = runOneThatEndsSlowly(observer, false);
+  release.join();
+  EXPECT_TRUE(control.isAborted());
+  EXPECT_TRUE(end.isComplete);
+  EXPECT_FALSE(end.isGivenUp);
+  EXPECT_FALSE(end.isKilledByHost);
+  EXPECT_EQ(numbersOfSignals(), std::vector<int>{SIGKILL}) << "to what is left of its group";
+}
+
+TEST_F(SupervisedWorker, that_was_asked_to_stop_and_has_told_all_has_the_time_of_an_end) {
+  WorkerProcess::sendSignal = &recordSignal;
+  limits.abortGrace = 60;
+  limits.exit = limits.termGrace = 0.01;
+  AbortingObserver observer(control, AbortingObserver::At::Begin);
+  const auto start = std::chrono::steady_clock::now();
+  const SessionEnd end = runOneThatEndsSlowly(observer, true);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
+  EXPECT_TRUE(end.isComplete);
+  EXPECT_EQ(numbersOfSignals(), (std::vector<int>{SIGTERM, SIGKILL, SIGKILL}));
 }
 
 TEST_F(UnkillableWorker, is_given_up_after_the_last_grace) {
