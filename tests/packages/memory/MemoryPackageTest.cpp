@@ -149,12 +149,13 @@ class CountingContext : public RecordingContext {
 
   bool sleepFor(std::chrono::nanoseconds duration) override {
     m_machine.has("sys/devices/system/edac/mc/mc0/ce_count", corrected + "\n");
-    m_machine.has("sys/devices/system/edac/mc/mc0/ue_count", uncorrected + "\n");
+    m_machine.has(uncorrectedFile, uncorrected + "\n");
     return RecordingContext::sleepFor(duration);
   }
 
   std::string corrected = "7";
   std::string uncorrected = "0";
+  std::string uncorrectedFile = "sys/devices/system/edac/mc/mc0/ue_count";
 
  private:
   Tests::FakeMachine& m_machine;
@@ -257,6 +258,46 @@ TEST_F(MemoryCountersTest, page_that_is_lost_fails_the_test_and_is_told_with_its
   ASSERT_THAT(told[0], SizeIs(4));
   EXPECT_EQ(std::stoull(told[0][1], nullptr, 16), reinterpret_cast<std::uintptr_t>(losing.lost));
   EXPECT_EQ(told[0][3], "mc0");
+}
+
+/// The files of two controllers with four modules each, as a driver of the kernel writes them.
+void haveModules(Tests::FakeMachine& machine) {
+  for (const std::string controller : {"0", "1"}) {
+    const std::string folder = "sys/devices/system/edac/mc/mc" + controller;
+    for (const std::string file : {"ce_count", "ce_noinfo_count", "ue_count", "ue_noinfo_count"}) {
+      machine.has(folder + "/" + file, "0\n");
+    }
+    for (const std::string module : {"0", "1", "2", "3"}) {
+      const std::string place = folder + "/dimm" + module + "/dimm_";
+      machine.has(place + "label",
+                  "CPU_SrcID#0_MC#" + controller + "_Chan#" + module + "_DIMM#0\n");
+      machine.has(place + "location", "channel " + module + " slot 0 \n");
+      machine.has(place + "mem_type", "Registered-DDR4\n");
+      machine.has(place + "ce_count", "0\n");
+      machine.has(place + "ue_count", "0\n");
+    }
+  }
+}
+
+TEST_F(MemoryCountersTest, page_that_is_lost_is_told_with_the_label_of_its_module) {
+  machine.has("proc/meminfo", "MemTotal: 8192 kB\nMemAvailable: 4096 kB\n");
+  takeAtMost(LosingContext::kMegabytes);
+  haveModules(machine);
+  LosingContext losing(parameters(""), machine);
+  losing.uncorrectedFile = "sys/devices/system/edac/mc/mc1/dimm2/dimm_ue_count";
+  EXPECT_EQ(NodeDiagnostic(memoryTest(BitFade)).run(losing).kind(),
+            PackageKit::Verdict::Kind::Failed);
+  const std::string module = "mc1/dimm2 (CPU_SrcID#0_MC#1_Chan#2_DIMM#0)";
+  int poisoned = 0;
+  for (const RecordingContext::Event& event : losing.events()) {
+    if (event.code == PageIsPoisoned) {
+      ++poisoned;
+      EXPECT_EQ(event.parameters.at(3), module);
+    } else if (event.code == UncorrectedErrors) {
+      EXPECT_EQ(event.parameters.at(1), module);
+    }
+  }
+  EXPECT_EQ(poisoned, 1);
 }
 
 /// @brief Asks a test to stop at one of its questions whether it shall, and takes the time until
