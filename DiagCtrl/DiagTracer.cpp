@@ -13,6 +13,7 @@
 #include "DiagCtrl/internal/foundation/LockScope.h"
 #include "DiagCtrl/internal/foundation/Raise.h"
 #include "DiagCtrl/internal/foundation/Swallow.h"
+#include "DiagCtrl/internal/ground/AppendedFile.h"
 #include "DiagCtrl/internal/ground/CancellationHeld.h"
 #include "DiagCtrl/internal/ground/Singleton.h"
 
@@ -73,7 +74,7 @@ void DiagTracer::openTraceFile(const char* apcLogDirPath, int aiTraceLevel) {
                            DiagCtrlConstants::mpcSDefTraceFile;
   miTraceLevel = levelToSet(aiTraceLevel);
   if (!mbLogFileOpened && miTraceLevel > 0) {
-    mTraceStream.open(path, std::ios::out | std::ios::app);
+    openForAppending(mTraceStream, path);
   }
   if (mTraceStream.fail()) {
     mbLogFileOpened = false;

@@ -27,6 +27,8 @@ class OpenedFile {
   /// Below 0 for none.
   int get() const { return m_descriptor; }
   explicit operator bool() const { return m_descriptor >= 0; }
+  /// Leaves it to the caller to close.
+  int release() { return std::exchange(m_descriptor, -1); }
 
  private:
   int m_descriptor = -1;

@@ -1,8 +1,6 @@
 #include "diagctl/report/Output.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -10,6 +8,7 @@
 #include <system_error>
 
 #include "diagctl/report/Formats.h"
+#include "diagctl/report/OutputFile.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -33,24 +32,6 @@ bool isSameFile(const std::string& one, const std::string& other) {
   return isPlainFile(one) &&
          (fs::equivalent(one, other, ignored) ||
           fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored));
-}
-
-bool endsWithinLine(const std::string& path) {
-  std::ifstream file(path, std::ios::ate);
-  if (!file || file.tellg() <= 0) {
-    return false;
-  }
-  file.seekg(-1, std::ios::end);
-  return file.get() != '\n';
-}
-
-// What is renamed over an old report must be on the disk first.
-void synchronise(const std::string& path) {
-  const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  if (file >= 0) {
-    fsync(file);
-    close(file);
-  }
 }
 
 struct Specification {
@@ -103,15 +84,11 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
   output->m_name = output->m_path;
   const bool isPlain = FrontEnd::isPlainFile(output->m_path);
   output->m_isPlainFile = isPlain;
-  if (!format.isLog && isPlain) {
-    output->m_besides = fmt::format("{}.{}.part", output->m_path, getpid());
-  }
-  errno = 0;
-  output->m_file = std::make_unique<std::ofstream>(
-      output->m_besides.empty() ? output->m_path : output->m_besides,
-      format.isLog ? std::ios::app : std::ios::trunc);
+  output->m_file = streamTo(!format.isLog && isPlain
+                                ? makeBeside(output->m_path, output->m_besides, output->m_name)
+                                : openOutput(output->m_path, format.isLog, output->m_name));
   if (!*output->m_file) {
-    failWith(errno, output->m_name);
+    failWith(ENOMEM, output->m_name);
   }
   output->m_filePrinter = std::make_unique<Printer>(*output->m_file);
   output->m_out = output->m_filePrinter.get();
@@ -155,7 +132,7 @@ void Output::finish() {
   m_file->close();
   requireWritten();
   if (!m_besides.empty()) {
-    synchronise(m_besides);
+    synchronise(m_besides);  // what is renamed over an old report must be on the disk first
     if (std::rename(m_besides.c_str(), m_path.c_str()) != 0) {
       failWith(errno, m_name);
     }

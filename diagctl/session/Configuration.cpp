@@ -1,18 +1,19 @@
 #include "diagctl/session/Configuration.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <fstream>
 #include <initializer_list>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "System/SysUtil.h"
+#include "diagctl/report/OpenedFile.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -45,6 +46,13 @@ fs::path makeTemporaryDirectory() {
   return path;
 }
 
+// Whatever the umask allows others: root refuses a control file that they may write to.
+bool writeForOneself(const std::string& path, const std::string& text) {
+  const OpenedFile file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
 }  // namespace
 
 Configuration Configuration::find(const std::optional<std::string>& named,
@@ -72,10 +80,7 @@ Configuration Configuration::make(const fs::path& packages) {
   Configuration made((directory / "control.cfg").string());
   made.m_madeDirectory = directory;
   Interruption::removeWhenLeaving(directory.string());
-  std::ofstream file(made.m_path);
-  file << embeddedControlFile(packages, directory);
-  file.close();
-  if (!file) {
+  if (!writeForOneself(made.m_path, embeddedControlFile(packages, directory))) {
     throw std::runtime_error(tr("{}: cannot be written", made.m_path));
   }
   return made;

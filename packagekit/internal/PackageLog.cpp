@@ -42,14 +42,16 @@ void writeLogLine(const std::string& file, const std::string& line) noexcept {
     return;
   }
   try {
-    // A pipe, if it is one, may have no reader or be full: the line is lost then.
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
+    // Whoever may put a link or a pipe in the log's place decides nothing by it, and holds nobody
+    // up.
+    constexpr int kFlags =
+        O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
     const UniqueDescriptor log(::open(file.c_str(), kFlags, 0644));
-    if (!log) {
+    struct stat state {};
+    if (!log || fstat(log.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
       return;
     }
-    struct stat state {};
-    if (fstat(log.get(), &state) == 0 && state.st_size > kLargestLog) {
+    if (state.st_size > kLargestLog) {
       std::rename(file.c_str(), (file + ".1").c_str());
     }
     const std::string text =

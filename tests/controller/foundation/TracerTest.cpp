@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -165,9 +169,49 @@ TEST_F(DiagTracerTest, looks_at_no_other_directory_once_its_file_is_open) {
   EXPECT_EQ(m_file.lines().size(), 1U);
 }
 
-TEST_F(DiagTracerTest, does_not_notice_a_full_disk) {
-  std::filesystem::create_symlink("/dev/full", m_file.path());
+TEST_F(DiagTracerTest, writes_to_a_regular_file_alone) {
+  const std::string kept = m_directory.write("kept", "");
+  const std::vector<std::function<void(const std::string&)>> places = {
+      [&](const std::string& path) { std::filesystem::create_symlink(kept, path); },
+      [&](const std::string& path) { std::filesystem::create_symlink("missing", path); },
+      [](const std::string& path) { ASSERT_EQ(mkfifo(path.c_str(), 0600), 0); },
+      [](const std::string& path) { std::filesystem::create_directory(path); }};
+  for (const auto& take : places) {
+    take(m_file.path());
+    EXPECT_THROW(open(), DiagCtrlFileOpenException);
+    enter("A::a");
+    std::filesystem::remove(m_file.path());
+  }
+  EXPECT_EQ(std::filesystem::file_size(kept), 0U);
+  EXPECT_FALSE(std::filesystem::exists(m_directory.file("missing")));
   open();
+  enter("A::a");
+  EXPECT_EQ(m_file.lines().size(), 1U);
+}
+
+/// While it lives no file of the process grows beyond a size, as on a disk that is full.
+class FullDisk {
+ public:
+  explicit FullDisk(std::uintmax_t size) : m_handler(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &m_before);
+    const rlimit limit{size, m_before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FullDisk(const FullDisk&) = delete;
+  FullDisk& operator=(const FullDisk&) = delete;
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &m_before);
+    signal(SIGXFSZ, m_handler);
+  }
+
+ private:
+  rlimit m_before{};
+  sighandler_t m_handler;
+};
+
+TEST_F(DiagTracerTest, does_not_notice_a_full_disk) {
+  open();
+  const FullDisk full(std::filesystem::file_size(m_file.path()));
   enter("A::a");
   line(kError);
   leave("A::a");

@@ -1,0 +1,148 @@
+#include "diagctl/report/OutputFile.h"
+
+#include <ext/stdio_filebuf.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <linux/magic.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+constexpr mode_t kNewFile = 0666;  // less what the umask takes
+constexpr int kMostLinks = 40;     // the kernel's own bound
+constexpr int kHarmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
+[[noreturn]] void failWith(int error, const std::string& name) {
+  throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
+}
+
+struct stat statusOf(const OpenedFile& file) {
+  struct stat info {};
+  fstat(file.get(), &info);
+  return info;
+}
+
+bool isRoot() {
+  return geteuid() == 0;
+}
+
+bool mayServe(const OpenedFile& file) {
+  const struct stat info = statusOf(file);
+  return S_ISREG(info.st_mode) || !isRoot() || info.st_uid == 0;
+}
+
+/// Where a link leads that root may follow; empty for none, and for one that the kernel alone
+/// follows.
+std::string targetOf(const OpenedFile& link, const std::string& path) {
+  std::string target(PATH_MAX, '\0');
+  const ssize_t length = readlinkat(link.get(), "", target.data(), target.size());
+  target.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  if (target.empty() || target.front() == '/') {
+    return target;
+  }
+  return path.substr(0, path.rfind('/') + 1) + target;
+}
+
+bool isOfProcFileSystem(const OpenedFile& link) {
+  struct statfs system {};
+  return fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+}
+
+// Each link is judged by the descriptor that its target is read from.
+OpenedFile openOverLinksOfRoot(std::string path, int flags) {
+  for (int links = 0; links < kMostLinks; ++links) {
+    OpenedFile file(open(path.c_str(), flags | O_NOFOLLOW, kNewFile));
+    if (file || errno != ELOOP) {
+      return file;
+    }
+    const OpenedFile link(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!link || statusOf(link).st_uid != 0) {
+      break;
+    }
+    if (isOfProcFileSystem(link)) {  // as /dev/stdout: what this process has open
+      return OpenedFile(open(path.c_str(), flags, kNewFile));
+    }
+    path = targetOf(link, path);
+  }
+  errno = ELOOP;
+  return {};
+}
+
+// The mask can only be asked for by setting it; meanwhile nothing is made with more permissions.
+mode_t permissionsOfNewFiles() {
+  const mode_t mask = umask(0777);
+  umask(mask);
+  return kNewFile & ~mask;
+}
+
+}  // namespace
+
+OpenedFile openOutput(const std::string& path, bool appends, const std::string& name) {
+  const int flags = O_WRONLY | O_CREAT | kHarmless | (appends ? O_APPEND : 0);
+  OpenedFile file =
+      isRoot() ? openOverLinksOfRoot(path, flags) : OpenedFile(open(path.c_str(), flags, kNewFile));
+  if (!file) {
+    failWith(errno, name);
+  }
+  if (!mayServe(file)) {
+    failWith(EPERM, name);
+  }
+  if (!appends && S_ISREG(statusOf(file).st_mode) && ftruncate(file.get(), 0) != 0) {
+    failWith(errno, name);
+  }
+  // A reader may be slow.
+  fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+  return file;
+}
+
+OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name) {
+  static const std::string kEnd = ".part";
+  std::string made = path + ".XXXXXX" + kEnd;
+  OpenedFile file(mkostemps(made.data(), static_cast<int>(kEnd.size()), O_CLOEXEC));
+  if (!file) {
+    failWith(errno, name);
+  }
+  besides = made;
+  if (fchmod(file.get(), permissionsOfNewFiles()) != 0) {
+    failWith(errno, name);
+  }
+  return file;
+}
+
+std::unique_ptr<std::ofstream> streamTo(OpenedFile file) {
+  auto stream = std::make_unique<std::ofstream>();
+  // The standard's streams open names alone.
+  __gnu_cxx::stdio_filebuf<char> buffer(file.get(), std::ios::out);
+  if (buffer.is_open()) {
+    file.release();
+    *stream->rdbuf() = std::move(static_cast<std::filebuf&>(buffer));
+  } else {
+    stream->setstate(std::ios::failbit);
+  }
+  return stream;
+}
+
+bool endsWithinLine(const std::string& path) {
+  const OpenedFile file(open(path.c_str(), O_RDONLY | kHarmless));
+  const struct stat info = statusOf(file);
+  char last = '\n';
+  return file && S_ISREG(info.st_mode) && info.st_size > 0 &&
+         pread(file.get(), &last, 1, info.st_size - 1) == 1 && last != '\n';
+}
+
+void synchronise(const std::string& path) {
+  const OpenedFile file(open(path.c_str(), O_WRONLY | O_NOFOLLOW | kHarmless));
+  if (file) {
+    fsync(file.get());
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd

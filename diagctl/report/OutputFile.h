@@ -1,0 +1,33 @@
+#pragma once
+
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "diagctl/report/OpenedFile.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Opens what somebody named for output: a regular file, made where there is none, or for those
+/// that want it a FIFO or a device. A FIFO must have a reader. For root a link at the end of the
+/// path is followed only if it is root's own, and anything but a regular file must be root's, too:
+/// nobody else decides what root writes to.
+/// @param appends behind what is there; else it is cut off.
+/// @throws std::system_error with that name.
+OpenedFile openOutput(const std::string& path, bool appends, const std::string& name);
+
+/// A new file beside a path, to be renamed to it, with the permissions that any new file would get.
+/// @param besides takes its path.
+/// @throws std::system_error with that name.
+OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name);
+
+/// A stream that writes to a file and closes it.
+std::unique_ptr<std::ofstream> streamTo(OpenedFile file);
+
+/// Whether a file ends with anything but the end of a line. What cannot be read does not.
+bool endsWithinLine(const std::string& path);
+
+/// Waits until a file is on its disk.
+void synchronise(const std::string& path);
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,145 @@
+// What the program and its packages write goes where root wants it, whatever others put in its way.
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "diagctl/session/Configuration.h"
+#include "tests/diagctl/Diagctl.h"
+#include "tests/security/People.h"
+
+namespace TarvexDiags::SecurityTest {
+namespace {
+
+using DiagctlTest::contentsOf;
+using DiagctlTest::Outcome;
+using DiagctlTest::Program;
+using ::testing::HasSubstr;
+namespace fs = std::filesystem;
+
+class UmaskScope {
+ public:
+  explicit UmaskScope(mode_t mask) : m_before(umask(mask)) {}
+  UmaskScope(const UmaskScope&) = delete;
+  UmaskScope& operator=(const UmaskScope&) = delete;
+  ~UmaskScope() { umask(m_before); }
+
+ private:
+  mode_t m_before;
+};
+
+unsigned int modeOf(const std::string& path) {
+  return static_cast<unsigned int>(fs::status(path).permissions());
+}
+
+class WhatIsWritten : public DiagctlTest::Diagctl {
+ protected:
+  WhatIsWritten() {
+    addMixedPackage();
+    place.write(kept, "kept");
+    fs::create_directory(place.path("shared"));
+    fs::permissions(place.path("shared"), fs::perms(01777));
+  }
+
+  Outcome report(const std::string& format, const std::string& file,
+                 const Program::Options& options = {}) {
+    return run({"--allow-insecure", "run", "-q", "-t", "Good", "-o", format + "=" + file}, options);
+  }
+
+  void traceEverything() const {
+    place.replaceIn(place.controlFile(), "DebugLog=DIAG_NO", "DebugLog=DIAG_INFORMATION");
+  }
+
+  const std::string kept = place.path("kept");
+  const std::string theirLink = place.path("shared/run");
+  const std::string trace = place.path("logs/DiagnosticController.trace");
+};
+
+TEST_F(WhatIsWritten, as_a_log_follows_no_link_of_another_to_what_is_roots) {
+  SKIP_UNLESS_ROOT();
+  const std::string link = place.path("run");  // of a sticky directory the kernel may keep it off
+  fs::create_symlink(kept, link);
+  give(link, kStranger);
+  const Outcome outcome = report("jsonl", link);
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr(link + ": Too many levels of symbolic links"));
+  EXPECT_EQ(contentsOf(kept), "kept");
+}
+
+TEST_F(WhatIsWritten, as_a_log_follows_links_of_ones_own) {
+  fs::create_symlink("kept", place.path("link"));
+  fs::create_symlink(place.path("link"), place.path("chain"));
+  EXPECT_EQ(report("jsonl", place.path("chain")).exitCode, DiagctlTest::kPassed);
+  EXPECT_THAT(contentsOf(kept), HasSubstr("kept\n{"));
+}
+
+TEST_F(WhatIsWritten, as_a_log_goes_into_what_the_program_has_open) {
+  EXPECT_THAT(report("jsonl", "/dev/stdout").out, HasSubstr("testRunEnd"));
+}
+
+TEST_F(WhatIsWritten, goes_into_no_pipe_of_another_and_waits_for_no_reader) {
+  const std::string pipe = place.path("shared/pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
+  EXPECT_THAT(report("tap", pipe).err, HasSubstr(pipe + ": No such device or address"));
+  if (!canActForOthers()) {
+    return;
+  }
+  give(pipe, kStranger);
+  const std::fstream reader(pipe);  // for both directions, so that it waits for nobody
+  EXPECT_THAT(report("tap", pipe).err, HasSubstr(pipe + ": "));
+}
+
+TEST_F(WhatIsWritten, as_a_report_takes_the_place_of_a_link_and_leaves_what_that_led_to) {
+  fs::create_symlink(kept, theirLink);
+  if (canActForOthers()) {
+    give(theirLink, kStranger);
+  }
+  EXPECT_EQ(report("tap", theirLink).exitCode, DiagctlTest::kPassed);
+  EXPECT_EQ(contentsOf(kept), "kept");
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(theirLink)));
+  EXPECT_THAT(contentsOf(theirLink), HasSubstr("ok 1"));
+}
+
+TEST_F(WhatIsWritten, as_a_report_has_the_permissions_that_the_umask_leaves) {
+  for (const mode_t mask : {0U, 002U, 027U}) {
+    const UmaskScope scope(mask);
+    for (const char* format : {"tap", "jsonl"}) {
+      const std::string file = place.path(format + std::to_string(mask));
+      EXPECT_EQ(report(format, file).exitCode, DiagctlTest::kPassed);
+      EXPECT_EQ(modeOf(file), 0666U & ~mask) << file;
+    }
+  }
+}
+
+TEST_F(WhatIsWritten, as_the_programs_own_control_file_is_nobody_elses_whatever_the_umask) {
+  for (const mode_t mask : {0U, 002U, 022U}) {
+    const UmaskScope scope(mask);
+    const auto made = FrontEnd::Configuration::make(place.path("packages"));
+    EXPECT_EQ(modeOf(made.path()), 0600U);
+    EXPECT_THAT(contentsOf(made.path()), HasSubstr(place.path("packages")));
+    EXPECT_EQ(DiagctlTest::diagctl({"--config", made.path(), "list"}).exitCode,
+              DiagctlTest::kPassed);
+  }
+}
+
+TEST_F(WhatIsWritten, as_a_trace_follows_no_link) {
+  traceEverything();
+  fs::create_symlink(kept, trace);
+  EXPECT_THAT(run({"list"}).out, HasSubstr("MIX"));
+  EXPECT_EQ(contentsOf(kept), "kept");
+  fs::remove(trace);
+  run({"list"});
+  EXPECT_THAT(contentsOf(trace), HasSubstr("@enter"));
+}
+
+TEST_F(WhatIsWritten, as_a_trace_waits_for_no_reader_of_a_pipe) {
+  traceEverything();
+  ASSERT_EQ(mkfifo(trace.c_str(), 0600), 0);
+  Program program(withControlFile({"list"}));
+  EXPECT_THAT(program.finish(std::chrono::seconds(60)).out, HasSubstr("MIX"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::SecurityTest
