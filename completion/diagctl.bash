@@ -5,7 +5,7 @@ _diagctl_options() {
     run)
       echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
         "--profile --passes --quick --time --total-time --stress --halt-on-error --serial" \
-        "--parallel --mode --expect-devices --dry-run --seed --format -o --output -q --quiet" \
+        "--parallel --mode --allow-disruptive --expect-devices --dry-run --seed --format -o --output -q --quiet" \
         "--strict --fail-on-skip --vanished --exit-style"
       ;;
     estimate)

@@ -137,6 +137,8 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
               {"factory", DiagCtrl::GlobalSettings::FACTORY},
               {"bringup", DiagCtrl::GlobalSettings::BRINGUP}},
           CLI::ignore_case));
+  command.add_flag("--allow-disruptive", options.allowsDisruptive,
+                   tr("Also tests that take devices out of service or overwrite them"));
   command
       .add_option("--expect-devices", options.expectedDevices,
                   tr("Fewer devices than this are a hardware failure"))

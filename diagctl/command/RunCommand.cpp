@@ -27,10 +27,13 @@
 #include "diagctl/terminal/Keyboard.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Capabilities.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
+
+namespace Contract = PackageKit::Contract;
 
 bool isColoured(int descriptor) {
   const char* noColour = std::getenv("NO_COLOR");
@@ -188,6 +191,19 @@ std::vector<SelectedPair> offeredPairs(const Catalogue& catalogue, SelectionPatt
   return select(catalogue, patterns);
 }
 
+// A control file can ask for the mode that offers such tests; whoever starts the run must, too.
+std::string findDisruption(const std::vector<SelectedPair>& pairs) {
+  const auto found = std::find_if(pairs.begin(), pairs.end(), [](const SelectedPair& pair) {
+    return pair.state == PairState::Enabled &&
+           Contract::hasCapability(pair.test->capabilities, Contract::kDestructive);
+  });
+  return found == pairs.end()
+             ? ""
+             : tr("{}: {} on {} takes its device out of service or overwrites it: allow that with "
+                  "--allow-disruptive, or leave it out with --exclude-test",
+                  found->package->name, found->test->name, found->device->name);
+}
+
 // Only tells what would run, with the code that a run of it could still come to.
 int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& conditions) {
   listPlan(standardOutput(), pairs);
@@ -221,6 +237,11 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Catalogue& catalogue = session.catalogue();
   const bool isMatched = tellUnmatched(standardError(), catalogue, options.patterns);
   const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
+  const std::string disruption = options.allowsDisruptive ? "" : findDisruption(pairs);
+  if (!disruption.empty()) {
+    standardError().print("diagctl: {}\n", disruption);
+    return ExitCode::kUsage;
+  }
   if (options.isDryRun) {
     tellWarnings(standardError(), session.warnings());
     return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched));

@@ -24,6 +24,7 @@ struct RunCommandOptions {
   ReportingOptions reporting;
   bool isQuiet = false;
   bool allowsInsecure = false;
+  bool allowsDisruptive = false;
 };
 
 /// The verb run. @return the exit code.

@@ -35,7 +35,7 @@ int translate(int code, const RunSummary& summary, ExitStyle style) {
   constexpr int nagiosWarning = 1;
   constexpr int nagiosCritical = 2;
   constexpr int nagiosUnknown = 3;
-  if (style == ExitStyle::Plain) {
+  if (style == ExitStyle::Plain || code == ExitCode::kUsage) {
     return code;
   }
   if (style == ExitStyle::Npd) {

@@ -35,7 +35,7 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
 /// The same for a record, live or of a log, which knows its lost packages by itself.
 int exitCodeOf(const RunRecord& record, RunConditions conditions);
 
-/// The same outcome in another style.
+/// The same outcome in another style; wrong usage is the same in each.
 int translate(int code, const RunSummary& summary, ExitStyle style);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -10,6 +10,11 @@ namespace TarvexDiags::PackageKit::Contract {
 /// anybody is blamed for it.
 inline constexpr std::string_view kComputing = "computing";
 
+/// @brief A word of key `TestCapabilities`: the test takes its device out of service meanwhile, or
+/// overwrites what is on it. A front end runs it only for somebody who allowed that in so many
+/// words.
+inline constexpr std::string_view kDestructive = "destructive";
+
 /// @brief Whether key `TestCapabilities`, words between commas or blanks, has a word.
 constexpr bool hasCapability(std::string_view capabilities, std::string_view word) {
   constexpr std::string_view separators = ", \t";

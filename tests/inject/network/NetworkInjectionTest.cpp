@@ -87,6 +87,7 @@ class NetworkInjection : public ::testing::Test {
                                        "run",
                                        "-q",
                                        "--quick",
+                                       "--allow-disruptive",
                                        "-p",
                                        "network",
                                        "-t",
