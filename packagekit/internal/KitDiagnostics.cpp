@@ -64,6 +64,7 @@ void deleteAll(std::vector<Element*>& elements) {
 KitDiagnostics::KitDiagnostics(Module& module, const Package& package, bool diagLog,
                                DiagnosticMode mode)
     : m_module(module), m_package(package), m_diagLog(diagLog), m_mode(mode) {
+  module.keepTestNames();
   provideSpare();
 }
 

@@ -65,6 +65,7 @@ void Module::setConfigFile(const char* file) {
   // The host may change its working directory before a worker reads the file.
   m_configFile = file == nullptr ? "" : absolute(file);
   m_workerFile.clear();
+  m_testNames.reset();
 }
 
 void Module::setLogDirectory(const char* directory) {
@@ -95,6 +96,30 @@ std::string Module::logFile(const std::string& name) const {
 
 void Module::log(const std::string& line) const {
   writeLogLine(logFile(), line);
+}
+
+void Module::keepTestNames() {
+  const System::LockHold hold(m_lock);
+  if (m_testNames) {
+    return;
+  }
+  constexpr long kMostTests = 10'000;  // a wrong count shall keep nobody waiting
+  m_testNames.emplace();
+  const Settings settings(m_configFile);
+  const long count =
+      Settings::toInteger(settings.package("NumberOfTests").value_or("")).value_or(0);
+  for (int testId = 1; testId <= std::min(count, kMostTests); ++testId) {
+    if (auto name = settings.read("TestID" + std::to_string(testId), "TestName")) {
+      m_testNames->emplace(testId, *std::move(name));
+    }
+  }
+}
+
+std::string Module::testName(int testId) {
+  keepTestNames();
+  const System::LockHold hold(m_lock);
+  const auto name = m_testNames->find(testId);
+  return name != m_testNames->end() ? name->second : "?";
 }
 
 const Package* Module::package(DefineFunction define) {

@@ -38,6 +38,12 @@ class Module {
   std::string logFile(const std::string& name = {}) const;
   void log(const std::string& line) const;
 
+  /// Reads the names of the tests, once for each time that the configuration file was set: it may
+  /// be gone when they are to be told.
+  void keepTestNames();
+  /// The name of a test; "?" for one that has none.
+  std::string testName(int testId);
+
   /// The author's package, filled at the first call. Null when that failed, which the log tells.
   const Package* package(DefineFunction define);
 
@@ -67,6 +73,7 @@ class Module {
   std::string m_configFile TARVEXDIAGS_GUARDED_BY(m_lock);
   std::string m_logDirectory TARVEXDIAGS_GUARDED_BY(m_lock);
   std::string m_workerFile TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::optional<std::map<int, std::string>> m_testNames TARVEXDIAGS_GUARDED_BY(m_lock);
   bool m_defined TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   std::unique_ptr<Package> m_package TARVEXDIAGS_GUARDED_BY(m_lock);
   std::map<std::string, pid_t> m_hung TARVEXDIAGS_GUARDED_BY(m_lock);

@@ -211,7 +211,6 @@ void PassRunner::endForLackOfMemory() noexcept {
 
 bool PassRunner::startIsRefused() {
   m_test = 0;
-  m_namedTest.reset();
   if (m_setup.testIds.empty()) {
     m_outcome.worsen({DiagnosticResult::UNUSUAL_STATUS});
     return true;
@@ -455,13 +454,9 @@ PassOutcome PassRunner::raised(const PassOutcome& outcome) {
 
 std::vector<std::string> PassRunner::aboutTest(std::vector<std::string> details) {
   const int testId = m_test < m_setup.testIds.size() ? m_setup.testIds[m_test] : 0;
-  if (m_namedTest != testId) {
-    m_namedTest = testId;
-    m_testName =
-        m_module.settings().read("TestID" + std::to_string(testId), "TestName").value_or("?");
-  }
-  return Contract::toParameters({std::to_string(testId), m_testName, m_setup.device.resourceTag},
-                                std::move(details));
+  return Contract::toParameters(
+      {std::to_string(testId), m_module.testName(testId), m_setup.device.resourceTag},
+      std::move(details));
 }
 
 }  // namespace TarvexDiags::PackageKit

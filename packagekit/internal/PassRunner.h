@@ -85,9 +85,7 @@ class PassRunner : private SessionObserver {
   std::size_t m_test = 0;    ///< position in the pass of the present test
   bool m_testIsOpen = false;
   std::optional<PassOutcome> m_errorRaised;  ///< by the present test, last
-  std::optional<int> m_namedTest;
-  std::string m_testName;
-  SessionLimits m_limits;  ///< of the session
+  SessionLimits m_limits;                    ///< of the session
   Clock::time_point m_testStart;
   unsigned int m_reportedTens = 0;
   std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
