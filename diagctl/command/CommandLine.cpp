@@ -279,13 +279,23 @@ class CommandLine {
     }
   }
 
+  /// @param fault with what was typed, and the text that begins with it.
+  static void tellUsage(const std::string& fault, const std::string& text) {
+    if (!text.empty() && text.starts_with(fault)) {
+      standardError().print("{}", fault);
+      standardError().write(text.substr(fault.size()));
+    } else {
+      standardError().write(text);
+    }
+  }
+
   /// Tells the help or the version that was asked for, or what is wrong with the command line.
   int answer(const CLI::ParseError& failure) {
     std::ostringstream out;
     std::ostringstream error;
     const int code = m_app.exit(failure, out, error);
     standardOutput().write(out.str());
-    standardError().write(error.str());
+    tellUsage(failure.what(), error.str());
     return code == 0 ? ExitCode::kPassed : ExitCode::kUsage;
   }
 

@@ -128,7 +128,7 @@ bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatt
 
 void tellWarnings(Printer& out, const std::vector<std::string>& warnings) {
   for (const std::string& warning : warnings) {
-    out.print("diagctl: {}\n", warning);
+    out.write("diagctl: " + warning + "\n");
   }
 }
 

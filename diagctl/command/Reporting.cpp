@@ -2,10 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <exception>
-
 #include "diagctl/report/Formats.h"
-#include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/FailureInLines.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -14,14 +12,24 @@ namespace {
 
 // A monitor reads the first line of standard output, whatever became of the run.
 int tellMonitor(const ReportingOptions& options, const std::exception& failure) {
-  standardError().print("diagctl: {}\n", failure.what());
+  tellFailure(failure);
   if (formatOf(options) == kSummaryFormat) {
-    standardOutput().print("DIAGCTL UNKNOWN: {}\n", toPrintable(failure.what()));
+    standardOutput().print("DIAGCTL UNKNOWN: {}\n", failure.what());
   }
   return ExitCode::kNoVerdict;
 }
 
 }  // namespace
+
+void tellFailure(const std::exception& failure) {
+  if (dynamic_cast<const FailureInLines*>(&failure) == nullptr) {
+    standardError().print("diagctl: {}\n", failure.what());
+    return;
+  }
+  standardError().write("diagctl: ");
+  standardError().write(failure.what());
+  standardError().write("\n");
+}
 
 std::string formatOf(const ReportingOptions& options) {
   if (!options.format.empty()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
@@ -25,6 +26,9 @@ std::string formatOf(const ReportingOptions& options);
 
 /// A monitor is to hear of a device that vanished.
 VanishedAs vanishedOf(const ReportingOptions& options);
+
+/// Tells why the program ends.
+void tellFailure(const std::exception& failure);
 
 /// Closes the outputs and tells what became of those that were dropped.
 /// @return the code, unless it says that all is well and a report is missing.

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -182,6 +183,22 @@ Json abortOf(const StepEnded& ended) {
   return step(ended.stepId, "extension", {{"name", "aborted"}, {"content", Json::object()}});
 }
 
+// Characters that would steer a terminal can stand in strings alone, where JSON has a form for
+// them. The writer knows it for the first of them only.
+std::string escaped(const std::string& line) {
+  std::string harmless;
+  for (std::string_view rest = line; !rest.empty();) {
+    const Character character = firstCharacterOf(rest);
+    if (isHarmless(character.code)) {
+      harmless += character.bytes;
+    } else {
+      harmless += fmt::format("\\u{:04x}", static_cast<unsigned int>(character.code));
+    }
+    rest.remove_prefix(character.bytes.size());
+  }
+  return harmless;
+}
+
 }  // namespace
 
 std::string toTimestamp(std::chrono::system_clock::time_point time) {
@@ -218,7 +235,7 @@ void JsonlReporter::handle(const RunEvent& event) {
 void JsonlReporter::write(const std::string& timestamp, const char* kind, Json content) {
   const Json line{
       {kind, std::move(content)}, {"sequenceNumber", m_sequenceNumber++}, {"timestamp", timestamp}};
-  m_out.write(line.dump(-1, ' ', false, Json::error_handler_t::replace));
+  m_out.write(escaped(line.dump(-1, ' ', false, Json::error_handler_t::replace)));
   m_out.write("\n");
   m_out.flush();
 }

@@ -39,7 +39,7 @@ std::string remainingTime(unsigned int percent, double elapsed) {
 }
 
 std::string nameOf(const StepStarted& start) {
-  return toPrintable(tr("{}: {} on {}", start.package, start.test, start.device));
+  return tr("{}: {} on {}", start.package, start.test, start.device);
 }
 
 // Longer lines would wrap, and could not be erased again. No character is cut in two.
@@ -92,7 +92,7 @@ void Progress::handle(const RunEvent& event) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
              message != nullptr && message->severity != Severity::Information) {
-    m_out.print("{}\n", toPrintable(message->text));
+    m_out.print("{}\n", message->text);
   }
   draw(event.time);
 }
@@ -116,7 +116,7 @@ std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_p
   const std::string pass =
       step.start.passes > 1 ? tr(" pass {}/{}", step.pass, step.start.passes) : "";
   return tr("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass, clock(elapsed),
-            remaining, toPrintable(step.start.test), toPrintable(step.start.device));
+            remaining, step.start.test, step.start.device);
 }
 
 // What is left is told from the share that is done, so it is rough at the start.
@@ -150,7 +150,7 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
   }
   lines.push_back(totalLine(now));
   for (const std::string& line : lines) {
-    m_out.print("{}\n", cut(line, columns - 1));
+    m_out.print("{}\n", cut(toPrintable(line), columns - 1));
   }
   m_drawnLines = lines.size();
   m_out.flush();
@@ -158,7 +158,7 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
 
 void Progress::erase() {
   if (m_drawnLines > 0) {
-    m_out.print("\033[{}A\033[J", m_drawnLines);
+    m_out.eraseLines(m_drawnLines);
     m_drawnLines = 0;
   }
 }

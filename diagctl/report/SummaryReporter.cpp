@@ -49,7 +49,7 @@ void SummaryReporter::finish() {
       fmt::format("DIAGCTL {}: {}{}", kStates[code], counts.empty() ? tr("nothing ran") : counts,
                   firstFinding(m_record));
   std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
-  m_out.print("{}\n", toPrintable(line));
+  m_out.print("{}\n", toPrintable(line, " "));
   m_out.flush();
 }
 

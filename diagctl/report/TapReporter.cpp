@@ -16,7 +16,7 @@ namespace {
 
 // "#" begins a directive and a line break the next line.
 std::string plain(const std::string& text) {
-  std::string printable = toPrintable(text);
+  std::string printable = toPrintable(text, " ");
   std::replace(printable.begin(), printable.end(), '#', ' ');
   return printable;
 }

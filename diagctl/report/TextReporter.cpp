@@ -12,18 +12,25 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* kGreen = "\033[32m";
-constexpr const char* kRed = "\033[31m";
-constexpr const char* kYellow = "\033[33m";
-constexpr const char* kReset = "\033[0m";
 constexpr const char* kIndentedBreak = "\n         ";
+
+// Findings may have several lines, each of which stands below the verdict.
+void writeIndented(Printer& out, const char* indent, const std::string& text) {
+  out.write(indent);
+  out.write(toPrintable(text, kIndentedBreak));
+  out.write("\n");
+}
 
 }  // namespace
 
 TextReporter::TextReporter(Printer& out, bool colour) : m_out(out), m_colour(colour) {}
 
-std::string TextReporter::paint(const std::string& text, const char* colour) const {
-  return m_colour ? colour + text + kReset : text;
+void TextReporter::paint(Colour colour, const std::string& text) {
+  if (m_colour) {
+    m_out.paint(colour, text);
+  } else {
+    m_out.write(text);
+  }
 }
 
 void TextReporter::handle(const RunEvent& event) {
@@ -36,34 +43,34 @@ void TextReporter::handle(const RunEvent& event) {
     writeStep(*ended);
   }
   if (start != nullptr) {
-    m_out.say("{} {} on {}\n", start->name, start->version, toPrintable(start->machineName));
+    m_out.say("{} {} on {}\n", start->name, start->version, start->machineName);
     for (const std::string& platform : start->platforms) {
-      m_out.print("  {}\n", toPrintable(platform));
+      m_out.print("  {}\n", platform);
     }
     m_out.write("\n");
     m_out.flush();
   }
 }
 
-std::string TextReporter::verdictOf(const StepRecord& step) const {
-  switch (step.outcome()) {
+void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
+  switch (outcome) {
     case StepRecord::Outcome::Passed:
-      return paint(tr("PASSED "), kGreen);
+      return paint(Colour::Green, tr("PASSED "));
     case StepRecord::Outcome::Failed:
-      return paint(tr("FAILED "), kRed);
+      return paint(Colour::Red, tr("FAILED "));
     case StepRecord::Outcome::Warning:
-      return paint(tr("WARNING"), kYellow);
+      return paint(Colour::Yellow, tr("WARNING"));
     case StepRecord::Outcome::Trouble:
-      return paint(tr("ERROR  "), kYellow);
+      return paint(Colour::Yellow, tr("ERROR  "));
     case StepRecord::Outcome::Skipped:
       break;
   }
-  return paint(tr("SKIPPED"), kYellow);
+  paint(Colour::Yellow, tr("SKIPPED"));
 }
 
 void TextReporter::writeStep(const StepRecord& step) {
-  m_out.say("{}  {}: {} on {}", verdictOf(step), toPrintable(step.start.package),
-            toPrintable(step.start.test), toPrintable(step.start.device));
+  writeVerdict(step.outcome());
+  m_out.say("  {}: {} on {}", step.start.package, step.start.test, step.start.device);
   if (step.start.passes > 1 || step.passes() > 1) {
     m_out.say(", {} of {} passes", step.passes(), step.start.passes);
   }
@@ -72,10 +79,10 @@ void TextReporter::writeStep(const StepRecord& step) {
   }
   m_out.write("\n");
   for (const std::string& finding : step.findings) {
-    m_out.print("         {}\n", toPrintable(finding, kIndentedBreak));
+    writeIndented(m_out, "         ", finding);
   }
   for (const std::string& action : step.actions) {
-    m_out.print("         -> {}\n", toPrintable(action, kIndentedBreak));
+    writeIndented(m_out, "         -> ", action);
   }
   m_out.flush();
 }
@@ -91,7 +98,8 @@ void TextReporter::closeRun() {
     }
   }
   for (const std::string& trouble : m_record.troubles()) {
-    m_out.print("{}  {}\n", paint(tr("ERROR  "), kYellow), toPrintable(trouble, kIndentedBreak));
+    writeVerdict(StepRecord::Outcome::Trouble);
+    writeIndented(m_out, "  ", trouble);
   }
   const std::string summary = toText(m_record.sums());
   m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),

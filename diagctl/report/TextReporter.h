@@ -21,8 +21,8 @@ class TextReporter : public Reporter {
  private:
   void writeStep(const StepRecord& step);
   void closeRun();
-  std::string verdictOf(const StepRecord& step) const;
-  std::string paint(const std::string& text, const char* colour) const;
+  void writeVerdict(StepRecord::Outcome outcome);
+  void paint(Colour colour, const std::string& text);
 
   Printer& m_out;
   bool m_colour;

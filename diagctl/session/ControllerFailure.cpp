@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -21,7 +22,7 @@ std::string describe(const std::string& what, unsigned int number) {
 
 ControllerFailure::ControllerFailure(const std::string& what,
                                      DiagCtrl::DiagnosticController::errorCode code)
-    : std::runtime_error(describe(what, code)), m_code(code) {}
+    : FailureInLines(describe(toPrintable(what), code)), m_code(code) {}
 
 void require(DiagCtrl::DiagnosticController::errorCode code, const std::string& what) {
   if (code != DiagCtrl::DiagnosticController::SUCCESS) {

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "diagctl/session/CodeTable.h"
+#include "diagctl/terminal/FailureInLines.h"
 
 namespace TarvexDiags::FrontEnd {
 
 /// A call of the controller that was refused or failed, told with the code's meaning and what to
 /// do.
-class ControllerFailure : public std::runtime_error {
+class ControllerFailure : public FailureInLines {
  public:
   ControllerFailure(const std::string& what, DiagCtrl::DiagnosticController::errorCode code);
 

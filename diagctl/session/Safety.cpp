@@ -7,6 +7,7 @@
 #include "diagctl/session/ExecutedFiles.h"
 #include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/PathInspection.h"
+#include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -30,8 +31,11 @@ std::vector<std::string> findInsecureFiles(const std::string& controlFile,
 
 void requireSecureFiles(const std::string& controlFile) {
   allowOpenFiles(openFilesFor(1));  // a look that fails for want of them tells nothing of files
-  const std::vector<std::string> findings =
+  std::vector<std::string> findings =
       findInsecureFiles(controlFile, packageDirectoryOf(controlFile));
+  for (std::string& finding : findings) {
+    finding = toPrintable(finding);
+  }
   if (!findings.empty()) {
     throw InsecureFiles(tr("refused to run as root:\n  {}\n--allow-insecure overrides",
                            fmt::join(findings, "\n  ")));

@@ -1,15 +1,16 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "diagctl/terminal/FailureInLines.h"
+
 namespace TarvexDiags::FrontEnd {
 
-/// Files that root must not load code by.
-class InsecureFiles : public std::runtime_error {
+/// Files that root must not load code by: a line for each.
+class InsecureFiles : public FailureInLines {
  public:
-  using std::runtime_error::runtime_error;
+  using FailureInLines::FailureInLines;
 };
 
 /// What makes it unsafe to load code by way of a path: see PathInspection.

@@ -20,6 +20,30 @@ TEST(Printers, write_in_the_order_of_the_calls) {
   EXPECT_TRUE(printer.isSound());
 }
 
+TEST(Printers, fill_in_arguments_in_one_harmless_line) {
+  std::ostringstream out;
+  Printer printer(out);
+  const std::string hostile = "a\nb\x1b[2J\xff";
+  printer.say("{} of {:>3}\n", hostile, "c\n");
+  printer.print("{}\n", hostile.c_str());
+  EXPECT_EQ(out.str(), "a\\nb\\x1b[2J\\xff of c\\n\na\\nb\\x1b[2J\\xff\n");
+}
+
+TEST(Printers, let_line_breaks_alone_out_of_a_text_as_it_is) {
+  std::ostringstream out;
+  Printer printer(out);
+  printer.write("a\nb\x1b[2J\r\xe2\x80\xae\n");
+  EXPECT_EQ(out.str(), "a\nb\\x1b[2J\\x0d\\u202e\n");
+}
+
+TEST(Printers, steer_a_terminal_by_what_they_send_themselves) {
+  std::ostringstream out;
+  Printer printer(out);
+  printer.paint(Colour::Red, "a\x1b[0mb");
+  printer.eraseLines(3);
+  EXPECT_EQ(out.str(), "\x1b[31ma\\x1b[0mb\x1b[0m\x1b[3A\x1b[J");
+}
+
 TEST(Printers, know_that_something_could_not_be_written) {
   std::ostringstream out;
   Printer printer(out);
