@@ -38,9 +38,9 @@ std::string formatOf(const ReportingOptions& options) {
   return options.exitStyle == ExitStyle::Plain ? kTextFormat : kSummaryFormat;
 }
 
-VanishedAs vanishedOf(const ReportingOptions& options) {
+std::optional<VanishedAs> vanishedOf(const ReportingOptions& options) {
   const bool isForMonitor = options.exitStyle != ExitStyle::Plain;
-  return options.vanished.value_or(isForMonitor ? VanishedAs::Failure : VanishedAs::Trouble);
+  return isForMonitor && !options.vanished ? VanishedAs::Failure : options.vanished;
 }
 
 int finish(Outputs& outputs, int code) {

@@ -24,8 +24,9 @@ struct ReportingOptions {
 
 std::string formatOf(const ReportingOptions& options);
 
-/// A monitor is to hear of a device that vanished.
-VanishedAs vanishedOf(const ReportingOptions& options);
+/// What a device that vanished is asked to be told as: a monitor is to hear of it. Nothing: nobody
+/// asked.
+std::optional<VanishedAs> vanishedOf(const ReportingOptions& options);
 
 /// Tells why the program ends.
 void tellFailure(const std::exception& failure);

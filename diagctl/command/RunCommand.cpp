@@ -247,7 +247,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
     return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched));
   }
   RunOptions runOptions = options.run;
-  runOptions.vanished = vanishedOf(options.reporting);
+  runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
   plan.offered = offeredPairs(catalogue, options.patterns);
   plan.expectedDevices = options.expectedDevices.value_or(0);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
 #include "packagekit/contract/Judgement.h"
@@ -17,13 +19,16 @@ RunEventBody judged(const StepTrouble& trouble, const StepStarted& step, int pas
 /// the one who wrote it did.
 class VanishedJudge {
  public:
-  explicit VanishedJudge(VanishedAs vanished) : m_vanished(vanished) {}
+  /// @param vanished nothing: as the run told it.
+  explicit VanishedJudge(std::optional<VanishedAs> vanished) : m_vanished(vanished) {}
 
   /// @param record of what was judged so far of this run.
   RunEventBody judge(const RunEventBody& body, const RunRecord& record) const;
 
  private:
-  const VanishedAs m_vanished;
+  RunEventBody endOf(const RunEventBody& body, const RunRecord& record) const;
+
+  const std::optional<VanishedAs> m_vanished;
 };
 
 }  // namespace TarvexDiags::FrontEnd
