@@ -4,13 +4,17 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cmath>
+#include <cctype>
+#include <charconv>
+#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <map>
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "diagctl/terminal/Translation.h"
@@ -68,15 +72,112 @@ Verdict verdictOf(const Json& object) {
       object.at("type"));
 }
 
+// A log may come from anywhere: what it asks for is bounded before it is had.
+constexpr std::size_t kLongestLine = 2UL << 20U;  ///< bytes
+constexpr int kMostNesting = 32;
+constexpr std::size_t kMostValues = 50'000;  ///< of a line
+constexpr int kMostPasses = 1'000'000'000;
+
+// Before it is parsed: what a parser makes of a text takes many times the text's own size.
+void requireModest(const std::string& text) {
+  int nesting = 0;
+  std::size_t values = 1;
+  bool isString = false;
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    const char character = text[position];
+    if (isString) {
+      position += character == '\\' ? 1 : 0;
+      isString = character != '"';
+      continue;
+    }
+    isString = character == '"';
+    const bool isOpening = character == '[' || character == '{';
+    nesting += isOpening ? 1 : 0;
+    nesting -= character == ']' || character == '}' ? 1 : 0;
+    values += isOpening || character == ',' ? 1 : 0;
+    if (nesting > kMostNesting) {
+      throw FormatFailure(tr("more than {} values within each other", kMostNesting));
+    }
+    if (values > kMostValues) {
+      throw FormatFailure(tr("more than {} values in a line", kMostValues));
+    }
+  }
+}
+
+/// @throws Json::parse_error for what is no JSON, FormatFailure for what is more than a line needs.
+Json parseLine(const std::string& text) {
+  requireModest(text);
+  return Json::parse(text);
+}
+
+int passesOf(const std::string& text) {
+  int passes = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, passes);
+  if (error != std::errc() || stop != end || passes < 1 || passes > kMostPasses) {
+    throw FormatFailure(tr("'{}' is not between 1 and {}", text, kMostPasses));
+  }
+  return passes;
+}
+
+/// The digits of a time stamp at a place.
+int digitsAt(const std::string& text, std::size_t begin, std::size_t count) {
+  int number = -1;
+  const char* const first = text.data() + std::min(begin, text.size());
+  const char* const last = first + std::min(count, text.size() - std::min(begin, text.size()));
+  const auto [stop, error] = std::from_chars(first, last, number);
+  const bool isWhole = error == std::errc() && stop == first + count && *first != '-';
+  return isWhole ? number : -1;
+}
+
+/// Milliseconds, of which the log has as many digits as it likes.
+std::optional<int> millisecondsOf(const std::string& fraction) {
+  if (fraction.empty()) {
+    return 0;
+  }
+  const bool isNumber =
+      fraction.size() > 1 && fraction[0] == '.' &&
+      std::all_of(fraction.begin() + 1, fraction.end(),
+                  [](unsigned char character) { return std::isdigit(character) != 0; });
+  return isNumber ? std::optional(std::atoi((fraction.substr(1, 3) + "00").substr(0, 3).c_str()))
+                  : std::nullopt;
+}
+
+/// Seconds east of Greenwich; "Z" and nothing are none.
+std::optional<int> offsetOf(const std::string& zone) {
+  if (zone.empty() || zone == "Z" || zone == "z") {
+    return 0;
+  }
+  const int hours = digitsAt(zone, 1, 2);
+  const int minutes = digitsAt(zone, 4, 2);
+  const bool isSound = zone.size() == 6 && (zone[0] == '+' || zone[0] == '-') && zone[3] == ':' &&
+                       hours >= 0 && hours < 24 && minutes >= 0 && minutes < 60;
+  if (!isSound) {
+    return std::nullopt;
+  }
+  return (zone[0] == '-' ? -1 : 1) * (hours * 60 + minutes) * 60;
+}
+
+// The clock's own time is a count of nanoseconds, which ends in 2262.
 std::chrono::system_clock::time_point timeOf(const std::string& text) {
+  using std::chrono::seconds;
+  constexpr std::size_t kLength = std::string_view("1970-01-01T00:00:00").size();
+  constexpr auto kLatest =
+      std::chrono::floor<seconds>(std::chrono::system_clock::time_point::max()) - seconds(1);
   std::tm parts{};
-  const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
-  if (rest == nullptr) {
+  const char* const rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+  const std::size_t end = std::min(text.find_first_not_of(".0123456789", kLength), text.size());
+  const auto milliseconds =
+      text.size() >= kLength ? millisecondsOf(text.substr(kLength, end - kLength)) : std::nullopt;
+  const auto offset = offsetOf(text.substr(end));
+  if (rest != text.c_str() + kLength || !milliseconds || !offset) {
     throw FormatFailure(tr("'{}' is no time stamp", text));
   }
-  const double fraction = *rest == '.' ? std::strtod(rest, nullptr) : 0.0;
-  return std::chrono::system_clock::from_time_t(timegm(&parts)) +
-         std::chrono::milliseconds(std::lround(fraction * 1000));
+  const std::time_t time = timegm(&parts) - *offset;
+  if (time < 0 || time > kLatest.time_since_epoch().count()) {
+    throw FormatFailure(tr("'{}' is not between 1970 and 2262", text));
+  }
+  return std::chrono::system_clock::from_time_t(time) + std::chrono::milliseconds(*milliseconds);
 }
 
 RunStarted toRunStarted(const Json& content) {
@@ -213,7 +314,7 @@ class RunParser {
     if (artifact.contains("testRunStart")) {
       RunStarted start = toRunStarted(artifact["testRunStart"]);
       if (const auto passes = start.parameters.find("passes"); passes != start.parameters.end()) {
-        m_passes = std::max(std::atoi(passes->second.c_str()), 1);
+        m_passes = passesOf(passes->second);
       }
       return start;
     }
@@ -235,7 +336,7 @@ class RunParser {
   void takeExtension(const std::string& stepId, const Json& extension) {
     const std::string name = textOf(extension, "name");
     if (name == "pass") {
-      m_pass = extension.at("content").value("number", 1);
+      m_pass = passesOf(extension.at("content").value("number", Json(1)).dump());
     } else if (name == "aborted") {
       m_aborted.insert(stepId);
     }
@@ -255,8 +356,7 @@ bool JsonlReader::nextLine() {
   if (std::exchange(m_isPending, false)) {
     return true;
   }
-  while (std::getline(m_in, m_text)) {
-    ++m_line;
+  while (readLine()) {
     if (m_text.find_first_not_of(" \t\r") != std::string::npos) {
       return true;
     }
@@ -264,12 +364,43 @@ bool JsonlReader::nextLine() {
   return false;
 }
 
+// No more than a line may have is ever held.
+bool JsonlReader::readLine() {
+  using Traits = std::istream::traits_type;
+  m_text.clear();
+  if (!m_in.good()) {
+    return false;
+  }
+  ++m_line;
+  for (;;) {
+    const Traits::int_type next = m_in.rdbuf()->sbumpc();
+    if (Traits::eq_int_type(next, Traits::eof())) {
+      m_in.setstate(std::ios::eofbit);
+      return !m_text.empty();
+    }
+    if (Traits::to_char_type(next) == '\n') {
+      return true;
+    }
+    if (m_text.size() == kLongestLine) {
+      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, m_line,
+                                           tr("the line is longer than {} bytes", kLongestLine)));
+    }
+    m_text += Traits::to_char_type(next);
+  }
+}
+
 // A process that is killed leaves half a line; a later one appends its run on a line of its own.
 bool JsonlReader::endsHere() {
   if (m_in.eof()) {
     return true;
   }
-  m_isPending = nextLine() && Json::parse(m_text, nullptr, false).contains("schemaVersion");
+  try {
+    m_isPending = nextLine() && parseLine(m_text).contains("schemaVersion");
+  } catch (const Json::exception&) {
+    return false;
+  } catch (const FormatFailure&) {
+    return false;
+  }
   return m_isPending;
 }
 
@@ -282,7 +413,7 @@ bool JsonlReader::readRun(const Sink& sink) {
       throw std::runtime_error(fmt::format("{}:{}: {}", m_name, number, failure.what()));
     };
     try {
-      const Json line = Json::parse(m_text);
+      const Json line = parseLine(m_text);
       if (line.contains("schemaVersion") && std::exchange(hasBegun, true)) {
         m_isPending = true;
         return true;

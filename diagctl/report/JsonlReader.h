@@ -24,6 +24,7 @@ class JsonlReader {
 
  private:
   bool nextLine();
+  bool readLine();
   bool endsHere();
 
   std::istream& m_in;

@@ -4,6 +4,9 @@
 
 #include <map>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "diagctl/report/JsonlReporter.h"
@@ -14,30 +17,30 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-// XML 1.0 has no form for most control characters; they are left out.
+bool hasForm(char32_t code) {
+  return code >= ' ' ? code != 0xfffe && code != 0xffff
+                     : code == '\t' || code == '\n' || code == '\r';
+}
+
+// XML 1.0 has no form for some characters, which are left out. What would steer a terminal is
+// written as its number.
 std::string escape(const std::string& text) {
+  static const std::map<char32_t, const char*> kMarkup = {
+      {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}};
+  const std::string valid = toUtf8(text);
   std::string escaped;
-  for (const char character : toUtf8(text)) {
-    switch (character) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      case '\n':
-        escaped += "&#10;";
-        break;
-      default:
-        if (static_cast<unsigned char>(character) >= ' ' || character == '\t') {
-          escaped += character;
-        }
+  for (std::string_view rest = valid; !rest.empty();) {
+    const Character character = firstCharacterOf(rest);
+    rest.remove_prefix(character.bytes.size());
+    if (!hasForm(character.code)) {
+      continue;
+    }
+    if (const auto markup = kMarkup.find(character.code); markup != kMarkup.end()) {
+      escaped += markup->second;
+    } else if (!isHarmless(character.code)) {
+      escaped += fmt::format("&#{};", static_cast<unsigned int>(character.code));
+    } else {
+      escaped += character.bytes;
     }
   }
   return escaped;
@@ -77,7 +80,7 @@ void writeCase(Printer& out, const StepRecord& step) {
             escape(step.start.package), escape(step.start.test), escape(step.start.device),
             step.seconds());
   const std::string text = join(step.findings, step.actions);
-  const std::string head = escape(step.findings.empty() ? step.symptom : step.findings.front());
+  const std::string head = escape(step.headline());
   switch (step.outcome()) {
     case StepRecord::Outcome::Failed:
       out.print(R"(<failure type="{}" message="{}">{}</failure>)", escape(step.symptom), head,
@@ -118,17 +121,22 @@ void writeRun(Printer& out, const RunRecord& run) {
 }  // namespace
 
 void JunitReporter::handle(const RunEvent& event) {
-  if (m_runs.empty() || std::holds_alternative<RunStarted>(event.body)) {
-    m_runs.emplace_back();
+  if (std::holds_alternative<RunStarted>(event.body)) {
+    closeRun();
   }
-  m_runs.back().handle(event);
+  m_run.handle(event);
+}
+
+void JunitReporter::closeRun() {
+  if (!std::exchange(m_hasBegun, true)) {
+    m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
+  }
+  writeRun(m_out, m_run);
+  m_run = RunRecord();
 }
 
 void JunitReporter::finish() {
-  m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
-  for (const RunRecord& run : m_runs) {
-    writeRun(m_out, run);
-  }
+  closeRun();
   m_out.write("</testsuites>\n");
   m_out.flush();
 }

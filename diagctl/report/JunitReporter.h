@@ -1,7 +1,5 @@
 #pragma once
 
-#include <vector>
-
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
@@ -10,7 +8,7 @@ namespace TarvexDiags::FrontEnd {
 
 /// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
 /// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
-/// test `skipped`. Written whole at the end; the suites of several runs follow each other.
+/// test `skipped`. Written run by run; the suites of several follow each other.
 class JunitReporter : public Reporter {
  public:
   /// @param out kept alive by the caller.
@@ -20,8 +18,11 @@ class JunitReporter : public Reporter {
   void finish() override;
 
  private:
+  void closeRun();
+
   Printer& m_out;
-  std::vector<RunRecord> m_runs;
+  RunRecord m_run;
+  bool m_hasBegun = false;
 };
 
 }  // namespace TarvexDiags::FrontEnd

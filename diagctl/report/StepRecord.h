@@ -19,6 +19,9 @@ struct StepRecord {
   std::chrono::system_clock::time_point end;
   std::vector<std::string> findings;
   std::vector<std::string> actions;
+  std::string failure;              ///< the first of its kind among the findings; empty: none
+  std::string trouble;              ///< the same
+  std::string warning;              ///< the same
   std::string news;                 ///< what was told last that is no finding
   std::string symptom;              ///< of the first failure, or else of the first trouble
   std::map<Verdict, int> verdicts;  ///< how many passes were judged so
@@ -32,6 +35,8 @@ struct StepRecord {
   bool isAborted() const { return hasEnded() && ended->isAborted; }
   /// What the step came to.
   Outcome outcome() const;
+  /// The finding behind the outcome, or else what there is that comes closest to one.
+  const std::string& headline() const;
   double seconds() const;
 };
 
@@ -50,11 +55,16 @@ class RunRecord {
   const StepRecord* find(const std::string& stepId) const;
   /// Steps in the order in which they began.
   std::vector<const StepRecord*> steps() const;
+  /// The ids of steps that began and have not ended.
+  std::vector<std::string> openSteps() const;
   OutcomeSums sums() const;
   bool hasEnded() const { return m_hasEnded; }
   const RunEnded& end() const { return m_end; }
   std::chrono::system_clock::time_point begin() const { return m_begin; }
+  std::chrono::system_clock::time_point last() const { return m_last; }
   double seconds() const;
+  /// About how many bytes the record takes, whatever was told.
+  std::size_t size() const { return m_size; }
 
  private:
   RunStarted m_start;
@@ -66,6 +76,7 @@ class RunRecord {
   bool m_hasBegun = false;
   bool m_hasEnded = false;
   RunEnded m_end;
+  std::size_t m_size = 0;
 };
 
 /// For people, marked: "passed".

@@ -24,8 +24,8 @@ constexpr const char* kStates[] = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
 std::string firstFinding(const RunRecord& record) {
   for (const Outcome outcome : {Outcome::Failed, Outcome::Trouble, Outcome::Warning}) {
     for (const StepRecord* step : record.steps()) {
-      if (step->outcome() == outcome && !step->findings.empty()) {
-        return tr(" - {} on {}: {}", step->start.test, step->start.device, step->findings.front());
+      if (step->outcome() == outcome && !step->headline().empty()) {
+        return tr(" - {} on {}: {}", step->start.test, step->start.device, step->headline());
       }
     }
   }
