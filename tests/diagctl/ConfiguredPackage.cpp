@@ -1,13 +1,14 @@
 // A package without the kit, whose devices and tests do what its configuration file says:
 //
-//   [Devices]      Count, and for each number N: NameN, TagN
+//   [Devices]      Count, and for each number N: NameN, TagN; "\n" in them is a line break
 //   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
 //                  progress), crash (as the worker of a kit would), failcrash (a fault, then a
 //                  crash), stay (takes MillisecondsToStay); several between commas: one for each
 //                  pass on a device, the last for all behind; BehaveOnNAME: the same for the device
 //                  of that name; Signal (of a crash); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device);
-//                  Raises = error, warning (the event as such, before all else);
+//                  Raises = error, warning (the event as such, before all else, or another one:
+//                  Raised = its code);
 //                  ControllerEvent (a code that the controller itself raises, as it seems)
 
 #include <algorithm>
@@ -85,14 +86,23 @@ std::string behaviourOf(int test, const std::string& device) {
   return behaviours.substr(0, behaviours.find(','));
 }
 
+// A line of the file holds no line break.
+std::string withLineBreaks(std::string text) {
+  for (std::size_t at = 0; (at = text.find("\\n", at)) != std::string::npos;) {
+    text.replace(at, 2, "\n");
+  }
+  return text;
+}
+
 class ConfiguredDevices final : public IDeviceEnumerator {
  public:
   VirtualDeviceVector* getDeviceVector(const char*, TarvexDiags::Uint) override {
     m_devices.clear();
     for (int i = 1; i <= readNumber("Devices", "Count"); ++i) {
       const std::string number = std::to_string(i);
-      const std::string name = read("Devices", "Name" + number);
-      m_devices.emplace_back(new IDevice(read("Devices", "Tag" + number), name, name));
+      const std::string name = withLineBreaks(read("Devices", "Name" + number));
+      const std::string tag = withLineBreaks(read("Devices", "Tag" + number));
+      m_devices.emplace_back(new IDevice(tag, name, name));
     }
     return &m_devices;
   }
@@ -192,7 +202,7 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     if (const std::string raised = read(section, "Raises"); !raised.empty()) {
       raise(settings,
             raised == "error" ? DiagnosticEvent::ERROR_EVENT : DiagnosticEvent::WARNING_EVENT,
-            readNumber(section, "Event"));
+            readNumber(section, read(section, "Raised").empty() ? "Event" : "Raised"));
     }
     if (behaviour == "deaf") {
       std::this_thread::sleep_for(std::chrono::milliseconds(total));

@@ -137,6 +137,22 @@ TEST_F(DiagctlVerdict, of_poisoned_memory_is_trouble_of_the_test_that_met_it) {
   EXPECT_THAT(run.formatsWithout(m_step, "virtual address 0x"), IsEmpty());
 }
 
+TEST_F(DiagctlVerdict, of_a_test_names_it_when_its_package_has_gone_meanwhile) {
+  useMisbehavingPackageWith("");
+  ReportedProgram program(
+      withControlFile({"run", "-q", "-d", "Unit 0", "-t", "Long test", "-t", "Early exit"}));
+  ASSERT_TRUE(program.waitForLog("started, pass 1"));
+  const pid_t worker = program.program().awaitWorker();
+  std::filesystem::remove_all(place.path("changed"));
+  kill(worker, SIGKILL);
+  const ReportedRun run = program.finish();
+  for (const char* const test : {"Long test", "Early exit"}) {
+    m_step = std::string("Misbehaving package: ") + test + " on Unit 0";
+    expectVerdict(run, "ERROR", kNoVerdict);
+    EXPECT_THAT(run.formatsWithout(m_step, std::string("(") + test + ")"), IsEmpty()) << m_step;
+  }
+}
+
 TEST_F(DiagctlVerdict, of_a_vanished_device_is_trouble_in_one_line) {
   const ReportedRun run = misbehave("Vanished device");
   expectVerdict(run, "ERROR", kNoVerdict);
@@ -183,6 +199,25 @@ TEST_F(DiagctlVerdict, of_a_vanished_device_can_be_changed_when_a_log_is_read) {
   EXPECT_EQ(ends[0]["result"], "FAIL");
 }
 
+TEST_F(DiagctlVerdict, of_a_vanished_device_that_the_run_told_as_a_failure_can_be_taken_back) {
+  place.useMisbehavingPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-q", "-t", "Vanished device", "-t", "Behaves", "-d", "Unit 0", "--vanished",
+       "failure", "-o", "jsonl=" + log});
+  m_step = "Misbehaving package: Vanished device on Unit 0";
+  expectVerdict(reportedRun({"report", log}), "FAILED", kHardwareFailure);
+  expectVerdict(reportedRun({"report", log, "--vanished", "failure"}), "FAILED", kHardwareFailure);
+  const ReportedRun taken = reportedRun({"report", log, "--vanished", "trouble"});
+  expectVerdict(taken, "ERROR", kNoVerdict);
+  EXPECT_THAT(taken.symptomsOf(m_step), ElementsAre("device-vanished"));
+  EXPECT_THAT(linesOf(taken.accountOf(m_step, "text")),
+              ElementsAre(HasSubstr("has vanished"), HasSubstr("-> ")));
+  const Outcome copy = diagctl({"report", log, "--vanished", "trouble", "--format", "jsonl"});
+  EXPECT_EQ(artifacts(parseLines(copy.out), "testRunEnd").at(0)["status"], "ERROR");
+  EXPECT_THAT(artifacts(parseLines(copy.out), "testStepEnd"),
+              ::testing::Contains(nlohmann::json{{"status", "ERROR"}}));
+}
+
 TEST_F(DiagctlVerdict, of_a_core_that_was_taken_away_is_trouble) {
   const ReportedRun run = misbehave("Core taken away");
   expectVerdict(run, "ERROR", kNoVerdict);
@@ -209,10 +244,38 @@ TEST_F(DiagctlVerdict, of_packages_without_the_kit_follows_the_same_table) {
   expectFault(
       behave({.name = "Aborted", .milliseconds = 60'000, .more = error}, {"--total-time", "1s"}),
       "line-stuck", "line 3 is stuck.");
-  expectVerdict(behave({.name = "Remarks", .more = "Raises=warning\nEvent=8"}), "WARNING", kPassed);
+  const auto remarks = [](const char* name) {
+    return ConfiguredTest{.name = name, .more = "Raises=warning\nEvent=8"};
+  };
+  const ReportedRun warning = behave(remarks("Remarks"));
+  expectVerdict(warning, "WARNING", kPassed);
+  EXPECT_THAT(warning.formatsWithout(m_step, "line 3 is weak."), IsEmpty());
+  expectVerdict(behave(remarks("Strict"), {"--strict"}), "WARNING", kNoVerdict);
+  expectVerdict(behave(remarks("Watched"), {"--exit-style", "nagios"}), "WARNING", 1);
   const ReportedRun contradiction = behave({.name = "Contradicts", .more = error});
   expectVerdict(contradiction, "ERROR", kNoVerdict);
   EXPECT_THAT(contradiction.symptomsOf(m_step), ElementsAre("test-contradicted-itself"));
+  EXPECT_THAT(contradiction.formatsWithout(m_step, "line 3 is stuck."), IsEmpty());
+  EXPECT_THAT(contradiction.formatsWithout(m_step, "returned that all is well"), IsEmpty());
+}
+
+// The finding behind the verdict comes first where there is room for one.
+TEST_F(DiagctlVerdict, of_a_step_is_headed_by_its_own_finding) {
+  const auto expectHead = [&](const ConfiguredTest& test, const std::string& kind,
+                              const std::string& head) {
+    place.addPackage(test.name, {test}, {{"Left", "bus/left"}});
+    const Outcome line = run({"run", "-q", "-t", test.name, "--exit-style", "nagios"});
+    EXPECT_THAT(line.out, HasSubstr(" - " + test.name + " on Left: " + head));
+    const auto report = parseXml(run({"run", "-q", "-t", test.name, "--format", "junit"}).out);
+    const auto body = report["children"].at(0)["children"].at(0)["children"].at(0);
+    EXPECT_EQ(body["tag"], kind);
+    EXPECT_THAT(std::string(body["attributes"]["message"]), StartsWith(head));
+  };
+  // Both tell of an event before, which is not what the verdict says.
+  expectHead({.name = "Contradicts", .more = "Raises=error\nEvent=7"}, "error",
+             "The test raised an error and returned that all is well.");
+  expectHead({.name = "Fails", .behaviour = "fail", .more = "Raises=warning\nRaised=8\nEvent=7"},
+             "failure", "line 3 is stuck.");
 }
 
 TEST_F(DiagctlVerdict, of_the_monitors_line_names_the_fault_and_not_the_crash_behind_it) {
