@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include "diagctl/report/Formats.h"
+#include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/FailureInLines.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -49,6 +51,13 @@ int finish(Outputs& outputs, int code) {
     standardError().print("diagctl: {}\n", failure);
   }
   return outputs.failures().empty() || code != ExitCode::kPassed ? code : ExitCode::kNoVerdict;
+}
+
+void endWithoutVerdictWhenCutShort(const ReportingOptions& options) {
+  const bool isForMonitor = formatOf(options) == kSummaryFormat;
+  Interruption::endWhenCutShort(
+      translate(ExitCode::kNoVerdict, {}, options.exitStyle),
+      isForMonitor ? tr("DIAGCTL UNKNOWN: a file in use was cut short") : std::string());
 }
 
 int carryOutInStyle(const ReportingOptions& options,

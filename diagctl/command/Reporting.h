@@ -35,6 +35,9 @@ void tellFailure(const std::exception& failure);
 /// @return the code, unless it says that all is well and a report is missing.
 int finish(Outputs& outputs, int code);
 
+/// Makes a run whose libraries are cut short end without a verdict, in the style of exit codes.
+void endWithoutVerdictWhenCutShort(const ReportingOptions& options);
+
 /// Carries a verb out that fills in what became of the run, and puts its exit code into the style.
 /// A monitor gets its line of standard output for an exception, too; it is passed on in plain
 /// style.

@@ -267,6 +267,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
 
 int carryOutRun(const RunCommandOptions& options) {
   Interruption::begin();
+  endWithoutVerdictWhenCutShort(options.reporting);
   return carryOutInStyle(options.reporting,
                          [&](RunSummary& summary) { return runSelected(options, summary); });
 }

@@ -24,6 +24,10 @@ void begin();
 /// A directory that is removed when a signal ends the program at once; the last one named counts.
 /// @param directory empty for none.
 void removeWhenLeaving(const std::string& directory);
+/// What the program leaves with when a file that it has mapped, such as a library, is cut short: no
+/// signal tells who did it, and nothing that lies in the file can go on.
+/// @param code of its exit. @param line for standard output; empty for none.
+void endWhenCutShort(int code, const std::string& line);
 /// What signals and keys want of the run.
 RunRequests& requests();
 /// The signal that came, 0 for none.
