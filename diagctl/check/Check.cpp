@@ -17,6 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kGlobalSection = "GlobalSettings";
+constexpr int kMostPackages = 1000;  // a wrong count shall not fill the screen
 
 const std::vector<KeyRule> kGlobalRules = {
     {"PackDirPath", ValueKind::Directory, true}, {"LogDirPath", ValueKind::Directory, true},
@@ -50,16 +51,37 @@ void checkDisabledPackages(const ConfigurationText& text, const std::string& fil
   if (!findFault(ValueKind::Number, count).empty()) {
     return;
   }
+  if (std::stoi(count) > kMostPackages) {
+    problems.push_back(
+        {file, section, "NumPackages", tr("{} is more than {}", count, kMostPackages)});
+  }
   const std::string directory = text.value(kGlobalSection, "PackDirPath").value_or("");
-  for (int i = 1; i <= std::stoi(count); ++i) {
+  for (int i = 1; i <= std::min(std::stoi(count), kMostPackages); ++i) {
     const std::string entry = fmt::format("Package{}", i);
     checkKeys(text, file, entry, kDisableRules, problems);
     const auto name = text.value(entry, "PackageName");
-    if (name && !fs::exists(fs::path(directory) / (*name + ".cfg"))) {
-      problems.push_back(
-          {file, entry, "PackageName", tr("there is no package '{}' to leave out", *name)});
+    std::error_code failure;
+    if (name && !fs::exists(fs::path(directory) / (*name + ".cfg"), failure)) {
+      problems.push_back({file, entry, "PackageName",
+                          failure ? fmt::format("'{}': {}", *name, failure.message())
+                                  : tr("there is no package '{}' to leave out", *name)});
     }
   }
+}
+
+// What a reader could wait for without an end.
+std::string kindFaultOf(const fs::directory_entry& entry) {
+  std::error_code failure;
+  const fs::file_status status = entry.status(failure);
+  if (failure) {
+    return failure.message();
+  }
+  if (!fs::is_regular_file(status)) {
+    return tr("it is no regular file");
+  }
+  const bool isTooLarge = entry.path().extension() == ".cfg" &&
+                          entry.file_size(failure) > ConfigurationText::kLargestFile;
+  return isTooLarge ? tr("it is larger than {} bytes", ConfigurationText::kLargestFile) : "";
 }
 
 std::string lastComponent(const std::string& tag) {
@@ -81,9 +103,10 @@ std::string toText(const Problem& problem) {
 }
 
 std::vector<Problem> checkControlFile(const std::string& controlFile) {
-  const auto text = ConfigurationText::read(controlFile);
+  std::string reason;
+  const auto text = ConfigurationText::read(controlFile, reason);
   if (!text) {
-    return {{controlFile, "", "", tr("the file cannot be read")}};
+    return {{controlFile, "", "", tr("the file cannot be read: {}", reason)}};
   }
   std::vector<Problem> problems;
   checkRemarks(*text, controlFile, problems);
@@ -93,12 +116,34 @@ std::vector<Problem> checkControlFile(const std::string& controlFile) {
   return problems;
 }
 
+std::vector<Problem> checkKinds(const std::string& directory) {
+  std::vector<Problem> problems;
+  std::vector<fs::path> folders{directory};
+  for (std::size_t index = 0; index < folders.size(); ++index) {
+    std::error_code failure;
+    for (fs::directory_iterator entry(folders[index], failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+      const std::string extension = entry->path().extension().string();
+      std::error_code ignored;
+      if (index == 0 && entry->is_directory(ignored)) {
+        folders.push_back(entry->path());
+      } else if (extension == ".cfg" || extension == ".so") {
+        if (const std::string fault = kindFaultOf(*entry); !fault.empty()) {
+          problems.push_back({entry->path().string(), "", "", fault});
+        }
+      }
+    }
+  }
+  return problems;
+}
+
 std::vector<Problem> checkPackages(const std::string& directory, bool mayLoad) {
   std::vector<std::string> files;
   std::error_code failure;
   for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
        entry.increment(failure)) {
-    if (entry->path().extension() == ".cfg") {
+    std::error_code ignored;
+    if (entry->path().extension() == ".cfg" && entry->is_regular_file(ignored)) {
       files.push_back(entry->path().string());
     }
   }

@@ -22,6 +22,10 @@ std::string toText(const Problem& problem);
 /// All faults of the control file itself.
 std::vector<Problem> checkControlFile(const std::string& controlFile);
 
+/// Files of packages that are none: pipes and devices, which may keep a reader waiting for ever,
+/// links that lead nowhere, and descriptions that are too large.
+std::vector<Problem> checkKinds(const std::string& directory);
+
 /// All faults of the packages in a directory: descriptions, shared objects, tokens and texts.
 /// @param mayLoad whether shared objects may be loaded to look at their exports.
 std::vector<Problem> checkPackages(const std::string& directory, bool mayLoad);

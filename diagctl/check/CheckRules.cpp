@@ -58,13 +58,16 @@ std::string findMachineIdFault(const std::string& value) {
 std::string findPathFault(const std::string& value, bool wantsDirectory) {
   std::error_code failure;
   const fs::file_status status = fs::status(value, failure);
-  if (!fs::exists(status)) {
+  if (status.type() == fs::file_type::not_found) {
     return tr("'{}' does not exist", value);
+  }
+  if (failure) {
+    return fmt::format("'{}': {}", value, failure.message());
   }
   if (fs::is_directory(status) != wantsDirectory) {
     return wantsDirectory ? tr("'{}' is no directory", value) : tr("'{}' is a directory", value);
   }
-  return {};
+  return wantsDirectory || fs::is_regular_file(status) ? "" : tr("'{}' is no regular file", value);
 }
 
 }  // namespace

@@ -132,11 +132,17 @@ class PackageChecker {
     const fs::path file(m_file);
     const std::string library =
         (file.parent_path() / ("lib" + file.stem().string() + ".so")).string();
-    if (!fs::exists(library)) {
+    std::error_code failure;
+    const fs::file_status status = fs::status(library, failure);
+    if (status.type() == fs::file_type::not_found) {
       m_problems.push_back({library, "", "", tr("the shared object of the package is missing")});
       return;
     }
-    if (!mayLoad) {
+    if (failure) {
+      m_problems.push_back({library, "", "", failure.message()});
+      return;
+    }
+    if (!mayLoad || !fs::is_regular_file(status)) {
       return;
     }
     void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -175,6 +181,11 @@ class PackageChecker {
     }
     const std::string beside = (fs::path(m_file).parent_path() / *name).string();
     for (const std::string& path : {beside, *name}) {
+      std::error_code ignored;
+      if (fs::is_fifo(path, ignored) || fs::is_character_file(path, ignored)) {
+        tell("Package", "SODependencies", tr("'{}' is no regular file", path));
+        return;  // the loader would wait for it
+      }
       if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); handle != nullptr) {
         dlclose(handle);
         return;
@@ -215,7 +226,8 @@ class PackageChecker {
     for (fs::directory_iterator entry(fs::path(m_file).parent_path(), failure), end;
          !failure && entry != end; entry.increment(failure)) {
       const std::string name = entry->path().filename().string();
-      if (entry->is_directory() && name.size() == 2) {
+      std::error_code ignored;
+      if (entry->is_directory(ignored) && name.size() == 2) {
         names.insert(name);
       }
     }
@@ -225,6 +237,11 @@ class PackageChecker {
   void checkTexts(const std::string& language) {
     const fs::path file(m_file);
     const std::string path = (file.parent_path() / language / file.filename()).string();
+    std::error_code failure;
+    if (const auto type = fs::status(path, failure).type();
+        type != fs::file_type::regular && type != fs::file_type::not_found) {
+      return;  // told already
+    }
     const auto texts = ConfigurationText::read(path);
     if (!texts) {
       m_problems.push_back({path, "", "", tr("the file of texts is missing or cannot be read")});
@@ -251,9 +268,10 @@ class PackageChecker {
 
 void checkPackage(const std::string& descriptionFile, bool mayLoad,
                   std::vector<Problem>& problems) {
-  const auto text = ConfigurationText::read(descriptionFile);
+  std::string reason;
+  const auto text = ConfigurationText::read(descriptionFile, reason);
   if (!text) {
-    problems.push_back({descriptionFile, "", "", tr("the file cannot be read")});
+    problems.push_back({descriptionFile, "", "", tr("the file cannot be read: {}", reason)});
     return;
   }
   PackageChecker(descriptionFile, *text, problems).check(mayLoad);

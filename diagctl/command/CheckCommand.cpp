@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <exception>
 #include <vector>
 
@@ -18,6 +19,12 @@ namespace {
 
 void append(std::vector<Problem>& problems, const std::vector<Problem>& more) {
   problems.insert(problems.end(), more.begin(), more.end());
+}
+
+// The controller believes it, and looks for as many packages.
+bool hasWrongCount(const std::vector<Problem>& problems) {
+  return std::any_of(problems.begin(), problems.end(),
+                     [](const Problem& problem) { return problem.key == "NumPackages"; });
 }
 
 // Devices are only known once the packages were asked. What keeps them from being asked may be a
@@ -44,17 +51,23 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
   if (const auto text = ConfigurationText::read(controlFile)) {
     packages = text->value("GlobalSettings", "PackDirPath").value_or("");
   }
-  const std::vector<std::string> insecure =
-      checksPermissions ? findInsecureFiles(controlFile, packages) : std::vector<std::string>();
+  const std::vector<Problem> strange =
+      packages.empty() ? std::vector<Problem>() : checkKinds(packages);
+  append(problems, strange);
+  const bool mayRead = strange.empty();
+  const std::vector<std::string> insecure = checksPermissions && mayRead
+                                                ? findInsecureFiles(controlFile, packages)
+                                                : std::vector<std::string>();
   for (const std::string& finding : insecure) {
     problems.push_back({"permissions", "", "", finding});
   }
-  // Code by way of an insecure file is not loaded, not even to look at it.
-  const bool mayLoad = insecure.empty();
+  // Code by way of an insecure file is not loaded, not even to look at it; and what is no file may
+  // keep a reader waiting for ever.
+  const bool mayLoad = mayRead && insecure.empty();
   if (!packages.empty()) {
     append(problems, checkPackages(packages, mayLoad));
   }
-  if (!packages.empty() && mayLoad) {
+  if (!packages.empty() && mayLoad && !hasWrongCount(problems)) {
     checkByRunning(controlFile, language, problems);
   }
   for (const Problem& problem : problems) {

@@ -1,6 +1,13 @@
 #include "diagctl/session/ConfigurationText.h"
 
-#include <fstream>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <sstream>
+#include <system_error>
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "System/SysUtil.h"
@@ -12,16 +19,64 @@ namespace {
 
 constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
 
-}  // namespace
+/// Closes what it holds.
+struct Descriptor {
+  int number;
 
-std::optional<ConfigurationText> ConfigurationText::read(const std::string& path) {
-  std::ifstream file(path);
-  if (!file || file.peek() == std::ifstream::traits_type::eof()) {
-    file.clear();
-    if (!std::ifstream(path)) {
+  explicit Descriptor(int opened) : number(opened) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number >= 0) {
+      close(number);
+    }
+  }
+};
+
+// Opened without waiting for anybody, and looked at before it is read.
+std::optional<std::string> contentOf(const std::string& path, std::string& reason) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  struct stat info {};
+  if (file.number < 0 || fstat(file.number, &info) != 0) {
+    reason = std::generic_category().message(errno);
+    return std::nullopt;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    reason = tr("it is no regular file");
+    return std::nullopt;
+  }
+  std::string content;
+  for (char block[8192];;) {
+    const ssize_t count = ::read(file.number, block, sizeof block);
+    if (count == 0) {
+      return content;
+    }
+    if (count < 0 && errno != EINTR) {
+      reason = std::generic_category().message(errno);
+      return std::nullopt;
+    }
+    content.append(block, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (content.size() > ConfigurationText::kLargestFile) {
+      reason = tr("it is larger than {} bytes", ConfigurationText::kLargestFile);
       return std::nullopt;
     }
   }
+}
+
+}  // namespace
+
+std::optional<ConfigurationText> ConfigurationText::read(const std::string& path) {
+  std::string ignored;
+  return read(path, ignored);
+}
+
+std::optional<ConfigurationText> ConfigurationText::read(const std::string& path,
+                                                         std::string& reason) {
+  const auto content = contentOf(path, reason);
+  if (!content) {
+    return std::nullopt;
+  }
+  std::istringstream file(*content);
   ConfigurationText text;
   int number = 0;
   for (std::string line; std::getline(file, line);) {

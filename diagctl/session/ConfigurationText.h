@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -18,8 +19,14 @@ class ConfigurationText {
     std::string text;
   };
 
-  /// @return nothing if the file cannot be read.
+  /// The most bytes of a file that are read.
+  static constexpr std::size_t kLargestFile = 16UL << 20U;
+
+  /// @return nothing if the file cannot be read, is no regular file or too large: a pipe or a
+  ///   device may never end.
   static std::optional<ConfigurationText> read(const std::string& path);
+  /// @param reason is told when there is nothing, for people.
+  static std::optional<ConfigurationText> read(const std::string& path, std::string& reason);
 
   bool hasSection(const std::string& section) const { return m_sections.contains(section); }
   /// The value of a key; nothing where the library takes it for missing: absent, empty, too long.
