@@ -10,8 +10,8 @@ namespace TarvexDiags::Storage {
 
 /// @brief A command of ATA that asks for a block of data.
 struct AtaCommand {
-  const char* name;
-  std::uint8_t code;
+  const char* name = "";
+  std::uint8_t code = 0;
   std::uint8_t feature = 0;
   std::uint8_t lbaLow = 0;
   std::uint8_t lbaMiddle = 0;

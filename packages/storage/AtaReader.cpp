@@ -81,7 +81,7 @@ AtaLogPages generalLogs(RecordReader& reader, const AtaIdentity& identity) {
 
 AtaStatistics statisticsOf(RecordReader& reader, const AtaLogPages& logs) {
   AtaStatistics statistics;
-  if (logs.count(Statistics) == 0) {
+  if (!logs.contains(Statistics)) {
     return statistics;
   }
   const auto pages = reader.read(generalLog(kReadStatistics, Statistics), ataStatisticsPagesFrom);
@@ -254,7 +254,7 @@ class AtaReader final : public HealthReader {
   static std::optional<AtaErrorLog> readErrors(RecordReader& reader, const AtaIdentity& identity,
                                                const std::optional<AtaSmartData>& data,
                                                const AtaLogPages& logs) {
-    if (logs.count(ExtendedErrors) > 0) {
+    if (logs.contains(ExtendedErrors)) {
       return reader.readLatest(kReadExtendedErrors, ExtendedErrors, kErrorsOnPage,
                                ataExtendedErrorLogFrom);
     }
@@ -267,7 +267,7 @@ class AtaReader final : public HealthReader {
                                                      const AtaIdentity& identity,
                                                      const std::optional<AtaSmartData>& data,
                                                      const AtaLogPages& logs) {
-    if (logs.count(ExtendedSelfTests) > 0) {
+    if (logs.contains(ExtendedSelfTests)) {
       return reader.readLatest(kReadExtendedSelfTests, ExtendedSelfTests, kSelfTestsOnPage,
                                ataExtendedSelfTestLogFrom);
     }

@@ -105,9 +105,9 @@ Sense senseOfFixedFormat(Record sense) {
 
 }  // namespace
 
-ScsiCommand::ScsiCommand(std::initializer_list<std::uint8_t> bytes, std::size_t answer)
+ScsiCommand::ScsiCommand(std::initializer_list<std::uint8_t> bytes, std::size_t mostAnswered)
     : blockBytes(static_cast<std::uint8_t>(std::min(bytes.size(), block.size()))),
-      answerBytes(answer) {
+      answerBytes(mostAnswered) {
   std::copy_n(bytes.begin(), blockBytes, block.begin());
 }
 

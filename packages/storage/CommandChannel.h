@@ -20,8 +20,8 @@ namespace TarvexDiags::Storage {
 
 /// @brief A command that asks a disk for something and changes nothing on it.
 struct ScsiCommand {
-  /// @param answerBytes as many as the disk may send; 0 for a command without data
-  ScsiCommand(std::initializer_list<std::uint8_t> block, std::size_t answerBytes);
+  /// @param mostAnswered bytes that the disk may send; 0 for a command without data
+  ScsiCommand(std::initializer_list<std::uint8_t> bytes, std::size_t mostAnswered);
 
   std::array<std::uint8_t, 16> block{};  ///< the command descriptor block
   std::uint8_t blockBytes;               ///< of it: 6, 10, 12 or 16

@@ -6,6 +6,7 @@
 
 #include "packagekit/UniqueDescriptor.h"
 #include "packages/storage/AtaReader.h"
+#include "packages/storage/BridgedReader.h"
 #include "packages/storage/CommandChannel.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
@@ -106,10 +107,10 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
   if (disk.attachment == Attachment::Nvme) {
     return std::make_unique<NvmeReader>(disk);
   }
-  if (disk.attachment == Attachment::Ata) {
-    return makeAtaReader(openChannel(disk), disk.name);
-  }
-  return makeScsiReader([disk] { return openChannel(disk); }, disk.name);
+  auto scsi = makeScsiReader([disk] { return openChannel(disk); }, disk.name);
+  return disk.attachment == Attachment::Ata
+             ? makeBridgedReader(makeAtaReader(openChannel(disk), disk.name), std::move(scsi))
+             : std::move(scsi);
 }
 
 }  // namespace TarvexDiags::Storage

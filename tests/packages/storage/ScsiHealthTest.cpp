@@ -5,6 +5,7 @@
 #include <fstream>
 #include <map>
 
+#include "packages/storage/BridgedReader.h"
 #include "packages/storage/ScsiReader.h"
 #include "packages/storage/ScsiRecords.h"
 #include "tests/support/RecordingJournal.h"
@@ -185,6 +186,58 @@ TEST(ScsiErrorLogs, tell_what_the_kernel_counts_to_a_user_who_may_not_open_the_d
   std::filesystem::remove_all(root);
   EXPECT_THROW(makeScsiReader(forbidden, "sdb", root)->errorLog(), NotSupported);
   EXPECT_THROW(ScsiModel().reader()->errorLog(), NotSupported);
+}
+
+// --- Bridges
+
+/// @brief Tells the hours that it was made with, or that it cannot.
+class KnownReader : public HealthReader {
+ public:
+  explicit KnownReader(std::uint64_t hours, std::string refusal = {})
+      : m_hours(hours), m_refusal(std::move(refusal)) {}
+  HealthReport health() override {
+    refuseIfAsked();
+    HealthReport health;
+    health.powerOnHours = m_hours;
+    return health;
+  }
+  ErrorLog errorLog() override {
+    refuseIfAsked();
+    ErrorLog log;
+    log.senseData = m_hours;
+    return log;
+  }
+
+ private:
+  void refuseIfAsked() const {
+    if (!m_refusal.empty()) {
+      throw NotSupported(m_refusal);
+    }
+  }
+
+  std::uint64_t m_hours;
+  std::string m_refusal;
+};
+
+std::unique_ptr<HealthReader> bridge(const std::string& ata, const std::string& scsi) {
+  return makeBridgedReader(std::make_unique<KnownReader>(1, ata),
+                           std::make_unique<KnownReader>(2, scsi));
+}
+
+TEST(BridgedHealth, is_read_by_scsi_only_where_ata_is_refused) {
+  EXPECT_EQ(bridge("", "")->health().powerOnHours, 1U);
+  EXPECT_EQ(bridge("", "")->errorLog().senseData, 1U);
+  EXPECT_EQ(bridge("refused", "")->health().powerOnHours, 2U);
+  EXPECT_EQ(bridge("refused", "")->errorLog().senseData, 2U);
+}
+
+TEST(BridgedHealth, that_is_not_to_be_had_either_way_has_the_reason_of_ata) {
+  try {
+    bridge("refused", "no pages")->health();
+    FAIL();
+  } catch (const NotSupported& reason) {
+    EXPECT_STREQ(reason.what(), "refused");
+  }
 }
 
 }  // namespace
