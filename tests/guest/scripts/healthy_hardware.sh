@@ -31,6 +31,8 @@ run disks --quick -p storage --exclude-test 'Write and verify'
 must the_nvme_disk_passes all_are PASSED disks "\\($nvme\\)"
 must the_sata_disk_passes all_are PASSED disks "(scan|read|stability|outliers) on .*\\($sata\\)"
 must the_sata_disk_tells_its_health all_are PASSED disks "Health on .*\\($sata\\)"
+must the_sata_disk_tells_its_error_log all_are PASSED disks "Error log on .*\\($sata\\)"
+must the_sata_disk_tells_its_serial_number grep -q "$sata: .*LAB-SATA" "$WORK/disks.jsonl"
 must the_scsi_disk_passes all_are PASSED disks "(scan|read|stability|outliers) on .*\\($scsi\\)"
 must healthy_disks_give_no_warning not grep -qE '^(UNUSUAL|FAILED|ERROR)' "$WORK/disks.steps"
 
