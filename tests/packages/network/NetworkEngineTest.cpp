@@ -644,7 +644,7 @@ TEST(NetworkLink, that_is_well_is_told) {
   judgeLink(etherLink(), control, {1000}, journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_THAT(journal.parametersOf(NetworkEvent::Link),
-              ElementsAre("eth7", "up", "1000 Mb/s", "full"));
+              ElementsAre("eth7", "up", "1000 Mb/s", "DUPLEX_FULL"));
   EXPECT_THAT(journal.parametersOf(NetworkEvent::Driver),
               ElementsAre("eth7", "e1000", "1", "2", "0000:00:03.0"));
 }
@@ -779,79 +779,6 @@ TEST(NetworkDiscovery, leaves_out_what_is_switched_off_or_made_of_software) {
   EXPECT_THAT(whyNoDevice(link), HasSubstr("switched off"));
   link.kind = "bridge";
   EXPECT_THAT(whyNoDevice(link), HasSubstr("bridge"));
-}
-
-// --- Strangers
-
-/// @brief The addresses of this process's sockets that wait for whoever comes.
-std::vector<sockaddr_in> waitingSockets() {
-  std::vector<sockaddr_in> found;
-  for (int descriptor = 3; descriptor < 256; ++descriptor) {
-    int kind = 0;
-    int listens = 0;
-    sockaddr_in address{};
-    socklen_t size = sizeof kind;
-    if (getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &kind, &size) != 0) {
-      continue;
-    }
-    getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size);
-    size = sizeof address;
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-    if (address.sin_family == AF_INET && (kind == SOCK_DGRAM || listens != 0)) {
-      found.push_back(address);
-    }
-  }
-  return found;
-}
-
-/// @brief Comes between as soon as a socket of the end is there, and says something.
-class Stranger {
- public:
-  explicit Stranger(int kind) : m_kind(kind) {}
-
-  End at(End end) {
-    end.inside = [this](const std::function<void()>& action) {
-      action();
-      if (m_sockets.empty()) {
-        std::ranges::for_each(waitingSockets(), [this](const auto& target) { speakTo(target); });
-      }
-    };
-    return end;
-  }
-
-  std::size_t count() const { return m_sockets.size(); }
-
- private:
-  void speakTo(const sockaddr_in& target) {
-    PackageKit::UniqueDescriptor socket(::socket(AF_INET, m_kind | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(connect(socket.get(), reinterpret_cast<const sockaddr*>(&target), sizeof target), 0);
-    const std::string words(1000, 'x');
-    EXPECT_EQ(send(socket.get(), words.data(), words.size(), 0), 1000);
-    m_sockets.push_back(std::move(socket));
-  }
-
-  int m_kind;
-  std::vector<PackageKit::UniqueDescriptor> m_sockets;
-};
-
-TEST(NetworkStrangers, who_connect_first_are_turned_away) {
-  Stranger stranger(SOCK_STREAM);
-  RecordingJournal journal;
-  const StreamFigures figures = verifyStreams(
-      [&](unsigned int) { return connectStream(loopbackEnd(), stranger.at(loopbackEnd())); },
-      stream(kMib), kLoopback, journal);
-  EXPECT_GT(stranger.count(), 0U);
-  EXPECT_TRUE(figures.isWhole);
-  EXPECT_THAT(journal.complaints(), IsEmpty());
-}
-
-TEST(NetworkStrangers, whose_datagrams_come_first_are_not_heard) {
-  Stranger stranger(SOCK_DGRAM);
-  RecordingJournal journal;
-  const auto link = connectDatagrams(loopbackEnd(), stranger.at(loopbackEnd()));
-  verifyDatagrams(*link, datagrams(), kLoopback, journal);
-  EXPECT_GT(stranger.count(), 0U);
-  EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
 // --- From one interface to the other
