@@ -4,6 +4,7 @@
 //
 //   read-error=OFFSET:LENGTH:ERRNO   reads that touch the range fail
 //   empty-after=COUNT                reads from that number on get no bytes
+//   silent=1                         who opens a file past the page cache gets no answer
 //   unstable=OFFSET                  a bit of the byte flips at every second read
 //   flip-write=OFFSET                a bit of the byte is written wrongly
 //   lose-write=OFFSET:LENGTH         what is written to the range becomes zeros
@@ -83,6 +84,9 @@ int openFile(const char* path, fuse_file_info* info, int flags, mode_t mode) {
 }
 
 int openExisting(const char* path, fuse_file_info* info) {
+  while (fault("silent").isOn && (info->flags & O_DIRECT) != 0) {
+    pause();
+  }
   return openFile(path, info, info->flags, 0);
 }
 

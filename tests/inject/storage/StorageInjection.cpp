@@ -108,6 +108,15 @@ TEST_F(DiskFault, file_system_that_halts_is_told_as_a_disk_that_does_not_answer)
              "has not ended within 2 s");
 }
 
+TEST_F(DiskFault, file_system_that_does_not_open_a_file_is_told_as_a_disk_that_does_not_answer) {
+  const LyingFileSystem& lies = lie({"silent=1"});
+  ReportedProgram program(bench.arguments("Random read", "disk"));
+  EXPECT_TRUE(program.waitForLog("does not answer", std::chrono::seconds(30)));
+  lies.signal(SIGKILL);  // until then, what it has taken holds the worker in the kernel
+  expectTold(program.finish(), stepOf("Random read"), "FAILED", ExitCode::kHardwareFailure,
+             "has not ended within 2 s");
+}
+
 TEST_F(DiskFault, mismatch_of_protection_information_is_named) {
   lie({"read-error=1048576:4096:" + std::to_string(EILSEQ)});
   expectTold(run("Sequential read scan"), stepOf("Sequential read scan"), "FAILED",
