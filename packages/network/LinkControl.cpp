@@ -130,7 +130,7 @@ class EthtoolControl final : public LinkControl {
   SelfTestResult selfTest(bool offline) override {
     const unsigned int parts = driver().selfTests;
     if (parts == 0) {
-      throw NotSupported(m_interface + ": the driver has no self-test");
+      throw NotSupported("NO_SELF_TEST");
     }
     Request request(sizeof(ethtool_test) + parts * sizeof(std::uint64_t));
     auto* test = request.as<ethtool_test>();

@@ -10,7 +10,7 @@ std::string speedText(const LinkMode& mode) {
 }
 
 std::string duplexText(Duplex duplex) {
-  return duplex == Duplex::Full ? "full" : duplex == Duplex::Half ? "half" : "?";
+  return duplex == Duplex::Full ? "DUPLEX_FULL" : duplex == Duplex::Half ? "DUPLEX_HALF" : "?";
 }
 
 /// @brief What the driver tells; drivers of virtual interfaces often tell nothing.
@@ -39,7 +39,7 @@ void tellDriver(const std::string& interface, LinkControl& control, RunJournal& 
 void judgeLink(const Link& link, LinkControl& control, const LinkLimits& limits,
                RunJournal& journal) {
   if (!link.up) {
-    throw NotSupported(link.name + " is switched off");
+    throw NotSupported("INTERFACE_OFF");
   }
   const LinkMode mode = modeOf(control);
   tellDriver(link.name, control, journal);

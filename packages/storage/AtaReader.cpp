@@ -240,7 +240,7 @@ class AtaReader final : public HealthReader {
 
   void addOwnLogs(ErrorLog& log) {
     const AtaIdentity identity = identityWithSmart();
-    log.origin = log.origin.empty() ? "S.M.A.R.T." : "S.M.A.R.T., " + log.origin;
+    log.origin = log.origin.empty() ? "S.M.A.R.T." : "SMART_AND_KERNEL_COUNTERS";
     RecordReader reader(*m_channel, log.unusableAnswers);
     const auto data = reader.read(kReadData, ataSmartDataFrom);
     const AtaLogPages logs = generalLogs(reader, identity);

@@ -24,10 +24,6 @@ struct Offer {
   std::string obstacle;
 };
 
-std::string messageOf(int error) {
-  return std::generic_category().message(error);
-}
-
 /// @brief The first of a file system's usual places that this user may write to; empty if none,
 /// with the last one's reason in errno.
 std::string writableOn(const std::string& mount) {

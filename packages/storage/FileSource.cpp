@@ -19,7 +19,6 @@
 #include <system_error>
 #include <utility>
 
-#include "packages/storage/Figures.h"
 #include "packages/storage/StorageEvents.h"
 
 namespace TarvexDiags::Storage {
@@ -190,8 +189,7 @@ std::unique_ptr<BlockSource> makeSource(OpenedFile file, const SourceOptions& op
     }
     return makeThreadSource(std::move(file), options);
   } catch (const std::bad_alloc&) {
-    const auto bytes = std::uint64_t{options.slots} * options.slotSize;
-    throw NotSupported("too little memory for the buffers, which take " + sizeText(bytes));
+    throw NotSupported("NO_MEMORY_FOR_BUFFERS");
   }
 }
 

@@ -20,7 +20,7 @@ struct BeyondThreshold {
 
 /// @brief What a disk says of itself, of either kind; what a disk does not tell is absent.
 struct HealthReport {
-  std::vector<std::string> criticalWarnings;  ///< "the spare capacity is used up" and the like
+  std::vector<std::string> criticalWarnings;  ///< tokens of the package's texts
   bool failing = false;                       ///< the disk's own verdict
   std::string failingText;                    ///< where it says so, in terms that no language has
   std::vector<BeyondThreshold> failingAttributes;  ///< the disk is about to fail
@@ -48,7 +48,7 @@ struct ErrorLogEntry {
 enum class SelfTestEnd { PassedOrNever, Running, Interrupted, Failed };
 
 struct ErrorLog {
-  std::string origin;                  ///< where it was read, such as "NVMe error log"
+  std::string origin;                  ///< where it was read: a token, or a name in no language
   std::uint64_t harmless = 0;          ///< entries that blame a program's request, not the disk
   std::vector<ErrorLogEntry> entries;  ///< the latest first
   /// Commands that the kernel counted as ended with sense data. A sound disk has some: what it does

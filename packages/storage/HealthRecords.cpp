@@ -38,12 +38,12 @@ bool blamesTheDisk(int status) {
 constexpr int kFreezingPoint = 273;  // temperatures are told in Kelvin
 
 constexpr std::array<std::pair<unsigned int, const char*>, 6> kCriticalWarnings{{
-    {NVME_SMART_CRIT_SPARE, "the spare capacity has fallen below its threshold"},
-    {NVME_SMART_CRIT_TEMPERATURE, "a temperature is beyond its threshold"},
-    {NVME_SMART_CRIT_DEGRADED, "reliability is degraded by media or internal errors"},
-    {NVME_SMART_CRIT_MEDIA, "all of the media has been placed in read only mode"},
-    {NVME_SMART_CRIT_VOLATILE_MEMORY, "the backup of the volatile memory has failed"},
-    {NVME_SMART_CRIT_PMR_RO, "the persistent memory region has become read only"},
+    {NVME_SMART_CRIT_SPARE, "SPARE_BELOW_THRESHOLD"},
+    {NVME_SMART_CRIT_TEMPERATURE, "TEMPERATURE_BEYOND_THRESHOLD"},
+    {NVME_SMART_CRIT_DEGRADED, "RELIABILITY_DEGRADED"},
+    {NVME_SMART_CRIT_MEDIA, "MEDIA_READ_ONLY"},
+    {NVME_SMART_CRIT_VOLATILE_MEMORY, "VOLATILE_BACKUP_FAILED"},
+    {NVME_SMART_CRIT_PMR_RO, "PERSISTENT_REGION_READ_ONLY"},
 }};
 
 }  // namespace
@@ -67,7 +67,7 @@ HealthReport healthFrom(const nvme_smart_log& log) {
 
 ErrorLog errorLogFrom(std::span<const nvme_error_log_page> pages) {
   ErrorLog log;
-  log.origin = "NVMe error log";
+  log.origin = "NVME_ERROR_LOG";
   for (const nvme_error_log_page& page : pages) {
     if (page.error_count == 0) {
       continue;  // an entry that was never filled
@@ -78,9 +78,8 @@ ErrorLog errorLogFrom(std::span<const nvme_error_log_page> pages) {
       ++log.harmless;
       continue;
     }
-    log.entries.push_back(
-        {1, fmt::format("error {}, queue {}, block {}: {}", page.error_count, page.sqid, page.lba,
-                        nvme_status_to_string(status, false))});
+    log.entries.push_back({1, fmt::format("#{}, SQ {}, LBA {}: {}", page.error_count, page.sqid,
+                                          page.lba, nvme_status_to_string(status, false))});
   }
   return log;
 }
@@ -112,10 +111,10 @@ ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sy
     throw NotSupported(name + ": the kernel keeps no error counters for it");
   }
   ErrorLog log;
-  log.origin = "kernel counters";
+  log.origin = "KERNEL_COUNTERS";
   log.senseData = senseData.value_or(0);
   if (timeOuts.value_or(0) > 0) {
-    log.entries.push_back({*timeOuts, "commands that timed out"});
+    log.entries.push_back({*timeOuts, "COMMANDS_TIMED_OUT"});
   }
   return log;
 }

@@ -36,7 +36,7 @@ Transfer readOf(unsigned int slot, std::uint64_t offset, std::uint64_t length) {
 
 ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
                              const std::string& disk, RunJournal& journal) {
-  requireSize(source, source.blockSize(), disk);
+  requireSize(source, source.blockSize());
   ZoneWalk walk(spreadZones(source.size(), options.bytes, options.zone, source.blockSize()),
                 slotSize(source));
   Progress progress(journal, walk.total());
@@ -70,7 +70,7 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
 
 ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, const std::string& disk,
                          RunJournal& journal) {
-  requireSize(source, slotSize(source), disk);
+  requireSize(source, slotSize(source));
   RandomPlaces places(source.size(), slotSize(source), options.seed);
   Progress progress(journal, options.reads);
   ReadErrors errors(source, journal, disk);
@@ -195,7 +195,7 @@ class SlowBlockSearch {
 
 ReadFigures findSlowBlocks(BlockSource& source, const LatencyOptions& options,
                            const std::string& disk, RunJournal& journal) {
-  requireSize(source, slotSize(source), disk);
+  requireSize(source, slotSize(source));
   RandomPlaces places(source.size(), slotSize(source), options.seed);
   Progress progress(journal, options.reads);
   ReadErrors errors(source, journal, disk);

@@ -52,7 +52,7 @@ void ReadErrors::requireDiskIsThere() {
       return;
     }
   }
-  requirePresence(m_source, {m_journal, m_disk}, causeOf(unreadable->error));
+  requirePresence(m_source, {m_journal, m_disk}, messageOf(unreadable->error));
 }
 
 void ReadErrors::isolate(const Place& failed) {

@@ -175,7 +175,7 @@ class StabilityCheck {
 
 ReadFigures checkStability(BlockSource& source, const StabilityOptions& options,
                            const std::string& disk, RunJournal& journal) {
-  requireSize(source, source.blockSize(), disk);
+  requireSize(source, source.blockSize());
   return StabilityCheck(source, options, disk, journal).run();
 }
 

@@ -152,9 +152,9 @@ Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer
   return inFlight.wait();
 }
 
-void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk) {
+void requireSize(const BlockSource& source, std::uint64_t bytes) {
   if (source.size() < bytes) {
-    throw NotSupported(disk + " has " + std::to_string(source.size()) + " bytes, too few to test");
+    throw NotSupported("DISK_TOO_SMALL");
   }
 }
 
@@ -169,7 +169,7 @@ void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Com
   const bool endsEarly =
       transfer.direction == Direction::Read && error == 0 && completion.length == 0;
   if (endsEarly || saysVanished(error) || source.hasVanished()) {
-    throwVanished(disk, endsEarly ? "reads give no bytes" : causeOf(error));
+    throwVanished(disk, endsEarly ? "0 B" : messageOf(error));
   }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
     throw std::system_error(error, std::generic_category(), disk);
@@ -200,14 +200,18 @@ void throwVanished(const std::string& disk, const std::string& cause) {
   throw std::system_error(ENODEV, std::generic_category(), disk + " (" + cause + ")");
 }
 
+std::string messageOf(int error) {
+  return std::generic_category().message(error == 0 ? EIO : error);
+}
+
 std::string causeOf(int error) {
   switch (error) {
     case 0:
-      return "fewer bytes than asked for";
+      return "FEWER_BYTES";
     case EILSEQ:
-      return "the protection information does not match the data";
+      return "PROTECTION_MISMATCH";
     default:
-      return std::generic_category().message(error);
+      return messageOf(error);
   }
 }
 

@@ -72,7 +72,7 @@ void transferAll(BlockSource& source, const Waiter& waiter,
 Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer);
 
 /// @brief Throws NotSupported when the disk is smaller than the given number of bytes.
-void requireSize(const BlockSource& source, std::uint64_t bytes, const std::string& disk);
+void requireSize(const BlockSource& source, std::uint64_t bytes);
 
 /// @brief Whether the transfer moved all its bytes.
 inline bool succeeded(const Transfer& transfer, const Completion& completion) {
@@ -95,7 +95,11 @@ bool saysVanished(int error);
 /// @brief Throws std::system_error with ENODEV.
 [[noreturn]] void throwVanished(const std::string& disk, const std::string& cause);
 
-/// @brief The message of an errno; a short transfer, which has none, is told as such.
+/// @brief The message of an errno; a short transfer is told as a fault of its own kind, EIO.
+std::string messageOf(int error);
+
+/// @brief The same as a parameter of an event. A short transfer, which has none, and what the
+/// kernel's message would mislead about, are tokens of the package's texts.
 std::string causeOf(int error);
 
 }  // namespace TarvexDiags::Storage

@@ -139,7 +139,7 @@ class WriteVerifyRun {
       return;
     }
     if (completion.error != 0) {
-      requirePresence(m_source, waiter(), causeOf(completion.error));
+      requirePresence(m_source, waiter(), messageOf(completion.error));
     }
     tellFailedWrites();
   }
@@ -253,7 +253,7 @@ class WriteVerifyRun {
 
 WriteVerifyFigures writeAndVerify(BlockSource& source, const WriteVerifyOptions& options,
                                   const std::string& disk, RunJournal& journal) {
-  requireSize(source, source.blockSize(), disk);
+  requireSize(source, source.blockSize());
   return WriteVerifyRun(source, options, disk, journal).run();
 }
 

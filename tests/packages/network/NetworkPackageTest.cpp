@@ -240,7 +240,7 @@ TEST_F(NetworkPackagePair, has_no_verdict_while_it_is_switched_off) {
   configure(driver);
   const auto run = runQuick(driver, "left", {1});
   EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS);
-  EXPECT_EQ(run.parametersOf(9040).at(3), "left is switched off");
+  EXPECT_EQ(run.parametersOf(9040).at(3), "INTERFACE_OFF");
 }
 
 }  // namespace

@@ -306,10 +306,14 @@ TEST(StorageHealth, names_each_fault_of_an_nvme_disk) {
     std::string parameter;
   };
   const std::vector<Case> cases{
-      {[](auto& log) { log.critical_warning = 1; }, StorageEvent::CriticalWarning, "spare"},
-      {[](auto& log) { log.critical_warning = 4; }, StorageEvent::CriticalWarning, "degraded"},
-      {[](auto& log) { log.critical_warning = 8; }, StorageEvent::CriticalWarning, "read only"},
-      {[](auto& log) { log.critical_warning = 16; }, StorageEvent::CriticalWarning, "backup"},
+      {[](auto& log) { log.critical_warning = 1; }, StorageEvent::CriticalWarning,
+       "SPARE_BELOW_THRESHOLD"},
+      {[](auto& log) { log.critical_warning = 4; }, StorageEvent::CriticalWarning,
+       "RELIABILITY_DEGRADED"},
+      {[](auto& log) { log.critical_warning = 8; }, StorageEvent::CriticalWarning,
+       "MEDIA_READ_ONLY"},
+      {[](auto& log) { log.critical_warning = 16; }, StorageEvent::CriticalWarning,
+       "VOLATILE_BACKUP_FAILED"},
       {[](auto& log) { log.media_errors[0] = 7; }, StorageEvent::MediaErrors, "7"},
       {[](auto& log) { log.media_errors[15] = 1; }, StorageEvent::MediaErrors,
        "18446744073709551615"},
@@ -335,7 +339,7 @@ TEST(StorageErrorLog, of_an_nvme_disk_names_the_latest_error) {
   judgeErrorLog(errorLogFrom(pages), {}, "nvme0n1", clean);
   EXPECT_THAT(clean.complaints(), IsEmpty());
   EXPECT_THAT(clean.parametersOf(StorageEvent::ErrorLogRead),
-              ElementsAre("nvme0n1", "NVMe error log", "1"));
+              ElementsAre("nvme0n1", "NVME_ERROR_LOG", "1"));
 
   pages[0].error_count = 12;
   pages[0].lba = 4711;
@@ -349,7 +353,7 @@ TEST(StorageErrorLog, of_an_nvme_disk_names_the_latest_error) {
   const auto parameters = journal.parametersOf(StorageEvent::ErrorLogEntries);
   ASSERT_THAT(parameters, SizeIs(3));
   EXPECT_EQ(parameters[1], "2");
-  EXPECT_THAT(parameters[2], HasSubstr("block 4711"));
+  EXPECT_THAT(parameters[2], HasSubstr("LBA 4711"));
   EXPECT_THAT(parameters[2], HasSubstr("Unrecovered Read Error"));
 }
 
@@ -360,7 +364,7 @@ TEST(StorageErrorLog, of_the_kernel_warns_of_commands_that_timed_out) {
   RecordingJournal journal;
   judgeErrorLog(kernelErrorLog("sda", tree.root()), {}, "sda", journal);
   EXPECT_THAT(journal.parametersOf(StorageEvent::ErrorLogEntries),
-              ElementsAre("sda", "2", "commands that timed out"));
+              ElementsAre("sda", "2", "COMMANDS_TIMED_OUT"));
 }
 
 TEST(StorageErrorLog, of_a_sound_disk_may_count_what_it_refused) {

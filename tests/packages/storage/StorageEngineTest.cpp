@@ -380,7 +380,7 @@ TEST(StorageScan, takes_a_short_read_for_a_fault) {
   RecordingJournal journal;
   EXPECT_EQ(scanSequentially(faulty, {}, kDisk, journal).unreadableBlocks, 1U);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
-              ElementsAre("sdz", "7", "1", "4096", "fewer bytes than asked for"));
+              ElementsAre("sdz", "7", "1", "4096", "FEWER_BYTES"));
 }
 
 TEST(StorageScan, ends_when_the_disk_is_gone) {
@@ -677,8 +677,7 @@ TEST(StorageScan, tells_a_mismatch_of_protection_information_as_such) {
   faulty.failReads(2 * kMib, 1, EILSEQ);
   RecordingJournal journal;
   scanSequentially(faulty, {}, kDisk, journal);
-  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable).at(4),
-              testing::HasSubstr("protection information"));
+  EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable).at(4), "PROTECTION_MISMATCH");
 }
 
 TEST(StorageScan, gives_up_on_a_disk_that_reads_nothing) {
@@ -1098,7 +1097,7 @@ TEST_F(StorageWriteVerify, takes_a_write_that_is_cut_short_by_a_full_file_system
 TEST_F(StorageWriteVerify, tells_a_write_that_is_cut_short_again_and_again) {
   faulty.shortenWrites(kMib, FaultySource::kAlways);
   run();
-  EXPECT_EQ(journal.parametersOf(StorageEvent::WriteFailed).at(3), "fewer bytes than asked for");
+  EXPECT_EQ(journal.parametersOf(StorageEvent::WriteFailed).at(3), "FEWER_BYTES");
 }
 
 TEST_F(StorageWriteVerify, does_not_blame_the_disk_for_a_file_system_set_read_only) {
