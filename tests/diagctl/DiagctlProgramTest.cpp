@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "DiagCtrl/DiagCtrlEvent.h"
+#include "diagctl/session/OpenFiles.h"
 #include "packagekit/KitEvents.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
@@ -92,8 +93,39 @@ TEST_F(Diagctl, run_of_more_tests_at_once_needs_more_open_files) {
   few.openFiles = 24;
   const Outcome outcome = run({"run", "-t", "Good", "--parallel"}, few);
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(outcome.err, HasSubstr("and 32 are needed"));
+  EXPECT_THAT(outcome.err, HasSubstr("and 29 are needed"));
   EXPECT_EQ(run({"run", "-q", "-t", "Good", "--serial"}, few).exitCode, kPassed);
+}
+
+TEST_F(Diagctl, run_holds_no_more_files_open_than_it_asks_for) {
+  place.useMisbehavingPackage();
+  // Two of its four devices are tested one after the other.
+  constexpr std::size_t kTests = 3;
+  Program program(withControlFile({"run", "-q", "-t", "Long test"}));
+  std::size_t most = 0;
+  ASSERT_TRUE(eventually([&] {
+    most = std::max(most, program.openFiles());
+    return program.workers().size() == kTests;
+  }));
+  for (int look = 0; look < 100; ++look) {
+    most = std::max(most, program.openFiles());
+  }
+  program.signal(SIGTERM);
+  program.finish();
+  EXPECT_LE(most, FrontEnd::openFilesFor(kTests).wanted);
+  EXPECT_GT(most, kTests * 5) << "it was looked at too early";
+}
+
+TEST_F(Diagctl, run_of_a_hundred_and_fifty_tests_at_once_is_not_refused_at_1024_files) {
+  std::vector<ConfiguredDevice> devices;
+  for (int number = 0; number < 150; ++number) {
+    const std::string name = "Unit" + std::to_string(number);
+    devices.push_back({name, "bus/" + name});
+  }
+  place.addPackage("MANY", {{.name = "Good"}}, devices);
+  Program::Options usual;
+  usual.openFiles = 1024;
+  EXPECT_EQ(run({"run", "-q", "--parallel"}, usual).exitCode, kPassed);
 }
 
 TEST_F(Diagctl, run_raises_the_limit_on_open_files_where_it_may) {

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -181,22 +182,35 @@ void Program::signal(int number) {
   kill(m_process, number);
 }
 
+std::vector<pid_t> Program::workers() const {
+  std::vector<pid_t> workers;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    std::ifstream stat(entry.path() / "stat");
+    std::string line;
+    std::getline(stat, line);
+    // "PID (NAME) STATE PARENT ...", the name cut to 15 letters.
+    const std::string name = " (tarvex-package-) ";
+    const std::size_t state = line.find(name);
+    if (state != std::string::npos && line[state + name.size()] != 'Z' &&
+        std::atoi(line.c_str() + state + name.size() + 1) == m_process) {
+      workers.push_back(std::atoi(line.c_str()));
+    }
+  }
+  return workers;
+}
+
 pid_t Program::awaitWorker(std::chrono::milliseconds limit) const {
   for (const auto end = Clock::now() + limit; Clock::now() < end; usleep(1000)) {
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-      std::ifstream stat(entry.path() / "stat");
-      std::string line;
-      std::getline(stat, line);
-      // "PID (NAME) STATE PARENT ...", the name cut to 15 letters.
-      const std::string name = " (tarvex-package-) ";
-      const std::size_t state = line.find(name);
-      if (state != std::string::npos && line[state + name.size()] != 'Z' &&
-          std::atoi(line.c_str() + state + name.size() + 1) == m_process) {
-        return std::atoi(line.c_str());
-      }
+    if (const std::vector<pid_t> found = workers(); !found.empty()) {
+      return found.front();
     }
   }
   throw std::runtime_error("no test has a process");
+}
+
+std::size_t Program::openFiles() const {
+  const std::filesystem::directory_iterator files("/proc/" + std::to_string(m_process) + "/fd");
+  return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
 Outcome Program::finish(std::chrono::milliseconds limit) {

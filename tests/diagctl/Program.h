@@ -42,6 +42,10 @@ class Program {
   void signal(int number);
   /// Waits for a process in which a test runs. @throws std::runtime_error if there comes none.
   pid_t awaitWorker(std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
+  /// The processes in which its tests run.
+  std::vector<pid_t> workers() const;
+  /// How many files it has open.
+  std::size_t openFiles() const;
   /// Waits for the end.
   Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(100));
 
