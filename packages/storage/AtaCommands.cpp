@@ -47,6 +47,14 @@ std::optional<bool> AtaCommands::thresholdExceeded() {
   return std::nullopt;
 }
 
+bool AtaCommands::isInStandby() {
+  constexpr AtaCommand checkPowerMode{.name = "CHECK POWER MODE", .code = 0xE5};
+  constexpr std::uint8_t failed = 0x01;
+  constexpr std::uint8_t lastOfStandby = 0x01;  // 00h, and 01h for the kinds of it
+  const auto registers = senseFrom(execute(checkPowerMode, false).sense).registers;
+  return registers && (registers->status & failed) == 0 && registers->count <= lastOfStandby;
+}
+
 ScsiAnswer AtaCommands::execute(const AtaCommand& command, bool hasData) {
   return executeSettled(m_channel, passThrough(command, hasData));
 }

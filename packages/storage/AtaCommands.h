@@ -8,7 +8,7 @@
 
 namespace TarvexDiags::Storage {
 
-/// @brief A command of ATA that asks for a block of data.
+/// @brief A command of ATA that asks for a block of data, or for the registers after it.
 struct AtaCommand {
   const char* name = "";
   std::uint8_t code = 0;
@@ -53,6 +53,9 @@ class AtaCommands {
 
   /// @brief Whether the disk says that a threshold is exceeded; nothing when it does not tell.
   std::optional<bool> thresholdExceeded();
+
+  /// @brief Whether the medium stands still; false when the disk does not tell.
+  bool isInStandby();
 
  private:
   ScsiAnswer execute(const AtaCommand& command, bool hasData);

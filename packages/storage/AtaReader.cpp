@@ -235,6 +235,10 @@ class AtaReader final : public HealthReader {
     if (!identity.smartIsOn) {
       throw NotSupported(m_disk + ": S.M.A.R.T. is switched off");
     }
+    // To start its motor takes longer than an answer may, and is nothing that a question should do.
+    if (identity.tellsPowerMode && AtaCommands(*m_channel).isInStandby()) {
+      throw NotSupported(m_disk + ": the disk is in standby");
+    }
     return identity;
   }
 

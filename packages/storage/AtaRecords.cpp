@@ -182,6 +182,7 @@ std::optional<AtaIdentity> ataIdentityFrom(Record record) {
   identity.sectors = sectorsOf(record);
   identity.sectorBytes = sectorBytesOf(record);
   identity.isSolidState = wordAt(record, 217) == 1;
+  identity.tellsPowerMode = isMeant(wordAt(record, 83)) && hasBit(wordAt(record, 82), 3);
   identity.hasSmart = isMeant(wordAt(record, 83)) && hasBit(wordAt(record, 82), 0);
   identity.smartIsOn = isMeant(wordAt(record, 87)) && hasBit(wordAt(record, 85), 0);
   if (isMeant(wordAt(record, 84))) {

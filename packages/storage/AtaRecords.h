@@ -22,6 +22,7 @@ struct AtaIdentity {
   std::uint64_t sectors = 0;        ///< by 48-bit addresses where the device has them
   std::uint32_t sectorBytes = 512;  ///< of a logical sector
   bool isSolidState = false;
+  bool tellsPowerMode = false;
   bool hasSmart = false;
   bool smartIsOn = false;
   bool hasErrorLog = false;

@@ -68,6 +68,7 @@ class SgChannel final : public CommandChannel {
 AtaRegisters registersOfDescriptor(Record descriptor) {
   AtaRegisters registers;
   registers.error = static_cast<std::uint8_t>(littleEndian(descriptor, 3, 1));
+  registers.count = static_cast<std::uint8_t>(littleEndian(descriptor, 5, 1));
   registers.lbaMiddle = static_cast<std::uint8_t>(littleEndian(descriptor, 9, 1));
   registers.lbaHigh = static_cast<std::uint8_t>(littleEndian(descriptor, 11, 1));
   registers.status = static_cast<std::uint8_t>(littleEndian(descriptor, 13, 1));
@@ -96,6 +97,7 @@ Sense senseOfFixedFormat(Record sense) {
     AtaRegisters registers;
     registers.error = static_cast<std::uint8_t>(littleEndian(sense, 3, 1));
     registers.status = static_cast<std::uint8_t>(littleEndian(sense, 4, 1));
+    registers.count = static_cast<std::uint8_t>(littleEndian(sense, 6, 1));
     registers.lbaMiddle = static_cast<std::uint8_t>(littleEndian(sense, 10, 1));
     registers.lbaHigh = static_cast<std::uint8_t>(littleEndian(sense, 11, 1));
     told.registers = registers;

@@ -39,6 +39,7 @@ struct ScsiAnswer {
 struct AtaRegisters {
   std::uint8_t error = 0;
   std::uint8_t status = 0;
+  std::uint8_t count = 0;
   std::uint8_t lbaMiddle = 0;
   std::uint8_t lbaHigh = 0;
 };

@@ -21,7 +21,7 @@ using namespace TarvexDiags::Storage;
 
 constexpr std::size_t kLongestParameter = 100;
 constexpr std::size_t kMostEvents = 100;  // 30 attributes, with what else there is
-constexpr std::size_t kMostCommands = 20;
+constexpr std::size_t kMostCommands = 48;  // each at most twice
 
 void expect(bool holds) {
   if (!holds) {

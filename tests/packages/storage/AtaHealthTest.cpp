@@ -362,6 +362,19 @@ TEST(AtaHealth, is_not_switched_on_where_it_is_off) {
   EXPECT_THAT(without.asked, Each(AtaModel::kIdentify));
 }
 
+TEST(AtaHealth, does_not_wake_a_disk) {
+  for (const bool inFixedFormat : {false, true}) {
+    AtaModel disk;
+    disk.tellsInFixedFormat = inFixedFormat;
+    disk.identity.bit(82, 3);
+    EXPECT_THAT(healthOf(disk)->complaints(), IsEmpty());
+    disk.asked.clear();
+    disk.powerMode = 0;
+    EXPECT_THAT(refusalOf(disk), HasSubstr("standby"));
+    EXPECT_THAT(disk.asked, ElementsAre(AtaModel::kIdentify, AtaModel::kPowerMode));
+  }
+}
+
 TEST(AtaHealth, of_a_disk_that_falls_silent_is_asked_for_no_further) {
   for (const std::size_t answered : {0U, 1U, 2U, 3U}) {
     AtaModel disk;

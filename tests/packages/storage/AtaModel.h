@@ -67,6 +67,7 @@ class AtaModel : public CommandChannel {
   using Bytes = AtaBlock::Bytes;
   using Address = AtaAddress;
   static constexpr Address kIdentify{0xEC};
+  static constexpr Address kPowerMode{0xE5};
   static constexpr Address kData{0xB0, 0xD0};
   static constexpr Address kThresholds{0xB0, 0xD1};
   static constexpr Address kErrors{0xB0, 0x01};
@@ -126,7 +127,10 @@ class AtaModel : public CommandChannel {
       return {.status = 2, .data = {}, .sense = {0x70, 0, 6, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x29, 0}};
     }
     if (address.code == 0xB0 && address.selector == 0xDA) {
-      return registers();
+      return registers(1);
+    }
+    if (address == kPowerMode) {
+      return registers(powerMode);
     }
     const Bytes bytes = bytesOf(address);
     return bytes.empty() && m_answers.count(address) == 0
@@ -138,6 +142,7 @@ class AtaModel : public CommandChannel {
   AtaBlock data;
   AtaBlock thresholds;
   bool exceeded = false;
+  std::uint8_t powerMode = 0xFF;  ///< active; 0: standby
   bool tellsInFixedFormat = false;
   bool tellsRegisters = true;
   bool knowsPassThrough = true;
@@ -184,7 +189,7 @@ class AtaModel : public CommandChannel {
                                       : Bytes{0x70, 0, 5, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0x20, 0}};
   }
 
-  ScsiAnswer registers() const {
+  ScsiAnswer registers(std::uint8_t count) const {
     const std::uint8_t middle = exceeded ? 0xF4 : 0x4F;
     const std::uint8_t high = exceeded ? 0x2C : 0xC2;
     if (!tellsRegisters || !knowsPassThrough) {
@@ -193,9 +198,9 @@ class AtaModel : public CommandChannel {
     return {.status = 2,
             .data = {},
             .sense = tellsInFixedFormat
-                         ? Bytes{0x70, 0, 1, 0, 0x50, 0, 1, 10, 0, 0, middle, high, 0, 0x1D}
-                         : Bytes{0x72, 1, 0, 0x1D, 0, 0, 0,      14, 9,    12, 0,
-                                 0,    0, 1, 0,    0, 0, middle, 0,  high, 0,  0x50}};
+                         ? Bytes{0x70, 0, 1, 0, 0x50, 0, count, 10, 0, 0, middle, high, 0, 0x1D}
+                         : Bytes{0x72, 1, 0,     0x1D, 0, 0, 0,      14, 9,    12, 0,
+                                 0,    0, count, 0,    0, 0, middle, 0,  high, 0,  0x50}};
   }
 
   AtaBlock m_directory;
