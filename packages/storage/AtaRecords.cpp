@@ -11,10 +11,6 @@ std::uint16_t wordAt(Record record, std::size_t word) {
   return static_cast<std::uint16_t>(littleEndian(record, 2 * word, 2));
 }
 
-std::uint8_t byteAt(Record record, std::size_t at) {
-  return static_cast<std::uint8_t>(littleEndian(record, at, 1));
-}
-
 bool hasBit(std::uint16_t word, unsigned int bit) {
   return (word >> bit & 1U) != 0;
 }

@@ -67,20 +67,19 @@ class SgChannel final : public CommandChannel {
 
 AtaRegisters registersOfDescriptor(Record descriptor) {
   AtaRegisters registers;
-  registers.error = static_cast<std::uint8_t>(littleEndian(descriptor, 3, 1));
-  registers.count = static_cast<std::uint8_t>(littleEndian(descriptor, 5, 1));
-  registers.lbaMiddle = static_cast<std::uint8_t>(littleEndian(descriptor, 9, 1));
-  registers.lbaHigh = static_cast<std::uint8_t>(littleEndian(descriptor, 11, 1));
-  registers.status = static_cast<std::uint8_t>(littleEndian(descriptor, 13, 1));
+  registers.error = byteAt(descriptor, 3);
+  registers.count = byteAt(descriptor, 5);
+  registers.lbaMiddle = byteAt(descriptor, 9);
+  registers.lbaHigh = byteAt(descriptor, 11);
+  registers.status = byteAt(descriptor, 13);
   return registers;
 }
 
 std::optional<AtaRegisters> registersAmongDescriptors(Record sense) {
-  constexpr std::uint64_t ataStatusReturn = 9;
+  constexpr std::uint8_t ataStatusReturn = 9;
   constexpr std::size_t descriptorBytes = 14;
-  for (std::size_t at = 8; at + descriptorBytes <= sense.size();
-       at += 2 + littleEndian(sense, at + 1, 1)) {
-    if (littleEndian(sense, at, 1) == ataStatusReturn) {
+  for (std::size_t at = 8; at + descriptorBytes <= sense.size(); at += 2U + byteAt(sense, at + 1)) {
+    if (byteAt(sense, at) == ataStatusReturn) {
       return registersOfDescriptor(partOf(sense, at, descriptorBytes));
     }
   }
@@ -90,16 +89,16 @@ std::optional<AtaRegisters> registersAmongDescriptors(Record sense) {
 Sense senseOfFixedFormat(Record sense) {
   constexpr std::uint8_t registersAvailable = 0x1D;
   Sense told;
-  told.key = static_cast<std::uint8_t>(littleEndian(sense, 2, 1) & 0x0F);
-  told.code = static_cast<std::uint8_t>(littleEndian(sense, 12, 1));
-  told.qualifier = static_cast<std::uint8_t>(littleEndian(sense, 13, 1));
+  told.key = static_cast<std::uint8_t>(byteAt(sense, 2) & 0x0F);
+  told.code = byteAt(sense, 12);
+  told.qualifier = byteAt(sense, 13);
   if (told.code == 0 && told.qualifier == registersAvailable) {
     AtaRegisters registers;
-    registers.error = static_cast<std::uint8_t>(littleEndian(sense, 3, 1));
-    registers.status = static_cast<std::uint8_t>(littleEndian(sense, 4, 1));
-    registers.count = static_cast<std::uint8_t>(littleEndian(sense, 6, 1));
-    registers.lbaMiddle = static_cast<std::uint8_t>(littleEndian(sense, 10, 1));
-    registers.lbaHigh = static_cast<std::uint8_t>(littleEndian(sense, 11, 1));
+    registers.error = byteAt(sense, 3);
+    registers.status = byteAt(sense, 4);
+    registers.count = byteAt(sense, 6);
+    registers.lbaMiddle = byteAt(sense, 10);
+    registers.lbaHigh = byteAt(sense, 11);
     told.registers = registers;
   }
   return told;
@@ -114,15 +113,15 @@ ScsiCommand::ScsiCommand(std::initializer_list<std::uint8_t> bytes, std::size_t 
 }
 
 Sense senseFrom(Record sense) {
-  const std::uint64_t format = littleEndian(sense, 0, 1) & 0x7F;
+  const int format = byteAt(sense, 0) & 0x7F;
   if (format == 0x70 || format == 0x71) {
     return senseOfFixedFormat(sense);
   }
   Sense told;
   if (format == 0x72 || format == 0x73) {
-    told.key = static_cast<std::uint8_t>(littleEndian(sense, 1, 1) & 0x0F);
-    told.code = static_cast<std::uint8_t>(littleEndian(sense, 2, 1));
-    told.qualifier = static_cast<std::uint8_t>(littleEndian(sense, 3, 1));
+    told.key = static_cast<std::uint8_t>(byteAt(sense, 1) & 0x0F);
+    told.code = byteAt(sense, 2);
+    told.qualifier = byteAt(sense, 3);
     told.registers = registersAmongDescriptors(sense);
   }
   return told;

@@ -4,13 +4,10 @@
 #include <numeric>
 
 namespace TarvexDiags::Storage {
-namespace {
 
-std::uint64_t byteAt(Record record, std::size_t at) {
+std::uint8_t byteAt(Record record, std::size_t at) {
   return at < record.size() ? record[at] : 0;
 }
-
-}  // namespace
 
 std::uint64_t littleEndian(Record record, std::size_t at, std::size_t width) {
   std::uint64_t value = 0;

@@ -11,6 +11,8 @@ namespace TarvexDiags::Storage {
 /// would lie there is 0.
 using Record = std::span<const std::uint8_t>;
 
+std::uint8_t byteAt(Record record, std::size_t at);
+
 /// @brief The number of `width` bytes (at most 8), the least significant first.
 std::uint64_t littleEndian(Record record, std::size_t at, std::size_t width);
 

@@ -20,7 +20,7 @@ namespace {
 using namespace TarvexDiags::Storage;
 
 constexpr std::size_t kLongestParameter = 100;
-constexpr std::size_t kMostEvents = 100;  // 30 attributes, with what else there is
+constexpr std::size_t kMostEvents = 100;   // 30 attributes, with what else there is
 constexpr std::size_t kMostCommands = 48;  // each at most twice
 
 void expect(bool holds) {
@@ -35,7 +35,7 @@ class Input {
   explicit Input(Record bytes) : m_bytes(bytes) {}
 
   bool isEmpty() const { return m_bytes.empty(); }
-  std::uint8_t byte() { return static_cast<std::uint8_t>(littleEndian(take(1), 0, 1)); }
+  std::uint8_t byte() { return byteAt(take(1), 0); }
   std::vector<std::uint8_t> bytes(std::size_t most) {
     const std::size_t length = byte() + 256U * byte();
     const Record taken = take(std::min(length, most));
