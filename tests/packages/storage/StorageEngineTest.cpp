@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <limits>
 #include <map>
 #include <numeric>
@@ -17,7 +18,6 @@
 #include <system_error>
 #include <thread>
 
-#include "System/Mutex.h"
 #include "packagekit/TestContext.h"
 #include "packages/storage/AnsweredCall.h"
 #include "packages/storage/Crc32c.h"
@@ -594,18 +594,15 @@ TEST(StorageStop, is_answered_while_the_space_of_a_file_is_reserved) {
 class HeldCall {
  public:
   std::function<void()> call() const {
-    return [held = m_held] {
-      held->lock.lock();
-      held->lock.unlock();
-    };
+    return [held = m_held] { held->free.wait(); };
   }
-  void letGo() { m_held->lock.unlock(); }
+  void letGo() { m_held->promise.set_value(); }
   bool isForgotten() const { return m_held.use_count() == 1; }
 
  private:
   struct Held {
-    Held() { lock.lock(); }
-    System::Mutex lock;
+    std::promise<void> promise;
+    std::shared_future<void> free = promise.get_future().share();
   };
   std::shared_ptr<Held> m_held = std::make_shared<Held>();
 };
