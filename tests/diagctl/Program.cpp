@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -124,6 +125,17 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
   const rlimit files{options.openFiles, std::max(options.openFiles, options.mostOpenFiles)};
   if (options.openFiles != 0 && setrlimit(RLIMIT_NOFILE, &files) != 0) {
     _exit(126);
+  }
+  for (const int capability : options.withoutCapabilities) {
+    if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0) {
+      _exit(126);
+    }
+  }
+  for (const auto& [resource, most] : options.limits) {
+    const rlimit limit{most, most};
+    if (setrlimit(static_cast<__rlimit_resource>(resource), &limit) != 0) {
+      _exit(126);
+    }
   }
   std::vector<char*> texts{const_cast<char*>(TARVEX_DIAGCTL)};
   if (geteuid() == 0 && !isBuildTrusted()) {

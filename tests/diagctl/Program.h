@@ -28,6 +28,8 @@ class Program {
     int ignoredSignal = 0;            ///< as nohup does with SIGHUP
     unsigned long openFiles = 0;      ///< that it may have, 0 for no other limit
     unsigned long mostOpenFiles = 0;  ///< to which it may raise that; 0: no higher
+    std::map<int, unsigned long> limits = {};   ///< others, by their names: RLIMIT_AS
+    std::vector<int> withoutCapabilities = {};  ///< of those that root has: CAP_IPC_LOCK
   };
 
   Program(const std::vector<std::string>& arguments, const Options& options);

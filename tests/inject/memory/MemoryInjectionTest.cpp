@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <cstdint>
@@ -30,6 +32,7 @@ using DiagctlTest::kHardwareFailure;
 using DiagctlTest::ReportedProgram;
 using DiagctlTest::ReportedRun;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
@@ -60,6 +63,13 @@ class MemoryInjection : public ::testing::Test {
 
   /// @param settings  lines of section Package; of a key that comes twice, the first counts
   void begin(int test, const std::string& settings, std::vector<std::string> more = {}) {
+    start(test, settings, std::move(more), {});
+    worker = program->program().awaitWorker();
+    memory = std::make_unique<TestedMemory>(worker);
+  }
+
+  void start(int test, const std::string& settings, std::vector<std::string> more,
+             const DiagctlTest::Program::Options& options) {
     std::string text = DiagctlTest::contentsOf(TARVEX_PACKAGE_DIR "/memory.cfg");
     for (const std::string section : {"[Package]\n", "[TestID8]\n", "[TestID9]\n"}) {
       text.insert(text.find(section) + section.size(), settings);
@@ -70,9 +80,7 @@ class MemoryInjection : public ::testing::Test {
         "--allow-insecure", "--config", m_place.file("control.cfg"), "run", "-p",
         "memory",           "-t",       std::to_string(test),        "-d",  device};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    program = std::make_unique<ReportedProgram>(arguments);
-    worker = program->program().awaitWorker();
-    memory = std::make_unique<TestedMemory>(worker);
+    program = std::make_unique<ReportedProgram>(arguments, options);
   }
 
   bool waitForPatterns() const { return program->waitForLog("are tested by"); }
@@ -172,6 +180,31 @@ TEST_F(MemoryInjection, poisoned_pages_fail_the_test_and_nothing_else_is_blamed)
   for (const std::string blame : {"SIGBUS", "signal", "worker", "crash", "was expected"}) {
     EXPECT_THAT(run.formatsWithout(step, blame), SizeIs(4)) << blame;
   }
+}
+
+TEST_F(MemoryInjection, nothing_that_may_be_mapped_is_nothing_tested_and_told_with_its_cause) {
+  DiagctlTest::Program::Options options;
+  options.limits[RLIMIT_AS] = 400UL << 20;
+  start(RandomPatterns, "MaximumMegabytes=1024\n", {}, options);
+  const ReportedRun run = program->finish();
+  ASSERT_THAT(run.steps(), SizeIs(1)) << run.outcome().err;
+  step = *run.steps().begin();
+  EXPECT_EQ(run.exitCode(), DiagctlTest::kNothingRan) << run.outcome().err;
+  EXPECT_THAT(run.verdictsOf(step), ElementsAre("SKIPPED"));
+  EXPECT_THAT(run.formatsWithout(step, "Cannot allocate memory"), IsEmpty());
+}
+
+TEST_F(MemoryInjection, memory_that_may_not_be_locked_is_tested_all_the_same_and_told) {
+  DiagctlTest::Program::Options options;
+  options.withoutCapabilities = {CAP_IPC_LOCK};
+  options.limits[RLIMIT_MEMLOCK] = 0;
+  start(RandomPatterns, "MaximumMegabytes=8\n", {}, options);
+  const ReportedRun run = program->finish();
+  ASSERT_THAT(run.steps(), SizeIs(1)) << run.outcome().err;
+  step = *run.steps().begin();
+  EXPECT_EQ(run.exitCode(), DiagctlTest::kPassed) << run.outcome().err;
+  EXPECT_THAT(run.verdictsOf(step), ElementsAre("PASSED"));
+  EXPECT_THAT(run.accountOf(step, "jsonl"), HasSubstr("Not all of the memory could be locked"));
 }
 
 TEST_F(MemoryInjection, page_poisoned_while_the_memory_is_populated_fails_the_test) {
