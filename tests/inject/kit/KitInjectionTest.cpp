@@ -17,6 +17,7 @@ namespace {
 
 using DiagctlTest::kHardwareFailure;
 using DiagctlTest::kNoVerdict;
+using DiagctlTest::kPassed;
 using DiagctlTest::ReportedProgram;
 using DiagctlTest::ReportedRun;
 using ::testing::ElementsAre;
@@ -38,6 +39,13 @@ class KitInjection : public DiagctlTest::Diagctl {
     breakProcess(program.program().awaitWorker());
     m_step = "Misbehaving package: " + test + " on Unit 0";
     return program.finish();
+  }
+
+  ReportedRun runTest(const std::string& test, const std::vector<std::string>& options = {}) {
+    m_step = "Misbehaving package: " + test + " on Unit 0";
+    std::vector<std::string> arguments = {"run", "-q", "-t", test, "-d", "Unit 0"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return DiagctlTest::reportedRun(withControlFile(arguments));
   }
 
   void expectVerdict(const ReportedRun& run, const std::string& verdict, const std::string& symptom,
@@ -70,6 +78,28 @@ TEST_F(KitInjection, a_crash_is_trouble_and_takes_no_fault_back) {
                 IsEmpty());
   }
   expectVerdict(breakIn(kNoFault, sending(SIGSEGV)), "ERROR", "worker-crashed", kNoVerdict);
+}
+
+TEST_F(KitInjection, a_fault_and_a_pass_contradict_each_other) {
+  const ReportedRun run = runTest("Contradiction");
+  expectVerdict(run, "ERROR", "test-contradicted-itself", kNoVerdict);
+  EXPECT_THAT(run.formatsWithout(m_step, "has a fault: bit 3"), IsEmpty());
+  EXPECT_THAT(run.formatsWithout(m_step, "contradicts itself"), IsEmpty());
+}
+
+TEST_F(KitInjection, a_fault_stands_that_the_test_itself_crashed_behind) {
+  const ReportedRun run = runTest("Fault, then crash");
+  expectVerdict(run, "FAILED", "fault-found", kHardwareFailure);
+  EXPECT_THAT(run.formatsWithout(m_step, "has a fault: bit 3"), IsEmpty());
+  EXPECT_THAT(run.formatsWithout(m_step, "crashed with signal SIGSEGV"), IsEmpty());
+}
+
+TEST_F(KitInjection, a_warning_in_a_pass_is_a_warning_and_no_success_of_a_strict_run) {
+  const ReportedRun run = runTest("Warning, then passed");
+  EXPECT_EQ(run.exitCode(), kPassed);
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("WARNING"));
+  EXPECT_THAT(run.formatsWithout(m_step, "The margin is small"), IsEmpty());
+  EXPECT_EQ(runTest("Warning, then passed", {"--strict"}).exitCode(), kNoVerdict);
 }
 
 TEST_F(KitInjection, poisoned_memory_is_told_with_both_its_addresses) {
