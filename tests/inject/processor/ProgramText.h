@@ -55,8 +55,13 @@ inline Instruction instructionOf(const std::string& line) {
   return instruction;
 }
 
-inline ProgramText disassembled(const std::string& file) {
-  const std::string command = "objdump -d -w '" + file + "'";
+/// @param begin  from this address as linked, up to the end; all of it when both are 0
+inline ProgramText disassembled(const std::string& file, std::uintptr_t begin = 0,
+                                std::uintptr_t end = 0) {
+  const std::string range = end == 0 ? ""
+                                     : " --start-address=" + std::to_string(begin) +
+                                           " --stop-address=" + std::to_string(end);
+  const std::string command = "objdump -d -w" + range + " '" + file + "'";
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> lines(popen(command.c_str(), "r"), pclose);
   if (lines == nullptr) {
     throw std::runtime_error("no disassembler");
