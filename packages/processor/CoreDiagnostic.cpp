@@ -144,7 +144,7 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
     if (reason.core() == coreOf(context.device())) {
       throw PackageKit::TakenAway("CORE_TAKEN_AWAY");
     }
-    context.information(PartnerLost, {context.device().name, std::to_string(reason.core())});
+    context.warning(PartnerLost, {context.device().name, std::to_string(reason.core())});
     throw PackageKit::TakenAway("PARTNER_TAKEN_AWAY");
   }
 }

@@ -12,10 +12,10 @@ namespace TarvexDiags::Processor {
 enum ProcessorEvent : unsigned int {
   CoreVerified = 1,        ///< device, results compared, classes, share of verified work in percent
   ClassesMissing = 2,      ///< device, instruction classes that the processor does not have
-  PartnerLost = 3,         ///< device, the number of the other core
   Throttled = 101,         ///< device, counter, by how much it grew
   ErrorsCorrected = 102,   ///< device, counter, by how much it grew
   CoresDisagree = 103,     ///< device, instruction class, seed, cores with their results
+  PartnerLost = 104,       ///< device, the number of the other core
   WrongResultFound = 201,  ///< device, core, instruction class, operands, expected, found
   WrongResultTotal = 202,  ///< device, wrong results, results compared
   MachineChecks = 203,     ///< device, counter, by how much it grew

@@ -39,9 +39,9 @@ class ProcessorFaults : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_THAT(cpus, SizeIs(::testing::Ge(2U))) << "one core alone"; }
 
-  void begin(const std::string& test) {
+  void begin(const std::string& test, const std::string& language = "en") {
     program = std::make_unique<ReportedProgram>(std::vector<std::string>{
-        "--allow-insecure", "run", "-p", "processor", "-t", test, "-d",
+        "--allow-insecure", "--lang", language, "run", "-p", "processor", "-t", test, "-d",
         "host/cpu" + std::to_string(core), "--halt-on-error", "--seed", "7"});
     ASSERT_TRUE(eventually([&] { return (worker = findWorker(kLibrary)) > 0; }));
   }
@@ -76,6 +76,13 @@ TEST_F(ProcessorFaults, core_that_is_forbidden_under_its_test_has_no_verdict) {
   EXPECT_EQ(run.exitCode(), kNoVerdict);
   EXPECT_THAT(run.verdictsOf(step), ElementsAre("ERROR"));
   EXPECT_THAT(run.formatsWithout(step, "the core was taken away"), IsEmpty());
+}
+
+TEST_F(ProcessorFaults, core_that_is_forbidden_is_told_in_the_language_of_the_reader) {
+  begin("Integer arithmetic", "de");
+  ASSERT_TRUE(moveThread(threadOn(core), other));
+  EXPECT_THAT(end().formatsWithout(step, "hat kein Urteil: der Kern wurde weggenommen."),
+              IsEmpty());
 }
 
 TEST_F(ProcessorFaults, partner_core_that_is_forbidden_leaves_no_verdict_either) {
