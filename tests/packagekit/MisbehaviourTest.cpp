@@ -626,7 +626,8 @@ TEST_F(Misbehaviour, an_abort_ends_a_worker_that_is_not_ready) {
   diagnostics->abortDiagnostic();
   pass.join();
   const auto took = std::chrono::steady_clock::now() - start;
-  EXPECT_LE(took, reaction.allowed(std::chrono::milliseconds(500)));
+  // Half a second on an idle machine; who waited for the worker would take ten minutes.
+  EXPECT_LE(took, reaction.allowed(std::chrono::seconds(1)));
   EXPECT_EQ(result->getEventCode(), TEST_ABORTED);
 }
 

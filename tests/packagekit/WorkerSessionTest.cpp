@@ -6,9 +6,10 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -19,6 +20,8 @@
 #include "packagekit/internal/KitEnumerator.h"
 #include "packagekit/internal/Module.h"
 #include "packagekit/internal/WorkerSession.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/TemporaryDirectory.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -35,15 +38,16 @@ class UnkillableWorker : public ::testing::Test {
  protected:
   UnkillableWorker() {
     WorkerProcess::sendSignal = &swallowSignal;
-    std::ofstream("unkillable.cfg")
-        << "[Package]\nTestTimeout=0.2\nAbortGrace=0.05\nTermGrace=0.05\n"
-           "KillGrace=0.05\n[TestID1]\nTestName=Hang\n";
-    m_module.setConfigFile("unkillable.cfg");
+    std::ofstream(config) << "[Package]\nTestTimeout=0.2\nAbortGrace=0.05\nTermGrace=0.05\n"
+                             "KillGrace=0.05\n[TestID1]\nTestName=Hang\n";
+    m_module.setConfigFile(config.c_str());
     m_package.discover([](const Environment&) {
       return std::vector<Device>{{.name = "Stuck", .resourceTag = "host/stuck0"}};
     });
   }
 
+  TestSupport::TemporaryDirectory place;
+  const std::string config = place.file("unkillable.cfg");
   Module& m_module = Module::instance();
   Package m_package;
 };
@@ -95,8 +99,10 @@ class AbortingObserver : public SilentObserver {
   void testBegan(std::size_t) override { abortAt(At::Begin); }
   void testEnded(const TestReport&) override {
     abortAt(At::End);
-    std::ofstream("told-all");
+    hasToldAll = true;
   }
+
+  std::atomic<bool> hasToldAll{false};
 
  private:
   void abortAt(At moment) {
@@ -128,19 +134,19 @@ class SupervisedWorker : public ::testing::Test {
   // A worker that tells all of its one test, at once or when it is asked to stop, and is deaf to
   // SIGTERM, as one that gives much memory back. It ends once the file "may-end" is there.
   SessionEnd runOneThatEndsSlowly(SessionObserver& observer, bool waitsForStop) {
-    std::filesystem::remove("may-end");
     setup.testIds = {1};
     limits.tests = {60};
     FrameWriter ready(FrameType::Ready);
     FrameWriter begin(FrameType::TestBegin);
     FrameWriter end(FrameType::TestEnd);
     FrameWriter passEnd(FrameType::PassEnd);
-    std::ofstream("begin", std::ios::binary) << ready.number(1).bytes() << begin.number(0).bytes();
-    std::ofstream("end", std::ios::binary)
+    std::ofstream(place.file("begin"), std::ios::binary)
+        << ready.number(1).bytes() << begin.number(0).bytes();
+    std::ofstream(place.file("end"), std::ios::binary)
         << end.number(0).number(0).number(0).texts({}).bytes() << passEnd.bytes();
     const std::size_t upToStop = setup.toFrame().bytes().size() + 1;
-    const std::string script = "./slow-to-end";
-    std::ofstream(script) << "#!/bin/sh\ntrap '' TERM\ncat begin >&3\n"
+    const std::string script = place.file("slow-to-end");
+    std::ofstream(script) << "#!/bin/sh\ncd " << place.path() << "\ntrap '' TERM\ncat begin >&3\n"
                           << (waitsForStop
                                   ? "head -c " + std::to_string(upToStop) + " <&3 >/dev/null\n"
                                   : "")
@@ -158,6 +164,7 @@ class SupervisedWorker : public ::testing::Test {
     return numbers;
   }
 
+  TestSupport::TemporaryDirectory place;
   PassSetup setup;
   SessionLimits limits;
   RunControl control;
@@ -213,8 +220,9 @@ TEST_F(SupervisedWorker, is_stopped_and_continued_by_the_client) {
 
 TEST_F(SupervisedWorker, has_the_whole_time_of_a_test_that_begins_while_it_is_suspended) {
   WorkerProcess::sendSignal = &loseStops;
-  std::ofstream("suspended.cfg") << "[TestID16]\nMilliseconds=200\n[TestID25]\nMilliseconds=900\n";
-  setup.configFile = "suspended.cfg";
+  std::ofstream(place.file("suspended.cfg"))
+      << "[TestID16]\nMilliseconds=200\n[TestID25]\nMilliseconds=900\n";
+  setup.configFile = place.file("suspended.cfg");
   setup.testIds = {16, 25};
   limits.tests = {0.5, 60};
   SuspendingObserver observer(control);
@@ -228,14 +236,11 @@ TEST_F(SupervisedWorker, that_has_told_all_is_left_to_end_when_an_abort_comes) {
   WorkerProcess::sendSignal = &recordSignal;
   limits.abortGrace = limits.termGrace = limits.killGrace = 0.01;
   AbortingObserver observer(control, AbortingObserver::At::End);
-  std::filesystem::remove("told-all");
-  std::thread release([] {
+  std::thread release([&] {
+    EXPECT_TRUE(TestSupport::eventually([&] { return observer.hasToldAll.load(); }));
     // Long past all that an impatient host would wait, however late it comes.
-    while (!std::filesystem::exists("told-all")) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    std::ofstream("may-end");
+    std::ofstream(place.file("may-end"));
   });
   const SessionEnd end = runOneThatEndsSlowly(observer, false);
   release.join();
@@ -283,12 +288,12 @@ TEST_F(UnkillableWorker, is_given_up_after_the_last_grace) {
 
 TEST_F(UnkillableWorker, makes_its_device_hung_and_refused_until_enumerated_again) {
   // A worker that never gets ready: it loads no package, and the signals do not reach it.
-  const std::string script = "./deaf-worker";
+  const std::string script = place.file("deaf-worker");
   std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";
   chmod(script.c_str(), 0755);
-  std::ofstream("unkillable.cfg", std::ios::app)
+  std::ofstream(config, std::ios::app)
       << "[Package]\nStartTimeout=0.1\nWorkerPath=" << script << "\n";
-  m_module.setConfigFile("unkillable.cfg");
+  m_module.setConfigFile(config.c_str());
   KitEnumerator enumerator(m_module, m_package, false, DiagnosticMode::CUSTOMER);
   DeviceEnum::VirtualDevice device = enumerator.getDeviceVector("", 0)->front();
   EXPECT_EQ(device.getDevice()->getDeviceStatus(), 0U);

@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -230,21 +232,34 @@ TEST_F(HaltingDisk, does_not_hold_up_a_stop) {
 
 // --- The injection itself
 
+/// Makes a file system that lies, tells its process, and is killed; 1 where there can be none.
+[[noreturn]] void beKilledWhileLying(int told, const std::string& folder) {
+  try {
+    const LyingFileSystem lies(folder, {});
+    const pid_t process = lies.process();
+    (void)!write(told, &process, sizeof process);
+    raise(SIGKILL);
+  } catch (const std::exception&) {
+  }
+  _exit(1);
+}
+
 TEST(LyingFileSystems, end_with_the_test_that_made_them) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // else nobody may ask how the orphan fares
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const TestSupport::TemporaryDirectory folder;
+  setenv("TMPDIR", folder.path().c_str(), 1);  // what the killed process leaves behind goes too
   const pid_t test = fork();
   if (test == 0) {
-    const LyingFileSystem lies(folder.path(), {});
-    const pid_t process = lies.process();
-    (void)!write(ends[1], &process, sizeof process);
-    raise(SIGKILL);
+    beKilledWhileLying(ends[1], folder.path());
   }
+  close(ends[1]);
   pid_t orphan = -1;
-  ASSERT_EQ(read(ends[0], &orphan, sizeof orphan), static_cast<ssize_t>(sizeof orphan));
+  EXPECT_EQ(read(ends[0], &orphan, sizeof orphan), static_cast<ssize_t>(sizeof orphan));
+  close(ends[0]);
   EXPECT_EQ(waitpid(test, nullptr, 0), test);
+  ASSERT_GT(orphan, 0) << "no file system";
   const bool hasEnded =
       TestSupport::eventually([&] { return waitpid(orphan, nullptr, WNOHANG) == orphan; });
   EXPECT_TRUE(hasEnded);
