@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <new>
 #include <sstream>
 #include <system_error>
@@ -157,9 +158,9 @@ int niceOf(const Settings& settings, int testId) {
 
 }  // namespace
 
-void PassOutcome::worsen(const PassOutcome& other) {
+void PassOutcome::worsen(PassOutcome other) noexcept {
   if (other.verdict > verdict) {
-    *this = other;
+    *this = std::move(other);
   }
 }
 
@@ -198,7 +199,7 @@ void PassRunner::endForLackOfMemory() noexcept {
     finishTest(Contract::Ending::Broken,
                raised(unusual(OUT_OF_MEMORY, {"the host could not allocate memory", ""})));
     reportDropped();
-  } catch (const std::bad_alloc&) {
+  } catch (const std::exception&) {
     PassOutcome last{DiagnosticResult::UNUSUAL_STATUS};
     if (m_errorRaised) {
       last = std::move(*m_errorRaised);
@@ -296,7 +297,8 @@ void PassRunner::testProgressed(unsigned int percent) {
 void PassRunner::eventRaised(EventType type, unsigned int code,
                              std::vector<std::string> parameters) {
   if (type == DiagnosticEvent::ERROR_EVENT && !Contract::isKitCode(code)) {
-    m_errorRaised = PassOutcome{DiagnosticResult::FAILED, type, code, parameters};
+    m_errorRaised.emplace(PassOutcome{DiagnosticResult::FAILED, type, code});
+    m_errorRaised->parameters = parameters;  // without memory for them the fault is known still
   }
   const std::size_t bytes = bytesOf(parameters);
   if (*m_eventsLeft == 0 || bytes > m_bytesLeft) {
@@ -311,6 +313,11 @@ void PassRunner::eventRaised(EventType type, unsigned int code,
 
 void PassRunner::testEnded(const TestReport& report) {
   const Contract::Ending ending = endingOf(report, m_control.isAborted());
+  if (ending == Contract::Ending::Failed && !m_errorRaised) {
+    // Known before anything asks for memory.
+    m_errorRaised.emplace(
+        PassOutcome{DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code});
+  }
   TestReport bounded = report;
   boundBytes(bounded.parameters);
   finishTest(ending, told(bounded, ending), report.lastLines);
@@ -406,15 +413,16 @@ std::string PassRunner::timeAllowed() const {
 
 void PassRunner::finishTest(Contract::Ending ending, const PassOutcome& told,
                             const std::string& lastLines) {
-  const PassOutcome outcome = judged(ending, told, lastLines);
+  PassOutcome outcome = judged(ending, told, lastLines);
+  const DiagnosticResult::TestResult verdict = outcome.verdict;
+  m_outcome.worsen(std::move(outcome));
   m_errorRaised.reset();
-  m_outcome.worsen(outcome);
   if (!m_testIsOpen) {
     return;
   }
   const auto took =
       std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_testStart).count();
-  tell(TEST_ENDED, {nameOf(outcome.verdict), std::to_string(took)});
+  tell(TEST_ENDED, {nameOf(verdict), std::to_string(took)});
   testProgressed(100);
   m_testIsOpen = false;
 }

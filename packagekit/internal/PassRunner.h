@@ -32,7 +32,7 @@ struct PassOutcome {
   std::vector<std::string> parameters = {};
 
   /// Takes over what is worse than what is known.
-  void worsen(const PassOutcome& other);
+  void worsen(PassOutcome other) noexcept;
 };
 
 /// One pass over a list of tests on one device, one after the other, each in a worker of its own:
