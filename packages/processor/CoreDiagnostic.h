@@ -14,11 +14,11 @@ enum ProcessorEvent : unsigned int {
   ClassesMissing = 2,      ///< device, instruction classes that the processor does not have
   Throttled = 101,         ///< device, counter, by how much it grew
   ErrorsCorrected = 102,   ///< device, counter, by how much it grew
-  CoresDisagree = 103,     ///< device, instruction class, seed, cores with their results
   PartnerLost = 104,       ///< device, the number of the other core
   WrongResultFound = 201,  ///< device, core, instruction class, operands, expected, found
   WrongResultTotal = 202,  ///< device, wrong results, results compared
   MachineChecks = 203,     ///< device, counter, by how much it grew
+  CoresDisagree = 204,     ///< device, instruction class, seed, cores with their results
 };
 
 /// @brief One of the tests, on one core.

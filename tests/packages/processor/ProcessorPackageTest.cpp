@@ -259,13 +259,13 @@ std::vector<Check> disagreeingChecks() {
        }}};
 }
 
-TEST_F(ProcessorCountersTest, two_cores_that_differ_are_a_warning_that_names_both) {
+TEST_F(ProcessorCountersTest, two_cores_that_differ_fail_and_both_are_named) {
   const std::vector<int> all = Common::allowedCpus();
   if (all.size() != 2) {
     GTEST_SKIP() << "not two CPUs";
   }
   const ProcessorTest test = {.number = 6, .checks = disagreeingChecks};
-  EXPECT_EQ(CoreDiagnostic(test).run(*context).kind(), PackageKit::Verdict::Kind::Unusual);
+  EXPECT_EQ(CoreDiagnostic(test).run(*context).kind(), PackageKit::Verdict::Kind::Failed);
   ASSERT_TRUE(told(CoresDisagree));
   for (const RecordingContext::Event& event : context->events()) {
     if (event.code == CoresDisagree) {
