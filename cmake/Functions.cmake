@@ -10,6 +10,13 @@ function(tarvex_add_subfolders parent)
   endforeach()
 endfunction()
 
+# tarvex_set_run_path(<target> <directory>...): where it finds the project's libraries, from where it
+# lies itself, installed and in the build tree. It is the same in both: a run path that is replaced when
+# it is installed has empty elements until then, and the loader takes those for the working directory.
+function(tarvex_set_run_path target)
+  set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
+endfunction()
+
 # tarvex_add_library(<name> FOLDERS <folder>...): a shared library of all the sources in the folders
 # at the root, with its alias and the properties that both libraries share.
 function(tarvex_add_library name)
@@ -29,11 +36,14 @@ function(tarvex_add_library name)
   target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:tarvex_warnings>
                                         $<BUILD_INTERFACE:tarvex_coverage>)
   if(NOT TARVEX_SANITIZED)
-    # A sanitizer's runtime is found only when the program is linked.
-    target_link_options(${name} PRIVATE -Wl,-z,defs)
+    # A sanitizer's runtime is found only when the program is linked, and has names of its own.
+    set(map "${PROJECT_SOURCE_DIR}/cmake/library.map")
+    target_link_options(${name} PRIVATE -Wl,-z,defs "-Wl,--version-script=${map}")
+    set_property(TARGET ${name} APPEND PROPERTY LINK_DEPENDS "${map}")
   endif()
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION
-                                           ${PROJECT_VERSION_MAJOR} INSTALL_RPATH "$ORIGIN")
+                                           ${PROJECT_VERSION_MAJOR})
+  tarvex_set_run_path(${name} "$ORIGIN")
 endfunction()
 
 # tarvex_add_program(<name> SOURCES <source>... [LIBRARIES <library>...]): an executable of the

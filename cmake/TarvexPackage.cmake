@@ -87,6 +87,9 @@ function(tarvex_add_package)
     PROPERTIES
       OUTPUT_NAME "${arg_NAME}" PREFIX "lib" CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN
       ON LIBRARY_OUTPUT_DIRECTORY "${output_dir}" INSTALL_RPATH "$ORIGIN/../..")
+  if(COMMAND tarvex_set_run_path) # within the project
+    tarvex_set_run_path(${target} "$ORIGIN/../.." "$ORIGIN/..")
+  endif()
   target_link_options(${target} PRIVATE "-Wl,--version-script=${TARVEX_KIT_DATA_DIR}/package.map")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS "${TARVEX_KIT_DATA_DIR}/package.map")
   # A unique symbol would keep the package mapped after the last dlclose.

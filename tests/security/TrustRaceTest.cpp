@@ -22,6 +22,7 @@
 #include "tests/diagctl/Workplace.h"
 #include "tests/security/People.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::SecurityTest {
 namespace {
@@ -31,7 +32,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 namespace fs = std::filesystem;
 
-constexpr int kTries = 100;
+constexpr int kTries = TestSupport::kIsSanitized ? 10 : 100;
 
 int tries() {
   const char* const asked = std::getenv("TARVEX_RACE_TRIES");
