@@ -161,6 +161,19 @@ TEST_F(MemoryInjection, crash_behind_a_miscompare_is_a_failure_of_the_memory) {
   EXPECT_THAT(run.formatsWithout(step, "at address 0x"), IsEmpty());
 }
 
+TEST_F(MemoryInjection, crash_that_does_not_come_back_is_a_warning_with_one_node_too) {
+  // While the memory is populated: what remains then takes long enough.
+  begin(RandomPatterns, "MaximumMegabytes=128\nRounds=1\n");
+  ASSERT_EQ(kill(worker, SIGSEGV), 0);
+  const ReportedRun run = program->finish();
+  ASSERT_THAT(run.steps(), SizeIs(1)) << run.outcome().err;
+  step = *run.steps().begin();
+  EXPECT_EQ(run.exitCode(), DiagctlTest::kPassed) << run.outcome().out;
+  EXPECT_THAT(run.verdictsOf(step), ElementsAre("WARNING"));
+  EXPECT_THAT(run.symptomsOf(step), ElementsAre("crash-not-repeated"));
+  EXPECT_THAT(run.formatsWithout(step, "it did not crash"), IsEmpty());
+}
+
 TEST_F(MemoryInjection, poisoned_pages_fail_the_test_and_nothing_else_is_blamed) {
   begin(BandwidthStress, "MaximumMegabytes=32\nDurationSeconds=4\n");
   ASSERT_TRUE(waitForPatterns());
