@@ -24,7 +24,7 @@ namespace {
 using Common::RecordingJournal;
 using ::testing::IsEmpty;
 
-const Path path("lo");  ///< judged as a wire would be
+const Path kPath("lo");  ///< judged as a wire would be
 
 /// @brief The addresses of this process's sockets that wait for whoever comes.
 std::vector<sockaddr_in> waitingSockets() {
@@ -83,7 +83,7 @@ TEST(NetworkStrangers, who_connect_first_are_turned_away) {
   const StreamFigures figures = verifyStreams(
       [&](unsigned int) { return connectStream(loopbackEnd(), stranger.at(loopbackEnd())); },
       {.bytes = std::uint64_t{1} << 20, .seed = 1, .pace = {.stall = std::chrono::seconds(10)}},
-      path, journal);
+      kPath, journal);
   EXPECT_GT(stranger.count(), 0U);
   EXPECT_TRUE(figures.isWhole);
   EXPECT_THAT(journal.complaints(), IsEmpty());
@@ -93,7 +93,7 @@ TEST(NetworkStrangers, whose_datagrams_come_first_are_not_heard) {
   Stranger stranger(SOCK_DGRAM);
   RecordingJournal journal;
   const auto link = connectDatagrams(loopbackEnd(), stranger.at(loopbackEnd()));
-  verifyDatagrams(*link, {.datagrams = 500, .seed = 3, .longest = 1472}, path, journal);
+  verifyDatagrams(*link, {.datagrams = 500, .seed = 3, .longest = 1472}, kPath, journal);
   EXPECT_GT(stranger.count(), 0U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }

@@ -24,10 +24,10 @@ void failFrom(int entry) {
 extern "C" __attribute__((visibility("default"))) dirent* readdir(DIR* folder) {
   using namespace TarvexDiags::Network::BrokenListing;
   using Readdir = dirent* (*)(DIR*);
-  static const auto original = reinterpret_cast<Readdir>(dlsym(RTLD_NEXT, "readdir"));
+  static const auto kOriginal = reinterpret_cast<Readdir>(dlsym(RTLD_NEXT, "readdir"));
   if (failing != kNever && ++entries >= failing) {
     errno = EIO;
     return nullptr;
   }
-  return original(folder);
+  return kOriginal(folder);
 }
