@@ -34,6 +34,7 @@ enum KitEvent : unsigned int {
   TEST_NOT_SUPPORTED = 9040,  ///< reason. The result is UNUSUAL_STATUS
   EVENTS_DROPPED = 9041,      ///< how many events the test raised beyond what is kept
   TEST_ABORTED = 9042,        ///< the client ended the test: no verdict
+  SETTING_REPLACED = 9043,    ///< key, value, what holds instead: the value is no such time
 
   // INFORMATION_EVENT
   TEST_STARTED = 9060,      ///< number of the pass, seed

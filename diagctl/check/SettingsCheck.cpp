@@ -54,7 +54,8 @@ std::string faultOf(SettingKind kind, const std::string& value) {
     case SettingKind::Number:
       return tr("'{}' is no number", value);
     case SettingKind::Duration:
-      return tr("'{}' is no time in seconds", value);
+      return tr("'{}' is no time in seconds from 0 to {}", value,
+                static_cast<long>(PackageKit::kLongestTime.count()));
     case SettingKind::Text:
       break;
   }

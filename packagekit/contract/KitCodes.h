@@ -90,6 +90,8 @@ inline constexpr KitCode kKitCodes[] = {
                RunEffect::NotPossible),
     warningRow(EVENTS_DROPPED, "KIT_EVENTS_DROPPED", "kit-events-dropped", RunEffect::Finding),
     warningRow(TEST_ABORTED, "KIT_TEST_ABORTED", "kit-test-aborted", RunEffect::Aborted),
+    warningRow(SETTING_REPLACED, "KIT_SETTING_REPLACED", "kit-setting-replaced",
+               RunEffect::Finding),
     newsRow(TEST_STARTED, "KIT_TEST_STARTED", "kit-test-started", RunEffect::News),
     newsRow(TEST_ENDED, "KIT_TEST_ENDED", "kit-test-ended", RunEffect::Nothing),
     newsRow(TEST_MEASUREMENT, "KIT_TEST_MEASUREMENT", "kit-test-measurement",

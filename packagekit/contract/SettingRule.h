@@ -28,8 +28,8 @@ enum class SettingKind : unsigned char {
   Duration,  ///< in seconds: the same, not below 0 and at most kLongestTime
 };
 
-/// @brief More than anybody waits, and little enough to be counted in nanoseconds.
-inline constexpr Seconds kLongestTime{1e9};
+/// @brief A year: more than anybody waits, and little enough to be counted in nanoseconds.
+inline constexpr Seconds kLongestTime{31'536'000};
 
 /// @brief The kind of each type that a test can ask for.
 template <class Value>

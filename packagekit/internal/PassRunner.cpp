@@ -248,8 +248,8 @@ SessionEnd PassRunner::runSession() {
 // Anew for each worker; what concerns the pass as a whole, for its first.
 void PassRunner::readConfiguration() {
   const Settings settings = m_module.settings();
-  const auto seconds = [&settings](const auto& setting, double fallback) {
-    return Settings::toNumber(settings.package(setting.key()).value_or("")).value_or(fallback);
+  const auto seconds = [this, &settings](const auto& setting, double fallback) {
+    return secondsOf(setting, settings.package(setting.key()), fallback);
   };
   const auto integer = [&settings](const auto& setting) {
     return Settings::toInteger(settings.package(setting.key()).value_or(""));
@@ -260,8 +260,9 @@ void PassRunner::readConfiguration() {
   m_limits.abortGrace = seconds(kAbortGrace, m_limits.abortGrace);
   m_limits.termGrace = seconds(kTermGrace, m_limits.termGrace);
   m_limits.killGrace = seconds(kKillGrace, m_limits.killGrace);
-  m_limits.tests = {
-      settings.testNumber(m_setup.testIds[m_offset], kTestTimeout.key(), kDefaultTestTimeout)};
+  m_limits.tests = {secondsOf(kTestTimeout,
+                              settings.test(m_setup.testIds[m_offset], kTestTimeout.key()),
+                              kDefaultTestTimeout)};
   if (m_eventsLeft) {
     return;
   }
@@ -274,6 +275,17 @@ void PassRunner::readConfiguration() {
   m_setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, integer(kMemoryLimit).value_or(0)))
                         << 20U;
   m_setup.coreDumps = settings.packageFlag(kCoreDumps.key(), false);
+}
+
+// What is no time, or none that ends, must not switch off what watches over a test.
+double PassRunner::secondsOf(const OptionalSetting<Seconds>& setting,
+                             const std::optional<std::string>& text, double fallback) {
+  const auto value = text ? valueFrom<Seconds>(*text) : Seconds(fallback);
+  if (value) {
+    return value->count();
+  }
+  raised(unusual(SETTING_REPLACED, {setting.key(), *text, secondsText(fallback)}));
+  return fallback;
 }
 
 void PassRunner::testBegan(std::size_t position) {

@@ -7,6 +7,7 @@
 
 #include "Diag/DiagnosticEvent.h"
 #include "Diag/DiagnosticResult.h"
+#include "packagekit/Setting.h"
 #include "packagekit/contract/Judgement.h"
 #include "packagekit/internal/Module.h"
 #include "packagekit/internal/PassSetup.h"
@@ -61,6 +62,8 @@ class PassRunner : private SessionObserver {
   bool startIsRefused();
   SessionEnd runSession();
   void readConfiguration();
+  double secondsOf(const OptionalSetting<Seconds>& setting, const std::optional<std::string>& text,
+                   double fallback);
   void boundBytes(std::vector<std::string>& parameters);
   bool judgeSession(const SessionEnd& end);
   PassOutcome told(const TestReport& report, Contract::Ending ending);

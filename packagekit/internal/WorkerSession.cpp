@@ -11,6 +11,7 @@
 
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
+#include "packagekit/contract/SettingRule.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -20,7 +21,6 @@ namespace {
 constexpr int kReadsInARow = 16;
 // How often a host looks for the end of a process where the kernel has no descriptors for them.
 constexpr int kLookMilliseconds = 20;
-constexpr double kLongestWait = 1e9;
 constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads or ends
 
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
@@ -146,8 +146,9 @@ void WorkerSession::pause(bool on) {
 void WorkerSession::allow(double seconds) {
   m_deadline.reset();
   m_left.reset();
-  if (seconds > 0 && seconds < kLongestWait) {
-    m_left = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  if (seconds > 0) {
+    m_left = std::chrono::duration_cast<Clock::duration>(
+        std::min(std::chrono::duration<double>(seconds), kLongestTime));
     if (!m_isPaused) {
       m_deadline = Clock::now() + *m_left;
     }

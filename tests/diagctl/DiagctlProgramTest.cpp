@@ -685,14 +685,21 @@ TEST_F(Diagctl, check_tells_keys_that_a_package_misses_and_those_that_nobody_rea
   place.replaceIn(network, "CarrierSeconds=10\n", "CarierSeconds=10\n");
   place.replaceIn(network, "AllowedDrops=10\n", "");
   place.replaceIn(network, "QuickDatagrams=20000\n", "QuickDatagrams=few\n");
+  place.replaceIn(network, "TestTimeout=600\n",
+                  "TestTimeout=nan\nAbortGrace=inf\nTermGrace=1e300\nKillGrace=31536001\n");
   const Outcome outcome = run({"check"});
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(linesOf(outcome.out),
-              IsSupersetOf(std::vector<std::string>{
-                  network + " [TestID6] CarierSeconds: no such key is read",
-                  network + " [TestID6] CarrierSeconds: the key is missing",
-                  network + " [Package] AllowedDrops: the key is missing",
-                  network + " [TestID5] QuickDatagrams: 'few' is no whole number of 0 or above"}));
+  EXPECT_THAT(
+      linesOf(outcome.out),
+      IsSupersetOf(std::vector<std::string>{
+          network + " [TestID6] CarierSeconds: no such key is read",
+          network + " [TestID6] CarrierSeconds: the key is missing",
+          network + " [Package] AllowedDrops: the key is missing",
+          network + " [Package] TestTimeout: 'nan' is no time in seconds from 0 to 31536000",
+          network + " [Package] AbortGrace: 'inf' is no time in seconds from 0 to 31536000",
+          network + " [Package] TermGrace: '1e300' is no time in seconds from 0 to 31536000",
+          network + " [Package] KillGrace: '31536001' is no time in seconds from 0 to 31536000",
+          network + " [TestID5] QuickDatagrams: 'few' is no whole number of 0 or above"}));
 }
 
 TEST_F(Diagctl, check_tells_tags_that_clash) {

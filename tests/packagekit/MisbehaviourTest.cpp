@@ -181,6 +181,37 @@ TEST_F(Misbehaviour, a_test_without_a_time_of_its_own_has_that_of_the_package) {
   EXPECT_EQ(run.parametersOf(TEST_TIMED_OUT)[3], "0.2");
 }
 
+TEST_F(Misbehaviour, a_time_that_is_none_is_replaced_and_told) {
+  for (const char* const value : {"nan", "inf", "1e300", "-1", "31536000.5", "soon"}) {
+    m_driver.set("TestID1", "TestTimeout", value).set("Package", "KillGrace", value);
+    const auto run = m_driver.run("unit0", {kBehaves});
+    EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+    std::vector<std::vector<std::string>> replaced;
+    for (const auto& event : run.events) {
+      if (event.code == SETTING_REPLACED) {
+        EXPECT_EQ(event.type, Diag::DiagnosticEvent::WARNING_EVENT);
+        replaced.emplace_back(event.parameters.begin() + 3, event.parameters.end());
+      }
+    }
+    EXPECT_THAT(replaced, ::testing::UnorderedElementsAre(
+                              std::vector<std::string>{"KillGrace", value, "5"},
+                              std::vector<std::string>{"TestTimeout", value, "3600"}));
+  }
+}
+
+TEST_F(Misbehaviour, a_year_and_nothing_are_times) {
+  m_driver.set("TestID1", "TestTimeout", "31536000").set("Package", "KillGrace", "0");
+  const auto run = m_driver.run("unit0", {kBehaves});
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_FALSE(run.has(SETTING_REPLACED));
+}
+
+TEST_F(Misbehaviour, a_grace_that_is_none_does_not_keep_a_deaf_test_alive) {
+  m_driver.set("Package", "AbortGrace", "nan").set("Package", "TermGrace", "inf");
+  const auto run = m_driver.run("unit0", {6});
+  expectTrouble(run, TEST_TIMED_OUT, "6");
+}
+
 TEST_F(Misbehaviour, an_abort_ends_a_test_that_does_not_listen) {
   m_driver.set("Package", "TestTimeout", "600").set("TestID6", "TestTimeout", "600");
   const auto diagnostics = m_driver.makeDiagnostics();

@@ -123,10 +123,11 @@ TEST_F(SettingsCheckTest, value_of_another_kind_is_told_with_its_reason) {
               UnorderedElementsAre("disks.cfg [TestID1] Factor: '2,5' is no number"));
   EXPECT_THAT(toldWith("Virtual=FALSE", "Virtual=no"),
               UnorderedElementsAre("disks.cfg [Package] Virtual: 'no' is none of TRUE, FALSE"));
-  EXPECT_THAT(
-      toldWith("QuickHoldSeconds=0.5", "QuickHoldSeconds=short\nInjectFault=one"),
-      UnorderedElementsAre("disks.cfg [TestID2] QuickHoldSeconds: 'short' is no time in seconds",
-                           "disks.cfg [TestID2] InjectFault: 'one' is no whole number"));
+  EXPECT_THAT(toldWith("QuickHoldSeconds=0.5", "QuickHoldSeconds=short\nInjectFault=one"),
+              UnorderedElementsAre(
+                  "disks.cfg [TestID2] QuickHoldSeconds: 'short' is no time in seconds from 0 to "
+                  "31536000",
+                  "disks.cfg [TestID2] InjectFault: 'one' is no whole number"));
 }
 
 TEST_F(SettingsCheckTest, tests_beyond_the_number_of_tests_need_nothing) {
