@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <stdlib.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <initializer_list>
 #include <stdexcept>
@@ -14,7 +12,6 @@
 
 #include "System/SysUtil.h"
 #include "diagctl/report/OpenedFile.h"
-#include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -37,15 +34,6 @@ bool isThere(const fs::path& path) {
   return fs::exists(path, ignored);
 }
 
-fs::path makeTemporaryDirectory() {
-  std::string path = (fs::temp_directory_path() / "diagctl-XXXXXX").string();
-  if (mkdtemp(path.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(),
-                            tr("making a directory for the control file"));
-  }
-  return path;
-}
-
 // Whatever the umask allows others: root refuses a control file that they may write to.
 bool writeForOneself(const std::string& path, const std::string& text) {
   const OpenedFile file(
@@ -57,6 +45,7 @@ bool writeForOneself(const std::string& path, const std::string& text) {
 
 Configuration Configuration::find(const std::optional<std::string>& named,
                                   const fs::path& systemDirectory) {
+  RunFolder::removeAbandoned();
   if (named) {
     return Configuration(*named);
   }
@@ -76,26 +65,15 @@ Configuration Configuration::find(const std::optional<std::string>& named,
 }
 
 Configuration Configuration::make(const fs::path& packages) {
-  const fs::path directory = makeTemporaryDirectory();
-  Configuration made((directory / "control.cfg").string());
-  made.m_madeDirectory = directory;
-  Interruption::removeWhenLeaving(directory.string());
-  if (!writeForOneself(made.m_path, embeddedControlFile(packages, directory))) {
+  RunFolder::removeAbandoned();
+  RunFolder folder;
+  Configuration made((folder.path() / "control.cfg").string());
+  const std::string text = embeddedControlFile(packages, folder.path());
+  made.m_folder.emplace(std::move(folder));
+  if (!writeForOneself(made.m_path, text)) {
     throw std::runtime_error(tr("{}: cannot be written", made.m_path));
   }
   return made;
-}
-
-Configuration::Configuration(Configuration&& other) noexcept
-    : m_path(std::move(other.m_path)),
-      m_madeDirectory(std::exchange(other.m_madeDirectory, fs::path())) {}
-
-Configuration::~Configuration() {
-  if (!m_madeDirectory.empty()) {
-    std::error_code ignored;
-    fs::remove_all(m_madeDirectory, ignored);
-    Interruption::removeWhenLeaving("");
-  }
 }
 
 std::string Configuration::origin() const {

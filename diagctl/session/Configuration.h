@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "diagctl/session/RunFolder.h"
+
 namespace TarvexDiags::FrontEnd {
 
 /// The control file that a session works with: the one that was named, else the first that exists
@@ -17,18 +19,11 @@ class Configuration {
   static Configuration find(const std::optional<std::string>& named,
                             const std::filesystem::path& systemDirectory = "/etc");
 
-  /// Makes one for a directory of packages; its logs go with it.
+  /// Makes one for a directory of packages; file and logs go with the object.
   static Configuration make(const std::filesystem::path& packages);
 
-  /// Removes a file that was made.
-  ~Configuration();
-  Configuration(Configuration&& other) noexcept;
-  Configuration& operator=(Configuration&&) = delete;
-  Configuration(const Configuration&) = delete;
-  Configuration& operator=(const Configuration&) = delete;
-
   const std::string& path() const { return m_path; }
-  bool isEmbedded() const { return !m_madeDirectory.empty(); }
+  bool isEmbedded() const { return m_folder.has_value(); }
   /// Where the file comes from, for people.
   std::string origin() const;
 
@@ -36,7 +31,7 @@ class Configuration {
   explicit Configuration(std::string path) : m_path(std::move(path)) {}
 
   std::string m_path;
-  std::filesystem::path m_madeDirectory;
+  std::optional<RunFolder> m_folder;
 };
 
 /// The directory of packages that a control file names; empty if it names none.

@@ -50,6 +50,7 @@ TEST(ConfigurationDeathTest, nothing_of_a_made_one_is_left_when_a_signal_ends_th
     EXPECT_EXIT(makeAndEnd(number), ::testing::ExitedWithCode(128 + number), "");
     EXPECT_TRUE(fs::is_empty(place.path())) << number;
   }
+  unsetenv("TMPDIR");
 }
 
 }  // namespace
