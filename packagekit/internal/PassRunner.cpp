@@ -111,7 +111,7 @@ DiagnosticEvent::EventType typeOf(unsigned int code) {
 std::size_t bytesOf(const std::vector<std::string>& parameters) {
   std::size_t bytes = sizeof(DiagnosticEvent);
   for (const std::string& parameter : parameters) {
-    bytes += sizeof parameter + parameter.size();
+    bytes += sizeof(std::string) + parameter.size();
   }
   return bytes;
 }
