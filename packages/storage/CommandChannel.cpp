@@ -25,9 +25,8 @@ enum HostStatus : unsigned short int { NoConnection = 1, TimedOut = 3, BadTarget
 /// @brief Whether the command ended because its time was up. What recovers an ATA disk ends it as
 /// aborted; only the time that it took tells that.
 bool wasSilent(const sg_io_hdr_t& ended) {
-  const bool tookItsTime = std::chrono::milliseconds(ended.duration) >=
-                           kCommandPatience - std::chrono::milliseconds(100);
-  return ended.host_status == TimedOut || (ended.status == kCheckCondition && tookItsTime);
+  return ended.host_status == TimedOut || (ended.status == kCheckCondition &&
+                                           tookItsTime(std::chrono::milliseconds(ended.duration)));
 }
 
 class SgChannel final : public CommandChannel {
@@ -110,6 +109,10 @@ ScsiCommand::ScsiCommand(std::initializer_list<std::uint8_t> bytes, std::size_t 
     : blockBytes(static_cast<std::uint8_t>(std::min(bytes.size(), block.size()))),
       answerBytes(mostAnswered) {
   std::copy_n(bytes.begin(), blockBytes, block.begin());
+}
+
+bool tookItsTime(std::chrono::nanoseconds taken) {
+  return taken >= kCommandPatience - std::chrono::milliseconds(100);
 }
 
 Sense senseFrom(Record sense) {

@@ -67,6 +67,9 @@ class SilentCommand : public std::exception {
 /// @brief How long a disk may take for one command.
 constexpr std::chrono::seconds kCommandPatience{5};
 
+/// @brief Whether a command that has ended took all of that, as far as the kernel's clock tells.
+bool tookItsTime(std::chrono::nanoseconds taken);
+
 /// @brief The way of commands to a disk; a seam, so that tests can bring disks of their own. Of one
 /// thread.
 class CommandChannel {

@@ -1,14 +1,18 @@
 // Discovery in trees that look like the kernel's, and health from records as disks write them.
 
+#include <array>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 
 #include "packages/storage/CommandChannel.h"
 #include "packages/storage/Disks.h"
 #include "packages/storage/Health.h"
 #include "packages/storage/HealthRecords.h"
+#include "packages/storage/NvmeReader.h"
 #include "tests/packages/storage/NvmeCommands.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TestPrecompiled.h"
@@ -250,11 +254,32 @@ Disk nvmeBehindFile() {
   return disk;
 }
 
+/// @brief The same with the name of a disk that the machine has; nothing when it has none.
+std::optional<Disk> nvmeThatIsThere() {
+  Disk disk = nvmeBehindFile();
+  std::error_code none;
+  for (const auto& real : fs::directory_iterator("/sys/block", none)) {
+    disk.name = real.path().filename();
+  }
+  return none || disk.name != nvmeBehindFile().name ? std::optional(disk) : std::nullopt;
+}
+
+/// @brief A clock on which each command takes so long.
+auto clockWithCommandsOf(std::chrono::milliseconds each) {
+  return [each, time = std::chrono::steady_clock::time_point()]() mutable { return time += each; };
+}
+
+constexpr std::array kNvmeQuestions{+[](HealthReader& reader) { reader.health(); },
+                                    +[](HealthReader& reader) { reader.errorLog(); }};
+
 TEST(StorageHealth, of_an_nvme_disk_is_asked_for_with_a_time_limit) {
-  for (const auto question : {+[](HealthReader& reader) { reader.health(); },
-                              +[](HealthReader& reader) { reader.errorLog(); }}) {
+  const std::optional<Disk> disk = nvmeThatIsThere();
+  if (!disk) {
+    GTEST_SKIP() << "this machine has no disks";
+  }
+  for (const auto question : kNvmeQuestions) {
     const NvmeCommands commands(EINTR);  // as the kernel tells that the time is over
-    const auto reader = makeHealthReader(nvmeBehindFile());
+    const auto reader = makeNvmeReader(*disk, clockWithCommandsOf(std::chrono::seconds(5)));
     EXPECT_THROW(question(*reader), SilentCommand);
     ASSERT_THAT(NvmeCommands::seen(), SizeIs(1));
     EXPECT_EQ(NvmeCommands::seen().front().timeLimit, 5000U);
@@ -262,16 +287,41 @@ TEST(StorageHealth, of_an_nvme_disk_is_asked_for_with_a_time_limit) {
   }
 }
 
-TEST(StorageHealth, of_an_nvme_disk_that_refuses_the_command_is_not_supported) {
-  const NvmeCommands commands(EACCES);
-  Disk disk = nvmeBehindFile();
-  for (const Disk& real : findDisks()) {
-    disk.name = real.name;  // one that is not there would count as gone
-  }
-  if (disk.name == nvmeBehindFile().name) {
+TEST(StorageHealth, of_an_nvme_disk_whose_command_was_cancelled_at_once_blames_nobody) {
+  const std::optional<Disk> disk = nvmeThatIsThere();
+  if (!disk) {
     GTEST_SKIP() << "this machine has no disks";
   }
-  EXPECT_THROW(makeHealthReader(disk)->health(), NotSupported);
+  for (const auto question : kNvmeQuestions) {
+    const NvmeCommands commands(EINTR);  // as the kernel tells that the controller was reset
+    const auto reader = makeNvmeReader(*disk, clockWithCommandsOf(std::chrono::milliseconds(3)));
+    EXPECT_THROW(question(*reader), NotSupported);
+  }
+}
+
+TEST(StorageHealth, of_an_nvme_disk_that_is_pulled_out_during_a_command_says_so) {
+  if (!fs::exists("/sys/block")) {
+    GTEST_SKIP() << "this machine does not show its disks";
+  }
+  for (const auto taken : {std::chrono::milliseconds(3), std::chrono::milliseconds(5000)}) {
+    const NvmeCommands commands(EINTR);
+    const auto reader = makeNvmeReader(nvmeBehindFile(), clockWithCommandsOf(taken));
+    try {
+      reader->health();
+      ADD_FAILURE() << "the disk was read";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code().value(), ENODEV);
+    }
+  }
+}
+
+TEST(StorageHealth, of_an_nvme_disk_that_refuses_the_command_is_not_supported) {
+  const std::optional<Disk> disk = nvmeThatIsThere();
+  if (!disk) {
+    GTEST_SKIP() << "this machine has no disks";  // one that is not there would count as gone
+  }
+  const NvmeCommands commands(EACCES);
+  EXPECT_THROW(makeHealthReader(*disk)->health(), NotSupported);
 }
 
 nvme_smart_log soundNvme() {

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+#include "packages/storage/Health.h"
+
+namespace TarvexDiags::Storage {
+
+/// @brief NVMe disks: the health and error logs, through the driver's passthrough. Throws as the
+/// reader when the disk cannot be opened.
+/// @param now tells how long a command has taken
+std::unique_ptr<HealthReader> makeNvmeReader(
+    const Disk& disk,
+    std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now);
+
+}  // namespace TarvexDiags::Storage
