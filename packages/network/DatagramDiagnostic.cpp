@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -63,7 +64,9 @@ class DatagramRun {
     while (!isStorm() && !m_stopped && receive()) {
       // A second copy may come after everything else.
     }
-    tellAll();
+    if (!m_stopped) {
+      tellAll();  // else what was not read any more would count as lost
+    }
     return m_figures;
   }
 
@@ -72,7 +75,7 @@ class DatagramRun {
   static constexpr std::uint64_t kFewExtras = 1000;
 
   bool isHopeless() const {
-    return m_silences >= m_options.mostSilences || m_givenUp >= m_options.mostLosses || m_isSlow ||
+    return m_silences >= m_options.mostSilences || m_givenUp >= m_options.mostLosses || m_slow ||
            isStorm();
   }
 
@@ -85,13 +88,14 @@ class DatagramRun {
                     [this](std::chrono::milliseconds atMost) { m_link.wait(atMost); });
     m_idle += waited;
     // What is on its way over such a path may arrive some day; it counts as lost.
-    m_isSlow = m_pace.wait(waited, m_figures.bytes).has_value();
+    m_slow = m_pace.wait(waited, m_figures.bytes);
     if (m_idle >= m_options.patience) {
       m_path.requirePresence();
       // What is on its way now is lost; the rest still gets its chance.
       m_givenUp += m_sent - m_settled;
       m_settled = m_sent;
       ++m_silences;
+      m_inVain += m_idle;
       m_idle = {};
     }
   }
@@ -223,8 +227,8 @@ class DatagramRun {
   void tell(Finding finding) { report(m_journal, finding.event, std::move(finding.parameters)); }
 
   void tellAll() {
-    if (!m_broken) {
-      tellLosses();  // else what was on its way shares the fate of the connection
+    if (!m_broken && !tellLosses()) {  // what was on its way shares the fate of the connection
+      tellEarlyEnd();
     }
     if (m_told > kMostTold) {
       m_corrupted.count += m_unknown;
@@ -239,7 +243,17 @@ class DatagramRun {
     }
   }
 
-  void tellLosses() {
+  /// @brief What was on its way may have arrived at the last moment; the rest was never sent.
+  void tellEarlyEnd() {
+    if (m_slow) {
+      tell(m_path.slow(*m_slow, m_figures.bytes));
+    } else if (m_sent < m_options.datagrams && !isStorm()) {
+      tell(m_path.slow({Pace::Fault::Kind::Stalled, m_inVain}, m_figures.bytes));
+    }
+  }
+
+  /// @return whether the path has lost any
+  bool tellLosses() {
     Tally lost;
     for (std::uint64_t sequence = 0; sequence < m_sent; ++sequence) {
       if (m_arrivals[sequence] == 0) {
@@ -252,7 +266,7 @@ class DatagramRun {
       lost.count = std::min(lost.count, m_givenUp);  // the rest may wait behind the copies
     }
     if (lost.count == 0) {
-      return;
+      return false;
     }
     m_path.requirePresence();
     const std::uint64_t overran = std::min(lost.count, m_link.overruns());
@@ -264,6 +278,7 @@ class DatagramRun {
     if (lost.count > 0) {
       tell(m_path.lost(lost.count, lost.first, m_sent));
     }
+    return lost.count > 0;
   }
 
   void tellTally(NetworkEvent event, const Tally& tally) {
@@ -291,6 +306,8 @@ class DatagramRun {
   std::uint64_t m_received = 0;  ///< whatever it was
   std::uint64_t m_extras = 0;    ///< of those: copies, and what nobody has sent
   Pace m_pace;
+  std::optional<Pace::Fault> m_slow;     ///< why the path is as good as dead
+  std::chrono::nanoseconds m_inVain{0};  ///< waited for what was given up
   std::chrono::nanoseconds m_idle{0};
   unsigned int m_silences = 0;  ///< waits in vain since the last arrival
   Tally m_corrupted;
@@ -298,7 +315,6 @@ class DatagramRun {
   Tally m_reordered;
   unsigned int m_told = 0;
   bool m_broken = false;
-  bool m_isSlow = false;
   bool m_stopped = false;
 };
 

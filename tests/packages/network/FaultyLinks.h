@@ -121,6 +121,7 @@ class FaultyDatagrams : public DatagramLink {
     std::uint64_t overruns = 0;         ///< of those that are lost: by the receiver's own fault
     unsigned int copies = 2;            ///< of those that are repeated
     std::chrono::milliseconds each{0};  ///< how long one takes
+    unsigned int keepForWaits = 0;      ///< nothing arrives before so many waits, each a full one
   };
   static constexpr unsigned int kEndless = std::numeric_limits<unsigned int>::max();
 
@@ -155,6 +156,9 @@ class FaultyDatagrams : public DatagramLink {
   }
 
   std::int64_t receive(std::span<std::byte> buffer) override {
+    if (m_waits < m_faults.keepForWaits) {
+      return 0;
+    }
     // A swap needs the next one to be there already.
     if (m_waiting.empty() && !m_storm.empty()) {
       return handOver(m_storm, buffer);
@@ -174,8 +178,13 @@ class FaultyDatagrams : public DatagramLink {
   }
 
   void wait(std::chrono::milliseconds limit) override {
-    m_faults.each.count() > 0 ? std::this_thread::sleep_for(std::min(limit, m_faults.each))
-                              : std::this_thread::yield();
+    if (m_waits++ < m_faults.keepForWaits) {
+      std::this_thread::sleep_for(limit);
+    } else if (m_faults.each.count() > 0) {
+      std::this_thread::sleep_for(std::min(limit, m_faults.each));
+    } else {
+      std::this_thread::yield();
+    }
   }
 
   std::uint64_t overruns() const override { return m_faults.overruns; }
@@ -196,6 +205,7 @@ class FaultyDatagrams : public DatagramLink {
 
   Faults m_faults;
   std::uint64_t m_sent = 0;
+  unsigned int m_waits = 0;
   std::deque<std::vector<std::byte>> m_waiting;
   std::vector<std::byte> m_storm;  ///< comes whenever nothing else does
   std::chrono::steady_clock::time_point m_nextArrival;

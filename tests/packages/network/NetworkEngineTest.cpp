@@ -473,6 +473,42 @@ TEST(NetworkDatagrams, that_all_vanish_are_lost_and_end_the_run_soon) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "0"));
   EXPECT_EQ(link.sent(), 96U) << "three windows of 32";
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 0);
+/// @brief A path on which all that is sent arrives only when the run has given it up.
+FaultyDatagrams lateLink() {
+  return FaultyDatagrams({.keepForWaits = 3});
+}
+
+TEST(NetworkDatagrams, that_arrive_when_the_path_counts_as_dead_do_not_stand_for_the_rest) {
+  DatagramOptions slow = datagrams();
+  slow.patience = std::chrono::seconds(60);
+  slow.pace.stall = 3 * Patience::kLook;
+  DatagramOptions silent = datagrams();
+  silent.mostSilences = 3;
+  for (const DatagramOptions& options : {slow, silent}) {
+    FaultyDatagrams link = lateLink();
+    RecordingJournal journal;
+    const DatagramFigures figures = verifyDatagrams(link, options, kLoopback, journal);
+    EXPECT_EQ(figures.arrived, link.sent());
+    EXPECT_LT(link.sent(), options.datagrams);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(2), std::to_string(figures.bytes));
+  }
+}
+
+TEST(NetworkDatagrams, that_were_not_read_because_of_a_stop_are_not_lost) {
+  // In the wait with which the path counts as dead, and while the last ones are read.
+  for (const int questions : {2, 3}) {
+    FaultyDatagrams link = lateLink();
+    DatagramOptions options = datagrams();
+    options.mostSilences = 3;
+    RecordingJournal journal;
+    journal.stopAfter(questions);
+    verifyDatagrams(link, options, kLoopback, journal);
+    EXPECT_EQ(link.sent(), 3 * options.inFlight);
+    EXPECT_THAT(journal.events(), IsEmpty());
+  }
+}
+
 }
 
 TEST(NetworkDatagrams, that_vanish_from_some_point_on_end_the_run_soon) {
