@@ -183,16 +183,23 @@ class UdpLink final : public DatagramLink {
   std::uint64_t m_overrunsBefore = 0;
 };
 
-/// @brief Waits until the socket is ready. @return false when a stop was requested. Throws
-/// ETIMEDOUT when the patience is over.
+/// @brief False when a stop was requested. Throws ETIMEDOUT when the patience is over.
+bool mayGoOn(const ConnectLimits& limits) {
+  if (limits.stopRequested()) {
+    return false;
+  }
+  if (limits.patience->isOver()) {
+    throw std::system_error(ETIMEDOUT, std::generic_category(), "connect");
+  }
+  return true;
+}
+
+/// @brief Waits until the socket is ready. False and throws as mayGoOn.
 bool waitUntilReady(const UniqueDescriptor& socket, short events, const ConnectLimits& limits) {
   pollfd ready{socket.get(), events, 0};
   while (poll(&ready, 1, 0) <= 0) {
-    if (limits.stopRequested()) {
+    if (!mayGoOn(limits)) {
       return false;
-    }
-    if (limits.patience->isOver()) {
-      throw std::system_error(ETIMEDOUT, std::generic_category(), "connect");
     }
     limits.patience->look([&](std::chrono::milliseconds atMost) {
       poll(&ready, 1, static_cast<int>(atMost.count()));
@@ -238,26 +245,43 @@ UniqueDescriptor beginConnecting(const End& from, const sockaddr_in& target) {
   return sender;
 }
 
+/// @brief Whether accept tells with this errno of one that has left again, or of a network error
+/// of a connection that waited; the listener is as well as before.
+bool isOfOneThatLeft(int error) {
+  constexpr std::array kOfOneThatLeft{EAGAIN,       EINTR,       ECONNABORTED, ENETDOWN,
+                                      EPROTO,       ENOPROTOOPT, EHOSTDOWN,    ENONET,
+                                      EHOSTUNREACH, EOPNOTSUPP,  ENETUNREACH};
+  return std::find(kOfOneThatLeft.begin(), kOfOneThatLeft.end(), error) != kOfOneThatLeft.end();
+}
+
+/// @brief The next connection when it is the wanted one; turns away any other.
+UniqueDescriptor acceptNext(const UniqueDescriptor& listener, const sockaddr_in& wanted) {
+  sockaddr_in peer{};
+  socklen_t length = sizeof peer;
+  UniqueDescriptor accepted(
+      accept4(listener.get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
+  if (!accepted && !isOfOneThatLeft(errno)) {
+    check(-1, "accept");
+  }
+  return accepted && isSame(peer, wanted) ? std::move(accepted) : UniqueDescriptor();
+}
+
 /// @brief The other end of the connection; strangers are turned away. Nothing when a stop was
-/// requested. Throws as waitUntilReady.
+/// requested. Throws as mayGoOn.
 UniqueDescriptor acceptFrom(const UniqueDescriptor& sender, const UniqueDescriptor& listener,
                             const ConnectLimits& limits) {
   const sockaddr_in wanted = ownAddress(sender);
+  UniqueDescriptor accepted;
   // The last step of the handshake may have been lost.
-  while (waitUntilReady(listener, POLLIN, limits)) {
-    sockaddr_in peer{};
-    socklen_t length = sizeof peer;
-    UniqueDescriptor accepted(
-        accept4(listener.get(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC));
-    if (accepted && isSame(peer, wanted)) {
-      return accepted;
-    }
-    // One that has left again before it was accepted is a stranger too.
-    if (!accepted && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
-      check(-1, "accept");
+  while (!accepted && waitUntilReady(listener, POLLIN, limits)) {
+    // As long as strangers come, the listener is always ready: they take their time off too.
+    limits.patience->look(
+        [&](std::chrono::milliseconds) { accepted = acceptNext(listener, wanted); });
+    if (!accepted && !mayGoOn(limits)) {
+      return {};
     }
   }
-  return {};
+  return accepted;
 }
 
 }  // namespace

@@ -32,6 +32,7 @@
 #include "packages/network/Sockets.h"
 #include "packages/network/StreamDiagnostic.h"
 #include "tests/packages/network/BrokenListing.h"
+#include "tests/packages/network/Callers.h"
 #include "tests/packages/network/FaultyLinks.h"
 #include "tests/packages/network/TapWire.h"
 #include "tests/support/Eventually.h"
@@ -332,6 +333,45 @@ TEST(NetworkStream, that_waits_for_its_connection_ends_when_stopped) {
   EXPECT_THAT(journal.events(), IsEmpty());
 }
 
+// So many that nobody waits for the last one, and that a test which does has an end.
+constexpr std::uint64_t kCrowd = 1'000'000;
+
+TEST(NetworkStream, among_endless_strangers_ends_when_stopped) {
+  const Callers strangers(kCrowd);
+  int questions = 0;
+  EXPECT_EQ(connectOverLoopback({.stopRequested = [&] { return ++questions > 100; }}), nullptr);
+  EXPECT_GT(Callers::left(), 0U);
+}
+
+TEST(NetworkStream, among_endless_strangers_is_waited_for_no_longer_than_patience_lasts) {
+  const Callers strangers(kCrowd);
+  const ConnectLimits limits{.patience = std::make_shared<Patience>(std::chrono::milliseconds(5))};
+  try {
+    connectOverLoopback(limits);
+    ADD_FAILURE() << "nobody lost patience";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ETIMEDOUT);
+  }
+  EXPECT_GT(Callers::left(), 0U);
+}
+
+TEST(NetworkStream, is_not_broken_by_the_errors_of_others_who_connect) {
+  const Callers others(3, {EAGAIN, EINTR, ECONNABORTED, ENETDOWN, EPROTO, ENOPROTOOPT, EHOSTDOWN,
+                           ENONET, EHOSTUNREACH, EOPNOTSUPP, ENETUNREACH});
+  EXPECT_NE(connectOverLoopback(), nullptr);
+  EXPECT_EQ(Callers::left(), 0U);
+}
+
+TEST(NetworkStream, that_the_kernel_does_not_accept_is_told_at_once) {
+  const Callers others(0, {EMFILE});
+  try {
+    connectOverLoopback();
+    ADD_FAILURE() << "the error was passed over";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), EMFILE);
+  }
+}
+
 TEST(NetworkStream, that_is_slower_than_asked_is_a_warning) {
   RecordingJournal journal;
   StreamOptions options = stream(kMib);
@@ -433,6 +473,42 @@ TEST(NetworkDatagrams, that_trickle_are_lost_before_hours_are_over) {
   EXPECT_LT(link.sent(), 1000U);
 }
 
+/// @brief A path on which all that is sent arrives only when the run has given it up.
+FaultyDatagrams lateLink() {
+  return FaultyDatagrams({.keepForWaits = 3});
+}
+
+TEST(NetworkDatagrams, that_arrive_when_the_path_counts_as_dead_do_not_stand_for_the_rest) {
+  DatagramOptions slow = datagrams();
+  slow.patience = std::chrono::seconds(60);
+  slow.pace.stall = 3 * Patience::kLook;
+  DatagramOptions silent = datagrams();
+  silent.mostSilences = 3;
+  for (const DatagramOptions& options : {slow, silent}) {
+    FaultyDatagrams link = lateLink();
+    RecordingJournal journal;
+    const DatagramFigures figures = verifyDatagrams(link, options, kLoopback, journal);
+    EXPECT_EQ(figures.arrived, link.sent());
+    EXPECT_LT(link.sent(), options.datagrams);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
+    EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(2), std::to_string(figures.bytes));
+  }
+}
+
+TEST(NetworkDatagrams, that_were_not_read_because_of_a_stop_are_not_lost) {
+  // In the wait with which the path counts as dead, and while the last ones are read.
+  for (const int questions : {2, 3}) {
+    FaultyDatagrams link = lateLink();
+    DatagramOptions options = datagrams();
+    options.mostSilences = 3;
+    RecordingJournal journal;
+    journal.stopAfter(questions);
+    verifyDatagrams(link, options, kLoopback, journal);
+    EXPECT_EQ(link.sent(), 3 * options.inFlight);
+    EXPECT_THAT(journal.events(), IsEmpty());
+  }
+}
+
 TEST(NetworkDatagrams, in_another_order_are_a_warning) {
   RecordingJournal journal;
   runFaulty({.swapWithNext = {40}}, journal);
@@ -473,42 +549,6 @@ TEST(NetworkDatagrams, that_all_vanish_are_lost_and_end_the_run_soon) {
   EXPECT_THAT(journal.parametersOf(NetworkEvent::DatagramsLost), ElementsAre("lo", "96", "0"));
   EXPECT_EQ(link.sent(), 96U) << "three windows of 32";
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 0);
-/// @brief A path on which all that is sent arrives only when the run has given it up.
-FaultyDatagrams lateLink() {
-  return FaultyDatagrams({.keepForWaits = 3});
-}
-
-TEST(NetworkDatagrams, that_arrive_when_the_path_counts_as_dead_do_not_stand_for_the_rest) {
-  DatagramOptions slow = datagrams();
-  slow.patience = std::chrono::seconds(60);
-  slow.pace.stall = 3 * Patience::kLook;
-  DatagramOptions silent = datagrams();
-  silent.mostSilences = 3;
-  for (const DatagramOptions& options : {slow, silent}) {
-    FaultyDatagrams link = lateLink();
-    RecordingJournal journal;
-    const DatagramFigures figures = verifyDatagrams(link, options, kLoopback, journal);
-    EXPECT_EQ(figures.arrived, link.sent());
-    EXPECT_LT(link.sent(), options.datagrams);
-    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
-    EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(2), std::to_string(figures.bytes));
-  }
-}
-
-TEST(NetworkDatagrams, that_were_not_read_because_of_a_stop_are_not_lost) {
-  // In the wait with which the path counts as dead, and while the last ones are read.
-  for (const int questions : {2, 3}) {
-    FaultyDatagrams link = lateLink();
-    DatagramOptions options = datagrams();
-    options.mostSilences = 3;
-    RecordingJournal journal;
-    journal.stopAfter(questions);
-    verifyDatagrams(link, options, kLoopback, journal);
-    EXPECT_EQ(link.sent(), 3 * options.inFlight);
-    EXPECT_THAT(journal.events(), IsEmpty());
-  }
-}
-
 }
 
 TEST(NetworkDatagrams, that_vanish_from_some_point_on_end_the_run_soon) {
