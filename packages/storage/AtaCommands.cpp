@@ -49,10 +49,13 @@ std::optional<bool> AtaCommands::thresholdExceeded() {
 
 bool AtaCommands::isInStandby() {
   constexpr AtaCommand checkPowerMode{.name = "CHECK POWER MODE", .code = 0xE5};
+  constexpr std::uint8_t ready = 0x40;
   constexpr std::uint8_t failed = 0x01;
   constexpr std::uint8_t lastOfStandby = 0x01;  // 00h, and 01h for the kinds of it
   const auto registers = senseFrom(execute(checkPowerMode, false).sense).registers;
-  return registers && (registers->status & failed) == 0 && registers->count <= lastOfStandby;
+  // Some translations answer with registers that are all zero. A disk is ready even in standby.
+  return registers && (registers->status & (ready | failed)) == ready &&
+         registers->count <= lastOfStandby;
 }
 
 ScsiAnswer AtaCommands::execute(const AtaCommand& command, bool hasData) {

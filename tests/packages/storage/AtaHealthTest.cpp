@@ -375,6 +375,14 @@ TEST(AtaHealth, does_not_wake_a_disk) {
   }
 }
 
+TEST(AtaHealth, does_not_take_blank_registers_for_standby) {
+  AtaModel disk;
+  disk.identity.bit(82, 3);
+  disk.givesBlankRegisters = true;
+  EXPECT_EQ(healthOf(disk)->parametersOf(StorageEvent::Health).at(1), "4711");
+  EXPECT_THAT(disk.asked, Contains(AtaModel::kPowerMode));
+}
+
 TEST(AtaHealth, of_a_disk_that_falls_silent_is_asked_for_no_further) {
   for (const std::size_t answered : {0U, 1U, 2U, 3U}) {
     AtaModel disk;

@@ -130,7 +130,7 @@ class AtaModel : public CommandChannel {
       return registers(1);
     }
     if (address == kPowerMode) {
-      return registers(powerMode);
+      return givesBlankRegisters ? blankRegisters() : registers(powerMode);
     }
     const Bytes bytes = bytesOf(address);
     return bytes.empty() && m_answers.count(address) == 0
@@ -145,6 +145,7 @@ class AtaModel : public CommandChannel {
   std::uint8_t powerMode = 0xFF;  ///< active; 0: standby
   bool tellsInFixedFormat = false;
   bool tellsRegisters = true;
+  bool givesBlankRegisters = false;  ///< for the power mode
   bool knowsPassThrough = true;
   std::optional<std::size_t> silentFrom;  ///< as many commands are answered
   int changesToTell = 0;                  ///< instead of an answer
@@ -201,6 +202,12 @@ class AtaModel : public CommandChannel {
                          ? Bytes{0x70, 0, 1, 0, 0x50, 0, count, 10, 0, 0, middle, high, 0, 0x1D}
                          : Bytes{0x72, 1, 0,     0x1D, 0, 0, 0,      14, 9,    12, 0,
                                  0,    0, count, 0,    0, 0, middle, 0,  high, 0,  0x50}};
+  }
+
+  static ScsiAnswer blankRegisters() {
+    Bytes sense{0x72, 1, 0, 0x1D, 0, 0, 0, 14, 9, 12};
+    sense.resize(22);
+    return {.status = 2, .data = {}, .sense = sense};
   }
 
   AtaBlock m_directory;
