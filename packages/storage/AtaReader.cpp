@@ -214,15 +214,9 @@ class AtaReader final : public HealthReader {
   }
 
   ErrorLog errorLog() override {
-    const auto counters = countersOf(m_disk, m_sysfs);
-    ErrorLog log = counters.value_or(ErrorLog());
-    try {
-      addOwnLogs(log);
-    } catch (const NotSupported&) {
-      if (!counters) {
-        throw;
-      }
-    }
+    const AtaIdentity identity = identityWithSmart();
+    ErrorLog log = countersOf(m_disk, m_sysfs).value_or(ErrorLog());
+    addOwnLogs(identity, log);
     return log;
   }
 
@@ -242,8 +236,7 @@ class AtaReader final : public HealthReader {
     return identity;
   }
 
-  void addOwnLogs(ErrorLog& log) {
-    const AtaIdentity identity = identityWithSmart();
+  void addOwnLogs(const AtaIdentity& identity, ErrorLog& log) {
     log.origin = log.origin.empty() ? "S.M.A.R.T." : "SMART_AND_KERNEL_COUNTERS";
     RecordReader reader(*m_channel, log.unusableAnswers);
     const auto data = reader.read(kReadData, ataSmartDataFrom);
@@ -290,11 +283,11 @@ class AtaReader final : public HealthReader {
 AtaIdentity readAtaIdentity(CommandChannel& channel, const std::string& disk) {
   const auto record = AtaCommands(channel).read(kIdentify);
   if (!record) {
-    throw NotSupported(disk + ": ATA commands are refused");
+    throw NotAta(disk + ": ATA commands are refused");
   }
   const auto identity = ataIdentityFrom(*record);
   if (!identity) {
-    throw NotSupported(disk + ": what answers is no ATA disk");
+    throw NotAta(disk + ": what answers is no ATA disk");
   }
   return *identity;
 }

@@ -40,7 +40,8 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
   }
   auto scsi = makeScsiReader([disk] { return openChannel(disk); }, disk.name);
   return disk.attachment == Attachment::Ata
-             ? makeBridgedReader(makeAtaReader(openChannel(disk), disk.name), std::move(scsi))
+             ? makeBridgedReader(makeAtaReader(openChannel(disk), disk.name), std::move(scsi),
+                                 disk.name)
              : std::move(scsi);
 }
 

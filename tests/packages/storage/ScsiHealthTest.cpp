@@ -5,9 +5,11 @@
 #include <fstream>
 #include <map>
 
+#include "packages/storage/AtaReader.h"
 #include "packages/storage/BridgedReader.h"
 #include "packages/storage/ScsiReader.h"
 #include "packages/storage/ScsiRecords.h"
+#include "tests/packages/storage/AtaModel.h"
 #include "tests/support/RecordingJournal.h"
 #include "tests/support/TestPrecompiled.h"
 
@@ -15,7 +17,9 @@ namespace TarvexDiags::Storage {
 namespace {
 
 using Common::RecordingJournal;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -175,69 +179,125 @@ TEST(ScsiErrorLogs, tell_how_the_last_self_test_ended) {
   }
 }
 
+/// @brief A folder in which the kernel counts three commands of the disk "sdb" with sense data.
+class Counters {
+ public:
+  Counters() {
+    std::string name = std::filesystem::absolute("sysfs-XXXXXX").string();
+    m_root = mkdtemp(name.data());
+    const std::filesystem::path folder = m_root / "block/sdb/device";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "ioerr_cnt") << "0x3\n";
+  }
+  Counters(const Counters&) = delete;
+  Counters& operator=(const Counters&) = delete;
+  ~Counters() { std::filesystem::remove_all(m_root); }
+
+  const std::filesystem::path& root() const { return m_root; }
+
+ private:
+  std::filesystem::path m_root;
+};
+
 TEST(ScsiErrorLogs, tell_what_the_kernel_counts_to_a_user_who_may_not_open_the_disk) {
-  std::string name = std::filesystem::absolute("sysfs-XXXXXX").string();
-  const std::filesystem::path root = mkdtemp(name.data());
-  const std::filesystem::path folder = root / "block/sdb/device";
-  std::filesystem::create_directories(folder);
-  std::ofstream(folder / "ioerr_cnt") << "0x3\n";
+  const Counters counters;
   const auto forbidden = []() -> std::unique_ptr<CommandChannel> { throw NotSupported("sdb"); };
-  EXPECT_EQ(makeScsiReader(forbidden, "sdb", root)->errorLog().senseData, 3U);
-  std::filesystem::remove_all(root);
-  EXPECT_THROW(makeScsiReader(forbidden, "sdb", root)->errorLog(), NotSupported);
+  EXPECT_EQ(makeScsiReader(forbidden, "sdb", counters.root())->errorLog().senseData, 3U);
+  EXPECT_THROW(makeScsiReader(forbidden, "sdb", kNoCounters)->errorLog(), NotSupported);
   EXPECT_THROW(ScsiModel().reader()->errorLog(), NotSupported);
 }
 
 // --- Bridges
 
-/// @brief Tells the hours that it was made with, or that it cannot.
-class KnownReader : public HealthReader {
- public:
-  explicit KnownReader(std::uint64_t hours, std::string refusal = {})
-      : m_hours(hours), m_refusal(std::move(refusal)) {}
-  HealthReport health() override {
-    refuseIfAsked();
-    HealthReport health;
-    health.powerOnHours = m_hours;
-    return health;
+/// @brief A disk that is described as ATA: what it answers to commands of either kind.
+struct BridgedModel : CommandChannel {
+  ScsiAnswer execute(const ScsiCommand& command) override {
+    const bool isScsi = command.block[0] == 0x4D;
+    asksForPages = asksForPages || isScsi;
+    return isScsi ? scsi.answer(command) : ata.execute(command);
   }
-  ErrorLog errorLog() override {
-    refuseIfAsked();
-    ErrorLog log;
-    log.senseData = m_hours;
-    return log;
+
+  std::unique_ptr<HealthReader> reader(const std::filesystem::path& sysfs = kNoCounters) {
+    auto channel = std::make_unique<Wire>(*this);
+    auto own = makeScsiReader([this] { return std::make_unique<Wire>(*this); }, "sdb", sysfs);
+    return makeBridgedReader(makeAtaReader(std::move(channel), "sdb", sysfs), std::move(own), "sdb",
+                             sysfs);
   }
+
+  AtaModel ata;
+  ScsiModel scsi;
+  bool asksForPages = false;
 
  private:
-  void refuseIfAsked() const {
-    if (!m_refusal.empty()) {
-      throw NotSupported(m_refusal);
-    }
-  }
-
-  std::uint64_t m_hours;
-  std::string m_refusal;
+  struct Wire : CommandChannel {
+    explicit Wire(BridgedModel& disk) : m_disk(disk) {}
+    ScsiAnswer execute(const ScsiCommand& command) override { return m_disk.execute(command); }
+    BridgedModel& m_disk;
+  };
 };
 
-std::unique_ptr<HealthReader> bridge(const std::string& ata, const std::string& scsi) {
-  return makeBridgedReader(std::make_unique<KnownReader>(1, ata),
-                           std::make_unique<KnownReader>(2, scsi));
+/// @brief One that knows no command of ATA.
+struct OnlyDescribedAsAta : BridgedModel {
+  OnlyDescribedAsAta() { ata.knowsPassThrough = false; }
+};
+
+std::string whyNoHealthOf(BridgedModel& disk) {
+  try {
+    disk.reader()->health();
+  } catch (const NotSupported& reason) {
+    return reason.what();
+  }
+  ADD_FAILURE() << "the disk was read";
+  return {};
 }
 
-TEST(BridgedHealth, is_read_by_scsi_only_where_ata_is_refused) {
-  EXPECT_EQ(bridge("", "")->health().powerOnHours, 1U);
-  EXPECT_EQ(bridge("", "")->errorLog().senseData, 1U);
-  EXPECT_EQ(bridge("refused", "")->health().powerOnHours, 2U);
-  EXPECT_EQ(bridge("refused", "")->errorLog().senseData, 2U);
+TEST(BridgedHealth, is_read_by_scsi_only_where_the_disk_is_no_ata_disk) {
+  BridgedModel ata;
+  ata.scsi.warnsOf(0, 0);
+  EXPECT_EQ(ata.reader()->health().powerOnHours, 4711U);
+  EXPECT_FALSE(ata.asksForPages);
+  OnlyDescribedAsAta scsi;
+  scsi.scsi.warnsOf(0, 0);
+  EXPECT_EQ(scsi.reader()->health().celsius, 33);
 }
 
 TEST(BridgedHealth, that_is_not_to_be_had_either_way_has_the_reason_of_ata) {
-  try {
-    bridge("refused", "no pages")->health();
-    FAIL();
-  } catch (const NotSupported& reason) {
-    EXPECT_STREQ(reason.what(), "refused");
+  OnlyDescribedAsAta disk;
+  EXPECT_THAT(whyNoHealthOf(disk), HasSubstr("ATA commands are refused"));
+  EXPECT_TRUE(disk.asksForPages);
+}
+
+TEST(BridgedHealth, of_a_disk_in_standby_is_asked_for_by_no_means) {
+  const Counters counters;
+  BridgedModel disk;
+  disk.ata.identity.bit(82, 3);
+  disk.ata.powerMode = 0;
+  disk.scsi.warnsOf(0, 0).has(LogPage::SelfTests, selfTests(7));
+  EXPECT_THAT(whyNoHealthOf(disk), HasSubstr("standby"));
+  EXPECT_THROW(disk.reader()->errorLog(), NotSupported);
+  EXPECT_EQ(disk.reader(counters.root())->errorLog().senseData, 3U);
+  EXPECT_FALSE(disk.asksForPages);
+}
+
+TEST(BridgedErrorLogs, tell_of_a_failed_self_test_also_where_the_kernel_has_counters) {
+  const Counters counters;
+  OnlyDescribedAsAta disk;
+  disk.scsi.has(LogPage::SelfTests, selfTests(7));
+  for (const std::filesystem::path& sysfs : {counters.root(), std::filesystem::path(kNoCounters)}) {
+    RecordingJournal journal;
+    judgeErrorLog(disk.reader(sysfs)->errorLog(), 0, "sdb", journal);
+    EXPECT_THAT(journal.complaints(), Contains(codeOf(StorageEvent::SelfTestFailed)));
   }
+}
+
+TEST(BridgedErrorLogs, of_an_ata_disk_have_the_counters_of_the_kernel_too) {
+  const Counters counters;
+  BridgedModel disk;
+  disk.ata.selfTestStatus(7);
+  const ErrorLog log = disk.reader(counters.root())->errorLog();
+  EXPECT_EQ(log.senseData, 3U);
+  EXPECT_EQ(log.selfTest, SelfTestEnd::Failed);
+  EXPECT_FALSE(disk.asksForPages);
 }
 
 }  // namespace
