@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <span>
 #include <string>
@@ -63,6 +65,7 @@ class TapWire {
 
  private:
   using Frame = std::span<unsigned char>;
+  using Clock = std::chrono::steady_clock;
   static constexpr std::size_t kIp = 14;     ///< where the Internet header begins
   static constexpr std::size_t kData = 100;  ///< shorter frames carry no data of a test
 
@@ -83,9 +86,12 @@ class TapWire {
 
   void carry() {
     for (;;) {
-      std::array<pollfd, 3> ends{
-          {{m_left.get(), POLLIN, 0}, {m_right.get(), POLLIN, 0}, {m_end.get(), POLLIN, 0}}};
-      poll(ends.data(), ends.size(), 20);
+      const auto now = Clock::now();
+      std::array<pollfd, 3> ends{{{now < m_nextFromLeft ? -1 : m_left.get(), POLLIN, 0},
+                                  {now < m_nextFromRight ? -1 : m_right.get(), POLLIN, 0},
+                                  {m_end.get(), POLLIN, 0}}};
+      const timespec limit{0, untilNext(now).count()};
+      ppoll(ends.data(), ends.size(), &limit, nullptr);
       if (ends[2].revents != 0) {
         return;
       }
@@ -97,7 +103,14 @@ class TapWire {
     }
   }
 
-  using Clock = std::chrono::steady_clock;
+  /// @brief How long to wait for frames: no longer than until a busy cable is free.
+  std::chrono::nanoseconds untilNext(Clock::time_point now) const {
+    std::chrono::nanoseconds wait = std::chrono::milliseconds(20);
+    for (const Clock::time_point next : {m_nextFromLeft, m_nextFromRight}) {
+      wait = next > now ? std::min<std::chrono::nanoseconds>(wait, next - now) : wait;
+    }
+    return wait;
+  }
 
   /// @param next when the cable is free for the next frame; the others wait in the interface
   void pass(const PackageKit::UniqueDescriptor& from, const PackageKit::UniqueDescriptor& to,
