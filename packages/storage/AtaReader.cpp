@@ -54,16 +54,21 @@ class RecordReader {
     return found;
   }
 
-  /// @brief The page that holds the latest entry of an extended log.
+  /// @brief The page that holds the latest entry of an extended log, if it is one of its pages.
   template <class Parse>
-  auto readLatest(const char* name, std::uint8_t log, std::uint16_t entriesOnPage, Parse parse)
-      -> decltype(parse(Record(), std::uint16_t{})) {
-    const auto latest = read(generalLog(name, log), latestOfExtendedLog);
+  auto readLatest(const char* name, const AtaLogPages::value_type& log, std::uint16_t entriesOnPage,
+                  Parse parse) -> decltype(parse(Record(), std::uint16_t{})) {
+    const auto latest = read(generalLog(name, log.first), latestOfExtendedLog);
     if (!latest) {
       return std::nullopt;
     }
     const auto page = static_cast<std::uint16_t>(*latest == 0 ? 0 : (*latest - 1) / entriesOnPage);
-    return read(generalLog(name, log, page), [&](Record record) { return parse(record, *latest); });
+    if (page >= log.second) {
+      m_unusable.emplace_back(name);
+      return std::nullopt;
+    }
+    return read(generalLog(name, log.first, page),
+                [&](Record record) { return parse(record, *latest); });
   }
 
  private:
@@ -251,9 +256,8 @@ class AtaReader final : public HealthReader {
   static std::optional<AtaErrorLog> readErrors(RecordReader& reader, const AtaIdentity& identity,
                                                const std::optional<AtaSmartData>& data,
                                                const AtaLogPages& logs) {
-    if (logs.contains(ExtendedErrors)) {
-      return reader.readLatest(kReadExtendedErrors, ExtendedErrors, kErrorsOnPage,
-                               ataExtendedErrorLogFrom);
+    if (const auto log = logs.find(ExtendedErrors); log != logs.end()) {
+      return reader.readLatest(kReadExtendedErrors, *log, kErrorsOnPage, ataExtendedErrorLogFrom);
     }
     return identity.hasErrorLog || (data && data->hasErrorLog)
                ? reader.read(kReadErrors, ataSummaryErrorLogFrom)
@@ -264,8 +268,8 @@ class AtaReader final : public HealthReader {
                                                      const AtaIdentity& identity,
                                                      const std::optional<AtaSmartData>& data,
                                                      const AtaLogPages& logs) {
-    if (logs.contains(ExtendedSelfTests)) {
-      return reader.readLatest(kReadExtendedSelfTests, ExtendedSelfTests, kSelfTestsOnPage,
+    if (const auto log = logs.find(ExtendedSelfTests); log != logs.end()) {
+      return reader.readLatest(kReadExtendedSelfTests, *log, kSelfTestsOnPage,
                                ataExtendedSelfTestLogFrom);
     }
     return identity.hasSelfTest || (data && data->hasSelfTest)

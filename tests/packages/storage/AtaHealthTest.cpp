@@ -286,6 +286,16 @@ TEST(AtaErrorLogs, of_a_large_disk_have_addresses_of_48_bits) {
               ElementsAre("sda", "7h", "300", "4294967297"));
 }
 
+TEST(AtaErrorLogs, are_not_read_beyond_the_pages_that_they_have) {
+  AtaModel disk;
+  makeLarge(disk);
+  disk.answers(AtaModel::generalLog(3), AtaBlock().number(0, 1, 1).number(2, 9, 2).sealed());
+  const auto errors = errorsOf(disk);
+  EXPECT_THAT(errors->parametersOf(StorageEvent::UnusableAnswer),
+              ElementsAre("sda", "READ LOG EXT 03h"));
+  EXPECT_THAT(disk.asked, Not(Contains(AtaModel::generalLog(3, 2))));
+}
+
 TEST(AtaErrorLogs, take_a_request_for_what_lies_behind_the_last_sector_for_no_fault) {
   AtaErrorEntry entry{.command = 0x25, .error = 0x10, .status = 0x51, .lba = 1000, .hours = 0};
   EXPECT_FALSE(tellsOfFault(entry, 1000));
