@@ -353,16 +353,17 @@ Verdict writeVerify(TestContext& context) {
       context.throwIfStopped();
       awaitCall(waiter, sourceOptions.patience, std::move(step));
     });
-    const int descriptor = file.get();
+    // A question that is given up may still use it when the file is closed.
+    const auto own =
+        std::make_shared<PackageKit::UniqueDescriptor>(fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
     const auto start = startOnDisk(disk.name, place.device);
     const std::string carrier = disk.attachment == Attachment::File ? "" : disk.name;
     const auto source = makeSource(lookAt(std::move(file), carrier), sourceOptions);
     WriteVerifyOptions options;
     options.seed = context.seed();
     options.placeOnDisk = [&](std::uint64_t offset) -> std::optional<std::uint64_t> {
-      const auto onDevice = answered(waiter, sourceOptions.patience, [descriptor, offset] {
-        return placeOnDevice(descriptor, offset);
-      });
+      const auto onDevice = answered(waiter, sourceOptions.patience,
+                                     [own, offset] { return placeOnDevice(own->get(), offset); });
       return start && onDevice ? std::optional(*start + *onDevice) : std::nullopt;
     };
     const WriteVerifyFigures figures = writeAndVerify(*source, options, disk.name, journal);

@@ -169,7 +169,7 @@ void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Com
   const bool endsEarly =
       transfer.direction == Direction::Read && error == 0 && completion.length == 0;
   if (endsEarly || saysVanished(error) || source.hasVanished()) {
-    throwVanished(disk, endsEarly ? "0 B" : messageOf(error));
+    throwVanished(disk, endsEarly ? "read: 0 B" : messageOf(error));
   }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
     throw std::system_error(error, std::generic_category(), disk);
