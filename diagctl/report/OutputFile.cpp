@@ -34,9 +34,16 @@ bool isRoot() {
   return geteuid() == 0;
 }
 
-bool mayServe(const OpenedFile& file) {
-  const struct stat info = statusOf(file);
-  return S_ISREG(info.st_mode) || !isRoot() || info.st_uid == 0;
+/// A file, and whether it is one that a process of root's had open before.
+struct Reached {
+  OpenedFile file = {};
+  bool wasOpen = false;
+};
+
+// Under sudo the terminal and the pipes that root was given belong to whoever called it.
+bool mayServe(const Reached& reached) {
+  const struct stat info = statusOf(reached.file);
+  return S_ISREG(info.st_mode) || !isRoot() || reached.wasOpen || info.st_uid == 0;
 }
 
 /// Where a link leads that root may follow; empty for none, and for one that the kernel alone
@@ -57,18 +64,18 @@ bool isOfProcFileSystem(const OpenedFile& link) {
 }
 
 // Each link is judged by the descriptor that its target is read from.
-OpenedFile openOverLinksOfRoot(std::string path, int flags) {
+Reached openOverLinksOfRoot(std::string path, int flags) {
   for (int links = 0; links < kMostLinks; ++links) {
     OpenedFile file(open(path.c_str(), flags | O_NOFOLLOW, kNewFile));
     if (file || errno != ELOOP) {
-      return file;
+      return {std::move(file)};
     }
     const OpenedFile link(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!link || statusOf(link).st_uid != 0) {
       break;
     }
     if (isOfProcFileSystem(link)) {  // as /dev/stdout: what this process has open
-      return OpenedFile(open(path.c_str(), flags, kNewFile));
+      return {OpenedFile(open(path.c_str(), flags, kNewFile)), true};
     }
     path = targetOf(link, path);
   }
@@ -87,12 +94,13 @@ mode_t permissionsOfNewFiles() {
 
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name) {
   const int flags = O_WRONLY | O_CREAT | kHarmless | (appends ? O_APPEND : 0);
-  OpenedFile file =
-      isRoot() ? openOverLinksOfRoot(path, flags) : OpenedFile(open(path.c_str(), flags, kNewFile));
+  Reached reached = isRoot() ? openOverLinksOfRoot(path, flags)
+                             : Reached{OpenedFile(open(path.c_str(), flags, kNewFile))};
+  OpenedFile& file = reached.file;
   if (!file) {
     failWith(errno, name);
   }
-  if (!mayServe(file)) {
+  if (!mayServe(reached)) {
     failWith(EPERM, name);
   }
   if (!appends && S_ISREG(statusOf(file).st_mode) && ftruncate(file.get(), 0) != 0) {
@@ -100,7 +108,7 @@ OpenedFile openOutput(const std::string& path, bool appends, const std::string& 
   }
   // A reader may be slow.
   fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
-  return file;
+  return std::move(file);
 }
 
 OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name) {

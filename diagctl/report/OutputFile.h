@@ -10,8 +10,8 @@ namespace TarvexDiags::FrontEnd {
 
 /// Opens what somebody named for output: a regular file, made where there is none, or for those
 /// that want it a FIFO or a device. A FIFO must have a reader. For root a link at the end of the
-/// path is followed only if it is root's own, and anything but a regular file must be root's, too:
-/// nobody else decides what root writes to.
+/// path is followed only if it is root's own, and anything but a regular file must be root's, too,
+/// unless root has it open, as `/dev/stdout`: nobody else decides what root writes to.
 /// @param appends behind what is there; else it is cut off.
 /// @throws std::system_error with that name.
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name);

@@ -1,11 +1,17 @@
 // What the program and its packages write goes where root wants it, whatever others put in its way.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <system_error>
 
+#include "diagctl/report/OutputFile.h"
 #include "diagctl/session/Configuration.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/security/People.h"
@@ -33,6 +39,52 @@ class UmaskScope {
 unsigned int modeOf(const std::string& path) {
   return static_cast<unsigned int>(fs::status(path).permissions());
 }
+
+std::string openedFile(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+/// Two connected ends that are a stranger's, as what sudo was started with is.
+struct Connection {
+  int reads = -1;
+  int writes = -1;
+
+  Connection() = default;
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection() {
+    close(reads);
+    close(writes);
+  }
+
+  std::string read() const {
+    fcntl(reads, F_SETFL, O_NONBLOCK);
+    std::string text(4096, '\0');
+    const ssize_t count = ::read(reads, text.data(), text.size());
+    return text.substr(0, count < 0 ? 0 : static_cast<std::size_t>(count));
+  }
+};
+
+struct PipeOfStranger : Connection {
+  PipeOfStranger() {
+    int ends[2] = {-1, -1};
+    const bool isMade = seteuid(kStranger) == 0 && pipe(ends) == 0;
+    if (seteuid(0) != 0 || !isMade) {
+      throw std::system_error(errno, std::generic_category(), "a pipe");
+    }
+    reads = ends[0];
+    writes = ends[1];
+  }
+};
+
+struct TerminalOfStranger : Connection {
+  TerminalOfStranger() {
+    if (openpty(&reads, &writes, nullptr, nullptr, nullptr) != 0 ||
+        fchown(writes, kStranger, kStranger) != 0) {
+      throw std::system_error(errno, std::generic_category(), "a terminal");
+    }
+  }
+};
 
 class WhatIsWritten : public DiagctlTest::Diagctl {
  protected:
@@ -77,6 +129,33 @@ TEST_F(WhatIsWritten, as_a_log_follows_links_of_ones_own) {
 
 TEST_F(WhatIsWritten, as_a_log_goes_into_what_the_program_has_open) {
   EXPECT_THAT(report("jsonl", "/dev/stdout").out, HasSubstr("testRunEnd"));
+}
+
+TEST_F(WhatIsWritten, as_a_log_goes_into_a_pipe_of_whoever_called_sudo) {
+  SKIP_UNLESS_ROOT();
+  const PipeOfStranger pipe;
+  Program::Options options;
+  options.standardOutput = openedFile(pipe.writes);
+  const Outcome outcome = report("jsonl", "/dev/stdout", options);
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kPassed) << outcome.err;
+  EXPECT_THAT(pipe.read(), HasSubstr("testRun"));
+}
+
+TEST_F(WhatIsWritten, goes_into_the_terminal_of_whoever_called_sudo_that_the_program_has_open) {
+  SKIP_UNLESS_ROOT();
+  const TerminalOfStranger terminal;
+  fs::create_symlink(openedFile(terminal.writes), place.path("link"));
+  for (const std::string& path : {openedFile(terminal.writes), place.path("link")}) {
+    FrontEnd::streamTo(FrontEnd::openOutput(path, true, path))->write("here\n", 5);
+    EXPECT_EQ(terminal.read(), "here\r\n") << path;
+  }
+}
+
+TEST_F(WhatIsWritten, goes_into_no_terminal_of_another_that_is_named) {
+  SKIP_UNLESS_ROOT();
+  const TerminalOfStranger terminal;
+  const std::string path = ttyname(terminal.writes);
+  EXPECT_THROW(FrontEnd::openOutput(path, true, path), std::system_error);
 }
 
 TEST_F(WhatIsWritten, goes_into_no_pipe_of_another_and_waits_for_no_reader) {
