@@ -9,6 +9,7 @@
 #include <sys/vfs.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <system_error>
 #include <utility>
 
@@ -83,11 +84,16 @@ Reached openOverLinksOfRoot(std::string path, int flags) {
   return {};
 }
 
-// The mask can only be asked for by setting it; meanwhile nothing is made with more permissions.
+// The system call tells the mask only while it sets another, also for what other threads make.
 mode_t permissionsOfNewFiles() {
-  const mode_t mask = umask(0777);
-  umask(mask);
-  return kNewFile & ~mask;
+  static const std::string kKey = "Umask:";
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(kKey)) {
+      return kNewFile & ~static_cast<mode_t>(std::strtoul(&line[kKey.size()], nullptr, 8));
+    }
+  }
+  return kNewFile & 0700;
 }
 
 }  // namespace

@@ -2,10 +2,15 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pty.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -85,6 +90,21 @@ struct TerminalOfStranger : Connection {
     }
   }
 };
+
+/// From now on whoever sets the umask dies of it.
+void forbidUmask() {
+  sock_filter program[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_umask, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog filter{.len = std::size(program), .filter = program};
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
+    _exit(1);
+  }
+}
 
 class WhatIsWritten : public DiagctlTest::Diagctl {
  protected:
@@ -190,6 +210,17 @@ TEST_F(WhatIsWritten, as_a_report_has_the_permissions_that_the_umask_leaves) {
       EXPECT_EQ(modeOf(file), 0666U & ~mask) << file;
     }
   }
+}
+
+TEST_F(WhatIsWritten, as_a_report_leaves_the_umask_to_what_other_threads_write) {
+  const auto makeReport = [this] {
+    forbidUmask();
+    std::string made;
+    FrontEnd::makeBeside(place.path("report"), made, "report");
+    _exit(modeOf(made) == 0640 ? 0 : 1);
+  };
+  const UmaskScope scope(027);
+  EXPECT_EXIT(makeReport(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(WhatIsWritten, as_the_programs_own_control_file_is_nobody_elses_whatever_the_umask) {
