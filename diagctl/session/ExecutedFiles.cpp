@@ -14,6 +14,7 @@
 
 #include "System/SysUtil.h"
 #include "diagctl/session/LoaderWishes.h"
+#include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/WorkerPlaces.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -22,6 +23,8 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace Contract = PackageKit::Contract;
+
+constexpr int kDeepestVariants = 4;  // the loader's own bound
 
 std::string valueIn(const std::string& file, const char* section, const char* key) {
   std::string value;
@@ -84,19 +87,21 @@ std::string frameworkDirectory() {
 /// Goes from the files that are known to those that they make the program load.
 class Collection {
  public:
-  explicit Collection(PathInspection& inspection)
-      : m_inspection(inspection), m_libraryPath(environmentList("LD_LIBRARY_PATH", ":;")) {}
+  explicit Collection(PathInspection& inspection) : m_inspection(inspection) {}
 
   void addProcess() {
-    for (const std::string& file : filesOfThisProcess()) {
+    const std::vector<std::string> files = filesOfThisProcess();
+    for (const std::string& file : files) {
       m_inspection.inspect(file);
     }
-    for (const std::string& directory : m_libraryPath) {
-      m_inspection.inspect(directory);
+    const std::string program = files.empty() ? "" : files.front();
+    const std::vector<std::string> directories = libraryPathFor(program);
+    for (const std::string& directory : directories) {
+      addSearched(directory);
     }
     for (const auto& [variable, separators] : {std::pair("LD_PRELOAD", " :"), {"LD_AUDIT", ":"}}) {
       for (const std::string& file : environmentList(variable, separators)) {
-        addNeeded(file, {});
+        addNeeded(file, program, directories);
       }
     }
   }
@@ -133,7 +138,7 @@ class Collection {
     const std::string needed = valueIn(file.string(), "Package", "SODependencies");
     if (!needed.empty()) {  // looked for beside it, then as it is named
       addObject(directory + "/" + needed);
-      addNeeded(needed, {});
+      addNeeded(needed, file.string(), libraryPathFor(file.string()));
     }
     const std::string worker = valueIn(file.string(), "Package", Contract::kWorkerPathKey);
     if (worker.empty()) {
@@ -153,9 +158,13 @@ class Collection {
   }
 
   void addWorkerOf(const std::string& package) {
-    for (const std::string& place :
-         Contract::workerPlaces(directoryBehindLinks(package), frameworkDirectory(),
-                                {TARVEX_LIBEXEC_FROM_LIB, TARVEX_LIBEXEC_DIR})) {
+    addFirstProgram(Contract::workerPlaces(directoryBehindLinks(package), frameworkDirectory(),
+                                           {TARVEX_LIBEXEC_FROM_LIB, TARVEX_LIBEXEC_DIR}));
+  }
+
+  // Whoever could put a program in an earlier place would have it taken.
+  void addFirstProgram(const std::vector<std::string>& places) {
+    for (const std::string& place : places) {
       addObject(place);
       if (access(place.c_str(), X_OK) == 0) {
         return;
@@ -163,41 +172,112 @@ class Collection {
     }
   }
 
-  // With what it asks the loader for, and so on.
+  // With what it asks the kernel and the loader for, and so on.
   void addObject(const std::string& file) {
     if (!m_objects.insert(file).second) {
       return;
     }
     m_inspection.inspect(file);
-    const LoaderWishes wishes = loaderWishesOf(file);
+    LoaderWishes wishes = loaderWishesOf(file);
     if (!wishes.interpreter.empty()) {
-      m_inspection.inspect(wishes.interpreter);
+      addInterpreter(file, wishes);
+    }
+    for (const std::string& directory : libraryPathFor(file)) {
+      wishes.directories.push_back(directory);
     }
     for (const std::string& directory : wishes.directories) {
-      m_inspection.inspect(directory);
+      addSearched(directory);
     }
     for (const std::string& name : wishes.needed) {
-      addNeeded(name, wishes.directories);
+      addNeeded(name, file, wishes.directories);
     }
   }
 
-  // A name with a "/" is a path; any other one is looked for.
-  void addNeeded(const std::string& name, std::vector<std::string> directories) {
-    if (name.find('/') != std::string::npos) {
-      addObject(name);
+  // A worker runs in the directory of the host's, or in the topmost one.
+  void addInterpreter(const std::string& file, const LoaderWishes& wishes) {
+    addObject(wishes.interpreter);
+    if (wishes.interpreter.front() != '/') {
+      addObject("/" + wishes.interpreter);
+    }
+    if (isEnv(wishes.interpreter)) {
+      addProgramOfEnv(file, wishes.argument);
+    }
+  }
+
+  static bool isEnv(const std::string& program) {
+    std::error_code ignored;
+    return fs::path(program).filename() == "env" ||
+           fs::weakly_canonical(program, ignored).filename() == "env";
+  }
+
+  // That looks for the program which it is told.
+  void addProgramOfEnv(const std::string& script, const std::string& name) {
+    if (name.empty() || name.front() == '-' || name.find_first_of("= \t") != std::string::npos) {
+      m_inspection.tell(tr("{}: is a script whose interpreter cannot be told", script));
       return;
     }
-    directories.insert(directories.end(), m_libraryPath.begin(), m_libraryPath.end());
-    for (const std::string& directory : directories) {
-      const std::string file = directory + "/" + name;
-      if (isThere(file)) {
-        addObject(file);
+    std::vector<std::string> places;
+    for (const std::string& directory :
+         name.find('/') == std::string::npos ? searchPath() : std::vector<std::string>{""}) {
+      places.push_back(directory.empty() ? name : directory + "/" + name);
+    }
+    addFirstProgram(places);
+  }
+
+  static std::vector<std::string> searchPath() {
+    return std::getenv("PATH") == nullptr ? elementsOf("/bin:/usr/bin", ":")
+                                          : environmentList("PATH", ":");
+  }
+
+  // Where the loader looks for shared objects: what lies in it counts when it is looked for, but of
+  // what is below it the loader chooses by the processor, and any may be chosen.
+  void addSearched(const std::string& directory) {
+    m_inspection.inspect(directory);
+    for (const std::string& variants : variantDirectoriesOf(directory)) {
+      addVariants(variants, kDeepestVariants);
+    }
+  }
+
+  void addVariants(const std::string& directory, int depth) {
+    m_inspection.inspect(directory);
+    for (const fs::path& entry : entriesOf(directory)) {
+      std::error_code ignored;
+      if (!fs::is_directory(entry, ignored)) {
+        addObject(entry.string());
+      } else if (depth > 0) {
+        addVariants(entry.string(), depth - 1);
       }
     }
   }
 
+  // A name with a "/" is a path; any other one is looked for.
+  void addNeeded(const std::string& wish, const std::string& by,
+                 const std::vector<std::string>& directories) {
+    for (const std::string& name : expansionsOf(wish, by)) {
+      if (name.find('/') != std::string::npos) {
+        addObject(name);
+        continue;
+      }
+      for (const std::string& directory : directories) {
+        const std::string file = directory + "/" + name;
+        if (isThere(file)) {
+          addObject(file);
+        }
+      }
+    }
+  }
+
+  static std::vector<std::string> libraryPathFor(const std::string& file) {
+    std::vector<std::string> directories;
+    for (const std::string& element : environmentList("LD_LIBRARY_PATH", ":;")) {
+      for (const std::string& directory : expansionsOf(element, file)) {
+        directories.push_back(directory);
+      }
+    }
+    return directories;
+  }
+
   PathInspection& m_inspection;
-  const std::vector<std::string> m_libraryPath;
   std::set<std::string> m_objects;
 };
 

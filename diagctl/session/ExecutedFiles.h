@@ -10,13 +10,14 @@ namespace TarvexDiags::FrontEnd {
 /// - the control file, the directory of packages, and the directory for logs, in which others could
 ///   put a link where a log is written;
 /// - descriptions, shared objects and texts of the packages, the message file, and what a
-/// description
-///   or a shared object needs;
+///   description or a shared object needs;
 /// - the program itself with the shared objects that it has loaded, the controller and the
-/// framework
-///   among them, and what `LD_LIBRARY_PATH`, `LD_PRELOAD` and `LD_AUDIT` name for the workers;
+///   framework among them, and what `LD_LIBRARY_PATH`, `LD_PRELOAD` and `LD_AUDIT` name for the
+///   workers;
 /// - each place where a worker is looked for, down to the one that is found, or the one that a
-///   description names.
+///   description names; of a script also its interpreter;
+/// - below each directory where a shared object is looked for, what the loader could take instead
+///   for the processor at hand.
 /// Directories of the system's own, in which the loader looks last, are the system's to keep.
 void inspectExecutedFiles(const std::string& controlFile, const std::string& packageDirectory,
                           PathInspection& inspection);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <link.h>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cstring>
@@ -27,9 +28,39 @@ std::string replaced(std::string text, const std::string& word, const std::strin
   return text;
 }
 
-std::string expanded(const std::string& element, const std::string& origin) {
-  const std::string path = replaced(replaced(element, "${ORIGIN}", origin), "$ORIGIN", origin);
-  return path.substr(0, path.find('$'));
+/// The values of one of the loader's words, each in both ways to write it.
+std::vector<std::string> replacedByEach(const std::vector<std::string>& texts,
+                                        const std::string& word,
+                                        const std::vector<std::string>& values) {
+  std::vector<std::string> results;
+  for (const std::string& text : texts) {
+    for (const std::string& value : values) {
+      results.push_back(replaced(replaced(text, "${" + word + "}", value), "$" + word, value));
+      if (results.back() == text) {
+        break;
+      }
+    }
+  }
+  return results;
+}
+
+std::vector<std::string> platforms() {
+  utsname system{};
+  uname(&system);
+  return {system.machine, "haswell", "xeon_phi"};
+}
+
+/// The first line of a script holds its interpreter and one argument.
+void readScript(const std::string& begin, LoaderWishes& wishes) {
+  static constexpr const char* kBlanks = " \t";
+  const std::string line = begin.substr(2, begin.find('\n') - 2);
+  const std::size_t name = std::min(line.find_first_not_of(kBlanks), line.size());
+  const std::size_t end = std::min(line.find_first_of(kBlanks, name), line.size());
+  wishes.interpreter = line.substr(name, end - name);
+  const std::size_t argument = line.find_first_not_of(kBlanks, end);
+  if (argument != std::string::npos) {
+    wishes.argument = line.substr(argument, line.find_last_not_of(kBlanks) + 1 - argument);
+  }
 }
 
 /// A file whose numbers nobody has looked at yet.
@@ -39,8 +70,11 @@ class ObjectFile {
       : m_file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
     struct stat info {};
     ElfW(Ehdr) header{};
-    if (!m_file || fstat(m_file.get(), &info) != 0 || !S_ISREG(info.st_mode) || !read(header, 0) ||
-        std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
+    if (!m_file || fstat(m_file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+      m_file = OpenedFile();
+      return;
+    }
+    if (!read(header, 0) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
         header.e_phentsize != sizeof(ElfW(Phdr))) {
       return;
     }
@@ -112,9 +146,33 @@ std::vector<std::string> elementsOf(const std::string& list, const char* separat
   return elements;
 }
 
+std::vector<std::string> expansionsOf(const std::string& path, const std::string& file) {
+  if (path.find('$') == std::string::npos) {
+    return {path};
+  }
+  const std::string origin = std::filesystem::path(file).parent_path().string();
+  return replacedByEach(
+      replacedByEach(replacedByEach({path}, "ORIGIN", {origin}), "LIB",
+                     {"lib", "lib64", "lib/" + platforms().front() + "-linux-gnu"}),
+      "PLATFORM", platforms());
+}
+
+std::vector<std::string> variantDirectoriesOf(const std::string& directory) {
+  std::vector<std::string> directories;
+  for (const char* const name :
+       {"glibc-hwcaps", "tls", "haswell", "xeon_phi", "avx512_1", "x86_64"}) {
+    directories.push_back(directory + "/" + name);
+  }
+  return directories;
+}
+
 LoaderWishes loaderWishesOf(const std::string& file) {
   const ObjectFile object(file);
   LoaderWishes wishes;
+  if (const std::string begin = object.text(0); begin.starts_with("#!")) {
+    readScript(begin, wishes);
+    return wishes;
+  }
   if (const auto place = object.segment(PT_INTERP)) {
     wishes.interpreter = object.text(place->p_offset);
   }
@@ -125,13 +183,13 @@ LoaderWishes loaderWishesOf(const std::string& file) {
   if (!texts) {
     return wishes;
   }
-  const std::string origin = std::filesystem::path(file).parent_path().string();
   for (const ElfW(Dyn) & entry : entries) {
     if (entry.d_tag == DT_NEEDED) {
       wishes.needed.push_back(object.text(*texts + entry.d_un.d_val));
     } else if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
       for (const std::string& element : elementsOf(object.text(*texts + entry.d_un.d_val), ":")) {
-        wishes.directories.push_back(expanded(element, origin));
+        const std::vector<std::string> each = expansionsOf(element, file);
+        wishes.directories.insert(wishes.directories.end(), each.begin(), each.end());
       }
     }
   }

@@ -24,14 +24,15 @@ class PathInspection {
   /// could add to what it holds.
   void inspect(const std::string& path);
 
+  /// Adds a finding of another kind, unless it is there.
+  void tell(const std::string& finding);
+
   /// A line for each finding so far, naming the file and the reason, in the order in which they
   /// were found, each once.
   const std::vector<std::string>& findings() const { return m_findings; }
 
  private:
   class Walk;
-
-  void tell(const std::string& finding);
 
   std::set<std::string, std::less<>> m_inspected;
   std::set<std::string> m_told;

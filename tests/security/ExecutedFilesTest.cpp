@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,7 @@ namespace TarvexDiags::SecurityTest {
 namespace {
 
 using FrontEnd::elementsOf;
+using FrontEnd::expansionsOf;
 using FrontEnd::LoaderWishes;
 using FrontEnd::loaderWishesOf;
 using ::testing::Contains;
@@ -40,10 +43,29 @@ TEST(LoaderWishesTest, of_a_program_are_also_its_loader) {
   EXPECT_THAT(loaderWishesOf("/proc/self/exe").interpreter, ::testing::StartsWith("/lib"));
 }
 
+TEST(LoaderWishesTest, of_a_script_are_its_interpreter_and_one_argument) {
+  const TestSupport::TemporaryDirectory place;
+  const LoaderWishes alone = loaderWishesOf(place.write("alone", "#!/bin/sh"));
+  EXPECT_EQ(alone.interpreter, "/bin/sh");
+  EXPECT_EQ(alone.argument, "");
+  const LoaderWishes both = loaderWishesOf(place.write("both", "#! \t/a/b\t c  d \n/e f\n"));
+  EXPECT_EQ(both.interpreter, "/a/b");
+  EXPECT_EQ(both.argument, "c  d");
+  EXPECT_EQ(loaderWishesOf(place.write("empty", "#!\n/a\n")).interpreter, "");
+}
+
+TEST(LoaderWords, are_replaced_by_all_that_they_may_mean) {
+  EXPECT_THAT(expansionsOf("/a:b", "/home/file"), ElementsAre("/a:b"));
+  EXPECT_THAT(expansionsOf("$ORIGIN/x/${ORIGIN}", "/home/file"), ElementsAre("/home/x//home"));
+  EXPECT_THAT(expansionsOf("/a/$LIB/b", "/home/file"),
+              ::testing::IsSupersetOf({"/a/lib/b", "/a/lib64/b"}));
+  EXPECT_THAT(expansionsOf("${LIB}/${PLATFORM}", "/home/file"), Contains("lib64/haswell"));
+}
+
 TEST(LoaderWishesTest, of_what_is_no_object_are_none) {
   const TestSupport::TemporaryDirectory place;
   for (const std::string& file :
-       {place.path(), place.file("none"), place.write("text", "#!/bin/sh\n"),
+       {place.path(), place.file("none"), place.write("text", "plain\n"),
         place.write("cut", std::string("\177ELF", 4)), std::string("/dev/zero")}) {
     EXPECT_THAT(loaderWishesOf(file).needed, IsEmpty()) << file;
   }
@@ -75,6 +97,28 @@ TEST(LoaderLists, have_the_working_directory_for_an_empty_element) {
   EXPECT_THAT(elementsOf(":/a:;/b:", ":;"), ElementsAre(".", "/a", ".", "/b", "."));
 }
 
+class EnvironmentScope {
+ public:
+  EnvironmentScope(const std::string& name, const std::string& value) : m_name(name) {
+    const char* const before = std::getenv(name.c_str());
+    m_before = before == nullptr ? std::nullopt : std::optional<std::string>(before);
+    setenv(name.c_str(), value.c_str(), 1);
+  }
+  EnvironmentScope(const EnvironmentScope&) = delete;
+  EnvironmentScope& operator=(const EnvironmentScope&) = delete;
+  ~EnvironmentScope() {
+    if (m_before) {
+      setenv(m_name.c_str(), m_before->c_str(), 1);
+    } else {
+      unsetenv(m_name.c_str());
+    }
+  }
+
+ private:
+  const std::string m_name;
+  std::optional<std::string> m_before;
+};
+
 class ExecutedFilesTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -91,6 +135,21 @@ class ExecutedFilesTest : public ::testing::Test {
     return inspection.findings();
   }
 
+  /// A package whose worker is a script that begins with a line.
+  void addScript(const std::string& line) const {
+    place.write("packages/S.cfg", "[Package]\nWorkerPath=" + script + "\n");
+    place.write("packages/worker", line + "\n");
+    fs::permissions(script, fs::perms(0755));
+  }
+
+  /// A program of root's in a directory of the stranger's.
+  std::string addProgram(const std::string& directory) const {
+    fs::create_directories(place.file(directory));
+    fs::copy_file("/bin/true", place.file(directory + "/program"));
+    give(place.file(directory), kStranger);
+    return place.file(directory);
+  }
+
   static std::string foreign(const std::string& path) {
     return path + ": is owned by user 61234 and not by root";
   }
@@ -98,6 +157,7 @@ class ExecutedFilesTest : public ::testing::Test {
   TestSupport::TemporaryDirectory place;
   const std::string packages = place.file("packages");
   const std::string needed = packages + "/needed/libsecurity_needed.so";
+  const std::string script = packages + "/worker";
 };
 
 TEST_F(ExecutedFilesTest, hold_the_objects_that_a_package_needs) {
@@ -110,6 +170,62 @@ TEST_F(ExecutedFilesTest, hold_the_directory_where_those_are_looked_for) {
   fs::remove(needed);
   give(packages + "/needed", kStranger);
   EXPECT_THAT(findings(), Contains(foreign(packages + "/needed")));
+}
+
+TEST_F(ExecutedFilesTest, hold_what_the_loader_prefers_for_a_processor) {
+  for (const char* variant : {"glibc-hwcaps/x86-64-v3", "haswell/x86_64"}) {
+    const std::string directory = packages + "/needed/" + variant;
+    fs::create_directories(directory);
+    EXPECT_THAT(findings(), Not(Contains(foreign(directory))));
+    fs::copy_file(needed, directory + "/libsecurity_needed.so");
+    give(directory + "/libsecurity_needed.so", kStranger);
+    EXPECT_THAT(findings(), Contains(foreign(directory + "/libsecurity_needed.so")));
+    give(directory, kStranger);
+    EXPECT_THAT(findings(), Contains(foreign(directory)));
+    give(fs::path(directory).parent_path(), kStranger);
+    EXPECT_THAT(findings(), Contains(foreign(fs::path(directory).parent_path())));
+  }
+}
+
+TEST_F(ExecutedFilesTest, hold_the_directories_that_words_of_the_loader_mean) {
+  const EnvironmentScope scope("LD_LIBRARY_PATH", place.path() + "/$LIB");
+  fs::create_directory(place.file("lib64"));
+  give(place.file("lib64"), kStranger);
+  EXPECT_THAT(findings(), Contains(foreign(place.file("lib64"))));
+}
+
+TEST_F(ExecutedFilesTest, hold_the_interpreter_of_a_script) {
+  const std::string directory = addProgram("theirs");
+  addScript("#!/bin/sh");
+  EXPECT_THAT(findings(), Not(Contains(foreign(directory))));
+  addScript("#! " + directory + "/program -x");
+  EXPECT_THAT(findings(), Contains(foreign(directory)));
+}
+
+TEST_F(ExecutedFilesTest, hold_the_interpreter_of_the_interpreter) {
+  const std::string directory = addProgram("theirs");
+  addScript("#!" + place.write("packages/other", "#!" + directory + "/program\n"));
+  EXPECT_THAT(findings(), Contains(foreign(directory)));
+}
+
+TEST_F(ExecutedFilesTest, hold_the_interpreter_that_a_script_has_looked_for) {
+  const std::string directory = addProgram("theirs");
+  const EnvironmentScope scope("PATH", "/nowhere:" + directory + ":/usr/bin");
+  addScript("#!/usr/bin/env program");
+  EXPECT_THAT(findings(), Contains(foreign(directory)));
+  fs::create_symlink("/usr/bin/env", place.file("called"));
+  addScript("#!" + place.file("called") + " true");  // theirs comes first, though it has none
+  EXPECT_THAT(findings(), Contains(foreign(directory)));
+}
+
+TEST_F(ExecutedFilesTest, hold_no_script_that_hides_its_interpreter) {
+  const std::string finding = script + ": is a script whose interpreter cannot be told";
+  for (const char* line : {"#!/usr/bin/env -S PATH=/tmp sh", "#!/usr/bin/env A=b", "#!/bin/env"}) {
+    addScript(line);
+    EXPECT_THAT(findings(), Contains(finding)) << line;
+  }
+  addScript("#!/usr/bin/env sh");
+  EXPECT_THAT(findings(), Not(Contains(finding)));
 }
 
 }  // namespace
