@@ -24,12 +24,12 @@ std::string sectionOf(std::size_t number, const ConfiguredTest& test) {
 
 }  // namespace
 
-Workplace::Workplace() : m_controlFile(m_directory.file("control.cfg")) {
+Workplace::Workplace() : m_controlFile(path("control.cfg")) {
   // Whatever the umask: root refuses what others may write to.
   fs::permissions(m_directory.path(), fs::perms::owner_all);
-  m_directory.makeDirectory("packages/en");
-  m_directory.makeDirectory("packages/de");
-  m_directory.makeDirectory("logs");
+  m_directory.makeDirectory("home/packages/en");
+  m_directory.makeDirectory("home/packages/de");
+  m_directory.makeDirectory("home/logs");
   write(m_controlFile, "[GlobalSettings]\nPackDirPath=" + path("packages") +
                            "\nLogDirPath=" + path("logs") +
                            "\nDebugLog=DIAG_NO\nRunMode=PARALLEL\nDiagLog=FALSE\n"

@@ -40,7 +40,8 @@ class Workplace {
   std::string packageFile(const std::string& name) const;
   /// Is there once a test of a package has begun on a device and knows all that it does there.
   std::string markOf(const std::string& package, int test, const std::string& device) const;
-  std::string path(const std::string& name) const { return m_directory.file(name); }
+  /// Two levels below what everybody may write to: a package looks for the libraries there, too.
+  std::string path(const std::string& name) const { return m_directory.file("home/" + name); }
 
   /// Replaces text in a file, which must hold it.
   void replaceIn(const std::string& file, const std::string& from, const std::string& to) const;

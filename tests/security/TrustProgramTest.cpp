@@ -125,7 +125,7 @@ TEST_F(Trust, is_refused_to_a_working_directory_of_another_as_an_empty_element) 
 
 TEST_F(Trust, is_nothing_that_a_plain_user_is_asked_for) {
   fileOfStranger(place.path("packages/tarvex-package-worker"));
-  giveAll(fs::path(place.controlFile()).parent_path(), kStranger);
+  giveAll(fs::path(place.path("..")), kStranger);
   Program::Options options;
   options.user = kStranger;
   options.environment["LD_LIBRARY_PATH"] = directoryOfStranger("libraries");
