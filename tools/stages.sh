@@ -26,6 +26,7 @@ STAGES=(
   "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
+  "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
@@ -333,6 +334,15 @@ stage_long_schedules() {
   for seed in {1..10}; do
     schedules "$seed" 60 20
   done
+}
+
+# Without ctest, whose limit is one for a short race.
+stage_long_races() {
+  [[ $(id -u) == 0 ]] || fail "long-races: only root can make files of others to be refused"
+  build_preset release security_trust_test diagctl_program
+  TARVEX_RACE_TRIES=10000 quietly build/logs/long-races.log \
+    build/release/tests/security/security_trust_test --gtest_filter='TrustRace.*' ||
+    fail "long-races: something of another was not found"
 }
 
 stage_asan() {

@@ -1,6 +1,6 @@
-// Somebody changes what a path leads to while root looks at it and then loads it: as fast as
-// possible, for as many tries as TARVEX_RACE_TRIES says (by default 10000 here, and fewer with
-// whole runs of the program). What root loads is always its own.
+// Somebody changes what a path leads to, as fast as possible, while root looks at it and then loads
+// it: for kTries looks, or as many as TARVEX_RACE_TRIES says, and for kRuns runs of the program.
+// Each look must find the place that another decides on, and no run may go there.
 
 #include <gmock/gmock.h>
 #include <signal.h>
@@ -27,12 +27,15 @@
 namespace TarvexDiags::SecurityTest {
 namespace {
 
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 namespace fs = std::filesystem;
 
-constexpr int kTries = TestSupport::kIsSanitized ? 10 : 100;
+constexpr int kTries = TestSupport::kIsSanitized ? 30 : 200;
+constexpr int kRuns = TestSupport::kIsSanitized ? 2 : 5;
 
 int tries() {
   const char* const asked = std::getenv("TARVEX_RACE_TRIES");
@@ -95,13 +98,31 @@ class TrustRace : public ::testing::Test {
     place.usePackages(link);
   }
 
-  void expectNoForeignRun() const {
-    SKIP_UNLESS_BUILD_IS_TRUSTED();
+  /// Each look finds a place that is not root's alone.
+  void expectFindings(const std::string& untrusted) const {
     for (int index = 0; index < tries(); ++index) {
-      const DiagctlTest::Outcome outcome =
-          DiagctlTest::diagctl({"--config", place.controlFile(), "list"});
-      ASSERT_THAT(outcome.out, Not(HasSubstr("EVIL"))) << "in try " << index;
+      ASSERT_THAT(FrontEnd::findInsecureFiles(place.controlFile(), link),
+                  Contains(StartsWith(untrusted + ": ")))
+          << "in try " << index;
     }
+  }
+
+  /// The program refuses for that place, and for nothing else: without it, it runs.
+  void expectRefusals(const std::string& untrusted) {
+    SKIP_UNLESS_BUILD_IS_TRUSTED();
+    for (int index = 0; index < kRuns; ++index) {
+      const DiagctlTest::Outcome refused = list();
+      ASSERT_EQ(refused.exitCode, 2) << refused.out << refused.err;
+      ASSERT_THAT(refused.err, HasSubstr("\n  " + untrusted + ": ")) << "in run " << index;
+      ASSERT_THAT(refused.out, Not(HasSubstr("EVIL"))) << "in run " << index;
+      place.replaceIn(place.controlFile(), "PackDirPath=" + link, "PackDirPath=" + good);
+      ASSERT_THAT(list().out, HasSubstr("GOOD")) << "in run " << index;
+      place.usePackages(link);
+    }
+  }
+
+  DiagctlTest::Outcome list() const {
+    return DiagctlTest::diagctl({"--config", place.controlFile(), "list"});
   }
 
   /// The stranger turns a link in a directory of its own around, to which root's link leads.
@@ -110,51 +131,66 @@ class TrustRace : public ::testing::Test {
     std::error_code ignored;
     for (const std::string& target : {good, evil}) {
       fs::create_symlink(target, next, ignored);
-      fs::rename(next, place.path("home/turning"), ignored);
+      fs::rename(next, turning, ignored);
     }
   }
 
   /// The stranger puts its directory where root's link leads, and takes it away.
   void putAndTake() const {
     std::error_code ignored;
-    fs::rename(evil, place.path("shared/packages"), ignored);
-    fs::rename(place.path("shared/packages"), evil, ignored);
+    fs::rename(evil, putInPlace, ignored);
+    fs::rename(putInPlace, evil, ignored);
   }
 
   void leadOverTheStrangersLink() const {
-    fs::create_symlink(place.path("home/turning"), link);
-    fs::create_symlink(good, place.path("home/turning"));
-    give(place.path("home/turning"), kStranger);
+    fs::create_symlink(turning, link);
+    fs::create_symlink(good, turning);
+    give(turning, kStranger);
   }
-  void leadToWhatIsMissing() const { fs::create_symlink(place.path("shared/packages"), link); }
+  void leadToWhatIsMissing() const { fs::create_symlink(putInPlace, link); }
 
   DiagctlTest::Workplace place;
   DiagctlTest::Workplace other;
   const std::string good = place.path("packages");
   const std::string evil = place.path("home/evil");
   const std::string link = place.path("link");
+  const std::string turning = place.path("home/turning");
+  const std::string putInPlace = place.path("shared/packages");
 };
 
 TEST_F(TrustRace, loads_what_was_looked_at_where_nobody_else_decides) {
   SKIP_UNLESS_BUILD_IS_TRUSTED();
   fs::create_symlink(good, link);
   EXPECT_THAT(FrontEnd::findInsecureFiles(place.controlFile(), link), IsEmpty());
-  EXPECT_THAT(DiagctlTest::diagctl({"--config", place.controlFile(), "list"}).out,
-              HasSubstr("GOOD"));
+  EXPECT_THAT(list().out, HasSubstr("GOOD"));
+}
+
+TEST_F(TrustRace, a_link_that_another_turns_around_is_always_found) {
+  leadOverTheStrangersLink();
+  const Stranger stranger([this] { turnLink(); });
+  ASSERT_TRUE(stranger.hasBegun());
+  expectFindings(turning);
+}
+
+TEST_F(TrustRace, a_directory_that_another_puts_in_place_is_always_found) {
+  leadToWhatIsMissing();
+  const Stranger stranger([this] { putAndTake(); });
+  ASSERT_TRUE(stranger.hasBegun());
+  expectFindings(putInPlace);
 }
 
 TEST_F(TrustRace, the_program_never_runs_behind_a_link_that_another_turns_around) {
   leadOverTheStrangersLink();
   const Stranger stranger([this] { turnLink(); });
   ASSERT_TRUE(stranger.hasBegun());
-  expectNoForeignRun();
+  expectRefusals(turning);
 }
 
 TEST_F(TrustRace, the_program_never_runs_in_a_directory_that_another_puts_in_place) {
   leadToWhatIsMissing();
   const Stranger stranger([this] { putAndTake(); });
   ASSERT_TRUE(stranger.hasBegun());
-  expectNoForeignRun();
+  expectRefusals(putInPlace);
 }
 
 }  // namespace
