@@ -230,9 +230,9 @@ struct BridgedModel : CommandChannel {
 
  private:
   struct Wire : CommandChannel {
-    explicit Wire(BridgedModel& disk) : m_disk(disk) {}
-    ScsiAnswer execute(const ScsiCommand& command) override { return m_disk.execute(command); }
-    BridgedModel& m_disk;
+    explicit Wire(BridgedModel& bridged) : disk(bridged) {}
+    ScsiAnswer execute(const ScsiCommand& command) override { return disk.execute(command); }
+    BridgedModel& disk;
   };
 };
 
