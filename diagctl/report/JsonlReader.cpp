@@ -11,7 +11,6 @@
 #include <ctime>
 #include <map>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -282,10 +281,13 @@ class RunParser {
   std::optional<RunEventBody> toStepEvent(const Json& artifact) {
     const std::string stepId = artifact.at("testStepId");
     if (artifact.contains("testStepStart")) {
+      m_open.try_emplace(stepId, false);
       return toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes);
     }
     if (artifact.contains("testStepEnd")) {
-      return StepEnded{stepId, statusOf(artifact["testStepEnd"]), m_aborted.contains(stepId)};
+      const RunStatus status = statusOf(artifact["testStepEnd"]);
+      const auto open = m_open.extract(stepId);
+      return StepEnded{stepId, status, !open.empty() && open.mapped()};
     }
     if (artifact.contains("extension")) {
       takeExtension(stepId, artifact["extension"]);
@@ -338,13 +340,15 @@ class RunParser {
     if (name == "pass") {
       m_pass = passesOf(extension.at("content").value("number", Json(1)).dump());
     } else if (name == "aborted") {
-      m_aborted.insert(stepId);
+      if (const auto open = m_open.find(stepId); open != m_open.end()) {
+        open->second = true;
+      }
     }
   }
 
-  int m_passes = 1;  ///< of each test of the run
-  int m_pass = 1;    ///< of the next diagnosis
-  std::set<std::string> m_aborted;
+  int m_passes = 1;                    ///< of each test of the run
+  int m_pass = 1;                      ///< of the next diagnosis
+  std::map<std::string, bool> m_open;  ///< steps that have not ended: whether aborted
 };
 
 }  // namespace
@@ -364,28 +368,50 @@ bool JsonlReader::nextLine() {
   return false;
 }
 
-// No more than a line may have is ever held.
+// No more than a line may have is ever held, and a block beside it.
 bool JsonlReader::readLine() {
-  using Traits = std::istream::traits_type;
   m_text.clear();
   if (!m_in.good()) {
     return false;
   }
   ++m_line;
   for (;;) {
-    const Traits::int_type next = m_in.rdbuf()->sbumpc();
-    if (Traits::eq_int_type(next, Traits::eof())) {
+    if (m_position == m_block.size() && !fillBlock()) {
       m_in.setstate(std::ios::eofbit);
       return !m_text.empty();
     }
-    if (Traits::to_char_type(next) == '\n') {
-      return true;
-    }
-    if (m_text.size() == kLongestLine) {
+    const std::size_t end = m_block.find('\n', m_position);
+    const bool isWhole = end != std::string::npos;
+    const std::size_t length = (isWhole ? end : m_block.size()) - m_position;
+    if (m_text.size() + length > kLongestLine) {
       throw std::runtime_error(fmt::format("{}:{}: {}", m_name, m_line,
                                            tr("the line is longer than {} bytes", kLongestLine)));
     }
-    m_text += Traits::to_char_type(next);
+    m_text.append(m_block, m_position, length);
+    m_position += length + (isWhole ? 1 : 0);
+    if (isWhole) {
+      return true;
+    }
+  }
+}
+
+// What there is, and no more: whoever writes a pipe may take his time with the rest.
+bool JsonlReader::fillBlock() {
+  using Traits = std::istream::traits_type;
+  constexpr std::streamsize kLargestBlock = 1L << 16U;
+  m_position = 0;
+  m_block.clear();
+  try {
+    std::streambuf& source = *m_in.rdbuf();
+    if (Traits::eq_int_type(source.sgetc(), Traits::eof())) {
+      return false;
+    }
+    const std::streamsize size = std::clamp<std::streamsize>(source.in_avail(), 1, kLargestBlock);
+    m_block.resize(static_cast<std::size_t>(size));
+    m_block.resize(static_cast<std::size_t>(source.sgetn(m_block.data(), size)));
+    return true;
+  } catch (const std::ios_base::failure& failure) {
+    throw std::runtime_error(fmt::format("{}: {}", m_name, failure.code().message()));
   }
 }
 

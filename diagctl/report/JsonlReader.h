@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <istream>
 #include <string>
@@ -19,17 +20,21 @@ class JsonlReader {
 
   /// Reads the next run. @return false if there is none.
   /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A line
-  ///   that broke off, at the end of the log or where another run was appended, ends its run.
+  ///   that broke off, at the end of the log or where another run was appended, ends its run. The
+  ///   same naming file and reason where the file cannot be read.
   bool readRun(const Sink& sink);
 
  private:
   bool nextLine();
   bool readLine();
+  bool fillBlock();
   bool endsHere();
 
   std::istream& m_in;
   std::string m_name;
-  std::string m_text;  ///< the present line
+  std::string m_text;   ///< the present line
+  std::string m_block;  ///< what was read and belongs to no line yet, from the position on
+  std::size_t m_position = 0;
   unsigned long m_line = 0;
   bool m_isPending = false;  ///< the present line belongs to the next run
 };

@@ -52,6 +52,30 @@ TEST(Log, stays_valid_whatever_bytes_a_package_writes) {
   EXPECT_THAT(std::get<RunMessage>(fromLog(log).at(0).body).text, HasSubstr("end"));
 }
 
+TEST(Log, reads_lines_that_are_longer_than_a_block) {
+  const auto time = std::chrono::system_clock::time_point();
+  std::vector<RunEvent> told;
+  for (std::size_t length = 65'300; length < 65'700; length += 50) {
+    told.push_back({time, RunMessage{Severity::Information, std::string(length, 'x')}});
+    told.push_back({time, RunMessage{Severity::Information, "short"}});
+  }
+  const std::string log = toLog(told);
+  EXPECT_EQ(toLog(fromLog(log)), log);
+}
+
+TEST(Log, calls_a_step_aborted_once_and_only_while_it_is_under_way) {
+  const auto time = std::chrono::system_clock::time_point();
+  const StepStarted begin{"1", "P", "Disk", "Read", "", 1};
+  const std::string aborted = toLog({{time, StepEnded{"1", RunStatus::Skip, true}}});
+  EXPECT_FALSE(std::get<StepEnded>(fromLog(aborted).at(0).body).isAborted);
+  const auto twice = fromLog(toLog({{time, begin},
+                                    {time, StepEnded{"1", RunStatus::Skip, true}},
+                                    {time, begin},
+                                    {time, StepEnded{"1", RunStatus::Skip}}}));
+  EXPECT_TRUE(std::get<StepEnded>(twice.at(1).body).isAborted);
+  EXPECT_FALSE(std::get<StepEnded>(twice.at(3).body).isAborted);
+}
+
 TEST(Log, may_break_off_in_its_last_line) {
   const std::string log = toLog(wholeRun());
   const auto events = fromLog(log.substr(0, log.size() - 20));
