@@ -23,24 +23,35 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-// A log may come from anywhere. Each report holds the run that it tells of, and so does what
-// judges.
+// A log may come from anywhere. Each report holds what it needs of a run, and so does what judges.
 constexpr std::size_t kMostHeld = 30UL << 20U;  ///< bytes, by all of them together
+
+/// Those of the outputs and standard output, and what judges.
+std::size_t mostHeldByEach(const ReportingOptions& reporting) {
+  return kMostHeld / (reporting.outputs.size() + 2);
+}
 
 /// Hands the runs of a log on: judged anew, and each step with an end.
 class Reports {
  public:
-  Reports(const std::string& log, std::optional<VanishedAs> vanished, Outputs& outputs)
-      : m_log(log), m_judge(vanished), m_outputs(outputs) {}
+  /// @param mostHeld bytes of a run, by each report.
+  Reports(const std::string& log, std::optional<VanishedAs> vanished, Outputs& outputs,
+          std::size_t mostHeld)
+      : m_log(log),
+        m_judge(vanished),
+        m_outputs(outputs),
+        m_mostHeld(mostHeld),
+        m_record(RunRecord::Ended::Dropped, mostHeld / 2) {}
 
   void take(const RunEvent& written) {
-    // Reporters begin a new record there; a log without beginnings is one run to them.
-    if (std::holds_alternative<RunStarted>(written.body)) {
-      m_heldBefore = 0;
+    if (std::holds_alternative<RunEnded>(written.body)) {
+      closeRun();  // its end tells of them all
     }
     tell({written.time, m_judge.judge(written.body, m_record)});
-    if (m_heldBefore + m_record.size() > kMostHeld / (m_outputs.count() + 1)) {
-      throw std::runtime_error(tr("{}: a run tells more than a report can hold", m_log));
+    // Ended steps are dropped, so all that can come to that much is steps without an end.
+    if (m_record.size() > m_mostHeld) {
+      throw std::runtime_error(
+          tr("{}: more tests are under way at once than a report can hold", m_log));
     }
   }
 
@@ -56,10 +67,7 @@ class Reports {
 
   const RunRecord& record() const { return m_record; }
 
-  void beginNext() {
-    m_heldBefore += m_record.size();
-    m_record = RunRecord();
-  }
+  void beginNext() { m_record.clear(); }
 
  private:
   void tell(const RunEvent& event) {
@@ -70,8 +78,8 @@ class Reports {
   const std::string& m_log;
   const VanishedJudge m_judge;
   Outputs& m_outputs;
+  const std::size_t m_mostHeld;
   RunRecord m_record;
-  std::size_t m_heldBefore = 0;
 };
 
 int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
@@ -83,8 +91,10 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   JsonlReader reader(in, options.log);
   const RunConditions conditions{.isStrict = options.reporting.isStrict,
                                  .failsOnSkip = options.reporting.failsOnSkip};
-  Outputs outputs(options.reporting.outputs, formatOf(options.reporting), {false, conditions});
-  Reports reports(options.log, vanishedOf(options.reporting), outputs);
+  const std::size_t mostHeld = mostHeldByEach(options.reporting);
+  Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
+                  {false, conditions, mostHeld});
+  Reports reports(options.log, vanishedOf(options.reporting), outputs, mostHeld);
   std::optional<int> code;
   while (reader.readRun([&](const RunEvent& written) { reports.take(written); })) {
     reports.closeRun();

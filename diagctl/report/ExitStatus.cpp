@@ -25,7 +25,7 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
 
 // A run that ended without a result for all, or did not end, has no verdict on what it left out.
 int exitCodeOf(const RunRecord& record, RunConditions conditions) {
-  conditions.failedPackages = record.troubles().size();
+  conditions.failedPackages = record.troubleCount();
   const int code = exitCodeOf(summaryOf(record), conditions);
   const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
   return code == ExitCode::kPassed && !isWhole ? ExitCode::kNoVerdict : code;

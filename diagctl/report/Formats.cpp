@@ -14,24 +14,28 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-template <class Plain>
-std::unique_ptr<Reporter> make(Printer& out, const ReportSettings& /*settings*/) {
-  return std::make_unique<Plain>(out);
+std::unique_ptr<Reporter> makeLog(Printer& out, const ReportSettings& /*settings*/) {
+  return std::make_unique<JsonlReporter>(out);
+}
+
+template <class Holding>
+std::unique_ptr<Reporter> make(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<Holding>(out, settings.mostHeld);
 }
 
 std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {
-  return std::make_unique<TextReporter>(out, settings.isColoured);
+  return std::make_unique<TextReporter>(out, settings.isColoured, settings.mostHeld);
 }
 
 std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settings) {
-  return std::make_unique<SummaryReporter>(out, settings.conditions);
+  return std::make_unique<SummaryReporter>(out, settings.conditions, settings.mostHeld);
 }
 
 }  // namespace
 
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
-      {kTextFormat, true, false, makeText},        {kLogFormat, true, true, make<JsonlReporter>},
+      {kTextFormat, true, false, makeText},        {kLogFormat, true, true, makeLog},
       {"junit", true, false, make<JunitReporter>}, {"tap", true, false, make<TapReporter>},
       {kSummaryFormat, false, false, makeSummary},
   };

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Reporter.h"
+#include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -14,6 +16,7 @@ namespace TarvexDiags::FrontEnd {
 struct ReportSettings {
   bool isColoured = false;        ///< whether verdicts may be
   RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
+  std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
 };
 
 /// A format of a report. A new one is a row of the table and a pair of files for its reporter; the

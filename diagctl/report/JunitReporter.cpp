@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <map>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,6 +14,7 @@
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -46,16 +49,12 @@ std::string escape(const std::string& text) {
   return escaped;
 }
 
-std::string join(const std::vector<std::string>& findings,
-                 const std::vector<std::string>& actions) {
-  std::string text;
-  for (const std::string& finding : findings) {
-    text += finding + "\n";
+std::string linesOf(const char* indent, const BoundedTexts& texts) {
+  std::string lines;
+  for (const std::string& text : texts) {
+    lines += indent + text + "\n";
   }
-  for (const std::string& action : actions) {
-    text += "-> " + action + "\n";
-  }
-  return text;
+  return texts.omitted() > 0 ? lines + indent + moreOf(texts) + "\n" : lines;
 }
 
 struct Suite {
@@ -79,7 +78,7 @@ void writeCase(Printer& out, const StepRecord& step) {
   out.print(R"(    <testcase classname="{}" name="{} on {}" time="{:.3f}">)",
             escape(step.start.package), escape(step.start.test), escape(step.start.device),
             step.seconds());
-  const std::string text = join(step.findings, step.actions);
+  const std::string text = linesOf("", step.findings) + linesOf("-> ", step.actions);
   const std::string head = escape(step.headline());
   switch (step.outcome()) {
     case StepRecord::Outcome::Failed:
@@ -102,20 +101,47 @@ void writeCase(Printer& out, const StepRecord& step) {
   out.write("</testcase>\n");
 }
 
+void beginSuite(Printer& out, const RunRecord& run, const std::string& name, OutcomeSums sums,
+                double seconds) {
+  const std::size_t tests =
+      std::accumulate(sums.begin(), sums.end(), std::size_t{0},
+                      [](std::size_t sum, const auto& entry) { return sum + entry.second; });
+  out.print(
+      "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
+      "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
+      escape(name), tests, sums[StepRecord::Outcome::Failed], sums[StepRecord::Outcome::Trouble],
+      sums[StepRecord::Outcome::Skipped], seconds, toTimestamp(run.begin()),
+      escape(run.machineName()));
+}
+
+// Steps of which there were too many to hold: their sum, by the weightiest outcome among them.
+void writeDropped(Printer& out, const RunRecord& run) {
+  const DroppedSteps& dropped = run.dropped();
+  if (dropped.sums.empty()) {
+    return;
+  }
+  const std::string name = tr("further tests");
+  const std::string sums = escape(FrontEnd::toText(dropped.sums));
+  beginSuite(out, run, name, dropped.sums, dropped.seconds);
+  out.print(R"(    <testcase classname="{}" name="{}" time="{:.3f}">)", name, sums,
+            dropped.seconds);
+  if (dropped.sums.contains(StepRecord::Outcome::Failed)) {
+    out.print(R"(<failure type="further-tests" message="{}"/>)", sums);
+  } else if (dropped.sums.contains(StepRecord::Outcome::Trouble)) {
+    out.print(R"(<error type="further-tests" message="{}"/>)", sums);
+  }
+  out.write("</testcase>\n  </testsuite>\n");
+}
+
 void writeRun(Printer& out, const RunRecord& run) {
-  auto suites = suitesOf(run);
-  for (auto& [package, suite] : suites) {
-    out.print(
-        "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
-        "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-        escape(package), suite.steps.size(), suite.sums[StepRecord::Outcome::Failed],
-        suite.sums[StepRecord::Outcome::Trouble], suite.sums[StepRecord::Outcome::Skipped],
-        suite.seconds, toTimestamp(run.begin()), escape(run.start().machineName));
+  for (const auto& [package, suite] : suitesOf(run)) {
+    beginSuite(out, run, package, suite.sums, suite.seconds);
     for (const StepRecord* step : suite.steps) {
       writeCase(out, *step);
     }
     out.write("  </testsuite>\n");
   }
+  writeDropped(out, run);
 }
 
 }  // namespace
@@ -132,7 +158,7 @@ void JunitReporter::closeRun() {
     m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
   }
   writeRun(m_out, m_run);
-  m_run = RunRecord();
+  m_run.clear();
 }
 
 void JunitReporter::finish() {

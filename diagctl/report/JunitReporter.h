@@ -11,8 +11,11 @@ namespace TarvexDiags::FrontEnd {
 /// test `skipped`. Written run by run; the suites of several follow each other.
 class JunitReporter : public Reporter {
  public:
-  /// @param out kept alive by the caller.
-  explicit JunitReporter(Printer& out) : m_out(out) {}
+  /// @param out kept alive by the caller. @param mostHeld bytes of a run, all of which is held
+  /// until
+  ///   its end; of the steps beyond, their sum is written.
+  JunitReporter(Printer& out, std::size_t mostHeld)
+      : m_out(out), m_run(RunRecord::Ended::Held, mostHeld) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;

@@ -1,8 +1,5 @@
 #include "diagctl/report/RunVerdict.h"
 
-#include <algorithm>
-#include <vector>
-
 namespace TarvexDiags::FrontEnd {
 
 RunSummary summaryOf(const RunRecord& record) {
@@ -13,11 +10,7 @@ RunSummary summaryOf(const RunRecord& record) {
   summary.failed = sums[Outcome::Failed];
   summary.warned = sums[Outcome::Warning];
   summary.troubled = sums[Outcome::Trouble];
-  const std::vector<const StepRecord*> steps = record.steps();
-  summary.aborted = static_cast<std::size_t>(
-      std::count_if(steps.begin(), steps.end(), [](const StepRecord* step) {
-        return step->isAborted() && step->outcome() == Outcome::Skipped;
-      }));
+  summary.aborted = record.aborted();
   summary.skipped = sums[Outcome::Skipped] - summary.aborted;
   return summary;
 }

@@ -20,42 +20,29 @@ double secondsBetween(std::chrono::system_clock::time_point from,
   return std::chrono::duration<double>(to - from).count();
 }
 
-// About what is taken beside the texts themselves. A finding counts for more than its place, as
-// each one is compared with those before it.
-constexpr std::size_t kSizeOfStep = 768;
-constexpr std::size_t kSizeOfFinding = 512;
-constexpr std::size_t kSizeOfItem = 128;
+// About what is taken beside the texts themselves, with what the allocator adds.
+constexpr std::size_t kSizeOfStep = sizeof(StepRecord) + 192;
+constexpr std::size_t kSizeOfText = 96;
 
-// @return about how many bytes that took.
-std::size_t addOnce(std::vector<std::string>& texts, const std::string& text) {
-  if (text.empty() || std::find(texts.begin(), texts.end(), text) != texts.end()) {
-    return 0;
-  }
-  texts.push_back(text);
-  return kSizeOfFinding + text.size();
-}
+constexpr std::size_t kMostTexts = 200;
+constexpr std::size_t kMostBytes = 64UL << 10U;  ///< of the texts together
+constexpr std::size_t kLongestText = 16UL << 10U;
 
-std::size_t sizeOf(const RunStarted& start) {
-  std::size_t size = start.name.size() + start.version.size() + start.commandLine.size() +
-                     start.machineId.size() + start.machineName.size();
-  for (const auto& [key, value] : start.parameters) {
-    size += kSizeOfItem + key.size() + value.size();
+// Not within a character.
+std::string cut(const std::string& text) {
+  if (text.size() <= kLongestText) {
+    return text;
   }
-  for (const std::string& platform : start.platforms) {
-    size += kSizeOfItem + platform.size();
+  std::size_t length = kLongestText;
+  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
+    --length;
   }
-  for (const HardwareItem& item : start.hardware) {
-    size += kSizeOfItem + item.id.size() + item.name.size() + item.location.size();
-  }
-  for (const SoftwareItem& item : start.software) {
-    size += kSizeOfItem + item.id.size() + item.name.size() + item.version.size();
-  }
-  return size;
+  return text.substr(0, length) + " ...";
 }
 
 std::size_t sizeOf(const StepStarted& start) {
-  return kSizeOfItem + start.stepId.size() + start.package.size() + start.device.size() +
-         start.test.size() + start.hardwareId.size();
+  return start.stepId.size() + start.package.size() + start.device.size() + start.test.size() +
+         start.hardwareId.size();
 }
 
 /// The weightiest of what was told of the step.
@@ -74,15 +61,26 @@ Contract::Ending endingOf(const StepRecord& step) {
                                                   : Contract::Ending::Passed;
 }
 
+bool isAbortedOnly(const StepRecord& step) {
+  return step.isAborted() && step.outcome() == StepRecord::Outcome::Skipped;
+}
+
 /// Writes one event into the record of its step.
 struct IntoStep {
   StepRecord& step;
-  std::size_t& size;
+  std::size_t room;  ///< in bytes, for more texts
 
+  void operator()(const StepStarted& started) const {
+    step.size -= sizeOf(step.start);
+    step.start = started;
+    for (std::string* const name : {&step.start.package, &step.start.device, &step.start.test}) {
+      *name = cut(*name);
+    }
+    step.size += sizeOf(step.start);
+  }
   void operator()(const StepMessage& message) const {
     if (message.severity == Severity::Warning || message.severity == Severity::Error) {
-      size += addOnce(step.findings, message.text);
-      size += addOnce(step.actions, message.action);
+      tell(message.text, message.action);
       if (message.severity == Severity::Warning) {
         ++step.warnings;
         takeFirst(step.warning, message.text);
@@ -102,8 +100,7 @@ struct IntoStep {
       takeFirst(diagnosis.verdict == Verdict::Fail ? step.failure : step.warning,
                 diagnosis.message);
     }
-    size += addOnce(step.findings, diagnosis.message);
-    size += addOnce(step.actions, diagnosis.action);
+    tell(diagnosis.message, diagnosis.action);
   }
   void operator()(const StepTrouble& trouble) const {
     ++step.troubles;
@@ -111,28 +108,31 @@ struct IntoStep {
       takeOver(step.symptom, trouble.symptom);
     }
     takeFirst(step.trouble, trouble.message);
-    size += addOnce(step.findings, trouble.message);
-    size += addOnce(step.actions, trouble.action);
+    tell(trouble.message, trouble.action);
   }
   void operator()(const StepEnded& ended) const {
     step.ended = ended;
     if (ended.status == RunStatus::Skip && step.findings.empty()) {
-      size += addOnce(step.findings, step.news);  // the reason
+      tell(step.news, "");  // the reason
     }
   }
   template <class Other>
   void operator()(const Other& /*other*/) const {}
 
  private:
+  void tell(const std::string& finding, const std::string& action) const {
+    const std::size_t taken = step.findings.add(finding, room);
+    step.size += taken + step.actions.add(action, room - taken);
+  }
   void takeFirst(std::string& place, const std::string& text) const {
     if (place.empty()) {
       takeOver(place, text);
     }
   }
   void takeOver(std::string& place, const std::string& text) const {
-    size += text.size();
-    size -= place.size();
-    place = text;
+    step.size -= place.size();
+    place = cut(text);
+    step.size += place.size();
   }
 };
 
@@ -149,6 +149,25 @@ struct StepIdOf {
 };
 
 }  // namespace
+
+std::size_t BoundedTexts::add(const std::string& text, std::size_t room) {
+  const std::string kept = cut(text);
+  if (kept.empty() || std::find(m_texts.begin(), m_texts.end(), kept) != m_texts.end()) {
+    return 0;
+  }
+  const std::size_t size = kSizeOfText + kept.size();
+  if (m_texts.size() == kMostTexts || m_size + size > kMostBytes || size > room) {
+    ++m_omitted;
+    return 0;
+  }
+  m_texts.push_back(kept);
+  m_size += size;
+  return size;
+}
+
+std::string moreOf(const BoundedTexts& texts) {
+  return tr("and {} more", texts.omitted());
+}
 
 int StepRecord::passes() const {
   return std::accumulate(verdicts.begin(), verdicts.end(), 0,
@@ -196,35 +215,74 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     m_hasBegun = true;
     m_begin = event.time;
   }
-  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
-    m_start = *start;
-    m_size += sizeOf(*start);
-  } else if (const auto* trouble = std::get_if<RunTrouble>(&event.body)) {
-    m_troubles.push_back(trouble->message);
-    m_size += kSizeOfItem + trouble->message.size();
-  } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
-    m_hasEnded = true;
-    m_end = *end;
-  }
+  takeOfRun(event);
   const std::string id = std::visit(StepIdOf(), event.body);
-  if (id.empty()) {
+  if (id.empty() || isBehindItsEnd(id, event.body)) {
     return nullptr;
   }
   const auto [entry, isNew] = m_steps.try_emplace(id);
-  m_size += isNew ? kSizeOfStep + id.size() : 0;
   StepRecord& step = entry->second;
-  if (const auto* started = std::get_if<StepStarted>(&event.body)) {
-    m_size += sizeOf(*started);
-    step.start = *started;
-    step.begin = event.time;
-    m_order.push_back(id);
+  const std::size_t roomBefore = room();
+  m_size -= step.size;
+  if (isNew) {
+    step.size = kSizeOfStep + id.size();
   }
-  std::visit(IntoStep{step, m_size}, event.body);
+  if (std::holds_alternative<StepStarted>(event.body)) {
+    step.begin = event.time;
+    step.place = ++m_lastPlace;
+  }
+  std::visit(IntoStep{step, roomBefore}, event.body);
+  m_size += step.size;
   if (!std::holds_alternative<StepEnded>(event.body)) {
     return nullptr;
   }
   step.end = event.time;
-  return &step;
+  return holds(step) ? &step : drop(entry);
+}
+
+void RunRecord::takeOfRun(const RunEvent& event) {
+  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
+    m_machineName = cut(start->machineName);
+  } else if (const auto* trouble = std::get_if<RunTrouble>(&event.body)) {
+    ++m_troubleCount;
+    m_size += m_troubles.add(trouble->message, room());
+  } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
+    m_hasEnded = true;
+    m_end = *end;
+  }
+}
+
+// A step that is not held has either not begun or was dropped. What is told behind the end of one
+// makes a record of its own only if it weighs.
+bool RunRecord::isBehindItsEnd(const std::string& stepId, const RunEventBody& body) const {
+  if (m_dropped.sums.empty() || m_steps.contains(stepId) ||
+      std::holds_alternative<StepStarted>(body) || std::holds_alternative<StepTrouble>(body)) {
+    return false;
+  }
+  const auto* const diagnosis = std::get_if<StepDiagnosis>(&body);
+  return diagnosis == nullptr || diagnosis->verdict != Verdict::Fail;
+}
+
+bool RunRecord::holds(const StepRecord& ended) const {
+  if (m_ended == Ended::Dropped) {
+    return false;
+  }
+  const StepRecord::Outcome came = ended.outcome();
+  const bool isTelling =
+      came != StepRecord::Outcome::Passed && came != StepRecord::Outcome::Skipped;
+  return m_size <= m_most + (isTelling ? m_most / 4 : 0);
+}
+
+const StepRecord* RunRecord::drop(Steps::iterator ended) {
+  m_lastDropped = std::move(ended->second);
+  m_steps.erase(ended);
+  m_size -= m_lastDropped.size;
+  const StepRecord::Outcome came = m_lastDropped.outcome();
+  ++m_dropped.sums[came];
+  m_dropped.begun += m_lastDropped.place > 0 ? 1 : 0;
+  m_dropped.aborted += isAbortedOnly(m_lastDropped) ? 1 : 0;
+  m_dropped.seconds += m_lastDropped.seconds();
+  return &m_lastDropped;
 }
 
 const StepRecord* RunRecord::find(const std::string& stepId) const {
@@ -235,7 +293,7 @@ const StepRecord* RunRecord::find(const std::string& stepId) const {
 std::vector<std::string> RunRecord::openSteps() const {
   std::vector<std::string> open;
   for (const auto& [id, step] : m_steps) {
-    if (step.start.stepId == id && !step.hasEnded()) {
+    if (step.place > 0 && !step.hasEnded()) {
       open.push_back(id);
     }
   }
@@ -244,14 +302,29 @@ std::vector<std::string> RunRecord::openSteps() const {
 
 std::vector<const StepRecord*> RunRecord::steps() const {
   std::vector<const StepRecord*> steps;
-  for (const std::string& id : m_order) {
-    steps.push_back(&m_steps.at(id));
+  for (const auto& [id, step] : m_steps) {
+    if (step.place > 0) {
+      steps.push_back(&step);
+    }
   }
+  std::sort(steps.begin(), steps.end(), [](const StepRecord* left, const StepRecord* right) {
+    return left->place < right->place;
+  });
   return steps;
 }
 
+std::size_t RunRecord::begun() const {
+  return m_dropped.begun + steps().size();
+}
+
+std::size_t RunRecord::aborted() const {
+  return m_dropped.aborted + static_cast<std::size_t>(std::count_if(
+                                 m_steps.begin(), m_steps.end(),
+                                 [](const auto& entry) { return isAbortedOnly(entry.second); }));
+}
+
 OutcomeSums RunRecord::sums() const {
-  OutcomeSums sums;
+  OutcomeSums sums = m_dropped.sums;
   for (const auto& [id, step] : m_steps) {
     ++sums[step.outcome()];
   }

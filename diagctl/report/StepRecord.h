@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -10,6 +12,30 @@
 
 namespace TarvexDiags::FrontEnd {
 
+/// Texts in the order in which they were told, each once, as many as somebody would read: 200 that
+/// take 64 KiB together. Longer ones are cut.
+class BoundedTexts {
+ public:
+  /// Adds a text unless it is there already or empty. @param room for it, in bytes.
+  /// @return about how many bytes that took.
+  std::size_t add(const std::string& text, std::size_t room);
+
+  auto begin() const { return m_texts.begin(); }
+  auto end() const { return m_texts.end(); }
+  bool empty() const { return m_texts.empty(); }
+  const std::string& front() const { return m_texts.front(); }
+  /// How many were told and are not kept; those that were told again among them count again.
+  std::size_t omitted() const { return m_omitted; }
+
+ private:
+  std::vector<std::string> m_texts;
+  std::size_t m_size = 0;
+  std::size_t m_omitted = 0;
+};
+
+/// For people, behind the texts that are kept: "and 3 more".
+std::string moreOf(const BoundedTexts& texts);
+
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
   enum class Outcome { Passed, Failed, Warning, Trouble, Skipped };
@@ -17,8 +43,8 @@ struct StepRecord {
   StepStarted start;
   std::chrono::system_clock::time_point begin;
   std::chrono::system_clock::time_point end;
-  std::vector<std::string> findings;
-  std::vector<std::string> actions;
+  BoundedTexts findings;
+  BoundedTexts actions;
   std::string failure;              ///< the first of its kind among the findings; empty: none
   std::string trouble;              ///< the same
   std::string warning;              ///< the same
@@ -28,6 +54,8 @@ struct StepRecord {
   std::size_t troubles = 0;         ///< of the tool
   std::size_t warnings = 0;         ///< that were told
   std::optional<StepEnded> ended;
+  std::size_t place = 0;  ///< among the steps of the run, from 1; 0: it has not begun
+  std::size_t size = 0;   ///< about how many bytes the record takes
 
   int passes() const;
   bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
@@ -43,34 +71,76 @@ struct StepRecord {
 /// How many steps came to each outcome.
 using OutcomeSums = std::map<StepRecord::Outcome, std::size_t>;
 
-/// Gathers the stream of one run into records, for reports that need a step whole.
+/// Steps that ended and are no longer held: what they came to together.
+struct DroppedSteps {
+  OutcomeSums sums;
+  std::size_t begun = 0;
+  std::size_t aborted = 0;  ///< of those that were skipped
+  double seconds = 0;
+};
+
+/// Gathers the stream of one run into records, for reports that need a step whole. What it came to
+/// follows from all that was told, whatever is held of it.
 class RunRecord {
  public:
+  enum class Ended { Held, Dropped };
+  static constexpr std::size_t kUnbounded = std::numeric_limits<std::size_t>::max() / 2;
+
+  /// @param ended what becomes of a step when it ends. @param most bytes that may be held: beyond,
+  ///   texts are counted and no longer kept, and steps are dropped as they end; those that passed
+  ///   or were skipped before others.
+  RunRecord(Ended ended, std::size_t most) : m_ended(ended), m_most(most) {}
+  /// Holds all.
+  RunRecord() = default;
+
+  /// Forgets the run, for the next one.
+  void clear() { *this = RunRecord(m_ended, m_most); }
+
   /// @return the step that the event has ended, if it has; valid until the next event.
   const StepRecord* handle(const RunEvent& event);
 
-  const RunStarted& start() const { return m_start; }
-  const std::vector<std::string>& troubles() const { return m_troubles; }
-  /// @return null before the step's beginning; else valid as long as the record.
+  const std::string& machineName() const { return m_machineName; }
+  const BoundedTexts& troubles() const { return m_troubles; }
+  /// How many troubles were told.
+  std::size_t troubleCount() const { return m_troubleCount; }
+  /// @return null before the step's beginning; else valid as long as the record holds it.
   const StepRecord* find(const std::string& stepId) const;
-  /// Steps in the order in which they began.
+  /// Those that are held, in the order in which they began.
   std::vector<const StepRecord*> steps() const;
   /// The ids of steps that began and have not ended.
   std::vector<std::string> openSteps() const;
+  /// How many steps began.
+  std::size_t begun() const;
+  /// How many ended before their time, of those that were skipped.
+  std::size_t aborted() const;
   OutcomeSums sums() const;
+  const DroppedSteps& dropped() const { return m_dropped; }
   bool hasEnded() const { return m_hasEnded; }
   const RunEnded& end() const { return m_end; }
   std::chrono::system_clock::time_point begin() const { return m_begin; }
   std::chrono::system_clock::time_point last() const { return m_last; }
   double seconds() const;
-  /// About how many bytes the record takes, whatever was told.
+  /// About how many bytes the record takes.
   std::size_t size() const { return m_size; }
 
  private:
-  RunStarted m_start;
-  std::map<std::string, StepRecord> m_steps;
-  std::vector<std::string> m_order;
-  std::vector<std::string> m_troubles;
+  using Steps = std::map<std::string, StepRecord>;
+
+  void takeOfRun(const RunEvent& event);
+  bool isBehindItsEnd(const std::string& stepId, const RunEventBody& body) const;
+  std::size_t room() const { return m_most > m_size ? m_most - m_size : 0; }
+  bool holds(const StepRecord& ended) const;
+  const StepRecord* drop(Steps::iterator ended);
+
+  Ended m_ended = Ended::Held;
+  std::size_t m_most = kUnbounded;
+  std::string m_machineName;
+  Steps m_steps;
+  std::size_t m_lastPlace = 0;
+  DroppedSteps m_dropped;
+  StepRecord m_lastDropped;
+  BoundedTexts m_troubles;
+  std::size_t m_troubleCount = 0;
   std::chrono::system_clock::time_point m_begin;
   std::chrono::system_clock::time_point m_last;
   bool m_hasBegun = false;

@@ -36,7 +36,7 @@ std::string firstFinding(const RunRecord& record) {
 
 void SummaryReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
-    m_record = RunRecord();
+    m_record.clear();
   }
   m_record.handle(event);
 }

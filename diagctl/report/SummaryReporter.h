@@ -12,8 +12,10 @@ namespace TarvexDiags::FrontEnd {
 class SummaryReporter : public Reporter {
  public:
   /// @param out kept alive by the caller. @param conditions as for the exit code.
-  explicit SummaryReporter(Printer& out, const RunConditions& conditions = {})
-      : m_out(out), m_conditions(conditions) {}
+  /// @param mostHeld bytes of a run.
+  explicit SummaryReporter(Printer& out, const RunConditions& conditions = {},
+                           std::size_t mostHeld = RunRecord::kUnbounded)
+      : m_out(out), m_conditions(conditions), m_record(RunRecord::Ended::Held, mostHeld) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;

@@ -55,13 +55,18 @@ void TapReporter::writeStep(const StepRecord& step) {
   m_out.print("{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
               plain(step.start.package), plain(step.start.test), plain(step.start.device),
               directiveOf(step));
-  for (const std::string& finding : step.findings) {
-    m_out.print("# {}\n", plain(finding));
-  }
-  for (const std::string& action : step.actions) {
-    m_out.print("# -> {}\n", plain(action));
-  }
+  writeTexts("# ", step.findings);
+  writeTexts("# -> ", step.actions);
   m_out.flush();
+}
+
+void TapReporter::writeTexts(const char* indent, const BoundedTexts& texts) {
+  for (const std::string& text : texts) {
+    m_out.print("{}{}\n", indent, plain(text));
+  }
+  if (texts.omitted() > 0) {
+    m_out.print("{}{}\n", indent, moreOf(texts));
+  }
 }
 
 // What did not end is told as it stands.
@@ -71,10 +76,8 @@ void TapReporter::closeRun() {
       writeStep(*step);
     }
   }
-  for (const std::string& trouble : m_record.troubles()) {
-    m_out.print("# {}\n", plain(trouble));
-  }
-  m_record = RunRecord();
+  writeTexts("# ", m_record.troubles());
+  m_record.clear();
 }
 
 void TapReporter::finish() {

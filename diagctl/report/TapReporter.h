@@ -11,14 +11,16 @@ namespace TarvexDiags::FrontEnd {
 /// hardware failure; an aborted test is skipped.
 class TapReporter : public Reporter {
  public:
-  /// @param out kept alive by the caller.
-  explicit TapReporter(Printer& out) : m_out(out) {}
+  /// @param out kept alive by the caller. @param mostHeld bytes of a run.
+  TapReporter(Printer& out, std::size_t mostHeld)
+      : m_out(out), m_record(RunRecord::Ended::Dropped, mostHeld) {}
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
   void writeStep(const StepRecord& step);
+  void writeTexts(const char* indent, const BoundedTexts& texts);
   void closeRun();
 
   Printer& m_out;

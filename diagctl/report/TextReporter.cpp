@@ -23,7 +23,8 @@ void writeIndented(Printer& out, const char* indent, const std::string& text) {
 
 }  // namespace
 
-TextReporter::TextReporter(Printer& out, bool colour) : m_out(out), m_colour(colour) {}
+TextReporter::TextReporter(Printer& out, bool colour, std::size_t mostHeld)
+    : m_out(out), m_colour(colour), m_record(RunRecord::Ended::Dropped, mostHeld) {}
 
 void TextReporter::paint(Colour colour, const std::string& text) {
   if (m_colour) {
@@ -78,13 +79,18 @@ void TextReporter::writeStep(const StepRecord& step) {
     m_out.say(" ({:.1f} s)", step.seconds());
   }
   m_out.write("\n");
-  for (const std::string& finding : step.findings) {
-    writeIndented(m_out, "         ", finding);
-  }
-  for (const std::string& action : step.actions) {
-    writeIndented(m_out, "         -> ", action);
-  }
+  writeTexts("         ", step.findings);
+  writeTexts("         -> ", step.actions);
   m_out.flush();
+}
+
+void TextReporter::writeTexts(const char* indent, const BoundedTexts& texts) {
+  for (const std::string& text : texts) {
+    writeIndented(m_out, indent, text);
+  }
+  if (texts.omitted() > 0) {
+    writeIndented(m_out, indent, moreOf(texts));
+  }
 }
 
 void TextReporter::finish() {
@@ -101,14 +107,17 @@ void TextReporter::closeRun() {
     writeVerdict(StepRecord::Outcome::Trouble);
     writeIndented(m_out, "  ", trouble);
   }
+  if (m_record.troubles().omitted() > 0) {
+    writeIndented(m_out, "         ", moreOf(m_record.troubles()));
+  }
   const std::string summary = toText(m_record.sums());
-  m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.steps().size(), m_record.seconds(),
+  m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.begun(), m_record.seconds(),
             summary.empty() ? tr("nothing ran") : summary);
   if (!m_record.hasEnded()) {
     m_out.say("The run was cut short.\n");
   }
   m_out.flush();
-  m_record = RunRecord();
+  m_record.clear();
 }
 
 }  // namespace TarvexDiags::FrontEnd

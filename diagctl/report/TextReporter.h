@@ -13,13 +13,15 @@ namespace TarvexDiags::FrontEnd {
 class TextReporter : public Reporter {
  public:
   /// @param out kept alive by the caller. @param colour whether verdicts are coloured.
-  TextReporter(Printer& out, bool colour);
+  /// @param mostHeld bytes of a run.
+  TextReporter(Printer& out, bool colour, std::size_t mostHeld);
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
   void writeStep(const StepRecord& step);
+  void writeTexts(const char* indent, const BoundedTexts& texts);
   void closeRun();
   void writeVerdict(StepRecord::Outcome outcome);
   void paint(Colour colour, const std::string& text);

@@ -70,7 +70,7 @@ RunEventBody VanishedJudge::endOf(const RunEventBody& body, const RunRecord& rec
     return body;
   }
   if (std::holds_alternative<RunEnded>(body)) {
-    const RunVerdict verdict = verdictOf(summaryOf(record), record.troubles().size());
+    const RunVerdict verdict = verdictOf(summaryOf(record), record.troubleCount());
     const bool isJudgedAnew = verdict == (isFailure ? RunVerdict::Failed : RunVerdict::Troubled);
     return isJudgedAnew ? RunEventBody(FrontEnd::endOf(verdict)) : body;
   }

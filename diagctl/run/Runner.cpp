@@ -82,7 +82,7 @@ const RunRecord& Runner::run(const RunStarted& start) {
   waitForAll();
   m_machineWatch.end();
   tellSkipped();
-  tell(endOf(verdictOf(summaryOf(m_record), m_record.troubles().size())));
+  tell(endOf(verdictOf(summaryOf(m_record), m_record.troubleCount())));
   return m_record;
 }
 

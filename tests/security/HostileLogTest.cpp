@@ -126,31 +126,115 @@ TEST_F(HostileLog, has_lines_of_a_bounded_size) {
       "more than 50000 values in a line");
 }
 
-TEST_F(HostileLog, tells_no_more_of_a_run_than_a_report_can_hold) {
+std::string finding(const std::string& step, const std::string& severity, const std::string& text) {
+  return stepLine(step, R"("log":{"severity":")" + severity + R"(","message":")" + text + "\"}");
+}
+
+std::string endOf(const std::string& step) {
+  return stepLine(step, R"("testStepEnd":{"status":"COMPLETE"})");
+}
+
+std::string passOf(const std::string& step) {
+  return stepLine(step, R"("diagnosis":{"verdict":"passed","type":"PASS"})");
+}
+
+std::string failureOf(const std::string& step) {
+  return stepLine(step, R"("diagnosis":{"verdict":"broken","type":"FAIL","message":"It broke."})");
+}
+
+const std::string kRunEnd =
+    std::string(R"({"testRunArtifact":{"testRunEnd":{"status":"COMPLETE","result":"PASS"}},)") +
+    kTime + "}\n";
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST_F(HostileLog, of_a_large_machine_is_told_step_by_step) {
+  constexpr int kSteps = 384 * 13;
+  const Outcome outcome = reportOf([&](std::ostream& log) {
+    for (int number = 1; number <= kSteps; ++number) {
+      const std::string step = std::to_string(number);
+      log << beginOf(step) << finding(step, "WARNING", "Core " + step + " was throttled meanwhile.")
+          << passOf(step) << endOf(step);
+    }
+    log << kRunEnd;
+  });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kPassed);
+  EXPECT_EQ(countOf(outcome.out, "was throttled meanwhile."), kSteps);
+  EXPECT_EQ(countOf(contentsOf(place.path("junit")), "was throttled meanwhile."), kSteps);
+  EXPECT_EQ(countOf(contentsOf(place.path("tap")), "was throttled meanwhile."), kSteps);
+}
+
+TEST_F(HostileLog, of_many_findings_keeps_its_verdict_and_tells_how_many_more) {
+  const Outcome outcome = reportOf([&](std::ostream& log) {
+    log << beginOf("1");
+    for (int number = 1; number <= 30'000; ++number) {
+      log << finding("1", "ERROR", "fault " + std::to_string(number));
+    }
+    log << failureOf("1") << endOf("1") << kRunEnd;
+  });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kHardwareFailure);
+  const std::string junit = contentsOf(place.path("junit"));
+  EXPECT_THAT(junit, HasSubstr("message=\"It broke.\""));
+  for (const std::string& report : {outcome.out, junit, contentsOf(place.path("tap"))}) {
+    EXPECT_THAT(report, AllOf(HasSubstr("fault 200"), HasSubstr("and 29801 more")));
+  }
+}
+
+TEST_F(HostileLog, of_more_steps_than_a_report_holds_keeps_its_verdict) {
+  const std::string words = repeated("words ", 80);
+  const Outcome outcome = reportOf([&](std::ostream& log) {
+    for (int number = 1; number <= 7'000; ++number) {
+      const std::string step = std::to_string(number);
+      log << stepLine(step, R"("testStepStart":{"name":"Package: Test on )" + words + "\"}")
+          << (number < 7'000 ? passOf(step) : failureOf(step)) << endOf(step);
+    }
+    log << kRunEnd;
+  });
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kHardwareFailure);
+  EXPECT_THAT(outcome.out, HasSubstr("6999 passed, 1 failed"));
+  EXPECT_EQ(countOf(contentsOf(place.path("tap")), "ok "), 7'000);
+  const std::string junit = contentsOf(place.path("junit"));
+  EXPECT_THAT(junit, AllOf(HasSubstr(R"(<testsuite name="further tests" tests=")"),
+                           HasSubstr(R"(message="It broke.")")));
+  EXPECT_LT(countOf(junit, "<testcase"), 7'000);
+}
+
+// What is under way must be held, to be closed.
+TEST_F(HostileLog, of_more_steps_under_way_than_a_report_holds_is_refused) {
   const std::string words = repeated("words ", 700);
-  const auto expectTooMuch =
-      [&](const std::function<void(std::ostream&, const std::string&)>& tell) {
-        const Outcome outcome = reportOf([&](std::ostream& log) {
-          log << beginOf("1");
-          for (int number = 2; number < 5000; ++number) {
-            tell(log, std::to_string(number));
-          }
-        });
-        EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
-        EXPECT_THAT(outcome.err, HasSubstr("tells more than a report can hold"));
-      };
-  const auto tellStep = [&](std::ostream& log, const std::string& number) {
-    log << stepLine(number, R"("testStepStart":{"name":"Package: Test on )" + words + "\"}");
-  };
-  expectTooMuch(tellStep);
-  expectTooMuch([&](std::ostream& log, const std::string& number) {
-    log << stepLine("1", R"("log":{"severity":"ERROR","message":")" + number + words + "\"}");
+  const Outcome outcome = reportOf([&](std::ostream& log) {
+    for (int number = 1; number <= 4'000; ++number) {
+      log << stepLine(std::to_string(number),
+                      R"("testStepStart":{"name":"Package: Test on )" + words + "\"}");
+    }
   });
-  // Runs that never begin are one run to those who tell of it.
-  expectTooMuch([&](std::ostream& log, const std::string& number) {
-    log << R"({"schemaVersion":{"major":2,"minor":0},)" << kTime << "}\n";
-    tellStep(log, number);
-  });
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr("more tests are under way at once than a report can hold"));
+}
+
+TEST_F(HostileLog, that_ends_its_run_before_a_step_has_the_step_closed_first) {
+  const Outcome outcome = reportOf(beginOf("1") + kRunEnd);
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
+  const std::string log = contentsOf(place.path("jsonl"));
+  EXPECT_THAT(log, HasSubstr("testStepEnd"));
+  EXPECT_LT(log.find("testStepEnd"), log.find("testRunEnd"));
+}
+
+TEST_F(HostileLog, that_is_a_directory_is_named) {
+  const std::string directory = place.path("packages");
+  const Outcome outcome = diagctl({"report", directory});
+  EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
+  EXPECT_THAT(outcome.err, AllOf(HasSubstr(directory + ": Is a directory"),
+                                 ::testing::Not(HasSubstr("basic_filebuf"))));
 }
 
 TEST_F(HostileLog, may_be_long_where_a_report_holds_little_of_it) {
@@ -179,24 +263,34 @@ TEST_F(HostileLog, costs_64_mebibytes_at_most_beyond_its_longest_line) {
   if (TestSupport::kIsSanitized) {
     GTEST_SKIP() << "a sanitizer takes memory of its own";
   }
-  // The most that passes: findings and steps up to the limit, and values in a line.
+  const auto expectModest = [&](const std::function<void(std::ostream&)>& write) {
+    EXPECT_EQ(reportOf(write).err, "");
+    EXPECT_LE(mostTaken(), (64UL + 2) << 20U);
+  };
   const std::string value = repeated(",{}", 24'000);
-  reportOf([&](std::ostream& log) {
-    for (int step = 0; step < 7'500; ++step) {
+  const std::string longest = repeated("y", (2UL << 20U) - 200);
+  expectModest([&](std::ostream& log) {  // the most that may be under way
+    for (int step = 0; step < 6'000; ++step) {
       log << beginOf(std::to_string(step));
     }
-    log << stepLine("1", R"("measurement":{"name":"n","value":[0)" + value + "]}");
-    log << stepLine("1", R"("log":{"severity":"ERROR","message":")" + repeated("y", 2 << 20U));
+    log << stepLine("1", R"("measurement":{"name":"n","value":[0)" + value + "]}")
+        << finding("1", "ERROR", longest);
   });
-  EXPECT_LE(mostTaken(), (64UL + 2) << 20U);
-  reportOf([&](std::ostream& log) {
-    log << beginOf("1");
-    for (int finding = 0; finding < 3; ++finding) {
-      log << stepLine("1", R"("log":{"severity":"ERROR","message":")" + std::to_string(finding) +
-                               repeated("y", (2 << 20U) - 200) + "\"}");
+  expectModest([&](std::ostream& log) {  // findings, long and short, of many steps
+    for (int step = 1; step <= 60; ++step) {
+      const std::string id = std::to_string(step);
+      log << beginOf(id) << (step <= 5 ? finding(id, "ERROR", longest) : "");
+      for (int number = 0; number < 250; ++number) {
+        log << finding(id, "ERROR", std::to_string(number) + repeated("z", 1'000));
+      }
     }
   });
-  EXPECT_LE(mostTaken(), (64UL + 2) << 20U);
+  expectModest([&](std::ostream& log) {  // ends before their time, of steps that never began
+    for (int number = 0; number < 60; ++number) {
+      log << stepLine(std::to_string(number) + longest,
+                      R"("extension":{"name":"aborted","content":{}})");
+    }
+  });
 }
 
 TEST_F(HostileLog, that_ends_within_a_step_closes_it_as_cut_off) {
