@@ -82,11 +82,12 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
   std::unique_ptr<Output> output(new Output);
   output->m_path = path;
   output->m_name = output->m_path;
-  const bool isPlain = FrontEnd::isPlainFile(output->m_path);
+  const bool isOpen = leadsToWhatIsOpen(path);
+  const bool isPlain = FrontEnd::isPlainFile(path) && !isOpen;
   output->m_isPlainFile = isPlain;
   output->m_file = streamTo(!format.isLog && isPlain
                                 ? makeBeside(output->m_path, output->m_besides, output->m_name)
-                                : openOutput(output->m_path, format.isLog, output->m_name));
+                                : openOutput(path, format.isLog || isOpen, output->m_name));
   if (!*output->m_file) {
     failWith(ENOMEM, output->m_name);
   }

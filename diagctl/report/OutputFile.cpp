@@ -98,6 +98,20 @@ mode_t permissionsOfNewFiles() {
 
 }  // namespace
 
+bool leadsToWhatIsOpen(std::string path) {
+  for (int links = 0; links < kMostLinks; ++links) {
+    const OpenedFile link(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!link || !S_ISLNK(statusOf(link).st_mode)) {
+      return false;
+    }
+    if (isOfProcFileSystem(link)) {
+      return true;
+    }
+    path = targetOf(link, path);
+  }
+  return false;
+}
+
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name) {
   const int flags = O_WRONLY | O_CREAT | kHarmless | (appends ? O_APPEND : 0);
   Reached reached = isRoot() ? openOverLinksOfRoot(path, flags)

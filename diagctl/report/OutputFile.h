@@ -16,6 +16,10 @@ namespace TarvexDiags::FrontEnd {
 /// @throws std::system_error with that name.
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name);
 
+/// Whether a path is a link to what a process has open, as `/dev/stdout` is: nothing may take its
+/// place, and what stands there is not this output's alone.
+bool leadsToWhatIsOpen(std::string path);
+
 /// A new file beside a path, to be renamed to it, with the permissions that any new file would get.
 /// @param besides takes its path.
 /// @throws std::system_error with that name.

@@ -151,6 +151,18 @@ TEST_F(WhatIsWritten, as_a_log_goes_into_what_the_program_has_open) {
   EXPECT_THAT(report("jsonl", "/dev/stdout").out, HasSubstr("testRunEnd"));
 }
 
+// A report beside the link, renamed, would take the place of root's own /dev/stdout.
+TEST_F(WhatIsWritten, as_a_report_replaces_no_link_to_what_the_program_has_open) {
+  Program::Options options;
+  options.standardOutput = place.path("out");
+  std::ofstream(options.standardOutput) << "before\n";
+  const std::string link = place.path("link");
+  fs::create_symlink("/proc/self/fd/1", link);
+  EXPECT_EQ(report("tap", link, options).exitCode, DiagctlTest::kPassed);
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_THAT(contentsOf(options.standardOutput), HasSubstr("passed"));
+}
+
 TEST_F(WhatIsWritten, as_a_log_goes_into_a_pipe_of_whoever_called_sudo) {
   SKIP_UNLESS_ROOT();
   const PipeOfStranger pipe;
