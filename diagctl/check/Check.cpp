@@ -73,6 +73,9 @@ void checkDisabledPackages(const ConfigurationText& text, const std::string& fil
 std::string kindFaultOf(const fs::directory_entry& entry) {
   std::error_code failure;
   const fs::file_status status = entry.status(failure);
+  if (status.type() == fs::file_type::not_found) {
+    return tr("it is a link that leads nowhere");
+  }
   if (failure) {
     return failure.message();
   }

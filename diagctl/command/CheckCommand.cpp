@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <set>
+#include <string>
 #include <vector>
 
 #include "diagctl/check/Check.h"
@@ -19,6 +21,14 @@ namespace {
 
 void append(std::vector<Problem>& problems, const std::vector<Problem>& more) {
   problems.insert(problems.end(), more.begin(), more.end());
+}
+
+std::set<std::string> filesOf(const std::vector<Problem>& problems) {
+  std::set<std::string> files;
+  for (const Problem& problem : problems) {
+    files.insert(problem.file);
+  }
+  return files;
 }
 
 // The controller believes it, and looks for as many packages.
@@ -54,16 +64,15 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
   const std::vector<Problem> strange =
       packages.empty() ? std::vector<Problem>() : checkKinds(packages);
   append(problems, strange);
-  const bool mayRead = strange.empty();
-  const std::vector<std::string> insecure = checksPermissions && mayRead
-                                                ? findInsecureFiles(controlFile, packages)
-                                                : std::vector<std::string>();
+  const std::vector<std::string> insecure =
+      checksPermissions ? findInsecureFiles(controlFile, packages, filesOf(strange))
+                        : std::vector<std::string>();
   for (const std::string& finding : insecure) {
     problems.push_back({"permissions", "", "", finding});
   }
   // Code by way of an insecure file is not loaded, not even to look at it; and what is no file may
   // keep a reader waiting for ever.
-  const bool mayLoad = mayRead && insecure.empty();
+  const bool mayLoad = strange.empty() && insecure.empty();
   if (!packages.empty()) {
     append(problems, checkPackages(packages, mayLoad));
   }

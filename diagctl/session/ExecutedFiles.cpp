@@ -87,7 +87,8 @@ std::string frameworkDirectory() {
 /// Goes from the files that are known to those that they make the program load.
 class Collection {
  public:
-  explicit Collection(PathInspection& inspection) : m_inspection(inspection) {}
+  Collection(PathInspection& inspection, const std::set<std::string>& unread)
+      : m_inspection(inspection), m_unread(unread) {}
 
   void addProcess() {
     const std::vector<std::string> files = filesOfThisProcess();
@@ -135,6 +136,9 @@ class Collection {
   void addDescription(const fs::path& file) {
     m_inspection.inspect(file.string());
     const std::string directory = file.parent_path().string();
+    if (m_unread.contains(file.string())) {
+      return;
+    }
     const std::string needed = valueIn(file.string(), "Package", "SODependencies");
     if (!needed.empty()) {  // looked for beside it, then as it is named
       addObject(directory + "/" + needed);
@@ -178,6 +182,9 @@ class Collection {
       return;
     }
     m_inspection.inspect(file);
+    if (m_unread.contains(file)) {
+      return;
+    }
     LoaderWishes wishes = loaderWishesOf(file);
     if (!wishes.interpreter.empty()) {
       addInterpreter(file, wishes);
@@ -278,14 +285,15 @@ class Collection {
   }
 
   PathInspection& m_inspection;
+  const std::set<std::string>& m_unread;
   std::set<std::string> m_objects;
 };
 
 }  // namespace
 
 void inspectExecutedFiles(const std::string& controlFile, const std::string& packageDirectory,
-                          PathInspection& inspection) {
-  Collection collection(inspection);
+                          PathInspection& inspection, const std::set<std::string>& unread) {
+  Collection collection(inspection, unread);
   collection.addControlFile(controlFile);
   if (!packageDirectory.empty()) {
     collection.addPackages(packageDirectory);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "diagctl/session/PathInspection.h"
@@ -19,7 +20,9 @@ namespace TarvexDiags::FrontEnd {
 /// - below each directory where a shared object is looked for, what the loader could take instead
 ///   for the processor at hand.
 /// Directories of the system's own, in which the loader looks last, are the system's to keep.
+/// @param unread files that are not opened, as they might keep a reader waiting: of those only the
+///   way to them is inspected.
 void inspectExecutedFiles(const std::string& controlFile, const std::string& packageDirectory,
-                          PathInspection& inspection);
+                          PathInspection& inspection, const std::set<std::string>& unread = {});
 
 }  // namespace TarvexDiags::FrontEnd

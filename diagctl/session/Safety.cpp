@@ -23,9 +23,10 @@ std::vector<std::string> findInsecurePaths(const std::string& path) {
 }
 
 std::vector<std::string> findInsecureFiles(const std::string& controlFile,
-                                           const std::string& packageDirectory) {
+                                           const std::string& packageDirectory,
+                                           const std::set<std::string>& unread) {
   PathInspection inspection;
-  inspectExecutedFiles(controlFile, packageDirectory, inspection);
+  inspectExecutedFiles(controlFile, packageDirectory, inspection, unread);
   return inspection.findings();
 }
 

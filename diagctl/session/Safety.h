@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,8 @@ std::vector<std::string> findInsecurePaths(const std::string& path);
 /// inspectExecutedFiles.
 /// @param packageDirectory that the control file names; empty for none.
 std::vector<std::string> findInsecureFiles(const std::string& controlFile,
-                                           const std::string& packageDirectory);
+                                           const std::string& packageDirectory,
+                                           const std::set<std::string>& unread = {});
 
 /// @throws InsecureFiles with all findings for a control file and what it names, if there are any;
 ///   std::runtime_error if too few files may be open to look.

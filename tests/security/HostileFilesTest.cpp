@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -43,6 +44,21 @@ TEST_F(HostileFiles, that_are_pipes_keep_no_check_waiting) {
   }
   makePipe(place.controlFile());
   expectFinding(place.controlFile() + ": the file cannot be read: it is no regular file");
+}
+
+TEST_F(HostileFiles, that_are_links_to_nowhere_hide_no_finding_of_permissions) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root asks who may write to files";
+  }
+  const std::string link = place.path("packages/.#MIX.cfg");
+  const std::string pipe = place.path("packages/PIPE.cfg");
+  const std::string open = place.path("packages/MIX.cfg");
+  fs::create_symlink("nobody@nowhere.1:1", link);
+  makePipe(pipe);
+  fs::permissions(open, fs::perms::others_write, fs::perm_options::add);
+  expectFinding(link + ": it is a link that leads nowhere");
+  expectFinding(pipe + ": it is no regular file");
+  expectFinding(open + ": may be written by others");
 }
 
 TEST_F(HostileFiles, that_are_devices_are_not_read) {
