@@ -45,13 +45,19 @@ class TraceFile {
     return result;
   }
 
-  /// The texts of one thread's lines, by default of the calling one's, without indentation.
+  /// One thread's lines, by default the calling one's: the controller's own threads write at any
+  /// time.
+  std::vector<TraceLine> linesOf(unsigned long thread = pthread_self()) const {
+    std::vector<TraceLine> result = lines();
+    std::erase_if(result, [&](const TraceLine& line) { return line.thread != thread; });
+    return result;
+  }
+
+  /// The texts of linesOf, without indentation.
   std::vector<std::string> texts(unsigned long thread = pthread_self()) const {
     std::vector<std::string> result;
-    for (const TraceLine& line : lines()) {
-      if (line.thread == thread) {
-        result.push_back(line.text);
-      }
+    for (const TraceLine& line : linesOf(thread)) {
+      result.push_back(line.text);
     }
     return result;
   }

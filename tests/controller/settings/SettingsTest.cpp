@@ -259,14 +259,14 @@ TEST_F(SettingsTest, the_trace_level_takes_effect_at_once) {
   start();
   const TestSupport::TraceFile trace(m_harness.directory().path());
   EXPECT_EQ(m_harness->setDebugLog(DiagCtrlConstants::DIAG_NO), DiagnosticController::SUCCESS);
-  const std::size_t before = trace.rawLines().size();
+  const std::size_t before = trace.linesOf().size();
   DiagCtrlConstants::debugLevel level = DiagCtrlConstants::DIAG_INFORMATION;
   m_harness->getDebugLog(level);
-  EXPECT_EQ(trace.rawLines().size(), before);
+  EXPECT_EQ(trace.linesOf().size(), before);
   EXPECT_EQ(m_harness->setDebugLog(DiagCtrlConstants::DIAG_INFORMATION),
             DiagnosticController::SUCCESS);
   m_harness->getDebugLog(level);
-  EXPECT_GT(trace.rawLines().size(), before);
+  EXPECT_GT(trace.linesOf().size(), before);
 }
 
 TEST_F(SettingsTest, asking_for_the_object_leaves_the_trace_one_step_deeper) {
@@ -276,7 +276,7 @@ TEST_F(SettingsTest, asking_for_the_object_leaves_the_trace_one_step_deeper) {
   const TestSupport::TraceFile trace(m_harness.directory().path());
   const auto indentation = [&] {
     m_harness->getEventMgrPtr();
-    return trace.lines().back().indentation;
+    return trace.linesOf().back().indentation;
   };
   const std::size_t before = indentation();
   EXPECT_THAT(m_harness->getGlobalSettingsPtr(), NotNull());
