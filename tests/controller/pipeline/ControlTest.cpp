@@ -20,6 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 class ControlTest : public PipelineTest {
  protected:
@@ -245,8 +246,9 @@ TEST_F(ControlTest, abort_all_aborts_what_is_on_the_list_and_leaves_the_ids_ther
   EXPECT_EQ(harness.statusOf(queued), Request::ABORTED);
   ASSERT_TRUE(harness.awaitIdle());
   EXPECT_THAT(harness.requestIds(), ElementsAre(queued)) << "nobody takes this one off";
+  // The dispatcher, which the other abort wakes, may drop it before the client has told.
   EXPECT_THAT(harness.ctrlEventsOf(queued),
-              ElementsAre("TEST_REQUEST_ABORTED I", "TEST_REQUEST_ABORTED W"));
+              UnorderedElementsAre("TEST_REQUEST_ABORTED I", "TEST_REQUEST_ABORTED W"));
 }
 
 TEST_F(ControlTest, a_second_abort_all_starts_afresh) {
