@@ -15,6 +15,7 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
+#include "packages/common/KeptException.h"
 #include "packages/network/Patience.h"
 #include "packages/network/Payload.h"
 
@@ -245,28 +246,9 @@ class Lane {
   bool m_broken = false;
 };
 
-/// @brief What one of several threads threw, for the one that waits for them.
-class Failure {
- public:
-  void keep(std::exception_ptr thrown) {
-    const System::LockHold hold(m_lock);
-    m_thrown = std::move(thrown);
-  }
-  void rethrow() {
-    const System::LockHold hold(m_lock);
-    if (m_thrown) {
-      std::rethrow_exception(m_thrown);
-    }
-  }
-
- private:
-  System::Mutex m_lock;
-  std::exception_ptr m_thrown TARVEXDIAGS_GUARDED_BY(m_lock);
-};
-
 /// @brief Runs the lanes, each on a thread; throws what one of them threw.
 void runLanes(std::vector<std::unique_ptr<Lane>>& lanes, Shared& shared) {
-  Failure failure;
+  Common::KeptException failure;
   std::vector<std::jthread> threads;
   for (const auto& lane : lanes) {
     threads.emplace_back([&, runner = lane.get()] {

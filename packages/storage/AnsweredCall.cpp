@@ -6,6 +6,7 @@
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
 #include "packagekit/TestContext.h"
+#include "packages/common/KeptException.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -14,9 +15,9 @@ namespace {
 class Outcome {
  public:
   void end(std::exception_ptr thrown) {
+    m_thrown.keep(std::move(thrown));
     {
       const System::LockHold hold(m_lock);
-      m_thrown = std::move(thrown);
       m_hasEnded = true;
     }
     m_changed.notifyAll();
@@ -31,17 +32,12 @@ class Outcome {
     return m_hasEnded;
   }
 
-  void rethrow() {
-    const System::LockHold hold(m_lock);
-    if (m_thrown) {
-      std::rethrow_exception(m_thrown);
-    }
-  }
+  void rethrow() { m_thrown.rethrow(); }
 
  private:
   System::Mutex m_lock;
   System::ConditionVariable m_changed;
-  std::exception_ptr m_thrown TARVEXDIAGS_GUARDED_BY(m_lock);
+  Common::KeptException m_thrown;
   bool m_hasEnded TARVEXDIAGS_GUARDED_BY(m_lock) = false;
 };
 
