@@ -70,16 +70,9 @@ constexpr std::size_t kAttributes = 30;
 constexpr std::size_t kAttributeBytes = 12;
 constexpr std::uint8_t kUnreadable = 7;  ///< status of a self-test that could not read
 
-AtaErrorEntry entryOfSummary(Record entry) {
-  constexpr std::size_t lastCommand = 4 * 12;
-  const Record error = partOf(entry, 60, 30);
-  AtaErrorEntry told;
-  told.command = byteAt(entry, lastCommand + 7);
-  told.error = byteAt(error, 1);
-  told.status = byteAt(error, 7);
-  told.lba = littleEndian(error, 3, 3) | littleEndian(error, 6, 1) % 16 << 24;
-  told.hours = static_cast<std::uint16_t>(littleEndian(error, 28, 2));
-  return told;
+/// @brief The upper four bits of an address share a byte with others.
+std::uint64_t shortLba(Record record, std::size_t at) {
+  return littleEndian(record, at, 3) | littleEndian(record, at + 3, 1) % 16 << 24;
 }
 
 /// @brief The lower three bytes of an address stand between the upper ones.
@@ -93,17 +86,38 @@ std::uint64_t interleavedLba(Record record, std::size_t at) {
   return lba;
 }
 
-AtaErrorEntry entryOfExtendedLog(Record entry) {
-  constexpr std::size_t lastCommand = 4 * 18;
-  const Record error = partOf(entry, 90, 34);
-  AtaErrorEntry told;
-  told.command = byteAt(entry, lastCommand + 12);
-  told.error = byteAt(error, 1);
-  told.lba = interleavedLba(error, 4);
-  told.status = byteAt(error, 11);
-  told.hours = static_cast<std::uint16_t>(littleEndian(error, 32, 2));
-  return told;
-}
+/// @brief Where an entry keeps what it tells: the command behind four earlier ones, then the error.
+struct EntryLayout {
+  std::size_t command;
+  std::size_t error;
+  std::size_t lba;
+  std::size_t status;
+  std::size_t hours;
+  std::uint64_t (*lbaAt)(Record entry, std::size_t at);
+
+  AtaErrorEntry read(Record entry) const {
+    AtaErrorEntry told;
+    told.command = byteAt(entry, command);
+    told.error = byteAt(entry, error);
+    told.status = byteAt(entry, status);
+    told.lba = lbaAt(entry, lba);
+    told.hours = static_cast<std::uint16_t>(littleEndian(entry, hours, 2));
+    return told;
+  }
+};
+
+constexpr EntryLayout kSummaryEntry{.command = 4 * 12 + 7,
+                                    .error = 60 + 1,
+                                    .lba = 60 + 3,
+                                    .status = 60 + 7,
+                                    .hours = 60 + 28,
+                                    .lbaAt = shortLba};
+constexpr EntryLayout kExtendedEntry{.command = 4 * 18 + 12,
+                                     .error = 90 + 1,
+                                     .lba = 90 + 4,
+                                     .status = 90 + 11,
+                                     .hours = 90 + 32,
+                                     .lbaAt = interleavedLba};
 
 /// @brief Where a log keeps its entries: a ring of slots.
 struct Ring {
@@ -123,12 +137,12 @@ constexpr Ring kExtendedSelfTests{.first = 4, .slots = kSelfTestsOnPage, .slotBy
 
 /// @brief From the latest entry, whose number counts from 1, backwards.
 std::vector<AtaErrorEntry> entriesOf(Record record, const Ring& ring, std::size_t latest,
-                                     AtaErrorEntry (*read)(Record)) {
+                                     const EntryLayout& layout) {
   std::vector<AtaErrorEntry> entries;
   for (std::size_t back = 1; latest != 0 && back <= ring.slots; ++back) {
     const Record entry = ring.slot(record, latest + ring.slots - back);
     if (!isBlank(entry)) {
-      entries.push_back(read(entry));
+      entries.push_back(layout.read(entry));
     }
   }
   return entries;
@@ -237,7 +251,7 @@ std::optional<AtaErrorLog> ataSummaryErrorLogFrom(Record record) {
     return std::nullopt;
   }
   return AtaErrorLog{.count = static_cast<std::uint16_t>(littleEndian(record, 452, 2)),
-                     .entries = entriesOf(record, kSummaryErrors, latest, entryOfSummary)};
+                     .entries = entriesOf(record, kSummaryErrors, latest, kSummaryEntry)};
 }
 
 std::optional<std::uint16_t> latestOfExtendedLog(Record firstPage) {
@@ -249,7 +263,7 @@ std::optional<AtaErrorLog> ataExtendedErrorLogFrom(Record page, std::uint16_t la
     return std::nullopt;
   }
   return AtaErrorLog{.count = static_cast<std::uint16_t>(littleEndian(page, 500, 2)),
-                     .entries = entriesOf(page, kExtendedErrors, latest, entryOfExtendedLog)};
+                     .entries = entriesOf(page, kExtendedErrors, latest, kExtendedEntry)};
 }
 
 bool tellsOfFault(const AtaErrorEntry& entry, std::uint64_t sectors) {
