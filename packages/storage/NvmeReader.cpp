@@ -19,12 +19,13 @@ using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
 class NvmeReader final : public HealthReader {
  public:
-  NvmeReader(const Disk& disk, Clock now)
+  NvmeReader(const Disk& disk, Clock now, std::filesystem::path sysfs)
       : m_name(disk.name),
         m_device(open(disk.path.c_str(), O_RDONLY | O_CLOEXEC)),
-        m_now(std::move(now)) {
+        m_now(std::move(now)),
+        m_sysfs(std::move(sysfs)) {
     if (!m_device) {
-      refuse(m_name, "the health log cannot be asked for", errno);
+      refuse(m_name, "the health log cannot be asked for", errno, m_sysfs);
     }
   }
 
@@ -71,22 +72,24 @@ class NvmeReader final : public HealthReader {
   /// @brief The driver takes a command back as if it had been interrupted, when its time is over,
   /// and just so when somebody resets the controller or pulls the disk out.
   [[noreturn]] void fail(const char* what, int error, std::chrono::nanoseconds taken) const {
-    if ((error == EINTR || error == ETIMEDOUT) && tookItsTime(taken) && isThere(m_name)) {
+    if ((error == EINTR || error == ETIMEDOUT) && tookItsTime(taken) && isThere(m_name, m_sysfs)) {
       throw SilentCommand(kCommandPatience);
     }
-    refuse(m_name, what, error);
+    refuse(m_name, what, error, m_sysfs);
   }
 
   std::string m_name;
   PackageKit::UniqueDescriptor m_device;
   Clock m_now;
+  std::filesystem::path m_sysfs;
 };
 
 }  // namespace
 
 std::unique_ptr<HealthReader> makeNvmeReader(
-    const Disk& disk, std::function<std::chrono::steady_clock::time_point()> now) {
-  return std::make_unique<NvmeReader>(disk, std::move(now));
+    const Disk& disk, std::function<std::chrono::steady_clock::time_point()> now,
+    const std::filesystem::path& sysfs) {
+  return std::make_unique<NvmeReader>(disk, std::move(now), sysfs);
 }
 
 }  // namespace TarvexDiags::Storage

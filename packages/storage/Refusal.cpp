@@ -1,7 +1,6 @@
 #include "packages/storage/Refusal.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 #include "packages/storage/StorageEvents.h"
@@ -9,15 +8,16 @@
 
 namespace TarvexDiags::Storage {
 
-bool isThere(const std::string& disk) {
-  const std::filesystem::path disks = "/sys/block";
+bool isThere(const std::string& disk, const std::filesystem::path& sysfs) {
+  const std::filesystem::path disks = sysfs / "block";
   std::error_code error;
   return !std::filesystem::exists(disks, error) || std::filesystem::exists(disks / disk, error);
 }
 
-void refuse(const std::string& disk, const std::string& what, int error) {
+void refuse(const std::string& disk, const std::string& what, int error,
+            const std::filesystem::path& sysfs) {
   const std::string cause = what + ": " + std::generic_category().message(error);
-  if (saysVanished(error) || error == ENOENT || !isThere(disk)) {
+  if (saysVanished(error) || error == ENOENT || !isThere(disk, sysfs)) {
     throwVanished(disk, cause);
   }
   throw NotSupported(disk + ": " + cause);

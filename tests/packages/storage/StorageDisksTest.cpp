@@ -245,41 +245,38 @@ TEST(StorageHealth, of_a_disk_that_is_there_no_more_is_not_asked_for) {
   }
 }
 
-Disk nvmeBehindFile() {
-  std::ofstream("nvme") << "no disk, but it can be opened";
-  Disk disk;
-  disk.name = "nvme";
-  disk.path = "nvme";
-  disk.attachment = Attachment::Nvme;
-  return disk;
-}
-
-/// @brief The same with the name of a disk that the machine has; nothing when it has none.
-std::optional<Disk> nvmeThatIsThere() {
-  Disk disk = nvmeBehindFile();
-  std::error_code none;
-  for (const auto& real : fs::directory_iterator("/sys/block", none)) {
-    disk.name = real.path().filename();
-  }
-  return none || disk.name != nvmeBehindFile().name ? std::optional(disk) : std::nullopt;
-}
-
 /// @brief A clock on which each command takes so long.
 auto clockWithCommandsOf(std::chrono::milliseconds each) {
   return [each, time = std::chrono::steady_clock::time_point()]() mutable { return time += each; };
 }
 
+/// @brief An NVMe disk that can be opened, in a tree of its own that shows it, or another one.
+class NvmeBehindFile : public ::testing::Test {
+ protected:
+  NvmeBehindFile() {
+    tree.disk("nvme0n1", "259:0", "2000");
+    std::ofstream(file) << "no disk, but it can be opened";
+    disk.name = "nvme0n1";
+    disk.path = file;
+    disk.attachment = Attachment::Nvme;
+  }
+
+  std::unique_ptr<HealthReader> readerWithCommandsOf(std::chrono::milliseconds each) {
+    return makeNvmeReader(disk, clockWithCommandsOf(each), tree.root());
+  }
+
+  Tree tree;
+  const std::string file = tree.root() / "nvme";
+  Disk disk;
+};
+
 constexpr std::array kNvmeQuestions{+[](HealthReader& reader) { reader.health(); },
                                     +[](HealthReader& reader) { reader.errorLog(); }};
 
-TEST(StorageHealth, of_an_nvme_disk_is_asked_for_with_a_time_limit) {
-  const std::optional<Disk> disk = nvmeThatIsThere();
-  if (!disk) {
-    GTEST_SKIP() << "this machine has no disks";
-  }
+TEST_F(NvmeBehindFile, is_asked_for_its_health_with_a_time_limit) {
   for (const auto question : kNvmeQuestions) {
     const NvmeCommands commands(EINTR);  // as the kernel tells that the time is over
-    const auto reader = makeNvmeReader(*disk, clockWithCommandsOf(std::chrono::seconds(5)));
+    const auto reader = readerWithCommandsOf(std::chrono::seconds(5));
     EXPECT_THROW(question(*reader), SilentCommand);
     ASSERT_THAT(NvmeCommands::seen(), SizeIs(1));
     EXPECT_EQ(NvmeCommands::seen().front().timeLimit, 5000U);
@@ -287,25 +284,19 @@ TEST(StorageHealth, of_an_nvme_disk_is_asked_for_with_a_time_limit) {
   }
 }
 
-TEST(StorageHealth, of_an_nvme_disk_whose_command_was_cancelled_at_once_blames_nobody) {
-  const std::optional<Disk> disk = nvmeThatIsThere();
-  if (!disk) {
-    GTEST_SKIP() << "this machine has no disks";
-  }
+TEST_F(NvmeBehindFile, whose_command_was_cancelled_at_once_blames_nobody) {
   for (const auto question : kNvmeQuestions) {
     const NvmeCommands commands(EINTR);  // as the kernel tells that the controller was reset
-    const auto reader = makeNvmeReader(*disk, clockWithCommandsOf(std::chrono::milliseconds(3)));
+    const auto reader = readerWithCommandsOf(std::chrono::milliseconds(3));
     EXPECT_THROW(question(*reader), NotSupported);
   }
 }
 
-TEST(StorageHealth, of_an_nvme_disk_that_is_pulled_out_during_a_command_says_so) {
-  if (!fs::exists("/sys/block")) {
-    GTEST_SKIP() << "this machine does not show its disks";
-  }
+TEST_F(NvmeBehindFile, that_is_pulled_out_during_a_command_says_so) {
+  disk.name = "nvme1n1";
   for (const auto taken : {std::chrono::milliseconds(3), std::chrono::milliseconds(5000)}) {
     const NvmeCommands commands(EINTR);
-    const auto reader = makeNvmeReader(nvmeBehindFile(), clockWithCommandsOf(taken));
+    const auto reader = readerWithCommandsOf(taken);
     try {
       reader->health();
       ADD_FAILURE() << "the disk was read";
@@ -315,13 +306,15 @@ TEST(StorageHealth, of_an_nvme_disk_that_is_pulled_out_during_a_command_says_so)
   }
 }
 
-TEST(StorageHealth, of_an_nvme_disk_that_refuses_the_command_is_not_supported) {
-  const std::optional<Disk> disk = nvmeThatIsThere();
-  if (!disk) {
-    GTEST_SKIP() << "this machine has no disks";  // one that is not there would count as gone
-  }
+TEST_F(NvmeBehindFile, that_refuses_the_command_has_no_health_to_tell) {
   const NvmeCommands commands(EACCES);
-  EXPECT_THROW(makeHealthReader(*disk)->health(), NotSupported);
+  const auto reader = readerWithCommandsOf(std::chrono::milliseconds(3));
+  try {
+    reader->health();
+    ADD_FAILURE() << "the disk was read";
+  } catch (const NotSupported& refusal) {
+    EXPECT_THAT(refusal.what(), HasSubstr("health log: Permission denied"));
+  }
 }
 
 nvme_smart_log soundNvme() {
