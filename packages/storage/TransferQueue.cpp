@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -48,9 +50,13 @@ class InFlight {
   }
 
   /// @brief The end of a transfer. Throws as transferAll.
-  Completion wait() {
+  /// @param areAllStarted whether it is one of the last, so that a stop may already stand
+  Completion wait(bool areAllStarted) {
     Looks looks(m_waiter.journal, m_source.patience());
     for (;;) {
+      if (areAllStarted) {
+        endIfStopped();
+      }
       if (const std::optional<Completion> completion = m_source.wait(kLook)) {
         --m_count;
         m_places[completion->slot].order = 0;
@@ -81,6 +87,19 @@ class InFlight {
     std::uint64_t order = 0;  ///< 0: nothing in flight
   };
 
+  /// @brief The last chance is that of all transfers together: of many, each may end in time.
+  void endIfStopped() {
+    if (!m_waiter.journal.stopRequested()) {
+      return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    m_stopSeen = m_stopSeen.value_or(now);
+    if (now - *m_stopSeen >= kLastChance) {
+      abandon();
+      throw PackageKit::Stopped();
+    }
+  }
+
   void abandon() {
     if (m_count > 0) {
       m_source.abandon();
@@ -104,6 +123,7 @@ class InFlight {
   std::vector<Place> m_places;
   std::uint64_t m_started = 0;
   unsigned int m_count = 0;
+  std::optional<std::chrono::steady_clock::time_point> m_stopSeen;
 };
 
 }  // namespace
@@ -138,7 +158,7 @@ void transferAll(BlockSource& source, const Waiter& waiter,
     refill(slot);
   }
   while (inFlight.count() > 0) {
-    const Completion completion = inFlight.wait();
+    const Completion completion = inFlight.wait(!more);
     done(inFlight.of(completion), completion);
     if (more) {
       refill(completion.slot);
@@ -149,7 +169,7 @@ void transferAll(BlockSource& source, const Waiter& waiter,
 Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer) {
   InFlight inFlight(source, waiter);
   inFlight.start(transfer);
-  return inFlight.wait();
+  return inFlight.wait(false);
 }
 
 void requireSize(const BlockSource& source, std::uint64_t bytes) {

@@ -103,7 +103,10 @@ class FaultySource : public BlockSource {
   std::span<std::byte> buffer(unsigned int slot) override { return m_good->buffer(slot); }
 
   std::chrono::milliseconds patience() const override { return m_patience; }
-  void abandon() override { m_isAbandoned = true; }
+  void abandon() override {
+    m_isAbandoned = true;
+    m_good->abandon();
+  }
   bool hasVanished() override { return m_started >= m_leavesAfter + m_unnoticed; }
 
   void start(const Transfer& transfer) override {
