@@ -53,7 +53,17 @@ class PipelineTest : public testing::Test {
   void startIn(bool isParallel) { isParallel ? parallel() : serial(); }
 
   /// From now on only what is signalled happens soon.
-  void forbidTimeOuts() { steps.setWaits(std::chrono::seconds(30)); }
+  void forbidTimeOuts() { steps.setWaits(std::chrono::minutes(10)); }
+  bool comesToRest(Actor actor) {
+    return eventually([=, this] { return steps.isAtRest(actor); });
+  }
+  /// Time-outs are forbidden, and no thread is on its way out of an earlier wait: until they are
+  /// allowed again, the phase does not change by itself.
+  void keepActive() {
+    forbidTimeOuts();
+    EXPECT_TRUE(comesToRest(Actor::Monitor));
+    EXPECT_EQ(harness.phase(), Phases::ACTIVE);
+  }
   void allowTimeOuts() {
     steps.setWaits(std::chrono::milliseconds(20));
     wakeMonitor();
@@ -62,13 +72,19 @@ class PipelineTest : public testing::Test {
   }
   void wakeMonitor() { managers().getCondVarTRExecQueue().signal(); }
 
-  /// Lets the monitor poll so many times, each time everything that is pending.
+  /// Lets the monitor poll so many times at least, each time everything that is pending.
   void pollTimes(int number) {
     for (int i = 0; i < number; ++i) {
-      const unsigned long before = steps.waits(Actor::Monitor);
       wakeMonitor();
-      ASSERT_TRUE(eventually([&] { return steps.waits(Actor::Monitor) > before; }));
+      ASSERT_TRUE(comesToRest(Actor::Monitor));
     }
+  }
+  /// Until a request that runs has come to the monitor, and its dispatcher and the monitor have
+  /// nothing left to do with it; for good only while time-outs are forbidden.
+  void awaitWatched(unsigned long id) {
+    ASSERT_TRUE(eventually([&] { return request(id).getExecutedOnce(); }));
+    ASSERT_TRUE(comesToRest(Actor::Dispatcher));
+    ASSERT_TRUE(comesToRest(Actor::Monitor));
   }
 
   Request& request(unsigned long id) {

@@ -42,6 +42,9 @@ std::atomic<long> sWaitMs{0};
 std::array<std::atomic<unsigned long>, 4> sWaits{};
 std::array<std::atomic<unsigned long>, 4> sTries{};
 std::array<std::atomic<long>, 4> sLatestWait{};
+// What an actor waits for, until it is signalled, and the length that it found set.
+std::array<std::atomic<pthread_cond_t*>, 4> sWaitsFor{};
+std::array<std::atomic<long>, 4> sPresentWaitMs{};
 std::atomic<int> sRefusedWorkers{0};
 std::atomic<int> sRefusedLoads{0};
 std::atomic<int> sRefusedReleases{0};
@@ -129,6 +132,21 @@ void beforeWorker() {
   }
 }
 
+/// A wait as others see it, also when the thread ends out of it.
+class PresentWait {
+ public:
+  PresentWait(std::size_t self, pthread_cond_t* variable, long milliseconds) : m_self(self) {
+    sPresentWaitMs[m_self] = milliseconds;
+    sWaitsFor[m_self] = variable;
+  }
+  ~PresentWait() { sWaitsFor[m_self] = nullptr; }
+  PresentWait(const PresentWait&) = delete;
+  PresentWait& operator=(const PresentWait&) = delete;
+
+ private:
+  const std::size_t m_self;
+};
+
 timespec fromNow(long milliseconds) {
   timespec time{};
   clock_gettime(CLOCK_REALTIME, &time);
@@ -180,6 +198,11 @@ unsigned long PipelineSteps::tries(Actor actor) const {
 
 long PipelineSteps::latestWait(Actor actor) const {
   return sLatestWait[static_cast<std::size_t>(actor)];
+}
+
+bool PipelineSteps::isAtRest(Actor actor) const {
+  const auto which = static_cast<std::size_t>(actor);
+  return sWaitsFor[which] != nullptr && sPresentWaitMs[which] == sWaitMs;
 }
 
 void PipelineSteps::actAsClient() {
@@ -286,9 +309,20 @@ TARVEX_INTERPOSED int pthread_cond_timedwait(pthread_cond_t* variable, pthread_m
   ++Steps::sWaits[self];
   Steps::sLatestWait[self] = deadline->tv_sec - time(nullptr);
   const long length = Steps::sWaitMs;
+  const Steps::PresentWait present(self, variable, length);
   if (length == 0) {
     return kNext(variable, mutex, deadline);
   }
   const timespec nearer = Steps::fromNow(length);
   return kNext(variable, mutex, &nearer);
+}
+
+// With the mutex held that the waiter gives up only inside of its wait.
+TARVEX_INTERPOSED int pthread_cond_signal(pthread_cond_t* variable) noexcept {
+  static const auto kNext = TARVEX_NEXT(pthread_cond_signal);
+  for (std::atomic<pthread_cond_t*>& waitsFor : Steps::sWaitsFor) {
+    pthread_cond_t* signalled = variable;
+    waitsFor.compare_exchange_strong(signalled, nullptr);
+  }
+  return kNext(variable);
 }

@@ -15,8 +15,8 @@ enum class Actor : unsigned int { Dispatcher, Monitor, Worker, Client, None };
 
 /// Forces the order in which the threads of the pipeline meet. The test program's own definitions
 /// of pthread_create, pthread_mutex_trylock and pthread_cond_timedwait stand in front of the
-/// platform's; they know the controller's threads and can stop one of them in front of any lock
-/// that it takes.
+/// platform's, and that of pthread_cond_signal; they know the controller's threads and can stop one
+/// of them in front of any lock that it takes.
 ///
 ///   PipelineSteps steps;
 ///   steps.setWaits(std::chrono::hours(1));          // what is not signalled never happens
@@ -41,6 +41,9 @@ class PipelineSteps {
   /// How often the threads of an actor have tried to take a lock.
   unsigned long tries(Actor actor) const;
   long latestWait(Actor actor) const;
+  /// Whether an actor is in a timed wait of the length that was set last, and nobody has signalled
+  /// it since: it has done all that it had to.
+  bool isAtRest(Actor actor) const;
 
   /// The action runs once, on the actor's thread, in front of its n-th lock from now on. It
   /// replaces one of the same actor that is still to come; those of other actors stay.
