@@ -670,6 +670,7 @@ TEST_P(DispatchInBothModes, a_lock_failure_in_a_pass_aborts_its_request_and_give
   const unsigned long lost = harness.queue("ALPHA", 1, {1}, settings(3));
   const unsigned long next = harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(harness.awaitEnd(next));
+  ASSERT_TRUE(harness.awaitEnd(lost)) << "its locks are free before its end is told";
   EXPECT_EQ(harness.statusOf(lost), Request::ABORTED);
   EXPECT_EQ(harness.statusOf(next), Request::COMPLETED);
   EXPECT_THAT(harness.ctrlEventsOf(lost),
