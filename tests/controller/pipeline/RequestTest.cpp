@@ -163,6 +163,7 @@ TEST_F(RequestTest, no_status_ever_overwrites_an_abort_that_comes_at_the_same_ti
     std::atomic<bool> go{false};
     std::thread worker([&] {
       while (!go) {
+        std::this_thread::yield();  // on a busy machine to the one that is waited for
       }
       request->setTestRequestStatus(TestRequest::REQUEUED);
     });
