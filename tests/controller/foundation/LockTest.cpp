@@ -358,69 +358,55 @@ WallClock::time_point startOfSecond(WallClock::time_point time) {
   return std::chrono::floor<std::chrono::seconds>(time);
 }
 
-/// Waits for the moment that many milliseconds into a second of the wall clock, or little later.
-WallClock::time_point reachWithinSecond(std::chrono::milliseconds moment) {
-  for (;;) {
-    const auto now = WallClock::now();
-    const auto within = now - startOfSecond(now);
-    if (within >= moment && within < moment + 60ms) {
-      return now;
-    }
-    std::this_thread::sleep_for(1ms);
-  }
+std::chrono::nanoseconds sinceEpoch(const timespec& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-struct TimedWait {
-  DiagCtrlConditionVar::WaitRetStatus status;
-  WallClock::duration lasted;
-  WallClock::duration endAfterStartOfSecond;
-};
-
-/// A wait that begins that many milliseconds into a second and lasts as told. Not the very first
-/// ones: the clock of whole seconds ticks a little later than the fine one. Tried again when it
-/// took longer, since a busy machine may hold the thread up at any point; it never cuts a wait
-/// short.
-TimedWait timedWaitFrom(std::chrono::milliseconds moment, long timeout,
-                        std::chrono::milliseconds atMost) {
-  TimedWait wait{};
-  for (int attempt = 0; attempt < 4; ++attempt) {
-    DiagCtrlConditionVar condition;
-    const auto start = reachWithinSecond(moment);
-    wait.status = condition.timedWait(timeout);
-    const auto end = WallClock::now();
-    wait.lasted = end - start;
-    wait.endAfterStartOfSecond = end - startOfSecond(start);
-    if (wait.lasted < atMost) {
-      break;
+/// Until when a wait lasts that begins behind a moment of a second of the wall clock, counted from
+/// the start of that second. Not from the very first moments: the clock of whole seconds ticks a
+/// little later than the fine one.
+std::chrono::nanoseconds endOfWaitFrom(std::chrono::milliseconds moment, long timeout) {
+  DiagCtrlConditionVar condition;
+  PlatformCalls calls;
+  calls.endTimedWaits(ETIMEDOUT);
+  for (;; std::this_thread::sleep_for(1ms)) {
+    const auto before = WallClock::now();
+    EXPECT_EQ(condition.timedWait(timeout), DiagCtrlConditionVar::timedOut);
+    const auto second = startOfSecond(before);
+    if (before - second >= moment && startOfSecond(WallClock::now()) == second) {
+      return sinceEpoch(calls.deadline()) - second.time_since_epoch();
     }
   }
-  EXPECT_EQ(wait.status, DiagCtrlConditionVar::timedOut);
-  EXPECT_LT(wait.lasted, atMost);
-  return wait;
 }
 
 TEST(DiagCtrlConditionVar, returns_at_once_from_a_wait_of_no_time) {
-  timedWaitFrom(30ms, 0, 100ms);
+  EXPECT_EQ(endOfWaitFrom(30ms, 0), 0ms);
+  EXPECT_EQ(DiagCtrlConditionVar().timedWait(0), DiagCtrlConditionVar::timedOut);
 }
 
 TEST(DiagCtrlConditionVar, counts_a_short_time_from_the_start_of_the_second) {
-  const TimedWait wait = timedWaitFrom(200ms, 500, 490ms);
-  EXPECT_GE(wait.endAfterStartOfSecond, 500ms);
+  EXPECT_EQ(endOfWaitFrom(200ms, 500), 500ms);
 }
 
 TEST(DiagCtrlConditionVar, does_not_wait_for_a_moment_of_the_second_that_has_passed) {
-  timedWaitFrom(700ms, 500, 100ms);
+  EXPECT_EQ(endOfWaitFrom(700ms, 500), 500ms);
 }
 
 TEST(DiagCtrlConditionVar, waits_shorter_than_asked_late_in_a_second) {
-  const TimedWait wait = timedWaitFrom(800ms, 1500, 1400ms);
-  EXPECT_GE(wait.endAfterStartOfSecond, 1500ms);
+  EXPECT_EQ(endOfWaitFrom(800ms, 1500), 1500ms);
 }
 
 TEST(DiagCtrlConditionVar, waits_between_one_and_two_seconds_when_asked_for_two) {
-  const TimedWait wait = timedWaitFrom(700ms, DiagCtrlConstants::mlSMonitorThrTimeWait, 1950ms);
-  EXPECT_GE(wait.endAfterStartOfSecond, 2000ms);
-  EXPECT_GT(wait.lasted, 1000ms);
+  EXPECT_EQ(endOfWaitFrom(700ms, DiagCtrlConstants::mlSMonitorThrTimeWait), 2000ms);
+}
+
+TEST(DiagCtrlConditionVar, waits_until_the_moment_has_come) {
+  auto start = WallClock::now();
+  for (; start - startOfSecond(start) < 30ms; start = WallClock::now()) {
+    std::this_thread::sleep_for(1ms);
+  }
+  EXPECT_EQ(DiagCtrlConditionVar().timedWait(1500), DiagCtrlConditionVar::timedOut);
+  EXPECT_GE(WallClock::now(), startOfSecond(start) + 1500ms);
 }
 
 TEST(DiagCtrlConditionVar, takes_the_times_next_to_a_second) {

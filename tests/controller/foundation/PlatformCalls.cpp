@@ -20,6 +20,7 @@ struct Watch {
   int attributesResult = 0;
   int policyResult = 0;
   std::optional<int> timedWaitResult;
+  timespec deadline{};
 };
 
 thread_local Watch sWatch;
@@ -53,6 +54,9 @@ void PlatformCalls::refuseSchedulingPolicy(int result) {
 }
 void PlatformCalls::endTimedWaits(int result) {
   sWatch.timedWaitResult = result;
+}
+timespec PlatformCalls::deadline() const {
+  return sWatch.deadline;
 }
 
 }  // namespace TarvexDiags::TestSupport
@@ -104,6 +108,7 @@ TARVEX_INTERPOSED pthread_attr_setschedpolicy(pthread_attr_t* attributes, int po
 TARVEX_INTERPOSED pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                          const timespec* deadline) {
   if (sWatch.timedWaitResult.has_value()) {
+    sWatch.deadline = *deadline;
     return *sWatch.timedWaitResult;
   }
   TARVEX_PASS_ON(pthread_cond_timedwait, condition, mutex, deadline);

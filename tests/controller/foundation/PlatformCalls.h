@@ -1,5 +1,7 @@
 #pragma once
 
+#include <ctime>
+
 namespace TarvexDiags::TestSupport {
 
 /// Watches what the calling thread asks of the platform while the object lives. The program's own
@@ -22,6 +24,8 @@ class PlatformCalls {
   void refuseAttributes(int result);
   void refuseSchedulingPolicy(int result);
   void endTimedWaits(int result);
+  /// Until when the latest of these was to last.
+  timespec deadline() const;
 };
 
 }  // namespace TarvexDiags::TestSupport
