@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -94,10 +95,15 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 TEST_F(SysUtilTest, sleeps_for_the_time_given) {
+  Clock::duration shortest = Clock::duration::max();  // a busy machine makes some of them longer
+  for (int round = 0; round < 20; ++round) {
+    const auto start = Clock::now();
+    SysUtil::sleepForMilliseconds(0);
+    SysUtil::sleepForSeconds(0);
+    shortest = std::min(shortest, Clock::now() - start);
+  }
+  EXPECT_LT(shortest, milliseconds(500));
   const auto start = Clock::now();
-  SysUtil::sleepForMilliseconds(0);
-  SysUtil::sleepForSeconds(0);
-  EXPECT_LT(Clock::now() - start, milliseconds(500));
   SysUtil::sleepForMilliseconds(30);
   EXPECT_GE(Clock::now() - start, milliseconds(30));
   const auto later = Clock::now();
