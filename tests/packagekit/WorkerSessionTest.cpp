@@ -176,6 +176,7 @@ TEST_F(SupervisedWorker, that_listens_is_ended_by_the_request_alone) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {16};  // takes a minute, and asks whether it shall stop
   limits.tests = {0.1};
+  limits.abortGrace = 60;
   SilentObserver observer;
   const SessionEnd end = run(observer);
   EXPECT_TRUE(end.isTimedOut);
@@ -187,7 +188,7 @@ TEST_F(SupervisedWorker, that_listens_is_ended_by_the_request_alone) {
 TEST_F(SupervisedWorker, that_is_deaf_gets_sigterm_and_sigkill_each_after_its_grace) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {6};  // hangs and ignores SIGTERM
-  limits.tests = {0.2};
+  limits.tests = {2};   // or SIGTERM might come before it is ignored
   limits.abortGrace = 0.25;
   limits.termGrace = 0.3;
   SilentObserver observer;
@@ -196,7 +197,7 @@ TEST_F(SupervisedWorker, that_is_deaf_gets_sigterm_and_sigkill_each_after_its_gr
   EXPECT_TRUE(end.isTimedOut);
   EXPECT_TRUE(end.isKilledByHost);
   ASSERT_EQ(numbersOfSignals(), (std::vector<int>{SIGTERM, SIGKILL, SIGKILL}));
-  EXPECT_GE(Seconds(sentSignals[0].time - start).count(), 0.2 + 0.25);
+  EXPECT_GE(Seconds(sentSignals[0].time - start).count(), 2 + 0.25);
   EXPECT_GE(Seconds(sentSignals[1].time - sentSignals[0].time).count(), 0.3);
 }
 
@@ -277,7 +278,7 @@ TEST_F(UnkillableWorker, is_given_up_after_the_last_grace) {
   WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
                         TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
   const SessionEnd end = WorkerSession(setup, limits, control, observer).run(process);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(100));
   EXPECT_TRUE(end.isGivenUp);
   EXPECT_TRUE(end.isTimedOut);
   ASSERT_GT(end.pid, 0);
