@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <functional>
 #include <list>
@@ -60,7 +59,7 @@ class Followers {
   }
 
   /// For a person who aborts one: the step that was drawn first; 0 for none. From any thread.
-  unsigned long firstRunning() const { return m_firstRunning; }
+  unsigned long firstRunning() const { return m_isQuiet ? 0 : m_progress.firstRunning(); }
 
   void tell(const RunEvent& event) {
     m_files.post(event);
@@ -100,12 +99,10 @@ class Followers {
     m_progress.erase();
     outputs.handle(outputs.count() - 1, event);
     m_progress.handle(event);
-    m_firstRunning = m_progress.firstRunning();
   }
 
-  Progress m_progress;  // touched by the thread that tells people alone
+  Progress m_progress;  // touched by the thread that tells people, and asked for its first step
   const bool m_isQuiet;
-  std::atomic<unsigned long> m_firstRunning{0};
   std::list<EventRelay> m_others;  // which stay where they are
   EventRelay m_people;
   EventRelay m_files;

@@ -67,10 +67,6 @@ std::size_t columnsOf(int descriptor) {
 Progress::Progress(Printer& out, bool isTerminal, std::size_t total)
     : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
 
-unsigned long Progress::firstRunning() const {
-  return m_steps.empty() ? 0 : m_steps.begin()->first;
-}
-
 void Progress::handle(const RunEvent& event) {
   erase();
   if (std::holds_alternative<RunStarted>(event.body)) {
@@ -94,6 +90,7 @@ void Progress::handle(const RunEvent& event) {
              message != nullptr && message->severity != Severity::Information) {
     m_out.print("{}\n", message->text);
   }
+  m_firstRunning = m_steps.empty() ? 0 : m_steps.begin()->first;
   draw(event.time);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <string>
@@ -24,8 +25,9 @@ class Progress : public Reporter {
   /// Takes the drawing away, so that something else can be written; the next event draws it anew.
   void erase();
 
-  /// The number of the step that was drawn first, for a person who aborts one; 0 for none.
-  unsigned long firstRunning() const;
+  /// The number of the step that is drawn first, for a person who aborts one; 0 for none. Known
+  /// before it is drawn. From any thread.
+  unsigned long firstRunning() const { return m_firstRunning; }
 
  private:
   struct Step {
@@ -46,6 +48,7 @@ class Progress : public Reporter {
   std::size_t m_total;
   std::size_t m_ended = 0;
   std::map<unsigned long, Step> m_steps;
+  std::atomic<unsigned long> m_firstRunning{0};
   std::chrono::system_clock::time_point m_begin;
   std::size_t m_drawnLines = 0;
 };
