@@ -104,7 +104,7 @@ TEST_F(DiskFault, file_system_that_halts_is_told_as_a_disk_that_does_not_answer)
   const auto program = begin(lies);
   lies.halt();
   // A request that the program has taken holds the worker in the kernel, until it goes on.
-  EXPECT_TRUE(program->waitForLog("does not answer", std::chrono::seconds(10)));
+  EXPECT_TRUE(program->waitForLog("does not answer", std::chrono::seconds(30)));
   lies.signal(SIGCONT);
   expectTold(program->finish(), stepOf("Random read"), "FAILED", ExitCode::kHardwareFailure,
              "has not ended within 2 s");
@@ -217,7 +217,7 @@ TEST_F(HaltingDisk, that_does_not_answer_has_failed_and_the_system_log_is_named)
   const auto halted = halt();
   expectTold(program->finish(), step(), "FAILED", ExitCode::kHardwareFailure,
              "The system log has what the kernel says about " + disk.name());
-  EXPECT_LT(std::chrono::steady_clock::now() - halted, std::chrono::seconds(10));
+  EXPECT_LT(std::chrono::steady_clock::now() - halted, std::chrono::seconds(30));
 }
 
 TEST_F(HaltingDisk, does_not_hold_up_a_stop) {
@@ -227,7 +227,7 @@ TEST_F(HaltingDisk, does_not_hold_up_a_stop) {
   const auto stopped = std::chrono::steady_clock::now();
   program->program().signal(SIGINT);
   EXPECT_EQ(program->finish().exitCode(), ExitCode::kSignalBase + SIGINT);
-  EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(4));
+  EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(30));
 }
 
 // --- The injection itself
