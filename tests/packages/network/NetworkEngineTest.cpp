@@ -146,11 +146,19 @@ std::shared_ptr<Patience> patience(Milliseconds total) {
   return std::make_shared<Patience>(total);
 }
 
+/// @brief A busy machine is given the time to carry what it has taken.
 StreamOptions stream(std::uint64_t bytes = 4 * kMib, unsigned int connections = 1) {
   return {.bytes = bytes,
           .seed = 1,
           .connections = connections,
-          .pace = {.stall = std::chrono::milliseconds(300)}};
+          .pace = {.stall = std::chrono::seconds(20)}};
+}
+
+/// @brief For paths that stand still and never go on.
+StreamOptions impatientStream(std::uint64_t bytes = 4 * kMib, unsigned int connections = 1) {
+  StreamOptions options = stream(bytes, connections);
+  options.pace.stall = std::chrono::milliseconds(300);
+  return options;
 }
 
 StreamMaker faulty(const FaultyStream::Faults& faults) {
@@ -256,7 +264,7 @@ TEST(NetworkStream, that_the_kernel_refuses_is_no_fault_of_the_interface) {
 
 TEST(NetworkStream, that_stands_still_is_an_error) {
   RecordingJournal journal;
-  verifyStreams(faulty({.stallAt = kMib}), stream(), kLoopback, journal);
+  verifyStreams(faulty({.stallAt = kMib}), impatientStream(), kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Stalled)));
   EXPECT_EQ(journal.parametersOf(NetworkEvent::Stalled).at(1), "0.3");
 }
@@ -304,7 +312,7 @@ TEST(NetworkStream, over_loopback_that_breaks_stalls_or_never_begins_is_filtered
   }
   for (std::size_t maker = 0; maker < makers.size(); ++maker) {
     RecordingJournal journal;
-    verifyStreams(makers[maker], stream(4 * kMib, 3), loopback, journal);
+    verifyStreams(makers[maker], impatientStream(4 * kMib, 3), loopback, journal);
     EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::PathFiltered))) << maker;
     EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
   }
@@ -316,7 +324,7 @@ TEST(NetworkStream, of_an_interface_that_has_gone_has_no_verdict) {
                                   faulty({.stallAt = kMib}), refused(EADDRNOTAVAIL)}) {
     RecordingJournal journal;
     try {
-      verifyStreams(make, stream(), gone, journal);
+      verifyStreams(make, impatientStream(), gone, journal);
       ADD_FAILURE() << "the interface was not missed";
     } catch (const std::system_error& error) {
       EXPECT_EQ(error.code().value(), ENODEV);
@@ -405,6 +413,14 @@ DatagramOptions datagrams(std::uint64_t count = 500) {
       .datagrams = count, .seed = 3, .longest = 1472, .patience = std::chrono::milliseconds(50)};
 }
 
+/// @brief For real paths, on which one that is late is not lost.
+DatagramOptions patientDatagrams(std::uint64_t count = 500) {
+  DatagramOptions options = datagrams(count);
+  options.patience = std::chrono::seconds(20);
+  options.pace.stall = std::chrono::seconds(60);
+  return options;
+}
+
 void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal) {
   FaultyDatagrams link(faults);
   verifyDatagrams(link, datagrams(), kLoopback, journal);
@@ -413,7 +429,8 @@ void runFaulty(const FaultyDatagrams::Faults& faults, RecordingJournal& journal)
 TEST(NetworkDatagrams, arrive_whole_over_the_loopback_address) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   RecordingJournal journal;
-  const DatagramFigures figures = verifyDatagrams(*link, datagrams(2000), kLoopback, journal);
+  const DatagramFigures figures =
+      verifyDatagrams(*link, patientDatagrams(2000), kLoopback, journal);
   EXPECT_EQ(figures.arrived, 2000U);
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 1);
@@ -633,6 +650,13 @@ TEST(NetworkDatagrams, too_many_to_be_named_are_counted_all_the_same) {
               ElementsAre("lo", "40", "10"));
 }
 
+/// @brief What comes next: on a busy machine the kernel hands over in its own time what was sent.
+std::int64_t receiveSoon(DatagramLink& link, std::span<std::byte> buffer) {
+  std::int64_t length = 0;
+  eventually([&] { return (length = link.receive(buffer)) != 0; });
+  return length;
+}
+
 TEST(NetworkDatagrams, never_overrun_the_buffer_of_the_real_receiver) {
   const auto link = connectDatagrams(loopbackEnd(), loopbackEnd());
   constexpr std::size_t kLength = 4096;
@@ -644,7 +668,7 @@ TEST(NetworkDatagrams, never_overrun_the_buffer_of_the_real_receiver) {
   }
   std::vector<std::byte> buffer(kLength);
   for (std::uint64_t number = 0; number < capacity; ++number) {
-    ASSERT_EQ(link->receive(buffer), static_cast<std::int64_t>(kLength)) << number;
+    ASSERT_EQ(receiveSoon(*link, buffer), static_cast<std::int64_t>(kLength)) << number;
   }
   EXPECT_EQ(link->overruns(), 0U);
 }
@@ -659,11 +683,14 @@ TEST(NetworkDatagrams, that_overrun_the_real_receiver_are_counted) {
   }
   std::vector<std::byte> buffer(kLength);
   std::uint64_t arrived = 0;
-  while (link->receive(buffer) > 0) {
-    ++arrived;
-  }
+  EXPECT_TRUE(eventually([&] {
+    while (link->receive(buffer) > 0) {
+      ++arrived;
+    }
+    return arrived + link->overruns() == kSent;
+  })) << arrived
+      << " have arrived, " << link->overruns() << " were counted";
   EXPECT_LT(arrived, kSent);
-  EXPECT_EQ(link->overruns(), kSent - arrived);
 }
 
 TEST(NetworkDatagrams, that_cannot_be_sent_break_the_connection) {
@@ -880,7 +907,7 @@ class NetworkPair : public testing::Test {
 TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
   {
     const NamespacePair pair("left", "right", records);
-    ASSERT_TRUE(pair.waitForCarrier(std::chrono::seconds(5)));
+    ASSERT_TRUE(pair.waitForCarrier(std::chrono::seconds(20)));
     EXPECT_EQ(if_nametoindex("left"), 0U);
     const Link before = pair.first();
     const StreamFigures figures = verifyStreams(
@@ -888,7 +915,7 @@ TEST_F(NetworkPair, carries_streams_and_datagrams_between_its_namespaces) {
         Path("left"), journal);
     EXPECT_EQ(figures.bytes, 4 * kMib);
     const auto link = connectDatagrams(pair.secondEnd(), pair.firstEnd());
-    EXPECT_EQ(verifyDatagrams(*link, datagrams(), Path("right"), journal).arrived, 500U);
+    EXPECT_EQ(verifyDatagrams(*link, patientDatagrams(), Path("right"), journal).arrived, 500U);
     EXPECT_THAT(journal.complaints(), IsEmpty());
     EXPECT_GT(pair.first().packetsSent - before.packetsSent, 4 * kMib / 65536);
   }
@@ -1074,7 +1101,7 @@ class NetworkWire : public testing::Test {
     }
     wire.emplace();
     pair.emplace("left", "right", InterfaceRecords(folder.path()));
-    ASSERT_TRUE(pair->waitForCarrier(std::chrono::seconds(5)));
+    ASSERT_TRUE(pair->waitForCarrier(std::chrono::seconds(20)));
   }
   void TearDown() override {
     pair.reset();
@@ -1100,7 +1127,7 @@ class NetworkWire : public testing::Test {
 TEST_F(NetworkWire, that_is_sound_carries_everything) {
   EXPECT_TRUE(verifyStreams(connecting(), stream(), path(), journal).isWhole);
   const auto link = connectDatagrams(pair->firstEnd(), pair->secondEnd());
-  verifyDatagrams(*link, datagrams(), path(), journal);
+  verifyDatagrams(*link, patientDatagrams(), path(), journal);
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_GT(wire->dataFrames(), 4 * kMib / 1500);
   EXPECT_EQ(pair->damagedAtFirst() + pair->damagedAtSecond(), 0U);
@@ -1124,9 +1151,9 @@ TEST_F(NetworkWire, that_is_dead_exhausts_the_patience_for_all_connections) {
 
 TEST_F(NetworkWire, that_is_dead_does_not_keep_a_stop_waiting) {
   wire->faults.isDead = true;
-  const auto begin = std::chrono::steady_clock::now();
-  verifyStreams(connecting({.stopRequested = [] { return true; }}), stream(), path(), journal);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+  const ConnectLimits limits{.patience = patience(std::chrono::hours(1)),
+                             .stopRequested = [] { return true; }};
+  verifyStreams(connecting(limits), stream(), path(), journal);
   EXPECT_THAT(journal.events(), IsEmpty());
 }
 
@@ -1143,7 +1170,9 @@ TEST_F(NetworkWire, that_damages_frames_is_told_by_their_checksums) {
   verifyStreams(connecting(), stream(), path(), journal);
   EXPECT_THAT(journal.complaints(), IsEmpty()) << "the stream repairs itself";
   EXPECT_GT(wire->spoiltFrames(), 0U);
-  EXPECT_EQ(pair->damagedAtFirst() + pair->damagedAtSecond(), wire->spoiltFrames());
+  // Some are sent again behind the end, and are under way still.
+  EXPECT_TRUE(eventually(
+      [&] { return pair->damagedAtFirst() + pair->damagedAtSecond() == wire->spoiltFrames(); }));
 }
 
 TEST_F(NetworkWire, that_loses_its_interface_is_missed) {
