@@ -3,7 +3,8 @@
 //   [Devices]      Count, and for each number N: NameN, TagN; "\n" in them is a line break
 //   [TestIDn]      Behave = pass, fail, warn, nothing, deaf (hears of no abort and tells no
 //                  progress), crash (as the worker of a kit would), failcrash (a fault, then a
-//                  crash), stay (takes MillisecondsToStay); several between commas: one for each
+//                  crash), stay (takes MillisecondsToStay), held (a pass that ends once the file
+//                  NAME.cfg.go lies beside this one); several between commas: one for each
 //                  pass on a device, the last for all behind; BehaveOnNAME: the same for the device
 //                  of that name; Signal (of a crash); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device);
@@ -65,12 +66,16 @@ std::string sectionOf(int test) {
 }
 
 // How often a test has begun on a device, over all requests: the file holds a byte for each. Its
-// name stands in Workplace::marks as well.
+// name stands in Workplace::markOf as well.
 std::size_t countBegin(int test, const std::string& device) {
   const std::string name = configFile + "." + sectionOf(test) + "." + device;
   std::ofstream(name, std::ios::app) << '.';
   std::ifstream file(name, std::ios::ate);
   return static_cast<std::size_t>(file.tellg());
+}
+
+bool isLetGo() {
+  return std::ifstream(configFile + ".go").good();
 }
 
 std::string behaviourOf(int test, const std::string& device) {
@@ -206,7 +211,7 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     }
     if (behaviour == "deaf") {
       std::this_thread::sleep_for(std::chrono::milliseconds(total));
-    } else if (!spend(total)) {
+    } else if (!spend(total) || (behaviour == "held" && !stayUntilLetGo())) {
       m_answer.setTestResult(DiagnosticResult::UNUSUAL_STATUS);
       return;
     }
@@ -230,16 +235,28 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
 
   // @return false if the test was aborted.
   bool spend(int milliseconds) {
-    using std::chrono::steady_clock;
-    constexpr int slice = 10;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (int spent = 0; spent < milliseconds && !m_isAborted;) {
-      m_changed.wait_until(lock, steady_clock::now() + std::chrono::milliseconds(slice));
-      spent += m_isSuspended ? 0 : slice;
-      m_state = m_isSuspended ? DiagnosticStatus::SUSPENDED : DiagnosticStatus::EXECUTING;
+      waitAwhile(lock);
+      spent += m_isSuspended ? 0 : kSlice;
       m_percent = static_cast<unsigned int>(std::min(100, spent * 100 / milliseconds));
     }
     return !m_isAborted;
+  }
+
+  // @return false if the test was aborted.
+  bool stayUntilLetGo() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_isAborted && (m_isSuspended || !isLetGo())) {
+      waitAwhile(lock);
+    }
+    return !m_isAborted;
+  }
+
+  void waitAwhile(std::unique_lock<std::mutex>& lock) {
+    using std::chrono::steady_clock;
+    m_changed.wait_until(lock, steady_clock::now() + std::chrono::milliseconds(kSlice));
+    m_state = m_isSuspended ? DiagnosticStatus::SUSPENDED : DiagnosticStatus::EXECUTING;
   }
 
   void crash(int test, const DiagnosticSettings& settings) {
@@ -273,6 +290,8 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
     m_state = state;
     m_percent = 0;
   }
+
+  static constexpr int kSlice = 10;  // milliseconds
 
   IDevice* m_device = nullptr;
   std::mutex m_mutex;

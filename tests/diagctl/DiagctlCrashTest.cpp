@@ -301,7 +301,7 @@ TEST_F(CrashedTest, has_no_verdict_if_the_time_is_used_up_before_it_could_be_rep
                    {{.name = "Add", .behaviour = "crash", .more = "TestCapabilities=computing"},
                     {.name = "Long", .milliseconds = 60'000}},
                    {{"Left", "bus/left"}, {"Right", "bus/right"}});
-  const Outcome outcome = run({"run", "-q", "-d", "Left", "--total-time", "1"});
+  const Outcome outcome = run({"run", "-q", "-d", "Left", "--total-time", "10"});
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.out,
               AllOf(HasSubstr("ERROR    Package SUM: Add on Left"),
@@ -311,7 +311,7 @@ TEST_F(CrashedTest, has_no_verdict_if_the_time_is_used_up_before_it_could_be_rep
 
 TEST_F(CrashedTest, has_no_verdict_if_the_time_is_used_up_while_it_is_repeated) {
   addComputingPackage("crash", "stay", "MillisecondsToStay=60000");
-  const Outcome outcome = runOnLeft({"--total-time", "1"});
+  const Outcome outcome = runOnLeft({"--total-time", "10"});
   expectNoVerdict(outcome);
   EXPECT_THAT(outcome.out,
               AllOf(HasSubstr("Repeated on Left: it crashed.\n"),
@@ -338,6 +338,7 @@ TEST_F(CrashedTest, is_ended_by_the_key_for_one_test_while_it_is_repeated) {
   Program program(withControlFile({"run", "-d", "Left", "-o", "jsonl=" + log()}), terminal);
   ASSERT_TRUE(TestSupport::eventually(
       [&] { return contentsOf(log()).find("Repeated on Left") != std::string::npos; }));
+  ASSERT_TRUE(program.waitFor("Add on Left"));
   program.type("a");
   EXPECT_EQ(program.finish().exitCode, kNoVerdict);
   EXPECT_THAT(faultsOf(lines()), IsEmpty());

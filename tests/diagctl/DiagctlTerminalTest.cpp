@@ -38,13 +38,15 @@ class DiagctlTerminal : public ::testing::Test {
 };
 
 TEST_F(DiagctlTerminal, shows_bar_percentage_pass_and_total) {
-  Program program(arguments({"-p", "QUICK", "--passes", "2"}), terminal);
-  EXPECT_TRUE(program.waitFor("pass 2/2"));
+  place.addPackage("HELD", {{.name = "Held", .behaviour = "pass,held", .milliseconds = 300}},
+                   {{"Four", "bus/four"}});
+  Program program(arguments({"-p", "HELD", "--passes", "2"}), terminal);
+  EXPECT_TRUE(program.waitFor("[####################] 100% pass 2/2"));
   EXPECT_TRUE(program.waitFor("0 of 1 ended"));
+  place.write(place.packageFile("HELD") + ".go", "");
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, 0);
-  EXPECT_THAT(outcome.out, HasSubstr("[####"));
-  EXPECT_THAT(outcome.out, HasSubstr("Short on Three"));
+  EXPECT_THAT(outcome.out, HasSubstr("Held on Four"));
   EXPECT_THAT(outcome.out, HasSubstr("\033[32mPASSED"));
 }
 
@@ -67,11 +69,12 @@ TEST_F(DiagctlTerminal, a_aborts_one_and_the_others_go_on) {
 }
 
 TEST_F(DiagctlTerminal, s_suspends_and_r_resumes) {
-  place.addPackage("MID", {{.name = "Middle", .milliseconds = 1500}}, {{"Four", "bus/four"}});
+  place.addPackage("MID", {{.name = "Middle", .behaviour = "held"}}, {{"Four", "bus/four"}});
   Program program(arguments({"-p", "MID"}), terminal);
   ASSERT_TRUE(program.waitFor("Middle on Four"));
   program.type("s");
   EXPECT_TRUE(program.waitFor("suspended  Middle on Four"));
+  place.write(place.packageFile("MID") + ".go", "");
   EXPECT_FALSE(program.waitFor("PASSED", std::chrono::seconds(3)));
   program.type("r");
   const Outcome outcome = program.finish();

@@ -90,6 +90,9 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
   }
   const Pipe out = makePipe();
   const Pipe err = makePipe();
+  if (options.closesOutput) {
+    close(out.readEnd);  // before anything can be written
+  }
   m_process = fork();
   if (m_process == 0) {
     dup2(out.writeEnd, STDOUT_FILENO);
@@ -101,11 +104,8 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
   }
   close(out.writeEnd);
   close(err.writeEnd);
-  m_out = out.readEnd;
+  m_out = options.closesOutput ? -1 : out.readEnd;
   m_err = err.readEnd;
-  if (options.closesOutput) {
-    close(std::exchange(m_out, -1));
-  }
 }
 
 void Program::become(const std::vector<std::string>& arguments, const Options& options) {
