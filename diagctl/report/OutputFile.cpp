@@ -9,6 +9,7 @@
 #include <sys/vfs.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
@@ -35,10 +36,11 @@ bool isRoot() {
   return geteuid() == 0;
 }
 
-/// A file, and whether it is one that a process of root's had open before.
+/// A file, whether it is one that a process had open before, and whether this one still has it.
 struct Reached {
   OpenedFile file = {};
   bool wasOpen = false;
+  bool isShared = false;
 };
 
 // Under sudo the terminal and the pipes that root was given belong to whoever called it.
@@ -64,6 +66,45 @@ bool isOfProcFileSystem(const OpenedFile& link) {
   return fstatfs(link.get(), &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
+/// The link at the end of a path over links to what a process has open; empty for any other path.
+std::string linkToWhatIsOpen(std::string path) {
+  for (int links = 0; links < kMostLinks; ++links) {
+    const OpenedFile link(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!link || !S_ISLNK(statusOf(link).st_mode)) {
+      return "";
+    }
+    if (isOfProcFileSystem(link)) {
+      return path;
+    }
+    path = targetOf(link, path);
+  }
+  return "";
+}
+
+/// The descriptor of this process that such a link means: one that it may write to, with the same
+/// file behind it. Below 0 for none, as for what only another process has open.
+int descriptorOf(const std::string& link) {
+  const std::string name = link.substr(link.rfind('/') + 1);
+  int descriptor = -1;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), descriptor);
+  struct stat meant {};
+  struct stat present {};
+  const bool isSame = error == std::errc() && *end == '\0' && stat(link.c_str(), &meant) == 0 &&
+                      fstat(descriptor, &present) == 0 && meant.st_dev == present.st_dev &&
+                      meant.st_ino == present.st_ino;
+  const int mode = isSame ? fcntl(descriptor, F_GETFL) & O_ACCMODE : O_RDONLY;
+  return mode == O_RDONLY ? -1 : descriptor;
+}
+
+// Opened once more, a file is written from its own beginning or end, over what others write to it.
+Reached reachWhatIsOpen(const std::string& link, int flags) {
+  const int descriptor = descriptorOf(link);
+  if (descriptor < 0) {
+    return {OpenedFile(open(link.c_str(), flags, kNewFile)), true, false};
+  }
+  return {OpenedFile(fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)), true, true};
+}
+
 // Each link is judged by the descriptor that its target is read from.
 Reached openOverLinksOfRoot(std::string path, int flags) {
   for (int links = 0; links < kMostLinks; ++links) {
@@ -76,12 +117,21 @@ Reached openOverLinksOfRoot(std::string path, int flags) {
       break;
     }
     if (isOfProcFileSystem(link)) {  // as /dev/stdout: what this process has open
-      return {OpenedFile(open(path.c_str(), flags, kNewFile)), true};
+      return reachWhatIsOpen(path, flags);
     }
     path = targetOf(link, path);
   }
   errno = ELOOP;
   return {};
+}
+
+Reached reach(const std::string& path, int flags) {
+  if (isRoot()) {
+    return openOverLinksOfRoot(path, flags);
+  }
+  const std::string opened = linkToWhatIsOpen(path);
+  return opened.empty() ? Reached{OpenedFile(open(path.c_str(), flags, kNewFile))}
+                        : reachWhatIsOpen(opened, flags);
 }
 
 // The system call tells the mask only while it sets another, also for what other threads make.
@@ -98,30 +148,22 @@ mode_t permissionsOfNewFiles() {
 
 }  // namespace
 
-bool leadsToWhatIsOpen(std::string path) {
-  for (int links = 0; links < kMostLinks; ++links) {
-    const OpenedFile link(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!link || !S_ISLNK(statusOf(link).st_mode)) {
-      return false;
-    }
-    if (isOfProcFileSystem(link)) {
-      return true;
-    }
-    path = targetOf(link, path);
-  }
-  return false;
+bool leadsToWhatIsOpen(const std::string& path) {
+  return !linkToWhatIsOpen(path).empty();
 }
 
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name) {
   const int flags = O_WRONLY | O_CREAT | kHarmless | (appends ? O_APPEND : 0);
-  Reached reached = isRoot() ? openOverLinksOfRoot(path, flags)
-                             : Reached{OpenedFile(open(path.c_str(), flags, kNewFile))};
+  Reached reached = reach(path, flags);
   OpenedFile& file = reached.file;
   if (!file) {
     failWith(errno, name);
   }
   if (!mayServe(reached)) {
     failWith(EPERM, name);
+  }
+  if (reached.isShared) {
+    return std::move(file);
   }
   if (!appends && S_ISREG(statusOf(file).st_mode) && ftruncate(file.get(), 0) != 0) {
     failWith(errno, name);

@@ -11,14 +11,16 @@ namespace TarvexDiags::FrontEnd {
 /// Opens what somebody named for output: a regular file, made where there is none, or for those
 /// that want it a FIFO or a device. A FIFO must have a reader. For root a link at the end of the
 /// path is followed only if it is root's own, and anything but a regular file must be root's, too,
-/// unless root has it open, as `/dev/stdout`: nobody else decides what root writes to.
+/// unless root has it open, as `/dev/stdout`: nobody else decides what root writes to. What this
+/// process has open for writing itself is not opened anew but shared, so that both write behind
+/// each other.
 /// @param appends behind what is there; else it is cut off.
 /// @throws std::system_error with that name.
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name);
 
 /// Whether a path is a link to what a process has open, as `/dev/stdout` is: nothing may take its
 /// place, and what stands there is not this output's alone.
-bool leadsToWhatIsOpen(std::string path);
+bool leadsToWhatIsOpen(const std::string& path);
 
 /// A new file beside a path, to be renamed to it, with the permissions that any new file would get.
 /// @param besides takes its path.

@@ -6,6 +6,7 @@
 #include <linux/seccomp.h>
 #include <pty.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -161,6 +162,33 @@ TEST_F(WhatIsWritten, as_a_report_replaces_no_link_to_what_the_program_has_open)
   EXPECT_EQ(report("tap", link, options).exitCode, DiagctlTest::kPassed);
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_THAT(contentsOf(options.standardOutput), HasSubstr("passed"));
+}
+
+// A file opened anew has a place of its own where writing goes on, and so the one takes the
+// other's.
+TEST_F(WhatIsWritten, as_a_log_and_on_standard_output_is_whole_where_both_are_one_file) {
+  for (const std::string path : {"/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"}) {
+    Program::Options options;
+    options.standardOutput = place.path("out");
+    std::ofstream(options.standardOutput) << "";
+    EXPECT_EQ(report("jsonl", path, options).exitCode, DiagctlTest::kPassed);
+    const std::string written = contentsOf(options.standardOutput);
+    for (const char* text : {R"({"schemaVersion")", R"({"testRunArtifact":{"testRunStart")",
+                             R"({"testRunArtifact":{"testRunEnd")", "2 passed\n"}) {
+      EXPECT_THAT(written, HasSubstr(text)) << path;
+    }
+  }
+}
+
+TEST_F(WhatIsWritten, as_a_log_goes_into_a_socket_that_the_program_has_open) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  FrontEnd::streamTo(FrontEnd::openOutput(openedFile(ends[1]), true, "socket"))->write("here\n", 5);
+  std::string text(5, '\0');
+  EXPECT_EQ(read(ends[0], text.data(), text.size()), 5);
+  EXPECT_EQ(text, "here\n");
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST_F(WhatIsWritten, as_a_log_goes_into_a_pipe_of_whoever_called_sudo) {
