@@ -96,12 +96,24 @@ class PathInspection::Walk {
   bool goToTop() { return goTo(OpenedFile(open("/", O_PATH | O_CLOEXEC)), "/"); }
 
   bool goTo(OpenedFile place, const std::string& path) {
-    if (!place || fstat(place.get(), &m_info) != 0) {
-      return fail(path, errno);
+    if (!look(place, path, m_info)) {
+      return false;
     }
     m_place = std::move(place);
     m_path = path;
     return true;
+  }
+
+  // Whoever serves a file system can also leave a question unanswered: it is asked none.
+  bool look(const OpenedFile& file, const std::string& path, struct stat& info) {
+    if (!file) {
+      return fail(path, errno);
+    }
+    if (const auto stranger = m_inspection.m_mounts.strangerServing(file)) {
+      tell(tr("{}: lies in a file system that a program of user {} serves", path, *stranger));
+      return false;
+    }
+    return fstat(file.get(), &info) == 0 || fail(path, errno);
   }
 
   bool fail(const std::string& path, int error) {
@@ -118,8 +130,8 @@ class PathInspection::Walk {
     const std::string path = pathOf(name);
     OpenedFile next(openat(m_place.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat info {};
-    if (!next || fstat(next.get(), &info) != 0) {
-      return fail(path, errno);
+    if (!look(next, path, info)) {
+      return false;
     }
     return S_ISLNK(info.st_mode) ? followLink(next, info, path) : goTo(std::move(next), path);
   }

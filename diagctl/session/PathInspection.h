@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "diagctl/session/MountTable.h"
+
 namespace TarvexDiags::FrontEnd {
 
 /// Looks whether anybody but root could decide what paths lead to, now or later.
@@ -13,7 +15,8 @@ namespace TarvexDiags::FrontEnd {
 /// each directory in which a name is looked up, each symbolic link, and what stands at the end. All
 /// of it must be root's, and nobody else may write to it; a directory on the way may be sticky
 /// instead, which keeps what root owns in it. A name that is not there yet is judged by the
-/// directory in which it could be made. So a path without findings leads to the same file until
+/// directory in which it could be made. Of a file system that a program of somebody else's serves
+/// nothing is believed. So a path without findings leads to the same file until
 /// root itself changes that, however much later and by whichever process it is opened: nothing has
 /// to be opened twice for it, and the dynamic loader, debuggers and packages see the names that
 /// they are used to.
@@ -34,6 +37,7 @@ class PathInspection {
  private:
   class Walk;
 
+  MountTable m_mounts;
   std::set<std::string, std::less<>> m_inspected;
   std::set<std::string> m_told;
   std::vector<std::string> m_findings;
