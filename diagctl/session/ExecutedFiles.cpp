@@ -6,13 +6,16 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "System/SysUtil.h"
+#include "diagctl/session/LoaderCache.h"
 #include "diagctl/session/LoaderWishes.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/WorkerPlaces.h"
@@ -84,25 +87,40 @@ std::string frameworkDirectory() {
              : "";
 }
 
+/// Directories in which the loader looks for what an object needs on account of others.
+using Handed = std::set<std::string>;
+
+/// Those, and what the object adds for what it needs.
+Handed handedOnBy(const LoaderWishes& wishes, Handed handed) {
+  if (!wishes.keepsToItself) {
+    handed.insert(wishes.directories.begin(), wishes.directories.end());
+  }
+  return handed;
+}
+
 /// Goes from the files that are known to those that they make the program load.
 class Collection {
  public:
   Collection(PathInspection& inspection, const std::set<std::string>& unread)
-      : m_inspection(inspection), m_unread(unread) {}
+      : m_inspection(inspection), m_unread(unread) {
+    m_inspection.inspect(LoaderCache::kFile);
+    for (const std::string& file : m_filesOfThisProcess) {
+      m_ofThisProcess = handedOnBy(loaderWishesOf(file), m_ofThisProcess);
+    }
+  }
 
   void addProcess() {
-    const std::vector<std::string> files = filesOfThisProcess();
-    for (const std::string& file : files) {
+    for (const std::string& file : m_filesOfThisProcess) {
       m_inspection.inspect(file);
     }
-    const std::string program = files.empty() ? "" : files.front();
+    const std::string program = m_filesOfThisProcess.empty() ? "" : m_filesOfThisProcess.front();
     const std::vector<std::string> directories = libraryPathFor(program);
     for (const std::string& directory : directories) {
       addSearched(directory);
     }
     for (const auto& [variable, separators] : {std::pair("LD_PRELOAD", " :"), {"LD_AUDIT", ":"}}) {
       for (const std::string& file : environmentList(variable, separators)) {
-        addNeeded(file, program, directories);
+        addNeeded(file, program, directories, {});
       }
     }
   }
@@ -125,10 +143,19 @@ class Collection {
       if (path.native().ends_with(".cfg")) {
         addDescription(path);
       } else if (path.native().ends_with(".so")) {
-        addObject(path.string());
+        addObject(path.string(), m_ofThisProcess);
       } else if (fs::is_directory(path, ignored)) {
         addTexts(path);
       }
+    }
+  }
+
+  /// To be called last: what was added so far needs other files, and those need others.
+  void follow() {
+    while (!m_toBeRead.empty()) {
+      const std::string file = m_toBeRead.front();
+      m_toBeRead.pop_front();
+      addWishesOf(file);
     }
   }
 
@@ -141,14 +168,18 @@ class Collection {
     }
     const std::string needed = valueIn(file.string(), "Package", "SODependencies");
     if (!needed.empty()) {  // looked for beside it, then as it is named
-      addObject(directory + "/" + needed);
-      addNeeded(needed, file.string(), libraryPathFor(file.string()));
+      addObject(directory + "/" + needed, m_ofThisProcess);
+      addNeeded(needed, file.string(), libraryPathFor(file.string()), m_ofThisProcess);
     }
+    const std::string package = directory + "/lib" + file.stem().string() + ".so";
     const std::string worker = valueIn(file.string(), "Package", Contract::kWorkerPathKey);
-    if (worker.empty()) {
-      addWorkerOf(directory + "/lib" + file.stem().string() + ".so");
-    } else {
-      addObject(worker);
+    const std::vector<std::string> workers =
+        worker.empty() ? workersOf(package) : std::vector<std::string>{worker};
+    for (const std::string& program : workers) {
+      addObject(program);
+      if (isThere(package)) {
+        addObject(package, handedOnBy(wishesOf(program), {}));
+      }
     }
   }
 
@@ -161,42 +192,58 @@ class Collection {
     }
   }
 
-  void addWorkerOf(const std::string& package) {
-    addFirstProgram(Contract::workerPlaces(directoryBehindLinks(package), frameworkDirectory(),
-                                           {TARVEX_LIBEXEC_FROM_LIB, TARVEX_LIBEXEC_DIR}));
+  static std::vector<std::string> workersOf(const std::string& package) {
+    return upToFirstProgram(Contract::workerPlaces(directoryBehindLinks(package),
+                                                   frameworkDirectory(),
+                                                   {TARVEX_LIBEXEC_FROM_LIB, TARVEX_LIBEXEC_DIR}));
   }
 
   // Whoever could put a program in an earlier place would have it taken.
-  void addFirstProgram(const std::vector<std::string>& places) {
-    for (const std::string& place : places) {
-      addObject(place);
-      if (access(place.c_str(), X_OK) == 0) {
-        return;
-      }
+  static std::vector<std::string> upToFirstProgram(std::vector<std::string> places) {
+    const auto found = std::find_if(places.begin(), places.end(), [](const std::string& place) {
+      return access(place.c_str(), X_OK) == 0;
+    });
+    if (found != places.end()) {
+      places.erase(found + 1, places.end());
+    }
+    return places;
+  }
+
+  // An object is read again where it is handed more directories than before, and so at most as
+  // often as there are directories, however the objects need each other.
+  void addObject(const std::string& file, const Handed& handed = {}) {
+    const auto [known, isNew] = m_objects.try_emplace(file);
+    const std::size_t before = known->second.size();
+    known->second.insert(handed.begin(), handed.end());
+    if (isNew) {
+      m_inspection.inspect(file);
+    }
+    if (isNew || known->second.size() > before) {
+      m_toBeRead.push_back(file);
     }
   }
 
-  // With what it asks the kernel and the loader for, and so on.
-  void addObject(const std::string& file) {
-    if (!m_objects.insert(file).second) {
-      return;
-    }
-    m_inspection.inspect(file);
-    if (m_unread.contains(file)) {
-      return;
-    }
-    LoaderWishes wishes = loaderWishesOf(file);
+  LoaderWishes wishesOf(const std::string& file) const {
+    return m_unread.contains(file) ? LoaderWishes{} : loaderWishesOf(file);
+  }
+
+  void addWishesOf(const std::string& file) {
+    const LoaderWishes wishes = wishesOf(file);
     if (!wishes.interpreter.empty()) {
       addInterpreter(file, wishes);
     }
-    for (const std::string& directory : libraryPathFor(file)) {
-      wishes.directories.push_back(directory);
+    const Handed& handed = m_objects[file];
+    std::vector<std::string> directories = libraryPathFor(file);
+    directories.insert(directories.end(), wishes.directories.begin(), wishes.directories.end());
+    if (!wishes.keepsToItself) {
+      directories.insert(directories.end(), handed.begin(), handed.end());
     }
-    for (const std::string& directory : wishes.directories) {
+    for (const std::string& directory : directories) {
       addSearched(directory);
     }
+    const Handed handedOn = handedOnBy(wishes, handed);
     for (const std::string& name : wishes.needed) {
-      addNeeded(name, file, wishes.directories);
+      addNeeded(name, file, directories, handedOn);
     }
   }
 
@@ -228,7 +275,9 @@ class Collection {
          name.find('/') == std::string::npos ? searchPath() : std::vector<std::string>{""}) {
       places.push_back(directory.empty() ? name : directory + "/" + name);
     }
-    addFirstProgram(places);
+    for (const std::string& place : upToFirstProgram(places)) {
+      addObject(place);
+    }
   }
 
   static std::vector<std::string> searchPath() {
@@ -239,6 +288,9 @@ class Collection {
   // Where the loader looks for shared objects: what lies in it counts when it is looked for, but of
   // what is below it the loader chooses by the processor, and any may be chosen.
   void addSearched(const std::string& directory) {
+    if (!m_searched.insert(directory).second) {
+      return;
+    }
     m_inspection.inspect(directory);
     for (const std::string& variants : variantDirectoriesOf(directory)) {
       addVariants(variants, kDeepestVariants);
@@ -259,17 +311,20 @@ class Collection {
 
   // A name with a "/" is a path; any other one is looked for.
   void addNeeded(const std::string& wish, const std::string& by,
-                 const std::vector<std::string>& directories) {
+                 const std::vector<std::string>& directories, const Handed& handed) {
     for (const std::string& name : expansionsOf(wish, by)) {
       if (name.find('/') != std::string::npos) {
-        addObject(name);
+        addObject(name, handed);
         continue;
       }
       for (const std::string& directory : directories) {
         const std::string file = directory + "/" + name;
         if (isThere(file)) {
-          addObject(file);
+          addObject(file, handed);
         }
+      }
+      for (const std::string& file : m_cache.pathsOf(name)) {
+        addObject(file, handed);
       }
     }
   }
@@ -286,7 +341,12 @@ class Collection {
 
   PathInspection& m_inspection;
   const std::set<std::string>& m_unread;
-  std::set<std::string> m_objects;
+  const std::vector<std::string> m_filesOfThisProcess = filesOfThisProcess();
+  const LoaderCache m_cache;
+  Handed m_ofThisProcess;                   ///< to what the controller loads
+  std::map<std::string, Handed> m_objects;  ///< with what each is handed
+  std::deque<std::string> m_toBeRead;       ///< of those
+  std::set<std::string> m_searched;         ///< the directories where they are looked for
 };
 
 }  // namespace
@@ -299,6 +359,7 @@ void inspectExecutedFiles(const std::string& controlFile, const std::string& pac
     collection.addPackages(packageDirectory);
   }
   collection.addProcess();
+  collection.follow();
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -17,8 +17,10 @@ namespace TarvexDiags::FrontEnd {
 ///   workers;
 /// - each place where a worker is looked for, down to the one that is found, or the one that a
 ///   description names; of a script also its interpreter;
-/// - below each directory where a shared object is looked for, what the loader could take instead
-///   for the processor at hand.
+/// - each directory where a shared object is looked for, those included that the run path of one
+///   that needs it hands on, and below them what the loader could take instead for the processor at
+///   hand;
+/// - the system's own list of shared objects, and what it has for a name that is needed.
 /// Directories of the system's own, in which the loader looks last, are the system's to keep.
 /// @param unread files that are not opened, as they might keep a reader waiting: of those only the
 ///   way to them is inspected.

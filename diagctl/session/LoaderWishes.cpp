@@ -183,10 +183,14 @@ LoaderWishes loaderWishesOf(const std::string& file) {
   if (!texts) {
     return wishes;
   }
+  wishes.keepsToItself = std::any_of(entries.begin(), entries.end(), [](const ElfW(Dyn) & entry) {
+    return entry.d_tag == DT_RUNPATH;
+  });
+  const ElfW(Sxword) kindOfPath = wishes.keepsToItself ? DT_RUNPATH : DT_RPATH;
   for (const ElfW(Dyn) & entry : entries) {
     if (entry.d_tag == DT_NEEDED) {
       wishes.needed.push_back(object.text(*texts + entry.d_un.d_val));
-    } else if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
+    } else if (entry.d_tag == kindOfPath) {
       for (const std::string& element : elementsOf(object.text(*texts + entry.d_un.d_val), ":")) {
         const std::vector<std::string> each = expansionsOf(element, file);
         wishes.directories.insert(wishes.directories.end(), each.begin(), each.end());

@@ -9,11 +9,15 @@ namespace TarvexDiags::FrontEnd {
 struct LoaderWishes {
   std::vector<std::string> needed;       ///< names of shared objects, or paths
   std::vector<std::string> directories;  ///< of its run path, where those are looked for
+  bool keepsToItself = false;            ///< that directories are for itself alone; see below
   std::string interpreter;               ///< of a program: the loader; of a script: what reads it
   std::string argument;                  ///< of a script: what its interpreter gets before it
 };
 
-/// Reads them from a file. An empty element of a run path is the working directory, as the loader
+/// Reads them from a file. Directories of the older kind (DT_RPATH) are handed on to what an object
+/// needs, over any number of objects, and it looks in those that are handed to it. An object with
+/// ones of the newer kind (DT_RUNPATH) has them for itself and does not look in what it hands on.
+/// An empty element of a run path is the working directory, as the loader
 /// has it.
 /// @return none for a file that cannot be read, or is neither a script nor of this machine's
 /// format.

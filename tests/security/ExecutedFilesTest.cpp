@@ -1,5 +1,6 @@
 // What shared objects ask the loader for, and that it is looked at.
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include <cstdint>
@@ -170,6 +171,34 @@ TEST_F(ExecutedFilesTest, hold_the_directory_where_those_are_looked_for) {
   fs::remove(needed);
   give(packages + "/needed", kStranger);
   EXPECT_THAT(findings(), Contains(foreign(packages + "/needed")));
+}
+
+// As the loader itself does, which is asked besides.
+TEST_F(ExecutedFilesTest, hold_what_the_loader_finds_by_the_run_path_of_whoever_needs_it) {
+  const std::string between = packages + "/needed/libsecurity_between.so";
+  fs::copy_file(TestSupport::modulePath("security_handing"), packages + "/libHANDING.so");
+  fs::copy_file(TestSupport::modulePath("security_between"), between);
+  fs::remove(packages + "/libNEEDING.so");
+  void* const loaded = dlopen((packages + "/libHANDING.so").c_str(), RTLD_NOW);
+  EXPECT_NE(loaded, nullptr) << dlerror();
+  dlclose(loaded);
+  EXPECT_THAT(findings(), Not(Contains(foreign(needed))));
+  give(needed, kStranger);
+  EXPECT_THAT(findings(), Contains(foreign(needed)));
+}
+
+TEST_F(ExecutedFilesTest, hold_what_the_run_path_of_a_worker_leads_its_package_to) {
+  fs::create_directory(place.file("workers"));
+  fs::copy_file(TestSupport::modulePath("security_handing"), place.file("workers/worker"));
+  fs::copy_file(TestSupport::modulePath("security_between"), packages + "/libLATE.so");
+  place.write("packages/LATE.cfg", "[Package]\nWorkerPath=" + place.file("workers/worker") + "\n");
+  fs::remove(packages + "/libNEEDING.so");
+  fs::create_directory(place.file("workers/needed"));
+  const std::string late = place.file("workers/needed/libsecurity_needed.so");
+  fs::rename(needed, late);
+  EXPECT_THAT(findings(), Not(Contains(foreign(late))));
+  give(late, kStranger);
+  EXPECT_THAT(findings(), Contains(foreign(late)));
 }
 
 TEST_F(ExecutedFilesTest, hold_what_the_loader_prefers_for_a_processor) {
