@@ -23,7 +23,7 @@ STAGES=(
   "tsan         500  full    the test suite and the stress tests, under the thread sanitizer"
   "whole-tidy   780  deep    clang-tidy of all the sources that are shipped, and of the tests' names"
   "long-model  1200  deep    the models with larger bounds"
-  "long-fuzz   1500  deep    the fuzzers, each for ten minutes"
+  "long-fuzz   3900  deep    the fuzzers, each for ten minutes"
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
@@ -261,7 +261,7 @@ stage_whole_tidy() {
 run_fuzzer() {
   local name=$1 corpus=$2 found=build/asan/found/$1 log=build/logs/fuzz-$1.log
   mkdir -p "$found"
-  "build/asan/fuzzers/$name" -max_total_time="${TARVEX_FUZZ_SECONDS:-30}" -timeout=10 \
+  "build/asan/fuzzers/$name" -max_total_time="${TARVEX_FUZZ_SECONDS:-10}" -timeout=10 \
     -artifact_prefix="build/asan/$name-" -print_final_stats=1 "$found" "$corpus" >"$log" 2>&1 || {
     tail -n 60 "$log" >&2
     echo "FAILED: fuzzer $name (the input lies beside build/asan/$name-*)" >&2

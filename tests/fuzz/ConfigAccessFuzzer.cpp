@@ -5,13 +5,9 @@
 // likewise; the rest is the file.
 
 #include <strings.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,27 +16,16 @@
 #include "DiagCtrl/DiagCtrlInvalidKey.h"
 #include "DiagCtrl/DiagUtil.h"
 #include "DiagCtrl/DiagValidator.h"
+#include "tests/fuzz/Input.h"
 #include "tests/support/ReferenceConfigReader.h"
 
 namespace {
 
+using namespace TarvexDiags::Fuzz;
 using TarvexDiags::DiagCtrl::DiagCtrlConstants;
 using TarvexDiags::DiagCtrl::DiagCtrlInvalidKey;
 using TarvexDiags::DiagCtrl::DiagUtil;
 using TarvexDiags::DiagCtrl::DiagValidator;
-
-std::string takeLine(std::string& input) {
-  const auto end = std::min(input.find('\n'), input.size());
-  std::string line = input.substr(0, end);
-  input.erase(0, std::min(end + 1, input.size()));
-  return line;
-}
-
-void expect(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
 
 std::string taken(char* text) {
   const std::unique_ptr<char[]> owner(text);
@@ -64,13 +49,12 @@ void expectAgreement(const Value& tolerant, const std::optional<Value>& strictVa
 }
 
 std::string fileOf(const std::string& text) {
-  static const int kFile = memfd_create("fuzz.cfg", MFD_CLOEXEC);
-  expect(ftruncate(kFile, 0) == 0 &&
-         pwrite(kFile, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()));
-  return "/proc/self/fd/" + std::to_string(kFile);
+  static const MemoryFile kFile("fuzz.cfg");
+  kFile.write(text);
+  return kFile.path();
 }
 
-///  What a buffer of the size shows of the value: nothing that was cut, and no more than a C text.
+/// What a buffer of the size shows of the value: nothing that was cut, and no more than a C text.
 std::string shown(const std::optional<std::string>& value, std::size_t size) {
   return value.has_value() && value->size() < size ? value->c_str() : "";
 }
@@ -118,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t leng
   }
   constexpr auto kBufferSize = static_cast<unsigned int>(DiagCtrlConstants::miSBuffSize);
   const unsigned int size = (data[0] * 256U + data[1]) % (kBufferSize + 1);
-  std::string text(reinterpret_cast<const char*>(data) + 2, length - 2);
+  std::string text = textOf(data + 2, length - 2);
   // Names are C texts.
   const std::string section = takeLine(text).c_str();
   const std::string key = takeLine(text).c_str();

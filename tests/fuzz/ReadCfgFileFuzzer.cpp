@@ -4,31 +4,21 @@
 // Input: one byte, the size of the pieces; the section's name up to a line end; the key's name
 // likewise; the rest is the file.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 
 #include "System/SysUtil.h"
 #include "System/internal/ConfigScanner.h"
+#include "tests/fuzz/Input.h"
 #include "tests/support/ReferenceConfigReader.h"
 
 namespace {
 
+using namespace TarvexDiags::Fuzz;
 using TarvexDiags::System::ConfigScanner;
 using TarvexDiags::System::SysUtil;
 using Value = std::optional<std::string>;
-
-std::string takeLine(std::string& input) {
-  const auto end = std::min(input.find('\n'), input.size());
-  std::string line = input.substr(0, end);
-  input.erase(0, std::min(end + 1, input.size()));
-  return line;
-}
 
 Value scanInPieces(const std::string& text, const std::string& section, const std::string& key,
                    std::size_t pieceSize) {
@@ -45,16 +35,12 @@ Value scanInPieces(const std::string& text, const std::string& section, const st
 }
 
 Value readFromFile(const std::string& text, const std::string& section, const std::string& key) {
-  static const int kFile = memfd_create("fuzz.cfg", MFD_CLOEXEC);
-  static const std::string kPath = "/proc/self/fd/" + std::to_string(kFile);
-  if (ftruncate(kFile, 0) != 0 || pwrite(kFile, text.data(), text.size(), 0) < 0) {
-    std::abort();
-  }
+  static const MemoryFile kFile("fuzz.cfg");
+  static const std::string kPath = kFile.path();
+  kFile.write(text);
   std::string value;
   const int result = SysUtil::ReadCfgFile(section, key, value, kPath, -1);
-  if (result < 0 && !value.empty()) {
-    std::abort();
-  }
+  expect(result >= 0 || value.empty());
   return result < 0 ? std::nullopt : Value(value);
 }
 
@@ -64,14 +50,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) {
     return 0;
   }
-  std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  std::string text = textOf(data + 1, size - 1);
   const std::string section = takeLine(text);
   const std::string key = takeLine(text);
 
   const Value expected = TarvexDiags::TestSupport::ReferenceConfigReader(text).read(section, key);
-  if (scanInPieces(text, section, key, std::size_t{data[0]} + 1) != expected ||
-      readFromFile(text, section, key) != expected) {
-    std::abort();
-  }
+  expect(scanInPieces(text, section, key, std::size_t{data[0]} + 1) == expected);
+  expect(readFromFile(text, section, key) == expected);
   return 0;
 }
