@@ -5,8 +5,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <fstream>
-#include <map>
+#include <limits>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -134,13 +135,19 @@ std::set<std::string> carriedBy(const std::string& disk, const fs::path& sysfs) 
   return found;
 }
 
-/// @brief "\040" and the like, as the list of mounts writes blanks in names.
+/// @brief "\040" and the like, as the list of mounts writes blanks in names. What is no such form
+/// stays as it is.
 std::string unescape(const std::string& text) {
+  constexpr std::size_t digits = 3;
   std::string plain;
   for (std::size_t at = 0; at < text.size(); ++at) {
-    const bool escaped = text[at] == '\\' && at + 3 < text.size();
-    plain += escaped ? static_cast<char>(std::stoi(text.substr(at + 1, 3), nullptr, 8)) : text[at];
-    at += escaped ? 3 : 0;
+    unsigned int byte = 0;
+    const char* const first = text.data() + at + 1;
+    const bool isEscaped = text[at] == '\\' && text.size() - at > digits &&
+                           std::from_chars(first, first + digits, byte, 8).ptr == first + digits &&
+                           byte <= std::numeric_limits<unsigned char>::max();
+    plain += isEscaped ? static_cast<char>(byte) : text[at];
+    at += isEscaped ? digits : 0;
   }
   return plain;
 }
@@ -161,14 +168,25 @@ struct MountEntry {
 
 MountEntry mountEntryFrom(const std::string& line) {
   // id, parent, major:minor, root, directory, options, optional fields, "-", type, source, ...
+  // What separates them is one blank alone: a name may hold any other character as it is.
   std::istringstream fields(line);
+  const auto next = [&] {
+    std::string field;
+    std::getline(fields, field, ' ');
+    return field;
+  };
   MountEntry entry;
-  std::string skipped;
-  std::string options;
-  fields >> skipped >> skipped >> entry.number >> skipped >> entry.directory >> options;
-  while (fields >> skipped && skipped != "-") {
+  next();
+  next();
+  entry.number = next();
+  next();
+  entry.directory = next();
+  const std::string options = next();
+  while (fields && next() != "-") {
   }
-  fields >> entry.type >> entry.source >> entry.superOptions;
+  entry.type = next();
+  entry.source = next();
+  entry.superOptions = next();
   entry.directory = unescape(entry.directory);
   entry.source = unescape(entry.source);
   // A file system that met an error sets itself read-only, the mount is not asked.
@@ -268,12 +286,18 @@ std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path
       numbers.emplace(std::move(number), device);
     }
   }
-  std::vector<Mount> mounts;
   std::ifstream stream(mountInfo);
-  for (std::string line; std::getline(stream, line);) {
+  return mountsAmong(stream, numbers, numbersOf);
+}
+
+std::vector<Mount> mountsAmong(std::istream& mountInfo,
+                               const std::map<std::string, std::string>& devices,
+                               const DeviceNumbers& numbersOf) {
+  std::vector<Mount> mounts;
+  for (std::string line; std::getline(mountInfo, line);) {
     const MountEntry entry = mountEntryFrom(line);
-    const auto carrier = numbers.find(carrierOf(entry, numbersOf));
-    if (carrier != numbers.end()) {
+    const auto carrier = devices.find(carrierOf(entry, numbersOf));
+    if (carrier != devices.end()) {
       mounts.push_back({entry.directory, carrier->second, entry.isReadOnly});
     }
   }

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <istream>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,6 +66,12 @@ DeviceNumbers deviceNumbersOfSystem();
 std::vector<Mount> mountsOn(const std::string& disk, const std::filesystem::path& sysfs = "/sys",
                             const std::filesystem::path& mountInfo = "/proc/self/mountinfo",
                             const DeviceNumbers& numbersOf = deviceNumbersOfSystem());
+
+/// @brief Those of the lines of such a list that lie on the devices.
+/// @param devices names by number, such as "vda1" by "254:1".
+std::vector<Mount> mountsAmong(std::istream& mountInfo,
+                               const std::map<std::string, std::string>& devices,
+                               const DeviceNumbers& numbersOf);
 
 /// @brief Where the partition starts on the disk, in bytes: 0 for the disk itself, nothing for a
 /// layer whose blocks lie elsewhere.

@@ -190,6 +190,21 @@ TEST(StorageMounts, are_found_through_partitions_and_layers) {
   EXPECT_EQ(startOnDisk("sda", "dm-0", tree.root()), std::nullopt);
 }
 
+TEST(StorageMounts, are_read_whatever_stands_in_their_names) {
+  std::istringstream list(
+      "22 1 8:1 / /a\fb\v-\r ro - ext4 /dev/sda1 rw\n"
+      "23 1 8:1 / /8\\999\\400\\08 rw - ext4 /dev/sda1 rw\n"
+      "24 1 0:40 / /x rw - tmpfs /x\f-\fbtrfs\f/dev/sda1 rw\n"
+      "25 1 0:41 / /y\vrw\v-\vbtrfs\v/dev/sda1 rw - tmpfs none rw\n"
+      "26 1 8:1 / /z\\1");
+  const auto onSda1 = [](const std::string& /*path*/) { return std::string("8:1"); };
+  std::vector<std::string> found;
+  for (const Mount& mount : mountsAmong(list, {{"8:1", "sda1"}}, {onSda1, onSda1})) {
+    found.push_back(mount.directory + (mount.readOnly ? ", frozen" : ""));
+  }
+  EXPECT_THAT(found, ElementsAre("/a\fb\v-\r, frozen", "/8\\999\\400\\08", "/z\\1"));
+}
+
 // --- Identity
 
 TEST(StorageIdentity, is_told) {
