@@ -63,30 +63,6 @@ std::string addressOf(rtnl_link* link) {
   return address == nullptr ? "" : nl_addr2str(address, text.data(), text.size());
 }
 
-Link describe(rtnl_link* link) {
-  Link result;
-  const auto flags = rtnl_link_get_flags(link);
-  const char* kind = rtnl_link_get_type(link);
-  std::uint32_t carrierChanges = 0;
-  rtnl_link_get_carrier_changes(link, &carrierChanges);
-  result.name = rtnl_link_get_name(link);
-  result.index = rtnl_link_get_ifindex(link);
-  result.lower = rtnl_link_get_link(link);
-  result.hardwareAddress = addressOf(link);
-  result.kind = kind == nullptr ? "" : kind;
-  result.loopback = (flags & IFF_LOOPBACK) != 0;
-  result.up = (flags & IFF_UP) != 0;
-  result.carrier = (flags & IFF_LOWER_UP) != 0;
-  result.enslaved = rtnl_link_get_master(link) != 0;
-  result.state = stateOf(link);
-  result.carrierChanges = carrierChanges;
-  result.errors = read(link, kErrorCounters);
-  result.drops = read(link, kDropCounters);
-  result.packetsReceived = rtnl_link_get_stat(link, RTNL_LINK_RX_PACKETS);
-  result.packetsSent = rtnl_link_get_stat(link, RTNL_LINK_TX_PACKETS);
-  return result;
-}
-
 using Rises = std::vector<std::pair<std::string, std::uint64_t>>;
 
 /// @brief The counters that rose. One that fell was set back meanwhile and tells nothing.
@@ -117,13 +93,38 @@ Rises withoutSums(Rises found) {
 
 }  // namespace
 
+Link linkFrom(rtnl_link* link) {
+  Link result;
+  const auto flags = rtnl_link_get_flags(link);
+  const char* const name = rtnl_link_get_name(link);
+  const char* const kind = rtnl_link_get_type(link);
+  std::uint32_t carrierChanges = 0;
+  rtnl_link_get_carrier_changes(link, &carrierChanges);
+  result.name = name == nullptr ? "" : name;
+  result.index = rtnl_link_get_ifindex(link);
+  result.lower = rtnl_link_get_link(link);
+  result.hardwareAddress = addressOf(link);
+  result.kind = kind == nullptr ? "" : kind;
+  result.loopback = (flags & IFF_LOOPBACK) != 0;
+  result.up = (flags & IFF_UP) != 0;
+  result.carrier = (flags & IFF_LOWER_UP) != 0;
+  result.enslaved = rtnl_link_get_master(link) != 0;
+  result.state = stateOf(link);
+  result.carrierChanges = carrierChanges;
+  result.errors = read(link, kErrorCounters);
+  result.drops = read(link, kDropCounters);
+  result.packetsReceived = rtnl_link_get_stat(link, RTNL_LINK_RX_PACKETS);
+  result.packetsSent = rtnl_link_get_stat(link, RTNL_LINK_TX_PACKETS);
+  return result;
+}
+
 std::vector<Link> readLinks() {
   const NetlinkSocket socket;
   std::vector<Link> links;
   const NetlinkCache cache = socket.links();
   for (nl_object* object = nl_cache_get_first(cache.get()); object != nullptr;
        object = nl_cache_get_next(object)) {
-    links.push_back(describe(reinterpret_cast<rtnl_link*>(object)));
+    links.push_back(linkFrom(reinterpret_cast<rtnl_link*>(object)));
   }
   return links;
 }

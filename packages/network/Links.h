@@ -7,6 +7,8 @@
 
 #include "packages/network/NetworkEvents.h"
 
+struct rtnl_link;
+
 namespace TarvexDiags::Network {
 
 /// @brief An interface and its counters, as the kernel tells them over netlink.
@@ -27,6 +29,9 @@ struct Link {
   std::uint64_t packetsReceived = 0;
   std::uint64_t packetsSent = 0;
 };
+
+/// @brief What a message of the kernel says; what it leaves out is empty or 0.
+Link linkFrom(rtnl_link* link);
 
 /// @brief The interfaces of the calling thread's network namespace. Throws std::system_error.
 std::vector<Link> readLinks();
