@@ -7,8 +7,11 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
+#include "tests/support/BigLock.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+#include "tests/support/WaitPlace.h"
 
 namespace TarvexDiags::TestSupport {
 
@@ -20,6 +23,11 @@ class ControllerTest : public ::testing::Test {
   DiagCtrl::DiagnosticController& controller() { return harness.controller(); }
   /// What was traced, if harness.trace() was called or the control file says so.
   TraceFile trace() const { return TraceFile(harness.directory().path()); }
+
+  /// Waits until a companion waits for the lock under which operations take turns.
+  bool waitsForBigLock(const Companion& companion) {
+    return waitsAt(companion, waitPlaceOf(bigLockOf(controller())));
+  }
 
   /// The ids that a call hands out, which must succeed.
   static std::vector<int> idsOf(const std::function<Code(std::vector<int>*&)>& ask) {

@@ -14,6 +14,15 @@
 
 namespace TarvexDiags::TestSupport {
 
+/// Whether a thread of this process blocks in the kernel.
+inline bool isAsleep(const std::string& kernelId) {
+  std::ifstream status("/proc/self/task/" + kernelId + "/stat");
+  std::string text;
+  std::getline(status, text);
+  const auto name = text.rfind(") ");
+  return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
+}
+
 /// Runs an action on a thread of its own, and tells from outside what has become of it.
 class Companion {
  public:
@@ -33,9 +42,17 @@ class Companion {
 
   bool ended() const { return m_ended; }
 
-  /// Waits until the action blocks in the kernel: on a lock, or for a signal.
-  bool blocks() const {
-    return eventually([this] { return m_ended || isAsleep(); }) && !m_ended;
+  /// Waits until the action blocks in the kernel: on a lock, or for a signal; it may be on a lock
+  /// that others hold for a moment, which WaitPlace.h tells apart.
+  bool blocks() const { return comesTo(isAsleep); }
+  /// Waits until a predicate holds of the id that the kernel gives the thread. @return false if the
+  /// action ends before.
+  template <class Predicate>
+  bool comesTo(Predicate predicate) const {
+    return eventually([&] {
+             return m_ended || (m_kernelId != 0 && predicate(std::to_string(m_kernelId)));
+           }) &&
+           !m_ended;
   }
   /// Waits for the end of the action.
   bool ends() const {
@@ -43,17 +60,6 @@ class Companion {
   }
 
  private:
-  bool isAsleep() const {
-    if (m_kernelId == 0) {
-      return false;
-    }
-    std::ifstream status("/proc/self/task/" + std::to_string(m_kernelId) + "/stat");
-    std::string text;
-    std::getline(status, text);
-    const auto name = text.rfind(") ");
-    return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
-  }
-
   std::atomic<long> m_kernelId{0};
   std::atomic<bool> m_ended{false};
   std::thread m_thread;  // last: starts when the others are there

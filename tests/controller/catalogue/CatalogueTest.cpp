@@ -303,7 +303,7 @@ TEST_F(CatalogueTest, the_count_alone_waits_for_the_big_lock) {
   bigLock.lock(-1);
   int count = 0;
   Companion counter([&] { controller().getNumberOfDiagPackages(count); });
-  EXPECT_TRUE(counter.blocks());
+  EXPECT_TRUE(waitsForBigLock(counter));
   Companion others([&] {
     DiagnosticController& c = controller();
     DiagnosticPackage* package = nullptr;

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -16,10 +15,10 @@
 #include "DiagCtrl/DiagnosticPackage.h"
 #include "DiagCtrl/PackageTestInfo.h"
 #include "tests/support/ControllerTest.h"
-#include "tests/support/Eventually.h"
 #include "tests/support/Places.h"
 #include "tests/support/ProcessMaps.h"
 #include "tests/support/ThreadState.h"
+#include "tests/support/WaitPlace.h"
 
 namespace TarvexDiags::DiagCtrl {
 namespace {
@@ -120,16 +119,9 @@ TEST_F(EnumerationTest, a_client_that_fetches_when_the_failure_wakes_it_is_serve
         std::for_each(events->begin(), events->end(), [](auto* event) { delete event; });
       }
     });
-    EXPECT_TRUE(client.blocks());
+    ASSERT_TRUE(TestSupport::waitsAt(client, TestSupport::waitPlaceOf(harness.callBack())));
     EXPECT_EQ(controller().enumerateAllPackages(), PACKAGE_FILE_NOT_FOUND);
-    // A client that had blocked elsewhere than in its wait has missed the wake-up.
-    const auto hasEnded = [&] {
-      return TestSupport::eventually([&] { return client.ended(); },
-                                     std::chrono::milliseconds(500));
-    };
-    for (int tries = 0; tries < 40 && !hasEnded(); ++tries) {
-      EXPECT_EQ(controller().enumerateAllPackages(), PACKAGE_FILE_NOT_FOUND);
-    }
+    ASSERT_TRUE(client.ends());
     EXPECT_EQ(code, SUCCESS);
   }
 }

@@ -24,6 +24,7 @@
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+#include "tests/support/WaitPlace.h"
 
 TARVEX_PRIVATE_MEMBER(ListOfEventsLockTag, DiagCtrl::DiagnosticController::mmtxEvtCBObjListLock);
 TARVEX_PRIVATE_MEMBER(ListOfResultsLockTag, DiagCtrl::DiagnosticController::mmtxResCBObjListLock);
@@ -42,6 +43,8 @@ using TestSupport::Companion;
 using TestSupport::ControllerHarness;
 using TestSupport::eventually;
 using TestSupport::neverWithin;
+using TestSupport::waitPlaceOf;
+using TestSupport::waitsAt;
 using namespace std::chrono_literals;
 typedef DiagControllerStatus Phase;
 typedef DiagnosticController::errorCode Code;
@@ -237,7 +240,7 @@ class Waiters {
       m_threads.emplace_back([&object] { object.wait(); });
     }
     for (const Companion& thread : m_threads) {
-      EXPECT_TRUE(thread.blocks());
+      EXPECT_TRUE(waitsAt(thread, waitPlaceOf(object)));
     }
   }
   ~Waiters() {
@@ -327,7 +330,7 @@ TEST_F(RegistrationTest, a_woken_client_finds_the_whole_batch) {
     found = events->size();
     std::for_each(events->begin(), events->end(), [](DiagnosticEvent* event) { delete event; });
   });
-  ASSERT_TRUE(client.blocks());
+  ASSERT_TRUE(waitsAt(client, waitPlaceOf(m_object)));
   pushEvents(50);
   ASSERT_TRUE(client.ends());
   EXPECT_EQ(found, 50U);
@@ -338,7 +341,7 @@ void expectPushKeepsFetchingOut(DiagCtrlLock& listLock, const std::function<void
                                 const std::function<void()>& fetch) {
   listLock.lock(-1);
   const Companion pusher(push);
-  EXPECT_TRUE(pusher.blocks());
+  EXPECT_TRUE(waitsAt(pusher, waitPlaceOf(listLock)));
   const Companion client(fetch);
   EXPECT_TRUE(client.blocks());
   EXPECT_TRUE(neverWithin(50ms, [&] { return client.ended(); }));

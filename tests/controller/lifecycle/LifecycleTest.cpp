@@ -324,7 +324,7 @@ TEST_F(LifecycleTest, an_initialize_that_waited_for_another_one_is_refused) {
   creation.watch([&](int number) {
     if (number == 1) {
       other = std::make_unique<Companion>([&] { result = controller().initialize(path.c_str()); });
-      EXPECT_TRUE(other->blocks());
+      EXPECT_TRUE(waitsForBigLock(*other));
     }
   });
   EXPECT_EQ(controller().initialize(path.c_str()), SUCCESS);
@@ -766,7 +766,7 @@ TEST_F(LifecycleTest, calls_that_waited_behind_a_shut_down_find_the_controller_g
   alpha.on(Call::Abort, [&](const CallRecord&) {
     for (std::size_t i = 0; i < calls.size(); ++i) {
       waiting.push_back(std::make_unique<Companion>([&, i] { results[i] = calls[i](); }));
-      EXPECT_TRUE(waiting.back()->blocks());
+      EXPECT_TRUE(waitsForBigLock(*waiting.back()));
     }
   });
   EXPECT_EQ(harness.shutDown(), SUCCESS);
@@ -788,7 +788,7 @@ TEST_F(LifecycleTest, an_enumeration_that_waited_behind_a_shut_down_is_refused) 
   std::unique_ptr<Companion> waiting;
   alpha.on(Call::DestroyDevice, [&](const CallRecord&) {
     waiting = std::make_unique<Companion>([&] { result = controller().enumerateDiagPackages(1); });
-    EXPECT_TRUE(waiting->blocks());
+    EXPECT_TRUE(waitsForBigLock(*waiting));
   });
   EXPECT_EQ(harness.shutDown(), SUCCESS);
   ASSERT_TRUE(waiting->ends());
@@ -806,7 +806,7 @@ TEST_F(LifecycleTest, of_two_enumerations_at_once_one_is_refused) {
   auto second = OUT_OF_RANGE;
   Companion one([&] { first = controller().enumerateAllPackages(); });
   Companion other([&] { second = controller().enumerateByPackageClass({}); });
-  EXPECT_TRUE(one.blocks() && other.blocks());
+  EXPECT_TRUE(waitsForBigLock(one) && waitsForBigLock(other));
   bigLock.unlock();
   ASSERT_TRUE(one.ends() && other.ends());
   EXPECT_THAT((std::vector{first, second}),

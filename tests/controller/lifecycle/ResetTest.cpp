@@ -146,7 +146,7 @@ TEST_F(ResetTest, no_call_of_another_client_slips_in_between_stop_and_restart) {
         [&] { queued = controller().queueTest(1, 1, tests, settings, newId); }));
     waiting.push_back(std::make_unique<Companion>([&] { aborted = controller().abortTest(id); }));
     for (const auto& companion : waiting) {
-      EXPECT_TRUE(companion->blocks());
+      EXPECT_TRUE(waitsForBigLock(*companion));
     }
   });
   EXPECT_EQ(controller().resetDiagController(), SUCCESS);
@@ -165,7 +165,7 @@ TEST_F(ResetTest, of_two_resets_at_once_each_takes_its_turn) {
   std::unique_ptr<Companion> other;
   alpha.on(Call::DestroyDevice, [&](const CallRecord&) {
     other = std::make_unique<Companion>([&] { result = controller().resetDiagController(); });
-    EXPECT_TRUE(other->blocks());
+    EXPECT_TRUE(waitsForBigLock(*other));
   });
   EXPECT_EQ(controller().resetDiagController(), SUCCESS);
   ASSERT_TRUE(other->ends());
