@@ -75,10 +75,12 @@ class EstimationTest : public ControllerTest {
 
 TEST_F(EstimationTest, each_test_is_queued_for_one_pass_with_the_clients_own_settings_changed) {
   start();
+  alpha.holdRuns();
   ids = {42};
   EXPECT_EQ(estimate({2, 1}), SUCCESS);
   EXPECT_THAT(ids, ElementsAre(42, 1, 2)) << "appended";
   EXPECT_EQ(harness.phase(), DiagControllerStatus::ACTIVE);
+  alpha.releaseRuns();
   EXPECT_EQ(settings.getHaltOnError(), 1);
   EXPECT_EQ(settings.getRequestedPassCount(), 1);
   EXPECT_EQ(settings.getPassCount(), 1);
@@ -171,9 +173,11 @@ TEST_F(EstimationTest, figures_of_the_package_count_and_the_configured_one_stand
     return pass;
   });
   start();
+  alpha.holdRuns();
   ASSERT_EQ(estimate({1, 2}), SUCCESS);
   EXPECT_FALSE(ask(ids).served) << "while the tests run";
   EXPECT_THAT(harness.ctrlEvents(), ::testing::Contains("INCORRECT_PHASE E 0"));
+  alpha.releaseRuns();
   ASSERT_TRUE(harness.awaitIdle());
   const Answer answer = ask(ids, {5});
   EXPECT_TRUE(answer.served);

@@ -21,6 +21,7 @@
 #include "DiagCtrl/EventManager.h"
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/PhaseHold.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
@@ -43,6 +44,7 @@ using TestSupport::Companion;
 using TestSupport::ControllerHarness;
 using TestSupport::eventually;
 using TestSupport::neverWithin;
+using TestSupport::PhaseHold;
 using TestSupport::waitPlaceOf;
 using TestSupport::waitsAt;
 using namespace std::chrono_literals;
@@ -135,6 +137,7 @@ class RegistrationTest : public ::testing::Test {
 
 TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_event) {
   m_harness.registerForAll();
+  const PhaseHold hold(m_harness.controller());
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : kAllPhases) {
     setPhase(phase);
@@ -152,6 +155,7 @@ TEST_F(RegistrationTest, a_null_object_is_refused_in_every_phase_without_an_even
 
 TEST_F(RegistrationTest, is_open_in_every_phase_but_UNINITIALISED) {
   m_harness.registerForAll();
+  const PhaseHold hold(m_harness.controller());
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
@@ -199,6 +203,7 @@ TEST_F(RegistrationTest, counts_entries_of_each_kind_and_does_not_merge_equal_ob
 
 TEST_F(RegistrationTest, counting_is_refused_in_UNINITIALISED_and_ENUMERATE) {
   m_harness.registerForAll();
+  const PhaseHold hold(m_harness.controller());
   for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
     setPhase(Phase::IDLE);
@@ -517,6 +522,7 @@ TEST_F(FetchingTest, ids_of_the_kinds_overlap) {
 }
 
 TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
+  const PhaseHold hold(m_harness.controller());
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));
@@ -542,6 +548,7 @@ TEST_F(FetchingTest, events_and_results_are_fetched_in_ACTIVE_and_IDLE_only) {
 }
 
 TEST_F(FetchingTest, controller_events_are_fetched_in_INITIALIZE_too_and_a_refusal_is_silent) {
+  const PhaseHold hold(m_harness.controller());
   DiagTracer::getInstance()->setTraceLevel(DiagCtrlConstants::DIAG_ERROR);
   for (const auto phase : kAllPhases) {
     SCOPED_TRACE(TestSupport::nameOf(phase));

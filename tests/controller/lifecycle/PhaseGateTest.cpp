@@ -580,9 +580,12 @@ TEST_F(PhaseGateTest, active) {
   Script& alpha = harness.addPackage("ALPHA");
   harness.start();
   alpha.holdRuns();
+  Barrier end;  // at which the test stays when it is aborted, so that the phase does
+  alpha.on(Call::RunEnd, [&](const CallRecord&) { end.pass(); });
   harness.queue("ALPHA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1));
   tryEveryCall(DiagControllerStatus::ACTIVE);
+  end.open();
   EXPECT_EQ(harness.shutDown(), DiagnosticController::SUCCESS);
 }
 
@@ -590,11 +593,15 @@ TEST_F(PhaseGateTest, active_during_an_estimation) {
   Script& alpha = harness.addPackage("ALPHA");
   harness.start();
   alpha.holdRuns();
+  Barrier end;
+  alpha.on(Call::RunEnd, [&](const CallRecord&) { end.pass(); });
   std::vector<int> ids;
   auto settings = ControllerHarness::settings();
   ASSERT_EQ(harness->runEstimation({1}, {1}, {1}, ids, settings), DiagnosticController::SUCCESS);
   ASSERT_TRUE(alpha.awaitRunning(1));
   tryEveryCall(DiagControllerStatus::ACTIVE);
+  end.open();
+  EXPECT_EQ(harness.shutDown(), DiagnosticController::SUCCESS);
 }
 
 TEST_F(PhaseGateTest, estimation_which_only_a_test_can_set) {

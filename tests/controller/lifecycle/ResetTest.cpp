@@ -132,9 +132,9 @@ TEST_F(ResetTest, a_reset_whose_threads_are_refused_can_be_followed_by_an_initia
 }
 
 TEST_F(ResetTest, no_call_of_another_client_slips_in_between_stop_and_restart) {
-  harness.addPackage("ALPHA");
+  harness.addPackage("ALPHA").holdRuns();  // which keeps the controller active
   harness.start();
-  const unsigned long id = harness.queue("ALPHA", 1, {1}, ControllerHarness::settings(1000));
+  const unsigned long id = harness.queue("ALPHA", 1, {1});
   auto settings = ControllerHarness::settings();
   std::vector<int> tests{1};
   unsigned long newId = 77;

@@ -11,6 +11,7 @@
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/GlobalSettings.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/PhaseHold.h"
 #include "tests/support/TraceFile.h"
 
 namespace TarvexDiags::DiagCtrl {
@@ -24,6 +25,7 @@ using ::testing::IsNull;
 using ::testing::NotNull;
 using TestSupport::ControllerHarness;
 using TestSupport::PackageConfig;
+using TestSupport::PhaseHold;
 typedef DiagControllerStatus Phase;
 typedef DiagnosticController::errorCode Code;
 
@@ -195,6 +197,7 @@ TEST_F(SettingsTest, refuse_a_value_out_of_range_before_the_controller_is_initia
 
 TEST_F(SettingsTest, are_written_in_IDLE_only) {
   start();
+  const PhaseHold hold(m_harness.controller());
   for (const Setting& setting : allSettings()) {
     for (const auto phase : kAllPhases) {
       if (phase == Phase::IDLE) {
@@ -215,6 +218,7 @@ TEST_F(SettingsTest, are_written_in_IDLE_only) {
 
 TEST_F(SettingsTest, are_read_in_every_phase_but_UNINITIALISED_and_ENUMERATE) {
   start();
+  const PhaseHold hold(m_harness.controller());
   for (const Setting& setting : allSettings()) {
     for (const auto phase : kAllPhases) {
       SCOPED_TRACE(setting.name + std::string(" in ") + TestSupport::nameOf(phase));
