@@ -9,10 +9,12 @@
 #include <iterator>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "tests/support/ControllerHarness.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/ThreadCount.h"
 
 namespace TarvexDiags::Lifecycle {
 namespace {
@@ -29,7 +31,9 @@ struct Holdings {
   long fileHandles = 0;
   long mappings = 0;
 
-  static Holdings now() {
+  /// Once that many threads are left.
+  static Holdings with(long threads) {
+    EXPECT_TRUE(TestSupport::threadsComeTo(threads));
     Holdings found;
     const auto heap = mallinfo2();  // all zero under a sanitizer, which keeps its own heap
     found.heapBytes = static_cast<long>(heap.uordblks + heap.hblkhd);
@@ -37,18 +41,13 @@ struct Holdings {
     long total = 0;
     memory >> total >> found.residentBytes;
     found.residentBytes *= sysconf(_SC_PAGESIZE);
-    found.threads = entries("/proc/self/task");
-    found.fileHandles = entries("/proc/self/fd");
+    found.threads = TestSupport::threadCount();
+    found.fileHandles = std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);) {
       found.mappings += line.find(".so") != std::string::npos ? 1 : 0;
     }
     return found;
-  }
-
- private:
-  static long entries(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
   }
 };
 
@@ -61,19 +60,28 @@ std::ostream& operator<<(std::ostream& stream, const Holdings& holdings) {
 class ResourceUseTest : public ::testing::Test {
  protected:
   ResourceUseTest() {
-    for (const char* name : {"ALPHA", "BETA"}) {
-      harness.addPackage(name, PackageConfig(3)).setDevices(2).recordNothing();
-      Scripted::Script::of(name).everyPass({.events = {{.code = 1}}});
+    for (Scripted::Script* script : scripts) {
+      script->setDevices(2).recordNothing().everyPass({.events = {{.code = 1}}});
     }
     harness.control().parallel();
   }
 
-  /// Everything that a client does with a started controller.
+  /// Everything that a client does with a started controller. While it warms up, all devices are
+  /// tested at once: the platform keeps stacks and heaps for as many threads as there ever were.
   void work() {
     harness.registerForAll();
     harness.enumerate();
+    for (Scripted::Script* script : scripts) {
+      isWarm ? script->releaseRuns() : script->holdRuns();
+    }
     const auto first = harness.queuePackage("ALPHA", ControllerHarness::settings(2));
     const auto second = harness.queuePackage("BETA");
+    for (Scripted::Script* script : scripts) {
+      ASSERT_TRUE(isWarm || script->awaitRunning(2));
+    }
+    for (Scripted::Script* script : scripts) {
+      script->releaseRuns();
+    }
     for (const auto& ids : {first, second}) {
       for (const unsigned long id : ids) {
         ASSERT_TRUE(harness.awaitEnd(id));
@@ -111,18 +119,23 @@ class ResourceUseTest : public ::testing::Test {
   static constexpr int kWarmUp = 20;
   static constexpr int kRuns = 100;
 
+  const long threadsBefore = TestSupport::threadCountAfterFirst();
   ControllerHarness harness;
+  const std::vector<Scripted::Script*> scripts{&harness.addPackage("ALPHA", PackageConfig(3)),
+                                               &harness.addPackage("BETA", PackageConfig(3))};
+  bool isWarm = false;
 };
 
 TEST_F(ResourceUseTest, a_hundred_starts_and_stops_leave_nothing_behind) {
   for (int run = 0; run < kWarmUp; ++run) {
     ASSERT_NO_FATAL_FAILURE(startWorkStop());
   }
-  const Holdings before = Holdings::now();
+  isWarm = true;
+  const Holdings before = Holdings::with(threadsBefore);
   for (int run = 0; run < kRuns; ++run) {
     ASSERT_NO_FATAL_FAILURE(startWorkStop());
   }
-  expectNoGrowth(before, Holdings::now());
+  expectNoGrowth(before, Holdings::with(threadsBefore));
 }
 
 TEST_F(ResourceUseTest, a_hundred_resets_leave_nothing_behind) {
@@ -130,11 +143,13 @@ TEST_F(ResourceUseTest, a_hundred_resets_leave_nothing_behind) {
   for (int run = 0; run < kWarmUp; ++run) {
     ASSERT_NO_FATAL_FAILURE(workReset());
   }
-  const Holdings before = Holdings::now();
+  isWarm = true;
+  const long threads = threadsBefore + 2;  // one dispatcher, one monitor
+  const Holdings before = Holdings::with(threads);
   for (int run = 0; run < kRuns; ++run) {
     ASSERT_NO_FATAL_FAILURE(workReset());
   }
-  expectNoGrowth(before, Holdings::now());
+  expectNoGrowth(before, Holdings::with(threads));
 }
 
 }  // namespace
