@@ -15,6 +15,7 @@
 
 #include "DiagCtrl/DiagnosticController.h"
 #include "DiagCtrl/ExecutionManagerThread.h"
+#include "DiagCtrl/TestRequestManager.h"
 #include "tests/support/BigLock.h"
 #include "tests/support/ControllerTest.h"
 #include "tests/support/CtrlEventTap.h"
@@ -27,7 +28,9 @@
 #include "tests/support/ThreadCreation.h"
 #include "tests/support/ThreadState.h"
 #include "tests/support/TraceFile.h"
+#include "tests/support/WaitPlace.h"
 
+TARVEX_PRIVATE_MEMBER(ExecQueueLockTag, DiagCtrl::TestRequestManager::mmtxTestReqExecLock);
 TARVEX_PRIVATE_MEMBER(DispatcherTag, DiagCtrl::DiagnosticController::mpExecMgrThread);
 TARVEX_PRIVATE_MEMBER(AbortAllFlagTag, DiagCtrl::DiagnosticController::mbAbortAllFlag);
 
@@ -51,6 +54,7 @@ using ::testing::IsEmpty;
 using ::testing::IsNull;
 using ::testing::Not;
 using ::testing::NotNull;
+using TestSupport::anyThreadWaitsAt;
 using TestSupport::Companion;
 using TestSupport::ControlFile;
 using TestSupport::ControllerHarness;
@@ -537,13 +541,17 @@ TEST_F(LifecycleTest, a_package_that_throws_on_abort_does_not_stop_a_shut_down) 
   harness.control().parallel();
   harness.trace();
   harness.start();
-  alpha.everyPass({.duration = 300ms}).throwAt(Call::Abort, "no");
+  alpha.holdRuns().on(Call::Abort, [&](const CallRecord&) {
+    alpha.releaseRuns();  // the pass goes on to its end: it was told nothing
+    throw std::runtime_error("no");
+  });
   beta.holdRuns();
   harness.queue("ALPHA", 1, {1});
   harness.queue("BETA", 1, {1});
   ASSERT_TRUE(alpha.awaitRunning(1) && beta.awaitRunning(1));
   EXPECT_EQ(harness.shutDown(), SUCCESS);
   EXPECT_EQ(harness.phase(), Phase::UNINITIALISED);
+  EXPECT_THAT(alpha.calls(Call::Abort), ::testing::SizeIs(1));
   EXPECT_THAT(beta.calls(Call::Abort), ::testing::SizeIs(1)) << "the others are told all the same";
 }
 
@@ -654,6 +662,34 @@ TEST_F(LifecycleTest, the_trace_goes_on_in_the_old_file_after_a_new_start) {
 
 // ---- Health ----------------------------------------------------------------------------------
 
+/// Keeps the controller's threads, which have nothing to do, at locks that they take behind their
+/// time stamps: while it lives there are no new ones.
+class ThreadsAtRest {
+ public:
+  explicit ThreadsAtRest(DiagCtrl::TestRequestManager& requests)
+      : m_ofDispatcher(requests.mmtxTestReqChangeLock),
+        m_ofMonitor(privateMember<ExecQueueLockTag>(requests)) {
+    m_ofDispatcher.lock(-1);
+    m_ofMonitor.lock(-1);
+    requests.getCondVarTRWaitQueue().signal();
+    requests.getCondVarTRExecQueue().signal();
+    EXPECT_TRUE(eventually([this] {
+      return anyThreadWaitsAt(waitPlaceOf(m_ofDispatcher)) &&
+             anyThreadWaitsAt(waitPlaceOf(m_ofMonitor));
+    }));
+  }
+  ~ThreadsAtRest() {
+    m_ofMonitor.unlock();
+    m_ofDispatcher.unlock();
+  }
+  ThreadsAtRest(const ThreadsAtRest&) = delete;
+  ThreadsAtRest& operator=(const ThreadsAtRest&) = delete;
+
+ private:
+  DiagCtrl::DiagCtrlLock& m_ofDispatcher;
+  DiagCtrl::DiagCtrlLock& m_ofMonitor;
+};
+
 TEST_F(LifecycleTest, each_record_of_the_health_is_a_new_object_of_the_clients) {
   harness.initialize();
   const auto first = health();
@@ -669,11 +705,12 @@ TEST_F(LifecycleTest, each_record_of_the_health_is_a_new_object_of_the_clients) 
 
 TEST_F(LifecycleTest, a_thread_is_healthy_for_ten_seconds_after_its_last_time_stamp) {
   harness.initialize();
+  const ThreadsAtRest rest(*controller().getTestRequestMgrPtr());
   PlatformAnswers platform;
-  platform.setClockAhead(7);  // the stamps are at most two waits old
+  platform.setClockAhead(5);
   EXPECT_TRUE(health()->getExecMgrThrHealth());
   EXPECT_TRUE(health()->getMonThrHealth());
-  platform.setClockAhead(7 + 11);
+  platform.setClockAhead(11);
   const auto stale = health();
   EXPECT_FALSE(stale->getExecMgrThrHealth());
   EXPECT_FALSE(stale->getMonThrHealth());
