@@ -116,7 +116,7 @@ void WorkerSession::followControl() {
   }
   // One that has told all is on its way out: a signal would not make the kernel give its memory
   // back any sooner, but would make it look like one that hangs.
-  if (m_control.isAborted() && !hasToldAll()) {
+  if (m_control.isAborted() && !m_end.isComplete) {
     askToStop();
   } else {
     pause(m_control.isSuspended());
@@ -347,8 +347,11 @@ void WorkerSession::handleTestEnd(Frame& frame) {
 // There is little to do from here, but memory is given back slowly when there is much of it, also
 // by one that was asked to stop.
 void WorkerSession::handlePassEnd() {
+  if (m_end.isComplete || m_end.current || m_end.testsEnded == 0) {
+    throw FrameError("the end of a pass that is not due");
+  }
   m_end.isComplete = true;
-  if (hasToldAll() && (m_stage == Stage::Running || m_stage == Stage::AskedToStop)) {
+  if (m_stage == Stage::Running || m_stage == Stage::AskedToStop) {
     allow(m_limits.exit);
   }
 }

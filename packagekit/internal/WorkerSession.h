@@ -94,7 +94,6 @@ class WorkerSession {
   void handleTestBegin(Frame& frame);
   void handleTestEnd(Frame& frame);
   void handlePassEnd();
-  bool hasToldAll() const { return m_end.isComplete && !m_end.current; }
   void flushOutgoing();
   void breakProtocol(const std::string& what);
   void drain();

@@ -156,6 +156,18 @@ class SupervisedWorker : public ::testing::Test {
     return WorkerSession(setup, limits, control, observer).run(process);
   }
 
+  // A worker that says what is given, and ends as if all was well.
+  SessionEnd runOneThatSays(const std::string& frames, SessionObserver& observer) {
+    setup.testIds = {1};
+    limits.tests = {60};
+    std::ofstream(place.file("frames"), std::ios::binary) << frames;
+    const std::string script = place.file("talker");
+    std::ofstream(script) << "#!/bin/sh\ncat " << place.file("frames") << " >&3\n";
+    chmod(script.c_str(), 0755);
+    WorkerProcess process(script, "", 0);
+    return WorkerSession(setup, limits, control, observer).run(process);
+  }
+
   static std::vector<int> numbersOfSignals() {
     std::vector<int> numbers;
     for (const SentSignal& sent : sentSignals) {
@@ -262,6 +274,18 @@ TEST_F(SupervisedWorker, that_was_asked_to_stop_and_has_told_all_has_the_time_of
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
   EXPECT_TRUE(end.isComplete);
   EXPECT_EQ(numbersOfSignals(), (std::vector<int>{SIGTERM, SIGKILL, SIGKILL}));
+}
+
+TEST_F(SupervisedWorker, cannot_end_its_pass_before_its_test) {
+  SilentObserver observer;
+  const std::string ready = FrameWriter(FrameType::Ready).number(1).bytes();
+  const std::string begin = FrameWriter(FrameType::TestBegin).number(0).bytes();
+  const std::string passEnd = FrameWriter(FrameType::PassEnd).bytes();
+  for (const std::string& frames : {ready + passEnd, ready + begin + passEnd}) {
+    const SessionEnd end = runOneThatSays(frames, observer);
+    EXPECT_EQ(end.protocolError, "the end of a pass that is not due");
+    EXPECT_FALSE(end.isComplete);
+  }
 }
 
 TEST_F(UnkillableWorker, is_given_up_after_the_last_grace) {
