@@ -217,10 +217,10 @@ TEST_F(SupervisedWorker, is_stopped_and_continued_by_the_client) {
   WorkerProcess::sendSignal = &recordSignal;
   setup.testIds = {1};
   limits.tests = {60};
-  limits.start = 0.5;  // does not run while the worker is stopped
+  limits.start = 3;  // does not run while the worker is stopped
   control.suspend();
   std::thread client([this] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    std::this_thread::sleep_for(std::chrono::milliseconds(3500));
     control.resume();
   });
   SilentObserver observer;
