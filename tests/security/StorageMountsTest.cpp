@@ -23,7 +23,9 @@ TEST(StorageMounts, of_memory_that_bear_the_name_of_a_disk_are_not_believed) {
   if (unshare(CLONE_NEWNS) != 0) {
     GTEST_SKIP() << "needs CAP_SYS_ADMIN: " << std::strerror(errno);
   }
-  ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+  // A root that was changed to need not be a mount: then others see this one too until it goes.
+  ASSERT_TRUE(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 || errno == EINVAL)
+      << std::strerror(errno);
   const TestSupport::TemporaryDirectory memory;
   const Disk& disk = disks.front();
   ASSERT_EQ(mount(disk.path.c_str(), memory.path().c_str(), "tmpfs", 0, "size=64m"), 0);
