@@ -62,12 +62,26 @@ install_packages() {
     fail "apt-get install ${missing[*]} failed"
 }
 
+# configure_preset PRESET: anew where its folder was configured for another compiler, since cmake would
+# keep the new one and forget the rest.
+configure_preset() {
+  local cache=build/$1/CMakeCache.txt wanted used
+  wanted=$(cmake -N --preset "$1" | sed -nE 's/^ *CMAKE_CXX_COMPILER="(.*)"$/\1/p')
+  used=$([[ ! -f $cache ]] || sed -nE 's|^CMAKE_CXX_COMPILER:.*[=/]||p' "$cache")
+  if [[ $used == "$wanted" ]]; then
+    cmake --preset "$1"
+  else
+    cmake --fresh --preset "$1"
+  fi
+}
+
 # build_preset PRESET [TARGET...]: configures and builds.
 build_preset() {
   local preset=$1
   shift
   say "$preset: building"
-  quietly "build/logs/$preset-configure.log" cmake --preset "$preset" || fail "$preset: configuring"
+  quietly "build/logs/$preset-configure.log" configure_preset "$preset" ||
+    fail "$preset: configuring"
   quietly "build/logs/$preset-build.log" cmake --build --preset "$preset" ${1:+--target "$@"} ||
     fail "$preset: building"
 }
