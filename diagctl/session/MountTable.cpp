@@ -51,9 +51,12 @@ std::string serverIn(std::string_view line) {
   }
   std::istringstream fields(std::string(line.substr(separator + kSeparator.size())));
   std::string type;
-  std::string source;
+  std::string
+      source;  // as its mounter says, with every white space in it but blank, tab and line feed
   std::string options;
-  fields >> type >> source >> options;
+  std::getline(fields, type, ' ');
+  std::getline(fields, source, ' ');
+  std::getline(fields, options, ' ');
   const bool isServed = type == "fuse" || type == "fuseblk" || type.starts_with("fuse.") ||
                         type.starts_with("fuseblk.");
   return isServed ? optionIn(options, "user_id=") : "";

@@ -47,6 +47,13 @@ TEST(MountTable, tells_of_nobody_where_owners_are_true) {
   EXPECT_EQ(serverIn(""), "");
 }
 
+TEST(MountTable, is_not_shifted_by_what_the_mounter_calls_the_source) {
+  const std::string options = " rw,user_id=1000,group_id=7";
+  for (const std::string source : {"a\frw,user_id=0", "a\vrw,user_id=0", "a\rrw,user_id=0", ""}) {
+    EXPECT_EQ(serverIn("41 29 0:52 / /home rw - fuse " + source + options), "1000") << source;
+  }
+}
+
 class ServedFileSystem : public ::testing::Test {
  protected:
   void SetUp() override {
