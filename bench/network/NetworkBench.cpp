@@ -33,7 +33,7 @@ void loopbackStream(benchmark::State& state) {
   const StreamOptions options{.bytes = std::uint64_t{8} << 30,
                               .seed = 1,
                               .connections = connections,
-                              .stall = std::chrono::seconds(10)};
+                              .pace = {.stall = std::chrono::seconds(10)}};
   SilentJournal journal;
   for (auto _ : state) {
     const StreamFigures figures = verifyStreams([](unsigned int) { return connectOverLoopback(); },
