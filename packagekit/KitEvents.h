@@ -31,7 +31,7 @@ enum KitEvent : unsigned int {
   TAKEN_AWAY = 9017,                ///< what was taken from the test, last lines
 
   // WARNING_EVENT
-  TEST_NOT_SUPPORTED = 9040,  ///< reason. The result is UNUSUAL_STATUS
+  TEST_NOT_SUPPORTED = 9040,  ///< reason, " (detail)" or nothing. The result is UNUSUAL_STATUS
   EVENTS_DROPPED = 9041,      ///< how many events the test raised beyond what is kept
   TEST_ABORTED = 9042,        ///< the client ended the test: no verdict
   SETTING_REPLACED = 9043,    ///< key, value, what holds instead: the value is no such time

@@ -60,8 +60,7 @@ TestEntry& TestEntry::reads(SettingList settings) {
 
 Support TestEntry::supports(const Device& device, const Environment& environment) const {
   if (!m_modes.empty() && !m_modes.contains(environment.diagnosticMode)) {
-    return Support::no(std::string("not offered in diagnostic mode ") +
-                       nameOf(environment.diagnosticMode));
+    return Support::no(Contract::kNotOffered, nameOf(environment.diagnosticMode));
   }
   if (m_predicate) {
     Support answer = m_predicate(device, environment);

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "packagekit/contract/Texts.h"
+
 namespace TarvexDiags::PackageKit {
 
 /// @brief What a test has to say about the device, or that it cannot say anything.
@@ -33,7 +35,7 @@ class Verdict {
   friend Verdict passed();
   friend Verdict failed(unsigned int code, std::vector<std::string> parameters);
   friend Verdict unusual(unsigned int code, std::vector<std::string> parameters);
-  friend Verdict notSupported(std::string reason);
+  friend Verdict notSupported(std::string reason, const std::string& detail);
 
   Kind m_kind;
   unsigned int m_code;
@@ -60,8 +62,11 @@ inline Verdict unusual(unsigned int code, std::vector<std::string> parameters = 
 ///
 /// For what is known before the run, a predicate of the test (TestEntry::supportedWhen) is better:
 /// it keeps the test off the device from the start.
-inline Verdict notSupported(std::string reason) {
-  return {Verdict::Kind::NotSupported, 0, {std::move(reason)}};
+///
+/// @param reason a few words, or a token of the package's texts
+/// @param detail what no language has a word for, such as a path or a message of the system
+inline Verdict notSupported(std::string reason, const std::string& detail = {}) {
+  return {Verdict::Kind::NotSupported, 0, {std::move(reason), Contract::inBrackets(detail)}};
 }
 
 }  // namespace TarvexDiags::PackageKit

@@ -69,7 +69,6 @@ Runner::~Runner() = default;
 const RunRecord& Runner::run(const RunStarted& start) {
   m_events.open(m_session.controller(), m_session.wakeups());
   m_results.open(m_session.controller(), m_session.wakeups());
-  m_session.keepTexts();
   tell(start);
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});

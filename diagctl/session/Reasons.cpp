@@ -3,15 +3,18 @@
 #include <map>
 #include <tuple>
 
+#include "packagekit/contract/Texts.h"
+
 namespace TarvexDiags::FrontEnd {
 
 namespace Contract = PackageKit::Contract;
 
-void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& lines) {
+void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& lines,
+                const Texts& texts) {
   // By package, test and tag; the last line counts, as an enumeration may be repeated.
-  std::map<std::tuple<std::string, int, std::string>, std::string> reasons;
+  std::map<std::tuple<std::string, int, std::string>, const Contract::SupportLine*> reasons;
   for (const Contract::SupportLine& line : lines) {
-    reasons[{line.package, line.testId, line.resourceTag}] = line.reason;
+    reasons[{line.package, line.testId, line.resourceTag}] = &line;
   }
   for (PackageItem& package : catalogue.packages) {
     for (const DeviceItem& device : package.devices) {
@@ -19,7 +22,9 @@ void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& 
         const auto reason =
             reasons.find({package.baseName, test.id, Contract::toSupportField(device.tag)});
         if (reason != reasons.end()) {
-          package.reasons[{device.id, test.id}] = reason->second;
+          package.reasons[{device.id, test.id}] =
+              texts.reason(package.index, reason->second->reason) +
+              Contract::inBrackets(reason->second->detail);
         }
       }
     }

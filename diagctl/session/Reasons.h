@@ -3,12 +3,15 @@
 #include <vector>
 
 #include "diagctl/session/Catalogue.h"
+#include "diagctl/session/Texts.h"
 #include "packagekit/contract/SupportLines.h"
 
 namespace TarvexDiags::FrontEnd {
 
 /// Fills in why tests are not supported, as far as packages said so while they were enumerated: the
 /// controller knows a yes or no alone.
-void addReasons(Catalogue& catalogue, const std::vector<PackageKit::Contract::SupportLine>& lines);
+/// @param texts must have kept those of the packages.
+void addReasons(Catalogue& catalogue, const std::vector<PackageKit::Contract::SupportLine>& lines,
+                const Texts& texts);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -44,7 +44,8 @@ Session::Session(const std::string& controlFile, const std::string& language,
     enumerate();
     apply(settings);
     m_catalogue = readCatalogue(m_controller, language);
-    addReasons(m_catalogue, reasons.lines());
+    keepTexts();
+    addReasons(m_catalogue, reasons.lines(), m_texts);
   } catch (...) {
     m_controller.shutDown();
     throw;

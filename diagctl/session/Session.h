@@ -33,8 +33,6 @@ class Session {
   DiagCtrl::DiagnosticController& controller() { return m_controller; }
   const Catalogue& catalogue() const { return m_catalogue; }
   const Texts& texts() const { return m_texts; }
-  /// Keeps the texts of all packages, so that they can be told whatever becomes of their directory.
-  void keepTexts();
   /// Packages that are in the directory but not in the catalogue, with the reason.
   const std::vector<std::string>& warnings() const { return m_warnings; }
   /// Wakes at each message of the controller.
@@ -49,6 +47,8 @@ class Session {
   void apply(const SessionSettings& settings);
   void enumerateAgain();
   void collectWarnings();
+  /// Keeps the texts of all packages, so that they can be told whatever becomes of their directory.
+  void keepTexts();
 
   DiagCtrl::DiagnosticController& m_controller;
   std::string m_controlFile;

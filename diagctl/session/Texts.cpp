@@ -67,6 +67,15 @@ std::optional<std::string> Texts::action(int packageIndex,
              : std::nullopt;
 }
 
+std::string Texts::reason(int packageIndex, const std::string& wordsOrToken) const {
+  for (const std::string& language : {m_language, std::string(Contract::kFallbackLanguage)}) {
+    if (auto kept = m_archive.message(packageIndex, language, wordsOrToken, {})) {
+      return std::move(*kept);
+    }
+  }
+  return wordsOrToken;
+}
+
 std::optional<std::string> Texts::deviceStatus(int packageIndex, unsigned int status) const {
   char* text = nullptr;
   const auto code = m_controller.getDeviceStatusToken(packageIndex, status, text);

@@ -23,6 +23,9 @@ class Texts {
   std::optional<std::string> message(int packageIndex, const Diag::DiagnosticEvent& event) const;
   /// What to do about an event: the text beside that of its token.
   std::optional<std::string> action(int packageIndex, const Diag::DiagnosticEvent& event) const;
+  /// What a package gives as a reason, which may be words of its own or a token of its texts. Only
+  /// of packages whose texts are kept: to the controller, words that are no token are an error.
+  std::string reason(int packageIndex, const std::string& wordsOrToken) const;
   /// Keeps the texts of a package's events for when its files are gone.
   /// @param directory of the packages.
   void keep(int packageIndex, const std::string& directory, const std::string& baseName);

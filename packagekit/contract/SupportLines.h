@@ -28,7 +28,8 @@ struct SupportLine {
   std::string package;  ///< base name
   int testId = 0;
   std::string resourceTag;
-  std::string reason;
+  std::string reason;  ///< words, or a token of the package's texts
+  std::string detail;  ///< in no language; often empty
 };
 
 /// @brief A text as a field of a line: control characters become blanks.
@@ -39,15 +40,16 @@ inline std::string toSupportField(std::string text) {
   return text;
 }
 
-/// @brief Package, test, tag and reason, between tabs; ends in a line feed.
+/// @brief Package, test, tag, reason and detail, between tabs; ends in a line feed.
 inline std::string toText(const SupportLine& line) {
   return toSupportField(line.package) + '\t' + std::to_string(line.testId) + '\t' +
-         toSupportField(line.resourceTag) + '\t' + toSupportField(line.reason) + '\n';
+         toSupportField(line.resourceTag) + '\t' + toSupportField(line.reason) + '\t' +
+         toSupportField(line.detail) + '\n';
 }
 
 /// @brief Reads what toText wrote, without the line feed; nothing for any other text.
 inline std::optional<SupportLine> toSupportLine(std::string_view text) {
-  std::array<std::string_view, 4> fields;
+  std::array<std::string_view, 5> fields;
   for (std::size_t field = 0; field < fields.size(); ++field) {
     const std::size_t tab = text.find('\t');
     const bool isLast = field + 1 == fields.size();
@@ -63,8 +65,8 @@ inline std::optional<SupportLine> toSupportLine(std::string_view text) {
   if (result.ec != std::errc() || result.ptr != number.data() + number.size()) {
     return std::nullopt;
   }
-  return SupportLine{std::string(fields[0]), testId, std::string(fields[2]),
-                     std::string(fields[3])};
+  return SupportLine{std::string(fields[0]), testId, std::string(fields[2]), std::string(fields[3]),
+                     std::string(fields[4])};
 }
 
 /// @brief The environment variable by which packages find the inbox: "DESCRIPTOR:DEVICE:INODE".

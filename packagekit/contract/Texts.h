@@ -16,4 +16,16 @@ inline std::string toActionToken(const std::string& token) {
   return token + "_ACTION";
 }
 
+/// @brief The kit's own reasons why a test is not possible: tokens of its texts.
+inline constexpr const char* kNoReason = "KIT_NO_REASON";
+inline constexpr const char* kNoSuchTest = "KIT_NO_SUCH_TEST";
+inline constexpr const char* kNotOffered = "KIT_NOT_OFFERED";  ///< detail: the diagnostic mode
+inline constexpr std::array<const char*, 3> kReasons = {kNoReason, kNoSuchTest, kNotOffered};
+
+/// @brief A detail that no language has a word for, as it stands behind its reason: " (/dev/sda)".
+/// Nothing for no detail.
+inline std::string inBrackets(const std::string& detail) {
+  return detail.empty() ? std::string() : " (" + detail + ")";
+}
+
 }  // namespace TarvexDiags::PackageKit::Contract

@@ -287,7 +287,7 @@ void KitDiagnostics::progressed(unsigned int percentOfPass) {
 }
 
 bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int testId) {
-  Support answer = Support::no("the package has no such test");
+  Support answer = Support::no(Contract::kNoSuchTest);
   const Device description = describe(device);
   const auto failure = failureOf([&] {
     if (const TestEntry* const entry = m_package.find(testId)) {
@@ -300,9 +300,10 @@ bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int te
   if (!answer) {
     failureOf([&] {
       m_module.log("test " + std::to_string(testId) + " is not supported on " +
-                   description.resourceTag + ": " + answer.reason());
+                   description.resourceTag + ": " + answer.reason() +
+                   Contract::inBrackets(answer.detail()));
       Contract::sendSupportLine(
-          {m_module.baseName(), testId, description.resourceTag, answer.reason()});
+          {m_module.baseName(), testId, description.resourceTag, answer.reason(), answer.detail()});
     });
   }
   return static_cast<bool>(answer);

@@ -66,7 +66,7 @@ bool mayBeTold(const TestReport& report) {
     case TestEnding::Failed:
       return !Contract::isKitCode(report.code);
     case TestEnding::NotSupported:
-      return report.code == TEST_NOT_SUPPORTED && report.parameters.size() == 1;
+      return report.code == TEST_NOT_SUPPORTED && report.parameters.size() == 2;
     case TestEnding::Trouble:
       break;
   }

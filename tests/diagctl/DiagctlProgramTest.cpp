@@ -578,6 +578,14 @@ TEST_F(Diagctl, list_tells_the_reasons_that_packages_give) {
   EXPECT_THAT(run({"list", "tests"}).out, HasSubstr("not supported: unit 1 is excused: Unit 1\n"));
 }
 
+TEST_F(Diagctl, list_tells_reasons_that_are_tokens_in_the_language_of_the_reader) {
+  place.useMisbehavingPackage();
+  EXPECT_THAT(run({"list", "tests", "--lang", "en"}).out,
+              HasSubstr("not supported: not offered in this diagnostic mode (CUSTOMER): Unit 0"));
+  EXPECT_THAT(run({"list", "tests", "--lang", "de"}).out,
+              HasSubstr(": in diesem Diagnosemodus nicht angeboten (CUSTOMER): Unit 0"));
+}
+
 TEST_F(Diagctl, list_tells_reasons_when_no_log_can_be_written) {
   place.useMisbehavingPackage();
   place.replaceIn(place.controlFile(), "LogDirPath=" + place.path("logs"),

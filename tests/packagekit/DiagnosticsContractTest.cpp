@@ -231,6 +231,7 @@ TEST_F(DiagnosticsContract, a_reason_reaches_a_client_that_wants_it) {
   EXPECT_EQ(lines[0].testId, 20);
   EXPECT_EQ(lines[0].resourceTag, "selftest/unit1");
   EXPECT_EQ(lines[0].reason, "unit 1 is excused");
+  EXPECT_EQ(lines[0].detail, "");
 }
 
 TEST_F(DiagnosticsContract, a_test_that_writes_needs_an_open_mode_for_it) {

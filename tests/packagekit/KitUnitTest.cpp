@@ -92,7 +92,7 @@ TEST(TestEntry, is_offered_in_its_modes_only) {
   const TestEntry& entry = package.test(1, [](TestContext&) { return passed(); })
                                .onlyIn({DiagnosticMode::FACTORY, DiagnosticMode::BRINGUP});
   Environment environment = customerEnvironment();
-  EXPECT_THAT(entry.supports({}, environment).reason(), HasSubstr("CUSTOMER"));
+  EXPECT_THAT(entry.supports({}, environment).detail(), HasSubstr("CUSTOMER"));
   environment.diagnosticMode = DiagnosticMode::FACTORY;
   EXPECT_TRUE(entry.supports({}, environment));
 }
@@ -113,7 +113,7 @@ TEST(TestEntry, asks_its_predicate_and_then_its_class) {
   const Environment environment = customerEnvironment();
   Device device;
   device.name = "a";
-  EXPECT_EQ(entry.supports(device, environment).reason(), "no reason given");
+  EXPECT_EQ(entry.supports(device, environment).reason(), Contract::kNoReason);
   device.name = "b";
   EXPECT_EQ(entry.supports(device, environment).reason(), "not b");
   device.name = "c";

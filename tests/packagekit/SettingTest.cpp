@@ -172,7 +172,7 @@ TEST(TestTableTest, row_says_all_that_there_is_to_say_of_a_test) {
   EXPECT_FALSE(plain.isWriting());
   const TestEntry& full = *package.find(4);
   EXPECT_EQ(full.supports({}, factory).reason(), "no disk");
-  EXPECT_THAT(full.supports({}, customer).reason(), HasSubstr("CUSTOMER"));
+  EXPECT_THAT(full.supports({}, customer).detail(), HasSubstr("CUSTOMER"));
   EXPECT_EQ(full.estimateFor({}, factory), 17);
   EXPECT_TRUE(full.isWriting());
   EXPECT_THAT(full.settings(), SizeIs(1));

@@ -35,6 +35,7 @@ TEST_P(KitTexts, tell_every_token_and_what_to_do_about_it) {
   for (const std::string& token : tokens()) {
     expected.insert({token, toActionToken(token)});
   }
+  expected.insert(kReasons.begin(), kReasons.end());
   std::set<std::string> found;
   const std::string head = "[" + language + "] ";
   for (const std::string& entry : entriesOf("packagekit/data/" + language + "/kit.cfg")) {

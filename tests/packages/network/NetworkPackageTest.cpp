@@ -160,7 +160,7 @@ TEST_F(NetworkPackagePair, is_not_offered_to_customers) {
     EXPECT_THAT(
         driver.logText(),
         HasSubstr("test " + std::to_string(test) +
-                  " is not supported on host/left: not offered in diagnostic mode CUSTOMER"));
+                  " is not supported on host/left: KIT_NOT_OFFERED (CUSTOMER)"));
   }
 }
 
