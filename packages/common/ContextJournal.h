@@ -64,6 +64,15 @@ class ContextJournal : public RunJournal {
   unsigned int m_errors = 0;
 };
 
+/// @brief Tells beforehand that a test is not possible.
+inline PackageKit::Support unsupported(Reason reason, std::string detail = {}) {
+  return PackageKit::Support::no(reason.token, std::move(detail));
+}
+
+inline PackageKit::Support unsupported(const NotSupported& refusal) {
+  return unsupported(refusal.reason(), refusal.detail());
+}
+
 /// @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
 /// What the engine throws goes on to the kit, whose judgement lets faults stand that were found
 /// before.
@@ -74,7 +83,7 @@ inline PackageKit::Verdict judged(PackageKit::TestContext& context, const std::s
     engine(journal);
   } catch (const NotSupported& reason) {
     if (!journal.hasErrors()) {
-      return PackageKit::notSupported(reason.what());
+      return PackageKit::notSupported(reason.reason().token, reason.detail());
     }
     context.log(reason.what());
   }

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include "packages/common/Reason.h"
 
 namespace TarvexDiags::Common {
 
@@ -50,11 +51,5 @@ requires std::is_enum_v<Event>
 void report(RunJournal& journal, Event event, std::vector<std::string> parameters) {
   journal.report(static_cast<unsigned int>(event), std::move(parameters));
 }
-
-/// @brief The device or this process lacks what the test needs; the text says what. No fault.
-class NotSupported : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 }  // namespace TarvexDiags::Common

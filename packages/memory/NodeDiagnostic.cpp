@@ -13,6 +13,7 @@
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
 #include "packages/memory/ErrorCounters.h"
+#include "packages/memory/MemoryReasons.h"
 
 namespace TarvexDiags::Memory {
 
@@ -198,6 +199,16 @@ class ContextObserver : public Observer {
   std::atomic<bool> m_found{false};
 };
 
+void tellRemarks(const Workbench& bench, const std::string& device, RunJournal& journal) {
+  std::vector<Region::Remark> remarks = bench.region->remarks();
+  for (const int cpu : bench.team.refusedCpus()) {
+    remarks.push_back({Reasons::kThreadNotPinned, std::to_string(cpu)});
+  }
+  for (const auto& [what, detail] : remarks) {
+    journal.report(Remark, {device, what.token, PackageKit::Contract::inBrackets(detail)});
+  }
+}
+
 /// Too little memory is reported, and then leaves nothing to test.
 Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& journal,
                         Observer& observer) {
@@ -207,7 +218,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   const std::uint64_t held = kept != nullptr ? kept->region->bytes() : 0;
   const auto available = availableBytes(filesOf(context.device()), node);
   if (!available) {
-    throw Common::NotSupported("AVAILABLE_MEMORY_UNKNOWN");
+    throw Common::NotSupported(Reasons::kAvailableUnknown);
   }
   const std::uint64_t bytes = testedBytes(*available + held, limits) / kBlockBytes * kBlockBytes;
   if (bytes < kLeastMegabytes * kMebibyte) {
@@ -216,7 +227,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
         {context.device().name, megabytes(*available + held),
          megabytes(std::max(limits.marginBytes, *available / 100 * limits.marginPercent)) + " + " +
              std::to_string(kLeastMegabytes)});
-    throw Common::NotSupported("TOO_LITTLE_AVAILABLE");
+    throw Common::NotSupported(Reasons::kTooLittleAvailable);
   }
   // A little less than could be had now is no reason to map and populate anew.
   if (kept != nullptr && kept->isReady && kept->node == node.number && held <= bytes + bytes / 4 &&
@@ -226,7 +237,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   kept.reset();
   const std::vector<int> cpus = usableCpus(node);
   if (cpus.empty()) {
-    throw Common::NotSupported("NO_CPU_ALLOWED");
+    throw Common::NotSupported(Reasons::kNoCpuAllowed);
   }
   auto made = std::make_unique<Workbench>(cpus);
   made->node = node.number;
@@ -234,7 +245,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   made->region = Region::map(
       bytes, node.number, made->team, [&] { return context.stopRequested(); }, reason);
   if (made->region == nullptr) {
-    throw Common::NotSupported(reason);
+    throw Common::NotSupported(Reasons::kNotMapped, reason);
   }
   Region& region = *made->region;
   for (const PoisonedPage& page : region.poisonedPages().takeNew()) {
@@ -247,13 +258,7 @@ Workbench& workbenchFor(TestContext& context, const Node& node, RunJournal& jour
   journal.report(RegionReady, {context.device().name, megabytes(region.bytes()),
                                std::to_string(kept->team.size()), bestKernels().name,
                                megabytes(region.lockedBytes())});
-  for (const std::string& remark : region.remarks()) {
-    journal.report(Remark, {context.device().name, remark});
-  }
-  for (const int cpu : kept->team.refusedCpus()) {
-    journal.report(Remark, {context.device().name,
-                            "A thread could not be pinned to CPU " + std::to_string(cpu)});
-  }
+  tellRemarks(*kept, context.device().name, journal);
   return *kept;
 }
 
@@ -328,10 +333,10 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
 Support NodeDiagnostic::supports(const Device& device, const Environment&) const {
   const Node node = nodeOf(device);
   if (usableCpus(node).empty()) {
-    return Support::no("this process may run on no CPU of " + device.name);
+    return Common::unsupported(Reasons::kNoCpuAllowed);
   }
   if (!availableBytes(filesOf(device), node)) {
-    return Support::no("the kernel does not tell how much memory is available");
+    return Common::unsupported(Reasons::kAvailableUnknown);
   }
   return Support::yes();
 }

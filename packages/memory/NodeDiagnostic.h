@@ -14,7 +14,7 @@ namespace TarvexDiags::Memory {
 enum MemoryEvent : unsigned int {
   RegionReady = 1,          ///< device, MiB, threads, kernels, MiB locked
   MemoryVerified = 2,       ///< device, MiB verified, MB/s
-  Remark = 3,               ///< device, what could not be had as wished
+  Remark = 3,               ///< device, what could not be had as wished, " (detail)" or nothing
   CorrectedErrors = 101,    ///< device, controller or module, how many
   TooLittleMemory = 102,    ///< device, MiB available, MiB wanted at least
   MiscompareFound = 201,    ///< device, virtual and physical address, expected, found, differing

@@ -9,7 +9,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
+#include <system_error>
+
+#include "packages/memory/MemoryReasons.h"
 
 namespace TarvexDiags::Memory {
 
@@ -24,8 +26,8 @@ constexpr int kPolicyBind = 2;
 // Little enough to be locked in some milliseconds, and much enough to make few calls.
 constexpr std::size_t kLockedAtOnce = std::size_t{64} << 20;
 
-std::string failure(const std::string& what) {
-  return what + ": " + std::strerror(errno);
+std::string messageOfErrno() {
+  return std::generic_category().message(errno);
 }
 
 void touchPages(std::byte* data, std::size_t bytes) {
@@ -45,12 +47,12 @@ std::unique_ptr<Region> Region::map(std::size_t bytes, int node, Team& team,
   void* mapping =
       mmap(nullptr, mappedBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapping == MAP_FAILED) {
-    reason = failure("No memory to test could be mapped");
+    reason = messageOfErrno();
     return nullptr;
   }
   std::unique_ptr<Region> region(new Region(static_cast<std::byte*>(mapping), mappedBytes, bytes));
   if (madvise(region->m_data, bytes, MADV_HUGEPAGE) != 0) {
-    region->m_remarks.push_back(failure("Huge pages could not be asked for"));
+    region->m_remarks.push_back({Reasons::kNoHugePages, messageOfErrno()});
   }
   if (node >= 0) {
     region->bindTo(node);
@@ -88,7 +90,7 @@ void Region::bindTo(int node) {
   // The kernel reads one bit less than it is told.
   if (syscall(SYS_mbind, m_data, bytes(), kPolicyBind, mask.data(), mask.size() * bitsInWord + 1,
               0U) != 0) {
-    m_remarks.push_back(failure("The memory could not be bound to node " + std::to_string(node)));
+    m_remarks.push_back({Reasons::kNotBound, std::to_string(node) + ": " + messageOfErrno()});
   }
 }
 
@@ -121,7 +123,7 @@ void Region::lock(const std::function<bool()>& giveUp) {
     if (lockNext(size)) {
       continue;
     }
-    reason = reason.empty() ? failure("Not all of the memory could be locked") : reason;
+    reason = reason.empty() ? messageOfErrno() : reason;
     // A poisoned page refuses too; touched, it is replaced.
     const std::size_t poisoned = m_poisonedPages.pages().size();
     touchPages(m_data + m_lockedBytes, size);
@@ -130,8 +132,9 @@ void Region::lock(const std::function<bool()>& giveUp) {
     }
   }
   if (m_lockedBytes < bytes() && !reason.empty()) {
-    m_remarks.push_back(reason + "; locked are " + std::to_string(m_lockedBytes / 1024) +
-                        " KiB of " + std::to_string(bytes() / 1024) + " KiB");
+    m_remarks.push_back({Reasons::kNotAllLocked, std::to_string(m_lockedBytes / 1024) + " / " +
+                                                     std::to_string(bytes() / 1024) +
+                                                     " KiB: " + reason});
   }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "packages/common/Reason.h"
 #include "packages/memory/Pattern.h"
 #include "packages/memory/PoisonedPages.h"
 #include "packages/memory/Team.h"
@@ -28,7 +29,7 @@ class Region {
   /// @param node    the NUMA node that the memory must come from; -1 for any
   /// @param giveUp  asked all along, by several threads; true leaves the rest untouched, and the
   /// region is good for nothing
-  /// @return nothing, with `reason`, when the kernel gives no memory
+  /// @return nothing, with the system's message as `reason`, when the kernel gives no memory
   static std::unique_ptr<Region> map(std::size_t bytes, int node, Team& team,
                                      const std::function<bool()>& giveUp, std::string& reason);
   ~Region();
@@ -46,8 +47,12 @@ class Region {
 
   PoisonedPages& poisonedPages() { return m_poisonedPages; }
 
-  /// @brief What could not be had as wished, for the log: one sentence each.
-  const std::vector<std::string>& remarks() const { return m_remarks; }
+  /// @brief Something that could not be had as wished, with a detail in no language.
+  struct Remark {
+    Common::Reason what;
+    std::string detail;
+  };
+  const std::vector<Remark>& remarks() const { return m_remarks; }
 
  private:
   Region(std::byte* mapping, std::size_t mappedBytes, std::size_t bytes);
@@ -63,7 +68,7 @@ class Region {
   std::size_t m_blocks;
   std::size_t m_lockedBytes = 0;
   PoisonedPages m_poisonedPages;
-  std::vector<std::string> m_remarks;
+  std::vector<Remark> m_remarks;
 };
 
 }  // namespace TarvexDiags::Memory

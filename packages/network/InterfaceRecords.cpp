@@ -77,9 +77,8 @@ Fields readFields(const fs::path& file) {
 }
 
 [[noreturn]] void fail(const fs::path& file) {
-  throw NotSupported(
-      "the interface cannot be taken out of service, as no record of it can be kept: " +
-      file.string() + ": " + std::generic_category().message(errno));
+  throw NotSupported(Reasons::kNoRecord,
+                     file.string() + ": " + std::generic_category().message(errno));
 }
 
 void writeFile(const fs::path& file, const std::string& text) {

@@ -99,10 +99,10 @@ class EthtoolControl final : public LinkControl {
     Request request(sizeof(ethtool_link_settings) + 3 * 127 * sizeof(std::uint32_t));
     auto* settings = request.as<ethtool_link_settings>();
     settings->cmd = ETHTOOL_GLINKSETTINGS;
-    call(request, "link settings");
+    call(request, "ETHTOOL_GLINKSETTINGS");
     settings->link_mode_masks_nwords = static_cast<std::int8_t>(-settings->link_mode_masks_nwords);
     settings->cmd = ETHTOOL_GLINKSETTINGS;
-    call(request, "link settings");
+    call(request, "ETHTOOL_GLINKSETTINGS");
 
     LinkMode mode;
     if (settings->speed != 0 && settings->speed != static_cast<std::uint32_t>(SPEED_UNKNOWN)) {
@@ -123,21 +123,21 @@ class EthtoolControl final : public LinkControl {
     Request request(sizeof(ethtool_drvinfo));
     auto* info = request.as<ethtool_drvinfo>();
     info->cmd = ETHTOOL_GDRVINFO;
-    call(request, "driver information");
+    call(request, "ETHTOOL_GDRVINFO");
     return {info->driver, info->version, info->fw_version, info->bus_info, info->testinfo_len};
   }
 
   SelfTestResult selfTest(bool offline) override {
     const unsigned int parts = driver().selfTests;
     if (parts == 0) {
-      throw NotSupported("NO_SELF_TEST");
+      throw NotSupported(Reasons::kNoSelfTest);
     }
     Request request(sizeof(ethtool_test) + parts * sizeof(std::uint64_t));
     auto* test = request.as<ethtool_test>();
     test->cmd = ETHTOOL_TEST;
     test->flags = offline ? ETH_TEST_FL_OFFLINE : 0;
     test->len = parts;
-    call(request, "self-test");
+    call(request, "ETHTOOL_TEST");
 
     SelfTestResult result;
     result.failed = (test->flags & ETH_TEST_FL_FAILED) != 0;
@@ -156,7 +156,7 @@ class EthtoolControl final : public LinkControl {
     strings->cmd = ETHTOOL_GSTRINGS;
     strings->string_set = ETH_SS_TEST;
     strings->len = parts;
-    call(request, "names of the self-test's parts");
+    call(request, "ETHTOOL_GSTRINGS");
     std::vector<std::string> names;
     const char* text = request.after<char>(sizeof(ethtool_gstrings));
     for (unsigned int part = 0; part < parts; ++part, text += ETH_GSTRING_LEN) {
@@ -165,7 +165,8 @@ class EthtoolControl final : public LinkControl {
     return names;
   }
 
-  void call(Request& request, const char* what) {
+  /// @param command its name among the driver's interfaces
+  void call(Request& request, const char* command) {
     ifreq envelope{};
     m_interface.copy(envelope.ifr_name, IFNAMSIZ - 1);
     envelope.ifr_data = static_cast<char*>(request.data());
@@ -175,7 +176,8 @@ class EthtoolControl final : public LinkControl {
     if (errno == ENODEV) {
       throw std::system_error(errno, std::generic_category(), m_interface);
     }
-    throw NotSupported(m_interface + ": " + what + ": " + std::generic_category().message(errno));
+    throw NotSupported(Reasons::kDriverRefuses,
+                       std::string(command) + ": " + std::generic_category().message(errno));
   }
 
   std::string m_interface;

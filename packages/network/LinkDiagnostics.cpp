@@ -39,7 +39,7 @@ void tellDriver(const std::string& interface, LinkControl& control, RunJournal& 
 void judgeLink(const Link& link, LinkControl& control, const LinkLimits& limits,
                RunJournal& journal) {
   if (!link.up) {
-    throw NotSupported("INTERFACE_OFF");
+    throw NotSupported(Reasons::kInterfaceOff);
   }
   const LinkMode mode = modeOf(control);
   tellDriver(link.name, control, journal);

@@ -143,7 +143,7 @@ void requireSameLink(const Link& before, const Link& after) {
     throw std::system_error(ENODEV, std::generic_category(), before.name);
   }
   if (before.up && !after.up) {
-    throw NotSupported(after.name + " was switched off during the test");
+    throw NotSupported(Reasons::kSwitchedOff);
   }
 }
 

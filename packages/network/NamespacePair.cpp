@@ -95,15 +95,15 @@ bool carriesAddress(const std::string& interface) {
 Link unused(const std::string& interface) {
   Link link = readLink(interface);
   if (link.enslaved) {
-    throw NotSupported(interface + " is part of another interface");
+    throw NotSupported(Reasons::kPartOfAnother, interface);
   }
   if (carriesAddress(interface)) {
-    throw NotSupported(interface + " carries an address, so it is in use");
+    throw NotSupported(Reasons::kCarriesAddress, interface);
   }
   for (const Link& other : readLinks()) {
     // Of a virtual pair each is the other's lower one.
     if (other.lower == link.index && other.kind != "veth") {
-      throw NotSupported(interface + " carries " + other.name + ", so it is in use");
+      throw NotSupported(Reasons::kCarriesAnother, interface + ", " + other.name);
     }
   }
   return link;
@@ -120,8 +120,7 @@ void silenceIpv6(const std::string& interface) {
 NetworkNamespace::NetworkNamespace() {
   onOwnThread([this] {
     if (unshare(CLONE_NEWNET) != 0) {
-      throw NotSupported("a network namespace needs CAP_SYS_ADMIN: " +
-                         std::generic_category().message(errno));
+      throw NotSupported(Reasons::kNoNamespace, std::generic_category().message(errno));
     }
     m_descriptor = ownNamespace();
   });
@@ -143,7 +142,7 @@ NamespacePair::Place::Place(const std::string& interface, const char* address,
     NetlinkSocket().moveToNamespace(interface, m_namespace.descriptor());
   } catch (const std::system_error& error) {
     if (error.code().value() == EPERM) {
-      throw NotSupported(interface + " cannot be moved: needs CAP_NET_ADMIN");
+      throw NotSupported(Reasons::kCannotBeMoved, interface);
     }
     throw;
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packages/common/RunJournal.h"
+#include "packages/network/NetworkReasons.h"
 
 namespace TarvexDiags::Network {
 

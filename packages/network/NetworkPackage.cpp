@@ -123,38 +123,36 @@ bool isLoopback(const Device& device) {
 }
 
 Support isLoopbackInterface(const Device& device, const Environment&) {
-  return isLoopback(device) ? Support::yes()
-                            : Support::no("its own address is never reached over the interface");
+  return isLoopback(device) ? Support::yes() : unsupported(Reasons::kOwnAddressInside);
 }
 
 Support hasPartner(const Device& device, const Environment&) {
-  return isLoopback(device) ? Support::no("the loopback interface has no partner") : Support::yes();
+  return isLoopback(device) ? unsupported(Reasons::kLoopbackAlone) : Support::yes();
 }
 
 Support hasSelfTest(const Device& device, const Environment&) {
   try {
     if (makeLinkControl(device.property("name"))->driver().selfTests == 0) {
-      return Support::no("the driver has no self-test");
+      return unsupported(Reasons::kNoSelfTest);
     }
   } catch (const NotSupported& reason) {
-    return Support::no(reason.what());
+    return unsupported(reason);
   }
-  return mayAdministrateNetwork() ? Support::yes()
-                                  : Support::no("the driver's self-test needs CAP_NET_ADMIN");
+  return mayAdministrateNetwork() ? Support::yes() : unsupported(Reasons::kSelfTestNeedsRight);
 }
 
 Support isFirstOfPair(const Device& device, const Environment& environment) {
   const std::string first = pairSetting(environment.settings, kFirstInterface);
   const std::string second = pairSetting(environment.settings, kSecondInterface);
   if (first.empty() || second.empty()) {
-    return Support::no("the configuration names no two interfaces");
+    return unsupported(Reasons::kNoPairNamed);
   }
   if (device.property("name") != first) {
-    return Support::no("the pair is tested as a whole, at its first interface");
+    return unsupported(Reasons::kTestedAtFirst);
   }
   return mayAdministrateNetwork() && mayMakeNamespaces()
              ? Support::yes()
-             : Support::no("namespaces need CAP_NET_ADMIN and CAP_SYS_ADMIN");
+             : unsupported(Reasons::kNamespacesNeedRight);
 }
 
 // --- What the configuration file says

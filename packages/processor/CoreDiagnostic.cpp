@@ -11,6 +11,7 @@
 #include "packages/processor/CoreHold.h"
 #include "packages/processor/Cores.h"
 #include "packages/processor/HealthCounters.h"
+#include "packages/processor/ProcessorReasons.h"
 
 namespace TarvexDiags::Processor {
 
@@ -142,10 +143,10 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
     return tested(context);
   } catch (const CoreTakenAway& reason) {
     if (reason.core() == coreOf(context.device())) {
-      throw PackageKit::TakenAway("CORE_TAKEN_AWAY");
+      throw PackageKit::TakenAway(Reasons::kCoreTakenAway.token);
     }
     context.warning(PartnerLost, {context.device().name, std::to_string(reason.core())});
-    throw PackageKit::TakenAway("PARTNER_TAKEN_AWAY");
+    throw PackageKit::TakenAway(Reasons::kPartnerTakenAway.token);
   }
 }
 
@@ -184,16 +185,16 @@ PackageKit::Verdict CoreDiagnostic::tested(TestContext& context) const {
 Support CoreDiagnostic::supports(const Device& device, const Environment&) const {
   const int core = coreOf(device);
   if (!isAllowed(core)) {
-    return Support::no("this process may not run on core " + std::to_string(core));
+    return Common::unsupported(Reasons::kCoreForbidden);
   }
   if (availableChecks(m_test).empty()) {
-    return Support::no("the processor has none of the instructions");
+    return Common::unsupported(Reasons::kNoInstructions);
   }
   if (m_test.needs == Needs::Partner && partnerOf(device) < 0) {
-    return Support::no("there is no other core to work with");
+    return Common::unsupported(Reasons::kNoOtherCore);
   }
   if (m_test.needs == Needs::Counters && !HealthCounters::read(filesOf(device), core).present()) {
-    return Support::no("the kernel counts neither throttling nor machine checks of this core");
+    return Common::unsupported(Reasons::kNoCounters);
   }
   return Support::yes();
 }

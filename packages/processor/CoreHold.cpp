@@ -3,13 +3,13 @@
 #include <sched.h>
 
 #include "packages/common/CpuList.h"
-#include "packages/common/RunJournal.h"
+#include "packages/processor/ProcessorReasons.h"
 
 namespace TarvexDiags::Processor {
 
 CoreHold::CoreHold(int core) : m_core(core), m_before(Common::allowedCpus()) {
   if (!Common::pinThisThread(core)) {
-    throw Common::NotSupported("CORE_FORBIDDEN");
+    throw Common::NotSupported(Reasons::kCoreForbidden);
   }
 }
 

@@ -211,7 +211,7 @@ class AtaReader final : public HealthReader {
     const auto thresholds = reader.read(kReadThresholds, ataThresholdsFrom);
     const AtaStatistics statistics = statisticsOf(reader, generalLogs(reader, identity));
     if (!exceeded && !data && health.unusableAnswers.empty()) {
-      throw NotSupported(m_disk + ": the disk refuses to tell its S.M.A.R.T. data");
+      throw NotSupported(Reasons::kSmartRefused);
     }
     judgeThresholds(data.value_or(AtaSmartData()), thresholds.value_or(AtaThresholds()), health);
     takeFigures(data.value_or(AtaSmartData()), statistics, identity, health);
@@ -227,16 +227,16 @@ class AtaReader final : public HealthReader {
 
  private:
   AtaIdentity identityWithSmart() {
-    AtaIdentity identity = readAtaIdentity(*m_channel, m_disk);
+    AtaIdentity identity = readAtaIdentity(*m_channel);
     if (!identity.hasSmart) {
-      throw NotSupported(m_disk + ": the disk has no S.M.A.R.T.");
+      throw NotSupported(Reasons::kNoSmart);
     }
     if (!identity.smartIsOn) {
-      throw NotSupported(m_disk + ": S.M.A.R.T. is switched off");
+      throw NotSupported(Reasons::kSmartOff);
     }
     // To start its motor takes longer than an answer may, and is nothing that a question should do.
     if (identity.tellsPowerMode && AtaCommands(*m_channel).isInStandby()) {
-      throw NotSupported(m_disk + ": the disk is in standby");
+      throw NotSupported(Reasons::kInStandby);
     }
     return identity;
   }
@@ -284,14 +284,14 @@ class AtaReader final : public HealthReader {
 
 }  // namespace
 
-AtaIdentity readAtaIdentity(CommandChannel& channel, const std::string& disk) {
+AtaIdentity readAtaIdentity(CommandChannel& channel) {
   const auto record = AtaCommands(channel).read(kIdentify);
   if (!record) {
-    throw NotAta(disk + ": ATA commands are refused");
+    throw NotAta(Reasons::kAtaRefused);
   }
   const auto identity = ataIdentityFrom(*record);
   if (!identity) {
-    throw NotAta(disk + ": what answers is no ATA disk");
+    throw NotAta(Reasons::kNoAtaDisk);
   }
   return *identity;
 }

@@ -27,9 +27,9 @@ class NotAta : public NotSupported {
   using NotSupported::NotSupported;
 };
 
-/// @brief What the disk is by its own account. Throws NotAta when what answers is no ATA disk, and
-/// as the channel.
-AtaIdentity readAtaIdentity(CommandChannel& channel, const std::string& disk);
+/// @brief What the disk behind the channel is by its own account. Throws NotAta when what answers
+/// is no ATA disk, and as the channel.
+AtaIdentity readAtaIdentity(CommandChannel& channel);
 
 /// @brief Takes the names that the disk gives itself, as far as there are any.
 void describe(Disk& disk, const AtaIdentity& identity);

@@ -35,7 +35,7 @@ class SgChannel final : public CommandChannel {
       : m_name(disk.name),
         m_device(open(disk.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
     if (!m_device) {
-      refuse(m_name, "the disk cannot be asked", errno);
+      refuse(m_name, Reasons::kCannotBeAsked, errno);
     }
   }
 
@@ -54,7 +54,7 @@ class SgChannel final : public CommandChannel {
     call.mx_sb_len = kMostSense;
     call.timeout = static_cast<unsigned int>(std::chrono::milliseconds(kCommandPatience).count());
     if (ioctl(m_device.get(), SG_IO, &call) != 0) {
-      refuse(m_name, "the command is refused", errno);
+      refuse(m_name, Reasons::kCommandRefused, errno);
     }
     return answerOf(call, m_name);
   }
@@ -138,7 +138,7 @@ ScsiAnswer answerOf(const sg_io_hdr_t& ended, const std::string& disk) {
     throwVanished(disk, fmt::format("host status {}", ended.host_status));
   }
   if (ended.host_status != 0) {
-    throw NotSupported(fmt::format("{}: host status {}", disk, ended.host_status));
+    throw NotSupported(Reasons::kCommandRefused, fmt::format("host status {}", ended.host_status));
   }
   ScsiAnswer answer;
   answer.status = ended.status;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <system_error>
 
+#include "packages/storage/Figures.h"
 #include "packages/storage/StorageEvents.h"
 #include "packages/storage/TemporaryFile.h"
 #include "packages/storage/TransferQueue.h"
@@ -18,11 +19,18 @@ namespace {
 constexpr std::uint64_t kSmallestFile = std::uint64_t{16} << 20;
 constexpr std::uint64_t kUnit = std::uint64_t{1} << 20;
 
-/// @brief A place for the file, or what stands in its way.
+/// @brief A place for the file, or what stands in its way: a place may be full, or forbidden.
 struct Offer {
-  FilePlace place;
-  std::string obstacle;
+  FilePlace place = {};
+  std::string full = {};
+  std::string forbidden = {};
 };
+
+void append(std::string& list, const std::string& item) {
+  if (!item.empty()) {
+    list += (list.empty() ? "" : "; ") + item;
+  }
+}
 
 /// @brief The first of a file system's usual places that this user may write to; empty if none,
 /// with the last one's reason in errno.
@@ -42,9 +50,24 @@ std::string writableOn(const std::string& mount) {
   return {};
 }
 
+std::string freeIn(const std::string& directory, std::uint64_t bytes) {
+  return directory + ": " + sizeText(bytes);
+}
+
+/// @brief A place that is full comes first: it can be helped most easily.
+[[noreturn]] void throwNoPlace(const std::string& full, const std::string& forbidden) {
+  if (!full.empty()) {
+    throw NotSupported(Reasons::kTooLittleSpace, full);
+  }
+  if (!forbidden.empty()) {
+    throw NotSupported(Reasons::kNotWritable, forbidden);
+  }
+  throw NotSupported(Reasons::kNoFileSystem);
+}
+
 Offer offerOf(const Mount& mount, const std::string& disk) {
   if (mount.readOnly) {
-    return {{}, mount.directory + " is mounted read-only"};
+    return {.forbidden = mount.directory + ": " + messageOf(EROFS)};
   }
   errno = 0;
   const std::string directory = writableOn(mount.directory);
@@ -55,15 +78,13 @@ Offer offerOf(const Mount& mount, const std::string& disk) {
     if (saysVanished(error) || (isFolderOfFile && error == ENOENT)) {
       throwVanished(disk, mount.directory + ": " + messageOf(error));
     }
-    return {{}, mount.directory + " cannot be written to: " + messageOf(error)};
+    return {.forbidden = mount.directory + ": " + messageOf(error)};
   }
   const std::uint64_t share = *space / kShareOfFreeSpace;
   if (share < kUnit) {
-    return {{},
-            "too little free space in " + directory + ": " + std::to_string(*space) +
-                " bytes, of " + "which the file may take a tenth"};
+    return {.full = freeIn(directory, *space)};
   }
-  return {{directory, mount.device, share}, {}};
+  return {.place = {directory, mount.device, share}};
 }
 
 std::vector<Mount> candidates(const Disk& disk) {
@@ -78,25 +99,23 @@ std::vector<Mount> candidates(const Disk& disk) {
 
 FilePlace findFilePlace(const Disk& disk, std::uint64_t wanted) {
   FilePlace best;
-  std::string obstacles;
+  std::string full;
+  std::string forbidden;
   for (const Mount& mount : candidates(disk)) {
     const Offer offer = offerOf(mount, disk.name);
     if (offer.place.bytes > best.bytes) {
       best = offer.place;
     }
-    if (!offer.obstacle.empty()) {
-      obstacles += (obstacles.empty() ? "" : "; ") + offer.obstacle;
-    }
+    append(full, offer.full);
+    append(forbidden, offer.forbidden);
   }
   if (best.directory.empty()) {
-    throw NotSupported(obstacles.empty() ? "no file system on " + disk.name + " is mounted"
-                                         : obstacles);
+    throwNoPlace(full, forbidden);
   }
   const std::uint64_t most = best.bytes;
   best.bytes = std::min(most, wanted) / kUnit * kUnit;
   if (best.bytes < std::min(wanted, kSmallestFile)) {
-    throw NotSupported("too little free space in " + best.directory + ": the file may take " +
-                       std::to_string(most) + " bytes of it");
+    throw NotSupported(Reasons::kTooLittleSpace, freeIn(best.directory, most * kShareOfFreeSpace));
   }
   return best;
 }

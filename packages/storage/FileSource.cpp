@@ -189,7 +189,7 @@ std::unique_ptr<BlockSource> makeSource(OpenedFile file, const SourceOptions& op
     }
     return makeThreadSource(std::move(file), options);
   } catch (const std::bad_alloc&) {
-    throw NotSupported("NO_MEMORY_FOR_BUFFERS");
+    throw NotSupported(Reasons::kNoMemoryForBuffers);
   }
 }
 
@@ -199,7 +199,7 @@ void failToOpen(const std::string& path, int error) {
     case EACCES:
     case EPERM:
     case EBUSY:
-      throw NotSupported(path + " cannot be read: " + cause);
+      throw NotSupported(Reasons::kCannotBeRead, path + ": " + cause);
     case ENOMEM:
     case EMFILE:
     case ENFILE:

@@ -83,8 +83,8 @@ std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk);
 /// leaves others as they are. Throws as the reader.
 void describeByItself(Disk& disk);
 
-/// @brief Why the disk has no health to read; empty when it has. For discovery: opens nothing.
-std::string whyNoHealth(const Disk& disk);
+/// @brief Why the disk has no health to read; nothing when it has. For discovery: opens nothing.
+std::optional<Common::Reason> whyNoHealth(const Disk& disk);
 
 /// @brief From these on there is a warning.
 struct HealthLimits {

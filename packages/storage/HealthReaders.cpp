@@ -9,31 +9,31 @@
 
 namespace TarvexDiags::Storage {
 
-std::string whyNoHealth(const Disk& disk) {
+std::optional<Common::Reason> whyNoHealth(const Disk& disk) {
   switch (disk.attachment) {
     case Attachment::Nvme:
     case Attachment::Ata:
     case Attachment::Scsi:
       return {};
     case Attachment::MemoryCard:
-      return "memory cards keep no health log";
+      return Reasons::kCardWithoutHealth;
     case Attachment::VirtualDisk:
-      return "a virtual disk has no health of its own";
+      return Reasons::kVirtualWithoutHealth;
     case Attachment::File:
-      return "a file has no health of its own";
+      return Reasons::kFileWithoutHealth;
   }
   return {};
 }
 
 void describeByItself(Disk& disk) {
   if (disk.attachment == Attachment::Ata) {
-    describe(disk, readAtaIdentity(*openChannel(disk), disk.name));
+    describe(disk, readAtaIdentity(*openChannel(disk)));
   }
 }
 
 std::unique_ptr<HealthReader> makeHealthReader(const Disk& disk) {
-  if (const std::string reason = whyNoHealth(disk); !reason.empty()) {
-    throw NotSupported(disk.name + ": " + reason);
+  if (const auto reason = whyNoHealth(disk)) {
+    throw NotSupported(*reason);
   }
   if (disk.attachment == Attachment::Nvme) {
     return makeNvmeReader(disk);

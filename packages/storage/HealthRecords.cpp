@@ -108,7 +108,7 @@ ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sy
   const auto senseData = counter("ioerr_cnt");
   const auto timeOuts = counter("iotmo_cnt");
   if (!senseData && !timeOuts) {
-    throw NotSupported(name + ": the kernel keeps no error counters for it");
+    throw NotSupported(Reasons::kNoKernelCounters);
   }
   ErrorLog log;
   log.origin = "KERNEL_COUNTERS";

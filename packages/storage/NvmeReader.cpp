@@ -25,7 +25,7 @@ class NvmeReader final : public HealthReader {
         m_now(std::move(now)),
         m_sysfs(std::move(sysfs)) {
     if (!m_device) {
-      refuse(m_name, "the health log cannot be asked for", errno, m_sysfs);
+      refuse(m_name, Reasons::kCannotBeAsked, errno, {}, m_sysfs);
     }
   }
 
@@ -34,18 +34,18 @@ class NvmeReader final : public HealthReader {
   ErrorLog errorLog() override {
     constexpr unsigned int entries = 16;
     std::array<nvme_error_log_page, entries> pages{};
-    getLog(NVME_LOG_LID_ERROR, pages.data(), sizeof pages, "error log");
+    getLog(NVME_LOG_LID_ERROR, pages.data(), sizeof pages, "NVMe Get Log Page 01h");
     return errorLogFrom(pages);
   }
 
  private:
   nvme_smart_log smartLog() {
     nvme_smart_log log{};
-    getLog(NVME_LOG_LID_SMART, &log, sizeof log, "health log");
+    getLog(NVME_LOG_LID_SMART, &log, sizeof log, "NVMe Get Log Page 02h");
     return log;
   }
 
-  void getLog(nvme_cmd_get_log_lid log, void* data, std::size_t size, const char* what) {
+  void getLog(nvme_cmd_get_log_lid log, void* data, std::size_t size, const char* command) {
     // The kernel's own patience with a controller that does not answer is a minute.
     constexpr std::chrono::milliseconds kPatience = kCommandPatience;
     nvme_get_log_args arguments{};
@@ -62,20 +62,21 @@ class NvmeReader final : public HealthReader {
     const auto begin = m_now();
     const int result = nvme_get_log(&arguments);
     if (result < 0) {
-      fail(what, errno, m_now() - begin);
+      fail(command, errno, m_now() - begin);
     }
     if (result > 0) {
-      throw NotSupported(m_name + ": " + what + ": " + nvme_status_to_string(result, false));
+      throw NotSupported(Reasons::kCommandRefused,
+                         std::string(command) + ": " + nvme_status_to_string(result, false));
     }
   }
 
   /// @brief The driver takes a command back as if it had been interrupted, when its time is over,
   /// and just so when somebody resets the controller or pulls the disk out.
-  [[noreturn]] void fail(const char* what, int error, std::chrono::nanoseconds taken) const {
+  [[noreturn]] void fail(const char* command, int error, std::chrono::nanoseconds taken) const {
     if ((error == EINTR || error == ETIMEDOUT) && tookItsTime(taken) && isThere(m_name, m_sysfs)) {
       throw SilentCommand(kCommandPatience);
     }
-    refuse(m_name, what, error, m_sysfs);
+    refuse(m_name, Reasons::kCommandRefused, error, command, m_sysfs);
   }
 
   std::string m_name;

@@ -14,13 +14,14 @@ bool isThere(const std::string& disk, const std::filesystem::path& sysfs) {
   return !std::filesystem::exists(disks, error) || std::filesystem::exists(disks / disk, error);
 }
 
-void refuse(const std::string& disk, const std::string& what, int error,
+void refuse(const std::string& disk, Common::Reason reason, int error, const std::string& command,
             const std::filesystem::path& sysfs) {
-  const std::string cause = what + ": " + std::generic_category().message(error);
+  const std::string cause =
+      (command.empty() ? "" : command + ": ") + std::generic_category().message(error);
   if (saysVanished(error) || error == ENOENT || !isThere(disk, sysfs)) {
     throwVanished(disk, cause);
   }
-  throw NotSupported(disk + ": " + cause);
+  throw NotSupported(reason, cause);
 }
 
 }  // namespace TarvexDiags::Storage

@@ -108,7 +108,7 @@ class ScsiReader final : public HealthReader {
     const auto errors = uncorrectedErrors(pages);
     health.mediaErrors = errors.value_or(0);
     if (!exception && !errors && health.unusableAnswers.empty()) {
-      throw NotSupported(m_disk + ": the disk tells nothing about its health");
+      throw NotSupported(Reasons::kNoHealthTold);
     }
     if (const int celsius = pages.find(LogPage::Temperature, temperatureFrom).value_or(0);
         celsius != 0) {
@@ -128,8 +128,7 @@ class ScsiReader final : public HealthReader {
     try {
       const bool hasSelfTests = addSelfTest(*log);
       if (!isCounted && !hasSelfTests) {
-        throw NotSupported(m_disk +
-                           ": the disk keeps no log of errors, and the kernel none for it");
+        throw NotSupported(Reasons::kNoErrorLog);
       }
     } catch (const NotSupported&) {
       if (!isCounted) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packages/common/RunJournal.h"
+#include "packages/storage/StorageReasons.h"
 
 namespace TarvexDiags::Storage {
 

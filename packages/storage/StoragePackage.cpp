@@ -127,8 +127,8 @@ std::vector<Device> findDevices(const Environment& environment) {
 // --- What each test needs
 
 Support hasHealth(const Device& device, const Environment&) {
-  const std::string reason = whyNoHealth(diskOf(device));
-  return reason.empty() ? Support::yes() : Support::no(reason);
+  const auto reason = whyNoHealth(diskOf(device));
+  return reason ? unsupported(*reason) : Support::yes();
 }
 
 /// @brief No for what is not possible. Trouble, such as a disk that has left, is for the test to
@@ -137,7 +137,7 @@ Support supportOf(const std::function<void()>& attempt) {
   try {
     attempt();
   } catch (const NotSupported& reason) {
-    return Support::no(reason.what());
+    return unsupported(reason);
   } catch (const std::system_error&) {
   }
   return Support::yes();

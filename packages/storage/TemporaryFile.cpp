@@ -25,7 +25,7 @@ namespace {
 [[noreturn]] void fail(int error, const std::string& directory) {
   const std::string cause = std::generic_category().message(error);
   if (error == ENOSPC || error == EDQUOT || error == EROFS || error == EACCES) {
-    throw NotSupported("no temporary file in " + directory + ": " + cause);
+    throw NotSupported(Reasons::kNoTemporaryFile, directory + ": " + cause);
   }
   if (saysVanished(error)) {
     throwVanished(directory, cause);

@@ -174,7 +174,7 @@ Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer
 
 void requireSize(const BlockSource& source, std::uint64_t bytes) {
   if (source.size() < bytes) {
-    throw NotSupported("DISK_TOO_SMALL");
+    throw NotSupported(Reasons::kDiskTooSmall);
   }
 }
 

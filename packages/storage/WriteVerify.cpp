@@ -46,7 +46,7 @@ class WriteVerifyRun {
     m_figures.faultySectors = m_wrongSectors.tell();
     m_errors.tell();
     if (m_figures.bytes == 0 && !m_whyFull.empty()) {
-      throw NotSupported("nothing could be written to " + m_disk + ": " + m_whyFull);
+      throw NotSupported(Reasons::kNothingWritten, m_whyFull);
     }
     if (!m_whyFull.empty()) {
       report(m_journal, StorageEvent::NoSpace, {m_disk, m_whyFull});

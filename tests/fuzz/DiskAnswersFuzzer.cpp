@@ -127,7 +127,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Disk disk;
     disk.name = "sda";
     const auto channel = open();
-    describe(disk, readAtaIdentity(*channel, disk.name));
+    describe(disk, readAtaIdentity(*channel));
     identify(disk, 0, journal);
   });
   return 0;

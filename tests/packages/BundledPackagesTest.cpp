@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -57,6 +58,24 @@ std::set<int> testsOf(const std::string& name) {
   dlclose(handle);
   numbers.erase(0);  // what the package reads as a whole
   return numbers;
+}
+
+/// What the expression finds in the package's sources whose names end so: its first group, sorted.
+std::set<std::string> foundInSources(const std::string& name, const std::string& ending,
+                                     const std::regex& expression) {
+  std::set<std::string> found;
+  for (const auto& entry : fs::directory_iterator(TestSupport::sourcePath("packages/" + name))) {
+    if (!entry.path().string().ends_with(ending)) {
+      continue;
+    }
+    std::ifstream file(entry.path());
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
+         ++match) {
+      found.insert((*match)[1]);
+    }
+  }
+  return found;
 }
 
 /// Codes of the enumeration of events in the package's headers.
@@ -137,6 +156,51 @@ TEST(BundledPackages, have_the_same_words_in_every_language) {
     EXPECT_FALSE(keys.empty());
     for (const char* const language : Contract::kLanguages) {
       EXPECT_EQ(keysOf(textsOf(name, language)), keys) << name << ", " << language;
+    }
+  }
+}
+
+// The package that misbehaves speaks to nobody but tests.
+std::vector<std::string> packagesForPeople() {
+  std::vector<std::string> names = bundledPackages();
+  std::erase(names, "misbehaving");
+  return names;
+}
+
+TEST(BundledPackages, tell_every_reason_in_every_language) {
+  static const std::regex kReason("Reason k[A-Za-z]+\\{\"([^\"]*)\"\\}");
+  for (const std::string& name : packagesForPeople()) {
+    const std::set<std::string> reasons = foundInSources(name, "Reasons.h", kReason);
+    EXPECT_FALSE(reasons.empty()) << name << " has no header of its reasons";
+    for (const char* const language : Contract::kLanguages) {
+      const auto texts = textsOf(name, language);
+      for (const std::string& reason : reasons) {
+        const auto text = texts.find(reason);
+        EXPECT_TRUE(text != texts.end() && !text->second.empty())
+            << name << ", " << language << ": " << reason;
+      }
+    }
+  }
+}
+
+TEST(BundledPackages, give_no_reason_but_those_of_their_header) {
+  static const std::regex kReason(
+      "\\b((?:Support::no|unsupported|NotSupported|NotAta|notSupported|TakenAway)\\(\\s*\"[^\"]*\"|"
+      "Reason\\{\"[^\"]*\")");
+  for (const std::string& name : packagesForPeople()) {
+    EXPECT_THAT(foundInSources(name, ".cpp", kReason), IsEmpty()) << name;
+  }
+}
+
+// A token that is missing from the texts reaches the reader as it stands.
+TEST(BundledPackages, have_a_text_for_each_word_that_stands_in_for_a_parameter) {
+  static const std::regex kWord("\"([A-Z]+(?:_[A-Z]+)+)\"");
+  static const std::set<std::string> kNamesOfTheSystem = {
+      "ETHTOOL_GDRVINFO", "ETHTOOL_GLINKSETTINGS", "ETHTOOL_GSTRINGS", "ETHTOOL_TEST"};
+  for (const std::string& name : packagesForPeople()) {
+    const auto texts = textsOf(name, "en");
+    for (const std::string& word : foundInSources(name, ".cpp", kWord)) {
+      EXPECT_TRUE(texts.contains(word) || kNamesOfTheSystem.contains(word)) << name << ": " << word;
     }
   }
 }

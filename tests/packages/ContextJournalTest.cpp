@@ -29,7 +29,7 @@ TEST(ContextJournal, fault_stands_when_the_rest_is_not_possible) {
   RecordingContext context{{}};
   const Verdict verdict = judged(context, "sdz", [](RunJournal& journal) {
     journal.report(kSomeError, {});
-    throw NotSupported("no more of it");
+    throw NotSupported(Reason{"NO_MORE"});
   });
   EXPECT_EQ(verdict.kind(), Verdict::Kind::Failed);
 }
@@ -37,8 +37,9 @@ TEST(ContextJournal, fault_stands_when_the_rest_is_not_possible) {
 TEST(ContextJournal, nothing_but_the_impossible_is_not_possible) {
   RecordingContext context{{}};
   const Verdict verdict =
-      judged(context, "sdz", [](RunJournal&) { throw NotSupported("none of it"); });
+      judged(context, "sdz", [](RunJournal&) { throw NotSupported(Reason{"NONE"}, "/none"); });
   EXPECT_EQ(verdict.kind(), Verdict::Kind::NotSupported);
+  EXPECT_THAT(verdict.parameters(), testing::ElementsAre("NONE", " (/none)"));
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/ContextJournal.h"
+#include "packages/memory/MemoryReasons.h"
 #include "packages/memory/NodeDiagnostic.h"
 #include "tests/packages/memory/MemoryFixture.h"
 #include "tests/packages/memory/PoisonSignal.h"
@@ -138,7 +139,7 @@ TEST_F(MemoryPackageTest, nodes_have_tags_and_locks_of_their_own) {
   EXPECT_THAT(PackageKit::findTagClashes(tags), IsEmpty());
   EXPECT_TRUE(driver.supports("node0", 1));
   EXPECT_FALSE(driver.supports("node1", 1)) << "none of its CPUs may be used";
-  EXPECT_THAT(driver.logText(), HasSubstr("may run on no CPU of Memory of node 1"));
+  EXPECT_THAT(driver.logText(), HasSubstr("NO_CPU_ALLOWED"));
 }
 
 /// @brief Lets a memory controller count errors while the test waits.
@@ -377,7 +378,7 @@ TEST_F(MemoryCountersTest, fault_that_was_found_stands_whatever_comes_after_it) 
   const auto troubled = [&](unsigned int code) {
     return Common::judged(*context, "Memory", [code](Common::RunJournal& journal) {
       journal.report(code, {});
-      throw Common::NotSupported("the rest cannot be done");
+      throw Common::NotSupported(Reasons::kNotMapped);
     });
   };
   EXPECT_EQ(troubled(200).kind(), PackageKit::Verdict::Kind::Failed);

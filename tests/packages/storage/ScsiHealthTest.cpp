@@ -201,7 +201,9 @@ class Counters {
 
 TEST(ScsiErrorLogs, tell_what_the_kernel_counts_to_a_user_who_may_not_open_the_disk) {
   const Counters counters;
-  const auto forbidden = []() -> std::unique_ptr<CommandChannel> { throw NotSupported("sdb"); };
+  const auto forbidden = []() -> std::unique_ptr<CommandChannel> {
+    throw NotSupported(Reasons::kCannotBeAsked);
+  };
   EXPECT_EQ(makeScsiReader(forbidden, "sdb", counters.root())->errorLog().senseData, 3U);
   EXPECT_THROW(makeScsiReader(forbidden, "sdb", kNoCounters)->errorLog(), NotSupported);
   EXPECT_THROW(ScsiModel().reader()->errorLog(), NotSupported);
@@ -241,11 +243,11 @@ struct OnlyDescribedAsAta : BridgedModel {
   OnlyDescribedAsAta() { ata.knowsPassThrough = false; }
 };
 
-std::string whyNoHealthOf(BridgedModel& disk) {
+std::optional<Common::Reason> whyNoHealthOf(BridgedModel& disk) {
   try {
     disk.reader()->health();
   } catch (const NotSupported& reason) {
-    return reason.what();
+    return reason.reason();
   }
   ADD_FAILURE() << "the disk was read";
   return {};
@@ -263,7 +265,7 @@ TEST(BridgedHealth, is_read_by_scsi_only_where_the_disk_is_no_ata_disk) {
 
 TEST(BridgedHealth, that_is_not_to_be_had_either_way_has_the_reason_of_ata) {
   OnlyDescribedAsAta disk;
-  EXPECT_THAT(whyNoHealthOf(disk), HasSubstr("ATA commands are refused"));
+  EXPECT_EQ(whyNoHealthOf(disk), Reasons::kAtaRefused);
   EXPECT_TRUE(disk.asksForPages);
 }
 
@@ -273,7 +275,7 @@ TEST(BridgedHealth, of_a_disk_in_standby_is_asked_for_by_no_means) {
   disk.ata.identity.bit(82, 3);
   disk.ata.powerMode = 0;
   disk.scsi.warnsOf(0, 0).has(LogPage::SelfTests, selfTests(7));
-  EXPECT_THAT(whyNoHealthOf(disk), HasSubstr("standby"));
+  EXPECT_EQ(whyNoHealthOf(disk), Reasons::kInStandby);
   EXPECT_THROW(disk.reader()->errorLog(), NotSupported);
   EXPECT_EQ(disk.reader(counters.root())->errorLog().senseData, 3U);
   EXPECT_FALSE(disk.asksForPages);

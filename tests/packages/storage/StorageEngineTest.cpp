@@ -658,7 +658,8 @@ TEST(StorageCall, gives_its_result_or_what_it_throws) {
   RecordingJournal journal;
   const Waiter waiter{journal, kDisk};
   EXPECT_EQ(answered(waiter, std::chrono::seconds(60), [] { return std::string("here"); }), "here");
-  EXPECT_THROW(awaitCall(waiter, std::chrono::seconds(60), [] { throw NotSupported("not here"); }),
+  EXPECT_THROW(awaitCall(waiter, std::chrono::seconds(60),
+                         [] { throw NotSupported(Reasons::kCannotBeRead); }),
                NotSupported);
   EXPECT_THAT(journal.events(), IsEmpty());
 }
@@ -1127,7 +1128,8 @@ TEST_F(StorageWriteVerify, is_not_possible_where_nothing_can_be_written) {
     run();
     FAIL() << "verified nothing without a word";
   } catch (const NotSupported& reason) {
-    EXPECT_THAT(reason.what(), testing::HasSubstr("quota"));
+    EXPECT_EQ(reason.reason(), Reasons::kNothingWritten);
+    EXPECT_THAT(reason.detail(), testing::HasSubstr("quota"));
   }
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }

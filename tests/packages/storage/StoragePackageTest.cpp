@@ -117,7 +117,7 @@ TEST_F(StoragePackage, offers_no_health_tests_for_a_file_and_says_why) {
   EXPECT_FALSE(driver.supports("image", 2));
   EXPECT_FALSE(driver.supports("image", 3));
   EXPECT_TRUE(driver.supports("image", 4));
-  EXPECT_THAT(driver.logText(), HasSubstr("a file has no health of its own"));
+  EXPECT_THAT(driver.logText(), HasSubstr("FILE_WITHOUT_HEALTH"));
 }
 
 TEST_F(StoragePackage, tells_the_present_status_of_a_device) {
