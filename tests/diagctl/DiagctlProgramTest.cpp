@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -297,12 +298,13 @@ TEST_F(Diagctl, serial_runs_one_test_at_a_time_and_parallel_several) {
 
 TEST_F(Diagctl, the_time_of_a_test_ends_its_passes_and_cuts_none_short) {
   place.addPackage("MID", {{.name = "Middle", .milliseconds = 300}}, {{"One", "bus/one"}});
+  const auto begin = std::chrono::steady_clock::now();
   const Outcome outcome =
-      run({"run", "--time", "6s", "--passes", "1000", "--halt-on-error", "--format", "jsonl"});
+      run({"run", "--time", "3s", "--passes", "1000", "--halt-on-error", "--format", "jsonl"});
+  // How many passes that is depends on the machine; the time is told in whole seconds.
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
   EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
-  const auto passes = artifacts(parseLines(outcome.out), "diagnosis");
-  EXPECT_GE(passes.size(), 2U);
-  EXPECT_LE(passes.size(), 30U);
+  EXPECT_LE(artifacts(parseLines(outcome.out), "diagnosis").size(), 20U);
 }
 
 TEST_F(Diagctl, units_of_time_are_seconds_minutes_hours_and_days) {
@@ -357,10 +359,11 @@ TEST_F(Diagctl, under_stress_a_test_repeats_by_itself_until_its_passes_or_its_ti
   EXPECT_EQ(beginningsIn(outcome.out).size(), 4U);
   EXPECT_EQ(artifacts(parseLines(outcome.out), "diagnosis").size(), 4U);
   std::vector<std::string> timed = arguments;
-  timed.insert(timed.end(), {"--passes", "1000000", "--time", "8s"});
+  timed.insert(timed.end(), {"--passes", "1000000", "--time", "3s"});
+  const auto begin = std::chrono::steady_clock::now();
   const Outcome limited = run(timed);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
   EXPECT_EQ(limited.exitCode, kPassed) << limited.err;
-  EXPECT_GE(beginningsIn(limited.out).size(), 2U);
 }
 
 TEST_F(Diagctl, the_diagnostic_mode_decides_what_packages_offer) {
