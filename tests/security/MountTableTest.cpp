@@ -7,11 +7,11 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "diagctl/report/OpenedFile.h"
 #include "diagctl/session/MountTable.h"
 #include "diagctl/session/PathInspection.h"
+#include "tests/security/Findings.h"
 #include "tests/security/Mounts.h"
 #include "tests/security/People.h"
 #include "tests/security/ServedFiles.h"
@@ -24,12 +24,6 @@ using FrontEnd::serverIn;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 namespace fs = std::filesystem;
-
-std::vector<std::string> findingsOf(const std::string& path) {
-  FrontEnd::PathInspection inspection;
-  inspection.inspect(path);
-  return inspection.findings();
-}
 
 TEST(MountTable, tells_who_serves_a_file_system) {
   const std::string mount = "41 29 0:52 / /home/a\\040-\\040b rw,nosuid shared:9 - ";

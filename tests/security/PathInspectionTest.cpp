@@ -5,9 +5,8 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
-#include "diagctl/session/PathInspection.h"
+#include "tests/security/Findings.h"
 #include "tests/security/People.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -18,12 +17,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 namespace fs = std::filesystem;
-
-std::vector<std::string> findingsOf(const std::string& path) {
-  FrontEnd::PathInspection inspection;
-  inspection.inspect(path);
-  return inspection.findings();
-}
 
 /// Two directories, root's and a stranger's, in one of root's.
 class PathInspectionTest : public ::testing::Test {
