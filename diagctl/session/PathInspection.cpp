@@ -113,6 +113,11 @@ class PathInspection::Walk {
       tell(tr("{}: lies in a file system that a program of user {} serves", path, *stranger));
       return false;
     }
+    if (m_inspection.m_mounts.isOnMediumOfOthers(file)) {
+      tell(tr("{}: lies on a medium that can have been written elsewhere, mounted with nosuid",
+              path));
+      return false;
+    }
     return fstat(file.get(), &info) == 0 || fail(path, errno);
   }
 

@@ -15,11 +15,11 @@ namespace TarvexDiags::FrontEnd {
 /// each directory in which a name is looked up, each symbolic link, and what stands at the end. All
 /// of it must be root's, and nobody else may write to it; a directory on the way may be sticky
 /// instead, which keeps what root owns in it. A name that is not there yet is judged by the
-/// directory in which it could be made. Of a file system that a program of somebody else's serves
-/// nothing is believed. So a path without findings leads to the same file until
-/// root itself changes that, however much later and by whichever process it is opened: nothing has
-/// to be opened twice for it, and the dynamic loader, debuggers and packages see the names that
-/// they are used to.
+/// directory in which it could be made. Of a file system that a program of somebody else's serves,
+/// or that lies on a medium that others can have written, nothing is believed. So a path without
+/// findings leads to the same file until root itself changes that, however much later and by
+/// whichever process it is opened: nothing has to be opened twice for it, and the dynamic loader,
+/// debuggers and packages see the names that they are used to.
 class PathInspection {
  public:
   /// Follows a path, which need not exist. The empty path and relative ones begin at the working

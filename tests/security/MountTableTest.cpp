@@ -20,6 +20,7 @@
 namespace TarvexDiags::SecurityTest {
 namespace {
 
+using FrontEnd::deviceWithoutSetUidIn;
 using FrontEnd::serverIn;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -46,6 +47,17 @@ TEST(MountTable, is_not_shifted_by_what_the_mounter_calls_the_source) {
   for (const std::string source : {"a\frw,user_id=0", "a\vrw,user_id=0", "a\rrw,user_id=0", ""}) {
     EXPECT_EQ(serverIn("41 29 0:52 / /home rw - fuse " + source + options), "1000") << source;
   }
+}
+
+TEST(MountTable, tells_the_device_of_what_is_mounted_without_set_uid_programs) {
+  EXPECT_EQ(deviceWithoutSetUidIn("41 29 8:17 / /media/a rw,nosuid,nodev - ext4 /dev/sdb1 rw"),
+            "8:17");
+  EXPECT_EQ(deviceWithoutSetUidIn("41 29 0:52 / /media/a rw,nosuid shared:9 - btrfs /dev/sdb1 rw"),
+            "/dev/sdb1");
+  EXPECT_EQ(deviceWithoutSetUidIn("41 29 0:52 / /run rw,nosuid - tmpfs tmpfs rw"), "");
+  EXPECT_EQ(deviceWithoutSetUidIn("41 29 8:17 / /srv rw,nodev - ext4 /dev/sdb1 rw,nosuid"), "");
+  EXPECT_EQ(deviceWithoutSetUidIn("41 29 8:17 / /srv"), "");
+  EXPECT_EQ(deviceWithoutSetUidIn(""), "");
 }
 
 class ServedFileSystem : public ::testing::Test {
