@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagctl/terminal/Printer.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// How many columns of a terminal a printable text takes: two for the wide characters of East Asia,
+/// none for those that stand on the one before.
+std::size_t columnsOf(std::string_view text);
+
+/// How wide lines may be that go to standard output: the window's width, within bounds in which
+/// text can be read; a usual one where there is no window.
+std::size_t widthOfOutput();
+
+/// The words of a text in lines of at most so many columns; a longer word has a line of its own.
+std::vector<std::string> wrapped(std::string_view text, std::size_t width);
+
+/// Rows of cells that stand below one another, whatever script they are written in.
+class Table {
+ public:
+  /// @param heads of the columns; empty: no line of heads.
+  explicit Table(std::vector<std::string> heads) : m_heads(std::move(heads)) {}
+
+  /// A cell that begins with a digit and holds nothing but a number stands on the right.
+  void add(std::vector<std::string> cells);
+  bool isEmpty() const { return m_rows.empty(); }
+  /// Writes heads and rows; nothing but the heads stands above.
+  void write(Printer& out) const;
+
+ private:
+  std::vector<std::size_t> widths() const;
+
+  std::vector<std::string> m_heads;
+  std::vector<std::vector<std::string>> m_rows;
+};
+
+}  // namespace TarvexDiags::FrontEnd

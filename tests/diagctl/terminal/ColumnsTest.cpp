@@ -1,0 +1,51 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "diagctl/terminal/Columns.h"
+
+namespace TarvexDiags::FrontEnd {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST(Columns, are_counted_by_what_a_terminal_shows) {
+  EXPECT_EQ(columnsOf("Speicher"), 8U);
+  EXPECT_EQ(columnsOf("Prüfung"), 7U);
+  EXPECT_EQ(columnsOf("内存"), 4U);
+  EXPECT_EQ(columnsOf("メモリ"), 6U);
+  EXPECT_EQ(columnsOf("e\u0301"), 1U);
+  EXPECT_EQ(columnsOf(""), 0U);
+}
+
+TEST(Columns, bound_the_lines_of_a_text) {
+  EXPECT_THAT(wrapped("one two three", 7), ElementsAre("one two", "three"));
+  EXPECT_THAT(wrapped("incomprehensible word", 5), ElementsAre("incomprehensible", "word"));
+  EXPECT_THAT(wrapped("内存 内存", 8), ElementsAre("内存", "内存"));
+  EXPECT_THAT(wrapped("  ", 5), IsEmpty());
+}
+
+std::string textOf(const Table& table) {
+  std::ostringstream stream;
+  Printer printer(stream);
+  table.write(printer);
+  return stream.str();
+}
+
+TEST(Tables, stand_below_one_another_in_any_script) {
+  Table table({"NAME", "N"});
+  table.add({"Ger\u00e4t", "5"});
+  table.add({"内存", "12"});
+  EXPECT_EQ(textOf(table), "NAME   N\nGer\u00e4t   5\n内存   12\n");
+}
+
+TEST(Tables, let_no_cell_break_its_row) {
+  Table table({});
+  table.add({"a\nb\x1b[2J", "c"});
+  EXPECT_EQ(textOf(table), "a\\nb\\x1b[2J  c\n");
+}
+
+}  // namespace
+}  // namespace TarvexDiags::FrontEnd
