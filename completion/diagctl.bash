@@ -14,9 +14,8 @@ _diagctl_options() {
       ;;
     report) echo "--format -o --output --strict --fail-on-skip --vanished --exit-style" ;;
     selftest) echo "--packages" ;;
-    "") echo "--version" ;;
   esac
-  echo "-h --help -c --config --lang --allow-insecure"
+  echo "-h --help --version -c --config --lang --allow-insecure"
 }
 
 _diagctl_values() {
@@ -32,7 +31,7 @@ _diagctl_values() {
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show run estimate check explain report selftest" verb="" word values
+  local verbs="list show run estimate check explain report selftest help version" verb="" word values
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word
@@ -47,6 +46,8 @@ _diagctl() {
   elif [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$(_diagctl_options "$verb")" -- "$current")
   elif [[ -z $verb ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current")
+  elif [[ $verb == help ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current")
   elif [[ $verb == list ]]; then
     mapfile -t COMPREPLY < <(compgen -W "packages devices tests" -- "$current")

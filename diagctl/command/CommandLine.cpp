@@ -3,21 +3,27 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <deque>
 #include <functional>
 #include <limits>
-#include <map>
+#include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "diagctl/command/Arguments.h"
 #include "diagctl/command/CheckCommand.h"
 #include "diagctl/command/EstimateCommand.h"
+#include "diagctl/command/Help.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/command/OptionGroup.h"
 #include "diagctl/command/ReportCommand.h"
 #include "diagctl/command/RunCommand.h"
 #include "diagctl/command/SelfTest.h"
+#include "diagctl/command/UsageFault.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
@@ -48,115 +54,114 @@ Configuration configurationOf(const GlobalOptions& global) {
   return configuration;
 }
 
+const std::vector<std::string> kListings = {"packages", "devices", "tests"};
+
 struct ListOptions {
-  std::string what = "packages";
+  std::string what = kListings.front();
 };
 
 void addSelection(CLI::App& command, SelectionPatterns& patterns) {
-  command.add_option("-p,--package", patterns.packages,
-                     tr("Packages by name, mnemonic, number or wildcard"));
-  command.add_option("-d,--device", patterns.devices,
-                     tr("Devices by name, tag, number or wildcard"));
-  command.add_option("-t,--test", patterns.tests, tr("Tests by name, number or wildcard"));
-  command.add_option("--exclude-package", patterns.excludedPackages, tr("Packages to leave out"));
-  command.add_option("--exclude-device", patterns.excludedDevices, tr("Devices to leave out"));
-  command.add_option("--exclude-test", patterns.excludedTests, tr("Tests to leave out"));
+  OptionGroup group(command, tr("Selecting"));
+  const std::string value = "PATTERN";
+  group.list("-p,--package", value, patterns.packages,
+             tr("Packages by name, mnemonic, number or wildcard"));
+  group.list("-d,--device", value, patterns.devices,
+             tr("Devices by name, tag, number or wildcard"));
+  group.list("-t,--test", value, patterns.tests, tr("Tests by name, number or wildcard"));
+  group.list("--exclude-package", value, patterns.excludedPackages, tr("Packages to leave out"));
+  group.list("--exclude-device", value, patterns.excludedDevices, tr("Devices to leave out"));
+  group.list("--exclude-test", value, patterns.excludedTests, tr("Tests to leave out"));
+}
+
+OptionGroup::Choices<std::string> formatChoices() {
+  OptionGroup::Choices<std::string> choices;
+  for (const std::string& name : choosableFormats()) {
+    choices.emplace_back(name, name);
+  }
+  return choices;
 }
 
 /// How a run is told, and its outcome.
 void addReporting(CLI::App& command, ReportingOptions& options) {
-  command
-      .add_option("--format", options.format, tr("Format on standard output: {}", listOfFormats()))
-      ->check(CLI::IsMember(choosableFormats()));
-  command
-      .add_option("-o,--output", options.outputs,
-                  tr("FORMAT=FILE; may be repeated; - is standard output"))
-      ->check([](const std::string& specification) { return findFault({specification}); });
-  command.add_flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
-  command.add_flag("--fail-on-skip", options.failsOnSkip,
-                   tr("What is not possible here counts as no verdict"));
-  command
-      .add_option("--vanished", options.vanished,
-                  tr("What a device that vanishes during its test is: trouble or failure"))
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, VanishedAs>{{"trouble", VanishedAs::Trouble},
-                                            {"failure", VanishedAs::Failure}},
-          CLI::ignore_case));
-  command
-      .add_option("--exit-style", options.exitStyle,
-                  tr("Exit codes for a monitor: plain, nagios or npd"))
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, ExitStyle>{
-              {"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
-          CLI::ignore_case));
+  OptionGroup group(command, tr("Reporting"));
+  group.choice<std::string>("--format", "FORMAT", options.format, formatChoices(),
+                            tr("Format on standard output"), kTextFormat);
+  group.list("-o,--output", "FORMAT=FILE", options.outputs,
+             tr("A report into a file, or with - onto standard output; may be repeated"));
+  group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
+  group.flag("--fail-on-skip", options.failsOnSkip,
+             tr("What is not possible here counts as no verdict"));
+  group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
+                           {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
+                           tr("What a device that vanishes during its test is"), "trouble");
+  group.choice<ExitStyle>(
+      "--exit-style", "STYLE", options.exitStyle,
+      {{"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
+      tr("Exit codes for a monitor"), "plain");
 }
 
 /// What settles how long tests take.
 void addThoroughness(CLI::App& command, RunOptions& options) {
-  command
-      .add_option("--profile", options.profile,
-                  tr("quick (short forms), standard (one pass) or extended (three passes)"))
-      ->transform(
-          CLI::CheckedTransformer(std::map<std::string, Profile>{{"quick", Profile::Quick},
-                                                                 {"standard", Profile::Standard},
-                                                                 {"extended", Profile::Extended}},
-                                  CLI::ignore_case));
-  command
-      .add_option("--passes", options.passes, tr("Passes of each test, instead of the profile's"))
-      ->check(CLI::Range(1, 1'000'000'000));
-  command.add_flag("--quick", options.quick, tr("Ask each test for its short form"));
+  OptionGroup group(command, tr("How thorough"));
+  group.choice<Profile>(
+      "--profile", "PROFILE", options.profile,
+      {{"quick", Profile::Quick}, {"standard", Profile::Standard}, {"extended", Profile::Extended}},
+      tr("Short forms, one pass, or three passes"), "standard");
+  group.number<int>("--passes", options.passes, 1, 1'000'000'000, tr("Passes of each test"),
+                    tr("the profile's"));
+  group.flag("--quick", options.quick, tr("Ask each test for its short form"));
+}
+
+void addLimits(CLI::App& command, RunCommandOptions& options) {
+  OptionGroup group(command, tr("How long"));
+  group.seconds("--time", options.run.secondsPerTest,
+                tr("No further pass of a test after this: 90s, 10m, 2h, 1d"), tr("no limit"));
+  group.seconds("--total-time", options.run.totalSeconds,
+                tr("End of the whole run, with no verdict on what still runs"), tr("no limit"));
+  group.flag("--stress", options.run.stress, tr("Let each test repeat by itself until its limit"));
+  group.flag("--halt-on-error", options.run.haltOnError,
+             tr("End the passes of a test after a bad result"));
+}
+
+void addConduct(CLI::App& command, RunCommandOptions& options) {
+  using Settings = DiagCtrl::GlobalSettings;
+  OptionGroup group(command, tr("How it runs"));
+  CLI::Option& serial = group.flag("--serial", options.serial, tr("One test at a time"));
+  group.flag("--parallel", options.parallel, tr("As many tests as the devices allow"))
+      .excludes(&serial);
+  group.choice<Settings::diagMode>("--mode", "MODE", options.mode,
+                                   {{"customer", Settings::CUSTOMER},
+                                    {"factory", Settings::FACTORY},
+                                    {"bringup", Settings::BRINGUP}},
+                                   tr("Diagnostic mode"), tr("the control file's"));
+  group.flag("--allow-disruptive", options.allowsDisruptive,
+             tr("Also tests that take devices out of service or overwrite them"));
+  group.number<std::size_t>(
+      "--expect-devices", options.expectedDevices, 0, std::numeric_limits<std::size_t>::max(),
+      tr("Fewer devices than this are a hardware failure"), tr("any number will do"));
+  group.flag("--dry-run", options.isDryRun, tr("Only tell what would run"));
+  group.number<std::uint64_t>("--seed", options.run.seed, 1,
+                              static_cast<std::uint64_t>(std::numeric_limits<long>::max()),
+                              tr("Seed of the tests' random values"), tr("another for each run"));
+  group.flag("-q,--quiet", options.isQuiet, tr("No progress"));
 }
 
 void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   addSelection(command, options.patterns);
   addThoroughness(command, options.run);
-  const CLI::AsNumberWithUnit units(
-      std::map<std::string, unsigned long>{{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}},
-      CLI::AsNumberWithUnit::CASE_INSENSITIVE, "TIME");
-  command
-      .add_option("--time", options.run.secondsPerTest,
-                  tr("No further pass of a test after this: 90s, 10m, 2h, 1d"))
-      ->transform(units)
-      ->check(CLI::PositiveNumber);
-  command
-      .add_option("--total-time", options.run.totalSeconds,
-                  tr("End of the whole run, with no verdict on what still runs"))
-      ->transform(units)
-      ->check(CLI::PositiveNumber);
-  command.add_flag("--stress", options.run.stress,
-                   tr("Let each test repeat by itself until its limit"));
-  command.add_flag("--halt-on-error", options.run.haltOnError,
-                   tr("End the passes of a test after a bad result"));
-  auto* serial = command.add_flag("--serial", options.serial, tr("One test at a time"));
-  command.add_flag("--parallel", options.parallel, tr("As many tests as the devices allow"))
-      ->excludes(serial);
-  command.add_option("--mode", options.mode, tr("customer, factory or bringup"))
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, DiagCtrl::GlobalSettings::diagMode>{
-              {"customer", DiagCtrl::GlobalSettings::CUSTOMER},
-              {"factory", DiagCtrl::GlobalSettings::FACTORY},
-              {"bringup", DiagCtrl::GlobalSettings::BRINGUP}},
-          CLI::ignore_case));
-  command.add_flag("--allow-disruptive", options.allowsDisruptive,
-                   tr("Also tests that take devices out of service or overwrite them"));
-  command
-      .add_option("--expect-devices", options.expectedDevices,
-                  tr("Fewer devices than this are a hardware failure"))
-      ->check(CLI::NonNegativeNumber);
-  command.add_flag("--dry-run", options.isDryRun, tr("Only tell what would run"));
-  command.add_option("--seed", options.run.seed, tr("Seed of the tests' random values"))
-      ->check(CLI::Range(1L, std::numeric_limits<long>::max()));
+  addLimits(command, options);
+  addConduct(command, options);
   addReporting(command, options.reporting);
-  command.add_flag("-q,--quiet", options.isQuiet, tr("No progress"));
 }
 
 int list(const GlobalOptions& global, const ListOptions& options) {
+  const std::string what = chosenName(options.what, kListings, "list");
   const Configuration configuration = configurationOf(global);
   const Session session(configuration.path(), global.language, {});
   tellWarnings(standardError(), session.warnings());
-  if (options.what == "devices") {
+  if (what == "devices") {
     listDevices(standardOutput(), session.catalogue());
-  } else if (options.what == "tests") {
+  } else if (what == "tests") {
     listTests(standardOutput(), session.catalogue());
   } else {
     listPackages(standardOutput(), session.catalogue());
@@ -224,103 +229,127 @@ int check(const GlobalOptions& global) {
                        !global.allowsInsecure && mustBeSecure());
 }
 
-/// A verb: its part of the command line, and what it does once that was parsed.
-struct Verb {
-  CLI::App* command;
-  std::function<int()> carryOut;
-};
-
 /// The whole command line. Options are members, since the parser keeps references to them.
 class CommandLine {
  public:
   CommandLine(int argc, char** argv) : m_arguments(argv, argv + argc) {
-    m_app.require_subcommand(1);
-    m_app.set_version_flag("--version", std::string("diagctl ") + TARVEX_VERSION);
-    m_app.footer(
-        tr("Examples:\n"
-           "  diagctl run                        all bundled tests on all devices\n"
-           "  diagctl run -p memory --quick      a short look at the memory\n"
-           "  diagctl list tests                 what can run where, and what cannot\n"
-           "  diagctl explain LOAD_LIBRARY_FAILED\n\n"
-           "diagctl VERB --help tells more of each. The manual is diagctl(1)."));
-    m_app.add_option("-c,--config", m_global.config, tr("Control file"));
-    m_app.add_option("--lang", m_global.language,
-                     tr("Language of texts: {}",
-                        fmt::format("{}", fmt::join(PackageKit::Contract::kLanguages, ", "))));
-    m_app.add_flag("--allow-insecure", m_global.allowsInsecure,
-                   tr("As root: work with files that others may change"));
-    m_app.fallthrough();
+    m_program.footer(
+        "  diagctl run                        all bundled tests on all devices\n"
+        "  diagctl run -p memory --quick      a short look at the memory\n"
+        "  diagctl list tests                 what can run where, and what cannot\n"
+        "  diagctl explain LOAD_LIBRARY_FAILED");
+    addOptionsOfEveryVerb();
     addLooking();
     addRunning();
     addJudging();
+    addTelling();
   }
 
   int carryOut() {
+    Arguments arguments;
     try {
-      std::vector<std::string> rest(m_arguments.rbegin(), m_arguments.rend() - 1);
-      m_app.parse(rest);
+      const std::vector<std::string> words(m_arguments.begin() + 1, m_arguments.end());
+      readArguments(words, m_program, m_verbs, arguments);
+      if (arguments.wantsVersion) {
+        return tellVersion();
+      }
+      if (arguments.wantsHelp) {
+        return tellHelp(arguments.verb);
+      }
+      if (arguments.verb == nullptr) {
+        writeVerbs(standardError(), m_verbs);
+        return ExitCode::kUsage;
+      }
+      parse(m_program, arguments.ofProgram);
+      parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
       requireSound(findFault(m_report.reporting.outputs, m_report.log));
-    } catch (const CLI::ParseError& failure) {
-      return answer(failure);
+      return arguments.verb->carryOut();
+    } catch (const UsageFault& fault) {
+      return tellUsage(fault.what(), arguments.verb);
+    } catch (const CLI::ParseError& fault) {
+      return tellUsage(fault.what(), arguments.verb);
     }
-    for (const Verb& verb : m_verbs) {
-      if (verb.command->parsed()) {
-        return verb.carryOut();
-      }
-    }
-    return ExitCode::kUsage;
   }
 
  private:
+  // The parser takes the words from the end.
+  static void parse(CLI::App& command, std::vector<std::string> words) {
+    std::reverse(words.begin(), words.end());
+    command.parse(words);
+  }
+
   static void requireSound(const std::string& fault) {
     if (!fault.empty()) {
-      throw CLI::ValidationError("--output", fault);
+      throw UsageFault("--output: " + fault);
     }
   }
 
-  /// @param fault with what was typed, and the text that begins with it.
-  static void tellUsage(const std::string& fault, const std::string& text) {
-    if (!text.empty() && text.starts_with(fault)) {
-      standardError().print("{}", fault);
-      standardError().write(text.substr(fault.size()));
+  static int tellUsage(const std::string& fault, const Verb* verb) {
+    const std::string hint = verb == nullptr ? "" : " " + verb->name;
+    standardError().say("diagctl: {}\n\"diagctl help{}\" tells what is possible.\n", fault, hint);
+    return ExitCode::kUsage;
+  }
+
+  static int tellVersion() {
+    standardOutput().print("{} {}\n", "diagctl", TARVEX_VERSION);
+    return ExitCode::kPassed;
+  }
+
+  int tellHelp(const Verb* verb) const {
+    if (verb == nullptr) {
+      writeHelp(standardOutput(), m_program, m_verbs);
     } else {
-      standardError().write(text);
+      writeHelp(standardOutput(), m_program, *verb);
     }
+    return ExitCode::kPassed;
   }
 
-  /// Tells the help or the version that was asked for, or what is wrong with the command line.
-  int answer(const CLI::ParseError& failure) {
-    std::ostringstream out;
-    std::ostringstream error;
-    const int code = m_app.exit(failure, out, error);
-    standardOutput().write(out.str());
-    tellUsage(failure.what(), error.str());
-    return code == 0 ? ExitCode::kPassed : ExitCode::kUsage;
-  }
-
-  CLI::App& add(const char* name, const std::string& description, const char* examples,
+  CLI::App& add(const char* name, const std::string& text, const char* examples,
                 std::function<int()> carryOut) {
-    CLI::App& command = *m_app.add_subcommand(name, description);
-    command.footer(tr("Examples:") + "\n" + examples);
-    m_verbs.push_back({&command, std::move(carryOut)});
-    return command;
+    m_verbs.push_back(
+        {name, text, examples, std::make_unique<CLI::App>(text, name), std::move(carryOut)});
+    m_verbs.back().command->set_help_flag();  // it is the program's
+    return *m_verbs.back().command;
+  }
+
+  /// A word of a verb that is no option.
+  template <class Target>
+  static CLI::Option& addWord(CLI::App& command, const char* name, Target& target,
+                              const std::string& text) {
+    CLI::Option& option = *command.add_option(name, target, text);
+    option.type_name(name);
+    return option;
+  }
+
+  void addOptionsOfEveryVerb() {
+    m_program.set_help_flag("-h,--help", tr("Tell what there is, and behind a verb all of it"));
+    m_program.add_flag("--version", m_wantsVersion, tr("Tell the version"));
+    OptionGroup group(m_program, "");
+    group.text("-c,--config", "FILE", m_global.config, tr("Control file"),
+               tr("the first that exists; see FILES in the manual"));
+    const auto& languages = PackageKit::Contract::kLanguages;
+    group.text("--lang", "LANGUAGE", m_global.language,
+               withValues(tr("Language of texts"), {languages.begin(), languages.end()},
+                          tr("the locale's")));
+    group.flag("--allow-insecure", m_global.allowsInsecure,
+               tr("As root: work with files that others may change"));
   }
 
   void addLooking() {
     CLI::App& listing =
         add("list", tr("List packages, devices or tests"), "  diagctl list\n  diagctl list devices",
             [this] { return list(m_global, m_list); });
-    listing.add_option("what", m_list.what, tr("packages, devices or tests"))
-        ->check(CLI::IsMember({"packages", "devices", "tests"}));
+    addWord(listing, "WHAT", m_list.what,
+            withValues(tr("What to list"), kListings, kListings.front()));
     CLI::App& showing = add("show", tr("Tell all about a package, device or test"),
                             "  diagctl show memory\n  diagctl show 'Unit*'",
                             [this] { return show(m_global, m_item); });
-    showing.add_option("item", m_item, tr("Name, number or wildcard"))->required();
+    addWord(showing, "ITEM", m_item, tr("Name, number or wildcard")).required();
     CLI::App& explaining = add("explain", tr("Explain a code of the controller"),
                                "  diagctl explain 32\n  diagctl explain INCORRECT_PHASE",
                                [this] { return explain(m_code); });
-    explaining.add_option("code", m_code, tr("Name or number"))->required();
+    addWord(explaining, "CODE", m_code, tr("Name or number")).required();
   }
 
   void addRunning() {
@@ -342,8 +371,8 @@ class CommandLine {
                               "  diagctl report run.jsonl\n"
                               "  diagctl report run.jsonl --format junit > run.xml",
                               [this] { return carryOutReport(m_report); });
-    reporting.add_option("log", m_report.log, tr("A file that run wrote as {}", kLogFormat))
-        ->required();
+    addWord(reporting, "LOG", m_report.log, tr("A file that run wrote as {}", kLogFormat))
+        .required();
     addReporting(reporting, m_report.reporting);
     add("check", tr("Tell every problem of the configuration and the packages"),
         "  diagctl check\n  diagctl check --config control.cfg",
@@ -354,8 +383,19 @@ class CommandLine {
               return carryOutSelfTest(standardOutput(), m_selfTestPackages, m_global.language,
                                       m_global.allowsInsecure);
             });
-    proving.add_option("--packages", m_selfTestPackages,
-                       tr("Directory of the package that misbehaves"));
+    OptionGroup(proving, "")
+        .text("--packages", "DIR", m_selfTestPackages,
+              tr("Directory of the package that misbehaves"), tr("the one that comes along"));
+  }
+
+  void addTelling() {
+    CLI::App& helping =
+        add("help", tr("Tell what there is, or all of a verb"),
+            "  diagctl help\n  diagctl help run", [this] {
+              return tellHelp(m_helpedVerb.empty() ? nullptr : &verbNamed(m_helpedVerb, m_verbs));
+            });
+    addWord(helping, "VERB", m_helpedVerb, tr("The verb to tell of"));
+    add("version", tr("Tell the version"), "  diagctl version", [] { return tellVersion(); });
   }
 
   int run() {
@@ -366,8 +406,9 @@ class CommandLine {
     return carryOutRun(m_run);
   }
 
-  CLI::App m_app{tr("Runs hardware diagnostics on this machine."), "diagctl"};
+  CLI::App m_program{tr("Runs hardware diagnostics on this machine."), "diagctl"};
   std::vector<std::string> m_arguments;
+  bool m_wantsVersion = false;
   GlobalOptions m_global;
   ListOptions m_list;
   std::string m_item;
@@ -376,7 +417,8 @@ class CommandLine {
   EstimateOptions m_estimate;
   ReportCommandOptions m_report;
   std::string m_selfTestPackages;
-  std::vector<Verb> m_verbs;
+  std::string m_helpedVerb;
+  std::deque<Verb> m_verbs;
 };
 
 // Data that could not be written is no data.

@@ -10,6 +10,7 @@
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/OutputFile.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Suggestion.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -61,7 +62,8 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
     const Specification parsed = parse(text);
     const Format* format = findFormat(parsed.format);
     if (format == nullptr || !format->isChoice || parsed.path.empty()) {
-      return tr("'{}' is not FORMAT=FILE with {}", text, listOfFormats());
+      return tr("'{}' is not FORMAT=FILE with {}{}", text, listOfFormats(),
+                format == nullptr ? didYouMean(parsed.format, choosableFormats()) : "");
     }
     if (parsed.isStandardOutput()) {
       ++standardOutputs;

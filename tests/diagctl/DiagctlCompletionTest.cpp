@@ -41,7 +41,8 @@ std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
 
 const std::vector<std::string>& verbs() {
   static const std::vector<std::string> kNames = {"list",  "show",    "run",    "estimate",
-                                                  "check", "explain", "report", "selftest"};
+                                                  "check", "explain", "report", "selftest",
+                                                  "help",  "version"};
   return kNames;
 }
 
@@ -131,21 +132,28 @@ TEST_F(Diagctl, the_manual_names_every_verb_and_option) {
   }
 }
 
-/// The values of an option that stand for themselves, as the parser names them in the help of run:
-/// "--format TEXT:{text,tap}" or "--mode ENUM:value in {factory->1} OR {1}".
-std::set<std::string> valuesOf(const std::string& option) {
-  const std::string help = diagctl({"run", "--help"}).out;
-  const std::regex braces(option + " [A-Z]+:[^{\n]*\\{([^}]*)\\}");
+/// The help of a verb without its line breaks.
+std::string helpInOneLine(const std::vector<std::string>& arguments) {
+  std::istringstream words(diagctl(arguments).out);
+  std::string line;
+  for (std::string word; words >> word;) {
+    line += word + " ";
+  }
+  return line;
+}
+
+/// The values behind an option in a help: "--format FORMAT Format on it (text, tap; default: tap)".
+std::set<std::string> valuesOf(const std::string& option,
+                               const std::vector<std::string>& helpArguments = {"run", "--help"}) {
+  const std::regex brackets(option + " [A-Z]+ [^()]*\\(([^);]*)");
   std::smatch match;
-  if (!std::regex_search(help, match, braces)) {
+  const std::string help = helpInOneLine(helpArguments);
+  if (!std::regex_search(help, match, brackets)) {
     return {};
   }
-  std::set<std::string> values;
-  std::istringstream list(match[1]);
-  for (std::string value; std::getline(list, value, ',');) {
-    values.insert(value.substr(0, value.find("->")));
-  }
-  return values;
+  std::string values = match[1];
+  std::replace(values.begin(), values.end(), ',', ' ');
+  return wordsOf(values);
 }
 
 /// What the manual has behind an option: ".BR \-\-format " " text | tap".
@@ -212,7 +220,7 @@ std::set<std::string> languagesIn(const std::string& text) {
 TEST_F(Diagctl, help_manual_and_shells_name_the_languages_that_there_are) {
   using PackageKit::Contract::kLanguages;
   const std::set<std::string> languages(kLanguages.begin(), kLanguages.end());
-  EXPECT_EQ(languagesIn(diagctl({"--help"}).out), languages);
+  EXPECT_EQ(valuesOf("--lang", {"--help"}), languages);
   EXPECT_EQ(languagesIn(contentsOf(TestSupport::sourcePath("man/diagctl.1"))), languages);
   EXPECT_EQ(completions("diagctl run --lang \"\"", place.path("words")), languages);
   const auto offers = completionsOfZsh({"diagctl run --lang "}, place.path("words"));
