@@ -11,6 +11,7 @@
 #include "diagctl/check/CheckRules.h"
 #include "diagctl/check/SettingsCheck.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/ReaderKeys.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -29,6 +30,8 @@ const std::vector<KeyRule> kPackageRules = {
     {"Nice", ValueKind::Niceness, false},
     {"ResourceLockProperty", ValueKind::Text, false},
     {"SODependencies", ValueKind::Text, false},
+    {PackageKit::Contract::kTestNeeds, ValueKind::Text, false},
+    {PackageKit::Contract::kTestWrites, ValueKind::Text, false},
     {"NameToken", ValueKind::Text, false},
     {"DescriptionToken", ValueKind::Text, false},
 };
@@ -41,6 +44,8 @@ const std::vector<KeyRule> kTestRules = {
     {"TestEstimatedTime", ValueKind::Number, false},
     {"Nice", ValueKind::Niceness, false},
     {"TestCapabilities", ValueKind::Text, false},
+    {PackageKit::Contract::kTestNeeds, ValueKind::Text, false},
+    {PackageKit::Contract::kTestWrites, ValueKind::Text, false},
     {"NameToken", ValueKind::Text, false},
     {"DescriptionToken", ValueKind::Text, false},
 };
