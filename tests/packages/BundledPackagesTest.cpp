@@ -9,14 +9,17 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "packagekit/PackageTexts.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/ReaderKeys.h"
 #include "packagekit/contract/SettingRule.h"
 #include "packagekit/contract/Texts.h"
+#include "tests/packages/TestsPage.h"
 #include "tests/support/Places.h"
 #include "tests/support/TestPrecompiled.h"
 
@@ -27,12 +30,7 @@ namespace fs = std::filesystem;
 using ::testing::IsEmpty;
 
 std::vector<std::string> bundledPackages() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(TARVEX_PACKAGE_DIR)) {
-    if (entry.path().extension() == ".cfg") {
-      names.push_back(entry.path().stem());
-    }
-  }
+  std::vector<std::string> names = TestSupport::packagesIn(TARVEX_PACKAGE_DIR);
   EXPECT_FALSE(names.empty());
   return names;
 }
@@ -231,6 +229,57 @@ TEST(BundledPackages, have_a_section_for_each_test_and_a_test_for_each_section) 
     }
     EXPECT_EQ(testsOf(name), sections) << name << ": tests of the object, tests of the file";
   }
+}
+
+/// The keys of one section of a package's file.
+std::set<std::string> keysIn(const std::string& name, const std::string& section) {
+  std::ifstream file(TestSupport::sourcePath("packages/" + name + "/" + name + ".cfg"));
+  std::set<std::string> keys;
+  bool isInside = false;
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with("[")) {
+      isInside = line == "[" + section + "]";
+    } else if (const std::size_t equals = line.find('=');
+               isInside && equals != std::string::npos && line[0] != '#') {
+      keys.insert(line.substr(0, equals));
+    }
+  }
+  return keys;
+}
+
+TEST(BundledPackages, tell_what_each_setting_means_and_the_unit_of_each_number) {
+  for (const std::string& name : bundledPackages()) {
+    std::set<std::string> read;
+    std::set<std::string> numbers;
+    for (const SettingRule& rule : TestSupport::ownSettingRules(TARVEX_PACKAGE_DIR, name)) {
+      read.insert(rule.key);
+      if (rule.kind == SettingKind::Integer || rule.kind == SettingKind::Count ||
+          rule.kind == SettingKind::Number) {
+        numbers.insert(rule.key);
+      }
+    }
+    EXPECT_FALSE(read.empty()) << name;
+    EXPECT_EQ(keysIn(name, Contract::kSettingMeaning), read) << name << ": told of, read";
+    EXPECT_EQ(keysIn(name, Contract::kSettingUnit), numbers) << name << ": told of, numbers";
+  }
+}
+
+TEST(BundledPackages, tell_what_each_test_needs_and_writes) {
+  for (const std::string& name : bundledPackages()) {
+    const Settings settings(TARVEX_PACKAGE_DIR "/" + name + ".cfg");
+    for (const int test : testsOf(name)) {
+      for (const char* const key : {Contract::kTestNeeds, Contract::kTestWrites}) {
+        EXPECT_NE(settings.test(test, key).value_or(""), "") << name << ": " << test << ' ' << key;
+      }
+    }
+  }
+}
+
+TEST(BundledPackages, stand_on_the_page_of_tests_as_they_are) {
+  std::ostringstream page;
+  page << std::ifstream(TestSupport::sourcePath("docs/tests.md")).rdbuf();
+  EXPECT_EQ(page.str(), TestSupport::testsPage(TARVEX_PACKAGE_DIR))
+      << "make docs/tests.md anew: cmake --build --preset dev --target tests_page";
 }
 
 TEST(BundledPackages, are_gone_after_their_release) {
