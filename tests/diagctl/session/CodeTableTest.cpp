@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
-#include <regex>
 #include <string>
 
 #include "diagctl/session/CodeTable.h"
-#include "tests/support/Places.h"
+#include "tests/support/Enumerators.h"
 
 namespace TarvexDiags::FrontEnd {
 namespace {
@@ -19,23 +17,6 @@ TEST(Codes, every_entry_has_a_meaning_and_an_action) {
     EXPECT_FALSE(entry.nextAction.empty()) << entry.name;
     EXPECT_TRUE(entry.resultNumber || entry.eventNumber) << entry.name;
   }
-}
-
-/// The numbers of an enumeration of the controller's, by name.
-std::map<unsigned int, std::string> enumerators(const std::string& header,
-                                                const std::string& enumeration) {
-  static const std::regex kEnumerator("^    ([A-Z_]+) = ([0-9]+),");
-  std::ifstream stream(TestSupport::sourcePath(header));
-  std::map<unsigned int, std::string> found;
-  bool isInside = false;
-  for (std::string line; std::getline(stream, line);) {
-    std::smatch match;
-    if (isInside && std::regex_search(line, match, kEnumerator)) {
-      found.emplace(std::stoul(match[2]), match[1]);
-    }
-    isInside = line.starts_with("  enum " + enumeration + " ") || (isInside && line != "  };");
-  }
-  return found;
 }
 
 TEST(Codes, are_those_of_the_controller) {
@@ -50,8 +31,8 @@ TEST(Codes, are_those_of_the_controller) {
     }
   }
   EXPECT_GE(results.size(), 60U);
-  EXPECT_EQ(results, enumerators("DiagCtrl/DiagnosticController.h", "errorCode"));
-  EXPECT_EQ(events, enumerators("DiagCtrl/DiagCtrlEvent.h", "eventCode"));
+  EXPECT_EQ(results, TestSupport::resultCodes());
+  EXPECT_EQ(events, TestSupport::eventCodes());
 }
 
 TEST(Codes, are_not_found_beyond_their_numbers) {
