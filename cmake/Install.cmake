@@ -1,11 +1,15 @@
 # What `cmake --install` puts into a prefix: the two libraries and the package kit, their headers
-# below include/tarvexdiags, the CMake package and the pkg-config files.
+# below include/tarvexdiags, the texts of the controller's codes, the CMake package and the pkg-config
+# files.
 
 include(CMakePackageConfigHelpers)
 
 set(tarvex_package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TarvexDiags")
 set(tarvex_kit_data_dir "${CMAKE_INSTALL_DATADIR}/tarvexdiags/packagekit")
 set(tarvex_pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+set(tarvex_message_file "${CMAKE_INSTALL_DATADIR}/tarvexdiags/messages.cfg")
+# What a control file names as MsgFilePath: the same variable as in the installed CMake package.
+set(TARVEX_MESSAGE_FILE "${PROJECT_SOURCE_DIR}/DiagCtrl/messages.cfg")
 
 install(TARGETS diagframework diagctrl EXPORT TarvexDiagsTargets
         LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -16,10 +20,12 @@ install(
   PATTERN "*.h"
   PATTERN "internal" EXCLUDE)
 
+install(FILES "${TARVEX_MESSAGE_FILE}" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvexdiags")
+
 install(EXPORT TarvexDiagsTargets NAMESPACE TarvexDiags:: DESTINATION "${tarvex_package_dir}")
 configure_package_config_file(
   cmake/TarvexDiagsConfig.cmake.in TarvexDiagsConfig.cmake
-  INSTALL_DESTINATION "${tarvex_package_dir}" PATH_VARS tarvex_kit_data_dir)
+  INSTALL_DESTINATION "${tarvex_package_dir}" PATH_VARS tarvex_kit_data_dir tarvex_message_file)
 write_basic_package_version_file(TarvexDiagsConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(
   FILES "${PROJECT_BINARY_DIR}/TarvexDiagsConfig.cmake"

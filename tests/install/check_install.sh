@@ -70,6 +70,9 @@ build_pkg_config_client() {
   "$CXX" "$work/main.cpp" -o "$work/client" "${options[@]}" \
     "-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags)"
   expect UNINITIALISED "$work/client"
+  local messages
+  messages=$(pkg-config --variable=messagefile tarvexdiags)
+  cmp "$messages" "$here/../../DiagCtrl/messages.cfg" || fail "messagefile names no message file"
 }
 
 # Undefined symbols are refused: a package must get along with the framework alone.
