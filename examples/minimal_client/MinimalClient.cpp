@@ -9,21 +9,23 @@
 #include <thread>
 #include <vector>
 
+#include "DiagCtrl/CodeNames.h"
 #include "DiagCtrl/DiagnosticController.h"
 
-using namespace TarvexDiags;
-static DiagCtrl::DiagnosticController& controller = *DiagCtrl::DiagnosticController::getInstance();
+using namespace TarvexDiags::DiagCtrl;
+using namespace TarvexDiags::Diag;
+static DiagnosticController& controller = *DiagnosticController::getInstance();
 static std::string language = "en";
 
-static void require(DiagCtrl::DiagnosticController::errorCode code, const char* call) {
+static void require(DiagnosticController::errorCode code, const char* call) {
   if (code != controller.SUCCESS) {
-    std::fprintf(stderr, "%s returned %u\n", call, code);
+    std::fprintf(stderr, "%s returned %s\n", call, nameOf(code));
     controller.shutDown();
     std::exit(2);
   }
 }
 
-// Prints the text of a token, from a package's file; package 0 is the client's own message file.
+// Prints the text of a token, from a package's file; package 0 is the file of MsgFilePath.
 static void print(int package, std::string token, std::vector<std::string> parameters) {
   char* text = nullptr;
   controller.getLocalizedMessage(package, language.data(), token.data(), parameters, text);
@@ -31,38 +33,41 @@ static void print(int package, std::string token, std::vector<std::string> param
   std::puts(text != nullptr ? text : token.c_str());
 }
 
-static void print(int package, const Diag::DiagnosticEvent& event) {
+static void print(int package, const DiagnosticEvent& event) {
   char* token = nullptr;
   controller.getMessageToken(package, event.getEventType(), event.getEventCode(), token);
-  const std::unique_ptr<char[]> owned(token);
-  print(package, token != nullptr ? token : "?", event.getParamVector());
+  print(package, token ? std::unique_ptr<char[]>(token).get() : "?", event.getParamVector());
 }
 
-// Takes over a vector that a call handed out, with the messages in it.
-template <class Message>
-static std::vector<std::unique_ptr<Message>> owned(std::vector<Message*>* messages) {
+template <class Message>  // Empties a queue; vector and messages are the client's.
+static std::vector<std::unique_ptr<Message>> drain(
+    DiagnosticController::errorCode (DiagnosticController::*collect)(long, std::vector<Message*>*&),
+    unsigned long id) {
+  std::vector<Message*>* messages = nullptr;
+  require((controller.*collect)(static_cast<long>(id), messages), "collecting messages");
   const std::unique_ptr<std::vector<Message*>> vector(messages);
   return {vector->begin(), vector->end()};
 }
 
 int main(int argc, char** argv) {
   language = argc > 2 ? argv[2] : language;
-  DiagCtrl::CallBackObject wake;  // lives until the controller was shut down
-  unsigned long eventId = 0, resultId = 0;
+  CallBackObject wake;  // lives until the controller was shut down
+  unsigned long ctrlEventId = 0, eventId = 0, resultId = 0;
   require(controller.initialize(argc > 1 ? argv[1] : CONTROL_FILE), "initialize");
+  require(controller.registerForDiagCtrlEvents(&wake, ctrlEventId), "registerForDiagCtrlEvents");
   require(controller.registerForDiagEvents(&wake, eventId), "registerForDiagEvents");
   require(controller.registerForDiagResults(&wake, resultId), "registerForDiagResults");
   require(controller.enumerateAllPackages(), "enumerateAllPackages");
-  Diag::DiagnosticSettings settings;
+  DiagnosticSettings settings;
   settings.setRequestedPassCount(1);
   settings.setRunTime(600);
   std::map<unsigned long, int> packageOf;  // the package of each request
   int packages = 0;
   require(controller.getNumberOfDiagPackages(packages), "getNumberOfDiagPackages");
   for (int index = 1; index <= packages; ++index) {
-    DiagCtrl::VectorTestReqId* ids = nullptr;  // stays null if the package has no devices
+    VectorTestReqId* ids = nullptr;  // stays null if the package has no devices
     const auto code = controller.queueTest(index, settings, ids);
-    const std::unique_ptr<DiagCtrl::VectorTestReqId> ownedIds(ids);
+    const std::unique_ptr<VectorTestReqId> ownedIds(ids);
     require(ids != nullptr ? code : controller.SUCCESS, "queueTest");
     for (std::size_t i = 0; ids != nullptr && i < ids->size(); ++i) {
       packageOf[(*ids)[i]] = index;
@@ -74,24 +79,19 @@ int main(int argc, char** argv) {
       wake.notify();
     }
   });
-  const char* const verdicts[] = {"PASSED", "UNUSUAL_STATUS", "FAILED"};
   bool allPassed = !packageOf.empty();
   for (bool isPending = true; isPending; wake.wait()) {
     std::vector<unsigned long>* unfinished = nullptr;  // asked first: what has ended was delivered
     require(controller.getRequestIdList(unfinished), "getRequestIdList");
     isPending = !std::unique_ptr<std::vector<unsigned long>>(unfinished)->empty();
-    DiagCtrl::EventVector* events = nullptr;
-    DiagCtrl::ResultVector* results = nullptr;
-    require(controller.getDiagnosticEvents(static_cast<long>(eventId), events), "events");
-    require(controller.getDiagnosticResults(static_cast<long>(resultId), results), "results");
-    for (const auto& event : owned(events)) {
+    for (const auto& event : drain(&DiagnosticController::getDiagnosticEvents, eventId)) {
       print(packageOf[event->getTestRequestId()], *event);
     }
-    for (const auto& result : owned(results)) {
-      DiagCtrl::DiagnosticPackage* package = nullptr;
-      controller.getDiagPackage(packageOf[result->getTestRequestId()], package);
-      print(0, verdicts[result->getTestResult()], {package->getPackageName()});
-      allPassed = allPassed && result->getTestResult() == Diag::DiagnosticResult::PASSED;
+    for (const auto& result : drain(&DiagnosticController::getDiagnosticResults, resultId)) {
+      allPassed = allPassed && result->getTestResult() == DiagnosticResult::PASSED;
+    }
+    for (const auto& event : drain(&DiagnosticController::getDiagnosticCtrlEvents, ctrlEventId)) {
+      print(0, nameOf(DiagCtrlEvent::eventCode{event->getEventCode()}), {});
     }
   }
   controller.shutDown();
