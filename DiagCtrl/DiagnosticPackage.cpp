@@ -323,7 +323,7 @@ void DiagnosticPackage::updateTestIdMap(int aiTestId, int aizero) {
   mTestIdMap.emplace(aiTestId, aizero);
 }
 
-// Locked, since a worker of an earlier generation may be looking up its test.
+// Locked, since a pass thread of an earlier generation may be looking up its test.
 void DiagnosticPackage::updateTestIdTestObjectMap(int aiTestId, PackageTestInfo* apTestInfo) {
   const TraceScope trace(mpDiagTracer, "DiagnosticPackage::updateTestIdTestObjectMap");
   const LockScope lock(mmtxTestIdTestObjMapLock, 0);

@@ -257,7 +257,7 @@ void ExecutionManagerThread::dropAborted(TestRequest& arTestRequest) {
 std::optional<ExecutionManagerThread::Outcome> ExecutionManagerThread::takeLocks(
     TestRequest& arTestRequest, Pass& arPass) {
   if (arTestRequest.package().checkSystemLock()) {
-    // The machine belongs to one test only when no other is left, the last statement of its worker
+    // The machine belongs to one test only when no other is left, the last statement of its thread
     // included.
     if (mrTestReqMgr.getTestReqExecQueueSize() > 0 || mrTestReqMgr.isAnyWorkerAlive()) {
       return refuseSystemLock(arTestRequest, arPass);
@@ -307,7 +307,7 @@ void ExecutionManagerThread::launch(TestRequest& arTestRequest) {
   GlobalSettings::runMode mode = GlobalSettings::PARALLEL;
   bool isPassedOn = false;
   try {
-    // One hold, so that the monitor never finds a worker that was not started.
+    // One hold, so that the monitor never finds a thread that was not started.
     const LockScope mapLock(mmtxExecThreadMapCtrlLock, -1);
     mode = startWorker(arTestRequest, worker);
     isPassedOn = passToMonitor(arTestRequest);
@@ -499,7 +499,7 @@ void ExecutionManagerThread::clearExecThreadObjectMap() {
       delete thread;
     } catch (const DiagCtrlMutexException&) {
     } catch (const DiagCtrlUnsupportedOperation&) {
-      // The walk goes on with the next worker.
+      // The walk goes on with the next thread.
     }
   }
   mExecutionThreadMap.clear();

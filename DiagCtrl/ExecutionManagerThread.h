@@ -25,16 +25,16 @@ class TestRequestManager;
 typedef std::map<unsigned long, ExecutionThread*> ExecutionThreadMap;
 
 /// The dispatcher: moves requests from the WAIT to the PROCESS queue, decides for each whether it
-/// may start now, and starts a worker for each that may. In `SERIAL` mode it waits for the verdict
-/// on a pass before it looks at the next request.
+/// may start now, and starts a pass thread for each that may. In `SERIAL` mode it waits for
+/// the verdict on a pass before it looks at the next request.
 ///
-/// Order of locks: TestRequestManager::mmtxTestReqChangeLock, the map of workers, the queues, the
-/// request's own.
+/// Order of locks: TestRequestManager::mmtxTestReqChangeLock, the map of pass threads, the
+/// queues, the request's own.
 class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
  public:
   ExecutionManagerThread(TestRequestManager& arTestRQMgr, GlobalSettings& arGlobalSetting,
                          DiagTracer& arDiagTracer);
-  /// Stops, joins and deletes every worker still in the map.
+  /// Stops, joins and deletes every pass thread still in the map.
   ~ExecutionManagerThread() override;
 
   void run(void* apVoid) override;
@@ -47,7 +47,7 @@ class TARVEXDIAGS_EXPORT ExecutionManagerThread : public DiagThread {
   /// Moves the WAIT queue to the PROCESS queue. @return whether there was anything.
   bool handleWaitQueue();
 
-  /// [monitor] Joins and deletes the worker of a request, if there is one.
+  /// [monitor] Joins and deletes the pass thread of a request, if there is one.
   void removeExecThreadObject(unsigned long aulTestRequestId);
   void clearExecThreadObjectMap();
 

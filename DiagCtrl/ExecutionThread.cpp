@@ -33,8 +33,8 @@ namespace {
 
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 
-/// The end of a worker on every way out: the monitor looks at once, and only with the last
-/// statement the worker no longer counts as alive.
+/// The end of a pass thread on every way out: the monitor looks at once, and only with the last
+/// statement it no longer counts as alive.
 class WorkerEnd {
  public:
   explicit WorkerEnd(TestRequestManager& arTestReqMgr) : mrTestReqMgr(arTestReqMgr) {}
@@ -234,7 +234,7 @@ void ExecutionThread::refuse() {
   giveLocksBack();
 }
 
-// What was given back already is not given back again: by then it can be another's. A worker that
+// What was given back already is not given back again: by then it can be another's. One that
 // had the machine never took its tag but releases it all the same, so it does that before it gives
 // the machine back, or it would free what the next one took.
 void ExecutionThread::giveLocksBack() {

@@ -22,7 +22,7 @@ class ResourceLockManager;
 class TestRequestManager;
 class TraceScope;
 
-/// The worker: one pass of one request. Decides the test numbers and the open mode, calls into the
+/// A pass thread: one pass of one request. Chooses test numbers and the open mode, calls into the
 /// package, judges the result for halting, and gives back what the dispatcher took. `stop` has no
 /// effect on it; only the package's return ends it.
 class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
@@ -67,7 +67,7 @@ class TARVEXDIAGS_EXPORT ExecutionThread : public DiagThread {
   DiagUtil& mrDiagUtil;
   DiagCtrlLock m_resourceTagLock;
   std::unique_ptr<RequestReference> mpRequestReference;
-  // The worker's own.
+  // This thread's own.
   bool mbSystemLockGivenBack = false;
   bool mbResourceGivenBack = false;
 };

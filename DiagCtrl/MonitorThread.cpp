@@ -40,7 +40,7 @@ constexpr auto kMinorLock = DiagCtrlBaseException::LockNotAcquired;
 constexpr long kTimeOut = DiagCtrlConstants::mSconlDefaultLockTimeOut;
 constexpr int kIdleCheckAttempts = 20;
 constexpr useconds_t kIdleCheckPauseMicroseconds = 5000;
-// A request that waits for its worker would otherwise double its entries at every poll.
+// A request that waits for its pass thread would otherwise double its entries at every poll.
 constexpr int kMostLocalEntries = 2;
 
 unsigned int eventId(TestRequest& arTestRequest) {
@@ -369,7 +369,7 @@ bool MonitorThread::sendBack(TestRequest& arTestRequest) {
       case TestRequest::SendBack::noWorker:
         break;
     }
-    // The worker may have been halted or aborted on its last steps.
+    // The pass thread may have been halted or aborted on its last steps.
     if (arTestRequest.isAbortedOrHalted()) {
       return drop(arTestRequest);
     }
@@ -417,7 +417,7 @@ bool MonitorThread::drop(TestRequest& arTestRequest) {
     // The ids were cleared meanwhile; the request itself is still there.
     traceFailure("MonitorThread::requeueTestRequest", failure);
   }
-  // The next request may start only when this one's worker is gone.
+  // The next request may start only when this one's pass thread is gone.
   mrExecutionManagerThread.removeExecThreadObject(id);
   conclude(arTestRequest);
   return true;

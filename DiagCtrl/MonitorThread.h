@@ -19,7 +19,7 @@ class EventManager;
 class ExecutionManagerThread;
 class RequestReference;
 
-/// The monitor: polls the requests that have a worker, hands their events and results to the
+/// The monitor: polls the requests that have a pass thread, hands their events and results to the
 /// clients, decides after each pass whether a request runs again or is finished, and turns the
 /// controller idle when nothing is left. Polls only while the controller is `ACTIVE`.
 class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
@@ -29,7 +29,7 @@ class TARVEXDIAGS_EXPORT MonitorThread : public DiagThread {
     EXEC = 0,   ///< declared, never given
     WAIT = 1,   ///< another pass
     DROP = 2,   ///< finished
-    LOCAL = 3,  ///< aborted or halted, and its worker is still in the package
+    LOCAL = 3,  ///< aborted or halted, and its pass thread is still in the package
   };
 
   MonitorThread(EventManager& arEventManager, TestRequestManager& arTestRequestManager,

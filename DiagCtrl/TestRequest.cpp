@@ -339,7 +339,7 @@ void TestRequest::returnToWait() {
   }
 }
 
-// Between two passes a report counts. While a pass is in flight, one that its worker cannot have
+// Between two passes a report counts. While a pass is in flight, one that its thread cannot have
 // brought about yet is left over from the pass before; a first pass has none before it.
 bool TestRequest::lookAtPass() {
   const GateScope gate(mmtxDispatchGate);
@@ -380,7 +380,7 @@ bool TestRequest::isInFlight() {
 
 TestRequest::AbortedWhile TestRequest::beginAbort(long alTimeOutValue) {
   const GateScope gate(mmtxDispatchGate);
-  // A worker can be inside whatever the status says: a package may report completion too early.
+  // A thread can be inside whatever the status says: a package may report completion too early.
   const bool running = getTestRequestStatus(alTimeOutValue) == RUNNING || isWorkerInside();
   const bool monitored = getMonitored();
   setAbortStatus(true, alTimeOutValue);

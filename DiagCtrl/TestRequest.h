@@ -23,12 +23,12 @@ typedef std::list<int> DiagIntList;
 
 /// One unit of work: a set of tests of one package on one device, with its own copy of the run
 /// settings, the package's object that carries it out, and the flags and status by which client
-/// threads, dispatcher, worker and monitor agree on what happens next.
+/// threads, dispatcher, pass thread and monitor agree on what happens next.
 ///
 /// `COMPLETED` and `ABORTED` are final: nothing leaves them.
 ///
 /// Two private means keep the threads apart. The dispatch gate makes each of these one step: the
-/// claim of a request for a worker, the worker's entry into the package, the choice of what an
+/// claim of a request for a pass thread, its entry into the package, the choice of what an
 /// abort does, the monitor's look at a pass and its verdict on it, and the return to a queue.
 /// Claims are counted, and the count is the number of a pass: a package may go on reporting the
 /// completion of one pass while the next is under way, and only the number tells the two apart.
@@ -47,14 +47,14 @@ typedef std::list<int> DiagIntList;
 /// | package, then the | the monitor             | the request was dropped                       |
 /// | library           | the last pin            | one of these came while it was inside         |
 /// |                   | the request             | with it, if none of these came                |
-/// | a worker          | the monitor             | joined, at a verdict or before the next pass  |
+/// | a pass thread     | the monitor             | joined, at a verdict or before the next pass  |
 /// |                   | the dispatcher          | it could not be started                       |
 /// |                   | ~ExecutionManagerThread | joined, at the end                            |
 /// | package, device   | the controller          | enumerated anew, or shut down; what a request |
 /// |                   |                         | that is referred to needs: in the shut-down   |
 ///
-/// A queue entry, a worker, and each thread or client call that works on a request holds a
-/// reference. The package's object is only touched within a pin, but for the worker, which is
+/// A queue entry, a pass thread, and each thread or client call that works on a request holds a
+/// reference. The package's object is only touched within a pin, but for the pass thread, which is
 /// reclaimed before the object goes.
 ///
 /// Thread-safety: any thread may call any operation. Accessors that lock may throw
@@ -91,7 +91,7 @@ class TARVEXDIAGS_EXPORT TestRequest {
 
   /// What the monitor may do to send the request back for another pass.
   enum class SendBack {
-    reclaimWorker,  ///< join its worker, then push
+    reclaimWorker,  ///< join its pass thread, then push
     noWorker,       ///< push at once
     superseded,     ///< nothing: as for a completion
   };
@@ -167,16 +167,16 @@ class TARVEXDIAGS_EXPORT TestRequest {
   /// Leaves it. Failures of a release that was waiting for this are traced only.
   void unpinIDiagnostics();
 
-  /// [dispatcher] Claims the request for a worker: monitored, and in flight until the worker was
+  /// [dispatcher] Claims the request for a pass thread: monitored, and in flight until that was
   /// joined. The claim's number is that of the pass.
   Claim claimForDispatch();
   /// [dispatcher] The number of the latest claim; 0 before the first.
   unsigned long claimedPass();
-  /// [worker] The last look before the package is entered; granted makes the request `RUNNING`.
+  /// [pass thread] The last look before the package is entered; granted makes it `RUNNING`.
   Claim enterPackage();
   /// Ends the flight that the claim began.
   void landFromFlight();
-  /// Back to waiting for a worker, unless a worker is in flight.
+  /// Back to waiting for a pass thread, unless one is in flight.
   void returnToWait();
   /// [monitor] To be called behind the read of the package's status: notes which pass the verdict
   /// will be on. @return whether a completion that the package reports can be that of the pass
@@ -186,9 +186,9 @@ class TARVEXDIAGS_EXPORT TestRequest {
   Completion complete();
   /// [monitor] Before the request is sent back for another pass.
   SendBack beginSendBack();
-  /// The number of the last pass whose worker was reclaimed.
+  /// The number of the last pass whose thread was reclaimed.
   unsigned long reclaimedPass();
-  /// Whether a worker was claimed and not joined yet.
+  /// Whether a pass thread was claimed and not joined yet.
   bool isInFlight();
   /// Sets the abort flag and tells where the abort met the request.
   AbortedWhile beginAbort(long alTimeOutValue);
@@ -247,7 +247,7 @@ class TARVEXDIAGS_EXPORT TestRequest {
   unsigned long mulClaimsAtLook TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) = 0;
   bool mbInFlight TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) = false;
   bool mbEntered TARVEXDIAGS_GUARDED_BY(mmtxDispatchGate) =
-      false;  // by the worker of the latest claim
+      false;  // by the thread of the latest claim
   int miUsers TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = 0;
   Diag::IDiagnostics* mpDyingIDiagnostics TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = nullptr;
   DiagnosticPackageInterface* mpReleasedBy TARVEXDIAGS_GUARDED_BY(mmtxRelLibraryLock) = nullptr;

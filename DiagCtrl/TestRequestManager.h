@@ -34,7 +34,7 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   enum TestRequestQueueType : unsigned int {
     WAIT = 0,       ///< new requests, and requests sent back for another pass
     PROCESS = 1,    ///< requests that the dispatcher is to start
-    EXECUTION = 2,  ///< requests with a worker, which the monitor takes over
+    EXECUTION = 2,  ///< requests with a pass thread, which the monitor takes over
   };
 
   TestRequestManager();
@@ -76,7 +76,7 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
 
   /// Work stands in the WAIT queue; the dispatcher waits on it.
   DiagCtrlConditionVar& getCondVarTRWaitQueue() noexcept;
-  /// A request stands in the EXECUTION queue or a worker has ended; the monitor waits on it.
+  /// A request stands in the EXECUTION queue or a pass thread has ended; the monitor waits on it.
   DiagCtrlConditionVar& getCondVarTRExecQueue() noexcept;
   /// Something was given back or judged; the dispatcher waits on it.
   DiagCtrlConditionVar& getCondVarExecMgrThread() noexcept;
@@ -102,18 +102,18 @@ class TARVEXDIAGS_EXPORT TestRequestManager {
   /// [dispatcher] Begins the wait for the verdict on this pass of this request.
   void awaitTestExecCompleted(unsigned long aulTestRequestId, unsigned long aulPass);
   /// [monitor] Ends that wait, unless it is for another request or another pass of it, and wakes
-  /// the dispatcher. @param aulPass the last one whose worker was reclaimed.
+  /// the dispatcher. @param aulPass the last one whose thread was reclaimed.
   void concludeTestExec(unsigned long aulTestRequestId, unsigned long aulPass);
 
-  /// Counts the workers from their claim to their last statement.
+  /// Counts the pass threads from their claim to their last statement.
   void workerClaimed() noexcept { ++miWorkers; }
   void workerEnded() noexcept { --miWorkers; }
   bool isAnyWorkerAlive() const noexcept { return miWorkers > 0; }
 
-  /// The first request behind this id that is on the list of ids or has a worker; none after the
+  /// The first request behind this id that is on the list of ids or in flight; none after the
   /// last. Needs no memory.
   RequestReference acquireUnfinishedAfter(unsigned long testReqId);
-  /// The requests with a worker that nobody has joined yet, whether or not their ids are known.
+  /// The requests with a pass thread that nobody has joined yet, also if their ids are unknown.
   std::vector<RequestReference> requestsInFlight();
   /// Whether a thread can still reach a request of this package.
   bool isPackageInUse(const DiagnosticPackage& arDiagPackage);

@@ -35,7 +35,7 @@ class LeftOverReportAtEveryStep : public LeftOverReportTest,
     eventually([&] { return alpha.running() == 1 || harness.statusOf(id) == Request::COMPLETED; },
                std::chrono::milliseconds(250));
     monitorStands.open();
-    pollTimes(2);  // the monitor stands at no worker that is still inside
+    pollTimes(2);  // the monitor stands at no pass thread that is still inside
     checkAndEnd(id);
     steps.disarm();
     alpha.on(Call::GetResults, nullptr);
@@ -70,7 +70,7 @@ TEST_P(LeftOverReportAtEveryStep, a_verdict_on_one_pass_is_never_given_to_the_ne
   EXPECT_EQ(workersKept(), 0U);
 }
 
-TEST_F(LeftOverReportTest, a_report_is_not_believed_before_the_claimed_worker_has_entered) {
+TEST_F(LeftOverReportTest, a_report_is_not_believed_before_the_claimed_pass_thread_has_entered) {
   parallel();
   forbidTimeOuts();
   const unsigned long id = queueBetweenPasses(2);
@@ -93,7 +93,7 @@ TEST_F(LeftOverReportTest, a_report_is_not_believed_before_the_claimed_worker_ha
   EXPECT_TRUE(isEverythingGone());
 }
 
-TEST_F(LeftOverReportTest, a_later_pass_is_over_only_when_its_worker_has_come_out) {
+TEST_F(LeftOverReportTest, a_later_pass_is_over_only_when_its_pass_thread_has_come_out) {
   parallel();
   forbidTimeOuts();
   const unsigned long id = queueBetweenPasses(2);

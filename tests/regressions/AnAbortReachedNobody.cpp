@@ -1,5 +1,5 @@
 // An abort was answered with success and the package never told; a shut-down then stood at the
-// worker.
+// pass thread.
 
 #include <chrono>
 
@@ -32,7 +32,7 @@ TEST_F(LeftOverReportTest, a_shut_down_reaches_a_pass_whose_request_has_left_the
   ASSERT_TRUE(eventually([&] { return !isListed(id); }));
   ASSERT_EQ(alpha.running(), 1);
   Companion client([this] { harness->shutDown(); });
-  EXPECT_TRUE(eventually([&] { return client.ended(); })) << "stands at a worker for ever";
+  EXPECT_TRUE(eventually([&] { return client.ended(); })) << "stands at a pass thread for ever";
   EXPECT_EQ(alpha.count(Call::Abort), 1U);
   alpha.releaseRuns();
 }

@@ -464,7 +464,7 @@ TEST_F(CallsInsideTest, health_is_told_while_a_shut_down_joins_a_thread) {
   ASSERT_TRUE(alpha.awaitRunning(1));
   const Companion shutDown([&] { harness.shutDown(); });
   ASSERT_TRUE(alpha.awaitCalls(Call::Abort));
-  // The worker stays: the owner of the workers joins it when it is destroyed itself.
+  // The pass thread stays: the owner of the pass threads joins it when it is destroyed itself.
   EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 1; }));
   for (int asked = 0; asked < 100; ++asked) {
     ASSERT_EQ(healthCall(), SUCCESS);

@@ -1,4 +1,4 @@
-// Two tests ran on one device: a worker gave back a tag that it had never taken.
+// Two tests ran on one device: a pass thread gave back a tag that it had never taken.
 
 #include <atomic>
 #include <chrono>
@@ -10,8 +10,8 @@ namespace TarvexDiags::TestSupport {
 
 namespace {
 
-// The worker that had the machine is stopped in front of each of its locks on its way out, and the
-// dispatcher does what it can meanwhile.
+// The pass thread that had the machine is stopped in front of each of its locks on its way out, and
+// the dispatcher does what it can meanwhile.
 TEST_F(SharedTagTest, the_tag_of_a_test_that_had_the_machine_is_never_given_to_two) {
   parallel();
   forbidTimeOuts();
@@ -45,7 +45,7 @@ TEST_F(SharedTagTest, the_tag_of_a_test_that_had_the_machine_is_never_given_to_t
       ASSERT_TRUE(harness.awaitEnd(id)) << "step " << step;
     }
     if (!wasReached) {
-      break;  // the worker takes fewer locks than that
+      break;  // the pass thread takes fewer locks than that
     }
   }
   EXPECT_EQ(alpha.mostRunning(), 1);

@@ -74,7 +74,7 @@ DiagnosticController::errorCode DiagnosticController::Abort::all(DiagnosticContr
   return SUCCESS;
 }
 
-// A worker can be inside although its request has left the list: aborted before, or finished by a
+// A thread can be inside although its request has left the list: aborted before, or finished by a
 // package that reported completion too early. Nothing can be torn down before it has come out.
 void DiagnosticController::Abort::workersLeft(DiagnosticController& arController) {
   kClientsAtRest.mayRead();

@@ -16,7 +16,7 @@ class DiagnosticController::Abort {
   /// has vanished: until the next shut-down.
   static errorCode all(DiagnosticController& arController, const TraceScope& arTrace)
       TARVEXDIAGS_REQUIRES(arController.mmtxApiPhaseLock);
-  /// Requests with a worker inside whose id has left the list.
+  /// Requests with a pass thread inside whose id has left the list.
   static void workersLeft(DiagnosticController& arController);
   /// Every unfinished request, without memory: a test that nobody aborts would hold a shut-down up.
   static void oneByOne(DiagnosticController& arController);

@@ -95,9 +95,9 @@ class EndToEndTest : public ControllerTest {
     return sorted;
   }
 
-  /// For a worker: the monitor has taken the request over, which the dispatcher hands on under the
-  /// hold of a lock in which it starts the worker. Were it still on its way when the pass ends, a
-  /// request for the machine behind it would be refused.
+  /// For a pass thread: the monitor has taken the request over, which the dispatcher hands on under
+  /// the hold of a lock in which it starts the pass thread. Were it still on its way when the pass
+  /// ends, a request for the machine behind it would be refused.
   void awaitHandOver() {
     DiagCtrl::DiagCtrlLock& handOver =
         privateMember<WorkersLockTag>(*privateMember<DispatcherTag>(controller()));

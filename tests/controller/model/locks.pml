@@ -1,4 +1,4 @@
-/* Locks: how the dispatcher and the workers take and give back the resource tag and the system
+/* Locks: how the dispatcher and the pass threads take and give back the resource tag and the system
    lock, and how a refused request keeps its place. See README.md.
 
    Request 0 wants the whole machine; request 1, and 2 if there are three, share its device. Verdicts
@@ -26,12 +26,12 @@
 /* What the client does: it may abort request 0, or only waits until all has ended. */
 #define ANY 1
 #define WATCHING 2
-/* What fails: nothing, a lock that a worker needs, or the start of a worker as well. */
+/* What fails: nothing, a lock that a pass thread needs, or the start of a pass thread as well. */
 #define NONE 0
 #define WORKERS 1
 #define STARTS 2
 #define N 3
-/* When a lock that a worker needs fails: not, behind those that it gives back, between them. */
+/* When a lock that a pass thread needs fails: not, behind those that it gives back, between them. */
 #define NOT 0
 #define BEHIND 1
 #define BETWEEN 2
@@ -39,13 +39,13 @@
 
 /* ---- What holds the locks together, each part to be left out alone ------------------------- */
 
-/* The worker of a request with the system lock gives the device back first. */
+/* The pass thread of a request with the system lock gives the device back first. */
 #ifdef NO_RESOURCE_FIRST
 #define givesResourceFirst false
 #else
 #define givesResourceFirst true
 #endif
-/* After a failure a worker gives back only what still stands. */
+/* After a failure a pass thread gives back only what still stands. */
 #ifdef GIVE_BACK_TWICE
 #define remembersWhatStands false
 #else
@@ -63,7 +63,7 @@
 #else
 #define refusedClaimGivesBack true
 #endif
-/* The system lock is refused while a worker lives, not only while EXECUTION holds entries. */
+/* The system lock is refused while a pass thread lives, not only while EXECUTION holds entries. */
 #ifdef NO_COUNT_OF_WORKERS
 #define isAnyWorkerAlive false
 #else
@@ -187,7 +187,7 @@ inline giveLocksBack(r) {
   :: checkSystemLock(r) && givesResourceFirst ->
      giveResourceBack(r);
      if
-     :: mayFail == BETWEEN /* a lock that the worker needs fails */
+     :: mayFail == BETWEEN /* a lock that the pass thread needs fails */
      :: else -> giveSystemBack(r)
      fi
   :: else ->

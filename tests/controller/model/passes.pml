@@ -1,4 +1,4 @@
-/* Passes and verdicts: how the dispatcher, the workers, the monitor and a client that aborts and
+/* Passes and verdicts: how the dispatcher, the pass threads, the monitor and a client that aborts and
    shuts down agree on which pass of a request a verdict is for. See README.md.
 
    Request 0 asks for PASSES passes of a package of one KIND, request 1, if there are two, for one
@@ -99,7 +99,7 @@
 #else
 #define isVerdictOfAnotherPass(r) (request[r].claims != seenClaims)
 #endif
-/* A worker is reclaimed by a verdict only if it was in flight in that same step. */
+/* A pass thread is reclaimed by a verdict only if it was in flight in that same step. */
 #ifdef RECLAIM_AT_EVERY_VERDICT
 #define reclaimsAlways true
 #else
@@ -118,13 +118,13 @@
 #define isConclusionForTheWait (concluded == 1)
 #define conclusionOf(r) (request[r].mbInFlight -> 0 : 1)
 #endif
-/* An abort tells a package whose worker is inside, whatever the status says. */
+/* An abort tells a package whose pass thread is inside, whatever the status says. */
 #ifdef NO_ABORT_OF_A_WORKER_INSIDE
 #define isInPackage(r) (request[r].meTestRequestStatus == RUNNING)
 #else
 #define isInPackage(r) (request[r].meTestRequestStatus == RUNNING || isWorkerInside(r))
 #endif
-/* shutDown aborts requests with a worker as well whose id has left the list. */
+/* shutDown aborts requests with a pass thread as well whose id has left the list. */
 #ifdef NO_SHUTDOWN_ABORT_OF_WORKERS
 #define shutDownAbortsWorkers false
 #else
@@ -142,7 +142,7 @@
 #else
 #define takesResults true
 #endif
-/* A request that is dropped is released behind the join of its worker. */
+/* A request that is dropped is released behind the join of its pass thread. */
 #ifdef NO_JOIN_AT_THE_DROP
 #define joinsAtDrop false
 #else
@@ -406,7 +406,7 @@ inline keepPolling(r) {
   }
 }
 
-/* The number of the last pass whose worker was reclaimed, then the comparison under
+/* The number of the last pass whose pass thread was reclaimed, then the comparison under
    mmtxTestExecCompletedLock. */
 inline concludeTestExec(r) {
   concluded = conclusionOf(r);

@@ -1,5 +1,5 @@
 // From the queue to the package and back to the locks: what the dispatcher starts, when and in
-// which order, and what a worker gives the package and makes of its answer.
+// which order, and what a pass thread gives the package and makes of its answer.
 
 #include <atomic>
 #include <memory>
@@ -91,7 +91,7 @@ TEST_P(DispatchInBothModes, a_request_runs_reports_and_leaves_the_controller_idl
   EXPECT_THAT(onlyRun().tests, ElementsAre(2, 1)) << "in the order of the list";
 }
 
-TEST_P(DispatchInBothModes, the_worker_gets_the_device_the_id_and_the_number_of_the_pass) {
+TEST_P(DispatchInBothModes, the_pass_thread_gets_the_device_the_id_and_the_number_of_the_pass) {
   start();
   const unsigned long first = harness.queue("ALPHA", 2, {3}, settings(2));
   ASSERT_TRUE(harness.awaitEnd(first));
@@ -129,7 +129,7 @@ TEST_P(DispatchInBothModes, a_returned_request_is_requeued_until_the_monitor_has
   ASSERT_TRUE(harness.awaitStatus(id, Request::REQUEUED));
   EXPECT_TRUE(request(id).getToBeDroppedFlag());
   EXPECT_TRUE(request(id).getMonitored());
-  EXPECT_TRUE(eventually([&] { return isTagFree("a/1"); })) << "the worker gave its lock back";
+  EXPECT_TRUE(eventually([&] { return isTagFree("a/1"); })) << "the pass thread gave its lock back";
 }
 
 // ---- Test numbers ------------------------------------------------------------------------------
@@ -289,7 +289,7 @@ TEST_F(DispatchTest, the_run_wide_setting_halts_requests_that_say_nothing_themse
   EXPECT_THAT(alpha.calls(Call::RunEnter), SizeIs(1));
 }
 
-// ---- Abort and the worker
+// ---- Abort and the pass thread
 // ------------------------------------------------------------------------
 
 TEST_P(DispatchInBothModes, an_abort_in_the_package_tells_it_and_ends_the_request) {
@@ -305,7 +305,7 @@ TEST_P(DispatchInBothModes, an_abort_in_the_package_tells_it_and_ends_the_reques
   EXPECT_EQ(harness.statusOf(id), Request::ABORTED);
   EXPECT_THAT(harness.ctrlEventsOf(id),
               ElementsAre("TEST_REQUEST_ABORTED W", "TEST_REQUEST_ABORTED W"))
-      << "the worker's and the monitor's";
+      << "the pass thread's and the monitor's";
   EXPECT_THAT(harness.results(), ElementsAre("UNUSUAL_STATUS 1"));
   allowTimeOuts();
   EXPECT_TRUE(harness.awaitIdle());
@@ -318,7 +318,7 @@ TEST_F(DispatchTest, the_result_of_an_aborted_pass_is_judged_and_can_halt) {
   ASSERT_TRUE(alpha.awaitRunning(1));
   harness->abortTest(id);
   ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
-  // The monitor may drop an aborted request before its worker has judged the result.
+  // The monitor may drop an aborted request before its pass thread has judged the result.
   EXPECT_THAT(
       harness.ctrlEventsOf(id),
       testing::UnorderedElementsAre("TEST_REQUEST_ABORTED W", "ERROR_RECVD_AND_HALT_ON_ERROR E",
@@ -327,7 +327,7 @@ TEST_F(DispatchTest, the_result_of_an_aborted_pass_is_judged_and_can_halt) {
   EXPECT_TRUE(request(id).getHaltedStatus());
 }
 
-TEST_F(DispatchTest, a_request_aborted_in_a_queue_never_gets_a_worker) {
+TEST_F(DispatchTest, a_request_aborted_in_a_queue_never_gets_a_pass_thread) {
   alpha.holdRuns();
   serial();
   const unsigned long running = harness.queue("ALPHA", 1, {1});
@@ -504,7 +504,7 @@ TEST_F(SystemLockTest, a_refused_system_lock_request_stands_twice_in_its_queue_a
   EXPECT_EQ(managers().countQueuedEntries(&request(big)), 0);
 }
 
-TEST_F(SystemLockTest, the_machine_is_not_given_while_a_worker_is_on_its_last_statements) {
+TEST_F(SystemLockTest, the_machine_is_not_given_while_a_pass_thread_is_on_its_last_statements) {
   Barrier leaving;
   alpha.on(Call::RunReturn, [&](const CallRecord&) { leaving.pass(); });
   parallel();
@@ -612,7 +612,8 @@ TEST_F(DispatchTest, a_new_request_does_not_wait_for_those_that_were_refused) {
 // ---- Threads that cannot be made
 // -------------------------------------------------------------------
 
-TEST_P(DispatchInBothModes, a_worker_that_the_platform_refuses_costs_its_request_and_nothing_else) {
+TEST_P(DispatchInBothModes,
+       a_pass_thread_that_the_platform_refuses_costs_its_request_and_nothing_else) {
   start();
   forbidTimeOuts();
   steps.refuseWorkers(1);
@@ -631,7 +632,7 @@ TEST_P(DispatchInBothModes, a_worker_that_the_platform_refuses_costs_its_request
   EXPECT_TRUE(harness.awaitIdle());
 }
 
-TEST_F(SystemLockTest, a_refused_worker_gives_the_machine_back) {
+TEST_F(SystemLockTest, a_refused_pass_thread_gives_the_machine_back) {
   parallel();
   forbidTimeOuts();
   steps.refuseWorkers(1);
@@ -644,7 +645,7 @@ TEST_F(SystemLockTest, a_refused_worker_gives_the_machine_back) {
   EXPECT_EQ(whole.count(Call::RunEnter), 1U);
 }
 
-TEST_P(DispatchInBothModes, a_worker_refused_on_a_later_pass_ends_the_request) {
+TEST_P(DispatchInBothModes, a_pass_thread_refused_on_a_later_pass_ends_the_request) {
   start();
   alpha.on(Call::RunReturn, [this](const CallRecord& run) {
     if (run.run == 2) {
@@ -767,7 +768,7 @@ TEST_F(DispatcherAloneTest, the_batch_flag_is_stored_and_means_nothing_else) {
   EXPECT_TRUE(alone.getTRBatchCompletedFlag());
 }
 
-TEST_F(DispatcherAloneTest, removing_a_worker_that_is_not_there_does_nothing) {
+TEST_F(DispatcherAloneTest, removing_a_pass_thread_that_is_not_there_does_nothing) {
   alone.removeExecThreadObject(4711);
   alone.clearExecThreadObjectMap();
   alone.stop();

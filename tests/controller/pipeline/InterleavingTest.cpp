@@ -220,7 +220,8 @@ TEST_F(InterleavingTest, serial_requests_queued_as_the_waits_of_both_threads_end
 
 // ---- Verdicts ----------------------------------------------------------------------------------
 
-TEST_F(InterleavingTest, the_next_serial_request_starts_when_the_worker_of_the_last_one_is_gone) {
+TEST_F(InterleavingTest,
+       the_next_serial_request_starts_when_the_pass_thread_of_the_last_one_is_gone) {
   Barrier leaving;
   alpha.on(Call::RunReturn, [&](const CallRecord& run) {
     if (run.requestId == 1) {
@@ -242,7 +243,7 @@ TEST_F(InterleavingTest, the_next_serial_request_starts_when_the_worker_of_the_l
 
 // The same with the monitor stopped in front of each of its locks in turn while it judges.
 TEST_F(InterleavingTest,
-       no_step_of_a_verdict_frees_the_next_serial_request_before_the_worker_is_gone) {
+       no_step_of_a_verdict_frees_the_next_serial_request_before_the_pass_thread_is_gone) {
   serial();
   forbidTimeOuts();
   for (unsigned int number = 1; number <= 210; number += 3) {
@@ -298,15 +299,16 @@ TEST_F(InterleavingTest, a_late_verdict_on_another_request_does_not_end_the_seri
   EXPECT_TRUE(alpha.awaitRunning(2)) << "its own does";
 }
 
-// The worker halts or is aborted after its package has reported completion.
-TEST_P(InterleavingInBothModes, a_halt_on_the_workers_last_steps_is_seen_before_the_next_pass) {
+// The pass thread halts or is aborted after its package has reported completion.
+TEST_P(InterleavingInBothModes,
+       a_halt_on_the_pass_threads_last_steps_is_seen_before_the_next_pass) {
   Barrier leaving;
   alpha.on(Call::RunReturn, [&](const CallRecord&) { leaving.pass(); });
   alpha.everyPass(ending(Result::FAILED));
   start();
   const unsigned long id = queueHalting(3);
   ASSERT_TRUE(leaving.awaitArrival());
-  // The monitor finds COMPLETED, wants another pass, and joins the worker.
+  // The monitor finds COMPLETED, wants another pass, and joins the pass thread.
   ASSERT_TRUE(alpha.awaitCalls(Call::GetResults));
   leaving.open();
   ASSERT_TRUE(harness.awaitEnd(id));
@@ -318,7 +320,8 @@ TEST_P(InterleavingInBothModes, a_halt_on_the_workers_last_steps_is_seen_before_
   expectIdle();
 }
 
-TEST_P(InterleavingInBothModes, an_abort_on_the_workers_last_steps_is_seen_before_the_next_pass) {
+TEST_P(InterleavingInBothModes,
+       an_abort_on_the_pass_threads_last_steps_is_seen_before_the_next_pass) {
   Barrier leaving;
   alpha.on(Call::RunReturn, [&](const CallRecord&) { leaving.pass(); });
   start();
@@ -570,12 +573,13 @@ TEST_P(InterleavingInBothModes, a_second_entry_of_a_running_request_falls_out_si
   EXPECT_THAT(harness.ctrlEvents(), ElementsAre("DROP_REQUEST_ON_COMPLETION I 1"));
 }
 
-TEST_F(InterleavingTest, a_second_entry_falls_out_silently_until_the_worker_was_reclaimed) {
+TEST_F(InterleavingTest, a_second_entry_falls_out_silently_until_the_pass_thread_was_reclaimed) {
   alpha.setHabits({.neverCompletes = true});
   parallel();
   const unsigned long id = queueOn(1);
   ASSERT_TRUE(harness.awaitStatus(id, Request::REQUEUED));
-  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; })) << "its worker has ended";
+  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; }))
+      << "its pass thread has ended";
   managers().pushBackTestRequestQueue(DiagCtrl::TestRequestManager::WAIT, &request(id));
   managers().getCondVarTRWaitQueue().signal();
   EXPECT_EQ(harness.statusOf(id), Request::REQUEUED);
@@ -674,7 +678,8 @@ TEST_F(InterleavingTest, nobody_waits_for_a_polled_request_that_has_lost_its_lib
   forbidTimeOuts();
   const unsigned long id = queueOn(1);
   ASSERT_TRUE(harness.awaitStatus(id, Request::REQUEUED));
-  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; })) << "its worker has ended";
+  ASSERT_TRUE(eventually([&] { return steps.livingThreads() == 2; }))
+      << "its pass thread has ended";
   awaitWatched(id);
   alpha.setHabits({});
   const unsigned long next = queueOn(2);
@@ -807,10 +812,10 @@ TEST_P(InterleavingInBothModes, a_client_may_ask_for_progress_at_full_speed_whil
   expectIdle();
 }
 
-// ---- Workers
+// ---- Pass threads
 // -------------------------------------------------------------------------------------------
 
-TEST_P(InterleavingInBothModes, nobody_reclaims_a_worker_before_it_was_started) {
+TEST_P(InterleavingInBothModes, nobody_reclaims_a_pass_thread_before_it_was_started) {
   start();
   std::unique_ptr<Companion> reclaimer;
   bool waits = false;
@@ -820,7 +825,7 @@ TEST_P(InterleavingInBothModes, nobody_reclaims_a_worker_before_it_was_started) 
   });
   const unsigned long id = queueOn(1);
   ASSERT_TRUE(harness.awaitEnd(id));
-  EXPECT_TRUE(waits) << "the map is free while the worker is made";
+  EXPECT_TRUE(waits) << "the map is free while the pass thread is made";
   EXPECT_TRUE(reclaimer->ends());
   steps.beforeWorkerIsCreated(nullptr);
   expectIdle();
@@ -834,7 +839,7 @@ TEST_F(InterleavingTest, a_stopped_dispatcher_starts_nothing_any_more) {
   ASSERT_TRUE(alpha.awaitRunning(1));
   dispatcher().stop();
   EXPECT_TRUE(eventually([&] { return steps.livingThreads() == 2; }))
-      << "the wait for the verdict ends: the monitor and the worker are left";
+      << "the wait for the verdict ends: the monitor and the pass thread are left";
   EXPECT_EQ(alpha.count(Call::RunEnter), 1U);
 }
 

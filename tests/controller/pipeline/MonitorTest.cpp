@@ -315,11 +315,11 @@ class UnwindingTest : public MonitorTest {
 class UnwindingInBothModes : public UnwindingTest, public testing::WithParamInterface<bool> {};
 INSTANTIATE_TEST_SUITE_P(Modes, UnwindingInBothModes, testing::Bool(), modeName);
 
-TEST_P(UnwindingInBothModes, an_aborted_request_is_polled_until_its_worker_has_returned) {
+TEST_P(UnwindingInBothModes, an_aborted_request_is_polled_until_its_pass_thread_has_returned) {
   startIn(GetParam());
   abortOne();
   pollTimes(3);
-  EXPECT_THAT(harness.ctrlEvents(), IsEmpty()) << "its worker is still inside";
+  EXPECT_THAT(harness.ctrlEvents(), IsEmpty()) << "its pass thread is still inside";
   EXPECT_EQ(alpha.living().diagnostics, 1);
   unwinding.open();
   ASSERT_TRUE(eventually([&] { return alpha.living().diagnostics == 0; }));
@@ -328,7 +328,8 @@ TEST_P(UnwindingInBothModes, an_aborted_request_is_polled_until_its_worker_has_r
   EXPECT_EQ(harness.statusOf(id()), Request::ABORTED);
 }
 
-TEST_F(UnwindingTest, a_request_that_waits_for_its_worker_is_polled_twice_in_a_round_and_no_more) {
+TEST_F(UnwindingTest,
+       a_request_that_waits_for_its_pass_thread_is_polled_twice_in_a_round_and_no_more) {
   serial();
   forbidTimeOuts();
   abortOne();

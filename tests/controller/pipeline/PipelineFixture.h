@@ -95,7 +95,8 @@ class PipelineTest : public testing::Test {
   DiagCtrl::TestRequestManager& managers();
   DiagCtrl::ExecutionManagerThread& dispatcher();
   DiagCtrl::MonitorThread& monitor();
-  /// Workers that nobody has joined yet. Only while the monitor and the dispatcher are at rest.
+  /// Pass threads that nobody has joined yet. Only while the monitor and the dispatcher are at
+  /// rest.
   std::size_t workersKept();
   DiagCtrl::DiagnosticPackageInterface& packageInterface();
 

@@ -20,7 +20,7 @@ enum class Actor : unsigned int { Dispatcher, Monitor, Worker, Client, None };
 ///
 ///   PipelineSteps steps;
 ///   steps.setWaits(std::chrono::hours(1));          // what is not signalled never happens
-///   steps.atLock(Actor::worker, 7, [&] { ... });    // in front of a worker's seventh lock
+///   steps.atLock(Actor::worker, 7, [&] { ... });    // in front of a pass thread's seventh lock
 ///
 /// One object at a time, made before the controller is initialised.
 class PipelineSteps {
@@ -55,12 +55,12 @@ class PipelineSteps {
   /// Takes all actions away again; waits until those under way are over.
   void disarm();
 
-  /// The platform refuses the next so many workers.
+  /// The platform refuses the next so many pass threads.
   void refuseWorkers(int number);
   /// The loader refuses to load, or to release, the next so many libraries.
   void refuseLoads(int number);
   void refuseReleases(int number);
-  /// Runs on the dispatcher's thread before each worker is created.
+  /// Runs on the dispatcher's thread before each pass thread is created.
   void beforeWorkerIsCreated(Action action);
   /// Threads of the pipeline that exist.
   int livingThreads() const;

@@ -288,7 +288,7 @@ TEST_F(RequestTest, a_library_that_the_last_user_cannot_give_back_harms_nobody) 
 
 // ---- The dispatch gate -----------------------------------------------------------------------
 
-TEST_F(RequestTest, a_request_is_claimed_once_until_its_worker_has_landed) {
+TEST_F(RequestTest, a_request_is_claimed_once_until_its_pass_thread_has_landed) {
   const auto request = makeRequest();
   EXPECT_EQ(request->claimForDispatch(), TestRequest::Claim::granted);
   EXPECT_TRUE(request->getMonitored());
@@ -381,7 +381,7 @@ TEST_F(RequestTest, a_report_of_completion_counts_when_the_pass_under_way_can_ha
   const auto request = makeRequest();
   EXPECT_TRUE(request->lookAtPass());
   request->claimForDispatch();
-  EXPECT_FALSE(request->lookAtPass()) << "its worker has not entered the package";
+  EXPECT_FALSE(request->lookAtPass()) << "its pass thread has not entered the package";
   request->enterPackage();
   EXPECT_TRUE(request->lookAtPass()) << "there is no pass before the first";
   request->setToBeDroppedFlag(true);
@@ -413,7 +413,7 @@ TEST_F(RequestTest, a_verdict_is_refused_once_another_pass_was_claimed) {
   EXPECT_EQ(request->complete(), TestRequest::Completion::aborted);
 }
 
-TEST_F(RequestTest, an_abort_finds_a_worker_inside_whatever_the_status_says) {
+TEST_F(RequestTest, an_abort_finds_a_pass_thread_inside_whatever_the_status_says) {
   const auto request = makeRequest();
   request->claimForDispatch();
   request->enterPackage();

@@ -450,7 +450,7 @@ class PipelineYieldTest : public YieldTest {
 // their locks alone yield.
 //
 // The dispatcher wakes up and finds its queue empty, moves the request into it, takes it from
-// there, takes what its package and its device ask for, and makes a worker.
+// there, takes what its package and its device ask for, and makes a pass thread.
 constexpr unsigned long kWakeUp = kLock;  // the time stamp
 constexpr unsigned long kBeginPass = 2 * kLock;
 constexpr unsigned long kMoveFromWait = 4 * kLock;
@@ -460,7 +460,7 @@ constexpr unsigned long kDispatch =
     kWakeUp + 2 * kBeginPass + kMoveFromWait + kLock + kTakeDevice + kMakeWorker;
 constexpr unsigned long kNoteTheWait = kLock;  // of the dispatcher for the verdict, serially
 
-// The worker reads its request, the enabled tests, the status and the open mode, and marks the
+// The pass thread reads its request, the enabled tests, the status and the open mode, and marks the
 // start. A thread's first trace enters it into the tracer's list.
 constexpr unsigned long kFirstTrace = kLock;
 constexpr unsigned long kWorkerToStart = kFirstTrace + 6 * kLock;
@@ -471,7 +471,8 @@ constexpr unsigned long kGiveDeviceBack = 2 * kLock;
 constexpr unsigned long kWorkerToEnd = 3 * kLock + kGiveMachineBack + kGiveDeviceBack + kMethod;
 
 // The monitor wakes up in its phase, finds nothing started, polls the request, collects its
-// results, judges it, tells clients, takes it off the list and reclaims its worker and its object.
+// results, judges it, tells clients, takes it off the list and reclaims its pass thread and its
+// object.
 constexpr unsigned long kMonitorWakeUp = 3 * kLock;
 constexpr unsigned long kNotifyClients = kLock;
 constexpr unsigned long kPoll = 3 * kLock;  // progress, and still there
