@@ -240,7 +240,7 @@ const std::vector<CodeEntry> kTable = {
      marked("An earlier abort of all tests has not ended."),
      marked("Shut down and start again.")},
     {EVENT(UNABLE_TO_INIT_EXE_THREAD), Severity::Error,
-     marked("The worker of a request could not be started; the request was aborted."),
+     marked("The thread of a pass could not be started; the request was aborted."),
      marked("Check the limits on threads and memory (ulimit -u, ulimit -v), then run the test again.")},
     {BOTH(UNABLE_TO_RESET_RESOURCE_LOCK_MAP), Severity::Error,
      marked("Declared; the library does not use it."),
