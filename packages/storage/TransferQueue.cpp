@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -50,13 +51,10 @@ class InFlight {
   }
 
   /// @brief The end of a transfer. Throws as transferAll.
-  /// @param areAllStarted whether it is one of the last, so that a stop may already stand
-  Completion wait(bool areAllStarted) {
+  Completion wait() {
     Looks looks(m_waiter.journal, m_source.patience());
     for (;;) {
-      if (areAllStarted) {
-        endIfStopped();
-      }
+      endIfStopped();
       if (const std::optional<Completion> completion = m_source.wait(kLook)) {
         --m_count;
         m_places[completion->slot].order = 0;
@@ -126,6 +124,30 @@ class InFlight {
   std::optional<std::chrono::steady_clock::time_point> m_stopSeen;
 };
 
+/// @brief How many transfers may be in flight: few enough to end in the last chance. A process ends
+/// only when the kernel has ended them, so a slow disk with many would put off every stop.
+class Depth {
+ public:
+  explicit Depth(unsigned int most) : m_most(most), m_now(std::min(most, kFirst)) {}
+
+  unsigned int now() const { return m_now; }
+
+  void note(std::chrono::nanoseconds latency) {
+    if (latency > kLastChance) {
+      m_now = std::max(m_now - 1, 1U);
+    } else if (latency < kLastChance / 2) {
+      m_now = std::min(m_now + 1, m_most);
+    }
+  }
+
+ private:
+  /// What nothing is known about yet may be slow.
+  static constexpr unsigned int kFirst = 4;
+
+  unsigned int m_most;
+  unsigned int m_now;
+};
+
 }  // namespace
 
 Looks::Sight Looks::inVain() {
@@ -146,30 +168,32 @@ void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,
                  const std::function<void(const Transfer&, const Completion&)>& done) {
   InFlight inFlight(source, waiter);
+  Depth depth(source.slots());
+  std::vector<unsigned int> freeSlots(source.slots());
+  std::iota(freeSlots.rbegin(), freeSlots.rend(), 0U);
   bool more = true;
-  const auto refill = [&](unsigned int slot) {
-    const std::optional<Transfer> transfer = next(slot);
-    more = transfer.has_value();
-    if (more) {
-      inFlight.start(*transfer);
+  const auto fill = [&] {
+    while (more && inFlight.count() < depth.now()) {
+      const std::optional<Transfer> transfer = next(freeSlots.back());
+      more = transfer.has_value();
+      if (more) {
+        freeSlots.pop_back();
+        inFlight.start(*transfer);
+      }
     }
   };
-  for (unsigned int slot = 0; more && slot < source.slots(); ++slot) {
-    refill(slot);
-  }
-  while (inFlight.count() > 0) {
-    const Completion completion = inFlight.wait(!more);
+  for (fill(); inFlight.count() > 0; fill()) {
+    const Completion completion = inFlight.wait();
+    freeSlots.push_back(completion.slot);
+    depth.note(completion.latency);
     done(inFlight.of(completion), completion);
-    if (more) {
-      refill(completion.slot);
-    }
   }
 }
 
 Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer) {
   InFlight inFlight(source, waiter);
   inFlight.start(transfer);
-  return inFlight.wait(false);
+  return inFlight.wait();
 }
 
 void requireSize(const BlockSource& source, std::uint64_t bytes) {

@@ -52,9 +52,9 @@ class SilentDisk : public std::exception {
   const char* what() const noexcept override { return "the disk does not answer"; }
 };
 
-/// @brief Keeps as many transfers in flight as the source has slots, until there is no next one,
-/// then waits for the rest. No transfer is in flight when it returns or throws what a callback
-/// threw.
+/// @brief Keeps as many transfers in flight as the source has slots, or as few as a slow disk ends
+/// in a fifth of a second, until there is no next one, then waits for the rest. No transfer is in
+/// flight when it returns or throws what a callback threw.
 ///
 /// A stop that the journal requests ends the wait within a third of a second, whatever the disk
 /// does: what is then still in flight is abandoned. Throws PackageKit::Stopped for it, and

@@ -529,7 +529,7 @@ TEST(StorageSilence, does_not_keep_a_test_that_shall_stop) {
   FaultySource faulty(goodDisk());
   faulty.hangReads(500 * kBlock);
   RecordingJournal journal;
-  journal.stopAfter(40);
+  journal.stopAfter(80);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_THROW(scanSequentially(faulty, {}, kDisk, journal), PackageKit::Stopped);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
@@ -623,6 +623,84 @@ TEST(StorageStop, is_not_put_off_by_each_transfer_that_ends) {
                PackageKit::Stopped);
   EXPECT_LT(ended, slots / 2);
   EXPECT_TRUE(source.isAbandoned());
+}
+
+/// @brief A disk that does one transfer after the other, each in the same time, which passes only
+/// here.
+class LabouringSource : public FaultySource {
+ public:
+  explicit LabouringSource(std::unique_ptr<BlockSource> good)
+      : FaultySource(std::move(good)), m_begun(slots()) {}
+
+  void takes(std::chrono::milliseconds each) { m_each = each; }
+
+  void start(const Transfer& transfer) override {
+    m_begun[transfer.slot] = m_now;
+    FaultySource::start(transfer);
+  }
+  std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
+    std::optional<Completion> completion = FaultySource::wait(atMost);
+    if (completion) {
+      m_now += m_each;
+      completion->latency = m_now - m_begun[completion->slot];
+    }
+    return completion;
+  }
+
+ private:
+  std::chrono::nanoseconds m_now{0};
+  std::chrono::nanoseconds m_each{0};
+  std::vector<std::chrono::nanoseconds> m_begun;
+};
+
+/// @brief Reads so often. @return how many reads were in flight at most in the second half
+int mostInFlight(LabouringSource& source, int reads) {
+  RecordingJournal journal;
+  int started = 0;
+  int most = 0;
+  transferAll(
+      source, {journal, kDisk},
+      [&](unsigned int slot) {
+        return started++ < reads ? std::optional(Transfer{Direction::Read, slot, 0, 4 * kKib})
+                                 : std::nullopt;
+      },
+      [&](const Transfer&, const Completion&) {
+        most = std::max(most, started > reads / 2 ? source.inFlight() + 1 : 0);
+      });
+  return most;
+}
+
+TEST(StorageStop, finds_no_more_in_flight_than_a_slow_disk_can_end) {
+  LabouringSource source(goodDisk(smallSlots(4 * kKib, 32)));
+  source.takes(std::chrono::milliseconds(50));
+  EXPECT_LE(mostInFlight(source, 400), 6);  // 0.3 s
+  source.takes(std::chrono::seconds(2));
+  EXPECT_LE(mostInFlight(source, 400), 2);
+}
+
+TEST(StorageStop, costs_a_quick_disk_none_of_its_depth) {
+  LabouringSource source(goodDisk(smallSlots(4 * kKib, 32)));
+  source.takes(std::chrono::milliseconds(1));
+  EXPECT_EQ(mostInFlight(source, 400), 32);
+}
+
+TEST(StorageStop, finds_less_in_flight_when_the_disk_gets_slow_and_more_when_it_is_quick_again) {
+  LabouringSource source(goodDisk(smallSlots(4 * kKib, 32)));
+  RecordingJournal journal;
+  constexpr int reads = 900;
+  int started = 0;
+  std::map<int, int> inFlight;  // by the number of reads started
+  transferAll(
+      source, {journal, kDisk},
+      [&](unsigned int slot) {
+        source.takes(std::chrono::milliseconds(started < 300 || started >= 600 ? 1 : 50));
+        return started++ < reads ? std::optional(Transfer{Direction::Read, slot, 0, 4 * kKib})
+                                 : std::nullopt;
+      },
+      [&](const Transfer&, const Completion&) { inFlight[started] = source.inFlight() + 1; });
+  EXPECT_EQ(inFlight[299], 32);
+  EXPECT_LE(inFlight[599], 6);
+  EXPECT_EQ(inFlight[899], 32);
 }
 
 TEST(StorageStop, is_answered_while_the_space_of_a_file_is_reserved) {
