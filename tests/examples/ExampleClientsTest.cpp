@@ -1,5 +1,5 @@
-// The example client runs against the example package, is as short as it says, and is what the
-// guide shows.
+// The example clients run against the example package and are as short as they say; the short one
+// is what the guide shows.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,10 +30,10 @@ struct ClientRun {
   std::string output;
 };
 
-/// Runs the client; what it writes to either stream is its output.
-ClientRun runClient(const std::string& arguments) {
+/// Runs a client; what it writes to either stream is its output.
+ClientRun runProgram(const std::string& program, const std::string& arguments) {
   ClientRun run;
-  FILE* const pipe = popen((MINIMAL_CLIENT " " + arguments + " 2>&1").c_str(), "r");
+  FILE* const pipe = popen((program + " " + arguments + " 2>&1").c_str(), "r");
   if (pipe == nullptr) {
     return run;
   }
@@ -44,6 +44,10 @@ ClientRun runClient(const std::string& arguments) {
   const int status = pclose(pipe);
   run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
+}
+
+ClientRun runClient(const std::string& arguments) {
+  return runProgram(MINIMAL_CLIENT, arguments);
 }
 
 std::string textOf(const std::string& file) {
@@ -92,6 +96,31 @@ TEST(MinimalClient, names_the_call_that_failed) {
 TEST(MinimalClient, has_fewer_than_a_hundred_lines) {
   const std::string text = textOf("examples/minimal_client/MinimalClient.cpp");
   EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 100);
+}
+
+TEST(ShortClient, runs_every_test_of_the_example_package_and_prints_the_outcome) {
+  const ClientRun run = runProgram(SHORT_CLIENT, "");
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("(Never steps back) on host/clocksource0 has ended: PASSED"));
+  EXPECT_THAT(run.output, HasSubstr("Request 1: passed\n"));
+}
+
+TEST(ShortClient, speaks_the_language_that_it_is_told_to) {
+  const ClientRun run = runProgram(SHORT_CLIENT, "\"$(dirname " SHORT_CLIENT ")/control.cfg\" de");
+  EXPECT_EQ(run.exitStatus, 0) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("an host/clocksource0 ist beendet: PASSED"));
+}
+
+TEST(ShortClient, names_the_call_that_failed) {
+  const ClientRun run = runProgram(SHORT_CLIENT, "/nonexistent/control.cfg");
+  EXPECT_EQ(run.exitStatus, 2);
+  EXPECT_EQ(run.output, "initialize: INITIALISATION_FAILED (2)\n");
+}
+
+TEST(ShortClient, has_forty_lines_which_the_guide_shows_as_they_are) {
+  const std::string text = textOf("examples/short_client/ShortClient.cpp");
+  EXPECT_LE(std::count(text.begin(), text.end(), '\n'), 40);
+  EXPECT_THAT(textOf("docs/client-guide.md"), HasSubstr("```cpp\n" + text + "```\n"));
 }
 
 }  // namespace

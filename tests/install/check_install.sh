@@ -3,6 +3,7 @@
 # Usage: check_install.sh STEP PREFIX, where STEP is one of
 #   install        installs the build in $BUILD_DIR into PREFIX and looks at the headers laid down
 #   cmake-client   builds and runs a client that uses find_package
+#   client-header  compiles a client of DiagCtrl/Client.h with both compilers and their warnings
 #   kit-package    builds a package with the installed kit and runs its test
 #   pkg-config-client, package-module   a client and a package with pkg-config alone
 # CXX, CXXFLAGS and LDFLAGS are those of the build.
@@ -55,6 +56,24 @@ build_cmake_client() {
   expect UNINITIALISED "$work/build/client"
 }
 
+# What is in a template is compiled when it is used, so a client is compiled too.
+check_client_header() {
+  local header=$prefix/include/tarvexdiags/DiagCtrl/Client.h source compiler
+  echo '#include "DiagCtrl/Client.h"' >"$work/alone.cpp"
+  for source in "$work/alone.cpp" "$here/../../examples/short_client/ShortClient.cpp"; do
+    for compiler in g++ clang++-14; do
+      # shellcheck disable=SC2046  # words
+      "$compiler" -std=c++20 -Wall -Wextra -Wconversion -Werror -DCONTROL_FILE='""' \
+        $(pkg-config --cflags tarvexdiags) -fsyntax-only "$source" ||
+        fail "$compiler has something to say about Client.h in $source"
+    done
+  done
+  # The standard library, and the project's own headers.
+  if grep '^#include' "$header" | grep -vE '<[a-z_]+>$|"(DiagCtrl|System)/[A-Za-z]+\.h"$'; then
+    fail "Client.h brings a dependency along"
+  fi
+}
+
 build_kit_package() {
   cp -r "$here/kit" "$work/source"
   cp -r "$here/../../examples/minimal_package" "$work/source/clock"
@@ -95,6 +114,7 @@ export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 case $step in
   install) install_build ;;
   cmake-client) build_cmake_client ;;
+  client-header) check_client_header ;;
   kit-package) build_kit_package ;;
   pkg-config-client) build_pkg_config_client ;;
   package-module) build_package_module ;;
