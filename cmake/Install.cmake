@@ -1,6 +1,6 @@
 # What `cmake --install` puts into a prefix: the two libraries and the package kit, their headers
 # below include/tarvexdiags, the texts of the controller's codes, the CMake package and the pkg-config
-# files.
+# files, the guides and the examples that they speak of.
 
 include(CMakePackageConfigHelpers)
 
@@ -20,6 +20,10 @@ install(
   PATTERN "*.h"
   PATTERN "internal" EXCLUDE)
 
+set(tarvex_doc_dir "${CMAKE_INSTALL_DATAROOTDIR}/doc/tarvexdiags")
+install(FILES CHANGELOG.md DESTINATION "${tarvex_doc_dir}")
+install(DIRECTORY docs examples DESTINATION "${tarvex_doc_dir}")
+
 install(FILES "${TARVEX_MESSAGE_FILE}" DESTINATION "${CMAKE_INSTALL_DATADIR}/tarvexdiags")
 
 install(EXPORT TarvexDiagsTargets NAMESPACE TarvexDiags:: DESTINATION "${tarvex_package_dir}")
@@ -37,7 +41,7 @@ cmake_path(ABSOLUTE_PATH tarvex_pkgconfig_dir BASE_DIRECTORY "${CMAKE_INSTALL_PR
            OUTPUT_VARIABLE tarvex_pkgconfig_path)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY "${tarvex_pkgconfig_path}"
            OUTPUT_VARIABLE TARVEX_PREFIX_FROM_PKGCONFIG)
-foreach(file IN ITEMS tarvexdiags tarvexdiags-framework)
+foreach(file IN ITEMS tarvexdiags tarvexdiags-framework tarvexdiags-packagekit)
   configure_file("cmake/${file}.pc.in" "${file}.pc" @ONLY)
   install(FILES "${PROJECT_BINARY_DIR}/${file}.pc" DESTINATION "${tarvex_pkgconfig_dir}")
 endforeach()

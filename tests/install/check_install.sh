@@ -5,7 +5,9 @@
 #   cmake-client   builds and runs a client that uses find_package
 #   client-header  compiles a client of DiagCtrl/Client.h with both compilers and their warnings
 #   kit-package    builds a package with the installed kit and runs its test
+#   examples       builds all examples from the folder of documents, and runs the clients
 #   pkg-config-client, package-module   a client and a package with pkg-config alone
+#   pkg-config-kit   a package that is written with the kit, with pkg-config alone
 # CXX, CXXFLAGS and LDFLAGS are those of the build.
 set -euo pipefail
 
@@ -83,6 +85,26 @@ build_kit_package() {
   expect PASSED "$work/build/driver"
 }
 
+# Each can be configured by itself as well.
+build_examples() {
+  local flags=(-G Ninja "-DCMAKE_PREFIX_PATH=$prefix" "-DCMAKE_CXX_COMPILER=$CXX"
+    "-DCMAKE_CXX_FLAGS=$CXXFLAGS") example client
+  cp -r "$prefix/share/doc/tarvexdiags/examples" "$work/source"
+  cmake -S "$work/source" -B "$work/build" "${flags[@]}" >/dev/null
+  cmake --build "$work/build" >/dev/null
+  # The controller leaves behind what it says it leaves behind.
+  export ASAN_OPTIONS=detect_leaks=0
+  for client in short_client minimal_client; do
+    "$work/build/$client/$client" >"$work/output" || fail "$client exited with $?"
+    grep -q 'on host/clocksource0 has ended: PASSED' "$work/output" || fail "$client ran no test"
+  done
+  grep -qx 'A request has ended.' "$work/output" || fail "the client had no texts of the controller"
+  for example in "$work"/source/*/; do
+    cmake -S "$example" -B "$work/alone/$(basename "$example")" "${flags[@]}" >/dev/null ||
+      fail "$example cannot be built by itself"
+  done
+}
+
 build_pkg_config_client() {
   cp "$here/client/main.cpp" "$work"
   read -ra options <<<"$CXXFLAGS ${LDFLAGS:-} $(pkg-config --cflags --libs tarvexdiags)"
@@ -107,6 +129,28 @@ build_package_module() {
   expect "host/device0 PASSED" "$work/host" "$work/libpackage.so"
 }
 
+# As the guide has it. Undefined symbols are refused.
+build_pkg_config_kit() {
+  local source=$here/../../examples/minimal_package packages=$work/packages kit language options
+  kit=$(pkg-config --variable=kitdata tarvexdiags-packagekit)
+  for language in en de fr es zh ja; do
+    mkdir -p "$packages/$language"
+    cat "$source/$language/clock.cfg" "$kit/$language/kit.cfg" >"$packages/$language/clock.cfg"
+  done
+  cat "$source/clock.cfg" "$kit/kit.cfg" >"$packages/clock.cfg"
+  read -ra options <<<"$CXXFLAGS ${LDFLAGS:-} $(pkg-config --cflags tarvexdiags-packagekit)"
+  [[ $("$CXX" --version) == *clang* ]] || options+=(-fno-gnu-unique)
+  [[ $CXXFLAGS == *-fsanitize* ]] || options+=("-Wl,-z,defs")
+  options+=("-Wl,-rpath,$(pkg-config --variable=libdir tarvexdiags-packagekit)")
+  local libraries
+  read -ra libraries <<<"$(pkg-config --libs tarvexdiags-packagekit)"
+  "$CXX" -shared "$source/Clock.cpp" -o "$packages/libclock.so" "${options[@]}" "${libraries[@]}" \
+    "-Wl,--version-script=$(pkg-config --variable=versionscript tarvexdiags-packagekit)"
+  "$CXX" "$here/kit/main.cpp" -o "$work/driver" "-DPACKAGES=\"$packages\"" "${options[@]}" \
+    "-L$prefix/lib" -lpackagekit_testing "${libraries[@]}"
+  expect PASSED "$work/driver"
+}
+
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
@@ -116,6 +160,8 @@ case $step in
   cmake-client) build_cmake_client ;;
   client-header) check_client_header ;;
   kit-package) build_kit_package ;;
+  examples) build_examples ;;
+  pkg-config-kit) build_pkg_config_kit ;;
   pkg-config-client) build_pkg_config_client ;;
   package-module) build_package_module ;;
   *) fail "unknown step $step" ;;
