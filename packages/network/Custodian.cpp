@@ -17,6 +17,8 @@
 #include <thread>
 #include <utility>
 
+#include "packagekit/Caretaker.h"
+
 namespace TarvexDiags::Network {
 namespace {
 
@@ -135,6 +137,7 @@ Custodian::Custodian(const Charge& charge) {
   if (m_process < 0) {
     throw std::system_error(errno, std::generic_category(), "fork");
   }
+  PackageKit::announceCaretaker(m_process);
   m_pipe = std::move(ours);
   ready.close();
   // Until it is in a session of its own, it would die with this process.
