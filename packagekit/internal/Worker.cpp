@@ -15,6 +15,7 @@
 
 #include "packagekit/Exports.h"
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/internal/Caretakers.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/PassSetup.h"
 #include "packagekit/internal/WorkerContext.h"
@@ -182,6 +183,7 @@ int runWorker(DefineFunction define, int socket) {
   // Kept for the process's life, as the listening thread uses it to the last.
   WorkerLink& link = *new WorkerLink(socket);
   try {
+    announceCaretakersTo(getppid());
     Package package;
     define(package);
     Frame frame = link.receive();

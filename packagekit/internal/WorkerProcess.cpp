@@ -20,7 +20,7 @@ namespace {
 constexpr int kWorkerSocket = 3;
 // Above all numbers that the worker's own descriptors get, so that no dup2 hits another's source.
 constexpr int kFirstOwnDescriptor = 10;
-constexpr int kPatienceMilliseconds = 1000;
+constexpr int kPatienceMilliseconds = 5000;
 
 [[noreturn]] void fail(int error, const std::string& what) {
   throw std::system_error(error, std::generic_category(), what);
@@ -63,16 +63,25 @@ std::pair<UniqueDescriptor, UniqueDescriptor> makePipe() {
   return {std::move(ours), std::move(theirs)};
 }
 
-UniqueDescriptor makePoisonRecord() {
-  const int file = memfd_create("poison", MFD_CLOEXEC);
+UniqueDescriptor makeRecords() {
+  const int file = memfd_create("worker-records", MFD_CLOEXEC);
   if (file < 0) {
     fail(errno, "memfd_create");
   }
   UniqueDescriptor page = moveUp(file);
-  if (ftruncate(page.get(), sizeof(PoisonRecord)) != 0) {
+  if (ftruncate(page.get(), kReaperRecordOffset + sizeof(ReaperRecord)) != 0) {
     fail(errno, "ftruncate");
   }
   return page;
+}
+
+ReaperRecord* mapReaperRecord(int records) {
+  void* const place = mmap(nullptr, sizeof(ReaperRecord), PROT_READ | PROT_WRITE, MAP_SHARED,
+                           records, kReaperRecordOffset);
+  if (place == MAP_FAILED) {
+    fail(errno, "mmap");
+  }
+  return static_cast<ReaperRecord*>(place);
 }
 
 class SpawnActions {
@@ -102,11 +111,13 @@ class SpawnAttributes {
   SpawnAttributes() {
     check(posix_spawnattr_init(&m_attributes), "posix_spawnattr_init");
     sigset_t all;
-    sigset_t none;
+    sigset_t orders;
     sigfillset(&all);
-    sigemptyset(&none);
+    sigemptyset(&orders);
+    // An order that comes before the reaper is in its place waits for it.
+    sigaddset(&orders, kLookAtOrders);
     posix_spawnattr_setsigdefault(&m_attributes, &all);
-    posix_spawnattr_setsigmask(&m_attributes, &none);
+    posix_spawnattr_setsigmask(&m_attributes, &orders);
     posix_spawnattr_setpgroup(&m_attributes, 0);
     posix_spawnattr_setflags(
         &m_attributes,
@@ -122,20 +133,25 @@ class SpawnAttributes {
   posix_spawnattr_t m_attributes{};
 };
 
-int killGroup(pid_t group, int signal) {
-  return ::kill(-group, signal);
+int orderOrKill(pid_t target, int signal, ReaperRecord& reaper) {
+  if (target < 0) {
+    return ::kill(target, signal);
+  }
+  reaper.order(signal);
+  return ::kill(target, kLookAtOrders);
 }
 
 }  // namespace
 
-int (*WorkerProcess::sendSignal)(pid_t group, int signal) = &killGroup;
+int (*WorkerProcess::sendSignal)(pid_t, int, ReaperRecord&) = &orderOrKill;
 
 WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile,
                              int nice) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
-  m_poison = makePoisonRecord();
-  const SpawnActions actions(theirSocket.get(), theirOutput.get(), m_poison.get());
+  m_records = makeRecords();
+  m_reaper.reset(mapReaperRecord(m_records.get()));
+  const SpawnActions actions(theirSocket.get(), theirOutput.get(), m_records.get());
   const SpawnAttributes attributes;
   std::string name = executable;
   std::string package = packageFile;
@@ -151,9 +167,13 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   m_pidDescriptor = UniqueDescriptor(static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0)));
 }
 
+void WorkerProcess::Unmap::operator()(ReaperRecord* record) const {
+  munmap(record, sizeof *record);
+}
+
 WorkerProcess::~WorkerProcess() {
   if (m_pid > 0) {
-    sendSignal(m_pid, SIGKILL);
+    signalGroup(SIGKILL);
     pollfd end{m_pidDescriptor.get(), POLLIN, 0};
     poll(&end, 1, kPatienceMilliseconds);
     reapIfEnded(m_pid);
@@ -177,13 +197,15 @@ bool WorkerProcess::hasEnded() const {
 }
 
 void WorkerProcess::signalGroup(int signal) const {
-  sendSignal(m_pid, signal);
+  const bool isToEnd = signal == SIGTERM || signal == SIGKILL;
+  // Where the reaper is refused it hangs before there is a worker, or is another program.
+  sendSignal(isToEnd && m_reaper->refuse() ? -m_pid : m_pid, signal, *m_reaper);
 }
 
 void WorkerProcess::killRest() const {
   if (isZombie()) {
     // The number is still ours: nobody else's group can be hit.
-    sendSignal(m_pid, SIGKILL);
+    sendSignal(-m_pid, SIGKILL, *m_reaper);
   }
 }
 
@@ -194,7 +216,10 @@ ProcessEnd WorkerProcess::reap() {
   do {
     result = waitpid(pid, &status, 0);
   } while (result < 0 && errno == EINTR);
-  if (result != pid) {
+  // The reaper has the worker's status, and tells it even when somebody else took its own.
+  if (m_reaper->isEnded()) {
+    status = m_reaper->status;
+  } else if (result != pid) {
     return {};
   }
   return WIFSIGNALED(status) ? ProcessEnd{ProcessEnd::Kind::Signalled, WTERMSIG(status)}
@@ -203,7 +228,7 @@ ProcessEnd WorkerProcess::reap() {
 
 std::optional<PoisonRecord> WorkerProcess::poison() const {
   PoisonRecord record;
-  const bool isRead = pread(m_poison.get(), &record, sizeof record, 0) == sizeof record;
+  const bool isRead = pread(m_records.get(), &record, sizeof record, 0) == sizeof record;
   return isRead && record.isWhole() ? std::optional(record) : std::nullopt;
 }
 

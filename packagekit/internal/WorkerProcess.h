@@ -2,11 +2,13 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "packagekit/UniqueDescriptor.h"
 #include "packagekit/internal/PoisonRecord.h"
+#include "packagekit/internal/ReaperRecord.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -22,6 +24,9 @@ struct ProcessEnd {
 /// way. Nothing of the host but its environment and working directory gets into it: no descriptor,
 /// no signal handler, no mask. It stays in the host's session, and so in its scheduling group, as
 /// the nice value counts only against what is there.
+///
+/// The host's child is the worker's reaper: it passes signals on, and ends when the worker and all
+/// that came of it have ended, those included that have left its group.
 class WorkerProcess {
  public:
   /// Starts `executable` with the package's path; it makes itself `nice`, or as nice as the calling
@@ -33,23 +38,24 @@ class WorkerProcess {
   WorkerProcess(const WorkerProcess&) = delete;
   WorkerProcess& operator=(const WorkerProcess&) = delete;
 
-  pid_t pid() const { return m_pid; }
+  pid_t pid() const { return m_pid; }                              ///< of the reaper
   int socket() const { return m_socket.get(); }                    ///< non-blocking
   int output() const { return m_output.get(); }                    ///< non-blocking
   int processDescriptor() const { return m_pidDescriptor.get(); }  ///< readable at its end, or -1
 
   void closeOutput() { m_output.close(); }
 
-  /// Whether the process has ended; it stays a zombie, so its id stays its own.
+  /// Whether all has ended; the process stays a zombie, so its id stays its own.
   bool hasEnded() const;
 
-  /// Sends a signal to the whole group, by way of sendSignal.
+  /// Has SIGSTOP, SIGCONT, SIGTERM or SIGKILL sent to the worker's whole group.
   void signalGroup(int signal) const;
 
-  /// Kills what is left of the group of a process that has ended and was not reaped yet.
+  /// Kills what is left of the group of a process that was no reaper, has ended and was not reaped
+  /// yet.
   void killRest() const;
 
-  /// Takes the status of a process that has ended.
+  /// Takes the status of a worker that has ended.
   ProcessEnd reap();
 
   /// The poisoned memory that the process has met; nothing when it met none, or took care of it
@@ -59,17 +65,22 @@ class WorkerProcess {
   /// Leaves the process to itself: it can't be ended.
   void giveUp() { m_pid = -1; }
 
-  /// The call that sends signals to process groups: kill(2), unless a test puts another one there.
-  static int (*sendSignal)(pid_t group, int signal);
+  /// The call by which signals are sent, as an order to a reaper, or with a negative id to a group
+  /// itself, unless a test puts another one there.
+  static int (*sendSignal)(pid_t target, int signal, ReaperRecord& reaper);
 
  private:
+  struct Unmap {
+    void operator()(ReaperRecord* record) const;
+  };
   bool isZombie() const;
 
   pid_t m_pid = -1;
   UniqueDescriptor m_socket;
   UniqueDescriptor m_output;
   UniqueDescriptor m_pidDescriptor;
-  UniqueDescriptor m_poison;  ///< of the page with the record
+  UniqueDescriptor m_records;  ///< see PoisonRecord and ReaperRecord
+  std::unique_ptr<ReaperRecord, Unmap> m_reaper;
 };
 
 /// Takes the status of a given-up process that has ended meanwhile. @return false while it lives

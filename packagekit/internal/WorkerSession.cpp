@@ -21,6 +21,7 @@ namespace {
 constexpr int kReadsInARow = 16;
 // How often a host looks for the end of a process where the kernel has no descriptors for them.
 constexpr int kLookMilliseconds = 20;
+constexpr std::chrono::seconds kLongestDrain{1};
 constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads or ends
 
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
@@ -380,10 +381,12 @@ void WorkerSession::breakProtocol(const std::string& what) {
   }
 }
 
+// One that was given up may talk for ever.
 void WorkerSession::drain() {
-  while (readFrames()) {
+  const auto end = Clock::now() + kLongestDrain;
+  while (readFrames() && Clock::now() < end) {
   }
-  while (readOutput()) {
+  while (readOutput() && Clock::now() < end) {
   }
 }
 

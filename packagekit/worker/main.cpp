@@ -1,29 +1,21 @@
 // The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
 // Usage: tarvex-package-worker <package> <process id of the host> <nice>, started by the kit alone:
-// the socket to the host is descriptor 3, a page that both share descriptor 4.
+// the socket to the host is descriptor 3, what both share in memory descriptor 4. The process that
+// the host starts is the reaper; the worker is its child.
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include "packagekit/worker/PoisonWatch.h"
+#include "packagekit/worker/Reaper.h"
 
 static const int kSocket = 3;
 static const int kUnusable = 126;
-
-// Dies with the thread that started it, which stays for as long as it wants the worker.
-static void dieWithHost(long host) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != host) {
-    _exit(EXIT_FAILURE);
-  }
-}
 
 // When memory runs out the kernel shall take the test and not the program that runs it.
 static void becomeFirstVictim() {
@@ -49,7 +41,7 @@ int main(int count, char** arguments) {
             arguments[0]);
     return kUnusable;
   }
-  dieWithHost(strtol(arguments[2], nullptr, 10));
+  TarvexDiags::PackageKit::runBelowReaper(static_cast<pid_t>(strtol(arguments[2], nullptr, 10)));
   becomeFirstVictim();
   makeNice(strtol(arguments[3], nullptr, 10));
   // What was printed before a crash is told, so it may not wait in a buffer.

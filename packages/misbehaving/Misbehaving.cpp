@@ -467,7 +467,7 @@ void define(Package& package) {
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.
-int loseSignal(pid_t /*group*/, int /*signal*/) {
+int loseSignal(pid_t /*target*/, int /*signal*/, ReaperRecord& /*reaper*/) {
   return 0;
 }
 

@@ -194,6 +194,16 @@ void Program::signal(int number) {
   kill(m_process, number);
 }
 
+// -1: it has gone.
+static pid_t parentOf(pid_t process) {
+  std::ifstream stat("/proc/" + std::to_string(process) + "/stat");
+  std::string line;
+  std::getline(stat, line);
+  const std::size_t end = line.rfind(") ");
+  return end == std::string::npos ? -1 : std::atoi(line.c_str() + end + 4);
+}
+
+// The program's child is the reaper, and the worker its child.
 std::vector<pid_t> Program::workers() const {
   std::vector<pid_t> workers;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -204,7 +214,7 @@ std::vector<pid_t> Program::workers() const {
     const std::string name = " (tarvex-package-) ";
     const std::size_t state = line.find(name);
     if (state != std::string::npos && line[state + name.size()] != 'Z' &&
-        std::atoi(line.c_str() + state + name.size() + 1) == m_process) {
+        parentOf(std::atoi(line.c_str() + state + name.size() + 1)) == m_process) {
       workers.push_back(std::atoi(line.c_str()));
     }
   }

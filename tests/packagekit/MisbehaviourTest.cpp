@@ -573,7 +573,7 @@ TEST_F(Misbehaviour, the_hosts_descriptors_are_given_back) {
 TEST_F(Misbehaviour, a_host_that_ignores_its_children_gets_its_verdicts) {
   signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(m_driver.run("unit0", {kBehaves}).verdict, DiagnosticResult::PASSED);
-  expectTrouble(m_driver.run("unit0", {2}), WORKER_EXITED, "2");
+  expectTrouble(m_driver.run("unit0", {2}), WORKER_CRASHED, "2");
   signal(SIGCHLD, SIG_DFL);
 }
 

@@ -3,12 +3,19 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,7 +35,9 @@ using namespace TarvexDiags::PackageKit;
 
 namespace {
 
-int swallowSignal(pid_t /*group*/, int /*signal*/) {
+const auto sendInEarnest = WorkerProcess::sendSignal;
+
+int swallowSignal(pid_t /*target*/, int /*signal*/, ReaperRecord& /*reaper*/) {
   return 0;
 }
 
@@ -69,14 +78,50 @@ struct SentSignal {
 };
 std::vector<SentSignal> sentSignals;
 
-int recordSignal(pid_t group, int signal) {
+std::atomic<bool> hasSentStop{false};
+
+int swallowedKills = 0;
+
+// Counts those that would hit the process itself.
+int swallowKill(pid_t target, int /*signal*/, ReaperRecord& /*reaper*/) {
+  swallowedKills += target < 0 ? 1 : 0;
+  return 0;
+}
+
+int recordSignal(pid_t target, int signal, ReaperRecord& reaper) {
   sentSignals.push_back({signal, std::chrono::steady_clock::now()});
-  return kill(-group, signal);
+  hasSentStop = hasSentStop || signal == SIGSTOP;
+  return sendInEarnest(target, signal, reaper);
 }
 
 // As if the signals to stop and to go on came late: what the worker says meanwhile is still read.
-int loseStops(pid_t group, int signal) {
-  return signal == SIGSTOP || signal == SIGCONT ? 0 : kill(-group, signal);
+int loseStops(pid_t target, int signal, ReaperRecord& reaper) {
+  return signal == SIGSTOP || signal == SIGCONT ? 0 : sendInEarnest(target, signal, reaper);
+}
+
+std::string statusLineOf(pid_t process) {
+  std::string line;
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::getline(file, line);
+  return line;
+}
+
+// 0: there is none.
+int stoppedChildOf(pid_t parent) {
+  const std::string mark = ") T " + std::to_string(parent) + " ";
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const int process = std::atoi(entry.path().filename().c_str());
+    if (process > 0 && statusLineOf(process).find(mark) != std::string::npos) {
+      return process;
+    }
+  }
+  return 0;
+}
+
+bool hasLoaded(pid_t process, const std::string& library) {
+  std::ifstream maps("/proc/" + std::to_string(process) + "/maps");
+  const std::string text{std::istreambuf_iterator<char>(maps), {}};
+  return text.find(library) != std::string::npos;
 }
 
 // Suspends the run when its first test begins, and resumes it when its second does.
@@ -120,6 +165,8 @@ class SupervisedWorker : public ::testing::Test {
  protected:
   SupervisedWorker() {
     sentSignals.clear();
+    hasSentStop = false;
+    WorkerProcess::sendSignal = sendInEarnest;
     setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
     control.beginRun();
   }
@@ -215,11 +262,13 @@ TEST_F(SupervisedWorker, that_is_deaf_gets_sigterm_and_sigkill_each_after_its_gr
 
 TEST_F(SupervisedWorker, is_stopped_and_continued_by_the_client) {
   WorkerProcess::sendSignal = &recordSignal;
-  setup.testIds = {1};
+  setup.configFile = place.write("continued.cfg", "[TestID16]\nMilliseconds=2000\n");
+  setup.testIds = {16};  // not at its end before the client has been heard
   limits.tests = {60};
   limits.start = 3;  // does not run while the worker is stopped
   control.suspend();
   std::thread client([this] {
+    EXPECT_TRUE(TestSupport::eventually([] { return hasSentStop.load(); }));
     std::this_thread::sleep_for(std::chrono::milliseconds(3500));
     control.resume();
   });
@@ -229,6 +278,57 @@ TEST_F(SupervisedWorker, is_stopped_and_continued_by_the_client) {
   EXPECT_TRUE(end.isComplete);
   EXPECT_FALSE(end.isTimedOut);
   EXPECT_EQ(numbersOfSignals(), (std::vector<int>{SIGSTOP, SIGCONT, SIGKILL}));
+}
+
+// The host has found nobody in place, and is about to kill what it has started.
+TEST_F(SupervisedWorker, does_not_begin_once_its_host_has_given_it_up) {
+  bool isGivenUp = false;
+  while (!isGivenUp) {
+    WorkerProcess process(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
+                          TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
+    ASSERT_EQ(kill(process.pid(), SIGSTOP), 0);
+    swallowedKills = 0;
+    WorkerProcess::sendSignal = &swallowKill;
+    process.signalGroup(SIGKILL);
+    isGivenUp = swallowedKills > 0;
+    WorkerProcess::sendSignal = sendInEarnest;
+    ASSERT_EQ(kill(process.pid(), SIGCONT), 0);
+    if (isGivenUp) {
+      pollfd end{process.processDescriptor(), POLLIN, 0};
+      EXPECT_EQ(poll(&end, 1, 30'000), 1);
+      EXPECT_EQ(process.reap().kind, ProcessEnd::Kind::Exited);
+    }
+  }
+}
+
+// Stopped before it has got as far as to its own code.
+TEST_F(SupervisedWorker, obeys_an_order_that_came_before_there_was_anybody_to_obey) {
+  std::optional<WorkerProcess> process;
+  bool isEarly = false;
+  while (!isEarly) {
+    process.emplace(TARVEX_PACKAGE_DIR "/tarvex-package-worker",
+                    TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
+    ASSERT_EQ(kill(process->pid(), SIGSTOP), 0);
+    ASSERT_TRUE(TestSupport::eventually(
+        [&] { return statusLineOf(process->pid()).find(") T ") != std::string::npos; }));
+    isEarly = !hasLoaded(process->pid(), "libc.so");
+    process->signalGroup(SIGSTOP);
+    process->signalGroup(SIGCONT);
+    process->signalGroup(SIGSTOP);
+    ASSERT_EQ(kill(process->pid(), SIGCONT), 0);
+  }
+  int worker = 0;
+  EXPECT_TRUE(TestSupport::eventually([&] {
+    worker = stoppedChildOf(process->pid());
+    return worker > 0;
+  }));
+  EXPECT_FALSE(hasLoaded(worker, "libmisbehaving.so"));
+  process->signalGroup(SIGKILL);
+  pollfd end{process->processDescriptor(), POLLIN, 0};
+  EXPECT_EQ(poll(&end, 1, 30'000), 1);
+  const ProcessEnd how = process->reap();
+  EXPECT_EQ(how.kind, ProcessEnd::Kind::Signalled);
+  EXPECT_EQ(how.number, SIGKILL);
 }
 
 TEST_F(SupervisedWorker, has_the_whole_time_of_a_test_that_begins_while_it_is_suspended) {

@@ -37,7 +37,13 @@ inline std::string statusField(const std::filesystem::path& process, const std::
   return {};
 }
 
-/// @brief The process that works for a package, two generations below this one; -1: there is none.
+/// @brief The parent of a process, as text; empty: it has gone.
+inline std::string parentOf(const std::string& process) {
+  return process.empty() ? std::string() : statusField("/proc/" + process, "PPid");
+}
+
+/// @brief The process that works for a package, below a program of this one and its reaper; -1:
+/// there is none.
 inline pid_t findWorker(const std::string& library) {
   std::error_code gone;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", gone)) {
@@ -47,8 +53,7 @@ inline pid_t findWorker(const std::string& library) {
         textOfFile(process / "cmdline").find(library) == std::string::npos) {
       continue;
     }
-    const std::string parent = statusField(process, "PPid");
-    if (!parent.empty() && statusField("/proc/" + parent, "PPid") == std::to_string(getpid())) {
+    if (parentOf(parentOf(parentOf(number))) == std::to_string(getpid())) {
       return static_cast<pid_t>(std::stol(number));
     }
   }
