@@ -150,6 +150,7 @@ const std::vector<SelfTestExpectation>& selfTestExpectations() {
       {41, Outcome::Trouble, "worker-crashed", marked("a bus error that is no poison")},
       {42, Outcome::Trouble, "protocol-broken", marked("a verdict with a reserved code")},
       {43, Outcome::Trouble, "protocol-broken", marked("the verdict of the next test")},
+      {44, Outcome::Passed, "", marked("a child process that has left the group")},
   };
   return kExpectations;
 }

@@ -2,6 +2,7 @@
 // sections in misbehaving.cfg.
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -15,13 +16,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <new>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 
+#include "packagekit/Caretaker.h"
 #include "packagekit/PackageKit.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/WorkerProcess.h"
@@ -353,6 +357,113 @@ Verdict leavesChildBehind(TestContext& context) {
   return passed();
 }
 
+// Nobody finds it by its group or its session. Grandchildren have no parent any more.
+pid_t forkOutOfGroup(int generations, const std::function<void()>& work) {
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe2");
+  }
+  if (fork() == 0) {
+    setsid();
+    for (int generation = 1; generation < generations; ++generation) {
+      if (fork() != 0) {
+        _exit(0);
+      }
+    }
+    const pid_t own = getpid();
+    _exit(::write(report[1], &own, sizeof own) == sizeof own ? (work(), 0) : 1);
+  }
+  close(report[1]);
+  pid_t child = -1;
+  if (::read(report[0], &child, sizeof child) != sizeof child) {
+    child = -1;
+  }
+  close(report[0]);
+  return child;
+}
+
+Verdict leavesGroup(TestContext& context) {
+  const bool talks = context.settingFlag("Talks", false);
+  const int generations = static_cast<int>(context.settingInteger("Generations", 1));
+  const pid_t child = forkOutOfGroup(generations, [talks] {
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+      ::signal(signal, SIG_IGN);
+    }
+    if (talks) {
+      talk();
+    }
+    for (;;) {
+      pause();
+    }
+  });
+  context.measurement("child", std::to_string(child));
+  if (context.settingFlag("Hangs", false)) {
+    hang();
+  }
+  return passed();
+}
+
+// Tells of its processes, and goes on until it is asked to stop.
+Verdict staysWithChild(TestContext& context) {
+  context.measurement("process", std::to_string(getpid()));
+  context.measurement("reaper", std::to_string(getppid()));
+  leavesGroup(context);
+  return takesTime(context);
+}
+
+// A process that has something to do when the test has ended, and takes its time.
+Verdict leavesCaretaker(TestContext& context) {
+  const std::string mark = context.setting("Mark").value_or("");
+  const long milliseconds = context.settingInteger("Milliseconds", 100);
+  int end[2];
+  if (pipe(end) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
+  const pid_t test = getpid();
+  const pid_t child = forkOutOfGroup(1, [&] {
+    close(end[1]);
+    char byte = 0;
+    while (::read(end[0], &byte, 1) > 0) {
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    std::ofstream(mark) << test;
+  });
+  announceCaretaker(child);
+  context.measurement("child", std::to_string(child));
+  raise(SIGKILL);
+  return passed();
+}
+
+// Makes what is to end it as deaf as it can, and hangs.
+Verdict resistsItsEnd(TestContext& context) {
+  const std::string way = context.setting("Way").value_or("");
+  const pid_t reaper = getppid();
+  pid_t child = getpid();
+  signal(SIGTERM, SIG_IGN);
+  if (way == "queue") {
+    const rlimit none{0, 0};
+    prlimit(reaper, RLIMIT_SIGPENDING, &none, nullptr);
+  } else if (way == "flood") {
+    child = forkOutOfGroup(1, [reaper] {
+      while (kill(reaper, SIGHUP) == 0 && kill(reaper, SIGUSR1) == 0) {
+      }
+    });
+  } else if (way == "group") {
+    child = fork();
+    if (child == 0) {
+      for (;;) {
+        pause();
+      }
+    }
+    setpgid(child, child);
+    setpgid(0, child);
+  }
+  context.measurement("process", std::to_string(getpid()));
+  context.measurement("reaper", std::to_string(reaper));
+  context.measurement("child", std::to_string(child));
+  hang();
+}
+
 std::string openDescriptors() {
   std::string numbers;
   DIR* const directory = opendir("/proc/self/fd");
@@ -464,6 +575,10 @@ void define(Package& package) {
   package.test(41, readsBehindEnd);
   package.test(42, forgesCode);
   package.test(43, claimsNextVerdict);
+  package.test(44, leavesGroup);
+  package.test(45, leavesCaretaker);
+  package.test(46, staysWithChild);
+  package.test(47, resistsItsEnd);
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.

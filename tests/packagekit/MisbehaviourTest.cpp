@@ -11,6 +11,9 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -19,8 +22,10 @@
 #include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/testing/PackageDriver.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Reaction.h"
 #include "tests/support/Sanitized.h"
+#include "tests/support/TemporaryDirectory.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -111,6 +116,48 @@ bool tookEvent(Diag::IDiagnostics& diagnostics, unsigned int code) {
   return isTaken;
 }
 
+// Those of a test that tells them and goes on.
+struct Processes {
+  pid_t worker = 0;
+  pid_t reaper = 0;
+  pid_t child = 0;
+};
+
+Processes processesTold(Diag::IDiagnostics& diagnostics) {
+  Processes processes;
+  const auto takeThem = [&] {
+    const std::unique_ptr<std::vector<Diag::DiagnosticEvent*>> events(
+        diagnostics.getDiagnosticEvents());
+    for (std::size_t index = 0; events && index < events->size(); ++index) {
+      const std::unique_ptr<Diag::DiagnosticEvent> event((*events)[index]);
+      if (event->getEventCode() == TEST_MEASUREMENT) {
+        const auto& parameters = event->getParamVector();
+        const std::map<std::string, pid_t*> places = {{"process", &processes.worker},
+                                                      {"reaper", &processes.reaper},
+                                                      {"child", &processes.child}};
+        if (const auto place = places.find(parameters[3]); place != places.end()) {
+          *place->second = std::stoi(parameters[4]);
+        }
+      }
+    }
+    return processes.worker > 0 && processes.reaper > 0 && processes.child > 0;
+  };
+  if (!TestSupport::eventually(takeThem)) {
+    throw std::runtime_error("the test has not told its processes");
+  }
+  return processes;
+}
+
+// Whoever inherits orphans here may not collect them: a zombie is as dead as can be.
+bool endsSoon(pid_t process) {
+  return TestSupport::eventually([process] {
+    std::ifstream status("/proc/" + std::to_string(process) + "/stat");
+    std::string line;
+    return !std::getline(status, line) || line.find(") Z ") != std::string::npos ||
+           line.find(") X ") != std::string::npos;
+  });
+}
+
 // Whether the kernel tells this process where its pages lie.
 bool maySeeFrames() {
   const char onStack = 1;
@@ -124,6 +171,10 @@ std::string atLeastOurs(int nice) {
 
 bool exists(pid_t process) {
   return kill(process, 0) == 0;
+}
+
+pid_t childOf(const PackageDriver::Run& run) {
+  return static_cast<pid_t>(std::stod(run.measurement("child")));
 }
 
 }  // namespace
@@ -473,18 +524,48 @@ TEST_F(Misbehaviour, a_bus_error_that_is_no_poison_is_a_crash) {
 TEST_F(Misbehaviour, a_child_left_behind_dies_with_its_test) {
   const auto run = runBefore(19);
   EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
-  const pid_t child = static_cast<pid_t>(std::stod(run.measurement("child")));
-  for (int look = 0; look < 2000 && exists(child); ++look) {
-    // Whoever inherits orphans here may not collect them: a zombie is as dead as can be.
-    std::ifstream status("/proc/" + std::to_string(child) + "/stat");
-    std::string line;
-    std::getline(status, line);
-    if (line.find(") Z ") != std::string::npos || line.find(") X ") != std::string::npos) {
-      return;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_FALSE(exists(childOf(run)));
+}
+
+TEST_F(Misbehaviour, a_child_that_left_the_group_dies_with_its_test) {
+  for (const char* const generations : {"1", "2", "5"}) {
+    m_driver.set("TestID44", "Generations", generations);
+    const auto run = runBefore(44);
+    EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+    EXPECT_FALSE(exists(childOf(run))) << generations;
   }
-  EXPECT_FALSE(exists(child));
+}
+
+TEST_F(Misbehaviour, a_child_that_left_the_group_and_talks_holds_nobody_up) {
+  m_driver.set("TestID44", "Talks", "TRUE").set("TestID44", "Generations", "2");
+  const auto run = runBefore(44);
+  EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
+  EXPECT_FALSE(exists(childOf(run)));
+}
+
+TEST_F(Misbehaviour, a_child_that_left_the_group_dies_when_the_time_of_its_test_is_over) {
+  m_driver.set("TestID44", "Hangs", "TRUE").set("TestID44", "TestTimeout", "0.3");
+  const auto run = runBefore(44);
+  expectTrouble(run, TEST_TIMED_OUT, "44");
+  EXPECT_FALSE(exists(childOf(run)));
+}
+
+TEST_F(Misbehaviour, a_caretaker_may_put_back_what_the_test_cant) {
+  const TestSupport::TemporaryDirectory place;
+  const std::string mark = place.file("put-back");
+  m_driver.set("TestID45", "Mark", mark);
+  const auto run = runBefore(45);
+  expectTrouble(run, WORKER_KILLED, "45");
+  EXPECT_TRUE(std::filesystem::exists(mark));
+  EXPECT_FALSE(exists(childOf(run)));
+}
+
+TEST_F(Misbehaviour, a_caretaker_that_never_ends_is_ended) {
+  m_driver.set("TestID45", "Milliseconds", "600000").set("Package", "KillGrace", "60");
+  const auto run = runBefore(45);
+  expectTrouble(run, WORKER_KILLED, "45");
+  EXPECT_FALSE(exists(childOf(run)));
+  EXPECT_LT(run.duration, std::chrono::seconds(300));
 }
 
 TEST_F(Misbehaviour, a_child_that_talks_without_end_holds_nobody_up) {
@@ -577,44 +658,79 @@ TEST_F(Misbehaviour, a_host_that_ignores_its_children_gets_its_verdicts) {
   signal(SIGCHLD, SIG_DFL);
 }
 
-TEST_F(Misbehaviour, a_worker_dies_with_its_host) {
+TEST_F(Misbehaviour, a_test_ends_whatever_it_does_to_who_is_to_end_it) {
+  m_driver.set("Package", "AbortGrace", "0.1").set("Package", "TermGrace", "0.1");
+  m_driver.set("Package", "KillGrace", "60");
+  for (const char* const way : {"queue", "flood", "group"}) {
+    m_driver.set("TestID47", "Way", way);
+    const auto diagnostics = m_driver.makeDiagnostics();
+    Diag::DiagnosticSettings settings;
+    settings.setTestNumberVector({47});
+    const Diag::DiagnosticResult* result = nullptr;
+    std::thread pass(
+        [&] { result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+    const auto processes = processesTold(*diagnostics);
+    diagnostics->abortDiagnostic();
+    pass.join();
+    EXPECT_NE(result->getEventCode(), WORKER_UNKILLABLE) << way;
+    EXPECT_FALSE(exists(processes.worker)) << way;
+    EXPECT_FALSE(exists(processes.child)) << way;
+  }
+}
+
+TEST_F(Misbehaviour, orphans_that_end_beside_a_test_are_collected) {
+  m_driver.set("TestID46", "Generations", "2");
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({46});
+  std::thread pass([&] { diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  const auto processes = processesTold(*diagnostics);
+  EXPECT_EQ(kill(processes.child, SIGKILL), 0);
+  EXPECT_TRUE(TestSupport::eventually([&] { return !exists(processes.child); }));
+  EXPECT_TRUE(exists(processes.worker));
+  diagnostics->abortDiagnostic();
+  pass.join();
+}
+
+TEST_F(Misbehaviour, a_reaper_that_is_killed_takes_its_worker_along) {
+  const auto diagnostics = m_driver.makeDiagnostics();
+  Diag::DiagnosticSettings settings;
+  settings.setTestNumberVector({46});
+  const Diag::DiagnosticResult* result = nullptr;
+  std::thread pass(
+      [&] { result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
+  const auto processes = processesTold(*diagnostics);
+  EXPECT_EQ(kill(processes.reaper, SIGKILL), 0);
+  pass.join();
+  EXPECT_EQ(result->getEventCode(), WORKER_KILLED);
+  EXPECT_TRUE(endsSoon(processes.worker));
+  kill(processes.child, SIGKILL);  // of which nobody knows any more
+}
+
+TEST_F(Misbehaviour, all_of_a_worker_dies_with_its_host) {
   int report[2];
   ASSERT_EQ(pipe(report), 0);
   const pid_t host = fork();
   if (host == 0) {
-    // Tells the worker's process id, then dies while the test runs.
+    // Tells of the processes, then dies while the test runs.
     PackageDriver driver(TARVEX_SELFTEST_DIR, "misbehaving");
     const auto diagnostics = driver.makeDiagnostics();
     Diag::DiagnosticSettings settings;
-    settings.setTestNumberVector({23, 16});
+    settings.setTestNumberVector({46});
     std::thread pass([&] { diagnostics->runDiagnostic(driver.device("unit0"), &settings); });
-    for (;;) {
-      if (const auto* const events = diagnostics->getDiagnosticEvents()) {
-        for (auto* const event : *events) {
-          if (event->getEventCode() == TEST_MEASUREMENT &&
-              event->getParamVector()[3] == "process") {
-            const pid_t worker = std::stoi(event->getParamVector()[4]);
-            if (write(report[1], &worker, sizeof worker) == sizeof worker) {
-              raise(SIGKILL);
-            }
-          }
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const Processes processes = processesTold(*diagnostics);
+    if (write(report[1], &processes, sizeof processes) == sizeof processes) {
+      raise(SIGKILL);
     }
+    _exit(1);
   }
-  pid_t worker = 0;
-  ASSERT_EQ(read(report[0], &worker, sizeof worker), static_cast<ssize_t>(sizeof worker));
+  close(report[1]);
+  Processes processes;
+  ASSERT_EQ(read(report[0], &processes, sizeof processes), static_cast<ssize_t>(sizeof processes));
   EXPECT_EQ(waitpid(host, nullptr, 0), host);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  bool isGone = false;
-  while (!isGone && std::chrono::steady_clock::now() < deadline) {
-    std::ifstream status("/proc/" + std::to_string(worker) + "/stat");
-    std::string line;
-    isGone = !std::getline(status, line) || line.find(") Z ") != std::string::npos;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  EXPECT_TRUE(isGone);
+  EXPECT_TRUE(endsSoon(processes.worker));
+  EXPECT_TRUE(endsSoon(processes.child)) << "which has left the group";
+  EXPECT_TRUE(endsSoon(processes.reaper));
 }
 
 TEST_F(Misbehaviour, a_missing_worker_is_told) {
