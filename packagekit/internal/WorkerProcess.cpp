@@ -138,6 +138,10 @@ int orderOrKill(pid_t target, int signal, ReaperRecord& reaper) {
     return ::kill(target, signal);
   }
   reaper.order(signal);
+  if (signal == SIGKILL) {
+    // The test may have stopped the reaper.
+    ::kill(target, SIGCONT);
+  }
   return ::kill(target, kLookAtOrders);
 }
 

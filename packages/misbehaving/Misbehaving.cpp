@@ -448,6 +448,8 @@ Verdict resistsItsEnd(TestContext& context) {
       while (kill(reaper, SIGHUP) == 0 && kill(reaper, SIGUSR1) == 0) {
       }
     });
+  } else if (way == "stop") {
+    kill(reaper, SIGSTOP);
   } else if (way == "group") {
     child = fork();
     if (child == 0) {

@@ -661,7 +661,7 @@ TEST_F(Misbehaviour, a_host_that_ignores_its_children_gets_its_verdicts) {
 TEST_F(Misbehaviour, a_test_ends_whatever_it_does_to_who_is_to_end_it) {
   m_driver.set("Package", "AbortGrace", "0.1").set("Package", "TermGrace", "0.1");
   m_driver.set("Package", "KillGrace", "60");
-  for (const char* const way : {"queue", "flood", "group"}) {
+  for (const char* const way : {"queue", "flood", "stop", "group"}) {
     m_driver.set("TestID47", "Way", way);
     const auto diagnostics = m_driver.makeDiagnostics();
     Diag::DiagnosticSettings settings;
