@@ -764,7 +764,9 @@ TEST_F(Misbehaviour, a_worker_that_never_gets_ready_is_ended) {
 
 TEST_F(Misbehaviour, an_abort_ends_a_worker_that_is_not_ready) {
   const std::string script = std::filesystem::absolute("never-ready-aborted").string();
-  std::ofstream(script) << "#!/bin/sh\nsleep 1000\n";
+  const std::string begun = script + ".begun";
+  std::filesystem::remove(begun);
+  std::ofstream(script) << "#!/bin/sh\n: >'" << begun << "'\nsleep 1000\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);
   m_driver.set("Package", "WorkerPath", script).set("Package", "AbortGrace", "600");
   m_driver.set("Package", "StartTimeout", "600");
@@ -775,9 +777,8 @@ TEST_F(Misbehaviour, an_abort_ends_a_worker_that_is_not_ready) {
   const Diag::DiagnosticResult* result = nullptr;
   std::thread pass(
       [&] { result = diagnostics->runDiagnostic(m_driver.device("unit0"), &settings); });
-  while (diagnostics->getDiagnosticStatus().getStatus() != Diag::DiagnosticStatus::EXECUTING) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  // Before there is a worker, the pass ends without one.
+  EXPECT_TRUE(TestSupport::eventually([&] { return std::filesystem::exists(begun); }));
   reaction.forget();
   const auto start = std::chrono::steady_clock::now();
   diagnostics->abortDiagnostic();
