@@ -544,7 +544,7 @@ TEST_F(Misbehaviour, a_child_that_left_the_group_and_talks_holds_nobody_up) {
 }
 
 TEST_F(Misbehaviour, a_child_that_left_the_group_dies_when_the_time_of_its_test_is_over) {
-  m_driver.set("TestID44", "Hangs", "TRUE").set("TestID44", "TestTimeout", "0.3");
+  m_driver.set("TestID44", "Hangs", "TRUE").set("TestID44", "TestTimeout", "2");
   const auto run = runBefore(44);
   expectTrouble(run, TEST_TIMED_OUT, "44");
   EXPECT_FALSE(exists(childOf(run)));
