@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,7 +60,7 @@ class LeftBehind : public DiagctlTest::Diagctl {
     place.useMisbehavingPackage();
     m_program.emplace(withControlFile(
         {"--allow-insecure", "run", "-q", "-t", "Child beside the test", "-d", "Unit 0"}));
-    m_worker = m_program->awaitWorker();
+    m_worker = m_program->awaitWorker(std::chrono::seconds(60));
     EXPECT_TRUE(TestSupport::eventually([this] {
       m_children = childrenOf(m_worker);
       return !m_children.empty() && getsid(m_children[0]) == m_children[0];
