@@ -41,19 +41,10 @@ std::string fileOf(const std::string& name) {
 
 /// The numbers of the tests that the shared object has.
 std::set<int> testsOf(const std::string& name) {
-  void* const handle = dlopen(fileOf(name).c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
-    ADD_FAILURE() << dlerror();
-    return {};
-  }
   std::set<int> numbers;
-  if (void* const symbol = dlsym(handle, kDescribeSettings)) {
-    for (const SettingRule& rule :
-         settingRulesFrom(reinterpret_cast<const char* (*)()>(symbol)())) {
-      numbers.insert(rule.testId);
-    }
+  for (const SettingRule& rule : TestSupport::settingRules(TARVEX_PACKAGE_DIR, name)) {
+    numbers.insert(rule.testId);
   }
-  dlclose(handle);
   numbers.erase(0);  // what the package reads as a whole
   return numbers;
 }

@@ -187,7 +187,7 @@ std::vector<std::string> packagesIn(const std::string& directory) {
   return names;
 }
 
-std::vector<SettingRule> ownSettingRules(const std::string& directory, const std::string& package) {
+std::vector<SettingRule> settingRules(const std::string& directory, const std::string& package) {
   void* const handle =
       dlopen((directory + "/lib" + package + ".so").c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
@@ -198,6 +198,11 @@ std::vector<SettingRule> ownSettingRules(const std::string& directory, const std
     rules = PackageKit::settingRulesFrom(reinterpret_cast<const char* (*)()>(symbol)());
   }
   dlclose(handle);
+  return rules;
+}
+
+std::vector<SettingRule> ownSettingRules(const std::string& directory, const std::string& package) {
+  std::vector<SettingRule> rules = settingRules(directory, package);
   for (const auto& list : {PackageKit::kitTestSettings(), PackageKit::kitPackageSettings()}) {
     for (const auto& setting : list) {
       std::erase_if(rules, [&](const SettingRule& rule) { return rule.key == setting.key; });
