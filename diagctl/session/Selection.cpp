@@ -35,11 +35,11 @@ bool isSelected(const Item& item, const std::vector<std::string>& included,
 }
 
 template <class MatchesAny>
-void collectUnmatched(const std::vector<std::string>& patterns, const char* kind,
-                      MatchesAny matchesAny, std::vector<std::string>& unmatched) {
+void collectUnmatched(const std::vector<std::string>& patterns, PatternKind kind,
+                      MatchesAny matchesAny, std::vector<UnmatchedPattern>& unmatched) {
   for (const std::string& pattern : patterns) {
     if (!matchesAny(pattern)) {
-      unmatched.push_back(told(kind) + " '" + pattern + "'");
+      unmatched.push_back({kind, pattern});
     }
   }
 }
@@ -63,6 +63,9 @@ bool matchesTest(const std::string& pattern, const TestItem& test) {
 
 std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns) {
   std::vector<SelectedPair> pairs;
+  if (!patterns.words.empty()) {
+    return pairs;
+  }
   for (const PackageItem& package : catalogue.packages) {
     if (!isSelected(package, patterns.packages, patterns.excludedPackages, matchesPackage)) {
       continue;
@@ -81,19 +84,19 @@ std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatt
   return pairs;
 }
 
-std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
-                                           const SelectionPatterns& patterns) {
+std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
+                                            const SelectionPatterns& patterns) {
   const auto& packages = catalogue.packages;
-  std::vector<std::string> unmatched;
+  std::vector<UnmatchedPattern> unmatched;
   collectUnmatched(
-      patterns.packages, marked("package"),
+      patterns.packages, PatternKind::Package,
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(),
                            [&](const auto& item) { return matchesPackage(pattern, item); });
       },
       unmatched);
   collectUnmatched(
-      patterns.devices, marked("device"),
+      patterns.devices, PatternKind::Device,
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.devices.begin(), package.devices.end(),
@@ -102,7 +105,7 @@ std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
       },
       unmatched);
   collectUnmatched(
-      patterns.tests, marked("test"),
+      patterns.tests, PatternKind::Test,
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.tests.begin(), package.tests.end(),
@@ -110,7 +113,33 @@ std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
         });
       },
       unmatched);
+  for (const std::string& word : patterns.words) {
+    unmatched.push_back({PatternKind::Word, word});
+  }
   return unmatched;
+}
+
+std::string toText(const UnmatchedPattern& unmatched) {
+  switch (unmatched.kind) {
+    case PatternKind::Package:
+      return tr("package '{}'", unmatched.pattern);
+    case PatternKind::Device:
+      return tr("device '{}'", unmatched.pattern);
+    case PatternKind::Test:
+      return tr("test '{}'", unmatched.pattern);
+    case PatternKind::Word:
+      break;
+  }
+  return "'" + unmatched.pattern + "'";
+}
+
+std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
+                                           const SelectionPatterns& patterns) {
+  std::vector<std::string> texts;
+  for (const UnmatchedPattern& unmatched : findUnmatched(catalogue, patterns)) {
+    texts.push_back(toText(unmatched));
+  }
+  return texts;
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -18,6 +18,16 @@ struct SelectionPatterns {
   std::vector<std::string> excludedPackages;
   std::vector<std::string> excludedDevices;
   std::vector<std::string> excludedTests;
+  /// Of packages, devices or tests: see `resolve`. As long as there are any, nothing is selected.
+  std::vector<std::string> words = {};
+};
+
+/// What a pattern is one of.
+enum class PatternKind { Package, Device, Test, Word };
+
+struct UnmatchedPattern {
+  PatternKind kind;
+  std::string pattern;
 };
 
 /// One pair of device and test that was selected.
@@ -31,9 +41,14 @@ struct SelectedPair {
 /// The pairs that match, in the order of the catalogue. The items stay the catalogue's.
 std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns);
 
-/// The include patterns that match nothing at all in the catalogue, for a clear message.
+/// The include patterns that match nothing at all in the catalogue.
+std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
+                                            const SelectionPatterns& patterns);
+
+/// The same for people: "package 'memory'".
 std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
                                            const SelectionPatterns& patterns);
+std::string toText(const UnmatchedPattern& unmatched);
 
 bool matchesPackage(const std::string& pattern, const PackageItem& package);
 bool matchesDevice(const std::string& pattern, const DeviceItem& device);
