@@ -116,13 +116,20 @@ void ConfigurationText::take(const std::string& line, int number) {
   const bool isFirst = m_sections[*m_section]
                            .emplace(key, System::SysUtil::stripSpaces(line.substr(equals + 1)))
                            .second;
-  if (!isFirst) {
+  if (isFirst) {
+    m_lines[{*m_section, key}] = number;
+  } else {
     remark(number, key, tr("the key stands in the section twice, and the first one counts"));
   }
 }
 
 void ConfigurationText::remark(int number, const std::string& key, const std::string& text) {
   m_remarks.push_back({number, m_section.value_or(""), key, text});
+}
+
+int ConfigurationText::lineOf(const std::string& section, const std::string& key) const {
+  const auto entry = m_lines.find({section, key});
+  return entry != m_lines.end() ? entry->second : 0;
 }
 
 std::optional<std::string> ConfigurationText::value(const std::string& section,

@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TarvexDiags::FrontEnd {
@@ -34,6 +35,8 @@ class ConfigurationText {
   /// All keys of a section with their values; empty without the section.
   const std::map<std::string, std::string>& keys(const std::string& section) const;
   std::vector<std::string> sections() const;
+  /// Where a key that counts stands, from 1; 0 where it stands nowhere.
+  int lineOf(const std::string& section, const std::string& key) const;
   /// What is written and never read: keys outside of a section, second ones, lines without "=".
   const std::vector<Remark>& remarks() const { return m_remarks; }
 
@@ -42,6 +45,7 @@ class ConfigurationText {
   void remark(int number, const std::string& key, const std::string& text);
 
   std::map<std::string, std::map<std::string, std::string>> m_sections;
+  std::map<std::pair<std::string, std::string>, int> m_lines;  ///< by section and key
   std::vector<Remark> m_remarks;
   std::optional<std::string> m_section;
 };
