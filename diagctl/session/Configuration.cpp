@@ -4,14 +4,24 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <initializer_list>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "System/SysUtil.h"
 #include "diagctl/report/OpenedFile.h"
+#include "diagctl/session/ComposedPackages.h"
+#include "diagctl/session/ConfigurationText.h"
+#include "diagctl/session/PackageSettings.h"
+#include "diagctl/session/Safety.h"
+#include "diagctl/session/SettingOverrides.h"
+#include "diagctl/terminal/Suggestion.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -41,7 +51,21 @@ bool writeForOneself(const std::string& path, const std::string& text) {
   return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
+std::string contentOfControlFile(const std::string& path) {
+  std::ifstream stream(path);
+  std::ostringstream content;
+  content << stream.rdbuf();
+  if (!stream) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+  return content.str();
+}
+
 }  // namespace
+
+fs::path userConfigurationDirectory() {
+  return fromEnvironment("XDG_CONFIG_HOME", ".config");
+}
 
 Configuration Configuration::find(const std::optional<std::string>& named,
                                   const fs::path& systemDirectory) {
@@ -49,7 +73,7 @@ Configuration Configuration::find(const std::optional<std::string>& named,
   if (named) {
     return Configuration(*named);
   }
-  const fs::path user = fromEnvironment("XDG_CONFIG_HOME", ".config");
+  const fs::path user = userConfigurationDirectory();
   for (const fs::path& directory : {user, systemDirectory}) {
     const fs::path candidate = directory / "tarvexdiags" / "control.cfg";
     if (!directory.empty() && isThere(candidate)) {
@@ -70,14 +94,143 @@ Configuration Configuration::make(const fs::path& packages) {
   Configuration made((folder.path() / "control.cfg").string());
   const std::string text = embeddedControlFile(packages, folder.path());
   made.m_folder.emplace(std::move(folder));
+  made.m_isEmbedded = true;
   if (!writeForOneself(made.m_path, text)) {
     throw std::runtime_error(tr("{}: cannot be written", made.m_path));
   }
   return made;
 }
 
+namespace {
+
+std::vector<std::string> directoriesIn(const std::string& list) {
+  if (list.find(':') == std::string::npos || isThere(list)) {
+    return {list};
+  }
+  std::vector<std::string> directories;
+  std::istringstream parts(list);
+  for (std::string part; std::getline(parts, part, ':');) {
+    if (!part.empty()) {
+      directories.push_back(part);
+    }
+  }
+  return directories;
+}
+
+// The weakest first, as a later one replaces an earlier.
+std::vector<SettingOverride> overridesOf(const std::string& controlFile,
+                                         const std::vector<std::string>& settings) {
+  std::vector<SettingOverride> overrides;
+  if (const auto text = ConfigurationText::read(controlFile)) {
+    for (const auto& [key, value] : text->keys("Settings")) {
+      overrides.push_back(parseOverride(fmt::format("{}={}", key, value)));
+    }
+  }
+  for (const std::string& setting : settings) {
+    overrides.push_back(parseOverride(setting));
+  }
+  return overrides;
+}
+
+/// The keys that a rule stands for.
+std::vector<std::string> keysOf(const PackageKit::SettingRule& rule) {
+  return rule.isQuickable ? std::vector<std::string>{rule.key, PackageKit::kQuickPrefix + rule.key}
+                          : std::vector<std::string>{rule.key};
+}
+
+/// A "#" at the end of a rule's key stands for a number.
+bool isKey(const std::string& word, const std::string& key) {
+  return key.ends_with('#')
+             ? word.size() >= key.size() && word.starts_with(key.substr(0, key.size() - 1))
+             : word == key;
+}
+
+void requireKnown(const SettingOverride& override, const std::string& directory,
+                  const std::string& package) {
+  const std::vector<PackageKit::SettingRule> rules = settingRulesOf(directory, package);
+  std::vector<std::string> known;
+  for (const PackageKit::SettingRule& rule : rules) {
+    if (override.test != 0 && rule.testId != 0 && rule.testId != override.test) {
+      continue;
+    }
+    const std::vector<std::string> keys = keysOf(rule);
+    const bool isMeant = std::any_of(
+        keys.begin(), keys.end(), [&](const std::string& key) { return isKey(override.key, key); });
+    if (isMeant && PackageKit::isValueOf(rule.kind, override.value)) {
+      return;
+    }
+    if (isMeant) {
+      throw std::invalid_argument(
+          tr("{}.{}: '{}' is no value of it", override.package, override.key, override.value));
+    }
+    known.insert(known.end(), keys.begin(), keys.end());
+  }
+  if (!rules.empty()) {  // a package that does not tell may read any key
+    throw std::invalid_argument(
+        tr("{} reads no setting '{}'{}", package, override.key, didYouMean(override.key, known)));
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> Configuration::packageDirectories() const {
+  return m_directories.empty() ? directoriesIn(packageDirectoryOf(m_path)) : m_directories;
+}
+
+Configuration Configuration::compose(Configuration base, const Wishes& wishes) {
+  const std::vector<std::string> directories = wishes.packageDirectories.empty()
+                                                   ? directoriesIn(packageDirectoryOf(base.m_path))
+                                                   : wishes.packageDirectories;
+  const bool isPlain = wishes.packageDirectories.empty() && directories.size() < 2 &&
+                       overridesOf(base.m_path, wishes.settings).empty() && !hasOverlays();
+  if (isPlain) {
+    return base;
+  }
+  if (wishes.mustBeSecure) {
+    requireSecurePath(base.m_path);  // before what it says is taken for true
+  }
+  const std::vector<SettingOverride> overrides = overridesOf(base.m_path, wishes.settings);
+  return putTogether(std::move(base), directories, overrides, wishes.mustBeSecure);
+}
+
+Configuration Configuration::putTogether(Configuration base,
+                                         const std::vector<std::string>& directories,
+                                         const std::vector<SettingOverride>& overrides,
+                                         bool isSecure) {
+  RunFolder::removeAbandoned();
+  if (!base.m_folder) {
+    base.m_folder.emplace();
+  }
+  const fs::path folder = base.m_folder->path();
+  ComposedPackages packages(folder / "packages", overlayDirectories(), isSecure);
+  for (const std::string& directory : directories) {
+    packages.add(directory, overrides);
+  }
+  const std::string text = withValue(contentOfControlFile(base.m_path), "GlobalSettings",
+                                     "PackDirPath", (folder / "packages").string());
+  base.m_origin = base.m_path;
+  base.m_path = (folder / "composed.cfg").string();
+  base.m_directories = directories;
+  base.m_overlays = packages.overlayFiles();
+  if (!writeForOneself(base.m_path, text)) {
+    throw std::runtime_error(tr("{}: cannot be written", base.m_path));
+  }
+  if (isSecure) {
+    requireSecureFiles(base.m_path);  // before any code of a package is loaded to be asked
+  }
+  for (std::size_t index = 0; index < overrides.size(); ++index) {
+    if (!packages.isTaken(index)) {
+      throw std::invalid_argument(tr("there is no package '{}' to set '{}' of{}",
+                                     overrides[index].package, overrides[index].key,
+                                     didYouMean(overrides[index].package, packages.packages())));
+    }
+    requireKnown(overrides[index], (folder / "packages").string(), packages.packageOf(index));
+  }
+  return base;
+}
+
 std::string Configuration::origin() const {
-  return isEmbedded() ? tr("the built-in configuration for the bundled packages") : m_path;
+  return isEmbedded() ? tr("the built-in configuration for the bundled packages") : source();
 }
 
 namespace {
@@ -101,10 +254,22 @@ fs::path besideProgram(const char* group) {
 
 }  // namespace
 
+namespace {
+
+std::string globalSetting(const std::string& controlFile, const char* key) {
+  std::string value;
+  System::SysUtil::ReadCfgFile("GlobalSettings", key, value, controlFile, -1);
+  return value;
+}
+
+}  // namespace
+
 std::string packageDirectoryOf(const std::string& controlFile) {
-  std::string directory;
-  System::SysUtil::ReadCfgFile("GlobalSettings", "PackDirPath", directory, controlFile, -1);
-  return directory;
+  return globalSetting(controlFile, "PackDirPath");
+}
+
+std::string logDirectoryOf(const std::string& controlFile) {
+  return globalSetting(controlFile, "LogDirPath");
 }
 
 fs::path bundledPackages() {

@@ -3,8 +3,10 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "diagctl/session/RunFolder.h"
+#include "diagctl/session/SettingOverrides.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -22,20 +24,53 @@ class Configuration {
   /// Makes one for a directory of packages; file and logs go with the object.
   static Configuration make(const std::filesystem::path& packages);
 
+  /// What is asked for beside the control file.
+  struct Wishes {
+    std::vector<std::string> packageDirectories = {};  ///< instead of its own; empty: those
+    std::vector<std::string> settings = {};            ///< "PACKAGE.KEY=VALUE"
+    bool mustBeSecure = false;  ///< refuse what others than root could change, before it is read
+  };
+
+  /// The same with other packages and settings, as far as any are asked for, the control file has a
+  /// list of directories between colons, or overlays stand in /etc/tarvexdiags/packages.d or
+  /// $XDG_CONFIG_HOME/tarvexdiags/packages.d. What holds is, the strongest first: the settings,
+  /// section Settings of the control file, overlays, descriptions. The packages are put together in
+  /// a directory that goes with the object.
+  /// @throws std::invalid_argument for settings that no package has; std::runtime_error.
+  static Configuration compose(Configuration base, const Wishes& wishes);
+
   const std::string& path() const { return m_path; }
-  bool isEmbedded() const { return m_folder.has_value(); }
+  /// The directories of packages, and the files of settings over their descriptions.
+  std::vector<std::string> packageDirectories() const;
+  const std::vector<std::string>& overlays() const { return m_overlays; }
+  bool isEmbedded() const { return m_isEmbedded; }
+  /// The control file before it was composed.
+  const std::string& source() const { return m_origin.empty() ? m_path : m_origin; }
   /// Where the file comes from, for people.
   std::string origin() const;
 
  private:
+  static Configuration putTogether(Configuration base, const std::vector<std::string>& directories,
+                                   const std::vector<SettingOverride>& overrides, bool isSecure);
+
   explicit Configuration(std::string path) : m_path(std::move(path)) {}
 
   std::string m_path;
+  bool m_isEmbedded = false;
+  std::string m_origin;  ///< the control file that was composed
+  std::vector<std::string> m_directories;
+  std::vector<std::string> m_overlays;
   std::optional<RunFolder> m_folder;
 };
 
+/// Where the user's own configuration lies; empty if that cannot be told.
+std::filesystem::path userConfigurationDirectory();
+
 /// The directory of packages that a control file names; empty if it names none.
 std::string packageDirectoryOf(const std::string& controlFile);
+
+/// The directory for logs that it names; the same.
+std::string logDirectoryOf(const std::string& controlFile);
 
 /// The directory of the packages that come with the program, found from where the program lies:
 /// beside it in a build tree, under lib in an installed one. Empty if there is none.

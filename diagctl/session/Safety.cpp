@@ -30,10 +30,9 @@ std::vector<std::string> findInsecureFiles(const std::string& controlFile,
   return inspection.findings();
 }
 
-void requireSecureFiles(const std::string& controlFile) {
-  allowOpenFiles(openFilesFor(1));  // a look that fails for want of them tells nothing of files
-  std::vector<std::string> findings =
-      findInsecureFiles(controlFile, packageDirectoryOf(controlFile));
+namespace {
+
+void refuse(std::vector<std::string> findings) {
   for (std::string& finding : findings) {
     finding = toPrintable(finding);
   }
@@ -41,6 +40,18 @@ void requireSecureFiles(const std::string& controlFile) {
     throw InsecureFiles(tr("refused to run as root:\n  {}\n--allow-insecure overrides",
                            fmt::join(findings, "\n  ")));
   }
+}
+
+}  // namespace
+
+void requireSecureFiles(const std::string& controlFile) {
+  allowOpenFiles(openFilesFor(1));  // a look that fails for want of them tells nothing of files
+  refuse(findInsecureFiles(controlFile, packageDirectoryOf(controlFile)));
+}
+
+void requireSecurePath(const std::string& path) {
+  allowOpenFiles(openFilesFor(1));
+  refuse(findInsecurePaths(path));
 }
 
 }  // namespace TarvexDiags::FrontEnd

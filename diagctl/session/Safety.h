@@ -29,6 +29,9 @@ std::vector<std::string> findInsecureFiles(const std::string& controlFile,
 ///   std::runtime_error if too few files may be open to look.
 void requireSecureFiles(const std::string& controlFile);
 
+/// @throws InsecureFiles with the findings for one path, if there are any.
+void requireSecurePath(const std::string& path);
+
 /// Whether the program runs as root, so that what it loads must be root's.
 bool mustBeSecure();
 

@@ -1,0 +1,176 @@
+#include "diagctl/session/ComposedPackages.h"
+
+#include <fmt/format.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "diagctl/session/Configuration.h"
+#include "diagctl/session/ConfigurationText.h"
+#include "diagctl/session/Safety.h"
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kOverlays = "tarvexdiags/packages.d";
+
+std::string contentOf(const fs::path& file) {
+  std::string reason;
+  if (!ConfigurationText::read(file.string(), reason)) {  // a pipe would keep the next line waiting
+    throw std::runtime_error(fmt::format("{}: {}", file.string(), reason));
+  }
+  std::ifstream stream(file);
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str();
+}
+
+std::vector<fs::path> entriesOf(const fs::path& directory) {
+  std::error_code failure;
+  std::vector<fs::path> entries;
+  for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    entries.push_back(entry->path());
+  }
+  if (failure) {
+    throw std::system_error(failure, directory.string());
+  }
+  std::sort(entries.begin(), entries.end());
+  return entries;
+}
+
+bool isThere(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(fs::symlink_status(path, ignored));
+}
+
+bool isSameWord(const std::string& one, const std::string& other) {
+  return strcasecmp(one.c_str(), other.c_str()) == 0;
+}
+
+bool isMeant(const SettingOverride& override, const std::string& baseName, const fs::path& file) {
+  const auto text = ConfigurationText::read(file.string());
+  return isSameWord(override.package, baseName) ||
+         (text &&
+          (isSameWord(override.package, text->value("Package", "Mnemonic").value_or("")) ||
+           isSameWord(override.package, text->value("Package", "PackageName").value_or(""))));
+}
+
+}  // namespace
+
+std::vector<std::string> overlayDirectories() {
+  std::vector<std::string> directories{fmt::format("/etc/{}", kOverlays)};
+  if (const fs::path user = userConfigurationDirectory(); !user.empty()) {
+    directories.push_back((user / kOverlays).string());
+  }
+  return directories;
+}
+
+// The packages themselves are not looked at: nobody has told yet whom they belong to.
+bool hasOverlays() {
+  for (const std::string& directory : overlayDirectories()) {
+    std::error_code failure;
+    for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+      if (entry->path().extension() == ".cfg") {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+void ComposedPackages::add(const fs::path& directory,
+                           const std::vector<SettingOverride>& overrides) {
+  inspect(directory.string());
+  fs::create_directories(m_place);
+  for (const fs::path& entry : entriesOf(directory)) {
+    std::error_code ignored;
+    if (entry.extension() == ".cfg") {
+      addDescription(entry, overrides);
+    } else if (fs::is_directory(entry, ignored)) {
+      addTexts(entry);
+    } else {
+      link(entry, entry.filename());
+    }
+  }
+}
+
+void ComposedPackages::addDescription(const fs::path& file,
+                                      const std::vector<SettingOverride>& overrides) {
+  const fs::path target = m_place / file.filename();
+  if (isThere(target)) {
+    return;
+  }
+  inspect(file.string());
+  const std::string original = contentOf(file);
+  std::string description = original;
+  for (const std::string& overlays : m_overlays) {
+    const std::string overlay = (fs::path(overlays) / file.filename()).string();
+    if (isThere(overlay)) {
+      inspect(overlay);
+      description = withOverlay(description, overlay);
+      m_overlayFiles.push_back(overlay);
+    }
+  }
+  const std::string baseName = file.stem().string();
+  m_packages.push_back(baseName);
+  for (std::size_t index = 0; index < overrides.size(); ++index) {
+    if (isMeant(overrides[index], baseName, file)) {
+      description = withOverride(description, overrides[index]);
+      m_taken.emplace_back(index, baseName);
+    }
+  }
+  if (description == original) {
+    link(file, file.filename());
+    return;
+  }
+  std::ofstream stream(target);
+  stream << description;
+  stream.close();
+  if (!stream) {
+    throw std::runtime_error(tr("{}: cannot be written", target.string()));
+  }
+  fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
+}
+
+// Those of a language, from each directory of packages.
+void ComposedPackages::addTexts(const fs::path& directory) {
+  fs::create_directories(m_place / directory.filename());
+  for (const fs::path& entry : entriesOf(directory)) {
+    link(entry, directory.filename() / entry.filename());
+  }
+}
+
+void ComposedPackages::link(const fs::path& target, const fs::path& name) const {
+  if (!isThere(m_place / name)) {
+    fs::create_symlink(fs::absolute(target), m_place / name);
+  }
+}
+
+void ComposedPackages::inspect(const std::string& path) const {
+  if (m_isSecure) {
+    requireSecurePath(path);
+  }
+}
+
+std::string ComposedPackages::packageOf(std::size_t override) const {
+  const auto found = std::find_if(m_taken.begin(), m_taken.end(),
+                                  [&](const auto& taken) { return taken.first == override; });
+  return found != m_taken.end() ? found->second : std::string();
+}
+
+bool ComposedPackages::isTaken(std::size_t override) const {
+  return !packageOf(override).empty();
+}
+
+}  // namespace TarvexDiags::FrontEnd
