@@ -12,11 +12,13 @@
 #include <variant>
 
 #include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/Formats.h"
 #include "diagctl/report/JsonlReader.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/report/Vanished.h"
+#include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -82,19 +84,56 @@ class Reports {
   RunRecord m_record;
 };
 
-int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
-  errno = 0;
-  std::ifstream in(options.log);
-  if (!in) {
-    throw std::system_error(errno, std::generic_category(), options.log);
+constexpr const char* kStandardInput = "-";
+
+/// A log, open to be read.
+class Log {
+ public:
+  explicit Log(const std::string& path)
+      : m_isStandardInput(path == kStandardInput),
+        m_name(m_isStandardInput ? tr("standard input") : path) {
+    if (!m_isStandardInput) {
+      errno = 0;
+      m_file.open(path);
+      if (!m_file) {
+        throw std::system_error(errno, std::generic_category(), path);
+      }
+    }
+    requireLog();
   }
-  JsonlReader reader(in, options.log);
+
+  std::istream& stream() { return m_isStandardInput ? standardInput() : m_file; }
+  const std::string& name() const { return m_name; }
+
+ private:
+  // Each line of a log is an object. What cannot be read at all is told by whoever reads on.
+  void requireLog() {
+    try {
+      const int first = stream().peek();
+      if (first != std::istream::traits_type::eof() && first != '{' && first != '\n') {
+        throw std::runtime_error(
+            tr("{}: is no log; run writes one with -o {}=FILE", m_name, kLogFormat));
+      }
+      stream().clear();
+    } catch (const std::ios_base::failure& failure) {
+      throw std::runtime_error(fmt::format("{}: {}", m_name, failure.code().message()));
+    }
+  }
+
+  const bool m_isStandardInput;
+  const std::string m_name;
+  std::ifstream m_file;
+};
+
+int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
+  Log log(options.log);
+  JsonlReader reader(log.stream(), log.name());
   const RunConditions conditions{.isStrict = options.reporting.isStrict,
                                  .failsOnSkip = options.reporting.failsOnSkip};
   const std::size_t mostHeld = mostHeldByEach(options.reporting);
   Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
                   {false, conditions, mostHeld});
-  Reports reports(options.log, vanishedOf(options.reporting), outputs, mostHeld);
+  Reports reports(log.name(), vanishedOf(options.reporting), outputs, mostHeld);
   std::optional<int> code;
   while (reader.readRun([&](const RunEvent& written) { reports.take(written); })) {
     reports.closeRun();
@@ -103,7 +142,7 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
     reports.beginNext();
   }
   if (!code) {
-    throw std::runtime_error(tr("{}: holds no run", options.log));
+    throw std::runtime_error(tr("{}: holds no run", log.name()));
   }
   return finish(outputs, *code);
 }

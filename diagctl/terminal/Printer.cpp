@@ -62,6 +62,10 @@ Printer& standardOutput() {
   return printer;
 }
 
+std::istream& standardInput() {
+  return std::cin;
+}
+
 Printer& standardError() {
   static Printer printer(std::cerr);
   return printer;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstddef>
+#include <istream>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -79,6 +80,9 @@ class Printer {
 
 /// The reports and answers of the program.
 Printer& standardOutput();
+
+/// What is handed to the program.
+std::istream& standardInput();
 
 /// What the program says of itself: progress, warnings, the reason why it ends.
 Printer& standardError();
