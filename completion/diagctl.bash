@@ -1,58 +1,125 @@
 # Completion of diagctl for bash.
 
 _diagctl_options() {
+  local selection="-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test"
+  local thoroughness="--profile --passes --quick"
+  local packages="--packages --set"
+  local reporting="--format -o --output --strict --fail-on-skip --vanished --exit-style"
   case $1 in
     run)
-      echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
-        "--profile --passes --quick --time --total-time --stress --halt-on-error --serial" \
-        "--parallel --mode --allow-disruptive --expect-devices --dry-run --seed --format -o --output -q --quiet" \
-        "--strict --fail-on-skip --vanished --exit-style"
+      echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error" \
+        "--serial --parallel --mode --allow-disruptive --expect-devices --dry-run --seed" "-q --quiet"
       ;;
-    estimate)
-      echo "-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test" \
-        "--profile --passes --quick"
-      ;;
-    report) echo "--format -o --output --strict --fail-on-skip --vanished --exit-style" ;;
+    estimate) echo "$selection $thoroughness $packages --format" ;;
+    report) echo "$reporting" ;;
     selftest) echo "--packages" ;;
+    list | show | check) echo "$packages --format" ;;
+    explain) echo "--format" ;;
   esac
   echo "-h --help --version -c --config --lang --allow-insecure"
 }
 
+# _diagctl_values OPTION VERB: a value on a line.
 _diagctl_values() {
+  local values=""
   case $1 in
-    --profile) echo "quick standard extended" ;;
-    --mode) echo "customer factory bringup" ;;
-    --format) echo "text jsonl junit tap" ;;
-    --exit-style) echo "plain nagios npd" ;;
-    --vanished) echo "trouble failure" ;;
-    --lang) echo "en de fr es zh ja" ;;
+    --profile) values="quick standard extended" ;;
+    --mode) values="customer factory bringup" ;;
+    --format)
+      case $2 in
+        run) values="text jsonl junit tap json" ;;
+        report) values="text jsonl junit tap" ;;
+        *) values="text json" ;;
+      esac
+      ;;
+    --exit-style) values="plain nagios npd" ;;
+    --vanished) values="trouble failure" ;;
+    --lang) values="en de fr es zh ja" ;;
+    -p | --package | --exclude-package) _diagctl_names packages ;;
+    -d | --device | --exclude-device) _diagctl_names devices ;;
+    -t | --test | --exclude-test) _diagctl_names tests ;;
+    --set) _diagctl_settings ;;
   esac
+  [[ -z $values ]] || tr ' ' '\n' <<<"$values"
+}
+
+# _diagctl_names packages|devices|tests: what is there, a name on a line.
+_diagctl_names() {
+  local key=name
+  [[ $1 == packages ]] && key=baseName
+  diagctl list "$1" --format json 2>/dev/null </dev/null |
+    sed -n "s/^      \"$key\": \"\(.*\)\",\{0,1\}\$/\1/p" | sort -u
+}
+
+# What --set may hold: PACKAGE.KEY=.
+_diagctl_settings() {
+  diagctl show '*' --format json 2>/dev/null </dev/null | awk -F'"' '
+    /^      "package": / { package = $4 }
+    /^          "key": / { print package "." $4 "=" }' | sort -u
+}
+
+_diagctl_codes() {
+  diagctl explain '*' --format json 2>/dev/null </dev/null |
+    sed -n 's/^      "name": "\(.*\)",$/\1/p'
+}
+
+# _diagctl_offer WORD: lines of standard input that begin with it, fit to be typed.
+_diagctl_offer() {
+  local line
+  COMPREPLY=()
+  while IFS= read -r line; do
+    [[ ${line,,} == "${1,,}"* ]] && COMPREPLY+=("$(printf '%q' "$line")")
+  done
 }
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show run estimate check explain report selftest help version" verb="" word values
+  local verbs="list show run estimate check explain report selftest help version" verb="" word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word
       break
     fi
   done
-  values=$(_diagctl_values "$previous")
-  if [[ -n $values ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "$values" -- "$current")
-  elif [[ $previous == -c || $previous == --config || $previous == --packages ]]; then
-    mapfile -t COMPREPLY < <(compgen -f -- "$current")
-  elif [[ $current == -* ]]; then
+  # "--format=te" comes as three words.
+  if [[ $current == "=" ]]; then
+    current=""
+  elif [[ $previous == "=" ]]; then
+    previous=${COMP_WORDS[COMP_CWORD - 2]}
+    if [[ ${COMP_WORDS[COMP_CWORD - 3]} == -o || ${COMP_WORDS[COMP_CWORD - 3]} == --output ]]; then
+      previous=FILE
+    fi
+  fi
+  if [[ $previous == -o || $previous == --output ]]; then
+    compopt -o nospace 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -W "text= jsonl= junit= tap=" -- "$current")
+    return
+  fi
+  case $previous in
+    -c | --config | --packages | FILE)
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
+    --profile | --mode | --format | --exit-style | --vanished | --lang | -p | --package | \
+      --exclude-package | -d | --device | --exclude-device | -t | --test | --exclude-test | --set)
+      [[ $previous != --set ]] || compopt -o nospace 2>/dev/null
+      _diagctl_offer "$current" < <(_diagctl_values "$previous" "$verb")
+      return
+      ;;
+  esac
+  if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$(_diagctl_options "$verb")" -- "$current")
-  elif [[ -z $verb ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current")
-  elif [[ $verb == help ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current")
-  elif [[ $verb == list ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "packages devices tests" -- "$current")
   else
-    mapfile -t COMPREPLY < <(compgen -f -- "$current")
+    case $verb in
+      "" | help) mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current") ;;
+      list) mapfile -t COMPREPLY < <(compgen -W "packages devices tests" -- "$current") ;;
+      run | estimate | show)
+        _diagctl_offer "$current" < <(_diagctl_names packages && _diagctl_names devices &&
+          _diagctl_names tests)
+        ;;
+      explain) _diagctl_offer "$current" < <(_diagctl_codes) ;;
+      report) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
+    esac
   fi
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "diagctl/check/Check.h"
+#include "diagctl/command/JsonAnswers.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
@@ -55,7 +56,7 @@ void checkByRunning(const std::string& controlFile, const std::string& language,
 }  // namespace
 
 int carryOutCheck(Printer& out, const std::string& controlFile, const std::string& language,
-                  bool checksPermissions) {
+                  bool checksPermissions, bool isForPrograms) {
   std::vector<Problem> problems = checkControlFile(controlFile);
   std::string packages;
   if (const auto text = ConfigurationText::read(controlFile)) {
@@ -78,6 +79,10 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
   }
   if (!packages.empty() && mayLoad && !hasWrongCount(problems)) {
     checkByRunning(controlFile, language, problems);
+  }
+  if (isForPrograms) {
+    writeJson(out, problemsAsJson(problems));
+    return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
   }
   for (const Problem& problem : problems) {
     out.print("{}\n", toText(problem));

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fnmatch.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -18,7 +19,9 @@
 #include "diagctl/command/CheckCommand.h"
 #include "diagctl/command/EstimateCommand.h"
 #include "diagctl/command/Help.h"
+#include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/command/OpenSession.h"
 #include "diagctl/command/OptionGroup.h"
 #include "diagctl/command/ReportCommand.h"
 #include "diagctl/command/RunCommand.h"
@@ -30,9 +33,11 @@
 #include "diagctl/session/CodeTable.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/session/NameResolution.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Suggestion.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Texts.h"
 
@@ -46,19 +51,40 @@ struct GlobalOptions {
   bool allowsInsecure = false;
 };
 
-Configuration configurationOf(const GlobalOptions& global) {
-  Configuration configuration = Configuration::find(global.config);
-  if (!global.allowsInsecure && mustBeSecure()) {
-    requireSecureFiles(configuration.path());
-  }
-  return configuration;
+/// Which packages, and what they are to be set to.
+void addPackages(CLI::App& command, PackageWishes& wishes) {
+  OptionGroup group(command, tr("Packages and settings"));
+  group.list("--packages", "DIR", wishes.directories,
+             tr("A directory of packages, instead of the control file's; may be repeated"));
+  group.list("--set", "PACKAGE.KEY=VALUE", wishes.settings,
+             tr("A setting of a package, or with PACKAGE.NUMBER.KEY of one test; may be repeated"));
+}
+
+Configuration configurationOf(const GlobalOptions& global, const PackageWishes& wishes) {
+  return openConfiguration(global.config, wishes, !global.allowsInsecure && mustBeSecure());
 }
 
 const std::vector<std::string> kListings = {"packages", "devices", "tests"};
 
 struct ListOptions {
+  PackageWishes wishes;
   std::string what = kListings.front();
+  std::string format = kTextFormat;
 };
+
+/// What a verb is to tell of.
+struct LookOptions {
+  PackageWishes wishes;
+  std::string item;
+  std::string format = kTextFormat;
+};
+
+void addAnswerFormat(CLI::App& command, std::string& format) {
+  OptionGroup(command, "")
+      .choice<std::string>("--format", "FORMAT", format,
+                           {{kTextFormat, kTextFormat}, {kJsonFormat, kJsonFormat}},
+                           tr("For people or for programs"), kTextFormat);
+}
 
 void addSelection(CLI::App& command, SelectionPatterns& patterns) {
   OptionGroup group(command, tr("Selecting"));
@@ -71,6 +97,11 @@ void addSelection(CLI::App& command, SelectionPatterns& patterns) {
   group.list("--exclude-package", value, patterns.excludedPackages, tr("Packages to leave out"));
   group.list("--exclude-device", value, patterns.excludedDevices, tr("Devices to leave out"));
   group.list("--exclude-test", value, patterns.excludedTests, tr("Tests to leave out"));
+  command
+      .add_option("WHAT", patterns.words,
+                  tr("Packages, devices or tests, whichever it is that has the name. A pattern may "
+                     "be a list by commas, or the beginning of one name alone"))
+      ->type_name("WHAT");
 }
 
 OptionGroup::Choices<std::string> formatChoices() {
@@ -82,9 +113,11 @@ OptionGroup::Choices<std::string> formatChoices() {
 }
 
 /// How a run is told, and its outcome.
-void addReporting(CLI::App& command, ReportingOptions& options) {
+/// @param formats for standard output.
+void addReporting(CLI::App& command, ReportingOptions& options,
+                  const OptionGroup::Choices<std::string>& formats) {
   OptionGroup group(command, tr("Reporting"));
-  group.choice<std::string>("--format", "FORMAT", options.format, formatChoices(),
+  group.choice<std::string>("--format", "FORMAT", options.format, formats,
                             tr("Format on standard output"), kTextFormat);
   group.list("-o,--output", "FORMAT=FILE", options.outputs,
              tr("A report into a file, or with - onto standard output; may be repeated"));
@@ -150,41 +183,98 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   addSelection(command, options.patterns);
   addThoroughness(command, options.run);
   addLimits(command, options);
+  addPackages(command, options.wishes);
   addConduct(command, options);
-  addReporting(command, options.reporting);
+  OptionGroup::Choices<std::string> formats = formatChoices();
+  formats.emplace_back(kJsonFormat, kJsonFormat);  // of what would run
+  addReporting(command, options.reporting, formats);
+}
+
+Json listingOf(const Catalogue& catalogue, const std::string& what) {
+  if (what == "devices") {
+    return devicesAsJson(catalogue);
+  }
+  return what == "tests" ? testsAsJson(catalogue) : packagesAsJson(catalogue);
 }
 
 int list(const GlobalOptions& global, const ListOptions& options) {
   const std::string what = chosenName(options.what, kListings, "list");
-  const Configuration configuration = configurationOf(global);
-  const Session session(configuration.path(), global.language, {});
-  tellWarnings(standardError(), session.warnings());
-  if (what == "devices") {
-    listDevices(standardOutput(), session.catalogue());
-  } else if (what == "tests") {
-    listTests(standardOutput(), session.catalogue());
+  const Configuration configuration = configurationOf(global, options.wishes);
+  const auto session = openSession(configuration.path(), global.language, {});
+  tellWarnings(standardError(), session->warnings());
+  const Catalogue& catalogue = session->catalogue();
+  if (options.format == kJsonFormat) {
+    writeJson(standardOutput(), withPlaces(listingOf(catalogue, what), configuration));
   } else {
-    listPackages(standardOutput(), session.catalogue());
+    if (what == "devices") {
+      listDevices(standardOutput(), catalogue);
+    } else if (what == "tests") {
+      listTests(standardOutput(), catalogue);
+    } else {
+      listPackages(standardOutput(), catalogue);
+    }
+    listPlaces(standardOutput(), configuration);
   }
-  return session.failedPackages() > 0 ? ExitCode::kNoVerdict : ExitCode::kPassed;
+  return session->failedPackages() > 0 ? ExitCode::kNoVerdict : ExitCode::kPassed;
 }
 
-int show(const GlobalOptions& global, const std::string& item) {
-  const Configuration configuration = configurationOf(global);
-  const Session session(configuration.path(), global.language, {});
-  tellWarnings(standardError(), session.warnings());
-  if (!showItem(standardOutput(), session.catalogue(), item)) {
-    standardError().say("diagctl: no package, device or test matches '{}'\n", item);
+int show(const GlobalOptions& global, const LookOptions& options) {
+  const Configuration configuration = configurationOf(global, options.wishes);
+  const auto session = openSession(configuration.path(), global.language, {});
+  tellWarnings(standardError(), session->warnings());
+  const Catalogue& catalogue = session->catalogue();
+  const std::string directory = packageDirectoryOf(configuration.path());
+  bool isFound = false;
+  for (const std::string& pattern : patternsOfWord(catalogue, options.item)) {
+    if (options.format == kJsonFormat) {
+      const Json items = itemsAsJson(catalogue, pattern, directory);
+      isFound = !items.is_null();
+      if (isFound) {
+        writeJson(standardOutput(), items);
+      }
+    } else {
+      isFound = showItem(standardOutput(), catalogue, pattern, directory);
+    }
+  }
+  if (!isFound) {
+    standardError().say("diagctl: no package, device or test matches '{}'{}\n", options.item,
+                        hintFor(catalogue, PatternKind::Word, options.item));
     return ExitCode::kNothingRan;
   }
   return ExitCode::kPassed;
 }
 
-int explain(const std::string& code) {
-  const std::vector<const CodeEntry*> entries = lookUp(code);
+std::vector<std::string> namesOfCodes() {
+  std::vector<std::string> names;
+  for (const CodeEntry& entry : codeTable()) {
+    names.emplace_back(entry.name);
+  }
+  return names;
+}
+
+std::vector<const CodeEntry*> codesNamed(const std::string& pattern) {
+  std::vector<const CodeEntry*> entries = lookUp(pattern);
+  if (!entries.empty()) {
+    return entries;
+  }
+  for (const CodeEntry& entry : codeTable()) {
+    if (fnmatch(pattern.c_str(), std::string(entry.name).c_str(), FNM_CASEFOLD) == 0) {
+      entries.push_back(&entry);
+    }
+  }
+  return entries;
+}
+
+int explain(const LookOptions& options) {
+  const std::vector<const CodeEntry*> entries = codesNamed(options.item);
   if (entries.empty()) {
-    standardError().say("diagctl: no code '{}'\n", code);
+    standardError().say("diagctl: no code '{}'{}\n", options.item,
+                        didYouMean(options.item, namesOfCodes()));
     return ExitCode::kNothingRan;
+  }
+  if (options.format == kJsonFormat) {
+    writeJson(standardOutput(), codesAsJson(entries));
+    return ExitCode::kPassed;
   }
   for (const CodeEntry* entry : entries) {
     standardOutput().print("{} ({})\n", entry->name, told(toText(entry->severity)));
@@ -200,33 +290,40 @@ int explain(const std::string& code) {
 }
 
 struct EstimateOptions {
+  PackageWishes wishes;
+  std::string format = kTextFormat;
   SelectionPatterns patterns;
   RunOptions run;
 };
 
 int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
   Interruption::begin();
-  const Configuration configuration = configurationOf(global);
-  Session session(configuration.path(), global.language, {});
-  tellWarnings(standardError(), session.warnings());
-  const bool isMatched = tellUnmatched(standardError(), session.catalogue(), options.patterns);
-  const std::vector<Estimate> estimates =
-      estimate(session, select(session.catalogue(), options.patterns), passesOf(options.run),
-               isQuick(options.run));
-  writeEstimates(standardOutput(), estimates);
+  const Configuration configuration = configurationOf(global, options.wishes);
+  const auto session = openSession(configuration.path(), global.language, {});
+  tellWarnings(standardError(), session->warnings());
+  const SelectionPatterns patterns = resolve(session->catalogue(), options.patterns);
+  const bool isMatched = tellUnmatched(standardError(), session->catalogue(), patterns);
+  const std::vector<Estimate> estimates = estimate(*session, select(session->catalogue(), patterns),
+                                                   passesOf(options.run), isQuick(options.run));
+  if (options.format == kJsonFormat) {
+    writeJson(standardOutput(), estimatesAsJson(estimates));
+  } else {
+    writeEstimates(standardOutput(), estimates);
+  }
   if (Interruption::signal() != 0) {
     return ExitCode::kSignalBase + Interruption::signal();
   }
   if (estimates.empty()) {
     return ExitCode::kNothingRan;
   }
-  return isMatched && session.failedPackages() == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
+  return isMatched && session->failedPackages() == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
-int check(const GlobalOptions& global) {
-  const Configuration configuration = Configuration::find(global.config);
-  return carryOutCheck(standardOutput(), configuration.path(), global.language,
-                       !global.allowsInsecure && mustBeSecure());
+int check(const GlobalOptions& global, const LookOptions& options) {
+  const bool isSecure = !global.allowsInsecure && mustBeSecure();
+  const Configuration configuration = composeConfiguration(global.config, options.wishes, isSecure);
+  return carryOutCheck(standardOutput(), configuration.path(), global.language, isSecure,
+                       options.format == kJsonFormat);
 }
 
 /// The whole command line. Options are members, since the parser keeps references to them.
@@ -263,7 +360,8 @@ class CommandLine {
       parse(m_program, arguments.ofProgram);
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
-      requireSound(findFault(m_report.reporting.outputs, m_report.log));
+      requireFitting();
+      requireSound(findFault(m_report.reporting.outputs, m_report.log == "-" ? "" : m_report.log));
       return arguments.verb->carryOut();
     } catch (const UsageFault& fault) {
       return tellUsage(fault.what(), arguments.verb);
@@ -282,6 +380,12 @@ class CommandLine {
   static void requireSound(const std::string& fault) {
     if (!fault.empty()) {
       throw UsageFault("--output: " + fault);
+    }
+  }
+
+  void requireFitting() const {
+    if (m_run.reporting.format == kJsonFormat && !m_run.isDryRun) {
+      throw UsageFault(tr("--format: 'json' is for --dry-run; a run is told as {}", kLogFormat));
     }
   }
 
@@ -342,14 +446,19 @@ class CommandLine {
             [this] { return list(m_global, m_list); });
     addWord(listing, "WHAT", m_list.what,
             withValues(tr("What to list"), kListings, kListings.front()));
+    addPackages(listing, m_list.wishes);
+    addAnswerFormat(listing, m_list.format);
     CLI::App& showing = add("show", tr("Tell all about a package, device or test"),
                             "  diagctl show memory\n  diagctl show 'Unit*'",
-                            [this] { return show(m_global, m_item); });
-    addWord(showing, "ITEM", m_item, tr("Name, number or wildcard")).required();
+                            [this] { return show(m_global, m_shown); });
+    addWord(showing, "ITEM", m_shown.item, tr("Name, number or wildcard")).required();
+    addPackages(showing, m_shown.wishes);
+    addAnswerFormat(showing, m_shown.format);
     CLI::App& explaining = add("explain", tr("Explain a code of the controller"),
                                "  diagctl explain 32\n  diagctl explain INCORRECT_PHASE",
-                               [this] { return explain(m_code); });
-    addWord(explaining, "CODE", m_code, tr("Name or number")).required();
+                               [this] { return explain(m_explained); });
+    addWord(explaining, "CODE", m_explained.item, tr("Name, number or wildcard")).required();
+    addAnswerFormat(explaining, m_explained.format);
   }
 
   void addRunning() {
@@ -364,6 +473,8 @@ class CommandLine {
                                [this] { return tellEstimates(m_global, m_estimate); });
     addSelection(estimating, m_estimate.patterns);
     addThoroughness(estimating, m_estimate.run);
+    addPackages(estimating, m_estimate.wishes);
+    addAnswerFormat(estimating, m_estimate.format);
   }
 
   void addJudging() {
@@ -371,12 +482,16 @@ class CommandLine {
                               "  diagctl report run.jsonl\n"
                               "  diagctl report run.jsonl --format junit > run.xml",
                               [this] { return carryOutReport(m_report); });
-    addWord(reporting, "LOG", m_report.log, tr("A file that run wrote as {}", kLogFormat))
+    addWord(reporting, "LOG", m_report.log,
+            tr("A file that run wrote as {}; - is standard input", kLogFormat))
         .required();
-    addReporting(reporting, m_report.reporting);
-    add("check", tr("Tell every problem of the configuration and the packages"),
-        "  diagctl check\n  diagctl check --config control.cfg",
-        [this] { return check(m_global); });
+    addReporting(reporting, m_report.reporting, formatChoices());
+    CLI::App& checking =
+        add("check", tr("Tell every problem of the configuration and the packages"),
+            "  diagctl check\n  diagctl check --config control.cfg",
+            [this] { return check(m_global, m_checked); });
+    addPackages(checking, m_checked.wishes);
+    addAnswerFormat(checking, m_checked.format);
     CLI::App& proving =
         add("selftest", tr("Prove that crashes, hangs and floods of tests do no harm"),
             "  diagctl selftest", [this] {
@@ -411,8 +526,9 @@ class CommandLine {
   bool m_wantsVersion = false;
   GlobalOptions m_global;
   ListOptions m_list;
-  std::string m_item;
-  std::string m_code;
+  LookOptions m_shown;
+  LookOptions m_explained;
+  LookOptions m_checked;
   RunCommandOptions m_run;
   EstimateOptions m_estimate;
   ReportCommandOptions m_report;

@@ -5,12 +5,18 @@
 #include <map>
 #include <string>
 
+#include "diagctl/session/NameResolution.h"
+#include "diagctl/session/PackageSettings.h"
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Capabilities.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
+
+namespace Contract = PackageKit::Contract;
 
 std::string statusOf(const DeviceItem& device) {
   return device.statusText.empty() ? tr("status {}", device.status) : device.statusText;
@@ -34,17 +40,43 @@ void showDevice(Printer& out, const PackageItem& package, const DeviceItem& devi
   }
 }
 
-void showTest(Printer& out, const PackageItem& package, const TestItem& test) {
-  out.say("test {} of {}: {}\n  {}\n", test.id, package.name, test.name, test.description);
+void showRemarks(Printer& out, const TestItem& test, const TestRemarks& remarks) {
+  if (!remarks.needs.empty()) {
+    out.say("  needs {}\n", remarks.needs);
+  }
+  if (Contract::hasCapability(test.capabilities, Contract::kDestructive)) {
+    out.say("  runs only with --allow-disruptive\n");
+  }
   if (!test.openMode.empty()) {
     out.say("  opens the device {}\n", test.openMode);
   }
+  if (!remarks.writes.empty()) {
+    out.say("  writes {}\n", remarks.writes);
+  }
+}
+
+void showSettings(Printer& out, const std::vector<SettingItem>& settings) {
+  if (settings.empty()) {
+    return;
+  }
+  Table table({tr("  SETTING"), tr("VALUE"), tr("UNIT"), tr("MEANING")});
+  for (const SettingItem& item : settings) {
+    table.add({"  " + item.key, item.value.empty() ? "-" : item.value, item.unit, item.meaning});
+  }
+  table.write(out);
+}
+
+void showTest(Printer& out, const PackageItem& package, const TestItem& test,
+              const std::string& directory) {
+  out.say("test {} of {}: {}\n  {}\n", test.id, package.name, test.name, test.description);
+  showRemarks(out, test, remarksOfTest(directory, package.baseName, test.id));
   if (test.estimatedTime != 0) {
     out.say("  takes about {} s\n", test.estimatedTime);
   }
   for (const DeviceItem& device : package.devices) {
     out.say("  on {}: {}\n", device.name, package.describe(device, test));
   }
+  showSettings(out, settingsOfTest(directory, package.baseName, test.id));
 }
 
 /// The devices of a test by what it is there: enabled, disabled, or not supported for a reason.
@@ -61,41 +93,60 @@ std::map<std::string, std::string> devicesByState(const PackageItem& package,
 }  // namespace
 
 void listPackages(Printer& out, const Catalogue& catalogue) {
+  Table table({tr("NO"), tr("PACKAGE"), tr("VERSION"), tr("NAME"), tr("DEVICES"), tr("TESTS")});
   for (const PackageItem& package : catalogue.packages) {
-    out.say("{:3}  {:<12} {:<8} {:<24} {:>3} devices {:>3} tests\n", package.index,
-            package.mnemonic, package.version, package.name, package.devices.size(),
-            package.tests.size());
+    table.add({std::to_string(package.index), package.mnemonic, package.version, package.name,
+               std::to_string(package.devices.size()), std::to_string(package.tests.size())});
   }
   for (const std::string& name : catalogue.disabledPackages) {
-    out.say("  -  {:<12} disabled by the control file\n", name);
+    table.add({"-", name, "", tr("disabled by the control file")});
   }
+  table.write(out);
 }
 
 void listDevices(Printer& out, const Catalogue& catalogue) {
+  Table table({tr("PACKAGE"), tr("NO"), tr("DEVICE"), tr("TAG"), tr("STATUS")});
   for (const PackageItem& package : catalogue.packages) {
     for (const DeviceItem& device : package.devices) {
-      out.print("{:<12} {:>3}  {:<28} {:<32} {}\n", package.mnemonic, device.id, device.name,
-                device.tag, statusOf(device));
+      table.add(
+          {package.mnemonic, std::to_string(device.id), device.name, device.tag, statusOf(device)});
     }
   }
+  table.write(out);
 }
 
 void listTests(Printer& out, const Catalogue& catalogue) {
+  Table table({tr("PACKAGE"), tr("NO"), tr("TEST")});
   for (const PackageItem& package : catalogue.packages) {
     for (const TestItem& test : package.tests) {
-      out.print("{:<12} {:>3}  {}\n", package.mnemonic, test.id, test.name);
+      table.add({package.mnemonic, std::to_string(test.id), test.name});
       for (const auto& [state, names] : devicesByState(package, test)) {
-        out.print("                   {}: {}\n", state, names);
+        table.add({"", "", fmt::format("  {}: {}", state, names)});
       }
     }
     for (const int test : package.withdrawnTests) {
-      out.say("{:<12} {:>3}  withdrawn for this machine or operating system\n", package.mnemonic,
-              test);
+      table.add({package.mnemonic, std::to_string(test),
+                 tr("withdrawn for this machine or operating system")});
     }
+  }
+  table.write(out);
+}
+
+void listPlaces(Printer& out, const Configuration& configuration) {
+  out.say("\nControl file: {}\n", configuration.origin());
+  for (const std::string& directory : configuration.packageDirectories()) {
+    out.say("Packages:     {}\n", directory);
+  }
+  for (const std::string& overlay : configuration.overlays()) {
+    out.say("Settings:     {}\n", overlay);
+  }
+  if (!configuration.isEmbedded()) {
+    out.say("Logs:         {}\n", logDirectoryOf(configuration.path()));
   }
 }
 
-bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern) {
+bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern,
+              const std::string& directory) {
   bool isFound = false;
   for (const PackageItem& package : catalogue.packages) {
     if (matchesPackage(pattern, package)) {
@@ -110,7 +161,7 @@ bool showItem(Printer& out, const Catalogue& catalogue, const std::string& patte
     }
     for (const TestItem& test : package.tests) {
       if (matchesTest(pattern, test)) {
-        showTest(out, package, test);
+        showTest(out, package, test, directory);
         isFound = true;
       }
     }
@@ -119,9 +170,10 @@ bool showItem(Printer& out, const Catalogue& catalogue, const std::string& patte
 }
 
 bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns) {
-  const std::vector<std::string> unmatched = unmatchedPatterns(catalogue, patterns);
-  for (const std::string& pattern : unmatched) {
-    out.say("diagctl: nothing matches {}\n", pattern);
+  const std::vector<UnmatchedPattern> unmatched = findUnmatched(catalogue, patterns);
+  for (const UnmatchedPattern& each : unmatched) {
+    out.say("diagctl: nothing matches {}{}\n", toText(each),
+            hintFor(catalogue, each.kind, each.pattern));
   }
   return unmatched.empty();
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "diagctl/session/Catalogue.h"
+#include "diagctl/session/Configuration.h"
 #include "diagctl/session/Selection.h"
 #include "diagctl/terminal/Printer.h"
 
@@ -13,8 +14,12 @@ void listPackages(Printer& out, const Catalogue& catalogue);
 void listDevices(Printer& out, const Catalogue& catalogue);
 /// Tests with the devices that they are enabled, disabled and not supported on.
 void listTests(Printer& out, const Catalogue& catalogue);
+/// The control file and the directories in use.
+void listPlaces(Printer& out, const Configuration& configuration);
 /// All that is known of each package, device and test that matches. @return whether any does.
-bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern);
+/// @param directory of the packages.
+bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern,
+              const std::string& directory);
 /// Tells each pattern that nothing matches. @return whether there is none.
 bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns);
 /// Tells what a session has to complain of: packages that could not be loaded.

@@ -10,7 +10,9 @@
 #include <optional>
 #include <set>
 
+#include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/command/OpenSession.h"
 #include "diagctl/report/EventRelay.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/Progress.h"
@@ -20,6 +22,7 @@
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/session/NameResolution.h"
 #include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
@@ -130,12 +133,6 @@ std::function<void(char)> keysFor(const Followers& followers) {
   };
 }
 
-void requireSecure(const RunCommandOptions& options, const std::string& controlFile) {
-  if (!options.allowsInsecure && mustBeSecure()) {
-    requireSecureFiles(controlFile);
-  }
-}
-
 SessionSettings settingsOf(const RunCommandOptions& options) {
   SessionSettings settings;
   if (options.serial) {
@@ -185,6 +182,7 @@ std::vector<SelectedPair> offeredPairs(const Catalogue& catalogue, SelectionPatt
   patterns.packages.clear();
   patterns.devices.clear();
   patterns.tests.clear();
+  patterns.words.clear();
   return select(catalogue, patterns);
 }
 
@@ -202,8 +200,13 @@ std::string findDisruption(const std::vector<SelectedPair>& pairs) {
 }
 
 // Only tells what would run, with the code that a run of it could still come to.
-int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& conditions) {
-  listPlan(standardOutput(), pairs);
+int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& conditions,
+             bool isForPrograms) {
+  if (isForPrograms) {
+    writeJson(standardOutput(), planAsJson(pairs));
+  } else {
+    listPlan(standardOutput(), pairs);
+  }
   RunSummary summary;
   for (const SelectedPair& pair : pairs) {
     ++(pair.state == PairState::Enabled ? summary.passed : summary.skipped);
@@ -228,12 +231,14 @@ std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
 }
 
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
-  const Configuration configuration = Configuration::find(options.config);
-  requireSecure(options, configuration.path());
-  Session session(configuration.path(), options.language, settingsOf(options));
+  const Configuration configuration =
+      openConfiguration(options.config, options.wishes, !options.allowsInsecure && mustBeSecure());
+  const auto opened = openSession(configuration.path(), options.language, settingsOf(options));
+  Session& session = *opened;
   const Catalogue& catalogue = session.catalogue();
-  const bool isMatched = tellUnmatched(standardError(), catalogue, options.patterns);
-  const std::vector<SelectedPair> pairs = select(catalogue, options.patterns);
+  const SelectionPatterns patterns = resolve(catalogue, options.patterns);
+  const bool isMatched = tellUnmatched(standardError(), catalogue, patterns);
+  const std::vector<SelectedPair> pairs = select(catalogue, patterns);
   const std::string disruption = options.allowsDisruptive ? "" : findDisruption(pairs);
   if (!disruption.empty()) {
     standardError().print("diagctl: {}\n", disruption);
@@ -241,12 +246,13 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   }
   if (options.isDryRun) {
     tellWarnings(standardError(), session.warnings());
-    return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched));
+    return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched),
+                    options.reporting.format == kJsonFormat);
   }
   RunOptions runOptions = options.run;
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
-  plan.offered = offeredPairs(catalogue, options.patterns);
+  plan.offered = offeredPairs(catalogue, patterns);
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "DiagCtrl/GlobalSettings.h"
+#include "diagctl/command/OpenSession.h"
 #include "diagctl/command/Reporting.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Selection.h"
@@ -14,6 +15,7 @@ struct RunCommandOptions {
   std::optional<std::string> config;
   std::string language;
   std::string commandLine;
+  PackageWishes wishes;
   SelectionPatterns patterns;
   RunOptions run;
   bool serial = false;

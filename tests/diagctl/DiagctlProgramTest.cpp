@@ -558,7 +558,8 @@ TEST_F(Diagctl, help_has_examples_at_each_level) {
 
 TEST_F(Diagctl, list_tells_packages_devices_and_tests_with_their_pairs) {
   addMixedPackage();
-  EXPECT_THAT(run({"list"}).out, AllOf(HasSubstr("MIX"), HasSubstr("2 devices   5 tests")));
+  EXPECT_THAT(run({"list"}).out,
+              AllOf(HasSubstr("DEVICES  TESTS"), ::testing::ContainsRegex("MIX .* 2 +5\n")));
   EXPECT_THAT(run({"list", "devices"}).out, AllOf(HasSubstr("bus/left"), HasSubstr("Right")));
   EXPECT_THAT(run({"list", "tests"}).out,
               AllOf(HasSubstr("enabled: Left, Right"), HasSubstr("enabled: Right"),
@@ -602,7 +603,7 @@ TEST_F(Diagctl, list_names_packages_that_the_control_file_leaves_out) {
   place.write(place.controlFile(),
               contentsOf(place.controlFile()) +
                   "[DisablePackage]\nNumPackages=1\n[Package1]\nPackageName=OUT\n");
-  EXPECT_THAT(run({"list"}).out, HasSubstr("OUT          disabled by the control file"));
+  EXPECT_THAT(run({"list"}).out, ::testing::ContainsRegex("OUT +disabled by the control file"));
 }
 
 TEST_F(Diagctl, a_package_that_cannot_be_loaded_spoils_the_verdict_of_a_run) {
