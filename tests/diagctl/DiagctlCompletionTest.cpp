@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <regex>
 #include <set>
@@ -21,6 +22,7 @@ namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::HasSubstr;
+namespace fs = std::filesystem;
 
 /// The options that the help of a verb names.
 std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
@@ -113,6 +115,77 @@ TEST_F(Diagctl, zsh_completes_every_verb_and_option) {
   for (std::size_t i = 0; i < offers.size(); ++i) {
     EXPECT_EQ(offers[i], expected[i]) << beginnings[i];
   }
+}
+
+/// The program in the search path, with packages of the test's own.
+class CompletedNames : public Diagctl {
+ protected:
+  CompletedNames() {
+    addMixedPackage();
+    fs::create_directories(place.path("config/tarvexdiags"));
+    fs::copy_file(place.controlFile(), place.path("config/tarvexdiags/control.cfg"));
+    setenv("XDG_CONFIG_HOME", place.path("config").c_str(), 1);
+    setenv("PATH", (fs::path(TARVEX_DIAGCTL).parent_path().string() + ":" + m_path).c_str(), 1);
+  }
+  ~CompletedNames() override {
+    setenv("PATH", m_path.c_str(), 1);
+    unsetenv("XDG_CONFIG_HOME");
+  }
+
+ private:
+  const std::string m_path = std::getenv("PATH");
+};
+
+TEST_F(CompletedNames, are_those_of_packages_devices_and_tests_in_bash) {
+  if (!isBuildTrusted()) {
+    GTEST_SKIP() << "root loads nothing from here without being told so";
+  }
+  const std::string file = place.path("words");
+  using Words = std::set<std::string>;
+  EXPECT_EQ(completions("diagctl run -p \"\"", file), Words{"MIX"});
+  EXPECT_EQ(completions("diagctl run -d l", file), Words{"Left"});
+  EXPECT_EQ(completions("diagctl estimate --exclude-test S", file), Words{"Silent"});
+  EXPECT_EQ(completions("diagctl show B", file), Words{"Bad"});
+  EXPECT_EQ(completions("diagctl run M", file), Words{"MIX"});
+  EXPECT_EQ(completions("diagctl explain load_l", file), Words{"LOAD_LIBRARY_FAILED"});
+}
+
+TEST_F(CompletedNames, are_those_of_packages_devices_and_tests_in_zsh) {
+  if (!isBuildTrusted()) {
+    GTEST_SKIP() << "root loads nothing from here without being told so";
+  }
+  const auto offers =
+      completionsOfZsh({"diagctl run -p ", "diagctl run -d L", "diagctl estimate --exclude-test S",
+                        "diagctl show B", "diagctl explain load_l"},
+                       place.path("words"));
+  using Words = std::set<std::string>;
+  EXPECT_EQ(offers,
+            (std::vector<Words>{{"MIX"}, {"Left"}, {"Silent"}, {"Bad"}, {"LOAD_LIBRARY_FAILED"}}));
+}
+
+TEST_F(CompletedNames, are_those_of_settings_in_both_shells) {
+  if (!isBuildTrusted()) {
+    GTEST_SKIP() << "root loads nothing from here without being told so";
+  }
+  setenv("XDG_CONFIG_HOME", place.path("none").c_str(), 1);  // so that the bundled packages count
+  using Words = std::set<std::string>;
+  const Words expected{"Memory.MarginMegabytes=", "Memory.MarginPercent="};
+  EXPECT_EQ(completions("diagctl run --set memory.mar", place.path("words")), expected);
+  const auto offers = completionsOfZsh({"diagctl run --set Memory.Mar"}, place.path("words"));
+  ASSERT_EQ(offers.size(), 1U);
+  EXPECT_EQ(offers[0], expected);
+}
+
+TEST_F(Diagctl, both_shells_complete_values_behind_an_equals_sign_and_formats_of_outputs) {
+  const std::string file = place.path("words");
+  using Words = std::set<std::string>;
+  EXPECT_EQ(completions("diagctl run --format = j", file), (Words{"jsonl", "junit", "json"}));
+  EXPECT_EQ(completions("diagctl list --format =", file), (Words{"text", "json"}));
+  EXPECT_EQ(completions("diagctl run -o j", file), (Words{"jsonl=", "junit="}));
+  const auto offers = completionsOfZsh(
+      {"diagctl run --format=j", "diagctl list --format=", "diagctl run -o j"}, file);
+  EXPECT_EQ(offers,
+            (std::vector<Words>{{"jsonl", "junit", "json"}, {"text", "json"}, {"jsonl", "junit"}}));
 }
 
 TEST_F(Diagctl, the_manual_names_every_verb_and_option) {

@@ -97,6 +97,9 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
   if (m_process == 0) {
     dup2(out.writeEnd, STDOUT_FILENO);
     dup2(err.writeEnd, STDERR_FILENO);
+    if (!options.standardInput.empty()) {
+      dup2(open(options.standardInput.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+    }
     if (!options.standardOutput.empty()) {
       dup2(open(options.standardOutput.c_str(), O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
     }

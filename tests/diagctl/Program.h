@@ -22,6 +22,7 @@ class Program {
   struct Options {
     std::map<std::string, std::string> environment = {};
     bool onTerminal = false;          ///< all three streams are one terminal of 100 columns
+    std::string standardInput = {};   ///< a file instead of none
     std::string standardOutput = {};  ///< a file instead of being caught
     bool closesOutput = false;        ///< nobody reads its standard output
     unsigned int user = 0;            ///< to run as, 0 for the present one

@@ -1,0 +1,159 @@
+// Which packages a verb works with, and what their settings are.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+namespace fs = std::filesystem;
+
+class DiagctlSettings : public Diagctl {
+ protected:
+  DiagctlSettings() {
+    place.addPackage("MIX", {{.name = "Good", .more = "Event=7"}}, {{"Left", "bus/left"}});
+    options.environment["XDG_CONFIG_HOME"] = place.path("config");
+    options.environment["TMPDIR"] = place.path("temporary");
+    fs::create_directories(place.path("config/tarvexdiags/packages.d"));
+    fs::create_directories(place.path("temporary"));
+  }
+
+  /// Another directory of packages, with one of that name.
+  std::string addElsewhere(const std::string& name) {
+    place.addPackage(name, {{.name = "Far away"}}, {{"Far", "bus/far" + name}});
+    const fs::path elsewhere = place.path("elsewhere-" + name);
+    fs::create_directories(elsewhere / "en");
+    for (const std::string& file : {name + ".cfg", "lib" + name + ".so", "en/" + name + ".cfg"}) {
+      fs::rename(place.path("packages/" + file), elsewhere / file);
+    }
+    fs::remove(place.path("packages/de/" + name + ".cfg"));
+    return elsewhere.string();
+  }
+
+  void writeOverlay(const std::string& package, const std::string& text) {
+    place.write(overlayOf(package), text);
+  }
+  std::string overlayOf(const std::string& package) const {
+    return place.path("config/tarvexdiags/packages.d/" + package + ".cfg");
+  }
+
+  Outcome runBundled(std::vector<std::string> words) {
+    words.insert(words.begin(), "--allow-insecure");
+    return diagctl(words, options);
+  }
+
+  Program::Options options;
+};
+
+TEST_F(DiagctlSettings, packages_come_from_the_directories_that_are_named) {
+  const std::string one = addElsewhere("ONE");
+  const std::string two = addElsewhere("TWO");
+  const Outcome both = run({"list", "--packages", one, "--packages", two}, options);
+  EXPECT_EQ(both.exitCode, kPassed) << both.err;
+  EXPECT_THAT(both.out,
+              AllOf(HasSubstr("Package ONE"), HasSubstr("Package TWO"), Not(HasSubstr("MIX")),
+                    HasSubstr("Packages:     " + one), HasSubstr("Packages:     " + two)));
+  const Outcome ran = run({"run", "-q", "--packages", one}, options);
+  EXPECT_EQ(ran.exitCode, kPassed) << ran.out << ran.err;
+  EXPECT_THAT(ran.out, HasSubstr("PASSED   Package ONE: Far away on Far"));
+  EXPECT_EQ(run({"check", "--packages", one}, options).exitCode, kPassed);
+  EXPECT_EQ(run({"list", "--packages", place.path("nowhere")}, options).exitCode, kNoVerdict);
+}
+
+TEST_F(DiagctlSettings, the_control_file_may_name_a_list_of_directories) {
+  const std::string one = addElsewhere("ONE");
+  place.replaceIn(place.controlFile(), "PackDirPath=" + place.path("packages"),
+                  "PackDirPath=" + place.path("packages") + ":" + one);
+  EXPECT_THAT(run({"list"}, options).out,
+              AllOf(HasSubstr("Package MIX"), HasSubstr("Package ONE")));
+}
+
+TEST_F(DiagctlSettings, a_setting_of_the_command_line_counts_and_is_gone_afterwards) {
+  EXPECT_EQ(run({"run", "-q"}, options).exitCode, kPassed);
+  EXPECT_EQ(run({"run", "-q", "--set", "MIX.Behave=fail"}, options).exitCode, kHardwareFailure);
+  EXPECT_EQ(run({"run", "-q", "--set", "mix.1.Behave=fail"}, options).exitCode, kHardwareFailure);
+  EXPECT_EQ(run({"run", "-q"}, options).exitCode, kPassed);
+  EXPECT_TRUE(fs::is_empty(place.path("temporary")));
+}
+
+TEST_F(DiagctlSettings, the_command_line_goes_before_the_control_file_and_that_before_overlays) {
+  writeOverlay("MIX", "[TestID1]\nBehave=fail\n");
+  EXPECT_EQ(run({"run", "-q"}, options).exitCode, kHardwareFailure);
+  EXPECT_THAT(run({"list"}, options).out, HasSubstr("Settings:     " + overlayOf("MIX")));
+  place.write(place.controlFile(),
+              contentsOf(place.controlFile()) + "[Settings]\nMIX.Behave=nothing\n");
+  EXPECT_EQ(run({"run", "-q"}, options).exitCode, kNoVerdict);
+  EXPECT_EQ(run({"run", "-q", "--set", "MIX.Behave=pass"}, options).exitCode, kPassed);
+}
+
+TEST_F(DiagctlSettings, settings_that_nobody_reads_are_refused_with_what_is_near) {
+  const auto refusalOf = [&](const std::string& setting) {
+    const Outcome outcome = runBundled({"run", "--dry-run", "-p", "memory", "--set", setting});
+    EXPECT_EQ(outcome.exitCode, kUsage) << setting;
+    EXPECT_THAT(outcome.out, IsEmpty()) << setting;
+    return outcome.err;
+  };
+  EXPECT_THAT(refusalOf("memory.Round=3"),
+              HasSubstr("memory reads no setting 'Round'; did you mean 'Rounds'"));
+  EXPECT_THAT(refusalOf("memry.Rounds=3"),
+              HasSubstr("there is no package 'memry' to set 'Rounds' of; did you mean 'memory'?"));
+  EXPECT_THAT(refusalOf("memory.Rounds=few"), HasSubstr("memory.Rounds: 'few' is no value of it"));
+  EXPECT_THAT(refusalOf("memory"), HasSubstr("'memory' is not PACKAGE.KEY=VALUE"));
+}
+
+TEST_F(DiagctlSettings, show_tells_the_settings_that_count) {
+  const Outcome outcome = runBundled({"show", "Walking ones", "--set", "memory.Rounds=7", "--set",
+                                      "Memory.QuickMaximumMegabytes=64"});
+  EXPECT_THAT(outcome.out, AllOf(::testing::ContainsRegex("\n  Rounds +7 "),
+                                 ::testing::ContainsRegex("QuickMaximumMegabytes +64 ")))
+      << outcome.err;
+}
+
+TEST_F(DiagctlSettings, estimates_go_by_the_settings_that_count) {
+  EXPECT_THAT(run({"estimate", "--passes", "2", "--set", "MIX.1.Estimate=25"}, options).out,
+              HasSubstr("50 s  Package MIX: Good on Left"));
+}
+
+TEST_F(DiagctlSettings, a_bundled_test_runs_with_settings_of_the_command_line) {
+  const Outcome outcome = runBundled({"run", "-q", "--quick", "-p", "memory", "-t", "Block move",
+                                      "--set", "memory.QuickMaximumMegabytes=16"});
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out << outcome.err;
+}
+
+TEST_F(DiagctlSettings, root_trusts_an_overlay_and_a_directory_as_it_does_the_control_file) {
+  if (geteuid() != 0 || !isBuildTrusted()) {
+    GTEST_SKIP() << "only root is refused";
+  }
+  const std::string one = addElsewhere("ONE");
+  const std::string overlay = overlayOf("MIX");
+  writeOverlay("MIX", "[TestID1]\nBehave=pass\n");
+  EXPECT_EQ(run({"list"}, options).exitCode, kPassed);
+  ASSERT_EQ(chown(overlay.c_str(), 61234, 61234), 0);
+  const Outcome refused = run({"run"}, options);
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
+  EXPECT_THAT(refused.err, AllOf(HasSubstr(overlay + ": is owned by user 61234 and not by root"),
+                                 HasSubstr("--allow-insecure")));
+  EXPECT_EQ(run({"run", "-q", "--allow-insecure"}, options).exitCode, kPassed);
+  fs::remove(overlay);
+  ASSERT_EQ(chown((one + "/libONE.so").c_str(), 61234, 61234), 0);
+  EXPECT_THAT(run({"list", "--packages", one}, options).err,
+              HasSubstr("/libONE.so: is owned by user 61234 and not by root"));
+  ASSERT_EQ(chown(one.c_str(), 61234, 61234), 0);
+  EXPECT_THAT(run({"list", "--packages", one}, options).err,
+              HasSubstr(one + ": is owned by user 61234 and not by root"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
