@@ -7,7 +7,7 @@ _diagctl_options() {
   local reporting="--format -o --output --strict --fail-on-skip --vanished --exit-style"
   case $1 in
     run)
-      echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error" \
+      echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error --fail-fast" \
         "--serial --parallel --mode --allow-disruptive --expect-devices --dry-run --seed" "-q --quiet"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;

@@ -154,6 +154,7 @@ void addLimits(CLI::App& command, RunCommandOptions& options) {
   group.flag("--stress", options.run.stress, tr("Let each test repeat by itself until its limit"));
   group.flag("--halt-on-error", options.run.haltOnError,
              tr("End the passes of a test after a bad result"));
+  group.flag("--fail-fast", options.run.failFast, tr("End the whole run after the first failure"));
 }
 
 void addConduct(CLI::App& command, RunCommandOptions& options) {

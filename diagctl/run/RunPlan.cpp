@@ -84,6 +84,7 @@ std::map<std::string, std::string> describe(const RunOptions& options) {
   texts["stress"] = options.stress ? "true" : "false";
   texts["quick"] = isQuick(options) ? "true" : "false";
   texts["haltOnError"] = options.haltOnError ? "true" : "false";
+  texts["failFast"] = options.failFast ? "true" : "false";
   return texts;
 }
 

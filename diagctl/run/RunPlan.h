@@ -22,7 +22,8 @@ struct RunOptions {
   std::optional<unsigned long> totalSeconds;    ///< limit on the whole run
   bool stress = false;
   bool quick = false;
-  bool haltOnError = false;
+  bool haltOnError = false;  ///< a bad result ends the passes of its test
+  bool failFast = false;     ///< a failure ends the run
   std::optional<std::uint64_t> seed;
   VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
 };

@@ -91,6 +91,7 @@ void Runner::waitForAll() {
     serveRequests();
     endAfterTotalTime();
     collect();
+    endAfterFailure();
     if (isLeft()) {
       const bool isStartDue = Clock::now() - m_changedAt < kLongestWait;
       m_session.wakeups().waitFor(isStartDue ? kWaitForStart : kLongestWait);
@@ -109,6 +110,18 @@ void Runner::endAfterTotalTime() {
   }
   tell(RunMessage{Severity::Warning, tr("The total time is used up: what still runs is ended.")});
   abortAll();
+}
+
+void Runner::endAfterFailure() {
+  const bool hasFailed =
+      m_plan.options.failFast && !m_isAborted && isLeft() &&
+      std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) {
+        return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Failed;
+      });
+  if (hasFailed) {
+    tell(RunMessage{Severity::Warning, tr("A test has failed: what still runs is ended.")});
+    abortAll();
+  }
 }
 
 void Runner::tell(RunEventBody body) {

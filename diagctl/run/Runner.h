@@ -61,6 +61,7 @@ class Runner {
   void waitForAll();
   bool isLeft() const;
   void endAfterTotalTime();
+  void endAfterFailure();
   void serveRequests();
   void collect();
   void drainMessages();

@@ -255,6 +255,17 @@ TEST_F(Diagctl, halt_on_error_ends_the_passes) {
   EXPECT_EQ(artifacts(parseLines(outcome.out), "diagnosis").size(), 1U);
 }
 
+TEST_F(Diagctl, fail_fast_ends_the_run_after_the_first_failure) {
+  addSlowPackage();
+  place.addPackage("BAD", {{.name = "Bad", .behaviour = "fail", .more = "Event=7"}},
+                   {{"Two", "bus/two"}});
+  const Outcome outcome = run({"run", "--parallel", "--fail-fast"});
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_THAT(outcome.err, HasSubstr("A test has failed: what still runs is ended."));
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("FAILED   Package BAD: Bad on Two"),
+                                 Not(HasSubstr("PASSED   Package SLOW: Long"))));
+}
+
 TEST_F(Diagctl, quick_asks_for_the_short_form) {
   addSlowPackage();
   EXPECT_EQ(run({"run", "--quick"}).exitCode, kPassed);
