@@ -217,7 +217,7 @@ TEST_F(MemoryInjection, memory_that_may_not_be_locked_is_tested_all_the_same_and
   step = *run.steps().begin();
   EXPECT_EQ(run.exitCode(), DiagctlTest::kPassed) << run.outcome().err;
   EXPECT_THAT(run.verdictsOf(step), ElementsAre("PASSED"));
-  EXPECT_THAT(run.accountOf(step, "jsonl"), HasSubstr("Not all of the memory could be locked"));
+  EXPECT_THAT(run.accountOf(step, "jsonl"), HasSubstr("not all of the memory could be locked"));
 }
 
 TEST_F(MemoryInjection, page_poisoned_while_the_memory_is_populated_fails_the_test) {
