@@ -575,21 +575,36 @@ class StoppingJournal : public RecordingJournal {
   std::chrono::nanoseconds m_workBefore{0};
 };
 
+/// @brief A run that was stopped after so many tenths of its questions. How many it asks follows
+/// the disk's latency, so one that ended before its moment is done again by its own number.
+std::unique_ptr<StoppingJournal> stoppedRun(const Engine& engine, int questions, int tenths) {
+  constexpr int attempts = 20;
+  std::unique_ptr<StoppingJournal> journal;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    journal = std::make_unique<StoppingJournal>(questions * tenths / 10);
+    const auto source = goodDisk();  // what a stop has left behind may still be in flight
+    try {
+      engine(*source, *journal);
+    } catch (const PackageKit::Stopped&) {
+    }
+    if (journal->hasStopped()) {
+      break;
+    }
+    questions = journal->asked();
+  }
+  return journal;
+}
+
 TEST(StorageStop, is_answered_at_ten_moments_of_every_test) {
   for (const auto& [name, engine] : engines()) {
     StoppingJournal whole(std::numeric_limits<int>::max());
     engine(*goodDisk(), whole);
     for (int tenth = 0; tenth < 10; ++tenth) {
-      StoppingJournal journal(whole.asked() * tenth / 10);
-      const auto source = goodDisk();  // what a stop has left behind may still be in flight
-      try {
-        engine(*source, journal);
-      } catch (const PackageKit::Stopped&) {
-      }
-      EXPECT_TRUE(journal.hasStopped()) << name << " " << tenth;
-      EXPECT_LT(journal.workSinceStop(), std::chrono::milliseconds(500)) << name << " " << tenth;
-      EXPECT_LT(journal.sinceStop(), std::chrono::seconds(20)) << name << " " << tenth;
-      EXPECT_THAT(journal.complaints(), IsEmpty()) << name << " " << tenth;
+      const auto journal = stoppedRun(engine, whole.asked(), tenth);
+      ASSERT_TRUE(journal->hasStopped()) << name << " " << tenth;
+      EXPECT_LT(journal->workSinceStop(), std::chrono::milliseconds(500)) << name << " " << tenth;
+      EXPECT_LT(journal->sinceStop(), std::chrono::seconds(20)) << name << " " << tenth;
+      EXPECT_THAT(journal->complaints(), IsEmpty()) << name << " " << tenth;
     }
   }
 }
