@@ -35,7 +35,7 @@ using namespace TarvexDiags::PackageKit;
 
 namespace {
 
-const auto sendInEarnest = WorkerProcess::sendSignal;
+const auto kSendInEarnest = WorkerProcess::sendSignal;
 
 int swallowSignal(pid_t /*target*/, int /*signal*/, ReaperRecord& /*reaper*/) {
   return 0;
@@ -91,12 +91,12 @@ int swallowKill(pid_t target, int /*signal*/, ReaperRecord& /*reaper*/) {
 int recordSignal(pid_t target, int signal, ReaperRecord& reaper) {
   sentSignals.push_back({signal, std::chrono::steady_clock::now()});
   hasSentStop = hasSentStop || signal == SIGSTOP;
-  return sendInEarnest(target, signal, reaper);
+  return kSendInEarnest(target, signal, reaper);
 }
 
 // As if the signals to stop and to go on came late: what the worker says meanwhile is still read.
 int loseStops(pid_t target, int signal, ReaperRecord& reaper) {
-  return signal == SIGSTOP || signal == SIGCONT ? 0 : sendInEarnest(target, signal, reaper);
+  return signal == SIGSTOP || signal == SIGCONT ? 0 : kSendInEarnest(target, signal, reaper);
 }
 
 std::string statusLineOf(pid_t process) {
@@ -166,7 +166,7 @@ class SupervisedWorker : public ::testing::Test {
   SupervisedWorker() {
     sentSignals.clear();
     hasSentStop = false;
-    WorkerProcess::sendSignal = sendInEarnest;
+    WorkerProcess::sendSignal = kSendInEarnest;
     setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
     control.beginRun();
   }
@@ -291,7 +291,7 @@ TEST_F(SupervisedWorker, does_not_begin_once_its_host_has_given_it_up) {
     WorkerProcess::sendSignal = &swallowKill;
     process.signalGroup(SIGKILL);
     isGivenUp = swallowedKills > 0;
-    WorkerProcess::sendSignal = sendInEarnest;
+    WorkerProcess::sendSignal = kSendInEarnest;
     ASSERT_EQ(kill(process.pid(), SIGCONT), 0);
     if (isGivenUp) {
       pollfd end{process.processDescriptor(), POLLIN, 0};
