@@ -202,12 +202,15 @@ Configuration Configuration::putTogether(Configuration base,
     base.m_folder.emplace();
   }
   const fs::path folder = base.m_folder->path();
-  ComposedPackages packages(folder / "packages", overlayDirectories(), isSecure);
+  // As deep as run paths of packages lead upwards: they shall end in this folder, and not in the
+  // one of everybody's temporary files.
+  const fs::path place = folder / "composed" / "packages";
+  ComposedPackages packages(place, overlayDirectories(), isSecure);
   for (const std::string& directory : directories) {
     packages.add(directory, overrides);
   }
-  const std::string text = withValue(contentOfControlFile(base.m_path), "GlobalSettings",
-                                     "PackDirPath", (folder / "packages").string());
+  const std::string text =
+      withValue(contentOfControlFile(base.m_path), "GlobalSettings", "PackDirPath", place.string());
   base.m_origin = base.m_path;
   base.m_path = (folder / "composed.cfg").string();
   base.m_directories = directories;
@@ -224,7 +227,7 @@ Configuration Configuration::putTogether(Configuration base,
                                      overrides[index].package, overrides[index].key,
                                      didYouMean(overrides[index].package, packages.packages())));
     }
-    requireKnown(overrides[index], (folder / "packages").string(), packages.packageOf(index));
+    requireKnown(overrides[index], place.string(), packages.packageOf(index));
   }
   return base;
 }

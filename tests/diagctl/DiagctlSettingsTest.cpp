@@ -155,5 +155,14 @@ TEST_F(DiagctlSettings, root_trusts_an_overlay_and_a_directory_as_it_does_the_co
               HasSubstr(one + ": is owned by user 61234 and not by root"));
 }
 
+TEST_F(DiagctlSettings, root_sets_what_a_bundled_package_reads_among_everybodys_temporary_files) {
+  if (geteuid() != 0 || !isBuildTrusted()) {
+    GTEST_SKIP() << "only root is refused";
+  }
+  options.environment["TMPDIR"] = "/tmp";
+  const Outcome told = diagctl({"estimate", "-p", "memory", "--set", "memory.Rounds=3"}, options);
+  EXPECT_EQ(told.exitCode, kPassed) << told.err;
+}
+
 }  // namespace
 }  // namespace TarvexDiags::DiagctlTest
