@@ -104,8 +104,10 @@ bool Runner::isLeft() const {
 }
 
 void Runner::endAfterTotalTime() {
+  // In whole seconds: a long time has more nanoseconds than can be counted.
+  const auto spent = std::chrono::floor<std::chrono::seconds>(Clock::now() - m_beganAt);
   if (!m_plan.options.totalSeconds || m_isAborted ||
-      Clock::now() - m_beganAt < std::chrono::seconds(*m_plan.options.totalSeconds)) {
+      static_cast<unsigned long>(spent.count()) < *m_plan.options.totalSeconds) {
     return;
   }
   tell(RunMessage{Severity::Warning, tr("The total time is used up: what still runs is ended.")});

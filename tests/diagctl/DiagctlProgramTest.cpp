@@ -280,6 +280,12 @@ TEST_F(Diagctl, total_time_ends_the_run_without_a_verdict) {
   EXPECT_THAT(outcome.err, HasSubstr("total time is used up"));
 }
 
+TEST_F(Diagctl, total_time_of_three_centuries_ends_nothing) {
+  place.addPackage("MIX", {{.name = "Good"}}, {{"Left", "bus/left"}});
+  const Outcome outcome = run({"run", "-q", "--total-time", "107000d"});
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out << outcome.err;
+}
+
 TEST_F(Diagctl, serial_runs_one_test_at_a_time_and_parallel_several) {
   place.addPackage("TWO",
                    {{.name = "Half", .milliseconds = 500}, {.name = "Held", .behaviour = "held"}},
