@@ -11,6 +11,7 @@
 #include <map>
 
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Privileges.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -55,6 +56,11 @@ std::string findMachineIdFault(const std::string& value) {
              : "";
 }
 
+std::string findPrivilegeFault(const std::string& value) {
+  const auto unknown = PackageKit::Contract::unknownPrivilege(value);
+  return unknown ? tr("'{}' is no privilege", *unknown) : "";
+}
+
 std::string findPathFault(const std::string& value, bool wantsDirectory) {
   std::error_code failure;
   const fs::file_status status = fs::status(value, failure);
@@ -82,6 +88,8 @@ std::string findFault(ValueKind kind, const std::string& value) {
       return findNumberFault(kind, value);
     case ValueKind::MachineId:
       return findMachineIdFault(value);
+    case ValueKind::Privileges:
+      return findPrivilegeFault(value);
     case ValueKind::Directory:
     case ValueKind::File:
       return findPathFault(value, kind == ValueKind::Directory);

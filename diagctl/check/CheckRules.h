@@ -14,6 +14,7 @@ enum class ValueKind {
   Number,          ///< whole and decimal
   PositiveNumber,  ///< whole, decimal and above zero
   Niceness,        ///< whole, decimal, from 0 to 19
+  Privileges,      ///< names of rights, see packagekit/contract/Privileges.h
   RunMode,
   DiagMode,
   DebugLevel,

@@ -11,6 +11,7 @@
 #include "diagctl/check/CheckRules.h"
 #include "diagctl/check/SettingsCheck.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/ReaderKeys.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -28,6 +29,7 @@ const std::vector<KeyRule> kPackageRules = {
     {"DeviceType", ValueKind::Number, false},
     {"NumberOfTests", ValueKind::PositiveNumber, true},
     {"Nice", ValueKind::Niceness, false},
+    {PackageKit::Contract::kPrivilegesKey, ValueKind::Privileges, false},
     {"ResourceLockProperty", ValueKind::Text, false},
     {"SODependencies", ValueKind::Text, false},
     {PackageKit::Contract::kTestNeeds, ValueKind::Text, false},
@@ -43,6 +45,7 @@ const std::vector<KeyRule> kTestRules = {
     {"TestOpenMode", ValueKind::OpenMode, false},
     {"TestEstimatedTime", ValueKind::Number, false},
     {"Nice", ValueKind::Niceness, false},
+    {PackageKit::Contract::kPrivilegesKey, ValueKind::Privileges, false},
     {"TestCapabilities", ValueKind::Text, false},
     {PackageKit::Contract::kTestNeeds, ValueKind::Text, false},
     {PackageKit::Contract::kTestWrites, ValueKind::Text, false},

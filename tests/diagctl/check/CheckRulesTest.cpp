@@ -29,6 +29,8 @@ TEST(Rules, tell_what_is_wrong_with_a_value) {
   EXPECT_EQ(findFault(ValueKind::Niceness, "19"), "");
   EXPECT_EQ(findFault(ValueKind::Niceness, "20"), "20 is not between 0 and 19");
   EXPECT_EQ(findFault(ValueKind::Niceness, "-1"), "-1 is not between 0 and 19");
+  EXPECT_EQ(findFault(ValueKind::Privileges, "CAP_IPC_LOCK, ptrace"), "");
+  EXPECT_EQ(findFault(ValueKind::Privileges, "CAP_IPC_LOCK, all"), "'all' is no privilege");
   EXPECT_EQ(findFault(ValueKind::Niceness, "low"), "'low' is no whole number");
   EXPECT_EQ(findFault(ValueKind::MachineId, "0xffff"), "");
   EXPECT_EQ(findFault(ValueKind::MachineId, "65536"), "65536 is not between 0 and 65535");
