@@ -46,3 +46,8 @@ if(TARVEX_INSTRUMENTATION_FLAGS)
     "$<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow;-Wno-stringop-overread>")
   add_link_options(${TARVEX_INSTRUMENTATION_FLAGS} ${TARVEX_INSTRUMENTATION_LINK_FLAGS})
 endif()
+
+# What a worker of such a build leaves out, and what it is passed, is for the runtimes.
+if(NOT TARVEX_INSTRUMENTATION STREQUAL "none")
+  add_compile_definitions(TARVEX_INSTRUMENTED)
+endif()

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 #include "System/SysUtil.h"
 #include "packagekit/contract/WorkerPlaces.h"
@@ -20,7 +22,8 @@ namespace {
 std::string absolute(const char* path) {
   char* const resolved = realpath(path, nullptr);
   if (resolved == nullptr) {
-    return path;
+    std::error_code ignored;
+    return std::filesystem::absolute(path, ignored).string();
   }
   std::string text(resolved);
   free(resolved);
@@ -155,7 +158,8 @@ std::string Module::workerFile() {
 
 std::string Module::findWorker() const {
   if (const auto configured = Settings(m_configFile).package(kWorkerPath.key())) {
-    return *configured;
+    // The worker is executed in another directory.
+    return absolute(configured->c_str());
   }
   const std::string framework =
       directoryOf(objectWith(reinterpret_cast<const void*>(&System::SysUtil::getOs)));

@@ -9,9 +9,13 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace TarvexDiags::PackageKit {
 
@@ -93,6 +97,7 @@ class SpawnActions {
     check(posix_spawn_file_actions_adddup2(&m_actions, output, 2), "adddup2");
     check(posix_spawn_file_actions_adddup2(&m_actions, socket, kWorkerSocket), "adddup2");
     check(posix_spawn_file_actions_adddup2(&m_actions, poison, kPoisonDescriptor), "adddup2");
+    check(posix_spawn_file_actions_addchdir_np(&m_actions, "/"), "addchdir");
     check(posix_spawn_file_actions_addclosefrom_np(&m_actions, kPoisonDescriptor + 1),
           "addclosefrom");
   }
@@ -105,6 +110,36 @@ class SpawnActions {
  private:
   posix_spawn_file_actions_t m_actions{};
 };
+
+// What the tests need of the host's environment. The rest of it is nobody's business, and much of
+// it is obeyed by the loader or by libraries.
+bool isPassedOn(std::string_view variable) {
+  const std::string_view name = variable.substr(0, variable.find('='));
+  const auto isName = [name](std::string_view passed) { return name == passed; };
+  constexpr std::string_view passed[] = {"PATH", "LANG", "TZ", "TMPDIR"};
+#ifdef TARVEX_INSTRUMENTED
+  // Of the runtimes that such a build brings along.
+  constexpr std::string_view ofRuntimes[] = {
+      "ASAN_OPTIONS",      "ASAN_SYMBOLIZER_PATH", "GCOV_PREFIX",  "GCOV_PREFIX_STRIP",
+      "LLVM_PROFILE_FILE", "LSAN_OPTIONS",         "TSAN_OPTIONS", "UBSAN_OPTIONS"};
+  if (std::any_of(std::begin(ofRuntimes), std::end(ofRuntimes), isName)) {
+    return true;
+  }
+#endif
+  return name.starts_with("LC_") || std::any_of(std::begin(passed), std::end(passed), isName);
+}
+
+// Ends in a null pointer; the texts are the host's.
+std::vector<char*> makeEnvironment() {
+  std::vector<char*> variables;
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    if (isPassedOn(*variable)) {
+      variables.push_back(*variable);
+    }
+  }
+  variables.push_back(nullptr);
+  return variables;
+}
 
 class SpawnAttributes {
  public:
@@ -162,9 +197,10 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   std::string host = std::to_string(getpid());
   std::string niceness = std::to_string(nice);
   char* const arguments[] = {name.data(), package.data(), host.data(), niceness.data(), nullptr};
-  check(
-      posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments, environ),
-      executable.c_str());
+  const std::vector<char*> environment = makeEnvironment();
+  check(posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments,
+                    environment.data()),
+        executable.c_str());
   m_socket = std::move(socket);
   m_output = std::move(output);
   // Where there is no such call, the supervisor looks at intervals.

@@ -21,9 +21,10 @@ struct ProcessEnd {
 
 /// One worker process: the leader of a process group of its own, with a socket to talk to it, a
 /// pipe on which its standard output and error come, and a page for what it can't tell in any other
-/// way. Nothing of the host but its environment and working directory gets into it: no descriptor,
-/// no signal handler, no mask. It stays in the host's session, and so in its scheduling group, as
-/// the nice value counts only against what is there.
+/// way. Of the host there gets into it the search path, language, time zone and directory of
+/// temporary files, and nothing else: no other variable, no descriptor, no signal handler, no mask.
+/// Its working directory is the root. It stays in the host's session, and so in its scheduling
+/// group, as the nice value counts only against what is there.
 ///
 /// The host's child is the worker's reaper: it passes signals on, and ends when the worker and all
 /// that came of it have ended, those included that have left its group.

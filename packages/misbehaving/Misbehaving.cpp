@@ -30,6 +30,7 @@
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/WorkerProcess.h"
 #include "packages/misbehaving/LyingDiagnostics.h"
+#include "packages/misbehaving/OwnRights.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -581,6 +582,7 @@ void define(Package& package) {
   package.test(45, leavesCaretaker);
   package.test(46, staysWithChild);
   package.test(47, resistsItsEnd);
+  package.test(48, tellsItsRights);
 }
 
 // Stands for a worker that hangs in the kernel, where no signal reaches it.
