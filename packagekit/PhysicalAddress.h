@@ -30,11 +30,28 @@ constexpr std::uint64_t frameOfMapEntry(std::uint64_t entry) {
   return isFrame ? place >> kindBits : 0;
 }
 
+/// @brief Where a worker keeps its page map open, since it gives up the right to open it.
+constexpr int kPageMapDescriptor = 4;
+
+/// @brief The page map that is kept open in this program or shared object, and for which process.
+struct KeptPageMap {
+  int descriptor = -1;
+  pid_t process = 0;
+};
+inline KeptPageMap keptPageMap;
+
+/// @brief Takes the worker's. To be called by the worker's own process before there are threads.
+inline void useKeptPageMap() {
+  keptPageMap = {kPageMapDescriptor, getpid()};
+}
+
 /// @brief The physical address of a virtual one of this process, also of one that the kernel has
 /// taken away because it is poisoned. May be called in a signal handler.
 /// @return nothing without the privilege to know, or when no page is there
 inline std::optional<std::uint64_t> physicalAddressOf(const void* address) {
-  const int file = open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC);
+  const bool isKept = keptPageMap.process == getpid();
+  const int file =
+      isKept ? keptPageMap.descriptor : open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC);
   if (file < 0) {
     return std::nullopt;
   }
@@ -43,7 +60,9 @@ inline std::optional<std::uint64_t> physicalAddressOf(const void* address) {
   std::uint64_t entry = 0;
   const ssize_t got =
       pread(file, &entry, sizeof(entry), static_cast<off_t>(location / page * sizeof(entry)));
-  close(file);
+  if (!isKept) {
+    close(file);
+  }
   const std::uint64_t frame =
       got == static_cast<ssize_t>(sizeof(entry)) ? frameOfMapEntry(entry) : 0;
   if (frame == 0) {

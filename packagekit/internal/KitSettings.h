@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packagekit/Setting.h"
+#include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/WorkerPlaces.h"
 
@@ -15,6 +16,7 @@ inline constexpr auto kKillGrace = optionalSetting<Seconds>("KillGrace");
 inline constexpr auto kStartTimeout = optionalSetting<Seconds>("StartTimeout");
 inline constexpr auto kExitTimeout = optionalSetting<Seconds>("ExitTimeout");
 inline constexpr auto kNice = optionalSetting<std::uint64_t>("Nice");
+inline constexpr auto kPrivileges = optionalSetting<std::string>(Contract::kPrivilegesKey);
 inline constexpr auto kMemoryLimit = optionalSetting<std::uint64_t>("MemoryLimit");
 inline constexpr auto kMaxEvents = optionalSetting<std::uint64_t>("MaxEvents");
 inline constexpr auto kCoreDumps = optionalSetting<bool>("CoreDumps");
@@ -23,7 +25,7 @@ inline constexpr auto kWorkerPath = optionalSetting<std::string>(Contract::kWork
 
 /// Those that a test may have in its own section.
 inline SettingList kitTestSettings() {
-  return {kTestTimeout, kNice};
+  return {kTestTimeout, kNice, kPrivileges};
 }
 
 /// Those that stand in section `Package` alone.

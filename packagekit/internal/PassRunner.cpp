@@ -156,6 +156,10 @@ int niceOf(const Settings& settings, int testId) {
   return nice >= 0 && nice <= kNicest ? static_cast<int>(nice) : kDefaultNice;
 }
 
+Contract::Privileges privilegesOf(const Settings& settings, int testId) {
+  return Contract::privilegesFrom(settings.test(testId, kPrivileges.key()).value_or(""));
+}
+
 }  // namespace
 
 void PassOutcome::worsen(PassOutcome other) noexcept {
@@ -232,8 +236,10 @@ SessionEnd PassRunner::runSession() {
     return failed;
   }
   try {
-    const int nice = niceOf(m_module.settings(), m_setup.testIds[m_offset]);
-    WorkerProcess process(worker, m_module.packageFile(), nice);
+    const int testId = m_setup.testIds[m_offset];
+    const Settings settings = m_module.settings();
+    WorkerProcess process(worker, m_module.packageFile(), niceOf(settings, testId),
+                          {privilegesOf(settings, testId)});
     // While it loads the package.
     readConfiguration();
     // Whatever a test does to its own process, it ends before the next one begins.

@@ -2,6 +2,7 @@
 // host.
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <system_error>
 
 #include "packagekit/Exports.h"
+#include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/internal/Caretakers.h"
 #include "packagekit/internal/Frame.h"
@@ -117,15 +119,24 @@ constexpr bool kAddressSpaceIsFree =
     true;
 #endif
 
+// So far there was none, and there could be one again.
+void allowCoreDumps(bool areWanted) {
+  rlimit limit{};
+  getrlimit(RLIMIT_CORE, &limit);
+  limit.rlim_max = areWanted ? limit.rlim_max : 0;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_CORE, &limit);
+  if (areWanted) {
+    prctl(PR_SET_DUMPABLE, 1, 0, 0, 0);
+  }
+}
+
 void setLimits(const PassSetup& setup) {
   if (setup.memoryLimit > 0 && kAddressSpaceIsFree) {
     const rlimit limit{setup.memoryLimit, setup.memoryLimit};
     setrlimit(RLIMIT_AS, &limit);
   }
-  if (!setup.coreDumps) {
-    const rlimit none{0, 0};
-    setrlimit(RLIMIT_CORE, &none);
-  }
+  allowCoreDumps(setup.coreDumps);
 }
 
 std::set<std::string> keysOf(const TestEntry* entry) {
@@ -184,6 +195,7 @@ int runWorker(DefineFunction define, int socket) {
   WorkerLink& link = *new WorkerLink(socket);
   try {
     announceCaretakersTo(getppid());
+    useKeptPageMap();
     Package package;
     define(package);
     Frame frame = link.receive();

@@ -185,7 +185,7 @@ int orderOrKill(pid_t target, int signal, ReaperRecord& reaper) {
 int (*WorkerProcess::sendSignal)(pid_t, int, ReaperRecord&) = &orderOrKill;
 
 WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile,
-                             int nice) {
+                             int nice, const WorkerRights& rights) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
   m_records = makeRecords();
@@ -196,7 +196,10 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   std::string package = packageFile;
   std::string host = std::to_string(getpid());
   std::string niceness = std::to_string(nice);
-  char* const arguments[] = {name.data(), package.data(), host.data(), niceness.data(), nullptr};
+  std::string privileges = toText(rights.privileges);
+  std::string debugged = rights.isDebugged ? "1" : "0";
+  char* const arguments[] = {name.data(),       package.data(),  host.data(), niceness.data(),
+                             privileges.data(), debugged.data(), nullptr};
   const std::vector<char*> environment = makeEnvironment();
   check(posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments,
                     environment.data()),

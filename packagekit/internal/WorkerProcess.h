@@ -7,6 +7,7 @@
 #include <string>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "packagekit/contract/Privileges.h"
 #include "packagekit/internal/PoisonRecord.h"
 #include "packagekit/internal/ReaperRecord.h"
 
@@ -17,6 +18,12 @@ struct ProcessEnd {
   enum class Kind { Exited, Signalled, Unknown };  ///< unknown: somebody else took its status
   Kind kind = Kind::Unknown;
   int number = 0;  ///< exit status or signal
+};
+
+/// What a worker may do beside its work.
+struct WorkerRights {
+  Contract::Privileges privileges = {};  ///< of root's rights
+  bool isDebugged = false;               ///< a debugger is to read it
 };
 
 /// One worker process: the leader of a process group of its own, with a socket to talk to it, a
@@ -32,7 +39,8 @@ class WorkerProcess {
  public:
   /// Starts `executable` with the package's path; it makes itself `nice`, or as nice as the calling
   /// thread if that is more, before it loads the package. Throws std::system_error.
-  WorkerProcess(const std::string& executable, const std::string& packageFile, int nice);
+  WorkerProcess(const std::string& executable, const std::string& packageFile, int nice,
+                const WorkerRights& rights = {});
 
   /// Kills and reaps the process unless it was reaped or given up before.
   ~WorkerProcess();

@@ -1,8 +1,8 @@
 // The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
-// Usage: tarvex-package-worker <package> <process id of the host> <nice>, started by the kit alone:
-// the socket to the host is descriptor 3, what both share in memory descriptor 4. The process that
-// the host starts is the reaper; the worker is its child.
+// Usage: tarvex-package-worker <package> <process id of the host> <nice> <privileges> <debugged>,
+// started by the kit alone: the socket to the host is descriptor 3, what both share in memory
+// descriptor 4. The process that the host starts is the reaper; the worker is its child.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -11,6 +11,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include "packagekit/PhysicalAddress.h"
+#include "packagekit/contract/Privileges.h"
+#include "packagekit/worker/Confinement.h"
 #include "packagekit/worker/PoisonWatch.h"
 #include "packagekit/worker/Reaper.h"
 
@@ -36,18 +39,28 @@ static void makeNice(long nice) {
 }
 
 int main(int count, char** arguments) {
-  if (count != 4) {
-    fprintf(stderr, "usage: %s <package> <host> <nice>, started by a diagnostic package\n",
+  namespace Kit = TarvexDiags::PackageKit;
+  if (count != 6) {
+    fprintf(stderr,
+            "usage: %s <package> <host> <nice> <privileges> <debugged>, started by a diagnostic "
+            "package\n",
             arguments[0]);
     return kUnusable;
   }
-  TarvexDiags::PackageKit::runBelowReaper(static_cast<pid_t>(strtol(arguments[2], nullptr, 10)));
+  Kit::renounceMore();
+  Kit::runBelowReaper(static_cast<pid_t>(strtol(arguments[2], nullptr, 10)));
   becomeFirstVictim();
   makeNice(strtol(arguments[3], nullptr, 10));
   // What was printed before a crash is told, so it may not wait in a buffer.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   fcntl(kSocket, F_SETFD, FD_CLOEXEC);
-  TarvexDiags::PackageKit::watchForPoison();
+  Kit::watchForPoison();
+  Kit::openPageMap();
+  Kit::useKeptPageMap();
+  const bool isDebugged = strtol(arguments[5], nullptr, 10) != 0;
+  if (!Kit::confine(Kit::Contract::privilegesFrom(arguments[4]), isDebugged)) {
+    return kUnusable;
+  }
 
   void* const package = dlopen(arguments[1], RTLD_LAZY);
   if (package == nullptr) {

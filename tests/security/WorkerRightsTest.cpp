@@ -2,11 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
+#include "packagekit/PhysicalAddress.h"
 #include "packagekit/testing/PackageDriver.h"
+#include "packages/memory/NodeDiagnostic.h"
+#include "tests/security/People.h"
 
 namespace TarvexDiags::SecurityTest {
 namespace {
@@ -17,12 +24,80 @@ using ::testing::Not;
 
 constexpr int kTellsItsRights = 48;
 
+#ifdef TARVEX_INSTRUMENTED
+constexpr bool kIsInstrumented = true;
+#else
+constexpr bool kIsInstrumented = false;
+#endif
+
 class WorkerRights : public ::testing::Test {
  protected:
-  PackageDriver::Run told() { return m_driver.run("unit0", {kTellsItsRights}); }
+  PackageDriver::Run told(const std::string& privileges = "none") {
+    m_driver.set("TestID48", "Privileges", privileges);
+    return m_driver.run("unit0", {kTellsItsRights});
+  }
+
+  static std::uint64_t setOf(const PackageDriver::Run& run, const char* field) {
+    return std::stoull(run.measurement(field), nullptr, 16);
+  }
 
   PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
 };
+
+constexpr std::uint64_t bitOf(int capability) {
+  return std::uint64_t{1} << capability;
+}
+
+TEST_F(WorkerRights, include_none_of_roots_that_its_package_does_not_name) {
+  const auto run = told();
+  EXPECT_EQ(setOf(run, "CapPrm"), 0U);
+  EXPECT_EQ(setOf(run, "CapEff"), 0U);
+  EXPECT_EQ(setOf(run, "CapInh"), 0U);
+  EXPECT_EQ(setOf(run, "CapAmb"), 0U);
+  EXPECT_EQ(run.measurement("NoNewPrivs"), "1");
+}
+
+TEST_F(WorkerRights, are_bounded_for_all_that_it_executes) {
+  SKIP_UNLESS_ROOT();
+  EXPECT_EQ(setOf(told(), "CapBnd"), 0U);
+  EXPECT_EQ(setOf(told("CAP_NET_RAW, cap_kill"), "CapBnd"), bitOf(CAP_NET_RAW) | bitOf(CAP_KILL));
+}
+
+TEST_F(WorkerRights, include_those_of_roots_that_its_test_names_before_its_package) {
+  SKIP_UNLESS_ROOT();
+  m_driver.set("Package", "Privileges", "CAP_NET_RAW");
+  EXPECT_EQ(setOf(told("CAP_IPC_LOCK"), "CapEff"), bitOf(CAP_IPC_LOCK));
+  EXPECT_EQ(setOf(m_driver.run("unit0", {kTellsItsRights}), "CapPrm"), bitOf(CAP_IPC_LOCK));
+  EXPECT_EQ(setOf(told(""), "CapEff"), bitOf(CAP_NET_RAW));
+  EXPECT_EQ(setOf(told("none"), "CapEff"), 0U);
+}
+
+// As much as this process may allow.
+void allowCoreFiles() {
+  rlimit limit{};
+  getrlimit(RLIMIT_CORE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_CORE, &limit);
+}
+
+TEST_F(WorkerRights, leave_it_unread_by_others_of_its_user_and_without_core_files) {
+  allowCoreFiles();
+  const auto run = told();
+  EXPECT_EQ(run.measurement("dumpable"), kIsInstrumented ? "1" : "0");
+  EXPECT_EQ(run.measurement("coreLimitAtLoad"), "0");
+  EXPECT_EQ(run.measurement("coreLimit"), "0");
+}
+
+TEST_F(WorkerRights, include_core_files_where_the_package_wants_them) {
+  allowCoreFiles();
+  rlimit limit{};
+  getrlimit(RLIMIT_CORE, &limit);
+  m_driver.set("Package", "CoreDumps", "TRUE");
+  const auto run = told();
+  EXPECT_EQ(run.measurement("coreLimitAtLoad"), "0");
+  EXPECT_EQ(run.measurement("coreLimit"), std::to_string(static_cast<long>(limit.rlim_max)));
+  EXPECT_EQ(run.measurement("dumpable"), "1");
+}
 
 TEST_F(WorkerRights, include_no_sight_of_its_hosts_environment_and_place) {
   setenv("TARVEX_SECRET", "of the host", 1);
@@ -36,6 +111,45 @@ TEST_F(WorkerRights, include_no_sight_of_its_hosts_environment_and_place) {
   EXPECT_THAT(run.measurement("variables"), Not(HasSubstr("LD_LIBRARY_PATH")));
   EXPECT_THAT(run.measurement("variables"), Not(HasSubstr("HOME")));
   EXPECT_EQ(run.measurement("directory"), "/");
+}
+
+class MemoryRights : public ::testing::Test {
+ protected:
+  MemoryRights() {
+    getrlimit(RLIMIT_MEMLOCK, &m_before);
+    const rlimit little{64 * 1024, m_before.rlim_max};
+    setrlimit(RLIMIT_MEMLOCK, &little);
+    m_driver.set("Package", "MaximumMegabytes", "4");
+    m_driver.set("Package", "MarginMegabytes", "0").set("Package", "MarginPercent", "0");
+    m_driver.set("TestID1", "InjectFault", "4242");
+  }
+  ~MemoryRights() override { setrlimit(RLIMIT_MEMLOCK, &m_before); }
+
+  PackageDriver::Run testedAddressLines() {
+    const std::string tag = m_driver.devices().at(0).getDevice()->getResourceTag();
+    return m_driver.run(tag.substr(tag.rfind('/') + 1), {1});
+  }
+
+  PackageDriver m_driver{TARVEX_PACKAGE_DIR, "memory"};
+  rlimit m_before{};
+};
+
+TEST_F(MemoryRights, suffice_to_lock_all_of_it_whatever_the_limit) {
+  SKIP_UNLESS_ROOT();
+  const auto ready = testedAddressLines().parametersOf(Memory::RegionReady);
+  EXPECT_EQ(ready[1], ready[4]) << "of the bytes";
+  m_driver.set("Package", "Privileges", "none");
+  const auto without = testedAddressLines().parametersOf(Memory::RegionReady);
+  EXPECT_NE(without[1], without[4]);
+}
+
+TEST_F(MemoryRights, suffice_to_tell_the_physical_address_of_a_fault) {
+  const char here = 0;
+  if (!PackageKit::physicalAddressOf(&here)) {
+    GTEST_SKIP() << "the host itself may not know it";
+  }
+  const auto fault = testedAddressLines().parametersOf(Memory::MiscompareFound);
+  EXPECT_THAT(fault[2], HasSubstr("0x"));
 }
 
 }  // namespace
