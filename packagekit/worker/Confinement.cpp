@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "packagekit/PhysicalAddress.h"
+#include "packagekit/worker/CallFilter.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -81,7 +82,8 @@ bool confine(const Contract::Privileges& privileges, bool isDebugged) {
   if (kIsInstrumented || isDebugged) {
     return true;
   }
-  return prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 || failed("PR_SET_DUMPABLE");
+  return (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 || failed("PR_SET_DUMPABLE")) &&
+         refuseCalls(privileges);
 }
 
 }  // namespace TarvexDiags::PackageKit

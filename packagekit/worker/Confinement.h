@@ -11,8 +11,8 @@ void renounceMore();
 /// Opens the page map of the process at kPageMapDescriptor, while it still may.
 void openPageMap();
 
-/// Gives up all of root's rights but these, and keeps other processes of the same user from reading
-/// this one. For a debugger, the first alone. What is
+/// Gives up all of root's rights but these, refuses calls that no test needs, and keeps other
+/// processes of the same user from reading this one. For a debugger, the first alone. What is
 /// instrumented stays open to its runtime in the same way.
 /// @return false when it could not be done, which is told on standard error
 bool confine(const Contract::Privileges& privileges, bool isDebugged);

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <string>
 
 #include "packagekit/PhysicalAddress.h"
@@ -41,6 +42,13 @@ class WorkerRights : public ::testing::Test {
     return std::stoull(run.measurement(field), nullptr, 16);
   }
 
+  // By what each call that workers are refused ended.
+  static void expectAllRefused(const PackageDriver::Run& run) {
+    for (const char* const call : {"mount", "modules", "reboot", "bpf", "keyctl", "ptrace"}) {
+      EXPECT_EQ(run.measurement(call), "EPERM") << call;
+    }
+  }
+
   PackageDriver m_driver{TARVEX_SELFTEST_DIR, "misbehaving"};
 };
 
@@ -70,6 +78,30 @@ TEST_F(WorkerRights, include_those_of_roots_that_its_test_names_before_its_packa
   EXPECT_EQ(setOf(m_driver.run("unit0", {kTellsItsRights}), "CapPrm"), bitOf(CAP_IPC_LOCK));
   EXPECT_EQ(setOf(told(""), "CapEff"), bitOf(CAP_NET_RAW));
   EXPECT_EQ(setOf(told("none"), "CapEff"), 0U);
+}
+
+TEST_F(WorkerRights, include_no_call_that_its_package_does_not_name) {
+  if (kIsInstrumented) {
+    GTEST_SKIP() << "an instrumented build has no filter of calls";
+  }
+  const auto run = told("CAP_SYS_ADMIN CAP_SYS_MODULE CAP_SYS_BOOT CAP_BPF CAP_SYS_PTRACE");
+  EXPECT_EQ(run.measurement("Seccomp"), "2");
+  expectAllRefused(run);
+}
+
+TEST_F(WorkerRights, include_each_call_that_its_package_names) {
+  const std::map<std::string, std::string> capabilities = {{"mount", ""},
+                                                           {"modules", "CAP_SYS_MODULE"},
+                                                           {"reboot", "CAP_SYS_BOOT"},
+                                                           {"bpf", "CAP_SYS_ADMIN"},
+                                                           {"keyctl", ""},
+                                                           {"ptrace", ""}};
+  for (const auto& [call, capability] : capabilities) {
+    if (capability.empty() || canActForOthers()) {
+      const auto run = told(call + " " + capability);
+      EXPECT_NE(run.measurement(call), "EPERM") << call;
+    }
+  }
 }
 
 // As much as this process may allow.
