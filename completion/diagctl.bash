@@ -8,7 +8,7 @@ _diagctl_options() {
   case $1 in
     run)
       echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error --fail-fast" \
-        "--serial --parallel --mode --allow-disruptive --expect-devices --dry-run --seed" "-q --quiet"
+        "--serial --parallel --mode --allow-disruptive --debug-worker --expect-devices --dry-run --seed" "-q --quiet"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting" ;;

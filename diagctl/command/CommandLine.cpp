@@ -170,6 +170,8 @@ void addConduct(CLI::App& command, RunCommandOptions& options) {
                                    tr("Diagnostic mode"), tr("the control file's"));
   group.flag("--allow-disruptive", options.allowsDisruptive,
              tr("Also tests that take devices out of service or overwrite them"));
+  group.flag("--debug-worker", options.run.debugsWorkers,
+             tr("Let a debugger read the processes in which tests run"));
   group.number<std::size_t>(
       "--expect-devices", options.expectedDevices, 0, std::numeric_limits<std::size_t>::max(),
       tr("Fewer devices than this are a hardware failure"), tr("any number will do"));

@@ -4,10 +4,13 @@
 #include <utility>
 
 #include "diagctl/session/PackageSettings.h"
+#include "packagekit/contract/Privileges.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
+
+namespace Contract = PackageKit::Contract;
 
 using PackageKit::SettingKind;
 
@@ -175,6 +178,7 @@ Json itemsAsJson(const Catalogue& catalogue, const std::string& pattern,
         const TestRemarks remarks = remarksOfTest(directory, package.baseName, test.id);
         item["needs"] = orNull(remarks.needs);
         item["writes"] = orNull(remarks.writes);
+        item["privileges"] = Contract::privilegeWords(remarks.privileges);
         item["settings"] = settingsAsJson(settingsOfTest(directory, package.baseName, test.id));
         add("tests", std::move(item));
       }

@@ -22,11 +22,19 @@ std::string statusOf(const DeviceItem& device) {
   return device.statusText.empty() ? tr("status {}", device.status) : device.statusText;
 }
 
-void showPackage(Printer& out, const PackageItem& package) {
+std::string privilegesOf(const TestRemarks& remarks) {
+  return remarks.privileges.empty() ? tr("none") : remarks.privileges;
+}
+
+void showPackage(Printer& out, const PackageItem& package, const std::string& directory) {
   out.say("package {}: {} ({}, {}) version {}\n  {}\n", package.index, package.name,
           package.baseName, package.mnemonic, package.version, package.description);
   out.say("  {} devices, {} tests{}\n", package.devices.size(), package.tests.size(),
           package.takesMachine ? tr(", its tests run alone") : std::string());
+  for (const TestItem& test : package.tests) {
+    out.say("  test {} {}: root's rights that it keeps: {}\n", test.id, test.name,
+            privilegesOf(remarksOfTest(directory, package.baseName, test.id)));
+  }
   for (const int test : package.withdrawnTests) {
     out.say("  test {} is withdrawn for this machine or operating system\n", test);
   }
@@ -53,6 +61,7 @@ void showRemarks(Printer& out, const TestItem& test, const TestRemarks& remarks)
   if (!remarks.writes.empty()) {
     out.say("  writes {}\n", remarks.writes);
   }
+  out.say("  root's rights that it keeps: {}\n", privilegesOf(remarks));
 }
 
 void showSettings(Printer& out, const std::vector<SettingItem>& settings) {
@@ -150,7 +159,7 @@ bool showItem(Printer& out, const Catalogue& catalogue, const std::string& patte
   bool isFound = false;
   for (const PackageItem& package : catalogue.packages) {
     if (matchesPackage(pattern, package)) {
-      showPackage(out, package);
+      showPackage(out, package, directory);
       isFound = true;
     }
     for (const DeviceItem& device : package.devices) {

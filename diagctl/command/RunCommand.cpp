@@ -249,6 +249,11 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
     return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched),
                     options.reporting.format == kJsonFormat);
   }
+  if (options.run.debugsWorkers) {
+    standardError().say(
+        "diagctl: --debug-worker: workers may be read by other processes of the same user, and no "
+        "call is refused to them\n");
+  }
   RunOptions runOptions = options.run;
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);

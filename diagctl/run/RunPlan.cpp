@@ -2,11 +2,14 @@
 
 #include <string>
 
+#include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Seed.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
+
+namespace Contract = PackageKit::Contract;
 
 constexpr unsigned long kSecondsOfDay = 24UL * 60 * 60;
 constexpr unsigned long kUnlimitedSeconds = 10 * 365 * kSecondsOfDay;
@@ -66,7 +69,8 @@ Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOpti
 }
 
 std::string parametersOf(const RunOptions& options) {
-  return options.seed ? PackageKit::Contract::toSeedLine(*options.seed) : std::string();
+  std::string lines = options.seed ? Contract::toSeedLine(*options.seed) : std::string();
+  return options.debugsWorkers ? lines + Contract::toDebugLine() : lines;
 }
 
 std::map<std::string, std::string> describe(const RunOptions& options) {
@@ -80,6 +84,9 @@ std::map<std::string, std::string> describe(const RunOptions& options) {
   }
   if (options.seed) {
     texts["seed"] = std::to_string(*options.seed);
+  }
+  if (options.debugsWorkers) {
+    texts["debugWorker"] = "true";
   }
   texts["stress"] = options.stress ? "true" : "false";
   texts["quick"] = isQuick(options) ? "true" : "false";

@@ -22,8 +22,9 @@ struct RunOptions {
   std::optional<unsigned long> totalSeconds;    ///< limit on the whole run
   bool stress = false;
   bool quick = false;
-  bool haltOnError = false;  ///< a bad result ends the passes of its test
-  bool failFast = false;     ///< a failure ends the run
+  bool haltOnError = false;    ///< a bad result ends the passes of its test
+  bool failFast = false;       ///< a failure ends the run
+  bool debugsWorkers = false;  ///< a debugger may read the workers
   std::optional<std::uint64_t> seed;
   VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
 };

@@ -9,6 +9,7 @@
 
 #include "diagctl/session/ConfigurationText.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/ReaderKeys.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -30,6 +31,7 @@ const std::map<std::string, const char*>& meaningsOfKit() {
       {"StartTimeout", marked("until a worker has loaded the package; default 30")},
       {"ExitTimeout", marked("from the end of a test until its worker is gone; default 30")},
       {"Nice", marked("nice value of a worker, from 0 to 19; default 10")},
+      {"Privileges", marked("what a worker keeps of root's rights; default: none")},
       {"MemoryLimit", marked("address space of a worker; 0: no limit; default 0")},
       {"MaxEvents", marked("events of a pass that are kept; default 10000")},
       {"Seed", marked("the seed of every test; default: another one for each pass")},
@@ -76,7 +78,8 @@ TestRemarks remarksOfTest(const std::string& directory, const std::string& baseN
     return {};
   }
   const auto valueOf = [&](const char* key) { return valueOfTest(*text, test, key).value_or(""); };
-  return {valueOf(Contract::kTestNeeds), valueOf(Contract::kTestWrites)};
+  return {valueOf(Contract::kTestNeeds), valueOf(Contract::kTestWrites),
+          toText(Contract::privilegesFrom(valueOf(Contract::kPrivilegesKey)))};
 }
 
 std::vector<SettingItem> settingsOfTest(const std::string& directory, const std::string& baseName,

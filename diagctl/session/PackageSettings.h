@@ -21,10 +21,11 @@ struct SettingItem {
 std::vector<PackageKit::SettingRule> settingRulesOf(const std::string& directory,
                                                     const std::string& baseName);
 
-/// What the description says for its readers of a test; empty where it says nothing.
+/// What the description says of a test beside its settings; empty where it says nothing.
 struct TestRemarks {
-  std::string needs;   ///< of machine, device and user
-  std::string writes;  ///< or disturbs
+  std::string needs;       ///< of machine, device and user
+  std::string writes;      ///< or disturbs
+  std::string privileges;  ///< what its worker keeps of root's rights, between commas
 };
 TestRemarks remarksOfTest(const std::string& directory, const std::string& baseName, int test);
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/SupportLines.h"
 #include "packagekit/internal/Guard.h"
@@ -211,7 +212,9 @@ PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings
   setup.haltOnError = settings.getHaltOnError() != 0;
   setup.diagnosticMode = m_mode;
   setup.passNumber = passNumber;
-  setup.seed = Contract::seedOf(static_cast<const char*>(settings.getParameterPointer()));
+  const char* const wishes = static_cast<const char*>(settings.getParameterPointer());
+  setup.seed = Contract::seedOf(wishes);
+  setup.isDebugged = Contract::isToBeDebugged(wishes);
   setup.configFile = m_module.settings().file();
   setup.logFile = m_diagLog ? m_module.logFile() : "";
   return setup;

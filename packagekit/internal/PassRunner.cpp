@@ -239,7 +239,7 @@ SessionEnd PassRunner::runSession() {
     const int testId = m_setup.testIds[m_offset];
     const Settings settings = m_module.settings();
     WorkerProcess process(worker, m_module.packageFile(), niceOf(settings, testId),
-                          {privilegesOf(settings, testId)});
+                          {privilegesOf(settings, testId), m_setup.isDebugged});
     // While it loads the package.
     readConfiguration();
     // Whatever a test does to its own process, it ends before the next one begins.

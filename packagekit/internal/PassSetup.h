@@ -24,6 +24,7 @@ struct PassSetup {
   std::string logFile = {};       ///< empty: no log
   std::uint64_t memoryLimit = 0;  ///< bytes of address space; 0: none
   bool coreDumps = false;
+  bool isDebugged = false;  ///< known from its start, and not told once more
 
   FrameWriter toFrame() const;
   static PassSetup fromFrame(Frame& frame);

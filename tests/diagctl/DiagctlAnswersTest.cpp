@@ -166,6 +166,7 @@ TEST_F(DiagctlAnswers, items_and_plans_for_programs_keep_to_their_schemas) {
   const Json items = answer({"show", "Picky"}, "items");
   EXPECT_EQ(items["tests"].size(), 1U);
   EXPECT_EQ(items["devices"].size(), 0U);
+  EXPECT_THAT(items["tests"][0]["privileges"], IsEmpty());
   EXPECT_EQ(run({"show", "nothing", "--format", "json"}).exitCode, kNothingRan);
   const Json plan = answer({"run", "--dry-run", "-t", "Picky"}, "plan")["tests"];
   ASSERT_EQ(plan.size(), 2U);
@@ -180,6 +181,10 @@ TEST_F(DiagctlAnswers, the_settings_of_a_bundled_test_keep_to_the_schema) {
   EXPECT_THAT(faultsBySchema(document, "items"), IsEmpty());
   const Json settings = document["tests"][0]["settings"];
   EXPECT_GE(settings.size(), 10U);
+  for (const Json& setting : settings) {
+    EXPECT_FALSE(setting["meaning"].is_null()) << setting;
+  }
+  EXPECT_EQ(document["tests"][0]["privileges"], Json::array({"CAP_IPC_LOCK"}));
 }
 
 TEST_F(DiagctlAnswers, estimates_problems_and_codes_for_programs_keep_to_their_schemas) {

@@ -7,6 +7,7 @@
 #include <limits>
 #include <string>
 
+#include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Seed.h"
 
@@ -14,6 +15,15 @@ namespace TarvexDiags::PackageKit::Contract {
 namespace {
 
 using ::testing::ElementsAre;
+
+TEST(DebugWish, is_one_line_of_a_clients_text) {
+  EXPECT_TRUE(isToBeDebugged(toDebugLine().c_str()));
+  EXPECT_TRUE(isToBeDebugged((toSeedLine(7) + toDebugLine()).c_str()));
+  EXPECT_EQ(seedOf((toDebugLine() + toSeedLine(7)).c_str()), 7U);
+  EXPECT_FALSE(isToBeDebugged(nullptr));
+  EXPECT_FALSE(isToBeDebugged(""));
+  EXPECT_FALSE(isToBeDebugged("NoDebugWorker=TRUE\nDebugWorker=TRUEST\nDebugWorker=FALSE\n"));
+}
 
 TEST(Measurement, reads_back_as_it_was_written) {
   const auto parameters =

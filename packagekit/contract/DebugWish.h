@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace TarvexDiags::PackageKit::Contract {
+
+/// @brief The line by which a client says that a debugger is to read the workers of a request: in
+/// the text to which the parameter pointer of its settings leads.
+inline constexpr std::string_view kDebugWish = "DebugWorker=TRUE";
+
+inline std::string toDebugLine() {
+  return std::string(kDebugWish) + "\n";
+}
+
+/// @brief Whether one of the lines of a client's text says so.
+/// @param text of any lines; null for none
+inline bool isToBeDebugged(const char* text) {
+  const std::string lines = "\n" + std::string(text == nullptr ? "" : text) + "\n";
+  return lines.find("\n" + toDebugLine()) != std::string::npos;
+}
+
+}  // namespace TarvexDiags::PackageKit::Contract
