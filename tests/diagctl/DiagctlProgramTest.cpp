@@ -375,7 +375,7 @@ Json measuredIn(const std::string& log, const std::string& name) {
 }
 
 TEST_F(Diagctl, a_worker_is_open_to_a_debugger_for_those_alone_who_ask_for_it) {
-  if (TestSupport::kIsSanitized) {
+  if (TestSupport::kIsInstrumented) {
     GTEST_SKIP() << "every worker of this build is open to its runtime";
   }
   place.useMisbehavingPackage();

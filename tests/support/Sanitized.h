@@ -9,4 +9,11 @@ constexpr bool kIsSanitized = true;
 constexpr bool kIsSanitized = false;
 #endif
 
+/// Workers of an instrumented build, with sanitizers or coverage, stay open to its runtime.
+#ifdef TARVEX_INSTRUMENTED
+constexpr bool kIsInstrumented = true;
+#else
+constexpr bool kIsInstrumented = false;
+#endif
+
 }  // namespace TarvexDiags::TestSupport
