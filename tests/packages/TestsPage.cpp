@@ -9,6 +9,7 @@
 
 #include "packagekit/Settings.h"
 #include "packagekit/contract/Capabilities.h"
+#include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/ReaderKeys.h"
 #include "packagekit/internal/KitSettings.h"
 
@@ -16,6 +17,7 @@ namespace TarvexDiags::TestSupport {
 
 namespace {
 
+namespace Contract = PackageKit::Contract;
 namespace fs = std::filesystem;
 using PackageKit::SettingKind;
 using PackageKit::SettingRule;
@@ -33,7 +35,9 @@ constexpr const char* kHead =
     "one. A test\n"
     "takes the time of its settings: on a large disk or a busy machine it takes longer than told "
     "here. \"Ended\n"
-    "after\" is the time at which a test is told to stop, without a verdict.\n"
+    "after\" is the time at which a test is told to stop, without a verdict. What a test does not "
+    "keep of root's\n"
+    "rights, its process gives up before it begins; started by anybody else it has none.\n"
     "\n"
     "A setting is looked for in the section of the test and then in `[Package]` of the package's "
     "file,\n"
@@ -90,15 +94,22 @@ std::string wrapped(const std::string& text) {
   return lines + "\n";
 }
 
+std::string privilegesOf(const Package& package, int test) {
+  const std::string names =
+      toText(Contract::privilegesFrom(package.of(test, Contract::kPrivilegesKey)));
+  return names.empty() ? "none" : names;
+}
+
 void writeTest(std::ostream& page, const Package& package, int test) {
   const std::string capabilities = package.of(test, "TestCapabilities");
   page << "\n### " << test << ". " << package.of(test, "TestName") << "\n\n"
        << wrapped("- Does: " + package.of(test, "TestDescription") + ".")
-       << wrapped("- Needs: " + package.of(test, PackageKit::Contract::kTestNeeds) + ".")
-       << wrapped("- Writes: " + package.of(test, PackageKit::Contract::kTestWrites) + ".")
+       << wrapped("- Needs: " + package.of(test, Contract::kTestNeeds) + ".")
+       << wrapped("- Writes: " + package.of(test, Contract::kTestWrites) + ".")
        << wrapped("- Takes: about " + duration(package.of(test, "TestEstimatedTime")) +
-                  "; ended after " + duration(package.of(test, "TestTimeout")) + ".");
-  if (PackageKit::Contract::hasCapability(capabilities, PackageKit::Contract::kDestructive)) {
+                  "; ended after " + duration(package.of(test, "TestTimeout")) + ".")
+       << wrapped("- Keeps of root's rights: " + privilegesOf(package, test) + ".");
+  if (Contract::hasCapability(capabilities, Contract::kDestructive)) {
     page << "- Runs only with `--allow-disruptive`.\n";
   }
 }
@@ -163,14 +174,12 @@ void writeSettings(std::ostream& page, const Package& package) {
     const std::string quick =
         rule.isQuickable ? valuesOf(package, users[key], PackageKit::kQuickPrefix + key, "as full")
                          : "as full";
-    const std::string unit =
-        rule.kind == SettingKind::Duration
-            ? "s"
-            : package.settings.read(PackageKit::Contract::kSettingUnit, key).value_or("");
+    const std::string unit = rule.kind == SettingKind::Duration
+                                 ? "s"
+                                 : package.settings.read(Contract::kSettingUnit, key).value_or("");
     page << "| `" << key << "` | " << numbersOf(package, users[key]) << " | "
          << valuesOf(package, users[key], key, "-") << " | " << quick << " | " << unit << " | "
-         << package.settings.read(PackageKit::Contract::kSettingMeaning, key).value_or("")
-         << " |\n";
+         << package.settings.read(Contract::kSettingMeaning, key).value_or("") << " |\n";
   }
 }
 
