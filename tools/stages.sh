@@ -13,14 +13,15 @@ STAGES=(
   "model         60  full    the models of the controller's threads, over every schedule"
   "setup         60  full    configuring on a bare system, with nothing but the listed packages"
   "coverage     450  full    each header alone, and the test suite with at least 95 % of the libraries' lines run"
-  "schedules    200  full    the pipeline's and the stress tests under random schedules, from two seeds"
+  "schedules    160  full    the pipeline's and the stress tests under random schedules, from two seeds"
   "run          300  full    the release build and the main job"
-  "inject       300  full    faults made from outside, under the release: each from the fault to the report"
+  "inject       260  full    faults made from outside, under the release: each from the fault to the report"
+  "deb          240  full    the Debian packages: built, checked, installed, used and purged on a bare system"
   "guest        270  full    diagctl on hardware that breaks, in an emulated guest"
-  "tidy         480  full    clang-tidy of the sources that changed since tools/tidy-base, or include such"
-  "asan         630  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
+  "tidy         420  full    clang-tidy of the sources that changed since tools/tidy-base, or include such"
+  "asan         570  full    the test suite and the stress tests, under the address and undefined behaviour sanitizers"
   "fuzz          75  full    the fuzzers, each for a short while"
-  "tsan         500  full    the test suite and the stress tests, under the thread sanitizer"
+  "tsan         460  full    the test suite and the stress tests, under the thread sanitizer"
   "whole-tidy   780  deep    clang-tidy of all the sources that are shipped, and of the tests' names"
   "long-model  1200  deep    the models with larger bounds"
   "long-fuzz   3900  deep    the fuzzers, each for ten minutes"
@@ -34,6 +35,8 @@ FULL_LIMIT=3600
 
 # shellcheck source=tools/bare.sh
 source tools/bare.sh
+# shellcheck source=tools/deb.sh
+source tools/deb.sh
 
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
 SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit packages diagctl)
@@ -172,6 +175,19 @@ stage_run() {
 stage_inject() {
   build_preset release inject
   CTEST_PARALLEL=1 run_ctest inject release --label-regex '^inject$'
+}
+
+# The packages are checked, and then used in a system that has nothing else.
+stage_deb() {
+  local root=$PWD/build/bare/deb
+  build_debs
+  check_interfaces
+  quietly build/logs/lintian.log lintian --fail-on error,warning \
+    "$DEB_FOLDER"/*.deb || fail "deb: lintian"
+  remove_bare_system "$root"
+  make_bare_system "$root"
+  try_debs "$root"
+  remove_bare_system "$root"
 }
 
 # Says which kernel it is, or why there is none, before the first guest needs it.

@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# In a bare system, as root, beside the packages: installs, uses and purges them as an operator and
+# somebody who builds against them would.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+export DEBIAN_FRONTEND=noninteractive
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# apt's own words only where it fails.
+install() {
+  apt-get install -y --no-install-recommends "$@" >apt.log 2>&1 || {
+    cat apt.log
+    fail "apt-get install $*"
+  }
+}
+
+# files_of_ours: what of the packages lies in the system.
+files_of_ours() {
+  find / -xdev \( -path /proc -o -path /sys -o -path /dev -o -path /run -o -path /home/tree \) -prune -o \
+    \( -iname '*tarvex*' -o -name '*diagctl*' -o -name 'libdiagframework*' \) -print
+}
+
+apt-get update >apt.log 2>&1 || {
+  cat apt.log
+  fail "apt-get update"
+}
+
+echo "-- installing"
+install ./tarvexdiags_*.deb ./tarvexdiags-packages_*.deb ./libdiag*.deb
+[[ $(stat -c %a /var/log/tarvexdiags) == 755 ]] || fail "the directory of logs is not root's alone"
+diagctl check || fail "diagctl check exited with $?"
+diagctl list >list.txt || fail "diagctl list exited with $?"
+grep -qw MEMORY list.txt || fail "diagctl list tells of no tests of memory: $(cat list.txt)"
+setpriv --reuid nobody --regid nogroup --clear-groups diagctl check || fail "as nobody: diagctl check exited with $?"
+man_page=$(dpkg -L tarvexdiags | grep '/man1/diagctl.1.gz$') || fail "there is no man page"
+gzip -t "$man_page"
+
+echo "-- selftest"
+install ./tarvexdiags-selftest_*.deb
+diagctl selftest >selftest.txt 2>&1 || {
+  cat selftest.txt
+  fail "diagctl selftest"
+}
+
+echo "-- a client and a package, built against the development files alone"
+apt-get purge -y 'tarvexdiags*' >apt.log 2>&1 || fail "apt-get purge: $(cat apt.log)"
+install ./libtarvexdiags-dev_*.deb ./libdiag*.deb ./tarvexdiags-doc_*.deb cmake g++ ninja-build pkg-config
+[[ ! -e /usr/libexec/tarvexdiags ]] || fail "the development files brought the worker along"
+if ! { cmake -S /usr/share/doc/tarvexdiags/examples -B examples -G Ninja &&
+  cmake --build examples; } >cmake.log 2>&1; then
+  cat cmake.log
+  fail "the examples were not built"
+fi
+# shellcheck disable=SC2046  # several flags
+g++ -std=c++20 /usr/share/doc/tarvexdiags/examples/short_client/ShortClient.cpp -o by_pkg_config \
+  -DCONTROL_FILE='"control.cfg"' \
+  $(pkg-config --cflags --libs tarvexdiags) || fail "a client was not built with pkg-config"
+
+echo "-- purging"
+apt-get purge -y 'tarvexdiags*' 'libtarvexdiags*' 'libdiag*' >apt.log 2>&1 || fail "apt-get purge: $(cat apt.log)"
+left=$(files_of_ours)
+[[ -z $left ]] || fail "what was purged left this behind: $left"

@@ -1,0 +1,58 @@
+# The Debian packages, for the stage that builds and installs them. Sourced by tools/stages.sh.
+# shellcheck shell=bash
+
+DEB_FOLDER=build/deb
+LIBRARIES_WITH_ABI=(diagframework diagctrl)
+
+# The packages, in build/deb, of the release build, from a copy of the sources: debhelper writes into
+# the tree that it packs.
+build_debs() {
+  local triplet
+  triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+  say "deb: building"
+  quietly build/logs/deb-configure.log cmake --preset release -DCMAKE_INSTALL_PREFIX=/usr \
+    -DCMAKE_INSTALL_LIBDIR="lib/$triplet" || fail "deb: configuring"
+  quietly build/logs/deb-build.log cmake --build --preset release --target installed ||
+    fail "deb: building"
+  rm -rf "$DEB_FOLDER"
+  mkdir -p "$DEB_FOLDER/tree"
+  tar --exclude=./build --exclude='./build-*' --exclude=./.git -c . | tar -x -C "$DEB_FOLDER/tree"
+  quietly build/logs/deb.log env -C "$DEB_FOLDER/tree" TARVEX_BUILD="$PWD/build/release" \
+    TARVEX_DEBS="$PWD/$DEB_FOLDER" DEB_RULES_REQUIRES_ROOT=no DEB_BUILD_OPTIONS=noautodbgsym \
+    debian/rules binary ||
+    fail "deb: packing"
+}
+
+# describe_interfaces HEADERS FOLDER: what both libraries of the release build offer, as far as the
+# installed headers tell of it, to FOLDER/lib<name>.abi.
+describe_interfaces() {
+  local library
+  for library in "${LIBRARIES_WITH_ABI[@]}"; do
+    abidw --no-corpus-path --no-comp-dir-path --no-show-locs --no-parameter-names --no-elf-needed \
+      --drop-private-types --exported-interfaces-only --headers-dir "$1" \
+      --out-file "$2/lib$library.abi" "$(echo build/release/"lib$library".so.*.*.*)"
+  done
+}
+
+# What programs and packages that are built were promised stays as it is while the SONAME does: what is
+# new is no break, all else is one. tools/describe-abi writes the descriptions.
+check_interfaces() {
+  local library log
+  describe_interfaces "$DEB_FOLDER/tree/debian/tmp/usr/include/tarvexdiags" "$DEB_FOLDER"
+  for library in "${LIBRARIES_WITH_ABI[@]}"; do
+    log=build/logs/abi-$library.log
+    xz -dc "debian/abi/lib$library.abi.xz" >"$DEB_FOLDER/promised.abi"
+    abidiff --no-added-syms "$DEB_FOLDER/promised.abi" "$DEB_FOLDER/lib$library.abi" >"$log" 2>&1 || {
+      cat "$log"
+      fail "deb: lib$library breaks what debian/abi promises: it needs a new SONAME"
+    }
+  done
+}
+
+# In the system at ROOT: everything from installing to purging, as its user would.
+try_debs() {
+  local root=$1
+  as_root mkdir -p "$root/home/tree/debs"
+  as_root cp "$DEB_FOLDER"/*.deb tests/install/deb/* "$root/home/tree/debs"
+  in_bare_system "$root" root 'debs/try_packages.sh'
+}
