@@ -18,9 +18,12 @@ std::unique_ptr<Reporter> makeLog(Printer& out, const ReportSettings& /*settings
   return std::make_unique<JsonlReporter>(out);
 }
 
-template <class Holding>
-std::unique_ptr<Reporter> make(Printer& out, const ReportSettings& settings) {
-  return std::make_unique<Holding>(out, settings.mostHeld);
+std::unique_ptr<Reporter> makeJunit(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<JunitReporter>(out, settings.mostHeld);
+}
+
+std::unique_ptr<Reporter> makeTap(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<TapReporter>(out, settings.conditions, settings.mostHeld);
 }
 
 std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {
@@ -36,7 +39,7 @@ std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settin
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
       {kTextFormat, true, false, makeText},        {kLogFormat, true, true, makeLog},
-      {"junit", true, false, make<JunitReporter>}, {"tap", true, false, make<TapReporter>},
+      {"junit", true, false, makeJunit},           {"tap", true, false, makeTap},
       {kSummaryFormat, false, false, makeSummary},
   };
   return kTable;

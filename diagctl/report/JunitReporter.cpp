@@ -89,6 +89,9 @@ void writeCase(Printer& out, const StepRecord& step) {
       out.print(R"(<error type="{}" message="{}">{}</error>)", escape(step.symptom), head,
                 escape(text));
       break;
+    case StepRecord::Outcome::Aborted:
+      out.print(R"(<error type="aborted" message="{}">{}</error>)", head, escape(text));
+      break;
     case StepRecord::Outcome::Skipped:
       out.print(R"(<skipped message="{}"/>)", head);
       break;
@@ -109,7 +112,8 @@ void beginSuite(Printer& out, const RunRecord& run, const std::string& name, Out
   out.print(
       "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
       "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-      escape(name), tests, sums[StepRecord::Outcome::Failed], sums[StepRecord::Outcome::Trouble],
+      escape(name), tests, sums[StepRecord::Outcome::Failed],
+      sums[StepRecord::Outcome::Trouble] + sums[StepRecord::Outcome::Aborted],
       sums[StepRecord::Outcome::Skipped], seconds, toTimestamp(run.begin()),
       escape(run.machineName()));
 }
@@ -127,7 +131,8 @@ void writeDropped(Printer& out, const RunRecord& run) {
             dropped.seconds);
   if (dropped.sums.contains(StepRecord::Outcome::Failed)) {
     out.print(R"(<failure type="further-tests" message="{}"/>)", sums);
-  } else if (dropped.sums.contains(StepRecord::Outcome::Trouble)) {
+  } else if (dropped.sums.contains(StepRecord::Outcome::Trouble) ||
+             dropped.sums.contains(StepRecord::Outcome::Aborted)) {
     out.print(R"(<error type="further-tests" message="{}"/>)", sums);
   }
   out.write("</testcase>\n  </testsuite>\n");

@@ -7,8 +7,9 @@
 namespace TarvexDiags::FrontEnd {
 
 /// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
-/// test on a device. A hardware failure is a `failure`, trouble of the tool an `error`, an aborted
-/// test `skipped`. Written run by run; the suites of several follow each other.
+/// test on a device. A hardware failure is a `failure`, trouble of the tool and an aborted test an
+/// `error`, and `skipped` what is not possible here. Written run by run; the suites of several
+/// follow each other.
 class JunitReporter : public Reporter {
  public:
   /// @param out kept alive by the caller. @param mostHeld bytes of a run, all of which is held

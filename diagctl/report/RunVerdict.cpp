@@ -10,8 +10,8 @@ RunSummary summaryOf(const RunRecord& record) {
   summary.failed = sums[Outcome::Failed];
   summary.warned = sums[Outcome::Warning];
   summary.troubled = sums[Outcome::Trouble];
-  summary.aborted = record.aborted();
-  summary.skipped = sums[Outcome::Skipped] - summary.aborted;
+  summary.aborted = sums[Outcome::Aborted];
+  summary.skipped = sums[Outcome::Skipped];
   return summary;
 }
 

@@ -61,10 +61,6 @@ Contract::Ending endingOf(const StepRecord& step) {
                                                   : Contract::Ending::Passed;
 }
 
-bool isAbortedOnly(const StepRecord& step) {
-  return step.isAborted() && step.outcome() == StepRecord::Outcome::Skipped;
-}
-
 /// Writes one event into the record of its step.
 struct IntoStep {
   StepRecord& step;
@@ -183,8 +179,9 @@ StepRecord::Outcome StepRecord::outcome() const {
       return Outcome::Warning;
     case Contract::Judgement::Failed:
       return Outcome::Failed;
-    case Contract::Judgement::NotPossible:
     case Contract::Judgement::Aborted:
+      return Outcome::Aborted;
+    case Contract::Judgement::NotPossible:
       return Outcome::Skipped;
     case Contract::Judgement::Trouble:
     case Contract::Judgement::Contradicts:
@@ -280,7 +277,6 @@ const StepRecord* RunRecord::drop(Steps::iterator ended) {
   const StepRecord::Outcome came = m_lastDropped.outcome();
   ++m_dropped.sums[came];
   m_dropped.begun += m_lastDropped.place > 0 ? 1 : 0;
-  m_dropped.aborted += isAbortedOnly(m_lastDropped) ? 1 : 0;
   m_dropped.seconds += m_lastDropped.seconds();
   return &m_lastDropped;
 }
@@ -317,12 +313,6 @@ std::size_t RunRecord::begun() const {
   return m_dropped.begun + steps().size();
 }
 
-std::size_t RunRecord::aborted() const {
-  return m_dropped.aborted + static_cast<std::size_t>(std::count_if(
-                                 m_steps.begin(), m_steps.end(),
-                                 [](const auto& entry) { return isAbortedOnly(entry.second); }));
-}
-
 OutcomeSums RunRecord::sums() const {
   OutcomeSums sums = m_dropped.sums;
   for (const auto& [id, step] : m_steps) {
@@ -345,10 +335,30 @@ const char* toText(StepRecord::Outcome outcome) {
       return marked("with a warning");
     case StepRecord::Outcome::Trouble:
       return marked("without a verdict");
+    case StepRecord::Outcome::Aborted:
+      return marked("aborted");
     case StepRecord::Outcome::Skipped:
       break;
   }
   return marked("skipped");
+}
+
+const char* wordOf(StepRecord::Outcome outcome) {
+  switch (outcome) {
+    case StepRecord::Outcome::Passed:
+      return marked("PASSED");
+    case StepRecord::Outcome::Failed:
+      return marked("FAILED");
+    case StepRecord::Outcome::Warning:
+      return marked("WARNING");
+    case StepRecord::Outcome::Trouble:
+      return marked("ERROR");
+    case StepRecord::Outcome::Aborted:
+      return marked("ABORTED");
+    case StepRecord::Outcome::Skipped:
+      break;
+  }
+  return marked("SKIPPED");
 }
 
 std::string toText(const OutcomeSums& sums) {

@@ -38,7 +38,7 @@ std::string moreOf(const BoundedTexts& texts);
 
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
-  enum class Outcome { Passed, Failed, Warning, Trouble, Skipped };
+  enum class Outcome { Passed, Failed, Warning, Trouble, Aborted, Skipped };
 
   StepStarted start;
   std::chrono::system_clock::time_point begin;
@@ -75,7 +75,6 @@ using OutcomeSums = std::map<StepRecord::Outcome, std::size_t>;
 struct DroppedSteps {
   OutcomeSums sums;
   std::size_t begun = 0;
-  std::size_t aborted = 0;  ///< of those that were skipped
   double seconds = 0;
 };
 
@@ -111,8 +110,6 @@ class RunRecord {
   std::vector<std::string> openSteps() const;
   /// How many steps began.
   std::size_t begun() const;
-  /// How many ended before their time, of those that were skipped.
-  std::size_t aborted() const;
   OutcomeSums sums() const;
   const DroppedSteps& dropped() const { return m_dropped; }
   bool hasEnded() const { return m_hasEnded; }
@@ -151,6 +148,8 @@ class RunRecord {
 
 /// For people, marked: "passed".
 const char* toText(StepRecord::Outcome outcome);
+/// The word that heads a line of a report, marked: "PASSED".
+const char* wordOf(StepRecord::Outcome outcome);
 /// For people: "3 passed, 1 failed"; empty for nothing.
 std::string toText(const OutcomeSums& sums);
 

@@ -1,6 +1,7 @@
 #include "diagctl/report/TapReporter.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <string>
@@ -21,16 +22,13 @@ std::string plain(const std::string& text) {
   return printable;
 }
 
-std::string directiveOf(const StepRecord& step) {
-  switch (step.outcome()) {
-    case StepRecord::Outcome::Trouble:
-      return " # TODO " + tr("no verdict: {}", plain(step.symptom));
-    case StepRecord::Outcome::Skipped:
-      return " # SKIP " + (step.findings.empty() ? "" : plain(step.findings.front()));
-    default:
-      return {};
-  }
+// A scalar in the form that YAML shares with JSON.
+std::string quoted(const std::string& text) {
+  using Json = nlohmann::json;
+  return Json(toPrintable(text, " ")).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
+
+constexpr const char* kIndent = "  ";
 
 }  // namespace
 
@@ -48,25 +46,90 @@ void TapReporter::handle(const RunEvent& event) {
   }
 }
 
+bool TapReporter::isOk(const StepRecord& step) const {
+  switch (step.outcome()) {
+    case StepRecord::Outcome::Passed:
+      return true;
+    case StepRecord::Outcome::Warning:
+      return !m_conditions.isStrict;
+    case StepRecord::Outcome::Skipped:
+      return !m_conditions.failsOnSkip;
+    default:
+      return false;
+  }
+}
+
 void TapReporter::writeStep(const StepRecord& step) {
-  const StepRecord::Outcome outcome = step.outcome();
-  const bool isOk =
-      outcome != StepRecord::Outcome::Failed && outcome != StepRecord::Outcome::Trouble;
-  m_out.print("{} {} - {}: {} on {}{}\n", isOk ? "ok" : "not ok", ++m_number,
+  const bool isWell = isOk(step);
+  const bool isSkipped = isWell && step.outcome() == StepRecord::Outcome::Skipped;
+  m_out.print("{} {} - {}: {} on {}{}\n", isWell ? "ok" : "not ok", ++m_number,
               plain(step.start.package), plain(step.start.test), plain(step.start.device),
-              directiveOf(step));
-  writeTexts("# ", step.findings);
-  writeTexts("# -> ", step.actions);
+              isSkipped ? " # SKIP " + plain(step.headline()) : "");
+  if (!isWell) {
+    m_hasFailed = true;
+    writeAccount(step);
+  } else if (!isSkipped) {
+    writeRemarks("# ", step.findings);
+    writeRemarks("# -> ", step.actions);
+  }
   m_out.flush();
 }
 
-void TapReporter::writeTexts(const char* indent, const BoundedTexts& texts) {
+void TapReporter::writeAccount(const StepRecord& step) {
+  m_out.print("{}---\n", kIndent);
+  m_out.print("{}verdict: {}\n", kIndent, wordOf(step.outcome()));
+  m_out.print("{}message: {}\n", kIndent, quoted(step.headline()));
+  if (!step.symptom.empty()) {
+    m_out.print("{}symptom: {}\n", kIndent, quoted(step.symptom));
+  }
+  writeList("findings", step.findings);
+  writeList("actions", step.actions);
+  m_out.print("{}duration_ms: {:.0f}\n", kIndent, step.seconds() * 1000);
+  m_out.print("{}...\n", kIndent);
+}
+
+void TapReporter::writeList(const char* key, const BoundedTexts& texts) {
+  if (texts.empty()) {
+    return;
+  }
+  m_out.print("{}{}:\n", kIndent, key);
   for (const std::string& text : texts) {
-    m_out.print("{}{}\n", indent, plain(text));
+    m_out.print("{}  - {}\n", kIndent, quoted(text));
   }
   if (texts.omitted() > 0) {
-    m_out.print("{}{}\n", indent, moreOf(texts));
+    m_out.print("{}  - {}\n", kIndent, quoted(moreOf(texts)));
   }
+}
+
+void TapReporter::writeRemarks(const char* mark, const BoundedTexts& texts) {
+  for (const std::string& text : texts) {
+    m_out.print("{}{}\n", mark, plain(text));
+  }
+  if (texts.omitted() > 0) {
+    m_out.print("{}{}\n", mark, moreOf(texts));
+  }
+}
+
+// What spoils the run and belongs to no test is a point of its own.
+void TapReporter::writeTroubles() {
+  BoundedTexts troubles = m_record.troubles();
+  if (!m_record.hasEnded()) {
+    troubles.add(tr("The run was cut short."), RunRecord::kUnbounded);
+  }
+  const int code = exitCodeOf(m_record, m_conditions);
+  const bool isWell = code == ExitCode::kPassed || code == ExitCode::kNothingRan;
+  if (troubles.empty() && !isWell && !m_hasFailed) {
+    troubles.add(tr("The run has no verdict."), RunRecord::kUnbounded);
+  }
+  if (troubles.empty()) {
+    return;
+  }
+  m_out.print("not ok {} - {}\n", ++m_number, tr("diagctl: the run as a whole"));
+  m_out.print("{}---\n", kIndent);
+  m_out.print("{}verdict: {}\n", kIndent, wordOf(StepRecord::Outcome::Trouble));
+  m_out.print("{}message: {}\n", kIndent, quoted(troubles.front()));
+  writeList("findings", troubles);
+  m_out.print("{}...\n", kIndent);
 }
 
 // What did not end is told as it stands.
@@ -76,13 +139,16 @@ void TapReporter::closeRun() {
       writeStep(*step);
     }
   }
-  writeTexts("# ", m_record.troubles());
+  if (m_hasBegun) {
+    writeTroubles();
+  }
   m_record.clear();
+  m_hasFailed = false;
 }
 
 void TapReporter::finish() {
   closeRun();
-  m_out.print("1..{}\n", m_number);
+  m_out.print("1..{}{}\n", m_number, m_number == 0 ? " # SKIP " + tr("nothing ran") : "");
   m_out.flush();
 }
 

@@ -54,19 +54,15 @@ void TextReporter::handle(const RunEvent& event) {
 }
 
 void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
+  const std::string word = fmt::format("{:<7}", told(wordOf(outcome)));
   switch (outcome) {
     case StepRecord::Outcome::Passed:
-      return paint(Colour::Green, tr("PASSED "));
+      return paint(Colour::Green, word);
     case StepRecord::Outcome::Failed:
-      return paint(Colour::Red, tr("FAILED "));
-    case StepRecord::Outcome::Warning:
-      return paint(Colour::Yellow, tr("WARNING"));
-    case StepRecord::Outcome::Trouble:
-      return paint(Colour::Yellow, tr("ERROR  "));
-    case StepRecord::Outcome::Skipped:
-      break;
+      return paint(Colour::Red, word);
+    default:
+      return paint(Colour::Yellow, word);
   }
-  paint(Colour::Yellow, tr("SKIPPED"));
 }
 
 void TextReporter::writeStep(const StepRecord& step) {

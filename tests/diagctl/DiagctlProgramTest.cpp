@@ -276,7 +276,8 @@ TEST_F(Diagctl, total_time_ends_the_run_without_a_verdict) {
   addSlowPackage();
   const Outcome outcome = run({"run", "--total-time", "1s"});
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(outcome.out, HasSubstr("SKIPPED"));
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("ABORTED  Package SLOW: Long on One"),
+                                 HasSubstr("1 aborted"), Not(HasSubstr("SKIPPED"))));
   EXPECT_THAT(outcome.err, HasSubstr("total time is used up"));
 }
 
@@ -840,7 +841,7 @@ TEST_P(DiagctlSignals, the_first_ends_the_run_with_its_report) {
   program.signal(GetParam());
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, 128 + GetParam());
-  EXPECT_THAT(outcome.out, HasSubstr("SKIPPED  Package SLOW: Long on One"));
+  EXPECT_THAT(outcome.out, HasSubstr("ABORTED  Package SLOW: Long on One"));
   EXPECT_EQ(parseTap(contentsOf(place.path("run.tap"))).plan, 1);
 }
 

@@ -171,11 +171,52 @@ TEST_F(Diagctl, tap_numbers_its_points_and_ends_with_the_plan) {
   EXPECT_EQ(points.at("Package MIX: Good on Left").directive, "");
   EXPECT_FALSE(points.at("Package MIX: Bad on Left").isOk);
   EXPECT_EQ(points.at("Package MIX: Bad on Left").directive, "");
+  EXPECT_EQ(points.at("Package MIX: Bad on Left").words["verdict"], "FAILED");
+  EXPECT_EQ(points.at("Package MIX: Bad on Left").words["symptom"], "line-stuck");
+  EXPECT_THAT(points.at("Package MIX: Bad on Left").lists["findings"],
+              ElementsAre("line 3 is stuck."));
+  EXPECT_THAT(points.at("Package MIX: Bad on Left").lists["actions"],
+              ElementsAre("Replace the cable."));
   EXPECT_FALSE(points.at("Package MIX: Silent on Left").isOk);
-  EXPECT_EQ(points.at("Package MIX: Silent on Left").directive, "TODO no verdict: no-result");
+  EXPECT_EQ(points.at("Package MIX: Silent on Left").directive, "");
+  EXPECT_EQ(points.at("Package MIX: Silent on Left").words["verdict"], "ERROR");
+  EXPECT_EQ(points.at("Package MIX: Silent on Left").words["symptom"], "no-result");
   EXPECT_TRUE(points.at("Package MIX: Picky on Left").isOk);
   EXPECT_EQ(points.at("Package MIX: Picky on Left").directive, "SKIP not supported");
-  EXPECT_THAT(report.comments, Contains("-> Replace the cable."));
+}
+
+TEST_F(Diagctl, a_harness_fails_whenever_the_run_ends_with_anything_but_0) {
+  addMixedPackage();
+  const auto expectAgreement = [&](std::vector<std::string> options, int exitCode) {
+    options.insert(options.begin(), {"run", "-q", "--format", "tap"});
+    const Outcome outcome = run(options);
+    EXPECT_EQ(outcome.exitCode, exitCode) << outcome.out;
+    EXPECT_EQ(isSuccessToHarness(outcome.out), exitCode == kPassed) << outcome.out;
+  };
+  expectAgreement({"-t", "Good"}, kPassed);
+  expectAgreement({"-t", "Good", "-t", "Picky"}, kPassed);
+  expectAgreement({"-t", "Good", "-t", "Picky", "--fail-on-skip"}, kNoVerdict);
+  expectAgreement({"-t", "Weak"}, kPassed);
+  expectAgreement({"-t", "Weak", "--strict"}, kNoVerdict);
+  expectAgreement({"-t", "Bad"}, kHardwareFailure);
+  expectAgreement({"-t", "Silent"}, kNoVerdict);
+  place.addPackage("LATE", {{.name = "Long", .milliseconds = 60'000}}, {{"One", "bus/one"}});
+  expectAgreement({"-t", "Long", "--total-time", "1s"}, kNoVerdict);
+  place.addPackage("BROKEN", {{.name = "Good"}}, {{"Far", "bus/far"}});
+  place.write(place.path("packages/libBROKEN.so"), "no shared object");
+  expectAgreement({"-t", "Good"}, kNoVerdict);
+}
+
+TEST_F(Diagctl, a_harness_fails_on_a_log_without_an_end) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-q", "-t", "Good", "-d", "1", "-o", "jsonl=" + log});
+  const std::string whole = contentsOf(log);
+  EXPECT_TRUE(isSuccessToHarness(diagctl({"report", log, "--format", "tap"}).out));
+  place.write(log, whole.substr(0, whole.rfind("{\"testRunArtifact\"")));
+  const Outcome cut = diagctl({"report", log, "--format", "tap"});
+  EXPECT_EQ(cut.exitCode, kNoVerdict);
+  EXPECT_FALSE(isSuccessToHarness(cut.out)) << cut.out;
 }
 
 TEST_F(Diagctl, one_run_writes_all_formats_and_report_turns_the_log_into_the_same) {

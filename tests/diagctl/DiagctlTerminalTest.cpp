@@ -52,11 +52,12 @@ TEST_F(DiagctlTerminal, shows_bar_percentage_pass_and_total) {
 
 TEST_F(DiagctlTerminal, q_aborts_all) {
   Program program(arguments({"-p", "SLOW"}), terminal);
+  ASSERT_TRUE(program.waitFor("Long on One"));
   ASSERT_TRUE(program.waitFor("Long on Two"));
   program.type("q");
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, 2);
-  EXPECT_THAT(outcome.out, HasSubstr("2 skipped"));
+  EXPECT_THAT(outcome.out, HasSubstr("2 aborted"));
 }
 
 TEST_F(DiagctlTerminal, a_aborts_one_and_the_others_go_on) {
@@ -84,10 +85,11 @@ TEST_F(DiagctlTerminal, s_suspends_and_r_resumes) {
 TEST_F(DiagctlTerminal, interrupt_typed_once_ends_the_run_with_its_report) {
   Program program(arguments({"-p", "SLOW"}), terminal);
   ASSERT_TRUE(program.waitFor("Long on One"));
+  ASSERT_TRUE(program.waitFor("Long on Two"));
   program.type("\x03");
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, 128 + SIGINT);
-  EXPECT_THAT(outcome.out, HasSubstr("2 skipped"));
+  EXPECT_THAT(outcome.out, HasSubstr("2 aborted"));
 }
 
 TEST_F(DiagctlTerminal, interrupt_typed_twice_leaves_at_once) {

@@ -27,7 +27,7 @@ std::string trimmed(std::string word) {
 // The weightiest of what the log says of a step.
 std::string verdictOfLog(const std::set<std::string>& said) {
   static const std::pair<const char*, const char*> kWeights[] = {
-      {"FAIL", "FAILED"},  {"error", "ERROR"},     {"ERROR", "ERROR"},
+      {"FAIL", "FAILED"},  {"error", "ERROR"},     {"ERROR", "ERROR"},    {"aborted", "ABORTED"},
       {"SKIP", "SKIPPED"}, {"UNKNOWN", "WARNING"}, {"warning", "WARNING"}};
   for (const auto& [word, verdict] : kWeights) {
     if (said.contains(word)) {
@@ -41,7 +41,7 @@ std::string verdictOfLog(const std::set<std::string>& said) {
 
 ReportedRun::Accounts ReportedRun::readText(const std::string& report) {
   static const std::regex kStep(
-      R"((PASSED |FAILED |WARNING|ERROR  |SKIPPED)  (.*: .* on .*?)(, \d+ of \d+ passes)?( \(\d+\.\d s\))?)");
+      R"((PASSED |FAILED |WARNING|ERROR  |ABORTED|SKIPPED)  (.*: .* on .*?)(, \d+ of \d+ passes)?( \(\d+\.\d s\))?)");
   Accounts accounts;
   Account* present = nullptr;
   for (const std::string& line : linesOf(report)) {
@@ -82,6 +82,8 @@ ReportedRun::Accounts ReportedRun::readLog(const std::string& report) {
       words.insert("error");
     } else if (artifact.contains("log") && artifact["log"]["severity"] == "WARNING") {
       words.insert("warning");
+    } else if (artifact.contains("extension") && artifact["extension"]["name"] == "aborted") {
+      words.insert("aborted");
     } else if (artifact.contains("testStepEnd")) {
       words.insert(std::string(artifact["testStepEnd"]["status"]));
     }
@@ -105,8 +107,9 @@ ReportedRun::Accounts ReportedRun::readXml(const std::string& report) {
           accounts[std::string(attributes["classname"]) + ": " + std::string(attributes["name"])];
       account.verdict = "PASSED";
       for (const Json& child : each["children"]) {
-        account.verdict = kVerdicts.at(child["tag"]);
-        if (child["attributes"].contains("type")) {
+        const std::string type = child["attributes"].value("type", "");
+        account.verdict = type == "aborted" ? "ABORTED" : kVerdicts.at(child["tag"]);
+        if (!type.empty() && type != "aborted") {
           account.symptoms.insert(std::string(child["attributes"]["type"]));
         }
         account.text +=
@@ -123,12 +126,23 @@ ReportedRun::Accounts ReportedRun::readTap(const std::string& report) {
   for (const Point& point : parseTap(report).points) {
     const bool isSkipped = point.directive.starts_with("SKIP");
     const std::string well = point.remarks.empty() ? "PASSED" : "WARNING";
-    const std::string ill = point.directive.starts_with("TODO") ? "ERROR" : "FAILED";
+    const auto word = point.words.find("verdict");
     Account& account = accounts[point.name];
-    account.verdict = isSkipped ? "SKIPPED" : point.isOk ? well : ill;
+    account.verdict = isSkipped                   ? "SKIPPED"
+                      : word != point.words.end() ? word->second
+                      : point.isOk                ? well
+                                                  : "not ok";
+    if (const auto symptom = point.words.find("symptom"); symptom != point.words.end()) {
+      account.symptoms.insert(symptom->second);
+    }
     account.text = point.directive + "\n";
     for (const std::string& remark : point.remarks) {
       account.text += remark + "\n";
+    }
+    for (const auto& [key, texts] : point.lists) {
+      for (const std::string& text : texts) {
+        account.text += text + "\n";
+      }
     }
   }
   return accounts;

@@ -19,8 +19,8 @@ namespace TarvexDiags::DiagctlTest {
 ///   EXPECT_THAT(run.symptomsOf("Memory: Block move on Node 0"), ElementsAre("miscompare"));
 ///   EXPECT_THAT(run.formatsWithout("Memory: Block move on Node 0", "0x7f"), IsEmpty());
 ///
-/// A verdict is PASSED, FAILED, WARNING, ERROR or SKIPPED. What a format does not tell of a step is
-/// "missing in FORMAT".
+/// A verdict is PASSED, FAILED, WARNING, ERROR, ABORTED or SKIPPED. What a format does not tell of
+/// a step is "missing in FORMAT".
 class ReportedRun {
  public:
   int exitCode() const { return m_outcome.exitCode; }

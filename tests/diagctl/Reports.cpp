@@ -1,5 +1,7 @@
 #include "tests/diagctl/Reports.h"
 
+#include <sys/wait.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -319,22 +321,59 @@ json.dump(tree(root), open(sys.argv[2], "w"))
   return Json::parse(contentsOf(json));
 }
 
+namespace {
+
+// Values have the form of JSON or are one word.
+std::string yamlValue(const std::string& value) {
+  return value.starts_with('"') ? Json::parse(value).get<std::string>() : value;
+}
+
+/// Takes a line of the block of a point. @return whether the block goes on.
+bool takeYaml(const std::string& line, Point& point, std::string& list) {
+  static const std::regex kEntry("  ([a-z_]+): (.+)");
+  static const std::regex kList("  ([a-z_]+):");
+  static const std::regex kItem("    - (.+)");
+  std::smatch match;
+  if (line == "  ...") {
+    return false;
+  }
+  if (std::regex_match(line, match, kEntry)) {
+    point.words[match[1]] = yamlValue(match[2]);
+  } else if (std::regex_match(line, match, kList)) {
+    list = match[1];
+  } else if (std::regex_match(line, match, kItem) && !list.empty()) {
+    point.lists[list].push_back(yamlValue(match[1]));
+  } else {
+    throw std::runtime_error("no line of the block: " + line);
+  }
+  return true;
+}
+
+}  // namespace
+
 TapReport parseTap(const std::string& text) {
   static const std::regex kVersion("TAP version (\\d+)");
-  static const std::regex kPlan("1\\.\\.(\\d+)");
+  static const std::regex kPlan("1\\.\\.(\\d+)( # SKIP .*)?");
   static const std::regex kPoint("(not )?ok (\\d+) - ([^#]*[^# ])( # ((TODO|SKIP).*))?");
   TapReport report;
+  bool isBlock = false;
+  std::string list;
   for (const std::string& line : linesOf(text)) {
     std::smatch match;
     if (report.plan >= 0) {
       throw std::runtime_error("behind the plan: " + line);
     }
-    if (std::regex_match(line, match, kVersion) && report.version == 0) {
+    if (isBlock) {
+      isBlock = takeYaml(line, report.points.back(), list);
+    } else if (std::regex_match(line, match, kVersion) && report.version == 0) {
       report.version = std::stoi(match[1]);
     } else if (std::regex_match(line, match, kPlan)) {
       report.plan = std::stoi(match[1]);
     } else if (std::regex_match(line, match, kPoint)) {
       report.points.push_back({!match[1].matched, std::stoi(match[2]), match[3], match[5]});
+    } else if (line == "  ---" && !report.points.empty()) {
+      isBlock = true;
+      list.clear();
     } else if (line.rfind("# ", 0) == 0) {
       report.comments.push_back(line.substr(2));
       if (!report.points.empty()) {
@@ -345,6 +384,18 @@ TapReport parseTap(const std::string& text) {
     }
   }
   return report;
+}
+
+bool isSuccessToHarness(const std::string& tap) {
+  const TestSupport::TemporaryDirectory place;
+  std::ofstream(place.file("report.tap")) << tap;
+  const std::string command =
+      "prove --norc --exec cat " + place.file("report.tap") + " >" + place.file("out") + " 2>&1";
+  const int status = std::system(command.c_str());  // NOLINT(cert-env33-c): an independent harness
+  if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) {
+    throw std::runtime_error("the harness cannot read it: " + contentsOf(place.file("out")));
+  }
+  return WEXITSTATUS(status) == 0;
 }
 
 }  // namespace TarvexDiags::DiagctlTest

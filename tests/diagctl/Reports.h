@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,10 @@ struct Point {
   bool isOk = false;
   int number = 0;
   std::string name;
-  std::string directive;                  ///< "TODO ..." or "SKIP ...", empty for none
-  std::vector<std::string> remarks = {};  ///< the comments behind it
+  std::string directive;                          ///< "TODO ..." or "SKIP ...", empty for none
+  std::vector<std::string> remarks = {};          ///< the comments behind it
+  std::map<std::string, std::string> words = {};  ///< of its YAML block: key and value
+  std::map<std::string, std::vector<std::string>> lists = {};  ///< the same for lists
 };
 
 struct TapReport {
@@ -43,5 +46,8 @@ struct TapReport {
 
 /// @throws if a line is none of the protocol.
 TapReport parseTap(const std::string& text);
+
+/// Whether an independent harness takes a report of the protocol for a success.
+bool isSuccessToHarness(const std::string& tap);
 
 }  // namespace TarvexDiags::DiagctlTest

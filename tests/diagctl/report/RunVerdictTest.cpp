@@ -52,6 +52,7 @@ TEST(StepOutcomes, take_the_weightiest_of_what_was_told) {
   EXPECT_EQ(outcomeOf({passed, complete}), Outcome::Passed);
   EXPECT_EQ(outcomeOf({passed, unusual, complete}), Outcome::Warning);
   EXPECT_EQ(outcomeOf({unusual, skipped}), Outcome::Skipped);
+  EXPECT_EQ(outcomeOf({StepEnded{kStep, RunStatus::Skip, true}}), Outcome::Aborted);
   EXPECT_EQ(outcomeOf({warning, passed, complete}), Outcome::Warning);
   EXPECT_EQ(outcomeOf({warning, skipped}), Outcome::Skipped);
   EXPECT_EQ(outcomeOf({warning, trouble, StepEnded{kStep, RunStatus::Error}}), Outcome::Trouble);
