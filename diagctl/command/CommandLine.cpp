@@ -305,7 +305,11 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
   const auto session = openSession(configuration.path(), global.language, {});
   tellWarnings(standardError(), session->warnings());
   const SelectionPatterns patterns = resolve(session->catalogue(), options.patterns);
-  const bool isMatched = tellUnmatched(standardError(), session->catalogue(), patterns);
+  if (const auto unmatched = describeUnmatched(session->catalogue(), patterns);
+      !unmatched.empty()) {
+    tellUnmatched({}, unmatched);
+    return ExitCode::kNothingRan;
+  }
   const std::vector<Estimate> estimates = estimate(*session, select(session->catalogue(), patterns),
                                                    passesOf(options.run), isQuick(options.run));
   if (options.format == kJsonFormat) {
@@ -319,7 +323,7 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
   if (estimates.empty()) {
     return ExitCode::kNothingRan;
   }
-  return isMatched && session->failedPackages() == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
+  return session->failedPackages() == 0 ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 
 int check(const GlobalOptions& global, const LookOptions& options) {

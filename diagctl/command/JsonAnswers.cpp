@@ -127,6 +127,11 @@ Json packagesAsJson(const Catalogue& catalogue) {
     document["packages"].push_back(toJson(package));
   }
   document["disabledPackages"] = catalogue.disabledPackages;
+  document["lostPackages"] = Json::array();
+  for (const LostPackage& package : catalogue.lostPackages) {
+    document["lostPackages"].push_back(
+        {{"baseName", package.baseName}, {"reason", package.reason}});
+  }
   return document;
 }
 

@@ -5,7 +5,6 @@
 #include <map>
 #include <string>
 
-#include "diagctl/session/NameResolution.h"
 #include "diagctl/session/PackageSettings.h"
 #include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printer.h"
@@ -110,6 +109,9 @@ void listPackages(Printer& out, const Catalogue& catalogue) {
   for (const std::string& name : catalogue.disabledPackages) {
     table.add({"-", name, "", tr("disabled by the control file")});
   }
+  for (const LostPackage& package : catalogue.lostPackages) {
+    table.add({"-", package.baseName, "", tr("left out: {}", package.reason)});
+  }
   table.write(out);
 }
 
@@ -176,15 +178,6 @@ bool showItem(Printer& out, const Catalogue& catalogue, const std::string& patte
     }
   }
   return isFound;
-}
-
-bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns) {
-  const std::vector<UnmatchedPattern> unmatched = findUnmatched(catalogue, patterns);
-  for (const UnmatchedPattern& each : unmatched) {
-    out.say("diagctl: nothing matches {}{}\n", toText(each),
-            hintFor(catalogue, each.kind, each.pattern));
-  }
-  return unmatched.empty();
 }
 
 void tellWarnings(Printer& out, const std::vector<std::string>& warnings) {

@@ -20,8 +20,6 @@ void listPlaces(Printer& out, const Configuration& configuration);
 /// @param directory of the packages.
 bool showItem(Printer& out, const Catalogue& catalogue, const std::string& pattern,
               const std::string& directory);
-/// Tells each pattern that nothing matches. @return whether there is none.
-bool tellUnmatched(Printer& out, const Catalogue& catalogue, const SelectionPatterns& patterns);
 /// Tells what a session has to complain of: packages that could not be loaded.
 void tellWarnings(Printer& out, const std::vector<std::string>& warnings);
 /// The pairs of a plan that would run and those that would not.

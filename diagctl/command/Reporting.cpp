@@ -45,6 +45,15 @@ std::optional<VanishedAs> vanishedOf(const ReportingOptions& options) {
   return isForMonitor && !options.vanished ? VanishedAs::Failure : options.vanished;
 }
 
+void tellUnmatched(const ReportingOptions& options, const std::vector<std::string>& unmatched) {
+  for (const std::string& pattern : unmatched) {
+    standardError().say("diagctl: nothing matches {}\n", pattern);
+  }
+  if (formatOf(options) == kSummaryFormat) {
+    standardOutput().print("DIAGCTL UNKNOWN: {}\n", tr("nothing matches {}", unmatched.front()));
+  }
+}
+
 int finish(Outputs& outputs, int code) {
   outputs.finish();
   for (const std::string& failure : outputs.failures()) {

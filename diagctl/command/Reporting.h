@@ -31,6 +31,9 @@ std::optional<VanishedAs> vanishedOf(const ReportingOptions& options);
 /// Tells why the program ends.
 void tellFailure(const std::exception& failure);
 
+/// Tells the patterns that nothing matches, to a monitor as well: nothing was begun.
+void tellUnmatched(const ReportingOptions& options, const std::vector<std::string>& unmatched);
+
 /// Closes the outputs and tells what became of those that were dropped.
 /// @return the code, unless it says that all is well and a report is missing.
 int finish(Outputs& outputs, int code);

@@ -214,9 +214,8 @@ int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& condit
   return exitCodeOf(summary, conditions);
 }
 
-RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPackages,
-                           bool isMatched) {
-  return {failedPackages, !isMatched, options.isStrict, options.failsOnSkip};
+RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPackages) {
+  return {failedPackages, options.isStrict, options.failsOnSkip};
 }
 
 // As many as there are devices, unless one runs at a time.
@@ -237,7 +236,11 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   Session& session = *opened;
   const Catalogue& catalogue = session.catalogue();
   const SelectionPatterns patterns = resolve(catalogue, options.patterns);
-  const bool isMatched = tellUnmatched(standardError(), catalogue, patterns);
+  if (const auto unmatched = describeUnmatched(catalogue, patterns); !unmatched.empty()) {
+    tellWarnings(standardError(), session.warnings());
+    tellUnmatched(options.reporting, unmatched);
+    return ExitCode::kNothingRan;
+  }
   const std::vector<SelectedPair> pairs = select(catalogue, patterns);
   const std::string disruption = options.allowsDisruptive ? "" : findDisruption(pairs);
   if (!disruption.empty()) {
@@ -246,7 +249,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   }
   if (options.isDryRun) {
     tellWarnings(standardError(), session.warnings());
-    return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages(), isMatched),
+    return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages()),
                     options.reporting.format == kJsonFormat);
   }
   if (options.run.debugsWorkers) {
@@ -263,7 +266,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
       plan.expectedDevices - std::min(plan.expectedDevices, catalogue.numberOfDevices());
   allowOpenFiles(openFilesFor(testsAtOnce(session, plan)));
   const ReportingOptions& reporting = options.reporting;
-  const RunConditions conditions = conditionsOf(reporting, 0, isMatched);
+  const RunConditions conditions = conditionsOf(reporting, 0);
   Outputs outputs(reporting.outputs, formatOf(reporting), {isColoured(STDOUT_FILENO), conditions});
   const RunRecord record = runPlan(options, session, plan, outputs);
   summary = summaryOf(record);

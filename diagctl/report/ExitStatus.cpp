@@ -20,7 +20,7 @@ int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
     case RunVerdict::Passed:
       break;
   }
-  return conditions.hasUnmatchedPattern || misses ? ExitCode::kNoVerdict : ExitCode::kPassed;
+  return misses ? ExitCode::kNoVerdict : ExitCode::kPassed;
 }
 
 // A run that ended without a result for all, or did not end, has no verdict on what it left out.

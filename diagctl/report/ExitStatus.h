@@ -24,10 +24,9 @@ inline constexpr int kSignalBase = 128;
 
 /// What spoils a run beside its tests.
 struct RunConditions {
-  std::size_t failedPackages = 0;    ///< packages that could not be loaded: no verdict on theirs
-  bool hasUnmatchedPattern = false;  ///< something that was asked for does not exist
-  bool isStrict = false;             ///< a warning counts as no verdict
-  bool failsOnSkip = false;          ///< so does what was not possible here
+  std::size_t failedPackages = 0;  ///< packages that could not be loaded: no verdict on theirs
+  bool isStrict = false;           ///< a warning counts as no verdict
+  bool failsOnSkip = false;        ///< so does what was not possible here
 };
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);

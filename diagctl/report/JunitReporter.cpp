@@ -138,6 +138,23 @@ void writeDropped(Printer& out, const RunRecord& run) {
   out.write("</testcase>\n  </testsuite>\n");
 }
 
+// What spoils the run and belongs to no test.
+void writeTroubles(Printer& out, const RunRecord& run) {
+  BoundedTexts troubles = run.troubles();
+  if (!run.hasEnded()) {
+    troubles.add(tr("The run was cut short."), RunRecord::kUnbounded);
+  }
+  if (troubles.empty()) {
+    return;
+  }
+  const std::string name = tr("the run as a whole");
+  beginSuite(out, run, "diagctl", {{StepRecord::Outcome::Trouble, 1}}, 0);
+  out.print(
+      R"(    <testcase classname="diagctl" name="{}" time="0"><error type="{}" message="{}">{}</error>)",
+      name, "run-trouble", escape(troubles.front()), escape(linesOf("", troubles)));
+  out.write("</testcase>\n  </testsuite>\n");
+}
+
 void writeRun(Printer& out, const RunRecord& run) {
   for (const auto& [package, suite] : suitesOf(run)) {
     beginSuite(out, run, package, suite.sums, suite.seconds);
@@ -147,6 +164,7 @@ void writeRun(Printer& out, const RunRecord& run) {
     out.write("  </testsuite>\n");
   }
   writeDropped(out, run);
+  writeTroubles(out, run);
 }
 
 }  // namespace
@@ -155,6 +173,7 @@ void JunitReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
     closeRun();
   }
+  m_hasRun = true;
   m_run.handle(event);
 }
 
@@ -162,7 +181,9 @@ void JunitReporter::closeRun() {
   if (!std::exchange(m_hasBegun, true)) {
     m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
   }
-  writeRun(m_out, m_run);
+  if (std::exchange(m_hasRun, false)) {
+    writeRun(m_out, m_run);
+  }
   m_run.clear();
 }
 

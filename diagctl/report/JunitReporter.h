@@ -27,6 +27,7 @@ class JunitReporter : public Reporter {
   Printer& m_out;
   RunRecord m_run;
   bool m_hasBegun = false;
+  bool m_hasRun = false;
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -49,10 +49,17 @@ struct PackageItem {
   std::string describe(const DeviceItem& device, const TestItem& test) const;
 };
 
+/// A package that is there and could not be used.
+struct LostPackage {
+  std::string baseName;
+  std::string reason;  ///< for people
+};
+
 /// What an enumeration found, copied, so that it can be looked at without the controller.
 struct Catalogue {
   std::vector<PackageItem> packages;
   std::vector<std::string> disabledPackages;  ///< base names that the control file left out
+  std::vector<LostPackage> lostPackages;
 
   std::size_t numberOfDevices() const;
 };

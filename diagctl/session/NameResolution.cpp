@@ -39,10 +39,13 @@ Names namesOf(const Catalogue& catalogue, PatternKind kind) {
     for (const DeviceItem& device : package.devices) {
       if (kind == PatternKind::Device) {
         const std::string component = device.tag.substr(device.tag.rfind('/') + 1);
-        names.push_back(
-            {device.name, {device.name, device.tag, component}, [&](const std::string& pattern) {
-               return matchesDevice(pattern, device);
-             }});
+        std::vector<std::string> called = {device.name, device.tag};
+        if (strcasecmp(component.c_str(), device.name.c_str()) != 0) {
+          called.push_back(component);
+        }
+        names.push_back({device.name, std::move(called), [&](const std::string& pattern) {
+                           return matchesDevice(pattern, device);
+                         }});
       }
     }
     for (const TestItem& test : package.tests) {
@@ -51,6 +54,13 @@ Names namesOf(const Catalogue& catalogue, PatternKind kind) {
                            return matchesTest(pattern, test);
                          }});
       }
+    }
+  }
+  for (const LostPackage& package : catalogue.lostPackages) {
+    if (kind == PatternKind::Package) {
+      names.push_back({package.baseName, {package.baseName}, [&](const std::string& pattern) {
+                         return matchesLostPackage(pattern, package);
+                       }});
     }
   }
   return names;
@@ -281,6 +291,15 @@ std::string hintFor(const Catalogue& catalogue, PatternKind kind, const std::str
     }
   }
   return didYouMean(pattern, near);
+}
+
+std::vector<std::string> describeUnmatched(const Catalogue& catalogue,
+                                           const SelectionPatterns& patterns) {
+  std::vector<std::string> texts;
+  for (const UnmatchedPattern& each : findUnmatched(catalogue, patterns)) {
+    texts.push_back(toText(each) + hintFor(catalogue, each.kind, each.pattern));
+  }
+  return texts;
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -52,6 +52,10 @@ bool matchesPackage(const std::string& pattern, const PackageItem& package) {
          matchesText(pattern, package.baseName);
 }
 
+bool matchesLostPackage(const std::string& pattern, const LostPackage& package) {
+  return matchesText(pattern, package.baseName);
+}
+
 bool matchesDevice(const std::string& pattern, const DeviceItem& device) {
   return matchesId(pattern, device.id) || matchesText(pattern, device.name) ||
          matchesTag(pattern, device.tag);
@@ -91,8 +95,11 @@ std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
   collectUnmatched(
       patterns.packages, PatternKind::Package,
       [&](const std::string& pattern) {
+        const auto& lost = catalogue.lostPackages;
         return std::any_of(packages.begin(), packages.end(),
-                           [&](const auto& item) { return matchesPackage(pattern, item); });
+                           [&](const auto& item) { return matchesPackage(pattern, item); }) ||
+               std::any_of(lost.begin(), lost.end(),
+                           [&](const auto& item) { return matchesLostPackage(pattern, item); });
       },
       unmatched);
   collectUnmatched(
@@ -131,15 +138,6 @@ std::string toText(const UnmatchedPattern& unmatched) {
       break;
   }
   return "'" + unmatched.pattern + "'";
-}
-
-std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
-                                           const SelectionPatterns& patterns) {
-  std::vector<std::string> texts;
-  for (const UnmatchedPattern& unmatched : findUnmatched(catalogue, patterns)) {
-    texts.push_back(toText(unmatched));
-  }
-  return texts;
 }
 
 }  // namespace TarvexDiags::FrontEnd

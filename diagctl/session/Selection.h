@@ -41,16 +41,16 @@ struct SelectedPair {
 /// The pairs that match, in the order of the catalogue. The items stay the catalogue's.
 std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns);
 
-/// The include patterns that match nothing at all in the catalogue.
+/// The include patterns that match nothing at all in the catalogue. A package that was left out is
+/// there, so its name matches.
 std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
                                             const SelectionPatterns& patterns);
 
 /// The same for people: "package 'memory'".
-std::vector<std::string> unmatchedPatterns(const Catalogue& catalogue,
-                                           const SelectionPatterns& patterns);
 std::string toText(const UnmatchedPattern& unmatched);
 
 bool matchesPackage(const std::string& pattern, const PackageItem& package);
+bool matchesLostPackage(const std::string& pattern, const LostPackage& package);
 bool matchesDevice(const std::string& pattern, const DeviceItem& device);
 bool matchesTest(const std::string& pattern, const TestItem& test);
 

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/LostPackages.h"
 #include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
@@ -46,6 +49,7 @@ Session::Session(const std::string& controlFile, const std::string& language,
     m_catalogue = readCatalogue(m_controller, language);
     keepTexts();
     addReasons(m_catalogue, reasons.lines(), m_texts);
+    nameLostPackages();
   } catch (...) {
     m_controller.shutDown();
     throw;
@@ -54,6 +58,21 @@ Session::Session(const std::string& controlFile, const std::string& language,
 
 Session::~Session() {
   m_controller.shutDown();
+}
+
+// The controller tells that a package was left out, and not which.
+void Session::nameLostPackages() {
+  m_catalogue.lostPackages =
+      findLostPackages(packageDirectoryOf(m_controlFile), m_catalogue, m_warnings);
+  const bool isOneEach = m_warnings.size() == m_catalogue.lostPackages.size();
+  std::vector<std::string> named;
+  for (const LostPackage& package : m_catalogue.lostPackages) {
+    named.push_back(describe(package));
+  }
+  if (!isOneEach) {
+    named.insert(named.end(), m_warnings.begin(), m_warnings.end());
+  }
+  m_warnings = std::move(named);
 }
 
 void Session::keepTexts() {

@@ -47,6 +47,7 @@ class Session {
   void apply(const SessionSettings& settings);
   void enumerateAgain();
   void collectWarnings();
+  void nameLostPackages();
   /// Keeps the texts of all packages, so that they can be told whatever becomes of their directory.
   void keepTexts();
 

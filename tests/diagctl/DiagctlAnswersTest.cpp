@@ -162,6 +162,22 @@ TEST_F(DiagctlAnswers, listings_for_programs_keep_to_their_schemas) {
   EXPECT_EQ(tests[4]["devices"][0]["reason"], "not supported");
 }
 
+TEST_F(DiagctlAnswers, a_package_that_was_left_out_is_in_the_listing_for_programs) {
+  place.addPackage("BROKEN", {{.name = "Good"}}, {{"Far", "bus/far"}});
+  place.write(place.path("packages/libBROKEN.so"), "no shared object");
+  const Outcome outcome = run({"list", "--format", "json"});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  const Json document = Json::parse(outcome.out);
+  EXPECT_THAT(faultsBySchema(document, "packages"), IsEmpty());
+  ASSERT_EQ(document["lostPackages"].size(), 1U);
+  EXPECT_EQ(document["lostPackages"][0]["baseName"], "BROKEN");
+  EXPECT_THAT(document["lostPackages"][0]["reason"].get<std::string>(),
+              HasSubstr("file too short"));
+  for (const char* word : {"BROKEN", "brok"}) {
+    EXPECT_EQ(run({"run", word}).exitCode, kNoVerdict) << "what was asked for is there";
+  }
+}
+
 TEST_F(DiagctlAnswers, items_and_plans_for_programs_keep_to_their_schemas) {
   const Json items = answer({"show", "Picky"}, "items");
   EXPECT_EQ(items["tests"].size(), 1U);

@@ -26,6 +26,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::ContainsRegex;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
@@ -192,13 +193,25 @@ TEST_F(Diagctl, run_of_nothing_ends_with_3) {
   addMixedPackage();
   const Outcome typo = run({"run", "-t", "Goood"});
   EXPECT_EQ(typo.exitCode, kNothingRan);
-  EXPECT_THAT(typo.err, HasSubstr("nothing matches test 'Goood'"));
+  EXPECT_THAT(typo.err, HasSubstr("nothing matches test 'Goood'; did you mean 'Good'?"));
   EXPECT_EQ(run({"run", "-t", "Picky", "-d", "Left"}).exitCode, kNothingRan);
 }
 
-TEST_F(Diagctl, run_with_one_misspelt_pattern_has_no_verdict_on_it) {
+TEST_F(Diagctl, run_with_one_misspelt_pattern_ends_before_it_begins) {
   addMixedPackage();
-  EXPECT_EQ(run({"run", "-t", "Good", "-t", "Goood", "-d", "1"}).exitCode, kNoVerdict);
+  const std::string log = place.path("run.jsonl");
+  const Outcome outcome =
+      run({"run", "-t", "Good", "-d", "Left", "-d", "Rihgt", "-p", "MIXX", "-o", "jsonl=" + log});
+  EXPECT_EQ(outcome.exitCode, kNothingRan);
+  EXPECT_THAT(outcome.out, IsEmpty());
+  EXPECT_THAT(linesOf(outcome.err),
+              ElementsAre("diagctl: nothing matches package 'MIXX'; did you mean 'MIX'?",
+                          "diagctl: nothing matches device 'Rihgt'; did you mean 'Right'?"));
+  EXPECT_FALSE(fs::exists(log));
+  const Outcome line = run({"run", "-t", "Goood", "--exit-style", "nagios"});
+  EXPECT_EQ(line.exitCode, 3);
+  EXPECT_THAT(linesOf(line.out),
+              ElementsAre("DIAGCTL UNKNOWN: nothing matches test 'Goood'; did you mean 'Good'?"));
 }
 
 TEST_F(Diagctl, dry_run_tells_what_would_run_and_runs_nothing) {
@@ -433,7 +446,8 @@ TEST_F(Diagctl, dry_runs_and_estimates_tell_what_a_run_would_lack) {
       arguments.emplace_back("--dry-run");
     }
     const Outcome outcome = run(arguments);
-    EXPECT_EQ(outcome.exitCode, kNoVerdict) << verb;
+    EXPECT_EQ(outcome.exitCode, kNothingRan) << verb;
+    EXPECT_THAT(outcome.out, IsEmpty()) << verb;
     EXPECT_THAT(outcome.err, HasSubstr("nothing matches test 'Goood'")) << verb;
   }
   EXPECT_EQ(run({"run", "--dry-run", "-t", "Picky", "-d", "Left"}).exitCode, kNothingRan);
@@ -604,7 +618,7 @@ TEST_F(Diagctl, help_has_examples_at_each_level) {
 TEST_F(Diagctl, list_tells_packages_devices_and_tests_with_their_pairs) {
   addMixedPackage();
   EXPECT_THAT(run({"list"}).out,
-              AllOf(HasSubstr("DEVICES  TESTS"), ::testing::ContainsRegex("MIX .* 2 +5\n")));
+              AllOf(HasSubstr("DEVICES  TESTS"), ContainsRegex("MIX .* 2 +5\n")));
   EXPECT_THAT(run({"list", "devices"}).out, AllOf(HasSubstr("bus/left"), HasSubstr("Right")));
   EXPECT_THAT(run({"list", "tests"}).out,
               AllOf(HasSubstr("enabled: Left, Right"), HasSubstr("enabled: Right"),
@@ -648,7 +662,7 @@ TEST_F(Diagctl, list_names_packages_that_the_control_file_leaves_out) {
   place.write(place.controlFile(),
               contentsOf(place.controlFile()) +
                   "[DisablePackage]\nNumPackages=1\n[Package1]\nPackageName=OUT\n");
-  EXPECT_THAT(run({"list"}).out, ::testing::ContainsRegex("OUT +disabled by the control file"));
+  EXPECT_THAT(run({"list"}).out, ContainsRegex("OUT +disabled by the control file"));
 }
 
 TEST_F(Diagctl, a_package_that_cannot_be_loaded_spoils_the_verdict_of_a_run) {
@@ -659,6 +673,31 @@ TEST_F(Diagctl, a_package_that_cannot_be_loaded_spoils_the_verdict_of_a_run) {
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_EQ(artifacts(parseLines(outcome.out), "error").at(0)["symptom"], "package-not-loaded");
   EXPECT_EQ(run({"list"}).exitCode, kNoVerdict);
+}
+
+TEST_F(Diagctl, a_package_that_was_left_out_is_named_with_its_reason_wherever_packages_are_told) {
+  addMixedPackage();
+  for (const char* name : {"BROKEN", "TORN"}) {
+    place.addPackage(name, {{.name = "Good"}}, {{"Far", "bus/far"}});
+  }
+  place.write(place.path("packages/libBROKEN.so"), "no shared object");
+  place.replaceIn(place.packageFile("TORN"), "NumberOfTests=1", "NumberOfTests=none");
+  const std::string broken = "package BROKEN was left out: UNABLE_TO_LOAD_PACKAGE: ";
+  const std::string torn = "package TORN was left out: PACKAGE_INITIALIZE_FAILED: ";
+  const Outcome list = run({"list"});
+  EXPECT_THAT(list.out, AllOf(ContainsRegex("BROKEN +left out: UNABLE_TO_LOAD_PACKAGE: "),
+                              ContainsRegex("TORN +left out: PACKAGE_INITIALIZE_FAILED: ")));
+  EXPECT_THAT(list.err, AllOf(HasSubstr(broken), HasSubstr("file too short"), HasSubstr(torn)));
+  for (const char* format : {"text", "jsonl", "junit", "tap"}) {
+    const Outcome outcome = run({"run", "-q", "-t", "Good", "--format", format});
+    EXPECT_EQ(outcome.exitCode, kNoVerdict) << format;
+    EXPECT_THAT(outcome.out, AllOf(HasSubstr(broken), HasSubstr(torn))) << format;
+  }
+  EXPECT_THAT(run({"run", "-q", "-t", "Good", "--exit-style", "nagios"}).out, HasSubstr(broken));
+  EXPECT_THAT(run({"run", "--dry-run", "-t", "Good"}).err, HasSubstr(broken));
+  const Outcome wanted = run({"run", "-q", "-p", "BROKEN"});
+  EXPECT_EQ(wanted.exitCode, kNoVerdict) << "what was asked for is there, and has no verdict";
+  EXPECT_THAT(wanted.out, HasSubstr(broken));
 }
 
 TEST_F(Diagctl, show_tells_all_of_an_item) {

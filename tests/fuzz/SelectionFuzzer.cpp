@@ -167,6 +167,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     selected.emplace_back(pair.package, pair.device, pair.test);
   }
   expect(selected == expectedPairs(scene));
-  expect(unmatchedPatterns(scene.catalogue, scene.patterns).size() == expectedUnmatched(scene));
+  expect(findUnmatched(scene.catalogue, scene.patterns).size() == expectedUnmatched(scene));
   return 0;
 }

@@ -41,8 +41,21 @@ TEST(Selection, patterns_without_a_match_are_named) {
   SelectionPatterns patterns;
   patterns.packages = {"storage", "memory"};
   patterns.tests = {"*read", "writing"};
-  EXPECT_THAT(unmatchedPatterns(oneDeviceCatalogue(), patterns),
-              ElementsAre("package 'memory'", "test 'writing'"));
+  std::vector<std::string> unmatched;
+  for (const UnmatchedPattern& each : findUnmatched(oneDeviceCatalogue(), patterns)) {
+    unmatched.push_back(toText(each));
+  }
+  EXPECT_THAT(unmatched, ElementsAre("package 'memory'", "test 'writing'"));
+}
+
+TEST(Selection, a_package_that_was_left_out_is_no_misspelt_one) {
+  Catalogue catalogue = oneDeviceCatalogue();
+  catalogue.lostPackages.push_back({"network", "no shared object"});
+  SelectionPatterns patterns;
+  patterns.packages = {"NETWORK", "net?ork", "netwrok"};
+  const auto unmatched = findUnmatched(catalogue, patterns);
+  ASSERT_EQ(unmatched.size(), 1U);
+  EXPECT_EQ(unmatched[0].pattern, "netwrok");
 }
 
 }  // namespace

@@ -1,0 +1,79 @@
+#include "diagctl/session/LostPackages.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <system_error>
+
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string libraryOf(const std::string& directory, const std::string& package) {
+  return directory + "/lib" + package + ".so";
+}
+
+// A description without a library that can be read is no package.
+std::set<std::string> packagesIn(const std::string& directory) {
+  std::set<std::string> names;
+  std::error_code failure;
+  for (const auto& entry : fs::directory_iterator(directory, failure)) {
+    const std::string name = entry.path().stem();
+    if (entry.path().extension() == ".cfg" &&
+        access(libraryOf(directory, name).c_str(), R_OK) == 0) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
+// What the loader has against a library; empty for nothing.
+std::string findLoadFault(const std::string& library) {
+  void* const handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    return dlerror();
+  }
+  dlclose(handle);
+  return {};
+}
+
+std::string reasonOf(const std::string& told, const std::string& library) {
+  const std::string fault = findLoadFault(library);
+  const std::string reason =
+      told.empty() ? tr("it could not tell its devices and tests; look into its log") : told;
+  return fault.empty() ? reason : fmt::format("{} ({})", reason, fault);
+}
+
+}  // namespace
+
+std::vector<LostPackage> findLostPackages(const std::string& directory, const Catalogue& catalogue,
+                                          const std::vector<std::string>& told) {
+  std::set<std::string> names = packagesIn(directory);
+  for (const PackageItem& package : catalogue.packages) {
+    names.erase(package.baseName);
+  }
+  for (const std::string& name : catalogue.disabledPackages) {
+    names.erase(name);
+  }
+  const bool isOneEach = told.size() == names.size();
+  std::vector<LostPackage> lost;
+  for (const std::string& name : names) {
+    const std::string which = isOneEach ? told[lost.size()] : "";
+    lost.push_back({name, reasonOf(which, libraryOf(directory, name))});
+  }
+  return lost;
+}
+
+std::string describe(const LostPackage& package) {
+  return tr("package {} was left out: {}", package.baseName, package.reason);
+}
+
+}  // namespace TarvexDiags::FrontEnd
