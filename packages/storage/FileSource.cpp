@@ -198,6 +198,7 @@ void failToOpen(const std::string& path, int error) {
   switch (error) {
     case EACCES:
     case EPERM:
+      throw NotSupported(Reasons::kNeedsPrivilege, path + ": " + cause);
     case EBUSY:
       throw NotSupported(Reasons::kCannotBeRead, path + ": " + cause);
     case ENOMEM:

@@ -8,8 +8,9 @@ namespace TarvexDiags::Storage::Reasons {
 /// one.
 inline constexpr Common::Reason kDiskTooSmall{"DISK_TOO_SMALL"};
 inline constexpr Common::Reason kNoMemoryForBuffers{"NO_MEMORY_FOR_BUFFERS"};
-inline constexpr Common::Reason kCannotBeRead{"DISK_CANNOT_BE_READ"};    ///< the path, the message
-inline constexpr Common::Reason kCannotBeAsked{"DISK_CANNOT_BE_ASKED"};  ///< the system's message
+inline constexpr Common::Reason kCannotBeRead{"DISK_CANNOT_BE_READ"};     ///< the path, the message
+inline constexpr Common::Reason kNeedsPrivilege{"DISK_NEEDS_PRIVILEGE"};  ///< the same
+inline constexpr Common::Reason kCannotBeAsked{"DISK_CANNOT_BE_ASKED"};   ///< the system's message
 inline constexpr Common::Reason kCommandRefused{"COMMAND_REFUSED"};  ///< the command, the message
 inline constexpr Common::Reason kCardWithoutHealth{"CARD_WITHOUT_HEALTH"};
 inline constexpr Common::Reason kVirtualWithoutHealth{"VIRTUAL_DISK_WITHOUT_HEALTH"};

@@ -10,6 +10,7 @@
 
 #include "DiagCtrl/DiagCtrlConstants.h"
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/ReasonKind.h"
 #include "packagekit/contract/Texts.h"
 #include "tests/packagekit/contract/SourceLines.h"
 
@@ -49,6 +50,13 @@ TEST_P(KitTexts, tell_every_token_and_what_to_do_about_it) {
 
 INSTANTIATE_TEST_SUITE_P(Languages, KitTexts, ::testing::ValuesIn(kLanguages),
                          [](const auto& language) { return std::string(language.param); });
+
+TEST(Reasons, are_of_the_kind_that_their_token_says) {
+  EXPECT_EQ(kindOf(kNotOffered), ReasonKind::NotInThisMode);
+  EXPECT_EQ(kindOf("SELF_TEST_NEEDS_PRIVILEGE"), ReasonKind::NeedsPrivilege);
+  EXPECT_EQ(kindOf("NO_SELF_TEST"), ReasonKind::NotPossible);
+  EXPECT_EQ(kindOf("it needs a privilege"), ReasonKind::NotPossible) << "words are of no kind";
+}
 
 TEST(Languages, are_those_that_the_kit_has_texts_in) {
   std::set<std::string> folders;
