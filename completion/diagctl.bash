@@ -34,6 +34,7 @@ _diagctl_values() {
       ;;
     --exit-style) values="plain nagios npd" ;;
     --vanished) values="trouble failure" ;;
+    --fail-on-skip=) values="any privilege" ;;
     --lang) values="en de fr es zh ja" ;;
     -p | --package | --exclude-package) _diagctl_names packages ;;
     -d | --device | --exclude-device) _diagctl_names devices ;;
@@ -86,6 +87,7 @@ _diagctl() {
     current=""
   elif [[ $previous == "=" ]]; then
     previous=${COMP_WORDS[COMP_CWORD - 2]}
+    [[ $previous != --fail-on-skip ]] || previous=--fail-on-skip=  # no word behind it is its value
     if [[ ${COMP_WORDS[COMP_CWORD - 3]} == -o || ${COMP_WORDS[COMP_CWORD - 3]} == --output ]]; then
       previous=FILE
     fi
@@ -100,7 +102,7 @@ _diagctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --profile | --mode | --format | --exit-style | --vanished | --lang | -p | --package | \
+    --profile | --mode | --format | --exit-style | --vanished | --fail-on-skip= | --lang | -p | --package | \
       --exclude-package | -d | --device | --exclude-device | -t | --test | --exclude-test | --set)
       [[ $previous != --set ]] || compopt -o nospace 2>/dev/null
       _diagctl_offer "$current" < <(_diagctl_values "$previous" "$verb")

@@ -147,7 +147,9 @@ class Scan {
       throw UsageFault(tr("{} is given twice", name));
     }
     std::vector<std::string>& target = found.isOfVerb ? m_result.ofVerb : m_result.ofProgram;
-    if (value.empty()) {
+    if (value.empty() && found.option->get_items_expected_max() > 0) {
+      target.push_back(fmt::format("{}={}", name, found.option->get_default_str()));
+    } else if (value.empty()) {
       target.push_back(name);
     } else if (found.option->get_items_expected_min() == 0) {
       target.push_back(fmt::format("{}={}", name, value));

@@ -122,8 +122,13 @@ void addReporting(CLI::App& command, ReportingOptions& options,
   group.list("-o,--output", "FORMAT=FILE", options.outputs,
              tr("A report into a file, or with - onto standard output; may be repeated"));
   group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
-  group.flag("--fail-on-skip", options.failsOnSkip,
-             tr("What is not possible here counts as no verdict"));
+  group
+      .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,
+                          {{"any", FailOnSkip::Everything}, {"privilege", FailOnSkip::Privilege}},
+                          tr("What is skipped, or what needs a privilege, counts as no verdict"),
+                          "")
+      .expected(0, 1)
+      ->default_str("any");
   group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
                            {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
                            tr("What a device that vanishes during its test is"), "trouble");

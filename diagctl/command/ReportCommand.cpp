@@ -129,7 +129,7 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   Log log(options.log);
   JsonlReader reader(log.stream(), log.name());
   const RunConditions conditions{.isStrict = options.reporting.isStrict,
-                                 .failsOnSkip = options.reporting.failsOnSkip};
+                                 .failOnSkip = options.reporting.failOnSkip};
   const std::size_t mostHeld = mostHeldByEach(options.reporting);
   Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
                   {false, conditions, mostHeld});

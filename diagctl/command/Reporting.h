@@ -17,7 +17,7 @@ struct ReportingOptions {
   std::string format;                ///< of standard output; empty: as the exit style has it
   std::vector<std::string> outputs;  ///< FORMAT=FILE
   bool isStrict = false;
-  bool failsOnSkip = false;
+  FailOnSkip failOnSkip = FailOnSkip::Nothing;
   std::optional<VanishedAs> vanished;  ///< nothing: as the exit style has it
   ExitStyle exitStyle = ExitStyle::Plain;
 };

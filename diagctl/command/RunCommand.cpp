@@ -215,7 +215,7 @@ int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& condit
 }
 
 RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPackages) {
-  return {failedPackages, options.isStrict, options.failsOnSkip};
+  return {failedPackages, options.isStrict, options.failOnSkip};
 }
 
 // As many as there are devices, unless one runs at a time.

@@ -2,8 +2,45 @@
 
 namespace TarvexDiags::FrontEnd {
 
+bool isTrouble(StepRecord::Outcome outcome, const RunConditions& conditions) {
+  using Outcome = StepRecord::Outcome;
+  switch (outcome) {
+    case Outcome::Passed:
+      return false;
+    case Outcome::Warning:
+      return conditions.isStrict;
+    case Outcome::SkippedForPrivilege:
+      return conditions.failOnSkip != FailOnSkip::Nothing;
+    case Outcome::Skipped:
+    case Outcome::SkippedForMode:
+      return conditions.failOnSkip == FailOnSkip::Everything;
+    case Outcome::Failed:
+    case Outcome::Trouble:
+    case Outcome::Aborted:
+    case Outcome::NotRun:
+      break;
+  }
+  return true;
+}
+
+namespace {
+
+bool missesSomething(const RunSummary& summary, FailOnSkip failOnSkip) {
+  switch (failOnSkip) {
+    case FailOnSkip::Nothing:
+      return false;
+    case FailOnSkip::Privilege:
+      return summary.skippedForPrivilege > 0;
+    case FailOnSkip::Everything:
+      break;
+  }
+  return summary.skipped > 0;
+}
+
+}  // namespace
+
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
-  const bool misses = conditions.failsOnSkip && summary.skipped > 0;
+  const bool misses = missesSomething(summary, conditions.failOnSkip);
   switch (verdictOf(summary, conditions.failedPackages)) {
     case RunVerdict::Failed:
       return ExitCode::kHardwareFailure;

@@ -22,14 +22,20 @@ inline constexpr int kUsage = 64;
 inline constexpr int kSignalBase = 128;
 }  // namespace ExitCode
 
+/// What was skipped and counts as no verdict.
+enum class FailOnSkip { Nothing, Privilege, Everything };
+
 /// What spoils a run beside its tests.
 struct RunConditions {
   std::size_t failedPackages = 0;  ///< packages that could not be loaded: no verdict on theirs
   bool isStrict = false;           ///< a warning counts as no verdict
-  bool failsOnSkip = false;        ///< so does what was not possible here
+  FailOnSkip failOnSkip = FailOnSkip::Nothing;
 };
 
 int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
+
+/// Whether a step that came to this keeps a run from ending with 0.
+bool isTrouble(StepRecord::Outcome outcome, const RunConditions& conditions);
 
 /// The same for a record, live or of a log, which knows its lost packages by itself.
 int exitCodeOf(const RunRecord& record, RunConditions conditions);

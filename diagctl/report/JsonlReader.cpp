@@ -71,6 +71,16 @@ Verdict verdictOf(const Json& object) {
       object.at("type"));
 }
 
+// Of a newer program, say: that it was skipped holds.
+SkipKind skipOf(const Json& content) {
+  static const std::map<std::string, SkipKind> kKinds = {
+      {"needs-privilege", SkipKind::NeedsPrivilege},
+      {"not-in-this-mode", SkipKind::NotInThisMode},
+      {"not-run", SkipKind::NotRun}};
+  const auto kind = kKinds.find(textOf(content, "kind"));
+  return kind != kKinds.end() ? kind->second : SkipKind::NotPossible;
+}
+
 // A log may come from anywhere: what it asks for is bounded before it is had.
 constexpr std::size_t kLongestLine = 2UL << 20U;  ///< bytes
 constexpr int kMostNesting = 32;
@@ -281,13 +291,14 @@ class RunParser {
   std::optional<RunEventBody> toStepEvent(const Json& artifact) {
     const std::string stepId = artifact.at("testStepId");
     if (artifact.contains("testStepStart")) {
-      m_open.try_emplace(stepId, false);
+      m_open.try_emplace(stepId);
       return toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes);
     }
     if (artifact.contains("testStepEnd")) {
       const RunStatus status = statusOf(artifact["testStepEnd"]);
       const auto open = m_open.extract(stepId);
-      return StepEnded{stepId, status, !open.empty() && open.mapped()};
+      const OpenStep step = open.empty() ? OpenStep() : open.mapped();
+      return StepEnded{stepId, status, step.isAborted, step.skip};
     }
     if (artifact.contains("extension")) {
       takeExtension(stepId, artifact["extension"]);
@@ -339,16 +350,28 @@ class RunParser {
     const std::string name = textOf(extension, "name");
     if (name == "pass") {
       m_pass = passesOf(extension.at("content").value("number", Json(1)).dump());
-    } else if (name == "aborted") {
-      if (const auto open = m_open.find(stepId); open != m_open.end()) {
-        open->second = true;
-      }
+      return;
+    }
+    const auto open = m_open.find(stepId);
+    if (open == m_open.end()) {
+      return;
+    }
+    if (name == "aborted") {
+      open->second.isAborted = true;
+    } else if (name == "skipped") {
+      open->second.skip = skipOf(extension.at("content"));
     }
   }
 
-  int m_passes = 1;                    ///< of each test of the run
-  int m_pass = 1;                      ///< of the next diagnosis
-  std::map<std::string, bool> m_open;  ///< steps that have not ended: whether aborted
+  /// What was said of a step's end.
+  struct OpenStep {
+    bool isAborted = false;
+    SkipKind skip = SkipKind::NotPossible;
+  };
+
+  int m_passes = 1;                        ///< of each test of the run
+  int m_pass = 1;                          ///< of the next diagnosis
+  std::map<std::string, OpenStep> m_open;  ///< steps that have not ended
 };
 
 }  // namespace

@@ -183,6 +183,25 @@ Json abortOf(const StepEnded& ended) {
   return step(ended.stepId, "extension", {{"name", "aborted"}, {"content", Json::object()}});
 }
 
+constexpr const char* nameOf(SkipKind kind) {
+  switch (kind) {
+    case SkipKind::NeedsPrivilege:
+      return "needs-privilege";
+    case SkipKind::NotInThisMode:
+      return "not-in-this-mode";
+    case SkipKind::NotRun:
+      return "not-run";
+    case SkipKind::NotPossible:
+      break;
+  }
+  return "not-possible";
+}
+
+Json skipOf(const StepEnded& ended) {
+  return step(ended.stepId, "extension",
+              {{"name", "skipped"}, {"content", {{"kind", nameOf(ended.skip)}}}});
+}
+
 // Characters that would steer a terminal can stand in strings alone, where JSON has a form for
 // them. The writer knows it for the first of them only.
 std::string escaped(const std::string& line) {
@@ -221,9 +240,12 @@ void JsonlReporter::handle(const RunEvent& event) {
   if (const auto* diagnosis = std::get_if<StepDiagnosis>(&event.body)) {
     write(timestamp, kStepArtifact, passOf(*diagnosis));
   }
-  if (const auto* ended = std::get_if<StepEnded>(&event.body);
-      ended != nullptr && ended->isAborted) {
-    write(timestamp, kStepArtifact, abortOf(*ended));
+  if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
+    if (ended->isAborted) {
+      write(timestamp, kStepArtifact, abortOf(*ended));
+    } else if (ended->status == RunStatus::Skip) {
+      write(timestamp, kStepArtifact, skipOf(*ended));
+    }
   }
   Artifact artifact = std::visit(ToArtifact(), event.body);
   if (!artifact.content.is_null()) {

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <map>
-#include <numeric>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -92,7 +91,12 @@ void writeCase(Printer& out, const StepRecord& step) {
     case StepRecord::Outcome::Aborted:
       out.print(R"(<error type="aborted" message="{}">{}</error>)", head, escape(text));
       break;
+    case StepRecord::Outcome::NotRun:
+      out.print(R"(<error type="not-run" message="{}"/>)", head);
+      break;
     case StepRecord::Outcome::Skipped:
+    case StepRecord::Outcome::SkippedForPrivilege:
+    case StepRecord::Outcome::SkippedForMode:
       out.print(R"(<skipped message="{}"/>)", head);
       break;
     case StepRecord::Outcome::Warning:
@@ -104,18 +108,30 @@ void writeCase(Printer& out, const StepRecord& step) {
   out.write("</testcase>\n");
 }
 
+bool isError(StepRecord::Outcome outcome) {
+  return outcome == StepRecord::Outcome::Trouble || outcome == StepRecord::Outcome::Aborted ||
+         outcome == StepRecord::Outcome::NotRun;
+}
+
+bool isAny(StepRecord::Outcome /*outcome*/) {
+  return true;
+}
+
+std::size_t sumOf(const OutcomeSums& sums, bool (*isMeant)(StepRecord::Outcome)) {
+  std::size_t sum = 0;
+  for (const auto& [outcome, count] : sums) {
+    sum += isMeant(outcome) ? count : 0;
+  }
+  return sum;
+}
+
 void beginSuite(Printer& out, const RunRecord& run, const std::string& name, OutcomeSums sums,
                 double seconds) {
-  const std::size_t tests =
-      std::accumulate(sums.begin(), sums.end(), std::size_t{0},
-                      [](std::size_t sum, const auto& entry) { return sum + entry.second; });
   out.print(
       "  <testsuite name=\"{}\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
       "time=\"{:.3f}\" timestamp=\"{}\" hostname=\"{}\">\n",
-      escape(name), tests, sums[StepRecord::Outcome::Failed],
-      sums[StepRecord::Outcome::Trouble] + sums[StepRecord::Outcome::Aborted],
-      sums[StepRecord::Outcome::Skipped], seconds, toTimestamp(run.begin()),
-      escape(run.machineName()));
+      escape(name), sumOf(sums, isAny), sums[StepRecord::Outcome::Failed], sumOf(sums, isError),
+      sumOf(sums, isSkipped), seconds, toTimestamp(run.begin()), escape(run.machineName()));
 }
 
 // Steps of which there were too many to hold: their sum, by the weightiest outcome among them.
@@ -131,8 +147,7 @@ void writeDropped(Printer& out, const RunRecord& run) {
             dropped.seconds);
   if (dropped.sums.contains(StepRecord::Outcome::Failed)) {
     out.print(R"(<failure type="further-tests" message="{}"/>)", sums);
-  } else if (dropped.sums.contains(StepRecord::Outcome::Trouble) ||
-             dropped.sums.contains(StepRecord::Outcome::Aborted)) {
+  } else if (sumOf(dropped.sums, isError) > 0) {
     out.print(R"(<error type="further-tests" message="{}"/>)", sums);
   }
   out.write("</testcase>\n  </testsuite>\n");

@@ -16,6 +16,13 @@ enum class Severity { Debug, Information, Warning, Error };
 enum class RunStatus { Complete, Error, Skip };
 enum class RunResult { Pass, Fail, NotApplicable };
 enum class Verdict { Pass, Fail, Unknown };
+/// Why a step that was skipped, and not aborted, has no verdict.
+enum class SkipKind {
+  NotPossible,     ///< the machine or the device has not what it needs
+  NeedsPrivilege,  ///< this user may not do what it needs
+  NotInThisMode,   ///< the diagnostic mode does not offer it
+  NotRun,          ///< the run was ended before its turn
+};
 
 struct HardwareItem {
   std::string id;  ///< unique in the run
@@ -97,6 +104,7 @@ struct StepEnded {
   std::string stepId;
   RunStatus status = RunStatus::Complete;
   bool isAborted = false;  ///< by a person, a signal or the total time
+  SkipKind skip = SkipKind::NotPossible;
 };
 
 /// Trouble or news that belongs to no step.

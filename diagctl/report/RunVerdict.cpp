@@ -11,7 +11,10 @@ RunSummary summaryOf(const RunRecord& record) {
   summary.warned = sums[Outcome::Warning];
   summary.troubled = sums[Outcome::Trouble];
   summary.aborted = sums[Outcome::Aborted];
-  summary.skipped = sums[Outcome::Skipped];
+  summary.notRun = sums[Outcome::NotRun];
+  summary.skippedForPrivilege = sums[Outcome::SkippedForPrivilege];
+  summary.skipped =
+      sums[Outcome::Skipped] + sums[Outcome::SkippedForMode] + summary.skippedForPrivilege;
   return summary;
 }
 
@@ -22,7 +25,7 @@ RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages) {
   if (summary.troubled > 0 || lostPackages > 0) {
     return RunVerdict::Troubled;
   }
-  if (summary.aborted > 0) {
+  if (summary.aborted > 0 || summary.notRun > 0) {
     return RunVerdict::Aborted;
   }
   if (summary.ran() == 0) {

@@ -14,7 +14,9 @@ struct RunSummary {
   std::size_t warned = 0;    ///< ended without a verdict, or with a warning
   std::size_t troubled = 0;  ///< the tool could not do its work
   std::size_t aborted = 0;   ///< ended by a person, a signal or the total time
-  std::size_t skipped = 0;   ///< not possible here
+  std::size_t notRun = 0;    ///< the run was ended before their turn
+  std::size_t skipped = 0;   ///< not possible here, for lack of a privilege or in this mode
+  std::size_t skippedForPrivilege = 0;  ///< of those
 
   std::size_t ran() const { return passed + failed + warned + troubled; }
 };

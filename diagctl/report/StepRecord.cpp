@@ -61,6 +61,20 @@ Contract::Ending endingOf(const StepRecord& step) {
                                                   : Contract::Ending::Passed;
 }
 
+StepRecord::Outcome outcomeOf(SkipKind kind) {
+  switch (kind) {
+    case SkipKind::NeedsPrivilege:
+      return StepRecord::Outcome::SkippedForPrivilege;
+    case SkipKind::NotInThisMode:
+      return StepRecord::Outcome::SkippedForMode;
+    case SkipKind::NotRun:
+      return StepRecord::Outcome::NotRun;
+    case SkipKind::NotPossible:
+      break;
+  }
+  return StepRecord::Outcome::Skipped;
+}
+
 /// Writes one event into the record of its step.
 struct IntoStep {
   StepRecord& step;
@@ -182,7 +196,7 @@ StepRecord::Outcome StepRecord::outcome() const {
     case Contract::Judgement::Aborted:
       return Outcome::Aborted;
     case Contract::Judgement::NotPossible:
-      return Outcome::Skipped;
+      return outcomeOf(ended->skip);
     case Contract::Judgement::Trouble:
     case Contract::Judgement::Contradicts:
       break;
@@ -265,8 +279,7 @@ bool RunRecord::holds(const StepRecord& ended) const {
     return false;
   }
   const StepRecord::Outcome came = ended.outcome();
-  const bool isTelling =
-      came != StepRecord::Outcome::Passed && came != StepRecord::Outcome::Skipped;
+  const bool isTelling = came != StepRecord::Outcome::Passed && !isSkipped(came);
   return m_size <= m_most + (isTelling ? m_most / 4 : 0);
 }
 
@@ -325,6 +338,12 @@ double RunRecord::seconds() const {
   return secondsBetween(m_begin, m_last);
 }
 
+bool isSkipped(StepRecord::Outcome outcome) {
+  return outcome == StepRecord::Outcome::Skipped ||
+         outcome == StepRecord::Outcome::SkippedForPrivilege ||
+         outcome == StepRecord::Outcome::SkippedForMode;
+}
+
 const char* toText(StepRecord::Outcome outcome) {
   switch (outcome) {
     case StepRecord::Outcome::Passed:
@@ -337,6 +356,12 @@ const char* toText(StepRecord::Outcome outcome) {
       return marked("without a verdict");
     case StepRecord::Outcome::Aborted:
       return marked("aborted");
+    case StepRecord::Outcome::NotRun:
+      return marked("not run");
+    case StepRecord::Outcome::SkippedForPrivilege:
+      return marked("skipped for lack of a privilege");
+    case StepRecord::Outcome::SkippedForMode:
+      return marked("skipped in this mode");
     case StepRecord::Outcome::Skipped:
       break;
   }
@@ -355,7 +380,7 @@ const char* wordOf(StepRecord::Outcome outcome) {
       return marked("ERROR");
     case StepRecord::Outcome::Aborted:
       return marked("ABORTED");
-    case StepRecord::Outcome::Skipped:
+    default:
       break;
   }
   return marked("SKIPPED");

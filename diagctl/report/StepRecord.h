@@ -38,7 +38,17 @@ std::string moreOf(const BoundedTexts& texts);
 
 /// What a report needs of one step, gathered from the stream.
 struct StepRecord {
-  enum class Outcome { Passed, Failed, Warning, Trouble, Aborted, Skipped };
+  enum class Outcome {
+    Passed,
+    Failed,
+    Warning,
+    Trouble,
+    Aborted,
+    NotRun,  ///< the run was ended before its turn
+    Skipped,
+    SkippedForPrivilege,
+    SkippedForMode,
+  };
 
   StepStarted start;
   std::chrono::system_clock::time_point begin;
@@ -146,6 +156,8 @@ class RunRecord {
   std::size_t m_size = 0;
 };
 
+/// Whether it was never meant to run here.
+bool isSkipped(StepRecord::Outcome outcome);
 /// For people, marked: "passed".
 const char* toText(StepRecord::Outcome outcome);
 /// The word that heads a line of a report, marked: "PASSED".

@@ -46,29 +46,16 @@ void TapReporter::handle(const RunEvent& event) {
   }
 }
 
-bool TapReporter::isOk(const StepRecord& step) const {
-  switch (step.outcome()) {
-    case StepRecord::Outcome::Passed:
-      return true;
-    case StepRecord::Outcome::Warning:
-      return !m_conditions.isStrict;
-    case StepRecord::Outcome::Skipped:
-      return !m_conditions.failsOnSkip;
-    default:
-      return false;
-  }
-}
-
 void TapReporter::writeStep(const StepRecord& step) {
-  const bool isWell = isOk(step);
-  const bool isSkipped = isWell && step.outcome() == StepRecord::Outcome::Skipped;
+  const bool isWell = !isTrouble(step.outcome(), m_conditions);
+  const bool isLeftOut = isWell && isSkipped(step.outcome());
   m_out.print("{} {} - {}: {} on {}{}\n", isWell ? "ok" : "not ok", ++m_number,
               plain(step.start.package), plain(step.start.test), plain(step.start.device),
-              isSkipped ? " # SKIP " + plain(step.headline()) : "");
+              isLeftOut ? " # SKIP " + plain(step.headline()) : "");
   if (!isWell) {
     m_hasFailed = true;
     writeAccount(step);
-  } else if (!isSkipped) {
+  } else if (!isLeftOut) {
     writeRemarks("# ", step.findings);
     writeRemarks("# -> ", step.actions);
   }

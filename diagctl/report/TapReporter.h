@@ -23,7 +23,6 @@ class TapReporter : public Reporter {
   void finish() override;
 
  private:
-  bool isOk(const StepRecord& step) const;
   void writeStep(const StepRecord& step);
   void writeAccount(const StepRecord& step);
   void writeList(const char* key, const BoundedTexts& texts);

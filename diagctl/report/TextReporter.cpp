@@ -40,8 +40,14 @@ void TextReporter::handle(const RunEvent& event) {
     closeRun();
     m_out.write("\n");
   }
-  if (const StepRecord* ended = m_record.handle(event)) {
+  if (const StepRecord* ended = m_record.handle(event);
+      ended != nullptr && ended->outcome() != StepRecord::Outcome::NotRun) {
     writeStep(*ended);
+  }
+  if (const auto* message = std::get_if<RunMessage>(&event.body);
+      message != nullptr && message->severity == Severity::Information) {
+    m_out.print("{}\n\n", message->text);
+    m_out.flush();
   }
   if (start != nullptr) {
     m_out.say("{} {} on {}\n", start->name, start->version, start->machineName);
@@ -105,6 +111,14 @@ void TextReporter::closeRun() {
   }
   if (m_record.troubles().omitted() > 0) {
     writeIndented(m_out, "         ", moreOf(m_record.troubles()));
+  }
+  OutcomeSums sums = m_record.sums();
+  if (const std::size_t notRun = sums[StepRecord::Outcome::NotRun]; notRun > 0) {
+    writeVerdict(StepRecord::Outcome::NotRun);
+    m_out.print("  {}\n",
+                notRun == 1
+                    ? tr("1 test was not run: the run was ended before its turn.")
+                    : tr("{} tests were not run: the run was ended before their turn.", notRun));
   }
   const std::string summary = toText(m_record.sums());
   m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.begun(), m_record.seconds(),

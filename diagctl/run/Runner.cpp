@@ -1,6 +1,7 @@
 #include "diagctl/run/Runner.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
@@ -70,6 +71,7 @@ const RunRecord& Runner::run(const RunStarted& start) {
   m_events.open(m_session.controller(), m_session.wakeups());
   m_results.open(m_session.controller(), m_session.wakeups());
   tell(start);
+  tellMissingPrivileges();
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
@@ -144,8 +146,25 @@ void Runner::tellSkipped() {
                      passesOf(m_plan.options)});
     tell(StepMessage{id, Severity::Information, pair.package->describe(*pair.device, *pair.test),
                      ""});
-    tell(StepEnded{id, RunStatus::Skip});
+    tell(StepEnded{id, RunStatus::Skip, false, pair.package->skipKindOf(*pair.device, *pair.test)});
   }
+}
+
+// Said once, before all that follows from it.
+void Runner::tellMissingPrivileges() {
+  if (geteuid() == 0) {
+    return;
+  }
+  const auto needing =
+      std::count_if(m_plan.skipped.begin(), m_plan.skipped.end(), [](const SelectedPair& pair) {
+        return pair.package->skipKindOf(*pair.device, *pair.test) == SkipKind::NeedsPrivilege;
+      });
+  tell(RunMessage{
+      Severity::Information,
+      needing == 0 ? tr("Not run by root; no selected test was found to need that.")
+      : needing == 1
+          ? tr("Not run by root: 1 test that needs a privilege is skipped.")
+          : tr("Not run by root: {} tests that need a privilege are skipped.", needing)});
 }
 
 // A device that is not there is a finding on the hardware, and a step of the report like any other.
@@ -347,7 +366,11 @@ void Runner::hold() {
   }
 }
 
+// What runs is told to have begun, as nobody will look any more.
 void Runner::abort(Step& step) {
+  if (m_watch.runningPass(step.requestId)) {
+    step.judge.begin();
+  }
   step.judge.abort();
   m_session.controller().abortTest(step.requestId);
 }
@@ -356,10 +379,14 @@ void Runner::abort(Step& step) {
 void Runner::abortAll() {
   m_isAborted = true;
   m_hold = Hold::None;
-  for (Step& step : m_steps) {
-    if (!step.isOver) {
-      m_session.controller().resumeTest(step.requestId);
-      abort(step);
+  // What waits comes first, or the end of what runs would let it begin.
+  for (const bool runs : {false, true}) {
+    for (Step& step : m_steps) {
+      if (!step.isOver && !step.judge.isAborted() &&
+          (runs || !m_watch.runningPass(step.requestId))) {
+        m_session.controller().resumeTest(step.requestId);
+        abort(step);
+      }
     }
   }
 }
@@ -473,7 +500,6 @@ void Runner::endJudgedSteps(const Step& beginning) {
 }
 
 void Runner::end(Step& step) {
-  step.judge.begin();
   m_changedAt = Clock::now();
   step.isOver = true;
   if (step.repetition != nullptr) {

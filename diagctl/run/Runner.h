@@ -47,6 +47,7 @@ class Runner {
   enum class Hold { None, Suspended, Resumed };
 
   void tellSkipped();
+  void tellMissingPrivileges();
   void tellMissingDevices();
   void queueAll();
   void queue(Step& step, const std::string& parameters);

@@ -10,6 +10,7 @@
 
 #include "diagctl/run/Comparison.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Crash.h"
 #include "packagekit/contract/KitCodes.h"
@@ -42,6 +43,12 @@ std::string plainText(const Diag::DiagnosticEvent& event) {
 std::string meaningOf(const CodeEntry& entry, const DiagCtrl::DiagCtrlEvent& event) {
   return entry.eventNumber ? told(entry.meaning)
                            : fmt::format("{} ({})", told(entry.meaning), event.getEventCode());
+}
+
+// Of the event of a test that was not possible, behind what the test is.
+std::string reasonIn(const std::vector<std::string>& parameters) {
+  constexpr std::size_t kReason = 3;
+  return parameters.size() > kReason ? parameters[kReason] : std::string();
 }
 
 // A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
@@ -97,6 +104,7 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   }
   if (effect == Contract::RunEffect::NotPossible && m_cut == Cut::None) {
     m_cut = Cut::NotPossible;
+    m_skip = skipKindOf(reasonIn(event.getParamVector()));
   }
   const Severity severity = severityOf(event.getEventType());
   if (severity == Severity::Information) {
@@ -282,7 +290,13 @@ void StepJudge::end(const CrashFinding& finding) {
 }
 
 void StepJudge::end() {
+  const bool hasRun = hasBegun();
   begin();
+  if (!hasRun && isAborted()) {
+    m_stream.tell(StepMessage{m_id, Severity::Information, tr("Ended before its turn."), ""});
+    m_stream.tell(StepEnded{m_id, RunStatus::Skip, false, SkipKind::NotRun});
+    return;
+  }
   tellCrashes("");
   const StepRecord& step = *record();
   if (m_results == 0 && !isAborted() && step.troubles == 0) {
@@ -293,7 +307,7 @@ void StepJudge::end() {
   if (isAborted() && !step.hasFailed() && step.troubles == 0) {
     m_stream.tell(StepMessage{m_id, Severity::Warning, tr("Aborted before its end."), ""});
   }
-  m_stream.tell(StepEnded{m_id, status(), isAborted()});
+  m_stream.tell(StepEnded{m_id, status(), isAborted(), m_skip});
 }
 
 RunStatus StepJudge::status() const {

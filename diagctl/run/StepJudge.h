@@ -102,6 +102,7 @@ class StepJudge {
   Stream m_stream;
   std::string m_id;
   Cut m_cut = Cut::None;
+  SkipKind m_skip = SkipKind::NotPossible;
   int m_results = 0;
   Finding m_lastFinding;           ///< of the present pass
   std::optional<Finding> m_fault;  ///< the last error event of the package

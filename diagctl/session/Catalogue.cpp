@@ -134,6 +134,11 @@ std::string PackageItem::describe(const DeviceItem& device, const TestItem& test
   return reason != reasons.end() ? tr("not supported: {}", reason->second) : tr("not supported");
 }
 
+SkipKind PackageItem::skipKindOf(const DeviceItem& device, const TestItem& test) const {
+  const auto kind = skipKinds.find({device.id, test.id});
+  return kind != skipKinds.end() ? kind->second : SkipKind::NotPossible;
+}
+
 std::size_t Catalogue::numberOfDevices() const {
   return std::accumulate(
       packages.begin(), packages.end(), std::size_t{0},

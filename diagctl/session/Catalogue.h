@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "DiagCtrl/DiagnosticController.h"
+#include "diagctl/report/RunEvents.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -43,10 +44,13 @@ struct PackageItem {
   std::vector<int> withdrawnTests;  ///< withdrawn for this machine or operating system
   std::map<std::pair<unsigned int, int>, PairState> pairs;      ///< by device and test
   std::map<std::pair<unsigned int, int>, std::string> reasons;  ///< why not supported, if known
+  std::map<std::pair<unsigned int, int>, SkipKind> skipKinds;   ///< the same in a word
 
   PairState stateOf(const DeviceItem& device, const TestItem& test) const;
   /// What the state of a pair means, for people: "not supported: there is no such sensor".
   std::string describe(const DeviceItem& device, const TestItem& test) const;
+  /// The kind of reason for which a pair is skipped.
+  SkipKind skipKindOf(const DeviceItem& device, const TestItem& test) const;
 };
 
 /// A package that is there and could not be used.

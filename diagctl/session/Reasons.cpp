@@ -3,11 +3,23 @@
 #include <map>
 #include <tuple>
 
-#include "packagekit/contract/Texts.h"
+#include "packagekit/contract/ReasonKind.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace Contract = PackageKit::Contract;
+
+SkipKind skipKindOf(const std::string& reason) {
+  switch (Contract::kindOf(reason)) {
+    case Contract::ReasonKind::NeedsPrivilege:
+      return SkipKind::NeedsPrivilege;
+    case Contract::ReasonKind::NotInThisMode:
+      return SkipKind::NotInThisMode;
+    case Contract::ReasonKind::NotPossible:
+      break;
+  }
+  return SkipKind::NotPossible;
+}
 
 void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& lines,
                 const Texts& texts) {
@@ -22,6 +34,7 @@ void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& 
         const auto reason =
             reasons.find({package.baseName, test.id, Contract::toSupportField(device.tag)});
         if (reason != reasons.end()) {
+          package.skipKinds[{device.id, test.id}] = skipKindOf(reason->second->reason);
           package.reasons[{device.id, test.id}] =
               texts.reason(package.index, reason->second->reason) +
               Contract::inBrackets(reason->second->detail);

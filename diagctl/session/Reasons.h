@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "diagctl/session/Catalogue.h"
@@ -7,6 +8,9 @@
 #include "packagekit/contract/SupportLines.h"
 
 namespace TarvexDiags::FrontEnd {
+
+/// The kind of a reason that a package gives.
+SkipKind skipKindOf(const std::string& reason);
 
 /// Fills in why tests are not supported, as far as packages said so while they were enumerated: the
 /// controller knows a yes or no alone.

@@ -182,10 +182,14 @@ TEST_F(Diagctl, both_shells_complete_values_behind_an_equals_sign_and_formats_of
   EXPECT_EQ(completions("diagctl run --format = j", file), (Words{"jsonl", "junit", "json"}));
   EXPECT_EQ(completions("diagctl list --format =", file), (Words{"text", "json"}));
   EXPECT_EQ(completions("diagctl run -o j", file), (Words{"jsonl=", "junit="}));
-  const auto offers = completionsOfZsh(
-      {"diagctl run --format=j", "diagctl list --format=", "diagctl run -o j"}, file);
+  EXPECT_EQ(completions("diagctl run --fail-on-skip = p", file), Words{"privilege"});
+  const auto offers =
+      completionsOfZsh({"diagctl run --format=j", "diagctl list --format=", "diagctl run -o j",
+                        "diagctl run --fail-on-skip=p"},
+                       file);
   EXPECT_EQ(offers,
-            (std::vector<Words>{{"jsonl", "junit", "json"}, {"text", "json"}, {"jsonl", "junit"}}));
+            (std::vector<Words>{
+                {"jsonl", "junit", "json"}, {"text", "json"}, {"jsonl", "junit"}, {"privilege"}}));
 }
 
 TEST_F(Diagctl, the_manual_names_every_verb_and_option) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
 #include <sys/stat.h>
@@ -26,6 +27,7 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -289,8 +291,8 @@ TEST_F(Diagctl, total_time_ends_the_run_without_a_verdict) {
   addSlowPackage();
   const Outcome outcome = run({"run", "--total-time", "1s"});
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(outcome.out, AllOf(HasSubstr("ABORTED  Package SLOW: Long on One"),
-                                 HasSubstr("1 aborted"), Not(HasSubstr("SKIPPED"))));
+  EXPECT_THAT(outcome.out, AnyOf(HasSubstr("ABORTED  Package SLOW: Long on One"),
+                                 HasSubstr("SKIPPED  1 test was not run")));
   EXPECT_THAT(outcome.err, HasSubstr("total time is used up"));
 }
 
@@ -298,6 +300,90 @@ TEST_F(Diagctl, total_time_of_three_centuries_ends_nothing) {
   place.addPackage("MIX", {{.name = "Good"}}, {{"Left", "bus/left"}});
   const Outcome outcome = run({"run", "-q", "--total-time", "107000d"});
   EXPECT_EQ(outcome.exitCode, kPassed) << outcome.out << outcome.err;
+}
+
+TEST_F(Diagctl, tests_whose_turn_never_came_are_not_run_and_told_in_one_line) {
+  place.addPackage("ROW",
+                   {{.name = "Long", .milliseconds = 60'000},
+                    {.name = "Second", .milliseconds = 60'000},
+                    {.name = "Third", .milliseconds = 60'000}},
+                   {{"One", "bus/one"}});
+  const std::string log = place.path("run.jsonl");
+  Program program(withControlFile({"run", "--serial", "-o", "jsonl=" + log}));
+  ASSERT_TRUE(program.waitFor("running  Package ROW: Long"));
+  program.signal(SIGTERM);
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 128 + SIGTERM);
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("ABORTED  Package ROW: Long on One"),
+                                 HasSubstr("SKIPPED  2 tests were not run: "),
+                                 HasSubstr("1 aborted, 2 not run"), Not(HasSubstr("Second"))));
+  const auto lines = parseLines(contentsOf(log));
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  const Json notRun = {{"name", "skipped"}, {"content", {{"kind", "not-run"}}}};
+  const auto extensions = artifacts(lines, "extension");
+  EXPECT_EQ(std::count(extensions.begin(), extensions.end(), notRun), 2);
+  const Outcome report = diagctl({"report", log});
+  EXPECT_EQ(report.exitCode, kNoVerdict);
+  EXPECT_EQ(report.out, outcome.out);
+}
+
+TEST_F(Diagctl, what_the_mode_does_not_offer_is_skipped_for_that) {
+  place.useMisbehavingPackage();
+  const Outcome outcome = run({"run", "-q", "-t", "Destructive", "-t", "Behaves", "-d", "Unit 0",
+                               "--format", "jsonl", "--fail-on-skip=privilege"});
+  EXPECT_EQ(outcome.exitCode, kPassed) << "no privilege is missing";
+  EXPECT_THAT(artifacts(parseLines(outcome.out), "extension"),
+              Contains(Json{{"name", "skipped"}, {"content", {{"kind", "not-in-this-mode"}}}}));
+  EXPECT_EQ(
+      run({"run", "-q", "-t", "Destructive", "-t", "Behaves", "-d", "Unit 0", "--fail-on-skip"})
+          .exitCode,
+      kNoVerdict);
+  EXPECT_THAT(run({"run", "-q", "-t", "Destructive", "-t", "Behaves", "-d", "Unit 0"}).out,
+              HasSubstr("1 passed, 1 skipped in this mode"));
+}
+
+TEST_F(Diagctl, what_this_user_may_not_do_is_skipped_for_that) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root has capabilities to be without";
+  }
+  const fs::path packages = fs::path(place.path("packages"));
+  fs::remove_all(packages);
+  fs::copy(fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "packages", packages,
+           fs::copy_options::recursive);
+  const std::string disk = place.path("locked.disk");
+  place.write(disk, std::string(std::size_t{1} << 20, 'x'));
+  fs::permissions(disk, fs::perms::none);
+  place.replaceIn((packages / "storage.cfg").string(), "[Package]\n",
+                  "[Package]\nDeviceFile1=" + disk + "\n");
+  Program::Options powerless;
+  powerless.withoutCapabilities = {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH};
+  const std::vector<std::string> arguments = {
+      "--allow-insecure", "run", "-q", "-p", "storage", "-d", "*locked*", "-t", "Random read"};
+  const Outcome outcome = run(arguments, powerless);
+  EXPECT_EQ(outcome.exitCode, kNothingRan) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("this user may not read the disk"),
+                                 HasSubstr("1 skipped for lack of a privilege")));
+  std::vector<std::string> strictly = arguments;
+  strictly.emplace_back("--fail-on-skip=privilege");
+  EXPECT_EQ(run(strictly, powerless).exitCode, kNoVerdict);
+}
+
+TEST_F(Diagctl, a_plain_user_is_told_first_what_that_costs) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "it takes root to become somebody else";
+  }
+  const std::vector<std::string> arguments = {
+      "--allow-insecure", "run", "-q", "--quick", "-p", "network", "-t", "Loopback datagrams"};
+  Program::Options nobody;
+  nobody.user = 65534;
+  const Outcome outcome = diagctl(arguments, nobody);
+  if (outcome.exitCode == 126 || outcome.exitCode == 127) {
+    GTEST_SKIP() << "the program lies where a plain user cannot read it";
+  }
+  const std::size_t remark = outcome.out.find("Not run by root");
+  EXPECT_LT(remark, outcome.out.find("PASSED ")) << outcome.out << outcome.err;
+  EXPECT_EQ(outcome.out.find("Not run by root", remark + 1), std::string::npos);
+  EXPECT_THAT(diagctl(arguments).out, Not(HasSubstr("by root")));
 }
 
 TEST_F(Diagctl, serial_runs_one_test_at_a_time_and_parallel_several) {
