@@ -289,7 +289,8 @@ void reportCounters(const std::string& device, const ErrorCounters& before,
   }
 }
 
-void reportResult(TestContext& context, const TestReport& report, RunJournal& journal) {
+void reportResult(TestContext& context, const Region& region, const TestReport& report,
+                  RunJournal& journal) {
   const std::string& device = context.device().name;
   const double rate =
       report.seconds > 0 ? static_cast<double>(report.bytesVerified) / report.seconds / 1e6 : 0;
@@ -300,6 +301,9 @@ void reportResult(TestContext& context, const TestReport& report, RunJournal& jo
   journal.report(MemoryVerified, {device, megabytes(report.bytesVerified),
                                   std::to_string(static_cast<std::uint64_t>(rate))});
   context.measurement("verifiedRate", rate, "MB/s");
+  const std::uint64_t covered = std::min<std::uint64_t>(region.bytes(), report.bytesVerified);
+  context.measurement("coveredBytes", static_cast<double>(covered), "B");
+  context.measurement("totalBytes", static_cast<double>(nodeOf(context.device()).bytes), "B");
 }
 
 }  // namespace
@@ -326,7 +330,7 @@ PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
     if (report.miscompares == 0) {
       context.throwIfStopped();
     }
-    reportResult(context, report, journal);
+    reportResult(context, *workbench.region, report, journal);
   });
 }
 
@@ -382,7 +386,6 @@ std::vector<Device> findNodeDevices(const Environment& environment) {
   for (const Node& node : findNodes(SystemFiles(root))) {
     Device device;
     device.name = node.number < 0 ? "Memory" : "Memory of node " + std::to_string(node.number);
-    device.name += " (" + megabytes(node.bytes) + " MiB)";
     device.resourceTag = parent + "/" + node.tagComponent();
     device.disableName = node.tagComponent();
     std::string cpus;

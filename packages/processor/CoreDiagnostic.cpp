@@ -124,6 +124,7 @@ void reportResult(TestContext& context, const TestReport& report, std::size_t cl
   context.measurement("verifiedShare", share, "%");
   context.measurement("verifiedTime", report.verifiedSeconds, "s");
   context.measurement("resultsCompared", static_cast<double>(report.checkedResults));
+  context.measurement("coveredCores", 1);
 }
 
 void reportMissing(const std::string& device, const ProcessorTest& test, RunJournal& journal) {

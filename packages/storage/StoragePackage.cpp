@@ -157,6 +157,11 @@ Support canHoldFile(const Device& device, const Environment&) {
   return supportOf([&] { findFilePlace(diskOf(device), kMebibyte); });
 }
 
+void reportCoverage(TestContext& context, const Disk& disk, std::uint64_t bytes) {
+  context.measurement("coveredBytes", static_cast<double>(bytes), "B");
+  context.measurement("totalBytes", static_cast<double>(disk.bytes), "B");
+}
+
 /// @brief Seconds to read the whole disk, by a cautious guess of its speed.
 int secondsToScan(const Disk& disk) {
   const std::uint64_t bytesPerSecond = disk.rotational ? 150'000'000 : 500'000'000;
@@ -303,6 +308,7 @@ Verdict sequentialScan(TestContext& context) {
     options.minimumRate = context.value(kMinimumRate) * 1e6;
     const ReadFigures figures = scanSequentially(*source, options, disk.name, journal);
     context.measurement("readRate", megabytesPerSecond(figures.bytes, figures.elapsed), "MB/s");
+    reportCoverage(context, disk, figures.bytes);
   });
 }
 
@@ -312,6 +318,7 @@ Verdict randomRead(TestContext& context) {
     const RandomOptions options{context.value(kReads), context.seed()};
     const ReadFigures figures = readRandomly(*source, options, disk.name, journal);
     context.measurement("randomReads", rateOf(figures.reads, figures.elapsed), "reads/s");
+    reportCoverage(context, disk, figures.bytes);
   });
 }
 
@@ -320,7 +327,7 @@ Verdict readStability(TestContext& context) {
     const auto source = openDisk(disk, sourceOptions(context), journal);
     StabilityOptions options;
     options.bytes = bytesOf(context, kCompareMegabytes);
-    checkStability(*source, options, disk.name, journal);
+    reportCoverage(context, disk, checkStability(*source, options, disk.name, journal).bytes);
   });
 }
 
@@ -337,7 +344,7 @@ Verdict latencyOutliers(TestContext& context) {
         std::min<std::uint64_t>(context.value(kLimitMilliseconds), kMostMilliseconds));
     options.factor = context.value(kFactor);
     options.allowedStalls = context.value(kAllowedStalls);
-    findSlowBlocks(*source, options, disk.name, journal);
+    reportCoverage(context, disk, findSlowBlocks(*source, options, disk.name, journal).bytes);
   });
 }
 
@@ -369,6 +376,7 @@ Verdict writeVerify(TestContext& context) {
     const WriteVerifyFigures figures = writeAndVerify(*source, options, disk.name, journal);
     context.measurement("writeRate", megabytesPerSecond(figures.bytes, figures.writing), "MB/s");
     context.measurement("verifyRate", megabytesPerSecond(figures.bytes, figures.verifying), "MB/s");
+    reportCoverage(context, disk, figures.bytes);
   });
 }
 

@@ -67,6 +67,8 @@ TEST_F(MemoryPackageTest, good_memory_passes_every_test_on_memory_of_its_own) {
   EXPECT_EQ(regions, static_cast<long>(kAllTests.size()));
   EXPECT_EQ(run.parametersOf(RegionReady).at(1), "4");
   EXPECT_GT(std::stod(run.measurement("verifiedRate")), 0);
+  EXPECT_GT(std::stod(run.measurement("coveredBytes")), 0);
+  EXPECT_GT(std::stod(run.measurement("totalBytes")), std::stod(run.measurement("coveredBytes")));
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
 

@@ -72,6 +72,7 @@ TEST_F(ProcessorPackageTest, every_core_passes_every_test_that_it_supports) {
     EXPECT_EQ(run.verdict, DiagnosticResult::PASSED) << name;
     EXPECT_TRUE(run.has(CoreVerified));
     EXPECT_GT(std::stod(run.measurement("resultsCompared")), 0);
+    EXPECT_EQ(std::stod(run.measurement("coveredCores")), 1);
   }
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }

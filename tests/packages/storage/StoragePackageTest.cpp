@@ -55,6 +55,8 @@ TEST_F(StoragePackage, passes_every_test_on_a_sound_device) {
     EXPECT_TRUE(run.has(code)) << code;
   }
   EXPECT_GT(std::stod(run.measurement("readRate")), 0);
+  EXPECT_GT(std::stod(run.measurement("coveredBytes")), 0);
+  EXPECT_GE(std::stod(run.measurement("totalBytes")), std::stod(run.measurement("coveredBytes")));
   EXPECT_GT(std::stod(run.measurement("verifyRate")), 0);
   EXPECT_THAT(driver.eventsWithoutToken(), IsEmpty());
 }
