@@ -73,10 +73,25 @@ std::map<std::string, Suite> suitesOf(const RunRecord& record) {
   return suites;
 }
 
+void writeProperty(Printer& out, const std::string& name, const std::string& value) {
+  out.print(R"(<property name="{}" value="{}"/>)", escape(name), escape(value));
+}
+
+void writeProperties(Printer& out, const StepRecord& step) {
+  out.write("<properties>");
+  writeProperty(out, "verdict", wordOf(step.outcome()));
+  writeProperty(out, "passes", fmt::format("{}/{}", step.passes(), step.start.passes));
+  for (const StepMeasurement& figure : step.figures) {
+    writeProperty(out, figure.name, describe(figure));
+  }
+  out.write("</properties>");
+}
+
 void writeCase(Printer& out, const StepRecord& step) {
   out.print(R"(    <testcase classname="{}" name="{} on {}" time="{:.3f}">)",
             escape(step.start.package), escape(step.start.test), escape(step.start.device),
             step.seconds());
+  writeProperties(out, step);
   const std::string text = linesOf("", step.findings) + linesOf("-> ", step.actions);
   const std::string head = escape(step.headline());
   switch (step.outcome()) {

@@ -95,7 +95,7 @@ struct IntoStep {
         ++step.warnings;
         takeFirst(step.warning, message.text);
       }
-    } else {
+    } else if (message.severity == Severity::Information) {
       takeOver(step.news, message.text);
     }
   }
@@ -111,6 +111,13 @@ struct IntoStep {
                 diagnosis.message);
     }
     tell(diagnosis.message, diagnosis.action);
+  }
+  void operator()(const StepMeasurement& figure) const {
+    const auto* const words = std::get_if<std::string>(&figure.value);
+    if (figure.name == FigureName::kSeed && words != nullptr && step.findings.empty()) {
+      takeOver(step.seed, *words);
+    }
+    step.size += step.figures.take(figure, room);
   }
   void operator()(const StepTrouble& trouble) const {
     ++step.troubles;
@@ -133,6 +140,9 @@ struct IntoStep {
   void tell(const std::string& finding, const std::string& action) const {
     const std::size_t taken = step.findings.add(finding, room);
     step.size += taken + step.actions.add(action, room - taken);
+    if (step.advice.size() < step.findings.size()) {
+      step.advice.push_back(step.actions.placeOf(action));
+    }
   }
   void takeFirst(std::string& place, const std::string& text) const {
     if (place.empty()) {
@@ -173,6 +183,12 @@ std::size_t BoundedTexts::add(const std::string& text, std::size_t room) {
   m_texts.push_back(kept);
   m_size += size;
   return size;
+}
+
+std::optional<std::size_t> BoundedTexts::placeOf(const std::string& text) const {
+  const auto found = std::find(m_texts.begin(), m_texts.end(), cut(text));
+  return found != m_texts.end() ? std::optional(static_cast<std::size_t>(found - m_texts.begin()))
+                                : std::nullopt;
 }
 
 std::string moreOf(const BoundedTexts& texts) {
@@ -248,6 +264,9 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     return nullptr;
   }
   step.end = event.time;
+  if (!isSkipped(step.outcome())) {
+    m_coverage.take(step.start.device, step.figures, step.seconds());
+  }
   return holds(step) ? &step : drop(entry);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/report/Figures.h"
 #include "diagctl/report/RunEvents.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -24,6 +25,10 @@ class BoundedTexts {
   auto end() const { return m_texts.end(); }
   bool empty() const { return m_texts.empty(); }
   const std::string& front() const { return m_texts.front(); }
+  /// Where a text stands among those that are kept.
+  std::optional<std::size_t> placeOf(const std::string& text) const;
+  const std::string& operator[](std::size_t place) const { return m_texts[place]; }
+  std::size_t size() const { return m_texts.size(); }
   /// How many were told and are not kept; those that were told again among them count again.
   std::size_t omitted() const { return m_omitted; }
 
@@ -55,11 +60,15 @@ struct StepRecord {
   std::chrono::system_clock::time_point end;
   BoundedTexts findings;
   BoundedTexts actions;
+  /// What to do about each of the findings: its place among the actions; nothing for none.
+  std::vector<std::optional<std::size_t>> advice;
+  Figures figures;
   std::string failure;              ///< the first of its kind among the findings; empty: none
   std::string trouble;              ///< the same
   std::string warning;              ///< the same
   std::string news;                 ///< what was told last that is no finding
   std::string symptom;              ///< of the first failure, or else of the first trouble
+  std::string seed;                 ///< of the pass of the first finding, or else of the last pass
   std::map<Verdict, int> verdicts;  ///< how many passes were judged so
   std::size_t troubles = 0;         ///< of the tool
   std::size_t warnings = 0;         ///< that were told
@@ -108,6 +117,7 @@ class RunRecord {
   /// @return the step that the event has ended, if it has; valid until the next event.
   const StepRecord* handle(const RunEvent& event);
 
+  const Coverage& coverage() const { return m_coverage; }
   const std::string& machineName() const { return m_machineName; }
   const BoundedTexts& troubles() const { return m_troubles; }
   /// How many troubles were told.
@@ -142,6 +152,7 @@ class RunRecord {
   Ended m_ended = Ended::Held;
   std::size_t m_most = kUnbounded;
   std::string m_machineName;
+  Coverage m_coverage;
   Steps m_steps;
   std::size_t m_lastPlace = 0;
   DroppedSteps m_dropped;

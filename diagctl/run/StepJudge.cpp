@@ -84,6 +84,8 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   begin();
   if (event.getEventCode() == PackageKit::TEST_STARTED) {
     m_seed = Contract::toSeed(event.getParamVector());
+    m_stream.tell(StepMeasurement{m_id, FigureName::kSeed, std::to_string(m_seed), "",
+                                  hardwareIdOf(m_planned.pair)});
   }
   const Contract::RunEffect effect = Contract::effectOf(event.getEventType(), event.getEventCode());
   if (effect == Contract::RunEffect::Measurement) {
@@ -108,7 +110,9 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   }
   const Severity severity = severityOf(event.getEventType());
   if (severity == Severity::Information) {
-    m_stream.tell(StepMessage{m_id, severity, text, ""});  // nothing is to be done about it
+    // Nothing is to be done about it, and that a test has started says nothing of its device.
+    const bool isNews = event.getEventCode() != PackageKit::TEST_STARTED;
+    m_stream.tell(StepMessage{m_id, isNews ? severity : Severity::Debug, text, ""});
     return;
   }
   m_lastFinding = {toSymptom(m_texts.token(package, event).value_or("")), text, action};

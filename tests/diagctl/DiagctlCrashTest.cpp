@@ -80,8 +80,8 @@ class CrashedTest : public Diagctl {
     EXPECT_EQ(artifacts(lines(), "error").at(0)["symptom"], "worker-crashed");
     EXPECT_EQ(artifacts(lines(), "testStepEnd").at(0)["status"], "ERROR");
     EXPECT_EQ(artifacts(lines(), "testRunEnd").at(0)["status"], "ERROR");
-    EXPECT_EQ(onlyCase()["children"].at(0)["tag"], "error");
-    EXPECT_EQ(onlyCase()["children"].at(0)["attributes"]["type"], "worker-crashed");
+    EXPECT_EQ(onlyCase()["children"].at(1)["tag"], "error");
+    EXPECT_EQ(onlyCase()["children"].at(1)["attributes"]["type"], "worker-crashed");
     EXPECT_FALSE(onlyPoint().isOk);
     EXPECT_EQ(onlyPoint().directive, "");
     EXPECT_EQ(onlyPoint().words["symptom"], "worker-crashed");
@@ -95,8 +95,8 @@ class CrashedTest : public Diagctl {
     EXPECT_EQ(diagnosis["type"], "FAIL");
     EXPECT_EQ(diagnosis["verdict"], symptom);
     EXPECT_EQ(artifacts(lines(), "testRunEnd").at(0)["result"], "FAIL");
-    EXPECT_EQ(onlyCase()["children"].at(0)["tag"], "failure");
-    EXPECT_EQ(onlyCase()["children"].at(0)["attributes"]["type"], symptom);
+    EXPECT_EQ(onlyCase()["children"].at(1)["tag"], "failure");
+    EXPECT_EQ(onlyCase()["children"].at(1)["attributes"]["type"], symptom);
     EXPECT_FALSE(onlyPoint().isOk);
     EXPECT_EQ(onlyPoint().directive, "");
     expectOneConsistentStep(outcome);
@@ -111,7 +111,7 @@ class CrashedTest : public Diagctl {
     EXPECT_THAT(artifacts(lines(), "error"), IsEmpty());
     EXPECT_EQ(artifacts(lines(), "testStepEnd").at(0)["status"], "COMPLETE");
     EXPECT_EQ(artifacts(lines(), "testRunEnd").at(0)["result"], "PASS");
-    EXPECT_EQ(onlyCase()["children"].at(0)["tag"], "system-out");
+    EXPECT_EQ(onlyCase()["children"].at(1)["tag"], "system-out");
     EXPECT_TRUE(onlyPoint().isOk);
     expectOneConsistentStep(outcome);
   }

@@ -144,16 +144,32 @@ TEST_F(Diagctl, junit_counts_and_nests) {
     EXPECT_EQ(each["attributes"]["classname"], "Package MIX");
     inside[each["attributes"]["name"]] = each["children"];
   }
-  EXPECT_EQ(inside.at("Good on Left"), Json::array());
-  const Json failure = inside.at("Bad on Left").at(0);
+  ASSERT_EQ(inside.at("Good on Left").size(), 1U);
+  EXPECT_EQ(inside.at("Good on Left").at(0)["tag"], "properties");
+  const Json failure = inside.at("Bad on Left").at(1);
   EXPECT_EQ(failure["tag"], "failure");
   EXPECT_EQ(failure["attributes"]["type"], "line-stuck");
   EXPECT_EQ(failure["attributes"]["message"], "line 3 is stuck.");
   EXPECT_EQ(failure["text"], "line 3 is stuck.\n-> Replace the cable.\n");
-  EXPECT_EQ(inside.at("Silent on Left").at(0)["tag"], "error");
-  EXPECT_EQ(inside.at("Silent on Left").at(0)["attributes"]["type"], "no-result");
-  EXPECT_EQ(inside.at("Picky on Left").at(0)["tag"], "skipped");
-  EXPECT_EQ(inside.at("Picky on Left").at(0)["attributes"]["message"], "not supported");
+  EXPECT_EQ(inside.at("Silent on Left").at(1)["tag"], "error");
+  EXPECT_EQ(inside.at("Silent on Left").at(1)["attributes"]["type"], "no-result");
+  EXPECT_EQ(inside.at("Picky on Left").at(1)["tag"], "skipped");
+  EXPECT_EQ(inside.at("Picky on Left").at(1)["attributes"]["message"], "not supported");
+}
+
+TEST_F(Diagctl, junit_tells_verdict_passes_and_figures_as_properties) {
+  place.useMisbehavingPackage();
+  const Json root = parseXml(run({"run", "-q", "-t", "Behaves", "-d", "Unit 0", "--passes", "2",
+                                  "--seed", "42", "--format", "junit"})
+                                 .out);
+  std::map<std::string, std::string> properties;
+  for (const Json& each : root["children"].at(0)["children"].at(0)["children"].at(0)["children"]) {
+    properties[each["attributes"]["name"]] = each["attributes"]["value"];
+  }
+  EXPECT_EQ(properties["verdict"], "PASSED");
+  EXPECT_EQ(properties["passes"], "2/2");
+  EXPECT_EQ(properties["seed"], "42");
+  EXPECT_EQ(properties["answer"], "42 units");
 }
 
 TEST_F(Diagctl, tap_numbers_its_points_and_ends_with_the_plan) {

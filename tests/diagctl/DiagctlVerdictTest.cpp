@@ -267,7 +267,7 @@ TEST_F(DiagctlVerdict, of_a_step_is_headed_by_its_own_finding) {
     const Outcome line = run({"run", "-q", "-t", test.name, "--exit-style", "nagios"});
     EXPECT_THAT(line.out, HasSubstr(" - " + test.name + " on Left: " + head));
     const auto report = parseXml(run({"run", "-q", "-t", test.name, "--format", "junit"}).out);
-    const auto body = report["children"].at(0)["children"].at(0)["children"].at(0);
+    const auto body = report["children"].at(0)["children"].at(0)["children"].back();
     EXPECT_EQ(body["tag"], kind);
     EXPECT_THAT(std::string(body["attributes"]["message"]), StartsWith(head));
   };

@@ -107,6 +107,9 @@ ReportedRun::Accounts ReportedRun::readXml(const std::string& report) {
           accounts[std::string(attributes["classname"]) + ": " + std::string(attributes["name"])];
       account.verdict = "PASSED";
       for (const Json& child : each["children"]) {
+        if (child["tag"] == "properties") {
+          continue;
+        }
         const std::string type = child["attributes"].value("type", "");
         account.verdict = type == "aborted" ? "ABORTED" : kVerdicts.at(child["tag"]);
         if (!type.empty() && type != "aborted") {
