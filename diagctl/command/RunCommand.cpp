@@ -1,12 +1,14 @@
 #include "diagctl/command/RunCommand.h"
 
 #include <fmt/format.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <list>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -145,12 +147,85 @@ SessionSettings settingsOf(const RunCommandOptions& options) {
   return settings;
 }
 
-RunStarted openingOf(const RunCommandOptions& options, const Catalogue& catalogue) {
+std::string nameOfUser() {
+  const passwd* const entry = getpwuid(geteuid());
+  return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
+}
+
+// As it was asked for; empty for everything.
+std::string describe(const SelectionPatterns& patterns) {
+  std::string text;
+  const auto add = [&text](const char* option, const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+      text += fmt::format("{}{}'{}'", text.empty() ? "" : " ", option, value);
+    }
+  };
+  add("", patterns.words);
+  add("-p ", patterns.packages);
+  add("-d ", patterns.devices);
+  add("-t ", patterns.tests);
+  add("--exclude-package ", patterns.excludedPackages);
+  add("--exclude-device ", patterns.excludedDevices);
+  add("--exclude-test ", patterns.excludedTests);
+  return text;
+}
+
+const char* nameOf(DiagCtrl::GlobalSettings::diagMode mode) {
+  switch (mode) {
+    case DiagCtrl::GlobalSettings::FACTORY:
+      return "factory";
+    case DiagCtrl::GlobalSettings::BRINGUP:
+      return "bringup";
+    default:
+      return "customer";
+  }
+}
+
+// By the packages' descriptions; nothing where one has no figure, or short forms are run.
+std::optional<long> estimatedSeconds(const RunPlan& plan, bool isSerial) {
+  std::map<const DeviceItem*, long> busy;
+  long all = 0;
+  for (const PlannedRequest& request : plan.requests) {
+    const long seconds = static_cast<long>(request.pair.test->estimatedTime) * request.passes;
+    if (seconds <= 0 || isQuick(plan.options)) {
+      return std::nullopt;
+    }
+    busy[request.pair.device] += seconds;
+    all += seconds;
+  }
+  long longest = 0;
+  for (const auto& [device, seconds] : busy) {
+    longest = std::max(longest, seconds);
+  }
+  return isSerial ? all : longest;
+}
+
+void describePlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
+                  std::map<std::string, std::string>& parameters) {
+  DiagCtrl::GlobalSettings::diagMode mode{};
+  require(session.controller().getDiagnosticMode(mode), tr("reading the diagnostic mode"));
+  DiagCtrl::GlobalSettings::runMode order{};
+  require(session.controller().getRunMode(order), tr("reading the run mode"));
+  parameters["user"] = nameOfUser();
+  parameters["mode"] = nameOf(mode);
+  parameters["tests"] = std::to_string(plan.requests.size());
+  if (const std::string selection = describe(options.patterns); !selection.empty()) {
+    parameters["selection"] = selection;
+  }
+  const auto seconds = estimatedSeconds(plan, order == DiagCtrl::GlobalSettings::SERIAL);
+  if (seconds && *seconds > 0) {
+    parameters["estimatedSeconds"] = std::to_string(*seconds);
+  }
+}
+
+RunStarted openingOf(const RunCommandOptions& options, Session& session, const RunPlan& plan) {
+  const Catalogue& catalogue = session.catalogue();
   RunStarted start = describeMachine();
   start.name = "diagctl";
   start.version = TARVEX_VERSION;
   start.commandLine = options.commandLine;
   start.parameters = describe(options.run);
+  describePlan(options, session, plan, start.parameters);
   start.software.push_back({"controller", "TarvexDiags", TARVEX_VERSION});
   for (const PackageItem& package : catalogue.packages) {
     start.software.push_back({package.baseName, package.name, package.version});
@@ -172,7 +247,7 @@ RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunP
   Runner runner(
       session, plan, [&](const RunEvent& event) { followers.tell(event); },
       Interruption::requests());
-  RunRecord record = runner.run(openingOf(options, session.catalogue()));
+  RunRecord record = runner.run(openingOf(options, session, plan));
   followers.finish();
   return record;
 }

@@ -107,6 +107,9 @@ TEST_F(Diagctl, jsonl_names_hardware_software_and_verdicts) {
   const Json start = artifacts(lines, "testRunStart").at(0);
   EXPECT_EQ(start["name"], "diagctl");
   EXPECT_EQ(start["parameters"]["profile"], "standard");
+  EXPECT_EQ(start["parameters"]["mode"], "customer");
+  EXPECT_EQ(start["parameters"]["selection"], "-d 'Right' -t 'Bad'");
+  EXPECT_EQ(start["parameters"]["tests"], "1");
   const Json hardware = start["dutInfo"]["hardwareInfos"];
   EXPECT_EQ(hardware.size(), 2U);
   EXPECT_EQ(hardware[1]["location"], "bus/right");
