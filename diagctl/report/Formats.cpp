@@ -27,7 +27,7 @@ std::unique_ptr<Reporter> makeTap(Printer& out, const ReportSettings& settings) 
 }
 
 std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {
-  return std::make_unique<TextReporter>(out, settings.isColoured, settings.mostHeld);
+  return std::make_unique<TextReporter>(out, settings);
 }
 
 std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settings) {

@@ -5,19 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/ReportSettings.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
-
-/// What a report is told besides the run.
-struct ReportSettings {
-  bool isColoured = false;        ///< whether verdicts may be
-  RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
-  std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
-};
 
 /// A format of a report. A new one is a row of the table and a pair of files for its reporter; the
 /// command line, its help and the outputs follow.

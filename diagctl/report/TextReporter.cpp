@@ -2,8 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
 #include <utility>
+#include <vector>
 
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -12,22 +18,75 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* kIndentedBreak = "\n         ";
+constexpr const char* kMargin = "         ";
+constexpr const char* kInnerMargin = "           ";
+constexpr std::size_t kMostProblems = 200;
+constexpr std::size_t kMostReasons = 50;
 
-// Findings may have several lines, each of which stands below the verdict.
-void writeIndented(Printer& out, const char* indent, const std::string& text) {
-  out.write(indent);
-  out.write(toPrintable(text, kIndentedBreak));
+// Texts may have several lines, each of which stands below the first.
+void writeIndented(Printer& out, const std::string& margin, const std::string& mark,
+                   const std::string& text) {
+  out.write(margin + mark);
+  out.write(toPrintable(text, "\n" + margin));
   out.write("\n");
+}
+
+std::string testsText(std::size_t count) {
+  return count == 1 ? tr("1 test") : tr("{} tests", count);
+}
+
+// As a person says it.
+std::string durationText(double seconds) {
+  if (seconds < 120) {
+    return tr("{:.0f} s", seconds);
+  }
+  return seconds < 7200 ? tr("{:.0f} min", seconds / 60) : tr("{:.1f} h", seconds / 3600);
+}
+
+std::string clockText(std::chrono::system_clock::time_point time, const char* form) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  localtime_r(&seconds, &parts);
+  char text[64] = {};
+  std::strftime(text, sizeof text, form, &parts);
+  return text;
+}
+
+std::string parameterOf(const RunStarted& start, const char* key) {
+  const auto entry = start.parameters.find(key);
+  return entry != start.parameters.end() ? entry->second : std::string();
+}
+
+bool isProblem(StepRecord::Outcome outcome) {
+  return outcome == StepRecord::Outcome::Failed || outcome == StepRecord::Outcome::Trouble ||
+         outcome == StepRecord::Outcome::Warning;
+}
+
+std::string verdictText(RunVerdict verdict) {
+  switch (verdict) {
+    case RunVerdict::Failed:
+      return tr("FAILED: the hardware is at fault");
+    case RunVerdict::Troubled:
+      return tr("ERROR: no verdict on all of it");
+    case RunVerdict::Aborted:
+      return tr("ABORTED: no verdict on all of it");
+    case RunVerdict::NothingRan:
+      return tr("SKIPPED: nothing ran");
+    case RunVerdict::Warned:
+      return tr("WARNING: passed, with a warning");
+    case RunVerdict::Passed:
+      break;
+  }
+  return tr("PASSED");
 }
 
 }  // namespace
 
-TextReporter::TextReporter(Printer& out, bool colour, std::size_t mostHeld)
-    : m_out(out), m_colour(colour), m_record(RunRecord::Ended::Dropped, mostHeld) {}
+TextReporter::TextReporter(Printer& out, const ReportSettings& settings)
+    : m_out(out), m_settings(settings), m_record(RunRecord::Ended::Dropped, settings.mostHeld) {}
 
 void TextReporter::paint(Colour colour, const std::string& text) {
-  if (m_colour) {
+  if (m_settings.isColoured) {
     m_out.paint(colour, text);
   } else {
     m_out.write(text);
@@ -40,9 +99,8 @@ void TextReporter::handle(const RunEvent& event) {
     closeRun();
     m_out.write("\n");
   }
-  if (const StepRecord* ended = m_record.handle(event);
-      ended != nullptr && ended->outcome() != StepRecord::Outcome::NotRun) {
-    writeStep(*ended);
+  if (const StepRecord* ended = m_record.handle(event)) {
+    tellEnded(*ended);
   }
   if (const auto* message = std::get_if<RunMessage>(&event.body);
       message != nullptr && message->severity == Severity::Information) {
@@ -50,12 +108,87 @@ void TextReporter::handle(const RunEvent& event) {
     m_out.flush();
   }
   if (start != nullptr) {
-    m_out.say("{} {} on {}\n", start->name, start->version, start->machineName);
-    for (const std::string& platform : start->platforms) {
-      m_out.print("  {}\n", platform);
+    writeHead(*start, event.time);
+  }
+}
+
+void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock::time_point time) {
+  m_out.say("{} {} on {}\n", start.name, start.version, start.machineName);
+  for (const std::string& platform : start.platforms) {
+    m_out.print("  {}\n", platform);
+  }
+  std::vector<std::string> facts = {clockText(time, "%Y-%m-%d %H:%M:%S %z")};
+  const auto add = [&](const char* key, const char* form) {
+    if (const std::string value = parameterOf(start, key); !value.empty()) {
+      facts.push_back(fmt::format(fmt::runtime(told(form)), value));
     }
-    m_out.write("\n");
-    m_out.flush();
+  };
+  add("user", marked("user {}"));
+  add("profile", marked("profile {}"));
+  add("mode", marked("mode {}"));
+  m_out.print("  {}\n", fmt::format("{}", fmt::join(facts, ", ")));
+  std::string packages;
+  for (const SoftwareItem& item : start.software) {
+    if (item.id != "controller") {
+      packages += fmt::format("{}{} {}", packages.empty() ? "" : ", ", item.name, item.version);
+    }
+  }
+  if (!packages.empty()) {
+    m_out.say("  packages: {}\n", packages);
+  }
+  if (const std::string selection = parameterOf(start, "selection"); !selection.empty()) {
+    m_out.say("  selection: {}\n", selection);
+  }
+  writePlan(start, time);
+  m_out.write("\n");
+  m_out.flush();
+}
+
+void TextReporter::writePlan(const RunStarted& start, std::chrono::system_clock::time_point time) {
+  const std::string tests = parameterOf(start, "tests");
+  if (tests.empty()) {
+    return;
+  }
+  const long seconds = std::strtol(parameterOf(start, "estimatedSeconds").c_str(), nullptr, 10);
+  const std::string count = testsText(std::strtoul(tests.c_str(), nullptr, 10));
+  if (seconds <= 0 || seconds > std::chrono::seconds(std::chrono::years(1)).count()) {
+    m_out.print("  {}\n", count);
+    return;
+  }
+  m_out.say("  {}, about {}, ends at {}\n", count, durationText(static_cast<double>(seconds)),
+            clockText(time + std::chrono::seconds(seconds), "%H:%M"));
+}
+
+void TextReporter::tellEnded(const StepRecord& step) {
+  const StepRecord::Outcome outcome = step.outcome();
+  if (outcome != StepRecord::Outcome::NotRun) {
+    keepProblem(step);
+    writeStep(step);
+  }
+}
+
+// For the end, where all of them stand together.
+void TextReporter::keepProblem(const StepRecord& step) {
+  const StepRecord::Outcome outcome = step.outcome();
+  if (isSkipped(outcome)) {
+    const std::string& reason = step.headline();
+    if (m_reasons.contains(reason) || m_reasons.size() < kMostReasons) {
+      ++m_reasons[reason];
+    } else {
+      ++m_furtherSkips;
+    }
+  } else if (isProblem(outcome) && m_problems.size() < kMostProblems) {
+    std::string action;
+    for (std::size_t place = 0; place < step.findings.size(); ++place) {
+      if (step.findings[place] == step.headline() && step.advice[place]) {
+        action = step.actions[*step.advice[place]];
+      }
+    }
+    m_problems.push_back(
+        {outcome, tr("{}: {} on {}", step.start.package, step.start.test, step.start.device),
+         step.headline(), action});
+  } else if (isProblem(outcome)) {
+    ++m_furtherProblems;
   }
 }
 
@@ -72,26 +205,48 @@ void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
 }
 
 void TextReporter::writeStep(const StepRecord& step) {
-  writeVerdict(step.outcome());
+  const StepRecord::Outcome outcome = step.outcome();
+  writeVerdict(outcome);
   m_out.say("  {}: {} on {}", step.start.package, step.start.test, step.start.device);
   if (step.start.passes > 1 || step.passes() > 1) {
     m_out.say(", {} of {} passes", step.passes(), step.start.passes);
   }
-  if (step.hasEnded()) {
-    m_out.say(" ({:.1f} s)", step.seconds());
+  if (step.hasEnded() && !isSkipped(outcome)) {
+    m_out.say("   {:.1f} s", step.seconds());
+    writeFacts(step);
+    if (!step.seed.empty() && outcome != StepRecord::Outcome::Passed) {
+      m_out.say("   seed {}", step.seed);
+    }
   }
   m_out.write("\n");
-  writeTexts("         ", step.findings);
-  writeTexts("         -> ", step.actions);
+  writeFindings(step);
   m_out.flush();
 }
 
-void TextReporter::writeTexts(const char* indent, const BoundedTexts& texts) {
-  for (const std::string& text : texts) {
-    writeIndented(m_out, indent, text);
+void TextReporter::writeFacts(const StepRecord& step) {
+  std::string facts = factsOf(step.figures);
+  if (facts.empty()) {
+    facts = step.news.substr(0, step.news.find('\n'));
   }
-  if (texts.omitted() > 0) {
-    writeIndented(m_out, indent, moreOf(texts));
+  if (!facts.empty() && step.outcome() != StepRecord::Outcome::Trouble) {
+    m_out.print("   {}", facts);
+  }
+}
+
+// Each finding with what to do about it; the same advice for several stands below the last of them.
+void TextReporter::writeFindings(const StepRecord& step) {
+  for (std::size_t place = 0; place < step.findings.size(); ++place) {
+    writeIndented(m_out, kMargin, "", step.findings[place]);
+    const auto advice = step.advice[place];
+    const auto next = step.advice.begin() + static_cast<std::ptrdiff_t>(place) + 1;
+    if (advice && std::find(next, step.advice.end(), advice) == step.advice.end()) {
+      writeIndented(m_out, kMargin, "-> ", step.actions[*advice]);
+    }
+  }
+  for (const BoundedTexts* texts : {&step.findings, &step.actions}) {
+    if (texts->omitted() > 0) {
+      writeIndented(m_out, kMargin, texts == &step.actions ? "-> " : "", moreOf(*texts));
+    }
   }
 }
 
@@ -99,19 +254,47 @@ void TextReporter::finish() {
   closeRun();
 }
 
-void TextReporter::closeRun() {
-  for (const StepRecord* step : m_record.steps()) {
-    if (!step->hasEnded()) {
-      writeStep(*step);
-    }
-  }
+void TextReporter::writeTroubles() {
   for (const std::string& trouble : m_record.troubles()) {
     writeVerdict(StepRecord::Outcome::Trouble);
-    writeIndented(m_out, "  ", trouble);
+    writeIndented(m_out, "  ", "", trouble);
   }
   if (m_record.troubles().omitted() > 0) {
-    writeIndented(m_out, "         ", moreOf(m_record.troubles()));
+    writeIndented(m_out, kMargin, "", moreOf(m_record.troubles()));
   }
+}
+
+// What scrolled by is told again, without what repeats.
+void TextReporter::writeProblems() {
+  if (m_record.begun() < 2 || (m_problems.empty() && m_reasons.empty())) {
+    return;
+  }
+  m_out.say("\nTo look at:\n");
+  for (const Problem& problem : m_problems) {
+    m_out.write("  ");
+    writeVerdict(problem.outcome);
+    m_out.print("  {}\n", problem.name);
+    writeIndented(m_out, kInnerMargin, "", problem.finding);
+    if (!problem.action.empty()) {
+      writeIndented(m_out, kInnerMargin, "-> ", problem.action);
+    }
+  }
+  if (m_furtherProblems > 0) {
+    m_out.say("  and {} more\n", m_furtherProblems);
+  }
+  for (const auto& [reason, count] : m_reasons) {
+    m_out.write("  ");
+    writeVerdict(StepRecord::Outcome::Skipped);
+    m_out.print("  {}: {}\n", testsText(count), reason);
+  }
+  if (m_furtherSkips > 0) {
+    m_out.write("  ");
+    writeVerdict(StepRecord::Outcome::Skipped);
+    m_out.say("  {} for other reasons\n", testsText(m_furtherSkips));
+  }
+}
+
+void TextReporter::writeSums() {
   OutcomeSums sums = m_record.sums();
   if (const std::size_t notRun = sums[StepRecord::Outcome::NotRun]; notRun > 0) {
     writeVerdict(StepRecord::Outcome::NotRun);
@@ -120,14 +303,36 @@ void TextReporter::closeRun() {
                     ? tr("1 test was not run: the run was ended before its turn.")
                     : tr("{} tests were not run: the run was ended before their turn.", notRun));
   }
+  writeProblems();
   const std::string summary = toText(m_record.sums());
-  m_out.say("\n{} tests in {:.1f} s: {}\n", m_record.begun(), m_record.seconds(),
+  m_out.say("\n{} in {:.1f} s: {}\n", testsText(m_record.begun()), m_record.seconds(),
             summary.empty() ? tr("nothing ran") : summary);
+  if (const std::string coverage = m_record.coverage().describe(); !coverage.empty()) {
+    m_out.say("Covered: {}\n", coverage);
+  }
   if (!m_record.hasEnded()) {
     m_out.say("The run was cut short.\n");
   }
+  const RunVerdict verdict = verdictOf(summaryOf(m_record), m_record.troubleCount());
+  const bool isCut = !m_record.hasEnded() && verdict != RunVerdict::Failed;
+  m_out.say("Verdict: {}\n", verdictText(isCut ? RunVerdict::Troubled : verdict));
+}
+
+void TextReporter::closeRun() {
+  for (const StepRecord* step : m_record.steps()) {
+    if (!step->hasEnded()) {
+      keepProblem(*step);
+      writeStep(*step);
+    }
+  }
+  writeTroubles();
+  writeSums();
   m_out.flush();
   m_record.clear();
+  m_problems.clear();
+  m_reasons.clear();
+  m_furtherProblems = 0;
+  m_furtherSkips = 0;
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,35 +1,60 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+#include <map>
 #include <string>
+#include <vector>
 
+#include "diagctl/report/ReportSettings.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
 
-/// The report that a technician reads: the machine, a line for each test with its verdict, what was
-/// found and what to do about it, and the sum.
+/// The report that a technician reads: the machine and the plan, a line for each test with its
+/// verdict and what was done, what was found and what to do about it; in the end that again for all
+/// that needs somebody, and the sum.
 class TextReporter : public Reporter {
  public:
-  /// @param out kept alive by the caller. @param colour whether verdicts are coloured.
-  /// @param mostHeld bytes of a run.
-  TextReporter(Printer& out, bool colour, std::size_t mostHeld);
+  /// @param out kept alive by the caller.
+  TextReporter(Printer& out, const ReportSettings& settings);
 
   void handle(const RunEvent& event) override;
   void finish() override;
 
  private:
+  /// What is told again at the end.
+  struct Problem {
+    StepRecord::Outcome outcome;
+    std::string name;
+    std::string finding;
+    std::string action;
+  };
+
+  void writeHead(const RunStarted& start, std::chrono::system_clock::time_point time);
+  void writePlan(const RunStarted& start, std::chrono::system_clock::time_point time);
+  void tellEnded(const StepRecord& step);
+  void keepProblem(const StepRecord& step);
   void writeStep(const StepRecord& step);
-  void writeTexts(const char* indent, const BoundedTexts& texts);
+  void writeFacts(const StepRecord& step);
+  void writeFindings(const StepRecord& step);
+  void writeTroubles();
+  void writeProblems();
+  void writeSums();
   void closeRun();
   void writeVerdict(StepRecord::Outcome outcome);
   void paint(Colour colour, const std::string& text);
 
   Printer& m_out;
-  bool m_colour;
+  const ReportSettings m_settings;
   bool m_hasBegun = false;
   RunRecord m_record;
+  std::vector<Problem> m_problems;
+  std::map<std::string, std::size_t> m_reasons;  ///< why tests were skipped, and how many
+  std::size_t m_furtherProblems = 0;
+  std::size_t m_furtherSkips = 0;
 };
 
 }  // namespace TarvexDiags::FrontEnd

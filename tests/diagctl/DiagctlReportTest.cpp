@@ -21,10 +21,12 @@ namespace {
 
 using ::testing::AllOf;
 using ::testing::Contains;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Json = nlohmann::json;
 
 // ---- Formats -------------------------------------------------------------------------------
@@ -175,6 +177,40 @@ TEST_F(Diagctl, junit_tells_verdict_passes_and_figures_as_properties) {
   EXPECT_EQ(properties["answer"], "42 units");
 }
 
+TEST_F(Diagctl, the_text_begins_with_what_is_run_and_ends_with_what_needs_somebody) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  const Outcome outcome = run({"run", "-q", "-p", "MIX", "-o", "jsonl=" + log});
+  const std::vector<std::string> lines = linesOf(outcome.out);
+  EXPECT_THAT(lines, Contains(HasSubstr("profile standard, mode customer")));
+  EXPECT_THAT(lines, Contains("  packages: Package MIX 2.1"));
+  EXPECT_THAT(lines, Contains("  selection: -p 'MIX'"));
+  EXPECT_THAT(lines, Contains(::testing::StartsWith("  9 tests")));
+  const std::string end = outcome.out.substr(outcome.out.find("To look at:"));
+  EXPECT_THAT(end, HasSubstr("  FAILED   Package MIX: Bad on Left\n"
+                             "           line 3 is stuck.\n"
+                             "           -> Replace the cable.\n"));
+  EXPECT_THAT(end, HasSubstr("  ERROR    Package MIX: Silent on Right\n"));
+  EXPECT_THAT(end, HasSubstr("  WARNING  Package MIX: Weak on Left\n"));
+  EXPECT_THAT(end, HasSubstr("  SKIPPED  1 test: not supported\n"));
+  EXPECT_EQ(lines.back(), "Verdict: FAILED: the hardware is at fault");
+  EXPECT_EQ(diagctl({"report", log}).out, outcome.out);
+}
+
+TEST_F(Diagctl, each_line_of_a_result_tells_what_was_done) {
+  place.useMisbehavingPackage();
+  const std::vector<std::string> arguments = {"run", "-q",     "-t",     "Behaves",
+                                              "-d",  "Unit 0", "--seed", "42"};
+  const auto lines = linesOf(run(arguments).out);
+  EXPECT_THAT(lines, Contains(::testing::MatchesRegex(
+                         "PASSED   Misbehaving package: Behaves on Unit 0   [0-9.]+ s   .*answer "
+                         "42 units.*")));
+  EXPECT_THAT(lines, Each(Not(HasSubstr("seed"))));
+  const Outcome failed = run({"run", "-q", "-t", "Fault", "-d", "Unit 0", "--seed", "42"});
+  EXPECT_THAT(linesOf(failed.out),
+              Contains(AllOf(::testing::StartsWith("FAILED "), EndsWith("   seed 42"))));
+}
+
 TEST_F(Diagctl, tap_numbers_its_points_and_ends_with_the_plan) {
   addMixedPackage();
   const TapReport report =
@@ -312,7 +348,7 @@ TEST_F(Diagctl, report_tells_each_run_of_a_log_in_every_format) {
   const Outcome text = diagctl({"report", log, "-o", "tap=" + place.path("run.tap"), "-o",
                                 "junit=" + place.path("run.xml")});
   EXPECT_EQ(text.exitCode, kHardwareFailure);
-  EXPECT_THAT(text.out, AllOf(HasSubstr("1 tests in"), HasSubstr("2 tests in")));
+  EXPECT_THAT(text.out, AllOf(HasSubstr("1 test in"), HasSubstr("2 tests in")));
   EXPECT_EQ(parseTap(contentsOf(place.path("run.tap"))).points.size(), 3U);
   EXPECT_EQ(parseXml(contentsOf(place.path("run.xml")))["children"].size(), 2U);
   const Outcome copy = diagctl({"report", log, "--format", "jsonl"});

@@ -41,7 +41,7 @@ std::string verdictOfLog(const std::set<std::string>& said) {
 
 ReportedRun::Accounts ReportedRun::readText(const std::string& report) {
   static const std::regex kStep(
-      R"((PASSED |FAILED |WARNING|ERROR  |ABORTED|SKIPPED)  (.*: .* on .*?)(, \d+ of \d+ passes)?( \(\d+\.\d s\))?)");
+      R"((PASSED |FAILED |WARNING|ERROR  |ABORTED|SKIPPED)  (.*: .* on .*?)(, \d+ of \d+ passes)?(   \d+\.\d s(   .*)?)?)");
   Accounts accounts;
   Account* present = nullptr;
   for (const std::string& line : linesOf(report)) {

@@ -166,7 +166,7 @@ TEST_F(HostileLog, of_a_large_machine_is_told_step_by_step) {
   });
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(outcome.exitCode, DiagctlTest::kPassed);
-  EXPECT_EQ(countOf(outcome.out, "was throttled meanwhile."), kSteps);
+  EXPECT_GE(countOf(outcome.out, "was throttled meanwhile."), kSteps) << "and some of them again";
   EXPECT_EQ(countOf(contentsOf(place.path("junit")), "was throttled meanwhile."), kSteps);
   EXPECT_EQ(countOf(contentsOf(place.path("tap")), "was throttled meanwhile."), kSteps);
 }

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/StepRecord.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What a report is told besides the run.
+struct ReportSettings {
+  bool isColoured = false;        ///< whether verdicts may be
+  RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
+  std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
+};
+
+}  // namespace TarvexDiags::FrontEnd
