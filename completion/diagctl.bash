@@ -4,7 +4,7 @@ _diagctl_options() {
   local selection="-p --package -d --device -t --test --exclude-package --exclude-device --exclude-test"
   local thoroughness="--profile --passes --quick"
   local packages="--packages --set"
-  local reporting="--format -o --output --strict --fail-on-skip --vanished --exit-style"
+  local reporting="--format -o --output --strict --fail-on-skip --vanished --exit-style --only-problems -v --verbose"
   case $1 in
     run)
       echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error --fail-fast" \

@@ -121,6 +121,10 @@ void addReporting(CLI::App& command, ReportingOptions& options,
                             tr("Format on standard output"), kTextFormat);
   group.list("-o,--output", "FORMAT=FILE", options.outputs,
              tr("A report into a file, or with - onto standard output; may be repeated"));
+  group.flag("--only-problems", options.onlyProblems,
+             tr("In the text, no line for what passed or was skipped"));
+  group.flag("-v,--verbose", options.isVerbose,
+             tr("In the text, all information and figures of each test"));
   group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
   group
       .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,

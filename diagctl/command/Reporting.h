@@ -20,6 +20,8 @@ struct ReportingOptions {
   FailOnSkip failOnSkip = FailOnSkip::Nothing;
   std::optional<VanishedAs> vanished;  ///< nothing: as the exit style has it
   ExitStyle exitStyle = ExitStyle::Plain;
+  bool onlyProblems = false;
+  bool isVerbose = false;
 };
 
 std::string formatOf(const ReportingOptions& options);

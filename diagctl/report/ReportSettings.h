@@ -12,6 +12,8 @@ struct ReportSettings {
   bool isColoured = false;        ///< whether verdicts may be
   RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
   std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
+  bool onlyProblems = false;  ///< no line for what passed or was skipped, in the text
+  bool isVerbose = false;     ///< all information and figures of a step behind it, in the text
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -99,6 +99,7 @@ void TextReporter::handle(const RunEvent& event) {
     closeRun();
     m_out.write("\n");
   }
+  keepNews(event.body);
   if (const StepRecord* ended = m_record.handle(event)) {
     tellEnded(*ended);
   }
@@ -159,12 +160,48 @@ void TextReporter::writePlan(const RunStarted& start, std::chrono::system_clock:
             clockText(time + std::chrono::seconds(seconds), "%H:%M"));
 }
 
+// Information is told behind its step, for those who want it.
+void TextReporter::keepNews(const RunEventBody& body) {
+  if (!m_settings.isVerbose) {
+    return;
+  }
+  if (const auto* message = std::get_if<StepMessage>(&body);
+      message != nullptr && message->severity == Severity::Information) {
+    addNews(message->stepId, message->text);
+  } else if (const auto* figure = std::get_if<StepMeasurement>(&body)) {
+    addNews(figure->stepId, tr("{}: {}", figure->name, describe(*figure)));
+  }
+}
+
+// A log may come from anywhere, so what it tells of no step is dropped.
+void TextReporter::addNews(const std::string& stepId, const std::string& text) {
+  if (m_record.find(stepId) == nullptr) {
+    return;
+  }
+  News& news = m_news[stepId];
+  const std::size_t taken =
+      news.texts.add(text, m_settings.mostHeld - std::min(m_settings.mostHeld, m_newsSize));
+  news.size += taken;
+  m_newsSize += taken;
+}
+
+void TextReporter::dropNews(const std::string& stepId) {
+  if (const auto news = m_news.find(stepId); news != m_news.end()) {
+    m_newsSize -= news->second.size;
+    m_news.erase(news);
+  }
+}
+
 void TextReporter::tellEnded(const StepRecord& step) {
   const StepRecord::Outcome outcome = step.outcome();
   if (outcome != StepRecord::Outcome::NotRun) {
     keepProblem(step);
-    writeStep(step);
+    const bool isWell = outcome == StepRecord::Outcome::Passed || isSkipped(outcome);
+    if (!m_settings.onlyProblems || !isWell) {
+      writeStep(step);
+    }
   }
+  dropNews(step.start.stepId);
 }
 
 // For the end, where all of them stand together.
@@ -220,7 +257,21 @@ void TextReporter::writeStep(const StepRecord& step) {
   }
   m_out.write("\n");
   writeFindings(step);
+  writeNews(step.start.stepId);
   m_out.flush();
+}
+
+void TextReporter::writeNews(const std::string& stepId) {
+  const auto news = m_news.find(stepId);
+  if (news == m_news.end()) {
+    return;
+  }
+  for (const std::string& text : news->second.texts) {
+    writeIndented(m_out, kMargin, ". ", text);
+  }
+  if (news->second.texts.omitted() > 0) {
+    writeIndented(m_out, kMargin, ". ", moreOf(news->second.texts));
+  }
 }
 
 void TextReporter::writeFacts(const StepRecord& step) {
@@ -331,6 +382,8 @@ void TextReporter::closeRun() {
   m_record.clear();
   m_problems.clear();
   m_reasons.clear();
+  m_news.clear();
+  m_newsSize = 0;
   m_furtherProblems = 0;
   m_furtherSkips = 0;
 }

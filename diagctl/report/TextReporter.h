@@ -33,8 +33,18 @@ class TextReporter : public Reporter {
     std::string action;
   };
 
+  /// What was told of a step that is no finding.
+  struct News {
+    BoundedTexts texts;
+    std::size_t size = 0;
+  };
+
   void writeHead(const RunStarted& start, std::chrono::system_clock::time_point time);
   void writePlan(const RunStarted& start, std::chrono::system_clock::time_point time);
+  void keepNews(const RunEventBody& body);
+  void addNews(const std::string& stepId, const std::string& text);
+  void dropNews(const std::string& stepId);
+  void writeNews(const std::string& stepId);
   void tellEnded(const StepRecord& step);
   void keepProblem(const StepRecord& step);
   void writeStep(const StepRecord& step);
@@ -51,6 +61,8 @@ class TextReporter : public Reporter {
   const ReportSettings m_settings;
   bool m_hasBegun = false;
   RunRecord m_record;
+  std::map<std::string, News> m_news;  ///< by step under way, if it is wanted
+  std::size_t m_newsSize = 0;          ///< about how many bytes that takes
   std::vector<Problem> m_problems;
   std::map<std::string, std::size_t> m_reasons;  ///< why tests were skipped, and how many
   std::size_t m_furtherProblems = 0;

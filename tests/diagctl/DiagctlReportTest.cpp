@@ -197,6 +197,14 @@ TEST_F(Diagctl, the_text_begins_with_what_is_run_and_ends_with_what_needs_somebo
   EXPECT_EQ(diagctl({"report", log}).out, outcome.out);
 }
 
+TEST_F(Diagctl, only_problems_leaves_out_what_passed_and_what_was_skipped) {
+  addMixedPackage();
+  const Outcome outcome = run({"run", "-q", "--only-problems"});
+  EXPECT_THAT(outcome.out,
+              AllOf(HasSubstr("FAILED   Package MIX: Bad on Left"), HasSubstr("3 passed, 2 failed"),
+                    Not(HasSubstr("Good on Left")), Not(HasSubstr("Picky on"))));
+}
+
 TEST_F(Diagctl, each_line_of_a_result_tells_what_was_done) {
   place.useMisbehavingPackage();
   const std::vector<std::string> arguments = {"run", "-q",     "-t",     "Behaves",
@@ -206,6 +214,10 @@ TEST_F(Diagctl, each_line_of_a_result_tells_what_was_done) {
                          "PASSED   Misbehaving package: Behaves on Unit 0   [0-9.]+ s   .*answer "
                          "42 units.*")));
   EXPECT_THAT(lines, Each(Not(HasSubstr("seed"))));
+  std::vector<std::string> verbosely = arguments;
+  verbosely.emplace_back("-v");
+  EXPECT_THAT(linesOf(run(verbosely).out),
+              AllOf(Contains("         . seed: 42"), Contains("         . answer: 42 units")));
   const Outcome failed = run({"run", "-q", "-t", "Fault", "-d", "Unit 0", "--seed", "42"});
   EXPECT_THAT(linesOf(failed.out),
               Contains(AllOf(::testing::StartsWith("FAILED "), EndsWith("   seed 42"))));
