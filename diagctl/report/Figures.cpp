@@ -8,6 +8,7 @@
 #include <iterator>
 #include <variant>
 
+#include "diagctl/report/TestDuration.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -31,7 +32,8 @@ bool isRate(const StepMeasurement& figure) {
 
 bool hasMeaning(const StepMeasurement& figure) {
   return figure.name == FigureName::kCoveredBytes || figure.name == FigureName::kTotalBytes ||
-         figure.name == FigureName::kCoveredCores || figure.name == FigureName::kSeed;
+         figure.name == FigureName::kCoveredCores || figure.name == FigureName::kSeed ||
+         figure.name == kTestDuration;
 }
 
 // "verifiedShare" as people read it.

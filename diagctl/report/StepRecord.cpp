@@ -6,6 +6,7 @@
 #include <numeric>
 #include <utility>
 
+#include "diagctl/report/TestDuration.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Judgement.h"
 
@@ -233,6 +234,9 @@ const std::string& StepRecord::headline() const {
 }
 
 double StepRecord::seconds() const {
+  if (figures.find(kTestDuration) != nullptr) {
+    return figures.number(kTestDuration);
+  }
   return hasEnded() ? secondsBetween(begin, end) : 0;
 }
 

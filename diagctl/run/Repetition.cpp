@@ -2,6 +2,7 @@
 
 #include <variant>
 
+#include "diagctl/report/TestDuration.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/KitCodes.h"
 
@@ -21,7 +22,10 @@ std::optional<RunEventBody> warningOf(const Body& body) {
 
 struct ToldWithin {
   std::optional<RunEventBody> operator()(const StepMessage& message) const { return message; }
-  std::optional<RunEventBody> operator()(const StepMeasurement& figure) const { return figure; }
+  // How long the repetition takes is no time of the test that crashed.
+  std::optional<RunEventBody> operator()(const StepMeasurement& figure) const {
+    return figure.name == kTestDuration ? std::nullopt : std::optional<RunEventBody>(figure);
+  }
   std::optional<RunEventBody> operator()(const StepDiagnosis& diagnosis) const {
     if (diagnosis.verdict == Verdict::Fail) {
       return diagnosis;

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "diagctl/report/TestDuration.h"
 #include "diagctl/run/Comparison.h"
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Reasons.h"
@@ -87,6 +88,9 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
     m_stream.tell(StepMeasurement{m_id, FigureName::kSeed, std::to_string(m_seed), "",
                                   hardwareIdOf(m_planned.pair)});
   }
+  if (event.getEventCode() == PackageKit::TEST_ENDED) {
+    tellDuration(event.getParamVector());
+  }
   const Contract::RunEffect effect = Contract::effectOf(event.getEventType(), event.getEventCode());
   if (effect == Contract::RunEffect::Measurement) {
     tellMeasurement(event);
@@ -142,6 +146,19 @@ void StepJudge::takeTrouble(const Diag::DiagnosticEvent& event, Finding trouble)
 bool StepJudge::isTriable(const Diag::DiagnosticEvent& event) const {
   return event.getEventCode() == PackageKit::WORKER_CRASHED && isComputing(m_planned.pair) &&
          Contract::isSignalOfCrash(Contract::toSignal(event.getParamVector()).value_or(""));
+}
+
+// The sum of all passes so far.
+void StepJudge::tellDuration(const std::vector<std::string>& parameters) {
+  constexpr std::size_t kMilliseconds = 4;  // behind what the test is, and its verdict
+  const auto taken = parameters.size() > kMilliseconds
+                         ? Contract::toNumber(parameters[kMilliseconds])
+                         : std::nullopt;
+  if (taken) {
+    m_testSeconds += *taken / 1000;
+    m_stream.tell(
+        StepMeasurement{m_id, kTestDuration, m_testSeconds, "s", hardwareIdOf(m_planned.pair)});
+  }
 }
 
 // A figure where the value is one, else its words.

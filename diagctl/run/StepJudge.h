@@ -90,6 +90,7 @@ class StepJudge {
   void takeTrouble(const Diag::DiagnosticEvent& event, Finding trouble);
   PackageKit::Contract::Ending ending() const;
   void judgeFault();
+  void tellDuration(const std::vector<std::string>& parameters);
   void tellMeasurement(const Diag::DiagnosticEvent& event) const;
   Finding findingOf(const Diag::DiagnosticResult& result);
   bool isTriable(const Diag::DiagnosticEvent& event) const;
@@ -108,6 +109,7 @@ class StepJudge {
   std::optional<Finding> m_fault;  ///< the last error event of the package
   bool m_hasVanished = false;      ///< the device, which was told
   bool m_contradicts = false;      ///< the test itself, which was told
+  double m_testSeconds = 0;        ///< that the test itself has taken, over all passes
   std::uint64_t m_seed = 0;        ///< of the present pass
   std::vector<Crash> m_crashes;
 };

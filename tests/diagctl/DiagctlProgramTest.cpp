@@ -11,6 +11,9 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,7 @@
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/Places.h"
 #include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::DiagctlTest {
@@ -645,6 +649,72 @@ TEST_F(Diagctl, a_report_of_an_aborted_run_has_no_verdict_as_the_run_had_none) {
   EXPECT_EQ(run({"run", "--total-time", "1s", "-o", "jsonl=" + log}).exitCode, kNoVerdict);
   EXPECT_EQ(diagctl({"report", log}).exitCode, kNoVerdict);
   EXPECT_THAT(faultsOf(parseLines(contentsOf(log))), IsEmpty());
+}
+
+// ---- The table of exit codes in the manual
+// --------------------------------------------------------
+
+/// The paragraphs of the manual's table: by code, with their marks taken out.
+std::map<std::string, std::string> exitCodesOfManual() {
+  const std::string manual = contentsOf(TestSupport::sourcePath("man/diagctl.1"));
+  const std::size_t begin = manual.find("\n.SH EXIT STATUS");
+  const std::string section = manual.substr(begin, manual.find("\n.PP\nWith", begin) - begin);
+  std::map<std::string, std::string> paragraphs;
+  std::string code;
+  bool isHead = false;
+  for (const std::string& line : linesOf(section)) {
+    if (line == ".TP") {
+      isHead = true;
+    } else if (isHead) {
+      code = line.substr(line.find(' ') + 1);
+      isHead = false;
+    } else if (!code.empty()) {
+      std::string text = line.starts_with(".B") ? line.substr(line.find(' ') + 1) : line;
+      text = std::regex_replace(text, std::regex(R"(\\-)"), "-");
+      paragraphs[code] += text + " ";
+    }
+  }
+  return paragraphs;
+}
+
+TEST_F(Diagctl, the_manual_s_table_of_exit_codes_is_what_happens) {
+  addMixedPackage();
+  place.addPackage("LATE", {{.name = "Long", .milliseconds = 60'000}}, {{"One", "bus/one"}});
+  const std::map<std::string, std::string> manual = exitCodesOfManual();
+  std::set<std::string> walked;
+  const auto expectRow = [&](const std::string& code, const std::string& words,
+                             std::vector<std::string> arguments,
+                             const Program::Options& options = {}) {
+    walked.insert(code);
+    ASSERT_TRUE(manual.contains(code)) << code;
+    EXPECT_THAT(manual.at(code), HasSubstr(words));
+    EXPECT_EQ(std::to_string(run(arguments, options).exitCode), code) << words;
+  };
+  expectRow("0", "ran and passed", {"run", "-t", "Good"});
+  expectRow("0", "Warnings count as passed", {"run", "-t", "Weak"});
+  expectRow("0", "what was skipped beside others", {"run", "-t", "Good", "-t", "Picky"});
+  expectRow("1", "a test that failed", {"run", "-t", "Bad"});
+  expectRow("1", "a missing device", {"run", "-t", "Good", "--expect-devices", "9"});
+  expectRow("2", "trouble of the tool", {"run", "-t", "Silent"});
+  expectRow("2", "a test that was aborted", {"run", "-t", "Long", "--total-time", "1s"});
+  expectRow("2", "No verdict", {"run", "-t", "Weak", "--strict"});
+  expectRow("2", "No verdict", {"run", "-t", "Good", "-t", "Picky", "--fail-on-skip"});
+  Program::Options full;
+  full.standardOutput = "/dev/full";
+  expectRow("2", "a report that could not be written", {"run", "-t", "Good"}, full);
+  expectRow("3", "A pattern matches nothing", {"run", "-t", "Good", "-t", "None"});
+  expectRow("3", "all was skipped", {"run", "-t", "Picky", "-d", "Left"});
+  expectRow("64", "Wrong usage", {"run", "--bad"});
+  place.addPackage("BROKEN", {{.name = "Good"}}, {{"Far", "bus/far"}});
+  place.write(place.path("packages/libBROKEN.so"), "no shared object");
+  expectRow("2", "a package that could not be loaded", {"run", "-t", "Good"});
+  expectRow("2", "a problem", {"check"});
+  std::set<std::string> codes;
+  for (const auto& [code, text] : manual) {
+    codes.insert(code);
+  }
+  walked.insert("128+n");  // the signals have tests of their own
+  EXPECT_EQ(codes, walked);
 }
 
 // ---- Usage -----------------------------------------------------------------------------------

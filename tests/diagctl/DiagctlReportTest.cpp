@@ -223,6 +223,22 @@ TEST_F(Diagctl, each_line_of_a_result_tells_what_was_done) {
               Contains(AllOf(::testing::StartsWith("FAILED "), EndsWith("   seed 42"))));
 }
 
+TEST_F(Diagctl, the_time_of_a_test_is_the_test_s_own) {
+  place.useMisbehavingPackage();
+  const auto lines = parseLines(
+      run({"run", "-q", "-t", "Behaves", "-d", "Unit 0", "--passes", "2", "--format", "jsonl"})
+          .out);
+  std::vector<double> seconds;
+  for (const Json& figure : artifacts(lines, "measurement")) {
+    if (figure["name"] == "duration") {
+      EXPECT_EQ(figure["unit"], "s");
+      seconds.push_back(figure["value"]);
+    }
+  }
+  ASSERT_EQ(seconds.size(), 2U);
+  EXPECT_GE(seconds[1], seconds[0]) << "the sum of both passes";
+}
+
 TEST_F(Diagctl, tap_numbers_its_points_and_ends_with_the_plan) {
   addMixedPackage();
   const TapReport report =

@@ -68,6 +68,14 @@ TEST(StepRecords, name_a_failure_and_not_the_trouble_before_it) {
   EXPECT_EQ(recordOf({trouble, judged(Verdict::Unknown)}).find(kStep)->symptom, "worker-crashed");
 }
 
+TEST(StepRecords, take_the_time_of_the_test_itself) {
+  const StepEnded end{kStep, RunStatus::Complete};
+  EXPECT_EQ(recordOf({end}).find(kStep)->seconds(), 0) << "nobody told it";
+  const StepMeasurement first{kStep, "duration", 0.5, "s", ""};
+  const StepMeasurement second{kStep, "duration", 1.25, "s", ""};
+  EXPECT_EQ(recordOf({first, second, end}).find(kStep)->seconds(), 1.25);
+}
+
 TEST(RunSummaries, tell_what_was_aborted_from_what_was_not_possible) {
   const RunSummary aborted = summaryOf(recordOf({StepEnded{kStep, RunStatus::Skip, true}}));
   EXPECT_EQ(aborted.aborted, 1U);
