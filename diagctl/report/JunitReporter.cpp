@@ -1,16 +1,24 @@
 #include "diagctl/report/JunitReporter.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/OpenedFile.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -168,13 +176,17 @@ void writeDropped(Printer& out, const RunRecord& run) {
   out.write("</testcase>\n  </testsuite>\n");
 }
 
+bool hasTroubles(const RunRecord& run) {
+  return !run.troubles().empty() || !run.hasEnded();
+}
+
 // What spoils the run and belongs to no test.
 void writeTroubles(Printer& out, const RunRecord& run) {
   BoundedTexts troubles = run.troubles();
   if (!run.hasEnded()) {
     troubles.add(tr("The run was cut short."), RunRecord::kUnbounded);
   }
-  if (troubles.empty()) {
+  if (!hasTroubles(run)) {
     return;
   }
   const std::string name = tr("the run as a whole");
@@ -199,6 +211,30 @@ void writeRun(Printer& out, const RunRecord& run) {
 
 }  // namespace
 
+namespace {
+
+// Out of the way of memory, where there is a place for it, since a log may hold any number of runs.
+std::unique_ptr<std::iostream> makeSpool() {
+  std::error_code failure;
+  const std::filesystem::path directory = std::filesystem::temp_directory_path(failure);
+  std::string path = (directory / "diagctl-XXXXXX").string();
+  const OpenedFile file(failure ? -1 : mkostemp(path.data(), O_CLOEXEC));
+  if (file) {
+    unlink(path.c_str());
+    auto spool = std::make_unique<std::fstream>(fmt::format("/proc/self/fd/{}", file.get()),
+                                                std::ios::in | std::ios::out);
+    if (*spool) {
+      return spool;
+    }
+  }
+  return std::make_unique<std::stringstream>();
+}
+
+}  // namespace
+
+JunitReporter::JunitReporter(Printer& out, std::size_t mostHeld)
+    : m_out(out), m_run(RunRecord::Ended::Held, mostHeld), m_spool(makeSpool()), m_body(*m_spool) {}
+
 void JunitReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
     closeRun();
@@ -208,17 +244,30 @@ void JunitReporter::handle(const RunEvent& event) {
 }
 
 void JunitReporter::closeRun() {
-  if (!std::exchange(m_hasBegun, true)) {
-    m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"diagctl\">\n");
-  }
   if (std::exchange(m_hasRun, false)) {
-    writeRun(m_out, m_run);
+    writeRun(m_body, m_run);
+    for (const auto& [outcome, count] : m_run.sums()) {
+      m_sums[outcome] += count;
+    }
+    m_sums[StepRecord::Outcome::Trouble] += hasTroubles(m_run) ? 1 : 0;
+    m_seconds += m_run.seconds();
   }
   m_run.clear();
 }
 
 void JunitReporter::finish() {
   closeRun();
+  m_out.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+  m_out.print(
+      "<testsuites name=\"diagctl\" tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" "
+      "time=\"{:.3f}\">\n",
+      sumOf(m_sums, isAny), m_sums[StepRecord::Outcome::Failed], sumOf(m_sums, isError),
+      sumOf(m_sums, isSkipped), m_seconds);
+  m_body.flush();
+  m_spool->seekg(0);
+  for (std::string line; std::getline(*m_spool, line);) {
+    m_out.write(line + "\n");
+  }
   m_out.write("</testsuites>\n");
   m_out.flush();
 }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <istream>
+#include <memory>
+
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
@@ -8,15 +12,14 @@ namespace TarvexDiags::FrontEnd {
 
 /// JUnit's XML as continuous integration servers read it: a suite for each package, a case for each
 /// test on a device. A hardware failure is a `failure`, trouble of the tool and an aborted test an
-/// `error`, and `skipped` what is not possible here. Written run by run; the suites of several
-/// follow each other.
+/// `error`, and `skipped` what is not possible here. Written whole at the end, as its first
+/// line counts what is in it; the suites of several runs follow each other.
 class JunitReporter : public Reporter {
  public:
   /// @param out kept alive by the caller. @param mostHeld bytes of a run, all of which is held
   /// until
   ///   its end; of the steps beyond, their sum is written.
-  JunitReporter(Printer& out, std::size_t mostHeld)
-      : m_out(out), m_run(RunRecord::Ended::Held, mostHeld) {}
+  JunitReporter(Printer& out, std::size_t mostHeld);
 
   void handle(const RunEvent& event) override;
   void finish() override;
@@ -26,7 +29,10 @@ class JunitReporter : public Reporter {
 
   Printer& m_out;
   RunRecord m_run;
-  bool m_hasBegun = false;
+  std::unique_ptr<std::iostream> m_spool;  ///< what stands below the first line
+  Printer m_body;                          ///< into it
+  OutcomeSums m_sums;
+  double m_seconds = 0;
   bool m_hasRun = false;
 };
 

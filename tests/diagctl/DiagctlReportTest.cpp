@@ -137,6 +137,10 @@ TEST_F(Diagctl, junit_counts_and_nests) {
   const Json root =
       parseXml(run({"run", "-d", "1", "--exclude-test", "Weak", "--format", "junit"}).out);
   EXPECT_EQ(root["tag"], "testsuites");
+  EXPECT_EQ(root["attributes"]["tests"], "4");
+  EXPECT_EQ(root["attributes"]["failures"], "1");
+  EXPECT_EQ(root["attributes"]["errors"], "1");
+  EXPECT_EQ(root["attributes"]["skipped"], "1");
   ASSERT_EQ(root["children"].size(), 1U);
   const Json suite = root["children"][0];
   EXPECT_EQ(suite["attributes"]["name"], "Package MIX");
