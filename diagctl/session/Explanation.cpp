@@ -1,0 +1,284 @@
+#include "diagctl/session/Explanation.h"
+
+#include <fmt/format.h>
+#include <fnmatch.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "diagctl/report/ExitStatus.h"
+#include "diagctl/session/CodeTable.h"
+#include "diagctl/session/ConfigurationText.h"
+#include "diagctl/session/TextArchive.h"
+#include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Texts.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+namespace Contract = PackageKit::Contract;
+namespace fs = std::filesystem;
+
+constexpr const char* kController = "controller";
+constexpr const char* kKit = "kit";
+constexpr const char* kExit = "exit";
+constexpr const char* kWord = "word";
+
+/// What was asked: a name or a number, of one family or of any.
+struct Question {
+  std::string family;  ///< empty: any
+  std::string text;
+  std::optional<unsigned int> number;
+
+  bool isAbout(const std::string& other) const {
+    return family.empty() || strcasecmp(family.c_str(), other.c_str()) == 0;
+  }
+  bool names(const std::string& name) const {
+    return fnmatch(text.c_str(), name.c_str(), FNM_CASEFOLD) == 0;
+  }
+  /// A token is also asked for as a symptom: "line-stuck" for "LINE_STUCK".
+  bool namesToken(const std::string& token) const {
+    std::string symptom = token;
+    std::replace(symptom.begin(), symptom.end(), '_', '-');
+    return names(token) || names(symptom);
+  }
+};
+
+std::optional<unsigned int> toNumber(const std::string& text) {
+  unsigned int number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+Question parse(const std::string& asked) {
+  Question question;
+  const std::size_t colon = asked.find(':');
+  question.family = colon != std::string::npos ? asked.substr(0, colon) : "";
+  question.text = colon != std::string::npos ? asked.substr(colon + 1) : asked;
+  question.number = toNumber(question.text);
+  return question;
+}
+
+// ---- The controller's codes
+
+void addController(const Question& question, std::vector<Explanation>& found) {
+  for (const CodeEntry& entry : codeTable()) {
+    const bool isMeant = question.number ? entry.resultNumber == question.number ||
+                                               entry.eventNumber == question.number
+                                         : question.namesToken(std::string(entry.name));
+    if (!isMeant) {
+      continue;
+    }
+    found.push_back({kController, std::string(entry.name), entry.resultNumber, entry.eventNumber,
+                     told(toText(entry.severity)), told(entry.meaning), told(entry.nextAction)});
+  }
+}
+
+// ---- Codes of the kit and of packages
+
+const char* kindOf(const std::string& section) {
+  return section == "Error"     ? marked("error")
+         : section == "Warning" ? marked("warning")
+                                : marked("information");
+}
+
+/// What a package says in its files.
+struct PackageFiles {
+  ConfigurationText description;
+  std::vector<std::map<std::string, std::string>> texts;  ///< in the order of preference
+};
+
+std::optional<PackageFiles> readPackage(const std::string& directory, const std::string& name,
+                                        const std::string& language) {
+  auto description = ConfigurationText::read(directory + "/" + name + ".cfg");
+  if (!description || !description->hasSection("Package")) {
+    return std::nullopt;
+  }
+  PackageFiles files{std::move(*description), {}};
+  for (const std::string& each : {language, std::string(Contract::kFallbackLanguage)}) {
+    if (const auto file =
+            ConfigurationText::read(fmt::format("{}/{}/{}.cfg", directory, each, name))) {
+      files.texts.push_back(file->keys(each));
+    }
+  }
+  return files;
+}
+
+// What is filled in at each event stands as dots.
+std::string textOf(const PackageFiles& files, const std::string& token) {
+  for (const auto& texts : files.texts) {
+    if (const auto text = texts.find(token); text != texts.end()) {
+      return fillIn(text->second, {"..."});
+    }
+  }
+  return {};
+}
+
+bool isMeant(const Question& question, unsigned int code, const std::string& token) {
+  if (question.number) {
+    return code == *question.number;
+  }
+  const Contract::KitCode* const row = Contract::findKitCode(code);
+  return question.namesToken(token) ||
+         (row != nullptr && question.names(std::string(row->symptom)));
+}
+
+void addPackage(const Question& question, const std::string& name, const PackageFiles& files,
+                std::set<unsigned int>& kitCodes, std::vector<Explanation>& found) {
+  for (const char* const section : {"Error", "Warning", "Information"}) {
+    for (const auto& [key, token] : files.description.keys(section)) {
+      const auto code = toNumber(key);
+      if (!code) {
+        continue;
+      }
+      const bool isKit = Contract::isKitCode(*code);
+      const std::string family = isKit ? kKit : name;
+      // Every package has the kit's.
+      if (!question.isAbout(family) || !isMeant(question, *code, token) ||
+          (isKit && !kitCodes.insert(*code).second)) {
+        continue;
+      }
+      found.push_back({family, token, std::nullopt, code, told(kindOf(section)),
+                       textOf(files, token), textOf(files, Contract::toActionToken(token))});
+    }
+  }
+}
+
+std::set<std::string> packagesIn(const std::string& directory) {
+  std::set<std::string> names;
+  std::error_code failure;
+  for (const auto& entry : fs::directory_iterator(directory, failure)) {
+    if (entry.path().extension() == ".cfg") {
+      names.insert(entry.path().stem());
+    }
+  }
+  return names;
+}
+
+void addPackages(const Question& question, const std::vector<std::string>& directories,
+                 const std::string& language, std::vector<Explanation>& found) {
+  std::set<unsigned int> kitCodes;
+  for (const std::string& directory : directories) {
+    for (const std::string& name : packagesIn(directory)) {
+      if (const auto files = readPackage(directory, name, language)) {
+        addPackage(question, name, *files, kitCodes, found);
+      }
+    }
+  }
+}
+
+// ---- Words of reports
+
+struct Word {
+  const char* name;
+  const char* meaning;
+  const char* action;
+};
+
+constexpr Word kWords[] = {
+    {"PASSED", marked("The device does what the test asks of it."), marked("Nothing to do.")},
+    {"FAILED", marked("The hardware is at fault."),
+     marked("Do what stands below the finding; run the test again to confirm it.")},
+    {"WARNING", marked("Something was seen that is no fault yet."),
+     marked("Do what stands below the finding. --strict counts it as no verdict.")},
+    {"ERROR", marked("No verdict: the tool could not do its work."),
+     marked("Do what stands below the trouble, and run the test again.")},
+    {"ABORTED", marked("No verdict: a person, a signal or the total time ended the test."),
+     marked("Run the test again, with more time.")},
+    {"SKIPPED",
+     marked("Nothing was tested: not possible here, a privilege is missing, not in this diagnostic "
+            "mode, or the run was ended before its turn."),
+     marked("Run as root for what needs a privilege. --fail-on-skip counts it as no verdict.")},
+    {"no-result", marked("A package ended a test and handed over no result."),
+     marked("Look into the package's log.")},
+    {"cut-off",
+     marked("The run ended before the test did: it crashed, was killed, or the machine was lost."),
+     marked("Run the test again.")},
+    {"device-missing", marked("Fewer devices were found than --expect-devices asks for."),
+     marked("Compare \"diagctl list devices\" with what should be there.")},
+    {"package-not-loaded", marked("A package was left out: there is no verdict on its devices."),
+     marked("Run \"diagctl check\": it names file and reason.")},
+    {"failed", marked("A test failed and named no event behind it."),
+     marked("Look into the package's log.")},
+    {"unusual-status", marked("A test had neither passed nor failed and named no event behind it."),
+     marked("Look into the package's log.")},
+    {"tool-trouble", marked("The kit raised an event that this program does not know."),
+     marked("Check that the program and the packages are of the same version.")},
+};
+
+void addWords(const Question& question, std::vector<Explanation>& found) {
+  for (const Word& word : kWords) {
+    if (question.names(word.name)) {
+      found.push_back({kWord, word.name, std::nullopt, std::nullopt, tr("word of a report"),
+                       told(word.meaning), told(word.action)});
+    }
+  }
+}
+
+struct ExitMeaning {
+  int code;
+  const char* meaning;
+  const char* action;
+};
+
+constexpr ExitMeaning kExits[] = {
+    {ExitCode::kPassed, marked("All that was selected ran and passed."), marked("Nothing to do.")},
+    {ExitCode::kHardwareFailure, marked("A hardware failure."),
+     marked("Look at what is FAILED in the report.")},
+    {ExitCode::kNoVerdict, marked("No verdict on all of it: trouble of the tool, or aborted."),
+     marked("Look at what is ERROR or ABORTED in the report.")},
+    {ExitCode::kNothingRan, marked("Nothing ran: a pattern matches nothing, or all was skipped."),
+     marked("Run \"diagctl list tests\" for what can run here.")},
+    {ExitCode::kUsage, marked("Wrong usage."), marked("Run \"diagctl --help\".")},
+};
+
+void addExits(const Question& question, std::vector<Explanation>& found) {
+  if (!question.number) {
+    return;
+  }
+  const int code = static_cast<int>(std::min(*question.number, 1000U));
+  for (const ExitMeaning& exit : kExits) {
+    if (exit.code == code) {
+      found.push_back({kExit, tr("exit status {}", code), std::nullopt, std::nullopt,
+                       tr("without --exit-style"), told(exit.meaning), told(exit.action)});
+    }
+  }
+  constexpr int kSignals = 64;
+  if (code > ExitCode::kSignalBase && code <= ExitCode::kSignalBase + kSignals) {
+    found.push_back({kExit, tr("exit status {}", code), std::nullopt, std::nullopt,
+                     tr("without --exit-style"),
+                     tr("The run was ended by signal {}.", code - ExitCode::kSignalBase), ""});
+  }
+}
+
+}  // namespace
+
+std::vector<Explanation> explanationsOf(const std::string& asked,
+                                        const std::vector<std::string>& directories,
+                                        const std::string& language) {
+  const Question question = parse(asked);
+  std::vector<Explanation> found;
+  if (question.isAbout(kWord)) {
+    addWords(question, found);
+  }
+  if (question.isAbout(kController)) {
+    addController(question, found);
+  }
+  addPackages(question, directories, language, found);
+  if (question.isAbout(kExit)) {
+    addExits(question, found);
+  }
+  return found;
+}
+
+}  // namespace TarvexDiags::FrontEnd
