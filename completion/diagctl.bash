@@ -61,7 +61,7 @@ _diagctl_settings() {
 
 _diagctl_codes() {
   diagctl explain '*' --format json 2>/dev/null </dev/null |
-    sed -n 's/^      "name": "\(.*\)",$/\1/p'
+    sed -n 's/^      "name": "\(.*\)",$/\1/p' | sort -u
 }
 
 # _diagctl_offer WORD: lines of standard input that begin with it, fit to be typed.

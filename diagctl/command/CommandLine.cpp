@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <fnmatch.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -18,6 +17,7 @@
 #include "diagctl/command/Arguments.h"
 #include "diagctl/command/CheckCommand.h"
 #include "diagctl/command/EstimateCommand.h"
+#include "diagctl/command/ExplainCommand.h"
 #include "diagctl/command/Help.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
@@ -30,14 +30,12 @@
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
-#include "diagctl/session/CodeTable.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/NameResolution.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Printer.h"
-#include "diagctl/terminal/Suggestion.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Texts.h"
 
@@ -256,49 +254,9 @@ int show(const GlobalOptions& global, const LookOptions& options) {
   return ExitCode::kPassed;
 }
 
-std::vector<std::string> namesOfCodes() {
-  std::vector<std::string> names;
-  for (const CodeEntry& entry : codeTable()) {
-    names.emplace_back(entry.name);
-  }
-  return names;
-}
-
-std::vector<const CodeEntry*> codesNamed(const std::string& pattern) {
-  std::vector<const CodeEntry*> entries = lookUp(pattern);
-  if (!entries.empty()) {
-    return entries;
-  }
-  for (const CodeEntry& entry : codeTable()) {
-    if (fnmatch(pattern.c_str(), std::string(entry.name).c_str(), FNM_CASEFOLD) == 0) {
-      entries.push_back(&entry);
-    }
-  }
-  return entries;
-}
-
-int explain(const LookOptions& options) {
-  const std::vector<const CodeEntry*> entries = codesNamed(options.item);
-  if (entries.empty()) {
-    standardError().say("diagctl: no code '{}'{}\n", options.item,
-                        didYouMean(options.item, namesOfCodes()));
-    return ExitCode::kNothingRan;
-  }
-  if (options.format == kJsonFormat) {
-    writeJson(standardOutput(), codesAsJson(entries));
-    return ExitCode::kPassed;
-  }
-  for (const CodeEntry* entry : entries) {
-    standardOutput().print("{} ({})\n", entry->name, told(toText(entry->severity)));
-    if (entry->resultNumber) {
-      standardOutput().say("  {} as the result of a call\n", *entry->resultNumber);
-    }
-    if (entry->eventNumber) {
-      standardOutput().say("  {} as a controller event\n", *entry->eventNumber);
-    }
-    standardOutput().print("  {}\n  -> {}\n", told(entry->meaning), told(entry->nextAction));
-  }
-  return ExitCode::kPassed;
+int explain(const GlobalOptions& global, const LookOptions& options) {
+  return carryOutExplain(standardOutput(), options.item, global.config, global.language,
+                         options.format == kJsonFormat);
 }
 
 struct EstimateOptions {
@@ -470,10 +428,11 @@ class CommandLine {
     addWord(showing, "ITEM", m_shown.item, tr("Name, number or wildcard")).required();
     addPackages(showing, m_shown.wishes);
     addAnswerFormat(showing, m_shown.format);
-    CLI::App& explaining = add("explain", tr("Explain a code of the controller"),
-                               "  diagctl explain 32\n  diagctl explain INCORRECT_PHASE",
-                               [this] { return explain(m_explained); });
-    addWord(explaining, "CODE", m_explained.item, tr("Name, number or wildcard")).required();
+    CLI::App& explaining = add("explain", tr("Explain a word or a number of a report"),
+                               "  diagctl explain 32\n  diagctl explain 9040\n"
+                               "  diagctl explain worker-crashed",
+                               [this] { return explain(m_global, m_explained); });
+    addWord(explaining, "WORD", m_explained.item, tr("Name, number or wildcard")).required();
     addAnswerFormat(explaining, m_explained.format);
   }
 

@@ -1,5 +1,6 @@
 #include "diagctl/command/JsonAnswers.h"
 
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -228,17 +229,20 @@ Json problemsAsJson(const std::vector<Problem>& problems) {
   return document;
 }
 
-Json codesAsJson(const std::vector<const CodeEntry*>& entries) {
+Json codesAsJson(const std::vector<Explanation>& explanations) {
+  const auto numberOrNull = [](std::optional<unsigned int> number) {
+    return number ? Json(*number) : Json();
+  };
   Json document = documentOf("codes");
   document["codes"] = Json::array();
-  for (const CodeEntry* entry : entries) {
-    document["codes"].push_back(
-        {{"name", entry->name},
-         {"severity", toText(entry->severity)},
-         {"resultNumber", entry->resultNumber ? Json(*entry->resultNumber) : Json()},
-         {"eventNumber", entry->eventNumber ? Json(*entry->eventNumber) : Json()},
-         {"meaning", entry->meaning},
-         {"nextAction", entry->nextAction}});
+  for (const Explanation& each : explanations) {
+    document["codes"].push_back({{"family", each.family},
+                                 {"name", each.name},
+                                 {"severity", each.kind},
+                                 {"resultNumber", numberOrNull(each.resultNumber)},
+                                 {"eventNumber", numberOrNull(each.eventNumber)},
+                                 {"meaning", each.meaning},
+                                 {"nextAction", each.action}});
   }
   return document;
 }

@@ -8,8 +8,8 @@
 #include "diagctl/check/Check.h"
 #include "diagctl/command/EstimateCommand.h"
 #include "diagctl/session/Catalogue.h"
-#include "diagctl/session/CodeTable.h"
 #include "diagctl/session/Configuration.h"
+#include "diagctl/session/Explanation.h"
 #include "diagctl/session/Selection.h"
 #include "diagctl/terminal/Printer.h"
 
@@ -33,7 +33,7 @@ Json itemsAsJson(const Catalogue& catalogue, const std::string& pattern,
 Json withPlaces(Json listing, const Configuration& configuration);
 Json estimatesAsJson(const std::vector<Estimate>& estimates);
 Json problemsAsJson(const std::vector<Problem>& problems);
-Json codesAsJson(const std::vector<const CodeEntry*>& entries);
+Json codesAsJson(const std::vector<Explanation>& explanations);
 Json planAsJson(const std::vector<SelectedPair>& pairs);
 
 /// Writes a document: harmless to a terminal, whatever its texts hold.

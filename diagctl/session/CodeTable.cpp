@@ -1,9 +1,6 @@
 #include "diagctl/session/CodeTable.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <charconv>
 
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "DiagCtrl/DiagnosticController.h"
@@ -289,13 +286,6 @@ const CodeEntry* findIf(Matches matches) {
   return entry != kTable.end() ? &*entry : nullptr;
 }
 
-std::optional<unsigned int> toNumber(const std::string& text) {
-  unsigned int number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = error == std::errc() && end == text.data() + text.size();
-  return isNumber ? std::optional(number) : std::nullopt;
-}
-
 }  // namespace
 
 const std::vector<CodeEntry>& codeTable() {
@@ -313,20 +303,6 @@ const CodeEntry& entryOfEvent(unsigned int number) {
 
 const CodeEntry* findResult(unsigned int number) {
   return findIf([&](const CodeEntry& entry) { return entry.resultNumber == number; });
-}
-
-std::vector<const CodeEntry*> lookUp(const std::string& nameOrNumber) {
-  const std::optional<unsigned int> number = toNumber(nameOrNumber);
-  std::vector<const CodeEntry*> found;
-  for (const CodeEntry& entry : kTable) {
-    const bool isMeant =
-        number ? entry.resultNumber == number || entry.eventNumber == number
-               : strcasecmp(std::string(entry.name).c_str(), nameOrNumber.c_str()) == 0;
-    if (isMeant) {
-      found.push_back(&entry);
-    }
-  }
-  return found;
 }
 
 std::string_view toText(CodeEntry::Severity severity) {

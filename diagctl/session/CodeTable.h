@@ -37,9 +37,6 @@ const CodeEntry* findEvent(unsigned int number);
 const CodeEntry& entryOfEvent(unsigned int number);
 /// The entry of a call's result; null if there is none.
 const CodeEntry* findResult(unsigned int number);
-/// All entries that a person may mean: by number in either enumeration, or by name, without regard
-/// to case.
-std::vector<const CodeEntry*> lookUp(const std::string& nameOrNumber);
 
 std::string_view toText(CodeEntry::Severity severity);
 

@@ -213,6 +213,9 @@ TEST_F(DiagctlAnswers, estimates_problems_and_codes_for_programs_keep_to_their_s
   ASSERT_FALSE(problems.empty());
   EXPECT_EQ(problems[0]["key"], "RunMode");
   EXPECT_EQ(answer({"explain", "32"}, "codes")["codes"].size(), 2U);
+  const Json exit = answer({"explain", "exit:2"}, "codes")["codes"];
+  ASSERT_EQ(exit.size(), 1U);
+  EXPECT_EQ(exit[0]["family"], "exit");
 }
 
 TEST_F(DiagctlAnswers, names_in_an_answer_for_programs_steer_no_terminal) {

@@ -20,6 +20,7 @@
 #include "DiagCtrl/DiagCtrlEvent.h"
 #include "diagctl/session/OpenFiles.h"
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/KitCodes.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
 #include "tests/support/Eventually.h"
@@ -877,6 +878,31 @@ TEST_F(Diagctl, explain_knows_both_tables_by_name_and_number) {
               AllOf(HasSubstr("FUNCTION_NOT_FOUND_IN_DLL"),
                     HasSubstr("UNABLE_TO_PROCESS_TEST_REQUEST"), HasSubstr("->")));
   EXPECT_EQ(diagctl({"explain", "9999"}).exitCode, kNothingRan);
+}
+
+TEST_F(Diagctl, explain_knows_every_word_and_number_that_a_report_can_show) {
+  const auto explained = [](const std::string& asked) {
+    const Outcome outcome = diagctl({"--lang", "en", "explain", asked});
+    EXPECT_EQ(outcome.exitCode, kPassed) << asked;
+    return outcome.out;
+  };
+  EXPECT_THAT(explained("controller:61"), StartsWith("controller: "));
+  EXPECT_THAT(explained("kit:9040"),
+              AllOf(StartsWith("kit: KIT_TEST_NOT_SUPPORTED (warning)"), HasSubstr("  -> ")));
+  EXPECT_THAT(explained("9040"), StartsWith("kit: KIT_TEST_NOT_SUPPORTED"));
+  EXPECT_THAT(explained("memory:200"), StartsWith("memory: "));
+  EXPECT_THAT(explained("worker-crashed"), StartsWith("kit: KIT_WORKER_CRASHED (error)"));
+  EXPECT_THAT(explained("load-library-failed"), StartsWith("controller: LOAD_LIBRARY_FAILED"));
+  EXPECT_THAT(explained("device-missing"), StartsWith("word: device-missing"));
+  EXPECT_THAT(explained("exit:2"), StartsWith("exit: exit status 2"));
+  EXPECT_THAT(explained("2"), AllOf(HasSubstr("controller: "), HasSubstr("exit: exit status 2")));
+  for (const char* word : {"PASSED", "FAILED", "WARNING", "ERROR", "ABORTED", "SKIPPED"}) {
+    EXPECT_THAT(explained(word), StartsWith(std::string("word: ") + word));
+  }
+  for (const auto& row : PackageKit::Contract::kKitCodes) {
+    EXPECT_THAT(explained(std::string(row.symptom)), HasSubstr(std::string(row.token)));
+  }
+  EXPECT_THAT(diagctl({"--lang", "de", "explain", "kit:9000"}).out, HasSubstr("abgest\u00fcrzt"));
 }
 
 TEST_F(Diagctl, estimate_asks_the_packages_and_sums) {
