@@ -131,9 +131,9 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   const RunConditions conditions{.isStrict = options.reporting.isStrict,
                                  .failOnSkip = options.reporting.failOnSkip};
   const std::size_t mostHeld = mostHeldByEach(options.reporting);
-  Outputs outputs(
-      options.reporting.outputs, formatOf(options.reporting),
-      {false, conditions, mostHeld, options.reporting.onlyProblems, options.reporting.isVerbose});
+  Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
+                  {false, conditions, mostHeld, lineWidthOfOutput(), options.reporting.onlyProblems,
+                   options.reporting.isVerbose});
   Reports reports(log.name(), vanishedOf(options.reporting), outputs, mostHeld);
   std::optional<int> code;
   while (reader.readRun([&](const RunEvent& written) { reports.take(written); })) {

@@ -1,9 +1,11 @@
 #include "diagctl/command/Reporting.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "diagctl/report/Formats.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/FailureInLines.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -38,6 +40,10 @@ std::string formatOf(const ReportingOptions& options) {
     return options.format;
   }
   return options.exitStyle == ExitStyle::Plain ? kTextFormat : kSummaryFormat;
+}
+
+std::size_t lineWidthOfOutput() {
+  return isatty(STDOUT_FILENO) != 0 ? widthOfOutput() : 0;
 }
 
 std::optional<VanishedAs> vanishedOf(const ReportingOptions& options) {

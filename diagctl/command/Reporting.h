@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -25,6 +26,9 @@ struct ReportingOptions {
 };
 
 std::string formatOf(const ReportingOptions& options);
+
+/// Where a text on standard output breaks its lines: at the window's width; 0 where there is none.
+std::size_t lineWidthOfOutput();
 
 /// What a device that vanished is asked to be told as: a monitor is to hear of it. Nothing: nobody
 /// asked.

@@ -344,7 +344,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const RunConditions conditions = conditionsOf(reporting, 0);
   Outputs outputs(reporting.outputs, formatOf(reporting),
                   {isColoured(STDOUT_FILENO), conditions, RunRecord::kUnbounded,
-                   reporting.onlyProblems, reporting.isVerbose});
+                   lineWidthOfOutput(), reporting.onlyProblems, reporting.isVerbose});
   const RunRecord record = runPlan(options, session, plan, outputs);
   summary = summaryOf(record);
   const int code = finish(outputs, exitCodeOf(record, conditions));

@@ -99,6 +99,7 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
     output->m_out->write("\n");
   }
   settings.isColoured = false;
+  settings.lineWidth = 0;
   output->m_reporter = format.makeReporter(*output->m_out, settings);
   return output;
 }

@@ -12,6 +12,7 @@ struct ReportSettings {
   bool isColoured = false;        ///< whether verdicts may be
   RunConditions conditions = {};  ///< by which the run is judged, where the report judges it whole
   std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
+  std::size_t lineWidth = 0;  ///< columns at which the text breaks its lines; 0: nowhere
   bool onlyProblems = false;  ///< no line for what passed or was skipped, in the text
   bool isVerbose = false;     ///< all information and figures of a step behind it, in the text
 };

@@ -6,10 +6,12 @@
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
+#include <sstream>
 #include <utility>
 #include <vector>
 
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -20,15 +22,13 @@ namespace {
 
 constexpr const char* kMargin = "         ";
 constexpr const char* kInnerMargin = "           ";
+constexpr std::size_t kNarrowest = 20;  ///< columns in which a text can be read
 constexpr std::size_t kMostProblems = 200;
 constexpr std::size_t kMostReasons = 50;
 
-// Texts may have several lines, each of which stands below the first.
-void writeIndented(Printer& out, const std::string& margin, const std::string& mark,
-                   const std::string& text) {
-  out.write(margin + mark);
-  out.write(toPrintable(text, "\n" + margin));
-  out.write("\n");
+// As one line, or in several where it is wider; what needs no break stays as it is.
+std::vector<std::string> fitted(const std::string& line, std::size_t width) {
+  return width == 0 || columnsOf(line) <= width ? std::vector{line} : wrapped(line, width);
 }
 
 std::string testsText(std::size_t count) {
@@ -267,10 +267,10 @@ void TextReporter::writeNews(const std::string& stepId) {
     return;
   }
   for (const std::string& text : news->second.texts) {
-    writeIndented(m_out, kMargin, ". ", text);
+    writeIndented(kMargin, ". ", text);
   }
   if (news->second.texts.omitted() > 0) {
-    writeIndented(m_out, kMargin, ". ", moreOf(news->second.texts));
+    writeIndented(kMargin, ". ", moreOf(news->second.texts));
   }
 }
 
@@ -287,16 +287,37 @@ void TextReporter::writeFacts(const StepRecord& step) {
 // Each finding with what to do about it; the same advice for several stands below the last of them.
 void TextReporter::writeFindings(const StepRecord& step) {
   for (std::size_t place = 0; place < step.findings.size(); ++place) {
-    writeIndented(m_out, kMargin, "", step.findings[place]);
+    writeIndented(kMargin, "", step.findings[place]);
     const auto advice = step.advice[place];
     const auto next = step.advice.begin() + static_cast<std::ptrdiff_t>(place) + 1;
     if (advice && std::find(next, step.advice.end(), advice) == step.advice.end()) {
-      writeIndented(m_out, kMargin, "-> ", step.actions[*advice]);
+      writeIndented(kMargin, "-> ", step.actions[*advice]);
     }
   }
   for (const BoundedTexts* texts : {&step.findings, &step.actions}) {
     if (texts->omitted() > 0) {
-      writeIndented(m_out, kMargin, texts == &step.actions ? "-> " : "", moreOf(*texts));
+      writeIndented(kMargin, texts == &step.actions ? "-> " : "", moreOf(*texts));
+    }
+  }
+}
+
+void TextReporter::writeIndented(const std::string& margin, const std::string& mark,
+                                 const std::string& text) {
+  writeLines(margin + mark, margin, text);
+}
+
+// Texts may have several lines, each of which stands below the first.
+void TextReporter::writeLines(const std::string& before, const std::string& margin,
+                              const std::string& text) {
+  const std::size_t used = std::max(before.size(), margin.size());
+  const bool isBroken = m_settings.lineWidth >= used + kNarrowest;
+  std::string begin = before;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    for (const std::string& part :
+         fitted(toPrintable(line), isBroken ? m_settings.lineWidth - used : 0)) {
+      m_out.write(begin + part + "\n");
+      begin = margin;
     }
   }
 }
@@ -308,10 +329,10 @@ void TextReporter::finish() {
 void TextReporter::writeTroubles() {
   for (const std::string& trouble : m_record.troubles()) {
     writeVerdict(StepRecord::Outcome::Trouble);
-    writeIndented(m_out, "  ", "", trouble);
+    writeLines("  ", kMargin, trouble);
   }
   if (m_record.troubles().omitted() > 0) {
-    writeIndented(m_out, kMargin, "", moreOf(m_record.troubles()));
+    writeIndented(kMargin, "", moreOf(m_record.troubles()));
   }
 }
 
@@ -325,9 +346,9 @@ void TextReporter::writeProblems() {
     m_out.write("  ");
     writeVerdict(problem.outcome);
     m_out.print("  {}\n", problem.name);
-    writeIndented(m_out, kInnerMargin, "", problem.finding);
+    writeIndented(kInnerMargin, "", problem.finding);
     if (!problem.action.empty()) {
-      writeIndented(m_out, kInnerMargin, "-> ", problem.action);
+      writeIndented(kInnerMargin, "-> ", problem.action);
     }
   }
   if (m_furtherProblems > 0) {

@@ -50,6 +50,9 @@ class TextReporter : public Reporter {
   void writeStep(const StepRecord& step);
   void writeFacts(const StepRecord& step);
   void writeFindings(const StepRecord& step);
+  void writeIndented(const std::string& margin, const std::string& mark, const std::string& text);
+  /// @param before the first line. @param margin before the others.
+  void writeLines(const std::string& before, const std::string& margin, const std::string& text);
   void writeTroubles();
   void writeProblems();
   void writeSums();
