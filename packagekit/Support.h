@@ -21,6 +21,10 @@ class Support {
     return {reason.empty() ? Contract::kNoReason : std::move(reason), std::move(detail)};
   }
 
+  /// @brief The test is not for devices of this kind, whatever machine and rights: for packages
+  /// with devices of several kinds. Front ends don't speak of such a pair at all.
+  static Support notForThisKind() { return no(Contract::kNotForThisKind); }
+
   explicit operator bool() const { return m_reason.empty(); }
 
   /// @brief Why not; empty for a yes.

@@ -43,6 +43,7 @@ const char* nameOf(PairState state) {
     case PairState::Disabled:
       return "disabled";
     case PairState::Unsupported:
+    case PairState::Impossible:
       break;
   }
   return "unsupported";
@@ -73,7 +74,9 @@ Json pairOf(const PackageItem& package, const DeviceItem& device, const TestItem
 Json toJson(const PackageItem& package, const TestItem& test) {
   Json devices = Json::array();
   for (const DeviceItem& device : package.devices) {
-    devices.push_back(pairOf(package, device, test));
+    if (package.stateOf(device, test) != PairState::Impossible) {
+      devices.push_back(pairOf(package, device, test));
+    }
   }
   return {{"package", package.name},
           {"number", test.id},

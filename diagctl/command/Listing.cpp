@@ -39,11 +39,17 @@ void showPackage(Printer& out, const PackageItem& package, const std::string& di
   }
 }
 
+bool isPossible(const PackageItem& package, const DeviceItem& device, const TestItem& test) {
+  return package.stateOf(device, test) != PairState::Impossible;
+}
+
 void showDevice(Printer& out, const PackageItem& package, const DeviceItem& device) {
   out.say("device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.name, device.name, device.tag,
           statusOf(device));
   for (const TestItem& test : package.tests) {
-    out.say("  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
+    if (isPossible(package, device, test)) {
+      out.say("  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
+    }
   }
 }
 
@@ -82,7 +88,9 @@ void showTest(Printer& out, const PackageItem& package, const TestItem& test,
     out.say("  takes about {} s\n", test.estimatedTime);
   }
   for (const DeviceItem& device : package.devices) {
-    out.say("  on {}: {}\n", device.name, package.describe(device, test));
+    if (isPossible(package, device, test)) {
+      out.say("  on {}: {}\n", device.name, package.describe(device, test));
+    }
   }
   showSettings(out, settingsOfTest(directory, package.baseName, test.id));
 }
@@ -92,8 +100,10 @@ std::map<std::string, std::string> devicesByState(const PackageItem& package,
                                                   const TestItem& test) {
   std::map<std::string, std::string> devices;
   for (const DeviceItem& device : package.devices) {
-    std::string& names = devices[package.describe(device, test)];
-    names += (names.empty() ? "" : ", ") + device.name;
+    if (isPossible(package, device, test)) {
+      std::string& names = devices[package.describe(device, test)];
+      names += (names.empty() ? "" : ", ") + device.name;
+    }
   }
   return devices;
 }

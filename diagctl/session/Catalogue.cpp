@@ -129,6 +129,7 @@ std::string PackageItem::describe(const DeviceItem& device, const TestItem& test
     case PairState::Disabled:
       return tr("disabled by the package's configuration");
     case PairState::Unsupported:
+    case PairState::Impossible:
       break;
   }
   return reason != reasons.end() ? tr("not supported: {}", reason->second) : tr("not supported");

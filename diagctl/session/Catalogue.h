@@ -11,7 +11,12 @@
 namespace TarvexDiags::FrontEnd {
 
 /// Whether a test can run on a device.
-enum class PairState { Enabled, Disabled, Unsupported };
+enum class PairState {
+  Enabled,
+  Disabled,
+  Unsupported,
+  Impossible,  ///< the test is not for devices of this kind: nothing is said of the pair
+};
 
 struct TestItem {
   int id = 0;

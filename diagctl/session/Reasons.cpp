@@ -33,7 +33,12 @@ void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& 
       for (const TestItem& test : package.tests) {
         const auto reason =
             reasons.find({package.baseName, test.id, Contract::toSupportField(device.tag)});
-        if (reason != reasons.end()) {
+        if (reason == reasons.end()) {
+          continue;
+        }
+        if (reason->second->reason == Contract::kNotForThisKind) {
+          package.pairs[{device.id, test.id}] = PairState::Impossible;
+        } else {
           package.skipKinds[{device.id, test.id}] = skipKindOf(reason->second->reason);
           package.reasons[{device.id, test.id}] =
               texts.reason(package.index, reason->second->reason) +

@@ -12,8 +12,8 @@ namespace TarvexDiags::FrontEnd {
 /// The kind of a reason that a package gives.
 SkipKind skipKindOf(const std::string& reason);
 
-/// Fills in why tests are not supported, as far as packages said so while they were enumerated: the
-/// controller knows a yes or no alone.
+/// Fills in why tests are not supported, and which pairs are impossible, as far as packages said so
+/// while they were enumerated: the controller knows a yes or no alone.
 /// @param texts must have kept those of the packages.
 void addReasons(Catalogue& catalogue, const std::vector<PackageKit::Contract::SupportLine>& lines,
                 const Texts& texts);

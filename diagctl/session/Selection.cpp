@@ -79,8 +79,10 @@ std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatt
         continue;
       }
       for (const TestItem& test : package.tests) {
-        if (isSelected(test, patterns.tests, patterns.excludedTests, matchesTest)) {
-          pairs.push_back({&package, &device, &test, package.stateOf(device, test)});
+        const PairState state = package.stateOf(device, test);
+        if (state != PairState::Impossible &&
+            isSelected(test, patterns.tests, patterns.excludedTests, matchesTest)) {
+          pairs.push_back({&package, &device, &test, state});
         }
       }
     }

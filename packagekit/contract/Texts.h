@@ -20,7 +20,10 @@ inline std::string toActionToken(const std::string& token) {
 inline constexpr const char* kNoReason = "KIT_NO_REASON";
 inline constexpr const char* kNoSuchTest = "KIT_NO_SUCH_TEST";
 inline constexpr const char* kNotOffered = "KIT_NOT_OFFERED";  ///< detail: the diagnostic mode
-inline constexpr std::array<const char*, 3> kReasons = {kNoReason, kNoSuchTest, kNotOffered};
+/// A pair that can never be: clients neither offer nor list it.
+inline constexpr const char* kNotForThisKind = "KIT_NOT_FOR_THIS_KIND";
+inline constexpr std::array<const char*, 4> kReasons = {kNoReason, kNoSuchTest, kNotOffered,
+                                                        kNotForThisKind};
 
 /// @brief A detail that no language has a word for, as it stands behind its reason: " (/dev/sda)".
 /// Nothing for no detail.
