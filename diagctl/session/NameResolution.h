@@ -24,7 +24,7 @@ std::vector<std::string> patternsOfWord(const Catalogue& catalogue, const std::s
 /// nothing is near.
 std::string hintFor(const Catalogue& catalogue, PatternKind kind, const std::string& pattern);
 
-/// The include patterns that match nothing, each with that:
+/// The patterns that match nothing, each with that:
 /// "test 'Goood'; did you mean 'Good'?".
 std::vector<std::string> describeUnmatched(const Catalogue& catalogue,
                                            const SelectionPatterns& patterns);

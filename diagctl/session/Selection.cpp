@@ -35,11 +35,14 @@ bool isSelected(const Item& item, const std::vector<std::string>& included,
 }
 
 template <class MatchesAny>
-void collectUnmatched(const std::vector<std::string>& patterns, PatternKind kind,
+void collectUnmatched(const std::vector<std::string>& included,
+                      const std::vector<std::string>& excluded, PatternKind kind,
                       MatchesAny matchesAny, std::vector<UnmatchedPattern>& unmatched) {
-  for (const std::string& pattern : patterns) {
-    if (!matchesAny(pattern)) {
-      unmatched.push_back({kind, pattern});
+  for (const std::vector<std::string>* patterns : {&included, &excluded}) {
+    for (const std::string& pattern : *patterns) {
+      if (!matchesAny(pattern)) {
+        unmatched.push_back({kind, pattern});
+      }
     }
   }
 }
@@ -95,7 +98,7 @@ std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
   const auto& packages = catalogue.packages;
   std::vector<UnmatchedPattern> unmatched;
   collectUnmatched(
-      patterns.packages, PatternKind::Package,
+      patterns.packages, patterns.excludedPackages, PatternKind::Package,
       [&](const std::string& pattern) {
         const auto& lost = catalogue.lostPackages;
         return std::any_of(packages.begin(), packages.end(),
@@ -105,7 +108,7 @@ std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
       },
       unmatched);
   collectUnmatched(
-      patterns.devices, PatternKind::Device,
+      patterns.devices, patterns.excludedDevices, PatternKind::Device,
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.devices.begin(), package.devices.end(),
@@ -114,7 +117,7 @@ std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
       },
       unmatched);
   collectUnmatched(
-      patterns.tests, PatternKind::Test,
+      patterns.tests, patterns.excludedTests, PatternKind::Test,
       [&](const std::string& pattern) {
         return std::any_of(packages.begin(), packages.end(), [&](const auto& package) {
           return std::any_of(package.tests.begin(), package.tests.end(),

@@ -41,8 +41,9 @@ struct SelectedPair {
 /// The pairs that match, in the order of the catalogue. The items stay the catalogue's.
 std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns);
 
-/// The include patterns that match nothing at all in the catalogue. A package that was left out is
-/// there, so its name matches.
+/// The patterns that match nothing at all in the catalogue, those of what is to be left out too: a
+/// misspelt one would have run what was meant to be spared. A package that was left out is there,
+/// so its name matches.
 std::vector<UnmatchedPattern> findUnmatched(const Catalogue& catalogue,
                                             const SelectionPatterns& patterns);
 

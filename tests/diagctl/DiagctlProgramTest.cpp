@@ -215,6 +215,9 @@ TEST_F(Diagctl, run_with_one_misspelt_pattern_ends_before_it_begins) {
               ElementsAre("diagctl: nothing matches package 'MIXX'; did you mean 'MIX'?",
                           "diagctl: nothing matches device 'Rihgt'; did you mean 'Right'?"));
   EXPECT_FALSE(fs::exists(log));
+  const Outcome spared = run({"run", "--dry-run", "--exclude-test", "Bda"});
+  EXPECT_EQ(spared.exitCode, kNothingRan);
+  EXPECT_THAT(spared.err, HasSubstr("nothing matches test 'Bda'; did you mean 'Bad'?"));
   const Outcome line = run({"run", "-t", "Goood", "--exit-style", "nagios"});
   EXPECT_EQ(line.exitCode, 3);
   EXPECT_THAT(linesOf(line.out),

@@ -154,8 +154,10 @@ std::size_t expectedUnmatched(const Scene& scene) {
                               [&](const Called& item) { return item.isMeant(pattern); });
         }));
   };
-  return lost(scene.patterns.packages, packages) + lost(scene.patterns.devices, devices) +
-         lost(scene.patterns.tests, tests);
+  const SelectionPatterns& by = scene.patterns;
+  return lost(by.packages, packages) + lost(by.excludedPackages, packages) +
+         lost(by.devices, devices) + lost(by.excludedDevices, devices) + lost(by.tests, tests) +
+         lost(by.excludedTests, tests);
 }
 
 }  // namespace

@@ -41,11 +41,14 @@ TEST(Selection, patterns_without_a_match_are_named) {
   SelectionPatterns patterns;
   patterns.packages = {"storage", "memory"};
   patterns.tests = {"*read", "writing"};
+  patterns.excludedDevices = {"disk0", "disk7"};
+  patterns.excludedPackages = {"network"};
   std::vector<std::string> unmatched;
   for (const UnmatchedPattern& each : findUnmatched(oneDeviceCatalogue(), patterns)) {
     unmatched.push_back(toText(each));
   }
-  EXPECT_THAT(unmatched, ElementsAre("package 'memory'", "test 'writing'"));
+  EXPECT_THAT(unmatched, ElementsAre("package 'memory'", "package 'network'", "device 'disk7'",
+                                     "test 'writing'"));
 }
 
 TEST(Selection, a_package_that_was_left_out_is_no_misspelt_one) {
