@@ -3,8 +3,12 @@
 #include "diagctl/command/CommandLine.h"
 #include "diagctl/command/Reporting.h"
 #include "diagctl/report/ExitStatus.h"
+#include "diagctl/terminal/StandardDescriptors.h"
 
 int main(int argc, char** argv) {
+  if (!TarvexDiags::FrontEnd::holdStandardDescriptors()) {
+    return TarvexDiags::FrontEnd::ExitCode::kNoVerdict;
+  }
   try {
     return TarvexDiags::FrontEnd::runCommandLine(argc, argv);
   } catch (const std::exception& failure) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -460,6 +461,27 @@ TEST_F(Diagctl, a_closed_pipe_lets_the_run_end_in_order) {
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
   EXPECT_THAT(outcome.err, HasSubstr("standard output: Broken pipe"));
   EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
+}
+
+TEST_F(Diagctl, what_was_meant_for_a_descriptor_that_is_not_there_gets_into_no_file) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  const auto ranWithout = [&](const std::vector<int>& closed, const std::string& output) {
+    std::filesystem::remove(log);
+    Program::Options options;
+    options.closed = closed;
+    return run({"run", "-t", "Good", "-d", "1", "-o", "jsonl=" + log, "-o", output}, options);
+  };
+  const std::string report = "tap=" + place.path("run.tap");
+  const Outcome outcome = ranWithout({0, 1}, report);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict) << "a report is missing";
+  EXPECT_THAT(outcome.err, HasSubstr("standard output: Bad file descriptor"));
+  EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
+  EXPECT_EQ(ranWithout({0, 1, 2}, report).exitCode, kNoVerdict);
+  EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunEnd").size(), 1U);
+  EXPECT_EQ(ranWithout({1}, "text=/dev/stdout").exitCode, kNoVerdict);
+  EXPECT_EQ(ranWithout({0, 2}, report).exitCode, kPassed);
+  EXPECT_THAT(contentsOf(place.path("run.tap")), Not(HasSubstr("diagctl:")));
 }
 
 TEST_F(Diagctl, an_output_that_cannot_be_opened_is_told_before_anything_runs) {

@@ -148,6 +148,9 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
     texts.push_back(const_cast<char*>(argument.c_str()));
   }
   texts.push_back(nullptr);
+  for (const int descriptor : options.closed) {
+    close(descriptor);
+  }
   execv(TARVEX_DIAGCTL, texts.data());
   _exit(127);
 }

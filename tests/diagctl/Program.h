@@ -25,6 +25,7 @@ class Program {
     std::string standardInput = {};   ///< a file instead of none
     std::string standardOutput = {};  ///< a file instead of being caught
     bool closesOutput = false;        ///< nobody reads its standard output
+    std::vector<int> closed = {};     ///< descriptors that it is started without
     unsigned int user = 0;            ///< to run as, 0 for the present one
     int ignoredSignal = 0;            ///< as nohup does with SIGHUP
     unsigned long openFiles = 0;      ///< that it may have, 0 for no other limit
