@@ -234,24 +234,22 @@ int show(const GlobalOptions& global, const LookOptions& options) {
   tellWarnings(standardError(), session->warnings());
   const Catalogue& catalogue = session->catalogue();
   const std::string directory = packageDirectoryOf(configuration.path());
-  bool isFound = false;
-  for (const std::string& pattern : patternsOfWord(catalogue, options.item)) {
-    if (options.format == kJsonFormat) {
-      const Json items = itemsAsJson(catalogue, pattern, directory);
-      isFound = !items.is_null();
-      if (isFound) {
-        writeJson(standardOutput(), items);
-      }
-    } else {
-      isFound = showItem(standardOutput(), catalogue, pattern, directory);
+  const bool isForPrograms = options.format == kJsonFormat;
+  const std::vector<std::string> patterns = patternsOfWord(catalogue, options.item);
+  if (isForPrograms) {
+    writeJson(standardOutput(), itemsAsJson(catalogue, patterns, directory));
+  }
+  int code = ExitCode::kPassed;
+  for (const std::string& pattern : patterns) {
+    const bool isFound = isForPrograms ? matchesSomething(catalogue, pattern)
+                                       : showItem(standardOutput(), catalogue, pattern, directory);
+    if (!isFound) {
+      standardError().say("diagctl: no package, device or test matches '{}'{}\n", pattern,
+                          hintFor(catalogue, PatternKind::Word, pattern));
+      code = ExitCode::kNothingRan;
     }
   }
-  if (!isFound) {
-    standardError().say("diagctl: no package, device or test matches '{}'{}\n", options.item,
-                        hintFor(catalogue, PatternKind::Word, options.item));
-    return ExitCode::kNothingRan;
-  }
-  return ExitCode::kPassed;
+  return code;
 }
 
 int explain(const GlobalOptions& global, const LookOptions& options) {

@@ -51,17 +51,18 @@ int carryOutExplain(Printer& out, const std::string& asked,
                     bool isForPrograms) {
   const std::vector<std::string> packages = packagesOf(config);
   const std::vector<Explanation> found = explanationsOf(asked, packages, language);
+  if (isForPrograms) {
+    writeJson(out, codesAsJson(found));
+  }
   if (found.empty()) {
     standardError().say("diagctl: no code or word '{}'{}\n", asked,
                         didYouMean(asked, namesOf(explanationsOf("*", packages, language))));
     return ExitCode::kNothingRan;
   }
-  if (isForPrograms) {
-    writeJson(out, codesAsJson(found));
-    return ExitCode::kPassed;
-  }
   for (const Explanation& explanation : found) {
-    tell(out, explanation);
+    if (!isForPrograms) {
+      tell(out, explanation);
+    }
   }
   return ExitCode::kPassed;
 }

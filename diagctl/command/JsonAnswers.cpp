@@ -1,5 +1,6 @@
 #include "diagctl/command/JsonAnswers.h"
 
+#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -161,39 +162,38 @@ Json testsAsJson(const Catalogue& catalogue) {
   return document;
 }
 
-Json itemsAsJson(const Catalogue& catalogue, const std::string& pattern,
+Json itemsAsJson(const Catalogue& catalogue, const std::vector<std::string>& patterns,
                  const std::string& directory) {
   Json document = documentOf("items");
   for (const char* kind : {"packages", "devices", "tests"}) {
     document[kind] = Json::array();
   }
-  bool isFound = false;
-  const auto add = [&](const char* kind, Json item) {
-    document[kind].push_back(std::move(item));
-    isFound = true;
+  const auto isMeant = [&](const auto& matches, const auto& item) {
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&](const std::string& pattern) { return matches(pattern, item); });
   };
   for (const PackageItem& package : catalogue.packages) {
-    if (matchesPackage(pattern, package)) {
-      add("packages", toJson(package));
+    if (isMeant(matchesPackage, package)) {
+      document["packages"].push_back(toJson(package));
     }
     for (const DeviceItem& device : package.devices) {
-      if (matchesDevice(pattern, device)) {
-        add("devices", toJson(package, device));
+      if (isMeant(matchesDevice, device)) {
+        document["devices"].push_back(toJson(package, device));
       }
     }
     for (const TestItem& test : package.tests) {
-      if (matchesTest(pattern, test)) {
+      if (isMeant(matchesTest, test)) {
         Json item = toJson(package, test);
         const TestRemarks remarks = remarksOfTest(directory, package.baseName, test.id);
         item["needs"] = orNull(remarks.needs);
         item["writes"] = orNull(remarks.writes);
         item["privileges"] = Contract::privilegeWords(remarks.privileges);
         item["settings"] = settingsAsJson(settingsOfTest(directory, package.baseName, test.id));
-        add("tests", std::move(item));
+        document["tests"].push_back(std::move(item));
       }
     }
   }
-  return isFound ? document : Json();
+  return document;
 }
 
 Json withPlaces(Json listing, const Configuration& configuration) {

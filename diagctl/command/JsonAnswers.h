@@ -25,9 +25,9 @@ inline constexpr const char* kJsonFormat = "json";
 Json packagesAsJson(const Catalogue& catalogue);
 Json devicesAsJson(const Catalogue& catalogue);
 Json testsAsJson(const Catalogue& catalogue);
-/// Each package, device and test that matches. @return null if none does.
+/// Each package, device and test that matches one of the patterns.
 /// @param directory of the packages.
-Json itemsAsJson(const Catalogue& catalogue, const std::string& pattern,
+Json itemsAsJson(const Catalogue& catalogue, const std::vector<std::string>& patterns,
                  const std::string& directory);
 /// A listing with the control file and the directories in use.
 Json withPlaces(Json listing, const Configuration& configuration);

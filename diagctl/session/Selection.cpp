@@ -68,6 +68,19 @@ bool matchesTest(const std::string& pattern, const TestItem& test) {
   return matchesId(pattern, static_cast<unsigned long>(test.id)) || matchesText(pattern, test.name);
 }
 
+bool matchesSomething(const Catalogue& catalogue, const std::string& pattern) {
+  return std::any_of(
+      catalogue.packages.begin(), catalogue.packages.end(), [&](const PackageItem& package) {
+        const auto& devices = package.devices;
+        const auto& tests = package.tests;
+        return matchesPackage(pattern, package) ||
+               std::any_of(devices.begin(), devices.end(),
+                           [&](const auto& item) { return matchesDevice(pattern, item); }) ||
+               std::any_of(tests.begin(), tests.end(),
+                           [&](const auto& item) { return matchesTest(pattern, item); });
+      });
+}
+
 std::vector<SelectedPair> select(const Catalogue& catalogue, const SelectionPatterns& patterns) {
   std::vector<SelectedPair> pairs;
   if (!patterns.words.empty()) {

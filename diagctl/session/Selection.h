@@ -54,5 +54,7 @@ bool matchesPackage(const std::string& pattern, const PackageItem& package);
 bool matchesLostPackage(const std::string& pattern, const LostPackage& package);
 bool matchesDevice(const std::string& pattern, const DeviceItem& device);
 bool matchesTest(const std::string& pattern, const TestItem& test);
+/// Whether a package that was loaded, a device or a test matches.
+bool matchesSomething(const Catalogue& catalogue, const std::string& pattern);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -218,6 +218,21 @@ TEST_F(DiagctlAnswers, estimates_problems_and_codes_for_programs_keep_to_their_s
   EXPECT_EQ(exit[0]["family"], "exit");
 }
 
+TEST_F(DiagctlAnswers, a_program_gets_a_document_also_where_nothing_matches) {
+  Json items = answer({"show", "nosuch"}, "items");
+  for (const char* kind : {"packages", "devices", "tests"}) {
+    EXPECT_THAT(items[kind], IsEmpty()) << kind;
+  }
+  EXPECT_THAT(answer({"explain", "nosuch"}, "codes")["codes"], IsEmpty());
+  EXPECT_EQ(run({"show", "nosuch", "--format", "json"}).exitCode, kNothingRan);
+  const Outcome both = run({"show", "nosuch,Picky", "--format", "json"});
+  EXPECT_EQ(both.exitCode, kNothingRan);
+  EXPECT_THAT(both.err, HasSubstr("matches 'nosuch'"));
+  EXPECT_EQ(Json::parse(both.out)["tests"].size(), 1U);
+  items = answer({"show", "Picky,Good"}, "items");
+  EXPECT_EQ(items["tests"].size(), 2U) << "one document for several words";
+}
+
 TEST_F(DiagctlAnswers, names_in_an_answer_for_programs_steer_no_terminal) {
   place.addPackage("EVIL", {{.name = "Good"}}, {{"\x1b[2J\u202e\x7f", "bus/evil"}});
   const Outcome outcome = run({"list", "devices", "--format", "json"});
