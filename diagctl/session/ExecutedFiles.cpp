@@ -171,6 +171,11 @@ class Collection {
       addObject(directory + "/" + needed, m_ofThisProcess);
       addNeeded(needed, file.string(), libraryPathFor(file.string()), m_ofThisProcess);
     }
+    // What the machine is taken for, and which devices are tested, is read below it.
+    const std::string machine = valueIn(file.string(), "Package", "SystemRoot");
+    if (!machine.empty()) {
+      m_inspection.inspect(machine);
+    }
     const std::string package = directory + "/lib" + file.stem().string() + ".so";
     const std::string worker = valueIn(file.string(), "Package", Contract::kWorkerPathKey);
     const std::vector<std::string> workers =

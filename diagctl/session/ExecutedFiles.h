@@ -11,7 +11,7 @@ namespace TarvexDiags::FrontEnd {
 /// - the control file, the directory of packages, and the directory for logs, in which others could
 ///   put a link where a log is written;
 /// - descriptions, shared objects and texts of the packages, the message file, and what a
-///   description or a shared object needs;
+///   description or a shared object needs, and the folder where a package looks for the machine;
 /// - the program itself with the shared objects that it has loaded, the controller and the
 ///   framework among them, and what `LD_LIBRARY_PATH`, `LD_PRELOAD` and `LD_AUDIT` name for the
 ///   workers;

@@ -70,5 +70,17 @@ TEST(Safety, looks_at_shared_objects_that_a_description_needs) {
               ::testing::Contains(HasSubstr(helper + ": may be written by others")));
 }
 
+TEST(Safety, looks_at_the_folder_that_a_package_takes_for_the_machine) {
+  const TestSupport::TemporaryDirectory place;
+  const std::string packages = place.makeDirectory("packages");
+  const std::string machine = place.makeDirectory("machine");
+  std::ofstream(packages + "/a.cfg") << "[Package]\nSystemRoot=" << machine << "\n";
+  fs::permissions(machine, fs::perms(0755));
+  const auto isOpen = ::testing::Contains(HasSubstr(machine + ": may be written by others"));
+  EXPECT_THAT(findInsecureFiles("/etc/passwd", packages), Not(isOpen));
+  fs::permissions(machine, fs::perms(0777));
+  EXPECT_THAT(findInsecureFiles("/etc/passwd", packages), isOpen);
+}
+
 }  // namespace
 }  // namespace TarvexDiags::FrontEnd
