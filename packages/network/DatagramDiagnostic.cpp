@@ -46,12 +46,13 @@ class DatagramRun {
         m_journal(journal),
         m_inFlight(std::clamp<std::uint64_t>(link.capacity(options.longest), 1, options.inFlight)),
         m_payload(options.seed),
+        m_toSend(options.datagrams),
         m_arrivals(options.datagrams, 0),
         m_buffer(std::size_t{64} << 10),
         m_pace(options.pace) {}
 
   DatagramFigures run() {
-    while (m_settled < m_options.datagrams && !m_broken && !isHopeless()) {
+    while (m_settled < m_toSend && !m_broken && !isHopeless()) {
       const bool sent = send();
       const bool received = receive();
       if (m_stopped) {
@@ -89,6 +90,9 @@ class DatagramRun {
     m_idle += waited;
     // What is on its way over such a path may arrive some day; it counts as lost.
     m_slow = m_pace.wait(waited, m_figures.bytes);
+    if (m_pace.isOver()) {
+      m_toSend = m_sent;  // what is on its way may still arrive
+    }
     if (m_idle >= m_options.patience) {
       m_path.requirePresence();
       // What is on its way now is lost; the rest still gets its chance.
@@ -110,7 +114,7 @@ class DatagramRun {
   }
 
   bool send() {
-    if (m_sent == m_options.datagrams || m_sent - m_settled >= m_inFlight) {
+    if (m_sent == m_toSend || m_sent - m_settled >= m_inFlight) {
       return false;
     }
     const Header header{m_sent, guardOf(m_sent, m_options.seed)};
@@ -230,6 +234,9 @@ class DatagramRun {
     if (!m_broken && !tellLosses()) {  // what was on its way shares the fate of the connection
       tellEarlyEnd();
     }
+    if (m_toSend < m_options.datagrams) {
+      tellShortness();
+    }
     if (m_told > kMostTold) {
       m_corrupted.count += m_unknown;
       tellTally(NetworkEvent::DatagramsCorrupted, m_corrupted);
@@ -247,8 +254,18 @@ class DatagramRun {
   void tellEarlyEnd() {
     if (m_slow) {
       tell(m_path.slow(*m_slow, m_figures.bytes));
-    } else if (m_sent < m_options.datagrams && !isStorm()) {
+    } else if (m_sent < m_toSend && !isStorm()) {
       tell(m_path.slow({Pace::Fault::Kind::Stalled, m_inVain}, m_figures.bytes));
+    }
+  }
+
+  void tellShortness() {
+    const double seconds = std::chrono::duration<double>(m_options.pace.whole).count();
+    report(m_journal, NetworkEvent::TimeIsOver,
+           {m_path.interface(), fmt::format("{:.1f}", seconds),
+            std::to_string(m_sent * 100 / m_options.datagrams)});
+    if (std::optional<Finding> finding = m_path.poor(m_options.pace, m_figures.bytes)) {
+      tell(std::move(*finding));
     }
   }
 
@@ -294,6 +311,7 @@ class DatagramRun {
   RunJournal& m_journal;
   const std::uint64_t m_inFlight;
   Payload m_payload;
+  std::uint64_t m_toSend;                ///< less than asked for when the time is over
   std::vector<std::uint8_t> m_arrivals;  ///< of each datagram: none, one, or more
   std::vector<std::byte> m_buffer;
   std::vector<std::byte> m_outgoing;

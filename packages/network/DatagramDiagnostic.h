@@ -58,9 +58,10 @@ struct DatagramFigures {
 
 /// @brief Sends numbered datagrams of all lengths and compares every byte that arrives. Tells those
 /// that were lost, came twice or in another order, or were corrupted. What found no room in the
-/// receiver's buffer is no loss. Ends early on a path that is as good as dead, or brings endless
-/// copies, and tells what was found until then. Throws std::system_error when the kernel refuses
-/// one for reasons of its own, and what the path throws when its interface is gone.
+/// receiver's buffer is no loss. Ends early on a path that is as good as dead, brings endless
+/// copies or needs more time than it gets, and tells what was found until then. Throws
+/// std::system_error when the kernel refuses one for reasons of its own, and what the path throws
+/// when its interface is gone.
 DatagramFigures verifyDatagrams(DatagramLink& link, const DatagramOptions& options,
                                 const Path& path, RunJournal& journal);
 

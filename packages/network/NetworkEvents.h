@@ -19,6 +19,7 @@ enum class NetworkEvent : unsigned int {
   Driver = 6,             ///< interface, driver, version, firmware, bus
   FewDrops = 7,           ///< interface, counter, by how much it rose
   ReceiverOverran = 8,    ///< interface, datagrams that found no room in the receiver's buffer
+  TimeIsOver = 9,         ///< interface, seconds, percent of the data that was sent in them
 
   Unusual = 100,          ///< interface, warnings: closes a test without a verdict
   SlowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer
@@ -27,6 +28,7 @@ enum class NetworkEvent : unsigned int {
   SlowerThanAsked = 104,  ///< interface, rate, rate asked for
   Reordered = 105,        ///< interface, datagrams, sequence number of the first
   PathFiltered = 106,     ///< interface, cause: data is lost where no hardware takes part
+  PoorRate = 107,         ///< interface, rate, seconds in which it was seen
 
   Failed = 200,              ///< interface, errors: closes a test that failed
   NoLink = 201,              ///< interface, state

@@ -164,6 +164,8 @@ constexpr auto kStreamMegabytes = quickable<std::uint64_t>("StreamMegabytes");
 constexpr auto kConnections = optionalSetting<std::uint64_t>("Connections");
 constexpr auto kStallSeconds = required<Seconds>("StallSeconds");
 constexpr auto kMinimumRate = required<double>("MinimumRate");
+constexpr auto kStreamSeconds = required<Seconds>("StreamSeconds");
+constexpr auto kDatagramSeconds = required<Seconds>("DatagramSeconds");
 constexpr auto kDatagrams = quickable<std::uint64_t>("Datagrams");
 constexpr auto kLongestDatagram = required<std::uint64_t>("LongestDatagram");
 constexpr auto kCarrierSeconds = required<Seconds>("CarrierSeconds");
@@ -180,14 +182,18 @@ StreamOptions streamOptions(const TestContext& context, unsigned int connections
           .seed = context.seed(),
           .connections = connections,
           .inFlight = inFlight,
-          .pace = {.stall = timeOf(context.value(kStallSeconds))},
+          .pace = {.stall = timeOf(context.value(kStallSeconds)),
+                   .whole = timeOf(context.value(kStreamSeconds))},
           .minimumRate = context.value(kMinimumRate) * 1e6};
 }
 
 DatagramOptions datagramOptions(const TestContext& context) {
-  return {.datagrams = context.value(kDatagrams),
-          .seed = context.seed(),
-          .longest = std::clamp<std::uint64_t>(context.value(kLongestDatagram), 64, 60'000)};
+  DatagramOptions options{
+      .datagrams = context.value(kDatagrams),
+      .seed = context.seed(),
+      .longest = std::clamp<std::uint64_t>(context.value(kLongestDatagram), 64, 60'000)};
+  options.pace.whole = timeOf(context.value(kDatagramSeconds));
+  return options;
 }
 
 /// @brief Null when the path refuses the sockets' addresses already, which is then told.
@@ -375,16 +381,18 @@ const std::vector<TestRow> kTests = {
      .modes = {DiagnosticMode::FACTORY}},
     {.number = 4,
      .body = loopbackStream,
-     .reads = {kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kMinimumRate},
+     .reads = {kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kStreamSeconds,
+               kMinimumRate},
      .support = isLoopbackInterface},
     {.number = 5,
      .body = loopbackDatagrams,
-     .reads = {kAllowedDrops, kDatagrams, kLongestDatagram},
+     .reads = {kAllowedDrops, kDatagrams, kLongestDatagram, kDatagramSeconds},
      .support = isLoopbackInterface},
     {.number = kPairTest,
      .body = betweenInterfaces,
      .reads = {kAllowedDrops, kFirstInterface, kSecondInterface, kRecordDirectory, kCarrierSeconds,
-               kStreamMegabytes, kStallSeconds, kMinimumRate, kDatagrams, kLongestDatagram},
+               kStreamMegabytes, kStallSeconds, kStreamSeconds, kMinimumRate, kDatagrams,
+               kLongestDatagram, kDatagramSeconds},
      .support = isFirstOfPair,
      .modes = {DiagnosticMode::FACTORY}},
 };

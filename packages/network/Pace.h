@@ -6,7 +6,7 @@
 
 namespace TarvexDiags::Network {
 
-/// @brief How slow a path may be before it is as good as dead.
+/// @brief How slow a path may be before it is as good as dead, and for how long it is used.
 struct PaceLimits {
   /// Without any byte. Pauses from a fifth of a second on are added up, so that a path that lets a
   /// little through now and then does not hold the test for hours.
@@ -15,6 +15,10 @@ struct PaceLimits {
   double deadRate = 125'000;
   /// How long that is watched at a time. Within less, a busy machine may starve the best path.
   std::chrono::nanoseconds window = std::chrono::seconds(5);
+  /// Waited in all: of a path that is slow but not dead, only so much is used.
+  std::chrono::nanoseconds whole = std::chrono::nanoseconds::max();
+  /// Bytes a second within that time: half of what the slowest wire carries. Less is a warning.
+  double poorRate = 625'000;
 };
 
 /// @brief Watches whether a path carries anything to speak of. Only the time counts in which it is
@@ -41,6 +45,7 @@ class Pace {
   std::optional<Fault> wait(std::chrono::nanoseconds time, std::uint64_t carried) {
     m_idle += time;
     m_window += time;
+    m_whole += time;
     if (m_pauses + m_idle >= m_limits.stall) {
       return Fault{Fault::Kind::Stalled, m_limits.stall};
     }
@@ -54,6 +59,9 @@ class Pace {
     return static_cast<double>(fault.bytes) < wanted ? std::optional(fault) : std::nullopt;
   }
 
+  /// @brief Whether the path has had all the time that it gets.
+  bool isOver() const { return m_whole >= m_limits.whole; }
+
   /// @brief Waited in vain since something moved.
   std::chrono::nanoseconds idle() const { return m_idle; }
 
@@ -65,6 +73,7 @@ class Pace {
   std::chrono::nanoseconds m_idle{0};
   std::chrono::nanoseconds m_pauses{0};  ///< earlier waits that were long
   std::chrono::nanoseconds m_window{0};  ///< waits since the rate was looked at
+  std::chrono::nanoseconds m_whole{0};   ///< all waits
   std::uint64_t m_carriedBefore = 0;
 };
 

@@ -57,6 +57,22 @@ Finding Path::slow(const Pace::Fault& fault, std::uint64_t position) const {
   return {NetworkEvent::Trickled, {m_interface, std::to_string(fault.bytes), seconds}};
 }
 
+std::optional<Finding> Path::poor(const PaceLimits& limits, std::uint64_t bytes) const {
+  const double seconds = std::chrono::duration<double>(limits.whole).count();
+  if (static_cast<double>(bytes) >= limits.poorRate * seconds) {
+    return std::nullopt;
+  }
+  requirePresence();
+  const std::string text = rateText(static_cast<double>(bytes) / seconds);
+  return isLoopback()
+             ? Finding{NetworkEvent::PathFiltered, {m_interface, text}}
+             : Finding{NetworkEvent::PoorRate, {m_interface, text, fmt::format("{:.1f}", seconds)}};
+}
+
+std::string rateText(double bytesPerSecond) {
+  return fmt::format("{:.1f} MB/s", bytesPerSecond / 1e6);
+}
+
 Finding Path::lost(std::uint64_t count, std::uint64_t first, std::uint64_t sent) const {
   requirePresence();
   if (isLoopback()) {

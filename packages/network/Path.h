@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,10 @@ class Path {
   /// as requirePresence.
   Finding slow(const Pace::Fault& fault, std::uint64_t position) const;
 
+  /// @brief What it means that a path needed more time than it gets, and carried so many bytes in
+  /// it: nothing, but when they are few. Throws as requirePresence.
+  std::optional<Finding> poor(const PaceLimits& limits, std::uint64_t bytes) const;
+
   /// @brief What it means that so many of the datagrams sent have not arrived, from the first one
   /// on. Throws as requirePresence.
   Finding lost(std::uint64_t count, std::uint64_t first, std::uint64_t sent) const;
@@ -59,5 +64,8 @@ class Path {
   Medium m_medium;
   std::function<void()> m_presence;
 };
+
+/// @brief For people: "117.5 MB/s".
+std::string rateText(double bytesPerSecond);
 
 }  // namespace TarvexDiags::Network

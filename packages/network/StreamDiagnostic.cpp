@@ -71,10 +71,12 @@ class Shared {
   }
 
   void stop() { m_stop = true; }
+  void endByTime() { m_isShort = true; }
   const Path& path() const { return m_path; }
   std::uint64_t done() const { return m_done; }
   bool stopped() const { return m_stop; }
   bool isCut() const { return m_cut; }
+  bool isShort() const { return m_isShort; }
 
  private:
   static constexpr unsigned int kMostTold = 32;
@@ -88,6 +90,7 @@ class Shared {
   std::atomic<unsigned int> m_told{0};
   std::atomic<bool> m_stop{false};
   std::atomic<bool> m_cut{false};
+  std::atomic<bool> m_isShort{false};
   bool m_toldFilter TARVEXDIAGS_GUARDED_BY(m_lock) = false;
 };
 
@@ -165,15 +168,20 @@ class Lane {
     if (m_shared.askWhetherStopped()) {
       return false;
     }
-    const std::optional<Pace::Fault> fault = m_pace.wait(waited, m_shared.done());
+    std::optional<Pace::Fault> fault = m_pace.wait(waited, m_shared.done());
+    if (m_pace.isOver() && m_position == 0 && !fault) {
+      fault = Pace::Fault{Pace::Fault::Kind::Stalled, m_pace.idle()};  // not slow but dead
+    }
     if (m_pace.idle() - m_looked >= Pace::kPause) {
       m_shared.path().requirePresence();
       m_looked = m_pace.idle();
     }
     if (fault) {
       m_shared.tellEnd(m_shared.path().slow(*fault, m_position));
+    } else if (m_pace.isOver()) {
+      m_shared.endByTime();
     }
-    return !fault;
+    return !fault && !m_pace.isOver();
   }
 
   /// @brief Goes through bytes that are not as expected, and finds the way back into the stream.
@@ -284,8 +292,17 @@ bool connectLanes(const StreamMaker& make, const StreamOptions& options, Shared&
   return true;
 }
 
-std::string rateText(double bytesPerSecond) {
-  return fmt::format("{:.1f} MB/s", bytesPerSecond / 1e6);
+/// @brief Of a path that was given up for its time: how much it carried.
+void tellShortness(const StreamFigures& figures, const StreamOptions& options, const Path& path,
+                   RunJournal& journal) {
+  const std::uint64_t total = options.bytes * options.connections;
+  const double seconds = std::chrono::duration<double>(options.pace.whole).count();
+  report(journal, NetworkEvent::TimeIsOver,
+         {path.interface(), fmt::format("{:.1f}", seconds),
+          std::to_string(figures.bytes * 100 / total)});
+  if (std::optional<Finding> finding = path.poor(options.pace, figures.bytes)) {
+    report(journal, finding->event, std::move(finding->parameters));
+  }
 }
 
 }  // namespace
@@ -310,6 +327,9 @@ StreamFigures verifyStreams(const StreamMaker& make, const StreamOptions& option
   report(journal, NetworkEvent::StreamVerified,
          {path.interface(), std::to_string(figures.bytes), rateText(rate),
           std::to_string(options.connections)});
+  if (shared.isShort()) {
+    tellShortness(figures, options, path, journal);
+  }
   if (rate < options.minimumRate) {
     report(journal, NetworkEvent::SlowerThanAsked,
            {path.interface(), rateText(rate), rateText(options.minimumRate)});

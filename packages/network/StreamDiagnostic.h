@@ -42,7 +42,8 @@ struct StreamOptions {
 struct StreamFigures {
   std::uint64_t bytes = 0;  ///< received and compared
   std::chrono::nanoseconds elapsed{0};
-  bool isWhole = false;  ///< every connection was made and carried all of its bytes
+  bool isWhole =
+      false;  ///< every connection was made and kept to the end, or as long as it may last
 };
 
 /// @brief Makes the connection of the given number; called on the caller's thread. Null when the
@@ -51,8 +52,9 @@ using StreamMaker = std::function<std::unique_ptr<StreamLink>(unsigned int numbe
 
 /// @brief Sends data over connections and compares every byte that arrives. Tells corrupted bytes,
 /// bytes that were lost or came twice, and a connection that could not be made, broke or stood
-/// still. Throws std::system_error when the kernel refuses a transfer for reasons of its own, and
-/// what the path throws when its interface is gone.
+/// still. What a slow path has not carried in its time is not sent. Throws std::system_error when
+/// the kernel refuses a transfer for reasons of its own, and what the path throws when its
+/// interface is gone.
 ///
 /// Each connection's two ends are served by one thread, in turns: nothing waits for another thread,
 /// and the data is still in the cache when it is compared.

@@ -134,6 +134,18 @@ TEST(NetworkPace, adds_up_pauses_in_which_a_lost_segment_could_have_come_again) 
   }
 }
 
+TEST(NetworkPace, has_had_its_time_when_it_was_waited_for_so_long_in_all) {
+  Pace pace({.stall = std::chrono::seconds(10), .whole = std::chrono::seconds(3)});
+  std::uint64_t carried = 0;
+  for (int wait = 0; wait < 30; ++wait) {
+    EXPECT_FALSE(pace.isOver()) << wait;
+    carried += 1'000'000;
+    EXPECT_EQ(pace.wait(Milliseconds(100), carried), std::nullopt);
+    pace.go();
+  }
+  EXPECT_TRUE(pace.isOver());
+}
+
 TEST(NetworkPace, counts_a_wait_for_no_longer_than_it_was_to_last) {
   const auto counted =
       countedWait(Milliseconds(1), [](auto) { std::this_thread::sleep_for(Milliseconds(30)); });
@@ -290,6 +302,52 @@ TEST(NetworkStream, that_flows_too_thinly_is_an_error) {
                 kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::Trickled)));
   EXPECT_EQ(journal.count(NetworkEvent::StreamVerified), 0);
+}
+
+/// @brief Slow but not dead, so that the time that the path gets is over long before the end.
+StreamOptions streamForATime() {
+  StreamOptions options = stream(64 * kMib, 2);
+  options.pace.whole = std::chrono::milliseconds(300);
+  options.pace.poorRate = 0;
+  return options;
+}
+
+StreamMaker slow() {
+  return faulty({.pauseEach = 10'000, .pause = std::chrono::milliseconds(10)});
+}
+
+TEST(NetworkStream, that_needs_more_than_its_time_is_verified_as_far_as_it_came) {
+  RecordingJournal journal;
+  const StreamFigures figures = verifyStreams(slow(), streamForATime(), kLoopback, journal);
+  EXPECT_THAT(journal.complaints(), IsEmpty());
+  EXPECT_TRUE(figures.isWhole);
+  EXPECT_GT(figures.bytes, 0U);
+  EXPECT_LT(figures.bytes, 128 * kMib);
+  EXPECT_EQ(journal.parametersOf(NetworkEvent::StreamVerified).at(1),
+            std::to_string(figures.bytes));
+  EXPECT_THAT(journal.parametersOf(NetworkEvent::TimeIsOver),
+              ElementsAre("lo", "0.3", std::to_string(figures.bytes * 100 / (128 * kMib))));
+}
+
+TEST(NetworkStream, that_carries_less_in_its_time_than_the_slowest_wire_is_a_warning) {
+  StreamOptions options = streamForATime();
+  options.pace.poorRate = 1e12;
+  for (const auto& [medium, event] :
+       {std::pair(Path::Medium::Wire, NetworkEvent::PoorRate),
+        std::pair(Path::Medium::Loopback, NetworkEvent::PathFiltered)}) {
+    RecordingJournal journal;
+    verifyStreams(slow(), options, Path(kLo, medium), journal);
+    EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(event)));
+    EXPECT_THAT(journal.parametersOf(event).at(1), HasSubstr("MB/s"));
+  }
+}
+
+TEST(NetworkStream, that_carries_nothing_in_its_time_is_no_slow_one) {
+  RecordingJournal journal;
+  verifyStreams(faulty({.stallAt = 0}), streamForATime(), kLoopback, journal);
+  EXPECT_THAT(journal.complaints(),
+              ElementsAre(codeOf(NetworkEvent::Stalled), codeOf(NetworkEvent::Stalled)));
+  EXPECT_EQ(journal.count(NetworkEvent::TimeIsOver), 0);
 }
 
 TEST(NetworkStream, whose_connection_cannot_be_made_is_an_error) {
@@ -488,6 +546,26 @@ TEST(NetworkDatagrams, that_trickle_are_lost_before_hours_are_over) {
   verifyDatagrams(link, options, kLoopback, journal);
   EXPECT_THAT(journal.complaints(), ElementsAre(codeOf(NetworkEvent::DatagramsLost)));
   EXPECT_LT(link.sent(), 1000U);
+}
+
+TEST(NetworkDatagrams, that_need_more_than_their_time_are_verified_as_far_as_they_came) {
+  DatagramOptions options = datagrams(1'000'000);
+  options.patience = std::chrono::seconds(60);
+  options.pace = {.stall = std::chrono::seconds(60),
+                  .window = std::chrono::hours(1),
+                  .whole = std::chrono::milliseconds(300),
+                  .poorRate = 0};
+  for (const bool isPoor : {false, true}) {
+    options.pace.poorRate = isPoor ? 1e12 : 0;
+    FaultyDatagrams link({.each = std::chrono::milliseconds(2)});
+    RecordingJournal journal;
+    const DatagramFigures figures = verifyDatagrams(link, options, kLoopback, journal);
+    EXPECT_EQ(figures.arrived, link.sent()) << "what was on its way was waited for";
+    EXPECT_LT(link.sent(), options.datagrams / 2);
+    EXPECT_THAT(journal.parametersOf(NetworkEvent::TimeIsOver).at(1), "0.3");
+    EXPECT_EQ(journal.count(NetworkEvent::PoorRate), isPoor ? 1 : 0);
+    EXPECT_EQ(journal.complaints().size(), isPoor ? 1U : 0U);
+  }
 }
 
 /// @brief A path on which all that is sent arrives only when the run has given it up.
