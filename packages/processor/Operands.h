@@ -158,14 +158,18 @@ struct Finite {
 }  // namespace Operand
 
 /// @brief Makes the words that belong to a counter, two of its values for each.
+/// @param words one or more: a question whether there are any would be one more instruction that
+/// can be wrong, and nothing would come of it
 template <class Kind, class Arithmetic>
 [[gnu::noinline]] void makeOperands(std::uint64_t counter, std::span<std::uint64_t> words) {
-  for (std::uint64_t& word : words) {
+  std::uint64_t* word = words.data();
+  std::uint64_t* const end = word + words.size();
+  do {
     const std::uint64_t choice = mixedBy<Arithmetic>(counter);
     const std::uint64_t raw = mixedBy<Arithmetic>(Arithmetic::add(counter, 1));
-    word = Kind::template make<Arithmetic>(choice, raw);
+    *word = Kind::template make<Arithmetic>(choice, raw);
     counter = Arithmetic::add(counter, 2);
-  }
+  } while (++word != end);
 }
 
 /// @brief Fills words with the next operands of a kind, and has the core's making of them verified.

@@ -499,12 +499,12 @@ TEST_F(WrongInstructionsTest, each_vector_instruction_of_each_width_is_found) {
   std::printf("%d of %d vector instructions found\n", found, tried);
 }
 
-/// All that computes where operands are made, but for two that change nothing: masks of an amount,
-/// which a shift looks at in part alone. Where an instruction makes an address or ends a loop, the
-/// test crashes or comes to no end, and passes no more than with a wrong result.
+/// All that computes or compares where operands are made, but for masks of an amount, of which a
+/// shift looks at that part alone. Where an instruction makes an address or ends a loop, the test
+/// crashes or comes to no end, and passes no more than with a wrong result.
 TEST_F(WrongInstructionsTest, each_instruction_where_operands_are_made_is_noticed) {
-  static const std::regex computing("(add|sub|imul|xor|or|not|shl|shr|lea) .*%r.*");
-  static const std::regex harmless("xor +(%\\w+),\\1|.*\\(%rip\\).*");
+  static const std::regex computing("(add|sub|imul|xor|or|not|neg|and|shl|shr|lea|cmp|test) .*%.*");
+  static const std::regex harmless("xor +(%\\w+),\\1|and +\\$0x3f,.*|.*\\(%rip\\).*");
   const Check* const check = checkOf("integer subtract");
   ASSERT_NE(check, nullptr);
   std::map<Finding, int> counts;
