@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -17,6 +18,7 @@
 #include "packagekit/ResourceTags.h"
 #include "packagekit/Settings.h"
 #include "tests/inject/bundled/TestRuns.h"
+#include "tests/support/Reaction.h"
 #include "tests/support/TestPrecompiled.h"
 
 namespace TarvexDiags::BundledTests {
@@ -28,7 +30,17 @@ using PackageKit::Testing::PackageDriver;
 
 constexpr int kMoments = 10;
 constexpr auto kAnswerTime = 500ms;
-constexpr Clock::duration kLongestLook = 1s;  ///< the moments lie in the first part of a longer run
+
+std::vector<std::string> namesOfPackages() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(TARVEX_PACKAGE_DIR)) {
+    if (entry.path().extension() == ".cfg") {
+      names.push_back(entry.path().stem());
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 /// The numbers that the arrangement is for: its own, or all that no other one has taken.
 std::set<int> numbersOf(const Arrangement& arrangement, const std::vector<Arrangement>& all,
@@ -62,11 +74,35 @@ std::string deviceFor(int number, const Arrangement& arrangement, PackageDriver&
   return {};
 }
 
-void forEachTest(const std::function<void(const BundledTest&)>& action) {
+/// Why the package offers a test nowhere, as its log tells it.
+std::string reasonsAgainst(int number, const PackageDriver& driver) {
+  std::istringstream log(driver.logText());
+  const std::string about = "test " + std::to_string(number) + " is not supported on ";
+  std::set<std::string> reasons;
+  for (std::string line; std::getline(log, line);) {
+    if (const auto position = line.find(about); position != std::string::npos) {
+      reasons.insert(line.substr(position + about.size()));
+    }
+  }
+  std::string text;
+  for (const std::string& reason : reasons) {
+    text += "  on " + reason + "\n";
+  }
+  return text.empty() ? "  the package finds no device here\n" : text;
+}
+
+/// Runs it for each test of the package: on a device that offers it. One that this machine offers
+/// nowhere is named with the reason, and only where the arrangement says that this may be.
+void forEachTest(const std::string& package,
+                 const std::function<void(const BundledTest&)>& action) {
   enterOwnNamespace();
   const Machine machine;
   const std::vector<Arrangement> all = machine.arrangements();
+  int tried = 0;
   for (const Arrangement& arrangement : all) {
+    if (arrangement.package != package) {
+      continue;
+    }
     PackageDriver driver(TARVEX_PACKAGE_DIR, arrangement.package, arrangement.mode);
     for (const auto& [section, key, value] : arrangement.changes) {
       driver.set(section, key, value);
@@ -74,20 +110,29 @@ void forEachTest(const std::function<void(const BundledTest&)>& action) {
     const std::set<int> numbers = numbersOf(arrangement, all, driver);
     EXPECT_FALSE(numbers.empty()) << arrangement.package;
     for (const int number : numbers) {
+      ++tried;
       const std::string device = deviceFor(number, arrangement, driver);
       if (!device.empty()) {
-        action(BundledTest(driver, arrangement.package, device, number));
-      } else if (!needsRareHardware(arrangement.package, number)) {
-        ADD_FAILURE() << arrangement.package << " offers test " << number << " nowhere:\n"
-                      << driver.logText();
+        action(BundledTest(driver, arrangement, device, number));
+        continue;
       }
+      std::ostringstream told;
+      told << package << " offers test " << number << " nowhere:\n"
+           << reasonsAgainst(number, driver);
+      std::cout << told.str();
+      EXPECT_TRUE(arrangement.needsHardware) << told.str();
     }
   }
+  EXPECT_GT(tried, 0) << "of " << package;
 }
 
 bool hasNoChildren() {
   siginfo_t ended{};
   return waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) != 0 && errno == ECHILD;
+}
+
+double milliseconds(Clock::duration duration) {
+  return std::chrono::duration<double, std::milli>(duration).count();
 }
 
 /// How a test answered aborts at different moments of its run.
@@ -98,46 +143,62 @@ struct Answers {
   Clock::duration whole{};      ///< the run that the moments are parts of
 };
 
-/// At each moment the quickest answer of three at most counts: a machine that is busy elsewhere is
-/// late once, a test that does not listen each time. Where a run ends before it is aborted, the
-/// moments are parts of that shorter run from then on.
-Answers answersOf(const BundledTest& test) {
+/// At each moment the quickest answer of three at most counts: a machine that is busy elsewhere, or
+/// a disk that keeps a transfer to itself, is late once; a test that does not listen each time.
+/// Where a run ends before it is aborted, the moments are parts of that shorter run from then on.
+/// @return whether it was aborted at that moment
+bool answersAt(int moment, const BundledTest& test, TestSupport::Reaction& reaction,
+               Answers& answers) {
+  constexpr int attempts = 3;
+  std::optional<Clock::duration> best;
+  Clock::duration asked{};
+  Clock::duration allowed = kAnswerTime;
+  for (int attempt = 0; attempt < attempts && (!best || *best > allowed); ++attempt) {
+    asked = answers.whole * moment / kMoments;
+    const auto outcome = test.abortAfter(asked, [&] { reaction.forget(); });
+    allowed = reaction.allowed(kAnswerTime);
+    EXPECT_TRUE(hasNoChildren()) << test.name() << " left its worker behind";
+    if (outcome.wasAborted) {
+      best = std::min(best.value_or(outcome.took), outcome.took);
+    } else {
+      answers.whole = std::min(answers.whole, outcome.took);
+    }
+  }
+  if (!best) {
+    return false;
+  }
+  EXPECT_LE(*best, allowed) << test.name() << ", asked " << milliseconds(asked)
+                            << " ms after its start; an empty process took "
+                            << milliseconds(reaction.slowest()) << " ms";
+  if (*best > answers.slowest) {
+    answers.slowest = *best;
+    answers.slowestAt = asked;
+  }
+  return true;
+}
+
+Answers answersOf(const BundledTest& test, TestSupport::Reaction& reaction) {
   Answers answers;
-  answers.whole = std::min<Clock::duration>(test.run().duration, kLongestLook);
+  answers.whole = test.run().duration;
   for (int moment = 0; moment < kMoments; ++moment) {
-    std::optional<Clock::duration> best;
-    for (int attempt = 0; attempt < 3 && (!best || *best > kAnswerTime); ++attempt) {
-      const auto outcome = test.abortAfter(answers.whole * moment / kMoments);
-      EXPECT_TRUE(hasNoChildren()) << test.name() << " left its worker behind";
-      if (outcome.wasAborted) {
-        best = std::min(best.value_or(outcome.took), outcome.took);
-      } else {
-        answers.whole = std::min(answers.whole, outcome.took);
-      }
-    }
-    answers.count += best ? 1 : 0;
-    if (best.value_or(Clock::duration::zero()) > answers.slowest) {
-      answers.slowest = *best;
-      answers.slowestAt = answers.whole * moment / kMoments;
-    }
+    answers.count += answersAt(moment, test, reaction, answers) ? 1 : 0;
   }
   return answers;
 }
 
-double milliseconds(Clock::duration duration) {
-  return std::chrono::duration<double, std::milli>(duration).count();
-}
+/// One case for each package that is there, also for those that nobody thought of.
+class BundledTests : public ::testing::TestWithParam<std::string> {};
 
-TEST(BundledTests, answer_an_abort_within_half_a_second_at_any_moment_of_their_run) {
-  forEachTest([](const BundledTest& test) {
-    const Answers answers = answersOf(test);
+TEST_P(BundledTests, answer_an_abort_within_half_a_second_at_any_moment_of_their_run) {
+  TestSupport::Reaction reaction;
+  forEachTest(GetParam(), [&](const BundledTest& test) {
+    const Answers answers = answersOf(test, reaction);
     std::ostringstream told;
     told << test.name() << ": " << answers.count << " aborts in a run of "
          << milliseconds(answers.whole) << " ms, the slowest answer after "
          << milliseconds(answers.slowest) << " ms, asked at " << milliseconds(answers.slowestAt)
          << " ms\n";
     std::cout << told.str();
-    EXPECT_LE(answers.slowest, kAnswerTime) << told.str();
     EXPECT_GE(answers.count, kMoments - 2) << told.str();
   });
 }
@@ -146,22 +207,27 @@ std::chrono::seconds timeAllowed(const BundledTest& test) {
   return std::max<std::chrono::seconds>(4 * test.estimate(), 10s);
 }
 
-TEST(BundledTests, end_within_four_times_their_estimate_or_ten_seconds) {
-  forEachTest([](const BundledTest& test) {
+TEST_P(BundledTests, end_with_their_verdict_within_four_times_their_estimate_or_ten_seconds) {
+  forEachTest(GetParam(), [](const BundledTest& test) {
     const auto allowed = timeAllowed(test);
     const auto run = test.run();
     EXPECT_LE(run.duration, allowed) << test.name();
-    EXPECT_NE(run.verdict, Diag::DiagnosticResult::FAILED) << test.name();
+    EXPECT_EQ(run.verdict, Diag::DiagnosticResult::PASSED)
+        << test.name() << " tells event " << (run.events.empty() ? 0U : run.events.back().code);
   });
 }
 
-TEST(BundledTests, end_as_soon_on_devices_that_answer_nothing) {
+INSTANTIATE_TEST_SUITE_P(of, BundledTests, ::testing::ValuesIn(namesOfPackages()),
+                         [](const auto& package) { return package.param; });
+
+TEST(DevicesThatAnswerNothing, end_the_tests_as_soon_as_others) {
   enterOwnNamespace();
   makeSilentInterfaces();
   PackageDriver driver(TARVEX_PACKAGE_DIR, "network", DeviceEnum::IDeviceEnumerator::FACTORY);
   driver.set("TestID6", "FirstInterface", "left").set("TestID6", "SecondInterface", "right");
+  const Arrangement network{.package = "network"};
   const BundledTest tests[] = {
-      {driver, "network", "lo", 4}, {driver, "network", "lo", 5}, {driver, "network", "left", 6}};
+      {driver, network, "lo", 4}, {driver, network, "lo", 5}, {driver, network, "left", 6}};
   std::vector<std::thread> runs;
   for (const BundledTest& test : tests) {
     runs.emplace_back([&test, allowed = timeAllowed(test)] {

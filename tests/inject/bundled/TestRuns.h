@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,7 @@ struct Arrangement {
   std::string device = {};           ///< last component of the tag; empty: the first that will do
   std::vector<int> tests = {};       ///< empty: all that no other arrangement names
   PackageKit::DiagnosticMode mode = DeviceEnum::IDeviceEnumerator::CUSTOMER;
+  bool needsHardware = false;  ///< whether a machine may be without a device that offers them
 };
 
 /// @brief A network namespace for the rest of the process's life, without interfaces of hardware.
@@ -54,10 +56,10 @@ class BundledTest {
  public:
   using Clock = std::chrono::steady_clock;
 
-  BundledTest(PackageKit::Testing::PackageDriver& driver, std::string package, std::string device,
-              int number)
+  BundledTest(PackageKit::Testing::PackageDriver& driver, const Arrangement& arrangement,
+              std::string device, int number)
       : m_driver(driver),
-        m_package(std::move(package)),
+        m_package(arrangement.package),
         m_device(std::move(device)),
         m_number(number) {}
 
@@ -78,7 +80,9 @@ class BundledTest {
 
   /// @brief Aborts a run at a moment after its start. Several tests of a driver may be run at a
   /// time.
-  Outcome abortAfter(Clock::duration moment) const;
+  /// @param beforeAbort called just before
+  Outcome abortAfter(
+      Clock::duration moment, const std::function<void()>& beforeAbort = [] {}) const;
 
  private:
   PackageKit::Testing::PackageDriver& m_driver;
@@ -86,9 +90,5 @@ class BundledTest {
   std::string m_device;
   int m_number;
 };
-
-/// @brief Tests that need what not every machine has: no disk with health in a virtual machine, no
-/// interface with a self-test. All others are offered everywhere.
-bool needsRareHardware(const std::string& package, int test);
 
 }  // namespace TarvexDiags::BundledTests
