@@ -24,9 +24,14 @@ struct ReaperRecord {
   std::uint32_t suspended = 0;
   std::uint32_t askedToEnd = 0;
   std::uint32_t toBeKilled = 0;
+  std::int32_t worker = 0;  ///< process id; 0 while there is none, or no reaper
 
   /// The reaper's first step, before there is a worker. False when the host has given it up.
   bool begin() { return changeFrom(0, kReady); }
+
+  /// Of the reaper, when it has made the worker, whose number is its own until kEnded.
+  void tellWorker(pid_t process) { __atomic_store_n(&worker, process, __ATOMIC_RELEASE); }
+  pid_t workerProcess() const { return __atomic_load_n(&worker, __ATOMIC_ACQUIRE); }
 
   /// Of the host, before it kills the process itself: true when there is no reaper and will be
   /// none.

@@ -1,5 +1,6 @@
 #include "packagekit/internal/WorkerProcess.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -11,7 +12,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -180,6 +185,43 @@ int orderOrKill(pid_t target, int signal, ReaperRecord& reaper) {
   return ::kill(target, kLookAtOrders);
 }
 
+struct ThreadState {
+  char letter = ' ';  ///< of /proc; a space for a thread that is gone
+  bool isEnding = false;
+};
+
+ThreadState stateOf(const std::string& folder) {
+  constexpr unsigned int exiting = 4;  // PF_EXITING of the kernel's
+  std::ifstream file(folder + "/stat");
+  std::string line;
+  std::getline(file, line);
+  // "PID (NAME) STATE PARENT GROUP SESSION TERMINAL FOREGROUND FLAGS ...", and the name may hold
+  // anything.
+  std::istringstream fields(line.substr(std::min(line.rfind(')'), line.size() - 1) + 1));
+  ThreadState state;
+  std::string skipped;
+  unsigned int flags = 0;
+  fields >> state.letter >> skipped >> skipped >> skipped >> skipped >> skipped >> flags;
+  state.isEnding = (flags & exiting) != 0;
+  return state;
+}
+
+// Whether there are any, and the kernel holds all of them but zombies.
+bool areHeld(const std::string& tasks) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(tasks.c_str()), &closedir);
+  int held = 0;
+  while (const dirent* const entry = directory ? readdir(directory.get()) : nullptr) {
+    if (entry->d_name[0] != '.') {
+      const char letter = stateOf(tasks + entry->d_name).letter;
+      if (letter != 'D' && letter != 'Z') {
+        return false;
+      }
+      held += letter == 'D' ? 1 : 0;
+    }
+  }
+  return held > 0;
+}
+
 }  // namespace
 
 int (*WorkerProcess::sendSignal)(pid_t, int, ReaperRecord&) = &orderOrKill;
@@ -237,6 +279,16 @@ bool WorkerProcess::hasEnded() const {
   // may be another process's by now, so the descriptor is asked where there is one.
   pollfd end{m_pidDescriptor.get(), POLLIN, 0};
   return errno == ECHILD && (m_pidDescriptor ? poll(&end, 1, 0) > 0 : ::kill(m_pid, 0) != 0);
+}
+
+bool WorkerProcess::isHeldInKernel() const {
+  const pid_t worker = m_reaper->workerProcess();
+  if (worker <= 0) {
+    return false;
+  }
+  const std::string tasks = "/proc/" + std::to_string(worker) + "/task/";
+  const ThreadState leader = stateOf(tasks + std::to_string(worker));
+  return (leader.letter == 'Z' || leader.isEnding) && areHeld(tasks);
 }
 
 void WorkerProcess::signalGroup(int signal) const {

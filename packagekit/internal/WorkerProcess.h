@@ -57,6 +57,11 @@ class WorkerProcess {
   /// Whether all has ended; the process stays a zombie, so its id stays its own.
   bool hasEnded() const;
 
+  /// Whether the worker is at its end but for threads that the kernel does not let go: its leader
+  /// is a zombie or about to be one, and the others sleep where no signal reaches them. What is on
+  /// its way out is seen like that for moments, too.
+  bool isHeldInKernel() const;
+
   /// Has SIGSTOP, SIGCONT, SIGTERM or SIGKILL sent to the worker's whole group.
   void signalGroup(int signal) const;
 

@@ -21,7 +21,13 @@ namespace {
 constexpr int kReadsInARow = 16;
 // How often a host looks for the end of a process where the kernel has no descriptors for them.
 constexpr int kLookMilliseconds = 20;
+constexpr int kLongestPoll = 60'000;
 constexpr std::chrono::seconds kLongestDrain{1};
+// How often is looked whether the kernel holds what is to end, and what is at its test.
+constexpr std::chrono::milliseconds kLookAtEnd{100};
+constexpr std::chrono::milliseconds kLookAtTest{1000};
+// What is on its way out is held for moments, too.
+constexpr double kShortestHold = 0.5;      // seconds
 constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads or ends
 
 Diag::DiagnosticEvent::EventType eventTypeOf(Frame& frame) {
@@ -88,6 +94,7 @@ SessionEnd WorkerSession::run(WorkerProcess& process) {
   allow(m_limits.start);
   while (m_stage != Stage::GivenUp && !process.hasEnded()) {
     followControl();
+    lookWhetherHeld();
     escalateWhenDue();
     waitForSomething();
     readOutput();
@@ -206,15 +213,46 @@ void WorkerSession::escalateTo(Stage stage, int signal, double grace) {
   allow(std::max(grace, 1e-3));
 }
 
-int WorkerSession::pollTimeout() const {
-  int timeout = m_process->processDescriptor() < 0 ? kLookMilliseconds : -1;
-  if (m_deadline) {
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(*m_deadline - Clock::now()).count();
-    const auto bounded = static_cast<int>(std::clamp<long>(left, 0, 60'000));
-    timeout = timeout < 0 ? bounded : std::min(timeout, bounded);
+// The kernel tells nobody that a process is at its end but for threads that it holds itself: the
+// socket stays open with them, and nothing can be waited for.
+void WorkerSession::lookWhetherHeld() {
+  const auto now = Clock::now();
+  if (m_isPaused || now < m_nextLook) {
+    return;
   }
-  return timeout;
+  m_nextLook = now + lookLength();
+  if (!m_process->isHeldInKernel()) {
+    m_heldSince.reset();
+    return;
+  }
+  m_heldSince = m_heldSince.value_or(now);
+  if (now - *m_heldSince >=
+      std::chrono::duration<double>(std::max(m_limits.killGrace, kShortestHold))) {
+    // For what it has started.
+    m_process->signalGroup(SIGKILL);
+    m_stage = Stage::GivenUp;
+  }
+}
+
+std::chrono::milliseconds WorkerSession::lookLength() const {
+  const bool isAtTest = m_stage == Stage::Running && !m_end.isComplete && !m_heldSince;
+  return isAtTest ? kLookAtTest : kLookAtEnd;
+}
+
+int WorkerSession::pollTimeout() const {
+  std::chrono::milliseconds timeout{m_process->processDescriptor() < 0 ? kLookMilliseconds
+                                                                       : kLongestPoll};
+  const auto boundBy = [&timeout](Clock::time_point end) {
+    timeout = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
+                         std::chrono::milliseconds(0), timeout);
+  };
+  if (m_deadline) {
+    boundBy(*m_deadline);
+  }
+  if (!m_isPaused) {
+    boundBy(m_nextLook);
+  }
+  return static_cast<int>(timeout.count());
 }
 
 void WorkerSession::waitForSomething() {

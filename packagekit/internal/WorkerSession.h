@@ -21,7 +21,8 @@ struct SessionLimits {
   double exit = 30;       ///< from the end of one test until the next begins, or until it is gone
   double abortGrace = 5;  ///< from the request to stop until SIGTERM; no more than 0.3 beside tests
   double termGrace = 2;   ///< from SIGTERM until SIGKILL
-  double killGrace = 5;   ///< from SIGKILL until it is given up
+  /// from SIGKILL, or from its own end if the kernel holds threads of it, until it is given up
+  double killGrace = 5;
   std::vector<double> tests = {};  ///< each test of the setup, by position; 0: no limit
 };
 
@@ -64,7 +65,8 @@ struct SessionEnd {
 
 /// The life of one worker, seen from the host: gives it its work, relays what it says, and ends it
 /// when it is told to or when its time is over. A worker that does not end by itself is asked, then
-/// gets SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever.
+/// gets SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever. One that
+/// has ended but for threads that the kernel holds is left alone sooner, as it would hear nothing.
 class WorkerSession {
  public:
   /// @param setup a list of one test or more.
@@ -85,6 +87,8 @@ class WorkerSession {
   void askToStop();
   void terminate();
   void escalateTo(Stage stage, int signal, double grace);
+  void lookWhetherHeld();
+  std::chrono::milliseconds lookLength() const;
   int pollTimeout() const;
   void waitForSomething();
   bool readOutput();
@@ -112,6 +116,8 @@ class WorkerSession {
   std::optional<Clock::duration> m_left;  ///< while suspended: what is left until the deadline
   bool m_isPaused = false;
   bool m_socketIsOpen = true;
+  Clock::time_point m_nextLook;                  ///< whether the kernel holds it
+  std::optional<Clock::time_point> m_heldSince;  ///< seen so at each look
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -224,6 +224,7 @@ void runBelowReaper(pid_t host) {
   // By both, as neither may go on before.
   setpgid(worker, worker);
   if (worker > 0) {
+    record->tellWorker(worker);
     if (startsStopped) {
       // What comes now is to find it so.
       siginfo_t info{};
