@@ -1,6 +1,7 @@
 #include "packages/storage/AnsweredCall.h"
 
 #include <exception>
+#include <system_error>
 #include <thread>
 
 #include "System/Mutex.h"
@@ -42,6 +43,21 @@ class Outcome {
 };
 
 }  // namespace
+
+void leaveToItself(std::function<void()> call) {
+  constexpr std::chrono::milliseconds kLongest{150};
+  const auto outcome = std::make_shared<Outcome>();
+  try {
+    std::thread([outcome, call] {
+      call();
+      outcome->end(nullptr);
+    }).detach();
+  } catch (const std::system_error&) {
+    call();
+    return;
+  }
+  outcome->wait(kLongest);
+}
 
 void awaitCall(const Waiter& waiter, std::chrono::milliseconds patience,
                std::function<void()> call) {

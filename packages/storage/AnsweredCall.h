@@ -21,7 +21,18 @@ namespace TarvexDiags::Storage {
 void awaitCall(const Waiter& waiter, std::chrono::milliseconds patience,
                std::function<void()> call);
 
-/// @brief The same for what has a result.
+/// @brief Does something that nobody needs the end of, as to close a file, on a thread of its own,
+/// and waits for it no longer than a stop may take. It must not throw.
+void leaveToItself(std::function<void()> call);
+
+/// @brief Shared by all who may still use it; the last one does not wait for its end either.
+template <class Thing>
+std::shared_ptr<Thing> endedAside(Thing thing) {
+  return {new Thing(std::move(thing)),
+          [](Thing* shared) { leaveToItself([shared] { delete shared; }); }};
+}
+
+/// @brief The same as awaitCall for what has a result.
 template <class Call>
 auto answered(const Waiter& waiter, std::chrono::milliseconds patience, Call call) {
   auto result = std::make_shared<std::optional<std::invoke_result_t<Call>>>();

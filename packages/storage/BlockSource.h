@@ -14,6 +14,8 @@
 
 namespace TarvexDiags::Storage {
 
+struct Waiter;
+
 /// A flush brings what was written to the medium; it has no place, and no length.
 enum class Direction { Read, Write, Flush };
 
@@ -71,10 +73,12 @@ class BlockSource {
   /// @brief Gives up the transfers in flight, which may end at any time or never. The source can
   /// only be destroyed afterwards, which does not wait for them either.
   virtual void abandon() = 0;
-  /// @brief Whether the disk, or the file system that the file lies in, is there no more.
-  virtual bool hasVanished() = 0;
-  /// @brief What was written to the disk by anybody; nothing when that cannot be told.
-  virtual std::optional<WriteActivity> writeActivity() = 0;
+  /// @brief Whether the disk, or the file system that the file lies in, is there no more. Throws as
+  /// awaitCall() does, the source's patience being over.
+  virtual bool hasVanished(const Waiter& waiter) = 0;
+  /// @brief What was written to the disk by anybody; nothing when that cannot be told. Throws the
+  /// same.
+  virtual std::optional<WriteActivity> writeActivity(const Waiter& waiter) = 0;
 };
 
 /// @brief How to reach a disk or file.

@@ -19,6 +19,7 @@
 #include <system_error>
 #include <utility>
 
+#include "packages/storage/AnsweredCall.h"
 #include "packages/storage/StorageEvents.h"
 
 namespace TarvexDiags::Storage {
@@ -46,43 +47,21 @@ bool isThere(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
-// Direct transfers to a file want the file system's block; this suits every one of them.
-constexpr std::uint32_t kFileBlock = 4096;
-
-}  // namespace
-
-FileSource::FileSource(OpenedFile file, const SourceOptions& options)
-    : m_file(std::move(file)),
-      m_options(options),
-      m_buffers(std::make_unique<PageBuffer>(static_cast<std::size_t>(options.slots) *
-                                             options.slotSize)) {}
-
-FileSource::~FileSource() {
-  if (m_isAbandoned) {
-    keepForEver(std::move(m_buffers));
-    keepForEver(std::make_unique<PackageKit::UniqueDescriptor>(std::move(m_file.descriptor)));
-  }
-}
-
 // The kernel sets the size of a disk that left to nothing before it removes its folder.
-bool FileSource::hasVanished() {
+bool isGone(const OpenedFile& file) {
   std::uint64_t bytes = 0;
   struct stat status {};
-  const bool answers = m_file.statistics.empty()
-                           ? fstat(descriptor(), &status) == 0
-                           : ioctl(descriptor(), BLKGETSIZE64, &bytes) == 0 && bytes > 0;
-  return !answers || !std::all_of(m_file.presence.begin(), m_file.presence.end(), isThere);
+  const int descriptor = file.descriptor.get();
+  const bool answers = file.statistics.empty()
+                           ? fstat(descriptor, &status) == 0
+                           : ioctl(descriptor, BLKGETSIZE64, &bytes) == 0 && bytes > 0;
+  return !answers || !std::all_of(file.presence.begin(), file.presence.end(), isThere);
 }
 
-std::span<std::byte> FileSource::buffer(unsigned int slot) {
-  return m_buffers->bytes().subspan(static_cast<std::size_t>(slot) * m_options.slotSize,
-                                    m_options.slotSize);
-}
-
-std::optional<WriteActivity> FileSource::writeActivity() {
-  if (m_file.statistics.empty()) {
+std::optional<WriteActivity> activityOf(const OpenedFile& file) {
+  if (file.statistics.empty()) {
     struct stat status {};
-    if (fstat(descriptor(), &status) != 0) {
+    if (fstat(file.descriptor.get(), &status) != 0) {
       return std::nullopt;
     }
     const timespec changed = status.st_mtim;
@@ -96,20 +75,51 @@ std::optional<WriteActivity> FileSource::writeActivity() {
   std::uint64_t reads = 0;
   std::uint64_t writes = 0;
   std::uint64_t sectors = 0;
-  std::ifstream(m_file.statistics + "/stat") >> reads >> skipped >> skipped >> skipped >> writes >>
+  std::ifstream(file.statistics + "/stat") >> reads >> skipped >> skipped >> skipped >> writes >>
       skipped >> sectors;
   int counts = 1;
-  std::ifstream(m_file.statistics + "/queue/iostats") >> counts;
+  std::ifstream(file.statistics + "/queue/iostats") >> counts;
   if (reads == 0 || counts == 0) {
     return std::nullopt;
   }
   std::uint64_t inFlight = 0;
-  std::ifstream(m_file.statistics + "/inflight") >> skipped >> inFlight;
+  std::ifstream(file.statistics + "/inflight") >> skipped >> inFlight;
   return WriteActivity{writes + sectors, inFlight != 0};
 }
 
+// Direct transfers to a file want the file system's block; this suits every one of them.
+constexpr std::uint32_t kFileBlock = 4096;
+
+}  // namespace
+
+FileSource::FileSource(OpenedFile file, const SourceOptions& options)
+    : m_file(endedAside(std::move(file))),
+      m_options(options),
+      m_buffers(std::make_unique<PageBuffer>(static_cast<std::size_t>(options.slots) *
+                                             options.slotSize)) {}
+
+FileSource::~FileSource() {
+  if (m_isAbandoned) {
+    keepForEver(std::move(m_buffers));
+    keepForEver(std::make_unique<std::shared_ptr<const OpenedFile>>(m_file));
+  }
+}
+
+bool FileSource::hasVanished(const Waiter& waiter) {
+  return answered(waiter, patience(), [file = m_file] { return isGone(*file); });
+}
+
+std::span<std::byte> FileSource::buffer(unsigned int slot) {
+  return m_buffers->bytes().subspan(static_cast<std::size_t>(slot) * m_options.slotSize,
+                                    m_options.slotSize);
+}
+
+std::optional<WriteActivity> FileSource::writeActivity(const Waiter& waiter) {
+  return answered(waiter, patience(), [file = m_file] { return activityOf(*file); });
+}
+
 void FileSource::dropCached(const Transfer& transfer) const {
-  if (m_file.isCached && transfer.direction == Direction::Read) {
+  if (m_file->isCached && transfer.direction == Direction::Read) {
     posix_fadvise(descriptor(), static_cast<off_t>(transfer.offset), transfer.length,
                   POSIX_FADV_DONTNEED);
   }

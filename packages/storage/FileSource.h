@@ -14,20 +14,20 @@ namespace TarvexDiags::Storage {
 /// @brief What the sources over a file descriptor share: geometry, buffers, clock, counters.
 class FileSource : public BlockSource {
  public:
-  std::uint64_t size() const override { return m_file.size; }
-  std::uint32_t blockSize() const override { return m_file.blockSize; }
+  std::uint64_t size() const override { return m_file->size; }
+  std::uint32_t blockSize() const override { return m_file->blockSize; }
   unsigned int slots() const override { return m_options.slots; }
   std::span<std::byte> buffer(unsigned int slot) override;
   std::chrono::milliseconds patience() const override { return m_options.patience; }
   void abandon() override { m_isAbandoned = true; }
-  bool hasVanished() override;
-  std::optional<WriteActivity> writeActivity() override;
+  bool hasVanished(const Waiter& waiter) override;
+  std::optional<WriteActivity> writeActivity(const Waiter& waiter) override;
   ~FileSource() override;
 
  protected:
   FileSource(OpenedFile file, const SourceOptions& options);
 
-  int descriptor() const { return m_file.descriptor.get(); }
+  int descriptor() const { return m_file->descriptor.get(); }
   bool isAbandoned() const { return m_isAbandoned; }
   /// @brief Drops the cached pages of the range, where the page cache stands between.
   void dropCached(const Transfer& transfer) const;
@@ -37,7 +37,8 @@ class FileSource : public BlockSource {
                                  std::chrono::nanoseconds latency);
 
  private:
-  OpenedFile m_file;
+  /// With questions that were given up it outlives the source.
+  std::shared_ptr<const OpenedFile> m_file;
   SourceOptions m_options;
   std::unique_ptr<PageBuffer> m_buffers;
   bool m_isAbandoned = false;

@@ -11,7 +11,7 @@ ReadErrors::ReadErrors(BlockSource& source, RunJournal& journal, std::string dis
     : m_source(source), m_journal(journal), m_disk(std::move(disk)) {}
 
 void ReadErrors::note(const Transfer& transfer, const Completion& completion) {
-  requireFaultOfDisk(m_source, transfer, completion, m_disk);
+  requireFaultOfDisk(m_source, {m_journal, m_disk}, transfer, completion);
   m_failed.push_back({transfer.offset, transfer.length, completion.error, false});
 }
 
@@ -90,7 +90,7 @@ bool ReadErrors::readsAgain(const Place& place, int& error) {
   if (succeeded(transfer, completion)) {
     return true;
   }
-  requireFaultOfDisk(m_source, transfer, completion, m_disk);
+  requireFaultOfDisk(m_source, {m_journal, m_disk}, transfer, completion);
   error = completion.error;
   return false;
 }

@@ -55,10 +55,10 @@ class StabilityCheck {
   }
 
   void compare(const Zone& window) {
-    const auto before = m_source.writeActivity();
+    const auto before = m_source.writeActivity({m_journal, m_disk});
     const std::vector<std::uint32_t> first = checksums(window);
     const std::vector<std::uint32_t> second = checksums(window);
-    const bool quiet = isQuiet(before, m_source.writeActivity());
+    const bool quiet = isQuiet(before, m_source.writeActivity({m_journal, m_disk}));
     for (std::size_t index = 0; index < first.size() && goesOn(); ++index) {
       if (first[index] != second[index]) {
         const std::uint64_t offset = window.offset + index * m_piece;
@@ -126,7 +126,7 @@ class StabilityCheck {
     bool differedInQuiet = quiet;
     unsigned int reads = 2;
     for (unsigned int repeat = 0; repeat < m_options.repeats; ++repeat) {
-      const auto before = m_source.writeActivity();
+      const auto before = m_source.writeActivity({m_journal, m_disk});
       const std::optional<std::uint32_t> one = readAgain(piece);
       const std::optional<std::uint32_t> other = readAgain(piece);
       if (!one || !other) {
@@ -134,7 +134,8 @@ class StabilityCheck {
       }
       reads += 2;
       later.insert({*one, *other});
-      differedInQuiet |= *one != *other && isQuiet(before, m_source.writeActivity());
+      differedInQuiet |=
+          *one != *other && isQuiet(before, m_source.writeActivity({m_journal, m_disk}));
     }
     contents.insert(later.begin(), later.end());
     const std::string block = std::to_string(piece.offset / m_source.blockSize());
@@ -143,7 +144,7 @@ class StabilityCheck {
       report(m_journal, StorageEvent::Unstable,
              {m_disk, block, blockSize, std::to_string(contents.size()), std::to_string(reads)});
     } else {
-      const bool isSettled = later.size() == 1 && m_source.writeActivity();
+      const bool isSettled = later.size() == 1 && m_source.writeActivity({m_journal, m_disk});
       report(m_journal, isSettled ? StorageEvent::ChangedByOthers : StorageEvent::Unsettled,
              {m_disk, block, blockSize});
     }

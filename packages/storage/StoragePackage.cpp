@@ -362,7 +362,7 @@ Verdict writeVerify(TestContext& context) {
     });
     // A question that is given up may still use it when the file is closed.
     const auto own =
-        std::make_shared<PackageKit::UniqueDescriptor>(fcntl(file.get(), F_DUPFD_CLOEXEC, 0));
+        endedAside(PackageKit::UniqueDescriptor(fcntl(file.get(), F_DUPFD_CLOEXEC, 0)));
     const auto start = startOnDisk(disk.name, place.device);
     const std::string carrier = disk.attachment == Attachment::File ? "" : disk.name;
     const auto source = makeSource(lookAt(std::move(file), carrier), sourceOptions);

@@ -16,6 +16,7 @@
 #include <memory>
 #include <system_error>
 
+#include "packages/storage/AnsweredCall.h"
 #include "packages/storage/StorageEvents.h"
 #include "packages/storage/TransferQueue.h"
 
@@ -79,7 +80,7 @@ bool reserve(const PackageKit::UniqueDescriptor& file, std::uint64_t offset, std
 PackageKit::UniqueDescriptor makeTemporaryFile(const std::string& directory, std::uint64_t size,
                                                const Await& await) {
   constexpr std::uint64_t kPiece = std::uint64_t{64} << 20;
-  const auto file = std::make_shared<PackageKit::UniqueDescriptor>();
+  const auto file = endedAside(PackageKit::UniqueDescriptor());
   await([=] { *file = openIn(directory); });
   for (std::uint64_t at = 0; at < size; at += kPiece) {
     const auto reserved = std::make_shared<bool>();

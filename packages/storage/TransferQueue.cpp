@@ -35,7 +35,8 @@ class InFlight {
   InFlight& operator=(const InFlight&) = delete;
   ~InFlight() {
     try {
-      for (auto left = kRetreat / kLook; m_count > 0 && left > 0;) {
+      const bool isStopped = m_waiter.journal.stopRequested();
+      for (auto left = (isStopped ? kLastChance : kRetreat) / kLook; m_count > 0 && left > 0;) {
         m_source.wait(kLook) ? --m_count : --left;
       }
     } catch (...) {
@@ -204,26 +205,26 @@ void requireSize(const BlockSource& source, std::uint64_t bytes) {
 
 // block/blk-core.c of the kernel, blk_errors: what stands for a fault of medium, target, transport
 // or protection data. File systems pass them on, and tell EBADMSG for their own checksums.
-void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Completion& completion,
-                        const std::string& disk) {
+void requireFaultOfDisk(BlockSource& source, const Waiter& waiter, const Transfer& transfer,
+                        const Completion& completion) {
   constexpr std::array faults{0,         EIO,   ENODATA, EREMOTEIO, EILSEQ,
                               ETIMEDOUT, ETIME, ENOLINK, EBADMSG};
   const int error = completion.error;
   // Within its size, nothing but the end of a disk that has left gives no bytes at all.
   const bool endsEarly =
       transfer.direction == Direction::Read && error == 0 && completion.length == 0;
-  if (endsEarly || saysVanished(error) || source.hasVanished()) {
-    throwVanished(disk, endsEarly ? "read: 0 B" : messageOf(error));
+  if (endsEarly || saysVanished(error) || source.hasVanished(waiter)) {
+    throwVanished(waiter.disk, endsEarly ? "read: 0 B" : messageOf(error));
   }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
-    throw std::system_error(error, std::generic_category(), disk);
+    throw std::system_error(error, std::generic_category(), waiter.disk);
   }
 }
 
 void requirePresence(BlockSource& source, const Waiter& waiter, const std::string& cause) {
   constexpr milliseconds kTimeToLeave{2000};
   for (milliseconds waited{0}; waited <= kTimeToLeave; waited += kLook) {
-    if (source.hasVanished()) {
+    if (source.hasVanished(waiter)) {
       throwVanished(waiter.disk, cause);
     }
     if (waiter.journal.stopRequested()) {

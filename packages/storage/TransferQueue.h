@@ -82,8 +82,8 @@ inline bool succeeded(const Transfer& transfer, const Completion& completion) {
 /// @brief Throws std::system_error unless the failure of the transfer says that the disk or the way
 /// to it is at fault: a lack of memory or of a permission, or a request that the kernel refuses,
 /// say nothing about the disk's blocks. With ENODEV when the disk has left.
-void requireFaultOfDisk(BlockSource& source, const Transfer& transfer, const Completion& completion,
-                        const std::string& disk);
+void requireFaultOfDisk(BlockSource& source, const Waiter& waiter, const Transfer& transfer,
+                        const Completion& completion);
 
 /// @brief For a disk that failed wherever it was asked: throws as above when it leaves within the
 /// time that the kernel takes to notice. Ends early when a stop is requested.

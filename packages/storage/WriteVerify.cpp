@@ -149,7 +149,7 @@ class WriteVerifyRun {
       m_whyFull = causeOf(completion.error);  // the file system's doing, not the disk's
       return;
     }
-    requireFaultOfDisk(m_source, transfer, completion, m_disk);
+    requireFaultOfDisk(m_source, waiter(), transfer, completion);
     const bool isFlush = transfer.direction == Direction::Flush;
     m_failed.push_back(
         {transfer.offset, isFlush ? m_source.size() : transfer.length, completion.error});

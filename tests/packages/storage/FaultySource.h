@@ -107,7 +107,7 @@ class FaultySource : public BlockSource {
     m_isAbandoned = true;
     m_good->abandon();
   }
-  bool hasVanished() override { return m_started >= m_leavesAfter + m_unnoticed; }
+  bool hasVanished(const Waiter&) override { return m_started >= m_leavesAfter + m_unnoticed; }
 
   void start(const Transfer& transfer) override {
     ++m_inFlight;
@@ -166,8 +166,8 @@ class FaultySource : public BlockSource {
     return completion;
   }
 
-  std::optional<WriteActivity> writeActivity() override {
-    return m_activity ? m_activity() : m_good->writeActivity();
+  std::optional<WriteActivity> writeActivity(const Waiter& waiter) override {
+    return m_activity ? m_activity() : m_good->writeActivity(waiter);
   }
 
   int inFlight() const { return m_inFlight; }

@@ -487,10 +487,12 @@ TEST(StorageLeaving, of_a_file_system_is_told_by_its_errors) {
 }
 
 TEST(StorageLeaving, of_a_disk_is_seen_at_its_size_and_its_place_in_the_system) {
+  RecordingJournal journal;
+  const Waiter waiter{journal, kDisk};
   const auto source = goodDisk();
-  EXPECT_FALSE(source->hasVanished());
+  EXPECT_FALSE(source->hasVanished(waiter));
   const auto elsewhere = makeSource(lookAt(randomFile(), "no-such-disk"), smallSlots());
-  EXPECT_FALSE(elsewhere->hasVanished()) << "what was never there cannot leave";
+  EXPECT_FALSE(elsewhere->hasVanished(waiter)) << "what was never there cannot leave";
 }
 
 TEST(StorageSilence, ends_a_test_and_names_the_block) {
@@ -777,6 +779,42 @@ TEST(StorageCall, that_the_kernel_holds_does_not_keep_a_stop_waiting) {
   EXPECT_TRUE(TestSupport::eventually([&] { return held.isForgotten(); }));
 }
 
+/// @brief A thing whose end the kernel holds.
+struct HeldThing {
+  HeldThing(const HeldCall& held, std::shared_ptr<std::atomic<bool>> ended)
+      : m_held(held.call()), m_ended(std::move(ended)) {}
+  HeldThing(HeldThing&& other) noexcept
+      : m_held(std::exchange(other.m_held, nullptr)), m_ended(other.m_ended) {}
+  ~HeldThing() {
+    if (m_held) {
+      m_held();
+      *m_ended = true;
+    }
+  }
+
+ private:
+  std::function<void()> m_held;
+  std::shared_ptr<std::atomic<bool>> m_ended;
+};
+
+TEST(StorageCall, that_ends_something_keeps_nobody_waiting) {
+  HeldCall held;
+  const auto ended = std::make_shared<std::atomic<bool>>(false);
+  { const auto thing = endedAside(HeldThing(held, ended)); }
+  EXPECT_FALSE(*ended);
+  held.letGo();
+  EXPECT_TRUE(TestSupport::eventually([&] { return ended->load(); }));
+}
+
+TEST(StorageCall, that_ends_something_has_ended_it_soon) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const UniqueDescriptor reader(ends[0]);
+  { const auto writer = endedAside(UniqueDescriptor(ends[1])); }
+  char byte = 0;
+  EXPECT_TRUE(TestSupport::eventually([&] { return read(reader.get(), &byte, 1) == 0; }));
+}
+
 TEST(StorageRanges, are_joined_where_they_touch) {
   Ranges ranges;
   EXPECT_EQ(ranges.text(), "");
@@ -954,14 +992,16 @@ TEST(StorageStability, gives_no_verdict_where_nobody_knows_what_others_write) {
 TEST(StorageStability, knows_whether_a_file_was_written_to) {
   const std::string path = "written-to";
   std::ofstream(path) << std::string(kBlock, 'x');
+  RecordingJournal journal;
+  const Waiter waiter{journal, kDisk};
   const auto source = openForReading(path, smallSlots());
-  const auto before = source->writeActivity();
+  const auto before = source->writeActivity(waiter);
   ASSERT_TRUE(before);
-  EXPECT_EQ(source->writeActivity(), before);
+  EXPECT_EQ(source->writeActivity(waiter), before);
   // The kernel's clock for files moves in steps of some milliseconds.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   std::fstream(path) << 'y';
-  EXPECT_NE(source->writeActivity(), before);
+  EXPECT_NE(source->writeActivity(waiter), before);
 }
 
 TEST(StorageStability, tells_an_unreadable_block_as_such_and_not_as_unstable) {
