@@ -31,4 +31,28 @@ inline std::string inBrackets(const std::string& detail) {
   return detail.empty() ? std::string() : " (" + detail + ")";
 }
 
+/// What became of a worker, or of what it said: parameters of the kit's events.
+inline constexpr const char* kNoProcess = "KIT_NO_PROCESS";
+inline constexpr const char* kNotReadyInTime = "KIT_NOT_READY_IN_TIME";
+inline constexpr const char* kHostLacksMemory = "KIT_HOST_LACKS_MEMORY";
+inline constexpr const char* kTestLacksMemory = "KIT_TEST_LACKS_MEMORY";
+inline constexpr const char* kUnknownException = "KIT_UNKNOWN_EXCEPTION";
+inline constexpr const char* kFrameTooShort = "KIT_FRAME_TOO_SHORT";
+inline constexpr const char* kFrameOutOfRange = "KIT_FRAME_OUT_OF_RANGE";
+inline constexpr const char* kNoFrame = "KIT_NO_FRAME";
+inline constexpr const char* kFrameOfOtherVersion = "KIT_FRAME_OF_OTHER_VERSION";
+inline constexpr const char* kFrameTooLong = "KIT_FRAME_TOO_LONG";
+inline constexpr const char* kFrameDamaged = "KIT_FRAME_DAMAGED";
+inline constexpr const char* kFrameUnknown = "KIT_FRAME_UNKNOWN";
+inline constexpr const char* kEventNotAllowed = "KIT_EVENT_NOT_ALLOWED";
+inline constexpr const char* kTestNotDue = "KIT_TEST_NOT_DUE";
+inline constexpr const char* kEndNotDue = "KIT_END_NOT_DUE";
+inline constexpr const char* kVerdictNotAllowed = "KIT_VERDICT_NOT_ALLOWED";
+inline constexpr const char* kPassEndNotDue = "KIT_PASS_END_NOT_DUE";
+inline constexpr std::array kWords = {
+    kNoProcess,         kNotReadyInTime,  kHostLacksMemory, kTestLacksMemory,     kUnknownException,
+    kFrameTooShort,     kFrameOutOfRange, kNoFrame,         kFrameOfOtherVersion, kFrameTooLong,
+    kFrameDamaged,      kFrameUnknown,    kEventNotAllowed, kTestNotDue,          kEndNotDue,
+    kVerdictNotAllowed, kPassEndNotDue};
+
 }  // namespace TarvexDiags::PackageKit::Contract

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "packagekit/contract/Texts.h"
+
 namespace TarvexDiags::PackageKit {
 
 namespace {
@@ -77,7 +79,7 @@ const std::string& FrameWriter::bytes() {
 
 std::string_view Frame::take(std::size_t size) {
   if (size > m_payload.size() - m_position) {
-    throw FrameError("a frame is too short for its fields");
+    throw FrameError(Contract::kFrameTooShort);
   }
   const auto taken = std::string_view(m_payload).substr(m_position, size);
   m_position += size;
@@ -93,7 +95,7 @@ std::uint64_t Frame::number() {
 std::uint64_t Frame::number(std::uint64_t limit) {
   const std::uint64_t value = number();
   if (value > limit) {
-    throw FrameError("a frame has a number out of range");
+    throw FrameError(Contract::kFrameOutOfRange);
   }
   return value;
 }
@@ -125,20 +127,20 @@ bool FrameReader::next(Frame& frame) {
   }
   std::memcpy(&header, m_buffer.data() + m_start, sizeof header);
   if (header.magic != kMagic) {
-    throw FrameError("bytes that are no frame");
+    throw FrameError(Contract::kNoFrame);
   }
   if (header.version != kVersion) {
-    throw FrameError("a frame of another version");
+    throw FrameError(Contract::kFrameOfOtherVersion);
   }
   if (header.length > kLargestFrame) {
-    throw FrameError("a frame that is too long");
+    throw FrameError(Contract::kFrameTooLong);
   }
   if (unfinishedBytes() - sizeof header < header.length) {
     return false;
   }
   std::string payload = m_buffer.substr(m_start + sizeof header, header.length);
   if (checksumOf(payload) != header.checksum) {
-    throw FrameError("a damaged frame");
+    throw FrameError(Contract::kFrameDamaged);
   }
   m_start += sizeof header + header.length;
   frame = Frame(static_cast<FrameType>(header.type), std::move(payload));

@@ -14,6 +14,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/internal/KitSettings.h"
 
 namespace TarvexDiags::PackageKit {
@@ -60,12 +61,12 @@ const char* nameOf(DiagnosticResult::TestResult verdict) {
 
 std::string whyNotStarted(const SessionEnd& end) {
   if (end.pid < 0) {
-    return "no process";
+    return Contract::kNoProcess;
   }
   if (!end.protocolError.empty()) {
     return end.protocolError;
   }
-  return end.isTimedOut ? "not ready in time" : howItEnded(end.process);
+  return end.isTimedOut ? Contract::kNotReadyInTime : howItEnded(end.process);
 }
 
 bool isClean(const SessionEnd& end) {
@@ -201,7 +202,7 @@ void PassRunner::runTests() {
 void PassRunner::endForLackOfMemory() noexcept {
   try {
     finishTest(Contract::Ending::Broken,
-               raised(unusual(OUT_OF_MEMORY, {"the host could not allocate memory", ""})));
+               raised(unusual(OUT_OF_MEMORY, {Contract::kHostLacksMemory, ""})));
     reportDropped();
   } catch (const std::exception&) {
     PassOutcome last{DiagnosticResult::UNUSUAL_STATUS};

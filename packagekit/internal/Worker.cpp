@@ -17,6 +17,7 @@
 #include "packagekit/Exports.h"
 #include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/internal/Caretakers.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/PassSetup.h"
@@ -97,7 +98,7 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
   } catch (const Stopped&) {
     return {TestEnding::Stopped};
   } catch (const std::bad_alloc&) {
-    return trouble(OUT_OF_MEMORY, "the test could not allocate memory");
+    return trouble(OUT_OF_MEMORY, Contract::kTestLacksMemory);
   } catch (const DeviceVanished& error) {
     return trouble(DEVICE_VANISHED, error.what());
   } catch (const TakenAway& error) {
@@ -107,7 +108,7 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
   } catch (const std::exception& error) {
     return trouble(TEST_THREW, error.what());
   } catch (...) {
-    return trouble(TEST_THREW, "an exception of an unknown type");
+    return trouble(TEST_THREW, Contract::kUnknownException);
   }
 }
 

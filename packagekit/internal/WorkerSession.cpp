@@ -12,6 +12,7 @@
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/SettingRule.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -326,7 +327,7 @@ void WorkerSession::handle(Frame& frame) {
       const unsigned int code = codeOf(frame);
       auto parameters = frame.texts();
       if (!m_end.current || !mayBeRaised(type, code, parameters)) {
-        throw FrameError("an event that a test can't raise");
+        throw FrameError(Contract::kEventNotAllowed);
       }
       m_observer.eventRaised(type, code, std::move(parameters));
       return;
@@ -341,14 +342,14 @@ void WorkerSession::handle(Frame& frame) {
     case FrameType::Stop:
       break;
   }
-  throw FrameError("a frame of an unknown type");
+  throw FrameError(Contract::kFrameUnknown);
 }
 
 void WorkerSession::handleTestBegin(Frame& frame) {
   const std::uint64_t position = frame.number();
   if (!m_end.isReady || m_end.isComplete || m_end.current || position != m_end.testsEnded ||
       position >= m_setup.testIds.size()) {
-    throw FrameError("a test that is not due");
+    throw FrameError(Contract::kTestNotDue);
   }
   m_end.current = position;
   if (m_stage == Stage::Running) {
@@ -363,14 +364,14 @@ void WorkerSession::handleTestEnd(Frame& frame) {
   TestReport report;
   report.position = frame.number();
   if (!m_end.current || report.position != *m_end.current) {
-    throw FrameError("the end of a test that did not run");
+    throw FrameError(Contract::kEndNotDue);
   }
   report.ending =
       static_cast<TestEnding>(frame.number(static_cast<std::uint64_t>(TestEnding::Trouble)));
   report.code = codeOf(frame);
   report.parameters = frame.texts();
   if (!mayBeTold(report)) {
-    throw FrameError("a verdict that a test can't have");
+    throw FrameError(Contract::kVerdictNotAllowed);
   }
   report.isTimedOut = m_end.isTimedOut;
   readOutput();
@@ -387,7 +388,7 @@ void WorkerSession::handleTestEnd(Frame& frame) {
 // by one that was asked to stop.
 void WorkerSession::handlePassEnd() {
   if (m_end.isComplete || m_end.current || m_end.testsEnded == 0) {
-    throw FrameError("the end of a pass that is not due");
+    throw FrameError(Contract::kPassEndNotDue);
   }
   m_end.isComplete = true;
   if (m_stage == Stage::Running || m_stage == Stage::AskedToStop) {

@@ -21,6 +21,7 @@
 #include "packagekit/PackageTexts.h"
 #include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Reaction.h"
@@ -356,7 +357,7 @@ TEST_F(Misbehaviour, impossible_progress_ends_the_worker) {
 TEST_F(Misbehaviour, garbage_ends_the_worker) {
   const auto run = runBefore(17);
   expectTrouble(run, WORKER_BROKE_PROTOCOL, "17");
-  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], "bytes that are no frame");
+  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], Contract::kNoFrame);
 }
 
 TEST_F(Misbehaviour, the_end_of_a_test_that_does_not_run_ends_the_worker) {
@@ -379,7 +380,7 @@ TEST_F(Misbehaviour, a_verdict_cant_use_a_code_of_the_kit) {
 TEST_F(Misbehaviour, a_verdict_past_the_kit_cant_use_its_codes_either) {
   const auto run = runBefore(42);
   expectTrouble(run, WORKER_BROKE_PROTOCOL, "42");
-  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], "a verdict that a test can't have");
+  EXPECT_EQ(run.parametersOf(WORKER_BROKE_PROTOCOL)[3], Contract::kVerdictNotAllowed);
   EXPECT_FALSE(run.has(MEMORY_POISONED));
 }
 
@@ -757,7 +758,7 @@ TEST_F(Misbehaviour, a_worker_that_never_gets_ready_is_ended) {
     m_driver.set("Package", "StartTimeout", std::to_string(milliseconds / 1000.0));
     run = m_driver.run("unit0", {kBehaves});
     expectTrouble(run, WORKER_NOT_STARTED, "1");
-    EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], "not ready in time");
+    EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], Contract::kNotReadyInTime);
   }
   EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[4], "stuck");
 }

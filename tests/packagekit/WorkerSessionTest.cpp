@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/internal/KitDevice.h"
 #include "packagekit/internal/KitDiagnostics.h"
 #include "packagekit/internal/KitEnumerator.h"
@@ -383,7 +384,7 @@ TEST_F(SupervisedWorker, cannot_end_its_pass_before_its_test) {
   const std::string passEnd = FrameWriter(FrameType::PassEnd).bytes();
   for (const std::string& frames : {ready + passEnd, ready + begin + passEnd}) {
     const SessionEnd end = runOneThatSays(frames, observer);
-    EXPECT_EQ(end.protocolError, "the end of a pass that is not due");
+    EXPECT_EQ(end.protocolError, Contract::kPassEndNotDue);
     EXPECT_FALSE(end.isComplete);
   }
 }

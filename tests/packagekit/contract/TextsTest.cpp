@@ -37,6 +37,7 @@ TEST_P(KitTexts, tell_every_token_and_what_to_do_about_it) {
     expected.insert({token, toActionToken(token)});
   }
   expected.insert(kReasons.begin(), kReasons.end());
+  expected.insert(kWords.begin(), kWords.end());
   std::set<std::string> found;
   const std::string head = "[" + language + "] ";
   for (const std::string& entry : entriesOf("packagekit/data/" + language + "/kit.cfg")) {
