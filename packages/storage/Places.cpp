@@ -31,11 +31,11 @@ std::vector<Zone> spreadZones(std::uint64_t size, std::uint64_t wanted, std::uin
   return zones;
 }
 
-Zone ZoneWalk::next() {
+Zone ZoneWalk::next(std::uint64_t most) {
   while (m_index < m_zones.size()) {
     const Zone& zone = m_zones[m_index];
     if (m_done < zone.length) {
-      const Zone piece{zone.offset + m_done, std::min(m_piece, zone.length - m_done)};
+      const Zone piece{zone.offset + m_done, std::min({m_piece, most, zone.length - m_done})};
       m_done += piece.length;
       return piece;
     }

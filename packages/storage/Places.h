@@ -39,7 +39,9 @@ class ZoneWalk {
       : m_zones(std::move(zones)), m_piece(piece) {}
 
   /// @brief The next piece; of length 0 at the end.
-  Zone next();
+  Zone next() { return next(m_piece); }
+  /// @brief The same, no longer than that.
+  Zone next(std::uint64_t most);
 
   std::uint64_t total() const;
 

@@ -42,6 +42,7 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
   Progress progress(journal, walk.total());
   ReadErrors errors(source, journal, disk);
   ReadFigures figures;
+  PieceLength pieces(slotSize(source));
   const auto begin = Clock::now();
   transferAll(
       source, {journal, disk},
@@ -49,14 +50,15 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
         if (journal.stopRequested() || errors.isFull()) {
           return std::nullopt;
         }
-        const Zone piece = walk.next();
+        const Zone piece = walk.next(pieces.now());
         return piece.length == 0 ? std::nullopt
                                  : std::optional(readOf(slot, piece.offset, piece.length));
       },
       [&](const Transfer& transfer, const Completion& completion) {
         settle(transfer, completion, figures, errors);
         progress.at(figures.bytes);
-      });
+      },
+      &pieces);
   figures.elapsed = Clock::now() - begin;
   figures.unreadableBlocks = errors.tell();
   const double rate = rateOf(figures.bytes, figures.elapsed);

@@ -125,19 +125,21 @@ class InFlight {
   std::optional<std::chrono::steady_clock::time_point> m_stopSeen;
 };
 
-/// @brief How many transfers may be in flight: few enough to end in the last chance. A process ends
-/// only when the kernel has ended them, so a slow disk with many would put off every stop.
+/// @brief How many transfers may be in flight, and how long: such as end in the last chance. A
+/// process ends only when the kernel has ended them, so a slow disk with many would put off every
+/// stop.
 class Depth {
  public:
-  explicit Depth(unsigned int most) : m_most(most), m_now(std::min(most, kFirst)) {}
+  Depth(unsigned int most, PieceLength* pieces)
+      : m_most(most), m_now(std::min(most, kFirst)), m_pieces(pieces) {}
 
   unsigned int now() const { return m_now; }
 
   void note(std::chrono::nanoseconds latency) {
     if (latency > kLastChance) {
-      m_now = std::max(m_now - 1, 1U);
+      lower();
     } else if (latency < kLastChance / 2) {
-      m_now = std::min(m_now + 1, m_most);
+      raise();
     }
   }
 
@@ -145,8 +147,22 @@ class Depth {
   /// What nothing is known about yet may be slow.
   static constexpr unsigned int kFirst = 4;
 
+  void lower() {
+    if (m_now > 1) {
+      --m_now;
+    } else if (m_pieces != nullptr) {
+      m_pieces->shrink();
+    }
+  }
+  void raise() {
+    if (m_pieces == nullptr || !m_pieces->grow()) {
+      m_now = std::min(m_now + 1, m_most);
+    }
+  }
+
   unsigned int m_most;
   unsigned int m_now;
+  PieceLength* m_pieces;
 };
 
 }  // namespace
@@ -167,9 +183,10 @@ void tellSilence(const Waiter& waiter, const std::string& block, const std::stri
 
 void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,
-                 const std::function<void(const Transfer&, const Completion&)>& done) {
+                 const std::function<void(const Transfer&, const Completion&)>& done,
+                 PieceLength* pieces) {
   InFlight inFlight(source, waiter);
-  Depth depth(source.slots());
+  Depth depth(source.slots(), pieces);
   std::vector<unsigned int> freeSlots(source.slots());
   std::iota(freeSlots.rbegin(), freeSlots.rend(), 0U);
   bool more = true;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -52,6 +54,27 @@ class SilentDisk : public std::exception {
   const char* what() const noexcept override { return "the disk does not answer"; }
 };
 
+/// @brief How long the next transfers may be that can be cut anywhere: a slow disk gets such as it
+/// ends in a fifth of a second.
+class PieceLength {
+ public:
+  /// @param longest in bytes, a multiple of 4096
+  explicit PieceLength(std::uint32_t longest) : m_longest(longest) {}
+
+  /// @brief A multiple of 4096.
+  std::uint32_t now() const { return std::min(kShortest << m_doublings, m_longest); }
+  /// @return false where it can't be any longer, or shorter
+  bool grow() { return now() < m_longest && ++m_doublings > 0; }
+  bool shrink() { return m_doublings > 0 && m_doublings-- > 0; }
+
+ private:
+  static constexpr std::uint32_t kShortest = 4096;
+
+  std::uint32_t m_longest;
+  /// What nothing is known about yet may be slow: 64 KiB.
+  unsigned int m_doublings = 4;
+};
+
 /// @brief Keeps as many transfers in flight as the source has slots, or as few as a slow disk ends
 /// in a fifth of a second, until there is no next one, then waits for the rest. No transfer is in
 /// flight when it returns or throws what a callback threw.
@@ -64,9 +87,11 @@ class SilentDisk : public std::exception {
 /// asked
 ///        again for each free slot until it says nothing.
 /// @param done called for each transfer that ended; the slot's buffer is free again afterwards.
+/// @param pieces is adapted to the disk, where the transfers can be cut.
 void transferAll(BlockSource& source, const Waiter& waiter,
                  const std::function<std::optional<Transfer>(unsigned int slot)>& next,
-                 const std::function<void(const Transfer&, const Completion&)>& done);
+                 const std::function<void(const Transfer&, const Completion&)>& done,
+                 PieceLength* pieces = nullptr);
 
 /// @brief One transfer alone; the source must have none in flight. Throws as transferAll.
 Completion transferOne(BlockSource& source, const Waiter& waiter, const Transfer& transfer);

@@ -650,23 +650,34 @@ class LabouringSource : public FaultySource {
       : FaultySource(std::move(good)), m_begun(slots()) {}
 
   void takes(std::chrono::milliseconds each) { m_each = each; }
+  void takesForEachKib(std::chrono::microseconds each) { m_eachKib = each; }
+  std::chrono::nanoseconds longest() const { return m_longest; }
 
   void start(const Transfer& transfer) override {
     m_begun[transfer.slot] = m_now;
+    if (inFlight() == 0) {
+      m_longest = std::max(m_longest, timeFor(transfer.length));
+    }
     FaultySource::start(transfer);
   }
   std::optional<Completion> wait(std::chrono::milliseconds atMost) override {
     std::optional<Completion> completion = FaultySource::wait(atMost);
     if (completion) {
-      m_now += m_each;
+      m_now += timeFor(completion->length);
       completion->latency = m_now - m_begun[completion->slot];
     }
     return completion;
   }
 
  private:
+  std::chrono::nanoseconds timeFor(std::uint32_t length) const {
+    return m_each + m_eachKib * static_cast<std::int64_t>(length / kKib);
+  }
+
   std::chrono::nanoseconds m_now{0};
   std::chrono::nanoseconds m_each{0};
+  std::chrono::nanoseconds m_eachKib{0};
+  std::chrono::nanoseconds m_longest{0};  ///< of those that were alone in flight
   std::vector<std::chrono::nanoseconds> m_begun;
 };
 
@@ -693,6 +704,23 @@ TEST(StorageStop, finds_no_more_in_flight_than_a_slow_disk_can_end) {
   EXPECT_LE(mostInFlight(source, 400), 6);  // 0.3 s
   source.takes(std::chrono::seconds(2));
   EXPECT_LE(mostInFlight(source, 400), 2);
+}
+
+TEST(StorageStop, finds_no_longer_read_in_flight_than_a_slow_disk_can_end) {
+  LabouringSource slow(goodDisk(smallSlots(kMib, 4)));
+  slow.takesForEachKib(std::chrono::milliseconds(1));  // 1 MB/s
+  RecordingJournal journal;
+  EXPECT_EQ(scanSequentially(slow, {}, kDisk, journal).bytes, kDiskSize);
+  EXPECT_GT(slow.longest(), std::chrono::milliseconds(50));
+  EXPECT_LE(slow.longest(), std::chrono::milliseconds(200));
+}
+
+TEST(StorageStop, costs_a_quick_disk_none_of_the_length_of_its_reads) {
+  LabouringSource quick(goodDisk(smallSlots(kMib, 1)));
+  quick.takes(std::chrono::milliseconds(1));
+  RecordingJournal journal;
+  // 64, 128, 256 and 512 KiB, and the rest in pieces of 1 MiB.
+  EXPECT_EQ(scanSequentially(quick, {}, kDisk, journal).reads, 4U + 4U);
 }
 
 TEST(StorageStop, costs_a_quick_disk_none_of_its_depth) {
