@@ -3,7 +3,7 @@
 #include <string>
 
 #include "packagekit/PackageKit.h"
-#include "packages/common/SystemFiles.h"
+#include "watch/SystemFiles.h"
 
 namespace TarvexDiags::Common {
 
@@ -17,8 +17,8 @@ inline std::string systemRootOf(const PackageKit::Environment& environment) {
   return environment.settings.value(kSystemRoot).value_or("/");
 }
 
-inline SystemFiles filesOf(const PackageKit::Device& device) {
-  return SystemFiles(device.property(kSystemRootProperty, "/"));
+inline Watching::SystemFiles filesOf(const PackageKit::Device& device) {
+  return Watching::SystemFiles(device.property(kSystemRootProperty, "/"));
 }
 
 }  // namespace TarvexDiags::Common

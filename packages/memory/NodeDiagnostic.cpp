@@ -12,8 +12,8 @@
 
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
-#include "packages/memory/ErrorCounters.h"
 #include "packages/memory/MemoryReasons.h"
+#include "watch/ErrorCounters.h"
 
 namespace TarvexDiags::Memory {
 
@@ -21,7 +21,6 @@ namespace {
 
 using Common::filesOf;
 using Common::RunJournal;
-using Common::SystemFiles;
 using PackageKit::Device;
 using PackageKit::Environment;
 using PackageKit::optionalSetting;
@@ -32,6 +31,8 @@ using PackageKit::SettingList;
 using PackageKit::Settings;
 using PackageKit::Support;
 using PackageKit::TestContext;
+using Watching::ErrorCounters;
+using Watching::SystemFiles;
 
 constexpr std::uint64_t kMebibyte = std::uint64_t{1} << 20;
 

@@ -13,7 +13,7 @@ namespace TarvexDiags::Memory {
 
 namespace {
 
-using Common::SystemFiles;
+using Watching::SystemFiles;
 
 const std::filesystem::path kNodesFolder = "sys/devices/system/node";
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "packages/common/SystemFiles.h"
+#include "watch/SystemFiles.h"
 
 namespace TarvexDiags::Memory {
 
@@ -28,12 +28,12 @@ struct SizeLimits {
 };
 
 /// @brief The nodes with memory, or one for the machine where the kernel shows no nodes.
-std::vector<Node> findNodes(const Common::SystemFiles& files);
+std::vector<Node> findNodes(const Watching::SystemFiles& files);
 
 /// @brief How much memory of a node could be had now: as the kernel estimates it, no more than what
 /// the control groups of this process leave, and the node's share of both where there are several.
 /// @return nothing when the kernel does not tell
-std::optional<std::uint64_t> availableBytes(const Common::SystemFiles& files, const Node& node);
+std::optional<std::uint64_t> availableBytes(const Watching::SystemFiles& files, const Node& node);
 
 /// @brief How much of that a test takes: 0 when the margin leaves nothing.
 std::uint64_t testedBytes(std::uint64_t available, const SizeLimits& limits);

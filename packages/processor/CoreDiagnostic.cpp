@@ -10,8 +10,8 @@
 #include "packages/common/CpuList.h"
 #include "packages/processor/CoreHold.h"
 #include "packages/processor/Cores.h"
-#include "packages/processor/HealthCounters.h"
 #include "packages/processor/ProcessorReasons.h"
+#include "watch/HealthCounters.h"
 
 namespace TarvexDiags::Processor {
 
@@ -19,7 +19,6 @@ namespace {
 
 using Common::filesOf;
 using Common::RunJournal;
-using Common::SystemFiles;
 using PackageKit::Device;
 using PackageKit::Environment;
 using PackageKit::optionalSetting;
@@ -28,6 +27,9 @@ using PackageKit::Seconds;
 using PackageKit::SettingList;
 using PackageKit::Support;
 using PackageKit::TestContext;
+using Watching::HealthCounters;
+using Watching::SystemFiles;
+using Watching::Trouble;
 
 constexpr auto kDurationSeconds = quickable<Seconds>("DurationSeconds");
 constexpr auto kInjectFault = optionalSetting<std::string>("InjectFault");

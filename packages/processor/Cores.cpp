@@ -34,7 +34,7 @@ std::map<int, std::string> modelNames(const std::string& text) {
 
 }  // namespace
 
-std::vector<Core> findCores(const Common::SystemFiles& files) {
+std::vector<Core> findCores(const Watching::SystemFiles& files) {
   const std::filesystem::path folder = "sys/devices/system/cpu";
   const auto names = modelNames(files.text("proc/cpuinfo").value_or(""));
   std::vector<Core> cores;

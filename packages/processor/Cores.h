@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "packages/common/SystemFiles.h"
+#include "watch/SystemFiles.h"
 
 namespace TarvexDiags::Processor {
 
@@ -16,7 +16,7 @@ struct Core {
 };
 
 /// @brief The processors that are online, rising.
-std::vector<Core> findCores(const Common::SystemFiles& files);
+std::vector<Core> findCores(const Watching::SystemFiles& files);
 
 /// @brief The best other processor for work that takes two: on another physical core if there is
 /// one.

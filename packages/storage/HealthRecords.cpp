@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <fstream>
+#include <filesystem>
 #include <limits>
 #include <optional>
 #include <string>
 #include <utility>
+
+#include "watch/DiskCounters.h"
 
 namespace TarvexDiags::Storage {
 namespace {
@@ -99,22 +101,16 @@ SelfTestEnd selfTestEnd(std::uint8_t code, std::uint8_t lastFailure) {
 }
 
 ErrorLog kernelErrorLog(const std::string& name, const std::filesystem::path& sysfs) {
-  const auto counter = [&](const char* file) -> std::optional<std::uint64_t> {
-    std::string value;
-    return std::ifstream(sysfs / "block" / name / "device" / file) >> value
-               ? std::optional(std::stoull(value, nullptr, 0))
-               : std::nullopt;
-  };
-  const auto senseData = counter("ioerr_cnt");
-  const auto timeOuts = counter("iotmo_cnt");
-  if (!senseData && !timeOuts) {
+  const auto counters = Watching::DiskCounters::read(
+      Watching::SystemFiles(sysfs), std::filesystem::path("block") / name / "device");
+  if (!counters) {
     throw NotSupported(Reasons::kNoKernelCounters);
   }
   ErrorLog log;
   log.origin = "KERNEL_COUNTERS";
-  log.senseData = senseData.value_or(0);
-  if (timeOuts.value_or(0) > 0) {
-    log.entries.push_back({*timeOuts, "COMMANDS_TIMED_OUT"});
+  log.senseData = counters->failed;
+  if (counters->timedOut > 0) {
+    log.entries.push_back({counters->timedOut, "COMMANDS_TIMED_OUT"});
   }
   return log;
 }

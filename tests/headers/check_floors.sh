@@ -43,16 +43,18 @@ floors=(
   'diagctl/run' "$session|diagctl/run/*"
   'diagctl/command' "$session|diagctl/@(check|run|command)/*"
   'diagctl' 'diagctl/*'
-  'packages/common' "$framework|packagekit/*|packages/common/*"
+  # Readers of the kernel's files, for packages and front end alike.
+  'watch' 'watch/*|packagekit/UniqueDescriptor.h'
+  'packages/common' "$framework|packagekit/*|watch/*|packages/common/*"
 )
 # Packages know nothing of one another.
 for package in packages/!(common)/; do
-  floors+=("${package%/}" "$framework|packagekit/*|packages/common/*|$package*")
+  floors+=("${package%/}" "$framework|packagekit/*|watch/*|packages/common/*|$package*")
 done
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.
 own_includes() {
-  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|packages|diagctl|examples|tests|bench'
+  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|watch|packages|diagctl|examples|tests|bench'
   { grep -HsoE "^ *# *include *(\"[^\"]*\"|<($own)/[^>]*>)" "$1"/*.{h,cpp} || true; } |
     sed -E 's/: *# *include *["<](.*)[">]$/:\1/'
 }

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "packages/common/SystemFiles.h"
+#include "watch/SystemFiles.h"
 
 namespace TarvexDiags::Tests {
 
@@ -27,7 +27,7 @@ class FakeMachine {
     return *this;
   }
 
-  Common::SystemFiles files() const { return Common::SystemFiles(m_root); }
+  Watching::SystemFiles files() const { return Watching::SystemFiles(m_root); }
   std::string path() const { return m_root.string(); }
 
  private:

@@ -75,7 +75,7 @@ class MemoryInjection : public ::testing::Test {
       text.insert(text.find(section) + section.size(), settings);
     }
     m_place.write("packages/memory.cfg", text);
-    const std::string device = "host/" + findNodes(Common::SystemFiles("/")).at(0).tagComponent();
+    const std::string device = "host/" + findNodes(Watching::SystemFiles("/")).at(0).tagComponent();
     std::vector<std::string> arguments = {
         "--allow-insecure", "--config", m_place.file("control.cfg"), "run", "-p",
         "memory",           "-t",       std::to_string(test),        "-d",  device};

@@ -12,16 +12,18 @@
 #include <string>
 #include <system_error>
 
-#include "packages/memory/ErrorCounters.h"
 #include "packages/memory/MemoryReasons.h"
 #include "packages/memory/Nodes.h"
 #include "packages/memory/PhysicalAddress.h"
 #include "tests/packages/memory/MemoryFixture.h"
 #include "tests/support/FakeMachine.h"
 #include "tests/support/Sanitized.h"
+#include "watch/ErrorCounters.h"
 
 namespace TarvexDiags::Memory {
 namespace {
+
+using Watching::ErrorCounters;
 
 constexpr std::uint64_t kMebibyte = 1024 * 1024;
 

@@ -12,14 +12,17 @@
 #include "packages/processor/Cores.h"
 #include "packages/processor/CryptographyReference.h"
 #include "packages/processor/FixedPoint.h"
-#include "packages/processor/HealthCounters.h"
 #include "packages/processor/LoadChecks.h"
 #include "packages/processor/SoftFloat.h"
 #include "packages/processor/Verifier.h"
 #include "tests/support/FakeMachine.h"
+#include "watch/HealthCounters.h"
 
 namespace TarvexDiags::Processor {
 namespace {
+
+using Watching::HealthCounters;
+using Watching::Trouble;
 
 std::uint64_t bitsOf(double value) {
   return std::bit_cast<std::uint64_t>(value);

@@ -4,9 +4,9 @@
 #include <map>
 #include <string>
 
-#include "packages/common/SystemFiles.h"
+#include "watch/SystemFiles.h"
 
-namespace TarvexDiags::Processor {
+namespace TarvexDiags::Watching {
 
 /// @brief What a counter that grew during a test means.
 enum class Trouble {
@@ -26,7 +26,7 @@ class HealthCounters {
   };
 
   /// @brief Reads what there is; virtual machines often have none.
-  static HealthCounters read(const Common::SystemFiles& files, int core);
+  static HealthCounters read(const SystemFiles& files, int core);
 
   bool present() const { return !m_counts.empty(); }
 
@@ -37,4 +37,4 @@ class HealthCounters {
   std::map<std::string, Count> m_counts;
 };
 
-}  // namespace TarvexDiags::Processor
+}  // namespace TarvexDiags::Watching

@@ -1,0 +1,62 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "tests/support/FakeMachine.h"
+#include "watch/SystemFiles.h"
+
+namespace TarvexDiags::Watching {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Tests::FakeMachine;
+
+TEST(SystemFilesTest, read_numbers_in_both_notations_and_words) {
+  FakeMachine machine;
+  machine.has("decimal", "12 and more\n").has("hexadecimal", "0x1f\n").has("word", " nvme \n");
+  const SystemFiles files = machine.files();
+  EXPECT_EQ(files.number("decimal"), 12U);
+  EXPECT_EQ(files.hexadecimal("hexadecimal"), 31U);
+  EXPECT_EQ(files.hexadecimal("decimal"), std::nullopt);
+  EXPECT_EQ(files.word("word"), "nvme");
+  EXPECT_EQ(files.word("nowhere"), "");
+}
+
+TEST(SystemFilesTest, give_no_text_of_what_is_no_file) {
+  FakeMachine machine;
+  machine.has("folder/file", "");
+  EXPECT_EQ(machine.files().text("folder"), std::nullopt);
+  EXPECT_EQ(machine.files().text("folder/file"), "");
+  EXPECT_EQ(machine.files().text("nowhere"), std::nullopt);
+}
+
+TEST(SystemFilesTest, read_a_file_that_is_longer_than_one_read) {
+  FakeMachine machine;
+  const std::string text(100'000, 'x');
+  machine.has("long", text);
+  EXPECT_EQ(machine.files().text("long"), text);
+}
+
+TEST(SystemFilesTest, list_a_folder_in_order) {
+  FakeMachine machine;
+  machine.has("folder/b", "").has("folder/a/c", "");
+  EXPECT_THAT(machine.files().entries("folder"), ElementsAre("a", "b"));
+  EXPECT_THAT(machine.files().entries("nowhere"), IsEmpty());
+}
+
+TEST(SystemFilesTest, follow_links_that_stay_below_the_root) {
+  FakeMachine machine;
+  machine.has("sys/devices/a/b/file", "");
+  std::filesystem::create_symlink("devices/a/b", machine.path() + "/sys/inside");
+  std::filesystem::create_symlink("/", machine.path() + "/sys/outside");
+  EXPECT_EQ(machine.files().resolved("sys/inside"), "sys/devices/a/b");
+  EXPECT_EQ(machine.files().resolved("sys/outside"), "");
+  EXPECT_EQ(machine.files().resolved("sys/nowhere"), "");
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Watching
