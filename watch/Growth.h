@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace TarvexDiags::Watching {
+
+/// @brief By how much a counter of the kernel has grown from look to look. A plain value.
+class Growth {
+ public:
+  /// @param range behind which number the counter begins at 0 again; 0: it never does
+  explicit Growth(std::uint64_t range = 0) : m_range(range) {}
+
+  /// @brief The growth since the last number. The first one is where it begins.
+  std::uint64_t to(std::uint64_t now) {
+    const std::optional<std::uint64_t> before = m_last;
+    m_last = now;
+    if (!before) {
+      return 0;
+    }
+    if (now >= *before) {
+      return now - *before;
+    }
+    // Without a range it was set back, as by a driver that is loaded anew.
+    return m_range >= *before ? m_range - *before + now : now;
+  }
+
+ private:
+  std::uint64_t m_range;
+  std::optional<std::uint64_t> m_last;
+};
+
+/// @brief Counters by name, of devices that come and go. A plain value.
+class Growths {
+ public:
+  /// @brief The growth of one of them. What appears only after the first round counts from 0, as
+  /// its driver has just begun to.
+  std::uint64_t to(const std::string& name, std::uint64_t now) {
+    const auto [place, isNew] = m_counters.try_emplace(name);
+    if (isNew && m_isOpen) {
+      place->second.to(0);
+    }
+    return place->second.to(now);
+  }
+
+  /// @brief Ends the first round.
+  void open() { m_isOpen = true; }
+
+ private:
+  std::map<std::string, Growth> m_counters;
+  bool m_isOpen = false;
+};
+
+}  // namespace TarvexDiags::Watching

@@ -1,0 +1,39 @@
+#include "watch/MemoryControllerSource.h"
+
+#include <cstdint>
+#include <utility>
+
+namespace TarvexDiags::Watching {
+
+std::optional<std::string> MemoryControllerSource::open() {
+  const ErrorCounters counters = ErrorCounters::read(m_files);
+  if (!counters.present()) {
+    return "the kernel has no driver for this machine's memory controllers, or its memory corrects "
+           "nothing";
+  }
+  for (const auto& [name, counter] : counters.all()) {
+    m_growths.to(name + " ce", counter.count.corrected);
+    m_growths.to(name + " ue", counter.count.uncorrected);
+  }
+  m_growths.open();
+  return std::nullopt;
+}
+
+void MemoryControllerSource::look(Moment now, Collector& collector) {
+  const auto tell = [&](const MemoryCounter& counter, Kind kind, std::uint64_t count) {
+    if (count > 0) {
+      Finding finding{.time = now, .source = SourceKind::MemoryControllers, .kind = kind};
+      finding.device = "mc:" + std::to_string(counter.controller);
+      finding.part = counter.module;
+      finding.count = count;
+      collector.found(std::move(finding));
+    }
+  };
+  const ErrorCounters counters = ErrorCounters::read(m_files);
+  for (const auto& [name, counter] : counters.all()) {
+    tell(counter, Kind::MemoryCorrected, m_growths.to(name + " ce", counter.count.corrected));
+    tell(counter, Kind::MemoryUncorrected, m_growths.to(name + " ue", counter.count.uncorrected));
+  }
+}
+
+}  // namespace TarvexDiags::Watching

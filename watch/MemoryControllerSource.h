@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "watch/ErrorCounters.h"
+#include "watch/Growth.h"
+#include "watch/Source.h"
+#include "watch/SystemFiles.h"
+
+namespace TarvexDiags::Watching {
+
+/// @brief Errors that the memory controllers have corrected or could not correct, by module.
+class MemoryControllerSource : public Source {
+ public:
+  explicit MemoryControllerSource(SystemFiles files) : m_files(std::move(files)) {}
+
+  SourceKind kind() const override { return SourceKind::MemoryControllers; }
+  std::optional<std::string> open() override;
+  void look(Moment now, Collector& collector) override;
+
+ private:
+  SystemFiles m_files;
+  Growths m_growths;
+};
+
+}  // namespace TarvexDiags::Watching
