@@ -1,0 +1,57 @@
+#include "watch/ThrottleSource.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+namespace TarvexDiags::Watching {
+
+// Documentation/ABI/testing/sysfs-devices-system-cpu of the kernel. All threads of a core show the
+// same counter, and all cores of a processor the processor's: one of each is read.
+std::optional<std::string> ThrottleSource::open() {
+  m_counters.clear();
+  for (const int cpu : m_files.numberedEntries("sys/devices/system/cpu", "cpu")) {
+    addCounters(cpu);
+  }
+  return m_counters.empty()
+             ? std::optional<std::string>("the kernel counts no throttling of these processors")
+             : std::nullopt;
+}
+
+void ThrottleSource::addCounters(int cpu) {
+  const std::string name = "cpu" + std::to_string(cpu);
+  const std::filesystem::path folder = std::filesystem::path("sys/devices/system/cpu") / name;
+  const std::string package =
+      std::to_string(m_files.number(folder / "topology/physical_package_id").value_or(0));
+  const auto core = m_files.number(folder / "topology/core_id");
+  const auto add = [&](const std::string& device, const std::string& part, const char* file) {
+    const std::filesystem::path path = folder / "thermal_throttle" / file;
+    const bool isKnown = std::any_of(m_counters.begin(), m_counters.end(),
+                                     [&](const Counter& one) { return one.part == part; });
+    if (const auto value = m_files.number(path); value && !isKnown) {
+      Counter& counter = m_counters.emplace_back(Counter{device, part, path, Growth()});
+      counter.growth.to(*value);
+    }
+  };
+  const std::string device = "cpu:" + std::to_string(cpu);
+  add(device, core ? "processor " + package + " core " + std::to_string(*core) : name,
+      "core_throttle_count");
+  add("processor:" + package, "processor " + package, "package_throttle_count");
+}
+
+void ThrottleSource::look(Moment now, Collector& collector) {
+  for (Counter& counter : m_counters) {
+    // A core that is taken offline has no counter until it is back.
+    const auto value = m_files.number(counter.file);
+    const std::uint64_t count = value ? counter.growth.to(*value) : 0;
+    if (count > 0) {
+      Finding finding{.time = now, .source = SourceKind::Throttling, .kind = Kind::Throttled};
+      finding.device = counter.device;
+      finding.part = counter.part;
+      finding.count = count;
+      collector.found(std::move(finding));
+    }
+  }
+}
+
+}  // namespace TarvexDiags::Watching
