@@ -1,0 +1,117 @@
+#include "watch/NetworkSource.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+namespace TarvexDiags::Watching {
+
+namespace {
+
+// Documentation/ABI/testing/sysfs-class-net-statistics and sysfs-class-infiniband of the kernel.
+// Drops are no faults of hardware.
+constexpr const char* kInterfaceErrors[] = {
+    "rx_crc_errors",     "rx_frame_errors",   "rx_length_errors", "rx_fifo_errors",
+    "tx_carrier_errors", "tx_aborted_errors", "tx_window_errors", "tx_heartbeat_errors",
+};
+constexpr const char* kPortErrors[] = {
+    "symbol_error",
+    "port_rcv_errors",
+    "local_link_integrity_errors",
+    "port_xmit_discards",
+    "excessive_buffer_overrun_errors",
+};
+constexpr const char* kPortLosses[] = {"link_downed", "link_error_recovery"};
+const std::filesystem::path kInterfaces = "sys/class/net";
+const std::filesystem::path kAdapters = "sys/class/infiniband";
+
+}  // namespace
+
+std::vector<NetworkSource::Port> NetworkSource::ports() const {
+  std::vector<Port> ports;
+  for (const std::string& name : m_files.entries(kInterfaces)) {
+    const std::filesystem::path folder = kInterfaces / name;
+    // Interfaces of software have no device.
+    if (!m_files.exists(folder / "device")) {
+      continue;
+    }
+    Port& port = ports.emplace_back(Port{"net:" + name, folder, {}});
+    for (const char* const counter : kInterfaceErrors) {
+      port.counters.emplace_back(folder / "statistics" / counter, Kind::NetworkErrors);
+    }
+    port.counters.emplace_back(folder / "carrier_down_count", Kind::LinkLost);
+  }
+  for (const std::string& adapter : m_files.entries(kAdapters)) {
+    for (const std::string& number : m_files.entries(kAdapters / adapter / "ports")) {
+      const std::filesystem::path folder = kAdapters / adapter / "ports" / number;
+      Port& port = ports.emplace_back(Port{"infiniband:" + adapter + "/" + number, folder, {}});
+      for (const char* const counter : kPortErrors) {
+        port.counters.emplace_back(folder / "counters" / counter, Kind::NetworkErrors);
+      }
+      for (const char* const counter : kPortLosses) {
+        port.counters.emplace_back(folder / "counters" / counter, Kind::LinkLost);
+      }
+    }
+  }
+  return ports;
+}
+
+std::optional<std::string> NetworkSource::open() {
+  m_known.clear();
+  for (const Port& port : ports()) {
+    m_known[port.device] = port.folder;
+    for (const auto& [file, kind] : port.counters) {
+      if (const auto value = m_files.number(file)) {
+        m_growths.to(file.string(), *value);
+      }
+    }
+  }
+  m_growths.open();
+  return m_known.empty()
+             ? std::optional<std::string>("this machine has no network interface of hardware")
+             : std::nullopt;
+}
+
+void NetworkSource::look(Moment now, Collector& collector) {
+  const std::vector<Port> present = ports();
+  tellVanished(present, now, collector);
+  for (const Port& port : present) {
+    m_known[port.device] = port.folder;
+    for (const Kind kind : {Kind::NetworkErrors, Kind::LinkLost}) {
+      Finding finding{.time = now, .source = SourceKind::Network, .kind = kind};
+      finding.device = port.device;
+      finding.part = port.device.substr(port.device.find(':') + 1);
+      finding.count = 0;
+      for (const auto& [file, what] : port.counters) {
+        const auto value = what == kind ? m_files.number(file) : std::nullopt;
+        const std::uint64_t growth = value ? m_growths.to(file.string(), *value) : 0;
+        if (growth > 0) {
+          finding.count += growth;
+          finding.detail += (finding.detail.empty() ? "" : ", ") + file.filename().string() + " " +
+                            std::to_string(growth);
+        }
+      }
+      if (finding.count > 0) {
+        collector.found(std::move(finding));
+      }
+    }
+  }
+}
+
+void NetworkSource::tellVanished(const std::vector<Port>& present, Moment now,
+                                 Collector& collector) {
+  std::erase_if(m_known, [&](const auto& known) {
+    const std::string& device = known.first;
+    const bool isThere = std::any_of(present.begin(), present.end(),
+                                     [&](const Port& port) { return port.device == device; });
+    if (!isThere) {
+      Finding finding{.time = now, .source = SourceKind::Network, .kind = Kind::DeviceVanished};
+      finding.device = device;
+      finding.part = device.substr(device.find(':') + 1);
+      collector.found(std::move(finding));
+    }
+    return !isThere;
+  });
+}
+
+}  // namespace TarvexDiags::Watching

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "watch/Growth.h"
+#include "watch/Source.h"
+#include "watch/SystemFiles.h"
+
+namespace TarvexDiags::Watching {
+
+/// @brief Faults that network interfaces and InfiniBand ports count, carriers that were lost, and
+/// interfaces that are gone.
+class NetworkSource : public Source {
+ public:
+  explicit NetworkSource(SystemFiles files) : m_files(std::move(files)) {}
+
+  SourceKind kind() const override { return SourceKind::Network; }
+  std::optional<std::string> open() override;
+  void look(Moment now, Collector& collector) override;
+
+ private:
+  struct Port {
+    std::string device;
+    std::filesystem::path folder;  ///< vanishes with it
+    std::vector<std::pair<std::filesystem::path, Kind>> counters;
+  };
+
+  std::vector<Port> ports() const;
+  void tellVanished(const std::vector<Port>& present, Moment now, Collector& collector);
+
+  SystemFiles m_files;
+  Growths m_growths;
+  std::map<std::string, std::filesystem::path> m_known;  ///< devices and their folders
+};
+
+}  // namespace TarvexDiags::Watching
