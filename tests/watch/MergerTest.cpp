@@ -1,0 +1,115 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "watch/Merger.h"
+
+namespace TarvexDiags::Watching {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+Moment at(int count) {
+  return Moment(milliseconds(count));
+}
+
+class MergerTest : public ::testing::Test {
+ protected:
+  void take(int time, SourceKind source, Kind kind, const std::string& device,
+            const std::string& part = "", std::uint64_t count = 1) {
+    Finding finding{.time = at(time), .source = source, .kind = kind};
+    finding.device = device;
+    finding.part = part;
+    finding.count = count;
+    m_merger.take(finding);
+  }
+  static std::vector<std::string> linesOf(const std::vector<Finding>& findings) {
+    std::vector<std::string> lines;
+    for (const Finding& finding : findings) {
+      lines.push_back(std::string(nameOf(finding.source)) + " " + finding.device + " " +
+                      (finding.part.empty() ? "-" : finding.part) + " " +
+                      std::to_string(finding.count));
+    }
+    return lines;
+  }
+  std::vector<std::string> dueAt(int time) { return linesOf(m_merger.due(at(time))); }
+
+  Merger m_merger{milliseconds(2000)};
+};
+
+TEST_F(MergerTest, holds_a_finding_until_no_other_source_can_tell_of_it) {
+  take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0");
+  EXPECT_THAT(dueAt(1999), IsEmpty());
+  EXPECT_THAT(dueAt(2000), ElementsAre("kmsg mc:0 - 1"));
+  EXPECT_THAT(dueAt(9000), IsEmpty());
+}
+
+TEST_F(MergerTest, makes_one_of_what_two_sources_show_and_takes_the_one_that_knows_more) {
+  take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  take(900, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  EXPECT_THAT(dueAt(2000), ElementsAre("edac mc:0 DIMM_A1 1"));
+}
+
+TEST_F(MergerTest, believes_the_source_that_counts_most) {
+  take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 1);
+  take(10, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 4);
+  take(900, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1", 3);
+  EXPECT_THAT(dueAt(2000), ElementsAre("kmsg mc:0 - 5"));
+}
+
+TEST_F(MergerTest, does_not_count_again_what_a_source_tells_late) {
+  take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 3);
+  dueAt(2000);
+  take(2500, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1", 5);
+  EXPECT_THAT(dueAt(4500), ElementsAre("edac mc:0 DIMM_A1 2"));
+}
+
+TEST_F(MergerTest, takes_what_comes_long_after_for_another_event) {
+  take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0");
+  dueAt(2000);
+  take(4001, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  EXPECT_THAT(dueAt(6001), ElementsAre("edac mc:0 DIMM_A1 1"));
+}
+
+TEST_F(MergerTest, keeps_modules_devices_and_kinds_apart) {
+  take(0, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  take(0, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A2");
+  take(0, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:1", "DIMM_B1");
+  take(0, SourceKind::MemoryControllers, Kind::MemoryUncorrected, "mc:0", "DIMM_A1");
+  EXPECT_THAT(dueAt(2000), ElementsAre("edac mc:0 DIMM_A1 1", "edac mc:0 DIMM_A2 1",
+                                       "edac mc:1 DIMM_B1 1", "edac mc:0 DIMM_A1 1"));
+}
+
+TEST_F(MergerTest, gives_a_device_to_what_names_none) {
+  take(0, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  take(5, SourceKind::MachineChecks, Kind::MachineCheckCorrected, "cpu:0", "bank 4");
+  EXPECT_THAT(dueAt(2000), ElementsAre("mce cpu:0 bank 4 1"));
+  take(9000, SourceKind::MachineChecks, Kind::MachineCheckCorrected, "cpu:1", "bank 4");
+  take(9005, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(11000), ElementsAre("mce cpu:1 bank 4 1"));
+}
+
+TEST_F(MergerTest, tells_what_names_no_device_when_nobody_else_does) {
+  take(0, SourceKind::KernelLog, Kind::MachineCheckUncorrected, "machine");
+  EXPECT_THAT(dueAt(2000), ElementsAre("kmsg machine - 1"));
+}
+
+TEST_F(MergerTest, adds_up_what_different_sources_have_lost) {
+  take(0, SourceKind::KernelLog, Kind::RecordsLost, "machine", "", 3);
+  take(0, SourceKind::MachineChecks, Kind::RecordsLost, "machine", "", 2);
+  EXPECT_THAT(dueAt(2000), ElementsAre("kmsg machine - 3", "mce machine - 2"));
+}
+
+TEST_F(MergerTest, gives_all_that_is_left_at_the_end) {
+  take(0, SourceKind::KernelLog, Kind::LinkLost, "ata:ata3");
+  EXPECT_THAT(linesOf(m_merger.rest()), ElementsAre("kmsg ata:ata3 - 1"));
+  EXPECT_THAT(linesOf(m_merger.rest()), IsEmpty());
+}
+
+}  // namespace
+}  // namespace TarvexDiags::Watching

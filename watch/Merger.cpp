@@ -1,0 +1,127 @@
+#include "watch/Merger.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace TarvexDiags::Watching {
+
+namespace {
+
+const std::string kAnyDevice = "machine";
+
+bool isSameDevice(const std::string& one, const std::string& other) {
+  return one == other || one == kAnyDevice || other == kAnyDevice;
+}
+
+/// Whether different sources tell the same with it. What a source lost, only this one lost.
+bool isShared(Kind kind) {
+  return kind != Kind::RecordsLost;
+}
+
+std::uint64_t totalOf(const std::vector<Finding>& findings) {
+  std::uint64_t total = 0;
+  for (const Finding& finding : findings) {
+    total += finding.count;
+  }
+  return total;
+}
+
+}  // namespace
+
+void Merger::take(Finding finding) {
+  spendCredit(finding);
+  if (finding.count == 0) {
+    return;
+  }
+  Group& group = groupOf(finding);
+  if (group.device == kAnyDevice) {
+    group.device = finding.device;
+  }
+  std::vector<Finding>& told = group.bySource[finding.source];
+  const auto same = std::find_if(told.begin(), told.end(), [&](const Finding& one) {
+    return one.part == finding.part && one.place == finding.place && one.device == finding.device;
+  });
+  if (same != told.end()) {
+    same->count += finding.count;
+  } else {
+    told.push_back(std::move(finding));
+  }
+}
+
+void Merger::spendCredit(Finding& finding) {
+  std::erase_if(m_credits, [&](const Credit& credit) { return credit.until < finding.time; });
+  for (Credit& credit : m_credits) {
+    if (credit.kind == finding.kind && credit.source == finding.source &&
+        isSameDevice(credit.device, finding.device)) {
+      const std::uint64_t spent = std::min(credit.count, finding.count);
+      credit.count -= spent;
+      finding.count -= spent;
+    }
+  }
+}
+
+Merger::Group& Merger::groupOf(const Finding& finding) {
+  const auto isOurs = [&](const Group& group) {
+    if (group.kind != finding.kind) {
+      return false;
+    }
+    // What names no device may be of any, but not of what the same source names.
+    const bool isOwn = group.bySource.contains(finding.source);
+    return isOwn || !isShared(finding.kind) ? isOwn && group.device == finding.device
+                                            : isSameDevice(group.device, finding.device);
+  };
+  // A group that names the device is nearer than one that names none.
+  const auto named = std::find_if(m_groups.begin(), m_groups.end(), [&](const Group& group) {
+    return isOurs(group) && group.device == finding.device;
+  });
+  const auto found =
+      named != m_groups.end() ? named : std::find_if(m_groups.begin(), m_groups.end(), isOurs);
+  return found != m_groups.end()
+             ? *found
+             : m_groups.emplace_back(Group{finding.kind, finding.device, finding.time, {}});
+}
+
+std::vector<Finding> Merger::due(Moment now) {
+  std::vector<Finding> findings;
+  for (auto group = m_groups.begin(); group != m_groups.end();) {
+    if (group->begin + m_window > now) {
+      ++group;
+      continue;
+    }
+    settle(*group, now + m_window, findings);
+    group = m_groups.erase(group);
+  }
+  return findings;
+}
+
+std::vector<Finding> Merger::rest() {
+  std::vector<Finding> findings;
+  for (const Group& group : m_groups) {
+    settle(group, Moment(), findings);
+  }
+  m_groups.clear();
+  m_credits.clear();
+  return findings;
+}
+
+// Sources stand in the order of how much they know, so the first of equals is the best.
+void Merger::settle(const Group& group, Moment until, std::vector<Finding>& findings) {
+  const auto best = std::max_element(group.bySource.begin(), group.bySource.end(),
+                                     [](const auto& one, const auto& other) {
+                                       return totalOf(one.second) < totalOf(other.second);
+                                     });
+  const std::uint64_t total = totalOf(best->second);
+  for (Finding finding : best->second) {
+    finding.device = finding.device == kAnyDevice ? group.device : finding.device;
+    findings.push_back(std::move(finding));
+  }
+  for (const SourceKind source : isShared(group.kind) ? allSources() : std::vector<SourceKind>()) {
+    const auto told = group.bySource.find(source);
+    const std::uint64_t count = told == group.bySource.end() ? 0 : totalOf(told->second);
+    if (count < total) {
+      m_credits.push_back({group.kind, group.device, source, total - count, until});
+    }
+  }
+}
+
+}  // namespace TarvexDiags::Watching

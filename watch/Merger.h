@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "watch/Finding.h"
+
+namespace TarvexDiags::Watching {
+
+/// @brief Makes one finding of what several sources tell of one event: what they show of a device
+/// within a while of each other is the same, and the source that counts most is right. What one
+/// source tells of one part in that while is summed up.
+///
+/// Not thread-safe.
+class Merger {
+ public:
+  explicit Merger(std::chrono::milliseconds window = std::chrono::seconds(2)) : m_window(window) {}
+
+  void take(Finding finding);
+
+  /// @brief The findings whose while is over, in the order in which they began.
+  std::vector<Finding> due(Moment now);
+  /// @brief All that are left; nothing is expected any more.
+  std::vector<Finding> rest();
+
+ private:
+  struct Group {
+    Kind kind;
+    std::string device;
+    Moment begin;
+    std::map<SourceKind, std::vector<Finding>> bySource;
+  };
+  /// What a source may still tell of an event that another one was ahead with.
+  struct Credit {
+    Kind kind;
+    std::string device;
+    SourceKind source;
+    std::uint64_t count;
+    Moment until;
+  };
+
+  void spendCredit(Finding& finding);
+  Group& groupOf(const Finding& finding);
+  void settle(const Group& group, Moment until, std::vector<Finding>& findings);
+
+  std::chrono::milliseconds m_window;
+  std::vector<Group> m_groups;
+  std::vector<Credit> m_credits;
+};
+
+}  // namespace TarvexDiags::Watching
