@@ -1,0 +1,37 @@
+#include "watch/Attribution.h"
+
+#include <algorithm>
+
+namespace TarvexDiags::Watching {
+
+// The lineage is taken at the beginning: a device that vanishes has none any more.
+void Attribution::begin(const std::string& test, const std::vector<std::string>& resources,
+                        Moment time) {
+  Run& run = m_runs.emplace_back(Run{test, {}, time, std::nullopt});
+  for (const std::string& resource : resources) {
+    run.lineage.merge(m_topology.lineage(resource));
+  }
+}
+
+void Attribution::end(const std::string& test, Moment time) {
+  for (Run& run : m_runs) {
+    if (run.test == test && !run.end) {
+      run.end = time;
+    }
+  }
+}
+
+std::vector<std::string> Attribution::testsOf(const Finding& finding) const {
+  std::vector<std::string> tests;
+  for (const Run& run : m_runs) {
+    const bool isInTime =
+        finding.time >= run.begin && (!run.end || finding.time <= *run.end + m_settle);
+    if (isInTime && run.lineage.contains(finding.device) &&
+        std::find(tests.begin(), tests.end(), run.test) == tests.end()) {
+      tests.push_back(run.test);
+    }
+  }
+  return tests;
+}
+
+}  // namespace TarvexDiags::Watching
