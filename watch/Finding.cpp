@@ -57,23 +57,23 @@ constexpr Named<Kind> kKinds[] = {
     {Kind::RecordsLost, "records-lost"},
 };
 
-template <class Value, std::size_t Size>
-const char* nameIn(const Named<Value> (&table)[Size], Value value) {
+template <class Value, std::size_t size>
+const char* nameIn(const Named<Value> (&table)[size], Value value) {
   const auto* const found =
       std::find_if(std::begin(table), std::end(table),
                    [value](const Named<Value>& row) { return row.value == value; });
   return found == std::end(table) ? "?" : found->name;
 }
 
-template <class Value, std::size_t Size>
-std::optional<Value> valueIn(const Named<Value> (&table)[Size], const std::string& name) {
+template <class Value, std::size_t size>
+std::optional<Value> valueIn(const Named<Value> (&table)[size], const std::string& name) {
   const auto* const found = std::find_if(std::begin(table), std::end(table),
                                          [&](const Named<Value>& row) { return row.name == name; });
   return found == std::end(table) ? std::nullopt : std::optional(found->value);
 }
 
-template <class Value, std::size_t Size>
-std::vector<Value> valuesOf(const Named<Value> (&table)[Size]) {
+template <class Value, std::size_t size>
+std::vector<Value> valuesOf(const Named<Value> (&table)[size]) {
   std::vector<Value> values;
   for (const Named<Value>& row : table) {
     values.push_back(row.value);

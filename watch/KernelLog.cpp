@@ -151,8 +151,9 @@ std::optional<Finding> messageFrom(const KernelRecord& record) {
 }
 
 bool isOptionalRequest(std::string_view text) {
-  return std::any_of(std::begin(kOptionalRequests), std::end(kOptionalRequests),
-                     [&](std::string_view request) { return text.find(request) != text.npos; });
+  return std::any_of(
+      std::begin(kOptionalRequests), std::end(kOptionalRequests),
+      [&](std::string_view request) { return text.find(request) != std::string_view::npos; });
 }
 
 /// When an earlier machine check happened that is told only now, as after a restart.

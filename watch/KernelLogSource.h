@@ -23,7 +23,7 @@ class KernelLogSource : public Source {
 
  private:
   void takeRecords(Moment now, Collector& collector);
-  void takeRecord(std::string_view record, Moment now, Collector& collector);
+  void takeRecord(std::string_view text, Moment now, Collector& collector);
 
   SystemFiles m_files;
   PackageKit::UniqueDescriptor m_log;

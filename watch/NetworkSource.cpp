@@ -78,24 +78,29 @@ void NetworkSource::look(Moment now, Collector& collector) {
   for (const Port& port : present) {
     m_known[port.device] = port.folder;
     for (const Kind kind : {Kind::NetworkErrors, Kind::LinkLost}) {
-      Finding finding{.time = now, .source = SourceKind::Network, .kind = kind};
-      finding.device = port.device;
-      finding.part = port.device.substr(port.device.find(':') + 1);
-      finding.count = 0;
-      for (const auto& [file, what] : port.counters) {
-        const auto value = what == kind ? m_files.number(file) : std::nullopt;
-        const std::uint64_t growth = value ? m_growths.to(file.string(), *value) : 0;
-        if (growth > 0) {
-          finding.count += growth;
-          finding.detail += (finding.detail.empty() ? "" : ", ") + file.filename().string() + " " +
-                            std::to_string(growth);
-        }
-      }
+      Finding finding = growthOf(port, kind, now);
       if (finding.count > 0) {
         collector.found(std::move(finding));
       }
     }
   }
+}
+
+Finding NetworkSource::growthOf(const Port& port, Kind kind, Moment now) {
+  Finding finding{.time = now, .source = SourceKind::Network, .kind = kind};
+  finding.device = port.device;
+  finding.part = port.device.substr(port.device.find(':') + 1);
+  finding.count = 0;
+  for (const auto& [file, what] : port.counters) {
+    const auto value = what == kind ? m_files.number(file) : std::nullopt;
+    const std::uint64_t growth = value ? m_growths.to(file.string(), *value) : 0;
+    if (growth > 0) {
+      finding.count += growth;
+      finding.detail += (finding.detail.empty() ? "" : ", ") + file.filename().string() + " " +
+                        std::to_string(growth);
+    }
+  }
+  return finding;
 }
 
 void NetworkSource::tellVanished(const std::vector<Port>& present, Moment now,

@@ -30,6 +30,7 @@ class NetworkSource : public Source {
   };
 
   std::vector<Port> ports() const;
+  Finding growthOf(const Port& port, Kind kind, Moment now);
   void tellVanished(const std::vector<Port>& present, Moment now, Collector& collector);
 
   SystemFiles m_files;

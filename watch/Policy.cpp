@@ -12,8 +12,8 @@ namespace TarvexDiags::Watching {
 namespace {
 
 struct Shipped {
-  Kind kind;
-  Severity severity;
+  Kind kind = {};
+  Severity severity = {};
   std::uint64_t failureCount = 0;
   std::uint64_t failureCountPerDay = 0;
   std::uint64_t failurePlaces = 0;
