@@ -6,9 +6,10 @@
 #include <exception>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "diagctl/check/Check.h"
+#include "diagctl/check/OverlayCheck.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/session/Safety.h"
@@ -38,6 +39,19 @@ bool hasWrongCount(const std::vector<Problem>& problems) {
                      [](const Problem& problem) { return problem.key == "NumPackages"; });
 }
 
+// A value was found in the description that was put together already.
+void addOverlays(const Configuration& configuration, std::vector<Problem>& problems) {
+  const auto isKnown = [known = problems](const Problem& problem) {
+    return std::any_of(known.begin(), known.end(),
+                       [&](const Problem& each) { return toText(each) == toText(problem); });
+  };
+  for (const Problem& problem : checkOverlays(configuration, OverlaysOf::AnyPackage)) {
+    if (!isKnown(problem)) {
+      problems.push_back(problem);
+    }
+  }
+}
+
 // Devices are only known once the packages were asked. What keeps them from being asked may be a
 // fault that no file shows.
 void checkByRunning(const std::string& controlFile, const std::string& language,
@@ -55,8 +69,9 @@ void checkByRunning(const std::string& controlFile, const std::string& language,
 
 }  // namespace
 
-int carryOutCheck(Printer& out, const std::string& controlFile, const std::string& language,
+int carryOutCheck(Printer& out, const Configuration& configuration, const std::string& language,
                   bool checksPermissions, bool isForPrograms) {
+  const std::string& controlFile = configuration.path();
   std::vector<Problem> problems = checkControlFile(controlFile);
   std::string packages;
   if (const auto text = ConfigurationText::read(controlFile)) {
@@ -80,6 +95,15 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
   if (!packages.empty() && mayLoad && !hasWrongCount(problems)) {
     checkByRunning(controlFile, language, problems);
   }
+  problems = withSources(std::move(problems), configuration);
+  if (mayLoad) {
+    addOverlays(configuration, problems);
+  }
+  return tellProblems(out, problems, configuration.origin(), isForPrograms);
+}
+
+int tellProblems(Printer& out, const std::vector<Problem>& problems, const std::string& place,
+                 bool isForPrograms) {
   if (isForPrograms) {
     writeJson(out, problemsAsJson(problems));
     return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
@@ -87,7 +111,7 @@ int carryOutCheck(Printer& out, const std::string& controlFile, const std::strin
   for (const Problem& problem : problems) {
     out.print("{}\n", toText(problem));
   }
-  out.say("{} problems in {} and its packages\n", problems.size(), controlFile);
+  out.say("{} problems in {} and its packages\n", problems.size(), place);
   return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 

@@ -210,7 +210,7 @@ Json listingOf(const Catalogue& catalogue, const std::string& what) {
 int list(const GlobalOptions& global, const ListOptions& options) {
   const std::string what = chosenName(options.what, kListings, "list");
   const Configuration configuration = configurationOf(global, options.wishes);
-  const auto session = openSession(configuration.path(), global.language, {});
+  const auto session = openSession(configuration, global.language, {});
   tellWarnings(standardError(), session->warnings());
   const Catalogue& catalogue = session->catalogue();
   if (options.format == kJsonFormat) {
@@ -230,7 +230,7 @@ int list(const GlobalOptions& global, const ListOptions& options) {
 
 int show(const GlobalOptions& global, const LookOptions& options) {
   const Configuration configuration = configurationOf(global, options.wishes);
-  const auto session = openSession(configuration.path(), global.language, {});
+  const auto session = openSession(configuration, global.language, {});
   tellWarnings(standardError(), session->warnings());
   const Catalogue& catalogue = session->catalogue();
   const std::string directory = packageDirectoryOf(configuration.path());
@@ -267,7 +267,7 @@ struct EstimateOptions {
 int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
   Interruption::begin();
   const Configuration configuration = configurationOf(global, options.wishes);
-  const auto session = openSession(configuration.path(), global.language, {});
+  const auto session = openSession(configuration, global.language, {});
   tellWarnings(standardError(), session->warnings());
   const SelectionPatterns patterns = resolve(session->catalogue(), options.patterns);
   if (const auto unmatched = describeUnmatched(session->catalogue(), patterns);
@@ -293,9 +293,16 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
 
 int check(const GlobalOptions& global, const LookOptions& options) {
   const bool isSecure = !global.allowsInsecure && mustBeSecure();
-  const Configuration configuration = composeConfiguration(global.config, options.wishes, isSecure);
-  return carryOutCheck(standardOutput(), configuration.path(), global.language, isSecure,
-                       options.format == kJsonFormat);
+  const bool isForPrograms = options.format == kJsonFormat;
+  try {
+    const Configuration configuration =
+        composeConfiguration(global.config, options.wishes, isSecure);
+    return carryOutCheck(standardOutput(), configuration, global.language, isSecure, isForPrograms);
+  } catch (const ConfigurationFault& fault) {
+    std::vector<Problem> problems = checkControlFile(fault.file());
+    problems.push_back({fault.file(), fault.section(), fault.key(), fault.reason()});
+    return tellProblems(standardOutput(), problems, fault.file(), isForPrograms);
+  }
 }
 
 /// The whole command line. Options are members, since the parser keeps references to them.

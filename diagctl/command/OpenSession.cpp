@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "diagctl/check/Check.h"
+#include "diagctl/check/OverlayCheck.h"
 #include "diagctl/command/UsageFault.h"
 #include "diagctl/session/ConfigurationText.h"
 #include "diagctl/session/ControllerFailure.h"
@@ -31,15 +32,22 @@ std::string describe(const Problem& problem) {
   return toPrintable(toText(placed));
 }
 
-std::string reasonsFor(const std::string& controlFile) {
-  std::string reasons;
+std::string linesOf(const std::vector<Problem>& problems) {
+  std::string lines;
   std::size_t told = 0;
-  for (const Problem& problem : checkControlFile(controlFile)) {
+  for (const Problem& problem : problems) {
     if (++told <= kMostTold) {
-      reasons += "\n  " + describe(problem);
+      lines += "\n  " + describe(problem);
     }
   }
-  return reasons;
+  return lines;
+}
+
+// How to be told the rest.
+std::string hintFor(const Configuration& configuration) {
+  return configuration.isEmbedded()
+             ? tr("\nAll of it: diagctl check")
+             : tr("\nAll of it: diagctl check --config {}", toPrintable(configuration.source()));
 }
 
 }  // namespace
@@ -60,23 +68,27 @@ Configuration openConfiguration(const std::optional<std::string>& controlFile,
   if (isSecure) {
     requireSecureFiles(configuration.path());
   }
+  const std::vector<Problem> faults = checkOverlays(configuration, OverlaysOf::KnownPackages);
+  if (!faults.empty()) {
+    throw FailureInLines(tr("settings over a package's description are wrong") + linesOf(faults) +
+                         hintFor(configuration));
+  }
   return configuration;
 }
 
-std::unique_ptr<Session> openSession(const std::string& controlFile, const std::string& language,
-                                     const SessionSettings& settings) {
+std::unique_ptr<Session> openSession(const Configuration& configuration,
+                                     const std::string& language, const SessionSettings& settings) {
   try {
-    return std::make_unique<Session>(controlFile, language, settings);
+    return std::make_unique<Session>(configuration.path(), language, settings);
   } catch (const ControllerFailure& failure) {
     const std::string reasons =
         failure.code() == DiagCtrl::DiagnosticController::INITIALISATION_FAILED
-            ? reasonsFor(controlFile)
+            ? linesOf(withSources(checkControlFile(configuration.path()), configuration))
             : "";
     if (reasons.empty()) {
       throw;
     }
-    throw FailureInLines(failure.what() + reasons +
-                         tr("\nAll of it: diagctl check --config {}", toPrintable(controlFile)));
+    throw FailureInLines(failure.what() + reasons + hintFor(configuration));
   }
 }
 

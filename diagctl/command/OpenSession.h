@@ -22,14 +22,15 @@ struct PackageWishes {
 Configuration composeConfiguration(const std::optional<std::string>& controlFile,
                                    const PackageWishes& wishes, bool isSecure);
 
-/// The same, and all that is executed on its account is looked at.
+/// The same, and all that is executed on its account is looked at, and what overlays say.
+/// @throws FailureInLines for an overlay that says what cannot be meant.
 Configuration openConfiguration(const std::optional<std::string>& controlFile,
                                 const PackageWishes& wishes, bool isSecure);
 
 /// Opens a session. A control file that the controller does not take is told with what is wrong
 /// with it: the system's reason, or line, section and key.
 /// @throws FailureInLines
-std::unique_ptr<Session> openSession(const std::string& controlFile, const std::string& language,
-                                     const SessionSettings& settings);
+std::unique_ptr<Session> openSession(const Configuration& configuration,
+                                     const std::string& language, const SessionSettings& settings);
 
 }  // namespace TarvexDiags::FrontEnd

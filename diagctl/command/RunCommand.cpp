@@ -307,7 +307,7 @@ std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Configuration configuration =
       openConfiguration(options.config, options.wishes, !options.allowsInsecure && mustBeSecure());
-  const auto opened = openSession(configuration.path(), options.language, settingsOf(options));
+  const auto opened = openSession(configuration, options.language, settingsOf(options));
   Session& session = *opened;
   const Catalogue& catalogue = session.catalogue();
   const SelectionPatterns patterns = resolve(catalogue, options.patterns);

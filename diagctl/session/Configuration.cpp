@@ -30,6 +30,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* kSettings = "Settings";
+
 fs::path fromEnvironment(const char* variable, const char* belowHome) {
   const char* value = std::getenv(variable);
   if (value != nullptr && *value == '/') {
@@ -62,6 +64,14 @@ std::string contentOfControlFile(const std::string& path) {
 }
 
 }  // namespace
+
+ConfigurationFault::ConfigurationFault(const std::string& file, const std::string& section,
+                                       const std::string& key, const std::string& reason)
+    : std::runtime_error(fmt::format("{} [{}] {}: {}", file, section, key, reason)),
+      m_file(file),
+      m_section(section),
+      m_key(key),
+      m_reason(reason) {}
 
 fs::path userConfigurationDirectory() {
   return fromEnvironment("XDG_CONFIG_HOME", ".config");
@@ -122,8 +132,14 @@ std::vector<SettingOverride> overridesOf(const std::string& controlFile,
                                          const std::vector<std::string>& settings) {
   std::vector<SettingOverride> overrides;
   if (const auto text = ConfigurationText::read(controlFile)) {
-    for (const auto& [key, value] : text->keys("Settings")) {
-      overrides.push_back(parseOverride(fmt::format("{}={}", key, value)));
+    for (const auto& [key, value] : text->keys(kSettings)) {
+      try {
+        overrides.push_back(parseOverride(fmt::format("{}={}", key, value)));
+      } catch (const std::invalid_argument& fault) {
+        throw ConfigurationFault(controlFile, kSettings, key, fault.what());
+      }
+      overrides.back().controlFile = controlFile;
+      overrides.back().written = key;
     }
   }
   for (const std::string& setting : settings) {
@@ -143,6 +159,15 @@ bool isKey(const std::string& word, const std::string& key) {
   return key.ends_with('#')
              ? word.size() >= key.size() && word.starts_with(key.substr(0, key.size() - 1))
              : word == key;
+}
+
+void requireTaken(const SettingOverride& override, const ComposedPackages& packages,
+                  std::size_t index) {
+  if (!packages.isTaken(index)) {
+    throw std::invalid_argument(tr("there is no package '{}' to set '{}' of{}", override.package,
+                                   override.key,
+                                   didYouMean(override.package, packages.packages())));
+  }
 }
 
 void requireKnown(const SettingOverride& override, const std::string& directory,
@@ -222,14 +247,60 @@ Configuration Configuration::putTogether(Configuration base,
     requireSecureFiles(base.m_path);  // before any code of a package is loaded to be asked
   }
   for (std::size_t index = 0; index < overrides.size(); ++index) {
-    if (!packages.isTaken(index)) {
-      throw std::invalid_argument(tr("there is no package '{}' to set '{}' of{}",
-                                     overrides[index].package, overrides[index].key,
-                                     didYouMean(overrides[index].package, packages.packages())));
+    const SettingOverride& override = overrides[index];
+    try {
+      requireTaken(override, packages, index);
+      requireKnown(override, place.string(), packages.packageOf(index));
+    } catch (const std::invalid_argument& fault) {
+      if (override.controlFile.empty()) {
+        throw;
+      }
+      throw ConfigurationFault(override.controlFile, kSettings, override.written, fault.what());
     }
-    requireKnown(overrides[index], place.string(), packages.packageOf(index));
   }
   return base;
+}
+
+namespace {
+
+// A key, or for what is told of a section as a whole, that section.
+bool brings(const std::string& overlay, const std::string& description, const std::string& section,
+            const std::string& key) {
+  const auto text = ConfigurationText::read(overlay);
+  const auto below = ConfigurationText::read(description);
+  const auto has = [&](const std::optional<ConfigurationText>& file) {
+    const std::vector<std::string> names = file ? file->sections() : std::vector<std::string>();
+    return std::find(names.begin(), names.end(), section) != names.end();
+  };
+  return key.empty() ? has(text) && !has(below) : text && text->keys(section).contains(key);
+}
+
+}  // namespace
+
+std::string Configuration::sourceOf(const std::string& place, const std::string& section,
+                                    const std::string& key) const {
+  // The line of a file that was put together is nobody's.
+  const std::size_t line = place.rfind(".cfg:");
+  const std::string file = line == std::string::npos ? place : place.substr(0, line + 4);
+  const std::string folder = m_origin.empty() ? "" : packageDirectoryOf(m_path) + "/";
+  if ((!m_origin.empty() && file == m_path) || (m_isEmbedded && file == source())) {
+    return origin();
+  }
+  if (folder.empty() || !file.starts_with(folder)) {
+    return place;
+  }
+  const fs::path name = file.substr(folder.size());
+  const auto directory =
+      std::find_if(m_directories.begin(), m_directories.end(),
+                   [&](const std::string& each) { return isThere(fs::path(each) / name); });
+  std::string written =
+      directory != m_directories.end() ? (fs::path(*directory) / name).string() : file;
+  for (auto overlay = m_overlays.rbegin(); overlay != m_overlays.rend(); ++overlay) {
+    if (fs::path(*overlay).filename() == name && brings(*overlay, written, section, key)) {
+      return *overlay;
+    }
+  }
+  return written;
 }
 
 std::string Configuration::origin() const {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,24 @@
 #include "diagctl/session/SettingOverrides.h"
 
 namespace TarvexDiags::FrontEnd {
+
+/// Something that a control file says and nobody can do.
+class ConfigurationFault : public std::runtime_error {
+ public:
+  ConfigurationFault(const std::string& file, const std::string& section, const std::string& key,
+                     const std::string& reason);
+
+  const std::string& file() const { return m_file; }
+  const std::string& section() const { return m_section; }
+  const std::string& key() const { return m_key; }
+  const std::string& reason() const { return m_reason; }
+
+ private:
+  std::string m_file;
+  std::string m_section;
+  std::string m_key;
+  std::string m_reason;
+};
 
 /// The control file that a session works with: the one that was named, else the first that exists
 /// of $XDG_CONFIG_HOME/tarvexdiags/control.cfg (~/.config without the variable) and
@@ -36,7 +55,8 @@ class Configuration {
   /// $XDG_CONFIG_HOME/tarvexdiags/packages.d. What holds is, the strongest first: the settings,
   /// section Settings of the control file, overlays, descriptions. The packages are put together in
   /// a directory that goes with the object.
-  /// @throws std::invalid_argument for settings that no package has; std::runtime_error.
+  /// @throws std::invalid_argument for settings that are asked for and no package has;
+  ///   ConfigurationFault for those of the control file; std::runtime_error.
   static Configuration compose(Configuration base, const Wishes& wishes);
 
   const std::string& path() const { return m_path; }
@@ -48,6 +68,11 @@ class Configuration {
   const std::string& source() const { return m_origin.empty() ? m_path : m_origin; }
   /// Where the file comes from, for people.
   std::string origin() const;
+  /// What somebody wrote of a file that was put together, and is gone with the object: the overlay
+  /// with the key, else the description, or the control file. Any other file is itself.
+  /// @param place a file, perhaps with a line behind a colon.
+  std::string sourceOf(const std::string& place, const std::string& section,
+                       const std::string& key) const;
 
  private:
   static Configuration putTogether(Configuration base, const std::vector<std::string>& directories,

@@ -11,6 +11,8 @@ struct SettingOverride {
   int test = 0;         ///< number; 0: wherever the key stands
   std::string key;
   std::string value;
+  std::string controlFile = {};  ///< where it stands, as `written`; empty: on the command line
+  std::string written = {};
 };
 
 /// @param text "memory.Rounds=3", or "memory.2.Rounds=3" for its second test alone.

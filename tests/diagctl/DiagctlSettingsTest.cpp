@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <filesystem>
@@ -111,6 +112,53 @@ TEST_F(DiagctlSettings, settings_that_nobody_reads_are_refused_with_what_is_near
               HasSubstr("there is no package 'memry' to set 'Rounds' of; did you mean 'memory'?"));
   EXPECT_THAT(refusalOf("memory.Rounds=few"), HasSubstr("memory.Rounds: 'few' is no value of it"));
   EXPECT_THAT(refusalOf("memory"), HasSubstr("'memory' is not PACKAGE.KEY=VALUE"));
+}
+
+TEST_F(DiagctlSettings, check_finds_what_is_wrong_with_an_overlay_and_names_it) {
+  writeOverlay("MIX",
+               "no sense\n[TestID1\nBehave=fail\n[TestID9]\nBehave=fail\n[TestID1]\nNice=99\n");
+  writeOverlay("NONE", "[Package]\nNice=3\n");
+  const std::string file = overlayOf("MIX");
+  const Outcome told = run({"check"}, options);
+  EXPECT_EQ(told.exitCode, kNoVerdict);
+  EXPECT_THAT(told.out, AllOf(HasSubstr(file + ":1: "), HasSubstr(file + ":2: "),
+                              HasSubstr(file + " [TestID9]: the package has no such section"),
+                              HasSubstr(file + " [TestID1] Nice: 99 is not"),
+                              HasSubstr(overlayOf("NONE") + ": there is no package 'NONE'")));
+  EXPECT_THAT(told.out, AllOf(Not(HasSubstr("composed")), Not(HasSubstr("packages/MIX.cfg"))));
+  EXPECT_THAT(told.out, HasSubstr(" problems in " + place.controlFile()));
+}
+
+TEST_F(DiagctlSettings, a_wrong_overlay_ends_other_verbs_before_they_begin) {
+  writeOverlay("MIX", "[TestID1]\nNice=99\n");
+  for (const char* verb : {"run", "list", "estimate"}) {
+    const Outcome refused = run({verb}, options);
+    EXPECT_EQ(refused.exitCode, kNoVerdict) << verb;
+    EXPECT_THAT(refused.out, IsEmpty()) << verb;
+    EXPECT_THAT(refused.err, AllOf(HasSubstr(overlayOf("MIX") + ":2 [TestID1] Nice: 99 is not"),
+                                   HasSubstr("diagctl check --config " + place.controlFile())));
+  }
+  writeOverlay("MIX", "[TestID1]\nNice=3\n");
+  writeOverlay("NONE", "[Package]\nNice=3\n");
+  EXPECT_EQ(run({"list"}, options).exitCode, kPassed) << "a package may have gone";
+}
+
+TEST_F(DiagctlSettings, a_fault_in_the_control_file_is_told_with_its_place) {
+  const std::string before = contentsOf(place.controlFile());
+  for (const char* setting : {"MXI.Behave", "Behave"}) {
+    place.write(place.controlFile(), before + "[Settings]\n" + setting + "=fail\n");
+    const std::string where = place.controlFile() + " [Settings] " + setting + ": ";
+    const Outcome refused = run({"list"}, options);
+    EXPECT_EQ(refused.exitCode, kNoVerdict);
+    EXPECT_THAT(refused.err, HasSubstr("diagctl: " + where));
+    EXPECT_THAT(run({"check"}, options).out, HasSubstr(where));
+    const Outcome told = run({"check", "--format", "json"}, options);
+    EXPECT_EQ(told.exitCode, kNoVerdict);
+    const auto problems = nlohmann::json::parse(told.out)["problems"];
+    ASSERT_EQ(problems.size(), 1U);
+    EXPECT_EQ(problems[0]["section"], "Settings");
+    EXPECT_EQ(problems[0]["key"], setting);
+  }
 }
 
 TEST_F(DiagctlSettings, show_tells_the_settings_that_count) {
