@@ -111,7 +111,11 @@ int tellProblems(Printer& out, const std::vector<Problem>& problems, const std::
   for (const Problem& problem : problems) {
     out.print("{}\n", toText(problem));
   }
-  out.say("{} problems in {} and its packages\n", problems.size(), place);
+  if (problems.size() == 1) {
+    out.say("1 problem in {} and its packages\n", place);
+  } else {
+    out.say("{} problems in {} and its packages\n", problems.size(), place);
+  }
   return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 

@@ -43,6 +43,8 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
+constexpr const char* kHelp = "help";
+
 struct GlobalOptions {
   std::optional<std::string> config;
   std::string language = languageOfLocale();
@@ -366,10 +368,13 @@ class CommandLine {
     if (m_run.reporting.format == kJsonFormat && !m_run.isDryRun) {
       throw UsageFault(tr("--format: 'json' is for --dry-run; a run is told as {}", kLogFormat));
     }
+    if (m_run.isDryRun && !m_run.reporting.outputs.empty()) {
+      throw UsageFault(tr("--output: --dry-run runs nothing that a report could tell of"));
+    }
   }
 
   static int tellUsage(const std::string& fault, const Verb* verb) {
-    const std::string hint = verb == nullptr ? "" : " " + verb->name;
+    const std::string hint = verb == nullptr || verb->name == kHelp ? "" : " " + verb->name;
     standardError().say("diagctl: {}\n\"diagctl help{}\" tells what is possible.\n", fault, hint);
     return ExitCode::kUsage;
   }
@@ -411,10 +416,12 @@ class CommandLine {
     OptionGroup group(m_program, "");
     group.text("-c,--config", "FILE", m_global.config, tr("Control file"),
                tr("the first that exists; see FILES in the manual"));
-    const auto& languages = PackageKit::Contract::kLanguages;
-    group.text("--lang", "LANGUAGE", m_global.language,
-               withValues(tr("Language of texts"), {languages.begin(), languages.end()},
-                          tr("the locale's")));
+    OptionGroup::Choices<std::string> languages;
+    for (const char* const language : PackageKit::Contract::kLanguages) {
+      languages.emplace_back(language, language);
+    }
+    group.choice<std::string>("--lang", "LANGUAGE", m_global.language, languages,
+                              tr("Language of texts"), tr("the locale's"));
     group.flag("--allow-insecure", m_global.allowsInsecure,
                tr("As root: work with files that others may change"));
   }
@@ -485,8 +492,8 @@ class CommandLine {
 
   void addTelling() {
     CLI::App& helping =
-        add("help", tr("Tell what there is, or all of a verb"),
-            "  diagctl help\n  diagctl help run", [this] {
+        add(kHelp, tr("Tell what there is, or all of a verb"), "  diagctl help\n  diagctl help run",
+            [this] {
               return tellHelp(m_helpedVerb.empty() ? nullptr : &verbNamed(m_helpedVerb, m_verbs));
             });
     addWord(helping, "VERB", m_helpedVerb, tr("The verb to tell of"));

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <string>
+
 #include "diagctl/report/Formats.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Columns.h"
@@ -18,16 +21,23 @@ namespace {
 int tellMonitor(const ReportingOptions& options, const std::exception& failure) {
   tellFailure(failure);
   if (formatOf(options) == kSummaryFormat) {
-    standardOutput().print("DIAGCTL UNKNOWN: {}\n", failure.what());
+    standardOutput().print("DIAGCTL UNKNOWN: {}\n", reasonOf(failure));
   }
   return ExitCode::kNoVerdict;
 }
 
 }  // namespace
 
+std::string reasonOf(const std::exception& failure) {
+  const auto* const ofFile = dynamic_cast<const std::filesystem::filesystem_error*>(&failure);
+  return ofFile == nullptr
+             ? failure.what()
+             : fmt::format("{}: {}", ofFile->path1().string(), ofFile->code().message());
+}
+
 void tellFailure(const std::exception& failure) {
   if (dynamic_cast<const FailureInLines*>(&failure) == nullptr) {
-    standardError().print("diagctl: {}\n", failure.what());
+    standardError().print("diagctl: {}\n", reasonOf(failure));
     return;
   }
   standardError().write("diagctl: ");

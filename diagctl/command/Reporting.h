@@ -34,6 +34,9 @@ std::size_t lineWidthOfOutput();
 /// asked.
 std::optional<VanishedAs> vanishedOf(const ReportingOptions& options);
 
+/// Why the program ends, without the words of a library.
+std::string reasonOf(const std::exception& failure);
+
 /// Tells why the program ends.
 void tellFailure(const std::exception& failure);
 

@@ -119,6 +119,18 @@ Json parseLine(const std::string& text) {
   return Json::parse(text);
 }
 
+/// The key alone stands nowhere but in the words of the library.
+std::string reasonOf(const Json::exception& failure) {
+  constexpr int keyNotFound = 403;
+  const std::string words = failure.what();
+  const std::size_t begin = words.find('\'');
+  const std::size_t end = words.rfind('\'');
+  if (failure.id == keyNotFound && begin < end) {
+    return tr("the key '{}' is missing", words.substr(begin + 1, end - begin - 1));
+  }
+  return tr("a value is of another kind than it should be");
+}
+
 int passesOf(const std::string& text) {
   int passes = 0;
   const char* const end = text.data() + text.size();
@@ -458,8 +470,8 @@ bool JsonlReader::readRun(const Sink& sink) {
   bool hasBegun = false;
   while (nextLine()) {
     const unsigned long number = m_line;
-    const auto fail = [&](const std::exception& failure) {
-      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, number, failure.what()));
+    const auto fail = [&](const std::string& reason) {
+      throw std::runtime_error(fmt::format("{}:{}: {}", m_name, number, reason));
     };
     try {
       const Json line = parseLine(m_text);
@@ -473,15 +485,15 @@ bool JsonlReader::readRun(const Sink& sink) {
       }
     } catch (const Json::parse_error& failure) {
       if (!endsHere()) {
-        fail(failure);
+        fail(tr("it is no JSON from byte {} on", failure.byte));
       }
       if (hasBegun) {
         return true;
       }
     } catch (const Json::exception& failure) {
-      fail(failure);
+      fail(reasonOf(failure));
     } catch (const FormatFailure& failure) {
-      fail(failure);
+      fail(failure.what());
     }
   }
   return hasBegun;

@@ -29,7 +29,12 @@ constexpr const char* kLockFile = "run.lock";
 }
 
 fs::path makeDirectory() {
-  std::string path = (fs::temp_directory_path() / kPrefix).string() + "XXXXXX";
+  std::error_code failure;
+  const fs::path place = fs::temp_directory_path(failure);
+  if (failure) {
+    throw std::system_error(failure, "TMPDIR");
+  }
+  std::string path = (place / kPrefix).string() + "XXXXXX";
   if (mkdtemp(path.data()) == nullptr) {
     fail();
   }

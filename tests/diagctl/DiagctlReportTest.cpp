@@ -394,7 +394,9 @@ TEST_F(Diagctl, report_of_a_bad_log_names_file_line_and_reason) {
   place.write(log, "{\"schemaVersion\":{\"major\":2,\"minor\":0}}\nnonsense\n{}\n");
   const Outcome outcome = diagctl({"report", log});
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(outcome.err, HasSubstr(log + ":2: "));
+  EXPECT_THAT(outcome.err, HasSubstr(log + ":2: it is no JSON from byte 2 on"));
+  place.write(log, "{\"testRunArtifact\":{\"testRunStart\":{}},\"sequenceNumber\":0}\n");
+  EXPECT_THAT(diagctl({"report", log}).err, HasSubstr(log + ":1: the key 'parameters' is missing"));
   EXPECT_THAT(diagctl({"report", place.path("none")}).err, HasSubstr("No such file"));
 }
 

@@ -151,7 +151,8 @@ TEST_F(DiagctlSettings, a_fault_in_the_control_file_is_told_with_its_place) {
     const Outcome refused = run({"list"}, options);
     EXPECT_EQ(refused.exitCode, kNoVerdict);
     EXPECT_THAT(refused.err, HasSubstr("diagctl: " + where));
-    EXPECT_THAT(run({"check"}, options).out, HasSubstr(where));
+    EXPECT_THAT(run({"check"}, options).out,
+                AllOf(HasSubstr(where), HasSubstr("\n1 problem in " + place.controlFile())));
     const Outcome told = run({"check", "--format", "json"}, options);
     EXPECT_EQ(told.exitCode, kNoVerdict);
     const auto problems = nlohmann::json::parse(told.out)["problems"];
@@ -159,6 +160,13 @@ TEST_F(DiagctlSettings, a_fault_in_the_control_file_is_told_with_its_place) {
     EXPECT_EQ(problems[0]["section"], "Settings");
     EXPECT_EQ(problems[0]["key"], setting);
   }
+}
+
+TEST_F(DiagctlSettings, a_missing_folder_for_temporary_files_is_told_in_plain_words) {
+  options.environment["TMPDIR"] = place.path("none");
+  const Outcome outcome = run({"list", "--set", "MIX.Behave=pass"}, options);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_EQ(outcome.err, "diagctl: TMPDIR: No such file or directory\n");
 }
 
 TEST_F(DiagctlSettings, show_tells_the_settings_that_count) {

@@ -74,6 +74,9 @@ INSTANTIATE_TEST_SUITE_P(
         Slip{{"check", "--quick"}, "there is no option '--quick' here; it is one of run, estimate"},
         Slip{{"run", "--serial", "--parallel"}, "--serial and --parallel exclude each other"},
         Slip{{"run", "--seed", "1", "--seed", "2"}, "--seed is given twice"},
+        Slip{{"run", "--dry-run", "-o", "tap=x"},
+             "--output: --dry-run runs nothing that a report could tell of"},
+        Slip{{"list", "--lang", "xx"}, "--lang: 'xx' is none of en, de, fr, es, zh, ja"},
         Slip{{"run", "--quick=yes"}, "--quick takes no value, and 'yes' is one"}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -157,6 +160,12 @@ TEST_F(Diagctl, help_is_told_by_verb_and_by_option) {
   EXPECT_EQ(diagctl({"help"}).out, diagctl({"--help"}).out);
   EXPECT_EQ(diagctl({"help", "run"}).exitCode, kPassed);
   EXPECT_EQ(diagctl({"version"}).out, diagctl({"--version"}).out);
+}
+
+TEST_F(Diagctl, help_of_what_is_no_verb_leads_to_the_verbs) {
+  const Outcome outcome = diagctl({"help", "bogus"});
+  EXPECT_EQ(outcome.exitCode, kUsage);
+  EXPECT_THAT(outcome.err, HasSubstr("\n\"diagctl help\" tells what is possible"));
 }
 
 TEST_F(Diagctl, help_has_groups_and_defaults_and_no_types_and_keeps_to_the_window) {
