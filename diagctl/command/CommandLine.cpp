@@ -23,6 +23,7 @@
 #include "diagctl/command/Listing.h"
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/command/OptionGroup.h"
+#include "diagctl/command/PlanArguments.h"
 #include "diagctl/command/ReportCommand.h"
 #include "diagctl/command/RunCommand.h"
 #include "diagctl/command/SelfTest.h"
@@ -64,6 +65,7 @@ Configuration configurationOf(const GlobalOptions& global, const PackageWishes& 
   return openConfiguration(global.config, wishes, !global.allowsInsecure && mustBeSecure());
 }
 
+const std::vector<std::string> kProfiles = {"quick", "standard", "extended"};
 const std::vector<std::string> kListings = {"packages", "devices", "tests"};
 
 struct ListOptions {
@@ -145,10 +147,12 @@ void addReporting(CLI::App& command, ReportingOptions& options,
 /// What settles how long tests take.
 void addThoroughness(CLI::App& command, RunOptions& options) {
   OptionGroup group(command, tr("How thorough"));
-  group.choice<Profile>(
-      "--profile", "PROFILE", options.profile,
-      {{"quick", Profile::Quick}, {"standard", Profile::Standard}, {"extended", Profile::Extended}},
-      tr("Short forms, one pass, or three passes"), "standard");
+  group.choice<Profile>("--profile", "PROFILE", options.profile,
+                        {{kProfiles[0], Profile::Quick},
+                         {kProfiles[1], Profile::Standard},
+                         {kProfiles[2], Profile::Extended}},
+                        tr("Short forms, one pass, or three passes; or a plan by its name"),
+                        "standard");
   group.number<int>("--passes", options.passes, 1, 1'000'000'000, tr("Passes of each test"),
                     tr("the profile's"));
   group.flag("--quick", options.quick, tr("Ask each test for its short form"));
@@ -339,6 +343,7 @@ class CommandLine {
         return ExitCode::kUsage;
       }
       parse(m_program, arguments.ofProgram);
+      takePlan(arguments, m_verbs, kProfiles, !m_global.allowsInsecure && mustBeSecure());
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
       requireFitting();

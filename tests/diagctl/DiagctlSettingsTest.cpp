@@ -169,6 +169,79 @@ TEST_F(DiagctlSettings, a_missing_folder_for_temporary_files_is_told_in_plain_wo
   EXPECT_EQ(outcome.err, "diagctl: TMPDIR: No such file or directory\n");
 }
 
+class DiagctlPlans : public DiagctlSettings {
+ protected:
+  DiagctlPlans() {
+    place.addPackage("TWO", {{.name = "Fair"}, {.name = "Bad", .behaviour = "fail"}},
+                     {{"Right", "bus/right"}});
+    fs::create_directories(place.path("config/tarvexdiags/plans"));
+  }
+
+  std::string writePlan(const std::string& text) {
+    const std::string file = place.path("config/tarvexdiags/plans/night.cfg");
+    place.write(file, text);
+    return file;
+  }
+
+  Outcome runPlan(const std::vector<std::string>& more = {}) {
+    std::vector<std::string> words = {"run", "-q", "--profile", "night"};
+    words.insert(words.end(), more.begin(), more.end());
+    return run(words, options);
+  }
+};
+
+TEST_F(DiagctlPlans, are_run_by_their_names) {
+  writePlan(
+      "[Plan]\ntest=Good,Fair\npasses=2\nserial=TRUE\nquiet=FALSE\n"
+      "[Settings]\nMIX.Behave=fail\n");
+  const Outcome ran = runPlan();
+  EXPECT_EQ(ran.exitCode, kHardwareFailure) << ran.err;
+  EXPECT_THAT(ran.out, AllOf(HasSubstr("Good on Left"), HasSubstr("Fair on Right"),
+                             Not(HasSubstr("Bad on Right"))));
+  EXPECT_THAT(linesOf(run({"run", "--dry-run", "--prof", "nig"}, options).out),
+              ::testing::SizeIs(2))
+      << "by the beginning of its name, too";
+  EXPECT_THAT(run({"estimate", "--profile", "night"}, options).out, HasSubstr("Fair on Right"));
+}
+
+TEST_F(DiagctlPlans, stand_behind_the_command_line) {
+  writePlan("[Plan]\ntest=Good,Fair\n[Settings]\nMIX.Behave=fail\n");
+  EXPECT_EQ(runPlan({"--set", "MIX.Behave=pass"}).exitCode, kPassed);
+  const Outcome other = runPlan({"-t", "Fair"});
+  EXPECT_EQ(other.exitCode, kPassed) << other.err;
+  EXPECT_THAT(other.out, Not(HasSubstr("Good on Left")));
+}
+
+TEST_F(DiagctlPlans, that_say_what_cannot_be_meant_run_nothing) {
+  const auto refusalOf = [&](const std::string& text) {
+    const std::string file = writePlan(text);
+    const Outcome refused = runPlan();
+    EXPECT_EQ(refused.exitCode, kNoVerdict) << text;
+    EXPECT_THAT(refused.out, IsEmpty()) << text;
+    EXPECT_THAT(refused.err, HasSubstr(file)) << text;
+    return refused.err;
+  };
+  EXPECT_THAT(refusalOf("[Plan]\npases=2\n"), HasSubstr("[Plan] pases: there is no such option"));
+  EXPECT_THAT(refusalOf("[Plan]\nserial=yes\n"), HasSubstr("[Plan] serial: 'yes' is none of"));
+  EXPECT_THAT(refusalOf("[Plan]\ntest=--dry-run\n"), HasSubstr("[Plan] test: "));
+  EXPECT_THAT(refusalOf("[Plan\ntest=Good\n"), HasSubstr("night.cfg:1: "));
+  EXPECT_THAT(refusalOf("[Plans]\ntest=Good\n"), HasSubstr("[Plans]: a plan has no such section"));
+  const Outcome unknown = run({"run", "--profile", "nigt"}, options);
+  EXPECT_EQ(unknown.exitCode, kUsage);
+  EXPECT_THAT(unknown.err, HasSubstr("did you mean 'night'?"));
+}
+
+TEST_F(DiagctlPlans, of_others_are_refused_to_root) {
+  if (geteuid() != 0 || !isBuildTrusted()) {
+    GTEST_SKIP() << "only root is refused";
+  }
+  const std::string file = writePlan("[Plan]\ntest=Good\n");
+  ASSERT_EQ(chown(file.c_str(), 61234, 61234), 0);
+  const Outcome refused = runPlan();
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
+  EXPECT_THAT(refused.err, HasSubstr(file + ": is owned by user 61234 and not by root"));
+}
+
 TEST_F(DiagctlSettings, show_tells_the_settings_that_count) {
   const Outcome outcome = runBundled({"show", "Walking ones", "--set", "memory.Rounds=7", "--set",
                                       "Memory.QuickMaximumMegabytes=64"});

@@ -1,0 +1,101 @@
+#include "diagctl/command/PlanArguments.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "diagctl/command/OptionGroup.h"
+#include "diagctl/session/NamedPlans.h"
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+constexpr const char* kProfile = "--profile";
+
+bool isSame(const std::string& word, const std::string& option) {
+  return word == option || word.starts_with(option + "=");
+}
+
+bool isGiven(const std::vector<std::string>& words, const std::string& option) {
+  return std::any_of(words.begin(), words.end(),
+                     [&](const std::string& word) { return isSame(word, option); });
+}
+
+const CLI::Option* optionOf(const Verb& verb, const std::string& name) {
+  const std::vector<const CLI::Option*> options =
+      static_cast<const CLI::App&>(*verb.command).get_options();
+  const auto found = std::find_if(options.begin(), options.end(), [&](const CLI::Option* option) {
+    return option->check_lname(name);
+  });
+  return found == options.end() ? nullptr : *found;
+}
+
+[[noreturn]] void refuse(const NamedPlan& plan, const std::string& key, const std::string& reason) {
+  throw std::runtime_error(fmt::format("{} [Plan] {}: {}", plan.file, key, reason));
+}
+
+/// The words for an option of a plan; none for a flag that is not set.
+std::vector<std::string> wordsFor(const NamedPlan& plan, const CLI::Option& option,
+                                  const std::string& key, const std::string& value) {
+  if (option.get_items_expected_max() == 0) {
+    if (value != "TRUE" && value != "FALSE") {
+      refuse(plan, key, tr("'{}' is none of TRUE, FALSE", value));
+    }
+    return value == "TRUE" ? std::vector<std::string>{"--" + key} : std::vector<std::string>();
+  }
+  if (value.empty() || value.front() == '-') {
+    refuse(plan, key, tr("'{}' is no value of it", value));
+  }
+  return {fmt::format("--{}={}", key, value)};
+}
+
+std::vector<std::string> wordsOf(const NamedPlan& plan, const Verb& verb,
+                                 const std::deque<Verb>& verbs,
+                                 const std::vector<std::string>& given) {
+  std::vector<std::string> words;
+  for (const auto& [key, value] : plan.options) {
+    const CLI::Option* const option = optionOf(verb, key);
+    const bool isKnown =
+        std::any_of(verbs.begin(), verbs.end(), [&, &name = key](const Verb& each) {
+          return optionOf(each, "profile") != nullptr && optionOf(each, name) != nullptr;
+        });
+    if (!isKnown) {
+      refuse(plan, key, tr("there is no such option"));
+    }
+    if (option != nullptr && !isGiven(given, "--" + key)) {
+      const std::vector<std::string> more = wordsFor(plan, *option, key, value);
+      words.insert(words.end(), more.begin(), more.end());
+    }
+  }
+  for (const std::string& setting : plan.settings) {  // those of the command line come later
+    words.push_back("--set=" + setting);
+  }
+  return words;
+}
+
+}  // namespace
+
+void takePlan(Arguments& arguments, const std::deque<Verb>& verbs,
+              const std::vector<std::string>& profiles, bool isSecure) {
+  std::vector<std::string>& words = arguments.ofVerb;
+  const auto found = std::find(words.begin(), words.end(), kProfile);
+  if (found == words.end()) {
+    return;
+  }
+  std::vector<std::string> names = profiles;
+  const std::vector<std::string> plans = namesOfPlans();
+  names.insert(names.end(), plans.begin(), plans.end());
+  const std::string name = chosenName(*(found + 1), names, kProfile);
+  if (std::find(profiles.begin(), profiles.end(), name) != profiles.end()) {
+    return;
+  }
+  words.erase(found, found + 2);
+  const NamedPlan plan = planNamed(name, isSecure);
+  const std::vector<std::string> more = wordsOf(plan, *arguments.verb, verbs, words);
+  words.insert(words.begin(), more.begin(), more.end());
+}
+
+}  // namespace TarvexDiags::FrontEnd
