@@ -81,7 +81,7 @@ TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_whatever_ended_it)
       {"kill", "was killed from outside"},
       {"endless loop", "did not end within 5 seconds"},
       {"exception", "deliberately thrown"},
-      {"garbage", "bytes that are no frame"},
+      {"garbage", "bytes that are no message"},
       {"impossible", "the device is not what it was"}};
   for (const auto& [ending, text] : endings) {
     const ReportedRun run = misbehave(std::string("Fault, then ") + ending);
