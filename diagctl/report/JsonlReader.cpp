@@ -119,14 +119,19 @@ Json parseLine(const std::string& text) {
   return Json::parse(text);
 }
 
-/// The key alone stands nowhere but in the words of the library.
+/// The key or the number alone stands nowhere but in the words of the library.
 std::string reasonOf(const Json::exception& failure) {
   constexpr int keyNotFound = 403;
+  constexpr int numberOverflow = 406;
   const std::string words = failure.what();
   const std::size_t begin = words.find('\'');
   const std::size_t end = words.rfind('\'');
-  if (failure.id == keyNotFound && begin < end) {
-    return tr("the key '{}' is missing", words.substr(begin + 1, end - begin - 1));
+  const std::string quoted = begin < end ? words.substr(begin + 1, end - begin - 1) : "";
+  if (failure.id == keyNotFound) {
+    return tr("the key '{}' is missing", quoted);
+  }
+  if (failure.id == numberOverflow) {
+    return tr("the number '{}' is out of its range", quoted);
   }
   return tr("a value is of another kind than it should be");
 }
