@@ -25,11 +25,11 @@ namespace TarvexDiags::PackageKit::Contract {
 /// The controller knows a yes or no alone. A client that wants the reasons opens a SupportInbox
 /// before it enumerates; each package of the kit then writes a line for each no.
 struct SupportLine {
-  std::string package;  ///< base name
+  std::string package = {};  ///< base name
   int testId = 0;
-  std::string resourceTag;
-  std::string reason;  ///< words, or a token of the package's texts
-  std::string detail;  ///< in no language; often empty
+  std::string resourceTag = {};
+  std::string reason = {};  ///< words, or a token of the package's texts
+  std::string detail = {};  ///< in no language; often empty
 };
 
 /// @brief A text as a field of a line: control characters become blanks.
