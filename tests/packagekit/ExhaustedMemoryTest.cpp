@@ -27,7 +27,7 @@ constexpr int kFindsFault = 14;
 constexpr int kTellsFaultThenEnds = 35;
 constexpr unsigned int kFault = 2;
 // Each allocation is tried, but for where each pass takes long.
-constexpr unsigned long kStep = TestSupport::kIsSanitized ? 23 : 1;
+constexpr unsigned long kStep = TestSupport::kIsSanitized ? 7 : 1;
 
 // What a pass hands over.
 template <class Element>
