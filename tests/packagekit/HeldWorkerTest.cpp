@@ -50,6 +50,7 @@ class SilentFileSystem {
         m_taken(folder + "/taken"),
         m_device(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
     mkdir(m_mount.c_str(), 0755);
+    unlink(m_taken.c_str());
     const std::string options = "fd=" + std::to_string(m_device.get()) +
                                 ",rootmode=40000,user_id=" + std::to_string(geteuid()) +
                                 ",group_id=" + std::to_string(getegid());
@@ -166,11 +167,10 @@ class WorkerHeldByTheKernel : public HeldWorker {
 
 }  // namespace
 
-TEST_F(WorkerHeldByTheKernel, is_given_up_once_it_has_told_all) {
+// One after the other: a kernel that lets go of two at once can spin for 20 s on the names below
+// /proc that it drops with them.
+TEST_F(WorkerHeldByTheKernel, is_given_up_at_its_end_whatever_it_has_told) {
   expectGivenUp({ready, begin, end, passEnd}, true);
-}
-
-TEST_F(WorkerHeldByTheKernel, is_given_up_when_it_ends_within_its_test) {
   expectGivenUp({ready, begin}, false);
 }
 
