@@ -100,7 +100,7 @@ TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_it_is_aborted
 TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_the_run_is_interrupted) {
   place.useMisbehavingPackage();
   ReportedProgram program(withControlFile({"run", "-q", "-t", "Fault, then long test"}));
-  ASSERT_TRUE(program.waitForLog("has a fault"));
+  ASSERT_TRUE(program.waitForLog("Unit 0 has a fault"));
   program.program().signal(SIGINT);
   const ReportedRun run = program.finish();
   EXPECT_EQ(run.exitCode(), 128 + SIGINT);
