@@ -17,7 +17,8 @@ foundation="$ground|DiagCtrl/internal/foundation/*|DiagCtrl/ClientsAtRest.h"
 foundation+="|DiagCtrl/DiagCtrl@(Lock|BaseException|MutexException|Constants).h|DiagCtrl/DiagTracer.h"
 
 # The rooms of the front end on five floors; check and run stand beside each other and know nothing
-# of one another. What is told of a run knows nothing of the controller.
+# of one another. What is told of a run knows nothing of the controller, and only who carries one out
+# watches the machine meanwhile.
 terminal='System/*|diagctl/terminal/*'
 report="$terminal|diagctl/report/*|packagekit/contract/*"
 session="$report|$framework|DiagCtrl/!(internal/*)|diagctl/session/*"
@@ -40,8 +41,8 @@ floors=(
   'diagctl/report' "$report"
   'diagctl/session' "$session"
   'diagctl/check' "$session|diagctl/check/*"
-  'diagctl/run' "$session|diagctl/run/*"
-  'diagctl/command' "$session|diagctl/@(check|run|command)/*"
+  'diagctl/run' "$session|watch/*|diagctl/run/*"
+  'diagctl/command' "$session|watch/*|diagctl/@(check|run|command)/*"
   'diagctl' 'diagctl/*'
   # Readers of the kernel's files, for packages and front end alike.
   'watch' 'watch/*|packagekit/UniqueDescriptor.h'
