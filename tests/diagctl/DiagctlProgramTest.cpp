@@ -473,33 +473,6 @@ TEST_F(Diagctl, a_seed_reaches_each_pass_of_each_test_and_repeats) {
   EXPECT_NE(free, beginningsIn(run(arguments).out)) << "without a seed, each run has its own";
 }
 
-Json measuredIn(const std::string& log, const std::string& name) {
-  for (const Json& each : artifacts(parseLines(log), "measurement")) {
-    if (each["name"] == name) {
-      return each["value"];
-    }
-  }
-  return {};
-}
-
-TEST_F(Diagctl, a_worker_is_open_to_a_debugger_for_those_alone_who_ask_for_it) {
-  if (TestSupport::kIsInstrumented) {
-    GTEST_SKIP() << "every worker of this build is open to its runtime";
-  }
-  place.useMisbehavingPackage();
-  std::vector<std::string> arguments = {"run", "-t", "Own rights", "-d", "1", "--format", "jsonl"};
-  const Outcome closed = run(arguments);
-  EXPECT_EQ(measuredIn(closed.out, "dumpable"), 0);
-  EXPECT_EQ(measuredIn(closed.out, "Seccomp"), 2);
-  EXPECT_THAT(closed.err, Not(HasSubstr("--debug-worker")));
-  arguments.emplace_back("--debug-worker");
-  const Outcome open = run(arguments);
-  EXPECT_EQ(measuredIn(open.out, "dumpable"), 1);
-  EXPECT_EQ(measuredIn(open.out, "Seccomp"), 0);
-  EXPECT_EQ(measuredIn(open.out, "NoNewPrivs"), 1);
-  EXPECT_THAT(open.err, HasSubstr("--debug-worker: workers may be read by other processes"));
-}
-
 TEST_F(Diagctl, under_stress_a_test_repeats_by_itself_until_its_passes_or_its_time_are_used_up) {
   place.useMisbehavingPackage();
   const std::vector<std::string> arguments = {"run", "--stress", "-t",       "Behaves",

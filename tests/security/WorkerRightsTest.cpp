@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <nlohmann/json.hpp>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -11,17 +12,25 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "packagekit/PhysicalAddress.h"
 #include "packagekit/contract/Privileges.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packages/memory/NodeDiagnostic.h"
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
 #include "tests/security/People.h"
 #include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::SecurityTest {
 namespace {
 
+using DiagctlTest::artifacts;
+using DiagctlTest::Diagctl;
+using DiagctlTest::Outcome;
+using DiagctlTest::parseLines;
+using Json = nlohmann::json;
 using PackageKit::Testing::PackageDriver;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -161,6 +170,33 @@ TEST_F(WorkerRights, include_no_sight_of_its_hosts_environment_and_place) {
   EXPECT_THAT(run.measurement("variables"), Not(HasSubstr("LD_LIBRARY_PATH")));
   EXPECT_THAT(run.measurement("variables"), Not(HasSubstr("HOME")));
   EXPECT_EQ(run.measurement("directory"), "/");
+}
+
+Json measuredIn(const std::string& log, const std::string& name) {
+  for (const Json& each : artifacts(parseLines(log), "measurement")) {
+    if (each["name"] == name) {
+      return each["value"];
+    }
+  }
+  return {};
+}
+
+TEST_F(Diagctl, a_worker_is_open_to_a_debugger_for_those_alone_who_ask_for_it) {
+  if (kIsInstrumented) {
+    GTEST_SKIP() << "every worker of this build is open to its runtime";
+  }
+  place.useMisbehavingPackage();
+  std::vector<std::string> arguments = {"run", "-t", "Own rights", "-d", "1", "--format", "jsonl"};
+  const Outcome closed = run(arguments);
+  EXPECT_EQ(measuredIn(closed.out, "dumpable"), 0);
+  EXPECT_EQ(measuredIn(closed.out, "Seccomp"), 2);
+  EXPECT_THAT(closed.err, Not(HasSubstr("--debug-worker")));
+  arguments.emplace_back("--debug-worker");
+  const Outcome open = run(arguments);
+  EXPECT_EQ(measuredIn(open.out, "dumpable"), 1);
+  EXPECT_EQ(measuredIn(open.out, "Seccomp"), 0);
+  EXPECT_EQ(measuredIn(open.out, "NoNewPrivs"), 1);
+  EXPECT_THAT(open.err, HasSubstr("--debug-worker: workers may be read by other processes"));
 }
 
 class MemoryRights : public ::testing::Test {
