@@ -39,6 +39,7 @@ void TextArchive::keep(int packageIndex, const std::string& directory, const std
       const std::string section = PackageKit::Contract::sectionOf(type);
       m_tokens[{packageIndex, section}] = file->keys(section);
     }
+    m_packages.insert(packageIndex);
   }
   for (const std::string& language : languages) {
     if (const auto file =

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,13 +12,21 @@
 namespace TarvexDiags::FrontEnd {
 
 /// What packages say of their events, read once and kept: the controller reads their files at each
-/// look-up, and these may be gone when a fault is to be told, with the disk that they lay on.
+/// look-up, which holds up a run when many events come, and these may be gone when a fault is to be
+/// told, with the disk that they lay on.
 class TextArchive {
  public:
   /// Reads the files of one package; what cannot be read is not kept.
   /// @param directory of the packages.
   void keep(int packageIndex, const std::string& directory, const std::string& baseName,
             const std::vector<std::string>& languages);
+
+  /// Whether a package's tokens are kept: what is none of them has no token.
+  bool keepsTokens(int packageIndex) const { return m_packages.contains(packageIndex); }
+  /// Whether a package's texts in a language are kept: what is none of them has no text.
+  bool keepsTexts(int packageIndex, const std::string& language) const {
+    return m_texts.contains({packageIndex, language});
+  }
 
   /// The token of an event, as the controller looks it up.
   std::optional<std::string> token(int packageIndex, Diag::DiagnosticEvent::EventType type,
@@ -31,6 +40,7 @@ class TextArchive {
  private:
   using Entries = std::map<std::string, std::string>;
 
+  std::set<int> m_packages;                                 ///< whose tokens are kept
   std::map<std::pair<int, std::string>, Entries> m_tokens;  ///< by package and section
   std::map<std::pair<int, std::string>, Entries> m_texts;   ///< by package and language
 };

@@ -26,11 +26,13 @@ std::optional<std::string> takeText(Controller::errorCode code, char* text) {
 
 std::optional<std::string> Texts::token(int packageIndex,
                                         const Diag::DiagnosticEvent& event) const {
+  if (m_archive.keepsTokens(packageIndex)) {
+    return m_archive.token(packageIndex, event.getEventType(), event.getEventCode());
+  }
   char* text = nullptr;
   const auto code =
       m_controller.getMessageToken(packageIndex, event.getEventType(), event.getEventCode(), text);
-  auto token = takeText(code, text);
-  return token ? token : m_archive.token(packageIndex, event.getEventType(), event.getEventCode());
+  return takeText(code, text);
 }
 
 void Texts::keep(int packageIndex, const std::string& directory, const std::string& baseName) {
@@ -40,15 +42,18 @@ void Texts::keep(int packageIndex, const std::string& directory, const std::stri
 std::optional<std::string> Texts::localise(int packageIndex, const std::string& token,
                                            std::vector<std::string> parameters) const {
   for (std::string language : {m_language, std::string(Contract::kFallbackLanguage)}) {
+    if (m_archive.keepsTexts(packageIndex, language)) {
+      if (auto kept = m_archive.message(packageIndex, language, token, parameters)) {
+        return kept;
+      }
+      continue;
+    }
     std::string key = token;
     char* text = nullptr;
     const auto code = m_controller.getLocalizedMessage(packageIndex, language.data(), key.data(),
                                                        parameters, text);
     if (auto found = takeText(code, text)) {
       return found;
-    }
-    if (auto kept = m_archive.message(packageIndex, language, token, parameters)) {
-      return kept;
     }
   }
   return std::nullopt;

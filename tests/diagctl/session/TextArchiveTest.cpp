@@ -61,6 +61,13 @@ TEST_F(KeptTexts, know_the_tokens_of_each_kind_of_event) {
   EXPECT_EQ(m_archive.token(1, DiagnosticEvent::ERROR_EVENT, 7), std::nullopt);
 }
 
+TEST_F(KeptTexts, are_known_to_be_all_that_there_are) {
+  EXPECT_TRUE(m_archive.keepsTokens(3));
+  EXPECT_FALSE(m_archive.keepsTokens(1));
+  EXPECT_TRUE(m_archive.keepsTexts(3, "de"));
+  EXPECT_FALSE(m_archive.keepsTexts(3, "fr"));
+}
+
 TEST_F(KeptTexts, are_told_in_their_language_alone) {
   EXPECT_EQ(m_archive.message(3, "de", "STUCK", {"It"}), "It klemmt.");
   EXPECT_EQ(m_archive.message(3, "en", "STUCK", {"It"}), "It is stuck.");
