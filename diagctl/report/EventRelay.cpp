@@ -21,6 +21,11 @@ void EventRelay::post(RunEvent event) {
   m_changed.notifyOne();
 }
 
+bool EventRelay::isBehind() const {
+  const System::LockHold hold(m_lock);
+  return m_taken > 0 || !m_waiting.empty();
+}
+
 void EventRelay::finish() {
   end();
   if (m_failure != nullptr) {
@@ -53,8 +58,10 @@ void EventRelay::run() {
       }
       taken.swap(m_waiting);
     }
+    m_taken = taken.size();
     try {
       for (const RunEvent& event : taken) {
+        --m_taken;
         if (m_failure == nullptr) {
           m_tell(event);
         }

@@ -31,6 +31,9 @@ class EventRelay {
   /// Takes an event over; never waits for it to be told.
   void post(RunEvent event);
 
+  /// Whether events wait behind the one that is being told. For the teller.
+  bool isBehind() const;
+
   /// Waits until everything was told, and ends.
   /// @throws what the teller has thrown; what came behind that was not told.
   void finish();
@@ -40,10 +43,11 @@ class EventRelay {
   void end();
 
   Tell m_tell;
-  System::Mutex m_lock;
+  mutable System::Mutex m_lock;
   System::ConditionVariable m_changed;
   std::deque<RunEvent> m_waiting TARVEXDIAGS_GUARDED_BY(m_lock);
   bool m_hasEnded TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  std::size_t m_taken = 0;       ///< by the thread, that it has not begun to tell
   std::exception_ptr m_failure;  ///< of the thread; looked at when it has ended
   std::thread m_thread;
 };

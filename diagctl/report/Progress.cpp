@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::size_t kMostLines = 12;
 constexpr int kBarWidth = 20;
+constexpr std::chrono::milliseconds kShortestView{100};
 
 /// 0 for a step that is no request, and so nothing to watch.
 unsigned long numberOf(const std::string& stepId) {
@@ -68,6 +70,19 @@ Progress::Progress(Printer& out, bool isTerminal, std::size_t total)
     : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
 
 void Progress::handle(const RunEvent& event) {
+  take(event);
+  draw(event.time);
+}
+
+void Progress::handleInPassing(const RunEvent& event) {
+  take(event);
+  const bool isEndingNews = m_isEnding && !m_isEndingDrawn;
+  if (isEndingNews || std::chrono::steady_clock::now() - m_drawnAt >= kShortestView) {
+    draw(event.time);
+  }
+}
+
+void Progress::take(const RunEvent& event) {
   erase();
   if (std::holds_alternative<RunStarted>(event.body)) {
     m_begin = event.time;
@@ -91,7 +106,7 @@ void Progress::handle(const RunEvent& event) {
     m_out.print("{}\n", message->text);
   }
   m_firstRunning = m_steps.empty() ? 0 : m_steps.begin()->first;
-  draw(event.time);
+  tellEnding();
 }
 
 void Progress::endStep(unsigned long number) {
@@ -106,10 +121,19 @@ void Progress::endStep(unsigned long number) {
   m_steps.erase(entry);
 }
 
+// On a terminal the lines that are drawn say so.
+void Progress::tellEnding() {
+  if (m_isEnding && !std::exchange(m_isEndingTold, true) && !m_isTerminal) {
+    m_out.say("ending   what still runs ({} of {} ended)\n", m_ended, m_total);
+  }
+}
+
 std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(step.begin, now);
-  const std::string remaining =
-      step.isSuspended ? tr("suspended") : tr("left {}", remainingTime(step.percent, elapsed));
+  const std::string remaining = m_isEnding ? tr("ending")
+                                : step.isSuspended
+                                    ? tr("suspended")
+                                    : tr("left {}", remainingTime(step.percent, elapsed));
   const std::string pass =
       step.start.passes > 1 ? tr(" pass {}/{}", step.pass, step.start.passes) : "";
   return tr("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass, clock(elapsed),
@@ -119,6 +143,9 @@ std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_p
 // What is left is told from the share that is done, so it is rough at the start.
 std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(m_begin, now);
+  if (m_isEnding) {
+    return tr("{} of {} ended, {}, ending", m_ended, m_total, clock(elapsed));
+  }
   double done = static_cast<double>(m_ended);
   for (const auto& [number, step] : m_steps) {
     const double passes = std::max(step.start.passes, 1);
@@ -134,6 +161,7 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
     m_out.flush();
     return;
   }
+  m_isEndingDrawn = m_isEnding;
   const std::size_t columns = columnsOf(STDERR_FILENO);
   std::vector<std::string> lines;
   std::size_t running = 0;
@@ -150,6 +178,7 @@ void Progress::draw(std::chrono::system_clock::time_point now) {
     m_out.print("{}\n", cut(toPrintable(line), columns - 1));
   }
   m_drawnLines = lines.size();
+  m_drawnAt = std::chrono::steady_clock::now();
   m_out.flush();
 }
 

@@ -20,6 +20,11 @@ class Progress : public Reporter {
   Progress(Printer& out, bool isTerminal, std::size_t total);
 
   void handle(const RunEvent& event) override;
+
+  /// Takes an event, and draws no more often than a person can follow, or where the run is to end:
+  /// for an event behind which others wait. The last of them goes to `handle`.
+  void handleInPassing(const RunEvent& event);
+
   void finish() override;
 
   /// Takes the drawing away, so that something else can be written; the next event draws it anew.
@@ -28,6 +33,10 @@ class Progress : public Reporter {
   /// The number of the step that is drawn first, for a person who aborts one; 0 for none. Known
   /// before it is drawn. From any thread.
   unsigned long firstRunning() const { return m_firstRunning; }
+
+  /// The run is to end before its time, which the next event shows, whatever was told before and is
+  /// still to be drawn. From any thread.
+  void announceEnding() { m_isEnding = true; }
 
  private:
   struct Step {
@@ -38,7 +47,9 @@ class Progress : public Reporter {
     bool isSuspended = false;
   };
 
+  void take(const RunEvent& event);
   void endStep(unsigned long number);
+  void tellEnding();
   void draw(std::chrono::system_clock::time_point now);
   std::string totalLine(std::chrono::system_clock::time_point now) const;
   std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;
@@ -49,7 +60,11 @@ class Progress : public Reporter {
   std::size_t m_ended = 0;
   std::map<unsigned long, Step> m_steps;
   std::atomic<unsigned long> m_firstRunning{0};
+  std::atomic<bool> m_isEnding{false};
+  bool m_isEndingTold = false;
+  bool m_isEndingDrawn = false;
   std::chrono::system_clock::time_point m_begin;
+  std::chrono::steady_clock::time_point m_drawnAt;
   std::size_t m_drawnLines = 0;
 };
 

@@ -73,6 +73,25 @@ TEST(EventRelay, leaves_progress_out_that_nobody_can_follow) {
   EXPECT_EQ(teller.told().back(), "last");
 }
 
+TEST(EventRelay, lets_the_teller_know_what_waits_behind_an_event) {
+  std::promise<void> isPosted;
+  const EventRelay* teller = nullptr;
+  std::vector<bool> behind;
+  EventRelay relay([&](const RunEvent&) {
+    if (behind.empty()) {
+      isPosted.get_future().wait();
+    }
+    behind.push_back(teller->isBehind());
+  });
+  teller = &relay;
+  for (int i = 0; i < 3; ++i) {
+    relay.post(message("one"));
+  }
+  isPosted.set_value();
+  relay.finish();
+  EXPECT_EQ(behind, (std::vector<bool>{true, true, false}));
+}
+
 TEST(EventRelay, tells_everything_before_it_goes) {
   int told = 0;
   {

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <ostream>
 #include <sstream>
+#include <string>
 #include <vector>
 
 #include "diagctl/report/Progress.h"
@@ -16,6 +18,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 /// Writes down which step could be aborted whenever something has been drawn.
 class Onlooker : public std::stringbuf {
@@ -60,6 +63,54 @@ TEST(ProgressLines, tell_elapsed_and_remaining_time) {
   EXPECT_THAT(out.str(), HasSubstr("[##########..........]  50% 0:30 left 0:30  Read on Disk"));
   EXPECT_THAT(out.str(), HasSubstr("0 of 2 ended, 0:30 left 1:30"));
   EXPECT_EQ(progress.firstRunning(), 1U);
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+    ++count;
+  }
+  return count;
+}
+
+TEST(ProgressLines, say_that_the_run_is_ending_from_the_next_event_on) {
+  std::ostringstream out;
+  Printer printer(out);
+  Progress progress(printer, true, 2);
+  const auto time = std::chrono::system_clock::time_point();
+  progress.handle({time, RunStarted{}});
+  progress.handle({time, StepStarted{"1", "P", "Disk", "Read", "", 1}});
+  EXPECT_THAT(out.str(), Not(HasSubstr("ending")));
+  progress.announceEnding();
+  progress.handle({time, StepMessage{"1", Severity::Information, "told before", ""}});
+  EXPECT_THAT(out.str(), HasSubstr("0:00 ending  Read on Disk"));
+  EXPECT_THAT(out.str(), HasSubstr("0 of 2 ended, 0:00, ending"));
+}
+
+TEST(ProgressLines, say_once_that_the_run_is_ending_where_nothing_is_drawn) {
+  std::ostringstream out;
+  Printer printer(out);
+  Progress progress(printer, false, 2);
+  const auto time = std::chrono::system_clock::time_point();
+  progress.handle({time, StepStarted{"1", "P", "Disk", "Read", "", 1}});
+  progress.announceEnding();
+  progress.handle({time, StepMessage{"1", Severity::Information, "told before", ""}});
+  progress.handle({time, StepEnded{"1", RunStatus::Complete}});
+  EXPECT_EQ(countOf(out.str(), "ending   what still runs (0 of 2 ended)\n"), 1U);
+}
+
+TEST(ProgressLines, are_drawn_seldom_while_many_events_pass) {
+  std::ostringstream out;
+  Printer printer(out);
+  Progress progress(printer, true, 1);
+  const auto time = std::chrono::system_clock::time_point();
+  progress.handle({time, StepStarted{"1", "P", "Disk", "Read", "", 1}});
+  for (int i = 0; i < 1000; ++i) {
+    progress.handleInPassing({time, StepMessage{"1", Severity::Information, "news", ""}});
+  }
+  EXPECT_LT(countOf(out.str(), "Read on Disk"), 500U);
+  progress.handle({time, StepProgress{"1", 70, 1, 1}});
+  EXPECT_THAT(out.str(), HasSubstr(" 70%"));
 }
 
 }  // namespace
