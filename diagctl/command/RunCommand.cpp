@@ -66,6 +66,9 @@ class Followers {
   /// For a person who aborts one: the step that was drawn first; 0 for none. From any thread.
   unsigned long firstRunning() const { return m_isQuiet ? 0 : m_progress.firstRunning(); }
 
+  /// The run is to end before its time. From any thread.
+  void announceEnding() { m_progress.announceEnding(); }
+
   void tell(const RunEvent& event) {
     m_files.post(event);
     for (EventRelay& other : m_others) {
@@ -103,7 +106,11 @@ class Followers {
     }
     m_progress.erase();
     outputs.handle(outputs.count() - 1, event);
-    m_progress.handle(event);
+    if (m_people.isBehind()) {
+      m_progress.handleInPassing(event);
+    } else {
+      m_progress.handle(event);
+    }
   }
 
   Progress m_progress;  // touched by the thread that tells people, and asked for its first step
@@ -246,7 +253,7 @@ RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunP
   }
   Runner runner(
       session, plan, [&](const RunEvent& event) { followers.tell(event); },
-      Interruption::requests());
+      Interruption::requests(), [&] { followers.announceEnding(); });
   RunRecord record = runner.run(openingOf(options, session, plan));
   followers.finish();
   return record;

@@ -33,8 +33,8 @@ bool RequestWatch::isJudged(unsigned long requestId) const {
   return request != nullptr && request->getTestRequestStatus(-1) == TestRequest::COMPLETED;
 }
 
-bool RequestWatch::waitForEnd(unsigned long requestId, std::chrono::milliseconds limit) const {
-  const auto giveUp = std::chrono::steady_clock::now() + limit;
+bool RequestWatch::waitForEnd(unsigned long requestId,
+                              std::chrono::steady_clock::time_point giveUp) const {
   while (!hasEnded(requestId)) {
     if (std::chrono::steady_clock::now() >= giveUp) {
       return false;

@@ -27,8 +27,8 @@ class RequestWatch {
   /// Whether the last pass of a request was judged; its package's object may still be there.
   bool isJudged(unsigned long requestId) const;
 
-  /// Waits until a request has ended. @return whether it has; false at the limit.
-  bool waitForEnd(unsigned long requestId, std::chrono::milliseconds limit) const;
+  /// Waits until a request has ended. @param giveUp the limit. @return whether it has ended.
+  bool waitForEnd(unsigned long requestId, std::chrono::steady_clock::time_point giveUp) const;
 
   /// The pass that runs; nothing while none does.
   std::optional<Pass> runningPass(unsigned long requestId) const;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -32,6 +33,23 @@ std::string idElsewhere(const StepJudge& repetition) {
   return repetition.id() + "-elsewhere";
 }
 
+unsigned long numberOf(const StepJudge& step) {
+  return std::strtoul(step.id().c_str(), nullptr, 10);
+}
+
+std::string textOf(Ending ending) {
+  switch (ending) {
+    case Ending::TimeUsedUp:
+      return tr("The total time is used up: what still runs is ended.");
+    case Ending::Failed:
+      return tr("A test has failed: what still runs is ended.");
+    case Ending::Interrupted:
+    case Ending::None:
+      break;
+  }
+  return tr("Interrupted: what still runs is ended.");
+}
+
 }  // namespace
 
 /// What a step has beside if it repeats a test that crashed.
@@ -50,37 +68,37 @@ struct Runner::Step {
   std::optional<CrashTrial> trial = std::nullopt;    ///< before which its end is not told
   unsigned long requestId = 0;
   bool isOver = false;  ///< nothing more comes of its request
-  bool isSuspended = false;
-  int pass = 0;  ///< as told last, with the progress
+  int pass = 0;         ///< as told last, with the progress
   unsigned int progress = 0;
   Clock::time_point toldAt = {};  ///< when progress was told last
 };
 
-Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests)
+Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests,
+               std::function<void()> onEnding)
     : m_session(session),
       m_plan(plan),
       m_sink(std::move(sink)),
-      m_requests(requests),
       m_parameters(parametersOf(plan.options)),
       m_watch(session.controller()),
+      m_control(session.controller(), requests, std::move(onEnding)),
       m_machineWatch([this](RunEventBody body) { tell(std::move(body)); }) {}
 
 Runner::~Runner() = default;
 
 const RunRecord& Runner::run(const RunStarted& start) {
-  m_events.open(m_session.controller(), m_session.wakeups());
-  m_results.open(m_session.controller(), m_session.wakeups());
+  m_collector.emplace(m_session, [this] { m_control.takeTurn(); });
   tell(start);
   tellMissingPrivileges();
   for (const std::string& warning : m_session.warnings()) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
   tellMissingDevices();
-  m_beganAt = Clock::now();
+  m_control.start(m_plan.options.totalSeconds);
   queueAll();
   waitForAll();
   tryCrashes();
   waitForAll();
+  m_collector.reset();
   m_machineWatch.end();
   tellSkipped();
   tell(endOf(verdictOf(summaryOf(m_record), m_record.troubleCount())));
@@ -90,13 +108,11 @@ const RunRecord& Runner::run(const RunStarted& start) {
 void Runner::waitForAll() {
   m_changedAt = Clock::now();
   while (isLeft()) {
-    serveRequests();
-    endAfterTotalTime();
     collect();
     endAfterFailure();
-    if (isLeft()) {
+    if (isLeft() && m_mail.empty()) {
       const bool isStartDue = Clock::now() - m_changedAt < kLongestWait;
-      m_session.wakeups().waitFor(isStartDue ? kWaitForStart : kLongestWait);
+      m_collector->waitFor(isStartDue ? kWaitForStart : kLongestWait);
     }
   }
 }
@@ -105,26 +121,47 @@ bool Runner::isLeft() const {
   return std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) { return !step.isOver; });
 }
 
-void Runner::endAfterTotalTime() {
-  // In whole seconds: a long time has more nanoseconds than can be counted.
-  const auto spent = std::chrono::floor<std::chrono::seconds>(Clock::now() - m_beganAt);
-  if (!m_plan.options.totalSeconds || m_isAborted ||
-      static_cast<unsigned long>(spent.count()) < *m_plan.options.totalSeconds) {
-    return;
-  }
-  tell(RunMessage{Severity::Warning, tr("The total time is used up: what still runs is ended.")});
-  abortAll();
-}
-
 void Runner::endAfterFailure() {
   const bool hasFailed =
-      m_plan.options.failFast && !m_isAborted && isLeft() &&
+      m_plan.options.failFast && !m_control.isEnding() && isLeft() &&
       std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) {
         return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Failed;
       });
   if (hasFailed) {
-    tell(RunMessage{Severity::Warning, tr("A test has failed: what still runs is ended.")});
-    abortAll();
+    m_control.end(Ending::Failed);
+    takeAborts();
+  }
+}
+
+void Runner::tellEnding() {
+  const Ending ending = m_control.ending();
+  if (ending != Ending::None && !std::exchange(m_isEndingTold, true)) {
+    tell(RunMessage{Severity::Warning, textOf(ending)});
+  }
+}
+
+// What runs is told to have begun, as nobody will look any more.
+void Runner::takeAborts() {
+  const RequestControl::Aborts aborts = m_control.takeAborts();
+  tellEnding();
+  for (const RequestControl::Abort& abort : aborts.requests) {
+    Step* const step = stepOf(static_cast<unsigned int>(abort.requestId));
+    if (step == nullptr || step->isOver) {
+      continue;
+    }
+    if (abort.wasRunning) {
+      step->judge.begin();
+    }
+    step->judge.abort();
+  }
+  stopTrialOf(aborts.step);
+}
+
+void Runner::stopTrialOf(unsigned long number) {
+  for (Step& step : m_steps) {
+    if (step.isOver && numberOf(step.judge) == number && step.trial && !step.trial->hasBegun()) {
+      stopTrial(step, tr("It was ended before the test could be repeated."));
+    }
   }
 }
 
@@ -189,7 +226,17 @@ void Runner::queueAll() {
                                    m_plan.options.vanished};
     m_steps.push_back(
         {planned, StepJudge(planned, m_session.texts(), stream, std::to_string(index + 1))});
-    queue(m_steps.back(), m_parameters);
+    queueUnlessEnding(m_steps.back());
+  }
+}
+
+void Runner::queueUnlessEnding(Step& step) {
+  if (m_control.isEnding()) {
+    tellEnding();
+    step.judge.abort();
+    end(step);
+  } else {
+    queue(step, m_parameters);
   }
 }
 
@@ -203,6 +250,7 @@ void Runner::queue(Step& step, const std::string& parameters) {
                                        m_plan.options.haltOnError, step.requestId);
   if (code == Controller::SUCCESS) {
     m_stepByRequest[static_cast<unsigned int>(step.requestId)] = &step;
+    m_control.add(step.requestId, numberOf(step.judge));
     return;
   }
   step.judge.takeRefusal(code);
@@ -234,7 +282,7 @@ Runner::Standing Runner::standingOf(const Step& step) {
 }
 
 void Runner::tryCrash(Step& crashed, const std::map<Target, Standing>& standings) {
-  if (m_isAborted) {
+  if (m_control.isEnding()) {
     stopTrial(crashed, tr("The run was ended before the test could be repeated."));
     return;
   }
@@ -318,90 +366,17 @@ void Runner::tellElsewhere(const Step& repetition, StepDiagnosis fault) {
   tell(std::move(fault));
 }
 
-void Runner::serveRequests() {
-  if (m_requests.abortAll.exchange(false) && !m_isAborted) {
-    tell(RunMessage{Severity::Warning, tr("Interrupted: what still runs is ended.")});
-    abortAll();
-  }
-  if (m_requests.suspendAll.exchange(false)) {
-    m_hold = Hold::Suspended;
-  }
-  if (m_requests.resumeAll.exchange(false)) {
-    m_hold = Hold::Resumed;
-  }
-  hold();
-  abortStep(m_requests.abortStep.exchange(0));
-}
-
-// A person sees the repetitions of a test as the test itself.
-void Runner::abortStep(unsigned long number) {
-  if (number == 0) {
-    return;
-  }
-  for (Step& step : m_steps) {
-    if (step.judge.id() != std::to_string(number)) {
-      continue;
-    }
-    if (!step.isOver) {
-      abort(step);
-    } else if (step.trial && !step.trial->hasBegun()) {
-      stopTrial(step, tr("It was ended before the test could be repeated."));
-    }
-  }
-}
-
-// The controller leaves a request between two passes alone, so what is wanted is said at each turn.
-void Runner::hold() {
-  Controller& controller = m_session.controller();
-  for (Step& step : m_steps) {
-    if (step.isOver || m_hold == Hold::None) {
-      continue;
-    }
-    const bool suspends = m_hold == Hold::Suspended;
-    const auto code =
-        suspends ? controller.suspendTest(step.requestId) : controller.resumeTest(step.requestId);
-    if (code == Controller::SUCCESS) {
-      step.isSuspended = suspends;
-    }
-  }
-}
-
-// What runs is told to have begun, as nobody will look any more.
-void Runner::abort(Step& step) {
-  if (m_watch.runningPass(step.requestId)) {
-    step.judge.begin();
-  }
-  step.judge.abort();
-  m_session.controller().abortTest(step.requestId);
-}
-
-// A suspended test would never hear of the abort in some packages, so it is resumed first.
-void Runner::abortAll() {
-  m_isAborted = true;
-  m_hold = Hold::None;
-  // What waits comes first, or the end of what runs would let it begin.
-  for (const bool runs : {false, true}) {
-    for (Step& step : m_steps) {
-      if (!step.isOver && !step.judge.isAborted() &&
-          (runs || !m_watch.runningPass(step.requestId))) {
-        m_session.controller().resumeTest(step.requestId);
-        abort(step);
-      }
-    }
-  }
-}
-
 void Runner::collect() {
-  // Looked at before the queues are drained: what was told before a step's end is told first.
+  // Looked at before messages are fetched: what was told before a step's end is told first.
   std::vector<Step*> over;
   for (Step& step : m_steps) {
     if (!step.isOver && m_watch.hasEnded(step.requestId)) {
       over.push_back(&step);
     }
   }
-  collectControllerEvents();
-  drainMessages();
-  tellMessages([](unsigned int /*requestId*/) { return true; });
+  m_collector->moveTo(m_mail);
+  takeAborts();  // behind the messages: what one of them follows from is known then
+  tellMail();
   collectProgress();
   for (Step* step : over) {
     if (!step->isOver) {
@@ -415,38 +390,39 @@ Runner::Step* Runner::stepOf(unsigned int requestId) {
   return entry != m_stepByRequest.end() ? entry->second : nullptr;
 }
 
-// Results are drained first and judged last: an event that a package raised before its result is in
-// the queue by then, so none of a pass is missed.
-void Runner::drainMessages() {
-  m_results.drain();
-  m_events.drain();
-}
-
-void Runner::tellMessages(const std::function<bool(unsigned int)>& isMeant) {
-  const auto isMeantMessage = [&](const Diag::DiagnosticEvent& message) {
-    return isMeant(message.getTestRequestId());
-  };
-  while (const auto event = m_events.takeFirst(isMeantMessage)) {
-    if (Step* step = stepOf(event->getTestRequestId())) {
-      step->judge.take(*event);
-      m_machineWatch.take(*event);
-    }
-  }
-  while (const auto result = m_results.takeFirst(isMeantMessage)) {
-    if (Step* step = stepOf(result->getTestRequestId())) {
-      step->judge.take(*result);
-    }
+// What is fetched while this is told waits for the next turn, which knows of the aborts till then.
+void Runner::tellMail() {
+  for (std::size_t left = m_mail.size(); left > 0; --left) {
+    tellControllerEvents(m_mail.front());
+    tellMessages(m_mail.front(), [](const Step& /*step*/) { return true; });
+    m_mail.pop_front();
+    endAfterFailure();
   }
 }
 
-void Runner::collectControllerEvents() {
-  m_session.controllerEvents().drain();
-  while (const auto event = m_session.controllerEvents().takeFirst()) {
-    Step* step = stepOf(event->getTestRequestId());
+void Runner::tellControllerEvents(const Mail& mail) {
+  for (const auto& event : mail.controllerEvents) {
+    Step* const step = stepOf(event->getTestRequestId());
     if (step != nullptr && !step->isOver) {
       step->judge.take(*event);
     }
   }
+}
+
+// Telling one may lead to a call for other messages of the same mail, so what is told is taken out.
+void Runner::tellMessages(Mail& mail, const std::function<bool(const Step&)>& isMeant) {
+  const auto tellAll = [&](auto& messages, const auto& alsoTo) {
+    for (auto& message : messages) {
+      Step* const step = message != nullptr ? stepOf(message->getTestRequestId()) : nullptr;
+      if (step != nullptr && isMeant(*step)) {
+        const auto taken = std::move(message);
+        step->judge.take(*taken);
+        alsoTo(*taken);
+      }
+    }
+  };
+  tellAll(mail.events, [this](const Diag::DiagnosticEvent& event) { m_machineWatch.take(event); });
+  tellAll(mail.results, [](const Diag::DiagnosticResult& /*result*/) {});
 }
 
 void Runner::collectProgress() {
@@ -474,7 +450,8 @@ void Runner::tellProgress(Step& step, unsigned int percent, const RequestWatch::
   step.progress = percent;
   step.pass = pass.number;
   step.toldAt = now;
-  tell(StepProgress{step.judge.id(), percent, pass.number, pass.of, step.isSuspended});
+  tell(StepProgress{step.judge.id(), percent, pass.number, pass.of,
+                    m_control.isSuspended(step.requestId)});
 }
 
 void Runner::prepareBegin(const Step& step) {
@@ -485,14 +462,17 @@ void Runner::prepareBegin(const Step& step) {
 // A test that was judged is told to its end before another one begins: its place may be the reason
 // why the other could start.
 void Runner::endJudgedSteps(const Step& beginning) {
+  const auto giveUp = Clock::now() + kLongestWait;
   for (Step& step : m_steps) {
     if (&step == &beginning || !step.judge.hasBegun() || step.isOver ||
         !m_watch.isJudged(step.requestId)) {
       continue;
     }
-    const bool isOver = m_watch.waitForEnd(step.requestId, kLongestWait);
-    drainMessages();
-    tellMessages([&](unsigned int id) { return id == step.requestId; });
+    const bool isOver = m_watch.waitForEnd(step.requestId, giveUp);
+    m_collector->moveTo(m_mail);
+    for (Mail& mail : m_mail) {
+      tellMessages(mail, [&](const Step& meant) { return &meant == &step; });
+    }
     if (isOver && !step.isOver) {
       end(step);
     }
@@ -502,6 +482,7 @@ void Runner::endJudgedSteps(const Step& beginning) {
 void Runner::end(Step& step) {
   m_changedAt = Clock::now();
   step.isOver = true;
+  m_control.remove(step.requestId);
   if (step.repetition != nullptr) {
     endRepetition(step);
   } else if (step.judge.awaitsTrial()) {

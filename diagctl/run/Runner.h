@@ -8,15 +8,14 @@
 #include <string>
 #include <utility>
 
-#include "Diag/DiagnosticEvent.h"
-#include "Diag/DiagnosticResult.h"
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
+#include "diagctl/run/Collector.h"
 #include "diagctl/run/CrashTrial.h"
 #include "diagctl/run/MachineWatch.h"
+#include "diagctl/run/RequestControl.h"
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
-#include "diagctl/session/Inbox.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/Session.h"
 
@@ -29,7 +28,11 @@ class Runner {
  public:
   using Sink = std::function<void(const RunEvent&)>;
 
-  Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests);
+  /// @param onEnding called once a run is to end before its time, from any thread, before anything
+  /// is told of it: what was told already may take a while to be read.
+  Runner(
+      Session& session, const RunPlan& plan, Sink sink, RunRequests& requests,
+      std::function<void()> onEnding = [] {});
   ~Runner();
   Runner(const Runner&) = delete;
   Runner& operator=(const Runner&) = delete;
@@ -44,12 +47,12 @@ class Runner {
   /// What is known of a device that a test may be compared on, the best first.
   enum class Standing { Passed, Unknown, Crashed };
   using Target = std::pair<const DeviceItem*, const TestItem*>;
-  enum class Hold { None, Suspended, Resumed };
 
   void tellSkipped();
   void tellMissingPrivileges();
   void tellMissingDevices();
   void queueAll();
+  void queueUnlessEnding(Step& step);
   void queue(Step& step, const std::string& parameters);
   void tryCrashes();
   void tryCrash(Step& crashed, const std::map<Target, Standing>& standings);
@@ -61,15 +64,16 @@ class Runner {
   void tellElsewhere(const Step& repetition, StepDiagnosis fault);
   void waitForAll();
   bool isLeft() const;
-  void endAfterTotalTime();
   void endAfterFailure();
-  void serveRequests();
+  void tellEnding();
+  void takeAborts();
+  void stopTrialOf(unsigned long number);
   void collect();
-  void drainMessages();
-  void tellMessages(const std::function<bool(unsigned int)>& isMeant);
+  void tellMail();
+  void tellControllerEvents(const Mail& mail);
+  void tellMessages(Mail& mail, const std::function<bool(const Step&)>& isMeant);
   void prepareBegin(const Step& step);
   void endJudgedSteps(const Step& beginning);
-  void collectControllerEvents();
   void collectProgress();
   void tellProgress(Step& step, unsigned int percent, const RequestWatch::Pass& pass);
   void end(Step& step);
@@ -77,28 +81,22 @@ class Runner {
   void endTrial(Step& crashed);
   void stopTrial(Step& crashed, const std::string& reason);
   Step* stepOf(unsigned int requestId);
-  void hold();
-  void abort(Step& step);
-  void abortStep(unsigned long number);
-  void abortAll();
   void tell(RunEventBody body);
 
   Session& m_session;
   const RunPlan& m_plan;
   Sink m_sink;
-  RunRequests& m_requests;
   std::string m_parameters;
   RequestWatch m_watch;
+  RequestControl m_control;
   MachineWatch m_machineWatch;
   RunRecord m_record;
   std::deque<Step> m_steps;  ///< those of the plan, then the repetitions; none ever moves
   std::map<unsigned int, Step*> m_stepByRequest;
-  Inbox<Diag::DiagnosticEvent> m_events;
-  Inbox<Diag::DiagnosticResult> m_results;
-  std::chrono::steady_clock::time_point m_beganAt;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
-  bool m_isAborted = false;
-  Hold m_hold = Hold::None;  // what a person wants of all requests
+  bool m_isEndingTold = false;
+  std::deque<Mail> m_mail;               ///< that was fetched and not yet told, oldest first
+  std::optional<Collector> m_collector;  ///< while the run lasts; its thread calls the control
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -93,23 +93,18 @@ class Inbox {
     return code;
   }
 
-  /// Takes the first message that is meant; null if there is none.
-  template <class IsMeant>
-  std::unique_ptr<Message> takeFirst(IsMeant isMeant) {
-    const auto found = std::find_if(m_messages.begin(), m_messages.end(),
-                                    [&](const auto& message) { return isMeant(*message); });
-    if (found == m_messages.end()) {
+  /// Takes the first message; null if there is none.
+  std::unique_ptr<Message> takeFirst() {
+    if (m_messages.empty()) {
       return nullptr;
     }
-    std::unique_ptr<Message> message = std::move(*found);
-    m_messages.erase(found);
+    std::unique_ptr<Message> message = std::move(m_messages.front());
+    m_messages.pop_front();
     return message;
   }
 
-  /// Takes the first message; null if there is none.
-  std::unique_ptr<Message> takeFirst() {
-    return takeFirst([](const Message& /*message*/) { return true; });
-  }
+  /// Takes all of them, oldest first.
+  std::deque<std::unique_ptr<Message>> takeAll() { return std::exchange(m_messages, {}); }
 
  private:
   DiagCtrl::DiagnosticController* m_controller = nullptr;

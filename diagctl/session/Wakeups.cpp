@@ -25,11 +25,15 @@ void Wakeups::waitFor(std::chrono::milliseconds limit) {
 void Wakeups::run() {
   while (m_isWanted) {
     m_object.wait();
-    const System::LockHold lock(m_mutex);
-    m_isPending = true;
-    m_condition.notifyOne();
+    wake();
   }
   m_hasEnded = true;
+}
+
+void Wakeups::wake() {
+  const System::LockHold lock(m_mutex);
+  m_isPending = true;
+  m_condition.notifyOne();
 }
 
 }  // namespace TarvexDiags::FrontEnd

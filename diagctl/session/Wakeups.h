@@ -25,6 +25,9 @@ class Wakeups {
   /// Returns at the next wake-up, at once if there was one since the last call, or at the limit.
   void waitFor(std::chrono::milliseconds limit);
 
+  /// Wakes as the controller does. From any thread.
+  void wake();
+
  private:
   void run();
 

@@ -9,8 +9,10 @@
 //                  of that name; Signal (of a crash); Milliseconds; Event (a code raised with each
 //                  pass); Estimate (seconds); UnsupportedOn (name of a device);
 //                  Raises = error, warning (the event as such, before all else, or another one:
-//                  Raised = its code);
+//                  Raised = its code; Raises is done so often: Repeats, with lines down to 3);
 //                  ControllerEvent (a code that the controller itself raises, as it seems)
+//
+// An abort leaves a file NAME.cfg.aborted beside it.
 
 #include <algorithm>
 #include <atomic>
@@ -165,6 +167,7 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
   }
 
   void abortDiagnostic() override {
+    std::ofstream(configFile + ".aborted").flush();
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_isAborted = true;
     m_isSuspended = false;
@@ -205,9 +208,12 @@ class ConfiguredTests final : public TarvexDiags::Diag::IDiagnostics {
                                                  settings.getTestRequestId());
     }
     if (const std::string raised = read(section, "Raises"); !raised.empty()) {
-      raise(settings,
-            raised == "error" ? DiagnosticEvent::ERROR_EVENT : DiagnosticEvent::WARNING_EVENT,
-            readNumber(section, read(section, "Raised").empty() ? "Event" : "Raised"));
+      const int code = readNumber(section, read(section, "Raised").empty() ? "Event" : "Raised");
+      for (int left = std::max(1, readNumber(section, "Repeats")); left > 0; --left) {
+        raise(settings,
+              raised == "error" ? DiagnosticEvent::ERROR_EVENT : DiagnosticEvent::WARNING_EVENT,
+              code, {"line " + std::to_string(left + 2)});
+      }
     }
     if (behaviour == "deaf") {
       std::this_thread::sleep_for(std::chrono::milliseconds(total));

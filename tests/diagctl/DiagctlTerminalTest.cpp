@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <regex>
 #include <set>
 #include <string>
 
 #include "tests/diagctl/Program.h"
 #include "tests/diagctl/Workplace.h"
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
@@ -58,6 +60,23 @@ TEST_F(DiagctlTerminal, q_aborts_all) {
   const Outcome outcome = program.finish();
   EXPECT_EQ(outcome.exitCode, 2);
   EXPECT_THAT(outcome.out, HasSubstr("2 aborted"));
+}
+
+// What was told fills the terminal, which nobody reads until the test was aborted.
+TEST_F(DiagctlTerminal, q_is_answered_before_a_flood_of_events_was_told) {
+  place.addPackage(
+      "FLOOD",
+      {{.name = "Floods", .milliseconds = 60'000, .more = "Raises=warning\nEvent=8\nRepeats=2000"}},
+      {{"Four", "bus/four"}});
+  Program program(arguments({"-p", "FLOOD", "--format", "jsonl"}), terminal);
+  ASSERT_TRUE(program.waitFor("  Floods on Four"));
+  program.type("q");
+  ASSERT_TRUE(TestSupport::eventually(
+      [this] { return std::filesystem::exists(place.packageFile("FLOOD") + ".aborted"); }));
+  const Outcome outcome = program.finish();
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_THAT(outcome.out, HasSubstr("line 3 is weak."));
+  EXPECT_LT(outcome.out.find("ending  Floods on Four"), outcome.out.find("line 3 is weak."));
 }
 
 TEST_F(DiagctlTerminal, a_aborts_one_and_the_others_go_on) {
