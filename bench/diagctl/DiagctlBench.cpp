@@ -85,6 +85,12 @@ class Process {
     return true;
   }
 
+  void type(char key) {
+    if (write(m_out, &key, 1) != 1) {
+      throw std::system_error(errno, std::generic_category(), "typing a key");
+    }
+  }
+
   /// @return the exit code, -1 for a signal.
   int finish() {
     std::string rest;
@@ -229,6 +235,85 @@ void WhileTestsRun(benchmark::State& state) {
     state.counters["grownMiB"] = first.residentMiB > 0 ? last.residentMiB - first.residentMiB : 0;
   }
 }
+/// Two loops a core that do nothing, at the priority of the processes in which tests run.
+class BusyLoops {
+ public:
+  BusyLoops() {
+    constexpr int niceness = 10;
+    for (long left = 2 * sysconf(_SC_NPROCESSORS_ONLN); left > 0; --left) {
+      const pid_t loop = fork();
+      if (loop == 0) {
+        static_cast<void>(nice(niceness));
+        for (volatile bool isOver = false; !isOver;) {
+        }
+        _exit(0);
+      }
+      m_loops.push_back(loop);
+    }
+  }
+  ~BusyLoops() {
+    for (const pid_t loop : m_loops) {
+      kill(loop, SIGKILL);
+      waitpid(loop, nullptr, 0);
+    }
+  }
+  BusyLoops(const BusyLoops&) = delete;
+  BusyLoops& operator=(const BusyLoops&) = delete;
+
+ private:
+  std::vector<pid_t> m_loops;
+};
+
+// Reads until a text has come. @return whether it has.
+bool await(Process& process, const std::string& text) {
+  std::string read;
+  while (read.find(text) == std::string::npos) {
+    if (!process.read(read, -1)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// Beside busy loops: from the key that ends a run to the display that says so, and to the end of
+/// the program (counter). Wanted: half a second.
+void KeyToAnswer(benchmark::State& state) {
+  const BusyLoops loops;
+  double untilEnd = 0;
+  for (auto _ : state) {
+    Process process(
+        diagctl({"run", "-p", "processor", "-t", "Integer arithmetic", "--passes", "100"}),
+        Process::Output::terminal);
+    if (!await(process, "Integer arithmetic on")) {
+      state.SkipWithError("no test has begun");
+      break;
+    }
+    const auto begin = Clock::now();
+    process.type('q');
+    if (!await(process, "ending")) {
+      state.SkipWithError("the key was not answered");
+      break;
+    }
+    state.SetIterationTime(secondsSince(begin));
+    process.finish();
+    untilEnd += secondsSince(begin);
+  }
+  state.counters["secondsToTheEnd"] =
+      benchmark::Counter(untilEnd, benchmark::Counter::kAvgIterations);
+}
+BENCHMARK(KeyToAnswer)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(10);
+
+/// Beside busy loops: the whole of a run that is to end after three seconds. Wanted: four.
+void TotalTimeOfThreeSeconds(benchmark::State& state) {
+  const BusyLoops loops;
+  for (auto _ : state) {
+    Process(diagctl({"run", "-p", "processor", "-p", "memory", "--total-time", "3"}),
+            Process::Output::terminal)
+        .finish();
+  }
+}
+BENCHMARK(TotalTimeOfThreeSeconds)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(5);
+
 BENCHMARK(WhileTestsRun)->ArgName("terminal")->Arg(0)->Arg(1)->Iterations(1)->UseRealTime();
 
 }  // namespace
