@@ -17,7 +17,9 @@ namespace TarvexDiags::Watching {
 /// Not thread-safe.
 class Merger {
  public:
-  explicit Merger(std::chrono::milliseconds window = std::chrono::seconds(2)) : m_window(window) {}
+  static constexpr std::chrono::milliseconds kWindow = std::chrono::seconds(2);
+
+  explicit Merger(std::chrono::milliseconds window = kWindow) : m_window(window) {}
 
   void take(Finding finding);
 

@@ -51,6 +51,19 @@ std::chrono::nanoseconds processorTime() {
   return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
+// Sensors and the disks' own logs ask the device, which may take its time.
+bool tellsAtOnce(SourceKind kind) {
+  switch (kind) {
+    case SourceKind::Sensors:
+    case SourceKind::Power:
+    case SourceKind::NvmeHealth:
+    case SourceKind::Pressure:
+      return false;
+    default:
+      return true;
+  }
+}
+
 }  // namespace
 
 class Watch::Work : private Collector {
@@ -59,8 +72,9 @@ class Watch::Work : private Collector {
       : m_settings(std::move(settings)),
         m_sink(sink),
         m_judge(m_settings.policy, m_settings.span),
-        m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!m_wake) {
+        m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        m_answer(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!m_wake || !m_answer) {
       throw std::system_error(errno, std::generic_category(), "eventfd");
     }
     m_settings.interval = std::max(m_settings.interval, milliseconds(10));
@@ -86,6 +100,25 @@ class Watch::Work : private Collector {
     opened.get_future().wait();
   }
 
+  bool look(milliseconds limit) {
+    if (!m_thread.joinable()) {
+      return false;
+    }
+    const unsigned int wanted = ++m_looksWanted;
+    eventfd_write(m_wake.get(), 1);
+    const SteadyTime until = std::chrono::steady_clock::now() + limit;
+    while (m_looksDone < wanted) {
+      const auto left = std::chrono::ceil<milliseconds>(until - std::chrono::steady_clock::now());
+      if (left.count() <= 0) {
+        return false;
+      }
+      pollfd answer{m_answer.get(), POLLIN, 0};
+      poll(&answer, 1, static_cast<int>(left.count()));
+      drain(m_answer);
+    }
+    return true;
+  }
+
   void stop() {
     if (m_thread.joinable()) {
       m_isStopped = true;
@@ -107,6 +140,8 @@ class Watch::Work : private Collector {
     opened.set_value();
     while (!m_isStopped) {
       waitForWork();
+      drain(m_wake);
+      serveLook();
       lookAtDue();
       tell(m_merger.due(std::chrono::system_clock::now()));
     }
@@ -115,6 +150,27 @@ class Watch::Work : private Collector {
     }
     tell(m_merger.rest());
     m_watched.clear();
+  }
+
+  static void drain(const PackageKit::UniqueDescriptor& event) {
+    eventfd_t ignored = 0;
+    eventfd_read(event.get(), &ignored);
+  }
+
+  // Whoever waits for it is about to judge a test.
+  void serveLook() {
+    const unsigned int wanted = m_looksWanted;
+    if (wanted == m_looksDone) {
+      return;
+    }
+    for (Watched& watched : m_watched) {
+      if (tellsAtOnce(watched.source->kind())) {
+        watched.source->look(std::chrono::system_clock::now(), *this);
+      }
+    }
+    tell(m_merger.due(std::chrono::system_clock::now() + Merger::kWindow));
+    m_looksDone = wanted;
+    eventfd_write(m_answer.get(), 1);
   }
 
   void open() {
@@ -200,9 +256,12 @@ class Watch::Work : private Collector {
   Judge m_judge;
   Merger m_merger;
   PackageKit::UniqueDescriptor m_wake;
+  PackageKit::UniqueDescriptor m_answer;  ///< to whoever waits for a look
   std::vector<Watched> m_watched;
   std::set<int> m_readable;
   std::map<std::string, Moment> m_lastSamples;
+  std::atomic<unsigned int> m_looksWanted{0};
+  std::atomic<unsigned int> m_looksDone{0};
   std::atomic<bool> m_isStopped{false};
   std::thread m_thread;
 };
@@ -219,6 +278,10 @@ Watch::~Watch() {
 
 void Watch::start() {
   m_work->start();
+}
+
+bool Watch::look(std::chrono::milliseconds limit) {
+  return m_work->look(limit);
 }
 
 void Watch::stop() {

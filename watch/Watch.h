@@ -58,6 +58,12 @@ class Watch {
   /// std::system_error when there is no thread to be had. At most once.
   void start();
 
+  /// @brief Looks at the counters and the logs at once, and tells what they show without waiting
+  /// for other sources to tell of the same. Sensors and disks' own logs wait for their turn.
+  /// @param limit how long to wait for it: a device that is dying may hold the kernel up
+  /// @return whether all was told; false at the limit, or when the watch is not under way
+  bool look(std::chrono::milliseconds limit);
+
   /// @brief Looks once more, tells what is left, and ends. Does nothing when it has ended.
   void stop();
 

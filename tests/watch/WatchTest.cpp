@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -72,6 +73,7 @@ class ScriptedSource : public Source {
     std::optional<std::string> absence;
     std::string sensor;
     int descriptor = -1;
+    std::shared_future<void> obstacle;  ///< in the way of each look
     milliseconds interval{10};
   };
 
@@ -83,6 +85,9 @@ class ScriptedSource : public Source {
   int descriptor() const override { return m_script.descriptor; }
   void look(Moment now, Collector& collector) override {
     ++m_script.looks;
+    if (m_script.obstacle.valid()) {
+      m_script.obstacle.wait();
+    }
     for (int count = m_script.toFind.exchange(0); count > 0; --count) {
       Finding finding{.time = now, .source = kind(), .kind = Kind::DiskMedium};
       finding.device = "block:sda";
@@ -135,6 +140,37 @@ TEST(WatchTest, looks_once_more_at_its_end_and_tells_what_is_left) {
   EXPECT_THAT(sink.findings, SizeIs(1));
   watch.stop();
   EXPECT_EQ(script.looks, 1);
+}
+
+TEST(WatchTest, looks_at_once_when_it_is_asked_to_and_tells_what_it_sees) {
+  ScriptedSource::Script script;
+  script.interval = seconds(3600);
+  RecordingSink sink;
+  Watch watch(one(script), quick(), sink);
+  EXPECT_FALSE(watch.look(seconds(60)));
+  watch.start();
+  script.toFind = 2;
+  EXPECT_TRUE(watch.look(seconds(60)));
+  ASSERT_THAT(sink.findings, SizeIs(1));
+  EXPECT_EQ(sink.findings.front().count, 2U);
+  EXPECT_TRUE(watch.look(seconds(60)));
+  EXPECT_EQ(script.looks, 2);
+  watch.stop();
+  EXPECT_THAT(sink.findings, SizeIs(1));
+}
+
+TEST(WatchTest, gives_a_look_up_at_its_limit) {
+  ScriptedSource::Script script;
+  script.interval = seconds(3600);
+  std::promise<void> release;
+  script.obstacle = release.get_future().share();
+  RecordingSink sink;
+  Watch watch(one(script), quick(), sink);
+  watch.start();
+  EXPECT_FALSE(watch.look(milliseconds(5)));
+  release.set_value();
+  EXPECT_TRUE(watch.look(seconds(60)));
+  watch.stop();
 }
 
 TEST(WatchTest, looks_when_a_descriptor_says_so) {
