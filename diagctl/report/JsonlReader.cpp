@@ -136,12 +136,12 @@ std::string reasonOf(const Json::exception& failure) {
   return tr("a value is of another kind than it should be");
 }
 
-int passesOf(const std::string& text) {
+int passesOf(const std::string& text, int least = 1) {
   int passes = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, passes);
-  if (error != std::errc() || stop != end || passes < 1 || passes > kMostPasses) {
-    throw FormatFailure(tr("'{}' is not between 1 and {}", text, kMostPasses));
+  if (error != std::errc() || stop != end || passes < least || passes > kMostPasses) {
+    throw FormatFailure(tr("'{}' is not between {} and {}", text, least, kMostPasses));
   }
   return passes;
 }
@@ -366,7 +366,7 @@ class RunParser {
   void takeExtension(const std::string& stepId, const Json& extension) {
     const std::string name = textOf(extension, "name");
     if (name == "pass") {
-      m_pass = passesOf(extension.at("content").value("number", Json(1)).dump());
+      m_pass = passesOf(extension.at("content").value("number", Json(1)).dump(), 0);
       return;
     }
     const auto open = m_open.find(stepId);

@@ -81,7 +81,7 @@ struct StepMeasurement {
   std::string hardwareId;
 };
 
-/// The package's judgement on one pass.
+/// The package's judgement on one pass, or what the machine showed while the test ran.
 struct StepDiagnosis {
   std::string stepId;
   Verdict verdict = Verdict::Unknown;
@@ -89,7 +89,7 @@ struct StepDiagnosis {
   std::string message;
   std::string action;
   std::string hardwareId;
-  int pass = 1;
+  int pass = 1;  ///< 0: of no pass
 };
 
 /// Trouble of the tool: no fault of the hardware, and no doubt of one that was found before.

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 #include "diagctl/report/TestDuration.h"
@@ -102,6 +101,7 @@ struct IntoStep {
   }
   void operator()(const StepDiagnosis& diagnosis) const {
     ++step.verdicts[diagnosis.verdict];
+    step.passesJudged += diagnosis.pass > 0 ? 1 : 0;
     const bool isFirstFailure =
         diagnosis.verdict == Verdict::Fail && step.verdicts[Verdict::Fail] == 1;
     if (isFirstFailure || (diagnosis.verdict != Verdict::Pass && step.symptom.empty())) {
@@ -194,11 +194,6 @@ std::optional<std::size_t> BoundedTexts::placeOf(const std::string& text) const 
 
 std::string moreOf(const BoundedTexts& texts) {
   return tr("and {} more", texts.omitted());
-}
-
-int StepRecord::passes() const {
-  return std::accumulate(verdicts.begin(), verdicts.end(), 0,
-                         [](int sum, const auto& entry) { return sum + entry.second; });
 }
 
 // Errors are judged before they get here: what they came to is a diagnosis or trouble.

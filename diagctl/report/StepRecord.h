@@ -69,14 +69,15 @@ struct StepRecord {
   std::string news;                 ///< what was told last that is no finding
   std::string symptom;              ///< of the first failure, or else of the first trouble
   std::string seed;                 ///< of the pass of the first finding, or else of the last pass
-  std::map<Verdict, int> verdicts;  ///< how many passes were judged so
-  std::size_t troubles = 0;         ///< of the tool
-  std::size_t warnings = 0;         ///< that were told
+  std::map<Verdict, int> verdicts;  ///< how often it was judged so
+  int passesJudged = 0;
+  std::size_t troubles = 0;  ///< of the tool
+  std::size_t warnings = 0;  ///< that were told
   std::optional<StepEnded> ended;
   std::size_t place = 0;  ///< among the steps of the run, from 1; 0: it has not begun
   std::size_t size = 0;   ///< about how many bytes the record takes
 
-  int passes() const;
+  int passes() const { return passesJudged; }
   bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
   bool hasEnded() const { return ended.has_value(); }
   bool isAborted() const { return hasEnded() && ended->isAborted; }

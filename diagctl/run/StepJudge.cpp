@@ -214,9 +214,7 @@ Contract::Ending StepJudge::ending() const {
   if (isAborted()) {
     return Contract::Ending::Aborted;
   }
-  const auto& verdicts = record()->verdicts;
-  const bool hasPassed =
-      verdicts.contains(Verdict::Pass) && record()->passes() == m_results && verdicts.size() == 1;
+  const bool hasPassed = m_results > 0 && m_passed == m_results;
   return hasPassed && record()->troubles == 0 ? Contract::Ending::Passed : Contract::Ending::Broken;
 }
 
@@ -226,6 +224,7 @@ void StepJudge::take(const Diag::DiagnosticResult& result) {
                           ++m_results};
   const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
   if (verdict == Diag::DiagnosticResult::PASSED) {
+    ++m_passed;
     m_stream.tell(diagnosis);
     return;
   }

@@ -55,6 +55,8 @@ class StepJudge {
 
   /// Whether a computing test has crashed.
   bool hasCrashed() const { return !m_crashes.empty(); }
+  /// Whether it was told that the device has vanished.
+  bool hasVanished() const { return m_hasVanished; }
   /// Whether the step's verdict depends on what becomes of its crash when the test is repeated.
   bool awaitsTrial() const {
     return hasCrashed() && !isAborted() && !m_fault && !record()->hasFailed();
@@ -105,6 +107,7 @@ class StepJudge {
   Cut m_cut = Cut::None;
   SkipKind m_skip = SkipKind::NotPossible;
   int m_results = 0;
+  int m_passed = 0;                ///< of those
   Finding m_lastFinding;           ///< of the present pass
   std::optional<Finding> m_fault;  ///< the last error event of the package
   bool m_hasVanished = false;      ///< the device, which was told
