@@ -76,7 +76,11 @@ std::optional<ConfigurationText> ConfigurationText::read(const std::string& path
   if (!content) {
     return std::nullopt;
   }
-  std::istringstream file(*content);
+  return parse(*content);
+}
+
+ConfigurationText ConfigurationText::parse(const std::string& content) {
+  std::istringstream file(content);
   ConfigurationText text;
   int number = 0;
   for (std::string line; std::getline(file, line);) {

@@ -29,6 +29,9 @@ class ConfigurationText {
   /// @param reason is told when there is nothing, for people.
   static std::optional<ConfigurationText> read(const std::string& path, std::string& reason);
 
+  /// The same for a text that is there already.
+  static ConfigurationText parse(const std::string& content);
+
   bool hasSection(const std::string& section) const { return m_sections.contains(section); }
   /// The value of a key; nothing where the library takes it for missing: absent, empty, too long.
   std::optional<std::string> value(const std::string& section, const std::string& key) const;

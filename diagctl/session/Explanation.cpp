@@ -17,6 +17,7 @@
 #include "diagctl/session/CodeTable.h"
 #include "diagctl/session/ConfigurationText.h"
 #include "diagctl/session/TextArchive.h"
+#include "diagctl/session/WatchTexts.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Texts.h"
@@ -32,6 +33,7 @@ constexpr const char* kController = "controller";
 constexpr const char* kKit = "kit";
 constexpr const char* kExit = "exit";
 constexpr const char* kWord = "word";
+constexpr const char* kWatch = "watch";
 
 /// What was asked: a name or a number, of one family or of any.
 struct Question {
@@ -177,6 +179,20 @@ void addPackages(const Question& question, const std::vector<std::string>& direc
   }
 }
 
+// ---- Findings of the watch over the machine
+
+void addWatch(const Question& question, const std::string& language,
+              std::vector<Explanation>& found) {
+  const WatchTexts texts(language);
+  for (const std::string& token : WatchTexts::tokens()) {
+    if (!question.number && question.namesToken(token)) {
+      found.push_back({kWatch, WatchTexts::nameOf(token), std::nullopt, std::nullopt,
+                       tr("finding of the watch"), texts.text(token, {"..."}),
+                       texts.text(Contract::toActionToken(token))});
+    }
+  }
+}
+
 // ---- Words of reports
 
 struct Word {
@@ -275,6 +291,9 @@ std::vector<Explanation> explanationsOf(const std::string& asked,
     addController(question, found);
   }
   addPackages(question, directories, language, found);
+  if (question.isAbout(kWatch)) {
+    addWatch(question, language, found);
+  }
   if (question.isAbout(kExit)) {
     addExits(question, found);
   }

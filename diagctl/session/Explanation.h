@@ -8,7 +8,7 @@ namespace TarvexDiags::FrontEnd {
 
 /// What a word or a number of a report means.
 struct Explanation {
-  /// "controller", "kit", "exit", "word", or the base name of a package.
+  /// "controller", "kit", "watch", "exit", "word", or the base name of a package.
   std::string family;
   std::string name;                          ///< "LOAD_LIBRARY_FAILED", "PASSED"
   std::optional<unsigned int> resultNumber;  ///< as the result of a call
