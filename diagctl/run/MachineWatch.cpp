@@ -1,6 +1,7 @@
 #include "diagctl/run/MachineWatch.h"
 
 #include <cstddef>
+#include <utility>
 #include <vector>
 
 #include "diagctl/terminal/Translation.h"
@@ -10,7 +11,6 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* kStep = "machine-watch";
 constexpr const char* kUnknown = "?";
 
 // Parameters behind what the event is about.
@@ -49,18 +49,23 @@ void MachineWatch::take(const Diag::DiagnosticEvent& event) {
   }
   const std::string action =
       tr("Replace the memory module; the system's log may tell which one it is.");
-  if (m_hasBegun) {
+  begin();
+  if (std::exchange(m_isPoisoned, true)) {
     m_tell(StepMessage{kStep, Severity::Error, describe(event), action});
     return;
   }
-  m_hasBegun = true;
-  m_tell(StepStarted{kStep, "diagctl", tr("this machine"), tr("Machine watch"), "", 1});
   m_tell(StepDiagnosis{kStep, Verdict::Fail, "memory-poisoned", describe(event), action, "", 1});
 }
 
-void MachineWatch::end() {
+void MachineWatch::begin() {
+  if (!std::exchange(m_hasBegun, true)) {
+    m_tell(StepStarted{kStep, "diagctl", tr("this machine"), tr("Machine watch"), "", 1});
+  }
+}
+
+void MachineWatch::end(RunStatus status) {
   if (m_hasBegun) {
-    m_tell(StepEnded{kStep, RunStatus::Complete});
+    m_tell(StepEnded{kStep, status});
   }
 }
 

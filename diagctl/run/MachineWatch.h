@@ -14,18 +14,25 @@ namespace TarvexDiags::FrontEnd {
 /// hardware has one.
 class MachineWatch {
  public:
+  /// The step.
+  static constexpr const char* kStep = "machine-watch";
+
   /// @param tell tells and records.
   explicit MachineWatch(std::function<void(RunEventBody)> tell) : m_tell(std::move(tell)) {}
 
   /// Takes an event of any test; most do not concern the machine.
   void take(const Diag::DiagnosticEvent& event);
 
+  /// Tells the beginning of the step, unless it was told. Whoever tells in it does so first.
+  void begin();
+
   /// Tells the end, if there was a beginning. Nothing follows.
-  void end();
+  void end(RunStatus status = RunStatus::Complete);
 
  private:
   std::function<void(RunEventBody)> m_tell;
   bool m_hasBegun = false;
+  bool m_isPoisoned = false;  ///< the memory, which was told
 };
 
 }  // namespace TarvexDiags::FrontEnd

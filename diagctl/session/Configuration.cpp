@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -31,6 +32,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kSettings = "Settings";
+constexpr const char* kWatch = "Watch";
+constexpr std::string_view kWatchPrefix = "watch.";
 
 fs::path fromEnvironment(const char* variable, const char* belowHome) {
   const char* value = std::getenv(variable);
@@ -133,6 +136,9 @@ std::vector<SettingOverride> overridesOf(const std::string& controlFile,
   std::vector<SettingOverride> overrides;
   if (const auto text = ConfigurationText::read(controlFile)) {
     for (const auto& [key, value] : text->keys(kSettings)) {
+      if (key.starts_with(kWatchPrefix)) {
+        continue;
+      }
       try {
         overrides.push_back(parseOverride(fmt::format("{}={}", key, value)));
       } catch (const std::invalid_argument& fault) {
@@ -202,7 +208,18 @@ std::vector<std::string> Configuration::packageDirectories() const {
   return m_directories.empty() ? directoriesIn(packageDirectoryOf(m_path)) : m_directories;
 }
 
-Configuration Configuration::compose(Configuration base, const Wishes& wishes) {
+Configuration Configuration::compose(Configuration base, const Wishes& asked) {
+  Wishes wishes = asked;
+  std::erase_if(wishes.settings, [&](const std::string& setting) {
+    const bool isOfWatch = setting.starts_with(kWatchPrefix);
+    if (isOfWatch && setting.find('=') == std::string::npos) {
+      throw std::invalid_argument(tr("'{}' is not watch.KEY=VALUE", setting));
+    }
+    if (isOfWatch) {
+      base.m_watchSettings.push_back(setting.substr(kWatchPrefix.size()));
+    }
+    return isOfWatch;
+  });
   const std::vector<std::string> directories = wishes.packageDirectories.empty()
                                                    ? directoriesIn(packageDirectoryOf(base.m_path))
                                                    : wishes.packageDirectories;
@@ -301,6 +318,25 @@ std::string Configuration::sourceOf(const std::string& place, const std::string&
     }
   }
   return written;
+}
+
+std::vector<Configuration::WatchSetting> Configuration::watchSettings() const {
+  std::vector<WatchSetting> settings;
+  if (const auto text = ConfigurationText::read(m_path)) {
+    for (const auto& [key, value] : text->keys(kWatch)) {
+      settings.push_back({kWatch, key, value});
+    }
+    for (const auto& [key, value] : text->keys(kSettings)) {
+      if (key.starts_with(kWatchPrefix)) {
+        settings.push_back({kSettings, key.substr(kWatchPrefix.size()), value});
+      }
+    }
+  }
+  for (const std::string& setting : m_watchSettings) {
+    const std::size_t equals = setting.find('=');
+    settings.push_back({"", setting.substr(0, equals), setting.substr(equals + 1)});
+  }
+  return settings;
 }
 
 std::string Configuration::origin() const {

@@ -46,7 +46,8 @@ class Configuration {
   /// What is asked for beside the control file.
   struct Wishes {
     std::vector<std::string> packageDirectories = {};  ///< instead of its own; empty: those
-    std::vector<std::string> settings = {};            ///< "PACKAGE.KEY=VALUE"
+    /// "PACKAGE.KEY=VALUE"; those of "watch" are of the watch over the machine.
+    std::vector<std::string> settings = {};
     bool mustBeSecure = false;  ///< refuse what others than root could change, before it is read
   };
 
@@ -63,6 +64,15 @@ class Configuration {
   /// The directories of packages, and the files of settings over their descriptions.
   std::vector<std::string> packageDirectories() const;
   const std::vector<std::string>& overlays() const { return m_overlays; }
+  /// A setting of the watch over the machine.
+  struct WatchSetting {
+    std::string section;  ///< of the control file; empty: asked for beside it
+    std::string key;
+    std::string value;
+  };
+  /// Those of the control file, its section Watch first, then those that were asked for.
+  std::vector<WatchSetting> watchSettings() const;
+
   bool isEmbedded() const { return m_isEmbedded; }
   /// The control file before it was composed.
   const std::string& source() const { return m_origin.empty() ? m_path : m_origin; }
@@ -85,6 +95,7 @@ class Configuration {
   std::string m_origin;  ///< the control file that was composed
   std::vector<std::string> m_directories;
   std::vector<std::string> m_overlays;
+  std::vector<std::string> m_watchSettings;  ///< that were asked for
   std::optional<RunFolder> m_folder;
 };
 
