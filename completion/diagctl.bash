@@ -8,7 +8,8 @@ _diagctl_options() {
   case $1 in
     run)
       echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error --fail-fast" \
-        "--serial --parallel --mode --allow-disruptive --debug-worker --expect-devices --dry-run --seed" "-q --quiet"
+        "--serial --parallel --mode --allow-disruptive --debug-worker --expect-devices --dry-run --seed" "-q --quiet" \
+        "--watch --watch-interval --settle --watch-ce-interval"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting" ;;
@@ -33,6 +34,7 @@ _diagctl_values() {
       esac
       ;;
     --exit-style) values="plain nagios npd" ;;
+    --watch) values="off all edac mce aer kmsg throttle hwmon power disk nvme net psi" ;;
     --vanished) values="trouble failure" ;;
     --fail-on-skip=) values="any privilege" ;;
     --lang) values="en de fr es zh ja" ;;
@@ -102,7 +104,7 @@ _diagctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --profile | --mode | --format | --exit-style | --vanished | --fail-on-skip= | --lang | -p | --package | \
+    --profile | --mode | --format | --exit-style | --vanished | --watch | --fail-on-skip= | --lang | -p | --package | \
       --exclude-package | -d | --device | --exclude-device | -t | --test | --exclude-test | --set)
       [[ $previous != --set ]] || compopt -o nospace 2>/dev/null
       _diagctl_offer "$current" < <(_diagctl_values "$previous" "$verb")

@@ -11,6 +11,7 @@
 
 #include "diagctl/check/OverlayCheck.h"
 #include "diagctl/command/JsonAnswers.h"
+#include "diagctl/command/WatchOptions.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
@@ -73,6 +74,7 @@ int carryOutCheck(Printer& out, const Configuration& configuration, const std::s
                   bool checksPermissions, bool isForPrograms) {
   const std::string& controlFile = configuration.path();
   std::vector<Problem> problems = checkControlFile(controlFile);
+  append(problems, checkWatch(configuration));
   std::string packages;
   if (const auto text = ConfigurationText::read(controlFile)) {
     packages = text->value("GlobalSettings", "PackDirPath").value_or("");

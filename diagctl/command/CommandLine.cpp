@@ -201,6 +201,7 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   addLimits(command, options);
   addPackages(command, options.wishes);
   addConduct(command, options);
+  addWatching(command, options.watch);
   OptionGroup::Choices<std::string> formats = formatChoices();
   formats.emplace_back(kJsonFormat, kJsonFormat);  // of what would run
   addReporting(command, options.reporting, formats);
@@ -347,6 +348,7 @@ class CommandLine {
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
       requireFitting();
+      requireSound(m_run.watch);
       requireSound(findFault(m_report.reporting.outputs, m_report.log == "-" ? "" : m_report.log));
       return arguments.verb->carryOut();
     } catch (const UsageFault& fault) {
@@ -367,6 +369,12 @@ class CommandLine {
     if (!fault.empty()) {
       throw UsageFault("--output: " + fault);
     }
+  }
+
+  // What the control file says beside is known later.
+  static void requireSound(const WatchOptions& options) {
+    WatchWishes ignored;
+    apply(options, ignored);
   }
 
   void requireFitting() const {

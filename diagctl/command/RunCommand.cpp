@@ -9,6 +9,7 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 
@@ -20,6 +21,7 @@
 #include "diagctl/report/Progress.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/run/Machine.h"
+#include "diagctl/run/PollInterval.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
@@ -311,9 +313,24 @@ std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
   return mode == DiagCtrl::GlobalSettings::SERIAL ? 1 : devices.size();
 }
 
+// Before there are threads, and until there are none.
+std::unique_ptr<PollInterval> changePollInterval(const WatchWishes& watch) {
+  if (!watch.correctedErrorInterval) {
+    return nullptr;
+  }
+  auto interval = std::make_unique<PollInterval>(Watching::SystemFiles(watch.root),
+                                                 *watch.correctedErrorInterval);
+  if (!interval->problem().empty()) {
+    standardError().print("diagctl: --watch-ce-interval: {}\n", interval->problem());
+  }
+  return interval;
+}
+
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Configuration configuration =
       openConfiguration(options.config, options.wishes, !options.allowsInsecure && mustBeSecure());
+  const WatchWishes watch = watchWishesOf(configuration, options.watch);
+  const auto interval = options.isDryRun ? nullptr : changePollInterval(watch);
   const auto opened = openSession(configuration, options.language, settingsOf(options));
   Session& session = *opened;
   const Catalogue& catalogue = session.catalogue();
@@ -340,6 +357,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
         "call is refused to them\n");
   }
   RunOptions runOptions = options.run;
+  runOptions.watch = watch;
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
   plan.offered = offeredPairs(catalogue, patterns);

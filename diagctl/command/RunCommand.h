@@ -6,6 +6,7 @@
 #include "DiagCtrl/GlobalSettings.h"
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/command/Reporting.h"
+#include "diagctl/command/WatchOptions.h"
 #include "diagctl/run/RunPlan.h"
 #include "diagctl/session/Selection.h"
 
@@ -27,6 +28,7 @@ struct RunCommandOptions {
   bool isQuiet = false;
   bool allowsInsecure = false;
   bool allowsDisruptive = false;
+  WatchOptions watch;
 };
 
 /// The verb run. @return the exit code.

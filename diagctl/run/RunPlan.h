@@ -8,6 +8,7 @@
 
 #include "Diag/DiagnosticSettings.h"
 #include "diagctl/report/Vanished.h"
+#include "diagctl/run/WatchWishes.h"
 #include "diagctl/session/Selection.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -27,6 +28,7 @@ struct RunOptions {
   bool debugsWorkers = false;  ///< a debugger may read the workers
   std::optional<std::uint64_t> seed;
   VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
+  WatchWishes watch;
 };
 
 /// One request: a test on a device.

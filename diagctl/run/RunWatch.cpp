@@ -179,11 +179,13 @@ void RunWatch::collect() {
   }
 }
 
-void RunWatch::finish() {
+void RunWatch::finish(bool mayWait) {
   if (m_watch == nullptr) {
     return;
   }
-  settle();
+  if (mayWait) {
+    settle();
+  }
   m_watch->stop();
   collect();
   for (const auto& [stepId, findings] : std::exchange(m_vanishing, {})) {

@@ -49,9 +49,10 @@ class RunWatch {
   void end(const std::string& stepId, bool hasVanished);
   /// Tells what has come.
   void collect();
-  /// Tells all that is left. Where the machine tells some errors late, waits for them, but no
-  /// longer than the tests have taken.
-  void finish();
+  /// Tells all that is left.
+  /// @param mayWait where the machine tells some errors late, for these, but no longer than the
+  ///   tests have taken.
+  void finish(bool mayWait);
 
  private:
   class Inbox;

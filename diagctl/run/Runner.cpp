@@ -81,7 +81,9 @@ Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& re
       m_parameters(parametersOf(plan.options)),
       m_watch(session.controller()),
       m_control(session.controller(), requests, std::move(onEnding)),
-      m_machineWatch([this](RunEventBody body) { tell(std::move(body)); }) {}
+      m_machineWatch([this](RunEventBody body) { tell(std::move(body)); }),
+      m_runWatch(plan.options.watch, session.texts().language(), m_record, m_machineWatch,
+                 plan.options.vanished, [this](RunEventBody body) { tell(std::move(body)); }) {}
 
 Runner::~Runner() = default;
 
@@ -93,16 +95,27 @@ const RunRecord& Runner::run(const RunStarted& start) {
     tell(RunTrouble{"package-not-loaded", warning});
   }
   tellMissingDevices();
+  if (!m_plan.requests.empty()) {
+    m_runWatch.start();
+  }
   m_control.start(m_plan.options.totalSeconds);
   queueAll();
   waitForAll();
   tryCrashes();
   waitForAll();
   m_collector.reset();
-  m_machineWatch.end();
+  endMachineWatch();
   tellSkipped();
   tell(endOf(verdictOf(summaryOf(m_record), m_record.troubleCount())));
   return m_record;
+}
+
+// Who ends a run before its time does not wait for what is told late.
+void Runner::endMachineWatch() {
+  m_runWatch.finish(!m_control.isEnding());
+  const StepRecord* const step = m_record.find(MachineWatch::kStep);
+  m_machineWatch.end(step != nullptr && step->troubles > 0 ? RunStatus::Error
+                                                           : RunStatus::Complete);
 }
 
 void Runner::waitForAll() {
@@ -122,11 +135,13 @@ bool Runner::isLeft() const {
 }
 
 void Runner::endAfterFailure() {
+  const StepRecord* const machine = m_record.find(MachineWatch::kStep);
   const bool hasFailed =
       m_plan.options.failFast && !m_control.isEnding() && isLeft() &&
-      std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) {
-        return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Failed;
-      });
+      ((machine != nullptr && machine->hasFailed()) ||
+       std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) {
+         return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Failed;
+       }));
   if (hasFailed) {
     m_control.end(Ending::Failed);
     takeAborts();
@@ -378,6 +393,7 @@ void Runner::collect() {
   takeAborts();  // behind the messages: what one of them follows from is known then
   tellMail();
   collectProgress();
+  m_runWatch.collect();
   for (Step* step : over) {
     if (!step->isOver) {
       end(*step);
@@ -454,8 +470,16 @@ void Runner::tellProgress(Step& step, unsigned int percent, const RequestWatch::
                     m_control.isSuspended(step.requestId)});
 }
 
+// What the machine shows on the device that a crash is compared with is none of the crashed one.
+std::string Runner::idForWatch(const Step& step) {
+  const bool isElsewhere =
+      step.repetition != nullptr && step.repetition->place == CrashTrial::Place::Elsewhere;
+  return isElsewhere ? idElsewhere(step.judge) : step.judge.id();
+}
+
 void Runner::prepareBegin(const Step& step) {
   endJudgedSteps(step);
+  m_runWatch.begin(idForWatch(step), step.planned.pair);
   m_changedAt = Clock::now();
 }
 
@@ -483,6 +507,7 @@ void Runner::end(Step& step) {
   m_changedAt = Clock::now();
   step.isOver = true;
   m_control.remove(step.requestId);
+  m_runWatch.end(idForWatch(step), step.judge.hasVanished());
   if (step.repetition != nullptr) {
     endRepetition(step);
   } else if (step.judge.awaitsTrial()) {

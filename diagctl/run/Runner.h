@@ -16,6 +16,7 @@
 #include "diagctl/run/RequestControl.h"
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/run/RunPlan.h"
+#include "diagctl/run/RunWatch.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/Session.h"
 
@@ -65,6 +66,7 @@ class Runner {
   void waitForAll();
   bool isLeft() const;
   void endAfterFailure();
+  void endMachineWatch();
   void tellEnding();
   void takeAborts();
   void stopTrialOf(unsigned long number);
@@ -72,6 +74,7 @@ class Runner {
   void tellMail();
   void tellControllerEvents(const Mail& mail);
   void tellMessages(Mail& mail, const std::function<bool(const Step&)>& isMeant);
+  static std::string idForWatch(const Step& step);
   void prepareBegin(const Step& step);
   void endJudgedSteps(const Step& beginning);
   void collectProgress();
@@ -91,6 +94,7 @@ class Runner {
   RequestControl m_control;
   MachineWatch m_machineWatch;
   RunRecord m_record;
+  RunWatch m_runWatch;
   std::deque<Step> m_steps;  ///< those of the plan, then the repetitions; none ever moves
   std::map<unsigned int, Step*> m_stepByRequest;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last

@@ -1,14 +1,24 @@
-// The built program with poisoned memory under a test of something else: the test has no verdict,
-// and the memory has failed.
+// The built program and what the machine shows while a test runs: poisoned memory under a test of
+// something else, and what kernel and sensors say, on a machine of files.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/ReportedRun.h"
+#include "tests/diagctl/Reports.h"
+#include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
@@ -63,6 +73,230 @@ TEST_F(MachineWatch, tells_nothing_where_the_machine_shows_no_fault) {
       reportedRun(withControlFile({"run", "-t", "Segmentation fault", "-d", "Unit 0"}));
   EXPECT_EQ(run.exitCode(), kNoVerdict);
   EXPECT_THAT(run.steps(), Not(::testing::Contains(m_step)));
+}
+
+/// A run on a machine of files, with a test that goes on until it is let go.
+class WatchedRun : public Diagctl {
+ protected:
+  WatchedRun() {
+    place.addPackage("HELD", {{.name = "Walking ones", .behaviour = "held"}},
+                     {{"Node 0", "bus/node0"}});
+    place.write(place.controlFile(), contentsOf(place.controlFile()) +
+                                         "\n[Watch]\nInterval=10ms\nRoot=" + m_machine.path() +
+                                         "\n");
+    m_machine.has(kModule + "dimm_label", "DIMM_A1\n");
+    correct(7);
+    m_machine.has(kModule + "dimm_ue_count", "0\n");
+  }
+
+  void correct(int errors) {
+    m_machine.has(kModule + "dimm_ce_count", std::to_string(errors) + "\n");
+  }
+  std::string logPath() const { return m_machine.path() + "/dev/kmsg"; }
+  void addKernelLog() {
+    m_machine.has("dev/null", "");
+    ASSERT_EQ(mkfifo(logPath().c_str(), 0600), 0);
+  }
+  /// Writes a record, which nobody may be there to read.
+  void log(const std::string& record) {
+    const int file = open(logPath().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(file, 0);
+    EXPECT_EQ(write(file, record.data(), record.size()), static_cast<ssize_t>(record.size()));
+    close(file);
+  }
+
+  /// Begins a run, and returns while its test goes on.
+  ReportedProgram& begin(std::vector<std::string> options = {"--watch=all"}) {
+    options.insert(options.begin(), "run");
+    m_run = std::make_unique<ReportedProgram>(withControlFile(options));
+    EXPECT_TRUE(m_run->waitForLog("testStepStart"));
+    return *m_run;
+  }
+  ReportedRun finish() {
+    place.write(place.packageFile("HELD") + ".go", "");
+    ReportedRun run = m_run->finish();
+    EXPECT_THAT(run.faultsOfLog(), IsEmpty());
+    return run;
+  }
+  bool becomes(const std::string& file, const std::string& word) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (m_machine.files().word(file) != word) {
+      if (std::chrono::steady_clock::now() > end) {
+        return false;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+  }
+
+  const std::string kModule = "sys/devices/system/edac/mc/mc0/dimm0/";
+  const std::string kInterval = "sys/devices/system/machinecheck/machinecheck0/check_interval";
+  const std::string m_test = "Package HELD: Walking ones on Node 0";
+  const std::string m_step = "diagctl: Machine watch on this machine";
+  Tests::FakeMachine m_machine;
+  std::unique_ptr<ReportedProgram> m_run;
+};
+
+TEST_F(WatchedRun, warns_of_corrected_errors_in_the_test_that_ran_on_the_memory) {
+  begin();
+  correct(10);
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.steps(), ElementsAre(m_test));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("WARNING"));
+  EXPECT_THAT(
+      run.formatsWithout(m_test, "Memory module DIMM_A1 corrected 3 errors during Walking ones."),
+      IsEmpty());
+  EXPECT_THAT(run.formatsWithout(m_test, "Replace the module if it goes on."), IsEmpty());
+}
+
+TEST_F(WatchedRun, fails_the_test_for_errors_that_cannot_be_corrected) {
+  begin();
+  m_machine.has(kModule + "dimm_ue_count", "1\n");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
+  EXPECT_THAT(run.steps(), ElementsAre(m_test));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("FAILED"));
+  EXPECT_THAT(run.symptomsOf(m_test), ElementsAre("memory-uncorrected"));
+}
+
+TEST_F(WatchedRun, judges_by_the_policy_that_is_asked_for) {
+  begin({"--watch=edac", "--set", "watch.memory-corrected.failure-count=2"});
+  correct(9);
+  EXPECT_EQ(finish().exitCode(), kHardwareFailure);
+  m_machine.has("dev/null", "");
+  std::filesystem::remove(place.packageFile("HELD") + ".go");
+  begin({"--watch=edac", "--set", "watch.memory-corrected=trouble"});
+  correct(10);
+  EXPECT_EQ(finish().exitCode(), kNoVerdict);
+}
+
+TEST_F(WatchedRun, tells_what_no_test_ran_on_in_a_step_of_the_machine) {
+  addKernelLog();
+  begin();
+  log("3,1,1,-;critical medium error, dev sdb, sector 4660 op 0x0:(READ)\n");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
+  EXPECT_THAT(run.steps(), UnorderedElementsAre(m_test, m_step));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("FAILED"));
+  EXPECT_THAT(run.formatsWithout(m_step, "The medium of disk sdb had errors during this run"),
+              IsEmpty());
+}
+
+TEST_F(WatchedRun, believes_nobody_but_the_kernel) {
+  addKernelLog();
+  begin();
+  log("12,1,1,-;mce: [Hardware Error]: CPU 0: Machine Check Exception: 5 Bank 4: "
+      "b200000000070f0f\n");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.steps(), ElementsAre(m_test));
+}
+
+TEST_F(WatchedRun, tells_once_what_cannot_be_watched) {
+  begin({"--watch=edac,aer,throttle"});
+  const ReportedRun run = finish();
+  const std::string line = "Not watched on this machine: aer, throttle.";
+  const std::size_t first = run.outcome().out.find(line);
+  ASSERT_NE(first, std::string::npos) << run.outcome().out;
+  EXPECT_EQ(run.outcome().out.find(line, first + 1), std::string::npos);
+}
+
+TEST_F(WatchedRun, is_not_watched_where_that_is_asked_for) {
+  begin({"--watch=off"});
+  m_machine.has(kModule + "dimm_ue_count", "1\n");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed);
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.outcome().out, Not(HasSubstr("Not watched")));
+}
+
+TEST_F(WatchedRun, tells_in_the_language_of_the_user) {
+  begin({"--watch=edac", "--lang", "de"});
+  correct(8);
+  EXPECT_THAT(
+      finish().formatsWithout(
+          m_test, "Bei Walking ones hat das Speichermodul DIMM_A1 einen Fehler korrigiert."),
+      IsEmpty());
+}
+
+TEST_F(WatchedRun, tells_a_device_that_has_vanished_once_and_as_it_is_to_be_told) {
+  m_machine.has("sys/block/node0/device/ioerr_cnt", "0x0\n");
+  begin();
+  std::filesystem::remove_all(m_machine.path() + "/sys/block/node0");
+  const ReportedRun trouble = finish();
+  EXPECT_EQ(trouble.exitCode(), kNoVerdict) << trouble.outcome().out;
+  EXPECT_THAT(trouble.steps(), UnorderedElementsAre(m_test, m_step));
+  m_machine.has("sys/block/node0/device/ioerr_cnt", "0x0\n");
+  std::filesystem::remove(place.packageFile("HELD") + ".go");
+  begin({"--watch=disk", "--vanished", "failure"});
+  std::filesystem::remove_all(m_machine.path() + "/sys/block/node0");
+  EXPECT_EQ(finish().exitCode(), kHardwareFailure);
+}
+
+TEST_F(WatchedRun, tells_it_in_the_step_of_the_test_that_ran_on_it) {
+  place.addPackage("DISK", {{.name = "Read", .behaviour = "held"}}, {{"Disk sdx", "bus/sdx"}});
+  m_machine.has("sys/class/block/sdx/device/ioerr_cnt", "0x0\n");
+  m_machine.has("sys/block/sdx/device/ioerr_cnt", "0x0\n");
+  begin({"--watch=disk", "-p", "DISK"});
+  std::filesystem::remove_all(m_machine.path() + "/sys/block/sdx");
+  place.write(place.packageFile("DISK") + ".go", "");
+  const ReportedRun run = finish();
+  const std::string test = "Package DISK: Read on Disk sdx";
+  EXPECT_EQ(run.exitCode(), kNoVerdict) << run.outcome().out;
+  EXPECT_THAT(run.steps(), ElementsAre(test));
+  EXPECT_THAT(run.verdictsOf(test), ElementsAre("ERROR"));
+  EXPECT_THAT(run.formatsWithout(test, "sdx has vanished during Read"), IsEmpty());
+}
+
+TEST_F(WatchedRun, gives_back_the_kernels_interval_however_it_ends) {
+  m_machine.has(kInterval, "300\n");
+  begin({"--watch=mce", "--watch-ce-interval", "10s"});
+  ASSERT_TRUE(becomes(kInterval, "10"));
+  m_run->program().signal(SIGKILL);
+  EXPECT_TRUE(becomes(kInterval, "300"));
+  begin({"--watch=mce", "--watch-ce-interval", "15s"});
+  ASSERT_TRUE(becomes(kInterval, "15"));
+  EXPECT_EQ(finish().exitCode(), kPassed);
+  EXPECT_EQ(m_machine.files().word(kInterval), "300");
+}
+
+TEST_F(WatchedRun, leaves_the_interval_to_the_run_that_has_changed_it) {
+  m_machine.has(kInterval, "300\n");
+  begin({"--watch=mce", "--watch-ce-interval", "10s"});
+  ASSERT_TRUE(becomes(kInterval, "10"));
+  place.write(place.packageFile("HELD") + ".go", "");
+  const Outcome second = run({"run", "--watch=mce", "--watch-ce-interval=20s"});
+  EXPECT_EQ(second.exitCode, kPassed);
+  EXPECT_THAT(second.err, HasSubstr("another run has changed"));
+}
+
+TEST_F(WatchedRun, refuses_what_is_no_source_time_or_rule) {
+  for (const auto& [option, fault] : std::vector<std::pair<std::string, std::string>>{
+           {"--watch=edak", "--watch: 'edak' is none of off, all, edac"},
+           {"--watch-interval=1ms", "--watch-interval: '1ms' is shorter than 10ms"},
+           {"--settle=soon", "--settle: 'soon' is no time"},
+           {"--watch-ce-interval=500ms", "--watch-ce-interval: '500ms' is not a number of seconds"},
+           {"--set=watch.memory-corrected=bad", "--set: memory-corrected is information, warning"},
+           {"--set=watch.nonsense", "is not watch.KEY=VALUE"}}) {
+    const Outcome outcome = run({"run", option});
+    EXPECT_EQ(outcome.exitCode, kUsage) << option;
+    EXPECT_THAT(outcome.err, HasSubstr(fault));
+  }
+}
+
+TEST_F(WatchedRun, is_checked_with_the_control_file_that_says_how) {
+  EXPECT_EQ(run({"check"}).exitCode, kPassed) << run({"check"}).out;
+  place.replaceIn(place.controlFile(), "Interval=10ms", "Interval=1ms\nthrotled=failure");
+  const Outcome checked = run({"check"});
+  EXPECT_EQ(checked.exitCode, kNoVerdict);
+  EXPECT_THAT(checked.out, HasSubstr("[Watch] Interval: '1ms' is shorter than 10ms"));
+  EXPECT_THAT(checked.out, HasSubstr("[Watch] throtled: throtled is no kind of finding"));
+  const Outcome refused = run({"run", "--watch=all"});
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
+  EXPECT_THAT(refused.err, HasSubstr("[Watch] Interval: '1ms' is shorter than 10ms"));
 }
 
 }  // namespace

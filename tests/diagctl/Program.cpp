@@ -111,6 +111,19 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
   m_err = err.readEnd;
 }
 
+namespace {
+
+/// Whether it is the verb, and nothing is said of the watch.
+bool isUnwatchedRun(const std::vector<std::string>& arguments) {
+  const std::vector<std::string> others = {"help", "-h", "show", "--"};
+  return std::none_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
+    return argument.starts_with("--watch") ||
+           std::find(others.begin(), others.end(), argument) != others.end();
+  });
+}
+
+}  // namespace
+
 void Program::become(const std::vector<std::string>& arguments, const Options& options) {
   for (const char* variable :
        {"NO_COLOR", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_CONFIG_HOME", "HOME"}) {
@@ -146,6 +159,10 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
   }
   for (const std::string& argument : arguments) {
     texts.push_back(const_cast<char*>(argument.c_str()));
+    // What becomes of the machine meanwhile is no matter of most tests.
+    if (argument == "run" && isUnwatchedRun(arguments)) {
+      texts.push_back(const_cast<char*>("--watch=off"));
+    }
   }
   texts.push_back(nullptr);
   for (const int descriptor : options.closed) {

@@ -34,7 +34,7 @@ for package in MEMORY NETWORK PROCESSOR STORAGE; do
   expect "^ +[0-9]+ +$package " "$diagctl" "${options[@]}" list
 done
 expect '^PASSED +Network: Loopback datagrams on lo' \
-  "$diagctl" "${options[@]}" run -q --quick -p network -t 'Loopback datagrams'
+  "$diagctl" "${options[@]}" run -q --watch off --quick -p network -t 'Loopback datagrams'
 case ${2-} in
   # No limit of memory can be set under these, so the flood of memory is not tried.
   asan | tsan) expect '^39 of 40 contained' not "$diagctl" "${options[@]}" selftest ;;

@@ -62,6 +62,9 @@ LogDirPath=$WORK/logs
 RunMode=PARALLEL
 HaltOnError=FALSE
 DiagnosticMode=$1
+
+[Watch]
+Sources=${WATCH:-off}
 TEXT
 }
 

@@ -1,0 +1,76 @@
+#include "diagctl/command/WatchOptions.h"
+
+#include <fmt/format.h>
+
+#include <stdexcept>
+
+#include "diagctl/command/OptionGroup.h"
+#include "diagctl/command/UsageFault.h"
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+void addWatching(CLI::App& command, WatchOptions& options) {
+  OptionGroup group(command, tr("Watching the machine"));
+  group.text(
+      "--watch", "SOURCES", options.sources,
+      tr("What kernel and sensors say meanwhile: off, all, or a list with commas of edac, mce, "
+         "aer, kmsg, throttle, hwmon, power, disk, nvme, net, psi"),
+      "all");
+  group.text("--watch-interval", "TIME", options.interval, tr("How often it is looked at"), "1s");
+  group.text("--settle", "TIME", options.settle,
+             tr("How long after a test's end what is found still belongs to it"), "3s");
+  group.text(
+      "--watch-ce-interval", "TIME", options.correctedErrorInterval,
+      tr("How often the kernel asks processors for errors that they corrected, while the run "
+         "lasts"),
+      tr("as the machine has it"));
+}
+
+void apply(const WatchOptions& options, WatchWishes& wishes) {
+  const auto take = [&](const char* option, const char* key,
+                        const std::optional<std::string>& value) {
+    try {
+      if (value) {
+        set(wishes, key, *value);
+      }
+    } catch (const std::invalid_argument& fault) {
+      throw UsageFault(fmt::format("{}: {}", option, fault.what()));
+    }
+  };
+  take("--watch", "Sources", options.sources);
+  take("--watch-interval", "Interval", options.interval);
+  take("--settle", "Settle", options.settle);
+  take("--watch-ce-interval", "CorrectedErrorInterval", options.correctedErrorInterval);
+}
+
+std::vector<Problem> checkWatch(const Configuration& configuration) {
+  std::vector<Problem> problems;
+  WatchWishes ignored;
+  for (const auto& [section, key, value] : configuration.watchSettings()) {
+    try {
+      set(ignored, key, value);
+    } catch (const std::invalid_argument& fault) {
+      problems.push_back({configuration.source(), section, key, fault.what()});
+    }
+  }
+  return problems;
+}
+
+WatchWishes watchWishesOf(const Configuration& configuration, const WatchOptions& options) {
+  WatchWishes wishes;
+  for (const auto& [section, key, value] : configuration.watchSettings()) {
+    try {
+      set(wishes, key, value);
+    } catch (const std::invalid_argument& fault) {
+      if (section.empty()) {
+        throw UsageFault(fmt::format("--set: {}", fault.what()));
+      }
+      throw ConfigurationFault(configuration.source(), section, key, fault.what());
+    }
+  }
+  apply(options, wishes);
+  return wishes;
+}
+
+}  // namespace TarvexDiags::FrontEnd
