@@ -13,6 +13,7 @@ _diagctl_options() {
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting" ;;
+    watch) echo "--for --format --set --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;
     explain) echo "--format" ;;
@@ -30,6 +31,7 @@ _diagctl_values() {
       case $2 in
         run) values="text jsonl junit tap json" ;;
         report) values="text jsonl junit tap" ;;
+        watch) values="text jsonl" ;;
         *) values="text json" ;;
       esac
       ;;
@@ -77,7 +79,7 @@ _diagctl_offer() {
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show run estimate check explain report selftest help version" verb="" word
+  local verbs="list show run watch estimate check explain report selftest help version" verb="" word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word

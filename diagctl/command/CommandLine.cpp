@@ -28,6 +28,7 @@
 #include "diagctl/command/RunCommand.h"
 #include "diagctl/command/SelfTest.h"
 #include "diagctl/command/UsageFault.h"
+#include "diagctl/command/WatchCommand.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
@@ -202,6 +203,7 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   addPackages(command, options.wishes);
   addConduct(command, options);
   addWatching(command, options.watch);
+  addSettling(command, options.watch);
   OptionGroup::Choices<std::string> formats = formatChoices();
   formats.emplace_back(kJsonFormat, kJsonFormat);  // of what would run
   addReporting(command, options.reporting, formats);
@@ -349,6 +351,7 @@ class CommandLine {
       requireSound(findFault(m_run.reporting.outputs));
       requireFitting();
       requireSound(m_run.watch);
+      requireSound(m_watch.watch);
       requireSound(findFault(m_report.reporting.outputs, m_report.log == "-" ? "" : m_report.log));
       return arguments.verb->carryOut();
     } catch (const UsageFault& fault) {
@@ -468,6 +471,7 @@ class CommandLine {
                             "  diagctl run --format jsonl --total-time 10m > run.jsonl",
                             [this] { return run(); });
     addRunOptions(running, m_run);
+    addWatchingAlone();
     CLI::App& estimating = add("estimate", tr("Tell how long tests take"),
                                "  diagctl estimate\n  diagctl estimate -p memory --passes 10",
                                [this] { return tellEstimates(m_global, m_estimate); });
@@ -475,6 +479,21 @@ class CommandLine {
     addThoroughness(estimating, m_estimate.run);
     addPackages(estimating, m_estimate.wishes);
     addAnswerFormat(estimating, m_estimate.format);
+  }
+
+  void addWatchingAlone() {
+    CLI::App& watching = add("watch", tr("Watch what kernel and sensors say of the hardware"),
+                             "  diagctl watch\n  diagctl watch --for 24h --format jsonl",
+                             [this] { return watch(); });
+    OptionGroup group(watching, "");
+    group.text("--for", "TIME", m_watch.duration, tr("How long: 90s, 10m, 24h, 7d"),
+               tr("until a signal ends it"));
+    group.choice<std::string>("--format", "FORMAT", m_watch.format,
+                              {{kTextFormat, kTextFormat}, {kLogFormat, kLogFormat}},
+                              tr("Format on standard output"), kTextFormat);
+    group.list("--set", "watch.KEY=VALUE", m_watch.wishes.settings,
+               tr("A setting of the watch; may be repeated"));
+    addWatching(watching, m_watch.watch);
   }
 
   void addJudging() {
@@ -513,6 +532,14 @@ class CommandLine {
     add("version", tr("Tell the version"), "  diagctl version", [] { return tellVersion(); });
   }
 
+  int watch() {
+    m_watch.isSecure = !m_global.allowsInsecure && mustBeSecure();
+    m_watch.config = m_global.config;
+    m_watch.language = m_global.language;
+    m_watch.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    return carryOutWatch(m_watch);
+  }
+
   int run() {
     m_run.allowsInsecure = m_global.allowsInsecure;
     m_run.config = m_global.config;
@@ -530,6 +557,7 @@ class CommandLine {
   LookOptions m_explained;
   LookOptions m_checked;
   RunCommandOptions m_run;
+  WatchCommandOptions m_watch;
   EstimateOptions m_estimate;
   ReportCommandOptions m_report;
   std::string m_selfTestPackages;

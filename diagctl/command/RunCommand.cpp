@@ -21,7 +21,6 @@
 #include "diagctl/report/Progress.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/run/Machine.h"
-#include "diagctl/run/PollInterval.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
@@ -311,19 +310,6 @@ std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
     devices.insert(request.pair.device);
   }
   return mode == DiagCtrl::GlobalSettings::SERIAL ? 1 : devices.size();
-}
-
-// Before there are threads, and until there are none.
-std::unique_ptr<PollInterval> changePollInterval(const WatchWishes& watch) {
-  if (!watch.correctedErrorInterval) {
-    return nullptr;
-  }
-  auto interval = std::make_unique<PollInterval>(Watching::SystemFiles(watch.root),
-                                                 *watch.correctedErrorInterval);
-  if (!interval->problem().empty()) {
-    standardError().print("diagctl: --watch-ce-interval: {}\n", interval->problem());
-  }
-  return interval;
 }
 
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {

@@ -6,25 +6,29 @@
 
 #include "diagctl/command/OptionGroup.h"
 #include "diagctl/command/UsageFault.h"
+#include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 void addWatching(CLI::App& command, WatchOptions& options) {
   OptionGroup group(command, tr("Watching the machine"));
-  group.text(
-      "--watch", "SOURCES", options.sources,
-      tr("What kernel and sensors say meanwhile: off, all, or a list with commas of edac, mce, "
-         "aer, kmsg, throttle, hwmon, power, disk, nvme, net, psi"),
-      "all");
+  group.text("--watch", "SOURCES", options.sources,
+             tr("What kernel and sensors say: off, all, or a list with commas of edac, mce, "
+                "aer, kmsg, throttle, hwmon, power, disk, nvme, net, psi"),
+             "all");
   group.text("--watch-interval", "TIME", options.interval, tr("How often it is looked at"), "1s");
-  group.text("--settle", "TIME", options.settle,
-             tr("How long after a test's end what is found still belongs to it"), "3s");
   group.text(
       "--watch-ce-interval", "TIME", options.correctedErrorInterval,
       tr("How often the kernel asks processors for errors that they corrected, while the run "
          "lasts"),
       tr("as the machine has it"));
+}
+
+void addSettling(CLI::App& command, WatchOptions& options) {
+  OptionGroup(command, tr("Watching the machine"))
+      .text("--settle", "TIME", options.settle,
+            tr("How long after a test's end what is found still belongs to it"), "3s");
 }
 
 void apply(const WatchOptions& options, WatchWishes& wishes) {
@@ -42,6 +46,18 @@ void apply(const WatchOptions& options, WatchWishes& wishes) {
   take("--watch-interval", "Interval", options.interval);
   take("--settle", "Settle", options.settle);
   take("--watch-ce-interval", "CorrectedErrorInterval", options.correctedErrorInterval);
+}
+
+std::unique_ptr<PollInterval> changePollInterval(const WatchWishes& watch) {
+  if (!watch.correctedErrorInterval) {
+    return nullptr;
+  }
+  auto interval = std::make_unique<PollInterval>(Watching::SystemFiles(watch.root),
+                                                 *watch.correctedErrorInterval);
+  if (!interval->problem().empty()) {
+    standardError().print("diagctl: --watch-ce-interval: {}\n", interval->problem());
+  }
+  return interval;
 }
 
 std::vector<Problem> checkWatch(const Configuration& configuration) {

@@ -2,11 +2,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "diagctl/check/Check.h"
+#include "diagctl/run/PollInterval.h"
 #include "diagctl/run/WatchWishes.h"
 #include "diagctl/session/Configuration.h"
 
@@ -20,12 +22,18 @@ struct WatchOptions {
   std::optional<std::string> correctedErrorInterval;
 };
 
-/// The options of the run.
+/// The options of the verbs that watch: what, and how often.
 void addWatching(CLI::App& command, WatchOptions& options);
+/// The one of a run besides.
+void addSettling(CLI::App& command, WatchOptions& options);
 
 /// Changes wishes by the command line.
 /// @throws UsageFault that names the option and what it may be.
 void apply(const WatchOptions& options, WatchWishes& wishes);
+
+/// Changes the kernel's interval if that is wished, and tells if it cannot be done. To be called
+/// before there are threads, and kept until there are none.
+std::unique_ptr<PollInterval> changePollInterval(const WatchWishes& watch);
 
 /// What stands in the control file and cannot be meant.
 std::vector<Problem> checkWatch(const Configuration& configuration);

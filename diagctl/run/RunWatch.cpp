@@ -98,13 +98,14 @@ class RunWatch::Inbox : public Watching::WatchSink {
 };
 
 RunWatch::RunWatch(const WatchWishes& wishes, const std::string& language, const RunRecord& record,
-                   MachineWatch& machine, VanishedAs vanished, Tell tell)
+                   MachineWatch& machine, VanishedAs vanished, Tell tell, const char* during)
     : m_wishes(wishes),
       m_texts(language),
       m_record(record),
       m_machine(machine),
       m_vanished(vanished),
       m_tell(std::move(tell)),
+      m_during(during),
       m_files(wishes.root),
       m_attribution(Watching::Topology(m_files), wishes.settle),
       m_inbox(std::make_unique<Inbox>()) {}
@@ -214,7 +215,7 @@ std::string RunWatch::duringOf(const std::vector<std::string>& tests) const {
   for (const std::string& test : tests) {
     names += (names.empty() ? "" : ", ") + m_tests.at(test);
   }
-  return names.empty() ? m_texts.text("THE_RUN") : names;
+  return names.empty() ? m_texts.text(m_during) : names;
 }
 
 void RunWatch::take(Finding finding) {

@@ -34,8 +34,9 @@ class RunWatch {
 
   /// @param record of what was told. @param machine gets what belongs to no step. @param tell tells
   ///   and records. All are kept alive by the caller.
+  /// @param during token of the text for what findings that belong to no test came during.
   RunWatch(const WatchWishes& wishes, const std::string& language, const RunRecord& record,
-           MachineWatch& machine, VanishedAs vanished, Tell tell);
+           MachineWatch& machine, VanishedAs vanished, Tell tell, const char* during = "THE_RUN");
   ~RunWatch();
   RunWatch(const RunWatch&) = delete;
   RunWatch& operator=(const RunWatch&) = delete;
@@ -81,6 +82,7 @@ class RunWatch {
   MachineWatch& m_machine;
   const VanishedAs m_vanished;
   const Tell m_tell;
+  const char* const m_during;
   const Watching::SystemFiles m_files;
   Watching::Attribution m_attribution;
   std::map<std::string, std::string> m_tests;  ///< names of the tests that began, by step

@@ -737,7 +737,7 @@ TEST_F(Diagctl, help_has_examples_at_each_level) {
   EXPECT_EQ(top.exitCode, kPassed);
   EXPECT_THAT(top.out, HasSubstr("Examples:"));
   for (const char* verb :
-       {"list", "show", "run", "estimate", "check", "explain", "report", "selftest"}) {
+       {"list", "show", "run", "watch", "estimate", "check", "explain", "report", "selftest"}) {
     EXPECT_THAT(top.out, HasSubstr(std::string("  ") + verb + " "));
     const Outcome help = diagctl({verb, "--help"});
     EXPECT_EQ(help.exitCode, kPassed);

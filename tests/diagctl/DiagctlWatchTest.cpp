@@ -287,6 +287,66 @@ TEST_F(WatchedRun, refuses_what_is_no_source_time_or_rule) {
   }
 }
 
+/// The watch without a test, on a machine of files.
+class WatchVerb : public WatchedRun {
+ protected:
+  /// Begins, and returns when all is watched that can be.
+  void beginWatch(std::vector<std::string> options) {
+    options.insert(options.begin(), "watch");
+    m_program = std::make_unique<Program>(withControlFile(options));
+    ASSERT_TRUE(m_program->waitFor("Not watched"));
+  }
+  Outcome endWatch() {
+    m_program->signal(SIGTERM);
+    return m_program->finish();
+  }
+
+  std::unique_ptr<Program> m_program;
+};
+
+TEST_F(WatchVerb, tells_what_it_finds_and_ends_in_order_with_a_signal) {
+  beginWatch({});
+  correct(8);
+  const Outcome outcome = endWatch();
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+  EXPECT_THAT(
+      outcome.out,
+      AllOf(HasSubstr("WARNING  Memory module DIMM_A1 corrected an error during the watch."),
+            HasSubstr("-> Replace the module if it goes on."),
+            HasSubstr("failures: 0, warnings: 1")));
+}
+
+TEST_F(WatchVerb, ends_with_the_code_of_what_it_has_found) {
+  beginWatch({"--format", "jsonl"});
+  m_machine.has(kModule + "dimm_ue_count", "1\n");
+  const Outcome outcome = endWatch();
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure) << outcome.err;
+  EXPECT_THAT(faultsOf(parseLines(outcome.out)), IsEmpty());
+  EXPECT_THAT(outcome.out, HasSubstr("memory-uncorrected"));
+}
+
+TEST_F(WatchVerb, is_over_with_its_time_and_has_passed_where_nothing_was_found) {
+  const Outcome outcome = run({"watch", "--for", "10ms", "--format=jsonl"});
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+  EXPECT_THAT(faultsOf(parseLines(outcome.out)), IsEmpty());
+}
+
+TEST_F(WatchVerb, counts_over_days_and_not_over_the_run) {
+  beginWatch({"--set", "watch.memory-corrected.failure-count=1"});
+  correct(9);
+  EXPECT_EQ(endWatch().exitCode, kPassed);
+  beginWatch({"--set", "watch.memory-corrected.failure-count-per-day=1"});
+  correct(10);
+  EXPECT_EQ(endWatch().exitCode, kHardwareFailure);
+}
+
+TEST_F(WatchVerb, refuses_a_time_that_is_none_and_to_watch_nothing) {
+  EXPECT_EQ(run({"watch", "--for=soon"}).exitCode, kUsage);
+  const Outcome nothing = run({"watch", "--watch=off"});
+  EXPECT_EQ(nothing.exitCode, kUsage);
+  EXPECT_THAT(nothing.err, HasSubstr("there is nothing to watch without a source"));
+}
+
 TEST_F(WatchedRun, is_checked_with_the_control_file_that_says_how) {
   EXPECT_EQ(run({"check"}).exitCode, kPassed) << run({"check"}).out;
   place.replaceIn(place.controlFile(), "Interval=10ms", "Interval=1ms\nthrotled=failure");

@@ -1,0 +1,54 @@
+#include "diagctl/report/FindingReporter.h"
+
+#include <ctime>
+
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+std::string clockText(std::chrono::system_clock::time_point time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  localtime_r(&seconds, &parts);
+  char text[64] = {};
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+  return text;
+}
+
+}  // namespace
+
+void FindingReporter::handle(const RunEvent& event) {
+  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
+    m_out.say("{} {} on {}: watching\n", start->name, start->version, start->machineName);
+  } else if (const auto* message = std::get_if<RunMessage>(&event.body);
+             message != nullptr && message->severity != Severity::Debug) {
+    m_out.print("{}\n", message->text);
+  } else if (const auto* finding = std::get_if<StepDiagnosis>(&event.body)) {
+    const bool isFailure = finding->verdict == Verdict::Fail;
+    ++(isFailure ? m_failures : m_warnings);
+    tell(event, isFailure ? marked("FAILED") : marked("WARNING"), finding->message,
+         finding->action);
+  } else if (const auto* trouble = std::get_if<StepTrouble>(&event.body)) {
+    ++m_troubles;
+    tell(event, marked("ERROR"), trouble->message, trouble->action);
+  }
+  m_out.flush();
+}
+
+void FindingReporter::tell(const RunEvent& event, const char* word, const std::string& message,
+                           const std::string& action) {
+  m_out.print("{}  {:<7}  {}\n", clockText(event.time), told(word), message);
+  if (!action.empty()) {
+    m_out.print("{:>28}-> {}\n", "", action);
+  }
+}
+
+void FindingReporter::finish() {
+  m_out.say("failures: {}, warnings: {}, troubles of the tool: {}\n", m_failures, m_warnings,
+            m_troubles);
+  m_out.flush();
+}
+
+}  // namespace TarvexDiags::FrontEnd
