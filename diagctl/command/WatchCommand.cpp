@@ -89,7 +89,11 @@ int watch(const WatchWishes& wishes, const std::optional<std::chrono::millisecon
     watch.collect();
   }
   watch.finish(false);
-  const bool isTroubled = stream.record().find(MachineWatch::kStep)->troubles > 0;
+  const StepRecord& step = *stream.record().find(MachineWatch::kStep);
+  if (step.isSilent()) {
+    tell(StepDiagnosis{MachineWatch::kStep, Verdict::Pass, "passed", "", "", "", 1});
+  }
+  const bool isTroubled = step.troubles > 0;
   machine.end(isTroubled ? RunStatus::Error : RunStatus::Complete);
   tell(endOf(verdictOf(summaryOf(stream.record()), stream.record().troubleCount())));
   reporter.finish();

@@ -13,8 +13,9 @@ EventRelay::~EventRelay() {
 
 void EventRelay::post(RunEvent event) {
   const System::LockHold hold(m_lock);
-  const bool isProgress = std::holds_alternative<StepProgress>(event.body);
-  if (isProgress && m_waiting.size() >= kMostProgress) {
+  const bool maybeLeftOut = std::holds_alternative<StepProgress>(event.body) ||
+                            std::holds_alternative<SeriesElement>(event.body);
+  if (maybeLeftOut && m_waiting.size() >= kMostProgress) {
     return;
   }
   m_waiting.push_back(std::move(event));

@@ -18,7 +18,8 @@ class EventRelay {
  public:
   using Tell = std::function<void(const RunEvent&)>;
 
-  /// Progress beyond so many events that wait is left out: the next one tells the same, later.
+  /// Progress, and values of sensors, beyond so many events that wait are left out: the next one
+  /// tells the same, later.
   static constexpr std::size_t kMostProgress = 1000;
 
   /// @param tell called on the thread of the relay alone.

@@ -25,7 +25,8 @@ void FindingReporter::handle(const RunEvent& event) {
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
              message != nullptr && message->severity != Severity::Debug) {
     m_out.print("{}\n", message->text);
-  } else if (const auto* finding = std::get_if<StepDiagnosis>(&event.body)) {
+  } else if (const auto* finding = std::get_if<StepDiagnosis>(&event.body);
+             finding != nullptr && finding->verdict != Verdict::Pass) {
     const bool isFailure = finding->verdict == Verdict::Fail;
     ++(isFailure ? m_failures : m_warnings);
     tell(event, isFailure ? marked("FAILED") : marked("WARNING"), finding->message,

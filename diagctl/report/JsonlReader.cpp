@@ -291,6 +291,40 @@ StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content
   return figure;
 }
 
+/// The limit that a series is held against; nothing where it has none of ours.
+std::optional<double> mostOf(const Json& content) {
+  for (const Json& validator : content.value("validators", Json::array())) {
+    if (textOf(validator, "type") == "LESS_THAN_OR_EQUAL" && validator.at("value").is_number()) {
+      return validator["value"].get<double>();
+    }
+  }
+  return std::nullopt;
+}
+
+/// What an artifact tells of a series; nothing for any other artifact.
+std::optional<RunEventBody> toSeries(const std::string& stepId, const Json& artifact) {
+  if (artifact.contains("measurementSeriesStart")) {
+    const Json& content = artifact["measurementSeriesStart"];
+    return SeriesStarted{stepId, content.at("measurementSeriesId"), textOf(content, "name"),
+                         textOf(content, "unit"), mostOf(content)};
+  }
+  if (artifact.contains("measurementSeriesElement")) {
+    const Json& content = artifact["measurementSeriesElement"];
+    if (!content.at("value").is_number()) {
+      return std::nullopt;  // not of ours
+    }
+    return SeriesElement{stepId, content.at("measurementSeriesId"),
+                         content.at("index").get<std::size_t>(), content["value"].get<double>(),
+                         timeOf(content.at("timestamp"))};
+  }
+  if (artifact.contains("measurementSeriesEnd")) {
+    const Json& content = artifact["measurementSeriesEnd"];
+    return SeriesEnded{stepId, content.at("measurementSeriesId"),
+                       content.at("totalCount").get<std::size_t>()};
+  }
+  return std::nullopt;
+}
+
 /// Turns the lines of one run into its stream, and keeps what an artifact says of those behind it.
 class RunParser {
  public:
@@ -337,7 +371,7 @@ class RunParser {
     if (artifact.contains("measurement")) {
       return toStepMeasurement(stepId, artifact["measurement"]);
     }
-    return std::nullopt;
+    return toSeries(stepId, artifact);
   }
 
   std::optional<RunEventBody> toRunEvent(const Json& artifact) {

@@ -143,6 +143,27 @@ struct ToArtifact {
     addUnlessEmpty(content, "hardwareInfoId", figure.hardwareId);
     return {kStepArtifact, step(figure.stepId, "measurement", std::move(content))};
   }
+  Artifact operator()(const SeriesStarted& series) const {
+    Json content{{"measurementSeriesId", series.seriesId}, {"name", series.name}};
+    addUnlessEmpty(content, "unit", series.unit);
+    if (series.most) {
+      content["validators"] = Json::array(
+          {{{"name", "limit"}, {"type", "LESS_THAN_OR_EQUAL"}, {"value", *series.most}}});
+    }
+    return {kStepArtifact, step(series.stepId, "measurementSeriesStart", std::move(content))};
+  }
+  Artifact operator()(const SeriesElement& element) const {
+    return {kStepArtifact, step(element.stepId, "measurementSeriesElement",
+                                {{"index", element.index},
+                                 {"measurementSeriesId", element.seriesId},
+                                 {"value", element.value},
+                                 {"timestamp", toTimestamp(element.time)}})};
+  }
+  Artifact operator()(const SeriesEnded& series) const {
+    return {kStepArtifact,
+            step(series.stepId, "measurementSeriesEnd",
+                 {{"measurementSeriesId", series.seriesId}, {"totalCount", series.count}})};
+  }
   Artifact operator()(const StepDiagnosis& diagnosis) const {
     Json content{{"verdict", diagnosis.symptom}, {"type", toText(diagnosis.verdict)}};
     addUnlessEmpty(content, "message", withAction(diagnosis.message, diagnosis.action));

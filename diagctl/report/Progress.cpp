@@ -18,6 +18,8 @@ namespace {
 
 constexpr std::size_t kMostLines = 12;
 constexpr int kBarWidth = 20;
+constexpr const char* kCelsius = "°C";
+constexpr double kColdest = -273.15;
 constexpr std::chrono::milliseconds kShortestView{100};
 
 /// 0 for a step that is no request, and so nothing to watch.
@@ -105,6 +107,7 @@ void Progress::take(const RunEvent& event) {
              message != nullptr && message->severity != Severity::Information) {
     m_out.print("{}\n", message->text);
   }
+  takeSigns(event.body);
   m_firstRunning = m_steps.empty() ? 0 : m_steps.begin()->first;
   tellEnding();
 }
@@ -119,6 +122,38 @@ void Progress::endStep(unsigned long number) {
     m_out.say("ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
   }
   m_steps.erase(entry);
+}
+
+// What sensors show, and what the watch has found.
+void Progress::takeSigns(const RunEventBody& body) {
+  if (const auto* series = std::get_if<SeriesStarted>(&body);
+      series != nullptr && series->unit == kCelsius) {
+    m_temperatures[series->seriesId] = kColdest;
+  } else if (const auto* element = std::get_if<SeriesElement>(&body)) {
+    const auto entry = m_temperatures.find(element->seriesId);
+    if (entry != m_temperatures.end()) {
+      entry->second = element->value;
+    }
+  } else if (const auto* diagnosis = std::get_if<StepDiagnosis>(&body);
+             diagnosis != nullptr && diagnosis->verdict != Verdict::Pass &&
+             (diagnosis->pass == 0 || diagnosis->stepId == kMachineStep)) {
+    ++m_findings;
+  }
+}
+
+std::string Progress::signs() const {
+  std::string signs;
+  double hottest = kColdest;
+  for (const auto& [series, value] : m_temperatures) {
+    hottest = std::max(hottest, value);
+  }
+  if (hottest > kColdest) {
+    signs += tr(", hottest {:.0f} °C", hottest);
+  }
+  if (m_findings > 0) {
+    signs += m_findings == 1 ? tr(", 1 finding") : tr(", {} findings", m_findings);
+  }
+  return signs;
 }
 
 // On a terminal the lines that are drawn say so.
@@ -144,7 +179,7 @@ std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_p
 std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(m_begin, now);
   if (m_isEnding) {
-    return tr("{} of {} ended, {}, ending", m_ended, m_total, clock(elapsed));
+    return tr("{} of {} ended, {}, ending{}", m_ended, m_total, clock(elapsed), signs());
   }
   double done = static_cast<double>(m_ended);
   for (const auto& [number, step] : m_steps) {
@@ -152,8 +187,9 @@ std::string Progress::totalLine(std::chrono::system_clock::time_point now) const
     done += (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / passes;
   }
   const double left = static_cast<double>(m_total) - done;
-  return tr("{} of {} ended, {} left {}   s suspend  r resume  a abort one  q abort all", m_ended,
-            m_total, clock(elapsed), done > 0 && left > 0 ? clock(elapsed * left / done) : "-");
+  return tr("{} of {} ended, {} left {}{}   s suspend  r resume  a abort one  q abort all", m_ended,
+            m_total, clock(elapsed), done > 0 && left > 0 ? clock(elapsed * left / done) : "-",
+            signs());
 }
 
 void Progress::draw(std::chrono::system_clock::time_point now) {

@@ -50,6 +50,8 @@ class Progress : public Reporter {
   void take(const RunEvent& event);
   void endStep(unsigned long number);
   void tellEnding();
+  void takeSigns(const RunEventBody& body);
+  std::string signs() const;
   void draw(std::chrono::system_clock::time_point now);
   std::string totalLine(std::chrono::system_clock::time_point now) const;
   std::string lineOf(const Step& step, std::chrono::system_clock::time_point now) const;
@@ -66,6 +68,8 @@ class Progress : public Reporter {
   std::chrono::system_clock::time_point m_begin;
   std::chrono::steady_clock::time_point m_drawnAt;
   std::size_t m_drawnLines = 0;
+  std::map<std::string, double> m_temperatures;  ///< by series
+  std::size_t m_findings = 0;                    ///< of the watch over the machine
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -81,6 +82,32 @@ struct StepMeasurement {
   std::string hardwareId;
 };
 
+/// The step of the machine itself, beside those of the tests.
+inline constexpr const char* kMachineStep = "machine-watch";
+
+/// What a sensor shows while a run goes on: the beginning of a series, its values and its end.
+struct SeriesStarted {
+  std::string stepId;
+  std::string seriesId;  ///< unique in the run
+  std::string name;
+  std::string unit;
+  std::optional<double> most;  ///< above which the hardware is in danger
+};
+
+struct SeriesElement {
+  std::string stepId;
+  std::string seriesId;
+  std::size_t index = 0;  ///< from 0
+  double value = 0;
+  std::chrono::system_clock::time_point time = {};  ///< when it was read
+};
+
+struct SeriesEnded {
+  std::string stepId;
+  std::string seriesId;
+  std::size_t count = 0;  ///< of its elements
+};
+
 /// The package's judgement on one pass, or what the machine showed while the test ran.
 struct StepDiagnosis {
   std::string stepId;
@@ -124,8 +151,9 @@ struct RunEnded {
 };
 
 using RunEventBody =
-    std::variant<RunStarted, StepStarted, StepProgress, StepMessage, StepMeasurement, StepDiagnosis,
-                 StepTrouble, StepEnded, RunMessage, RunTrouble, RunEnded>;
+    std::variant<RunStarted, StepStarted, StepProgress, StepMessage, StepMeasurement, SeriesStarted,
+                 SeriesElement, SeriesEnded, StepDiagnosis, StepTrouble, StepEnded, RunMessage,
+                 RunTrouble, RunEnded>;
 
 struct RunEvent {
   std::chrono::system_clock::time_point time;

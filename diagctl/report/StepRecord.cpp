@@ -196,6 +196,10 @@ std::string moreOf(const BoundedTexts& texts) {
   return tr("and {} more", texts.omitted());
 }
 
+bool StepRecord::isSilent() const {
+  return start.stepId == kMachineStep && verdicts.empty() && troubles == 0 && warnings == 0;
+}
+
 // Errors are judged before they get here: what they came to is a diagnosis or trouble.
 StepRecord::Outcome StepRecord::outcome() const {
   switch (Contract::judge({.ending = endingOf(*this), .hasRaisedWarning = warnings > 0})) {
@@ -266,7 +270,8 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
   if (!isSkipped(step.outcome())) {
     m_coverage.take(step.start.device, step.figures, step.seconds());
   }
-  return holds(step) ? &step : drop(entry);
+  const StepRecord* const told = holds(step) ? &step : drop(entry);
+  return told->isSilent() ? nullptr : told;
 }
 
 void RunRecord::takeOfRun(const RunEvent& event) {
@@ -305,6 +310,9 @@ const StepRecord* RunRecord::drop(Steps::iterator ended) {
   m_lastDropped = std::move(ended->second);
   m_steps.erase(ended);
   m_size -= m_lastDropped.size;
+  if (m_lastDropped.isSilent()) {
+    return &m_lastDropped;
+  }
   const StepRecord::Outcome came = m_lastDropped.outcome();
   ++m_dropped.sums[came];
   m_dropped.begun += m_lastDropped.place > 0 ? 1 : 0;
@@ -320,7 +328,7 @@ const StepRecord* RunRecord::find(const std::string& stepId) const {
 std::vector<std::string> RunRecord::openSteps() const {
   std::vector<std::string> open;
   for (const auto& [id, step] : m_steps) {
-    if (step.place > 0 && !step.hasEnded()) {
+    if (step.place > 0 && !step.hasEnded() && !step.isSilent()) {
       open.push_back(id);
     }
   }
@@ -330,7 +338,7 @@ std::vector<std::string> RunRecord::openSteps() const {
 std::vector<const StepRecord*> RunRecord::steps() const {
   std::vector<const StepRecord*> steps;
   for (const auto& [id, step] : m_steps) {
-    if (step.place > 0) {
+    if (step.place > 0 && !step.isSilent()) {
       steps.push_back(&step);
     }
   }
@@ -347,6 +355,9 @@ std::size_t RunRecord::begun() const {
 OutcomeSums RunRecord::sums() const {
   OutcomeSums sums = m_dropped.sums;
   for (const auto& [id, step] : m_steps) {
+    if (step.isSilent()) {
+      continue;
+    }
     ++sums[step.outcome()];
   }
   return sums;

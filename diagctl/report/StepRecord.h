@@ -79,6 +79,8 @@ struct StepRecord {
 
   int passes() const { return passesJudged; }
   bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
+  /// Whether it is that of the machine, and says nothing of it but what sensors show.
+  bool isSilent() const;
   bool hasEnded() const { return ended.has_value(); }
   bool isAborted() const { return hasEnded() && ended->isAborted; }
   /// What the step came to.
@@ -115,7 +117,8 @@ class RunRecord {
   /// Forgets the run, for the next one.
   void clear() { *this = RunRecord(m_ended, m_most); }
 
-  /// @return the step that the event has ended, if it has; valid until the next event.
+  /// @return the step that the event has ended, if it has, and says something; valid until the next
+  /// event.
   const StepRecord* handle(const RunEvent& event);
 
   const Coverage& coverage() const { return m_coverage; }
@@ -125,9 +128,9 @@ class RunRecord {
   std::size_t troubleCount() const { return m_troubleCount; }
   /// @return null before the step's beginning; else valid as long as the record holds it.
   const StepRecord* find(const std::string& stepId) const;
-  /// Those that are held, in the order in which they began.
+  /// Those that are held and say something, in the order in which they began.
   std::vector<const StepRecord*> steps() const;
-  /// The ids of steps that began and have not ended.
+  /// The ids of steps that began, say something and have not ended.
   std::vector<std::string> openSteps() const;
   /// How many steps began.
   std::size_t begun() const;

@@ -15,7 +15,7 @@ namespace TarvexDiags::FrontEnd {
 class MachineWatch {
  public:
   /// The step.
-  static constexpr const char* kStep = "machine-watch";
+  static constexpr const char* kStep = kMachineStep;
 
   /// @param tell tells and records.
   explicit MachineWatch(std::function<void(RunEventBody)> tell) : m_tell(std::move(tell)) {}

@@ -24,6 +24,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLongestLook(500);
 // A beginning is told up to so much later than it was.
 constexpr std::chrono::milliseconds kBeginSlack(100);
+// A value that stays is told so often.
+constexpr std::chrono::seconds kLongestSilence(60);
 // So many times as often as was told is worth telling again.
 constexpr std::uint64_t kMany = 10;
 
@@ -76,7 +78,12 @@ class RunWatch::Inbox : public Watching::WatchSink {
     const std::lock_guard hold(m_lock);
     m_findings.push_back(finding);
   }
-  void sampled(const Watching::Sample& /*sample*/) override {}
+  void sampled(const Watching::Sample& sample) override {
+    const std::lock_guard hold(m_lock);
+    if (m_samples.size() < kMostSamples) {
+      m_samples.push_back(sample);
+    }
+  }
   void absent(Watching::SourceKind source, const std::string& reason) override {
     const std::lock_guard hold(m_lock);
     m_absent.emplace_back(source, reason);
@@ -86,14 +93,22 @@ class RunWatch::Inbox : public Watching::WatchSink {
     const std::lock_guard hold(m_lock);
     return std::exchange(m_findings, {});
   }
+  std::vector<Watching::Sample> takeSamples() {
+    const std::lock_guard hold(m_lock);
+    return std::exchange(m_samples, {});
+  }
   std::vector<std::pair<Watching::SourceKind, std::string>> takeAbsent() {
     const std::lock_guard hold(m_lock);
     return std::exchange(m_absent, {});
   }
 
  private:
+  // More than a large machine has sensors: what a run that hangs does not ask for is not kept.
+  static constexpr std::size_t kMostSamples = 10'000;
+
   std::mutex m_lock;
   std::vector<Finding> m_findings;
+  std::vector<Watching::Sample> m_samples;
   std::vector<std::pair<Watching::SourceKind, std::string>> m_absent;
 };
 
@@ -178,6 +193,9 @@ void RunWatch::collect() {
   for (Finding& finding : m_inbox->takeFindings()) {
     take(std::move(finding));
   }
+  for (const Watching::Sample& sample : m_inbox->takeSamples()) {
+    tell(sample);
+  }
 }
 
 void RunWatch::finish(bool mayWait) {
@@ -193,6 +211,7 @@ void RunWatch::finish(bool mayWait) {
     tellVanished(findings.front(), {});
   }
   tellRest(MachineWatch::kStep);
+  endSeries();
 }
 
 // The kernel asks memory controllers once in a second, and processors as often as it is asked to.
@@ -250,6 +269,29 @@ void RunWatch::tellVanished(const Finding& finding, const std::vector<std::strin
                   std::string(PackageKit::Contract::symptomOfTrouble(PackageKit::DEVICE_VANISHED)),
                   text.message, text.action},
       StepStarted{}, 0, m_vanished));
+}
+
+// What stays as it is fills no log.
+void RunWatch::tell(const Watching::Sample& sample) {
+  m_machine.begin();
+  const auto [entry, isNew] = m_series.try_emplace(sample.sensor);
+  Series& series = entry->second;
+  if (isNew) {
+    series.id = std::to_string(m_series.size());
+    m_tell(SeriesStarted{MachineWatch::kStep, series.id, sample.sensor, sample.unit, sample.limit});
+  } else if (sample.value == series.value && sample.time - series.time < kLongestSilence) {
+    return;
+  }
+  series.value = sample.value;
+  series.time = sample.time;
+  m_tell(SeriesElement{MachineWatch::kStep, series.id, series.count++, sample.value, sample.time});
+}
+
+void RunWatch::endSeries() {
+  for (const auto& [sensor, series] : m_series) {
+    m_tell(SeriesEnded{MachineWatch::kStep, series.id, series.count});
+  }
+  m_series.clear();
 }
 
 // At once, and again when it weighs more or has become many.

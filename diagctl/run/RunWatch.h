@@ -64,6 +64,13 @@ class RunWatch {
     std::uint64_t told = 0;
     Watching::Finding last = {};
   };
+  /// What was told of a sensor.
+  struct Series {
+    std::string id;
+    std::size_t count = 0;  ///< of its elements
+    double value = 0;       ///< of the last one
+    Watching::Moment time = {};
+  };
   using Key = std::tuple<std::string, Watching::Kind, std::string, std::string>;
 
   bool isOpen(const std::string& stepId) const;
@@ -75,6 +82,8 @@ class RunWatch {
             const Watching::Finding& finding);
   void tellRest(const std::string& stepId);
   void settle() const;
+  void tell(const Watching::Sample& sample);
+  void endSeries();
 
   const WatchWishes& m_wishes;
   const WatchTexts m_texts;
@@ -87,6 +96,7 @@ class RunWatch {
   Watching::Attribution m_attribution;
   std::map<std::string, std::string> m_tests;  ///< names of the tests that began, by step
   std::map<Key, Told> m_told;
+  std::map<std::string, Series> m_series;                             ///< by sensor
   std::map<std::string, std::vector<Watching::Finding>> m_vanishing;  ///< by open step
   std::chrono::steady_clock::time_point m_firstBegin;
   std::unique_ptr<Inbox> m_inbox;

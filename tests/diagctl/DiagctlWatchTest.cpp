@@ -287,6 +287,24 @@ TEST_F(WatchedRun, refuses_what_is_no_source_time_or_rule) {
   }
 }
 
+TEST_F(WatchedRun, keeps_what_sensors_show_in_the_log_and_makes_no_step_of_it) {
+  m_machine.has("sys/class/hwmon/hwmon0/name", "coretemp\n");
+  m_machine.has("sys/class/hwmon/hwmon0/temp1_label", "Core 3\n");
+  m_machine.has("sys/class/hwmon/hwmon0/temp1_crit", "100000\n");
+  m_machine.has("sys/class/hwmon/hwmon0/temp1_input", "41000\n");
+  ReportedProgram& program = begin({"--watch=hwmon"});
+  const ReportedRun run = finish();
+  const std::chrono::milliseconds now(0);
+  EXPECT_TRUE(program.waitForLog(R"("value":41.0)", now));
+  EXPECT_TRUE(program.waitForLog(R"("type":"LESS_THAN_OR_EQUAL","value":100.0)", now));
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.outcome().out, Not(HasSubstr("Machine watch")));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  for (const char* const format : {"text", "junit", "tap"}) {
+    EXPECT_EQ(run.accountOf(m_step, format), "") << format;
+  }
+}
+
 /// The watch without a test, on a machine of files.
 class WatchVerb : public WatchedRun {
  protected:

@@ -83,14 +83,38 @@ const std::map<std::string, std::vector<Field>>& shapes() {
         {"value", Required, "value"},
         {"unit", Optional, "text"},
         {"hardwareInfoId", Optional, "text"}}},
+      {"measurementSeriesStart",
+       {{"measurementSeriesId", Required, "text"},
+        {"name", Required, "text"},
+        {"unit", Optional, "text"},
+        {"validators", Optional, "[]validator"}}},
+      {"validator",
+       {{"name", Optional, "text"},
+        {"type", Required, "LESS_THAN_OR_EQUAL"},
+        {"value", Required, "value"}}},
+      {"measurementSeriesElement",
+       {{"index", Required, "count"},
+        {"measurementSeriesId", Required, "text"},
+        {"value", Required, "value"},
+        {"timestamp", Required, "text"}}},
+      {"measurementSeriesEnd",
+       {{"measurementSeriesId", Required, "text"}, {"totalCount", Required, "count"}}},
       {"extension", {{"name", Required, "text"}, {"content", Required, "object"}}},
   };
   return kTable;
 }
 
 const std::set<std::string> kRunArtifacts = {"testRunStart", "testRunEnd", "log", "error"};
-const std::set<std::string> kStepArtifacts = {
-    "testStepStart", "testStepEnd", "measurement", "error", "log", "diagnosis", "extension"};
+const std::set<std::string> kStepArtifacts = {"testStepStart",
+                                              "testStepEnd",
+                                              "measurement",
+                                              "error",
+                                              "log",
+                                              "diagnosis",
+                                              "extension",
+                                              "measurementSeriesStart",
+                                              "measurementSeriesElement",
+                                              "measurementSeriesEnd"};
 
 std::vector<std::string> wordsOf(const std::string& text, char separator) {
   std::vector<std::string> words;
@@ -190,13 +214,41 @@ class LogChecker {
     } else if (kind == "testStepEnd") {
       m_ended.insert(step);
     }
+    if (kind.starts_with("measurementSeries")) {
+      checkSeries(kind, step + " " + content.value("measurementSeriesId", ""), content);
+    }
     const std::string hardware = content.value("hardwareInfoId", "");
     if (!hardware.empty() && !m_hardware.contains(hardware)) {
       tell("no such hardware: " + hardware);
     }
   }
 
+  /// A series begins once, counts its elements and ends with their number.
+  void checkSeries(const std::string& kind, const std::string& series, const Json& content) {
+    const auto open = m_series.find(series);
+    if (kind == "measurementSeriesStart") {
+      if (!m_series.emplace(series, 0).second) {
+        tell("the series begins again");
+      }
+    } else if (open == m_series.end()) {
+      tell("the series is not open");
+    } else if (kind == "measurementSeriesElement") {
+      if (content.value("index", Json()) != Json(open->second++)) {
+        tell("the element has another number");
+      }
+    } else {
+      if (content.value("totalCount", Json()) != Json(open->second)) {
+        tell("the series has another number of elements");
+      }
+      m_series.erase(open);
+    }
+  }
+
   void endRun() {
+    if (m_isEnded && !m_series.empty()) {
+      tell("the run has ended with open series");
+    }
+    m_series.clear();
     if (m_isEnded && m_begun != m_ended) {
       tell("the run has ended with open steps");
     }
@@ -264,6 +316,7 @@ class LogChecker {
   bool m_isEnded = false;
   std::set<std::string> m_begun;
   std::set<std::string> m_ended;
+  std::map<std::string, unsigned long> m_series;  ///< open ones, with the number of elements
   std::set<std::string> m_hardware;
   std::vector<std::string> m_faults;
 };

@@ -46,6 +46,33 @@ TEST(Log, reads_back_as_it_was_written) {
   EXPECT_TRUE(std::get<StepEnded>(fromLog(log)[8].body).isAborted);
 }
 
+TEST(Log, reads_series_back_as_they_were_written) {
+  const auto time = std::chrono::system_clock::time_point() + std::chrono::milliseconds(1500);
+  const std::string log = toLog({
+      {time, SeriesStarted{kMachineStep, "1", "coretemp/0/Core 3", "°C", 100.0}},
+      {time, SeriesElement{kMachineStep, "1", 0, 63.5, time}},
+      {time, SeriesStarted{kMachineStep, "2", "fan", "", std::nullopt}},
+      {time, SeriesEnded{kMachineStep, "1", 1}},
+  });
+  EXPECT_THAT(log, HasSubstr(R"("validators":[{"name":"limit","type":"LESS_THAN_OR_EQUAL")"));
+  EXPECT_THAT(log, HasSubstr(R"("value":63.5,"timestamp":"1970-01-01T00:00:01.500Z")"));
+  const std::vector<RunEvent> events = fromLog(log);
+  ASSERT_EQ(events.size(), 4U);
+  EXPECT_EQ(std::get<SeriesStarted>(events[0].body).most, 100.0);
+  EXPECT_EQ(std::get<SeriesElement>(events[1].body).time, time);
+  EXPECT_EQ(std::get<SeriesStarted>(events[2].body).most, std::nullopt);
+  EXPECT_EQ(std::get<SeriesEnded>(events[3].body).count, 1U);
+  EXPECT_EQ(toLog(events), log);
+}
+
+TEST(Log, passes_over_elements_that_are_no_numbers) {
+  const std::string line =
+      R"({"testStepArtifact":{"testStepId":"1","measurementSeriesElement":{"index":0,)"
+      R"("measurementSeriesId":"1","value":"on","timestamp":"1970-01-01T00:00:01.500Z"}},)"
+      R"("sequenceNumber":0,"timestamp":"1970-01-01T00:00:01.500Z"})";
+  EXPECT_TRUE(fromLog(line + "\n").empty());
+}
+
 TEST(Log, stays_valid_whatever_bytes_a_package_writes) {
   const auto time = std::chrono::system_clock::time_point();
   const std::string log = toLog({{time, RunMessage{Severity::Error, "\xff\xfe \x01 end"}}});

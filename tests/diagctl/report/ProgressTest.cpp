@@ -73,6 +73,25 @@ std::size_t countOf(const std::string& text, const std::string& part) {
   return count;
 }
 
+TEST(ProgressLines, show_the_hottest_part_and_how_much_was_found) {
+  std::ostringstream out;
+  Printer printer(out);
+  Progress progress(printer, true, 2);
+  const auto time = std::chrono::system_clock::time_point();
+  progress.handle({time, SeriesStarted{kMachineStep, "1", "core", "°C", 100.0}});
+  progress.handle({time, SeriesStarted{kMachineStep, "2", "disk", "°C", std::nullopt}});
+  progress.handle({time, SeriesStarted{kMachineStep, "3", "fan", "RPM", std::nullopt}});
+  EXPECT_THAT(out.str(), Not(HasSubstr("hottest")));
+  progress.handle({time, SeriesElement{kMachineStep, "1", 0, 41, time}});
+  progress.handle({time, SeriesElement{kMachineStep, "2", 0, 63.4, time}});
+  progress.handle({time, SeriesElement{kMachineStep, "3", 0, 4000, time}});
+  EXPECT_THAT(out.str(), HasSubstr("ended, 0:00 left -, hottest 63 °C   s suspend"));
+  progress.handle({time, StepDiagnosis{"1", Verdict::Fail, "miscompare", "", "", "", 1}});
+  EXPECT_THAT(out.str(), Not(HasSubstr("finding")));
+  progress.handle({time, StepDiagnosis{"1", Verdict::Unknown, "throttled", "", "", "", 0}});
+  EXPECT_THAT(out.str(), HasSubstr("hottest 63 °C, 1 finding   s suspend"));
+}
+
 TEST(ProgressLines, say_that_the_run_is_ending_from_the_next_event_on) {
   std::ostringstream out;
   Printer printer(out);
