@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Proves that what is installed gives nobody else a say in what it loads, and shows no more of itself than
 # it means to; and the former of the build tree as well, in which it is run, too.
-# Usage: check_binaries.sh PREFIX BUILD
+# A release is hardened as well.
+# Usage: check_binaries.sh PREFIX BUILD HARDENED, where HARDENED is ON or OFF
 set -euo pipefail
 
 prefix=$1
 build=$2
+hardened=$3
 findings=()
 
 # The shared objects and programs.
@@ -34,9 +36,35 @@ check_interface() {
   ((own > 20)) || findings+=("$1: shows only $own names")
 }
 
+# check_hardening FILE
+check_hardening() {
+  local headers dynamic names marks
+  headers=$(readelf -lW "$1")
+  dynamic=$(readelf -dW "$1")
+  names=$(nm -D --undefined-only "$1")
+  [[ $headers == *GNU_RELRO* ]] || findings+=("$1: no RELRO")
+  [[ $dynamic =~ BIND_NOW|"Flags: NOW" ]] || findings+=("$1: bound when it is used")
+  [[ $headers =~ GNU_STACK[^$'\n']*' RW ' ]] || findings+=("$1: an executable stack")
+  [[ $headers =~ 'Elf file type is DYN' ]] || findings+=("$1: at an address that is known")
+  [[ $names == *__stack_chk_fail* ]] || findings+=("$1: no guarded stack")
+  # The files' own property is lost where the system's start files do not bear it; those bring up to
+  # three marks of their own.
+  if [[ $(readelf -hW "$1") == *X86-64* ]]; then
+    marks=$(objdump -d --no-show-raw-insn "$1" | grep -c endbr64 || true)
+    ((marks > 3)) || findings+=("$1: no marked targets of jumps")
+  fi
+}
+
 for file in "${files[@]}"; do
   check_run_path "$file"
+  [[ $hardened != ON ]] || check_hardening "$file"
 done
+if [[ $hardened == ON ]]; then
+  names=$(nm -D --undefined-only "${files[@]}")
+  [[ $names =~ __(v?s?n?printf|fprintf|mem(cpy|move|set)|read|pread64)_chk ]] ||
+    findings+=("no call is fortified")
+  [[ $names == *__glibcxx_assert_fail* ]] || findings+=("the standard library's assertions are off")
+fi
 for library in diagframework diagctrl; do
   check_interface "$prefix/lib/lib$library.so.1"
 done

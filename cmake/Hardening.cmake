@@ -1,0 +1,14 @@
+# What makes a mistake in a release harder to use for others: checks where sizes are known to the compiler
+# or the standard library, a guarded stack, marked targets of jumps, and no table of functions that can
+# be written to. Other builds are for finding the mistakes themselves.
+
+set(TARVEX_HARDENED OFF)
+if(TARVEX_INSTRUMENTATION STREQUAL "none" AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  set(TARVEX_HARDENED ON)
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
+                      -fstack-protector-strong -fstack-clash-protection)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i[3-6]86)$")
+    add_compile_options(-fcf-protection=full)
+  endif()
+  add_link_options(-Wl,-z,relro -Wl,-z,now)
+endif()
