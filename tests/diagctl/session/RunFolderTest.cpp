@@ -74,10 +74,10 @@ TEST_F(AbandonedRunFolder, is_none_without_a_lock_of_its_own) {
   m_place.makeDirectory("diagctl-backup");
   std::ofstream(m_place.file("diagctl-backup/control.cfg")) << "x";
   m_place.makeDirectory("diagctl-linked");
-  symlink("/dev/null", m_place.file("diagctl-linked/run.lock").c_str());
+  fs::create_symlink("/dev/null", m_place.file("diagctl-linked/run.lock"));
   m_place.makeDirectory("elsewhere");
   std::ofstream(m_place.file("elsewhere/run.lock"));
-  symlink(m_place.file("elsewhere").c_str(), m_place.file("diagctl-symbol").c_str());
+  fs::create_symlink(m_place.file("elsewhere"), m_place.file("diagctl-symbol"));
   RunFolder::removeAbandoned();
   EXPECT_TRUE(fs::exists(m_place.file("diagctl-backup/control.cfg")));
   EXPECT_TRUE(fs::exists(m_place.file("diagctl-linked")));
