@@ -49,6 +49,18 @@ check_interfaces() {
   done
 }
 
+# What is in the packages has kept what the release was built with, whatever packing did to it.
+check_packed() {
+  local package
+  for package in "$DEB_FOLDER"/*.deb; do
+    dpkg-deb --extract "$package" "$DEB_FOLDER/packed"
+  done
+  quietly build/logs/deb-packed.log tests/security/check_binaries.sh ON "$DEB_FOLDER/packed" ||
+    fail "deb: a file is not as it must be"
+  quietly build/logs/lintian.log lintian --fail-on error,warning "$DEB_FOLDER"/*.deb ||
+    fail "deb: lintian"
+}
+
 # In the system at ROOT: everything from installing to purging, as its user would.
 try_debs() {
   local root=$1

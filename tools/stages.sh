@@ -182,8 +182,7 @@ stage_deb() {
   local root=$PWD/build/bare/deb
   build_debs
   check_interfaces
-  quietly build/logs/lintian.log lintian --fail-on error,warning \
-    "$DEB_FOLDER"/*.deb || fail "deb: lintian"
+  check_packed
   remove_bare_system "$root"
   make_bare_system "$root"
   try_debs "$root"

@@ -2,18 +2,24 @@
 # Proves that what is installed gives nobody else a say in what it loads, and shows no more of itself than
 # it means to; and the former of the build tree as well, in which it is run, too.
 # A release is hardened as well.
-# Usage: check_binaries.sh PREFIX BUILD HARDENED, where HARDENED is ON or OFF
+# Usage: check_binaries.sh HARDENED INSTALLED [BUILD], where HARDENED is ON or OFF
 set -euo pipefail
 
-prefix=$1
-build=$2
-hardened=$3
+hardened=$1
+installed=$2
+build=${3:-}
 findings=()
 
 # The shared objects and programs.
-mapfile -t files < <(find "$prefix" "$build"/lib*.so.* "$build"/{packages,selftest,diagctl} -type f \
-  ! -name '*.o' -exec sh -c 'head -c 4 "$1" | grep -q "^.ELF" && echo "$1"' sh {} \; | sort)
-((${#files[@]} >= 18)) || findings+=("only ${#files[@]} files")
+places=("$installed")
+least=9
+if [[ -n $build ]]; then
+  places+=("$build"/lib*.so.* "$build"/{packages,selftest,diagctl})
+  least=18
+fi
+mapfile -t files < <(find "${places[@]}" -type f ! -name '*.o' \
+  -exec sh -c 'head -c 4 "$1" | grep -q "^.ELF" && echo "$1"' sh {} \; | sort)
+((${#files[@]} >= least)) || findings+=("only ${#files[@]} files")
 
 # check_run_path FILE: every element begins where the file lies.
 check_run_path() {
@@ -55,10 +61,32 @@ check_hardening() {
   fi
 }
 
+# check_compiled FILE: each of its sources, as the compiler notes it for the debugger. Of the kernels of
+# the processor's tests some are spared.
+check_compiled() {
+  local notes note option
+  mapfile -t notes < <(readelf -p .debug_str "$1" 2>/dev/null | sed -n 's/.*\(GNU C++.*\)/\1/p')
+  noted=$((noted + ${#notes[@]}))
+  for note in "${notes[@]}"; do
+    [[ $1 != */libprocessor.so || $note != *-fno-stack-protector* ]] || continue
+    for option in "${options[@]}"; do
+      [[ " $note " == *" $option "* && $note != *-fno-stack-* && $note != *-fcf-protection=none* ]] ||
+        findings+=("$1: a source without $option: $note")
+    done
+  done
+}
+
+noted=0
+options=(-fstack-protector-strong -fstack-clash-protection)
+[[ $(uname -m) != x86_64 ]] || options+=(-fcf-protection=full)
 for file in "${files[@]}"; do
   check_run_path "$file"
-  [[ $hardened != ON ]] || check_hardening "$file"
+  if [[ $hardened == ON ]]; then
+    check_hardening "$file"
+    check_compiled "$file"
+  fi
 done
+[[ $hardened != ON || -z $build ]] || ((noted > 0)) || findings+=("no note of how a source was compiled")
 if [[ $hardened == ON ]]; then
   names=$(nm -D --undefined-only "${files[@]}")
   [[ $names =~ __(v?s?n?printf|fprintf|mem(cpy|move|set)|read|pread64)_chk ]] ||
@@ -66,7 +94,7 @@ if [[ $hardened == ON ]]; then
   [[ $names == *__glibcxx_assert_fail* ]] || findings+=("the standard library's assertions are off")
 fi
 for library in diagframework diagctrl; do
-  check_interface "$prefix/lib/lib$library.so.1"
+  check_interface "$(find "$installed" -name "lib$library.so.1")"
 done
 if ((${#findings[@]})); then
   printf '%s\n' "${findings[@]}" >&2
