@@ -81,8 +81,10 @@ std::vector<std::string> wordsOf(const NamedPlan& plan, const Verb& verb,
 void takePlan(Arguments& arguments, const std::deque<Verb>& verbs,
               const std::vector<std::string>& profiles, bool isSecure) {
   std::vector<std::string>& words = arguments.ofVerb;
-  const auto found = std::find(words.begin(), words.end(), kProfile);
-  if (found == words.end()) {
+  // What stands behind "--" is no option, whatever it looks like.
+  const auto end = std::find(words.begin(), words.end(), "--");
+  const auto found = std::find(words.begin(), end, kProfile);
+  if (found == end) {
     return;
   }
   std::vector<std::string> names = profiles;

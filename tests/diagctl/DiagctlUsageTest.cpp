@@ -122,6 +122,12 @@ TEST_F(Diagctl, an_option_as_the_value_of_another_is_refused_and_runs_nothing) {
   }
 }
 
+TEST_F(Diagctl, a_word_that_looks_like_an_option_stands_behind_two_hyphens) {
+  const Outcome outcome = run({"explain", "--", "--profile"});
+  EXPECT_EQ(outcome.exitCode, kNothingRan);
+  EXPECT_THAT(outcome.err, HasSubstr("'--profile'"));
+}
+
 TEST_F(Diagctl, names_may_be_cut_where_they_stay_the_only_ones) {
   addMixedPackage();
   const std::string good = "run   Package MIX: Good on Left";
