@@ -1,33 +1,32 @@
-// Reads the health of a disk that answers anything, by ATA commands and by SCSI log pages. Whatever
-// it sends, what is told stays short and printable, and every event has its parameters.
+// Reads the health of a disk that answers anything, by ATA commands, by SCSI log pages and from the
+// logs of NVMe. Whatever it sends, what is told stays short and printable, and every event has its
+// parameters.
 //
-// Input: one byte, whose lowest bit says ATA or SCSI and whose second one that records get a
-// checksum that fits; then the answers, each of one byte (0 data, 1 a refusal with sense data,
-// others nothing), two bytes of length, and so many bytes.
+// Input: one byte, whose lowest bit says ATA or SCSI, the second one that records get a checksum
+// that fits, and the third one NVMe. Then the answers, each of one byte (0 data, 1 a refusal with
+// sense data, others nothing), two bytes of length, and so many bytes; of NVMe the two logs,
+// without that first byte.
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "packages/storage/AtaReader.h"
 #include "packages/storage/Health.h"
+#include "packages/storage/HealthRecords.h"
 #include "packages/storage/ScsiReader.h"
+#include "tests/fuzz/Input.h"
 #include "tests/support/RecordingJournal.h"
 
 namespace {
 
 using namespace TarvexDiags::Storage;
+using TarvexDiags::Fuzz::expect;
 
-constexpr std::size_t kLongestParameter = 100;
-constexpr std::size_t kMostEvents = 100;   // 30 attributes, with what else there is
-constexpr std::size_t kMostCommands = 48;  // each at most twice
-
-void expect(bool holds) {
-  if (!holds) {
-    std::abort();
-  }
-}
+constexpr std::size_t kLongestParameter = 256;  // with what the standard calls a status of NVMe
+constexpr std::size_t kMostEvents = 100;        // 30 attributes, with what else there is
+constexpr std::size_t kMostCommands = 48;       // each at most twice
 
 /// The rest of the input.
 class Input {
@@ -111,11 +110,33 @@ void readAndJudge(Read read) {
   expectTidy(journal);
 }
 
+/// As much of a record as the input has.
+template <class Log>
+void fill(Log& log, Input& input) {
+  const std::vector<std::uint8_t> bytes = input.bytes(sizeof log);
+  std::copy(bytes.begin(), bytes.end(), reinterpret_cast<std::uint8_t*>(&log));
+}
+
+void readNvme(Input& input) {
+  nvme_smart_log health{};
+  std::array<nvme_error_log_page, 16> errors{};
+  fill(health, input);
+  fill(errors, input);
+  readAndJudge([&](auto& journal) {
+    judgeHealth(healthFrom(health), {.percentUsed = 100, .celsius = 70}, "nvme0n1", journal);
+  });
+  readAndJudge([&](auto& journal) { judgeErrorLog(errorLogFrom(errors), 0, "nvme0n1", journal); });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(Record(data, size));
   const std::uint8_t kind = input.byte();
+  if ((kind & 4U) != 0) {
+    readNvme(input);
+    return 0;
+  }
   const auto open = [&] { return std::make_unique<FuzzedDisk>(input, (kind & 2U) != 0); };
   const auto reader = (kind & 1U) == 0 ? makeAtaReader(open(), "sda", "/no/such/folder")
                                        : makeScsiReader(open, "sda", "/no/such/folder");
