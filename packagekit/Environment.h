@@ -27,6 +27,9 @@ struct Environment {
   /// Writes a line to the package's log. Never null.
   std::function<void(const std::string&)> log;
 
+  /// Of an estimate: whether the short form of the test is meant.
+  bool isQuick = false;
+
   /// @brief The tag below which the package's devices lie: `resourceString`, or "host".
   std::string parentTag() const { return resourceString.empty() ? "host" : resourceString; }
 };

@@ -48,7 +48,7 @@ TestEntry& TestEntry::writes() {
   return *this;
 }
 
-TestEntry& TestEntry::estimate(std::function<int(const Device&, const Environment&)> figure) {
+TestEntry& TestEntry::estimate(std::function<double(const Device&, const Environment&)> figure) {
   m_estimate = std::move(figure);
   return *this;
 }
@@ -71,7 +71,7 @@ Support TestEntry::supports(const Device& device, const Environment& environment
   return m_test->supports(device, environment);
 }
 
-int TestEntry::estimateFor(const Device& device, const Environment& environment) const {
+double TestEntry::estimateFor(const Device& device, const Environment& environment) const {
   return m_estimate ? m_estimate(device, environment) : m_test->estimate(device, environment);
 }
 

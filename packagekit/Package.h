@@ -33,7 +33,7 @@ class TestEntry {
   TestEntry& writes();
 
   /// @brief How many seconds the test would take; see Test::estimate. Runs in the host process.
-  TestEntry& estimate(std::function<int(const Device&, const Environment&)> figure);
+  TestEntry& estimate(std::function<double(const Device&, const Environment&)> figure);
 
   /// @brief The keys of the configuration file that the test reads, in its own section or in
   /// section `Package`: those that `TestContext::value` gives it.
@@ -43,12 +43,12 @@ class TestEntry {
   const SettingList& settings() const { return m_settings; }
   bool isWriting() const { return m_writes; }
   Support supports(const Device& device, const Environment& environment) const;
-  int estimateFor(const Device& device, const Environment& environment) const;
+  double estimateFor(const Device& device, const Environment& environment) const;
 
  private:
   std::unique_ptr<Test> m_test;
   std::function<Support(const Device&, const Environment&)> m_predicate;
-  std::function<int(const Device&, const Environment&)> m_estimate;
+  std::function<double(const Device&, const Environment&)> m_estimate;
   std::set<DiagnosticMode> m_modes;
   SettingList m_settings;
   bool m_writes = false;
@@ -62,7 +62,7 @@ struct TestRow {
   std::function<Verdict(TestContext&)> body;
   SettingList reads = {};                                                  ///< TestEntry::reads
   std::function<Support(const Device&, const Environment&)> support = {};  ///< supportedWhen
-  std::function<int(const Device&, const Environment&)> estimate = {};     ///< TestEntry::estimate
+  std::function<double(const Device&, const Environment&)> estimate = {};  ///< TestEntry::estimate
   std::set<DiagnosticMode> modes = {};                                     ///< TestEntry::onlyIn
   bool writes = false;                                                     ///< TestEntry::writes
 };

@@ -9,7 +9,7 @@ Support Test::supports(const Device& /*device*/, const Environment& /*environmen
   return Support::yes();
 }
 
-int Test::estimate(const Device& /*device*/, const Environment& /*environment*/) const {
+double Test::estimate(const Device& /*device*/, const Environment& /*environment*/) const {
   return 0;
 }
 

@@ -24,9 +24,10 @@ class Test {
   /// @brief Whether the test can run on the device. The base says yes.
   virtual Support supports(const Device& device, const Environment& environment) const;
 
-  /// @brief How many seconds the test would take; 0: take `TestEstimatedTime` of the configuration
-  /// file, -1: nobody can tell. The base answers 0.
-  virtual int estimate(const Device& device, const Environment& environment) const;
+  /// @brief How many seconds the test would take, parts of them included; 0: take
+  /// `TestEstimatedTime` of the configuration file, or `QuickTestEstimatedTime` for the short form,
+  /// -1: nobody can tell. The base answers 0.
+  virtual double estimate(const Device& device, const Environment& environment) const;
 };
 
 }  // namespace TarvexDiags::PackageKit

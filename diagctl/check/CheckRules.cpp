@@ -12,6 +12,7 @@
 
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Privileges.h"
+#include "packagekit/contract/SettingRule.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -86,6 +87,10 @@ std::string findFault(ValueKind kind, const std::string& value) {
     case ValueKind::PositiveNumber:
     case ValueKind::Niceness:
       return findNumberFault(kind, value);
+    case ValueKind::Seconds:
+      return PackageKit::valueFrom<PackageKit::Seconds>(value)
+                 ? ""
+                 : tr("'{}' is no number of seconds", value);
     case ValueKind::MachineId:
       return findMachineIdFault(value);
     case ValueKind::Privileges:

@@ -12,6 +12,7 @@ enum class ValueKind {
   Text,
   Truth,
   Number,          ///< whole and decimal
+  Seconds,         ///< decimal, with or without a fraction
   PositiveNumber,  ///< whole, decimal and above zero
   Niceness,        ///< whole, decimal, from 0 to 19
   Privileges,      ///< names of rights, see packagekit/contract/Privileges.h

@@ -11,6 +11,7 @@
 #include "diagctl/check/CheckRules.h"
 #include "diagctl/check/SettingsCheck.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Estimate.h"
 #include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/ReaderKeys.h"
 
@@ -44,6 +45,7 @@ const std::vector<KeyRule> kTestRules = {
     {"TestDisable", ValueKind::Truth, true},
     {"TestOpenMode", ValueKind::OpenMode, false},
     {"TestEstimatedTime", ValueKind::Number, false},
+    {PackageKit::Contract::kQuickEstimateKey, ValueKind::Seconds, false},
     {"Nice", ValueKind::Niceness, false},
     {PackageKit::Contract::kPrivilegesKey, ValueKind::Privileges, false},
     {"TestCapabilities", ValueKind::Text, false},

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "packagekit/contract/DebugWish.h"
+#include "packagekit/contract/Estimate.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/SupportLines.h"
 #include "packagekit/internal/Guard.h"
@@ -176,24 +177,38 @@ void KitDiagnostics::runStress(const Device& device, const DiagnosticSettings& s
   m_result.setTestResult(worst.verdict);
 }
 
+// The controller counts whole seconds; whoever wants them finer reads the parameters.
 void KitDiagnostics::estimate(const Device& device, const DiagnosticSettings& settings) {
-  const Environment environment = m_module.environment(m_mode);
-  int total = 0;
+  Environment environment = m_module.environment(m_mode);
+  environment.isQuick = settings.getQuickTestMode() != 0;
+  double total = 0;
   for (const int testId : settings.getTestNumberVector()) {
-    const TestEntry* const entry = m_package.find(testId);
-    int figure = entry == nullptr ? 0 : entry->estimateFor(device, environment);
-    if (figure == 0) {
-      const auto configured =
-          environment.settings.read("TestID" + std::to_string(testId), "TestEstimatedTime");
-      figure = static_cast<int>(Settings::toInteger(configured.value_or("")).value_or(0));
-    }
+    const double figure = estimateOf(testId, device, environment);
     if (figure < 0) {
-      total = -1;
-      break;
+      deliver({DiagnosticResult::PASSED}, -1);
+      return;
     }
     total += figure;
   }
-  deliver({DiagnosticResult::PASSED}, total);
+  PassOutcome answer{DiagnosticResult::PASSED};
+  answer.parameters = Contract::toEstimate(total);
+  deliver(answer, Contract::wholeSeconds(total));
+}
+
+double KitDiagnostics::estimateOf(int testId, const Device& device,
+                                  const Environment& environment) const {
+  const TestEntry* const entry = m_package.find(testId);
+  const double figure = entry == nullptr ? 0 : entry->estimateFor(device, environment);
+  if (figure != 0) {
+    return figure;
+  }
+  const std::string section = "TestID" + std::to_string(testId);
+  auto configured = environment.settings.read(section, "TestEstimatedTime");
+  if (environment.isQuick) {
+    const auto quick = environment.settings.read(section, Contract::kQuickEstimateKey);
+    configured = quick ? quick : configured;
+  }
+  return Settings::toNumber(configured.value_or("")).value_or(0);
 }
 
 PassOutcome KitDiagnostics::runPass(const Device& device, const DiagnosticSettings& settings,

@@ -53,6 +53,7 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   PassSetup setupOf(const Device& device, const Diag::DiagnosticSettings& settings,
                     int passNumber) const;
   bool waitWhileSuspended();
+  double estimateOf(int testId, const Device& device, const Environment& environment) const;
   void deliver(const PassOutcome& outcome, int estimatedTime = 0);
   void provideSpare() TARVEXDIAGS_REQUIRES(m_lock);
   void deliverSpare();

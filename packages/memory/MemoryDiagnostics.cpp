@@ -327,15 +327,15 @@ bool bandwidthStress(Sweeper& sweeper, const TestOptions& options) {
 }
 
 constexpr MemoryTest kTests[] = {
-    {.number = 1, .body = addressLines, .walks = 11},
-    {.number = 2, .body = walkingOnes, .walks = 65},
-    {.number = 3, .body = walkingZeros, .walks = 65},
-    {.number = 4, .body = movingInversions, .walks = 25},
-    {.number = 5, .body = randomPatterns, .walks = 17},
-    {.number = 6, .body = blockMove, .walks = 17},
-    {.number = 7, .body = moduloX, .walks = 180},
-    {.number = 8, .body = bitFade, .walks = 3, .holds = true},
-    {.number = 9, .body = bandwidthStress, .walks = 12, .lasts = true},
+    {.number = 1, .body = addressLines, .walks = 11, .quickWalks = 3},
+    {.number = 2, .body = walkingOnes, .walks = 65, .quickWalks = 9},
+    {.number = 3, .body = walkingZeros, .walks = 65, .quickWalks = 9},
+    {.number = 4, .body = movingInversions, .walks = 25, .quickWalks = 10},
+    {.number = 5, .body = randomPatterns, .walks = 17, .quickWalks = 3},
+    {.number = 6, .body = blockMove, .walks = 17, .quickWalks = 9},
+    {.number = 7, .body = moduloX, .walks = 180, .quickWalks = 30},
+    {.number = 8, .body = bitFade, .walks = 3, .quickWalks = 3, .holds = true},
+    {.number = 9, .body = bandwidthStress, .walks = 12, .quickWalks = 3, .lasts = true},
 };
 
 }  // namespace

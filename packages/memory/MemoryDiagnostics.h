@@ -30,7 +30,9 @@ struct MemoryTest {
   int number = 0;  ///< of its section in the configuration file
   /// Runs it. False: asked to stop, or too many faults to go on.
   bool (*body)(Sweeper& sweeper, const TestOptions& options) = nullptr;
-  int walks = 0;       ///< through the memory in each round of the full form; for the estimate
+  int walks = 0;       ///< through the memory in each round of the full form, for the estimate:
+                       ///< one that writes scattered counts as three
+  int quickWalks = 0;  ///< the same of the short form
   bool holds = false;  ///< leaves the memory alone for TestOptions::hold, twice in each round
   bool lasts = false;  ///< goes on for TestOptions::duration
 };

@@ -346,26 +346,27 @@ Support NodeDiagnostic::supports(const Device& device, const Environment&) const
   return Support::yes();
 }
 
-int NodeDiagnostic::estimate(const Device& device, const Environment& environment) const {
+double NodeDiagnostic::estimate(const Device& device, const Environment& environment) const {
   const Settings& settings = environment.settings;
   const int test = m_test.number;
+  const bool isQuick = environment.isQuick;
   const auto available = availableBytes(filesOf(device), nodeOf(device));
-  const std::uint64_t bytes = testedBytes(available.value_or(0), limitsOf(settings, test, false));
-  // By a cautious guess of what two cores verify in a second; populating costs as much as five
-  // walks.
-  constexpr double kBytesPerSecond = 5e9;
+  const std::uint64_t bytes = testedBytes(available.value_or(0), limitsOf(settings, test, isQuick));
+  // By a cautious guess of what two cores verify in a second beside tests of themselves; populating
+  // costs as much as five walks.
+  constexpr double kBytesPerSecond = 3e9;
   constexpr double kPopulatingWalks = 5;
   const double walk = static_cast<double>(bytes) / kBytesPerSecond;
-  const double rounds = m_test.lasts ? 1 : roundsOf(settings, test, false);
-  double walking = walk * m_test.walks * rounds;
+  const double rounds = m_test.lasts ? 1 : roundsOf(settings, test, isQuick);
+  double walking = walk * (isQuick ? m_test.quickWalks : m_test.walks) * rounds;
   if (m_test.holds) {
-    walking += 2 * rounds * settings.value(kHoldSeconds, test).count();
+    walking += 2 * rounds * settings.value(kHoldSeconds, test, isQuick).count();
   }
   if (m_test.lasts) {
-    walking = std::max(walking, settings.value(kDurationSeconds, test).count());
+    walking = std::max(walking, settings.value(kDurationSeconds, test, isQuick).count());
   }
-  const double seconds = walk * kPopulatingWalks + walking;
-  return static_cast<int>(std::min<double>(seconds, std::numeric_limits<int>::max() - 1)) + 1;
+  constexpr double kStart = 0.1;
+  return walk * kPopulatingWalks + walking + kStart;
 }
 
 SettingList settingsOf(const MemoryTest& test) {

@@ -38,8 +38,8 @@ class NodeDiagnostic : public PackageKit::Test {
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
-  int estimate(const PackageKit::Device& device,
-               const PackageKit::Environment& environment) const override;
+  double estimate(const PackageKit::Device& device,
+                  const PackageKit::Environment& environment) const override;
 
  private:
   const MemoryTest m_test;

@@ -202,8 +202,10 @@ Support CoreDiagnostic::supports(const Device& device, const Environment&) const
   return Support::yes();
 }
 
-int CoreDiagnostic::estimate(const Device&, const Environment& environment) const {
-  return static_cast<int>(environment.settings.value(kDurationSeconds, m_test.number).count()) + 1;
+double CoreDiagnostic::estimate(const Device&, const Environment& environment) const {
+  constexpr double kAround = 0.1;  // to start, and to end a round
+  return environment.settings.value(kDurationSeconds, m_test.number, environment.isQuick).count() +
+         kAround;
 }
 
 SettingList coreSettings() {

@@ -32,8 +32,8 @@ class CoreDiagnostic : public PackageKit::Test {
   PackageKit::Verdict run(PackageKit::TestContext& context) override;
   PackageKit::Support supports(const PackageKit::Device& device,
                                const PackageKit::Environment& environment) const override;
-  int estimate(const PackageKit::Device& device,
-               const PackageKit::Environment& environment) const override;
+  double estimate(const PackageKit::Device& device,
+                  const PackageKit::Environment& environment) const override;
 
  private:
   PackageKit::Verdict tested(PackageKit::TestContext& context) const;

@@ -253,6 +253,11 @@ TEST_F(DiagnosticsContract, estimation_answers_without_running) {
   EXPECT_EQ(run.estimatedTime, 3) << "as configured";
   EXPECT_TRUE(run.events.empty());
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES, TAKES_TIME}, options).estimatedTime, 15);
+  options.quickMode = true;
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES}, options).estimatedTime, 3) << "no other figure";
+  m_driver.set("TestID1", "QuickTestEstimatedTime", "0.4");
+  EXPECT_EQ(m_driver.run("unit0", {BEHAVES}, options).estimatedTime, 1);
+  options.quickMode = false;
   m_driver.set("TestID1", "TestEstimatedTime", "-1");
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES, TAKES_TIME}, options).estimatedTime, -1);
 }

@@ -103,7 +103,7 @@ TEST(TestEntry, asks_its_predicate_and_then_its_class) {
     Support supports(const Device& device, const Environment&) const override {
       return device.name == "b" ? Support::no("not b") : Support::yes();
     }
-    int estimate(const Device&, const Environment&) const override { return 4; }
+    double estimate(const Device&, const Environment&) const override { return 4; }
   };
   Package package;
   const TestEntry& entry =

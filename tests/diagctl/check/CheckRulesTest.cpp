@@ -25,6 +25,8 @@ TEST(Rules, tell_what_is_wrong_with_a_value) {
   EXPECT_EQ(findFault(ValueKind::Number, "3x"), "'3x' is no whole number");
   EXPECT_EQ(findFault(ValueKind::Number, "99999999999"), "'99999999999' is no whole number");
   EXPECT_EQ(findFault(ValueKind::PositiveNumber, "0"), "0 is not above 0");
+  EXPECT_EQ(findFault(ValueKind::Seconds, "0.5"), "");
+  EXPECT_EQ(findFault(ValueKind::Seconds, "-1"), "'-1' is no number of seconds");
   EXPECT_EQ(findFault(ValueKind::Niceness, "0"), "");
   EXPECT_EQ(findFault(ValueKind::Niceness, "19"), "");
   EXPECT_EQ(findFault(ValueKind::Niceness, "20"), "20 is not between 0 and 19");

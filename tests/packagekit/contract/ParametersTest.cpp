@@ -8,6 +8,7 @@
 #include <string>
 
 #include "packagekit/contract/DebugWish.h"
+#include "packagekit/contract/Estimate.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Seed.h"
 
@@ -72,6 +73,16 @@ TEST(Seed, is_none_where_no_line_gives_one) {
     EXPECT_EQ(seedOf(text), 0U) << text;
   }
   EXPECT_EQ(seedOf(nullptr), 0U);
+}
+
+TEST(Estimate, is_told_finer_than_whole_seconds) {
+  EXPECT_EQ(wholeSeconds(0.2), 1);
+  EXPECT_EQ(wholeSeconds(3), 3);
+  EXPECT_EQ(wholeSeconds(1e30), std::numeric_limits<int>::max());
+  EXPECT_DOUBLE_EQ(estimateFrom(1, toEstimate(0.25)), 0.25);
+  EXPECT_DOUBLE_EQ(estimateFrom(7, {}), 7);
+  EXPECT_DOUBLE_EQ(estimateFrom(7, {"0.25"}), 7) << "words of somebody else";
+  EXPECT_DOUBLE_EQ(estimateFrom(-1, {"x"}), -1);
 }
 
 }  // namespace

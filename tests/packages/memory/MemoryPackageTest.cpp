@@ -121,6 +121,8 @@ TEST_F(MemoryPackageTest, estimate_grows_with_the_work) {
   EXPECT_GT(short1, 0);
   EXPECT_GT(driver.run(device, {2}, options).estimatedTime, short1);
   EXPECT_GE(driver.run(device, {8}, options).estimatedTime, 180);
+  options.quickMode = true;
+  EXPECT_LE(driver.run(device, {8}, options).estimatedTime, 30);
 }
 
 TEST_F(MemoryPackageTest, nodes_have_tags_and_locks_of_their_own) {

@@ -108,6 +108,9 @@ TEST_F(ProcessorPackageTest, estimate_is_the_configured_time) {
   options.estimationMode = true;
   driver.set("TestID1", "DurationSeconds", "42");
   EXPECT_EQ(driver.run(anyCore(), {1}, options).estimatedTime, 43);
+  options.quickMode = true;
+  driver.set("TestID1", "QuickDurationSeconds", "7");
+  EXPECT_EQ(driver.run(anyCore(), {1}, options).estimatedTime, 8);
 }
 
 TEST_F(ProcessorPackageTest, cores_have_tags_and_locks_of_their_own) {
