@@ -369,11 +369,34 @@ Verdict betweenInterfaces(TestContext& context) {
   });
 }
 
+// --- How long tests take, by cautious guesses
+
+constexpr double kSecondsToStart = 0.1;
+
+double secondsToWatch(const Device&, const Environment& environment) {
+  constexpr double kMillisecondsInSecond = 1000;
+  const auto watched = environment.settings.value(kWatchMilliseconds, 1, environment.isQuick);
+  return static_cast<double>(watched) / kMillisecondsInSecond + kSecondsToStart;
+}
+
+double secondsToStream(const Device&, const Environment& environment) {
+  constexpr double kMegabytesPerSecond = 1500;
+  const auto sent = environment.settings.value(kStreamMegabytes, 4, environment.isQuick);
+  return static_cast<double>(sent) / kMegabytesPerSecond + kSecondsToStart;
+}
+
+double secondsToSendDatagrams(const Device&, const Environment& environment) {
+  constexpr double kDatagramsPerSecond = 100'000;
+  const auto sent = environment.settings.value(kDatagrams, 5, environment.isQuick);
+  return static_cast<double>(sent) / kDatagramsPerSecond + kSecondsToStart;
+}
+
 const std::vector<TestRow> kTests = {
     {.number = 1,
      .body = link,
      .reads = {kAllowedDrops, kMinimumMegabits, kWatchMilliseconds},
-     .support = hasPartner},
+     .support = hasPartner,
+     .estimate = secondsToWatch},
     {.number = 2, .body = onlineSelfTest, .reads = {kAllowedDrops}, .support = hasSelfTest},
     {.number = 3,
      .body = offlineSelfTest,
@@ -383,11 +406,13 @@ const std::vector<TestRow> kTests = {
      .body = loopbackStream,
      .reads = {kAllowedDrops, kStreamMegabytes, kConnections, kStallSeconds, kStreamSeconds,
                kMinimumRate},
-     .support = isLoopbackInterface},
+     .support = isLoopbackInterface,
+     .estimate = secondsToStream},
     {.number = 5,
      .body = loopbackDatagrams,
      .reads = {kAllowedDrops, kDatagrams, kLongestDatagram, kDatagramSeconds},
-     .support = isLoopbackInterface},
+     .support = isLoopbackInterface,
+     .estimate = secondsToSendDatagrams},
     {.number = kPairTest,
      .body = betweenInterfaces,
      .reads = {kAllowedDrops, kFirstInterface, kSecondInterface, kRecordDirectory, kCarrierSeconds,

@@ -168,10 +168,6 @@ int secondsToScan(const Disk& disk) {
   return static_cast<int>(disk.bytes / bytesPerSecond) + 1;
 }
 
-int estimateOfScan(const Device& device, const Environment&) {
-  return secondsToScan(diskOf(device));
-}
-
 // --- What the configuration file says
 
 constexpr auto kSilenceSeconds = required<Seconds>("SilenceSeconds");
@@ -188,6 +184,40 @@ constexpr auto kFileMegabytes = quickable<std::uint64_t>("FileMegabytes");
 constexpr auto kPercentUsed = required<std::uint64_t>("PercentUsed");
 constexpr auto kCelsius = required<long>("Celsius");
 constexpr auto kErrorLogEntries = quickable<std::uint64_t>("ErrorLogEntries");
+
+// --- How long tests take, by cautious guesses
+
+constexpr double kSecondsToStart = 0.1;
+
+double bytesPerSecond(const Disk& disk) {
+  return disk.rotational ? 150e6 : 500e6;
+}
+
+/// @brief An estimate by a setting in megabytes, of which 0 means all there are.
+std::function<double(const Device&, const Environment&)> secondsFor(
+    int test, const Setting<std::uint64_t>& megabytes, double timesMoved) {
+  return [=](const Device& device, const Environment& environment) {
+    const Disk disk = diskOf(device);
+    const auto wanted =
+        static_cast<double>(environment.settings.value(megabytes, test, environment.isQuick)) *
+        static_cast<double>(kMebibyte);
+    const auto all = static_cast<double>(disk.bytes);
+    const double bytes = wanted > 0 ? std::min(wanted, all) : all;
+    return timesMoved * bytes / bytesPerSecond(disk) + kSecondsToStart;
+  };
+}
+
+/// @brief An estimate by the number of reads.
+/// @param perSecond of a disk without moving parts
+std::function<double(const Device&, const Environment&)> secondsForReads(int test,
+                                                                         double perSecond) {
+  return [=](const Device& device, const Environment& environment) {
+    constexpr double kOfRotating = 150;
+    const auto reads =
+        static_cast<double>(environment.settings.value(kReads, test, environment.isQuick));
+    return reads / (diskOf(device).rotational ? kOfRotating : perSecond) + kSecondsToStart;
+  };
+}
 
 std::uint64_t bytesOf(const TestContext& context, const Setting<std::uint64_t>& megabytes) {
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max() / kMebibyte;
@@ -388,23 +418,27 @@ const std::vector<TestRow> kTests = {
      .body = sequentialScan,
      .reads = {kSilenceSeconds, kBlockBytes, kDepth, kScanMegabytes, kMinimumRate},
      .support = canBeRead,
-     .estimate = estimateOfScan},
+     .estimate = secondsFor(4, kScanMegabytes, 1)},
     {.number = 5,
      .body = randomRead,
      .reads = {kSilenceSeconds, kBlockBytes, kDepth, kReads},
-     .support = canBeRead},
+     .support = canBeRead,
+     .estimate = secondsForReads(5, 30'000)},
     {.number = 6,
      .body = readStability,
      .reads = {kSilenceSeconds, kBlockBytes, kDepth, kCompareMegabytes},
-     .support = canBeRead},
+     .support = canBeRead,
+     .estimate = secondsFor(6, kCompareMegabytes, 2)},
     {.number = 7,
      .body = latencyOutliers,
      .reads = {kSilenceSeconds, kBlockBytes, kReads, kLimitMilliseconds, kFactor, kAllowedStalls},
-     .support = canBeRead},
+     .support = canBeRead,
+     .estimate = secondsForReads(7, 5'000)},
     {.number = 8,
      .body = writeVerify,
      .reads = {kSilenceSeconds, kBlockBytes, kDepth, kFileMegabytes},
      .support = canHoldFile,
+     .estimate = secondsFor(8, kFileMegabytes, 2),
      .writes = true},
 };
 
