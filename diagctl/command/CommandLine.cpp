@@ -284,8 +284,9 @@ int tellEstimates(const GlobalOptions& global, const EstimateOptions& options) {
     tellUnmatched({}, unmatched);
     return ExitCode::kNothingRan;
   }
-  const std::vector<Estimate> estimates = estimate(*session, select(session->catalogue(), patterns),
-                                                   passesOf(options.run), isQuick(options.run));
+  const std::vector<Estimate> estimates =
+      estimate(*session, select(session->catalogue(), patterns), options.run,
+               packageDirectoryOf(configuration.path()));
   if (options.format == kJsonFormat) {
     writeJson(standardOutput(), estimatesAsJson(estimates));
   } else {

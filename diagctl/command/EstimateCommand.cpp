@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "diagctl/run/RequestWatch.h"
 #include "diagctl/session/ControllerFailure.h"
@@ -13,6 +15,7 @@
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Estimate.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -78,7 +81,8 @@ class Collection {
     while (const auto result = m_results.takeFirst()) {
       const auto entry = m_open.find(result->getTestRequestId());
       if (entry != m_open.end() && result->getEstimatedTime() != 0) {
-        entry->second->seconds = std::max(result->getEstimatedTime(), -1);
+        entry->second->seconds = PackageKit::Contract::estimateFrom(
+            std::max(result->getEstimatedTime(), -1), result->getParamVector());
       }
     }
   }
@@ -89,53 +93,84 @@ class Collection {
   std::map<unsigned int, Estimate*> m_open;
 };
 
-std::string toText(long seconds) {
+std::string toText(double seconds) {
   if (seconds < 0) {
     return tr("unknown");
   }
-  if (seconds < 60) {
-    return tr("{} s", seconds);
+  const long whole = wholeSeconds(seconds);
+  if (whole < 60) {
+    return tr("{} s", whole);
   }
-  return seconds < 3600 ? tr("{} min {:02} s", seconds / 60, seconds % 60)
-                        : tr("{} h {:02} min", seconds / 3600, seconds / 60 % 60);
+  return whole < 3600 ? tr("{} min {:02} s", whole / 60, whole % 60)
+                      : tr("{} h {:02} min", whole / 3600, whole / 60 % 60);
 }
 
 }  // namespace
 
-std::vector<Estimate> estimate(Session& session, const std::vector<SelectedPair>& pairs, int passes,
-                               bool isQuick) {
+DescribedTimes::DescribedTimes(std::string directory, bool isQuick)
+    : m_directory(std::move(directory)), m_isQuick(isQuick) {}
+
+double DescribedTimes::of(const PackageItem& package, const TestItem& test) const {
+  const double usual = test.estimatedTime > 0 ? test.estimatedTime : -1;
+  if (!m_isQuick) {
+    return usual;
+  }
+  auto text = m_texts.find(package.baseName);
+  if (text == m_texts.end()) {
+    text = m_texts
+               .emplace(package.baseName,
+                        ConfigurationText::read(m_directory + "/" + package.baseName + ".cfg"))
+               .first;
+  }
+  const auto quick = text->second ? text->second->value("TestID" + std::to_string(test.id),
+                                                        PackageKit::Contract::kQuickEstimateKey)
+                                  : std::nullopt;
+  return quick ? PackageKit::Contract::toNumber(*quick).value_or(usual) : usual;
+}
+
+double secondsOfPasses(double seconds, const RunOptions& options) {
+  if (seconds <= 0) {
+    return seconds;
+  }
+  const double all = passesOf(options);
+  return seconds *
+         (options.secondsPerTest
+              ? std::min(all,
+                         std::floor(static_cast<double>(*options.secondsPerTest) / seconds) + 1)
+              : all);
+}
+
+std::vector<Estimate> estimate(Session& session, const std::vector<SelectedPair>& pairs,
+                               const RunOptions& options, const std::string& directory) {
+  const DescribedTimes described(directory, isQuick(options));
   std::vector<Estimate> estimates;
   for (const SelectedPair& pair : pairs) {
     if (pair.state == PairState::Enabled) {
-      const int configured = pair.test->estimatedTime;
-      estimates.push_back({pair, configured > 0 ? configured : -1});
+      estimates.push_back({pair, described.of(*pair.package, *pair.test)});
     }
   }
   Collection collection(session);
   for (Estimate& each : estimates) {
-    collection.queue(each, isQuick);
+    collection.queue(each, isQuick(options));
   }
   collection.waitForAll();
   for (Estimate& each : estimates) {
-    each.seconds = each.seconds < 0 ? -1 : each.seconds * passes;
+    each.seconds = secondsOfPasses(each.seconds, options);
   }
   return estimates;
 }
 
-EstimateSums sum(const std::vector<Estimate>& estimates) {
-  EstimateSums sums;
-  std::map<std::string, long> byDevice;
+TimeNeeded sum(const std::vector<Estimate>& estimates) {
+  std::vector<Load> loads;
   for (const Estimate& each : estimates) {
-    if (each.seconds < 0) {
-      sums.isComplete = false;
-      continue;
-    }
-    sums.serial += each.seconds;
-    long& ofDevice = byDevice[each.pair.device->tag];
-    ofDevice += each.seconds;
-    sums.parallel = std::max(sums.parallel, ofDevice);
+    loads.push_back({each.pair.device->tag, each.seconds, each.pair.package->takesMachine});
   }
-  return sums;
+  return timeNeeded(loads);
+}
+
+long wholeSeconds(double seconds) {
+  constexpr double kMost = 1e15;
+  return static_cast<long>(std::ceil(std::min(seconds, kMost)));
 }
 
 void writeEstimates(Printer& out, const std::vector<Estimate>& estimates) {
@@ -143,12 +178,12 @@ void writeEstimates(Printer& out, const std::vector<Estimate>& estimates) {
     out.say("{:>12}  {}: {} on {}\n", toText(each.seconds), each.pair.package->name,
             each.pair.test->name, each.pair.device->name);
   }
-  const EstimateSums sums = sum(estimates);
-  const auto bound = [&](long seconds) {
+  const TimeNeeded sums = sum(estimates);
+  const auto bound = [&](double seconds) {
     return sums.isComplete ? toText(seconds) : tr("at least {}", toText(seconds));
   };
   out.say("\n{} tests: {} one after the other, {} side by side\n", estimates.size(),
-          bound(sums.serial), bound(sums.parallel));
+          bound(sums.oneAfterTheOther), bound(sums.sideBySide));
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -207,15 +207,16 @@ Json estimatesAsJson(const std::vector<Estimate>& estimates) {
   Json document = documentOf("estimate");
   document["tests"] = Json::array();
   for (const Estimate& each : estimates) {
-    document["tests"].push_back({{"package", each.pair.package->name},
-                                 {"test", each.pair.test->name},
-                                 {"device", each.pair.device->name},
-                                 {"tag", each.pair.device->tag},
-                                 {"seconds", secondsOrNull(each.seconds)}});
+    document["tests"].push_back(
+        {{"package", each.pair.package->name},
+         {"test", each.pair.test->name},
+         {"device", each.pair.device->name},
+         {"tag", each.pair.device->tag},
+         {"seconds", secondsOrNull(each.seconds < 0 ? -1 : wholeSeconds(each.seconds))}});
   }
-  const EstimateSums sums = sum(estimates);
-  document["serialSeconds"] = sums.serial;
-  document["parallelSeconds"] = sums.parallel;
+  const TimeNeeded sums = sum(estimates);
+  document["serialSeconds"] = wholeSeconds(sums.oneAfterTheOther);
+  document["parallelSeconds"] = wholeSeconds(sums.sideBySide);
   document["isComplete"] = sums.isComplete;
   return document;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <list>
@@ -13,10 +14,12 @@
 #include <optional>
 #include <set>
 
+#include "diagctl/command/EstimateCommand.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/report/EventRelay.h"
+#include "diagctl/report/Forecast.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/Progress.h"
 #include "diagctl/report/RunVerdict.h"
@@ -45,17 +48,27 @@ bool isColoured(int descriptor) {
   return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
 }
 
+constexpr unsigned long kMostSeconds = 1UL << 40;  ///< that a run is told to take
+
+/// What a run has to do by the packages' descriptions, which its start does not wait for, and how
+/// its tests stand to each other.
+struct Schedule {
+  std::vector<Load> loads;  ///< of the requests, in their order
+  bool isSerial = false;
+};
+
 /// Tells a run to whoever follows it, on threads of their own, so that neither the run nor the
 /// keyboard waits for any of them. What people see stands in the files already; what else may wait
 /// for a reader is told by itself. The line of progress goes with standard output, as both may be
 /// one terminal.
 class Followers {
  public:
-  Followers(Outputs& outputs, std::size_t requests, bool isQuiet)
-      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, requests),
+  Followers(Outputs& outputs, const Schedule& schedule, bool isQuiet)
+      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, schedule.loads.size()),
         m_isQuiet(isQuiet),
         m_people([this, &outputs](const RunEvent& event) { tellPeople(outputs, event); }),
         m_files([this, &outputs](const RunEvent& event) { tellFiles(outputs, event); }) {
+    m_progress.expect(schedule.loads, schedule.isSerial);
     for (std::size_t index = 0; index + 1 < outputs.count(); ++index) {
       if (!outputs.isPlainFile(index)) {
         m_others.emplace_back(
@@ -189,51 +202,57 @@ const char* nameOf(DiagCtrl::GlobalSettings::diagMode mode) {
   }
 }
 
-// By the packages' descriptions; nothing where one has no figure, or short forms are run.
-std::optional<long> estimatedSeconds(const RunPlan& plan, bool isSerial) {
-  std::map<const DeviceItem*, long> busy;
-  long all = 0;
+Schedule scheduleOf(Session& session, const RunPlan& plan, const std::string& packages) {
+  DiagCtrl::GlobalSettings::runMode order{};
+  require(session.controller().getRunMode(order), tr("reading the run mode"));
+  Schedule schedule;
+  schedule.isSerial = order == DiagCtrl::GlobalSettings::SERIAL;
+  const DescribedTimes times(packages, isQuick(plan.options));
   for (const PlannedRequest& request : plan.requests) {
-    const long seconds = static_cast<long>(request.pair.test->estimatedTime) * request.passes;
-    if (seconds <= 0 || isQuick(plan.options)) {
-      return std::nullopt;
-    }
-    busy[request.pair.device] += seconds;
-    all += seconds;
+    const SelectedPair& pair = request.pair;
+    schedule.loads.push_back({pair.device->tag,
+                              secondsOfPasses(times.of(*pair.package, *pair.test), plan.options),
+                              pair.package->takesMachine});
   }
-  long longest = 0;
-  for (const auto& [device, seconds] : busy) {
-    longest = std::max(longest, seconds);
+  return schedule;
+}
+
+// Rounded up; nothing where a test has no figure.
+std::optional<long> estimatedSeconds(const Schedule& schedule, const RunOptions& options) {
+  const TimeNeeded needed = timeNeeded(schedule.loads);
+  if (!needed.isComplete) {
+    return std::nullopt;
   }
-  return isSerial ? all : longest;
+  const double seconds = schedule.isSerial ? needed.oneAfterTheOther : needed.sideBySide;
+  const auto most = static_cast<double>(options.totalSeconds.value_or(kMostSeconds));
+  return static_cast<long>(std::ceil(std::min({seconds, most, static_cast<double>(kMostSeconds)})));
 }
 
 void describePlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
-                  std::map<std::string, std::string>& parameters) {
+                  const Schedule& schedule, std::map<std::string, std::string>& parameters) {
   DiagCtrl::GlobalSettings::diagMode mode{};
   require(session.controller().getDiagnosticMode(mode), tr("reading the diagnostic mode"));
-  DiagCtrl::GlobalSettings::runMode order{};
-  require(session.controller().getRunMode(order), tr("reading the run mode"));
   parameters["user"] = nameOfUser();
   parameters["mode"] = nameOf(mode);
   parameters["tests"] = std::to_string(plan.requests.size());
   if (const std::string selection = describe(options.patterns); !selection.empty()) {
     parameters["selection"] = selection;
   }
-  const auto seconds = estimatedSeconds(plan, order == DiagCtrl::GlobalSettings::SERIAL);
+  const auto seconds = estimatedSeconds(schedule, plan.options);
   if (seconds && *seconds > 0) {
     parameters["estimatedSeconds"] = std::to_string(*seconds);
   }
 }
 
-RunStarted openingOf(const RunCommandOptions& options, Session& session, const RunPlan& plan) {
+RunStarted openingOf(const RunCommandOptions& options, Session& session, const RunPlan& plan,
+                     const Schedule& schedule) {
   const Catalogue& catalogue = session.catalogue();
   RunStarted start = describeMachine();
   start.name = "diagctl";
   start.version = TARVEX_VERSION;
   start.commandLine = options.commandLine;
   start.parameters = describe(options.run);
-  describePlan(options, session, plan, start.parameters);
+  describePlan(options, session, plan, schedule, start.parameters);
   start.software.push_back({"controller", "TarvexDiags", TARVEX_VERSION});
   for (const PackageItem& package : catalogue.packages) {
     start.software.push_back({package.baseName, package.name, package.version});
@@ -246,8 +265,8 @@ RunStarted openingOf(const RunCommandOptions& options, Session& session, const R
 }
 
 RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
-                  Outputs& outputs) {
-  Followers followers(outputs, plan.requests.size(), options.isQuiet);
+                  const Schedule& schedule, Outputs& outputs) {
+  Followers followers(outputs, schedule, options.isQuiet);
   std::optional<Keyboard> keyboard;
   if (!options.isQuiet) {
     keyboard.emplace(keysFor(followers));
@@ -255,7 +274,7 @@ RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunP
   Runner runner(
       session, plan, [&](const RunEvent& event) { followers.tell(event); },
       Interruption::requests(), [&] { followers.announceEnding(); });
-  RunRecord record = runner.run(openingOf(options, session, plan));
+  RunRecord record = runner.run(openingOf(options, session, plan, schedule));
   followers.finish();
   return record;
 }
@@ -356,7 +375,9 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   Outputs outputs(reporting.outputs, formatOf(reporting),
                   {isColoured(STDOUT_FILENO), conditions, RunRecord::kUnbounded,
                    lineWidthOfOutput(), reporting.onlyProblems, reporting.isVerbose});
-  const RunRecord record = runPlan(options, session, plan, outputs);
+  const RunRecord record =
+      runPlan(options, session, plan,
+              scheduleOf(session, plan, packageDirectoryOf(configuration.path())), outputs);
   summary = summaryOf(record);
   const int code = finish(outputs, exitCodeOf(record, conditions));
   return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();

@@ -68,8 +68,12 @@ std::size_t columnsOf(int descriptor) {
 
 }  // namespace
 
+double Progress::shareOf(const Step& step) {
+  return (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / std::max(step.start.passes, 1);
+}
+
 Progress::Progress(Printer& out, bool isTerminal, std::size_t total)
-    : m_out(out), m_isTerminal(isTerminal), m_total(total) {}
+    : m_out(out), m_isTerminal(isTerminal), m_total(total), m_loads(total) {}
 
 void Progress::handle(const RunEvent& event) {
   take(event);
@@ -118,6 +122,9 @@ void Progress::endStep(unsigned long number) {
     return;
   }
   ++m_ended;
+  if (number <= m_loads.size()) {
+    m_loads[number - 1].seconds = 0;
+  }
   if (!m_isTerminal) {
     m_out.say("ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
   }
@@ -175,21 +182,53 @@ std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_p
             remaining, step.start.test, step.start.device);
 }
 
-// What is left is told from the share that is done, so it is rough at the start.
+void Progress::expect(std::vector<Load> loads, bool isSerial) {
+  m_loads = std::move(loads);
+  m_isSerial = isSerial;
+}
+
+// At its start by what it was thought to take, then by the share that is done.
+double Progress::secondsLeft(unsigned long number,
+                             std::chrono::system_clock::time_point now) const {
+  constexpr double kTellingShare = 0.05;
+  const double expected = m_loads[number - 1].seconds;
+  const auto step = m_steps.find(number);
+  if (step == m_steps.end()) {
+    return expected;
+  }
+  const double elapsed = secondsBetween(step->second.begin, now);
+  const double done = shareOf(step->second);
+  if (done >= kTellingShare) {
+    return elapsed * (1 - done) / done;
+  }
+  return expected < 0 ? expected : std::max(expected - elapsed, 0.0);
+}
+
+// Where nobody knows of a test, all are taken to be alike: by the share that is done.
+std::string Progress::timeLeft(std::chrono::system_clock::time_point now) const {
+  std::vector<Load> left = m_loads;
+  for (unsigned long number = 1; number <= left.size(); ++number) {
+    left[number - 1].seconds = secondsLeft(number, now);
+  }
+  const TimeNeeded sum = timeNeeded(left);
+  if (sum.isComplete) {
+    return clock(m_isSerial ? sum.oneAfterTheOther : sum.sideBySide);
+  }
+  double done = static_cast<double>(m_ended);
+  for (const auto& [number, step] : m_steps) {
+    done += shareOf(step);
+  }
+  const double open = static_cast<double>(m_total) - done;
+  return done > 0 && open > 0 ? clock(secondsBetween(m_begin, now) * open / done) : "-";
+}
+
 std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
   const double elapsed = secondsBetween(m_begin, now);
   if (m_isEnding) {
     return tr("{} of {} ended, {}, ending{}", m_ended, m_total, clock(elapsed), signs());
   }
-  double done = static_cast<double>(m_ended);
-  for (const auto& [number, step] : m_steps) {
-    const double passes = std::max(step.start.passes, 1);
-    done += (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / passes;
-  }
-  const double left = static_cast<double>(m_total) - done;
   return tr("{} of {} ended, {} left {}{}   s suspend  r resume  a abort one  q abort all", m_ended,
-            m_total, clock(elapsed), done > 0 && left > 0 ? clock(elapsed * left / done) : "-",
-            signs());
+            m_total, clock(elapsed), timeLeft(now), signs());
 }
 
 void Progress::draw(std::chrono::system_clock::time_point now) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/report/Forecast.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/terminal/Printer.h"
 
@@ -27,6 +28,10 @@ class Progress : public Reporter {
 
   void finish() override;
 
+  /// What the run has to do, which tells how long it still takes. Before the first event.
+  /// @param loads of all its tests, by their numbers from 1 on. @param isSerial one at a time
+  void expect(std::vector<Load> loads, bool isSerial);
+
   /// Takes the drawing away, so that something else can be written; the next event draws it anew.
   void erase();
 
@@ -47,7 +52,11 @@ class Progress : public Reporter {
     bool isSuspended = false;
   };
 
+  /// What a test still takes, where somebody knows; below 0: nobody does.
+  double secondsLeft(unsigned long number, std::chrono::system_clock::time_point now) const;
+  std::string timeLeft(std::chrono::system_clock::time_point now) const;
   void take(const RunEvent& event);
+  static double shareOf(const Step& step);
   void endStep(unsigned long number);
   void tellEnding();
   void takeSigns(const RunEventBody& body);
@@ -60,7 +69,9 @@ class Progress : public Reporter {
   bool m_isTerminal;
   std::size_t m_total;
   std::size_t m_ended = 0;
-  std::map<unsigned long, Step> m_steps;
+  std::map<unsigned long, Step> m_steps;  ///< that run
+  std::vector<Load> m_loads;              ///< of all tests; of one that has ended, nothing
+  bool m_isSerial = false;
   std::atomic<unsigned long> m_firstRunning{0};
   std::atomic<bool> m_isEnding{false};
   bool m_isEndingTold = false;

@@ -895,6 +895,26 @@ TEST_F(Diagctl, estimate_asks_the_packages_and_sums) {
   EXPECT_EQ(run({"estimate", "-t", "None"}).exitCode, kNothingRan);
 }
 
+TEST_F(Diagctl, estimates_and_the_head_of_a_run_know_short_forms_limits_and_passes) {
+  place.addPackage("EST",
+                   {{.name = "One", .more = "TestEstimatedTime=90\nQuickTestEstimatedTime=0.4"},
+                    {.name = "Two", .more = "TestEstimatedTime=30"}},
+                   {{"Left", "bus/left"}, {"Right", "bus/right"}});
+  const auto last = [&](const std::vector<std::string>& arguments) {
+    return linesOf(run(arguments).out).back();
+  };
+  EXPECT_EQ(last({"estimate", "-t", "One", "--quick"}),
+            "2 tests: 1 s one after the other, 1 s side by side");
+  EXPECT_EQ(last({"estimate", "--profile", "extended", "-d", "Left"}),
+            "2 tests: 6 min 00 s one after the other, 6 min 00 s side by side");
+  EXPECT_THAT(run({"run", "-q", "-t", "Two", "--passes", "9", "--time", "50s"}).out,
+              HasSubstr("2 tests, about 60 s"))
+      << "the second pass begins within the time, and no third one";
+  EXPECT_THAT(run({"run", "-q", "-t", "One", "--quick", "--passes", "5"}).out,
+              HasSubstr("2 tests, about 2 s, ends at "));
+  EXPECT_THAT(run({"run", "-q", "--total-time", "50s"}).out, HasSubstr("4 tests, about 50 s"));
+}
+
 TEST_F(Diagctl, check_of_a_sound_workplace_finds_nothing) {
   addMixedPackage();
   const Outcome outcome = run({"check"});

@@ -92,6 +92,25 @@ TEST(ProgressLines, show_the_hottest_part_and_how_much_was_found) {
   EXPECT_THAT(out.str(), HasSubstr("hottest 63 °C, 1 finding   s suspend"));
 }
 
+TEST(ProgressLines, tell_what_is_left_along_the_resources) {
+  const auto told = [](bool isSerial) {
+    std::ostringstream out;
+    Printer printer(out);
+    Progress progress(printer, true, 3);
+    progress.expect({{"a", 40}, {"a", 100}, {"b", 90}}, isSerial);
+    const auto begin = std::chrono::system_clock::time_point();
+    progress.handle({begin, RunStarted{}});
+    progress.handle({begin, StepStarted{"1", "P", "Disk", "Read", "", 1}});
+    progress.handle({begin + std::chrono::seconds(30), StepProgress{"1", 50, 1, 1}});
+    progress.handle({begin + std::chrono::seconds(60), StepEnded{"1", RunStatus::Complete}});
+    return out.str();
+  };
+  EXPECT_THAT(told(false), HasSubstr("0 of 3 ended, 0:00 left 2:20"));
+  EXPECT_THAT(told(false), HasSubstr("0 of 3 ended, 0:30 left 2:10")) << "half of it took 30 s";
+  EXPECT_THAT(told(false), HasSubstr("1 of 3 ended, 1:00 left 1:40"));
+  EXPECT_THAT(told(true), HasSubstr("1 of 3 ended, 1:00 left 3:10"));
+}
+
 TEST(ProgressLines, say_that_the_run_is_ending_from_the_next_event_on) {
   std::ostringstream out;
   Printer printer(out);
