@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "diagctl/command/OptionGroup.h"
+#include "diagctl/command/UsageFault.h"
 #include "diagctl/session/NamedPlans.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -24,9 +25,8 @@ bool isGiven(const std::vector<std::string>& words, const std::string& option) {
                      [&](const std::string& word) { return isSame(word, option); });
 }
 
-const CLI::Option* optionOf(const Verb& verb, const std::string& name) {
-  const std::vector<const CLI::Option*> options =
-      static_cast<const CLI::App&>(*verb.command).get_options();
+CLI::Option* optionOf(const Verb& verb, const std::string& name) {
+  const std::vector<CLI::Option*> options = verb.command->get_options();
   const auto found = std::find_if(options.begin(), options.end(), [&](const CLI::Option* option) {
     return option->check_lname(name);
   });
@@ -37,8 +37,25 @@ const CLI::Option* optionOf(const Verb& verb, const std::string& name) {
   throw std::runtime_error(fmt::format("{} [Plan] {}: {}", plan.file, key, reason));
 }
 
+// Taken by the option as if it stood on the command line, and taken back: there nobody could tell
+// any more where it came from.
+void requireValue(const NamedPlan& plan, CLI::Option& option, const std::string& key,
+                  const std::string& value) {
+  const std::string own = "--" + key + ": ";
+  try {
+    option.add_result(value);
+    option.run_callback();
+    option.clear();
+  } catch (const UsageFault& fault) {
+    const std::string reason = fault.what();
+    refuse(plan, key, reason.starts_with(own) ? reason.substr(own.size()) : reason);
+  } catch (const CLI::ParseError&) {
+    refuse(plan, key, tr("'{}' is no value of it", value));
+  }
+}
+
 /// The words for an option of a plan; none for a flag that is not set.
-std::vector<std::string> wordsFor(const NamedPlan& plan, const CLI::Option& option,
+std::vector<std::string> wordsFor(const NamedPlan& plan, CLI::Option& option,
                                   const std::string& key, const std::string& value) {
   if (option.get_items_expected_max() == 0) {
     if (value != "TRUE" && value != "FALSE") {
@@ -49,6 +66,7 @@ std::vector<std::string> wordsFor(const NamedPlan& plan, const CLI::Option& opti
   if (value.empty() || value.front() == '-') {
     refuse(plan, key, tr("'{}' is no value of it", value));
   }
+  requireValue(plan, option, key, value);
   return {fmt::format("--{}={}", key, value)};
 }
 
@@ -57,7 +75,7 @@ std::vector<std::string> wordsOf(const NamedPlan& plan, const Verb& verb,
                                  const std::vector<std::string>& given) {
   std::vector<std::string> words;
   for (const auto& [key, value] : plan.options) {
-    const CLI::Option* const option = optionOf(verb, key);
+    CLI::Option* const option = optionOf(verb, key);
     const bool isKnown =
         std::any_of(verbs.begin(), verbs.end(), [&, &name = key](const Verb& each) {
           return optionOf(each, "profile") != nullptr && optionOf(each, name) != nullptr;

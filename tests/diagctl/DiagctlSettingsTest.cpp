@@ -224,6 +224,11 @@ TEST_F(DiagctlPlans, that_say_what_cannot_be_meant_run_nothing) {
   EXPECT_THAT(refusalOf("[Plan]\npases=2\n"), HasSubstr("[Plan] pases: there is no such option"));
   EXPECT_THAT(refusalOf("[Plan]\nserial=yes\n"), HasSubstr("[Plan] serial: 'yes' is none of"));
   EXPECT_THAT(refusalOf("[Plan]\ntest=--dry-run\n"), HasSubstr("[Plan] test: "));
+  EXPECT_THAT(refusalOf("[Plan]\npasses=many\n"),
+              HasSubstr("night.cfg [Plan] passes: 'many' is no whole number from 1 to "));
+  EXPECT_THAT(refusalOf("[Plan]\ntime=soon\n"), HasSubstr("[Plan] time: 'soon' is no time"));
+  EXPECT_THAT(refusalOf("[Plan]\nmode=fctory\n"),
+              HasSubstr("[Plan] mode: 'fctory' is none of customer, factory, bringup"));
   EXPECT_THAT(refusalOf("[Plan\ntest=Good\n"), HasSubstr("night.cfg:1: "));
   EXPECT_THAT(refusalOf("[Plans]\ntest=Good\n"), HasSubstr("[Plans]: a plan has no such section"));
   const Outcome unknown = run({"run", "--profile", "nigt"}, options);
