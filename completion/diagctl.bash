@@ -25,7 +25,7 @@ _diagctl_options() {
 _diagctl_values() {
   local values=""
   case $1 in
-    --profile) values="quick standard extended" ;;
+    --profile) printf '%s\n' quick standard extended && _diagctl_plans ;;
     --mode) values="customer factory bringup" ;;
     --format)
       case $2 in
@@ -46,6 +46,16 @@ _diagctl_values() {
     --set) _diagctl_settings ;;
   esac
   [[ -z $values ]] || tr ' ' '\n' <<<"$values"
+}
+
+# The names of the plans that somebody has written.
+_diagctl_plans() {
+  local directory file
+  for directory in "${XDG_CONFIG_HOME:-$HOME/.config}" /etc; do
+    for file in "$directory"/tarvexdiags/plans/*.cfg; do
+      [[ ! -e $file ]] || basename "$file" .cfg
+    done
+  done | sort -u
 }
 
 # _diagctl_names packages|devices|tests: what is there, a name on a line.

@@ -163,6 +163,19 @@ TEST_F(CompletedNames, are_those_of_packages_devices_and_tests_in_zsh) {
             (std::vector<Words>{{"MIX"}, {"Left"}, {"Silent"}, {"Bad"}, {"LOAD_LIBRARY_FAILED"}}));
 }
 
+TEST_F(CompletedNames, are_those_of_plans_in_both_shells) {
+  fs::create_directories(place.path("config/tarvexdiags/plans"));
+  place.write(place.path("config/tarvexdiags/plans/night shift.cfg"), "");
+  place.write(place.path("config/tarvexdiags/plans/quay.cfg"), "");
+  using Words = std::set<std::string>;
+  EXPECT_EQ(completions("diagctl run --profile q", place.path("words")), (Words{"quick", "quay"}));
+  EXPECT_EQ(completions("diagctl estimate --profile n", place.path("words")),
+            (Words{"night\\", "shift"}))
+      << "one name, fit to be typed";
+  const auto offers = completionsOfZsh({"diagctl run --profile q"}, place.path("words"));
+  EXPECT_EQ(offers, (std::vector<Words>{{"quick", "quay"}}));
+}
+
 TEST_F(CompletedNames, are_those_of_settings_in_both_shells) {
   if (!isBuildTrusted()) {
     GTEST_SKIP() << "root loads nothing from here without being told so";
