@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
 
 #include "diagctl/session/ConfigurationText.h"
 #include "packagekit/contract/KitCodes.h"
@@ -70,7 +71,26 @@ std::optional<std::string> TextArchive::message(int packageIndex, const std::str
       parameter = *text;
     }
   }
-  return fillIn(*found, parameters);
+  return fillIn(withoutEmptyEnd(*found, parameters), parameters);
+}
+
+std::string withoutEmptyEnd(const std::string& text, const std::vector<std::string>& parameters) {
+  const std::size_t begin =
+      text.ends_with('$') && text.size() > 2 ? text.rfind('$', text.size() - 2) : text.npos;
+  if (begin == text.npos) {
+    return text;
+  }
+  const long number = std::strtol(text.c_str() + begin + 1, nullptr, 10);
+  const auto place = static_cast<std::size_t>(number);
+  if (number <= 0 || place > parameters.size() || !parameters[place - 1].empty()) {
+    return text;
+  }
+  std::size_t end = 0;
+  for (const std::string_view stop : {". ", "。"}) {
+    const std::size_t found = text.rfind(stop, begin);
+    end = found != text.npos ? std::max(end, found + (stop == ". " ? 1 : stop.size())) : end;
+  }
+  return end > 0 ? text.substr(0, end) : text;
 }
 
 std::string fillIn(const std::string& text, const std::vector<std::string>& parameters) {

@@ -45,6 +45,10 @@ class TextArchive {
   std::map<std::pair<int, std::string>, Entries> m_texts;   ///< by package and language
 };
 
+/// A text without its last sentence, where that ends in a variable which has nothing to tell: "Last
+/// output: $5$".
+std::string withoutEmptyEnd(const std::string& text, const std::vector<std::string>& parameters);
+
 /// A text with its variables filled in: "$1$" is the first parameter, "$$" a dollar sign, "$word$"
 /// the parameter whose turn it is.
 std::string fillIn(const std::string& text, const std::vector<std::string>& parameters);

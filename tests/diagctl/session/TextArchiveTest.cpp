@@ -37,6 +37,17 @@ TEST(FilledInText, follows_the_rules_of_the_controller) {
   EXPECT_EQ(fillIn("nobody: $1$.", {}), "nobody: .");
 }
 
+TEST(FilledInText, ends_before_a_sentence_that_has_nothing_to_tell) {
+  const std::string text = "It crashed. Last output: $2$";
+  EXPECT_EQ(withoutEmptyEnd(text, {"A", ""}), "It crashed.");
+  EXPECT_EQ(withoutEmptyEnd(text, {"A", "B"}), text);
+  EXPECT_EQ(withoutEmptyEnd(text, {"A"}), text);
+  EXPECT_EQ(withoutEmptyEnd("崩溃。最后的输出：$1$", {""}), "崩溃。");
+  EXPECT_EQ(withoutEmptyEnd("Only $1$", {""}), "Only $1$");
+  EXPECT_EQ(withoutEmptyEnd("$", {""}), "$");
+  EXPECT_EQ(withoutEmptyEnd("A. $$", {""}), "A. $$");
+}
+
 class KeptTexts : public ::testing::Test {
  protected:
   KeptTexts() {
