@@ -73,7 +73,9 @@ constexpr const char* kExports[] = {"setPackageConfigFile", "getIDeviceEnumerato
 constexpr const char* kTokenSections[] = {"Information", "Warning", "Error", "DeviceStatus"};
 constexpr const char* kTestSection = "TestID";
 
-constexpr int kMostEntries = 10'000;  // a wrong count shall not fill the screen
+// Wrong counts shall not fill the screen, nor the memory where they multiply.
+constexpr int kMostEntries = 10'000;
+constexpr std::size_t kMostProblems = 10'000;  ///< about, of a package
 
 int countOf(const ConfigurationText& text, const std::string& section, const char* key) {
   const std::string value = text.value(section, key).value_or("0");
@@ -83,7 +85,10 @@ int countOf(const ConfigurationText& text, const std::string& section, const cha
 class PackageChecker {
  public:
   PackageChecker(std::string file, const ConfigurationText& text, std::vector<Problem>& problems)
-      : m_file(std::move(file)), m_text(text), m_problems(problems) {}
+      : m_file(std::move(file)),
+        m_text(text),
+        m_problems(problems),
+        m_most(problems.size() + kMostProblems) {}
 
   void check(bool mayLoad) {
     checkRemarks(m_text, m_file, m_problems);
@@ -97,16 +102,22 @@ class PackageChecker {
     for (const std::string& language : languages()) {
       checkTexts(language);
     }
+    if (isFull()) {
+      tell("", "",
+           tr("there are more problems than {}, and not all of them are told", kMostProblems));
+    }
   }
 
  private:
+  bool isFull() const { return m_problems.size() >= m_most; }
+
   void tell(const std::string& section, const std::string& key, const std::string& reason) {
     m_problems.push_back({m_file, section, key, reason});
   }
 
   void checkTests() {
     const int count = countOf(m_text, "Package", "NumberOfTests");
-    for (int test = 1; test <= count; ++test) {
+    for (int test = 1; test <= count && !isFull(); ++test) {
       checkKeys(m_text, m_file, fmt::format("{}{}", kTestSection, test), kTestRules, m_problems);
     }
     for (const std::string& section : m_text.sections()) {
@@ -123,13 +134,15 @@ class PackageChecker {
     checkKeys(m_text, m_file, listSection, {{"NumberOfTests", ValueKind::Number, false}},
               m_problems);
     const int tests = countOf(m_text, "Package", "NumberOfTests");
-    for (int entry = 1; entry <= countOf(m_text, listSection, "NumberOfTests"); ++entry) {
+    const int entries = countOf(m_text, listSection, "NumberOfTests");
+    for (int entry = 1; entry <= entries && !isFull(); ++entry) {
       const std::string section = fmt::format("{}{}", entryName, entry);
       checkKeys(m_text, m_file, section, rules, m_problems);
       if (const int test = countOf(m_text, section, "TestID"); test > tests) {
         tell(section, "TestID", tr("the package has no test {}", test));
       }
-      for (int device = 1; device <= countOf(m_text, section, "NumberOfDevice"); ++device) {
+      const int devices = countOf(m_text, section, "NumberOfDevice");
+      for (int device = 1; device <= devices && !isFull(); ++device) {
         const std::string key = fmt::format("DeviceName{}", device);
         if (!m_text.value(section, key)) {
           tell(section, key, tr("the key is missing"));
@@ -271,6 +284,7 @@ class PackageChecker {
   std::string m_file;
   const ConfigurationText& m_text;
   std::vector<Problem>& m_problems;
+  const std::size_t m_most;  ///< problems, from where on counts are no longer followed
   std::set<std::string> m_tokens;
 };
 

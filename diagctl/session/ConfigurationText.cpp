@@ -103,8 +103,13 @@ void ConfigurationText::take(const std::string& line, int number) {
       remark(number, "", tr("the section has no \"]\", so its keys are not read"));
       return;
     }
-    m_section = System::SysUtil::stripSpaces(line.substr(1, end - 1));
-    m_sections[*m_section];
+    const std::string name = System::SysUtil::stripSpaces(line.substr(1, end - 1));
+    if (name.empty()) {
+      remark(number, "", tr("the section has no name, so its keys are not read"));
+      return;
+    }
+    m_section = name;
+    m_sections[name];
     return;
   }
   const std::size_t equals = line.find('=');
@@ -113,6 +118,10 @@ void ConfigurationText::take(const std::string& line, int number) {
     return;
   }
   const std::string key = System::SysUtil::stripSpaces(line.substr(0, equals));
+  if (key.empty()) {
+    remark(number, "", tr("the line has no key, so it is not read: {}", line));
+    return;
+  }
   if (!m_section) {
     remark(number, key, tr("the key stands outside of a section, so it is not read"));
     return;

@@ -61,5 +61,35 @@ TEST(Rules, tell_what_a_file_holds_and_nobody_reads) {
                                 HasSubstr("a.cfg:7 lost: ")));
 }
 
+TEST(Remarks, tell_what_no_reader_finds) {
+  const TestSupport::TemporaryDirectory place;
+  const std::string file =
+      place.write("a.cfg", "[]\nlost=1\n[Section]\n= nameless\nkey=1\n[ \t]\n");
+  const auto text = ConfigurationText::read(file);
+  ASSERT_TRUE(text);
+  std::vector<std::string> told;
+  for (const ConfigurationText::Remark& remark : text->remarks()) {
+    told.push_back(std::to_string(remark.line) + " " + remark.key + ": " + remark.text);
+  }
+  EXPECT_THAT(told, ElementsAre("1 : the section has no name, so its keys are not read",
+                                "2 lost: the key stands outside of a section, so it is not read",
+                                "4 : the line has no key, so it is not read: = nameless",
+                                "6 : the section has no name, so its keys are not read"));
+  EXPECT_EQ(text->sections(), std::vector<std::string>{"Section"});
+  EXPECT_EQ(text->keys("Section").size(), 1U);
+}
+
+TEST(Problems, are_bounded_where_wrong_counts_multiply) {
+  const TestSupport::TemporaryDirectory place;
+  std::string text = "[Package]\nNumberOfTests=1\n[Disable Device]\nNumberOfTests=9999\n";
+  for (int entry = 1; entry <= 100; ++entry) {
+    text += "[DisableDeviceTestID" + std::to_string(entry) + "]\nNumberOfDevice=9999\n";
+  }
+  place.write("disk.cfg", text);
+  const std::vector<Problem> problems = checkPackages(place.path(), false);
+  EXPECT_LT(problems.size(), 11'000U);
+  EXPECT_THAT(problems.back().reason, HasSubstr("more problems than 10000"));
+}
+
 }  // namespace
 }  // namespace TarvexDiags::FrontEnd
