@@ -10,6 +10,8 @@
 #include <limits>
 #include <map>
 
+#include "diagctl/session/PackageSettings.h"
+#include "diagctl/session/WatchTexts.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Privileges.h"
 #include "packagekit/contract/SettingRule.h"
@@ -62,6 +64,16 @@ std::string findPrivilegeFault(const std::string& value) {
   return unknown ? tr("'{}' is no privilege", *unknown) : "";
 }
 
+std::string findFindingsFault(const std::string& value) {
+  const std::vector<std::string> tokens = WatchTexts::tokens();
+  for (const std::string& kind : kindsIn(value)) {
+    if (std::find(tokens.begin(), tokens.end(), WatchTexts::tokenOf(kind)) == tokens.end()) {
+      return tr("'{}' is no kind of finding", kind);
+    }
+  }
+  return {};
+}
+
 std::string findPathFault(const std::string& value, bool wantsDirectory) {
   std::error_code failure;
   const fs::file_status status = fs::status(value, failure);
@@ -95,6 +107,8 @@ std::string findFault(ValueKind kind, const std::string& value) {
       return findMachineIdFault(value);
     case ValueKind::Privileges:
       return findPrivilegeFault(value);
+    case ValueKind::Findings:
+      return findFindingsFault(value);
     case ValueKind::Directory:
     case ValueKind::File:
       return findPathFault(value, kind == ValueKind::Directory);

@@ -15,6 +15,7 @@ enum class ValueKind {
   Seconds,         ///< decimal, with or without a fraction
   PositiveNumber,  ///< whole, decimal and above zero
   Niceness,        ///< whole, decimal, from 0 to 19
+  Findings,        ///< kinds of what the watch over the machine finds, with commas
   Privileges,      ///< names of rights, see packagekit/contract/Privileges.h
   RunMode,
   DiagMode,

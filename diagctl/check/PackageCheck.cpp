@@ -51,6 +51,7 @@ const std::vector<KeyRule> kTestRules = {
     {"TestCapabilities", ValueKind::Text, false},
     {PackageKit::Contract::kTestNeeds, ValueKind::Text, false},
     {PackageKit::Contract::kTestWrites, ValueKind::Text, false},
+    {PackageKit::Contract::kTestProvokes, ValueKind::Findings, false},
     {"NameToken", ValueKind::Text, false},
     {"DescriptionToken", ValueKind::Text, false},
 };

@@ -30,6 +30,7 @@
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/NameResolution.h"
 #include "diagctl/session/OpenFiles.h"
+#include "diagctl/session/PackageSettings.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Keyboard.h"
@@ -331,6 +332,17 @@ std::size_t testsAtOnce(Session& session, const RunPlan& plan) {
   return mode == DiagCtrl::GlobalSettings::SERIAL ? 1 : devices.size();
 }
 
+void addProvoked(RunPlan& plan, const std::string& directory) {
+  std::map<const TestItem*, std::set<std::string>> provoked;
+  for (PlannedRequest& request : plan.requests) {
+    const auto [entry, isNew] = provoked.try_emplace(request.pair.test);
+    if (isNew) {
+      entry->second = provokedBy(directory, request.pair.package->baseName, request.pair.test->id);
+    }
+    request.provoked = entry->second;
+  }
+}
+
 int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const Configuration configuration =
       openConfiguration(options.config, options.wishes, !options.allowsInsecure && mustBeSecure());
@@ -365,6 +377,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   runOptions.watch = watch;
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
+  addProvoked(plan, packageDirectoryOf(configuration.path()));
   plan.offered = offeredPairs(catalogue, patterns);
   plan.expectedDevices = options.expectedDevices.value_or(0);
   plan.missingDevices =

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,7 @@ struct RunOptions {
 struct PlannedRequest {
   SelectedPair pair;
   int passes = 1;
+  std::set<std::string> provoked = {};  ///< kinds of findings that the test brings about itself
 };
 
 struct RunPlan {

@@ -29,6 +29,11 @@ constexpr std::chrono::seconds kLongestSilence(60);
 // So many times as often as was told is worth telling again.
 constexpr std::uint64_t kMany = 10;
 
+// "net" for "net:eth0".
+std::string sortOf(const std::string& resource) {
+  return resource.substr(0, resource.find(':'));
+}
+
 bool isNumbered(const std::string& name, const std::string& prefix) {
   return name.size() > prefix.size() && name.starts_with(prefix) &&
          name.find_first_not_of("0123456789", prefix.size()) == std::string::npos;
@@ -154,7 +159,8 @@ void RunWatch::tellAbsent() {
   }
 }
 
-void RunWatch::begin(const std::string& stepId, const SelectedPair& pair) {
+void RunWatch::begin(const std::string& stepId, const SelectedPair& pair,
+                     const std::set<std::string>& provoked) {
   if (m_watch == nullptr) {
     return;
   }
@@ -162,8 +168,15 @@ void RunWatch::begin(const std::string& stepId, const SelectedPair& pair) {
     m_firstBegin = Clock::now();
   }
   m_tests[stepId] = pair.test->name;
-  m_attribution.begin(stepId, resourcesOf(pair.device->tag, m_files),
-                      std::chrono::system_clock::now() - kBeginSlack);
+  const std::vector<std::string> resources = resourcesOf(pair.device->tag, m_files);
+  if (!provoked.empty()) {
+    Provocation& provocation = m_provoked[stepId];
+    provocation.kinds = provoked;
+    for (const std::string& resource : resources) {
+      provocation.sorts.insert(sortOf(resource));
+    }
+  }
+  m_attribution.begin(stepId, resources, std::chrono::system_clock::now() - kBeginSlack);
 }
 
 void RunWatch::end(const std::string& stepId, bool hasVanished) {
@@ -237,9 +250,21 @@ std::string RunWatch::duringOf(const std::vector<std::string>& tests) const {
   return names.empty() ? m_texts.text(m_during) : names;
 }
 
+// On its own device, and on others of the sort: a test of a cable takes both its ends.
+bool RunWatch::isProvoked(const Finding& finding) const {
+  return std::any_of(m_provoked.begin(), m_provoked.end(), [&](const auto& entry) {
+    return isOpen(entry.first) && entry.second.kinds.contains(Watching::nameOf(finding.kind)) &&
+           entry.second.sorts.contains(sortOf(finding.device));
+  });
+}
+
 void RunWatch::take(Finding finding) {
   const std::vector<std::string> tests = m_attribution.testsOf(finding);
-  if (finding.kind == Watching::Kind::DeviceVanished) {
+  const bool isOfTest = isProvoked(finding);
+  if (isOfTest) {
+    finding.severity = Watching::Severity::Information;
+  }
+  if (finding.kind == Watching::Kind::DeviceVanished && !isOfTest) {
     tellVanished(finding, tests);
     return;
   }

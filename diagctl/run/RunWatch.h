@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -44,7 +45,9 @@ class RunWatch {
   /// Begins, and tells once what cannot be watched here.
   void start();
   /// A test is about to begin.
-  void begin(const std::string& stepId, const SelectedPair& pair);
+  /// @param provoked kinds of findings that it brings about itself.
+  void begin(const std::string& stepId, const SelectedPair& pair,
+             const std::set<std::string>& provoked);
   /// A test has ended, and its step is about to: tells what came meanwhile.
   /// @param hasVanished whether it was told that its device is gone.
   void end(const std::string& stepId, bool hasVanished);
@@ -64,6 +67,11 @@ class RunWatch {
     std::uint64_t told = 0;
     Watching::Finding last = {};
   };
+  /// What a test brings about itself.
+  struct Provocation {
+    std::set<std::string> kinds;
+    std::set<std::string> sorts;  ///< of the devices: "net"
+  };
   /// What was told of a sensor.
   struct Series {
     std::string id;
@@ -76,6 +84,7 @@ class RunWatch {
   bool isOpen(const std::string& stepId) const;
   std::string duringOf(const std::vector<std::string>& tests) const;
   void tellAbsent();
+  bool isProvoked(const Watching::Finding& finding) const;
   void take(Watching::Finding finding);
   void tellVanished(const Watching::Finding& finding, const std::vector<std::string>& tests);
   void tell(const std::string& stepId, const std::vector<std::string>& tests,
@@ -94,7 +103,8 @@ class RunWatch {
   const char* const m_during;
   const Watching::SystemFiles m_files;
   Watching::Attribution m_attribution;
-  std::map<std::string, std::string> m_tests;  ///< names of the tests that began, by step
+  std::map<std::string, std::string> m_tests;     ///< names of the tests that began, by step
+  std::map<std::string, Provocation> m_provoked;  ///< by step
   std::map<Key, Told> m_told;
   std::map<std::string, Series> m_series;                             ///< by sensor
   std::map<std::string, std::vector<Watching::Finding>> m_vanishing;  ///< by open step

@@ -339,7 +339,11 @@ void Runner::repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place p
     options.seed = seed;
   }
   auto repetition = std::make_unique<Repetition>(
-      Repetition{{pair, crashed.planned.passes}, parametersOf(options), {}, crashed, place});
+      Repetition{{pair, crashed.planned.passes, crashed.planned.provoked},
+                 parametersOf(options),
+                 {},
+                 crashed,
+                 place});
   const std::size_t index = m_steps.size();
   const StepJudge::Stream stream{
       repetition->record,
@@ -479,7 +483,7 @@ std::string Runner::idForWatch(const Step& step) {
 
 void Runner::prepareBegin(const Step& step) {
   endJudgedSteps(step);
-  m_runWatch.begin(idForWatch(step), step.planned.pair);
+  m_runWatch.begin(idForWatch(step), step.planned.pair, step.planned.provoked);
   m_changedAt = Clock::now();
 }
 

@@ -6,7 +6,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 
+#include "System/SysUtil.h"
 #include "diagctl/session/ConfigurationText.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Privileges.h"
@@ -80,6 +82,24 @@ TestRemarks remarksOfTest(const std::string& directory, const std::string& baseN
   const auto valueOf = [&](const char* key) { return valueOfTest(*text, test, key).value_or(""); };
   return {valueOf(Contract::kTestNeeds), valueOf(Contract::kTestWrites),
           toText(Contract::privilegesFrom(valueOf(Contract::kPrivilegesKey)))};
+}
+
+std::set<std::string> kindsIn(const std::string& list) {
+  std::set<std::string> kinds;
+  std::istringstream parts(list);
+  for (std::string part; std::getline(parts, part, ',');) {
+    if (const std::string kind = System::SysUtil::stripSpaces(part); !kind.empty()) {
+      kinds.insert(kind);
+    }
+  }
+  return kinds;
+}
+
+std::set<std::string> provokedBy(const std::string& directory, const std::string& baseName,
+                                 int test) {
+  const auto text = ConfigurationText::read(directory + "/" + baseName + ".cfg");
+  return text ? kindsIn(valueOfTest(*text, test, Contract::kTestProvokes).value_or(""))
+              : std::set<std::string>();
 }
 
 std::vector<SettingItem> settingsOfTest(const std::string& directory, const std::string& baseName,

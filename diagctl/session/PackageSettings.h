@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,5 +34,12 @@ TestRemarks remarksOfTest(const std::string& directory, const std::string& baseN
 /// description tells of it.
 std::vector<SettingItem> settingsOfTest(const std::string& directory, const std::string& baseName,
                                         int test);
+
+/// The kinds of findings that a test says it brings about itself.
+std::set<std::string> provokedBy(const std::string& directory, const std::string& baseName,
+                                 int test);
+
+/// The kinds in a list with commas.
+std::set<std::string> kindsIn(const std::string& list);
 
 }  // namespace TarvexDiags::FrontEnd

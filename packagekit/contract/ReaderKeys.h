@@ -7,6 +7,9 @@ namespace TarvexDiags::PackageKit::Contract {
 /// disturbs. In English, without a full stop.
 inline constexpr const char* kTestNeeds = "TestNeeds";
 inline constexpr const char* kTestWrites = "TestWrites";
+/// @brief Kinds of findings of the watch over the machine that the test itself brings about, with
+/// commas: "link-lost". They are no warning while it runs.
+inline constexpr const char* kTestProvokes = "TestProvokes";
 
 /// @brief Sections for the same readers: what a setting means, and the unit of one that is a
 /// number. The key is that of the setting.

@@ -287,6 +287,26 @@ TEST_F(WatchedRun, refuses_what_is_no_source_time_or_rule) {
   }
 }
 
+TEST_F(WatchedRun, takes_for_no_warning_what_the_test_provokes) {
+  place.replaceIn(place.packageFile("HELD"), "Behave=held",
+                  "Behave=held\nTestProvokes=throttled, device-vanished, link-lost");
+  place.replaceIn(place.packageFile("HELD"), "Tag1=bus/node0", "Tag1=bus/eth0");
+  for (const std::string port : {"eth0", "eth1"}) {
+    m_machine.has("sys/class/net/" + port + "/device/vendor", "0x8086\n");
+    m_machine.has("sys/class/net/" + port + "/carrier_down_count", "1\n");
+  }
+  begin({"--watch=net"});
+  m_machine.has("sys/class/net/eth0/carrier_down_count", "2\n");
+  std::filesystem::remove_all(m_machine.path() + "/sys/class/net/eth1");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.steps(), ElementsAre(m_test));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  place.replaceIn(place.packageFile("HELD"), "=throttled,", "=throtled,");
+  EXPECT_THAT(Diagctl::run({"check"}).out,
+              HasSubstr("[TestID1] TestProvokes: 'throtled' is no kind of finding"));
+}
+
 TEST_F(WatchedRun, keeps_what_sensors_show_in_the_log_and_makes_no_step_of_it) {
   m_machine.has("sys/class/hwmon/hwmon0/name", "coretemp\n");
   m_machine.has("sys/class/hwmon/hwmon0/temp1_label", "Core 3\n");
