@@ -104,8 +104,20 @@ std::vector<Finding> Merger::rest() {
   return findings;
 }
 
+// The kernel says that machine checks were logged before it says which: that alone would be taken
+// for one that was corrected.
+bool Merger::isAnnouncement(const Group& group) const {
+  return group.kind == Kind::MachineCheckCorrected && group.device == kAnyDevice &&
+         std::any_of(m_groups.begin(), m_groups.end(), [](const Group& other) {
+           return other.kind == Kind::MachineCheckUncorrected;
+         });
+}
+
 // Sources stand in the order of how much they know, so the first of equals is the best.
 void Merger::settle(const Group& group, Moment until, std::vector<Finding>& findings) {
+  if (isAnnouncement(group)) {
+    return;
+  }
   const auto best = std::max_element(group.bySource.begin(), group.bySource.end(),
                                      [](const auto& one, const auto& other) {
                                        return totalOf(one.second) < totalOf(other.second);

@@ -46,6 +46,7 @@ class Merger {
 
   void spendCredit(Finding& finding);
   Group& groupOf(const Finding& finding);
+  bool isAnnouncement(const Group& group) const;
   void settle(const Group& group, Moment until, std::vector<Finding>& findings);
 
   std::chrono::milliseconds m_window;

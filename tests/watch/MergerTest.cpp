@@ -62,6 +62,14 @@ TEST_F(MergerTest, believes_the_source_that_counts_most) {
   EXPECT_THAT(dueAt(2000), ElementsAre("kmsg mc:0 - 5"));
 }
 
+TEST_F(MergerTest, takes_the_announcement_of_a_machine_check_for_none_of_its_own) {
+  take(0, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  take(1, SourceKind::KernelLog, Kind::MachineCheckUncorrected, "cpu:1", "bank 4");
+  EXPECT_THAT(dueAt(2001), ElementsAre("kmsg cpu:1 bank 4 1"));
+  take(9000, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(11'000), ElementsAre("kmsg machine - 1"));
+}
+
 TEST_F(MergerTest, does_not_count_again_what_a_source_tells_late) {
   take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 3);
   dueAt(2000);
