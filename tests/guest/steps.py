@@ -28,7 +28,12 @@ def flat(text):
 
 def note(step, content):
     if "diagnosis" in content:
-        step.diagnoses.add(content["diagnosis"]["type"])
+        diagnosis = content["diagnosis"]
+        step.diagnoses.add(diagnosis["type"])
+        message = flat(diagnosis.get("message", ""))
+        # A package's own stands in the log already.
+        if message and message not in step.findings:
+            step.findings.append(message)
     elif "error" in content:
         error = content["error"]
         step.findings.append(flat(f"error: {error['symptom']}: {error.get('message', '')}"))

@@ -18,7 +18,7 @@ kernel_told() {
 }
 
 module mce-inject
-configure CUSTOMER
+WATCH=all configure CUSTOMER
 setting processor TestID$TEST DurationSeconds=8
 begin_run check -p processor -t $TEST
 given "a test of core 1 that runs" within 60 has_started check $TEST host/cpu1
