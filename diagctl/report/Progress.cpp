@@ -108,7 +108,8 @@ void Progress::take(const RunEvent& event) {
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
-             message != nullptr && message->severity != Severity::Information) {
+             message != nullptr &&
+             (message->severity == Severity::Warning || message->severity == Severity::Error)) {
     m_out.print("{}\n", message->text);
   }
   takeSigns(event.body);
