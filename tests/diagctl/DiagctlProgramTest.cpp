@@ -354,19 +354,16 @@ TEST_F(Diagctl, what_this_user_may_not_do_is_skipped_for_that) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root has capabilities to be without";
   }
-  const fs::path packages = fs::path(place.path("packages"));
-  fs::remove_all(packages);
-  fs::copy(fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "packages", packages,
-           fs::copy_options::recursive);
+  const fs::path packages = fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "packages";
   const std::string disk = place.path("locked.disk");
   place.write(disk, std::string(std::size_t{1} << 20, 'x'));
   fs::permissions(disk, fs::perms::none);
-  place.replaceIn((packages / "storage.cfg").string(), "[Package]\n",
-                  "[Package]\nDeviceFile1=" + disk + "\n");
   Program::Options powerless;
   powerless.withoutCapabilities = {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH};
-  const std::vector<std::string> arguments = {
+  std::vector<std::string> arguments = {
       "--allow-insecure", "run", "-q", "-p", "storage", "-d", "*locked*", "-t", "Random read"};
+  arguments.insert(arguments.end(),
+                   {"--packages", packages, "--set", "storage.DeviceFile1=" + disk});
   const Outcome outcome = run(arguments, powerless);
   EXPECT_EQ(outcome.exitCode, kNothingRan) << outcome.err;
   EXPECT_THAT(outcome.out, AllOf(HasSubstr("this user may not read the disk"),
