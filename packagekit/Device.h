@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 
@@ -8,8 +7,8 @@ namespace TarvexDiags::PackageKit {
 
 /// @brief One device, as a package describes it to the kit.
 ///
-/// A plain value. Everything but `status` travels to the worker process in which the tests run, so
-/// whatever a test must know about its device stands in `properties`.
+/// A plain value, which is all that goes from process to process: whatever a test must know about
+/// its device stands in `properties`.
 struct Device {
   /// Name for people, such as "Samsung SSD 990 PRO (nvme0n1)". Never empty.
   std::string name;
@@ -24,12 +23,6 @@ struct Device {
 
   /// What discovery found out and the tests need: paths, numbers, capabilities.
   std::map<std::string, std::string> properties = {};
-
-  /// Answers the device's present status, a code of section `DeviceStatus` in the package's
-  /// configuration file. Optional: without it the status is 0. Runs in the host process, on client
-  /// threads, also while a test runs on the device: it must be quick and must not block. What it
-  /// throws is reported as `DEVICE_STATUS_UNKNOWN`.
-  std::function<unsigned int()> status = {};
 
   /// @brief A property, or the fallback when there is none of that name.
   std::string property(const std::string& key, const std::string& fallback = {}) const {

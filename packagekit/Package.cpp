@@ -79,6 +79,10 @@ void Package::discover(DiscoverFunction function) {
   m_discover = std::move(function);
 }
 
+void Package::status(StatusFunction function) {
+  m_status = std::move(function);
+}
+
 TestEntry& Package::test(int testId, TestFunction function) {
   return test(testId, std::unique_ptr<Test>(std::make_unique<FunctionTest>(std::move(function))));
 }
@@ -119,6 +123,10 @@ SettingList Package::settings() const {
 
 std::vector<Device> Package::findDevices(const Environment& environment) const {
   return m_discover ? m_discover(environment) : std::vector<Device>();
+}
+
+unsigned int Package::statusOf(const Device& device) const {
+  return m_status ? m_status(device) : 0;
 }
 
 std::vector<int> Package::testIds() const {

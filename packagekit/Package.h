@@ -74,12 +74,20 @@ struct TestRow {
 class Package {
  public:
   using DiscoverFunction = std::function<std::vector<Device>(const Environment&)>;
+  using StatusFunction = std::function<unsigned int(const Device&)>;
   using TestFunction = std::function<Verdict(TestContext&)>;
 
   /// @brief Sets how devices are found. Called in the host process at each enumeration, one call at
   /// a time. Devices that can't be looked at are left out, with a line in the log; when it throws,
   /// the package has no devices and the log says why.
   void discover(DiscoverFunction function);
+
+  /// @brief Sets how a device's present status is asked: a code of section `DeviceStatus` in the
+  /// package's configuration file; without such a function it is 0. It runs in the host process, on
+  /// client threads, also while a test runs on the device: it must be quick and must not block. It
+  /// is given what discovery has told of the device. What it throws is reported as
+  /// `DEVICE_STATUS_UNKNOWN`.
+  void status(StatusFunction function);
 
   /// @brief Adds a test.
   /// @param testId the number of its section in the configuration file, from 1 on; each once
@@ -106,6 +114,9 @@ class Package {
   /// @brief Runs discovery. Throws what the author's function throws.
   std::vector<Device> findDevices(const Environment& environment) const;
 
+  /// @brief Asks for the status of a device. Throws what the author's function throws.
+  unsigned int statusOf(const Device& device) const;
+
   /// @brief The numbers of the tests, rising.
   std::vector<int> testIds() const;
 
@@ -114,6 +125,7 @@ class Package {
 
  private:
   DiscoverFunction m_discover;
+  StatusFunction m_status;
   SettingList m_settings;
   std::map<int, TestEntry> m_tests;
 };

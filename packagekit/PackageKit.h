@@ -27,6 +27,7 @@
 #include "packagekit/Environment.h"
 #include "packagekit/Exports.h"
 #include "packagekit/KitEvents.h"
+#include "packagekit/KitInterface.h"
 #include "packagekit/Package.h"
 #include "packagekit/Setting.h"
 #include "packagekit/Settings.h"

@@ -7,10 +7,11 @@
 
 namespace TarvexDiags::PackageKit {
 
-KitDevice::KitDevice(Module& module, Device device)
+KitDevice::KitDevice(Module& module, const Package& package, Device device)
     : IDevice(device.resourceTag, device.name,
               device.disableName.empty() ? device.name : device.disableName),
       m_module(module),
+      m_package(package),
       m_device(std::move(device)) {}
 
 unsigned int KitDevice::getDeviceStatus() {
@@ -18,7 +19,7 @@ unsigned int KitDevice::getDeviceStatus() {
     return DEVICE_STATUS_HUNG;
   }
   unsigned int status = 0;
-  const auto failure = failureOf([&] { status = m_device.status ? m_device.status() : 0; });
+  const auto failure = failureOf([&] { status = m_package.statusOf(m_device); });
   return failure ? DEVICE_STATUS_UNKNOWN : status;
 }
 

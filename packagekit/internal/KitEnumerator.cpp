@@ -23,7 +23,7 @@ DeviceEnum::VirtualDeviceVector* KitEnumerator::getDeviceVector(const char* reso
                    "', '" + device.resourceTag + "'");
       continue;
     }
-    m_devices.emplace_back(new KitDevice(m_module, std::move(device)));
+    m_devices.emplace_back(new KitDevice(m_module, m_package, std::move(device)));
   }
   reportClashes();
   return &m_devices;

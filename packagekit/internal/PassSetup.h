@@ -13,7 +13,7 @@ namespace TarvexDiags::PackageKit {
 /// All that a worker process is told: what it runs, on what, and within which limits.
 struct PassSetup {
   std::vector<int> testIds = {};
-  Device device = {};  ///< without its status function
+  Device device = {};
   AccessMode openMode = DeviceEnum::IDevice::READ_WRITE;
   bool quickMode = false;
   bool haltOnError = false;

@@ -521,9 +521,7 @@ std::vector<Device> findDevices(const Environment& environment) {
       // Clashes with the first.
       {.name = "Unit 0 of a rack", .resourceTag = "selftest/rack/unit0"},
       {.name = "Without a tag", .resourceTag = ""},
-      {.name = "Broken status",
-       .resourceTag = "selftest/unit2",
-       .status = []() -> unsigned int { throw std::runtime_error("no status"); }},
+      {.name = "Broken status", .resourceTag = "selftest/unit2"},
   };
   if (environment.settings.package("DiscoveryFails")) {
     throw std::runtime_error("no bus");
@@ -531,8 +529,13 @@ std::vector<Device> findDevices(const Environment& environment) {
   return devices;
 }
 
+unsigned int statusOf(const Device& device) {
+  return device.name == "Broken status" ? throw std::runtime_error("no status") : 0;
+}
+
 void define(Package& package) {
   package.discover(findDevices);
+  package.status(statusOf);
   package.test(1, behaves);
   package.test(2, segfaults);
   package.test(3, aborts);

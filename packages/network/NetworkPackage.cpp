@@ -46,9 +46,9 @@ enum LinkStatus : unsigned int { LinkReady = 0, LinkWithoutCarrier = 1, LinkOff 
 
 // --- Devices
 
-unsigned int statusOf(const std::string& name) {
+unsigned int statusOf(const Device& device) {
   try {
-    const Link link = readLink(name);
+    const Link link = readLink(device.property("name"));
     if (!link.up) {
       return LinkOff;
     }
@@ -73,7 +73,6 @@ Device deviceOf(const Link& link, const std::string& parent) {
   device.resourceTag = parent + "/" + link.name;
   device.disableName = link.name;
   device.properties = {{"name", link.name}, {"loopback", link.loopback ? "1" : "0"}};
-  device.status = [name = link.name] { return statusOf(name); };
   return device;
 }
 
@@ -426,6 +425,7 @@ const std::vector<TestRow> kTests = {
 
 void define(Package& package) {
   package.discover(findDevices);
+  package.status(statusOf);
   package.tests(kTests);
 }
 

@@ -70,13 +70,14 @@ Device deviceOf(const Disk& disk, const std::string& parent) {
       {"rotational", disk.rotational ? "1" : "0"},
       {"readOnly", disk.readOnly ? "1" : "0"},
   };
-  device.status = [path = disk.path]() -> unsigned int {
-    if (access(path.c_str(), R_OK) == 0) {
-      return DiskReady;
-    }
-    return errno == EACCES || errno == EPERM ? DiskForbidden : DiskMissing;
-  };
   return device;
+}
+
+unsigned int statusOf(const Device& device) {
+  if (access(device.property("path").c_str(), R_OK) == 0) {
+    return DiskReady;
+  }
+  return errno == EACCES || errno == EPERM ? DiskForbidden : DiskMissing;
 }
 
 std::uint64_t numberOf(const Device& device, const std::string& key) {
@@ -446,6 +447,7 @@ const std::vector<TestRow> kTests = {
 
 void define(Package& package) {
   package.discover(findDevices);
+  package.status(statusOf);
   package.reads({kVirtualDiskHealth, kDeviceFile});
   package.tests(kTests);
 }

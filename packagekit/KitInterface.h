@@ -1,0 +1,12 @@
+#pragma once
+
+namespace TarvexDiags::PackageKit {
+
+/// @brief The number of the interface between the kit and the sources of packages. It rises when a
+/// package that was written for the number before no longer builds, or no longer finds what it was
+/// promised. Shared objects of any number go with any controller: it is no part of their exports.
+///
+/// 2: Package::status takes the place of a function in each device.
+inline constexpr int kKitInterface = 2;
+
+}  // namespace TarvexDiags::PackageKit
