@@ -1,7 +1,6 @@
 #include "packagekit/internal/PassRunner.h"
 
 #include <signal.h>
-#include <string.h>
 #include <sys/random.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Texts.h"
 #include "packagekit/internal/KitSettings.h"
+#include "packagekit/internal/ProcessTexts.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -31,21 +31,6 @@ constexpr int kNicest = 19;
 // What the events of a pass may take of the host's memory, and what each verdict may in any case.
 constexpr std::size_t kMostEventBytes = std::size_t{16} << 20U;
 constexpr std::size_t kVerdictBytes = 4096;
-
-std::string signalName(int signal) {
-  const char* const name = sigabbrev_np(signal);
-  return name == nullptr ? "signal " + std::to_string(signal) : std::string("SIG") + name;
-}
-
-// "?" when somebody else took it.
-std::string exitStatusOf(const ProcessEnd& end) {
-  return end.kind == ProcessEnd::Kind::Exited ? std::to_string(end.number) : "?";
-}
-
-std::string howItEnded(const ProcessEnd& end) {
-  return end.kind == ProcessEnd::Kind::Signalled ? signalName(end.number)
-                                                 : "exit status " + exitStatusOf(end);
-}
 
 const char* nameOf(DiagnosticResult::TestResult verdict) {
   switch (verdict) {
@@ -84,15 +69,6 @@ std::string addressText(std::uint64_t address) {
   std::ostringstream text;
   text << "0x" << std::hex << address;
   return address == 0 ? "?" : text.str();
-}
-
-std::string secondsText(double seconds) {
-  std::string text = std::to_string(seconds);
-  text.erase(text.find_last_not_of('0') + 1);
-  if (!text.empty() && text.back() == '.') {
-    text.pop_back();
-  }
-  return text;
 }
 
 std::uint64_t randomSeed() {
