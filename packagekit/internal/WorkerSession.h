@@ -1,28 +1,18 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Diag/DiagnosticEvent.h"
-#include "packagekit/internal/Frame.h"
-#include "packagekit/internal/OutputTail.h"
 #include "packagekit/internal/PassSetup.h"
-#include "packagekit/internal/RunControl.h"
-#include "packagekit/internal/WorkerProcess.h"
+#include "packagekit/internal/WorkerSupervisor.h"
 
 namespace TarvexDiags::PackageKit {
 
-/// How long a worker may take for what, in seconds.
-struct SessionLimits {
-  double start = 30;      ///< from its start until its package is loaded
-  double exit = 30;       ///< from the end of one test until the next begins, or until it is gone
-  double abortGrace = 5;  ///< from the request to stop until SIGTERM; no more than 0.3 beside tests
-  double termGrace = 2;   ///< from SIGTERM until SIGKILL
-  /// from SIGKILL, or from its own end if the kernel holds threads of it, until it is given up
-  double killGrace = 5;
+/// How long a worker and its tests may take, in seconds.
+struct SessionLimits : WorkerLimits {
   std::vector<double> tests = {};  ///< each test of the setup, by position; 0: no limit
 };
 
@@ -48,26 +38,13 @@ class SessionObserver {
 };
 
 /// How a session ended.
-struct SessionEnd {
-  bool isReady = false;                     ///< the worker got as far as to load its package
-  bool isComplete = false;                  ///< it said that nothing more would come
-  bool isGivenUp = false;                   ///< it can't be ended
-  bool isTimedOut = false;                  ///< its time was over
-  bool isKilledByHost = false;              ///< SIGTERM or SIGKILL came from here
-  std::string protocolError = {};           ///< empty: its messages were all right
+struct SessionEnd : WorkerEnd {
   std::optional<std::size_t> current = {};  ///< the test that it was in
   std::size_t testsEnded = 0;               ///< tests from the start of the list that have ended
-  ProcessEnd process = {};
-  pid_t pid = -1;
-  std::string lastLines = {};
-  std::optional<PoisonRecord> poison = {};  ///< the poisoned memory that ended it
 };
 
-/// The life of one worker, seen from the host: gives it its work, relays what it says, and ends it
-/// when it is told to or when its time is over. A worker that does not end by itself is asked, then
-/// gets SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever. One that
-/// has ended but for threads that the kernel holds is left alone sooner, as it would hear nothing.
-class WorkerSession {
+/// A worker that runs tests: relays what it says of them.
+class WorkerSession final : private WorkerSupervisor {
  public:
   /// @param setup a list of one test or more.
   WorkerSession(const PassSetup& setup, const SessionLimits& limits, RunControl& control,
@@ -77,47 +54,17 @@ class WorkerSession {
   SessionEnd run(WorkerProcess& process);
 
  private:
-  using Clock = std::chrono::steady_clock;
-  enum class Stage { Running, AskedToStop, Terminated, Killed, GivenUp };
-
-  void followControl();
-  void pause(bool on);
-  void allow(double seconds);
-  void escalateWhenDue();
-  void askToStop();
-  void terminate();
-  void escalateTo(Stage stage, int signal, double grace);
-  void lookWhetherHeld();
-  std::chrono::milliseconds lookLength() const;
-  int pollTimeout() const;
-  void waitForSomething();
-  bool readOutput();
-  bool readFrames();
-  void takeFrames();
-  void handle(Frame& frame);
+  void handle(Frame& frame) override;
+  bool isInTest() const override { return m_current.has_value(); }
   void handleTestBegin(Frame& frame);
   void handleTestEnd(Frame& frame);
   void handlePassEnd();
-  void flushOutgoing();
-  void breakProtocol(const std::string& what);
-  void drain();
 
   const PassSetup& m_setup;
   const SessionLimits& m_limits;
-  RunControl& m_control;
   SessionObserver& m_observer;
-  WorkerProcess* m_process = nullptr;
-  FrameReader m_reader;
-  OutputTail m_tail;
-  std::string m_outgoing;
-  SessionEnd m_end;
-  Stage m_stage = Stage::Running;
-  std::optional<Clock::time_point> m_deadline;
-  std::optional<Clock::duration> m_left;  ///< while suspended: what is left until the deadline
-  bool m_isPaused = false;
-  bool m_socketIsOpen = true;
-  Clock::time_point m_nextLook;                  ///< whether the kernel holds it
-  std::optional<Clock::time_point> m_heldSince;  ///< seen so at each look
+  std::optional<std::size_t> m_current;
+  std::size_t m_testsEnded = 0;
 };
 
 }  // namespace TarvexDiags::PackageKit
