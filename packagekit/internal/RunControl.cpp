@@ -1,5 +1,6 @@
 #include "packagekit/internal/RunControl.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
@@ -27,9 +28,20 @@ void RunControl::resume() {
   wake();
 }
 
+void RunControl::abortWhileReadable(int descriptor) {
+  const System::LockHold hold(m_lock);
+  m_end = descriptor;
+}
+
 bool RunControl::isAborted() const {
   const System::LockHold hold(m_lock);
-  return m_aborted;
+  pollfd end{m_end, POLLIN, 0};
+  return m_aborted || (m_end >= 0 && poll(&end, 1, 0) > 0);
+}
+
+int RunControl::endDescriptor() const {
+  const System::LockHold hold(m_lock);
+  return m_end;
 }
 
 bool RunControl::isSuspended() const {

@@ -14,6 +14,9 @@ class RunControl {
   void suspend();
   void resume();
 
+  /// A descriptor, of somebody else's, that aborts the run as long as it is readable; -1: none.
+  void abortWhileReadable(int descriptor);
+
   bool isAborted() const;
   bool isSuspended() const;  ///< never after an abort
 
@@ -23,6 +26,7 @@ class RunControl {
   void endRun() noexcept;
   int wakeDescriptor() const;
   void clearWake();
+  int endDescriptor() const;  ///< see abortWhileReadable
 
  private:
   void wake() TARVEXDIAGS_REQUIRES(m_lock);
@@ -30,6 +34,7 @@ class RunControl {
   mutable System::Mutex m_lock;
   bool m_aborted TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   bool m_suspended TARVEXDIAGS_GUARDED_BY(m_lock) = false;
+  int m_end TARVEXDIAGS_GUARDED_BY(m_lock) = -1;
   UniqueDescriptor m_wake TARVEXDIAGS_GUARDED_BY(m_lock);
 };
 

@@ -41,6 +41,7 @@ WorkerEnd WorkerSupervisor::supervise(WorkerProcess& process, FrameWriter setup)
   while (m_stage != Stage::GivenUp && !process.hasEnded()) {
     followControl();
     lookWhetherHeld();
+    remindWhenDue();
     escalateWhenDue();
     waitForSomething();
     readOutput();
@@ -120,6 +121,17 @@ void WorkerSupervisor::setComplete() {
   m_end.isComplete = true;
   if (isRunning() || isAskedToStop()) {
     allow(m_limits.exit);
+  }
+}
+
+void WorkerSupervisor::remindAfter(std::chrono::duration<double> time) {
+  m_reminder = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
+}
+
+void WorkerSupervisor::remindWhenDue() {
+  if (m_reminder && Clock::now() >= *m_reminder) {
+    m_reminder.reset();
+    remind();
   }
 }
 
@@ -206,8 +218,10 @@ int WorkerSupervisor::pollTimeout() const {
     timeout = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
                          std::chrono::milliseconds(0), timeout);
   };
-  if (m_deadline) {
-    boundBy(*m_deadline);
+  for (const auto& moment : {m_deadline, m_reminder}) {
+    if (moment) {
+      boundBy(*moment);
+    }
   }
   if (!m_isPaused) {
     boundBy(m_nextLook);
@@ -220,10 +234,12 @@ void WorkerSupervisor::waitForSomething() {
     return;
   }
   const short socketEvents = static_cast<short>(POLLIN | (m_outgoing.empty() ? 0 : POLLOUT));
-  pollfd sources[] = {{m_socketIsOpen ? m_process->socket() : -1, socketEvents, 0},
-                      {m_process->output(), POLLIN, 0},
-                      {m_process->processDescriptor(), POLLIN, 0},
-                      {m_control.wakeDescriptor(), POLLIN, 0}};
+  pollfd sources[] = {
+      {m_socketIsOpen ? m_process->socket() : -1, socketEvents, 0},
+      {m_process->output(), POLLIN, 0},
+      {m_process->processDescriptor(), POLLIN, 0},
+      {m_control.wakeDescriptor(), POLLIN, 0},
+      {isRunning() && !m_end.isComplete ? m_control.endDescriptor() : -1, POLLIN, 0}};
   poll(sources, std::size(sources), pollTimeout());
   if ((sources[0].revents & POLLOUT) != 0) {
     flushOutgoing();

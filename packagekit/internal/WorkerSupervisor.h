@@ -56,11 +56,15 @@ class WorkerSupervisor {
 
   /// What a frame means. Throws FrameError for one that can't be: the worker is killed for it.
   virtual void handle(Frame& frame) = 0;
+  /// Called once, when the time of remindAfter() has passed.
+  virtual void remind() {}
   /// Whether the worker hears a request to stop, and may take its time for it.
   virtual bool isInTest() const = 0;
 
   /// The worker's time, from now: no more than these seconds; 0: without end.
   void allow(double seconds);
+  /// Has remind() called if the worker is still there after these seconds, from now.
+  void remindAfter(std::chrono::duration<double> time);
   void setReady() { m_end.isReady = true; }
   /// Nothing more will come: all that is left for the worker to do is to end.
   void setComplete();
@@ -75,6 +79,7 @@ class WorkerSupervisor {
 
   void followControl();
   void pause(bool on);
+  void remindWhenDue();
   void escalateWhenDue();
   void askToStop();
   void terminate();
@@ -100,6 +105,7 @@ class WorkerSupervisor {
   Stage m_stage = Stage::Running;
   std::optional<Clock::time_point> m_deadline;
   std::optional<Clock::duration> m_left;  ///< while suspended: what is left until the deadline
+  std::optional<Clock::time_point> m_reminder;
   bool m_isPaused = false;
   bool m_socketIsOpen = true;
   Clock::time_point m_nextLook;                  ///< whether the kernel holds it
