@@ -11,14 +11,17 @@ namespace TarvexDiags::PackageKit {
 
 /// What a frame on the socket between host and worker says. Its fields follow in this order.
 enum class FrameType : std::uint16_t {
-  Setup = 1,      ///< host: the pass; see PassSetup
-  Stop = 2,       ///< host: end the test soon
-  Ready = 3,      ///< worker: the package is loaded. Process id
-  TestBegin = 4,  ///< worker: position of the test in the setup's list
-  Progress = 5,   ///< worker: percent of the test
-  Event = 6,      ///< worker: type, code, parameters
-  TestEnd = 7,    ///< worker: position, TestEnding, code, parameters
-  PassEnd = 8,    ///< worker: nothing more will come
+  Setup = 1,          ///< host: the pass; see PassSetup
+  Stop = 2,           ///< host: end the test soon
+  Ready = 3,          ///< worker: the package is loaded. Process id
+  TestBegin = 4,      ///< worker: position of the test in the setup's list
+  Progress = 5,       ///< worker: percent of the test
+  Event = 6,          ///< worker: type, code, parameters
+  TestEnd = 7,        ///< worker: position, TestEnding, code, parameters
+  PassEnd = 8,        ///< worker: nothing more will come
+  Discover = 9,       ///< host: where to look for devices; see DiscoverySetup
+  DeviceFound = 10,   ///< worker: see FoundDevice
+  DiscoveryEnd = 11,  ///< worker: number of devices, what went wrong (empty: nothing)
 };
 
 /// How a test ended, as the worker saw it.
@@ -66,6 +69,10 @@ class Frame {
 
   /// A number that must not be above the limit.
   std::uint64_t number(std::uint64_t limit);
+
+  std::size_t size() const { return m_payload.size(); }
+  /// Whether all fields were taken.
+  bool isAtEnd() const { return m_position == m_payload.size(); }
 
  private:
   std::string_view take(std::size_t size);
