@@ -2,21 +2,20 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include "packagekit/contract/ClientDescriptor.h"
 
 namespace TarvexDiags::PackageKit::Contract {
 
@@ -69,8 +68,7 @@ inline std::optional<SupportLine> toSupportLine(std::string_view text) {
                      std::string(fields[4])};
 }
 
-/// @brief The environment variable by which packages find the inbox: "DESCRIPTOR:DEVICE:INODE".
-/// A process that inherits the variable has not the file, which the two numbers tell.
+/// @brief The environment variable by which packages find the inbox.
 inline constexpr const char* kSupportVariable = "TARVEXDIAGS_SUPPORT_INBOX";
 
 /// @brief The client's end: a file in memory, so writing to it never waits. One at a time in a
@@ -79,14 +77,9 @@ class SupportInbox {
  public:
   /// Throws std::system_error if there can be no such file.
   SupportInbox() : m_file(memfd_create("support", MFD_CLOEXEC)) {
-    struct stat identity {};
     // Lines of several threads must not overwrite each other.
-    if (m_file < 0 || fcntl(m_file, F_SETFL, O_APPEND) != 0 || fstat(m_file, &identity) != 0) {
-      throwError();
-    }
-    const std::string place = std::to_string(m_file) + ":" + std::to_string(identity.st_dev) + ":" +
-                              std::to_string(identity.st_ino);
-    if (setenv(kSupportVariable, place.c_str(), 1) != 0) {
+    if (m_file < 0 || fcntl(m_file, F_SETFL, O_APPEND) != 0 ||
+        !announceDescriptor(kSupportVariable, m_file)) {
       throwError();
     }
   }
@@ -129,13 +122,8 @@ class SupportInbox {
 /// @brief The package's end: writes a line into the inbox of the process, if it has one. From any
 /// thread.
 inline void sendSupportLine(const SupportLine& line) {
-  const char* const place = std::getenv(kSupportVariable);
-  int file = -1;
-  unsigned long device = 0;
-  unsigned long inode = 0;
-  struct stat identity {};
-  if (place == nullptr || std::sscanf(place, "%d:%lu:%lu", &file, &device, &inode) != 3 ||
-      fstat(file, &identity) != 0 || identity.st_dev != device || identity.st_ino != inode) {
+  const int file = announcedDescriptor(kSupportVariable);
+  if (file < 0) {
     return;
   }
   const std::string text = toText(line);
