@@ -43,7 +43,7 @@ struct FoundDevice {
 namespace DiscoveryBounds {
 
 inline constexpr std::size_t kMostDevices = 16 * 1024;
-inline constexpr std::size_t kMostBytes = std::size_t{32} << 20U;  ///< all devices together
+inline constexpr std::size_t kMostBytes = std::size_t{16} << 20U;  ///< all devices together
 inline constexpr std::size_t kLongestName = 1024;                  ///< of a device, and its tags
 inline constexpr std::size_t kMostComponents = 32;                 ///< of a resource tag
 inline constexpr std::size_t kMostProperties = 1024;

@@ -1,5 +1,5 @@
-// The life of a worker process: takes the setup, runs the tests one after the other, tells the
-// host.
+// The life of a worker process: takes the setup, looks for devices or runs the tests one after the
+// other, tells the host.
 
 #include <signal.h>
 #include <sys/prctl.h>
@@ -19,6 +19,7 @@
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Texts.h"
 #include "packagekit/internal/Caretakers.h"
+#include "packagekit/internal/DiscoveryWorker.h"
 #include "packagekit/internal/Frame.h"
 #include "packagekit/internal/PassSetup.h"
 #include "packagekit/internal/WorkerContext.h"
@@ -132,12 +133,12 @@ void allowCoreDumps(bool areWanted) {
   }
 }
 
-void setLimits(const PassSetup& setup) {
-  if (setup.memoryLimit > 0 && kAddressSpaceIsFree) {
-    const rlimit limit{setup.memoryLimit, setup.memoryLimit};
+void setLimits(std::uint64_t memoryLimit, bool coreDumps) {
+  if (memoryLimit > 0 && kAddressSpaceIsFree) {
+    const rlimit limit{memoryLimit, memoryLimit};
     setrlimit(RLIMIT_AS, &limit);
   }
-  allowCoreDumps(setup.coreDumps);
+  allowCoreDumps(coreDumps);
 }
 
 std::set<std::string> keysOf(const TestEntry* entry) {
@@ -189,6 +190,30 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
   link.send(end);
 }
 
+FrameWriter readyFrame() {
+  FrameWriter ready(FrameType::Ready);
+  return ready.number(static_cast<std::uint64_t>(getpid()));
+}
+
+// The first frame says what the process is for.
+void work(const Package& package, Frame& frame, WorkerLink& link) {
+  if (frame.type() == FrameType::Discover) {
+    const DiscoverySetup setup = DiscoverySetup::fromFrame(frame);
+    setLimits(setup.memoryLimit, setup.coreDumps);
+    FrameWriter ready = readyFrame();
+    link.send(ready);
+    link.listen();
+    runDiscovery(package, setup, link);
+  } else {
+    const PassSetup setup = PassSetup::fromFrame(frame);
+    setLimits(setup.memoryLimit, setup.coreDumps);
+    FrameWriter ready = readyFrame();
+    link.hold(ready);
+    link.listen();
+    runPass(package, setup, link);
+  }
+}
+
 }  // namespace
 
 int runWorker(DefineFunction define, int socket) {
@@ -200,12 +225,7 @@ int runWorker(DefineFunction define, int socket) {
     Package package;
     define(package);
     Frame frame = link.receive();
-    const PassSetup setup = PassSetup::fromFrame(frame);
-    setLimits(setup);
-    FrameWriter ready(FrameType::Ready);
-    link.hold(ready.number(static_cast<std::uint64_t>(getpid())));
-    link.listen();
-    runPass(package, setup, link);
+    work(package, frame, link);
     std::fflush(nullptr);
     // Nothing is to be tidied up: the process ends, and the next pass starts from nothing.
     _exit(EXIT_SUCCESS);

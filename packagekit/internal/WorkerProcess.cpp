@@ -227,7 +227,7 @@ bool areHeld(const std::string& tasks) {
 int (*WorkerProcess::sendSignal)(pid_t, int, ReaperRecord&) = &orderOrKill;
 
 WorkerProcess::WorkerProcess(const std::string& executable, const std::string& packageFile,
-                             int nice, const WorkerRights& rights) {
+                             int nice, const WorkerRights& rights, const std::string& purpose) {
   auto [socket, theirSocket] = makeSocketPair();
   auto [output, theirOutput] = makePipe();
   m_records = makeRecords();
@@ -240,8 +240,15 @@ WorkerProcess::WorkerProcess(const std::string& executable, const std::string& p
   std::string niceness = std::to_string(nice);
   std::string privileges = toText(rights.privileges);
   std::string debugged = rights.isDebugged ? "1" : "0";
-  char* const arguments[] = {name.data(),       package.data(),  host.data(), niceness.data(),
-                             privileges.data(), debugged.data(), nullptr};
+  std::string shown = purpose;
+  char* const arguments[] = {name.data(),
+                             package.data(),
+                             host.data(),
+                             niceness.data(),
+                             privileges.data(),
+                             debugged.data(),
+                             shown.empty() ? nullptr : shown.data(),
+                             nullptr};
   const std::vector<char*> environment = makeEnvironment();
   check(posix_spawn(&m_pid, executable.c_str(), actions.get(), attributes.get(), arguments,
                     environment.data()),

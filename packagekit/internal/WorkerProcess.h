@@ -39,8 +39,9 @@ class WorkerProcess {
  public:
   /// Starts `executable` with the package's path; it makes itself `nice`, or as nice as the calling
   /// thread if that is more, before it loads the package. Throws std::system_error.
+  /// @param purpose for whoever looks at the list of processes; empty: it runs a test.
   WorkerProcess(const std::string& executable, const std::string& packageFile, int nice,
-                const WorkerRights& rights = {});
+                const WorkerRights& rights = {}, const std::string& purpose = {});
 
   /// Kills and reaps the process unless it was reaped or given up before.
   ~WorkerProcess();

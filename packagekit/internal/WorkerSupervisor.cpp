@@ -153,7 +153,7 @@ void WorkerSupervisor::escalateWhenDue() {
       terminate();
       break;
     case Stage::Terminated:
-      escalateTo(Stage::Killed, SIGKILL, m_limits.killGrace);
+      escalateTo(Stage::Killed, SIGKILL, killGrace());
       break;
     case Stage::Killed:
       m_stage = Stage::GivenUp;
@@ -306,7 +306,7 @@ void WorkerSupervisor::breakProtocol(const std::string& what) {
   m_end.protocolError = what;
   if (m_stage == Stage::Running || m_stage == Stage::AskedToStop) {
     pause(false);
-    escalateTo(Stage::Killed, SIGKILL, m_limits.killGrace);
+    escalateTo(Stage::Killed, SIGKILL, killGrace());
   }
 }
 

@@ -56,6 +56,8 @@ class WorkerSupervisor {
 
   /// What a frame means. Throws FrameError for one that can't be: the worker is killed for it.
   virtual void handle(Frame& frame) = 0;
+  /// How long SIGKILL may take, in seconds, before the worker is given up.
+  virtual double killGrace() const { return m_limits.killGrace; }
   /// Called once, when the time of remindAfter() has passed.
   virtual void remind() {}
   /// Whether the worker hears a request to stop, and may take its time for it.

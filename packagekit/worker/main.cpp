@@ -1,8 +1,9 @@
 // The process in which the tests of a package run. It loads the package and lets it do the rest.
 //
-// Usage: tarvex-package-worker <package> <process id of the host> <nice> <privileges> <debugged>,
-// started by the kit alone: the socket to the host is descriptor 3, what both share in memory
-// descriptor 4. The process that the host starts is the reaper; the worker is its child.
+// Usage: tarvex-package-worker <package> <process id of the host> <nice> <privileges> <debugged>
+// [<purpose>], started by the kit alone: the socket to the host is descriptor 3, what both share in
+// memory descriptor 4. The process that the host starts is the reaper; the worker is its child. The
+// purpose is for whoever looks at the list of processes.
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -40,10 +41,10 @@ static void makeNice(long nice) {
 
 int main(int count, char** arguments) {
   namespace Kit = TarvexDiags::PackageKit;
-  if (count != 6) {
+  if (count != 6 && count != 7) {
     fprintf(stderr,
-            "usage: %s <package> <host> <nice> <privileges> <debugged>, started by a diagnostic "
-            "package\n",
+            "usage: %s <package> <host> <nice> <privileges> <debugged> [<purpose>], started by a "
+            "diagnostic package\n",
             arguments[0]);
     return kUnusable;
   }
