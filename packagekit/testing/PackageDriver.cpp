@@ -93,8 +93,6 @@ class PackageDriver::Implementation {
   void set(const std::string& section, const std::string& key, const std::string& value) {
     m_changes = "[" + section + "]\n" + key + "=" + value + "\n" + m_changes;
     writeConfiguration();
-    m_devices.clear();
-    m_isEnumerated = false;
   }
 
   DeviceEnum::VirtualDeviceVector& devices() {
@@ -264,6 +262,14 @@ PackageDriver::~PackageDriver() = default;
 
 PackageDriver& PackageDriver::set(const std::string& section, const std::string& key,
                                   const std::string& value) {
+  m_implementation->set(section, key, value);
+  m_implementation->forgetDevices();
+  return *this;
+}
+
+PackageDriver& PackageDriver::setForTests(const std::string& section, const std::string& key,
+                                          const std::string& value) {
+  devices();
   m_implementation->set(section, key, value);
   return *this;
 }

@@ -73,6 +73,10 @@ class PackageDriver {
   /// configuration file. Devices found before are forgotten.
   PackageDriver& set(const std::string& section, const std::string& key, const std::string& value);
 
+  /// @brief The same for the tests alone: the devices found before are kept.
+  PackageDriver& setForTests(const std::string& section, const std::string& key,
+                             const std::string& value);
+
   /// @brief The devices, in the package's order; enumerated at the first call.
   DeviceEnum::VirtualDeviceVector& devices();
 

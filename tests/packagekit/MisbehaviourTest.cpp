@@ -735,11 +735,11 @@ TEST_F(Misbehaviour, all_of_a_worker_dies_with_its_host) {
 }
 
 TEST_F(Misbehaviour, a_missing_worker_is_told) {
-  m_driver.set("Package", "WorkerPath", "/nonexistent/worker");
+  m_driver.setForTests("Package", "WorkerPath", "/nonexistent/worker");
   auto run = m_driver.run("unit0", {kBehaves});
   expectTrouble(run, WORKER_NOT_STARTED, "1");
   EXPECT_THAT(run.parametersOf(WORKER_NOT_STARTED)[4], HasSubstr("No such file or directory"));
-  m_driver.set("Package", "WorkerPath", "/bin/false");
+  m_driver.setForTests("Package", "WorkerPath", "/bin/false");
   run = m_driver.run("unit0", {kBehaves});
   expectTrouble(run, WORKER_NOT_STARTED, "1");
   EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], "exit status 1");
@@ -751,11 +751,11 @@ TEST_F(Misbehaviour, a_worker_that_never_gets_ready_is_ended) {
   std::filesystem::remove(spoken);
   std::ofstream(script) << "#!/bin/sh\necho stuck\n: > '" << spoken << "'\nsleep 1000\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-  m_driver.set("Package", "WorkerPath", script);
+  m_driver.setForTests("Package", "WorkerPath", script);
   PackageDriver::Run run{};
   // On a busy machine it takes longer to get as far as to say something.
   for (int milliseconds = 300; !std::filesystem::exists(spoken); milliseconds *= 4) {
-    m_driver.set("Package", "StartTimeout", std::to_string(milliseconds / 1000.0));
+    m_driver.setForTests("Package", "StartTimeout", std::to_string(milliseconds / 1000.0));
     run = m_driver.run("unit0", {kBehaves});
     expectTrouble(run, WORKER_NOT_STARTED, "1");
     EXPECT_EQ(run.parametersOf(WORKER_NOT_STARTED)[3], Contract::kNotReadyInTime);
@@ -769,8 +769,8 @@ TEST_F(Misbehaviour, an_abort_ends_a_worker_that_is_not_ready) {
   std::filesystem::remove(begun);
   std::ofstream(script) << "#!/bin/sh\n: >'" << begun << "'\nsleep 1000\n";
   std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-  m_driver.set("Package", "WorkerPath", script).set("Package", "AbortGrace", "600");
-  m_driver.set("Package", "StartTimeout", "600");
+  m_driver.setForTests("Package", "WorkerPath", script).setForTests("Package", "AbortGrace", "600");
+  m_driver.setForTests("Package", "StartTimeout", "600");
   TestSupport::Reaction reaction;
   const auto diagnostics = m_driver.makeDiagnostics();
   Diag::DiagnosticSettings settings;
