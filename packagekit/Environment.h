@@ -10,7 +10,8 @@ namespace TarvexDiags::PackageKit {
 
 using DiagnosticMode = DeviceEnum::IDeviceEnumerator::DiagnosticMode;
 
-/// @brief What discovery and predicates, which run in the host process, can ask and tell.
+/// @brief What discovery and predicates, which run in a worker process of their own, can ask and
+/// tell; and estimates, which run in the host process.
 struct Environment {
   /// For whom the tests run: CUSTOMER, FACTORY or BRINGUP.
   DiagnosticMode diagnosticMode;

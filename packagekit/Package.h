@@ -23,7 +23,8 @@ class TestEntry {
  public:
   explicit TestEntry(std::unique_ptr<Test> test);
 
-  /// @brief Offers the test only where the predicate says yes. Runs in the host process.
+  /// @brief Offers the test only where the predicate says yes. Runs at each enumeration, in the
+  /// process of discovery; what it throws is a no.
   TestEntry& supportedWhen(std::function<Support(const Device&, const Environment&)> predicate);
 
   /// @brief Offers the test in these diagnostic modes only: destructive ones in FACTORY.
@@ -77,9 +78,9 @@ class Package {
   using StatusFunction = std::function<unsigned int(const Device&)>;
   using TestFunction = std::function<Verdict(TestContext&)>;
 
-  /// @brief Sets how devices are found. Called in the host process at each enumeration, one call at
-  /// a time. Devices that can't be looked at are left out, with a line in the log; when it throws,
-  /// the package has no devices and the log says why.
+  /// @brief Sets how devices are found. Called at each enumeration, in a worker process of its own,
+  /// which may be killed at any moment. Devices that can't be looked at are left out, with a line
+  /// in the log. When it throws, crashes or hangs the package is left out.
   void discover(DiscoverFunction function);
 
   /// @brief Sets how a device's present status is asked: a code of section `DeviceStatus` in the

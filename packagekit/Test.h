@@ -10,7 +10,8 @@ namespace TarvexDiags::PackageKit {
 
 /// @brief A test as a class, for those that need more than a function. One object serves all runs.
 ///
-/// `run` is called in the worker process, the other two in the host process, from any thread.
+/// `run` is called in the worker process of the test, `supports` in that of discovery, and
+/// `estimate` in the host process, from any thread.
 class Test {
  public:
   Test();

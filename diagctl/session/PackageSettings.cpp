@@ -32,6 +32,7 @@ const std::map<std::string, const char*>& meaningsOfKit() {
       {"KillGrace", marked("from SIGKILL until the worker is given up; default 5")},
       {"StartTimeout", marked("until a worker has loaded the package; default 30")},
       {"ExitTimeout", marked("from the end of a test until its worker is gone; default 30")},
+      {"DiscoveryTimeout", marked("looking for devices may take so long; 0: no limit; default 20")},
       {"Nice", marked("nice value of a worker, from 0 to 19; default 10")},
       {"Privileges", marked("what a worker keeps of root's rights; default: none")},
       {"MemoryLimit", marked("address space of a worker; 0: no limit; default 0")},

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "packagekit/ResourceTags.h"
+#include "packagekit/contract/DiscoveryLines.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDevice.h"
 
@@ -17,30 +18,30 @@ DeviceEnum::VirtualDeviceVector* KitEnumerator::getDeviceVector(const char* reso
   m_devices.clear();
   // What was found hanging before gets a new chance.
   m_module.forgetHung();
-  for (Device& device : findDevices(resourceString, deviceType)) {
-    if (device.name.empty() || device.resourceTag.empty()) {
-      m_module.log("a device without a name or a resource tag is left out: '" + device.name +
-                   "', '" + device.resourceTag + "'");
-      continue;
+  Discovered found;
+  auto failure = failureOf([&] {
+    found =
+        m_module.discover(m_diagMode, resourceString == nullptr ? "" : resourceString, deviceType);
+    for (FoundDevice& device : found.devices) {
+      m_devices.emplace_back(new KitDevice(m_module, m_package, std::move(device)));
     }
-    m_devices.emplace_back(new KitDevice(m_module, m_package, std::move(device)));
+    reportClashes();
+  });
+  if (failure) {
+    found.failure = std::move(failure);
   }
-  reportClashes();
+  if (found.failure) {
+    failureOf([&] { reportFailure(found); });
+    return nullptr;
+  }
   return &m_devices;
 }
 
-std::vector<Device> KitEnumerator::findDevices(const char* resourceString, Uint deviceType) {
-  std::vector<Device> found;
-  const auto failure = failureOf([&] {
-    Environment environment = m_module.environment(m_diagMode);
-    environment.resourceString = resourceString == nullptr ? "" : resourceString;
-    environment.deviceType = deviceType;
-    found = m_package.findDevices(environment);
-  });
-  if (failure) {
-    m_module.log("no devices, as looking for them failed: " + *failure);
-  }
-  return found;
+void KitEnumerator::reportFailure(const Discovered& found) {
+  m_module.log("no devices, as looking for them failed: " + *found.failure +
+               (found.lastLines.empty() ? "" : "; last output: " + found.lastLines));
+  Contract::sendDiscoveryLine({Contract::DiscoveryLine::Kind::Failed, m_module.baseName(),
+                               *found.failure, found.lastLines});
 }
 
 void KitEnumerator::reportClashes() {

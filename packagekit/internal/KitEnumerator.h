@@ -6,8 +6,9 @@
 
 namespace TarvexDiags::PackageKit {
 
-/// Finds the devices by way of the author's function. Devices without a name or a tag are left out;
-/// those whose tags clash stay, as they only wait for each other. The log tells of both.
+/// Finds the devices by way of the author's function, in a worker. Where that fails there is no
+/// vector, so that the controller leaves the package out; the log and a client that wants it hear
+/// why. Devices whose tags clash stay, as they only wait for each other; the log tells of them.
 class KitEnumerator : public DeviceEnum::IDeviceEnumerator {
  public:
   KitEnumerator(Module& module, const Package& package, bool diagLog, DiagnosticMode mode);
@@ -15,7 +16,7 @@ class KitEnumerator : public DeviceEnum::IDeviceEnumerator {
                                                    Uint deviceType) override;
 
  private:
-  std::vector<Device> findDevices(const char* resourceString, Uint deviceType);
+  void reportFailure(const Discovered& found);
   void reportClashes();
 
   Module& m_module;

@@ -15,6 +15,7 @@ inline constexpr auto kTermGrace = optionalSetting<Seconds>("TermGrace");
 inline constexpr auto kKillGrace = optionalSetting<Seconds>("KillGrace");
 inline constexpr auto kStartTimeout = optionalSetting<Seconds>("StartTimeout");
 inline constexpr auto kExitTimeout = optionalSetting<Seconds>("ExitTimeout");
+inline constexpr auto kDiscoveryTimeout = optionalSetting<Seconds>("DiscoveryTimeout");
 inline constexpr auto kNice = optionalSetting<std::uint64_t>("Nice");
 inline constexpr auto kPrivileges = optionalSetting<std::string>(Contract::kPrivilegesKey);
 inline constexpr auto kMemoryLimit = optionalSetting<std::uint64_t>("MemoryLimit");
@@ -30,7 +31,7 @@ inline SettingList kitTestSettings() {
 
 /// Those that stand in section `Package` alone.
 inline SettingList kitPackageSettings() {
-  return {kAbortGrace,  kTermGrace, kKillGrace, kStartTimeout, kExitTimeout,
+  return {kAbortGrace,  kTermGrace, kKillGrace, kStartTimeout, kExitTimeout, kDiscoveryTimeout,
           kMemoryLimit, kMaxEvents, kCoreDumps, kSeed,         kWorkerPath};
 }
 

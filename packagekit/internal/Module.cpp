@@ -13,6 +13,7 @@
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitSettings.h"
 #include "packagekit/internal/PackageLog.h"
+#include "packagekit/internal/ProcessTexts.h"
 #include "packagekit/internal/WorkerProcess.h"
 
 namespace TarvexDiags::PackageKit {
@@ -169,6 +170,67 @@ std::string Module::findWorker() const {
     return access(file.c_str(), X_OK) == 0;
   });
   return found == places.end() ? "" : *found;
+}
+
+DiscoverySetup Module::discoverySetup(DiagnosticMode mode, const std::string& resourceString,
+                                      unsigned int deviceType) const {
+  const Settings settings = this->settings();
+  const auto megabytes =
+      Settings::toInteger(settings.package(kMemoryLimit.key()).value_or("")).value_or(0);
+  DiscoverySetup setup;
+  setup.diagnosticMode = mode;
+  setup.resourceString = resourceString;
+  setup.deviceType = deviceType;
+  setup.configFile = settings.file();
+  setup.logFile = logFile();
+  setup.memoryLimit = static_cast<std::uint64_t>(std::max(0L, megabytes)) << 20U;
+  setup.coreDumps = settings.packageFlag(kCoreDumps.key(), false);
+  return setup;
+}
+
+// There is nothing to tidy up, so what is to end is killed soon.
+DiscoveryPlace Module::discoveryPlace() {
+  constexpr Seconds kDefaultTimeout{20};
+  constexpr double kLongestTermGrace = 0.3;
+  const Settings settings = this->settings();
+  const auto seconds = [this, &settings](const auto& setting, double fallback) {
+    const auto text = settings.package(setting.key());
+    const auto value = text ? valueFrom<Seconds>(*text) : Seconds(fallback);
+    if (!value) {
+      log(setting.key() + "=" + *text + " is no time: " + secondsText(fallback) + " s hold");
+    }
+    return value ? value->count() : fallback;
+  };
+  DiscoveryPlace place{baseName(), workerFile(), packageFile(), discoveryPrivileges(), {}};
+  place.limits.start = seconds(kDiscoveryTimeout, kDefaultTimeout.count());
+  place.limits.exit = seconds(kExitTimeout, place.limits.exit);
+  place.limits.abortGrace = 0;
+  place.limits.termGrace = std::min(seconds(kTermGrace, kLongestTermGrace), kLongestTermGrace);
+  place.limits.killGrace = seconds(kKillGrace, place.limits.killGrace);
+  return place;
+}
+
+// It answers for all tests whether they can run, so it may do what any of them may.
+Contract::Privileges Module::discoveryPrivileges() {
+  keepTestNames();
+  const System::LockHold hold(m_lock);
+  const Settings settings(m_configFile);
+  std::string words = settings.package(kPrivileges.key()).value_or("");
+  for (const auto& entry : *m_testNames) {
+    words += " " + settings.test(entry.first, kPrivileges.key()).value_or("");
+  }
+  return Contract::privilegesFrom(words);
+}
+
+Discovered Module::discover(DiagnosticMode mode, const std::string& resourceString,
+                            unsigned int deviceType) {
+  Discovered found =
+      m_discoverer.find(discoverySetup(mode, resourceString, deviceType), discoveryPlace());
+  if (found.unkillable) {
+    const System::LockHold hold(m_lock);
+    m_forgotten.push_back(*found.unkillable);
+  }
+  return found;
 }
 
 void Module::markHung(const std::string& resourceTag, pid_t worker) {

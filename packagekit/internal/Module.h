@@ -13,6 +13,7 @@
 #include "packagekit/Exports.h"
 #include "packagekit/Package.h"
 #include "packagekit/Settings.h"
+#include "packagekit/internal/Discoverer.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -58,6 +59,10 @@ class Module {
   /// for once for each time that the configuration file was set.
   std::string workerFile();
 
+  /// Looks for the devices; waits for the end of that. One that nothing can end is taken note of.
+  Discovered discover(DiagnosticMode mode, const std::string& resourceString,
+                      unsigned int deviceType);
+
   /// Workers that nothing can end, by the resource tag of their device.
   void markHung(const std::string& resourceTag, pid_t worker);
   std::optional<pid_t> hungWorker(const std::string& resourceTag) const;
@@ -67,6 +72,10 @@ class Module {
   Module();
   void reapForgotten() TARVEXDIAGS_REQUIRES(m_lock);
   std::string findWorker() const TARVEXDIAGS_REQUIRES(m_lock);
+  DiscoverySetup discoverySetup(DiagnosticMode mode, const std::string& resourceString,
+                                unsigned int deviceType) const;
+  DiscoveryPlace discoveryPlace();
+  Contract::Privileges discoveryPrivileges();
 
   const std::string m_packageFile;
   mutable System::Mutex m_lock;
@@ -78,6 +87,7 @@ class Module {
   std::unique_ptr<Package> m_package TARVEXDIAGS_GUARDED_BY(m_lock);
   std::map<std::string, pid_t> m_hung TARVEXDIAGS_GUARDED_BY(m_lock);
   std::vector<pid_t> m_forgotten TARVEXDIAGS_GUARDED_BY(m_lock);
+  Discoverer m_discoverer;
 };
 
 }  // namespace TarvexDiags::PackageKit

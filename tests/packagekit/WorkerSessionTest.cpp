@@ -51,9 +51,6 @@ class UnkillableWorker : public ::testing::Test {
     std::ofstream(config) << "[Package]\nTestTimeout=0.2\nAbortGrace=0.05\nTermGrace=0.05\n"
                              "KillGrace=0.05\n[TestID1]\nTestName=Hang\n";
     m_module.setConfigFile(config.c_str());
-    m_package.discover([](const Environment&) {
-      return std::vector<Device>{{.name = "Stuck", .resourceTag = "host/stuck0"}};
-    });
   }
 
   TestSupport::TemporaryDirectory place;
@@ -418,10 +415,10 @@ TEST_F(UnkillableWorker, makes_its_device_hung_and_refused_until_enumerated_agai
   std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";
   chmod(script.c_str(), 0755);
   std::ofstream(config, std::ios::app)
-      << "[Package]\nStartTimeout=0.1\nWorkerPath=" << script << "\n";
+      << "[Package]\nStartTimeout=0.1\nDiscoveryTimeout=0.1\nWorkerPath=" << script << "\n";
   m_module.setConfigFile(config.c_str());
-  KitEnumerator enumerator(m_module, m_package, false, DiagnosticMode::CUSTOMER);
-  DeviceEnum::VirtualDevice device = enumerator.getDeviceVector("", 0)->front();
+  DeviceEnum::VirtualDevice device(
+      new KitDevice(m_module, m_package, {{.name = "Stuck", .resourceTag = "host/stuck0"}}));
   EXPECT_EQ(device.getDevice()->getDeviceStatus(), 0U);
 
   Diag::DiagnosticSettings settings;
@@ -446,10 +443,26 @@ TEST_F(UnkillableWorker, makes_its_device_hung_and_refused_until_enumerated_agai
   EXPECT_EQ(device.getDevice()->getDeviceStatus(), DEVICE_STATUS_HUNG);
   EXPECT_EQ(codesOfRun(), std::vector<unsigned int>{DEVICE_REFUSED});
 
-  enumerator.getDeviceVector("", 0);
+  WorkerProcess::sendSignal = kSendInEarnest;
+  KitEnumerator(m_module, m_package, false, DiagnosticMode::CUSTOMER).getDeviceVector("", 0);
   EXPECT_EQ(device.getDevice()->getDeviceStatus(), 0U);
   EXPECT_FALSE(m_module.hungWorker("host/stuck0"));
 
   kill(*hung, SIGKILL);
   EXPECT_EQ(waitpid(*hung, nullptr, 0), *hung);
+}
+
+TEST_F(UnkillableWorker, of_a_discovery_is_given_up_and_told) {
+  const std::string script = place.file("deaf-worker");
+  std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";
+  chmod(script.c_str(), 0755);
+  std::ofstream(config, std::ios::app)
+      << "[Package]\nDiscoveryTimeout=0.1\nWorkerPath=" << script << "\n";
+  m_module.setConfigFile(config.c_str());
+  const Discovered found = m_module.discover(DiagnosticMode::CUSTOMER, "", 0);
+  ASSERT_TRUE(found.unkillable.has_value());
+  EXPECT_EQ(found.failure, "its process " + std::to_string(*found.unkillable) + " cannot be ended");
+  EXPECT_FALSE(reapIfEnded(*found.unkillable));
+  kill(*found.unkillable, SIGKILL);
+  EXPECT_EQ(waitpid(*found.unkillable, nullptr, 0), *found.unkillable);
 }
