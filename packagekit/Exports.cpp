@@ -68,6 +68,18 @@ Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, Diagnos
   return make<KitDiagnostics>(define, diagLog, mode);
 }
 
+void beginDiscovery(DefineFunction define, const char* configFile, const char* logDirectory,
+                    DiagnosticMode mode) {
+  setConfigFile(configFile);
+  setLogDirectory(logDirectory);
+  failureOf([&] {
+    Module& module = Module::instance();
+    if (module.package(define) != nullptr) {
+      module.beginDiscovery(mode);
+    }
+  });
+}
+
 const char* describeSettings(DefineFunction define) {
   static const std::string kText = [define] {
     std::string made;

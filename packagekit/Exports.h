@@ -26,6 +26,11 @@ Diag::IDiagnostics* makeDiagnostics(DefineFunction define, bool diagLog, Diagnos
 /// object is closed.
 const char* describeSettings(DefineFunction define);
 
+/// @brief Begins to look for the devices ahead, in a process of its own: the enumerator that is
+/// asked for them next takes what was found. See contract/DiscoveryLines.h.
+void beginDiscovery(DefineFunction define, const char* configFile, const char* logDirectory,
+                    DiagnosticMode mode);
+
 /// @brief The life of a worker process, entered by the worker executable. Returns its exit status.
 int runWorker(DefineFunction define, int socket);
 
@@ -38,28 +43,33 @@ int runWorker(DefineFunction define, int socket);
 ///     package.discover(findDisks);
 ///     package.test(1, readEveryBlock);
 ///   }
-#define TARVEX_PACKAGE(package)                                                             \
-  static void tarvexDefinePackage(::TarvexDiags::PackageKit::Package&);                     \
-  extern "C" {                                                                              \
-  TARVEXDIAGS_EXPORT void setPackageConfigFile(const char* file) {                          \
-    ::TarvexDiags::PackageKit::setConfigFile(file);                                         \
-  }                                                                                         \
-  TARVEXDIAGS_EXPORT void setPackageLogDir(const char* directory) {                         \
-    ::TarvexDiags::PackageKit::setLogDirectory(directory);                                  \
-  }                                                                                         \
-  TARVEXDIAGS_EXPORT ::TarvexDiags::DeviceEnum::IDeviceEnumerator* getIDeviceEnumerator(    \
-      bool diagLog, ::TarvexDiags::PackageKit::DiagnosticMode mode) {                       \
-    return ::TarvexDiags::PackageKit::makeEnumerator(&tarvexDefinePackage, diagLog, mode);  \
-  }                                                                                         \
-  TARVEXDIAGS_EXPORT ::TarvexDiags::Diag::IDiagnostics* getIDiagnostics(                    \
-      bool diagLog, ::TarvexDiags::PackageKit::DiagnosticMode mode) {                       \
-    return ::TarvexDiags::PackageKit::makeDiagnostics(&tarvexDefinePackage, diagLog, mode); \
-  }                                                                                         \
-  TARVEXDIAGS_EXPORT const char* describePackageSettings() {                                \
-    return ::TarvexDiags::PackageKit::describeSettings(&tarvexDefinePackage);               \
-  }                                                                                         \
-  TARVEXDIAGS_EXPORT int runPackageWorker(int socket) {                                     \
-    return ::TarvexDiags::PackageKit::runWorker(&tarvexDefinePackage, socket);              \
-  }                                                                                         \
-  }                                                                                         \
+#define TARVEX_PACKAGE(package)                                                                   \
+  static void tarvexDefinePackage(::TarvexDiags::PackageKit::Package&);                           \
+  extern "C" {                                                                                    \
+  TARVEXDIAGS_EXPORT void setPackageConfigFile(const char* file) {                                \
+    ::TarvexDiags::PackageKit::setConfigFile(file);                                               \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT void setPackageLogDir(const char* directory) {                               \
+    ::TarvexDiags::PackageKit::setLogDirectory(directory);                                        \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT ::TarvexDiags::DeviceEnum::IDeviceEnumerator* getIDeviceEnumerator(          \
+      bool diagLog, ::TarvexDiags::PackageKit::DiagnosticMode mode) {                             \
+    return ::TarvexDiags::PackageKit::makeEnumerator(&tarvexDefinePackage, diagLog, mode);        \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT ::TarvexDiags::Diag::IDiagnostics* getIDiagnostics(                          \
+      bool diagLog, ::TarvexDiags::PackageKit::DiagnosticMode mode) {                             \
+    return ::TarvexDiags::PackageKit::makeDiagnostics(&tarvexDefinePackage, diagLog, mode);       \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT const char* describePackageSettings() {                                      \
+    return ::TarvexDiags::PackageKit::describeSettings(&tarvexDefinePackage);                     \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT void beginPackageDiscovery(const char* configFile, const char* logDirectory, \
+                                                ::TarvexDiags::PackageKit::DiagnosticMode mode) { \
+    ::TarvexDiags::PackageKit::beginDiscovery(&tarvexDefinePackage, configFile, logDirectory,     \
+                                              mode);                                              \
+  }                                                                                               \
+  TARVEXDIAGS_EXPORT int runPackageWorker(int socket) {                                           \
+    return ::TarvexDiags::PackageKit::runWorker(&tarvexDefinePackage, socket);                    \
+  }                                                                                               \
+  }                                                                                               \
   static void tarvexDefinePackage(::TarvexDiags::PackageKit::Package&(package))

@@ -233,6 +233,14 @@ Discovered Module::discover(DiagnosticMode mode, const std::string& resourceStri
   return found;
 }
 
+void Module::beginDiscovery(DiagnosticMode mode) {
+  const Settings settings = this->settings();
+  const auto type = Settings::toInteger(settings.package("DeviceType").value_or(""));
+  m_discoverer.begin(discoverySetup(mode, settings.package("ResourceLockProperty").value_or(""),
+                                    static_cast<unsigned int>(type.value_or(0))),
+                     discoveryPlace());
+}
+
 void Module::markHung(const std::string& resourceTag, pid_t worker) {
   const System::LockHold hold(m_lock);
   m_hung[resourceTag] = worker;

@@ -62,6 +62,8 @@ class Module {
   /// Looks for the devices; waits for the end of that. One that nothing can end is taken note of.
   Discovered discover(DiagnosticMode mode, const std::string& resourceString,
                       unsigned int deviceType);
+  /// Begins to look for them ahead, in the place that the configuration file names.
+  void beginDiscovery(DiagnosticMode mode);
 
   /// Workers that nothing can end, by the resource tag of their device.
   void markHung(const std::string& resourceTag, pid_t worker);

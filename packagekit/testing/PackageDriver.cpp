@@ -14,6 +14,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/ResourceTags.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/DiscoveryLines.h"
 #include "packagekit/contract/KitCodes.h"
 #include "packagekit/contract/Measurement.h"
 
@@ -93,6 +94,11 @@ class PackageDriver::Implementation {
   void set(const std::string& section, const std::string& key, const std::string& value) {
     m_changes = "[" + section + "]\n" + key + "=" + value + "\n" + m_changes;
     writeConfiguration();
+  }
+
+  void beginDiscovery() {
+    call<void (*)(const char*, const char*, DiagnosticMode)>(Contract::kBeginDiscovery)(
+        m_configFile.c_str(), m_work.c_str(), m_mode);
   }
 
   DeviceEnum::VirtualDeviceVector& devices() {
@@ -271,6 +277,11 @@ PackageDriver& PackageDriver::setForTests(const std::string& section, const std:
                                           const std::string& value) {
   devices();
   m_implementation->set(section, key, value);
+  return *this;
+}
+
+PackageDriver& PackageDriver::beginDiscovery() {
+  m_implementation->beginDiscovery();
   return *this;
 }
 

@@ -77,6 +77,9 @@ class PackageDriver {
   PackageDriver& setForTests(const std::string& section, const std::string& key,
                              const std::string& value);
 
+  /// @brief Begins to look for the devices ahead: devices() then waits for what was begun.
+  PackageDriver& beginDiscovery();
+
   /// @brief The devices, in the package's order; enumerated at the first call.
   DeviceEnum::VirtualDeviceVector& devices();
 
