@@ -15,8 +15,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -40,6 +43,10 @@ namespace {
 enum OwnEvent : unsigned int { GREETING = 1, FAULT_FOUND = 2, MARGIN_SMALL = 3, FLOOD = 4 };
 
 constexpr int kSocketToHost = 3;
+
+// By discovery: in its own process alone.
+int devicesFound = 0;
+std::string markOfHanging;  // a file that tells whoever waits for it
 
 // In the first page, which is never mapped; a null pointer would not get past the sanitizers.
 volatile int* volatile nowhere = reinterpret_cast<volatile int*>(16);
@@ -508,10 +515,112 @@ Verdict looksAround(TestContext& context) {
   context.measurement("schedulingGroup", lineOf("/proc/self/autogroup", ""));
   context.measurement("openMode", std::to_string(context.openMode()));
   context.measurement("property", context.property("key"));
+  context.measurement("discoveredBy", context.property("discoveredBy", "none"));
+  context.measurement("discoveredIn", context.property("discoveredIn", "none"));
+  context.measurement("devicesFoundHere", std::to_string(devicesFound));
   context.measurement("setting", context.setting("Setting").value_or("none"));
   context.measurement("packageSetting", context.setting("PackageSetting").value_or("none"));
   context.log("looked around");
   return passed();
+}
+
+void tellDevice(const std::string& name, const std::string& tag) {
+  FrameWriter frame(FrameType::DeviceFound);
+  sendByHand(frame.text(name).text(tag).text("").texts({}).number(0));
+}
+
+void tellDevicesWithoutEnd() {
+  for (;;) {
+    tellDevice("Another", "selftest/another");
+  }
+}
+
+void tellEnd(std::uint64_t devices) {
+  FrameWriter frame(FrameType::DiscoveryEnd);
+  sendByHand(frame.number(devices).text(""));
+}
+
+void endTwice() {
+  tellEnd(0);
+  tellEnd(0);
+  pause();
+}
+
+void tellVerdict() {
+  claimEnd(0, TestEnding::Passed, 0, {});
+  pause();
+}
+
+void throwFromDiscovery() {
+  throw std::runtime_error("no bus");
+}
+
+void crashInDiscovery() {
+  std::fprintf(stderr, "about to look behind the bus\n");
+  signal(SIGSEGV, SIG_DFL);
+  *nowhere = 1;
+}
+
+void hangInDiscovery() {
+  std::fprintf(stderr, "waiting for the bus\n");
+  signal(SIGTERM, SIG_IGN);
+  forkOutOfGroup(1, [] {
+    signal(SIGTERM, SIG_IGN);
+    hang();
+  });
+  if (!markOfHanging.empty()) {
+    std::ofstream(markOfHanging) << "hangs";
+  }
+  hang();
+}
+
+void exitFromDiscovery() {
+  std::printf("leaving early");
+  std::exit(3);
+}
+
+void sendGarbageFromDiscovery() {
+  const std::string garbage(1000, '\xa5');
+  ::send(kSocketToHost, garbage.data(), garbage.size(), 0);
+  pause();
+}
+
+// Ends when two processes were there at the same time.
+void meetAnother(const std::string& place) {
+  std::ofstream(place + "/" + std::to_string(getpid())) << "here";
+  const auto there = [&place] {
+    return std::distance(std::filesystem::directory_iterator(place),
+                         std::filesystem::directory_iterator());
+  };
+  while (there() < 2) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+// What the key `Discovery` asks for.
+const std::map<std::string, std::function<void()>> kWaysOfDiscovery = {
+    {"throws", throwFromDiscovery},
+    {"crashes", crashInDiscovery},
+    {"hangs", hangInDiscovery},
+    {"exits", exitFromDiscovery},
+    {"sends garbage", sendGarbageFromDiscovery},
+    {"has no end", tellDevicesWithoutEnd},
+    {"tells of a device without a name", [] { tellDevice("", "selftest/nameless"); }},
+    {"tells of a long tag", [] { tellDevice("Long", std::string(20'000, 't')); }},
+    {"tells of a deep tag", [] { tellDevice("Deep", std::string(1000, '/') + "deep"); }},
+    {"counts wrong", [] { tellEnd(7); }},
+    {"ends twice", endTwice},
+    {"tells a verdict", tellVerdict},
+};
+
+// A device that is as large as may be, and three that are larger.
+void addLargeDevices(std::vector<Device>& devices) {
+  devices.push_back({.name = std::string(1024, 'n'), .resourceTag = "selftest/large0"});
+  devices.back().properties["value"] = std::string(16 * 1024, 'v');
+  devices.push_back({.name = std::string(1025, 'n'), .resourceTag = "selftest/large1"});
+  devices.push_back({.name = "Large", .resourceTag = "selftest/large2"});
+  devices.back().properties["value"] = std::string(16 * 1024 + 1, 'v');
+  devices.push_back({.name = "Deep", .resourceTag = std::string(64, '/') + "large3"});
 }
 
 std::vector<Device> findDevices(const Environment& environment) {
@@ -523,10 +632,34 @@ std::vector<Device> findDevices(const Environment& environment) {
       {.name = "Without a tag", .resourceTag = ""},
       {.name = "Broken status", .resourceTag = "selftest/unit2"},
   };
-  if (environment.settings.package("DiscoveryFails")) {
-    throw std::runtime_error("no bus");
+  std::fputs(environment.settings.package("DiscoverySays").value_or("").c_str(), stderr);
+  const std::string way = environment.settings.package("Discovery").value_or("");
+  markOfHanging = environment.settings.package("MarkOfHanging").value_or("");
+  if (const auto place = environment.settings.package("MeetingPlace")) {
+    meetAnother(*place);
   }
+  if (const auto found = kWaysOfDiscovery.find(way); found != kWaysOfDiscovery.end()) {
+    found->second();
+  } else if (way == "finds large devices") {
+    addLargeDevices(devices);
+  }
+  devicesFound = static_cast<int>(devices.size());
+  devices[0].properties["discoveredBy"] = std::to_string(getpid());
+  devices[0].properties["discoveredIn"] = environment.resourceString + " " +
+                                          std::to_string(environment.deviceType) + " " +
+                                          std::to_string(environment.diagnosticMode);
   return devices;
+}
+
+Support isSupported(const Device& device, const Environment& environment) {
+  const std::string way = environment.settings.package("Predicate").value_or("");
+  if (way == "throws") {
+    throw std::runtime_error("nobody knows");
+  }
+  if (way == "crashes") {
+    crashInDiscovery();
+  }
+  return device.name == "Unit 1" ? Support::no("unit 1 is excused") : Support::yes();
 }
 
 unsigned int statusOf(const Device& device) {
@@ -555,9 +688,7 @@ void define(Package& package) {
   package.test(17, sendsGarbage);
   package.test(18, floodsOutput);
   package.test(19, leavesChildBehind);
-  package.test(20, isImpossible).supportedWhen([](const Device& device, const Environment&) {
-    return device.name == "Unit 1" ? Support::no("unit 1 is excused") : Support::yes();
-  });
+  package.test(20, isImpossible).supportedWhen(isSupported);
   package.test(21, behaves).writes().onlyIn({DiagnosticMode::FACTORY});
   package.test(22, exitsEarly);
   package.test(23, looksAround);
@@ -616,6 +747,11 @@ TARVEXDIAGS_EXPORT DeviceEnum::IDeviceEnumerator* getIDeviceEnumerator(bool diag
 TARVEXDIAGS_EXPORT Diag::IDiagnostics* getIDiagnostics(bool diagLog, DiagnosticMode mode) {
   std::unique_ptr<Diag::IDiagnostics> honest(makeDiagnostics(&define, diagLog, mode));
   return honest ? new LyingDiagnostics(std::move(honest)) : nullptr;
+}
+
+TARVEXDIAGS_EXPORT void beginPackageDiscovery(const char* configFile, const char* logDirectory,
+                                              DiagnosticMode mode) {
+  beginDiscovery(&define, configFile, logDirectory, mode);
 }
 
 TARVEXDIAGS_EXPORT int runPackageWorker(int socket) {

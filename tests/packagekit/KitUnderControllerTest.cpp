@@ -16,6 +16,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/contract/Texts.h"
 #include "tests/support/ControllerHarness.h"
+#include "tests/support/TemporaryDirectory.h"
 
 using namespace TarvexDiags;
 using namespace TarvexDiags::PackageKit;
@@ -64,6 +65,24 @@ class KitUnderController : public ::testing::Test {
     return false;
   }
 
+  ControllerHarness m_harness;
+};
+
+// Several copies of the package, each with more keys in its configuration.
+class KitDiscoveryUnderController : public ::testing::Test {
+ protected:
+  KitDiscoveryUnderController() { m_harness.control().packDirPath(m_place.path()); }
+
+  void addCopy(const std::string& name, const std::string& keys) {
+    const std::filesystem::path from = TARVEX_SELFTEST_DIR;
+    std::filesystem::copy(from / "libmisbehaving.so", m_place.file("lib" + name + ".so"));
+    std::ofstream(m_place.file(name + ".cfg"))
+        << "[Package]\n"
+        << keys << "WorkerPath=" TARVEX_PACKAGE_DIR "/tarvex-package-worker\n"
+        << std::ifstream(from / "misbehaving.cfg").rdbuf();
+  }
+
+  TestSupport::TemporaryDirectory m_place;
   ControllerHarness m_harness;
 };
 
@@ -209,6 +228,25 @@ TEST_F(KitUnderController, a_worker_that_nothing_ends_costs_its_own_device_and_n
   m_harness.queue(kPackage, kUnit0, {BEHAVES});
   ASSERT_TRUE(awaitIdle());
   EXPECT_THAT(m_harness.results(), Contains("PASSED 4"));
+}
+
+TEST_F(KitDiscoveryUnderController, that_crashes_costs_its_package_alone) {
+  addCopy("first", "Discovery=crashes\n");
+  addCopy("second", "");
+  m_harness.start();
+  EXPECT_THAT(m_harness.catalogue(), ElementsAre("second"));
+  m_harness.queue("second", kUnit0, {BEHAVES});
+  ASSERT_TRUE(m_harness.awaitIdle());
+  EXPECT_THAT(m_harness.results(), ElementsAre("PASSED 1"));
+}
+
+TEST_F(KitDiscoveryUnderController, that_fails_last_is_told_by_the_code_of_the_enumeration) {
+  addCopy("first", "");
+  addCopy("second", "Discovery=throws\n");
+  m_harness.initialize();
+  EXPECT_EQ(m_harness->enumerateAllPackages(),
+            DiagnosticController::UNABLE_TO_CREATE_DEVICE_VECTOR);
+  EXPECT_THAT(m_harness.catalogue(), ElementsAre("first"));
 }
 
 TEST_F(KitUnderController, every_misbehaviour_at_once_leaves_a_healthy_controller) {

@@ -461,7 +461,8 @@ TEST_F(UnkillableWorker, of_a_discovery_is_given_up_and_told) {
   m_module.setConfigFile(config.c_str());
   const Discovered found = m_module.discover(DiagnosticMode::CUSTOMER, "", 0);
   ASSERT_TRUE(found.unkillable.has_value());
-  EXPECT_EQ(found.failure, "its process " + std::to_string(*found.unkillable) + " cannot be ended");
+  EXPECT_EQ(found.failure, "it was not done within 0.1 s; its process " +
+                               std::to_string(*found.unkillable) + " cannot be ended");
   EXPECT_FALSE(reapIfEnded(*found.unkillable));
   kill(*found.unkillable, SIGKILL);
   EXPECT_EQ(waitpid(*found.unkillable, nullptr, 0), *found.unkillable);
