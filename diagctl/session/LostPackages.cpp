@@ -55,7 +55,8 @@ std::string reasonOf(const std::string& told, const std::string& library) {
 }  // namespace
 
 std::vector<LostPackage> findLostPackages(const std::string& directory, const Catalogue& catalogue,
-                                          const std::vector<std::string>& told) {
+                                          const std::vector<std::string>& told,
+                                          const std::map<std::string, std::string>& failures) {
   std::set<std::string> names = packagesIn(directory);
   for (const PackageItem& package : catalogue.packages) {
     names.erase(package.baseName);
@@ -63,11 +64,18 @@ std::vector<LostPackage> findLostPackages(const std::string& directory, const Ca
   for (const std::string& name : catalogue.disabledPackages) {
     names.erase(name);
   }
-  const bool isOneEach = told.size() == names.size();
+  const auto hasOwn = [&failures](const std::string& name) { return failures.contains(name); };
+  const auto others =
+      names.size() - static_cast<std::size_t>(std::count_if(names.begin(), names.end(), hasOwn));
+  auto next = told.begin();
   std::vector<LostPackage> lost;
   for (const std::string& name : names) {
-    const std::string which = isOneEach ? told[lost.size()] : "";
-    lost.push_back({name, reasonOf(which, libraryOf(directory, name))});
+    if (hasOwn(name)) {
+      lost.push_back({name, failures.at(name)});
+    } else {
+      const std::string which = told.size() == others ? *next++ : "";
+      lost.push_back({name, reasonOf(which, libraryOf(directory, name))});
+    }
   }
   return lost;
 }

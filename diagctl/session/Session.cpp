@@ -4,8 +4,10 @@
 
 #include <utility>
 
+#include "diagctl/session/AheadDiscovery.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/DiscoveryWatch.h"
 #include "diagctl/session/LostPackages.h"
 #include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Reasons.h"
@@ -40,12 +42,15 @@ Session::Session(const std::string& controlFile, const std::string& language,
       m_controlFile(controlFile),
       m_texts(m_controller, language) {
   allowOpenFiles(openFilesFor(1));
-  const PackageKit::Contract::SupportInbox reasons;  // before the controller has threads
+  // Before the controller has threads.
+  const PackageKit::Contract::SupportInbox reasons;
+  DiscoveryWatch discovery;
   require(m_controller.initialize(controlFile.c_str()),
           tr("starting with the control file {}", controlFile));
   try {
-    enumerate();
-    apply(settings);
+    const AheadDiscovery ahead(controlFile);
+    enumerate(discovery, ahead);
+    apply(settings, discovery, ahead);
     m_catalogue = readCatalogue(m_controller, language);
     keepTexts();
     addReasons(m_catalogue, reasons.lines(), m_texts);
@@ -62,9 +67,10 @@ Session::~Session() {
 
 // The controller tells that a package was left out, and not which.
 void Session::nameLostPackages() {
-  m_catalogue.lostPackages =
-      findLostPackages(packageDirectoryOf(m_controlFile), m_catalogue, m_warnings);
-  const bool isOneEach = m_warnings.size() == m_catalogue.lostPackages.size();
+  m_catalogue.lostPackages = findLostPackages(packageDirectoryOf(m_controlFile), m_catalogue,
+                                              m_warnings, m_discoveryFailures);
+  const bool isOneEach =
+      m_warnings.size() + m_discoveryFailures.size() == m_catalogue.lostPackages.size();
   std::vector<std::string> named;
   for (const LostPackage& package : m_catalogue.lostPackages) {
     named.push_back(describe(package));
@@ -83,26 +89,34 @@ void Session::keepTexts() {
 }
 
 // One package that fails leaves the others in the catalogue; its event tells of it.
-void Session::enumerate() {
+void Session::enumerate(DiscoveryWatch& discovery, const AheadDiscovery& ahead) {
   m_controllerEvents.open(m_controller, m_wakeups);
-  const Controller::errorCode code = m_controller.enumerateAllPackages();
+  Controller::errorCode code = Controller::SUCCESS;
+  discovery.follow([&] {
+    DiagCtrl::GlobalSettings::diagMode mode{};
+    require(m_controller.getDiagnosticMode(mode), tr("reading the diagnostic mode"));
+    ahead.begin(mode);
+    code = m_controller.enumerateAllPackages();
+  });
   if (code != Controller::SUCCESS && !isLoss(code)) {
     throw ControllerFailure(tr("looking for packages"), code);
   }
-  collectWarnings();
-  if (m_warnings.empty() && code != Controller::SUCCESS) {
+  collectWarnings(discovery);
+  if (m_warnings.empty() && m_discoveryFailures.empty() && code != Controller::SUCCESS) {
     m_warnings.emplace_back(ControllerFailure(tr("enumerating the last package"), code).what());
   }
 }
 
-void Session::collectWarnings() {
+void Session::collectWarnings(DiscoveryWatch& discovery) {
   require(m_controllerEvents.drain(), tr("collecting the controller's events"));
   while (const auto event = m_controllerEvents.takeFirst()) {
     m_warnings.push_back(describe(*event));
   }
+  m_discoveryFailures.merge(discovery.takeFailures());
 }
 
-void Session::apply(const SessionSettings& settings) {
+void Session::apply(const SessionSettings& settings, DiscoveryWatch& discovery,
+                    const AheadDiscovery& ahead) {
   if (settings.runMode) {
     require(m_controller.setRunMode(*settings.runMode), tr("setting the run mode"));
   }
@@ -113,24 +127,26 @@ void Session::apply(const SessionSettings& settings) {
   require(m_controller.getDiagnosticMode(present), tr("reading the diagnostic mode"));
   if (settings.diagMode && *settings.diagMode != present) {
     require(m_controller.setDiagnosticMode(*settings.diagMode), tr("setting the diagnostic mode"));
-    enumerateAgain();
+    ahead.begin(*settings.diagMode);
+    enumerateAgain(discovery);
   }
 }
 
 // Settings change only while the controller is idle, which it is not before the first enumeration.
 // What a mode offers is settled by an enumeration, so each package is looked at once more; one that
 // fails then leaves the catalogue, and the others keep their numbers.
-void Session::enumerateAgain() {
+void Session::enumerateAgain(DiscoveryWatch& discovery) {
   int count = 0;
   require(m_controller.getNumberOfDiagPackages(count), tr("counting the packages"));
   for (int index = 1; index <= count; ++index) {
-    const Controller::errorCode code = m_controller.enumerateDiagPackages(index);
-    const std::size_t before = m_warnings.size();
-    collectWarnings();
+    Controller::errorCode code = Controller::SUCCESS;
+    discovery.follow([&] { code = m_controller.enumerateDiagPackages(index); });
+    const std::size_t before = m_warnings.size() + m_discoveryFailures.size();
+    collectWarnings(discovery);
     if (code != Controller::SUCCESS && !isLoss(code)) {
       throw ControllerFailure(tr("enumerating package {} again", index), code);
     }
-    if (code != Controller::SUCCESS && m_warnings.size() == before) {
+    if (code != Controller::SUCCESS && m_warnings.size() + m_discoveryFailures.size() == before) {
       m_warnings.emplace_back(
           ControllerFailure(tr("enumerating package {} again", index), code).what());
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +13,9 @@
 
 namespace TarvexDiags::FrontEnd {
 
+class AheadDiscovery;
+class DiscoveryWatch;
+
 /// Settings of a session that override those of the control file.
 struct SessionSettings {
   std::optional<DiagCtrl::GlobalSettings::runMode> runMode;
@@ -20,6 +24,7 @@ struct SessionSettings {
 };
 
 /// An initialised and enumerated controller, shut down in the end. One at a time in a process.
+/// While packages look for their devices, the first signal has them end and be left out.
 class Session {
  public:
   /// Initialises and enumerates.
@@ -43,10 +48,11 @@ class Session {
   std::size_t failedPackages() const { return m_warnings.size(); }
 
  private:
-  void enumerate();
-  void apply(const SessionSettings& settings);
-  void enumerateAgain();
-  void collectWarnings();
+  void enumerate(DiscoveryWatch& discovery, const AheadDiscovery& ahead);
+  void apply(const SessionSettings& settings, DiscoveryWatch& discovery,
+             const AheadDiscovery& ahead);
+  void enumerateAgain(DiscoveryWatch& discovery);
+  void collectWarnings(DiscoveryWatch& discovery);
   void nameLostPackages();
   /// Keeps the texts of all packages, so that they can be told whatever becomes of their directory.
   void keepTexts();
@@ -56,6 +62,7 @@ class Session {
   Texts m_texts;
   Catalogue m_catalogue;
   std::vector<std::string> m_warnings;
+  std::map<std::string, std::string> m_discoveryFailures;  ///< by base name: why
   Wakeups m_wakeups;
   Inbox<DiagCtrl::DiagCtrlEvent> m_controllerEvents;
 };

@@ -78,6 +78,24 @@ std::string Workplace::misbehavingPackages() {
   return fs::path(TARVEX_DIAGCTL).parent_path().parent_path() / "selftest";
 }
 
+Workplace& Workplace::addMisbehavingPackage(const std::string& name, const std::string& keys) {
+  const fs::path from = misbehavingPackages();
+  fs::copy_file(from / "libmisbehaving.so", path("packages/lib" + name + ".so"));
+  fs::copy_file(from / "misbehaving.cfg", packageFile(name));
+  replaceIn(packageFile(name), "[Package]\n",
+            "[Package]\n" + keys + "WorkerPath=" + (from.parent_path() / "packages").string() +
+                "/tarvex-package-worker\n");
+  for (const auto& entry : fs::directory_iterator(from)) {
+    const fs::path texts = entry.path() / "misbehaving.cfg";
+    if (fs::exists(texts)) {
+      const std::string language = entry.path().filename();
+      fs::create_directories(path("packages/" + language));
+      fs::copy_file(texts, path("packages/" + language + "/" + name + ".cfg"));
+    }
+  }
+  return *this;
+}
+
 std::string Workplace::packageFile(const std::string& name) const {
   return path("packages/" + name + ".cfg");
 }

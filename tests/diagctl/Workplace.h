@@ -35,6 +35,8 @@ class Workplace {
   /// The package whose tests crash, hang and flood, on its four devices.
   Workplace& useMisbehavingPackage();
   static std::string misbehavingPackages();
+  /// The same beside the others, under a name, with more keys in its configuration.
+  Workplace& addMisbehavingPackage(const std::string& name, const std::string& keys);
 
   const std::string& controlFile() const { return m_controlFile; }
   std::string packageFile(const std::string& name) const;
