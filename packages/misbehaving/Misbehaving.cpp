@@ -517,6 +517,7 @@ Verdict looksAround(TestContext& context) {
   context.measurement("property", context.property("key"));
   context.measurement("discoveredBy", context.property("discoveredBy", "none"));
   context.measurement("discoveredIn", context.property("discoveredIn", "none"));
+  context.measurement("discoveredWith", context.property("discoveredWith", "none"));
   context.measurement("devicesFoundHere", std::to_string(devicesFound));
   context.measurement("setting", context.setting("Setting").value_or("none"));
   context.measurement("packageSetting", context.setting("PackageSetting").value_or("none"));
@@ -585,6 +586,29 @@ void sendGarbageFromDiscovery() {
   pause();
 }
 
+// Whatever a test has written there.
+void sendFileFromDiscovery(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  for (std::size_t sent = 0; sent < bytes.size();) {
+    const ssize_t size = ::send(kSocketToHost, bytes.data() + sent, bytes.size() - sent, 0);
+    if (size <= 0) {
+      break;
+    }
+    sent += static_cast<std::size_t>(size);
+  }
+}
+
+void leaveProcessFromDiscovery() {
+  const pid_t left = forkOutOfGroup(2, [] {
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+      ::signal(signal, SIG_IGN);
+    }
+    talk();
+  });
+  std::fprintf(stderr, "left %d\n", static_cast<int>(left));
+}
+
 // Ends when two processes were there at the same time.
 void meetAnother(const std::string& place) {
   std::ofstream(place + "/" + std::to_string(getpid())) << "here";
@@ -611,6 +635,17 @@ const std::map<std::string, std::function<void()>> kWaysOfDiscovery = {
     {"counts wrong", [] { tellEnd(7); }},
     {"ends twice", endTwice},
     {"tells a verdict", tellVerdict},
+    {"leaves a process", leaveProcessFromDiscovery},
+    {"leaves a process and throws",
+     [] {
+       leaveProcessFromDiscovery();
+       throwFromDiscovery();
+     }},
+    {"hangs at its end",
+     [] {
+       tellEnd(0);
+       hangInDiscovery();
+     }},
 };
 
 // A device that is as large as may be, and three that are larger.
@@ -638,6 +673,10 @@ std::vector<Device> findDevices(const Environment& environment) {
   if (const auto place = environment.settings.package("MeetingPlace")) {
     meetAnother(*place);
   }
+  if (const auto file = environment.settings.package("DiscoveryFile")) {
+    sendFileFromDiscovery(*file);
+    pause();
+  }
   if (const auto found = kWaysOfDiscovery.find(way); found != kWaysOfDiscovery.end()) {
     found->second();
   } else if (way == "finds large devices") {
@@ -645,6 +684,7 @@ std::vector<Device> findDevices(const Environment& environment) {
   }
   devicesFound = static_cast<int>(devices.size());
   devices[0].properties["discoveredBy"] = std::to_string(getpid());
+  devices[0].properties["discoveredWith"] = ownCapabilities();
   devices[0].properties["discoveredIn"] = environment.resourceString + " " +
                                           std::to_string(environment.deviceType) + " " +
                                           std::to_string(environment.diagnosticMode);

@@ -67,6 +67,10 @@ std::string workingDirectory() {
 
 }  // namespace
 
+std::string ownCapabilities() {
+  return statusField("CapEff");
+}
+
 Verdict tellsItsRights(TestContext& context) {
   for (const char* const field :
        {"CapInh", "CapPrm", "CapEff", "CapBnd", "CapAmb", "NoNewPrivs", "Seccomp"}) {

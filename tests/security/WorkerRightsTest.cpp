@@ -37,6 +37,7 @@ using ::testing::Not;
 using TestSupport::kIsInstrumented;
 using TestSupport::kIsSanitized;
 
+constexpr int kLooksAround = 23;
 constexpr int kTellsItsRights = 48;
 
 class WorkerRights : public ::testing::Test {
@@ -197,6 +198,17 @@ TEST_F(Diagctl, a_worker_is_open_to_a_debugger_for_those_alone_who_ask_for_it) {
   EXPECT_EQ(measuredIn(open.out, "Seccomp"), 0);
   EXPECT_EQ(measuredIn(open.out, "NoNewPrivs"), 1);
   EXPECT_THAT(open.err, HasSubstr("--debug-worker: workers may be read by other processes"));
+}
+
+// It answers for all of its tests whether they can run.
+TEST_F(WorkerRights, of_a_discovery_include_those_of_every_test_and_no_others) {
+  const std::string named = "CAP_NET_RAW, CAP_SYS_NICE";
+  m_driver.set("TestID1", "Privileges", "CAP_NET_RAW");
+  m_driver.set("TestID48", "Privileges", "CAP_SYS_NICE");
+  const auto run = m_driver.run("unit0", {kLooksAround});
+  const std::uint64_t own = std::stoull(ownStatus("CapEff"), nullptr, 16);
+  EXPECT_EQ(setOf(run, "discoveredWith"),
+            PackageKit::Contract::privilegesFrom(named).capabilities & own);
 }
 
 class MemoryRights : public ::testing::Test {
