@@ -71,16 +71,27 @@ std::string WorkerSupervisor::linesSoFar() {
 
 void WorkerSupervisor::followControl() {
   m_control.clearWake();
+  m_isAborted = m_control.isAborted();
+  if (m_isAborted && m_stage == Stage::Killed) {
+    hurry();
+  }
   if (m_stage != Stage::Running) {
     return;
   }
   // One that has told all is on its way out: a signal would not make the kernel give its memory
   // back any sooner, but would make it look like one that hangs.
-  if (m_control.isAborted() && !m_end.isComplete) {
+  if (m_isAborted && !m_end.isComplete) {
     askToStop();
   } else {
     pause(m_control.isSuspended());
   }
+}
+
+// Who wants to end may wait for less than was allowed before.
+void WorkerSupervisor::hurry() {
+  const auto soon = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                       std::chrono::duration<double>(killGrace()));
+  m_deadline = std::min(m_deadline.value_or(soon), soon);
 }
 
 // Time stands still for a suspended worker.
@@ -198,8 +209,7 @@ void WorkerSupervisor::lookWhetherHeld() {
     return;
   }
   m_heldSince = m_heldSince.value_or(now);
-  if (now - *m_heldSince >=
-      std::chrono::duration<double>(std::max(m_limits.killGrace, kShortestHold))) {
+  if (now - *m_heldSince >= std::chrono::duration<double>(std::max(killGrace(), kShortestHold))) {
     // For what it has started.
     m_process->signalGroup(SIGKILL);
     m_stage = Stage::GivenUp;
@@ -234,12 +244,11 @@ void WorkerSupervisor::waitForSomething() {
     return;
   }
   const short socketEvents = static_cast<short>(POLLIN | (m_outgoing.empty() ? 0 : POLLOUT));
-  pollfd sources[] = {
-      {m_socketIsOpen ? m_process->socket() : -1, socketEvents, 0},
-      {m_process->output(), POLLIN, 0},
-      {m_process->processDescriptor(), POLLIN, 0},
-      {m_control.wakeDescriptor(), POLLIN, 0},
-      {isRunning() && !m_end.isComplete ? m_control.endDescriptor() : -1, POLLIN, 0}};
+  pollfd sources[] = {{m_socketIsOpen ? m_process->socket() : -1, socketEvents, 0},
+                      {m_process->output(), POLLIN, 0},
+                      {m_process->processDescriptor(), POLLIN, 0},
+                      {m_control.wakeDescriptor(), POLLIN, 0},
+                      {m_isAborted ? -1 : m_control.endDescriptor(), POLLIN, 0}};
   poll(sources, std::size(sources), pollTimeout());
   if ((sources[0].revents & POLLOUT) != 0) {
     flushOutgoing();

@@ -80,6 +80,7 @@ class WorkerSupervisor {
   enum class Stage { Running, AskedToStop, Terminated, Killed, GivenUp };
 
   void followControl();
+  void hurry();
   void pause(bool on);
   void remindWhenDue();
   void escalateWhenDue();
@@ -109,6 +110,7 @@ class WorkerSupervisor {
   std::optional<Clock::duration> m_left;  ///< while suspended: what is left until the deadline
   std::optional<Clock::time_point> m_reminder;
   bool m_isPaused = false;
+  bool m_isAborted = false;  ///< was heard of
   bool m_socketIsOpen = true;
   Clock::time_point m_nextLook;                  ///< whether the kernel holds it
   std::optional<Clock::time_point> m_heldSince;  ///< seen so at each look

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/DiscoveryLines.h"
 #include "packagekit/contract/Texts.h"
 #include "packagekit/internal/KitDevice.h"
 #include "packagekit/internal/KitDiagnostics.h"
@@ -450,6 +451,32 @@ TEST_F(UnkillableWorker, makes_its_device_hung_and_refused_until_enumerated_agai
 
   kill(*hung, SIGKILL);
   EXPECT_EQ(waitpid(*hung, nullptr, 0), *hung);
+}
+
+// The client wants to end when all has been tried already.
+TEST_F(UnkillableWorker, of_a_discovery_is_waited_for_no_longer_than_the_client_wants) {
+  static std::optional<Contract::DiscoveryInbox> inbox;
+  inbox.emplace();
+  WorkerProcess::sendSignal = [](pid_t, int signal, ReaperRecord&) {
+    if (signal == SIGKILL) {
+      inbox->endDiscoveries();
+    }
+    return 0;
+  };
+  const std::string script = place.file("deaf-worker");
+  std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";
+  chmod(script.c_str(), 0755);
+  std::ofstream(config) << "[Package]\nDiscoveryTimeout=0.1\nTermGrace=0.05\nKillGrace=600\n"
+                        << "WorkerPath=" << script << "\n";
+  m_module.setConfigFile(config.c_str());
+  const auto start = std::chrono::steady_clock::now();
+  const Discovered found = m_module.discover(DiagnosticMode::CUSTOMER, "", 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(300));
+  EXPECT_EQ(found.failure, DiscoverySession::kEndedOnRequest);
+  inbox.reset();
+  ASSERT_TRUE(found.unkillable.has_value());
+  kill(*found.unkillable, SIGKILL);
+  EXPECT_EQ(waitpid(*found.unkillable, nullptr, 0), *found.unkillable);
 }
 
 TEST_F(UnkillableWorker, of_a_discovery_is_given_up_and_told) {
