@@ -11,6 +11,7 @@
 
 #include "System/SysUtil.h"
 #include "diagctl/session/Configuration.h"
+#include "diagctl/session/PackageFiles.h"
 #include "packagekit/contract/DiscoveryLines.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -48,21 +49,20 @@ std::optional<std::set<std::string>> disabledPackages(const std::string& control
 }  // namespace
 
 AheadDiscovery::AheadDiscovery(const std::string& controlFile)
-    : m_logDirectory(valueOf(controlFile, "GlobalSettings", "LogDirPath")) {
+    : m_logDirectory(logDirectoryOf(controlFile)) {
   const auto disabled = disabledPackages(controlFile);
   if (!disabled) {
     return;
   }
-  std::error_code failure;
-  for (const auto& entry : fs::directory_iterator(packageDirectoryOf(controlFile), failure)) {
-    const fs::path& description = entry.path();
-    const std::string name = description.stem();
-    const fs::path library = description.parent_path() / ("lib" + name + ".so");
+  const std::string directory = packageDirectoryOf(controlFile);
+  for (const std::string& name : packagesIn(directory)) {
+    const std::string library = libraryOf(directory, name);
+    std::error_code failure;
     // A pipe of that name would wait for a writer.
-    if (description.extension() == ".cfg" && !disabled->contains(name) &&
-        m_packages.size() < kMostAhead && fs::is_regular_file(library, failure)) {
+    if (!disabled->contains(name) && m_packages.size() < kMostAhead &&
+        fs::is_regular_file(library, failure)) {
       if (void* const opened = dlopen(library.c_str(), RTLD_NOW)) {
-        m_packages.push_back({description, opened});
+        m_packages.push_back({descriptionOf(directory, name), opened});
       }
     }
   }

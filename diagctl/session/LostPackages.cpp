@@ -2,38 +2,16 @@
 
 #include <dlfcn.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
-#include <system_error>
 
+#include "diagctl/session/PackageFiles.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-std::string libraryOf(const std::string& directory, const std::string& package) {
-  return directory + "/lib" + package + ".so";
-}
-
-// A description without a library that can be read is no package.
-std::set<std::string> packagesIn(const std::string& directory) {
-  std::set<std::string> names;
-  std::error_code failure;
-  for (const auto& entry : fs::directory_iterator(directory, failure)) {
-    const std::string name = entry.path().stem();
-    if (entry.path().extension() == ".cfg" &&
-        access(libraryOf(directory, name).c_str(), R_OK) == 0) {
-      names.insert(name);
-    }
-  }
-  return names;
-}
 
 // What the loader has against a library; empty for nothing.
 std::string findLoadFault(const std::string& library) {
