@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -24,7 +25,7 @@ std::string absolute(const char* path) {
   char* const resolved = realpath(path, nullptr);
   if (resolved == nullptr) {
     std::error_code ignored;
-    return std::filesystem::absolute(path, ignored).string();
+    return std::filesystem::absolute(path, ignored).lexically_normal().string();
   }
   std::string text(resolved);
   free(resolved);
@@ -46,6 +47,15 @@ std::string stemOf(const std::string& file) {
   const auto separator = file.rfind('/');
   const std::string name = separator == std::string::npos ? file : file.substr(separator + 1);
   return name.substr(0, name.rfind('.'));
+}
+
+// What the controller makes of a value is what it will ask with. To it, one that is too long is
+// none.
+std::string asTheControllerReads(const char* key, const std::string& file) {
+  constexpr int kRoom = 4096;
+  char value[kRoom];
+  System::SysUtil::GetParamsValueString("Package", key, "", value, kRoom, file.c_str());
+  return value;
 }
 
 // Lies in the package's own shared object, as the kit is linked into it.
@@ -234,11 +244,12 @@ Discovered Module::discover(DiagnosticMode mode, const std::string& resourceStri
 }
 
 void Module::beginDiscovery(DiagnosticMode mode) {
-  const Settings settings = this->settings();
-  const auto type = Settings::toInteger(settings.package("DeviceType").value_or(""));
-  m_discoverer.begin(discoverySetup(mode, settings.package("ResourceLockProperty").value_or(""),
-                                    static_cast<unsigned int>(type.value_or(0))),
-                     discoveryPlace());
+  const std::string file = settings().file();
+  const std::string type = asTheControllerReads("DeviceType", file);
+  m_discoverer.begin(
+      discoverySetup(mode, asTheControllerReads("ResourceLockProperty", file),
+                     static_cast<unsigned int>(std::strtol(type.c_str(), nullptr, 10))),
+      discoveryPlace());
 }
 
 void Module::markHung(const std::string& resourceTag, pid_t worker) {
