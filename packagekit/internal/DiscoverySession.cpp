@@ -3,7 +3,6 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 #include "packagekit/contract/Texts.h"
@@ -14,7 +13,6 @@ namespace TarvexDiags::PackageKit {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{2};
 constexpr double kLongestKillGrace = 0.5;  // of one that was asked to end
 
 // Words of all workers are tokens, those of discovery alone are English.
@@ -27,15 +25,17 @@ std::string whatItTold(const std::string& protocolError) {
 }  // namespace
 
 DiscoverySession::DiscoverySession(const DiscoverySetup& setup, const WorkerLimits& limits,
-                                   RunControl& control, std::function<void()> tellSlow)
+                                   RunControl& control, std::function<void()> tellSlow,
+                                   std::chrono::milliseconds patience)
     : WorkerSupervisor(limits, control),
       m_setup(setup),
       m_limits(limits),
       m_control(control),
-      m_tellSlow(std::move(tellSlow)) {}
+      m_tellSlow(std::move(tellSlow)),
+      m_patience(patience) {}
 
 Discovered DiscoverySession::run(WorkerProcess& process) {
-  remindAfter(kPatience);
+  remindAfter(m_patience);
   WorkerEnd end = supervise(process, m_setup.toFrame());
   Discovered found;
   if (end.isGivenUp) {

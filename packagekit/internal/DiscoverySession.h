@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
@@ -25,10 +26,13 @@ class DiscoverySession final : private WorkerSupervisor {
  public:
   /// @param setup, limits, control must outlive the session. The time of `limits.start` is that of
   ///   the whole discovery.
-  /// @param tellSlow called once when the discovery takes long, on the thread that runs it.
+  /// @param tellSlow called once when the discovery takes longer than `patience`, on the thread
+  /// that
+  ///   runs it.
   DiscoverySession(const DiscoverySetup& setup, const WorkerLimits& limits, RunControl& control,
-                   std::function<void()> tellSlow);
+                   std::function<void()> tellSlow, std::chrono::milliseconds patience = kPatience);
 
+  static constexpr std::chrono::milliseconds kPatience{2000};
   static constexpr const char* kEndedOnRequest = "it was asked to end";
 
   /// Sends the setup and stays with the worker to its end.
@@ -47,6 +51,7 @@ class DiscoverySession final : private WorkerSupervisor {
   const WorkerLimits& m_limits;
   RunControl& m_control;
   const std::function<void()> m_tellSlow;
+  const std::chrono::milliseconds m_patience;
   std::vector<FoundDevice> m_devices;
   std::size_t m_bytes = 0;
   bool m_hasToldAll = false;  ///< devices and failure are whole

@@ -4,11 +4,15 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <chrono>
+#include <cstddef>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
@@ -16,6 +20,10 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using TestSupport::eventually;
+
+// For what a busy machine does late.
+constexpr std::chrono::seconds kPatience{120};
 
 class DiagctlDiscovery : public Diagctl {
  protected:
@@ -57,31 +65,40 @@ TEST_F(DiagctlDiscovery, whose_last_output_would_steer_a_terminal_is_shown_witho
   }
 }
 
-TEST_F(DiagctlDiscovery, that_hangs_is_told_and_ended_by_its_time) {
+TEST_F(DiagctlDiscovery, that_hangs_is_ended_by_its_time) {
   const std::string mark = place.path("mark");
   place.addMisbehavingPackage("bad",
-                              "Discovery=hangs\nMarkOfHanging=" + mark + "\nDiscoveryTimeout=3\n");
-  std::string seconds = "3";
-  Outcome outcome = run({"list"});
+                              "Discovery=hangs\nTermGrace=0.05\nMarkOfHanging=" + mark + "\n");
+  Outcome outcome;
+  std::string seconds;
   // On a busy machine it takes longer to get as far as to say something.
-  while (!std::filesystem::exists(mark)) {
-    place.replaceIn(place.packageFile("bad"), "DiscoveryTimeout=" + seconds + "\n",
-                    "DiscoveryTimeout=" + seconds + "0\n");
-    seconds += "0";
-    outcome = run({"list"});
+  for (const char* const tried : {"0.2", "2", "20", "200"}) {
+    seconds = tried;
+    outcome = run({"list", "--set", "bad.DiscoveryTimeout=" + seconds});
+    if (std::filesystem::exists(mark)) {
+      break;
+    }
   }
   EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(
-      outcome.err,
-      AllOf(HasSubstr("package bad is still looking for its devices, for " + seconds + " s"),
-            HasSubstr("it was not done within " + seconds + " s; last output: waiting")));
+  EXPECT_THAT(outcome.err,
+              HasSubstr("it was not done within " + seconds + " s; last output: waiting"));
 }
 
 TEST_F(DiagctlDiscovery, that_hangs_is_ended_by_the_first_signal) {
+  const std::string mark = place.path("mark");
+  place.addMisbehavingPackage(
+      "bad", "Discovery=hangs\nDiscoveryTimeout=600\nMarkOfHanging=" + mark + "\n");
+  Program program(withControlFile({"run"}));
+  ASSERT_TRUE(eventually([&mark] { return std::filesystem::exists(mark); }, kPatience));
+  program.signal(SIGINT);
+  EXPECT_EQ(program.finish().exitCode, 128 + SIGINT);
+}
+
+TEST_F(DiagctlDiscovery, that_hangs_is_told_to_whoever_waits_for_it) {
   place.addMisbehavingPackage("bad", "Discovery=hangs\nDiscoveryTimeout=600\n");
   Program program(withControlFile({"run"}));
-  ASSERT_TRUE(
-      program.waitFor("package bad is still looking for its devices", std::chrono::seconds(60)));
+  EXPECT_TRUE(
+      program.waitFor("package bad is still looking for its devices, for 600 s", kPatience));
   program.signal(SIGINT);
   EXPECT_EQ(program.finish().exitCode, 128 + SIGINT);
 }
@@ -91,6 +108,29 @@ TEST_F(DiagctlDiscovery, runs_beside_that_of_other_packages) {
   place.addMisbehavingPackage("first", keys).addMisbehavingPackage("second", keys);
   const Outcome outcome = run({"list", "devices"});
   EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+}
+
+// Each process that looks for devices leaves a file there.
+TEST_F(DiagctlDiscovery, runs_once_wherever_its_package_was_found) {
+  place.addMisbehavingPackage(
+      "first", "DiscoveryTimeout=60\nMeetingPlace=" + meetingPlace + "\nDeviceType=7 of a kind\n");
+  place.write(meetingPlace + "/another", "here");
+  const std::string packages = place.path("packages");
+  std::ptrdiff_t processes = 1;
+  for (const std::vector<std::string>& places : std::vector<std::vector<std::string>>{
+           {"--packages", packages + "/../packages/"},
+           {"--packages", packages, "--packages", Workplace::misbehavingPackages()},
+           {"--set", "first.ExitTimeout=60"}}) {
+    std::vector<std::string> arguments = {"list", "devices"};
+    arguments.insert(arguments.end(), places.begin(), places.end());
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("selftest/unit0"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(meetingPlace),
+                            std::filesystem::directory_iterator()),
+              ++processes)
+        << ::testing::PrintToString(places);
+  }
 }
 
 TEST_F(DiagctlDiscovery, of_a_package_that_is_left_out_does_not_begin) {

@@ -53,6 +53,7 @@ class UnkillableWorker : public ::testing::Test {
                              "KillGrace=0.05\n[TestID1]\nTestName=Hang\n";
     m_module.setConfigFile(config.c_str());
   }
+  ~UnkillableWorker() override { WorkerProcess::sendSignal = kSendInEarnest; }
 
   TestSupport::TemporaryDirectory place;
   const std::string config = place.file("unkillable.cfg");
@@ -477,6 +478,30 @@ TEST_F(UnkillableWorker, of_a_discovery_is_waited_for_no_longer_than_the_client_
   ASSERT_TRUE(found.unkillable.has_value());
   kill(*found.unkillable, SIGKILL);
   EXPECT_EQ(waitpid(*found.unkillable, nullptr, 0), *found.unkillable);
+}
+
+TEST(DiscoveringWorker, is_told_once_when_it_takes_long) {
+  DiscoverySetup setup;
+  setup.configFile = TARVEX_SELFTEST_DIR "/misbehaving.cfg";
+  const TestSupport::TemporaryDirectory place;
+  const std::string script = place.file("never-ready");
+  std::ofstream(script) << "#!/bin/sh\nexec sleep 1000\n";
+  chmod(script.c_str(), 0755);
+  WorkerLimits limits;
+  limits.start = 600;
+  limits.abortGrace = limits.termGrace = 0;
+  RunControl control;
+  control.beginRun();
+  int times = 0;
+  const auto tellSlow = [&] {
+    ++times;
+    control.abort();
+  };
+  WorkerProcess process(script, TARVEX_SELFTEST_DIR "/libmisbehaving.so", 0);
+  const Discovered found =
+      DiscoverySession(setup, limits, control, tellSlow, std::chrono::milliseconds(1)).run(process);
+  EXPECT_EQ(times, 1);
+  EXPECT_EQ(found.failure, DiscoverySession::kEndedOnRequest);
 }
 
 TEST_F(UnkillableWorker, of_a_discovery_is_given_up_and_told) {
