@@ -58,7 +58,7 @@ class Configuration {
   /// a directory that goes with the object.
   /// @throws std::invalid_argument for settings that are asked for and no package has;
   ///   ConfigurationFault for those of the control file; std::runtime_error.
-  static Configuration compose(Configuration base, const Wishes& wishes);
+  static Configuration compose(Configuration base, const Wishes& asked);
 
   const std::string& path() const { return m_path; }
   /// The directories of packages, and the files of settings over their descriptions.
