@@ -18,14 +18,21 @@ function(tarvex_set_run_path target)
 endfunction()
 
 # tarvex_precompile(<target> [<header>...]): in the build for daily work, the standard headers that most
-# sources include are compiled once for all of the target's, and those given with them. The other builds
-# show what a source forgot to include.
+# sources include are compiled once for all of the target's, and those given with them, and the sources
+# eight at a time. The other builds show what a source forgot to include. Sources that have names of their
+# own in common with others of their folder say so with tarvex_compile_alone.
 function(tarvex_precompile target)
   if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARVEX_INSTRUMENTATION STREQUAL "none")
     target_precompile_headers(
       ${target} PRIVATE <algorithm> <chrono> <fstream> <functional> <map> <memory> <mutex>
       <optional> <sstream> <string> <thread> <utility> <vector> ${ARGN})
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
   endif()
+endfunction()
+
+# tarvex_compile_alone(<source>...): these sources of a target that is compiled several at a time.
+function(tarvex_compile_alone)
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endfunction()
 
 # tarvex_add_library(<name> FOLDERS <folder>...): a shared library of all the sources in the folders

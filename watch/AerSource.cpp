@@ -22,7 +22,7 @@ constexpr CounterFile kFiles[] = {
     {"aer_dev_fatal", Kind::PcieFatal},
 };
 constexpr std::string_view kTotal = "TOTAL_ERR_";
-const std::filesystem::path kFolder = "sys/bus/pci/devices";
+const std::filesystem::path kDevices = "sys/bus/pci/devices";
 
 struct Grown {
   std::uint64_t count = 0;
@@ -68,9 +68,9 @@ std::map<std::string, std::uint64_t> parseAerCounters(std::string_view text) {
 
 std::optional<std::string> AerSource::open() {
   m_texts.clear();
-  for (const std::string& address : m_files.entries(kFolder)) {
+  for (const std::string& address : m_files.entries(kDevices)) {
     for (const CounterFile& file : kFiles) {
-      const std::filesystem::path path = kFolder / address / file.name;
+      const std::filesystem::path path = kDevices / address / file.name;
       if (auto text = m_files.text(path)) {
         m_texts[path.string()] = std::move(*text);
       }
@@ -82,9 +82,9 @@ std::optional<std::string> AerSource::open() {
 }
 
 void AerSource::look(Moment now, Collector& collector) {
-  for (const std::string& address : m_files.entries(kFolder)) {
+  for (const std::string& address : m_files.entries(kDevices)) {
     for (const CounterFile& file : kFiles) {
-      const std::filesystem::path path = kFolder / address / file.name;
+      const std::filesystem::path path = kDevices / address / file.name;
       auto text = m_files.text(path);
       if (!text) {
         break;
@@ -106,7 +106,7 @@ void AerSource::look(Moment now, Collector& collector) {
 
 // The bridge above it; empty for what hangs on the root.
 std::string AerSource::otherEnd(const std::string& address) const {
-  const std::string above = m_files.resolved(kFolder / address).parent_path().filename().string();
+  const std::string above = m_files.resolved(kDevices / address).parent_path().filename().string();
   return above.starts_with("pci") || above.find(':') == std::string::npos ? "" : above;
 }
 

@@ -10,15 +10,15 @@ namespace TarvexDiags::Watching {
 
 namespace {
 
-const std::filesystem::path kFolder = "sys/block";
+const std::filesystem::path kDisks = "sys/block";
 
 std::filesystem::path deviceOf(const std::string& disk) {
-  return kFolder / disk / "device";
+  return kDisks / disk / "device";
 }
 
 /// Disks of hardware: those of software (loops, device mapper, memory) have no device.
 std::vector<std::string> disksIn(const SystemFiles& files) {
-  std::vector<std::string> disks = files.entries(kFolder);
+  std::vector<std::string> disks = files.entries(kDisks);
   std::erase_if(disks, [&](const std::string& disk) { return !files.exists(deviceOf(disk)); });
   return disks;
 }

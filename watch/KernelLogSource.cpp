@@ -18,7 +18,7 @@ constexpr const char* kFile = "dev/kmsg";
 // The kernel's own limit of a record, with what it puts before and behind (kernel/printk).
 constexpr std::size_t kLongestRecord = 8192;
 // What is left is for the next look: a flood shall not hold the watch.
-constexpr int kMostReads = 1000;
+constexpr int kMostRecords = 1000;
 
 /// The end of the first whole record; npos: it may go on.
 std::size_t endOfRecord(std::string_view bytes) {
@@ -52,7 +52,7 @@ std::optional<std::string> KernelLogSource::open() {
 
 void KernelLogSource::look(Moment now, Collector& collector) {
   char bytes[kLongestRecord];
-  for (int reads = 0; reads < kMostReads; ++reads) {
+  for (int reads = 0; reads < kMostRecords; ++reads) {
     const ssize_t size = read(m_log.get(), bytes, sizeof bytes);
     if (size < 0 && (errno == EINTR || errno == EPIPE)) {
       // EPIPE: records were overwritten before they were read; the next one's number tells how

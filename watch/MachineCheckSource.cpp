@@ -28,7 +28,7 @@ constexpr CountedRow kRows[] = {
     {"DFR", Kind::MachineCheckCorrected},
 };
 constexpr std::size_t kLongestLine = 8192;
-constexpr int kMostReads = 1000;
+constexpr int kMostPieces = 1000;
 
 }  // namespace
 
@@ -57,7 +57,7 @@ void MachineCheckSource::look(Moment now, Collector& collector) {
 
 void MachineCheckSource::lookAtTrace(Moment now, Collector& collector) {
   char bytes[4096];
-  for (int reads = 0; reads < kMostReads; ++reads) {
+  for (int reads = 0; reads < kMostPieces; ++reads) {
     const ssize_t size = read(m_trace.descriptor(), bytes, sizeof bytes);
     if (size < 0 && errno == EINTR) {
       continue;

@@ -9,14 +9,14 @@ namespace TarvexDiags::Watching {
 
 namespace {
 
-const std::filesystem::path kFolder = "proc/pressure";
+const std::filesystem::path kPressures = "proc/pressure";
 constexpr const char* kResources[] = {"cpu", "io", "memory"};
 
 }  // namespace
 
 std::optional<std::string> PressureSource::open() {
   for (const char* const resource : kResources) {
-    if (m_files.text(kFolder / resource)) {
+    if (m_files.text(kPressures / resource)) {
       return std::nullopt;
     }
   }
@@ -26,7 +26,7 @@ std::optional<std::string> PressureSource::open() {
 // Documentation/accounting/psi.rst of the kernel: "some avg10=0.12 avg60=...".
 void PressureSource::look(Moment now, Collector& collector) {
   for (const char* const resource : kResources) {
-    const std::string text = m_files.text(kFolder / resource).value_or("");
+    const std::string text = m_files.text(kPressures / resource).value_or("");
     if (const auto fields = match(text, "some avg10=%d.%d ")) {
       double share = 0;
       const std::string value = std::string((*fields)[0]) + "." + std::string((*fields)[1]);

@@ -20,7 +20,7 @@ constexpr std::string_view kInput = "_input";
 constexpr std::string_view kAverage = "_average";
 constexpr auto kSlow = std::chrono::milliseconds(20);
 constexpr auto kSlowInterval = std::chrono::seconds(30);
-const std::filesystem::path kFolder = "sys/class/hwmon";
+const std::filesystem::path kChips = "sys/class/hwmon";
 
 /// The quantity of "temp1_input" and the like; none for other files.
 const Quantity* quantityOf(std::string_view file) {
@@ -43,8 +43,8 @@ const Quantity* quantityOf(std::string_view file) {
 
 std::optional<std::string> SensorSource::open() {
   m_sensors.clear();
-  for (const int chip : m_files.numberedEntries(kFolder, "hwmon")) {
-    addChip(kFolder / ("hwmon" + std::to_string(chip)));
+  for (const int chip : m_files.numberedEntries(kChips, "hwmon")) {
+    addChip(kChips / ("hwmon" + std::to_string(chip)));
   }
   return m_sensors.empty()
              ? std::optional<std::string>("the kernel shows no sensor of this machine")

@@ -19,10 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void failWith(int error, const std::string& name) {
-  throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
-}
-
 // A device such as /dev/full has no neighbour to be renamed, and takes anything.
 bool isPlainFile(const std::string& path) {
   return !fs::exists(path) || fs::is_regular_file(path);

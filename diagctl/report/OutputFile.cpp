@@ -22,10 +22,6 @@ constexpr mode_t kNewFile = 0666;  // less what the umask takes
 constexpr int kMostLinks = 40;     // the kernel's own bound
 constexpr int kHarmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-[[noreturn]] void failWith(int error, const std::string& name) {
-  throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
-}
-
 struct stat statusOf(const OpenedFile& file) {
   struct stat info {};
   fstat(file.get(), &info);
@@ -147,6 +143,10 @@ mode_t permissionsOfNewFiles() {
 }
 
 }  // namespace
+
+void failWith(int error, const std::string& name) {
+  throw std::system_error(error != 0 ? error : EIO, std::generic_category(), name);
+}
 
 bool leadsToWhatIsOpen(const std::string& path) {
   return !linkToWhatIsOpen(path).empty();

@@ -33,6 +33,10 @@ std::unique_ptr<std::ofstream> streamTo(OpenedFile file);
 /// Whether a file ends with anything but the end of a line. What cannot be read does not.
 bool endsWithinLine(const std::string& path);
 
+/// @param error as errno tells it; 0 is taken for EIO.
+/// @throws std::system_error with that name.
+[[noreturn]] void failWith(int error, const std::string& name);
+
 /// Waits until a file is on its disk.
 void synchronise(const std::string& path);
 

@@ -27,11 +27,6 @@ unsigned long numberOf(const std::string& stepId) {
   return std::strtoul(stepId.c_str(), nullptr, 10);
 }
 
-double secondsBetween(std::chrono::system_clock::time_point from,
-                      std::chrono::system_clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
-}
-
 std::string clock(double seconds) {
   const auto whole = static_cast<long>(seconds);
   return whole >= 3600 ? fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60)

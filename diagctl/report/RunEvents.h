@@ -10,6 +10,11 @@
 
 namespace TarvexDiags::FrontEnd {
 
+inline double secondsBetween(std::chrono::system_clock::time_point from,
+                             std::chrono::system_clock::time_point to) {
+  return std::chrono::duration<double>(to - from).count();
+}
+
 /// The stream that a run tells: what every report is made of, live or from a saved log.
 
 enum class Severity { Debug, Information, Warning, Error };

@@ -15,11 +15,6 @@ namespace {
 
 namespace Contract = PackageKit::Contract;
 
-double secondsBetween(std::chrono::system_clock::time_point from,
-                      std::chrono::system_clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
-}
-
 // About what is taken beside the texts themselves, with what the allocator adds.
 constexpr std::size_t kSizeOfStep = sizeof(StepRecord) + 192;
 constexpr std::size_t kSizeOfText = 96;

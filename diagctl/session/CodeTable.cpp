@@ -307,13 +307,13 @@ const CodeEntry* findResult(unsigned int number) {
 
 std::string_view toText(CodeEntry::Severity severity) {
   switch (severity) {
-    case Severity::Success:
+    case CodeEntry::Severity::Success:
       return marked("success");
-    case Severity::Information:
+    case CodeEntry::Severity::Information:
       return marked("information");
-    case Severity::Warning:
+    case CodeEntry::Severity::Warning:
       return marked("warning");
-    case Severity::Error:
+    case CodeEntry::Severity::Error:
       break;
   }
   return marked("error");

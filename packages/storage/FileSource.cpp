@@ -43,7 +43,7 @@ std::string folderOf(dev_t device) {
   return "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
 }
 
-bool isThere(const std::string& path) {
+bool nameIsThere(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
@@ -55,7 +55,7 @@ bool isGone(const OpenedFile& file) {
   const bool answers = file.statistics.empty()
                            ? fstat(descriptor, &status) == 0
                            : ioctl(descriptor, BLKGETSIZE64, &bytes) == 0 && bytes > 0;
-  return !answers || !std::all_of(file.presence.begin(), file.presence.end(), isThere);
+  return !answers || !std::all_of(file.presence.begin(), file.presence.end(), nameIsThere);
 }
 
 std::optional<WriteActivity> activityOf(const OpenedFile& file) {
@@ -181,7 +181,7 @@ OpenedFile lookAtAny(PackageKit::UniqueDescriptor descriptor, const std::string&
   file.isServed = isServed(file.descriptor.get());
   // Some of them are never there, as in a container.
   file.presence.erase(
-      std::remove_if(file.presence.begin(), file.presence.end(), std::not_fn(isThere)),
+      std::remove_if(file.presence.begin(), file.presence.end(), std::not_fn(nameIsThere)),
       file.presence.end());
   return file;
 }
