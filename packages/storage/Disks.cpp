@@ -27,23 +27,9 @@ std::string readLine(const fs::path& file) {
   return first == std::string::npos ? std::string() : line.substr(first, last - first + 1);
 }
 
-std::string firstOf(const fs::path& folder, std::initializer_list<const char*> files) {
-  for (const char* file : files) {
-    if (std::string line = readLine(folder / file); !line.empty()) {
-      return line;
-    }
-  }
-  return {};
-}
-
 std::uint64_t readNumber(const fs::path& file, std::uint64_t fallback) {
   std::uint64_t value = 0;
   return std::ifstream(file) >> value ? value : fallback;
-}
-
-bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view> beginnings) {
-  return std::any_of(beginnings.begin(), beginnings.end(),
-                     [&](std::string_view beginning) { return text.starts_with(beginning); });
 }
 
 /// @brief Names in a folder, sorted; none when it is not there.
@@ -55,62 +41,6 @@ std::vector<std::string> namesIn(const fs::path& folder) {
   }
   std::sort(names.begin(), names.end());
   return names;
-}
-
-bool isDisk(const fs::path& folder, const std::string& name) {
-  if (beginsWithAny(name, {"loop", "ram", "zram", "dm-", "md", "sr", "fd", "nbd", "drbd", "rbd"})) {
-    return false;
-  }
-  // Boot and replay-protected areas of memory cards are no disks of their own.
-  const bool cardArea = name.starts_with("mmcblk") && name.find("boot") != std::string::npos;
-  return !cardArea && readNumber(folder / "hidden", 0) == 0 && readNumber(folder / "size", 0) > 0;
-}
-
-/// @brief A hypervisor's disks come under names of their own, whatever bus they imitate.
-bool isVirtual(const std::string& vendor, const std::string& model) {
-  return beginsWithAny(vendor, {"QEMU", "VMware", "Msft", "VBOX", "Google", "Xen"}) ||
-         beginsWithAny(model, {"QEMU", "VMware", "VBOX", "Virtual"});
-}
-
-Attachment attachmentOf(const fs::path& folder, const std::string& name,
-                        VirtualDisks virtualDisks) {
-  if (name.starts_with("nvme")) {
-    return Attachment::Nvme;
-  }
-  if (name.starts_with("mmcblk")) {
-    return Attachment::MemoryCard;
-  }
-  if (!name.starts_with("sd") && !name.starts_with("hd")) {
-    return Attachment::VirtualDisk;
-  }
-  const std::string vendor = readLine(folder / "device/vendor");
-  if (virtualDisks == VirtualDisks::WithoutHealth &&
-      isVirtual(vendor, readLine(folder / "device/model"))) {
-    return Attachment::VirtualDisk;
-  }
-  // A bridge that passes ATA commands through describes the disk behind it on a page of its own.
-  const bool passesAta = vendor == "ATA" || fs::exists(folder / "device/vpd_pg89");
-  return passesAta ? Attachment::Ata : Attachment::Scsi;
-}
-
-Disk describe(const fs::path& folder, const std::string& name, VirtualDisks virtualDisks) {
-  constexpr std::uint64_t sysfsSector = 512;  // "size" counts in it, whatever the disk's own block
-  Disk disk;
-  disk.name = name;
-  disk.path = "/dev/" + name;
-  disk.attachment = attachmentOf(folder, name, virtualDisks);
-  disk.model = firstOf(folder, {"device/model", "device/name"});
-  disk.serial = firstOf(folder, {"device/serial", "serial", "wwid", "device/wwid"});
-  disk.firmware = firstOf(folder, {"device/firmware_rev", "device/rev", "device/fwrev"});
-  disk.bytes = readNumber(folder / "size", 0) * sysfsSector;
-  disk.logicalBlock =
-      static_cast<std::uint32_t>(readNumber(folder / "queue/logical_block_size", 512));
-  disk.physicalBlock =
-      static_cast<std::uint32_t>(readNumber(folder / "queue/physical_block_size", 512));
-  disk.rotational = readNumber(folder / "queue/rotational", 0) != 0;
-  disk.removable = readNumber(folder / "removable", 0) != 0;
-  disk.readOnly = readNumber(folder / "ro", 0) != 0;
-  return disk;
 }
 
 /// @brief The disk, its partitions, and everything that lies on one of them.
@@ -235,17 +165,6 @@ constexpr std::array<std::pair<Attachment, const char*>, 6> kAttachmentTexts{{
 }};
 
 }  // namespace
-
-std::vector<Disk> findDisks(const std::filesystem::path& sysfs, VirtualDisks virtualDisks) {
-  std::vector<Disk> disks;
-  for (const std::string& name : namesIn(sysfs / "block")) {
-    const fs::path folder = sysfs / "block" / name;
-    if (isDisk(folder, name)) {
-      disks.push_back(describe(folder, name, virtualDisks));
-    }
-  }
-  return disks;
-}
 
 std::optional<Disk> fileAsDisk(const std::string& path) {
   std::error_code error;
