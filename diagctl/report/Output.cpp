@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -18,11 +17,6 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 namespace fs = std::filesystem;
-
-// A device such as /dev/full has no neighbour to be renamed, and takes anything.
-bool isPlainFile(const std::string& path) {
-  return !fs::exists(path) || fs::is_regular_file(path);
-}
 
 bool isSameFile(const std::string& one, const std::string& other) {
   std::error_code ignored;
@@ -78,22 +72,9 @@ std::string findFault(const std::vector<std::string>& specifications, const std:
 std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& path,
                                        ReportSettings settings) {
   std::unique_ptr<Output> output(new Output);
-  output->m_path = path;
-  output->m_name = output->m_path;
-  const bool isOpen = leadsToWhatIsOpen(path);
-  const bool isPlain = FrontEnd::isPlainFile(path) && !isOpen;
-  output->m_isPlainFile = isPlain;
-  output->m_file = streamTo(!format.isLog && isPlain
-                                ? makeBeside(output->m_path, output->m_besides, output->m_name)
-                                : openOutput(path, format.isLog || isOpen, output->m_name));
-  if (!*output->m_file) {
-    failWith(ENOMEM, output->m_name);
-  }
-  output->m_filePrinter = std::make_unique<Printer>(*output->m_file);
-  output->m_out = output->m_filePrinter.get();
-  if (format.isLog && isPlain && endsWithinLine(path)) {
-    output->m_out->write("\n");
-  }
+  output->m_name = path;
+  output->m_file = std::make_unique<WrittenFile>(path, format.isLog);
+  output->m_out = &output->m_file->out();
   settings.isColoured = false;
   settings.lineWidth = 0;
   output->m_reporter = format.makeReporter(*output->m_out, settings);
@@ -109,12 +90,6 @@ std::unique_ptr<Output> Output::toStandardOutput(const Format& format,
   return output;
 }
 
-Output::~Output() {
-  if (!m_besides.empty()) {
-    std::remove(m_besides.c_str());  // never finished
-  }
-}
-
 void Output::handle(const RunEvent& event) {
   errno = 0;
   m_reporter->handle(event);
@@ -126,17 +101,8 @@ void Output::finish() {
   m_reporter->finish();
   m_out->flush();
   requireWritten();
-  if (m_file == nullptr) {
-    return;
-  }
-  m_file->close();
-  requireWritten();
-  if (!m_besides.empty()) {
-    synchronise(m_besides);  // what is renamed over an old report must be on the disk first
-    if (std::rename(m_besides.c_str(), m_path.c_str()) != 0) {
-      failWith(errno, m_name);
-    }
-    m_besides.clear();
+  if (m_file != nullptr) {
+    m_file->finish();
   }
 }
 

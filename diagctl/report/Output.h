@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstddef>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/Reporter.h"
+#include "diagctl/report/WrittenFile.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -25,25 +25,20 @@ class Output {
 
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
-  ~Output();
 
   /// @throws std::system_error naming the file if it cannot be written.
   void handle(const RunEvent& event);
   void finish();
 
   /// Whether writing waits for a disk at most, and never for somebody who reads.
-  bool isPlainFile() const { return m_isPlainFile; }
+  bool isPlainFile() const { return m_file != nullptr && m_file->isPlain(); }
 
  private:
   Output() = default;
   void requireWritten();
 
-  std::string m_name;     ///< for people
-  std::string m_path;     ///< the file in the end; empty for standard output
-  std::string m_besides;  ///< what is renamed to it; empty for a log
-  bool m_isPlainFile = false;
-  std::unique_ptr<std::ofstream> m_file;   ///< null for standard output
-  std::unique_ptr<Printer> m_filePrinter;  ///< into the file
+  std::string m_name;                   ///< for people
+  std::unique_ptr<WrittenFile> m_file;  ///< null for standard output
   Printer* m_out = nullptr;
   std::unique_ptr<Reporter> m_reporter;
 };
