@@ -42,10 +42,11 @@ floors=(
   'diagctl/session' "$session"
   'diagctl/check' "$session|diagctl/check/*"
   'diagctl/run' "$session|watch/*|diagctl/run/*"
-  'diagctl/command' "$session|watch/*|diagctl/@(check|run|command)/*"
+  'diagctl/command' "$session|@(watch|inventory)/*|diagctl/@(check|run|command)/*"
   'diagctl' 'diagctl/*'
   # Readers of the kernel's files, for packages and front end alike.
   'watch' 'watch/*|packagekit/UniqueDescriptor.h'
+  'inventory' '@(watch|inventory)/*'
   'packages/common' "$framework|packagekit/*|watch/*|packages/common/*"
 )
 # Packages know nothing of one another.
@@ -55,7 +56,7 @@ done
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.
 own_includes() {
-  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|watch|packages|diagctl|examples|tests|bench'
+  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|watch|inventory|packages|diagctl|examples|tests|bench'
   { grep -HsoE "^ *# *include *(\"[^\"]*\"|<($own)/[^>]*>)" "$1"/*.{h,cpp} || true; } |
     sed -E 's/: *# *include *["<](.*)[">]$/:\1/'
 }
