@@ -1,0 +1,106 @@
+#include <sstream>
+
+#include "inventory/DmiTable.h"
+#include "inventory/Inventory.h"
+#include "inventory/PciPath.h"
+
+namespace TarvexDiags::Inventory {
+
+namespace {
+
+constexpr std::uint64_t kKilobyte = 1024;
+const std::filesystem::path kNodes = "sys/devices/system/node";
+constexpr const char* kTable = "sys/firmware/dmi/tables/DMI";
+
+/// The number of a row "MemTotal:  16318352 kB", in bytes.
+std::optional<std::uint64_t> bytesOfRow(const std::string& text, const std::string& row) {
+  const std::size_t place = text.find(row);
+  if (place == std::string::npos) {
+    return std::nullopt;
+  }
+  std::istringstream rest(text.substr(place + row.size()));
+  std::uint64_t kilobytes = 0;
+  return rest >> kilobytes ? std::optional(kilobytes * kKilobyte) : std::nullopt;
+}
+
+Json toJson(const MemoryModule& module) {
+  Json tree = Json::object();
+  addUnlessEmpty(tree, "bank", module.bank);
+  if (!module.isPopulated) {
+    tree["populated"] = kUnknown;
+    return tree;
+  }
+  tree["populated"] = *module.isPopulated;
+  if (!*module.isPopulated) {
+    return tree;
+  }
+  tree["bytes"] = module.bytes;
+  for (const auto& [key, speed] : {std::pair("ratedMegatransfers", module.ratedSpeed),
+                                   std::pair("configuredMegatransfers", module.configuredSpeed)}) {
+    tree[key] = speed != 0 ? Json(speed) : Json(kUnknown);
+  }
+  addUnlessEmpty(tree, "technology", module.technology);
+  addUnlessEmpty(tree, "manufacturer", module.maker);
+  addUnlessEmpty(tree, "partNumber", module.part);
+  addUnlessEmpty(tree, "serialNumber", module.serial);
+  return tree;
+}
+
+/// By their locators; kUnknown when firmware's table is not for this process.
+Json modulesOf(const SystemFiles& files) {
+  const auto table = files.text(kTable);
+  if (!table) {
+    return isWithheld(files, kTable) ? Json(kUnknown) : Json::object();
+  }
+  Json modules = Json::object();
+  for (const MemoryModule& module : memoryModules(parseDmiTable(*table))) {
+    // Firmware that repeats a locator for each processor tells them apart by the bank.
+    std::string place = module.locator.empty() ? "module" : module.locator;
+    if (modules.contains(place) && !module.bank.empty()) {
+      place += " " + module.bank;
+    }
+    modules[keyFor(modules, place)] = toJson(module);
+  }
+  return modules;
+}
+
+/// What firmware tells of the way from the nearest processors to a node's memory (HMAT).
+Json attributesOf(const SystemFiles& files, const std::filesystem::path& node) {
+  const std::filesystem::path folder = node / "access0/initiators";
+  Json tree = Json::object();
+  addNumber(tree, "readMegabytesPerSecond", files, folder / "read_bandwidth");
+  addNumber(tree, "writeMegabytesPerSecond", files, folder / "write_bandwidth");
+  addNumber(tree, "readNanoseconds", files, folder / "read_latency");
+  addNumber(tree, "writeNanoseconds", files, folder / "write_latency");
+  return tree;
+}
+
+Json nodesOf(const SystemFiles& files) {
+  Json nodes = Json::object();
+  for (const int number : files.numberedEntries(kNodes, "node")) {
+    const std::filesystem::path folder = kNodes / ("node" + std::to_string(number));
+    Json node = Json::object();
+    if (const auto bytes = bytesOfRow(files.text(folder / "meminfo").value_or(""), "MemTotal:")) {
+      node["bytes"] = *bytes;
+    }
+    addText(node, "processors", files, folder / "cpulist");
+    addText(node, "distances", files, folder / "distance");
+    addTree(node, "nearest", attributesOf(files, folder));
+    nodes[std::to_string(number)] = std::move(node);
+  }
+  return nodes;
+}
+
+}  // namespace
+
+Json memoryFacts(const SystemFiles& files) {
+  Json tree = Json::object();
+  if (const auto bytes = bytesOfRow(files.text("proc/meminfo").value_or(""), "MemTotal:")) {
+    tree["bytes"] = *bytes;
+  }
+  addTree(tree, "modules", modulesOf(files));
+  addTree(tree, "nodes", nodesOf(files));
+  return tree;
+}
+
+}  // namespace TarvexDiags::Inventory
