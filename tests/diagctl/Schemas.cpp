@@ -14,7 +14,8 @@ using Json = nlohmann::json;
 bool isOfType(const Json& value, const std::string& type) {
   return (type == "object" && value.is_object()) || (type == "array" && value.is_array()) ||
          (type == "string" && value.is_string()) || (type == "boolean" && value.is_boolean()) ||
-         (type == "integer" && value.is_number_integer()) || (type == "null" && value.is_null());
+         (type == "integer" && value.is_number_integer()) ||
+         (type == "number" && value.is_number()) || (type == "null" && value.is_null());
 }
 
 bool isOfTypes(const Json& value, const Json& types) {
@@ -57,10 +58,12 @@ class Judge {
       }
     }
     for (const auto& [key, member] : value.items()) {
-      if (!schema.at("properties").contains(key)) {
-        tell(place, "has " + key + ", which is not described");
-      } else {
+      if (schema.at("properties").contains(key)) {
         judge(member, schema["properties"][key], place + "/" + key);
+      } else if (schema.contains("additionalProperties")) {
+        judge(member, schema["additionalProperties"], place + "/" + key);
+      } else {
+        tell(place, "has " + key + ", which is not described");
       }
     }
   }
