@@ -17,6 +17,7 @@ _diagctl_options() {
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;
     explain) echo "--format" ;;
+    inventory) echo "-o --output --redact --redact-key --root" ;;
   esac
   echo "-h --help --version -c --config --lang --allow-insecure"
 }
@@ -89,7 +90,7 @@ _diagctl_offer() {
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show run watch estimate check explain report selftest help version" verb="" word
+  local verbs="list show inventory run watch estimate check explain report selftest help version" verb="" word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word
@@ -106,13 +107,16 @@ _diagctl() {
       previous=FILE
     fi
   fi
+  if [[ $verb == inventory && ($previous == -o || $previous == --output) ]]; then
+    previous=FILE
+  fi
   if [[ $previous == -o || $previous == --output ]]; then
     compopt -o nospace 2>/dev/null
     mapfile -t COMPREPLY < <(compgen -W "text= jsonl= junit= tap=" -- "$current")
     return
   fi
   case $previous in
-    -c | --config | --packages | FILE)
+    -c | --config | --packages | --redact-key | --root | FILE)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;

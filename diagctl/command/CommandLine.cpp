@@ -19,6 +19,7 @@
 #include "diagctl/command/EstimateCommand.h"
 #include "diagctl/command/ExplainCommand.h"
 #include "diagctl/command/Help.h"
+#include "diagctl/command/InventoryCommand.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
 #include "diagctl/command/OpenSession.h"
@@ -326,6 +327,7 @@ class CommandLine {
         "  diagctl explain LOAD_LIBRARY_FAILED");
     addOptionsOfEveryVerb();
     addLooking();
+    addTaking();
     addRunning();
     addJudging();
     addTelling();
@@ -465,6 +467,25 @@ class CommandLine {
     addAnswerFormat(explaining, m_explained.format);
   }
 
+  void addTaking() {
+    CLI::App& taking = add("inventory", tr("Tell what this machine is made of, as a document"),
+                           "  diagctl inventory -o machine.json\n"
+                           "  diagctl inventory --redact-key fleet.key",
+                           [this] { return carryOutInventory(standardOutput(), m_inventory); });
+    OptionGroup group(taking, "");
+    group.text("-o,--output", "FILE", m_inventory.output, tr("Where the document goes"),
+               tr("standard output"));
+    group.flag(
+        "--redact", m_inventory.isRedacted,
+        tr("Replace serial numbers, addresses, UUIDs and the host's name by a hash, whose key "
+           "is drawn anew each time"));
+    group.text("--redact-key", "FILE", m_inventory.keyFile,
+               tr("The same with this file for the key, so that what is equal in several documents "
+                  "stays equal"));
+    group.text("--root", "DIR", m_inventory.root,
+               tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
+  }
+
   void addRunning() {
     CLI::App& running = add("run", tr("Run tests and report"),
                             "  diagctl run --profile quick\n"
@@ -557,6 +578,7 @@ class CommandLine {
   LookOptions m_shown;
   LookOptions m_explained;
   LookOptions m_checked;
+  InventoryOptions m_inventory;
   RunCommandOptions m_run;
   WatchCommandOptions m_watch;
   EstimateOptions m_estimate;
