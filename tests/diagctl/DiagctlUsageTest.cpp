@@ -51,8 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Slip{{"rum"}, "'rum' is no verb; did you mean 'run'?"},
         Slip{{"walk"},
-             "'walk' is none of the verbs: list, show, explain, run, watch, estimate, report, "
-             "check, selftest, help, version"},
+             "'walk' is none of the verbs: list, show, explain, inventory, run, watch, estimate, "
+             "report, check, selftest, help, version"},
         Slip{{"e"}, "'e' may be 'explain' or 'estimate'"},
         Slip{{"help", "estimte"}, "'estimte' is no verb; did you mean 'estimate'?"},
         Slip{{"list", "tets"},

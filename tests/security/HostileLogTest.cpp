@@ -109,10 +109,12 @@ TEST_F(HostileLog, has_numbers_in_their_range) {
   };
   EXPECT_EQ(reportOf(beginOf("1") + pass("1000000000") + passes("1000000000")).err, "");
   for (const char* const number :
-       {"0", "-1", "1000000001", "99999999999999999999", "18446744073709551615", "1e300", "1.5"}) {
-    expectRefusal(pass(number), "is not between 1 and 1000000000");
+       {"-1", "1000000001", "99999999999999999999", "18446744073709551615", "1e300", "1.5"}) {
+    expectRefusal(pass(number), "is not between 0 and 1000000000");
     expectRefusal(passes(number), "is not between 1 and 1000000000");
   }
+  EXPECT_EQ(reportOf(beginOf("1") + pass("0")).err, "") << "of what judges no pass";
+  expectRefusal(passes("0"), "is not between 1 and 1000000000");
   expectRefusal(stepLine("1", R"("measurement":{"name":"n","value":1e999})"), "1e999");
 }
 

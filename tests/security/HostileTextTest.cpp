@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <signal.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -18,6 +19,7 @@
 #include "diagctl/report/Formats.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/FakeMachine.h"
 
 namespace TarvexDiags::SecurityTest {
 namespace {
@@ -30,6 +32,7 @@ using DiagctlTest::Program;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using Tests::FakeMachine;
 using Arguments = std::vector<std::string>;
 namespace fs = std::filesystem;
 
@@ -206,6 +209,11 @@ TEST_F(HostileText, of_arguments_and_paths_is_written_out_in_errors) {
                               {"run", "-o", "tap=" + evil, "-o", "text=" + evil},
                               {"list", evil},
                               {"explain", evil},
+                              {"watch", "--for", evil},
+                              {"watch", "--watch", evil},
+                              {"inventory", "--root", path},
+                              {"inventory", "-o", path + "/document"},
+                              {"inventory", "--redact-key", path},
                               {"help", evil},
                               {evil},
                               {"--config", path, "list"},
@@ -224,6 +232,31 @@ TEST_F(HostileText, of_arguments_and_paths_is_written_out_in_errors) {
                               {"estimate", "-d", evil},
                               {"--lang", evil, "show", "Left"}}) {
     expectHarmless(withControlFile(arguments));
+  }
+}
+
+TEST_F(HostileText, of_the_machine_is_written_out_by_its_inventory) {
+  FakeMachine machine;
+  machine.has("sys/class/dmi/id/product_name", "Evil" + kHostile + "\nforged\n");
+  expectHarmless({"inventory", "--root", machine.path()});
+}
+
+TEST_F(HostileText, of_the_machine_is_written_out_by_a_watch) {
+  FakeMachine machine;
+  const std::string module = "sys/devices/system/edac/mc/mc0/dimm0/";
+  machine.has(module + "dimm_label", "Evil" + kHostile + "\n");
+  machine.has(module + "dimm_ue_count", "0\n").has(module + "dimm_ce_count", "0\n");
+  place.write(place.controlFile(), contentsOf(place.controlFile()) +
+                                       "\n[Watch]\nInterval=10ms\nRoot=" + machine.path() + "\n");
+  for (const char* const format : {"text", "jsonl"}) {
+    Program watch(withControlFile({"watch", "--format", format}));
+    ASSERT_TRUE(watch.waitFor("Not watched"));
+    machine.has(module + "dimm_ue_count", format == std::string("text") ? "1\n" : "2\n");
+    watch.signal(SIGTERM);
+    const Outcome outcome = watch.finish();
+    EXPECT_THAT(harmsIn(outcome.out + outcome.err), IsEmpty())
+        << ::testing::PrintToString(outcome.out);
+    EXPECT_THAT(outcome.out, HasSubstr("Evil")) << format;
   }
 }
 
@@ -252,9 +285,9 @@ TEST_F(HostileText, of_a_place_that_others_may_write_to_is_written_out_when_root
 }
 
 TEST_F(HostileText, is_tried_with_every_verb_that_there_is) {
-  static const std::set<std::string> kTried = {"list",  "show",    "run",    "estimate",
-                                               "check", "explain", "report", "selftest",
-                                               "help",  "version"};
+  static const std::set<std::string> kTried = {"list",      "show",     "run",   "watch",
+                                               "inventory", "estimate", "check", "explain",
+                                               "report",    "selftest", "help",  "version"};
   std::set<std::string> verbs;
   const std::string help = diagctl({"--help"}).out;
   static const std::regex kVerb("\n  ([a-z]+) +[A-Z]");

@@ -43,7 +43,11 @@ class ProcessorFaults : public ::testing::Test {
     program = std::make_unique<ReportedProgram>(std::vector<std::string>{
         "--allow-insecure", "--lang", language, "run", "-p", "processor", "-t", test, "-d",
         "host/cpu" + std::to_string(core), "--halt-on-error", "--seed", "7"});
-    ASSERT_TRUE(eventually([&] { return (worker = findWorker(kLibrary)) > 0; }));
+    // One that looks for devices comes first, and is held on no core.
+    ASSERT_TRUE(eventually([&] {
+      worker = findWorker(kLibrary);
+      return worker > 0 && threadHeldOn(worker, core) > 0;
+    }));
   }
 
   /// Waits until the worker's thread is on a core. @return the thread
