@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace TarvexDiags::Inventory {
@@ -22,30 +23,53 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-/// How long the character is with which the text begins; 0 when it is no valid one.
+/// How many bytes a character of UTF-8 has, by its first; 0 for one that begins none.
+std::size_t lengthFor(unsigned char lead) {
+  if (lead < 0x80) {
+    return 1;
+  }
+  if (lead < 0xC2) {
+    return 0;
+  }
+  if (lead < 0xE0) {
+    return 2;
+  }
+  if (lead < 0xF0) {
+    return 3;
+  }
+  return lead <= 0xF4 ? 4 : 0;
+}
+
+/// The code of a character; nothing when its bytes are none.
+std::optional<std::uint32_t> codeOf(std::string_view character) {
+  const auto lead = static_cast<unsigned char>(character.front());
+  std::uint32_t code = character.size() == 1 ? lead : lead & (0xFFU >> (character.size() + 1));
+  for (const char next : character.substr(1)) {
+    const auto byte = static_cast<unsigned char>(next);
+    if ((byte & 0xC0U) != 0x80) {
+      return std::nullopt;
+    }
+    code = (code << 6U) | (byte & 0x3FU);
+  }
+  return code;
+}
+
+/// Whether a code that takes so many bytes is a character and steers nothing.
+bool isHarmless(std::uint32_t code, std::size_t bytes) {
+  const bool isOverlong = (bytes == 3 && code < 0x800) || (bytes == 4 && code < 0x10000);
+  const bool isCharacter = code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+  const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
+  return isCharacter && !isOverlong && !isControl;
+}
+
+/// How long the character is with which the text begins; 0 when it is no harmless one.
 std::size_t lengthOfCharacter(std::string_view text) {
-  const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-  const unsigned char lead = byte(0);
-  const std::size_t length = lead < 0x80    ? 1
-                             : lead < 0xC2  ? 0
-                             : lead < 0xE0  ? 2
-                             : lead < 0xF0  ? 3
-                             : lead <= 0xF4 ? 4
-                                            : 0;
+  const std::size_t length = lengthFor(static_cast<unsigned char>(text.front()));
   if (length == 0 || length > text.size()) {
     return 0;
   }
-  std::uint32_t code = length == 1 ? lead : lead & (0xFFU >> (length + 1));
-  for (std::size_t index = 1; index < length; ++index) {
-    if ((byte(index) & 0xC0U) != 0x80) {
-      return 0;
-    }
-    code = (code << 6U) | (byte(index) & 0x3FU);
-  }
-  const bool isOverlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-  const bool isCharacter = code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
-  const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
-  return isOverlong || !isCharacter || isControl ? 0 : length;
+  const std::optional<std::uint32_t> code = codeOf(text.substr(0, length));
+  return code && isHarmless(*code, length) ? length : 0;
 }
 
 }  // namespace
