@@ -76,8 +76,8 @@ std::optional<std::string> TextArchive::message(int packageIndex, const std::str
 
 std::string withoutEmptyEnd(const std::string& text, const std::vector<std::string>& parameters) {
   const std::size_t begin =
-      text.ends_with('$') && text.size() > 2 ? text.rfind('$', text.size() - 2) : text.npos;
-  if (begin == text.npos) {
+      text.ends_with('$') && text.size() > 2 ? text.rfind('$', text.size() - 2) : std::string::npos;
+  if (begin == std::string::npos) {
     return text;
   }
   const long number = std::strtol(text.c_str() + begin + 1, nullptr, 10);
@@ -88,7 +88,8 @@ std::string withoutEmptyEnd(const std::string& text, const std::vector<std::stri
   std::size_t end = 0;
   for (const std::string_view stop : {". ", "。"}) {
     const std::size_t found = text.rfind(stop, begin);
-    end = found != text.npos ? std::max(end, found + (stop == ". " ? 1 : stop.size())) : end;
+    end =
+        found != std::string::npos ? std::max(end, found + (stop == ". " ? 1 : stop.size())) : end;
   }
   return end > 0 ? text.substr(0, end) : text;
 }
