@@ -1,8 +1,10 @@
 #pragma once
 
-#include <set>
+#include <cstddef>
+#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "inventory/Facts.h"
 
@@ -24,16 +26,25 @@ class Redactor {
   /// @brief Notes the values that stand in a document below keys that hold such.
   void learn(const Json& document);
 
-  /// @brief The document with all values that were learnt replaced, wherever they stand: in texts
-  /// and keys, too. Short ones of fewer than four characters are replaced only where they stand
-  /// alone.
+  /// @brief The document without them: what stands below such keys is replaced whole, and what was
+  /// learnt also within other texts, as by redactedText. Keys stay, but for the hardware addresses
+  /// in the names of parts.
   Json redacted(const Json& document) const;
 
-  /// @brief The same for a text.
-  std::string redactedText(std::string text) const;
+  /// @brief A text with all values that were learnt replaced where they stand as whole words, those
+  /// of fewer than four characters excepted, and the hardware addresses in names such as
+  /// "enx0a1b2c3d4e5f". Hashes that stand in it stay.
+  std::string redactedText(std::string_view text) const;
 
  private:
-  std::string hashOf(std::string_view value) const;
+  /// Whether names of a host may be meant, too: not in the names of parts.
+  enum class Meant { Everything, AddressesAlone };
+
+  /// A value, and that whose hash stands for it.
+  struct Known {
+    std::string source;
+    bool isAddress = false;
+  };
 
   struct LongestFirst {
     bool operator()(const std::string& left, const std::string& right) const {
@@ -41,8 +52,15 @@ class Redactor {
     }
   };
 
+  void learnValue(const std::string& key, const std::string& value);
+  std::string redactedText(std::string_view text, Meant meant) const;
+  /// The value with which a text begins at a place; null for none.
+  const std::pair<const std::string, Known>* knownAt(std::string_view text, std::size_t place,
+                                                     Meant meant) const;
+  std::string hashOf(std::string_view value) const;
+
   std::string m_key;
-  std::set<std::string, LongestFirst> m_values;
+  std::map<std::string, Known, LongestFirst> m_values;
 };
 
 }  // namespace TarvexDiags::Inventory
