@@ -1,9 +1,12 @@
 #include "diagctl/command/InventoryCommand.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/report/ExitStatus.h"
@@ -33,10 +36,21 @@ std::string keyOf(const std::optional<std::string>& keyFile) {
   return key;
 }
 
-Inventory::Json takeInventory(const InventoryOptions& options) {
-  if (!std::filesystem::is_directory(options.root)) {
-    failWith(errno, options.root);
+/// @throws std::system_error naming a folder that is none, or below which no machine lies.
+void requireMachine(const std::filesystem::path& root) {
+  std::error_code failure;
+  if (!std::filesystem::is_directory(root, failure)) {
+    failWith(failure ? failure.value() : ENOTDIR, root.string());
   }
+  const std::string proc = (root / "proc").string();
+  const std::string sys = (root / "sys").string();
+  if (access(proc.c_str(), F_OK) != 0 && access(sys.c_str(), F_OK) != 0) {
+    failWith(errno, sys);
+  }
+}
+
+Inventory::Json takeInventory(const InventoryOptions& options) {
+  requireMachine(options.root);
   const Inventory::SystemFiles files(options.root);
   const bool isThisMachine = options.root == InventoryOptions().root;
   const Inventory::AskDriver ask =

@@ -87,10 +87,18 @@ TEST_F(DiagctlInventory, hides_what_identifies_the_machine) {
 }
 
 TEST_F(DiagctlInventory, is_refused_of_a_folder_that_is_none) {
-  const Outcome outcome = run({"inventory", "--root", "/no/such"});
-  EXPECT_EQ(outcome.exitCode, kNoVerdict);
-  EXPECT_THAT(outcome.err, HasSubstr("/no/such: "));
-  EXPECT_THAT(outcome.out, IsEmpty());
+  fs::create_directories(m_root / "empty");
+  const std::string file = (m_root / "proc/sys/kernel/hostname").string();
+  const std::string empty = (m_root / "empty").string();
+  for (const auto& [root, reason] :
+       {std::pair<std::string, std::string>("/no/such", "/no/such: No such file or directory"),
+        {file, file + ": Not a directory"},
+        {empty, empty + "/sys: No such file or directory"}}) {
+    const Outcome outcome = run({"inventory", "--root", root});
+    EXPECT_EQ(outcome.exitCode, kNoVerdict);
+    EXPECT_THAT(outcome.err, HasSubstr(reason));
+    EXPECT_THAT(outcome.out, IsEmpty());
+  }
 }
 
 }  // namespace
