@@ -39,7 +39,7 @@ source tools/bare.sh
 source tools/deb.sh
 
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
-SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit watch inventory packages diagctl)
+SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit watch inventory report packages diagctl)
 CPP_FOLDERS=("${SHIPPED_FOLDERS[@]}" examples bench tests)
 TIDY_FOLDERS=("${SHIPPED_FOLDERS[@]}" tests)  # of the tests the names alone
 

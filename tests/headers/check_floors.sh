@@ -20,7 +20,7 @@ foundation+="|DiagCtrl/DiagCtrl@(Lock|BaseException|MutexException|Constants).h|
 # of one another. What is told of a run knows nothing of the controller, and only who carries one out
 # watches the machine meanwhile.
 terminal='System/*|diagctl/terminal/*'
-report="$terminal|diagctl/report/*|packagekit/contract/*"
+report="$terminal|diagctl/report/*|packagekit/contract/*|report/svg/*"
 session="$report|$framework|DiagCtrl/!(internal/*)|diagctl/session/*"
 
 # A folder, without the folders below it, and what it may include.
@@ -44,6 +44,8 @@ floors=(
   'diagctl/run' "$session|watch/*|diagctl/run/*"
   'diagctl/command' "$session|@(watch|inventory)/*|diagctl/@(check|run|command)/*"
   'diagctl' 'diagctl/*'
+  # Plots, which know nothing of runs.
+  'report/svg' 'report/svg/*'
   # Readers of the kernel's files, for packages and front end alike.
   'watch' 'watch/*|packagekit/UniqueDescriptor.h'
   'inventory' '@(watch|inventory)/*'
@@ -56,7 +58,7 @@ done
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.
 own_includes() {
-  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|watch|inventory|packages|diagctl|examples|tests|bench'
+  local own='System|DeviceEnum|Diag|DiagCtrl|packagekit|watch|inventory|report|packages|diagctl|examples|tests|bench'
   { grep -HsoE "^ *# *include *(\"[^\"]*\"|<($own)/[^>]*>)" "$1"/*.{h,cpp} || true; } |
     sed -E 's/: *# *include *["<](.*)[">]$/:\1/'
 }
