@@ -41,6 +41,8 @@ enum KitEvent : unsigned int {
   TEST_ENDED = 9061,        ///< verdict (PASSED, UNUSUAL_STATUS, FAILED), milliseconds that it took
   TEST_MEASUREMENT = 9062,  ///< name, value, unit
   TEST_PROGRESS = 9063,     ///< percent: every ten, when the request asks for status messages
+  TEST_LOG_LINE = 9064,     ///< line of the package's log, or "..." where those behind it are left
+                            ///< out: when the request asks for them, see contract/LogWish.h
 };
 
 /// @brief Device status codes of the kit, with their tokens in section `DeviceStatus`.

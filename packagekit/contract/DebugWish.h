@@ -10,14 +10,18 @@ namespace TarvexDiags::PackageKit::Contract {
 inline constexpr std::string_view kDebugWish = "DebugWorker=TRUE";
 
 inline std::string toDebugLine() {
-  return std::string(kDebugWish) + "\n";
+  std::string line(kDebugWish);
+  line += '\n';
+  return line;
 }
 
 /// @brief Whether one of the lines of a client's text says so.
 /// @param text of any lines; null for none
 inline bool isToBeDebugged(const char* text) {
-  const std::string lines = "\n" + std::string(text == nullptr ? "" : text) + "\n";
-  return lines.find("\n" + toDebugLine()) != std::string::npos;
+  std::string lines = "\n";
+  lines += text == nullptr ? "" : text;
+  lines += '\n';
+  return lines.find('\n' + toDebugLine()) != std::string::npos;
 }
 
 }  // namespace TarvexDiags::PackageKit::Contract

@@ -15,6 +15,7 @@ enum class RunEffect {
   Aborted,      ///< a finding, unless the client itself ended the test
   News,         ///< told to people; nothing is to be done
   Measurement,  ///< a figure, for reports; see Measurement.h
+  LogLine,      ///< of the package's log, for those who look closely
   Nothing,      ///< a report has it by other means
 };
 
@@ -97,6 +98,7 @@ inline constexpr KitCode kKitCodes[] = {
     newsRow(TEST_MEASUREMENT, "KIT_TEST_MEASUREMENT", "kit-test-measurement",
             RunEffect::Measurement),
     newsRow(TEST_PROGRESS, "KIT_TEST_PROGRESS", "kit-test-progress", RunEffect::Nothing),
+    newsRow(TEST_LOG_LINE, "KIT_TEST_LOG_LINE", "kit-test-log-line", RunEffect::LogLine),
 };
 
 /// @brief Every device status of the kit.

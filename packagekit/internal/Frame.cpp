@@ -10,7 +10,7 @@ namespace TarvexDiags::PackageKit {
 namespace {
 
 constexpr std::uint32_t kMagic = 0x4b585654;  // "TVXK"
-constexpr std::uint16_t kVersion = 2;
+constexpr std::uint16_t kVersion = 3;
 constexpr std::size_t kLargestText = 64 * 1024;
 constexpr std::size_t kLargestPayload = 1024 * 1024;
 constexpr std::uint64_t kMostTexts = 4096;

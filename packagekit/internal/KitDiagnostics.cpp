@@ -10,6 +10,7 @@
 
 #include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Estimate.h"
+#include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/SupportLines.h"
 #include "packagekit/internal/Guard.h"
@@ -230,6 +231,7 @@ PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings
   const char* const wishes = static_cast<const char*>(settings.getParameterPointer());
   setup.seed = Contract::seedOf(wishes);
   setup.isDebugged = Contract::isToBeDebugged(wishes);
+  setup.tellsLog = Contract::isLogWanted(wishes);
   setup.configFile = m_module.settings().file();
   setup.logFile = m_diagLog ? m_module.logFile() : "";
   return setup;

@@ -31,6 +31,7 @@ constexpr int kNicest = 19;
 // What the events of a pass may take of the host's memory, and what each verdict may in any case.
 constexpr std::size_t kMostEventBytes = std::size_t{16} << 20U;
 constexpr std::size_t kVerdictBytes = 4096;
+constexpr std::size_t kMostLogLines = 1000;
 
 const char* nameOf(DiagnosticResult::TestResult verdict) {
   switch (verdict) {
@@ -155,6 +156,7 @@ PassOutcome PassRunner::run(PassSetup setup) {
   m_eventsLeft.reset();
   m_bytesLeft = kMostEventBytes;
   m_eventsDropped = 0;
+  m_logLinesLeft = kMostLogLines;
   m_offset = 0;
   try {
     runTests();
@@ -291,6 +293,10 @@ void PassRunner::testProgressed(unsigned int percent) {
 
 void PassRunner::eventRaised(EventType type, unsigned int code,
                              std::vector<std::string> parameters) {
+  if (code == TEST_LOG_LINE) {
+    logLineWritten(std::move(parameters));
+    return;
+  }
   if (type == DiagnosticEvent::ERROR_EVENT && !Contract::isKitCode(code)) {
     m_errorRaised.emplace(PassOutcome{DiagnosticResult::FAILED, type, code});
     m_errorRaised->parameters = parameters;  // without memory for them the fault is known still
@@ -304,6 +310,17 @@ void PassRunner::eventRaised(EventType type, unsigned int code,
   m_bytesLeft -= bytes;
   m_observer.raise(type, code,
                    code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters);
+}
+
+// Beside the events of the test, of which it leaves none out. The file has them all.
+void PassRunner::logLineWritten(std::vector<std::string> line) {
+  if (m_logLinesLeft == 0) {
+    return;
+  }
+  if (--m_logLinesLeft == 0) {
+    line = {"..."};
+  }
+  tell(TEST_LOG_LINE, std::move(line));
 }
 
 void PassRunner::testEnded(const TestReport& report) {

@@ -57,6 +57,7 @@ class PassRunner : private SessionObserver {
   void eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters) override;
   void testEnded(const TestReport& report) override;
 
+  void logLineWritten(std::vector<std::string> line);
   void runTests();
   void endForLackOfMemory() noexcept;
   bool startIsRefused();
@@ -94,6 +95,7 @@ class PassRunner : private SessionObserver {
   std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
   std::size_t m_bytesLeft = 0;              ///< that events of the pass may still take
   std::size_t m_eventsDropped = 0;
+  std::size_t m_logLinesLeft = 0;  ///< of the pass, and the one that tells of those left out
   PassOutcome m_outcome;
 };
 

@@ -17,6 +17,7 @@ FrameWriter PassSetup::toFrame() const {
   frame.number(openMode).number(quickMode).number(haltOnError).number(diagnosticMode);
   frame.number(static_cast<std::uint64_t>(passNumber)).number(seed);
   frame.text(configFile).text(logFile).number(memoryLimit).number(coreDumps);
+  frame.number(tellsLog);
   return frame;
 }
 
@@ -44,6 +45,7 @@ PassSetup PassSetup::fromFrame(Frame& frame) {
   setup.logFile = frame.text();
   setup.memoryLimit = frame.number();
   setup.coreDumps = frame.number(1) != 0;
+  setup.tellsLog = frame.number(1) != 0;
   return setup;
 }
 

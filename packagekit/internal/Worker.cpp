@@ -170,7 +170,7 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
     FrameWriter begin(FrameType::TestBegin);
     link.send(begin.number(position));
     const TestEntry* const entry = package.find(testId);
-    WorkerContext context(parametersOf(setup, testId, entry), link, setup.logFile);
+    WorkerContext context(parametersOf(setup, testId, entry), link, setup.logFile, setup.tellsLog);
     const Ending ending = runTest(entry, context);
     std::fflush(nullptr);
     FrameWriter end(FrameType::TestEnd);

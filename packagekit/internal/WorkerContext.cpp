@@ -7,6 +7,12 @@
 
 namespace TarvexDiags::PackageKit {
 
+namespace {
+
+constexpr std::size_t kLongestLine = 4096;  ///< bytes of a line of the log that the host is told
+
+}  // namespace
+
 void WorkerContext::sendProgress(unsigned int percent) {
   if (m_progress.exchange(percent, std::memory_order_relaxed) != percent) {
     FrameWriter frame(FrameType::Progress);
@@ -30,6 +36,12 @@ void WorkerContext::writeLog(const std::string& line) {
   if (!m_logFile.empty()) {
     writeLogLine(m_logFile,
                  "test " + std::to_string(testId()) + " on " + device().resourceTag + ": " + line);
+  }
+  if (m_tellsLog) {
+    FrameWriter frame(FrameType::Event);
+    m_link.send(frame.number(Diag::DiagnosticEvent::INFORMATION_EVENT)
+                    .number(TEST_LOG_LINE)
+                    .texts({line.substr(0, kLongestLine)}));
   }
 }
 

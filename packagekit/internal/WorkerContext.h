@@ -13,8 +13,12 @@ namespace TarvexDiags::PackageKit {
 /// The context of a test in its worker process.
 class WorkerContext : public TestContext {
  public:
-  WorkerContext(TestParameters parameters, WorkerLink& link, std::string logFile)
-      : TestContext(std::move(parameters)), m_link(link), m_logFile(std::move(logFile)) {}
+  /// @param tellsLog whether the host is told what goes into the log.
+  WorkerContext(TestParameters parameters, WorkerLink& link, std::string logFile, bool tellsLog)
+      : TestContext(std::move(parameters)),
+        m_link(link),
+        m_logFile(std::move(logFile)),
+        m_tellsLog(tellsLog) {}
 
   bool stopRequested() const noexcept override { return m_link.stopRequested(); }
   bool sleepFor(std::chrono::nanoseconds duration) override { return m_link.sleepFor(duration); }
@@ -30,6 +34,7 @@ class WorkerContext : public TestContext {
  private:
   WorkerLink& m_link;
   const std::string m_logFile;
+  const bool m_tellsLog;
   std::atomic<unsigned int> m_progress{0};
   std::atomic<bool> m_hasRaisedError{false};
 };

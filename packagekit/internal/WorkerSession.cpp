@@ -21,12 +21,15 @@ unsigned int codeOf(Frame& frame) {
   return static_cast<unsigned int>(frame.number(std::numeric_limits<unsigned int>::max()));
 }
 
-// Of the kit's events a test raises measurements alone.
+// Of the kit's events a test raises measurements, and lines of the log where they are wanted.
 bool mayBeRaised(Diag::DiagnosticEvent::EventType type, unsigned int code,
-                 const std::vector<std::string>& parameters) {
-  return !Contract::isKitCode(code) ||
-         (code == TEST_MEASUREMENT && type == Diag::DiagnosticEvent::INFORMATION_EVENT &&
-          parameters.size() == Contract::kMeasurementDetails);
+                 const std::vector<std::string>& parameters, bool tellsLog) {
+  if (!Contract::isKitCode(code)) {
+    return true;
+  }
+  return type == Diag::DiagnosticEvent::INFORMATION_EVENT &&
+         ((code == TEST_MEASUREMENT && parameters.size() == Contract::kMeasurementDetails) ||
+          (code == TEST_LOG_LINE && tellsLog && parameters.size() == 1));
 }
 
 // What of a test's trouble its own process sees; the rest is the host's to tell.
@@ -87,7 +90,7 @@ void WorkerSession::handle(Frame& frame) {
       const auto type = eventTypeOf(frame);
       const unsigned int code = codeOf(frame);
       auto parameters = frame.texts();
-      if (!m_current || !mayBeRaised(type, code, parameters)) {
+      if (!m_current || !mayBeRaised(type, code, parameters, m_setup.tellsLog)) {
         throw FrameError(Contract::kEventNotAllowed);
       }
       m_observer.eventRaised(type, code, std::move(parameters));

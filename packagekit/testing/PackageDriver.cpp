@@ -47,6 +47,7 @@ fs::path makeTemporaryDirectory() {
   return pattern;
 }
 
+// @param options kept alive by the caller.
 Diag::DiagnosticSettings settingsOf(const PackageDriver::Options& options,
                                     const std::vector<int>& testIds) {
   Diag::DiagnosticSettings settings(options.quickMode, options.stressMode, options.haltOnError,
@@ -55,6 +56,9 @@ Diag::DiagnosticSettings settingsOf(const PackageDriver::Options& options,
                                     options.openMode);
   settings.setTestNumberVector(testIds);
   settings.setEstimationMode(options.estimationMode);
+  if (!options.parameters.empty()) {
+    settings.setParameterPointer(const_cast<char*>(options.parameters.c_str()));
+  }
   return settings;
 }
 

@@ -58,6 +58,8 @@ class PackageDriver {
     unsigned long runTime = 600;
     AccessMode openMode = DeviceEnum::IDevice::READ_WRITE;
     unsigned int requestId = 1;
+    /// Lines of a client, such as that of a seed (packagekit/contract/).
+    std::string parameters = {};
   };
 
   /// @param directory where lib<name>.so and <name>.cfg lie

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "packagekit/KitEvents.h"
+#include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/SupportLines.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Reaction.h"
@@ -207,6 +208,32 @@ TEST_F(DiagnosticsContract, reports_progress_when_the_client_asks_for_it) {
   EXPECT_FALSE(m_driver.run("unit0", {BEHAVES}, options).has(TEST_PROGRESS));
   options.reportStatusMessage = true;
   EXPECT_EQ(m_driver.run("unit0", {BEHAVES}, options).parametersOf(TEST_PROGRESS)[3], "50");
+}
+
+TEST_F(DiagnosticsContract, tells_lines_of_the_log_when_the_client_asks_for_them) {
+  PackageDriver::Options options;
+  EXPECT_FALSE(m_driver.run("unit0", {LOOKS_AROUND}, options).has(TEST_LOG_LINE));
+  options.parameters = Contract::toLogWishLine();
+  EXPECT_THAT(m_driver.run("unit0", {LOOKS_AROUND}, options).parametersOf(TEST_LOG_LINE),
+              ::testing::ElementsAre("23", "Looks around", "selftest/unit0", "looked around"));
+  EXPECT_THAT(m_driver.logText(), ::testing::HasSubstr("looked around"));
+}
+
+TEST_F(DiagnosticsContract, a_flood_of_log_lines_is_bounded_and_costs_no_event_of_the_test) {
+  m_driver.set("TestID23", "LogLines", "1500").set("Package", "MaxEvents", "50");
+  PackageDriver::Options options;
+  options.parameters = Contract::toLogWishLine();
+  const auto run = m_driver.run("unit0", {LOOKS_AROUND}, options);
+  std::vector<std::string> lines;
+  for (const auto& event : run.events) {
+    if (event.code == TEST_LOG_LINE) {
+      lines.push_back(event.parameters.back());
+    }
+  }
+  ASSERT_EQ(lines.size(), 1000U);
+  EXPECT_EQ(lines[998], "looked around");
+  EXPECT_EQ(lines[999], "...");
+  EXPECT_FALSE(run.has(EVENTS_DROPPED));
 }
 
 TEST_F(DiagnosticsContract, quick_mode_reaches_the_test) {

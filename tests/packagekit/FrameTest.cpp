@@ -171,6 +171,7 @@ TEST(PassSetup, comes_back_as_it_was_written) {
   setup.logFile = "/var/log/x.log";
   setup.memoryLimit = 1ULL << 40U;
   setup.coreDumps = true;
+  setup.tellsLog = true;
   const std::string bytes = setup.toFrame().bytes();
   FrameReader reader;
   reader.add(bytes.data(), bytes.size());
@@ -192,6 +193,7 @@ TEST(PassSetup, comes_back_as_it_was_written) {
   EXPECT_EQ(copy.logFile, setup.logFile);
   EXPECT_EQ(copy.memoryLimit, setup.memoryLimit);
   EXPECT_TRUE(copy.coreDumps);
+  EXPECT_TRUE(copy.tellsLog);
 }
 
 TEST(DiscoverySetup, comes_back_as_it_was_written) {

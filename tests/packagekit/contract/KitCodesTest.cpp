@@ -29,6 +29,7 @@ std::string wordOf(RunEffect effect) {
       {RunEffect::News, "news"},
       {RunEffect::Nothing, "nothing"},
       {RunEffect::Measurement, "measurement"},
+      {RunEffect::LogLine, "logged"},
   };
   return words.at(effect);
 }

@@ -9,6 +9,7 @@
 
 #include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Estimate.h"
+#include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Seed.h"
 
@@ -24,6 +25,13 @@ TEST(DebugWish, is_one_line_of_a_clients_text) {
   EXPECT_FALSE(isToBeDebugged(nullptr));
   EXPECT_FALSE(isToBeDebugged(""));
   EXPECT_FALSE(isToBeDebugged("NoDebugWorker=TRUE\nDebugWorker=TRUEST\nDebugWorker=FALSE\n"));
+}
+
+TEST(LogWish, is_one_line_of_a_clients_text) {
+  EXPECT_TRUE(isLogWanted(toLogWishLine().c_str()));
+  EXPECT_TRUE(isLogWanted((toSeedLine(7) + toLogWishLine() + toDebugLine()).c_str()));
+  EXPECT_FALSE(isLogWanted(nullptr));
+  EXPECT_FALSE(isLogWanted("Seed=7\nTellLog=FALSE\nDoNotTellLog=TRUE\n"));
 }
 
 TEST(Measurement, reads_back_as_it_was_written) {
