@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <iterator>
+#include <numeric>
 #include <variant>
 
 #include "diagctl/report/TestDuration.h"
@@ -137,6 +138,33 @@ std::string factsOf(const Figures& figures) {
   return fmt::format("{}", fmt::join(facts, ", "));
 }
 
+Coverage::Coverage(const RunCoverage& told)
+    : m_further(told.furtherDevices), m_seconds(told.seconds) {
+  for (const DeviceCoverage& device : told.devices) {
+    if (m_bytes.size() < kMostDevices) {
+      m_bytes[device.device] = {device.coveredBytes, device.totalBytes};
+    } else {
+      ++m_further;
+    }
+  }
+  if (told.cores > 0) {
+    m_cores[""] = told.cores;
+  }
+}
+
+RunCoverage Coverage::told() const {
+  RunCoverage told{kCoverageStep, {}, m_further, cores(), m_seconds};
+  for (const auto& [device, bytes] : m_bytes) {
+    told.devices.push_back({device, bytes.covered, bytes.total});
+  }
+  return told;
+}
+
+double Coverage::cores() const {
+  return std::accumulate(m_cores.begin(), m_cores.end(), 0.0,
+                         [](double sum, const auto& device) { return sum + device.second; });
+}
+
 void Coverage::take(const std::string& device, const Figures& figures, double seconds) {
   m_seconds += seconds;
   const double covered = figures.number(FigureName::kCoveredBytes);
@@ -164,12 +192,8 @@ std::string Coverage::describe() const {
   if (m_further > 0) {
     parts.push_back(tr("{} more", m_further));
   }
-  double cores = 0;
-  for (const auto& [device, count] : m_cores) {
-    cores += count;
-  }
-  if (cores > 0) {
-    parts.push_back(cores == 1 ? tr("1 core") : tr("{} cores", withMarks(cores)));
+  if (const double count = cores(); count > 0) {
+    parts.push_back(count == 1 ? tr("1 core") : tr("{} cores", withMarks(count)));
   }
   if (m_seconds > 0) {
     parts.push_back(tr("{:.1f} s of tests", m_seconds));

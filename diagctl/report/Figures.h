@@ -52,17 +52,26 @@ std::string factsOf(const Figures& figures);
 /// How much of the machine a run has covered: of each device the most that one test has.
 class Coverage {
  public:
+  Coverage() = default;
+  /// As a log tells it.
+  explicit Coverage(const RunCoverage& told);
+
   void take(const std::string& device, const Figures& figures, double seconds);
 
   /// For people: "256 of 21,594 MiB of node 0, 8 cores, 12.3 s of tests"; empty if there was no
   /// test.
   std::string describe() const;
 
+  /// For a log. @return without devices, cores and seconds if there was no test.
+  RunCoverage told() const;
+
  private:
   struct Bytes {
     double covered = 0;
     double total = 0;
   };
+
+  double cores() const;
 
   std::map<std::string, Bytes> m_bytes;   ///< by device
   std::map<std::string, double> m_cores;  ///< by device

@@ -16,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "diagctl/report/JsonlReporter.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -291,6 +292,27 @@ StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content
   return figure;
 }
 
+// A number that is none, or less than nothing, counts as nothing.
+double amountOf(const Json& object, const char* key) {
+  const auto entry = object.find(key);
+  return entry != object.end() && entry->is_number() ? std::max(entry->get<double>(), 0.0) : 0;
+}
+
+RunCoverage toRunCoverage(const Json& content) {
+  constexpr double kMostDevices = 1e9;
+  RunCoverage coverage{
+      kCoverageStep,
+      {},
+      static_cast<std::size_t>(std::min(amountOf(content, "furtherDevices"), kMostDevices)),
+      amountOf(content, "cores"),
+      amountOf(content, "seconds")};
+  for (const Json& device : content.value("devices", Json::array())) {
+    coverage.devices.push_back({textOf(device, "device"), amountOf(device, "coveredBytes"),
+                                amountOf(device, "totalBytes")});
+  }
+  return coverage;
+}
+
 /// The limit that a series is held against; nothing where it has none of ours.
 std::optional<double> mostOf(const Json& content) {
   for (const Json& validator : content.value("validators", Json::array())) {
@@ -352,7 +374,11 @@ class RunParser {
       return StepEnded{stepId, status, step.isAborted, step.skip};
     }
     if (artifact.contains("extension")) {
-      takeExtension(stepId, artifact["extension"]);
+      const Json& extension = artifact["extension"];
+      if (stepId == kCoverageStep && textOf(extension, "name") == kCoverageExtension) {
+        return toRunCoverage(extension.at("content"));
+      }
+      takeExtension(stepId, extension);
       return std::nullopt;
     }
     if (artifact.contains("diagnosis")) {

@@ -178,6 +178,21 @@ struct ToArtifact {
   Artifact operator()(const StepEnded& ended) const {
     return {kStepArtifact, step(ended.stepId, "testStepEnd", {{"status", toText(ended.status)}})};
   }
+  Artifact operator()(const RunCoverage& coverage) const {
+    Json devices = Json::array();
+    for (const DeviceCoverage& device : coverage.devices) {
+      devices.push_back({{"device", device.device},
+                         {"coveredBytes", device.coveredBytes},
+                         {"totalBytes", device.totalBytes}});
+    }
+    return {kStepArtifact, step(coverage.stepId, "extension",
+                                {{"name", kCoverageExtension},
+                                 {"content",
+                                  {{"devices", std::move(devices)},
+                                   {"furtherDevices", coverage.furtherDevices},
+                                   {"cores", coverage.cores},
+                                   {"seconds", coverage.seconds}}}})};
+  }
   Artifact operator()(const RunMessage& message) const {
     return {kRunArtifact,
             {{"log", {{"severity", toText(message.severity)}, {"message", message.text}}}}};

@@ -10,6 +10,9 @@
 
 namespace TarvexDiags::FrontEnd {
 
+/// The name of the extension that tells what a run has covered.
+inline constexpr const char* kCoverageExtension = "coverage";
+
 /// JSON lines after the Open Compute Project's "Test and Validation output" specification, version
 /// 2.0: one artifact a line, flushed when it happens, so that a run that is killed leaves a usable
 /// file. The end of the run is then missing, which is itself evidence. Each run begins with the

@@ -90,6 +90,24 @@ struct StepMeasurement {
 /// The step of the machine itself, beside those of the tests.
 inline constexpr const char* kMachineStep = "machine-watch";
 
+/// The step that says how much of the machine the tests have covered, behind all others.
+inline constexpr const char* kCoverageStep = "coverage";
+
+struct DeviceCoverage {
+  std::string device;
+  double coveredBytes = 0;
+  double totalBytes = 0;
+};
+
+/// How much of the machine a run has covered: of each device the most that one test has.
+struct RunCoverage {
+  std::string stepId;
+  std::vector<DeviceCoverage> devices;
+  std::size_t furtherDevices = 0;  ///< beyond those that are named
+  double cores = 0;
+  double seconds = 0;  ///< of tests
+};
+
 /// What a sensor shows while a run goes on: the beginning of a series, its values and its end.
 struct SeriesStarted {
   std::string stepId;
@@ -157,8 +175,8 @@ struct RunEnded {
 
 using RunEventBody =
     std::variant<RunStarted, StepStarted, StepProgress, StepMessage, StepMeasurement, SeriesStarted,
-                 SeriesElement, SeriesEnded, StepDiagnosis, StepTrouble, StepEnded, RunMessage,
-                 RunTrouble, RunEnded>;
+                 SeriesElement, SeriesEnded, StepDiagnosis, StepTrouble, StepEnded, RunCoverage,
+                 RunMessage, RunTrouble, RunEnded>;
 
 struct RunEvent {
   std::chrono::system_clock::time_point time;

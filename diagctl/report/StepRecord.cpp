@@ -40,6 +40,11 @@ std::size_t sizeOf(const StepStarted& start) {
          start.hardwareId.size();
 }
 
+// Beside those of the tests.
+bool isOfRun(const std::string& stepId) {
+  return stepId == kMachineStep || stepId == kCoverageStep;
+}
+
 /// The weightiest of what was told of the step.
 Contract::Ending endingOf(const StepRecord& step) {
   if (step.hasFailed()) {
@@ -192,7 +197,7 @@ std::string moreOf(const BoundedTexts& texts) {
 }
 
 bool StepRecord::isSilent() const {
-  return start.stepId == kMachineStep && verdicts.empty() && troubles == 0 && warnings == 0;
+  return isOfRun(start.stepId) && verdicts.empty() && troubles == 0 && warnings == 0;
 }
 
 // Errors are judged before they get here: what they came to is a diagnosis or trouble.
@@ -262,7 +267,7 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     return nullptr;
   }
   step.end = event.time;
-  if (!isSkipped(step.outcome())) {
+  if (!isOfRun(id) && !isSkipped(step.outcome())) {
     m_coverage.take(step.start.device, step.figures, step.seconds());
   }
   const StepRecord* const told = holds(step) ? &step : drop(entry);
@@ -278,6 +283,8 @@ void RunRecord::takeOfRun(const RunEvent& event) {
   } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
     m_hasEnded = true;
     m_end = *end;
+  } else if (const auto* coverage = std::get_if<RunCoverage>(&event.body)) {
+    m_coverage = Coverage(*coverage);
   }
 }
 

@@ -79,7 +79,7 @@ struct StepRecord {
 
   int passes() const { return passesJudged; }
   bool hasFailed() const { return verdicts.contains(Verdict::Fail); }
-  /// Whether it is that of the machine, and says nothing of it but what sensors show.
+  /// Whether it is none of a test, and says nothing but what sensors show or tests have covered.
   bool isSilent() const;
   bool hasEnded() const { return ended.has_value(); }
   bool isAborted() const { return hasEnded() && ended->isAborted; }

@@ -106,6 +106,7 @@ const RunRecord& Runner::run(const RunStarted& start) {
   m_collector.reset();
   endMachineWatch();
   tellSkipped();
+  tellCoverage();
   tell(endOf(verdictOf(summaryOf(m_record), m_record.troubleCount())));
   return m_record;
 }
@@ -116,6 +117,17 @@ void Runner::endMachineWatch() {
   const StepRecord* const step = m_record.find(MachineWatch::kStep);
   m_machineWatch.end(step != nullptr && step->troubles > 0 ? RunStatus::Error
                                                            : RunStatus::Complete);
+}
+
+// Behind all others, where nothing is left to be added.
+void Runner::tellCoverage() {
+  RunCoverage coverage = m_record.coverage().told();
+  if (coverage.seconds <= 0) {
+    return;  // no test ran
+  }
+  tell(StepStarted{kCoverageStep, "diagctl", tr("this machine"), tr("Coverage"), "", 1});
+  tell(std::move(coverage));
+  tell(StepEnded{kCoverageStep});
 }
 
 void Runner::waitForAll() {

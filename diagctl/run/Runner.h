@@ -67,6 +67,7 @@ class Runner {
   bool isLeft() const;
   void endAfterFailure();
   void endMachineWatch();
+  void tellCoverage();
   void tellEnding();
   void takeAborts();
   void stopTrialOf(unsigned long number);

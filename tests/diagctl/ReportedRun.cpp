@@ -64,7 +64,7 @@ ReportedRun::Accounts ReportedRun::readLog(const std::string& report) {
   Accounts accounts;
   for (const Json& line : parseLines(report)) {
     const Json artifact = line.value("testStepArtifact", Json());
-    if (artifact.is_null()) {
+    if (artifact.is_null() || isOfCoverage(artifact)) {
       continue;
     }
     const std::string id = artifact["testStepId"];

@@ -19,6 +19,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr const char* kCoverageStep = "coverage";
+
 enum Need { Required, Optional };
 
 /// A field of an object. Type: "text", "number", "count", "value", "object" (with any fields), the
@@ -339,12 +341,27 @@ std::vector<Json> artifacts(const std::vector<Json>& lines, const std::string& k
   std::vector<Json> found;
   for (const Json& line : lines) {
     for (const char* owner : {"testRunArtifact", "testStepArtifact"}) {
-      if (line.contains(owner) && line[owner].contains(kind)) {
+      if (line.contains(owner) && line[owner].contains(kind) && !isOfCoverage(line[owner])) {
         found.push_back(line[owner][kind]);
       }
     }
   }
   return found;
+}
+
+bool isOfCoverage(const Json& artifact) {
+  return artifact.value("testStepId", "") == kCoverageStep;
+}
+
+Json coverageOf(const std::vector<Json>& lines) {
+  Json coverage;
+  for (const Json& line : lines) {
+    const Json artifact = line.value("testStepArtifact", Json::object());
+    if (isOfCoverage(artifact) && artifact.contains("extension")) {
+      coverage = artifact["extension"]["content"];
+    }
+  }
+  return coverage;
 }
 
 std::vector<std::string> faultsOf(const std::vector<Json>& lines) {

@@ -13,9 +13,16 @@ std::vector<std::string> linesOf(const std::string& text);
 /// A log, line by line. @throws if a line is no JSON.
 std::vector<nlohmann::json> parseLines(const std::string& text);
 
-/// The contents of all artifacts of a kind, such as "testStepEnd".
+/// The contents of all artifacts of a kind, such as "testStepEnd", but for the step of the
+/// coverage.
 std::vector<nlohmann::json> artifacts(const std::vector<nlohmann::json>& lines,
                                       const std::string& kind);
+
+/// Whether it belongs to the step that tells what the run has covered.
+bool isOfCoverage(const nlohmann::json& artifact);
+
+/// What the run has covered by its log; null if it does not tell.
+nlohmann::json coverageOf(const std::vector<nlohmann::json>& lines);
 
 ///  What is wrong with a log: lines with fields that are missing, unknown or of another type,
 ///  counts

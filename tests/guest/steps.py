@@ -47,9 +47,9 @@ def read(lines):
     steps = {}
     for line in lines:
         content = json.loads(line).get("testStepArtifact", {})
-        if "testStepStart" in content:
+        if "testStepStart" in content and content["testStepId"] != "coverage":
             steps[content["testStepId"]] = Step(content["testStepStart"]["name"])
-        elif content:
+        elif content and content["testStepId"] in steps:
             note(steps[content["testStepId"]], content)
     return steps.values()
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/report/Figures.h"
 #include "diagctl/report/JsonlReader.h"
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/terminal/Printer.h"
@@ -44,6 +45,36 @@ TEST(Log, reads_back_as_it_was_written) {
   EXPECT_EQ(diagnosis.pass, 2);
   EXPECT_FALSE(std::get<StepEnded>(fromLog(log)[6].body).isAborted);
   EXPECT_TRUE(std::get<StepEnded>(fromLog(log)[8].body).isAborted);
+}
+
+TEST(Log, reads_the_coverage_back_as_it_was_written) {
+  const auto time = std::chrono::system_clock::time_point() + std::chrono::milliseconds(1500);
+  const RunCoverage written{kCoverageStep, {{"node 0", 1e9, 8e9}, {"sda", 2e6, 0}}, 3, 8, 12.25};
+  const std::string log = toLog({{time, written}});
+  EXPECT_THAT(log, HasSubstr(R"({"name":"coverage","content":{"devices":[{"device":"node 0",)"));
+  const std::vector<RunEvent> events = fromLog(log);
+  ASSERT_EQ(events.size(), 1U);
+  const auto& read = std::get<RunCoverage>(events[0].body);
+  ASSERT_EQ(read.devices.size(), 2U);
+  EXPECT_EQ(read.devices[0].device, "node 0");
+  EXPECT_EQ(read.devices[0].totalBytes, 8e9);
+  EXPECT_EQ(toLog(events), log);
+  EXPECT_EQ(Coverage(read).describe(), Coverage(written).describe());
+  EXPECT_EQ(Coverage(written).describe(),
+            "954 of 7,630 MiB (12 %) of node 0, 2 MiB of sda, 3 more, 8 cores, 12.2 s of tests");
+}
+
+TEST(Log, takes_a_coverage_of_any_hand) {
+  const std::string line =
+      R"({"testStepArtifact":{"testStepId":"coverage","extension":{"name":"coverage","content":)"
+      R"({"devices":[{"device":"x","coveredBytes":-5}],"furtherDevices":1e300,"seconds":"?"}}},)"
+      R"("sequenceNumber":0,"timestamp":"1970-01-01T00:00:01Z"})";
+  const std::vector<RunEvent> events = fromLog(line);
+  ASSERT_EQ(events.size(), 1U);
+  const auto& read = std::get<RunCoverage>(events[0].body);
+  EXPECT_EQ(read.devices.at(0).coveredBytes, 0);
+  EXPECT_EQ(read.furtherDevices, 1'000'000'000U);
+  EXPECT_EQ(read.seconds, 0);
 }
 
 TEST(Log, reads_series_back_as_they_were_written) {
