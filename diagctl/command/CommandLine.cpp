@@ -127,8 +127,9 @@ void addReporting(CLI::App& command, ReportingOptions& options,
              tr("A report into a file, or with - onto standard output; may be repeated"));
   group.flag("--only-problems", options.onlyProblems,
              tr("In the text, no line for what passed or was skipped"));
-  group.flag("-v,--verbose", options.isVerbose,
-             tr("In the text, all information and figures of each test"));
+  group.counted("-v,--verbose", options.verbosity,
+                tr("In the text, all information and figures of each test; twice, what it wrote "
+                   "into the package's log as well"));
   group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
   group
       .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,

@@ -99,6 +99,10 @@ CLI::Option& OptionGroup::flag(const std::string& names, bool& target, const std
   return finish(*m_command.add_flag(names, target, text), "");
 }
 
+CLI::Option& OptionGroup::counted(const std::string& names, int& count, const std::string& text) {
+  return finish(*m_command.add_flag(names, count, text), "");
+}
+
 CLI::Option& OptionGroup::text(const std::string& names, const std::string& value,
                                std::string& target, const std::string& text,
                                const std::string& otherwise) {

@@ -41,6 +41,8 @@ class OptionGroup {
   OptionGroup(CLI::App& command, std::string head) : m_command(command), m_head(std::move(head)) {}
 
   CLI::Option& flag(const std::string& names, bool& target, const std::string& text);
+  /// May be given several times. @param count of them.
+  CLI::Option& counted(const std::string& names, int& count, const std::string& text);
 
   CLI::Option& text(const std::string& names, const std::string& value, std::string& target,
                     const std::string& text, const std::string& otherwise = "");

@@ -133,7 +133,7 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   const std::size_t mostHeld = mostHeldByEach(options.reporting);
   Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
                   {false, conditions, mostHeld, lineWidthOfOutput(), options.reporting.onlyProblems,
-                   options.reporting.isVerbose});
+                   options.reporting.verbosity});
   Reports reports(log.name(), vanishedOf(options.reporting), outputs, mostHeld);
   std::optional<int> code;
   while (reader.readRun([&](const RunEvent& written) { reports.take(written); })) {

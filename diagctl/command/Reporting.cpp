@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -50,6 +51,13 @@ std::string formatOf(const ReportingOptions& options) {
     return options.format;
   }
   return options.exitStyle == ExitStyle::Plain ? kTextFormat : kSummaryFormat;
+}
+
+bool wantsLog(const ReportingOptions& options) {
+  const std::string head = std::string(kLogFormat) + "=";
+  return options.verbosity > 1 || formatOf(options) == kLogFormat ||
+         std::any_of(options.outputs.begin(), options.outputs.end(),
+                     [&](const std::string& output) { return output.starts_with(head); });
 }
 
 std::size_t lineWidthOfOutput() {

@@ -22,10 +22,13 @@ struct ReportingOptions {
   std::optional<VanishedAs> vanished;  ///< nothing: as the exit style has it
   ExitStyle exitStyle = ExitStyle::Plain;
   bool onlyProblems = false;
-  bool isVerbose = false;
+  int verbosity = 0;  ///< see ReportSettings
 };
 
 std::string formatOf(const ReportingOptions& options);
+
+/// Whether somebody reads what tests write into their package's log: with the text, or in a log.
+bool wantsLog(const ReportingOptions& options);
 
 /// Where a text on standard output breaks its lines: at the window's width; 0 where there is none.
 std::size_t lineWidthOfOutput();

@@ -375,6 +375,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   }
   RunOptions runOptions = options.run;
   runOptions.watch = watch;
+  runOptions.tellsLog = wantsLog(options.reporting);
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
   addProvoked(plan, packageDirectoryOf(configuration.path()));
@@ -387,7 +388,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   const RunConditions conditions = conditionsOf(reporting, 0);
   Outputs outputs(reporting.outputs, formatOf(reporting),
                   {isColoured(STDOUT_FILENO), conditions, RunRecord::kUnbounded,
-                   lineWidthOfOutput(), reporting.onlyProblems, reporting.isVerbose});
+                   lineWidthOfOutput(), reporting.onlyProblems, reporting.verbosity});
   const RunRecord record =
       runPlan(options, session, plan,
               scheduleOf(session, plan, packageDirectoryOf(configuration.path())), outputs);

@@ -14,7 +14,8 @@ struct ReportSettings {
   std::size_t mostHeld = RunRecord::kUnbounded;  ///< bytes that a report may hold of a run
   std::size_t lineWidth = 0;  ///< columns at which the text breaks its lines; 0: nowhere
   bool onlyProblems = false;  ///< no line for what passed or was skipped, in the text
-  bool isVerbose = false;     ///< all information and figures of a step behind it, in the text
+  /// In the text, behind each step: 1 all its information and figures, 2 the package's log as well.
+  int verbosity = 0;
 };
 
 }  // namespace TarvexDiags::FrontEnd

@@ -22,6 +22,10 @@ namespace {
 
 constexpr const char* kMargin = "         ";
 constexpr const char* kInnerMargin = "           ";
+constexpr int kWithInformation = 1;
+constexpr int kWithLog = 2;
+constexpr const char* kNewsMark = ". ";
+constexpr const char* kLogMark = "| ";
 constexpr std::size_t kNarrowest = 20;  ///< columns in which a text can be read
 constexpr std::size_t kMostProblems = 200;
 constexpr std::size_t kMostReasons = 50;
@@ -162,25 +166,32 @@ void TextReporter::writePlan(const RunStarted& start, std::chrono::system_clock:
 
 // Information is told behind its step, for those who want it.
 void TextReporter::keepNews(const RunEventBody& body) {
-  if (!m_settings.isVerbose) {
+  if (m_settings.verbosity < kWithInformation) {
     return;
   }
-  if (const auto* message = std::get_if<StepMessage>(&body);
-      message != nullptr && message->severity == Severity::Information) {
-    addNews(message->stepId, message->text);
+  if (const auto* message = std::get_if<StepMessage>(&body)) {
+    keepNews(*message);
   } else if (const auto* figure = std::get_if<StepMeasurement>(&body)) {
-    addNews(figure->stepId, tr("{}: {}", figure->name, describe(*figure)));
+    addNews(figure->stepId, kNewsMark, tr("{}: {}", figure->name, describe(*figure)));
+  }
+}
+
+void TextReporter::keepNews(const StepMessage& message) {
+  if (message.severity == Severity::Information) {
+    addNews(message.stepId, kNewsMark, message.text);
+  } else if (message.severity == Severity::Debug && m_settings.verbosity >= kWithLog) {
+    addNews(message.stepId, kLogMark, message.text);
   }
 }
 
 // A log may come from anywhere, so what it tells of no step is dropped.
-void TextReporter::addNews(const std::string& stepId, const std::string& text) {
+void TextReporter::addNews(const std::string& stepId, const char* mark, const std::string& text) {
   if (m_record.find(stepId) == nullptr) {
     return;
   }
   News& news = m_news[stepId];
   const std::size_t taken =
-      news.texts.add(text, m_settings.mostHeld - std::min(m_settings.mostHeld, m_newsSize));
+      news.texts.add(mark + text, m_settings.mostHeld - std::min(m_settings.mostHeld, m_newsSize));
   news.size += taken;
   m_newsSize += taken;
 }
@@ -267,10 +278,10 @@ void TextReporter::writeNews(const std::string& stepId) {
     return;
   }
   for (const std::string& text : news->second.texts) {
-    writeIndented(kMargin, ". ", text);
+    writeIndented(kMargin, "", text);
   }
   if (news->second.texts.omitted() > 0) {
-    writeIndented(kMargin, ". ", moreOf(news->second.texts));
+    writeIndented(kMargin, kNewsMark, moreOf(news->second.texts));
   }
 }
 

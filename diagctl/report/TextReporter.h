@@ -42,7 +42,8 @@ class TextReporter : public Reporter {
   void writeHead(const RunStarted& start, std::chrono::system_clock::time_point time);
   void writePlan(const RunStarted& start, std::chrono::system_clock::time_point time);
   void keepNews(const RunEventBody& body);
-  void addNews(const std::string& stepId, const std::string& text);
+  void keepNews(const StepMessage& message);
+  void addNews(const std::string& stepId, const char* mark, const std::string& text);
   void dropNews(const std::string& stepId);
   void writeNews(const std::string& stepId);
   void tellEnded(const StepRecord& step);

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "packagekit/contract/DebugWish.h"
+#include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -70,7 +71,9 @@ Diag::DiagnosticSettings settingsOf(const PlannedRequest& request, const RunOpti
 
 std::string parametersOf(const RunOptions& options) {
   std::string lines = options.seed ? Contract::toSeedLine(*options.seed) : std::string();
-  return options.debugsWorkers ? lines + Contract::toDebugLine() : lines;
+  lines += options.debugsWorkers ? Contract::toDebugLine() : std::string();
+  lines += options.tellsLog ? Contract::toLogWishLine() : std::string();
+  return lines;
 }
 
 std::map<std::string, std::string> describe(const RunOptions& options) {

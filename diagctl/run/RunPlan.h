@@ -27,6 +27,7 @@ struct RunOptions {
   bool haltOnError = false;    ///< a bad result ends the passes of its test
   bool failFast = false;       ///< a failure ends the run
   bool debugsWorkers = false;  ///< a debugger may read the workers
+  bool tellsLog = false;       ///< what tests write into the package's log is told, too
   std::optional<std::uint64_t> seed;
   VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
   WatchWishes watch;

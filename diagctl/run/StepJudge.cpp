@@ -46,10 +46,10 @@ std::string meaningOf(const CodeEntry& entry, const DiagCtrl::DiagCtrlEvent& eve
                            : fmt::format("{} ({})", told(entry.meaning), event.getEventCode());
 }
 
-// Of the event of a test that was not possible, behind what the test is.
-std::string reasonIn(const std::vector<std::string>& parameters) {
-  constexpr std::size_t kReason = 3;
-  return parameters.size() > kReason ? parameters[kReason] : std::string();
+// Of the event of a test that was not possible, or of a line of the log, behind what the test is.
+std::string detailIn(const std::vector<std::string>& parameters) {
+  constexpr std::size_t kDetail = 3;
+  return parameters.size() > kDetail ? parameters[kDetail] : std::string();
 }
 
 // A short identifier: "MEMORY_MISCOMPARE" becomes "memory-miscompare".
@@ -96,6 +96,10 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
     tellMeasurement(event);
     return;
   }
+  if (effect == Contract::RunEffect::LogLine) {
+    m_stream.tell(StepMessage{m_id, Severity::Debug, detailIn(event.getParamVector()), ""});
+    return;
+  }
   if (effect == Contract::RunEffect::Nothing ||
       (effect == Contract::RunEffect::Aborted && isAborted())) {
     return;
@@ -110,7 +114,7 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   }
   if (effect == Contract::RunEffect::NotPossible && m_cut == Cut::None) {
     m_cut = Cut::NotPossible;
-    m_skip = skipKindOf(reasonIn(event.getParamVector()));
+    m_skip = skipKindOf(detailIn(event.getParamVector()));
   }
   const Severity severity = severityOf(event.getEventType());
   if (severity == Severity::Information) {

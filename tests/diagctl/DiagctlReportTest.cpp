@@ -53,6 +53,9 @@ TEST_F(Diagctl, a_log_is_sound_when_tests_crash_hang_and_lie) {
   std::map<std::string, std::string> tests;
   for (const Json& line : lines) {
     const Json step = line.value("testStepArtifact", Json::object());
+    if (isOfCoverage(step)) {
+      continue;
+    }
     if (step.contains("testStepStart")) {
       tests[step["testStepId"]] = step["testStepStart"]["name"];
     } else if (step.contains("testStepEnd")) {
@@ -226,6 +229,45 @@ TEST_F(Diagctl, each_line_of_a_result_tells_what_was_done) {
   const Outcome failed = run({"run", "-q", "-t", "Fault", "-d", "Unit 0", "--seed", "42"});
   EXPECT_THAT(linesOf(failed.out),
               Contains(AllOf(::testing::StartsWith("FAILED "), EndsWith("   seed 42"))));
+}
+
+TEST_F(Diagctl, a_report_of_the_log_shows_as_much_as_the_run_did) {
+  place.useMisbehavingPackage();
+  const std::string log = place.path("run.jsonl");
+  const std::string looksAround = "         | looked around";
+  for (const char* const detail : {"--strict", "-v", "-vv"}) {
+    const Outcome live = run({"run", "-q", "-t", "Looks around", "-t", "Behaves", "-d", "Unit 0",
+                              "--passes", "2", detail, "-o", "jsonl=" + log});
+    EXPECT_EQ(diagctl({"report", detail, log}).out, live.out) << detail;
+    const bool isWithLog = detail == std::string("-vv");
+    EXPECT_EQ(live.out.find(looksAround) != std::string::npos, isWithLog) << live.out;
+    std::filesystem::remove(log);
+  }
+  EXPECT_THAT(run({"run", "-q", "-t", "Looks around", "-d", "Unit 0", "-v", "-v"}).out,
+              HasSubstr(looksAround))
+      << "also without a log";
+}
+
+TEST_F(Diagctl, the_log_tells_what_the_run_has_covered) {
+  addMixedPackage();
+  place.addPackage("SLOW", {{.name = "Half", .milliseconds = 500}}, {{"One", "bus/one"}});
+  const std::string log = place.path("run.jsonl");
+  const Outcome live = run({"run", "-q", "-t", "Half", "-o", "jsonl=" + log});
+  std::string text = contentsOf(log);
+  const std::vector<Json> lines = parseLines(text);
+  EXPECT_THAT(faultsOf(lines), IsEmpty());
+  const double seconds = coverageOf(lines).at("seconds");
+  EXPECT_GT(seconds, 0.4);
+  EXPECT_THAT(live.out, HasSubstr("\nCovered: "));
+  EXPECT_EQ(diagctl({"report", log}).out, live.out);
+  const std::string written = "\"seconds\":" + Json(seconds).dump();
+  ASSERT_NE(text.find(written), std::string::npos);
+  place.write(log, text.replace(text.find(written), written.size(), "\"seconds\":98765"));
+  EXPECT_THAT(diagctl({"report", log}).out, HasSubstr("\nCovered: 98765.0 s of tests\n"))
+      << "as the log tells it";
+  const auto skipped =
+      parseLines(run({"run", "-q", "-t", "Picky", "-d", "1", "--format", "jsonl"}).out);
+  EXPECT_TRUE(coverageOf(skipped).is_null()) << "nothing ran";
 }
 
 TEST_F(Diagctl, the_time_of_a_test_is_the_test_s_own) {

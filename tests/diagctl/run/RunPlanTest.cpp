@@ -31,6 +31,8 @@ TEST(Plan, requests_begin_at_pass_1_and_carry_the_seed) {
   EXPECT_STREQ(static_cast<const char*>(settings.getParameterPointer()), "Seed=42\n");
   options.debugsWorkers = true;
   EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\n");
+  options.tellsLog = true;
+  EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellLog=TRUE\n");
 }
 
 }  // namespace
