@@ -36,6 +36,7 @@
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/NameResolution.h"
+#include "diagctl/session/NamedPlans.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
 #include "diagctl/terminal/Printer.h"
@@ -350,7 +351,7 @@ class CommandLine {
         return ExitCode::kUsage;
       }
       parse(m_program, arguments.ofProgram);
-      takePlan(arguments, m_verbs, kProfiles, !m_global.allowsInsecure && mustBeSecure());
+      take(takePlan(arguments, m_verbs, kProfiles, !m_global.allowsInsecure && mustBeSecure()));
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
       requireFitting();
@@ -366,6 +367,15 @@ class CommandLine {
   }
 
  private:
+  void take(const std::optional<NamedPlan>& plan) {
+    if (plan) {
+      for (PackageWishes* const wishes : {&m_run.wishes, &m_estimate.wishes}) {
+        wishes->planFile = plan->file;
+        wishes->planSettings = plan->settings;
+      }
+    }
+  }
+
   // The parser takes the words from the end.
   static void parse(CLI::App& command, std::vector<std::string> words) {
     std::reverse(words.begin(), words.end());

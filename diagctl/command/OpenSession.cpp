@@ -55,8 +55,9 @@ std::string hintFor(const Configuration& configuration) {
 Configuration composeConfiguration(const std::optional<std::string>& controlFile,
                                    const PackageWishes& wishes, bool isSecure) {
   try {
-    return Configuration::compose(Configuration::find(controlFile),
-                                  {wishes.directories, wishes.settings, isSecure});
+    return Configuration::compose(
+        Configuration::find(controlFile),
+        {wishes.directories, wishes.settings, wishes.planFile, wishes.planSettings, isSecure});
   } catch (const std::invalid_argument& fault) {
     throw UsageFault(fault.what());
   }

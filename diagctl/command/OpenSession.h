@@ -14,6 +14,8 @@ namespace TarvexDiags::FrontEnd {
 struct PackageWishes {
   std::vector<std::string> directories;
   std::vector<std::string> settings;  ///< "PACKAGE.KEY=VALUE"
+  std::string planFile = {};          ///< of a named plan
+  std::vector<std::string> planSettings = {};
 };
 
 /// The configuration by the command line.

@@ -7,7 +7,6 @@
 
 #include "diagctl/command/OptionGroup.h"
 #include "diagctl/command/UsageFault.h"
-#include "diagctl/session/NamedPlans.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -88,34 +87,32 @@ std::vector<std::string> wordsOf(const NamedPlan& plan, const Verb& verb,
       words.insert(words.end(), more.begin(), more.end());
     }
   }
-  for (const std::string& setting : plan.settings) {  // those of the command line come later
-    words.push_back("--set=" + setting);
-  }
   return words;
 }
 
 }  // namespace
 
-void takePlan(Arguments& arguments, const std::deque<Verb>& verbs,
-              const std::vector<std::string>& profiles, bool isSecure) {
+std::optional<NamedPlan> takePlan(Arguments& arguments, const std::deque<Verb>& verbs,
+                                  const std::vector<std::string>& profiles, bool isSecure) {
   std::vector<std::string>& words = arguments.ofVerb;
   // What stands behind "--" is no option, whatever it looks like.
   const auto end = std::find(words.begin(), words.end(), "--");
   const auto found = std::find(words.begin(), end, kProfile);
   if (found == end) {
-    return;
+    return std::nullopt;
   }
   std::vector<std::string> names = profiles;
   const std::vector<std::string> plans = namesOfPlans();
   names.insert(names.end(), plans.begin(), plans.end());
   const std::string name = chosenName(*(found + 1), names, kProfile);
   if (std::find(profiles.begin(), profiles.end(), name) != profiles.end()) {
-    return;
+    return std::nullopt;
   }
   words.erase(found, found + 2);
-  const NamedPlan plan = planNamed(name, isSecure);
+  NamedPlan plan = planNamed(name, isSecure);
   const std::vector<std::string> more = wordsOf(plan, *arguments.verb, verbs, words);
   words.insert(words.begin(), more.begin(), more.end());
+  return plan;
 }
 
 }  // namespace TarvexDiags::FrontEnd

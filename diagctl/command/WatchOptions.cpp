@@ -63,11 +63,11 @@ std::unique_ptr<PollInterval> changePollInterval(const WatchWishes& watch) {
 std::vector<Problem> checkWatch(const Configuration& configuration) {
   std::vector<Problem> problems;
   WatchWishes ignored;
-  for (const auto& [section, key, value] : configuration.watchSettings()) {
+  for (const auto& [file, section, key, value] : configuration.watchSettings()) {
     try {
       set(ignored, key, value);
     } catch (const std::invalid_argument& fault) {
-      problems.push_back({configuration.source(), section, key, fault.what()});
+      problems.push_back({file, section, key, fault.what()});
     }
   }
   return problems;
@@ -75,14 +75,14 @@ std::vector<Problem> checkWatch(const Configuration& configuration) {
 
 WatchWishes watchWishesOf(const Configuration& configuration, const WatchOptions& options) {
   WatchWishes wishes;
-  for (const auto& [section, key, value] : configuration.watchSettings()) {
+  for (const auto& [file, section, key, value] : configuration.watchSettings()) {
     try {
       set(wishes, key, value);
     } catch (const std::invalid_argument& fault) {
-      if (section.empty()) {
+      if (file.empty()) {
         throw UsageFault(fmt::format("--set: {}", fault.what()));
       }
-      throw ConfigurationFault(configuration.source(), section, key, fault.what());
+      throw ConfigurationFault(file, section, key, fault.what());
     }
   }
   apply(options, wishes);

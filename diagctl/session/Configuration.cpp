@@ -130,25 +130,38 @@ std::vector<std::string> directoriesIn(const std::string& list) {
   return directories;
 }
 
+std::string keyIn(const std::string& setting) {
+  return setting.substr(0, setting.find('='));
+}
+
+// Of section Settings of a file.
+SettingOverride overrideIn(const std::string& file, const std::string& setting) {
+  const std::string key = keyIn(setting);
+  try {
+    SettingOverride override = parseOverride(setting);
+    override.file = file;
+    override.written = key;
+    return override;
+  } catch (const std::invalid_argument& fault) {
+    throw ConfigurationFault(file, kSettings, key, fault.what());
+  }
+}
+
 // The weakest first, as a later one replaces an earlier.
 std::vector<SettingOverride> overridesOf(const std::string& controlFile,
-                                         const std::vector<std::string>& settings) {
+                                         const Configuration::Wishes& wishes) {
   std::vector<SettingOverride> overrides;
   if (const auto text = ConfigurationText::read(controlFile)) {
     for (const auto& [key, value] : text->keys(kSettings)) {
-      if (key.starts_with(kWatchPrefix)) {
-        continue;
+      if (!key.starts_with(kWatchPrefix)) {
+        overrides.push_back(overrideIn(controlFile, fmt::format("{}={}", key, value)));
       }
-      try {
-        overrides.push_back(parseOverride(fmt::format("{}={}", key, value)));
-      } catch (const std::invalid_argument& fault) {
-        throw ConfigurationFault(controlFile, kSettings, key, fault.what());
-      }
-      overrides.back().controlFile = controlFile;
-      overrides.back().written = key;
     }
   }
-  for (const std::string& setting : settings) {
+  for (const std::string& setting : wishes.planSettings) {
+    overrides.push_back(overrideIn(wishes.planFile, setting));
+  }
+  for (const std::string& setting : wishes.settings) {
     overrides.push_back(parseOverride(setting));
   }
   return overrides;
@@ -208,30 +221,39 @@ std::vector<std::string> Configuration::packageDirectories() const {
   return m_directories.empty() ? directoriesIn(packageDirectoryOf(m_path)) : m_directories;
 }
 
-Configuration Configuration::compose(Configuration base, const Wishes& asked) {
-  Wishes wishes = asked;
-  std::erase_if(wishes.settings, [&](const std::string& setting) {
-    const bool isOfWatch = setting.starts_with(kWatchPrefix);
-    if (isOfWatch && setting.find('=') == std::string::npos) {
+// Takes those of the watch out of the settings.
+void Configuration::takeWatchSettings(const std::string& file, std::vector<std::string>& settings) {
+  std::erase_if(settings, [&](const std::string& setting) {
+    if (!setting.starts_with(kWatchPrefix)) {
+      return false;
+    }
+    const std::size_t equals = setting.find('=');
+    if (equals == std::string::npos) {
       throw std::invalid_argument(tr("'{}' is not watch.KEY=VALUE", setting));
     }
-    if (isOfWatch) {
-      base.m_watchSettings.push_back(setting.substr(kWatchPrefix.size()));
-    }
-    return isOfWatch;
+    m_watchSettings.push_back({file, file.empty() ? "" : kSettings,
+                               keyIn(setting.substr(kWatchPrefix.size())),
+                               setting.substr(equals + 1)});
+    return true;
   });
+}
+
+Configuration Configuration::compose(Configuration base, const Wishes& asked) {
+  Wishes wishes = asked;
+  base.takeWatchSettings(wishes.planFile, wishes.planSettings);
+  base.takeWatchSettings("", wishes.settings);
   const std::vector<std::string> directories = wishes.packageDirectories.empty()
                                                    ? directoriesIn(packageDirectoryOf(base.m_path))
                                                    : wishes.packageDirectories;
   const bool isPlain = wishes.packageDirectories.empty() && directories.size() < 2 &&
-                       overridesOf(base.m_path, wishes.settings).empty() && !hasOverlays();
+                       overridesOf(base.m_path, wishes).empty() && !hasOverlays();
   if (isPlain) {
     return base;
   }
   if (wishes.mustBeSecure) {
     requireSecurePath(base.m_path);  // before what it says is taken for true
   }
-  const std::vector<SettingOverride> overrides = overridesOf(base.m_path, wishes.settings);
+  const std::vector<SettingOverride> overrides = overridesOf(base.m_path, wishes);
   return putTogether(std::move(base), directories, overrides, wishes.mustBeSecure);
 }
 
@@ -269,10 +291,10 @@ Configuration Configuration::putTogether(Configuration base,
       requireTaken(override, packages, index);
       requireKnown(override, place.string(), packages.packageOf(index));
     } catch (const std::invalid_argument& fault) {
-      if (override.controlFile.empty()) {
+      if (override.file.empty()) {
         throw;
       }
-      throw ConfigurationFault(override.controlFile, kSettings, override.written, fault.what());
+      throw ConfigurationFault(override.file, kSettings, override.written, fault.what());
     }
   }
   return base;
@@ -324,18 +346,15 @@ std::vector<Configuration::WatchSetting> Configuration::watchSettings() const {
   std::vector<WatchSetting> settings;
   if (const auto text = ConfigurationText::read(m_path)) {
     for (const auto& [key, value] : text->keys(kWatch)) {
-      settings.push_back({kWatch, key, value});
+      settings.push_back({source(), kWatch, key, value});
     }
     for (const auto& [key, value] : text->keys(kSettings)) {
       if (key.starts_with(kWatchPrefix)) {
-        settings.push_back({kSettings, key.substr(kWatchPrefix.size()), value});
+        settings.push_back({source(), kSettings, key.substr(kWatchPrefix.size()), value});
       }
     }
   }
-  for (const std::string& setting : m_watchSettings) {
-    const std::size_t equals = setting.find('=');
-    settings.push_back({"", setting.substr(0, equals), setting.substr(equals + 1)});
-  }
+  settings.insert(settings.end(), m_watchSettings.begin(), m_watchSettings.end());
   return settings;
 }
 

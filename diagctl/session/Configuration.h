@@ -11,7 +11,7 @@
 
 namespace TarvexDiags::FrontEnd {
 
-/// Something that a control file says and nobody can do.
+/// Something that a control file or a plan says and nobody can do.
 class ConfigurationFault : public std::runtime_error {
  public:
   ConfigurationFault(const std::string& file, const std::string& section, const std::string& key,
@@ -48,16 +48,18 @@ class Configuration {
     std::vector<std::string> packageDirectories = {};  ///< instead of its own; empty: those
     /// "PACKAGE.KEY=VALUE"; those of "watch" are of the watch over the machine.
     std::vector<std::string> settings = {};
+    std::string planFile = {};                   ///< of a named plan
+    std::vector<std::string> planSettings = {};  ///< in its section Settings, as above
     bool mustBeSecure = false;  ///< refuse what others than root could change, before it is read
   };
 
   /// The same with other packages and settings, as far as any are asked for, the control file has a
   /// list of directories between colons, or overlays stand in /etc/tarvexdiags/packages.d or
   /// $XDG_CONFIG_HOME/tarvexdiags/packages.d. What holds is, the strongest first: the settings,
-  /// section Settings of the control file, overlays, descriptions. The packages are put together in
-  /// a directory that goes with the object.
+  /// those of the plan, section Settings of the control file, overlays, descriptions. The packages
+  /// are put together in a directory that goes with the object.
   /// @throws std::invalid_argument for settings that are asked for and no package has;
-  ///   ConfigurationFault for those of the control file; std::runtime_error.
+  ///   ConfigurationFault for those of the control file and the plan; std::runtime_error.
   static Configuration compose(Configuration base, const Wishes& asked);
 
   const std::string& path() const { return m_path; }
@@ -66,11 +68,13 @@ class Configuration {
   const std::vector<std::string>& overlays() const { return m_overlays; }
   /// A setting of the watch over the machine.
   struct WatchSetting {
-    std::string section;  ///< of the control file; empty: asked for beside it
+    std::string file;     ///< the control file or a plan; empty: asked for beside them
+    std::string section;  ///< of the file
     std::string key;
     std::string value;
   };
-  /// Those of the control file, its section Watch first, then those that were asked for.
+  /// Those of the control file, its section Watch first, then of the plan, then those that were
+  /// asked for.
   std::vector<WatchSetting> watchSettings() const;
 
   bool isEmbedded() const { return m_isEmbedded; }
@@ -88,6 +92,8 @@ class Configuration {
   static Configuration putTogether(Configuration base, const std::vector<std::string>& directories,
                                    const std::vector<SettingOverride>& overrides, bool isSecure);
 
+  void takeWatchSettings(const std::string& file, std::vector<std::string>& settings);
+
   explicit Configuration(std::string path) : m_path(std::move(path)) {}
 
   std::string m_path;
@@ -95,7 +101,7 @@ class Configuration {
   std::string m_origin;  ///< the control file that was composed
   std::vector<std::string> m_directories;
   std::vector<std::string> m_overlays;
-  std::vector<std::string> m_watchSettings;  ///< that were asked for
+  std::vector<WatchSetting> m_watchSettings;  ///< of the plan, and those that were asked for
   std::optional<RunFolder> m_folder;
 };
 

@@ -11,7 +11,7 @@ struct SettingOverride {
   int test = 0;         ///< number; 0: wherever the key stands
   std::string key;
   std::string value;
-  std::string controlFile = {};  ///< where it stands, as `written`; empty: on the command line
+  std::string file = {};  ///< where it stands, as `written`; empty: on the command line
   std::string written = {};
 };
 

@@ -231,9 +231,33 @@ TEST_F(DiagctlPlans, that_say_what_cannot_be_meant_run_nothing) {
               HasSubstr("[Plan] mode: 'fctory' is none of customer, factory, bringup"));
   EXPECT_THAT(refusalOf("[Plan\ntest=Good\n"), HasSubstr("night.cfg:1: "));
   EXPECT_THAT(refusalOf("[Plans]\ntest=Good\n"), HasSubstr("[Plans]: a plan has no such section"));
+  EXPECT_THAT(refusalOf("[Settings]\nMIXX.Behave=fail\n"),
+              HasSubstr("[Settings] MIXX.Behave: there is no package 'MIXX' to set 'Behave' of"));
+  EXPECT_THAT(refusalOf("[Settings]\nBehave=fail\n"),
+              HasSubstr("[Settings] Behave: 'Behave=fail' "));
+  EXPECT_THAT(refusalOf("[Settings]\nwatch.Interval=soon\n"),
+              HasSubstr("night.cfg [Settings] Interval: 'soon' is no time"));
   const Outcome unknown = run({"run", "--profile", "nigt"}, options);
   EXPECT_EQ(unknown.exitCode, kUsage);
   EXPECT_THAT(unknown.err, HasSubstr("did you mean 'night'?"));
+}
+
+TEST_F(DiagctlPlans, that_set_what_nobody_reads_run_nothing) {
+  const auto refusalOf = [&](const std::string& setting) {
+    const std::string file = writePlan("[Settings]\n" + setting + "\n");
+    const Outcome refused = runBundled({"run", "--dry-run", "-p", "memory", "--profile", "night"});
+    EXPECT_EQ(refused.exitCode, kNoVerdict) << setting;
+    EXPECT_THAT(refused.out, IsEmpty()) << setting;
+    EXPECT_THAT(refused.err, HasSubstr(file + " [Settings] memory.")) << setting;
+    return refused.err;
+  };
+  EXPECT_THAT(refusalOf("memory.Round=3"),
+              HasSubstr("memory.Round: memory reads no setting 'Round'; did you mean 'Rounds'"));
+  EXPECT_THAT(refusalOf("memory.Rounds=few"),
+              HasSubstr("memory.Rounds: memory.Rounds: 'few' is no value of it"));
+  writePlan("[Settings]\nmemory.Rounds=3\n");
+  const Outcome sound = runBundled({"run", "--dry-run", "-p", "memory", "--profile", "night"});
+  EXPECT_EQ(sound.exitCode, kPassed) << sound.err;
 }
 
 TEST_F(DiagctlPlans, of_others_are_refused_to_root) {
