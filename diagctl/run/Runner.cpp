@@ -11,6 +11,7 @@
 
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/run/Comparison.h"
+#include "diagctl/run/FetchOrder.h"
 #include "diagctl/run/Repetition.h"
 #include "diagctl/run/StepJudge.h"
 #include "diagctl/terminal/Translation.h"
@@ -397,16 +398,20 @@ void Runner::tellElsewhere(const Step& repetition, StepDiagnosis fault) {
   tell(std::move(fault));
 }
 
-void Runner::collect() {
-  // Looked at before messages are fetched: what was told before a step's end is told first.
+std::vector<Runner::Step*> Runner::findEnded() {
   std::vector<Step*> over;
   for (Step& step : m_steps) {
     if (!step.isOver && m_watch.hasEnded(step.requestId)) {
       over.push_back(&step);
     }
   }
-  m_collector->moveTo(m_mail);
-  takeAborts();  // behind the messages: what one of them follows from is known then
+  return over;
+}
+
+void Runner::collect() {
+  const std::vector<Step*> over =
+      fetchInOrder([this] { return findEnded(); }, [this] { m_collector->moveTo(m_mail); },
+                   [this] { takeAborts(); });
   tellMail();
   collectProgress();
   m_runWatch.collect();

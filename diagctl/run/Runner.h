@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
@@ -71,6 +72,7 @@ class Runner {
   void tellEnding();
   void takeAborts();
   void stopTrialOf(unsigned long number);
+  std::vector<Step*> findEnded();
   void collect();
   void tellMail();
   void tellControllerEvents(const Mail& mail);
