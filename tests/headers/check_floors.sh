@@ -16,8 +16,8 @@ ground="$framework|DiagCtrl/internal/ground/*"
 foundation="$ground|DiagCtrl/internal/foundation/*|DiagCtrl/ClientsAtRest.h"
 foundation+="|DiagCtrl/DiagCtrl@(Lock|BaseException|MutexException|Constants).h|DiagCtrl/DiagTracer.h"
 
-# The rooms of the front end on five floors; check and run stand beside each other and know nothing
-# of one another. What is told of a run knows nothing of the controller, and only who carries one out
+# The rooms of the front end on five floors; check, run and health stand beside each other and know
+# nothing of one another. What is told of a run knows nothing of the controller, and only who carries one out
 # watches the machine meanwhile.
 terminal='System/*|diagctl/terminal/*'
 report="$terminal|diagctl/report/*|packagekit/contract/*|report/svg/*"
@@ -42,7 +42,8 @@ floors=(
   'diagctl/session' "$session"
   'diagctl/check' "$session|diagctl/check/*"
   'diagctl/run' "$session|watch/*|diagctl/run/*"
-  'diagctl/command' "$session|@(watch|inventory)/*|diagctl/@(check|run|command)/*"
+  'diagctl/health' "$session|diagctl/health/*"
+  'diagctl/command' "$session|@(watch|inventory)/*|diagctl/@(check|run|health|command)/*"
   'diagctl' 'diagctl/*'
   # Plots, which know nothing of runs.
   'report/svg' 'report/svg/*'

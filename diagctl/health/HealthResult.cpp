@@ -1,0 +1,226 @@
+#include "diagctl/health/HealthResult.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <stdexcept>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Kind = HealthFinding::Kind;
+using StateJson = nlohmann::ordered_json;
+
+constexpr int kStateVersion = 1;
+
+std::string lettersOf(const std::string& name) {
+  std::string letters;
+  for (const char character : name) {
+    if (std::isalnum(static_cast<unsigned char>(character)) != 0) {
+      letters += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+    }
+  }
+  return letters;
+}
+
+// "Node 0" at "host/node0" is no news.
+std::string placeOf(const std::string& device, const std::string& tag) {
+  const std::string last = tag.substr(tag.rfind('/') + 1);
+  return lettersOf(last) == lettersOf(device) ? "" : last;
+}
+
+HealthFinding findingOf(const StepRecord& step, Kind kind, const Locations& locations) {
+  const auto tag = locations.find(step.start.hardwareId);
+  const std::string text = step.headline();
+  return {kind,
+          step.start.package,
+          step.start.test,
+          step.start.device,
+          tag == locations.end() ? "" : placeOf(step.start.device, tag->second),
+          text.empty() ? tr("It came to no end.") : text,
+          step.actions.empty() ? "" : step.actions.front()};
+}
+
+void keepFinding(HealthAccount& account, HealthFinding finding) {
+  if (account.findings.size() < HealthAccount::kMostFindings) {
+    account.findings.push_back(std::move(finding));
+  } else {
+    ++account.further;
+  }
+}
+
+}  // namespace
+
+HealthAccount accountOf(const RunRecord& record, const Locations& locations) {
+  using Outcome = StepRecord::Outcome;
+  HealthAccount account;
+  account.code = exitCodeOf(record, {});
+  account.summary = summaryOf(record);
+  // Tests run in any order, and a fault that stays is to be told in the same words each time.
+  std::vector<const StepRecord*> steps = record.steps();
+  std::stable_sort(steps.begin(), steps.end(), [](const StepRecord* one, const StepRecord* other) {
+    const auto names = [](const StepStarted& start) {
+      return std::tie(start.package, start.test, start.device);
+    };
+    return names(one->start) < names(other->start);
+  });
+  const auto take = [&](Outcome outcome, Kind kind) {
+    for (const StepRecord* const step : steps) {
+      if (step->outcome() == outcome) {
+        keepFinding(account, findingOf(*step, kind, locations));
+      }
+    }
+  };
+  take(Outcome::Failed, Kind::Failure);
+  for (const std::string& trouble : record.troubles()) {
+    keepFinding(account, {Kind::NoVerdict, "", "", "", "", trouble, ""});
+  }
+  take(Outcome::Trouble, Kind::NoVerdict);
+  take(Outcome::Warning, Kind::Warning);
+  return account;
+}
+
+namespace {
+
+constexpr std::pair<const char*, Kind> kKinds[] = {
+    {"failure", Kind::Failure}, {"no-verdict", Kind::NoVerdict}, {"warning", Kind::Warning}};
+
+constexpr std::pair<const char*, std::size_t RunSummary::*> kCounts[] = {
+    {"passed", &RunSummary::passed},   {"failed", &RunSummary::failed},
+    {"warned", &RunSummary::warned},   {"troubled", &RunSummary::troubled},
+    {"aborted", &RunSummary::aborted}, {"notRun", &RunSummary::notRun},
+    {"skipped", &RunSummary::skipped}, {"skippedForPrivilege", &RunSummary::skippedForPrivilege},
+};
+
+constexpr std::pair<const char*, std::string HealthFinding::*> kTexts[] = {
+    {"package", &HealthFinding::package}, {"test", &HealthFinding::test},
+    {"device", &HealthFinding::device},   {"location", &HealthFinding::location},
+    {"text", &HealthFinding::text},       {"action", &HealthFinding::action},
+};
+
+StateJson jsonOf(const HealthFinding& finding) {
+  StateJson json;
+  for (const auto& [name, kind] : kKinds) {
+    if (kind == finding.kind) {
+      json["kind"] = name;
+    }
+  }
+  for (const auto& [name, member] : kTexts) {
+    json[name] = finding.*member;
+  }
+  return json;
+}
+
+StateJson jsonOf(const HealthAccount& account) {
+  StateJson json{{"code", account.code}};
+  for (const auto& [name, member] : kCounts) {
+    json["counts"][name] = account.summary.*member;
+  }
+  json["findings"] = StateJson::array();
+  for (const HealthFinding& finding : account.findings) {
+    json["findings"].push_back(jsonOf(finding));
+  }
+  json["further"] = account.further;
+  return json;
+}
+
+[[noreturn]] void refuseState(const std::string& key) {
+  throw std::runtime_error(tr("'{}' is not as it is written", key));
+}
+
+/// What stands at a key, of the type that it must have.
+template <class Value>
+Value valueAt(const StateJson& json, const char* key) {
+  const auto entry = json.is_object() ? json.find(key) : json.end();
+  bool isFitting = entry != json.end();
+  if constexpr (std::is_same_v<Value, std::string>) {
+    isFitting = isFitting && entry->is_string();
+  } else if constexpr (std::is_same_v<Value, double>) {
+    isFitting = isFitting && entry->is_number();
+  } else if constexpr (std::is_same_v<Value, StateJson>) {
+    isFitting = isFitting && entry->is_structured();
+  } else {
+    isFitting = isFitting && entry->is_number_integer() &&
+                (std::is_signed_v<Value> || entry->is_number_unsigned());
+  }
+  if (!isFitting) {
+    refuseState(key);
+  }
+  return entry->template get<Value>();
+}
+
+HealthFinding findingFrom(const StateJson& json) {
+  HealthFinding finding;
+  const std::string word = valueAt<std::string>(json, "kind");
+  const auto* const known = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                         [&](const auto& entry) { return entry.first == word; });
+  if (known == std::end(kKinds)) {
+    refuseState("kind");
+  }
+  finding.kind = known->second;
+  for (const auto& [name, member] : kTexts) {
+    finding.*member = valueAt<std::string>(json, name);
+  }
+  return finding;
+}
+
+HealthAccount accountFrom(const StateJson& json) {
+  HealthAccount account;
+  account.code = static_cast<int>(valueAt<long>(json, "code"));
+  if (account.code < ExitCode::kPassed || account.code > ExitCode::kNothingRan) {
+    refuseState("code");
+  }
+  const auto counts = valueAt<StateJson>(json, "counts");
+  for (const auto& [name, member] : kCounts) {
+    account.summary.*member = valueAt<std::size_t>(counts, name);
+  }
+  for (const StateJson& finding : valueAt<StateJson>(json, "findings")) {
+    keepFinding(account, findingFrom(finding));
+  }
+  account.further += valueAt<std::size_t>(json, "further");
+  return account;
+}
+
+}  // namespace
+
+std::string toText(const HealthResult& result) {
+  const auto ended =
+      std::chrono::duration_cast<std::chrono::milliseconds>(result.ended.time_since_epoch());
+  const StateJson json{{"version", kStateVersion},
+                       {"machine", result.machineId},
+                       {"scope", result.scope},
+                       {"endedMilliseconds", ended.count()},
+                       {"seconds", result.seconds},
+                       {"vanishedIsTrouble", jsonOf(result.whereVanishedIsTrouble)},
+                       {"vanishedFails", jsonOf(result.whereVanishedFails)}};
+  constexpr bool isAscii = true;  // so that nothing of it has to be made printable
+  return json.dump(1, ' ', isAscii, StateJson::error_handler_t::replace) + "\n";
+}
+
+HealthResult healthResultFrom(const std::string& text) {
+  const StateJson json = StateJson::parse(text, nullptr, false);
+  if (json.is_discarded()) {
+    throw std::runtime_error(tr("it is no whole document"));
+  }
+  if (valueAt<long>(json, "version") != kStateVersion) {
+    throw std::runtime_error(tr("another version of the program has written it"));
+  }
+  HealthResult result;
+  result.machineId = valueAt<std::string>(json, "machine");
+  result.scope = valueAt<std::string>(json, "scope");
+  result.ended = std::chrono::system_clock::time_point(
+      std::chrono::milliseconds(valueAt<long>(json, "endedMilliseconds")));
+  result.seconds = valueAt<double>(json, "seconds");
+  result.whereVanishedIsTrouble = accountFrom(valueAt<StateJson>(json, "vanishedIsTrouble"));
+  result.whereVanishedFails = accountFrom(valueAt<StateJson>(json, "vanishedFails"));
+  return result;
+}
+
+}  // namespace TarvexDiags::FrontEnd
