@@ -18,6 +18,7 @@ MARKING = {"tr", "marked", "say"}
 
 # Formats, and the lines of files and of other programs.
 FOR_MACHINES = {
+    "diagctl/health/SlurmState.cpp",
     "diagctl/report/JsonlReporter.cpp",
     "diagctl/report/JunitReporter.cpp",
     "diagctl/report/TapReporter.cpp",
