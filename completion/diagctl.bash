@@ -11,6 +11,10 @@ _diagctl_options() {
         "--serial --parallel --mode --allow-disruptive --debug-worker --expect-devices --dry-run --seed" "-q --quiet" \
         "--watch --watch-interval --settle --watch-ce-interval"
       ;;
+    health)
+      echo "$selection $thoroughness $packages" "--max-time --cached --style --vanished --drain --undrain-own" \
+        "--slurm-conf --state --watch --watch-interval --settle --watch-ce-interval"
+      ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting" ;;
     watch) echo "--for --format --set --watch --watch-interval --watch-ce-interval" ;;
@@ -37,6 +41,7 @@ _diagctl_values() {
       esac
       ;;
     --exit-style) values="plain nagios npd" ;;
+    --style) values="plain slurm nagios npd nhc" ;;
     --watch) values="off all edac mce aer kmsg throttle hwmon power disk nvme net psi" ;;
     --vanished) values="trouble failure" ;;
     --fail-on-skip=) values="any privilege" ;;
@@ -90,7 +95,7 @@ _diagctl_offer() {
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show inventory run watch estimate check explain report selftest help version" verb="" word
+  local verbs="list show inventory run watch health estimate check explain report selftest help version" verb="" word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word
@@ -116,11 +121,11 @@ _diagctl() {
     return
   fi
   case $previous in
-    -c | --config | --packages | --redact-key | --root | FILE)
+    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | FILE)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
-    --profile | --mode | --format | --exit-style | --vanished | --watch | --fail-on-skip= | --lang | -p | --package | \
+    --profile | --mode | --format | --exit-style | --style | --vanished | --watch | --fail-on-skip= | --lang | -p | --package | \
       --exclude-package | -d | --device | --exclude-device | -t | --test | --exclude-test | --set)
       [[ $previous != --set ]] || compopt -o nospace 2>/dev/null
       _diagctl_offer "$current" < <(_diagctl_values "$previous" "$verb")
@@ -133,7 +138,7 @@ _diagctl() {
     case $verb in
       "" | help) mapfile -t COMPREPLY < <(compgen -W "$verbs" -- "$current") ;;
       list) mapfile -t COMPREPLY < <(compgen -W "packages devices tests" -- "$current") ;;
-      run | estimate | show)
+      run | health | estimate | show)
         _diagctl_offer "$current" < <(_diagctl_names packages && _diagctl_names devices &&
           _diagctl_names tests)
         ;;

@@ -18,6 +18,7 @@
 #include "diagctl/command/CheckCommand.h"
 #include "diagctl/command/EstimateCommand.h"
 #include "diagctl/command/ExplainCommand.h"
+#include "diagctl/command/HealthCommand.h"
 #include "diagctl/command/Help.h"
 #include "diagctl/command/InventoryCommand.h"
 #include "diagctl/command/JsonAnswers.h"
@@ -149,14 +150,16 @@ void addReporting(CLI::App& command, ReportingOptions& options,
 }
 
 /// What settles how long tests take.
-void addThoroughness(CLI::App& command, RunOptions& options) {
+/// @param otherwise the profile without the option.
+void addThoroughness(CLI::App& command, RunOptions& options,
+                     const std::string& otherwise = kProfiles[1]) {
   OptionGroup group(command, tr("How thorough"));
   group.choice<Profile>("--profile", "PROFILE", options.profile,
                         {{kProfiles[0], Profile::Quick},
                          {kProfiles[1], Profile::Standard},
                          {kProfiles[2], Profile::Extended}},
                         tr("Short forms, one pass, or three passes; or a plan by its name"),
-                        "standard");
+                        otherwise);
   group.number<int>("--passes", options.passes, 1, 1'000'000'000, tr("Passes of each test"),
                     tr("the profile's"));
   group.flag("--quick", options.quick, tr("Ask each test for its short form"));
@@ -197,6 +200,33 @@ void addConduct(CLI::App& command, RunCommandOptions& options) {
                               static_cast<std::uint64_t>(std::numeric_limits<long>::max()),
                               tr("Seed of the tests' random values"), tr("another for each run"));
   group.flag("-q,--quiet", options.isQuiet, tr("No progress"));
+}
+
+void addHealthOptions(CLI::App& command, HealthOptions& options) {
+  OptionGroup group(command, tr("Asking"));
+  group.seconds("--max-time", options.mostSeconds, tr("End of it all, with what is known by then"),
+                "45s");
+  group.seconds("--cached", options.cached,
+                tr("Only tell the last result, which may be as old as this"), tr("make a check"));
+  group.choice<HealthStyle>("--style", "STYLE", options.style,
+                            {{"plain", HealthStyle::Plain},
+                             {"slurm", HealthStyle::Slurm},
+                             {"nagios", HealthStyle::Nagios},
+                             {"npd", HealthStyle::Npd},
+                             {"nhc", HealthStyle::Nhc}},
+                            tr("Whose exit codes and lines"), "plain");
+  group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
+                           {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
+                           tr("What a device that vanishes during its test is"),
+                           tr("failure for nagios and npd, else trouble"));
+  group.flag("--drain", options.drains,
+             tr("With style slurm: drain this node for a hardware failure, unless it is drained"));
+  group.flag("--undrain-own", options.undrainsOwn,
+             tr("With style slurm: give it back once it passes, if it was drained here"));
+  group.text("--slurm-conf", "FILE", options.slurmConfiguration, tr("Slurm's configuration"),
+             tr("the one that it finds"));
+  group.text("--state", "DIR", options.state, tr("Where the last result is kept"),
+             tr("see FILES in the manual"));
 }
 
 void addRunOptions(CLI::App& command, RunCommandOptions& options) {
@@ -355,8 +385,10 @@ class CommandLine {
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
       requireFitting();
+      requireFittingHealth();
       requireSound(m_run.watch);
       requireSound(m_watch.watch);
+      requireSound(m_health.run.watch);
       requireSound(findFault(m_report.reporting.outputs, m_report.log == "-" ? "" : m_report.log));
       return arguments.verb->carryOut();
     } catch (const UsageFault& fault) {
@@ -400,6 +432,13 @@ class CommandLine {
     }
     if (m_run.isDryRun && !m_run.reporting.outputs.empty()) {
       throw UsageFault(tr("--output: --dry-run runs nothing that a report could tell of"));
+    }
+  }
+
+  void requireFittingHealth() const {
+    if (m_health.style != HealthStyle::Slurm && (m_health.drains || m_health.undrainsOwn)) {
+      throw UsageFault(
+          tr("{}: only style slurm knows a node", m_health.drains ? "--drain" : "--undrain-own"));
     }
   }
 
@@ -505,6 +544,7 @@ class CommandLine {
                             [this] { return run(); });
     addRunOptions(running, m_run);
     addWatchingAlone();
+    addHealth();
     CLI::App& estimating = add("estimate", tr("Tell how long tests take"),
                                "  diagctl estimate\n  diagctl estimate -p memory --passes 10",
                                [this] { return tellEstimates(m_global, m_estimate); });
@@ -527,6 +567,21 @@ class CommandLine {
     group.list("--set", "watch.KEY=VALUE", m_watch.wishes.settings,
                tr("A setting of the watch; may be repeated"));
     addWatching(watching, m_watch.watch);
+  }
+
+  void addHealth() {
+    CLI::App& asking = add("health", tr("Check the machine for a monitor or a scheduler"),
+                           "  diagctl health --max-time 45s\n"
+                           "  diagctl health --style slurm --drain --undrain-own\n"
+                           "  diagctl health --style npd --cached 26h",
+                           [this] { return health(); });
+    addHealthOptions(asking, m_health);
+    addSelection(asking, m_health.run.patterns);
+    m_health.run.run.profile = Profile::Quick;
+    addThoroughness(asking, m_health.run.run, kProfiles[0]);
+    addPackages(asking, m_health.run.wishes);
+    addWatching(asking, m_health.run.watch);
+    addSettling(asking, m_health.run.watch);
   }
 
   void addJudging() {
@@ -573,6 +628,14 @@ class CommandLine {
     return carryOutWatch(m_watch);
   }
 
+  int health() {
+    m_health.run.allowsInsecure = m_global.allowsInsecure;
+    m_health.run.config = m_global.config;
+    m_health.run.language = m_global.language;
+    m_health.run.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    return carryOutHealth(m_health);
+  }
+
   int run() {
     m_run.allowsInsecure = m_global.allowsInsecure;
     m_run.config = m_global.config;
@@ -592,6 +655,7 @@ class CommandLine {
   InventoryOptions m_inventory;
   RunCommandOptions m_run;
   WatchCommandOptions m_watch;
+  HealthOptions m_health;
   EstimateOptions m_estimate;
   ReportCommandOptions m_report;
   std::string m_selfTestPackages;

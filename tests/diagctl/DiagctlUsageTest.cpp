@@ -51,7 +51,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Slip{{"rum"}, "'rum' is no verb; did you mean 'run'?"},
         Slip{{"walk"},
-             "'walk' is none of the verbs: list, show, explain, inventory, run, watch, estimate, "
+             "'walk' is none of the verbs: list, show, explain, inventory, run, watch, health, "
+             "estimate, "
              "report, check, selftest, help, version"},
         Slip{{"e"}, "'e' may be 'explain' or 'estimate'"},
         Slip{{"help", "estimte"}, "'estimte' is no verb; did you mean 'estimate'?"},
@@ -71,12 +72,16 @@ INSTANTIATE_TEST_SUITE_P(
              "'--ex' may be '--exclude-package', '--exclude-device', '--exclude-test', "
              "'--expect-devices' or '--exit-style'"},
         Slip{{"--quick", "run"}, "'--quick' stands behind its verb: \"diagctl run --quick\""},
-        Slip{{"check", "--quick"}, "there is no option '--quick' here; it is one of run, estimate"},
+        Slip{{"check", "--quick"},
+             "there is no option '--quick' here; it is one of run, health, estimate"},
         Slip{{"run", "--serial", "--parallel"}, "--serial and --parallel exclude each other"},
         Slip{{"run", "--seed", "1", "--seed", "2"}, "--seed is given twice"},
         Slip{{"run", "--dry-run", "-o", "tap=x"},
              "--output: --dry-run runs nothing that a report could tell of"},
         Slip{{"list", "--lang", "xx"}, "--lang: 'xx' is none of en, de, fr, es, zh, ja"},
+        Slip{{"health", "--drain"}, "--drain: only style slurm knows a node"},
+        Slip{{"health", "--style", "slrum"},
+             "--style: 'slrum' is none of plain, slurm, nagios, npd, nhc; did you mean 'slurm'?"},
         Slip{{"run", "--quick=yes"}, "--quick takes no value, and 'yes' is one"}));
 
 INSTANTIATE_TEST_SUITE_P(

@@ -113,7 +113,7 @@ void Program::start(const std::vector<std::string>& arguments, const Options& op
 
 namespace {
 
-/// Whether it is the verb, and nothing is said of the watch.
+/// Whether it is a verb, and nothing is said of the watch.
 bool isUnwatchedRun(const std::vector<std::string>& arguments) {
   const std::vector<std::string> others = {"help", "-h", "show", "--"};
   return std::none_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
@@ -126,7 +126,7 @@ bool isUnwatchedRun(const std::vector<std::string>& arguments) {
 
 void Program::become(const std::vector<std::string>& arguments, const Options& options) {
   for (const char* variable :
-       {"NO_COLOR", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_CONFIG_HOME", "HOME"}) {
+       {"NO_COLOR", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "HOME"}) {
     unsetenv(variable);
   }
   for (const auto& [name, value] : options.environment) {
@@ -160,7 +160,7 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
   for (const std::string& argument : arguments) {
     texts.push_back(const_cast<char*>(argument.c_str()));
     // What becomes of the machine meanwhile is no matter of most tests.
-    if (argument == "run" && isUnwatchedRun(arguments)) {
+    if ((argument == "run" || argument == "health") && isUnwatchedRun(arguments)) {
       texts.push_back(const_cast<char*>("--watch=off"));
     }
   }

@@ -241,6 +241,14 @@ TEST_F(HostileText, of_the_machine_is_written_out_by_its_inventory) {
   expectHarmless({"inventory", "--root", machine.path()});
 }
 
+TEST_F(HostileText, is_written_out_by_a_check_of_health_and_by_its_last_result) {
+  for (const char* const style : {"plain", "nagios", "npd"}) {
+    const Arguments check = {"health", "--state", place.path("state"), "--style", style};
+    expectHarmless(withControlFile(check));
+    expectHarmless(withControlFile(check + Arguments{"--cached", "1h"}));
+  }
+}
+
 TEST_F(HostileText, of_the_machine_is_written_out_by_a_watch) {
   FakeMachine machine;
   const std::string module = "sys/devices/system/edac/mc/mc0/dimm0/";
@@ -285,9 +293,9 @@ TEST_F(HostileText, of_a_place_that_others_may_write_to_is_written_out_when_root
 }
 
 TEST_F(HostileText, is_tried_with_every_verb_that_there_is) {
-  static const std::set<std::string> kTried = {"list",      "show",     "run",   "watch",
-                                               "inventory", "estimate", "check", "explain",
-                                               "report",    "selftest", "help",  "version"};
+  static const std::set<std::string> kTried = {
+      "list",  "show",    "run",    "watch",    "health", "inventory", "estimate",
+      "check", "explain", "report", "selftest", "help",   "version"};
   std::set<std::string> verbs;
   const std::string help = diagctl({"--help"}).out;
   static const std::regex kVerb("\n  ([a-z]+) +[A-Z]");
