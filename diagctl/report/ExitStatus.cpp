@@ -68,6 +68,15 @@ int exitCodeOf(const RunRecord& record, RunConditions conditions) {
   return code == ExitCode::kPassed && !isWhole ? ExitCode::kNoVerdict : code;
 }
 
+int worseOf(int one, int other) {
+  for (const int code : {ExitCode::kHardwareFailure, ExitCode::kNoVerdict, ExitCode::kNothingRan}) {
+    if (one == code || other == code) {
+      return code;
+    }
+  }
+  return ExitCode::kPassed;
+}
+
 int translate(int code, const RunSummary& summary, ExitStyle style) {
   constexpr int nagiosWarning = 1;
   constexpr int nagiosCritical = 2;

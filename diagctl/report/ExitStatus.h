@@ -40,6 +40,10 @@ bool isTrouble(StepRecord::Outcome outcome, const RunConditions& conditions);
 /// The same for a record, live or of a log, which knows its lost packages by itself.
 int exitCodeOf(const RunRecord& record, RunConditions conditions);
 
+/// The one of two exit codes in plain style that tells of more: a hardware failure, then no
+/// verdict, then nothing that ran.
+int worseOf(int one, int other);
+
 /// The same outcome in another style; wrong usage is the same in each.
 int translate(int code, const RunSummary& summary, ExitStyle style);
 

@@ -530,7 +530,7 @@ bool JsonlReader::endsHere() {
   return m_isPending;
 }
 
-bool JsonlReader::readRun(const Sink& sink) {
+bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
   RunParser parser;
   bool hasBegun = false;
   while (nextLine()) {
@@ -547,6 +547,9 @@ bool JsonlReader::readRun(const Sink& sink) {
       hasBegun = true;
       if (auto body = parser.toEvent(line)) {
         sink({timeOf(line.at("timestamp")), std::move(*body)});
+      }
+      if (lines) {
+        lines(m_text, line);
       }
     } catch (const Json::parse_error& failure) {
       if (!endsHere()) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstddef>
 #include <functional>
 #include <istream>
@@ -14,15 +16,19 @@ namespace TarvexDiags::FrontEnd {
 class JsonlReader {
  public:
   using Sink = std::function<void(const RunEvent&)>;
+  /// Takes a line of a run as it stands, and what it holds.
+  using LineSink = std::function<void(const std::string& text, const nlohmann::json& line)>;
 
   /// @param name of the log, for error messages.
   JsonlReader(std::istream& in, std::string name);
 
   /// Reads the next run. @return false if there is none.
+  /// @param lines takes each sound line of it as well, behind the event that it holds; may be
+  /// empty.
   /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A line
   ///   that broke off, at the end of the log or where another run was appended, ends its run. The
   ///   same naming file and reason where the file cannot be read.
-  bool readRun(const Sink& sink);
+  bool readRun(const Sink& sink, const LineSink& lines = {});
 
  private:
   bool nextLine();

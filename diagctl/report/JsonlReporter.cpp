@@ -238,9 +238,10 @@ Json skipOf(const StepEnded& ended) {
               {{"name", "skipped"}, {"content", {{"kind", nameOf(ended.skip)}}}});
 }
 
-// Characters that would steer a terminal can stand in strings alone, where JSON has a form for
-// them. The writer knows it for the first of them only.
-std::string escaped(const std::string& line) {
+}  // namespace
+
+// The writer knows the form for the first of them only.
+std::string toHarmlessJson(const std::string& line) {
   std::string harmless;
   for (std::string_view rest = line; !rest.empty();) {
     const Character character = firstCharacterOf(rest);
@@ -253,8 +254,6 @@ std::string escaped(const std::string& line) {
   }
   return harmless;
 }
-
-}  // namespace
 
 std::string toTimestamp(std::chrono::system_clock::time_point time) {
   using std::chrono::duration_cast;
@@ -293,7 +292,7 @@ void JsonlReporter::handle(const RunEvent& event) {
 void JsonlReporter::write(const std::string& timestamp, const char* kind, Json content) {
   const Json line{
       {kind, std::move(content)}, {"sequenceNumber", m_sequenceNumber++}, {"timestamp", timestamp}};
-  m_out.write(escaped(line.dump(-1, ' ', false, Json::error_handler_t::replace)));
+  m_out.write(toHarmlessJson(line.dump(-1, ' ', false, Json::error_handler_t::replace)));
   m_out.write("\n");
   m_out.flush();
 }

@@ -33,6 +33,10 @@ class JsonlReporter : public Reporter {
   bool m_hasSchema = false;
 };
 
+/// A line of JSON in which nothing steers a terminal: what would can stand in strings alone, where
+/// JSON has a form for it.
+std::string toHarmlessJson(const std::string& line);
+
 /// A point in time as ISO 8601 in UTC, with milliseconds: "2026-11-21T03:04:05.678Z".
 std::string toTimestamp(std::chrono::system_clock::time_point time);
 

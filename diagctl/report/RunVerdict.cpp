@@ -1,6 +1,20 @@
 #include "diagctl/report/RunVerdict.h"
 
+#include "diagctl/terminal/Translation.h"
+
 namespace TarvexDiags::FrontEnd {
+
+RunSummary& RunSummary::operator+=(const RunSummary& other) {
+  passed += other.passed;
+  failed += other.failed;
+  warned += other.warned;
+  troubled += other.troubled;
+  aborted += other.aborted;
+  notRun += other.notRun;
+  skipped += other.skipped;
+  skippedForPrivilege += other.skippedForPrivilege;
+  return *this;
+}
 
 RunSummary summaryOf(const RunRecord& record) {
   using Outcome = StepRecord::Outcome;
@@ -32,6 +46,24 @@ RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages) {
     return RunVerdict::NothingRan;
   }
   return summary.warned > 0 ? RunVerdict::Warned : RunVerdict::Passed;
+}
+
+std::string toText(RunVerdict verdict) {
+  switch (verdict) {
+    case RunVerdict::Failed:
+      return tr("FAILED: the hardware is at fault");
+    case RunVerdict::Troubled:
+      return tr("ERROR: no verdict on all of it");
+    case RunVerdict::Aborted:
+      return tr("ABORTED: no verdict on all of it");
+    case RunVerdict::NothingRan:
+      return tr("SKIPPED: nothing ran");
+    case RunVerdict::Warned:
+      return tr("WARNING: passed, with a warning");
+    case RunVerdict::Passed:
+      break;
+  }
+  return tr("PASSED");
 }
 
 RunEnded endOf(RunVerdict verdict) {

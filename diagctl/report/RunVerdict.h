@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "diagctl/report/RunEvents.h"
 #include "diagctl/report/StepRecord.h"
@@ -19,6 +20,8 @@ struct RunSummary {
   std::size_t skippedForPrivilege = 0;  ///< of those
 
   std::size_t ran() const { return passed + failed + warned + troubled; }
+
+  RunSummary& operator+=(const RunSummary& other);
 };
 
 RunSummary summaryOf(const RunRecord& record);
@@ -36,6 +39,9 @@ enum class RunVerdict {
 
 /// @param lostPackages packages that could not be loaded: there is no verdict on their tests.
 RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
+
+/// For people: "FAILED: the hardware is at fault".
+std::string toText(RunVerdict verdict);
 
 /// The end of the stream of a run that came to this.
 RunEnded endOf(RunVerdict verdict);

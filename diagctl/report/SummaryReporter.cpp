@@ -34,6 +34,14 @@ std::string firstFinding(const RunRecord& record) {
 
 }  // namespace
 
+void writeMonitorLine(Printer& out, int code, const RunSummary& summary, const std::string& text) {
+  std::string line =
+      fmt::format("DIAGCTL {}: {}", kStates[translate(code, summary, ExitStyle::Nagios)], text);
+  std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
+  out.print("{}\n", toPrintable(line, " "));
+  out.flush();
+}
+
 void SummaryReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
     m_record.clear();
@@ -43,14 +51,8 @@ void SummaryReporter::handle(const RunEvent& event) {
 
 void SummaryReporter::finish() {
   const std::string counts = toText(m_record.sums());
-  const int code =
-      translate(exitCodeOf(m_record, m_conditions), summaryOf(m_record), ExitStyle::Nagios);
-  std::string line =
-      fmt::format("DIAGCTL {}: {}{}", kStates[code], counts.empty() ? tr("nothing ran") : counts,
-                  firstFinding(m_record));
-  std::replace(line.begin(), line.end(), '|', ' ');  // begins figures
-  m_out.print("{}\n", toPrintable(line, " "));
-  m_out.flush();
+  writeMonitorLine(m_out, exitCodeOf(m_record, m_conditions), summaryOf(m_record),
+                   (counts.empty() ? tr("nothing ran") : counts) + firstFinding(m_record));
 }
 
 }  // namespace TarvexDiags::FrontEnd

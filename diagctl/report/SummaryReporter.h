@@ -1,11 +1,16 @@
 #pragma once
 
+#include <string>
+
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
+
+/// Writes the line of a monitor: the state that an exit code in plain style stands for, and a text.
+void writeMonitorLine(Printer& out, int code, const RunSummary& summary, const std::string& text);
 
 /// One line for monitors that read no more: the state, the sums, and what was found first. Of
 /// several runs it tells the last.

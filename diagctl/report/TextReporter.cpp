@@ -66,24 +66,6 @@ bool isProblem(StepRecord::Outcome outcome) {
          outcome == StepRecord::Outcome::Warning;
 }
 
-std::string verdictText(RunVerdict verdict) {
-  switch (verdict) {
-    case RunVerdict::Failed:
-      return tr("FAILED: the hardware is at fault");
-    case RunVerdict::Troubled:
-      return tr("ERROR: no verdict on all of it");
-    case RunVerdict::Aborted:
-      return tr("ABORTED: no verdict on all of it");
-    case RunVerdict::NothingRan:
-      return tr("SKIPPED: nothing ran");
-    case RunVerdict::Warned:
-      return tr("WARNING: passed, with a warning");
-    case RunVerdict::Passed:
-      break;
-  }
-  return tr("PASSED");
-}
-
 }  // namespace
 
 TextReporter::TextReporter(Printer& out, const ReportSettings& settings)
@@ -398,7 +380,7 @@ void TextReporter::writeSums() {
   }
   const RunVerdict verdict = verdictOf(summaryOf(m_record), m_record.troubleCount());
   const bool isCut = !m_record.hasEnded() && verdict != RunVerdict::Failed;
-  m_out.say("Verdict: {}\n", verdictText(isCut ? RunVerdict::Troubled : verdict));
+  m_out.say("Verdict: {}\n", toText(isCut ? RunVerdict::Troubled : verdict));
 }
 
 void TextReporter::closeRun() {

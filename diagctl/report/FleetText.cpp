@@ -1,0 +1,190 @@
+#include "diagctl/report/FleetText.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+#include "diagctl/report/NodeNames.h"
+#include "diagctl/report/RunVerdict.h"
+#include "diagctl/terminal/Translation.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+using Outcome = StepRecord::Outcome;
+
+bool isWell(Outcome outcome) {
+  return outcome == Outcome::Passed || isSkipped(outcome);
+}
+
+std::string headOf(Outcome outcome) {
+  return fmt::format("{:<7}", told(wordOf(outcome)));
+}
+
+std::string machinesText(std::size_t count) {
+  return count == 1 ? tr("1 machine") : tr("{} machines", count);
+}
+
+std::string runsText(std::size_t count) {
+  return count == 1 ? tr("1 run") : tr("{} runs", count);
+}
+
+std::string localTime(std::chrono::system_clock::time_point time) {
+  return fmt::format("{:%Y-%m-%d %H:%M:%S %z}",
+                     fmt::localtime(std::chrono::system_clock::to_time_t(time)));
+}
+
+/// Two machines of one name are told apart.
+std::string nameOf(const Fleet& fleet, const Fleet::Machine& machine) {
+  return fleet.isNameTaken(machine) ? tr("{} (id {})", machine.name, machine.id) : machine.name;
+}
+
+void writeFinding(Printer& out, const Fleet::Finding& finding) {
+  constexpr const char* margin = "         ";
+  constexpr const char* inner = "                  ";
+  out.print("{}{}  {}\n", margin, headOf(finding.outcome),
+            finding.what.empty() ? finding.text : finding.what);
+  if (!finding.what.empty() && !finding.text.empty()) {
+    out.print("{}{}\n", inner, finding.text);
+  }
+  if (!finding.action.empty()) {
+    out.print("{}-> {}\n", inner, finding.action);
+  }
+}
+
+void writeMachine(Printer& out, const Fleet& fleet, const Fleet::Machine& machine) {
+  const std::string sums = toText(machine.sums);
+  out.print("{}  {}   {}, {}   {}   {}\n", headOf(machine.outcome), nameOf(fleet, machine),
+            runsText(machine.runs), sums.empty() ? tr("nothing ran") : sums,
+            localTime(machine.begin), machine.log);
+  for (const Fleet::Finding& finding : machine.findings) {
+    writeFinding(out, finding);
+  }
+  if (machine.furtherFindings > 0) {
+    out.say("         and {} more\n", machine.furtherFindings);
+  }
+}
+
+// Those that are well fit in few lines; what they came to stands with the tests.
+void writeWellMachines(Printer& out, const Fleet& fleet, Outcome outcome) {
+  std::vector<std::string> names;
+  std::size_t count = 0;
+  for (const Fleet::Machine* machine : fleet.machines()) {
+    if (machine->outcome == outcome) {
+      names.push_back(nameOf(fleet, *machine));
+      ++count;
+    }
+  }
+  if (count > 0) {
+    out.print("{}  {}: {}\n", headOf(outcome), machinesText(count), foldedNames(names));
+  }
+}
+
+void writeMachines(Printer& out, const Fleet& fleet, bool onlyProblems) {
+  for (const Fleet::Machine* machine : fleet.machines()) {
+    if (!isWell(machine->outcome)) {
+      writeMachine(out, fleet, *machine);
+    }
+  }
+  if (!onlyProblems) {
+    writeWellMachines(out, fleet, Outcome::Skipped);
+    writeWellMachines(out, fleet, Outcome::Passed);
+  }
+  if (!fleet.furtherRuns().empty()) {
+    out.say("Further machines: {}\n", toText(fleet.furtherRuns()));
+  }
+}
+
+void writeTests(Printer& out, const Fleet& fleet, bool onlyProblems) {
+  const std::vector<const Fleet::Test*> tests = fleet.tests();
+  const bool hasLines = std::any_of(tests.begin(), tests.end(), [&](const Fleet::Test* test) {
+    return !onlyProblems || !isWell(test->outcome);
+  });
+  if (!hasLines) {
+    return;
+  }
+  out.say("\nBy test:\n");
+  for (const Fleet::Test* test : tests) {
+    if (onlyProblems && isWell(test->outcome)) {
+      continue;
+    }
+    out.print("{}  {}   {}", headOf(test->outcome), test->name, toText(test->sums));
+    if (!test->machines.empty()) {
+      out.print("   {}{}", foldedNames(test->machines), test->hasMoreMachines ? ", ..." : "");
+    }
+    out.write("\n");
+  }
+  if (!fleet.furtherTests().empty()) {
+    out.say("Further tests: {}\n", toText(fleet.furtherTests()));
+  }
+}
+
+void writeUnread(Printer& out, const Fleet& fleet) {
+  if (!fleet.hasUnread()) {
+    return;
+  }
+  out.say("\nNot read:\n");
+  for (const std::string& reason : fleet.unread()) {
+    out.print("{}  {}\n", headOf(Outcome::Trouble), reason);
+  }
+  if (fleet.unread().omitted() > 0) {
+    out.print("         {}\n", moreOf(fleet.unread()));
+  }
+}
+
+OutcomeSums machinesByOutcome(const Fleet& fleet) {
+  OutcomeSums sums;
+  for (const Fleet::Machine* machine : fleet.machines()) {
+    ++sums[machine->outcome];
+  }
+  return sums;
+}
+
+RunVerdict verdictOfFleet(const Fleet& fleet) {
+  switch (fleet.exitCode()) {
+    case ExitCode::kHardwareFailure:
+      return RunVerdict::Failed;
+    case ExitCode::kNothingRan:
+      return RunVerdict::NothingRan;
+    case ExitCode::kPassed:
+      return fleet.summary().warned > 0 ? RunVerdict::Warned : RunVerdict::Passed;
+    default:
+      return RunVerdict::Troubled;
+  }
+}
+
+}  // namespace
+
+void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems) {
+  writeMachines(out, fleet, onlyProblems);
+  writeTests(out, fleet, onlyProblems);
+  writeUnread(out, fleet);
+  const std::string sums = toText(machinesByOutcome(fleet));
+  out.say("\n{} of {}: {}\n", runsText(fleet.runs()), machinesText(fleet.machineCount()),
+          sums.empty() ? tr("nothing ran") : sums);
+  out.say("Verdict: {}\n", toText(verdictOfFleet(fleet)));
+  out.flush();
+}
+
+std::string lineOf(const Fleet& fleet) {
+  const std::string sums = toText(machinesByOutcome(fleet));
+  std::string line =
+      sums.empty() ? tr("nothing ran") : tr("{}: {}", machinesText(fleet.machineCount()), sums);
+  if (fleet.hasUnread()) {
+    const std::size_t count = fleet.unread().size() + fleet.unread().omitted();
+    line += count == 1 ? tr(", 1 log not read") : tr(", {} logs not read", count);
+  }
+  const std::vector<const Fleet::Machine*> machines = fleet.machines();
+  if (machines.empty() || machines.front()->findings.empty()) {
+    return line;
+  }
+  const Fleet::Finding& finding = machines.front()->findings.front();
+  line += " - " + machines.front()->name + ": ";
+  return line + (finding.what.empty() ? finding.text : tr("{}: {}", finding.what, finding.text));
+}
+
+}  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "diagctl/report/Fleet.h"
+#include "diagctl/terminal/Printer.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// Tells people what many machines came to: each that is not well with its findings, the worst
+/// first; the others by their names; then each test, what could not be read, the sums and the
+/// verdict.
+/// @param onlyProblems leaves out what passed or was skipped.
+void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems);
+
+/// The same for a monitor, as the rest of its line: how many machines came to what, and the
+/// weightiest finding.
+std::string lineOf(const Fleet& fleet);
+
+}  // namespace TarvexDiags::FrontEnd
