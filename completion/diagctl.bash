@@ -17,6 +17,7 @@ _diagctl_options() {
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting" ;;
+    merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems" ;;
     watch) echo "--for --format --set --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;
@@ -95,7 +96,7 @@ _diagctl_offer() {
 
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local verbs="list show inventory run watch health estimate check explain report selftest help version" verb="" word
+  local verbs="list show inventory run watch health estimate check explain report merge selftest help version" verb="" word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
     if [[ " $verbs " == *" $word "* ]]; then
       verb=$word
@@ -112,7 +113,7 @@ _diagctl() {
       previous=FILE
     fi
   fi
-  if [[ $verb == inventory && ($previous == -o || $previous == --output) ]]; then
+  if [[ ($verb == inventory || $verb == merge) && ($previous == -o || $previous == --output) ]]; then
     previous=FILE
   fi
   if [[ $previous == -o || $previous == --output ]]; then
@@ -143,7 +144,7 @@ _diagctl() {
           _diagctl_names tests)
         ;;
       explain) _diagctl_offer "$current" < <(_diagctl_codes) ;;
-      report) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
+      report | merge) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     esac
   fi
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -23,6 +24,8 @@
 #include "diagctl/command/InventoryCommand.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/command/LogReplay.h"
+#include "diagctl/command/MergeCommand.h"
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/command/OptionGroup.h"
 #include "diagctl/command/PlanArguments.h"
@@ -33,6 +36,7 @@
 #include "diagctl/command/WatchCommand.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Formats.h"
+#include "diagctl/report/LogFile.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/Interruption.h"
@@ -118,20 +122,10 @@ OptionGroup::Choices<std::string> formatChoices() {
   return choices;
 }
 
-/// How a run is told, and its outcome.
-/// @param formats for standard output.
-void addReporting(CLI::App& command, ReportingOptions& options,
-                  const OptionGroup::Choices<std::string>& formats) {
-  OptionGroup group(command, tr("Reporting"));
-  group.choice<std::string>("--format", "FORMAT", options.format, formats,
-                            tr("Format on standard output"), kTextFormat);
-  group.list("-o,--output", "FORMAT=FILE", options.outputs,
-             tr("A report into a file, or with - onto standard output; may be repeated"));
+/// By what a run is judged, and how much is told of it.
+void addJudgement(OptionGroup& group, ReportingOptions& options) {
   group.flag("--only-problems", options.onlyProblems,
              tr("In the text, no line for what passed or was skipped"));
-  group.counted("-v,--verbose", options.verbosity,
-                tr("In the text, all information and figures of each test; twice, what it wrote "
-                   "into the package's log as well"));
   group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
   group
       .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,
@@ -143,6 +137,21 @@ void addReporting(CLI::App& command, ReportingOptions& options,
   group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
                            {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
                            tr("What a device that vanishes during its test is"), "trouble");
+}
+
+/// How a run is told, and its outcome.
+/// @param formats for standard output.
+void addReporting(CLI::App& command, ReportingOptions& options,
+                  const OptionGroup::Choices<std::string>& formats) {
+  OptionGroup group(command, tr("Reporting"));
+  group.choice<std::string>("--format", "FORMAT", options.format, formats,
+                            tr("Format on standard output"), kTextFormat);
+  group.list("-o,--output", "FORMAT=FILE", options.outputs,
+             tr("A report into a file, or with - onto standard output; may be repeated"));
+  group.counted("-v,--verbose", options.verbosity,
+                tr("In the text, all information and figures of each test; twice, what it wrote "
+                   "into the package's log as well"));
+  addJudgement(group, options);
   group.choice<ExitStyle>(
       "--exit-style", "STYLE", options.exitStyle,
       {{"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
@@ -348,6 +357,14 @@ int check(const GlobalOptions& global, const LookOptions& options) {
   }
 }
 
+/// Without standard input.
+std::vector<std::string> filesAmong(const std::vector<std::string>& logs) {
+  std::vector<std::string> files;
+  std::copy_if(logs.begin(), logs.end(), std::back_inserter(files),
+               [](const std::string& log) { return log != kStandardInputName; });
+  return files;
+}
+
 /// The whole command line. Options are members, since the parser keeps references to them.
 class CommandLine {
  public:
@@ -389,7 +406,7 @@ class CommandLine {
       requireSound(m_run.watch);
       requireSound(m_watch.watch);
       requireSound(m_health.run.watch);
-      requireSound(findFault(m_report.reporting.outputs, m_report.log == "-" ? "" : m_report.log));
+      requireSoundLogs();
       return arguments.verb->carryOut();
     } catch (const UsageFault& fault) {
       return tellUsage(fault.what(), arguments.verb);
@@ -417,6 +434,20 @@ class CommandLine {
   static void requireSound(const std::string& fault) {
     if (!fault.empty()) {
       throw UsageFault("--output: " + fault);
+    }
+  }
+
+  void requireSoundLogs() const {
+    for (const std::vector<std::string>* logs : {&m_report.logs, &m_merge.logs}) {
+      if (const std::string fault = findLogFault(*logs); !fault.empty()) {
+        throw UsageFault(fault);
+      }
+    }
+    requireSound(findFault(m_report.reporting.outputs, filesAmong(m_report.logs)));
+    for (const std::string& log : filesAmong(m_merge.logs)) {
+      if (m_merge.output && isSameFile(*m_merge.output, log)) {
+        throw UsageFault(tr("--output: '{}' is one of the logs", *m_merge.output));
+      }
     }
   }
 
@@ -585,14 +616,14 @@ class CommandLine {
   }
 
   void addJudging() {
-    CLI::App& reporting = add("report", tr("Turn a saved log into any format"),
+    CLI::App& reporting = add("report", tr("Turn saved logs into any format"),
                               "  diagctl report run.jsonl\n"
-                              "  diagctl report run.jsonl --format junit > run.xml",
+                              "  diagctl report run.jsonl --format junit > run.xml\n"
+                              "  diagctl report *.jsonl",
                               [this] { return carryOutReport(m_report); });
-    addWord(reporting, "LOG", m_report.log,
-            tr("A file that run wrote as {}; - is standard input", kLogFormat))
-        .required();
+    addLogs(reporting, m_report.logs);
     addReporting(reporting, m_report.reporting, formatChoices());
+    addMerging();
     CLI::App& checking =
         add("check", tr("Tell every problem of the configuration and the packages"),
             "  diagctl check\n  diagctl check --config control.cfg",
@@ -608,6 +639,25 @@ class CommandLine {
     OptionGroup(proving, "")
         .text("--packages", "DIR", m_selfTestPackages,
               tr("Directory of the package that misbehaves"), tr("the one that comes along"));
+  }
+
+  static void addLogs(CLI::App& command, std::vector<std::string>& logs) {
+    addWord(command, "LOG", logs,
+            tr("Files that run wrote as {}, those of many machines as well; - is standard input",
+               kLogFormat))
+        .required();
+  }
+
+  void addMerging() {
+    CLI::App& merging = add("merge", tr("Merge the logs of many machines into one, and judge them"),
+                            "  diagctl merge node*.jsonl -o all.jsonl\n"
+                            "  diagctl merge node*.jsonl -o /dev/null --only-problems",
+                            [this] { return carryOutMerge(m_merge); });
+    addLogs(merging, m_merge.logs);
+    OptionGroup group(merging, tr("Reporting"));
+    group.text("-o,--output", "FILE", m_merge.output, tr("Where the log goes"),
+               tr("standard output"));
+    addJudgement(group, m_merge.reporting);
   }
 
   void addTelling() {
@@ -658,6 +708,7 @@ class CommandLine {
   HealthOptions m_health;
   EstimateOptions m_estimate;
   ReportCommandOptions m_report;
+  MergeCommandOptions m_merge;
   std::string m_selfTestPackages;
   std::string m_helpedVerb;
   std::deque<Verb> m_verbs;

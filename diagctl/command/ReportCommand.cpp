@@ -1,25 +1,19 @@
 #include "diagctl/command/ReportCommand.h"
 
-#include <fmt/format.h>
-
-#include <cerrno>
 #include <cstddef>
-#include <fstream>
+#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <system_error>
-#include <variant>
+#include <utility>
 
+#include "diagctl/command/LogReplay.h"
 #include "diagctl/report/ExitStatus.h"
+#include "diagctl/report/Fleet.h"
+#include "diagctl/report/FleetText.h"
 #include "diagctl/report/Formats.h"
-#include "diagctl/report/JsonlReader.h"
 #include "diagctl/report/Output.h"
-#include "diagctl/report/RunVerdict.h"
-#include "diagctl/report/StepRecord.h"
-#include "diagctl/report/Vanished.h"
+#include "diagctl/report/SummaryReporter.h"
 #include "diagctl/terminal/Printer.h"
-#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -33,119 +27,82 @@ std::size_t mostHeldByEach(const ReportingOptions& reporting) {
   return kMostHeld / (reporting.outputs.size() + 2);
 }
 
-/// Hands the runs of a log on: judged anew, and each step with an end.
-class Reports {
+RunConditions conditionsOf(const ReportingOptions& reporting) {
+  return {.isStrict = reporting.isStrict, .failOnSkip = reporting.failOnSkip};
+}
+
+/// What standard output is told, beside the files.
+class Told {
  public:
-  /// @param mostHeld bytes of a run, by each report.
-  Reports(const std::string& log, std::optional<VanishedAs> vanished, Outputs& outputs,
-          std::size_t mostHeld)
-      : m_log(log),
-        m_judge(vanished),
-        m_outputs(outputs),
-        m_mostHeld(mostHeld),
-        m_record(RunRecord::Ended::Dropped, mostHeld / 2) {}
+  explicit Told(const ReportCommandOptions& options)
+      : m_format(isStandardOutputTaken(options.reporting.outputs) ? std::string()
+                                                                  : formatOf(options.reporting)),
+        m_isMany(options.logs.size() > 1),
+        m_isVerbose(options.reporting.verbosity > 0) {}
 
-  void take(const RunEvent& written) {
-    if (std::holds_alternative<RunEnded>(written.body)) {
-      closeRun();  // its end tells of them all
-    }
-    tell({written.time, m_judge.judge(written.body, m_record)});
-    // Ended steps are dropped, so all that can come to that much is steps without an end.
-    if (m_record.size() > m_mostHeld) {
-      throw std::runtime_error(
-          tr("{}: more tests are under way at once than a report can hold", m_log));
-    }
+  bool isSummary() const { return m_format == kSummaryFormat; }
+  bool isText() const { return m_format == kTextFormat; }
+  /// The format in which each run is told as it is read; empty for none: of many logs it would bury
+  /// what they came to, and the line for a monitor is one for all.
+  std::string ofEachRun() const {
+    return isSummary() || (isText() && m_isMany && !m_isVerbose) ? "" : m_format;
   }
-
-  /// What was under way when the run ended by a crash, a kill or a lost machine.
-  void closeRun() {
-    for (const std::string& step : m_record.openSteps()) {
-      tell({m_record.last(),
-            StepTrouble{step, "cut-off", tr("It was cut off: the run ended before the test did."),
-                        tr("Run the test again.")}});
-      tell({m_record.last(), StepEnded{step, RunStatus::Error}});
-    }
-  }
-
-  const RunRecord& record() const { return m_record; }
-
-  void beginNext() { m_record.clear(); }
 
  private:
-  void tell(const RunEvent& event) {
-    m_record.handle(event);
-    m_outputs.handle(event);
-  }
-
-  const std::string& m_log;
-  const VanishedJudge m_judge;
-  Outputs& m_outputs;
-  const std::size_t m_mostHeld;
-  RunRecord m_record;
+  std::string m_format;
+  bool m_isMany;
+  bool m_isVerbose;
 };
 
-constexpr const char* kStandardInput = "-";
+/// Whether all runs count, and not the last one alone.
+bool isOfMany(const ReportCommandOptions& options, const Fleet& fleet) {
+  return options.logs.size() > 1 || fleet.machineCount() > 1;
+}
 
-/// A log, open to be read.
-class Log {
- public:
-  explicit Log(const std::string& path)
-      : m_isStandardInput(path == kStandardInput),
-        m_name(m_isStandardInput ? tr("standard input") : path) {
-    if (!m_isStandardInput) {
-      errno = 0;
-      m_file.open(path);
-      if (!m_file) {
-        throw std::system_error(errno, std::generic_category(), path);
-      }
-    }
-    requireLog();
+void tellMany(const ReportCommandOptions& options, const Told& told, const Fleet& fleet) {
+  if (told.isText()) {
+    standardOutput().write(told.ofEachRun().empty() ? "" : "\n");
+    writeFleet(standardOutput(), fleet, options.reporting.onlyProblems);
+  } else if (told.isSummary()) {
+    writeMonitorLine(standardOutput(), fleet.exitCode(), fleet.summary(), lineOf(fleet));
   }
-
-  std::istream& stream() { return m_isStandardInput ? standardInput() : m_file; }
-  const std::string& name() const { return m_name; }
-
- private:
-  // Each line of a log is an object. What cannot be read at all is told by whoever reads on.
-  void requireLog() {
-    try {
-      const int first = stream().peek();
-      if (first != std::istream::traits_type::eof() && first != '{' && first != '\n') {
-        throw std::runtime_error(
-            tr("{}: is no log; run writes one with -o {}=FILE", m_name, kLogFormat));
-      }
-      stream().clear();
-    } catch (const std::ios_base::failure& failure) {
-      throw std::runtime_error(fmt::format("{}: {}", m_name, failure.code().message()));
-    }
-  }
-
-  const bool m_isStandardInput;
-  const std::string m_name;
-  std::ifstream m_file;
-};
+}
 
 int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
-  Log log(options.log);
-  JsonlReader reader(log.stream(), log.name());
-  const RunConditions conditions{.isStrict = options.reporting.isStrict,
-                                 .failOnSkip = options.reporting.failOnSkip};
+  const RunConditions conditions = conditionsOf(options.reporting);
   const std::size_t mostHeld = mostHeldByEach(options.reporting);
-  Outputs outputs(options.reporting.outputs, formatOf(options.reporting),
-                  {false, conditions, mostHeld, lineWidthOfOutput(), options.reporting.onlyProblems,
-                   options.reporting.verbosity});
-  Reports reports(log.name(), vanishedOf(options.reporting), outputs, mostHeld);
-  std::optional<int> code;
-  while (reader.readRun([&](const RunEvent& written) { reports.take(written); })) {
-    reports.closeRun();
-    summary = summaryOf(reports.record());
-    code = exitCodeOf(reports.record(), conditions);
-    reports.beginNext();
+  const ReportSettings settings{false,
+                                conditions,
+                                mostHeld,
+                                lineWidthOfOutput(),
+                                options.reporting.onlyProblems,
+                                options.reporting.verbosity};
+  const Told told(options);
+  Outputs outputs(options.reporting.outputs, told.ofEachRun(), settings);
+  SummaryReporter lastRun(standardOutput(), conditions, mostHeld);
+  Fleet fleet(conditions);
+  const auto follow = [&](const RunEvent& event) {
+    outputs.handle(event);
+    if (told.isSummary()) {
+      lastRun.handle(event);
+    }
+  };
+  LogReplay replay({follow, {}, {}, [&](const RunEvent& event) { outputs.handle(event); }},
+                   vanishedOf(options.reporting), mostHeld, fleet);
+  if (options.logs.size() == 1) {
+    replay.read(options.logs.front());
+  } else {
+    replay.readAll(options.logs);
   }
-  if (!code) {
-    throw std::runtime_error(tr("{}: holds no run", log.name()));
+  const bool isMany = isOfMany(options, fleet);
+  summary = isMany ? fleet.summary() : replay.lastSummary();
+  const int code = finish(outputs, isMany ? fleet.exitCode() : replay.lastCode());
+  if (isMany) {
+    tellMany(options, told, fleet);
+  } else if (told.isSummary()) {
+    lastRun.finish();
   }
-  return finish(outputs, *code);
+  return code;
 }
 
 }  // namespace

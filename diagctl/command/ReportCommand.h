@@ -1,17 +1,20 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "diagctl/command/Reporting.h"
 
 namespace TarvexDiags::FrontEnd {
 
 struct ReportCommandOptions {
-  std::string log;  ///< a file that run wrote in the format jsonl
+  std::vector<std::string> logs;  ///< files that run wrote in the format jsonl
   ReportingOptions reporting;
 };
 
-/// The verb report: tells each run of the log. @return the exit code of the last one.
+/// The verb report: tells each run of the logs, and of several logs or machines what they came to
+/// together.
+/// @return the exit code of the last run of one log of one machine; else the worst of all.
 int carryOutReport(const ReportCommandOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

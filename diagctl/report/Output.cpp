@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -17,13 +18,6 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 namespace fs = std::filesystem;
-
-bool isSameFile(const std::string& one, const std::string& other) {
-  std::error_code ignored;
-  return isPlainFile(one) &&
-         (fs::equivalent(one, other, ignored) ||
-          fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored));
-}
 
 struct Specification {
   std::string format;
@@ -42,11 +36,21 @@ Specification parse(const std::string& text) {
 
 }  // namespace
 
-std::string findFault(const std::vector<std::string>& specifications, const std::string& input) {
-  std::vector<std::string> taken;
-  if (!input.empty()) {
-    taken.push_back(input);
-  }
+bool isSameFile(const std::string& one, const std::string& other) {
+  std::error_code ignored;
+  return isPlainFile(one) &&
+         (fs::equivalent(one, other, ignored) ||
+          fs::weakly_canonical(one, ignored) == fs::weakly_canonical(other, ignored));
+}
+
+bool isStandardOutputTaken(const std::vector<std::string>& specifications) {
+  return std::any_of(specifications.begin(), specifications.end(),
+                     [](const std::string& text) { return parse(text).isStandardOutput(); });
+}
+
+std::string findFault(const std::vector<std::string>& specifications,
+                      const std::vector<std::string>& inputs) {
+  std::vector<std::string> taken = inputs;
   int standardOutputs = 0;
   for (const std::string& text : specifications) {
     const Specification parsed = parse(text);
@@ -123,7 +127,9 @@ Outputs::Outputs(const std::vector<std::string>& specifications, const std::stri
       m_outputs.push_back({Output::toFile(formatNamed(parsed.format), parsed.path, settings)});
     }
   }
-  m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), settings)});
+  if (!standardFormat.empty()) {
+    m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), settings)});
+  }
 }
 
 template <class Act>

@@ -45,15 +45,22 @@ class Output {
 
 /// What is wrong with "FORMAT=FILE" specifications, for people; empty for nothing. FILE may be "-"
 /// for standard output, which takes one format; no file takes two.
-/// @param input a file that is read meanwhile, and takes none; empty for no such file.
+/// @param inputs files that are read meanwhile, and take none.
 std::string findFault(const std::vector<std::string>& specifications,
-                      const std::string& input = {});
+                      const std::vector<std::string>& inputs = {});
+
+/// Whether one of the specifications names standard output.
+bool isStandardOutputTaken(const std::vector<std::string>& specifications);
+
+/// Whether two names are those of one plain file, which need not be there.
+bool isSameFile(const std::string& one, const std::string& other);
 
 /// All that follows the stream of a run. An output that can no longer be written is dropped, and
 /// told at the end; the others go on.
 class Outputs {
  public:
-  /// Opens them all, and standard output in the given format unless one of them names it.
+  /// Opens them all, and standard output in the given format unless one of them names it; with an
+  /// empty one, nothing goes there.
   /// @throws std::system_error naming the file that cannot be opened.
   /// @param settings no file is coloured.
   Outputs(const std::vector<std::string>& specifications, const std::string& format,

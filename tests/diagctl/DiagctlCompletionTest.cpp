@@ -43,8 +43,8 @@ std::set<std::string> optionsOf(const std::vector<std::string>& helpArguments) {
 
 const std::vector<std::string>& verbs() {
   static const std::vector<std::string> kNames = {
-      "list",  "show",    "inventory", "run",      "watch", "health", "estimate",
-      "check", "explain", "report",    "selftest", "help",  "version"};
+      "list",  "show",    "inventory", "run",   "watch",    "health", "estimate",
+      "check", "explain", "report",    "merge", "selftest", "help",   "version"};
   return kNames;
 }
 

@@ -52,13 +52,14 @@ INSTANTIATE_TEST_SUITE_P(
         Slip{{"rum"}, "'rum' is no verb; did you mean 'run'?"},
         Slip{{"walk"},
              "'walk' is none of the verbs: list, show, explain, inventory, run, watch, health, "
-             "estimate, "
-             "report, check, selftest, help, version"},
+             "estimate, report, merge, check, selftest, help, version"},
         Slip{{"e"}, "'e' may be 'explain' or 'estimate'"},
         Slip{{"help", "estimte"}, "'estimte' is no verb; did you mean 'estimate'?"},
         Slip{{"list", "tets"},
              "list: 'tets' is none of packages, devices, tests; did you mean 'tests'?"},
         Slip{{"show"}, "ITEM is missing"}, Slip{{"report"}, "LOG is missing"},
+        Slip{{"merge"}, "LOG is missing"},
+        Slip{{"merge", "-", "-"}, "standard input holds one log, and is named twice"},
         Slip{{"show", "one", "two"}, "'two' is a word too many"},
         Slip{{"check", "it"}, "'it' is no option, and nothing else is taken here"}));
 

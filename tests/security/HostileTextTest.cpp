@@ -221,7 +221,11 @@ TEST_F(HostileText, of_arguments_and_paths_is_written_out_in_errors) {
                               {"--config", path, "check"},
                               {"--config", path, "run", "--exit-style", "nagios"},
                               {"report", path},
-                              {"report", path, "--exit-style", "nagios"}}) {
+                              {"report", path, "--exit-style", "nagios"},
+                              {"report", path, evil},
+                              {"report", path, evil, "--exit-style", "nagios"},
+                              {"merge", path},
+                              {"merge", path, "-o", path + "/log"}}) {
     expectHarmless(arguments);
   }
   expectHarmless({"selftest", "--packages", path, "--allow-insecure"}, "PackDirPath");
@@ -294,8 +298,8 @@ TEST_F(HostileText, of_a_place_that_others_may_write_to_is_written_out_when_root
 
 TEST_F(HostileText, is_tried_with_every_verb_that_there_is) {
   static const std::set<std::string> kTried = {
-      "list",  "show",    "run",    "watch",    "health", "inventory", "estimate",
-      "check", "explain", "report", "selftest", "help",   "version"};
+      "list",  "show",    "run",    "watch", "health",   "inventory", "estimate",
+      "check", "explain", "report", "merge", "selftest", "help",      "version"};
   std::set<std::string> verbs;
   const std::string help = diagctl({"--help"}).out;
   static const std::regex kVerb("\n  ([a-z]+) +[A-Z]");

@@ -1,0 +1,47 @@
+#include "diagctl/command/MergeCommand.h"
+
+#include <cstddef>
+#include <memory>
+
+#include "diagctl/command/LogReplay.h"
+#include "diagctl/report/Fleet.h"
+#include "diagctl/report/FleetText.h"
+#include "diagctl/report/MergedLog.h"
+#include "diagctl/report/OutputFile.h"
+#include "diagctl/report/WrittenFile.h"
+#include "diagctl/terminal/Printer.h"
+
+namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+constexpr std::size_t kMostHeldOfRun = 15UL << 20U;  ///< bytes
+
+bool isToStandardOutput(const MergeCommandOptions& options) {
+  return !options.output || leadsToWhatIsOpen(*options.output);
+}
+
+}  // namespace
+
+int carryOutMerge(const MergeCommandOptions& options) {
+  const auto file = options.output ? std::make_unique<WrittenFile>(*options.output) : nullptr;
+  MergedLog merged(file != nullptr ? file->out() : standardOutput());
+  Fleet fleet({.isStrict = options.reporting.isStrict, .failOnSkip = options.reporting.failOnSkip});
+  const auto takeLine = [&](const std::string& text, const nlohmann::json& line) {
+    merged.take(text, line);
+  };
+  LogReplay replay({{},
+                    takeLine,
+                    [&] { merged.beginRun(); },
+                    [&](const RunEvent& event) { merged.tell(event); }},
+                   options.reporting.vanished, kMostHeldOfRun, fleet);
+  replay.readAll(options.logs);
+  if (file != nullptr) {
+    file->finish();
+  }
+  writeFleet(isToStandardOutput(options) ? standardError() : standardOutput(), fleet,
+             options.reporting.onlyProblems);
+  return fleet.exitCode();
+}
+
+}  // namespace TarvexDiags::FrontEnd

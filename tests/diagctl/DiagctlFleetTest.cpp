@@ -1,0 +1,196 @@
+// The logs of many machines: told together and written into one, whatever is wrong with some.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+namespace fs = std::filesystem;
+
+/// Logs of several machines, by the names of their files.
+class ManyLogs : public Diagctl {
+ protected:
+  ManyLogs() { addMixedPackage(); }
+
+  /// The log of a run of tests, as if a machine of that name had written it.
+  std::string logOf(const std::string& machine, const std::vector<std::string>& selection) {
+    const std::string log = place.path(machine + ".jsonl");
+    std::vector<std::string> arguments = {"run", "-q", "--watch", "off", "-o", "jsonl=" + log};
+    arguments.insert(arguments.end(), selection.begin(), selection.end());
+    const std::string out = run(arguments).out;
+    const std::string text = contentsOf(log);
+    const auto start = artifacts(parseLines(text), "testRunStart").at(0);
+    const std::string name = R"("name":)" + start["dutInfo"]["name"].dump();
+    place.replaceIn(log, name, R"("name":")" + machine + "\"");
+    return log;
+  }
+  std::string good(const std::string& machine) { return logOf(machine, {"-t", "Good"}); }
+  std::string bad(const std::string& machine) { return logOf(machine, {"-t", "Bad", "-d", "1"}); }
+};
+
+TEST_F(ManyLogs, are_told_by_machine_and_by_test_with_the_worst_first) {
+  const std::vector<std::string> logs = {good("n1"), bad("n2"), good("n3")};
+  const Outcome outcome = diagctl({"report", logs[0], logs[1], logs[2]});
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_THAT(outcome.out, StartsWith("FAILED   n2   1 run, 1 failed"));
+  EXPECT_THAT(outcome.out, HasSubstr("         FAILED   Package MIX: Bad on Left\n"
+                                     "                  line 3 is stuck.\n"
+                                     "                  -> Replace the cable.\n"
+                                     "PASSED   2 machines: n[1,3]\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("By test:\nFAILED   Package MIX: Bad   1 failed   n2\n"
+                                     "PASSED   Package MIX: Good   4 passed\n"));
+  EXPECT_THAT(outcome.out, EndsWith("3 runs of 3 machines: 2 passed, 1 failed\n"
+                                    "Verdict: FAILED: the hardware is at fault\n"));
+  EXPECT_EQ(diagctl({"report", logs[0], logs[2]}).exitCode, kPassed);
+}
+
+TEST_F(ManyLogs, become_one_that_is_valid_and_ends_as_they_do) {
+  const std::vector<std::string> logs = {good("n1"), bad("n2"), good("n3")};
+  const std::string all = place.path("all.jsonl");
+  const Outcome outcome = diagctl({"merge", logs[0], logs[1], logs[2], "-o", all});
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_EQ(outcome.out, diagctl({"report", logs[0], logs[1], logs[2]}).out);
+  EXPECT_EQ(contentsOf(all), contentsOf(logs[0]) + contentsOf(logs[1]) + contentsOf(logs[2]));
+  EXPECT_THAT(faultsOf(parseLines(contentsOf(all))), IsEmpty());
+  const Outcome report = diagctl({"report", all});
+  EXPECT_EQ(report.exitCode, kHardwareFailure) << "though the last run passed";
+  EXPECT_THAT(report.out, HasSubstr("3 runs of 3 machines: 2 passed, 1 failed\n"));
+  const Outcome piped = diagctl({"merge", logs[0], logs[1], logs[2]});
+  EXPECT_EQ(piped.out, contentsOf(all));
+  EXPECT_EQ(piped.err, outcome.out);
+}
+
+TEST_F(ManyLogs, are_one_document_in_each_format_and_one_line_for_a_monitor) {
+  const std::vector<std::string> logs = {bad("n1"), good("n2")};
+  const Outcome outcome = diagctl({"report", logs[0], logs[1], "--format", "junit", "-o",
+                                   "tap=" + place.path("tap"), "-o", "jsonl=" + place.path("log")});
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  const auto suites = parseXml(outcome.out)["children"];
+  ASSERT_EQ(suites.size(), 2U);
+  EXPECT_EQ(suites[0]["attributes"]["hostname"], "n1");
+  EXPECT_EQ(suites[1]["attributes"]["hostname"], "n2");
+  EXPECT_EQ(parseTap(contentsOf(place.path("tap"))).points.size(), 3U);
+  EXPECT_THAT(faultsOf(parseLines(contentsOf(place.path("log")))), IsEmpty());
+  const Outcome line = diagctl({"report", logs[0], logs[1], "--exit-style", "nagios"});
+  EXPECT_EQ(line.exitCode, 2);
+  EXPECT_EQ(line.out,
+            "DIAGCTL CRITICAL: 2 machines: 1 passed, 1 failed - n1: Package MIX: Bad on Left: line "
+            "3 is stuck.\n");
+}
+
+TEST_F(ManyLogs, verbosely_are_told_run_by_run_before_the_whole) {
+  const std::vector<std::string> logs = {good("n1"), good("n2")};
+  const Outcome outcome = diagctl({"report", "-v", logs[0], logs[1]});
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr(" on n1\n"), HasSubstr(" on n2\n"),
+                                 HasSubstr("\n\nPASSED   2 machines: n[1-2]\n")));
+}
+
+TEST_F(ManyLogs, that_cannot_be_read_are_told_and_the_others_as_well) {
+  const std::string log = good("n1");
+  const std::string first = contentsOf(log).substr(0, contentsOf(log).find('\n') + 1);
+  const std::string broken = place.path("broken.jsonl");
+  const std::string all = place.path("all.jsonl");
+  for (const auto& [text, reason] : std::vector<std::pair<std::string, std::string>>{
+           {"", ": holds no run"},
+           {"hello\n", ": is no log; run writes one with -o jsonl=FILE"},
+           {first + "nonsense\n{}\n", ":2: it is no JSON from byte 2 on"},
+           {contentsOf(log) + "{\"testRunArtifact\":{\"log\":{}}}\n",
+            ": the key 'severity' is missing"}}) {
+    place.write(broken, text);
+    for (const std::vector<std::string>& verb :
+         std::vector<std::vector<std::string>>{{"report"}, {"merge", "-o", all}}) {
+      std::vector<std::string> arguments = verb;
+      arguments.insert(arguments.end(), {broken, log});
+      const Outcome outcome = diagctl(arguments);
+      EXPECT_EQ(outcome.exitCode, kNoVerdict) << reason;
+      EXPECT_THAT(outcome.err, HasSubstr("diagctl: " + broken)) << reason;
+      EXPECT_THAT(outcome.out, AllOf(HasSubstr("Not read:\nERROR    " + broken), HasSubstr(reason),
+                                     HasSubstr("Good   ")))
+          << reason;
+    }
+    EXPECT_THAT(faultsOf(parseLines(contentsOf(all))), IsEmpty()) << reason;
+    EXPECT_EQ(diagctl({"report", all}).exitCode, kNoVerdict) << reason;
+    const Outcome tap = diagctl({"report", broken, log, "--format", "tap"});
+    EXPECT_FALSE(isSuccessToHarness(tap.out)) << tap.out;
+  }
+}
+
+TEST_F(ManyLogs, are_not_held_up_by_what_is_no_file) {
+  const std::string log = good("n1");
+  const std::string pipe = place.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  fs::create_directory(place.path("folder"));
+  const Outcome outcome =
+      diagctl({"report", pipe, place.path("folder"), place.path("none"), "/dev/null", log});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(outcome.err,
+              AllOf(HasSubstr(pipe + ": is a pipe that nobody writes to"),
+                    HasSubstr("folder: Is a directory"), HasSubstr("none: No such file"),
+                    HasSubstr("/dev/null: holds no run")));
+  EXPECT_THAT(outcome.out, HasSubstr("PASSED   1 machine: n1\n"));
+}
+
+TEST_F(ManyLogs, that_were_cut_off_have_no_verdict_and_what_was_found_in_them_counts) {
+  const std::string whole = good("n1");
+  const std::string cut = bad("n2");
+  place.write(cut, contentsOf(cut).substr(0, contentsOf(cut).rfind("{\"testRunArtifact\"")));
+  EXPECT_EQ(diagctl({"report", whole, cut}).exitCode, kHardwareFailure);
+  const std::string text = contentsOf(whole);
+  place.write(cut, text.substr(0, text.size() - 30));
+  const Outcome outcome = diagctl({"report", whole, cut});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(outcome.out, HasSubstr("ERROR    The run was cut short.\n"));
+}
+
+TEST_F(ManyLogs, that_are_one_file_are_read_once_and_copies_are_told) {
+  const std::string log = good("n1");
+  const std::string link = place.path("link.jsonl");
+  const std::string copy = place.path("copy.jsonl");
+  fs::create_symlink(log, link);
+  fs::copy_file(log, copy);
+  const Outcome outcome = diagctl({"report", log, link, copy});
+  EXPECT_EQ(outcome.exitCode, kPassed);
+  EXPECT_EQ(outcome.err, "diagctl: " + link + " is the same file as " + log +
+                             ", and is read once\ndiagctl: " + copy + " holds a run that " + log +
+                             " holds as well\n");
+  EXPECT_THAT(outcome.out, HasSubstr("2 runs of 1 machine: 1 passed\n"));
+}
+
+TEST_F(ManyLogs, may_come_by_standard_input_once) {
+  const std::string log = good("n1");
+  Program::Options options;
+  options.standardInput = log;
+  const Outcome outcome = diagctl({"report", "-", bad("n2")}, options);
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_THAT(outcome.out, HasSubstr("PASSED   1 machine: n1\n"));
+  EXPECT_EQ(diagctl({"merge", "-", "-"}, options).exitCode, kUsage);
+}
+
+TEST_F(ManyLogs, are_never_written_over_by_what_they_become) {
+  const std::string log = good("n1");
+  const std::string before = contentsOf(log);
+  EXPECT_EQ(diagctl({"merge", log, "-o", log}).exitCode, kUsage);
+  EXPECT_EQ(diagctl({"report", bad("n2"), log, "-o", "jsonl=" + log}).exitCode, kUsage);
+  EXPECT_EQ(contentsOf(log), before);
+  const Outcome full = diagctl({"merge", log, "-o", "/dev/full"});
+  EXPECT_EQ(full.exitCode, kNoVerdict);
+  EXPECT_THAT(full.err, HasSubstr("/dev/full: No space left on device"));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
