@@ -14,7 +14,9 @@ constexpr std::uint8_t kEndOfTable = 127;
 constexpr std::uint8_t kMemoryDevice = 17;
 
 // Offsets of a memory device, section 7.18.
+constexpr std::size_t kArray = 0x04;
 constexpr std::size_t kSize = 0x0C;
+constexpr std::size_t kSet = 0x0F;
 constexpr std::size_t kLocator = 0x10;
 constexpr std::size_t kBank = 0x11;
 constexpr std::size_t kTechnology = 0x12;
@@ -27,6 +29,7 @@ constexpr std::size_t kConfiguredSpeed = 0x20;
 constexpr std::size_t kExtendedSpeed = 0x54;
 constexpr std::size_t kExtendedConfiguredSpeed = 0x58;
 
+constexpr std::uint64_t kSetUnknown = 0xFF;
 constexpr std::uint64_t kSizeUnknown = 0xFFFF;
 constexpr std::uint64_t kSizeIsExtended = 0x7FFF;
 constexpr std::uint64_t kInKilobytes = 0x8000;
@@ -87,6 +90,9 @@ MemoryModule moduleOf(const DmiStructure& structure) {
   module.maker = cleaned(structure.text(kMaker));
   module.part = cleaned(structure.text(kPart));
   module.serial = cleaned(structure.text(kSerial));
+  module.array = structure.number(kArray, 2).value_or(0);
+  const std::uint64_t set = structure.number(kSet, 1).value_or(0);
+  module.set = set == kSetUnknown ? 0 : set;
   return module;
 }
 

@@ -49,6 +49,9 @@ struct MemoryModule {
   std::string maker;
   std::string part;
   std::string serial;
+  std::uint64_t array = 0;  ///< handle of the array of places that it belongs to
+  /// Of several that must be filled with the like: the number of their set; 0: firmware names none.
+  std::uint64_t set = 0;
 };
 
 /// @brief The places for memory modules, in the table's order.

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "inventory/DmiTable.h"
 #include "inventory/Facts.h"
 
 namespace TarvexDiags::Inventory {
@@ -28,6 +30,14 @@ DriverFacts askDriver(const std::string& interface);
 /// @param files of the machine, or of one that was recorded.
 /// @param ask empty for a recorded machine.
 Json takeInventory(const SystemFiles& files, const AskDriver& ask);
+
+/// @brief The places for memory modules, as firmware tells of them.
+struct ModuleTable {
+  bool isWithheld = false;  ///< there is a table, which this process may not read
+  std::vector<MemoryModule> modules;
+};
+
+ModuleTable readModules(const SystemFiles& files);
 
 // The parts, each a tree of its own.
 Json systemFacts(const SystemFiles& files);

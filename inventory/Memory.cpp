@@ -1,6 +1,5 @@
 #include <sstream>
 
-#include "inventory/DmiTable.h"
 #include "inventory/Inventory.h"
 #include "inventory/PciPath.h"
 
@@ -48,12 +47,12 @@ Json toJson(const MemoryModule& module) {
 
 /// By their locators; kUnknown when firmware's table is not for this process.
 Json modulesOf(const SystemFiles& files) {
-  const auto table = files.text(kTable);
-  if (!table) {
-    return isWithheld(files, kTable) ? Json(kUnknown) : Json::object();
+  const ModuleTable table = readModules(files);
+  if (table.isWithheld) {
+    return kUnknown;
   }
   Json modules = Json::object();
-  for (const MemoryModule& module : memoryModules(parseDmiTable(*table))) {
+  for (const MemoryModule& module : table.modules) {
     // Firmware that repeats a locator for each processor tells them apart by the bank.
     std::string place = module.locator.empty() ? "module" : module.locator;
     if (modules.contains(place) && !module.bank.empty()) {
@@ -92,6 +91,14 @@ Json nodesOf(const SystemFiles& files) {
 }
 
 }  // namespace
+
+ModuleTable readModules(const SystemFiles& files) {
+  const auto table = files.text(kTable);
+  if (!table) {
+    return {isWithheld(files, kTable), {}};
+  }
+  return {false, memoryModules(parseDmiTable(*table))};
+}
 
 Json memoryFacts(const SystemFiles& files) {
   Json tree = Json::object();

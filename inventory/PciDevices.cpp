@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <map>
 #include <string_view>
@@ -54,12 +55,19 @@ Json linkEnd(const SystemFiles& files, const std::filesystem::path& device) {
   return end;
 }
 
+/// Whether a device is the lower end of a link. A switch is a port that faces the root, and below
+/// it ports that face devices, without a link between them: every other bridge on the way is such.
+bool isBelowLink(const std::filesystem::path& device) {
+  const std::string path = pciPathOf(device);
+  return std::count(path.begin(), path.end(), '/') % 2 == 0;
+}
+
 /// The link above a device: its own end, and that of the bridge on which it hangs.
 Json linkOf(const SystemFiles& files, const std::filesystem::path& device) {
   Json link = Json::object();
   addTree(link, "device", linkEnd(files, device));
   const std::filesystem::path bridge = device.parent_path();
-  if (!link.empty() && files.exists(bridge / "vendor")) {
+  if (!link.empty() && isBelowLink(device) && files.exists(bridge / "vendor")) {
     addTree(link, "port", linkEnd(files, bridge));
   }
   return link;

@@ -45,7 +45,8 @@ std::string dmiModule(const ModuleRecord& module) {
   put(0x17, 3, 1);
   put(0x18, 4, 1);
   put(0x1A, 5, 1);
-  put(0x20, module.ratedSpeed, 2);
+  put(0x0F, module.set, 1);
+  put(0x20, module.configuredSpeed == 0 ? module.ratedSpeed : module.configuredSpeed, 2);
   return dmiStructure(
       17, body, {module.locator, "NODE 0", "Maker of Modules", module.serial, "M321R2GA3BB6"});
 }

@@ -14,6 +14,8 @@ struct ModuleRecord {
   std::uint16_t megabytes = 16384;
   std::uint16_t ratedSpeed = 4800;
   std::string serial;
+  std::uint16_t configuredSpeed = 0;  ///< 0: as rated
+  std::uint8_t set = 0;
 };
 
 /// @brief The bytes of a structure: its area, and the strings behind it.
