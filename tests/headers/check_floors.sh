@@ -54,7 +54,7 @@ floors=(
 )
 # Packages know nothing of one another.
 for package in packages/!(common)/; do
-  floors+=("${package%/}" "$framework|packagekit/*|watch/*|packages/common/*|$package*")
+  floors+=("${package%/}" "$framework|packagekit/*|@(watch|inventory)/*|packages/common/*|$package*")
 done
 
 # The includes of the project's own headers, in whatever brackets: FILE:HEADER.

@@ -93,7 +93,8 @@ TEST_P(Unprivileged, find_no_fault_in_what_they_may_not_do) {
 INSTANTIATE_TEST_SUITE_P(Users, Unprivileged,
                          ::testing::Values(Row{"memory", {2, 3, 7, 9}, nullptr},
                                            Row{"processor", {8}, nullptr},
-                                           Row{"storage", {8}, nullptr}, Row{"network", {}, "lo"}),
+                                           Row{"storage", {8}, nullptr}, Row{"network", {}, "lo"},
+                                           Row{"platform", {}, nullptr}),
                          [](const ::testing::TestParamInfo<Row>& row) {
                            return std::string(row.param.package);
                          });
