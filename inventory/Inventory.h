@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,10 @@ struct ModuleTable {
 };
 
 ModuleTable readModules(const SystemFiles& files);
+
+/// @brief The names of the slots for cards by "0000:3b:00", the address of what sits in them
+/// without its function.
+std::map<std::string, std::string> slotsByAddress(const SystemFiles& files);
 
 // The parts, each a tree of its own.
 Json systemFacts(const SystemFiles& files);

@@ -14,17 +14,6 @@ namespace {
 const std::filesystem::path kDevices = "sys/bus/pci/devices";
 const std::filesystem::path kSlots = "sys/bus/pci/slots";
 
-/// The names of the slots by "0000:3b:00", the address of the device without its function.
-std::map<std::string, std::string> slotsByAddress(const SystemFiles& files) {
-  std::map<std::string, std::string> slots;
-  for (const std::string& name : files.entries(kSlots)) {
-    if (const std::string address = files.word(kSlots / name / "address"); !address.empty()) {
-      slots.emplace(address, name);
-    }
-  }
-  return slots;
-}
-
 /// In gigatransfers a second, of "8.0 GT/s PCIe"; kUnknown for what the kernel calls that, too.
 void addSpeed(Json& tree, const char* key, const SystemFiles& files,
               const std::filesystem::path& file) {
@@ -105,6 +94,16 @@ Json factsOf(const SystemFiles& files, const std::filesystem::path& device,
 }
 
 }  // namespace
+
+std::map<std::string, std::string> slotsByAddress(const SystemFiles& files) {
+  std::map<std::string, std::string> slots;
+  for (const std::string& name : files.entries(kSlots)) {
+    if (const std::string address = files.word(kSlots / name / "address"); !address.empty()) {
+      slots.emplace(address, name);
+    }
+  }
+  return slots;
+}
 
 Json pciFacts(const SystemFiles& files) {
   const std::map<std::string, std::string> slots = slotsByAddress(files);

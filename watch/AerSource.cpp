@@ -81,6 +81,12 @@ std::optional<std::string> AerSource::open() {
                          : std::nullopt;
 }
 
+std::optional<std::string> AerSource::openSinceStart() {
+  std::optional<std::string> reason = open();
+  m_texts.clear();
+  return reason;
+}
+
 void AerSource::look(Moment now, Collector& collector) {
   for (const std::string& address : m_files.entries(kDevices)) {
     for (const CounterFile& file : kFiles) {

@@ -19,6 +19,7 @@ class AerSource : public Source {
 
   SourceKind kind() const override { return SourceKind::PcieErrors; }
   std::optional<std::string> open() override;
+  std::optional<std::string> openSinceStart() override;
   void look(Moment now, Collector& collector) override;
 
  private:

@@ -44,6 +44,12 @@ std::optional<std::string> DiskSource::open() {
   return m_disks.empty() ? std::optional<std::string>("this machine has no disk") : std::nullopt;
 }
 
+std::optional<std::string> DiskSource::openSinceStart() {
+  std::optional<std::string> reason = open();
+  m_disks.clear();
+  return reason;
+}
+
 void DiskSource::look(Moment now, Collector& collector) {
   tellVanished(now, collector);
   for (const std::string& name : disksIn(m_files)) {

@@ -45,6 +45,13 @@ class Growths {
     return place->second.to(now);
   }
 
+  /// @brief Counters that all count from 0.
+  static Growths sinceStart() {
+    Growths growths;
+    growths.open();
+    return growths;
+  }
+
   /// @brief Ends the first round.
   void open() { m_isOpen = true; }
 

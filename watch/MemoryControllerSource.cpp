@@ -19,6 +19,12 @@ std::optional<std::string> MemoryControllerSource::open() {
   return std::nullopt;
 }
 
+std::optional<std::string> MemoryControllerSource::openSinceStart() {
+  std::optional<std::string> reason = open();
+  m_growths = Growths::sinceStart();
+  return reason;
+}
+
 void MemoryControllerSource::look(Moment now, Collector& collector) {
   const auto tell = [&](const MemoryCounter& counter, Kind kind, std::uint64_t count) {
     if (count > 0) {

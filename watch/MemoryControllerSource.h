@@ -17,6 +17,7 @@ class MemoryControllerSource : public Source {
 
   SourceKind kind() const override { return SourceKind::MemoryControllers; }
   std::optional<std::string> open() override;
+  std::optional<std::string> openSinceStart() override;
   void look(Moment now, Collector& collector) override;
 
  private:

@@ -72,6 +72,12 @@ std::optional<std::string> NetworkSource::open() {
              : std::nullopt;
 }
 
+std::optional<std::string> NetworkSource::openSinceStart() {
+  std::optional<std::string> reason = open();
+  m_growths = Growths::sinceStart();
+  return reason;
+}
+
 void NetworkSource::look(Moment now, Collector& collector) {
   const std::vector<Port> present = ports();
   tellVanished(present, now, collector);

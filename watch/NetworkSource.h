@@ -20,6 +20,7 @@ class NetworkSource : public Source {
 
   SourceKind kind() const override { return SourceKind::Network; }
   std::optional<std::string> open() override;
+  std::optional<std::string> openSinceStart() override;
   void look(Moment now, Collector& collector) override;
 
  private:

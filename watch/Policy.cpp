@@ -155,6 +155,16 @@ std::vector<std::pair<std::string, std::string>> Policy::lines() const {
   return lines;
 }
 
+Severity severitySinceStart(const Policy& policy, const Finding& finding,
+                            std::chrono::seconds uptime) {
+  const Rule& rule = policy[finding.kind];
+  constexpr std::chrono::hours kDay(24);
+  const auto days = static_cast<std::uint64_t>(uptime / kDay + 1);
+  const bool isFailure =
+      rule.failureCountPerDay > 0 && finding.count >= rule.failureCountPerDay * days;
+  return isFailure ? Severity::Failure : rule.severity;
+}
+
 Severity Judge::judge(const Finding& finding) {
   const Rule& rule = m_policy[finding.kind];
   History& history = m_histories[{finding.kind, finding.device, finding.part}];

@@ -45,6 +45,12 @@ class Policy {
   std::map<Kind, Rule> m_rules;
 };
 
+/// @brief What all that was counted since the machine's start means: each day of it may bring what
+/// one day may.
+/// @param uptime since then; a day that has begun counts whole
+Severity severitySinceStart(const Policy& policy, const Finding& finding,
+                            std::chrono::seconds uptime);
+
 /// @brief Judges findings as they come, by a policy: some are a failure only when there are many.
 ///
 /// Not thread-safe.

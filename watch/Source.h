@@ -37,6 +37,12 @@ class Source {
   /// @return why there is nothing to watch; nothing when there is
   virtual std::optional<std::string> open() = 0;
 
+  /// @brief Instead of open(): the first look tells all that was counted since the machine started.
+  /// @return as open() does
+  virtual std::optional<std::string> openSinceStart() {
+    return "nothing is counted there before somebody looks";
+  }
+
   /// @brief Tells what has come since the last look.
   /// @param now the time that findings get where the source itself tells none
   virtual void look(Moment now, Collector& collector) = 0;
