@@ -30,7 +30,7 @@ not() {
 cd /
 
 expect '^diagctl [0-9.]+$' "$diagctl" --version
-for package in MEMORY NETWORK PLATFORM PROCESSOR STORAGE; do
+for package in ERRORS MEMORY NETWORK PLATFORM PROCESSOR STORAGE; do
   expect "^ +[0-9]+ +$package " "$diagctl" "${options[@]}" list
 done
 expect '^PASSED +Network: Loopback datagrams on lo' \

@@ -90,11 +90,9 @@ TEST_P(Unprivileged, find_no_fault_in_what_they_may_not_do) {
 // Not those that take long and do nothing that others don't, nor the test that writes files: this
 // machine's disks are not the test suite's. Of the interfaces only the one that is the same
 // everywhere.
-INSTANTIATE_TEST_SUITE_P(Users, Unprivileged,
-                         ::testing::Values(Row{"memory", {2, 3, 7, 9}, nullptr},
-                                           Row{"processor", {8}, nullptr},
-                                           Row{"storage", {8}, nullptr}, Row{"network", {}, "lo"},
-                                           Row{"platform", {}, nullptr}),
-                         [](const ::testing::TestParamInfo<Row>& row) {
-                           return std::string(row.param.package);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Users, Unprivileged,
+    ::testing::Values(Row{"memory", {2, 3, 7, 9}, nullptr}, Row{"processor", {8}, nullptr},
+                      Row{"storage", {8}, nullptr}, Row{"network", {}, "lo"},
+                      Row{"platform", {}, nullptr}, Row{"errors", {}, nullptr}),
+    [](const ::testing::TestParamInfo<Row>& row) { return std::string(row.param.package); });

@@ -131,6 +131,8 @@ std::vector<Arrangement> Machine::arrangements() const {
       // Of disks that keep an account of their health: those of the machine are read, none written.
       {.package = "storage", .tests = {2, 3}, .needsHardware = true},
       {.package = "network", .device = "lo"},
+      // Where the machine counts something at all.
+      {.package = "errors", .needsHardware = true},
       {.package = "platform", .tests = {2, 5, 6}},
       // Where links show both ends, firmware its modules, and disks are of one model.
       {.package = "platform", .tests = {1, 3, 4}, .needsHardware = true},
