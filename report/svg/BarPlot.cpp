@@ -33,7 +33,7 @@ void writeBar(Markup& out, const BarPlot::Bar& bar, double most, double top) {
   label(out, kPlotWidth, top + kNameFoot, "end", value);
   writeBox(out, "track", top + kBarFrom, kPlotWidth);
   const double width = scale.at(bar.value);
-  writeBox(out, bar.ofClass, top + kBarFrom, bar.value > 0 ? std::max(width, kLeastSeen) : 0);
+  writeBox(out, "bar", top + kBarFrom, bar.value > 0 ? std::max(width, kLeastSeen) : 0);
   if (bar.limit) {
     const double x = scale.at(*bar.limit);
     line(out, "limit", x, top + kBarFrom - kLimitReach, x,
@@ -51,7 +51,7 @@ void write(Markup& out, const BarPlot& plot) {
   openPlot(out, plot.heading, kPlotWidth, kBarRow * static_cast<double>(plot.bars.size()));
   double top = 0;
   for (const BarPlot::Bar& bar : plot.bars) {
-    writeBar(out, bar, plot.isOfLimits ? std::max(bar.limit.value_or(0), bar.value) : most, top);
+    writeBar(out, bar, bar.whole > 0 ? bar.whole : most, top);
     top += kBarRow;
   }
   closePlot(out);

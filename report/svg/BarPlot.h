@@ -8,19 +8,18 @@
 
 namespace TarvexDiags::Svg {
 
-/// Amounts from zero, one below the other, each against its limit where it has one.
+/// Amounts from zero, one below the other, each against its whole or its limit where it has one.
 struct BarPlot {
   struct Bar {
     std::string label;
     std::string valueText;
-    double value = 0;  ///< at least 0
-    std::optional<double> limit;
-    const char* ofClass = "bar";
+    double value = 0;             ///< at least 0
+    double whole = 0;             ///< what the bar is a part of; 0: the largest of the plot
+    std::optional<double> limit;  ///< marked by a line
   };
 
   Heading heading;
   std::vector<Bar> bars;
-  bool isOfLimits = false;  ///< each bar is as wide as its share of its own limit
 };
 
 void write(Markup& out, const BarPlot& plot);

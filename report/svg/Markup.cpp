@@ -53,6 +53,9 @@ void Markup::escape(std::string_view text) {
       case '\'':
         m_text += "&#39;";
         break;
+      case '\n':
+        m_text += "&#10;";
+        break;
       default:
         m_text += character;
     }

@@ -9,9 +9,9 @@
 namespace TarvexDiags::Svg {
 
 /// Elements of HTML and SVG, each closed and each text escaped: whatever a name or a text holds, it
-/// adds no markup. It is the one place that writes any. Bytes that are no characters, and those
-/// that steer a terminal, stay as they are; whoever writes the page out sees to them. For one
-/// thread.
+/// adds no markup, and begins no line. It is the one place that writes any. Bytes that are no
+/// characters, and those that steer a terminal, stay as they are; whoever writes the page out sees
+/// to them. For one thread.
 class Markup {
  public:
   using Attribute = std::pair<const char*, std::string>;

@@ -35,12 +35,13 @@ TEST(Markup, of_another_is_taken_over_as_it_is) {
 }
 
 TEST(Markup, is_never_made_by_a_text) {
-  const std::string hostile = "</p><script>alert(\"1\")</script><p class='x'>&amp; \" onload='x'";
+  const std::string hostile = "\n</p><script>alert(\"1\")</script><p class='x'>&amp; \" onload='x'";
   Markup out;
   out.open("div", {{"title", hostile}});
   out.text(hostile);
   out.close();
   EXPECT_THAT(out.written(), Not(HasSubstr("<script")));
+  EXPECT_EQ(out.written().find('\n'), out.written().size() - 1) << "no text begins a line";
   const Parsed parsed = parse(out.written());
   EXPECT_EQ(parsed.fault, "");
   EXPECT_EQ(parsed.elements.size(), 1U);

@@ -97,17 +97,20 @@ TEST(StripPlot, of_ten_thousand_siblings_stays_small) {
   EXPECT_LT(drawing.size(), 100'000U);
 }
 
-TEST(BarPlot, is_against_the_largest_or_each_against_its_limit) {
-  BarPlot plot{
-      {"b", "Covered", ""},
-      {{"one", "5", 5, 10.0, "bar"}, {kHostile, "50", 50, 100.0, "bar"}, {"no", "0", 0, {}, "bar"}},
-      false};
-  EXPECT_EQ(elementsOf(sound(drawn(plot)), "bar")[1].at("width"), "180");
-  EXPECT_EQ(elementsOf(sound(drawn(plot)), "bar")[0].at("width"), "18");
-  plot.isOfLimits = true;
-  EXPECT_EQ(elementsOf(sound(drawn(plot)), "bar")[0].at("width"), "180");
-  EXPECT_EQ(elementsOf(sound(drawn(plot)), "bar")[2].at("width"), "0");
-  EXPECT_EQ(elementsOf(sound(drawn(plot)), "limit").size(), 2U);
+TEST(BarPlot, is_against_the_largest_or_each_against_its_whole) {
+  const Parsed parsed = sound(drawn(BarPlot{{"b", "Covered", ""},
+                                            {{"one", "5", 5, 0, 10.0},
+                                             {kHostile, "50", 50, 0, 100.0},
+                                             {"part", "50 of 200", 50, 200, {}},
+                                             {"no", "0", 0, 0, {}}}}));
+  const auto bars = elementsOf(parsed, "bar");
+  ASSERT_EQ(bars.size(), 4U);
+  EXPECT_EQ(bars[0].at("width"), "18");
+  EXPECT_EQ(bars[1].at("width"), "180");
+  EXPECT_EQ(bars[2].at("width"), "90");
+  EXPECT_EQ(bars[3].at("width"), "0");
+  ASSERT_EQ(elementsOf(parsed, "limit").size(), 2U);
+  EXPECT_EQ(elementsOf(parsed, "limit")[1].at("x1"), "360");
 }
 
 TEST(Timeline, has_a_lane_for_each_part_with_its_spans_and_marks) {
