@@ -31,13 +31,22 @@ bool isRate(const StepMeasurement& figure) {
   return figure.unit.ends_with("/s");
 }
 
+std::string numberText(double number) {
+  const double size = std::fabs(number);
+  if (size >= 1000 || number == std::floor(number)) {
+    return withMarks(number);
+  }
+  return size >= 10 ? fmt::format("{:.0f}", number) : fmt::format("{:.2g}", number);
+}
+
+}  // namespace
+
 bool hasMeaning(const StepMeasurement& figure) {
   return figure.name == FigureName::kCoveredBytes || figure.name == FigureName::kTotalBytes ||
          figure.name == FigureName::kCoveredCores || figure.name == FigureName::kSeed ||
          figure.name == kTestDuration;
 }
 
-// "verifiedShare" as people read it.
 std::string toWords(const std::string& name) {
   std::string words;
   for (const char character : name) {
@@ -49,16 +58,6 @@ std::string toWords(const std::string& name) {
   }
   return words;
 }
-
-std::string numberText(double number) {
-  const double size = std::fabs(number);
-  if (size >= 1000 || number == std::floor(number)) {
-    return withMarks(number);
-  }
-  return size >= 10 ? fmt::format("{:.0f}", number) : fmt::format("{:.2g}", number);
-}
-
-}  // namespace
 
 std::size_t Figures::take(const StepMeasurement& figure, std::size_t room) {
   const auto known =

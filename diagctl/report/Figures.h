@@ -45,6 +45,12 @@ std::string withMarks(double number);
 /// "256 of 21,594 MiB (1 %)"; without a total, "256 MiB".
 std::string describeCoverage(double coveredBytes, double totalBytes);
 
+/// Whether a figure has a meaning of its own, and is told by that.
+bool hasMeaning(const StepMeasurement& figure);
+
+/// The name of a figure as people read it: "verified share" for "verifiedShare".
+std::string toWords(const std::string& name);
+
 /// What a test did, in figures, for people: how much of the device it covered, then how fast, then
 /// what else it measured. Empty if it measured nothing.
 std::string factsOf(const Figures& figures);

@@ -1,24 +1,16 @@
 #include "diagctl/report/JunitReporter.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstddef>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "diagctl/report/JsonlReporter.h"
-#include "diagctl/report/OpenedFile.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -211,29 +203,8 @@ void writeRun(Printer& out, const RunRecord& run) {
 
 }  // namespace
 
-namespace {
-
-// Out of the way of memory, where there is a place for it, since a log may hold any number of runs.
-std::unique_ptr<std::iostream> makeSpool() {
-  std::error_code failure;
-  const std::filesystem::path directory = std::filesystem::temp_directory_path(failure);
-  std::string path = (directory / "diagctl-XXXXXX").string();
-  const OpenedFile file(failure ? -1 : mkostemp(path.data(), O_CLOEXEC));
-  if (file) {
-    unlink(path.c_str());
-    auto spool = std::make_unique<std::fstream>(fmt::format("/proc/self/fd/{}", file.get()),
-                                                std::ios::in | std::ios::out);
-    if (*spool) {
-      return spool;
-    }
-  }
-  return std::make_unique<std::stringstream>();
-}
-
-}  // namespace
-
 JunitReporter::JunitReporter(Printer& out, std::size_t mostHeld)
-    : m_out(out), m_run(RunRecord::Ended::Held, mostHeld), m_spool(makeSpool()), m_body(*m_spool) {}
+    : m_out(out), m_run(RunRecord::Ended::Held, mostHeld) {}
 
 void JunitReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
@@ -245,7 +216,7 @@ void JunitReporter::handle(const RunEvent& event) {
 
 void JunitReporter::closeRun() {
   if (std::exchange(m_hasRun, false)) {
-    writeRun(m_body, m_run);
+    writeRun(m_spool.out(), m_run);
     for (const auto& [outcome, count] : m_run.sums()) {
       m_sums[outcome] += count;
     }
@@ -263,11 +234,7 @@ void JunitReporter::finish() {
       "time=\"{:.3f}\">\n",
       sumOf(m_sums, isAny), m_sums[StepRecord::Outcome::Failed], sumOf(m_sums, isError),
       sumOf(m_sums, isSkipped), m_seconds);
-  m_body.flush();
-  m_spool->seekg(0);
-  for (std::string line; std::getline(*m_spool, line);) {
-    m_out.write(line + "\n");
-  }
+  m_spool.writeTo(m_out);
   m_out.write("</testsuites>\n");
   m_out.flush();
 }

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <istream>
-#include <memory>
 
 #include "diagctl/report/Reporter.h"
+#include "diagctl/report/Spool.h"
 #include "diagctl/report/StepRecord.h"
 #include "diagctl/terminal/Printer.h"
 
@@ -29,8 +28,7 @@ class JunitReporter : public Reporter {
 
   Printer& m_out;
   RunRecord m_run;
-  std::unique_ptr<std::iostream> m_spool;  ///< what stands below the first line
-  Printer m_body;                          ///< into it
+  Spool m_spool;  ///< what stands below the first line
   OutcomeSums m_sums;
   double m_seconds = 0;
   bool m_hasRun = false;

@@ -48,6 +48,16 @@ RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages) {
   return summary.warned > 0 ? RunVerdict::Warned : RunVerdict::Passed;
 }
 
+RunVerdict verdictOf(const RunRecord& record) {
+  const RunVerdict verdict = verdictOf(summaryOf(record), record.troubleCount());
+  if (verdict == RunVerdict::Failed) {
+    return verdict;
+  }
+  const bool hasPassed = verdict == RunVerdict::Passed || verdict == RunVerdict::Warned;
+  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
+  return !record.hasEnded() || (hasPassed && !isWhole) ? RunVerdict::Troubled : verdict;
+}
+
 std::string toText(RunVerdict verdict) {
   switch (verdict) {
     case RunVerdict::Failed:

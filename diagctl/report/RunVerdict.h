@@ -40,6 +40,10 @@ enum class RunVerdict {
 /// @param lostPackages packages that could not be loaded: there is no verdict on their tests.
 RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
 
+/// The same for a record, live or of a log: a run that was cut short, or says of itself that it has
+/// no result for all, has passed nothing.
+RunVerdict verdictOf(const RunRecord& record);
+
 /// For people: "FAILED: the hardware is at fault".
 std::string toText(RunVerdict verdict);
 

@@ -232,6 +232,16 @@ const std::string& StepRecord::headline() const {
   return findings.empty() ? symptom : findings.front();
 }
 
+std::string StepRecord::headlineAction() const {
+  std::string action;
+  for (std::size_t finding = 0; finding < findings.size(); ++finding) {
+    if (findings[finding] == headline() && advice[finding]) {
+      action = actions[*advice[finding]];
+    }
+  }
+  return action;
+}
+
 double StepRecord::seconds() const {
   if (figures.find(kTestDuration) != nullptr) {
     return figures.number(kTestDuration);
@@ -373,6 +383,11 @@ bool isSkipped(StepRecord::Outcome outcome) {
   return outcome == StepRecord::Outcome::Skipped ||
          outcome == StepRecord::Outcome::SkippedForPrivilege ||
          outcome == StepRecord::Outcome::SkippedForMode;
+}
+
+bool isProblem(StepRecord::Outcome outcome) {
+  return outcome == StepRecord::Outcome::Failed || outcome == StepRecord::Outcome::Trouble ||
+         outcome == StepRecord::Outcome::Warning;
 }
 
 const char* toText(StepRecord::Outcome outcome) {

@@ -87,6 +87,8 @@ struct StepRecord {
   Outcome outcome() const;
   /// The finding behind the outcome, or else what there is that comes closest to one.
   const std::string& headline() const;
+  /// What to do about it; empty for nothing.
+  std::string headlineAction() const;
   double seconds() const;
 };
 
@@ -173,6 +175,8 @@ class RunRecord {
 
 /// Whether it was never meant to run here.
 bool isSkipped(StepRecord::Outcome outcome);
+/// Whether somebody is to look at it: it failed, has no verdict, or a warning.
+bool isProblem(StepRecord::Outcome outcome);
 /// For people, marked: "passed".
 const char* toText(StepRecord::Outcome outcome);
 /// The word that heads a line of a report, marked: "PASSED".

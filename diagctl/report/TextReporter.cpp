@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
@@ -35,18 +36,6 @@ std::vector<std::string> fitted(const std::string& line, std::size_t width) {
   return width == 0 || columnsOf(line) <= width ? std::vector{line} : wrapped(line, width);
 }
 
-std::string testsText(std::size_t count) {
-  return count == 1 ? tr("1 test") : tr("{} tests", count);
-}
-
-// As a person says it.
-std::string durationText(double seconds) {
-  if (seconds < 120) {
-    return tr("{:.0f} s", seconds);
-  }
-  return seconds < 7200 ? tr("{:.0f} min", seconds / 60) : tr("{:.1f} h", seconds / 3600);
-}
-
 std::string clockText(std::chrono::system_clock::time_point time, const char* form) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
   std::tm parts{};
@@ -54,16 +43,6 @@ std::string clockText(std::chrono::system_clock::time_point time, const char* fo
   char text[64] = {};
   std::strftime(text, sizeof text, form, &parts);
   return text;
-}
-
-std::string parameterOf(const RunStarted& start, const char* key) {
-  const auto entry = start.parameters.find(key);
-  return entry != start.parameters.end() ? entry->second : std::string();
-}
-
-bool isProblem(StepRecord::Outcome outcome) {
-  return outcome == StepRecord::Outcome::Failed || outcome == StepRecord::Outcome::Trouble ||
-         outcome == StepRecord::Outcome::Warning;
 }
 
 }  // namespace
@@ -208,15 +187,9 @@ void TextReporter::keepProblem(const StepRecord& step) {
       ++m_furtherSkips;
     }
   } else if (isProblem(outcome) && m_problems.size() < kMostProblems) {
-    std::string action;
-    for (std::size_t place = 0; place < step.findings.size(); ++place) {
-      if (step.findings[place] == step.headline() && step.advice[place]) {
-        action = step.actions[*step.advice[place]];
-      }
-    }
     m_problems.push_back(
         {outcome, tr("{}: {} on {}", step.start.package, step.start.test, step.start.device),
-         step.headline(), action});
+         step.headline(), step.headlineAction()});
   } else if (isProblem(outcome)) {
     ++m_furtherProblems;
   }
@@ -378,9 +351,7 @@ void TextReporter::writeSums() {
   if (!m_record.hasEnded()) {
     m_out.say("The run was cut short.\n");
   }
-  const RunVerdict verdict = verdictOf(summaryOf(m_record), m_record.troubleCount());
-  const bool isCut = !m_record.hasEnded() && verdict != RunVerdict::Failed;
-  m_out.say("Verdict: {}\n", toText(isCut ? RunVerdict::Troubled : verdict));
+  m_out.say("Verdict: {}\n", toText(verdictOf(m_record)));
 }
 
 void TextReporter::closeRun() {

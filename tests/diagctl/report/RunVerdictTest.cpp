@@ -146,5 +146,21 @@ TEST(MonitorLines, say_what_the_exit_code_says) {
               StartsWith("DIAGCTL OK: "));
 }
 
+TEST(RunVerdicts, of_a_run_without_its_end_are_never_good) {
+  const StepDiagnosis passed = judged(Verdict::Pass);
+  const StepEnded complete{kStep, RunStatus::Complete};
+  const RunEnded whole{RunStatus::Complete, RunResult::Pass};
+  EXPECT_EQ(verdictOf(recordOf({passed, complete, whole})), RunVerdict::Passed);
+  EXPECT_EQ(verdictOf(recordOf({passed, complete})), RunVerdict::Troubled);
+  EXPECT_EQ(verdictOf(recordOf({passed, complete, RunEnded{RunStatus::Error}})),
+            RunVerdict::Troubled)
+      << "it says of itself that it has no result for all";
+  EXPECT_EQ(verdictOf(recordOf({judged(Verdict::Fail)})), RunVerdict::Failed)
+      << "what was found stays found";
+  EXPECT_EQ(verdictOf(recordOf({StepEnded{kStep, RunStatus::Skip, true},
+                                RunEnded{RunStatus::Skip, RunResult::NotApplicable}})),
+            RunVerdict::Aborted);
+}
+
 }  // namespace
 }  // namespace TarvexDiags::FrontEnd

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "diagctl/report/RunEvents.h"
+
+namespace TarvexDiags::FrontEnd {
+
+/// What several reports say in the same words.
+
+/// "1 test", "7 tests".
+std::string testsText(std::size_t count);
+
+/// A parameter of a run; empty where it has none of that name.
+std::string parameterOf(const RunStarted& start, const char* key);
+
+/// As a person says it: "90 s", "12 min", "3.5 h".
+std::string durationText(double seconds);
+
+}  // namespace TarvexDiags::FrontEnd
