@@ -1,0 +1,451 @@
+// What a page draws: what ran when, what sensors showed, and figures of siblings.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <map>
+#include <vector>
+
+#include "diagctl/report/HtmlSections.h"
+#include "diagctl/report/HtmlWords.h"
+#include "diagctl/report/Wording.h"
+#include "diagctl/terminal/Translation.h"
+#include "report/svg/BarPlot.h"
+#include "report/svg/LinePlot.h"
+#include "report/svg/StripPlot.h"
+#include "report/svg/Timeline.h"
+
+namespace TarvexDiags::FrontEnd::Html {
+
+namespace {
+
+constexpr std::size_t kMostLanesDrawn = 48;
+constexpr std::size_t kMostTitles = 300;
+constexpr std::size_t kMostMarksDrawn = 300;
+constexpr std::size_t kTitleLength = 200;
+constexpr std::size_t kMostSensorsDrawn = 48;
+constexpr std::size_t kMostSensorsOpen = 6;  ///< of a group; the others are folded
+constexpr std::size_t kMostRowsOfSeries = 24;
+constexpr std::size_t kMostFigureBytes = 450UL << 10U;
+constexpr std::size_t kMostBars = 8;
+constexpr std::size_t kMostRowsOfFigure = 100;
+constexpr std::size_t kMostStrips = 12;
+constexpr double kLowSpan = 0.5;
+constexpr double kBeyondLimit = 1.1;  ///< so that the line at a limit stands within the bar
+
+std::size_t problemsOf(const RunStory::Lane& lane) {
+  std::size_t problems = 0;
+  for (const auto& [outcome, count] : lane.sums) {
+    problems += isProblem(outcome) ? count : 0;
+  }
+  return problems;
+}
+
+// In their order; where there are too many, those with problems before others.
+std::vector<const RunStory::Lane*> lanesOf(const RunStory& story) {
+  std::vector<const RunStory::Lane*> lanes;
+  for (const RunStory::Lane& lane : story.lanes()) {
+    lanes.push_back(&lane);
+  }
+  if (lanes.size() > kMostLanesDrawn) {
+    std::stable_partition(lanes.begin(), lanes.end(), [](const RunStory::Lane* lane) {
+      return problemsOf(*lane) > 0 || !lane->marks.empty();
+    });
+    lanes.resize(kMostLanesDrawn);
+  }
+  return lanes;
+}
+
+Svg::Timeline::Mark drawn(const RunStory::Mark& mark) {
+  const std::string title = shown(mark.text, kTitleLength);
+  switch (mark.verdict) {
+    case Verdict::Fail:
+      return {mark.at, Svg::Timeline::Shape::Cross, "findingfailed", title};
+    case Verdict::Unknown:
+      return {mark.at, Svg::Timeline::Shape::Triangle, "findingwarned", title};
+    case Verdict::Pass:
+      break;
+  }
+  return {mark.at, Svg::Timeline::Shape::Square, "findingtroubled", title};
+}
+
+/// What may still be drawn by itself.
+struct Room {
+  std::size_t titles = kMostTitles;
+  std::size_t marks = kMostMarksDrawn;
+};
+
+std::string titleOf(const RunStory::Problem& problem) {
+  return shown(tr("{}: {}, {}", told(wordOf(problem.outcome)), problem.start.test, problem.finding),
+               kTitleLength);
+}
+
+Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Room& room) {
+  Svg::Timeline::Lane drawing;
+  drawing.label = shown(lane.device);
+  for (const RunStory::Span& span : lane.spans) {
+    const bool isLow = span.outcome == StepRecord::Outcome::Passed;
+    Svg::Timeline::Span of{
+        span.from, span.to, {lookOf(span.outcome).ofClass, isLow ? kLowSpan : 1}, ""};
+    if (span.problem > 0 && room.titles > 0) {
+      --room.titles;
+      of.title = titleOf(story.problems()[span.problem - 1]);
+    }
+    drawing.spans.push_back(of);
+  }
+  for (const RunStory::Mark& mark : lane.marks) {
+    if (room.marks > 0) {
+      --room.marks;
+      drawing.marks.push_back(drawn(mark));
+    }
+  }
+  return drawing;
+}
+
+void writeLanesAsTable(Svg::Markup& out, const std::vector<const RunStory::Lane*>& lanes) {
+  const Folded folded(out, tr("The same as a table"), "data");
+  Table table(out, tr("What ran on each device, and when since the beginning of the run"),
+              {tr("Device"), "#" + tr("From"), "#" + tr("To"), tr("Tests"), tr("Watch")});
+  for (const RunStory::Lane* lane : lanes) {
+    double from = std::numeric_limits<double>::max();
+    double to = 0;
+    for (const RunStory::Span& span : lane->spans) {
+      from = std::min<double>(from, span.from);
+      to = std::max<double>(to, span.to);
+    }
+    std::string findings;
+    for (std::size_t place = 0; place < std::min<std::size_t>(lane->marks.size(), 3); ++place) {
+      const RunStory::Mark& mark = lane->marks[place];
+      findings += fmt::format("{}{} {}", place == 0 ? "" : "\n", offsetText(mark.at),
+                              shown(mark.text, kTitleLength));
+    }
+    table.row({lane->device, lane->spans.empty() ? "" : offsetText(from),
+               lane->spans.empty() ? "" : offsetText(to), toText(lane->sums), findings});
+  }
+}
+
+// Sensors of one quantity stand together, under its name.
+std::string groupOf(const std::string& unit) {
+  static const std::map<std::string, const char*> kGroups = {{"\u00b0C", marked("Temperatures")},
+                                                             {"MHz", marked("Frequencies")},
+                                                             {"GHz", marked("Frequencies")},
+                                                             {"Hz", marked("Frequencies")},
+                                                             {"RPM", marked("Fans")},
+                                                             {"W", marked("Power")},
+                                                             {"V", marked("Voltages")},
+                                                             {"%", marked("Shares")}};
+  const auto group = kGroups.find(unit);
+  return told(group != kGroups.end() ? group->second : marked("Other sensors"));
+}
+
+int placeOfGroup(const std::string& unit) {
+  constexpr std::array<std::string_view, 6> kOrder = {"\u00b0C", "MHz", "GHz", "Hz", "RPM", "W"};
+  return static_cast<int>(std::find(kOrder.begin(), kOrder.end(), unit) - kOrder.begin());
+}
+
+struct Range {
+  double lowest = std::numeric_limits<double>::max();
+  double highest = std::numeric_limits<double>::lowest();
+};
+
+Range rangeOf(const RunStory::Sensor& sensor) {
+  Range range;
+  for (const Svg::ThinnedSeries::Bucket& bucket : sensor.values.buckets()) {
+    range.lowest = std::min(range.lowest, bucket.lowest.y);
+    range.highest = std::max(range.highest, bucket.highest.y);
+  }
+  return range;
+}
+
+std::string rangeText(const RunStory::Sensor& sensor, const Range& range) {
+  const std::string text =
+      tr("{} to {} {}", numberText(range.lowest), numberText(range.highest), shown(sensor.unit));
+  return sensor.most ? tr("{}, limit {}", text, numberText(*sensor.most)) : text;
+}
+
+void writeSensor(Svg::Markup& out, const RunStory::Sensor& sensor, const std::string& id,
+                 double seconds) {
+  const Range range = rangeOf(sensor);
+  const std::string name = shown(sensor.name);
+  out.open("figure");
+  out.open("figcaption");
+  out.text(name);
+  out.leaf("span", fmt::format(" {}", rangeText(sensor, range)));
+  out.close();
+  Svg::write(out,
+             Svg::LinePlot{
+                 {id, name, tr("A line over the time of the run: {}.", rangeText(sensor, range))},
+                 sensor.values.points(),
+                 seconds,
+                 sensor.most});
+  {
+    const Folded folded(out, tr("The same as a table"), "data");
+    Table table(out, tr("{} in {}", name, shown(sensor.unit)),
+                {"#" + tr("From"), "#" + tr("To"), "#" + tr("Lowest"), "#" + tr("Highest")});
+    const Svg::ThinnedSeries few = sensor.values.thinned(kMostRowsOfSeries);
+    for (const Svg::ThinnedSeries::Bucket& bucket : few.buckets()) {
+      table.row({offsetText(bucket.from), offsetText(bucket.to), numberText(bucket.lowest.y),
+                 numberText(bucket.highest.y)});
+    }
+  }
+  out.close();
+}
+
+// The hottest, by what is left to its limit, is what matters first.
+std::vector<const RunStory::Sensor*> sensorsOf(const RunStory& story) {
+  std::vector<const RunStory::Sensor*> sensors;
+  for (const RunStory::Sensor& sensor : story.sensors()) {
+    if (sensor.values.count() > 0) {
+      sensors.push_back(&sensor);
+    }
+  }
+  const auto shareOf = [](const RunStory::Sensor* sensor) {
+    return sensor->most && *sensor->most > 0 ? rangeOf(*sensor).highest / *sensor->most : 0;
+  };
+  std::stable_sort(sensors.begin(), sensors.end(),
+                   [&](const RunStory::Sensor* left, const RunStory::Sensor* right) {
+                     const int first = placeOfGroup(left->unit);
+                     const int second = placeOfGroup(right->unit);
+                     return first != second ? first < second : shareOf(left) > shareOf(right);
+                   });
+  return sensors;
+}
+
+// The highest value of each against its limit.
+void writeLimits(Svg::Markup& out, const PageRun& run,
+                 const std::vector<const RunStory::Sensor*>& sensors) {
+  Svg::BarPlot plot{{run.id + "-limits", tr("Highest values against their limits"),
+                     tr("Bars: the highest value of each sensor, with a line at its limit. The "
+                        "captions of the plots below tell the same.")},
+                    {}};
+  for (const RunStory::Sensor* sensor : sensors) {
+    if (sensor->most && *sensor->most > 0 && plot.bars.size() < kMostBars) {
+      const double highest = std::max(rangeOf(*sensor).highest, 0.0);
+      plot.bars.push_back(
+          {shown(sensor->name),
+           tr("{} of {} {}", numberText(highest), numberText(*sensor->most), shown(sensor->unit)),
+           highest, std::max(highest, *sensor->most) * kBeyondLimit, sensor->most});
+    }
+  }
+  if (!plot.bars.empty()) {
+    out.open("figure", {{"class", "bars"}});
+    out.leaf("figcaption", tr("Highest values against their limits"));
+    Svg::write(out, plot);
+    out.close();
+  }
+}
+
+/// Siblings of one figure in a plot, and what names it.
+struct FigurePlot {
+  std::string id;
+  std::string title;
+  std::string description;
+};
+
+void writeBars(Svg::Markup& out, const RunStory& story, const FigurePlot& figure,
+               const std::string& unit, const std::vector<RunStory::Value>& values) {
+  Svg::BarPlot plot{{figure.id, figure.title, figure.description}, {}};
+  for (const RunStory::Value& value : values) {
+    plot.bars.push_back({shown(story.lanes()[value.lane].device),
+                         fmt::format("{} {}", numberText(value.value), shown(unit)), value.value, 0,
+                         std::nullopt});
+  }
+  Svg::write(out, plot);
+}
+
+void writeStrips(Svg::Markup& out, const RunStory& story, const FigurePlot& figure,
+                 const std::string& unit, const RunStory::ValuesByTest& values) {
+  Svg::StripPlot plot{{figure.id, figure.title, figure.description}, {}};
+  for (const auto& [test, of] : values) {
+    if (of.size() < 2 || plot.rows.size() == kMostStrips) {
+      continue;
+    }
+    Svg::StripPlot::Row row{shown(test), {}};
+    for (const RunStory::Value& value : of) {
+      row.dots.push_back({fmt::format("{}: {} {}", shown(story.lanes()[value.lane].device),
+                                      numberText(value.value), shown(unit)),
+                          value.value});
+    }
+    plot.rows.push_back(row);
+  }
+  Svg::write(out, plot);
+}
+
+void writeFigureTable(Svg::Markup& out, const RunStory& story, const std::string& title,
+                      const RunStory::ValuesByTest& values) {
+  const Folded folded(out, tr("The same as a table"), "data");
+  Table table(out, title, {tr("Test"), tr("Device"), "#" + tr("Value")});
+  std::size_t written = 0;
+  for (const auto& [test, of] : values) {
+    for (const RunStory::Value& value : of) {
+      if (written++ < kMostRowsOfFigure) {
+        table.row({test, story.lanes()[value.lane].device, numberText(value.value)});
+      }
+    }
+  }
+  if (written > kMostRowsOfFigure) {
+    table.row({tr("and {} more", written - kMostRowsOfFigure), "", ""});
+  }
+}
+
+// The two that stand farthest apart, for who does not look at the plot.
+std::string extremesOf(const RunStory& story, const std::string& unit,
+                       const RunStory::ValuesByTest& values) {
+  const RunStory::Value* lowest = nullptr;
+  const RunStory::Value* highest = nullptr;
+  for (const auto& [test, of] : values) {
+    for (const RunStory::Value& value : of) {
+      lowest = lowest == nullptr || value.value < lowest->value ? &value : lowest;
+      highest = highest == nullptr || value.value > highest->value ? &value : highest;
+    }
+  }
+  return lowest == nullptr
+             ? ""
+             : tr("lowest {0} {4} on {1}, highest {2} {4} on {3}", numberText(lowest->value),
+                  story.lanes()[lowest->lane].device, numberText(highest->value),
+                  story.lanes()[highest->lane].device, unit);
+}
+
+void writeFigure(Svg::Markup& out, const RunStory& story, const RunStory::FigureKey& key,
+                 const RunStory::ValuesByTest& values, const std::string& id) {
+  const std::string title = shown(tr("{}: {}", key.package, toWords(key.name)));
+  const std::string extremes = shown(extremesOf(story, key.unit, values));
+  const FigurePlot figure{
+      id, title, tr("Devices beside each other: {}. The table below tells all.", extremes)};
+  out.open("figure");
+  out.open("figcaption");
+  out.text(title);
+  out.leaf("span", fmt::format(" {}", extremes));
+  out.close();
+  const std::vector<RunStory::Value>& first = values.begin()->second;
+  const bool isOfBars = values.size() == 1 && first.size() <= kMostBars &&
+                        std::all_of(first.begin(), first.end(),
+                                    [](const RunStory::Value& value) { return value.value >= 0; });
+  if (isOfBars) {
+    writeBars(out, story, figure, key.unit, first);
+  } else {
+    writeStrips(out, story, figure, key.unit, values);
+  }
+  writeFigureTable(out, story, title, values);
+  out.close();
+}
+
+// One value alone is no picture; it stands in the table of tests.
+bool isWorthAPlot(const RunStory::ValuesByTest& values) {
+  return std::any_of(values.begin(), values.end(),
+                     [](const auto& of) { return of.second.size() > 1; });
+}
+
+/// The sensors of one group, from the first of them on.
+using SensorsFrom = std::vector<const RunStory::Sensor*>::const_iterator;
+
+void writePlots(Svg::Markup& out, const PageRun& run, SensorsFrom from, SensorsFrom to,
+                std::size_t& number) {
+  out.open("div", {{"class", "plots"}});
+  for (; from != to; ++from) {
+    writeSensor(out, **from, fmt::format("{}-sensor{}", run.id, ++number), run.record.seconds());
+  }
+  out.close();
+}
+
+void writeGroup(Svg::Markup& out, const PageRun& run, SensorsFrom from, SensorsFrom to,
+                std::size_t& number) {
+  out.leaf("h4", groupOf((*from)->unit));
+  const auto open = from + std::min<std::ptrdiff_t>(to - from, kMostSensorsOpen);
+  writePlots(out, run, from, open, number);
+  if (open != to) {
+    const Folded folded(out, tr("{} more sensors", to - open));
+    writePlots(out, run, open, to, number);
+  }
+}
+
+}  // namespace
+
+void writeTimeline(Svg::Markup& out, const PageRun& run) {
+  if (run.story.lanes().empty()) {
+    return;
+  }
+  const Section section(out, run.id + "-timeline", tr("What ran when"));
+  const std::vector<const RunStory::Lane*> lanes = lanesOf(run.story);
+  Svg::Timeline timeline{{run.id + "-lanes", tr("What ran when, by device"),
+                          tr("A lane for each device, over the time of the run. The table below "
+                             "tells the same.")},
+                         run.record.seconds(),
+                         {}};
+  Room room;
+  for (const RunStory::Lane* lane : lanes) {
+    timeline.lanes.push_back(laneOf(run.story, *lane, room));
+  }
+  writeParagraph(out, "quiet",
+                 tr("Low bars have passed, tall ones have not. What the watch found beside the "
+                    "tests: \u2715 a failure, \u25b2 a warning or trouble, \u25a0 news."));
+  out.open("div", {{"class", "wide"},
+                   {"tabindex", "0"},
+                   {"role", "group"},
+                   {"aria-label", tr("What ran when, by device")}});
+  out.open("div", {{"class", "timeline"}});
+  Svg::write(out, timeline);
+  out.close();
+  out.close();
+  if (lanes.size() < run.story.lanes().size()) {
+    writeParagraph(out, "quiet",
+                   tr("and {} more devices", run.story.lanes().size() - lanes.size()));
+  }
+  writeLanesAsTable(out, lanes);
+}
+
+void writeSensors(Svg::Markup& out, const PageRun& run) {
+  std::vector<const RunStory::Sensor*> sensors = sensorsOf(run.story);
+  if (sensors.empty()) {
+    return;
+  }
+  const Section section(out, run.id + "-sensors", tr("Temperatures, frequencies, fans, power"));
+  writeLimits(out, run, sensors);
+  const std::size_t all = sensors.size() + run.story.omitted().sensors;
+  sensors.resize(std::min(sensors.size(), kMostSensorsDrawn));
+  std::size_t number = 0;
+  for (auto from = sensors.cbegin(); from != sensors.cend();) {
+    const std::string group = groupOf((*from)->unit);
+    const auto to = std::find_if(from, sensors.cend(), [&](const RunStory::Sensor* sensor) {
+      return groupOf(sensor->unit) != group;
+    });
+    writeGroup(out, run, from, to, number);
+    from = to;
+  }
+  if (all > sensors.size()) {
+    writeParagraph(out, "quiet",
+                   tr("and {} more sensors, which the log has", all - sensors.size()));
+  }
+}
+
+void writeFigures(Svg::Markup& out, const PageRun& run) {
+  const auto& figures = run.story.figures();
+  const bool hasAny = std::any_of(figures.begin(), figures.end(),
+                                  [](const auto& figure) { return isWorthAPlot(figure.second); });
+  if (!hasAny) {
+    return;
+  }
+  const Section section(out, run.id + "-figures", tr("Figures of siblings"));
+  const std::size_t begin = out.size();
+  std::size_t number = 0;
+  std::size_t further = 0;
+  out.open("div", {{"class", "plots"}});
+  for (const auto& [key, values] : figures) {
+    if (!isWorthAPlot(values)) {
+      continue;
+    }
+    if (out.size() - begin > kMostFigureBytes) {
+      ++further;
+      continue;
+    }
+    writeFigure(out, run.story, key, values, fmt::format("{}-figure{}", run.id, ++number));
+  }
+  out.close();
+  if (further > 0) {
+    writeParagraph(out, "quiet", tr("and {} more figures, which the log has", further));
+  }
+}
+
+}  // namespace TarvexDiags::FrontEnd::Html
