@@ -35,8 +35,8 @@ _diagctl_values() {
     --mode) values="customer factory bringup" ;;
     --format)
       case $2 in
-        run) values="text jsonl junit tap json" ;;
-        report) values="text jsonl junit tap" ;;
+        run) values="text jsonl junit tap html json" ;;
+        report) values="text jsonl junit tap html" ;;
         watch) values="text jsonl" ;;
         *) values="text json" ;;
       esac
@@ -118,7 +118,7 @@ _diagctl() {
   fi
   if [[ $previous == -o || $previous == --output ]]; then
     compopt -o nospace 2>/dev/null
-    mapfile -t COMPREPLY < <(compgen -W "text= jsonl= junit= tap=" -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W "text= jsonl= junit= tap= html=" -- "$current")
     return
   fi
   case $previous in

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "diagctl/report/HtmlReporter.h"
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/JunitReporter.h"
 #include "diagctl/report/SummaryReporter.h"
@@ -26,6 +27,10 @@ std::unique_ptr<Reporter> makeTap(Printer& out, const ReportSettings& settings) 
   return std::make_unique<TapReporter>(out, settings.conditions, settings.mostHeld);
 }
 
+std::unique_ptr<Reporter> makeHtml(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<HtmlReporter>(out, settings.mostHeld);
+}
+
 std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {
   return std::make_unique<TextReporter>(out, settings);
 }
@@ -38,9 +43,9 @@ std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settin
 
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
-      {kTextFormat, true, false, makeText},        {kLogFormat, true, true, makeLog},
-      {"junit", true, false, makeJunit},           {"tap", true, false, makeTap},
-      {kSummaryFormat, false, false, makeSummary},
+      {kTextFormat, true, false, makeText}, {kLogFormat, true, true, makeLog},
+      {"junit", true, false, makeJunit},    {"tap", true, false, makeTap},
+      {"html", true, false, makeHtml},      {kSummaryFormat, false, false, makeSummary},
   };
   return kTable;
 }

@@ -364,6 +364,42 @@ TEST_F(Diagctl, one_run_writes_all_formats_and_report_turns_the_log_into_the_sam
   EXPECT_EQ(diagctl({"report", log, "--format", "jsonl"}).out, contentsOf(log));
 }
 
+TEST_F(Diagctl, the_page_of_a_run_tells_its_verdict_and_findings_live_and_from_the_log) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  const std::string page = place.path("run.html");
+  const Outcome live = run({"run", "-q", "-o", "jsonl=" + log, "-o", "html=" + page});
+  EXPECT_EQ(live.exitCode, kHardwareFailure);
+  const Outcome told = diagctl({"report", log, "--format", "html"});
+  EXPECT_EQ(told.exitCode, kHardwareFailure);
+  for (const std::string& text : {contentsOf(page), told.out}) {
+    EXPECT_EQ(parseXml(text)["tag"], "html");
+    EXPECT_THAT(text, AllOf(HasSubstr("FAILED: the hardware is at fault"), HasSubstr("bus/left"),
+                            HasSubstr("Package MIX: Weak"), HasSubstr("2 devices")));
+    EXPECT_THAT(text, HasSubstr(artifacts(parseLines(contentsOf(log)), "testRunStart")
+                                    .at(0)["dutInfo"]["name"]
+                                    .get<std::string>()));
+  }
+}
+
+TEST_F(Diagctl, the_page_of_a_killed_run_is_made_of_its_log) {
+  addSlowPackage();
+  const std::string log = place.path("run.jsonl");
+  const std::string page = place.path("run.html");
+  Program program(
+      {"--config", place.controlFile(), "run", "-o", "jsonl=" + log, "-o", "html=" + page});
+  ASSERT_TRUE(program.waitFor("running  Package SLOW: Long"));
+  program.signal(SIGKILL);
+  program.finish();
+  EXPECT_FALSE(std::filesystem::exists(page)) << "whole or not at all";
+  EXPECT_EQ(diagctl({"report", log, "-o", "html=" + page}).exitCode, kNoVerdict);
+  EXPECT_EQ(parseXml(contentsOf(page))["tag"], "html");
+  EXPECT_THAT(contentsOf(page),
+              AllOf(HasSubstr("ERROR: no verdict on all of it"), HasSubstr("The run was cut short"),
+                    HasSubstr("It was cut off: the run ended before the test did."),
+                    Not(HasSubstr("PASSED"))));
+}
+
 TEST_F(Diagctl, output_to_a_dash_takes_the_place_of_the_text) {
   addMixedPackage();
   const Outcome outcome = run({"run", "-t", "Good", "-o", "tap=-"});

@@ -97,8 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
              "--mode: 'vacation' is none of customer, factory, bringup"},
         Slip{{"run", "--format", "t"}, "--format: 't' may be 'text' or 'tap'"},
         Slip{{"run", "-o", "junti=x"},
-             "--output: 'junti=x' is not FORMAT=FILE with text, jsonl, junit or tap; did you mean "
-             "'junit'?"},
+             "--output: 'junti=x' is not FORMAT=FILE with text, jsonl, junit, tap or html; did "
+             "you mean 'junit'?"},
         Slip{{"run", "--passes", "many"},
              "--passes: 'many' is no whole number from 1 to 1000000000"},
         Slip{{"run", "--seed", "0"},
