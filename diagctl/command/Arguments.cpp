@@ -61,7 +61,7 @@ class Scan {
       } else if (isOptionPossible && word.size() > 1 && word.front() == '-') {
         takeShort(word.substr(1));
       } else if (m_result.verb == nullptr) {
-        m_result.verb = &verbNamed(word, m_verbs);
+        takeVerb(word);
       } else {
         m_plain.push_back(word);
       }
@@ -74,6 +74,19 @@ class Scan {
   }
 
  private:
+  // A verb may have a second word, which stands right behind the first.
+  void takeVerb(const std::string& word) {
+    m_result.verb = &verbNamed(word, m_verbs);
+    const std::string both =
+        m_next < m_words.size() ? m_result.verb->name + " " + m_words[m_next] : "";
+    for (const Verb& verb : m_verbs) {
+      if (verb.name == both) {
+        m_result.verb = &verb;
+        ++m_next;
+      }
+    }
+  }
+
   /// An option, and whose it is.
   struct Found {
     const CLI::Option* option = nullptr;
@@ -280,7 +293,9 @@ const Verb& verbNamed(const std::string& word, const std::deque<Verb>& verbs) {
     if (verb.name == word) {
       return verb;
     }
-    names.push_back(verb.name);
+    if (verb.name.find(' ') == std::string::npos) {
+      names.push_back(verb.name);
+    }
   }
   const std::vector<std::string> candidates = beginningWith(word, names);
   if (candidates.size() == 1) {

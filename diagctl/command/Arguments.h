@@ -12,7 +12,7 @@ namespace TarvexDiags::FrontEnd {
 
 /// A verb: its options, and what it does once they were taken.
 struct Verb {
-  std::string name;
+  std::string name;      ///< of one word or two: "inventory check"
   std::string text;      ///< what it does, in a line
   std::string examples;  ///< of command lines, a line each
   std::unique_ptr<CLI::App> command;
@@ -37,7 +37,7 @@ struct Arguments {
 void readArguments(const std::vector<std::string>& words, const CLI::App& program,
                    const std::deque<Verb>& verbs, Arguments& arguments);
 
-/// The verb that a word stands for: by its name, or the only one that begins so.
+/// The verb that a word stands for: by its name, or the only one of one word that begins so.
 /// @throws UsageFault
 const Verb& verbNamed(const std::string& word, const std::deque<Verb>& verbs);
 
