@@ -23,6 +23,10 @@ _diagctl_options() {
     list | show | check) echo "$packages --format" ;;
     explain) echo "--format" ;;
     inventory) echo "-o --output --redact --redact-key --root" ;;
+    "inventory check")
+      echo "--against --rules --root --format -o --output --strict --exit-style --only-problems -v --verbose"
+      ;;
+    "inventory golden") echo "-o --output --rules" ;;
   esac
   echo "-h --help --version -c --config --lang --allow-insecure"
 }
@@ -36,7 +40,7 @@ _diagctl_values() {
     --format)
       case $2 in
         run) values="text jsonl junit tap html json" ;;
-        report) values="text jsonl junit tap html" ;;
+        report | "inventory check") values="text jsonl junit tap html" ;;
         watch) values="text jsonl" ;;
         *) values="text json" ;;
       esac
@@ -97,10 +101,14 @@ _diagctl_offer() {
 _diagctl() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
   local verbs="list show inventory run watch health estimate check explain report merge selftest help version" verb="" word
+  local parts="check golden diff"
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-    if [[ " $verbs " == *" $word "* ]]; then
-      verb=$word
+    if [[ $verb == inventory ]]; then
+      [[ " $parts " != *" $word "* ]] || verb="inventory $word"
       break
+    elif [[ " $verbs " == *" $word "* ]]; then
+      verb=$word
+      [[ $verb == inventory ]] || break
     fi
   done
   # "--format=te" comes as three words.
@@ -113,7 +121,7 @@ _diagctl() {
       previous=FILE
     fi
   fi
-  if [[ ($verb == inventory || $verb == merge) && ($previous == -o || $previous == --output) ]]; then
+  if [[ ($verb == inventory || $verb == "inventory golden" || $verb == merge) && ($previous == -o || $previous == --output) ]]; then
     previous=FILE
   fi
   if [[ $previous == -o || $previous == --output ]]; then
@@ -122,7 +130,7 @@ _diagctl() {
     return
   fi
   case $previous in
-    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | FILE)
+    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | --against | --rules | FILE)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;
@@ -144,7 +152,8 @@ _diagctl() {
           _diagctl_names tests)
         ;;
       explain) _diagctl_offer "$current" < <(_diagctl_codes) ;;
-      report | merge) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
+      inventory) mapfile -t COMPREPLY < <(compgen -W "$parts" -- "$current") ;;
+      report | merge | "inventory golden" | "inventory diff") mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     esac
   fi
 }

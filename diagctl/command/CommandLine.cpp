@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -21,6 +22,7 @@
 #include "diagctl/command/ExplainCommand.h"
 #include "diagctl/command/HealthCommand.h"
 #include "diagctl/command/Help.h"
+#include "diagctl/command/InventoryCheck.h"
 #include "diagctl/command/InventoryCommand.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
@@ -122,11 +124,16 @@ OptionGroup::Choices<std::string> formatChoices() {
   return choices;
 }
 
-/// By what a run is judged, and how much is told of it.
-void addJudgement(OptionGroup& group, ReportingOptions& options) {
+/// How much is told of what was found, and what it comes to.
+void addStrictness(OptionGroup& group, ReportingOptions& options) {
   group.flag("--only-problems", options.onlyProblems,
              tr("In the text, no line for what passed or was skipped"));
   group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
+}
+
+/// By what a run is judged, and how much is told of it.
+void addJudgement(OptionGroup& group, ReportingOptions& options) {
+  addStrictness(group, options);
   group
       .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,
                           {{"any", FailOnSkip::Everything}, {"privilege", FailOnSkip::Privilege}},
@@ -139,11 +146,10 @@ void addJudgement(OptionGroup& group, ReportingOptions& options) {
                            tr("What a device that vanishes during its test is"), "trouble");
 }
 
-/// How a run is told, and its outcome.
+/// How what was found is told.
 /// @param formats for standard output.
-void addReporting(CLI::App& command, ReportingOptions& options,
-                  const OptionGroup::Choices<std::string>& formats) {
-  OptionGroup group(command, tr("Reporting"));
+void addReports(OptionGroup& group, ReportingOptions& options,
+                const OptionGroup::Choices<std::string>& formats) {
   group.choice<std::string>("--format", "FORMAT", options.format, formats,
                             tr("Format on standard output"), kTextFormat);
   group.list("-o,--output", "FORMAT=FILE", options.outputs,
@@ -151,11 +157,19 @@ void addReporting(CLI::App& command, ReportingOptions& options,
   group.counted("-v,--verbose", options.verbosity,
                 tr("In the text, all information and figures of each test; twice, what it wrote "
                    "into the package's log as well"));
-  addJudgement(group, options);
   group.choice<ExitStyle>(
       "--exit-style", "STYLE", options.exitStyle,
       {{"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
       tr("Exit codes for a monitor"), "plain");
+}
+
+/// How a run is told, and its outcome.
+/// @param formats for standard output.
+void addReporting(CLI::App& command, ReportingOptions& options,
+                  const OptionGroup::Choices<std::string>& formats) {
+  OptionGroup group(command, tr("Reporting"));
+  addReports(group, options, formats);
+  addJudgement(group, options);
 }
 
 /// What settles how long tests take.
@@ -401,6 +415,7 @@ class CommandLine {
       take(takePlan(arguments, m_verbs, kProfiles, !m_global.allowsInsecure && mustBeSecure()));
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
+      requireSound(findFault(m_inventoryCheck.reporting.outputs));
       requireFitting();
       requireFittingHealth();
       requireSound(m_run.watch);
@@ -493,7 +508,7 @@ class CommandLine {
     return ExitCode::kPassed;
   }
 
-  CLI::App& add(const char* name, const std::string& text, const char* examples,
+  CLI::App& add(const std::string& name, const std::string& text, const char* examples,
                 std::function<int()> carryOut) {
     m_verbs.push_back(
         {name, text, examples, std::make_unique<CLI::App>(text, name), std::move(carryOut)});
@@ -565,6 +580,47 @@ class CommandLine {
                   "stays equal"));
     group.text("--root", "DIR", m_inventory.root,
                tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
+    addComparing();
+  }
+
+  static void addRules(OptionGroup& group, std::optional<std::string>& rules) {
+    group.text("--rules", "FILE", rules,
+               tr("Rules for what differs, as JSON, which come before those that come along"));
+  }
+
+  void addComparing() {
+    const std::string verb = "inventory";
+    CLI::App& checking = add(verb + " check", tr("Tell how this machine differs from a file"),
+                             "  diagctl inventory check --against golden.json\n"
+                             "  diagctl inventory check --against /etc/fleet --format junit",
+                             [this] { return checkInventory(); });
+    OptionGroup group(checking, "");
+    group.text("--against", "FILE", m_inventoryCheck.against,
+               tr("What the machine should be: of golden, or an inventory; or a directory with one "
+                  "for each kind of machine"));
+    addRules(group, m_inventoryCheck.rules);
+    group.text("--root", "DIR", m_inventoryCheck.root,
+               tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
+    OptionGroup reporting(checking, tr("Reporting"));
+    addReports(reporting, m_inventoryCheck.reporting, formatChoices());
+    addStrictness(reporting, m_inventoryCheck.reporting);
+    CLI::App& deriving =
+        add(verb + " golden", tr("Derive from inventories what most of the machines are"),
+            "  diagctl inventory golden fleet/*.json -o golden.json",
+            [this] { return carryOutInventoryGolden(m_inventoryGolden); });
+    addWord(deriving, "FILE", m_inventoryGolden.files, tr("Inventories, at least four")).required();
+    OptionGroup derived(deriving, "");
+    derived.text("-o,--output", "FILE", m_inventoryGolden.output, tr("Where the document goes"),
+                 tr("standard output"));
+    addRules(derived, m_inventoryGolden.rules);
+    CLI::App& comparing =
+        add(verb + " diff", tr("Tell in what two inventories differ"),
+            "  diagctl inventory diff before.json after.json", [this] {
+              return carryOutInventoryDiff(standardOutput(), m_inventories[0], m_inventories[1]);
+            });
+    addWord(comparing, "ONE", m_inventories[0], tr("An inventory, or what golden wrote"))
+        .required();
+    addWord(comparing, "OTHER", m_inventories[1], tr("Another one")).required();
   }
 
   void addRunning() {
@@ -661,12 +717,13 @@ class CommandLine {
   }
 
   void addTelling() {
-    CLI::App& helping =
-        add(kHelp, tr("Tell what there is, or all of a verb"), "  diagctl help\n  diagctl help run",
-            [this] {
-              return tellHelp(m_helpedVerb.empty() ? nullptr : &verbNamed(m_helpedVerb, m_verbs));
-            });
-    addWord(helping, "VERB", m_helpedVerb, tr("The verb to tell of"));
+    CLI::App& helping = add(kHelp, tr("Tell what there is, or all of a verb"),
+                            "  diagctl help\n  diagctl help run", [this] {
+                              const std::string verb =
+                                  fmt::format("{}", fmt::join(m_helpedVerb, " "));
+                              return tellHelp(verb.empty() ? nullptr : &verbNamed(verb, m_verbs));
+                            });
+    addWord(helping, "VERB", m_helpedVerb, tr("The verb to tell of")).expected(0, 2);
     add("version", tr("Tell the version"), "  diagctl version", [] { return tellVersion(); });
   }
 
@@ -686,6 +743,14 @@ class CommandLine {
     return carryOutHealth(m_health);
   }
 
+  int checkInventory() {
+    if (m_inventoryCheck.against.empty()) {
+      throw UsageFault(tr("--against is missing: what the machine should be"));
+    }
+    m_inventoryCheck.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    return carryOutInventoryCheck(m_inventoryCheck);
+  }
+
   int run() {
     m_run.allowsInsecure = m_global.allowsInsecure;
     m_run.config = m_global.config;
@@ -703,6 +768,9 @@ class CommandLine {
   LookOptions m_explained;
   LookOptions m_checked;
   InventoryOptions m_inventory;
+  InventoryCheckOptions m_inventoryCheck;
+  InventoryGoldenOptions m_inventoryGolden;
+  std::array<std::string, 2> m_inventories;
   RunCommandOptions m_run;
   WatchCommandOptions m_watch;
   HealthOptions m_health;
@@ -710,7 +778,7 @@ class CommandLine {
   ReportCommandOptions m_report;
   MergeCommandOptions m_merge;
   std::string m_selfTestPackages;
-  std::string m_helpedVerb;
+  std::vector<std::string> m_helpedVerb;
   std::deque<Verb> m_verbs;
 };
 

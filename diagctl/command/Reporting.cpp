@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -58,6 +59,11 @@ bool wantsLog(const ReportingOptions& options) {
   return options.verbosity > 1 || formatOf(options) == kLogFormat ||
          std::any_of(options.outputs.begin(), options.outputs.end(),
                      [&](const std::string& output) { return output.starts_with(head); });
+}
+
+bool isColoured(int descriptor) {
+  const char* noColour = std::getenv("NO_COLOR");
+  return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
 }
 
 std::size_t lineWidthOfOutput() {

@@ -30,6 +30,9 @@ std::string formatOf(const ReportingOptions& options);
 /// Whether somebody reads what tests write into their package's log: with the text, or in a log.
 bool wantsLog(const ReportingOptions& options);
 
+/// Whether verdicts may be coloured on what a descriptor leads to.
+bool isColoured(int descriptor);
+
 /// Where a text on standard output breaks its lines: at the window's width; 0 where there is none.
 std::size_t lineWidthOfOutput();
 

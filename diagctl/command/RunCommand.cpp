@@ -44,11 +44,6 @@ namespace {
 
 namespace Contract = PackageKit::Contract;
 
-bool isColoured(int descriptor) {
-  const char* noColour = std::getenv("NO_COLOR");
-  return isatty(descriptor) != 0 && (noColour == nullptr || *noColour == '\0');
-}
-
 constexpr unsigned long kMostSeconds = 1UL << 40;  ///< that a run is told to take
 
 /// What a run has to do by the packages' descriptions, which its start does not wait for, and how

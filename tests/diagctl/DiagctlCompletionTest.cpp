@@ -48,6 +48,12 @@ const std::vector<std::string>& verbs() {
   return kNames;
 }
 
+/// Those of two words.
+const std::vector<std::string>& partsOfInventory() {
+  static const std::vector<std::string> kNames = {"check", "golden", "diff"};
+  return kNames;
+}
+
 std::set<std::string> wordsOf(const std::string& text) {
   std::istringstream stream(text);
   return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
@@ -71,6 +77,13 @@ TEST_F(Diagctl, bash_completes_every_verb_and_option) {
     std::set<std::string> expected = optionsOf({verb, "--help"});
     expected.insert({"-c", "--config", "--lang", "--allow-insecure"});
     EXPECT_EQ(completions("diagctl " + verb + " -", file), expected) << verb;
+  }
+  EXPECT_EQ(completions("diagctl inventory \"\"", file),
+            std::set<std::string>(partsOfInventory().begin(), partsOfInventory().end()));
+  for (const std::string& part : partsOfInventory()) {
+    std::set<std::string> expected = optionsOf({"inventory", part, "--help"});
+    expected.insert({"-c", "--config", "--lang", "--allow-insecure"});
+    EXPECT_EQ(completions("diagctl inventory " + part + " -", file), expected) << part;
   }
   EXPECT_EQ(completions("diagctl -", file), optionsOf({"--help"}));
   EXPECT_EQ(completions("diagctl run --profile q", file), std::set<std::string>{"quick"});
@@ -108,6 +121,13 @@ TEST_F(Diagctl, zsh_completes_every_verb_and_option) {
   for (const std::string& verb : verbs()) {
     beginnings.push_back("diagctl " + verb + " -");
     expected.push_back(optionsOf({verb, "--help"}));
+    expected.back().insert({"-c", "--config", "--lang", "--allow-insecure"});
+  }
+  beginnings.emplace_back("diagctl inventory ");
+  expected.emplace_back(partsOfInventory().begin(), partsOfInventory().end());
+  for (const std::string& part : partsOfInventory()) {
+    beginnings.push_back("diagctl inventory " + part + " -");
+    expected.push_back(optionsOf({"inventory", part, "--help"}));
     expected.back().insert({"-c", "--config", "--lang", "--allow-insecure"});
   }
   const auto offers = completionsOfZsh(beginnings, place.path("words"));
@@ -211,6 +231,10 @@ TEST_F(Diagctl, the_manual_names_every_verb_and_option) {
   for (const std::string& verb : verbs()) {
     options.merge(optionsOf({verb, "--help"}));
     EXPECT_THAT(manual, ::testing::ContainsRegex("\n\\.(B|BI|BR) " + verb));
+  }
+  for (const std::string& part : partsOfInventory()) {
+    options.merge(optionsOf({"inventory", part, "--help"}));
+    EXPECT_THAT(manual, HasSubstr("\n.BI \"inventory " + part));
   }
   EXPECT_GT(options.size(), 30U);
   for (const std::string& option : options) {

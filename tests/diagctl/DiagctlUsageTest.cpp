@@ -61,7 +61,18 @@ INSTANTIATE_TEST_SUITE_P(
         Slip{{"merge"}, "LOG is missing"},
         Slip{{"merge", "-", "-"}, "standard input holds one log, and is named twice"},
         Slip{{"show", "one", "two"}, "'two' is a word too many"},
-        Slip{{"check", "it"}, "'it' is no option, and nothing else is taken here"}));
+        Slip{{"check", "it"}, "'it' is no option, and nothing else is taken here"},
+        Slip{{"inventory", "it"}, "'it' is no option, and nothing else is taken here"},
+        Slip{{"inventory", "check"}, "--against is missing: what the machine should be"},
+        Slip{{"inventory", "check", "--against", "a", "b"},
+             "'b' is no option, and nothing else is taken here"},
+        Slip{{"inventory", "golden"}, "FILE is missing"},
+        Slip{{"inventory", "golden", "a", "b", "c"},
+             "of 3 machines there is no majority that means anything; at least 4 are needed"},
+        Slip{{"inventory", "diff", "a"}, "OTHER is missing"},
+        Slip{{"inventory", "diff", "a", "b", "c"}, "'c' is a word too many"},
+        Slip{{"inventory", "--against", "a"},
+             "there is no option '--against' here; it is one of inventory check"}));
 
 INSTANTIATE_TEST_SUITE_P(
     OfOptions, Slips,
