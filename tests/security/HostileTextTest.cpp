@@ -214,6 +214,10 @@ TEST_F(HostileText, of_arguments_and_paths_is_written_out_in_errors) {
                               {"inventory", "--root", path},
                               {"inventory", "-o", path + "/document"},
                               {"inventory", "--redact-key", path},
+                              {"inventory", "check", "--against", path},
+                              {"inventory", "check", "--against", path, "--rules", path},
+                              {"inventory", "golden", path, path, path, path},
+                              {"inventory", "diff", path, path},
                               {"help", evil},
                               {evil},
                               {"--config", path, "list"},
@@ -251,6 +255,32 @@ TEST_F(HostileText, is_written_out_by_a_check_of_health_and_by_its_last_result) 
     expectHarmless(withControlFile(check));
     expectHarmless(withControlFile(check + Arguments{"--cached", "1h"}));
   }
+}
+
+TEST_F(HostileText, of_inventories_is_written_out_by_what_compares_them) {
+  const std::string golden = place.path("golden.json");
+  FakeMachine machine;
+  machine.has("sys/class/dmi/id/product_name", "Box\n");
+  ASSERT_EQ(diagctl({"inventory", "--root", machine.path(), "-o", golden}).exitCode,
+            DiagctlTest::kPassed);
+  auto document = nlohmann::json::parse(contentsOf(golden));
+  const std::string evil = "Evil" + kHostile;
+  document["system"]["product"] = evil;
+  document["disks"][evil] = {{"model", evil}, {"serialNumber", evil}, {"name", evil}};
+  document["pci"]["0000:00/" + evil] = {{"vendor", evil}, {"slot", evil}};
+  document["kernel"] = {{evil, evil}, {"taints", {evil, 1}}, {"release", {{evil, evil}}}};
+  place.write(golden, document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  for (const char* const format : {"text", "jsonl", "junit", "tap"}) {
+    expectHarmless({"inventory", "check", "--against", golden, "--root", machine.path(), "-v",
+                    "--format", format});
+  }
+  const std::string other = place.path("other.json");
+  ASSERT_EQ(diagctl({"inventory", "--root", machine.path(), "-o", other}).exitCode,
+            DiagctlTest::kPassed);
+  expectHarmless({"inventory", "diff", golden, other});
+  expectHarmless({"inventory", "golden", golden, other, other, other});
+  place.write(other, R"([{"path": ")" + std::string("/a") + R"(", "compare": "\u001b[31mEvil"}])");
+  expectHarmless({"inventory", "check", "--against", golden, "--rules", other});
 }
 
 TEST_F(HostileText, of_the_machine_is_written_out_by_a_watch) {
