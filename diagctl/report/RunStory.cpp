@@ -49,7 +49,7 @@ StepStarted named(StepStarted start) {
   return start;
 }
 
-std::size_t sizeOf(const StepStarted& start) {
+std::size_t bytesOfStart(const StepStarted& start) {
   return sizeof(StepStarted) + kNode + start.stepId.size() + start.package.size() +
          start.device.size() + start.test.size();
 }
@@ -82,7 +82,7 @@ struct RunStory::Into {
   void operator()(const RunStarted& start) const { story.m_start = start; }
   void operator()(const StepStarted& started) const {
     StepStarted open = named(started);
-    if (!story.m_open.contains(open.stepId) && story.makeRoom(sizeOf(open))) {
+    if (!story.m_open.contains(open.stepId) && story.makeRoom(bytesOfStart(open))) {
       story.m_open[open.stepId] = std::move(open);
     }
   }
@@ -186,7 +186,7 @@ void RunStory::mark(double at, const std::string& stepId, Verdict verdict,
 
 void RunStory::takeEnded(const StepRecord& step) {
   if (const auto open = m_open.find(step.start.stepId); open != m_open.end()) {
-    m_size -= sizeOf(open->second);
+    m_size -= bytesOfStart(open->second);
     m_open.erase(open);
   }
   const StepRecord::Outcome outcome = step.outcome();
@@ -229,7 +229,7 @@ bool RunStory::addProblem(const StepRecord& step) {
   problem.begin = secondsAt(step.begin);
   problem.seconds = step.seconds();
   problem.passes = step.passes();
-  if (!makeRoom(sizeof(Problem) + sizeOf(problem.start) + problem.finding.size() +
+  if (!makeRoom(sizeof(Problem) + bytesOfStart(problem.start) + problem.finding.size() +
                 problem.action.size() + sizeOfTexts(problem.further) +
                 sizeOfTexts(problem.furtherActions))) {
     ++m_omitted.problems;
@@ -245,7 +245,7 @@ void RunStory::fold(const StepRecord& step) {
   const StepStarted start = named(step.start);
   const FoldKey key{start.package, start.test, outcome,
                     hasPassed ? std::string() : kept(step.headline())};
-  const std::size_t size = sizeof(FoldKey) + sizeof(Fold) + sizeOf(start) + key.reason.size();
+  const std::size_t size = sizeof(FoldKey) + sizeof(Fold) + bytesOfStart(start) + key.reason.size();
   if (!m_folds.contains(key) && !makeRoom(size)) {
     ++m_omitted.folded;
     return;
@@ -270,7 +270,7 @@ void RunStory::takeFigures(const StepRecord& step, std::uint32_t lane) {
     }
     const FigureKey key{start.package, kept(figure.name), kept(figure.unit)};
     const bool isNew = !m_figures.contains(key) || !m_figures[key].contains(start.test);
-    if (!makeRoom(sizeof(Value) + (isNew ? sizeof(FigureKey) + 2 * sizeOf(start) : 0))) {
+    if (!makeRoom(sizeof(Value) + (isNew ? sizeof(FigureKey) + 2 * bytesOfStart(start) : 0))) {
       ++m_omitted.values;
       continue;
     }
