@@ -186,6 +186,45 @@ TEST_F(WatchedRun, tells_what_no_test_ran_on_in_a_step_of_the_machine) {
               IsEmpty());
 }
 
+// A test of memory runs on the processors beside it, and another one tests one of these.
+TEST_F(WatchedRun, tells_what_belongs_to_several_tests_in_a_step_of_the_machine_that_names_them) {
+  const std::string counter = "sys/devices/system/cpu/cpu0/thermal_throttle/core_throttle_count";
+  m_machine.has("sys/devices/system/node/node0/cpu0/online", "1\n");
+  m_machine.has(counter, "3\n");
+  place.addPackage("CORE", {{.name = "Sums", .behaviour = "held"}}, {{"Core 0", "bus/cpu0"}});
+  const std::string other = "Package CORE: Sums on Core 0";
+  begin({"--watch=throttle"});
+  ASSERT_TRUE(m_run->waitForLog(m_test) && m_run->waitForLog(other));
+  show(counter, "5\n");
+  ASSERT_TRUE(m_run->waitForLog("throttled"));
+  place.write(place.packageFile("CORE") + ".go", "");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.steps(), UnorderedElementsAre(m_test, other, m_step));
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.verdictsOf(other), ElementsAre("PASSED"));
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("WARNING"));
+  for (const std::string test : {"Walking ones", "Sums"}) {
+    EXPECT_THAT(run.formatsWithout(m_step, test), IsEmpty());
+  }
+}
+
+// As long as the test has taken at most: the kernel tells of these errors late.
+TEST_F(WatchedRun, waits_at_its_end_for_what_is_told_late_and_names_the_test) {
+  begin({"--watch=edac", "--settle=20s"});
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  place.write(place.packageFile("HELD") + ".go", "");
+  ASSERT_TRUE(m_run->waitForLog("testStepEnd"));
+  correct(10);
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("WARNING"));
+  EXPECT_THAT(
+      run.formatsWithout(m_step, "Memory module DIMM_A1 corrected 3 errors during Walking ones."),
+      IsEmpty());
+}
+
 TEST_F(WatchedRun, believes_nobody_but_the_kernel) {
   addKernelLog();
   begin();
