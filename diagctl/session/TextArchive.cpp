@@ -6,6 +6,7 @@
 
 #include "diagctl/session/ConfigurationText.h"
 #include "packagekit/contract/KitCodes.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -28,6 +29,30 @@ std::string valueOf(const std::string& variable, std::size_t turn,
   const long number = std::strtol(variable.c_str(), nullptr, 10);
   const std::size_t order = number > 0 ? static_cast<std::size_t>(number) : turn;
   return parameters[std::min(order, parameters.size()) - 1];
+}
+
+std::vector<std::string> partsOf(std::string_view list, std::string_view between) {
+  std::vector<std::string> parts;
+  for (std::size_t end = 0; (end = list.find(between)) != std::string_view::npos;) {
+    parts.emplace_back(list.substr(0, end));
+    list.remove_prefix(end + between.size());
+  }
+  parts.emplace_back(list);
+  return parts;
+}
+
+// A token as its text; so is each of a list of them. Anything else as it is.
+std::string toldWord(const std::map<std::string, std::string>& texts,
+                     const std::string& parameter) {
+  std::string told;
+  for (const std::string& part : partsOf(parameter, PackageKit::Contract::kBetweenWords)) {
+    const std::string* const text = find(texts, part);
+    if (text == nullptr) {
+      return parameter;
+    }
+    told += (told.empty() ? "" : PackageKit::Contract::kBetweenWords) + *text;
+  }
+  return told;
 }
 
 }  // namespace
@@ -67,9 +92,7 @@ std::optional<std::string> TextArchive::message(int packageIndex, const std::str
     return std::nullopt;
   }
   for (std::string& parameter : parameters) {
-    if (const std::string* text = find(texts->second, parameter)) {
-      parameter = *text;
-    }
+    parameter = toldWord(texts->second, parameter);
   }
   return fillIn(withoutEmptyEnd(*found, parameters), parameters);
 }

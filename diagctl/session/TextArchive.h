@@ -32,7 +32,7 @@ class TextArchive {
   std::optional<std::string> token(int packageIndex, Diag::DiagnosticEvent::EventType type,
                                    unsigned int code) const;
   /// The text of a token, filled in as the controller does it. A parameter that is a token itself
-  /// is told as its text.
+  /// is told as its text, and so is a list of tokens (kBetweenWords).
   std::optional<std::string> message(int packageIndex, const std::string& language,
                                      const std::string& token,
                                      std::vector<std::string> parameters) const;

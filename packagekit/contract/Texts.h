@@ -11,6 +11,9 @@ inline constexpr std::array<const char*, 6> kLanguages = {"en", "de", "fr", "es"
 /// @brief Where a text is looked up that its language lacks.
 inline constexpr const char* kFallbackLanguage = kLanguages[0];
 
+/// @brief What stands between tokens where a parameter is a list of them.
+inline constexpr const char* kBetweenWords = "; ";
+
 /// @brief The token of the recommended next action, beside the text of a token.
 inline std::string toActionToken(const std::string& token) {
   return token + "_ACTION";

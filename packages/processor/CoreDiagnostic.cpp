@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "packagekit/contract/Texts.h"
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
 #include "packages/processor/CoreHold.h"
@@ -132,7 +133,7 @@ void reportResult(TestContext& context, const TestReport& report, std::size_t cl
 void reportMissing(const std::string& device, const ProcessorTest& test, RunJournal& journal) {
   std::string names;
   for (const std::string& name : missingChecks(test)) {
-    names += (names.empty() ? "" : ", ") + name;
+    names += (names.empty() ? "" : PackageKit::Contract::kBetweenWords) + name;
   }
   if (!names.empty()) {
     journal.report(ClassesMissing, {device, names});

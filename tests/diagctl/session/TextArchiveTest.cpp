@@ -55,7 +55,9 @@ class KeptTexts : public ::testing::Test {
     m_place.makeDirectory("de");
     m_place.write("disk.cfg", "[Error]\n7=STUCK\n8=\n[Warning]\n7=WEAK\n");
     m_place.write("en/disk.cfg", "[en]\nSTUCK=$1$ is stuck.\nARM=The arm\n");
-    m_place.write("de/disk.cfg", "[de]\nSTUCK=$1$ klemmt.\n[en]\nSTUCK=wrong section\n");
+    m_place.write("de/disk.cfg",
+                  "[de]\nSTUCK=$1$ klemmt.\nFOOT=Der Fuß\nthe long, thin arm=Der dünne "
+                  "Arm\n[en]\nSTUCK=wrong section\n");
     m_archive.keep(3, m_place.path(), "disk", {"de", "en", "fr"});
     std::filesystem::remove_all(m_place.path());
   }
@@ -70,6 +72,18 @@ TEST_F(KeptTexts, know_the_tokens_of_each_kind_of_event) {
   EXPECT_EQ(m_archive.token(3, DiagnosticEvent::INFORMATION_EVENT, 7), std::nullopt);
   EXPECT_EQ(m_archive.token(3, DiagnosticEvent::ERROR_EVENT, 8), std::nullopt);
   EXPECT_EQ(m_archive.token(1, DiagnosticEvent::ERROR_EVENT, 7), std::nullopt);
+}
+
+TEST_F(KeptTexts, tell_words_that_stand_in_for_a_parameter_alone_or_in_a_list) {
+  for (const auto& [parameter, told] : std::vector<std::pair<std::string, std::string>>{
+           {"FOOT", "Der Fuß klemmt."},
+           {"the long, thin arm", "Der dünne Arm klemmt."},
+           {"FOOT; the long, thin arm", "Der Fuß; Der dünne Arm klemmt."},
+           {"FOOT; LEG", "FOOT; LEG klemmt."},
+           {"FOOT;", "FOOT; klemmt."},
+           {"", " klemmt."}}) {
+    EXPECT_EQ(m_archive.message(3, "de", "STUCK", {parameter}), told) << parameter;
+  }
 }
 
 TEST_F(KeptTexts, are_known_to_be_all_that_there_are) {

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "packagekit/ResourceTags.h"
+#include "packagekit/Settings.h"
+#include "packagekit/contract/Texts.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "packagekit/testing/RecordingContext.h"
 #include "packages/common/CpuList.h"
@@ -321,6 +323,26 @@ TEST_F(ProcessorCountersTest, core_that_is_taken_away_is_told_by_a_word_of_each_
   context->cpusFromOutside = {all.back()};
   EXPECT_EQ(reasonOf([&] { kindWith("", ""); }), "CORE_TAKEN_AWAY");
   EXPECT_FALSE(told(PartnerLost));
+}
+
+// The names of the checks are the keys.
+TEST(ProcessorTexts, tell_each_class_of_instructions_in_every_language) {
+  for (const char* const language : PackageKit::Contract::kLanguages) {
+    const PackageKit::Settings texts(std::string(TARVEX_PACKAGE_DIR "/") + language +
+                                     "/processor.cfg");
+    int asInEnglish = 0;
+    int classes = 0;
+    for (const ProcessorTest& test : processorTests()) {
+      for (const Check& check : test.checks()) {
+        const auto text = texts.read(language, check.instructionClass);
+        ASSERT_TRUE(text) << language << ": " << check.instructionClass;
+        asInEnglish += *text == check.instructionClass ? 1 : 0;
+        ++classes;
+      }
+    }
+    EXPECT_GT(classes, 100);
+    EXPECT_TRUE(language == std::string("en") || asInEnglish < 10) << language << asInEnglish;
+  }
 }
 
 TEST_F(ProcessorCountersTest, request_to_stop_gives_no_verdict) {
