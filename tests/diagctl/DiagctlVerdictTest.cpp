@@ -79,7 +79,7 @@ TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_whatever_ended_it)
       {"crash", "crashed with signal SIGSEGV"},
       {"exit", "ended with exit status 0"},
       {"kill", "was killed from outside"},
-      {"endless loop", "did not end within 5 seconds"},
+      {"endless loop", "did not end within 5 s and"},
       {"exception", "deliberately thrown"},
       {"garbage", "bytes that are no message"},
       {"impossible", "the device is not what it was"}};
