@@ -22,6 +22,8 @@ class ThreadCreation {
   void refuse(int number, int count = 1);
   /// Called before each thread from now on, on the creating thread, with the thread's number.
   void watch(std::function<void(int)> observer);
+  /// Called by each thread from now on, before anything else of it.
+  void atStart(std::function<void()> beginning);
   /// Threads wanted so far, refused ones included.
   int wanted() const;
 };
