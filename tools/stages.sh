@@ -29,6 +29,7 @@ STAGES=(
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
+  "fleet        900  deep    what calls diagctl on many machines: a Slurm of four nodes, clush, pdsh, Ansible"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
@@ -37,6 +38,8 @@ FULL_LIMIT=3600
 source tools/bare.sh
 # shellcheck source=tools/deb.sh
 source tools/deb.sh
+# shellcheck source=tools/fleet.sh
+source tools/fleet.sh
 
 LIBRARY_FOLDERS=(DiagCtrl Diag DeviceEnum System)
 SHIPPED_FOLDERS=("${LIBRARY_FOLDERS[@]}" packagekit watch inventory report packages diagctl)
@@ -112,7 +115,7 @@ stage_dev() {
 
 stage_scripts() {
   local scripts
-  mapfile -t scripts < <(grep -rlE '^#!.*bash|^# shellcheck shell=bash' test run .ci tools tests)
+  mapfile -t scripts < <(grep -rlE '^#!.*bash|^# shellcheck shell=bash' test run .ci tools tests examples)
   needs scripts "${#scripts[@]}"
   shellcheck --external-sources "${scripts[@]}"
   say "scripts: ${#scripts[@]} are clean"
@@ -359,6 +362,22 @@ stage_long_races() {
   TARVEX_RACE_TRIES=10000 quietly build/logs/long-races.log \
     build/release/tests/security/security_trust_test --gtest_filter='TrustRace.*' ||
     fail "long-races: something of another was not found"
+}
+
+# Four nodes on this machine, on the loopback interface alone.
+stage_fleet() {
+  [[ $(id -u) == 0 ]] || fail "fleet: only root can start a scheduler"
+  build_preset release diagctl_program package_misbehaving
+  FLEET=$(mktemp -d)
+  trap fleet_end EXIT
+  fleet_make_program
+  fleet_try_spreaders
+  fleet_start_slurm
+  fleet_try_draining
+  fleet_try_drained_by_hand
+  fleet_try_prolog
+  fleet_try_merging
+  fleet_try_long_checks
 }
 
 stage_asan() {
