@@ -55,8 +55,12 @@ std::string formatOf(const ReportingOptions& options) {
 }
 
 bool wantsLog(const ReportingOptions& options) {
+  return options.verbosity > 1 || writesLog(options);
+}
+
+bool writesLog(const ReportingOptions& options) {
   const std::string head = std::string(kLogFormat) + "=";
-  return options.verbosity > 1 || formatOf(options) == kLogFormat ||
+  return formatOf(options) == kLogFormat ||
          std::any_of(options.outputs.begin(), options.outputs.end(),
                      [&](const std::string& output) { return output.starts_with(head); });
 }

@@ -33,6 +33,9 @@ bool wantsLog(const ReportingOptions& options);
 /// Whether verdicts may be coloured on what a descriptor leads to.
 bool isColoured(int descriptor);
 
+/// Whether a log is written, to a file or standard output.
+bool writesLog(const ReportingOptions& options);
+
 /// Where a text on standard output breaks its lines: at the window's width; 0 where there is none.
 std::size_t lineWidthOfOutput();
 

@@ -17,6 +17,7 @@
 #include "diagctl/command/EstimateCommand.h"
 #include "diagctl/command/JsonAnswers.h"
 #include "diagctl/command/Listing.h"
+#include "diagctl/command/MachineParts.h"
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/report/EventRelay.h"
 #include "diagctl/report/Forecast.h"
@@ -256,6 +257,9 @@ RunStarted openingOf(const RunCommandOptions& options, Session& session, const R
       start.hardware.push_back(
           {fmt::format("{}-{}", package.index, device.id), device.name, device.tag});
     }
+  }
+  if (writesLog(options.reporting)) {
+    addParts(start, Inventory::findParts(Inventory::SystemFiles(), Inventory::askDriver));
   }
   return start;
 }

@@ -226,8 +226,10 @@ RunStarted toRunStarted(const Json& content) {
         {textOf(item, "softwareInfoId"), textOf(item, "name"), textOf(item, "version")});
   }
   for (const Json& item : machine.value("hardwareInfos", Json::array())) {
-    start.hardware.push_back(
-        {textOf(item, "hardwareInfoId"), textOf(item, "name"), textOf(item, "location")});
+    start.hardware.push_back({textOf(item, "hardwareInfoId"), textOf(item, "name"),
+                              textOf(item, "location"), textOf(item, "manufacturer"),
+                              textOf(item, "partNumber"), textOf(item, "serialNumber"),
+                              textOf(item, "version")});
   }
   return start;
 }

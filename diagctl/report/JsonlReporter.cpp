@@ -97,6 +97,10 @@ Json describeMachine(const RunStarted& start) {
   for (const HardwareItem& item : start.hardware) {
     Json hardware{{"hardwareInfoId", item.id}, {"name", item.name}};
     addUnlessEmpty(hardware, "location", item.location);
+    addUnlessEmpty(hardware, "manufacturer", item.manufacturer);
+    addUnlessEmpty(hardware, "partNumber", item.partNumber);
+    addUnlessEmpty(hardware, "serialNumber", item.serialNumber);
+    addUnlessEmpty(hardware, "version", item.version);
     machine["hardwareInfos"].push_back(std::move(hardware));
   }
   return machine;

@@ -33,7 +33,12 @@ enum class SkipKind {
 struct HardwareItem {
   std::string id;  ///< unique in the run
   std::string name;
-  std::string location;  ///< the resource tag
+  std::string location;  ///< the resource tag; of what no test can name, the slot or the place
+  // Each empty where nobody tells it.
+  std::string manufacturer = {};
+  std::string partNumber = {};
+  std::string serialNumber = {};
+  std::string version = {};  ///< of its firmware
 };
 
 struct SoftwareItem {

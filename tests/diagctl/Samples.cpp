@@ -28,7 +28,8 @@ std::vector<RunEvent> wholeRun() {
   start.machineId = "id";
   start.machineName = "name";
   start.platforms = {"Linux"};
-  start.hardware = {{"1-1", "Disk", "pci0/disk0"}};
+  start.hardware = {
+      {"1-1", "Disk", "pci0/disk0", "Maker", "Disk of 4 TB", "S5XANA0R1", "GDC5602Q"}};
   start.software = {{"storage", "Storage", "1.0"}};
   return {{time, start},
           {time, StepStarted{"1", "Storage", "Disk on a shelf", "Read: fast", "1-1", 1}},
