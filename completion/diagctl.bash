@@ -16,7 +16,7 @@ _diagctl_options() {
         "--slurm-conf --state --watch --watch-interval --settle --watch-ce-interval"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
-    report) echo "$reporting" ;;
+    report) echo "$reporting --redact --redact-key" ;;
     merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems" ;;
     watch) echo "--for --format --set --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;

@@ -146,6 +146,15 @@ void addJudgement(OptionGroup& group, ReportingOptions& options) {
                            tr("What a device that vanishes during its test is"), "trouble");
 }
 
+void addRedaction(OptionGroup& group, RedactionWishes& wishes) {
+  group.flag("--redact", wishes.isRedacted,
+             tr("Replace serial numbers, addresses, UUIDs and the host's name by a hash, whose key "
+                "is drawn anew each time"));
+  group.text("--redact-key", "FILE", wishes.keyFile,
+             tr("The same with this file for the key, so that what is equal in several documents "
+                "stays equal"));
+}
+
 /// How what was found is told.
 /// @param formats for standard output.
 void addReports(OptionGroup& group, ReportingOptions& options,
@@ -571,13 +580,7 @@ class CommandLine {
     OptionGroup group(taking, "");
     group.text("-o,--output", "FILE", m_inventory.output, tr("Where the document goes"),
                tr("standard output"));
-    group.flag(
-        "--redact", m_inventory.isRedacted,
-        tr("Replace serial numbers, addresses, UUIDs and the host's name by a hash, whose key "
-           "is drawn anew each time"));
-    group.text("--redact-key", "FILE", m_inventory.keyFile,
-               tr("The same with this file for the key, so that what is equal in several documents "
-                  "stays equal"));
+    addRedaction(group, m_inventory.redaction);
     group.text("--root", "DIR", m_inventory.root,
                tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
     addComparing();
@@ -679,6 +682,8 @@ class CommandLine {
                               [this] { return carryOutReport(m_report); });
     addLogs(reporting, m_report.logs);
     addReporting(reporting, m_report.reporting, formatChoices());
+    OptionGroup redaction(reporting, tr("What identifies machines"));
+    addRedaction(redaction, m_report.redaction);
     addMerging();
     CLI::App& checking =
         add("check", tr("Tell every problem of the configuration and the packages"),

@@ -4,8 +4,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 
 #include "diagctl/command/InventoryFindings.h"
@@ -24,23 +22,6 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-/// @throws std::system_error naming a file that cannot be read or is empty.
-std::string keyOf(const std::optional<std::string>& keyFile) {
-  if (!keyFile) {
-    return Inventory::Redactor::drawKey();
-  }
-  errno = 0;
-  std::ifstream file(*keyFile, std::ios::binary);
-  std::string key{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (!file.is_open() || file.bad()) {
-    failWith(errno, *keyFile);
-  }
-  if (key.empty()) {
-    failWith(ENODATA, *keyFile);
-  }
-  return key;
-}
-
 void requireMachine(const std::filesystem::path& root) {
   std::error_code failure;
   if (!std::filesystem::is_directory(root, failure)) {
@@ -54,10 +35,10 @@ void requireMachine(const std::filesystem::path& root) {
 }
 
 Inventory::Json redactedBy(const InventoryOptions& options, Inventory::Json inventory) {
-  if (!options.isRedacted && !options.keyFile) {
+  if (!options.redaction.areAny()) {
     return inventory;
   }
-  Inventory::Redactor redactor(keyOf(options.keyFile));
+  Inventory::Redactor redactor(keyOf(options.redaction));
   redactor.learn(inventory);
   return redactor.redacted(inventory);
 }

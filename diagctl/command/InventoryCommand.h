@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/command/RedactionKey.h"
 #include "diagctl/terminal/Printer.h"
 #include "inventory/Rules.h"
 
@@ -11,9 +12,8 @@ namespace TarvexDiags::FrontEnd {
 
 struct InventoryOptions {
   std::optional<std::string> output;  ///< nothing: standard output
-  bool isRedacted = false;
-  std::optional<std::string> keyFile;  ///< of a redaction whose key is not drawn
-  std::string root = "/";              ///< below which the machine's /proc and /sys lie
+  RedactionWishes redaction;
+  std::string root = "/";  ///< below which the machine's /proc and /sys lie
 };
 
 /// The verb inventory: what this machine is, as a document.

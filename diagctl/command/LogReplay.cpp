@@ -78,7 +78,7 @@ void LogReplay::read(const std::string& path) {
   while (reader.readRun(
       [&](const RunEvent& written) {
         m_hasRun = true;
-        take(log.name(), written);
+        take(log.name(), m_followers.rewrite ? m_followers.rewrite(written) : written);
       },
       m_followers.lines)) {
     isEmpty = false;

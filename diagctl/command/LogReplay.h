@@ -23,6 +23,8 @@ struct LogFollowers {
   JsonlReader::LineSink lines;    ///< as they stand in the logs
   std::function<void()> nextRun;  ///< the lines that come belong to another run
   JsonlReader::Sink account;      ///< of a run made up for a log that could not be read
+  /// Changes each event before anybody hears of it.
+  std::function<RunEvent(const RunEvent&)> rewrite = {};
 };
 
 /// Reads logs one after the other, whoever wrote them, and hands on what they hold.

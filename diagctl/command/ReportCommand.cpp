@@ -1,11 +1,13 @@
 #include "diagctl/command/ReportCommand.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
+#include "diagctl/command/LogRedaction.h"
 #include "diagctl/command/LogReplay.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/Fleet.h"
@@ -87,7 +89,13 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
       lastRun.handle(event);
     }
   };
-  LogReplay replay({follow, {}, {}, [&](const RunEvent& event) { outputs.handle(event); }},
+  std::optional<LogRedaction> redaction;
+  std::function<RunEvent(const RunEvent&)> hide;
+  if (options.redaction.areAny()) {
+    redaction.emplace(keyOf(options.redaction));
+    hide = [&](const RunEvent& event) { return redaction->redacted(event); };
+  }
+  LogReplay replay({follow, {}, {}, [&](const RunEvent& event) { outputs.handle(event); }, hide},
                    vanishedOf(options.reporting), mostHeld, fleet);
   if (options.logs.size() == 1) {
     replay.read(options.logs.front());

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "diagctl/command/RedactionKey.h"
 #include "diagctl/command/Reporting.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -10,6 +11,7 @@ namespace TarvexDiags::FrontEnd {
 struct ReportCommandOptions {
   std::vector<std::string> logs;  ///< files that run wrote in the format jsonl
   ReportingOptions reporting;
+  RedactionWishes redaction = {};
 };
 
 /// The verb report: tells each run of the logs, and of several logs or machines what they came to

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -124,6 +125,27 @@ TEST_F(Diagctl, jsonl_names_hardware_software_and_verdicts) {
   EXPECT_EQ(diagnosis["type"], "FAIL");
   EXPECT_EQ(diagnosis["verdict"], "line-stuck");
   EXPECT_EQ(diagnosis["hardwareInfoId"], hardware[1]["hardwareInfoId"]);
+}
+
+TEST_F(Diagctl, report_hides_what_identifies_the_machine_where_it_is_asked_to) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  run({"run", "-t", "Bad", "-d", "Right", "-o", "jsonl=" + log});
+  const auto machineIn = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"report", log, "--format", "jsonl"});
+    return artifacts(parseLines(run(words).out), "testRunStart").at(0)["dutInfo"];
+  };
+  const Json plain = machineIn({});
+  const Json hidden = machineIn({"--redact"});
+  EXPECT_THAT(hidden["name"].get<std::string>(), HasSubstr("redacted-"));
+  EXPECT_NE(hidden["dutInfoId"], plain["dutInfoId"]);
+  EXPECT_NE(machineIn({"--redact"})["name"], hidden["name"]) << "the key is drawn anew";
+  std::ofstream(place.path("fleet.key")) << "secret";
+  const Json keyed = machineIn({"--redact-key", place.path("fleet.key")});
+  EXPECT_EQ(machineIn({"--redact-key", place.path("fleet.key")}), keyed);
+  const Outcome failed = run({"report", log, "--redact-key", place.path("no.key")});
+  EXPECT_EQ(failed.exitCode, kNoVerdict);
+  EXPECT_THAT(failed.err, HasSubstr("no.key: No such file or directory"));
 }
 
 TEST_F(Diagctl, trouble_of_the_tool_is_an_error_and_never_a_failure) {
