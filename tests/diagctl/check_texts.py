@@ -21,6 +21,7 @@ FOR_MACHINES = {
     "diagctl/health/SlurmState.cpp",
     "diagctl/report/JsonlReporter.cpp",
     "diagctl/report/JunitReporter.cpp",
+    "diagctl/report/RunMetrics.cpp",
     "diagctl/report/TapReporter.cpp",
 }
 
