@@ -9,16 +9,16 @@ _diagctl_options() {
     run)
       echo "$selection $thoroughness $packages $reporting" "--time --total-time --stress --halt-on-error --fail-fast" \
         "--serial --parallel --mode --allow-disruptive --debug-worker --expect-devices --dry-run --seed" "-q --quiet" \
-        "--watch --watch-interval --settle --watch-ce-interval"
+        "--watch --watch-interval --settle --watch-ce-interval --textfile"
       ;;
     health)
       echo "$selection $thoroughness $packages" "--max-time --cached --style --vanished --drain --undrain-own" \
-        "--slurm-conf --state --watch --watch-interval --settle --watch-ce-interval"
+        "--slurm-conf --state --textfile --watch --watch-interval --settle --watch-ce-interval"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting --redact --redact-key" ;;
     merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems" ;;
-    watch) echo "--for --format --set --watch --watch-interval --watch-ce-interval" ;;
+    watch) echo "--for --format --set --textfile --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;
     explain) echo "--format" ;;
@@ -130,7 +130,7 @@ _diagctl() {
     return
   fi
   case $previous in
-    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | --against | --rules | FILE)
+    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | --textfile | --against | --rules | FILE)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;

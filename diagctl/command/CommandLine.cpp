@@ -234,6 +234,12 @@ void addConduct(CLI::App& command, RunCommandOptions& options) {
   group.flag("-q,--quiet", options.isQuiet, tr("No progress"));
 }
 
+void addTextfile(CLI::App& command, std::optional<std::string>& directory) {
+  OptionGroup(command, tr("Reporting"))
+      .text("--textfile", "DIR", directory,
+            tr("Metrics for the textfile collector of Prometheus, into this directory"));
+}
+
 void addHealthOptions(CLI::App& command, HealthOptions& options) {
   OptionGroup group(command, tr("Asking"));
   group.seconds("--max-time", options.mostSeconds, tr("End of it all, with what is known by then"),
@@ -272,6 +278,7 @@ void addRunOptions(CLI::App& command, RunCommandOptions& options) {
   OptionGroup::Choices<std::string> formats = formatChoices();
   formats.emplace_back(kJsonFormat, kJsonFormat);  // of what would run
   addReporting(command, options.reporting, formats);
+  addTextfile(command, options.textfiles);
 }
 
 Json listingOf(const Catalogue& catalogue, const std::string& what) {
@@ -485,12 +492,16 @@ class CommandLine {
     if (m_run.reporting.format == kJsonFormat && !m_run.isDryRun) {
       throw UsageFault(tr("--format: 'json' is for --dry-run; a run is told as {}", kLogFormat));
     }
-    if (m_run.isDryRun && !m_run.reporting.outputs.empty()) {
-      throw UsageFault(tr("--output: --dry-run runs nothing that a report could tell of"));
+    if (m_run.isDryRun && (m_run.textfiles || !m_run.reporting.outputs.empty())) {
+      throw UsageFault(tr("{}: --dry-run runs nothing that a report could tell of",
+                          m_run.textfiles ? "--textfile" : "--output"));
     }
   }
 
   void requireFittingHealth() const {
+    if (m_health.cached && m_health.textfiles) {
+      throw UsageFault(tr("--textfile: --cached checks nothing that metrics could tell of"));
+    }
     if (m_health.style != HealthStyle::Slurm && (m_health.drains || m_health.undrainsOwn)) {
       throw UsageFault(
           tr("{}: only style slurm knows a node", m_health.drains ? "--drain" : "--undrain-own"));
@@ -657,6 +668,7 @@ class CommandLine {
     group.list("--set", "watch.KEY=VALUE", m_watch.wishes.settings,
                tr("A setting of the watch; may be repeated"));
     addWatching(watching, m_watch.watch);
+    addTextfile(watching, m_watch.textfiles);
   }
 
   void addHealth() {
@@ -672,6 +684,7 @@ class CommandLine {
     addPackages(asking, m_health.run.wishes);
     addWatching(asking, m_health.run.watch);
     addSettling(asking, m_health.run.watch);
+    addTextfile(asking, m_health.textfiles);
   }
 
   void addJudging() {

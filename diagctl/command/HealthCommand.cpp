@@ -15,6 +15,8 @@
 #include "diagctl/health/HealthStore.h"
 #include "diagctl/health/SlurmNode.h"
 #include "diagctl/report/Formats.h"
+#include "diagctl/report/RunMetrics.h"
+#include "diagctl/report/SystemLog.h"
 #include "diagctl/session/Interruption.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/Printer.h"
@@ -39,6 +41,7 @@ struct Answer {
   std::chrono::seconds age{0};
   bool isOfEarlier = false;
   bool wasInterrupted = false;
+  std::optional<SystemLogLine> logged = std::nullopt;  ///< of a check that was made
 };
 
 Answer unknown(const std::string& reason) {
@@ -132,6 +135,7 @@ Answer tellOther(const HealthStore& store, const std::string& scope, VanishedAs 
 
 /// In the process of the run.
 int runForCheck(RunCommandOptions run) {
+  run.isTheVerb = false;
   run.reporting = {};
   run.reporting.format = kLogFormat;
   run.reporting.vanished = VanishedAs::Trouble;
@@ -147,11 +151,16 @@ int runForCheck(RunCommandOptions run) {
 }
 
 // What whoever reads the result elsewhere does not get is no pass.
-void addTrouble(HealthAccount& account, const std::string& trouble) {
-  standardError().print("diagctl: {}\n", trouble);
-  if (account.code == ExitCode::kPassed) {
-    account.code = ExitCode::kNoVerdict;
-    account.findings.insert(account.findings.begin(), {.text = trouble});
+template <class Act>
+void attempt(HealthAccount& account, Act act) {
+  try {
+    act();
+  } catch (const std::exception& failure) {
+    tellFailure(failure);
+    if (account.code == ExitCode::kPassed) {
+      account.code = ExitCode::kNoVerdict;
+      account.findings.insert(account.findings.begin(), {.text = reasonOf(failure)});
+    }
   }
 }
 
@@ -160,21 +169,24 @@ Answer check(const HealthOptions& options, const Deadlines& deadlines, const Hea
   const HealthClock::time_point begin = HealthClock::now();
   const std::string limit =
       shortTime(std::chrono::seconds(options.mostSeconds.value_or(kMostSeconds)));
+  RunMetrics metrics("health", {}, vanished);
   const FinishedCheck finished =
       runCheck([&] { return runForCheck(options.run); }, deadlines.check, limit,
-               [] { return Interruption::requests().abortAll.load(); });
+               [] { return Interruption::requests().abortAll.load(); },
+               [&](const RunEvent& event) { metrics.handle(event); });
   standardError().write(finished.said);
   const double seconds = std::chrono::duration<double>(HealthClock::now() - begin).count();
   const HealthResult result{System::SysUtil::getMachineId(),      scopeOf(options.run),
                             std::chrono::system_clock::now(),     seconds,
                             finished.vanishedIsTrouble.account(), finished.vanishedFails.account()};
-  Answer answer{result.account(vanished), seconds, {}, false, finished.wasInterrupted};
+  Answer answer{result.account(vanished), seconds, {}, false, finished.wasInterrupted, {}};
+  answer.logged = systemLogLineOf("health", finished.run(vanished).record(), {});
   // One that somebody has ended says nothing, unless it had found a fault.
   if (!finished.wasInterrupted || answer.account.code == ExitCode::kHardwareFailure) {
-    try {
-      store.keep(result);
-    } catch (const std::exception& failure) {
-      addTrouble(answer.account, reasonOf(failure));
+    attempt(answer.account, [&] { store.keep(result); });
+    if (options.textfiles) {
+      attempt(answer.account,
+              [&] { writeTextfile(textfileOf(*options.textfiles, "health"), metrics); });
     }
   }
   return answer;
@@ -247,6 +259,9 @@ int carryOutHealth(const HealthOptions& options) {
   const Answer answer = answerFor(options, deadlines, vanished);
   tell(answer, options.style);
   tellSlurm(options, answer.account, deadlines.slurm);
+  if (answer.logged) {
+    tellSystemLog(*answer.logged);
+  }
   const bool hasSignal = answer.wasInterrupted && options.style == HealthStyle::Plain;
   return hasSignal ? ExitCode::kSignalBase + Interruption::signal()
                    : exitCodeFor(answer.account, options.style);

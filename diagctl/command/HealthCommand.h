@@ -17,7 +17,8 @@ struct HealthOptions {
   bool drains = false;
   bool undrainsOwn = false;
   std::optional<std::string> slurmConfiguration;
-  std::optional<std::string> state;  ///< directory of the results
+  std::optional<std::string> textfiles;  ///< directory for metrics
+  std::optional<std::string> state;      ///< directory of the results
 };
 
 /// The verb health: one check of this machine at a time, or the result of the last one, for whoever

@@ -21,9 +21,12 @@
 #include "diagctl/command/OpenSession.h"
 #include "diagctl/report/EventRelay.h"
 #include "diagctl/report/Forecast.h"
+#include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
 #include "diagctl/report/Progress.h"
+#include "diagctl/report/RunMetrics.h"
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/SystemLog.h"
 #include "diagctl/run/Machine.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
@@ -316,6 +319,15 @@ int tellPlan(const std::vector<SelectedPair>& pairs, const RunConditions& condit
   return exitCodeOf(summary, conditions);
 }
 
+/// FORMAT=FILE of all reports.
+std::vector<std::string> outputsOf(const RunCommandOptions& options) {
+  std::vector<std::string> outputs = options.reporting.outputs;
+  if (options.textfiles) {
+    outputs.push_back(fmt::format("{}={}", kMetricsFormat, textfileOf(*options.textfiles, "run")));
+  }
+  return outputs;
+}
+
 RunConditions conditionsOf(const ReportingOptions& options, std::size_t failedPackages) {
   return {failedPackages, options.isStrict, options.failOnSkip};
 }
@@ -385,13 +397,16 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   allowOpenFiles(openFilesFor(testsAtOnce(session, plan)));
   const ReportingOptions& reporting = options.reporting;
   const RunConditions conditions = conditionsOf(reporting, 0);
-  Outputs outputs(reporting.outputs, formatOf(reporting),
+  Outputs outputs(outputsOf(options), formatOf(reporting),
                   {isColoured(STDOUT_FILENO), conditions, RunRecord::kUnbounded,
                    lineWidthOfOutput(), reporting.onlyProblems, reporting.verbosity});
   const RunRecord record =
       runPlan(options, session, plan,
               scheduleOf(session, plan, packageDirectoryOf(configuration.path())), outputs);
   summary = summaryOf(record);
+  if (options.isTheVerb) {
+    tellSystemLog(systemLogLineOf("run", record, conditions));
+  }
   const int code = finish(outputs, exitCodeOf(record, conditions));
   return Interruption::signal() == 0 ? code : ExitCode::kSignalBase + Interruption::signal();
 }

@@ -25,6 +25,8 @@ struct RunCommandOptions {
   std::optional<std::size_t> expectedDevices;
   bool isDryRun = false;
   ReportingOptions reporting;
+  std::optional<std::string> textfiles;  ///< directory for metrics
+  bool isTheVerb = true;                 ///< else whoever asked for it tells the system's log
   bool isQuiet = false;
   bool allowsInsecure = false;
   bool allowsDisruptive = false;

@@ -3,15 +3,19 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
+#include "diagctl/command/Reporting.h"
 #include "diagctl/command/UsageFault.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/FindingReporter.h"
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/RunMetrics.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/run/Machine.h"
 #include "diagctl/run/PollInterval.h"
@@ -40,15 +44,53 @@ class Stream {
         std::move(body)};
     m_record.handle(event);
     m_reporter.handle(event);
+    m_metrics.handle(event);
   }
   const RunRecord& record() const { return m_record; }
+  const RunMetrics& metrics() const { return m_metrics; }
 
  private:
   Reporter& m_reporter;
+  RunMetrics m_metrics{"watch"};
   RunRecord m_record{RunRecord::Ended::Held, kMostHeld};
 
   // What is told is not held: a watch may last for months.
   static constexpr std::size_t kMostHeld = 1UL << 20U;
+};
+
+/// Keeps the file of metrics at most so old while the watch goes on. One that cannot be written is
+/// told once: it may be possible again.
+class Textfile {
+ public:
+  explicit Textfile(const std::optional<std::string>& directory)
+      : m_file(directory ? textfileOf(*directory, "watch") : "") {}
+
+  void writeIfDue(const RunMetrics& metrics) {
+    if (Clock::now() >= m_due) {
+      write(metrics);
+    }
+  }
+  void write(const RunMetrics& metrics) {
+    m_due = Clock::now() + kMostAge;
+    if (m_file.empty()) {
+      return;
+    }
+    try {
+      writeTextfile(m_file, metrics);
+      m_hasFailed = false;
+    } catch (const std::exception& failure) {
+      if (!std::exchange(m_hasFailed, true)) {
+        tellFailure(failure);
+      }
+    }
+  }
+
+ private:
+  static constexpr std::chrono::seconds kMostAge{15};
+
+  const std::string m_file;
+  Clock::time_point m_due = Clock::time_point::min();
+  bool m_hasFailed = false;
 };
 
 RunStarted openingOf(const WatchCommandOptions& options) {
@@ -84,7 +126,9 @@ int watch(const WatchWishes& wishes, const std::optional<std::chrono::millisecon
   const Clock::time_point begin = Clock::now();
   watch.start();
   machine.begin();
+  Textfile textfile(options.textfiles);
   while (!isOver(duration, begin)) {
+    textfile.writeIfDue(stream.metrics());
     std::this_thread::sleep_for(kTurn);
     watch.collect();
   }
@@ -97,6 +141,7 @@ int watch(const WatchWishes& wishes, const std::optional<std::chrono::millisecon
   machine.end(isTroubled ? RunStatus::Error : RunStatus::Complete);
   tell(endOf(verdictOf(summaryOf(stream.record()), stream.record().troubleCount())));
   reporter.finish();
+  textfile.write(stream.metrics());
   return exitCodeOf(stream.record(), {});
 }
 

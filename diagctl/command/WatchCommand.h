@@ -16,6 +16,7 @@ struct WatchCommandOptions {
   PackageWishes wishes;
   std::optional<std::string> duration;  ///< nothing: until a signal comes
   std::string format;
+  std::optional<std::string> textfiles;  ///< directory for metrics
   WatchOptions watch;
 };
 

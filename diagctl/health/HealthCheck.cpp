@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "diagctl/report/JsonlReader.h"
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -53,15 +54,14 @@ std::string readLog(const std::string& log, const JsonlReader::Sink& sink) {
 
 void JudgedRun::handle(const RunEvent& event) {
   if (const auto* const start = std::get_if<RunStarted>(&event.body)) {
-    for (const HardwareItem& item : start->hardware) {
-      m_locations[item.id] = item.location;
-    }
+    m_locations.learn(*start);
   }
   m_record.handle({event.time, m_judge.judge(event.body, m_record)});
 }
 
 FinishedCheck runCheck(const std::function<int()>& run, const CheckTimes& times,
-                       const std::string& limit, const std::function<bool()>& isInterrupted) {
+                       const std::string& limit, const std::function<bool()>& isInterrupted,
+                       const std::function<void(const RunEvent&)>& sink) {
   ChildProcess child(run, kMostOfLog);
   FinishedCheck check;
   bool hasEnded = child.await(times.toEnd, isInterrupted);
@@ -78,6 +78,7 @@ FinishedCheck runCheck(const std::function<int()>& run, const CheckTimes& times,
   const auto take = [&](const RunEvent& event) {
     check.vanishedIsTrouble.handle(event);
     check.vanishedFails.handle(event);
+    sink(event);
   };
   const std::string fault = readLog(child.out(), take);
   const bool isWhole = fault.empty() && check.vanishedIsTrouble.record().hasEnded();
@@ -85,7 +86,9 @@ FinishedCheck runCheck(const std::function<int()>& run, const CheckTimes& times,
     const std::string reason = isTimeOver || fault.empty()
                                    ? reasonOf(child, isTimeOver, limit, check.wasInterrupted)
                                    : fault;
-    take({std::chrono::system_clock::now(), RunTrouble{"no-end", reason}});
+    const auto now = std::chrono::system_clock::now();
+    take({now, RunTrouble{"no-end", reason}});
+    take({now, endOf(RunVerdict::Troubled)});
   }
   check.said = child.err();
   return check;

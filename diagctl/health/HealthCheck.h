@@ -27,7 +27,7 @@ class JudgedRun {
  private:
   VanishedJudge m_judge;
   RunRecord m_record;
-  Locations m_locations;
+  DeviceLocations m_locations;
 };
 
 /// A check that is over.
@@ -46,9 +46,10 @@ struct FinishedCheck {
 /// Carries a run out in a process of its own and judges what it tells. Whatever becomes of that
 /// process, what it has told counts, and a run that came to no end is trouble of the tool.
 /// @param run the run, told as a log on standard output. @param limit for people: the time that the
-///   check has.
+///   check has. @param sink gets the events as they were told.
 /// @throws std::system_error
 FinishedCheck runCheck(const std::function<int()>& run, const CheckTimes& times,
-                       const std::string& limit, const std::function<bool()>& isInterrupted);
+                       const std::string& limit, const std::function<bool()>& isInterrupted,
+                       const std::function<void(const RunEvent&)>& sink);
 
 }  // namespace TarvexDiags::FrontEnd

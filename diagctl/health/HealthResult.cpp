@@ -30,20 +30,19 @@ std::string lettersOf(const std::string& name) {
   return letters;
 }
 
-// "Node 0" at "host/node0" is no news.
+// "Memory of node 0" at "host/node0" is no news.
 std::string placeOf(const std::string& device, const std::string& tag) {
   const std::string last = tag.substr(tag.rfind('/') + 1);
-  return lettersOf(last) == lettersOf(device) ? "" : last;
+  return lettersOf(device).find(lettersOf(last)) != std::string::npos ? "" : last;
 }
 
-HealthFinding findingOf(const StepRecord& step, Kind kind, const Locations& locations) {
-  const auto tag = locations.find(step.start.hardwareId);
+HealthFinding findingOf(const StepRecord& step, Kind kind, const DeviceLocations& locations) {
   const std::string text = step.headline();
   return {kind,
           step.start.package,
           step.start.test,
           step.start.device,
-          tag == locations.end() ? "" : placeOf(step.start.device, tag->second),
+          placeOf(step.start.device, locations.of(step.start)),
           text.empty() ? tr("It came to no end.") : text,
           step.actions.empty() ? "" : step.actions.front()};
 }
@@ -58,7 +57,7 @@ void keepFinding(HealthAccount& account, HealthFinding finding) {
 
 }  // namespace
 
-HealthAccount accountOf(const RunRecord& record, const Locations& locations) {
+HealthAccount accountOf(const RunRecord& record, const DeviceLocations& locations) {
   using Outcome = StepRecord::Outcome;
   HealthAccount account;
   account.code = exitCodeOf(record, {});

@@ -2,10 +2,10 @@
 
 #include <chrono>
 #include <cstddef>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "diagctl/report/DeviceLocations.h"
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/report/StepRecord.h"
@@ -36,11 +36,8 @@ struct HealthAccount {
   std::size_t further = 0;              ///< how many more there were
 };
 
-/// The places of a run's devices, by the ids of the hardware.
-using Locations = std::map<std::string, std::string>;
-
 /// @param record of a run that has ended, or was cut off.
-HealthAccount accountOf(const RunRecord& record, const Locations& locations);
+HealthAccount accountOf(const RunRecord& record, const DeviceLocations& locations);
 
 /// A check that is over, as it is kept for whoever asks later. Who asks says what a vanished device
 /// is to him, so both answers are kept.

@@ -6,6 +6,7 @@
 #include "diagctl/report/HtmlReporter.h"
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/JunitReporter.h"
+#include "diagctl/report/RunMetrics.h"
 #include "diagctl/report/SummaryReporter.h"
 #include "diagctl/report/TapReporter.h"
 #include "diagctl/report/TextReporter.h"
@@ -39,13 +40,21 @@ std::unique_ptr<Reporter> makeSummary(Printer& out, const ReportSettings& settin
   return std::make_unique<SummaryReporter>(out, settings.conditions, settings.mostHeld);
 }
 
+std::unique_ptr<Reporter> makeMetrics(Printer& out, const ReportSettings& settings) {
+  return std::make_unique<MetricsReporter>(out, settings.conditions);
+}
+
 }  // namespace
 
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
-      {kTextFormat, true, false, makeText}, {kLogFormat, true, true, makeLog},
-      {"junit", true, false, makeJunit},    {"tap", true, false, makeTap},
-      {"html", true, false, makeHtml},      {kSummaryFormat, false, false, makeSummary},
+      {kTextFormat, true, false, makeText},
+      {kLogFormat, true, true, makeLog},
+      {"junit", true, false, makeJunit},
+      {"tap", true, false, makeTap},
+      {"html", true, false, makeHtml},
+      {kSummaryFormat, false, false, makeSummary},
+      {kMetricsFormat, false, false, makeMetrics},
   };
   return kTable;
 }

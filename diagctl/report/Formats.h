@@ -27,6 +27,8 @@ struct Format {
 inline constexpr const char* kTextFormat = "text";
 /// What a run leaves to be told again in any other.
 inline constexpr const char* kLogFormat = "jsonl";
+/// What --textfile writes.
+inline constexpr const char* kMetricsFormat = "prometheus";
 /// Closes the run's text for a monitor.
 inline constexpr const char* kSummaryFormat = "summary";
 

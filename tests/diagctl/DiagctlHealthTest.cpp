@@ -188,6 +188,27 @@ TEST_F(Health, believes_no_result_that_is_none) {
   EXPECT_EQ(health({"-t", "Good", "--cached", "1h"}).exitCode, kPassed);
 }
 
+TEST_F(Health, leaves_metrics_of_each_check_for_a_server) {
+  addMixedPackage();
+  fs::create_directories(place.path("metrics"));
+  health({"--textfile", place.path("metrics")});
+  const std::string file = place.path("metrics/tarvexdiags-health.prom");
+  EXPECT_THAT(contentsOf(file),
+              AllOf(HasSubstr("tarvexdiags_run_exit_code{verb=\"health\"} 1\n"),
+                    HasSubstr("test=\"Bad\",device=\"Left\",location=\"bus/left\"} 4\n")));
+  const Outcome failed = health({"-t", "Good", "--textfile", place.path("none")});
+  EXPECT_EQ(failed.exitCode, kNoVerdict) << "what the server does not get is no pass";
+  EXPECT_THAT(failed.out, HasSubstr("none/tarvexdiags-health.prom: No such file or directory"));
+}
+
+TEST_F(Health, of_a_check_that_did_not_end_is_no_verdict_in_its_metrics) {
+  addHeldPackage();
+  fs::create_directories(place.path("metrics"));
+  EXPECT_EQ(health({"--max-time", "4s", "--textfile", place.path("metrics")}).exitCode, kNoVerdict);
+  EXPECT_THAT(contentsOf(place.path("metrics/tarvexdiags-health.prom")),
+              HasSubstr("tarvexdiags_run_exit_code{verb=\"health\"} 2\n"));
+}
+
 struct StyleCase {
   std::string test;
   std::vector<int> codes;  ///< plain, slurm, nhc, nagios, npd

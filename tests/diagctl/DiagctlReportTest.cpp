@@ -634,5 +634,22 @@ TEST_F(Diagctl, a_reader_that_stands_still_holds_up_neither_the_run_nor_its_log)
   EXPECT_EQ(program.finish().exitCode, kPassed);
 }
 
+TEST_F(Diagctl, a_run_leaves_metrics_beside_its_reports) {
+  addMixedPackage();
+  std::filesystem::create_directories(place.path("metrics"));
+  const std::string log = place.path("run.jsonl");
+  const Outcome outcome =
+      run({"run", "-t", "Good", "--textfile", place.path("metrics"), "-o", "jsonl=" + log});
+  EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+  EXPECT_THAT(
+      contentsOf(place.path("metrics/tarvexdiags-run.prom")),
+      ::testing::AllOf(HasSubstr("tarvexdiags_run_exit_code{verb=\"run\"} 0\n"),
+                       HasSubstr("tarvexdiags_tests{verb=\"run\",outcome=\"passed\"} 2\n")));
+  EXPECT_THAT(contentsOf(log), HasSubstr("testRunEnd"));
+  const Outcome refused = run({"run", "--textfile", place.path("none")});
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
+  EXPECT_THAT(refused.err, HasSubstr("none/tarvexdiags-run.prom: No such file or directory"));
+}
+
 }  // namespace
 }  // namespace TarvexDiags::DiagctlTest

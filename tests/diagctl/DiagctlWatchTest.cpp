@@ -407,6 +407,21 @@ TEST_F(WatchVerb, ends_with_the_code_of_what_it_has_found) {
   EXPECT_THAT(outcome.out, HasSubstr("memory-uncorrected"));
 }
 
+TEST_F(WatchVerb, leaves_metrics_while_it_goes_on_and_at_its_end) {
+  const std::string metrics = m_machine.path() + "/tarvexdiags-watch.prom";
+  beginWatch({"--textfile", m_machine.path()});
+  correct(8);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!std::filesystem::exists(metrics) && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  EXPECT_THAT(contentsOf(metrics), HasSubstr("tarvexdiags_run_under_way{verb=\"watch\"} 1\n"));
+  EXPECT_EQ(endWatch().exitCode, kPassed);
+  EXPECT_THAT(contentsOf(metrics),
+              AllOf(HasSubstr("tarvexdiags_run_under_way{verb=\"watch\"} 0\n"),
+                    HasSubstr("kind=\"memory-corrected\",verdict=\"warning\"} 1\n")));
+}
+
 TEST_F(WatchVerb, is_over_with_its_time_and_has_passed_where_nothing_was_found) {
   const Outcome outcome = run({"watch", "--for", "10ms", "--format=jsonl"});
   EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;

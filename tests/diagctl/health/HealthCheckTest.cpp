@@ -50,7 +50,7 @@ void tellRun(bool hasEnd) {
 FinishedCheck checkOf(
     const std::function<int()>& run, const CheckTimes& when = times(kLong, kLong),
     const std::function<bool()>& isInterrupted = [] { return false; }) {
-  return runCheck(run, when, "a while", isInterrupted);
+  return runCheck(run, when, "a while", isInterrupted, [](const RunEvent& /*event*/) {});
 }
 
 std::string textsOf(const HealthAccount& account) {

@@ -139,6 +139,10 @@ TEST(ShortTimes, are_in_the_unit_of_which_there_are_at_least_two) {
 /// A run that was judged, in which a disk vanished.
 HealthAccount accountOfRun(VanishedAs vanished) {
   RunRecord record;
+  DeviceLocations locations;
+  RunStarted start;
+  start.hardware = {{"1-1", "Disk on a shelf", "pci0/slot7"}};
+  locations.learn(start);
   const VanishedJudge judge(vanished);
   for (RunEvent event : wholeRun()) {
     if (auto* const trouble = std::get_if<StepTrouble>(&event.body)) {
@@ -148,7 +152,7 @@ HealthAccount accountOfRun(VanishedAs vanished) {
     }
     record.handle({event.time, judge.judge(event.body, record)});
   }
-  return accountOf(record, {{"1-1", "pci0/slot7"}});
+  return accountOf(record, locations);
 }
 
 TEST(HealthAccounts, take_a_vanished_device_for_what_it_is_to_the_reader) {
@@ -165,6 +169,17 @@ TEST(HealthAccounts, tell_where_a_device_sits_unless_its_name_says_it) {
   ASSERT_THAT(account.findings, Not(IsEmpty()));
   EXPECT_EQ(account.findings.front().location, "slot7");
   EXPECT_EQ(account.findings.front().action, "Cool it.");
+}
+
+TEST(DeviceLocations, are_those_of_the_hardware_or_else_of_the_only_device_of_the_name) {
+  RunStarted start;
+  start.hardware = {{"1-1", "Disk", "pci0/a"}, {"1-2", "Disk", "pci0/b"}, {"2-1", "Fan", "box/c"}};
+  DeviceLocations locations;
+  locations.learn(start);
+  EXPECT_EQ(locations.of({"1", "P", "Disk", "Read", "1-2", 1}), "pci0/b");
+  EXPECT_EQ(locations.of({"1", "P", "Fan", "Read", "", 1}), "box/c");
+  EXPECT_EQ(locations.of({"1", "P", "Disk", "Read", "", 1}), "") << "it may be either";
+  EXPECT_EQ(locations.of({"1", "P", "Lamp", "Read", "", 1}), "");
 }
 
 HealthResult sampleResult() {
