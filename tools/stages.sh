@@ -186,6 +186,7 @@ stage_deb() {
   build_debs
   check_interfaces
   check_packed
+  check_units
   remove_bare_system "$root"
   make_bare_system "$root"
   try_debs "$root"

@@ -38,6 +38,13 @@ grep -qw MEMORY list.txt || fail "diagctl list tells of no tests of memory: $(ca
 setpriv --reuid nobody --regid nogroup --clear-groups diagctl check || fail "as nobody: diagctl check exited with $?"
 man_page=$(dpkg -L tarvexdiags | grep '/man1/diagctl.1.gz$') || fail "there is no man page"
 gzip -t "$man_page"
+for unit in tarvexdiags-health.timer tarvexdiags-health.service tarvexdiags-watch.service; do
+  [[ -e /lib/systemd/system/$unit ]] || fail "there is no $unit"
+  [[ -z $(find /etc/systemd -name "$unit" 2>/dev/null) ]] || fail "$unit was enabled by itself"
+done
+diagctl health -p memory --max-time 5min >health.txt || fail "diagctl health exited with $?: $(cat health.txt)"
+setpriv --reuid nobody --regid nogroup --clear-groups diagctl health -p memory --cached 1h ||
+  fail "as nobody: the last result is not told"
 
 echo "-- selftest"
 install ./tarvexdiags-selftest_*.deb
