@@ -75,7 +75,9 @@ Gravity gravityOfLone(const FactPath& path, bool isMissing, const Rule* rule) {
 /// Goes along both documents.
 class Walk {
  public:
+  /// @param rules kept alive by the caller.
   explicit Walk(const Rules& rules) : m_rules(rules) {}
+  explicit Walk(Rules&& rules) = delete;
 
   void compare(const Json* expected, const Json* actual) {
     const Rule* const rule = m_path.empty() ? nullptr : m_rules.find(m_path);
@@ -261,7 +263,8 @@ Comparison compare(const Json& expected, const Json& actual, const Rules& rules)
 
 std::vector<Difference> differencesOf(const Json& one, const Json& other) {
   const Json aligned = alignedWith(one, other);
-  Walk walk{Rules()};
+  const Rules none;
+  Walk walk(none);
   walk.compare(&one, &aligned);
   std::vector<Difference> differences = std::move(walk.differences);
   differences.insert(differences.end(), walk.unknown.begin(), walk.unknown.end());
