@@ -29,7 +29,7 @@ std::unique_ptr<Reporter> makeTap(Printer& out, const ReportSettings& settings) 
 }
 
 std::unique_ptr<Reporter> makeHtml(Printer& out, const ReportSettings& settings) {
-  return std::make_unique<HtmlReporter>(out, settings.mostHeld);
+  return std::make_unique<HtmlReporter>(out, settings.conditions, settings.mostHeld);
 }
 
 std::unique_ptr<Reporter> makeText(Printer& out, const ReportSettings& settings) {

@@ -51,7 +51,7 @@ void writeContents(Svg::Markup& out, const std::string& id, const std::string& s
   out.close();
 }
 
-std::string articleOf(const Html::PageRun& run) {
+Svg::Markup articleOf(const Html::PageRun& run) {
   Svg::Markup sections;
   for (const auto write : {Html::writeWhatToDo, Html::writeMachine, Html::writeCoverage,
                            Html::writeTests, Html::writeTimeline, Html::writeSensors,
@@ -67,25 +67,43 @@ std::string articleOf(const Html::PageRun& run) {
   writeContents(out, run.id, sections.written());
   out.append(sections);
   out.close();
+  return out;
+}
+
+std::string foldedPartOf(const Html::RunOfMany& run, const Svg::Markup& article) {
+  Svg::Markup out;
+  {
+    const Html::Folded folded(
+        out, Html::shown(tr("{} {}: {}, {}", Html::lookOf(run.verdict).symbol, toText(run.verdict),
+                            run.machine, toTimestamp(run.begin))));
+    out.append(article);
+  }
   return out.written();
 }
 
 }  // namespace
 
-HtmlReporter::HtmlReporter(Printer& out, std::size_t mostHeld)
+HtmlReporter::HtmlReporter(Printer& out, const RunConditions& conditions, std::size_t mostHeld)
     : m_out(out),
       m_mostHeld(mostHeld),
       m_record(RunRecord::Ended::Dropped, mostHeld / kSharesOfStory),
-      m_story(mostHeld / kSharesOfStory) {}
+      m_story(mostHeld / kSharesOfStory),
+      m_fleet(conditions) {}
 
 void HtmlReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
     closeRun();
   }
-  m_hasRun = true;
+  if (!std::exchange(m_hasRun, true)) {
+    m_fleet.beginRun({});
+  }
+  if (const auto* start = std::get_if<RunStarted>(&event.body)) {
+    m_fleet.take(*start);
+  }
   m_story.take(event);
   if (const StepRecord* ended = m_record.handle(event)) {
     m_story.takeEnded(*ended);
+    m_fleet.take(*ended);
   }
 }
 
@@ -96,24 +114,41 @@ void HtmlReporter::closeRun() {
   for (const StepRecord* step : m_record.steps()) {
     if (!step->hasEnded()) {
       m_story.takeEnded(*step);
+      m_fleet.take(*step);
     }
   }
+  m_fleet.endRun(m_record);
   if (m_written.size() == kMostRuns) {
     ++m_furtherRuns;
   } else {
-    Written written{fmt::format("r{}", m_written.size() + 1), m_story.start().machineName,
-                    m_story.begin(), verdictOf(m_record)};
-    const std::string article = articleOf({m_story, m_record, written.verdict, written.id});
-    if (m_spooled == 0 || m_spooled + article.size() <= kMostOfPages) {
-      m_spooled += article.size();
-      m_spool.out().write(article);
-    } else {
-      written.id.clear();
-    }
-    m_written.push_back(written);
+    m_written.push_back({fmt::format("r{}", m_written.size() + 1), m_story.start().machineName,
+                         m_story.begin(), verdictOf(m_record), m_record.sums()});
+    keepPart(m_written.back());
   }
   m_record.clear();
   m_story = RunStory(m_mostHeld / kSharesOfStory);
+}
+
+// The first run stands open, unless another one follows.
+void HtmlReporter::keepPart(Html::RunOfMany& run) {
+  if (m_spooled >= kMostOfPages) {
+    run.id.clear();
+    return;
+  }
+  Svg::Markup article = articleOf({m_story, m_record, run.verdict, run.id});
+  if (m_written.size() == 1) {
+    m_only = std::move(article);
+    return;
+  }
+  if (m_written.size() == 2) {
+    spool(foldedPartOf(m_written.front(), std::exchange(m_only, {})));
+  }
+  spool(foldedPartOf(run, article));
+}
+
+void HtmlReporter::spool(const std::string& part) {
+  m_spooled += part.size();
+  m_spool.out().write(part);
 }
 
 std::string HtmlReporter::head() const {
@@ -124,46 +159,27 @@ std::string HtmlReporter::head() const {
                                : tr("Diagnosis: {} runs", m_written.size() + m_furtherRuns);
 }
 
-void HtmlReporter::writeList(Printer& out) const {
-  Svg::Markup list;
-  list.leaf("h1", head());
+std::string HtmlReporter::overview() const {
+  Svg::Markup out;
+  out.leaf("h1", head());
   if (m_written.empty()) {
-    Html::writeParagraph(list, "told", tr("Nothing ran."));
+    Html::writeParagraph(out, "told", tr("Nothing ran."));
   }
   if (m_written.size() > 1) {
-    Html::Table table(list, tr("The runs, in the order of the log"),
-                      {tr("Verdict"), tr("Machine"), tr("Begun")});
-    for (const Written& run : m_written) {
-      const Html::Look look = Html::lookOf(run.verdict);
-      table.beginRow();
-      table.beginCell();
-      list.open("span", {{"class", look.ofClass}});
-      Html::writeSymbol(list, look.symbol);
-      list.text(toText(run.verdict));
-      list.close();
-      table.endCell();
-      table.cell(run.machine);
-      table.beginCell();
-      if (run.id.empty()) {
-        list.text(toTimestamp(run.begin));
-      } else {
-        list.leaf("a", {{"href", "#" + run.id}}, toTimestamp(run.begin));
-      }
-      table.endCell();
-      table.endRow();
-    }
+    out.leaf("h2", tr("All runs"));
+    Html::writeRuns(out, m_written, m_furtherRuns);
+    Html::writeTestsOfMany(out, m_fleet);
+    out.leaf("h2", tr("Each run"));
   }
-  if (m_furtherRuns > 0) {
-    Html::writeParagraph(list, "told", tr("and {} more runs, which the log has", m_furtherRuns));
-  }
-  out.write(list.written());
+  return out.written();
 }
 
 void HtmlReporter::finish() {
   closeRun();
   const Html::PageFrame frame = Html::frameOf(head());
   m_out.write(frame.before);
-  writeList(m_out);
+  m_out.write(overview());
+  m_out.write(m_only.written());
   m_spool.writeTo(m_out);
   m_out.write(frame.behind);
   m_out.flush();

@@ -110,7 +110,7 @@ void writeParagraph(Svg::Markup& out, const char* ofClass, std::string_view text
 }
 
 Section::Section(Svg::Markup& out, const std::string& id, const std::string& title) : m_out(out) {
-  m_out.open("section", {{"aria-labelledby", id}});
+  m_out.open("section");
   m_out.leaf("h3", {{"id", id}}, title);
 }
 
