@@ -28,6 +28,7 @@ STAGES=(
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
+  "pages        600  deep    pages of runs in a browser, by the rules of axe-core: light, dark, and 400 pixels wide"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
   "fleet        900  deep    what calls diagctl on many machines: a Slurm of four nodes, clush, pdsh, Ansible"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
@@ -411,6 +412,17 @@ stage_bare() {
   in_bare_system "$root" somebody './run'
   in_bare_system "$root" root './run'
   remove_bare_system "$root"
+}
+
+# axe-core comes from its registry, the version and the checksum from the lock file.
+stage_pages() {
+  build_preset dev diagctl_program
+  mkdir -p build/pages
+  cp tests/report/pages/package.json tests/report/pages/package-lock.json build/pages/
+  quietly build/logs/pages-npm.log npm ci --ignore-scripts --prefix build/pages ||
+    fail "pages: npm could not install what the lock file names"
+  tests/report/pages/check_pages.py build/dev/diagctl/diagctl \
+    build/pages/node_modules/axe-core/axe.min.js build/pages/results
 }
 
 # install_second LABEL: builds the release anew, without a cache of objects, and installs it.
