@@ -106,10 +106,13 @@ void writeTask(Svg::Markup& out, const Task& task) {
   out.close();
 }
 
-std::string locationOf(const RunStory& story, const std::string& device) {
+// Where it is and what names it to who replaces it.
+std::string identityOf(const RunStory& story, const std::string& device) {
   for (const HardwareItem& item : story.start().hardware) {
     if (item.name == device) {
-      return item.location;
+      return item.serialNumber.empty()
+                 ? item.location
+                 : tr("{}, serial number {}", item.location, item.serialNumber);
     }
   }
   return "";
@@ -119,8 +122,8 @@ void writePart(Svg::Markup& out, const RunStory& story, const Part& part) {
   out.open("li");
   out.open("h4");
   out.text(shown(part.device));
-  if (const std::string location = locationOf(story, part.device); !location.empty()) {
-    out.leaf("span", {{"class", "quiet"}}, fmt::format(" ({})", shown(location)));
+  if (const std::string identity = identityOf(story, part.device); !identity.empty()) {
+    out.leaf("span", {{"class", "quiet"}}, fmt::format(" ({})", shown(identity)));
   }
   out.close();
   out.open("ul");
@@ -206,18 +209,21 @@ void writeHardware(Svg::Markup& out, const RunStarted& start) {
     return;
   }
   const Folded folded(out, tr("Devices that were found ({})", start.hardware.size()));
-  Table table(out, tr("Devices that were found"), {tr("Device"), tr("Place")});
+  Table table(out, tr("Devices that were found"),
+              {tr("Device"), tr("Place"), tr("Manufacturer"), tr("Part number"),
+               tr("Serial number"), tr("Firmware")});
   const std::size_t begin = out.size();
   std::size_t written = 0;
   for (const HardwareItem& item : start.hardware) {
     if (out.size() - begin > kMostHardwareBytes) {
       break;
     }
-    table.row({item.name, item.location});
+    table.row({item.name, item.location, item.manufacturer, item.partNumber, item.serialNumber,
+               item.version});
     ++written;
   }
   if (written < start.hardware.size()) {
-    table.row({tr("and {} more", start.hardware.size() - written), ""});
+    table.row({tr("and {} more", start.hardware.size() - written), "", "", "", "", ""});
   }
 }
 

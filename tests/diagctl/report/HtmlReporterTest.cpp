@@ -46,7 +46,7 @@ class ToldRun {
     start.commandLine = "diagctl run --seed 7";
     start.parameters = {{"profile", "standard"}};
     start.machineName = machine;
-    start.hardware = {{"1-1", "Disk A", "host/sda"}};
+    start.hardware = {{"1-1", "Disk A", "host/sda", "Maker", "P-17", "S-42", "fw9"}};
     return tell(start);
   }
   ToldRun& tell(const RunEventBody& body) {
@@ -167,7 +167,10 @@ TEST(HtmlReport, tells_what_to_do_by_part_with_the_most_urgent_first) {
   const std::string todo = sectionOf(page, "r1-todo");
   EXPECT_LT(placeOf(todo, "Disk A"), placeOf(todo, "Disk B"));
   EXPECT_LT(placeOf(todo, "Bits differ."), placeOf(todo, "Replace it."));
-  EXPECT_THAT(todo, AllOf(HasSubstr("host/sda"), HasSubstr("Found by: Read, Write")));
+  EXPECT_THAT(todo,
+              AllOf(HasSubstr("host/sda, serial number S-42"), HasSubstr("Found by: Read, Write")));
+  EXPECT_THAT(sectionOf(page, "r1-machine"),
+              AllOf(HasSubstr("Maker"), HasSubstr("P-17"), HasSubstr("S-42"), HasSubstr("fw9")));
   EXPECT_EQ(todo.find("Bits differ."), todo.rfind("Bits differ.")) << "once for both tests";
   EXPECT_THAT(todo, Not(HasSubstr("Nothing")));
 }
