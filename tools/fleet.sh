@@ -307,3 +307,35 @@ fleet_try_spreaders() {
   fleet_tests login -t Behaves
   say "fleet: clush, pdsh and the playbook run, gather and judge"
 }
+
+# Metrics that are written a thousand times while they are scraped: no scrape meets half a file.
+fleet_try_metrics() {
+  local directory=$FLEET/metrics port=26850 count errors writer
+  mkdir -p "$directory"
+  fleet_start exporter prometheus-node-exporter --collector.disable-defaults --collector.textfile \
+    --collector.textfile.directory="$directory" --web.listen-address="127.0.0.1:$port"
+  fleet_await 20 "the exporter does not start" curl -fsS "http://127.0.0.1:$port/metrics"
+  fleet_write_metrics "$directory" &
+  writer=$!
+  count=0 errors=0
+  while kill -0 "$writer" 2>/dev/null && ((count < 5000)); do
+    curl -fsS --max-time 10 "http://127.0.0.1:$port/metrics" >"$FLEET/log/scrape" ||
+      fail "fleet: a scrape has failed"
+    grep -qx 'node_textfile_scrape_error 0' "$FLEET/log/scrape" || errors=$((errors + 1))
+    count=$((count + 1))
+    sleep 0.1
+  done
+  wait "$writer" || fail "fleet: the metrics could not be written"
+  ((count > 50 && errors == 0)) || fail "fleet: $errors of $count scrapes have met an error"
+  grep -q '^tarvexdiags_run_exit_code' "$FLEET/log/scrape" || fail "fleet: the exporter has no metrics"
+  promtool check metrics <"$directory/tarvexdiags-run.prom" || fail "fleet: promtool refuses the metrics"
+  say "fleet: 1000 writes, $count scrapes, and no error"
+}
+
+# fleet_write_metrics DIR
+fleet_write_metrics() {
+  local left=1000
+  while ((left-- > 0)); do
+    "$FLEET/bin/diagctl" run --quiet --only-problems --textfile "$1" >"$FLEET/log/metrics" 2>&1 || return 1
+  done
+}

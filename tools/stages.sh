@@ -30,7 +30,7 @@ STAGES=(
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
   "pages        600  deep    pages of runs in a browser, by the rules of axe-core: light, dark, and 400 pixels wide"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
-  "fleet        900  deep    what calls diagctl on many machines: a Slurm of four nodes, clush, pdsh, Ansible"
+  "fleet       1500  deep    what calls diagctl on many machines: Slurm, clush, pdsh, Ansible, metrics"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
@@ -374,6 +374,7 @@ stage_fleet() {
   trap fleet_end EXIT
   fleet_make_program
   fleet_try_spreaders
+  fleet_try_metrics
   fleet_start_slurm
   fleet_try_draining
   fleet_try_drained_by_hand
