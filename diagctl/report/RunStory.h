@@ -42,6 +42,7 @@ class RunStory {
     std::string test;
     StepRecord::Outcome outcome = StepRecord::Outcome::Passed;
     std::string reason;
+    // NOLINTNEXTLINE(modernize-use-nullptr): the literal 0 is the compiler's own
     auto operator<=>(const FoldKey&) const = default;
   };
   struct Fold {
@@ -85,6 +86,7 @@ class RunStory {
     std::string package;
     std::string name;
     std::string unit;
+    // NOLINTNEXTLINE(modernize-use-nullptr): the literal 0 is the compiler's own
     auto operator<=>(const FigureKey&) const = default;
   };
   struct Value {
