@@ -113,11 +113,8 @@ int tellProblems(Printer& out, const std::vector<Problem>& problems, const std::
   for (const Problem& problem : problems) {
     out.print("{}\n", toText(problem));
   }
-  if (problems.size() == 1) {
-    out.say("1 problem in {} and its packages\n", place);
-  } else {
-    out.say("{} problems in {} and its packages\n", problems.size(), place);
-  }
+  out.print("{}\n", trn("1 problem in {1} and its packages", "{0} problems in {1} and its packages",
+                        problems.size(), place));
   return problems.empty() ? ExitCode::kPassed : ExitCode::kNoVerdict;
 }
 

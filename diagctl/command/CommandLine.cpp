@@ -64,11 +64,12 @@ struct GlobalOptions {
 
 /// Which packages, and what they are to be set to.
 void addPackages(CLI::App& command, PackageWishes& wishes) {
-  OptionGroup group(command, tr("Packages and settings"));
+  OptionGroup group(command, english("Packages and settings"));
   group.list("--packages", "DIR", wishes.directories,
-             tr("A directory of packages, instead of the control file's; may be repeated"));
-  group.list("--set", "PACKAGE.KEY=VALUE", wishes.settings,
-             tr("A setting of a package, or with PACKAGE.NUMBER.KEY of one test; may be repeated"));
+             english("A directory of packages, instead of the control file's; may be repeated"));
+  group.list(
+      "--set", "PACKAGE.KEY=VALUE", wishes.settings,
+      english("A setting of a package, or with PACKAGE.NUMBER.KEY of one test; may be repeated"));
 }
 
 Configuration configurationOf(const GlobalOptions& global, const PackageWishes& wishes) {
@@ -95,24 +96,26 @@ void addAnswerFormat(CLI::App& command, std::string& format) {
   OptionGroup(command, "")
       .choice<std::string>("--format", "FORMAT", format,
                            {{kTextFormat, kTextFormat}, {kJsonFormat, kJsonFormat}},
-                           tr("For people or for programs"), kTextFormat);
+                           english("For people or for programs"), kTextFormat);
 }
 
 void addSelection(CLI::App& command, SelectionPatterns& patterns) {
-  OptionGroup group(command, tr("Selecting"));
+  OptionGroup group(command, english("Selecting"));
   const std::string value = "PATTERN";
   group.list("-p,--package", value, patterns.packages,
-             tr("Packages by name, mnemonic, number or wildcard"));
+             english("Packages by name, mnemonic, number or wildcard"));
   group.list("-d,--device", value, patterns.devices,
-             tr("Devices by name, tag, number or wildcard"));
-  group.list("-t,--test", value, patterns.tests, tr("Tests by name, number or wildcard"));
-  group.list("--exclude-package", value, patterns.excludedPackages, tr("Packages to leave out"));
-  group.list("--exclude-device", value, patterns.excludedDevices, tr("Devices to leave out"));
-  group.list("--exclude-test", value, patterns.excludedTests, tr("Tests to leave out"));
+             english("Devices by name, tag, number or wildcard"));
+  group.list("-t,--test", value, patterns.tests, english("Tests by name, number or wildcard"));
+  group.list("--exclude-package", value, patterns.excludedPackages,
+             english("Packages to leave out"));
+  group.list("--exclude-device", value, patterns.excludedDevices, english("Devices to leave out"));
+  group.list("--exclude-test", value, patterns.excludedTests, english("Tests to leave out"));
   command
-      .add_option("WHAT", patterns.words,
-                  tr("Packages, devices or tests, whichever it is that has the name. A pattern may "
-                     "be a list by commas, or the beginning of one name alone"))
+      .add_option(
+          "WHAT", patterns.words,
+          english("Packages, devices or tests, whichever it is that has the name. A pattern may "
+                  "be a list by commas, or the beginning of one name alone"))
       ->type_name("WHAT");
 }
 
@@ -127,32 +130,34 @@ OptionGroup::Choices<std::string> formatChoices() {
 /// How much is told of what was found, and what it comes to.
 void addStrictness(OptionGroup& group, ReportingOptions& options) {
   group.flag("--only-problems", options.onlyProblems,
-             tr("In the text, no line for what passed or was skipped"));
-  group.flag("--strict", options.isStrict, tr("A warning counts as no verdict"));
+             english("In the text, no line for what passed or was skipped"));
+  group.flag("--strict", options.isStrict, english("A warning counts as no verdict"));
 }
 
 /// By what a run is judged, and how much is told of it.
 void addJudgement(OptionGroup& group, ReportingOptions& options) {
   addStrictness(group, options);
   group
-      .choice<FailOnSkip>("--fail-on-skip", "KIND", options.failOnSkip,
-                          {{"any", FailOnSkip::Everything}, {"privilege", FailOnSkip::Privilege}},
-                          tr("What is skipped, or what needs a privilege, counts as no verdict"),
-                          "")
+      .choice<FailOnSkip>(
+          "--fail-on-skip", "KIND", options.failOnSkip,
+          {{"any", FailOnSkip::Everything}, {"privilege", FailOnSkip::Privilege}},
+          english("What is skipped, or what needs a privilege, counts as no verdict"), "")
       .expected(0, 1)
       ->default_str("any");
   group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
                            {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
-                           tr("What a device that vanishes during its test is"), "trouble");
+                           english("What a device that vanishes during its test is"), "trouble");
 }
 
 void addRedaction(OptionGroup& group, RedactionWishes& wishes) {
-  group.flag("--redact", wishes.isRedacted,
-             tr("Replace serial numbers, addresses, UUIDs and the host's name by a hash, whose key "
-                "is drawn anew each time"));
-  group.text("--redact-key", "FILE", wishes.keyFile,
-             tr("The same with this file for the key, so that what is equal in several documents "
-                "stays equal"));
+  group.flag(
+      "--redact", wishes.isRedacted,
+      english("Replace serial numbers, addresses, UUIDs and the host's name by a hash, whose key "
+              "is drawn anew each time"));
+  group.text(
+      "--redact-key", "FILE", wishes.keyFile,
+      english("The same with this file for the key, so that what is equal in several documents "
+              "stays equal"));
 }
 
 /// How what was found is told.
@@ -160,23 +165,24 @@ void addRedaction(OptionGroup& group, RedactionWishes& wishes) {
 void addReports(OptionGroup& group, ReportingOptions& options,
                 const OptionGroup::Choices<std::string>& formats) {
   group.choice<std::string>("--format", "FORMAT", options.format, formats,
-                            tr("Format on standard output"), kTextFormat);
+                            english("Format on standard output"), kTextFormat);
   group.list("-o,--output", "FORMAT=FILE", options.outputs,
-             tr("A report into a file, or with - onto standard output; may be repeated"));
-  group.counted("-v,--verbose", options.verbosity,
-                tr("In the text, all information and figures of each test; twice, what it wrote "
-                   "into the package's log as well"));
+             english("A report into a file, or with - onto standard output; may be repeated"));
+  group.counted(
+      "-v,--verbose", options.verbosity,
+      english("In the text, all information and figures of each test; twice, what it wrote "
+              "into the package's log as well"));
   group.choice<ExitStyle>(
       "--exit-style", "STYLE", options.exitStyle,
       {{"plain", ExitStyle::Plain}, {"nagios", ExitStyle::Nagios}, {"npd", ExitStyle::Npd}},
-      tr("Exit codes for a monitor"), "plain");
+      english("Exit codes for a monitor"), "plain");
 }
 
 /// How a run is told, and its outcome.
 /// @param formats for standard output.
 void addReporting(CLI::App& command, ReportingOptions& options,
                   const OptionGroup::Choices<std::string>& formats) {
-  OptionGroup group(command, tr("Reporting"));
+  OptionGroup group(command, english("Reporting"));
   addReports(group, options, formats);
   addJudgement(group, options);
 }
@@ -185,86 +191,92 @@ void addReporting(CLI::App& command, ReportingOptions& options,
 /// @param otherwise the profile without the option.
 void addThoroughness(CLI::App& command, RunOptions& options,
                      const std::string& otherwise = kProfiles[1]) {
-  OptionGroup group(command, tr("How thorough"));
+  OptionGroup group(command, english("How thorough"));
   group.choice<Profile>("--profile", "PROFILE", options.profile,
                         {{kProfiles[0], Profile::Quick},
                          {kProfiles[1], Profile::Standard},
                          {kProfiles[2], Profile::Extended}},
-                        tr("Short forms, one pass, or three passes; or a plan by its name"),
+                        english("Short forms, one pass, or three passes; or a plan by its name"),
                         otherwise);
-  group.number<int>("--passes", options.passes, 1, 1'000'000'000, tr("Passes of each test"),
-                    tr("the profile's"));
-  group.flag("--quick", options.quick, tr("Ask each test for its short form"));
+  group.number<int>("--passes", options.passes, 1, 1'000'000'000, english("Passes of each test"),
+                    english("the profile's"));
+  group.flag("--quick", options.quick, english("Ask each test for its short form"));
 }
 
 void addLimits(CLI::App& command, RunCommandOptions& options) {
-  OptionGroup group(command, tr("How long"));
+  OptionGroup group(command, english("How long"));
   group.seconds("--time", options.run.secondsPerTest,
-                tr("No further pass of a test after this: 90s, 10m, 2h, 1d"), tr("no limit"));
+                english("No further pass of a test after this: 90s, 10m, 2h, 1d"),
+                english("no limit"));
   group.seconds("--total-time", options.run.totalSeconds,
-                tr("End of the whole run, with no verdict on what still runs"), tr("no limit"));
-  group.flag("--stress", options.run.stress, tr("Let each test repeat by itself until its limit"));
+                english("End of the whole run, with no verdict on what still runs"),
+                english("no limit"));
+  group.flag("--stress", options.run.stress,
+             english("Let each test repeat by itself until its limit"));
   group.flag("--halt-on-error", options.run.haltOnError,
-             tr("End the passes of a test after a bad result"));
-  group.flag("--fail-fast", options.run.failFast, tr("End the whole run after the first failure"));
+             english("End the passes of a test after a bad result"));
+  group.flag("--fail-fast", options.run.failFast,
+             english("End the whole run after the first failure"));
 }
 
 void addConduct(CLI::App& command, RunCommandOptions& options) {
   using Settings = DiagCtrl::GlobalSettings;
-  OptionGroup group(command, tr("How it runs"));
-  CLI::Option& serial = group.flag("--serial", options.serial, tr("One test at a time"));
-  group.flag("--parallel", options.parallel, tr("As many tests as the devices allow"))
+  OptionGroup group(command, english("How it runs"));
+  CLI::Option& serial = group.flag("--serial", options.serial, english("One test at a time"));
+  group.flag("--parallel", options.parallel, english("As many tests as the devices allow"))
       .excludes(&serial);
   group.choice<Settings::diagMode>("--mode", "MODE", options.mode,
                                    {{"customer", Settings::CUSTOMER},
                                     {"factory", Settings::FACTORY},
                                     {"bringup", Settings::BRINGUP}},
-                                   tr("Diagnostic mode"), tr("the control file's"));
+                                   english("Diagnostic mode"), english("the control file's"));
   group.flag("--allow-disruptive", options.allowsDisruptive,
-             tr("Also tests that take devices out of service or overwrite them"));
+             english("Also tests that take devices out of service or overwrite them"));
   group.flag("--debug-worker", options.run.debugsWorkers,
-             tr("Let a debugger read the processes in which tests run"));
+             english("Let a debugger read the processes in which tests run"));
   group.number<std::size_t>(
       "--expect-devices", options.expectedDevices, 0, std::numeric_limits<std::size_t>::max(),
-      tr("Fewer devices than this are a hardware failure"), tr("any number will do"));
-  group.flag("--dry-run", options.isDryRun, tr("Only tell what would run"));
-  group.number<std::uint64_t>("--seed", options.run.seed, 1,
-                              static_cast<std::uint64_t>(std::numeric_limits<long>::max()),
-                              tr("Seed of the tests' random values"), tr("another for each run"));
-  group.flag("-q,--quiet", options.isQuiet, tr("No progress"));
+      english("Fewer devices than this are a hardware failure"), english("any number will do"));
+  group.flag("--dry-run", options.isDryRun, english("Only tell what would run"));
+  group.number<std::uint64_t>(
+      "--seed", options.run.seed, 1, static_cast<std::uint64_t>(std::numeric_limits<long>::max()),
+      english("Seed of the tests' random values"), english("another for each run"));
+  group.flag("-q,--quiet", options.isQuiet, english("No progress"));
 }
 
 void addTextfile(CLI::App& command, std::optional<std::string>& directory) {
-  OptionGroup(command, tr("Reporting"))
+  OptionGroup(command, english("Reporting"))
       .text("--textfile", "DIR", directory,
-            tr("Metrics for the textfile collector of Prometheus, into this directory"));
+            english("Metrics for the textfile collector of Prometheus, into this directory"));
 }
 
 void addHealthOptions(CLI::App& command, HealthOptions& options) {
-  OptionGroup group(command, tr("Asking"));
-  group.seconds("--max-time", options.mostSeconds, tr("End of it all, with what is known by then"),
-                "45s");
+  OptionGroup group(command, english("Asking"));
+  group.seconds("--max-time", options.mostSeconds,
+                english("End of it all, with what is known by then"), "45s");
   group.seconds("--cached", options.cached,
-                tr("Only tell the last result, which may be as old as this"), tr("make a check"));
+                english("Only tell the last result, which may be as old as this"),
+                english("make a check"));
   group.choice<HealthStyle>("--style", "STYLE", options.style,
                             {{"plain", HealthStyle::Plain},
                              {"slurm", HealthStyle::Slurm},
                              {"nagios", HealthStyle::Nagios},
                              {"npd", HealthStyle::Npd},
                              {"nhc", HealthStyle::Nhc}},
-                            tr("Whose exit codes and lines"), "plain");
+                            english("Whose exit codes and lines"), "plain");
   group.choice<VanishedAs>("--vanished", "KIND", options.vanished,
                            {{"trouble", VanishedAs::Trouble}, {"failure", VanishedAs::Failure}},
-                           tr("What a device that vanishes during its test is"),
-                           tr("failure for nagios and npd, else trouble"));
-  group.flag("--drain", options.drains,
-             tr("With style slurm: drain this node for a hardware failure, unless it is drained"));
+                           english("What a device that vanishes during its test is"),
+                           english("failure for nagios and npd, else trouble"));
+  group.flag(
+      "--drain", options.drains,
+      english("With style slurm: drain this node for a hardware failure, unless it is drained"));
   group.flag("--undrain-own", options.undrainsOwn,
-             tr("With style slurm: give it back once it passes, if it was drained here"));
-  group.text("--slurm-conf", "FILE", options.slurmConfiguration, tr("Slurm's configuration"),
-             tr("the one that it finds"));
-  group.text("--state", "DIR", options.state, tr("Where the last result is kept"),
-             tr("see FILES in the manual"));
+             english("With style slurm: give it back once it passes, if it was drained here"));
+  group.text("--slurm-conf", "FILE", options.slurmConfiguration, english("Slurm's configuration"),
+             english("the one that it finds"));
+  group.text("--state", "DIR", options.state, english("Where the last result is kept"),
+             english("see FILES in the manual"));
 }
 
 void addRunOptions(CLI::App& command, RunCommandOptions& options) {
@@ -412,8 +424,24 @@ class CommandLine {
     addTelling();
   }
 
+  // In which an error is told that comes before the words are understood.
+  std::string languageAskedFor() const {
+    constexpr std::string_view option = "--lang";
+    for (std::size_t place = 1; place < m_arguments.size(); ++place) {
+      const std::string_view word = m_arguments[place];
+      if (word == option && place + 1 < m_arguments.size()) {
+        return m_arguments[place + 1];
+      }
+      if (word.starts_with(option) && word.substr(option.size()).starts_with('=')) {
+        return std::string(word.substr(option.size() + 1));
+      }
+    }
+    return m_global.language;
+  }
+
   int carryOut() {
     Arguments arguments;
+    speak(languageAskedFor());
     try {
       const std::vector<std::string> words(m_arguments.begin() + 1, m_arguments.end());
       readArguments(words, m_program, m_verbs, arguments);
@@ -428,6 +456,7 @@ class CommandLine {
         return ExitCode::kUsage;
       }
       parse(m_program, arguments.ofProgram);
+      speak(m_global.language);
       take(takePlan(arguments, m_verbs, kProfiles, !m_global.allowsInsecure && mustBeSecure()));
       parse(*arguments.verb->command, arguments.ofVerb);
       requireSound(findFault(m_run.reporting.outputs));
@@ -503,8 +532,8 @@ class CommandLine {
       throw UsageFault(tr("--textfile: --cached checks nothing that metrics could tell of"));
     }
     if (m_health.style != HealthStyle::Slurm && (m_health.drains || m_health.undrainsOwn)) {
-      throw UsageFault(
-          tr("{}: only style slurm knows a node", m_health.drains ? "--drain" : "--undrain-own"));
+      throw UsageFault(english("{}: only style slurm knows a node",
+                               m_health.drains ? "--drain" : "--undrain-own"));
     }
   }
 
@@ -546,99 +575,104 @@ class CommandLine {
   }
 
   void addOptionsOfEveryVerb() {
-    m_program.set_help_flag("-h,--help", tr("Tell what there is, and behind a verb all of it"));
-    m_program.add_flag("--version", m_wantsVersion, tr("Tell the version"));
+    m_program.set_help_flag("-h,--help",
+                            english("Tell what there is, and behind a verb all of it"));
+    m_program.add_flag("--version", m_wantsVersion, english("Tell the version"));
     OptionGroup group(m_program, "");
-    group.text("-c,--config", "FILE", m_global.config, tr("Control file"),
-               tr("the first that exists; see FILES in the manual"));
+    group.text("-c,--config", "FILE", m_global.config, english("Control file"),
+               english("the first that exists; see FILES in the manual"));
     OptionGroup::Choices<std::string> languages;
     for (const char* const language : PackageKit::Contract::kLanguages) {
       languages.emplace_back(language, language);
     }
     group.choice<std::string>("--lang", "LANGUAGE", m_global.language, languages,
-                              tr("Language of texts"), tr("the locale's"));
+                              english("Language of texts"), english("the locale's"));
     group.flag("--allow-insecure", m_global.allowsInsecure,
-               tr("As root: work with files that others may change"));
+               english("As root: work with files that others may change"));
   }
 
   void addLooking() {
     CLI::App& listing =
-        add("list", tr("List packages, devices or tests"), "  diagctl list\n  diagctl list devices",
-            [this] { return list(m_global, m_list); });
+        add("list", english("List packages, devices or tests"),
+            "  diagctl list\n  diagctl list devices", [this] { return list(m_global, m_list); });
     addWord(listing, "WHAT", m_list.what,
-            withValues(tr("What to list"), kListings, kListings.front()));
+            withValues(english("What to list"), kListings, kListings.front()));
     addPackages(listing, m_list.wishes);
     addAnswerFormat(listing, m_list.format);
-    CLI::App& showing = add("show", tr("Tell all about a package, device or test"),
+    CLI::App& showing = add("show", english("Tell all about a package, device or test"),
                             "  diagctl show memory\n  diagctl show 'Unit*'",
                             [this] { return show(m_global, m_shown); });
-    addWord(showing, "ITEM", m_shown.item, tr("Name, number or wildcard")).required();
+    addWord(showing, "ITEM", m_shown.item, english("Name, number or wildcard")).required();
     addPackages(showing, m_shown.wishes);
     addAnswerFormat(showing, m_shown.format);
-    CLI::App& explaining = add("explain", tr("Explain a word or a number of a report"),
+    CLI::App& explaining = add("explain", english("Explain a word or a number of a report"),
                                "  diagctl explain 32\n  diagctl explain 9040\n"
                                "  diagctl explain worker-crashed",
                                [this] { return explain(m_global, m_explained); });
-    addWord(explaining, "WORD", m_explained.item, tr("Name, number or wildcard")).required();
+    addWord(explaining, "WORD", m_explained.item, english("Name, number or wildcard")).required();
     addAnswerFormat(explaining, m_explained.format);
   }
 
   void addTaking() {
-    CLI::App& taking = add("inventory", tr("Tell what this machine is made of, as a document"),
+    CLI::App& taking = add("inventory", english("Tell what this machine is made of, as a document"),
                            "  diagctl inventory -o machine.json\n"
                            "  diagctl inventory --redact-key fleet.key",
                            [this] { return carryOutInventory(standardOutput(), m_inventory); });
     OptionGroup group(taking, "");
-    group.text("-o,--output", "FILE", m_inventory.output, tr("Where the document goes"),
-               tr("standard output"));
+    group.text("-o,--output", "FILE", m_inventory.output, english("Where the document goes"),
+               english("standard output"));
     addRedaction(group, m_inventory.redaction);
     group.text("--root", "DIR", m_inventory.root,
-               tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
+               english("The directory below which the machine's proc and sys lie, as recorded"),
+               "/");
     addComparing();
   }
 
   static void addRules(OptionGroup& group, std::optional<std::string>& rules) {
     group.text("--rules", "FILE", rules,
-               tr("Rules for what differs, as JSON, which come before those that come along"));
+               english("Rules for what differs, as JSON, which come before those that come along"));
   }
 
   void addComparing() {
     const std::string verb = "inventory";
-    CLI::App& checking = add(verb + " check", tr("Tell how this machine differs from a file"),
+    CLI::App& checking = add(verb + " check", english("Tell how this machine differs from a file"),
                              "  diagctl inventory check --against golden.json\n"
                              "  diagctl inventory check --against /etc/fleet --format junit",
                              [this] { return checkInventory(); });
     OptionGroup group(checking, "");
-    group.text("--against", "FILE", m_inventoryCheck.against,
-               tr("What the machine should be: of golden, or an inventory; or a directory with one "
-                  "for each kind of machine"));
+    group.text(
+        "--against", "FILE", m_inventoryCheck.against,
+        english("What the machine should be: of golden, or an inventory; or a directory with one "
+                "for each kind of machine"));
     addRules(group, m_inventoryCheck.rules);
     group.text("--root", "DIR", m_inventoryCheck.root,
-               tr("The directory below which the machine's proc and sys lie, as recorded"), "/");
-    OptionGroup reporting(checking, tr("Reporting"));
+               english("The directory below which the machine's proc and sys lie, as recorded"),
+               "/");
+    OptionGroup reporting(checking, english("Reporting"));
     addReports(reporting, m_inventoryCheck.reporting, formatChoices());
     addStrictness(reporting, m_inventoryCheck.reporting);
     CLI::App& deriving =
-        add(verb + " golden", tr("Derive from inventories what most of the machines are"),
+        add(verb + " golden", english("Derive from inventories what most of the machines are"),
             "  diagctl inventory golden fleet/*.json -o golden.json",
             [this] { return carryOutInventoryGolden(m_inventoryGolden); });
-    addWord(deriving, "FILE", m_inventoryGolden.files, tr("Inventories, at least four")).required();
+    addWord(deriving, "FILE", m_inventoryGolden.files, english("Inventories, at least four"))
+        .required();
     OptionGroup derived(deriving, "");
-    derived.text("-o,--output", "FILE", m_inventoryGolden.output, tr("Where the document goes"),
-                 tr("standard output"));
+    derived.text("-o,--output", "FILE", m_inventoryGolden.output,
+                 english("Where the document goes"), english("standard output"));
     addRules(derived, m_inventoryGolden.rules);
     CLI::App& comparing =
-        add(verb + " diff", tr("Tell in what two inventories differ"),
+        add(verb + " diff", english("Tell in what two inventories differ"),
             "  diagctl inventory diff before.json after.json", [this] {
               return carryOutInventoryDiff(standardOutput(), m_inventories[0], m_inventories[1]);
             });
-    addWord(comparing, "ONE", m_inventories[0], tr("An inventory, or what golden wrote"))
+    addWord(comparing, "ONE", m_inventories[0], english("An inventory, or what golden wrote"))
         .required();
-    addWord(comparing, "OTHER", m_inventories[1], tr("Another one")).required();
+    addWord(comparing, "OTHER", m_inventories[1], english("Another one")).required();
   }
 
   void addRunning() {
-    CLI::App& running = add("run", tr("Run tests and report"),
+    CLI::App& running = add("run", english("Run tests and report"),
                             "  diagctl run --profile quick\n"
                             "  diagctl run -d 'disk*' --exclude-test 'Write*' -o junit=report.xml\n"
                             "  diagctl run --format jsonl --total-time 10m > run.jsonl",
@@ -646,7 +680,7 @@ class CommandLine {
     addRunOptions(running, m_run);
     addWatchingAlone();
     addHealth();
-    CLI::App& estimating = add("estimate", tr("Tell how long tests take"),
+    CLI::App& estimating = add("estimate", english("Tell how long tests take"),
                                "  diagctl estimate\n  diagctl estimate -p memory --passes 10",
                                [this] { return tellEstimates(m_global, m_estimate); });
     addSelection(estimating, m_estimate.patterns);
@@ -656,23 +690,23 @@ class CommandLine {
   }
 
   void addWatchingAlone() {
-    CLI::App& watching = add("watch", tr("Watch what kernel and sensors say of the hardware"),
+    CLI::App& watching = add("watch", english("Watch what kernel and sensors say of the hardware"),
                              "  diagctl watch\n  diagctl watch --for 24h --format jsonl",
                              [this] { return watch(); });
     OptionGroup group(watching, "");
-    group.text("--for", "TIME", m_watch.duration, tr("How long: 90s, 10m, 24h, 7d"),
-               tr("until a signal ends it"));
+    group.text("--for", "TIME", m_watch.duration, english("How long: 90s, 10m, 24h, 7d"),
+               english("until a signal ends it"));
     group.choice<std::string>("--format", "FORMAT", m_watch.format,
                               {{kTextFormat, kTextFormat}, {kLogFormat, kLogFormat}},
-                              tr("Format on standard output"), kTextFormat);
+                              english("Format on standard output"), kTextFormat);
     group.list("--set", "watch.KEY=VALUE", m_watch.wishes.settings,
-               tr("A setting of the watch; may be repeated"));
+               english("A setting of the watch; may be repeated"));
     addWatching(watching, m_watch.watch);
     addTextfile(watching, m_watch.textfiles);
   }
 
   void addHealth() {
-    CLI::App& asking = add("health", tr("Check the machine for a monitor or a scheduler"),
+    CLI::App& asking = add("health", english("Check the machine for a monitor or a scheduler"),
                            "  diagctl health --max-time 45s\n"
                            "  diagctl health --style slurm --drain --undrain-own\n"
                            "  diagctl health --style npd --cached 26h",
@@ -688,61 +722,64 @@ class CommandLine {
   }
 
   void addJudging() {
-    CLI::App& reporting = add("report", tr("Turn saved logs into any format"),
+    CLI::App& reporting = add("report", english("Turn saved logs into any format"),
                               "  diagctl report run.jsonl\n"
                               "  diagctl report run.jsonl --format junit > run.xml\n"
                               "  diagctl report *.jsonl",
                               [this] { return carryOutReport(m_report); });
     addLogs(reporting, m_report.logs);
     addReporting(reporting, m_report.reporting, formatChoices());
-    OptionGroup redaction(reporting, tr("What identifies machines"));
+    OptionGroup redaction(reporting, english("What identifies machines"));
     addRedaction(redaction, m_report.redaction);
     addMerging();
     CLI::App& checking =
-        add("check", tr("Tell every problem of the configuration and the packages"),
+        add("check", english("Tell every problem of the configuration and the packages"),
             "  diagctl check\n  diagctl check --config control.cfg",
             [this] { return check(m_global, m_checked); });
     addPackages(checking, m_checked.wishes);
     addAnswerFormat(checking, m_checked.format);
     CLI::App& proving =
-        add("selftest", tr("Prove that crashes, hangs and floods of tests do no harm"),
+        add("selftest", english("Prove that crashes, hangs and floods of tests do no harm"),
             "  diagctl selftest", [this] {
               return carryOutSelfTest(standardOutput(), m_selfTestPackages, m_global.language,
                                       m_global.allowsInsecure);
             });
     OptionGroup(proving, "")
         .text("--packages", "DIR", m_selfTestPackages,
-              tr("Directory of the package that misbehaves"), tr("the one that comes along"));
+              english("Directory of the package that misbehaves"),
+              english("the one that comes along"));
   }
 
   static void addLogs(CLI::App& command, std::vector<std::string>& logs) {
-    addWord(command, "LOG", logs,
-            tr("Files that run wrote as {}, those of many machines as well; - is standard input",
-               kLogFormat))
+    addWord(
+        command, "LOG", logs,
+        english("Files that run wrote as {}, those of many machines as well; - is standard input",
+                kLogFormat))
         .required();
   }
 
   void addMerging() {
-    CLI::App& merging = add("merge", tr("Merge the logs of many machines into one, and judge them"),
-                            "  diagctl merge node*.jsonl -o all.jsonl\n"
-                            "  diagctl merge node*.jsonl -o /dev/null --only-problems",
-                            [this] { return carryOutMerge(m_merge); });
+    CLI::App& merging =
+        add("merge", english("Merge the logs of many machines into one, and judge them"),
+            "  diagctl merge node*.jsonl -o all.jsonl\n"
+            "  diagctl merge node*.jsonl -o /dev/null --only-problems",
+            [this] { return carryOutMerge(m_merge); });
     addLogs(merging, m_merge.logs);
-    OptionGroup group(merging, tr("Reporting"));
-    group.text("-o,--output", "FILE", m_merge.output, tr("Where the log goes"),
-               tr("standard output"));
+    OptionGroup group(merging, english("Reporting"));
+    group.text("-o,--output", "FILE", m_merge.output, english("Where the log goes"),
+               english("standard output"));
     addJudgement(group, m_merge.reporting);
   }
 
   void addTelling() {
-    CLI::App& helping = add(kHelp, tr("Tell what there is, or all of a verb"),
+    CLI::App& helping = add(kHelp, english("Tell what there is, or all of a verb"),
                             "  diagctl help\n  diagctl help run", [this] {
                               const std::string verb =
                                   fmt::format("{}", fmt::join(m_helpedVerb, " "));
                               return tellHelp(verb.empty() ? nullptr : &verbNamed(verb, m_verbs));
                             });
-    addWord(helping, "VERB", m_helpedVerb, tr("The verb to tell of")).expected(0, 2);
-    add("version", tr("Tell the version"), "  diagctl version", [] { return tellVersion(); });
+    addWord(helping, "VERB", m_helpedVerb, english("The verb to tell of")).expected(0, 2);
+    add("version", english("Tell the version"), "  diagctl version", [] { return tellVersion(); });
   }
 
   int watch() {
@@ -777,7 +814,7 @@ class CommandLine {
     return carryOutRun(m_run);
   }
 
-  CLI::App m_program{tr("Runs hardware diagnostics on this machine."), "diagctl"};
+  CLI::App m_program{english("Runs hardware diagnostics on this machine."), "diagctl"};
   std::vector<std::string> m_arguments;
   bool m_wantsVersion = false;
   GlobalOptions m_global;

@@ -182,8 +182,8 @@ void writeEstimates(Printer& out, const std::vector<Estimate>& estimates) {
   const auto bound = [&](double seconds) {
     return sums.isComplete ? toText(seconds) : tr("at least {}", toText(seconds));
   };
-  out.say("\n{} tests: {} one after the other, {} side by side\n", estimates.size(),
-          bound(sums.oneAfterTheOther), bound(sums.sideBySide));
+  out.print("\n{}\n", trn("1 test: {1}", "{0} tests: {1} one after the other, {2} side by side",
+                          estimates.size(), bound(sums.oneAfterTheOther), bound(sums.sideBySide)));
 }
 
 }  // namespace TarvexDiags::FrontEnd

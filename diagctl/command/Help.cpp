@@ -71,7 +71,7 @@ void writeGroup(Printer& out, const CLI::App& command, const std::string& group,
 }
 
 void writeExamples(Printer& out, const std::string& examples) {
-  out.say("\nExamples:\n");
+  out.write(english("\nExamples:\n"));
   out.write(examples);
   out.write("\n");
 }
@@ -80,7 +80,7 @@ void writeExamples(Printer& out, const std::string& examples) {
 
 void writeVerbs(Printer& out, const std::deque<Verb>& verbs) {
   constexpr std::size_t column = 13;
-  out.say("Usage: diagctl [OPTIONS] VERB ...\n\nVerbs:\n");
+  out.write(english("Usage: diagctl [OPTIONS] VERB ...\n\nVerbs:\n"));
   for (const Verb& verb : verbs) {
     writeEntry(out, verb.name, verb.text, column);
   }
@@ -93,11 +93,11 @@ void writeHelp(Printer& out, const CLI::App& program, const std::deque<Verb>& ve
     writeGroup(out, program, group, group);
   }
   writeExamples(out, program.get_footer());
-  out.say("\n\"diagctl help VERB\" tells more of each. The manual is diagctl(1).\n");
+  out.write(english("\n\"diagctl help VERB\" tells more of each. The manual is diagctl(1).\n"));
 }
 
 void writeHelp(Printer& out, const CLI::App& program, const Verb& verb) {
-  std::string usage = verb.name + " " + tr("[OPTIONS]");
+  std::string usage = verb.name + " " + english("[OPTIONS]");
   for (const CLI::Option* option : verb.command->get_options()) {
     if (isPlain(*option)) {
       const std::string value = option->get_type_name();
@@ -106,7 +106,7 @@ void writeHelp(Printer& out, const CLI::App& program, const Verb& verb) {
     }
   }
   out.print("{}.\n\n", verb.text);
-  out.say("Usage: diagctl {}\n", usage);
+  out.print("{}\n", english("Usage: diagctl {}", usage));
   for (const CLI::Option* option : verb.command->get_options()) {
     if (isPlain(*option)) {
       out.write("\n");
@@ -117,7 +117,7 @@ void writeHelp(Printer& out, const CLI::App& program, const Verb& verb) {
     writeGroup(out, *verb.command, group, group);
   }
   for (const std::string& group : program.get_groups()) {
-    writeGroup(out, program, group, tr("Options of every verb"));
+    writeGroup(out, program, group, english("Options of every verb"));
   }
   writeExamples(out, verb.examples);
 }

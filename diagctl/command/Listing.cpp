@@ -28,8 +28,9 @@ std::string privilegesOf(const TestRemarks& remarks) {
 void showPackage(Printer& out, const PackageItem& package, const std::string& directory) {
   out.say("package {}: {} ({}, {}) version {}\n  {}\n", package.index, package.name,
           package.baseName, package.mnemonic, package.version, package.description);
-  out.say("  {} devices, {} tests{}\n", package.devices.size(), package.tests.size(),
-          package.takesMachine ? tr(", its tests run alone") : std::string());
+  out.print("  {}, {}{}\n", trn("1 device", "{} devices", package.devices.size()),
+            trn("1 test", "{} tests", package.tests.size()),
+            package.takesMachine ? tr(", its tests run alone") : std::string());
   for (const TestItem& test : package.tests) {
     out.say("  test {} {}: root's rights that it keeps: {}\n", test.id, test.name,
             privilegesOf(remarksOfTest(directory, package.baseName, test.id)));

@@ -77,7 +77,7 @@ std::string withValues(const std::string& text, const std::vector<std::string>& 
                        const std::string& otherwise) {
   std::string remark = fmt::format("{}", fmt::join(values, ", "));
   if (!otherwise.empty()) {
-    remark += (remark.empty() ? "" : "; ") + tr("default: {}", otherwise);
+    remark += (remark.empty() ? "" : "; ") + english("default: {}", otherwise);
   }
   return remark.empty() ? text : text + " (" + remark + ")";
 }

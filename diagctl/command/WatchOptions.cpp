@@ -12,23 +12,24 @@
 namespace TarvexDiags::FrontEnd {
 
 void addWatching(CLI::App& command, WatchOptions& options) {
-  OptionGroup group(command, tr("Watching the machine"));
+  OptionGroup group(command, english("Watching the machine"));
   group.text("--watch", "SOURCES", options.sources,
-             tr("What kernel and sensors say: off, all, or a list with commas of edac, mce, "
-                "aer, kmsg, throttle, hwmon, power, disk, nvme, net, psi"),
+             english("What kernel and sensors say: off, all, or a list with commas of edac, mce, "
+                     "aer, kmsg, throttle, hwmon, power, disk, nvme, net, psi"),
              "all");
-  group.text("--watch-interval", "TIME", options.interval, tr("How often it is looked at"), "1s");
+  group.text("--watch-interval", "TIME", options.interval, english("How often it is looked at"),
+             "1s");
   group.text(
       "--watch-ce-interval", "TIME", options.correctedErrorInterval,
-      tr("How often the kernel asks processors for errors that they corrected, while the run "
-         "lasts"),
-      tr("as the machine has it"));
+      english("How often the kernel asks processors for errors that they corrected, while the run "
+              "lasts"),
+      english("as the machine has it"));
 }
 
 void addSettling(CLI::App& command, WatchOptions& options) {
-  OptionGroup(command, tr("Watching the machine"))
+  OptionGroup(command, english("Watching the machine"))
       .text("--settle", "TIME", options.settle,
-            tr("How long after a test's end what is found still belongs to it"), "3s");
+            english("How long after a test's end what is found still belongs to it"), "3s");
 }
 
 void apply(const WatchOptions& options, WatchWishes& wishes) {

@@ -192,7 +192,7 @@ std::string Coverage::describe() const {
     parts.push_back(tr("{} more", m_further));
   }
   if (const double count = cores(); count > 0) {
-    parts.push_back(count == 1 ? tr("1 core") : tr("{} cores", withMarks(count)));
+    parts.push_back(trn("1 core", "{1} cores", static_cast<std::size_t>(count), withMarks(count)));
   }
   if (m_seconds > 0) {
     parts.push_back(tr("{:.1f} s of tests", m_seconds));

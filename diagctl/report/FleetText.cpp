@@ -26,11 +26,11 @@ std::string headOf(Outcome outcome) {
 }
 
 std::string machinesText(std::size_t count) {
-  return count == 1 ? tr("1 machine") : tr("{} machines", count);
+  return trn("1 machine", "{} machines", count);
 }
 
 std::string runsText(std::size_t count) {
-  return count == 1 ? tr("1 run") : tr("{} runs", count);
+  return trn("1 run", "{} runs", count);
 }
 
 std::string localTime(std::chrono::system_clock::time_point time) {
@@ -176,7 +176,7 @@ std::string lineOf(const Fleet& fleet) {
       sums.empty() ? tr("nothing ran") : tr("{}: {}", machinesText(fleet.machineCount()), sums);
   if (fleet.hasUnread()) {
     const std::size_t count = fleet.unread().size() + fleet.unread().omitted();
-    line += count == 1 ? tr(", 1 log not read") : tr(", {} logs not read", count);
+    line += trn(", 1 log not read", ", {} logs not read", count);
   }
   const std::vector<const Fleet::Machine*> machines = fleet.machines();
   if (machines.empty() || machines.front()->findings.empty()) {

@@ -78,8 +78,9 @@ struct Room {
 };
 
 std::string titleOf(const RunStory::Problem& problem) {
-  return shown(tr("{}: {}, {}", told(wordOf(problem.outcome)), problem.start.test, problem.finding),
-               kTitleLength);
+  return shown(
+      tr("{}: {}, {}", told(wordOf(problem.outcome)), testOf(problem.start), problem.finding),
+      kTitleLength);
 }
 
 Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Room& room) {

@@ -45,8 +45,8 @@ void writeProblem(Svg::Markup& out, Table& table, const RunStory::Problem& probl
   table.beginCell();
   writeBadge(out, problem.outcome);
   table.endCell();
-  table.cell(tr("{}: {}", problem.start.package, problem.start.test));
-  table.cell(problem.start.device);
+  table.cell(tr("{}: {}", problem.start.package, testOf(problem.start)));
+  table.cell(deviceOf(problem.start));
   table.cell(secondsText(problem.seconds));
   table.beginCell();
   writeParagraph(out, "told", shown(problem.finding, kMessageLength));
@@ -149,7 +149,7 @@ void writeSeeds(Svg::Markup& out, const RunStory& story) {
   std::size_t written = 0;
   for (const RunStory::Problem& problem : problems) {
     if (hasSeed(problem) && written++ < kMostSeeds) {
-      table.row({tr("{}: {}", problem.start.package, problem.start.test), problem.start.device,
+      table.row({tr("{}: {}", problem.start.package, testOf(problem.start)), problem.start.device,
                  problem.seed});
     }
   }

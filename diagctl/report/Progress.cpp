@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -35,10 +36,6 @@ std::string clock(double seconds) {
 
 std::string remainingTime(unsigned int percent, double elapsed) {
   return percent > 0 && percent < 100 ? clock(elapsed * (100.0 - percent) / percent) : "-";
-}
-
-std::string nameOf(const StepStarted& start) {
-  return tr("{}: {} on {}", start.package, start.test, start.device);
 }
 
 // Longer lines would wrap, and could not be erased again. No character is cut in two.
@@ -154,7 +151,7 @@ std::string Progress::signs() const {
     signs += tr(", hottest {:.0f} °C", hottest);
   }
   if (m_findings > 0) {
-    signs += m_findings == 1 ? tr(", 1 finding") : tr(", {} findings", m_findings);
+    signs += trn(", 1 finding", ", {} findings", m_findings);
   }
   return signs;
 }

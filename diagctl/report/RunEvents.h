@@ -59,6 +59,9 @@ struct RunStarted {
   std::vector<SoftwareItem> software;
 };
 
+/// What stands for the package in the steps that are the program's own.
+inline constexpr const char* kOwnPackage = "diagctl";
+
 /// One test of one request. Steps that are no requests have ids that are no numbers.
 struct StepStarted {
   std::string stepId;

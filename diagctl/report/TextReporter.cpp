@@ -133,7 +133,7 @@ void TextReporter::keepNews(const RunEventBody& body) {
   if (const auto* message = std::get_if<StepMessage>(&body)) {
     keepNews(*message);
   } else if (const auto* figure = std::get_if<StepMeasurement>(&body)) {
-    addNews(figure->stepId, kNewsMark, tr("{}: {}", figure->name, describe(*figure)));
+    addNews(figure->stepId, kNewsMark, tr("{}: {}", told(figure->name), describe(*figure)));
   }
 }
 
@@ -187,9 +187,7 @@ void TextReporter::keepProblem(const StepRecord& step) {
       ++m_furtherSkips;
     }
   } else if (isProblem(outcome) && m_problems.size() < kMostProblems) {
-    m_problems.push_back(
-        {outcome, tr("{}: {} on {}", step.start.package, step.start.test, step.start.device),
-         step.headline(), step.headlineAction()});
+    m_problems.push_back({outcome, nameOf(step.start), step.headline(), step.headlineAction()});
   } else if (isProblem(outcome)) {
     ++m_furtherProblems;
   }
@@ -210,9 +208,9 @@ void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
 void TextReporter::writeStep(const StepRecord& step) {
   const StepRecord::Outcome outcome = step.outcome();
   writeVerdict(outcome);
-  m_out.say("  {}: {} on {}", step.start.package, step.start.test, step.start.device);
+  m_out.print("  {}", nameOf(step.start));
   if (step.start.passes > 1 || step.passes() > 1) {
-    m_out.say(", {} of {} passes", step.passes(), step.start.passes);
+    m_out.write(trn(", {1} of 1 pass", ", {1} of {0} passes", step.start.passes, step.passes()));
   }
   if (step.hasEnded() && !isSkipped(outcome)) {
     m_out.say("   {:.1f} s", step.seconds());
@@ -337,9 +335,8 @@ void TextReporter::writeSums() {
   if (const std::size_t notRun = sums[StepRecord::Outcome::NotRun]; notRun > 0) {
     writeVerdict(StepRecord::Outcome::NotRun);
     m_out.print("  {}\n",
-                notRun == 1
-                    ? tr("1 test was not run: the run was ended before its turn.")
-                    : tr("{} tests were not run: the run was ended before their turn.", notRun));
+                trn("1 test was not run: the run was ended before its turn.",
+                    "{} tests were not run: the run was ended before their turn.", notRun));
   }
   writeProblems();
   const std::string summary = toText(m_record.sums());

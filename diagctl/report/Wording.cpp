@@ -5,7 +5,19 @@
 namespace TarvexDiags::FrontEnd {
 
 std::string testsText(std::size_t count) {
-  return count == 1 ? tr("1 test") : tr("{} tests", count);
+  return trn("1 test", "{} tests", count);
+}
+
+std::string testOf(const StepStarted& start) {
+  return start.package == kOwnPackage ? told(start.test) : start.test;
+}
+
+std::string deviceOf(const StepStarted& start) {
+  return start.package == kOwnPackage ? told(start.device) : start.device;
+}
+
+std::string nameOf(const StepStarted& start) {
+  return tr("{}: {} on {}", start.package, testOf(start), deviceOf(start));
 }
 
 std::string parameterOf(const RunStarted& start, const char* key) {

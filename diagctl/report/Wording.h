@@ -12,6 +12,12 @@ namespace TarvexDiags::FrontEnd {
 /// "1 test", "7 tests".
 std::string testsText(std::size_t count);
 
+/// What ran, and on what. The log has the program's own steps in English, as it has the packages'.
+std::string testOf(const StepStarted& start);
+std::string deviceOf(const StepStarted& start);
+/// "Memory: Walking ones on node 0".
+std::string nameOf(const StepStarted& start);
+
 /// A parameter of a run; empty where it has none of that name.
 std::string parameterOf(const RunStarted& start, const char* key);
 

@@ -59,7 +59,7 @@ void MachineWatch::take(const Diag::DiagnosticEvent& event) {
 
 void MachineWatch::begin() {
   if (!std::exchange(m_hasBegun, true)) {
-    m_tell(StepStarted{kStep, "diagctl", tr("this machine"), tr("Machine watch"), "", 1});
+    m_tell(StepStarted{kStep, kOwnPackage, marked("this machine"), marked("Machine watch"), "", 1});
   }
 }
 

@@ -126,7 +126,7 @@ void Runner::tellCoverage() {
   if (coverage.seconds <= 0) {
     return;  // no test ran
   }
-  tell(StepStarted{kCoverageStep, "diagctl", tr("this machine"), tr("Coverage"), "", 1});
+  tell(StepStarted{kCoverageStep, kOwnPackage, marked("this machine"), marked("Coverage"), "", 1});
   tell(std::move(coverage));
   tell(StepEnded{kCoverageStep});
 }
@@ -224,12 +224,11 @@ void Runner::tellMissingPrivileges() {
       std::count_if(m_plan.skipped.begin(), m_plan.skipped.end(), [](const SelectedPair& pair) {
         return pair.package->skipKindOf(*pair.device, *pair.test) == SkipKind::NeedsPrivilege;
       });
-  tell(RunMessage{
-      Severity::Information,
-      needing == 0 ? tr("Not run by root; no selected test was found to need that.")
-      : needing == 1
-          ? tr("Not run by root: 1 test that needs a privilege is skipped.")
-          : tr("Not run by root: {} tests that need a privilege are skipped.", needing)});
+  tell(RunMessage{Severity::Information,
+                  needing == 0 ? tr("Not run by root; no selected test was found to need that.")
+                               : trn("Not run by root: 1 test that needs a privilege is skipped.",
+                                     "Not run by root: {} tests that need a privilege are skipped.",
+                                     static_cast<std::size_t>(needing))});
 }
 
 // A device that is not there is a finding on the hardware, and a step of the report like any other.
@@ -238,11 +237,12 @@ void Runner::tellMissingDevices() {
     return;
   }
   const std::string id = "devices";
-  tell(StepStarted{id, "diagctl", tr("this machine"), tr("Expected devices"), "", 1});
-  tell(StepDiagnosis{id, Verdict::Fail, "device-missing",
-                     tr("{} devices were found, {} are expected.",
-                        m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
-                     tr("Compare \"diagctl list devices\" with what should be there."), "", 1});
+  tell(StepStarted{id, kOwnPackage, marked("this machine"), marked("Expected devices"), "", 1});
+  tell(StepDiagnosis{
+      id, Verdict::Fail, "device-missing",
+      trn("1 device was found, {1} are expected.", "{0} devices were found, {1} are expected.",
+          m_plan.expectedDevices - m_plan.missingDevices, m_plan.expectedDevices),
+      tr("Compare \"diagctl list devices\" with what should be there."), "", 1});
   tell(StepEnded{id, RunStatus::Complete});
 }
 

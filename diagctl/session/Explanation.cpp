@@ -234,7 +234,8 @@ constexpr Word kWords[] = {
 
 void addWords(const Question& question, std::vector<Explanation>& found) {
   for (const Word& word : kWords) {
-    if (question.names(word.name)) {
+    // As a report tells it, too.
+    if (question.names(word.name) || question.names(told(word.name))) {
       found.push_back({kWord, word.name, std::nullopt, std::nullopt, tr("word of a report"),
                        told(word.meaning), told(word.action)});
     }

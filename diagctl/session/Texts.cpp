@@ -4,6 +4,7 @@
 #include <memory>
 #include <utility>
 
+#include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -20,6 +21,10 @@ std::optional<std::string> takeText(Controller::errorCode code, char* text) {
     return std::nullopt;
   }
   return std::string(owned.get());
+}
+
+bool canBeTold(const std::optional<std::string>& text, const std::string& language) {
+  return text && (language == Contract::kFallbackLanguage || canShow(*text));
 }
 
 }  // namespace
@@ -43,7 +48,8 @@ std::optional<std::string> Texts::localise(int packageIndex, const std::string& 
                                            std::vector<std::string> parameters) const {
   for (std::string language : {m_language, std::string(Contract::kFallbackLanguage)}) {
     if (m_archive.keepsTexts(packageIndex, language)) {
-      if (auto kept = m_archive.message(packageIndex, language, token, parameters)) {
+      auto kept = m_archive.message(packageIndex, language, token, parameters);
+      if (canBeTold(kept, language)) {
         return kept;
       }
       continue;
@@ -52,7 +58,8 @@ std::optional<std::string> Texts::localise(int packageIndex, const std::string& 
     char* text = nullptr;
     const auto code = m_controller.getLocalizedMessage(packageIndex, language.data(), key.data(),
                                                        parameters, text);
-    if (auto found = takeText(code, text)) {
+    auto found = takeText(code, text);
+    if (canBeTold(found, language)) {
       return found;
     }
   }
@@ -74,7 +81,8 @@ std::optional<std::string> Texts::action(int packageIndex,
 
 std::string Texts::reason(int packageIndex, const std::string& wordsOrToken) const {
   for (const std::string& language : {m_language, std::string(Contract::kFallbackLanguage)}) {
-    if (auto kept = m_archive.message(packageIndex, language, wordsOrToken, {})) {
+    auto kept = m_archive.message(packageIndex, language, wordsOrToken, {});
+    if (canBeTold(kept, language)) {
       return std::move(*kept);
     }
   }

@@ -31,14 +31,14 @@ class Printer {
   template <class... Arguments>
   void say(fmt::format_string<Arguments...> text, Arguments&&... arguments) {
     const fmt::string_view source = text;
-    fill(inLanguage({source.data(), source.size()}), arguments...);
+    fill(inLanguage(source.data()), {source.data(), source.size()}, arguments...);
   }
 
   /// Writes what is the same in each language, with its arguments filled in, each in one line.
   template <class... Arguments>
   void print(fmt::format_string<Arguments...> text, Arguments&&... arguments) {
     const fmt::string_view source = text;
-    fill({source.data(), source.size()}, arguments...);
+    fill({source.data(), source.size()}, {source.data(), source.size()}, arguments...);
   }
 
   /// Writes a text as it is, its line breaks too; anything else that is not harmless is written
@@ -69,8 +69,8 @@ class Printer {
   }
 
   template <class... Arguments>
-  void fill(std::string_view text, const Arguments&... arguments) {
-    write(fmt::vformat({text.data(), text.size()}, fmt::make_format_args(inOneLine(arguments)...)));
+  void fill(std::string_view text, std::string_view source, const Arguments&... arguments) {
+    write(fillIn(text, source, fmt::make_format_args(inOneLine(arguments)...)));
   }
 
   void writeRaw(std::string_view text);

@@ -258,10 +258,13 @@ TEST_F(WatchedRun, is_not_watched_where_that_is_asked_for) {
 TEST_F(WatchedRun, tells_in_the_language_of_the_user) {
   begin({"--watch=edac", "--lang", "de"});
   correct(8);
+  const ReportedRun run = finish();
+  // The text's lines are found by their English verdicts.
   EXPECT_THAT(
-      finish().formatsWithout(
-          m_test, "Bei Walking ones hat das Speichermodul DIMM_A1 einen Fehler korrigiert."),
-      IsEmpty());
+      run.formatsWithout(m_test,
+                         "Bei Walking ones hat das Speichermodul DIMM_A1 einen Fehler korrigiert."),
+      ElementsAre("text"));
+  EXPECT_THAT(run.outcome().out, HasSubstr("das Speichermodul DIMM_A1"));
 }
 
 TEST_F(WatchedRun, tells_a_device_that_has_vanished_once_and_as_it_is_to_be_told) {

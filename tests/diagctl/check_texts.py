@@ -14,7 +14,7 @@ import pathlib
 import re
 import sys
 
-MARKING = {"tr", "marked", "say"}
+MARKING = {"tr", "trn", "marked", "say", "english"}
 
 # Formats, and the lines of files and of other programs.
 FOR_MACHINES = {

@@ -251,7 +251,7 @@ TEST_F(HostileLog, may_be_long_where_a_report_holds_little_of_it) {
     log << stepLine("1", R"("testStepEnd":{"status":"COMPLETE"})");
   });
   EXPECT_EQ(outcome.err, "");
-  EXPECT_THAT(outcome.out, HasSubstr("2000 of 1 passes"));
+  EXPECT_THAT(outcome.out, HasSubstr("2000 of 1 pass "));
 }
 
 /// The most memory that the children of this process have taken, in bytes.

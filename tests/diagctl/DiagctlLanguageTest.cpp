@@ -1,0 +1,136 @@
+// The program's own words, in the language of the reader.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "packagekit/contract/Texts.h"
+#include "tests/diagctl/Diagctl.h"
+#include "tests/diagctl/Reports.h"
+
+namespace TarvexDiags::DiagctlTest {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+class DiagctlLanguage : public Diagctl {
+ protected:
+  DiagctlLanguage() { addMixedPackage(); }
+
+  Outcome runIn(const std::string& locale, const std::vector<std::string>& arguments) {
+    Program::Options options;
+    options.environment["LC_ALL"] = locale;
+    return run(arguments, options);
+  }
+};
+
+/// Whether a name's value is for people, or another in each run.
+bool isToldToPeople(const std::string& name) {
+  const std::vector<std::string> names = {
+      "message",  "resolution", "commandLine", "timestamp",      "seconds", "measuredAt",
+      "duration", "value",      "text",        "sequenceNumber", "parameters"};
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+void dropWhatIsToldToPeople(nlohmann::json& value) {
+  if (value.is_object()) {
+    for (auto entry = value.begin(); entry != value.end();) {
+      entry = isToldToPeople(entry.key()) ? value.erase(entry) : std::next(entry);
+    }
+  }
+  if (value.is_structured()) {
+    for (nlohmann::json& part : value) {
+      dropWhatIsToldToPeople(part);
+    }
+  }
+}
+
+TEST_F(DiagctlLanguage, is_another_for_each_that_there_is) {
+  const std::string english = run({"--lang", "en", "run", "-q", "-t", "Bad"}).out;
+  std::map<std::string, std::string> seen = {{english, "en"}};
+  for (const std::string language : PackageKit::Contract::kLanguages) {
+    if (language == PackageKit::Contract::kFallbackLanguage) {
+      continue;
+    }
+    const Outcome outcome = runIn("C.UTF-8", {"run", "-q", "-t", "Bad", "--lang", language});
+    EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+    EXPECT_THAT(outcome.out, Not(HasSubstr("Verdict:"))) << language;
+    const auto [place, isNew] = seen.emplace(outcome.out, language);
+    EXPECT_TRUE(isNew) << language << " is told as " << place->second;
+  }
+}
+
+TEST_F(DiagctlLanguage, is_the_one_of_the_locale_though_that_is_not_installed) {
+  EXPECT_THAT(runIn("de_DE.UTF-8", {"list"}).out, HasSubstr("PAKET"));
+  EXPECT_THAT(runIn("xx_XX.UTF-8", {"list"}).out, HasSubstr("PACKAGE"));
+  EXPECT_THAT(runIn("../../x.UTF-8", {"list"}).out, HasSubstr("PACKAGE"));
+}
+
+TEST_F(DiagctlLanguage, is_english_where_the_characters_cannot_be_shown) {
+  const std::vector<std::string> words = {"run", "-q", "-t", "Bad", "--lang", "ja"};
+  for (const std::string locale : {"C", "POSIX", "ja_JP.eucJP", "de_DE"}) {
+    const std::string told = runIn(locale, words).out;
+    EXPECT_THAT(told, HasSubstr("Verdict: FAILED")) << locale;
+    EXPECT_TRUE(std::all_of(told.begin(), told.end(), [](char sign) { return sign > 0; })) << told;
+  }
+  EXPECT_THAT(runIn("", words).out, Not(HasSubstr("Verdict:")));
+}
+
+TEST_F(DiagctlLanguage, is_that_of_errors_on_the_command_line_too) {
+  const std::string english = runIn("C.UTF-8", {"--lang", "en", "runn"}).err;
+  EXPECT_THAT(english, HasSubstr("is no verb"));
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"--lang", "de", "runn"},
+                                                {"--lang=de", "runn"},
+                                                {"run", "--pases", "1", "--lang", "de"}}) {
+    const Outcome outcome = runIn("C.UTF-8", words);
+    EXPECT_EQ(outcome.exitCode, kUsage);
+    EXPECT_THAT(outcome.err, AllOf(Not(IsEmpty()), Not(HasSubstr("there is no option")),
+                                   Not(HasSubstr("is no verb"))));
+  }
+}
+
+TEST_F(DiagctlLanguage, of_the_help_is_english) {
+  EXPECT_EQ(runIn("ja_JP.UTF-8", {"help", "run"}).out, runIn("C.UTF-8", {"help", "run"}).out);
+}
+
+TEST_F(DiagctlLanguage, of_a_log_is_english_but_for_its_messages) {
+  const auto logIn = [&](const std::string& language) {
+    std::multiset<std::string> facts;  // tests of several devices go side by side
+    const std::vector<std::string> words = {
+        "run",    "-q",     "--seed",           "7", "--format", "jsonl",
+        "--lang", language, "--expect-devices", "9"};
+    for (nlohmann::json line : parseLines(run(words).out)) {
+      dropWhatIsToldToPeople(line);
+      facts.insert(line.dump());
+    }
+    return facts;
+  };
+  const auto german = logIn("de");
+  const auto english = logIn("en");
+  std::vector<std::string> others;
+  std::set_symmetric_difference(german.begin(), german.end(), english.begin(), english.end(),
+                                std::back_inserter(others));
+  EXPECT_THAT(others, IsEmpty());
+}
+
+TEST_F(DiagctlLanguage, of_a_report_is_the_readers_and_not_the_logs) {
+  const std::string log = place.path("log.jsonl");
+  ASSERT_EQ(run({"run", "-q", "-t", "Good", "--lang", "en", "-o", "jsonl=" + log}).exitCode,
+            kPassed);
+  EXPECT_THAT(runIn("C.UTF-8", {"report", log, "--lang", "de"}).out,
+              Not(AnyOf(HasSubstr("Verdict"), HasSubstr("PASSED"))));
+}
+
+}  // namespace
+}  // namespace TarvexDiags::DiagctlTest
