@@ -58,14 +58,14 @@ std::string countsOf(const HealthAccount& account) {
       text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, word);
     }
   };
-  add(summary.passed, tr("passed"));
-  add(summary.failed, tr("failed"));
-  add(summary.warned, tr("with a warning"));
-  add(summary.troubled, tr("without a verdict"));
-  add(summary.aborted, tr("aborted"));
-  add(summary.notRun, tr("not run"));
-  add(summary.skipped, tr("skipped"));
-  return text.empty() ? tr("nothing ran") : text;
+  add(summary.passed, english("passed"));
+  add(summary.failed, english("failed"));
+  add(summary.warned, english("with a warning"));
+  add(summary.troubled, english("without a verdict"));
+  add(summary.aborted, english("aborted"));
+  add(summary.notRun, english("not run"));
+  add(summary.skipped, english("skipped"));
+  return text.empty() ? english("nothing ran") : text;
 }
 
 std::string headOf(const HealthAccount& account, HealthStyle style) {
@@ -151,7 +151,7 @@ std::string reasonOf(const HealthAccount& account, std::size_t most) {
     return "";
   }
   const HealthFinding& finding = account.findings.front();
-  std::string text = tr("FAILED {} on {}", finding.test, finding.device);
+  std::string text = english("FAILED {} on {}", finding.test, finding.device);
   if (!finding.location.empty()) {
     text += fmt::format(" ({})", finding.location);
   }
@@ -174,7 +174,7 @@ std::string detailsOf(const HealthAccount& account) {
     }
   }
   if (account.further > 0) {
-    text += "  " + tr("and {} more", account.further) + "\n";
+    text += "  " + english("and {} more", account.further) + "\n";
   }
   return text + "  " + countsOf(account) + "\n";
 }

@@ -34,7 +34,7 @@ LoggedVerdict loggedVerdictOf(const RunRecord& record, const RunConditions& cond
 
 std::string nameOfFailed(const StepRecord& step) {
   return fmt::format("{}: {}", step.start.package,
-                     tr("{} on {}", step.start.test, step.start.device));
+                     english("{} on {}", step.start.test, step.start.device));
 }
 
 }  // namespace
@@ -43,8 +43,8 @@ SystemLogLine systemLogLineOf(const std::string& verb, const RunRecord& record,
                               const RunConditions& conditions) {
   const LoggedVerdict verdict = loggedVerdictOf(record, conditions);
   const std::string counts = toText(record.sums());
-  std::string text =
-      fmt::format("{}: {}: {}", verb, verdict.word, counts.empty() ? tr("nothing ran") : counts);
+  std::string text = fmt::format("{}: {}: {}", verb, verdict.word,
+                                 counts.empty() ? english("nothing ran") : counts);
   std::size_t omitted = 0;
   const std::size_t room = SystemLogLine::kLongest - 64;  // for how many more there are
   for (const StepRecord* const step : record.steps()) {
@@ -59,7 +59,7 @@ SystemLogLine systemLogLineOf(const std::string& verb, const RunRecord& record,
     }
   }
   if (omitted > 0) {
-    text += "; " + tr("and {} more", omitted);
+    text += "; " + english("and {} more", omitted);
   }
   return {verdict.priority, text};
 }

@@ -56,7 +56,8 @@ std::string trn(fmt::format_string<const std::size_t&, Arguments...> one,
                 fmt::make_format_args(count, arguments...));
 }
 
-/// A text of the help, with its arguments filled in: it is told in English in every language.
+/// A text of the help, or of a line that schedulers, monitors and the system's log keep, with its
+/// arguments filled in: it is told in English in every language.
 template <class... Arguments>
 std::string english(fmt::format_string<Arguments...> text, Arguments&&... arguments) {
   return fmt::format(text, std::forward<Arguments>(arguments)...);
