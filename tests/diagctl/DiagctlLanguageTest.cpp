@@ -37,9 +37,9 @@ class DiagctlLanguage : public Diagctl {
 
 /// Whether a name's value is for people, or another in each run.
 bool isToldToPeople(const std::string& name) {
-  const std::vector<std::string> names = {
-      "message",  "resolution", "commandLine", "timestamp",      "seconds", "measuredAt",
-      "duration", "value",      "text",        "sequenceNumber", "parameters"};
+  const std::vector<std::string> names = {"message", "resolution",     "commandLine", "timestamp",
+                                          "seconds", "measuredAt",     "duration",    "value",
+                                          "text",    "sequenceNumber", "parameters"};
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
