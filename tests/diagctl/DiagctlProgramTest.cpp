@@ -872,6 +872,12 @@ TEST_F(Diagctl, explain_knows_every_word_and_number_that_a_report_can_show) {
   for (const char* word : {"PASSED", "FAILED", "WARNING", "ERROR", "ABORTED", "SKIPPED"}) {
     EXPECT_THAT(explained(word), StartsWith(std::string("word: ") + word));
   }
+  for (const char* word : {"crash-on-one-device", "crash-not-repeated", "queueing-failed",
+                           "run-trouble", "further-tests", "no-end", "log-not-read", "part-missing",
+                           "part-degraded", "part-differs", "part-added", "not-comparable"}) {
+    EXPECT_THAT(explained(word), AllOf(StartsWith(std::string("word: ") + word), HasSubstr("-> ")));
+  }
+  EXPECT_THAT(diagctl({"--lang", "de", "explain", "bestanden"}).out, StartsWith("word: PASSED"));
   for (const auto& row : PackageKit::Contract::kKitCodes) {
     EXPECT_THAT(explained(std::string(row.symptom)), HasSubstr(std::string(row.token)));
   }
