@@ -1,5 +1,6 @@
 #include "diagctl/command/MergeCommand.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 
@@ -27,13 +28,21 @@ int carryOutMerge(const MergeCommandOptions& options) {
   const auto file = options.output ? std::make_unique<WrittenFile>(*options.output) : nullptr;
   MergedLog merged(file != nullptr ? file->out() : standardOutput());
   Fleet fleet({.isStrict = options.reporting.isStrict, .failOnSkip = options.reporting.failOnSkip});
+  // At once: the system's reason is gone with the next call, and the logs may be many.
+  const auto write = [&](const auto& part) {
+    errno = 0;
+    part();
+    if (file != nullptr) {
+      file->requireWritten();
+    }
+  };
   const auto takeLine = [&](const std::string& text, const nlohmann::json& line) {
-    merged.take(text, line);
+    write([&] { merged.take(text, line); });
   };
   LogReplay replay({{},
                     takeLine,
-                    [&] { merged.beginRun(); },
-                    [&](const RunEvent& event) { merged.tell(event); }},
+                    [&] { write([&] { merged.beginRun(); }); },
+                    [&](const RunEvent& event) { write([&] { merged.tell(event); }); }},
                    options.reporting.vanished, kMostHeldOfRun, fleet);
   replay.readAll(options.logs);
   if (file != nullptr) {

@@ -27,12 +27,13 @@ class WrittenFile {
   Printer& out() { return *m_out; }
   /// Whether writing waits for a disk at most, and never for somebody who reads.
   bool isPlain() const { return m_isPlain; }
+  /// Call it right behind what was written, with errno 0 before that: it tells the reason.
+  /// @throws std::system_error naming the file if it could not be written.
+  void requireWritten();
   /// @throws std::system_error naming the file if it could not be written.
   void finish();
 
  private:
-  void requireWritten();
-
   std::string m_path;
   std::string m_besides;  ///< what is renamed to it; empty for none
   bool m_isPlain;

@@ -26,13 +26,17 @@ double roundStep(double least) {
   return 10 * power;
 }
 
-std::string withMarks(std::string digits) {
+std::string withMarks(const std::string& digits) {
   const std::size_t begin = digits.starts_with('-') ? 1 : 0;
   const std::size_t end = std::min(digits.find('.'), digits.size());
-  for (std::size_t place = end; place > begin + 3; place -= 3) {
-    digits.insert(place - 3, ",");
+  std::string text;
+  for (std::size_t place = 0; place < digits.size(); ++place) {
+    if (place > begin && place < end && (end - place) % 3 == 0) {
+      text += ',';
+    }
+    text += digits[place];
   }
-  return digits;
+  return text;
 }
 
 std::string numberText(double value, double step) {

@@ -177,7 +177,7 @@ TEST_F(Health, that_cannot_begin_is_unknown_and_says_why) {
 TEST_F(Health, believes_no_result_that_is_none) {
   addMixedPackage();
   health({"-t", "Good"});
-  for (const std::string& text : {"", "{", "[]", "\x1b[2J\nforged", "{\"version\": 1}"}) {
+  for (const std::string text : {"", "{", "[]", "\x1b[2J\nforged", "{\"version\": 1}"}) {
     place.write(results().front().string(), text);
     const Outcome outcome = health({"-t", "Good", "--cached", "1h"});
     EXPECT_EQ(outcome.exitCode, kNoVerdict) << text;
@@ -225,7 +225,7 @@ TEST_P(HealthStyleContracts, are_kept_by_code_and_line) {
   std::vector<std::string> check = what;
   health(check);
   std::size_t index = 0;
-  for (const std::string& style : {"plain", "slurm", "nhc", "nagios", "npd"}) {
+  for (const std::string style : {"plain", "slurm", "nhc", "nagios", "npd"}) {
     std::vector<std::string> words = what;
     words.insert(words.end(), {"--style", style, "--cached", "1h"});
     const Outcome outcome = health(words);
@@ -296,7 +296,7 @@ TEST_F(DrainedNode, is_drained_for_a_failure_with_our_reason) {
 }
 
 TEST_F(DrainedNode, is_drained_for_nothing_else) {
-  for (const std::string& test : {"Good", "Weak", "Silent"}) {
+  for (const std::string test : {"Good", "Weak", "Silent"}) {
     EXPECT_EQ(slurm({"-t", test, "--drain"}).exitCode, 0) << test;
   }
   EXPECT_EQ(slurm({"-t", "Bad"}).exitCode, 1) << "unless it is asked for";
@@ -305,7 +305,7 @@ TEST_F(DrainedNode, is_drained_for_nothing_else) {
 }
 
 TEST_F(DrainedNode, is_left_alone_when_somebody_has_drained_it_or_taken_it_down) {
-  for (const std::string& state : {"IDLE+DRAIN", "DOWN*+DRAIN", "ALLOCATED+DRAIN", "DOWN"}) {
+  for (const std::string state : {"IDLE+DRAIN", "DOWN*+DRAIN", "ALLOCATED+DRAIN", "DOWN"}) {
     isIn(state, "fan to be changed");
     const Outcome outcome = slurm({"-t", "Bad", "--drain"});
     EXPECT_EQ(outcome.exitCode, 1);

@@ -153,7 +153,7 @@ TEST_F(Diagctl, names_may_be_cut_where_they_stay_the_only_ones) {
   addMixedPackage();
   const std::string good = "run   Package MIX: Good on Left";
   const auto lines = [&](const std::vector<std::string>& words) { return linesOf(run(words).out); };
-  EXPECT_THAT(lines({"ru", "--dry", "--te", "Good", "--dev=Left"}), ElementsAre(good));
+  EXPECT_THAT(lines({"ru", "--dry", "--tes", "Good", "--dev=Left"}), ElementsAre(good));
   EXPECT_THAT(lines({"run", "--dry-run", "-tGood", "-d=Left", "--prof", "q"}), ElementsAre(good));
   EXPECT_THAT(lines({"run", "-qd", "Left", "--dry-run", "-t", "Good"}), ElementsAre(good));
   EXPECT_THAT(run({"list", "dev"}).out, HasSubstr("bus/left"));

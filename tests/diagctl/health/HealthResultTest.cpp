@@ -64,7 +64,7 @@ TEST(HealthLine, keeps_to_eighty_bytes_and_cuts_no_character_and_not_its_end) {
   HealthAccount account = failure(HealthAccount::kMostFindings);
   account.further = 980;
   for (std::size_t length = 0; length < 120; ++length) {
-    for (const std::string& letter : {"a", "\xc3\xa4", "\xf0\x9f\x94\xa5", "\x1b"}) {
+    for (const std::string letter : {"a", "\xc3\xa4", "\xf0\x9f\x94\xa5", "\x1b"}) {
       std::string name;
       for (std::size_t i = 0; i < length; ++i) {
         name += letter;

@@ -18,11 +18,10 @@ SlurmState stateOf(const std::string& states, const std::string& reason = "") {
 }
 
 TEST(SlurmStates, are_read_with_their_marks) {
-  for (const std::string& states :
-       {"IDLE", "ALLOCATED", "MIXED#", "IDLE+CLOUD", "RESERVED+MAINT"}) {
+  for (const std::string states : {"IDLE", "ALLOCATED", "MIXED#", "IDLE+CLOUD", "RESERVED+MAINT"}) {
     EXPECT_TRUE(stateOf(states).isFree()) << states;
   }
-  for (const std::string& states : {"IDLE+DRAIN", "DRAINED", "DRAINING*", "DOWN*+DRAIN"}) {
+  for (const std::string states : {"IDLE+DRAIN", "DRAINED", "DRAINING*", "DOWN*+DRAIN"}) {
     EXPECT_TRUE(stateOf(states).isDrained) << states;
     EXPECT_FALSE(stateOf(states).isFree()) << states;
   }
