@@ -15,6 +15,14 @@ fleet_start() {
   FLEET_PROCESSES+=($!)
 }
 
+# The processes of jobs, which outlive the daemons that began them.
+fleet_steps() {
+  local pid
+  for pid in $(pgrep -x slurmstepd); do
+    ! grep -qz "^SLURM_CONF=$FLEET/" "/proc/$pid/environ" 2>/dev/null || echo "$pid"
+  done
+}
+
 fleet_end() {
   local pid status=$?
   for pid in "${FLEET_PROCESSES[@]}"; do
@@ -22,6 +30,9 @@ fleet_end() {
   done
   for pid in "${FLEET_PROCESSES[@]}"; do
     wait "$pid" 2>/dev/null || true
+  done
+  for pid in $(fleet_steps); do
+    kill -KILL "$pid" 2>/dev/null || true
   done
   if ((status == 0)); then
     rm -rf "$FLEET"
