@@ -347,7 +347,8 @@ std::string pageOfMany(std::size_t mostHeld, bool areFailing) {
     const std::string id = std::to_string(sensor);
     run.tell(SeriesStarted{kMachineStep, id, "Core " + id, "\u00b0C", 95.0});
     for (std::size_t value = 0; value < 200; ++value) {
-      run.tell(SeriesElement{kMachineStep, id, value, value % 7 + 50.25, run.now()});
+      run.tell(SeriesElement{kMachineStep, id, value, static_cast<double>(value % 7) + 50.25,
+                             run.now()});
     }
   }
   for (int number = 1; number <= 10'000; ++number) {
