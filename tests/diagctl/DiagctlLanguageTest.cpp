@@ -66,8 +66,8 @@ TEST_F(DiagctlLanguage, is_another_for_each_that_there_is) {
     const Outcome outcome = runIn("C.UTF-8", {"run", "-q", "-t", "Bad", "--lang", language});
     EXPECT_EQ(outcome.exitCode, kHardwareFailure);
     EXPECT_THAT(outcome.out, Not(HasSubstr("Verdict:"))) << language;
-    const auto [place, isNew] = seen.emplace(outcome.out, language);
-    EXPECT_TRUE(isNew) << language << " is told as " << place->second;
+    const auto [known, isNew] = seen.emplace(outcome.out, language);
+    EXPECT_TRUE(isNew) << language << " is told as " << known->second;
   }
 }
 
