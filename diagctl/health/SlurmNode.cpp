@@ -36,7 +36,7 @@ bool isNodeName(const std::string& name) {
 }
 
 std::string nameOfNode() {
-  const std::string name = variable(kNodeVariable);
+  std::string name = variable(kNodeVariable);
   if (name.empty()) {
     throw std::runtime_error(tr("{} is not set: Slurm sets it for what it starts", kNodeVariable));
   }
@@ -50,7 +50,7 @@ std::string nameOfNode() {
 std::string findScontrol(bool isSecure) {
   std::istringstream path(variable("PATH") + ":/usr/bin:/usr/local/bin:/opt/slurm/bin");
   for (std::string directory; std::getline(path, directory, ':');) {
-    const std::string program = directory + "/" + kScontrol;
+    std::string program = directory + "/" + kScontrol;
     if (!directory.starts_with('/') || access(program.c_str(), X_OK) != 0) {
       continue;
     }
