@@ -49,7 +49,7 @@ class Output {
 std::string findFault(const std::vector<std::string>& specifications,
                       const std::vector<std::string>& inputs = {});
 
-/// Whether one of the specifications names standard output.
+/// Whether one of the outputs that are asked for is standard output.
 bool isStandardOutputTaken(const std::vector<std::string>& specifications);
 
 /// Whether two names are those of one plain file, which need not be there.
