@@ -17,12 +17,12 @@ function(tarvex_set_run_path target)
   set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
 endfunction()
 
-# tarvex_precompile(<target> [<header>...]): in the build for daily work, the standard headers that most
-# sources include are compiled once for all of the target's, and those given with them, and the sources
-# eight at a time. The other builds show what a source forgot to include. Sources that have names of their
-# own in common with others of their folder say so with tarvex_compile_alone.
+# tarvex_precompile(<target> [<header>...]): in the builds that compile together, the standard headers that
+# most sources include are compiled once for all of the target's, and those given with them, and the sources
+# eight at a time. Sources that have names of their own in common with others of their folder say so with
+# tarvex_compile_alone.
 function(tarvex_precompile target)
-  if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARVEX_INSTRUMENTATION STREQUAL "none")
+  if(TARVEX_COMPILE_TOGETHER)
     target_precompile_headers(
       ${target} PRIVATE <algorithm> <chrono> <fstream> <functional> <map> <memory> <mutex>
       <optional> <sstream> <string> <thread> <utility> <vector> ${ARGN})

@@ -26,6 +26,15 @@ if(TARVEX_USE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   endif()
 endif()
 
+# Most of what a source takes to compile is what it includes: in the builds that nobody installs or
+# looks at closely it is eight sources of a target at a time. The release and the sanitizers' builds show
+# what a source forgot to include.
+if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARVEX_INSTRUMENTATION MATCHES "^(none|coverage)$")
+  set(TARVEX_COMPILE_TOGETHER ON)
+else()
+  set(TARVEX_COMPILE_TOGETHER OFF)
+endif()
+
 # Source file names compiled into messages and exceptions are relative to the root. (ccache with a
 # base folder hands relative names to the compiler.)
 cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_BINARY_DIR}" OUTPUT_VARIABLE
