@@ -2,6 +2,9 @@
 
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
+# Most of what a source takes to compile is what it includes: presets that nobody installs turn this on.
+# The release shows what a source forgot to include, and clang-tidy what a test forgot.
+option(TARVEX_COMPILE_TOGETHER "Compile eight sources of a target at a time" OFF)
 set(TARVEX_INSTRUMENTATION "none"
     CACHE STRING "What the build is instrumented for: none, asan, tsan or coverage")
 set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage)
@@ -24,15 +27,6 @@ if(TARVEX_USE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
                                     "CCACHE_SLOPPINESS=pch_defines,time_macros" "${TARVEX_CCACHE}")
   endif()
-endif()
-
-# Most of what a source takes to compile is what it includes: in the builds that nobody installs or
-# looks at closely it is eight sources of a target at a time. The release and the sanitizers' builds show
-# what a source forgot to include.
-if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND TARVEX_INSTRUMENTATION MATCHES "^(none|coverage)$")
-  set(TARVEX_COMPILE_TOGETHER ON)
-else()
-  set(TARVEX_COMPILE_TOGETHER OFF)
 endif()
 
 # Source file names compiled into messages and exceptions are relative to the root. (ccache with a
