@@ -22,10 +22,19 @@ void Attribution::end(const std::string& test, Moment time) {
 }
 
 std::vector<std::string> Attribution::testsOf(const Finding& finding) const {
+  // The kernel tells at once what a disk did not carry out, so no test before has anything to do
+  // with it.
+  const bool isToldAtOnce = finding.device.starts_with("block:");
+  std::vector<std::string> running = testsOf(finding, std::chrono::milliseconds(0));
+  return isToldAtOnce && !running.empty() ? running : testsOf(finding, m_settle);
+}
+
+std::vector<std::string> Attribution::testsOf(const Finding& finding,
+                                              std::chrono::milliseconds settle) const {
   std::vector<std::string> tests;
   for (const Run& run : m_runs) {
     const bool isInTime =
-        finding.time >= run.begin && (!run.end || finding.time <= *run.end + m_settle);
+        finding.time >= run.begin && (!run.end || finding.time <= *run.end + settle);
     if (isInTime && run.lineage.contains(finding.device) &&
         std::find(tests.begin(), tests.end(), run.test) == tests.end()) {
       tests.push_back(run.test);

@@ -41,6 +41,8 @@ class Attribution {
     std::optional<Moment> end;
   };
 
+  std::vector<std::string> testsOf(const Finding& finding, std::chrono::milliseconds settle) const;
+
   Topology m_topology;
   std::chrono::milliseconds m_settle;
   std::vector<Run> m_runs;

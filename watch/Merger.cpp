@@ -18,6 +18,17 @@ bool isShared(Kind kind) {
   return kind != Kind::RecordsLost;
 }
 
+/// Whether it may be nothing but the kernel's word that there are machine checks, ahead of those
+/// which name their processor.
+bool mayAnnounce(Kind kind, const std::string& device) {
+  return kind == Kind::MachineCheckCorrected && device == kAnyDevice;
+}
+
+bool namesParts(const std::vector<Finding>& findings) {
+  return std::none_of(findings.begin(), findings.end(),
+                      [](const Finding& finding) { return finding.part.empty(); });
+}
+
 std::uint64_t totalOf(const std::vector<Finding>& findings) {
   std::uint64_t total = 0;
   for (const Finding& finding : findings) {
@@ -30,7 +41,7 @@ std::uint64_t totalOf(const std::vector<Finding>& findings) {
 
 void Merger::take(Finding finding) {
   spendCredit(finding);
-  if (finding.count == 0) {
+  if (finding.count == 0 || isAnnouncedAlready(finding)) {
     return;
   }
   Group& group = groupOf(finding);
@@ -38,6 +49,9 @@ void Merger::take(Finding finding) {
     group.device = finding.device;
   }
   std::vector<Finding>& told = group.bySource[finding.source];
+  if (finding.device != kAnyDevice) {
+    std::erase_if(told, [](const Finding& one) { return mayAnnounce(one.kind, one.device); });
+  }
   const auto same = std::find_if(told.begin(), told.end(), [&](const Finding& one) {
     return one.part == finding.part && one.place == finding.place && one.device == finding.device;
   });
@@ -66,7 +80,8 @@ Merger::Group& Merger::groupOf(const Finding& finding) {
       return false;
     }
     // What names no device may be of any, but not of what the same source names.
-    const bool isOwn = group.bySource.contains(finding.source);
+    const bool isOwn =
+        group.bySource.contains(finding.source) && !mayAnnounce(group.kind, group.device);
     return isOwn || !isShared(finding.kind) ? isOwn && group.device == finding.device
                                             : isSameDevice(group.device, finding.device);
   };
@@ -79,6 +94,11 @@ Merger::Group& Merger::groupOf(const Finding& finding) {
   return found != m_groups.end()
              ? *found
              : m_groups.emplace_back(Group{finding.kind, finding.device, finding.time, {}});
+}
+
+bool Merger::isAnyDue(Moment now) const {
+  return std::any_of(m_groups.begin(), m_groups.end(),
+                     [&](const Group& group) { return group.begin + m_window <= now; });
 }
 
 std::vector<Finding> Merger::due(Moment now) {
@@ -104,6 +124,14 @@ std::vector<Finding> Merger::rest() {
   return findings;
 }
 
+bool Merger::isAnnouncedAlready(const Finding& finding) const {
+  return mayAnnounce(finding.kind, finding.device) &&
+         std::any_of(m_groups.begin(), m_groups.end(), [&](const Group& group) {
+           return group.kind == finding.kind && group.device != kAnyDevice &&
+                  group.bySource.contains(finding.source);
+         });
+}
+
 // The kernel says that machine checks were logged before it says which: that alone would be taken
 // for one that was corrected.
 bool Merger::isAnnouncement(const Group& group) const {
@@ -113,15 +141,18 @@ bool Merger::isAnnouncement(const Group& group) const {
          });
 }
 
-// Sources stand in the order of how much they know, so the first of equals is the best.
+// Of those that count as much, what names the part knows more; else sources stand in the order of
+// how much they know, so the first of equals is the best.
 void Merger::settle(const Group& group, Moment until, std::vector<Finding>& findings) {
   if (isAnnouncement(group)) {
     return;
   }
-  const auto best = std::max_element(group.bySource.begin(), group.bySource.end(),
-                                     [](const auto& one, const auto& other) {
-                                       return totalOf(one.second) < totalOf(other.second);
-                                     });
+  const auto knowledgeOf = [](const auto& told) {
+    return std::pair(totalOf(told.second), namesParts(told.second));
+  };
+  const auto best = std::max_element(
+      group.bySource.begin(), group.bySource.end(),
+      [&](const auto& one, const auto& other) { return knowledgeOf(one) < knowledgeOf(other); });
   const std::uint64_t total = totalOf(best->second);
   for (Finding finding : best->second) {
     finding.device = finding.device == kAnyDevice ? group.device : finding.device;

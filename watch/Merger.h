@@ -23,6 +23,8 @@ class Merger {
 
   void take(Finding finding);
 
+  /// @brief Whether due() has something to tell.
+  bool isAnyDue(Moment now) const;
   /// @brief The findings whose while is over, in the order in which they began.
   std::vector<Finding> due(Moment now);
   /// @brief All that are left; nothing is expected any more.
@@ -46,6 +48,7 @@ class Merger {
 
   void spendCredit(Finding& finding);
   Group& groupOf(const Finding& finding);
+  bool isAnnouncedAlready(const Finding& finding) const;
   bool isAnnouncement(const Group& group) const;
   void settle(const Group& group, Moment until, std::vector<Finding>& findings);
 

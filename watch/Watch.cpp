@@ -79,7 +79,7 @@ class Watch::Work : private Collector {
     }
     m_settings.interval = std::max(m_settings.interval, milliseconds(10));
     for (std::unique_ptr<Source>& source : sources) {
-      m_watched.push_back({std::move(source), {}, {}});
+      m_watched.push_back({std::move(source), {}, {}, {}});
     }
   }
 
@@ -132,6 +132,7 @@ class Watch::Work : private Collector {
     std::unique_ptr<Source> source;
     SteadyTime next;      ///< by the clock
     SteadyTime earliest;  ///< when its descriptor says so
+    SteadyTime last;
   };
 
   void run(std::promise<void>& opened) {
@@ -143,7 +144,7 @@ class Watch::Work : private Collector {
       drain(m_wake);
       serveLook();
       lookAtDue();
-      tell(m_merger.due(std::chrono::system_clock::now()));
+      tellDue();
     }
     for (Watched& watched : m_watched) {
       watched.source->look(std::chrono::system_clock::now(), *this);
@@ -182,7 +183,8 @@ class Watch::Work : private Collector {
       return reason.has_value();
     });
     for (Watched& watched : m_watched) {
-      watched.next = std::chrono::steady_clock::now() + pauseOf(*watched.source);
+      watched.last = std::chrono::steady_clock::now();
+      watched.next = watched.last + pauseOf(*watched.source);
     }
   }
 
@@ -225,6 +227,7 @@ class Watch::Work : private Collector {
         continue;
       }
       const auto before = processorTime();
+      watched.last = now;
       watched.source->look(std::chrono::system_clock::now(), *this);
       const auto spent =
           std::chrono::ceil<milliseconds>((processorTime() - before) * kPauseForWork);
@@ -232,6 +235,21 @@ class Watch::Work : private Collector {
           now + std::max(pauseOf(*watched.source), std::min<milliseconds>(spent, kLongestPause));
       watched.earliest = now + kShortestPause;
     }
+  }
+
+  // A source that is looked at more seldom would tell of the same event when it has long been told.
+  void tellDue() {
+    const Moment now = std::chrono::system_clock::now();
+    if (m_merger.isAnyDue(now)) {
+      for (Watched& watched : m_watched) {
+        const SteadyTime begin = std::chrono::steady_clock::now();
+        if (tellsAtOnce(watched.source->kind()) && begin - watched.last >= Merger::kWindow) {
+          watched.last = begin;
+          watched.source->look(now, *this);
+        }
+      }
+    }
+    tell(m_merger.due(now));
   }
 
   void found(Finding finding) override { m_merger.take(std::move(finding)); }

@@ -319,7 +319,7 @@ void RunWatch::endSeries() {
   m_series.clear();
 }
 
-// At once, and again when it weighs more or has become many.
+// At once, and again when it weighs more. That it has become many is no further verdict.
 void RunWatch::tell(const std::string& stepId, const std::vector<std::string>& tests,
                     const Finding& finding) {
   using Level = Watching::Severity;
@@ -337,6 +337,10 @@ void RunWatch::tell(const std::string& stepId, const std::vector<std::string>& t
   const FindingText text = textOf(finding, m_texts, during, told.count);
   if (isOfMachine && finding.severity == Level::Information) {
     m_tell(RunMessage{Severity::Debug, text.message});
+    return;
+  }
+  if (!isNews) {
+    m_tell(StepMessage{stepId, Severity::Information, text.message, ""});
     return;
   }
   if (isOfMachine) {

@@ -83,6 +83,14 @@ TEST_F(AttributionTest, ends_a_while_after_the_test) {
   EXPECT_THAT(m_attribution.testsOf(about("block:sda", 24)), IsEmpty());
 }
 
+TEST_F(AttributionTest, blames_no_test_before_for_what_the_kernel_tells_of_a_disk_at_once) {
+  m_attribution.begin("scan", {"block:nvme0n1"}, at(10));
+  m_attribution.end("scan", at(20));
+  m_attribution.begin("stability", {"block:nvme0n1"}, at(21));
+  EXPECT_THAT(m_attribution.testsOf(about("block:nvme0n1", 22)), ElementsAre("stability"));
+  EXPECT_THAT(m_attribution.testsOf(about("nvme:nvme0", 22)), ElementsAre("scan", "stability"));
+}
+
 TEST_F(AttributionTest, still_knows_the_place_of_a_device_that_has_vanished) {
   m_attribution.begin("scan", {"block:nvme0n1"}, at(10));
   std::filesystem::remove(m_machine.path() + "/sys/block/nvme0n1");

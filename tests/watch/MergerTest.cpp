@@ -55,6 +55,12 @@ TEST_F(MergerTest, makes_one_of_what_two_sources_show_and_takes_the_one_that_kno
   EXPECT_THAT(dueAt(2000), ElementsAre("edac mc:0 DIMM_A1 1"));
 }
 
+TEST_F(MergerTest, takes_the_one_that_names_the_part_where_both_count_as_much) {
+  take(0, SourceKind::MachineChecks, Kind::PcieCorrectable, "pci:0000:03:00.0");
+  take(700, SourceKind::PcieErrors, Kind::PcieCorrectable, "pci:0000:03:00.0", "0000:00:05.0");
+  EXPECT_THAT(dueAt(2000), ElementsAre("aer pci:0000:03:00.0 0000:00:05.0 1"));
+}
+
 TEST_F(MergerTest, believes_the_source_that_counts_most) {
   take(0, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 1);
   take(10, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 4);
@@ -68,6 +74,27 @@ TEST_F(MergerTest, takes_the_announcement_of_a_machine_check_for_none_of_its_own
   EXPECT_THAT(dueAt(2001), ElementsAre("kmsg cpu:1 bank 4 1"));
   take(9000, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
   EXPECT_THAT(dueAt(11'000), ElementsAre("kmsg machine - 1"));
+}
+
+TEST_F(MergerTest, tells_a_corrected_machine_check_once_however_it_is_announced) {
+  const auto announce = [this](int time) {
+    take(time, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  };
+  const auto log = [this](int time, const std::string& cpu) {
+    take(time, SourceKind::KernelLog, Kind::MachineCheckCorrected, cpu, "bank 5");
+  };
+  const auto trace = [this](int time, const std::string& cpu) {
+    take(time, SourceKind::MachineChecks, Kind::MachineCheckCorrected, cpu, "bank 5");
+  };
+  announce(0), log(1, "cpu:0"), trace(2, "cpu:0");
+  EXPECT_THAT(dueAt(2000), ElementsAre("mce cpu:0 bank 5 1"));
+  trace(10'000, "cpu:0"), announce(10'001), log(10'002, "cpu:0");
+  EXPECT_THAT(dueAt(12'000), ElementsAre("mce cpu:0 bank 5 1"));
+  log(20'000, "cpu:0"), announce(20'001);
+  EXPECT_THAT(dueAt(22'001), ElementsAre("kmsg cpu:0 bank 5 1"));
+  announce(30'000), trace(30'001, "cpu:0"), trace(30'001, "cpu:1"), log(30'002, "cpu:0"),
+      log(30'002, "cpu:1");
+  EXPECT_THAT(dueAt(32'001), ElementsAre("mce cpu:0 bank 5 1", "mce cpu:1 bank 5 1"));
 }
 
 TEST_F(MergerTest, does_not_count_again_what_a_source_tells_late) {

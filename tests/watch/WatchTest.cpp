@@ -75,11 +75,12 @@ class ScriptedSource : public Source {
     int descriptor = -1;
     std::shared_future<void> obstacle;  ///< in the way of each look
     milliseconds interval{10};
+    SourceKind kind = SourceKind::Disks;
   };
 
   explicit ScriptedSource(Script& script) : m_script(script) {}
 
-  SourceKind kind() const override { return SourceKind::Disks; }
+  SourceKind kind() const override { return m_script.kind; }
   std::optional<std::string> open() override { return m_script.absence; }
   milliseconds interval() const override { return m_script.interval; }
   int descriptor() const override { return m_script.descriptor; }
@@ -126,6 +127,25 @@ TEST(WatchTest, tells_what_comes_judged_and_summed_up_from_a_thread_of_its_own) 
   EXPECT_EQ(sink.findings.front().count, 3U);
   EXPECT_EQ(sink.findings.front().severity, Severity::Failure);
   EXPECT_NE(sink.threads.front(), std::this_thread::get_id());
+}
+
+TEST(WatchTest, asks_sources_that_are_looked_at_seldom_before_it_tells_what_they_may_know_as_well) {
+  ScriptedSource::Script often;
+  ScriptedSource::Script seldom;
+  seldom.kind = SourceKind::PcieErrors;
+  seldom.interval = seconds(3600);
+  seldom.toFind = 1;
+  std::vector<std::unique_ptr<Source>> sources = one(often);
+  sources.push_back(std::make_unique<ScriptedSource>(seldom));
+  RecordingSink sink;
+  Watch watch(std::move(sources), quick(), sink);
+  watch.start();
+  often.toFind = 1;
+  ASSERT_TRUE(sink.waitFor([&] { return !sink.findings.empty(); }));
+  EXPECT_EQ(seldom.looks, 1);
+  watch.stop();
+  ASSERT_THAT(sink.findings, SizeIs(1));
+  EXPECT_EQ(sink.findings.front().count, 1U);
 }
 
 TEST(WatchTest, looks_once_more_at_its_end_and_tells_what_is_left) {
