@@ -37,44 +37,43 @@ bool missesSomething(const RunSummary& summary, FailOnSkip failOnSkip) {
   return summary.skipped > 0;
 }
 
+// Beside what is worse anyway, it leaves no verdict.
+RunVerdict under(const RunConditions& conditions, const RunSummary& summary, RunVerdict verdict) {
+  const bool isSpoiled = missesSomething(summary, conditions.failOnSkip) ||
+                         (conditions.isStrict && verdict == RunVerdict::Warned);
+  return isSpoiled && verdict != RunVerdict::Failed && verdict != RunVerdict::Aborted
+             ? RunVerdict::Troubled
+             : verdict;
+}
+
 }  // namespace
 
-int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
-  const bool misses = missesSomething(summary, conditions.failOnSkip);
-  switch (verdictOf(summary, conditions.failedPackages)) {
+RunVerdict verdictOf(const RunRecord& record, const RunConditions& conditions) {
+  return under(conditions, summaryOf(record), verdictOf(record));
+}
+
+int exitCodeOf(RunVerdict verdict) {
+  switch (verdict) {
     case RunVerdict::Failed:
       return ExitCode::kHardwareFailure;
     case RunVerdict::Troubled:
     case RunVerdict::Aborted:
       return ExitCode::kNoVerdict;
     case RunVerdict::NothingRan:
-      return misses ? ExitCode::kNoVerdict : ExitCode::kNothingRan;
+      return ExitCode::kNothingRan;
     case RunVerdict::Warned:
-      if (conditions.isStrict) {
-        return ExitCode::kNoVerdict;
-      }
-      break;
     case RunVerdict::Passed:
       break;
   }
-  return misses ? ExitCode::kNoVerdict : ExitCode::kPassed;
-}
-
-// A run that ended without a result for all, or did not end, has no verdict on what it left out.
-int exitCodeOf(const RunRecord& record, RunConditions conditions) {
-  conditions.failedPackages = record.troubleCount();
-  const int code = exitCodeOf(summaryOf(record), conditions);
-  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
-  return code == ExitCode::kPassed && !isWhole ? ExitCode::kNoVerdict : code;
-}
-
-int worseOf(int one, int other) {
-  for (const int code : {ExitCode::kHardwareFailure, ExitCode::kNoVerdict, ExitCode::kNothingRan}) {
-    if (one == code || other == code) {
-      return code;
-    }
-  }
   return ExitCode::kPassed;
+}
+
+int exitCodeOf(const RunSummary& summary, const RunConditions& conditions) {
+  return exitCodeOf(under(conditions, summary, verdictOf(summary, conditions.failedPackages)));
+}
+
+int exitCodeOf(const RunRecord& record, const RunConditions& conditions) {
+  return exitCodeOf(verdictOf(record, conditions));
 }
 
 int translate(int code, const RunSummary& summary, ExitStyle style) {

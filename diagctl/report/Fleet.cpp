@@ -45,17 +45,22 @@ std::string shortened(const std::string& text, std::size_t length) {
   return line.substr(0, length) + "...";
 }
 
-Outcome outcomeOf(int code, RunVerdict verdict) {
-  switch (code) {
-    case ExitCode::kHardwareFailure:
+Outcome outcomeOf(RunVerdict verdict) {
+  switch (verdict) {
+    case RunVerdict::Failed:
       return Outcome::Failed;
-    case ExitCode::kNothingRan:
+    case RunVerdict::Troubled:
+      return Outcome::Trouble;
+    case RunVerdict::Aborted:
+      return Outcome::Aborted;
+    case RunVerdict::NothingRan:
       return Outcome::Skipped;
-    case ExitCode::kPassed:
-      return verdict == RunVerdict::Warned ? Outcome::Warning : Outcome::Passed;
-    default:
-      return verdict == RunVerdict::Aborted ? Outcome::Aborted : Outcome::Trouble;
+    case RunVerdict::Warned:
+      return Outcome::Warning;
+    case RunVerdict::Passed:
+      break;
   }
+  return Outcome::Passed;
 }
 
 bool isWorthTelling(Outcome outcome) {
@@ -164,13 +169,13 @@ int Fleet::endRun(const RunRecord& record) {
   if (!record.hasEnded()) {
     addFinding(m_present, {Outcome::Trouble, "", tr("The run was cut short."), ""});
   }
-  const RunSummary summary = summaryOf(record);
-  m_summary += summary;
-  m_present.code = exitCodeOf(record, m_conditions);
-  m_present.outcome = outcomeOf(m_present.code, verdictOf(summary, record.troubleCount()));
+  m_summary += summaryOf(record);
+  const RunVerdict verdict = verdictOf(record, m_conditions);
+  m_present.code = exitCodeOf(verdict);
+  m_present.outcome = outcomeOf(verdict);
   m_present.begin = record.begin();
   m_present.sums = record.sums();
-  m_code = m_runs == 0 ? m_present.code : worseOf(m_code, m_present.code);
+  m_verdict = worseOf(m_verdict, verdict);
   ++m_runs;
   const std::pair key(m_present.name, m_present.id);
   if (!m_machines.contains(key) && m_machines.size() == kMostMachines) {
@@ -187,12 +192,7 @@ void Fleet::addRun(Machine& machine) const {
   const bool isWorse = machine.runs == 0 || rankIn(kOrderOfRuns, m_present.outcome) <
                                                 rankIn(kOrderOfRuns, machine.outcome);
   if (isWorse) {
-    machine.name = m_present.name;
-    machine.id = m_present.id;
-    machine.log = m_present.log;
-    machine.begin = m_present.begin;
-    machine.code = m_present.code;
-    machine.outcome = m_present.outcome;
+    static_cast<Run&>(machine) = m_present;
   }
   for (const auto& [outcome, count] : m_present.sums) {
     machine.sums[outcome] += count;
@@ -208,8 +208,9 @@ void Fleet::addUnread(const std::string& reason) {
   m_unread.add(reason, RunRecord::kUnbounded);
 }
 
-int Fleet::exitCode() const {
-  return hasUnread() ? worseOf(m_code, ExitCode::kNoVerdict) : m_code;
+RunVerdict Fleet::verdict() const {
+  const RunVerdict verdict = m_runs == 0 ? RunVerdict::NothingRan : m_verdict;
+  return hasUnread() ? worseOf(verdict, RunVerdict::Troubled) : verdict;
 }
 
 std::vector<const Fleet::Machine*> Fleet::machines() const {

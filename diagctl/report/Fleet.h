@@ -26,16 +26,19 @@ class Fleet {
     std::string action;  ///< what to do about it; may be empty
   };
 
-  /// All runs of a machine: two machines of one name differ in their ids, two copies of one disk in
-  /// their names.
-  struct Machine {
-    std::string name;
-    std::string id;
-    std::string log;                              ///< of its worst run
-    std::chrono::system_clock::time_point begin;  ///< of the same
-    std::size_t runs = 0;
-    int code = ExitCode::kPassed;  ///< of its worst run
+  struct Run {
+    std::string name;  ///< of its machine
+    std::string id;    ///< of the same
+    std::string log;
+    std::chrono::system_clock::time_point begin;
+    int code = ExitCode::kPassed;
     StepRecord::Outcome outcome = StepRecord::Outcome::Passed;
+  };
+
+  /// All runs of a machine, and the worst of them: two machines of one name differ in their ids,
+  /// two copies of one disk in their names.
+  struct Machine : Run {
+    std::size_t runs = 0;
     OutcomeSums sums;               ///< of the tests of all its runs
     std::vector<Finding> findings;  ///< the weightiest first
     std::size_t furtherFindings = 0;
@@ -63,7 +66,8 @@ class Fleet {
   void addUnread(const std::string& reason);
 
   /// The worst of all runs; without a verdict at best when a log could not be read.
-  int exitCode() const;
+  RunVerdict verdict() const;
+  int exitCode() const { return exitCodeOf(verdict()); }
   /// Of all runs together.
   const RunSummary& summary() const { return m_summary; }
   std::size_t runs() const { return m_runs; }
@@ -93,7 +97,7 @@ class Fleet {
   BoundedTexts m_unread;
   RunSummary m_summary;
   std::size_t m_runs = 0;
-  int m_code = ExitCode::kPassed;
+  RunVerdict m_verdict = RunVerdict::Passed;
 };
 
 }  // namespace TarvexDiags::FrontEnd

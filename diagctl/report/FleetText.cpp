@@ -144,19 +144,6 @@ OutcomeSums machinesByOutcome(const Fleet& fleet) {
   return sums;
 }
 
-RunVerdict verdictOfFleet(const Fleet& fleet) {
-  switch (fleet.exitCode()) {
-    case ExitCode::kHardwareFailure:
-      return RunVerdict::Failed;
-    case ExitCode::kNothingRan:
-      return RunVerdict::NothingRan;
-    case ExitCode::kPassed:
-      return fleet.summary().warned > 0 ? RunVerdict::Warned : RunVerdict::Passed;
-    default:
-      return RunVerdict::Troubled;
-  }
-}
-
 }  // namespace
 
 void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems) {
@@ -166,7 +153,7 @@ void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems) {
   const std::string sums = toText(machinesByOutcome(fleet));
   out.say("\n{} of {}: {}\n", runsText(fleet.runs()), machinesText(fleet.machineCount()),
           sums.empty() ? tr("nothing ran") : sums);
-  out.say("Verdict: {}\n", toText(verdictOfFleet(fleet)));
+  out.say("Verdict: {}\n", toText(fleet.verdict()));
   out.flush();
 }
 

@@ -1,5 +1,7 @@
 #include "diagctl/report/RunVerdict.h"
 
+#include <algorithm>
+
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -56,6 +58,10 @@ RunVerdict verdictOf(const RunRecord& record) {
   const bool hasPassed = verdict == RunVerdict::Passed || verdict == RunVerdict::Warned;
   const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
   return !record.hasEnded() || (hasPassed && !isWhole) ? RunVerdict::Troubled : verdict;
+}
+
+RunVerdict worseOf(RunVerdict one, RunVerdict other) {
+  return std::min(one, other);
 }
 
 std::string toText(RunVerdict verdict) {

@@ -44,6 +44,9 @@ RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
 /// no result for all, has passed nothing.
 RunVerdict verdictOf(const RunRecord& record);
 
+/// Of two runs: the one that takes precedence.
+RunVerdict worseOf(RunVerdict one, RunVerdict other);
+
 /// For people: "FAILED: the hardware is at fault".
 std::string toText(RunVerdict verdict);
 

@@ -39,6 +39,7 @@ struct SampleRun {
   RunStatus status = RunStatus::Complete;
   RunResult result = RunResult::Pass;
   bool isCut = false;
+  bool isAborted = false;
 };
 
 const StepDiagnosis kPass{"1", Verdict::Pass, "passed", "", "", "", 1};
@@ -64,7 +65,7 @@ void add(Fleet& fleet, const SampleRun& run) {
     for (const RunEventBody& body : run.told) {
       tell(body);
     }
-    tell(StepEnded{"1", run.status});
+    tell(StepEnded{"1", run.status, run.isAborted});
   }
   if (!run.isCut) {
     tell(RunEnded{run.status, run.result});
@@ -116,6 +117,28 @@ TEST(Fleet, ends_with_the_worst_of_all_runs) {
       << "though the machine passed once, and another did behind it";
   EXPECT_EQ(codeWith({.machine = "n3", .told = {kPass}, .isCut = true}), ExitCode::kNoVerdict);
   EXPECT_EQ(codeWith({.machine = "n3", .status = RunStatus::Skip}), ExitCode::kNothingRan);
+}
+
+TEST(Fleet, comes_to_what_its_worst_run_came_to) {
+  Fleet fleet({});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::NothingRan) << "of no run at all";
+  add(fleet, {.machine = "n1", .told = {kPass}});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::Passed);
+  add(fleet, {.machine = "n2", .told = {kUnusual}});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::Warned);
+  add(fleet, {.machine = "n3", .told = {kUnusual}, .status = RunStatus::Skip, .isAborted = true});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::Aborted) << "which is no trouble of the tool";
+  EXPECT_THAT(textOf(fleet), HasSubstr("Verdict: ABORTED"));
+  add(fleet, {.machine = "n4", .told = {kPass}, .isCut = true});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::Troubled);
+}
+
+TEST(Fleet, has_no_verdict_where_a_warning_counts_as_none) {
+  Fleet fleet({.isStrict = true});
+  add(fleet, {.machine = "n1", .told = {kUnusual}});
+  EXPECT_EQ(fleet.verdict(), RunVerdict::Troubled);
+  EXPECT_EQ(fleet.exitCode(), ExitCode::kNoVerdict);
+  EXPECT_THAT(textOf(fleet), HasSubstr("ERROR    n1"));
 }
 
 TEST(Fleet, is_never_green_when_a_log_could_not_be_read) {
