@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
-#include <optional>
 #include <utility>
+
+#include "System/internal/Utf8.h"
 
 namespace TarvexDiags::Inventory {
 
@@ -23,64 +23,21 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-/// How many bytes a character of UTF-8 has, by its first; 0 for one that begins none.
-std::size_t lengthFor(unsigned char lead) {
-  if (lead < 0x80) {
-    return 1;
-  }
-  if (lead < 0xC2) {
-    return 0;
-  }
-  if (lead < 0xE0) {
-    return 2;
-  }
-  if (lead < 0xF0) {
-    return 3;
-  }
-  return lead <= 0xF4 ? 4 : 0;
-}
-
-/// The code of a character; nothing when its bytes are none.
-std::optional<std::uint32_t> codeOf(std::string_view character) {
-  const auto lead = static_cast<unsigned char>(character.front());
-  std::uint32_t code = character.size() == 1 ? lead : lead & (0xFFU >> (character.size() + 1));
-  for (const char next : character.substr(1)) {
-    const auto byte = static_cast<unsigned char>(next);
-    if ((byte & 0xC0U) != 0x80) {
-      return std::nullopt;
-    }
-    code = (code << 6U) | (byte & 0x3FU);
-  }
-  return code;
-}
-
-/// Whether a code that takes so many bytes is a character and steers nothing.
-bool isHarmless(std::uint32_t code, std::size_t bytes) {
-  const bool isOverlong = (bytes == 3 && code < 0x800) || (bytes == 4 && code < 0x10000);
-  const bool isCharacter = code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
-  const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
-  return isCharacter && !isOverlong && !isControl;
-}
-
-/// How long the character is with which the text begins; 0 when it is no harmless one.
-std::size_t lengthOfCharacter(std::string_view text) {
-  const std::size_t length = lengthFor(static_cast<unsigned char>(text.front()));
-  if (length == 0 || length > text.size()) {
-    return 0;
-  }
-  const std::optional<std::uint32_t> code = codeOf(text.substr(0, length));
-  return code && isHarmless(*code, length) ? length : 0;
-}
-
 }  // namespace
 
 std::string cleaned(std::string_view text) {
   text = trimmed(text);
   std::string clean;
   while (!text.empty()) {
-    const std::size_t length = lengthOfCharacter(text);
-    clean += length == 0 ? std::string_view("?") : text.substr(0, length);
-    text.remove_prefix(length == 0 ? 1 : length);
+    const System::Character character = System::firstCharacterOf(text);
+    const bool isControl =
+        character.code < 0x20 || (character.code >= 0x7f && character.code < 0xa0);
+    if (character.isValid && !isControl) {
+      clean += character.bytes;
+    } else {
+      clean.append(character.bytes.size(), '?');
+    }
+    text.remove_prefix(character.bytes.size());
   }
   return clean;
 }

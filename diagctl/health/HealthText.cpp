@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,11 +36,8 @@ std::string cutTo(const std::string& text, std::size_t most) {
   if (text.size() <= most) {
     return text;
   }
-  std::size_t length = most - std::min<std::size_t>(most, 2);
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
-    --length;
-  }
-  return text.substr(0, length) + std::string(kCut).substr(0, most - length);
+  const std::string_view kept = wholeCharacters(text, most - std::min<std::size_t>(most, 2));
+  return std::string(kept) + std::string(kCut).substr(0, most - kept.size());
 }
 
 std::string joined(const std::vector<std::string>& words) {

@@ -39,10 +39,7 @@ std::string shortened(const std::string& text, std::size_t length) {
   if (line.size() <= length) {
     return line;
   }
-  while (length > 0 && (static_cast<unsigned char>(line[length]) & 0xc0U) == 0x80U) {
-    --length;
-  }
-  return line.substr(0, length) + "...";
+  return std::string(wholeCharacters(line, length)) + "...";
 }
 
 Outcome outcomeOf(RunVerdict verdict) {

@@ -81,11 +81,7 @@ std::string shown(std::string_view text, std::size_t most) {
   if (text.size() <= most) {
     return toPrintable(text, "\n");
   }
-  std::size_t length = most;
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
-    --length;
-  }
-  return toPrintable(text.substr(0, length), "\n") + "\u2026";
+  return toPrintable(wholeCharacters(text, most), "\n") + "\u2026";
 }
 
 std::string offsetText(double seconds) {

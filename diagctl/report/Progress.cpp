@@ -40,12 +40,7 @@ std::string remainingTime(unsigned int percent, double elapsed) {
 
 // Longer lines would wrap, and could not be erased again. No character is cut in two.
 std::string cut(const std::string& line, std::size_t columns) {
-  std::size_t length = std::min(line.size(), columns);
-  while (length > 0 && length < line.size() &&
-         (static_cast<unsigned char>(line[length]) & 0xC0U) == 0x80U) {
-    --length;
-  }
-  return line.substr(0, length);
+  return std::string(wholeCharacters(line, columns));
 }
 
 std::string bar(unsigned int percent) {

@@ -89,16 +89,9 @@ int weightOf(StepRecord::Outcome outcome) {
 }
 
 std::string labelValue(const std::string& text) {
-  std::string printable = toPrintable(text);
-  if (printable.size() > kLongestLabel) {
-    std::size_t length = kLongestLabel;
-    while (length > 0 && (static_cast<unsigned char>(printable[length]) & 0xc0U) == 0x80U) {
-      --length;
-    }
-    printable.resize(length);
-  }
+  const std::string printable = toPrintable(text);
   std::string value;
-  for (const char character : printable) {
+  for (const char character : wholeCharacters(printable, kLongestLabel)) {
     value += character == '\\' || character == '"' ? "\\" : "";
     value += character;
   }

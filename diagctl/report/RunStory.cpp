@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -26,11 +27,7 @@ std::string keptTo(const std::string& text, std::size_t most) {
   if (text.size() <= most) {
     return text;
   }
-  std::size_t length = most;
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
-    --length;
-  }
-  return text.substr(0, length) + "\u2026";
+  return std::string(wholeCharacters(text, most)) + "\u2026";
 }
 
 std::string kept(const std::string& text) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "diagctl/report/TestDuration.h"
+#include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Judgement.h"
 
@@ -28,11 +29,7 @@ std::string cut(const std::string& text) {
   if (text.size() <= kLongestText) {
     return text;
   }
-  std::size_t length = kLongestText;
-  while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xc0U) == 0x80U) {
-    --length;
-  }
-  return text.substr(0, length) + " ...";
+  return std::string(wholeCharacters(text, kLongestText)) + " ...";
 }
 
 std::size_t sizeOf(const StepStarted& start) {

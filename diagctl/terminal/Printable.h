@@ -3,19 +3,15 @@
 #include <string>
 #include <string_view>
 
+#include "System/internal/Utf8.h"
+
 namespace TarvexDiags::FrontEnd {
 
 /// Names and texts come from packages, devices and logs, whatever bytes those hold.
 
-/// The first character of a text.
-struct Character {
-  std::string_view bytes;  ///< of the text
-  char32_t code = 0;
-  bool isValid = false;  ///< whether the bytes are UTF-8; else they are one
-};
-
-/// @param text not empty.
-Character firstCharacterOf(std::string_view text);
+using System::Character;
+using System::firstCharacterOf;
+using System::wholeCharacters;
 
 /// Whether a character may reach a terminal as it is: none that moves the cursor, begins a line or
 /// turns the direction of what stands beside it.

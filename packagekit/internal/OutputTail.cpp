@@ -4,37 +4,14 @@
 #include <string_view>
 #include <vector>
 
+#include "System/internal/Utf8.h"
+
 namespace TarvexDiags::PackageKit {
 
 namespace {
 
 constexpr std::size_t kKeptBytes = 4096;
 constexpr std::size_t kKeptLines = 10;
-
-bool isContinuation(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U;
-}
-
-// How many bytes the character at the start takes; 0 when it is none. Overlong forms, surrogates
-// and numbers beyond U+10FFFF are told by the second byte.
-std::size_t characterLength(std::string_view text) {
-  const auto first = static_cast<unsigned char>(text[0]);
-  if (first < 0x80) {
-    return 1;
-  }
-  const std::size_t length = first >= 0xc2 && first <= 0xdf   ? 2
-                             : first >= 0xe0 && first <= 0xef ? 3
-                             : first >= 0xf0 && first <= 0xf4 ? 4
-                                                              : 0;
-  if (length == 0 || text.size() < length ||
-      !std::all_of(text.begin() + 1, text.begin() + static_cast<long>(length), isContinuation)) {
-    return 0;
-  }
-  const auto second = static_cast<unsigned char>(text[1]);
-  const bool isWrong = (first == 0xe0 && second < 0xa0) || (first == 0xed && second > 0x9f) ||
-                       (first == 0xf0 && second < 0x90) || (first == 0xf4 && second > 0x8f);
-  return isWrong ? 0 : length;
-}
 
 }  // namespace
 
@@ -68,18 +45,7 @@ std::string OutputTail::lines() const {
 }
 
 std::string toValidUtf8(const std::string& text) {
-  std::string valid;
-  valid.reserve(text.size());
-  for (std::string_view rest(text); !rest.empty();) {
-    const std::size_t length = characterLength(rest);
-    if (length == 0) {
-      valid += '?';
-    } else {
-      valid.append(rest.substr(0, length));
-    }
-    rest.remove_prefix(std::max<std::size_t>(length, 1));
-  }
-  return valid;
+  return System::toUtf8(text, "?");
 }
 
 }  // namespace TarvexDiags::PackageKit

@@ -49,7 +49,7 @@ floors=(
   'report/svg' 'report/svg/*'
   # Readers of the kernel's files, for packages and front end alike.
   'watch' 'watch/*|packagekit/UniqueDescriptor.h'
-  'inventory' '@(watch|inventory)/*'
+  'inventory' '@(watch|inventory)/*|System/internal/Utf8.h'
   'packages/common' "$framework|packagekit/*|watch/*|packages/common/*"
 )
 # Packages know nothing of one another.
