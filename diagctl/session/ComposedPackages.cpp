@@ -12,6 +12,7 @@
 
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ConfigurationText.h"
+#include "diagctl/session/Folders.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -34,23 +35,13 @@ std::string contentOf(const fs::path& file) {
   return content.str();
 }
 
-std::vector<fs::path> entriesOf(const fs::path& directory) {
+std::vector<fs::path> readableEntriesOf(const fs::path& directory) {
   std::error_code failure;
-  std::vector<fs::path> entries;
-  for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    entries.push_back(entry->path());
-  }
+  std::vector<fs::path> entries = entriesOf(directory, failure);
   if (failure) {
     throw std::system_error(failure, directory.string());
   }
-  std::sort(entries.begin(), entries.end());
   return entries;
-}
-
-bool isThere(const fs::path& path) {
-  std::error_code ignored;
-  return fs::exists(fs::symlink_status(path, ignored));
 }
 
 bool isSameWord(const std::string& one, const std::string& other) {
@@ -93,7 +84,7 @@ void ComposedPackages::add(const fs::path& directory,
                            const std::vector<SettingOverride>& overrides) {
   inspect(directory.string());
   fs::create_directories(m_place);
-  for (const fs::path& entry : entriesOf(directory)) {
+  for (const fs::path& entry : readableEntriesOf(directory)) {
     std::error_code ignored;
     if (entry.extension() == ".cfg") {
       addDescription(entry, overrides);
@@ -146,7 +137,7 @@ void ComposedPackages::addDescription(const fs::path& file,
 // Those of a language, from each directory of packages.
 void ComposedPackages::addTexts(const fs::path& directory) {
   fs::create_directories(m_place / directory.filename());
-  for (const fs::path& entry : entriesOf(directory)) {
+  for (const fs::path& entry : readableEntriesOf(directory)) {
     link(entry, directory.filename() / entry.filename());
   }
 }

@@ -19,6 +19,7 @@
 #include "diagctl/report/OpenedFile.h"
 #include "diagctl/session/ComposedPackages.h"
 #include "diagctl/session/ConfigurationText.h"
+#include "diagctl/session/Folders.h"
 #include "diagctl/session/PackageSettings.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/SettingOverrides.h"
@@ -42,11 +43,6 @@ fs::path fromEnvironment(const char* variable, const char* belowHome) {
   }
   const char* home = std::getenv("HOME");
   return home != nullptr && *home == '/' ? fs::path(home) / belowHome : fs::path();
-}
-
-bool isThere(const fs::path& path) {
-  std::error_code ignored;
-  return fs::exists(path, ignored);
 }
 
 // Whatever the umask allows others: root refuses a control file that they may write to.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "System/SysUtil.h"
+#include "diagctl/session/Folders.h"
 #include "diagctl/session/LoaderCache.h"
 #include "diagctl/session/LoaderWishes.h"
 #include "diagctl/terminal/Translation.h"
@@ -45,20 +46,10 @@ std::string directoryBehindLinks(const std::string& file) {
   return fs::weakly_canonical(file, ignored).parent_path().string();
 }
 
-bool isThere(const std::string& path) {
+// What cannot be read holds nothing that this process would execute.
+std::vector<fs::path> filesIn(const fs::path& directory) {
   std::error_code ignored;
-  return fs::exists(fs::symlink_status(path, ignored));
-}
-
-std::vector<fs::path> entriesOf(const fs::path& directory) {
-  std::vector<fs::path> entries;
-  std::error_code failure;
-  for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    entries.push_back(entry->path());
-  }
-  std::sort(entries.begin(), entries.end());
-  return entries;
+  return entriesOf(directory, ignored);
 }
 
 int addLoadedFile(dl_phdr_info* object, std::size_t /*size*/, void* files) {
@@ -138,7 +129,7 @@ class Collection {
   // All that the directory holds, since which files are packages changes with each new one.
   void addPackages(const std::string& directory) {
     m_inspection.inspect(directory);
-    for (const fs::path& path : entriesOf(directory)) {
+    for (const fs::path& path : filesIn(directory)) {
       std::error_code ignored;
       if (path.native().ends_with(".cfg")) {
         addDescription(path);
@@ -190,7 +181,7 @@ class Collection {
 
   void addTexts(const fs::path& language) {
     m_inspection.inspect(language.string());
-    for (const fs::path& path : entriesOf(language)) {
+    for (const fs::path& path : filesIn(language)) {
       if (path.native().ends_with(".cfg")) {
         m_inspection.inspect(path.string());
       }
@@ -304,7 +295,7 @@ class Collection {
 
   void addVariants(const std::string& directory, int depth) {
     m_inspection.inspect(directory);
-    for (const fs::path& entry : entriesOf(directory)) {
+    for (const fs::path& entry : filesIn(directory)) {
       std::error_code ignored;
       if (!fs::is_directory(entry, ignored)) {
         addObject(entry.string());
