@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include "watch/KernelLog.h"
@@ -15,6 +16,10 @@ struct Line {
   const char* finding;  ///< "KIND DEVICE PART COUNT PLACE"; empty: none
   const char* device = "";
 };
+
+void PrintTo(const Line& line, std::ostream* stream) {
+  *stream << line.text;
+}
 
 std::string summaryOf(const std::optional<Finding>& finding) {
   const auto orDash = [](const std::string& text) { return text.empty() ? "-" : text; };
