@@ -16,7 +16,7 @@ enum KitEvent : unsigned int {
   TEST_TIMED_OUT = 9002,            ///< time allowed in seconds, last lines
   OUT_OF_MEMORY = 9003,             ///< what failed, last lines
   NO_PERMISSION = 9004,             ///< what failed (text of the errno included), last lines
-  DEVICE_VANISHED = 9005,           ///< what failed, last lines
+  DEVICE_VANISHED = 9005,           ///< how that is known, " (detail)" or nothing, last lines
   TEST_THREW = 9006,                ///< text of the exception, last lines
   SYSTEM_CALL_FAILED = 9007,        ///< what failed (text of the errno included), last lines
   WORKER_NOT_STARTED = 9008,        ///< why, last lines

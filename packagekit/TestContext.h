@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <exception>
@@ -7,6 +8,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "DeviceEnum/IDevice.h"
@@ -15,6 +17,7 @@
 #include "packagekit/Environment.h"
 #include "packagekit/Setting.h"
 #include "packagekit/Settings.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::PackageKit {
 
@@ -29,11 +32,26 @@ class Stopped : public std::exception {
 
 /// @brief Thrown to say that the device is gone; reported as trouble of the tool, unless the client
 /// takes a vanished device for a failed one.
-class DeviceVanished : public std::runtime_error {
+class DeviceVanished : public std::system_error {
  public:
-  DeviceVanished() : DeviceVanished("the device has vanished") {}
-  /// @param how it showed: "read of 0 bytes at sector 4096"
-  explicit DeviceVanished(const std::string& how) : std::runtime_error(how) {}
+  DeviceVanished() : DeviceVanished(Contract::kNoSuchDevice) {}
+  /// @param how it showed: words, or a token of the package's texts
+  /// @param detail that no language has a word for: "sda: 0 B at sector 4096"
+  explicit DeviceVanished(const std::string& how, const std::string& detail = {})
+      : std::system_error(ENODEV, std::generic_category()),
+        m_how(how),
+        m_detail(Contract::inBrackets(detail)),
+        m_what(m_how + m_detail) {}
+
+  const char* what() const noexcept override { return m_what.c_str(); }
+  const std::string& how() const { return m_how; }
+  /// @brief " (detail)", or nothing.
+  const std::string& detail() const { return m_detail; }
+
+ private:
+  std::string m_how;
+  std::string m_detail;
+  std::string m_what;
 };
 
 /// @brief Thrown to say that something which the test needs was taken away from outside, such as

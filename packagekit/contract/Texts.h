@@ -40,6 +40,9 @@ inline constexpr const char* kNotReadyInTime = "KIT_NOT_READY_IN_TIME";
 inline constexpr const char* kHostLacksMemory = "KIT_HOST_LACKS_MEMORY";
 inline constexpr const char* kTestLacksMemory = "KIT_TEST_LACKS_MEMORY";
 inline constexpr const char* kUnknownException = "KIT_UNKNOWN_EXCEPTION";
+/// How a device is known to have vanished where its test does not say more.
+inline constexpr const char* kNoSuchDevice = "KIT_NO_SUCH_DEVICE";
+inline constexpr const char* kNoMedium = "KIT_NO_MEDIUM";
 inline constexpr const char* kFrameTooShort = "KIT_FRAME_TOO_SHORT";
 inline constexpr const char* kFrameOutOfRange = "KIT_FRAME_OUT_OF_RANGE";
 inline constexpr const char* kNoFrame = "KIT_NO_FRAME";
@@ -53,9 +56,10 @@ inline constexpr const char* kEndNotDue = "KIT_END_NOT_DUE";
 inline constexpr const char* kVerdictNotAllowed = "KIT_VERDICT_NOT_ALLOWED";
 inline constexpr const char* kPassEndNotDue = "KIT_PASS_END_NOT_DUE";
 inline constexpr std::array kWords = {
-    kNoProcess,         kNotReadyInTime,  kHostLacksMemory, kTestLacksMemory,     kUnknownException,
-    kFrameTooShort,     kFrameOutOfRange, kNoFrame,         kFrameOfOtherVersion, kFrameTooLong,
-    kFrameDamaged,      kFrameUnknown,    kEventNotAllowed, kTestNotDue,          kEndNotDue,
-    kVerdictNotAllowed, kPassEndNotDue};
+    kNoProcess,           kNotReadyInTime, kHostLacksMemory, kTestLacksMemory,
+    kUnknownException,    kFrameTooShort,  kFrameOutOfRange, kNoFrame,
+    kFrameOfOtherVersion, kFrameTooLong,   kFrameDamaged,    kFrameUnknown,
+    kEventNotAllowed,     kTestNotDue,     kEndNotDue,       kVerdictNotAllowed,
+    kPassEndNotDue,       kNoSuchDevice,   kNoMedium};
 
 }  // namespace TarvexDiags::PackageKit::Contract

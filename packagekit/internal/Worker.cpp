@@ -64,6 +64,10 @@ Ending endingOf(const Verdict& verdict) {
   return {TestEnding::NotSupported, TEST_NOT_SUPPORTED, verdict.parameters()};
 }
 
+Ending endingOf(const DeviceVanished& error) {
+  return {TestEnding::Trouble, DEVICE_VANISHED, {error.how(), error.detail()}};
+}
+
 Ending endingOf(const std::system_error& error) {
   const std::error_code& code = error.code();
   if (code.category() != std::generic_category() && code.category() != std::system_category()) {
@@ -77,8 +81,9 @@ Ending endingOf(const std::system_error& error) {
       return trouble(NO_PERMISSION, error.what());
     case ENODEV:
     case ENXIO:
+      return endingOf(DeviceVanished(Contract::kNoSuchDevice, error.what()));
     case ENOMEDIUM:
-      return trouble(DEVICE_VANISHED, error.what());
+      return endingOf(DeviceVanished(Contract::kNoMedium, error.what()));
     default:
       return trouble(SYSTEM_CALL_FAILED, error.what());
   }
@@ -101,7 +106,7 @@ Ending runTest(const TestEntry* entry, TestContext& context) {
   } catch (const std::bad_alloc&) {
     return trouble(OUT_OF_MEMORY, Contract::kTestLacksMemory);
   } catch (const DeviceVanished& error) {
-    return trouble(DEVICE_VANISHED, error.what());
+    return endingOf(error);
   } catch (const TakenAway& error) {
     return trouble(TAKEN_AWAY, error.what());
   } catch (const std::system_error& error) {

@@ -62,7 +62,8 @@ bool mayBeTold(const TestReport& report) {
     case TestEnding::Trouble:
       break;
   }
-  return isTroubleOfTest(report.code) && report.parameters.size() == 1;
+  const std::size_t parameters = report.code == DEVICE_VANISHED ? 2 : 1;
+  return isTroubleOfTest(report.code) && report.parameters.size() == parameters;
 }
 
 }  // namespace

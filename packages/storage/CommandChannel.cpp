@@ -135,7 +135,7 @@ ScsiAnswer answerOf(const sg_io_hdr_t& ended, const std::string& disk) {
     throw SilentCommand(kCommandPatience);
   }
   if (ended.host_status == NoConnection || ended.host_status == BadTarget) {
-    throwVanished(disk, fmt::format("host status {}", ended.host_status));
+    throwVanished(disk, Reasons::kNoConnection, fmt::format("host status {}", ended.host_status));
   }
   if (ended.host_status != 0) {
     throw NotSupported(Reasons::kCommandRefused, fmt::format("host status {}", ended.host_status));

@@ -76,7 +76,8 @@ Offer offerOf(const Mount& mount, const std::string& disk) {
     const int error = errno;
     const bool isFolderOfFile = mount.device.empty();
     if (saysVanished(error) || (isFolderOfFile && error == ENOENT)) {
-      throwVanished(disk, mount.directory + ": " + messageOf(error));
+      throwVanished(disk, isFolderOfFile ? Reasons::kFileSystemGone : goneBy(error),
+                    mount.directory + ": " + messageOf(error));
     }
     return {.forbidden = mount.directory + ": " + messageOf(error)};
   }

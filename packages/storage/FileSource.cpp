@@ -19,6 +19,7 @@
 #include <system_error>
 #include <utility>
 
+#include "packagekit/TestContext.h"
 #include "packages/storage/AnsweredCall.h"
 #include "packages/storage/StorageEvents.h"
 
@@ -27,8 +28,7 @@ namespace {
 
 // A disk that does not even tell its size is there no more.
 [[noreturn]] void failWithoutSize() {
-  const std::string cause = std::generic_category().message(errno);
-  throw std::system_error(ENODEV, std::generic_category(), "size of the disk (" + cause + ")");
+  throw PackageKit::DeviceVanished(Reasons::kNoBlocksLeft.token, messageOf(errno));
 }
 
 struct stat statusOf(int descriptor) {
@@ -217,7 +217,7 @@ void failToOpen(const std::string& path, int error) {
     case EINTR:
       throw std::system_error(error, std::generic_category(), path);
     default:  // it was there when the machine's disks were looked for
-      throw std::system_error(ENODEV, std::generic_category(), path + " (" + cause + ")");
+      throwVanished(path, goneBy(error), cause);
   }
 }
 

@@ -19,7 +19,7 @@ void refuse(const std::string& disk, Common::Reason reason, int error, const std
   const std::string cause =
       (command.empty() ? "" : command + ": ") + std::generic_category().message(error);
   if (saysVanished(error) || error == ENOENT || !isThere(disk, sysfs)) {
-    throwVanished(disk, cause);
+    throwVanished(disk, goneBy(error), cause);
   }
   throw NotSupported(reason, cause);
 }

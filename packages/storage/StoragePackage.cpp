@@ -276,7 +276,7 @@ std::unique_ptr<BlockSource> openDisk(const Disk& disk, const SourceOptions& opt
                                [path = disk.path] { return openFile(path); });
   auto source = makeSource(std::move(opened), options);
   if (source->size() == 0 && disk.bytes >= source->blockSize()) {
-    throwVanished(disk.name, "it has no blocks any more");
+    throwVanished(disk.name, Reasons::kNoBlocksLeft);
   }
   return source;
 }

@@ -31,4 +31,12 @@ inline constexpr Common::Reason kNotWritable{"NO_WRITABLE_PLACE"};  ///< places,
 inline constexpr Common::Reason kNoTemporaryFile{"NO_TEMPORARY_FILE"};  ///< the place, the message
 inline constexpr Common::Reason kNothingWritten{"NOTHING_WRITTEN"};     ///< the message
 
+/// @brief How a disk is known to have vanished while it was tested.
+inline constexpr Common::Reason kReadsNothing{"VANISHED_READS_NOTHING"};
+inline constexpr Common::Reason kNoBlocksLeft{"VANISHED_WITHOUT_BLOCKS"};
+inline constexpr Common::Reason kNoConnection{"VANISHED_WITHOUT_CONNECTION"};
+inline constexpr Common::Reason kFileSystemGone{"VANISHED_WITH_FILE_SYSTEM"};
+inline constexpr Common::Reason kDiskGone{"VANISHED_DISK"};
+inline constexpr Common::Reason kMediumGone{"VANISHED_WITHOUT_MEDIUM"};
+
 }  // namespace TarvexDiags::Storage::Reasons

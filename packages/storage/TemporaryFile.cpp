@@ -29,7 +29,7 @@ namespace {
     throw NotSupported(Reasons::kNoTemporaryFile, directory + ": " + cause);
   }
   if (saysVanished(error)) {
-    throwVanished(directory, cause);
+    throwVanished(directory, goneBy(error), cause);
   }
   throw std::system_error(error, std::generic_category(), directory);
 }

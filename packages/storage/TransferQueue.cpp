@@ -231,7 +231,8 @@ void requireFaultOfDisk(BlockSource& source, const Waiter& waiter, const Transfe
   const bool endsEarly =
       transfer.direction == Direction::Read && error == 0 && completion.length == 0;
   if (endsEarly || saysVanished(error) || source.hasVanished(waiter)) {
-    throwVanished(waiter.disk, endsEarly ? "read: 0 B" : messageOf(error));
+    throwVanished(waiter.disk, endsEarly ? Reasons::kReadsNothing : goneBy(error),
+                  endsEarly ? "0 B" : messageOf(error));
   }
   if (std::find(faults.begin(), faults.end(), error) == faults.end()) {
     throw std::system_error(error, std::generic_category(), waiter.disk);
@@ -242,7 +243,7 @@ void requirePresence(BlockSource& source, const Waiter& waiter, const std::strin
   constexpr milliseconds kTimeToLeave{2000};
   for (milliseconds waited{0}; waited <= kTimeToLeave; waited += kLook) {
     if (source.hasVanished(waiter)) {
-      throwVanished(waiter.disk, cause);
+      throwVanished(waiter.disk, Reasons::kDiskGone, cause);
     }
     if (waiter.journal.stopRequested()) {
       return;
@@ -258,8 +259,22 @@ bool saysVanished(int error) {
   return std::find(gone.begin(), gone.end(), error) != gone.end();
 }
 
-void throwVanished(const std::string& disk, const std::string& cause) {
-  throw std::system_error(ENODEV, std::generic_category(), disk + " (" + cause + ")");
+Common::Reason goneBy(int error) {
+  switch (error) {
+    case ENOMEDIUM:
+      return Reasons::kMediumGone;
+    case ENOTCONN:
+    case ESTALE:
+    case ECONNABORTED:
+    case ESHUTDOWN:
+      return Reasons::kFileSystemGone;
+    default:
+      return Reasons::kDiskGone;
+  }
+}
+
+void throwVanished(const std::string& disk, Common::Reason how, const std::string& detail) {
+  throw PackageKit::DeviceVanished(how.token, detail.empty() ? disk : disk + ": " + detail);
 }
 
 std::string messageOf(int error) {

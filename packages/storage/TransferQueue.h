@@ -117,8 +117,13 @@ void requirePresence(BlockSource& source, const Waiter& waiter, const std::strin
 /// @brief Whether the errno says that there is no such disk or file system any more.
 bool saysVanished(int error);
 
-/// @brief Throws std::system_error with ENODEV.
-[[noreturn]] void throwVanished(const std::string& disk, const std::string& cause);
+/// @brief What is gone when that is so.
+Common::Reason goneBy(int error);
+
+/// @brief Throws PackageKit::DeviceVanished, which is a std::system_error with ENODEV.
+/// @param detail beside the disk's name, in no language; may be empty
+[[noreturn]] void throwVanished(const std::string& disk, Common::Reason how,
+                                const std::string& detail = {});
 
 /// @brief The message of an errno; a short transfer is told as a fault of its own kind, EIO.
 std::string messageOf(int error);

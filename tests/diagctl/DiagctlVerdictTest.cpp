@@ -157,8 +157,14 @@ TEST_F(DiagctlVerdict, of_a_vanished_device_is_trouble_in_one_line) {
   const ReportedRun run = misbehave("Vanished device");
   expectVerdict(run, "ERROR", kNoVerdict);
   EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("device-vanished"));
-  EXPECT_THAT(linesOf(run.accountOf(m_step, "text")),
+  EXPECT_THAT(linesOf(run.accountOf(m_step, "jsonl")),
               ElementsAre(HasSubstr("has vanished"), HasSubstr("-> ")));
+}
+
+TEST_F(DiagctlVerdict, of_a_vanished_device_tells_the_cause_in_the_readers_language) {
+  const ReportedRun run = misbehave("Vanished device", {"--lang", "de"});
+  EXPECT_THAT(run.accountOf(m_step, "jsonl"),
+              HasSubstr("das System hat kein solches Gerät mehr (read: No such device)"));
 }
 
 TEST_F(DiagctlVerdict, of_a_vanished_device_is_a_failure_on_request_and_for_monitors) {

@@ -392,7 +392,10 @@ TEST_F(Misbehaviour, the_verdict_of_the_next_test_cant_be_forged) {
 }
 
 TEST_F(Misbehaviour, a_vanished_device_is_no_fault) {
-  expectTrouble(runBefore(12), DEVICE_VANISHED, "12");
+  const auto run = runBefore(12);
+  expectTrouble(run, DEVICE_VANISHED, "12");
+  EXPECT_EQ(run.parametersOf(DEVICE_VANISHED)[3], Contract::kNoSuchDevice);
+  EXPECT_EQ(run.parametersOf(DEVICE_VANISHED)[4], " (read: No such device)");
 }
 
 TEST_F(Misbehaviour, a_missing_permission_is_no_fault) {

@@ -174,7 +174,8 @@ TEST(BundledPackages, tell_every_reason_in_every_language) {
 
 TEST(BundledPackages, give_no_reason_but_those_of_their_header) {
   static const std::regex kReason(
-      "\\b((?:Support::no|unsupported|NotSupported|NotAta|notSupported|TakenAway)\\(\\s*\"[^\"]*\"|"
+      "\\b((?:Support::no|unsupported|NotSupported|NotAta|notSupported|TakenAway|DeviceVanished)\\("
+      "\\s*\"[^\"]*\"|"
       "Reason\\{\"[^\"]*\")");
   for (const std::string& name : packagesForPeople()) {
     EXPECT_THAT(foundInSources(name, ".cpp", kReason), IsEmpty()) << name;

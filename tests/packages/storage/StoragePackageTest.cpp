@@ -105,14 +105,18 @@ TEST_F(StoragePackage, does_not_blame_a_device_that_vanished) {
   for (const int test : {1, 4, 5, 6, 7}) {
     const auto run = runQuick({test});
     EXPECT_EQ(run.verdict, DiagnosticResult::UNUSUAL_STATUS) << test;
-    EXPECT_TRUE(run.has(9005)) << test;
+    ASSERT_TRUE(run.has(9005)) << test;
+    EXPECT_EQ(run.parametersOf(9005)[3], "VANISHED_DISK");
+    EXPECT_THAT(run.parametersOf(9005)[4], HasSubstr("No such file"));
   }
 }
 
 TEST_F(StoragePackage, does_not_blame_a_device_that_was_emptied) {
   driver.devices();
   fs::resize_file(path(), 0);
-  EXPECT_TRUE(runQuick({4}).has(9005));
+  const auto run = runQuick({4});
+  ASSERT_TRUE(run.has(9005));
+  EXPECT_EQ(run.parametersOf(9005)[3], "VANISHED_WITHOUT_BLOCKS");
 }
 
 TEST_F(StoragePackage, offers_no_health_tests_for_a_file_and_says_why) {
