@@ -255,6 +255,7 @@ void Module::beginDiscovery(DiagnosticMode mode) {
 void Module::markHung(const std::string& resourceTag, pid_t worker) {
   const System::LockHold hold(m_lock);
   m_hung[resourceTag] = worker;
+  m_leaving.erase(resourceTag);
 }
 
 std::optional<pid_t> Module::hungWorker(const std::string& resourceTag) const {
@@ -263,12 +264,29 @@ std::optional<pid_t> Module::hungWorker(const std::string& resourceTag) const {
   return found == m_hung.end() ? std::nullopt : std::optional<pid_t>(found->second);
 }
 
+void Module::markLeaving(const std::string& resourceTag, pid_t worker) {
+  const System::LockHold hold(m_lock);
+  m_leaving[resourceTag] = worker;
+}
+
+std::optional<pid_t> Module::leavingWorker(const std::string& resourceTag) {
+  const System::LockHold hold(m_lock);
+  const auto found = m_leaving.find(resourceTag);
+  if (found != m_leaving.end() && reapIfEnded(found->second)) {
+    m_leaving.erase(found);
+    return std::nullopt;
+  }
+  return found == m_leaving.end() ? std::nullopt : std::optional<pid_t>(found->second);
+}
+
 void Module::forgetHung() {
   const System::LockHold hold(m_lock);
-  for (const auto& entry : m_hung) {
-    m_forgotten.push_back(entry.second);
+  for (std::map<std::string, pid_t>* const workers : {&m_hung, &m_leaving}) {
+    for (const auto& entry : *workers) {
+      m_forgotten.push_back(entry.second);
+    }
+    workers->clear();
   }
-  m_hung.clear();
   reapForgotten();
 }
 

@@ -68,6 +68,12 @@ class Module {
   /// Workers that nothing can end, by the resource tag of their device.
   void markHung(const std::string& resourceTag, pid_t worker);
   std::optional<pid_t> hungWorker(const std::string& resourceTag) const;
+  /// One that was aborted and ends as soon as the kernel lets go of it: what it waits for there may
+  /// come, or not.
+  void markLeaving(const std::string& resourceTag, pid_t worker);
+  /// Nothing once it has ended.
+  std::optional<pid_t> leavingWorker(const std::string& resourceTag);
+  /// Nobody waits for their ends any more.
   void forgetHung();
 
  private:
@@ -88,6 +94,7 @@ class Module {
   bool m_defined TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   std::unique_ptr<Package> m_package TARVEXDIAGS_GUARDED_BY(m_lock);
   std::map<std::string, pid_t> m_hung TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::map<std::string, pid_t> m_leaving TARVEXDIAGS_GUARDED_BY(m_lock);
   std::vector<pid_t> m_forgotten TARVEXDIAGS_GUARDED_BY(m_lock);
   Discoverer m_discoverer;
 };

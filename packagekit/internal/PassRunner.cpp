@@ -9,6 +9,7 @@
 #include <new>
 #include <sstream>
 #include <system_error>
+#include <thread>
 
 #include "packagekit/KitEvents.h"
 #include "packagekit/contract/KitCodes.h"
@@ -199,12 +200,34 @@ bool PassRunner::startIsRefused() {
     m_outcome.worsen({DiagnosticResult::UNUSUAL_STATUS});
     return true;
   }
+  awaitLeavingWorker();
   const auto hung = m_module.hungWorker(m_setup.device.resourceTag);
   if (!hung) {
     return false;
   }
   m_outcome.worsen(raised(unusual(DEVICE_REFUSED, {std::to_string(*hung)})));
   return true;
+}
+
+// The one of an aborted pass before may still read, as long as the kernel has patience with the
+// disk. Two at once would disturb each other.
+void PassRunner::awaitLeavingWorker() {
+  constexpr std::chrono::milliseconds look{20};
+  const std::string& device = m_setup.device.resourceTag;
+  std::optional<pid_t> leaving = m_module.leavingWorker(device);
+  if (!leaving) {
+    return;
+  }
+  const double grace =
+      secondsOf(kKillGrace, m_module.settings().package(kKillGrace.key()), m_limits.killGrace);
+  const auto end = Clock::now() + std::chrono::duration<double>(grace);
+  while (leaving && !m_control.isAborted() && Clock::now() < end) {
+    std::this_thread::sleep_for(look);
+    leaving = m_module.leavingWorker(device);
+  }
+  if (leaving && !m_control.isAborted()) {
+    m_module.markHung(device, *leaving);
+  }
 }
 
 SessionEnd PassRunner::runSession() {
@@ -374,6 +397,10 @@ PassOutcome PassRunner::told(const TestReport& report, Contract::Ending ending) 
 
 // Tells how a session ended beyond what its tests told; false when the pass can't go on.
 bool PassRunner::judgeSession(const SessionEnd& end) {
+  if (end.isGivenUp && end.isComplete && m_control.isAborted()) {
+    m_module.markLeaving(m_setup.device.resourceTag, end.pid);
+    return false;
+  }
   if (end.isGivenUp) {
     m_module.markHung(m_setup.device.resourceTag, end.pid);
     finishTest(Contract::Ending::Broken,

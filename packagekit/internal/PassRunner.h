@@ -61,6 +61,7 @@ class PassRunner : private SessionObserver {
   void runTests();
   void endForLackOfMemory() noexcept;
   bool startIsRefused();
+  void awaitLeavingWorker();
   SessionEnd runSession();
   void readConfiguration();
   double secondsOf(const OptionalSetting<Seconds>& setting, const std::optional<std::string>& text,

@@ -23,6 +23,7 @@ constexpr std::chrono::seconds kLongestDrain{1};
 // How often is looked whether the kernel holds what is to end, and what is at its test.
 constexpr std::chrono::milliseconds kLookAtEnd{100};
 constexpr std::chrono::milliseconds kLookAtTest{1000};
+constexpr std::chrono::milliseconds kLookBehindAbort{50};
 // What is on its way out is held for moments, too.
 constexpr double kShortestHold = 0.5;      // seconds
 constexpr double kGraceBesideTests = 0.3;  // seconds, for a worker that loads or ends
@@ -209,14 +210,24 @@ void WorkerSupervisor::lookWhetherHeld() {
     return;
   }
   m_heldSince = m_heldSince.value_or(now);
-  if (now - *m_heldSince >= std::chrono::duration<double>(std::max(killGrace(), kShortestHold))) {
+  if (now - *m_heldSince >= longestHold()) {
     // For what it has started.
     m_process->signalGroup(SIGKILL);
     m_stage = Stage::GivenUp;
   }
 }
 
+// Whoever aborted one that has told all has nothing to wait for: a read that the disk takes its
+// time for ends without them.
+std::chrono::duration<double> WorkerSupervisor::longestHold() const {
+  return isLeaving() ? std::chrono::duration<double>(kLookBehindAbort)
+                     : std::chrono::duration<double>(std::max(killGrace(), kShortestHold));
+}
+
 std::chrono::milliseconds WorkerSupervisor::lookLength() const {
+  if (isLeaving()) {
+    return kLookBehindAbort;
+  }
   const bool isAtTest = m_stage == Stage::Running && !m_end.isComplete && !m_heldSince;
   return isAtTest ? kLookAtTest : kLookAtEnd;
 }

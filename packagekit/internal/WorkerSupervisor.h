@@ -19,7 +19,8 @@ struct WorkerLimits {
   double exit = 30;       ///< from the end of one test until the next begins, or until it is gone
   double abortGrace = 5;  ///< from the request to stop until SIGTERM; no more than 0.3 beside tests
   double termGrace = 2;   ///< from SIGTERM until SIGKILL
-  /// from SIGKILL, or from its own end if the kernel holds threads of it, until it is given up
+  /// from SIGKILL, or from its own end if the kernel holds threads of it, until it is given up;
+  /// behind an abort it is given up at once where it has told all
   double killGrace = 5;
 };
 
@@ -40,7 +41,8 @@ struct WorkerEnd {
 /// The life of one worker, seen from the host: gives it its work, reads what it says, and ends it
 /// when it is told to or when its time is over. A worker that does not end by itself is asked, then
 /// gets SIGTERM, then SIGKILL, and is at last left alone: nothing of this blocks for ever. One that
-/// has ended but for threads that the kernel holds is left alone sooner, as it would hear nothing.
+/// has ended but for threads that the kernel holds is left alone sooner, as it would hear nothing;
+/// at once when it was aborted and has told all.
 /// What its messages mean is for those that derive from this.
 class WorkerSupervisor {
  public:
@@ -88,6 +90,8 @@ class WorkerSupervisor {
   void terminate();
   void escalateTo(Stage stage, int signal, double grace);
   void lookWhetherHeld();
+  bool isLeaving() const { return m_isAborted && m_end.isComplete; }
+  std::chrono::duration<double> longestHold() const;
   std::chrono::milliseconds lookLength() const;
   int pollTimeout() const;
   void waitForSomething();

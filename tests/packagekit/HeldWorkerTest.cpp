@@ -133,6 +133,12 @@ class HeldWorker : public ::testing::Test {
   const std::string begin = FrameWriter(FrameType::TestBegin).number(0).bytes();
   const std::string end =
       FrameWriter(FrameType::TestEnd).number(0).number(0).number(0).texts({}).bytes();
+  const std::string stopped = FrameWriter(FrameType::TestEnd)
+                                  .number(0)
+                                  .number(static_cast<std::uint64_t>(TestEnding::Stopped))
+                                  .number(0)
+                                  .texts({})
+                                  .bytes();
   const std::string passEnd = FrameWriter(FrameType::PassEnd).bytes();
 
   TestSupport::TemporaryDirectory place;
@@ -172,6 +178,14 @@ class WorkerHeldByTheKernel : public HeldWorker {
 TEST_F(WorkerHeldByTheKernel, is_given_up_at_its_end_whatever_it_has_told) {
   expectGivenUp({ready, begin, end, passEnd}, true);
   expectGivenUp({ready, begin}, false);
+}
+
+TEST_F(WorkerHeldByTheKernel, does_not_hold_up_an_abort_once_it_has_told_all) {
+  limits.killGrace = 60;
+  control.abort();
+  const auto asked = std::chrono::steady_clock::now();
+  expectGivenUp({ready, begin, stopped, passEnd}, true);
+  EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(30));
 }
 
 TEST_F(HeldWorker, that_still_does_something_is_left_to_end) {
