@@ -116,11 +116,20 @@ std::optional<PackageFiles> readPackage(const std::string& directory, const std:
   return files;
 }
 
-// What is filled in at each event stands as dots.
+// What is filled in at each event stands as dots; so does a word with its detail behind it.
+std::string withDots(const std::string& text) {
+  const std::string dots = "...";
+  std::string told = fillIn(text, {dots});
+  if (const std::size_t place = told.find(dots + dots); place != std::string::npos) {
+    told.erase(place, dots.size());
+  }
+  return told;
+}
+
 std::string textOf(const PackageFiles& files, const std::string& token) {
   for (const auto& texts : files.texts) {
     if (const auto text = texts.find(token); text != texts.end()) {
-      return fillIn(text->second, {"..."});
+      return withDots(text->second);
     }
   }
   return {};

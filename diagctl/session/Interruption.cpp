@@ -87,7 +87,9 @@ void catchSignals() {
 void begin() {
   endsInOrder = 1;
   catchSignals();
+  // Both are told as errors of the writes that they are for.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void endWhenCutShort(int code, const std::string& line) {

@@ -5,6 +5,7 @@
 #include <linux/capability.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -94,6 +95,16 @@ TEST_F(Diagctl, run_with_too_few_open_files_says_so_before_anything_runs) {
   Program::Options enough;
   enough.openFiles = 24;
   EXPECT_EQ(run({"run", "-q", "-t", "Good", "-d", "Left"}, enough).exitCode, kPassed);
+}
+
+TEST_F(Diagctl, run_tells_that_a_log_may_not_become_that_long) {
+  addMixedPackage();
+  const std::string log = place.path("run.jsonl");
+  Program::Options small;
+  small.limits[RLIMIT_FSIZE] = 512;
+  const Outcome outcome = run({"run", "-q", "-t", "Good", "-o", "jsonl=" + log}, small);
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr(log + ": File too large"));
 }
 
 TEST_F(Diagctl, run_of_more_tests_at_once_needs_more_open_files) {
@@ -847,6 +858,8 @@ TEST_F(Diagctl, show_tells_all_of_an_item) {
 
 TEST_F(Diagctl, explain_knows_both_tables_by_name_and_number) {
   EXPECT_THAT(diagctl({"explain", "load_library_failed"}).out, HasSubstr("LOAD_LIBRARY_FAILED"));
+  EXPECT_THAT(diagctl({"explain", "kit_device_vanished"}).out, HasSubstr("has vanished: .... Last"))
+      << "a word and its detail are one thing to be filled in";
   EXPECT_THAT(diagctl({"explain", "32"}).out,
               AllOf(HasSubstr("FUNCTION_NOT_FOUND_IN_DLL"),
                     HasSubstr("UNABLE_TO_PROCESS_TEST_REQUEST"), HasSubstr("->")));
