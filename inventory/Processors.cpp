@@ -4,9 +4,11 @@
 #include <set>
 #include <sstream>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "inventory/Inventory.h"
+#include "watch/CpuFiles.h"
 
 namespace TarvexDiags::Inventory {
 
@@ -86,24 +88,23 @@ void addFileShares(Json& tree, const SystemFiles& files, const std::vector<int>&
                    const char* key, const char* file) {
   Shares shares;
   for (const int number : numbers) {
-    shares.add(files.text(kFolder / ("cpu" + std::to_string(number)) / file).value_or(""), number);
+    shares.add(files.text(Watching::folderOfCpu(number) / file).value_or(""), number);
   }
   addTree(tree, key, shares.asJson());
 }
 
 void addCounts(Json& tree, const SystemFiles& files, const std::vector<int>& numbers) {
-  std::set<std::string> sockets;
-  std::set<std::pair<std::string, std::string>> cores;
+  std::set<int> sockets;
+  std::set<std::tuple<int, int, int>> cores;
   std::size_t threads = 0;
   for (const int number : numbers) {
-    const std::filesystem::path folder = kFolder / ("cpu" + std::to_string(number)) / "topology";
-    const std::string socket = files.word(folder / "physical_package_id");
-    if (socket.empty()) {
+    const auto place = Watching::placeOfCpu(files, number);
+    if (!place) {
       continue;  // offline
     }
     ++threads;
-    sockets.insert(socket);
-    cores.emplace(socket, files.word(folder / "die_id") + "." + files.word(folder / "core_id"));
+    sockets.insert(place->socket);
+    cores.emplace(place->socket, place->die, place->core);
   }
   if (threads > 0) {
     tree["sockets"] = sockets.size();

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "watch/CpuFiles.h"
 #include "watch/InterruptRows.h"
 
 namespace TarvexDiags::Watching {
@@ -31,8 +32,7 @@ constexpr Counted kInterruptRows[] = {
 
 HealthCounters HealthCounters::read(const SystemFiles& files, int core) {
   HealthCounters counters;
-  const std::filesystem::path folder = std::filesystem::path("sys/devices/system/cpu") /
-                                       ("cpu" + std::to_string(core)) / "thermal_throttle";
+  const std::filesystem::path folder = folderOfCpu(core) / "thermal_throttle";
   for (const Counted& source : kThrottleFiles) {
     if (const auto value = files.number(folder / source.name)) {
       counters.m_counts[source.name] = {source.trouble, *value};

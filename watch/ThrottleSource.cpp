@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "watch/CpuFiles.h"
+
 namespace TarvexDiags::Watching {
 
 // Documentation/ABI/testing/sysfs-devices-system-cpu of the kernel. All threads of a core show the
@@ -20,10 +22,9 @@ std::optional<std::string> ThrottleSource::open() {
 
 void ThrottleSource::addCounters(int cpu) {
   const std::string name = "cpu" + std::to_string(cpu);
-  const std::filesystem::path folder = std::filesystem::path("sys/devices/system/cpu") / name;
-  const std::string package =
-      std::to_string(m_files.number(folder / "topology/physical_package_id").value_or(0));
-  const auto core = m_files.number(folder / "topology/core_id");
+  const std::filesystem::path folder = folderOfCpu(cpu);
+  const CpuPlace place = placeOfCpu(m_files, cpu).value_or(CpuPlace());
+  const std::string package = std::to_string(std::max(place.socket, 0));
   const auto add = [&](const std::string& device, const std::string& part, const char* file) {
     const std::filesystem::path path = folder / "thermal_throttle" / file;
     const bool isKnown = std::any_of(m_counters.begin(), m_counters.end(),
@@ -34,7 +35,8 @@ void ThrottleSource::addCounters(int cpu) {
     }
   };
   const std::string device = "cpu:" + std::to_string(cpu);
-  add(device, core ? "processor " + package + " core " + std::to_string(*core) : name,
+  add(device,
+      place.core >= 0 ? "processor " + package + " core " + std::to_string(place.core) : name,
       "core_throttle_count");
   add("processor:" + package, "processor " + package, "package_throttle_count");
 }

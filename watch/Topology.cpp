@@ -1,7 +1,10 @@
 #include "watch/Topology.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <string_view>
 
+#include "watch/CpuFiles.h"
 #include "watch/KernelLog.h"
 
 namespace TarvexDiags::Watching {
@@ -46,9 +49,8 @@ std::set<std::string> Topology::lineage(const std::string& resource) const {
   } else if (kind == "pci") {
     addPath(std::filesystem::path("sys/bus/pci/devices") / name, lineage);
   } else if (kind == "cpu") {
-    const auto processor = m_files.number(std::filesystem::path("sys/devices/system/cpu") /
-                                          ("cpu" + name) / "topology/physical_package_id");
-    lineage.insert("processor:" + std::to_string(processor.value_or(0)));
+    const CpuPlace place = placeOfCpu(m_files, std::atoi(name.c_str())).value_or(CpuPlace());
+    lineage.insert("processor:" + std::to_string(std::max(place.socket, 0)));
   } else if (kind == "memory") {
     // The kernel does not tell which controller serves which node.
     lineage.insert("memory");

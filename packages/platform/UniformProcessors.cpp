@@ -8,6 +8,7 @@
 
 #include "inventory/Inventory.h"
 #include "packages/common/CpuList.h"
+#include "watch/CpuFiles.h"
 
 namespace TarvexDiags::Platform {
 
@@ -199,10 +200,10 @@ class ProcessorJudge {
   std::set<std::string> socketsOf(const Numbers& numbers) const {
     std::set<std::string> sockets;
     for (const int number : numbers) {
-      sockets.insert(m_files.word("sys/devices/system/cpu/cpu" + std::to_string(number) +
-                                  "/topology/physical_package_id"));
+      if (const auto place = Watching::placeOfCpu(m_files, number)) {
+        sockets.insert(std::to_string(place->socket));
+      }
     }
-    sockets.erase("");
     return sockets;
   }
 

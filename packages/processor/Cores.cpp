@@ -1,12 +1,12 @@
 #include "packages/processor/Cores.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <map>
 #include <sstream>
 
 #include "packages/common/CpuList.h"
+#include "watch/CpuFiles.h"
 
 namespace TarvexDiags::Processor {
 
@@ -35,18 +35,13 @@ std::map<int, std::string> modelNames(const std::string& text) {
 }  // namespace
 
 std::vector<Core> findCores(const Watching::SystemFiles& files) {
-  const std::filesystem::path folder = "sys/devices/system/cpu";
   const auto names = modelNames(files.text("proc/cpuinfo").value_or(""));
   std::vector<Core> cores;
-  for (const int number : Common::parseCpuList(files.text(folder / "online").value_or(""))) {
-    const std::filesystem::path topology = folder / ("cpu" + std::to_string(number)) / "topology";
-    const auto field = [&](const char* name) {
-      const auto value = files.number(topology / name);
-      return value ? static_cast<int>(*value) : -1;
-    };
+  for (const int number :
+       Common::parseCpuList(files.text("sys/devices/system/cpu/online").value_or(""))) {
+    const auto place = Watching::placeOfCpu(files, number).value_or(Watching::CpuPlace());
     const auto name = names.find(number);
-    cores.push_back({number, field("physical_package_id"), field("core_id"),
-                     name == names.end() ? "" : name->second});
+    cores.push_back({number, place.socket, place.core, name == names.end() ? "" : name->second});
   }
   return cores;
 }
