@@ -1,26 +1,12 @@
-#include <sstream>
-
 #include "inventory/Inventory.h"
 #include "inventory/PciPath.h"
+#include "watch/NodeFiles.h"
 
 namespace TarvexDiags::Inventory {
 
 namespace {
 
-constexpr std::uint64_t kKilobyte = 1024;
-const std::filesystem::path kNodes = "sys/devices/system/node";
 constexpr const char* kTable = "sys/firmware/dmi/tables/DMI";
-
-/// The number of a row "MemTotal:  16318352 kB", in bytes.
-std::optional<std::uint64_t> bytesOfRow(const std::string& text, const std::string& row) {
-  const std::size_t place = text.find(row);
-  if (place == std::string::npos) {
-    return std::nullopt;
-  }
-  std::istringstream rest(text.substr(place + row.size()));
-  std::uint64_t kilobytes = 0;
-  return rest >> kilobytes ? std::optional(kilobytes * kKilobyte) : std::nullopt;
-}
 
 Json toJson(const MemoryModule& module) {
   Json tree = Json::object();
@@ -76,10 +62,11 @@ Json attributesOf(const SystemFiles& files, const std::filesystem::path& node) {
 
 Json nodesOf(const SystemFiles& files) {
   Json nodes = Json::object();
-  for (const int number : files.numberedEntries(kNodes, "node")) {
-    const std::filesystem::path folder = kNodes / ("node" + std::to_string(number));
+  for (const int number : files.numberedEntries(Watching::kNodesFolder, "node")) {
+    const std::filesystem::path folder = Watching::folderOfNode(number);
     Json node = Json::object();
-    if (const auto bytes = bytesOfRow(files.text(folder / "meminfo").value_or(""), "MemTotal:")) {
+    if (const auto bytes =
+            Watching::bytesOfRow(files.text(folder / "meminfo").value_or(""), "MemTotal")) {
       node["bytes"] = *bytes;
     }
     addText(node, "processors", files, folder / "cpulist");
@@ -102,7 +89,8 @@ ModuleTable readModules(const SystemFiles& files) {
 
 Json memoryFacts(const SystemFiles& files) {
   Json tree = Json::object();
-  if (const auto bytes = bytesOfRow(files.text("proc/meminfo").value_or(""), "MemTotal:")) {
+  if (const auto bytes =
+          Watching::bytesOfRow(files.text("proc/meminfo").value_or(""), "MemTotal")) {
     tree["bytes"] = *bytes;
   }
   addTree(tree, "modules", modulesOf(files));

@@ -12,6 +12,7 @@
 #include "diagctl/run/FindingText.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/KitCodes.h"
+#include "watch/NodeFiles.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -42,8 +43,7 @@ bool isNumbered(const std::string& name, const std::string& prefix) {
 // "0-3,8" as the kernel writes the processors of a node.
 std::vector<std::string> processorsOf(const Watching::SystemFiles& files, const std::string& node) {
   std::vector<std::string> resources;
-  for (const int cpu :
-       files.numberedEntries(std::filesystem::path("sys/devices/system/node") / node, "cpu")) {
+  for (const int cpu : files.numberedEntries(Watching::kNodesFolder / node, "cpu")) {
     resources.push_back("cpu:" + std::to_string(cpu));
   }
   return resources;

@@ -1,44 +1,18 @@
 #include "packages/memory/Nodes.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <limits>
 #include <sstream>
-#include <string_view>
 
 #include "packages/common/CpuList.h"
+#include "watch/NodeFiles.h"
 
 namespace TarvexDiags::Memory {
 
 namespace {
 
 using Watching::SystemFiles;
-
-const std::filesystem::path kNodesFolder = "sys/devices/system/node";
-
-std::filesystem::path folderOf(int node) {
-  return kNodesFolder / ("node" + std::to_string(node));
-}
-
-/// The bytes of a line "<anything>name:   123 kB".
-std::optional<std::uint64_t> memoryField(const std::string& text, std::string_view name) {
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t colon = line.find(':');
-    if (colon == std::string::npos || !std::string_view(line).substr(0, colon).ends_with(name)) {
-      continue;
-    }
-    const std::size_t digit = line.find_first_of("0123456789", colon);
-    std::uint64_t kilobytes = 0;
-    if (digit != std::string::npos &&
-        std::from_chars(line.data() + digit, line.data() + line.size(), kilobytes).ec ==
-            std::errc()) {
-      return kilobytes * 1024;
-    }
-  }
-  return std::nullopt;
-}
 
 /// What the limit files of a control group and of those above it leave.
 std::uint64_t leftByGroups(const SystemFiles& files, const std::filesystem::path& mount,
@@ -90,12 +64,13 @@ std::string Node::tagComponent() const {
 
 std::vector<Node> findNodes(const SystemFiles& files) {
   std::vector<Node> nodes;
-  for (const int number : files.numberedEntries(kNodesFolder, "node")) {
-    const std::string memory = files.text(folderOf(number) / "meminfo").value_or("");
+  for (const int number : files.numberedEntries(Watching::kNodesFolder, "node")) {
+    const std::string memory = files.text(Watching::folderOfNode(number) / "meminfo").value_or("");
     Node node;
     node.number = number;
-    node.cpus = Common::parseCpuList(files.text(folderOf(number) / "cpulist").value_or(""));
-    node.bytes = memoryField(memory, "MemTotal").value_or(0);
+    node.cpus =
+        Common::parseCpuList(files.text(Watching::folderOfNode(number) / "cpulist").value_or(""));
+    node.bytes = Watching::bytesOfRow(memory, "MemTotal").value_or(0);
     if (node.bytes > 0) {
       nodes.push_back(std::move(node));
     }
@@ -103,7 +78,8 @@ std::vector<Node> findNodes(const SystemFiles& files) {
   if (nodes.empty()) {
     Node machine;
     machine.cpus = Common::parseCpuList(files.text("sys/devices/system/cpu/online").value_or(""));
-    machine.bytes = memoryField(files.text("proc/meminfo").value_or(""), "MemTotal").value_or(0);
+    machine.bytes =
+        Watching::bytesOfRow(files.text("proc/meminfo").value_or(""), "MemTotal").value_or(0);
     nodes.push_back(std::move(machine));
   }
   return nodes;
@@ -111,8 +87,8 @@ std::vector<Node> findNodes(const SystemFiles& files) {
 
 std::optional<std::uint64_t> availableBytes(const SystemFiles& files, const Node& node) {
   const std::string memory = files.text("proc/meminfo").value_or("");
-  const auto available = memoryField(memory, "MemAvailable");
-  const auto total = memoryField(memory, "MemTotal");
+  const auto available = Watching::bytesOfRow(memory, "MemAvailable");
+  const auto total = Watching::bytesOfRow(memory, "MemTotal");
   if (!available || !total || *total == 0) {
     return std::nullopt;
   }
@@ -123,9 +99,10 @@ std::optional<std::uint64_t> availableBytes(const SystemFiles& files, const Node
   // Other nodes may be tested at the same time: this one takes its own share only.
   const double share = std::min(1.0, static_cast<double>(node.bytes) / static_cast<double>(*total));
   bytes = static_cast<std::uint64_t>(static_cast<double>(bytes) * share);
-  const std::string own = files.text(folderOf(node.number) / "meminfo").value_or("");
-  const auto free = memoryField(own, "MemFree");
-  return free ? std::min(bytes, *free + memoryField(own, "Inactive(file)").value_or(0)) : bytes;
+  const std::string own = files.text(Watching::folderOfNode(node.number) / "meminfo").value_or("");
+  const auto free = Watching::bytesOfRow(own, "MemFree");
+  return free ? std::min(bytes, *free + Watching::bytesOfRow(own, "Inactive(file)").value_or(0))
+              : bytes;
 }
 
 std::uint64_t testedBytes(std::uint64_t available, const SizeLimits& limits) {
