@@ -93,7 +93,9 @@ int finish(Outputs& outputs, int code) {
   for (const std::string& failure : outputs.failures()) {
     standardError().print("diagctl: {}\n", failure);
   }
-  return outputs.failures().empty() || code != ExitCode::kPassed ? code : ExitCode::kNoVerdict;
+  // A failure of the hardware outranks a report that is lost; that nothing ran does not.
+  const bool isOutranked = code == ExitCode::kPassed || code == ExitCode::kNothingRan;
+  return !outputs.failures().empty() && isOutranked ? ExitCode::kNoVerdict : code;
 }
 
 void endWithoutVerdictWhenCutShort(const ReportingOptions& options) {

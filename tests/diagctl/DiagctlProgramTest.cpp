@@ -213,6 +213,8 @@ TEST_F(Diagctl, run_of_nothing_ends_with_3) {
   EXPECT_EQ(typo.exitCode, kNothingRan);
   EXPECT_THAT(typo.err, HasSubstr("nothing matches test 'Goood'; did you mean 'Good'?"));
   EXPECT_EQ(run({"run", "-t", "Picky", "-d", "Left"}).exitCode, kNothingRan);
+  EXPECT_EQ(run({"run", "-t", "Picky", "-d", "Left", "-o", "jsonl=/dev/full"}).exitCode, kNoVerdict)
+      << "as its report is lost, too";
 }
 
 TEST_F(Diagctl, run_with_one_misspelt_pattern_ends_before_it_begins) {
