@@ -91,6 +91,11 @@ FactPath patternOf(std::string_view text) {
   return pattern;
 }
 
+bool hasWildcard(const FactPath& pattern) {
+  return std::any_of(pattern.begin(), pattern.end(),
+                     [](const std::string& step) { return step.find('*') != std::string::npos; });
+}
+
 bool matches(const FactPath& pattern, const FactPath& path) {
   const auto any = std::find(pattern.begin(), pattern.end(), kAnySteps);
   const auto length = static_cast<std::ptrdiff_t>(path.size());

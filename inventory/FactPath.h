@@ -17,6 +17,9 @@ std::string toText(const FactPath& path);
 /// @throws std::invalid_argument with the reason, for people.
 FactPath patternOf(std::string_view text);
 
+/// @brief Whether a pattern means more than the path that is written as it is.
+bool hasWildcard(const FactPath& pattern);
+
 /// @brief Whether a path is one of those that a pattern means.
 bool matches(const FactPath& pattern, const FactPath& path);
 

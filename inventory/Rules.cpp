@@ -163,19 +163,41 @@ Rules Rules::parse(const Json& list, const std::string& file, const FactPath& pl
   for (std::size_t number = 0; number < list.size(); ++number) {
     FactPath step = place;
     step.push_back(std::to_string(number));
-    rules.m_rules.push_back(RuleReader(list[number], file, std::move(step)).read());
+    rules.add(RuleReader(list[number], file, std::move(step)).read());
   }
   return rules;
 }
 
+Rules::Rules(std::vector<Rule> rules) {
+  for (Rule& rule : rules) {
+    add(std::move(rule));
+  }
+}
+
+void Rules::add(Rule rule) {
+  if (hasWildcard(rule.pattern)) {
+    m_others.push_back(m_rules.size());
+  } else {
+    m_exact.emplace(rule.pattern, m_rules.size());
+  }
+  m_rules.push_back(std::move(rule));
+}
+
 void Rules::append(const Rules& others) {
-  m_rules.insert(m_rules.end(), others.m_rules.begin(), others.m_rules.end());
+  for (const Rule& rule : others.m_rules) {
+    add(rule);
+  }
 }
 
 const Rule* Rules::find(const FactPath& path) const {
-  const auto found = std::find_if(m_rules.begin(), m_rules.end(),
-                                  [&](const Rule& rule) { return matches(rule.pattern, path); });
-  return found == m_rules.end() ? nullptr : &*found;
+  const auto found = m_exact.find(path);
+  const std::size_t exact = found == m_exact.end() ? m_rules.size() : found->second;
+  const auto end = std::lower_bound(m_others.begin(), m_others.end(), exact);
+  const auto other = std::find_if(m_others.begin(), end, [&](std::size_t number) {
+    return matches(m_rules[number].pattern, path);
+  });
+  const std::size_t first = other == end ? exact : *other;
+  return first == m_rules.size() ? nullptr : &m_rules[first];
 }
 
 Json Rules::asJson() const {

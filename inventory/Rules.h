@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -44,12 +46,14 @@ class Rules {
   static Rules parse(const Json& list, const std::string& file, const FactPath& place = {});
 
   Rules() = default;
-  explicit Rules(std::vector<Rule> rules) : m_rules(std::move(rules)) {}
+  explicit Rules(std::vector<Rule> rules);
 
   /// @brief Others that hold where none of these does.
   void append(const Rules& others);
 
   /// @brief The rule for a fact; null for none. Valid as long as the rules stay.
+  /// Rules without a wildcard are found at once: what many machines are has one for each fact on
+  /// which they do not agree.
   const Rule* find(const FactPath& path) const;
 
   /// @brief As a list that parse reads.
@@ -58,7 +62,11 @@ class Rules {
   std::size_t size() const { return m_rules.size(); }
 
  private:
+  void add(Rule rule);
+
   std::vector<Rule> m_rules;
+  std::map<FactPath, std::size_t> m_exact;  ///< the first rule of each path without a wildcard
+  std::vector<std::size_t> m_others;        ///< rules, rising
 };
 
 }  // namespace TarvexDiags::Inventory

@@ -53,6 +53,22 @@ TEST(Rules, give_the_first_that_means_a_fact) {
   EXPECT_EQ(Rules().find({"x"}), nullptr);
 }
 
+TEST(Rules, come_first_whether_they_have_a_wildcard_or_not) {
+  Rules rules = Rules::parse(Json::parse(R"([{"path": "/a/b", "compare": "set"},
+                                             {"path": "/a/*", "compare": "count"},
+                                             {"path": "/a/b", "compare": "ignore"},
+                                             {"path": "/a/c", "compare": "ignore"}])"),
+                             "rules.json");
+  rules.append(Rules({{.pattern = {"d"}, .compare = Compare::Present, .follows = {}, .note = ""},
+                      {.pattern = {"*"}, .compare = Compare::AtLeast, .follows = {}, .note = ""},
+                      {.pattern = {"e"}, .compare = Compare::Present, .follows = {}, .note = ""}}));
+  EXPECT_EQ(rules.find({"a", "b"})->compare, Compare::Set);
+  EXPECT_EQ(rules.find({"a", "c"})->compare, Compare::Count);
+  EXPECT_EQ(rules.find({"d"})->compare, Compare::Present);
+  EXPECT_EQ(rules.find({"e"})->compare, Compare::AtLeast);
+  EXPECT_EQ(rules.find({"d", "e"}), nullptr);
+}
+
 TEST(Rules, that_come_along_are_read_as_they_are_written) {
   EXPECT_EQ(Rules::parse(Rules::shipped().asJson(), "again").asJson(), Rules::shipped().asJson());
   EXPECT_EQ(Rules::shipped().find({"system", "board", "serialNumber"})->compare, Compare::Ignore);
