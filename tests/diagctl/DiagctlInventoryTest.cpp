@@ -7,18 +7,23 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
 #include "tests/diagctl/Schemas.h"
+#include "tests/support/Places.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::SizeIs;
 using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
@@ -83,6 +88,68 @@ TEST_F(DiagctlInventory, hides_what_identifies_the_machine) {
     EXPECT_EQ(outcome.exitCode, kNoVerdict);
     EXPECT_THAT(outcome.out, IsEmpty());
     EXPECT_THAT(outcome.err, HasSubstr(wrong));
+  }
+}
+
+/// Inventories of four machines that differ in what their rules are to say.
+class DiagctlGolden : public DiagctlInventory {
+ protected:
+  std::string golden() {
+    std::vector<std::string> words = {"inventory", "golden", "-o", place.path("golden.json")};
+    for (const std::string machine : {"n1", "n2", "n3", "n4"}) {
+      record("sys/class/dmi/id/bios_version", "of " + machine);
+      words.push_back(place.path(machine + ".json"));
+      place.write(words.back(), inventory().dump());
+    }
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitCode, kPassed) << outcome.err;
+    return place.path("golden.json");
+  }
+};
+
+TEST_F(DiagctlGolden, keeps_to_its_schema_with_the_facts_of_an_inventory) {
+  const Json document = Json::parse(contentsOf(golden()));
+  EXPECT_THAT(faultsBySchema(document, "golden"), IsEmpty());
+  EXPECT_THAT(document["rules"], SizeIs(1)) << "the version of the firmware";
+  EXPECT_THAT(faultsBySchema(document["inventory"], "inventory"), Each(HasSubstr(" lacks ")));
+}
+
+TEST(DiagctlRules, that_come_along_keep_to_their_schema) {
+  const std::string file = TestSupport::sourcePath("inventory/data/rules.json");
+  EXPECT_THAT(faultsBySchema(Json::parse(contentsOf(file)), "rules"), IsEmpty());
+}
+
+TEST_F(DiagctlGolden, takes_the_rules_that_the_schema_allows_and_no_others) {
+  const std::string against = golden();
+  const std::string file = place.path("rules.json");
+  for (const auto& [isAllowed, rules] : std::vector<std::pair<bool, std::string>>{
+           {true, R"([])"},
+           {true, R"([{"path": "/a~1b/**", "compare": "set", "note": "n", "follows": "/c"}])"},
+           {true, R"([{"path": "/a", "compare": "tolerance", "percent": 0.5}])"},
+           {true, R"([{"path": "/a", "compare": "equal", "severity": "information"}])"},
+           {false, R"({})"},
+           {false, R"([1])"},
+           {false, R"([{"path": "/a"}])"},
+           {false, R"([{"compare": "equal"}])"},
+           {false, R"([{"path": "a", "compare": "equal"}])"},
+           {false, R"([{"path": "/a~2", "compare": "equal"}])"},
+           {false, R"([{"path": "/a", "compare": "alike"}])"},
+           {false, R"([{"path": "/a", "compare": "equal", "severity": "grave"}])"},
+           {false, R"([{"path": "/a", "compare": "equal", "colour": "red"}])"},
+           {false, R"([{"path": "/a", "compare": "equal", "percent": 1}])"},
+           {false, R"([{"path": "/a", "compare": "equal", "follows": "b"}])"},
+           {false, R"([{"path": "/a", "compare": "equal", "note": 1}])"},
+           {false, R"([{"path": "/a", "compare": "tolerance"}])"},
+           {false, R"([{"path": "/a", "compare": "tolerance", "percent": 101}])"},
+           {false, R"([{"path": "/a", "compare": "tolerance", "percent": -1}])"},
+           {false, R"([{"path": "/a", "compare": "tolerance", "percent": "1"}])"},
+           {false, R"([{"path": "/a", "compare": "ignore", "severity": "failure"}])"}}) {
+    place.write(file, rules);
+    EXPECT_EQ(faultsBySchema(Json::parse(rules), "rules").empty(), isAllowed) << rules;
+    const Outcome outcome = run(
+        {"inventory", "check", "--root", m_root.string(), "--against", against, "--rules", file});
+    EXPECT_EQ(outcome.err.find(file) == std::string::npos, isAllowed) << rules << outcome.err;
+    EXPECT_EQ(outcome.exitCode == kPassed, isAllowed) << rules;
   }
 }
 
