@@ -2,20 +2,17 @@
 // second, and the most memory that the program took.
 
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include "bench/support/ProgramRun.h"
 
 namespace {
 
@@ -84,29 +81,6 @@ class FleetOfLogs {
   std::vector<std::string> m_logs;
 };
 
-/// Runs the program with its output thrown away. @return the most memory that it took, in MiB.
-double memoryOf(const std::vector<std::string>& arguments) {
-  const pid_t process = fork();
-  if (process == 0) {
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    std::vector<char*> words;
-    for (const std::string& argument : arguments) {
-      words.push_back(const_cast<char*>(argument.c_str()));
-    }
-    words.push_back(nullptr);
-    execv(words[0], words.data());
-    _exit(127);
-  }
-  int status = 0;
-  rusage usage{};
-  wait4(process, &status, 0, &usage);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) > 1) {
-    throw std::runtime_error("the program did not read the logs");
-  }
-  return static_cast<double>(usage.ru_maxrss) / 1024;
-}
-
 void tellMany(benchmark::State& state, bool merges) {
   const auto machines = static_cast<std::size_t>(state.range(0));
   constexpr std::size_t lines = 500;
@@ -118,7 +92,7 @@ void tellMany(benchmark::State& state, bool merges) {
   arguments.insert(arguments.end(), fleet.logs().begin(), fleet.logs().end());
   double memory = 0;
   for ([[maybe_unused]] auto _ : state) {
-    memory = memoryOf(arguments);
+    memory = TarvexDiags::Bench::memoryOfRun(arguments);
   }
   state.counters["MiB"] = memory;
   state.counters["lines/s"] = benchmark::Counter(static_cast<double>(machines * lines),
