@@ -1,5 +1,5 @@
 # A fleet on one machine, for the stage that tries what the others ask of diagctl: Slurm with four nodes,
-# clush, pdsh, Ansible, Prometheus. Sourced by tools/stages.sh. All of it listens on the loopback
+# clush, pdsh, Ansible, Nagios, Prometheus. Sourced by tools/stages.sh. All of it listens on the loopback
 # interface alone, lies below FLEET, and is ended by its recorded process ids.
 # shellcheck shell=bash
 
@@ -349,4 +349,109 @@ fleet_write_metrics() {
   while ((left-- > 0)); do
     "$FLEET/bin/diagctl" run --quiet --only-problems --textfile "$1" >"$FLEET/log/metrics" 2>&1 || return 1
   done
+}
+
+# The metrics of runs at random, as the test that makes them leaves them: what names and figures may come.
+fleet_try_catalogues() {
+  local directory=$FLEET/catalogues file count=0
+  mkdir -p "$directory"
+  TARVEX_METRICS_DIRECTORY=$directory build/release/tests/diagctl/run_metrics_test \
+    --gtest_filter='*of_any_catalogue*' >"$FLEET/log/catalogues" || fail "fleet: there are no metrics at random"
+  for file in "$directory"/*.prom; do
+    promtool check metrics <"$file" >"$FLEET/log/promtool" 2>&1 || {
+      cat "$FLEET/log/promtool" >&2
+      cp "$file" build/logs/
+      fail "fleet: promtool refuses build/logs/${file##*/}"
+    }
+    count=$((count + 1))
+  done
+  ((count == 200)) || fail "fleet: promtool has looked at $count catalogues, and not at 200"
+  say "fleet: promtool takes the metrics of $count runs at random"
+}
+
+# A monitor of one host, with the example's command and service and what those leave to their users.
+fleet_write_monitor() {
+  local directory=$FLEET/nagios day
+  mkdir -p "$directory/results"
+  sed "s|/usr/bin/diagctl|$FLEET/bin/diagctl|" examples/fleet/nagios.cfg >"$directory/example.cfg"
+  cat >"$directory/objects.cfg" <<TEXT
+define timeperiod {
+  timeperiod_name  always
+  alias            always
+$(for day in mon tues wednes thurs fri satur sun; do echo "  ${day}day 00:00-24:00"; done)
+}
+define contact {
+  contact_name                   nobody
+  host_notifications_enabled     0
+  service_notifications_enabled  0
+  host_notification_period       always
+  service_notification_period    always
+  host_notification_commands     check_diagctl
+  service_notification_commands  check_diagctl
+}
+define host {
+  host_name           node1
+  address             127.0.0.1
+  max_check_attempts  1
+  check_period        always
+  contacts            nobody
+}
+define service {
+  name                generic-service
+  register            0
+  max_check_attempts  1000
+  retry_interval      1
+  check_period        always
+  contacts            nobody
+}
+TEXT
+  cat >"$directory/nagios.cfg" <<TEXT
+cfg_file=$directory/objects.cfg
+cfg_file=$directory/example.cfg
+log_file=$directory/log
+object_cache_file=$directory/objects.cache
+precached_object_file=$directory/objects.precache
+status_file=$directory/status
+status_update_interval=1
+temp_file=$directory/temp
+temp_path=$directory/results
+check_result_path=$directory/results
+state_retention_file=$directory/retention
+lock_file=$directory/lock
+command_file=$directory/commands
+query_socket=$directory/query
+nagios_user=root
+nagios_group=root
+check_external_commands=0
+check_for_updates=0
+check_workers=1
+enable_notifications=0
+interval_length=1
+service_inter_check_delay_method=n
+service_interleave_factor=1
+use_syslog=0
+TEXT
+}
+
+# fleet_monitor_says KEY PATTERN: whether the monitor has checked the service, and holds this of it.
+fleet_monitor_says() {
+  sed -n '/^servicestatus {/,/}/p' "$FLEET/nagios/status" >"$FLEET/log/nagios.status" 2>/dev/null
+  grep -q 'has_been_checked=1$' "$FLEET/log/nagios.status" && grep -qE "\s$1=$2\$" "$FLEET/log/nagios.status"
+}
+
+# The engine of a monitor calls the plug-in and reads state, text and figures from it.
+fleet_try_monitor() {
+  fleet_write_monitor
+  fleet_expect 0 nagios-objects nagios4 -v "$FLEET/nagios/nagios.cfg"
+  fleet_tests login -t Fault
+  fleet_expect 1 nagios-health-of-a-failure "$FLEET/bin/diagctl" health --max-time 10m
+  fleet_start nagios nagios4 "$FLEET/nagios/nagios.cfg"
+  fleet_await 60 "the monitor tells no failure" fleet_monitor_says current_state 2
+  fleet_monitor_says plugin_output 'CRITICAL - .*Fault.*' || fail "fleet: the monitor has another text"
+  fleet_monitor_says performance_data "'duration'=.*s;.*'failed'=1;.*" ||
+    fail "fleet: the monitor has other figures"
+  fleet_tests login -t Behaves
+  fleet_expect 0 nagios-health-of-none "$FLEET/bin/diagctl" health --max-time 10m
+  fleet_await 60 "the monitor tells no end of the failure" fleet_monitor_says current_state 0
+  say "fleet: a monitor's engine tells a failure and its end, with figures"
 }

@@ -30,7 +30,7 @@ STAGES=(
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
   "pages        600  deep    pages of runs in a browser, by the rules of axe-core: light, dark, and 400 pixels wide"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
-  "fleet       1500  deep    what calls diagctl on many machines: Slurm, clush, pdsh, Ansible, metrics"
+  "fleet       1500  deep    what calls diagctl on many machines: Slurm, clush, pdsh, Ansible, monitors"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
 FULL_LIMIT=3600
@@ -369,11 +369,13 @@ stage_long_races() {
 # Four nodes on this machine, on the loopback interface alone.
 stage_fleet() {
   [[ $(id -u) == 0 ]] || fail "fleet: only root can start a scheduler"
-  build_preset release diagctl_program package_misbehaving
+  build_preset release diagctl_program package_misbehaving run_metrics_test
   FLEET=$(mktemp -d)
   trap fleet_end EXIT
   fleet_make_program
   fleet_try_spreaders
+  fleet_try_monitor
+  fleet_try_catalogues
   fleet_try_metrics
   fleet_start_slurm
   fleet_try_draining
