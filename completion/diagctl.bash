@@ -17,7 +17,7 @@ _diagctl_options() {
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
     report) echo "$reporting --redact --redact-key" ;;
-    merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems" ;;
+    merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems --redact --redact-key" ;;
     watch) echo "--for --format --set --textfile --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;

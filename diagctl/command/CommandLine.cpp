@@ -769,6 +769,8 @@ class CommandLine {
     group.text("-o,--output", "FILE", m_merge.output, english("Where the log goes"),
                english("standard output"));
     addJudgement(group, m_merge.reporting);
+    OptionGroup redaction(merging, english("What identifies machines"));
+    addRedaction(redaction, m_merge.redaction);
   }
 
   void addTelling() {

@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <cstddef>
 #include <memory>
+#include <optional>
+#include <utility>
 
+#include "diagctl/command/LogRedaction.h"
 #include "diagctl/command/LogReplay.h"
 #include "diagctl/report/Fleet.h"
 #include "diagctl/report/FleetText.h"
@@ -39,11 +42,16 @@ int carryOutMerge(const MergeCommandOptions& options) {
   const auto takeLine = [&](const std::string& text, const nlohmann::json& line) {
     write([&] { merged.take(text, line); });
   };
-  LogReplay replay({{},
-                    takeLine,
-                    [&] { write([&] { merged.beginRun(); }); },
-                    [&](const RunEvent& event) { write([&] { merged.tell(event); }); }},
-                   options.reporting.vanished, kMostHeldOfRun, fleet);
+  const auto tell = [&](const RunEvent& event) { write([&] { merged.tell(event); }); };
+  LogFollowers followers{{}, takeLine, [&] { write([&] { merged.beginRun(); }); }, tell};
+  std::optional<LogRedaction> redaction;
+  if (options.redaction.areAny()) {
+    redaction.emplace(keyOf(options.redaction));
+    followers.rewrite = [&](const RunEvent& event) { return redaction->redacted(event); };
+    followers.events = tell;
+    followers.lines = {};
+  }
+  LogReplay replay(std::move(followers), options.reporting.vanished, kMostHeldOfRun, fleet);
   replay.readAll(options.logs);
   if (file != nullptr) {
     file->finish();

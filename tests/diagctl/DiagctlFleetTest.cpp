@@ -75,6 +75,35 @@ TEST_F(ManyLogs, become_one_that_is_valid_and_ends_as_they_do) {
   EXPECT_EQ(piped.err, outcome.out);
 }
 
+TEST_F(ManyLogs, become_one_that_hides_what_identifies_the_machines) {
+  const std::vector<std::string> logs = {good("node017"), bad("node018"), place.path("none")};
+  const std::string all = place.path("all.jsonl");
+  const std::string key = place.path("fleet.key");
+  place.write(key, "a key of the fleet");
+  const std::vector<std::string> words = {"merge", logs[0], logs[1], logs[2], "-o", all};
+  const auto merged = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = words;
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const Outcome outcome = diagctl(arguments);
+    EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+    EXPECT_THAT(outcome.out, AllOf(HasSubstr("redacted-"), Not(HasSubstr("on node01"))));
+    return contentsOf(all);
+  };
+  const std::string hidden = merged({"--redact-key", key});
+  EXPECT_THAT(faultsOf(parseLines(hidden)), IsEmpty());
+  EXPECT_THAT(hidden, AllOf(Not(HasSubstr("\"name\":\"node01")), HasSubstr("line 3 is stuck.")));
+  const auto starts = artifacts(parseLines(hidden), "testRunStart");
+  ASSERT_EQ(starts.size(), 3U);
+  EXPECT_NE(starts[0]["dutInfo"]["name"], starts[1]["dutInfo"]["name"]);
+  EXPECT_THAT(starts[0]["dutInfo"]["name"].get<std::string>(), StartsWith("redacted-"));
+  EXPECT_EQ(artifacts(parseLines(merged({"--redact-key", key})), "testRunStart")[0], starts[0]);
+  EXPECT_NE(artifacts(parseLines(merged({"--redact"})), "testRunStart")[0], starts[0]);
+  EXPECT_EQ(diagctl({"report", all}).exitCode, kHardwareFailure);
+  const Outcome failed = diagctl({"merge", logs[0], "-o", all, "--redact-key", place.path("no")});
+  EXPECT_EQ(failed.exitCode, kNoVerdict);
+  EXPECT_THAT(failed.err, HasSubstr(place.path("no")));
+}
+
 TEST_F(ManyLogs, are_one_document_in_each_format_and_one_line_for_a_monitor) {
   const std::vector<std::string> logs = {bad("n1"), good("n2")};
   const Outcome outcome = diagctl({"report", logs[0], logs[1], "--format", "junit", "-o",
