@@ -100,9 +100,12 @@ class Watch::Work : private Collector {
     opened.get_future().wait();
   }
 
-  bool look(milliseconds limit) {
+  bool look(milliseconds limit, Disks disks) {
     if (!m_thread.joinable()) {
       return false;
+    }
+    if (disks == Disks::Asked) {
+      m_asksDisks = true;
     }
     const unsigned int wanted = ++m_looksWanted;
     eventfd_write(m_wake.get(), 1);
@@ -164,8 +167,10 @@ class Watch::Work : private Collector {
     if (wanted == m_looksDone) {
       return;
     }
+    const bool asksDisks = m_asksDisks.exchange(false);
     for (Watched& watched : m_watched) {
-      if (tellsAtOnce(watched.source->kind())) {
+      const SourceKind kind = watched.source->kind();
+      if (tellsAtOnce(kind) || (asksDisks && kind == SourceKind::NvmeHealth)) {
         watched.source->look(std::chrono::system_clock::now(), *this);
       }
     }
@@ -280,6 +285,7 @@ class Watch::Work : private Collector {
   std::map<std::string, Moment> m_lastSamples;
   std::atomic<unsigned int> m_looksWanted{0};
   std::atomic<unsigned int> m_looksDone{0};
+  std::atomic<bool> m_asksDisks{false};
   std::atomic<bool> m_isStopped{false};
   std::thread m_thread;
 };
@@ -298,8 +304,8 @@ void Watch::start() {
   m_work->start();
 }
 
-bool Watch::look(std::chrono::milliseconds limit) {
-  return m_work->look(limit);
+bool Watch::look(std::chrono::milliseconds limit, Disks disks) {
+  return m_work->look(limit, disks);
 }
 
 void Watch::stop() {

@@ -58,11 +58,15 @@ class Watch {
   /// std::system_error when there is no thread to be had. At most once.
   void start();
 
+  /// @brief Whether a look asks disks for their own logs, which costs them some work.
+  enum class Disks { Left, Asked };
+
   /// @brief Looks at the counters and the logs at once, and tells what they show without waiting
-  /// for other sources to tell of the same. Sensors and disks' own logs wait for their turn.
+  /// for other sources to tell of the same. Sensors wait for their turn, and so do disks' own logs
+  /// unless they are asked for.
   /// @param limit how long to wait for it: a device that is dying may hold the kernel up
   /// @return whether all was told; false at the limit, or when the watch is not under way
-  bool look(std::chrono::milliseconds limit);
+  bool look(std::chrono::milliseconds limit, Disks disks = Disks::Left);
 
   /// @brief Looks once more, tells what is left, and ends. Does nothing when it has ended.
   void stop();

@@ -176,6 +176,12 @@ void RunWatch::begin(const std::string& stepId, const SelectedPair& pair,
       provocation.sorts.insert(sortOf(resource));
     }
   }
+  const bool isOnDisk = std::any_of(resources.begin(), resources.end(), [](const auto& resource) {
+    return sortOf(resource) == "block" || sortOf(resource) == "nvme";
+  });
+  if (isOnDisk) {
+    m_onDisks.insert(stepId);
+  }
   m_attribution.begin(stepId, resources, std::chrono::system_clock::now() - kBeginSlack);
 }
 
@@ -183,7 +189,10 @@ void RunWatch::end(const std::string& stepId, bool hasVanished) {
   if (m_watch == nullptr || !m_tests.contains(stepId)) {
     return;
   }
-  m_watch->look(kLongestLook);
+  // A disk that raises a warning under its own test has not passed it.
+  const bool isOnDisk = m_onDisks.erase(stepId) > 0;
+  m_watch->look(kLongestLook,
+                isOnDisk ? Watching::Watch::Disks::Asked : Watching::Watch::Disks::Left);
   m_attribution.end(stepId, std::chrono::system_clock::now());
   collect();
   const auto vanishing = m_vanishing.extract(stepId);

@@ -105,6 +105,7 @@ class RunWatch {
   Watching::Attribution m_attribution;
   std::map<std::string, std::string> m_tests;     ///< names of the tests that began, by step
   std::map<std::string, Provocation> m_provoked;  ///< by step
+  std::set<std::string> m_onDisks;                ///< steps whose tests run on disks
   std::map<Key, Told> m_told;
   std::map<std::string, Series> m_series;                             ///< by sensor
   std::map<std::string, std::vector<Watching::Finding>> m_vanishing;  ///< by open step

@@ -179,6 +179,23 @@ TEST(WatchTest, looks_at_once_when_it_is_asked_to_and_tells_what_it_sees) {
   EXPECT_THAT(sink.findings, SizeIs(1));
 }
 
+TEST(WatchTest, asks_disks_at_once_only_when_it_is_told_to) {
+  ScriptedSource::Script script;
+  script.kind = SourceKind::NvmeHealth;
+  script.interval = seconds(3600);
+  script.toFind = 1;
+  RecordingSink sink;
+  Watch watch(one(script), quick(), sink);
+  watch.start();
+  EXPECT_TRUE(watch.look(seconds(60)));
+  EXPECT_EQ(script.looks, 0);
+  EXPECT_TRUE(watch.look(seconds(60), Watch::Disks::Asked));
+  EXPECT_EQ(script.looks, 1);
+  EXPECT_THAT(sink.findings, SizeIs(1));
+  EXPECT_TRUE(watch.look(seconds(60)));
+  EXPECT_EQ(script.looks, 1);
+}
+
 TEST(WatchTest, gives_a_look_up_at_its_limit) {
   ScriptedSource::Script script;
   script.interval = seconds(3600);
