@@ -133,6 +133,20 @@ count() {
   steps "$1" "$2" | cut -f 3- | tr '\t' '\n' | grep -cE "$3"
 }
 
+# once NAME SYMPTOM TYPE STEP TEXT: whether there is one diagnosis with that symptom in that step (a regular
+# expression), and it is of that type and has that text (another one).
+once() {
+  local lines
+  lines=$(python3 tests/guest/steps.py "$WORK/$1.jsonl" "$2" |
+    awk -F '\t' -v pattern="$4" '$2 ~ pattern')
+  [[ $(grep -c . <<<"$lines") == 1 ]] && grep -qE "^$3"$'\t'".*"$'\t'".*$5" <<<"$lines"
+}
+
+# diagnoses NAME: how many there are that are no pass.
+diagnoses() {
+  grep -cE '"diagnosis":.*"type":"(FAIL|UNKNOWN)"' "$WORK/$1.jsonl"
+}
+
 exited_with() {
   ((STATUS == $1))
 }
@@ -148,6 +162,19 @@ interfaces() {
   module e1000e IntMode=0,0
   given "two interfaces" within 30 eval 'ip link set eth0 up && ip link set eth1 up'
   given "a wire between them" within 60 eval 'carrier_is eth0 1 && carrier_is eth1 1'
+}
+
+# all_modules SERIAL: the drivers of all that the machine has, and what they drive is there. SERIAL is the
+# serial number of its NVMe disk.
+all_modules() {
+  module nvme
+  module ahci
+  module virtio_scsi
+  module sd_mod
+  given "an NVMe disk" within 30 has_disk "$1"
+  given "a SATA disk" within 30 has_disk LAB-SATA
+  given "a SCSI disk" within 30 has_disk LAB-SCSI
+  interfaces
 }
 
 carrier_is() {

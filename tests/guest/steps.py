@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""The steps of a run's log (jsonl), a line each: result, name, and what was found, between tabs."""
+"""The steps of a run's log (jsonl), a line each: result, name, and what was found, between tabs.
+
+usage: steps.py LOG
+       steps.py LOG SYMPTOM    the diagnoses with it instead, a line each: type, step's name, message"""
 
 import json
 import sys
@@ -9,6 +12,7 @@ class Step:
     def __init__(self, name):
         self.name = name
         self.diagnoses = set()
+        self.told = []
         self.findings = []
         self.status = "CUT OFF"
 
@@ -30,6 +34,7 @@ def note(step, content):
     if "diagnosis" in content:
         diagnosis = content["diagnosis"]
         step.diagnoses.add(diagnosis["type"])
+        step.told.append(diagnosis)
         message = flat(diagnosis.get("message", ""))
         # A package's own stands in the log already.
         if message and message not in step.findings:
@@ -54,10 +59,16 @@ def read(lines):
     return steps.values()
 
 
-def main():
-    with open(sys.argv[1], encoding="utf-8") as log:
+def main(file, symptom=None):
+    with open(file, encoding="utf-8") as log:
         for step in read(log):
-            print("\t".join([step.result(), step.name, *step.findings]))
+            if symptom is None:
+                print("\t".join([step.result(), step.name, *step.findings]))
+            for told in step.told:
+                if told["verdict"] == symptom:
+                    print("\t".join([told["type"], step.name, flat(told.get("message", ""))]))
 
 
-main()
+if len(sys.argv) not in (2, 3):
+    raise SystemExit(__doc__)
+main(*sys.argv[1:])

@@ -76,7 +76,8 @@ def devices(options, run):
     port = 1
     if options.nvme:
         arguments += slot(port) + drive(run, "nvme0")
-        arguments += ["-device", f"nvme,id=nvme0,serial=LAB-NVME,drive=nvme0-image,bus=port{port}"]
+        arguments += ["-device", f"nvme,id=nvme0,serial={options.nvme_serial},drive=nvme0-image,"
+                      f"bus=port{port}"]
         port += 1
     if options.sata:
         arguments += drive(run, "sata0")

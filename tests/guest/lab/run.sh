@@ -3,7 +3,9 @@
 # Usage: run.sh STEP FOLDER BUILD [SCRIPT...], where STEP is one of
 #   boot       one guest for all scripts: leaves its results in FOLDER
 #   verdict    what the script told, of those results
-#   status, untouched, panic, hang, no-boot, no-qemu, no-kernel    proofs of the lab itself
+#   panic      a guest built otherwise, which the argument is the inventory of the first one for, and the
+#              proof that a panic is told; changed: what its script told
+#   untouched, hang, no-boot, no-qemu, no-kernel    proofs of the lab itself
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -39,11 +41,19 @@ ended_as() {
   grep -q "\"end\": \"$1\"" "$folder/$step/outcome" || fail "$(cat "$folder/$step/outcome")"
 }
 
+# What both machines have, so that they differ in what they are meant to.
+MACHINE=(--nvme --sata --scsi --nic e1000e --nic e1000e)
+
+# judge FILE: what a script of the guest told.
+judge() {
+  python3 "$here/../judge.py" "$folder/$1" "$here/../expected-failures"
+}
+
 boot_all() {
   mkdir -p "$root/build/guest"
   echo untouched >"$root/build/guest/victim"
   # The scripts' own end is a status that no accident has.
-  run_lab 3 --nvme --sata --scsi --numa 2 --nic e1000e --nic e1000e --timeout 240 \
+  run_lab 3 "${MACHINE[@]}" --numa 2 --timeout 240 \
     "$here/../all.sh" "$@"
   ended_as exit
 }
@@ -57,7 +67,7 @@ check_untouched() {
 }
 
 check_panic() {
-  run_lab 125 --cpus 1 --memory 512 "$here/panic.sh"
+  run_lab 125 "${MACHINE[@]}" --nvme-serial LAB-OTHER "$here/panic.sh" "$1"
   says "boot 2"
   says kept
   says "the guest's kernel panicked: Kernel panic - not syncing: sysrq triggered crash"
@@ -100,9 +110,10 @@ check_no_kernel() {
 
 case $step in
   boot) boot_all "$@" ;;
-  verdict) python3 "$here/../judge.py" "$folder/boot/files/$1.checks" "$here/../expected-failures" ;;
+  verdict) judge "boot/files/$1.checks" ;;
   untouched) check_untouched ;;
-  panic) check_panic ;;
+  panic) check_panic "$@" ;;
+  changed) judge panic/files/inventory_of_a_changed_machine.checks ;;
   hang) check_hang ;;
   no-boot) check_no_boot ;;
   no-qemu) check_no_qemu ;;

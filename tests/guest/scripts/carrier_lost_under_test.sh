@@ -7,7 +7,7 @@ source tests/guest/lib.sh
 TEST=1 # Link
 
 interfaces
-configure CUSTOMER
+WATCH=all configure CUSTOMER
 setting network TestID$TEST WatchMilliseconds=20000
 begin_run carrier -p network -d '*eth*' -t $TEST
 given "a test of the link that runs" within 60 has_started carrier $TEST host/eth0
@@ -21,6 +21,7 @@ host set_link net0 on
 
 must the_link_has_failed all_are FAILED carrier "Link on eth0"
 must the_loss_of_the_carrier_is_told tells carrier "Link on eth0" '[Ll]ink.*(lost|went|down|came)'
+must the_watch_tells_it_of_this_link_alone [ "$(count carrier '' 'The link of eth0 was lost')" = 1 ]
 must the_other_link_passes all_are PASSED carrier "Link on eth1"
 must the_run_says_that_hardware_is_at_fault exited_with 1
 

@@ -11,14 +11,7 @@ small_amounts() {
   setting memory Package QuickMaximumMegabytes=4 MarginMegabytes=64
 }
 
-module nvme
-module ahci
-module virtio_scsi
-module sd_mod
-given "an NVMe disk" within 30 has_disk LAB-NVME
-given "a SATA disk" within 30 has_disk LAB-SATA
-given "a SCSI disk" within 30 has_disk LAB-SCSI
-interfaces
+all_modules LAB-NVME
 nvme=$(disk_of LAB-NVME) sata=$(disk_of LAB-SATA) scsi=$(disk_of LAB-SCSI)
 
 configure CUSTOMER

@@ -33,7 +33,7 @@ poisoned_memory() {
 }
 
 module hwpoison-inject
-configure CUSTOMER
+WATCH=all configure CUSTOMER
 setting memory Package MaximumMegabytes=48 MarginMegabytes=64
 setting memory TestID$TEST DurationSeconds=20
 begin_run poison -p memory -d '*node 0*' -t $TEST
@@ -49,6 +49,7 @@ must the_kernel_ended_the_test eval 'dmesg | grep -q "Memory failure: 0x"'
 must the_memory_has_failed all_are FAILED poison "Bandwidth stress on Memory of node 0"
 must the_run_says_that_hardware_is_at_fault exited_with 1
 must the_address_of_the_page_is_told tells poison "Bandwidth stress" "$(printf '0x0*%x' $((PFN * 4096)))"
+must the_kernel_is_a_witness_of_it tells poison "" 'kernel took memory out of use'
 must no_word_blames_the_test not tells poison "Bandwidth stress" 'SIGBUS|signal|worker|crash'
 
 finish
