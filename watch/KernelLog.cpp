@@ -213,7 +213,7 @@ std::string_view pciAddressIn(std::string_view text) {
 }
 
 std::optional<Finding> findingFrom(const KernelRecord& record, Moment earliest, Moment now) {
-  if (record.facility != 0 || isOlder(record.text, earliest) || isOptionalRequest(record.text)) {
+  if (record.facility != 0 || isOptionalRequest(record.text)) {
     return std::nullopt;
   }
   std::optional<Finding> finding = machineCheckFrom(record.text);
@@ -222,6 +222,7 @@ std::optional<Finding> findingFrom(const KernelRecord& record, Moment earliest, 
   }
   if (finding) {
     finding->source = SourceKind::KernelLog;
+    finding->isBefore = isOlder(record.text, earliest);
     finding->time = now;
     finding->detail = record.text;
   }

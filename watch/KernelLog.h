@@ -23,7 +23,7 @@ struct KernelRecord {
 std::optional<KernelRecord> parseKernelRecord(std::string_view record);
 
 /// @brief What a record of the kernel's says about the hardware; nothing for most.
-/// @param earliest what a machine check of before this moment tells is nobody's
+/// @param earliest a machine check of before this moment is one of before the watch
 /// @param now the time that the finding gets
 std::optional<Finding> findingFrom(const KernelRecord& record, Moment earliest, Moment now);
 

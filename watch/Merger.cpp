@@ -53,7 +53,8 @@ void Merger::take(Finding finding) {
     std::erase_if(told, [](const Finding& one) { return mayAnnounce(one.kind, one.device); });
   }
   const auto same = std::find_if(told.begin(), told.end(), [&](const Finding& one) {
-    return one.part == finding.part && one.place == finding.place && one.device == finding.device;
+    return one.part == finding.part && one.place == finding.place && one.device == finding.device &&
+           one.isBefore == finding.isBefore;
   });
   if (same != told.end()) {
     same->count += finding.count;

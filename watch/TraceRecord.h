@@ -26,7 +26,7 @@ std::uint64_t lostEventsIn(std::string_view line);
 
 /// @brief What a record says about the hardware; nothing for those that say nothing.
 /// @param diskOf the name of the disk with these numbers; empty when there is none
-/// @param earliest what a machine check of before this moment tells is nobody's
+/// @param earliest a machine check of before this moment is one of before the watch
 /// @param now the time that the finding gets
 std::optional<Finding> findingFrom(const TraceRecord& record,
                                    const std::function<std::string(const std::string&)>& diskOf,

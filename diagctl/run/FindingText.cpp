@@ -43,6 +43,9 @@ FindingText textOf(const Finding& finding, const WatchTexts& texts, const std::s
                    finding.severity == Watching::Severity::Failure
                        ? texts.text(token + "_ACTION_FAILURE", parameters)
                        : ""};
+  if (finding.isBefore) {
+    text.message = texts.text(token + "_BEFORE", parameters);
+  }
   if (text.message.empty()) {
     text.message = texts.text(token, parameters);
   }

@@ -268,6 +268,10 @@ bool RunWatch::isProvoked(const Finding& finding) const {
 }
 
 void RunWatch::take(Finding finding) {
+  if (finding.isBefore) {
+    tellBefore(finding);
+    return;
+  }
   const std::vector<std::string> tests = m_attribution.testsOf(finding);
   const bool isOfTest = isProvoked(finding);
   if (isOfTest) {
@@ -279,6 +283,14 @@ void RunWatch::take(Finding finding) {
   }
   const bool isOfStep = tests.size() == 1 && isOpen(tests.front());
   tell(isOfStep ? tests.front() : MachineWatch::kStep, tests, finding);
+}
+
+// No test of this run has to do with it: somebody is to look at it, and nothing has failed.
+void RunWatch::tellBefore(Finding finding) {
+  if (finding.severity == Watching::Severity::Failure) {
+    finding.severity = Watching::Severity::Warning;
+  }
+  tell(MachineWatch::kStep, {}, finding);
 }
 
 // The test itself may be about to find it, and it is told once.

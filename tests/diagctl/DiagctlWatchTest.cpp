@@ -186,6 +186,18 @@ TEST_F(WatchedRun, tells_what_no_test_ran_on_in_a_step_of_the_machine) {
               IsEmpty());
 }
 
+TEST_F(WatchedRun, tells_what_was_before_it_as_such_and_blames_no_test_for_it) {
+  addKernelLog();
+  begin();
+  log("0,1,1,-;[Hardware Error]: event severity: fatal PROCESSOR 0 TIME 1000 SOCKET 0\n");
+  const ReportedRun run = finish();
+  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("WARNING"));
+  EXPECT_THAT(run.formatsWithout(m_step, "had an error (machine check) before this run"),
+              IsEmpty());
+}
+
 // A test of memory runs on the processors beside it, and another one tests one of these.
 TEST_F(WatchedRun, tells_what_belongs_to_several_tests_in_a_step_of_the_machine_that_names_them) {
   const std::string counter = "sys/devices/system/cpu/cpu0/thermal_throttle/core_throttle_count";

@@ -44,10 +44,13 @@ TEST(TraceRecordTest, tells_a_machine_check_by_cpu_and_bank_and_its_address) {
             "machine-check-uncorrected cpu:2 bank 4 1 -");
 }
 
-TEST(TraceRecordTest, tells_no_machine_check_of_before_the_run) {
+TEST(TraceRecordTest, knows_a_machine_check_of_before_the_watch) {
   using std::chrono::system_clock;
-  EXPECT_EQ(findingIn(kHead + kMachineCheck, system_clock::from_time_t(2001)), std::nullopt);
-  EXPECT_NE(findingIn(kHead + kMachineCheck, system_clock::from_time_t(2000)), std::nullopt);
+  const auto isBefore = [](int begin) {
+    return findingIn(kHead + kMachineCheck, system_clock::from_time_t(begin)).value().isBefore;
+  };
+  EXPECT_TRUE(isBefore(2001));
+  EXPECT_FALSE(isBefore(2000));
 }
 
 TEST(TraceRecordTest, tells_errors_of_memory_by_module_count_and_address) {

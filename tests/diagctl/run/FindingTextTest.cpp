@@ -88,6 +88,24 @@ TEST(FindingText, names_processor_and_bank_and_both_ends_of_a_link) {
       HasSubstr("0000:01:00.0 - 0000:00:1c.0"));
 }
 
+TEST(FindingText, says_of_what_was_before_that_it_was_before_in_every_language) {
+  Finding finding = findingOf(Kind::MachineCheckUncorrected, "cpu:0", "bank 4");
+  finding.isBefore = true;
+  EXPECT_EQ(textOf(finding, WatchTexts("en"), "this run", 1).message,
+            "Processor 0, bank 4 had an error (machine check) before this run that it could not "
+            "correct, which is told only now (count: 1).");
+  for (const Kind kind : {Kind::MachineCheckCorrected, Kind::MachineCheckUncorrected}) {
+    for (const WatchTexts::File& file : WatchTexts::files()) {
+      const WatchTexts texts(file.language);
+      finding.kind = kind;
+      finding.isBefore = false;
+      const std::string during = textOf(finding, texts, "X", 1).message;
+      finding.isBefore = true;
+      EXPECT_NE(textOf(finding, texts, "X", 1).message, during) << file.language;
+    }
+  }
+}
+
 TEST(FindingText, takes_nothing_of_what_a_device_says_for_a_place_to_fill_in) {
   EXPECT_THAT(
       textOf(findingOf(Kind::DiskMedium, "block:sda", "$3$"), WatchTexts("en"), "X", 1).message,
