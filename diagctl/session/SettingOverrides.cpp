@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 #include "System/SysUtil.h"
 #include "diagctl/session/ConfigurationText.h"
@@ -18,9 +19,12 @@ namespace {
 
 constexpr const char* kPackageSection = "Package";
 
+// Without the mark that some editors put before the first: it would hide the head of a section.
 std::vector<std::string> linesOf(const std::string& text) {
+  constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
   std::vector<std::string> lines;
-  std::istringstream stream(text);
+  std::istringstream stream(text.starts_with(byteOrderMark) ? text.substr(byteOrderMark.size())
+                                                            : text);
   for (std::string line; std::getline(stream, line);) {
     lines.push_back(line);
   }
@@ -50,6 +54,12 @@ std::string joined(const std::vector<std::string>& lines) {
   return fmt::format("{}\n", fmt::join(lines, "\n"));
 }
 
+// Whether a reader of the file would find it again.
+bool isReadAsKey(const std::string& key) {
+  return !key.empty() && System::SysUtil::stripSpaces(key) == key &&
+         std::string_view("#;[").find(key.front()) == std::string_view::npos;
+}
+
 [[noreturn]] void refuse(const std::string& text) {
   throw std::invalid_argument(
       tr("'{}' is not PACKAGE.KEY=VALUE, or PACKAGE.NUMBER.KEY=VALUE for one test", text));
@@ -76,7 +86,7 @@ SettingOverride parseOverride(const std::string& text) {
     }
     override.key.erase(0, next + 1);
   }
-  if (override.key.empty() || override.value.empty()) {
+  if (!isReadAsKey(override.key) || override.value.empty()) {
     refuse(text);
   }
   return override;

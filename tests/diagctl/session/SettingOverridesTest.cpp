@@ -25,9 +25,10 @@ TEST(SettingOverride, names_package_key_value_and_perhaps_a_test) {
 }
 
 TEST(SettingOverride, is_refused_when_a_part_is_missing) {
-  for (const char* text :
-       {"", "memory", "memory.Rounds", "memory.Rounds=", "memory=3", ".Rounds=3", "memory.=3",
-        "memory.x.Rounds=3", "memory.0.Rounds=3", "memory.1.=3", "memory.Rounds=3\n[TestID1]"}) {
+  for (const char* text : {"", "memory", "memory.Rounds", "memory.Rounds=", "memory=3", ".Rounds=3",
+                           "memory.=3", "memory.x.Rounds=3", "memory.0.Rounds=3", "memory.1.=3",
+                           "memory.Rounds=3\n[TestID1]", "memory.#Rounds=3", "memory.;Rounds=3",
+                           "memory.[Rounds]=3", "memory. Rounds=3", "memory.Rounds =3"}) {
     EXPECT_THROW(parseOverride(text), std::invalid_argument) << text;
   }
 }
@@ -48,6 +49,12 @@ TEST(SettingOverride, replaces_the_value_that_counts_and_makes_missing_sections)
   EXPECT_EQ(withValue("[A]\nkey = 1\nkey=2\n", "A", "key", "3"), "[A]\nkey=3\nkey=2\n");
   EXPECT_EQ(withValue("[A]\n", "B", "key", "3"), "[A]\n[B]\nkey=3\n");
   EXPECT_EQ(withValue("", "B", "key", "3"), "[B]\nkey=3\n");
+}
+
+TEST(SettingOverride, holds_in_a_file_that_begins_with_a_byte_order_mark) {
+  const std::string mark = "\xef\xbb\xbf";
+  EXPECT_EQ(withValue(mark + "[Package]\nRounds=1\n", "Package", "Rounds", "3"),
+            "[Package]\nRounds=3\n");
 }
 
 }  // namespace
