@@ -27,6 +27,16 @@ std::uint64_t identityOf(const RunEvent& event, const RunStarted& start) {
   return std::hash<std::string>()(text);
 }
 
+// Of a run that the log itself does not begin.
+RunStarted startFor(const std::string& log) {
+  RunStarted start;
+  start.name = "diagctl";
+  start.version = TARVEX_VERSION;
+  start.machineId = "unknown";
+  start.machineName = log;
+  return start;
+}
+
 }  // namespace
 
 std::string findLogFault(const std::vector<std::string>& paths) {
@@ -77,11 +87,17 @@ void LogReplay::read(const std::string& path) {
   begin();
   while (reader.readRun(
       [&](const RunEvent& written) {
+        if (!m_hasRun && !std::holds_alternative<RunStarted>(written.body)) {
+          beginRun(log.name(), written.time);
+        }
         m_hasRun = true;
         take(log.name(), m_followers.rewrite ? m_followers.rewrite(written) : written);
       },
       m_followers.lines)) {
     isEmpty = false;
+    if (!m_hasRun) {
+      beginRun(log.name(), std::chrono::system_clock::now());
+    }
     closeRun();
     endRun();
     begin();
@@ -89,6 +105,11 @@ void LogReplay::read(const std::string& path) {
   if (isEmpty) {
     throw std::runtime_error(tr("{}: holds no run", log.name()));
   }
+}
+
+// What a log does not begin itself would be taken for the end of the run before it.
+void LogReplay::beginRun(const std::string& log, std::chrono::system_clock::time_point time) {
+  tell({time, startFor(log)});
 }
 
 // A file has several names: two on the command line, and those of links.
@@ -165,12 +186,7 @@ void LogReplay::accountFor(const std::string& log, const std::string& reason) {
     return;
   }
   const auto now = std::chrono::system_clock::now();
-  RunStarted start;
-  start.name = "diagctl";
-  start.version = TARVEX_VERSION;
-  start.machineId = "unknown";
-  start.machineName = log;
-  m_followers.account({now, start});
+  m_followers.account({now, startFor(log)});
   m_followers.account({now, RunTrouble{"log-not-read", reason}});
   m_followers.account({now, RunEnded{RunStatus::Error, RunResult::NotApplicable}});
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -50,6 +51,7 @@ class LogReplay {
 
  private:
   bool isReadAlready(const LogFile& log);
+  void beginRun(const std::string& log, std::chrono::system_clock::time_point time);
   void take(const std::string& log, const RunEvent& written);
   void noteStart(const std::string& log, const RunEvent& event, const RunStarted& start);
   void tell(const RunEvent& event);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -168,37 +169,66 @@ void writeDropped(Printer& out, const RunRecord& run) {
   out.write("</testcase>\n  </testsuite>\n");
 }
 
-bool hasTroubles(const RunRecord& run) {
-  return !run.troubles().empty() || !run.hasEnded();
-}
-
-// What spoils the run and belongs to no test.
-void writeTroubles(Printer& out, const RunRecord& run) {
+// What spoils the run and belongs to no test: what was told of it, or its own verdict where none of
+// the tests that are written tells it.
+BoundedTexts troublesOf(const RunRecord& run, const OutcomeSums& written) {
   BoundedTexts troubles = run.troubles();
   if (!run.hasEnded()) {
     troubles.add(tr("The run was cut short."), RunRecord::kUnbounded);
   }
-  if (!hasTroubles(run)) {
-    return;
+  const RunVerdict verdict = verdictOf(run);
+  const bool isTold = verdict == RunVerdict::Failed
+                          ? written.contains(StepRecord::Outcome::Failed)
+                          : !troubles.empty() || sumOf(written, isError) > 0;
+  const bool isBad = verdict == RunVerdict::Failed || verdict == RunVerdict::Troubled ||
+                     verdict == RunVerdict::Aborted;
+  if (isBad && !isTold) {
+    troubles.add(toText(verdict), RunRecord::kUnbounded);
   }
-  const std::string name = tr("the run as a whole");
-  beginSuite(out, run, "diagctl", {{StepRecord::Outcome::Trouble, 1}}, 0);
-  out.print(
-      R"(    <testcase classname="diagctl" name="{}" time="0"><error type="{}" message="{}">{}</error>)",
-      name, "run-trouble", escape(troubles.front()), escape(linesOf("", troubles)));
-  out.write("</testcase>\n  </testsuite>\n");
+  return troubles;
 }
 
-void writeRun(Printer& out, const RunRecord& run) {
+/// @return what it comes to; nothing where there is nothing to write.
+OutcomeSums writeTroubles(Printer& out, const RunRecord& run, const OutcomeSums& written) {
+  const BoundedTexts troubles = troublesOf(run, written);
+  if (troubles.empty()) {
+    return {};
+  }
+  const bool isFailure =
+      verdictOf(run) == RunVerdict::Failed && !written.contains(StepRecord::Outcome::Failed);
+  const OutcomeSums sums = {
+      {isFailure ? StepRecord::Outcome::Failed : StepRecord::Outcome::Trouble, 1}};
+  const char* const element = isFailure ? "failure" : "error";
+  beginSuite(out, run, "diagctl", sums, 0);
+  out.print(R"(    <testcase classname="diagctl" name="{}" time="0">)", tr("the run as a whole"));
+  out.print(R"(<{} type="{}" message="{}">{}</{}>)", element,
+            isFailure ? "run-failure" : "run-trouble",
+            escape(isFailure ? toText(RunVerdict::Failed) : troubles.front()),
+            escape(linesOf("", troubles)), element);
+  out.write("</testcase>\n  </testsuite>\n");
+  return sums;
+}
+
+void addTo(OutcomeSums& sums, const OutcomeSums& more) {
+  for (const auto& [outcome, count] : more) {
+    sums[outcome] += count;
+  }
+}
+
+/// @return what all that is written comes to.
+OutcomeSums writeRun(Printer& out, const RunRecord& run) {
+  OutcomeSums written = run.dropped().sums;
   for (const auto& [package, suite] : suitesOf(run)) {
     beginSuite(out, run, package, suite.sums, suite.seconds);
     for (const StepRecord* step : suite.steps) {
       writeCase(out, *step);
     }
     out.write("  </testsuite>\n");
+    addTo(written, suite.sums);
   }
   writeDropped(out, run);
-  writeTroubles(out, run);
+  addTo(written, writeTroubles(out, run, written));
+  return written;
 }
 
 }  // namespace
@@ -216,11 +246,7 @@ void JunitReporter::handle(const RunEvent& event) {
 
 void JunitReporter::closeRun() {
   if (std::exchange(m_hasRun, false)) {
-    writeRun(m_spool.out(), m_run);
-    for (const auto& [outcome, count] : m_run.sums()) {
-      m_sums[outcome] += count;
-    }
-    m_sums[StepRecord::Outcome::Trouble] += hasTroubles(m_run) ? 1 : 0;
+    addTo(m_sums, writeRun(m_spool.out(), m_run));
     m_seconds += m_run.seconds();
   }
   m_run.clear();

@@ -52,12 +52,15 @@ RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages) {
 
 RunVerdict verdictOf(const RunRecord& record) {
   const RunVerdict verdict = verdictOf(summaryOf(record), record.troubleCount());
-  if (verdict == RunVerdict::Failed) {
-    return verdict;
+  const bool saysFailed = record.hasEnded() && record.end().result == RunResult::Fail;
+  if (verdict == RunVerdict::Failed || saysFailed) {
+    return RunVerdict::Failed;
+  }
+  if (!record.hasEnded() || record.end().status == RunStatus::Error) {
+    return RunVerdict::Troubled;
   }
   const bool hasPassed = verdict == RunVerdict::Passed || verdict == RunVerdict::Warned;
-  const bool isWhole = record.hasEnded() && record.end().status == RunStatus::Complete;
-  return !record.hasEnded() || (hasPassed && !isWhole) ? RunVerdict::Troubled : verdict;
+  return hasPassed && record.end().status != RunStatus::Complete ? RunVerdict::Troubled : verdict;
 }
 
 RunVerdict worseOf(RunVerdict one, RunVerdict other) {

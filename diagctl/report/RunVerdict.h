@@ -41,7 +41,7 @@ enum class RunVerdict {
 RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
 
 /// The same for a record, live or of a log: a run that was cut short, or says of itself that it has
-/// no result for all, has passed nothing.
+/// no result for all, has passed nothing; one that says of itself that it failed has.
 RunVerdict verdictOf(const RunRecord& record);
 
 /// Of two runs: the one that takes precedence.

@@ -154,14 +154,14 @@ struct IntoStep {
   }
 };
 
-/// The step that an event belongs to; empty for none.
+/// The step that an event belongs to; null for none. The id of one may be empty.
 struct StepIdOf {
   template <class Body>
-  std::string operator()(const Body& body) const {
+  const std::string* operator()(const Body& body) const {
     if constexpr (requires { body.stepId; }) {
-      return body.stepId;
+      return &body.stepId;
     } else {
-      return {};
+      return nullptr;
     }
   }
 };
@@ -253,10 +253,11 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     m_begin = event.time;
   }
   takeOfRun(event);
-  const std::string id = std::visit(StepIdOf(), event.body);
-  if (id.empty() || isBehindItsEnd(id, event.body)) {
+  const std::string* const told = std::visit(StepIdOf(), event.body);
+  if (told == nullptr || isBehindItsEnd(*told, event.body)) {
     return nullptr;
   }
+  const std::string& id = *told;
   const auto [entry, isNew] = m_steps.try_emplace(id);
   StepRecord& step = entry->second;
   const std::size_t roomBefore = room();
@@ -277,8 +278,8 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
   if (!isOfRun(id) && !isSkipped(step.outcome())) {
     m_coverage.take(step.start.device, step.figures, step.seconds());
   }
-  const StepRecord* const told = holds(step) ? &step : drop(entry);
-  return told->isSilent() ? nullptr : told;
+  const StepRecord* const ended = holds(step) ? &step : drop(entry);
+  return ended->isSilent() ? nullptr : ended;
 }
 
 void RunRecord::takeOfRun(const RunEvent& event) {
@@ -286,7 +287,8 @@ void RunRecord::takeOfRun(const RunEvent& event) {
     m_machineName = cut(start->machineName);
   } else if (const auto* trouble = std::get_if<RunTrouble>(&event.body)) {
     ++m_troubleCount;
-    m_size += m_troubles.add(trouble->message, room());
+    m_size +=
+        m_troubles.add(trouble->message.empty() ? trouble->symptom : trouble->message, room());
   } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
     m_hasEnded = true;
     m_end = *end;

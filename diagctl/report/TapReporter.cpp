@@ -33,13 +33,11 @@ constexpr const char* kIndent = "  ";
 }  // namespace
 
 void TapReporter::handle(const RunEvent& event) {
-  if (std::holds_alternative<RunStarted>(event.body)) {
-    if (std::exchange(m_hasBegun, true)) {
-      closeRun();
-    } else {
-      m_out.write("TAP version 13\n");
-      m_out.flush();
-    }
+  if (!std::exchange(m_hasBegun, true)) {
+    m_out.write("TAP version 13\n");
+    m_out.flush();
+  } else if (std::holds_alternative<RunStarted>(event.body)) {
+    closeRun();
   }
   if (const StepRecord* ended = m_record.handle(event)) {
     writeStep(*ended);
@@ -106,7 +104,9 @@ void TapReporter::writeTroubles() {
   const int code = exitCodeOf(m_record, m_conditions);
   const bool isWell = code == ExitCode::kPassed || code == ExitCode::kNothingRan;
   if (troubles.empty() && !isWell && !m_hasFailed) {
-    troubles.add(tr("The run has no verdict."), RunRecord::kUnbounded);
+    const bool isFailure = code == ExitCode::kHardwareFailure;
+    troubles.add(isFailure ? toText(RunVerdict::Failed) : tr("The run has no verdict."),
+                 RunRecord::kUnbounded);
   }
   if (troubles.empty()) {
     return;

@@ -489,6 +489,24 @@ TEST_F(Diagctl, report_tells_each_run_of_a_log_in_every_format) {
   EXPECT_THAT(faultsOf(parseLines(copy.out)), IsEmpty());
 }
 
+// Else its lines would be taken for the end of the run before it, which it has not.
+TEST_F(Diagctl, report_tells_a_run_without_a_beginning_by_itself) {
+  const std::string time = R"("sequenceNumber":0,"timestamp":"2026-01-02T03:04:05Z"})";
+  const std::string schema = R"({"schemaVersion":{"major":2,"minor":0},)" + time + "\n";
+  const std::string step = R"({"testStepArtifact":{"testStepId":"1",)";
+  const std::string begin = step + R"("testStepStart":{"name":"memory: Walk on Node 0"}},)" + time;
+  const std::string end = step + R"("testStepEnd":{"status":"COMPLETE"}},)" + time;
+  const std::string log = place.path("run.jsonl");
+  place.write(log,
+              schema + begin + "\n" + schema + begin + "\n" + end + "\n" +
+                  R"({"testRunArtifact":{"testRunEnd":{"status":"COMPLETE","result":"PASS"}},)" +
+                  time + "\n");
+  const Outcome outcome = diagctl({"report", log, "--format", "tap"});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict) << outcome.err;
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("not ok 1 - memory: Walk on Node 0\n"),
+                                 HasSubstr("\nok 3 - memory: Walk on Node 0\n")));
+}
+
 TEST_F(Diagctl, report_of_a_bad_log_names_file_line_and_reason) {
   const std::string log = place.path("bad.jsonl");
   place.write(log, "{\"schemaVersion\":{\"major\":2,\"minor\":0}}\nnonsense\n{}\n");

@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "diagctl/report/Formats.h"
 #include "diagctl/terminal/Printable.h"
@@ -39,6 +41,58 @@ TEST(PrintableTexts, are_all_that_reports_hold) {
     EXPECT_THAT(report, Not(HasSubstr("\x1b"))) << format.name;
     EXPECT_EQ(toUtf8(report), report) << format.name;
   }
+}
+
+/// A run whose one test has passed, with more beside it.
+std::string reportOf(const char* format, const std::vector<RunEventBody>& more,
+                     bool begins = true) {
+  std::ostringstream out;
+  Printer printer(out);
+  const auto reporter = formatNamed(format).makeReporter(printer, {});
+  std::vector<RunEventBody> bodies = {StepStarted{"1", "P", "Disk", "Read", "", 1},
+                                      StepDiagnosis{"1", Verdict::Pass, "PASSED", "", "", "", 1},
+                                      StepEnded{"1", RunStatus::Complete}};
+  if (begins) {
+    bodies.insert(bodies.begin(), RunStarted{});
+  }
+  bodies.insert(bodies.end(), more.begin(), more.end());
+  for (const RunEventBody& body : bodies) {
+    reporter->handle({std::chrono::system_clock::time_point(), body});
+  }
+  reporter->finish();
+  return out.str();
+}
+
+const RunEnded kSaysPassed{RunStatus::Complete, RunResult::Pass};
+
+TEST(ReportsForMachines, tell_trouble_of_a_run_that_has_no_words_for_it) {
+  const std::vector<RunEventBody> run = {RunTrouble{"", ""}, kSaysPassed};
+  EXPECT_THAT(reportOf("junit", run), HasSubstr("<error type=\"run-trouble\""));
+  EXPECT_THAT(reportOf("junit", run), HasSubstr("errors=\"1\""));
+  EXPECT_THAT(reportOf("tap", run), HasSubstr("not ok 2"));
+}
+
+TEST(ReportsForMachines, tell_the_verdict_of_a_run_that_none_of_its_tests_tells) {
+  const std::vector<RunEventBody> failed = {RunEnded{RunStatus::Complete, RunResult::Fail}};
+  EXPECT_THAT(reportOf("junit", failed), HasSubstr("<failure type=\"run-failure\""));
+  EXPECT_THAT(reportOf("junit", failed), HasSubstr("failures=\"1\""));
+  EXPECT_THAT(reportOf("tap", failed), HasSubstr("not ok 2"));
+  const std::vector<RunEventBody> troubled = {RunEnded{RunStatus::Error, RunResult::NotApplicable}};
+  EXPECT_THAT(reportOf("junit", troubled), HasSubstr("<error type=\"run-trouble\""));
+  EXPECT_THAT(reportOf("tap", troubled), HasSubstr("not ok 2"));
+  EXPECT_THAT(reportOf("junit", {kSaysPassed}), Not(HasSubstr("the run as a whole")));
+}
+
+TEST(ReportsForMachines, fail_for_a_finding_of_a_test_that_never_began) {
+  const std::vector<RunEventBody> run = {
+      StepDiagnosis{"7", Verdict::Fail, "bad", "Sector 9 is lost.", "", "", 1}, kSaysPassed};
+  EXPECT_THAT(reportOf("junit", run), HasSubstr("<failure"));
+  EXPECT_THAT(reportOf("tap", run), HasSubstr("not ok"));
+}
+
+TEST(TapReport, begins_with_its_version_where_a_log_has_lost_its_beginning) {
+  EXPECT_TRUE(reportOf("tap", {}, false).starts_with("TAP version 13\n"));
+  EXPECT_THAT(reportOf("tap", {}, false), HasSubstr("not ok 2")) << "it has no end either";
 }
 
 std::string textOfWidth(std::size_t width, const std::string& finding) {

@@ -115,6 +115,35 @@ TEST(RunVerdicts, count_the_packages_that_the_stream_calls_lost) {
   EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kNoVerdict);
 }
 
+TEST(RunVerdicts, are_no_better_than_what_the_run_says_of_itself) {
+  const auto codeOf = [](const RunEnded& end, bool hasRun) {
+    RunRecord record =
+        hasRun ? recordOf({judged(Verdict::Pass), StepEnded{kStep, RunStatus::Complete}})
+               : RunRecord();
+    record.handle({std::chrono::system_clock::time_point(), end});
+    return exitCodeOf(record, {});
+  };
+  const RunEnded failed{RunStatus::Complete, RunResult::Fail};
+  const RunEnded troubled{RunStatus::Error, RunResult::NotApplicable};
+  const RunEnded skipped{RunStatus::Skip, RunResult::NotApplicable};
+  for (const bool hasRun : {false, true}) {
+    EXPECT_EQ(codeOf(failed, hasRun), ExitCode::kHardwareFailure);
+    EXPECT_EQ(codeOf(troubled, hasRun), ExitCode::kNoVerdict);
+  }
+  EXPECT_EQ(codeOf(skipped, true), ExitCode::kNoVerdict);
+  EXPECT_EQ(codeOf(skipped, false), ExitCode::kNothingRan);
+}
+
+TEST(RunVerdicts, count_a_step_whose_id_is_empty) {
+  RunRecord record;
+  const auto time = std::chrono::system_clock::time_point();
+  record.handle({time, StepStarted{"", "P", "Disk", "Read", "", 1}});
+  record.handle({time, StepDiagnosis{"", Verdict::Fail, "", "", "", "", 1}});
+  record.handle({time, StepEnded{"", RunStatus::Complete}});
+  record.handle({time, endOf(RunVerdict::Passed)});
+  EXPECT_EQ(exitCodeOf(record, {}), ExitCode::kHardwareFailure);
+}
+
 /// The line for monitors on a run of one test, and of one more that ended so.
 std::string lineOf(const StepDiagnosis& diagnosis, const StepEnded& other, RunVerdict verdict) {
   const auto time = std::chrono::system_clock::time_point();
