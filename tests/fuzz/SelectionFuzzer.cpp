@@ -3,7 +3,8 @@
 //
 // Input: lines, each of one letter and what it brings: "P" a package, whose devices and tests
 // follow, with its name, mnemonic and base name between tabs; "D" a device with its name and tag;
-// "T" a test; "p", "d", "t" patterns of what is wanted, "x", "y", "z" of what is left out.
+// "T" a test; "p", "d", "t" patterns of what is wanted, "x", "y", "z" of what is left out; "w"
+// words of any kind.
 
 #include <fnmatch.h>
 
@@ -14,6 +15,7 @@
 #include <tuple>
 #include <vector>
 
+#include "diagctl/session/NameResolution.h"
 #include "diagctl/session/Selection.h"
 #include "tests/fuzz/Input.h"
 
@@ -56,10 +58,14 @@ void addItem(PackageItem& package, char letter, std::string rest) {
 }
 
 void addPattern(SelectionPatterns& patterns, char letter, const std::string& pattern) {
-  const std::string letters = "pdtxyz";
-  const std::vector<Patterns*> lists = {&patterns.packages,        &patterns.devices,
-                                        &patterns.tests,           &patterns.excludedPackages,
-                                        &patterns.excludedDevices, &patterns.excludedTests};
+  const std::string letters = "pdtxyzw";
+  const std::vector<Patterns*> lists = {&patterns.packages,
+                                        &patterns.devices,
+                                        &patterns.tests,
+                                        &patterns.excludedPackages,
+                                        &patterns.excludedDevices,
+                                        &patterns.excludedTests,
+                                        &patterns.words};
   const std::size_t place = letters.find(letter);
   if (place != std::string::npos && lists[place]->size() < kMost) {
     lists[place]->push_back(pattern);
@@ -120,6 +126,9 @@ using Pair = std::tuple<const PackageItem*, const DeviceItem*, const TestItem*>;
 std::vector<Pair> expectedPairs(const Scene& scene) {
   const SelectionPatterns& by = scene.patterns;
   std::vector<Pair> pairs;
+  if (!by.words.empty()) {
+    return pairs;
+  }
   for (const PackageItem& package : scene.catalogue.packages) {
     for (const DeviceItem& device : package.devices) {
       for (const TestItem& test : package.tests) {
@@ -157,7 +166,29 @@ std::size_t expectedUnmatched(const Scene& scene) {
   const SelectionPatterns& by = scene.patterns;
   return lost(by.packages, packages) + lost(by.excludedPackages, packages) +
          lost(by.devices, devices) + lost(by.excludedDevices, devices) + lost(by.tests, tests) +
-         lost(by.excludedTests, tests);
+         lost(by.excludedTests, tests) + by.words.size();
+}
+
+Patterns allOf(const SelectionPatterns& patterns) {
+  Patterns all;
+  for (const Patterns* const each :
+       {&patterns.packages, &patterns.devices, &patterns.tests, &patterns.excludedPackages,
+        &patterns.excludedDevices, &patterns.excludedTests, &patterns.words}) {
+    all.insert(all.end(), each->begin(), each->end());
+    all.emplace_back("\n");  // no pattern of an input has it
+  }
+  return all;
+}
+
+// What was typed is understood once, and what matches nothing is told.
+void expectResolved(const Scene& scene) {
+  const SelectionPatterns once = resolve(scene.catalogue, scene.patterns);
+  expect(allOf(resolve(scene.catalogue, once)) == allOf(once));
+  const std::size_t unmatched = findUnmatched(scene.catalogue, once).size();
+  expect(describeUnmatched(scene.catalogue, once).size() == unmatched);
+  if (!once.words.empty()) {
+    expect(select(scene.catalogue, once).empty());
+  }
 }
 
 }  // namespace
@@ -170,5 +201,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   expect(selected == expectedPairs(scene));
   expect(findUnmatched(scene.catalogue, scene.patterns).size() == expectedUnmatched(scene));
+  expectResolved(scene);
   return 0;
 }
