@@ -439,7 +439,8 @@ class CommandLine {
     return m_global.language;
   }
 
-  int carryOut() {
+  /// @param carry the verb that is asked for.
+  int answer(const std::function<int(const Verb&)>& carry) {
     Arguments arguments;
     speak(languageAskedFor());
     try {
@@ -467,7 +468,7 @@ class CommandLine {
       requireSound(m_watch.watch);
       requireSound(m_health.run.watch);
       requireSoundLogs();
-      return arguments.verb->carryOut();
+      return carry(*arguments.verb);
     } catch (const UsageFault& fault) {
       return tellUsage(fault.what(), arguments.verb);
     } catch (const CLI::ParseError& fault) {
@@ -852,7 +853,12 @@ int requireWritten(int code) {
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
-  return requireWritten(CommandLine(argc, argv).carryOut());
+  return requireWritten(
+      CommandLine(argc, argv).answer([](const Verb& verb) { return verb.carryOut(); }));
+}
+
+int readCommandLine(int argc, char** argv) {
+  return CommandLine(argc, argv).answer([](const Verb&) { return ExitCode::kPassed; });
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -6,4 +6,7 @@ namespace TarvexDiags::FrontEnd {
 /// @throws std::exception for what keeps it from its work.
 int runCommandLine(int argc, char** argv);
 
+/// The same up to the verb, which is not carried out: 0 stands for it. Help and version are told.
+int readCommandLine(int argc, char** argv);
+
 }  // namespace TarvexDiags::FrontEnd
