@@ -27,7 +27,7 @@ PageFrame frameOf(std::string_view title) {
   escaped.text(title);
   std::string_view rest = skeletonOfPage();
   PageFrame frame;
-  frame.before = takenUpTo(rest, "{{language}}") + "en";
+  frame.before = takenUpTo(rest, "{{language}}") + languageOfTexts();
   frame.before += takenUpTo(rest, "{{title}}") + escaped.written();
   frame.before += takenUpTo(rest, "{{style}}") + std::string(styleOfPage());
   frame.before += takenUpTo(rest, "{{body}}");

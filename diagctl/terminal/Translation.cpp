@@ -67,6 +67,13 @@ void speak(const std::string& language) {
                  bind_textdomain_codeset(kDomain, "UTF-8") != nullptr;
 }
 
+std::string languageOfTexts() {
+  // A catalogue's own description stands under the empty text.
+  const bool hasCatalogue = isTranslated && showsUnicode() && *dgettext(kDomain, "") != '\0';
+  const char* const language = hasCatalogue ? std::getenv("LANGUAGE") : nullptr;
+  return language != nullptr ? language : std::string(kLanguageOfSources);
+}
+
 bool canShow(std::string_view text) {
   return std::all_of(text.begin(), text.end(),
                      [](char character) { return static_cast<unsigned char>(character) < 0x80; }) ||

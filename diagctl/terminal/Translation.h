@@ -21,6 +21,9 @@ namespace TarvexDiags::FrontEnd {
 /// @param language two letters, as of --lang.
 void speak(const std::string& language);
 
+/// The language in which texts are told: English where there is no catalogue of another.
+std::string languageOfTexts();
+
 /// Whether the character set that the environment names can show the text: UTF-8 can show any, and
 /// so may what names none; others are trusted with ASCII alone.
 bool canShow(std::string_view text);

@@ -77,6 +77,19 @@ TEST_F(DiagctlLanguage, is_the_one_of_the_locale_though_that_is_not_installed) {
   EXPECT_THAT(runIn("../../x.UTF-8", {"list"}).out, HasSubstr("PACKAGE"));
 }
 
+TEST_F(DiagctlLanguage, of_a_page_is_told_to_whoever_reads_it_aloud) {
+  const std::string log = place.path("run.jsonl");
+  runIn("C.UTF-8", {"run", "-q", "-t", "Good", "-o", "jsonl=" + log});
+  const auto pageIn = [&](const std::string& locale, const std::string& language) {
+    return runIn(locale, {"report", log, "--format", "html", "--lang", language}).out;
+  };
+  EXPECT_THAT(pageIn("C.UTF-8", "en"), HasSubstr("<html lang=\"en\">"));
+  EXPECT_THAT(pageIn("C.UTF-8", "de"),
+              AllOf(HasSubstr("<html lang=\"de\">"), HasSubstr("BESTANDEN")));
+  EXPECT_THAT(pageIn("C.UTF-8", "ja"), HasSubstr("<html lang=\"ja\">"));
+  EXPECT_THAT(pageIn("C", "ja"), AllOf(HasSubstr("<html lang=\"en\">"), HasSubstr("PASSED")));
+}
+
 TEST_F(DiagctlLanguage, is_english_where_the_characters_cannot_be_shown) {
   const std::vector<std::string> words = {"run", "-q", "-t", "Bad", "--lang", "ja"};
   for (const std::string locale : {"C", "POSIX", "ja_JP.eucJP", "de_DE"}) {
