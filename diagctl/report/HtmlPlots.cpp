@@ -24,6 +24,7 @@ namespace {
 constexpr std::size_t kMostLanesDrawn = 48;
 constexpr std::size_t kMostTitles = 300;
 constexpr std::size_t kMostMarksDrawn = 300;
+constexpr std::size_t kMostMarksTold = 3;  ///< of a lane, in its table
 constexpr std::size_t kTitleLength = 200;
 constexpr std::size_t kMostSensorsDrawn = 48;
 constexpr std::size_t kMostSensorsOpen = 6;  ///< of a group; the others are folded
@@ -105,6 +106,18 @@ Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Ro
   return drawing;
 }
 
+std::string findingsOf(const RunStory::Lane& lane) {
+  std::string findings;
+  const std::size_t told = std::min(lane.marks.size(), kMostMarksTold);
+  for (std::size_t place = 0; place < told; ++place) {
+    const RunStory::Mark& mark = lane.marks[place];
+    findings += fmt::format("{}{} {}", place == 0 ? "" : "\n", offsetText(mark.at),
+                            shown(mark.text, kTitleLength));
+  }
+  return told < lane.marks.size() ? findings + "\n" + tr("and {} more", lane.marks.size() - told)
+                                  : findings;
+}
+
 void writeLanesAsTable(Svg::Markup& out, const std::vector<const RunStory::Lane*>& lanes) {
   const Folded folded(out, tr("The same as a table"), "data");
   Table table(out, tr("What ran on each device, and when since the beginning of the run"),
@@ -116,14 +129,8 @@ void writeLanesAsTable(Svg::Markup& out, const std::vector<const RunStory::Lane*
       from = std::min<double>(from, span.from);
       to = std::max<double>(to, span.to);
     }
-    std::string findings;
-    for (std::size_t place = 0; place < std::min<std::size_t>(lane->marks.size(), 3); ++place) {
-      const RunStory::Mark& mark = lane->marks[place];
-      findings += fmt::format("{}{} {}", place == 0 ? "" : "\n", offsetText(mark.at),
-                              shown(mark.text, kTitleLength));
-    }
     table.row({lane->device, lane->spans.empty() ? "" : offsetText(from),
-               lane->spans.empty() ? "" : offsetText(to), toText(lane->sums), findings});
+               lane->spans.empty() ? "" : offsetText(to), toText(lane->sums), findingsOf(*lane)});
   }
 }
 
@@ -214,28 +221,41 @@ std::vector<const RunStory::Sensor*> sensorsOf(const RunStory& story) {
   return sensors;
 }
 
+void writeLimitsAsTable(Svg::Markup& out, const std::vector<const RunStory::Sensor*>& sensors) {
+  const Folded folded(out, tr("The same as a table"), "data");
+  Table table(out, tr("Highest values against their limits"),
+              {tr("Sensor"), "#" + tr("Highest"), "#" + tr("Limit"), tr("Unit")});
+  for (const RunStory::Sensor* sensor : sensors) {
+    table.row({sensor->name, numberText(rangeOf(*sensor).highest), numberText(*sensor->most),
+               sensor->unit});
+  }
+}
+
 // The highest value of each against its limit.
 void writeLimits(Svg::Markup& out, const PageRun& run,
-                 const std::vector<const RunStory::Sensor*>& sensors) {
+                 std::vector<const RunStory::Sensor*> sensors) {
+  std::erase_if(sensors,
+                [](const RunStory::Sensor* sensor) { return !sensor->most || *sensor->most <= 0; });
+  if (sensors.empty()) {
+    return;
+  }
   Svg::BarPlot plot{{run.id + "-limits", tr("Highest values against their limits"),
                      tr("Bars: the highest value of each sensor, with a line at its limit. The "
-                        "captions of the plots below tell the same.")},
+                        "table below tells the same.")},
                     {}};
-  for (const RunStory::Sensor* sensor : sensors) {
-    if (sensor->most && *sensor->most > 0 && plot.bars.size() < kMostBars) {
-      const double highest = std::max(rangeOf(*sensor).highest, 0.0);
-      plot.bars.push_back(
-          {shown(sensor->name),
-           tr("{} of {} {}", numberText(highest), numberText(*sensor->most), shown(sensor->unit)),
-           highest, std::max(highest, *sensor->most) * kBeyondLimit, sensor->most});
-    }
+  for (std::size_t place = 0; place < std::min(sensors.size(), kMostBars); ++place) {
+    const RunStory::Sensor& sensor = *sensors[place];
+    const double highest = std::max(rangeOf(sensor).highest, 0.0);
+    plot.bars.push_back(
+        {shown(sensor.name),
+         tr("{} of {} {}", numberText(highest), numberText(*sensor.most), shown(sensor.unit)),
+         highest, std::max(highest, *sensor.most) * kBeyondLimit, sensor.most});
   }
-  if (!plot.bars.empty()) {
-    out.open("figure", {{"class", "bars"}});
-    out.leaf("figcaption", tr("Highest values against their limits"));
-    Svg::write(out, plot);
-    out.close();
-  }
+  out.open("figure", {{"class", "bars"}});
+  out.leaf("figcaption", tr("Highest values against their limits"));
+  Svg::write(out, plot);
+  writeLimitsAsTable(out, sensors);
+  out.close();
 }
 
 /// Siblings of one figure in a plot, and what names it.
@@ -286,9 +306,7 @@ void writeFigureTable(Svg::Markup& out, const RunStory& story, const std::string
       }
     }
   }
-  if (written > kMostRowsOfFigure) {
-    table.row({tr("and {} more", written - kMostRowsOfFigure), "", ""});
-  }
+  table.rowOfMore(written > kMostRowsOfFigure ? written - kMostRowsOfFigure : 0);
 }
 
 // The two that stand farthest apart, for who does not look at the plot.
@@ -394,6 +412,10 @@ void writeTimeline(Svg::Markup& out, const PageRun& run) {
     writeParagraph(out, "quiet",
                    tr("and {} more devices", run.story.lanes().size() - lanes.size()));
   }
+  if (run.story.omitted().lanes > 0) {
+    writeParagraph(out, "quiet",
+                   tr("and {} more tests, which the log has", run.story.omitted().lanes));
+  }
   writeLanesAsTable(out, lanes);
 }
 
@@ -446,6 +468,10 @@ void writeFigures(Svg::Markup& out, const PageRun& run) {
   out.close();
   if (further > 0) {
     writeParagraph(out, "quiet", tr("and {} more figures, which the log has", further));
+  }
+  if (run.story.omitted().values > 0) {
+    writeParagraph(out, "quiet",
+                   tr("and {} more values, which the log has", run.story.omitted().values));
   }
 }
 

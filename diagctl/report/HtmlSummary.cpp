@@ -10,6 +10,7 @@
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/NodeNames.h"
 #include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 #include "report/svg/BarPlot.h"
@@ -222,9 +223,7 @@ void writeHardware(Svg::Markup& out, const RunStarted& start) {
                item.version});
     ++written;
   }
-  if (written < start.hardware.size()) {
-    table.row({tr("and {} more", start.hardware.size() - written), "", "", "", "", ""});
-  }
+  table.rowOfMore(start.hardware.size() - written);
 }
 
 void writeBytes(Svg::Markup& out, const PageRun& run) {
@@ -245,6 +244,18 @@ void writeBytes(Svg::Markup& out, const PageRun& run) {
   out.open("figure", {{"class", "bars"}});
   Svg::write(out, plot);
   out.close();
+}
+
+// Which they are, as their devices are named.
+void writeCores(Svg::Markup& out, const RunStory& story) {
+  std::vector<std::string> names;
+  for (const RunStory::Lane& lane : story.lanes()) {
+    if (lane.coveredCores > 0) {
+      names.push_back(lane.device);
+    }
+  }
+  writeParagraph(out, "told",
+                 names.empty() ? "" : tr("Cores that were tested: {}", foldedNames(names)));
 }
 
 std::size_t countOf(const OutcomeSums& sums) {
@@ -311,6 +322,9 @@ void writeMachine(Svg::Markup& out, const PageRun& run) {
   for (std::size_t place = 0; place < std::min(start.platforms.size(), kMostPlatforms); ++place) {
     writeFact(out, tr("Platform"), start.platforms[place]);
   }
+  if (start.platforms.size() > kMostPlatforms) {
+    writeFact(out, tr("Platform"), tr("and {} more", start.platforms.size() - kMostPlatforms));
+  }
   writeFact(out, tr("Begun"), toTimestamp(run.story.begin()));
   writeFact(out, tr("Last news"), toTimestamp(run.record.last()));
   writeFact(out, tr("User"), parameterOf(start, "user"));
@@ -327,12 +341,14 @@ void writeCoverage(Svg::Markup& out, const PageRun& run) {
   }
   const Section section(out, run.id + "-coverage", tr("What was covered"));
   writeParagraph(out, "told", sentence);
+  writeCores(out, run.story);
   writeBytes(out, run);
   const Folded folded(out, tr("Coverage by device"));
   Table table(out, tr("Coverage by device"),
               {tr("Device"), tr("Covered"), "#" + tr("Cores"), "#" + tr("Tests"),
                "#" + tr("Seconds of tests")});
   const std::size_t begin = out.size();
+  std::size_t written = 0;
   for (const RunStory::Lane& lane : run.story.lanes()) {
     if (out.size() - begin > kMostPartsBytes) {
       break;
@@ -341,7 +357,9 @@ void writeCoverage(Svg::Markup& out, const PageRun& run) {
                lane.coveredBytes > 0 ? describeCoverage(lane.coveredBytes, lane.totalBytes) : "",
                lane.coveredCores > 0 ? withMarks(lane.coveredCores) : "",
                fmt::format("{}", countOf(lane.sums)), fmt::format("{:.1f}", lane.seconds)});
+    ++written;
   }
+  table.rowOfMore(run.story.lanes().size() - written);
 }
 
 }  // namespace TarvexDiags::FrontEnd::Html

@@ -153,9 +153,41 @@ void writeSeeds(Svg::Markup& out, const RunStory& story) {
                  problem.seed});
     }
   }
-  if (written > kMostSeeds) {
-    table.row({tr("and {} more", written - kMostSeeds), "", ""});
+  table.rowOfMore(written > kMostSeeds ? written - kMostSeeds : 0);
+}
+
+void writeOptions(Svg::Markup& out, const RunStarted& start) {
+  if (start.parameters.empty()) {
+    return;
   }
+  const Folded folded(out, tr("Options of the run"));
+  Table table(out, tr("Options of the run"), {tr("Option"), tr("Value")});
+  const std::size_t begin = out.size();
+  std::size_t further = start.parameters.size();
+  for (const auto& [key, value] : start.parameters) {
+    if (out.size() - begin > kMostFactBytes) {
+      break;
+    }
+    table.row({key, value});
+    --further;
+  }
+  table.rowOfMore(further);
+}
+
+void writeVersions(Svg::Markup& out, const RunStarted& start) {
+  const Folded folded(out, tr("Versions"));
+  Table table(out, tr("Versions"), {tr("Software"), tr("Version")});
+  table.row({start.name, start.version});
+  const std::size_t begin = out.size();
+  std::size_t further = start.software.size();
+  for (const SoftwareItem& item : start.software) {
+    if (out.size() - begin > kMostFactBytes) {
+      break;
+    }
+    table.row({item.name, item.version});
+    --further;
+  }
+  table.rowOfMore(further);
 }
 
 }  // namespace
@@ -217,27 +249,8 @@ void writeAgain(Svg::Markup& out, const PageRun& run) {
   out.leaf("code", shown(start.commandLine));
   out.close();
   writeSeeds(out, run.story);
-  if (!start.parameters.empty()) {
-    const Folded folded(out, tr("Options of the run"));
-    Table table(out, tr("Options of the run"), {tr("Option"), tr("Value")});
-    const std::size_t begin = out.size();
-    for (const auto& [key, value] : start.parameters) {
-      if (out.size() - begin > kMostFactBytes) {
-        break;
-      }
-      table.row({key, value});
-    }
-  }
-  const Folded folded(out, tr("Versions"));
-  Table table(out, tr("Versions"), {tr("Software"), tr("Version")});
-  table.row({start.name, start.version});
-  const std::size_t begin = out.size();
-  for (const SoftwareItem& item : start.software) {
-    if (out.size() - begin > kMostFactBytes) {
-      break;
-    }
-    table.row({item.name, item.version});
-  }
+  writeOptions(out, start);
+  writeVersions(out, start);
 }
 
 }  // namespace TarvexDiags::FrontEnd::Html

@@ -155,6 +155,14 @@ void Table::row(const std::vector<std::string>& cells) {
   endRow();
 }
 
+void Table::rowOfMore(std::size_t count) {
+  if (count > 0) {
+    std::vector<std::string> cells(m_isNumber.size());
+    cells.front() = tr("and {} more", count);
+    row(cells);
+  }
+}
+
 void Table::beginRow() {
   m_out.open("tr");
   m_column = 0;

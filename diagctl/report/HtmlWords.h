@@ -74,6 +74,8 @@ class Table {
   Table& operator=(const Table&) = delete;
 
   void row(const std::vector<std::string>& cells);
+  /// A row that tells how many others are left out; none for 0.
+  void rowOfMore(std::size_t count);
 
   void beginRow();
   /// The next cell, which the caller fills and closes.
