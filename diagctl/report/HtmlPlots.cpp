@@ -89,8 +89,9 @@ Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Ro
   drawing.label = shown(lane.device);
   for (const RunStory::Span& span : lane.spans) {
     const bool isLow = span.outcome == StepRecord::Outcome::Passed;
+    const Look look = lookOf(span.outcome);
     Svg::Timeline::Span of{
-        span.from, span.to, {lookOf(span.outcome).ofClass, isLow ? kLowSpan : 1}, ""};
+        span.from, span.to, {look.ofClass, isLow ? kLowSpan : 1, look.symbol}, ""};
     if (span.problem > 0 && room.titles > 0) {
       --room.titles;
       of.title = titleOf(story.problems()[span.problem - 1]);
@@ -398,8 +399,9 @@ void writeTimeline(Svg::Markup& out, const PageRun& run) {
     timeline.lanes.push_back(laneOf(run.story, *lane, room));
   }
   writeParagraph(out, "quiet",
-                 tr("Low bars have passed, tall ones have not. What the watch found beside the "
-                    "tests: \u2715 a failure, \u25b2 a warning or trouble, \u25a0 news."));
+                 tr("Low bars have passed, tall ones have not and bear the sign of their verdict. "
+                    "What the watch found beside the tests: \u2715 a failure, \u25b2 a warning or "
+                    "trouble, \u25a0 news."));
   out.open("div", {{"class", "wide"},
                    {"tabindex", "0"},
                    {"role", "group"},

@@ -16,6 +16,8 @@ constexpr double kSpanTop = 18;   ///< below the top of the lane
 constexpr double kSpanHeight = 16;
 constexpr double kShortestSpan = 2;
 constexpr double kNearby = 1.5;
+constexpr double kSignFoot = 12;  ///< below the top of the spans
+constexpr double kSignWidth = 10;
 constexpr double kReach = 5;  ///< of a mark, from its middle
 constexpr double kBelowLanes = 22;
 constexpr double kTimelineSide = 6;
@@ -85,6 +87,29 @@ void writeSpans(Markup& out, const Timeline::Lane& lane, const Scale& times, dou
   }
 }
 
+// Each beside the one before it.
+void writeSigns(Markup& out, const Timeline::Lane& lane, const Scale& times, double top) {
+  std::map<double, std::string> signs;
+  for (const Timeline::Span& span : lane.spans) {
+    if (!span.title.empty() && *span.look.sign != '\0') {
+      signs.emplace(stretchOf(span, times).from, span.look.sign);
+    }
+  }
+  double free = times.begin;
+  std::string last;
+  for (const auto& [from, sign] : signs) {
+    if (from < free && sign == last) {
+      continue;
+    }
+    const double x = std::min(std::max(from, free), times.end - kSignWidth);
+    out.leaf("text",
+             {{"class", "sign"}, {"x", pixels(x)}, {"y", pixels(top + kSpanTop + kSignFoot)}},
+             sign);
+    free = x + kSignWidth;
+    last = sign;
+  }
+}
+
 std::string pathOf(Timeline::Shape shape, double x, double y) {
   const std::string reach = pixels(kReach);
   const std::string twice = pixels(2 * kReach);
@@ -106,6 +131,7 @@ void writeLane(Markup& out, const Timeline::Lane& lane, const Scale& times, doub
   line(out, "lane", times.begin, top + kSpanTop + kSpanHeight, times.end,
        top + kSpanTop + kSpanHeight);
   writeSpans(out, lane, times, top);
+  writeSigns(out, lane, times, top);
   for (const Timeline::Mark& mark : lane.marks) {
     const double x = std::clamp(times.at(mark.at), times.begin + kReach, times.end - kReach);
     writeSpan(out, mark.ofClass, pathOf(mark.shape, x, top + kSpanTop + kSpanHeight / 2),

@@ -9,10 +9,11 @@ namespace TarvexDiags::Svg {
 
 /// What went on side by side: a lane for each part, with spans and marks on it.
 struct Timeline {
-  /// How a span looks: its height tells apart what its colour does.
+  /// How a span looks: its height and its sign tell apart what its colour does.
   struct Look {
     const char* ofClass = "";
-    double share = 1;  ///< of the lane's height; above 0
+    double share = 1;       ///< of the lane's height; above 0
+    const char* sign = "";  ///< stands on a span that has a title
   };
   struct Span {
     double from = 0;  ///< seconds from the beginning
@@ -41,7 +42,8 @@ struct Timeline {
 inline constexpr double kTimelineWidth = 720;
 
 /// Spans without a title that look alike and nearly touch are drawn as one, so that a lane stays
-/// small whatever went on in it; none is so short that it is not seen.
+/// small whatever went on in it; none is so short that it is not seen. Of signs that would cover
+/// each other and are the same, the first is drawn.
 void write(Markup& out, const Timeline& timeline);
 
 }  // namespace TarvexDiags::Svg

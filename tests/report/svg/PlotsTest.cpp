@@ -131,6 +131,24 @@ TEST(Timeline, has_a_lane_for_each_part_with_its_spans_and_marks) {
   EXPECT_THAT(parsed.texts, Contains("It broke."));
 }
 
+TEST(Timeline, tells_what_spans_are_by_signs_that_do_not_cover_each_other) {
+  const Timeline timeline{{"l", "", ""},
+                          100,
+                          {{"Disk",
+                            {{0, 50, {"passed", 0.5, "+"}, ""},
+                             {50, 51, {"failed", 1, "x"}, "It broke."},
+                             {51, 52, {"failed", 1, "x"}, "Again."},
+                             {52, 53, {"warned", 1, "!"}, "Hot."},
+                             {100, 100, {"failed", 1, "x"}, "At the end."}},
+                            {}}}};
+  const std::vector<std::map<std::string, std::string>> signs =
+      elementsOf(sound(drawn(timeline)), "sign");
+  ASSERT_EQ(signs.size(), 3U);
+  EXPECT_EQ(signs[0].at("x"), "360");
+  EXPECT_EQ(signs[1].at("x"), "374.2");
+  EXPECT_EQ(signs[2].at("x"), "704");
+}
+
 TEST(Timeline, draws_what_nearly_touches_as_one_and_nothing_too_short_to_be_seen) {
   Timeline timeline{{"l", "", ""}, 1'000'000, {{"Disk", {}, {}}}};
   for (int place = 0; place < 100'000; ++place) {
