@@ -18,8 +18,9 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr mode_t kNewFile = 0666;  // less what the umask takes
-constexpr int kMostLinks = 40;     // the kernel's own bound
+constexpr mode_t kNewFile = 0666;    // less what the umask takes
+constexpr mode_t kNewFolder = 0777;  // the same
+constexpr int kMostLinks = 40;       // the kernel's own bound
 constexpr int kHarmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 struct stat statusOf(const OpenedFile& file) {
@@ -130,6 +131,36 @@ Reached reach(const std::string& path, int flags) {
                         : reachWhatIsOpen(opened, flags);
 }
 
+// With a slash behind its name a link is followed, whatever is asked for.
+std::string withoutEnd(std::string path) {
+  while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/."))) {
+    path.pop_back();
+  }
+  return path;
+}
+
+OpenedFile reachFolder(std::string path) {
+  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  if (!isRoot()) {
+    return OpenedFile(open(path.c_str(), flags));
+  }
+  for (int links = 0; links < kMostLinks; ++links) {
+    path = withoutEnd(path);
+    OpenedFile folder(open(path.c_str(), flags | O_NOFOLLOW));
+    const OpenedFile link(folder ? -1 : open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!link || !S_ISLNK(statusOf(link).st_mode)) {
+      errno = link ? ENOTDIR : errno;
+      return folder;
+    }
+    if (statusOf(link).st_uid != 0) {
+      break;
+    }
+    path = targetOf(link, path);
+  }
+  errno = ELOOP;
+  return {};
+}
+
 // The system call tells the mask only while it sets another, also for what other threads make.
 mode_t permissionsOfNewFiles() {
   static const std::string kKey = "Umask:";
@@ -171,6 +202,18 @@ OpenedFile openOutput(const std::string& path, bool appends, const std::string& 
   // A reader may be slow.
   fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
   return std::move(file);
+}
+
+OpenedFile openFolder(const std::string& path) {
+  const std::string named = withoutEnd(path);
+  if (mkdir(named.c_str(), kNewFolder) != 0 && errno != EEXIST) {
+    failWith(errno, path);
+  }
+  OpenedFile folder = reachFolder(named);
+  if (!folder) {
+    failWith(errno, path);
+  }
+  return folder;
 }
 
 OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name) {

@@ -18,6 +18,11 @@ namespace TarvexDiags::FrontEnd {
 /// @throws std::system_error with that name.
 OpenedFile openOutput(const std::string& path, bool appends, const std::string& name);
 
+/// Opens a directory that files are to be made in, and makes it where there is none. For root a
+/// link at the end of the path is followed only if it is root's own.
+/// @throws std::system_error with that path.
+OpenedFile openFolder(const std::string& path);
+
 /// Whether a path is a link to what a process has open, as `/dev/stdout` is: nothing may take its
 /// place, and what stands there is not this output's alone.
 bool leadsToWhatIsOpen(const std::string& path);

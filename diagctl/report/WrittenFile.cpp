@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "diagctl/report/OutputFile.h"
 
@@ -12,13 +13,17 @@ bool isPlainFile(const std::string& path) {
   return !std::filesystem::exists(path) || std::filesystem::is_regular_file(path);
 }
 
-WrittenFile::WrittenFile(const std::string& path, bool appends) : m_path(path) {
+WrittenFile::WrittenFile(const std::string& path, bool appends)
+    : WrittenFile(path, path, appends) {}
+
+WrittenFile::WrittenFile(const std::string& path, std::string name, bool appends)
+    : m_path(path), m_name(std::move(name)) {
   const bool isOpen = leadsToWhatIsOpen(path);
   m_isPlain = isPlainFile(path) && !isOpen;
-  m_file = streamTo(!appends && m_isPlain ? makeBeside(m_path, m_besides, m_path)
-                                          : openOutput(path, appends || isOpen, m_path));
+  m_file = streamTo(!appends && m_isPlain ? makeBeside(m_path, m_besides, m_name)
+                                          : openOutput(path, appends || isOpen, m_name));
   if (!*m_file) {
-    failWith(ENOMEM, m_path);
+    failWith(ENOMEM, m_name);
   }
   m_out = std::make_unique<Printer>(*m_file);
   if (appends && m_isPlain && endsWithinLine(path)) {
@@ -41,7 +46,7 @@ void WrittenFile::finish() {
   if (!m_besides.empty()) {
     synchronise(m_besides);  // what is renamed over an old report must be on the disk first
     if (std::rename(m_besides.c_str(), m_path.c_str()) != 0) {
-      failWith(errno, m_path);
+      failWith(errno, m_name);
     }
     m_besides.clear();
   }
@@ -49,7 +54,7 @@ void WrittenFile::finish() {
 
 void WrittenFile::requireWritten() {
   if (!m_out->isSound() || !*m_file) {
-    failWith(errno, m_path);
+    failWith(errno, m_name);
   }
 }
 

@@ -19,6 +19,8 @@ class WrittenFile {
  public:
   /// @throws std::system_error naming a file that cannot be opened.
   explicit WrittenFile(const std::string& path, bool appends = false);
+  /// @param name of the file for people.
+  WrittenFile(const std::string& path, std::string name, bool appends);
   /// Takes away what was not finished.
   ~WrittenFile();
   WrittenFile(const WrittenFile&) = delete;
@@ -35,6 +37,7 @@ class WrittenFile {
 
  private:
   std::string m_path;
+  std::string m_name;
   std::string m_besides;  ///< what is renamed to it; empty for none
   bool m_isPlain;
   std::unique_ptr<std::ofstream> m_file;
