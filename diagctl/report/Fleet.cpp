@@ -177,11 +177,13 @@ int Fleet::endRun(const RunRecord& record) {
   const std::pair key(m_present.name, m_present.id);
   if (!m_machines.contains(key) && m_machines.size() == kMostMachines) {
     ++m_furtherRuns[m_present.outcome];
+    m_last = nullptr;
     return m_present.code;
   }
   Machine& machine = m_machines[key];
   m_names[m_present.name] += machine.runs == 0 ? 1 : 0;
   addRun(machine);
+  m_last = &machine;
   return m_present.code;
 }
 

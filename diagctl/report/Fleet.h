@@ -71,6 +71,8 @@ class Fleet {
   /// Of all runs together.
   const RunSummary& summary() const { return m_summary; }
   std::size_t runs() const { return m_runs; }
+  /// The machine of the run that ended last; null for one beyond those that are held.
+  const Machine* lastMachine() const { return m_last; }
   /// Those that are held.
   std::size_t machineCount() const { return m_machines.size(); }
   /// The worst first, then by name.
@@ -90,7 +92,8 @@ class Fleet {
   RunConditions m_conditions;
   Machine m_present;                                                  ///< the run that is under way
   std::map<std::pair<std::string, std::string>, Machine> m_machines;  ///< by name and id
-  std::map<std::string, std::size_t> m_names;                         ///< how many machines have it
+  const Machine* m_last = nullptr;
+  std::map<std::string, std::size_t> m_names;  ///< how many machines have it
   std::map<std::string, Test> m_tests;
   OutcomeSums m_furtherRuns;
   OutcomeSums m_furtherTests;

@@ -9,6 +9,7 @@
 
 #include "diagctl/report/NodeNames.h"
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -25,22 +26,9 @@ std::string headOf(Outcome outcome) {
   return fmt::format("{:<7}", told(wordOf(outcome)));
 }
 
-std::string machinesText(std::size_t count) {
-  return trn("1 machine", "{} machines", count);
-}
-
-std::string runsText(std::size_t count) {
-  return trn("1 run", "{} runs", count);
-}
-
 std::string localTime(std::chrono::system_clock::time_point time) {
   return fmt::format("{:%Y-%m-%d %H:%M:%S %z}",
                      fmt::localtime(std::chrono::system_clock::to_time_t(time)));
-}
-
-/// Two machines of one name are told apart.
-std::string nameOf(const Fleet& fleet, const Fleet::Machine& machine) {
-  return fleet.isNameTaken(machine) ? tr("{} (id {})", machine.name, machine.id) : machine.name;
 }
 
 void writeFinding(Printer& out, const Fleet::Finding& finding) {
@@ -58,7 +46,7 @@ void writeFinding(Printer& out, const Fleet::Finding& finding) {
 
 void writeMachine(Printer& out, const Fleet& fleet, const Fleet::Machine& machine) {
   const std::string sums = toText(machine.sums);
-  out.print("{}  {}   {}, {}   {}   {}\n", headOf(machine.outcome), nameOf(fleet, machine),
+  out.print("{}  {}   {}, {}   {}   {}\n", headOf(machine.outcome), nameAmong(fleet, machine),
             runsText(machine.runs), sums.empty() ? tr("nothing ran") : sums,
             localTime(machine.begin), machine.log);
   for (const Fleet::Finding& finding : machine.findings) {
@@ -75,7 +63,7 @@ void writeWellMachines(Printer& out, const Fleet& fleet, Outcome outcome) {
   std::size_t count = 0;
   for (const Fleet::Machine* machine : fleet.machines()) {
     if (machine->outcome == outcome) {
-      names.push_back(nameOf(fleet, *machine));
+      names.push_back(nameAmong(fleet, *machine));
       ++count;
     }
   }
@@ -145,6 +133,10 @@ OutcomeSums machinesByOutcome(const Fleet& fleet) {
 }
 
 }  // namespace
+
+std::string nameAmong(const Fleet& fleet, const Fleet::Machine& machine) {
+  return fleet.isNameTaken(machine) ? tr("{} (id {})", machine.name, machine.id) : machine.name;
+}
 
 void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems) {
   writeMachines(out, fleet, onlyProblems);

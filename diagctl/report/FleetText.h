@@ -7,6 +7,9 @@
 
 namespace TarvexDiags::FrontEnd {
 
+/// The name of a machine; of two that have the same, with the id as well.
+std::string nameAmong(const Fleet& fleet, const Fleet::Machine& machine);
+
 /// Tells people what many machines came to: each that is not well with its findings, the worst
 /// first; the others by their names; then each test, what could not be read, the sums and the
 /// verdict.

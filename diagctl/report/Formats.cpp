@@ -48,12 +48,9 @@ std::unique_ptr<Reporter> makeMetrics(Printer& out, const ReportSettings& settin
 
 const std::vector<Format>& formats() {
   static const std::vector<Format> kTable = {
-      {kTextFormat, true, false, makeText},
-      {kLogFormat, true, true, makeLog},
-      {"junit", true, false, makeJunit},
-      {"tap", true, false, makeTap},
-      {"html", true, false, makeHtml},
-      {kSummaryFormat, false, false, makeSummary},
+      {kTextFormat, true, false, makeText},        {kLogFormat, true, true, makeLog},
+      {"junit", true, false, makeJunit},           {"tap", true, false, makeTap},
+      {kPageFormat, true, false, makeHtml},        {kSummaryFormat, false, false, makeSummary},
       {kMetricsFormat, false, false, makeMetrics},
   };
   return kTable;

@@ -27,6 +27,8 @@ struct Format {
 inline constexpr const char* kTextFormat = "text";
 /// What a run leaves to be told again in any other.
 inline constexpr const char* kLogFormat = "jsonl";
+/// A page to be looked at.
+inline constexpr const char* kPageFormat = "html";
 /// What --textfile writes.
 inline constexpr const char* kMetricsFormat = "prometheus";
 /// Closes the run's text for a monitor.

@@ -3,9 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <map>
-#include <utility>
 
+#include "diagctl/report/FleetText.h"
 #include "diagctl/report/HtmlWords.h"
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/terminal/Translation.h"
@@ -15,6 +14,7 @@ namespace TarvexDiags::FrontEnd::Html {
 namespace {
 
 constexpr std::size_t kMostBytesOfTests = 300UL << 10U;
+constexpr std::size_t kMostBeginnings = 10;
 
 void writeVerdictOfRun(Svg::Markup& out, RunVerdict verdict, const std::string& text) {
   const Look look = lookOf(verdict);
@@ -24,11 +24,7 @@ void writeVerdictOfRun(Svg::Markup& out, RunVerdict verdict, const std::string& 
   out.close();
 }
 
-void writeCounts(Svg::Markup& out, const std::vector<RunOfMany>& runs) {
-  std::map<RunVerdict, std::size_t> counts;
-  for (const RunOfMany& run : runs) {
-    ++counts[run.verdict];
-  }
+void writeCounts(Svg::Markup& out, const VerdictCounts& counts) {
   out.open("ul");
   for (const auto& [verdict, count] : counts) {
     out.open("li");
@@ -38,20 +34,82 @@ void writeCounts(Svg::Markup& out, const std::vector<RunOfMany>& runs) {
   out.close();
 }
 
+void writeFurther(Svg::Markup& out, const VerdictCounts& further) {
+  if (further.empty()) {
+    return;
+  }
+  writeParagraph(out, "told", tr("Further runs, which the logs have:"));
+  writeCounts(out, further);
+}
+
+void writeLinked(Svg::Markup& out, const std::string& link, const std::string& text) {
+  if (link.empty()) {
+    out.text(text);
+  } else {
+    out.leaf("a", {{"href", link}}, text);
+  }
+}
+
+void writeVerdictCell(Svg::Markup& out, Table& table, RunVerdict verdict) {
+  table.beginCell();
+  writeVerdictOfRun(out, verdict, toText(verdict));
+  table.endCell();
+}
+
 void writeRunOfMany(Svg::Markup& out, Table& table, const RunOfMany& run) {
   table.beginRow();
+  writeVerdictCell(out, table, run.verdict);
   table.beginCell();
-  writeVerdictOfRun(out, run.verdict, toText(run.verdict));
-  table.endCell();
-  table.cell(run.machine);
-  table.beginCell();
-  if (run.id.empty()) {
-    out.text(toTimestamp(run.begin));
-  } else {
-    out.leaf("a", {{"href", "#" + run.id}}, toTimestamp(run.begin));
-  }
+  writeLinked(out, run.link, toTimestamp(run.begin));
   table.endCell();
   table.cell(toText(run.sums));
+  table.endRow();
+}
+
+void writeBeginnings(Svg::Markup& out, const MachineOfMany& machine) {
+  if (machine.runs.size() == 1) {
+    out.text(toTimestamp(machine.runs.front().begin));
+    return;
+  }
+  const std::size_t most = std::min(machine.runs.size(), kMostBeginnings);
+  for (std::size_t place = 0; place < most; ++place) {
+    out.text(place == 0 ? "" : ", ");
+    writeLinked(out, machine.runs[place].link, toTimestamp(machine.runs[place].begin));
+  }
+  if (most < machine.runs.size()) {
+    out.text(", " + tr("and {} more", machine.runs.size() - most));
+  }
+}
+
+// What weighs most; its own part has the rest.
+void writeWorst(Svg::Markup& out, const Fleet::Machine& machine) {
+  if (machine.findings.empty()) {
+    return;
+  }
+  const Fleet::Finding& worst = machine.findings.front();
+  writeParagraph(out, "told",
+                 worst.what.empty() || worst.text.empty() ? worst.what + worst.text
+                                                          : tr("{}: {}", worst.what, worst.text));
+  writeParagraph(out, "action", worst.action.empty() ? "" : "\u2192 " + worst.action);
+  const std::size_t more = machine.findings.size() - 1 + machine.furtherFindings;
+  writeParagraph(out, "quiet", more > 0 ? tr("and {} more", more) : "");
+}
+
+void writeMachineOfMany(Svg::Markup& out, Table& table, const MachineOfMany& machine,
+                        const std::string& name) {
+  table.beginRow();
+  writeVerdictCell(out, table, machine.verdict());
+  table.beginCell();
+  const bool isOfOne = machine.runs.size() == 1;
+  writeLinked(out, isOfOne ? machine.runs.front().link : machine.file, shown(name));
+  table.endCell();
+  table.beginCell();
+  writeBeginnings(out, machine);
+  table.endCell();
+  table.cell(toText(machine.told->sums));
+  table.beginCell();
+  writeWorst(out, *machine.told);
+  table.endCell();
   table.endRow();
 }
 
@@ -60,28 +118,74 @@ std::string machinesOf(const Fleet::Test& test) {
   return test.hasMoreMachines ? tr("{} and more", names) : names;
 }
 
+// Of tests that came to the same worst, the one that did so most often is looked at first.
+std::vector<const Fleet::Test*> mostOftenFirst(const Fleet& fleet) {
+  const auto timesOf = [](const Fleet::Test* test) { return test->sums.at(test->outcome); };
+  std::vector<const Fleet::Test*> tests = fleet.tests();
+  for (auto from = tests.begin(); from != tests.end();) {
+    const auto to = std::find_if(from, tests.end(), [&](const Fleet::Test* test) {
+      return test->outcome != (*from)->outcome;
+    });
+    if (isProblem((*from)->outcome)) {
+      std::stable_sort(from, to, [&](const Fleet::Test* left, const Fleet::Test* right) {
+        return timesOf(left) > timesOf(right);
+      });
+    }
+    from = to;
+  }
+  return tests;
+}
+
 }  // namespace
 
-void writeRuns(Svg::Markup& out, std::vector<RunOfMany> runs, std::size_t further) {
-  std::stable_sort(runs.begin(), runs.end(), [](const RunOfMany& left, const RunOfMany& right) {
-    return left.verdict < right.verdict;
-  });
-  const Section section(out, "runs", tr("Runs by verdict"));
-  writeCounts(out, runs);
+RunVerdict MachineOfMany::verdict() const {
+  const auto worst = std::min_element(
+      runs.begin(), runs.end(),
+      [](const RunOfMany& left, const RunOfMany& right) { return left.verdict < right.verdict; });
+  return worst == runs.end() ? RunVerdict::NothingRan : worst->verdict;
+}
+
+void writeMachines(Svg::Markup& out, const std::vector<MachineOfMany*>& machines,
+                   const Fleet& fleet, const VerdictCounts& further) {
+  const Section section(out, "machines", tr("Machines by verdict"));
+  VerdictCounts counts;
+  for (const MachineOfMany* machine : machines) {
+    ++counts[machine->verdict()];
+  }
+  writeCounts(out, counts);
   {
-    Table table(out, tr("The runs, the worst first"),
-                {tr("Verdict"), tr("Machine"), tr("Begun"), tr("Tests")});
-    for (const RunOfMany& run : runs) {
-      writeRunOfMany(out, table, run);
+    Table table(out, tr("The machines, the worst first"),
+                {tr("Verdict"), tr("Machine"), tr("Begun"), tr("Tests"), tr("Worst finding")});
+    for (const MachineOfMany* machine : machines) {
+      writeMachineOfMany(out, table, *machine, nameAmong(fleet, *machine->told));
     }
   }
-  if (further > 0) {
-    writeParagraph(out, "told", tr("and {} more runs, which the log has", further));
+  writeFurther(out, further);
+}
+
+void writeRuns(Svg::Markup& out, const MachineOfMany& machine, const VerdictCounts& further) {
+  const Section section(out, "runs", tr("Runs by verdict"));
+  VerdictCounts counts;
+  std::vector<const RunOfMany*> runs;
+  for (const RunOfMany& run : machine.runs) {
+    ++counts[run.verdict];
+    runs.push_back(&run);
   }
+  std::stable_sort(runs.begin(), runs.end(), [](const RunOfMany* left, const RunOfMany* right) {
+    return left->verdict < right->verdict;
+  });
+  writeCounts(out, counts);
+  {
+    Table table(out, tr("The runs, the worst first"), {tr("Verdict"), tr("Begun"), tr("Tests")});
+    for (const RunOfMany* run : runs) {
+      writeRunOfMany(out, table, *run);
+    }
+  }
+  writeFurther(out, further);
 }
 
 void writeTestsOfMany(Svg::Markup& out, const Fleet& fleet) {
-  const std::vector<const Fleet::Test*> tests = fleet.tests();
+  const std::vector<const Fleet::Test*> tests = mostOftenFirst(fleet);
   if (tests.empty()) {
     return;
   }

@@ -5,7 +5,6 @@
 #include <utility>
 #include <variant>
 
-#include "diagctl/report/HtmlPage.h"
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
 #include "diagctl/report/JsonlReporter.h"
@@ -15,8 +14,6 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr std::size_t kMostOfPages = 16UL << 20U;  ///< of all runs together, in bytes
-constexpr std::size_t kMostRuns = 10'000;
 // Of what is held, the record has one part, the page that is made of it another.
 constexpr std::size_t kSharesOfStory = 2;
 
@@ -70,25 +67,16 @@ Svg::Markup articleOf(const Html::PageRun& run) {
   return out;
 }
 
-std::string foldedPartOf(const Html::RunOfMany& run, const Svg::Markup& article) {
-  Svg::Markup out;
-  {
-    const Html::Folded folded(
-        out, Html::shown(tr("{} {}: {}, {}", Html::lookOf(run.verdict).symbol, toText(run.verdict),
-                            run.machine, toTimestamp(run.begin))));
-    out.append(article);
-  }
-  return out.written();
-}
-
 }  // namespace
 
-HtmlReporter::HtmlReporter(Printer& out, const RunConditions& conditions, std::size_t mostHeld)
+HtmlReporter::HtmlReporter(Printer& out, const RunConditions& conditions, std::size_t mostHeld,
+                           const ReportFolder* folder)
     : m_out(out),
       m_mostHeld(mostHeld),
       m_record(RunRecord::Ended::Dropped, mostHeld / kSharesOfStory),
       m_story(mostHeld / kSharesOfStory),
-      m_fleet(conditions) {}
+      m_fleet(conditions),
+      m_pages(folder) {}
 
 void HtmlReporter::handle(const RunEvent& event) {
   if (std::holds_alternative<RunStarted>(event.body)) {
@@ -118,71 +106,20 @@ void HtmlReporter::closeRun() {
     }
   }
   m_fleet.endRun(m_record);
-  if (m_written.size() == kMostRuns) {
-    ++m_furtherRuns;
-  } else {
-    m_written.push_back({fmt::format("r{}", m_written.size() + 1), m_story.start().machineName,
-                         m_story.begin(), verdictOf(m_record), m_record.sums()});
-    keepPart(m_written.back());
-  }
+  Html::RunOfMany run;
+  run.id = m_pages.nextId();
+  run.begin = m_story.begin();
+  run.verdict = verdictOf(m_record);
+  run.sums = m_record.sums();
+  const Svg::Markup article = articleOf({m_story, m_record, run.verdict, run.id});
+  m_pages.add(std::move(run), m_fleet.lastMachine(), article.written());
   m_record.clear();
   m_story = RunStory(m_mostHeld / kSharesOfStory);
 }
 
-// The first run stands open, unless another one follows.
-void HtmlReporter::keepPart(Html::RunOfMany& run) {
-  if (m_spooled >= kMostOfPages) {
-    run.id.clear();
-    return;
-  }
-  Svg::Markup article = articleOf({m_story, m_record, run.verdict, run.id});
-  if (m_written.size() == 1) {
-    m_only = std::move(article);
-    return;
-  }
-  if (m_written.size() == 2) {
-    spool(foldedPartOf(m_written.front(), std::exchange(m_only, {})));
-  }
-  spool(foldedPartOf(run, article));
-}
-
-void HtmlReporter::spool(const std::string& part) {
-  m_spooled += part.size();
-  m_spool.out().write(part);
-}
-
-std::string HtmlReporter::head() const {
-  if (m_written.size() == 1 && !m_written.front().machine.empty()) {
-    return Html::shown(tr("Diagnosis of {}", m_written.front().machine));
-  }
-  return m_written.size() == 1 ? tr("Diagnosis")
-                               : tr("Diagnosis: {} runs", m_written.size() + m_furtherRuns);
-}
-
-std::string HtmlReporter::overview() const {
-  Svg::Markup out;
-  out.leaf("h1", head());
-  if (m_written.empty()) {
-    Html::writeParagraph(out, "told", tr("Nothing ran."));
-  }
-  if (m_written.size() > 1) {
-    out.leaf("h2", tr("All runs"));
-    Html::writeRuns(out, m_written, m_furtherRuns);
-    Html::writeTestsOfMany(out, m_fleet);
-    out.leaf("h2", tr("Each run"));
-  }
-  return out.written();
-}
-
 void HtmlReporter::finish() {
   closeRun();
-  const Html::PageFrame frame = Html::frameOf(head());
-  m_out.write(frame.before);
-  m_out.write(overview());
-  m_out.write(m_only.written());
-  m_spool.writeTo(m_out);
-  m_out.write(frame.behind);
-  m_out.flush();
+  m_pages.write(m_out, m_fleet);
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -8,6 +8,14 @@ std::string testsText(std::size_t count) {
   return trn("1 test", "{} tests", count);
 }
 
+std::string machinesText(std::size_t count) {
+  return trn("1 machine", "{} machines", count);
+}
+
+std::string runsText(std::size_t count) {
+  return trn("1 run", "{} runs", count);
+}
+
 std::string testOf(const StepStarted& start) {
   return start.package == kOwnPackage ? told(start.test) : start.test;
 }

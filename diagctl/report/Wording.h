@@ -11,6 +11,8 @@ namespace TarvexDiags::FrontEnd {
 
 /// "1 test", "7 tests".
 std::string testsText(std::size_t count);
+std::string machinesText(std::size_t count);
+std::string runsText(std::size_t count);
 
 /// What ran, and on what. The log has the program's own steps in English, as it has the packages'.
 std::string testOf(const StepStarted& start);
