@@ -16,7 +16,7 @@ _diagctl_options() {
         "--slurm-conf --state --textfile --watch --watch-interval --settle --watch-ce-interval"
       ;;
     estimate) echo "$selection $thoroughness $packages --format" ;;
-    report) echo "$reporting --redact --redact-key" ;;
+    report) echo "$reporting --split --redact --redact-key" ;;
     merge) echo "-o --output --strict --fail-on-skip --vanished --only-problems --redact --redact-key" ;;
     watch) echo "--for --format --set --textfile --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
@@ -130,7 +130,7 @@ _diagctl() {
     return
   fi
   case $previous in
-    -c | --config | --packages | --redact-key | --root | --slurm-conf | --state | --textfile | --against | --rules | FILE)
+    -c | --config | --packages | --redact-key | --root | --split | --slurm-conf | --state | --textfile | --against | --rules | FILE)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return
       ;;

@@ -505,6 +505,9 @@ class CommandLine {
       }
     }
     requireSound(findFault(m_report.reporting.outputs, filesAmong(m_report.logs)));
+    if (const std::string fault = findPagesFault(m_report); !fault.empty()) {
+      throw UsageFault("--split: " + fault);
+    }
     for (const std::string& log : filesAmong(m_merge.logs)) {
       if (m_merge.output && isSameFile(*m_merge.output, log)) {
         throw UsageFault(tr("--output: '{}' is one of the logs", *m_merge.output));
@@ -726,10 +729,15 @@ class CommandLine {
     CLI::App& reporting = add("report", english("Turn saved logs into any format"),
                               "  diagctl report run.jsonl\n"
                               "  diagctl report run.jsonl --format junit > run.xml\n"
-                              "  diagctl report *.jsonl",
+                              "  diagctl report *.jsonl\n"
+                              "  diagctl report node*.jsonl --split pages",
                               [this] { return carryOutReport(m_report); });
     addLogs(reporting, m_report.logs);
     addReporting(reporting, m_report.reporting, formatChoices());
+    OptionGroup(reporting, english("Reporting"))
+        .text("--split", "DIR", m_report.pages,
+              english("The html page, with a page for each machine beside it, into this directory: "
+                      "index.html has all"));
     OptionGroup redaction(reporting, english("What identifies machines"));
     addRedaction(redaction, m_report.redaction);
     addMerging();

@@ -1,11 +1,14 @@
 #include "diagctl/command/ReportCommand.h"
 
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "diagctl/command/LogRedaction.h"
 #include "diagctl/command/LogReplay.h"
@@ -16,17 +19,20 @@
 #include "diagctl/report/Output.h"
 #include "diagctl/report/SummaryReporter.h"
 #include "diagctl/terminal/Printer.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 // A log may come from anywhere. Each report holds what it needs of a run, and so does what judges.
 constexpr std::size_t kMostHeld = 30UL << 20U;  ///< bytes, by all of them together
 
 /// Those of the outputs and standard output, and what judges.
-std::size_t mostHeldByEach(const ReportingOptions& reporting) {
-  return kMostHeld / (reporting.outputs.size() + 2);
+std::size_t mostHeldByEach(const ReportCommandOptions& options) {
+  return kMostHeld / (options.reporting.outputs.size() + (options.pages ? 3 : 2));
 }
 
 RunConditions conditionsOf(const ReportingOptions& reporting) {
@@ -37,8 +43,7 @@ RunConditions conditionsOf(const ReportingOptions& reporting) {
 class Told {
  public:
   explicit Told(const ReportCommandOptions& options)
-      : m_format(isStandardOutputTaken(options.reporting.outputs) ? std::string()
-                                                                  : formatOf(options.reporting)),
+      : m_format(isTaken(options) ? std::string() : formatOf(options.reporting)),
         m_isMany(options.logs.size() > 1),
         m_isVerbose(options.reporting.verbosity > 0) {}
 
@@ -51,6 +56,12 @@ class Told {
   }
 
  private:
+  // The page goes where its parts go.
+  static bool isTaken(const ReportCommandOptions& options) {
+    return isStandardOutputTaken(options.reporting.outputs) ||
+           (options.pages && options.reporting.format == kPageFormat);
+  }
+
   std::string m_format;
   bool m_isMany;
   bool m_isVerbose;
@@ -72,7 +83,7 @@ void tellMany(const ReportCommandOptions& options, const Told& told, const Fleet
 
 int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   const RunConditions conditions = conditionsOf(options.reporting);
-  const std::size_t mostHeld = mostHeldByEach(options.reporting);
+  const std::size_t mostHeld = mostHeldByEach(options);
   const ReportSettings settings{false,
                                 conditions,
                                 mostHeld,
@@ -81,6 +92,9 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
                                 options.reporting.verbosity};
   const Told told(options);
   Outputs outputs(options.reporting.outputs, told.ofEachRun(), settings);
+  if (options.pages) {
+    outputs.add(Output::toFolder(*options.pages, settings));
+  }
   SummaryReporter lastRun(standardOutput(), conditions, mostHeld);
   Fleet fleet(conditions);
   const auto follow = [&](const RunEvent& event) {
@@ -113,7 +127,40 @@ int reportRuns(const ReportCommandOptions& options, RunSummary& summary) {
   return code;
 }
 
+/// Whether a page could take the place of a file.
+bool isPageOf(const std::string& folder, const std::string& file) {
+  const fs::path path(file);
+  const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  std::error_code ignored;
+  return path.extension() == "." + std::string(kPageFormat) &&
+         fs::equivalent(folder, parent, ignored);
+}
+
 }  // namespace
+
+std::string findPagesFault(const ReportCommandOptions& options) {
+  if (!options.pages) {
+    return "";
+  }
+  std::error_code ignored;
+  if (fs::exists(*options.pages, ignored) && !fs::is_directory(*options.pages, ignored)) {
+    return tr("'{}' is no directory", *options.pages);
+  }
+  std::vector<std::string> files = options.logs;
+  for (const std::string& output : options.reporting.outputs) {
+    const std::size_t separator = output.find('=');
+    if (output.substr(0, separator) == kPageFormat) {
+      return tr("the page goes into '{}', and --output names another place for it", *options.pages);
+    }
+    files.push_back(output.substr(separator + 1));
+  }
+  for (const std::string& file : files) {
+    if (isPageOf(*options.pages, file)) {
+      return tr("a page could take the place of '{}'", file);
+    }
+  }
+  return "";
+}
 
 int carryOutReport(const ReportCommandOptions& options) {
   return carryOutInStyle(options.reporting,

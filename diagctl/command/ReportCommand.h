@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,11 @@ struct ReportCommandOptions {
   std::vector<std::string> logs;  ///< files that run wrote in the format jsonl
   ReportingOptions reporting;
   RedactionWishes redaction = {};
+  std::optional<std::string> pages;  ///< a directory for a page of all and one for each machine
 };
+
+/// What is wrong with where pages are to go, for people; empty for nothing.
+std::string findPagesFault(const ReportCommandOptions& options);
 
 /// The verb report: tells each run of the logs, and of several logs or machines what they came to
 /// together.

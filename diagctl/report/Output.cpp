@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "diagctl/report/Formats.h"
+#include "diagctl/report/HtmlReporter.h"
 #include "diagctl/report/OutputFile.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Suggestion.h"
@@ -85,6 +87,17 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
   return output;
 }
 
+std::unique_ptr<Output> Output::toFolder(const std::string& path, const ReportSettings& settings) {
+  std::unique_ptr<Output> output(new Output);
+  output->m_name = path;
+  output->m_folder = std::make_unique<ReportFolder>(path);
+  output->m_file = output->m_folder->make(Html::kPageOfAll);
+  output->m_out = &output->m_file->out();
+  output->m_reporter = std::make_unique<HtmlReporter>(*output->m_out, settings.conditions,
+                                                      settings.mostHeld, output->m_folder.get());
+  return output;
+}
+
 std::unique_ptr<Output> Output::toStandardOutput(const Format& format,
                                                  const ReportSettings& settings) {
   std::unique_ptr<Output> output(new Output);
@@ -130,6 +143,10 @@ Outputs::Outputs(const std::vector<std::string>& specifications, const std::stri
   if (!standardFormat.empty()) {
     m_outputs.push_back({Output::toStandardOutput(formatNamed(standardFormat), settings)});
   }
+}
+
+void Outputs::add(std::unique_ptr<Output> output) {
+  m_outputs.push_back({std::move(output)});
 }
 
 template <class Act>

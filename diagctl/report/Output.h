@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "diagctl/report/Formats.h"
+#include "diagctl/report/ReportFolder.h"
 #include "diagctl/report/Reporter.h"
 #include "diagctl/report/WrittenFile.h"
 #include "diagctl/terminal/Printer.h"
@@ -20,6 +21,9 @@ class Output {
   /// @throws std::system_error if the file cannot be opened.
   static std::unique_ptr<Output> toFile(const Format& format, const std::string& path,
                                         ReportSettings settings);
+  /// A page of all runs, and one for each machine beside it.
+  /// @throws std::system_error if the directory cannot be opened.
+  static std::unique_ptr<Output> toFolder(const std::string& path, const ReportSettings& settings);
   static std::unique_ptr<Output> toStandardOutput(const Format& format,
                                                   const ReportSettings& settings);
 
@@ -37,7 +41,8 @@ class Output {
   Output() = default;
   void requireWritten();
 
-  std::string m_name;                   ///< for people
+  std::string m_name;  ///< for people
+  std::unique_ptr<ReportFolder> m_folder;
   std::unique_ptr<WrittenFile> m_file;  ///< null for standard output
   Printer* m_out = nullptr;
   std::unique_ptr<Reporter> m_reporter;
@@ -66,12 +71,15 @@ class Outputs {
   Outputs(const std::vector<std::string>& specifications, const std::string& format,
           const ReportSettings& settings);
 
+  /// Adds one that is opened already, behind the others.
+  void add(std::unique_ptr<Output> output);
+
   void handle(const RunEvent& event);
   void finish();
   /// What became of outputs that were dropped, for people.
   std::vector<std::string> failures() const;
 
-  /// How many there are; standard output is the last.
+  /// How many there are; standard output is the last of those that were asked for.
   std::size_t count() const { return m_outputs.size(); }
   /// Tells one of them alone. Several threads may do so at a time, each to an output of its own.
   void handle(std::size_t index, const RunEvent& event);

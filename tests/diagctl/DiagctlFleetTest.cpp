@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@ namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -120,6 +123,94 @@ TEST_F(ManyLogs, are_one_document_in_each_format_and_one_line_for_a_monitor) {
   EXPECT_EQ(line.out,
             "DIAGCTL CRITICAL: 2 machines: 1 passed, 1 failed - n1: Package MIX: Bad on Left: line "
             "3 is stuck.\n");
+}
+
+/// Where the links of a page lead.
+std::vector<std::string> linksOf(const std::string& page) {
+  const std::regex pattern("href=\"([^\"]*)\"");
+  std::vector<std::string> links;
+  for (std::sregex_iterator link(page.begin(), page.end(), pattern), end; link != end; ++link) {
+    links.push_back((*link)[1]);
+  }
+  return links;
+}
+
+std::set<std::string> filesIn(const std::string& directory) {
+  std::set<std::string> files;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    files.insert(entry.path().filename());
+  }
+  return files;
+}
+
+TEST_F(ManyLogs, are_split_into_a_page_of_all_and_one_for_each_machine) {
+  const std::vector<std::string> logs = {good("n1"), bad("n2"), good("n3")};
+  const std::string pages = place.path("pages");
+  const Outcome outcome = diagctl({"report", logs[0], logs[1], logs[2], "--split", pages});
+  EXPECT_EQ(outcome.exitCode, kHardwareFailure);
+  EXPECT_THAT(outcome.out, EndsWith("Verdict: FAILED: the hardware is at fault\n"));
+  EXPECT_EQ(filesIn(pages), (std::set<std::string>{"index.html", "n1.html", "n2.html", "n3.html"}));
+  const std::string all = contentsOf(pages + "/index.html");
+  EXPECT_EQ(parseXml(all)["tag"], "html");
+  EXPECT_THAT(all, AllOf(HasSubstr("Diagnosis: 3 machines, 3 runs"), HasSubstr("PASSED: 2"),
+                         HasSubstr("line 3 is stuck."), HasSubstr("Replace the cable."),
+                         HasSubstr("Package MIX: Good"), Not(HasSubstr("<article"))));
+  EXPECT_THAT(linksOf(all), ElementsAre("n2.html#r2", "n1.html#r1", "n3.html#r3"));
+  for (const char* const machine : {"n1", "n2", "n3"}) {
+    const std::string page = contentsOf(pages + "/" + machine + ".html");
+    EXPECT_EQ(parseXml(page)["tag"], "html");
+    EXPECT_THAT(page, HasSubstr(std::string("Diagnosis of ") + machine));
+    EXPECT_EQ(linksOf(page).front(), "index.html");
+  }
+  EXPECT_THAT(contentsOf(pages + "/n2.html"),
+              AllOf(HasSubstr("id=\"r2\""), HasSubstr("FAILED: the hardware is at fault")));
+  EXPECT_EQ(diagctl({"report", logs[0], "--format", "html", "--split", pages}).out, "");
+}
+
+TEST_F(ManyLogs, of_hostile_or_equal_names_are_split_into_files_of_their_own_within_the_directory) {
+  const std::string name = R"("name":"n1")";
+  std::vector<std::string> arguments = {"report"};
+  int number = 0;
+  for (const char* const machine :
+       {"../../n1", "/etc/n1", "..", "", "index", "N1", "n1", "n1", "\\u0000<b>", ".ssh"}) {
+    const std::string log = good("n1");
+    const std::string id =
+        artifacts(parseLines(contentsOf(log)), "testRunStart").at(0)["dutInfo"]["dutInfoId"];
+    place.replaceIn(log, name, std::string(R"("name":")") + machine + "\"");
+    place.replaceIn(log, id, "id" + std::to_string(number));
+    arguments.push_back(place.path(std::to_string(number++) + ".jsonl"));
+    fs::rename(log, arguments.back());
+  }
+  const std::string pages = place.path("in/pages");
+  fs::create_directory(place.path("in"));
+  const auto before = filesIn(place.path(""));
+  arguments.insert(arguments.end(), {"--split", pages});
+  EXPECT_EQ(diagctl(arguments).exitCode, kPassed);
+  EXPECT_EQ(filesIn(place.path("")), before);
+  EXPECT_EQ(filesIn(place.path("in")), std::set<std::string>{"pages"});
+  EXPECT_EQ(filesIn(pages),
+            (std::set<std::string>{"index.html", "index-2.html", "n1.html", "etc_n1.html",
+                                   "machine.html", "id3.html", "N1-2.html", "n1-3.html",
+                                   "n1-4.html", "x00_b_.html", "ssh.html"}));
+  for (const std::string& link : linksOf(contentsOf(pages + "/index.html"))) {
+    const std::size_t end = link.find('#');
+    EXPECT_THAT(contentsOf(pages + "/" + link.substr(0, end)),
+                HasSubstr("id=\"" + link.substr(end + 1) + "\""));
+  }
+}
+
+TEST_F(ManyLogs, split_where_nothing_can_be_written_are_told_and_the_other_reports_written) {
+  const std::string log = good("n1");
+  const std::string pages = place.path("pages");
+  fs::create_directories(pages + "/n1.html/full");
+  const Outcome outcome =
+      diagctl({"report", log, "--split", pages, "-o", "tap=" + place.path("tap")});
+  EXPECT_EQ(outcome.exitCode, kNoVerdict);
+  EXPECT_THAT(outcome.err, HasSubstr(pages + "/n1.html: Is a directory"));
+  EXPECT_EQ(filesIn(pages), std::set<std::string>{"n1.html"}) << "no page of all without its parts";
+  EXPECT_FALSE(contentsOf(place.path("tap")).empty());
+  EXPECT_THAT(diagctl({"report", log, "--split", place.path("none/pages")}).err,
+              HasSubstr(place.path("none/pages") + ": No such file or directory"));
 }
 
 TEST_F(ManyLogs, verbosely_are_told_run_by_run_before_the_whole) {

@@ -98,6 +98,12 @@ INSTANTIATE_TEST_SUITE_P(
         Slip{{"health", "--drain"}, "--drain: only style slurm knows a node"},
         Slip{{"health", "--style", "slrum"},
              "--style: 'slrum' is none of plain, slurm, nagios, npd, nhc; did you mean 'slurm'?"},
+        Slip{{"run", "--split", "x"}, "there is no option '--split' here; it is one of report"},
+        Slip{{"report", "a", "--split", "/dev/null"}, "--split: '/dev/null' is no directory"},
+        Slip{{"report", "a", "--split", "x", "-o", "html=y"},
+             "--split: the page goes into 'x', and --output names another place for it"},
+        Slip{{"report", "/dev/a.html", "--split", "/dev/"},
+             "--split: a page could take the place of '/dev/a.html'"},
         Slip{{"run", "--quick=yes"}, "--quick takes no value, and 'yes' is one"}));
 
 INSTANTIATE_TEST_SUITE_P(

@@ -252,6 +252,47 @@ TEST_F(WhatIsWritten, as_a_report_has_the_permissions_that_the_umask_leaves) {
   }
 }
 
+TEST_F(WhatIsWritten, as_pages_goes_into_no_directory_by_a_link_of_another) {
+  SKIP_UNLESS_ROOT();
+  const std::string log = place.path("run.jsonl");
+  run({"--allow-insecure", "run", "-q", "-t", "Good", "-o", "jsonl=" + log});
+  fs::create_directory(place.path("roots"));
+  const std::string link = place.path("pages");
+  fs::create_symlink(place.path("roots"), link);
+  EXPECT_EQ(DiagctlTest::diagctl({"report", log, "--split", link}).exitCode, DiagctlTest::kPassed)
+      << "it is root's own";
+  fs::remove_all(place.path("roots"));
+  fs::create_directory(place.path("roots"));
+  give(link, kStranger);
+  for (const std::string& path : {link, link + "/", link + "/."}) {
+    const Outcome outcome = DiagctlTest::diagctl({"report", log, "--split", path});
+    EXPECT_EQ(outcome.exitCode, DiagctlTest::kNoVerdict);
+    EXPECT_THAT(outcome.err, HasSubstr(path + ": Too many levels of symbolic links"));
+    EXPECT_TRUE(fs::is_empty(place.path("roots")));
+  }
+}
+
+TEST_F(WhatIsWritten, as_pages_takes_the_place_of_links_and_has_the_permissions_of_the_umask) {
+  const std::string log = place.path("run.jsonl");
+  run({"--allow-insecure", "run", "-q", "-t", "Good", "-o", "jsonl=" + log});
+  const std::string pages = place.path("pages");
+  fs::create_directory(pages);
+  fs::create_symlink(kept, pages + "/index.html");
+  for (const mode_t mask : {0U, 027U}) {
+    const UmaskScope scope(mask);
+    EXPECT_EQ(DiagctlTest::diagctl({"report", log, "--split", pages}).exitCode,
+              DiagctlTest::kPassed);
+    std::size_t count = 0;
+    for (const auto& entry : fs::directory_iterator(pages)) {
+      EXPECT_TRUE(fs::is_regular_file(entry.symlink_status())) << entry.path();
+      EXPECT_EQ(modeOf(entry.path()), 0666U & ~mask) << entry.path();
+      ++count;
+    }
+    EXPECT_EQ(count, 2U) << "nothing else is left behind";
+  }
+  EXPECT_EQ(contentsOf(kept), "kept");
+}
+
 TEST_F(WhatIsWritten, as_a_report_leaves_the_umask_to_what_other_threads_write) {
   const auto makeReport = [this] {
     forbidUmask();
