@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "diagctl/terminal/Printable.h"
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -18,6 +19,8 @@ constexpr std::size_t kUsualWidth = 80;
 constexpr std::size_t kLeastWidth = 40;
 constexpr std::size_t kMostWidth = 120;
 constexpr std::string_view kGap = "  ";
+constexpr std::string_view kLeftOut = "…";
+constexpr std::string_view kLeftOutInAscii = "..";
 
 struct Range {
   char32_t first;
@@ -37,6 +40,9 @@ std::size_t columnsOf(char32_t code) {
       {0x1100, 0x115f}, {0x2e80, 0x303e},   {0x3041, 0x33ff},  {0x3400, 0x4dbf}, {0x4e00, 0x9fff},
       {0xa000, 0xa4cf}, {0xac00, 0xd7a3},   {0xf900, 0xfaff},  {0xfe30, 0xfe6f}, {0xff00, 0xff60},
       {0xffe0, 0xffe6}, {0x1f300, 0x1faff}, {0x20000, 0x3fffd}};
+  if (code < kNone[0].first) {
+    return 1;  // which most are
+  }
   if (isIn(kNone, code)) {
     return 0;
   }
@@ -59,6 +65,38 @@ std::size_t columnsOf(std::string_view text) {
     text.remove_prefix(character.bytes.size());
   }
   return columns;
+}
+
+std::string_view firstColumns(std::string_view text, std::size_t columns) {
+  std::size_t length = 0;
+  for (std::size_t left = columns; length < text.size();) {
+    const std::string_view character = firstCharacterOf(text.substr(length)).bytes;
+    const std::size_t width = columnsOf(character);
+    if (width > left) {
+      break;
+    }
+    left -= width;
+    length += character.size();
+  }
+  return text.substr(0, length);
+}
+
+std::string shortened(std::string_view text, std::size_t columns) {
+  const std::size_t width = columnsOf(text);
+  if (width <= columns) {
+    return std::string(text);
+  }
+  const std::string_view mark = canShow(kLeftOut) ? kLeftOut : kLeftOutInAscii;
+  if (columns <= columnsOf(mark) + 1) {
+    return std::string(firstColumns(text, columns));
+  }
+  const std::size_t kept = columns - columnsOf(mark);
+  const std::string_view head = firstColumns(text, (kept + 1) / 2);
+  std::string_view tail = text.substr(head.size());
+  while (columnsOf(tail) > kept - columnsOf(head)) {
+    tail.remove_prefix(firstCharacterOf(tail).bytes.size());
+  }
+  return std::string(head).append(mark).append(tail);
 }
 
 std::size_t widthOfOutput() {

@@ -13,6 +13,14 @@ namespace TarvexDiags::FrontEnd {
 /// none for those that stand on the one before.
 std::size_t columnsOf(std::string_view text);
 
+/// What of a printable text fits into so many columns from its beginning; no character is cut in
+/// two, and those that stand on the one before stay with it.
+std::string_view firstColumns(std::string_view text, std::size_t columns);
+
+/// A printable text in at most so many columns, with a mark for what is left out of its middle:
+/// names that are alike at one end mostly differ at the other.
+std::string shortened(std::string_view text, std::size_t columns);
+
 /// How wide lines may be that go to standard output: the window's width, within bounds in which
 /// text can be read; a usual one where there is no window.
 std::size_t widthOfOutput();

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <sstream>
 
 #include "diagctl/terminal/Columns.h"
@@ -25,6 +26,23 @@ TEST(Columns, bound_the_lines_of_a_text) {
   EXPECT_THAT(wrapped("incomprehensible word", 5), ElementsAre("incomprehensible", "word"));
   EXPECT_THAT(wrapped("内存 内存", 8), ElementsAre("内存", "内存"));
   EXPECT_THAT(wrapped("  ", 5), IsEmpty());
+}
+
+TEST(Columns, hold_the_beginning_of_a_text_and_no_half_of_a_character) {
+  EXPECT_EQ(firstColumns("memory", 3), "mem");
+  EXPECT_EQ(firstColumns("内存测试", 5), "内存");
+  EXPECT_EQ(firstColumns("e\u0301a", 1), "e\u0301");
+  EXPECT_EQ(firstColumns("ab", 9), "ab");
+  EXPECT_EQ(firstColumns("内", 1), "");
+}
+
+TEST(Columns, hold_both_ends_of_a_text_that_is_too_long) {
+  setenv("LC_ALL", "C.UTF-8", 1);
+  EXPECT_EQ(shortened("Walking ones on Node 0", 22), "Walking ones on Node 0");
+  EXPECT_EQ(shortened("Walking ones on Node 0", 11), "Walki…ode 0");
+  EXPECT_EQ(shortened("メモリの全ビット検査", 9), "メモ…検査");
+  EXPECT_EQ(columnsOf(shortened("メモリの全ビット検査", 8)), 7U) << "a character takes two";
+  EXPECT_EQ(shortened("memory", 1), "m");
 }
 
 std::string textOf(const Table& table) {
