@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <exception>
@@ -17,13 +18,18 @@ namespace TarvexDiags::FrontEnd {
 class EventRelay {
  public:
   using Tell = std::function<void(const RunEvent&)>;
+  using Idle = std::function<void()>;
 
   /// Progress, and values of sensors, beyond so many events that wait are left out: the next one
   /// tells the same, later.
   static constexpr std::size_t kMostProgress = 1000;
 
-  /// @param tell called on the thread of the relay alone.
-  explicit EventRelay(Tell tell);
+  /// How long nothing is told before `idle` is called, and between two such calls.
+  static constexpr std::chrono::milliseconds kIdleTime{100};
+
+  /// @param tell called on the thread of the relay alone. @param idle the same, while no event
+  ///   waits; null: nothing is to be done then.
+  explicit EventRelay(Tell tell, Idle idle = nullptr);
   /// Waits until everything was told, whatever came of it.
   ~EventRelay();
   EventRelay(const EventRelay&) = delete;
@@ -31,6 +37,9 @@ class EventRelay {
 
   /// Takes an event over; never waits for it to be told.
   void post(RunEvent event);
+
+  /// Has `idle` called at once, or behind the events that wait. From any thread.
+  void wake();
 
   /// Whether events wait behind the one that is being told. For the teller.
   bool isBehind() const;
@@ -41,12 +50,17 @@ class EventRelay {
 
  private:
   void run();
+  std::deque<RunEvent> takeWaiting();
+  void tellAll(const std::deque<RunEvent>& taken);
+  bool hasEnded() const;
   void end();
 
   Tell m_tell;
+  Idle m_idle;
   mutable System::Mutex m_lock;
   System::ConditionVariable m_changed;
   std::deque<RunEvent> m_waiting TARVEXDIAGS_GUARDED_BY(m_lock);
+  bool m_isWoken TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   bool m_hasEnded TARVEXDIAGS_GUARDED_BY(m_lock) = false;
   std::size_t m_taken = 0;       ///< by the thread, that it has not begun to tell
   std::exception_ptr m_failure;  ///< of the thread; looked at when it has ended

@@ -103,6 +103,24 @@ TEST(EventRelay, tells_everything_before_it_goes) {
   EXPECT_EQ(told, 100);
 }
 
+TEST(EventRelay, has_time_for_something_else_while_nothing_is_told) {
+  std::promise<void> isIdle;
+  int told = 0;
+  int idle = 0;
+  EventRelay relay([&](const RunEvent&) { ++told; },
+                   [&] {
+                     if (++idle == 2) {
+                       isIdle.set_value();
+                     }
+                   });
+  relay.wake();
+  isIdle.get_future().wait();
+  relay.post(message("one"));
+  relay.finish();
+  EXPECT_EQ(told, 1);
+  EXPECT_GE(idle, 2) << "once when it was woken, once by itself";
+}
+
 TEST(EventRelay, hands_on_what_the_teller_throws) {
   int told = 0;
   EventRelay relay([&](const RunEvent&) {
