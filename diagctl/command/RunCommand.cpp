@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -19,11 +17,10 @@
 #include "diagctl/command/Listing.h"
 #include "diagctl/command/MachineParts.h"
 #include "diagctl/command/OpenSession.h"
-#include "diagctl/report/EventRelay.h"
+#include "diagctl/command/RunFollowers.h"
 #include "diagctl/report/Forecast.h"
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/Output.h"
-#include "diagctl/report/Progress.h"
 #include "diagctl/report/RunMetrics.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/report/SystemLog.h"
@@ -37,7 +34,6 @@
 #include "diagctl/session/PackageSettings.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/session/Session.h"
-#include "diagctl/terminal/Keyboard.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Capabilities.h"
@@ -49,112 +45,6 @@ namespace {
 namespace Contract = PackageKit::Contract;
 
 constexpr unsigned long kMostSeconds = 1UL << 40;  ///< that a run is told to take
-
-/// What a run has to do by the packages' descriptions, which its start does not wait for, and how
-/// its tests stand to each other.
-struct Schedule {
-  std::vector<Load> loads;  ///< of the requests, in their order
-  bool isSerial = false;
-};
-
-/// Tells a run to whoever follows it, on threads of their own, so that neither the run nor the
-/// keyboard waits for any of them. What people see stands in the files already; what else may wait
-/// for a reader is told by itself. The line of progress goes with standard output, as both may be
-/// one terminal.
-class Followers {
- public:
-  Followers(Outputs& outputs, const Schedule& schedule, bool isQuiet)
-      : m_progress(standardError(), isatty(STDERR_FILENO) != 0, schedule.loads.size()),
-        m_isQuiet(isQuiet),
-        m_people([this, &outputs](const RunEvent& event) { tellPeople(outputs, event); }),
-        m_files([this, &outputs](const RunEvent& event) { tellFiles(outputs, event); }) {
-    m_progress.expect(schedule.loads, schedule.isSerial);
-    for (std::size_t index = 0; index + 1 < outputs.count(); ++index) {
-      if (!outputs.isPlainFile(index)) {
-        m_others.emplace_back(
-            [&outputs, index](const RunEvent& event) { outputs.handle(index, event); });
-      }
-    }
-  }
-
-  /// For a person who aborts one: the step that was drawn first; 0 for none. From any thread.
-  unsigned long firstRunning() const { return m_isQuiet ? 0 : m_progress.firstRunning(); }
-
-  /// The run is to end before its time. From any thread.
-  void announceEnding() { m_progress.announceEnding(); }
-
-  void tell(const RunEvent& event) {
-    m_files.post(event);
-    for (EventRelay& other : m_others) {
-      other.post(event);
-    }
-  }
-
-  /// Waits until everything was told.
-  void finish() {
-    m_files.finish();
-    m_people.finish();
-    for (EventRelay& other : m_others) {
-      other.finish();
-    }
-    if (!m_isQuiet) {
-      m_progress.finish();
-    }
-  }
-
- private:
-  void tellFiles(Outputs& outputs, const RunEvent& event) {
-    for (std::size_t index = 0; index + 1 < outputs.count(); ++index) {
-      if (outputs.isPlainFile(index)) {
-        outputs.handle(index, event);
-      }
-    }
-    m_people.post(event);
-  }
-
-  // With the line of progress out of the way.
-  void tellPeople(Outputs& outputs, const RunEvent& event) {
-    if (m_isQuiet) {
-      outputs.handle(outputs.count() - 1, event);
-      return;
-    }
-    m_progress.erase();
-    outputs.handle(outputs.count() - 1, event);
-    if (m_people.isBehind()) {
-      m_progress.handleInPassing(event);
-    } else {
-      m_progress.handle(event);
-    }
-  }
-
-  Progress m_progress;  // touched by the thread that tells people, and asked for its first step
-  const bool m_isQuiet;
-  std::list<EventRelay> m_others;  // which stay where they are
-  EventRelay m_people;
-  EventRelay m_files;
-};
-
-std::function<void(char)> keysFor(const Followers& followers) {
-  return [&](char key) {
-    RunRequests& requests = Interruption::requests();
-    switch (key) {
-      case 's':
-        requests.suspendAll = true;
-        break;
-      case 'r':
-        requests.resumeAll = true;
-        break;
-      case 'a':
-        requests.abortStep = followers.firstRunning();
-        break;
-      case 'q':
-        requests.abortAll = true;
-        break;
-      default:
-        break;
-    }
-  };
-}
 
 SessionSettings settingsOf(const RunCommandOptions& options) {
   SessionSettings settings;
@@ -269,11 +159,7 @@ RunStarted openingOf(const RunCommandOptions& options, Session& session, const R
 
 RunRecord runPlan(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                   const Schedule& schedule, Outputs& outputs) {
-  Followers followers(outputs, schedule, options.isQuiet);
-  std::optional<Keyboard> keyboard;
-  if (!options.isQuiet) {
-    keyboard.emplace(keysFor(followers));
-  }
+  RunFollowers followers(outputs, schedule, options.isQuiet, Interruption::requests());
   Runner runner(
       session, plan, [&](const RunEvent& event) { followers.tell(event); },
       Interruption::requests(), [&] { followers.announceEnding(); });

@@ -1,56 +1,32 @@
 #include "diagctl/report/Progress.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <utility>
+#include <charconv>
+#include <iterator>
 
+#include "diagctl/report/Figures.h"
 #include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
-#include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr std::size_t kMostLines = 12;
-constexpr int kBarWidth = 20;
 constexpr const char* kCelsius = "°C";
+constexpr std::string_view kPerSecond = "/s";
 constexpr double kColdest = -273.15;
 constexpr std::chrono::milliseconds kShortestView{100};
+constexpr std::chrono::seconds kLongestView{1};
 
 /// 0 for a step that is no request, and so nothing to watch.
 unsigned long numberOf(const std::string& stepId) {
-  return std::strtoul(stepId.c_str(), nullptr, 10);
-}
-
-std::string clock(double seconds) {
-  const auto whole = static_cast<long>(seconds);
-  return whole >= 3600 ? fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60)
-                       : fmt::format("{}:{:02}", whole / 60, whole % 60);
-}
-
-std::string remainingTime(unsigned int percent, double elapsed) {
-  return percent > 0 && percent < 100 ? clock(elapsed * (100.0 - percent) / percent) : "-";
-}
-
-// Longer lines would wrap, and could not be erased again. No character is cut in two.
-std::string cut(const std::string& line, std::size_t columns) {
-  return std::string(wholeCharacters(line, columns));
-}
-
-std::string bar(unsigned int percent) {
-  const auto filled = static_cast<std::size_t>(std::min(percent, 100U) * kBarWidth / 100);
-  return std::string(filled, '#') + std::string(kBarWidth - filled, '.');
-}
-
-std::size_t columnsOf(int descriptor) {
-  winsize size{};
-  return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+  unsigned long number = 0;
+  const char* const end = stepId.data() + stepId.size();
+  const auto [rest, error] = std::from_chars(stepId.data(), end, number);
+  return error == std::errc() && rest == end ? number : 0;
 }
 
 }  // namespace
@@ -59,8 +35,8 @@ double Progress::shareOf(const Step& step) {
   return (step.pass - 1 + std::min(step.percent, 100U) / 100.0) / std::max(step.start.passes, 1);
 }
 
-Progress::Progress(Printer& out, bool isTerminal, std::size_t total)
-    : m_out(out), m_isTerminal(isTerminal), m_total(total), m_loads(total) {}
+Progress::Progress(Printer& out, Look look, std::size_t total)
+    : m_out(out), m_look(std::move(look)), m_total(total), m_loads(total) {}
 
 void Progress::handle(const RunEvent& event) {
   take(event);
@@ -77,21 +53,19 @@ void Progress::handleInPassing(const RunEvent& event) {
 
 void Progress::take(const RunEvent& event) {
   erase();
+  m_hasBegun = true;
   if (std::holds_alternative<RunStarted>(event.body)) {
     m_begin = event.time;
-  } else if (const auto* started = std::get_if<StepStarted>(&event.body);
-             started != nullptr && numberOf(started->stepId) != 0) {
-    Step& step = m_steps[numberOf(started->stepId)];
-    step.start = *started;
-    step.begin = event.time;
-    if (!m_isTerminal) {
-      m_out.say("running  {}\n", nameOf(*started));
-    }
+  } else if (const auto* started = std::get_if<StepStarted>(&event.body)) {
+    startStep(event, *started);
   } else if (const auto* progress = std::get_if<StepProgress>(&event.body)) {
-    Step& step = m_steps[numberOf(progress->stepId)];
-    step.percent = progress->percent;
-    step.pass = progress->pass;
-    step.isSuspended = progress->isSuspended;
+    if (const auto step = m_steps.find(numberOf(progress->stepId)); step != m_steps.end()) {
+      step->second.percent = progress->percent;
+      step->second.pass = progress->pass;
+      step->second.isSuspended = progress->isSuspended;
+    }
+  } else if (const auto* figure = std::get_if<StepMeasurement>(&event.body)) {
+    takeFigure(*figure);
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);
@@ -99,27 +73,46 @@ void Progress::take(const RunEvent& event) {
              (message->severity == Severity::Warning || message->severity == Severity::Error)) {
     m_out.print("{}\n", message->text);
   }
+  m_isOver = m_isOver || std::holds_alternative<RunEnded>(event.body);
   takeSigns(event.body);
-  m_firstRunning = m_steps.empty() ? 0 : m_steps.begin()->first;
-  tellEnding();
+}
+
+void Progress::startStep(const RunEvent& event, const StepStarted& started) {
+  const unsigned long number = numberOf(started.stepId);
+  if (number == 0) {
+    return;
+  }
+  Step& step = m_steps[number];
+  step.start = started;
+  step.begin = event.time;
+  look();
+  if (!m_canvas.isDrawn) {
+    m_out.say("running  {} ({} of {} ended)\n", nameOf(started), m_ended, m_total);
+  }
 }
 
 void Progress::endStep(unsigned long number) {
-  const auto entry = m_steps.find(number);
-  if (entry == m_steps.end()) {
+  if (m_steps.erase(number) == 0) {
     return;
   }
   ++m_ended;
   if (number <= m_loads.size()) {
     m_loads[number - 1].seconds = 0;
   }
-  if (!m_isTerminal) {
-    m_out.say("ended    {} ({} of {})\n", nameOf(entry->second.start), m_ended, m_total);
+  // Or the key that is about to be pressed would meet another test.
+  if (m_chosen == number) {
+    m_chosen = 0;
   }
-  m_steps.erase(entry);
 }
 
-// What sensors show, and what the watch has found.
+void Progress::takeFigure(const StepMeasurement& figure) {
+  const auto step = m_steps.find(numberOf(figure.stepId));
+  if (step != m_steps.end() && figure.unit.ends_with(kPerSecond)) {
+    step->second.throughput = toPrintable(describe(figure));
+  }
+}
+
+// What sensors show, and what was found: each thing once, however often it comes.
 void Progress::takeSigns(const RunEventBody& body) {
   if (const auto* series = std::get_if<SeriesStarted>(&body);
       series != nullptr && series->unit == kCelsius) {
@@ -130,44 +123,9 @@ void Progress::takeSigns(const RunEventBody& body) {
       entry->second = element->value;
     }
   } else if (const auto* diagnosis = std::get_if<StepDiagnosis>(&body);
-             diagnosis != nullptr && diagnosis->verdict != Verdict::Pass &&
-             (diagnosis->pass == 0 || diagnosis->stepId == kMachineStep)) {
-    ++m_findings;
+             diagnosis != nullptr && diagnosis->verdict != Verdict::Pass) {
+    m_findings.insert({diagnosis->stepId, diagnosis->symptom});
   }
-}
-
-std::string Progress::signs() const {
-  std::string signs;
-  double hottest = kColdest;
-  for (const auto& [series, value] : m_temperatures) {
-    hottest = std::max(hottest, value);
-  }
-  if (hottest > kColdest) {
-    signs += tr(", hottest {:.0f} °C", hottest);
-  }
-  if (m_findings > 0) {
-    signs += trn(", 1 finding", ", {} findings", m_findings);
-  }
-  return signs;
-}
-
-// On a terminal the lines that are drawn say so.
-void Progress::tellEnding() {
-  if (m_isEnding && !std::exchange(m_isEndingTold, true) && !m_isTerminal) {
-    m_out.say("ending   what still runs ({} of {} ended)\n", m_ended, m_total);
-  }
-}
-
-std::string Progress::lineOf(const Step& step, std::chrono::system_clock::time_point now) const {
-  const double elapsed = secondsBetween(step.begin, now);
-  const std::string remaining = m_isEnding ? tr("ending")
-                                : step.isSuspended
-                                    ? tr("suspended")
-                                    : tr("left {}", remainingTime(step.percent, elapsed));
-  const std::string pass =
-      step.start.passes > 1 ? tr(" pass {}/{}", step.pass, step.start.passes) : "";
-  return tr("[{}] {:3}%{} {} {}  {} on {}", bar(step.percent), step.percent, pass, clock(elapsed),
-            remaining, step.start.test, step.start.device);
 }
 
 void Progress::expect(std::vector<Load> loads, bool isSerial) {
@@ -175,7 +133,8 @@ void Progress::expect(std::vector<Load> loads, bool isSerial) {
   m_isSerial = isSerial;
 }
 
-// At its start by what it was thought to take, then by the share that is done.
+// At its start by what it was thought to take, then by the share that is done. Below 0: nobody
+// knows.
 double Progress::secondsLeft(unsigned long number,
                              std::chrono::system_clock::time_point now) const {
   constexpr double kTellingShare = 0.05;
@@ -193,62 +152,186 @@ double Progress::secondsLeft(unsigned long number,
 }
 
 // Where nobody knows of a test, all are taken to be alike: by the share that is done.
-std::string Progress::timeLeft(std::chrono::system_clock::time_point now) const {
+std::optional<double> Progress::timeLeft(std::chrono::system_clock::time_point now) const {
   std::vector<Load> left = m_loads;
   for (unsigned long number = 1; number <= left.size(); ++number) {
     left[number - 1].seconds = secondsLeft(number, now);
   }
   const TimeNeeded sum = timeNeeded(left);
   if (sum.isComplete) {
-    return clock(m_isSerial ? sum.oneAfterTheOther : sum.sideBySide);
+    return m_isSerial ? sum.oneAfterTheOther : sum.sideBySide;
   }
   double done = static_cast<double>(m_ended);
   for (const auto& [number, step] : m_steps) {
     done += shareOf(step);
   }
   const double open = static_cast<double>(m_total) - done;
-  return done > 0 && open > 0 ? clock(secondsBetween(m_begin, now) * open / done) : "-";
+  return done > 0 && open > 0 ? std::optional(secondsBetween(m_begin, now) * open / done)
+                              : std::nullopt;
 }
 
-std::string Progress::totalLine(std::chrono::system_clock::time_point now) const {
-  const double elapsed = secondsBetween(m_begin, now);
-  if (m_isEnding) {
-    return tr("{} of {} ended, {}, ending{}", m_ended, m_total, clock(elapsed), signs());
+RunningTest Progress::runningTest(unsigned long number, const Step& step,
+                                  std::chrono::system_clock::time_point now) const {
+  using State = RunningTest::State;
+  RunningTest test;
+  test.number = number;
+  test.name = toPrintable(tr("{} on {}", testOf(step.start), deviceOf(step.start)));
+  test.percent = step.percent;
+  test.pass = step.pass;
+  test.passes = step.start.passes;
+  test.elapsed = secondsBetween(step.begin, now);
+  const double done = shareOf(step);
+  if (done > 0 && done < 1) {
+    test.left = test.elapsed * (1 - done) / done;
   }
-  return tr("{} of {} ended, {} left {}{}   s suspend  r resume  a abort one  q abort all", m_ended,
-            m_total, clock(elapsed), timeLeft(now), signs());
+  test.throughput = step.throughput;
+  test.state = m_isEnding || step.isEnding ? State::Ending
+               : step.isSuspended          ? State::Suspended
+                                           : State::Running;
+  return test;
+}
+
+ProgressView Progress::viewAt(std::chrono::system_clock::time_point now) const {
+  ProgressView view;
+  for (const auto& [number, step] : m_steps) {
+    view.tests.push_back(runningTest(number, step, now));
+  }
+  view.ended = m_ended;
+  view.total = m_total;
+  view.elapsed = secondsBetween(m_begin, now);
+  view.left = timeLeft(now);
+  for (const auto& [series, value] : m_temperatures) {
+    if (value > view.hottest.value_or(kColdest)) {
+      view.hottest = value;
+    }
+  }
+  view.findings = m_findings.size();
+  view.isEnding = m_isEnding;
+  view.showsHelp = m_showsHelp;
+  view.chosen = m_chosen;
+  view.firstShown = m_firstShown;
+  return view;
+}
+
+// What was drawn before a stop, or before others got the terminal, is no longer where it was.
+void Progress::look() {
+  const Canvas canvas = m_look();
+  if (!canvas.isDrawn || canvas.continuations != m_canvas.continuations) {
+    m_out.forgetBlock();
+  }
+  m_canvas = canvas;
 }
 
 void Progress::draw(std::chrono::system_clock::time_point now) {
-  if (!m_isTerminal) {
-    m_out.flush();
-    return;
-  }
+  look();
   m_isEndingDrawn = m_isEnding;
-  const std::size_t columns = columnsOf(STDERR_FILENO);
-  std::vector<std::string> lines;
-  std::size_t running = 0;
-  for (const auto& [number, step] : m_steps) {
-    if (++running <= kMostLines) {
-      lines.push_back(lineOf(step, now));
-    }
+  if (m_canvas.isDrawn) {
+    const ProgressLayout part = linesOf(viewAt(now), m_canvas.window);
+    m_firstShown = part.firstShown;
+    m_shown = part.shown;
+    m_out.drawBlock(part.lines);
+    m_drawnAt = std::chrono::steady_clock::now();
   }
-  if (running > kMostLines) {
-    lines.push_back(tr("... and {} more", running - kMostLines));
-  }
-  lines.push_back(totalLine(now));
-  for (const std::string& line : lines) {
-    m_out.print("{}\n", cut(toPrintable(line), columns - 1));
-  }
-  m_drawnLines = lines.size();
-  m_drawnAt = std::chrono::steady_clock::now();
   m_out.flush();
 }
 
+void Progress::lookAround(std::chrono::system_clock::time_point now, Steady steady) {
+  if (!m_hasBegun || m_isOver) {
+    return;
+  }
+  const Canvas canvas = m_look();
+  if (canvas.isDrawn) {
+    m_heartbeatAt = steady;
+    const bool isNews = canvas != m_canvas || (m_isEnding && !m_isEndingDrawn);
+    if (isNews || steady - m_drawnAt >= kLongestView) {
+      draw(now);
+    }
+    return;
+  }
+  look();
+  if (m_heartbeatAt == Steady()) {
+    m_heartbeatAt = steady;
+  } else if (steady - m_heartbeatAt >= kHeartbeat) {
+    m_heartbeatAt = steady;
+    m_out.say("still    {}\n", heartbeatOf(viewAt(now)));
+    m_out.flush();
+  }
+}
+
+/// The test so many places further among those that run; the last or the first at the ends.
+unsigned long Progress::stepBeside(long distance) const {
+  const auto chosen = m_steps.find(m_chosen);
+  const long index = std::distance(m_steps.begin(), chosen) + distance;
+  const long last = static_cast<long>(m_steps.size()) - 1;
+  return std::next(m_steps.begin(), std::clamp(index, 0L, last))->first;
+}
+
+void Progress::scroll(long distance) {
+  if (m_chosen != 0) {
+    m_chosen = stepBeside(distance);
+    return;
+  }
+  const long first = static_cast<long>(m_firstShown) + distance;
+  m_firstShown = static_cast<std::size_t>(std::max(first, 0L));
+}
+
+unsigned long Progress::abortChosen() {
+  if (m_chosen != 0) {
+    m_steps[m_chosen].isEnding = true;
+  }
+  return std::exchange(m_chosen, 0);
+}
+
+// Any other key leaves a test that was chosen be.
+void Progress::pressCharacter(char character) {
+  if (character == '?') {
+    m_showsHelp = !m_showsHelp;
+  } else if (character == 'a' && m_chosen == 0 && !m_steps.empty() && !m_isEnding) {
+    const auto first = static_cast<long>(std::min(m_firstShown, m_steps.size() - 1));
+    m_chosen = std::next(m_steps.begin(), first)->first;
+  } else {
+    m_chosen = 0;
+  }
+}
+
+unsigned long Progress::press(const Key& key, std::chrono::system_clock::time_point now) {
+  if (!m_canvas.isDrawn || !m_hasBegun || m_isOver) {
+    return 0;  // nobody sees what is chosen
+  }
+  unsigned long aborted = 0;
+  const auto page = static_cast<long>(std::max<std::size_t>(m_shown, 1));
+  switch (key.kind) {
+    case Key::Kind::Up:
+      scroll(-1);
+      break;
+    case Key::Kind::Down:
+      scroll(1);
+      break;
+    case Key::Kind::PageUp:
+      scroll(-page);
+      break;
+    case Key::Kind::PageDown:
+      scroll(page);
+      break;
+    case Key::Kind::Enter:
+      aborted = abortChosen();
+      break;
+    case Key::Kind::Escape:
+      m_chosen = 0;
+      m_showsHelp = false;
+      break;
+    case Key::Kind::Character:
+      pressCharacter(key.character);
+      break;
+  }
+  draw(now);
+  return aborted;
+}
+
 void Progress::erase() {
-  if (m_drawnLines > 0) {
-    m_out.eraseLines(m_drawnLines);
-    m_drawnLines = 0;
+  if (m_out.hasBlock()) {
+    look();
+    m_out.eraseBlock();
   }
 }
 

@@ -11,6 +11,7 @@
 
 #include "diagctl/report/ExitStatus.h"
 #include "diagctl/terminal/Keyboard.h"
+#include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd::Interruption {
@@ -32,6 +33,7 @@ char reasonWhenCutShort[256] = "";
 volatile std::sig_atomic_t codeWhenCutShort = 0;
 
 [[noreturn]] void leave(int code, const char* line, const char* reason) {
+  holdBlocksBack();
   Keyboard::restoreTerminal();
   if (directoryToRemove[0] != '\0' || line[0] != '\0' || reason[0] != '\0') {
     const char text[] = {static_cast<char>('0' + code / 100),

@@ -1,6 +1,9 @@
 #include "diagctl/terminal/Printer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <iostream>
 
 namespace TarvexDiags::FrontEnd {
@@ -8,6 +11,12 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 constexpr const char* kReset = "\033[0m";
+constexpr const char* kEraseLine = "\033[K";  // from the cursor on
+constexpr const char* kEraseBelow = "\033[J";
+constexpr char kErase[] = "\r\033[J";
+
+std::atomic<bool> areBlocksHeldBack{false};
+std::atomic<bool> isBlockOnTerminal{false};
 
 const char* beginOf(Colour colour) {
   switch (colour) {
@@ -41,8 +50,41 @@ void Printer::paint(Colour colour, std::string_view text) {
   writeRaw(kReset);
 }
 
-void Printer::eraseLines(std::size_t count) {
-  writeRaw(fmt::format("\033[{}A\033[J", count));
+void Printer::drawBlock(const std::vector<std::string>& lines) {
+  if (areBlocksHeldBack) {
+    return;
+  }
+  std::string block = "\r";
+  for (std::size_t line = 0; line < lines.size(); ++line) {
+    block.append(line == 0 ? "" : "\r\n").append(toPrintable(lines[line])).append(kEraseLine);
+  }
+  block.append(kEraseBelow);
+  if (lines.size() > 1) {
+    block.append(fmt::format("\033[{}A", lines.size() - 1));
+  }
+  block.push_back('\r');
+  m_hasBlock = true;
+  isBlockOnTerminal = &m_stream == &std::cerr;
+  writeRaw(block);
+}
+
+void Printer::eraseBlock() {
+  if (std::exchange(m_hasBlock, false) && !areBlocksHeldBack) {
+    writeRaw(kErase);
+    isBlockOnTerminal = false;
+  }
+}
+
+void holdBlocksBack() {
+  areBlocksHeldBack = true;
+  if (isBlockOnTerminal.exchange(false)) {
+    // Nothing can be done about a terminal that is gone.
+    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, kErase, sizeof kErase - 1);
+  }
+}
+
+void letBlocksBeDrawn() {
+  areBlocksHeldBack = false;
 }
 
 void Printer::writeRaw(std::string_view text) {

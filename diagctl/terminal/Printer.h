@@ -9,6 +9,7 @@
 #include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
@@ -48,8 +49,19 @@ class Printer {
   /// Writes a text in a colour, for a terminal.
   void paint(Colour colour, std::string_view text);
 
-  /// Erases lines that were written last, on a terminal.
-  void eraseLines(std::size_t count);
+  /// Writes lines on a terminal, at once and over the block that was drawn before, and leaves the
+  /// cursor at their beginning: wherever another program writes meanwhile and whatever a resize
+  /// does to them, the next block starts there. Draws nothing while blocks are held back.
+  /// @param lines at least one, each narrower and all of them no higher than the window.
+  void drawBlock(const std::vector<std::string>& lines);
+
+  /// Takes the block away, if one is drawn.
+  void eraseBlock();
+
+  bool hasBlock() const { return m_hasBlock; }
+
+  /// The block that is drawn belongs to other programs now: it stays, or is gone.
+  void forgetBlock() { m_hasBlock = false; }
 
   /// Hands on what was written so far.
   void flush();
@@ -76,7 +88,15 @@ class Printer {
   void writeRaw(std::string_view text);
 
   std::ostream& m_stream;
+  bool m_hasBlock = false;
 };
+
+/// Blocks on the terminal while others have it. Both are safe in a signal handler.
+///
+/// Takes a block that was drawn on standard error away, and lets no other be drawn.
+void holdBlocksBack();
+/// Blocks may be drawn again.
+void letBlocksBeDrawn();
 
 /// The reports and answers of the program.
 Printer& standardOutput();

@@ -129,6 +129,7 @@ void Program::become(const std::vector<std::string>& arguments, const Options& o
        {"NO_COLOR", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_CONFIG_HOME", "XDG_STATE_HOME", "HOME"}) {
     unsetenv(variable);
   }
+  setenv("TERM", "xterm", 1);
   for (const auto& [name, value] : options.environment) {
     setenv(name.c_str(), value.c_str(), 1);
   }

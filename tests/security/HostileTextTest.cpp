@@ -81,9 +81,11 @@ std::vector<std::string> harmsIn(const std::string& output) {
   return harms;
 }
 
-/// What the program itself sends to a terminal: colours, and lines taken back.
+/// What the program itself sends to a terminal: colours, and the lines of a display that are drawn
+/// and taken back.
 std::string withoutOwnSequences(const std::string& output) {
-  static const std::regex kOwn("\x1b\\[(0|3[123])m|\x1b\\[\\d+A\x1b\\[J|\r(?=\n)");
+  static const std::regex kOwn(
+      "\x1b\\[(0|3[123])m|\x1b\\[K|\x1b\\[J(\x1b\\[\\d+A)?\r|\r\x1b\\[J|\r(?=[\r\n]|\x1b\\[K)");
   return std::regex_replace(output, kOwn, "");
 }
 

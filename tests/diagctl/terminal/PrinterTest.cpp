@@ -40,8 +40,36 @@ TEST(Printers, steer_a_terminal_by_what_they_send_themselves) {
   std::ostringstream out;
   Printer printer(out);
   printer.paint(Colour::Red, "a\x1b[0mb");
-  printer.eraseLines(3);
-  EXPECT_EQ(out.str(), "\x1b[31ma\\x1b[0mb\x1b[0m\x1b[3A\x1b[J");
+  EXPECT_EQ(out.str(), "\x1b[31ma\\x1b[0mb\x1b[0m");
+}
+
+TEST(Blocks, leave_the_cursor_where_the_next_one_begins) {
+  std::ostringstream out;
+  Printer printer(out);
+  printer.drawBlock({"one", "t\x1bo"});
+  EXPECT_EQ(out.str(), "\rone\x1b[K\r\nt\\x1bo\x1b[K\x1b[J\x1b[1A\r");
+  out.str("");
+  printer.eraseBlock();
+  EXPECT_EQ(out.str(), "\r\x1b[J");
+  out.str("");
+  printer.eraseBlock();
+  EXPECT_EQ(out.str(), "") << "there is none";
+  printer.drawBlock({"one"});
+  out.str("");
+  printer.forgetBlock();
+  printer.eraseBlock();
+  EXPECT_EQ(out.str(), "") << "it is somebody else's";
+}
+
+TEST(Blocks, are_held_back_while_others_have_the_terminal) {
+  std::ostringstream out;
+  Printer printer(out);
+  holdBlocksBack();
+  printer.drawBlock({"one"});
+  EXPECT_EQ(out.str(), "");
+  letBlocksBeDrawn();
+  printer.drawBlock({"one"});
+  EXPECT_NE(out.str(), "");
 }
 
 TEST(Printers, know_that_something_could_not_be_written) {
