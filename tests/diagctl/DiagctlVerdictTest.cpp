@@ -157,7 +157,7 @@ TEST_F(DiagctlVerdict, of_a_vanished_device_is_trouble_in_one_line) {
   const ReportedRun run = misbehave("Vanished device");
   expectVerdict(run, "ERROR", kNoVerdict);
   EXPECT_THAT(run.symptomsOf(m_step), ElementsAre("device-vanished"));
-  EXPECT_THAT(linesOf(run.accountOf(m_step, "jsonl")),
+  EXPECT_THAT(linesOf(run.accountOf(m_step, "text")),
               ElementsAre(HasSubstr("has vanished"), HasSubstr("-> ")));
 }
 
