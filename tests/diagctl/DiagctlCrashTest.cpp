@@ -341,7 +341,7 @@ TEST_F(CrashedTest, is_ended_by_the_key_for_one_test_while_it_is_repeated) {
   ASSERT_TRUE(TestSupport::eventually(
       [&] { return contentsOf(log()).find("Repeated on Left") != std::string::npos; }));
   ASSERT_TRUE(program.waitFor("Add on Left"));
-  program.type("a");
+  program.type("a\n");
   EXPECT_EQ(program.finish().exitCode, kNoVerdict);
   EXPECT_THAT(faultsOf(lines()), IsEmpty());
   EXPECT_EQ(artifacts(lines(), "testStepEnd").at(0)["status"], "ERROR");

@@ -255,7 +255,7 @@ TEST(StorageHealth, of_a_disk_that_is_there_no_more_is_not_asked_for) {
       FAIL();
     } catch (const std::system_error& error) {
       EXPECT_EQ(error.code().value(), ENODEV);
-      EXPECT_THAT(error.what(), HasSubstr("none ("));
+      EXPECT_THAT(error.what(), HasSubstr("none: "));
     }
   }
 }
