@@ -17,9 +17,9 @@ struct MergeCommandOptions {
 };
 
 /// The verb merge: writes the runs of the logs into one, which stands there whole or not at all,
-/// and tells what they came to: on standard error where standard output takes the log. Lines stay as
-/// they stand in the logs, unless what identifies machines is to be hidden: then the runs are written
-/// anew.
+/// and tells what they came to: on standard error where standard output takes the log. Lines stay
+/// as they stand in the logs, unless what identifies machines is to be hidden: then the runs are
+/// written anew.
 /// @return the exit code of the worst run.
 int carryOutMerge(const MergeCommandOptions& options);
 
