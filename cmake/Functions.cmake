@@ -17,16 +17,18 @@ function(tarvex_set_run_path target)
   set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${ARGN}")
 endfunction()
 
-# tarvex_precompile(<target> [<header>...]): in the builds that compile together, the standard headers that
+# tarvex_precompile(<target> [<header>...]): in the builds that compile all together, the standard headers that
 # most sources include are compiled once for all of the target's, and those given with them, and the sources
 # eight at a time. Sources that have names of their own in common with others of their folder say so with
 # tarvex_compile_alone.
 function(tarvex_precompile target)
-  if(TARVEX_COMPILE_TOGETHER)
+  if(TARVEX_COMPILE_TOGETHER STREQUAL "all")
     target_precompile_headers(
       ${target} PRIVATE <algorithm> <chrono> <fstream> <functional> <map> <memory> <mutex>
       <optional> <sstream> <string> <thread> <utility> <vector> ${ARGN})
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
+    # What a source keeps to itself, gcc takes for what a header should not have.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   endif()
 endfunction()
 

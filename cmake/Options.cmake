@@ -2,9 +2,11 @@
 
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
-# Most of what a source takes to compile is what it includes: presets that nobody installs turn this on.
-# The release shows what a source forgot to include, and clang-tidy what a test forgot.
-option(TARVEX_COMPILE_TOGETHER "Compile eight sources of a target at a time" OFF)
+# Most of what a source takes to compile is what it includes. The release shows what a source forgot to
+# include, and clang-tidy what a test forgot.
+set(TARVEX_COMPILE_TOGETHER "nothing"
+    CACHE STRING "What is compiled eight sources of a target at a time: nothing, tests or all")
+set_property(CACHE TARVEX_COMPILE_TOGETHER PROPERTY STRINGS nothing tests all)
 set(TARVEX_INSTRUMENTATION "none"
     CACHE STRING "What the build is instrumented for: none, asan, tsan or coverage")
 set_property(CACHE TARVEX_INSTRUMENTATION PROPERTY STRINGS none asan tsan coverage)

@@ -207,7 +207,7 @@ stage_guest() {
 # from a configuration of their own: a precompiled header would have to be built first.
 sources_for_tidy() {
   quietly build/logs/tidy-configure.log cmake --preset asan -B build/tidy \
-    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DTARVEX_COMPILE_TOGETHER=OFF || fail "tidy: configuring"
+    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DTARVEX_COMPILE_TOGETHER=nothing || fail "tidy: configuring"
   local pattern
   pattern="^$PWD/($(IFS='|' && echo "${TIDY_FOLDERS[*]}"))/"
   grep -oE '"file": "[^"]+"' build/tidy/compile_commands.json | cut -d'"' -f4 | grep -E "$pattern" |
