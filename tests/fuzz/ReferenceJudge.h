@@ -207,7 +207,8 @@ class Hearing {
     }
     // What a process can see of itself: neither a crash nor a time-out nor a kill.
     const std::vector<std::uint64_t> known = {9003, 9004, 9005, 9006, 9007, 9013, 9014, 9017};
-    return words == 1 && std::find(known.begin(), known.end(), code) != known.end();
+    const std::size_t due = code == 9005 ? 2 : 1;  // how it is known that the device is gone
+    return words == due && std::find(known.begin(), known.end(), code) != known.end();
   }
 
   bool m_tellsLog;
