@@ -349,6 +349,10 @@ std::optional<RunEventBody> toSeries(const std::string& stepId, const Json& arti
   return std::nullopt;
 }
 
+bool isRunStart(const Json& line) {
+  return line.contains("testRunArtifact") && line["testRunArtifact"].contains("testRunStart");
+}
+
 /// Turns the lines of one run into its stream, and keeps what an artifact says of those behind it.
 class RunParser {
  public:
@@ -535,6 +539,7 @@ bool JsonlReader::endsHere() {
 bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
   RunParser parser;
   bool hasBegun = false;
+  bool hasStarted = false;
   while (nextLine()) {
     const unsigned long number = m_line;
     const auto fail = [&](const std::string& reason) {
@@ -542,7 +547,9 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
     };
     try {
       const Json line = parseLine(m_text);
-      if (line.contains("schemaVersion") && std::exchange(hasBegun, true)) {
+      const bool isNext = (line.contains("schemaVersion") && std::exchange(hasBegun, true)) ||
+                          (isRunStart(line) && std::exchange(hasStarted, true));
+      if (isNext) {
         m_isPending = true;
         return true;
       }

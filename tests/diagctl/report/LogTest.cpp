@@ -6,11 +6,13 @@
 #include <chrono>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "diagctl/report/Figures.h"
 #include "diagctl/report/JsonlReader.h"
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/RunVerdict.h"
 #include "diagctl/terminal/Printer.h"
 #include "tests/diagctl/Samples.h"
 
@@ -138,6 +140,21 @@ TEST(Log, may_break_off_in_its_last_line) {
   const std::string log = toLog(wholeRun());
   const auto events = fromLog(log.substr(0, log.size() - 20));
   EXPECT_EQ(events.size(), wholeRun().size() - 1);
+}
+
+// The first of them has no end, which the end of the other one would hide.
+TEST(Log, holds_another_run_where_one_starts_without_a_schema) {
+  const auto time = std::chrono::system_clock::time_point();
+  std::string second = toLog({{time, RunStarted{}}, {time, endOf(RunVerdict::Passed)}});
+  second.erase(0, second.find('\n') + 1);
+  std::istringstream in(toLog({{time, RunStarted{}}}) + second);
+  JsonlReader reader(in, "log");
+  std::vector<std::size_t> events;
+  std::size_t count = 0;
+  while (reader.readRun([&](const RunEvent&) { ++count; })) {
+    events.push_back(std::exchange(count, 0));
+  }
+  EXPECT_EQ(events, (std::vector<std::size_t>{1, 2}));
 }
 
 }  // namespace
