@@ -24,6 +24,10 @@ bool mayAnnounce(Kind kind, const std::string& device) {
   return kind == Kind::MachineCheckCorrected && device == kAnyDevice;
 }
 
+bool isMachineCheck(Kind kind) {
+  return kind == Kind::MachineCheckCorrected || kind == Kind::MachineCheckUncorrected;
+}
+
 bool namesParts(const std::vector<Finding>& findings) {
   return std::none_of(findings.begin(), findings.end(),
                       [](const Finding& finding) { return finding.part.empty(); });
@@ -127,10 +131,10 @@ std::vector<Finding> Merger::rest() {
 
 bool Merger::isAnnouncedAlready(const Finding& finding) const {
   return mayAnnounce(finding.kind, finding.device) &&
-         std::any_of(m_groups.begin(), m_groups.end(), [&](const Group& group) {
-           return group.kind == finding.kind && group.device != kAnyDevice &&
-                  group.bySource.contains(finding.source);
-         });
+         (finding.time <= m_announcedUntil ||
+          std::any_of(m_groups.begin(), m_groups.end(), [](const Group& group) {
+            return isMachineCheck(group.kind) && group.device != kAnyDevice;
+          }));
 }
 
 // The kernel says that machine checks were logged before it says which: that alone would be taken
@@ -147,6 +151,9 @@ bool Merger::isAnnouncement(const Group& group) const {
 void Merger::settle(const Group& group, Moment until, std::vector<Finding>& findings) {
   if (isAnnouncement(group)) {
     return;
+  }
+  if (isMachineCheck(group.kind) && group.device != kAnyDevice) {
+    m_announcedUntil = until;
   }
   const auto knowledgeOf = [](const auto& told) {
     return std::pair(totalOf(told.second), namesParts(told.second));

@@ -55,6 +55,7 @@ class Merger {
   std::chrono::milliseconds m_window;
   std::vector<Group> m_groups;
   std::vector<Credit> m_credits;
+  Moment m_announcedUntil = Moment::min();  ///< what names no processor announces what was told
 };
 
 }  // namespace TarvexDiags::Watching

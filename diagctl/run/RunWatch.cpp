@@ -268,8 +268,9 @@ bool RunWatch::isProvoked(const Finding& finding) const {
 }
 
 void RunWatch::take(Finding finding) {
+  // No test of this run has to do with it; but nobody has told it yet.
   if (finding.isBefore) {
-    tellBefore(finding);
+    tell(MachineWatch::kStep, {}, finding);
     return;
   }
   const std::vector<std::string> tests = m_attribution.testsOf(finding);
@@ -283,14 +284,6 @@ void RunWatch::take(Finding finding) {
   }
   const bool isOfStep = tests.size() == 1 && isOpen(tests.front());
   tell(isOfStep ? tests.front() : MachineWatch::kStep, tests, finding);
-}
-
-// No test of this run has to do with it: somebody is to look at it, and nothing has failed.
-void RunWatch::tellBefore(Finding finding) {
-  if (finding.severity == Watching::Severity::Failure) {
-    finding.severity = Watching::Severity::Warning;
-  }
-  tell(MachineWatch::kStep, {}, finding);
 }
 
 // The test itself may be about to find it, and it is told once.

@@ -86,7 +86,6 @@ class RunWatch {
   void tellAbsent();
   bool isProvoked(const Watching::Finding& finding) const;
   void take(Watching::Finding finding);
-  void tellBefore(Watching::Finding finding);
   void tellVanished(const Watching::Finding& finding, const std::vector<std::string>& tests);
   void tell(const std::string& stepId, const std::vector<std::string>& tests,
             const Watching::Finding& finding);

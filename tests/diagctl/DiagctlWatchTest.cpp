@@ -191,9 +191,9 @@ TEST_F(WatchedRun, tells_what_was_before_it_as_such_and_blames_no_test_for_it) {
   begin();
   log("0,1,1,-;[Hardware Error]: event severity: fatal PROCESSOR 0 TIME 1000 SOCKET 0\n");
   const ReportedRun run = finish();
-  EXPECT_EQ(run.exitCode(), kPassed) << run.outcome().out;
+  EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
   EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));
-  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("WARNING"));
+  EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("FAILED"));
   EXPECT_THAT(run.formatsWithout(m_step, "had an error (machine check) before this run"),
               IsEmpty());
 }

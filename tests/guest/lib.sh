@@ -164,6 +164,17 @@ interfaces() {
   given "a wire between them" within 60 eval 'carrier_is eth0 1 && carrier_is eth1 1'
 }
 
+# machine_check CPU STATUS BANK: lets the processor report one. The module takes the time of an error from
+# when it was loaded, so it is loaded anew; the write to bank lets the error happen.
+machine_check() {
+  local folder=/sys/kernel/debug/mce-inject
+  if [[ -e $folder ]]; then
+    modprobe --remove mce-inject || return
+  fi
+  modprobe mce-inject && echo sw >$folder/flags && echo "$1" >$folder/cpu &&
+    echo "$2" >$folder/status && echo 0x12345000 >$folder/addr && echo "$3" >$folder/bank
+}
+
 # all_modules SERIAL: the drivers of all that the machine has, and what they drive is there. SERIAL is the
 # serial number of its NVMe disk.
 all_modules() {

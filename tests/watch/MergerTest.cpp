@@ -76,6 +76,16 @@ TEST_F(MergerTest, takes_the_announcement_of_a_machine_check_for_none_of_its_own
   EXPECT_THAT(dueAt(11'000), ElementsAre("kmsg machine - 1"));
 }
 
+TEST_F(MergerTest, takes_an_announcement_that_comes_behind_for_none_of_its_own) {
+  take(0, SourceKind::MachineChecks, Kind::MachineCheckUncorrected, "cpu:1", "bank 4");
+  take(5, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(2000), ElementsAre("mce cpu:1 bank 4 1"));
+  take(2001, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(4001), IsEmpty());
+  take(9000, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(11'000), ElementsAre("kmsg machine - 1"));
+}
+
 TEST_F(MergerTest, tells_a_corrected_machine_check_once_however_it_is_announced) {
   const auto announce = [this](int time) {
     take(time, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");

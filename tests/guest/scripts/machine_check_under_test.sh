@@ -5,30 +5,23 @@
 source tests/guest/lib.sh
 
 TEST=1 # Integer arithmetic
-MCE=/sys/kernel/debug/mce-inject
-
-# The write to bank lets the error happen.
-machine_check() {
-  echo sw >$MCE/flags && echo 1 >$MCE/cpu && echo 0xbc00000004010091 >$MCE/status &&
-    echo 0x12345000 >$MCE/addr && echo 4 >$MCE/bank
-}
 
 kernel_told() {
   dmesg | grep -qE 'Machine Check.*Bank 4'
 }
 
-module mce-inject
 WATCH=all configure CUSTOMER
 setting processor TestID$TEST DurationSeconds=8
 begin_run check -p processor -t $TEST
 given "a test of core 1 that runs" within 60 has_started check $TEST host/cpu1
-given "a machine check" machine_check
+given "a machine check" machine_check 1 0xbc00000004010091 4
 given "a kernel that has told it" within 30 kernel_told
 end_run check
 
 must the_core_has_failed all_are FAILED check "on Core 1 "
 must the_machine_check_is_told tells check "" '[Mm]achine check'
 must the_bank_is_told tells check "" '[Bb]ank 4'
+must it_is_all_that_is_told [ "$(diagnoses check)" = 1 ]
 must the_other_core_passes all_are PASSED check "on Core 0 "
 must the_run_says_that_hardware_is_at_fault exited_with 1
 

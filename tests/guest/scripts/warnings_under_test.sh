@@ -7,14 +7,6 @@
 # shellcheck source=tests/guest/lib.sh
 source tests/guest/lib.sh
 
-MCE=/sys/kernel/debug/mce-inject
-
-# The write to bank lets the error happen.
-machine_check() {
-  echo sw >$MCE/flags && echo 0 >$MCE/cpu && echo 0x9c00000005010091 >$MCE/status &&
-    echo 0x12345000 >$MCE/addr && echo 5 >$MCE/bank
-}
-
 # forge TEXT...: lines in the kernel's log, with and without a priority that claims to be the kernel's.
 forge() {
   local text
@@ -42,7 +34,6 @@ log_tells() {
   grep -qs -- "$1" "$WORK/warned.jsonl"
 }
 
-module mce-inject
 module aer_inject
 module nvme
 given "an NVMe disk" within 30 has_disk LAB-NVME
@@ -62,7 +53,7 @@ begin_run warned -p processor -p network -p storage -d 'Core 0*' -d '*eth1*' -d 
 given "a test of the disk that runs" within 60 has_started warned 5 "host/$nvme"
 given "a disk that warns" host qom-set /machine/peripheral/nvme0 smart_critical_warning 4
 given "a test of core 0 that runs" within 60 has_started warned 1 host/cpu0
-given "a corrected machine check" machine_check
+given "a corrected machine check" machine_check 0 0x9c00000005010091 5
 given "a test of the link that runs" within 60 has_started warned 1 host/eth1
 given "an error of the link that is corrected" link_error "$adapter"
 given "lines that anybody could write" forge \
