@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -243,7 +244,7 @@ class BusyLoops {
     for (long left = 2 * sysconf(_SC_NPROCESSORS_ONLN); left > 0; --left) {
       const pid_t loop = fork();
       if (loop == 0) {
-        static_cast<void>(nice(niceness));
+        setpriority(PRIO_PROCESS, 0, niceness);
         for (volatile bool isOver = false; !isOver;) {
         }
         _exit(0);
