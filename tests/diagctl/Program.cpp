@@ -227,12 +227,13 @@ static pid_t parentOf(pid_t process) {
   return end == std::string::npos ? -1 : std::atoi(line.c_str() + end + 4);
 }
 
-// What is not for a test says so in its last argument.
-static bool looksForDevices(pid_t process) {
+// What is not for a test says so in its last argument. A process has its new name a moment before
+// its arguments can be read: until then it may be either.
+static bool isForTest(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
   const std::string arguments{std::istreambuf_iterator<char>(file), {}};
   const std::string purpose("\0discovery\0", 11);
-  return arguments.size() > purpose.size() && arguments.ends_with(purpose);
+  return !arguments.empty() && !arguments.ends_with(purpose);
 }
 
 // The program's child is the reaper, and the worker its child.
@@ -247,7 +248,7 @@ std::vector<pid_t> Program::workers() const {
     const std::size_t state = line.find(name);
     if (state != std::string::npos && line[state + name.size()] != 'Z' &&
         parentOf(std::atoi(line.c_str() + state + name.size() + 1)) == m_process &&
-        !looksForDevices(std::atoi(line.c_str()))) {
+        isForTest(std::atoi(line.c_str()))) {
       workers.push_back(std::atoi(line.c_str()));
     }
   }

@@ -221,8 +221,9 @@ TEST_F(MemoryInjection, memory_that_may_not_be_locked_is_tested_all_the_same_and
 }
 
 TEST_F(MemoryInjection, page_poisoned_while_the_memory_is_populated_fails_the_test) {
-  // A run that is not over before the fault comes, however late.
-  begin(RandomPatterns, "MaximumMegabytes=128\nRounds=100000\n");
+  // A run that is not over before the fault comes, however late, and does not outlive it: when the
+  // memory has been populated by then, the sweeps would go on without the page.
+  begin(RandomPatterns, "MaximumMegabytes=128\nRounds=100000\n", {"--halt-on-error"});
   memory->physicalAddressOf(memory->begin());
   memory->poison(0, memory->begin(), BUS_MCEERR_AO);
   const ReportedRun run = end();
