@@ -31,17 +31,6 @@ using PackageKit::Testing::PackageDriver;
 constexpr int kMoments = 10;
 constexpr auto kAnswerTime = 500ms;
 
-std::vector<std::string> namesOfPackages() {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(TARVEX_PACKAGE_DIR)) {
-    if (entry.path().extension() == ".cfg") {
-      names.push_back(entry.path().stem());
-    }
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 /// The numbers that the arrangement is for: its own, or all that no other one has taken.
 std::set<int> numbersOf(const Arrangement& arrangement, const std::vector<Arrangement>& all,
                         const PackageDriver& driver) {

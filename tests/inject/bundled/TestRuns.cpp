@@ -33,16 +33,6 @@ void write(const fs::path& file, const std::string& text) {
   std::ofstream(file) << text;
 }
 
-std::vector<std::string> namesOfPackages() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(TARVEX_PACKAGE_DIR)) {
-    if (entry.path().extension() == ".cfg") {
-      names.push_back(entry.path().stem());
-    }
-  }
-  return names;
-}
-
 /// Whether a test came to its own end.
 bool hasEndedByItself(Diag::IDiagnostics& diagnostics) {
   const std::unique_ptr<std::vector<DiagnosticEvent*>> events(diagnostics.getDiagnosticEvents());
@@ -59,6 +49,17 @@ bool hasEndedByItself(Diag::IDiagnostics& diagnostics) {
 }
 
 }  // namespace
+
+std::vector<std::string> namesOfPackages() {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(TARVEX_PACKAGE_DIR)) {
+    if (entry.path().extension() == ".cfg") {
+      names.push_back(entry.path().stem());
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 void enterOwnNamespace() {
   if (unshare(CLONE_NEWNET) != 0) {

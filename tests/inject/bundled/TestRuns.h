@@ -11,6 +11,9 @@
 
 namespace TarvexDiags::BundledTests {
 
+/// @brief The packages that come along, in alphabetical order.
+std::vector<std::string> namesOfPackages();
+
 /// @brief How tests of a package are made to run on this machine, each for a fraction of a second.
 struct Arrangement {
   struct Change {
