@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -89,7 +90,7 @@ std::string actionOf(const StepRecord& step) {
 }
 
 std::string nameOfTest(const StepStarted& start) {
-  return shortened(start.package.empty() ? start.test : tr("{}: {}", start.package, start.test),
+  return shortened(start.package.empty() ? start.test : tr("{}: {}", start.package, testOf(start)),
                    kLongestName);
 }
 
@@ -143,9 +144,10 @@ void Fleet::take(const StepRecord& step) {
   const Outcome outcome = step.outcome();
   if (isWorthTelling(outcome)) {
     const std::string what = nameOfTest(step.start);
-    addFinding(m_present,
-               {outcome, step.start.device.empty() ? what : tr("{} on {}", what, step.start.device),
-                step.headline(), actionOf(step)});
+    addFinding(
+        m_present,
+        {outcome, step.start.device.empty() ? what : tr("{} on {}", what, deviceOf(step.start)),
+         step.headline(), actionOf(step)});
   }
   const std::string name = nameOfTest(step.start);
   if (!m_tests.contains(name) && m_tests.size() == kMostTests) {

@@ -10,7 +10,6 @@
 
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 #include "report/svg/BarPlot.h"
 #include "report/svg/LinePlot.h"
@@ -79,9 +78,8 @@ struct Room {
 };
 
 std::string titleOf(const RunStory::Problem& problem) {
-  return shown(
-      tr("{}: {}, {}", told(wordOf(problem.outcome)), testOf(problem.start), problem.finding),
-      kTitleLength);
+  return shown(tr("{}: {}, {}", told(wordOf(problem.outcome)), problem.start.test, problem.finding),
+               kTitleLength);
 }
 
 Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Room& room) {

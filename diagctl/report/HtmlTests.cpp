@@ -7,7 +7,6 @@
 
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd::Html {
@@ -45,8 +44,8 @@ void writeProblem(Svg::Markup& out, Table& table, const RunStory::Problem& probl
   table.beginCell();
   writeBadge(out, problem.outcome);
   table.endCell();
-  table.cell(tr("{}: {}", problem.start.package, testOf(problem.start)));
-  table.cell(deviceOf(problem.start));
+  table.cell(tr("{}: {}", problem.start.package, problem.start.test));
+  table.cell(problem.start.device);
   table.cell(secondsText(problem.seconds));
   table.beginCell();
   writeParagraph(out, "told", shown(problem.finding, kMessageLength));
@@ -149,7 +148,7 @@ void writeSeeds(Svg::Markup& out, const RunStory& story) {
   std::size_t written = 0;
   for (const RunStory::Problem& problem : problems) {
     if (hasSeed(problem) && written++ < kMostSeeds) {
-      table.row({tr("{}: {}", problem.start.package, testOf(problem.start)), problem.start.device,
+      table.row({tr("{}: {}", problem.start.package, problem.start.test), problem.start.device,
                  problem.seed});
     }
   }

@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -38,11 +39,12 @@ std::string nameOfStep(const StepStarted& start) {
   return kept(tr("{} on {}", start.test, start.device));
 }
 
-// Names of a log may be of any length.
+// Names of a log may be of any length; the program's own are told in the reader's language.
 StepStarted named(StepStarted start) {
-  for (std::string* const name : {&start.package, &start.device, &start.test}) {
-    *name = kept(*name);
-  }
+  const std::string device = deviceOf(start);
+  start.test = kept(testOf(start));
+  start.device = kept(device);
+  start.package = kept(start.package);
   return start;
 }
 
@@ -192,7 +194,7 @@ void RunStory::takeEnded(const StepRecord& step) {
     fold(step);
   }
   const bool hasRun = !isSkipped(outcome) && outcome != StepRecord::Outcome::NotRun;
-  const auto lane = hasRun ? laneOf(kept(step.start.device)) : std::nullopt;
+  const auto lane = hasRun ? laneOf(named(step.start).device) : std::nullopt;
   if (!lane || !makeRoom(sizeof(Span))) {
     m_omitted.lanes += hasRun ? 1 : 0;
     return;

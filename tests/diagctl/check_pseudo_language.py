@@ -7,6 +7,7 @@ those of packages, of files and of the command line.
 """
 
 import getpass
+import html
 import json
 import os
 import pathlib
@@ -43,8 +44,12 @@ COMMANDS = [
     (64, ["run", "--format", "pdf"]),
     (2, ["report", "/dev/null"]),
 ]
+# How the log of a run is told.
+OF_A_LOG = [[], ["--format", "html"]]
 # What is the same in every language: names, and words of the command line.
 NAMES = {"Linux", "customer", "diagctl", "html", "json", "jsonl", "junit", "root", "standard", "tap"}
+# What the watch reads, as --watch takes it.
+NAMES |= {"aer", "disk", "edac", "hwmon", "kmsg", "mce", "net", "nvme", "power", "psi", "throttle"}
 # The key of a setting, where it is one word.
 NAMES |= {"Seed"}
 NAMES |= set(getpass.getuser().split())
@@ -88,12 +93,40 @@ def words_of_machine(diagctl):
     return set(WORD.findall(" ".join(texts)))
 
 
+def words_of_log(path):
+    """What a log has of the machine, of packages, of the command line and of details; not the program's own."""
+    texts = []
+
+    def take(value, key=""):
+        if isinstance(value, dict):
+            for name, part in value.items():
+                texts.extend([name] if key == "parameters" else [])
+                take(part, "detail" if value.get("severity") == "DEBUG" else name)
+        elif isinstance(value, list):
+            for part in value:
+                take(part, key)
+        elif isinstance(value, str) and key != "message" and not value.startswith("diagctl: "):
+            texts.append(re.sub(r"([a-z])([A-Z])", r"\1 \2", value).lower())
+            texts.append(value)
+
+    for line in path.read_text("utf-8").splitlines():
+        take(json.loads(line))
+    return set(WORD.findall(" ".join(texts)))
+
+
+def told_by_page(page):
+    """What is read on a page, and what is read aloud of it."""
+    page = re.sub(r"<style>.*?</style>", " ", page, flags=re.DOTALL)
+    page = re.sub(r'<[^>]*aria-label="([^"]*)"[^>]*>', r" \1 ", page)
+    return html.unescape(re.sub(r"<[^>]*>", " ", page))
+
+
 def words_left(diagctl, arguments, status, allowed):
     environment = {**os.environ, "LC_ALL": "C.UTF-8"}
     done = subprocess.run(
         [str(diagctl), "--allow-insecure", "--lang", LANGUAGE, *arguments],
         capture_output=True, text=True, cwd="/", env=environment, check=False)
-    output = done.stdout + done.stderr
+    output = (told_by_page(done.stdout) if "<html" in done.stdout else done.stdout) + done.stderr
     if done.returncode != status:
         yield f"ended with {done.returncode}: {output}"
     if not any(chr(letter) in output for letter in OTHER.values()):
@@ -105,6 +138,17 @@ def words_left(diagctl, arguments, status, allowed):
         for word in WORD.findall(bare):
             if word not in allowed | given:
                 yield f"{word}: {line}"
+
+
+def words_left_of_log(diagctl, log, allowed):
+    """Of a run that fails, since fewer devices are there than it expects; by itself, and with another."""
+    command = ["run", "-q", "--quick", "-p", "network", "-t", "Loopback datagrams", "--expect-devices", "999",
+               "-o", f"jsonl={log}"]
+    told = [(command, allowed)]
+    told += [(["report", *logs, *options], None) for logs in ([str(log)], [str(log)] * 2) for options in OF_A_LOG]
+    for arguments, words in told:
+        found = words_left(diagctl, arguments, 1, words or allowed | words_of_log(log))
+        yield from (f"{' '.join(arguments)}: {left}" for left in found)
 
 
 def main():
@@ -125,6 +169,7 @@ def main():
             for status, arguments in COMMANDS
             for left in words_left(diagctl, arguments, status, allowed)
         ]
+        found += words_left_of_log(diagctl, pathlib.Path(folder) / "run.jsonl", allowed)
     print("\n".join(found))
     return 1 if found else 0
 
