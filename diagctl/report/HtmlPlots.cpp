@@ -90,9 +90,10 @@ Svg::Timeline::Lane laneOf(const RunStory& story, const RunStory::Lane& lane, Ro
     const Look look = lookOf(span.outcome);
     Svg::Timeline::Span of{
         span.from, span.to, {look.ofClass, isLow ? kLowSpan : 1, look.symbol}, ""};
-    if (span.problem > 0 && room.titles > 0) {
+    if (!isLow && room.titles > 0) {
       --room.titles;
-      of.title = titleOf(story.problems()[span.problem - 1]);
+      of.title = span.problem > 0 ? titleOf(story.problems()[span.problem - 1])
+                                  : told(wordOf(span.outcome));
     }
     drawing.spans.push_back(of);
   }

@@ -263,6 +263,18 @@ TEST(HtmlReport, shows_what_the_watch_found_on_the_lane_of_its_device) {
               AllOf(HasSubstr("class=\"findingfailed\""), HasSubstr("The kernel told of it.")));
 }
 
+TEST(HtmlReport, bears_the_sign_of_its_verdict_on_each_span_that_did_not_pass) {
+  ToldRun run;
+  run.begin().step("1", "Read", "Disk A").passed("1").step("2", "Read", "Disk B");
+  run.failed("2", "Broken.", "").step("3", "Read", "Disk C");
+  run.tell(StepEnded{"3", RunStatus::Skip, true});
+  const std::string page = run.end(RunResult::Fail).page();
+  const std::string timeline = sectionOf(page, "r1-timeline");
+  EXPECT_THAT(timeline, AllOf(ContainsRegex("class=\"sign\"[^>]*>\u2717<"),
+                              ContainsRegex("class=\"sign\"[^>]*>\u25a0<"),
+                              Not(ContainsRegex("class=\"sign\"[^>]*>\u2713<"))));
+}
+
 TEST(HtmlReport, folds_tests_that_passed_alike_and_names_their_devices) {
   ToldRun run;
   run.begin();
