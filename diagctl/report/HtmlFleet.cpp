@@ -50,6 +50,17 @@ void writeLinked(Svg::Markup& out, const std::string& link, const std::string& t
   }
 }
 
+// Its hyphens are no places to break a line at.
+void writeBeginning(Svg::Markup& out, const RunOfMany& run, bool isLinked = true) {
+  if (isLinked && !run.link.empty()) {
+    out.open("a", {{"href", run.link}});
+    out.leaf("time", toTimestamp(run.begin));
+    out.close();
+  } else {
+    out.leaf("time", toTimestamp(run.begin));
+  }
+}
+
 void writeVerdictCell(Svg::Markup& out, Table& table, RunVerdict verdict) {
   table.beginCell();
   writeVerdictOfRun(out, verdict, toText(verdict));
@@ -60,7 +71,7 @@ void writeRunOfMany(Svg::Markup& out, Table& table, const RunOfMany& run) {
   table.beginRow();
   writeVerdictCell(out, table, run.verdict);
   table.beginCell();
-  writeLinked(out, run.link, toTimestamp(run.begin));
+  writeBeginning(out, run);
   table.endCell();
   table.cell(toText(run.sums));
   table.endRow();
@@ -68,13 +79,13 @@ void writeRunOfMany(Svg::Markup& out, Table& table, const RunOfMany& run) {
 
 void writeBeginnings(Svg::Markup& out, const MachineOfMany& machine) {
   if (machine.runs.size() == 1) {
-    out.text(toTimestamp(machine.runs.front().begin));
+    writeBeginning(out, machine.runs.front(), false);
     return;
   }
   const std::size_t most = std::min(machine.runs.size(), kMostBeginnings);
   for (std::size_t place = 0; place < most; ++place) {
     out.text(place == 0 ? "" : ", ");
-    writeLinked(out, machine.runs[place].link, toTimestamp(machine.runs[place].begin));
+    writeBeginning(out, machine.runs[place]);
   }
   if (most < machine.runs.size()) {
     out.text(", " + tr("and {} more", machine.runs.size() - most));

@@ -217,7 +217,7 @@ void writeMessages(Svg::Markup& out, const PageRun& run) {
   const Section section(out, run.id + "-messages", tr("Messages"));
   const std::size_t begin = out.size();
   std::size_t further = messages.size() + run.story.omitted().messages;
-  const Folded folded(out, tr("All messages ({})", further));
+  const Folded folded(out, tr("All messages ({})", further), "long");
   {
     Table table(out, tr("Messages with the time since the beginning of the run"),
                 {"#" + tr("Time"), tr("Severity"), tr("Test"), tr("Message")});

@@ -54,7 +54,8 @@ class Section {
 /// What is folded until somebody opens it.
 class Folded {
  public:
-  /// @param ofClass "data": what a plot shows as well, which a printed page leaves out.
+  /// @param ofClass "data": what a plot shows as well, which a printed page leaves out; "long":
+  /// printed only where it was opened.
   Folded(Svg::Markup& out, const std::string& title, const char* ofClass = "more");
   ~Folded();
   Folded(const Folded&) = delete;
