@@ -29,9 +29,11 @@ packages_of() {
   awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind || kind == "deep") { print $1 }' tools/packages.txt
 }
 
+# What an installed package provides is there as well.
 missing_packages() {
   comm -23 <(packages_of "$1" | sort) \
-    <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | awk '$1 == "installed" { print $2 }' | sort)
+    <(dpkg-query -W -f '${db:Status-Status} ${Package} ${Provides}\n' |
+      sed -nE 's/ \([^)]*\)//g; s/,//g; s/^installed //p' | tr ' ' '\n' | sort -u)
 }
 
 # as_root COMMAND...: runs it as root, through sudo where this is somebody else.
