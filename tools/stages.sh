@@ -28,7 +28,7 @@ STAGES=(
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
-  "pages        600  deep    pages of runs in a browser, by the rules of axe-core: light, dark, and 400 pixels wide"
+  "pages        900  deep    pages of runs in a browser, by the rules of axe-core: light, dark, narrow, on paper, in three languages"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
   "fleet       1500  deep    what calls diagctl on many machines: Slurm, clush, pdsh, Ansible, monitors"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
