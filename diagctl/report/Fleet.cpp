@@ -193,7 +193,7 @@ void Fleet::addRun(Machine& machine) const {
   const bool isWorse = machine.runs == 0 || rankIn(kOrderOfRuns, m_present.outcome) <
                                                 rankIn(kOrderOfRuns, machine.outcome);
   if (isWorse) {
-    static_cast<Run&>(machine) = m_present;
+    static_cast<Run&>(machine) = static_cast<const Run&>(m_present);
   }
   for (const auto& [outcome, count] : m_present.sums) {
     machine.sums[outcome] += count;
