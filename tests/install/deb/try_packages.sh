@@ -55,6 +55,24 @@ $nightly --cached 1h >nightly.txt 2>&1 || status=$?
 LC_ALL=C.UTF-8 diagctl --lang de list >german.txt || fail "diagctl --lang de exited with $?"
 grep -q PAKET german.txt || fail "diagctl --lang de list: $(cat german.txt)"
 LC_ALL=C.UTF-8 diagctl --lang ja list | grep -q パッケージ || fail "diagctl speaks no Japanese"
+# A log in English, told in other languages as text and as a page: more devices are expected than there are.
+status=0
+diagctl run -q -p platform --expect-devices 99999 -o jsonl=failed.jsonl >failed.txt || status=$?
+[[ $status == 1 ]] || fail "diagctl run --expect-devices exited with $status: $(cat failed.txt)"
+speaks() {
+  local language=$1 word
+  shift
+  LC_ALL=C.UTF-8 diagctl --lang "$language" report failed.jsonl >told.txt || status=$?
+  LC_ALL=C.UTF-8 diagctl --lang "$language" report failed.jsonl --format html >told.html || status=$?
+  [[ $status == 1 ]] || fail "diagctl --lang $language report exited with $status"
+  for word; do
+    grep -qF "$word" told.txt || fail "the report in $language has no '$word': $(cat told.txt)"
+    grep -qF "$word" told.html || fail "the page in $language has no '$word'"
+  done
+  if grep -F -e FAILED -e 'Expected devices' told.txt told.html; then fail "the report in $language is English"; fi
+}
+speaks de 'DEFEKT: Es liegt an der Hardware' 'Erwartete Geräte'
+speaks ja '不合格：ハードウェアに故障があります' 'このマシン'
 
 echo "-- selftest"
 install ./tarvexdiags-selftest_*.deb
