@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <limits>
 #include <utility>
 
 namespace TarvexDiags::FrontEnd {
@@ -13,11 +14,14 @@ using Json = nlohmann::json;
 constexpr const char* kNumber = "sequenceNumber";
 constexpr const char* kSchema = "schemaVersion";
 
-/// Whether it can stand as it is: with a number that no line before has, and nothing around it.
+/// Whether it can stand as it is: with a number that no line before has and that others can follow,
+/// and nothing around it.
 bool isSoundLine(const std::string& text, const Json& line, std::uint64_t least) {
   const auto number = line.find(kNumber);
   return number != line.end() && number->is_number_unsigned() &&
-         number->get<std::uint64_t>() >= least && text.front() == '{' && text.back() == '}';
+         number->get<std::uint64_t>() >= least &&
+         number->get<std::uint64_t>() < std::numeric_limits<std::uint64_t>::max() &&
+         text.front() == '{' && text.back() == '}';
 }
 
 }  // namespace

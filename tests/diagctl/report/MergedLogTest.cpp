@@ -16,6 +16,7 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 /// The logs as one.
 std::string merged(const std::vector<std::string>& logs) {
@@ -76,6 +77,16 @@ TEST(MergedLog, leaves_a_gap_in_the_numbers_and_what_it_does_not_know) {
   const std::string unknown = R"({"testRunArtifact":{"other":{"a":[1,null]}},"sequenceNumber":7,)" +
                               std::string(kTime) + "\n";
   EXPECT_EQ(merged({version + unknown}), version + unknown);
+}
+
+TEST(MergedLog, counts_on_behind_a_number_that_none_can_follow) {
+  const std::string line =
+      R"({"testRunArtifact":{"log":{"message":"m","severity":"INFO"}},"sequenceNumber":)";
+  const std::string whole =
+      merged({line + "18446744073709551615," + kTime + "\n" + line + "4," + kTime + "\n"});
+  EXPECT_THAT(whole, HasSubstr(R"("sequenceNumber":1,)"));
+  EXPECT_THAT(whole, HasSubstr(R"("sequenceNumber":4,)"));
+  EXPECT_THAT(whole, Not(HasSubstr("18446744073709551615")));
 }
 
 }  // namespace
