@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -10,9 +11,10 @@
 
 namespace TarvexDiags::FrontEnd {
 
+/// Nothing where the clock was set back in between.
 inline double secondsBetween(std::chrono::system_clock::time_point from,
                              std::chrono::system_clock::time_point to) {
-  return std::chrono::duration<double>(to - from).count();
+  return std::max(std::chrono::duration<double>(to - from).count(), 0.0);
 }
 
 /// The stream that a run tells: what every report is made of, live or from a saved log.

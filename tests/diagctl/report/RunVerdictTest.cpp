@@ -85,6 +85,14 @@ TEST(RunSummaries, tell_what_was_aborted_from_what_was_not_possible) {
   EXPECT_EQ(skipped.skipped, 1U);
 }
 
+TEST(RunRecords, take_no_time_where_the_clock_was_set_back) {
+  using Time = std::chrono::system_clock::time_point;
+  RunRecord record;
+  record.handle({Time(std::chrono::hours(5)), RunStarted()});
+  record.handle({Time(std::chrono::hours(2)), RunEnded()});
+  EXPECT_EQ(record.seconds(), 0);
+}
+
 TEST(RunVerdicts, have_one_order_of_precedence) {
   RunSummary summary;
   EXPECT_EQ(verdictOf(summary, 0), RunVerdict::NothingRan);
