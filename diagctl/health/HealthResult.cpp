@@ -172,10 +172,11 @@ HealthFinding findingFrom(const StateJson& json) {
 
 HealthAccount accountFrom(const StateJson& json) {
   HealthAccount account;
-  account.code = static_cast<int>(valueAt<long>(json, "code"));
-  if (account.code < ExitCode::kPassed || account.code > ExitCode::kNothingRan) {
+  const auto code = valueAt<long>(json, "code");
+  if (code < ExitCode::kPassed || code > ExitCode::kNothingRan) {
     refuseState("code");
   }
+  account.code = static_cast<int>(code);
   const auto counts = valueAt<StateJson>(json, "counts");
   for (const auto& [name, member] : kCounts) {
     account.summary.*member = valueAt<std::size_t>(counts, name);
@@ -185,6 +186,17 @@ HealthAccount accountFrom(const StateJson& json) {
   }
   account.further += valueAt<std::size_t>(json, "further");
   return account;
+}
+
+// The clock counts nanoseconds: a count of milliseconds may be beyond all that it knows.
+std::chrono::system_clock::time_point timeFrom(long milliseconds) {
+  using Time = std::chrono::system_clock::time_point;
+  constexpr long kMost =
+      std::chrono::floor<std::chrono::milliseconds>(Time::max()).time_since_epoch().count();
+  if (milliseconds < 0 || milliseconds > kMost) {
+    refuseState("endedMilliseconds");
+  }
+  return Time(std::chrono::milliseconds(milliseconds));
 }
 
 }  // namespace
@@ -214,8 +226,7 @@ HealthResult healthResultFrom(const std::string& text) {
   HealthResult result;
   result.machineId = valueAt<std::string>(json, "machine");
   result.scope = valueAt<std::string>(json, "scope");
-  result.ended = std::chrono::system_clock::time_point(
-      std::chrono::milliseconds(valueAt<long>(json, "endedMilliseconds")));
+  result.ended = timeFrom(valueAt<long>(json, "endedMilliseconds"));
   result.seconds = valueAt<double>(json, "seconds");
   result.whereVanishedIsTrouble = accountFrom(valueAt<StateJson>(json, "vanishedIsTrouble"));
   result.whereVanishedFails = accountFrom(valueAt<StateJson>(json, "vanishedFails"));

@@ -234,6 +234,9 @@ TEST(KeptResults, are_refused_by_the_key_that_is_not_as_it_is_written) {
   EXPECT_THAT(reasonWith("\"passed\": 3", "\"passed\": -3"), HasSubstr("'passed'"));
   EXPECT_THAT(reasonWith("\"code\": 0", "\"code\": 4"), HasSubstr("'code'"));
   EXPECT_THAT(reasonWith("\"code\": 0", "\"code\": \"0\""), HasSubstr("'code'"));
+  EXPECT_THAT(reasonWith("\"code\": 0", "\"code\": 4294967296"), HasSubstr("'code'"));
+  EXPECT_THAT(reasonWith("\"endedMilliseconds\": ", "\"endedMilliseconds\": 999999"),
+              HasSubstr("'endedMilliseconds'"));
   EXPECT_THAT(reasonWith("\"kind\": \"failure\"", "\"kind\": \"joy\""), HasSubstr("'kind'"));
   EXPECT_THAT(reasonWith("\"seconds\": 1.5", "\"second\": 1.5"), HasSubstr("'seconds'"));
   EXPECT_THROW(healthResultFrom("[]"), std::runtime_error);
