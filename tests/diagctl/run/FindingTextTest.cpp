@@ -106,6 +106,25 @@ TEST(FindingText, says_of_what_was_before_that_it_was_before_in_every_language) 
   }
 }
 
+TEST(FindingText, reads_well_where_no_part_is_known_in_every_language) {
+  Finding finding = findingOf(Kind::MachineCheckCorrected, "machine", "");
+  EXPECT_EQ(textOf(finding, WatchTexts("en"), "this run", 1).message,
+            "The hardware of this machine corrected errors of its own (machine checks) during this "
+            "run (count: 1).");
+  EXPECT_EQ(textOf(findingOf(Kind::DiskMedium, "machine", ""), WatchTexts("en"), "X", 2).message,
+            "The medium of a disk of this machine had errors during X (count: 2).");
+  for (const WatchTexts::File& file : WatchTexts::files()) {
+    const WatchTexts texts(file.language);
+    for (const Kind kind : {Kind::MachineCheckCorrected, Kind::MachineCheckUncorrected}) {
+      finding.kind = kind;
+      finding.isBefore = false;
+      const std::string during = textOf(finding, texts, "X", 1).message;
+      finding.isBefore = true;
+      EXPECT_NE(textOf(finding, texts, "X", 1).message, during) << file.language;
+    }
+  }
+}
+
 TEST(FindingText, takes_nothing_of_what_a_device_says_for_a_place_to_fill_in) {
   EXPECT_THAT(
       textOf(findingOf(Kind::DiskMedium, "block:sda", "$3$"), WatchTexts("en"), "X", 1).message,
