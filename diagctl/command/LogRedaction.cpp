@@ -2,15 +2,19 @@
 
 #include <algorithm>
 #include <cctype>
+#include <stdexcept>
 #include <string_view>
 #include <type_traits>
 #include <variant>
+
+#include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
 // A log may come from anywhere: what is learnt of it is bounded, as each text is held against it.
+// Beyond that something would be left, which nobody would see.
 constexpr std::size_t kMostLearnt = 1'000;  ///< of a run
 
 struct Shape {
@@ -48,6 +52,9 @@ struct LogRedaction::Hide {
 
   /// A text that is nothing but such a value, however short.
   void value(const char* key, std::string& text) const {
+    if (text.empty()) {
+      return;  // or all that have no name would have the same
+    }
     text = redaction.m_redactor.redacted({{key, text}})[key].get<std::string>();
   }
 
@@ -56,6 +63,10 @@ struct LogRedaction::Hide {
     value("hostName", start.machineName);
     value("uuid", start.machineId);
     text(start.commandLine);
+    for (SoftwareItem& item : start.software) {
+      text(item.name);
+      text(item.version);
+    }
     for (auto& [key, parameter] : start.parameters) {
       text(parameter);
     }
@@ -71,6 +82,7 @@ struct LogRedaction::Hide {
   }
   void operator()(StepStarted& started) const {
     text(started.device);
+    text(started.package);
     text(started.test);
     text(started.hardwareId);
   }
@@ -87,11 +99,13 @@ struct LogRedaction::Hide {
   }
   void operator()(SeriesStarted& series) const { text(series.name); }
   void operator()(StepDiagnosis& diagnosis) const {
+    text(diagnosis.symptom);
     text(diagnosis.message);
     text(diagnosis.action);
     text(diagnosis.hardwareId);
   }
   void operator()(StepTrouble& trouble) const {
+    text(trouble.symptom);
     text(trouble.message);
     text(trouble.action);
   }
@@ -101,7 +115,10 @@ struct LogRedaction::Hide {
     }
   }
   void operator()(RunMessage& message) const { text(message.text); }
-  void operator()(RunTrouble& trouble) const { text(trouble.message); }
+  void operator()(RunTrouble& trouble) const {
+    text(trouble.symptom);
+    text(trouble.message);
+  }
   // Nothing but numbers.
   void operator()(StepProgress& /*progress*/) const {}
   void operator()(SeriesElement& /*element*/) const {}
@@ -117,8 +134,9 @@ RunEvent LogRedaction::redacted(RunEvent event) {
 
 void LogRedaction::learn(const RunStarted& start) {
   m_redactor = Inventory::Redactor(m_key);
-  m_learnt = 0;
+  m_learnt.clear();
   learn("hostName", start.machineName);
+  learn("hostName", start.machineName.substr(0, start.machineName.find('.')));
   learn("uuid", start.machineId);
   for (const HardwareItem& item : start.hardware) {
     learn("serialNumber", item.serialNumber);
@@ -126,10 +144,16 @@ void LogRedaction::learn(const RunStarted& start) {
 }
 
 void LogRedaction::learn(const char* key, const std::string& value) {
-  if (m_learnt < kMostLearnt) {
-    ++m_learnt;
-    m_redactor.learn({{key, value}});
+  if (m_learnt.contains(value)) {
+    return;
   }
+  if (m_learnt.size() == kMostLearnt) {
+    throw std::length_error(
+        tr("more than {} names and numbers identify machines, and not all could be hidden",
+           kMostLearnt));
+  }
+  m_learnt.insert(value);
+  m_redactor.learn({{key, value}});
 }
 
 void LogRedaction::learnShapes(const std::string& text) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <set>
 #include <string>
 
 #include "diagctl/report/RunEvents.h"
@@ -16,6 +16,7 @@ class LogRedaction {
   /// @param key as for the inventory's: what is equal there and here stays equal.
   explicit LogRedaction(const std::string& key) : m_key(key), m_redactor(key) {}
 
+  /// @throws std::length_error when a run has more to hide than can be, as for people.
   RunEvent redacted(RunEvent event);
 
  private:
@@ -28,7 +29,7 @@ class LogRedaction {
 
   const std::string m_key;
   Inventory::Redactor m_redactor;
-  std::size_t m_learnt = 0;
+  std::set<std::string> m_learnt;  ///< of the present run
 };
 
 }  // namespace TarvexDiags::FrontEnd

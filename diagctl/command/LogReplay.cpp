@@ -1,5 +1,7 @@
 #include "diagctl/command/LogReplay.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 #include <exception>
@@ -65,7 +67,6 @@ void LogReplay::readAll(const std::vector<std::string>& paths) {
         closeRun();
         endRun();
       }
-      m_fleet.addUnread(reason);
       accountFor(path, reason);
     }
   }
@@ -78,7 +79,7 @@ void LogReplay::read(const std::string& path) {
   }
   JsonlReader reader(log.stream(), log.name());
   const auto begin = [&] {
-    m_fleet.beginRun(log.name());
+    m_fleet.beginRun(shownName(log.name()));
     if (m_followers.nextRun) {
       m_followers.nextRun();
     }
@@ -91,7 +92,7 @@ void LogReplay::read(const std::string& path) {
           beginRun(log.name(), written.time);
         }
         m_hasRun = true;
-        take(log.name(), m_followers.rewrite ? m_followers.rewrite(written) : written);
+        take(log.name(), rewritten(log.name(), written));
       },
       m_followers.lines)) {
     isEmpty = false;
@@ -107,9 +108,22 @@ void LogReplay::read(const std::string& path) {
   }
 }
 
+RunEvent LogReplay::rewritten(const std::string& log, const RunEvent& event) const {
+  try {
+    return m_followers.rewrite ? m_followers.rewrite(event) : event;
+  } catch (const std::length_error& failure) {
+    throw std::runtime_error(fmt::format("{}: {}", log, failure.what()));
+  }
+}
+
+// Logs have the names of machines more often than not.
+std::string LogReplay::shownName(const std::string& log) const {
+  return std::get<RunStarted>(rewritten(log, {{}, startFor(log)}).body).machineName;
+}
+
 // What a log does not begin itself would be taken for the end of the run before it.
 void LogReplay::beginRun(const std::string& log, std::chrono::system_clock::time_point time) {
-  tell({time, startFor(log)});
+  tell(rewritten(log, {time, startFor(log)}));
 }
 
 // A file has several names: two on the command line, and those of links.
@@ -182,13 +196,15 @@ void LogReplay::endRun() {
 // A reader of the outcome alone must not take it for whole. It is of no machine that another run is
 // of, so that no later run of one takes its place.
 void LogReplay::accountFor(const std::string& log, const std::string& reason) {
-  if (!m_followers.account) {
-    return;
-  }
   const auto now = std::chrono::system_clock::now();
-  m_followers.account({now, startFor(log)});
-  m_followers.account({now, RunTrouble{"log-not-read", reason}});
-  m_followers.account({now, RunEnded{RunStatus::Error, RunResult::NotApplicable}});
+  const RunEvent start = rewritten(log, {now, startFor(log)});
+  const RunEvent trouble = rewritten(log, {now, RunTrouble{"log-not-read", reason}});
+  m_fleet.addUnread(std::get<RunTrouble>(trouble.body).message);
+  if (m_followers.account) {
+    m_followers.account(start);
+    m_followers.account(trouble);
+    m_followers.account({now, RunEnded{RunStatus::Error, RunResult::NotApplicable}});
+  }
 }
 
 }  // namespace TarvexDiags::FrontEnd

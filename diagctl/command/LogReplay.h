@@ -24,7 +24,8 @@ struct LogFollowers {
   JsonlReader::LineSink lines;    ///< as they stand in the logs
   std::function<void()> nextRun;  ///< the lines that come belong to another run
   JsonlReader::Sink account;      ///< of a run made up for a log that could not be read
-  /// Changes each event before anybody hears of it.
+  /// Changes each event before anybody hears of it, and the names of logs with it. What it can't
+  /// (std::length_error) is not read.
   std::function<RunEvent(const RunEvent&)> rewrite = {};
 };
 
@@ -51,6 +52,8 @@ class LogReplay {
 
  private:
   bool isReadAlready(const LogFile& log);
+  RunEvent rewritten(const std::string& log, const RunEvent& event) const;
+  std::string shownName(const std::string& log) const;
   void beginRun(const std::string& log, std::chrono::system_clock::time_point time);
   void take(const std::string& log, const RunEvent& written);
   void noteStart(const std::string& log, const RunEvent& event, const RunStarted& start);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -28,10 +29,13 @@ std::vector<RunEvent> tellingRun() {
   start.machineName = kSecrets[0];
   start.machineId = kSecrets[1];
   start.commandLine = "diagctl run -o jsonl=/logs/node017.jsonl";
+  start.software.push_back({"firmware", "Firmware of S5XANA0R1", "as on node017"});
   std::get<StepMessage>(run[3].body).text =
       "disk S5XANA0R1 at a0:88:c2:01:02:03, 123e4567-e89b-12d3-a456-426614174000";
   std::get<StepTrouble>(run[4].body).message = "node017 lost S5XANA0R1";
+  std::get<StepTrouble>(run[4].body).symptom = "lost-S5XANA0R1";
   std::get<StepDiagnosis>(run[5].body).message = "S5XANA0R1 is worn";
+  std::get<StepDiagnosis>(run[5].body).symptom = "S5XANA0R1-worn";
   return run;
 }
 
@@ -81,6 +85,48 @@ TEST(LogRedaction, forgets_the_parts_of_a_run_at_the_next) {
   redaction.redacted(next[0]);
   std::get<StepDiagnosis>(next[5].body).message = "S5XANA0R1";
   EXPECT_EQ(std::get<StepDiagnosis>(redaction.redacted(next[5]).body).message, "S5XANA0R1");
+}
+
+std::string messageIn(LogRedaction& redaction, const std::string& text) {
+  RunEvent event = wholeRun()[3];
+  std::get<StepMessage>(event.body).text = text;
+  return std::get<StepMessage>(redaction.redacted(event).body).text;
+}
+
+TEST(LogRedaction, hides_the_name_of_a_host_without_its_domain_too) {
+  std::vector<RunEvent> run = tellingRun();
+  std::get<RunStarted>(run[0].body).machineName = "node017.example.com";
+  LogRedaction redaction("key");
+  redaction.redacted(run[0]);
+  EXPECT_THAT(messageIn(redaction, "node017: link down"), Not(HasSubstr("node017")));
+}
+
+TEST(LogRedaction, leaves_a_machine_without_a_name_without_one) {
+  std::vector<RunEvent> run = tellingRun();
+  std::get<RunStarted>(run[0].body).machineName = "";
+  LogRedaction redaction("key");
+  EXPECT_EQ(std::get<RunStarted>(redaction.redacted(run[0]).body).machineName, "")
+      << "or all such machines would be one";
+}
+
+TEST(LogRedaction, hides_an_address_however_often_another_was_told_before) {
+  LogRedaction redaction("key");
+  for (int time = 0; time < 1'500; ++time) {
+    messageIn(redaction, "a0:88:c2:01:02:03 answers");
+  }
+  EXPECT_THAT(messageIn(redaction, "a0:88:c2:01:02:04 answers"), HasSubstr("redacted-"));
+}
+
+TEST(LogRedaction, refuses_a_run_rather_than_leaving_something_in_it) {
+  LogRedaction redaction("key");
+  const auto tellThousand = [&] {
+    for (int number = 10'000; number < 12'000; ++number) {
+      const std::string digits = std::to_string(number);
+      messageIn(redaction, "a0:88:c2:0" + digits.substr(0, 1) + ":" + digits.substr(1, 2) + ":" +
+                               digits.substr(3));
+    }
+  };
+  EXPECT_THROW(tellThousand(), std::length_error);
 }
 
 }  // namespace
