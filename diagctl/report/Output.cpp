@@ -108,13 +108,11 @@ std::unique_ptr<Output> Output::toStandardOutput(const Format& format,
 }
 
 void Output::handle(const RunEvent& event) {
-  errno = 0;
   m_reporter->handle(event);
   requireWritten();
 }
 
 void Output::finish() {
-  errno = 0;
   m_reporter->finish();
   m_out->flush();
   requireWritten();
@@ -125,7 +123,7 @@ void Output::finish() {
 
 void Output::requireWritten() {
   if (!m_out->isSound()) {
-    failWith(errno, m_name);
+    failWith(m_out->error(), m_name);
   }
 }
 

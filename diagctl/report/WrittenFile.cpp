@@ -54,7 +54,7 @@ void WrittenFile::finish() {
 
 void WrittenFile::requireWritten() {
   if (!m_out->isSound() || !*m_file) {
-    failWith(errno, m_name);
+    failWith(m_out->error() != 0 ? m_out->error() : errno, m_name);
   }
 }
 

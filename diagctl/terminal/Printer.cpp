@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <iostream>
 
 namespace TarvexDiags::FrontEnd {
@@ -35,6 +36,19 @@ bool isPlain(char character) {
 }
 
 }  // namespace
+
+// The system tells it once, and the first reason is the one that counts.
+template <class Act>
+void Printer::noteError(Act act) {
+  if (!isSound()) {
+    return;
+  }
+  errno = 0;
+  act();
+  if (!isSound()) {
+    m_error = errno;
+  }
+}
 
 void Printer::write(std::string_view text) {
   if (std::all_of(text.begin(), text.end(), isPlain)) {
@@ -88,11 +102,11 @@ void letBlocksBeDrawn() {
 }
 
 void Printer::writeRaw(std::string_view text) {
-  m_stream.write(text.data(), static_cast<std::streamsize>(text.size()));
+  noteError([&] { m_stream.write(text.data(), static_cast<std::streamsize>(text.size())); });
 }
 
 void Printer::flush() {
-  m_stream.flush();
+  noteError([&] { m_stream.flush(); });
 }
 
 bool Printer::isSound() const {

@@ -69,6 +69,9 @@ class Printer {
   /// Whether all could be written.
   bool isSound() const;
 
+  /// The system's reason why something could not be; 0 for none, and for none that it gave.
+  int error() const { return m_error; }
+
  private:
   /// A text in one line; anything else as it is.
   template <class Argument>
@@ -86,8 +89,11 @@ class Printer {
   }
 
   void writeRaw(std::string_view text);
+  template <class Act>
+  void noteError(Act act);
 
   std::ostream& m_stream;
+  int m_error = 0;
   bool m_hasBlock = false;
 };
 

@@ -313,6 +313,10 @@ TEST_F(ManyLogs, are_never_written_over_by_what_they_become) {
   const Outcome full = diagctl({"merge", log, "-o", "/dev/full"});
   EXPECT_EQ(full.exitCode, kNoVerdict);
   EXPECT_THAT(full.err, HasSubstr("/dev/full: No space left on device"));
+  const Outcome page = diagctl({"report", log, "-o", "html=/dev/full"});
+  EXPECT_EQ(page.exitCode, kNoVerdict);
+  EXPECT_THAT(page.err, HasSubstr("/dev/full: No space left on device"))
+      << "whatever was written last";
 }
 
 }  // namespace
