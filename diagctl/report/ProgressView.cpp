@@ -17,6 +17,8 @@ constexpr std::size_t kLeastBar = 3;
 constexpr std::size_t kBrackets = 3;  // around a bar, and a blank behind
 constexpr std::size_t kLeastName = 8;
 constexpr std::size_t kRowsForBlank = 6;  // from where on a row without text can be spared
+constexpr std::size_t kMostBlank = 3;
+constexpr std::size_t kRowsForMostBlank = kMostTestsShown + kMostBlank + 2;
 constexpr std::string_view kBetween = "  ";
 
 std::string clock(double seconds) {
@@ -205,6 +207,12 @@ std::vector<std::string> testLines(const ProgressView& view, const ProgressLayou
   return lines;
 }
 
+// Lines that others write before the next drawing come to stand in these, and have nothing of a
+// test behind them.
+std::size_t blankOf(std::size_t rows) {
+  return rows >= kRowsForMostBlank ? kMostBlank : rows >= kRowsForBlank ? 1 : 0;
+}
+
 }  // namespace
 
 ProgressLayout linesOf(const ProgressView& view, const Window& window) {
@@ -213,7 +221,7 @@ ProgressLayout linesOf(const ProgressView& view, const Window& window) {
   std::vector<std::string> foot = filled(questionOf(view), columns);
   append(foot, footOf(view, columns));
   append(foot, filled(helpOf(view), columns));
-  const std::size_t blank = rows >= kRowsForBlank ? 1 : 0;
+  const std::size_t blank = blankOf(rows);
   const std::size_t room = rows - std::min(rows - 1, foot.size() + blank);
 
   ProgressLayout part;

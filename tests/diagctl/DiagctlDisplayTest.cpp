@@ -122,7 +122,6 @@ TEST_F(DiagctlDisplay, is_not_drawn_in_the_background_and_takes_no_keys_there) {
   EXPECT_TRUE(screen.waitFor(isDrawnOnce)) << screen.describe();
 }
 
-// What comes before the next drawing, a second later at most, may still meet a line of this one.
 TEST_F(DiagctlDisplay, is_drawn_behind_what_other_programs_write) {
   Screen screen(80, 20, run("SLOW"));
   screen.startProgram();
@@ -131,10 +130,23 @@ TEST_F(DiagctlDisplay, is_drawn_behind_what_other_programs_write) {
     screen.writeAsOther(message + "\r\n");
     EXPECT_TRUE(screen.waitFor([&](const Lines& lines) {
       const auto line = std::find(lines.begin(), lines.end(), message);
-      return isDrawnOnce(lines) && lines.end() - line == 5 && (line + 1)->empty() &&
+      return isDrawnOnce(lines) && lines.end() - line == 7 && (line + 1)->empty() &&
              countOf({lines.back()}, kTotal) == 1;
     })) << screen.describe();
   }
+}
+
+// More than these before the next drawing, a second later at most, would meet a line of a test.
+TEST_F(DiagctlDisplay, has_room_for_three_lines_that_come_at_once) {
+  Screen screen(80, 20, run("SLOW"));
+  screen.startProgram();
+  ASSERT_TRUE(screen.waitFor(isDrawnOnce)) << screen.describe();
+  screen.writeAsOther("one\r\ntwo\r\nthree\r\n");
+  EXPECT_TRUE(screen.waitFor([](const Lines& lines) {
+    const auto line = std::find(lines.begin(), lines.end(), "one");
+    return isDrawnOnce(lines) && lines.end() - line == 9 && *(line + 1) == "two" &&
+           *(line + 2) == "three" && (line + 3)->empty();
+  })) << screen.describe();
 }
 
 TEST_F(DiagctlDisplay, has_wide_characters_below_one_another) {

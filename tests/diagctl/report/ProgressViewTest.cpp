@@ -55,13 +55,13 @@ std::vector<std::string> linesIn(const ProgressView& view, std::size_t columns,
 TEST(ProgressLayouts, names_each_test_first_and_has_a_bar_that_shrinks_with_the_window) {
   const ProgressView view = viewOf(1);
   EXPECT_THAT(linesIn(view, 200),
-              ElementsAre("", "Read on Disk 1  [##########..........]  50% 0:30 left 0:30",
+              ElementsAre("", "", "", "Read on Disk 1  [##########..........]  50% 0:30 left 0:30",
                           "2 of 3 ended, 1:00 left 1:30  s suspend  r resume  a abort one  q abort "
                           "all  ? help"));
   EXPECT_THAT(linesIn(view, 50),
-              ElementsAre("", "Read on Disk 1  [#####......]  50% 0:30 left 0:30",
+              ElementsAre("", "", "", "Read on Disk 1  [#####......]  50% 0:30 left 0:30",
                           "2 of 3 ended, 1:00 left 1:30  ? help"));
-  EXPECT_THAT(linesIn(view, 40), ElementsAre("", "Read on Disk 1   50% 0:30 left 0:30",
+  EXPECT_THAT(linesIn(view, 40), ElementsAre("", "", "", "Read on Disk 1   50% 0:30 left 0:30",
                                              "2 of 3 ended, 1:00 left 1:30  ? help"));
 }
 
@@ -90,11 +90,11 @@ TEST(ProgressLayouts, has_wide_characters_below_one_another) {
   ProgressView view = viewOf(1);
   view.tests.push_back(running(2, "内存测试 on 节点 0"));
   const std::vector<std::string> lines = linesIn(view, 80);
-  ASSERT_THAT(lines, SizeIs(4));
+  ASSERT_THAT(lines, SizeIs(6));
   const auto columnOfBar = [](const std::string& line) {
     return columnsOf(line.substr(0, line.find('[')));
   };
-  EXPECT_EQ(columnOfBar(lines[1]), columnOfBar(lines[2]));
+  EXPECT_EQ(columnOfBar(lines[3]), columnOfBar(lines[4]));
 }
 
 TEST(ProgressLayouts, keeps_both_ends_of_a_name_that_has_no_room) {
@@ -155,10 +155,11 @@ TEST(ProgressLayouts, tells_the_hottest_part_and_how_much_was_found_below_one_an
   ProgressView view = viewOf(0);
   view.hottest = 71.6;
   view.findings = 1;
-  EXPECT_THAT(linesIn(view, 80),
-              ElementsAre("", "2 of 2 ended, 1:00 left 1:30  hottest 72 °C  1 finding  ? help"));
-  EXPECT_THAT(linesIn(view, 40),
-              ElementsAre("", "2 of 2 ended, 1:00 left 1:30", "hottest 72 °C  1 finding  ? help"));
+  EXPECT_THAT(
+      linesIn(view, 80),
+      ElementsAre("", "", "", "2 of 2 ended, 1:00 left 1:30  hottest 72 °C  1 finding  ? help"));
+  EXPECT_THAT(linesIn(view, 40), ElementsAre("", "", "", "2 of 2 ended, 1:00 left 1:30",
+                                             "hottest 72 °C  1 finding  ? help"));
 }
 
 TEST(ProgressLayouts, has_nothing_that_the_locale_cannot_show) {
