@@ -17,7 +17,8 @@ class SystemFiles {
  public:
   explicit SystemFiles(std::filesystem::path root = "/") : m_root(std::move(root)) {}
 
-  /// @brief The whole file; nothing when it cannot be read.
+  /// @brief The whole file; nothing when it cannot be read, is no plain file, leads out of the root
+  /// or is longer than 16 MiB.
   std::optional<std::string> text(const std::filesystem::path& path) const;
 
   /// @brief The decimal number with which the file begins; nothing when there is none.
@@ -33,7 +34,7 @@ class SystemFiles {
   std::vector<int> numberedEntries(const std::filesystem::path& folder,
                                    std::string_view prefix) const;
 
-  /// @brief The names in a folder, in order; none when it cannot be read.
+  /// @brief The names in a folder, in order; none when it cannot be read or leads out of the root.
   std::vector<std::string> entries(const std::filesystem::path& folder) const;
 
   bool exists(const std::filesystem::path& path) const;

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -56,6 +58,32 @@ TEST(SystemFilesTest, follow_links_that_stay_below_the_root) {
   EXPECT_EQ(machine.files().resolved("sys/inside"), "sys/devices/a/b");
   EXPECT_EQ(machine.files().resolved("sys/outside"), "");
   EXPECT_EQ(machine.files().resolved("sys/nowhere"), "");
+}
+
+// Whose root it is may have been recorded, and sent, by anybody.
+TEST(SystemFilesTest, give_no_text_of_what_never_answers_or_never_ends) {
+  FakeMachine machine;
+  ASSERT_EQ(mkfifo((machine.path() + "/pipe").c_str(), 0600), 0);
+  std::filesystem::create_symlink("/dev/zero", machine.path() + "/zero");
+  std::ofstream(machine.path() + "/huge");
+  std::filesystem::resize_file(machine.path() + "/huge", 1UL << 40U);
+  for (const char* const name : {"pipe", "zero", "huge"}) {
+    EXPECT_EQ(machine.files().text(name), std::nullopt) << name;
+  }
+}
+
+TEST(SystemFilesTest, tell_nothing_of_what_lies_outside_of_the_root) {
+  FakeMachine machine;
+  machine.has("inside", "text");
+  std::filesystem::create_symlink("/proc/version", machine.path() + "/version");
+  std::filesystem::create_symlink("/proc", machine.path() + "/outside");
+  std::filesystem::create_symlink(machine.path() + "/inside", machine.path() + "/link");
+  EXPECT_EQ(machine.files().text("version"), std::nullopt);
+  EXPECT_EQ(machine.files().text("outside/version"), std::nullopt);
+  EXPECT_THAT(machine.files().entries("outside"), IsEmpty());
+  EXPECT_THAT(machine.files().numberedEntries("outside", ""), IsEmpty());
+  EXPECT_EQ(machine.files().text("link"), "text");
+  EXPECT_NE(SystemFiles().text("proc/version"), std::nullopt) << "this machine has no outside";
 }
 
 }  // namespace
