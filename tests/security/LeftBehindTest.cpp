@@ -23,6 +23,10 @@ namespace {
 using DiagctlTest::Program;
 namespace fs = std::filesystem;
 
+// The controller lets others run at each of its steps, so that beside busy ones its start takes
+// long.
+constexpr std::chrono::seconds kLongestStart{60};
+
 struct ProcessState {
   char state = 'X';  ///< of one that has gone
   pid_t parent = -1;
@@ -60,7 +64,7 @@ class LeftBehind : public DiagctlTest::Diagctl {
     place.useMisbehavingPackage();
     m_program.emplace(withControlFile(
         {"--allow-insecure", "run", "-q", "-t", "Child beside the test", "-d", "Unit 0"}));
-    m_worker = m_program->awaitWorker(std::chrono::seconds(60));
+    m_worker = m_program->awaitWorker(kLongestStart);
     EXPECT_TRUE(TestSupport::eventually([this] {
       m_children = childrenOf(m_worker);
       return !m_children.empty() && getsid(m_children[0]) == m_children[0];
@@ -105,14 +109,14 @@ TEST(LeftBehindDirectory, is_removed_by_the_next_start_and_no_other_is) {
     return names;
   };
   Program killed(longRun, options);
-  killed.awaitWorker();
+  killed.awaitWorker(kLongestStart);
   ASSERT_EQ(directories().size(), 1U);
   const std::string abandoned = directories()[0];
   killed.signal(SIGKILL);
   killed.finish();
   ASSERT_TRUE(fs::exists(abandoned));
   Program living(longRun, options);
-  living.awaitWorker();
+  living.awaitWorker(kLongestStart);
   EXPECT_FALSE(fs::exists(abandoned));
   ASSERT_EQ(directories().size(), 1U);
   DiagctlTest::diagctl({"--allow-insecure", "list"}, options);
