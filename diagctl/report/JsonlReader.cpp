@@ -539,7 +539,7 @@ bool JsonlReader::endsHere() {
 bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
   RunParser parser;
   bool hasBegun = false;
-  bool hasStarted = false;
+  bool hasTold = false;
   while (nextLine()) {
     const unsigned long number = m_line;
     const auto fail = [&](const std::string& reason) {
@@ -548,13 +548,14 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
     try {
       const Json line = parseLine(m_text);
       const bool isNext = (line.contains("schemaVersion") && std::exchange(hasBegun, true)) ||
-                          (isRunStart(line) && std::exchange(hasStarted, true));
+                          (hasTold && isRunStart(line));
       if (isNext) {
         m_isPending = true;
         return true;
       }
       hasBegun = true;
       if (auto body = parser.toEvent(line)) {
+        hasTold = true;
         sink({timeOf(line.at("timestamp")), std::move(*body)});
       }
       if (lines) {

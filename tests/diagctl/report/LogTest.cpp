@@ -142,19 +142,26 @@ TEST(Log, may_break_off_in_its_last_line) {
   EXPECT_EQ(events.size(), wholeRun().size() - 1);
 }
 
-// The first of them has no end, which the end of the other one would hide.
+/// How many events there are in each run of a log.
+std::vector<std::size_t> runsOf(const std::string& log) {
+  std::istringstream in(log);
+  JsonlReader reader(in, "log");
+  std::vector<std::size_t> runs;
+  std::size_t count = 0;
+  while (reader.readRun([&](const RunEvent&) { ++count; })) {
+    runs.push_back(std::exchange(count, 0));
+  }
+  return runs;
+}
+
+// The first of them has no end, or no beginning, which the other one would hide.
 TEST(Log, holds_another_run_where_one_starts_without_a_schema) {
   const auto time = std::chrono::system_clock::time_point();
   std::string second = toLog({{time, RunStarted{}}, {time, endOf(RunVerdict::Passed)}});
   second.erase(0, second.find('\n') + 1);
-  std::istringstream in(toLog({{time, RunStarted{}}}) + second);
-  JsonlReader reader(in, "log");
-  std::vector<std::size_t> events;
-  std::size_t count = 0;
-  while (reader.readRun([&](const RunEvent&) { ++count; })) {
-    events.push_back(std::exchange(count, 0));
-  }
-  EXPECT_EQ(events, (std::vector<std::size_t>{1, 2}));
+  EXPECT_EQ(runsOf(toLog({{time, RunStarted{}}}) + second), (std::vector<std::size_t>{1, 2}));
+  EXPECT_EQ(runsOf(toLog({{time, RunMessage{}}}) + second), (std::vector<std::size_t>{1, 2}));
+  EXPECT_EQ(runsOf(toLog({}) + second), (std::vector<std::size_t>{2}));
 }
 
 }  // namespace
