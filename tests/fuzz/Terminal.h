@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <string_view>
 
 #include "tests/fuzz/Input.h"
@@ -38,12 +40,30 @@ inline std::uint32_t takeCharacter(std::string_view& rest) {
   return code;
 }
 
+/// The printable characters of ASCII, and the end of a line.
+inline const std::string& plainCharacters() {
+  static const std::string kPlain = [] {
+    std::string all = "\n";
+    for (char character = ' '; character <= '~'; ++character) {
+      all += character;
+    }
+    return all;
+  }();
+  return kPlain;
+}
+
 /// The text is UTF-8, and has no controls but line ends, and nothing that turns the direction of
 /// what stands beside it or ends a line in another way.
-inline void expectHarmless(std::string_view text) {
-  while (!text.empty()) {
-    const std::uint32_t code = takeCharacter(text);
-    expect(code == '\n' || (code >= 0x20 && code != 0x7f && (code < 0x80 || code > 0x9f)));
+inline void expectHarmless(const std::string& text) {
+  std::string_view rest = text;
+  for (;;) {
+    // Most of a page is plain, and with the fuzzer's counters each character of it takes long.
+    rest.remove_prefix(std::strspn(rest.data(), plainCharacters().c_str()));
+    if (rest.empty()) {
+      return;
+    }
+    const std::uint32_t code = takeCharacter(rest);
+    expect(code > 0x9f);
     expect(code != 0x061c && code != 0x200e && code != 0x200f && code != 0x2028 && code != 0x2029);
     expect((code < 0x202a || code > 0x202e) && (code < 0x2066 || code > 0x2069));
   }
