@@ -12,11 +12,12 @@ namespace TarvexDiags::FrontEnd {
 /// The verb check: tells every problem of a control file and of what it names.
 /// @param isForPrograms as a JSON document.
 /// @return 0 if there is none, else 2.
-int carryOutCheck(Printer& out, const Configuration& configuration, const std::string& language,
-                  bool checksPermissions, bool isForPrograms);
+[[nodiscard]] int carryOutCheck(Printer& out, const Configuration& configuration,
+                                const std::string& language, bool checksPermissions,
+                                bool isForPrograms);
 
 /// Tells problems. @param place whose they are. @return as above.
-int tellProblems(Printer& out, const std::vector<Problem>& problems, const std::string& place,
-                 bool isForPrograms);
+[[nodiscard]] int tellProblems(Printer& out, const std::vector<Problem>& problems,
+                               const std::string& place, bool isForPrograms);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -4,9 +4,9 @@ namespace TarvexDiags::FrontEnd {
 
 /// The program: parses the arguments and carries the verb out. @return the exit code.
 /// @throws std::exception for what keeps it from its work.
-int runCommandLine(int argc, char** argv);
+[[nodiscard]] int runCommandLine(int argc, char** argv);
 
 /// The same up to the verb, which is not carried out: 0 stands for it. Help and version are told.
-int readCommandLine(int argc, char** argv);
+[[nodiscard]] int readCommandLine(int argc, char** argv);
 
 }  // namespace TarvexDiags::FrontEnd

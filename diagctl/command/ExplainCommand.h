@@ -11,8 +11,8 @@ namespace TarvexDiags::FrontEnd {
 /// @param config the control file of --config, by which the packages are found.
 /// @param isForPrograms tell it as a document.
 /// @return the exit code.
-int carryOutExplain(Printer& out, const std::string& asked,
-                    const std::optional<std::string>& config, const std::string& language,
-                    bool isForPrograms);
+[[nodiscard]] int carryOutExplain(Printer& out, const std::string& asked,
+                                  const std::optional<std::string>& config,
+                                  const std::string& language, bool isForPrograms);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -17,6 +17,6 @@ struct InventoryCheckOptions {
 
 /// The verb "inventory check": holds this machine against what it should be, and reports that as a
 /// run of one step. @return the exit code, which follows from what was found.
-int carryOutInventoryCheck(const InventoryCheckOptions& options);
+[[nodiscard]] int carryOutInventoryCheck(const InventoryCheckOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -18,7 +18,7 @@ struct InventoryOptions {
 
 /// The verb inventory: what this machine is, as a document.
 /// @return the exit code.
-int carryOutInventory(Printer& out, const InventoryOptions& options);
+[[nodiscard]] int carryOutInventory(Printer& out, const InventoryOptions& options);
 
 struct InventoryGoldenOptions {
   std::vector<std::string> files;
@@ -29,10 +29,11 @@ struct InventoryGoldenOptions {
 /// The verb "inventory golden": what most of several machines are, as a document to check others
 /// against, and which of them are odd.
 /// @return the exit code. @throws UsageFault for too few files.
-int carryOutInventoryGolden(const InventoryGoldenOptions& options);
+[[nodiscard]] int carryOutInventoryGolden(const InventoryGoldenOptions& options);
 
 /// The verb "inventory diff": each fact in which two inventories differ. @return the exit code.
-int carryOutInventoryDiff(Printer& out, const std::string& one, const std::string& other);
+[[nodiscard]] int carryOutInventoryDiff(Printer& out, const std::string& one,
+                                        const std::string& other);
 
 /// The inventory of the machine below a folder.
 /// @throws std::system_error naming a folder that is none, or below which no machine lies.

@@ -21,6 +21,6 @@ struct MergeCommandOptions {
 /// as they stand in the logs, unless what identifies machines is to be hidden: then the runs are
 /// written anew.
 /// @return the exit code of the worst run.
-int carryOutMerge(const MergeCommandOptions& options);
+[[nodiscard]] int carryOutMerge(const MergeCommandOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

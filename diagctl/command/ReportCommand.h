@@ -22,6 +22,6 @@ std::string findPagesFault(const ReportCommandOptions& options);
 /// The verb report: tells each run of the logs, and of several logs or machines what they came to
 /// together.
 /// @return the exit code of the last run of one log of one machine; else the worst of all.
-int carryOutReport(const ReportCommandOptions& options);
+[[nodiscard]] int carryOutReport(const ReportCommandOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -54,7 +54,7 @@ void tellUnmatched(const ReportingOptions& options, const std::vector<std::strin
 
 /// Closes the outputs and tells what became of those that were dropped.
 /// @return the code, unless it says that all is well and a report is missing.
-int finish(Outputs& outputs, int code);
+[[nodiscard]] int finish(Outputs& outputs, int code);
 
 /// Makes a run whose libraries are cut short end without a verdict, in the style of exit codes.
 void endWithoutVerdictWhenCutShort(const ReportingOptions& options);
@@ -62,7 +62,7 @@ void endWithoutVerdictWhenCutShort(const ReportingOptions& options);
 /// Carries a verb out that fills in what became of the run, and puts its exit code into the style.
 /// A monitor gets its line of standard output for an exception, too; it is passed on in plain
 /// style.
-int carryOutInStyle(const ReportingOptions& options,
-                    const std::function<int(RunSummary&)>& carryOut);
+[[nodiscard]] int carryOutInStyle(const ReportingOptions& options,
+                                  const std::function<int(RunSummary&)>& carryOut);
 
 }  // namespace TarvexDiags::FrontEnd

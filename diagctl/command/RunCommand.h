@@ -34,6 +34,6 @@ struct RunCommandOptions {
 };
 
 /// The verb run. @return the exit code.
-int carryOutRun(const RunCommandOptions& options);
+[[nodiscard]] int carryOutRun(const RunCommandOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

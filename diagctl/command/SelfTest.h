@@ -22,7 +22,7 @@ const std::vector<SelfTestExpectation>& selfTestExpectations();
 /// each with what must. It also looks for processes that were left behind.
 /// @param packages directory of the misbehaving package; empty: the one that comes along.
 /// @return exit code: 0 when all was contained.
-int carryOutSelfTest(Printer& out, const std::string& packages, const std::string& language,
-                     bool allowsInsecure);
+[[nodiscard]] int carryOutSelfTest(Printer& out, const std::string& packages,
+                                   const std::string& language, bool allowsInsecure);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -22,6 +22,6 @@ struct WatchCommandOptions {
 
 /// The verb watch: watches the machine without a test, and tells what is found as it comes, until
 /// the time is over or a signal ends it. @return the exit code, which follows from what was found.
-int carryOutWatch(const WatchCommandOptions& options);
+[[nodiscard]] int carryOutWatch(const WatchCommandOptions& options);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -28,7 +28,8 @@ class RequestWatch {
   bool isJudged(unsigned long requestId) const;
 
   /// Waits until a request has ended. @param giveUp the limit. @return whether it has ended.
-  bool waitForEnd(unsigned long requestId, std::chrono::steady_clock::time_point giveUp) const;
+  [[nodiscard]] bool waitForEnd(unsigned long requestId,
+                                std::chrono::steady_clock::time_point giveUp) const;
 
   /// The pass that runs; nothing while none does.
   std::optional<Pass> runningPass(unsigned long requestId) const;

@@ -7,6 +7,6 @@ namespace TarvexDiags::FrontEnd {
 /// nor written: a report that was to go there is known to be lost. Call it before anything is
 /// opened.
 /// @return whether all three are taken.
-bool holdStandardDescriptors();
+[[nodiscard]] bool holdStandardDescriptors();
 
 }  // namespace TarvexDiags::FrontEnd
