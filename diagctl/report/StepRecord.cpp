@@ -290,10 +290,23 @@ void RunRecord::takeOfRun(const RunEvent& event) {
     m_size +=
         m_troubles.add(trouble->message.empty() ? trouble->symptom : trouble->message, room());
   } else if (const auto* end = std::get_if<RunEnded>(&event.body)) {
-    m_hasEnded = true;
-    m_end = *end;
+    takeEnd(*end);
   } else if (const auto* coverage = std::get_if<RunCoverage>(&event.body)) {
     m_coverage = Coverage(*coverage);
+  }
+}
+
+// A second end is that of a run whose beginning was lost: what it says makes nothing good.
+void RunRecord::takeEnd(const RunEnded& end) {
+  if (!std::exchange(m_hasEnded, true)) {
+    m_end = end;
+    return;
+  }
+  if (end.result == RunResult::Fail) {
+    m_end.result = RunResult::Fail;
+  }
+  if (end.status == RunStatus::Error || m_end.status == RunStatus::Complete) {
+    m_end.status = end.status;
   }
 }
 

@@ -139,6 +139,7 @@ class RunRecord {
   OutcomeSums sums() const;
   const DroppedSteps& dropped() const { return m_dropped; }
   bool hasEnded() const { return m_hasEnded; }
+  /// Of several ends, the worst of each.
   const RunEnded& end() const { return m_end; }
   std::chrono::system_clock::time_point begin() const { return m_begin; }
   std::chrono::system_clock::time_point last() const { return m_last; }
@@ -150,6 +151,7 @@ class RunRecord {
   using Steps = std::map<std::string, StepRecord>;
 
   void takeOfRun(const RunEvent& event);
+  void takeEnd(const RunEnded& end);
   bool isBehindItsEnd(const std::string& stepId, const RunEventBody& body) const;
   std::size_t room() const { return m_most > m_size ? m_most - m_size : 0; }
   bool holds(const StepRecord& ended) const;

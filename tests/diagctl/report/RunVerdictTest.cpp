@@ -142,6 +142,21 @@ TEST(RunVerdicts, are_no_better_than_what_the_run_says_of_itself) {
   EXPECT_EQ(codeOf(skipped, false), ExitCode::kNothingRan);
 }
 
+TEST(RunVerdicts, are_no_better_than_any_of_several_ends) {
+  const RunEnded passed{RunStatus::Complete, RunResult::Pass};
+  const auto verdictWith = [&](const RunEnded& bad) {
+    const StepDiagnosis diagnosis = judged(Verdict::Pass);
+    const StepEnded complete{kStep, RunStatus::Complete};
+    const RunVerdict verdict = verdictOf(recordOf({diagnosis, complete, bad, passed}));
+    EXPECT_EQ(verdictOf(recordOf({diagnosis, complete, passed, bad})), verdict);
+    return verdict;
+  };
+  EXPECT_EQ(verdictWith({RunStatus::Complete, RunResult::Fail}), RunVerdict::Failed);
+  EXPECT_EQ(verdictWith({RunStatus::Error, RunResult::NotApplicable}), RunVerdict::Troubled);
+  EXPECT_EQ(verdictWith({RunStatus::Skip, RunResult::NotApplicable}), RunVerdict::Troubled);
+  EXPECT_EQ(verdictWith(passed), RunVerdict::Passed);
+}
+
 TEST(RunVerdicts, count_a_step_whose_id_is_empty) {
   RunRecord record;
   const auto time = std::chrono::system_clock::time_point();
