@@ -46,9 +46,9 @@ struct Comparison {
 /// the device's end, of a device that is missing with all that hangs on it, and what the rules let
 /// follow from something else not at all. Neither document is changed; what they hold may be
 /// anything.
-Comparison compare(const Json& expected, const Json& actual, const Rules& rules);
+[[nodiscard]] Comparison compare(const Json& expected, const Json& actual, const Rules& rules);
 
 /// @brief Each fact that differs, told by no rule but that of equality.
-std::vector<Difference> differencesOf(const Json& one, const Json& other);
+[[nodiscard]] std::vector<Difference> differencesOf(const Json& one, const Json& other);
 
 }  // namespace TarvexDiags::Inventory

@@ -18,6 +18,7 @@ namespace TarvexDiags::PackageKit {
 /// @param directory where the package lies
 /// @param name its base name
 /// @return what is wrong, a line for each fault; empty when all is well
-std::vector<std::string> checkPackageTexts(const std::string& directory, const std::string& name);
+[[nodiscard]] std::vector<std::string> checkPackageTexts(const std::string& directory,
+                                                         const std::string& name);
 
 }  // namespace TarvexDiags::PackageKit

@@ -9,7 +9,7 @@ namespace TarvexDiags::PackageKit {
 
 /// @brief Whether a test can run on a device; a no always comes with its reason, which goes into
 /// the package's log and to a client that wants it: see contract/SupportLines.h.
-class Support {
+class [[nodiscard]] Support {
  public:
   static Support yes() { return {{}, {}}; }
 

@@ -20,7 +20,8 @@ namespace TarvexDiags::PackageKit {
 /// Codes are the package's own, 1 to 8999; the kit keeps 9000 to 9099. The kit raises the code as
 /// an event: `failed` as ERROR_EVENT, `unusual` as WARNING_EVENT, with the parameters as given.
 /// Each code needs its token in section `Error` or `Warning` of the package's configuration file.
-class Verdict {
+/// A verdict that is made and not returned tells nobody anything, so the compiler warns of it.
+class [[nodiscard]] Verdict {
  public:
   enum class Kind : unsigned char { Passed, Unusual, Failed, NotSupported };
 

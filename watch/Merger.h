@@ -26,9 +26,9 @@ class Merger {
   /// @brief Whether due() has something to tell.
   bool isAnyDue(Moment now) const;
   /// @brief The findings whose while is over, in the order in which they began.
-  std::vector<Finding> due(Moment now);
+  [[nodiscard]] std::vector<Finding> due(Moment now);
   /// @brief All that are left; nothing is expected any more.
-  std::vector<Finding> rest();
+  [[nodiscard]] std::vector<Finding> rest();
 
  private:
   struct Group {

@@ -62,7 +62,7 @@ class Judge {
   explicit Judge(Policy policy, Span span = Span::Run)
       : m_policy(std::move(policy)), m_span(span) {}
 
-  Severity judge(const Finding& finding);
+  [[nodiscard]] Severity judge(const Finding& finding);
 
  private:
   struct History {

@@ -35,11 +35,11 @@ class Source {
 
   /// @brief Takes what there is now as what was before, and tells nothing of it.
   /// @return why there is nothing to watch; nothing when there is
-  virtual std::optional<std::string> open() = 0;
+  [[nodiscard]] virtual std::optional<std::string> open() = 0;
 
   /// @brief Instead of open(): the first look tells all that was counted since the machine started.
   /// @return as open() does
-  virtual std::optional<std::string> openSinceStart() {
+  [[nodiscard]] virtual std::optional<std::string> openSinceStart() {
     return "nothing is counted there before somebody looks";
   }
 

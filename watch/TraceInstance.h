@@ -21,7 +21,7 @@ class TraceInstance {
   /// @brief Makes it and switches on the events that tell of hardware. Instances of processes that
   /// have died are removed.
   /// @return why there is none; nothing when there is
-  std::optional<std::string> open(const SystemFiles& files);
+  [[nodiscard]] std::optional<std::string> open(const SystemFiles& files);
   void close();
 
   /// @brief Non-blocking, of lines; readable when there are some. Below 0 when it is not open.

@@ -33,20 +33,20 @@ struct RunConditions {
 };
 
 /// What a run comes to where a warning, or what was skipped, may count as no verdict.
-RunVerdict verdictOf(const RunRecord& record, const RunConditions& conditions);
+[[nodiscard]] RunVerdict verdictOf(const RunRecord& record, const RunConditions& conditions);
 
 /// In plain style.
-int exitCodeOf(RunVerdict verdict);
+[[nodiscard]] int exitCodeOf(RunVerdict verdict);
 
-int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
+[[nodiscard]] int exitCodeOf(const RunSummary& summary, const RunConditions& conditions);
 
 /// Whether a step that came to this keeps a run from ending with 0.
 bool isTrouble(StepRecord::Outcome outcome, const RunConditions& conditions);
 
 /// The same for a record, live or of a log, which knows its lost packages by itself.
-int exitCodeOf(const RunRecord& record, const RunConditions& conditions);
+[[nodiscard]] int exitCodeOf(const RunRecord& record, const RunConditions& conditions);
 
 /// The same outcome in another style; wrong usage is the same in each.
-int translate(int code, const RunSummary& summary, ExitStyle style);
+[[nodiscard]] int translate(int code, const RunSummary& summary, ExitStyle style);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -51,8 +51,8 @@ class Output {
 /// What is wrong with "FORMAT=FILE" specifications, for people; empty for nothing. FILE may be "-"
 /// for standard output, which takes one format; no file takes two.
 /// @param inputs files that are read meanwhile, and take none.
-std::string findFault(const std::vector<std::string>& specifications,
-                      const std::vector<std::string>& inputs = {});
+[[nodiscard]] std::string findFault(const std::vector<std::string>& specifications,
+                                    const std::vector<std::string>& inputs = {});
 
 /// Whether one of the outputs that are asked for is standard output.
 bool isStandardOutputTaken(const std::vector<std::string>& specifications);
@@ -77,7 +77,7 @@ class Outputs {
   void handle(const RunEvent& event);
   void finish();
   /// What became of outputs that were dropped, for people.
-  std::vector<std::string> failures() const;
+  [[nodiscard]] std::vector<std::string> failures() const;
 
   /// How many there are; standard output is the last of those that were asked for.
   std::size_t count() const { return m_outputs.size(); }

@@ -24,7 +24,7 @@ struct RunSummary {
   RunSummary& operator+=(const RunSummary& other);
 };
 
-RunSummary summaryOf(const RunRecord& record);
+[[nodiscard]] RunSummary summaryOf(const RunRecord& record);
 
 /// What a run came to as a whole. What stands further up takes precedence: the exit code, the end
 /// of the stream and the line for monitors all follow from it.
@@ -38,19 +38,19 @@ enum class RunVerdict {
 };
 
 /// @param lostPackages packages that could not be loaded: there is no verdict on their tests.
-RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
+[[nodiscard]] RunVerdict verdictOf(const RunSummary& summary, std::size_t lostPackages);
 
 /// The same for a record, live or of a log: a run that was cut short, or says of itself that it has
 /// no result for all, has passed nothing; one that says of itself that it failed has.
-RunVerdict verdictOf(const RunRecord& record);
+[[nodiscard]] RunVerdict verdictOf(const RunRecord& record);
 
 /// Of two runs: the one that takes precedence.
-RunVerdict worseOf(RunVerdict one, RunVerdict other);
+[[nodiscard]] RunVerdict worseOf(RunVerdict one, RunVerdict other);
 
 /// For people: "FAILED: the hardware is at fault".
 std::string toText(RunVerdict verdict);
 
 /// The end of the stream of a run that came to this.
-RunEnded endOf(RunVerdict verdict);
+[[nodiscard]] RunEnded endOf(RunVerdict verdict);
 
 }  // namespace TarvexDiags::FrontEnd

@@ -179,8 +179,8 @@ TEST(Comparison, of_anything_ends_with_findings) {
                                  R"({"disks": {"a": 1}, "pci": {"a": [], "b/c": {"link": 7}}})"}) {
     const Json other = Json::parse(text);
     EXPECT_THAT(compare(other, other, Rules::shipped()).findings, IsEmpty()) << text;
-    compare(smallMachine(), other, Rules::shipped());
-    compare(other, smallMachine(), Rules::shipped());
+    EXPECT_NO_THROW(static_cast<void>(compare(smallMachine(), other, Rules::shipped())));
+    EXPECT_NO_THROW(static_cast<void>(compare(other, smallMachine(), Rules::shipped())));
   }
 }
 

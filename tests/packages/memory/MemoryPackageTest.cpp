@@ -364,7 +364,7 @@ TEST_P(MemoryStopTest, test_ends_at_once_at_each_of_ten_moments) {
     StoppingContext::Clock::duration quickest = std::chrono::hours(1);
     for (int attempt = 0; attempt < 3 && quickest > kLongestAnswer; ++attempt) {
       StoppingContext stopping(nextParameters(), 1 + moment * (questions - 1) / 10);
-      EXPECT_THROW(run(stopping), PackageKit::Stopped) << "moment " << moment;
+      EXPECT_THROW(static_cast<void>(run(stopping)), PackageKit::Stopped) << "moment " << moment;
       quickest = std::min(quickest, stopping.sinceStop());
     }
     EXPECT_LT(quickest, kLongestAnswer) << "moment " << moment;
@@ -375,7 +375,7 @@ INSTANTIATE_TEST_SUITE_P(AllTests, MemoryStopTest, ::testing::ValuesIn(kAllTests
 
 TEST_F(MemoryCountersTest, request_to_stop_gives_no_verdict) {
   context->requestStop();
-  EXPECT_THROW(run(), PackageKit::Stopped);
+  EXPECT_THROW(static_cast<void>(run()), PackageKit::Stopped);
 }
 
 TEST_F(MemoryCountersTest, fault_that_was_found_stands_whatever_comes_after_it) {
@@ -387,9 +387,8 @@ TEST_F(MemoryCountersTest, fault_that_was_found_stands_whatever_comes_after_it) 
   };
   EXPECT_EQ(troubled(200).kind(), PackageKit::Verdict::Kind::Failed);
   EXPECT_EQ(troubled(100).kind(), PackageKit::Verdict::Kind::NotSupported);
-  EXPECT_THROW(Common::judged(*context, "Memory",
-                              [](Common::RunJournal&) { throw std::runtime_error("trouble"); }),
-               std::runtime_error);
+  const auto broken = [](Common::RunJournal&) { throw std::runtime_error("trouble"); };
+  EXPECT_THROW(static_cast<void>(Common::judged(*context, "Memory", broken)), std::runtime_error);
 }
 
 TEST_F(MemoryCountersTest, node_without_a_cpu_to_run_on_is_not_passed) {

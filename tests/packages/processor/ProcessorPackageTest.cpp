@@ -309,7 +309,8 @@ TEST_F(ProcessorCountersTest, partner_that_is_taken_away_is_told_with_its_number
   const std::string partner = std::to_string(all[1]);
   machine.has("sys/devices/system/cpu/online", core + "," + partner + "\n");
   const ProcessorTest test = {.number = 6, .checks = leavingChecks};
-  EXPECT_EQ(reasonOf([&] { CoreDiagnostic(test).run(*context); }), "PARTNER_TAKEN_AWAY");
+  EXPECT_EQ(reasonOf([&] { static_cast<void>(CoreDiagnostic(test).run(*context)); }),
+            "PARTNER_TAKEN_AWAY");
   ASSERT_THAT(context->events(), SizeIs(1));
   EXPECT_EQ(context->events()[0].code, PartnerLost);
   EXPECT_THAT(context->events()[0].parameters, ElementsAre("Core", partner));
