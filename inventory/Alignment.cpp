@@ -47,14 +47,18 @@ std::size_t countCommon(const Branch& one, const Branch& other) {
       one.begin(), one.end(), [&](const std::string& device) { return other.contains(device); }));
 }
 
-/// The names that roots get: the most alike are matched first.
+/// The names that roots get, of those that have something in common: the most alike are matched
+/// first.
 std::map<std::string, std::string> namesFor(const Json& other, const Json& inventory) {
   using Match = std::tuple<std::size_t, bool, std::string, std::string>;
   const std::map<std::string, Branch> wanted = branchesOf(other);
   std::vector<Match> matches;
   for (const auto& [root, branch] : branchesOf(inventory)) {
     for (const auto& [name, wantedBranch] : wanted) {
-      matches.emplace_back(countCommon(branch, wantedBranch), root == name, root, name);
+      const std::size_t common = countCommon(branch, wantedBranch);
+      if (common > 0) {
+        matches.emplace_back(common, root == name, root, name);
+      }
     }
   }
   std::sort(matches.begin(), matches.end(), [](const Match& left, const Match& right) {
@@ -68,7 +72,7 @@ std::map<std::string, std::string> namesFor(const Json& other, const Json& inven
   std::map<std::string, std::string> names;
   std::set<std::string> taken;
   for (const auto& [common, isSame, root, name] : matches) {
-    if (!names.contains(root) && !taken.contains(name) && (common > 0 || isSame)) {
+    if (!names.contains(root) && !taken.contains(name)) {
       names.emplace(root, name);
       taken.insert(name);
     }

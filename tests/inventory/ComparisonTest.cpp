@@ -15,6 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
 using Lines = std::vector<std::string>;
 
 Lines findingsFor(const Json& actual, const Json& expected = smallMachine()) {
@@ -151,6 +152,18 @@ TEST(Comparison, matches_roots_whose_buses_were_renumbered) {
       << "of one name first";
   EXPECT_THAT(findingsFor(withRoots({{"0000:30", "a"}, {"0000:16", "a"}, {"0000:50", "z"}}), alike),
               ElementsAre("warning added /pci/0000:50~101.0 +/disks/0000:50~101.0~1n1"));
+}
+
+TEST(Comparison, leaves_a_root_its_name_where_nothing_below_it_is_alike) {
+  const Json before = withRoots({{"0000:16", "a"}, {"0000:30", "b"}});
+  EXPECT_THAT(findingsFor(withRoots({{"0000:30", "b"}, {"0000:5a", "z"}}), before),
+              UnorderedElementsAre("failure missing /pci/0000:16~101.0 +/disks/0000:16~101.0~1n1",
+                                   "warning added /pci/0000:5a~101.0 +/disks/0000:5a~101.0~1n1"));
+  EXPECT_THAT(
+      findingsFor(withRoots({{"0000:16", "z"}, {"0000:30", "b"}, {"0000:4a", "a"}}), before),
+      ElementsAre("warning added /pci/0000:16 (another)~101.0 "
+                  "+/disks/0000:16 (another)~101.0~1n1"))
+      << "but where another one has it now";
 }
 
 TEST(Comparison, follows_the_rules_it_is_given) {
