@@ -23,10 +23,11 @@ quietly() {
   return 1
 }
 
-# packages_of KIND: the names in tools/packages.txt that bear no mark, with those marked "full" when
-# KIND is full, and with all of them when it is deep.
+# packages_of KIND: the names in tools/packages.txt that bear no mark; where KIND is full those marked so as
+# well, where it is a stage of ./test --deep also those of that stage, and where it is deep all.
 packages_of() {
-  awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind || kind == "deep") { print $1 }' tools/packages.txt
+  awk -v kind="$1" '/^[^#]/ && ($2 == "" || $2 == kind || kind == "deep" ||
+    ($2 == "full" && kind != "quick" && kind != "always")) { print $1 }' tools/packages.txt
 }
 
 # What an installed package provides is there as well.
