@@ -441,10 +441,19 @@ install_second() {
     fail "second-build: installing"
 }
 
+# must_be_the_same ONE OTHER: two folders that differ in nothing; shows in what they do.
+must_be_the_same() {
+  local log=build/logs/second-difference.log
+  needs "files in $1" "$(find "$1" -type f | wc -l)"
+  diff -r --brief "$1" "$2" && return
+  diffoscope --text "$log" --max-text-report-size 1000000 "$1" "$2" || true
+  head -n 100 "$log" >&2
+  fail "second-build: $1 and $2 differ (the whole is in $log)"
+}
+
 # Two builds of the same sources are the same to the byte, whatever the day, the language and the order.
 stage_second_build() {
   install_second first "$CORES"
   TZ=Pacific/Kiritimati LC_ALL=C.UTF-8 install_second second "$((CORES + 3))"
-  needs "installed files" "$(find build/second/first -type f | wc -l)"
-  diff -r --brief build/second/first build/second/second || fail "second-build: the two differ"
+  must_be_the_same build/second/first build/second/second
 }
