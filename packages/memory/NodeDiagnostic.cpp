@@ -352,10 +352,11 @@ double NodeDiagnostic::estimate(const Device& device, const Environment& environ
   const bool isQuick = environment.isQuick;
   const auto available = availableBytes(filesOf(device), nodeOf(device));
   const std::uint64_t bytes = testedBytes(available.value_or(0), limitsOf(settings, test, isQuick));
-  // By a cautious guess of what two cores verify in a second beside tests of themselves; populating
-  // costs as much as five walks.
-  constexpr double kBytesPerSecond = 3e9;
-  constexpr double kPopulatingWalks = 5;
+  // Between what two cores verify in a second with nothing beside them and with tests of their own,
+  // on machines of the last ten years. Populating costs as much as five walks, but the tests that
+  // follow one another on a node share what the first of them populated.
+  constexpr double kBytesPerSecond = 6e9;
+  constexpr double kPopulatingWalks = 2;
   const double walk = static_cast<double>(bytes) / kBytesPerSecond;
   const double rounds = m_test.lasts ? 1 : roundsOf(settings, test, isQuick);
   double walking = walk * (isQuick ? m_test.quickWalks : m_test.walks) * rounds;
