@@ -4,8 +4,7 @@
 DEB_FOLDER=build/deb
 LIBRARIES_WITH_ABI=(diagframework diagctrl)
 
-# The packages, in build/deb, of the release build, from a copy of the sources: debhelper writes into
-# the tree that it packs.
+# The packages, in build/deb, of the release build.
 build_debs() {
   local triplet
   triplet=$(dpkg-architecture -qDEB_HOST_MULTIARCH)
@@ -14,13 +13,18 @@ build_debs() {
     -DCMAKE_INSTALL_LIBDIR="lib/$triplet" || fail "deb: configuring"
   quietly build/logs/deb-build.log cmake --build --preset release --target installed ||
     fail "deb: building"
-  rm -rf "$DEB_FOLDER"
-  mkdir -p "$DEB_FOLDER/tree"
-  tar --exclude=./build --exclude='./build-*' --exclude=./.git -c . | tar -x -C "$DEB_FOLDER/tree"
-  quietly build/logs/deb.log env -C "$DEB_FOLDER/tree" TARVEX_BUILD="$PWD/build/release" \
-    TARVEX_DEBS="$PWD/$DEB_FOLDER" DEB_RULES_REQUIRES_ROOT=no DEB_BUILD_OPTIONS=noautodbgsym \
-    debian/rules binary ||
-    fail "deb: packing"
+  pack_debs "$PWD/build/release" "$PWD/$DEB_FOLDER" || fail "deb: packing"
+}
+
+# pack_debs BUILD FOLDER: the packages of a build for /usr that is there, to FOLDER, from a copy of the
+# sources below it: debhelper writes into the tree that it packs. Both are absolute.
+pack_debs() {
+  local tree=$2/tree
+  rm -rf "$2"
+  mkdir -p "$tree"
+  tar --exclude=./build --exclude='./build-*' --exclude=./.git -c . | tar -x -C "$tree"
+  quietly build/logs/deb.log env -C "$tree" TARVEX_BUILD="$1" TARVEX_DEBS="$2" \
+    DEB_RULES_REQUIRES_ROOT=no DEB_BUILD_OPTIONS=noautodbgsym debian/rules binary
 }
 
 # describe_interfaces HEADERS FOLDER: what both libraries of the release build offer, as far as the
@@ -81,4 +85,24 @@ try_debs() {
   as_root mkdir -p "$root/home/tree/debs"
   as_root cp "$DEB_FOLDER"/*.deb tests/install/deb/* "$root/home/tree/debs"
   in_bare_system "$root" root 'debs/try_packages.sh'
+}
+
+# offer_debs ROOT: the packages as an archive of the bare system's own apt, in a folder that is there before
+# anything is installed.
+offer_debs() {
+  local offered=$1/srv/debs
+  as_root mkdir -p "$offered"
+  as_root cp "$DEB_FOLDER"/*.deb "$offered"
+  (cd "$DEB_FOLDER" && dpkg-scanpackages --multiversion . 2>/dev/null) | as_root tee "$offered/Packages" >/dev/null
+  echo "deb [trusted=yes] file:/srv/debs ./" | as_root tee "$1/etc/apt/sources.list.d/offered.list" >/dev/null
+}
+
+# try_lives ROOT: the packages, installed, removed, purged and installed again in copies of the bare system
+# at ROOT by piuparts, which looks for what that leaves behind, breaks or puts where it does not belong.
+try_lives() {
+  # Nothing that walks through build/ meanwhile meets what it mounts.
+  quietly build/logs/piuparts.log as_root unshare --mount piuparts --existing-chroot="$1" \
+    --keep-sources-list --distribution="$(. /etc/os-release && echo "$VERSION_CODENAME")" \
+    --tmpdir="$(dirname "$1")" --no-upgrade-test --install-remove-install --install-purge-install \
+    --fail-on-broken-symlinks "$DEB_FOLDER"/*.deb || fail "lives: piuparts"
 }

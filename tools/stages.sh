@@ -30,6 +30,7 @@ STAGES=(
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
   "pages        900  deep    pages of runs in a browser, by the rules of axe-core: light, dark, narrow, on paper, in three languages"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
+  "lives        600  deep    the Debian packages: what installing, removing and purging them leaves or breaks"
   "fleet       1500  deep    what calls diagctl on many machines: Slurm, clush, pdsh, Ansible, monitors"
   "bare        1500  deep    ./test and ./run on a bare system, as root, and ./run as somebody else"
 )
@@ -456,4 +457,15 @@ stage_second_build() {
   install_second first "$CORES"
   TZ=Pacific/Kiritimati LC_ALL=C.UTF-8 install_second second "$((CORES + 3))"
   must_be_the_same build/second/first build/second/second
+}
+
+# What remains of the packages in a system that had nothing else.
+stage_lives() {
+  local root=$PWD/build/bare/lives
+  build_debs
+  remove_bare_system "$root"
+  make_bare_system "$root"
+  offer_debs "$root"
+  try_lives "$root"
+  remove_bare_system "$root"
 }
