@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 namespace {
@@ -76,9 +78,10 @@ std::optional<std::string> AerSource::open() {
       }
     }
   }
-  return m_texts.empty() ? std::optional<std::string>(
-                               "no PCI Express device of this machine reports errors to the kernel")
-                         : std::nullopt;
+  return m_texts.empty()
+             ? std::optional<std::string>(
+                   because("no PCI Express device of this machine reports errors to the kernel"))
+             : std::nullopt;
 }
 
 std::optional<std::string> AerSource::openSinceStart() {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "watch/DiskCounters.h"
+#include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
 
@@ -41,7 +42,8 @@ std::optional<std::string> DiskSource::open() {
     disk.failed.to(counters.failed);
     disk.timedOut.to(counters.timedOut);
   }
-  return m_disks.empty() ? std::optional<std::string>("this machine has no disk") : std::nullopt;
+  return m_disks.empty() ? std::optional<std::string>(because("this machine has no disk"))
+                         : std::nullopt;
 }
 
 std::optional<std::string> DiskSource::openSinceStart() {

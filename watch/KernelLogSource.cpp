@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "watch/KernelLog.h"
+#include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
 
@@ -38,7 +39,7 @@ std::optional<std::string> KernelLogSource::open() {
   m_log = PackageKit::UniqueDescriptor(
       ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
   if (!m_log) {
-    return std::string("the kernel's log cannot be read: ") + std::strerror(errno);
+    return because("the kernel's log cannot be read", std::strerror(errno));
   }
   struct stat status {};
   m_isDevice = fstat(m_log.get(), &status) == 0 && S_ISCHR(status.st_mode);

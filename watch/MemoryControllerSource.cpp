@@ -3,13 +3,16 @@
 #include <cstdint>
 #include <utility>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 std::optional<std::string> MemoryControllerSource::open() {
   const ErrorCounters counters = ErrorCounters::read(m_files);
   if (!counters.present()) {
-    return "the kernel has no driver for this machine's memory controllers, or its memory corrects "
-           "nothing";
+    return because(
+        "the kernel has no driver for this machine's memory controllers, or its memory corrects "
+        "nothing");
   }
   for (const auto& [name, counter] : counters.all()) {
     m_growths.to(name + " ce", counter.count.corrected);

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 namespace {
@@ -67,9 +69,9 @@ std::optional<std::string> NetworkSource::open() {
     }
   }
   m_growths.open();
-  return m_known.empty()
-             ? std::optional<std::string>("this machine has no network interface of hardware")
-             : std::nullopt;
+  return m_known.empty() ? std::optional<std::string>(
+                               because("this machine has no network interface of hardware"))
+                         : std::nullopt;
 }
 
 std::optional<std::string> NetworkSource::openSinceStart() {

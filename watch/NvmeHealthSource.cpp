@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "packagekit/UniqueDescriptor.h"
+#include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
 
@@ -75,8 +76,8 @@ std::optional<std::string> NvmeHealthSource::open() {
   if (!m_controllers.empty()) {
     return std::nullopt;
   }
-  return names.empty() ? "this machine has no NVMe disk"
-                       : "no NVMe disk tells its health; only root may ask";
+  return names.empty() ? because("this machine has no NVMe disk")
+                       : because("no NVMe disk tells its health; only root may ask");
 }
 
 void NvmeHealthSource::look(Moment now, Collector& collector) {

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <string_view>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 // Documentation/power/powercap/powercap.rst of the kernel: intel-rapl:0 is a processor,
@@ -33,8 +35,8 @@ std::optional<std::string> PowerSource::open() {
   if (!m_zones.empty()) {
     return std::nullopt;
   }
-  return isThere ? "only root may read the processors' counters of energy"
-                 : "the kernel counts no energy of these processors";
+  return isThere ? because("only root may read the processors' counters of energy")
+                 : because("the kernel counts no energy of these processors");
 }
 
 void PowerSource::look(Moment now, Collector& collector) {

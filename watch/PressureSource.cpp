@@ -3,6 +3,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "watch/Reason.h"
 #include "watch/TextPattern.h"
 
 namespace TarvexDiags::Watching {
@@ -20,7 +21,7 @@ std::optional<std::string> PressureSource::open() {
       return std::nullopt;
     }
   }
-  return "this kernel does not measure pressure";
+  return because("this kernel does not measure pressure");
 }
 
 // Documentation/accounting/psi.rst of the kernel: "some avg10=0.12 avg60=...".

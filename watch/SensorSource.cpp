@@ -3,6 +3,8 @@
 #include <charconv>
 #include <utility>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 namespace {
@@ -47,7 +49,7 @@ std::optional<std::string> SensorSource::open() {
     addChip(kChips / ("hwmon" + std::to_string(chip)));
   }
   return m_sensors.empty()
-             ? std::optional<std::string>("the kernel shows no sensor of this machine")
+             ? std::optional<std::string>(because("the kernel shows no sensor of this machine"))
              : std::nullopt;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "watch/Finding.h"
+#include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
 
@@ -40,7 +41,7 @@ class Source {
   /// @brief Instead of open(): the first look tells all that was counted since the machine started.
   /// @return as open() does
   [[nodiscard]] virtual std::optional<std::string> openSinceStart() {
-    return "nothing is counted there before somebody looks";
+    return because("nothing is counted there before somebody looks");
   }
 
   /// @brief Tells what has come since the last look.

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "watch/CpuFiles.h"
+#include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
 
@@ -15,9 +16,9 @@ std::optional<std::string> ThrottleSource::open() {
   for (const int cpu : m_files.numberedEntries("sys/devices/system/cpu", "cpu")) {
     addCounters(cpu);
   }
-  return m_counters.empty()
-             ? std::optional<std::string>("the kernel counts no throttling of these processors")
-             : std::nullopt;
+  return m_counters.empty() ? std::optional<std::string>(
+                                  because("the kernel counts no throttling of these processors"))
+                            : std::nullopt;
 }
 
 void ThrottleSource::addCounters(int cpu) {

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "watch/Reason.h"
+
 namespace TarvexDiags::Watching {
 
 namespace {
@@ -50,7 +52,7 @@ std::optional<std::string> TraceInstance::open(const SystemFiles& files) {
     }
   }
   if (instances.empty()) {
-    return "the kernel's trace is not mounted, or only root may read it";
+    return because("the kernel's trace is not mounted, or only root may read it");
   }
   for (const std::string& name : files.entries(instances)) {
     if (isLeftOver(name)) {
@@ -60,7 +62,7 @@ std::optional<std::string> TraceInstance::open(const SystemFiles& files) {
   const std::filesystem::path folder =
       files.absolute(instances / (std::string(kPrefix) + std::to_string(getpid())));
   if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-    return std::string("the kernel's trace gives no buffer: ") + std::strerror(errno);
+    return because("the kernel's trace gives no buffer", std::strerror(errno));
   }
   m_folder = folder;
   // Otherwise poll waits until the buffer is half full.
@@ -77,7 +79,7 @@ std::optional<std::string> TraceInstance::open(const SystemFiles& files) {
     return std::nullopt;
   }
   close();
-  return "the kernel traces none of the events that tell of hardware";
+  return because("the kernel traces none of the events that tell of hardware");
 }
 
 void TraceInstance::close() {

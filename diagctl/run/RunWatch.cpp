@@ -146,12 +146,23 @@ void RunWatch::start() {
   tellAbsent();
 }
 
+namespace {
+
+/// In the reader's language; what the system says is told as it does.
+std::string toldReason(const std::string& reason) {
+  const std::size_t words = std::min(reason.find(": "), reason.size());
+  return told(reason.substr(0, words)) + reason.substr(words);
+}
+
+}  // namespace
+
 // The reasons are for who looks into the log.
 void RunWatch::tellAbsent() {
   std::vector<std::string> names;
   for (const auto& [source, reason] : m_inbox->takeAbsent()) {
     names.emplace_back(Watching::nameOf(source));
-    m_tell(RunMessage{Severity::Debug, tr("Not watched: {}: {}.", names.back(), reason)});
+    m_tell(
+        RunMessage{Severity::Debug, tr("Not watched: {}: {}.", names.back(), toldReason(reason))});
   }
   if (!names.empty()) {
     m_tell(RunMessage{Severity::Information,

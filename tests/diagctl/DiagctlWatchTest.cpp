@@ -279,6 +279,13 @@ TEST_F(WatchedRun, tells_in_the_language_of_the_user) {
   EXPECT_THAT(run.outcome().out, HasSubstr("das Speichermodul DIMM_A1"));
 }
 
+TEST_F(WatchedRun, tells_in_the_language_of_the_user_why_something_is_not_watched) {
+  begin({"--watch=edac,aer,kmsg", "--lang", "de"});
+  EXPECT_TRUE(m_run->waitForLog("meldet dem Kernel Fehler."));
+  EXPECT_TRUE(m_run->waitForLog("das Protokoll des Kernels kann nicht gelesen werden: "));
+  EXPECT_EQ(finish().exitCode(), kPassed);
+}
+
 TEST_F(WatchedRun, tells_a_device_that_has_vanished_once_and_as_it_is_to_be_told) {
   m_machine.has("sys/block/node0/device/ioerr_cnt", "0x0\n");
   begin();

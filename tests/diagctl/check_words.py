@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Proves that each text of the program is there in every language, with the places of its arguments.
 
-Usage: check_words.py ROOT [FINDING]: looks at the texts of diagctl/ below ROOT and at the word lists
-po/*.po; there must be no finding, or this one and no other.
+Usage: check_words.py ROOT [FINDING]: looks at the texts of diagctl/ and watch/ below ROOT and at the
+word lists po/*.po; there must be no finding, or this one and no other.
 """
 
 import collections
