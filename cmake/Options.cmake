@@ -2,8 +2,8 @@
 
 option(TARVEX_WERROR "Treat warnings as errors" ON)
 option(TARVEX_USE_CCACHE "Compile through ccache where it is installed" ON)
-# Most of what a source takes to compile is what it includes. The address sanitizer's build shows what a source
-# forgot to include, and clang-tidy what a test forgot.
+# Most of what a source takes to compile is what it includes. clang-tidy, for which nothing is compiled
+# together, shows what a source forgot to include.
 set(TARVEX_COMPILE_TOGETHER "nothing"
     CACHE STRING "What is compiled eight sources of a target at a time: nothing, tests or all")
 set_property(CACHE TARVEX_COMPILE_TOGETHER PROPERTY STRINGS nothing tests all)
