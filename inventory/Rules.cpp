@@ -107,8 +107,8 @@ class RuleReader {
     }
   }
 
-  template <class Value, std::size_t Size>
-  Value wordOf(const char* key, const std::array<Word<Value>, Size>& words,
+  template <class Value, std::size_t kSize>
+  Value wordOf(const char* key, const std::array<Word<Value>, kSize>& words,
                const char* otherwise) const {
     const std::string word =
         otherwise != nullptr && !m_rule.contains(key) ? otherwise : textOf(key);

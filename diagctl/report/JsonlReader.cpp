@@ -457,6 +457,27 @@ class RunParser {
   std::map<std::string, OpenStep> m_open;  ///< steps that have not ended
 };
 
+/// The lines of one run, and where the next begins.
+class RunLines {
+ public:
+  bool hasBegun() const { return m_hasBegun; }
+  bool isEndedBy(const Json& line) const {
+    return (m_hasBegun && line.contains("schemaVersion")) || (m_hasTold && isRunStart(line));
+  }
+  void take(const Json& line, const JsonlReader::Sink& sink) {
+    m_hasBegun = true;
+    if (auto body = m_parser.toEvent(line)) {
+      m_hasTold = true;
+      sink({timeOf(line.at("timestamp")), std::move(*body)});
+    }
+  }
+
+ private:
+  RunParser m_parser;
+  bool m_hasBegun = false;
+  bool m_hasTold = false;  ///< of an event; what precedes the first one tells of nothing yet
+};
+
 }  // namespace
 
 JsonlReader::JsonlReader(std::istream& in, std::string name) : m_in(in), m_name(std::move(name)) {}
@@ -537,9 +558,7 @@ bool JsonlReader::endsHere() {
 }
 
 bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
-  RunParser parser;
-  bool hasBegun = false;
-  bool hasTold = false;
+  RunLines run;
   while (nextLine()) {
     const unsigned long number = m_line;
     const auto fail = [&](const std::string& reason) {
@@ -547,17 +566,11 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
     };
     try {
       const Json line = parseLine(m_text);
-      const bool isNext = (line.contains("schemaVersion") && std::exchange(hasBegun, true)) ||
-                          (hasTold && isRunStart(line));
-      if (isNext) {
+      if (run.isEndedBy(line)) {
         m_isPending = true;
         return true;
       }
-      hasBegun = true;
-      if (auto body = parser.toEvent(line)) {
-        hasTold = true;
-        sink({timeOf(line.at("timestamp")), std::move(*body)});
-      }
+      run.take(line, sink);
       if (lines) {
         lines(m_text, line);
       }
@@ -565,7 +578,7 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
       if (!endsHere()) {
         fail(tr("it is no JSON from byte {} on", failure.byte));
       }
-      if (hasBegun) {
+      if (run.hasBegun()) {
         return true;
       }
     } catch (const Json::exception& failure) {
@@ -574,7 +587,7 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
       fail(failure.what());
     }
   }
-  return hasBegun;
+  return run.hasBegun();
 }
 
 }  // namespace TarvexDiags::FrontEnd

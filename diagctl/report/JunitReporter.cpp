@@ -196,8 +196,7 @@ OutcomeSums writeTroubles(Printer& out, const RunRecord& run, const OutcomeSums&
   }
   const bool isFailure =
       verdictOf(run) == RunVerdict::Failed && !written.contains(StepRecord::Outcome::Failed);
-  const OutcomeSums sums = {
-      {isFailure ? StepRecord::Outcome::Failed : StepRecord::Outcome::Trouble, 1}};
+  OutcomeSums sums = {{isFailure ? StepRecord::Outcome::Failed : StepRecord::Outcome::Trouble, 1}};
   const char* const element = isFailure ? "failure" : "error";
   beginSuite(out, run, "diagctl", sums, 0);
   out.print(R"(    <testcase classname="diagctl" name="{}" time="0">)", tr("the run as a whole"));
