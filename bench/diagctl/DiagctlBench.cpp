@@ -236,11 +236,11 @@ void WhileTestsRun(benchmark::State& state) {
     state.counters["grownMiB"] = first.residentMiB > 0 ? last.residentMiB - first.residentMiB : 0;
   }
 }
-/// Two loops a core that do nothing, at the priority of the processes in which tests run.
+/// Two loops a core that do nothing, at the priority of the processes in which tests run or
+/// another.
 class BusyLoops {
  public:
-  BusyLoops() {
-    constexpr int niceness = 10;
+  explicit BusyLoops(int niceness = 10) {
     for (long left = 2 * sysconf(_SC_NPROCESSORS_ONLN); left > 0; --left) {
       const pid_t loop = fork();
       if (loop == 0) {
@@ -314,6 +314,29 @@ void TotalTimeOfThreeSeconds(benchmark::State& state) {
   }
 }
 BENCHMARK(TotalTimeOfThreeSeconds)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(5);
+
+/// Beside busy loops of ordinary priority: the program as it starts, before others, and as one
+/// whose scheduling somebody has chosen, which it leaves alone.
+void ListBesideLoops(benchmark::State& state, const std::vector<std::string>& chosen) {
+  const BusyLoops loops(0);
+  std::vector<std::string> arguments = chosen;
+  const auto list = diagctl({"list"});
+  arguments.insert(arguments.end(), list.begin(), list.end());
+  for (auto _ : state) {
+    if (Process(arguments, Process::Output::pipe).finish() != 0) {
+      state.SkipWithError("the program failed");
+      break;
+    }
+  }
+}
+BENCHMARK_CAPTURE(ListBesideLoops, before_others, {})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(5);
+BENCHMARK_CAPTURE(ListBesideLoops, as_others, {"/usr/bin/chrt", "--batch", "0"})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(5);
 
 BENCHMARK(WhileTestsRun)->ArgName("terminal")->Arg(0)->Arg(1)->Iterations(1)->UseRealTime();
 

@@ -1,9 +1,9 @@
 #include "diagctl/run/Collector.h"
 
-#include <sys/resource.h>
-
 #include <iterator>
 #include <utility>
+
+#include "diagctl/session/Precedence.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -12,11 +12,6 @@ namespace {
 // How long a turn waits for a wake-up; a lost one costs no more than that.
 constexpr std::chrono::milliseconds kLongestWait{100};
 constexpr int kNiceness = -5;
-
-// Of the calling thread alone. Without the right to it, the thread goes on as it is.
-void goAhead() {
-  static_cast<void>(setpriority(PRIO_PROCESS, 0, kNiceness));
-}
 
 }  // namespace
 
@@ -38,7 +33,7 @@ Collector::~Collector() {
 
 void Collector::run() {
   try {
-    goAhead();
+    const Precedence precedence(kNiceness);
     takeTurns();
   } catch (...) {
     const System::LockHold hold(m_lock);

@@ -10,6 +10,7 @@
 #include "diagctl/session/DiscoveryWatch.h"
 #include "diagctl/session/LostPackages.h"
 #include "diagctl/session/OpenFiles.h"
+#include "diagctl/session/Precedence.h"
 #include "diagctl/session/Reasons.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -18,6 +19,9 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 using Controller = DiagCtrl::DiagnosticController;
+
+// While the controller starts, whose thousands of calls yield to others.
+constexpr int kStartNiceness = -10;
 
 std::string describe(const DiagCtrl::DiagCtrlEvent& event) {
   const CodeEntry* entry = findEvent(event.getEventCode());
@@ -42,6 +46,7 @@ Session::Session(const std::string& controlFile, const std::string& language,
       m_controlFile(controlFile),
       m_texts(m_controller, language) {
   allowOpenFiles(openFilesFor(1));
+  const Precedence precedence(kStartNiceness);
   // Before the controller has threads.
   const PackageKit::Contract::SupportInbox reasons;
   DiscoveryWatch discovery;

@@ -136,6 +136,18 @@ TEST_F(Diagctl, run_holds_no_more_files_open_than_it_asks_for) {
   EXPECT_GT(most, kTests * 5) << "it was looked at too early";
 }
 
+TEST_F(Diagctl, run_comes_before_other_programs_with_one_of_its_threads_at_most) {
+  place.useMisbehavingPackage();
+  Program program(withControlFile({"run", "-q", "-t", "Long test", "-d", "Unit 0"}));
+  program.awaitWorker();
+  std::vector<int> nicenesses = program.nicenesses();
+  program.signal(SIGTERM);
+  program.finish();
+  ASSERT_GT(nicenesses.size(), 3U);
+  nicenesses.pop_back();
+  EXPECT_THAT(nicenesses, Each(getpriority(PRIO_PROCESS, 0)));
+}
+
 TEST_F(Diagctl, run_of_a_hundred_and_fifty_tests_at_once_is_not_refused_at_1024_files) {
   std::vector<ConfiguredDevice> devices;
   for (int number = 0; number < 150; ++number) {

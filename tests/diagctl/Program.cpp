@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <stdexcept>
 #include <system_error>
@@ -267,6 +268,21 @@ pid_t Program::awaitWorker(std::chrono::milliseconds limit) const {
 std::size_t Program::openFiles() const {
   const std::filesystem::directory_iterator files("/proc/" + std::to_string(m_process) + "/fd");
   return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+std::vector<int> Program::nicenesses() const {
+  std::vector<int> all;
+  const std::filesystem::directory_iterator threads("/proc/" + std::to_string(m_process) + "/task");
+  for (const auto& thread : threads) {
+    errno = 0;  // -1 is a niceness, too
+    const int niceness =
+        getpriority(PRIO_PROCESS, static_cast<id_t>(std::stoul(thread.path().filename())));
+    if (errno == 0) {
+      all.push_back(niceness);
+    }
+  }
+  std::sort(all.begin(), all.end(), std::greater<>());
+  return all;
 }
 
 Outcome Program::finish(std::chrono::milliseconds limit) {

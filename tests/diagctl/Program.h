@@ -50,6 +50,8 @@ class Program {
   std::vector<pid_t> workers() const;
   /// How many files it has open.
   std::size_t openFiles() const;
+  /// The niceness of each of its threads, the highest first.
+  std::vector<int> nicenesses() const;
   /// Waits for the end.
   Outcome finish(std::chrono::milliseconds limit = std::chrono::seconds(100));
 
