@@ -16,7 +16,6 @@ using PackageKit::Environment;
 using PackageKit::Support;
 using PackageKit::TestContext;
 using PackageKit::TestRow;
-using PackageKit::Verdict;
 
 std::vector<Device> findCounters(const Environment& environment) {
   Device device;
