@@ -21,8 +21,9 @@ struct Scheduling {
 /// such. A thread that yields often, as the controller has its callers do, waits at each time for
 /// the turns of others, and that is seconds on a busy machine.
 ///
-/// A niceness that somebody set stays as it is. What the thread starts meanwhile, threads and
-/// programs, is scheduled as if it had not come first. To be destroyed by the same thread.
+/// A niceness or a policy that somebody set stays as it is. What the thread starts meanwhile,
+/// threads and programs, is scheduled as if it had not come first. To be destroyed by the same
+/// thread.
 class Precedence {
  public:
   /// @param niceness below 0. Refusals of the kernel leave the thread as it is.

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <functional>
 #include <thread>
 
@@ -111,16 +112,25 @@ TEST(Precedence, leaves_a_niceness_that_somebody_set) {
   });
 }
 
-TEST(Precedence, leaves_what_comes_first_already) {
-  static constexpr int kChosen = -3;
+TEST(Precedence, leaves_a_thread_that_somebody_made_patient) {
   onThread([] {
-    if (!mayLowerNiceness()) {
-      GTEST_SKIP() << "needs the right to lower a niceness";
-    }
-    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, kChosen), 0);
+    const sched_param none{};
+    ASSERT_EQ(sched_setscheduler(0, SCHED_BATCH, &none), 0);
+    const Scheduling before = present();
     const Precedence precedence(kNiceness);
-    EXPECT_EQ(present().niceness, kChosen);
-    EXPECT_EQ(ofStartedThread().niceness, kChosen) << "what it starts inherits it";
+    expectSame(present(), before);
+    EXPECT_EQ(ofStartedThread().policy, static_cast<std::uint32_t>(SCHED_BATCH));
+  });
+}
+
+// Who may not lower a niceness has none that is low.
+TEST(Precedence, leaves_what_comes_first_already) {
+  const int chosen = mayLowerNiceness() ? -3 : getpriority(PRIO_PROCESS, 0);
+  onThread([chosen] {
+    ASSERT_EQ(setpriority(PRIO_PROCESS, 0, chosen), 0);
+    const Precedence precedence(kNiceness);
+    EXPECT_EQ(present().niceness, chosen);
+    EXPECT_EQ(ofStartedThread().niceness, chosen) << "what it starts inherits it";
   });
 }
 
