@@ -51,13 +51,13 @@ void writeLinked(Svg::Markup& out, const std::string& link, const std::string& t
 }
 
 // Its hyphens are no places to break a line at.
-void writeBeginning(Svg::Markup& out, const RunOfMany& run, bool isLinked = true) {
-  if (isLinked && !run.link.empty()) {
-    out.open("a", {{"href", run.link}});
-    out.leaf("time", toTimestamp(run.begin));
+void writeBeginning(Svg::Markup& out, const RunOfMany& run, const std::string& link) {
+  if (!link.empty()) {
+    out.open("a", {{"href", link}});
+  }
+  out.leaf("time", toTimestamp(run.begin));
+  if (!link.empty()) {
     out.close();
-  } else {
-    out.leaf("time", toTimestamp(run.begin));
   }
 }
 
@@ -71,7 +71,7 @@ void writeRunOfMany(Svg::Markup& out, Table& table, const RunOfMany& run) {
   table.beginRow();
   writeVerdictCell(out, table, run.verdict);
   table.beginCell();
-  writeBeginning(out, run);
+  writeBeginning(out, run, run.link);
   table.endCell();
   table.cell(toText(run.sums));
   table.endRow();
@@ -79,13 +79,13 @@ void writeRunOfMany(Svg::Markup& out, Table& table, const RunOfMany& run) {
 
 void writeBeginnings(Svg::Markup& out, const MachineOfMany& machine) {
   if (machine.runs.size() == 1) {
-    writeBeginning(out, machine.runs.front(), false);
+    writeBeginning(out, machine.runs.front(), "");
     return;
   }
   const std::size_t most = std::min(machine.runs.size(), kMostBeginnings);
   for (std::size_t place = 0; place < most; ++place) {
     out.text(place == 0 ? "" : ", ");
-    writeBeginning(out, machine.runs[place]);
+    writeBeginning(out, machine.runs[place], machine.runs[place].link);
   }
   if (most < machine.runs.size()) {
     out.text(", " + tr("and {} more", machine.runs.size() - most));

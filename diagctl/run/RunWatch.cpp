@@ -49,6 +49,12 @@ std::vector<std::string> processorsOf(const Watching::SystemFiles& files, const 
   return resources;
 }
 
+/// In the reader's language; what the system says is told as it does.
+std::string toldReason(const std::string& reason) {
+  const std::size_t words = std::min(reason.find(": "), reason.size());
+  return told(reason.substr(0, words)) + reason.substr(words);
+}
+
 }  // namespace
 
 std::vector<std::string> resourcesOf(const std::string& tag, const Watching::SystemFiles& files) {
@@ -145,16 +151,6 @@ void RunWatch::start() {
   }
   tellAbsent();
 }
-
-namespace {
-
-/// In the reader's language; what the system says is told as it does.
-std::string toldReason(const std::string& reason) {
-  const std::size_t words = std::min(reason.find(": "), reason.size());
-  return told(reason.substr(0, words)) + reason.substr(words);
-}
-
-}  // namespace
 
 // The reasons are for who looks into the log.
 void RunWatch::tellAbsent() {
