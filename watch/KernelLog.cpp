@@ -27,15 +27,17 @@ struct Message {
 };
 
 // In the order in which they are tried: what is narrower stands first. What the kernel tells twice,
-// such as "Buffer I/O error" behind each failed command, stands here once.
+// such as "Buffer I/O error" behind each failed command, stands here once. Messages begin so,
+// behind what withoutOrigin takes away, and each pattern asks for more than the 15 bytes of the
+// name of a thread, with which other messages begin: users choose those names.
 constexpr Message kMessages[] = {
-    {"EDAC MC%d: %d CE %* on %w (%*page:0x%x", Kind::MemoryCorrected, "mc:", 0, 3, 1, 5},
-    {"EDAC MC%d: %d UE %* on %w (%*page:0x%x", Kind::MemoryUncorrected, "mc:", 0, 3, 1, 5},
-    {"EDAC MC%d: %d CE %* on %w (", Kind::MemoryCorrected, "mc:", 0, 3, 1},
-    {"EDAC MC%d: %d UE %* on %w (", Kind::MemoryUncorrected, "mc:", 0, 3, 1},
-    {"EDAC MC%d: %d CE", Kind::MemoryCorrected, "mc:", 0, kNone, 1},
-    {"EDAC MC%d: %d UE", Kind::MemoryUncorrected, "mc:", 0, kNone, 1},
-    {"mce: [Hardware Error]: Machine check events logged", Kind::MachineCheckCorrected, nullptr},
+    {"EDAC MC%d: %d CE %* on %* (%*page:0x%x", Kind::MemoryCorrected, "mc:", 0, 3, 1, 5},
+    {"EDAC MC%d: %d UE %* on %* (%*page:0x%x", Kind::MemoryUncorrected, "mc:", 0, 3, 1, 5},
+    {"EDAC MC%d: %d CE %* on %* (", Kind::MemoryCorrected, "mc:", 0, 3, 1},
+    {"EDAC MC%d: %d UE %* on %* (", Kind::MemoryUncorrected, "mc:", 0, 3, 1},
+    {"EDAC MC%d: %d CE %*error", Kind::MemoryCorrected, "mc:", 0, kNone, 1},
+    {"EDAC MC%d: %d UE %*error", Kind::MemoryUncorrected, "mc:", 0, kNone, 1},
+    {"[Hardware Error]: Machine check events logged", Kind::MachineCheckCorrected, nullptr},
     {"[Hardware Error]: event severity: corrected", Kind::MachineCheckCorrected, nullptr},
     {"[Hardware Error]: event severity: recoverable", Kind::MachineCheckUncorrected, nullptr},
     {"[Hardware Error]: event severity: fatal", Kind::MachineCheckUncorrected, nullptr},
@@ -60,6 +62,7 @@ constexpr Message kMessages[] = {
     {"NVRM: Xid (PCI:%w): %d", Kind::AcceleratorError, "pci:", 0, 1},
     {"NETDEV WATCHDOG: %w (", Kind::NetworkErrors, "net:", 0, 0},
     {"NETDEV WATCHDOG: CPU: %d: transmit queue", Kind::NetworkErrors, nullptr},
+    {"%w %w %w: NETDEV WATCHDOG: CPU: %d: transmit queue", Kind::NetworkErrors, "net:", 2, 2},
     {"CPU%d: Core temperature above threshold", Kind::Throttled, "cpu:", 0},
     {"CPU%d: Package temperature above threshold", Kind::Throttled, "cpu:", 0},
     {"CPU%d: Core temperature is above threshold", Kind::Throttled, "cpu:", 0},
@@ -79,6 +82,18 @@ constexpr Message kMessages[] = {
     {"out of memory: Killed process %d (%*)", Kind::OutOfMemory, nullptr, kNone, 1},
 };
 
+// What names the part of the kernel that speaks.
+constexpr std::string_view kOrigins[] = {
+    "mce: ",
+    "AER: ",
+    "watchdog: ",
+    "NMI watchdog: ",
+    "BUG: ",
+    "blk_update_request: ",
+    "print_req_error: ",
+    "Memory cgroup ",
+};
+
 // Requests that a disk may refuse without being broken.
 constexpr std::string_view kOptionalRequests[] = {":(DISCARD)", ":(WRITE_ZEROES)",
                                                   ":(SECURE_ERASE)", ":(ZONE_"};
@@ -89,6 +104,42 @@ std::optional<Number> numberFrom(std::string_view text, int base = 10) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
   return error == std::errc() && end == text.data() + text.size() ? std::optional(number)
                                                                   : std::nullopt;
+}
+
+/// What a thread has done, with the name that its program or user gave it: "NAME[PID]: segfault
+/// at".
+bool isOfThread(std::string_view text) {
+  constexpr std::size_t kLongestName = 15;
+  const std::size_t bracket = text.substr(0, kLongestName + 1).rfind('[');
+  return bracket != std::string_view::npos && matchFront(text.substr(bracket), "[%d]:").has_value();
+}
+
+/// How long the driver's and the device's name at the front are, as in "pcieport 0000:00:1c.0: ".
+std::size_t lengthOfDevice(std::string_view text) {
+  constexpr std::string_view kBehind = ": ";
+  const auto device = matchFront(text, "%w %x:%x:%x.%x: ");
+  if (!device) {
+    return 0;
+  }
+  const std::string_view last = device->back();
+  return static_cast<std::size_t>(last.data() + last.size() - text.data()) + kBehind.size();
+}
+
+/// The message behind the names of those who log it: part of the kernel, driver and device, number
+/// of a firmware's report ("{1}").
+std::string_view withoutOrigin(std::string_view text) {
+  for (;;) {
+    const auto origin =
+        std::find_if(std::begin(kOrigins), std::end(kOrigins),
+                     [&](std::string_view known) { return text.starts_with(known); });
+    const std::size_t length = origin != std::end(kOrigins)           ? origin->size()
+                               : matchFront(text, "{%d}").has_value() ? text.find('}') + 1
+                                                                      : lengthOfDevice(text);
+    if (length == 0) {
+      return text;
+    }
+    text.remove_prefix(length);
+  }
 }
 
 std::string_view fieldOf(const std::vector<std::string_view>& fields, int number) {
@@ -117,7 +168,7 @@ std::string deviceOf(const Message& message, const std::vector<std::string_view>
 /// "mce: [Hardware Error]: CPU 0: Machine Check: 0 Bank 4: 8c00004000010091", and "Machine Check
 /// Exception" for what stopped the processor.
 std::optional<Finding> machineCheckFrom(std::string_view text) {
-  auto fields = match(text, "[Hardware Error]: CPU %d: Machine Check%*: %x Bank %d: %x");
+  auto fields = matchFront(text, "[Hardware Error]: CPU %d: Machine Check%*: %x Bank %d: %x");
   if (!fields) {
     return std::nullopt;
   }
@@ -133,8 +184,9 @@ std::optional<Finding> machineCheckFrom(std::string_view text) {
 }
 
 std::optional<Finding> messageFrom(const KernelRecord& record) {
+  const std::string_view text = withoutOrigin(record.text);
   for (const Message& message : kMessages) {
-    const auto fields = match(record.text, message.pattern);
+    const auto fields = matchFront(text, message.pattern);
     if (!fields) {
       continue;
     }
@@ -154,13 +206,6 @@ bool isOptionalRequest(std::string_view text) {
   return std::any_of(
       std::begin(kOptionalRequests), std::end(kOptionalRequests),
       [&](std::string_view request) { return text.find(request) != std::string_view::npos; });
-}
-
-/// When an earlier machine check happened that is told only now, as after a restart.
-bool isOlder(std::string_view text, Moment earliest) {
-  const auto fields = match(text, " TIME %d ");
-  const auto seconds = fields ? numberFrom<std::int64_t>((*fields)[0]) : std::nullopt;
-  return seconds && *seconds < std::chrono::system_clock::to_time_t(earliest);
 }
 
 bool isHexadecimal(char byte) {
@@ -212,17 +257,25 @@ std::string_view pciAddressIn(std::string_view text) {
   return {};
 }
 
-std::optional<Finding> findingFrom(const KernelRecord& record, Moment earliest, Moment now) {
-  if (record.facility != 0 || isOptionalRequest(record.text)) {
+std::optional<Moment> timeOfMachineCheck(const KernelRecord& record) {
+  const auto fields =
+      record.facility != 0
+          ? std::nullopt
+          : matchFront(withoutOrigin(record.text), "[Hardware Error]: PROCESSOR %x:%x TIME %d ");
+  const auto seconds = fields ? numberFrom<std::int32_t>((*fields)[2]) : std::nullopt;
+  return seconds ? std::optional(std::chrono::system_clock::from_time_t(*seconds)) : std::nullopt;
+}
+
+std::optional<Finding> findingFrom(const KernelRecord& record, Moment now) {
+  if (record.facility != 0 || isOptionalRequest(record.text) || isOfThread(record.text)) {
     return std::nullopt;
   }
-  std::optional<Finding> finding = machineCheckFrom(record.text);
+  std::optional<Finding> finding = machineCheckFrom(withoutOrigin(record.text));
   if (!finding) {
     finding = messageFrom(record);
   }
   if (finding) {
     finding->source = SourceKind::KernelLog;
-    finding->isBefore = isOlder(record.text, earliest);
     finding->time = now;
     finding->detail = record.text;
   }

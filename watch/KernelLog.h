@@ -22,10 +22,14 @@ struct KernelRecord {
 /// @return nothing when it is malformed
 std::optional<KernelRecord> parseKernelRecord(std::string_view record);
 
-/// @brief What a record of the kernel's says about the hardware; nothing for most.
-/// @param earliest a machine check of before this moment is one of before the watch
+/// @brief What a record of the kernel's says about the hardware; nothing for most. Words that the
+/// kernel has from a program, such as the name of one that crashed, are none of its own.
 /// @param now the time that the finding gets
-std::optional<Finding> findingFrom(const KernelRecord& record, Moment earliest, Moment now);
+std::optional<Finding> findingFrom(const KernelRecord& record, Moment now);
+
+/// @brief When the machine check happened that the records before this one tell of; nothing for any
+/// other record. After a restart the kernel tells of those that it found in the banks.
+std::optional<Moment> timeOfMachineCheck(const KernelRecord& record);
 
 /// @brief The first PCI address ("0000:00:1c.0") in a text; empty when there is none.
 std::string_view pciAddressIn(std::string_view text);

@@ -1,6 +1,7 @@
 #include "watch/KernelLogSource.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,6 +21,8 @@ constexpr const char* kFile = "dev/kmsg";
 constexpr std::size_t kLongestRecord = 8192;
 // What is left is for the next look: a flood shall not hold the watch.
 constexpr int kMostRecords = 1000;
+// The kernel writes the records of one machine check in one go.
+constexpr int kGoMilliseconds = 50;
 
 /// The end of the first whole record; npos: it may go on.
 std::size_t endOfRecord(std::string_view bytes) {
@@ -48,10 +51,24 @@ std::optional<std::string> KernelLogSource::open() {
   m_begin = std::chrono::system_clock::now();
   m_lastSequence.reset();
   m_unread.clear();
+  m_held.reset();
   return std::nullopt;
 }
 
 void KernelLogSource::look(Moment now, Collector& collector) {
+  readAll(now, collector);
+  if (m_held && comesMore()) {
+    readAll(now, collector);
+  }
+  tellHeld(collector);
+}
+
+bool KernelLogSource::comesMore() const {
+  pollfd log{m_log.get(), POLLIN, 0};
+  return poll(&log, 1, kGoMilliseconds) == 1;
+}
+
+void KernelLogSource::readAll(Moment now, Collector& collector) {
   char bytes[kLongestRecord];
   for (int reads = 0; reads < kMostRecords; ++reads) {
     const ssize_t size = read(m_log.get(), bytes, sizeof bytes);
@@ -91,8 +108,23 @@ void KernelLogSource::takeRecord(std::string_view text, Moment now, Collector& c
     collector.found(std::move(lost));
   }
   m_lastSequence = record->sequence;
-  if (auto finding = findingFrom(*record, m_begin, now)) {
-    collector.found(std::move(*finding));
+  if (const auto time = m_held ? timeOfMachineCheck(*record) : std::nullopt) {
+    // The kernel tells whole seconds.
+    m_held->isBefore = *time + std::chrono::seconds(1) <= m_begin;
+    tellHeld(collector);
+  } else if (auto finding = findingFrom(*record, now)) {
+    tellHeld(collector);
+    m_held = std::move(finding);
+    if (m_held->kind != Kind::MachineCheckCorrected &&
+        m_held->kind != Kind::MachineCheckUncorrected) {
+      tellHeld(collector);
+    }
+  }
+}
+
+void KernelLogSource::tellHeld(Collector& collector) {
+  if (m_held) {
+    collector.found(*std::exchange(m_held, std::nullopt));
   }
 }
 

@@ -24,6 +24,9 @@ class KernelLogSource : public Source {
  private:
   void takeRecords(Moment now, Collector& collector);
   void takeRecord(std::string_view text, Moment now, Collector& collector);
+  void readAll(Moment now, Collector& collector);
+  bool comesMore() const;
+  void tellHeld(Collector& collector);
 
   SystemFiles m_files;
   PackageKit::UniqueDescriptor m_log;
@@ -31,6 +34,8 @@ class KernelLogSource : public Source {
   Moment m_begin;
   std::string m_unread;  ///< the beginning of a record, where reads do not keep records apart
   std::optional<std::uint64_t> m_lastSequence;
+  /// A machine check; when it happened stands in the third record of its own.
+  std::optional<Finding> m_held;
 };
 
 }  // namespace TarvexDiags::Watching

@@ -42,8 +42,10 @@ std::optional<std::size_t> fieldLength(std::string_view text, char kind, std::st
   return length > 0 ? std::optional(length) : std::nullopt;
 }
 
-std::optional<std::vector<std::string_view>> matchHere(std::string_view text,
-                                                       std::string_view pattern) {
+}  // namespace
+
+std::optional<std::vector<std::string_view>> matchFront(std::string_view text,
+                                                        std::string_view pattern) {
   std::vector<std::string_view> fields;
   for (;;) {
     const std::string_view head = literal(pattern);
@@ -66,14 +68,12 @@ std::optional<std::vector<std::string_view>> matchHere(std::string_view text,
   }
 }
 
-}  // namespace
-
 std::optional<std::vector<std::string_view>> match(std::string_view text,
                                                    std::string_view pattern) {
   const std::string_view head = literal(pattern);
   for (std::size_t place = text.find(head); place != std::string_view::npos;
        place = text.find(head, place + 1)) {
-    if (auto fields = matchHere(text.substr(place), pattern)) {
+    if (auto fields = matchFront(text.substr(place), pattern)) {
       return fields;
     }
   }

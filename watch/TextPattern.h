@@ -16,4 +16,8 @@ namespace TarvexDiags::Watching {
 /// @return what the fields held, in order; nothing when there is no such place
 std::optional<std::vector<std::string_view>> match(std::string_view text, std::string_view pattern);
 
+/// @brief The same at the text's beginning alone, for a pattern that may begin with a field.
+std::optional<std::vector<std::string_view>> matchFront(std::string_view text,
+                                                        std::string_view pattern);
+
 }  // namespace TarvexDiags::Watching

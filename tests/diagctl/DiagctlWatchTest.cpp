@@ -189,7 +189,10 @@ TEST_F(WatchedRun, tells_what_no_test_ran_on_in_a_step_of_the_machine) {
 TEST_F(WatchedRun, tells_what_was_before_it_as_such_and_blames_no_test_for_it) {
   addKernelLog();
   begin();
-  log("0,1,1,-;[Hardware Error]: event severity: fatal PROCESSOR 0 TIME 1000 SOCKET 0\n");
+  log("0,1,1,-;mce: [Hardware Error]: CPU 0: Machine Check: 0 Bank 4: b200000000070f0f\n"
+      "0,2,2,-;mce: [Hardware Error]: TSC 0 ADDR 1000 MISC 86\n"
+      "0,3,3,-;mce: [Hardware Error]: PROCESSOR 0:906ea TIME 1500000000 SOCKET 0 APIC 0 "
+      "microcode ea\n");
   const ReportedRun run = finish();
   EXPECT_EQ(run.exitCode(), kHardwareFailure) << run.outcome().out;
   EXPECT_THAT(run.verdictsOf(m_test), ElementsAre("PASSED"));

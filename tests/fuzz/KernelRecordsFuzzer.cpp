@@ -41,12 +41,12 @@ void readLog(std::string_view text) {
   }
   expect(isWithin(record->text, text) && isWithin(record->device, text));
   expect(record->text.find('\n') == std::string_view::npos);
-  const std::optional<Finding> finding = findingFrom(*record, Moment(), Moment());
+  const std::optional<Finding> finding = findingFrom(*record, Moment());
   expectWhole(finding);
   expect(!finding || record->facility == 0);
   KernelRecord written = *record;
   written.facility = 1;
-  expect(!findingFrom(written, Moment(), Moment()));
+  expect(!findingFrom(written, Moment()));
   const std::string anew = std::to_string(record->facility * 8) + "," +
                            std::to_string(record->sequence) + ",1,-;" + std::string(record->text);
   const std::optional<KernelRecord> again = parseKernelRecord(anew);

@@ -33,7 +33,7 @@ class KernelLinesTest : public ::testing::TestWithParam<Line> {};
 
 TEST_P(KernelLinesTest, tell_what_was_found_where) {
   const KernelRecord record{0, 1, GetParam().text, GetParam().device};
-  EXPECT_EQ(summaryOf(findingFrom(record, Moment(), Moment())), GetParam().finding);
+  EXPECT_EQ(summaryOf(findingFrom(record, Moment())), GetParam().finding);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -45,6 +45,9 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"EDAC MC1: 3 UE memory scrubbing error on DIMM_B2 (channel:1 slot:0)",
              "memory-uncorrected mc:1 DIMM_B2 3 -"},
         Line{"EDAC MC0: 2 CE error without a label", "memory-corrected mc:0 - 2 -"},
+        Line{"EDAC MC0: 1 CE memory read error on CPU 0 DIMM A1 (channel:0 slot:0 page:0x12345 "
+             "offset:0x0 grain:32)",
+             "memory-corrected mc:0 CPU 0 DIMM A1 1 12345"},
         Line{"mce: [Hardware Error]: CPU 3: Machine Check: 0 Bank 4: 8c00004000010091",
              "machine-check-corrected cpu:3 bank 4 1 -"},
         Line{"mce: [Hardware Error]: CPU 1: Machine Check Exception: 5 Bank 7: bd80000000100134",
@@ -68,6 +71,10 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"Memory failure: 0x10000: recovery action for dirty LRU page: Recovered",
              "memory-failure memory - 1 10000"},
         Line{"Memory failure: 0x10000: already hardware poisoned", ""},
+        Line{"pcieport 0000:00:1c.0: AER: PCIe Bus Error: severity=Corrected, type=Physical Layer",
+             "pcie-correctable pci:0000:00:1c.0 - 1 -"},
+        Line{"blk_update_request: critical medium error, dev sdb, sector 4660 op 0x0:(READ)",
+             "disk-medium block:sdb sdb 1 4660"},
         Line{"critical medium error, dev sdb, sector 4660 op 0x0:(READ) flags 0x0",
              "disk-medium block:sdb sdb 1 4660"},
         Line{"I/O error, dev nvme0n1, sector 8 op 0x1:(WRITE) flags 0x800",
@@ -85,6 +92,13 @@ INSTANTIATE_TEST_SUITE_P(
              "accelerator-error pci:0000:3b:00.0 79 1 -"},
         Line{"NETDEV WATCHDOG: eth0 (e1000e): transmit queue 0 timed out",
              "network-errors net:eth0 eth0 1 -"},
+        Line{
+            "e1000e 0000:00:19.0 eth0: NETDEV WATCHDOG: CPU: 0: transmit queue 0 timed out 5000 ms",
+            "network-errors net:eth0 eth0 1 -"},
+        Line{"virtio_net virtio0 ens3: NETDEV WATCHDOG: CPU: 1: transmit queue 0 timed out 5000 ms",
+             "network-errors net:ens3 ens3 1 -"},
+        Line{"mce: CPU4: Package temperature above threshold, cpu clock throttled",
+             "throttled cpu:4 - 1 -"},
         Line{"CPU4: Core temperature above threshold, cpu clock throttled (total events = 1)",
              "throttled cpu:4 - 1 -"},
         Line{"watchdog: BUG: soft lockup - CPU#1 stuck for 26s! [stress:42]", "lockup cpu:1 - 1 -"},
@@ -124,19 +138,50 @@ TEST(KernelRecordTest, of_a_program_says_nothing_about_the_hardware) {
   const auto record =
       parseKernelRecord("12,7,1,-;mce: [Hardware Error]: CPU 0: Machine Check: 0 Bank 4: b0");
   ASSERT_TRUE(record);
-  EXPECT_EQ(findingFrom(*record, Moment(), Moment()), std::nullopt);
+  EXPECT_EQ(findingFrom(*record, Moment()), std::nullopt);
 }
 
-TEST(KernelRecordTest, of_a_machine_check_before_the_watch_is_known_as_such) {
-  const KernelRecord record{
-      0, 1, "[Hardware Error]: event severity: fatal PROCESSOR 0 TIME 1000 SOCKET 0", ""};
-  const auto isBefore = [&](int begin) {
-    return findingFrom(record, std::chrono::system_clock::from_time_t(begin), Moment())
-        .value()
-        .isBefore;
+/// Words that users put into what the kernel says of their programs. A thread's name has 15 bytes,
+/// a file's and a library's many more.
+class UsersWordsTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(UsersWordsTest, say_nothing_about_the_hardware) {
+  const std::string words = GetParam();
+  const std::string name = words.substr(0, 15);
+  for (const std::string& text :
+       {name + "[77]: segfault at 0 ip 0 sp 0 error 6 in " + words + "[55d5+1000] likely on CPU 0",
+        "traps: " + name + "[77] general protection fault ip:0 sp:0 error:0 in " + words + "[1+2]",
+        name + " invoked oom-killer: gfp_mask=0xcc0(GFP_KERNEL), order=0, oom_score_adj=0",
+        name + ": page allocation failure: order:0, mode:0xcc0(GFP_KERNEL), nodemask=(null)",
+        name + " (77): drop_caches: 1", "process '" + words + "' started with executable stack"}) {
+    const KernelRecord record{0, 1, text, ""};
+    EXPECT_EQ(summaryOf(findingFrom(record, Moment())), "") << text;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, UsersWordsTest,
+    ::testing::Values("critical medium error, dev sda, sector 5",
+                      "[Hardware Error]: CPU 0: Machine Check: 0 Bank 4: b200000000000000",
+                      "mce: [Hardware Error]: CPU 0: Machine Check: 0 Bank 4: b200000000000000",
+                      "EDAC MC0: 1 UE", "EDAC MC0: 1 UE ", "EDAC MC0: 1 UE error on A1 (page:0x1",
+                      "a 0:0:0.0: EDAC MC0: 1 UE error on A1 (page:0x1", "{1}{2}[Hardware Error]:",
+                      "Memory failure: 0x10: recovery action", "NVRM: Xid (PCI:0000:01:00): 79, x",
+                      "mce: mce: CPU0:", "BUG: BUG: BUG: soft lockup - CPU#1 stuck",
+                      "XFS (a): Shutting down", "nvme nvme0: I/O 1 QID 1 timeout",
+                      "INFO: task a b blocked for more than 1 seconds", "ata1: SATA link down"));
+
+TEST(KernelRecordTest, of_a_machine_check_says_when_it_was) {
+  const auto timeIn = [](const char* text, unsigned int facility = 0) {
+    return timeOfMachineCheck(KernelRecord{facility, 1, text, ""});
   };
-  EXPECT_TRUE(isBefore(1001));
-  EXPECT_FALSE(isBefore(1000));
+  const char* const text =
+      "mce: [Hardware Error]: PROCESSOR 0:906ea TIME 1500000000 SOCKET 0 APIC 0 microcode ea";
+  EXPECT_EQ(timeIn(text), std::chrono::system_clock::from_time_t(1'500'000'000));
+  EXPECT_EQ(timeIn(text, 1), std::nullopt);
+  EXPECT_EQ(timeIn("mce: [Hardware Error]: TSC 0 ADDR 1 MISC 2"), std::nullopt);
+  EXPECT_EQ(timeIn("mce: [Hardware Error]: PROCESSOR 0:1 TIME 99999999999999999999 SOCKET 0"),
+            std::nullopt);
 }
 
 TEST(PciAddressTest, is_found_in_a_text) {
