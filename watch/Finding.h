@@ -91,6 +91,7 @@ struct Finding {
   std::uint64_t count = 1;
   /// Where in the part, such as a physical address; empty when unknown. Distinct ones are counted.
   std::string place = {};
+  bool isOfMemory = false;  ///< a machine check of the memory, which its controller counts as well
   bool isBefore = false;    ///< it is of before the watch began, and is told only now
   std::string detail = {};  ///< in the source's own words; any bytes, so nothing for a terminal
 };

@@ -178,6 +178,7 @@ std::optional<Finding> machineCheckFrom(std::string_view text) {
   }
   Finding finding;
   finding.kind = kindOfMachineCheck(*status);
+  finding.isOfMemory = isOfMemory(*status);
   finding.device = "cpu:" + std::string((*fields)[0]);
   finding.part = "bank " + std::string((*fields)[3]);
   return finding;

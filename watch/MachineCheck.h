@@ -12,4 +12,10 @@ constexpr Kind kindOfMachineCheck(std::uint64_t status) {
   return (status >> 61 & 1) != 0 ? Kind::MachineCheckUncorrected : Kind::MachineCheckCorrected;
 }
 
+/// @brief Whether the bank tells of the memory, as the driver of its controller does as well:
+/// compound code 000F 0000 1MMM CCCC (Intel SDM volume 3B, 16.9.2).
+constexpr bool isOfMemory(std::uint64_t status) {
+  return (status & 0xef80) == 0x0080;
+}
+
 }  // namespace TarvexDiags::Watching

@@ -1,6 +1,7 @@
 #include "watch/Merger.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace TarvexDiags::Watching {
@@ -26,6 +27,16 @@ bool mayAnnounce(Kind kind, const std::string& device) {
 
 bool isMachineCheck(Kind kind) {
   return kind == Kind::MachineCheckCorrected || kind == Kind::MachineCheckUncorrected;
+}
+
+/// What a memory controller's driver tells of a machine check of the memory.
+Kind memoryKindOf(Kind machineCheck) {
+  return machineCheck == Kind::MachineCheckCorrected ? Kind::MemoryCorrected
+                                                     : Kind::MemoryUncorrected;
+}
+
+bool isSamePart(const Finding& one, const Finding& other) {
+  return one.part == other.part && one.isBefore == other.isBefore;
 }
 
 bool namesParts(const std::vector<Finding>& findings) {
@@ -57,8 +68,8 @@ void Merger::take(Finding finding) {
     std::erase_if(told, [](const Finding& one) { return mayAnnounce(one.kind, one.device); });
   }
   const auto same = std::find_if(told.begin(), told.end(), [&](const Finding& one) {
-    return one.part == finding.part && one.place == finding.place && one.device == finding.device &&
-           one.isBefore == finding.isBefore;
+    return isSamePart(one, finding) && one.place == finding.place && one.device == finding.device &&
+           one.isOfMemory == finding.isOfMemory;
   });
   if (same != told.end()) {
     same->count += finding.count;
@@ -131,7 +142,7 @@ std::vector<Finding> Merger::rest() {
 
 bool Merger::isAnnouncedAlready(const Finding& finding) const {
   return mayAnnounce(finding.kind, finding.device) &&
-         (finding.time <= m_announcedUntil ||
+         (finding.time <= m_announcedUntil || isToldByMemory(finding.kind, finding.time) ||
           std::any_of(m_groups.begin(), m_groups.end(), [](const Group& group) {
             return isMachineCheck(group.kind) && group.device != kAnyDevice;
           }));
@@ -140,10 +151,43 @@ bool Merger::isAnnouncedAlready(const Finding& finding) const {
 // The kernel says that machine checks were logged before it says which: that alone would be taken
 // for one that was corrected.
 bool Merger::isAnnouncement(const Group& group) const {
-  return group.kind == Kind::MachineCheckCorrected && group.device == kAnyDevice &&
-         std::any_of(m_groups.begin(), m_groups.end(), [](const Group& other) {
-           return other.kind == Kind::MachineCheckUncorrected;
-         });
+  return mayAnnounce(group.kind, group.device) &&
+         (isToldByMemory(group.kind, group.begin) ||
+          std::any_of(m_groups.begin(), m_groups.end(), [](const Group& other) {
+            return other.kind == Kind::MachineCheckUncorrected;
+          }));
+}
+
+// A bank tells of an error of the memory without the module, and its controller's driver with it.
+bool Merger::isToldByMemory(Kind machineCheck, Moment begin) const {
+  const Kind memory = memoryKindOf(machineCheck);
+  const auto until = m_memoryUntil.find(memory);
+  return (until != m_memoryUntil.end() && begin <= until->second) ||
+         std::any_of(m_groups.begin(), m_groups.end(),
+                     [memory](const Group& group) { return group.kind == memory; });
+}
+
+// Counters do not know where in the part the errors were; another source may. One of them is
+// enough, as the log and the trace write an address in forms of their own.
+void Merger::tellWithPlaces(Finding finding, const Group& group, std::vector<Finding>& findings) {
+  std::vector<Finding> placed;
+  for (auto told = group.bySource.begin();
+       finding.place.empty() && placed.empty() && told != group.bySource.end(); ++told) {
+    std::copy_if(
+        told->second.begin(), told->second.end(), std::back_inserter(placed),
+        [&](const Finding& one) { return !one.place.empty() && isSamePart(one, finding); });
+  }
+  for (const Finding& one : placed) {
+    const bool isLast = &one == &placed.back() || one.count >= finding.count;
+    Finding& told = findings.emplace_back(finding);
+    told.place = one.place;
+    told.count = isLast ? finding.count : one.count;
+    finding.count -= told.count;
+    if (isLast) {
+      return;
+    }
+  }
+  findings.push_back(std::move(finding));
 }
 
 // Of those that count as much, what names the part knows more; else sources stand in the order of
@@ -155,6 +199,9 @@ void Merger::settle(const Group& group, Moment until, std::vector<Finding>& find
   if (isMachineCheck(group.kind) && group.device != kAnyDevice) {
     m_announcedUntil = until;
   }
+  if (group.kind == Kind::MemoryCorrected || group.kind == Kind::MemoryUncorrected) {
+    m_memoryUntil[group.kind] = until;
+  }
   const auto knowledgeOf = [](const auto& told) {
     return std::pair(totalOf(told.second), namesParts(told.second));
   };
@@ -164,7 +211,9 @@ void Merger::settle(const Group& group, Moment until, std::vector<Finding>& find
   const std::uint64_t total = totalOf(best->second);
   for (Finding finding : best->second) {
     finding.device = finding.device == kAnyDevice ? group.device : finding.device;
-    findings.push_back(std::move(finding));
+    if (!finding.isOfMemory || !isToldByMemory(group.kind, group.begin)) {
+      tellWithPlaces(std::move(finding), group, findings);
+    }
   }
   for (const SourceKind source : isShared(group.kind) ? allSources() : std::vector<SourceKind>()) {
     const auto told = group.bySource.find(source);

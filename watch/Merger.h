@@ -50,11 +50,14 @@ class Merger {
   Group& groupOf(const Finding& finding);
   bool isAnnouncedAlready(const Finding& finding) const;
   bool isAnnouncement(const Group& group) const;
+  bool isToldByMemory(Kind machineCheck, Moment begin) const;
+  static void tellWithPlaces(Finding finding, const Group& group, std::vector<Finding>& findings);
   void settle(const Group& group, Moment until, std::vector<Finding>& findings);
 
   std::chrono::milliseconds m_window;
   std::vector<Group> m_groups;
   std::vector<Credit> m_credits;
+  std::map<Kind, Moment> m_memoryUntil;     ///< until when machine checks tell what modules told
   Moment m_announcedUntil = Moment::min();  ///< what names no processor announces what was told
 };
 

@@ -41,6 +41,7 @@ std::optional<Finding> fromMachineCheck(std::string_view fields, Moment earliest
   const auto seconds = time ? numberFrom<std::int64_t>((*time)[0]) : std::nullopt;
   Finding finding = findingOf(kindOfMachineCheck(*status), "cpu:" + std::string((*found)[0]));
   finding.isBefore = seconds && *seconds < std::chrono::system_clock::to_time_t(earliest);
+  finding.isOfMemory = isOfMemory(*status);
   finding.part = "bank " + std::string((*found)[3]);
   // Bit 58: there is an address.
   const auto address = match(fields, "ADDR/MISC/SYND: %x/");

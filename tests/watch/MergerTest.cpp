@@ -28,6 +28,30 @@ class MergerTest : public ::testing::Test {
     finding.count = count;
     m_merger.take(finding);
   }
+  /// What a controller's driver logs or traces of one error.
+  void takeAt(int time, SourceKind source, const std::string& place, std::uint64_t count = 1) {
+    Finding finding{.time = at(time), .source = source, .kind = Kind::MemoryCorrected};
+    finding.device = "mc:0";
+    finding.part = "DIMM_A1";
+    finding.count = count;
+    finding.place = place;
+    m_merger.take(finding);
+  }
+  void takeBankOfMemory(int time, SourceKind source, Kind kind = Kind::MachineCheckCorrected) {
+    Finding finding{.time = at(time), .source = source, .kind = kind};
+    finding.device = "cpu:0";
+    finding.part = "bank 7";
+    finding.isOfMemory = true;
+    m_merger.take(finding);
+  }
+  std::vector<std::string> placesDueAt(int time) {
+    std::vector<std::string> lines;
+    for (const Finding& finding : m_merger.due(at(time))) {
+      lines.push_back(finding.part + " " + (finding.place.empty() ? "-" : finding.place) + " " +
+                      std::to_string(finding.count));
+    }
+    return lines;
+  }
   static std::vector<std::string> linesOf(const std::vector<Finding>& findings) {
     std::vector<std::string> lines;
     for (const Finding& finding : findings) {
@@ -66,6 +90,47 @@ TEST_F(MergerTest, believes_the_source_that_counts_most) {
   take(10, SourceKind::KernelLog, Kind::MemoryCorrected, "mc:0", "", 4);
   take(900, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1", 3);
   EXPECT_THAT(dueAt(2000), ElementsAre("kmsg mc:0 - 5"));
+}
+
+TEST_F(MergerTest, has_the_places_from_the_source_that_tells_them) {
+  takeAt(0, SourceKind::MemoryControllers, "", 1);
+  takeAt(5, SourceKind::KernelLog, "12345");
+  EXPECT_THAT(placesDueAt(2000), ElementsAre("DIMM_A1 12345 1"));
+  takeAt(10'000, SourceKind::KernelLog, "1");
+  takeAt(10'001, SourceKind::KernelLog, "2");
+  takeAt(10'500, SourceKind::MemoryControllers, "", 5);
+  EXPECT_THAT(placesDueAt(12'000), ElementsAre("DIMM_A1 1 1", "DIMM_A1 2 4"));
+}
+
+TEST_F(MergerTest, counts_no_more_places_than_errors) {
+  takeAt(0, SourceKind::MemoryControllers, "", 1);
+  takeAt(1, SourceKind::MachineChecks, "12345000");
+  takeAt(5, SourceKind::KernelLog, "12345");
+  EXPECT_THAT(placesDueAt(2000), ElementsAre("DIMM_A1 12345000 1"));
+}
+
+TEST_F(MergerTest, takes_a_machine_check_of_the_memory_for_what_its_module_tells) {
+  for (const int begin : {0, 10'000}) {
+    take(begin, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+    takeBankOfMemory(begin + 1, SourceKind::MachineChecks);
+    take(begin + 900, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+    EXPECT_THAT(dueAt(begin + 2900), ElementsAre("edac mc:0 DIMM_A1 1"));
+  }
+  take(20'000, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  EXPECT_THAT(dueAt(22'000), ElementsAre("edac mc:0 DIMM_A1 1"));
+  takeBankOfMemory(22'001, SourceKind::MachineChecks);
+  take(22'002, SourceKind::KernelLog, Kind::MachineCheckCorrected, "machine");
+  EXPECT_THAT(dueAt(24'002), IsEmpty());
+}
+
+TEST_F(MergerTest, tells_machine_checks_that_no_module_tells) {
+  takeBankOfMemory(0, SourceKind::MachineChecks);
+  EXPECT_THAT(dueAt(2000), ElementsAre("mce cpu:0 bank 7 1"));
+  take(10'000, SourceKind::MemoryControllers, Kind::MemoryCorrected, "mc:0", "DIMM_A1");
+  take(10'001, SourceKind::MachineChecks, Kind::MachineCheckCorrected, "cpu:0", "bank 1");
+  takeBankOfMemory(10'002, SourceKind::MachineChecks, Kind::MachineCheckUncorrected);
+  EXPECT_THAT(dueAt(12'002),
+              ElementsAre("edac mc:0 DIMM_A1 1", "mce cpu:0 bank 1 1", "mce cpu:0 bank 7 1"));
 }
 
 TEST_F(MergerTest, takes_the_announcement_of_a_machine_check_for_none_of_its_own) {
