@@ -4,7 +4,9 @@
 #include <charconv>
 #include <filesystem>
 #include <utility>
+#include <vector>
 
+#include "watch/KernelLog.h"
 #include "watch/Reason.h"
 
 namespace TarvexDiags::Watching {
@@ -25,6 +27,10 @@ constexpr CounterFile kFiles[] = {
 };
 constexpr std::string_view kTotal = "TOTAL_ERR_";
 const std::filesystem::path kDevices = "sys/bus/pci/devices";
+
+bool isPciAddress(const std::string& name) {
+  return !name.empty() && pciAddressIn(name) == name;
+}
 
 struct Grown {
   std::uint64_t count = 0;
@@ -91,7 +97,14 @@ std::optional<std::string> AerSource::openSinceStart() {
 }
 
 void AerSource::look(Moment now, Collector& collector) {
-  for (const std::string& address : m_files.entries(kDevices)) {
+  const std::vector<std::string> present = m_files.entries(kDevices);
+  // The counters of a device that comes back begin at 0.
+  std::erase_if(m_texts, [&](const auto& known) {
+    const std::string address =
+        std::filesystem::path(known.first).parent_path().filename().string();
+    return std::find(present.begin(), present.end(), address) == present.end();
+  });
+  for (const std::string& address : present) {
     for (const CounterFile& file : kFiles) {
       const std::filesystem::path path = kDevices / address / file.name;
       auto text = m_files.text(path);
@@ -113,10 +126,18 @@ void AerSource::look(Moment now, Collector& collector) {
   }
 }
 
-// The bridge above it; empty for what hangs on the root.
+// A switch is a port that faces the root, and below it ports that face devices: every other bridge
+// on the way is the upper end of a link. Empty for what hangs on the root without one.
 std::string AerSource::otherEnd(const std::string& address) const {
-  const std::string above = m_files.resolved(kDevices / address).parent_path().filename().string();
-  return above.starts_with("pci") || above.find(':') == std::string::npos ? "" : above;
+  const std::filesystem::path device = m_files.resolved(kDevices / address);
+  const auto depth = std::count_if(device.begin(), device.end(),
+                                   [](const auto& step) { return isPciAddress(step.string()); });
+  if (depth % 2 == 0) {
+    return depth == 0 ? "" : device.parent_path().filename().string();
+  }
+  const std::vector<std::string> entries = m_files.entries(kDevices / address);
+  const auto below = std::find_if(entries.begin(), entries.end(), isPciAddress);
+  return below == entries.end() ? "" : *below;
 }
 
 }  // namespace TarvexDiags::Watching

@@ -45,6 +45,13 @@ class Growths {
     return place->second.to(now);
   }
 
+  /// @brief Forgets the counters whose names begin so: their device has gone, and counts from 0
+  /// when it comes back.
+  void forget(const std::string& beginning) {
+    std::erase_if(m_counters,
+                  [&](const auto& counter) { return counter.first.starts_with(beginning); });
+  }
+
   /// @brief Counters that all count from 0.
   static Growths sinceStart() {
     Growths growths;

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "tests/support/FakeMachine.h"
 #include "tests/watch/RecordingCollector.h"
@@ -16,6 +17,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Optional;
 using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
 using Tests::FakeMachine;
 using Tests::RecordingCollector;
 
@@ -61,14 +63,27 @@ TEST_F(AerSourceTest, tells_what_grew_by_the_names_of_old_and_new_kernels) {
   EXPECT_EQ(m_collector.findings.front().detail, "BadTLP 1, RxErr 2");
 }
 
+// A root port, a switch of two ports, and a device below it.
 TEST_F(AerSourceTest, names_the_other_end_of_the_link) {
-  const std::string device = "sys/devices/pci0000:00/0000:00:1c.0/0000:01:00.0";
-  m_machine.has(device + "/aer_dev_correctable", "RxErr 0\n");
-  link(m_machine, device, "sys/bus/pci/devices/0000:01:00.0");
+  const std::vector<std::string> addresses = {"0000:00:1c.0", "0000:01:00.0", "0000:02:01.0",
+                                              "0000:03:00.0", "0000:00:1f.3"};
+  std::string device = "sys/devices/pci0000:00";
+  for (const std::string& address : addresses) {
+    const bool isAlone = address == addresses.back();
+    device = isAlone ? "sys/devices/pci0000:00/" + address : device + "/" + address;
+    m_machine.has(device + "/aer_dev_correctable", "RxErr 0\n");
+    link(m_machine, device, "sys/bus/pci/devices/" + address);
+  }
   ASSERT_EQ(m_source.open(), std::nullopt);
-  m_machine.has(device + "/aer_dev_correctable", "RxErr 1\n");
+  for (const std::string& address : addresses) {
+    m_machine.has("sys/bus/pci/devices/" + address + "/aer_dev_correctable", "RxErr 1\n");
+  }
   EXPECT_THAT(m_collector.lookAt(m_source),
-              ElementsAre("pcie-correctable pci:0000:01:00.0 0000:00:1c.0 1"));
+              UnorderedElementsAre("pcie-correctable pci:0000:00:1c.0 0000:01:00.0 1",
+                                   "pcie-correctable pci:0000:01:00.0 0000:00:1c.0 1",
+                                   "pcie-correctable pci:0000:02:01.0 0000:03:00.0 1",
+                                   "pcie-correctable pci:0000:03:00.0 0000:02:01.0 1",
+                                   "pcie-correctable pci:0000:00:1f.3 - 1"));
 }
 
 TEST_F(AerSourceTest, counts_a_total_that_stands_alone_and_takes_no_malformed_row) {
@@ -83,6 +98,13 @@ TEST_F(AerSourceTest, stands_a_device_that_goes_comes_back_and_begins_anew) {
   ASSERT_EQ(m_source.open(), std::nullopt);
   std::filesystem::remove_all(m_machine.path() + "/sys/bus/pci/devices/0000:01:00.0");
   EXPECT_THAT(m_collector.lookAt(m_source), IsEmpty());
+  counters("0000:01:00.0", "RxErr 9\n");
+  EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("pcie-correctable pci:0000:01:00.0 - 9"));
+}
+
+TEST_F(AerSourceTest, stands_a_counter_that_is_set_back) {
+  counters("0000:01:00.0", "RxErr 9\n");
+  ASSERT_EQ(m_source.open(), std::nullopt);
   counters("0000:01:00.0", "RxErr 2\n");
   EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("pcie-correctable pci:0000:01:00.0 - 2"));
 }
