@@ -7,17 +7,33 @@ namespace TarvexDiags::Watching {
 
 namespace {
 
+const std::filesystem::path kFolder = "sys/devices/system/edac/mc";
+
 std::uint64_t grown(std::uint64_t now, std::uint64_t before) {
   // A driver that was loaded anew counts from 0.
   return now >= before ? now - before : now;
 }
 
+/// Modules, or the ranks of them where the driver knows no more (mem_is_per_rank).
+std::vector<std::string> modulesOf(const SystemFiles& files, const std::filesystem::path& path) {
+  std::vector<std::string> names;
+  for (const char* const kind : {"dimm", "rank"}) {
+    for (const int number : files.numberedEntries(path, kind)) {
+      names.push_back(kind + std::to_string(number));
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
+std::vector<int> ErrorCounters::controllers(const SystemFiles& files) {
+  return files.numberedEntries(kFolder, "mc");
+}
+
 // Documentation/admin-guide/ras.rst of the kernel: mcX/{ce,ue}_count, and the part of each that no
-// module could be blamed for; mcX/dimmY/dimm_{ce,ue}_count for the modules.
+// module could be blamed for; mcX/{dimm,rank}Y/dimm_{ce,ue}_count for the modules.
 ErrorCounters ErrorCounters::read(const SystemFiles& files) {
-  const std::filesystem::path folder = "sys/devices/system/edac/mc";
   ErrorCounters counters;
   const auto add = [&](const std::string& name, const MemoryCounter& part,
                        const std::filesystem::path& corrected,
@@ -29,22 +45,21 @@ ErrorCounters ErrorCounters::read(const SystemFiles& files) {
       counter.count = {correctedCount.value_or(0), uncorrectedCount.value_or(0)};
     }
   };
-  for (const int controller : files.numberedEntries(folder, "mc")) {
+  for (const int controller : controllers(files)) {
     const std::string name = "mc" + std::to_string(controller);
-    const std::filesystem::path path = folder / name;
-    const std::vector<int> modules = files.numberedEntries(path, "dimm");
+    const std::filesystem::path path = kFolder / name;
+    const std::vector<std::string> modules = modulesOf(files, path);
     if (modules.empty()) {
       add(name, {controller, "", {}}, path / "ce_count", path / "ue_count");
       continue;
     }
     add(name, {controller, "", {}}, path / "ce_noinfo_count", path / "ue_noinfo_count");
-    for (const int module : modules) {
-      const std::string moduleName = "dimm" + std::to_string(module);
-      std::string label = files.text(path / moduleName / "dimm_label").value_or("");
+    for (const std::string& module : modules) {
+      std::string label = files.text(path / module / "dimm_label").value_or("");
       label.erase(label.find_last_not_of(" \n") + 1);
-      add(name + "/" + moduleName + (label.empty() ? "" : " (" + label + ")"),
-          {controller, label.empty() ? moduleName : label, {}}, path / moduleName / "dimm_ce_count",
-          path / moduleName / "dimm_ue_count");
+      add(name + "/" + module + (label.empty() ? "" : " (" + label + ")"),
+          {controller, label.empty() ? module : label, {}}, path / module / "dimm_ce_count",
+          path / module / "dimm_ue_count");
     }
   }
   return counters;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "watch/SystemFiles.h"
 
@@ -26,6 +27,9 @@ struct MemoryCounter {
 /// Thread-safety: a plain value.
 class ErrorCounters {
  public:
+  /// @brief The numbers of the controllers that have a driver.
+  static std::vector<int> controllers(const SystemFiles& files);
+
   /// @brief Reads them; there are none where no driver is loaded or the memory corrects nothing.
   static ErrorCounters read(const SystemFiles& files);
 

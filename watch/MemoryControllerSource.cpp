@@ -1,5 +1,6 @@
 #include "watch/MemoryControllerSource.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -19,6 +20,7 @@ std::optional<std::string> MemoryControllerSource::open() {
     m_growths.to(name + " ue", counter.count.uncorrected);
   }
   m_growths.open();
+  m_controllers = ErrorCounters::controllers(m_files);
   return std::nullopt;
 }
 
@@ -38,11 +40,24 @@ void MemoryControllerSource::look(Moment now, Collector& collector) {
       collector.found(std::move(finding));
     }
   };
+  forgetThoseGone();
   const ErrorCounters counters = ErrorCounters::read(m_files);
   for (const auto& [name, counter] : counters.all()) {
     tell(counter, Kind::MemoryCorrected, m_growths.to(name + " ce", counter.count.corrected));
     tell(counter, Kind::MemoryUncorrected, m_growths.to(name + " ue", counter.count.uncorrected));
   }
+}
+
+// A driver that is loaded anew counts from 0.
+void MemoryControllerSource::forgetThoseGone() {
+  const std::vector<int> present = ErrorCounters::controllers(m_files);
+  for (const int controller : m_controllers) {
+    if (std::find(present.begin(), present.end(), controller) == present.end()) {
+      m_growths.forget("mc" + std::to_string(controller) + "/");
+      m_growths.forget("mc" + std::to_string(controller) + " ");
+    }
+  }
+  m_controllers = present;
 }
 
 }  // namespace TarvexDiags::Watching

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "watch/ErrorCounters.h"
 #include "watch/Growth.h"
@@ -21,8 +22,11 @@ class MemoryControllerSource : public Source {
   void look(Moment now, Collector& collector) override;
 
  private:
+  void forgetThoseGone();
+
   SystemFiles m_files;
   Growths m_growths;
+  std::vector<int> m_controllers;  ///< by number, at the last look
 };
 
 }  // namespace TarvexDiags::Watching

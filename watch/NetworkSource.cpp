@@ -16,6 +16,8 @@ constexpr const char* kInterfaceErrors[] = {
     "rx_crc_errors",     "rx_frame_errors",   "rx_length_errors", "rx_fifo_errors",
     "tx_carrier_errors", "tx_aborted_errors", "tx_window_errors", "tx_heartbeat_errors",
 };
+// Sums of those and of what a driver has no other counter for.
+constexpr const char* kInterfaceSums[] = {"rx_errors", "tx_errors"};
 constexpr const char* kPortErrors[] = {
     "symbol_error",
     "port_rcv_errors",
@@ -38,6 +40,10 @@ std::vector<NetworkSource::Port> NetworkSource::ports() const {
       continue;
     }
     Port& port = ports.emplace_back(Port{"net:" + name, folder, {}});
+    // First, so that what grows meanwhile is not taken for unnamed.
+    for (const char* const sum : kInterfaceSums) {
+      port.counters.emplace_back(folder / "statistics" / sum, Kind::NetworkErrors);
+    }
     for (const char* const counter : kInterfaceErrors) {
       port.counters.emplace_back(folder / "statistics" / counter, Kind::NetworkErrors);
     }
@@ -99,14 +105,33 @@ Finding NetworkSource::growthOf(const Port& port, Kind kind, Moment now) {
   finding.device = port.device;
   finding.part = port.device.substr(port.device.find(':') + 1);
   finding.count = 0;
+  const auto add = [&finding](const std::string& name, std::uint64_t growth) {
+    if (growth > 0) {
+      finding.count += growth;
+      finding.detail += (finding.detail.empty() ? "" : ", ") + name + " " + std::to_string(growth);
+    }
+  };
   for (const auto& [file, what] : port.counters) {
     const auto value = what == kind ? m_files.number(file) : std::nullopt;
     const std::uint64_t growth = value ? m_growths.to(file.string(), *value) : 0;
-    if (growth > 0) {
-      finding.count += growth;
-      finding.detail += (finding.detail.empty() ? "" : ", ") + file.filename().string() + " " +
-                        std::to_string(growth);
+    const std::string name = file.filename().string();
+    Unnamed& unnamed = m_unnamed[port.device + "/" + name.substr(0, name.find('_'))];
+    if (std::find(std::begin(kInterfaceSums), std::end(kInterfaceSums), name) !=
+        std::end(kInterfaceSums)) {
+      unnamed.all += growth;
+    } else {
+      unnamed.named += growth;
+      add(name, growth);
     }
+  }
+  for (const char* const sum : kInterfaceSums) {
+    const std::string name = sum;
+    Unnamed& unnamed = m_unnamed[port.device + "/" + name.substr(0, name.find('_'))];
+    const std::uint64_t known = unnamed.named + unnamed.told;
+    const std::uint64_t growth =
+        kind == Kind::NetworkErrors && unnamed.all > known ? unnamed.all - known : 0;
+    unnamed.told += growth;
+    add(name, growth);
   }
   return finding;
 }
@@ -122,6 +147,7 @@ void NetworkSource::tellVanished(const std::vector<Port>& present, Moment now,
       finding.device = device;
       finding.part = device.substr(device.find(':') + 1);
       collector.found(std::move(finding));
+      m_growths.forget(known.second.string() + "/");
     }
     return !isThere;
   });

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -30,12 +31,20 @@ class NetworkSource : public Source {
     std::vector<std::pair<std::filesystem::path, Kind>> counters;
   };
 
+  /// Errors of one direction of an interface that no counter but the sum tells.
+  struct Unnamed {
+    std::uint64_t all = 0;
+    std::uint64_t named = 0;
+    std::uint64_t told = 0;
+  };
+
   std::vector<Port> ports() const;
   Finding growthOf(const Port& port, Kind kind, Moment now);
   void tellVanished(const std::vector<Port>& present, Moment now, Collector& collector);
 
   SystemFiles m_files;
   Growths m_growths;
+  std::map<std::string, Unnamed> m_unnamed;              ///< by device and direction
   std::map<std::string, std::filesystem::path> m_known;  ///< devices and their folders
 };
 

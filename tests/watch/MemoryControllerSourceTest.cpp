@@ -69,6 +69,17 @@ TEST_F(MemoryControllerSourceTest, stands_counters_that_are_set_back_or_malforme
   EXPECT_THAT(m_collector.lookAt(m_source), IsEmpty());
   std::filesystem::remove_all(m_machine.path() + "/sys/devices/system/edac/mc/mc0");
   EXPECT_THAT(m_collector.lookAt(m_source), IsEmpty());
+  count("dimm0/dimm_ce_count", 2);
+  EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("memory-corrected mc:0 dimm0 2"));
+}
+
+TEST_F(MemoryControllerSourceTest, names_the_rank_where_the_driver_knows_no_module) {
+  count("rank3/dimm_ce_count", 0);
+  m_machine.has("sys/devices/system/edac/mc/mc0/rank3/dimm_label", "CPU0 Channel 1 DIMM 1\n");
+  ASSERT_EQ(m_source.open(), std::nullopt);
+  count("rank3/dimm_ce_count", 1);
+  EXPECT_THAT(m_collector.lookAt(m_source),
+              ElementsAre("memory-corrected mc:0 CPU0 Channel 1 DIMM 1 1"));
 }
 
 }  // namespace

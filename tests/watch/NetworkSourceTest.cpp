@@ -44,6 +44,30 @@ TEST_F(NetworkSourceTest, tells_faults_and_lost_carriers_of_hardware_alone) {
   EXPECT_EQ(m_collector.findings.front().detail, "rx_crc_errors 2");
 }
 
+TEST_F(NetworkSourceTest, tells_errors_that_only_the_sum_counts_and_no_error_twice) {
+  const std::string statistics = "sys/class/net/eth0/statistics/";
+  m_machine.has(statistics + "rx_errors", "5").has(statistics + "tx_errors", "0");
+  ASSERT_EQ(m_source.open(), std::nullopt);
+  m_machine.has(statistics + "rx_errors", "9").has(statistics + "rx_crc_errors", "7");
+  m_machine.has(statistics + "tx_errors", "3");
+  EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("network-errors net:eth0 eth0 7"));
+  EXPECT_EQ(m_collector.findings.front().detail, "rx_crc_errors 2, rx_errors 2, tx_errors 3");
+  // The sum was read before the other had grown.
+  m_machine.has(statistics + "rx_crc_errors", "8");
+  EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("network-errors net:eth0 eth0 1"));
+  m_machine.has(statistics + "rx_errors", "10");
+  EXPECT_THAT(m_collector.lookAt(m_source), IsEmpty());
+}
+
+TEST_F(NetworkSourceTest, counts_an_interface_that_comes_back_from_nothing) {
+  ASSERT_EQ(m_source.open(), std::nullopt);
+  std::filesystem::rename(m_machine.path() + "/sys/class/net/eth0", m_machine.path() + "/away");
+  EXPECT_THAT(m_collector.lookAt(m_source), ElementsAre("device-vanished net:eth0 eth0 1"));
+  std::filesystem::rename(m_machine.path() + "/away", m_machine.path() + "/sys/class/net/eth0");
+  EXPECT_THAT(m_collector.lookAt(m_source),
+              ElementsAre("network-errors net:eth0 eth0 5", "link-lost net:eth0 eth0 1"));
+}
+
 TEST_F(NetworkSourceTest, tells_an_interface_that_is_gone_once) {
   ASSERT_EQ(m_source.open(), std::nullopt);
   std::filesystem::remove_all(m_machine.path() + "/sys/class/net/eth0");
