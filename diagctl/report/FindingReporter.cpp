@@ -31,6 +31,9 @@ void FindingReporter::handle(const RunEvent& event) {
     ++(isFailure ? m_failures : m_warnings);
     tell(event, isFailure ? marked("FAILED") : marked("WARNING"), finding->message,
          finding->action);
+  } else if (const auto* more = std::get_if<StepMessage>(&event.body);
+             more != nullptr && more->severity != Severity::Debug) {
+    tell(event, "", more->text, "");
   } else if (const auto* trouble = std::get_if<StepTrouble>(&event.body)) {
     ++m_troubles;
     tell(event, marked("ERROR"), trouble->message, trouble->action);
@@ -40,7 +43,7 @@ void FindingReporter::handle(const RunEvent& event) {
 
 void FindingReporter::tell(const RunEvent& event, const char* word, const std::string& message,
                            const std::string& action) {
-  m_out.print("{}  {:<7}  {}\n", clockText(event.time), told(word), message);
+  m_out.print("{}  {:<7}  {}\n", clockText(event.time), *word != '\0' ? told(word) : "", message);
   if (!action.empty()) {
     m_out.print("{:>28}-> {}\n", "", action);
   }

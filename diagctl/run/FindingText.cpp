@@ -20,7 +20,10 @@ std::string subjectOf(const Finding& finding, const std::string& device) {
     case Kind::PcieFatal:
       return finding.part.empty() ? device : device + " - " + finding.part;
     default:
-      return finding.part.empty() ? device : finding.part;
+      if (!finding.part.empty()) {
+        return finding.part;
+      }
+      return finding.device.starts_with("cpu:") ? "cpu" + device : device;
   }
 }
 

@@ -225,6 +225,7 @@ void RunWatch::collect() {
   for (const Watching::Sample& sample : m_inbox->takeSamples()) {
     tell(sample);
   }
+  tellMore(std::chrono::system_clock::now());
 }
 
 void RunWatch::finish(bool mayWait) {
@@ -354,6 +355,7 @@ void RunWatch::tell(const std::string& stepId, const std::vector<std::string>& t
     return;
   }
   told.told = told.count;
+  told.time = finding.time;
   told.severity = finding.severity;
   const FindingText text = textOf(finding, m_texts, during, told.count);
   if (isOfMachine && finding.severity == Level::Information) {
@@ -388,22 +390,38 @@ void RunWatch::tell(const std::string& stepId, const std::vector<std::string>& t
   }
 }
 
-// What has come since it was told last.
+void RunWatch::tellMore(Watching::Moment now) {
+  for (auto& [key, told] : m_told) {
+    if (now - told.time >= m_wishes.again) {
+      tellCount(key, told);
+      told.time = now;
+    }
+  }
+}
+
 void RunWatch::tellRest(const std::string& stepId) {
   for (auto entry = m_told.begin(); entry != m_told.end();) {
     if (std::get<0>(entry->first) != stepId) {
       ++entry;
       continue;
     }
-    const Told& told = entry->second;
-    if (told.count > told.told && (isOpen(stepId))) {
-      const std::string& device = std::get<2>(entry->first);
-      const std::string during = device.substr(device.find('\n') + 1);
-      m_tell(StepMessage{stepId, Severity::Information,
-                         textOf(told.last, m_texts, during, told.count).message, ""});
-    }
+    tellCount(entry->first, entry->second);
     entry = m_told.erase(entry);
   }
+}
+
+// What has come since it was told last.
+void RunWatch::tellCount(const Key& key, Told& told) {
+  const auto& [stepId, kind, device, part] = key;
+  const bool isUnheard =
+      stepId == MachineWatch::kStep && told.severity == Watching::Severity::Information;
+  if (told.count == told.told || isUnheard || !isOpen(stepId)) {
+    return;
+  }
+  told.told = told.count;
+  const std::string during = device.substr(device.find('\n') + 1);
+  m_tell(StepMessage{stepId, Severity::Information,
+                     textOf(told.last, m_texts, during, told.count).message, ""});
 }
 
 }  // namespace TarvexDiags::FrontEnd

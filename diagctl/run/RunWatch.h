@@ -65,6 +65,7 @@ class RunWatch {
     Watching::Severity severity = Watching::Severity::Information;
     std::uint64_t count = 0;  ///< that came
     std::uint64_t told = 0;
+    Watching::Moment time = {};  ///< when it was told
     Watching::Finding last = {};
   };
   /// What a test brings about itself.
@@ -89,6 +90,8 @@ class RunWatch {
   void tellVanished(const Watching::Finding& finding, const std::vector<std::string>& tests);
   void tell(const std::string& stepId, const std::vector<std::string>& tests,
             const Watching::Finding& finding);
+  void tellMore(Watching::Moment now);
+  void tellCount(const Key& key, Told& told);
   void tellRest(const std::string& stepId);
   void settle() const;
   void tell(const Watching::Sample& sample);

@@ -100,6 +100,8 @@ void set(WatchWishes& wishes, const std::string& key, const std::string& value) 
     wishes.settings.nvmeInterval = intervalFrom(value);
   } else if (key == "Settle") {
     wishes.settle = durationFrom(value);
+  } else if (key == "Again") {
+    wishes.again = intervalFrom(value);
   } else if (key == "CorrectedErrorInterval") {
     wishes.correctedErrorInterval = wholeSecondsFrom(value);
   } else if (key == "Root") {

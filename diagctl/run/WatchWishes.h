@@ -16,6 +16,8 @@ struct WatchWishes {
   /// How long after a test's end a finding still belongs to it, and how long the end of a run waits
   /// for such findings where the machine tells some late.
   std::chrono::milliseconds settle = std::chrono::seconds(3);
+  /// How long after it was told what has come more of a finding is told.
+  std::chrono::milliseconds again = std::chrono::minutes(10);
   /// How often the kernel is to ask processors for the errors that they corrected, while the watch
   /// lasts; nothing: as often as it does.
   std::optional<std::chrono::seconds> correctedErrorInterval;
@@ -23,8 +25,8 @@ struct WatchWishes {
 };
 
 /// Changes one of them, or the policy, by a line of a control file: "Sources" is "off", "all" or a
-/// list with commas; "Interval", "Settle" and "CorrectedErrorInterval" are times; "Root" is a
-/// directory; all else is a line of the policy.
+/// list with commas; "Interval", "Settle", "Again" and "CorrectedErrorInterval" are times; "Root"
+/// is a directory; all else is a line of the policy.
 /// @throws std::invalid_argument for people, which changes nothing.
 void set(WatchWishes& wishes, const std::string& key, const std::string& value);
 

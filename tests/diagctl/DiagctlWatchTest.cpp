@@ -423,6 +423,15 @@ TEST_F(WatchVerb, tells_what_it_finds_and_ends_in_order_with_a_signal) {
             HasSubstr("failures: 0, warnings: 1")));
 }
 
+TEST_F(WatchVerb, tells_again_what_goes_on) {
+  beginWatch({"--set", "watch.Again=200ms"});
+  correct(8);
+  ASSERT_TRUE(m_program->waitFor("corrected an error during the watch."));
+  correct(9);
+  EXPECT_TRUE(m_program->waitFor("          Memory module DIMM_A1 corrected 2 errors"));
+  EXPECT_THAT(endWatch().out, HasSubstr("failures: 0, warnings: 1"));
+}
+
 TEST_F(WatchVerb, ends_with_the_code_of_what_it_has_found) {
   beginWatch({"--format", "jsonl"});
   show(kModule + "dimm_ue_count", "1\n");
