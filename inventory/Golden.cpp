@@ -9,6 +9,7 @@
 
 #include "inventory/Alignment.h"
 #include "inventory/Document.h"
+#include "inventory/Facts.h"
 
 namespace TarvexDiags::Inventory {
 
@@ -17,7 +18,14 @@ namespace {
 constexpr const char* kGoldenDocument = "diagctl.golden";
 constexpr int kGoldenVersion = 1;
 
-/// Asks all machines for each fact.
+const Json kAbstention = kUnknown;
+
+bool abstains(const Json* fact) {
+  return fact != nullptr && *fact == kAbstention;
+}
+
+/// Asks all machines for each fact. One that does not know a tree, as an inventory taken without
+/// the right to it, does not know what is in it, and the others tell.
 class Vote {
  public:
   Vote(std::size_t machines, const Rules& rules) : m_machines(machines), m_rules(rules) {}
@@ -29,10 +37,13 @@ class Vote {
     if (rule != nullptr && rule->compare == Compare::Ignore) {
       return std::nullopt;
     }
-    const bool leadsOn = (rule == nullptr || rule->compare == Compare::Present) &&
-                         std::all_of(facts.begin(), facts.end(), [](const Json* fact) {
-                           return fact == nullptr || fact->is_object();
-                         });
+    const bool leadsOn =
+        (rule == nullptr || rule->compare == Compare::Present) &&
+        std::all_of(facts.begin(), facts.end(),
+                    [](const Json* fact) {
+                      return fact == nullptr || fact->is_object() || abstains(fact);
+                    }) &&
+        !std::all_of(facts.begin(), facts.end(), abstains);
     if (!leadsOn) {
       return mostFrequent(facts, rule);
     }
@@ -70,7 +81,7 @@ class Vote {
   Json takeWithin(const std::vector<const Json*>& trees) {
     std::set<std::string> keys;
     for (const Json* const tree : trees) {
-      if (tree != nullptr) {
+      if (tree != nullptr && !abstains(tree)) {
         for (const auto& [key, value] : tree->items()) {
           keys.insert(key);
         }
@@ -80,8 +91,8 @@ class Vote {
     for (const std::string& key : keys) {
       std::vector<const Json*> facts;
       for (const Json* const tree : trees) {
-        const bool has = tree != nullptr && tree->contains(key);
-        facts.push_back(has ? &*tree->find(key) : nullptr);
+        const bool has = tree != nullptr && tree->is_object() && tree->contains(key);
+        facts.push_back(has ? &*tree->find(key) : abstains(tree) ? tree : nullptr);
       }
       m_path.push_back(key);
       if (auto fact = take(facts)) {

@@ -49,6 +49,24 @@ TEST(Golden, is_what_most_machines_are) {
                           "warning differs /disks/0000:16~102.0~100.0~1n1 /firmware"));
 }
 
+// One was taken without the right to read the table of modules.
+TEST(Golden, has_from_the_others_what_one_machine_does_not_know) {
+  std::vector<NamedInventory> machines = fleet(8);
+  const Golden whole = goldenOf(machines, Rules::shipped());
+  machines[5].inventory["memory"]["modules"] = "unknown";
+  machines[2].inventory["memory"]["modules"].erase("A2");
+  const Golden golden = goldenOf(machines, Rules::shipped());
+  EXPECT_EQ(golden.inventory["memory"]["modules"], whole.inventory["memory"]["modules"]);
+  const auto odd = oddMachines(machines, golden, Rules::shipped());
+  ASSERT_THAT(odd, SizeIs(2));
+  EXPECT_THAT(linesOf(odd[0].findings), ElementsAre("failure missing /memory/modules/A2"));
+  EXPECT_THAT(linesOf(odd[1].findings), ElementsAre("warning not comparable /memory/modules "));
+  for (NamedInventory& machine : machines) {
+    machine.inventory["memory"]["modules"] = "unknown";
+  }
+  EXPECT_EQ(goldenOf(machines, Rules::shipped()).inventory["memory"]["modules"], "unknown");
+}
+
 TEST(Golden, ignores_with_a_note_what_fewer_than_three_quarters_agree_on) {
   std::vector<NamedInventory> machines = fleet(8);
   for (const std::size_t number : {0, 1, 2}) {
