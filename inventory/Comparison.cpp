@@ -64,6 +64,9 @@ Gravity gravityOfLone(const FactPath& path, bool isMissing, const Rule* rule) {
   if (isPart && isMissing) {
     return rule != nullptr ? rule->severity : Gravity::Failure;
   }
+  if (isMissing && rule != nullptr && rule->compare == Compare::AtLeast) {
+    return rule->severity;  // none is less than whatever is expected
+  }
   const bool isOpen =
       rule == nullptr || rule->compare == Compare::AtLeast || rule->compare == Compare::Present;
   if (!isPart && !isMissing && isOpen) {

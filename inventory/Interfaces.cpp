@@ -15,12 +15,14 @@ void addMaker(Json& tree, const SystemFiles& files, const std::filesystem::path&
   }
 }
 
-/// Of an interface that nobody uses they change with whatever is plugged in.
+/// Of an interface that nobody uses they change with whatever is plugged in: one that is down, or
+/// up and without a cable.
 void addLink(Json& tree, const SystemFiles& files, const std::filesystem::path& folder) {
-  if ((files.hexadecimal(folder / "flags").value_or(0) & kIsUp) == 0) {
+  if ((files.hexadecimal(folder / "flags").value_or(0) & kIsUp) == 0 ||
+      files.number(folder / "carrier") == 0U) {
     return;
   }
-  // The kernel writes -1, or refuses, while there is no link or the driver does not know.
+  // The kernel writes -1, or refuses, where the driver does not know.
   const auto megabits = files.number(folder / "speed");
   const bool hasSpeed = megabits && *megabits != UINT32_MAX;
   tree["megabitsPerSecond"] = hasSpeed ? Json(*megabits) : Json(kUnknown);

@@ -31,7 +31,7 @@ void addWidth(Json& tree, const char* key, const SystemFiles& files,
               const std::filesystem::path& file) {
   constexpr std::uint64_t kWidest = 32;
   if (const auto lanes = files.number(file)) {
-    tree[key] = *lanes > 0 && *lanes <= kWidest ? Json(*lanes) : Json(kUnknown);
+    tree[key] = *lanes <= kWidest ? Json(*lanes) : Json(kUnknown);
   }
 }
 

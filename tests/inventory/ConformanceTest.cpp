@@ -82,6 +82,37 @@ TEST(Conformance, finds_a_link_of_half_its_width) {
   }
 }
 
+TEST(Conformance, finds_a_link_that_is_down) {
+  for (MachineKind& kind : kindsOfMachines()) {
+    const Json before = inventoryOfMachine(*kind.machine);
+    for (const std::string& folder : kind.endsOfLink) {
+      kind.machine->has(folder + "/current_link_width", "0\n");
+    }
+    if (!kind.endsOfLink.empty()) {
+      EXPECT_THAT(findingsAgainst(before, *kind.machine),
+                  ElementsAre("failure degraded " + kind.partOfLink + " /link/device/width"))
+          << kind.name;
+    }
+  }
+}
+
+TEST(Conformance, finds_a_cable_that_was_pulled) {
+  MachineKind kind = serverOfTwoSockets();
+  const Json before = inventoryOfMachine(*kind.machine);
+  kind.machine->has("sys/class/net/ens1f0/carrier", "0\n")
+      .has("sys/class/net/ens1f0/speed", "-1\n");
+  const Json pulled = inventoryOfMachine(*kind.machine);
+  EXPECT_THAT(
+      findingsAgainst(before, *kind.machine),
+      ElementsAre("failure degraded /interfaces/0000:16~104.0~1port0 /duplex /megabitsPerSecond"));
+  kind.machine->has("sys/class/net/ens1f0/carrier", "1\n")
+      .has("sys/class/net/ens1f0/speed", "100000\n");
+  EXPECT_THAT(
+      findingsAgainst(pulled, *kind.machine),
+      ElementsAre("warning differs /interfaces/0000:16~104.0~1port0 /duplex /megabitsPerSecond"))
+      << "it is back";
+}
+
 TEST(Conformance, finds_one_core_of_other_microcode) {
   for (MachineKind& kind : kindsOfMachines()) {
     const Json before = inventoryOfMachine(*kind.machine);
