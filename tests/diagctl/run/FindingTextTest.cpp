@@ -88,6 +88,11 @@ TEST(FindingText, names_processor_and_bank_and_both_ends_of_a_link) {
       HasSubstr("0000:01:00.0 - 0000:00:1c.0"));
 }
 
+TEST(FindingText, names_a_processor_whose_core_is_not_known) {
+  EXPECT_THAT(textOf(findingOf(Kind::Throttled, "cpu:0", ""), WatchTexts("en"), "X", 1).message,
+              HasSubstr("cpu0 "));
+}
+
 TEST(FindingText, says_of_what_was_before_that_it_was_before_in_every_language) {
   Finding finding = findingOf(Kind::MachineCheckUncorrected, "cpu:0", "bank 4");
   finding.isBefore = true;
