@@ -15,6 +15,7 @@
 #include "System/SysUtil.h"
 #include "diagctl/report/OutputFile.h"
 #include "diagctl/report/WrittenFile.h"
+#include "diagctl/session/Folders.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/Translation.h"
 
@@ -115,7 +116,7 @@ fs::path HealthStore::fileOf(const std::string& scope) const {
 }
 
 void HealthStore::makeDirectory() const {
-  fs::create_directories(m_directory);
+  makeOwnFolders(m_directory);
   if (m_isSecure) {
     requireSecurePath(m_directory.string());
   }
@@ -157,7 +158,7 @@ std::optional<HealthResult> HealthStore::last(const std::string& scope) const {
 
 void HealthStore::keep(const HealthResult& result) const {
   makeDirectory();
-  WrittenFile file(fileOf(result.scope).string());
+  WrittenFile file(fileOf(result.scope).string(), Access::OwnerWrites);
   file.out().write(toText(result));
   file.finish();
 }

@@ -79,7 +79,9 @@ std::unique_ptr<Output> Output::toFile(const Format& format, const std::string& 
                                        ReportSettings settings) {
   std::unique_ptr<Output> output(new Output);
   output->m_name = path;
-  output->m_file = std::make_unique<WrittenFile>(path, format.isLog);
+  output->m_file = std::make_unique<WrittenFile>(
+      path, path, format.isLog,
+      format.name == kMetricsFormat ? Access::EverybodyReads : Access::AsUmaskSays);
   output->m_out = &output->m_file->out();
   settings.isColoured = false;
   settings.lineWidth = 0;

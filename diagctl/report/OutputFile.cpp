@@ -20,7 +20,8 @@ namespace {
 
 constexpr mode_t kNewFile = 0666;    // less what the umask takes
 constexpr mode_t kNewFolder = 0777;  // the same
-constexpr int kMostLinks = 40;       // the kernel's own bound
+constexpr mode_t kForAll = 0644;
+constexpr int kMostLinks = 40;  // the kernel's own bound
 constexpr int kHarmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 struct stat statusOf(const OpenedFile& file) {
@@ -173,6 +174,18 @@ mode_t permissionsOfNewFiles() {
   return kNewFile & 0700;
 }
 
+mode_t permissionsFor(Access access) {
+  switch (access) {
+    case Access::EverybodyReads:
+      return kForAll;
+    case Access::OwnerWrites:
+      return kForAll & permissionsOfNewFiles();
+    case Access::AsUmaskSays:
+      break;
+  }
+  return permissionsOfNewFiles();
+}
+
 }  // namespace
 
 void failWith(int error, const std::string& name) {
@@ -216,7 +229,8 @@ OpenedFile openFolder(const std::string& path) {
   return folder;
 }
 
-OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name) {
+OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name,
+                      Access access) {
   static const std::string kEnd = ".part";
   std::string made = path + ".XXXXXX" + kEnd;
   OpenedFile file(mkostemps(made.data(), static_cast<int>(kEnd.size()), O_CLOEXEC));
@@ -224,7 +238,7 @@ OpenedFile makeBeside(const std::string& path, std::string& besides, const std::
     failWith(errno, name);
   }
   besides = made;
-  if (fchmod(file.get(), permissionsOfNewFiles()) != 0) {
+  if (fchmod(file.get(), permissionsFor(access)) != 0) {
     failWith(errno, name);
   }
   return file;

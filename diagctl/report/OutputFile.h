@@ -27,10 +27,18 @@ OpenedFile openFolder(const std::string& path);
 /// place, and what stands there is not this output's alone.
 bool leadsToWhatIsOpen(const std::string& path);
 
-/// A new file beside a path, to be renamed to it, with the permissions that any new file would get.
+/// What others may do with a new file.
+enum class Access {
+  AsUmaskSays,
+  OwnerWrites,  ///< the same, but for writing: root trusts no file that others could have written
+  EverybodyReads,  ///< and none writes, whatever the umask: it is made for programs of other users
+};
+
+/// A new file beside a path, to be renamed to it.
 /// @param besides takes its path.
 /// @throws std::system_error with that name.
-OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name);
+OpenedFile makeBeside(const std::string& path, std::string& besides, const std::string& name,
+                      Access access = Access::AsUmaskSays);
 
 /// A stream that writes to a file and closes it.
 std::unique_ptr<std::ofstream> streamTo(OpenedFile file);

@@ -303,7 +303,7 @@ std::string textfileOf(const std::string& directory, const std::string& verb) {
 }
 
 void writeTextfile(const std::string& file, const RunMetrics& metrics) {
-  WrittenFile written(file);
+  WrittenFile written(file, Access::EverybodyReads);
   written.out().write(metrics.text());
   written.finish();
 }

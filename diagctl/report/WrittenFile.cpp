@@ -16,11 +16,14 @@ bool isPlainFile(const std::string& path) {
 WrittenFile::WrittenFile(const std::string& path, bool appends)
     : WrittenFile(path, path, appends) {}
 
-WrittenFile::WrittenFile(const std::string& path, std::string name, bool appends)
+WrittenFile::WrittenFile(const std::string& path, Access access)
+    : WrittenFile(path, path, false, access) {}
+
+WrittenFile::WrittenFile(const std::string& path, std::string name, bool appends, Access access)
     : m_path(path), m_name(std::move(name)) {
   const bool isOpen = leadsToWhatIsOpen(path);
   m_isPlain = isPlainFile(path) && !isOpen;
-  m_file = streamTo(!appends && m_isPlain ? makeBeside(m_path, m_besides, m_name)
+  m_file = streamTo(!appends && m_isPlain ? makeBeside(m_path, m_besides, m_name, access)
                                           : openOutput(path, appends || isOpen, m_name));
   if (!*m_file) {
     failWith(ENOMEM, m_name);

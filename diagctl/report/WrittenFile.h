@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "diagctl/report/OutputFile.h"
 #include "diagctl/terminal/Printer.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -19,8 +20,10 @@ class WrittenFile {
  public:
   /// @throws std::system_error naming a file that cannot be opened.
   explicit WrittenFile(const std::string& path, bool appends = false);
+  WrittenFile(const std::string& path, Access access);
   /// @param name of the file for people.
-  WrittenFile(const std::string& path, std::string name, bool appends);
+  WrittenFile(const std::string& path, std::string name, bool appends,
+              Access access = Access::AsUmaskSays);
   /// Takes away what was not finished.
   ~WrittenFile();
   WrittenFile(const WrittenFile&) = delete;

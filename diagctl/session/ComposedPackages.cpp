@@ -83,7 +83,7 @@ bool hasOverlays() {
 void ComposedPackages::add(const fs::path& directory,
                            const std::vector<SettingOverride>& overrides) {
   inspect(directory.string());
-  fs::create_directories(m_place);
+  makeOwnFolders(m_place);
   for (const fs::path& entry : readableEntriesOf(directory)) {
     std::error_code ignored;
     if (entry.extension() == ".cfg") {
@@ -136,7 +136,7 @@ void ComposedPackages::addDescription(const fs::path& file,
 
 // Those of a language, from each directory of packages.
 void ComposedPackages::addTexts(const fs::path& directory) {
-  fs::create_directories(m_place / directory.filename());
+  makeOwnFolders(m_place / directory.filename());
   for (const fs::path& entry : readableEntriesOf(directory)) {
     link(entry, directory.filename() / entry.filename());
   }

@@ -1,6 +1,9 @@
 #include "diagctl/session/Folders.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 
 namespace TarvexDiags::FrontEnd {
 
@@ -19,6 +22,22 @@ std::vector<fs::path> entriesOf(const fs::path& folder, std::error_code& failure
   }
   std::sort(entries.begin(), entries.end());
   return entries;
+}
+
+void makeOwnFolders(const fs::path& path) {
+  constexpr mode_t kOthersRead = 0755;
+  fs::path folder;
+  for (const fs::path& name : path) {
+    folder /= name;
+    if (name.empty() || fs::is_directory(folder)) {
+      continue;
+    }
+    const bool isMade = mkdir(folder.c_str(), kOthersRead) == 0;
+    const int error = isMade ? 0 : errno;
+    if (!isMade && !(error == EEXIST && fs::is_directory(folder))) {
+      throw fs::filesystem_error("", path, std::error_code(error, std::generic_category()));
+    }
+  }
 }
 
 }  // namespace TarvexDiags::FrontEnd

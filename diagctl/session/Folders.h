@@ -14,4 +14,9 @@ bool isThere(const std::filesystem::path& path);
 std::vector<std::filesystem::path> entriesOf(const std::filesystem::path& folder,
                                              std::error_code& failure);
 
+/// Makes a folder, and those above it that are missing; none that others may write to, whatever the
+/// umask is: root would refuse it.
+/// @throws std::filesystem::filesystem_error naming the path.
+void makeOwnFolders(const std::filesystem::path& path);
+
 }  // namespace TarvexDiags::FrontEnd

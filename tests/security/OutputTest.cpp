@@ -315,6 +315,42 @@ TEST_F(WhatIsWritten, as_the_programs_own_control_file_is_nobody_elses_whatever_
   }
 }
 
+TEST_F(WhatIsWritten, as_packages_with_settings_is_nobody_elses_whatever_the_umask) {
+  for (const mode_t mask : {0U, 002U, 022U, 077U}) {
+    const UmaskScope scope(mask);
+    const Outcome outcome =
+        run({"list", "--set", "MIX.Depth=3", "--packages", place.path("packages")});
+    EXPECT_EQ(outcome.exitCode, DiagctlTest::kPassed) << outcome.err;
+  }
+}
+
+TEST_F(WhatIsWritten, as_a_kept_result_is_nobody_elses_whatever_the_umask) {
+  for (const mode_t mask : {0U, 002U, 022U, 077U}) {
+    const UmaskScope scope(mask);
+    const std::string state = place.path("state" + std::to_string(mask) + "/below");
+    for (const bool isCached : {false, true}) {
+      std::vector<std::string> words = {"health", "--state", state, "-t", "Good"};
+      if (isCached) {
+        words.insert(words.end(), {"--cached", "1h"});
+      }
+      const Outcome outcome = run(words);
+      EXPECT_EQ(outcome.exitCode, DiagctlTest::kPassed) << outcome.out << outcome.err;
+    }
+  }
+}
+
+TEST_F(WhatIsWritten, as_metrics_is_readable_to_those_who_collect_them) {
+  for (const mode_t mask : {0U, 077U}) {
+    const UmaskScope scope(mask);
+    const std::string folder = place.path("metrics" + std::to_string(mask));
+    fs::create_directory(folder);
+    EXPECT_EQ(run({"run", "-t", "Good", "--textfile", folder}).exitCode, DiagctlTest::kPassed);
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      EXPECT_EQ(modeOf(entry.path().string()), 0644U) << entry.path();
+    }
+  }
+}
+
 TEST_F(WhatIsWritten, as_a_trace_follows_no_link) {
   traceEverything();
   fs::create_symlink(kept, trace);
