@@ -14,6 +14,7 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 constexpr const char* kProfile = "--profile";
+constexpr const char* kAllowDisruptive = "allow-disruptive";  // no file says that for a person
 
 bool isSame(const std::string& word, const std::string& option) {
   return word == option || word.starts_with(option + "=");
@@ -74,6 +75,9 @@ std::vector<std::string> wordsOf(const NamedPlan& plan, const Verb& verb,
                                  const std::vector<std::string>& given) {
   std::vector<std::string> words;
   for (const auto& [key, value] : plan.options) {
+    if (key == kAllowDisruptive) {
+      refuse(plan, key, tr("it counts on the command line alone"));
+    }
     CLI::Option* const option = optionOf(verb, key);
     const bool isKnown =
         std::any_of(verbs.begin(), verbs.end(), [&, &name = key](const Verb& each) {

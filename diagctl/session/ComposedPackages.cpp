@@ -15,14 +15,17 @@
 #include "diagctl/session/Folders.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Capabilities.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
 namespace fs = std::filesystem;
+namespace Contract = PackageKit::Contract;
 
 constexpr const char* kOverlays = "tarvexdiags/packages.d";
+constexpr const char* kCapabilities = "TestCapabilities";
 
 std::string contentOf(const fs::path& file) {
   std::string reason;
@@ -46,6 +49,50 @@ std::vector<fs::path> readableEntriesOf(const fs::path& directory) {
 
 bool isSameWord(const std::string& one, const std::string& other) {
   return strcasecmp(one.c_str(), other.c_str()) == 0;
+}
+
+bool isDestructive(const ConfigurationText& description, const std::string& section) {
+  return Contract::hasCapability(description.value(section, kCapabilities).value_or(""),
+                                 Contract::kDestructive);
+}
+
+/// The section of a test that took its device out of service and no longer says so; empty for none:
+/// nobody would be asked any more before it runs.
+std::string unmarkedIn(const std::string& before, const std::string& after) {
+  const ConfigurationText old = ConfigurationText::parse(before);
+  const ConfigurationText present = ConfigurationText::parse(after);
+  const std::vector<std::string> sections = old.sections();
+  const auto found =
+      std::find_if(sections.begin(), sections.end(), [&](const std::string& section) {
+        return isDestructive(old, section) && !isDestructive(present, section);
+      });
+  return found == sections.end() ? std::string() : *found;
+}
+
+std::string reasonFor(const std::string& section) {
+  return tr("[{}] of the package has the word '{}' there, which no setting takes away", section,
+            std::string(Contract::kDestructive));
+}
+
+std::string overlaid(const std::string& description, const std::string& overlay) {
+  std::string changed = withOverlay(description, overlay);
+  if (const std::string section = unmarkedIn(description, changed); !section.empty()) {
+    throw ConfigurationFault(overlay, section, kCapabilities, reasonFor(section));
+  }
+  return changed;
+}
+
+std::string overridden(const std::string& description, const SettingOverride& override) {
+  std::string changed = withOverride(description, override);
+  const std::string section = unmarkedIn(description, changed);
+  if (section.empty()) {
+    return changed;
+  }
+  if (override.file.empty()) {
+    throw std::invalid_argument(
+        fmt::format("{}.{}: {}", override.package, override.key, reasonFor(section)));
+  }
+  throw ConfigurationFault(override.file, "Settings", override.written, reasonFor(section));
 }
 
 bool isMeant(const SettingOverride& override, const std::string& baseName, const fs::path& file) {
@@ -109,7 +156,7 @@ void ComposedPackages::addDescription(const fs::path& file,
     const std::string overlay = (fs::path(overlays) / file.filename()).string();
     if (isThere(overlay)) {
       inspect(overlay);
-      description = withOverlay(description, overlay);
+      description = overlaid(description, overlay);
       m_overlayFiles.push_back(overlay);
     }
   }
@@ -117,7 +164,7 @@ void ComposedPackages::addDescription(const fs::path& file,
   m_packages.push_back(baseName);
   for (std::size_t index = 0; index < overrides.size(); ++index) {
     if (isMeant(overrides[index], baseName, file)) {
-      description = withOverride(description, overrides[index]);
+      description = overridden(description, overrides[index]);
       m_taken.emplace_back(index, baseName);
     }
   }

@@ -15,15 +15,24 @@ inline constexpr std::string_view kComputing = "computing";
 /// words.
 inline constexpr std::string_view kDestructive = "destructive";
 
-/// @brief Whether key `TestCapabilities`, words between commas or blanks, has a word.
+/// @brief Whether key `TestCapabilities` has a word, whatever stands between its words and however
+/// it is written: who is asked before a test must not depend on a comma.
 constexpr bool hasCapability(std::string_view capabilities, std::string_view word) {
-  constexpr std::string_view separators = ", \t";
+  const auto lower = [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  };
+  const auto isOfWord = [&](char letter) {
+    return (lower(letter) >= 'a' && lower(letter) <= 'z') || letter == '-' || letter == '_' ||
+           (letter >= '0' && letter <= '9');
+  };
   while (!capabilities.empty()) {
-    const std::size_t end = std::min(capabilities.find_first_of(separators), capabilities.size());
-    if (capabilities.substr(0, end) == word) {
+    const auto* const end = std::find_if_not(capabilities.begin(), capabilities.end(), isOfWord);
+    if (std::equal(capabilities.begin(), end, word.begin(), word.end(),
+                   [&](char one, char other) { return lower(one) == lower(other); })) {
       return true;
     }
-    capabilities.remove_prefix(std::min(end + 1, capabilities.size()));
+    const auto length = static_cast<std::size_t>(end - capabilities.begin());
+    capabilities.remove_prefix(std::min(length + 1, capabilities.size()));
   }
   return false;
 }
