@@ -197,6 +197,8 @@ const std::pair<const std::string, Redactor::Known>* Redactor::knownAt(std::stri
 }
 
 std::string Redactor::hashOf(std::string_view value) const {
+  // A file that the environment names could have it load code.
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
   constexpr std::size_t kBytes = kHashDigits / 2;
   constexpr const char* kDigits = "0123456789abcdef";
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};

@@ -55,7 +55,7 @@ std::string findScontrol(bool isSecure) {
       continue;
     }
     if (isSecure) {
-      requireSecurePath(program);
+      requireSecureProgram(program);
     }
     return program;
   }
@@ -79,6 +79,9 @@ SlurmNode::SlurmNode(std::optional<std::string> configuration, bool isSecure,
     : m_name(nameOfNode()), m_program(findScontrol(isSecure)), m_until(until) {
   if (!configuration && !variable("SLURM_CONF").empty()) {
     configuration = variable("SLURM_CONF");
+  }
+  if (configuration && isSecure) {  // which names what scontrol loads
+    requireSecurePath(*configuration);
   }
   m_environment = {"LC_ALL=C", "PATH=/usr/sbin:/usr/bin:/sbin:/bin"};
   if (configuration) {

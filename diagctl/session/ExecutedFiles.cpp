@@ -116,6 +116,8 @@ class Collection {
     }
   }
 
+  void addProgram(const std::string& file) { addObject(file); }
+
   void addControlFile(const std::string& file) {
     m_inspection.inspect(file);
     for (const char* key : {"LogDirPath", "MsgFilePath"}) {
@@ -355,6 +357,13 @@ void inspectExecutedFiles(const std::string& controlFile, const std::string& pac
     collection.addPackages(packageDirectory);
   }
   collection.addProcess();
+  collection.follow();
+}
+
+void inspectProgram(const std::string& program, PathInspection& inspection) {
+  const std::set<std::string> unread;
+  Collection collection(inspection, unread);
+  collection.addProgram(program);
   collection.follow();
 }
 

@@ -27,4 +27,7 @@ namespace TarvexDiags::FrontEnd {
 void inspectExecutedFiles(const std::string& controlFile, const std::string& packageDirectory,
                           PathInspection& inspection, const std::set<std::string>& unread = {});
 
+/// Inspects a program that is started, with its interpreter or the shared objects that it needs.
+void inspectProgram(const std::string& program, PathInspection& inspection);
+
 }  // namespace TarvexDiags::FrontEnd

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "diagctl/session/Configuration.h"
 #include "diagctl/session/ExecutedFiles.h"
 #include "diagctl/session/OpenFiles.h"
@@ -14,6 +16,16 @@ namespace TarvexDiags::FrontEnd {
 
 bool mustBeSecure() {
   return geteuid() == 0;
+}
+
+void forgetVariablesThatNameCode() {
+  if (!mustBeSecure()) {
+    return;
+  }
+  for (const char* const variable :
+       {"GCONV_PATH", "OPENSSL_CONF", "OPENSSL_ENGINES", "OPENSSL_MODULES"}) {
+    unsetenv(variable);
+  }
 }
 
 std::vector<std::string> findInsecurePaths(const std::string& path) {
@@ -47,6 +59,13 @@ void refuse(std::vector<std::string> findings) {
 void requireSecureFiles(const std::string& controlFile) {
   allowOpenFiles(openFilesFor(1));  // a look that fails for want of them tells nothing of files
   refuse(findInsecureFiles(controlFile, packageDirectoryOf(controlFile)));
+}
+
+void requireSecureProgram(const std::string& path) {
+  allowOpenFiles(openFilesFor(1));
+  PathInspection inspection;
+  inspectProgram(path, inspection);
+  refuse(inspection.findings());
 }
 
 void requireSecurePath(const std::string& path) {

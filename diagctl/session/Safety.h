@@ -32,6 +32,14 @@ void requireSecureFiles(const std::string& controlFile);
 /// @throws InsecureFiles with the findings for one path, if there are any.
 void requireSecurePath(const std::string& path);
 
+/// The same for a program and all that it needs: its interpreter, shared objects, where they are
+/// looked for.
+void requireSecureProgram(const std::string& path);
+
+/// Of root's environment: what has the system's libraries load code of places that nobody inspects.
+/// To be called before there is a second thread.
+void forgetVariablesThatNameCode();
+
 /// Whether the program runs as root, so that what it loads must be root's.
 bool mustBeSecure();
 

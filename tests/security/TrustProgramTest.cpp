@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "diagctl/session/Safety.h"
 #include "tests/diagctl/Diagctl.h"
 #include "tests/security/People.h"
 
@@ -102,6 +103,29 @@ TEST_F(Trust, is_refused_to_a_directory_for_logs_of_another) {
 TEST_F(Trust, is_refused_to_a_directory_for_logs_that_others_may_write_to) {
   fs::permissions(place.path("logs"), fs::perms(01777));
   expectRefusal(place.path("logs") + ": may be written by others (mode 1777)");
+}
+
+// The library that makes a hash reads a configuration which may name code.
+TEST_F(Trust, is_not_given_to_what_the_environment_has_a_library_load) {
+  const std::string file = place.path("openssl.cnf");
+  const std::string mark = place.path("mark");
+  place.write(file,
+              "openssl_conf = all\n[all]\nproviders = both\n[both]\ndefault = one\nother = two\n"
+              "[one]\nactivate = 1\n[two]\nactivate = 1\nmodule = " TARVEX_TELLING_OBJECT "\n");
+  Program::Options options;
+  options.environment = {{"OPENSSL_CONF", file}, {"TARVEX_LOADED", mark}};
+  EXPECT_EQ(run({"inventory", "--redact"}, options).exitCode, DiagctlTest::kPassed);
+  EXPECT_FALSE(fs::exists(mark));
+}
+
+TEST_F(Trust, is_refused_to_a_script_whose_interpreter_is_anothers) {
+  const std::string interpreter = fileOfStranger(place.path("interpreter"));
+  const std::string script = place.path("script");
+  place.write(script, "#!" + interpreter + "\n");
+  fs::permissions(script, fs::perms(0755));
+  EXPECT_NO_THROW(FrontEnd::requireSecurePath(script));
+  EXPECT_THROW(FrontEnd::requireSecureProgram(script), FrontEnd::InsecureFiles);
+  EXPECT_NO_THROW(FrontEnd::requireSecureProgram("/bin/sh"));
 }
 
 TEST_F(Trust, is_refused_to_what_the_loader_is_told_to_look_in) {
