@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -140,8 +141,13 @@ void allowCoreDumps(bool areWanted) {
 
 void setLimits(std::uint64_t memoryLimit, bool coreDumps) {
   if (memoryLimit > 0 && kAddressSpaceIsFree) {
-    const rlimit limit{memoryLimit, memoryLimit};
-    setrlimit(RLIMIT_AS, &limit);
+    rlimit limit{};
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_max = std::min<rlim_t>(limit.rlim_max, memoryLimit);
+    limit.rlim_cur = limit.rlim_max;
+    if (setrlimit(RLIMIT_AS, &limit) != 0) {
+      throw std::system_error(errno, std::generic_category(), "MemoryLimit");
+    }
   }
   allowCoreDumps(coreDumps);
 }

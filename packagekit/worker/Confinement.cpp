@@ -75,7 +75,7 @@ void openPageMap() {
   }
 }
 
-bool confine(const Contract::Privileges& privileges, bool isDebugged) {
+bool confine(const Contract::Privileges& privileges, pid_t host, bool isDebugged) {
   if (!boundCapabilities(privileges) || !keepCapabilities(privileges)) {
     return false;
   }
@@ -83,7 +83,7 @@ bool confine(const Contract::Privileges& privileges, bool isDebugged) {
     return true;
   }
   return (prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 || failed("PR_SET_DUMPABLE")) &&
-         refuseCalls(privileges);
+         refuseCalls(privileges, {getppid(), host, getpgid(host)});
 }
 
 }  // namespace TarvexDiags::PackageKit

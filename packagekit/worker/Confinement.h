@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include "packagekit/contract/Privileges.h"
 
 namespace TarvexDiags::PackageKit {
@@ -14,7 +16,8 @@ void openPageMap();
 /// Gives up all of root's rights but these, refuses calls that no test needs, and keeps other
 /// processes of the same user from reading this one. For a debugger, the first alone. What is
 /// instrumented stays open to its runtime in the same way.
+/// @param host whose process started the reaper, which is this one's parent.
 /// @return false when it could not be done, which is told on standard error
-bool confine(const Contract::Privileges& privileges, bool isDebugged);
+bool confine(const Contract::Privileges& privileges, pid_t host, bool isDebugged);
 
 }  // namespace TarvexDiags::PackageKit

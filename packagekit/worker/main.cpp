@@ -48,8 +48,9 @@ int main(int count, char** arguments) {
             arguments[0]);
     return kUnusable;
   }
+  const auto host = static_cast<pid_t>(strtol(arguments[2], nullptr, 10));
   Kit::renounceMore();
-  Kit::runBelowReaper(static_cast<pid_t>(strtol(arguments[2], nullptr, 10)));
+  Kit::runBelowReaper(host);
   becomeFirstVictim();
   makeNice(strtol(arguments[3], nullptr, 10));
   // What was printed before a crash is told, so it may not wait in a buffer.
@@ -59,7 +60,7 @@ int main(int count, char** arguments) {
   Kit::openPageMap();
   Kit::useKeptPageMap();
   const bool isDebugged = strtol(arguments[5], nullptr, 10) != 0;
-  if (!Kit::confine(Kit::Contract::privilegesFrom(arguments[4]), isDebugged)) {
+  if (!Kit::confine(Kit::Contract::privilegesFrom(arguments[4]), host, isDebugged)) {
     return kUnusable;
   }
 

@@ -456,8 +456,9 @@ Verdict resistsItsEnd(TestContext& context) {
       while (kill(reaper, SIGHUP) == 0 && kill(reaper, SIGUSR1) == 0) {
       }
     });
-  } else if (way == "stop") {
-    kill(reaper, SIGSTOP);
+  } else if (way == "stop" || way == "kill") {
+    child = way == "kill" ? forkOutOfGroup(1, hang) : child;
+    kill(reaper, way == "kill" ? SIGKILL : SIGSTOP);
   } else if (way == "group") {
     child = fork();
     if (child == 0) {

@@ -1,5 +1,6 @@
 #include "packages/misbehaving/OwnRights.h"
 
+#include <fcntl.h>
 #include <linux/bpf.h>
 #include <linux/keyctl.h>
 #include <linux/reboot.h>
@@ -8,9 +9,11 @@
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -20,6 +23,8 @@
 using namespace TarvexDiags::PackageKit;
 
 namespace {
+
+constexpr long kOpenTreeAttr = 467;
 
 // A run of this package's code while it is loaded, as constructors of packages have it.
 long coreLimit() {
@@ -65,6 +70,34 @@ std::string workingDirectory() {
   return getcwd(path, sizeof path) != nullptr ? path : "?";
 }
 
+pid_t parentOf(pid_t process) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("PPid:\t")) {
+      return std::stoi(line.substr(6));
+    }
+  }
+  return -1;
+}
+
+// By signals that do nothing.
+void tellWhomItMaySignal(TestContext& context) {
+  const pid_t reaper = getppid();
+  const pid_t host = parentOf(reaper);
+  context.measurement("signalReaper", errorOf(kill(reaper, 0)));
+  context.measurement("signalHost", errorOf(kill(host, 0)));
+  context.measurement("signalThread", errorOf(syscall(SYS_tgkill, host, host, 0)));
+  context.measurement("signalAnyThread", errorOf(syscall(SYS_tkill, host, 0)));
+  context.measurement("queueToReaper", errorOf(sigqueue(reaper, 0, {})));
+  context.measurement("signalGroup", errorOf(kill(-getpgid(host), 0)));
+  context.measurement("signalEverybody", errorOf(kill(-1, 0)));
+  context.measurement("joinGroup", errorOf(setpgid(0, getpgid(host))));
+  context.measurement("openHost", errorOf(syscall(SYS_pidfd_open, host, 0)));
+  context.measurement("boundHost", errorOf(prlimit(host, RLIMIT_CPU, nullptr, nullptr)));
+  context.measurement("owner", errorOf(fcntl(0, F_SETOWN, host)));
+  context.measurement("signalItself", errorOf(kill(getpid(), 0)));
+}
+
 }  // namespace
 
 std::string ownCapabilities() {
@@ -89,5 +122,7 @@ Verdict tellsItsRights(TestContext& context) {
   context.measurement(
       "keyctl", errorOf(syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, KEY_SPEC_THREAD_KEYRING, 0)));
   context.measurement("ptrace", errorOf(ptrace(PTRACE_PEEKDATA, 0, nullptr, nullptr)));
+  context.measurement("openTreeAttr", errorOf(syscall(kOpenTreeAttr, -1, "", 0, nullptr, 0)));
+  tellWhomItMaySignal(context);
   return passed();
 }

@@ -64,8 +64,29 @@ std::string textOf(const Fields& fields) {
   return text;
 }
 
+/// @brief Whether nobody but this user, or root, can have written a file.
+bool isOwn(const fs::path& file) {
+  struct stat status {};
+  return lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+         (status.st_uid == geteuid() || status.st_uid == 0) &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// @brief Makes a directory, and those above it, that others may not write to, whatever the umask.
+void makeDirectory(const fs::path& directory) {
+  constexpr mode_t kOthersRead = 0755;
+  fs::path made;
+  for (const fs::path& name : directory) {
+    made /= name;
+    mkdir(made.c_str(), kOthersRead);  // of a fault the record's own file tells
+  }
+}
+
 Fields readFields(const fs::path& file) {
   Fields fields;
+  if (!isOwn(file)) {
+    return fields;
+  }
   std::ifstream stream(file);
   for (std::string line; std::getline(stream, line);) {
     const std::size_t sign = line.find('=');
@@ -113,7 +134,7 @@ bool isComplete(const Fields& fields) {
 
 fs::path InterfaceRecords::add(const Link& link) const {
   std::error_code failure;
-  fs::create_directories(m_directory, failure);
+  makeDirectory(m_directory);
   const std::string owner = std::to_string(getpid());
   const std::string home = namespaceName();
   fs::path file = m_directory / (home + "-" + link.name);

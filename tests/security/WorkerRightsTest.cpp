@@ -53,7 +53,8 @@ class WorkerRights : public ::testing::Test {
 
   // By what each call that workers are refused ended.
   static void expectAllRefused(const PackageDriver::Run& run) {
-    for (const char* const call : {"mount", "modules", "reboot", "bpf", "keyctl", "ptrace"}) {
+    for (const char* const call :
+         {"mount", "modules", "reboot", "bpf", "keyctl", "ptrace", "openTreeAttr"}) {
       EXPECT_EQ(run.measurement(call), "EPERM") << call;
     }
   }
@@ -112,6 +113,20 @@ TEST_F(WorkerRights, include_no_call_that_its_package_does_not_name) {
   const auto run = told("CAP_SYS_ADMIN CAP_SYS_MODULE CAP_SYS_BOOT CAP_BPF CAP_SYS_PTRACE");
   EXPECT_EQ(run.measurement("Seccomp"), "2");
   expectAllRefused(run);
+}
+
+// They end what it leaves behind, and all of them are one user's.
+TEST_F(WorkerRights, include_no_signal_to_those_that_watch_over_it_nor_to_everybody) {
+  if (kIsInstrumented) {
+    GTEST_SKIP() << "an instrumented build has no filter of calls";
+  }
+  const auto run = told("mount modules reboot bpf keyctl ptrace");
+  for (const char* const call :
+       {"signalReaper", "signalHost", "signalThread", "signalAnyThread", "signalGroup",
+        "queueToReaper", "signalEverybody", "joinGroup", "openHost", "boundHost", "owner"}) {
+    EXPECT_EQ(run.measurement(call), "EPERM") << call;
+  }
+  EXPECT_EQ(run.measurement("signalItself"), "none");
 }
 
 TEST_F(WorkerRights, include_each_call_that_its_package_names) {
