@@ -31,7 +31,7 @@ std::string settingsText(DefineFunction define) {
   define(package);
   SettingList rules = package.settings();
   if (rules.empty()) {
-    return {};
+    rules.push_back({kAnyKey});
   }
   for (const SettingRule& rule : kitPackageSettings()) {
     rules.push_back(rule);

@@ -205,7 +205,7 @@ void requireKnown(const SettingOverride& override, const std::string& directory,
     }
     known.insert(known.end(), keys.begin(), keys.end());
   }
-  if (!rules.empty()) {  // a package that does not tell may read any key
+  if (!rules.empty() && !PackageKit::leavesKeysOpen(rules)) {
     throw std::invalid_argument(
         tr("{} reads no setting '{}'{}", package, override.key, didYouMean(override.key, known)));
   }

@@ -111,7 +111,7 @@ std::vector<SettingItem> settingsOfTest(const std::string& directory, const std:
   }
   std::vector<SettingItem> items;
   for (const SettingRule& rule : settingRulesOf(directory, baseName)) {
-    if (rule.testId != test && rule.testId != 0) {
+    if ((rule.testId != test && rule.testId != 0) || rule.key == PackageKit::kAnyKey) {
       continue;
     }
     const std::string unit = unitOf(*text, rule);

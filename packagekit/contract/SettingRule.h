@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
@@ -105,6 +106,9 @@ inline bool isValueOf(SettingKind kind, const std::string& text) {
 /// @brief Before the key of a setting: its value in quick mode.
 inline constexpr const char* kQuickPrefix = "Quick";
 
+/// @brief In place of a key: the package may read any other one as well, as it declares none.
+inline constexpr const char* kAnyKey = "*";
+
 /// @brief One key that a package reads. Thread-safety: a plain value.
 struct SettingRule {
   std::string key;  ///< a "#" at its end stands for a number from 1 on
@@ -120,6 +124,12 @@ struct SettingRule {
 /// `const char* describePackageSettings()`, one line for each. The text is the package's and lasts
 /// until it is unloaded. Empty, or no such export: nobody can tell which keys the package reads.
 inline constexpr const char* kDescribeSettings = "describePackageSettings";
+
+/// @brief Whether keys that have no rule may be read all the same.
+inline bool leavesKeysOpen(const std::vector<SettingRule>& rules) {
+  return std::any_of(rules.begin(), rules.end(),
+                     [](const SettingRule& rule) { return rule.key == kAnyKey; });
+}
 
 /// @brief The rule as a line of the export's text, without its end.
 inline std::string toLine(const SettingRule& rule) {

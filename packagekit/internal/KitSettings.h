@@ -16,6 +16,7 @@ inline constexpr auto kKillGrace = optionalSetting<Seconds>("KillGrace");
 inline constexpr auto kStartTimeout = optionalSetting<Seconds>("StartTimeout");
 inline constexpr auto kExitTimeout = optionalSetting<Seconds>("ExitTimeout");
 inline constexpr auto kDiscoveryTimeout = optionalSetting<Seconds>("DiscoveryTimeout");
+inline constexpr Seconds kDefaultDiscoveryTimeout{20};
 inline constexpr auto kNice = optionalSetting<std::uint64_t>("Nice");
 inline constexpr auto kPrivileges = optionalSetting<std::string>(Contract::kPrivilegesKey);
 inline constexpr auto kMemoryLimit = optionalSetting<std::uint64_t>("MemoryLimit");

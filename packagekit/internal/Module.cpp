@@ -200,7 +200,6 @@ DiscoverySetup Module::discoverySetup(DiagnosticMode mode, const std::string& re
 
 // There is nothing to tidy up, so what is to end is killed soon.
 DiscoveryPlace Module::discoveryPlace() {
-  constexpr Seconds kDefaultTimeout{20};
   constexpr double kLongestTermGrace = 0.3;
   const Settings settings = this->settings();
   const auto seconds = [this, &settings](const auto& setting, double fallback) {
@@ -212,7 +211,7 @@ DiscoveryPlace Module::discoveryPlace() {
     return value ? value->count() : fallback;
   };
   DiscoveryPlace place{baseName(), workerFile(), packageFile(), discoveryPrivileges(), {}};
-  place.limits.start = seconds(kDiscoveryTimeout, kDefaultTimeout.count());
+  place.limits.start = seconds(kDiscoveryTimeout, kDefaultDiscoveryTimeout.count());
   place.limits.exit = seconds(kExitTimeout, place.limits.exit);
   place.limits.abortGrace = 0;
   place.limits.termGrace = std::min(seconds(kTermGrace, kLongestTermGrace), kLongestTermGrace);

@@ -274,6 +274,8 @@ void PassRunner::readConfiguration() {
   if (m_eventsLeft) {
     return;
   }
+  // Nobody listened yet when the devices were looked for.
+  static_cast<void>(seconds(kDiscoveryTimeout, kDefaultDiscoveryTimeout.count()));
   m_eventsLeft =
       static_cast<std::size_t>(std::max(0L, integer(kMaxEvents).value_or(kDefaultMaxEvents)));
   if (m_setup.seed == 0) {

@@ -239,6 +239,7 @@ TEST_F(Misbehaviour, a_test_without_a_time_of_its_own_has_that_of_the_package) {
 TEST_F(Misbehaviour, a_time_that_is_none_is_replaced_and_told) {
   for (const char* const value : {"nan", "inf", "1e300", "-1", "31536000.5", "soon"}) {
     m_driver.set("TestID1", "TestTimeout", value).set("Package", "KillGrace", value);
+    m_driver.set("Package", "DiscoveryTimeout", value);
     const auto run = m_driver.run("unit0", {kBehaves});
     EXPECT_EQ(run.verdict, DiagnosticResult::PASSED);
     std::vector<std::vector<std::string>> replaced;
@@ -249,6 +250,7 @@ TEST_F(Misbehaviour, a_time_that_is_none_is_replaced_and_told) {
       }
     }
     EXPECT_THAT(replaced, ::testing::UnorderedElementsAre(
+                              std::vector<std::string>{"DiscoveryTimeout", value, "20"},
                               std::vector<std::string>{"KillGrace", value, "5"},
                               std::vector<std::string>{"TestTimeout", value, "3600"}));
   }
