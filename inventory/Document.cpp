@@ -1,10 +1,9 @@
 #include "inventory/Document.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <fstream>
 #include <set>
-#include <system_error>
+
+#include "inventory/InputFile.h"
 
 namespace TarvexDiags::Inventory {
 
@@ -62,17 +61,7 @@ Json parseDocument(std::string_view text, const std::string& file) {
 }
 
 Json readDocument(const std::string& file) {
-  errno = 0;
-  std::ifstream stream(file, std::ios::binary);
-  std::string text(kMostBytes + 1, '\0');
-  if (stream) {
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  }
-  if (!stream.is_open() || stream.bad()) {
-    throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), file);
-  }
-  text.resize(static_cast<std::size_t>(stream.gcount()));
-  return parseDocument(text, file);
+  return parseDocument(readInput(file, kMostBytes), file);
 }
 
 void requireInventory(const Json& document, const std::string& file) {

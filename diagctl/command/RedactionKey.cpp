@@ -1,10 +1,10 @@
 #include "diagctl/command/RedactionKey.h"
 
 #include <cerrno>
-#include <fstream>
-#include <iterator>
+#include <cstddef>
 
 #include "diagctl/report/OutputFile.h"
+#include "inventory/InputFile.h"
 #include "inventory/Redaction.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -13,14 +13,10 @@ std::string keyOf(const RedactionWishes& wishes) {
   if (!wishes.keyFile) {
     return Inventory::Redactor::drawKey();
   }
-  errno = 0;
-  std::ifstream file(*wishes.keyFile, std::ios::binary);
-  std::string key{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (!file.is_open() || file.bad()) {
-    failWith(errno, *wishes.keyFile);
-  }
-  if (key.empty()) {
-    failWith(ENODATA, *wishes.keyFile);
+  constexpr std::size_t kMostBytes = 1UL << 20U;
+  std::string key = Inventory::readInput(*wishes.keyFile, kMostBytes);
+  if (key.empty() || key.size() > kMostBytes) {
+    failWith(key.empty() ? ENODATA : EFBIG, *wishes.keyFile);
   }
   return key;
 }

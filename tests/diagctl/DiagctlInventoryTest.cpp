@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -49,6 +50,20 @@ class DiagctlInventory : public Diagctl {
 
   const fs::path m_root = place.path("recorded");
 };
+
+TEST_F(DiagctlInventory, waits_for_nobody_who_might_write_to_a_pipe) {
+  const std::string pipe = place.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"inventory", "check", "--against", pipe},
+        {"inventory", "check", "--against", pipe, "--rules", pipe},
+        {"inventory", "diff", pipe, pipe},
+        {"inventory", "--redact-key", pipe}}) {
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitCode, kNoVerdict) << words.back();
+    EXPECT_THAT(outcome.err, HasSubstr(pipe)) << outcome.err;
+  }
+}
 
 TEST_F(DiagctlInventory, of_this_machine_keeps_to_its_schema_and_stays) {
   const Outcome outcome = run({"inventory"});
