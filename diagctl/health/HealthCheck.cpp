@@ -66,7 +66,7 @@ FinishedCheck runCheck(const std::function<int()>& run, const CheckTimes& times,
   FinishedCheck check;
   bool hasEnded = child.await(times.toEnd, isInterrupted);
   const bool isTimeOver = !hasEnded;
-  check.wasInterrupted = isTimeOver && isInterrupted();
+  check.wasInterrupted = isInterrupted();  // also where the end came at the same moment
   if (!hasEnded) {
     child.signal(SIGTERM);
     hasEnded = child.await(times.toKill);
