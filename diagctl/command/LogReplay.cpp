@@ -176,13 +176,21 @@ void LogReplay::tell(const RunEvent& event) {
   }
 }
 
-// What was under way when the run ended by a crash, a kill or a lost machine.
+// What was under way when the run ended by a crash, a kill or a lost machine. A fault that was
+// found by then stands; what to do about the run would lead away from it.
 void LogReplay::closeRun() {
-  for (const std::string& step : m_record.openSteps()) {
+  for (const std::string& id : m_record.openSteps()) {
+    const StepRecord& step = *m_record.find(id);
+    const bool hasFailed = step.outcome() == StepRecord::Outcome::Failed;
     tell({m_record.last(),
-          StepTrouble{step, "cut-off", tr("It was cut off: the run ended before the test did."),
-                      tr("Run the test again.")}});
-    tell({m_record.last(), StepEnded{step, RunStatus::Error}});
+          StepTrouble{id, "cut-off", tr("It was cut off: the run ended before the test did."),
+                      hasFailed ? "" : tr("Run the test again.")}});
+    if (step.isUnjudged()) {
+      tell(
+          {m_record.last(), StepDiagnosis{id, Verdict::Fail, "failed", step.error, step.errorAction,
+                                          step.start.hardwareId, step.passes() + 1}});
+    }
+    tell({m_record.last(), StepEnded{id, RunStatus::Error}});
   }
 }
 

@@ -9,6 +9,7 @@
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Judgement.h"
+#include "packagekit/contract/KitCodes.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -86,12 +87,14 @@ struct IntoStep {
     step.size += sizeOf(step.start);
   }
   void operator()(const StepMessage& message) const {
-    if (message.severity == Severity::Warning || message.severity == Severity::Error) {
+    if (message.severity == Severity::Error) {
       tell(message.text, message.action);
-      if (message.severity == Severity::Warning) {
-        ++step.warnings;
-        takeFirst(step.warning, message.text);
-      }
+      takeOver(step.error, message.text);
+      takeOver(step.errorAction, message.action);
+    } else if (message.severity == Severity::Warning) {
+      tell(message.text, message.action);
+      ++step.warnings;
+      takeFirst(step.warning, message.text);
     } else if (message.severity == Severity::Information) {
       takeOver(step.news, message.text);
     }
@@ -124,6 +127,10 @@ struct IntoStep {
     }
     takeFirst(step.trouble, trouble.message);
     tell(trouble.message, trouble.action);
+    if (trouble.symptom == Contract::symptomOfTrouble(PackageKit::TEST_CONTRADICTED_ITSELF)) {
+      takeOver(step.error, "");
+      takeOver(step.errorAction, "");
+    }
   }
   void operator()(const StepEnded& ended) const {
     step.ended = ended;
@@ -197,9 +204,11 @@ bool StepRecord::isSilent() const {
   return isOfRun(start.stepId) && verdicts.empty() && troubles == 0 && warnings == 0;
 }
 
-// Errors are judged before they get here: what they came to is a diagnosis or trouble.
+// Errors are judged before a step ends: what they came to is a diagnosis or trouble.
 StepRecord::Outcome StepRecord::outcome() const {
-  switch (Contract::judge({.ending = endingOf(*this), .hasRaisedWarning = warnings > 0})) {
+  switch (Contract::judge({.ending = endingOf(*this),
+                           .hasRaisedError = isUnjudged(),
+                           .hasRaisedWarning = warnings > 0})) {
     case Contract::Judgement::Passed:
       return Outcome::Passed;
     case Contract::Judgement::Warning:
@@ -220,8 +229,8 @@ StepRecord::Outcome StepRecord::outcome() const {
 const std::string& StepRecord::headline() const {
   const Outcome came = outcome();
   for (const auto& [weighed, text] :
-       {std::pair(Outcome::Failed, &failure), std::pair(Outcome::Trouble, &trouble),
-        std::pair(Outcome::Warning, &warning)}) {
+       {std::pair(Outcome::Failed, &failure), std::pair(Outcome::Failed, &error),
+        std::pair(Outcome::Trouble, &trouble), std::pair(Outcome::Warning, &warning)}) {
     if (came == weighed && !text->empty()) {
       return *text;
     }

@@ -63,11 +63,15 @@ struct StepRecord {
   /// What to do about each of the findings: its place among the actions; nothing for none.
   std::vector<std::optional<std::size_t>> advice;
   Figures figures;
-  std::string failure;              ///< the first of its kind among the findings; empty: none
-  std::string trouble;              ///< the same
-  std::string warning;              ///< the same
-  std::string news;                 ///< what was told last that is no finding
-  std::string symptom;              ///< of the first failure, or else of the first trouble
+  std::string failure;  ///< the first of its kind among the findings; empty: none
+  std::string trouble;  ///< the same
+  std::string warning;  ///< the same
+  std::string news;     ///< what was told last that is no finding
+  std::string symptom;  ///< of the first failure, or else of the first trouble
+  /// The last error that the test raised and has not taken back, and what to do about it. It weighs
+  /// where the step has no end: who would have judged it was gone by then.
+  std::string error;
+  std::string errorAction;
   std::string seed;                 ///< of the pass of the first finding, or else of the last pass
   std::map<Verdict, int> verdicts;  ///< how often it was judged so
   int passesJudged = 0;
@@ -83,6 +87,8 @@ struct StepRecord {
   bool isSilent() const;
   bool hasEnded() const { return ended.has_value(); }
   bool isAborted() const { return hasEnded() && ended->isAborted; }
+  /// Whether an error that it raised has no verdict yet, and nobody is left to give it one.
+  bool isUnjudged() const { return !hasEnded() && !hasFailed() && !error.empty(); }
   /// What the step came to.
   Outcome outcome() const;
   /// The finding behind the outcome, or else what there is that comes closest to one.

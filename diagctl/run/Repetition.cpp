@@ -21,7 +21,16 @@ std::optional<RunEventBody> warningOf(const Body& body) {
 }
 
 struct ToldWithin {
-  std::optional<RunEventBody> operator()(const StepMessage& message) const { return message; }
+  bool isSameDevice;
+
+  // An error on another device is none of the one that crashed.
+  std::optional<RunEventBody> operator()(const StepMessage& message) const {
+    StepMessage told = message;
+    if (!isSameDevice && told.severity == Severity::Error) {
+      told.severity = Severity::Warning;
+    }
+    return told;
+  }
   // How long the repetition takes is no time of the test that crashed.
   std::optional<RunEventBody> operator()(const StepMeasurement& figure) const {
     return figure.name == kTestDuration ? std::nullopt : std::optional<RunEventBody>(figure);
@@ -48,8 +57,8 @@ struct ToldWithin {
 
 }  // namespace
 
-std::optional<RunEventBody> toldWithin(const RunEventBody& body) {
-  return std::visit(ToldWithin(), body);
+std::optional<RunEventBody> toldWithin(const RunEventBody& body, bool isSameDevice) {
+  return std::visit(ToldWithin{isSameDevice}, body);
 }
 
 Outcome outcomeOf(const StepJudge& repetition) {
@@ -68,7 +77,7 @@ Outcome outcomeOf(const StepJudge& repetition) {
 StepMessage messageOf(const std::string& stepId, Outcome outcome, const std::string& device) {
   switch (outcome) {
     case Outcome::Crashed:
-      return {stepId, Severity::Error, tr("Repeated on {}: it crashed.", device), ""};
+      return {stepId, Severity::Warning, tr("Repeated on {}: it crashed.", device), ""};
     case Outcome::Ended:
       return {stepId, Severity::Warning, tr("Repeated on {}: it did not crash.", device), ""};
     case Outcome::Unclear:

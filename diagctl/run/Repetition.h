@@ -12,7 +12,8 @@ namespace TarvexDiags::FrontEnd {
 /// What the repetition of a test tells within the step of the test that crashed: what it measures
 /// and says, and a fault of the hardware that it finds. Its own verdict is for the trial of the
 /// crash.
-std::optional<RunEventBody> toldWithin(const RunEventBody& body);
+/// @param isSameDevice whether it is repeated on the device on which it crashed.
+std::optional<RunEventBody> toldWithin(const RunEventBody& body, bool isSameDevice);
 
 /// What became of a repetition that has ended.
 PackageKit::Contract::Repetition outcomeOf(const StepJudge& repetition);

@@ -149,12 +149,10 @@ bool Runner::isLeft() const {
 
 void Runner::endAfterFailure() {
   const StepRecord* const machine = m_record.find(MachineWatch::kStep);
-  const bool hasFailed =
-      m_plan.options.failFast && !m_control.isEnding() && isLeft() &&
-      ((machine != nullptr && machine->hasFailed()) ||
-       std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) {
-         return step.judge.hasBegun() && step.judge.outcome() == StepRecord::Outcome::Failed;
-       }));
+  const bool hasFailed = m_plan.options.failFast && !m_control.isEnding() && isLeft() &&
+                         ((machine != nullptr && machine->hasFailed()) ||
+                          std::any_of(m_steps.begin(), m_steps.end(),
+                                      [](const Step& step) { return step.judge.hasFailed(); }));
   if (hasFailed) {
     m_control.end(Ending::Failed);
     takeAborts();
@@ -373,13 +371,14 @@ void Runner::repeat(Step& crashed, const SelectedPair& pair, CrashTrial::Place p
 }
 
 void Runner::tellWithin(Step& repetition, RunEventBody body) {
-  auto told = toldWithin(body);
+  const bool isElsewhere = repetition.repetition->place == CrashTrial::Place::Elsewhere;
+  auto told = toldWithin(body, !isElsewhere);
   repetition.repetition->record.handle({std::chrono::system_clock::now(), std::move(body)});
   if (!told) {
     return;
   }
   auto* const fault = std::get_if<StepDiagnosis>(&*told);
-  if (fault != nullptr && repetition.repetition->place == CrashTrial::Place::Elsewhere) {
+  if (fault != nullptr && isElsewhere) {
     tellElsewhere(repetition, std::move(*fault));
   } else {
     tell(std::move(*told));

@@ -273,12 +273,13 @@ void StepJudge::takeRefusal(DiagCtrl::DiagnosticController::errorCode code) {
   end();
 }
 
-// Each signal once, however many passes it has ended.
+// Each signal once, however many passes it has ended. An error is what a test says of its device,
+// also to who reads the log of a run that came to no end; a crash says nothing of it yet.
 void StepJudge::adjourn() {
   std::set<std::string> signals;
   for (const Crash& crash : m_crashes) {
     if (signals.insert(crash.signal).second) {
-      m_stream.tell(StepMessage{m_id, Severity::Error,
+      m_stream.tell(StepMessage{m_id, Severity::Warning,
                                 tr("The test crashed with signal {}.", crash.signal), ""});
     }
     m_stream.tell(StepMessage{m_id, Severity::Information, crash.trouble.text, ""});
@@ -296,7 +297,7 @@ void StepJudge::tellCrashes(const std::string& action) {
 void StepJudge::tellFinding(const CrashFinding& finding) {
   using PackageKit::Contract::CrashCause;
   if (finding.cause == CrashCause::Package || finding.cause == CrashCause::Unknown) {
-    m_stream.tell(StepMessage{m_id, Severity::Error, finding.text, ""});
+    m_stream.tell(StepMessage{m_id, Severity::Warning, finding.text, ""});
     tellCrashes(finding.action);
     return;
   }

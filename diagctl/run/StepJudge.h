@@ -37,7 +37,9 @@ class StepJudge {
   const std::string& id() const { return m_id; }
   bool hasBegun() const { return record() != nullptr; }
   bool hasEnded() const { return hasBegun() && record()->hasEnded(); }
-  /// What the step has come to so far; it must have begun.
+  /// Whether it was judged to have failed. What it has raised may still come to something else.
+  bool hasFailed() const { return hasBegun() && record()->hasFailed(); }
+  /// What the step has come to; it must have ended.
   StepRecord::Outcome outcome() const { return record()->outcome(); }
 
   /// Tells the beginning, unless it was told. Whatever tells of the step does so first.

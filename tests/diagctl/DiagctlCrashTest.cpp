@@ -172,6 +172,31 @@ TEST_F(CrashedTest, is_told_to_monitors_by_what_the_crash_came_to) {
   EXPECT_THAT(outcome.out, StartsWith("DIAGCTL CRITICAL: 1 failed - Add on Left: "));
 }
 
+// A crash alone says nothing of the hardware, also where nobody was left to repeat it to its end.
+TEST_F(CrashedTest, has_no_verdict_if_the_front_end_is_killed_before_it_was_repeated) {
+  addComputingPackageOnLeft("crash,held");
+  Program program(withControlFile({"run", "-q", "-d", "Left", "-o", "jsonl=" + log()}));
+  ASSERT_TRUE(TestSupport::eventually(
+      [&] { return contentsOf(log()).find("crashed with signal") != std::string::npos; }));
+  program.signal(SIGKILL);
+  program.finish();
+  const Outcome report = diagctl({"report", log()});
+  EXPECT_EQ(report.exitCode, kNoVerdict);
+  EXPECT_THAT(report.out, AllOf(HasSubstr("ERROR    Package SUM: Add on Left"),
+                                HasSubstr("crashed with signal SIGSEGV"), HasSubstr("cut off")));
+}
+
+TEST_F(CrashedTest, is_no_fault_of_its_device_if_an_error_is_raised_on_the_other_one) {
+  addComputingPackage("crash", "fail", "Event=7\n");
+  EXPECT_EQ(runOnLeft().exitCode, kHardwareFailure);
+  const std::string text = contentsOf(log());
+  const std::size_t raised = text.find("line 3 is stuck.");
+  ASSERT_NE(raised, std::string::npos);
+  place.write(log(), text.substr(0, text.find('\n', raised) + 1));
+  const Outcome report = diagctl({"report", log()});
+  EXPECT_EQ(report.exitCode, kNoVerdict) << report.out;
+}
+
 // ---- Which crashes are repeated, and where -------------------------------------------------
 
 TEST_F(CrashedTest, has_no_verdict_if_it_crashes_again_on_the_only_device) {

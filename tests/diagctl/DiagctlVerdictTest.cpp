@@ -11,10 +11,12 @@
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/ReportedRun.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/Eventually.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -106,6 +108,33 @@ TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_the_run_is_in
   EXPECT_EQ(run.exitCode(), 128 + SIGINT);
   m_step = "Misbehaving package: Fault, then long test on Unit 0";
   EXPECT_THAT(run.verdictsOf(m_step), ElementsAre("FAILED"));
+}
+
+// Who would have judged it is gone, and the log alone is left.
+TEST_F(DiagctlVerdict, of_a_test_that_found_a_fault_is_failed_when_its_front_end_was_killed) {
+  place.useMisbehavingPackage();
+  const std::string log = place.path("run.jsonl");
+  Program program(withControlFile(
+      {"run", "-q", "-t", "Fault, then long test", "-d", "Unit 0", "-o", "jsonl=" + log}));
+  ASSERT_TRUE(TestSupport::eventually(
+      [&] { return contentsOf(log).find("Unit 0 has a fault") != std::string::npos; }));
+  program.signal(SIGKILL);
+  program.finish();
+  m_step = "Misbehaving package: Fault, then long test on Unit 0";
+  const ReportedRun run = reportedRun({"report", log});
+  expectFault(run, "failed", "Unit 0 has a fault: bit 3.");
+  EXPECT_THAT(run.formatsWithout(m_step, "cut off"), IsEmpty()) << "told besides";
+  EXPECT_THAT(run.accountOf(m_step, "text"), Not(HasSubstr("Run the test again")))
+      << "which would lead away from the hardware";
+  const Outcome monitor = diagctl({"report", log, "--exit-style", "nagios"});
+  EXPECT_EQ(monitor.exitCode, 2);
+  EXPECT_THAT(monitor.out, AllOf(StartsWith("DIAGCTL CRITICAL: 1 failed - "),
+                                 HasSubstr("Unit 0 has a fault: bit 3.")));
+  const std::string merged = place.path("merged.jsonl");
+  EXPECT_EQ(diagctl({"merge", log, "-o", merged}).exitCode, kHardwareFailure);
+  EXPECT_EQ(diagctl({"report", merged}).exitCode, kHardwareFailure);
+  EXPECT_THAT(diagctl({"report", log, "--format", "html"}).out,
+              HasSubstr("FAILED: the hardware is at fault"));
 }
 
 TEST_F(DiagctlVerdict, of_a_call_that_never_returns_from_the_kernel_comes_when_its_time_is_over) {

@@ -62,6 +62,18 @@ TEST(StepOutcomes, take_the_weightiest_of_what_was_told) {
   EXPECT_EQ(outcomeOf({failed, trouble, StepEnded{kStep, RunStatus::Error}}), Outcome::Failed);
 }
 
+TEST(StepOutcomes, without_an_end_are_failed_where_an_error_was_raised) {
+  const StepMessage error{kStep, Severity::Error, "bit 3", "Replace it."};
+  const StepTrouble contradiction{kStep, "test-contradicted-itself", "", ""};
+  EXPECT_EQ(outcomeOf({error}), Outcome::Failed);
+  EXPECT_EQ(outcomeOf({error, StepTrouble{kStep, "cut-off", "", ""}}), Outcome::Failed);
+  EXPECT_EQ(recordOf({error}).find(kStep)->headline(), "bit 3");
+  EXPECT_EQ(outcomeOf({error, contradiction}), Outcome::Trouble);
+  EXPECT_EQ(outcomeOf({error, contradiction, error}), Outcome::Failed) << "of a later pass";
+  EXPECT_EQ(outcomeOf({error, StepEnded{kStep, RunStatus::Error}}), Outcome::Trouble)
+      << "judged by who ended it";
+}
+
 TEST(StepRecords, name_a_failure_and_not_the_trouble_before_it) {
   const StepTrouble trouble{kStep, "worker-crashed", "", ""};
   EXPECT_EQ(recordOf({trouble, judged(Verdict::Fail)}).find(kStep)->symptom, "symptom");
