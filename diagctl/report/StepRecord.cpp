@@ -161,6 +161,12 @@ struct IntoStep {
   }
 };
 
+// The step began when its turn came: its test does once its package is loaded.
+bool isBeginOfTest(const RunEventBody& body) {
+  const auto* const figure = std::get_if<StepMeasurement>(&body);
+  return figure != nullptr && figure->name == FigureName::kSeed;
+}
+
 /// The step that an event belongs to; null for none. The id of one may be empty.
 struct StepIdOf {
   template <class Body>
@@ -256,7 +262,7 @@ double StepRecord::seconds() const {
 }
 
 const StepRecord* RunRecord::handle(const RunEvent& event) {
-  m_last = event.time;
+  m_last = std::max(m_last, event.time);
   if (!m_hasBegun) {
     m_hasBegun = true;
     m_begin = event.time;
@@ -277,6 +283,8 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
   if (std::holds_alternative<StepStarted>(event.body)) {
     step.begin = event.time;
     step.place = ++m_lastPlace;
+  } else if (isBeginOfTest(event.body) && step.figures.find(FigureName::kSeed) == nullptr) {
+    step.begin = event.time;
   }
   std::visit(IntoStep{step, roomBefore}, event.body);
   m_size += step.size;

@@ -56,7 +56,7 @@ struct StepRecord {
   };
 
   StepStarted start;
-  std::chrono::system_clock::time_point begin;
+  std::chrono::system_clock::time_point begin;  ///< of its test, where its package tells that
   std::chrono::system_clock::time_point end;
   BoundedTexts findings;
   BoundedTexts actions;

@@ -5,6 +5,7 @@
 #include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/TimeWish.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -73,6 +74,7 @@ std::string parametersOf(const RunOptions& options) {
   std::string lines = options.seed ? Contract::toSeedLine(*options.seed) : std::string();
   lines += options.debugsWorkers ? Contract::toDebugLine() : std::string();
   lines += options.tellsLog ? Contract::toLogWishLine() : std::string();
+  lines += Contract::toTimeWishLine();
   return lines;
 }
 

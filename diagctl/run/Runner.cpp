@@ -15,6 +15,7 @@
 #include "diagctl/run/Repetition.h"
 #include "diagctl/run/StepJudge.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/TimeWish.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -22,6 +23,36 @@ namespace {
 
 using Controller = DiagCtrl::DiagnosticController;
 using Clock = std::chrono::steady_clock;
+using WallTime = std::chrono::system_clock::time_point;
+
+// As fine as a log keeps it, so that a report of the log says the same as the live one.
+WallTime presentTime() {
+  return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+}
+
+/// Whatever is told as long as this lives happened at that time.
+class HappenedAt {
+ public:
+  HappenedAt(std::optional<WallTime>& place, std::optional<WallTime> time)
+      : m_place(place), m_before(std::exchange(place, time)) {}
+  ~HappenedAt() { m_place = m_before; }
+  HappenedAt(const HappenedAt&) = delete;
+  HappenedAt& operator=(const HappenedAt&) = delete;
+
+ private:
+  std::optional<WallTime>& m_place;
+  const std::optional<WallTime> m_before;
+};
+
+// When the test raised it, where that is told: it's no parameter of the event's own.
+std::optional<WallTime> takeTime(Diag::DiagnosticEvent& event) {
+  std::vector<std::string> parameters = event.getParamVector();
+  const auto time = PackageKit::Contract::takeTime(parameters);
+  if (time) {
+    event.setParamVector(std::move(parameters));
+  }
+  return time;
+}
 
 // How long the loop waits for a wake-up; a lost one costs no more than that. Nothing announces the
 // start of a test, so the loop looks more often where one is due: behind a start or an end.
@@ -72,6 +103,8 @@ struct Runner::Step {
   int pass = 0;         ///< as told last, with the progress
   unsigned int progress = 0;
   Clock::time_point toldAt = {};  ///< when progress was told last
+  /// When its test did last what it told, by its own clock; nothing where its package doesn't tell.
+  std::optional<WallTime> testTime = std::nullopt;
 };
 
 Runner::Runner(Session& session, const RunPlan& plan, Sink sink, RunRequests& requests,
@@ -192,10 +225,7 @@ void Runner::stopTrialOf(unsigned long number) {
 }
 
 void Runner::tell(RunEventBody body) {
-  // As fine as a log keeps it, so that a report of the log says the same as the live one.
-  const RunEvent event{
-      std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()),
-      std::move(body)};
+  const RunEvent event{m_happenedAt.value_or(presentTime()), std::move(body)};
   m_record.handle(event);
   m_sink(event);
 }
@@ -447,18 +477,35 @@ void Runner::tellControllerEvents(const Mail& mail) {
 
 // Telling one may lead to a call for other messages of the same mail, so what is told is taken out.
 void Runner::tellMessages(Mail& mail, const std::function<bool(const Step&)>& isMeant) {
-  const auto tellAll = [&](auto& messages, const auto& alsoTo) {
+  const auto tellAll = [&](auto& messages, const auto& tellOne) {
     for (auto& message : messages) {
       Step* const step = message != nullptr ? stepOf(message->getTestRequestId()) : nullptr;
       if (step != nullptr && isMeant(*step)) {
         const auto taken = std::move(message);
-        step->judge.take(*taken);
-        alsoTo(*taken);
+        tellOne(*step, *taken);
       }
     }
   };
-  tellAll(mail.events, [this](const Diag::DiagnosticEvent& event) { m_machineWatch.take(event); });
-  tellAll(mail.results, [](const Diag::DiagnosticResult& /*result*/) {});
+  tellAll(mail.events,
+          [this](Step& step, Diag::DiagnosticEvent& event) { tellEvent(step, event); });
+  tellAll(mail.results, [this](Step& step, const Diag::DiagnosticResult& result) {
+    const HappenedAt then(m_happenedAt, step.testTime);
+    step.judge.take(result);
+  });
+}
+
+// However late it was fetched: this program may have been stopped. A package can't date an event to
+// the time before its step or what its test did before, or to one that is still to come.
+void Runner::tellEvent(Step& step, Diag::DiagnosticEvent& event) {
+  if (const auto raised = takeTime(event)) {
+    const WallTime now = presentTime();
+    const StepRecord* const record = m_record.find(step.judge.id());
+    const WallTime begin = record != nullptr ? record->begin : m_record.begin();
+    step.testTime = std::clamp(*raised, std::min(step.testTime.value_or(begin), now), now);
+  }
+  const HappenedAt then(m_happenedAt, step.testTime);
+  step.judge.take(event);
+  m_machineWatch.take(event);
 }
 
 void Runner::collectProgress() {
@@ -534,6 +581,7 @@ void Runner::end(Step& step) {
     step.judge.adjourn();
     step.trial.emplace(step.planned.pair.device->name);
   } else {
+    const HappenedAt then(m_happenedAt, step.testTime);
     step.judge.end();
   }
 }

@@ -76,6 +76,7 @@ class Runner {
   void collect();
   void tellMail();
   void tellControllerEvents(const Mail& mail);
+  void tellEvent(Step& step, Diag::DiagnosticEvent& event);
   void tellMessages(Mail& mail, const std::function<bool(const Step&)>& isMeant);
   static std::string idForWatch(const Step& step);
   void prepareBegin(const Step& step);
@@ -101,6 +102,8 @@ class Runner {
   std::deque<Step> m_steps;  ///< those of the plan, then the repetitions; none ever moves
   std::map<unsigned int, Step*> m_stepByRequest;
   std::chrono::steady_clock::time_point m_changedAt;  ///< when a step began or ended last
+  /// When that happened which is told at present; nothing: now.
+  std::optional<std::chrono::system_clock::time_point> m_happenedAt;
   bool m_isEndingTold = false;
   std::deque<Mail> m_mail;               ///< that was fetched and not yet told, oldest first
   std::optional<Collector> m_collector;  ///< while the run lasts; its thread calls the control

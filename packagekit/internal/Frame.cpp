@@ -10,7 +10,7 @@ namespace TarvexDiags::PackageKit {
 namespace {
 
 constexpr std::uint32_t kMagic = 0x4b585654;  // "TVXK"
-constexpr std::uint16_t kVersion = 3;
+constexpr std::uint16_t kVersion = 4;
 constexpr std::size_t kLargestText = 64 * 1024;
 constexpr std::size_t kLargestPayload = 1024 * 1024;
 constexpr std::uint64_t kMostTexts = 4096;
@@ -26,6 +26,9 @@ struct Header {
 };
 static_assert(sizeof(Header) == 16, "the header has no padding");
 
+/// Nanoseconds of the clock; the first thing behind the header, before the fields.
+using Time = std::int64_t;
+
 // FNV-1a: not against malice, but against a test that writes into the wrong descriptor or memory.
 std::uint32_t checksumOf(std::string_view bytes) {
   std::uint32_t hash = 2166136261U;
@@ -37,9 +40,11 @@ std::uint32_t checksumOf(std::string_view bytes) {
 
 }  // namespace
 
-FrameWriter::FrameWriter(FrameType type) : m_bytes(sizeof(Header), '\0') {
+FrameWriter::FrameWriter(FrameType type, Clock::time_point time) : m_bytes(sizeof(Header), '\0') {
   Header header{kMagic, kVersion, static_cast<std::uint16_t>(type), 0, 0};
   std::memcpy(m_bytes.data(), &header, sizeof header);
+  const Time nanoseconds = std::chrono::nanoseconds(time.time_since_epoch()).count();
+  number(static_cast<std::uint64_t>(nanoseconds));
 }
 
 FrameWriter& FrameWriter::number(std::uint64_t value) {
@@ -143,7 +148,14 @@ bool FrameReader::next(Frame& frame) {
     throw FrameError(Contract::kFrameDamaged);
   }
   m_start += sizeof header + header.length;
-  frame = Frame(static_cast<FrameType>(header.type), std::move(payload));
+  if (payload.size() < sizeof(Time)) {
+    throw FrameError(Contract::kFrameTooShort);
+  }
+  Time time = 0;
+  std::memcpy(&time, payload.data(), sizeof time);
+  payload.erase(0, sizeof time);
+  frame = Frame(static_cast<FrameType>(header.type), std::move(payload),
+                FrameWriter::Clock::time_point(std::chrono::nanoseconds(time)));
   return true;
 }
 

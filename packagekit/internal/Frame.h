@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace TarvexDiags::PackageKit {
@@ -42,9 +44,13 @@ class FrameError : public std::runtime_error {
 
 /// Builds one frame. Both ends run on one machine and load one shared object, so numbers go in the
 /// machine's own order; the header's version guards against a package that was replaced meanwhile.
+/// A frame carries the time at which it was begun: it may be read much later, by a host that was
+/// stopped or is busy. The clock is the one that both ends have in common and nobody sets.
 class FrameWriter {
  public:
-  explicit FrameWriter(FrameType type);
+  using Clock = std::chrono::steady_clock;
+
+  explicit FrameWriter(FrameType type, Clock::time_point time = Clock::now());
   FrameWriter& number(std::uint64_t value);
   FrameWriter& text(std::string_view value);
   FrameWriter& texts(const std::vector<std::string>& values);
@@ -60,9 +66,12 @@ class FrameWriter {
 class Frame {
  public:
   Frame() = default;
-  Frame(FrameType type, std::string payload) : m_type(type), m_payload(std::move(payload)) {}
+  Frame(FrameType type, std::string payload, FrameWriter::Clock::time_point time = {})
+      : m_type(type), m_time(time), m_payload(std::move(payload)) {}
 
   FrameType type() const { return m_type; }
+  /// When it was begun, as its sender says.
+  FrameWriter::Clock::time_point time() const { return m_time; }
   std::uint64_t number();
   std::string text();
   std::vector<std::string> texts();
@@ -78,6 +87,7 @@ class Frame {
   std::string_view take(std::size_t size);
 
   FrameType m_type = FrameType::Stop;
+  FrameWriter::Clock::time_point m_time;
   std::string m_payload;
   std::size_t m_position = 0;
 };

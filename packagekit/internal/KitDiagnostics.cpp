@@ -13,6 +13,7 @@
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/SupportLines.h"
+#include "packagekit/contract/TimeWish.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDevice.h"
 #include "packagekit/internal/OutputTail.h"
@@ -52,6 +53,13 @@ std::vector<Element*>* handOver(std::vector<Element*>& gathered) {
   auto given = std::make_unique<std::vector<Element*>>();
   given->swap(gathered);
   return given.release();
+}
+
+// As far back from the present as the moment is: setting the clock moves no event against another.
+std::chrono::system_clock::time_point onTheWall(std::chrono::steady_clock::time_point time) {
+  return std::chrono::system_clock::now() -
+         std::chrono::duration_cast<std::chrono::system_clock::duration>(
+             std::chrono::steady_clock::now() - time);
 }
 
 template <class Element>
@@ -108,6 +116,7 @@ void KitDiagnostics::enter(const DiagnosticSettings* settings) {
   m_requestId = settings->getTestRequestId();
   m_isStress = settings->getStressMode() != 0 && !settings->getEstimationMode();
   m_reportsStatus = settings->getReportStatusMessage();
+  m_tellsTime = Contract::isTimeWanted(static_cast<const char*>(settings->getParameterPointer()));
   m_eventLog.clear();
   if (settings->getLogEvents()) {
     m_eventLog = m_module.logFile(settings->getLogfileName());
@@ -280,7 +289,7 @@ void KitDiagnostics::deliverSpare() {
 }
 
 void KitDiagnostics::raise(DiagnosticEvent::EventType type, unsigned int code,
-                           std::vector<std::string> parameters) {
+                           std::vector<std::string> parameters, Clock::time_point time) {
   for (std::string& parameter : parameters) {
     parameter = toValidUtf8(parameter);
   }
@@ -290,6 +299,11 @@ void KitDiagnostics::raise(DiagnosticEvent::EventType type, unsigned int code,
   event->setParamVector(std::move(parameters));
   event->setTestRequestId(m_requestId);
   logEvent(*event);
+  if (m_tellsTime) {
+    std::vector<std::string> timed = event->getParamVector();
+    timed.push_back(Contract::toTimeDetail(onTheWall(time)));
+    event->setParamVector(std::move(timed));
+  }
   const System::LockHold hold(m_lock);
   m_events.push_back(event.get());
   static_cast<void>(event.release());

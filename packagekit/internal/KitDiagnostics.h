@@ -39,7 +39,7 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   using Clock = std::chrono::steady_clock;
 
   void raise(Diag::DiagnosticEvent::EventType type, unsigned int code,
-             std::vector<std::string> parameters) override;
+             std::vector<std::string> parameters, Clock::time_point time) override;
   void progressed(unsigned int percentOfPass) override;
 
   void enter(const Diag::DiagnosticSettings* settings);
@@ -80,6 +80,7 @@ class KitDiagnostics : public Diag::IDiagnostics, private PassObserver {
   unsigned int m_requestId = 0;
   std::string m_eventLog;  // empty: events are not logged
   bool m_reportsStatus = false;
+  bool m_tellsTime = false;
   Diag::DiagnosticResult m_result;
   std::unique_ptr<Diag::DiagnosticResult> m_spareResult;  ///< for a pass that has no memory left
   bool m_hasDelivered = false;

@@ -159,6 +159,7 @@ PassOutcome PassRunner::run(PassSetup setup) {
   m_eventsDropped = 0;
   m_logLinesLeft = kMostLogLines;
   m_offset = 0;
+  m_toldAt.reset();
   try {
     runTests();
     reportDropped();
@@ -298,16 +299,22 @@ double PassRunner::secondsOf(const OptionalSetting<Seconds>& setting,
   return fallback;
 }
 
-void PassRunner::testBegan(std::size_t position) {
+void PassRunner::testBegan(std::size_t position, Time time) {
+  m_toldAt = time;
   m_test = m_offset + position;
   m_testIsOpen = true;
-  m_testStart = Clock::now();
+  m_testStart = time;
   m_reportedTens = 0;
   tell(TEST_STARTED, {std::to_string(m_setup.passNumber), std::to_string(m_setup.seed)});
-  testProgressed(0);
+  tellProgress(0);
 }
 
-void PassRunner::testProgressed(unsigned int percent) {
+void PassRunner::testProgressed(unsigned int percent, Time time) {
+  m_toldAt = time;
+  tellProgress(percent);
+}
+
+void PassRunner::tellProgress(unsigned int percent) {
   const std::size_t tests = m_setup.testIds.size();
   m_observer.progressed(static_cast<unsigned int>((m_test * 100 + percent) / tests));
   if (m_reportStatus && m_testIsOpen && percent / 10 > m_reportedTens) {
@@ -316,8 +323,9 @@ void PassRunner::testProgressed(unsigned int percent) {
   }
 }
 
-void PassRunner::eventRaised(EventType type, unsigned int code,
-                             std::vector<std::string> parameters) {
+void PassRunner::eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters,
+                             Time time) {
+  m_toldAt = time;
   if (code == TEST_LOG_LINE) {
     logLineWritten(std::move(parameters));
     return;
@@ -334,7 +342,7 @@ void PassRunner::eventRaised(EventType type, unsigned int code,
   --*m_eventsLeft;
   m_bytesLeft -= bytes;
   m_observer.raise(type, code,
-                   code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters);
+                   code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters, now());
 }
 
 // Beside the events of the test, of which it leaves none out. The file has them all.
@@ -349,6 +357,7 @@ void PassRunner::logLineWritten(std::vector<std::string> line) {
 }
 
 void PassRunner::testEnded(const TestReport& report) {
+  m_toldAt = report.time;
   const Contract::Ending ending = endingOf(report, m_control.isAborted());
   if (ending == Contract::Ending::Failed && !m_errorRaised) {
     // Known before anything asks for memory.
@@ -399,6 +408,7 @@ PassOutcome PassRunner::told(const TestReport& report, Contract::Ending ending) 
 
 // Tells how a session ended beyond what its tests told; false when the pass can't go on.
 bool PassRunner::judgeSession(const SessionEnd& end) {
+  m_toldAt.reset();
   if (end.isGivenUp && end.isComplete && m_control.isAborted()) {
     m_module.markLeaving(m_setup.device.resourceTag, end.pid);
     return false;
@@ -462,9 +472,9 @@ void PassRunner::finishTest(Contract::Ending ending, const PassOutcome& told,
     return;
   }
   const auto took =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m_testStart).count();
+      std::chrono::duration_cast<std::chrono::milliseconds>(now() - m_testStart).count();
   tell(TEST_ENDED, {nameOf(verdict), std::to_string(took)});
-  testProgressed(100);
+  tellProgress(100);
   m_testIsOpen = false;
 }
 
@@ -493,11 +503,11 @@ PassOutcome PassRunner::unusual(unsigned int code, std::vector<std::string> deta
 }
 
 void PassRunner::tell(unsigned int code, std::vector<std::string> details) {
-  m_observer.raise(typeOf(code), code, aboutTest(std::move(details)));
+  m_observer.raise(typeOf(code), code, aboutTest(std::move(details)), now());
 }
 
 PassOutcome PassRunner::raised(const PassOutcome& outcome) {
-  m_observer.raise(outcome.type, outcome.code, outcome.parameters);
+  m_observer.raise(outcome.type, outcome.code, outcome.parameters, now());
   return outcome;
 }
 

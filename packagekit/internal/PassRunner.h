@@ -20,8 +20,10 @@ namespace TarvexDiags::PackageKit {
 class PassObserver {
  public:
   virtual ~PassObserver() = default;
+  /// @param time when it happened: of what a test tells, in its worker.
   virtual void raise(Diag::DiagnosticEvent::EventType type, unsigned int code,
-                     std::vector<std::string> parameters) = 0;
+                     std::vector<std::string> parameters,
+                     std::chrono::steady_clock::time_point time) = 0;
   virtual void progressed(unsigned int percentOfPass) = 0;
 };
 
@@ -52,11 +54,13 @@ class PassRunner : private SessionObserver {
   using Clock = std::chrono::steady_clock;
   using EventType = Diag::DiagnosticEvent::EventType;
 
-  void testBegan(std::size_t position) override;
-  void testProgressed(unsigned int percent) override;
-  void eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters) override;
+  void testBegan(std::size_t position, Time time) override;
+  void testProgressed(unsigned int percent, Time time) override;
+  void eventRaised(EventType type, unsigned int code, std::vector<std::string> parameters,
+                   Time time) override;
   void testEnded(const TestReport& report) override;
 
+  void tellProgress(unsigned int percent);
   void logLineWritten(std::vector<std::string> line);
   void runTests();
   void endForLackOfMemory() noexcept;
@@ -91,7 +95,10 @@ class PassRunner : private SessionObserver {
   bool m_testIsOpen = false;
   std::optional<PassOutcome> m_errorRaised;  ///< by the present test, last
   SessionLimits m_limits;                    ///< of the session
-  Clock::time_point m_testStart;
+  Clock::time_point now() const { return m_toldAt.value_or(Clock::now()); }
+
+  std::optional<Clock::time_point> m_toldAt;  ///< what a worker tells at present
+  Clock::time_point m_testStart;              ///< by the worker's clock
   unsigned int m_reportedTens = 0;
   std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
   std::size_t m_bytesLeft = 0;              ///< that events of the pass may still take

@@ -85,7 +85,7 @@ void WorkerSession::handle(Frame& frame) {
       handleTestBegin(frame);
       return;
     case FrameType::Progress:
-      m_observer.testProgressed(static_cast<unsigned int>(frame.number(100)));
+      m_observer.testProgressed(static_cast<unsigned int>(frame.number(100)), toldAt());
       return;
     case FrameType::Event: {
       const auto type = eventTypeOf(frame);
@@ -94,7 +94,7 @@ void WorkerSession::handle(Frame& frame) {
       if (!m_current || !mayBeRaised(type, code, parameters, m_setup.tellsLog)) {
         throw FrameError(Contract::kEventNotAllowed);
       }
-      m_observer.eventRaised(type, code, std::move(parameters));
+      m_observer.eventRaised(type, code, std::move(parameters), toldAt());
       return;
     }
     case FrameType::TestEnd:
@@ -121,7 +121,7 @@ void WorkerSession::handleTestBegin(Frame& frame) {
   } else if (isAskedToStop()) {
     allow(std::max(m_limits.abortGrace, 1e-3));
   }
-  m_observer.testBegan(position);
+  m_observer.testBegan(position, toldAt());
 }
 
 void WorkerSession::handleTestEnd(Frame& frame) {
@@ -139,6 +139,7 @@ void WorkerSession::handleTestEnd(Frame& frame) {
   }
   report.isTimedOut = soFar().isTimedOut;
   report.lastLines = linesSoFar();
+  report.time = toldAt();
   m_current.reset();
   ++m_testsEnded;
   if (isRunning()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -24,16 +25,20 @@ struct TestReport {
   std::vector<std::string> parameters = {};
   bool isTimedOut = false;  ///< it was told to stop because its time was over
   std::string lastLines = {};
+  std::chrono::steady_clock::time_point time = {};  ///< by the worker's clock, as all below
 };
 
-/// What a session tells on the way, on the thread that runs it.
+/// What a session tells on the way, on the thread that runs it. Times are those at which it
+/// happened in the worker: they never go back, and none is later than now.
 class SessionObserver {
  public:
+  using Time = std::chrono::steady_clock::time_point;
+
   virtual ~SessionObserver() = default;
-  virtual void testBegan(std::size_t position) = 0;
-  virtual void testProgressed(unsigned int percent) = 0;
+  virtual void testBegan(std::size_t position, Time time) = 0;
+  virtual void testProgressed(unsigned int percent, Time time) = 0;
   virtual void eventRaised(Diag::DiagnosticEvent::EventType type, unsigned int code,
-                           std::vector<std::string> parameters) = 0;
+                           std::vector<std::string> parameters, Time time) = 0;
   virtual void testEnded(const TestReport& report) = 0;
 };
 

@@ -36,6 +36,7 @@ WorkerSupervisor::WorkerSupervisor(const WorkerLimits& limits, RunControl& contr
 WorkerEnd WorkerSupervisor::supervise(WorkerProcess& process, FrameWriter setup) {
   m_process = &process;
   m_end.pid = process.pid();
+  m_toldAt = Clock::now();
   m_outgoing = setup.bytes();
   flushOutgoing();
   allow(m_limits.start);
@@ -299,6 +300,7 @@ bool WorkerSupervisor::readFrames() {
 void WorkerSupervisor::takeFrames() {
   try {
     for (Frame frame; m_reader.next(frame);) {
+      m_toldAt = std::clamp(frame.time(), m_toldAt, Clock::now());
       handle(frame);
     }
   } catch (const FrameError& error) {

@@ -58,6 +58,9 @@ class WorkerSupervisor {
 
   /// What a frame means. Throws FrameError for one that can't be: the worker is killed for it.
   virtual void handle(Frame& frame) = 0;
+  /// When the worker told what is being handled, by its own clock: never before the supervision
+  /// began, never later than now, and never before what it told earlier, whatever it says.
+  std::chrono::steady_clock::time_point toldAt() const { return m_toldAt; }
   /// How long SIGKILL may take, in seconds, before the worker is given up.
   virtual double killGrace() const { return m_limits.killGrace; }
   /// Called once, when the time of remindAfter() has passed.
@@ -116,6 +119,7 @@ class WorkerSupervisor {
   bool m_isPaused = false;
   bool m_isAborted = false;  ///< was heard of
   bool m_socketIsOpen = true;
+  Clock::time_point m_toldAt;
   Clock::time_point m_nextLook;                  ///< whether the kernel holds it
   std::optional<Clock::time_point> m_heldSince;  ///< seen so at each look
 };

@@ -8,10 +8,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
@@ -30,6 +34,13 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using Json = nlohmann::json;
+
+// Of a time stamp of a log.
+double secondsSince1970(const std::string& timestamp) {
+  std::tm parts{};
+  const char* const fraction = strptime(timestamp.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+  return static_cast<double>(timegm(&parts)) + std::strtod(fraction, nullptr);
+}
 
 // ---- Formats -------------------------------------------------------------------------------
 
@@ -438,6 +449,42 @@ TEST_F(Diagctl, logs_are_appended_to_and_other_reports_replaced) {
   }
   EXPECT_EQ(artifacts(parseLines(contentsOf(log)), "testRunStart").size(), 2U);
   EXPECT_EQ(linesOf(contentsOf(tap)).size(), 4U);
+}
+
+// The worker of the kit goes on while the program is stopped, and ends.
+TEST_F(Diagctl, a_run_that_was_stopped_tells_when_its_test_ran_and_not_when_it_was_heard) {
+  place.addMisbehavingPackage("slow", "");
+  place.replaceIn(place.packageFile("slow"), "[TestID16]\n", "[TestID16]\nMilliseconds=1000\n");
+  const std::string log = place.path("run.jsonl");
+  const std::string cases = place.path("run.xml");
+  Program program({"--config", place.controlFile(), "run", "-q", "-t", "Long test", "-d", "Unit 0",
+                   "-o", "jsonl=" + log, "-o", "junit=" + cases});
+  ASSERT_TRUE(TestSupport::eventually(
+      [&] { return contentsOf(log).find("\"seed\"") != std::string::npos; }));
+  constexpr double stopped = 6;  // much longer than the test takes
+  program.signal(SIGSTOP);
+  std::this_thread::sleep_for(std::chrono::duration<double>(stopped));
+  program.signal(SIGCONT);
+  const Outcome live = program.finish();
+  ASSERT_EQ(live.exitCode, kPassed) << live.out;
+  const auto lines = parseLines(contentsOf(log));
+  const auto timeOf = [&](const std::string& kind) {
+    for (const auto& line : lines) {
+      const bool isMeant = line.contains("testStepArtifact") &&
+                           line["testStepArtifact"]["testStepId"] == "1" &&
+                           line["testStepArtifact"].contains(kind);
+      if (isMeant) {
+        return secondsSince1970(line["timestamp"]);
+      }
+    }
+    return 0.0;
+  };
+  EXPECT_GE(timeOf("diagnosis") - timeOf("measurement"), 1);
+  EXPECT_LT(timeOf("diagnosis") - timeOf("measurement"), stopped);
+  EXPECT_LT(timeOf("testStepEnd") - timeOf("testStepStart"), stopped);
+  const auto test = parseXml(contentsOf(cases))["children"].at(0)["children"].at(0);
+  EXPECT_LT(std::stod(test["attributes"]["time"].get<std::string>()), stopped);
+  EXPECT_EQ(diagctl({"report", log}).out, live.out) << "made of the log";
 }
 
 TEST_F(Diagctl, a_killed_run_leaves_a_usable_log_and_the_old_report) {

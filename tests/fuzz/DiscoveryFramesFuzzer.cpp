@@ -70,7 +70,7 @@ FrameWriter takeDevice(std::string& rest) {
 
 // 3, 10 and 11 are types of frames with their fields, anything else such a type with any payload.
 Frame takeFrame(std::string& rest) {
-  constexpr std::size_t header = 16;
+  constexpr std::size_t header = 24;  // with the time
   const std::uint8_t kind = takeByte(rest);
   const auto type = static_cast<FrameType>(kind % 16);
   FrameWriter frame(type);
@@ -106,7 +106,7 @@ void expectSame(const FoundDevice& one, const FoundDevice& other) {
 }
 
 void expectBelievable(const FoundDevice& found) {
-  constexpr std::size_t header = 16;
+  constexpr std::size_t header = 24;  // with the time
   expect(faultOf(found.device).empty());
   expect(toValidUtf8(found.device.name) == found.device.name);
   expect(found.support.size() <= DiscoveryBounds::kMostTests);

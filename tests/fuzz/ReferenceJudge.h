@@ -99,13 +99,14 @@ class Hearing {
     }
     const auto length = part<std::uint32_t>(bytes, 8);
     isBroken =
-        bytes.substr(0, 4) != "TVXK" || part<std::uint16_t>(bytes, 4) != 3 || length > longest;
+        bytes.substr(0, 4) != "TVXK" || part<std::uint16_t>(bytes, 4) != 4 || length > longest;
     if (isBroken || bytes.size() - headerSize < length) {
       return isBroken;
     }
+    constexpr std::size_t timeSize = 8;  // any is taken for one
     const std::string_view payload = bytes.substr(headerSize, length);
-    isBroken = part<std::uint32_t>(bytes, 12) != checksumOf(payload) ||
-               !takeMessage(part<std::uint16_t>(bytes, 6), Fields(payload));
+    isBroken = part<std::uint32_t>(bytes, 12) != checksumOf(payload) || length < timeSize ||
+               !takeMessage(part<std::uint16_t>(bytes, 6), Fields(payload.substr(timeSize)));
     bytes.remove_prefix(headerSize + length);
     return true;
   }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -142,9 +143,14 @@ struct Raised {
 /// Looks at each event as it comes.
 class Client : public PassObserver {
  public:
+  using Moment = std::chrono::steady_clock::time_point;
+
   Client(const Wishes& wishes, RunControl& control) : m_wishes(wishes), m_control(control) {}
 
-  void raise(DiagnosticEvent::EventType type, unsigned int code, Texts parameters) override {
+  void raise(DiagnosticEvent::EventType type, unsigned int code, Texts parameters,
+             Moment time) override {
+    expect(time >= m_last && time <= std::chrono::steady_clock::now());
+    m_last = time;
     if (isReserved(code)) {
       expectOfKit(type, code, parameters);
       ++m_kit[code];
@@ -179,6 +185,7 @@ class Client : public PassObserver {
   RunControl& m_control;
   std::map<unsigned int, std::size_t> m_kit;
   std::vector<PackageEvent> m_package;
+  Moment m_last;  ///< when something happened
 };
 
 /// What has to come of it all.

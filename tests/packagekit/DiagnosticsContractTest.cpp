@@ -11,6 +11,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/SupportLines.h"
+#include "packagekit/contract/TimeWish.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Reaction.h"
 
@@ -217,6 +218,26 @@ TEST_F(DiagnosticsContract, tells_lines_of_the_log_when_the_client_asks_for_them
   EXPECT_THAT(m_driver.run("unit0", {LOOKS_AROUND}, options).parametersOf(TEST_LOG_LINE),
               ::testing::ElementsAre("23", "Looks around", "selftest/unit0", "looked around"));
   EXPECT_THAT(m_driver.logText(), ::testing::HasSubstr("looked around"));
+}
+
+TEST_F(DiagnosticsContract, tells_the_time_of_each_event_when_the_client_asks_for_it) {
+  using Time = std::chrono::system_clock::time_point;
+  PackageDriver::Options options;
+  for (const auto& event : m_driver.run("unit0", {BEHAVES}, options).events) {
+    std::vector<std::string> parameters = event.parameters;
+    EXPECT_FALSE(Contract::takeTime(parameters)) << event.code;
+  }
+  options.parameters = Contract::toTimeWishLine();
+  const Time before = std::chrono::floor<std::chrono::milliseconds>(Time::clock::now());
+  const auto run = m_driver.run("unit0", {BEHAVES}, options);
+  EXPECT_TRUE(run.has(TEST_STARTED) && run.has(TEST_ENDED));
+  for (const auto& event : run.events) {
+    std::vector<std::string> parameters = event.parameters;
+    const auto time = Contract::takeTime(parameters);
+    ASSERT_TRUE(time) << event.code;
+    EXPECT_GE(*time, before) << event.code;
+    EXPECT_LE(*time, Time::clock::now()) << event.code;
+  }
 }
 
 TEST_F(DiagnosticsContract, a_flood_of_log_lines_is_bounded_and_costs_no_event_of_the_test) {

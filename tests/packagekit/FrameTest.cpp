@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -85,6 +86,15 @@ TEST(Frame, comes_back_as_it_was_written) {
   EXPECT_EQ(frame.number(20), 17U);
   EXPECT_EQ(frame.texts(), (std::vector<std::string>{"one", "", "three"}));
   EXPECT_EQ(reader.unfinishedBytes(), 0U);
+}
+
+TEST(Frame, carries_the_time_at_which_it_was_begun) {
+  const auto time = FrameWriter::Clock::time_point(std::chrono::nanoseconds(1'234'567));
+  EXPECT_EQ(received(FrameWriter(FrameType::Progress, time)).time(), time);
+  const auto before = FrameWriter::Clock::now();
+  const Frame frame = received(FrameWriter(FrameType::Progress));
+  EXPECT_GE(frame.time(), before);
+  EXPECT_LE(frame.time(), FrameWriter::Clock::now());
 }
 
 TEST(Frame, is_found_however_the_stream_is_cut) {

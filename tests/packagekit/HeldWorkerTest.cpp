@@ -31,10 +31,10 @@ namespace {
 
 class ToldObserver : public SessionObserver {
  public:
-  void testBegan(std::size_t) override {}
-  void testProgressed(unsigned int) override {}
-  void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int,
-                   std::vector<std::string>) override {}
+  void testBegan(std::size_t, Time) override {}
+  void testProgressed(unsigned int, Time) override {}
+  void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int, std::vector<std::string>,
+                   Time) override {}
   void testEnded(const TestReport&) override { hasToldAll = true; }
 
   std::atomic<bool> hasToldAll{false};

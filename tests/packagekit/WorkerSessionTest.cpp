@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -63,11 +64,24 @@ class UnkillableWorker : public ::testing::Test {
 
 class SilentObserver : public SessionObserver {
  public:
-  void testBegan(std::size_t) override {}
-  void testProgressed(unsigned int) override {}
-  void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int,
-                   std::vector<std::string>) override {}
+  void testBegan(std::size_t, Time) override {}
+  void testProgressed(unsigned int, Time) override {}
+  void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int, std::vector<std::string>,
+                   Time) override {}
   void testEnded(const TestReport&) override {}
+};
+
+// Keeps the times that it is told.
+class TimesObserver : public SilentObserver {
+ public:
+  void testBegan(std::size_t, Time time) override { times.push_back(time); }
+  void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int, std::vector<std::string>,
+                   Time time) override {
+    times.push_back(time);
+  }
+  void testEnded(const TestReport& report) override { times.push_back(report.time); }
+
+  std::vector<Time> times;
 };
 
 using Seconds = std::chrono::duration<double>;
@@ -128,7 +142,7 @@ bool hasLoaded(pid_t process, const std::string& library) {
 class SuspendingObserver : public SilentObserver {
  public:
   explicit SuspendingObserver(RunControl& control) : m_control(control) {}
-  void testBegan(std::size_t position) override {
+  void testBegan(std::size_t position, Time) override {
     position == 0 ? m_control.suspend() : m_control.resume();
   }
 
@@ -141,7 +155,7 @@ class AbortingObserver : public SilentObserver {
  public:
   enum class At { Begin, End };
   AbortingObserver(RunControl& control, At moment) : m_control(control), m_moment(moment) {}
-  void testBegan(std::size_t) override { abortAt(At::Begin); }
+  void testBegan(std::size_t, Time) override { abortAt(At::Begin); }
   void testEnded(const TestReport&) override {
     abortAt(At::End);
     hasToldAll = true;
@@ -242,6 +256,63 @@ TEST_F(SupervisedWorker, that_listens_is_ended_by_the_request_alone) {
   EXPECT_TRUE(end.isComplete);
   EXPECT_FALSE(end.isKilledByHost);
   EXPECT_EQ(numbersOfSignals(), std::vector<int>{SIGKILL}) << "to what is left of its group";
+}
+
+TEST_F(SupervisedWorker, that_lies_about_the_time_is_not_believed) {
+  using Time = FrameWriter::Clock::time_point;
+  const Time start = FrameWriter::Clock::now();
+  const auto event = [](Time time) {
+    FrameWriter frame(FrameType::Event, time);
+    return frame.number(Diag::DiagnosticEvent::INFORMATION_EVENT).number(1).texts({}).bytes();
+  };
+  FrameWriter ready(FrameType::Ready, Time::max());
+  FrameWriter begin(FrameType::TestBegin, Time::min());
+  FrameWriter end(FrameType::TestEnd, Time());
+  FrameWriter last(FrameType::PassEnd);
+  std::string frames = ready.number(1).bytes() + begin.number(0).bytes();
+  for (const Time time : {start + std::chrono::hours(1), Time::max(), start, Time::min()}) {
+    frames += event(time);
+  }
+  frames += end.number(0).number(0).number(0).texts({}).bytes() + last.bytes();
+  TimesObserver observer;
+  EXPECT_TRUE(runOneThatSays(frames, observer).isComplete);
+  ASSERT_EQ(observer.times.size(), 6U);
+  EXPECT_GE(observer.times.front(), start);
+  EXPECT_LE(observer.times.back(), FrameWriter::Clock::now());
+  EXPECT_TRUE(std::is_sorted(observer.times.begin(), observer.times.end()));
+}
+
+TEST_F(SupervisedWorker, is_told_by_its_own_clock_however_late_it_is_heard) {
+  using Time = FrameWriter::Clock::time_point;
+  setup.testIds = {1};
+  limits.tests = {60};
+  const std::string script = place.file("talker");
+  TimesObserver observer;
+  // The frames are made while the supervision goes on, and heard half a second later.
+  std::ofstream(script) << "#!/bin/sh\ncd " << place.path()
+                        << "\n: >is-there\nuntil [ -e frames ]; do sleep 0.01; done\n"
+                           "sleep 0.5\ncat frames >&3\n";
+  chmod(script.c_str(), 0755);
+  Time made;
+  std::thread writer([&] {
+    EXPECT_TRUE(
+        TestSupport::eventually([&] { return std::filesystem::exists(place.file("is-there")); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    FrameWriter ready(FrameType::Ready);
+    FrameWriter begin(FrameType::TestBegin);
+    FrameWriter end(FrameType::TestEnd);
+    FrameWriter last(FrameType::PassEnd);
+    std::ofstream(place.file("frames.new"), std::ios::binary)
+        << ready.number(1).bytes() << begin.number(0).bytes()
+        << end.number(0).number(0).number(0).texts({}).bytes() << last.bytes();
+    made = FrameWriter::Clock::now();
+    std::filesystem::rename(place.file("frames.new"), place.file("frames"));
+  });
+  WorkerProcess process(script, "", 0);
+  EXPECT_TRUE(WorkerSession(setup, limits, control, observer).run(process).isComplete);
+  writer.join();
+  ASSERT_EQ(observer.times.size(), 2U);
+  EXPECT_LE(observer.times.back(), made);
 }
 
 TEST_F(SupervisedWorker, that_is_deaf_gets_sigterm_and_sigkill_each_after_its_grace) {

@@ -28,11 +28,12 @@ TEST(Plan, requests_begin_at_pass_1_and_carry_the_seed) {
   const Diag::DiagnosticSettings settings = settingsOf(plan.requests[0], options, parameters);
   EXPECT_EQ(settings.getPassCount(), 1);
   EXPECT_EQ(settings.getRequestedPassCount(), 5);
-  EXPECT_STREQ(static_cast<const char*>(settings.getParameterPointer()), "Seed=42\n");
+  EXPECT_STREQ(static_cast<const char*>(settings.getParameterPointer()),
+               "Seed=42\nTellTime=TRUE\n");
   options.debugsWorkers = true;
-  EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\n");
+  EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellTime=TRUE\n");
   options.tellsLog = true;
-  EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellLog=TRUE\n");
+  EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellLog=TRUE\nTellTime=TRUE\n");
 }
 
 }  // namespace

@@ -3,15 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/Estimate.h"
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/TimeWish.h"
 
 namespace TarvexDiags::PackageKit::Contract {
 namespace {
@@ -32,6 +35,33 @@ TEST(LogWish, is_one_line_of_a_clients_text) {
   EXPECT_TRUE(isLogWanted((toSeedLine(7) + toLogWishLine() + toDebugLine()).c_str()));
   EXPECT_FALSE(isLogWanted(nullptr));
   EXPECT_FALSE(isLogWanted("Seed=7\nTellLog=FALSE\nDoNotTellLog=TRUE\n"));
+}
+
+TEST(TimeWish, is_one_line_of_a_clients_text) {
+  EXPECT_TRUE(isTimeWanted(toTimeWishLine().c_str()));
+  EXPECT_TRUE(isTimeWanted((toSeedLine(7) + toTimeWishLine() + toDebugLine()).c_str()));
+  EXPECT_FALSE(isTimeWanted(nullptr));
+  EXPECT_FALSE(isTimeWanted("Seed=7\nTellTime=FALSE\nDoNotTellTime=TRUE\n"));
+}
+
+TEST(TimeDetail, is_taken_from_the_end_of_the_parameters_and_from_nowhere_else) {
+  const std::chrono::system_clock::time_point time(std::chrono::milliseconds(1'700'000'000'123));
+  std::vector<std::string> parameters{"one", toTimeDetail(time)};
+  EXPECT_EQ(takeTime(parameters), time);
+  EXPECT_THAT(parameters, ElementsAre("one"));
+  EXPECT_FALSE(takeTime(parameters));
+  parameters = {toTimeDetail(time), "two"};
+  EXPECT_FALSE(takeTime(parameters));
+  EXPECT_EQ(parameters.size(), 2U);
+}
+
+TEST(TimeDetail, that_is_no_time_stays_a_parameter) {
+  for (const char* const text : {"", "RaisedAt=", "RaisedAt=-1", "RaisedAt=1x", "RaisedAt= 1",
+                                 "RaisedAt=9000000000001", "RaisedAt=99999999999999999999"}) {
+    std::vector<std::string> parameters{text};
+    EXPECT_FALSE(takeTime(parameters)) << text;
+    EXPECT_THAT(parameters, ElementsAre(text));
+  }
 }
 
 TEST(Measurement, reads_back_as_it_was_written) {
