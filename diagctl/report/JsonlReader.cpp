@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/LogFile.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -349,6 +350,11 @@ std::optional<RunEventBody> toSeries(const std::string& stepId, const Json& arti
   return std::nullopt;
 }
 
+bool isOfLog(const Json& line) {
+  return line.contains("schemaVersion") || line.contains("testRunArtifact") ||
+         line.contains("testStepArtifact");
+}
+
 bool isRunStart(const Json& line) {
   return line.contains("testRunArtifact") && line["testRunArtifact"].contains("testRunStart");
 }
@@ -461,11 +467,14 @@ class RunParser {
 class RunLines {
  public:
   bool hasBegun() const { return m_hasBegun; }
+  bool isForeign() const { return m_hasForeign && !m_hasBegun; }
   bool isEndedBy(const Json& line) const {
     return (m_hasBegun && line.contains("schemaVersion")) || (m_hasTold && isRunStart(line));
   }
+  /// What is of no log is not looked at: within a run it may be of a newer program.
   void take(const Json& line, const JsonlReader::Sink& sink) {
-    m_hasBegun = true;
+    m_hasBegun = m_hasBegun || isOfLog(line);
+    m_hasForeign = m_hasForeign || !isOfLog(line);
     if (auto body = m_parser.toEvent(line)) {
       m_hasTold = true;
       sink({timeOf(line.at("timestamp")), std::move(*body)});
@@ -475,6 +484,7 @@ class RunLines {
  private:
   RunParser m_parser;
   bool m_hasBegun = false;
+  bool m_hasForeign = false;
   bool m_hasTold = false;  ///< of an event; what precedes the first one tells of nothing yet
 };
 
@@ -557,6 +567,12 @@ bool JsonlReader::endsHere() {
   return m_isPending;
 }
 
+void JsonlReader::requireLog(bool isOne) const {
+  if (!isOne) {
+    throw std::runtime_error(toldAsNoLog(m_name));
+  }
+}
+
 bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
   RunLines run;
   while (nextLine()) {
@@ -571,11 +587,12 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
         return true;
       }
       run.take(line, sink);
-      if (lines) {
+      if (lines && run.hasBegun()) {
         lines(m_text, line);
       }
     } catch (const Json::parse_error& failure) {
       if (!endsHere()) {
+        requireLog(run.hasBegun());
         fail(tr("it is no JSON from byte {} on", failure.byte));
       }
       if (run.hasBegun()) {
@@ -587,6 +604,7 @@ bool JsonlReader::readRun(const Sink& sink, const LineSink& lines) {
       fail(failure.what());
     }
   }
+  requireLog(!run.isForeign());
   return run.hasBegun();
 }
 

@@ -27,7 +27,7 @@ class JsonlReader {
   /// empty.
   /// @throws std::runtime_error naming file, line and reason for a line that is no artifact. A line
   ///   that broke off, at the end of the log or where another run was appended, ends its run. The
-  ///   same naming file and reason where the file cannot be read.
+  ///   same naming file and reason where the file cannot be read, or holds JSON that is no log.
   bool readRun(const Sink& sink, const LineSink& lines = {});
 
  private:
@@ -35,6 +35,7 @@ class JsonlReader {
   bool readLine();
   bool fillBlock();
   bool endsHere();
+  void requireLog(bool isOne) const;
 
   std::istream& m_in;
   std::string m_name;

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <ios>
 #include <stdexcept>
+#include <string_view>
 
 #include "diagctl/report/Formats.h"
 #include "diagctl/report/OpenedFile.h"
@@ -42,7 +43,23 @@ void requireWriter(const OpenedFile& pipe, const std::string& name) {
   }
 }
 
+// Some editors put it in front. What is only a part of one is none, and no log either.
+void skipByteOrderMark(std::istream& in) {
+  constexpr std::string_view mark = "\xef\xbb\xbf";
+  using Traits = std::istream::traits_type;
+  for (const char byte : mark) {
+    if (in.peek() != Traits::to_int_type(byte)) {
+      return;
+    }
+    in.ignore();
+  }
+}
+
 }  // namespace
+
+std::string toldAsNoLog(const std::string& name) {
+  return tr("{}: is no log; run writes one with -o {}=FILE", name, kLogFormat);
+}
 
 LogFile::LogFile(const std::string& path) {
   if (path == kStandardInputName) {
@@ -88,10 +105,10 @@ void LogFile::open(const std::string& path) {
 // Each line of a log is an object. What cannot be read at all is told by whoever reads on.
 void LogFile::requireLog() {
   try {
+    skipByteOrderMark(*m_stream);
     const int first = m_stream->peek();
     if (first != std::istream::traits_type::eof() && first != '{' && first != '\n') {
-      throw std::runtime_error(
-          tr("{}: is no log; run writes one with -o {}=FILE", m_name, kLogFormat));
+      throw std::runtime_error(toldAsNoLog(m_name));
     }
     m_stream->clear();
   } catch (const std::ios_base::failure& failure) {

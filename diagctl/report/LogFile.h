@@ -14,7 +14,10 @@ namespace TarvexDiags::FrontEnd {
 /// The name that stands for standard input, whose log can be read once.
 inline constexpr const char* kStandardInputName = "-";
 
-/// A log, open to be read from its beginning.
+/// For people: the file of that name is no log.
+std::string toldAsNoLog(const std::string& name);
+
+/// A log, open to be read from its beginning, behind a byte order mark of UTF-8.
 class LogFile {
  public:
   /// Waits three seconds at most for somebody who writes to a named pipe.

@@ -231,6 +231,9 @@ TEST_F(ManyLogs, that_cannot_be_read_are_told_and_the_others_as_well) {
   for (const auto& [text, reason] : std::vector<std::pair<std::string, std::string>>{
            {"", ": holds no run"},
            {"hello\n", ": is no log; run writes one with -o jsonl=FILE"},
+           {"{\"a\":1}", ": is no log; run writes one with -o jsonl=FILE"},
+           {run({"list", "--format", "json"}).out, ": is no log; run writes one with -o"},
+           {"\xef\xbb{}", ": is no log; run writes one with -o jsonl=FILE"},
            {first + "nonsense\n{}\n", ":2: it is no JSON from byte 2 on"},
            {contentsOf(log) + "{\"testRunArtifact\":{\"log\":{}}}\n",
             ": the key 'severity' is missing"}}) {
@@ -266,6 +269,15 @@ TEST_F(ManyLogs, are_not_held_up_by_what_is_no_file) {
                     HasSubstr("folder: Is a directory"), HasSubstr("none: No such file"),
                     HasSubstr("/dev/null: holds no run")));
   EXPECT_THAT(outcome.out, HasSubstr("PASSED   1 machine: n1\n"));
+}
+
+TEST_F(ManyLogs, may_begin_with_a_byte_order_mark) {
+  const std::string log = good("n1");
+  const Outcome plain = diagctl({"report", log});
+  place.write(log, "\xef\xbb\xbf" + contentsOf(log));
+  const Outcome marked = diagctl({"report", log});
+  EXPECT_EQ(marked.exitCode, kPassed) << marked.err;
+  EXPECT_EQ(marked.out, plain.out);
 }
 
 TEST_F(ManyLogs, that_were_cut_off_have_no_verdict_and_what_was_found_in_them_counts) {

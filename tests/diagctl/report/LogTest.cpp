@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +21,7 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 
 std::string toLog(const std::vector<RunEvent>& events) {
   std::ostringstream out;
@@ -47,6 +49,20 @@ TEST(Log, reads_back_as_it_was_written) {
   EXPECT_EQ(diagnosis.pass, 2);
   EXPECT_FALSE(std::get<StepEnded>(fromLog(log)[6].body).isAborted);
   EXPECT_TRUE(std::get<StepEnded>(fromLog(log)[8].body).isAborted);
+}
+
+TEST(Log, is_none_where_no_line_is_of_one) {
+  for (const char* const text :
+       {"{\"a\":1}", "[1,2]\n{}\n", "7\n", "{\"packages\":[]}\n", "{\n  \"a\": [\n  ]\n}\n"}) {
+    EXPECT_THAT([&] { fromLog(text); }, ThrowsMessage<std::runtime_error>(
+                                            "log: is no log; run writes one with -o jsonl=FILE"))
+        << text;
+  }
+}
+
+TEST(Log, is_read_where_other_lines_stand_in_it) {
+  const std::string log = toLog(wholeRun());
+  EXPECT_EQ(toLog(fromLog("{\"a\":1}\n" + log + "{\"b\":2}\n")), log);
 }
 
 TEST(Log, reads_the_coverage_back_as_it_was_written) {
