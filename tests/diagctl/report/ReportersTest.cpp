@@ -6,6 +6,7 @@
 #include <chrono>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "diagctl/report/Formats.h"
@@ -93,6 +94,21 @@ TEST(ReportsForMachines, fail_for_a_finding_of_a_test_that_never_began) {
 TEST(TapReport, begins_with_its_version_where_a_log_has_lost_its_beginning) {
   EXPECT_TRUE(reportOf("tap", {}, false).starts_with("TAP version 13\n"));
   EXPECT_THAT(reportOf("tap", {}, false), HasSubstr("not ok 2")) << "it has no end either";
+}
+
+TEST(TapReport, says_skip_of_what_is_not_possible_here_and_todo_of_what_could_be_tested) {
+  const std::vector<std::pair<SkipKind, const char*>> lines = {
+      {SkipKind::NotPossible, "\nok 2 - Q: Write on Disk # SKIP why\n"},
+      {SkipKind::NeedsPrivilege, "\nnot ok 2 - Q: Write on Disk # TODO why\n"},
+      {SkipKind::NotInThisMode, "\nnot ok 2 - Q: Write on Disk # TODO why\n"},
+      {SkipKind::NotRun, "\nnot ok 2 - Q: Write on Disk\n"}};
+  for (const auto& [kind, line] : lines) {
+    const std::vector<RunEventBody> run = {StepStarted{"2", "Q", "Disk", "Write", "", 1},
+                                           StepMessage{"2", Severity::Information, "why", ""},
+                                           StepEnded{"2", RunStatus::Skip, false, kind},
+                                           kSaysPassed};
+    EXPECT_THAT(reportOf("tap", run), HasSubstr(line));
+  }
 }
 
 std::string textOfWidth(std::size_t width, const std::string& finding) {
