@@ -21,7 +21,7 @@ _diagctl_options() {
     watch) echo "--for --format --set --textfile --watch --watch-interval --watch-ce-interval" ;;
     selftest) echo "--packages" ;;
     list | show | check) echo "$packages --format" ;;
-    explain) echo "--format" ;;
+    explain) echo "--packages --format" ;;
     inventory) echo "-o --output --redact --redact-key --root" ;;
     "inventory check")
       echo "--against --rules --root --format -o --output --strict --exit-style --only-problems -v --verbose"

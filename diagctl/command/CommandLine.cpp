@@ -62,11 +62,15 @@ struct GlobalOptions {
   bool allowsInsecure = false;
 };
 
+void addDirectories(OptionGroup& group, PackageWishes& wishes) {
+  group.list("--packages", "DIR", wishes.directories,
+             english("A directory of packages, instead of the control file's; may be repeated"));
+}
+
 /// Which packages, and what they are to be set to.
 void addPackages(CLI::App& command, PackageWishes& wishes) {
   OptionGroup group(command, english("Packages and settings"));
-  group.list("--packages", "DIR", wishes.directories,
-             english("A directory of packages, instead of the control file's; may be repeated"));
+  addDirectories(group, wishes);
   group.list(
       "--set", "PACKAGE.KEY=VALUE", wishes.settings,
       english("A setting of a package, or with PACKAGE.NUMBER.KEY of one test; may be repeated"));
@@ -346,7 +350,14 @@ int show(const GlobalOptions& global, const LookOptions& options) {
 }
 
 int explain(const GlobalOptions& global, const LookOptions& options) {
-  return carryOutExplain(standardOutput(), options.item, global.config, global.language,
+  std::error_code ignored;  // one that can't be looked at is none either
+  for (const std::string& directory : options.wishes.directories) {
+    if (!std::filesystem::is_directory(directory, ignored)) {
+      throw UsageFault(tr("'{}' is no directory", directory));
+    }
+  }
+  return carryOutExplain(standardOutput(), options.item,
+                         {global.config, options.wishes.directories}, global.language,
                          options.format == kJsonFormat);
 }
 
@@ -614,6 +625,8 @@ class CommandLine {
                                "  diagctl explain worker-crashed",
                                [this] { return explain(m_global, m_explained); });
     addWord(explaining, "WORD", m_explained.item, english("Name, number or wildcard")).required();
+    OptionGroup group(explaining, english("Packages"));
+    addDirectories(group, m_explained.wishes);
     addAnswerFormat(explaining, m_explained.format);
   }
 

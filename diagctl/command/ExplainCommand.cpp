@@ -14,9 +14,12 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 // Without packages, what is the program's own can be explained all the same.
-std::vector<std::string> packagesOf(const std::optional<std::string>& config) {
+std::vector<std::string> directoriesOf(const ExplainedPackages& packages) {
+  if (!packages.directories.empty()) {
+    return packages.directories;
+  }
   try {
-    return Configuration::find(config).packageDirectories();
+    return Configuration::find(packages.config).packageDirectories();
   } catch (const std::exception&) {
     return {};
   }
@@ -46,17 +49,16 @@ std::vector<std::string> namesOf(const std::vector<Explanation>& explanations) {
 
 }  // namespace
 
-int carryOutExplain(Printer& out, const std::string& asked,
-                    const std::optional<std::string>& config, const std::string& language,
-                    bool isForPrograms) {
-  const std::vector<std::string> packages = packagesOf(config);
-  const std::vector<Explanation> found = explanationsOf(asked, packages, language);
+int carryOutExplain(Printer& out, const std::string& asked, const ExplainedPackages& packages,
+                    const std::string& language, bool isForPrograms) {
+  const std::vector<std::string> directories = directoriesOf(packages);
+  const std::vector<Explanation> found = explanationsOf(asked, directories, language);
   if (isForPrograms) {
     writeJson(out, codesAsJson(found));
   }
   if (found.empty()) {
     standardError().say("diagctl: no code or word '{}'{}\n", asked,
-                        didYouMean(asked, namesOf(explanationsOf("*", packages, language))));
+                        didYouMean(asked, namesOf(explanationsOf("*", directories, language))));
     return ExitCode::kNothingRan;
   }
   for (const Explanation& explanation : found) {

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -207,7 +208,7 @@ void addWatch(const Question& question, const std::string& language,
 struct Word {
   const char* name;
   const char* meaning;
-  const char* action;
+  const char* action;  ///< may be empty
 };
 
 constexpr Word kWords[] = {
@@ -261,16 +262,91 @@ constexpr Word kWords[] = {
      marked("Take it out, or expect it.")},
     {"not-comparable", marked("A fact of the machine is unknown and could not be compared."),
      marked("Take both inventories as root.")},
+    {"UNKNOWN", marked("There is no verdict: the test has neither passed nor failed."),
+     marked("Do what stands below the finding.")},
+    {"DEBUG", marked("A line of the package's log."), ""},
+    {"INFO", marked("Something to know: nothing is to be done about it."), ""},
+    {"COMPLETE", marked("It came to its end, whatever was found."), ""},
+    {"NOT_APPLICABLE", marked("The run has no result: nothing ran, or not all of it to its end."),
+     marked("Look at what is ERROR or ABORTED in the report.")},
+    {"OK", marked("All that was selected ran and passed."), marked("Nothing to do.")},
+    {"CRITICAL", marked("A hardware failure."), marked("Look at what is FAILED in the report.")},
+    {"not-possible", marked("The machine or the device has not what the test needs."), ""},
+    {"needs-privilege", marked("This user may not do what the test needs."),
+     marked("Run it as root.")},
+    {"not-in-this-mode", marked("The diagnostic mode does not offer the test."),
+     marked("Choose another one with --mode.")},
+    {"not-run", marked("The run was ended before the test's turn."),
+     marked("Run the test again, with more time.")},
+    {"run-failure",
+     marked("The run says that it failed, and none of its tests in the report does."),
+     marked("Look at the log, which has each of them.")},
+    {"machine-watch", marked("What the machine itself has shown while tests ran."),
+     marked("Do what stands below the finding.")},
+    {"coverage", marked("How much of the machine the tests have covered."), ""},
+    {"seed", marked("The number that a pass drew its random values from."),
+     marked("Repeat the pass with --seed.")},
+    {"duration", marked("The seconds that the test itself has taken."), ""},
+    {"coveredBytes", marked("The bytes of the device that the test has looked at."), ""},
+    {"totalBytes", marked("The bytes that the device has."), ""},
+    {"coveredCores", marked("The cores that the test has looked at."), ""},
+    {"verifiedRate", marked("How much the test has verified in a second."), ""},
+    {"verifyRate", marked("How much the test has verified in a second."), ""},
+    {"verifiedShare", marked("The share of the time that went into verified work."), ""},
+    {"verifiedTime", marked("The time that went into verified work."), ""},
+    {"resultsCompared", marked("How many results the test has compared."), ""},
+    {"readRate", marked("How much the test has read in a second."), ""},
+    {"writeRate", marked("How much the test has written in a second."), ""},
+    {"randomReads", marked("How many reads at random places the test has done in a second."), ""},
+    {marked("operand making"),
+     marked("The core made wrong values to compute with: nothing that it computes is sound."),
+     marked("Do what stands below the finding.")},
+    {"comparison", marked("The core compared two results wrongly."),
+     marked("Do what stands below the finding.")},
     {"tool-trouble", marked("The kit raised an event that this program does not know."),
      marked("Check that the program and the packages are of the same version.")},
 };
 
+/// A word that says what another one says, in another format.
+struct Synonym {
+  const char* name;
+  const char* of;
+};
+
+constexpr Synonym kSynonyms[] = {
+    {"PASS", "PASSED"},
+    {"FAIL", "FAILED"},
+    {"failure", "FAILED"},
+    {"SKIP", "SKIPPED"},
+    {marked("with a warning"), "WARNING"},
+    {"no-verdict", "ERROR"},
+    {marked("without a verdict"), "ERROR"},
+    {marked("not run"), "not-run"},
+    {"skipped-for-privilege", "needs-privilege"},
+    {marked("skipped for lack of a privilege"), "needs-privilege"},
+    {"skipped-in-this-mode", "not-in-this-mode"},
+    {marked("skipped in this mode"), "not-in-this-mode"},
+    {marked("Machine watch"), "machine-watch"},
+};
+
+void addWord(const char* name, const Word& word, std::vector<Explanation>& found) {
+  found.push_back({kWord, name, std::nullopt, std::nullopt, tr("word of a report"),
+                   told(word.meaning), told(word.action)});
+}
+
 void addWords(const Question& question, std::vector<Explanation>& found) {
+  // As a report tells it, too.
+  const auto isMeantBy = [&](const char* name) {
+    return question.names(name) || question.names(told(name));
+  };
   for (const Word& word : kWords) {
-    // As a report tells it, too.
-    if (question.names(word.name) || question.names(told(word.name))) {
-      found.push_back({kWord, word.name, std::nullopt, std::nullopt, tr("word of a report"),
-                       told(word.meaning), told(word.action)});
+    if (isMeantBy(word.name)) {
+      addWord(word.name, word, found);
+    }
+    for (const Synonym& synonym : kSynonyms) {
+      if (std::string_view(synonym.of) == word.name && isMeantBy(synonym.name)) {
+        addWord(synonym.name, word, found);
+      }
     }
   }
 }

@@ -272,5 +272,15 @@ TEST_F(DiagctlAnswers, a_file_that_is_no_log_is_named_so) {
               HasSubstr(place.controlFile() + ": is no log; run writes one with -o jsonl=FILE"));
 }
 
+TEST_F(Diagctl, explains_codes_of_the_packages_of_a_directory) {
+  addMixedPackage();
+  const Outcome known = diagctl({"explain", "line-stuck", "--packages", place.path("packages")});
+  EXPECT_EQ(known.exitCode, kPassed) << known.err;
+  EXPECT_THAT(known.out, HasSubstr("MIX: LINE_STUCK (error)\n"));
+  const Outcome missing = diagctl({"explain", "line-stuck", "--packages", place.path("none")});
+  EXPECT_EQ(missing.exitCode, kUsage);
+  EXPECT_THAT(missing.err, HasSubstr("'" + place.path("none") + "' is no directory"));
+}
+
 }  // namespace
 }  // namespace TarvexDiags::DiagctlTest
