@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
-#include <optional>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -132,38 +131,32 @@ struct Answers {
   Clock::duration whole{};      ///< the run that the moments are parts of
 };
 
-/// At each moment the quickest answer of three at most counts: a machine that is busy elsewhere, or
-/// a disk that keeps a transfer to itself, is late once; a test that does not listen each time.
-/// Where a run ends before it is aborted, the moments are parts of that shorter run from then on.
+/// The first answer counts: what it may take beyond half a second is what an empty process took at
+/// the same time, on this machine as busy as it is. Where a run ends before it is aborted, the
+/// moments are parts of that shorter run from then on, and it is tried again.
 /// @return whether it was aborted at that moment
 bool answersAt(int moment, const BundledTest& test, TestSupport::Reaction& reaction,
                Answers& answers) {
-  constexpr int attempts = 3;
-  std::optional<Clock::duration> best;
-  Clock::duration asked{};
-  Clock::duration allowed = kAnswerTime;
-  for (int attempt = 0; attempt < attempts && (!best || *best > allowed); ++attempt) {
-    asked = answers.whole * moment / kMoments;
+  constexpr int attempts = 100;  // a run of some milliseconds is easily missed
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    const Clock::duration asked = answers.whole * moment / kMoments;
     const auto outcome = test.abortAfter(asked, [&] { reaction.forget(); });
-    allowed = reaction.allowed(kAnswerTime);
+    const Clock::duration allowed = reaction.allowed(kAnswerTime);
     EXPECT_TRUE(hasNoChildren()) << test.name() << " left its worker behind";
-    if (outcome.wasAborted) {
-      best = std::min(best.value_or(outcome.took), outcome.took);
-    } else {
+    if (!outcome.wasAborted) {
       answers.whole = std::min(answers.whole, outcome.took);
+      continue;
     }
+    EXPECT_LE(outcome.took, allowed) << test.name() << ", asked " << milliseconds(asked)
+                                     << " ms after its start; an empty process took "
+                                     << milliseconds(reaction.slowest()) << " ms";
+    if (outcome.took > answers.slowest) {
+      answers.slowest = outcome.took;
+      answers.slowestAt = asked;
+    }
+    return true;
   }
-  if (!best) {
-    return false;
-  }
-  EXPECT_LE(*best, allowed) << test.name() << ", asked " << milliseconds(asked)
-                            << " ms after its start; an empty process took "
-                            << milliseconds(reaction.slowest()) << " ms";
-  if (*best > answers.slowest) {
-    answers.slowest = *best;
-    answers.slowestAt = asked;
-  }
-  return true;
+  return false;
 }
 
 Answers answersOf(const BundledTest& test, TestSupport::Reaction& reaction) {
@@ -188,7 +181,7 @@ TEST_P(BundledTests, answer_an_abort_within_half_a_second_at_any_moment_of_their
          << milliseconds(answers.slowest) << " ms, asked at " << milliseconds(answers.slowestAt)
          << " ms\n";
     std::cout << told.str();
-    EXPECT_GE(answers.count, kMoments - 2) << told.str();
+    EXPECT_EQ(answers.count, kMoments) << told.str();
   });
 }
 

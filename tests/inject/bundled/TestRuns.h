@@ -27,6 +27,7 @@ struct Arrangement {
   std::string device = {};           ///< last component of the tag; empty: the first that will do
   std::vector<int> tests = {};       ///< empty: all that no other arrangement names
   PackageKit::DiagnosticMode mode = DeviceEnum::IDeviceEnumerator::CUSTOMER;
+  int timesTheWork = 1;        ///< of the short form as it comes along, which estimates are about
   bool needsHardware = false;  ///< whether a machine may be without a device that offers them
 };
 
@@ -64,15 +65,16 @@ class BundledTest {
       : m_driver(driver),
         m_package(arrangement.package),
         m_device(std::move(device)),
-        m_number(number) {}
+        m_number(number),
+        m_timesTheWork(arrangement.timesTheWork) {}
 
   /// @brief For people: "memory, test 3 on node0".
   std::string name() const;
 
-  /// @brief A run to its end.
+  /// @brief A run to its end, of the test's short form.
   PackageKit::Testing::PackageDriver::Run run() const;
 
-  /// @brief What the package says that it would take.
+  /// @brief What the package says that such a run would take.
   std::chrono::seconds estimate() const;
 
   struct Outcome {
@@ -92,6 +94,7 @@ class BundledTest {
   std::string m_package;
   std::string m_device;
   int m_number;
+  int m_timesTheWork;
 };
 
 }  // namespace TarvexDiags::BundledTests
