@@ -87,7 +87,7 @@ struct TestParameters {
 /// reported as UNUSUAL_STATUS with an event of the kit.
 ///
 /// An error event says that the hardware is at fault, and stands whatever becomes of the test: when
-/// it crashes, hangs, throws or is aborted behind one, its result is FAILED with the last of them.
+/// it crashes, hangs, throws or is aborted behind one, its result is FAILED with the first of them.
 /// A test that raises one and returns passed contradicts itself and has no verdict.
 ///
 /// Abstract only so that a package's unit tests can call a test in their own process, with

@@ -18,7 +18,8 @@ namespace TarvexDiags::PackageKit {
 ///   return failed(EVENT_MISCOMPARE, {address, expected, found});
 ///
 /// Codes are the package's own, 1 to 8999; the kit keeps 9000 to 9099. The kit raises the code as
-/// an event: `failed` as ERROR_EVENT, `unusual` as WARNING_EVENT, with the parameters as given.
+/// an event: `failed` as ERROR_EVENT, `unusual` as WARNING_EVENT, with the parameters as given;
+/// one that is the first of its kind that the test has raised itself is not raised again.
 /// Each code needs its token in section `Error` or `Warning` of the package's configuration file.
 /// A verdict that is made and not returned tells nobody anything, so the compiler warns of it.
 class [[nodiscard]] Verdict {

@@ -330,7 +330,9 @@ void PassRunner::eventRaised(EventType type, unsigned int code, std::vector<std:
     logLineWritten(std::move(parameters));
     return;
   }
-  if (type == DiagnosticEvent::ERROR_EVENT && !Contract::isKitCode(code)) {
+  const bool isOwn = !Contract::isKitCode(code);
+  const bool isFirstError = isOwn && type == DiagnosticEvent::ERROR_EVENT && !m_errorRaised;
+  if (isFirstError) {
     m_errorRaised.emplace(PassOutcome{DiagnosticResult::FAILED, type, code});
     m_errorRaised->parameters = parameters;  // without memory for them the fault is known still
   }
@@ -343,6 +345,10 @@ void PassRunner::eventRaised(EventType type, unsigned int code, std::vector<std:
   m_bytesLeft -= bytes;
   m_observer.raise(type, code,
                    code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters, now());
+  m_errorIsTold = m_errorIsTold || isFirstError;
+  if (isOwn && type == DiagnosticEvent::WARNING_EVENT && !m_warningTold) {
+    m_warningTold = PassOutcome{DiagnosticResult::UNUSUAL_STATUS, type, code, parameters};
+  }
 }
 
 // Beside the events of the test, of which it leaves none out. The file has them all.
@@ -388,11 +394,11 @@ PassOutcome PassRunner::told(const TestReport& report, Contract::Ending ending) 
     case Contract::Ending::Passed:
       return {};
     case Contract::Ending::Failed:
-      return raised(
+      return raisedOnce(
           {DiagnosticResult::FAILED, DiagnosticEvent::ERROR_EVENT, report.code, report.parameters});
     case Contract::Ending::Unusual:
-      return raised({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT, report.code,
-                     report.parameters});
+      return raisedOnce({DiagnosticResult::UNUSUAL_STATUS, DiagnosticEvent::WARNING_EVENT,
+                         report.code, report.parameters});
     case Contract::Ending::NotPossible:
       return raised(unusual(TEST_NOT_SUPPORTED, report.parameters));
     case Contract::Ending::Aborted:
@@ -468,6 +474,8 @@ void PassRunner::finishTest(Contract::Ending ending, const PassOutcome& told,
   const DiagnosticResult::TestResult verdict = outcome.verdict;
   m_outcome.worsen(std::move(outcome));
   m_errorRaised.reset();
+  m_errorIsTold = false;
+  m_warningTold.reset();
   if (!m_testIsOpen) {
     return;
   }
@@ -509,6 +517,15 @@ void PassRunner::tell(unsigned int code, std::vector<std::string> details) {
 PassOutcome PassRunner::raised(const PassOutcome& outcome) {
   m_observer.raise(outcome.type, outcome.code, outcome.parameters, now());
   return outcome;
+}
+
+// A verdict that names the first finding of the test finds it told already.
+PassOutcome PassRunner::raisedOnce(const PassOutcome& outcome) {
+  const bool isError = outcome.type == DiagnosticEvent::ERROR_EVENT;
+  const std::optional<PassOutcome>& first = isError ? m_errorRaised : m_warningTold;
+  const bool isTold = first && (!isError || m_errorIsTold) && first->code == outcome.code &&
+                      first->parameters == outcome.parameters;
+  return isTold ? outcome : raised(outcome);
 }
 
 std::vector<std::string> PassRunner::aboutTest(std::vector<std::string> details) {

@@ -83,6 +83,7 @@ class PassRunner : private SessionObserver {
   PassOutcome unusual(unsigned int code, std::vector<std::string> details);
   void tell(unsigned int code, std::vector<std::string> details);
   PassOutcome raised(const PassOutcome& outcome);
+  PassOutcome raisedOnce(const PassOutcome& outcome);
   std::vector<std::string> aboutTest(std::vector<std::string> details);
 
   Module& m_module;
@@ -93,7 +94,9 @@ class PassRunner : private SessionObserver {
   std::size_t m_offset = 0;  ///< position in the pass of the session's first test
   std::size_t m_test = 0;    ///< position in the pass of the present test
   bool m_testIsOpen = false;
-  std::optional<PassOutcome> m_errorRaised;  ///< by the present test, last
+  std::optional<PassOutcome> m_errorRaised;  ///< by the present test, first
+  bool m_errorIsTold = false;                ///< that one
+  std::optional<PassOutcome> m_warningTold;  ///< of the present test, first
   SessionLimits m_limits;                    ///< of the session
   Clock::time_point now() const { return m_toldAt.value_or(Clock::now()); }
 

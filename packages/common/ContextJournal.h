@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,12 +14,7 @@ namespace TarvexDiags::Common {
 /// @brief Hands what an engine reports to the test's context, and draws the verdict from it.
 class ContextJournal : public RunJournal {
  public:
-  /// Codes of the events that close a test: each with the device's name and a count.
-  static constexpr unsigned int kUnusualCode = 100;
-  static constexpr unsigned int kFailedCode = 200;
-
-  ContextJournal(PackageKit::TestContext& context, std::string device)
-      : m_context(context), m_device(std::move(device)) {}
+  explicit ContextJournal(PackageKit::TestContext& context) : m_context(context) {}
 
   void report(unsigned int code, std::vector<std::string> parameters) override {
     switch (severityOfCode(code)) {
@@ -26,11 +22,11 @@ class ContextJournal : public RunJournal {
         m_context.information(code, std::move(parameters));
         break;
       case Severity::Warning:
-        ++m_warnings;
+        keepFirst(m_warning, code, parameters);
         m_context.warning(code, std::move(parameters));
         break;
       case Severity::Error:
-        ++m_errors;
+        keepFirst(m_error, code, parameters);
         m_context.error(code, std::move(parameters));
         break;
     }
@@ -39,29 +35,41 @@ class ContextJournal : public RunJournal {
   void progress(unsigned int percent) override { m_context.progress(percent); }
 
   bool stopRequested() override {
-    return m_context.stopRequested() || (m_errors > 0 && m_context.haltOnError());
+    return m_context.stopRequested() || (hasErrors() && m_context.haltOnError());
   }
 
   bool haltsOnError() override { return m_context.haltOnError(); }
 
-  bool hasErrors() const { return m_errors > 0; }
+  bool hasErrors() const { return m_error.has_value(); }
 
-  /// @brief An error means failed, a warning that there is no verdict.
+  /// @brief An error means failed, a warning that there is no verdict. The first of them is the
+  /// verdict: who reads nothing else learns what was found.
   PackageKit::Verdict verdict() const {
-    if (m_errors > 0) {
-      return PackageKit::failed(kFailedCode, {m_device, std::to_string(m_errors)});
+    if (m_error) {
+      return PackageKit::failed(m_error->code, m_error->parameters);
     }
-    if (m_warnings > 0) {
-      return PackageKit::unusual(kUnusualCode, {m_device, std::to_string(m_warnings)});
+    if (m_warning) {
+      return PackageKit::unusual(m_warning->code, m_warning->parameters);
     }
     return PackageKit::passed();
   }
 
  private:
+  struct Event {
+    unsigned int code;
+    std::vector<std::string> parameters;
+  };
+
+  static void keepFirst(std::optional<Event>& first, unsigned int code,
+                        const std::vector<std::string>& parameters) {
+    if (!first) {
+      first = Event{code, parameters};
+    }
+  }
+
   PackageKit::TestContext& m_context;
-  std::string m_device;
-  unsigned int m_warnings = 0;
-  unsigned int m_errors = 0;
+  std::optional<Event> m_warning;
+  std::optional<Event> m_error;
 };
 
 /// @brief Tells beforehand that a test is not possible.
@@ -76,9 +84,9 @@ inline PackageKit::Support unsupported(const NotSupported& refusal) {
 /// @brief Runs an engine with a journal of the context's, and turns what comes out into a verdict.
 /// What the engine throws goes on to the kit, whose judgement lets faults stand that were found
 /// before.
-inline PackageKit::Verdict judged(PackageKit::TestContext& context, const std::string& device,
+inline PackageKit::Verdict judged(PackageKit::TestContext& context,
                                   const std::function<void(RunJournal&)>& engine) {
-  ContextJournal journal(context, device);
+  ContextJournal journal(context);
   try {
     engine(journal);
   } catch (const NotSupported& reason) {

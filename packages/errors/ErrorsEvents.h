@@ -16,14 +16,12 @@ enum class ErrorsEvent : unsigned int {
   LinksLost = 3,           ///< device, interface, how often, its counters
   NoCrashRecord = 4,       ///< device
 
-  Unusual = 100,          ///< device, warnings: closes a test without a verdict
   MemoryCorrected = 101,  ///< device, module, controller, how many
   PcieCorrected = 102,    ///< device, function, slot, the link's other end, how many, which
   DiskTimeouts = 103,     ///< device, disk, how many
   InterfaceErrors = 104,  ///< device, interface, how many, its counters
   CrashRecord = 105,      ///< device, record
 
-  Failed = 200,             ///< device, errors: closes a test that failed
   MemoryWearsOut = 201,     ///< device, module, controller, how many
   MemoryUncorrected = 202,  ///< device, module, controller, how many
   PcieTooMany = 203,        ///< device, function, slot, the link's other end, how many, which

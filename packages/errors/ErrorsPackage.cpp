@@ -40,7 +40,7 @@ TestRow row(int number, Look look) {
           .body =
               [=](TestContext& context) {
                 const std::string& device = context.device().name;
-                return Common::judged(context, device, [&](RunJournal& journal) {
+                return Common::judged(context, [&](RunJournal& journal) {
                   look(device, Common::filesOf(context.device()), journal);
                 });
               },

@@ -295,7 +295,7 @@ void reportResult(TestContext& context, const Region& region, const TestReport& 
   const std::string& device = context.device().name;
   const double rate =
       report.seconds > 0 ? static_cast<double>(report.bytesVerified) / report.seconds / 1e6 : 0;
-  if (report.miscompares > 0) {
+  if (report.miscompares > Sweeper::kMaximumReported) {  // else each was told by itself
     journal.report(MiscompareTotal,
                    {device, std::to_string(report.miscompares), megabytes(report.bytesVerified)});
   }
@@ -311,7 +311,7 @@ void reportResult(TestContext& context, const Region& region, const TestReport& 
 
 PackageKit::Verdict NodeDiagnostic::run(TestContext& context) {
   const std::string& device = context.device().name;
-  return Common::judged(context, device, [&](RunJournal& journal) {
+  return Common::judged(context, [&](RunJournal& journal) {
     const Node node = nodeOf(context.device());
     const SystemFiles files = filesOf(context.device());
     const ErrorCounters before = ErrorCounters::read(files);

@@ -21,7 +21,6 @@ enum class NetworkEvent : unsigned int {
   ReceiverOverran = 8,    ///< interface, datagrams that found no room in the receiver's buffer
   TimeIsOver = 9,         ///< interface, seconds, percent of the data that was sent in them
 
-  Unusual = 100,          ///< interface, warnings: closes a test without a verdict
   SlowerThanBoth = 101,   ///< interface, speed in Mb/s, the best that both ends offer
   HalfDuplex = 102,       ///< interface
   DropsCounted = 103,     ///< interface, counter, by how much it rose
@@ -30,7 +29,6 @@ enum class NetworkEvent : unsigned int {
   PathFiltered = 106,     ///< interface, cause: data is lost where no hardware takes part
   PoorRate = 107,         ///< interface, rate, seconds in which it was seen
 
-  Failed = 200,              ///< interface, errors: closes a test that failed
   NoLink = 201,              ///< interface, state
   ErrorsCounted = 202,       ///< interface, counter, by how much it rose
   SelfTestFailed = 203,      ///< interface, part of the test, its result

@@ -237,7 +237,7 @@ CounterLimits counterLimits(const TestContext& context) {
 Verdict withCounters(TestContext& context,
                      const std::function<void(const Link&, RunJournal&)>& engine) {
   const std::string name = context.property("name");
-  return judged(context, name, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     const Link before = readLink(name);
     engine(before, journal);
     judgeCounters(before, readLink(name), counterLimits(context), journal);
@@ -266,7 +266,7 @@ Verdict onlineSelfTest(TestContext& context) {
 Verdict offlineSelfTest(TestContext& context) {
   // Without counters: the test takes the interface down, and its own traffic is meant to fail.
   const std::string name = context.property("name");
-  return judged(context, name, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     runSelfTest(name, *makeLinkControl(name), true, journal);
   });
 }
@@ -360,7 +360,7 @@ void testPair(TestContext& context, const NamespacePair& pair, RunJournal& journ
 Verdict betweenInterfaces(TestContext& context) {
   const std::string first = context.property("name");
   const std::string second = pairSetting(context.settings(), kSecondInterface);
-  return judged(context, first, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     const InterfaceRecords records(context.value(kRecordDirectory));
     records.restore();
     const NamespacePair pair(first, second, records);

@@ -30,7 +30,6 @@ enum class PlatformEvent : unsigned int {
   KindsOfProcessors = 16,  ///< device, each kind with its processors
   NoRealTimeClock = 17,    ///< device
 
-  Unusual = 100,                ///< device, warnings: closes a test without a verdict
   LinkSlowerThanSibling = 101,  ///< device, link, speed, sibling's address, its speed
   LinkUnsteady = 102,           ///< device, link, fewest lanes, lanes that both ends have
   MicrocodeDiffers = 103,       ///< device, processors, sockets, microcode, that of the others
@@ -43,7 +42,6 @@ enum class PlatformEvent : unsigned int {
   ClockSourceGivenUp = 110,     ///< device, the one in use
   ClockUnreadable = 111,        ///< device, clock
 
-  Failed = 200,             ///< device, errors: closes a test that failed
   LinkNarrow = 201,         ///< device, link, lanes in use, lanes that both ends have
   FlagsMissing = 202,       ///< device, processors, sockets, what they lack
   MachineCheckTaint = 203,  ///< device

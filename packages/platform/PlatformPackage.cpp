@@ -100,7 +100,7 @@ std::function<Support(const Device&, const Environment&)> isFor(const char* part
 std::function<Verdict(TestContext&)> applied(Rule rule) {
   return [=](TestContext& context) {
     const std::string& device = context.device().name;
-    return judged(context, device, [&](RunJournal& journal) {
+    return judged(context, [&](RunJournal& journal) {
       rule(device, Common::filesOf(context.device()), journal);
     });
   };
@@ -112,7 +112,7 @@ Verdict links(TestContext& context) {
   const auto between =
       std::chrono::duration_cast<std::chrono::nanoseconds>(context.value(kLookSeconds));
   const auto looks = static_cast<unsigned int>(context.value(kLooks));
-  return judged(context, device, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     judgeLinks(
         device, [&] { return readLinks(files); }, looks, [&] { return context.sleepFor(between); },
         journal);
@@ -124,7 +124,7 @@ Verdict clocks(TestContext& context) {
   const std::string& device = context.device().name;
   const SystemFiles files = Common::filesOf(context.device());
   const auto watched = std::chrono::seconds(context.value(kClockSeconds));
-  return judged(context, device, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     const Reference reference =
         kernelTime([&](std::chrono::seconds time) { return context.sleepFor(time); });
     judgeClocks(device, files, watched, reference, journal);

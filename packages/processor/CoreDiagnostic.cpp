@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <optional>
 #include <string>
 #include <utility>
@@ -118,12 +119,12 @@ void reportResult(TestContext& context, const TestReport& report, std::size_t cl
                   RunJournal& journal) {
   const std::string& device = context.device().name;
   const double share = report.seconds > 0 ? 100 * report.verifiedSeconds / report.seconds : 100;
-  if (report.wrongResults > 0) {
+  if (report.wrongResults > Verifier::kMaximumReported) {  // else each was told by itself
     journal.report(WrongResultTotal, {device, std::to_string(report.wrongResults),
                                       std::to_string(report.checkedResults)});
   }
   journal.report(CoreVerified, {device, std::to_string(report.checkedResults),
-                                std::to_string(classes), std::to_string(static_cast<int>(share))});
+                                std::to_string(classes), std::to_string(std::lround(share))});
   context.measurement("verifiedShare", share, "%");
   context.measurement("verifiedTime", report.verifiedSeconds, "s");
   context.measurement("resultsCompared", static_cast<double>(report.checkedResults));
@@ -156,7 +157,7 @@ PackageKit::Verdict CoreDiagnostic::run(TestContext& context) {
 
 PackageKit::Verdict CoreDiagnostic::tested(TestContext& context) const {
   const std::string& device = context.device().name;
-  return Common::judged(context, device, [&](RunJournal& journal) {
+  return Common::judged(context, [&](RunJournal& journal) {
     const int core = coreOf(context.device());
     const int partner = partnerOf(context.device());
     const std::vector<int> voters = votersBeside(core, Common::allowedCpus());

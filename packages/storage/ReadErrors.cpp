@@ -125,7 +125,7 @@ std::uint64_t ReadErrors::tellTotal() {
       unreadable.add(place.offset / block, place.length / block);
     }
   }
-  if (unreadable.total() > 0) {
+  if (unreadable.total() > 0 && m_places.size() > kMostPlaces) {  // else each was told by itself
     report(m_journal, StorageEvent::UnreadableTotal,
            {m_disk, std::to_string(unreadable.total()), std::to_string(block),
             std::to_string(unreadable.count()), unreadable.text()});

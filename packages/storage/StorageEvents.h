@@ -23,7 +23,6 @@ enum class StorageEvent : unsigned int {
   ErrorLogRead = 9,        ///< disk, where it was read, entries
   SenseData = 10,          ///< disk, commands that the kernel counted as ended with sense data
 
-  Unusual = 100,              ///< disk, warnings: closes a test without a verdict
   RecoveredRead = 101,        ///< disk, first block, blocks, bytes in a block, cause
   Stalls = 102,               ///< disk, count, worst latency, its block, bytes in a block
   Unsettled = 103,            ///< disk, block, bytes in a block; others wrote, or it is not known
@@ -44,7 +43,6 @@ enum class StorageEvent : unsigned int {
   DeviceWarning = 118,        ///< disk, code of the warning
   PredictionIsTest = 119,     ///< disk
 
-  Failed = 200,            ///< disk, errors: closes a test that failed
   Unreadable = 201,        ///< disk, first block, blocks, bytes in a block, cause
   UnreadableTotal = 202,   ///< disk, blocks, bytes in a block, places, all of them
   Unstable = 203,          ///< disk, block, bytes in a block, different contents, reads

@@ -259,7 +259,7 @@ constexpr std::chrono::milliseconds kAnswerPatience{9000};
 Verdict onDisk(TestContext& context,
                const std::function<void(const Disk& disk, RunJournal& journal)>& engine) {
   const Disk disk = diskOf(context.device());
-  return judged(context, disk.name, [&](RunJournal& journal) {
+  return judged(context, [&](RunJournal& journal) {
     try {
       engine(disk, journal);
     } catch (const SilentDisk& silence) {

@@ -82,7 +82,7 @@ std::uint64_t WrongSectors::tell() {
       lasting.add(offset / kSector, range.sectors);
     }
   }
-  if (lasting.count() > 1) {
+  if (lasting.count() > kMostTold) {  // else each was told by itself
     report(
         m_journal, StorageEvent::FaultySectors,
         {m_disk, std::to_string(lasting.total()), std::to_string(lasting.count()), lasting.text()});

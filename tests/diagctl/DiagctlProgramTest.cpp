@@ -890,7 +890,7 @@ TEST_F(Diagctl, explain_knows_every_word_and_number_that_a_report_can_show) {
   EXPECT_THAT(explained("kit:9040"),
               AllOf(StartsWith("kit: KIT_TEST_NOT_SUPPORTED (warning)"), HasSubstr("  -> ")));
   EXPECT_THAT(explained("9040"), StartsWith("kit: KIT_TEST_NOT_SUPPORTED"));
-  EXPECT_THAT(explained("memory:200"), StartsWith("memory: "));
+  EXPECT_THAT(explained("memory:201"), StartsWith("memory: "));
   EXPECT_THAT(explained("worker-crashed"), StartsWith("kit: KIT_WORKER_CRASHED (error)"));
   EXPECT_THAT(explained("load-library-failed"), StartsWith("controller: LOAD_LIBRARY_FAILED"));
   EXPECT_THAT(explained("device-missing"), StartsWith("word: device-missing"));

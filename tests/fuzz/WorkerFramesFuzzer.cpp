@@ -200,9 +200,18 @@ struct Expected {
   std::vector<PackageEvent> events = {};
 };
 
+// The first event of its kind is not raised again.
+bool hasToldVerdict(const Hearing& heard) {
+  const auto first =
+      std::find_if(heard.events.begin(), heard.events.end(),
+                   [&](const PackageEvent& event) { return event.type == heard.verdict.type; });
+  return first != heard.events.end() && *first == heard.verdict;
+}
+
 // Where no abort takes the place of what it said.
 bool tellsVerdict(const Hearing& heard, bool isAborted) {
-  return heard.ending == TestEnding::Failed || (heard.ending == TestEnding::Unusual && !isAborted);
+  return !hasToldVerdict(heard) && (heard.ending == TestEnding::Failed ||
+                                    (heard.ending == TestEnding::Unusual && !isAborted));
 }
 
 Expected expectedOf(const Wishes& wishes, const std::vector<WorkerLife>& lives) {

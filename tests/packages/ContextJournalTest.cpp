@@ -13,7 +13,8 @@ namespace {
 using PackageKit::Verdict;
 using PackageKit::Testing::RecordingContext;
 
-constexpr unsigned int kSomeError = ContextJournal::kFailedCode + 1;
+constexpr unsigned int kSomeWarning = 101;
+constexpr unsigned int kSomeError = 201;
 
 TEST(ContextJournal, trouble_behind_a_fault_goes_on_to_the_kit) {
   RecordingContext context{{}};
@@ -21,23 +22,41 @@ TEST(ContextJournal, trouble_behind_a_fault_goes_on_to_the_kit) {
     journal.report(kSomeError, {});
     throw std::system_error(ENODEV, std::generic_category());
   };
-  EXPECT_THROW(static_cast<void>(judged(context, "sdz", breakDown)), std::system_error);
+  EXPECT_THROW(static_cast<void>(judged(context, breakDown)), std::system_error);
   EXPECT_EQ(context.events().size(), 1U);
 }
 
 TEST(ContextJournal, fault_stands_when_the_rest_is_not_possible) {
   RecordingContext context{{}};
-  const Verdict verdict = judged(context, "sdz", [](RunJournal& journal) {
+  const Verdict verdict = judged(context, [](RunJournal& journal) {
     journal.report(kSomeError, {});
     throw NotSupported(Reason{"NO_MORE"});
   });
   EXPECT_EQ(verdict.kind(), Verdict::Kind::Failed);
 }
 
+TEST(ContextJournal, verdict_names_the_first_finding_of_the_weightiest_kind) {
+  RecordingContext context{{}};
+  const Verdict verdict = judged(context, [](RunJournal& journal) {
+    journal.report(kSomeWarning, {"slow"});
+    journal.report(kSomeError, {"block 3"});
+    journal.report(kSomeError + 1, {"block 4"});
+  });
+  EXPECT_EQ(verdict.kind(), Verdict::Kind::Failed);
+  EXPECT_EQ(verdict.code(), kSomeError);
+  EXPECT_THAT(verdict.parameters(), testing::ElementsAre("block 3"));
+  const Verdict warned = judged(context, [](RunJournal& journal) {
+    journal.report(kSomeWarning, {"slow"});
+    journal.report(kSomeWarning, {"slower"});
+  });
+  EXPECT_EQ(warned.kind(), Verdict::Kind::Unusual);
+  EXPECT_THAT(warned.parameters(), testing::ElementsAre("slow"));
+}
+
 TEST(ContextJournal, nothing_but_the_impossible_is_not_possible) {
   RecordingContext context{{}};
   const Verdict verdict =
-      judged(context, "sdz", [](RunJournal&) { throw NotSupported(Reason{"NONE"}, "/none"); });
+      judged(context, [](RunJournal&) { throw NotSupported(Reason{"NONE"}, "/none"); });
   EXPECT_EQ(verdict.kind(), Verdict::Kind::NotSupported);
   EXPECT_THAT(verdict.parameters(), testing::ElementsAre("NONE", " (/none)"));
 }

@@ -350,8 +350,7 @@ TEST(StorageScan, names_the_unreadable_blocks_and_their_number) {
   EXPECT_EQ(journal.count(StorageEvent::Unreadable), 2);
   EXPECT_THAT(journal.parametersOf(StorageEvent::Unreadable),
               ElementsAre("sdz", "20", "3", "4096", "Input/output error"));
-  EXPECT_THAT(journal.parametersOf(StorageEvent::UnreadableTotal),
-              ElementsAre("sdz", "4", "4096", "2", "20-22, 500"));
+  EXPECT_EQ(journal.count(StorageEvent::UnreadableTotal), 0) << "each place was told by itself";
   EXPECT_EQ(faulty.inFlight(), 0);
 }
 
