@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -37,14 +38,14 @@ std::string placeOf(const std::string& device, const std::string& tag) {
 }
 
 HealthFinding findingOf(const StepRecord& step, Kind kind, const DeviceLocations& locations) {
-  const std::string text = step.headline();
+  const std::string text = withoutDevice(headOf(step), step.start);
   return {kind,
           step.start.package,
           step.start.test,
           step.start.device,
           placeOf(step.start.device, locations.of(step.start)),
           text.empty() ? tr("It came to no end.") : text,
-          step.actions.empty() ? "" : step.actions.front()};
+          step.headlineAction()};
 }
 
 void keepFinding(HealthAccount& account, HealthFinding finding) {

@@ -295,6 +295,8 @@ StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content
   return figure;
 }
 
+constexpr double kMostFurther = 1e9;
+
 // A number that is none, or less than nothing, counts as nothing.
 double amountOf(const Json& object, const char* key) {
   const auto entry = object.find(key);
@@ -394,7 +396,9 @@ class RunParser {
       return std::nullopt;
     }
     if (artifact.contains("diagnosis")) {
-      return toStepDiagnosis(stepId, artifact["diagnosis"], m_pass);
+      StepDiagnosis diagnosis = toStepDiagnosis(stepId, artifact["diagnosis"], m_pass);
+      diagnosis.furtherFindings = std::exchange(m_furtherFindings, 0);
+      return diagnosis;
     }
     if (artifact.contains("error")) {
       const Json& content = artifact["error"];
@@ -438,7 +442,10 @@ class RunParser {
   void takeExtension(const std::string& stepId, const Json& extension) {
     const std::string name = textOf(extension, "name");
     if (name == "pass") {
-      m_pass = passesOf(extension.at("content").value("number", Json(1)).dump(), 0);
+      const Json& content = extension.at("content");
+      m_pass = passesOf(content.value("number", Json(1)).dump(), 0);
+      m_furtherFindings =
+          static_cast<std::size_t>(std::min(amountOf(content, "furtherFindings"), kMostFurther));
       return;
     }
     const auto open = m_open.find(stepId);
@@ -460,6 +467,7 @@ class RunParser {
 
   int m_passes = 1;                        ///< of each test of the run
   int m_pass = 1;                          ///< of the next diagnosis
+  std::size_t m_furtherFindings = 0;       ///< beside that of the next diagnosis
   std::map<std::string, OpenStep> m_open;  ///< steps that have not ended
 };
 

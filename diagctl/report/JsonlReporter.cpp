@@ -212,10 +212,14 @@ struct ToArtifact {
   }
 };
 
-// The pass that the diagnosis behind it judges, for which the format has no field.
+// The pass that the diagnosis behind it judges, and how much more was found in it: the format has
+// no field for either.
 Json passOf(const StepDiagnosis& diagnosis) {
-  return step(diagnosis.stepId, "extension",
-              {{"name", "pass"}, {"content", {{"number", diagnosis.pass}}}});
+  Json content{{"number", diagnosis.pass}};
+  if (diagnosis.furtherFindings > 0) {
+    content["furtherFindings"] = diagnosis.furtherFindings;
+  }
+  return step(diagnosis.stepId, "extension", {{"name", "pass"}, {"content", std::move(content)}});
 }
 
 // The format has one status for what was aborted and for what could not run.

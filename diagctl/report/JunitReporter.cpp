@@ -12,6 +12,7 @@
 
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -94,7 +95,7 @@ void writeCase(Printer& out, const StepRecord& step) {
             step.seconds());
   writeProperties(out, step);
   const std::string text = linesOf("", step.findings) + linesOf("-> ", step.actions);
-  const std::string head = escape(step.headline());
+  const std::string head = escape(headOf(step));
   switch (step.outcome()) {
     case StepRecord::Outcome::Failed:
       out.print(R"(<failure type="{}" message="{}">{}</failure>)", escape(step.symptom), head,

@@ -149,7 +149,8 @@ struct StepDiagnosis {
   std::string message;
   std::string action;
   std::string hardwareId;
-  int pass = 1;  ///< 0: of no pass
+  int pass = 1;                     ///< 0: of no pass
+  std::size_t furtherFindings = 0;  ///< of the same pass, each told by itself
 };
 
 /// Trouble of the tool: no fault of the hardware, and no doubt of one that was found before.

@@ -88,11 +88,13 @@ struct IntoStep {
   }
   void operator()(const StepMessage& message) const {
     if (message.severity == Severity::Error) {
-      tell(message.text, message.action);
-      takeOver(step.error, message.text);
-      takeOver(step.errorAction, message.action);
+      count(Verdict::Fail, tell(message.text, message.action));
+      if (step.error.empty()) {
+        takeOver(step.error, message.text);
+        takeOver(step.errorAction, message.action);
+      }
     } else if (message.severity == Severity::Warning) {
-      tell(message.text, message.action);
+      count(Verdict::Unknown, tell(message.text, message.action));
       ++step.warnings;
       takeFirst(step.warning, message.text);
     } else if (message.severity == Severity::Information) {
@@ -111,7 +113,7 @@ struct IntoStep {
       takeFirst(diagnosis.verdict == Verdict::Fail ? step.failure : step.warning,
                 diagnosis.message);
     }
-    tell(diagnosis.message, diagnosis.action);
+    count(diagnosis.verdict, tell(diagnosis.message, diagnosis.action));
   }
   void operator()(const StepMeasurement& figure) const {
     const auto* const words = std::get_if<std::string>(&figure.value);
@@ -126,7 +128,7 @@ struct IntoStep {
       takeOver(step.symptom, trouble.symptom);
     }
     takeFirst(step.trouble, trouble.message);
-    tell(trouble.message, trouble.action);
+    step.troublesFound += tell(trouble.message, trouble.action) ? 1U : 0U;
     if (trouble.symptom == Contract::symptomOfTrouble(PackageKit::TEST_CONTRADICTED_ITSELF)) {
       takeOver(step.error, "");
       takeOver(step.errorAction, "");
@@ -142,13 +144,17 @@ struct IntoStep {
   void operator()(const Other& /*other*/) const {}
 
  private:
-  void tell(const std::string& finding, const std::string& action) const {
+  /// @return whether it is a finding that was not told before.
+  bool tell(const std::string& finding, const std::string& action) const {
+    const std::size_t before = step.findings.size() + step.findings.omitted();
     const std::size_t taken = step.findings.add(finding, room);
     step.size += taken + step.actions.add(action, room - taken);
     if (step.advice.size() < step.findings.size()) {
       step.advice.push_back(step.actions.placeOf(action));
     }
+    return step.findings.size() + step.findings.omitted() > before;
   }
+  void count(Verdict kind, bool isNew) const { step.findingsBy[kind] += isNew ? 1 : 0; }
   void takeFirst(std::string& place, const std::string& text) const {
     if (place.empty()) {
       takeOver(place, text);
@@ -182,8 +188,12 @@ struct StepIdOf {
 }  // namespace
 
 std::size_t BoundedTexts::add(const std::string& text, std::size_t room) {
+  return placeOf(text) ? 0 : addAgain(text, room);
+}
+
+std::size_t BoundedTexts::addAgain(const std::string& text, std::size_t room) {
   const std::string kept = cut(text);
-  if (kept.empty() || std::find(m_texts.begin(), m_texts.end(), kept) != m_texts.end()) {
+  if (kept.empty()) {
     return 0;
   }
   const std::size_t size = kSizeOfText + kept.size();
@@ -242,6 +252,19 @@ const std::string& StepRecord::headline() const {
     }
   }
   return findings.empty() ? symptom : findings.front();
+}
+
+std::size_t StepRecord::furtherFindings() const {
+  const auto count = [this](Verdict kind) {
+    const auto found = findingsBy.find(kind);
+    return found != findingsBy.end() ? found->second : 0;
+  };
+  const Outcome came = outcome();
+  const std::size_t found = came == Outcome::Failed    ? count(Verdict::Fail)
+                            : came == Outcome::Trouble ? troublesFound
+                            : came == Outcome::Warning ? count(Verdict::Unknown)
+                                                       : 0;
+  return found > 1 ? found - 1 : 0;
 }
 
 std::string StepRecord::headlineAction() const {

@@ -13,13 +13,16 @@
 
 namespace TarvexDiags::FrontEnd {
 
-/// Texts in the order in which they were told, each once, as many as somebody would read: 200 that
+/// Texts in the order in which they were told, as many as somebody would read: 200 that
 /// take 64 KiB together. Longer ones are cut.
 class BoundedTexts {
  public:
   /// Adds a text unless it is there already or empty. @param room for it, in bytes.
   /// @return about how many bytes that took.
   std::size_t add(const std::string& text, std::size_t room);
+
+  /// The same, also for one that is there already.
+  std::size_t addAgain(const std::string& text, std::size_t room);
 
   auto begin() const { return m_texts.begin(); }
   auto end() const { return m_texts.end(); }
@@ -77,6 +80,9 @@ struct StepRecord {
   int passesJudged = 0;
   std::size_t troubles = 0;  ///< of the tool
   std::size_t warnings = 0;  ///< that were told
+  /// How many findings of each kind there are, however often each was told.
+  std::map<Verdict, std::size_t> findingsBy;
+  std::size_t troublesFound = 0;  ///< the same for those of the tool
   std::optional<StepEnded> ended;
   std::size_t place = 0;  ///< among the steps of the run, from 1; 0: it has not begun
   std::size_t size = 0;   ///< about how many bytes the record takes
@@ -93,6 +99,8 @@ struct StepRecord {
   Outcome outcome() const;
   /// The finding behind the outcome, or else what there is that comes closest to one.
   const std::string& headline() const;
+  /// How many more findings there are of the kind of the headline.
+  std::size_t furtherFindings() const;
   /// What to do about it; empty for nothing.
   std::string headlineAction() const;
   double seconds() const;

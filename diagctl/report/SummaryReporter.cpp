@@ -7,6 +7,7 @@
 #include <variant>
 
 #include "diagctl/report/RunVerdict.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -25,7 +26,8 @@ std::string firstFinding(const RunRecord& record) {
   for (const Outcome outcome : {Outcome::Failed, Outcome::Trouble, Outcome::Warning}) {
     for (const StepRecord* step : record.steps()) {
       if (step->outcome() == outcome && !step->headline().empty()) {
-        return tr(" - {} on {}: {}", step->start.test, step->start.device, step->headline());
+        return tr(" - {} on {}: {}", step->start.test, step->start.device,
+                  withoutDevice(headOf(*step), step->start));
       }
     }
   }

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Printable.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
@@ -70,7 +71,7 @@ void TapReporter::writeStep(const StepRecord& step) {
 void TapReporter::writeAccount(const StepRecord& step) {
   m_out.print("{}---\n", kIndent);
   m_out.print("{}verdict: {}\n", kIndent, wordOf(step.outcome()));
-  m_out.print("{}message: {}\n", kIndent, quoted(step.headline()));
+  m_out.print("{}message: {}\n", kIndent, quoted(headOf(step)));
   if (!step.symptom.empty()) {
     m_out.print("{}symptom: {}\n", kIndent, quoted(step.symptom));
   }

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <iterator>
+#include <numeric>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -26,14 +29,41 @@ constexpr const char* kInnerMargin = "           ";
 constexpr int kWithInformation = 1;
 constexpr int kWithLog = 2;
 constexpr const char* kNewsMark = ". ";
-constexpr const char* kLogMark = "| ";
+constexpr const char* kLogMark = "| ";  // as long
+constexpr const char* kAdviceMark = "-> ";
 constexpr std::size_t kNarrowest = 20;  ///< columns in which a text can be read
 constexpr std::size_t kMostProblems = 200;
 constexpr std::size_t kMostReasons = 50;
+constexpr std::size_t kMostAtTheEnd = 10;  ///< findings of a step
+constexpr const char* kGap = "   ";        ///< between what a result line tells
 
 // As one line, or in several where it is wider; what needs no break stays as it is.
 std::vector<std::string> fitted(const std::string& line, std::size_t width) {
   return width == 0 || columnsOf(line) <= width ? std::vector{line} : wrapped(line, width);
+}
+
+// Parts that belong together stay on one line as long as they fit.
+std::vector<std::string> joinedParts(const std::vector<std::string>& parts, std::size_t width) {
+  std::vector<std::string> lines;
+  for (const std::string& part : parts) {
+    if (!lines.empty() &&
+        (width == 0 || columnsOf(lines.back()) + columnsOf(kGap) + columnsOf(part) <= width)) {
+      lines.back() += kGap + part;
+      continue;
+    }
+    for (std::string& line : fitted(part, width)) {
+      lines.push_back(std::move(line));
+    }
+  }
+  return lines;
+}
+
+std::string factsOfStep(const StepRecord& step) {
+  if (step.outcome() == StepRecord::Outcome::Trouble) {
+    return "";
+  }
+  const std::string facts = factsOf(step.figures);
+  return facts.empty() ? step.news.substr(0, step.news.find('\n')) : facts;
 }
 
 std::string clockText(std::chrono::system_clock::time_point time, const char* form) {
@@ -65,12 +95,18 @@ void TextReporter::handle(const RunEvent& event) {
     m_out.write("\n");
   }
   keepNews(event.body);
+  const std::size_t troubles = m_record.troubles().size();
   if (const StepRecord* ended = m_record.handle(event)) {
     tellEnded(*ended);
   }
+  if (m_record.troubles().size() > troubles) {
+    writeTrouble(m_record.troubles()[troubles]);
+    m_out.flush();
+  }
   if (const auto* message = std::get_if<RunMessage>(&event.body);
       message != nullptr && message->severity == Severity::Information) {
-    m_out.print("{}\n\n", message->text);
+    writeLines("", "", message->text);
+    m_out.write("\n");
     m_out.flush();
   }
   if (start != nullptr) {
@@ -79,9 +115,11 @@ void TextReporter::handle(const RunEvent& event) {
 }
 
 void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock::time_point time) {
-  m_out.say("{} {} on {}\n", start.name, start.version, start.machineName);
+  constexpr const char* indent = "  ";
+  constexpr const char* below = "    ";
+  writeLines("", below, tr("{} {} on {}", start.name, start.version, start.machineName));
   for (const std::string& platform : start.platforms) {
-    m_out.print("  {}\n", platform);
+    writeLines(indent, below, platform);
   }
   std::vector<std::string> facts = {clockText(time, "%Y-%m-%d %H:%M:%S %z")};
   const auto add = [&](const char* key, const char* form) {
@@ -92,7 +130,7 @@ void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock:
   add("user", marked("user {}"));
   add("profile", marked("profile {}"));
   add("mode", marked("mode {}"));
-  m_out.print("  {}\n", fmt::format("{}", fmt::join(facts, ", ")));
+  writeLines(indent, below, fmt::format("{}", fmt::join(facts, ", ")));
   std::string packages;
   for (const SoftwareItem& item : start.software) {
     if (item.id != "controller") {
@@ -100,10 +138,10 @@ void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock:
     }
   }
   if (!packages.empty()) {
-    m_out.say("  packages: {}\n", packages);
+    writeLines(indent, below, tr("packages: {}", packages));
   }
   if (const std::string selection = parameterOf(start, "selection"); !selection.empty()) {
-    m_out.say("  selection: {}\n", selection);
+    writeLines(indent, below, tr("selection: {}", selection));
   }
   writePlan(start, time);
   m_out.write("\n");
@@ -121,8 +159,9 @@ void TextReporter::writePlan(const RunStarted& start, std::chrono::system_clock:
     m_out.print("  {}\n", count);
     return;
   }
-  m_out.say("  {}, about {}, ends at {}\n", count, durationText(static_cast<double>(seconds)),
-            clockText(time + std::chrono::seconds(seconds), "%H:%M"));
+  writeLines("  ", "    ",
+             tr("{}, about {}, ends at {}", count, durationText(static_cast<double>(seconds)),
+                clockText(time + std::chrono::seconds(seconds), "%H:%M")));
 }
 
 // Information is told behind its step, for those who want it.
@@ -151,8 +190,8 @@ void TextReporter::addNews(const std::string& stepId, const char* mark, const st
     return;
   }
   News& news = m_news[stepId];
-  const std::size_t taken =
-      news.texts.add(mark + text, m_settings.mostHeld - std::min(m_settings.mostHeld, m_newsSize));
+  const std::size_t taken = news.texts.addAgain(
+      mark + text, m_settings.mostHeld - std::min(m_settings.mostHeld, m_newsSize));
   news.size += taken;
   m_newsSize += taken;
 }
@@ -186,11 +225,46 @@ void TextReporter::keepProblem(const StepRecord& step) {
     } else {
       ++m_furtherSkips;
     }
-  } else if (isProblem(outcome) && m_problems.size() < kMostProblems) {
-    m_problems.push_back({outcome, nameOf(step.start), step.headline(), step.headlineAction()});
   } else if (isProblem(outcome)) {
-    ++m_furtherProblems;
+    keepFindings(step);
   }
+}
+
+void TextReporter::keepFindings(const StepRecord& step) {
+  Problem problem{step.outcome(), nameOf(step.start), findingsOf(step, kMostAtTheEnd)};
+  problem.further = step.findings.size() + step.findings.omitted() - problem.findings.size();
+  std::size_t size = sizeof problem + problem.name.size();
+  for (const auto& [text, action] : problem.findings) {
+    size += sizeof(Finding) + text.size() + action.size();
+  }
+  if (m_problems.size() == kMostProblems || m_problemsSize + size > m_settings.mostHeld) {
+    ++m_furtherProblems;
+    return;
+  }
+  m_problemsSize += size;
+  m_problems.push_back(std::move(problem));
+}
+
+// Each finding with what to do about it; the same advice for several stands below the last of them.
+// The one behind the verdict is always among them.
+std::vector<TextReporter::Finding> TextReporter::findingsOf(const StepRecord& step,
+                                                            std::size_t most) {
+  std::vector<std::size_t> places(std::min(step.findings.size(), most));
+  std::iota(places.begin(), places.end(), std::size_t{0});
+  const auto headline = step.findings.placeOf(step.headline());
+  if (headline && *headline >= places.size()) {
+    places.back() = *headline;
+  }
+  std::vector<Finding> findings;
+  for (auto place = places.begin(); place != places.end(); ++place) {
+    const auto advice = step.advice[*place];
+    const bool isToldBelow = std::any_of(std::next(place), places.end(), [&](std::size_t below) {
+      return step.advice[below] == advice;
+    });
+    findings.push_back({withoutDevice(step.findings[*place], step.start),
+                        advice && !isToldBelow ? step.actions[*advice] : ""});
+  }
+  return findings;
 }
 
 void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
@@ -205,63 +279,75 @@ void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
   }
 }
 
+// A word and what stands behind it, wrapped below one another.
+void TextReporter::writeResult(StepRecord::Outcome outcome, const std::vector<std::string>& parts) {
+  const std::string margin = kMargin;
+  const bool isBroken = m_settings.lineWidth >= margin.size() + kNarrowest;
+  writeVerdict(outcome);
+  std::string begin = "  ";
+  for (const std::string& line :
+       joinedParts(parts, isBroken ? m_settings.lineWidth - margin.size() : 0)) {
+    m_out.write(begin + line + "\n");
+    begin = margin;
+  }
+}
+
 void TextReporter::writeStep(const StepRecord& step) {
   const StepRecord::Outcome outcome = step.outcome();
-  writeVerdict(outcome);
-  m_out.print("  {}", nameOf(step.start));
+  std::vector<std::string> parts = {nameOf(step.start)};
   if (step.start.passes > 1 || step.passes() > 1) {
-    m_out.write(trn(", {1} of 1 pass", ", {1} of {0} passes", step.start.passes, step.passes()));
+    parts.back() += trn(", {1} of 1 pass", ", {1} of {0} passes",
+                        static_cast<std::size_t>(step.start.passes), step.passes());
   }
   if (step.hasEnded() && !isSkipped(outcome)) {
-    m_out.say("   {:.1f} s", step.seconds());
-    writeFacts(step);
+    parts.push_back(tr("{:.1f} s", step.seconds()));
+    if (const std::string facts = factsOfStep(step); !facts.empty()) {
+      parts.push_back(facts);
+    }
     if (!step.seed.empty() && outcome != StepRecord::Outcome::Passed) {
-      m_out.say("   seed {}", step.seed);
+      parts.push_back(tr("seed {}", step.seed));
     }
   }
-  m_out.write("\n");
-  writeFindings(step);
-  writeNews(step.start.stepId);
+  for (std::string& part : parts) {
+    part = toPrintable(part, " ");
+  }
+  writeResult(outcome, parts);
+  writeFindings(kMargin, findingsOf(step, step.findings.size()), step.findings.omitted());
+  if (step.actions.omitted() > 0) {
+    writeIndented(kMargin, kAdviceMark, moreOf(step.actions));
+  }
+  writeNews(step);
   m_out.flush();
 }
 
-void TextReporter::writeNews(const std::string& stepId) {
-  const auto news = m_news.find(stepId);
+void TextReporter::writeNews(const StepRecord& step) {
+  const auto news = m_news.find(step.start.stepId);
   if (news == m_news.end()) {
     return;
   }
+  const std::size_t mark = std::strlen(kNewsMark);
   for (const std::string& text : news->second.texts) {
-    writeIndented(kMargin, "", text);
+    const std::string told = text.substr(mark);
+    const bool isReason = isSkipped(step.outcome()) && step.findings.placeOf(told);
+    if (!isReason) {
+      writeIndented(kMargin, "", text.substr(0, mark) + withoutDevice(told, step.start));
+    }
   }
   if (news->second.texts.omitted() > 0) {
     writeIndented(kMargin, kNewsMark, moreOf(news->second.texts));
   }
 }
 
-void TextReporter::writeFacts(const StepRecord& step) {
-  std::string facts = factsOf(step.figures);
-  if (facts.empty()) {
-    facts = step.news.substr(0, step.news.find('\n'));
-  }
-  if (!facts.empty() && step.outcome() != StepRecord::Outcome::Trouble) {
-    m_out.print("   {}", facts);
-  }
-}
-
-// Each finding with what to do about it; the same advice for several stands below the last of them.
-void TextReporter::writeFindings(const StepRecord& step) {
-  for (std::size_t place = 0; place < step.findings.size(); ++place) {
-    writeIndented(kMargin, "", step.findings[place]);
-    const auto advice = step.advice[place];
-    const auto next = step.advice.begin() + static_cast<std::ptrdiff_t>(place) + 1;
-    if (advice && std::find(next, step.advice.end(), advice) == step.advice.end()) {
-      writeIndented(kMargin, "-> ", step.actions[*advice]);
+void TextReporter::writeFindings(const char* margin, const std::vector<Finding>& findings,
+                                 std::size_t further) {
+  for (const auto& [text, action] : findings) {
+    writeIndented(margin, "", text);
+    if (!action.empty()) {
+      writeIndented(margin, kAdviceMark, action);
     }
   }
-  for (const BoundedTexts* texts : {&step.findings, &step.actions}) {
-    if (texts->omitted() > 0) {
-      writeIndented(kMargin, texts == &step.actions ? "-> " : "", moreOf(*texts));
-    }
+  if (further > 0) {
+    writeIndented(margin, "", tr("and {} more", further));
   }
 }
 
@@ -290,38 +376,46 @@ void TextReporter::finish() {
   closeRun();
 }
 
-void TextReporter::writeTroubles() {
-  for (const std::string& trouble : m_record.troubles()) {
-    writeVerdict(StepRecord::Outcome::Trouble);
-    writeLines("  ", kMargin, trouble);
-  }
-  if (m_record.troubles().omitted() > 0) {
-    writeIndented(kMargin, "", moreOf(m_record.troubles()));
-  }
+void TextReporter::writeTrouble(const std::string& trouble) {
+  writeVerdict(StepRecord::Outcome::Trouble);
+  writeLines("  ", kMargin, trouble);
 }
 
 // What scrolled by is told again, without what repeats.
 void TextReporter::writeProblems() {
-  if (m_record.begun() < 2 || (m_problems.empty() && m_reasons.empty())) {
+  if (m_problems.empty() && m_reasons.empty() && m_record.troubles().empty()) {
     return;
   }
   m_out.say("\nTo look at:\n");
   for (const Problem& problem : m_problems) {
     m_out.write("  ");
     writeVerdict(problem.outcome);
-    m_out.print("  {}\n", problem.name);
-    writeIndented(kInnerMargin, "", problem.finding);
-    if (!problem.action.empty()) {
-      writeIndented(kInnerMargin, "-> ", problem.action);
-    }
+    writeLines("  ", kInnerMargin, problem.name);
+    writeFindings(kInnerMargin, problem.findings, problem.further);
   }
   if (m_furtherProblems > 0) {
     m_out.say("  and {} more\n", m_furtherProblems);
   }
+  writeTroubles();
+  writeReasons();
+}
+
+void TextReporter::writeTroubles() {
+  for (const std::string& trouble : m_record.troubles()) {
+    m_out.write("  ");
+    writeVerdict(StepRecord::Outcome::Trouble);
+    writeLines("  ", kInnerMargin, trouble);
+  }
+  if (m_record.troubles().omitted() > 0) {
+    writeIndented(kInnerMargin, "", moreOf(m_record.troubles()));
+  }
+}
+
+void TextReporter::writeReasons() {
   for (const auto& [reason, count] : m_reasons) {
     m_out.write("  ");
     writeVerdict(StepRecord::Outcome::Skipped);
-    m_out.print("  {}: {}\n", testsText(count), reason);
+    writeLines("  ", kInnerMargin, testsText(count) + ": " + reason);
   }
   if (m_furtherSkips > 0) {
     m_out.write("  ");
@@ -340,10 +434,13 @@ void TextReporter::writeSums() {
   }
   writeProblems();
   const std::string summary = toText(m_record.sums());
-  m_out.say("\n{} in {:.1f} s: {}\n", testsText(m_record.begun()), m_record.seconds(),
-            summary.empty() ? tr("nothing ran") : summary);
+  constexpr const char* below = "  ";
+  m_out.write("\n");
+  writeLines("", below,
+             tr("{} in {:.1f} s: {}", testsText(m_record.begun()), m_record.seconds(),
+                summary.empty() ? tr("nothing ran") : summary));
   if (const std::string coverage = m_record.coverage().describe(); !coverage.empty()) {
-    m_out.say("Covered: {}\n", coverage);
+    writeLines("", below, tr("Covered: {}", coverage));
   }
   if (!m_record.hasEnded()) {
     m_out.say("The run was cut short.\n");
@@ -358,11 +455,11 @@ void TextReporter::closeRun() {
       writeStep(*step);
     }
   }
-  writeTroubles();
   writeSums();
   m_out.flush();
   m_record.clear();
   m_problems.clear();
+  m_problemsSize = 0;
   m_reasons.clear();
   m_news.clear();
   m_newsSize = 0;

@@ -1,5 +1,7 @@
 #include "diagctl/report/Wording.h"
 
+#include <string_view>
+
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -26,6 +28,25 @@ std::string deviceOf(const StepStarted& start) {
 
 std::string nameOf(const StepStarted& start) {
   return tr("{}: {} on {}", start.package, testOf(start), deviceOf(start));
+}
+
+std::string withoutDevice(const std::string& text, const StepStarted& start) {
+  const std::string device = deviceOf(start);
+  if (device.empty() || !text.starts_with(device)) {
+    return text;
+  }
+  const std::string_view behind = std::string_view(text).substr(device.size());
+  for (const std::string_view colon : {": ", " : ", "\uff1a"}) {
+    if (behind.starts_with(colon) && behind.size() > colon.size()) {
+      return std::string(behind.substr(colon.size()));
+    }
+  }
+  return text;
+}
+
+std::string headOf(const StepRecord& step) {
+  const std::size_t further = step.furtherFindings();
+  return further == 0 ? step.headline() : tr("{} (and {} more)", step.headline(), further);
 }
 
 std::string parameterOf(const RunStarted& start, const char* key) {

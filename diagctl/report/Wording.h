@@ -4,6 +4,7 @@
 #include <string>
 
 #include "diagctl/report/RunEvents.h"
+#include "diagctl/report/StepRecord.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -19,6 +20,13 @@ std::string testOf(const StepStarted& start);
 std::string deviceOf(const StepStarted& start);
 /// "Memory: Walking ones on node 0".
 std::string nameOf(const StepStarted& start);
+
+/// What a package says of its device behind the device's name: the rest, where the name stands
+/// beside it; else the text as it is.
+std::string withoutDevice(const std::string& text, const StepStarted& start);
+
+/// The finding behind the outcome, for those who read one line: "block 3 is lost (and 4 more)".
+std::string headOf(const StepRecord& step);
 
 /// A parameter of a run; empty where it has none of that name.
 std::string parameterOf(const RunStarted& start, const char* key);

@@ -2,7 +2,7 @@
 
 #include <variant>
 
-#include "diagctl/report/TestDuration.h"
+#include "diagctl/report/Figures.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/KitCodes.h"
 
@@ -31,9 +31,10 @@ struct ToldWithin {
     }
     return told;
   }
-  // How long the repetition takes is no time of the test that crashed.
+  // What the repetition has measured are no figures of the test that crashed.
   std::optional<RunEventBody> operator()(const StepMeasurement& figure) const {
-    return figure.name == kTestDuration ? std::nullopt : std::optional<RunEventBody>(figure);
+    return StepMessage{figure.stepId, Severity::Debug,
+                       tr("{}: {}", told(figure.name), describe(figure)), ""};
   }
   std::optional<RunEventBody> operator()(const StepDiagnosis& diagnosis) const {
     if (diagnosis.verdict == Verdict::Fail) {

@@ -125,7 +125,10 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
   }
   m_lastFinding = {toSymptom(m_texts.token(package, event).value_or("")), text, action};
   if (severity == Severity::Error) {
-    m_fault = m_lastFinding;
+    for (std::optional<Finding>* const first : {&m_fault, &m_firstFault}) {
+      *first = first->has_value() ? *first : m_lastFinding;
+    }
+    m_faults.insert(text);
     m_contradicts = false;  // of a pass before
   }
   m_stream.tell(StepMessage{m_id, severity, text, action});
@@ -177,9 +180,14 @@ void StepJudge::tellMeasurement(const Diag::DiagnosticEvent& event) const {
   }
 }
 
-// A result names the event behind it, or else the last one of the pass is taken for it.
-StepJudge::Finding StepJudge::findingOf(const Diag::DiagnosticResult& result) {
+// A result names the event behind it, or else the last one of the pass is taken for it. But a
+// package may close a test with a sum, and what was found first is what somebody has to know.
+StepJudge::Finding StepJudge::findingOf(const Diag::DiagnosticResult& result,
+                                        const std::optional<Finding>& firstFault) {
   Finding last = std::exchange(m_lastFinding, Finding());
+  if (firstFault && result.getTestResult() == Diag::DiagnosticResult::FAILED) {
+    return *firstFault;
+  }
   const int package = m_planned.pair.package->index;
   const auto token = m_texts.token(package, result);
   if (result.getEventCode() == 0 || !token) {
@@ -227,6 +235,8 @@ void StepJudge::take(const Diag::DiagnosticResult& result) {
   StepDiagnosis diagnosis{m_id,       Verdict::Pass, "passed", "", "", hardwareIdOf(m_planned.pair),
                           ++m_results};
   const Diag::DiagnosticResult::TestResult verdict = result.getTestResult();
+  const std::optional<Finding> firstFault = std::exchange(m_firstFault, std::nullopt);
+  const std::size_t faults = std::exchange(m_faults, {}).size();
   if (verdict == Diag::DiagnosticResult::PASSED) {
     ++m_passed;
     m_stream.tell(diagnosis);
@@ -235,8 +245,9 @@ void StepJudge::take(const Diag::DiagnosticResult& result) {
   if (verdict == Diag::DiagnosticResult::UNUSUAL_STATUS && isTold()) {
     return;
   }
-  const Finding finding = findingOf(result);
+  const Finding finding = findingOf(result, firstFault);
   const bool isFailure = verdict == Diag::DiagnosticResult::FAILED;
+  diagnosis.furtherFindings = isFailure && faults > 0 ? faults - 1 : 0;
   diagnosis.verdict = isFailure ? Verdict::Fail : Verdict::Unknown;
   diagnosis.symptom = isFailure ? "failed" : "unusual-status";
   if (!finding.symptom.empty()) {

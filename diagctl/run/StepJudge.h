@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -96,7 +97,7 @@ class StepJudge {
   void judgeFault();
   void tellDuration(const std::vector<std::string>& parameters);
   void tellMeasurement(const Diag::DiagnosticEvent& event) const;
-  Finding findingOf(const Diag::DiagnosticResult& result);
+  Finding findingOf(const Diag::DiagnosticResult& result, const std::optional<Finding>& firstFault);
   bool isTriable(const Diag::DiagnosticEvent& event) const;
   void tellCrashes(const std::string& action);
   void tellFinding(const CrashFinding& finding);
@@ -109,13 +110,15 @@ class StepJudge {
   Cut m_cut = Cut::None;
   SkipKind m_skip = SkipKind::NotPossible;
   int m_results = 0;
-  int m_passed = 0;                ///< of those
-  Finding m_lastFinding;           ///< of the present pass
-  std::optional<Finding> m_fault;  ///< the last error event of the package
-  bool m_hasVanished = false;      ///< the device, which was told
-  bool m_contradicts = false;      ///< the test itself, which was told
-  double m_testSeconds = 0;        ///< that the test itself has taken, over all passes
-  std::uint64_t m_seed = 0;        ///< of the present pass
+  int m_passed = 0;                     ///< of those
+  Finding m_lastFinding;                ///< of the present pass
+  std::optional<Finding> m_firstFault;  ///< the first error event of the present pass
+  std::set<std::string> m_faults;       ///< error events of the present pass
+  std::optional<Finding> m_fault;       ///< the first error event of the package
+  bool m_hasVanished = false;           ///< the device, which was told
+  bool m_contradicts = false;           ///< the test itself, which was told
+  double m_testSeconds = 0;             ///< that the test itself has taken, over all passes
+  std::uint64_t m_seed = 0;             ///< of the present pass
   std::vector<Crash> m_crashes;
 };
 

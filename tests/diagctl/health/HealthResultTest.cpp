@@ -168,7 +168,7 @@ TEST(HealthAccounts, tell_where_a_device_sits_unless_its_name_says_it) {
   const HealthAccount account = accountOfRun(VanishedAs::Failure);
   ASSERT_THAT(account.findings, Not(IsEmpty()));
   EXPECT_EQ(account.findings.front().location, "slot7");
-  EXPECT_EQ(account.findings.front().action, "Cool it.");
+  EXPECT_EQ(account.findings.front().action, "Run it again.") << "of its own finding";
 }
 
 TEST(DeviceLocations, are_those_of_the_hardware_or_else_of_the_only_device_of_the_name) {

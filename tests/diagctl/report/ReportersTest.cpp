@@ -17,6 +17,7 @@
 namespace TarvexDiags::FrontEnd {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -139,6 +140,98 @@ TEST(TextReport, leaves_findings_as_they_are_where_there_is_no_window_or_room_en
                 HasSubstr("         The disk  returned other bytes than were written.\n"
                           "           Twice.\n"))
         << width;
+  }
+}
+
+std::string textOf(const std::vector<RunEventBody>& bodies, const ReportSettings& settings = {}) {
+  std::ostringstream out;
+  Printer printer(out);
+  const auto reporter = findFormat(kTextFormat)->makeReporter(printer, settings);
+  for (const RunEventBody& body : bodies) {
+    reporter->handle({std::chrono::system_clock::time_point(), body});
+  }
+  reporter->finish();
+  return out.str();
+}
+
+/// A step that has failed by two words of its device, beside a warning.
+std::vector<RunEventBody> twoWrongWords() {
+  const std::string advice = "Replace the module.";
+  return {StepStarted{"1", "Memory", "Node 0", "Walk", "", 1},
+          StepMessage{"1", Severity::Warning, "Node 0: slow.", "Cool it."},
+          StepMessage{"1", Severity::Error, "Node 0: bit 3 is stuck.", advice},
+          StepMessage{"1", Severity::Error, "Node 0: bit 4 is stuck.", advice},
+          StepDiagnosis{"1", Verdict::Fail, "stuck", "Node 0: bit 3 is stuck.", advice, "", 1},
+          StepEnded{"1", RunStatus::Complete},
+          RunEnded{RunStatus::Complete, RunResult::Fail}};
+}
+
+TEST(TextReport, tells_findings_and_advice_again_at_the_end_of_a_run_of_one_test) {
+  const std::string text = textOf(twoWrongWords());
+  const std::size_t end = text.find("To look at:");
+  ASSERT_NE(end, std::string::npos) << text;
+  EXPECT_THAT(text.substr(end), HasSubstr("  FAILED   Memory: Walk on Node 0\n"
+                                          "           slow.\n"
+                                          "           -> Cool it.\n"
+                                          "           bit 3 is stuck.\n"
+                                          "           bit 4 is stuck.\n"
+                                          "           -> Replace the module.\n"));
+  EXPECT_THAT(text.substr(0, end), Not(HasSubstr("Node 0: ")))
+      << "the device stands in the line above";
+}
+
+TEST(TextReport, tells_a_package_that_was_left_out_again_at_the_end) {
+  const std::string text = textOf({RunTrouble{"package-not-loaded", "libx.so is no library."},
+                                   RunEnded{RunStatus::Error, RunResult::NotApplicable}});
+  EXPECT_TRUE(text.starts_with("ERROR    libx.so is no library.\n")) << "as soon as it is known";
+  EXPECT_THAT(text, HasSubstr("To look at:\n  ERROR    libx.so is no library.\n"));
+}
+
+TEST(TextReport, is_nowhere_wider_than_the_window) {
+  RunStarted start;
+  start.name = "diagctl";
+  start.machineName = "a-machine-of-a-long-name.in-a-domain";
+  start.platforms = {"Linux 6.1 on a board whose name is long enough for two lines"};
+  start.parameters = {{"selection", "-p memory -t Walking\\ ones -d host/node0 -d host/node1"}};
+  std::vector<RunEventBody> run = twoWrongWords();
+  run.insert(run.begin(), start);
+  run.insert(run.begin() + 2, StepMeasurement{"1", "verifiedRate", 2.6, "GB/s", ""});
+  run.insert(run.begin() + 2, StepMeasurement{"1", "seed", "1234567890123456789", "", ""});
+  for (const std::size_t width : {50UL, 60UL}) {
+    std::istringstream lines(textOf(run, {.lineWidth = width}));
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_LE(line.size(), width) << line;
+    }
+  }
+}
+
+TEST(TextReport, tells_in_detail_what_each_pass_told_and_a_reason_once) {
+  const StepMessage compared{"1", Severity::Information, "16 MiB were compared.", ""};
+  const std::string twice = textOf({StepStarted{"1", "Memory", "Node 0", "Walk", "", 2}, compared,
+                                    compared, StepEnded{"1", RunStatus::Complete}},
+                                   {.verbosity = 1});
+  const std::string line = "         . 16 MiB were compared.\n";
+  EXPECT_THAT(twice, HasSubstr(line + line));
+  const std::string skipped =
+      textOf({StepStarted{"1", "Memory", "Node 0", "Walk", "", 1},
+              StepMessage{"1", Severity::Information, "No CPU is allowed.", ""},
+              StepEnded{"1", RunStatus::Skip}},
+             {.verbosity = 1});
+  EXPECT_THAT(skipped.substr(0, skipped.find("To look at")),
+              AllOf(HasSubstr("         No CPU is allowed.\n"), Not(HasSubstr(". No CPU"))));
+}
+
+TEST(ReportsForMachines, begin_with_the_first_finding_and_how_many_more_there_are) {
+  std::vector<RunEventBody> run = twoWrongWords();
+  for (const char* const format : {"tap", "junit"}) {
+    std::ostringstream out;
+    Printer printer(out);
+    const auto reporter = formatNamed(format).makeReporter(printer, {});
+    for (const RunEventBody& body : run) {
+      reporter->handle({std::chrono::system_clock::time_point(), body});
+    }
+    reporter->finish();
+    EXPECT_THAT(out.str(), HasSubstr("\"Node 0: bit 3 is stuck. (and 1 more)\"")) << format;
   }
 }
 
