@@ -1,5 +1,7 @@
 #include "diagctl/check/OverlayCheck.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -87,6 +89,20 @@ void checkOverlay(const std::string& overlay, const Configuration& configuration
   checkValues(overlay, *text, configuration, problems);
 }
 
+// What is written and never read has no key to find its line by.
+std::string withLineOfRemark(const std::string& file, const Problem& problem) {
+  const auto text = ConfigurationText::read(file);
+  if (!text) {
+    return file;
+  }
+  const auto& remarks = text->remarks();
+  const auto remark = std::find_if(remarks.begin(), remarks.end(), [&](const auto& each) {
+    return each.section == problem.section && each.key == problem.key &&
+           each.text == problem.reason;
+  });
+  return remark == remarks.end() ? file : fmt::format("{}:{}", file, remark->line);
+}
+
 }  // namespace
 
 std::vector<Problem> checkOverlays(const Configuration& configuration, OverlaysOf which) {
@@ -101,7 +117,11 @@ std::vector<Problem> checkOverlays(const Configuration& configuration, OverlaysO
 std::vector<Problem> withSources(std::vector<Problem> problems,
                                  const Configuration& configuration) {
   for (Problem& problem : problems) {
-    problem.file = configuration.sourceOf(problem.file, problem.section, problem.key);
+    const std::string source = configuration.sourceOf(problem.file, problem.section, problem.key);
+    problem.reason = configuration.withSourcesIn(problem.reason);
+    if (source != problem.file) {
+      problem.file = withLineOfRemark(source, problem);
+    }
   }
   return problems;
 }

@@ -10,6 +10,7 @@
 #include "diagctl/command/UsageFault.h"
 #include "diagctl/session/ConfigurationText.h"
 #include "diagctl/session/ControllerFailure.h"
+#include "diagctl/session/OpenFiles.h"
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/FailureInLines.h"
 #include "diagctl/terminal/Printable.h"
@@ -54,6 +55,7 @@ std::string hintFor(const Configuration& configuration) {
 
 Configuration composeConfiguration(const std::optional<std::string>& controlFile,
                                    const PackageWishes& wishes, bool isSecure) {
+  allowOpenFiles(openFilesFor(1));  // else what cannot be opened is taken for the fault
   try {
     return Configuration::compose(
         Configuration::find(controlFile),
@@ -86,10 +88,11 @@ std::unique_ptr<Session> openSession(const Configuration& configuration,
         failure.code() == DiagCtrl::DiagnosticController::INITIALISATION_FAILED
             ? linesOf(withSources(checkControlFile(configuration.path()), configuration))
             : "";
-    if (reasons.empty()) {
+    const std::string head = configuration.withSourcesIn(failure.what());
+    if (reasons.empty() && head == failure.what()) {
       throw;
     }
-    throw FailureInLines(failure.what() + reasons + hintFor(configuration));
+    throw FailureInLines(head + reasons + (reasons.empty() ? "" : hintFor(configuration)));
   }
 }
 

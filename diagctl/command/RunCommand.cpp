@@ -260,6 +260,9 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
     standardError().print("diagctl: {}\n", disruption);
     return ExitCode::kUsage;
   }
+  if (pairs.empty() && catalogue.numberOfDevices() > 0) {
+    standardError().say("diagctl: nothing to run: what was named has no test in common\n");
+  }
   if (options.isDryRun) {
     tellWarnings(standardError(), session.warnings());
     return tellPlan(pairs, conditionsOf(options.reporting, session.failedPackages()),

@@ -46,10 +46,15 @@ fs::path fromEnvironment(const char* variable, const char* belowHome) {
 }
 
 // Whatever the umask allows others: root refuses a control file that they may write to.
-bool writeForOneself(const std::string& path, const std::string& text) {
+void writeForOneself(const std::string& path, const std::string& text) {
   const OpenedFile file(
       open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  return file && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  errno = file ? 0 : errno;
+  if (!file || write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    const int error = errno == 0 ? ENOSPC : errno;
+    throw std::runtime_error(
+        tr("{}: cannot be written: {}", path, std::generic_category().message(error)));
+  }
 }
 
 std::string contentOfControlFile(const std::string& path) {
@@ -64,9 +69,25 @@ std::string contentOfControlFile(const std::string& path) {
 
 }  // namespace
 
+namespace {
+
+// With the line, as far as the key stands in one.
+std::string placeOf(const std::string& file, const std::string& section, const std::string& key) {
+  const auto text = ConfigurationText::read(file);
+  for (const std::string& written : {key, std::string(kWatchPrefix) + key}) {
+    if (const int line = text ? text->lineOf(section, written) : 0; line > 0) {
+      return fmt::format("{}:{}", file, line);
+    }
+  }
+  return file;
+}
+
+}  // namespace
+
 ConfigurationFault::ConfigurationFault(const std::string& file, const std::string& section,
                                        const std::string& key, const std::string& reason)
-    : std::runtime_error(fmt::format("{} [{}] {}: {}", file, section, key, reason)),
+    : std::runtime_error(
+          fmt::format("{} [{}] {}: {}", placeOf(file, section, key), section, key, reason)),
       m_file(file),
       m_section(section),
       m_key(key),
@@ -104,9 +125,7 @@ Configuration Configuration::make(const fs::path& packages) {
   const std::string text = embeddedControlFile(packages, folder.path());
   made.m_folder.emplace(std::move(folder));
   made.m_isEmbedded = true;
-  if (!writeForOneself(made.m_path, text)) {
-    throw std::runtime_error(tr("{}: cannot be written", made.m_path));
-  }
+  writeForOneself(made.m_path, text);
   return made;
 }
 
@@ -275,9 +294,7 @@ Configuration Configuration::putTogether(Configuration base,
   base.m_path = (folder / "composed.cfg").string();
   base.m_directories = directories;
   base.m_overlays = packages.overlayFiles();
-  if (!writeForOneself(base.m_path, text)) {
-    throw std::runtime_error(tr("{}: cannot be written", base.m_path));
-  }
+  writeForOneself(base.m_path, text);
   if (isSecure) {
     requireSecureFiles(base.m_path);  // before any code of a package is loaded to be asked
   }
@@ -336,6 +353,22 @@ std::string Configuration::sourceOf(const std::string& place, const std::string&
     }
   }
   return written;
+}
+
+std::string Configuration::withSourcesIn(std::string text) const {
+  if (m_origin.empty()) {
+    return text;
+  }
+  const std::string folder = packageDirectoryOf(m_path) + "/";
+  for (const std::string& begin : {m_path, folder}) {
+    for (std::size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at)) {
+      const std::size_t end = std::min(text.find_first_of(" :;,'\"()\n", at), text.size());
+      const std::string written = sourceOf(text.substr(at, end - at), "", "");
+      text.replace(at, end - at, written);
+      at += written.size();
+    }
+  }
+  return text;
 }
 
 std::vector<Configuration::WatchSetting> Configuration::watchSettings() const {

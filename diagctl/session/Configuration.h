@@ -87,6 +87,8 @@ class Configuration {
   /// @param place a file, perhaps with a line behind a colon.
   std::string sourceOf(const std::string& place, const std::string& section,
                        const std::string& key) const;
+  /// A text for people with such files instead of those that were put together.
+  std::string withSourcesIn(std::string text) const;
 
  private:
   static Configuration putTogether(Configuration base, const std::vector<std::string>& directories,

@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
+#include <system_error>
 
 #include "diagctl/session/PackageFiles.h"
 #include "diagctl/terminal/Translation.h"
@@ -13,11 +15,23 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
+// Where packages of several directories were put together, a library is a link to the one that
+// somebody knows.
+std::string named(std::string text, const std::string& library) {
+  std::error_code failure;
+  const std::string target = std::filesystem::read_symlink(library, failure).string();
+  for (std::size_t at = failure ? std::string::npos : text.find(library); at != std::string::npos;
+       at = text.find(library, at + target.size())) {
+    text.replace(at, library.size(), target);
+  }
+  return text;
+}
+
 // What the loader has against a library; empty for nothing.
 std::string findLoadFault(const std::string& library) {
   void* const handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) {
-    return dlerror();
+    return named(dlerror(), library);
   }
   dlclose(handle);
   return {};
@@ -49,7 +63,7 @@ std::vector<LostPackage> findLostPackages(const std::string& directory, const Ca
   std::vector<LostPackage> lost;
   for (const std::string& name : names) {
     if (hasOwn(name)) {
-      lost.push_back({name, failures.at(name)});
+      lost.push_back({name, named(failures.at(name), libraryOf(directory, name))});
     } else {
       const std::string which = told.size() == others ? *next++ : "";
       lost.push_back({name, reasonOf(which, libraryOf(directory, name))});

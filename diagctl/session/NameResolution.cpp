@@ -17,6 +17,7 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 constexpr std::size_t kMostCandidates = 6;
+constexpr std::size_t kMostNear = 3;
 
 /// Something that can be selected, with all that it answers to.
 struct Named {
@@ -217,6 +218,30 @@ std::string nameOfKind(PatternKind kind) {
   return {};
 }
 
+// What stands before a wildcard is held against as much of each name.
+std::string nearTo(const std::string& pattern, const std::vector<std::string>& names) {
+  constexpr const char* behindWords = " :/-";
+  if (!hasWildcard(pattern)) {
+    return didYouMean(pattern, names);
+  }
+  std::string word = pattern.substr(0, pattern.find_first_of("*?[\\"));
+  word.erase(word.find_last_not_of(behindWords) + 1);
+  std::vector<std::string> beginnings;
+  for (const std::string& name : names) {
+    beginnings.push_back(name.substr(0, word.size()));
+  }
+  const std::vector<std::string> nearest = nearestTo(word, beginnings);
+  std::vector<std::string> near;
+  for (const std::string& name : names) {
+    const std::string beginning = name.substr(0, word.size());
+    if (near.size() < kMostNear &&
+        std::find(nearest.begin(), nearest.end(), beginning) != nearest.end()) {
+      addOnce(near, name);
+    }
+  }
+  return near.empty() ? "" : tr("; did you mean {}?", asAlternatives(near));
+}
+
 std::string hintForWord(const Catalogue& catalogue, const std::string& word) {
   const AllNames all(catalogue);
   std::vector<std::string> meanings;
@@ -232,7 +257,7 @@ std::string hintForWord(const Catalogue& catalogue, const std::string& word) {
       names.insert(names.end(), named.names.begin(), named.names.end());
     }
   }
-  return didYouMean(word, names);
+  return nearTo(word, names);
 }
 
 }  // namespace
@@ -290,7 +315,7 @@ std::string hintFor(const Catalogue& catalogue, PatternKind kind, const std::str
       near.push_back(name);
     }
   }
-  return didYouMean(pattern, near);
+  return nearTo(pattern, near);
 }
 
 std::vector<std::string> describeUnmatched(const Catalogue& catalogue,

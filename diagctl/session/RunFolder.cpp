@@ -10,6 +10,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "diagctl/session/Interruption.h"
 #include "diagctl/terminal/Translation.h"
@@ -69,6 +70,27 @@ OpenedFile takeAbandoned(const fs::path& directory) {
   return isAbandoned ? std::move(lock) : OpenedFile();
 }
 
+// With one descriptor at a time, since there may be no more: none of a level is held below it.
+void removeTree(const fs::path& root) {
+  std::vector<fs::path> folders{root};
+  for (std::size_t index = 0; index < folders.size(); ++index) {
+    std::error_code failure;
+    for (fs::directory_iterator entry(folders[index], failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+      std::error_code ignored;
+      if (fs::is_directory(entry->symlink_status(ignored))) {
+        folders.push_back(entry->path());
+      } else {
+        fs::remove(entry->path(), ignored);
+      }
+    }
+  }
+  for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+    std::error_code ignored;
+    fs::remove(*folder, ignored);
+  }
+}
+
 }  // namespace
 
 RunFolder::RunFolder() : m_path(makeDirectory()) {
@@ -81,8 +103,8 @@ RunFolder::RunFolder(RunFolder&& other) noexcept
 
 RunFolder::~RunFolder() {
   if (!m_path.empty()) {
-    std::error_code ignored;
-    fs::remove_all(m_path, ignored);
+    m_lock = OpenedFile();  // whose descriptor may be the last
+    removeTree(m_path);
     Interruption::removeWhenLeaving("");
   }
 }

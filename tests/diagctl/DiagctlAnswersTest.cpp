@@ -85,6 +85,14 @@ TEST_F(DiagctlAnswers, a_slip_in_a_name_is_told_with_what_is_near_and_runs_nothi
   EXPECT_THAT(run({"run", "-t", "Godo"}).err,
               HasSubstr("nothing matches test 'Godo'; did you mean 'Good'"));
   EXPECT_THAT(run({"show", "Gose"}).err, HasSubstr("matches 'Gose'; did you mean 'Goose'"));
+  EXPECT_THAT(run({"run", "-t", "Godo*"}).err, HasSubstr("'Godo*'; did you mean 'Good'"));
+  EXPECT_THAT(run({"run", "Othre:*"}).err, HasSubstr("'Othre:*'; did you mean 'OTHER'?"));
+}
+
+TEST_F(DiagctlAnswers, names_that_have_no_test_in_common_are_told_so) {
+  const Outcome outcome = run({"run", "--dry-run", "-p", "MIX", "-t", "Goose"});
+  EXPECT_EQ(outcome.exitCode, kNothingRan);
+  EXPECT_THAT(outcome.err, HasSubstr("nothing to run: what was named has no test in common"));
 }
 
 TEST_F(DiagctlAnswers, lists_have_commas_unless_a_name_holds_them) {

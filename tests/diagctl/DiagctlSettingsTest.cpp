@@ -5,17 +5,20 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "tests/diagctl/Diagctl.h"
 #include "tests/diagctl/Reports.h"
+#include "tests/support/Sanitized.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -147,18 +150,57 @@ TEST_F(DiagctlSettings, a_fault_in_the_control_file_is_told_with_its_place) {
   const std::string before = contentsOf(place.controlFile());
   for (const char* setting : {"MXI.Behave", "Behave"}) {
     place.write(place.controlFile(), before + "[Settings]\n" + setting + "=fail\n");
-    const std::string where = place.controlFile() + " [Settings] " + setting + ": ";
+    const std::string what = std::string(" [Settings] ") + setting + ": ";
+    const auto line = std::count(before.begin(), before.end(), '\n') + 2;
     const Outcome refused = run({"list"}, options);
     EXPECT_EQ(refused.exitCode, kNoVerdict);
-    EXPECT_THAT(refused.err, HasSubstr("diagctl: " + where));
+    EXPECT_THAT(refused.err,
+                HasSubstr("diagctl: " + place.controlFile() + ":" + std::to_string(line) + what));
     EXPECT_THAT(run({"check"}, options).out,
-                AllOf(HasSubstr(where), HasSubstr("\n1 problem in " + place.controlFile())));
+                AllOf(HasSubstr(place.controlFile() + what),
+                      HasSubstr("\n1 problem in " + place.controlFile())));
     const Outcome told = run({"check", "--format", "json"}, options);
     EXPECT_EQ(told.exitCode, kNoVerdict);
     const auto problems = nlohmann::json::parse(told.out)["problems"];
     ASSERT_EQ(problems.size(), 1U);
     EXPECT_EQ(problems[0]["section"], "Settings");
     EXPECT_EQ(problems[0]["key"], setting);
+  }
+}
+
+TEST_F(DiagctlSettings, a_fault_is_told_of_the_file_that_somebody_wrote_and_of_its_line) {
+  const std::string before = contentsOf(place.controlFile());
+  const auto lines = std::count(before.begin(), before.end(), '\n');
+  place.replaceIn(place.controlFile(), "RunMode=PARALLEL", "RunMode=ALL");
+  place.write(place.controlFile(), contentsOf(place.controlFile()) + "no value\n");
+  const Outcome refused = run({"list", "--set", "MIX.Behave=pass"}, options);
+  EXPECT_EQ(refused.exitCode, kNoVerdict);
+  EXPECT_THAT(refused.err,
+              AllOf(HasSubstr("starting with the control file " + place.controlFile()),
+                    HasSubstr(place.controlFile() + ":" + std::to_string(lines + 1)),
+                    ContainsRegex(place.controlFile() + ":[0-9]+ .GlobalSettings. RunMode: "),
+                    Not(HasSubstr("composed"))));
+}
+
+TEST_F(DiagctlSettings, a_package_that_cannot_be_loaded_is_told_by_the_path_that_was_named) {
+  const std::string one = addElsewhere("ONE");
+  fs::remove(one + "/libONE.so");
+  place.write(one + "/libONE.so", "no library");
+  for (const char* const verb : {"list", "check"}) {
+    const Outcome told = run({verb, "--packages", one}, options);
+    EXPECT_THAT(told.out + told.err,
+                AllOf(HasSubstr(one + "/libONE.so"), Not(HasSubstr("composed"))))
+        << verb;
+  }
+}
+
+TEST_F(DiagctlSettings, too_few_open_files_are_named_and_leave_nothing_behind) {
+  const std::string one = addElsewhere("ONE");
+  for (unsigned long files = 5; files <= 8 && !TestSupport::kIsSanitized; ++files) {
+    Program::Options few = options;
+    few.openFiles = files;
+    EXPECT_THAT(run({"list", "--packages", one}, few).err, HasSubstr("see \"ulimit -n\"")) << files;
+    EXPECT_TRUE(fs::is_empty(place.path("temporary"))) << files;
   }
 }
 
@@ -236,7 +278,7 @@ TEST_F(DiagctlPlans, that_say_what_cannot_be_meant_run_nothing) {
   EXPECT_THAT(refusalOf("[Settings]\nBehave=fail\n"),
               HasSubstr("[Settings] Behave: 'Behave=fail' "));
   EXPECT_THAT(refusalOf("[Settings]\nwatch.Interval=soon\n"),
-              HasSubstr("night.cfg [Settings] Interval: 'soon' is no time"));
+              HasSubstr("night.cfg:2 [Settings] Interval: 'soon' is no time"));
   const Outcome unknown = run({"run", "--profile", "nigt"}, options);
   EXPECT_EQ(unknown.exitCode, kUsage);
   EXPECT_THAT(unknown.err, HasSubstr("did you mean 'night'?"));
@@ -248,7 +290,7 @@ TEST_F(DiagctlPlans, that_set_what_nobody_reads_run_nothing) {
     const Outcome refused = runBundled({"run", "--dry-run", "-p", "memory", "--profile", "night"});
     EXPECT_EQ(refused.exitCode, kNoVerdict) << setting;
     EXPECT_THAT(refused.out, IsEmpty()) << setting;
-    EXPECT_THAT(refused.err, HasSubstr(file + " [Settings] memory.")) << setting;
+    EXPECT_THAT(refused.err, HasSubstr(file + ":2 [Settings] memory.")) << setting;
     return refused.err;
   };
   EXPECT_THAT(refusalOf("memory.Round=3"),
