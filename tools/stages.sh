@@ -28,6 +28,7 @@ STAGES=(
   "long-stress 3000  deep    the stress tests from ten seeds, under both sanitizers"
   "long-schedules 1800 deep  the tests under random schedules, from ten seeds with long stress"
   "long-races   900  deep    looks at files that another changes, as root: ten thousand of each kind"
+  "no-alarm   10800  deep    a hundred quick runs of all that is bundled, half of them with all sources watched, without a finding"
   "pages        900  deep    pages of runs in a browser, by the rules of axe-core: light, dark, narrow, on paper, in three languages"
   "second-build 600  deep    two builds of the release, which must not differ in a byte"
   "lives        600  deep    the Debian packages: what installing, removing and purging them leaves or breaks"
@@ -365,6 +366,21 @@ stage_long_races() {
   TARVEX_RACE_TRIES=10000 quietly build/logs/long-races.log \
     build/release/tests/security/security_trust_test --gtest_filter='TrustRace.*' ||
     fail "long-races: something of another was not found"
+}
+
+# Each whole, and the first with a finding ends them: a false alarm is to be looked at, not counted.
+stage_no_alarm() {
+  local runs=${TARVEX_QUIET_RUNS:-100} log=build/logs/no-alarm.jsonl number sources
+  build_preset release diagctl_program bundled_packages
+  mkdir -p build/logs
+  for ((number = 1; number <= runs; ++number)); do
+    sources=$([[ $((number % 2)) == 0 ]] && echo all || echo off)
+    rm -f "$log"
+    quietly build/logs/no-alarm.log build/release/diagctl/diagctl --allow-insecure run -q --quick \
+      --strict --watch "$sources" -o "jsonl=$log" ||
+      fail "no-alarm: run $number of $runs, watched: $sources, has a finding, kept in $log"
+  done
+  say "no-alarm: $runs quick runs without a finding"
 }
 
 # Four nodes on this machine, on the loopback interface alone.
