@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <map>
 #include <string>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "diagctl/session/ControllerFailure.h"
 #include "diagctl/session/Inbox.h"
 #include "diagctl/session/Interruption.h"
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Estimate.h"
@@ -23,6 +25,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLongestWait{100};
 constexpr unsigned long kLongestRun = 3600;
+constexpr std::size_t kLeastWidth = 12;  ///< columns of a time
 
 Diag::DiagnosticSettings estimationSettings(bool isQuick) {
   Diag::DiagnosticSettings settings;
@@ -48,7 +51,7 @@ class Collection {
     unsigned long request = 0;
     require(m_session.controller().queueTest(pair.package->index, pair.device->id, tests, settings,
                                              request),
-            tr("estimating {}", pair.test->name));
+            tr("estimating {}", pair.test->toldName()));
     m_open[static_cast<unsigned int>(request)] = &estimate;
   }
 
@@ -174,9 +177,15 @@ long wholeSeconds(double seconds) {
 }
 
 void writeEstimates(Printer& out, const std::vector<Estimate>& estimates) {
+  std::size_t width = kLeastWidth;
   for (const Estimate& each : estimates) {
-    out.say("{:>12}  {}: {} on {}\n", toText(each.seconds), each.pair.package->name,
-            each.pair.test->name, each.pair.device->name);
+    width = std::max(width, columnsOf(toText(each.seconds)));
+  }
+  for (const Estimate& each : estimates) {
+    const std::string time = toText(each.seconds);
+    out.print("{}{}  {}\n", std::string(width - columnsOf(time), ' '), time,
+              tr("{}: {} on {}", each.pair.package->toldName(), each.pair.test->toldName(),
+                 each.pair.device->name));
   }
   const TimeNeeded sums = sum(estimates);
   const auto bound = [&](double seconds) {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 
@@ -10,12 +11,15 @@
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
 #include "packagekit/contract/Capabilities.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace {
 
 namespace Contract = PackageKit::Contract;
+
+constexpr std::size_t kLeastHeads = 5;  ///< columns of what a plan does with a test
 
 std::string statusOf(const DeviceItem& device) {
   return device.statusText.empty() ? tr("status {}", device.status) : device.statusText;
@@ -25,14 +29,20 @@ std::string privilegesOf(const TestRemarks& remarks) {
   return remarks.privileges.empty() ? tr("none") : remarks.privileges;
 }
 
+// What it is called, and what to ask for it by where that is something else.
+template <class Item>
+std::string nameToAskFor(const Item& item) {
+  return item.localName.empty() ? item.name : item.localName + Contract::inBrackets(item.name);
+}
+
 void showPackage(Printer& out, const PackageItem& package, const std::string& directory) {
-  out.say("package {}: {} ({}, {}) version {}\n  {}\n", package.index, package.name,
-          package.baseName, package.mnemonic, package.version, package.description);
+  out.say("package {}: {} ({}, {}) version {}\n  {}\n", package.index, nameToAskFor(package),
+          package.baseName, package.mnemonic, package.version, package.toldDescription());
   out.print("  {}, {}{}\n", trn("1 device", "{} devices", package.devices.size()),
             trn("1 test", "{} tests", package.tests.size()),
             package.takesMachine ? tr(", its tests run alone") : std::string());
   for (const TestItem& test : package.tests) {
-    out.say("  test {} {}: root's rights that it keeps: {}\n", test.id, test.name,
+    out.say("  test {} {}: root's rights that it keeps: {}\n", test.id, nameToAskFor(test),
             privilegesOf(remarksOfTest(directory, package.baseName, test.id)));
   }
   for (const int test : package.withdrawnTests) {
@@ -45,11 +55,11 @@ bool isPossible(const PackageItem& package, const DeviceItem& device, const Test
 }
 
 void showDevice(Printer& out, const PackageItem& package, const DeviceItem& device) {
-  out.say("device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.name, device.name, device.tag,
-          statusOf(device));
+  out.say("device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.toldName(), device.name,
+          device.tag, statusOf(device));
   for (const TestItem& test : package.tests) {
     if (isPossible(package, device, test)) {
-      out.say("  test {} {}: {}\n", test.id, test.name, package.describe(device, test));
+      out.say("  test {} {}: {}\n", test.id, nameToAskFor(test), package.describe(device, test));
     }
   }
 }
@@ -83,7 +93,8 @@ void showSettings(Printer& out, const std::vector<SettingItem>& settings) {
 
 void showTest(Printer& out, const PackageItem& package, const TestItem& test,
               const std::string& directory) {
-  out.say("test {} of {}: {}\n  {}\n", test.id, package.name, test.name, test.description);
+  out.say("test {} of {}: {}\n  {}\n", test.id, package.toldName(), nameToAskFor(test),
+          test.toldDescription());
   showRemarks(out, test, remarksOfTest(directory, package.baseName, test.id));
   if (test.estimatedTime != 0) {
     out.say("  takes about {} s\n", test.estimatedTime);
@@ -114,8 +125,9 @@ std::map<std::string, std::string> devicesByState(const PackageItem& package,
 void listPackages(Printer& out, const Catalogue& catalogue) {
   Table table({tr("NO"), tr("PACKAGE"), tr("VERSION"), tr("NAME"), tr("DEVICES"), tr("TESTS")});
   for (const PackageItem& package : catalogue.packages) {
-    table.add({std::to_string(package.index), package.mnemonic, package.version, package.name,
-               std::to_string(package.devices.size()), std::to_string(package.tests.size())});
+    table.add({std::to_string(package.index), package.mnemonic, package.version,
+               nameToAskFor(package), std::to_string(package.devices.size()),
+               std::to_string(package.tests.size())});
   }
   for (const std::string& name : catalogue.disabledPackages) {
     table.add({"-", name, "", tr("disabled by the control file")});
@@ -141,7 +153,7 @@ void listTests(Printer& out, const Catalogue& catalogue) {
   Table table({tr("PACKAGE"), tr("NO"), tr("TEST")});
   for (const PackageItem& package : catalogue.packages) {
     for (const TestItem& test : package.tests) {
-      table.add({package.mnemonic, std::to_string(test.id), test.name});
+      table.add({package.mnemonic, std::to_string(test.id), nameToAskFor(test)});
       for (const auto& [state, names] : devicesByState(package, test)) {
         table.add({"", "", fmt::format("  {}: {}", state, names)});
       }
@@ -198,11 +210,15 @@ void tellWarnings(Printer& out, const std::vector<std::string>& warnings) {
 }
 
 void listPlan(Printer& out, const std::vector<SelectedPair>& pairs) {
+  const std::string run = tr("run");
+  const std::string skip = tr("skip");
+  const std::size_t width = std::max({kLeastHeads, columnsOf(run), columnsOf(skip)});
   for (const SelectedPair& pair : pairs) {
     const bool isRun = pair.state == PairState::Enabled;
-    out.say("{:<5} {}: {} on {}{}\n", isRun ? tr("run") : tr("skip"), pair.package->name,
-            pair.test->name, pair.device->name,
-            isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");
+    out.print(
+        "{} {}{}\n", padded(isRun ? run : skip, width),
+        tr("{}: {} on {}", pair.package->toldName(), pair.test->toldName(), pair.device->name),
+        isRun ? "" : " (" + pair.package->describe(*pair.device, *pair.test) + ")");
   }
 }
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <map>
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "diagctl/terminal/Translation.h"
@@ -67,6 +69,11 @@ struct LogRedaction::Hide {
       text(item.name);
       text(item.version);
     }
+    std::map<std::string, std::string> names;
+    for (const auto& [key, name] : start.localNames) {
+      names[redaction.hidden(key)] = redaction.hidden(name);
+    }
+    start.localNames = std::move(names);
     for (auto& [key, parameter] : start.parameters) {
       text(parameter);
     }
@@ -84,6 +91,8 @@ struct LogRedaction::Hide {
     text(started.device);
     text(started.package);
     text(started.test);
+    text(started.localPackage);
+    text(started.localTest);
     text(started.hardwareId);
   }
   void operator()(StepMessage& message) const {

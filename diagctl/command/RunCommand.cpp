@@ -24,6 +24,7 @@
 #include "diagctl/report/RunMetrics.h"
 #include "diagctl/report/RunVerdict.h"
 #include "diagctl/report/SystemLog.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/run/Machine.h"
 #include "diagctl/run/Runner.h"
 #include "diagctl/session/Configuration.h"
@@ -134,6 +135,22 @@ void describePlan(const RunCommandOptions& options, Session& session, const RunP
   }
 }
 
+std::map<std::string, std::string> localNamesOf(const Catalogue& catalogue) {
+  std::map<std::string, std::string> names;
+  const auto add = [&](const std::string& key, const std::string& name) {
+    if (!name.empty()) {
+      names[key] = name;
+    }
+  };
+  for (const PackageItem& package : catalogue.packages) {
+    add(package.name, package.localName);
+    for (const TestItem& test : package.tests) {
+      add(keyOfTest(package.name, test.name), test.localName);
+    }
+  }
+  return names;
+}
+
 RunStarted openingOf(const RunCommandOptions& options, Session& session, const RunPlan& plan,
                      const Schedule& schedule) {
   const Catalogue& catalogue = session.catalogue();
@@ -151,6 +168,8 @@ RunStarted openingOf(const RunCommandOptions& options, Session& session, const R
           {fmt::format("{}-{}", package.index, device.id), device.name, device.tag});
     }
   }
+  start.language = options.language;
+  start.localNames = localNamesOf(catalogue);
   if (writesLog(options.reporting)) {
     addParts(start, Inventory::findParts(Inventory::SystemFiles(), Inventory::askDriver));
   }
@@ -187,7 +206,7 @@ std::string findDisruption(const std::vector<SelectedPair>& pairs) {
              ? ""
              : tr("{}: {} on {} takes its device out of service or overwrites it: allow that with "
                   "--allow-disruptive, or leave it out with --exclude-test",
-                  found->package->name, found->test->name, found->device->name);
+                  found->package->toldName(), found->test->toldName(), found->device->name);
 }
 
 // Only tells what would run, with the code that a run of it could still come to.

@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include "diagctl/report/Wording.h"
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -43,9 +45,11 @@ void FindingReporter::handle(const RunEvent& event) {
 
 void FindingReporter::tell(const RunEvent& event, const char* word, const std::string& message,
                            const std::string& action) {
-  m_out.print("{}  {:<7}  {}\n", clockText(event.time), *word != '\0' ? told(word) : "", message);
+  const std::string time = clockText(event.time);
+  const std::string head = padded(*word != '\0' ? told(word) : "", widthOfHeads());
+  m_out.print("{}  {}  {}\n", time, head, message);
   if (!action.empty()) {
-    m_out.print("{:>28}-> {}\n", "", action);
+    m_out.print("{}-> {}\n", std::string(time.size() + widthOfHeads() + 2, ' '), action);
   }
 }
 

@@ -90,8 +90,14 @@ std::string actionOf(const StepRecord& step) {
 }
 
 std::string nameOfTest(const StepStarted& start) {
-  return shortened(start.package.empty() ? start.test : tr("{}: {}", start.package, testOf(start)),
-                   kLongestName);
+  return shortened(
+      start.package.empty() ? start.test : tr("{}: {}", packageOf(start), testOf(start)),
+      kLongestName);
+}
+
+/// The same for each machine, whichever language its run was told in.
+std::string keyAmongMachines(const StepStarted& start) {
+  return shortened(keyOfTest(start.package, start.test), kLongestName);
 }
 
 void addMachine(Fleet::Test& test, Outcome outcome, const std::string& machine) {
@@ -149,13 +155,13 @@ void Fleet::take(const StepRecord& step) {
         {outcome, step.start.device.empty() ? what : tr("{} on {}", what, deviceOf(step.start)),
          step.headline(), actionOf(step)});
   }
-  const std::string name = nameOfTest(step.start);
-  if (!m_tests.contains(name) && m_tests.size() == kMostTests) {
+  const std::string key = keyAmongMachines(step.start);
+  if (!m_tests.contains(key) && m_tests.size() == kMostTests) {
     ++m_furtherTests[outcome];
     return;
   }
-  Test& test = m_tests[name];
-  test.name = name;
+  Test& test = m_tests[key];
+  test.name = nameOfTest(step.start);
   ++test.sums[outcome];
   addMachine(test, outcome, m_present.name);
 }

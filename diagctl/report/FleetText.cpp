@@ -22,18 +22,14 @@ bool isWell(Outcome outcome) {
   return outcome == Outcome::Passed || isSkipped(outcome);
 }
 
-std::string headOf(Outcome outcome) {
-  return fmt::format("{:<7}", told(wordOf(outcome)));
-}
-
 std::string localTime(std::chrono::system_clock::time_point time) {
   return fmt::format("{:%Y-%m-%d %H:%M:%S %z}",
                      fmt::localtime(std::chrono::system_clock::to_time_t(time)));
 }
 
 void writeFinding(Printer& out, const Fleet::Finding& finding) {
-  constexpr const char* margin = "         ";
-  constexpr const char* inner = "                  ";
+  const std::string margin(widthOfHeads() + 2, ' ');
+  const std::string inner = margin + margin;
   out.print("{}{}  {}\n", margin, headOf(finding.outcome),
             finding.what.empty() ? finding.text : finding.what);
   if (!finding.what.empty() && !finding.text.empty()) {
@@ -53,7 +49,7 @@ void writeMachine(Printer& out, const Fleet& fleet, const Fleet::Machine& machin
     writeFinding(out, finding);
   }
   if (machine.furtherFindings > 0) {
-    out.say("         and {} more\n", machine.furtherFindings);
+    out.print("{:{}}{}\n", "", widthOfHeads() + 2, tr("and {} more", machine.furtherFindings));
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd::Html {
@@ -183,7 +184,8 @@ void writeVersions(Svg::Markup& out, const RunStarted& start) {
     if (out.size() - begin > kMostFactBytes) {
       break;
     }
-    table.row({item.name, item.version});
+    const std::string name = localNameOf(start, item.name);
+    table.row({name.empty() ? item.name : name, item.version});
     --further;
   }
   table.rowOfMore(further);

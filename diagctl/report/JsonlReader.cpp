@@ -18,6 +18,7 @@
 
 #include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/LogFile.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -208,6 +209,22 @@ std::chrono::system_clock::time_point timeOf(const std::string& text) {
   return std::chrono::system_clock::from_time_t(time) + std::chrono::milliseconds(*milliseconds);
 }
 
+// The metadata of other programs may hold anything.
+void takeNames(const Json& metadata, RunStarted& start) {
+  const auto language = metadata.find(kNamesLanguage);
+  const auto names = metadata.find(kLocalNames);
+  if (language == metadata.end() || !language->is_string() || names == metadata.end() ||
+      !names->is_object()) {
+    return;
+  }
+  start.language = *language;
+  for (const auto& [key, name] : names->items()) {
+    if (name.is_string()) {
+      start.localNames[key] = name;
+    }
+  }
+}
+
 RunStarted toRunStarted(const Json& content) {
   RunStarted start;
   start.name = textOf(content, "name");
@@ -232,6 +249,7 @@ RunStarted toRunStarted(const Json& content) {
                               textOf(item, "partNumber"), textOf(item, "serialNumber"),
                               textOf(item, "version")});
   }
+  takeNames(machine.value("metadata", Json::object()), start);
   return start;
 }
 
@@ -379,7 +397,7 @@ class RunParser {
     const std::string stepId = artifact.at("testStepId");
     if (artifact.contains("testStepStart")) {
       m_open.try_emplace(stepId);
-      return toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes);
+      return named(toStepStarted(stepId, artifact["testStepStart"].at("name"), m_passes));
     }
     if (artifact.contains("testStepEnd")) {
       const RunStatus status = statusOf(artifact["testStepEnd"]);
@@ -422,6 +440,8 @@ class RunParser {
       if (const auto passes = start.parameters.find("passes"); passes != start.parameters.end()) {
         m_passes = passesOf(passes->second);
       }
+      m_names.language = start.language;
+      m_names.localNames = start.localNames;
       return start;
     }
     if (artifact.contains("testRunEnd")) {
@@ -437,6 +457,12 @@ class RunParser {
       return RunMessage{severityOf(content), content.at("message")};
     }
     return std::nullopt;
+  }
+
+  StepStarted named(StepStarted started) const {
+    started.localPackage = localNameOf(m_names, started.package);
+    started.localTest = localNameOf(m_names, keyOfTest(started.package, started.test));
+    return started;
   }
 
   void takeExtension(const std::string& stepId, const Json& extension) {
@@ -466,6 +492,7 @@ class RunParser {
   };
 
   int m_passes = 1;                        ///< of each test of the run
+  RunStarted m_names;                      ///< no more of it than the names
   int m_pass = 1;                          ///< of the next diagnosis
   std::size_t m_furtherFindings = 0;       ///< beside that of the next diagnosis
   std::map<std::string, OpenStep> m_open;  ///< steps that have not ended

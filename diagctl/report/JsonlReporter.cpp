@@ -103,6 +103,10 @@ Json describeMachine(const RunStarted& start) {
     addUnlessEmpty(hardware, "version", item.version);
     machine["hardwareInfos"].push_back(std::move(hardware));
   }
+  if (!start.localNames.empty()) {
+    machine["metadata"][kNamesLanguage] = start.language;
+    machine["metadata"][kLocalNames] = start.localNames;
+  }
   return machine;
 }
 
@@ -121,13 +125,12 @@ struct ToArtifact {
     for (const auto& [key, value] : start.parameters) {
       parameters[key] = value;
     }
-    return {kRunArtifact,
-            {{"testRunStart",
-              {{"name", start.name},
-               {"version", start.version},
-               {"commandLine", start.commandLine},
-               {"parameters", std::move(parameters)},
-               {"dutInfo", describeMachine(start)}}}}};
+    Json content{{"name", start.name},
+                 {"version", start.version},
+                 {"commandLine", start.commandLine},
+                 {"parameters", std::move(parameters)},
+                 {"dutInfo", describeMachine(start)}};
+    return {kRunArtifact, {{"testRunStart", std::move(content)}}};
   }
   Artifact operator()(const StepStarted& started) const {
     return {kStepArtifact, step(started.stepId, "testStepStart",

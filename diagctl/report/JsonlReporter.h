@@ -13,6 +13,10 @@ namespace TarvexDiags::FrontEnd {
 /// The name of the extension that tells what a run has covered.
 inline constexpr const char* kCoverageExtension = "coverage";
 
+/// What the beginning of a run tells of names in the language of its texts, among its metadata.
+inline constexpr const char* kNamesLanguage = "language";
+inline constexpr const char* kLocalNames = "localNames";
+
 /// JSON lines after the Open Compute Project's "Test and Validation output" specification, version
 /// 2.0: one artifact a line, flushed when it happens, so that a run that is killed leaves a usable
 /// file. The end of the run is then missing, which is itself evidence. Each run begins with the

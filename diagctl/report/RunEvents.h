@@ -59,6 +59,10 @@ struct RunStarted {
   std::vector<std::string> platforms;
   std::vector<HardwareItem> hardware;
   std::vector<SoftwareItem> software;
+  std::string language = {};  ///< of the texts for people; empty: not known
+  /// What packages ("Memory") and tests ("Memory: Walking ones") are called in that language, where
+  /// they have other names there.
+  std::map<std::string, std::string> localNames = {};
 };
 
 /// What stands for the package in the steps that are the program's own.
@@ -72,6 +76,9 @@ struct StepStarted {
   std::string test;
   std::string hardwareId;
   int passes = 1;
+  // What people are told in their language; empty: the name itself.
+  std::string localPackage = {};
+  std::string localTest = {};
 };
 
 struct StepProgress {

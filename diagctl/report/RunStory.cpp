@@ -39,12 +39,14 @@ std::string nameOfStep(const StepStarted& start) {
   return kept(tr("{} on {}", start.test, start.device));
 }
 
-// Names of a log may be of any length; the program's own are told in the reader's language.
+// Names of a log may be of any length; what has a name in the reader's language is told by that.
 StepStarted named(StepStarted start) {
   const std::string device = deviceOf(start);
   start.test = kept(testOf(start));
   start.device = kept(device);
-  start.package = kept(start.package);
+  start.package = kept(packageOf(start));
+  start.localPackage.clear();
+  start.localTest.clear();
   return start;
 }
 

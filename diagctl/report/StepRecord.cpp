@@ -35,7 +35,7 @@ std::string cut(const std::string& text) {
 
 std::size_t sizeOf(const StepStarted& start) {
   return start.stepId.size() + start.package.size() + start.device.size() + start.test.size() +
-         start.hardwareId.size();
+         start.hardwareId.size() + start.localPackage.size() + start.localTest.size();
 }
 
 // Beside those of the tests.
@@ -81,7 +81,8 @@ struct IntoStep {
   void operator()(const StepStarted& started) const {
     step.size -= sizeOf(step.start);
     step.start = started;
-    for (std::string* const name : {&step.start.package, &step.start.device, &step.start.test}) {
+    for (std::string* const name : {&step.start.package, &step.start.device, &step.start.test,
+                                    &step.start.localPackage, &step.start.localTest}) {
       *name = cut(*name);
     }
     step.size += sizeOf(step.start);

@@ -24,8 +24,6 @@ namespace TarvexDiags::FrontEnd {
 
 namespace {
 
-constexpr const char* kMargin = "         ";
-constexpr const char* kInnerMargin = "           ";
 constexpr int kWithInformation = 1;
 constexpr int kWithLog = 2;
 constexpr const char* kNewsMark = ". ";
@@ -36,6 +34,16 @@ constexpr std::size_t kMostProblems = 200;
 constexpr std::size_t kMostReasons = 50;
 constexpr std::size_t kMostAtTheEnd = 10;  ///< findings of a step
 constexpr const char* kGap = "   ";        ///< between what a result line tells
+
+// What stands below a verdict begins where the text beside it does.
+std::string marginOfText() {
+  return std::string(widthOfHeads() + 2, ' ');
+}
+
+// The same at the end, where verdicts are indented.
+std::string innerMargin() {
+  return "  " + marginOfText();
+}
 
 // As one line, or in several where it is wider; what needs no break stays as it is.
 std::vector<std::string> fitted(const std::string& line, std::size_t width) {
@@ -134,7 +142,9 @@ void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock:
   std::string packages;
   for (const SoftwareItem& item : start.software) {
     if (item.id != "controller") {
-      packages += fmt::format("{}{} {}", packages.empty() ? "" : ", ", item.name, item.version);
+      const std::string name = localNameOf(start, item.name);
+      packages += fmt::format("{}{} {}", packages.empty() ? "" : ", ",
+                              name.empty() ? item.name : name, item.version);
     }
   }
   if (!packages.empty()) {
@@ -268,7 +278,7 @@ std::vector<TextReporter::Finding> TextReporter::findingsOf(const StepRecord& st
 }
 
 void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
-  const std::string word = fmt::format("{:<7}", told(wordOf(outcome)));
+  const std::string word = headOf(outcome);
   switch (outcome) {
     case StepRecord::Outcome::Passed:
       return paint(Colour::Green, word);
@@ -281,7 +291,7 @@ void TextReporter::writeVerdict(StepRecord::Outcome outcome) {
 
 // A word and what stands behind it, wrapped below one another.
 void TextReporter::writeResult(StepRecord::Outcome outcome, const std::vector<std::string>& parts) {
-  const std::string margin = kMargin;
+  const std::string margin = marginOfText();
   const bool isBroken = m_settings.lineWidth >= margin.size() + kNarrowest;
   writeVerdict(outcome);
   std::string begin = "  ";
@@ -312,9 +322,9 @@ void TextReporter::writeStep(const StepRecord& step) {
     part = toPrintable(part, " ");
   }
   writeResult(outcome, parts);
-  writeFindings(kMargin, findingsOf(step, step.findings.size()), step.findings.omitted());
+  writeFindings(marginOfText(), findingsOf(step, step.findings.size()), step.findings.omitted());
   if (step.actions.omitted() > 0) {
-    writeIndented(kMargin, kAdviceMark, moreOf(step.actions));
+    writeIndented(marginOfText(), kAdviceMark, moreOf(step.actions));
   }
   writeNews(step);
   m_out.flush();
@@ -330,15 +340,15 @@ void TextReporter::writeNews(const StepRecord& step) {
     const std::string told = text.substr(mark);
     const bool isReason = isSkipped(step.outcome()) && step.findings.placeOf(told);
     if (!isReason) {
-      writeIndented(kMargin, "", text.substr(0, mark) + withoutDevice(told, step.start));
+      writeIndented(marginOfText(), "", text.substr(0, mark) + withoutDevice(told, step.start));
     }
   }
   if (news->second.texts.omitted() > 0) {
-    writeIndented(kMargin, kNewsMark, moreOf(news->second.texts));
+    writeIndented(marginOfText(), kNewsMark, moreOf(news->second.texts));
   }
 }
 
-void TextReporter::writeFindings(const char* margin, const std::vector<Finding>& findings,
+void TextReporter::writeFindings(const std::string& margin, const std::vector<Finding>& findings,
                                  std::size_t further) {
   for (const auto& [text, action] : findings) {
     writeIndented(margin, "", text);
@@ -378,7 +388,7 @@ void TextReporter::finish() {
 
 void TextReporter::writeTrouble(const std::string& trouble) {
   writeVerdict(StepRecord::Outcome::Trouble);
-  writeLines("  ", kMargin, trouble);
+  writeLines("  ", marginOfText(), trouble);
 }
 
 // What scrolled by is told again, without what repeats.
@@ -390,8 +400,8 @@ void TextReporter::writeProblems() {
   for (const Problem& problem : m_problems) {
     m_out.write("  ");
     writeVerdict(problem.outcome);
-    writeLines("  ", kInnerMargin, problem.name);
-    writeFindings(kInnerMargin, problem.findings, problem.further);
+    writeLines("  ", innerMargin(), problem.name);
+    writeFindings(innerMargin(), problem.findings, problem.further);
   }
   if (m_furtherProblems > 0) {
     m_out.say("  and {} more\n", m_furtherProblems);
@@ -404,10 +414,10 @@ void TextReporter::writeTroubles() {
   for (const std::string& trouble : m_record.troubles()) {
     m_out.write("  ");
     writeVerdict(StepRecord::Outcome::Trouble);
-    writeLines("  ", kInnerMargin, trouble);
+    writeLines("  ", innerMargin(), trouble);
   }
   if (m_record.troubles().omitted() > 0) {
-    writeIndented(kInnerMargin, "", moreOf(m_record.troubles()));
+    writeIndented(innerMargin(), "", moreOf(m_record.troubles()));
   }
 }
 
@@ -415,7 +425,7 @@ void TextReporter::writeReasons() {
   for (const auto& [reason, count] : m_reasons) {
     m_out.write("  ");
     writeVerdict(StepRecord::Outcome::Skipped);
-    writeLines("  ", kInnerMargin, testsText(count) + ": " + reason);
+    writeLines("  ", innerMargin(), testsText(count) + ": " + reason);
   }
   if (m_furtherSkips > 0) {
     m_out.write("  ");

@@ -55,7 +55,8 @@ class TextReporter : public Reporter {
   void keepFindings(const StepRecord& step);
   void writeStep(const StepRecord& step);
   void writeResult(StepRecord::Outcome outcome, const std::vector<std::string>& parts);
-  void writeFindings(const char* margin, const std::vector<Finding>& findings, std::size_t further);
+  void writeFindings(const std::string& margin, const std::vector<Finding>& findings,
+                     std::size_t further);
   void writeIndented(const std::string& margin, const std::string& mark, const std::string& text);
   /// @param before the first line. @param margin before the others.
   void writeLines(const std::string& before, const std::string& margin, const std::string& text);

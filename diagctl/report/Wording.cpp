@@ -1,7 +1,11 @@
 #include "diagctl/report/Wording.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <string_view>
 
+#include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -18,8 +22,39 @@ std::string runsText(std::size_t count) {
   return trn("1 run", "{} runs", count);
 }
 
+std::size_t widthOfHeads() {
+  using Word = StepRecord::Outcome;
+  std::size_t width = 0;
+  for (const Word outcome :
+       {Word::Passed, Word::Failed, Word::Warning, Word::Trouble, Word::Aborted, Word::Skipped}) {
+    width = std::max(width, columnsOf(told(wordOf(outcome))));
+  }
+  return width;
+}
+
+std::string headOf(StepRecord::Outcome outcome) {
+  return padded(told(wordOf(outcome)), widthOfHeads());
+}
+
+std::string keyOfTest(const std::string& package, const std::string& test) {
+  return fmt::format("{}: {}", package, test);
+}
+
+std::string localNameOf(const RunStarted& start, const std::string& key) {
+  const auto name = start.localNames.find(key);
+  const bool isKnown = name != start.localNames.end() && start.language == languageOfTexts();
+  return isKnown ? name->second : std::string();
+}
+
+std::string packageOf(const StepStarted& start) {
+  return start.localPackage.empty() ? start.package : start.localPackage;
+}
+
 std::string testOf(const StepStarted& start) {
-  return start.package == kOwnPackage ? told(start.test) : start.test;
+  if (start.package == kOwnPackage) {
+    return told(start.test);
+  }
+  return start.localTest.empty() ? start.test : start.localTest;
 }
 
 std::string deviceOf(const StepStarted& start) {
@@ -27,7 +62,7 @@ std::string deviceOf(const StepStarted& start) {
 }
 
 std::string nameOf(const StepStarted& start) {
-  return tr("{}: {} on {}", start.package, testOf(start), deviceOf(start));
+  return tr("{}: {} on {}", packageOf(start), testOf(start), deviceOf(start));
 }
 
 std::string withoutDevice(const std::string& text, const StepStarted& start) {

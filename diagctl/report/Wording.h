@@ -15,7 +15,20 @@ std::string testsText(std::size_t count);
 std::string machinesText(std::size_t count);
 std::string runsText(std::size_t count);
 
+/// A verdict at the head of a line, in a column that is as wide as the widest of them.
+std::string headOf(StepRecord::Outcome outcome);
+/// The columns that such a head takes.
+std::size_t widthOfHeads();
+
+/// How a test of a package stands among the names of a run: "Memory: Walking ones".
+std::string keyOfTest(const std::string& package, const std::string& test);
+/// What a package or a test is called in the language that is spoken; empty where the run does not
+/// tell it.
+/// @param key the package's name, or what `keyOfTest` says.
+std::string localNameOf(const RunStarted& start, const std::string& key);
+
 /// What ran, and on what. The log has the program's own steps in English, as it has the packages'.
+std::string packageOf(const StepStarted& start);
 std::string testOf(const StepStarted& start);
 std::string deviceOf(const StepStarted& start);
 /// "Memory: Walking ones on node 0".

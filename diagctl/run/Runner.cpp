@@ -235,8 +235,7 @@ void Runner::tellSkipped() {
   int number = 0;
   for (const SelectedPair& pair : m_plan.skipped) {
     const std::string id = fmt::format("skipped-{}", ++number);
-    tell(StepStarted{id, pair.package->name, pair.device->name, pair.test->name, hardwareIdOf(pair),
-                     passesOf(m_plan.options)});
+    tell(startOf(pair, id, passesOf(m_plan.options)));
     tell(StepMessage{id, Severity::Information, pair.package->describe(*pair.device, *pair.test),
                      ""});
     tell(StepEnded{id, RunStatus::Skip, false, pair.package->skipKindOf(*pair.device, *pair.test)});
@@ -418,11 +417,9 @@ void Runner::tellWithin(Step& repetition, RunEventBody body) {
 // A fault of the device that a crash is compared with is none of the one that crashed: it gets a
 // step of its own.
 void Runner::tellElsewhere(const Step& repetition, StepDiagnosis fault) {
-  const SelectedPair& pair = repetition.planned.pair;
   fault.stepId = idElsewhere(repetition.judge);
   if (m_record.find(fault.stepId) == nullptr) {
-    tell(StepStarted{fault.stepId, pair.package->name, pair.device->name, pair.test->name,
-                     hardwareIdOf(pair), repetition.planned.passes});
+    tell(startOf(repetition.planned.pair, fault.stepId, repetition.planned.passes));
   }
   tell(std::move(fault));
 }

@@ -67,6 +67,17 @@ std::string hardwareIdOf(const SelectedPair& pair) {
   return fmt::format("{}-{}", pair.package->index, pair.device->id);
 }
 
+StepStarted startOf(const SelectedPair& pair, const std::string& stepId, int passes) {
+  return {.stepId = stepId,
+          .package = pair.package->name,
+          .device = pair.device->name,
+          .test = pair.test->name,
+          .hardwareId = hardwareIdOf(pair),
+          .passes = passes,
+          .localPackage = pair.package->localName,
+          .localTest = pair.test->localName};
+}
+
 StepJudge::StepJudge(const PlannedRequest& planned, const Texts& texts, Stream stream,
                      std::string id)
     : m_planned(planned), m_texts(texts), m_stream(std::move(stream)), m_id(std::move(id)) {}
@@ -76,9 +87,7 @@ void StepJudge::begin() {
     return;
   }
   m_stream.beforeBegin();
-  const SelectedPair& pair = m_planned.pair;
-  m_stream.tell(StepStarted{m_id, pair.package->name, pair.device->name, pair.test->name,
-                            hardwareIdOf(pair), m_planned.passes});
+  m_stream.tell(startOf(m_planned.pair, m_id, m_planned.passes));
 }
 
 void StepJudge::take(const Diag::DiagnosticEvent& event) {

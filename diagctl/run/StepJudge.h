@@ -125,4 +125,7 @@ class StepJudge {
 /// How a device is named in the stream.
 std::string hardwareIdOf(const SelectedPair& pair);
 
+/// The beginning of the step of a pair.
+StepStarted startOf(const SelectedPair& pair, const std::string& stepId, int passes);
+
 }  // namespace TarvexDiags::FrontEnd

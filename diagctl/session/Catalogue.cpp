@@ -146,6 +146,18 @@ std::size_t Catalogue::numberOfDevices() const {
       [](std::size_t sum, const PackageItem& package) { return sum + package.devices.size(); });
 }
 
+void addLocalNames(Catalogue& catalogue, const Texts& texts) {
+  for (PackageItem& package : catalogue.packages) {
+    package.localName = texts.localName(package.index, "Package");
+    package.localDescription = texts.localDescription(package.index, "Package");
+    for (TestItem& test : package.tests) {
+      const std::string section = fmt::format("TestID{}", test.id);
+      test.localName = texts.localName(package.index, section);
+      test.localDescription = texts.localDescription(package.index, section);
+    }
+  }
+}
+
 Catalogue readCatalogue(Controller& controller, const std::string& language) {
   const Texts texts(controller, language);
   Catalogue catalogue;

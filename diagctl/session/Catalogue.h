@@ -10,6 +10,8 @@
 
 namespace TarvexDiags::FrontEnd {
 
+class Texts;
+
 /// Whether a test can run on a device.
 enum class PairState {
   Enabled,
@@ -25,6 +27,14 @@ struct TestItem {
   std::string capabilities = {};
   std::string openMode = {};
   int estimatedTime = 0;
+  std::string localName = {};         ///< in the chosen language; empty: the name is told
+  std::string localDescription = {};  ///< the same
+
+  /// What people are told; who asks for the test calls it by its name or number.
+  const std::string& toldName() const { return localName.empty() ? name : localName; }
+  const std::string& toldDescription() const {
+    return localDescription.empty() ? description : localDescription;
+  }
 };
 
 struct DeviceItem {
@@ -50,6 +60,13 @@ struct PackageItem {
   std::map<std::pair<unsigned int, int>, PairState> pairs;      ///< by device and test
   std::map<std::pair<unsigned int, int>, std::string> reasons;  ///< why not supported, if known
   std::map<std::pair<unsigned int, int>, SkipKind> skipKinds;   ///< the same in a word
+  std::string localName = {};         ///< in the chosen language; empty: the name is told
+  std::string localDescription = {};  ///< the same
+
+  const std::string& toldName() const { return localName.empty() ? name : localName; }
+  const std::string& toldDescription() const {
+    return localDescription.empty() ? description : localDescription;
+  }
 
   PairState stateOf(const DeviceItem& device, const TestItem& test) const;
   /// What the state of a pair means, for people: "not supported: there is no such sensor".
@@ -72,6 +89,10 @@ struct Catalogue {
 
   std::size_t numberOfDevices() const;
 };
+
+/// Fills in what packages and tests are called in the language of the texts.
+/// @param texts must have kept those of the packages.
+void addLocalNames(Catalogue& catalogue, const Texts& texts);
 
 /// Reads the whole catalogue of an enumerated controller.
 /// @param language for the texts of device statuses.

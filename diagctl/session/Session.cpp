@@ -58,6 +58,7 @@ Session::Session(const std::string& controlFile, const std::string& language,
     apply(settings, discovery, ahead);
     m_catalogue = readCatalogue(m_controller, language);
     keepTexts();
+    addLocalNames(m_catalogue, m_texts);
     addReasons(m_catalogue, reasons.lines(), m_texts);
     nameLostPackages();
   } catch (...) {

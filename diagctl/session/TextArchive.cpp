@@ -1,8 +1,10 @@
 #include "diagctl/session/TextArchive.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "diagctl/session/ConfigurationText.h"
 #include "packagekit/contract/KitCodes.h"
@@ -13,6 +15,8 @@ namespace TarvexDiags::FrontEnd {
 namespace {
 
 using Diag::DiagnosticEvent;
+
+constexpr std::array kKeysOfNames = {TextArchive::kNameToken, TextArchive::kDescriptionToken};
 
 // Null for what is missing or empty, which the controller takes for the same.
 const std::string* find(const std::map<std::string, std::string>& entries, const std::string& key) {
@@ -65,6 +69,13 @@ void TextArchive::keep(int packageIndex, const std::string& directory, const std
       const std::string section = PackageKit::Contract::sectionOf(type);
       m_tokens[{packageIndex, section}] = file->keys(section);
     }
+    for (const std::string& section : file->sections()) {
+      for (const char* const key : kKeysOfNames) {
+        if (auto token = file->value(section, key)) {
+          m_names[{packageIndex, section}].emplace(key, std::move(*token));
+        }
+      }
+    }
     m_packages.insert(packageIndex);
   }
   for (const std::string& language : languages) {
@@ -81,6 +92,14 @@ std::optional<std::string> TextArchive::token(int packageIndex, DiagnosticEvent:
   const std::string* found =
       tokens != m_tokens.end() ? find(tokens->second, std::to_string(code)) : nullptr;
   return found != nullptr ? std::optional(*found) : std::nullopt;
+}
+
+std::optional<std::string> TextArchive::name(int packageIndex, const std::string& language,
+                                             const std::string& section,
+                                             const std::string& key) const {
+  const auto tokens = m_names.find({packageIndex, section});
+  const std::string* const token = tokens != m_names.end() ? find(tokens->second, key) : nullptr;
+  return token != nullptr ? message(packageIndex, language, *token, {}) : std::nullopt;
 }
 
 std::optional<std::string> TextArchive::message(int packageIndex, const std::string& language,

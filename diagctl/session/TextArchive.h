@@ -16,10 +16,19 @@ namespace TarvexDiags::FrontEnd {
 /// told, with the disk that they lay on.
 class TextArchive {
  public:
+  /// The keys by which a section tells the tokens of a name and of a description.
+  static constexpr const char* kNameToken = "NameToken";
+  static constexpr const char* kDescriptionToken = "DescriptionToken";
+
   /// Reads the files of one package; what cannot be read is not kept.
   /// @param directory of the packages.
   void keep(int packageIndex, const std::string& directory, const std::string& baseName,
             const std::vector<std::string>& languages);
+
+  /// What a package or one of its tests is called in a language; nothing where that has no text.
+  /// @param section of the package's description. @param key that names the token there.
+  std::optional<std::string> name(int packageIndex, const std::string& language,
+                                  const std::string& section, const std::string& key) const;
 
   /// Whether a package's tokens are kept: what is none of them has no token.
   bool keepsTokens(int packageIndex) const { return m_packages.contains(packageIndex); }
@@ -42,6 +51,7 @@ class TextArchive {
 
   std::set<int> m_packages;                                 ///< whose tokens are kept
   std::map<std::pair<int, std::string>, Entries> m_tokens;  ///< by package and section
+  std::map<std::pair<int, std::string>, Entries> m_names;   ///< tokens of names, the same
   std::map<std::pair<int, std::string>, Entries> m_texts;   ///< by package and language
 };
 

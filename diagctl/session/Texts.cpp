@@ -89,6 +89,22 @@ std::string Texts::reason(int packageIndex, const std::string& wordsOrToken) con
   return wordsOrToken;
 }
 
+std::string Texts::localName(int packageIndex, const std::string& section) const {
+  return local(packageIndex, section, TextArchive::kNameToken);
+}
+
+std::string Texts::localDescription(int packageIndex, const std::string& section) const {
+  return local(packageIndex, section, TextArchive::kDescriptionToken);
+}
+
+// In English a thing has the name by which it is asked for, and no other.
+std::string Texts::local(int packageIndex, const std::string& section, const char* key) const {
+  auto text = m_language == Contract::kFallbackLanguage
+                  ? std::nullopt
+                  : m_archive.name(packageIndex, m_language, section, key);
+  return canBeTold(text, m_language) ? std::move(*text) : std::string();
+}
+
 std::optional<std::string> Texts::deviceStatus(int packageIndex, unsigned int status) const {
   char* text = nullptr;
   const auto code = m_controller.getDeviceStatusToken(packageIndex, status, text);

@@ -30,6 +30,14 @@ class Texts {
   /// @param directory of the packages.
   void keep(int packageIndex, const std::string& directory, const std::string& baseName);
 
+  /// What a package, or one of its tests, is called in the language. Empty where its texts have no
+  /// name, or one that cannot be shown, and in English, where it bears its own. Only of packages
+  /// whose texts are kept.
+  /// @param section of the package's description.
+  std::string localName(int packageIndex, const std::string& section) const;
+  /// The same for what describes it.
+  std::string localDescription(int packageIndex, const std::string& section) const;
+
   std::optional<std::string> deviceStatus(int packageIndex, unsigned int status) const;
 
   const std::string& language() const { return m_language; }
@@ -37,6 +45,8 @@ class Texts {
  private:
   std::optional<std::string> localise(int packageIndex, const std::string& token,
                                       std::vector<std::string> parameters) const;
+
+  std::string local(int packageIndex, const std::string& section, const char* key) const;
 
   DiagCtrl::DiagnosticController& m_controller;
   std::string m_language;

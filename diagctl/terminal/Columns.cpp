@@ -99,6 +99,11 @@ std::string shortened(std::string_view text, std::size_t columns) {
   return std::string(head).append(mark).append(tail);
 }
 
+std::string padded(std::string_view text, std::size_t columns) {
+  const std::size_t width = columnsOf(text);
+  return std::string(text).append(columns > width ? columns - width : 0, ' ');
+}
+
 std::size_t widthOfOutput() {
   winsize size{};
   if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||

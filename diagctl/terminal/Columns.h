@@ -21,6 +21,9 @@ std::string_view firstColumns(std::string_view text, std::size_t columns);
 /// names that are alike at one end mostly differ at the other.
 std::string shortened(std::string_view text, std::size_t columns);
 
+/// A printable text with blanks behind it, so that it takes so many columns; a wider one as it is.
+std::string padded(std::string_view text, std::size_t columns);
+
 /// How wide lines may be that go to standard output: the window's width, within bounds in which
 /// text can be read; a usual one where there is no window.
 std::size_t widthOfOutput();

@@ -39,7 +39,7 @@ class DiagctlLanguage : public Diagctl {
 bool isToldToPeople(const std::string& name) {
   const std::vector<std::string> names = {"message", "resolution",     "commandLine", "timestamp",
                                           "seconds", "measuredAt",     "duration",    "value",
-                                          "text",    "sequenceNumber", "parameters"};
+                                          "text",    "sequenceNumber", "parameters",  "metadata"};
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
@@ -143,6 +143,80 @@ TEST_F(DiagctlLanguage, of_a_report_is_the_readers_and_not_the_logs) {
             kPassed);
   EXPECT_THAT(runIn("C.UTF-8", {"report", log, "--lang", "de"}).out,
               Not(AnyOf(HasSubstr("Verdict"), HasSubstr("PASSED"))));
+}
+
+/// With a package whose names have another text in German.
+class NamesInALanguage : public DiagctlLanguage {
+ protected:
+  NamesInALanguage() {
+    place.addPackage("WIRE",
+                     {{.name = "Pull", .more = "NameToken=PULL\nDescriptionToken=PULL_TOLD"},
+                      {.name = "Twist", .behaviour = "fail", .more = "NameToken=TWIST"}},
+                     {{"Red", "bus/red"}});
+    place.replaceIn(place.packageFile("WIRE"), "Mnemonic=", "NameToken=WIRE\nMnemonic=");
+    place.replaceIn(place.path("packages/de/WIRE.cfg"), "[de]\n",
+                    "[de]\nWIRE=Die Drähte\nPULL=Zugprobe\nPULL_TOLD=Zieht daran\n"
+                    "TWIST=Drehprobe\n");
+  }
+
+  std::string inGerman(std::vector<std::string> words) {
+    words.insert(words.end(), {"--lang", "de"});
+    return runIn("C.UTF-8", words).out;
+  }
+};
+
+TEST_F(NamesInALanguage, are_told_with_those_to_ask_for) {
+  EXPECT_THAT(inGerman({"list"}), HasSubstr("Die Drähte (Package WIRE)"));
+  EXPECT_THAT(inGerman({"list", "tests"}), HasSubstr("Zugprobe (Pull)"));
+  EXPECT_THAT(inGerman({"show", "Pull"}),
+              AllOf(HasSubstr("Die Drähte: Zugprobe (Pull)"), HasSubstr("Zieht daran")));
+  EXPECT_THAT(run({"list", "tests", "--lang", "en"}).out, Not(HasSubstr("Zugprobe")));
+  EXPECT_THAT(run({"list", "tests", "--lang", "fr"}).out, Not(HasSubstr("Zugprobe")));
+}
+
+TEST_F(NamesInALanguage, are_those_of_runs_estimates_and_plans) {
+  const std::vector<std::string> selected = {"-p", "WIRE", "-t", "Pull"};
+  for (std::vector<std::string> words : {std::vector<std::string>{"run", "-q"},
+                                         {"run", "--dry-run"},
+                                         {"estimate"},
+                                         {"run", "-q", "--format", "html"}}) {
+    words.insert(words.end(), selected.begin(), selected.end());
+    EXPECT_THAT(inGerman(words),
+                AllOf(HasSubstr("Die Drähte: Zugprobe"), Not(HasSubstr("Pull on"))))
+        << words.back();
+  }
+}
+
+TEST_F(NamesInALanguage, are_english_to_programs_and_in_patterns) {
+  for (const std::string format : {"tap", "junit"}) {
+    EXPECT_THAT(inGerman({"run", "-q", "-t", "Pull", "--format", format}),
+                AllOf(HasSubstr("Pull"), Not(HasSubstr("Zugprobe"))));
+  }
+  EXPECT_THAT(inGerman({"list", "tests", "--format", "json"}), Not(HasSubstr("Zugprobe")));
+  EXPECT_EQ(runIn("C.UTF-8", {"run", "-q", "-t", "Zugprobe", "--lang", "de"}).exitCode,
+            kNothingRan);
+}
+
+TEST_F(NamesInALanguage, are_told_from_a_log_to_those_who_read_the_language) {
+  const std::string log = place.path("log.jsonl");
+  inGerman({"run", "-q", "-t", "Pull", "-o", "jsonl=" + log});
+  EXPECT_THAT(contentsOf(log), HasSubstr("\"Package WIRE: Pull on Red\""));
+  EXPECT_THAT(inGerman({"report", log}), HasSubstr("Die Drähte: Zugprobe"));
+  EXPECT_THAT(inGerman({"report", log, "--format", "html"}), HasSubstr("Die Drähte: Zugprobe"));
+  EXPECT_THAT(runIn("C.UTF-8", {"report", log, "--lang", "en"}).out,
+              AllOf(HasSubstr("Package WIRE: Pull on Red"), Not(HasSubstr("Zugprobe"))));
+}
+
+TEST_F(NamesInALanguage, stand_in_one_column_behind_any_verdict) {
+  const std::string told = inGerman({"run", "-q", "-p", "WIRE"});
+  std::set<std::size_t> columns;
+  for (const std::string& line : linesOf(told)) {
+    if (const std::size_t column = line.find("Die Drähte: ");
+        line.find(" s ") != std::string::npos) {
+      columns.insert(column);
+    }
+  }
+  EXPECT_EQ(columns.size(), 1U) << told;
 }
 
 }  // namespace

@@ -53,7 +53,9 @@ class KeptTexts : public ::testing::Test {
   KeptTexts() {
     m_place.makeDirectory("en");
     m_place.makeDirectory("de");
-    m_place.write("disk.cfg", "[Error]\n7=STUCK\n8=\n[Warning]\n7=WEAK\n");
+    m_place.write("disk.cfg",
+                  "[Error]\n7=STUCK\n8=\n[Warning]\n7=WEAK\n[Package]\nNameToken=FOOT\n"
+                  "[TestID2]\nNameToken=HAND\nDescriptionToken=FOOT\n");
     m_place.write("en/disk.cfg", "[en]\nSTUCK=$1$ is stuck.\nARM=The arm\n");
     m_place.write("de/disk.cfg",
                   "[de]\nSTUCK=$1$ klemmt.\nFOOT=Der Fuß\nthe long, thin arm=Der dünne "
@@ -84,6 +86,15 @@ TEST_F(KeptTexts, tell_words_that_stand_in_for_a_parameter_alone_or_in_a_list) {
            {"", " klemmt."}}) {
     EXPECT_EQ(m_archive.message(3, "de", "STUCK", {parameter}), told) << parameter;
   }
+}
+
+TEST_F(KeptTexts, name_packages_and_tests_by_their_tokens) {
+  EXPECT_EQ(m_archive.name(3, "de", "Package", TextArchive::kNameToken), "Der Fuß");
+  EXPECT_EQ(m_archive.name(3, "de", "TestID2", TextArchive::kDescriptionToken), "Der Fuß");
+  EXPECT_EQ(m_archive.name(3, "de", "TestID2", TextArchive::kNameToken), std::nullopt);
+  EXPECT_EQ(m_archive.name(3, "de", "Package", TextArchive::kDescriptionToken), std::nullopt);
+  EXPECT_EQ(m_archive.name(3, "de", "TestID1", TextArchive::kNameToken), std::nullopt);
+  EXPECT_EQ(m_archive.name(3, "fr", "Package", TextArchive::kNameToken), std::nullopt);
 }
 
 TEST_F(KeptTexts, are_known_to_be_all_that_there_are) {

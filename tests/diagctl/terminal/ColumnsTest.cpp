@@ -21,6 +21,12 @@ TEST(Columns, are_counted_by_what_a_terminal_shows) {
   EXPECT_EQ(columnsOf(""), 0U);
 }
 
+TEST(Columns, are_filled_behind_a_text) {
+  EXPECT_EQ(padded("ab", 4), "ab  ");
+  EXPECT_EQ(padded("内存", 5), "内存 ");
+  EXPECT_EQ(padded("abc", 2), "abc");
+}
+
 TEST(Columns, bound_the_lines_of_a_text) {
   EXPECT_THAT(wrapped("one two three", 7), ElementsAre("one two", "three"));
   EXPECT_THAT(wrapped("incomprehensible word", 5), ElementsAre("incomprehensible", "word"));
