@@ -87,9 +87,9 @@ int carryOutInventory(Printer& out, const InventoryOptions& options) {
 int carryOutInventoryGolden(const InventoryGoldenOptions& options) {
   if (options.files.size() < Inventory::kFewestForGolden) {
     throw UsageFault(
-        tr("of {} machines there is no majority that means anything; at least {} "
-           "are needed",
-           options.files.size(), Inventory::kFewestForGolden));
+        trn("of 1 machine there is no majority that means anything; at least {1} are needed",
+            "of {0} machines there is no majority that means anything; at least {1} are needed",
+            options.files.size(), Inventory::kFewestForGolden));
   }
   Inventory::Rules rules = rulesFrom(options.rules);
   rules.append(Inventory::Rules::shipped());

@@ -20,7 +20,10 @@ namespace TarvexDiags::FrontEnd::Html {
 
 namespace {
 
-constexpr std::size_t kMostLanesDrawn = 48;
+constexpr std::size_t kMostLanesDrawn = 128;
+constexpr std::size_t kLeastLanesDrawn = 64;  ///< however much each of them has
+constexpr std::size_t kMostLaneBytes = 450UL << 10U;
+constexpr std::size_t kMostLaneTableBytes = 150UL << 10U;
 constexpr std::size_t kMostTitles = 300;
 constexpr std::size_t kMostMarksDrawn = 300;
 constexpr std::size_t kMostMarksTold = 3;  ///< of a lane, in its table
@@ -43,17 +46,18 @@ std::size_t problemsOf(const RunStory::Lane& lane) {
   return problems;
 }
 
-// In their order; where there are too many, those with problems before others.
-std::vector<const RunStory::Lane*> lanesOf(const RunStory& story) {
-  std::vector<const RunStory::Lane*> lanes;
+using Lanes = std::vector<const RunStory::Lane*>;
+
+// In their order; where there are too many to draw, those with problems before others.
+Lanes lanesOf(const RunStory& story) {
+  Lanes lanes;
   for (const RunStory::Lane& lane : story.lanes()) {
     lanes.push_back(&lane);
   }
-  if (lanes.size() > kMostLanesDrawn) {
+  if (lanes.size() > kLeastLanesDrawn) {
     std::stable_partition(lanes.begin(), lanes.end(), [](const RunStory::Lane* lane) {
       return problemsOf(*lane) > 0 || !lane->marks.empty();
     });
-    lanes.resize(kMostLanesDrawn);
   }
   return lanes;
 }
@@ -118,11 +122,17 @@ std::string findingsOf(const RunStory::Lane& lane) {
                                   : findings;
 }
 
-void writeLanesAsTable(Svg::Markup& out, const std::vector<const RunStory::Lane*>& lanes) {
+void writeLanesAsTable(Svg::Markup& out, const Lanes& lanes) {
   const Folded folded(out, tr("The same as a table"), "data");
   Table table(out, tr("What ran on each device, and when since the beginning of the run"),
               {tr("Device"), "#" + tr("From"), "#" + tr("To"), tr("Tests"), tr("Watch")});
+  const std::size_t begin = out.size();
+  std::size_t written = 0;
   for (const RunStory::Lane* lane : lanes) {
+    if (out.size() - begin > kMostLaneTableBytes && written >= kLeastLanesDrawn) {
+      break;
+    }
+    ++written;
     double from = std::numeric_limits<double>::max();
     double to = 0;
     for (const RunStory::Span& span : lane->spans) {
@@ -132,25 +142,39 @@ void writeLanesAsTable(Svg::Markup& out, const std::vector<const RunStory::Lane*
     table.row({lane->device, lane->spans.empty() ? "" : offsetText(from),
                lane->spans.empty() ? "" : offsetText(to), toText(lane->sums), findingsOf(*lane)});
   }
+  table.rowOfMore(lanes.size() - written);
 }
 
 // Sensors of one quantity stand together, under its name.
-std::string groupOf(const std::string& unit) {
-  static const std::map<std::string, const char*> kGroups = {{"\u00b0C", marked("Temperatures")},
-                                                             {"MHz", marked("Frequencies")},
-                                                             {"GHz", marked("Frequencies")},
-                                                             {"Hz", marked("Frequencies")},
-                                                             {"RPM", marked("Fans")},
-                                                             {"W", marked("Power")},
-                                                             {"V", marked("Voltages")},
-                                                             {"%", marked("Shares")}};
+enum class Group { Temperatures, Frequencies, Fans, Power, Voltages, Shares, Others };
+
+Group groupOf(const std::string& unit) {
+  static const std::map<std::string, Group> kGroups = {
+      {"\u00b0C", Group::Temperatures}, {"MHz", Group::Frequencies}, {"GHz", Group::Frequencies},
+      {"Hz", Group::Frequencies},       {"RPM", Group::Fans},        {"W", Group::Power},
+      {"V", Group::Voltages},           {"%", Group::Shares}};
   const auto group = kGroups.find(unit);
-  return told(group != kGroups.end() ? group->second : marked("Other sensors"));
+  return group != kGroups.end() ? group->second : Group::Others;
 }
 
-int placeOfGroup(const std::string& unit) {
-  constexpr std::array<std::string_view, 6> kOrder = {"\u00b0C", "MHz", "GHz", "Hz", "RPM", "W"};
-  return static_cast<int>(std::find(kOrder.begin(), kOrder.end(), unit) - kOrder.begin());
+std::string titleOf(Group group) {
+  switch (group) {
+    case Group::Temperatures:
+      return tr("Temperatures");
+    case Group::Frequencies:
+      return tr("Frequencies");
+    case Group::Fans:
+      return tr("Fans");
+    case Group::Power:
+      return tr("Power");
+    case Group::Voltages:
+      return tr("Voltages");
+    case Group::Shares:
+      return tr("Shares");
+    case Group::Others:
+      break;
+  }
+  return tr("Other sensors");
 }
 
 struct Range {
@@ -214,8 +238,8 @@ std::vector<const RunStory::Sensor*> sensorsOf(const RunStory& story) {
   };
   std::stable_sort(sensors.begin(), sensors.end(),
                    [&](const RunStory::Sensor* left, const RunStory::Sensor* right) {
-                     const int first = placeOfGroup(left->unit);
-                     const int second = placeOfGroup(right->unit);
+                     const Group first = groupOf(left->unit);
+                     const Group second = groupOf(right->unit);
                      return first != second ? first < second : shareOf(left) > shareOf(right);
                    });
   return sensors;
@@ -357,8 +381,8 @@ bool isWorthAPlot(const RunStory::ValuesByTest& values) {
                      [](const auto& of) { return of.second.size() > 1; });
 }
 
-/// The sensors of one group, from the first of them on.
-using SensorsFrom = std::vector<const RunStory::Sensor*>::const_iterator;
+using Sensors = std::vector<const RunStory::Sensor*>;
+using SensorsFrom = Sensors::const_iterator;
 
 void writePlots(Svg::Markup& out, const PageRun& run, SensorsFrom from, SensorsFrom to,
                 std::size_t& number) {
@@ -369,15 +393,63 @@ void writePlots(Svg::Markup& out, const PageRun& run, SensorsFrom from, SensorsF
   out.close();
 }
 
+// What no picture has room for is told in a line.
+void writeUndrawn(Svg::Markup& out, SensorsFrom from, SensorsFrom to) {
+  const auto count = static_cast<std::size_t>(to - from);
+  const Folded folded(out, trn("1 more sensor, as a table", "{} more sensors, as a table", count));
+  Table table(
+      out, tr("Sensors that are not drawn"),
+      {tr("Sensor"), "#" + tr("Lowest"), "#" + tr("Highest"), "#" + tr("Limit"), tr("Unit")});
+  for (; from != to; ++from) {
+    const RunStory::Sensor& sensor = **from;
+    const Range range = rangeOf(sensor);
+    table.row({sensor.name, numberText(range.lowest), numberText(range.highest),
+               sensor.most ? numberText(*sensor.most) : "", sensor.unit});
+  }
+}
+
+/// How many sensors of each group are drawn: as many of one as of another while there are any.
+std::map<Group, std::size_t> sharesOf(const Sensors& sensors) {
+  std::map<Group, std::size_t> counts;
+  for (const RunStory::Sensor* sensor : sensors) {
+    ++counts[groupOf(sensor->unit)];
+  }
+  std::map<Group, std::size_t> shares;
+  for (std::size_t left = std::min(sensors.size(), kMostSensorsDrawn); left > 0;) {
+    for (const auto& [group, count] : counts) {
+      if (left > 0 && shares[group] < count) {
+        ++shares[group];
+        --left;
+      }
+    }
+  }
+  return shares;
+}
+
 void writeGroup(Svg::Markup& out, const PageRun& run, SensorsFrom from, SensorsFrom to,
                 std::size_t& number) {
-  out.leaf("h4", groupOf((*from)->unit));
   const auto open = from + std::min<std::ptrdiff_t>(to - from, kMostSensorsOpen);
   writePlots(out, run, from, open, number);
   if (open != to) {
-    const Folded folded(out, tr("{} more sensors", to - open));
+    const Folded folded(
+        out, trn("1 more sensor", "{} more sensors", static_cast<std::size_t>(to - open)));
     writePlots(out, run, open, to, number);
   }
+}
+
+Svg::Markup drawingOf(const PageRun& run, const Lanes& lanes, std::size_t count) {
+  Svg::Timeline timeline{{run.id + "-lanes", tr("What ran when, by device"),
+                          tr("A lane for each device, over the time of the run. The table below "
+                             "tells the same.")},
+                         run.record.seconds(),
+                         {}};
+  Room room;
+  for (std::size_t place = 0; place < count; ++place) {
+    timeline.lanes.push_back(laneOf(run.story, *lanes[place], room));
+  }
+  Svg::Markup drawing;
+  Svg::write(drawing, timeline);
+  return drawing;
 }
 
 }  // namespace
@@ -387,15 +459,12 @@ void writeTimeline(Svg::Markup& out, const PageRun& run) {
     return;
   }
   const Section section(out, run.id + "-timeline", tr("What ran when"));
-  const std::vector<const RunStory::Lane*> lanes = lanesOf(run.story);
-  Svg::Timeline timeline{{run.id + "-lanes", tr("What ran when, by device"),
-                          tr("A lane for each device, over the time of the run. The table below "
-                             "tells the same.")},
-                         run.record.seconds(),
-                         {}};
-  Room room;
-  for (const RunStory::Lane* lane : lanes) {
-    timeline.lanes.push_back(laneOf(run.story, *lane, room));
+  const Lanes lanes = lanesOf(run.story);
+  std::size_t drawn = std::min(lanes.size(), kMostLanesDrawn);
+  Svg::Markup drawing = drawingOf(run, lanes, drawn);
+  if (drawn > kLeastLanesDrawn && drawing.size() > kMostLaneBytes) {
+    drawn = kLeastLanesDrawn;
+    drawing = drawingOf(run, lanes, drawn);
   }
   writeParagraph(out, "quiet",
                  tr("Low bars have passed, tall ones have not and bear the sign of their verdict. "
@@ -406,16 +475,18 @@ void writeTimeline(Svg::Markup& out, const PageRun& run) {
                    {"role", "group"},
                    {"aria-label", tr("What ran when, by device")}});
   out.open("div", {{"class", "timeline"}});
-  Svg::write(out, timeline);
+  out.append(drawing);
   out.close();
   out.close();
-  if (lanes.size() < run.story.lanes().size()) {
+  if (drawn < lanes.size()) {
     writeParagraph(out, "quiet",
-                   tr("and {} more devices", run.story.lanes().size() - lanes.size()));
+                   trn("and 1 more device, which the table has",
+                       "and {} more devices, which the table has", lanes.size() - drawn));
   }
-  if (run.story.omitted().lanes > 0) {
-    writeParagraph(out, "quiet",
-                   tr("and {} more tests, which the log has", run.story.omitted().lanes));
+  if (const std::size_t further = run.story.omitted().lanes; further > 0) {
+    writeParagraph(
+        out, "quiet",
+        trn("and 1 more test, which the log has", "and {} more tests, which the log has", further));
   }
   writeLanesAsTable(out, lanes);
 }
@@ -427,20 +498,24 @@ void writeSensors(Svg::Markup& out, const PageRun& run) {
   }
   const Section section(out, run.id + "-sensors", tr("Temperatures, frequencies, fans, power"));
   writeLimits(out, run, sensors);
-  const std::size_t all = sensors.size() + run.story.omitted().sensors;
-  sensors.resize(std::min(sensors.size(), kMostSensorsDrawn));
   std::size_t number = 0;
-  for (auto from = sensors.cbegin(); from != sensors.cend();) {
-    const std::string group = groupOf((*from)->unit);
-    const auto to = std::find_if(from, sensors.cend(), [&](const RunStory::Sensor* sensor) {
-      return groupOf(sensor->unit) != group;
-    });
-    writeGroup(out, run, from, to, number);
+  auto from = sensors.cbegin();
+  for (const auto& [group, share] : sharesOf(sensors)) {
+    const auto to = std::find_if(
+        from, sensors.cend(),
+        [of = group](const RunStory::Sensor* sensor) { return groupOf(sensor->unit) != of; });
+    const auto drawn = from + static_cast<std::ptrdiff_t>(share);
+    out.leaf("h4", titleOf(group));
+    writeGroup(out, run, from, drawn, number);
+    if (drawn != to) {
+      writeUndrawn(out, drawn, to);
+    }
     from = to;
   }
-  if (all > sensors.size()) {
+  if (const std::size_t further = run.story.omitted().sensors; further > 0) {
     writeParagraph(out, "quiet",
-                   tr("and {} more sensors, which the log has", all - sensors.size()));
+                   trn("and 1 more sensor, which the log has",
+                       "and {} more sensors, which the log has", further));
   }
 }
 
@@ -468,11 +543,14 @@ void writeFigures(Svg::Markup& out, const PageRun& run) {
   }
   out.close();
   if (further > 0) {
-    writeParagraph(out, "quiet", tr("and {} more figures, which the log has", further));
-  }
-  if (run.story.omitted().values > 0) {
     writeParagraph(out, "quiet",
-                   tr("and {} more values, which the log has", run.story.omitted().values));
+                   trn("and 1 more figure, which the log has",
+                       "and {} more figures, which the log has", further));
+  }
+  if (const std::size_t values = run.story.omitted().values; values > 0) {
+    writeParagraph(out, "quiet",
+                   trn("and 1 more value, which the log has",
+                       "and {} more values, which the log has", values));
   }
 }
 

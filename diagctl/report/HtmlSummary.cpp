@@ -299,7 +299,8 @@ void writeWhatToDo(Svg::Markup& out, const PageRun& run) {
   for (const Part& part : parts) {
     if (out.size() - begin > kMostPartsBytes) {
       out.leaf("li",
-               tr("and {} more devices; the table of tests has them", parts.size() - written));
+               trn("and 1 more device; the table of tests has it",
+                   "and {} more devices; the table of tests has them", parts.size() - written));
       break;
     }
     writePart(out, run.story, part);
@@ -307,7 +308,8 @@ void writeWhatToDo(Svg::Markup& out, const PageRun& run) {
   }
   writeTroublesOfRun(out, run.record);
   if (run.story.omitted().problems > 0) {
-    out.leaf("li", tr("and {} more findings, which the log has", run.story.omitted().problems));
+    out.leaf("li", trn("and 1 more finding, which the log has",
+                       "and {} more findings, which the log has", run.story.omitted().problems));
   }
   writeLeftOut(out, run.story);
   out.close();

@@ -67,7 +67,7 @@ void writeDevices(Svg::Markup& out, const RunStory::Fold& fold) {
     out.text(shown(fold.devices.front()));
     return;
   }
-  const Folded folded(out, tr("{} devices", fold.count));
+  const Folded folded(out, trn("1 device", "{} devices", fold.count));
   std::size_t written = 0;
   std::string names;
   for (const std::string& device : fold.devices) {
@@ -207,7 +207,9 @@ void writeTests(Svg::Markup& out, const PageRun& run) {
     further += folds - writeFolds(out, table, run.story);
   }
   if (further > 0) {
-    writeParagraph(out, "quiet", tr("and {} more rows, which the log has", further));
+    writeParagraph(
+        out, "quiet",
+        trn("and 1 more row, which the log has", "and {} more rows, which the log has", further));
   }
 }
 

@@ -485,10 +485,34 @@ const char* wordOf(StepRecord::Outcome outcome) {
   return marked("SKIPPED");
 }
 
+std::string toText(StepRecord::Outcome outcome, std::size_t count) {
+  switch (outcome) {
+    case StepRecord::Outcome::Passed:
+      return trn("1 passed", "{} passed", count);
+    case StepRecord::Outcome::Failed:
+      return trn("1 failed", "{} failed", count);
+    case StepRecord::Outcome::Warning:
+      return trn("1 with a warning", "{} with a warning", count);
+    case StepRecord::Outcome::Trouble:
+      return trn("1 without a verdict", "{} without a verdict", count);
+    case StepRecord::Outcome::Aborted:
+      return trn("1 aborted", "{} aborted", count);
+    case StepRecord::Outcome::NotRun:
+      return trn("1 not run", "{} not run", count);
+    case StepRecord::Outcome::SkippedForPrivilege:
+      return trn("1 skipped for lack of a privilege", "{} skipped for lack of a privilege", count);
+    case StepRecord::Outcome::SkippedForMode:
+      return trn("1 skipped in this mode", "{} skipped in this mode", count);
+    case StepRecord::Outcome::Skipped:
+      break;
+  }
+  return trn("1 skipped", "{} skipped", count);
+}
+
 std::string toText(const OutcomeSums& sums) {
   std::string text;
   for (const auto& [outcome, count] : sums) {
-    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, told(toText(outcome)));
+    text += (text.empty() ? "" : ", ") + toText(outcome, count);
   }
   return text;
 }

@@ -195,6 +195,8 @@ bool isSkipped(StepRecord::Outcome outcome);
 bool isProblem(StepRecord::Outcome outcome);
 /// For people, marked: "passed".
 const char* toText(StepRecord::Outcome outcome);
+/// The same of some steps: "3 passed".
+std::string toText(StepRecord::Outcome outcome, std::size_t count);
 /// The word that heads a line of a report, marked: "PASSED".
 const char* wordOf(StepRecord::Outcome outcome);
 /// For people: "3 passed, 1 failed"; empty for nothing.

@@ -145,6 +145,16 @@ TEST_F(DiagctlLanguage, of_a_report_is_the_readers_and_not_the_logs) {
               Not(AnyOf(HasSubstr("Verdict"), HasSubstr("PASSED"))));
 }
 
+TEST_F(DiagctlLanguage, counts_one_as_one_and_more_as_more) {
+  const auto summaryOf = [&](const std::string& language, const std::string& test,
+                             const std::string& device) {
+    return runIn("C.UTF-8", {"run", "-q", "-t", test, "-d", device, "--lang", language}).out;
+  };
+  EXPECT_THAT(summaryOf("fr", "Good", "Left"), HasSubstr("1 réussi\n"));
+  EXPECT_THAT(summaryOf("fr", "Good", "*"), HasSubstr("2 réussis\n"));
+  EXPECT_THAT(summaryOf("es", "Picky", "Left"), HasSubstr("1 omitida\n"));
+}
+
 /// With a package whose names have another text in German.
 class NamesInALanguage : public DiagctlLanguage {
  protected:

@@ -418,6 +418,73 @@ TEST(HtmlReport, of_ten_thousand_steps_stays_below_3_MB_and_tells_what_it_left_o
   }
 }
 
+TEST(HtmlReport, has_each_of_64_devices_in_the_timeline_and_in_its_table) {
+  ToldRun run;
+  run.begin();
+  for (int number = 0; number < 10'000; ++number) {
+    const std::string id = std::to_string(number);
+    run.step(id, fmt::format("Test {}", number / 64), fmt::format("Disk <{:02}>", number % 64));
+    if (number % 3 == 0) {
+      run.failed(id, "Block " + id + " holds other bits than were written.", "Replace it.");
+    } else {
+      run.passed(id);
+    }
+  }
+  const std::string page = run.end().page();
+  sound(page);
+  EXPECT_LT(page.size(), 3'000'000U);
+  const std::string timeline = sectionOf(page, "r1-timeline");
+  const std::string drawn = timeline.substr(0, timeline.find("</svg>"));
+  const std::string told = timeline.substr(timeline.find("</svg>"));
+  for (int number = 0; number < 64; ++number) {
+    const std::string device = fmt::format(">Disk &lt;{:02}&gt;<", number);
+    EXPECT_THAT(drawn, HasSubstr(device));
+    EXPECT_THAT(told, HasSubstr(device));
+  }
+  EXPECT_THAT(told, Not(ContainsRegex("and [0-9]+ more device")));
+}
+
+TEST(HtmlReport, draws_sensors_of_each_group_however_many_another_has) {
+  ToldRun run;
+  run.begin().tell(StepStarted{kMachineStep, kOwnPackage, "this machine", "Machine watch", "", 1});
+  const auto tell = [&](const std::string& name, const std::string& unit, int count) {
+    for (int number = 1; number <= count; ++number) {
+      const std::string id = fmt::format("{}{}", name, number);
+      run.tell(SeriesStarted{kMachineStep, id, fmt::format("{} {}.", name, number), unit, 90.0});
+      run.tell(SeriesElement{kMachineStep, id, 0, 40.0 + number, run.now()});
+    }
+  };
+  tell("Core", "\u00b0C", 100);
+  tell("Rail", "V", 1);
+  tell("Load", "%", 1);
+  tell("Spare rail", "V", 1);
+  tell("Fan", "RPM", 8);
+  tell("Socket", "W", 2);
+  const std::string sensors =
+      sectionOf(run.tell(StepEnded{kMachineStep}).end().page(), "r1-sensors");
+  for (const std::string drawn : {"Fan 1.", "Fan 8.", "Socket 2.", "Rail 1.", "Spare rail 1.",
+                                  "Load 1.", "Core 100.", "Core 80."}) {
+    EXPECT_THAT(sensors, HasSubstr("<figcaption>" + drawn));
+  }
+  for (const std::string group : {"Temperatures", "Fans", "Power", "Voltages", "Shares"}) {
+    const std::string head = "<h4>" + group + "</h4>";
+    EXPECT_NE(sensors.find(head), std::string::npos) << group;
+    EXPECT_EQ(sensors.find(head), sensors.rfind(head)) << group;
+  }
+  EXPECT_THAT(sensors, AllOf(Not(HasSubstr("<figcaption>Core 1.")), HasSubstr("<td>Core 1.</td>"),
+                             HasSubstr("65 more sensors, as a table")));
+}
+
+TEST(HtmlReport, counts_one_thing_as_one) {
+  ToldRun run;
+  run.begin();
+  for (int number = 1; number <= 129; ++number) {
+    const std::string id = std::to_string(number);
+    run.step(id, "Test", "Disk " + id).passed(id);
+  }
+  EXPECT_THAT(run.end().page(), HasSubstr("and 1 more device, which the table has"));
+}
+
 TEST(HtmlReport, holds_no_more_of_a_run_than_it_may_and_counts_the_rest) {
   const std::string page = pageOfMany(1UL << 20U, true);
   sound(page);
