@@ -547,8 +547,8 @@ class CommandLine {
       throw UsageFault(tr("--textfile: --cached checks nothing that metrics could tell of"));
     }
     if (m_health.style != HealthStyle::Slurm && (m_health.drains || m_health.undrainsOwn)) {
-      throw UsageFault(english("{}: only style slurm knows a node",
-                               m_health.drains ? "--drain" : "--undrain-own"));
+      throw UsageFault(
+          tr("{}: only style slurm knows a node", m_health.drains ? "--drain" : "--undrain-own"));
     }
   }
 

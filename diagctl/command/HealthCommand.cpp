@@ -21,6 +21,7 @@
 #include "diagctl/session/Safety.h"
 #include "diagctl/terminal/Printer.h"
 #include "diagctl/terminal/Translation.h"
+#include "packagekit/contract/Texts.h"
 
 namespace TarvexDiags::FrontEnd {
 
@@ -210,7 +211,7 @@ Answer answerFor(const HealthOptions& options, const Deadlines& deadlines, Vanis
 // How old a result is, whoever has it; how long a check has taken, where there is no more to say.
 std::string remarkOn(const Answer& answer) {
   if (answer.isOfEarlier) {
-    return tr("{} ago", shortTime(answer.age));
+    return english("{} ago", shortTime(answer.age));
   }
   const bool hasPassed = answer.account.code == ExitCode::kPassed;
   return hasPassed ? shortTime(std::chrono::seconds(std::lround(answer.seconds))) : "";
@@ -250,9 +251,17 @@ void tellSlurm(const HealthOptions& options, const HealthAccount& account,
   }
 }
 
+// Schedulers and monitors keep its line, and it may be told again to those of another language.
+HealthOptions inEnglish(HealthOptions options) {
+  options.run.language = PackageKit::Contract::kFallbackLanguage;
+  speak(options.run.language);
+  return options;
+}
+
 }  // namespace
 
-int carryOutHealth(const HealthOptions& options) {
+int carryOutHealth(const HealthOptions& given) {
+  const HealthOptions options = inEnglish(given);
   const Deadlines deadlines = deadlinesOf(options);
   Interruption::begin();
   const VanishedAs vanished = options.vanished.value_or(vanishedFor(options.style));

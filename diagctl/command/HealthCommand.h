@@ -23,6 +23,6 @@ struct HealthOptions {
 
 /// The verb health: one check of this machine at a time, or the result of the last one, for whoever
 /// asks often. @return the exit code in the style.
-[[nodiscard]] int carryOutHealth(const HealthOptions& options);
+[[nodiscard]] int carryOutHealth(const HealthOptions& given);
 
 }  // namespace TarvexDiags::FrontEnd

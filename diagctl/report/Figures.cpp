@@ -34,7 +34,7 @@ bool isRate(const StepMeasurement& figure) {
 std::string numberText(double number) {
   const double size = std::fabs(number);
   if (size >= 1000 || number == std::floor(number)) {
-    return withMarks(number);
+    return wholeText(number);
   }
   return size >= 10 ? fmt::format("{:.0f}", number) : fmt::format("{:.2g}", number);
 }
@@ -89,12 +89,8 @@ double Figures::number(const std::string& name) const {
   return number != nullptr ? *number : 0;
 }
 
-std::string withMarks(double number) {
-  std::string digits = fmt::format("{:.0f}", std::fabs(number));
-  for (std::size_t place = digits.size(); place > 3; place -= 3) {
-    digits.insert(place - 3, ",");
-  }
-  return (number < 0 ? "-" : "") + digits;
+std::string wholeText(double number) {
+  return fmt::format("{:.0f}", number);
 }
 
 std::string describe(const StepMeasurement& figure) {
@@ -111,11 +107,11 @@ std::string describe(const StepMeasurement& figure) {
 }
 
 std::string describeCoverage(double coveredBytes, double totalBytes) {
-  const std::string covered = withMarks(std::ceil(coveredBytes / kMebibyte));
+  const std::string covered = wholeText(std::ceil(coveredBytes / kMebibyte));
   if (totalBytes < 1 || totalBytes < coveredBytes) {
     return tr("{} MiB", covered);
   }
-  return tr("{} of {} MiB ({:.0f} %)", covered, withMarks(std::ceil(totalBytes / kMebibyte)),
+  return tr("{} of {} MiB ({:.0f} %)", covered, wholeText(std::ceil(totalBytes / kMebibyte)),
             std::floor(100 * coveredBytes / totalBytes));
 }
 
@@ -192,7 +188,7 @@ std::string Coverage::describe() const {
     parts.push_back(tr("{} more", m_further));
   }
   if (const double count = cores(); count > 0) {
-    parts.push_back(trn("1 core", "{1} cores", static_cast<std::size_t>(count), withMarks(count)));
+    parts.push_back(trn("1 core", "{1} cores", static_cast<std::size_t>(count), wholeText(count)));
   }
   if (m_seconds > 0) {
     parts.push_back(tr("{:.1f} s of tests", m_seconds));

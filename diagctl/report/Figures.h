@@ -36,13 +36,13 @@ inline constexpr const char* kCoveredCores = "coveredCores";
 inline constexpr const char* kSeed = "seed";  ///< of the last pass that began
 }  // namespace FigureName
 
-/// The value and its unit, for people: "2.6 GB/s", "1,234 reads/s".
+/// The value and its unit, for people: "2.6 GB/s", "1234 reads/s".
 std::string describe(const StepMeasurement& figure);
 
-/// A count with marks between thousands: "21,594".
-std::string withMarks(double number);
+/// A count, its digits in one row: "21594". What parts thousands parts decimals elsewhere.
+std::string wholeText(double number);
 
-/// "256 of 21,594 MiB (1 %)"; without a total, "256 MiB".
+/// "256 of 21594 MiB (1 %)"; without a total, "256 MiB".
 std::string describeCoverage(double coveredBytes, double totalBytes);
 
 /// Whether a figure has a meaning of its own, and is told by that.

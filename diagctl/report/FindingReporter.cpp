@@ -1,25 +1,10 @@
 #include "diagctl/report/FindingReporter.h"
 
-#include <ctime>
-
 #include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
-
-namespace {
-
-std::string clockText(std::chrono::system_clock::time_point time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  localtime_r(&seconds, &parts);
-  char text[64] = {};
-  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  return text;
-}
-
-}  // namespace
 
 void FindingReporter::handle(const RunEvent& event) {
   if (const auto* start = std::get_if<RunStarted>(&event.body)) {
@@ -45,7 +30,7 @@ void FindingReporter::handle(const RunEvent& event) {
 
 void FindingReporter::tell(const RunEvent& event, const char* word, const std::string& message,
                            const std::string& action) {
-  const std::string time = clockText(event.time);
+  const std::string time = timeText(event.time);
   const std::string head = padded(*word != '\0' ? told(word) : "", widthOfHeads());
   m_out.print("{}  {}  {}\n", time, head, message);
   if (!action.empty()) {

@@ -1,6 +1,5 @@
 #include "diagctl/report/FleetText.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -22,11 +21,6 @@ bool isWell(Outcome outcome) {
   return outcome == Outcome::Passed || isSkipped(outcome);
 }
 
-std::string localTime(std::chrono::system_clock::time_point time) {
-  return fmt::format("{:%Y-%m-%d %H:%M:%S %z}",
-                     fmt::localtime(std::chrono::system_clock::to_time_t(time)));
-}
-
 void writeFinding(Printer& out, const Fleet::Finding& finding) {
   const std::string margin(widthOfHeads() + 2, ' ');
   const std::string inner = margin + margin;
@@ -44,7 +38,7 @@ void writeMachine(Printer& out, const Fleet& fleet, const Fleet::Machine& machin
   const std::string sums = toText(machine.sums);
   out.print("{}  {}   {}, {}   {}   {}\n", headOf(machine.outcome), nameAmong(fleet, machine),
             runsText(machine.runs), sums.empty() ? tr("nothing ran") : sums,
-            localTime(machine.begin), machine.log);
+            timeText(machine.begin), machine.log);
   for (const Fleet::Finding& finding : machine.findings) {
     writeFinding(out, finding);
   }
@@ -116,7 +110,7 @@ void writeUnread(Printer& out, const Fleet& fleet) {
     out.print("{}  {}\n", headOf(Outcome::Trouble), reason);
   }
   if (fleet.unread().omitted() > 0) {
-    out.print("         {}\n", moreOf(fleet.unread()));
+    out.print("{}{}\n", std::string(widthOfHeads() + 2, ' '), moreOf(fleet.unread()));
   }
 }
 
@@ -146,12 +140,16 @@ void writeFleet(Printer& out, const Fleet& fleet, bool onlyProblems) {
 }
 
 std::string lineOf(const Fleet& fleet) {
-  const std::string sums = toText(machinesByOutcome(fleet));
-  std::string line =
-      sums.empty() ? tr("nothing ran") : tr("{}: {}", machinesText(fleet.machineCount()), sums);
+  const auto counted = [](std::size_t count, const char* one) {
+    return fmt::format("{} {}{}", count, one, count == 1 ? "" : "s");
+  };
+  const std::string sums = toEnglish(machinesByOutcome(fleet));
+  std::string line = sums.empty()
+                         ? english("nothing ran")
+                         : fmt::format("{}: {}", counted(fleet.machineCount(), "machine"), sums);
   if (fleet.hasUnread()) {
     const std::size_t count = fleet.unread().size() + fleet.unread().omitted();
-    line += trn(", 1 log not read", ", {} logs not read", count);
+    line += english(", {} not read", counted(count, "log"));
   }
   const std::vector<const Fleet::Machine*> machines = fleet.machines();
   if (machines.empty() || machines.front()->findings.empty()) {
@@ -159,7 +157,8 @@ std::string lineOf(const Fleet& fleet) {
   }
   const Fleet::Finding& finding = machines.front()->findings.front();
   line += " - " + machines.front()->name + ": ";
-  return line + (finding.what.empty() ? finding.text : tr("{}: {}", finding.what, finding.text));
+  return line +
+         (finding.what.empty() ? finding.text : fmt::format("{}: {}", finding.what, finding.text));
 }
 
 }  // namespace TarvexDiags::FrontEnd

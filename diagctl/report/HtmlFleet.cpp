@@ -6,7 +6,7 @@
 
 #include "diagctl/report/FleetText.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd::Html {
@@ -55,7 +55,7 @@ void writeBeginning(Svg::Markup& out, const RunOfMany& run, const std::string& l
   if (!link.empty()) {
     out.open("a", {{"href", link}});
   }
-  out.leaf("time", toTimestamp(run.begin));
+  out.leaf("time", timeText(run.begin));
   if (!link.empty()) {
     out.close();
   }

@@ -9,7 +9,6 @@
 #include "diagctl/report/FleetText.h"
 #include "diagctl/report/HtmlPage.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 #include "report/svg/Markup.h"
@@ -64,7 +63,7 @@ void settleLinks(const std::vector<MachineOfMany*>& machines) {
 
 std::string summaryOf(const RunOfMany& run, const std::string& machine) {
   return shown(tr("{} {}: {}, {}", lookOf(run.verdict).symbol, toText(run.verdict), machine,
-                  toTimestamp(run.begin)));
+                  timeText(run.begin)));
 }
 
 void writeWayBack(Svg::Markup& out) {

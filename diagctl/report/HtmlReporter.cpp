@@ -7,7 +7,7 @@
 
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/JsonlReporter.h"
+#include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -57,9 +57,8 @@ Svg::Markup articleOf(const Html::PageRun& run) {
   }
   Svg::Markup out;
   out.open("article", {{"id", run.id}, {"aria-labelledby", run.id + "-verdict"}});
-  out.leaf(
-      "p", {{"class", "quiet"}},
-      Html::shown(tr("{}, {}", run.story.start().machineName, toTimestamp(run.story.begin()))));
+  out.leaf("p", {{"class", "quiet"}},
+           Html::shown(tr("{}, {}", run.story.start().machineName, timeText(run.story.begin()))));
   Html::writeVerdict(out, run);
   writeContents(out, run.id, sections.written());
   out.append(sections);
@@ -79,6 +78,7 @@ HtmlReporter::HtmlReporter(Printer& out, const RunConditions& conditions, std::s
       m_pages(folder) {}
 
 void HtmlReporter::handle(const RunEvent& event) {
+  const OfAnyCharacters page;
   if (std::holds_alternative<RunStarted>(event.body)) {
     closeRun();
   }
@@ -118,6 +118,7 @@ void HtmlReporter::closeRun() {
 }
 
 void HtmlReporter::finish() {
+  const OfAnyCharacters page;
   closeRun();
   m_pages.write(m_out, m_fleet);
 }

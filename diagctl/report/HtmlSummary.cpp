@@ -9,7 +9,6 @@
 
 #include "diagctl/report/HtmlSections.h"
 #include "diagctl/report/HtmlWords.h"
-#include "diagctl/report/JsonlReporter.h"
 #include "diagctl/report/NodeNames.h"
 #include "diagctl/report/Wording.h"
 #include "diagctl/terminal/Translation.h"
@@ -327,8 +326,8 @@ void writeMachine(Svg::Markup& out, const PageRun& run) {
   if (start.platforms.size() > kMostPlatforms) {
     writeFact(out, tr("Platform"), tr("and {} more", start.platforms.size() - kMostPlatforms));
   }
-  writeFact(out, tr("Begun"), toTimestamp(run.story.begin()));
-  writeFact(out, tr("Last news"), toTimestamp(run.record.last()));
+  writeFact(out, tr("Begun"), timeText(run.story.begin()));
+  writeFact(out, tr("Last news"), timeText(run.record.last()));
   writeFact(out, tr("User"), parameterOf(start, "user"));
   writeFact(out, tr("Profile"), parameterOf(start, "profile"));
   writeFact(out, tr("Mode"), parameterOf(start, "mode"));
@@ -357,7 +356,7 @@ void writeCoverage(Svg::Markup& out, const PageRun& run) {
     }
     table.row({lane.device,
                lane.coveredBytes > 0 ? describeCoverage(lane.coveredBytes, lane.totalBytes) : "",
-               lane.coveredCores > 0 ? withMarks(lane.coveredCores) : "",
+               lane.coveredCores > 0 ? wholeText(lane.coveredCores) : "",
                fmt::format("{}", countOf(lane.sums)), fmt::format("{:.1f}", lane.seconds)});
     ++written;
   }

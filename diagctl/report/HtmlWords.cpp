@@ -19,7 +19,7 @@ constexpr Look kTroubledLook{"troubled", "?"};
 constexpr Look kAbortedLook{"aborted", "\u25a0"};
 constexpr Look kSkippedLook{"skipped", "\u2013"};
 constexpr double kSmallest = 1e-3;
-constexpr double kWithMarks = 1'000;
+constexpr double kWhole = 1'000;
 
 }  // namespace
 
@@ -94,9 +94,9 @@ std::string offsetText(double seconds) {
 
 std::string numberText(double number) {
   const double size = std::fabs(number);
-  return size >= kWithMarks && size < 1e12 ? withMarks(number)
-         : size < kSmallest                ? fmt::format("{:.3g}", number)
-                                           : fmt::format("{:.4g}", number);
+  return size >= kWhole && size < 1e12 ? wholeText(number)
+         : size < kSmallest            ? fmt::format("{:.3g}", number)
+                                       : fmt::format("{:.4g}", number);
 }
 
 void writeParagraph(Svg::Markup& out, const char* ofClass, std::string_view text) {

@@ -517,4 +517,12 @@ std::string toText(const OutcomeSums& sums) {
   return text;
 }
 
+std::string toEnglish(const OutcomeSums& sums) {
+  std::string text;
+  for (const auto& [outcome, count] : sums) {
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, toText(outcome));
+  }
+  return text;
+}
+
 }  // namespace TarvexDiags::FrontEnd

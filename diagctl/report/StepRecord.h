@@ -201,5 +201,7 @@ std::string toText(StepRecord::Outcome outcome, std::size_t count);
 const char* wordOf(StepRecord::Outcome outcome);
 /// For people: "3 passed, 1 failed"; empty for nothing.
 std::string toText(const OutcomeSums& sums);
+/// The same for what monitors and the system's log keep, in English.
+std::string toEnglish(const OutcomeSums& sums);
 
 }  // namespace TarvexDiags::FrontEnd

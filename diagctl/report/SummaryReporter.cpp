@@ -26,8 +26,8 @@ std::string firstFinding(const RunRecord& record) {
   for (const Outcome outcome : {Outcome::Failed, Outcome::Trouble, Outcome::Warning}) {
     for (const StepRecord* step : record.steps()) {
       if (step->outcome() == outcome && !step->headline().empty()) {
-        return tr(" - {} on {}: {}", step->start.test, step->start.device,
-                  withoutDevice(headOf(*step), step->start));
+        return english(" - {} on {}: {}", step->start.test, step->start.device,
+                       withoutDevice(headOf(*step), step->start));
       }
     }
   }
@@ -52,9 +52,9 @@ void SummaryReporter::handle(const RunEvent& event) {
 }
 
 void SummaryReporter::finish() {
-  const std::string counts = toText(m_record.sums());
+  const std::string counts = toEnglish(m_record.sums());
   writeMonitorLine(m_out, exitCodeOf(m_record, m_conditions), summaryOf(m_record),
-                   (counts.empty() ? tr("nothing ran") : counts) + firstFinding(m_record));
+                   (counts.empty() ? english("nothing ran") : counts) + firstFinding(m_record));
 }
 
 }  // namespace TarvexDiags::FrontEnd

@@ -42,7 +42,7 @@ std::string nameOfFailed(const StepRecord& step) {
 SystemLogLine systemLogLineOf(const std::string& verb, const RunRecord& record,
                               const RunConditions& conditions) {
   const LoggedVerdict verdict = loggedVerdictOf(record, conditions);
-  const std::string counts = toText(record.sums());
+  const std::string counts = toEnglish(record.sums());
   std::string text = fmt::format("{}: {}: {}", verb, verdict.word,
                                  counts.empty() ? english("nothing ran") : counts);
   std::size_t omitted = 0;

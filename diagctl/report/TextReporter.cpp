@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 #include <numeric>
 #include <sstream>
@@ -74,15 +73,6 @@ std::string factsOfStep(const StepRecord& step) {
   return facts.empty() ? step.news.substr(0, step.news.find('\n')) : facts;
 }
 
-std::string clockText(std::chrono::system_clock::time_point time, const char* form) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  localtime_r(&seconds, &parts);
-  char text[64] = {};
-  std::strftime(text, sizeof text, form, &parts);
-  return text;
-}
-
 }  // namespace
 
 TextReporter::TextReporter(Printer& out, const ReportSettings& settings)
@@ -129,7 +119,7 @@ void TextReporter::writeHead(const RunStarted& start, std::chrono::system_clock:
   for (const std::string& platform : start.platforms) {
     writeLines(indent, below, platform);
   }
-  std::vector<std::string> facts = {clockText(time, "%Y-%m-%d %H:%M:%S %z")};
+  std::vector<std::string> facts = {timeText(time)};
   const auto add = [&](const char* key, const char* form) {
     if (const std::string value = parameterOf(start, key); !value.empty()) {
       facts.push_back(fmt::format(fmt::runtime(told(form)), value));
@@ -171,7 +161,7 @@ void TextReporter::writePlan(const RunStarted& start, std::chrono::system_clock:
   }
   writeLines("  ", "    ",
              tr("{}, about {}, ends at {}", count, durationText(static_cast<double>(seconds)),
-                clockText(time + std::chrono::seconds(seconds), "%H:%M")));
+                clockText(time + std::chrono::seconds(seconds))));
 }
 
 // Information is told behind its step, for those who want it.

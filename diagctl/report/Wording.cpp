@@ -3,12 +3,27 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <string_view>
 
 #include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Translation.h"
 
 namespace TarvexDiags::FrontEnd {
+
+namespace {
+
+std::string inForm(std::chrono::system_clock::time_point time, const char* form) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  localtime_r(&seconds, &parts);
+  std::array<char, 64> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), form, &parts);
+  return {text.data(), length};
+}
+
+}  // namespace
 
 std::string testsText(std::size_t count) {
   return trn("1 test", "{} tests", count);
@@ -87,6 +102,16 @@ std::string headOf(const StepRecord& step) {
 std::string parameterOf(const RunStarted& start, const char* key) {
   const auto entry = start.parameters.find(key);
   return entry != start.parameters.end() ? entry->second : std::string();
+}
+
+std::string timeText(std::chrono::system_clock::time_point time) {
+  constexpr std::size_t kMinutes = 2;  // digits of the offset, behind its hours
+  std::string text = inForm(time, "%Y-%m-%dT%H:%M:%S%z");
+  return text.insert(text.size() - std::min(kMinutes, text.size()), ":");
+}
+
+std::string clockText(std::chrono::system_clock::time_point time) {
+  return inForm(time, "%H:%M");
 }
 
 std::string durationText(double seconds) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 
@@ -43,6 +44,11 @@ std::string headOf(const StepRecord& step);
 
 /// A parameter of a run; empty where it has none of that name.
 std::string parameterOf(const RunStarted& start, const char* key);
+
+/// A moment as people read it, by the clock of where they are: "2026-11-21T04:04:05+01:00".
+std::string timeText(std::chrono::system_clock::time_point time);
+/// The hour of a moment near by: "04:04".
+std::string clockText(std::chrono::system_clock::time_point time);
 
 /// As a person says it: "90 s", "12 min", "3.5 h".
 std::string durationText(double seconds);

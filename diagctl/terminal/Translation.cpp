@@ -39,7 +39,12 @@ std::string localeOfCharacters() {
   return "";
 }
 
+thread_local int filesOfAnyCharacters = 0;
+
 bool showsUnicode() {
+  if (filesOfAnyCharacters > 0) {
+    return true;
+  }
   const std::string locale = localeOfCharacters();
   const std::size_t dot = locale.find('.');
   if (dot == std::string::npos) {
@@ -72,6 +77,14 @@ std::string languageOfTexts() {
   const bool hasCatalogue = isTranslated && showsUnicode() && *dgettext(kDomain, "") != '\0';
   const char* const language = hasCatalogue ? std::getenv("LANGUAGE") : nullptr;
   return language != nullptr ? language : std::string(kLanguageOfSources);
+}
+
+OfAnyCharacters::OfAnyCharacters() {
+  ++filesOfAnyCharacters;
+}
+
+OfAnyCharacters::~OfAnyCharacters() {
+  --filesOfAnyCharacters;
 }
 
 bool canShow(std::string_view text) {

@@ -28,6 +28,15 @@ std::string languageOfTexts();
 /// so may what names none; others are trusted with ASCII alone.
 bool canShow(std::string_view text);
 
+/// While one lives, all texts of its thread can be shown: of a file that names its own characters.
+class OfAnyCharacters {
+ public:
+  OfAnyCharacters();
+  ~OfAnyCharacters();
+  OfAnyCharacters(const OfAnyCharacters&) = delete;
+  OfAnyCharacters& operator=(const OfAnyCharacters&) = delete;
+};
+
 /// The text in the language that was settled, or itself where that has none or cannot be shown.
 /// @param text ends with a null character, as literals do.
 std::string_view inLanguage(const char* text);

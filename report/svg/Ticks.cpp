@@ -26,26 +26,13 @@ double roundStep(double least) {
   return 10 * power;
 }
 
-std::string withMarks(const std::string& digits) {
-  const std::size_t begin = digits.starts_with('-') ? 1 : 0;
-  const std::size_t end = std::min(digits.find('.'), digits.size());
-  std::string text;
-  for (std::size_t place = 0; place < digits.size(); ++place) {
-    if (place > begin && place < end && (end - place) % 3 == 0) {
-      text += ',';
-    }
-    text += digits[place];
-  }
-  return text;
-}
-
 std::string numberText(double value, double step) {
   if (std::fabs(value) >= kLargestWritten || (value != 0 && std::fabs(value) < 1e-4)) {
     return fmt::format("{:.4g}", value);
   }
   const auto decimals =
       std::clamp(static_cast<int>(-std::floor(std::log10(step) + 1e-9)), 0, kMostDecimals);
-  return withMarks(fmt::format("{:.{}f}", value, decimals));
+  return fmt::format("{:.{}f}", value, decimals);
 }
 
 // Without a span, the axis has one around the value.

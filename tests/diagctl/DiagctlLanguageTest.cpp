@@ -87,7 +87,11 @@ TEST_F(DiagctlLanguage, of_a_page_is_told_to_whoever_reads_it_aloud) {
   EXPECT_THAT(pageIn("C.UTF-8", "de"),
               AllOf(HasSubstr("<html lang=\"de\">"), HasSubstr("BESTANDEN")));
   EXPECT_THAT(pageIn("C.UTF-8", "ja"), HasSubstr("<html lang=\"ja\">"));
-  EXPECT_THAT(pageIn("C", "ja"), AllOf(HasSubstr("<html lang=\"en\">"), HasSubstr("PASSED")));
+  // A page names its characters itself, whatever those of a terminal.
+  EXPECT_THAT(pageIn("C", "ja"),
+              AllOf(HasSubstr("<html lang=\"ja\">"), HasSubstr("合格"), Not(HasSubstr("PASSED"))));
+  EXPECT_THAT(pageIn("C", "de"),
+              AllOf(HasSubstr("<html lang=\"de\">"), HasSubstr("BESTANDEN"), HasSubstr("Geräte")));
 }
 
 TEST_F(DiagctlLanguage, is_english_where_the_characters_cannot_be_shown) {
@@ -143,6 +147,23 @@ TEST_F(DiagctlLanguage, of_a_report_is_the_readers_and_not_the_logs) {
             kPassed);
   EXPECT_THAT(runIn("C.UTF-8", {"report", log, "--lang", "de"}).out,
               Not(AnyOf(HasSubstr("Verdict"), HasSubstr("PASSED"))));
+}
+
+TEST_F(DiagctlLanguage, of_what_monitors_and_schedulers_keep_is_english) {
+  const std::string cache = place.path("cache");
+  const std::vector<std::string> monitored = {"run", "-q", "-t", "Good", "--format", "summary"};
+  EXPECT_EQ(runIn("de_DE.UTF-8", monitored).out, runIn("C.UTF-8", monitored).out);
+  for (const std::string style : {"plain", "slurm", "nagios", "nhc"}) {
+    const Outcome outcome = runIn(
+        "de_DE.UTF-8", {"health", "-t", "Bad", "-d", "Left", "--style", style, "--state", cache});
+    EXPECT_THAT(outcome.out,
+                AllOf(HasSubstr("is stuck"), HasSubstr("1 failed"), Not(HasSubstr("klemmt"))))
+        << style << outcome.err;
+  }
+  EXPECT_THAT(runIn("de_DE.UTF-8",
+                    {"health", "-t", "Bad", "-d", "Left", "--cached", "1h", "--state", cache})
+                  .out,
+              HasSubstr(" ago"));
 }
 
 TEST_F(DiagctlLanguage, counts_one_as_one_and_more_as_more) {

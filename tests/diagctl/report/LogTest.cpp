@@ -79,7 +79,7 @@ TEST(Log, reads_the_coverage_back_as_it_was_written) {
   EXPECT_EQ(toLog(events), log);
   EXPECT_EQ(Coverage(read).describe(), Coverage(written).describe());
   EXPECT_EQ(Coverage(written).describe(),
-            "954 of 7,630 MiB (12 %) of node 0, 2 MiB of sda, 3 more, 8 cores, 12.2 s of tests");
+            "954 of 7630 MiB (12 %) of node 0, 2 MiB of sda, 3 more, 8 cores, 12.2 s of tests");
 }
 
 TEST(Log, takes_a_coverage_of_any_hand) {
