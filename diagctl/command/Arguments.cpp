@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <set>
+#include <string_view>
 
 #include "diagctl/command/UsageFault.h"
 #include "diagctl/terminal/Suggestion.h"
@@ -280,11 +282,36 @@ class Scan {
   Arguments& m_result;
 };
 
+// Within single quotes a shell leaves all as it is but these themselves.
+std::string quoted(const std::string& word) {
+  const auto isPlain = [](unsigned char sign) {
+    return std::isalnum(sign) != 0 ||
+           std::string_view("_./:=,@%+-").find(static_cast<char>(sign)) != std::string_view::npos;
+  };
+  if (!word.empty() && std::all_of(word.begin(), word.end(), isPlain)) {
+    return word;
+  }
+  std::string inQuotes = "'";
+  for (const char sign : word) {
+    inQuotes += sign == '\'' ? std::string("'\\''") : std::string(1, sign);
+  }
+  return inQuotes + "'";
+}
+
 }  // namespace
 
 void readArguments(const std::vector<std::string>& words, const CLI::App& program,
                    const std::deque<Verb>& verbs, Arguments& arguments) {
   Scan(words, program, verbs, arguments).run();
+}
+
+std::string asCommand(const std::vector<std::string>& words) {
+  std::string command;
+  for (const std::string& word : words) {
+    command += command.empty() ? "" : " ";
+    command += quoted(word);
+  }
+  return command;
 }
 
 const Verb& verbNamed(const std::string& word, const std::deque<Verb>& verbs) {

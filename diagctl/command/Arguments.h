@@ -37,6 +37,9 @@ struct Arguments {
 void readArguments(const std::vector<std::string>& words, const CLI::App& program,
                    const std::deque<Verb>& verbs, Arguments& arguments);
 
+/// Words as one command that a shell takes for the same words.
+std::string asCommand(const std::vector<std::string>& words);
+
 /// The verb that a word stands for: by its name, or the only one of one word that begins so.
 /// @throws UsageFault
 const Verb& verbNamed(const std::string& word, const std::deque<Verb>& verbs);

@@ -810,7 +810,7 @@ class CommandLine {
     m_watch.isSecure = !m_global.allowsInsecure && mustBeSecure();
     m_watch.config = m_global.config;
     m_watch.language = m_global.language;
-    m_watch.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    m_watch.commandLine = asCommand(m_arguments);
     return carryOutWatch(m_watch);
   }
 
@@ -818,7 +818,7 @@ class CommandLine {
     m_health.run.allowsInsecure = m_global.allowsInsecure;
     m_health.run.config = m_global.config;
     m_health.run.language = m_global.language;
-    m_health.run.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    m_health.run.commandLine = asCommand(m_arguments);
     return carryOutHealth(m_health);
   }
 
@@ -826,7 +826,7 @@ class CommandLine {
     if (m_inventoryCheck.against.empty()) {
       throw UsageFault(tr("--against is missing: what the machine should be"));
     }
-    m_inventoryCheck.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    m_inventoryCheck.commandLine = asCommand(m_arguments);
     return carryOutInventoryCheck(m_inventoryCheck);
   }
 
@@ -834,7 +834,7 @@ class CommandLine {
     m_run.allowsInsecure = m_global.allowsInsecure;
     m_run.config = m_global.config;
     m_run.language = m_global.language;
-    m_run.commandLine = fmt::format("{}", fmt::join(m_arguments, " "));
+    m_run.commandLine = asCommand(m_arguments);
     return carryOutRun(m_run);
   }
 

@@ -141,11 +141,14 @@ std::string severityText(Severity severity) {
 void writeSeeds(Svg::Markup& out, const RunStory& story) {
   const auto& problems = story.problems();
   const auto hasSeed = [](const RunStory::Problem& problem) { return !problem.seed.empty(); };
-  if (std::none_of(problems.begin(), problems.end(), hasSeed)) {
+  if (story.seeds().empty() && std::none_of(problems.begin(), problems.end(), hasSeed)) {
     return;
   }
-  const Folded folded(out, tr("Seeds of what did not pass"));
-  Table table(out, tr("Seeds of what did not pass"), {tr("Test"), tr("Device"), tr("Seed")});
+  const Folded folded(out, tr("Seeds of the tests"));
+  writeParagraph(out, "quiet",
+                 tr("With --seed and its number a test does the same again, whatever is random in "
+                    "it; those that did not pass stand first."));
+  Table table(out, tr("Seeds of the tests"), {tr("Test"), tr("Device"), tr("Seed")});
   std::size_t written = 0;
   for (const RunStory::Problem& problem : problems) {
     if (hasSeed(problem) && written++ < kMostSeeds) {
@@ -153,7 +156,10 @@ void writeSeeds(Svg::Markup& out, const RunStory& story) {
                  problem.seed});
     }
   }
-  table.rowOfMore(written > kMostSeeds ? written - kMostSeeds : 0);
+  for (const RunStory::Seed& seed : story.seeds()) {
+    table.row({seed.test, seed.device, seed.seed});
+  }
+  table.rowOfMore(written - std::min(written, kMostSeeds) + story.omitted().seeds);
 }
 
 void writeOptions(Svg::Markup& out, const RunStarted& start) {

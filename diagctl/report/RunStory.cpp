@@ -18,6 +18,7 @@ constexpr std::size_t kMostSensors = 256;
 constexpr std::size_t kMostNames = 200;      ///< of devices in a row
 constexpr std::size_t kMostFindings = 10;    ///< of a test, beside the first
 constexpr std::size_t kMostMarks = 200;      ///< of a lane
+constexpr std::size_t kMostSeeds = 100;      ///< of tests that passed
 constexpr std::size_t kLongestTold = 2'000;  ///< bytes of a text
 constexpr std::size_t kNode = 64;            ///< about what a container adds to an entry
 // Fine figures and long messages must not push out what is more important.
@@ -194,6 +195,7 @@ void RunStory::takeEnded(const StepRecord& step) {
   const bool isFolded = !isProblem(outcome) || !addProblem(step);
   if (isFolded) {
     fold(step);
+    keepSeed(step);
   }
   const bool hasRun = !isSkipped(outcome) && outcome != StepRecord::Outcome::NotRun;
   const auto lane = hasRun ? laneOf(named(step.start).device) : std::nullopt;
@@ -260,6 +262,20 @@ void RunStory::fold(const StepRecord& step) {
   if (fold.devices.size() < kMostNames && makeRoom(kNode + start.device.size())) {
     fold.devices.push_back(start.device);
   }
+}
+
+void RunStory::keepSeed(const StepRecord& step) {
+  if (step.seed.empty()) {
+    return;
+  }
+  const StepStarted start = named(step.start);
+  Seed seed{tr("{}: {}", start.package, start.test), start.device, kept(step.seed)};
+  if (m_seeds.size() == kMostSeeds ||
+      !makeRoom(sizeof(Seed) + seed.test.size() + seed.device.size() + seed.seed.size())) {
+    ++m_omitted.seeds;
+    return;
+  }
+  m_seeds.push_back(std::move(seed));
 }
 
 void RunStory::takeFigures(const StepRecord& step, std::uint32_t lane) {

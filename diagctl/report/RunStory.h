@@ -95,6 +95,13 @@ class RunStory {
   };
   using ValuesByTest = std::map<std::string, std::vector<Value>>;
 
+  /// What the random part of a test that passed went by.
+  struct Seed {
+    std::string test;  ///< with its package
+    std::string device;
+    std::string seed;
+  };
+
   struct Message {
     double at = 0;  ///< seconds from the beginning of the run
     Severity severity = Severity::Information;
@@ -120,6 +127,8 @@ class RunStory {
   const std::vector<Sensor>& sensors() const { return m_sensors; }
   const std::map<FigureKey, ValuesByTest>& figures() const { return m_figures; }
   const std::vector<Message>& messages() const { return m_messages; }
+  /// Of tests that passed; the others are among the problems.
+  const std::vector<Seed>& seeds() const { return m_seeds; }
 
   /// How many there were beyond those that are kept.
   struct Omitted {
@@ -129,6 +138,7 @@ class RunStory {
     std::size_t sensors = 0;
     std::size_t values = 0;
     std::size_t messages = 0;
+    std::size_t seeds = 0;
   };
   const Omitted& omitted() const { return m_omitted; }
 
@@ -145,6 +155,7 @@ class RunStory {
   void mark(double at, const std::string& stepId, Verdict verdict, const std::string& text);
   bool addProblem(const StepRecord& step);
   void fold(const StepRecord& step);
+  void keepSeed(const StepRecord& step);
   void takeFigures(const StepRecord& step, std::uint32_t lane);
 
   std::size_t m_most;
@@ -161,6 +172,7 @@ class RunStory {
   std::map<std::string, std::size_t> m_sensorById;
   std::map<FigureKey, ValuesByTest> m_figures;
   std::vector<Message> m_messages;
+  std::vector<Seed> m_seeds;
   Omitted m_omitted;
 };
 

@@ -138,6 +138,20 @@ TEST_F(Diagctl, jsonl_names_hardware_software_and_verdicts) {
   EXPECT_EQ(diagnosis["hardwareInfoId"], hardware[1]["hardwareInfoId"]);
 }
 
+TEST_F(Diagctl, a_log_tells_a_command_that_a_shell_takes_for_the_same_words) {
+  addMixedPackage();
+  const std::string file = place.path("it's $HOME; *.txt");
+  const auto lines = parseLines(
+      run({"run", "-q", "-t", "Good", "--format", "jsonl", "-o", "text=" + file, "-d", "L*"}).out);
+  ASSERT_FALSE(lines.empty());
+  const std::string command = artifacts(lines, "testRunStart").at(0).at("commandLine");
+  std::ofstream(place.path("again.sh")) << "printf '<%s>\\n' " << command << "\n";
+  const std::string words = place.path("words");
+  ASSERT_EQ(std::system(("sh " + place.path("again.sh") + " >" + words).c_str()), 0);
+  EXPECT_THAT(contentsOf(words), AllOf(HasSubstr("<text=" + file + ">\n"), HasSubstr("<L*>\n"),
+                                       HasSubstr("<Good>\n")));
+}
+
 TEST_F(Diagctl, report_hides_what_identifies_the_machine_where_it_is_asked_to) {
   addMixedPackage();
   const std::string log = place.path("run.jsonl");

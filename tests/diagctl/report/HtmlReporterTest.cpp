@@ -475,6 +475,19 @@ TEST(HtmlReport, draws_sensors_of_each_group_however_many_another_has) {
                              HasSubstr("65 more sensors, as a table")));
 }
 
+TEST(HtmlReport, tells_the_seeds_of_what_failed_and_of_what_passed) {
+  ToldRun run;
+  run.begin().step("1", "Well", "Disk A");
+  run.tell(StepMeasurement{"1", FigureName::kSeed, std::string("4711"), "", ""}).passed("1");
+  run.step("2", "Ill", "Disk B");
+  run.tell(StepMeasurement{"2", FigureName::kSeed, std::string("815"), "", ""});
+  run.failed("2", "It is lost.", "");
+  const std::string again = sectionOf(run.end().page(), "r1-again");
+  EXPECT_THAT(again, AllOf(HasSubstr("<td>Storage: Well</td>\n<td>Disk A</td>\n<td>4711</td>"),
+                           HasSubstr("<td>Storage: Ill</td>\n<td>Disk B</td>\n<td>815</td>")));
+  EXPECT_LT(again.find("815"), again.find("4711"));
+}
+
 TEST(HtmlReport, counts_one_thing_as_one) {
   ToldRun run;
   run.begin();
