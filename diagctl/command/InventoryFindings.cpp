@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <iterator>
 #include <set>
@@ -38,6 +39,34 @@ constexpr KindOfPart kKindsOfParts[] = {
     {"nodes", marked("memory node")},
 };
 
+/// What facts are called that people look up in lists and on labels.
+constexpr std::array kFacts = {marked("serial number"),
+                               marked("part number"),
+                               marked("manufacturer"),
+                               marked("vendor"),
+                               marked("model"),
+                               marked("name"),
+                               marked("product"),
+                               marked("version"),
+                               marked("revision"),
+                               marked("firmware"),
+                               marked("date"),
+                               marked("release"),
+                               marked("driver"),
+                               marked("microcode"),
+                               marked("bytes"),
+                               marked("memory"),
+                               marked("memory bytes"),
+                               marked("configured megatransfers"),
+                               marked("rated megatransfers"),
+                               marked("bank"),
+                               marked("slot"),
+                               marked("link"),
+                               marked("speed"),
+                               marked("width"),
+                               marked("maximum speed"),
+                               marked("maximum width")};
+
 std::string shortened(const std::string& text) {
   constexpr std::size_t kLongest = 200;
   if (text.size() <= kLongest) {
@@ -52,16 +81,24 @@ std::string shortened(const std::string& text) {
   return cut + " ...";
 }
 
-/// "configured megatransfers" for "configuredMegatransfers", and the steps one behind the other.
+/// "configured megatransfers" for "configuredMegatransfers", or what that is in the language.
+std::string labelOf(const std::string& fact) {
+  std::string words;
+  for (const char sign : fact) {
+    const bool isCapital = sign >= 'A' && sign <= 'Z';
+    words +=
+        isCapital ? std::string(" ") + static_cast<char>(sign - 'A' + 'a') : std::string(1, sign);
+  }
+  return std::find(kFacts.begin(), kFacts.end(), words) != kFacts.end() ? told(words) : words;
+}
+
+/// The steps one behind the other; those before the last are names of parts too, and stay.
 std::string wordsOf(const FactPath& path, std::size_t first) {
   std::string words;
   for (std::size_t step = first; step < path.size(); ++step) {
+    const bool isSection = std::find(kFacts.begin(), kFacts.end(), path[step]) != kFacts.end();
     words += words.empty() ? "" : " ";
-    for (const char sign : path[step]) {
-      const bool isCapital = sign >= 'A' && sign <= 'Z' && step == path.size() - 1;
-      words +=
-          isCapital ? std::string(" ") + static_cast<char>(sign - 'A' + 'a') : std::string(1, sign);
-    }
+    words += step == path.size() - 1 || isSection ? labelOf(path[step]) : path[step];
   }
   return words;
 }

@@ -68,6 +68,16 @@ TEST_F(DiagctlConformance, of_a_machine_with_its_own_inventory_passes) {
   EXPECT_EQ(check({"--strict"}).exitCode, kPassed);
 }
 
+TEST_F(DiagctlConformance, names_facts_in_the_language_of_the_rest) {
+  expect("/disks/nvme0n1/firmware", "F2");
+  expect("/disks/nvme0n1/model", "Disk of 8 TB");
+  expect("/kernel/release", "6.1.0-29");
+  EXPECT_THAT(check({"--lang", "de", "-v"}).out,
+              AllOf(HasSubstr("Modell: \"Disk of 4 TB\" statt"), Not(HasSubstr("model:"))));
+  EXPECT_THAT(check({"--lang", "fr", "-v"}).out, HasSubstr("micrologiciel"));
+  EXPECT_THAT(check({"--lang", "en", "-v"}).out, HasSubstr("model: \"Disk of 4 TB\" instead of"));
+}
+
 TEST_F(DiagctlConformance, fails_for_a_part_that_is_missing_in_every_format) {
   record(kDisk + "/removable", "1");  // so it is no part of the machine
   for (const std::string format : {"text", "jsonl", "junit", "tap"}) {
