@@ -43,7 +43,18 @@ COMMANDS = [
     (64, ["run", "--passes", "none"]),
     (64, ["run", "--format", "pdf"]),
     (2, ["report", "/dev/null"]),
+    (64, ["merge"]),
+    (64, ["inventory", "golden", "/dev/null", "-o", "/dev/null"]),
+    (64, ["inventory", "check"]),
+    (64, ["health", "--drain"]),
+    (64, ["watch", "--for", "none"]),
+    (64, ["selftest", "--pases"]),
+    (0, ["check"]),
+    (0, ["watch", "--for", "1s"]),
 ]
+# What monitors and schedulers read is English in every language: a result that was told in one is told again to
+# those who read another.
+ENGLISH = ["health", "-p", "network", "-t", "Loopback datagrams"]
 # How the log of a run is told.
 OF_A_LOG = [[], ["--format", "html"]]
 # What is the same in every language: names, and words of the command line.
@@ -129,7 +140,7 @@ def words_left(diagctl, arguments, status, allowed):
     output = (told_by_page(done.stdout) if "<html" in done.stdout else done.stdout) + done.stderr
     if done.returncode != status:
         yield f"ended with {done.returncode}: {output}"
-    if not any(chr(letter) in output for letter in OTHER.values()):
+    if not is_other(output):
         yield f"no word of the other language: {output}"
     given = set(WORD.findall(" ".join(arguments)))
     for line in output.split("\n"):
@@ -140,11 +151,39 @@ def words_left(diagctl, arguments, status, allowed):
                 yield f"{word}: {line}"
 
 
+def is_other(text):
+    return any(chr(letter) in text for letter in OTHER.values())
+
+
+def words_of_others(diagctl, folder):
+    """Of another language in what is told in English."""
+    environment = {**os.environ, "LC_ALL": "C.UTF-8"}
+    for more in ([], ["--cached", "1h"], ["--style", "nagios"]):
+        done = subprocess.run(
+            [str(diagctl), "--allow-insecure", "--lang", LANGUAGE, *ENGLISH, "--state", str(folder), *more],
+            capture_output=True, text=True, cwd="/", env=environment, check=False)
+        if is_other(done.stdout) or not done.stdout:
+            yield f"{' '.join(ENGLISH + more)}: {done.stdout or done.stderr}"
+
+
+def words_left_of_inventory(diagctl, folder, allowed):
+    """Of a machine that is not what it should be."""
+    path = pathlib.Path(folder) / "inventory.json"
+    subprocess.run([str(diagctl), "inventory", "-o", str(path)], check=True)
+    expected = json.loads(path.read_text("utf-8"))
+    expected["kernel"]["release"] = "0.1"
+    path.write_text(json.dumps(expected), "utf-8")
+    arguments = ["inventory", "check", "-v", "--against", str(path)]
+    yield from (f"{' '.join(arguments)}: {left}" for left in words_left(diagctl, arguments, 0, allowed))
+
+
 def words_left_of_log(diagctl, log, allowed):
     """Of a run that fails, since fewer devices are there than it expects; by itself, and with another."""
     command = ["run", "-q", "--quick", "-p", "network", "-t", "Loopback datagrams", "--expect-devices", "999",
                "-o", f"jsonl={log}"]
     told = [(command, allowed)]
+    merged = log.with_name("merged.jsonl")
+    told += [(["merge", str(log), str(log), "-o", str(merged)], None)]
     told += [(["report", *logs, *options], None) for logs in ([str(log)], [str(log)] * 2) for options in OF_A_LOG]
     for arguments, words in told:
         found = words_left(diagctl, arguments, 1, words or allowed | words_of_log(log))
@@ -169,6 +208,8 @@ def main():
             for status, arguments in COMMANDS
             for left in words_left(diagctl, arguments, status, allowed)
         ]
+        found += words_of_others(diagctl, pathlib.Path(folder) / "state")
+        found += words_left_of_inventory(diagctl, folder, allowed)
         found += words_left_of_log(diagctl, pathlib.Path(folder) / "run.jsonl", allowed)
     print("\n".join(found))
     return 1 if found else 0
