@@ -3,7 +3,6 @@
 #include <map>
 #include <set>
 #include <sstream>
-#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -14,36 +13,11 @@ namespace TarvexDiags::Inventory {
 
 namespace {
 
-const std::filesystem::path kFolder = "sys/devices/system/cpu";
+using Watching::CpuRows;
 
-using Rows = std::map<std::string, std::string>;
-
-/// The rows of /proc/cpuinfo by the number of the processor; an empty row ends one.
-std::map<int, Rows> rowsOf(const SystemFiles& files) {
-  std::map<int, Rows> processors;
-  Rows rows;
-  const auto finish = [&] {
-    if (const auto found = rows.find("processor"); found != rows.end()) {
-      processors[std::atoi(found->second.c_str())] = std::move(rows);
-    }
-    rows = {};
-  };
-  std::istringstream text(files.text("proc/cpuinfo").value_or(""));
-  for (std::string line; std::getline(text, line);) {
-    const std::size_t colon = line.find(':');
-    if (line.empty()) {
-      finish();
-    } else if (colon != std::string::npos) {
-      rows[cleaned(line.substr(0, colon))] = cleaned(line.substr(colon + 1));
-    }
-  }
-  finish();
-  return processors;
-}
-
-std::string valueOf(const Rows& rows, const std::string& key) {
+std::string valueOf(const CpuRows& rows, const std::string& key) {
   const auto found = rows.find(key);
-  return found == rows.end() ? "" : found->second;
+  return found == rows.end() ? "" : cleaned(found->second);
 }
 
 std::set<std::string> wordsOf(const std::string& text) {
@@ -52,7 +26,7 @@ std::set<std::string> wordsOf(const std::string& text) {
 }
 
 /// The flags that all have, and of the others who has them.
-void addFlags(Json& tree, const std::map<int, Rows>& processors) {
+void addFlags(Json& tree, const std::map<int, CpuRows>& processors) {
   std::map<std::string, std::vector<int>> owners;
   for (const auto& [number, rows] : processors) {
     const std::string x86 = valueOf(rows, "flags");
@@ -75,7 +49,7 @@ void addFlags(Json& tree, const std::map<int, Rows>& processors) {
 
 /// What differs from processor to processor where something is wrong: each value with those that
 /// have it.
-void addShares(Json& tree, const std::map<int, Rows>& processors, const char* key,
+void addShares(Json& tree, const std::map<int, CpuRows>& processors, const char* key,
                const char* row) {
   Shares shares;
   for (const auto& [number, rows] : processors) {
@@ -115,8 +89,8 @@ void addCounts(Json& tree, const SystemFiles& files, const std::vector<int>& num
 
 Json vulnerabilities(const SystemFiles& files) {
   Json tree = Json::object();
-  for (const std::string& name : files.entries(kFolder / "vulnerabilities")) {
-    addText(tree, name.c_str(), files, kFolder / "vulnerabilities" / name);
+  for (const std::string& name : files.entries(Watching::kCpusFolder / "vulnerabilities")) {
+    addText(tree, name.c_str(), files, Watching::kCpusFolder / "vulnerabilities" / name);
   }
   return tree;
 }
@@ -125,11 +99,11 @@ Json vulnerabilities(const SystemFiles& files) {
 
 Json processorFacts(const SystemFiles& files) {
   Json tree = Json::object();
-  const std::map<int, Rows> processors = rowsOf(files);
-  const std::vector<int> numbers = files.numberedEntries(kFolder, "cpu");
+  const std::map<int, CpuRows> processors = Watching::readCpuRows(files);
+  const std::vector<int> numbers = files.numberedEntries(Watching::kCpusFolder, "cpu");
   addCounts(tree, files, numbers);
-  addText(tree, "present", files, kFolder / "present");
-  addText(tree, "online", files, kFolder / "online");
+  addText(tree, "present", files, Watching::kCpusFolder / "present");
+  addText(tree, "online", files, Watching::kCpusFolder / "online");
   addShares(tree, processors, "model", "model name");
   addShares(tree, processors, "stepping", "stepping");
   addShares(tree, processors, "microcode", "microcode");
@@ -142,7 +116,7 @@ Json processorFacts(const SystemFiles& files) {
   addFileShares(tree, files, numbers, "mostKilohertz", "cpufreq/cpuinfo_max_freq");
   addFileShares(tree, files, numbers, "leastKilohertzSet", "cpufreq/scaling_min_freq");
   addFileShares(tree, files, numbers, "mostKilohertzSet", "cpufreq/scaling_max_freq");
-  addText(tree, "smt", files, kFolder / "smt/control");
+  addText(tree, "smt", files, Watching::kCpusFolder / "smt/control");
   addTree(tree, "vulnerabilities", vulnerabilities(files));
   return tree;
 }

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "watch/CpuFiles.h"
 #include "watch/Growth.h"
 #include "watch/Source.h"
 #include "watch/SystemFiles.h"
@@ -24,7 +24,8 @@ class ThrottleSource : public Source {
   struct Counter {
     std::string device;
     std::string part;
-    std::filesystem::path file;
+    int cpu;
+    HeatCounter kind;
     Growth growth;
   };
 

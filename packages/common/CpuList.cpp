@@ -11,30 +11,8 @@ namespace TarvexDiags::Common {
 
 namespace {
 
-// More CPUs than any kernel of today is built for; a list beyond it is no list.
+// More CPUs than any kernel of today is built for.
 constexpr int kMaximumCpus = 1 << 16;
-
-bool parseNumber(std::string_view text, int& number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc() && end == text.data() + text.size() && number >= 0 &&
-         number < kMaximumCpus;
-}
-
-void appendRange(std::string_view range, std::vector<int>& numbers) {
-  const std::size_t dash = range.find('-');
-  int first = 0;
-  int last = 0;
-  if (!parseNumber(range.substr(0, dash), first)) {
-    return;
-  }
-  last = first;
-  if (dash != std::string_view::npos && !parseNumber(range.substr(dash + 1), last)) {
-    return;
-  }
-  for (int number = first; number <= last; ++number) {
-    numbers.push_back(number);
-  }
-}
 
 /// A set of CPUs of any size, as the kernel's calls take it.
 class CpuSet {
@@ -55,21 +33,6 @@ class CpuSet {
 };
 
 }  // namespace
-
-std::vector<int> parseCpuList(std::string_view text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-    text.remove_suffix(1);
-  }
-  std::vector<int> numbers;
-  while (!text.empty()) {
-    const std::size_t comma = text.find(',');
-    appendRange(text.substr(0, comma), numbers);
-    text = comma == std::string_view::npos ? std::string_view() : text.substr(comma + 1);
-  }
-  std::sort(numbers.begin(), numbers.end());
-  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
-  return numbers;
-}
 
 std::vector<int> allowedCpus() {
   CpuSet set(kMaximumCpus);

@@ -1,13 +1,8 @@
 #pragma once
 
-#include <string_view>
 #include <vector>
 
 namespace TarvexDiags::Common {
-
-/// @brief The numbers in a list as the kernel writes it ("0-3,8"), rising; what is malformed is
-/// skipped.
-std::vector<int> parseCpuList(std::string_view text);
 
 /// @brief The CPUs on which the calling thread may run, rising.
 std::vector<int> allowedCpus();

@@ -13,6 +13,7 @@
 #include "packages/common/ContextJournal.h"
 #include "packages/common/CpuList.h"
 #include "packages/memory/MemoryReasons.h"
+#include "watch/CpuFiles.h"
 #include "watch/ErrorCounters.h"
 
 namespace TarvexDiags::Memory {
@@ -45,7 +46,7 @@ constexpr std::uint64_t kLeastMegabytes = 1;
 Node nodeOf(const Device& device) {
   Node node;
   node.number = std::stoi(device.property("node", "-1"));
-  node.cpus = Common::parseCpuList(device.property("cpus"));
+  node.cpus = Watching::parseCpuList(device.property("cpus"));
   node.bytes = std::stoull(device.property("bytes", "0"));
   return node;
 }

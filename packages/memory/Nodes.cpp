@@ -5,7 +5,7 @@
 #include <limits>
 #include <sstream>
 
-#include "packages/common/CpuList.h"
+#include "watch/CpuFiles.h"
 #include "watch/NodeFiles.h"
 
 namespace TarvexDiags::Memory {
@@ -69,7 +69,7 @@ std::vector<Node> findNodes(const SystemFiles& files) {
     Node node;
     node.number = number;
     node.cpus =
-        Common::parseCpuList(files.text(Watching::folderOfNode(number) / "cpulist").value_or(""));
+        Watching::parseCpuList(files.text(Watching::folderOfNode(number) / "cpulist").value_or(""));
     node.bytes = Watching::bytesOfRow(memory, "MemTotal").value_or(0);
     if (node.bytes > 0) {
       nodes.push_back(std::move(node));
@@ -77,7 +77,7 @@ std::vector<Node> findNodes(const SystemFiles& files) {
   }
   if (nodes.empty()) {
     Node machine;
-    machine.cpus = Common::parseCpuList(files.text("sys/devices/system/cpu/online").value_or(""));
+    machine.cpus = Watching::onlineCpus(files);
     machine.bytes =
         Watching::bytesOfRow(files.text("proc/meminfo").value_or(""), "MemTotal").value_or(0);
     nodes.push_back(std::move(machine));

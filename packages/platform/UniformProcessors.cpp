@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "inventory/Inventory.h"
-#include "packages/common/CpuList.h"
 #include "watch/CpuFiles.h"
 
 namespace TarvexDiags::Platform {
@@ -23,7 +22,7 @@ ByProcessor byProcessor(const Json& processors, const char* key) {
   const auto shares = processors.find(key);
   if (shares != processors.end() && shares->is_object()) {
     for (const auto& [value, list] : shares->items()) {
-      for (const int number : Common::parseCpuList(list.get<std::string>())) {
+      for (const int number : Watching::parseCpuList(list.get<std::string>())) {
         values[number] = value;
       }
     }
@@ -117,7 +116,7 @@ class ProcessorJudge {
     for (const char* const type : {"cpu_core", "cpu_atom"}) {
       const std::string list =
           m_files.text(std::filesystem::path("sys/devices") / type / "cpus").value_or("");
-      for (const int number : Common::parseCpuList(list)) {
+      for (const int number : Watching::parseCpuList(list)) {
         if (names.contains(number)) {
           names[number] += std::string(" ") + type;
           m_isHybrid = true;
@@ -161,7 +160,7 @@ class ProcessorJudge {
     }
     std::map<Numbers, std::vector<std::string>> lacking;
     for (const auto& [flag, list] : some->items()) {
-      const Numbers owners = inBoth(numbers, Common::parseCpuList(list.get<std::string>()));
+      const Numbers owners = inBoth(numbers, Watching::parseCpuList(list.get<std::string>()));
       if (!owners.empty() && owners.size() < numbers.size()) {
         lacking[without(numbers, owners)].push_back(flag);
       }

@@ -3,45 +3,25 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
-#include <sstream>
 
-#include "packages/common/CpuList.h"
 #include "watch/CpuFiles.h"
 
 namespace TarvexDiags::Processor {
 
-namespace {
-
-/// Lines "key<tabs>: value", one paragraph for each processor.
-std::map<int, std::string> modelNames(const std::string& text) {
-  std::map<int, std::string> names;
-  int number = -1;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t colon = line.find(": ");
-    if (colon == std::string::npos) {
-      continue;
-    }
-    if (line.starts_with("processor")) {
-      const std::vector<int> numbers = Common::parseCpuList(line.substr(colon + 2));
-      number = numbers.empty() ? -1 : numbers.front();
-    } else if (line.starts_with("model name")) {
-      names[number] = line.substr(colon + 2);
-    }
-  }
-  return names;
-}
-
-}  // namespace
-
 std::vector<Core> findCores(const Watching::SystemFiles& files) {
-  const auto names = modelNames(files.text("proc/cpuinfo").value_or(""));
+  const std::map<int, Watching::CpuRows> rows = Watching::readCpuRows(files);
+  const auto modelOf = [&](int number) -> std::string {
+    const auto processor = rows.find(number);
+    if (processor == rows.end()) {
+      return "";
+    }
+    const auto name = processor->second.find("model name");
+    return name == processor->second.end() ? "" : name->second;
+  };
   std::vector<Core> cores;
-  for (const int number :
-       Common::parseCpuList(files.text("sys/devices/system/cpu/online").value_or(""))) {
+  for (const int number : Watching::onlineCpus(files)) {
     const auto place = Watching::placeOfCpu(files, number).value_or(Watching::CpuPlace());
-    const auto name = names.find(number);
-    cores.push_back({number, place.socket, place.core, name == names.end() ? "" : name->second});
+    cores.push_back({number, place.socket, place.core, modelOf(number)});
   }
   return cores;
 }

@@ -237,13 +237,5 @@ TEST(RegionTest, memory_that_is_not_to_be_had_is_told_with_the_reason) {
   EXPECT_EQ(reason, std::generic_category().message(ENOMEM));
 }
 
-TEST(CpuListTest, lists_of_the_kernel_are_understood_and_nonsense_is_skipped) {
-  using Common::parseCpuList;
-  EXPECT_EQ(parseCpuList("0-3,8\n"), (std::vector<int>{0, 1, 2, 3, 8}));
-  EXPECT_EQ(parseCpuList("5,1,1-2"), (std::vector<int>{1, 2, 5}));
-  EXPECT_EQ(parseCpuList("x,3,-1,4-,7-6,9999999999"), std::vector<int>{3});
-  EXPECT_TRUE(parseCpuList("\n").empty());
-}
-
 }  // namespace
 }  // namespace TarvexDiags::Memory
