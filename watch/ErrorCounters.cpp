@@ -3,16 +3,13 @@
 #include <filesystem>
 #include <vector>
 
+#include "watch/Growth.h"
+
 namespace TarvexDiags::Watching {
 
 namespace {
 
 const std::filesystem::path kFolder = "sys/devices/system/edac/mc";
-
-std::uint64_t grown(std::uint64_t now, std::uint64_t before) {
-  // A driver that was loaded anew counts from 0.
-  return now >= before ? now - before : now;
-}
 
 /// Modules, or the ranks of them where the driver knows no more (mem_is_per_rank).
 std::vector<std::string> modulesOf(const SystemFiles& files, const std::filesystem::path& path) {
@@ -72,8 +69,8 @@ std::map<std::string, ErrorCount> ErrorCounters::since(const ErrorCounters& earl
     const ErrorCount before =
         found == earlier.m_counters.end() ? ErrorCount() : found->second.count;
     const ErrorCount& count = counter.count;
-    const ErrorCount difference = {grown(count.corrected, before.corrected),
-                                   grown(count.uncorrected, before.uncorrected)};
+    const ErrorCount difference = {grownBy(count.corrected, before.corrected),
+                                   grownBy(count.uncorrected, before.uncorrected)};
     if (difference.corrected + difference.uncorrected > 0) {
       differences[name] = difference;
     }

@@ -7,6 +7,16 @@
 
 namespace TarvexDiags::Watching {
 
+/// @brief What a counter of the kernel has counted between two looks.
+/// @param range behind which number it begins at 0 again; 0: it never does, and one that fell was
+/// set back, as by a driver that is loaded anew.
+inline std::uint64_t grownBy(std::uint64_t now, std::uint64_t before, std::uint64_t range = 0) {
+  if (now >= before) {
+    return now - before;
+  }
+  return range >= before ? range - before + now : now;
+}
+
 /// @brief By how much a counter of the kernel has grown from look to look. A plain value.
 class Growth {
  public:
@@ -17,14 +27,7 @@ class Growth {
   std::uint64_t to(std::uint64_t now) {
     const std::optional<std::uint64_t> before = m_last;
     m_last = now;
-    if (!before) {
-      return 0;
-    }
-    if (now >= *before) {
-      return now - *before;
-    }
-    // Without a range it was set back, as by a driver that is loaded anew.
-    return m_range >= *before ? m_range - *before + now : now;
+    return before ? grownBy(now, *before, m_range) : 0;
   }
 
  private:

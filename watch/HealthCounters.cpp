@@ -1,52 +1,20 @@
 #include "watch/HealthCounters.h"
 
-#include <filesystem>
-#include <vector>
-
 #include "watch/CpuFiles.h"
-#include "watch/InterruptRows.h"
+#include "watch/Growth.h"
 
 namespace TarvexDiags::Watching {
 
-namespace {
-
-struct Counted {
-  const char* name;  ///< of the file, or of the row of /proc/interrupts
-  Trouble trouble;
-};
-
-// Documentation/admin-guide/abi-stable of the kernel, thermal_throttle; arch/x86/kernel/irq.c for
-// the rows.
-constexpr Counted kThrottleFiles[] = {
-    {"core_throttle_count", Trouble::Throttling},
-    {"package_throttle_count", Trouble::Throttling},
-};
-constexpr Counted kInterruptRows[] = {
-    {"TRM", Trouble::Throttling},
-    {"THR", Trouble::Corrected},
-    {"DFR", Trouble::Corrected},
-    {"MCE", Trouble::MachineCheck},
-};
-
-}  // namespace
-
 HealthCounters HealthCounters::read(const SystemFiles& files, int core) {
   HealthCounters counters;
-  const std::filesystem::path folder = folderOfCpu(core) / "thermal_throttle";
-  for (const Counted& source : kThrottleFiles) {
-    if (const auto value = files.number(folder / source.name)) {
-      counters.m_counts[source.name] = {source.trouble, *value};
+  for (const HeatCounter counter : {HeatCounter::OfCore, HeatCounter::OfProcessor}) {
+    if (const auto value = timesThrottled(files, core, counter)) {
+      counters.m_counts[nameOf(counter)] = {Trouble::Throttling, *value};
     }
   }
-  std::vector<std::string> labels;
-  for (const Counted& source : kInterruptRows) {
-    labels.emplace_back(source.name);
-  }
-  const auto rows = parseInterruptRows(files.text("proc/interrupts").value_or(""), labels);
-  for (const Counted& source : kInterruptRows) {
-    const auto row = rows.find(source.name);
-    if (row != rows.end() && row->second.contains(core)) {
-      counters.m_counts[source.name] = {source.trouble, row->second.at(core)};
+  for (const TroubleRow& row : readTroubleRows(files)) {
+    if (const auto count = row.counts.find(core); count != row.counts.end()) {
+      counters.m_counts[row.label] = {row.trouble, count->second};
     }
   }
   return counters;
@@ -57,8 +25,10 @@ std::map<std::string, HealthCounters::Count> HealthCounters::since(
   std::map<std::string, Count> grown;
   for (const auto& [name, count] : m_counts) {
     const auto before = earlier.m_counts.find(name);
-    if (before != earlier.m_counts.end() && count.value > before->second.value) {
-      grown[name] = {count.trouble, count.value - before->second.value};
+    const std::uint64_t growth =
+        before == earlier.m_counts.end() ? 0 : grownBy(count.value, before->second.value);
+    if (growth > 0) {
+      grown[name] = {count.trouble, growth};
     }
   }
   return grown;

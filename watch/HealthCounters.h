@@ -4,16 +4,10 @@
 #include <map>
 #include <string>
 
+#include "watch/InterruptRows.h"
 #include "watch/SystemFiles.h"
 
 namespace TarvexDiags::Watching {
-
-/// @brief What a counter that grew during a test means.
-enum class Trouble {
-  Throttling,    ///< the core slowed down for heat: cooling, not the core
-  Corrected,     ///< errors that the processor put right itself
-  MachineCheck,  ///< an error that it could not
-};
 
 /// @brief What the kernel counts of a core's health, at one moment.
 ///

@@ -4,10 +4,25 @@
 #include <charconv>
 #include <cstddef>
 #include <optional>
+#include <utility>
 
 namespace TarvexDiags::Watching {
 
 namespace {
+
+struct CountedRow {
+  const char* label;
+  Trouble trouble;
+};
+
+// arch/x86/kernel/irq.c of the kernel: exceptions; interrupts for a threshold of corrected errors,
+// for deferred ones and for heat. Polls (MCP) say nothing.
+constexpr CountedRow kTroubleRows[] = {
+    {"MCE", Trouble::MachineCheck},
+    {"THR", Trouble::Corrected},
+    {"DFR", Trouble::Corrected},
+    {"TRM", Trouble::Throttling},
+};
 
 /// Takes the next word of a line; empty at its end.
 std::string_view takeWord(std::string_view& line) {
@@ -68,6 +83,21 @@ std::map<std::string, std::map<int, std::uint64_t>> parseInterruptRows(
       if (cpu >= 0) {
         row[cpu] = *value;
       }
+    }
+  }
+  return rows;
+}
+
+std::vector<TroubleRow> readTroubleRows(const SystemFiles& files) {
+  std::vector<std::string> labels;
+  for (const CountedRow& row : kTroubleRows) {
+    labels.emplace_back(row.label);
+  }
+  auto counts = parseInterruptRows(files.text("proc/interrupts").value_or(""), labels);
+  std::vector<TroubleRow> rows;
+  for (const CountedRow& row : kTroubleRows) {
+    if (const auto found = counts.find(row.label); found != counts.end()) {
+      rows.push_back({row.label, row.trouble, std::move(found->second)});
     }
   }
   return rows;

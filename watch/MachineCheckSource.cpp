@@ -15,20 +15,15 @@ namespace TarvexDiags::Watching {
 
 namespace {
 
-struct CountedRow {
-  const char* label;
-  Kind kind;
-};
-
-// arch/x86/kernel/irq.c of the kernel: exceptions; interrupts for a threshold of corrected errors,
-// and for deferred ones. Polls (MCP) say nothing.
-constexpr CountedRow kRows[] = {
-    {"MCE", Kind::MachineCheckUncorrected},
-    {"THR", Kind::MachineCheckCorrected},
-    {"DFR", Kind::MachineCheckCorrected},
-};
 constexpr std::size_t kLongestLine = 8192;
 constexpr int kMostPieces = 1000;
+
+/// The rows that count machine checks. Another source tells of heat.
+std::vector<TroubleRow> rowsOfChecks(const SystemFiles& files) {
+  std::vector<TroubleRow> rows = readTroubleRows(files);
+  std::erase_if(rows, [](const TroubleRow& row) { return row.trouble == Trouble::Throttling; });
+  return rows;
+}
 
 }  // namespace
 
@@ -42,9 +37,7 @@ std::optional<std::string> MachineCheckSource::open() {
 bool MachineCheckSource::openCounters() {
   lookAtCounters(Moment(), nullptr);
   m_growths.open();
-  const auto rows = parseInterruptRows(m_files.text("proc/interrupts").value_or(""),
-                                       {kRows[0].label, kRows[1].label, kRows[2].label});
-  return !rows.empty();
+  return !rowsOfChecks(m_files).empty();
 }
 
 void MachineCheckSource::look(Moment now, Collector& collector) {
@@ -99,18 +92,14 @@ std::string MachineCheckSource::diskOf(const std::string& numbers) const {
 }
 
 void MachineCheckSource::lookAtCounters(Moment now, Collector* collector) {
-  const auto rows = parseInterruptRows(m_files.text("proc/interrupts").value_or(""),
-                                       {kRows[0].label, kRows[1].label, kRows[2].label});
-  for (const CountedRow& row : kRows) {
-    const auto found = rows.find(row.label);
-    if (found == rows.end()) {
-      continue;
-    }
-    for (const auto& [cpu, count] : found->second) {
+  for (const TroubleRow& row : rowsOfChecks(m_files)) {
+    const Kind kind = row.trouble == Trouble::MachineCheck ? Kind::MachineCheckUncorrected
+                                                           : Kind::MachineCheckCorrected;
+    for (const auto& [cpu, count] : row.counts) {
       const std::uint64_t growth =
           m_growths.to(std::string(row.label) + std::to_string(cpu), count);
       if (growth > 0 && collector != nullptr) {
-        Finding finding{.time = now, .source = SourceKind::MachineChecks, .kind = row.kind};
+        Finding finding{.time = now, .source = SourceKind::MachineChecks, .kind = kind};
         finding.device = "cpu:" + std::to_string(cpu);
         finding.count = growth;
         finding.detail = row.label;

@@ -234,6 +234,17 @@ TEST(HealthCountersTest, counters_of_the_core_alone_are_compared) {
   EXPECT_EQ(grown.at("MCE").trouble, Trouble::MachineCheck);
 }
 
+TEST(HealthCountersTest, counter_that_was_set_back_has_counted_from_zero) {
+  MachineTest machine;
+  const std::string file = "sys/devices/system/cpu/cpu1/thermal_throttle/core_throttle_count";
+  machine.has(file, "5\n");
+  const HealthCounters before = HealthCounters::read(machine.files(), 1);
+  machine.has(file, "2\n");
+  const auto grown = HealthCounters::read(machine.files(), 1).since(before);
+  ASSERT_EQ(grown.size(), 1U);
+  EXPECT_EQ(grown.at("core_throttle_count").value, 2U);
+}
+
 TEST(HealthCountersTest, core_that_is_not_counted_has_none) {
   MachineTest machine;
   EXPECT_FALSE(HealthCounters::read(machine.files(), 0).present());
