@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <set>
+
 #include "inventory/Inventory.h"
 #include "inventory/PciPath.h"
 #include "watch/NodeFiles.h"
@@ -31,6 +34,15 @@ Json toJson(const MemoryModule& module) {
   return tree;
 }
 
+/// Whether firmware repeats locators, as for each processor. The bank tells them apart then, of all
+/// places alike: when one of them goes missing, the others keep their names.
+bool doLocatorsRepeat(const std::vector<MemoryModule>& modules) {
+  std::set<std::string> locators;
+  return std::any_of(modules.begin(), modules.end(), [&](const MemoryModule& module) {
+    return !module.locator.empty() && !locators.insert(module.locator).second;
+  });
+}
+
 /// By their locators; kUnknown when firmware's table is not for this process.
 Json modulesOf(const SystemFiles& files) {
   const ModuleTable table = readModules(files);
@@ -38,10 +50,10 @@ Json modulesOf(const SystemFiles& files) {
     return kUnknown;
   }
   Json modules = Json::object();
+  const bool needBanks = doLocatorsRepeat(table.modules);
   for (const MemoryModule& module : table.modules) {
-    // Firmware that repeats a locator for each processor tells them apart by the bank.
     std::string place = module.locator.empty() ? "module" : module.locator;
-    if (modules.contains(place) && !module.bank.empty()) {
+    if (needBanks && !module.bank.empty()) {
       place += " " + module.bank;
     }
     modules[keyFor(modules, place)] = toJson(module);

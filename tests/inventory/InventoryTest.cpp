@@ -264,9 +264,24 @@ TEST(Inventory, tells_two_parts_of_one_place_apart) {
                    {.locator = "DIMM 0", .serial = "2"},
                    {.locator = "DIMM 0", .serial = "3"}});
   const Json modules = memoryFacts(machine.files())["modules"];
-  EXPECT_EQ(modules["DIMM 0"]["serialNumber"], "1");
-  EXPECT_EQ(modules["DIMM 0 NODE 0"]["serialNumber"], "2");
-  EXPECT_EQ(modules["DIMM 0 NODE 0#2"]["serialNumber"], "3");
+  EXPECT_EQ(modules["DIMM 0 NODE 0"]["serialNumber"], "1");
+  EXPECT_EQ(modules["DIMM 0 NODE 0#2"]["serialNumber"], "2");
+  EXPECT_EQ(modules["DIMM 0 NODE 0#3"]["serialNumber"], "3");
+}
+
+TEST(Inventory, calls_a_module_the_same_whichever_other_one_is_gone) {
+  RecordedMachine machine;
+  std::vector<ModuleRecord> records = {{.locator = "DIMM A", .serial = "1", .bank = "P0"},
+                                       {.locator = "DIMM B", .serial = "2", .bank = "P0"},
+                                       {.locator = "DIMM A", .serial = "3", .bank = "P1"},
+                                       {.locator = "DIMM B", .serial = "4", .bank = "P1"}};
+  machine.modules(records);
+  Json modules = memoryFacts(machine.files())["modules"];
+  EXPECT_EQ(modules["DIMM A P0"]["serialNumber"], "1");
+  records.erase(records.begin());
+  machine.modules(records);
+  modules.erase("DIMM A P0");
+  EXPECT_EQ(memoryFacts(machine.files())["modules"], modules);
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ std::string dmiModule(const ModuleRecord& module) {
   put(0x0F, module.set, 1);
   put(0x20, module.configuredSpeed == 0 ? module.ratedSpeed : module.configuredSpeed, 2);
   return dmiStructure(
-      17, body, {module.locator, "NODE 0", "Maker of Modules", module.serial, "M321R2GA3BB6"});
+      17, body, {module.locator, module.bank, "Maker of Modules", module.serial, "M321R2GA3BB6"});
 }
 
 std::string dmiEnd() {

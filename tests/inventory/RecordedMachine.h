@@ -16,6 +16,7 @@ struct ModuleRecord {
   std::string serial;
   std::uint16_t configuredSpeed = 0;  ///< 0: as rated
   std::uint8_t set = 0;
+  std::string bank = "NODE 0";
 };
 
 /// @brief The bytes of a structure: its area, and the strings behind it.
