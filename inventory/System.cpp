@@ -1,6 +1,7 @@
 #include <iterator>
 
 #include "inventory/Inventory.h"
+#include "watch/FirmwareFiles.h"
 
 namespace TarvexDiags::Inventory {
 
@@ -38,7 +39,7 @@ template <class Facts>
 Json factsOf(const SystemFiles& files, const Facts& facts) {
   Json tree = Json::object();
   for (const DmiFact& fact : facts) {
-    addText(tree, fact.key, files, std::filesystem::path("sys/class/dmi/id") / fact.file);
+    addText(tree, fact.key, files, Watching::firmwareFile(fact.file));
   }
   return tree;
 }

@@ -12,20 +12,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string lineOf(const SystemFiles& files, const fs::path& file) {
-  constexpr const char* kBlanks = " \t";
-  const std::string text = files.text(file).value_or("");
-  const std::string line = text.substr(0, text.find('\n'));
-  const std::size_t first = line.find_first_not_of(kBlanks);
-  return first == std::string::npos
-             ? ""
-             : line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
-}
-
 std::string firstOf(const SystemFiles& files, const fs::path& folder,
                     std::initializer_list<const char*> names) {
   for (const char* const name : names) {
-    if (std::string line = lineOf(files, folder / name); !line.empty()) {
+    if (std::string line = files.line(folder / name); !line.empty()) {
       return line;
     }
   }
@@ -64,9 +54,9 @@ Attachment attachmentOf(const SystemFiles& files, const fs::path& folder, const 
   if (!name.starts_with("sd") && !name.starts_with("hd")) {
     return Attachment::VirtualDisk;
   }
-  const std::string vendor = lineOf(files, folder / "device/vendor");
+  const std::string vendor = files.line(folder / "device/vendor");
   if (virtualDisks == VirtualDisks::WithoutHealth &&
-      isVirtual(vendor, lineOf(files, folder / "device/model"))) {
+      isVirtual(vendor, files.line(folder / "device/model"))) {
     return Attachment::VirtualDisk;
   }
   // A bridge that passes ATA commands through describes the disk behind it on a page of its own.

@@ -52,8 +52,7 @@ ErrorCounters ErrorCounters::read(const SystemFiles& files) {
     }
     add(name, {controller, "", {}}, path / "ce_noinfo_count", path / "ue_noinfo_count");
     for (const std::string& module : modules) {
-      std::string label = files.text(path / module / "dimm_label").value_or("");
-      label.erase(label.find_last_not_of(" \n") + 1);
+      const std::string label = files.line(path / module / "dimm_label");
       add(name + "/" + module + (label.empty() ? "" : " (" + label + ")"),
           {controller, label.empty() ? module : label, {}}, path / module / "dimm_ce_count",
           path / module / "dimm_ue_count");

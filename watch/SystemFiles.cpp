@@ -81,6 +81,15 @@ std::optional<std::uint64_t> SystemFiles::hexadecimal(const std::filesystem::pat
   return content && content->starts_with("0x") ? numberIn(content->substr(2), 16) : std::nullopt;
 }
 
+std::string SystemFiles::line(const std::filesystem::path& path) const {
+  const std::string content = text(path).value_or("");
+  const std::string first = content.substr(0, content.find('\n'));
+  const std::size_t begin = first.find_first_not_of(kBlanks);
+  return begin == std::string::npos
+             ? ""
+             : first.substr(begin, first.find_last_not_of(kBlanks) - begin + 1);
+}
+
 std::string SystemFiles::word(const std::filesystem::path& path) const {
   const std::string content = text(path).value_or("");
   const std::size_t first = content.find_first_not_of(kBlanks);

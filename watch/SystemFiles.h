@@ -27,6 +27,9 @@ class SystemFiles {
   /// @brief The same for a number that the kernel writes as "0x1f".
   std::optional<std::uint64_t> hexadecimal(const std::filesystem::path& path) const;
 
+  /// @brief The first line of the file without the blanks around it; empty when there is none.
+  std::string line(const std::filesystem::path& path) const;
+
   /// @brief The first word of the file; empty when there is none.
   std::string word(const std::filesystem::path& path) const;
 

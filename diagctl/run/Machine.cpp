@@ -3,23 +3,13 @@
 #include <fmt/format.h>
 #include <sys/utsname.h>
 
-#include <fstream>
 #include <string>
 
 #include "System/SysUtil.h"
+#include "watch/FirmwareFiles.h"
+#include "watch/SystemFiles.h"
 
 namespace TarvexDiags::FrontEnd {
-
-namespace {
-
-std::string firstLineOf(const char* path) {
-  std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
-  return line;
-}
-
-}  // namespace
 
 RunStarted describeMachine() {
   RunStarted start;
@@ -33,8 +23,9 @@ RunStarted describeMachine() {
   if (start.machineId.empty()) {
     start.machineId = start.machineName;
   }
-  const std::string vendor = firstLineOf("/sys/class/dmi/id/sys_vendor");
-  const std::string product = firstLineOf("/sys/class/dmi/id/product_name");
+  const Watching::SystemFiles files;
+  const std::string vendor = files.line(Watching::firmwareFile("sys_vendor"));
+  const std::string product = files.line(Watching::firmwareFile("product_name"));
   if (!vendor.empty() || !product.empty()) {
     start.platforms.push_back(fmt::format("{} {}", vendor, product));
   }
