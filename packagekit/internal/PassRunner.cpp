@@ -343,12 +343,12 @@ void PassRunner::eventRaised(EventType type, unsigned int code, std::vector<std:
   }
   --*m_eventsLeft;
   m_bytesLeft -= bytes;
-  m_observer.raise(type, code,
-                   code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters, now());
-  m_errorIsTold = m_errorIsTold || isFirstError;
   if (isOwn && type == DiagnosticEvent::WARNING_EVENT && !m_warningTold) {
     m_warningTold = PassOutcome{DiagnosticResult::UNUSUAL_STATUS, type, code, parameters};
   }
+  m_observer.raise(type, code,
+                   code == TEST_MEASUREMENT ? aboutTest(std::move(parameters)) : parameters, now());
+  m_errorIsTold = m_errorIsTold || isFirstError;
 }
 
 // Beside the events of the test, of which it leaves none out. The file has them all.
