@@ -59,9 +59,13 @@ Json toJson(const PackageItem& package) {
 }
 
 Json toJson(const PackageItem& package, const DeviceItem& device) {
-  return {{"package", package.name}, {"number", device.id},
-          {"name", device.name},     {"tag", device.tag},
-          {"status", device.status}, {"statusText", orNull(device.statusText)}};
+  return {{"package", package.name},
+          {"number", device.id},
+          {"name", device.name},
+          {"bytes", device.bytes > 0 ? Json(device.bytes) : Json()},
+          {"tag", device.tag},
+          {"status", device.status},
+          {"statusText", orNull(device.statusText)}};
 }
 
 Json pairOf(const PackageItem& package, const DeviceItem& device, const TestItem& test) {

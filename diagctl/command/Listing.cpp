@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "diagctl/report/Figures.h"
 #include "diagctl/session/PackageSettings.h"
 #include "diagctl/terminal/Columns.h"
 #include "diagctl/terminal/Printer.h"
@@ -50,6 +51,11 @@ void showPackage(Printer& out, const PackageItem& package, const std::string& di
   }
 }
 
+// It stands beside the name, which stays the same when memory is plugged.
+std::string sizeOf(const DeviceItem& device) {
+  return device.bytes > 0 ? describeCoverage(static_cast<double>(device.bytes), 0) : "";
+}
+
 bool isPossible(const PackageItem& package, const DeviceItem& device, const TestItem& test) {
   return package.stateOf(device, test) != PairState::Impossible;
 }
@@ -57,6 +63,9 @@ bool isPossible(const PackageItem& package, const DeviceItem& device, const Test
 void showDevice(Printer& out, const PackageItem& package, const DeviceItem& device) {
   out.say("device {} of {}: {}\n  tag {}\n  {}\n", device.id, package.toldName(), device.name,
           device.tag, statusOf(device));
+  if (device.bytes > 0) {
+    out.say("  size {}\n", sizeOf(device));
+  }
   for (const TestItem& test : package.tests) {
     if (isPossible(package, device, test)) {
       out.say("  test {} {}: {}\n", test.id, nameToAskFor(test), package.describe(device, test));
@@ -139,11 +148,11 @@ void listPackages(Printer& out, const Catalogue& catalogue) {
 }
 
 void listDevices(Printer& out, const Catalogue& catalogue) {
-  Table table({tr("PACKAGE"), tr("NO"), tr("DEVICE"), tr("TAG"), tr("STATUS")});
+  Table table({tr("PACKAGE"), tr("NO"), tr("DEVICE"), tr("SIZE"), tr("TAG"), tr("STATUS")});
   for (const PackageItem& package : catalogue.packages) {
     for (const DeviceItem& device : package.devices) {
-      table.add(
-          {package.mnemonic, std::to_string(device.id), device.name, device.tag, statusOf(device)});
+      table.add({package.mnemonic, std::to_string(device.id), device.name, sizeOf(device),
+                 device.tag, statusOf(device)});
     }
   }
   table.write(out);

@@ -164,8 +164,10 @@ RunStarted openingOf(const RunCommandOptions& options, Session& session, const R
   for (const PackageItem& package : catalogue.packages) {
     start.software.push_back({package.baseName, package.name, package.version});
     for (const DeviceItem& device : package.devices) {
-      start.hardware.push_back(
-          {fmt::format("{}-{}", package.index, device.id), device.name, device.tag});
+      start.hardware.push_back({.id = fmt::format("{}-{}", package.index, device.id),
+                                .name = device.name,
+                                .location = device.tag,
+                                .bytes = static_cast<double>(device.bytes)});
     }
   }
   start.language = options.language;

@@ -225,6 +225,30 @@ void takeNames(const Json& metadata, RunStarted& start) {
   }
 }
 
+// A number that is none, or less than nothing, counts as nothing.
+double amountOf(const Json& object, const char* key) {
+  const auto entry = object.find(key);
+  return entry != object.end() && entry->is_number() ? std::max(entry->get<double>(), 0.0) : 0;
+}
+
+void takeSizes(const Json& machine, std::vector<HardwareItem>& hardware) {
+  constexpr double kMostBytes = 1e18;
+  const auto metadata = machine.find("metadata");
+  if (metadata == machine.end() || !metadata->is_object() || !metadata->contains("sizes")) {
+    return;
+  }
+  std::map<std::string, double> sizes;
+  for (const Json& size : metadata->at("sizes")) {
+    if (size.is_object()) {
+      sizes[textOf(size, "hardwareInfoId")] = std::min(amountOf(size, "bytes"), kMostBytes);
+    }
+  }
+  for (HardwareItem& item : hardware) {
+    const auto size = sizes.find(item.id);
+    item.bytes = size != sizes.end() ? size->second : 0;
+  }
+}
+
 RunStarted toRunStarted(const Json& content) {
   RunStarted start;
   start.name = textOf(content, "name");
@@ -250,6 +274,7 @@ RunStarted toRunStarted(const Json& content) {
                               textOf(item, "version")});
   }
   takeNames(machine.value("metadata", Json::object()), start);
+  takeSizes(machine, start.hardware);
   return start;
 }
 
@@ -314,12 +339,6 @@ StepMeasurement toStepMeasurement(const std::string& stepId, const Json& content
 }
 
 constexpr double kMostFurther = 1e9;
-
-// A number that is none, or less than nothing, counts as nothing.
-double amountOf(const Json& object, const char* key) {
-  const auto entry = object.find(key);
-  return entry != object.end() && entry->is_number() ? std::max(entry->get<double>(), 0.0) : 0;
-}
 
 RunCoverage toRunCoverage(const Json& content) {
   constexpr double kMostDevices = 1e9;

@@ -102,6 +102,10 @@ Json describeMachine(const RunStarted& start) {
     addUnlessEmpty(hardware, "serialNumber", item.serialNumber);
     addUnlessEmpty(hardware, "version", item.version);
     machine["hardwareInfos"].push_back(std::move(hardware));
+    if (item.bytes > 0) {  // the format has no field for it
+      machine["metadata"]["sizes"].push_back(
+          {{"hardwareInfoId", item.id}, {"bytes", static_cast<std::uint64_t>(item.bytes)}});
+    }
   }
   if (!start.localNames.empty()) {
     machine["metadata"][kNamesLanguage] = start.language;

@@ -41,6 +41,7 @@ struct HardwareItem {
   std::string partNumber = {};
   std::string serialNumber = {};
   std::string version = {};  ///< of its firmware
+  double bytes = 0;          ///< how large it is; 0 where nobody tells it
 };
 
 struct SoftwareItem {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <utility>
@@ -44,6 +45,7 @@ struct DeviceItem {
   std::string disableName = {};
   unsigned int status = 0;
   std::string statusText = {};  ///< in the chosen language; empty if the package has none
+  std::uint64_t bytes = 0;      ///< how large it is; 0 where the package does not tell
 };
 
 struct PackageItem {

@@ -1,13 +1,30 @@
 #include "diagctl/session/Reasons.h"
 
+#include <cstdint>
 #include <map>
 #include <tuple>
 
 #include "packagekit/contract/ReasonKind.h"
+#include "packagekit/contract/SettingRule.h"
 
 namespace TarvexDiags::FrontEnd {
 
 namespace Contract = PackageKit::Contract;
+
+namespace {
+
+using LinesByPair =
+    std::map<std::tuple<std::string, int, std::string>, const Contract::SupportLine*>;
+
+std::uint64_t bytesIn(const LinesByPair& lines, const PackageItem& package,
+                      const DeviceItem& device) {
+  const auto line =
+      lines.find({package.baseName, Contract::kNoTest, Contract::toSupportField(device.tag)});
+  const bool isSize = line != lines.end() && line->second->reason == Contract::kBytesOfDevice;
+  return isSize ? PackageKit::valueFrom<std::uint64_t>(line->second->detail).value_or(0) : 0;
+}
+
+}  // namespace
 
 SkipKind skipKindOf(const std::string& reason) {
   switch (Contract::kindOf(reason)) {
@@ -24,12 +41,13 @@ SkipKind skipKindOf(const std::string& reason) {
 void addReasons(Catalogue& catalogue, const std::vector<Contract::SupportLine>& lines,
                 const Texts& texts) {
   // By package, test and tag; the last line counts, as an enumeration may be repeated.
-  std::map<std::tuple<std::string, int, std::string>, const Contract::SupportLine*> reasons;
+  LinesByPair reasons;
   for (const Contract::SupportLine& line : lines) {
     reasons[{line.package, line.testId, line.resourceTag}] = &line;
   }
   for (PackageItem& package : catalogue.packages) {
-    for (const DeviceItem& device : package.devices) {
+    for (DeviceItem& device : package.devices) {
+      device.bytes = bytesIn(reasons, package, device);
       for (const TestItem& test : package.tests) {
         const auto reason =
             reasons.find({package.baseName, test.id, Contract::toSupportField(device.tag)});

@@ -22,14 +22,20 @@ namespace TarvexDiags::PackageKit::Contract {
 /// @brief Why a test of a package cannot run on a device.
 ///
 /// The controller knows a yes or no alone. A client that wants the reasons opens a SupportInbox
-/// before it enumerates; each package of the kit then writes a line for each no.
+/// before it enumerates; each package of the kit then writes a line for each no. A line for no test
+/// tells how large a device is, whose name does not say it.
 struct SupportLine {
   std::string package = {};  ///< base name
-  int testId = 0;
+  int testId = 0;            ///< kNoTest: of the device itself
   std::string resourceTag = {};
   std::string reason = {};  ///< words, or a token of the package's texts
   std::string detail = {};  ///< in no language; often empty
 };
+
+inline constexpr int kNoTest = 0;
+/// @brief The reason of a line that tells the size of a device; its detail is the bytes. The kit
+/// takes them from the device's property of that name.
+inline constexpr const char* kBytesOfDevice = "bytes";
 
 /// @brief A text as a field of a line: control characters become blanks.
 inline std::string toSupportField(std::string text) {

@@ -320,6 +320,16 @@ void KitDiagnostics::progressed(unsigned int percentOfPass) {
   m_passProgress = std::min(percentOfPass, 100U);
 }
 
+namespace {
+
+void tellSize(const std::string& package, const std::string& tag, const Device& device) {
+  if (const std::string bytes = device.property(Contract::kBytesOfDevice); !bytes.empty()) {
+    Contract::sendSupportLine({package, Contract::kNoTest, tag, Contract::kBytesOfDevice, bytes});
+  }
+}
+
+}  // namespace
+
 // Settled by discovery, so no code of the package's author runs here.
 bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int testId) {
   Support answer = Support::no(Contract::kNoSuchTest);
@@ -329,6 +339,7 @@ bool KitDiagnostics::IsDeviceSupported(DeviceEnum::VirtualDevice& device, int te
     tag = given == nullptr ? "" : given->getResourceTag();
     if (const auto* const own = dynamic_cast<const KitDevice*>(given)) {
       answer = own->supports(testId);
+      tellSize(m_module.baseName(), tag, own->description());
     }
   });
   if (!answer) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@ namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -87,6 +89,22 @@ TEST_F(DiagctlAnswers, a_slip_in_a_name_is_told_with_what_is_near_and_runs_nothi
   EXPECT_THAT(run({"show", "Gose"}).err, HasSubstr("matches 'Gose'; did you mean 'Goose'"));
   EXPECT_THAT(run({"run", "-t", "Godo*"}).err, HasSubstr("'Godo*'; did you mean 'Good'"));
   EXPECT_THAT(run({"run", "Othre:*"}).err, HasSubstr("'Othre:*'; did you mean 'OTHER'?"));
+}
+
+TEST_F(DiagctlAnswers, sizes_stand_beside_the_names_of_devices) {
+  const auto bundled = [](std::vector<std::string> words) {
+    words.insert(words.begin(), "--allow-insecure");
+    return diagctl(words).out;
+  };
+  EXPECT_THAT(bundled({"list", "devices"}), ContainsRegex("\nMEMORY[^\n]+ [0-9,]+ MiB +host/"));
+  EXPECT_THAT(bundled({"show", "*emory*"}), ContainsRegex("\n  size [0-9,]+ MiB\n"));
+  const Json list = Json::parse(bundled({"list", "devices", "--format", "json"}));
+  EXPECT_TRUE(std::any_of(list["devices"].begin(), list["devices"].end(),
+                          [](const Json& device) { return device["bytes"].is_number(); }));
+  const auto log =
+      parseLines(bundled({"run", "-q", "--quick", "-t", "Kernel taint", "--format", "jsonl"}));
+  const Json machine = artifacts(log, "testRunStart").at(0)["dutInfo"];
+  EXPECT_GT(machine["metadata"]["sizes"].at(0)["bytes"], 0);
 }
 
 TEST_F(DiagctlAnswers, names_that_have_no_test_in_common_are_told_so) {
