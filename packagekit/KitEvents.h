@@ -43,6 +43,8 @@ enum KitEvent : unsigned int {
   TEST_PROGRESS = 9063,     ///< percent: every ten, when the request asks for status messages
   TEST_LOG_LINE = 9064,     ///< line of the package's log, or "..." where those behind it are left
                             ///< out: when the request asks for them, see contract/LogWish.h
+  TEST_THROUGHPUT = 9065,   ///< figure, unit as "MB/s": what the test does, once a second, when the
+                            ///< request asks for it: see contract/ThroughputWish.h
 };
 
 /// @brief Device status codes of the kit, with their tokens in section `DeviceStatus`.

@@ -96,6 +96,13 @@ void TestContext::measurement(const std::string& name, const std::string& value,
             Contract::toDetails({name, value, unit}));
 }
 
+void TestContext::processed(double amount, const std::string& unit) {
+  if (const auto rate = m_rate.add(amount, RateMeter::Clock::now())) {
+    sendEvent(Diag::DiagnosticEvent::INFORMATION_EVENT, TEST_THROUGHPUT,
+              {Contract::toText(*rate), unit + "/s"});
+  }
+}
+
 void TestContext::log(const std::string& line) {
   writeLog(line);
 }

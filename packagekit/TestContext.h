@@ -15,6 +15,7 @@
 #include "Diag/DiagnosticEvent.h"
 #include "packagekit/Device.h"
 #include "packagekit/Environment.h"
+#include "packagekit/RateMeter.h"
 #include "packagekit/Setting.h"
 #include "packagekit/Settings.h"
 #include "packagekit/contract/Texts.h"
@@ -179,6 +180,12 @@ class TestContext {
   /// @brief The same for a figure that is text, such as a firmware revision.
   void measurement(const std::string& name, const std::string& value, const std::string& unit = {});
 
+  /// @brief Adds to what the test has done since its last call. Who watches a run sees from it how
+  /// fast the test is, once a second; no report has it. Cheap, but not for an inner loop: call it
+  /// for each buffer, slice or batch.
+  /// @param unit of the amount, as people write it: "MB"; the same in all calls
+  void processed(double amount, const std::string& unit);
+
   /// @brief Writes a line to the package's log, when the client has logging on.
   void log(const std::string& line);
 
@@ -209,6 +216,7 @@ class TestContext {
 
   const TestParameters m_parameters;
   const Settings m_settings;
+  RateMeter m_rate;
 };
 
 }  // namespace TarvexDiags::PackageKit

@@ -16,6 +16,7 @@ enum class RunEffect {
   News,         ///< told to people; nothing is to be done
   Measurement,  ///< a figure, for reports; see Measurement.h
   LogLine,      ///< of the package's log, for those who look closely
+  Throughput,   ///< what a test does just now, for those who watch
   Nothing,      ///< a report has it by other means
 };
 
@@ -99,6 +100,7 @@ inline constexpr KitCode kKitCodes[] = {
             RunEffect::Measurement),
     newsRow(TEST_PROGRESS, "KIT_TEST_PROGRESS", "kit-test-progress", RunEffect::Nothing),
     newsRow(TEST_LOG_LINE, "KIT_TEST_LOG_LINE", "kit-test-log-line", RunEffect::LogLine),
+    newsRow(TEST_THROUGHPUT, "KIT_TEST_THROUGHPUT", "kit-test-throughput", RunEffect::Throughput),
 };
 
 /// @brief Every device status of the kit.

@@ -54,6 +54,19 @@ inline std::optional<Measurement> toMeasurement(const std::vector<std::string>& 
   return Measurement{parameters[kName], parameters[kValue], parameters[kUnit]};
 }
 
+/// @brief How many details the event of a throughput has: its figure and its unit.
+inline constexpr std::size_t kThroughputDetails = 2;
+
+/// @brief Reads the parameters of a throughput's event; nothing if there are too few.
+/// @return without a name
+inline std::optional<Measurement> toThroughput(const std::vector<std::string>& parameters) {
+  constexpr std::size_t kValue = 3;  // behind what it is about
+  if (parameters.size() < kValue + kThroughputDetails) {
+    return std::nullopt;
+  }
+  return Measurement{"", parameters[kValue], parameters[kValue + 1]};
+}
+
 /// @brief A figure as the value of a measurement: the shortest text that reads back as the same.
 inline std::string toText(double figure) {
   char buffer[32];

@@ -13,6 +13,7 @@
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
 #include "packagekit/contract/SupportLines.h"
+#include "packagekit/contract/ThroughputWish.h"
 #include "packagekit/contract/TimeWish.h"
 #include "packagekit/internal/Guard.h"
 #include "packagekit/internal/KitDevice.h"
@@ -241,6 +242,7 @@ PassSetup KitDiagnostics::setupOf(const Device& device, const DiagnosticSettings
   setup.seed = Contract::seedOf(wishes);
   setup.isDebugged = Contract::isToBeDebugged(wishes);
   setup.tellsLog = Contract::isLogWanted(wishes);
+  setup.tellsThroughput = Contract::isThroughputWanted(wishes);
   setup.configFile = m_module.settings().file();
   setup.logFile = m_diagLog ? m_module.logFile() : "";
   return setup;

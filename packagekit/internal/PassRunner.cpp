@@ -305,6 +305,7 @@ void PassRunner::testBegan(std::size_t position, Time time) {
   m_testIsOpen = true;
   m_testStart = time;
   m_reportedTens = 0;
+  m_throughputAt.reset();
   tell(TEST_STARTED, {std::to_string(m_setup.passNumber), std::to_string(m_setup.seed)});
   tellProgress(0);
 }
@@ -328,6 +329,10 @@ void PassRunner::eventRaised(EventType type, unsigned int code, std::vector<std:
   m_toldAt = time;
   if (code == TEST_LOG_LINE) {
     logLineWritten(std::move(parameters));
+    return;
+  }
+  if (code == TEST_THROUGHPUT) {
+    throughputTold(std::move(parameters));
     return;
   }
   const bool isOwn = !Contract::isKitCode(code);
@@ -360,6 +365,23 @@ void PassRunner::logLineWritten(std::vector<std::string> line) {
     line = {"..."};
   }
   tell(TEST_LOG_LINE, std::move(line));
+}
+
+// Beside the events of the test as well: no more often and no longer than people can read, whatever
+// the test sends.
+void PassRunner::throughputTold(std::vector<std::string> throughput) {
+  constexpr std::chrono::milliseconds least{
+      500};  // sent once a second, and received a little unevenly
+  constexpr std::size_t longest = 64;
+  const auto now = Clock::now();
+  if (m_throughputAt && now - *m_throughputAt < least) {
+    return;
+  }
+  m_throughputAt = now;
+  for (std::string& text : throughput) {
+    text.resize(std::min(text.size(), longest));
+  }
+  tell(TEST_THROUGHPUT, std::move(throughput));
 }
 
 void PassRunner::testEnded(const TestReport& report) {

@@ -62,6 +62,7 @@ class PassRunner : private SessionObserver {
 
   void tellProgress(unsigned int percent);
   void logLineWritten(std::vector<std::string> line);
+  void throughputTold(std::vector<std::string> throughput);
   void runTests();
   void endForLackOfMemory() noexcept;
   bool startIsRefused();
@@ -100,8 +101,9 @@ class PassRunner : private SessionObserver {
   SessionLimits m_limits;                    ///< of the session
   Clock::time_point now() const { return m_toldAt.value_or(Clock::now()); }
 
-  std::optional<Clock::time_point> m_toldAt;  ///< what a worker tells at present
-  Clock::time_point m_testStart;              ///< by the worker's clock
+  std::optional<Clock::time_point> m_toldAt;        ///< what a worker tells at present
+  Clock::time_point m_testStart;                    ///< by the worker's clock
+  std::optional<Clock::time_point> m_throughputAt;  ///< when it was told last of the present test
   unsigned int m_reportedTens = 0;
   std::optional<std::size_t> m_eventsLeft;  ///< unknown before the first worker
   std::size_t m_bytesLeft = 0;              ///< that events of the pass may still take

@@ -17,7 +17,7 @@ FrameWriter PassSetup::toFrame() const {
   frame.number(openMode).number(quickMode).number(haltOnError).number(diagnosticMode);
   frame.number(static_cast<std::uint64_t>(passNumber)).number(seed);
   frame.text(configFile).text(logFile).number(memoryLimit).number(coreDumps);
-  frame.number(tellsLog);
+  frame.number(tellsLog).number(tellsThroughput);
   return frame;
 }
 
@@ -46,6 +46,7 @@ PassSetup PassSetup::fromFrame(Frame& frame) {
   setup.memoryLimit = frame.number();
   setup.coreDumps = frame.number(1) != 0;
   setup.tellsLog = frame.number(1) != 0;
+  setup.tellsThroughput = frame.number(1) != 0;
   return setup;
 }
 

@@ -24,8 +24,9 @@ struct PassSetup {
   std::string logFile = {};       ///< empty: no log
   std::uint64_t memoryLimit = 0;  ///< bytes of address space; 0: none
   bool coreDumps = false;
-  bool tellsLog = false;    ///< what tests write into the log is told as events, too
-  bool isDebugged = false;  ///< known from its start, and not told once more
+  bool tellsLog = false;         ///< what tests write into the log is told as events, too
+  bool tellsThroughput = false;  ///< how fast tests are is told as events
+  bool isDebugged = false;       ///< known from its start, and not told once more
 
   FrameWriter toFrame() const;
   static PassSetup fromFrame(Frame& frame);

@@ -181,7 +181,8 @@ void runPass(const Package& package, const PassSetup& setup, WorkerLink& link) {
     FrameWriter begin(FrameType::TestBegin);
     link.send(begin.number(position));
     const TestEntry* const entry = package.find(testId);
-    WorkerContext context(parametersOf(setup, testId, entry), link, setup.logFile, setup.tellsLog);
+    WorkerContext context(parametersOf(setup, testId, entry), link, setup.logFile, setup.tellsLog,
+                          setup.tellsThroughput);
     const Ending ending = runTest(entry, context);
     std::fflush(nullptr);
     FrameWriter end(FrameType::TestEnd);

@@ -22,7 +22,10 @@ void WorkerContext::sendProgress(unsigned int percent) {
 
 void WorkerContext::sendEvent(EventType type, unsigned int code,
                               std::vector<std::string> eventParameters) {
-  if (Contract::isKitCode(code) && code != TEST_MEASUREMENT) {
+  if (code == TEST_THROUGHPUT && !m_tellsThroughput) {
+    return;
+  }
+  if (Contract::isKitCode(code) && code != TEST_MEASUREMENT && code != TEST_THROUGHPUT) {
     throw std::invalid_argument("event code " + std::to_string(code) + " is reserved");
   }
   if (type == Diag::DiagnosticEvent::ERROR_EVENT) {

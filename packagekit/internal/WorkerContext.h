@@ -14,11 +14,14 @@ namespace TarvexDiags::PackageKit {
 class WorkerContext : public TestContext {
  public:
   /// @param tellsLog whether the host is told what goes into the log.
-  WorkerContext(TestParameters parameters, WorkerLink& link, std::string logFile, bool tellsLog)
+  /// @param tellsThroughput whether it is told how fast the test is.
+  WorkerContext(TestParameters parameters, WorkerLink& link, std::string logFile, bool tellsLog,
+                bool tellsThroughput)
       : TestContext(std::move(parameters)),
         m_link(link),
         m_logFile(std::move(logFile)),
-        m_tellsLog(tellsLog) {}
+        m_tellsLog(tellsLog),
+        m_tellsThroughput(tellsThroughput) {}
 
   bool stopRequested() const noexcept override { return m_link.stopRequested(); }
   bool sleepFor(std::chrono::nanoseconds duration) override { return m_link.sleepFor(duration); }
@@ -35,6 +38,7 @@ class WorkerContext : public TestContext {
   WorkerLink& m_link;
   const std::string m_logFile;
   const bool m_tellsLog;
+  const bool m_tellsThroughput;
   std::atomic<unsigned int> m_progress{0};
   std::atomic<bool> m_hasRaisedError{false};
 };

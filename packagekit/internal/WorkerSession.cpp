@@ -21,15 +21,26 @@ unsigned int codeOf(Frame& frame) {
   return static_cast<unsigned int>(frame.number(std::numeric_limits<unsigned int>::max()));
 }
 
-// Of the kit's events a test raises measurements, and lines of the log where they are wanted.
+// Of the kit's events a test raises measurements, and where they are wanted lines of the log and
+// how fast it is.
 bool mayBeRaised(Diag::DiagnosticEvent::EventType type, unsigned int code,
-                 const std::vector<std::string>& parameters, bool tellsLog) {
+                 const std::vector<std::string>& parameters, const PassSetup& setup) {
   if (!Contract::isKitCode(code)) {
     return true;
   }
-  return type == Diag::DiagnosticEvent::INFORMATION_EVENT &&
-         ((code == TEST_MEASUREMENT && parameters.size() == Contract::kMeasurementDetails) ||
-          (code == TEST_LOG_LINE && tellsLog && parameters.size() == 1));
+  if (type != Diag::DiagnosticEvent::INFORMATION_EVENT) {
+    return false;
+  }
+  switch (code) {
+    case TEST_MEASUREMENT:
+      return parameters.size() == Contract::kMeasurementDetails;
+    case TEST_LOG_LINE:
+      return setup.tellsLog && parameters.size() == 1;
+    case TEST_THROUGHPUT:
+      return setup.tellsThroughput && parameters.size() == Contract::kThroughputDetails;
+    default:
+      return false;
+  }
 }
 
 // What of a test's trouble its own process sees; the rest is the host's to tell.
@@ -91,7 +102,7 @@ void WorkerSession::handle(Frame& frame) {
       const auto type = eventTypeOf(frame);
       const unsigned int code = codeOf(frame);
       auto parameters = frame.texts();
-      if (!m_current || !mayBeRaised(type, code, parameters, m_setup.tellsLog)) {
+      if (!m_current || !mayBeRaised(type, code, parameters, m_setup)) {
         throw FrameError(Contract::kEventNotAllowed);
       }
       m_observer.eventRaised(type, code, std::move(parameters), toldAt());

@@ -8,6 +8,7 @@
 
 #include "System/Mutex.h"
 #include "System/ThreadAnnotations.h"
+#include "packagekit/KitEvents.h"
 #include "packagekit/TestContext.h"
 
 namespace TarvexDiags::PackageKit::Testing {
@@ -47,6 +48,11 @@ class RecordingContext : public TestContext {
     const System::LockHold hold(m_lock);
     return m_events;
   }
+  /// @brief How fast the test was, as it would have been told once a second: figure and unit.
+  std::vector<std::vector<std::string>> throughputs() const {
+    const System::LockHold hold(m_lock);
+    return m_throughputs;
+  }
   std::vector<unsigned int> progressSteps() const {
     const System::LockHold hold(m_lock);
     return m_progress;
@@ -68,6 +74,10 @@ class RecordingContext : public TestContext {
   void sendEvent(EventType type, unsigned int code,
                  std::vector<std::string> eventParameters) override {
     const System::LockHold hold(m_lock);
+    if (code == TEST_THROUGHPUT) {
+      m_throughputs.push_back(std::move(eventParameters));
+      return;
+    }
     m_events.push_back({type, code, std::move(eventParameters)});
   }
   void writeLog(const std::string& line) override {
@@ -80,6 +90,7 @@ class RecordingContext : public TestContext {
   mutable std::atomic<bool> m_stop{false};
   mutable std::atomic<int> m_questionsLeft{0};
   std::vector<Event> m_events TARVEXDIAGS_GUARDED_BY(m_lock);
+  std::vector<std::vector<std::string>> m_throughputs TARVEXDIAGS_GUARDED_BY(m_lock);
   std::vector<unsigned int> m_progress TARVEXDIAGS_GUARDED_BY(m_lock);
   std::vector<std::string> m_log TARVEXDIAGS_GUARDED_BY(m_lock);
   std::chrono::nanoseconds m_slept TARVEXDIAGS_GUARDED_BY(m_lock){0};

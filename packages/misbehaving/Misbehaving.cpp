@@ -525,6 +525,9 @@ Verdict looksAround(TestContext& context) {
   for (long line = context.settingInteger("LogLines", 1); line > 0; --line) {
     context.log("looked around");
   }
+  for (long rate = context.settingInteger("Throughputs", 1); rate > 0; --rate) {
+    context.information(PackageKit::TEST_THROUGHPUT, {"12.5", "looks/s"});
+  }
   return passed();
 }
 

@@ -73,7 +73,8 @@ class Fields {
 /// What one worker, with one test to run, was heard to say.
 class Hearing {
  public:
-  Hearing(std::string_view bytes, bool tellsLog) : m_tellsLog(tellsLog) {
+  Hearing(std::string_view bytes, bool tellsLog, bool tellsThroughput)
+      : m_tellsLog(tellsLog), m_tellsThroughput(tellsThroughput) {
     while (!bytes.empty() && !isBroken && hearFrame(bytes)) {
     }
   }
@@ -88,6 +89,7 @@ class Hearing {
   std::vector<PackageEvent> events = {};
   std::size_t measurements = 0;
   std::size_t logLines = 0;
+  std::size_t throughputs = 0;
 
  private:
   // Whether there was a whole one, or what cannot be one.
@@ -173,9 +175,12 @@ class Hearing {
     }
     const bool isMeasurement = event.code == 9062 && event.parameters.size() == 3;
     const bool isLogLine = event.code == 9064 && m_tellsLog && event.parameters.size() == 1;
+    const bool isThroughput =
+        event.code == 9065 && m_tellsThroughput && event.parameters.size() == 2;
+    throughputs += event.type == 0 && isThroughput ? 1 : 0;
     measurements += event.type == 0 && isMeasurement ? 1 : 0;
     logLines += event.type == 0 && isLogLine ? 1 : 0;
-    return event.type == 0 && (isMeasurement || isLogLine);
+    return event.type == 0 && (isMeasurement || isLogLine || isThroughput);
   }
 
   bool takeEnd(Fields fields) {
@@ -213,6 +218,7 @@ class Hearing {
   }
 
   bool m_tellsLog;
+  bool m_tellsThroughput;
 };
 
 /// What a test came to whose worker was heard like that.

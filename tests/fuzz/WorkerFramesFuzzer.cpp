@@ -46,6 +46,7 @@ struct Wishes {
         abortsInTest((bits & 2U) != 0),
         haltsOnError((bits & 4U) != 0),
         reportsStatus((bits & 8U) != 0),
+        tellsThroughput(reportsStatus),
         tellsLog((bits & 16U) != 0),
         tests((bits >> 5U) % kTests.size() + 1) {}
 
@@ -53,6 +54,7 @@ struct Wishes {
   bool abortsInTest;  ///< as soon as its first test has begun
   bool haltsOnError;
   bool reportsStatus;
+  bool tellsThroughput;
   bool tellsLog;
   std::size_t tests;
 };
@@ -195,6 +197,7 @@ struct Expected {
   std::size_t workers = 0;
   std::size_t measurements = 0;
   std::size_t logLines = 0;
+  std::size_t throughputs = 0;
   std::size_t neverReady = 0;
   std::size_t brokenProtocols = 0;
   std::vector<PackageEvent> events = {};
@@ -219,12 +222,13 @@ Expected expectedOf(const Wishes& wishes, const std::vector<WorkerLife>& lives) 
   bool isAborted = wishes.isAborted;
   for (bool goesOn = true; goesOn && expected.workers < wishes.tests; ++expected.workers) {
     const WorkerLife& life = lives[expected.workers];
-    const Hearing heard(life.messages, wishes.tellsLog);
+    const Hearing heard(life.messages, wishes.tellsLog, wishes.tellsThroughput);
     isAborted = isAborted || (heard.hasBegun && wishes.abortsInTest);
     expected.verdict = std::max(expected.verdict, judged(heard, life.end, isAborted));
     expected.tests += heard.hasBegun ? 1 : 0;
     expected.measurements += heard.measurements;
     expected.logLines += heard.logLines;
+    expected.throughputs += heard.throughputs;
     expected.neverReady += heard.isReady ? 0 : 1;
     expected.brokenProtocols += heard.isReady && heard.isBroken && !life.hasMetPoison ? 1 : 0;
     expected.events.insert(expected.events.end(), heard.events.begin(), heard.events.end());
@@ -246,6 +250,7 @@ PassSetup setupFor(const Wishes& wishes) {
   setup.device.resourceTag = kTag;
   setup.haltOnError = wishes.haltsOnError;
   setup.tellsLog = wishes.tellsLog;
+  setup.tellsThroughput = wishes.tellsThroughput;
   setup.seed = 1;
   return setup;
 }
@@ -271,6 +276,9 @@ void expectEvents(const Client& client, const Expected& expected, bool isAborted
   expect(client.countOf(TEST_ENDED) == expected.tests);
   expect(client.countOf(TEST_MEASUREMENT) == expected.measurements);
   expect(client.countOf(TEST_LOG_LINE) == std::min(expected.logLines, mostLogLines));
+  // Of those that come at once a person is told one.
+  expect(client.countOf(TEST_THROUGHPUT) <= expected.throughputs);
+  expect((client.countOf(TEST_THROUGHPUT) == 0) == (expected.throughputs == 0));
   expect(client.countOf(WORKER_BROKE_PROTOCOL) == expected.brokenProtocols);
   expect(client.countOf(WORKER_NOT_STARTED) == (isAborted ? 0 : expected.neverReady));
   expect(client.countOf(EVENTS_DROPPED) == 0);

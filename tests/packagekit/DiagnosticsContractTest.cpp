@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -11,6 +12,7 @@
 #include "packagekit/KitEvents.h"
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/SupportLines.h"
+#include "packagekit/contract/ThroughputWish.h"
 #include "packagekit/contract/TimeWish.h"
 #include "packagekit/testing/PackageDriver.h"
 #include "tests/support/Reaction.h"
@@ -254,6 +256,26 @@ TEST_F(DiagnosticsContract, a_flood_of_log_lines_is_bounded_and_costs_no_event_o
   ASSERT_EQ(lines.size(), 1000U);
   EXPECT_EQ(lines[998], "looked around");
   EXPECT_EQ(lines[999], "...");
+  EXPECT_FALSE(run.has(EVENTS_DROPPED));
+}
+
+TEST_F(DiagnosticsContract, tells_how_fast_a_test_is_when_the_client_asks_for_it) {
+  PackageDriver::Options options;
+  EXPECT_FALSE(m_driver.run("unit0", {LOOKS_AROUND}, options).has(TEST_THROUGHPUT));
+  options.parameters = Contract::toThroughputWishLine();
+  EXPECT_THAT(m_driver.run("unit0", {LOOKS_AROUND}, options).parametersOf(TEST_THROUGHPUT),
+              ::testing::ElementsAre("23", "Looks around", "selftest/unit0", "12.5", "looks/s"));
+}
+
+TEST_F(DiagnosticsContract, a_flood_of_throughputs_is_thinned_and_costs_no_event_of_the_test) {
+  m_driver.set("TestID23", "Throughputs", "1500").set("Package", "MaxEvents", "50");
+  PackageDriver::Options options;
+  options.parameters = Contract::toThroughputWishLine();
+  const auto run = m_driver.run("unit0", {LOOKS_AROUND}, options);
+  const auto told = std::count_if(run.events.begin(), run.events.end(),
+                                  [](const auto& event) { return event.code == TEST_THROUGHPUT; });
+  EXPECT_GE(told, 1);
+  EXPECT_LT(told, 100);
   EXPECT_FALSE(run.has(EVENTS_DROPPED));
 }
 

@@ -182,6 +182,7 @@ TEST(PassSetup, comes_back_as_it_was_written) {
   setup.memoryLimit = 1ULL << 40U;
   setup.coreDumps = true;
   setup.tellsLog = true;
+  setup.tellsThroughput = true;
   const std::string bytes = setup.toFrame().bytes();
   FrameReader reader;
   reader.add(bytes.data(), bytes.size());
@@ -204,6 +205,7 @@ TEST(PassSetup, comes_back_as_it_was_written) {
   EXPECT_EQ(copy.memoryLimit, setup.memoryLimit);
   EXPECT_TRUE(copy.coreDumps);
   EXPECT_TRUE(copy.tellsLog);
+  EXPECT_TRUE(copy.tellsThroughput);
 }
 
 TEST(DiscoverySetup, comes_back_as_it_was_written) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -217,6 +218,32 @@ TEST(PackageLog, writes_into_no_pipe_and_waits_for_no_reader) {
   EXPECT_EQ(read(reader, &byte, 1), 0);
   close(reader);
   fs::remove_all(directory);
+}
+
+TEST(RateMeter, tells_what_was_done_a_second_once_a_second) {
+  using std::chrono::milliseconds;
+  const RateMeter::Clock::time_point begin{std::chrono::hours(1)};
+  RateMeter meter;
+  EXPECT_FALSE(meter.add(1e9, begin)) << "nobody knows how long that took";
+  EXPECT_FALSE(meter.add(100, begin + milliseconds(400)));
+  EXPECT_FALSE(meter.add(100, begin + milliseconds(999)));
+  EXPECT_EQ(meter.add(100, begin + milliseconds(2000)), 150);
+  EXPECT_FALSE(meter.add(100, begin + milliseconds(2999)));
+  EXPECT_EQ(meter.add(0, begin + milliseconds(4000)), 50) << "counted anew";
+  EXPECT_EQ(meter.add(0, begin + milliseconds(5000)), 0) << "it stands still";
+}
+
+TEST(RateMeter, speaks_for_a_test_that_says_what_it_has_done) {
+  Testing::RecordingContext context({});
+  const auto deadline = RateMeter::Clock::now() + std::chrono::seconds(20);
+  while (context.throughputs().empty() && RateMeter::Clock::now() < deadline) {
+    context.processed(1, "MB");
+    usleep(1000);
+  }
+  ASSERT_EQ(context.throughputs().size(), 1U);
+  EXPECT_GT(std::stod(context.throughputs()[0][0]), 0);
+  EXPECT_EQ(context.throughputs()[0][1], "MB/s");
+  EXPECT_THAT(context.events(), IsEmpty()) << "no report has it";
 }
 
 TEST(PackageLog, follows_no_link) {

@@ -30,6 +30,7 @@ std::string wordOf(RunEffect effect) {
       {RunEffect::Nothing, "nothing"},
       {RunEffect::Measurement, "measurement"},
       {RunEffect::LogLine, "logged"},
+      {RunEffect::Throughput, "shown"},
   };
   return words.at(effect);
 }

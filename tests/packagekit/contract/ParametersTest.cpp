@@ -14,6 +14,7 @@
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Measurement.h"
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/ThroughputWish.h"
 #include "packagekit/contract/TimeWish.h"
 
 namespace TarvexDiags::PackageKit::Contract {
@@ -62,6 +63,21 @@ TEST(TimeDetail, that_is_no_time_stays_a_parameter) {
     EXPECT_FALSE(takeTime(parameters)) << text;
     EXPECT_THAT(parameters, ElementsAre(text));
   }
+}
+
+TEST(ThroughputWish, is_one_line_of_a_clients_text) {
+  EXPECT_TRUE(isThroughputWanted(toThroughputWishLine().c_str()));
+  EXPECT_TRUE(isThroughputWanted((toLogWishLine() + toThroughputWishLine()).c_str()));
+  EXPECT_FALSE(isThroughputWanted(nullptr));
+  EXPECT_FALSE(isThroughputWanted("TellThroughput=FALSE\nDoNotTellThroughput=TRUE\n"));
+}
+
+TEST(Measurement, of_throughput_has_a_figure_and_a_unit) {
+  const auto throughput = toThroughput(toParameters({"7", "Read", "pci0/disk0"}, {"12.5", "MB/s"}));
+  ASSERT_TRUE(throughput);
+  EXPECT_EQ(throughput->value, "12.5");
+  EXPECT_EQ(throughput->unit, "MB/s");
+  EXPECT_FALSE(toThroughput({"7", "Read", "pci0/disk0", "12.5"}));
 }
 
 TEST(Measurement, reads_back_as_it_was_written) {
