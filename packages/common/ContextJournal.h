@@ -34,6 +34,8 @@ class ContextJournal : public RunJournal {
 
   void progress(unsigned int percent) override { m_context.progress(percent); }
 
+  void processed(double amount, const char* unit) override { m_context.processed(amount, unit); }
+
   bool stopRequested() override {
     return m_context.stopRequested() || (hasErrors() && m_context.haltOnError());
   }

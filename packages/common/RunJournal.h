@@ -38,6 +38,13 @@ class RunJournal {
   /// @brief How much of the run is done, in percent.
   virtual void progress(unsigned int percent) = 0;
 
+  /// @brief How much was done since the last call, for those who watch how fast the test is.
+  /// @param unit "MB"; the same in all calls
+  virtual void processed(double amount, const char* unit) {
+    static_cast<void>(amount);
+    static_cast<void>(unit);
+  }
+
   /// @brief Whether the run shall end as soon as it can. Cheap: asked for every few transfers.
   virtual bool stopRequested() = 0;
 

@@ -161,6 +161,10 @@ class ContextObserver : public Observer {
     m_context.progress(static_cast<unsigned int>(share * 100));
   }
 
+  void walked(std::uint64_t bytes) override {
+    m_context.processed(static_cast<double>(bytes) / 1e6, "MB");
+  }
+
   bool wait(std::chrono::milliseconds duration) override { return m_context.sleepFor(duration); }
 
   void miscompare(const Miscompare& fault) override {

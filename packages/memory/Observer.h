@@ -20,6 +20,9 @@ class Observer {
   /// @brief How much of the test is done, 0 to 1. One thread at a time.
   virtual void progress(double share) = 0;
 
+  /// @brief So many bytes more were written or compared, or both. One thread at a time.
+  virtual void walked(std::uint64_t bytes) { static_cast<void>(bytes); }
+
   /// @brief A fault. One thread at a time.
   virtual void miscompare(const Miscompare& fault) = 0;
 

@@ -55,10 +55,12 @@ bool Sweeper::forEachSlice(Sweep::Order order, const std::function<void(std::siz
   const double walks = static_cast<double>(m_walksExpected);
   m_team.onAll([&] {
     for (std::size_t turn = taken++; turn < slices && !stopped(); turn = taken++) {
-      work(order == Sweep::Order::Rising ? turn : slices - 1 - turn);
+      const std::size_t slice = order == Sweep::Order::Rising ? turn : slices - 1 - turn;
+      work(slice);
       m_kernels.orderStores();
       const double share = static_cast<double>(turn + 1) / static_cast<double>(slices);
       const System::LockHold hold(m_reportLock);
+      m_observer.walked(m_region.blocksOfSlice(slice) * kBlockBytes);
       m_observer.progress(std::min(1.0, (static_cast<double>(m_walksDone) + share) / walks));
     }
   });

@@ -191,7 +191,9 @@ class DatagramRun {
     }
     m_highest = std::max(m_highest, header.sequence);
     compare(header.sequence, datagram.subspan(sizeof header));
-    if (m_figures.arrived % 64 == 0) {
+    constexpr std::uint64_t kBetweenNews = 64;
+    if (m_figures.arrived % kBetweenNews == 0) {
+      m_journal.processed(kBetweenNews, "datagrams");
       m_journal.progress(static_cast<unsigned int>(m_figures.arrived * 100 / m_options.datagrams));
     }
   }

@@ -56,6 +56,7 @@ class Shared {
     const auto percent = static_cast<unsigned int>(total == 0 ? 100 : done * 100 / total);
     const bool isNewPercent = percent != m_percent.exchange(percent);
     const System::LockHold hold(m_lock);
+    m_journal.processed(static_cast<double>(bytes) / 1e6, "MB");
     if (isNewPercent) {
       m_journal.progress(percent);
     }

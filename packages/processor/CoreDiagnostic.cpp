@@ -58,6 +58,9 @@ class ContextObserver : public Observer {
   void progress(double share) override {
     m_context.progress(static_cast<unsigned int>(share * 100));
   }
+  void checked(std::uint64_t results) override {
+    m_context.processed(static_cast<double>(results), "results");
+  }
   void wrongResult(const WrongResult& result) override {
     m_journal.report(WrongResultFound,
                      {m_context.device().name, std::to_string(result.core), result.instructionClass,

@@ -112,9 +112,11 @@ TestReport runTest(const ProcessorTest& test, Verifier& verifier,
     }
     const Check& check = checks[turn % checks.size()];
     verifier.begin(check.instructionClass);
+    const std::uint64_t checkedBefore = verifier.checkedResults();
     const auto before = Clock::now();
     check.run(verifier);
     now = Clock::now();
+    verifier.observer().checked(verifier.checkedResults() - checkedBefore);
     report.verifiedSeconds += secondsBetween(before, now);
     const double share = static_cast<double>(turn + 1) / static_cast<double>(checks.size());
     if (const auto rest = turns.restDue(now); test.rests && rest.count() > 0) {

@@ -45,6 +45,8 @@ class Observer {
   virtual bool stopRequested() = 0;
   /// @brief How much of the test is done, 0 to 1.
   virtual void progress(double share) = 0;
+  /// @brief So many results more were compared.
+  virtual void checked(std::uint64_t results) { static_cast<void>(results); }
   virtual void wrongResult(const WrongResult& result) = 0;
   virtual void coresDisagree(const Disagreement& disagreement) = 0;
   /// @brief Lets the core rest, for no longer than it is asked to stop.

@@ -39,7 +39,7 @@ ReadFigures scanSequentially(BlockSource& source, const ScanOptions& options,
   requireSize(source, source.blockSize());
   ZoneWalk walk(spreadZones(source.size(), options.bytes, options.zone, source.blockSize()),
                 slotSize(source));
-  Progress progress(journal, walk.total());
+  Progress progress(journal, walk.total(), Counted::Bytes);
   ReadErrors errors(source, journal, disk);
   ReadFigures figures;
   PieceLength pieces(slotSize(source));
@@ -74,7 +74,7 @@ ReadFigures readRandomly(BlockSource& source, const RandomOptions& options, cons
                          RunJournal& journal) {
   requireSize(source, slotSize(source));
   RandomPlaces places(source.size(), slotSize(source), options.seed);
-  Progress progress(journal, options.reads);
+  Progress progress(journal, options.reads, Counted::Reads);
   ReadErrors errors(source, journal, disk);
   ReadFigures figures;
   Latencies latencies;
@@ -199,7 +199,7 @@ ReadFigures findSlowBlocks(BlockSource& source, const LatencyOptions& options,
                            const std::string& disk, RunJournal& journal) {
   requireSize(source, slotSize(source));
   RandomPlaces places(source.size(), slotSize(source), options.seed);
-  Progress progress(journal, options.reads);
+  Progress progress(journal, options.reads, Counted::Reads);
   ReadErrors errors(source, journal, disk);
   SlowBlockSearch search(source, options, disk, journal);
   ReadFigures figures;

@@ -34,7 +34,7 @@ class StabilityCheck {
     const std::uint64_t window = std::max<std::uint64_t>(m_options.window / m_piece, 1) * m_piece;
     ZoneWalk walk(spreadZones(m_source.size(), m_options.bytes, window, m_source.blockSize()),
                   window);
-    Progress progress(m_journal, 2 * walk.total());
+    Progress progress(m_journal, 2 * walk.total(), Counted::Bytes);
     const auto begin = std::chrono::steady_clock::now();
     for (Zone zone = walk.next(); zone.length > 0 && goesOn(); zone = walk.next()) {
       compare(zone);

@@ -29,7 +29,7 @@ class WriteVerifyRun {
         m_pattern(options.seed, m_slotSize),
         m_sums((source.size() + m_slotSize - 1) / m_slotSize),
         m_written(m_sums.size(), false),
-        m_progress(journal, 2 * source.size()),
+        m_progress(journal, 2 * source.size(), Counted::Bytes),
         m_errors(source, journal, disk + " (temporary file)"),
         m_wrongSectors(m_pattern, options, disk, journal) {}
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +23,7 @@ class RecordingJournal : public RunJournal {
     m_events.push_back({severityOfCode(code), code, std::move(parameters)});
   }
   void progress(unsigned int percent) override { m_progress.push_back(percent); }
+  void processed(double amount, const char* unit) override { m_processed[unit] += amount; }
   bool stopRequested() override { return m_stopAfter >= 0 && m_questions++ >= m_stopAfter; }
 
   bool haltsOnError() override { return halts; }
@@ -33,6 +35,8 @@ class RecordingJournal : public RunJournal {
 
   const std::vector<Event>& events() const { return m_events; }
   const std::vector<unsigned int>& progressSteps() const { return m_progress; }
+  /// @brief All that was done, by its unit.
+  const std::map<std::string, double>& processed() const { return m_processed; }
 
   /// @brief The codes of all warnings and errors, in the order of their reports.
   std::vector<unsigned int> complaints() const {
@@ -67,6 +71,7 @@ class RecordingJournal : public RunJournal {
  private:
   std::vector<Event> m_events;
   std::vector<unsigned int> m_progress;
+  std::map<std::string, double> m_processed;
   int m_stopAfter = -1;
   int m_questions = 0;
 };

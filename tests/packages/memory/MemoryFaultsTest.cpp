@@ -291,6 +291,8 @@ TEST_F(MemoryFaultKindsTest, full_forms_have_more_patterns_and_progress_reaches_
     EXPECT_GE(full.bytesVerified, quick.bytesVerified) << test.number;
     EXPECT_EQ(full.miscompares, 0U) << test.number;
     EXPECT_DOUBLE_EQ(m_observer.lastProgress, 1.0) << test.number;
+    EXPECT_GE(m_observer.bytesWalked, quick.bytesVerified + full.bytesVerified) << test.number;
+    m_observer.bytesWalked = 0;
   }
 }
 

@@ -21,6 +21,7 @@ class RecordingObserver : public Observer {
  public:
   bool stopRequested() override { return stop; }
   void progress(double share) override { lastProgress = share; }
+  void walked(std::uint64_t bytes) override { bytesWalked += bytes; }
   void miscompare(const Miscompare& fault) override { faults.push_back(fault); }
   void pagePoisoned(const PoisonedPage& page) override { poisoned.push_back(page); }
   bool wait(std::chrono::milliseconds duration) override {
@@ -30,6 +31,7 @@ class RecordingObserver : public Observer {
 
   std::atomic<bool> stop{false};
   double lastProgress = 0;
+  std::uint64_t bytesWalked = 0;
   std::chrono::milliseconds waited{0};
   std::vector<Miscompare> faults;
   std::vector<PoisonedPage> poisoned;

@@ -207,6 +207,7 @@ TEST(NetworkStream, arrives_whole_over_the_loopback_address) {
     EXPECT_EQ(journal.parametersOf(NetworkEvent::StreamVerified).at(1),
               std::to_string(4 * kMib * connections));
     EXPECT_EQ(journal.progressSteps().back(), 100U);
+    EXPECT_NEAR(journal.processed().at("MB"), static_cast<double>(figures.bytes) / 1e6, 1e-3);
   }
 }
 
@@ -490,6 +491,7 @@ TEST(NetworkDatagrams, arrive_whole_over_the_loopback_address) {
   const DatagramFigures figures =
       verifyDatagrams(*link, patientDatagrams(2000), kLoopback, journal);
   EXPECT_EQ(figures.arrived, 2000U);
+  EXPECT_DOUBLE_EQ(journal.processed().at("datagrams"), 1984) << "by 64";
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_EQ(journal.count(NetworkEvent::DatagramsVerified), 1);
 }

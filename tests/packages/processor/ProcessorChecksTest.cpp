@@ -60,6 +60,7 @@ TEST_P(ProcessorTestsTest, good_core_passes_each_check_at_least_once) {
   const TestReport report = runTest(test(), verifier, milliseconds(100));
   EXPECT_TRUE(report.completed);
   EXPECT_GE(report.checkedResults, availableChecks(test()).size());
+  EXPECT_EQ(observer.resultsChecked, report.checkedResults);
   EXPECT_DOUBLE_EQ(observer.lastProgress, 1.0);
   EXPECT_EQ(report.wrongResults, 0U);
   for (const WrongResult& wrong : observer.results) {

@@ -21,6 +21,7 @@ class RecordingObserver : public Observer {
  public:
   bool stopRequested() override { return stop; }
   void progress(double share) override { lastProgress = share; }
+  void checked(std::uint64_t count) override { resultsChecked += count; }
   void wrongResult(const WrongResult& result) override { results.push_back(result); }
   void coresDisagree(const Disagreement& disagreement) override {
     disagreements.push_back(disagreement);
@@ -32,6 +33,7 @@ class RecordingObserver : public Observer {
 
   std::atomic<bool> stop{false};
   double lastProgress = 0;
+  std::uint64_t resultsChecked = 0;
   std::vector<WrongResult> results;
   std::vector<Disagreement> disagreements;
   std::chrono::milliseconds rested{0};

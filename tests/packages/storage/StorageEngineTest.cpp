@@ -324,7 +324,9 @@ TEST_P(StorageSources, read_a_sound_disk_without_complaint) {
             200 * 64 * kKib);
   EXPECT_EQ(checkStability(*source, {.window = kMib}, kDisk, journal).bytes, 2 * kDiskSize);
   const LatencyOptions patient = {.reads = 50, .limit = std::chrono::seconds(5), .factor = 20};
+  const double readsBefore = journal.processed().at("reads");
   EXPECT_EQ(findSlowBlocks(*source, patient, kDisk, journal).reads, 50U);
+  EXPECT_DOUBLE_EQ(journal.processed().at("reads"), readsBefore + 50);
   EXPECT_THAT(journal.complaints(), IsEmpty());
 }
 
@@ -337,6 +339,7 @@ TEST_P(StorageSources, write_and_verify_a_sound_file_without_complaint) {
   EXPECT_THAT(journal.complaints(), IsEmpty());
   EXPECT_EQ(journal.count(StorageEvent::WrittenAndVerified), 1);
   EXPECT_EQ(journal.progressSteps().back(), 100U);
+  EXPECT_NEAR(journal.processed().at("MB"), 2 * kDiskSize / 1e6, 1e-3) << "written and read";
 }
 
 // --- Read scan and random reads
@@ -927,6 +930,7 @@ TEST(StorageScan, reads_only_the_zones_asked_for_and_tells_its_progress) {
   RecordingJournal journal;
   EXPECT_EQ(scanSequentially(*source, {.bytes = kMib, .zone = 64 * kKib}, kDisk, journal).bytes,
             kMib);
+  EXPECT_NEAR(journal.processed().at("MB"), kMib / 1e6, 1e-6);
   EXPECT_TRUE(std::is_sorted(journal.progressSteps().begin(), journal.progressSteps().end()));
   EXPECT_EQ(journal.progressSteps().back(), 100U);
 }
