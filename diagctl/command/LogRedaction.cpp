@@ -123,6 +123,7 @@ struct LogRedaction::Hide {
       text(device.device);
     }
   }
+  void operator()(StepThroughput& throughput) const { text(throughput.unit); }
   void operator()(RunMessage& message) const { text(message.text); }
   void operator()(RunTrouble& trouble) const {
     text(trouble.symptom);

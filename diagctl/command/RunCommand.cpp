@@ -297,6 +297,7 @@ int runSelected(const RunCommandOptions& options, RunSummary& summary) {
   RunOptions runOptions = options.run;
   runOptions.watch = watch;
   runOptions.tellsLog = wantsLog(options.reporting);
+  runOptions.tellsThroughput = !options.isQuiet;
   runOptions.vanished = vanishedOf(options.reporting).value_or(VanishedAs::Trouble);
   RunPlan plan = makePlan(pairs, runOptions);
   addProvoked(plan, packageDirectoryOf(configuration.path()));

@@ -15,6 +15,7 @@ EventRelay::~EventRelay() {
 void EventRelay::post(RunEvent event) {
   const System::LockHold hold(m_lock);
   const bool maybeLeftOut = std::holds_alternative<StepProgress>(event.body) ||
+                            std::holds_alternative<StepThroughput>(event.body) ||
                             std::holds_alternative<SeriesElement>(event.body);
   if (maybeLeftOut && m_waiting.size() >= kMostProgress) {
     return;

@@ -142,6 +142,7 @@ struct ToArtifact {
                                                       started.device)}})};
   }
   Artifact operator()(const StepProgress& /*progress*/) const { return {}; }
+  Artifact operator()(const StepThroughput& /*throughput*/) const { return {}; }
   Artifact operator()(const StepMessage& message) const {
     return {kStepArtifact, step(message.stepId, "log",
                                 {{"severity", toText(message.severity)},

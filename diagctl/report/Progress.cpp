@@ -66,6 +66,8 @@ void Progress::take(const RunEvent& event) {
     }
   } else if (const auto* figure = std::get_if<StepMeasurement>(&event.body)) {
     takeFigure(*figure);
+  } else if (const auto* throughput = std::get_if<StepThroughput>(&event.body)) {
+    takeFigure({throughput->stepId, "", throughput->value, throughput->unit, ""});
   } else if (const auto* ended = std::get_if<StepEnded>(&event.body)) {
     endStep(numberOf(ended->stepId));
   } else if (const auto* message = std::get_if<RunMessage>(&event.body);

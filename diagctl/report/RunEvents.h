@@ -90,6 +90,13 @@ struct StepProgress {
   bool isSuspended = false;
 };
 
+/// What a test does just now, for those who watch; no report has it.
+struct StepThroughput {
+  std::string stepId;
+  double value = 0;
+  std::string unit;  ///< "MB/s"
+};
+
 struct StepMessage {
   std::string stepId;
   Severity severity = Severity::Information;
@@ -193,9 +200,9 @@ struct RunEnded {
 };
 
 using RunEventBody =
-    std::variant<RunStarted, StepStarted, StepProgress, StepMessage, StepMeasurement, SeriesStarted,
-                 SeriesElement, SeriesEnded, StepDiagnosis, StepTrouble, StepEnded, RunCoverage,
-                 RunMessage, RunTrouble, RunEnded>;
+    std::variant<RunStarted, StepStarted, StepProgress, StepThroughput, StepMessage,
+                 StepMeasurement, SeriesStarted, SeriesElement, SeriesEnded, StepDiagnosis,
+                 StepTrouble, StepEnded, RunCoverage, RunMessage, RunTrouble, RunEnded>;
 
 struct RunEvent {
   std::chrono::system_clock::time_point time;

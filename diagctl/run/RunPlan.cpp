@@ -5,6 +5,7 @@
 #include "packagekit/contract/DebugWish.h"
 #include "packagekit/contract/LogWish.h"
 #include "packagekit/contract/Seed.h"
+#include "packagekit/contract/ThroughputWish.h"
 #include "packagekit/contract/TimeWish.h"
 
 namespace TarvexDiags::FrontEnd {
@@ -75,6 +76,7 @@ std::string parametersOf(const RunOptions& options) {
   lines += options.debugsWorkers ? Contract::toDebugLine() : std::string();
   lines += options.tellsLog ? Contract::toLogWishLine() : std::string();
   lines += Contract::toTimeWishLine();
+  lines += options.tellsThroughput ? Contract::toThroughputWishLine() : std::string();
   return lines;
 }
 

@@ -24,10 +24,11 @@ struct RunOptions {
   std::optional<unsigned long> totalSeconds;    ///< limit on the whole run
   bool stress = false;
   bool quick = false;
-  bool haltOnError = false;    ///< a bad result ends the passes of its test
-  bool failFast = false;       ///< a failure ends the run
-  bool debugsWorkers = false;  ///< a debugger may read the workers
-  bool tellsLog = false;       ///< what tests write into the package's log is told, too
+  bool haltOnError = false;      ///< a bad result ends the passes of its test
+  bool failFast = false;         ///< a failure ends the run
+  bool debugsWorkers = false;    ///< a debugger may read the workers
+  bool tellsLog = false;         ///< what tests write into the package's log is told, too
+  bool tellsThroughput = false;  ///< how fast tests are is told while they run
   std::optional<std::uint64_t> seed;
   VanishedAs vanished = VanishedAs::Trouble;  ///< what a vanished device is told as
   WatchWishes watch;

@@ -105,6 +105,10 @@ void StepJudge::take(const Diag::DiagnosticEvent& event) {
     tellMeasurement(event);
     return;
   }
+  if (effect == Contract::RunEffect::Throughput) {
+    tellThroughput(event);
+    return;
+  }
   if (effect == Contract::RunEffect::LogLine) {
     m_stream.tell(StepMessage{m_id, Severity::Debug, detailIn(event.getParamVector()), ""});
     return;
@@ -186,6 +190,13 @@ void StepJudge::tellMeasurement(const Diag::DiagnosticEvent& event) const {
       figure.value = *number;
     }
     m_stream.tell(std::move(figure));
+  }
+}
+
+void StepJudge::tellThroughput(const Diag::DiagnosticEvent& event) const {
+  const auto told = Contract::toThroughput(event.getParamVector());
+  if (const auto value = told ? Contract::toNumber(told->value) : std::nullopt) {
+    m_stream.tell(StepThroughput{m_id, *value, told->unit});
   }
 }
 

@@ -97,6 +97,7 @@ class StepJudge {
   void judgeFault();
   void tellDuration(const std::vector<std::string>& parameters);
   void tellMeasurement(const Diag::DiagnosticEvent& event) const;
+  void tellThroughput(const Diag::DiagnosticEvent& event) const;
   Finding findingOf(const Diag::DiagnosticResult& result, const std::optional<Finding>& firstFault);
   bool isTriable(const Diag::DiagnosticEvent& event) const;
   void tellCrashes(const std::string& action);

@@ -111,6 +111,16 @@ TEST_F(ProgressLines, show_how_fast_a_test_is_where_it_tells_that) {
   EXPECT_EQ(countOf(out.str(), "/s"), 2U) << "in the drawing for each of both figures";
 }
 
+TEST_F(ProgressLines, show_how_fast_a_test_is_just_now) {
+  start("1", "Read");
+  tell(StepThroughput{"1", 2610, "MB/s"});
+  EXPECT_THAT(written(), HasSubstr("left -  2.6 GB/s"));
+  tell(StepThroughput{"1", 512, "MB/s"});
+  EXPECT_THAT(written(), HasSubstr("left -  512 MB/s"));
+  tell(StepThroughput{"1", 7, "\x1b[31m/s"});
+  EXPECT_THAT(out.str(), Not(HasSubstr("\x1b[31m")));
+}
+
 TEST_F(ProgressLines, tell_what_is_left_along_the_resources) {
   progress.expect({{"a", 40}, {"a", 100}, {"b", 90}}, false);
   tell(RunStarted{});

@@ -34,6 +34,9 @@ TEST(Plan, requests_begin_at_pass_1_and_carry_the_seed) {
   EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellTime=TRUE\n");
   options.tellsLog = true;
   EXPECT_EQ(parametersOf(options), "Seed=42\nDebugWorker=TRUE\nTellLog=TRUE\nTellTime=TRUE\n");
+  options.tellsThroughput = true;
+  EXPECT_EQ(parametersOf(options),
+            "Seed=42\nDebugWorker=TRUE\nTellLog=TRUE\nTellTime=TRUE\nTellThroughput=TRUE\n");
 }
 
 }  // namespace
