@@ -303,6 +303,7 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
   m_size -= step.size;
   if (isNew) {
     step.size = kSizeOfStep + id.size();
+    step.begin = event.time;  // of one whose beginning is missing
   }
   if (std::holds_alternative<StepStarted>(event.body)) {
     step.begin = event.time;

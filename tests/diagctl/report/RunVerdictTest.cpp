@@ -80,6 +80,14 @@ TEST(StepRecords, name_a_failure_and_not_the_trouble_before_it) {
   EXPECT_EQ(recordOf({trouble, judged(Verdict::Unknown)}).find(kStep)->symptom, "worker-crashed");
 }
 
+TEST(StepRecords, that_only_end_take_no_time) {
+  const auto time = std::chrono::system_clock::now();
+  RunRecord record;
+  record.handle({time, RunStarted{}});
+  record.handle({time, StepEnded{kStep, RunStatus::Complete}});
+  EXPECT_EQ(record.find(kStep)->seconds(), 0);
+}
+
 TEST(StepRecords, take_the_time_of_the_test_itself) {
   const StepEnded end{kStep, RunStatus::Complete};
   EXPECT_EQ(recordOf({end}).find(kStep)->seconds(), 0) << "nobody told it";
