@@ -8,14 +8,16 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 namespace TarvexDiags::Fuzz {
 
 /// Ends the process, which makes the input a finding, unless it holds.
-inline void expect(bool holds) {
+inline void expect(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   if (!holds) {
+    std::fprintf(stderr, "%s:%d: not as expected\n", file, line);
     std::abort();
   }
 }
