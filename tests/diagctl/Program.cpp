@@ -232,7 +232,8 @@ static pid_t parentOf(pid_t process) {
 // its arguments can be read: until then it may be either.
 static bool isForTest(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/cmdline", std::ios::binary);
-  const std::string arguments{std::istreambuf_iterator<char>(file), {}};
+  std::string arguments;
+  std::getline(file, arguments, '\xff');  // all of it; a buffer's iterator throws when it has gone
   const std::string purpose("\0discovery\0", 11);
   return !arguments.empty() && !arguments.ends_with(purpose);
 }
