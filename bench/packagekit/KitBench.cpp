@@ -84,11 +84,11 @@ BENCHMARK(passAgainstProcess)->UseManualTime()->Unit(benchmark::kMicrosecond)->I
 
 class LatencyObserver : public SessionObserver {
  public:
-  void testBegan(std::size_t) override {}
-  void testProgressed(unsigned int) override {}
+  void testBegan(std::size_t, Time) override {}
+  void testProgressed(unsigned int, Time) override {}
   void testEnded(const TestReport&) override {}
   void eventRaised(Diag::DiagnosticEvent::EventType, unsigned int,
-                   std::vector<std::string> parameters) override {
+                   std::vector<std::string> parameters, Time) override {
     const auto now = Clock::now().time_since_epoch().count();
     m_latencies.push_back(static_cast<double>(now - std::stoll(parameters[0])) * 1e-3);
   }
