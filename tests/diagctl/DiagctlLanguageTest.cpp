@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -240,14 +239,14 @@ TEST_F(NamesInALanguage, are_told_from_a_log_to_those_who_read_the_language) {
 
 TEST_F(NamesInALanguage, stand_in_one_column_behind_any_verdict) {
   const std::string told = inGerman({"run", "-q", "-p", "WIRE"});
-  std::set<std::size_t> columns;
+  std::vector<std::size_t> columns;
   for (const std::string& line : linesOf(told)) {
-    if (const std::size_t column = line.find("Die Drähte: ");
-        line.find(" s ") != std::string::npos) {
-      columns.insert(column);
+    if (const std::size_t column = line.find("Die Drähte: "); line.ends_with(" s")) {
+      columns.push_back(column);
     }
   }
-  EXPECT_EQ(columns.size(), 1U) << told;
+  ASSERT_EQ(columns.size(), 2U) << told;
+  EXPECT_EQ(columns.front(), columns.back()) << told;
 }
 
 }  // namespace
