@@ -174,6 +174,16 @@ bool isBeginOfTest(const RunEventBody& body) {
   return figure != nullptr && figure->name == FigureName::kSeed;
 }
 
+// What is told of no open step, and counts nevertheless.
+bool isWeighty(const RunEventBody& body) {
+  if (const auto* const diagnosis = std::get_if<StepDiagnosis>(&body)) {
+    return diagnosis->verdict != Verdict::Pass;
+  }
+  const auto* const ended = std::get_if<StepEnded>(&body);
+  return std::holds_alternative<StepStarted>(body) || std::holds_alternative<StepTrouble>(body) ||
+         (ended != nullptr && ended->status == RunStatus::Error);
+}
+
 /// The step that an event belongs to; null for none. The id of one may be empty.
 struct StepIdOf {
   template <class Body>
@@ -292,19 +302,14 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     m_begin = event.time;
   }
   takeOfRun(event);
-  const std::string* const told = std::visit(StepIdOf(), event.body);
-  if (told == nullptr || isBehindItsEnd(*told, event.body)) {
+  const std::string* const id = std::visit(StepIdOf(), event.body);
+  const auto entry = id != nullptr ? openEntry(*id, event) : m_steps.end();
+  if (entry == m_steps.end()) {
     return nullptr;
   }
-  const std::string& id = *told;
-  const auto [entry, isNew] = m_steps.try_emplace(id);
   StepRecord& step = entry->second;
   const std::size_t roomBefore = room();
   m_size -= step.size;
-  if (isNew) {
-    step.size = kSizeOfStep + id.size();
-    step.begin = event.time;  // of one whose beginning is missing
-  }
   if (std::holds_alternative<StepStarted>(event.body)) {
     step.begin = event.time;
     step.place = ++m_lastPlace;
@@ -317,7 +322,7 @@ const StepRecord* RunRecord::handle(const RunEvent& event) {
     return nullptr;
   }
   step.end = event.time;
-  if (!isOfRun(id) && !isSkipped(step.outcome())) {
+  if (!isOfRun(*id) && !isSkipped(step.outcome())) {
     m_coverage.take(step.start.device, step.figures, step.seconds());
   }
   const StepRecord* const ended = holds(step) ? &step : drop(entry);
@@ -352,15 +357,29 @@ void RunRecord::takeEnd(const RunEnded& end) {
   }
 }
 
-// A step that is not held has either not begun or was dropped. What is told behind the end of one
-// makes a record of its own only if it weighs.
-bool RunRecord::isBehindItsEnd(const std::string& stepId, const RunEventBody& body) const {
-  if (m_dropped.sums.empty() || m_steps.contains(stepId) ||
-      std::holds_alternative<StepStarted>(body) || std::holds_alternative<StepTrouble>(body)) {
-    return false;
+// Whether an ended step is held must not change what the run comes to, so that what is told behind
+// an end, or of a step whose beginning is lost, makes a record of its own, or none.
+RunRecord::Steps::iterator RunRecord::openEntry(const std::string& id, const RunEvent& event) {
+  auto entry = m_steps.find(id);
+  if (entry != m_steps.end() && !entry->second.hasEnded()) {
+    return entry;
   }
-  const auto* const diagnosis = std::get_if<StepDiagnosis>(&body);
-  return diagnosis == nullptr || diagnosis->verdict != Verdict::Fail;
+  if (!isWeighty(event.body)) {
+    return m_steps.end();
+  }
+  if (entry != m_steps.end()) {
+    auto ended = m_steps.extract(entry);
+    ended.key() += '\0' + std::to_string(ended.mapped().place);
+    m_steps.insert(std::move(ended));
+  }
+  StepRecord step;
+  step.start.stepId = id;
+  step.start.test = cut(id);  // until it is told by name
+  step.begin = event.time;
+  step.place = ++m_lastPlace;
+  step.size = kSizeOfStep + id.size() + sizeOf(step.start);
+  m_size += step.size;
+  return m_steps.emplace(id, std::move(step)).first;
 }
 
 bool RunRecord::holds(const StepRecord& ended) const {
@@ -381,7 +400,7 @@ const StepRecord* RunRecord::drop(Steps::iterator ended) {
   }
   const StepRecord::Outcome came = m_lastDropped.outcome();
   ++m_dropped.sums[came];
-  m_dropped.begun += m_lastDropped.place > 0 ? 1 : 0;
+  ++m_dropped.begun;
   m_dropped.seconds += m_lastDropped.seconds();
   return &m_lastDropped;
 }
@@ -394,7 +413,7 @@ const StepRecord* RunRecord::find(const std::string& stepId) const {
 std::vector<std::string> RunRecord::openSteps() const {
   std::vector<std::string> open;
   for (const auto& [id, step] : m_steps) {
-    if (step.place > 0 && !step.hasEnded() && !step.isSilent()) {
+    if (!step.hasEnded() && !step.isSilent()) {
       open.push_back(id);
     }
   }
@@ -404,7 +423,7 @@ std::vector<std::string> RunRecord::openSteps() const {
 std::vector<const StepRecord*> RunRecord::steps() const {
   std::vector<const StepRecord*> steps;
   for (const auto& [id, step] : m_steps) {
-    if (step.place > 0 && !step.isSilent()) {
+    if (!step.isSilent()) {
       steps.push_back(&step);
     }
   }

@@ -84,7 +84,7 @@ struct StepRecord {
   std::map<Verdict, std::size_t> findingsBy;
   std::size_t troublesFound = 0;  ///< the same for those of the tool
   std::optional<StepEnded> ended;
-  std::size_t place = 0;  ///< among the steps of the run, from 1; 0: it has not begun
+  std::size_t place = 0;  ///< among the steps of the run, from 1
   std::size_t size = 0;   ///< about how many bytes the record takes
 
   int passes() const { return passesJudged; }
@@ -166,7 +166,7 @@ class RunRecord {
 
   void takeOfRun(const RunEvent& event);
   void takeEnd(const RunEnded& end);
-  bool isBehindItsEnd(const std::string& stepId, const RunEventBody& body) const;
+  Steps::iterator openEntry(const std::string& id, const RunEvent& event);
   std::size_t room() const { return m_most > m_size ? m_most - m_size : 0; }
   bool holds(const StepRecord& ended) const;
   const StepRecord* drop(Steps::iterator ended);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "diagctl/report/ExitStatus.h"
@@ -84,8 +85,46 @@ TEST(StepRecords, that_only_end_take_no_time) {
   const auto time = std::chrono::system_clock::now();
   RunRecord record;
   record.handle({time, RunStarted{}});
-  record.handle({time, StepEnded{kStep, RunStatus::Complete}});
+  record.handle({time, StepEnded{kStep, RunStatus::Error}});
   EXPECT_EQ(record.find(kStep)->seconds(), 0);
+  EXPECT_EQ(record.find(kStep)->start.test, kStep) << "the only name there is";
+}
+
+// Else two reports of one log would not come to the same.
+TEST(StepRecords, come_to_the_same_whether_they_are_held_or_not) {
+  const StepStarted start{kStep, "P", "Disk", "Read", "", 1};
+  const StepStarted watch{kMachineStep, "diagctl", "", "machine-watch", "", 1};
+  const StepEnded end{kStep, RunStatus::Complete};
+  const StepMeasurement figure{kStep, "duration", 0.5, "s", ""};
+  const StepMeasurement sensed{kMachineStep, "temperature", 40.0, "", ""};
+  const StepMessage warning{kStep, Severity::Warning, "hot", ""};
+  const StepTrouble trouble{kStep, "worker-crashed", "", ""};
+  const OutcomeSums passed = {{Outcome::Passed, 1}};
+  const std::vector<std::pair<std::vector<RunEventBody>, OutcomeSums>> told = {
+      {{watch, StepEnded{kMachineStep, RunStatus::Complete}, sensed}, {}},
+      {{start, end, figure, warning, judged(Verdict::Pass), end}, passed},
+      {{figure, judged(Verdict::Pass), end}, {}},
+      {{start, end, start, end}, {{Outcome::Passed, 2}}},
+      {{start, end, start}, {{Outcome::Passed, 1}, {Outcome::Trouble, 1}}},
+      {{start, end, trouble}, {{Outcome::Passed, 1}, {Outcome::Trouble, 1}}},
+      {{start, end, judged(Verdict::Fail)}, {{Outcome::Passed, 1}, {Outcome::Failed, 1}}},
+      {{judged(Verdict::Unknown), end}, {{Outcome::Warning, 1}}},
+      {{StepEnded{kStep, RunStatus::Error}}, {{Outcome::Trouble, 1}}},
+  };
+  for (const auto& [events, sums] : told) {
+    for (const RunRecord::Ended ended : {RunRecord::Ended::Held, RunRecord::Ended::Dropped}) {
+      RunRecord record(ended, RunRecord::kUnbounded);
+      for (const RunEventBody& body : events) {
+        record.handle({{}, body});
+      }
+      EXPECT_EQ(record.sums(), sums);
+      std::size_t counted = 0;
+      for (const auto& [outcome, count] : sums) {
+        counted += count;
+      }
+      EXPECT_EQ(record.begun(), counted);
+    }
+  }
 }
 
 TEST(StepRecords, take_the_time_of_the_test_itself) {
