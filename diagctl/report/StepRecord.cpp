@@ -369,7 +369,9 @@ RunRecord::Steps::iterator RunRecord::openEntry(const std::string& id, const Run
   }
   if (entry != m_steps.end()) {
     auto ended = m_steps.extract(entry);
-    ended.key() += '\0' + std::to_string(ended.mapped().place);
+    do {  // an id of a log may be anything
+      ended.key() += '\0' + std::to_string(ended.mapped().place);
+    } while (m_steps.contains(ended.key()));
     m_steps.insert(std::move(ended));
   }
   StepRecord step;

@@ -100,12 +100,15 @@ TEST(StepRecords, come_to_the_same_whether_they_are_held_or_not) {
   const StepMessage warning{kStep, Severity::Warning, "hot", ""};
   const StepTrouble trouble{kStep, "worker-crashed", "", ""};
   const OutcomeSums passed = {{Outcome::Passed, 1}};
+  const std::string likeOneSetAside = kStep + '\0' + "2";
   const std::vector<std::pair<std::vector<RunEventBody>, OutcomeSums>> told = {
       {{watch, StepEnded{kMachineStep, RunStatus::Complete}, sensed}, {}},
       {{start, end, figure, warning, judged(Verdict::Pass), end}, passed},
       {{figure, judged(Verdict::Pass), end}, {}},
       {{start, end, start, end}, {{Outcome::Passed, 2}}},
       {{start, end, start}, {{Outcome::Passed, 1}, {Outcome::Trouble, 1}}},
+      {{StepStarted{likeOneSetAside, "P", "Disk", "Read", "", 1}, start, end, start, end},
+       {{Outcome::Passed, 2}, {Outcome::Trouble, 1}}},
       {{start, end, trouble}, {{Outcome::Passed, 1}, {Outcome::Trouble, 1}}},
       {{start, end, judged(Verdict::Fail)}, {{Outcome::Passed, 1}, {Outcome::Failed, 1}}},
       {{judged(Verdict::Unknown), end}, {{Outcome::Warning, 1}}},
