@@ -8,7 +8,6 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,9 +21,12 @@
 #include <system_error>
 #include <vector>
 
+#include "tests/support/BusyLoops.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using TarvexDiags::TestSupport::BusyLoops;
 
 double secondsSince(Clock::time_point begin) {
   return std::chrono::duration<double>(Clock::now() - begin).count();
@@ -236,34 +238,6 @@ void WhileTestsRun(benchmark::State& state) {
     state.counters["grownMiB"] = first.residentMiB > 0 ? last.residentMiB - first.residentMiB : 0;
   }
 }
-/// Two loops a core that do nothing, at the priority of the processes in which tests run or
-/// another.
-class BusyLoops {
- public:
-  explicit BusyLoops(int niceness = 10) {
-    for (long left = 2 * sysconf(_SC_NPROCESSORS_ONLN); left > 0; --left) {
-      const pid_t loop = fork();
-      if (loop == 0) {
-        setpriority(PRIO_PROCESS, 0, niceness);
-        for (volatile bool isOver = false; !isOver;) {
-        }
-        _exit(0);
-      }
-      m_loops.push_back(loop);
-    }
-  }
-  ~BusyLoops() {
-    for (const pid_t loop : m_loops) {
-      kill(loop, SIGKILL);
-      waitpid(loop, nullptr, 0);
-    }
-  }
-  BusyLoops(const BusyLoops&) = delete;
-  BusyLoops& operator=(const BusyLoops&) = delete;
-
- private:
-  std::vector<pid_t> m_loops;
-};
 
 // Reads until a text has come. @return whether it has.
 bool await(Process& process, const std::string& text) {

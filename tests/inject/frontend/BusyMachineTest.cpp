@@ -3,53 +3,23 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <string>
 #include <vector>
 
 #include "tests/diagctl/Program.h"
+#include "tests/support/BusyLoops.h"
 
 namespace TarvexDiags::DiagctlTest {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
+using TestSupport::BusyLoops;
 
 constexpr milliseconds kAnswer{500};
 constexpr const char* kSaysSo = "ending";
-
-/// Two loops a core that do nothing, at the priority of the processes in which tests run.
-class BusyLoops {
- public:
-  BusyLoops() {
-    constexpr int ofWorkers = 10;
-    for (long left = 2 * sysconf(_SC_NPROCESSORS_ONLN); left > 0; --left) {
-      const pid_t loop = fork();
-      if (loop == 0) {
-        setpriority(PRIO_PROCESS, 0, ofWorkers);
-        for (volatile bool isOver = false; !isOver;) {
-        }
-        _exit(0);
-      }
-      m_loops.push_back(loop);
-    }
-  }
-  ~BusyLoops() {
-    for (const pid_t loop : m_loops) {
-      kill(loop, SIGKILL);
-      waitpid(loop, nullptr, 0);
-    }
-  }
-  BusyLoops(const BusyLoops&) = delete;
-  BusyLoops& operator=(const BusyLoops&) = delete;
-
- private:
-  std::vector<pid_t> m_loops;
-};
 
 class BusyMachine : public ::testing::Test {
  protected:
